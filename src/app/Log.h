@@ -1,0 +1,28 @@
+#pragma once
+
+#include <QDateTime>
+#include <QString>
+
+#include <functional>
+
+namespace quellora {
+
+/// Diagnostic lines of the whole program, one per call, on standard output.
+///
+/// A line reads "[HH:mm:ss.SSS] message" in local time and is written with a single unbuffered
+/// write, so lines of different threads never mix. Secrets, prompts and answers are never logged.
+class Log
+{
+public:
+    /// Writes one line now. Callable from any thread.
+    static void event(const QString &message);
+
+    /// The text of a line without its line feed.
+    static QString formatLine(const QDateTime &localTime, const QString &message);
+
+    /// Sends every later message (without its time) to @p sink instead of standard output; an
+    /// empty function restores standard output. For tests; call it while no other thread logs.
+    static void setSinkForTesting(std::function<void(const QString &)> sink);
+};
+
+} // namespace quellora

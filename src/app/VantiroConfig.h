@@ -1,0 +1,70 @@
+#pragma once
+
+#include <QDir>
+#include <QJsonValue>
+#include <QMap>
+#include <QString>
+
+#include <optional>
+
+namespace quellora {
+
+class UserDefaults;
+
+/// The seven bindable actions in their fixed order (registration, hot-key ids, settings list).
+enum class HotkeyAction {
+    Capture,
+    Clear,
+    Toggle,
+    OpacityUp,
+    OpacityDown,
+    CaptureNoSend,
+    NewThread,
+};
+
+/// The parsed `config.json`: hotkey combos and the panel's initial geometry. Loaded once at launch
+/// and never written.
+struct VantiroConfig
+{
+    using HotkeyAction = quellora::HotkeyAction;
+
+    /// One combo string per action, e.g. "ctrl+alt+cmd+c". The grammar lives in hotkeys/.
+    struct Hotkeys
+    {
+        QString capture = QStringLiteral("ctrl+alt+cmd+c");
+        QString clear = QStringLiteral("ctrl+alt+cmd+x");
+        QString toggle = QStringLiteral("ctrl+alt+cmd+t");
+        QString opacityUp = QStringLiteral("ctrl+alt+cmd+]");
+        QString opacityDown = QStringLiteral("ctrl+alt+cmd+[");
+        QString captureNoSend = QStringLiteral("ctrl+alt+cmd+shift+c");
+        QString newThread = QStringLiteral("cmd+n");
+
+        bool operator==(const Hotkeys &) const = default;
+    };
+
+    /// Initial panel geometry in points and opacity from 0 to 1.
+    struct Overlay
+    {
+        double x = 40;
+        double y = 80;
+        double width = 624;
+        double height = 744;
+        double defaultOpacity = 0.88;
+
+        bool operator==(const Overlay &) const = default;
+    };
+
+    Hotkeys hotkeys;
+    Overlay overlay;
+
+    bool operator==(const VantiroConfig &) const = default;
+
+    /// Finds and reads `config.json`; falls back to the built-in values as a whole. Never fails.
+    static VantiroConfig load();
+    /// The same for an already chosen folder (none: built-in values).
+    static VantiroConfig load(const std::optional<QDir> &folder);
+    /// Decodes the file's content; on failure returns nothing and describes why in @p error.
+    static std::optional<VantiroConfig> decode(const QByteArray &json, QString *error);
+};
+
+} // namespace quellora

@@ -1,0 +1,56 @@
+#pragma once
+
+#include "app/AppConfig.h"
+#include "backend/Records.h"
+
+#include <QFuture>
+#include <QNetworkAccessManager>
+#include <QNetworkRequest>
+#include <QObject>
+
+#include <functional>
+#include <optional>
+
+class QNetworkReply;
+
+namespace quellora {
+
+using LoginResult = tl::expected<LoginResponse, AuthError>;
+
+/// Signs in with e-mail and password, verifies tokens, and holds the session in memory only.
+/// Main thread; the network wait does not block it. Failures are logged once and never retried.
+class AuthService : public QObject
+{
+    Q_OBJECT
+public:
+    using DeviceFieldsProvider = std::function<DeviceFields()>;
+
+    AuthService(QNetworkAccessManager &network, BackendEndpoints endpoints,
+                DeviceFieldsProvider device, QObject *parent = nullptr);
+
+    /// Signs in. On success the token and configuration are stored before the future finishes;
+    /// on failure both stay as they were. The future finishes on the main thread.
+    virtual QFuture<LoginResult> login(const QString &email, const QString &password);
+    /// Verifies @p token; stores and reports like login().
+    virtual QFuture<LoginResult> verify(const QString &token);
+
+    std::optional<QString> sessionToken() const { return m_sessionToken; }
+    const std::optional<AppConfigResponse> &currentConfig() const { return m_currentConfig; }
+    void setSession(const QString &token, const AppConfigResponse &config);
+    void clearSession();
+
+private:
+    QFuture<LoginResult> post(const QNetworkRequest &request, const QByteArray &body,
+                              const QString &failurePrefix, const QString &unauthorizedReason,
+                              const QString &successLine);
+    LoginResult classify(QNetworkReply &reply, const QString &failurePrefix,
+                         const QString &unauthorizedReason, const QString &successLine);
+
+    QNetworkAccessManager &m_network;
+    BackendEndpoints m_endpoints;
+    DeviceFieldsProvider m_device;
+    std::optional<QString> m_sessionToken;
+    std::optional<AppConfigResponse> m_currentConfig;
+};
+
+} // namespace quellora

@@ -1,0 +1,186 @@
+#pragma once
+
+#include <QList>
+#include <QObject>
+#include <QRect>
+#include <QString>
+#include <QStringList>
+#include <QUrl>
+
+#include <functional>
+#include <memory>
+#include <optional>
+
+class QWindow;
+
+namespace quellora {
+
+/// What really happened when a platform capability was asked for.
+class Capability
+{
+public:
+    enum class State { Applied, BestEffort, Unsupported };
+
+    static Capability applied() { return {State::Applied, {}}; }
+    static Capability bestEffort(QString reason) { return {State::BestEffort, std::move(reason)}; }
+    static Capability unsupported(QString reason)
+    {
+        return {State::Unsupported, std::move(reason)};
+    }
+
+    State state() const { return m_state; }
+    /// Why it is not fully there; empty when applied.
+    const QString &reason() const { return m_reason; }
+    bool isApplied() const { return m_state == State::Applied; }
+
+private:
+    Capability(State state, QString reason) : m_state(state), m_reason(std::move(reason)) {}
+
+    State m_state;
+    QString m_reason;
+};
+
+/// Traits of the floating panel window. All sizes are points (logical pixels), main thread only.
+class PanelWindow
+{
+public:
+    virtual ~PanelWindow() = default;
+
+    /// Above ordinary windows, on every desktop, out of task switchers, never activated by being
+    /// shown. Call before the first show; idempotent, may be repeated when the native window was
+    /// recreated.
+    virtual Capability applyPanelTraits(QWindow &window) = 0;
+    /// Keeps the window out of screen captures and sharing. Call before the first show.
+    virtual Capability excludeFromCapture(QWindow &window) = 0;
+    /// Lets pointer events inside @p responseRect (window coordinates) pass to the application
+    /// underneath; an empty rectangle makes the whole window take events again.
+    virtual Capability setClickThrough(QWindow &window, const QRect &responseRect) = 0;
+    /// Shows the window above others without activating the application or taking the focus.
+    virtual Capability orderFront(QWindow &window) = 0;
+    /// Gives the window the keyboard focus, because the user pressed on something that takes text.
+    virtual Capability makeKey(QWindow &window) = 0;
+    /// Whether translucent windows are composited; the panel is drawn opaque and square otherwise.
+    virtual bool isCompositing() const = 0;
+    /// Called on the main thread whenever isCompositing() changes.
+    virtual void onCompositingChanged(std::function<void()> handler) = 0;
+};
+
+/// Global hot keys: registration by key name and modifiers, press events carrying a numeric id.
+class GlobalHotkeys
+{
+public:
+    enum Modifier : quint32 {
+        Command = 0x0100,
+        Shift = 0x0200,
+        Option = 0x0800,
+        Control = 0x1000,
+    };
+    /// Opaque registration; 0 is none.
+    using Registration = quint64;
+    struct Result
+    {
+        /// The platform's status code; 0 on success.
+        int status = 0;
+        Registration registration = 0;
+    };
+
+    virtual ~GlobalHotkeys() = default;
+
+    /// Starts delivering presses: @p onPress gets the id given at registration, on the main thread.
+    virtual void installHandler(std::function<void(quint32 id)> onPress) = 0;
+    virtual void removeHandler() = 0;
+    /// Registers one hot key system-wide.
+    /// @param key lower-case key name of the key table, e.g. "c", "]"
+    /// @param keyCode the key's ANSI virtual key code
+    /// @param modifiers combination of Modifier flags
+    /// @param signature four-character code of the application
+    virtual Result registerHotkey(const QString &key, quint32 keyCode, quint32 modifiers,
+                                  quint32 signature, quint32 id) = 0;
+    virtual void unregisterHotkey(Registration registration) = 0;
+};
+
+/// Privacy permissions.
+class Permissions
+{
+public:
+    virtual ~Permissions() = default;
+    virtual bool isAccessibilityTrusted() const = 0;
+    virtual bool isScreenRecordingGranted() const = 0;
+    /// May show the system's own prompt.
+    virtual void requestScreenRecording() = 0;
+};
+
+/// The system's light or dark appearance.
+class Appearance
+{
+public:
+    virtual ~Appearance() = default;
+    virtual bool isDark() const = 0;
+    /// Called on the main thread whenever isDark() changes.
+    virtual void onChanged(std::function<void()> handler) = 0;
+};
+
+/// Opens addresses and files with the user's default programs, without blocking.
+class Workspace
+{
+public:
+    virtual ~Workspace() = default;
+    virtual Capability openUrl(const QUrl &url) = 0;
+    virtual Capability openFile(const QString &path) = 0;
+};
+
+/// Application-level integration.
+class ApplicationShell
+{
+public:
+    virtual ~ApplicationShell() = default;
+    /// No Dock or task-bar entry, not in the application switcher.
+    virtual Capability becomeAccessory() = 0;
+    /// Undo, Redo, Cut, Copy, Paste and Select All key equivalents in text fields.
+    virtual Capability installEditMenu() = 0;
+    /// Brings the program's window to the front and gives it the focus (login window only).
+    virtual Capability activate(QWindow &window) = 0;
+};
+
+/// Facts about this machine sent at sign-in.
+class DeviceInfo
+{
+public:
+    virtual ~DeviceInfo() = default;
+    virtual QString osVersion() const = 0;
+    /// "arm64" or "x86_64".
+    virtual QString cpuArch() const = 0;
+};
+
+/// The screen-capture program and its fixed leading arguments; the output path is appended.
+struct CaptureTool
+{
+    QString program;
+    QStringList arguments;
+};
+
+/// All roles of one system. Created once at start; outlives everything that uses it.
+class Platform
+{
+public:
+    virtual ~Platform() = default;
+    virtual PanelWindow &panelWindow() = 0;
+    virtual GlobalHotkeys &globalHotkeys() = 0;
+    virtual Permissions &permissions() = 0;
+    virtual Appearance &appearance() = 0;
+    virtual Workspace &workspace() = 0;
+    virtual ApplicationShell &shell() = 0;
+    virtual DeviceInfo &deviceInfo() = 0;
+    virtual CaptureTool captureTool() const = 0;
+    /// Per-user Application Support directory (not created).
+    virtual QString applicationSupportDirectory() const = 0;
+
+    /// To be called before the application object exists: environment and attributes that the
+    /// windowing system reads at start.
+    static void prepareProcess();
+    /// The port for the running windowing system; needs the application object. Falls back to the
+    /// null port (everything Unsupported) offscreen.
+    static std::unique_ptr<Platform> create();
+};
+
+} // namespace quellora

@@ -1,0 +1,53 @@
+#pragma once
+
+#include "platform/Platform.h"
+
+#include <QByteArray>
+#include <QFuture>
+#include <QString>
+
+#include <tl/expected.hpp>
+
+namespace quellora {
+
+/// Takes one screenshot of the whole screen through the capture tool, refuses near-black frames,
+/// scales to at most 1280 pixels wide and encodes JPEG. Stateless; several may run at once.
+class ScreenshotCapture
+{
+public:
+    struct Result
+    {
+        QByteArray jpegData;
+        /// Size in bytes of the PNG that the tool wrote.
+        qint64 originalSizeBytes = 0;
+    };
+
+    struct CaptureError
+    {
+        enum class Kind {
+            ProcessLaunchFailed,
+            NonZeroExit,
+            ImageDecodeFailed,
+            JpegEncodeFailed,
+            ProtectedContent,
+            /// The tool's file could not be read back; the file error's own text is kept.
+            FileRead,
+        };
+        Kind kind = Kind::ImageDecodeFailed;
+        QString detail;
+        int exitStatus = 0;
+
+        /// User-facing text.
+        QString description() const;
+        bool operator==(const CaptureError &) const = default;
+    };
+
+    using Outcome = tl::expected<Result, CaptureError>;
+
+    /// Blocks until the tool exits and the JPEG is ready. Never call it on the main thread.
+    static Outcome captureAndOptimize(const CaptureTool &tool);
+    /// captureAndOptimize() on a worker thread.
+    static QFuture<Outcome> captureInBackground(const CaptureTool &tool);
+};
+
+} // namespace quellora
