@@ -4,6 +4,7 @@
 #include <QMap>
 #include <QObject>
 #include <QString>
+#include <QThreadPool>
 
 #include <optional>
 
@@ -47,14 +48,17 @@ Q_SIGNALS:
 };
 
 /// UserDefaults over one JSON object, kept in memory and, when a path is given, in a file that is
-/// replaced atomically on every change. A file that cannot be parsed is kept aside with the
-/// extension ".damaged" and the store starts empty (one log line).
+/// replaced atomically after every change by a worker thread, so that typing never waits for the
+/// disk; changes made while a write runs share the next one. A file that cannot be parsed is kept
+/// aside with the extension ".damaged" and the store starts empty (one log line).
 class JsonUserDefaults : public UserDefaults
 {
     Q_OBJECT
 public:
     /// @param path file to load and write; empty keeps everything in memory.
     explicit JsonUserDefaults(QString path = {}, QObject *parent = nullptr);
+    /// Waits until everything is stored.
+    ~JsonUserDefaults() override;
 
     /// `$XDG_CONFIG_HOME/Quellora/defaults.json`.
     static QString defaultPath();
@@ -67,16 +71,23 @@ public:
     void setStringDictionary(const QString &key, const QMap<QString, QString> &value) override;
     void remove(const QString &key) override;
 
+    /// Blocks until every change so far has reached the file (or failed and was logged).
+    void flush();
+
     /// The raw stored object.
     const QJsonObject &values() const { return m_values; }
 
 private:
     void load();
     void store(const QString &key, const QJsonValue &value);
-    bool writeFile() const;
+    void scheduleWrite();
+    static void writeFile(const QString &path, const QJsonObject &values);
 
     QString m_path;
     QJsonObject m_values;
+    QThreadPool m_writer;
+    bool m_isWriting = false;
+    bool m_isDirty = false;
 };
 
 } // namespace quellora
