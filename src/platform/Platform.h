@@ -97,6 +97,10 @@ public:
     virtual Result registerHotkey(const QString &key, quint32 keyCode, quint32 modifiers,
                                   quint32 signature, quint32 id) = 0;
     virtual void unregisterHotkey(Registration registration) = 0;
+    /// The key-table name of a physical key in the current layout, shift and the other modifiers
+    /// ignored: registering that name binds the very key. Empty for keys that cannot be bound.
+    /// @param nativeScanCode QKeyEvent::nativeScanCode() of a press
+    virtual QString keyName(quint32 nativeScanCode) const = 0;
 };
 
 /// Privacy permissions.

@@ -1,0 +1,292 @@
+#pragma once
+
+#include "platform/Platform.h"
+
+#include <QHash>
+#include <QList>
+#include <QMap>
+#include <QPair>
+#include <QPointer>
+#include <QWindow>
+
+#include <utility>
+
+/// Recording stand-ins for every platform role. Each one keeps what it was asked for in public
+/// members, answers what the test put into its `…Answer` members and lets the test raise the
+/// system's own events (press(), setDark(), setCompositing()).
+namespace quellora {
+
+/// Panel role that shows and hides windows for real but leaves the focus to the test.
+class FakePanelWindow : public PanelWindow
+{
+public:
+    Capability applyPanelTraits(QWindow &window) override
+    {
+        calls << QStringLiteral("applyPanelTraits");
+        panel = &window;
+        return traitsAnswer;
+    }
+    Capability excludeFromCapture(QWindow &window) override
+    {
+        calls << QStringLiteral("excludeFromCapture");
+        panel = &window;
+        shownBeforeExclusion = shownBeforeExclusion || window.isVisible();
+        return exclusionAnswer;
+    }
+    Capability setClickThrough(QWindow &, const QRect &responseRect) override
+    {
+        calls << QStringLiteral("setClickThrough");
+        clickThroughRects << responseRect;
+        return clickThroughAnswer;
+    }
+    Capability orderFront(QWindow &window) override
+    {
+        calls << QStringLiteral("orderFront");
+        window.show();
+        return Capability::applied();
+    }
+    Capability makeKey(QWindow &window) override
+    {
+        calls << QStringLiteral("makeKey");
+        keyWindow = &window;
+        return Capability::applied();
+    }
+    bool isCompositing() const override { return compositing; }
+    void onCompositingChanged(std::function<void()> handler) override
+    {
+        compositingHandler = std::move(handler);
+    }
+
+    /// The desktop starts or stops compositing.
+    void setCompositing(bool on)
+    {
+        if (on == compositing)
+            return;
+        compositing = on;
+        if (compositingHandler)
+            compositingHandler();
+    }
+    int count(const QString &call) const { return static_cast<int>(calls.count(call)); }
+    /// The rectangle in force; null when none was ever set.
+    QRect clickThroughRect() const
+    {
+        return clickThroughRects.isEmpty() ? QRect() : clickThroughRects.last();
+    }
+
+    QStringList calls;
+    QList<QRect> clickThroughRects;
+    QPointer<QWindow> panel;
+    QPointer<QWindow> keyWindow;
+    bool shownBeforeExclusion = false;
+    bool compositing = true;
+    Capability traitsAnswer = Capability::applied();
+    Capability exclusionAnswer = Capability::applied();
+    Capability clickThroughAnswer = Capability::applied();
+    std::function<void()> compositingHandler;
+};
+
+/// Hot-key service with claims of other programs.
+class FakeGlobalHotkeys : public GlobalHotkeys
+{
+public:
+    struct Entry
+    {
+        QString key;
+        quint32 keyCode = 0;
+        quint32 modifiers = 0;
+        quint32 signature = 0;
+        quint32 id = 0;
+        bool operator==(const Entry &) const = default;
+    };
+
+    void installHandler(std::function<void(quint32 id)> onPress) override
+    {
+        ++installs;
+        handler = std::move(onPress);
+    }
+    void removeHandler() override
+    {
+        ++removals;
+        handler = nullptr;
+    }
+    Result registerHotkey(const QString &key, quint32 keyCode, quint32 modifiers, quint32 signature,
+                          quint32 id) override
+    {
+        attempts << Entry{key, keyCode, modifiers, signature, id};
+        if (const int status = claims.value({key, modifiers}, 0))
+            return {status, 0};
+        const Registration registration = ++m_last;
+        registered.insert(registration, attempts.last());
+        return {0, registration};
+    }
+    void unregisterHotkey(Registration registration) override
+    {
+        if (registered.remove(registration))
+            ++unregistrations;
+        else
+            ++unknownUnregistrations;
+    }
+    QString keyName(quint32 nativeScanCode) const override
+    {
+        return keyNames.value(nativeScanCode);
+    }
+
+    /// Another program holds this combination: registering it fails with @p status.
+    void claim(const QString &key, quint32 modifiers, int status = -9878)
+    {
+        claims.insert({key, modifiers}, status);
+    }
+    void release(const QString &key, quint32 modifiers) { claims.remove({key, modifiers}); }
+    /// The service reports a press with this id, whatever is registered.
+    void press(quint32 id)
+    {
+        if (handler)
+            handler(id);
+    }
+    /// The user presses a combination; true when it was registered.
+    bool pressCombo(const QString &key, quint32 modifiers)
+    {
+        for (const Entry &entry : std::as_const(registered)) {
+            if (entry.key == key && entry.modifiers == modifiers) {
+                press(entry.id);
+                return true;
+            }
+        }
+        return false;
+    }
+    QList<quint32> registeredIds() const
+    {
+        QList<quint32> ids;
+        for (const Entry &entry : registered)
+            ids << entry.id;
+        return ids;
+    }
+
+    QList<Entry> attempts;
+    QMap<Registration, Entry> registered;
+    QMap<QPair<QString, quint32>, int> claims;
+    QHash<quint32, QString> keyNames;
+    std::function<void(quint32)> handler;
+    int installs = 0;
+    int removals = 0;
+    int unregistrations = 0;
+    /// Attempts to release something that was not registered.
+    int unknownUnregistrations = 0;
+
+private:
+    Registration m_last = 0;
+};
+
+class FakePermissions : public Permissions
+{
+public:
+    bool isAccessibilityTrusted() const override { return accessibility; }
+    bool isScreenRecordingGranted() const override { return screenRecording; }
+    void requestScreenRecording() override { ++requests; }
+
+    bool accessibility = true;
+    bool screenRecording = true;
+    int requests = 0;
+};
+
+class FakeAppearance : public Appearance
+{
+public:
+    bool isDark() const override { return dark; }
+    void onChanged(std::function<void()> newHandler) override { handler = std::move(newHandler); }
+
+    void setDark(bool on)
+    {
+        if (on == dark)
+            return;
+        dark = on;
+        if (handler)
+            handler();
+    }
+
+    bool dark = false;
+    std::function<void()> handler;
+};
+
+class FakeWorkspace : public Workspace
+{
+public:
+    Capability openUrl(const QUrl &url) override
+    {
+        urls << url;
+        return answer;
+    }
+    Capability openFile(const QString &path) override
+    {
+        files << path;
+        return answer;
+    }
+
+    QList<QUrl> urls;
+    QStringList files;
+    Capability answer = Capability::applied();
+};
+
+class FakeShell : public ApplicationShell
+{
+public:
+    Capability becomeAccessory() override
+    {
+        calls << QStringLiteral("becomeAccessory");
+        return answer;
+    }
+    Capability installEditMenu() override
+    {
+        calls << QStringLiteral("installEditMenu");
+        return answer;
+    }
+    Capability activate(QWindow &window) override
+    {
+        calls << QStringLiteral("activate");
+        activated = &window;
+        window.show();
+        return answer;
+    }
+
+    QStringList calls;
+    QPointer<QWindow> activated;
+    Capability answer = Capability::applied();
+};
+
+class FakeDeviceInfo : public DeviceInfo
+{
+public:
+    QString osVersion() const override { return version; }
+    QString cpuArch() const override { return arch; }
+
+    QString version = QStringLiteral("Test OS 1.0");
+    QString arch = QStringLiteral("x86_64");
+};
+
+/// All fakes together; use the typed members to prepare and inspect them.
+class FakePlatform : public Platform
+{
+public:
+    PanelWindow &panelWindow() override { return panel; }
+    GlobalHotkeys &globalHotkeys() override { return hotkeys; }
+    Permissions &permissions() override { return permission; }
+    Appearance &appearance() override { return systemAppearance; }
+    Workspace &workspace() override { return opened; }
+    ApplicationShell &shell() override { return applicationShell; }
+    DeviceInfo &deviceInfo() override { return device; }
+    CaptureTool captureTool() const override { return tool; }
+    QString applicationSupportDirectory() const override { return supportDirectory; }
+
+    FakePanelWindow panel;
+    FakeGlobalHotkeys hotkeys;
+    FakePermissions permission;
+    FakeAppearance systemAppearance;
+    FakeWorkspace opened;
+    FakeShell applicationShell;
+    FakeDeviceInfo device;
+    CaptureTool tool{QStringLiteral("/nonexistent/capture"),
+                     {QStringLiteral("-x"), QStringLiteral("-C")}};
+    QString supportDirectory;
+};
+
+} // namespace quellora
