@@ -1,0 +1,75 @@
+#pragma once
+
+#include "app/Presenters.h"
+#include "app/VantiroConfig.h"
+
+#include <QObject>
+
+#include <functional>
+#include <memory>
+#include <optional>
+
+namespace quellora {
+
+class ApplicationShell;
+class HeartbeatService;
+class HotkeyManager;
+class MenuBarController;
+class NotificationCenter;
+class PermissionChecker;
+class SessionManager;
+class UserDefaults;
+
+/// The application's life: launch, the login window, the overlay between sign-in and sign-out, and
+/// the end. Main thread only.
+class AppDelegate : public QObject
+{
+    Q_OBJECT
+public:
+    /// All collaborators are borrowed and outlive the delegate.
+    struct Collaborators
+    {
+        ApplicationShell &shell;
+        UserDefaults &defaults;
+        NotificationCenter &notifications;
+        SessionManager &session;
+        HeartbeatService &heartbeat;
+        HotkeyManager &hotkeys;
+        PermissionChecker &permissions;
+        std::function<VantiroConfig()> loadConfig;
+        std::function<std::unique_ptr<LoginPresenter>()> makeLogin;
+        std::function<std::unique_ptr<OverlayPresenter>(const VantiroConfig &)> makeOverlay;
+        std::function<std::unique_ptr<MenuBarController>()> makeMenuBar;
+        /// Uploads the log file with the given token; nothing waits for it. May be empty.
+        std::function<void(const QString &sessionToken)> shipLogs;
+    };
+
+    explicit AppDelegate(Collaborators collaborators, QObject *parent = nullptr);
+    ~AppDelegate() override;
+
+    /// The launch sequence; ends with the login window on show.
+    void applicationDidFinishLaunching();
+    /// Clears the session and unregisters every hot key.
+    void applicationWillTerminate();
+
+    const std::optional<VantiroConfig> &config() const { return m_config; }
+    LoginPresenter *loginWindow() const { return m_login.get(); }
+    OverlayPresenter *overlay() const { return m_overlay.get(); }
+    MenuBarController *menuBar() const { return m_menuBar.get(); }
+
+private:
+    void setupEditMenu();
+    void wireHotkeys();
+    void showLogin();
+    void startOverlay();
+    void applyConfigAtStart();
+    void handleSessionExpired();
+
+    Collaborators m_with;
+    std::optional<VantiroConfig> m_config;
+    std::unique_ptr<LoginPresenter> m_login;
+    std::unique_ptr<OverlayPresenter> m_overlay;
+    std::unique_ptr<MenuBarController> m_menuBar;
+};
+
+} // namespace quellora

@@ -1,0 +1,45 @@
+#pragma once
+
+#include "backend/Records.h"
+
+#include <functional>
+#include <optional>
+
+namespace quellora {
+
+/// The sign-in window as the application delegate sees it.
+class LoginPresenter
+{
+public:
+    virtual ~LoginPresenter() = default;
+    virtual void showWindow() = 0;
+
+    /// Called once after a successful sign-in, when the window has closed.
+    std::function<void()> onLoginSuccess;
+};
+
+/// The overlay as the application delegate sees it. Exists between sign-in and sign-out only.
+class OverlayPresenter
+{
+public:
+    virtual ~OverlayPresenter() = default;
+
+    virtual void showWindow() = 0;
+    virtual void closeWindow() = 0;
+    /// Orders the window to the front without activating it, logged as "Window shown".
+    virtual void show() = 0;
+
+    virtual void triggerCaptureAndSend() = 0;
+    virtual void captureNoSend() = 0;
+    /// Empties the response area; the thread is kept.
+    virtual void clearContent() = 0;
+    virtual void toggleVisibility() = 0;
+    virtual void adjustOpacity(double delta) = 0;
+    virtual void startNewThread() = 0;
+
+    virtual void updateUsage(qint64 tokensUsed, qint64 tokenCap) = 0;
+    virtual void resolveModelSelection(const AppConfigResponse &config) = 0;
+    virtual void setCurrentAdminMessage(const std::optional<AdminMessagePayload> &message) = 0;
+};
+
+} // namespace quellora

@@ -1,0 +1,191 @@
+#include "history/ThreadController.h"
+
+#include "app/Log.h"
+#include "app/UserDefaults.h"
+
+#include <utility>
+
+namespace quellora {
+
+namespace {
+
+const QString saveFailure = QStringLiteral(
+    "[OverlayWindowController] ERROR: Failed to save session to disk: ");
+const QString commitFailure = QStringLiteral(
+    "[OverlayWindowController] ERROR: Failed to commit thread before starting a new one: ");
+
+} // namespace
+
+ThreadController::ThreadController(UserDefaults &defaults, ThreadSaver *saver, Clock clock,
+                                   QObject *parent)
+    : QObject(parent)
+    , m_defaults(defaults)
+    , m_saver(saver)
+    , m_clock(std::move(clock))
+{
+    const auto read = [&defaults](const char *key) {
+        return defaults.boolValue(QLatin1String(key)).value_or(false);
+    };
+    m_keepAIHistory = read(DefaultsKey::keepAIHistoryEnabled);
+    m_startNewThreadPerSend = read(DefaultsKey::startNewThreadPerSendEnabled);
+    m_dontClearPrompt = read(DefaultsKey::dontClearPromptAfterSendEnabled);
+}
+
+void ThreadController::setPreference(const char *key, bool &field, bool enabled)
+{
+    field = enabled;
+    m_defaults.setBool(QLatin1String(key), enabled);
+    Q_EMIT preferencesChanged();
+}
+
+void ThreadController::setKeepAIHistoryEnabled(bool enabled)
+{
+    if (enabled && m_current) {
+        CaptureSession session = *m_current;
+        if (m_loadedFromHistory)
+            session.resumeTurnPersistingFromDisk();
+        else
+            session.beginPersistingTurns();
+        setCurrentSession(session);
+    }
+    setPreference(DefaultsKey::keepAIHistoryEnabled, m_keepAIHistory, enabled);
+}
+
+void ThreadController::setStartNewThreadPerSendEnabled(bool enabled)
+{
+    setPreference(DefaultsKey::startNewThreadPerSendEnabled, m_startNewThreadPerSend, enabled);
+}
+
+void ThreadController::setDontClearPromptAfterSendEnabled(bool enabled)
+{
+    setPreference(DefaultsKey::dontClearPromptAfterSendEnabled, m_dontClearPrompt, enabled);
+}
+
+CaptureSession ThreadController::takeOrCreate()
+{
+    return m_current ? *m_current : CaptureSession::create(m_clock());
+}
+
+void ThreadController::markForQuery(CaptureSession &session) const
+{
+    if (!m_keepAIHistory || session.turnPersistenceCursor)
+        return;
+    if (m_loadedFromHistory && m_current && m_current->id == session.id)
+        session.resumeTurnPersistingFromDisk();
+    else
+        session.beginPersistingTurns();
+}
+
+void ThreadController::setCurrentSession(const CaptureSession &session)
+{
+    if (!m_current || m_current->id != session.id)
+        m_loadedFromHistory = false;
+    m_current = session;
+    saveIfNeeded(*m_current, saveFailure);
+    Q_EMIT sessionChanged();
+}
+
+void ThreadController::stageScreenshot(const QByteArray &jpeg)
+{
+    m_staged = jpeg;
+    Q_EMIT stagedScreenshotChanged();
+}
+
+void ThreadController::clearStagedScreenshot()
+{
+    if (!m_staged)
+        return;
+    m_staged.reset();
+    Q_EMIT stagedScreenshotChanged();
+}
+
+bool ThreadController::addTurn(const QUuid &threadId, const QString &prompt,
+                               const QString &response)
+{
+    const QDateTime now = m_clock();
+    if (m_current && m_current->id == threadId) {
+        CaptureSession session = *m_current;
+        session.addTurn(prompt, response, now, now);
+        setCurrentSession(session);
+        return true;
+    }
+    if (auto it = m_retained.find(threadId); it != m_retained.end() && it->ended) {
+        it->ended->addTurn(prompt, response, now, now);
+        saveIfNeeded(*it->ended, saveFailure);
+    }
+    return false;
+}
+
+void ThreadController::retain(const QUuid &threadId)
+{
+    ++m_retained[threadId].users;
+}
+
+void ThreadController::release(const QUuid &threadId)
+{
+    if (auto it = m_retained.find(threadId); it != m_retained.end() && --it->users == 0)
+        m_retained.erase(it);
+}
+
+bool ThreadController::addNote(const QString &text)
+{
+    CaptureSession session = takeOrCreate();
+    if (!session.addNote(text, m_clock()))
+        return false;
+    setCurrentSession(session);
+    clearStagedScreenshot();
+    return true;
+}
+
+bool ThreadController::removeNote(const QUuid &noteId)
+{
+    if (!m_current)
+        return false;
+    CaptureSession session = *m_current;
+    if (!session.removeNote(noteId))
+        return false;
+    setCurrentSession(session);
+    return true;
+}
+
+void ThreadController::openFromHistory(const CaptureSession &session)
+{
+    endCurrentThread();
+    CaptureSession opened = session;
+    if (m_keepAIHistory)
+        opened.resumeTurnPersistingFromDisk();
+    m_current = opened;
+    m_loadedFromHistory = true;
+    Q_EMIT sessionChanged();
+}
+
+void ThreadController::endCurrentThread()
+{
+    if (m_current) {
+        saveIfNeeded(*m_current, commitFailure);
+        if (auto it = m_retained.find(m_current->id); it != m_retained.end())
+            it->ended = *m_current;
+    }
+    m_current.reset();
+    m_loadedFromHistory = false;
+    clearStagedScreenshot();
+    Q_EMIT sessionChanged();
+}
+
+void ThreadController::startNewThread()
+{
+    endCurrentThread();
+    m_current = CaptureSession::create(m_clock());
+    Q_EMIT sessionChanged();
+}
+
+void ThreadController::saveIfNeeded(const CaptureSession &session,
+                                    const QString &failurePrefix) const
+{
+    if (!m_saver || !session.isMarkedForPersistence())
+        return;
+    if (const auto saved = m_saver->save(session); !saved)
+        Log::event(failurePrefix + saved.error());
+}
+
+} // namespace quellora

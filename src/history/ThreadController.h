@@ -1,0 +1,108 @@
+#pragma once
+
+#include "history/CaptureSession.h"
+
+#include <QObject>
+
+#include <tl/expected.hpp>
+
+#include <functional>
+#include <optional>
+
+namespace quellora {
+
+class UserDefaults;
+
+/// Where threads that are marked for persistence go. The description of a failure is logged.
+class ThreadSaver
+{
+public:
+    virtual ~ThreadSaver() = default;
+    virtual tl::expected<void, QString> save(const CaptureSession &session) = 0;
+};
+
+/// Owner of the current thread, the staged screenshot and the thread-related preferences.
+/// Main thread only.
+class ThreadController : public QObject
+{
+    Q_OBJECT
+public:
+    using Clock = std::function<QDateTime()>;
+
+    /// @param saver borrowed; none keeps every thread in memory only
+    ThreadController(UserDefaults &defaults, ThreadSaver *saver,
+                     Clock clock = [] { return QDateTime::currentDateTime(); },
+                     QObject *parent = nullptr);
+
+    const std::optional<CaptureSession> &currentSession() const { return m_current; }
+    bool canSave() const { return m_saver != nullptr; }
+    bool isSessionLoadedFromHistory() const { return m_loadedFromHistory; }
+    const std::optional<QByteArray> &stagedScreenshotData() const { return m_staged; }
+    bool hasAttachedScreenshot() const { return m_staged.has_value(); }
+
+    bool keepAIHistoryEnabled() const { return m_keepAIHistory; }
+    bool startNewThreadPerSendEnabled() const { return m_startNewThreadPerSend; }
+    bool dontClearPromptAfterSendEnabled() const { return m_dontClearPrompt; }
+    /// Also marks the current thread: what comes from now on is kept.
+    void setKeepAIHistoryEnabled(bool enabled);
+    void setStartNewThreadPerSendEnabled(bool enabled);
+    void setDontClearPromptAfterSendEnabled(bool enabled);
+
+    /// The current thread, created when there is none.
+    CaptureSession takeOrCreate();
+    /// A query is about to be sent on @p session: gives it its persistence starting point when
+    /// history keeping is on and it has none.
+    void markForQuery(CaptureSession &session) const;
+    /// Replaces the current thread and saves it when it is marked for persistence.
+    void setCurrentSession(const CaptureSession &session);
+
+    void stageScreenshot(const QByteArray &jpeg);
+    void clearStagedScreenshot();
+
+    /// Adds a finished answer to the thread @p threadId, be it current or one that ended while its
+    /// answer was still under way. Returns whether that thread is the current one.
+    bool addTurn(const QUuid &threadId, const QString &prompt, const QString &response);
+    /// While an answer for @p threadId is under way its thread outlives its end.
+    void retain(const QUuid &threadId);
+    void release(const QUuid &threadId);
+
+    /// Appends a note to the current thread (created when needed); blank texts change nothing.
+    bool addNote(const QString &text);
+    /// Removes a note of the current thread.
+    bool removeNote(const QUuid &noteId);
+
+    /// Makes a stored thread current.
+    void openFromHistory(const CaptureSession &session);
+    /// Saves the thread that ends and leaves none current, nothing staged.
+    void endCurrentThread();
+    /// endCurrentThread(), then a new empty thread is current.
+    void startNewThread();
+
+Q_SIGNALS:
+    void sessionChanged();
+    void stagedScreenshotChanged();
+    void preferencesChanged();
+
+private:
+    struct Retained
+    {
+        int users = 0;
+        std::optional<CaptureSession> ended;
+    };
+
+    void saveIfNeeded(const CaptureSession &session, const QString &failurePrefix) const;
+    void setPreference(const char *key, bool &field, bool enabled);
+
+    UserDefaults &m_defaults;
+    ThreadSaver *m_saver;
+    Clock m_clock;
+    std::optional<CaptureSession> m_current;
+    std::optional<QByteArray> m_staged;
+    QMap<QUuid, Retained> m_retained;
+    bool m_loadedFromHistory = false;
+    bool m_keepAIHistory = false;
+    bool m_startNewThreadPerSend = false;
+    bool m_dontClearPrompt = false;
+};
+
+} // namespace quellora

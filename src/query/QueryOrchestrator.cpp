@@ -1,0 +1,449 @@
+#include "query/QueryOrchestrator.h"
+
+#include "app/AppConfig.h"
+#include "app/Log.h"
+#include "app/PromptConfig.h"
+#include "app/Text.h"
+#include "app/UserDefaults.h"
+#include "backend/SessionManager.h"
+#include "history/ThreadController.h"
+#include "query/AnswerDisplay.h"
+#include "query/ProxyQueryService.h"
+#include "query/ServiceMessages.h"
+
+#include <QJsonObject>
+
+#include <utility>
+
+namespace quellora {
+
+namespace {
+
+void log(const QString &message)
+{
+    Log::event(QStringLiteral("[OverlayWindowController] ") + message);
+}
+
+QString errorPage(const QString &title, const QString &text)
+{
+    return QStringLiteral("**") + title + QStringLiteral(":**\n```\n") + text
+           + QStringLiteral("\n```");
+}
+
+using CaptureErrorKind = ScreenshotCapture::CaptureError::Kind;
+
+} // namespace
+
+/// One answer under way.
+struct QueryOrchestrator::ActiveQuery
+{
+    QUuid threadId;
+    QString turnPrompt;
+    QString answer;
+    std::optional<QString> model;
+    QDateTime queryStart;
+    std::optional<QDateTime> firstToken;
+    qint64 promptCharacters = 0;
+    bool hasImage = false;
+    qint64 tokensUsedBefore = 0;
+    QPointer<RunningQuery> transfer;
+};
+
+QueryOrchestrator::QueryOrchestrator(Collaborators collaborators, QObject *parent)
+    : QObject(parent)
+    , m_with(std::move(collaborators))
+{}
+
+QueryOrchestrator::~QueryOrchestrator()
+{
+    cancelAll();
+}
+
+QString QueryOrchestrator::contextAugmentedPrompt(const QString &fieldText,
+                                                  const CaptureSession &session)
+{
+    if (session.notes.isEmpty() && session.turns.isEmpty())
+        return fieldText;
+    QString prompt;
+    if (!session.notes.isEmpty()) {
+        prompt += QLatin1String("Notes:\n");
+        for (const auto &note : session.notes)
+            prompt += QLatin1String("- ") + note.text + QLatin1Char('\n');
+        prompt += QLatin1Char('\n');
+    }
+    if (!session.turns.isEmpty()) {
+        prompt += QLatin1String("Previous conversation:\n");
+        for (const auto &turn : session.turns) {
+            prompt += QLatin1String("User: ") + turn.prompt + QLatin1String("\nAssistant: ")
+                      + turn.response + QLatin1String("\n\n");
+        }
+    }
+    return prompt + QLatin1String("Current message:\n") + fieldText;
+}
+
+QueryOrchestrator::Activity QueryOrchestrator::activity() const
+{
+    if (m_shown)
+        return m_shown->firstToken ? Activity::Streaming : Activity::Waiting;
+    if (isCapturing())
+        return Activity::Capturing;
+    return m_stopped ? Activity::Stopped : Activity::Idle;
+}
+
+QDateTime QueryOrchestrator::activityStart() const
+{
+    return m_shown ? m_shown->queryStart : QDateTime();
+}
+
+void QueryOrchestrator::triggerCaptureAndSend()
+{
+    if (m_with.messages.blockIfKnownOverCap())
+        return;
+    if (m_with.messages.isBlocked()) {
+        log(QStringLiteral("Capture & Send blocked — isBlocked is true"));
+        return;
+    }
+    log(QStringLiteral("Capture & Send triggered"));
+    const QDateTime queryStart = m_with.clock();
+    startCapture([this, queryStart](const ScreenshotCapture::Outcome &outcome) {
+        captureAndSendFinished(outcome, queryStart);
+    });
+}
+
+void QueryOrchestrator::captureNoSend()
+{
+    log(QStringLiteral("Capture (no send) triggered"));
+    startCapture(
+        [this](const ScreenshotCapture::Outcome &outcome) { captureNoSendFinished(outcome); });
+}
+
+void QueryOrchestrator::startCapture(std::function<void(const ScreenshotCapture::Outcome &)> done)
+{
+    ++m_capturesRunning;
+    m_stopped = false;
+    Q_EMIT activityChanged();
+    m_with.capture().then(this, [this, done = std::move(done)](
+                                    const ScreenshotCapture::Outcome &outcome) {
+        --m_capturesRunning;
+        done(outcome);
+        Q_EMIT activityChanged();
+    });
+}
+
+void QueryOrchestrator::captureAndSendFinished(const ScreenshotCapture::Outcome &outcome,
+                                               const QDateTime &queryStart)
+{
+    if (!outcome) {
+        if (outcome.error().kind == CaptureErrorKind::ProtectedContent) {
+            log(QStringLiteral(
+                "Capture & Send aborted — near-black frame (protected content suspected)"));
+            m_with.messages.handleProtectedContentCapture();
+            return;
+        }
+        log(QStringLiteral("ERROR: Screenshot capture failed: ") + outcome.error().description());
+        showCaptureError(outcome.error());
+        return;
+    }
+    const QString prompt = PromptConfig::current(m_with.defaults, m_with.session.currentConfig());
+    CaptureSession session = m_with.threads.takeOrCreate();
+    m_with.threads.markForQuery(session);
+    const QString apiPrompt = contextAugmentedPrompt(prompt, session);
+    session.addScreenshot(outcome->jpegData, m_with.clock(), m_with.clock());
+    m_with.threads.setCurrentSession(session);
+    m_with.threads.clearStagedScreenshot();
+    Q_EMIT captureSucceeded();
+    runQuery(apiPrompt, prompt, outcome->jpegData.toBase64(), queryStart,
+             session.screenshots.constLast());
+}
+
+void QueryOrchestrator::captureNoSendFinished(const ScreenshotCapture::Outcome &outcome)
+{
+    if (!outcome) {
+        if (outcome.error().kind == CaptureErrorKind::ProtectedContent) {
+            log(QStringLiteral(
+                "Capture (no send) aborted — near-black frame (protected content suspected)"));
+            m_with.messages.handleProtectedContentCapture();
+            return;
+        }
+        log(QStringLiteral("ERROR: Capture (no send) failed: ") + outcome.error().description());
+        showCaptureError(outcome.error());
+        return;
+    }
+    CaptureSession session = m_with.threads.takeOrCreate();
+    session.addScreenshot(outcome->jpegData, m_with.clock(), m_with.clock());
+    m_with.threads.setCurrentSession(session);
+    m_with.threads.stageScreenshot(outcome->jpegData);
+    Q_EMIT captureSucceeded();
+}
+
+void QueryOrchestrator::showCaptureError(const ScreenshotCapture::CaptureError &error)
+{
+    m_with.display.loadContent(errorPage(QStringLiteral("Capture Error"), error.description()));
+    m_with.display.showWindow();
+}
+
+void QueryOrchestrator::showErrorPage(const QString &text)
+{
+    m_with.display.loadContent(errorPage(QStringLiteral("Error"), text));
+    m_with.display.showWindow();
+}
+
+void QueryOrchestrator::sendPromptOnly(const QString &text)
+{
+    if (m_with.messages.blockIfKnownOverCap())
+        return;
+    if (m_with.messages.isBlocked()) {
+        log(QStringLiteral("Send blocked — isBlocked is true"));
+        return;
+    }
+    log(QStringLiteral("Send button clicked — prompt-only query"));
+    CaptureSession session = m_with.threads.takeOrCreate();
+    m_with.threads.markForQuery(session);
+    const QString apiPrompt = contextAugmentedPrompt(text, session);
+    m_with.threads.setCurrentSession(session);
+
+    std::optional<QByteArray> image;
+    std::optional<CaptureSession::Screenshot> screenshot;
+    if (const auto &staged = m_with.threads.stagedScreenshotData()) {
+        image = staged->toBase64();
+        for (const auto &candidate : std::as_const(session.screenshots)) {
+            if (candidate.imageData == *staged)
+                screenshot = candidate;
+        }
+    }
+    m_with.threads.clearStagedScreenshot();
+    runQuery(apiPrompt, text, image, m_with.clock(), screenshot);
+}
+
+void QueryOrchestrator::addNote(const QString &text)
+{
+    if (!m_with.threads.addNote(text))
+        return;
+    renderCurrentThread();
+    log(QStringLiteral("Note added to current session"));
+}
+
+void QueryOrchestrator::runQuery(const QString &apiPrompt, const QString &turnPrompt,
+                                 const std::optional<QByteArray> &imageBase64,
+                                 const QDateTime &queryStart,
+                                 const std::optional<CaptureSession::Screenshot> &screenshot)
+{
+    const auto token = m_with.session.sessionToken();
+    if (!token) {
+        log(QStringLiteral("ERROR: No session token — not logged in"));
+        showErrorPage(QStringLiteral("No session token found. Make sure you are logged in."));
+        return;
+    }
+    auto query = std::make_shared<ActiveQuery>();
+    query->turnPrompt = turnPrompt;
+    query->promptCharacters = characterCount(turnPrompt);
+    query->hasImage = imageBase64.has_value();
+    query->tokensUsedBefore = m_with.messages.tokensUsed();
+    query->queryStart = queryStart;
+    query->model = m_selectedModelId;
+    if (const auto &session = m_with.threads.currentSession())
+        query->threadId = session->id;
+    m_with.threads.retain(query->threadId);
+
+    m_stopped = false;
+    m_shown = query;
+    m_queries.append(query);
+    m_with.display.handleStreamStart(m_with.threads.currentSession(), turnPrompt, queryStart,
+                                     screenshot);
+    runQueryOnMain(query, apiPrompt, imageBase64, *token);
+    Q_EMIT activityChanged();
+}
+
+void QueryOrchestrator::runQueryOnMain(const ActiveQueryPtr &query, const QString &apiPrompt,
+                                       const std::optional<QByteArray> &imageBase64,
+                                       const QString &token)
+{
+    RunningQuery *transfer = m_with.service.query({apiPrompt, imageBase64, query->model, token});
+    query->transfer = transfer;
+    connect(transfer, &RunningQuery::firstByte, this, [this, query] {
+        query->firstToken = m_with.clock();
+        Q_EMIT activityChanged();
+    });
+    connect(transfer, &RunningQuery::chunk, this,
+            [this, query](const QString &text) { chunkArrived(query, text); });
+    connect(transfer, &RunningQuery::finished, this,
+            [this, query](const QueryOutcome &outcome) { queryFinished(query, outcome); });
+}
+
+void QueryOrchestrator::chunkArrived(const ActiveQueryPtr &query, const QString &text)
+{
+    query->answer += text;
+    if (query == m_shown)
+        m_with.display.handleStreamChunk(text);
+}
+
+void QueryOrchestrator::queryFinished(const ActiveQueryPtr &query, const QueryOutcome &outcome)
+{
+    if (!m_queries.contains(query))
+        return;
+    if (outcome)
+        querySucceeded(query, *outcome);
+    else
+        queryFailed(query, outcome.error());
+    Q_EMIT activityChanged();
+}
+
+void QueryOrchestrator::storeAnswer(const ActiveQueryPtr &query, bool wasShown)
+{
+    const bool isCurrent = m_with.threads.addTurn(query->threadId, query->turnPrompt,
+                                                  query->answer);
+    if (isCurrent && wasShown)
+        renderCurrentThread();
+    if (isCurrent && !m_shown && m_with.threads.startNewThreadPerSendEnabled())
+        m_with.threads.endCurrentThread();
+    if (!m_with.threads.dontClearPromptAfterSendEnabled())
+        m_with.defaults.setString(QLatin1String(DefaultsKey::userPrompt), QString());
+}
+
+void QueryOrchestrator::forget(const ActiveQueryPtr &query)
+{
+    m_queries.removeOne(query);
+    if (m_shown == query)
+        m_shown.reset();
+}
+
+void QueryOrchestrator::querySucceeded(const ActiveQueryPtr &query, const DoneInfo &info)
+{
+    const bool wasShown = query == m_shown;
+    if (wasShown)
+        m_with.display.handleStreamEnd();
+    forget(query);
+    storeAnswer(query, wasShown);
+    m_with.threads.release(query->threadId);
+
+    const qint64 cap = m_with.messages.tokenCap();
+    const qint64 usedAfter = cap - info.tokensRemaining;
+    m_with.messages.updateUsage(usedAfter, cap);
+    fireTelemetry(query, info, usedAfter);
+}
+
+void QueryOrchestrator::queryFailed(const ActiveQueryPtr &query, const QueryError &error)
+{
+    const bool wasShown = query == m_shown;
+    forget(query);
+    m_with.threads.release(query->threadId);
+    if (wasShown)
+        m_with.display.abandonStream();
+
+    ServiceMessages &messages = m_with.messages;
+    const auto fail = [this](const QString &logText, const QString &pageText) {
+        log(QStringLiteral("ERROR: ") + logText);
+        showErrorPage(pageText);
+    };
+    // The service states show a card; the waiting entry must not stay on the page beneath it.
+    const auto clearWaitingEntry = [this, wasShown] {
+        if (wasShown)
+            renderCurrentThread();
+    };
+    switch (error.kind) {
+    case QueryError::Kind::RateLimited:
+        clearWaitingEntry();
+        messages.handleRateLimited(error.resetInSeconds);
+        break;
+    case QueryError::Kind::CapExceeded:
+        clearWaitingEntry();
+        messages.handleCapExceeded(error.tokensRemaining
+                                       ? messages.tokenCap() - *error.tokensRemaining
+                                       : messages.tokensUsed(),
+                                   messages.tokenCap());
+        break;
+    case QueryError::Kind::ServerMessage:
+        clearWaitingEntry();
+        messages.handleServerMessage(error.message);
+        break;
+    case QueryError::Kind::HttpError:
+        fail(QStringLiteral("Proxy HTTP %1").arg(error.status),
+             QStringLiteral("Proxy request failed: HTTP %1").arg(error.status));
+        break;
+    case QueryError::Kind::NetworkError:
+        fail(error.message, QStringLiteral("Could not reach backend proxy: ") + error.message);
+        break;
+    case QueryError::Kind::StreamEndedUnexpectedly:
+        fail(QStringLiteral("Stream ended without a done event"),
+             QStringLiteral("Stream ended unexpectedly"));
+        break;
+    case QueryError::Kind::Transport:
+        fail(QStringLiteral("Unexpected query error: ") + error.message, error.message);
+        break;
+    }
+}
+
+void QueryOrchestrator::stop()
+{
+    if (!m_shown)
+        return;
+    const ActiveQueryPtr query = m_shown;
+    if (query->transfer)
+        query->transfer->cancel();
+    log(QStringLiteral("Answer stopped by the user (%1 chars kept)")
+            .arg(characterCount(query->answer)));
+    forget(query);
+    if (query->answer.isEmpty()) {
+        m_with.display.abandonStream();
+        renderCurrentThread();
+    } else {
+        m_with.display.handleStreamEnd();
+        storeAnswer(query, true);
+    }
+    m_with.threads.release(query->threadId);
+    m_stopped = true;
+    Q_EMIT activityChanged();
+}
+
+void QueryOrchestrator::cancelAll()
+{
+    const QList<ActiveQueryPtr> queries = std::exchange(m_queries, {});
+    m_shown.reset();
+    for (const ActiveQueryPtr &query : queries) {
+        if (query->transfer)
+            query->transfer->cancel();
+        m_with.threads.release(query->threadId);
+    }
+}
+
+void QueryOrchestrator::renderCurrentThread()
+{
+    if (const auto &session = m_with.threads.currentSession())
+        m_with.display.renderThread(*session);
+}
+
+void QueryOrchestrator::fireTelemetry(const ActiveQueryPtr &query, const DoneInfo &info,
+                                      qint64 usedAfter)
+{
+    const auto token = m_with.session.sessionToken();
+    if (!token)
+        return;
+    const qint64 cap = m_with.messages.tokenCap();
+    const QDateTime now = m_with.clock();
+    const auto millisecondsSinceStart = [&query](const QDateTime &moment) {
+        return static_cast<double>(query->queryStart.msecsTo(moment));
+    };
+    m_with.service.sendTelemetry(
+        *token,
+        {
+            {QStringLiteral("model_used"), query->model.value_or(QStringLiteral("unknown"))},
+            {QStringLiteral("used_fallback"), info.usedFallback},
+            {QStringLiteral("prompt_chars"), query->promptCharacters},
+            {QStringLiteral("has_image"), query->hasImage},
+            {QStringLiteral("response_time_ms"), millisecondsSinceStart(now)},
+            // An answer without any text has its first token when it is complete.
+            {QStringLiteral("time_to_first_token_ms"),
+             millisecondsSinceStart(query->firstToken.value_or(now))},
+            {QStringLiteral("input_tokens"), 0},
+            {QStringLiteral("output_tokens"), 0},
+            {QStringLiteral("total_tokens"), info.tokensUsed},
+            {QStringLiteral("tokens_used_before"), query->tokensUsedBefore},
+            {QStringLiteral("tokens_remaining_after"), cap - usedAfter},
+            {QStringLiteral("token_cap"), cap},
+            {QStringLiteral("over_cap"), cap < usedAfter},
+            {QStringLiteral("app_version"), QLatin1String(AppConfig::appVersion)},
+            {QStringLiteral("platform"), QStringLiteral("mac")},
+        });
+}
+
+} // namespace quellora

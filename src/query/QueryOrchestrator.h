@@ -1,0 +1,120 @@
+#pragma once
+
+#include "history/CaptureSession.h"
+#include "query/QueryTypes.h"
+#include "query/ScreenshotCapture.h"
+
+#include <QDateTime>
+#include <QFuture>
+#include <QObject>
+#include <QPointer>
+
+#include <functional>
+#include <memory>
+#include <optional>
+
+namespace quellora {
+
+class AnswerDisplay;
+class ProxyQueryService;
+class RunningQuery;
+class ServiceMessages;
+class SessionManager;
+class ThreadController;
+class UserDefaults;
+
+/// The user's actions from button or hotkey to stored turn: Capture & Send, Capture without
+/// sending, Send and Add note; the context prompt, the running query and its telemetry.
+///
+/// Main thread only; captures run on a worker, the transfer in the event loop. Several answers may
+/// be under way; the newest one is on show, older ones are collected and join their own thread
+/// when they finish, so nothing is lost or mixed up.
+class QueryOrchestrator : public QObject
+{
+    Q_OBJECT
+public:
+    /// What the overlay's strip tells the user.
+    enum class Activity { Idle, Capturing, Waiting, Streaming, Stopped };
+    Q_ENUM(Activity)
+
+    using Capture = std::function<QFuture<ScreenshotCapture::Outcome>()>;
+    using Clock = std::function<QDateTime()>;
+
+    /// All collaborators are borrowed and must outlive the orchestrator.
+    struct Collaborators
+    {
+        SessionManager &session;
+        UserDefaults &defaults;
+        ThreadController &threads;
+        ServiceMessages &messages;
+        ProxyQueryService &service;
+        AnswerDisplay &display;
+        Capture capture;
+        Clock clock = [] { return QDateTime::currentDateTime(); };
+    };
+
+    explicit QueryOrchestrator(Collaborators collaborators, QObject *parent = nullptr);
+    ~QueryOrchestrator() override;
+
+    void triggerCaptureAndSend();
+    void captureNoSend();
+    void sendPromptOnly(const QString &text);
+    void addNote(const QString &text);
+    /// Cancels the answer on show and keeps what has arrived as its turn; with nothing arrived the
+    /// waiting entry goes away. Does nothing when no answer is under way.
+    void stop();
+    /// Cancels every transfer without a trace on the display: the session is over.
+    void cancelAll();
+
+    std::optional<QString> selectedModelId() const { return m_selectedModelId; }
+    void setSelectedModelId(const std::optional<QString> &id) { m_selectedModelId = id; }
+
+    Activity activity() const;
+    bool isCapturing() const { return m_capturesRunning > 0; }
+    /// When the answer on show was asked for; for the seconds in the strip.
+    QDateTime activityStart() const;
+
+    /// The text to send: @p fieldText wrapped with the thread's notes and earlier turns.
+    static QString contextAugmentedPrompt(const QString &fieldText, const CaptureSession &session);
+
+Q_SIGNALS:
+    void activityChanged();
+    /// A capture succeeded (the first-launch hint has done its work).
+    void captureSucceeded();
+
+private:
+    struct ActiveQuery;
+    using ActiveQueryPtr = std::shared_ptr<ActiveQuery>;
+
+    void startCapture(std::function<void(const ScreenshotCapture::Outcome &)> done);
+    void captureAndSendFinished(const ScreenshotCapture::Outcome &outcome,
+                                const QDateTime &queryStart);
+    void captureNoSendFinished(const ScreenshotCapture::Outcome &outcome);
+    void showCaptureError(const ScreenshotCapture::CaptureError &error);
+    void showErrorPage(const QString &text);
+
+    void runQuery(const QString &apiPrompt, const QString &turnPrompt,
+                  const std::optional<QByteArray> &imageBase64, const QDateTime &queryStart,
+                  const std::optional<CaptureSession::Screenshot> &screenshot);
+    void runQueryOnMain(const ActiveQueryPtr &query, const QString &apiPrompt,
+                        const std::optional<QByteArray> &imageBase64, const QString &token);
+    void chunkArrived(const ActiveQueryPtr &query, const QString &text);
+    void queryFinished(const ActiveQueryPtr &query, const QueryOutcome &outcome);
+    void querySucceeded(const ActiveQueryPtr &query, const DoneInfo &info);
+    void queryFailed(const ActiveQueryPtr &query, const QueryError &error);
+    void storeAnswer(const ActiveQueryPtr &query, bool wasShown);
+    void forget(const ActiveQueryPtr &query);
+    void fireTelemetry(const ActiveQueryPtr &query, const DoneInfo &info, qint64 usedAfter);
+    void renderCurrentThread();
+
+    Collaborators m_with;
+    std::optional<QString> m_selectedModelId;
+    /// Every answer under way, oldest first.
+    QList<ActiveQueryPtr> m_queries;
+    /// The one on show, if it is still under way.
+    ActiveQueryPtr m_shown;
+    int m_capturesRunning = 0;
+    bool m_stopped = false;
+};
+
+} // namespace quellora
