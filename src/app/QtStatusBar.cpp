@@ -16,7 +16,8 @@ namespace {
 /// The bundled drawing that stands for a system symbol; empty when there is none.
 QString symbolFile(const QString &symbolName)
 {
-    static const QMap<QString, QString> symbols{{QStringLiteral("gear"), QStringLiteral("settings")}};
+    static const QMap<QString, QString> symbols{
+        {QStringLiteral("gear"), QStringLiteral("settings")}};
     const auto it = symbols.find(symbolName);
     if (it == symbols.end())
         return {};

@@ -15,8 +15,8 @@ namespace quellora {
 QString decimalText(double value)
 {
     QString text = QString::number(value, 'g', QLocale::FloatingPointShortest);
-    if (!text.contains(QLatin1Char('.')) && !text.contains(QLatin1Char('e'))
-        && !text.contains(QLatin1Char('n')))
+    if (!text.contains(QLatin1Char('.')) && !text.contains(QLatin1Char('e')) &&
+        !text.contains(QLatin1Char('n')))
         text += QLatin1String(".0");
     return text;
 }
@@ -35,8 +35,8 @@ HeartbeatService::HeartbeatService(SessionManager &session, NotificationCenter &
 void HeartbeatService::start(double intervalSeconds)
 {
     m_intervalSeconds = intervalSeconds;
-    Log::event(QStringLiteral("[HeartbeatService] Starting, interval: ")
-               + decimalText(intervalSeconds) + QLatin1Char('s'));
+    Log::event(QStringLiteral("[HeartbeatService] Starting, interval: ") +
+               decimalText(intervalSeconds) + QLatin1Char('s'));
     scheduleNext();
 }
 
@@ -77,13 +77,12 @@ void HeartbeatService::pollFinished(const LoginResult &result)
         Log::event(QStringLiteral("[HeartbeatService] Poll succeeded, config refreshed"));
         Q_EMIT m_notifications.configDidUpdate(result->config);
     } else if (result.error() == AuthError::invalidCredentials()) {
-        Log::event(
-            QStringLiteral("[HeartbeatService] Token invalid/expired — session expired"));
+        Log::event(QStringLiteral("[HeartbeatService] Token invalid/expired — session expired"));
         Q_EMIT m_notifications.sessionExpired();
         return;
     } else {
-        Log::event(QStringLiteral("[HeartbeatService] Poll failed (non-fatal): ")
-                   + result.error().description());
+        Log::event(QStringLiteral("[HeartbeatService] Poll failed (non-fatal): ") +
+                   result.error().description());
     }
     scheduleNext();
 }

@@ -9,8 +9,8 @@ namespace quellora {
 
 namespace {
 
-const QString saveFailure = QStringLiteral(
-    "[OverlayWindowController] ERROR: Failed to save session to disk: ");
+const QString saveFailure =
+    QStringLiteral("[OverlayWindowController] ERROR: Failed to save session to disk: ");
 const QString commitFailure = QStringLiteral(
     "[OverlayWindowController] ERROR: Failed to commit thread before starting a new one: ");
 
@@ -18,10 +18,7 @@ const QString commitFailure = QStringLiteral(
 
 ThreadController::ThreadController(UserDefaults &defaults, ThreadSaver *saver, Clock clock,
                                    QObject *parent)
-    : QObject(parent)
-    , m_defaults(defaults)
-    , m_saver(saver)
-    , m_clock(std::move(clock))
+    : QObject(parent), m_defaults(defaults), m_saver(saver), m_clock(std::move(clock))
 {
     const auto read = [&defaults](const char *key) {
         return defaults.boolValue(QLatin1String(key)).value_or(false);

@@ -30,9 +30,9 @@ public:
     using Clock = std::function<QDateTime()>;
 
     /// @param saver borrowed; none keeps every thread in memory only
-    ThreadController(UserDefaults &defaults, ThreadSaver *saver,
-                     Clock clock = [] { return QDateTime::currentDateTime(); },
-                     QObject *parent = nullptr);
+    ThreadController(
+        UserDefaults &defaults, ThreadSaver *saver,
+        Clock clock = [] { return QDateTime::currentDateTime(); }, QObject *parent = nullptr);
 
     const std::optional<CaptureSession> &currentSession() const { return m_current; }
     bool canSave() const { return m_saver != nullptr; }

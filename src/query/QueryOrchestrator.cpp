@@ -26,8 +26,8 @@ void log(const QString &message)
 
 QString errorPage(const QString &title, const QString &text)
 {
-    return QStringLiteral("**") + title + QStringLiteral(":**\n```\n") + text
-           + QStringLiteral("\n```");
+    return QStringLiteral("**") + title + QStringLiteral(":**\n```\n") + text +
+           QStringLiteral("\n```");
 }
 
 using CaptureErrorKind = ScreenshotCapture::CaptureError::Kind;
@@ -50,8 +50,7 @@ struct QueryOrchestrator::ActiveQuery
 };
 
 QueryOrchestrator::QueryOrchestrator(Collaborators collaborators, QObject *parent)
-    : QObject(parent)
-    , m_with(std::move(collaborators))
+    : QObject(parent), m_with(std::move(collaborators))
 {}
 
 QueryOrchestrator::~QueryOrchestrator()
@@ -74,8 +73,8 @@ QString QueryOrchestrator::contextAugmentedPrompt(const QString &fieldText,
     if (!session.turns.isEmpty()) {
         prompt += QLatin1String("Previous conversation:\n");
         for (const auto &turn : session.turns) {
-            prompt += QLatin1String("User: ") + turn.prompt + QLatin1String("\nAssistant: ")
-                      + turn.response + QLatin1String("\n\n");
+            prompt += QLatin1String("User: ") + turn.prompt + QLatin1String("\nAssistant: ") +
+                      turn.response + QLatin1String("\n\n");
         }
     }
     return prompt + QLatin1String("Current message:\n") + fieldText;
@@ -122,12 +121,12 @@ void QueryOrchestrator::startCapture(std::function<void(const ScreenshotCapture:
     ++m_capturesRunning;
     m_stopped = false;
     Q_EMIT activityChanged();
-    m_with.capture().then(this, [this, done = std::move(done)](
-                                    const ScreenshotCapture::Outcome &outcome) {
-        --m_capturesRunning;
-        done(outcome);
-        Q_EMIT activityChanged();
-    });
+    m_with.capture().then(
+        this, [this, done = std::move(done)](const ScreenshotCapture::Outcome &outcome) {
+            --m_capturesRunning;
+            done(outcome);
+            Q_EMIT activityChanged();
+        });
 }
 
 void QueryOrchestrator::captureAndSendFinished(const ScreenshotCapture::Outcome &outcome,
@@ -290,8 +289,8 @@ void QueryOrchestrator::queryFinished(const ActiveQueryPtr &query, const QueryOu
 
 void QueryOrchestrator::storeAnswer(const ActiveQueryPtr &query, bool wasShown)
 {
-    const bool isCurrent = m_with.threads.addTurn(query->threadId, query->turnPrompt,
-                                                  query->answer);
+    const bool isCurrent =
+        m_with.threads.addTurn(query->threadId, query->turnPrompt, query->answer);
     if (isCurrent && wasShown)
         renderCurrentThread();
     if (isCurrent && !m_shown && m_with.threads.startNewThreadPerSendEnabled())

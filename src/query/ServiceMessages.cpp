@@ -60,8 +60,7 @@ ServiceMessages::ServiceMessages(AnswerDisplay &display, BackendEndpoints endpoi
     m_updateCountdownTimer.setObjectName(QStringLiteral("updateCountdownTimer"));
     m_updateCountdownTimer.setParent(this);
     m_updateCountdownTimer.setInterval(countdownTickMs);
-    connect(&m_updateCountdownTimer, &QTimer::timeout, this,
-            &ServiceMessages::checkUpdateDeadline);
+    connect(&m_updateCountdownTimer, &QTimer::timeout, this, &ServiceMessages::checkUpdateDeadline);
 }
 
 void ServiceMessages::setCurrentAdminMessage(const std::optional<AdminMessagePayload> &message)
@@ -77,13 +76,13 @@ std::optional<AdminMessagePayload> ServiceMessages::displayedAdminMessage() cons
         return m_message;
     AdminMessagePayload shown = *m_message;
     if (m_forceUpdateRequired) {
-        shown.bodyMarkdown += QStringLiteral(
-            "\n\n**Access restricted.** Please update Vantiro to continue.");
+        shown.bodyMarkdown +=
+            QStringLiteral("\n\n**Access restricted.** Please update Vantiro to continue.");
     } else if (m_updateDeadline) {
-        const double secondsLeft = static_cast<double>(m_clock().msecsTo(*m_updateDeadline))
-                                   / 1000.0;
-        const auto minutes = std::max<qint64>(
-            static_cast<qint64>(std::ceil(secondsLeft / 60.0)), 0);
+        const double secondsLeft =
+            static_cast<double>(m_clock().msecsTo(*m_updateDeadline)) / 1000.0;
+        const auto minutes =
+            std::max<qint64>(static_cast<qint64>(std::ceil(secondsLeft / 60.0)), 0);
         shown.bodyMarkdown += QStringLiteral("\n\nYou have **%1 minute%2** before access is "
                                              "restricted.")
                                   .arg(minutes)
@@ -94,8 +93,8 @@ std::optional<AdminMessagePayload> ServiceMessages::displayedAdminMessage() cons
 
 bool ServiceMessages::isInformationalCollapsed() const
 {
-    return m_message && !m_message->isBlocking()
-           && m_message->id == m_collapsedInformationalMessageId;
+    return m_message && !m_message->isBlocking() &&
+           m_message->id == m_collapsedInformationalMessageId;
 }
 
 void ServiceMessages::toggleInformationalCollapse()
@@ -137,8 +136,8 @@ void ServiceMessages::handleRateLimited(qint64 resetInSeconds)
               QStringLiteral("Too many requests — please wait %1 seconds before capturing again.")
                   .arg(resetInSeconds));
     // The figure comes from outside: keep it within what a timer can hold.
-    const qint64 seconds = std::clamp<qint64>(resetInSeconds, 0,
-                                              std::numeric_limits<int>::max() / 1000);
+    const qint64 seconds =
+        std::clamp<qint64>(resetInSeconds, 0, std::numeric_limits<int>::max() / 1000);
     m_rateLimitedTimer.start(static_cast<int>(seconds * 1000));
 }
 
@@ -164,8 +163,8 @@ void ServiceMessages::handleServerMessage(const QString &message)
 {
     m_lastQueryHitServerMessage = true;
     log(QStringLiteral("Server sent an error event (rendered as the standard credits-exhausted "
-                       "card, not shown verbatim): ")
-        + message);
+                       "card, not shown verbatim): ") +
+        message);
     if (isBlockingOnShow()) {
         log(QStringLiteral("Server message received but a BLOCKING message is already showing — "
                            "not overwriting"));

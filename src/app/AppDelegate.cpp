@@ -1,0 +1,156 @@
+#include "app/AppDelegate.h"
+
+#include "app/Log.h"
+#include "app/MenuBarController.h"
+#include "app/NotificationCenter.h"
+#include "app/PermissionChecker.h"
+#include "backend/HeartbeatService.h"
+#include "backend/SessionManager.h"
+#include "hotkeys/HotkeyBindings.h"
+#include "hotkeys/HotkeyManager.h"
+#include "platform/Platform.h"
+
+#include <QPointer>
+
+#include <utility>
+
+namespace quellora {
+
+namespace {
+
+constexpr double opacityStep = 0.1;
+
+void log(const QString &message)
+{
+    Log::event(QStringLiteral("[AppDelegate] ") + message);
+}
+
+} // namespace
+
+AppDelegate::AppDelegate(Collaborators collaborators, QObject *parent)
+    : QObject(parent), m_with(std::move(collaborators))
+{}
+
+AppDelegate::~AppDelegate() = default;
+
+void AppDelegate::applicationDidFinishLaunching()
+{
+    log(QStringLiteral("applicationDidFinishLaunching"));
+    m_config = m_with.loadConfig();
+    const Capability accessory = m_with.shell.becomeAccessory();
+    log(QStringLiteral("Activation policy set to .accessory (no Dock/App Switcher)"));
+    if (accessory.state() == Capability::State::Unsupported)
+        log(QStringLiteral("WARNING: ") + accessory.reason());
+    setupEditMenu();
+    wireHotkeys();
+    m_with.permissions.checkAccessibility();
+    m_with.permissions.checkScreenRecording();
+    m_with.hotkeys.start(HotkeyBindings::loadEffective(m_config->hotkeys, m_with.defaults));
+    connect(&m_with.notifications, &NotificationCenter::sessionExpired, this,
+            &AppDelegate::handleSessionExpired);
+    showLogin();
+    log(QStringLiteral("Login window shown, overlay deferred until sign-in"));
+}
+
+void AppDelegate::setupEditMenu()
+{
+    const Capability installed = m_with.shell.installEditMenu();
+    log(QStringLiteral("Edit menu installed to prime standard key-equivalent shortcuts"));
+    if (installed.state() == Capability::State::Unsupported)
+        log(QStringLiteral("WARNING: ") + installed.reason());
+}
+
+void AppDelegate::wireHotkeys()
+{
+    // Each callback finds the delegate and its overlay anew: before sign-in there is none and a
+    // press does nothing.
+    const auto onOverlay = [self = QPointer(this)](auto action) {
+        return [self, action] {
+            if (self && self->m_overlay)
+                action(*self->m_overlay);
+        };
+    };
+    HotkeyManager &hotkeys = m_with.hotkeys;
+    hotkeys.onCapture =
+        onOverlay([](OverlayPresenter &overlay) { overlay.triggerCaptureAndSend(); });
+    hotkeys.onClear = onOverlay([](OverlayPresenter &overlay) { overlay.clearContent(); });
+    hotkeys.onToggle = onOverlay([](OverlayPresenter &overlay) { overlay.toggleVisibility(); });
+    hotkeys.onOpacityUp =
+        onOverlay([](OverlayPresenter &overlay) { overlay.adjustOpacity(opacityStep); });
+    hotkeys.onOpacityDown =
+        onOverlay([](OverlayPresenter &overlay) { overlay.adjustOpacity(-opacityStep); });
+    hotkeys.onCaptureNoSend = onOverlay([](OverlayPresenter &overlay) { overlay.captureNoSend(); });
+    hotkeys.onNewThread = onOverlay([](OverlayPresenter &overlay) { overlay.startNewThread(); });
+}
+
+void AppDelegate::showLogin()
+{
+    m_login = m_with.makeLogin();
+    if (!m_login)
+        qFatal("The login window could not be created");
+    m_login->onLoginSuccess = [self = QPointer(this)] {
+        if (self)
+            self->startOverlay();
+    };
+    m_login->showWindow();
+}
+
+void AppDelegate::startOverlay()
+{
+    if (!m_config)
+        qFatal("The overlay was started without a configuration");
+    m_overlay = m_with.makeOverlay(*m_config);
+    if (!m_overlay)
+        qFatal("The overlay could not be created");
+    log(QStringLiteral("OverlayWindowController created"));
+    m_overlay->showWindow();
+    log(QStringLiteral("Overlay window shown"));
+    applyConfigAtStart();
+
+    m_menuBar = m_with.makeMenuBar();
+    m_menuBar->onShowOverlay = [self = QPointer(this)] {
+        if (self && self->m_overlay)
+            self->m_overlay->show();
+    };
+    log(QStringLiteral("MenuBarController created"));
+    log(QStringLiteral("Vantiro Overlay running (single-process, no pipeline.py dependency)."));
+}
+
+void AppDelegate::applyConfigAtStart()
+{
+    const std::optional<AppConfigResponse> config = m_with.session.currentConfig();
+    if (!config)
+        return;
+    m_overlay->updateUsage(config->tokensUsed, config->tokenCap);
+    m_overlay->resolveModelSelection(*config);
+    // A local problem keeps the user from working at all, so it goes before the server's message.
+    const auto &local = m_with.permissions.pendingAdminMessage();
+    m_overlay->setCurrentAdminMessage(local ? local : config->adminMessage);
+    const auto token = m_with.session.sessionToken();
+    if (config->requestLogs.value_or(false) && token && m_with.shipLogs)
+        m_with.shipLogs(*token);
+    m_with.heartbeat.start(static_cast<double>(config->heartbeatIntervalSeconds));
+}
+
+void AppDelegate::handleSessionExpired()
+{
+    log(QStringLiteral("sessionExpired received — tearing down overlay, showing login window"));
+    m_with.session.logout();
+    if (m_overlay)
+        m_overlay->closeWindow();
+    // Both may be on the stack: sign-out starts in the status menu, expiry in a slot of the panel.
+    std::shared_ptr<OverlayPresenter> overlay = std::move(m_overlay);
+    std::shared_ptr<MenuBarController> menuBar = std::move(m_menuBar);
+    QMetaObject::invokeMethod(
+        this, [overlay, menuBar] {}, Qt::QueuedConnection);
+    showLogin();
+}
+
+void AppDelegate::applicationWillTerminate()
+{
+    log(QStringLiteral("applicationWillTerminate — clearing session"));
+    m_with.session.logout();
+    m_with.hotkeys.stop();
+}
+
+} // namespace quellora
