@@ -1,0 +1,69 @@
+# Functions shared by ./run, ./test and the helper scripts. Sourced, not run.
+# shellcheck shell=bash
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+# shellcheck disable=SC2034
+bin_dir=$root/build/release/bin
+
+# What is being done, on standard error so that a program's own output stays clean.
+say() { printf '\033[1m==> %s\033[0m\n' "$*" >&2; }
+note() { printf '    %s\n' "$*" >&2; }
+fail() {
+    printf 'error: %s\n' "$*" >&2
+    exit 1
+}
+
+listed_packages() { sed -e 's/#.*//' -e 's/[[:space:]]//g' -e '/^$/d' "$root/scripts/packages.txt"; }
+
+# The listed packages that dpkg does not know as installed.
+missing_packages() {
+    local package
+    local -A installed=()
+    while read -r package; do
+        installed[$package]=1
+    done < <(dpkg-query -W -f='${db:Status-Status} ${Package}\n' 2>/dev/null |
+        sed -n 's/^installed //p')
+    while read -r package; do
+        [[ -n ${installed[$package]:-} ]] || printf '%s\n' "$package"
+    done < <(listed_packages)
+    command -v node >/dev/null || printf 'nodejs\n'
+    command -v npm >/dev/null || printf 'npm\n'
+}
+
+as_root() {
+    if [[ $(id -u) -eq 0 ]]; then
+        "$@"
+    elif command -v sudo >/dev/null; then
+        sudo "$@"
+    else
+        fail "installing packages needs root; run as root, or install sudo"
+    fi
+}
+
+install_packages() {
+    local missing
+    command -v dpkg-query >/dev/null || fail "this needs Debian 12 or a system derived from it"
+    mapfile -t missing < <(missing_packages)
+    if [[ ${#missing[@]} -eq 0 ]]; then
+        say "All packages are there"
+        return
+    fi
+    say "Installing ${#missing[@]} missing packages"
+    note "${missing[*]}"
+    as_root env DEBIAN_FRONTEND=noninteractive apt-get update -qq </dev/null >&2
+    as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends \
+        "${missing[@]}" </dev/null >&2
+}
+
+# build [TARGET...]: configures the release preset once and builds the targets (all by default).
+# Both commands share the folder and the options, so neither undoes the other's work.
+build() {
+    local targets=()
+    [[ $# -eq 0 ]] || targets=(--target "$@")
+    if [[ ! -f $root/build/release/build.ninja ]]; then
+        say "Configuring build/release"
+        (cd "$root" && cmake --preset release) >&2
+    fi
+    say "Building ${*:-everything}"
+    (cd "$root" && cmake --build --preset release "${targets[@]}") >&2
+}

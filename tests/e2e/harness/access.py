@@ -1,0 +1,213 @@
+"""Finding and using controls by their accessible role and name."""
+
+import time
+
+from .waiting import PATIENCE, wait_until
+
+#: How the accessibility library names the press of different controls.
+_PRESS_NAMES = ("press", "click", "toggle", "activate", "jump")
+
+
+class Accessibility:
+    """The program's controls as assistive software sees them."""
+
+    def __init__(self, app):
+        self._app = app
+        self._api = None
+
+    @property
+    def api(self):
+        """The library, loaded when first needed because it binds to the bus of that moment."""
+        if self._api is None:
+            import gi  # pylint: disable=import-outside-toplevel
+            gi.require_version("Atspi", "2.0")
+            from gi.repository import Atspi, GLib  # pylint: disable=import-outside-toplevel
+            Atspi.init()
+            Atspi.set_timeout(5000, 15000)
+            self._api = (Atspi, GLib)
+        return self._api
+
+    def _pump(self):
+        context = self.api[1].MainContext.default()
+        while context.iteration(False):
+            pass
+
+    def root(self):
+        """The program's node, or None before it has registered."""
+        atspi, glib = self.api
+        self._pump()
+        desktop = atspi.get_desktop(0)
+        try:
+            for index in range(desktop.get_child_count()):
+                child = desktop.get_child_at_index(index)
+                if child and child.get_process_id() == self._app.process.pid:
+                    child.set_cache_mask(atspi.Cache.NONE)
+                    return child
+        except glib.Error:
+            return None
+        return None
+
+    def walk(self, node=None, depth=0):
+        """All nodes below a node (the program by default), parents first, as (depth, node)."""
+        node = node or self.root()
+        if node is None:
+            return
+        glib = self.api[1]
+        try:
+            children = [node.get_child_at_index(index) for index in range(node.get_child_count())]
+        except glib.Error:
+            return
+        for child in children:
+            if child is not None:
+                yield depth, child
+                yield from self.walk(child, depth + 1)
+
+    def _matches(self, node, name, role):
+        try:
+            if role and node.get_role_name() != role:
+                return False
+            own = node.get_name()
+            return own == name if isinstance(name, str) else bool(name.search(own or ""))
+        except self.api[1].Error:
+            return False
+
+    def has_state(self, node, *names):
+        """Whether a node has all the named states, e.g. "SHOWING", "SENSITIVE"."""
+        atspi, glib = self.api
+        try:
+            states = node.get_state_set()
+            return all(states.contains(getattr(atspi.StateType, name)) for name in names)
+        except glib.Error:
+            return False
+
+    def find(self, name, role=None):
+        """The first shown control with this name (text or expression), or None."""
+        for _, node in self.walk():
+            if self._matches(node, name, role) and self.has_state(node, "SHOWING"):
+                return node
+        return None
+
+    def find_all(self, name, role=None):
+        """Every shown control with this name."""
+        return [node for _, node in self.walk()
+                if self._matches(node, name, role) and self.has_state(node, "SHOWING")]
+
+    def wait_for(self, name, role=None, focused=False, enabled=None, timeout=PATIENCE):
+        """Waits for a shown control, optionally with the focus, enabled or disabled."""
+        def look():
+            node = self.find(name, role)
+            if node is None or (focused and not self.has_state(node, "FOCUSED")):
+                return None
+            if enabled is not None and self.is_enabled(node) != enabled:
+                return None
+            return node
+        try:
+            return wait_until(look, timeout, f"the control {name!r}")
+        except AssertionError as error:
+            raise AssertionError(self._app.describe(f"{error}\n{self.dump()}")) from None
+
+    def wait_gone(self, name, role=None, timeout=PATIENCE):
+        """Waits until no control with this name is shown."""
+        wait_until(lambda: self.find(name, role) is None, timeout,
+                   f"the control {name!r} to disappear")
+
+    def is_enabled(self, node):
+        """Whether a control takes presses."""
+        return self.has_state(node, "SENSITIVE")
+
+    def press(self, name, role=None):
+        """Presses a control the way a screen reader does."""
+        node = self.wait_for(name, role, enabled=True)
+        actions = node.get_action_iface()
+        if actions is None:
+            raise AssertionError(f"the control {name!r} offers no action")
+        offered = [actions.get_action_name(index).lower()
+                   for index in range(actions.get_n_actions())]
+        for wanted in _PRESS_NAMES:
+            if wanted in offered:
+                actions.do_action(offered.index(wanted))
+                return node
+        raise AssertionError(f"the control {name!r} offers only {offered}")
+
+    def bounds(self, node):
+        """(x, y, width, height) of a node on the screen."""
+        atspi = self.api[0]
+        box = node.get_component_iface().get_extents(atspi.CoordType.SCREEN)
+        return box.x, box.y, box.width, box.height
+
+    def click(self, name, role=None, button=1):
+        """Clicks the middle of a control with the real pointer."""
+        x, y, width, height = self.settled_bounds(name, role)
+        self._app.desktop.click(x + width // 2, y + height // 2, button)
+
+    def settled_bounds(self, name, role=None):
+        """Bounds of a control once two looks in a row agree (it may still be moving)."""
+        last = [None]
+
+        def look():
+            now = self.bounds(self.wait_for(name, role))
+            same, last[0] = now == last[0] and now[2] > 0, now
+            return now if same else None
+        return wait_until(look, what=f"the control {name!r} to come to rest", interval=0.05)
+
+    def text_of(self, node):
+        """A node's text: its text interface when it has one, else its name."""
+        try:
+            text = node.get_text_iface()
+            if text is not None:
+                count = text.get_character_count()
+                if count > 0:
+                    return self.api[0].Text.get_text(text, 0, count)
+            return node.get_name() or ""
+        except self.api[1].Error:
+            return ""
+
+    def page_text(self):
+        """Everything that the response page shows, in reading order."""
+        page = None
+        for _, node in self.walk():
+            try:
+                if node.get_role_name() == "document web":
+                    page = node
+            except self.api[1].Error:
+                continue
+        if page is None:
+            return ""
+        parts = []
+        for _, node in self.walk(page):
+            try:
+                if node.get_child_count() == 0:
+                    parts.append(self.text_of(node))
+            except self.api[1].Error:
+                continue
+        return "\n".join(part for part in parts if part)
+
+    def wait_for_page_text(self, text, timeout=PATIENCE):
+        """Waits until the response page shows a text, and returns all it shows."""
+        seen = [""]
+
+        def look():
+            seen[0] = self.page_text()
+            return seen[0] if text in seen[0] else None
+        try:
+            return wait_until(look, timeout, f"{text!r} in the page", interval=0.1)
+        except AssertionError as error:
+            raise AssertionError(self._app.describe(
+                f"{error}; it shows {seen[0]!r}\n{self.dump()}")) from None
+
+    def dump(self):
+        """The tree as text, for failures."""
+        lines = []
+        started = time.monotonic()
+        for depth, node in self.walk():
+            if time.monotonic() - started > 10:
+                lines.append("…")
+                break
+            try:
+                flags = "".join(letter for letter, state in
+                                (("s", "SHOWING"), ("e", "SENSITIVE"), ("f", "FOCUSED"))
+                                if self.has_state(node, state))
+                lines.append(f"{'  ' * depth}{node.get_role_name()} {node.get_name()!r} [{flags}]")
+            except self.api[1].Error:
+                continue
+        return "\n".join(lines)

@@ -1,0 +1,277 @@
+"""The real program with a private home, its log, and the everyday actions on it."""
+
+import json
+import os
+import pathlib
+import re
+import shutil
+import signal
+import subprocess
+import tempfile
+import threading
+import time
+
+from . import processes
+from .access import Accessibility
+from .waiting import PATIENCE, wait_until
+
+TEST_EMAIL = "sam@example.com"
+TEST_PASSWORD = "correct horse 9"
+
+#: Where the programs under test are; the test runner sets it.
+BIN_DIR = pathlib.Path(os.environ.get(
+    "QUELLORA_BIN_DIR",
+    pathlib.Path(__file__).resolve().parents[3] / "build" / "release" / "bin"))
+
+_LINE = re.compile(r"\[(\d\d:\d\d:\d\d\.\d\d\d)\] (.*)", re.DOTALL)
+
+#: First-launch hints off, empty prompt box, threads kept: what most tests want.
+DEFAULTS = {"hasLaunchedBefore": True, "userPrompt": "", "keepAIHistoryEnabled": True}
+
+
+class App:
+    """One run of the program on a desktop.
+
+    Everything it may write lies below `folder`, which is removed by `close`. Log messages (without
+    their time) collect in `lines` while it runs.
+    """
+
+    def __init__(self, desktop, backend_url, defaults=None, config=None, bin_dir=None,
+                 environment=None):
+        self.desktop = desktop
+        self.folder = pathlib.Path(tempfile.mkdtemp(prefix="app-"))
+        self.home = self._make_folder("home")
+        self.config_home = self._make_folder("config")
+        self.data_home = self._make_folder("data")
+        self.temporary = self._make_folder("tmp")
+        self.work = self._make_folder("work")
+        self.opened_log = self.folder / "opened.txt"
+        self.process = None
+        self.exit_code = None
+        self.raw_lines = []
+        self.lines = []
+        self._cursor = 0
+        self._ended = False
+        self._changed = threading.Condition()
+        self._readers = []
+        self.error_output = []
+        self.bin_dir = pathlib.Path(bin_dir or BIN_DIR)
+        self.access = Accessibility(self)
+        self.store_defaults(DEFAULTS if defaults is None else defaults)
+        if config is not None:
+            text = config if isinstance(config, str) else json.dumps(config)
+            (self.work / "config.json").write_text(text)
+        self.environment = desktop.environment | {
+            "PATH": f"{self._fake_openers()}:{desktop.environment['PATH']}",
+            "HOME": str(self.home),
+            "XDG_CONFIG_HOME": str(self.config_home),
+            "XDG_DATA_HOME": str(self.data_home),
+            "XDG_CACHE_HOME": str(self._make_folder("cache")),
+            "TMPDIR": str(self.temporary),
+            "TZ": "UTC",
+            "QUELLORA_BACKEND_URL": backend_url,
+            "QT_LINUX_ACCESSIBILITY_ALWAYS_ON": "1",
+            "QTWEBENGINE_ENABLE_LINUX_ACCESSIBILITY": "1",
+        } | (environment or {})
+
+    def _make_folder(self, name):
+        folder = self.folder / name
+        folder.mkdir(mode=0o700)
+        return folder
+
+    def _fake_openers(self):
+        """A folder with an `xdg-open` that notes what it was asked to open."""
+        folder = self._make_folder("openers")
+        opener = folder / "xdg-open"
+        opener.write_text(f'#!/bin/sh\nprintf "%s\\n" "$@" >> "{self.opened_log}"\n')
+        opener.chmod(0o755)
+        return folder
+
+    # -- life -----------------------------------------------------------------------------------
+
+    def start(self):
+        """Starts the program and returns the app itself."""
+        self.process = processes.spawn(
+            [str(self.bin_dir / "quellora")], env=self.environment, cwd=self.work,
+            stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        for stream, target in ((self.process.stdout, self._take_line),
+                               (self.process.stderr, self.error_output.append)):
+            reader = threading.Thread(target=self._read, args=(stream, target), daemon=True)
+            reader.start()
+            self._readers.append(reader)
+        return self
+
+    def _read(self, stream, take):
+        for raw in iter(stream.readline, b""):
+            take(raw.decode("utf-8", "replace").rstrip("\n"))
+        if stream is self.process.stdout:
+            with self._changed:
+                self._ended = True
+                self._changed.notify_all()
+
+    def _take_line(self, raw):
+        match = _LINE.fullmatch(raw)
+        with self._changed:
+            self.raw_lines.append(raw)
+            self.lines.append(match[2] if match else raw)
+            self._changed.notify_all()
+
+    def wait_exit(self, timeout=PATIENCE):
+        """Waits for the end of the program and returns its exit status."""
+        self.exit_code = self.process.wait(timeout)
+        for reader in self._readers:
+            reader.join(timeout)
+        return self.exit_code
+
+    @property
+    def running(self):
+        """Whether the program is alive."""
+        return self.process is not None and self.process.poll() is None
+
+    def close(self):
+        """Kills the program if it still runs and removes its folders."""
+        if self.process is not None:
+            if self.running:
+                self.process.send_signal(signal.SIGCONT)
+            processes.stop(self.process, timeout=5)
+            for reader in self._readers:
+                reader.join(PATIENCE)
+        shutil.rmtree(self.folder, ignore_errors=True)
+
+    # -- log ------------------------------------------------------------------------------------
+
+    def mark(self):
+        """A place in the log to look from later."""
+        with self._changed:
+            return len(self.lines)
+
+    def wait_for_line(self, pattern, timeout=PATIENCE, since=None):
+        """Waits for a log message and returns its index.
+
+        `pattern` is a string, which must be the whole message, or a compiled expression, which
+        must match somewhere in it. The search starts after the message found by the last call,
+        or at `since`.
+        """
+        def matches(line):
+            return line == pattern if isinstance(pattern, str) else pattern.search(line)
+
+        def find():
+            for index in range(start, len(self.lines)):
+                if matches(self.lines[index]):
+                    return index + 1
+            return None
+
+        deadline = time.monotonic() + timeout
+        with self._changed:
+            start = self._cursor if since is None else since
+            while not (found := find()):
+                left = deadline - time.monotonic()
+                if self._ended or left <= 0:
+                    raise AssertionError(self.describe(
+                        f"{'ended before' if self._ended else 'waited in vain for'} the log line "
+                        f"{pattern!r}", start))
+                self._changed.wait(left)
+            self._cursor = found
+            return found - 1
+
+    def lines_since(self, mark):
+        """Copy of the messages after a mark."""
+        with self._changed:
+            return self.lines[mark:]
+
+    def has_line(self, text, since=0):
+        """Whether a message with exactly this text has been written."""
+        return text in self.lines_since(since)
+
+    def describe(self, problem, start=0):
+        """Text of a failure with the log around it."""
+        shown = "\n    ".join(self.raw_lines[max(0, start - 5):][-60:])
+        errors = "\n    ".join(self.error_output[-15:])
+        return (f"{problem}\n  log:\n    {shown}\n  standard error:\n    {errors}")
+
+    # -- files ----------------------------------------------------------------------------------
+
+    @property
+    def defaults_path(self):
+        """The stored preferences."""
+        return self.config_home / "Quellora" / "defaults.json"
+
+    def store_defaults(self, values):
+        """Writes the preferences before the start."""
+        self.defaults_path.parent.mkdir(parents=True, exist_ok=True)
+        self.defaults_path.write_text(json.dumps(values))
+
+    def stored_defaults(self):
+        """The preferences as they are on disk now."""
+        return json.loads(self.defaults_path.read_text())
+
+    def threads(self):
+        """The kept threads on disk, oldest first."""
+        found = []
+        for path in (self.data_home / "Quellora" / "sessions").glob("*/session.json"):
+            try:
+                found.append(json.loads(path.read_text()))
+            except (OSError, ValueError):
+                continue
+        return sorted(found, key=lambda record: record["createdAt"])
+
+    def turns(self):
+        """All kept turns as (prompt, response), in order."""
+        turns = [turn for record in self.threads() for turn in record["turns"]]
+        return [(turn["prompt"], turn["response"])
+                for turn in sorted(turns, key=lambda turn: turn["createdAt"])]
+
+    def opened(self):
+        """What the program has asked the desktop to open."""
+        return self.opened_log.read_text().splitlines() if self.opened_log.exists() else []
+
+    def temporary_files(self):
+        """Names of everything in its temporary folder, sub-folders included."""
+        return sorted(str(path.relative_to(self.temporary))
+                      for path in self.temporary.rglob("*"))
+
+    # -- everyday actions -----------------------------------------------------------------------
+
+    def wait_login_window(self):
+        """Waits until the login window is there and takes the keyboard."""
+        self.wait_for_line("[AppDelegate] Login window shown, overlay deferred until sign-in")
+        self.desktop.wait_for_active("Quellora")
+        self.access.wait_for("Email", focused=True)
+
+    def fill_login(self, email=TEST_EMAIL, password=TEST_PASSWORD):
+        """Types into the two fields."""
+        self.desktop.type_text(email + "\t" + password)
+
+    def sign_in(self):
+        """From the login window to the running overlay, with real key presses."""
+        self.wait_login_window()
+        self.fill_login()
+        self.desktop.press("return")
+        self.wait_for_line(
+            "[AppDelegate] Vantiro Overlay running (single-process, no pipeline.py dependency).")
+        self.wait_overlay_shown()
+        return self
+
+    def panel(self):
+        """(id, x, y, width, height) of the panel on the screen, or None while it is hidden."""
+        found = self.desktop.viewable_windows("Quellora")
+        return found[0] if len(found) == 1 else None
+
+    def wait_overlay_shown(self):
+        """Waits until the panel, and only the panel, is on the screen."""
+        return wait_until(self.panel, what="the panel on the screen")
+
+    def wait_overlay_hidden(self):
+        """Waits until no window of the program is on the screen."""
+        wait_until(lambda: not self.desktop.viewable_windows("Quellora"),
+                   what="the panel to leave the screen")
+
+    def hotkey(self, combo, fired=None):
+        """Presses a global hotkey and, with `fired`, waits until it is reported under that name.
+
+        Leaves room for the debounce time of the same action, which counts from the last press.
+        """
+        mark = self.mark()
+        self.desktop.press(combo)
+        if fired:
+            self.wait_for_line(f"[HotkeyManager] Fired: {fired}", since=mark)

@@ -1,0 +1,121 @@
+"""Base classes of the tests."""
+
+import os
+import pathlib
+import unittest
+
+from .app import App
+from .desktop import Desktop
+from .server import QUERY, HostileServer
+from .windows import OtherWindow
+
+#: Pictures and logs of failed tests go here.
+ARTIFACTS = pathlib.Path(os.environ.get(
+    "QUELLORA_E2E_ARTIFACTS", pathlib.Path(__file__).resolve().parents[3] / "out" / "e2e"))
+
+
+class E2ECase(unittest.TestCase):
+    """One desktop per test file; every test starts and ends its own programs."""
+
+    #: Arguments of the file's Desktop.
+    desktop_options = {}
+    desktop = None
+
+    @classmethod
+    def setUpClass(cls):
+        if E2ECase.desktop is None:
+            E2ECase.desktop = Desktop(**cls.desktop_options)
+            unittest.addModuleCleanup(cls._close_desktop)
+
+    @staticmethod
+    def _close_desktop():
+        E2ECase.desktop.close()
+        E2ECase.desktop = None
+
+    def run(self, result=None):
+        before = len(result.failures) + len(result.errors) if result is not None else 0
+        self.apps = []
+        self._result, self._problems_before = result, before
+        return super().run(result)
+
+    def _keep_evidence(self):
+        """Cleanup that runs first: after a failure, keeps a picture and the logs."""
+        outcome = self._outcome
+        failed = outcome is not None and not outcome.success
+        if not failed or self.desktop is None or self.desktop.connection is None:
+            return
+        ARTIFACTS.mkdir(parents=True, exist_ok=True)
+        name = self.id().replace("__main__.", pathlib.Path(
+            __import__("sys").argv[0]).stem + ".")
+        self.desktop.screenshot().save_png(ARTIFACTS / f"{name}.png")
+        for index, app in enumerate(self.apps):
+            text = "\n".join(app.raw_lines + ["", "standard error:"] + app.error_output)
+            (ARTIFACTS / f"{name}-{index}.log").write_text(text + "\n")
+
+    def server(self, **config):
+        """A server that lives as long as the test."""
+        server = HostileServer(**config)
+        self.addCleanup(self._close_server, server)
+        return server
+
+    def _close_server(self, server):
+        server.close()
+        self.assertEqual(server.errors, [], "the test's own server failed")
+
+    def app(self, server, **options):
+        """A started program that lives as long as the test."""
+        url = server if isinstance(server, str) else server.url
+        app = App(self.desktop, url, **options)
+        self.apps.append(app)
+        self.addCleanup(app.close)
+        self.addCleanup(self._keep_evidence)
+        return app.start()
+
+    def other_window(self, **options):
+        """A document window that lives as long as the test."""
+        window = OtherWindow(self.desktop, **options)
+        self.addCleanup(window.close)
+        return window
+
+
+class SignedInCase(E2ECase):
+    """One signed-in program for all tests of the class; each test starts with a new thread."""
+
+    server_config = {}
+    app_options = {}
+
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        cls.shared_server = HostileServer(**cls.server_config)
+        cls.addClassCleanup(cls.shared_server.close)
+        cls.shared_app = App(cls.desktop, cls.shared_server.url, **cls.app_options)
+        cls.addClassCleanup(cls.shared_app.close)
+        cls.shared_app.start().sign_in()
+
+    def setUp(self):
+        self.apps = [self.shared_app]
+        self.addCleanup(self._keep_evidence)
+        self.shared_server.on(QUERY, HostileServer.answer_with("Hello from the server."))
+        app = self.shared_app
+        mark = app.mark()
+        app.access.press("New thread")
+        app.wait_for_line("[OverlayWindowController] New thread started", since=mark)
+        self.mark = app.mark()
+        self.turns_before = len(app.turns())
+
+    def ask(self, text):
+        """Sends a prompt with the keyboard, as a user would."""
+        app = self.shared_app
+        app.access.click("Write a message")
+        app.access.wait_for("Write a message", focused=True)
+        self.desktop.type_text(text + "\n")
+        app.wait_for_line("[OverlayWindowController] Send button clicked — prompt-only query",
+                          since=self.mark)
+
+    def wait_answer(self):
+        """Waits for the end of the answer and returns the new turns on disk."""
+        app = self.shared_app
+        app.wait_for_line("[OverlayWindowController] Stream complete, buffer cleared",
+                          since=self.mark)
+        return app

@@ -1,0 +1,285 @@
+"""A private desktop: X server, window manager, session bus, keyboard and pointer."""
+
+import atexit
+import os
+import pathlib
+import select
+import shutil
+import subprocess
+import tempfile
+import time
+
+from Xlib import X, Xatom
+from Xlib import display as xdisplay
+from Xlib import error as xerror
+from Xlib.ext import xtest
+
+from . import processes
+from .image import Image
+from .waiting import PATIENCE, wait_until
+
+_HERE = pathlib.Path(__file__).resolve().parent
+
+_NAMED_KEYS = {
+    "ctrl": 0xFFE3, "alt": 0xFFE9, "super": 0xFFEB, "shift": 0xFFE1, "return": 0xFF0D,
+    "tab": 0xFF09, "escape": 0xFF1B, "backspace": 0xFF08, "delete": 0xFFFF, "space": 0x20,
+    "home": 0xFF50, "end": 0xFF57, "up": 0xFF52, "down": 0xFF54, "left": 0xFF51, "right": 0xFF53,
+    "f6": 0xFFC3, "num_lock": 0xFF7F, "caps_lock": 0xFFE5,
+}
+_SHIFT = _NAMED_KEYS["shift"]
+
+
+class Desktop:
+    """One X display with a window manager and a session bus that nothing else uses.
+
+    There can be one per test process, because the accessibility library binds to the first bus it
+    sees. Everything is torn down by `close`, or by the kernel when the test process dies.
+    """
+
+    def __init__(self, width=1280, height=800, compositor=None, window_manager=True):
+        """`compositor` is None for none, or the path of a picom configuration ("" for its own)."""
+        processes.adopt_orphans()
+        self.folder = pathlib.Path(tempfile.mkdtemp(prefix="desktop-"))
+        self.width, self.height = width, height
+        self.connection = None
+        self._children = []
+        atexit.register(self.close)
+        runtime = self.folder / "runtime"
+        runtime.mkdir(mode=0o700)
+        self.environment = {
+            "PATH": os.environ["PATH"],
+            "HOME": str(self.folder),
+            "LANG": "C.UTF-8",
+            "XDG_RUNTIME_DIR": str(runtime),
+        }
+        self.name = self._start_x_server()
+        self.environment["DISPLAY"] = self.name
+        self.connection = xdisplay.Display(self.name)
+        self.root = self.connection.screen().root
+        self.root.change_attributes(event_mask=X.PropertyChangeMask)
+        self.connection.sync()
+        self._start_bus()
+        if window_manager:
+            self._start_window_manager()
+        if compositor is not None:
+            self._start_compositor(compositor)
+        # The accessibility library reads these when it is first used.
+        os.environ.update(DISPLAY=self.name, XDG_RUNTIME_DIR=str(runtime),
+                          DBUS_SESSION_BUS_ADDRESS=self.environment["DBUS_SESSION_BUS_ADDRESS"])
+
+    # -- set-up ---------------------------------------------------------------------------------
+
+    def _start(self, *arguments, **options):
+        log = open(self.folder / (pathlib.Path(arguments[0]).name + ".log"), "wb")
+        with log:
+            child = processes.spawn(arguments, env=self.environment, stdout=log, stderr=log,
+                                    **options)
+        self._children.append(child)
+        return child
+
+    @staticmethod
+    def _read_line(descriptor, what):
+        """First line that a helper writes to `descriptor`."""
+        data = b""
+        deadline = time.monotonic() + PATIENCE
+        while not data.endswith(b"\n"):
+            ready, _, _ = select.select([descriptor], [], [], max(0, deadline - time.monotonic()))
+            part = os.read(descriptor, 4096) if ready else b""
+            if not part:
+                raise AssertionError(f"{what} did not start")
+            data += part
+        return data.decode().strip()
+
+    def _start_x_server(self):
+        reader, writer = os.pipe()
+        self._start("Xvfb", "-displayfd", str(writer), "-screen", "0",
+                    f"{self.width}x{self.height}x24", "-nolisten", "tcp", "-noreset",
+                    "-dpi", "96", pass_fds=[writer])
+        os.close(writer)
+        try:
+            return ":" + self._read_line(reader, "the X server")
+        finally:
+            os.close(reader)
+
+    def _start_bus(self):
+        reader, writer = os.pipe()
+        self._start("dbus-daemon", "--session", "--nofork", "--nopidfile",
+                    f"--print-address={writer}", pass_fds=[writer])
+        os.close(writer)
+        try:
+            address = self._read_line(reader, "the session bus")
+        finally:
+            os.close(reader)
+        self.environment["DBUS_SESSION_BUS_ADDRESS"] = address
+
+    def _start_window_manager(self):
+        # Its root properties appear before it manages windows; its start-up command runs after.
+        ready = self.folder / "window-manager-ready"
+        os.mkfifo(ready)
+        descriptor = os.open(ready, os.O_RDWR)
+        self._start("openbox", "--sm-disable", "--config-file", str(_HERE / "openbox.xml"),
+                    "--startup", f"sh -c 'echo ready > {ready}'")
+        try:
+            self._read_line(descriptor, "the window manager")
+        finally:
+            os.close(descriptor)
+
+    def _start_compositor(self, configuration):
+        arguments = ["picom", "--backend", "xrender", "--no-vsync"]
+        arguments += ["--config", configuration or os.devnull]
+        self._start(*arguments)
+        manager = self.connection.intern_atom("_NET_WM_CM_S0")
+        wait_until(lambda: self.connection.get_selection_owner(manager) != X.NONE,
+                   what="the compositor")
+
+    def close(self):
+        """Ends every helper and removes the private folder. May be called twice."""
+        atexit.unregister(self.close)
+        if self.connection is not None:
+            try:
+                self.connection.close()
+            except (xerror.ConnectionClosedError, OSError):
+                pass
+            self.connection = None
+        for child in reversed(self._children):
+            processes.stop(child, timeout=2)
+        self._children = []
+        processes.kill_all_descendants()
+        processes.reap()
+        shutil.rmtree(self.folder, ignore_errors=True)
+
+    # -- windows --------------------------------------------------------------------------------
+
+    def wait_for_root(self, condition, what, timeout=PATIENCE):
+        """Evaluates `condition` now and after each change of a root property until it is true."""
+        deadline = time.monotonic() + timeout
+        while True:
+            value = condition()
+            if value:
+                return value
+            left = deadline - time.monotonic()
+            if left <= 0:
+                raise AssertionError(f"waited {timeout:.0f} s for {what}")
+            # The short upper bound covers changes that announce themselves elsewhere.
+            select.select([self.connection.fileno()], [], [], min(left, 0.2))
+            while self.connection.pending_events():
+                self.connection.next_event()
+
+    def active_window(self):
+        """Id of the window that the window manager considers active, or 0."""
+        found = self.root.get_full_property(
+            self.connection.intern_atom("_NET_ACTIVE_WINDOW"), Xatom.WINDOW)
+        return int(found.value[0]) if found and found.value else 0
+
+    def wait_for_active(self, title, timeout=PATIENCE):
+        """Waits until a window with this title is active, and returns its id."""
+        def is_active():
+            window = self.active_window()
+            return window if window and self.title(window) == title else 0
+        return self.wait_for_root(is_active, f"the window {title!r} to be active", timeout)
+
+    def title(self, window_id):
+        """Title of a window, empty when it has none or is gone."""
+        window = self.connection.create_resource_object("window", window_id)
+        try:
+            utf8 = window.get_full_property(self.connection.intern_atom("_NET_WM_NAME"),
+                                            X.AnyPropertyType)
+            if utf8:
+                value = utf8.value
+                return value.decode() if isinstance(value, bytes) else str(value)
+            return window.get_wm_name() or ""
+        except xerror.XError:
+            return ""
+
+    def viewable_windows(self, title):
+        """(id, x, y, width, height) of all viewable windows with this title, in root pixels."""
+        found = []
+
+        def visit(window):
+            try:
+                if (self.title(window.id) == title
+                        and window.get_attributes().map_state == X.IsViewable):
+                    size = window.get_geometry()
+                    origin = window.translate_coords(self.root, 0, 0)
+                    # translate_coords answers with the position of our origin, negated.
+                    found.append((window.id, -origin.x, -origin.y, size.width, size.height))
+                for child in window.query_tree().children:
+                    visit(child)
+            except xerror.XError:
+                return
+        visit(self.root)
+        return found
+
+    def focus_window(self):
+        """Id of the window that has the keyboard focus."""
+        focus = self.connection.get_input_focus().focus
+        return focus if isinstance(focus, int) else focus.id
+
+    # -- keyboard and pointer -------------------------------------------------------------------
+
+    def _keycode(self, key):
+        keysym = _NAMED_KEYS.get(key.lower()) if len(key) > 1 else None
+        if keysym is None:
+            if len(key) != 1:
+                raise ValueError(f"unknown key {key!r}")
+            keysym = ord(key) if ord(key) < 256 else 0x01000000 | ord(key)
+        places = list(self.connection.keysym_to_keycodes(keysym))
+        if not places:
+            raise ValueError(f"no key produces {key!r}")
+        code, index = min(places, key=lambda place: place[1])
+        return code, index
+
+    def _fake(self, kind, detail):
+        xtest.fake_input(self.connection, kind, detail)
+        self.connection.sync()
+
+    def press(self, combo):
+        """Presses and releases a combination such as "ctrl+alt+super+c"."""
+        parts = combo.split("+") if combo != "+" else ["+"]
+        codes = [self._keycode(part)[0] for part in parts]
+        for code in codes:
+            self._fake(X.KeyPress, code)
+        for code in reversed(codes):
+            self._fake(X.KeyRelease, code)
+
+    def type_text(self, text):
+        """Types a text with real key presses of the current layout."""
+        for character in text:
+            code, index = self._keycode({"\n": "return", "\t": "tab"}.get(character, character))
+            if index == 1:
+                self._fake(X.KeyPress, self._keycode("shift")[0])
+            self._fake(X.KeyPress, code)
+            self._fake(X.KeyRelease, code)
+            if index == 1:
+                self._fake(X.KeyRelease, self._keycode("shift")[0])
+
+    def move_pointer(self, x, y):
+        """Moves the pointer to a place on the screen."""
+        xtest.fake_input(self.connection, X.MotionNotify, x=int(x), y=int(y))
+        self.connection.sync()
+
+    def click(self, x, y, button=1):
+        """Moves the pointer and clicks there."""
+        self.move_pointer(x, y)
+        self._fake(X.ButtonPress, button)
+        self._fake(X.ButtonRelease, button)
+
+    # -- pictures -------------------------------------------------------------------------------
+
+    def screenshot(self, x=0, y=0, width=None, height=None):
+        """What the screen shows, our panel included."""
+        width, height = width or self.width, height or self.height
+        answer = self.root.get_image(x, y, width, height, X.ZPixmap, 0xFFFFFFFF)
+        data = answer.data if isinstance(answer.data, bytes) else answer.data.encode("latin1")
+        return Image.from_bgrx(width, height, data)
+
+    def fill_root(self, colour):
+        """Paints the bare desktop in one colour."""
+        red, green, blue = colour
+        self.root.change_attributes(background_pixel=red << 16 | green << 8 | blue)
+        self.root.clear_area()
+        self.connection.sync()
+
+    def run(self, *arguments, **options):
+        """Runs a helper program on this desktop and returns its completed process."""
+        return subprocess.run(arguments, env=self.environment, check=True, **options)
