@@ -1,0 +1,130 @@
+#include "app/UserDefaults.h"
+#include "fakes/LogCapture.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace quellora;
+
+class TestUserDefaults : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void valuesOfAnotherTypeCountAsAbsent()
+    {
+        JsonUserDefaults defaults;
+        defaults.setString("flag", "true");
+        defaults.setBool("text", true);
+        QVERIFY(!defaults.boolValue("flag"));
+        QVERIFY(!defaults.stringValue("text"));
+        QVERIFY(!defaults.stringDictionary("text"));
+        QVERIFY(!defaults.boolValue("missing"));
+        defaults.setStringDictionary("map", {{"a", "b"}});
+        QCOMPARE(*defaults.stringDictionary("map"), (QMap<QString, QString>{{"a", "b"}}));
+    }
+
+    void dictionarySkipsEntriesThatAreNoStrings()
+    {
+        QTemporaryDir folder;
+        const QString path = folder.filePath("defaults.json");
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(R"({"hotkeyBindings":{"clear":"ctrl+k","toggle":7}})");
+        file.close();
+        JsonUserDefaults defaults(path);
+        QCOMPARE(*defaults.stringDictionary("hotkeyBindings"),
+                 (QMap<QString, QString>{{"clear", "ctrl+k"}}));
+    }
+
+    void changesReachTheFileAndAreAnnouncedOnce()
+    {
+        QTemporaryDir folder;
+        const QString path = folder.filePath("deep/er/defaults.json");
+        {
+            JsonUserDefaults defaults(path);
+            QSignalSpy changed(&defaults, &UserDefaults::changed);
+            defaults.setString("userPrompt", "a");
+            defaults.setString("userPrompt", "a");
+            defaults.setString("userPrompt", "b");
+            defaults.setBool("keepAIHistoryEnabled", true);
+            defaults.remove("absent");
+            QCOMPARE(changed.count(), 3);
+        }
+        JsonUserDefaults again(path);
+        QCOMPARE(again.stringValue("userPrompt"), "b");
+        QCOMPARE(again.boolValue("keepAIHistoryEnabled"), true);
+        QCOMPARE(QFileInfo(path).permissions() & (QFileDevice::ReadGroup | QFileDevice::ReadOther),
+                 QFileDevice::Permissions());
+        again.remove("userPrompt");
+        again.flush();
+        QVERIFY(!JsonUserDefaults(path).stringValue("userPrompt"));
+    }
+
+    void writesDuringAWriteAreNotLost()
+    {
+        QTemporaryDir folder;
+        const QString path = folder.filePath("defaults.json");
+        JsonUserDefaults defaults(path);
+        for (int i = 0; i < 200; ++i)
+            defaults.setString("userPrompt", QString::number(i));
+        const auto stored = [&path] {
+            QFile file(path);
+            return file.open(QIODevice::ReadOnly)
+                       ? QJsonDocument::fromJson(file.readAll())["userPrompt"].toString()
+                       : QString();
+        };
+        // Without flush(): the event loop alone brings the last value to the disk.
+        QTRY_COMPARE(stored(), "199");
+    }
+
+    void damagedFileIsKeptAside_data()
+    {
+        QTest::addColumn<QByteArray>("content");
+        QTest::newRow("half") << QByteArray("{\"userPrompt\":\"x");
+        QTest::newRow("array") << QByteArray("[1]");
+        QTest::newRow("empty") << QByteArray();
+    }
+    void damagedFileIsKeptAside()
+    {
+        QFETCH(QByteArray, content);
+        QTemporaryDir folder;
+        const QString path = folder.filePath("defaults.json");
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(content);
+        file.close();
+        LogCapture log;
+        JsonUserDefaults defaults(path);
+        QVERIFY(defaults.values().isEmpty());
+        QCOMPARE(log.lines.size(), 1);
+        QVERIFY(log.lines.first().startsWith("[UserDefaults] ERROR: Could not read " + path));
+        QFile aside(path + ".damaged");
+        QVERIFY(aside.open(QIODevice::ReadOnly));
+        QCOMPARE(aside.readAll(), content);
+        defaults.setBool("hasLaunchedBefore", true);
+        defaults.flush();
+        QCOMPARE(JsonUserDefaults(path).boolValue("hasLaunchedBefore"), true);
+    }
+
+    void failedWriteIsLoggedAndKeepsTheValue()
+    {
+        QTemporaryDir folder;
+        QFile blocker(folder.filePath("file"));
+        QVERIFY(blocker.open(QIODevice::WriteOnly));
+        JsonUserDefaults defaults(folder.filePath("file/defaults.json"));
+        LogCapture log;
+        defaults.setString("userPrompt", "kept");
+        defaults.flush();
+        QCOMPARE(defaults.stringValue("userPrompt"), "kept");
+        QCOMPARE(log.lines.size(), 1);
+        QVERIFY(log.lines.first().endsWith("(non-fatal)"));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestUserDefaults)
+#include "test_user_defaults.moc"
