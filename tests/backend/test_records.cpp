@@ -1,0 +1,207 @@
+#include "backend/Records.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QTest>
+
+using namespace quellora;
+
+namespace {
+
+QJsonObject configObject()
+{
+    return {{"model", "m1"},
+            {"availableModels",
+             QJsonArray{QJsonObject{{"id", "m1"}, {"displayName", "One"}, {"descriptor", "d"}}}},
+            {"defaultPrompt", "p"},
+            {"minimumAppVersion", "1.0.0"},
+            {"tokensUsed", 10},
+            {"tokensRemaining", 90},
+            {"tokenCap", 100},
+            {"usageWarning75", true},
+            {"usageWarning90", false},
+            {"plan", "pro"},
+            {"subscriptionStatus", "active"}};
+}
+
+QJsonObject messageObject()
+{
+    return {{"id", "1"}, {"type", "BLOCKING"}, {"headerText", "h"}, {"bodyMarkdown", "b"}};
+}
+
+QJsonObject response(const QJsonObject &config)
+{
+    return {{"token", "t"}, {"sessionId", "s"}, {"config", config}};
+}
+
+} // namespace
+
+class TestRecords : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void fullConfigurationDecodes()
+    {
+        QJsonObject object = configObject();
+        object["heartbeatIntervalSeconds"] = 60;
+        QJsonObject message = messageObject();
+        message["actionLabel"] = "go";
+        message["actionUrl"] = "https://x";
+        message["forceUpdateInMinutes"] = 5;
+        object["adminMessage"] = message;
+        object["requestLogs"] = true;
+        object["debugLogging"] = false;
+        object["somethingNew"] = 7;
+        const auto config = AppConfigResponse::fromJson(object);
+        QVERIFY(config);
+        QCOMPARE(config->availableModels, (QList<ModelOption>{{"m1", "One", "d"}}));
+        QCOMPARE(config->tokensUsed, 10);
+        QCOMPARE(config->tokensRemaining, 90);
+        QCOMPARE(config->tokenCap, 100);
+        QVERIFY(config->usageWarning75 && !config->usageWarning90);
+        QCOMPARE(config->heartbeatIntervalSeconds, 60);
+        QCOMPARE(config->adminMessage->actionLabel, "go");
+        QCOMPARE(config->adminMessage->forceUpdateInMinutes, 5);
+        QVERIFY(config->adminMessage->isBlocking());
+        QCOMPARE(config->requestLogs, true);
+        QCOMPARE(config->debugLogging, false);
+        object.remove("somethingNew");
+        QCOMPARE(config->toJson(), object);
+    }
+
+    void missingOptionalsHoldNoValue()
+    {
+        const auto config = AppConfigResponse::fromJson(configObject());
+        QVERIFY(config);
+        QCOMPARE(config->heartbeatIntervalSeconds, 86400);
+        QVERIFY(!config->adminMessage && !config->requestLogs && !config->debugLogging);
+        const QJsonObject encoded = config->toJson();
+        QVERIFY(!encoded.contains("requestLogs") && !encoded.contains("debugLogging") &&
+                !encoded.contains("adminMessage"));
+    }
+
+    void nullOptionalsHoldNoValue()
+    {
+        QJsonObject object = configObject();
+        for (const char *key :
+             {"heartbeatIntervalSeconds", "adminMessage", "requestLogs", "debugLogging"})
+            object[key] = QJsonValue::Null;
+        const auto config = AppConfigResponse::fromJson(object);
+        QVERIFY(config);
+        QCOMPARE(config->heartbeatIntervalSeconds, 86400);
+        QVERIFY(!config->adminMessage && !config->requestLogs);
+    }
+
+    void zeroIntervalIsKept()
+    {
+        QJsonObject object = configObject();
+        object["heartbeatIntervalSeconds"] = 0;
+        QCOMPARE(AppConfigResponse::fromJson(object)->heartbeatIntervalSeconds, 0);
+    }
+
+    void figuresAreNotCrossChecked()
+    {
+        QJsonObject object = configObject();
+        object["tokensUsed"] = -5;
+        object["tokensRemaining"] = 1000000;
+        QCOMPARE(AppConfigResponse::fromJson(object)->tokensUsed, -5);
+    }
+
+    void everyRequiredKeyIsRequired_data()
+    {
+        QTest::addColumn<QString>("key");
+        const QJsonObject object = configObject();
+        for (const QString &key : object.keys())
+            QTest::newRow(qPrintable(key)) << key;
+    }
+    void everyRequiredKeyIsRequired()
+    {
+        QFETCH(QString, key);
+        for (const QJsonValue &bad :
+             {QJsonValue(QJsonValue::Undefined), QJsonValue(QJsonValue::Null),
+              QJsonValue(QJsonObject{{"other", 1}})}) {
+            QJsonObject object = configObject();
+            if (bad.isUndefined())
+                object.remove(key);
+            else
+                object[key] = bad;
+            const auto config = AppConfigResponse::fromJson(object);
+            QVERIFY(!config);
+            QVERIFY2(config.error().description.contains(key),
+                     qPrintable(config.error().description));
+        }
+    }
+
+    void fractionsAndHugeNumbersAreNoIntegers()
+    {
+        for (const double bad : {1.5, 1e30, -1e30}) {
+            QJsonObject object = configObject();
+            object["tokenCap"] = bad;
+            QVERIFY(!AppConfigResponse::fromJson(object));
+        }
+    }
+
+    void optionalOfWrongTypeFails()
+    {
+        QJsonObject object = configObject();
+        object["requestLogs"] = "yes";
+        QVERIFY(!AppConfigResponse::fromJson(object));
+    }
+
+    void modelWithoutDescriptorFailsTheWhole()
+    {
+        QJsonObject object = configObject();
+        object["availableModels"] = QJsonArray{QJsonObject{{"id", "a"}, {"displayName", "b"}}};
+        QVERIFY(!AppConfigResponse::fromJson(object));
+    }
+
+    void messageWithoutHeaderFailsTheWhole()
+    {
+        QJsonObject object = configObject();
+        QJsonObject message = messageObject();
+        message.remove("headerText");
+        object["adminMessage"] = message;
+        QVERIFY(!LoginResponse::fromJson(response(object)));
+    }
+
+    void responseNeedsItsConfig()
+    {
+        QVERIFY(!LoginResponse::decode(R"({"token":"t","sessionId":"s"})"));
+        QVERIFY(!LoginResponse::decode("[]"));
+        QVERIFY(!LoginResponse::decode("{"));
+        QVERIFY(!LoginResponse::decode(""));
+        const auto whole = LoginResponse::decode(QJsonDocument(response(configObject())).toJson());
+        QVERIFY(whole);
+        QCOMPARE(whole->token, "t");
+        QCOMPARE(*LoginResponse::fromJson(whole->toJson()), *whole);
+    }
+
+    void requestBodiesHoldTheirFields()
+    {
+        const DeviceFields device{"Debian", {{"capture", "ctrl+c"}}, "x86_64"};
+        const QJsonObject login =
+            QJsonDocument::fromJson(encodeLoginRequest(" a@b ", " pw ", device)).object();
+        QCOMPARE(login, (QJsonObject{{"email", " a@b "},
+                                     {"password", " pw "},
+                                     {"osVersion", "Debian"},
+                                     {"hotkeys", QJsonObject{{"capture", "ctrl+c"}}},
+                                     {"cpuArch", "x86_64"}}));
+        const QJsonObject verify = QJsonDocument::fromJson(encodeVerifyRequest(device)).object();
+        QCOMPARE(verify.keys(), (QStringList{"cpuArch", "hotkeys", "osVersion"}));
+    }
+
+    void errorsDescribeThemselves()
+    {
+        QCOMPARE(AuthError::invalidCredentials().description(), "Invalid email or password");
+        QCOMPARE(AuthError::accountSuspended().description(),
+                 "Your account has been suspended. Contact support.");
+        QCOMPARE(AuthError::decodingError().description(), "Unexpected response from server");
+        QCOMPARE(AuthError::networkError(-1).description(),
+                 "Connection error (-1). Check your internet connection.");
+        QCOMPARE(AuthError::networkError(500).description(),
+                 "Connection error (500). Check your internet connection.");
+    }
+};
+
+QTEST_GUILESS_MAIN(TestRecords)
+#include "test_records.moc"
