@@ -1,0 +1,451 @@
+#include "app/AppDelegate.h"
+#include "app/MenuBarController.h"
+#include "app/NotificationCenter.h"
+#include "app/PermissionChecker.h"
+#include "app/UserDefaults.h"
+#include "backend/HeartbeatService.h"
+#include "backend/SessionManager.h"
+#include "fakes/FakePlatform.h"
+#include "fakes/LogCapture.h"
+#include "hotkeys/HotkeyManager.h"
+
+#include <QNetworkAccessManager>
+#include <QSignalSpy>
+#include <QTest>
+
+using namespace quellora;
+
+namespace {
+
+class FakeLogin : public LoginPresenter
+{
+public:
+    explicit FakeLogin(int &alive) : m_alive(alive) { ++m_alive; }
+    ~FakeLogin() override { --m_alive; }
+    void showWindow() override { shown = true; }
+    bool shown = false;
+
+private:
+    int &m_alive;
+};
+
+class FakeOverlay : public OverlayPresenter
+{
+public:
+    FakeOverlay(QStringList &calls, int &alive) : m_calls(calls), m_alive(alive) { ++m_alive; }
+    ~FakeOverlay() override { --m_alive; }
+    void showWindow() override { m_calls << "showWindow"; }
+    void closeWindow() override { m_calls << "closeWindow"; }
+    void show() override { m_calls << "show"; }
+    void triggerCaptureAndSend() override { m_calls << "triggerCaptureAndSend"; }
+    void captureNoSend() override { m_calls << "captureNoSend"; }
+    void clearContent() override { m_calls << "clearContent"; }
+    void toggleVisibility() override { m_calls << "toggleVisibility"; }
+    void adjustOpacity(double delta) override
+    {
+        m_calls << QStringLiteral("adjustOpacity %1").arg(delta);
+    }
+    void startNewThread() override { m_calls << "startNewThread"; }
+    void updateUsage(qint64 used, qint64 cap) override
+    {
+        m_calls << QStringLiteral("updateUsage %1 %2").arg(used).arg(cap);
+    }
+    void resolveModelSelection(const AppConfigResponse &config) override
+    {
+        m_calls << "resolveModelSelection " + config.model;
+    }
+    void setCurrentAdminMessage(const std::optional<AdminMessagePayload> &message) override
+    {
+        m_calls << "setCurrentAdminMessage " + (message ? message->id : QString("none"));
+    }
+
+private:
+    QStringList &m_calls;
+    int &m_alive;
+};
+
+class FakeStatusItem : public StatusItem
+{
+public:
+    FakeStatusItem(bool button, bool symbol, int &alive, QList<StatusMenuItem> &menu)
+        : m_button(button), m_symbol(symbol), m_alive(alive), m_menu(menu)
+    {
+        ++m_alive;
+    }
+    ~FakeStatusItem() override { --m_alive; }
+    bool hasButton() const override { return m_button; }
+    bool setSymbol(const QString &name, const QString &) override
+    {
+        return m_symbol && name == "gear";
+    }
+    void setMenu(const QList<StatusMenuItem> &items) override { m_menu = items; }
+
+private:
+    bool m_button;
+    bool m_symbol;
+    int &m_alive;
+    QList<StatusMenuItem> &m_menu;
+};
+
+class FakeStatusBar : public StatusBar
+{
+public:
+    std::unique_ptr<StatusItem> makeItem() override
+    {
+        return std::make_unique<FakeStatusItem>(button, symbol, alive, menu);
+    }
+    bool button = true;
+    bool symbol = true;
+    int alive = 0;
+    QList<StatusMenuItem> menu;
+};
+
+class NullShell : public ApplicationShell
+{
+public:
+    Capability becomeAccessory() override { return Capability::applied(); }
+    Capability installEditMenu() override { return Capability::applied(); }
+    Capability activate(QWindow &) override { return Capability::applied(); }
+};
+
+class ScriptedPermissions : public Permissions
+{
+public:
+    bool isAccessibilityTrusted() const override { return trusted; }
+    bool isScreenRecordingGranted() const override { return true; }
+    void requestScreenRecording() override {}
+    bool trusted = true;
+};
+
+AppConfigResponse account()
+{
+    AppConfigResponse config;
+    config.model = "m";
+    config.tokensUsed = 5;
+    config.tokenCap = 50;
+    config.heartbeatIntervalSeconds = 60;
+    return config;
+}
+
+struct Fixture
+{
+    Fixture()
+    {
+        session.setHeartbeatStopper([this] { heartbeat.stop(); });
+        delegate = std::make_unique<AppDelegate>(collaborators());
+    }
+
+    AppDelegate::Collaborators collaborators()
+    {
+        return {shell,
+                defaults,
+                notifications,
+                session,
+                heartbeat,
+                hotkeys,
+                permissions,
+                [this] {
+                    ++configLoads;
+                    return config;
+                },
+                [this] {
+                    auto login = std::make_unique<FakeLogin>(loginsAlive);
+                    lastLogin = login.get();
+                    return login;
+                },
+                [this](const VantiroConfig &given) {
+                    overlayConfig = given;
+                    return std::make_unique<FakeOverlay>(calls, overlaysAlive);
+                },
+                [this] {
+                    return std::make_unique<MenuBarController>(
+                        statusBar, session, notifications, workspace, QUrl("http://host/account"),
+                        [this] { ++quits; });
+                },
+                [this](const QString &token) { shippedTokens << token; }};
+    }
+
+    void launch() { delegate->applicationDidFinishLaunching(); }
+    void signIn(const AppConfigResponse &response)
+    {
+        auth.setSession("token", response);
+        lastLogin->onLoginSuccess();
+    }
+
+    LogCapture log;
+    NullShell shell;
+    JsonUserDefaults defaults;
+    NotificationCenter notifications;
+    QNetworkAccessManager network;
+    AuthService auth{network, BackendEndpoints("http://host"), [] { return DeviceFields(); }};
+    SessionManager session{auth, notifications};
+    HeartbeatService heartbeat{session, notifications, [] { return nullptr; }};
+    ScriptedPermissions systemPermissions;
+    PermissionChecker permissions{systemPermissions};
+    FakeGlobalHotkeys globalHotkeys;
+    HotkeyManager hotkeys{globalHotkeys, &std::chrono::steady_clock::now,
+                          [this](const QString &line) { permissions.addProblem(line); }};
+    FakeStatusBar statusBar;
+    FakeWorkspace workspace;
+    VantiroConfig config;
+    int configLoads = 0;
+    int loginsAlive = 0;
+    int overlaysAlive = 0;
+    int quits = 0;
+    QStringList calls;
+    QStringList shippedTokens;
+    std::optional<VantiroConfig> overlayConfig;
+    FakeLogin *lastLogin = nullptr;
+    std::unique_ptr<AppDelegate> delegate;
+};
+
+} // namespace
+
+class TestAppDelegate : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void launchFollowsItsOrder()
+    {
+        Fixture f;
+        f.launch();
+        QCOMPARE(f.log.lines,
+                 (QStringList{
+                     "[AppDelegate] applicationDidFinishLaunching",
+                     "[AppDelegate] Activation policy set to .accessory (no Dock/App Switcher)",
+                     "[AppDelegate] Edit menu installed to prime standard key-equivalent shortcuts",
+                     "[PermissionChecker] Accessibility permission trusted: true",
+                     "[PermissionChecker] Screen Recording permission granted: true",
+                     "[HotkeyManager] Registered Capture -> ctrl+alt+cmd+c",
+                     "[HotkeyManager] Registered Clear -> ctrl+alt+cmd+x",
+                     "[HotkeyManager] Registered Toggle -> ctrl+alt+cmd+t",
+                     "[HotkeyManager] Registered Opacity Up -> ctrl+alt+cmd+]",
+                     "[HotkeyManager] Registered Opacity Down -> ctrl+alt+cmd+[",
+                     "[HotkeyManager] Registered Capture (No Send) -> ctrl+alt+cmd+shift+c",
+                     "[HotkeyManager] Registered New Thread -> cmd+n",
+                     "[AppDelegate] Login window shown, overlay deferred until sign-in"}));
+        QVERIFY(f.lastLogin->shown);
+        QVERIFY(!f.delegate->overlay());
+        QVERIFY(!f.delegate->menuBar());
+        QCOMPARE(f.configLoads, 1);
+    }
+
+    void savedOverridesAreRegistered()
+    {
+        Fixture f;
+        f.defaults.setStringDictionary("hotkeyBindings", {{"clear", "ctrl+alt+k"}});
+        f.launch();
+        QCOMPARE(f.hotkeys.activeHotkeys().value("clear"), "ctrl+alt+k");
+        QCOMPARE(f.hotkeys.activeHotkeys().value("capture"), "ctrl+alt+cmd+c");
+    }
+
+    void hotkeysBeforeSignInDoNothing()
+    {
+        Fixture f;
+        f.launch();
+        f.log.clear();
+        for (const auto &callback :
+             {f.hotkeys.onCapture, f.hotkeys.onClear, f.hotkeys.onToggle, f.hotkeys.onOpacityUp,
+              f.hotkeys.onOpacityDown, f.hotkeys.onCaptureNoSend, f.hotkeys.onNewThread})
+            callback();
+        QVERIFY(f.log.lines.isEmpty());
+        QVERIFY(f.calls.isEmpty());
+    }
+
+    void hotkeysActOnTheOverlay()
+    {
+        Fixture f;
+        f.launch();
+        f.signIn(account());
+        f.calls.clear();
+        f.hotkeys.onCapture();
+        f.hotkeys.onClear();
+        f.hotkeys.onToggle();
+        f.hotkeys.onOpacityUp();
+        f.hotkeys.onOpacityDown();
+        f.hotkeys.onCaptureNoSend();
+        f.hotkeys.onNewThread();
+        QCOMPARE(f.calls, (QStringList{"triggerCaptureAndSend", "clearContent", "toggleVisibility",
+                                       "adjustOpacity 0.1", "adjustOpacity -0.1", "captureNoSend",
+                                       "startNewThread"}));
+    }
+
+    void overlayStartFollowsItsOrder()
+    {
+        Fixture f;
+        f.config.overlay.width = 700;
+        f.launch();
+        f.log.clear();
+        f.signIn(account());
+        QCOMPARE(f.overlayConfig, f.config);
+        QCOMPARE(f.calls, (QStringList{"showWindow", "updateUsage 5 50", "resolveModelSelection m",
+                                       "setCurrentAdminMessage none"}));
+        QCOMPARE(f.log.lines.first(), "[AppDelegate] OverlayWindowController created");
+        QCOMPARE(f.log.lines.at(1), "[AppDelegate] Overlay window shown");
+        QCOMPARE(f.log.lines.at(2), "[HeartbeatService] Starting, interval: 60.0s");
+        QCOMPARE(f.log.lines.at(3), "[MenuBarController] init");
+        QCOMPARE(f.log.lines.mid(f.log.lines.size() - 2),
+                 (QStringList{"[AppDelegate] MenuBarController created",
+                              "[AppDelegate] Vantiro Overlay running (single-process, no "
+                              "pipeline.py dependency)."}));
+        QVERIFY(f.heartbeat.isScheduled());
+        QVERIFY(f.shippedTokens.isEmpty());
+        f.calls.clear();
+        f.delegate->menuBar()->onShowOverlay();
+        QCOMPARE(f.calls, QStringList{"show"});
+    }
+
+    void localProblemGoesBeforeTheServersMessage()
+    {
+        Fixture f;
+        f.systemPermissions.trusted = false;
+        f.launch();
+        AppConfigResponse config = account();
+        config.adminMessage = AdminMessagePayload{"server", "BLOCKING", "h", "b", {}, {}, {}};
+        f.signIn(config);
+        QVERIFY(f.calls.contains("setCurrentAdminMessage startup-permission-issues"));
+
+        Fixture healthy;
+        healthy.launch();
+        healthy.signIn(config);
+        QVERIFY(healthy.calls.contains("setCurrentAdminMessage server"));
+    }
+
+    void logsAreShippedOnlyWhenAskedFor()
+    {
+        AppConfigResponse config = account();
+        config.requestLogs = true;
+        Fixture f;
+        f.launch();
+        f.signIn(config);
+        QCOMPARE(f.shippedTokens, QStringList{"token"});
+
+        config.requestLogs = false;
+        Fixture off;
+        off.launch();
+        off.signIn(config);
+        QVERIFY(off.shippedTokens.isEmpty());
+    }
+
+    void withoutConfigurationNothingIsAppliedAndNoHeartbeatRuns()
+    {
+        Fixture f;
+        f.launch();
+        f.lastLogin->onLoginSuccess();
+        QCOMPARE(f.calls, QStringList{"showWindow"});
+        QVERIFY(!f.heartbeat.isScheduled());
+        QVERIFY(f.delegate->menuBar());
+    }
+
+    void expiryTearsDownAndShowsOneLogin()
+    {
+        Fixture f;
+        f.launch();
+        f.signIn(account());
+        f.log.clear();
+        f.calls.clear();
+        QSignalSpy ended(&f.notifications, &NotificationCenter::sessionDidEnd);
+        Q_EMIT f.notifications.sessionExpired();
+        QCOMPARE(f.log.lines,
+                 (QStringList{QString::fromUtf8("[AppDelegate] sessionExpired received — tearing "
+                                                "down overlay, showing login window"),
+                              "[AuthService] Session cleared from memory"}));
+        QCOMPARE(f.calls, QStringList{"closeWindow"});
+        QCOMPARE(ended.count(), 1);
+        QVERIFY(!f.delegate->overlay() && !f.delegate->menuBar());
+        QCoreApplication::processEvents();
+        QCOMPARE(f.overlaysAlive, 0);
+        QCOMPARE(f.statusBar.alive, 0);
+        QCOMPARE(f.loginsAlive, 1);
+        QVERIFY(!f.auth.sessionToken());
+        QVERIFY(!f.heartbeat.isScheduled());
+
+        f.signIn(account());
+        QCOMPARE(f.configLoads, 1);
+        QVERIFY(f.delegate->overlay());
+    }
+
+    void terminationClearsTheSessionAndTheHotkeys()
+    {
+        Fixture f;
+        f.launch();
+        f.signIn(account());
+        f.log.clear();
+        f.delegate->applicationWillTerminate();
+        QCOMPARE(f.log.lines,
+                 (QStringList{
+                     QString::fromUtf8("[AppDelegate] applicationWillTerminate — clearing session"),
+                     "[AuthService] Session cleared from memory",
+                     "[HotkeyManager] Stopped, all hotkeys unregistered"}));
+        QVERIFY(f.hotkeys.activeHotkeys().isEmpty());
+    }
+
+    void statusMenuIsBuiltAndActs()
+    {
+        Fixture f;
+        f.launch();
+        f.log.clear();
+        f.signIn(account());
+        QVERIFY(f.log.contains("[MenuBarController] statusItem.button exists"));
+        QVERIFY(f.log.contains("[MenuBarController] NSImage(systemSymbolName: \"gear\") created "
+                               "successfully"));
+        QVERIFY(f.log.contains("[MenuBarController] Status item and menu built (Show Quellora, "
+                               "Manage Account, Usage [disabled], Settings [disabled], Sign Out, "
+                               "Quit)"));
+        QStringList titles;
+        for (const auto &item : std::as_const(f.statusBar.menu))
+            titles << item.title;
+        QCOMPARE(titles, (QStringList{"Show Quellora", "", "Manage Account", "Usage", "Settings",
+                                      "", "Sign Out", "Quit"}));
+        QVERIFY(!f.statusBar.menu.at(3).action && !f.statusBar.menu.at(4).action);
+
+        f.log.clear();
+        f.statusBar.menu.at(2).action();
+        QCOMPARE(f.log.lines, QStringList{"[MenuBarController] Manage Account clicked, opening "
+                                          "http://host/account"});
+        f.statusBar.menu.at(7).action();
+        QCOMPARE(f.quits, 1);
+        QVERIFY(f.log.contains("[MenuBarController] Quit clicked, terminating application"));
+    }
+
+    void signOutEndsThenExpiresTheSession()
+    {
+        Fixture f;
+        f.launch();
+        f.signIn(account());
+        QStringList order;
+        connect(&f.notifications, &NotificationCenter::sessionDidEnd, this,
+                [&order] { order << "ended"; });
+        connect(&f.notifications, &NotificationCenter::sessionExpired, this,
+                [&order] { order << "expired"; });
+        f.log.clear();
+        f.delegate->menuBar()->signOutClicked();
+        QCOMPARE(order.first(), "ended");
+        QVERIFY(order.contains("expired"));
+        QCOMPARE(f.log.lines.first(), "[MenuBarController] Sign Out clicked");
+        QCOMPARE(f.loginsAlive, 1);
+    }
+
+    void missingSymbolOrTrayIsLoggedOnly()
+    {
+        Fixture f;
+        f.statusBar.symbol = false;
+        f.launch();
+        f.signIn(account());
+        QVERIFY(f.log.contains(
+            QString::fromUtf8("[MenuBarController] ERROR: NSImage(systemSymbolName: \"gear\") "
+                              "returned nil — symbol lookup failed")));
+        QCOMPARE(f.statusBar.menu.size(), 8);
+
+        Fixture bare;
+        bare.statusBar.button = false;
+        bare.launch();
+        bare.signIn(account());
+        QVERIFY(bare.log.contains(QString::fromUtf8(
+            "[MenuBarController] ERROR: statusItem.button is nil — cannot assign an image")));
+        QCOMPARE(bare.statusBar.menu.size(), 8);
+    }
+};
+
+QTEST_MAIN(TestAppDelegate)
+#include "test_app_delegate.moc"

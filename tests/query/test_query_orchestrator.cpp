@@ -1,0 +1,590 @@
+#include "app/NotificationCenter.h"
+#include "app/PromptConfig.h"
+#include "app/UserDefaults.h"
+#include "backend/SessionManager.h"
+#include "fakes/FakeAnswerDisplay.h"
+#include "fakes/LogCapture.h"
+#include "history/ThreadController.h"
+#include "query/ProxyQueryService.h"
+#include "query/QueryOrchestrator.h"
+#include "query/ServiceMessages.h"
+
+#include <QPromise>
+#include <QTest>
+
+using namespace quellora;
+
+namespace {
+
+const QString prefix = QStringLiteral("[OverlayWindowController] ");
+
+class FakeTransfer : public RunningQuery
+{
+public:
+    void cancel() override
+    {
+        cancelled = true;
+        deleteLater();
+    }
+    void answer(const QString &text)
+    {
+        if (!started) {
+            started = true;
+            Q_EMIT firstByte();
+        }
+        Q_EMIT chunk(text);
+    }
+    void finish(const QueryOutcome &outcome)
+    {
+        Q_EMIT finished(outcome);
+        deleteLater();
+    }
+    bool started = false;
+    bool cancelled = false;
+};
+
+class FakeService : public ProxyQueryService
+{
+public:
+    using ProxyQueryService::ProxyQueryService;
+    RunningQuery *query(const QueryRequest &request) override
+    {
+        requests.append(request);
+        transfers.append(new FakeTransfer);
+        return transfers.last();
+    }
+    void sendTelemetry(const QString &token, const QJsonObject &record) override
+    {
+        telemetryToken = token;
+        telemetry.append(record);
+    }
+    QList<QueryRequest> requests;
+    QList<QPointer<FakeTransfer>> transfers;
+    QList<QJsonObject> telemetry;
+    QString telemetryToken;
+};
+
+AppConfigResponse account()
+{
+    AppConfigResponse config;
+    config.defaultPrompt = "server prompt";
+    return config;
+}
+
+struct Fixture
+{
+    Fixture()
+    {
+        auth.setSession("token", account());
+        messages.updateUsage(100, 1000);
+        log.clear();
+    }
+
+    void captureReturns(const ScreenshotCapture::Outcome &outcome)
+    {
+        capturePromise.start();
+        capturePromise.addResult(outcome);
+        capturePromise.finish();
+        QCoreApplication::processEvents();
+        capturePromise = {};
+    }
+
+    void captureAndSend(const QByteArray &jpeg = "jpeg")
+    {
+        orchestrator.triggerCaptureAndSend();
+        captureReturns(ScreenshotCapture::Result{jpeg, 99});
+    }
+
+    FakeTransfer *transfer() { return service.transfers.last(); }
+
+    QDateTime now = QDateTime::fromString("2026-03-01T10:00:00Z", Qt::ISODate);
+    LogCapture log;
+    QNetworkAccessManager network;
+    NotificationCenter notifications;
+    JsonUserDefaults defaults;
+    AuthService auth{network, BackendEndpoints("http://host"), [] { return DeviceFields(); }};
+    SessionManager session{auth, notifications};
+    FakeAnswerDisplay display;
+    ServiceMessages messages{display, BackendEndpoints("http://host")};
+    ThreadController threads{defaults, nullptr, [this] { return now; }};
+    FakeService service{network, BackendEndpoints("http://host")};
+    QPromise<ScreenshotCapture::Outcome> capturePromise;
+    QueryOrchestrator orchestrator{{session, defaults, threads, messages, service, display,
+                                    [this] { return capturePromise.future(); },
+                                    [this] { return now; }}};
+};
+
+QueryOutcome done(qint64 remaining = 800, qint64 used = 100)
+{
+    DoneInfo info;
+    info.tokensRemaining = remaining;
+    info.tokensUsed = used;
+    return info;
+}
+
+QueryOutcome failure(QueryError::Kind kind, const QString &message = {}, int status = 0)
+{
+    QueryError error;
+    error.kind = kind;
+    error.message = message;
+    error.status = status;
+    return tl::unexpected(error);
+}
+
+ScreenshotCapture::Outcome captureFailure(ScreenshotCapture::CaptureError::Kind kind,
+                                          const QString &detail = {}, int status = 0)
+{
+    return tl::unexpected(ScreenshotCapture::CaptureError{kind, detail, status});
+}
+
+using CaptureKind = ScreenshotCapture::CaptureError::Kind;
+
+} // namespace
+
+class TestQueryOrchestrator : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void contextPromptOfAnEmptyThreadIsTheText()
+    {
+        CaptureSession session = CaptureSession::create();
+        session.addScreenshot("x", session.createdAt);
+        QCOMPARE(QueryOrchestrator::contextAugmentedPrompt("Explain", session), "Explain");
+    }
+
+    void contextPromptHoldsNotesAndTurns()
+    {
+        CaptureSession session = CaptureSession::create();
+        session.addNote("use metric");
+        QCOMPARE(QueryOrchestrator::contextAugmentedPrompt("Explain it", session),
+                 "Notes:\n- use metric\n\nCurrent message:\nExplain it");
+        session.addTurn("What is this?", "A chart.", session.createdAt);
+        QCOMPARE(QueryOrchestrator::contextAugmentedPrompt("Explain it", session),
+                 "Notes:\n- use metric\n\nPrevious conversation:\nUser: What is this?\nAssistant: "
+                 "A chart.\n\nCurrent message:\nExplain it");
+        session.notes.clear();
+        QCOMPARE(QueryOrchestrator::contextAugmentedPrompt("E", session),
+                 "Previous conversation:\nUser: What is this?\nAssistant: A chart.\n\nCurrent "
+                 "message:\nE");
+    }
+
+    void captureAndSendGoesAllTheWay()
+    {
+        Fixture f;
+        f.orchestrator.setSelectedModelId("model-a");
+        f.defaults.setString("userPrompt", "What now?");
+        f.orchestrator.triggerCaptureAndSend();
+        QCOMPARE(f.orchestrator.activity(), QueryOrchestrator::Activity::Capturing);
+        QCOMPARE(f.log.lines, QStringList{prefix + "Capture & Send triggered"});
+        f.now = f.now.addMSecs(250);
+        f.captureReturns(ScreenshotCapture::Result{"jpeg", 99});
+        QCOMPARE(f.orchestrator.activity(), QueryOrchestrator::Activity::Waiting);
+
+        QCOMPARE(f.service.requests.size(), 1);
+        const QueryRequest request = f.service.requests.first();
+        QCOMPARE(request.prompt, "What now?");
+        QCOMPARE(request.imageBase64, QByteArray("jpeg").toBase64());
+        QCOMPARE(request.model, "model-a");
+        QCOMPARE(request.sessionToken, "token");
+        QCOMPARE(f.display.streamPrompt, "What now?");
+        QCOMPARE(f.display.streamScreenshot->imageData, "jpeg");
+        QCOMPARE(f.display.streamSession->screenshots.size(), 1);
+
+        f.now = f.now.addMSecs(250);
+        f.transfer()->answer("Hel");
+        QCOMPARE(f.orchestrator.activity(), QueryOrchestrator::Activity::Streaming);
+        f.now = f.now.addMSecs(500);
+        f.transfer()->answer("lo");
+        QCOMPARE(f.display.streamed, "Hello");
+        f.display.calls.clear();
+        f.transfer()->finish(done());
+
+        QCOMPARE(f.display.calls, (QStringList{"streamEnd", "renderThread"}));
+        const CaptureSession thread = *f.threads.currentSession();
+        QCOMPARE(thread.turns.size(), 1);
+        QCOMPARE(thread.turns.first().prompt, "What now?");
+        QCOMPARE(thread.turns.first().response, "Hello");
+        QCOMPARE(f.display.rendered.last(), thread);
+        QCOMPARE(f.defaults.stringValue("userPrompt"), "");
+        QCOMPARE(f.messages.tokensUsed(), 200);
+        QCOMPARE(f.messages.tokenCap(), 1000);
+        QCOMPARE(f.orchestrator.activity(), QueryOrchestrator::Activity::Idle);
+
+        QCOMPARE(f.service.telemetryToken, "token");
+        QCOMPARE(f.service.telemetry.first(), (QJsonObject{{"model_used", "model-a"},
+                                                           {"used_fallback", false},
+                                                           {"prompt_chars", 9},
+                                                           {"has_image", true},
+                                                           {"response_time_ms", 1000.0},
+                                                           {"time_to_first_token_ms", 500.0},
+                                                           {"input_tokens", 0},
+                                                           {"output_tokens", 0},
+                                                           {"total_tokens", 100},
+                                                           {"tokens_used_before", 100},
+                                                           {"tokens_remaining_after", 800},
+                                                           {"token_cap", 1000},
+                                                           {"over_cap", false},
+                                                           {"app_version", "1.0.0"},
+                                                           {"platform", "mac"}}));
+    }
+
+    void emptyPromptBoxSendsTheDefaultText()
+    {
+        Fixture f;
+        f.captureAndSend();
+        QCOMPARE(f.service.requests.first().prompt, "server prompt");
+        QVERIFY(!f.service.requests.first().model);
+        f.transfer()->finish(done());
+        QCOMPARE(f.service.telemetry.first()["model_used"].toString(), "unknown");
+        QCOMPARE(f.threads.currentSession()->turns.first().prompt, "server prompt");
+    }
+
+    void secondTurnCarriesTheContextButStoresOnlyItsText()
+    {
+        Fixture f;
+        f.captureAndSend();
+        f.transfer()->answer("first");
+        f.transfer()->finish(done());
+        f.orchestrator.sendPromptOnly("And?");
+        QCOMPARE(f.service.requests.last().prompt,
+                 "Previous conversation:\nUser: server prompt\nAssistant: first\n\nCurrent "
+                 "message:\nAnd?");
+        QVERIFY(!f.service.requests.last().imageBase64);
+        f.transfer()->finish(done());
+        QCOMPARE(f.threads.currentSession()->turns.at(1).prompt, "And?");
+    }
+
+    void captureDropsAnEarlierStagedScreenshot()
+    {
+        Fixture f;
+        f.orchestrator.captureNoSend();
+        QVERIFY(f.log.contains(prefix + "Capture (no send) triggered"));
+        f.captureReturns(ScreenshotCapture::Result{"staged", 1});
+        QVERIFY(f.threads.hasAttachedScreenshot());
+        QVERIFY(f.service.requests.isEmpty());
+        f.captureAndSend("fresh");
+        QCOMPARE(f.service.requests.first().imageBase64, QByteArray("fresh").toBase64());
+        QVERIFY(!f.threads.hasAttachedScreenshot());
+        QCOMPARE(f.threads.currentSession()->screenshots.size(), 2);
+    }
+
+    void stagedScreenshotGoesWithTheNextSendEvenWhenItFails()
+    {
+        Fixture f;
+        f.orchestrator.captureNoSend();
+        f.captureReturns(ScreenshotCapture::Result{"staged", 1});
+        f.orchestrator.sendPromptOnly("text");
+        QCOMPARE(f.service.requests.first().imageBase64, QByteArray("staged").toBase64());
+        QCOMPARE(f.display.streamScreenshot->imageData, "staged");
+        QVERIFY(!f.threads.hasAttachedScreenshot());
+        f.transfer()->finish(failure(QueryError::Kind::HttpError, {}, 500));
+        QVERIFY(!f.threads.hasAttachedScreenshot());
+    }
+
+    void captureFailures_data()
+    {
+        QTest::addColumn<int>("kind");
+        QTest::addColumn<QString>("detail");
+        QTest::addColumn<QString>("description");
+        QTest::newRow("launch") << int(CaptureKind::ProcessLaunchFailed) << "no such file"
+                                << "Could not launch screencapture: no such file";
+        QTest::newRow("exit") << int(CaptureKind::NonZeroExit) << ""
+                              << "screencapture exited with status 1";
+        QTest::newRow("decode") << int(CaptureKind::ImageDecodeFailed) << ""
+                                << "Could not decode captured screenshot";
+        QTest::newRow("encode") << int(CaptureKind::JpegEncodeFailed) << ""
+                                << "Could not encode screenshot as JPEG";
+        QTest::newRow("file") << int(CaptureKind::FileRead) << "No such file or directory"
+                              << "No such file or directory";
+    }
+    void captureFailures()
+    {
+        QFETCH(int, kind);
+        QFETCH(QString, detail);
+        QFETCH(QString, description);
+        for (const bool send : {true, false}) {
+            Fixture f;
+            if (send)
+                f.orchestrator.triggerCaptureAndSend();
+            else
+                f.orchestrator.captureNoSend();
+            f.captureReturns(captureFailure(static_cast<CaptureKind>(kind), detail, 1));
+            QCOMPARE(f.display.pages,
+                     QStringList{"**Capture Error:**\n```\n" + description + "\n```"});
+            QCOMPARE(f.display.calls, (QStringList{"loadContent", "showWindow"}));
+            QVERIFY(f.log.contains(prefix +
+                                   (send ? "ERROR: Screenshot capture failed: "
+                                         : "ERROR: Capture (no send) failed: ") +
+                                   description));
+            QVERIFY(f.service.requests.isEmpty());
+            QVERIFY(!f.threads.currentSession());
+            QVERIFY(!f.orchestrator.isCapturing());
+        }
+    }
+
+    void protectedContentShowsItsCard()
+    {
+        for (const bool send : {true, false}) {
+            Fixture f;
+            if (send)
+                f.orchestrator.triggerCaptureAndSend();
+            else
+                f.orchestrator.captureNoSend();
+            f.captureReturns(captureFailure(CaptureKind::ProtectedContent));
+            QCOMPARE(f.messages.currentAdminMessage()->id, "local_protected_content");
+            QVERIFY(f.display.pages.isEmpty());
+            QVERIFY(f.log.contains(
+                prefix + (send ? "Capture & Send" : "Capture (no send)") +
+                QString::fromUtf8(" aborted — near-black frame (protected content suspected)")));
+        }
+    }
+
+    void blockedActionsStopWithTheirLine()
+    {
+        Fixture f;
+        AdminMessagePayload block;
+        block.id = "b";
+        block.type = "BLOCKING";
+        f.messages.setCurrentAdminMessage(block);
+        f.orchestrator.triggerCaptureAndSend();
+        f.orchestrator.sendPromptOnly("x");
+        QCOMPARE(
+            f.log.lines,
+            (QStringList{prefix + QString::fromUtf8("Capture & Send blocked — isBlocked is true"),
+                         prefix + QString::fromUtf8("Send blocked — isBlocked is true")}));
+        QVERIFY(f.service.requests.isEmpty());
+        // Capturing needs no backend.
+        f.orchestrator.captureNoSend();
+        QVERIFY(f.orchestrator.isCapturing());
+    }
+
+    void spentCreditsArePreBlocked()
+    {
+        Fixture f;
+        f.messages.updateUsage(1000, 1000);
+        f.orchestrator.triggerCaptureAndSend();
+        f.orchestrator.sendPromptOnly("x");
+        QVERIFY(!f.orchestrator.isCapturing());
+        QVERIFY(f.service.requests.isEmpty());
+        QCOMPARE(f.messages.currentAdminMessage()->id, "local_credits_exhausted");
+    }
+
+    void withoutATokenThereIsAnErrorPage()
+    {
+        Fixture f;
+        f.auth.clearSession();
+        f.orchestrator.sendPromptOnly("x");
+        QCOMPARE(f.display.pages,
+                 QStringList{"**Error:**\n```\nNo session token found. Make sure you are logged "
+                             "in.\n```"});
+        QVERIFY(
+            f.log.contains(prefix + QString::fromUtf8("ERROR: No session token — not logged in")));
+        QVERIFY(f.service.requests.isEmpty());
+    }
+
+    void errorPages_data()
+    {
+        QTest::addColumn<int>("kind");
+        QTest::addColumn<QString>("message");
+        QTest::addColumn<QString>("line");
+        QTest::addColumn<QString>("page");
+        QTest::newRow("http") << int(QueryError::Kind::HttpError) << ""
+                              << "Proxy HTTP 500"
+                              << "Proxy request failed: HTTP 500";
+        QTest::newRow("network") << int(QueryError::Kind::NetworkError) << "refused"
+                                 << "refused"
+                                 << "Could not reach backend proxy: refused";
+        QTest::newRow("early end") << int(QueryError::Kind::StreamEndedUnexpectedly) << ""
+                                   << "Stream ended without a done event"
+                                   << "Stream ended unexpectedly";
+        QTest::newRow("transport") << int(QueryError::Kind::Transport) << "reset"
+                                   << "Unexpected query error: reset"
+                                   << "reset";
+    }
+    void errorPages()
+    {
+        QFETCH(int, kind);
+        QFETCH(QString, message);
+        QFETCH(QString, line);
+        QFETCH(QString, page);
+        Fixture f;
+        f.defaults.setString("userPrompt", "kept");
+        f.captureAndSend();
+        f.transfer()->answer("partial");
+        f.display.calls.clear();
+        f.transfer()->finish(failure(static_cast<QueryError::Kind>(kind), message, 500));
+        QCOMPARE(f.display.pages, QStringList{"**Error:**\n```\n" + page + "\n```"});
+        QCOMPARE(f.display.calls, (QStringList{"abandonStream", "loadContent", "showWindow"}));
+        QVERIFY(f.log.contains(prefix + "ERROR: " + line));
+        QVERIFY(f.threads.currentSession()->turns.isEmpty());
+        QCOMPARE(f.defaults.stringValue("userPrompt"), "kept");
+        QVERIFY(f.service.telemetry.isEmpty());
+        QCOMPARE(f.orchestrator.activity(), QueryOrchestrator::Activity::Idle);
+    }
+
+    void serviceStatesShowTheirCards()
+    {
+        Fixture f;
+        f.captureAndSend();
+        QueryError limited;
+        limited.kind = QueryError::Kind::RateLimited;
+        limited.resetInSeconds = 42;
+        f.transfer()->finish(tl::unexpected(limited));
+        QCOMPARE(f.messages.currentAdminMessage()->id, "local_rate_limited");
+        QCOMPARE(f.display.calls.last(), "renderThread");
+
+        f.captureAndSend();
+        QueryError spent;
+        spent.kind = QueryError::Kind::CapExceeded;
+        spent.tokensRemaining = -50;
+        f.transfer()->finish(tl::unexpected(spent));
+        QCOMPARE(f.messages.tokensUsed(), 1050);
+        QCOMPARE(f.messages.currentAdminMessage()->id, "local_cap_exceeded");
+        QVERIFY(f.service.telemetry.isEmpty());
+    }
+
+    void capExceededWithoutFigureKeepsTheUsage()
+    {
+        Fixture f;
+        f.captureAndSend();
+        f.transfer()->finish(failure(QueryError::Kind::CapExceeded));
+        QCOMPARE(f.messages.tokensUsed(), 100);
+        QVERIFY(f.messages.capExceeded());
+    }
+
+    void refusalIsNeverShownVerbatim()
+    {
+        Fixture f;
+        f.captureAndSend();
+        f.transfer()->finish(failure(QueryError::Kind::ServerMessage, "text of the server"));
+        QCOMPARE(f.messages.currentAdminMessage()->id, "local_credits_exhausted");
+        QVERIFY(!f.display.pages.join("").contains("text of the server"));
+    }
+
+    void oneThreadPerSendReleasesTheThread()
+    {
+        Fixture f;
+        f.threads.setStartNewThreadPerSendEnabled(true);
+        f.captureAndSend();
+        const QUuid first = f.threads.currentSession()->id;
+        f.transfer()->answer("x");
+        f.transfer()->finish(done());
+        QVERIFY(!f.threads.currentSession());
+        QCOMPARE(f.display.rendered.last().id, first);
+        f.captureAndSend();
+        QVERIFY(f.threads.currentSession()->id != first);
+        QCOMPARE(f.service.requests.last().prompt, "server prompt");
+    }
+
+    void promptCanBeKept()
+    {
+        Fixture f;
+        f.threads.setDontClearPromptAfterSendEnabled(true);
+        f.defaults.setString("userPrompt", "again");
+        f.captureAndSend();
+        f.transfer()->finish(done());
+        QCOMPARE(f.defaults.stringValue("userPrompt"), "again");
+    }
+
+    void answerWithoutChunksCountsItsEndAsFirstToken()
+    {
+        Fixture f;
+        f.captureAndSend();
+        f.now = f.now.addSecs(2);
+        f.transfer()->finish(done());
+        const QJsonObject record = f.service.telemetry.first();
+        QCOMPARE(record["time_to_first_token_ms"].toDouble(), 2000.0);
+        QCOMPARE(f.threads.currentSession()->turns.first().response, "");
+    }
+
+    void stopKeepsWhatArrived()
+    {
+        Fixture f;
+        f.defaults.setString("userPrompt", "p");
+        f.captureAndSend();
+        const QPointer<FakeTransfer> transfer = f.transfer();
+        transfer->answer("half");
+        f.orchestrator.stop();
+        QVERIFY(!transfer || transfer->cancelled);
+        QCOMPARE(f.threads.currentSession()->turns.first().response, "half");
+        QCOMPARE(f.defaults.stringValue("userPrompt"), "");
+        QVERIFY(f.service.telemetry.isEmpty());
+        QCOMPARE(f.messages.tokensUsed(), 100);
+        QCOMPARE(f.orchestrator.activity(), QueryOrchestrator::Activity::Stopped);
+        f.orchestrator.stop();
+        QCOMPARE(f.threads.currentSession()->turns.size(), 1);
+    }
+
+    void stopBeforeAnythingArrivedKeepsThePrompt()
+    {
+        Fixture f;
+        f.defaults.setString("userPrompt", "p");
+        f.captureAndSend();
+        f.orchestrator.stop();
+        QVERIFY(f.threads.currentSession()->turns.isEmpty());
+        QCOMPARE(f.defaults.stringValue("userPrompt"), "p");
+        QCOMPARE(f.display.calls.last(), "renderThread");
+    }
+
+    void twoAnswersAtOnceDoNotMix()
+    {
+        Fixture f;
+        f.orchestrator.sendPromptOnly("one");
+        const QPointer<FakeTransfer> first = f.service.transfers.at(0);
+        first->answer("a1");
+        f.orchestrator.sendPromptOnly("two");
+        const QPointer<FakeTransfer> second = f.service.transfers.at(1);
+        second->answer("b1");
+        first->answer("a2");
+        second->answer("b2");
+        QCOMPARE(f.display.streamed, "b1b2");
+        const qsizetype rendered = f.display.rendered.size();
+        first->finish(done());
+        QCOMPARE(f.display.rendered.size(), rendered);
+        QCOMPARE(f.orchestrator.activity(), QueryOrchestrator::Activity::Streaming);
+        second->finish(done());
+        const auto turns = f.threads.currentSession()->turns;
+        QCOMPARE(turns.size(), 2);
+        QCOMPARE(turns.at(0).response, "a1a2");
+        QCOMPARE(turns.at(1).response, "b1b2");
+    }
+
+    void answerOfAnEndedThreadStaysOutOfTheNewOne()
+    {
+        Fixture f;
+        f.captureAndSend();
+        f.transfer()->answer("late");
+        f.threads.startNewThread();
+        f.display.rendered.clear();
+        f.transfer()->finish(done());
+        QVERIFY(f.threads.currentSession()->turns.isEmpty());
+        QVERIFY(f.display.rendered.isEmpty());
+    }
+
+    void notesRenderTheThread()
+    {
+        Fixture f;
+        f.orchestrator.addNote(" \n");
+        QVERIFY(f.display.calls.isEmpty());
+        QVERIFY(!f.threads.currentSession());
+        f.orchestrator.addNote("note");
+        QCOMPARE(f.display.rendered.last().notes.first().text, "note");
+        QVERIFY(f.log.contains(prefix + "Note added to current session"));
+        QVERIFY(f.service.requests.isEmpty());
+    }
+
+    void cancelAllLeavesNoTrace()
+    {
+        Fixture f;
+        f.captureAndSend();
+        const QPointer<FakeTransfer> transfer = f.transfer();
+        f.display.calls.clear();
+        f.orchestrator.cancelAll();
+        QVERIFY(!transfer || transfer->cancelled);
+        QVERIFY(f.display.calls.isEmpty());
+        QVERIFY(f.threads.currentSession()->turns.isEmpty());
+    }
+};
+
+QTEST_GUILESS_MAIN(TestQueryOrchestrator)
+#include "test_query_orchestrator.moc"
