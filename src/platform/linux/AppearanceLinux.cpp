@@ -1,0 +1,129 @@
+#include "platform/linux/AppearanceLinux.h"
+
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusPendingCallWatcher>
+#include <QDBusPendingReply>
+#include <QEvent>
+#include <QFile>
+#include <QGuiApplication>
+#include <QPalette>
+#include <QPointer>
+#include <QThreadPool>
+#include <QUuid>
+
+namespace quellora {
+namespace {
+
+const QString portalService = QStringLiteral("org.freedesktop.portal.Desktop");
+const QString portalPath = QStringLiteral("/org/freedesktop/portal/desktop");
+const QString settingsInterface = QStringLiteral("org.freedesktop.portal.Settings");
+const QString appearanceGroup = QStringLiteral("org.freedesktop.appearance");
+const QString colorSchemeKey = QStringLiteral("color-scheme");
+
+bool isPaletteDark()
+{
+    return QGuiApplication::palette().color(QPalette::Window).lightness() < 128;
+}
+
+} // namespace
+
+QString AppearanceLinux::sessionBusAddress()
+{
+    const QString address = qEnvironmentVariable("DBUS_SESSION_BUS_ADDRESS");
+    if (!address.isEmpty())
+        return address;
+    const QString socket = qEnvironmentVariable("XDG_RUNTIME_DIR") + QStringLiteral("/bus");
+    return QFile::exists(socket) ? QStringLiteral("unix:path=") + socket : QString();
+}
+
+AppearanceLinux::AppearanceLinux(const QString &busAddress)
+    : m_busName(QStringLiteral("quellora-appearance-") +
+                QUuid::createUuid().toString(QUuid::WithoutBraces))
+    , m_dark(isPaletteDark())
+{
+    qGuiApp->installEventFilter(this);
+    if (busAddress.isEmpty())
+        return;
+    // Connecting speaks with the bus before it returns, so it is done beside the main thread.
+    QThreadPool::globalInstance()->start(
+        [self = QPointer(this), app = QPointer(qGuiApp), name = m_busName, busAddress] {
+            const QDBusConnection bus = QDBusConnection::connectToBus(busAddress, name);
+            const bool connected = bus.isConnected();
+            if (!app)
+                return;
+            QMetaObject::invokeMethod(
+                app,
+                [self, name, connected] {
+                    if (self && connected)
+                        self->askPortal();
+                    else
+                        QDBusConnection::disconnectFromBus(name);
+                },
+                Qt::QueuedConnection);
+        });
+}
+
+AppearanceLinux::~AppearanceLinux()
+{
+    QDBusConnection::disconnectFromBus(m_busName);
+}
+
+void AppearanceLinux::askPortal()
+{
+    QDBusConnection bus(m_busName);
+    // Without a sender: naming one would ask the bus for its owner and wait. Only the portal's own
+    // path and interface match, and the value is a bare number.
+    bus.connect(QString(), portalPath, settingsInterface, QStringLiteral("SettingChanged"), this,
+                SLOT(settingChanged(QString, QString, QDBusVariant)));
+    QDBusMessage read = QDBusMessage::createMethodCall(portalService, portalPath, settingsInterface,
+                                                       QStringLiteral("Read"));
+    read << appearanceGroup << colorSchemeKey;
+    auto *watcher = new QDBusPendingCallWatcher(bus.asyncCall(read), this);
+    connect(watcher, &QDBusPendingCallWatcher::finished, this,
+            [this](QDBusPendingCallWatcher *finished) {
+                const QDBusPendingReply<QVariant> reply = *finished;
+                if (!reply.isError())
+                    setScheme(reply.value());
+                finished->deleteLater();
+            });
+}
+
+void AppearanceLinux::settingChanged(const QString &group, const QString &key,
+                                     const QDBusVariant &value)
+{
+    if (group == appearanceGroup && key == colorSchemeKey)
+        setScheme(value.variant());
+}
+
+void AppearanceLinux::setScheme(const QVariant &value)
+{
+    // Read() wraps the number in a second variant.
+    const QVariant inner =
+        value.canConvert<QDBusVariant>() ? value.value<QDBusVariant>().variant() : value;
+    bool isNumber = false;
+    const uint number = inner.toUInt(&isNumber);
+    // The portal reserves other numbers: they mean no preference.
+    m_scheme = isNumber && number <= static_cast<uint>(Scheme::Light) ? static_cast<Scheme>(number)
+                                                                      : Scheme::NoPreference;
+    update();
+}
+
+bool AppearanceLinux::eventFilter(QObject *watched, QEvent *event)
+{
+    if (event->type() == QEvent::ApplicationPaletteChange && watched == qGuiApp)
+        update();
+    return QObject::eventFilter(watched, event);
+}
+
+void AppearanceLinux::update()
+{
+    const bool dark = m_scheme == Scheme::NoPreference ? isPaletteDark() : m_scheme == Scheme::Dark;
+    if (dark == m_dark)
+        return;
+    m_dark = dark;
+    if (m_handler)
+        m_handler();
+}
+
+} // namespace quellora

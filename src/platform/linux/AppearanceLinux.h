@@ -1,0 +1,49 @@
+#pragma once
+
+#include "platform/Platform.h"
+
+#include <QDBusVariant>
+#include <QObject>
+
+class QDBusPendingCallWatcher;
+
+namespace quellora {
+
+/// The desktop portal's `color-scheme`, else the lightness of the palette.
+///
+/// Asks the portal without waiting: until it answers, and when it has no preference, the palette
+/// counts. Main thread only; connecting to the session bus happens on a worker thread.
+class AppearanceLinux : public QObject, public Appearance
+{
+    Q_OBJECT
+public:
+    /// @param busAddress session bus; empty when there is none
+    explicit AppearanceLinux(const QString &busAddress = sessionBusAddress());
+    ~AppearanceLinux() override;
+
+    bool isDark() const override { return m_dark; }
+    void onChanged(std::function<void()> handler) override { m_handler = std::move(handler); }
+
+    /// The address of the running session bus; empty when none runs (none is ever started).
+    static QString sessionBusAddress();
+
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
+private Q_SLOTS:
+    void settingChanged(const QString &group, const QString &key, const QDBusVariant &value);
+
+private:
+    /// Values of the portal's setting.
+    enum class Scheme : uint { NoPreference = 0, Dark = 1, Light = 2 };
+
+    void askPortal();
+    void setScheme(const QVariant &value);
+    void update();
+
+    QString m_busName;
+    Scheme m_scheme = Scheme::NoPreference;
+    bool m_dark = false;
+    std::function<void()> m_handler;
+};
+
+} // namespace quellora

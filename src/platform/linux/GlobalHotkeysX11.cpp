@@ -1,0 +1,218 @@
+#include "platform/linux/GlobalHotkeysX11.h"
+
+#include "app/Log.h"
+
+#include <QGuiApplication>
+
+#include <utility>
+
+// <xcb/xkb.h> names a member "explicit" and is no valid C++; this much of it is needed.
+extern "C" {
+extern xcb_extension_t xcb_xkb_id;
+}
+
+namespace quellora {
+namespace {
+
+constexpr int badValue = XCB_VALUE;
+constexpr int badAccess = XCB_ACCESS;
+constexpr quint8 xkbNewKeyboardNotify = 0;
+constexpr quint8 xkbMapNotify = 1;
+
+} // namespace
+
+GlobalHotkeysX11::GlobalHotkeysX11(const X11Connection &x11)
+    : m_x11(x11), m_layout(KeyLayoutX11::read(x11)), m_xkbFirstEvent(x11.firstEvent(&xcb_xkb_id))
+{
+    m_mappingTimer.setSingleShot(true);
+    m_mappingTimer.setInterval(0);
+    m_mappingTimer.callOnTimeout([this] { applyMappingChange(); });
+    qGuiApp->installNativeEventFilter(this);
+}
+
+GlobalHotkeysX11::~GlobalHotkeysX11()
+{
+    for (Binding &binding : m_bindings)
+        ungrab(binding);
+    m_x11.flush();
+}
+
+void GlobalHotkeysX11::installHandler(std::function<void(quint32)> onPress)
+{
+    m_onPress = std::move(onPress);
+}
+
+void GlobalHotkeysX11::removeHandler()
+{
+    m_onPress = nullptr;
+}
+
+GlobalHotkeys::Result GlobalHotkeysX11::registerHotkey(const QString &key, quint32,
+                                                       quint32 modifiers, quint32, quint32 id)
+{
+    Binding binding;
+    binding.key = key;
+    binding.modifiers = modifiers;
+    binding.id = id;
+    if (const int status = grab(binding))
+        return {status, 0};
+    const Registration registration = ++m_lastRegistration;
+    m_bindings.insert(registration, binding);
+    return {0, registration};
+}
+
+void GlobalHotkeysX11::unregisterHotkey(Registration registration)
+{
+    const auto found = m_bindings.find(registration);
+    if (found == m_bindings.end())
+        return;
+    ungrab(*found);
+    m_x11.flush();
+    m_bindings.erase(found);
+}
+
+QString GlobalHotkeysX11::keyName(quint32 nativeScanCode) const
+{
+    return m_layout.keyName(nativeScanCode);
+}
+
+xcb_keycode_t GlobalHotkeysX11::grabbedKeycode(Registration registration) const
+{
+    const auto found = m_bindings.constFind(registration);
+    return found == m_bindings.constEnd() || found->variants.isEmpty() ? xcb_keycode_t(0)
+                                                                       : found->keycode;
+}
+
+int GlobalHotkeysX11::grab(Binding &binding)
+{
+    const auto keycode = m_layout.keycode(binding.key);
+    if (!keycode)
+        return badValue;
+    const quint16 bits = m_layout.modifierBits(binding.modifiers);
+    // The server lets one client grab a combination twice, and the first would go silent.
+    for (const Binding &other : std::as_const(m_bindings)) {
+        if (&other != &binding && !other.variants.isEmpty() && other.keycode == *keycode &&
+            other.bits == bits)
+            return badAccess;
+    }
+    binding.keycode = *keycode;
+    binding.bits = bits;
+
+    QList<std::pair<quint16, xcb_void_cookie_t>> requests;
+    const QList<quint16> variants = m_layout.lockVariants();
+    for (const quint16 variant : variants) {
+        // Without owner events a press is reported on the root window, even in our own windows.
+        requests.append(
+            {variant, xcb_grab_key_checked(m_x11.get(), 0, m_x11.root(),
+                                           static_cast<uint16_t>(bits | variant), *keycode,
+                                           XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC)});
+    }
+    int status = 0;
+    for (const auto &[variant, cookie] : std::as_const(requests)) {
+        const XcbPtr<xcb_generic_error_t> error(xcb_request_check(m_x11.get(), cookie));
+        if (!error)
+            binding.variants.append(variant);
+        else if (status == 0)
+            status = error->error_code;
+    }
+    if (status != 0) {
+        ungrab(binding);
+        m_x11.flush();
+    }
+    return status;
+}
+
+void GlobalHotkeysX11::ungrab(Binding &binding)
+{
+    for (const quint16 variant : std::as_const(binding.variants))
+        xcb_ungrab_key(m_x11.get(), binding.keycode, m_x11.root(),
+                       static_cast<uint16_t>(binding.bits | variant));
+    binding.variants.clear();
+}
+
+bool GlobalHotkeysX11::nativeEventFilter(const QByteArray &eventType, void *message, qintptr *)
+{
+    if (eventType != "xcb_generic_event_t")
+        return false;
+    const auto *event = static_cast<const xcb_generic_event_t *>(message);
+    switch (event->response_type & ~0x80) {
+    case XCB_KEY_PRESS: {
+        const auto *press = reinterpret_cast<const xcb_key_press_event_t *>(event);
+        if (press->event != m_x11.root())
+            return false;
+        handleKeyPress(*press);
+        return true;
+    }
+    case XCB_KEY_RELEASE: {
+        const auto *release = reinterpret_cast<const xcb_key_release_event_t *>(event);
+        if (release->event != m_x11.root())
+            return false;
+        m_lastReleasedKey = release->detail;
+        m_lastReleaseTime = release->time;
+        return true;
+    }
+    default:
+        if (isMappingChange(event))
+            m_mappingTimer.start();
+        return false;
+    }
+}
+
+void GlobalHotkeysX11::handleKeyPress(const xcb_key_press_event_t &event)
+{
+    // A held key repeats as a release and a press at the same moment.
+    if (event.detail == m_lastReleasedKey && event.time == m_lastReleaseTime)
+        return;
+    const quint16 bits = m_layout.relevantState(event.state);
+    for (const Binding &binding : std::as_const(m_bindings)) {
+        if (!binding.variants.isEmpty() && binding.keycode == event.detail &&
+            binding.bits == bits) {
+            if (m_onPress) {
+                // A copy: the press may remove handler or binding.
+                const auto onPress = m_onPress;
+                onPress(binding.id);
+            }
+            return;
+        }
+    }
+}
+
+bool GlobalHotkeysX11::isMappingChange(const xcb_generic_event_t *event) const
+{
+    const int type = event->response_type & ~0x80;
+    if (type == XCB_MAPPING_NOTIFY)
+        return reinterpret_cast<const xcb_mapping_notify_event_t *>(event)->request !=
+               XCB_MAPPING_POINTER;
+    if (m_xkbFirstEvent == 0 || type != m_xkbFirstEvent)
+        return false;
+    // The kind of every keyboard-extension event stands where core events have their detail.
+    const quint8 kind = event->pad0;
+    return kind == xkbNewKeyboardNotify || kind == xkbMapNotify;
+}
+
+void GlobalHotkeysX11::applyMappingChange()
+{
+    const KeyLayoutX11 previous = std::exchange(m_layout, KeyLayoutX11::read(m_x11));
+    const bool sameLocks = previous.lockVariants() == m_layout.lockVariants();
+    QList<Binding *> changed;
+    for (Binding &binding : m_bindings) {
+        const bool stays = sameLocks && !binding.variants.isEmpty() &&
+                           m_layout.keycode(binding.key) == binding.keycode &&
+                           m_layout.modifierBits(binding.modifiers) == binding.bits;
+        if (!stays)
+            changed.append(&binding);
+    }
+    // All are released first: one may move to the place of another.
+    for (Binding *binding : std::as_const(changed))
+        ungrab(*binding);
+    for (Binding *binding : std::as_const(changed)) {
+        if (const int status = grab(*binding))
+            Log::event(QStringLiteral("[GlobalHotkeys] WARNING: Key '%1' is not available in the "
+                                      "new keyboard layout (X error %2)")
+                           .arg(binding->key)
+                           .arg(status));
+    }
+    m_x11.flush();
+}
+
+} // namespace quellora

@@ -1,0 +1,71 @@
+#pragma once
+
+#include "platform/Platform.h"
+#include "platform/linux/KeyLayoutX11.h"
+#include "platform/linux/X11Connection.h"
+
+#include <QAbstractNativeEventFilter>
+#include <QList>
+#include <QMap>
+#include <QTimer>
+
+namespace quellora {
+
+/// Hot keys as passive key grabs on the root window, for every state of the lock keys, so that
+/// they fire whichever window has the focus. All or nothing per hot key.
+///
+/// A status is the X error code: 10 (BadAccess) when another program, or another of our own hot
+/// keys, holds the combination; 2 (BadValue) when the key does not exist. Held keys fire once:
+/// repeats are dropped. When the keyboard mapping changes, the keys are looked up and grabbed
+/// anew; one that is then not free stays registered without effect until the next change (one log
+/// line). Main thread only; destroy before the application object.
+class GlobalHotkeysX11 : public GlobalHotkeys, public QAbstractNativeEventFilter
+{
+public:
+    explicit GlobalHotkeysX11(const X11Connection &x11);
+    ~GlobalHotkeysX11() override;
+
+    void installHandler(std::function<void(quint32 id)> onPress) override;
+    void removeHandler() override;
+    Result registerHotkey(const QString &key, quint32 keyCode, quint32 modifiers, quint32 signature,
+                          quint32 id) override;
+    void unregisterHotkey(Registration registration) override;
+    QString keyName(quint32 nativeScanCode) const override;
+
+    bool nativeEventFilter(const QByteArray &eventType, void *message, qintptr *result) override;
+
+    /// The physical key grabbed for a registration; 0 when none is.
+    xcb_keycode_t grabbedKeycode(Registration registration) const;
+
+private:
+    struct Binding
+    {
+        QString key;
+        quint32 modifiers = 0;
+        quint32 id = 0;
+        xcb_keycode_t keycode = 0;
+        /// X modifier bits without the lock variants.
+        quint16 bits = 0;
+        /// The grabbed lock variants; empty while the combination is not ours.
+        QList<quint16> variants;
+    };
+
+    int grab(Binding &binding);
+    void ungrab(Binding &binding);
+    void handleKeyPress(const xcb_key_press_event_t &event);
+    bool isMappingChange(const xcb_generic_event_t *event) const;
+    void applyMappingChange();
+
+    X11Connection m_x11;
+    KeyLayoutX11 m_layout;
+    quint8 m_xkbFirstEvent;
+    std::function<void(quint32)> m_onPress;
+    QMap<Registration, Binding> m_bindings;
+    Registration m_lastRegistration = 0;
+    xcb_keycode_t m_lastReleasedKey = 0;
+    xcb_timestamp_t m_lastReleaseTime = XCB_CURRENT_TIME;
+    /// Gathers the burst of events of one mapping change.
+    QTimer m_mappingTimer;
+};
+
+} // namespace quellora

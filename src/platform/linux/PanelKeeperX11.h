@@ -1,0 +1,46 @@
+#pragma once
+
+#include "platform/linux/X11Connection.h"
+
+#include <QObject>
+#include <QRect>
+
+class QWindow;
+
+namespace quellora {
+
+/// Keeps the X properties and the input shape of one panel window as asked for: the window
+/// manager drops the states of a hidden window, Qt makes new native windows, and a shape does not
+/// follow a resized one. Lives as a child of its window.
+class PanelKeeperX11 : public QObject
+{
+    Q_OBJECT
+public:
+    /// Marks windows that our own screen captures leave out; CARDINAL 1.
+    static constexpr auto captureExclusionProperty = "_QUELLORA_CAPTURE_EXCLUDE";
+
+    /// The keeper of this window, made when there is none.
+    static PanelKeeperX11 &of(const X11Connection &x11, QWindow &window);
+
+    void keepTraits();
+    void keepCaptureExclusion();
+    /// @param responseRect in points; empty makes the whole window take events
+    void keepClickThrough(const QRect &responseRect);
+
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
+private:
+    PanelKeeperX11(const X11Connection &x11, QWindow &window);
+    void apply();
+    void applyTraits();
+    void applyShape();
+
+    X11Connection m_x11;
+    QWindow &m_window;
+    bool m_traits = false;
+    bool m_excluded = false;
+    QRect m_responseRect;
+    bool m_shaped = false;
+};
+
+} // namespace quellora

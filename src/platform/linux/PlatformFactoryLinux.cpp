@@ -1,0 +1,44 @@
+#include "platform/Platform.h"
+#include "platform/linux/DeviceInfoLinux.h"
+#include "platform/linux/LinuxPaths.h"
+#include "platform/linux/PlatformX11.h"
+#include "platform/null/NullPlatform.h"
+
+#include <QSurfaceFormat>
+
+namespace quellora {
+namespace {
+
+constexpr auto qtPlatformVariable = "QT_QPA_PLATFORM";
+// Whether the variable is ours, to be taken back once the application object has read it.
+bool platformVariableIsOurs = false;
+
+} // namespace
+
+void Platform::prepareProcess()
+{
+    // Panels, hot keys and captures need X11: on Wayland the X server of the session serves.
+    const bool hasX11 = !qEnvironmentVariableIsEmpty("DISPLAY");
+    if (hasX11 && qEnvironmentVariableIsEmpty(qtPlatformVariable) &&
+        PermissionsLinux::currentSession() == PermissionsLinux::Session::Wayland) {
+        qputenv(qtPlatformVariable, "xcb");
+        platformVariableIsOurs = true;
+    }
+    QSurfaceFormat format = QSurfaceFormat::defaultFormat();
+    format.setAlphaBufferSize(8);
+    QSurfaceFormat::setDefaultFormat(format);
+}
+
+std::unique_ptr<Platform> Platform::create()
+{
+    // Programs started from here choose their own windowing system.
+    if (std::exchange(platformVariableIsOurs, false))
+        qunsetenv(qtPlatformVariable);
+    if (const std::optional<X11Connection> x11 = X11Connection::current())
+        return std::make_unique<PlatformX11>(*x11);
+    return std::make_unique<NullPlatform>(std::make_unique<DeviceInfoLinux>(),
+                                          LinuxPaths::captureTool(),
+                                          LinuxPaths::applicationSupportDirectory());
+}
+
+} // namespace quellora

@@ -1,0 +1,40 @@
+#pragma once
+
+#include "platform/Platform.h"
+#include "platform/linux/AppearanceLinux.h"
+#include "platform/linux/ApplicationShellX11.h"
+#include "platform/linux/DeviceInfoLinux.h"
+#include "platform/linux/GlobalHotkeysX11.h"
+#include "platform/linux/PanelWindowX11.h"
+#include "platform/linux/PermissionsLinux.h"
+#include "platform/linux/WorkspaceLinux.h"
+
+namespace quellora {
+
+/// All roles on X11. Destroy it before the application object.
+class PlatformX11 : public Platform
+{
+public:
+    explicit PlatformX11(const X11Connection &x11);
+
+    PanelWindow &panelWindow() override { return m_panelWindow; }
+    GlobalHotkeys &globalHotkeys() override { return m_globalHotkeys; }
+    Permissions &permissions() override { return m_permissions; }
+    Appearance &appearance() override { return m_appearance; }
+    Workspace &workspace() override { return m_workspace; }
+    ApplicationShell &shell() override { return m_shell; }
+    DeviceInfo &deviceInfo() override { return m_deviceInfo; }
+    CaptureTool captureTool() const override;
+    QString applicationSupportDirectory() const override;
+
+private:
+    PanelWindowX11 m_panelWindow;
+    GlobalHotkeysX11 m_globalHotkeys;
+    PermissionsLinux m_permissions;
+    AppearanceLinux m_appearance;
+    WorkspaceLinux m_workspace;
+    ApplicationShellX11 m_shell;
+    DeviceInfoLinux m_deviceInfo;
+};
+
+} // namespace quellora

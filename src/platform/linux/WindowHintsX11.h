@@ -1,0 +1,27 @@
+#pragma once
+
+#include "platform/linux/X11Connection.h"
+
+#include <QByteArray>
+#include <QList>
+
+class QWindow;
+
+namespace quellora {
+
+/// The native window; XCB_NONE while it does not exist. Never creates it.
+xcb_window_t nativeWindow(const QWindow &window);
+
+/// Adds window-manager states such as "_NET_WM_STATE_ABOVE". While the window is not mapped they
+/// are written to its property, else the window manager is asked.
+void addWindowStates(const X11Connection &x11, const QWindow &window,
+                     const QList<QByteArray> &states);
+
+/// Puts the window on every desktop.
+void showOnAllDesktops(const X11Connection &x11, const QWindow &window);
+
+/// Writes one CARDINAL.
+void setCardinal(const X11Connection &x11, xcb_window_t window, const QByteArray &property,
+                 quint32 value);
+
+} // namespace quellora

@@ -1,0 +1,100 @@
+#include "platform/null/NullPlatform.h"
+
+#include <QWindow>
+
+#include <utility>
+
+namespace quellora {
+namespace {
+
+Capability noDesktop()
+{
+    return Capability::unsupported(QStringLiteral("There is no desktop"));
+}
+
+class NullPanelWindow : public PanelWindow
+{
+public:
+    Capability applyPanelTraits(QWindow &) override { return noDesktop(); }
+    Capability excludeFromCapture(QWindow &) override { return noDesktop(); }
+    Capability setClickThrough(QWindow &, const QRect &) override { return noDesktop(); }
+    Capability orderFront(QWindow &window) override
+    {
+        window.show();
+        return noDesktop();
+    }
+    Capability makeKey(QWindow &window) override
+    {
+        window.requestActivate();
+        return noDesktop();
+    }
+    bool isCompositing() const override { return false; }
+    void onCompositingChanged(std::function<void()>) override {}
+};
+
+class NullGlobalHotkeys : public GlobalHotkeys
+{
+public:
+    void installHandler(std::function<void(quint32)>) override {}
+    void removeHandler() override {}
+    Result registerHotkey(const QString &, quint32, quint32, quint32, quint32) override
+    {
+        return {NullPlatform::hotkeysUnavailable, 0};
+    }
+    void unregisterHotkey(Registration) override {}
+    QString keyName(quint32) const override { return {}; }
+};
+
+class NullPermissions : public Permissions
+{
+public:
+    bool isAccessibilityTrusted() const override { return false; }
+    bool isScreenRecordingGranted() const override { return false; }
+    void requestScreenRecording() override {}
+};
+
+class NullAppearance : public Appearance
+{
+public:
+    bool isDark() const override { return false; }
+    void onChanged(std::function<void()>) override {}
+};
+
+class NullWorkspace : public Workspace
+{
+public:
+    Capability openUrl(const QUrl &) override { return noDesktop(); }
+    Capability openFile(const QString &) override { return noDesktop(); }
+};
+
+class NullShell : public ApplicationShell
+{
+public:
+    Capability becomeAccessory() override { return noDesktop(); }
+    Capability installEditMenu() override { return noDesktop(); }
+    Capability activate(QWindow &window) override
+    {
+        window.show();
+        window.requestActivate();
+        return noDesktop();
+    }
+};
+
+} // namespace
+
+NullPlatform::NullPlatform(std::unique_ptr<DeviceInfo> deviceInfo, CaptureTool captureTool,
+                           QString applicationSupportDirectory)
+    : m_panelWindow(std::make_unique<NullPanelWindow>())
+    , m_globalHotkeys(std::make_unique<NullGlobalHotkeys>())
+    , m_permissions(std::make_unique<NullPermissions>())
+    , m_appearance(std::make_unique<NullAppearance>())
+    , m_workspace(std::make_unique<NullWorkspace>())
+    , m_shell(std::make_unique<NullShell>())
+    , m_deviceInfo(std::move(deviceInfo))
+    , m_captureTool(std::move(captureTool))
+    , m_supportDirectory(std::move(applicationSupportDirectory))
+{}
+
+NullPlatform::~NullPlatform() = default;
+
+} // namespace quellora

@@ -1,0 +1,42 @@
+#pragma once
+
+#include "platform/Platform.h"
+
+namespace quellora {
+
+/// Roles without a windowing system: everything starts, windows show and hide, and whatever needs
+/// a desktop says that it is Unsupported. Nothing counts as permitted, no hot key registers.
+class NullPlatform : public Platform
+{
+public:
+    /// Status of every hot-key registration.
+    static constexpr int hotkeysUnavailable = -1;
+
+    /// @param deviceInfo facts about the machine, which need no windows
+    NullPlatform(std::unique_ptr<DeviceInfo> deviceInfo, CaptureTool captureTool,
+                 QString applicationSupportDirectory);
+    ~NullPlatform() override;
+
+    PanelWindow &panelWindow() override { return *m_panelWindow; }
+    GlobalHotkeys &globalHotkeys() override { return *m_globalHotkeys; }
+    Permissions &permissions() override { return *m_permissions; }
+    Appearance &appearance() override { return *m_appearance; }
+    Workspace &workspace() override { return *m_workspace; }
+    ApplicationShell &shell() override { return *m_shell; }
+    DeviceInfo &deviceInfo() override { return *m_deviceInfo; }
+    CaptureTool captureTool() const override { return m_captureTool; }
+    QString applicationSupportDirectory() const override { return m_supportDirectory; }
+
+private:
+    std::unique_ptr<PanelWindow> m_panelWindow;
+    std::unique_ptr<GlobalHotkeys> m_globalHotkeys;
+    std::unique_ptr<Permissions> m_permissions;
+    std::unique_ptr<Appearance> m_appearance;
+    std::unique_ptr<Workspace> m_workspace;
+    std::unique_ptr<ApplicationShell> m_shell;
+    std::unique_ptr<DeviceInfo> m_deviceInfo;
+    CaptureTool m_captureTool;
+    QString m_supportDirectory;
+};
+
+} // namespace quellora
