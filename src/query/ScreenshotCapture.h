@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/Platform.h"
+#include "query/Bitmap.h"
 
 #include <QByteArray>
 #include <QFuture>
@@ -46,8 +47,20 @@ public:
 
     /// Blocks until the tool exits and the JPEG is ready. Never call it on the main thread.
     static Outcome captureAndOptimize(const CaptureTool &tool);
-    /// captureAndOptimize() on a worker thread.
+    /// captureAndOptimize() on a worker thread of its own pool. Callable from any thread.
     static QFuture<Outcome> captureInBackground(const CaptureTool &tool);
+
+    /// Runs the tool, which writes @p path, and waits for it without a time limit. A tool that a
+    /// signal killed counts as exited with the signal's number. Everything the tool creates is
+    /// private to the user.
+    static tl::expected<void, CaptureError> runScreencapture(const CaptureTool &tool,
+                                                             const QString &path);
+    /// At most 1280 pixels wide, the height following the aspect ratio; the same bitmap when it
+    /// is narrow enough or a smaller one cannot be created.
+    static Bitmap resizeIfNeeded(Bitmap bitmap);
+    /// Whether at least 999 of 1000 points of a 16-pixel grid are black or nearly so, the mark of
+    /// content that the system blanks out of captures.
+    static bool isNearBlackFrame(const Bitmap &bitmap);
 };
 
 } // namespace quellora

@@ -1,0 +1,182 @@
+#include "query/ProxyQueryService.h"
+
+#include "app/Log.h"
+#include "query/HttpQuery.h"
+
+#include <QJsonDocument>
+#include <QNetworkReply>
+#include <QNetworkRequest>
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+namespace quellora {
+
+namespace {
+
+/// The answer to a telemetry record means nothing; no more than this is waited for.
+constexpr qint64 maxTelemetryAnswerBytes = 64 * 1024;
+
+/// Appends @p text as a JSON string literal.
+void appendJsonString(QByteArray &out, const QByteArray &utf8)
+{
+    constexpr std::array hex{'0', '1', '2', '3', '4', '5', '6', '7',
+                             '8', '9', 'a', 'b', 'c', 'd', 'e', 'f'};
+    out += '"';
+    for (const char c : utf8) {
+        const auto byte = static_cast<unsigned char>(c);
+        switch (c) {
+        case '"':
+            out += "\\\"";
+            break;
+        case '\\':
+            out += "\\\\";
+            break;
+        case '\n':
+            out += "\\n";
+            break;
+        case '\r':
+            out += "\\r";
+            break;
+        case '\t':
+            out += "\\t";
+            break;
+        default:
+            if (byte < 0x20) {
+                out += "\\u00";
+                out += hex[byte >> 4];
+                out += hex[byte & 15];
+            } else {
+                out += c;
+            }
+        }
+    }
+    out += '"';
+}
+
+bool isBase64(const QByteArray &text)
+{
+    return std::all_of(text.begin(), text.end(), [](char c) {
+        return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') ||
+               c == '+' || c == '/' || c == '=';
+    });
+}
+
+/// A line break in a token would add header lines of somebody else's choice.
+bool isHeaderValue(const QByteArray &text)
+{
+    return std::all_of(text.begin(), text.end(), [](char c) {
+        const auto byte = static_cast<unsigned char>(c);
+        return byte >= 0x20 && byte != 0x7f;
+    });
+}
+
+QString badTokenText()
+{
+    return QStringLiteral("The session token contains control characters");
+}
+
+QNetworkRequest makeRequest(const QUrl &url, const QByteArray &token,
+                            std::chrono::milliseconds timeout)
+{
+    QNetworkRequest request(url);
+    request.setRawHeader("Content-Type", "application/json");
+    request.setRawHeader("Authorization", "Bearer " + token);
+    request.setRawHeader("X-App-Version", AppConfig::appVersion);
+    request.setTransferTimeout(static_cast<int>(timeout.count()));
+    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
+                         QNetworkRequest::ManualRedirectPolicy);
+    request.setAttribute(QNetworkRequest::CookieLoadControlAttribute, QNetworkRequest::Manual);
+    request.setAttribute(QNetworkRequest::CookieSaveControlAttribute, QNetworkRequest::Manual);
+    request.setAttribute(QNetworkRequest::AuthenticationReuseAttribute, QNetworkRequest::Manual);
+    request.setAttribute(QNetworkRequest::CacheSaveControlAttribute, false);
+    // Cancelling is to close the socket, which a connection shared by several transfers would not.
+    request.setAttribute(QNetworkRequest::Http2AllowedAttribute, false);
+    return request;
+}
+
+} // namespace
+
+ProxyQueryService::ProxyQueryService(QNetworkAccessManager &network, BackendEndpoints endpoints)
+    : ProxyQueryService(network, std::move(endpoints), Timeouts())
+{}
+
+ProxyQueryService::ProxyQueryService(QNetworkAccessManager &network, BackendEndpoints endpoints,
+                                     Timeouts timeouts)
+    : m_network(network), m_endpoints(std::move(endpoints)), m_timeouts(timeouts)
+{}
+
+QByteArray ProxyQueryService::encodeBody(const QueryRequest &request)
+{
+    if (request.imageBase64 && !isBase64(*request.imageBase64))
+        return {};
+    const QByteArray prompt = request.prompt.toUtf8();
+    const qsizetype imageSize = request.imageBase64 ? request.imageBase64->size() : 0;
+    QByteArray body;
+    body.reserve(imageSize + prompt.size() + prompt.size() / 8 + 256);
+    body += "{\"prompt\":";
+    appendJsonString(body, prompt);
+    if (request.imageBase64) {
+        body += ",\"imageBase64\":\"";
+        body += *request.imageBase64;
+        body += '"';
+    }
+    if (request.model) {
+        body += ",\"model\":";
+        appendJsonString(body, request.model->toUtf8());
+    }
+    body += '}';
+    return body;
+}
+
+RunningQuery *ProxyQueryService::query(const QueryRequest &request)
+{
+    const auto failed = [](const QString &text) {
+        return new HttpQuery(QueryError{QueryError::Kind::NetworkError, 0, {}, 0, text});
+    };
+    const QByteArray body = encodeBody(request);
+    if (body.isEmpty())
+        return failed(
+            QStringLiteral("Could not encode request body: the image is not base64 text"));
+    const QByteArray token = request.sessionToken.toUtf8();
+    if (!isHeaderValue(token)) {
+        Log::event(QStringLiteral("[ProxyQueryService] Network error: ") + badTokenText());
+        return failed(badTokenText());
+    }
+    return new HttpQuery(
+        m_network.post(makeRequest(m_endpoints.proxyQuery(), token, m_timeouts.query), body));
+}
+
+void ProxyQueryService::sendTelemetry(const QString &sessionToken, const QJsonObject &record)
+{
+    const auto logFailure = [](const QString &text) {
+        Log::event(QStringLiteral("[OverlayWindowController] Telemetry send failed (non-fatal): ") +
+                   text);
+    };
+    const QByteArray token = sessionToken.toUtf8();
+    if (!isHeaderValue(token)) {
+        logFailure(badTokenText());
+        return;
+    }
+    QNetworkReply *reply =
+        m_network.post(makeRequest(m_endpoints.telemetry(), token, m_timeouts.telemetry),
+                       QJsonDocument(record).toJson(QJsonDocument::Compact));
+    QObject::connect(reply, &QNetworkReply::downloadProgress, reply, [reply](qint64 received) {
+        reply->skip(reply->bytesAvailable());
+        if (received > maxTelemetryAnswerBytes) {
+            reply->disconnect();
+            reply->abort();
+            reply->deleteLater();
+        }
+    });
+    QObject::connect(reply, &QNetworkReply::finished, reply, [reply, logFailure] {
+        const bool answered = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).isValid();
+        // With an answer, errors up to 199 are the transport's; the others restate the status.
+        if (reply->error() != QNetworkReply::NoError && (!answered || reply->error() < 200))
+            logFailure(HttpQuery::describe(*reply));
+        reply->deleteLater();
+    });
+}
+
+} // namespace quellora

@@ -1,0 +1,200 @@
+#include "query/ScreenshotCapture.h"
+
+#include "app/Log.h"
+#include "query/JpegEncoder.h"
+#include "query/LanczosResampler.h"
+#include "query/PngDecoder.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcess>
+#include <QPromise>
+#include <QScopeGuard>
+#include <QThreadPool>
+#include <QUuid>
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+#include <thread>
+#include <utility>
+
+namespace quellora {
+
+namespace {
+
+using CaptureError = ScreenshotCapture::CaptureError;
+using Kind = CaptureError::Kind;
+
+constexpr int maxWidth = 1280;
+constexpr int samplingStep = 16;
+constexpr int darkThreshold = 8;
+constexpr double darkShare = 0.999;
+constexpr int jpegQuality = 85;
+/// The largest picture that is decoded, uncompressed, with room for its frame.
+constexpr qint64 maxFileBytes = maxPngPixels * 4 + 64 * 1024 * 1024;
+constexpr int maxBands = 4;
+
+QString temporaryPath()
+{
+    return QDir::tempPath() + QStringLiteral("/vantiro_capture_") +
+           QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper() + QStringLiteral(".png");
+}
+
+tl::expected<QByteArray, CaptureError> readCapture(const QString &path)
+{
+    const auto failed = [](const QString &text) {
+        return tl::unexpected(CaptureError{Kind::FileRead, text, 0});
+    };
+    const QFileInfo info(path);
+    // The name is visible to other users while the tool runs; only the tool's own file counts.
+    if (info.isSymLink() || (info.exists() && !info.isFile()))
+        return failed(QStringLiteral("Not a regular file"));
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
+        return failed(file.errorString());
+    if (file.size() > maxFileBytes)
+        return tl::unexpected(CaptureError{Kind::ImageDecodeFailed, {}, 0});
+    QByteArray bytes = file.readAll();
+    if (file.error() != QFileDevice::NoError)
+        return failed(file.errorString());
+    return bytes;
+}
+
+int workerCount()
+{
+    return std::clamp(static_cast<int>(std::thread::hardware_concurrency()), 1, maxBands);
+}
+
+/// Threads for captures only, so that they never queue behind other background work. The pool is
+/// left to the end of the process: a tool that hangs must not keep the program from quitting.
+QThreadPool &capturePool()
+{
+    static QThreadPool *const pool = [] {
+        auto *created = new QThreadPool;
+        created->setMaxThreadCount(8);
+        created->setThreadPriority(QThread::HighPriority);
+        qAddPostRoutine([] { capturePool().waitForDone(1000); });
+        return created;
+    }();
+    return *pool;
+}
+
+} // namespace
+
+QString ScreenshotCapture::CaptureError::description() const
+{
+    switch (kind) {
+    case Kind::ProcessLaunchFailed:
+        return QStringLiteral("Could not launch screencapture: ") + detail;
+    case Kind::NonZeroExit:
+        return QStringLiteral("screencapture exited with status %1").arg(exitStatus);
+    case Kind::ImageDecodeFailed:
+        return QStringLiteral("Could not decode captured screenshot");
+    case Kind::JpegEncodeFailed:
+        return QStringLiteral("Could not encode screenshot as JPEG");
+    case Kind::ProtectedContent:
+        return QStringLiteral(
+            "Captured content appears to be protected (DRM) — near-uniform black frame");
+    case Kind::FileRead:
+        return detail;
+    }
+    Q_UNREACHABLE();
+}
+
+ScreenshotCapture::Outcome ScreenshotCapture::captureAndOptimize(const CaptureTool &tool)
+{
+    const QString path = temporaryPath();
+    const auto remove = qScopeGuard([&path] { QFile::remove(path); });
+
+    if (const auto run = runScreencapture(tool, path); !run)
+        return tl::unexpected(run.error());
+    const auto png = readCapture(path);
+    if (!png)
+        return tl::unexpected(png.error());
+    auto decoded = decodePng(*png);
+    if (!decoded)
+        return tl::unexpected(CaptureError{Kind::ImageDecodeFailed, {}, 0});
+    const Bitmap bitmap = resizeIfNeeded(*std::move(decoded));
+    if (isNearBlackFrame(bitmap)) {
+        Log::event(QStringLiteral("[ScreenshotCapture] Discarding near-black capture "
+                                  "(protected/DRM content suspected)"));
+        return tl::unexpected(CaptureError{Kind::ProtectedContent, {}, 0});
+    }
+    Result result;
+    result.jpegData = encodeJpeg(bitmap, jpegQuality);
+    result.originalSizeBytes = png->size();
+    if (result.jpegData.isEmpty())
+        return tl::unexpected(CaptureError{Kind::JpegEncodeFailed, {}, 0});
+    Log::event(QStringLiteral("[ScreenshotCapture] Captured %1 bytes PNG -> %2 bytes JPEG (%3x%4)")
+                   .arg(result.originalSizeBytes)
+                   .arg(result.jpegData.size())
+                   .arg(bitmap.width)
+                   .arg(bitmap.height));
+    return result;
+}
+
+QFuture<ScreenshotCapture::Outcome> ScreenshotCapture::captureInBackground(const CaptureTool &tool)
+{
+    const auto promise = std::make_shared<QPromise<Outcome>>();
+    promise->start();
+    capturePool().start([promise, tool] {
+        promise->addResult(captureAndOptimize(tool));
+        promise->finish();
+    });
+    return promise->future();
+}
+
+tl::expected<void, CaptureError> ScreenshotCapture::runScreencapture(const CaptureTool &tool,
+                                                                     const QString &path)
+{
+    QProcess process;
+    process.setProgram(tool.program);
+    process.setArguments(tool.arguments + QStringList{path});
+    process.setStandardInputFile(QProcess::nullDevice());
+    process.setStandardOutputFile(QProcess::nullDevice());
+    process.setStandardErrorFile(QProcess::nullDevice());
+    process.setChildProcessModifier([] { umask(S_IRWXG | S_IRWXO); });
+    process.start();
+    process.waitForFinished(-1);
+    if (process.error() == QProcess::FailedToStart)
+        return tl::unexpected(CaptureError{Kind::ProcessLaunchFailed, process.errorString(), 0});
+    const bool killed = process.exitStatus() == QProcess::CrashExit;
+    if (killed || process.exitCode() != 0)
+        return tl::unexpected(CaptureError{Kind::NonZeroExit, {}, process.exitCode()});
+    return {};
+}
+
+Bitmap ScreenshotCapture::resizeIfNeeded(Bitmap bitmap)
+{
+    if (bitmap.width <= maxWidth)
+        return bitmap;
+    const double scale = static_cast<double>(maxWidth) / bitmap.width;
+    const auto height = static_cast<int>(std::round(bitmap.height * scale));
+    Bitmap resized = resampleLanczos(bitmap, maxWidth, height, workerCount());
+    return resized.isNull() ? std::move(bitmap) : std::move(resized);
+}
+
+bool ScreenshotCapture::isNearBlackFrame(const Bitmap &bitmap)
+{
+    if (bitmap.isNull())
+        return false;
+    qint64 sampled = 0;
+    qint64 dark = 0;
+    for (int y = 0; y < bitmap.height; y += samplingStep) {
+        const std::uint8_t *row = bitmap.rows[static_cast<std::size_t>(y)];
+        for (int x = 0; x < bitmap.width; x += samplingStep) {
+            const std::uint8_t *pixel = row + std::ptrdiff_t{x} * bitmap.channels;
+            ++sampled;
+            if (pixel[0] <= darkThreshold && pixel[1] <= darkThreshold && pixel[2] <= darkThreshold)
+                ++dark;
+        }
+    }
+    return static_cast<double>(dark) / static_cast<double>(sampled) >= darkShare;
+}
+
+} // namespace quellora
