@@ -1,0 +1,60 @@
+#include "overlay/page/PageScripts.h"
+
+#include <QFile>
+#include <QWebEngineScript>
+
+namespace quellora::pagescripts {
+
+namespace {
+
+QByteArray resource(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        qFatal("bundled file %s is missing", qUtf8Printable(path));
+    return file.readAll();
+}
+
+QByteArray source(const char *name)
+{
+    return resource(QStringLiteral(":/quellora/page-scripts/%1.js").arg(QLatin1StringView(name)));
+}
+
+/// The face script with the faces' bytes in it.
+QByteArray faceScript()
+{
+    QByteArray script = source("fonts");
+    for (const char *face : {"inter-400", "inter-500", "inter-600", "mono-400"}) {
+        const QString path =
+            QStringLiteral(":/quellora/fonts/%1.woff2").arg(QLatin1StringView(face));
+        script.replace("%" + QByteArray(face) + "%", resource(path).toBase64());
+    }
+    return script;
+}
+
+QVariant script(const QString &name, const QByteArray &code, QWebEngineScript::InjectionPoint point,
+                bool inFrames)
+{
+    QWebEngineScript value;
+    value.setName(name);
+    value.setSourceCode(QString::fromUtf8(code));
+    value.setInjectionPoint(point);
+    value.setWorldId(QWebEngineScript::MainWorld);
+    value.setRunsOnSubFrames(inFrames);
+    return QVariant::fromValue(value);
+}
+
+} // namespace
+
+QVariantList userScripts()
+{
+    return {
+        script(QStringLiteral("bridge"), source("bridge"), QWebEngineScript::DocumentCreation,
+               false),
+        script(QStringLiteral("no-peer-connections"), source("no-peer-connections"),
+               QWebEngineScript::DocumentCreation, true),
+        script(QStringLiteral("fonts"), faceScript(), QWebEngineScript::DocumentCreation, false),
+    };
+}
+
+} // namespace quellora::pagescripts

@@ -1,0 +1,11 @@
+#pragma once
+
+#include <QVariantList>
+
+namespace quellora::pagescripts {
+
+/// The scripts that run in every page beside its own, as QWebEngineScript values: the message
+/// bridge, no peer connections, the bundled faces.
+QVariantList userScripts();
+
+} // namespace quellora::pagescripts

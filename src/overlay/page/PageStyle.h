@@ -1,0 +1,16 @@
+#pragma once
+
+#include <QByteArrayView>
+
+namespace quellora::pagestyle {
+
+/// Colour variables and the rules of every page.
+extern const QByteArrayView base;
+/// Rules of thread pages and of the streaming shell, after the base rules.
+extern const QByteArrayView thread;
+/// Rules of the single-answer page.
+extern const QByteArrayView singleAnswer;
+/// Rules of the page of a thread that holds screenshots only.
+extern const QByteArrayView screenshotOnly;
+
+} // namespace quellora::pagestyle

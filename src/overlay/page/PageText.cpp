@@ -1,0 +1,137 @@
+#include "overlay/page/PageAddresses.h"
+#include "overlay/page/ResponsePage.h"
+
+#include <QLocale>
+
+#include <algorithm>
+
+namespace quellora::responsepage {
+
+namespace {
+
+QString codeStyleAddress(AppTheme theme)
+{
+    return QString::fromLatin1(theme == AppTheme::Dark ? pageaddress::darkCodeStyle
+                                                       : pageaddress::lightCodeStyle);
+}
+
+} // namespace
+
+QString escapedForTemplateLiteral(const QString &text)
+{
+    QString escaped = text;
+    escaped.replace(QLatin1Char('\\'), QLatin1StringView("\\\\"));
+    escaped.replace(QLatin1Char('`'), QLatin1StringView("\\`"));
+    return escaped;
+}
+
+QString escapedForStreaming(const QString &text)
+{
+    QString escaped = escapedForTemplateLiteral(text);
+    escaped.replace(QLatin1Char('\''), QLatin1StringView("\\'"));
+    return escaped;
+}
+
+QByteArray guardedInlineScript(QByteArray script)
+{
+    for (qsizetype at = script.indexOf('<'); at >= 0; at = script.indexOf('<', at + 1)) {
+        const QByteArray next = script.mid(at + 1, 7).toLower();
+        if (next.startsWith("script") || next == "/script" || next.startsWith("!--"))
+            script.insert(at + 1, '\\');
+    }
+    return script;
+}
+
+QString escapedForHtml(const QString &text)
+{
+    QString escaped = text;
+    escaped.replace(QLatin1Char('&'), QLatin1StringView("&amp;"));
+    escaped.replace(QLatin1Char('<'), QLatin1StringView("&lt;"));
+    escaped.replace(QLatin1Char('>'), QLatin1StringView("&gt;"));
+    escaped.replace(QLatin1Char('"'), QLatin1StringView("&quot;"));
+    escaped.replace(QLatin1Char('\''), QLatin1StringView("&#39;"));
+    return escaped;
+}
+
+QString shortestDecimal(double value)
+{
+    return QString::number(value, 'f', QLocale::FloatingPointShortest);
+}
+
+QString defaultDecimal(double value)
+{
+    const QString text = shortestDecimal(value);
+    return text.contains(QLatin1Char('.')) ? text : text + QStringLiteral(".0");
+}
+
+double pillAlpha(double windowAlpha)
+{
+    return (1 - std::clamp(windowAlpha, 0.0, 1.0)) * 0.72;
+}
+
+double codeAlpha(double windowAlpha)
+{
+    return std::max(pillAlpha(windowAlpha), 0.15);
+}
+
+QString threadTimestamp(const QDateTime &time)
+{
+    static const QLocale english(QLocale::English, QLocale::UnitedStates);
+    return english.toString(time.toLocalTime(), QStringLiteral("MMM d, h:mm AP"));
+}
+
+QString themeScript(const PageAppearance &appearance)
+{
+    const QString color = appearance.textColorHex
+                              ? QStringLiteral("document.documentElement.style.setProperty("
+                                               "'--text', '%1');")
+                                    .arg(*appearance.textColorHex)
+                              : QStringLiteral("document.documentElement.style.removeProperty("
+                                               "'--text');");
+    return color +
+           QStringLiteral("document.body.className = '%1';"
+                          "(function(){var link=document.getElementById('hljs-theme');"
+                          "if(link){link.href='%2';}})();")
+               .arg(appearance.theme == AppTheme::Light ? QStringLiteral("light") : QString(),
+                    codeStyleAddress(appearance.theme));
+}
+
+QString pillAlphaScript(double windowAlpha)
+{
+    return QStringLiteral("document.documentElement.style.setProperty('--pill-alpha', '%1');"
+                          "document.documentElement.style.setProperty('--code-alpha', '%2');")
+        .arg(shortestDecimal(pillAlpha(windowAlpha)), shortestDecimal(codeAlpha(windowAlpha)));
+}
+
+QString hideLoadingScript()
+{
+    return QStringLiteral("document.getElementById('loading').style.display='none';");
+}
+
+QString streamRenderScript(const QString &buffer, bool highlightCode)
+{
+    QString script = QStringLiteral("document.getElementById('") +
+                     QLatin1StringView(streamingElementId) +
+                     QStringLiteral("').innerHTML = marked.parse(`") + escapedForStreaming(buffer) +
+                     QStringLiteral("`);\ndocument.body.scrollTop = document.body.scrollHeight;");
+    if (highlightCode) {
+        script += QStringLiteral("\ndocument.querySelectorAll('pre code')"
+                                 ".forEach(el => hljs.highlightElement(el));");
+    }
+    return script;
+}
+
+QString scrollByScript(double pixels)
+{
+    return QStringLiteral("document.body.scrollBy(0, %1);").arg(defaultDecimal(pixels));
+}
+
+QString scrollToFractionScript(double fraction)
+{
+    return QStringLiteral("(function(){var extent=Math.max(1, document.body.scrollHeight-"
+                          "document.body.clientHeight); document.body.scrollTop = extent * %1;"
+                          "})();")
+        .arg(defaultDecimal(fraction));
+}
+
+} // namespace quellora::responsepage

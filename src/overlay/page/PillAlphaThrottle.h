@@ -1,0 +1,53 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <optional>
+
+namespace quellora {
+
+/// Limits a push to one per 1/30 s without losing the last one. Main thread only.
+class PillAlphaThrottle
+{
+public:
+    using Nanoseconds = std::chrono::nanoseconds;
+    /// Monotonic time.
+    using Clock = std::function<Nanoseconds()>;
+    /// Runs the callback given at construction after a delay, replacing an earlier request;
+    /// nothing cancels the request.
+    using Schedule = std::function<void(std::optional<Nanoseconds> delay)>;
+
+    static constexpr Nanoseconds interval{1'000'000'000 / 30};
+
+    PillAlphaThrottle(Clock clock, Schedule schedule, std::function<void()> push)
+        : m_clock(std::move(clock)), m_schedule(std::move(schedule)), m_push(std::move(push))
+    {}
+
+    /// Pushes now when the last push is at least the interval ago, else schedules one push for the
+    /// rest of it.
+    void request()
+    {
+        m_schedule(std::nullopt);
+        const Nanoseconds now = m_clock();
+        if (!m_lastPush || now - *m_lastPush >= interval) {
+            fire();
+            return;
+        }
+        m_schedule(interval - (now - *m_lastPush));
+    }
+
+    /// The scheduled moment has come.
+    void fire()
+    {
+        m_lastPush = m_clock();
+        m_push();
+    }
+
+private:
+    Clock m_clock;
+    Schedule m_schedule;
+    std::function<void()> m_push;
+    std::optional<Nanoseconds> m_lastPush;
+};
+
+} // namespace quellora

@@ -1,0 +1,101 @@
+#pragma once
+
+#include "history/CaptureSession.h"
+#include "overlay/page/AppTheme.h"
+
+#include <QByteArray>
+#include <QDateTime>
+#include <QString>
+
+#include <functional>
+#include <optional>
+
+/// The response pages and the scripts pushed into them, as text. Pure functions without state,
+/// usable from any thread. Pages are UTF-8 bytes, because a thread's screenshots make them large.
+namespace quellora::responsepage {
+
+/// What a page looks like.
+struct PageAppearance
+{
+    AppTheme theme = AppTheme::Dark;
+    /// Opacity of the window, 0 to 1.
+    double alpha = 1;
+    /// The user's text colour, e.g. "#8899aa".
+    std::optional<QString> textColorHex;
+    /// The capture hot key in its display form.
+    QString captureHotkey;
+};
+
+/// Gives the path of a screenshot's preview file, or nothing when it cannot be had.
+using PreviewPath = std::function<std::optional<QString>(const CaptureSession::Screenshot &,
+                                                         const CaptureSession &)>;
+
+/// Id of the element that receives a streamed answer.
+inline constexpr const char *streamingElementId = "streaming-response";
+
+/// Content for the body of a JavaScript template literal: backslashes and backticks are escaped,
+/// "${" is left alone.
+QString escapedForTemplateLiteral(const QString &text);
+/// As escapedForTemplateLiteral(), with single quotes escaped as well: the form of streamed
+/// answers.
+QString escapedForStreaming(const QString &text);
+/// @p script with the sequences that end or confuse an inline script element ("</script",
+/// "<script",
+/// "<!--") broken by a backslash, which a string or template literal drops again.
+QByteArray guardedInlineScript(QByteArray script);
+/// Text for HTML content and quoted attributes.
+QString escapedForHtml(const QString &text);
+
+/// Shortest decimal text that reads back as @p value, never in exponent form.
+QString shortestDecimal(double value);
+/// As shortestDecimal(), with ".0" after a whole number.
+QString defaultDecimal(double value);
+/// Values of --pill-alpha and --code-alpha for a window opacity of 0 to 1.
+double pillAlpha(double windowAlpha);
+double codeAlpha(double windowAlpha);
+
+/// A moment as a thread page shows it, in local time: "Nov 21, 9:05 AM".
+QString threadTimestamp(const QDateTime &time);
+
+/// The screenshot that went with a turn: the latest one taken after the turn before it was finished
+/// and before it was finished itself. Nothing for a turn that is not in the thread.
+std::optional<CaptureSession::Screenshot> screenshotOfTurn(const CaptureSession &session,
+                                                           const QUuid &turnId);
+
+/// The page of one answer, of the hint (blank @p markdown) or of the thinking indicator
+/// ("__LOADING__").
+QByteArray singleAnswerPage(const QString &markdown, const PageAppearance &appearance);
+/// The page of a thread that has screenshots but no notes and no turns.
+QByteArray screenshotOnlyPage(const CaptureSession &session, const PageAppearance &appearance,
+                              const PreviewPath &previewPath);
+/// The page of a thread with at least one entry.
+QByteArray threadPage(const CaptureSession &session, const PageAppearance &appearance,
+                      const PreviewPath &previewPath);
+/// The thread so far, if any, with the new question and an empty slot for its answer.
+QByteArray streamingShellPage(const std::optional<CaptureSession> &session, const QString &prompt,
+                              const QDateTime &queryStart,
+                              const std::optional<CaptureSession::Screenshot> &screenshot,
+                              const PageAppearance &appearance, const PreviewPath &previewPath);
+
+/// One entry of a thread page, without the divider.
+QByteArray entryBodyHTML(const ThreadEntry &entry, const CaptureSession &session,
+                         const PreviewPath &previewPath);
+/// Image element of a screenshot; empty, with a log line, when there is no preview file.
+QByteArray thumbnailHTML(const CaptureSession::Screenshot &screenshot,
+                         const CaptureSession &session, QByteArrayView cssClass,
+                         const PreviewPath &previewPath);
+
+/// Applies theme, text colour and code style to a loaded page.
+QString themeScript(const PageAppearance &appearance);
+/// Applies the opacity-derived variables to a loaded page.
+QString pillAlphaScript(double windowAlpha);
+/// Takes the loading dots away.
+QString hideLoadingScript();
+/// Renders the whole @p buffer into the answer slot and scrolls to the bottom.
+QString streamRenderScript(const QString &buffer, bool highlightCode);
+/// Scrolls by @p pixels, down when positive.
+QString scrollByScript(double pixels);
+/// Scrolls to @p fraction of the scrollable extent, 0 to 1.
+QString scrollToFractionScript(double fraction);
+
+} // namespace quellora::responsepage

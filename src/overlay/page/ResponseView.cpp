@@ -1,0 +1,194 @@
+#include "overlay/page/ResponseView.h"
+
+#include "app/Log.h"
+#include "overlay/page/PageScripts.h"
+
+#include <QQmlComponent>
+#include <QQmlEngine>
+#include <QQuickItem>
+#include <QQuickWebEngineProfile>
+
+#include <utility>
+
+void qml_register_types_Quellora_Page();
+
+namespace quellora {
+
+ResponseView::ResponseView(QObject *parent) : PageSurface(parent)
+{
+    // Named here so that the linker keeps the module's registration.
+    static const bool registered = (qml_register_types_Quellora_Page(), true);
+    Q_UNUSED(registered)
+    connect(&m_bridge, &PageBridge::posted, this, &ResponseView::onPosted);
+}
+
+ResponseView::~ResponseView()
+{
+    // The engine wants its views gone before their profile.
+    delete m_item;
+    delete m_profile;
+}
+
+QObject *ResponseView::profile()
+{
+    if (!m_profile) {
+        m_profile = new QQuickWebEngineProfile;
+        m_profile->setOffTheRecord(true);
+        m_profile->setHttpCacheType(QQuickWebEngineProfile::NoCache);
+        m_profile->setPersistentCookiesPolicy(QQuickWebEngineProfile::NoPersistentCookies);
+        m_profile->setUrlRequestInterceptor(&m_filter);
+        m_profile->installUrlSchemeHandler(pagerequests::pageScheme.toByteArray(), &m_pageBytes);
+        m_profile->installUrlSchemeHandler(pagerequests::assetScheme.toByteArray(), &m_assetBytes);
+        QQmlEngine::setObjectOwnership(m_profile, QQmlEngine::CppOwnership);
+    }
+    return m_profile;
+}
+
+QVariantList ResponseView::userScripts() const
+{
+    return pagescripts::userScripts();
+}
+
+void ResponseView::warmUp(QQmlEngine &engine)
+{
+    createItem(engine);
+}
+
+void ResponseView::attachTo(QQuickItem *container)
+{
+    if (m_container == container)
+        return;
+    if (m_container)
+        m_container->disconnect(this);
+    m_container = container;
+    if (!container) {
+        if (m_item)
+            m_item->setParentItem(nullptr);
+        return;
+    }
+    connect(container, &QQuickItem::widthChanged, this, &ResponseView::fitIntoContainer);
+    connect(container, &QQuickItem::heightChanged, this, &ResponseView::fitIntoContainer);
+    if (QQmlEngine *engine = qmlEngine(container))
+        createItem(*engine);
+    fitIntoContainer();
+}
+
+void ResponseView::createItem(QQmlEngine &engine)
+{
+    if (m_component)
+        return;
+    m_component = std::make_unique<QQmlComponent>(
+        &engine, QUrl(QStringLiteral("qrc:/qt/qml/Quellora/Page/ResponseWebView.qml")),
+        QQmlComponent::Asynchronous);
+    if (!m_component->isLoading()) {
+        finishCreation();
+        return;
+    }
+    connect(m_component.get(), &QQmlComponent::statusChanged, this, &ResponseView::finishCreation);
+}
+
+void ResponseView::finishCreation()
+{
+    QObject *created = m_component->createWithInitialProperties(
+        {{QStringLiteral("host"), QVariant::fromValue(this)}});
+    m_item = qobject_cast<QQuickItem *>(created);
+    if (!m_item)
+        qFatal("the response view cannot be created: %s",
+               qUtf8Printable(m_component->errorString()));
+    QQmlEngine::setObjectOwnership(m_item, QQmlEngine::CppOwnership);
+    // A container or engine that goes away takes its children along.
+    connect(m_item, &QObject::destroyed, this, [this] {
+        m_item = nullptr;
+        m_component.reset();
+    });
+    fitIntoContainer();
+    if (m_currentLoad != 0)
+        navigate();
+}
+
+void ResponseView::fitIntoContainer()
+{
+    if (!m_item || !m_container)
+        return;
+    m_item->setParentItem(m_container);
+    m_item->setSize(m_container->size());
+}
+
+void ResponseView::startLoad(LoadId id, const QByteArray &html)
+{
+    m_currentLoad = id;
+    m_loadReported = false;
+    m_reloaded = false;
+    m_pageBytes.setPage(id, html);
+    m_filter.setCurrentLoad(id);
+    if (m_item)
+        navigate();
+}
+
+void ResponseView::navigate()
+{
+    m_navigationExpected = true;
+    emit navigateTo(pagerequests::pageUrl(m_currentLoad));
+}
+
+bool ResponseView::mayNavigate(const QUrl &url)
+{
+    return pagerequests::loadIdOf(url) == m_currentLoad &&
+           std::exchange(m_navigationExpected, false);
+}
+
+void ResponseView::runScript(const QString &script, quint64 token)
+{
+    if (m_item)
+        emit scriptRequested(script, static_cast<double>(token));
+    else
+        scriptDone(token);
+}
+
+void ResponseView::onLoadSucceeded(const QUrl &url)
+{
+    if (pagerequests::loadIdOf(url) != m_currentLoad || std::exchange(m_loadReported, true))
+        return;
+    emit loadFinished(m_currentLoad);
+}
+
+void ResponseView::onLoadFailed(const QUrl &url, const QString &description)
+{
+    if (pagerequests::loadIdOf(url) != m_currentLoad || m_loadReported)
+        return;
+    emit loadFailed(m_currentLoad, description, !m_pageBytes.wasServed());
+}
+
+void ResponseView::onRenderProcessTerminated(int status, int exitCode)
+{
+    dropScripts();
+    emit renderProcessTerminated();
+    const bool again = m_currentLoad != 0 && !std::exchange(m_reloaded, true);
+    Log::event(
+        QStringLiteral("[ResponseView] ERROR: The page's process ended (status %1, code %2)%3")
+            .arg(status)
+            .arg(exitCode)
+            .arg(again ? QStringLiteral(", loading the page again") : QString()));
+    if (!again)
+        return;
+    m_loadReported = false;
+    m_pageBytes.rewind();
+    // Not from inside the engine's own report.
+    QMetaObject::invokeMethod(
+        this,
+        [this] {
+            if (m_item)
+                navigate();
+        },
+        Qt::QueuedConnection);
+}
+
+void ResponseView::onPosted(const QString &name, const QVariant &body)
+{
+    if (name == QLatin1StringView("link"))
+        emit linkActivated(body.toString());
+    else
+        emit message(name, body);
+}
+
+} // namespace quellora

@@ -1,0 +1,62 @@
+#pragma once
+
+#include "overlay/page/ResponseDisplay.h"
+
+#include <QObject>
+#include <QStringList>
+
+#include <optional>
+
+namespace quellora {
+
+/// Shows a streamed answer growing in place at the end of the current thread. Main thread only.
+///
+/// The whole answer so far is rendered again with every chunk, so that Markdown split across chunks
+/// comes out right; chunks that arrive before the page is there wait for it.
+class StreamingRenderer : public QObject
+{
+    Q_OBJECT
+
+public:
+    /// @param display must outlive this object
+    explicit StreamingRenderer(ResponseDisplay &display, QObject *parent = nullptr);
+
+    /// Begins an answer, discarding one that is still under way.
+    /// @param session the current thread, whose entries are shown above
+    /// @param screenshot the one that goes with this question, if any
+    void handleStreamStart(const std::optional<CaptureSession> &session, const QString &prompt,
+                           const QDateTime &queryStart,
+                           const std::optional<CaptureSession::Screenshot> &screenshot);
+    void handleStreamChunk(const QString &text);
+    /// Renders the answer a last time, with highlighted code. Returns the complete answer, with the
+    /// chunks that still waited for the page.
+    QString handleStreamEnd();
+    /// Ends a failed or cancelled stream without rendering; returns what has arrived.
+    QString abandon();
+
+    /// What of the current answer has been rendered; empty once the stream has ended.
+    const QString &streamBuffer() const { return m_streamBuffer; }
+    bool isStreamingShellReady() const { return m_shellReady; }
+
+signals:
+    /// A stream has started: the window is to be shown in front, without activating the
+    /// application.
+    void showWindowRequested();
+
+private:
+    void onPageFinished(ResponseDisplay::PageId page);
+    void processStreamChunk(const QString &text);
+    void renderStreamBuffer(bool highlightCode);
+
+    ResponseDisplay &m_display;
+    QString m_streamBuffer;
+    QStringList m_pendingChunks;
+    bool m_isFirstChunk = true;
+    bool m_shellReady = false;
+    /// The shell page that is being loaded; 0 when none is.
+    ResponseDisplay::PageId m_loadingShell = 0;
+    /// The last render of an answer that ended before its page was there.
+    std::optional<QString> m_finalScript;
+};
+
+} // namespace quellora
