@@ -13,6 +13,7 @@ from Xlib import X, Xatom
 from Xlib import display as xdisplay
 from Xlib import error as xerror
 from Xlib.ext import xtest
+from Xlib.protocol import event
 
 from . import processes
 from .image import Image
@@ -36,7 +37,7 @@ class Desktop:
     sees. Everything is torn down by `close`, or by the kernel when the test process dies.
     """
 
-    def __init__(self, width=1280, height=800, compositor=None, window_manager=True):
+    def __init__(self, width=1280, height=960, compositor=None, window_manager=True):
         """`compositor` is None for none, or the path of a picom configuration ("" for its own)."""
         processes.adopt_orphans()
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="desktop-"))
@@ -191,6 +192,16 @@ class Desktop:
         except xerror.XError:
             return ""
 
+    def close_active_window(self):
+        """Asks the active window to close, as its title bar's close button does."""
+        message = event.ClientMessage(
+            window=self.active_window(),
+            client_type=self.connection.intern_atom("_NET_CLOSE_WINDOW"),
+            data=(32, [X.CurrentTime, 2, 0, 0, 0]))
+        self.root.send_event(
+            message, event_mask=X.SubstructureRedirectMask | X.SubstructureNotifyMask)
+        self.connection.sync()
+
     def viewable_windows(self, title):
         """(id, x, y, width, height) of all viewable windows with this title, in root pixels."""
         found = []
@@ -209,6 +220,12 @@ class Desktop:
                 return
         visit(self.root)
         return found
+
+    def window_states(self, window_id):
+        """Names of the window manager's states of a window."""
+        window = self.connection.create_resource_object("window", window_id)
+        found = window.get_full_property(self.connection.intern_atom("_NET_WM_STATE"), Xatom.ATOM)
+        return [self.connection.get_atom_name(atom) for atom in found.value] if found else []
 
     def focus_window(self):
         """Id of the window that has the keyboard focus."""
@@ -263,6 +280,14 @@ class Desktop:
         self.move_pointer(x, y)
         self._fake(X.ButtonPress, button)
         self._fake(X.ButtonRelease, button)
+
+    def drag(self, x, y, to_x, to_y):
+        """Drags with the first button, in a few steps as a hand would."""
+        self.move_pointer(x, y)
+        self._fake(X.ButtonPress, 1)
+        for step in range(1, 6):
+            self.move_pointer(x + (to_x - x) * step / 5, y + (to_y - y) * step / 5)
+        self._fake(X.ButtonRelease, 1)
 
     # -- pictures -------------------------------------------------------------------------------
 

@@ -1,0 +1,157 @@
+"""The panel beside the program in which the user works: focus, clicks, typing."""
+
+import threading
+import unittest
+
+from harness import E2ECase, HostileServer, chunk_event, done_event, wait_until
+from harness.server import QUERY
+
+PREFIX = "[OverlayWindowController] "
+ENDED = PREFIX + "Stream complete, buffer cleared"
+
+
+class FocusTest(E2ECase):
+    """The document covers the whole screen; the panel stays above it."""
+
+    def start(self, server=None):
+        server = server or self.server()
+        app = self.app(server).sign_in()
+        window = self.other_window()
+        wait_until(lambda: self.desktop.focus_window() == window.window_id,
+                   what="the focus of the document")
+        return server, app, window
+
+    def assert_kept_focus(self, window, mark):
+        self.assertEqual(self.desktop.focus_window(), window.window_id)
+        self.assertEqual([event for event in window.events(since=mark)
+                          if event.kind.startswith("focus")], [])
+        self.desktop.type_text("k")
+        window.wait_for("key", ord("k"), since=mark)
+
+    def response_centre(self, app):
+        """A place over the answer, clear of the frame."""
+        _, x, y, width, _ = app.panel()
+        return x + (width - 28) // 2, y + 72 + 120
+
+    def test_sign_in_gives_the_focus_back(self):
+        window = self.other_window()
+        app = self.app(self.server()).sign_in()
+        wait_until(lambda: self.desktop.focus_window() == window.window_id,
+                   what="the document to have the focus again")
+        self.assertNotEqual(app.panel()[0], self.desktop.active_window())
+
+    def test_answers_and_toggling_never_take_it(self):
+        server, app, window = self.start()
+        mark = window.mark()
+        app.hotkey("ctrl+alt+super+c", "Capture")
+        app.wait_for_line(ENDED)
+        app.access.wait_for_page_text("Hello from the server.")
+        self.assert_kept_focus(window, mark)
+        app.hotkey("ctrl+alt+super+t", "Toggle")
+        app.wait_overlay_hidden()
+        self.assert_kept_focus(window, mark)
+        # An answer brings the hidden panel back, again without the focus.
+        gate = threading.Event()
+        self.addCleanup(gate.set)
+        server.on(QUERY, HostileServer.stream(chunk_event("more"), gate, done_event()))
+        start = app.mark()
+        wait_until(lambda: self.desktop.press("ctrl+alt+super+c")
+                   or app.has_line("[HotkeyManager] Fired: Capture", start),
+                   what="the next capture", interval=0.32)
+        app.wait_overlay_shown()
+        self.assert_kept_focus(window, mark)
+        gate.set()
+        app.wait_for_line(ENDED, since=start)
+        self.assert_kept_focus(window, mark)
+
+    def test_clicks_over_the_answer_reach_the_document(self):
+        _, app, window = self.start()
+        mark = window.mark()
+        x, y = self.response_centre(app)
+        for button in (1, 3, 4, 5):
+            self.desktop.click(x, y, button)
+            press = window.wait_for("press", button, since=mark)
+            self.assertEqual((press.x, press.y), (x, y))
+        self.assertEqual(self.desktop.focus_window(), window.window_id)
+
+    def test_clicks_on_the_frame_do_not(self):
+        _, app, window = self.start()
+        _, x, y, width, height = app.panel()
+        mark = window.mark()
+        places = {"control bar": (x + 200, y + 17), "strip": (x + 200, y + 53),
+                  "scrollbar": (x + width - 14, y + 300),
+                  "bottom panels": (x + 300, y + height - 10)}
+        for place, (left, top) in places.items():
+            self.desktop.click(left, top)
+        # A click beside the panel shows that the earlier ones have been delivered.
+        self.desktop.click(x + width + 60, y + 100)
+        window.wait_for("press", 1, since=mark)
+        self.assertEqual(len(window.events("press", since=mark)), 1, places)
+
+    def test_open_menu_takes_the_clicks(self):
+        _, app, window = self.start()
+        x, y = self.response_centre(app)
+        app.access.press("Menu")
+        app.wait_for_line(PREFIX + "Hamburger button clicked — menu open=true")
+        app.access.wait_for("Settings")
+        mark = window.mark()
+        self.desktop.click(x, y + 150)
+        _, left, top, width, _ = app.panel()
+        self.desktop.click(left + width + 60, top + 100)
+        window.wait_for("press", 1, since=mark)
+        self.assertEqual(len(window.events("press", since=mark)), 1,
+                         "a click went through the open menu's area")
+        if app.access.find("Settings", "menu item") or app.access.find("History"):
+            app.access.press("Menu")
+        app.wait_for_line(PREFIX + "Hamburger button clicked — menu open=false")
+        mark = window.mark()
+
+        def passes():
+            self.desktop.click(x, y)
+            return any((event.x, event.y) == (x, y)
+                       for event in window.events("press", since=mark))
+        wait_until(passes, what="clicks to pass through again", interval=0.1)
+
+    def test_typing_after_a_click_on_the_prompt(self):
+        server, app, window = self.start()
+        app.access.click("Write a message")
+        app.access.wait_for("Write a message", focused=True)
+        mark = window.mark()
+        self.desktop.type_text("two words")
+        self.desktop.press("shift+return")
+        self.desktop.type_text("second line\n")
+        request = server.wait_for_request(QUERY)
+        self.assertEqual(request.json()["prompt"], "two words\nsecond line")
+        self.assertEqual(window.events("key", since=mark), [])
+        app.wait_for_line(ENDED)
+        wait_until(lambda: app.stored_defaults().get("userPrompt") == "",
+                   what="the prompt box to empty")
+        # A click on the document gives the keyboard back.
+        _, x, y, width, _ = app.panel()
+        self.desktop.click(x + width + 60, y + 100)
+        wait_until(lambda: self.desktop.focus_window() == window.window_id,
+                   what="the focus of the document")
+        self.desktop.type_text("k")
+        window.wait_for("key", ord("k"), since=mark)
+
+    def test_buttons_leave_the_keyboard_with_the_document(self):
+        _, app, window = self.start()
+        mark = window.mark()
+        app.access.click("New thread")
+        app.wait_for_line(PREFIX + "New thread started")
+        self.assert_kept_focus(window, mark)
+
+    def test_escape_in_the_prompt_changes_nothing(self):
+        _, app, _ = self.start()
+        app.access.click("Write a message")
+        app.access.wait_for("Write a message", focused=True)
+        self.desktop.type_text("keep")
+        self.desktop.press("escape")
+        self.desktop.type_text(" me")
+        wait_until(lambda: app.stored_defaults().get("userPrompt") == "keep me",
+                   what="the prompt to be stored")
+        self.assertIsNotNone(app.panel())
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,129 @@
+"""Answers that attack: nothing leaves the page, nothing opens, nothing runs in the host."""
+
+import unittest
+import urllib.request
+
+from harness import E2ECase, HostileServer, wait_until
+from harness.server import QUERY
+
+ENDED = "[OverlayWindowController] Stream complete, buffer cleared"
+
+
+def template(code):
+    """A script that the page's template literal runs; double quotes only, so that it parses."""
+    return "${(() => {try { " + code + " } catch (problem) {} return ''; })()}".replace("'", '"')
+
+
+def attacks(canary):
+    """Markdown that tries every way out to the canary's address."""
+    host = canary.split("//")[1]
+    return "\n\n".join([
+        "# Innocent heading",
+        f"![picture]({canary}/markdown-image)",
+        f"<img src='{canary}/image'><img src=x onerror=\"fetch('{canary}/onerror')\">",
+        f"<script>fetch('{canary}/script')</script>",
+        f"<script src='{canary}/script-source'></script>",
+        f"<iframe src='{canary}/frame'></iframe>",
+        f"<iframe srcdoc=\"<img src='{canary}/srcdoc'>\"></iframe>",
+        f"<object data='{canary}/object'></object><embed src='{canary}/embed'>",
+        f"<link rel=stylesheet href='{canary}/style'><link rel=prefetch href='{canary}/prefetch'>"
+        f"<link rel=preconnect href='{canary}/'><link rel=dns-prefetch href='//{host}'>",
+        f"<style>@import url('{canary}/import'); h1 {{background: url('{canary}/background')}}"
+        f"</style>",
+        f"<meta http-equiv=refresh content='0;url={canary}/refresh'>",
+        f"<video src='{canary}/video' poster='{canary}/poster' autoplay></video>",
+        f"<audio src='{canary}/audio' autoplay></audio>",
+        f"<svg><image href='{canary}/svg'/><use href='{canary}/use#a'/></svg>",
+        f"<form id=f action='{canary}/form'><input name=a></form>",
+        f"<base href='{canary}/base/'>",
+        f"<div style=\"background-image:url('{canary}/inline')\">x</div>",
+        f"<details open ontoggle=\"new Image().src='{canary}/toggle'\">y</details>",
+        f"[link]({canary}/link)",
+        *(template(code) for code in (
+            f'fetch("{canary}/template")',
+            f'new Image().src = "{canary}/template-image"',
+            f'navigator.sendBeacon("{canary}/beacon")',
+            f'new WebSocket("ws://{host}/socket")',
+            f'new EventSource("{canary}/events")',
+            f'const x = new XMLHttpRequest(); x.open("GET", "{canary}/xhr"); x.send()',
+            f'window.open("{canary}/popup")',
+            f'new Worker("{canary}/worker")',
+            f'const p = new RTCPeerConnection({{iceServers: [{{urls: "stun:{host}"}}]}}); '
+            'p.createDataChannel("x"); p.createOffer().then(o => p.setLocalDescription(o))',
+            f'const f = document.createElement("iframe"); f.src = "{canary}/made-frame"; '
+            'document.documentElement.append(f)',
+            f'setTimeout(() => location.href = "{canary}/navigate", 50)',
+            f'setTimeout(() => document.getElementById("f").submit(), 20)',
+        )),
+        "Visible end",
+    ])
+
+
+class HostileAnswerTest(E2ECase):
+    def test_canary_hears_what_reaches_it(self):
+        canary = self.server()
+        urllib.request.urlopen(canary.url + "/api/logs/app", b"", timeout=10).close()
+        self.assertEqual(canary.connection_count, 1)
+
+    def ask(self, app, text):
+        app.access.click("Write a message")
+        app.access.wait_for("Write a message", focused=True)
+        self.desktop.type_text(text + "\n")
+
+    def test_nothing_reaches_the_network(self):
+        canary = self.server()
+        server = self.server()
+        text = attacks(canary.url)
+        server.on(QUERY, HostileServer.answer_with(text[:len(text) // 2], text[len(text) // 2:]))
+        app = self.app(server).sign_in()
+        self.ask(app, "attack")
+        app.wait_for_line(ENDED)
+        wait_until(app.turns, what="the kept turn")
+        # A second, harmless answer in the same thread loads the first one once more and gives
+        # everything that was scheduled the time to run.
+        server.on(QUERY, HostileServer.answer_with("second answer"))
+        self.ask(app, "again")
+        app.wait_for_line(ENDED)
+        app.access.wait_for_page_text("second answer")
+        self.assertEqual([request.target for request in canary.requests()], [])
+        self.assertEqual(canary.connection_count, 0)
+        self.assertEqual(app.opened(), [])
+        self.assertTrue(app.running)
+        # The program still works as before.
+        app.access.press("New thread")
+        server.on(QUERY, HostileServer.answer_with("third answer"))
+        self.ask(app, "still there")
+        app.access.wait_for_page_text("third answer")
+
+    def test_prompts_and_notes_are_text(self):
+        server = self.server()
+        app = self.app(server).sign_in()
+        self.ask(app, "<b>bold</b> & <img src=x onerror=alert(1)>")
+        app.wait_for_line(ENDED)
+        text = app.access.wait_for_page_text("<b>bold</b>")
+        self.assertIn("<img src=x onerror=alert(1)>", text)
+        app.access.click("Write a message")
+        self.desktop.type_text("a <i>note</i>")
+        app.access.press("Add note")
+        app.wait_for_line("[OverlayWindowController] Note added to current session")
+        app.access.wait_for_page_text("a <i>note</i>")
+
+    def test_answer_cannot_open_files_or_delete_threads(self):
+        server = self.server()
+        server.on(QUERY, HostileServer.answer_with(
+            "start " + template('webkit.messageHandlers.openScreenshot.postMessage("/etc/passwd")')
+            + template('webkit.messageHandlers.noteDelete.postMessage("nonsense")')
+            + template('webkit.messageHandlers.scrollPosition.postMessage({scrollTop: "x"})')
+            + " end"))
+        app = self.app(server).sign_in()
+        self.ask(app, "attack")
+        app.wait_for_line(ENDED)
+        wait_until(app.turns, what="the kept turn")
+        app.wait_for_line("[OverlayWindowController] ERROR: Received malformed noteDelete "
+                          "message: nonsense", since=0)
+        self.assertEqual(app.opened(), [])
+        self.assertTrue(app.running)
+
+
+if __name__ == "__main__":
+    unittest.main()

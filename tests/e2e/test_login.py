@@ -1,0 +1,231 @@
+"""The login window: what is sent, every outcome, and what secrets must never do."""
+
+import pathlib
+import threading
+import unittest
+import urllib.request
+
+from harness import (E2ECase, HostileServer, TEST_EMAIL, TEST_PASSWORD, login_response,
+                     wait_until)
+from harness.server import LOGIN, VERIFY
+
+RUNNING = "[AppDelegate] Vantiro Overlay running (single-process, no pipeline.py dependency)."
+
+
+class LoginTest(E2ECase):
+    def test_request_on_the_wire(self):
+        server = self.server()
+        app = self.app(server)
+        app.wait_login_window()
+        app.fill_login(" sam@example.com ", " pass\\\"word ")
+        self.desktop.press("return")
+        app.wait_for_line(RUNNING)
+        request = server.wait_for_request(LOGIN)
+        self.assertEqual(request.method, "POST")
+        self.assertEqual(request.header_order("Content-Type", "X-App-Version", "Authorization"),
+                         ["Content-Type", "X-App-Version"])
+        self.assertEqual(request.header("Content-Type"), "application/json")
+        self.assertEqual(request.header("X-App-Version"), "1.0.0")
+        body = request.json()
+        self.assertEqual(set(body), {"email", "password", "osVersion", "hotkeys", "cpuArch"})
+        self.assertEqual(body["email"], " sam@example.com ")
+        self.assertEqual(body["password"], " pass\\\"word ")
+        self.assertEqual(body["hotkeys"]["capture"], "ctrl+alt+cmd+c")
+        self.assertEqual(len(body["hotkeys"]), 7)
+        self.assertIn(body["cpuArch"], ("arm64", "x86_64"))
+        self.assertTrue(body["osVersion"])
+
+    def test_failures_are_shown_and_the_next_try_works(self):
+        server = self.server()
+        app = self.app(server)
+        app.wait_login_window()
+        app.fill_login()
+        outcomes = [
+            (HostileServer.status(401), "Invalid email or password",
+             "[AuthService] Login failed: invalid credentials"),
+            (HostileServer.status(403, login_response()),
+             "Your account has been suspended. Contact support.",
+             "[AuthService] Login failed: account suspended"),
+            (HostileServer.status(500, b"<b>boom</b>"),
+             "Connection error (500). Check your internet connection.",
+             "[AuthService] Login failed: unexpected status code 500"),
+            (HostileServer.status(201, login_response()),
+             "Connection error (201). Check your internet connection.",
+             "[AuthService] Login failed: unexpected status code 201"),
+            (HostileServer.status(200, b"{\"token\": 5"), "Unexpected response from server",
+             None),
+            (HostileServer.status(200, b"[]"), "Unexpected response from server", None),
+            (lambda connection, _request: connection.reset(),
+             "Connection error (-1). Check your internet connection.", None),
+        ]
+        for handler, shown, logged in outcomes:
+            with self.subTest(shown=shown, logged=logged):
+                mark = app.mark()
+                server.on(LOGIN, handler)
+                self.desktop.press("return")
+                if logged:
+                    app.wait_for_line(logged, since=mark)
+                else:
+                    kind = ("network error: " if "-1" in shown else "could not decode response: ")
+                    wait_until(lambda: any(
+                        line.startswith("[AuthService] Login failed: " + kind)
+                        for line in app.lines_since(mark)), what="the log line")
+                app.access.wait_for(shown)
+                app.access.wait_for("Password", focused=True)
+        # The password's text is selected after a failure, so typing replaces it.
+        server.on(LOGIN, HostileServer.status(200, login_response()))
+        self.desktop.type_text("another one")
+        self.desktop.press("return")
+        app.wait_for_line(RUNNING)
+        self.assertEqual(server.requests(LOGIN)[-1].json()["password"], "another one")
+
+    def test_refused_connection(self):
+        server = self.server()
+        server.close()
+        app = self.app(server)
+        app.wait_login_window()
+        app.fill_login()
+        self.desktop.press("return")
+        app.access.wait_for("Connection error (-1). Check your internet connection.")
+        self.assertTrue(app.running)
+
+    def test_incomplete_form_cannot_be_sent_with_the_button(self):
+        server = self.server()
+        app = self.app(server)
+        app.wait_login_window()
+        app.access.wait_for("Sign in", enabled=False)
+        self.desktop.type_text("   \t" + TEST_PASSWORD)
+        wait_until(lambda: app.access.text_of(app.access.find("Email")) == "   ",
+                   what="the blanks in the field")
+        app.access.wait_for("Sign in", enabled=False)
+        app.access.click("Sign in")
+        app.access.click("Email")
+        self.desktop.press("ctrl+a")
+        self.desktop.type_text(TEST_EMAIL)
+        app.access.wait_for("Sign in", enabled=True)
+        self.assertEqual(server.requests(LOGIN), [])
+        app.access.click("Sign in")
+        app.wait_for_line(RUNNING)
+        self.assertEqual(server.requests(LOGIN)[0].json()["email"], TEST_EMAIL)
+
+    def test_second_return_while_running_sends_nothing_more(self):
+        release = threading.Event()
+        server = self.server()
+
+        def slow(connection, _request):
+            connection.wait_for(release)
+            connection.respond(200, login_response())
+        server.on(LOGIN, slow)
+        app = self.app(server)
+        app.wait_login_window()
+        app.fill_login()
+        self.desktop.press("return")
+        server.wait_for_request(LOGIN)
+        app.access.wait_for("Signing in")
+        self.desktop.press("return")
+        self.desktop.press("return")
+        # A round through the program's event loop shows that the presses have been handled.
+        app.hotkey("ctrl+alt+super+x", "Clear")
+        release.set()
+        app.wait_for_line(RUNNING)
+        self.assertEqual(len(server.requests(LOGIN)), 1)
+
+    def test_closing_the_window_quits(self):
+        app = self.app(self.server())
+        app.wait_login_window()
+        self.desktop.close_active_window()
+        self.assertEqual(app.wait_exit(), 0)
+        app.wait_for_line("[LoginWindowController] Login window closed before sign-in — quitting")
+        app.wait_for_line("[AppDelegate] applicationWillTerminate — clearing session")
+        app.wait_for_line("[AuthService] Session cleared from memory")
+        app.wait_for_line("[HotkeyManager] Stopped, all hotkeys unregistered")
+
+    def test_links_open_in_the_browser(self):
+        server = self.server()
+        app = self.app(server)
+        app.wait_login_window()
+        app.access.press("Forgot password?")
+        wait_until(lambda: f"{server.url}/reset-password" in app.opened(), what="the page")
+        app.access.click("Don't have an account? Sign up")
+        wait_until(lambda: f"{server.url}/signup" in app.opened(), what="the page")
+
+    def test_secrets_stay_out_of_logs_files_and_the_accessibility_bus(self):
+        server = self.server()
+        server.on(LOGIN, HostileServer.status(401))
+        app = self.app(server)
+        app.wait_login_window()
+        app.fill_login()
+        self.desktop.press("return")
+        app.access.wait_for("Invalid email or password")
+        for _, node in app.access.walk():
+            self.assertNotIn(TEST_PASSWORD, app.access.text_of(node))
+        server.on(LOGIN, HostileServer.status(200, login_response(token="t0ken-5ecret")))
+        self.desktop.type_text(TEST_PASSWORD + "\n")
+        app.wait_for_line(RUNNING)
+        for secret in (TEST_PASSWORD, "t0ken-5ecret"):
+            self.assertNotIn(secret, "\n".join(app.raw_lines + app.error_output))
+            for path in pathlib.Path(app.folder).rglob("*"):
+                if path.is_file():
+                    self.assertNotIn(secret.encode(), path.read_bytes(), path)
+
+    def test_redirected_sign_in_gives_the_password_to_nobody_else(self):
+        thief = self.server()
+        server = self.server()
+        server.on(LOGIN, HostileServer.status(307, headers=[f"Location: {thief.url}{LOGIN}"]))
+        app = self.app(server)
+        app.wait_login_window()
+        app.fill_login()
+        self.desktop.press("return")
+        app.access.wait_for("Password", focused=True)
+        app.wait_for_line("[AuthService] Login failed: unexpected status code 307")
+        self.assertEqual(thief.connection_count, 0)
+
+
+class BrowserSignInTest(E2ECase):
+    """Sign-in through the browser; the listener's port is fixed."""
+
+    def start(self, server):
+        app = self.app(server)
+        app.wait_login_window()
+        app.access.press("Sign in with Google")
+        app.wait_for_line("[LoginWindowController] OAuth callback listener ready, "
+                          "opening browser for Google sign-in")
+        wanted = f"{server.url}/login?callback=http://127.0.0.1:9877/oauth-callback"
+        wait_until(lambda: wanted in app.opened(), what="the browser")
+        return app
+
+    @staticmethod
+    def visit(query):
+        with urllib.request.urlopen(f"http://127.0.0.1:9877/oauth-callback{query}",
+                                    timeout=10) as answer:
+            return answer.read().decode()
+
+    def test_token_from_the_browser_signs_in(self):
+        server = self.server()
+        app = self.start(server)
+        self.assertIn("You're signed in", self.visit("?token=browser%20token"))
+        app.wait_for_line("[AuthService] Token verification successful")
+        app.wait_for_line(RUNNING)
+        request = server.wait_for_request(VERIFY)
+        self.assertEqual(request.header("Authorization"), "Bearer browser token")
+        self.assertEqual(request.header_order("X-App-Version", "Authorization", "Content-Type"),
+                         ["Authorization", "Content-Type", "X-App-Version"])
+        self.assertEqual(set(request.json()), {"osVersion", "hotkeys", "cpuArch"})
+
+    def test_no_token_then_a_rejected_one(self):
+        server = self.server()
+        server.on(VERIFY, HostileServer.status(401))
+        app = self.start(server)
+        self.assertIn("Sign-in failed", self.visit("?error=denied"))
+        app.wait_for_line("[LoginWindowController] OAuth callback received without a usable token")
+        app.access.wait_for("Google sign-in failed. Please try again.")
+        app.access.press("Sign in with Google")
+        app.wait_for_line("[LoginWindowController] OAuth callback listener ready, "
+                          "opening browser for Google sign-in")
+        self.visit("?token=old")
+        app.wait_for_line("[AuthService] Token verification failed: invalid or expired token")
+        app.access.wait_for("Invalid email or password")
+
+
+if __name__ == "__main__":
+    unittest.main()

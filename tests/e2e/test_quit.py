@@ -1,0 +1,102 @@
+"""The end of the program: nothing stays behind."""
+
+import os
+import pathlib
+import threading
+import unittest
+
+from harness import E2ECase, HostileServer, chunk_event, wait_until
+from harness import processes
+from harness.server import QUERY
+
+PREFIX = "[OverlayWindowController] "
+LAST_LINES = [
+    PREFIX + "Close button clicked, quitting application",
+    "[AppDelegate] applicationWillTerminate — clearing session",
+    "[AuthService] Session cleared from memory",
+    "[HotkeyManager] Stopped, all hotkeys unregistered",
+]
+
+
+class QuitTest(E2ECase):
+    def start(self, server):
+        self.helpers = set(processes.descendants(os.getpid()))
+        return self.app(server).sign_in()
+
+    def assert_nothing_left(self, app):
+        self.assertEqual(app.wait_exit(), 0)
+        # Services of the session bus belong to the desktop.
+        def ours():
+            processes.reap()
+            return {pid: name for pid, name in processes.descendants(os.getpid()).items()
+                    if pid not in self.helpers and not name.startswith(("at-spi", "dbus"))}
+        wait_until(lambda: not ours(), timeout=10, what=f"the end of {ours()}")
+        for position, line in enumerate(LAST_LINES):
+            self.assertIn(line, app.lines)
+            if position:
+                self.assertLess(app.lines.index(LAST_LINES[position - 1]), app.lines.index(line))
+        left = [name for name in app.temporary_files()
+                if pathlib.PurePath(name).parts[0] != "quellora-thread-preview"]
+        self.assertEqual(left, [])
+
+    def test_close_button(self):
+        app = self.start(self.server())
+        app.access.press("Close")
+        self.assert_nothing_left(app)
+
+    def test_in_the_middle_of_an_answer(self):
+        left = threading.Event()
+        server = self.server()
+
+        def handler(connection, _request):
+            connection.begin_stream()
+            connection.send(chunk_event("never ends"))
+            if connection.wait_closed():
+                left.set()
+        server.on(QUERY, handler)
+        app = self.start(server)
+        self.other_window()
+        app.hotkey("ctrl+alt+super+c", "Capture")
+        app.access.wait_for_page_text("never ends")
+        app.access.press("Close")
+        self.assert_nothing_left(app)
+        self.assertTrue(left.wait(10))
+
+    def test_kill_leaves_nothing_in_the_way_of_the_next_start(self):
+        server = self.server()
+        app = self.start(server)
+        app.process.kill()
+        app.wait_exit()
+        wait_until(lambda: not {
+            pid: name for pid, name in processes.descendants(os.getpid()).items()
+            if pid not in self.helpers and not name.startswith(("at-spi", "dbus"))
+        } or processes.reap(), timeout=15, what="the engine's processes to follow")
+        again = self.app(server)
+        again.wait_login_window()
+        again.wait_for_line("[HotkeyManager] Registered Capture -> ctrl+alt+cmd+c", since=0)
+
+    def test_termination_request_of_the_session(self):
+        app = self.start(self.server())
+        app.process.terminate()
+        self.assertIn(app.wait_exit(), (0, -15))
+
+
+class SecretsTest(E2ECase):
+    def test_token_prompt_and_answer_stay_out_of_the_log(self):
+        server = self.server()
+        server.on(QUERY, HostileServer.answer_with("the secret answer"))
+        app = self.app(server).sign_in()
+        app.access.click("Write a message")
+        app.access.wait_for("Write a message", focused=True)
+        self.desktop.type_text("the secret prompt\n")
+        app.wait_for_line(PREFIX + "Stream complete, buffer cleared")
+        log = "\n".join(app.raw_lines + app.error_output)
+        for secret in ("session-token-1", "the secret answer", "the secret prompt"):
+            self.assertNotIn(secret, log)
+        for path in app.folder.rglob("*"):
+            if path.is_file():
+                self.assertNotIn(b"session-token-1", path.read_bytes(), path)
+
+
+if __name__ == "__main__":
+    unittest.main()

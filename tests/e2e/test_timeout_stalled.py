@@ -1,0 +1,37 @@
+"""A backend that stops in the middle of an answer."""
+
+import re
+import time
+import unittest
+
+from harness import E2ECase, chunk_event
+from harness.server import QUERY
+
+PREFIX = "[OverlayWindowController] "
+
+
+class StalledBackendTest(E2ECase):
+    def test_stalled_answer_gives_up_thirty_seconds_after_the_last_byte(self):
+        server = self.server()
+
+        def handler(connection, _request):
+            connection.begin_stream()
+            connection.send(chunk_event("only this"))
+            connection.wait_closed(60)
+        server.on(QUERY, handler)
+        app = self.app(server).sign_in()
+        app.access.click("Write a message")
+        app.access.wait_for("Write a message", focused=True)
+        self.desktop.type_text("go on\n")
+        app.wait_for_line(PREFIX + "First chunk received, hiding loading dots")
+        started = time.monotonic()
+        app.wait_for_line(re.compile(r"^\[OverlayWindowController\] ERROR: Unexpected query "
+                                     r"error: .+"), timeout=45)
+        waited = time.monotonic() - started
+        self.assertGreater(waited, 25)
+        self.assertLess(waited, 40)
+        self.assertEqual(app.turns(), [])
+
+
+if __name__ == "__main__":
+    unittest.main()
