@@ -1,0 +1,36 @@
+#pragma once
+
+#include "ExitStatus.h"
+
+#include <tl/expected.hpp>
+
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace quellora::screencapture {
+
+/// What the user asked for.
+struct Options
+{
+    enum class Action { Capture, ShowHelp, ShowVersion };
+
+    Action action = Action::Capture;
+    bool includeCursor = false;
+    /// Where the picture goes; never empty for Action::Capture.
+    std::string path;
+};
+
+/// Reads the arguments after the program's name. `--help` and `--version` win over everything that
+/// follows them; `--` ends the options.
+/// @return UnknownOption, MissingPath or TooManyPaths on misuse
+tl::expected<Options, Failure> parseCommandLine(std::span<const char *const> arguments);
+
+/// The text of `--help`, ending in a line break.
+std::string_view helpText();
+
+/// The one line for standard error: program name, message, line end. Control characters of the
+/// message become '?', so that a hostile path cannot add lines or terminal sequences.
+std::string errorLine(std::string_view message);
+
+} // namespace quellora::screencapture

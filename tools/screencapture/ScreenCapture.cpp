@@ -1,0 +1,213 @@
+#include "ScreenCapture.h"
+
+#include "CapturePlan.h"
+#include "CursorOverlay.h"
+#include "ImageReader.h"
+#include "PngWriter.h"
+#include "RootBackground.h"
+#include "WindowPixmaps.h"
+#include "WindowStack.h"
+#include "XConnection.h"
+
+#include <algorithm>
+#include <memory>
+#include <vector>
+
+namespace quellora::screencapture {
+
+namespace {
+
+Failure unreadable(const XConnection &x, std::string reason)
+{
+    if (x.hasBroken())
+        return {ExitStatus::NoDisplay, "the connection to the display broke"};
+    return {ExitStatus::ScreenUnreadable, "cannot read the screen: " + std::move(reason)};
+}
+
+std::size_t bytesFor(const Rect &area, const PixelFormat &format)
+{
+    return format.bytesPerLine(area.width) * static_cast<std::size_t>(area.height);
+}
+
+/// The picture's pixels: the shared memory that the server filled, or converted ones.
+class Picture
+{
+public:
+    Picture(const XConnection &x, const Rect &area, const PixelFormat &format)
+        : m_reader(std::make_unique<ImageReader>(x, bytesFor(area, format)))
+    {}
+
+    /// Reads @p area of the root window. @return whether the server gave it
+    bool readRoot(const XConnection &x, const Rect &area, const PixelFormat &format)
+    {
+        const auto image = m_reader->read(x.root(), area, format);
+        if (!image)
+            return false;
+        if (format.isNative() && m_reader->sharedData() != nullptr) {
+            m_canvas = {reinterpret_cast<std::uint32_t *>(m_reader->sharedData()), area,
+                        static_cast<std::size_t>(area.width)};
+            return true;
+        }
+        m_converted.resize(static_cast<std::size_t>(area.width) *
+                           static_cast<std::size_t>(area.height));
+        m_canvas = {m_converted.data(), area, static_cast<std::size_t>(area.width)};
+        drawOpaque(m_canvas, *image, Region(area));
+        return true;
+    }
+
+    const Canvas &canvas() const { return m_canvas; }
+
+private:
+    std::unique_ptr<ImageReader> m_reader;
+    std::vector<std::uint32_t> m_converted;
+    Canvas m_canvas;
+};
+
+/// Puts the plan's patch together anew from the contents beneath our windows.
+class Patcher
+{
+public:
+    Patcher(const XConnection &x, const Canvas &canvas, const CapturePlan &plan,
+            const PixelFormat &rootFormat)
+        : m_canvas(canvas)
+        , m_plan(plan)
+        , m_rootFormat(rootFormat)
+        , m_reader(x, bytesFor(plan.patch.bounds(), rootFormat))
+    {}
+
+    void drawBackground(const RootBackground &background)
+    {
+        const Rect wanted = m_plan.background.bounds();
+        const Rect held = intersected(wanted, background.rect);
+        const Rect part = held == wanted ? wanted : background.rect;
+        const bool repeats = background.tiled && held != wanted;
+        auto image =
+            m_reader.read(background.pixmap,
+                          part.translated(-background.rect.x, -background.rect.y), m_rootFormat);
+        if (!image)
+            return;
+        image->rect = part;
+        if (repeats)
+            drawTiled(m_canvas, *image, m_plan.background);
+        else
+            drawOpaque(m_canvas, *image, m_plan.background);
+    }
+
+    void drawLayer(const TopLevel &window, const PlannedLayer &layer, xcb_pixmap_t pixmap,
+                   const PixelFormat &format)
+    {
+        const Rect part = intersected(layer.visible.bounds(), window.rect);
+        auto image = m_reader.read(pixmap, part.translated(-window.rect.x, -window.rect.y), format);
+        if (!image)
+            return;
+        image->rect = part;
+        if (layer.blended)
+            drawBlended(m_canvas, *image, layer.visible, window.opacity);
+        else
+            drawOpaque(m_canvas, *image, layer.visible);
+    }
+
+private:
+    const Canvas &m_canvas;
+    const CapturePlan &m_plan;
+    PixelFormat m_rootFormat;
+    ImageReader m_reader;
+};
+
+/// Where neither a window nor the patch covers what the compositor shows as the desktop.
+Region openDesktop(const Rect &area, std::span<const TopLevel> windows, const CapturePlan &plan)
+{
+    Region desktop(area);
+    desktop.subtract(plan.patch.rects());
+    for (const TopLevel &window : windows)
+        desktop.subtract(window.rect);
+    return desktop;
+}
+
+/// Replaces the patch. Called with the server grabbed; releases @p grab as soon as the contents
+/// cannot change any more.
+void leaveOursOut(const XConnection &x, const Canvas &canvas, std::span<const TopLevel> windows,
+                  const CapturePlan &plan, bool compositing, const PixelFormat &rootFormat,
+                  ServerGrab &grab)
+{
+    WindowPixmaps pixmaps(x, windows, plan);
+    std::optional<RootBackground> background;
+    if (!plan.background.isEmpty()) {
+        background = publishedBackground(x);
+        if (!background && !compositing)
+            background = paintedBackground(x, plan.background.bounds());
+    }
+    grab.release();
+    pixmaps.waitForRepaint();
+
+    // A compositor without a published background paints its own; the commonest colour of the
+    // desktop in sight is the best guess. In any case nothing of our windows may stay.
+    const std::uint32_t infill =
+        compositing && !plan.background.isEmpty() && !background
+            ? dominantColour(canvas, openDesktop(canvas.area, windows, plan))
+            : 0;
+    fillRegion(canvas, plan.patch, infill);
+    Patcher patcher(x, canvas, plan, rootFormat);
+    if (background)
+        patcher.drawBackground(*background);
+    for (std::size_t i = 0; i < plan.layers.size(); ++i) {
+        const TopLevel &window = windows[plan.layers[i].index];
+        const auto format = x.format(window.depth, window.visual);
+        if (pixmaps.pixmap(i) != XCB_PIXMAP_NONE && format)
+            patcher.drawLayer(window, plan.layers[i], pixmaps.pixmap(i), *format);
+    }
+}
+
+} // namespace
+
+tl::expected<void, Failure>
+captureScreen(bool includeCursor,
+              const std::function<tl::expected<void, Failure>(const Canvas &)> &consume)
+{
+    auto connection = XConnection::open();
+    if (!connection)
+        return tl::unexpected(connection.error());
+    auto x = std::make_unique<XConnection>(std::move(*connection));
+
+    const std::vector<Rect> monitors = readMonitors(*x);
+    // The root window may have been resized since the connection was set up.
+    const auto root =
+        takeReply(x->get(), xcb_get_geometry_reply, xcb_get_geometry(x->get(), x->root()));
+    if (!root)
+        return tl::unexpected(unreadable(*x, "its size is unknown"));
+    const Rect area = captureArea(root->width, root->height, monitors);
+    if (auto fits = checkImageSize(area.width, area.height); !fits)
+        return fits;
+    const auto format = x->format(x->screen().root_depth, x->screen().root_visual);
+    if (!format)
+        return tl::unexpected(unreadable(*x, "its pixels are palette indices"));
+    Picture picture(*x, area, *format);
+
+    // Windows and picture belong to the same moment, or a panel that is just being shown or moved
+    // would slip into the picture.
+    ServerGrab grab(*x);
+    const auto windows = readWindowStack(*x);
+    if (!windows || !picture.readRoot(*x, area, *format))
+        return tl::unexpected(unreadable(*x, "the display server refused"));
+    const bool compositing = isCompositorRunning(*x);
+    const CapturePlan plan = planCapture(*windows, area, compositing);
+    if (!plan.patch.isEmpty()) {
+        if (!x->extensions().composite)
+            return tl::unexpected(Failure{ExitStatus::NoComposite,
+                                          "a window must be left out, but the display has no "
+                                          "Composite extension"});
+        leaveOursOut(*x, picture.canvas(), *windows, plan, compositing, *format, grab);
+        if (x->hasBroken())
+            return tl::unexpected(unreadable(*x, {}));
+    }
+    grab.release();
+
+    fillRegion(picture.canvas(), unseenRegion(area, monitors), 0);
+    if (includeCursor) {
+        if (const auto cursor = readCursor(*x))
+            drawCursor(picture.canvas(), *cursor);
+    }
+    return consume(picture.canvas());
+}
+
+} // namespace quellora::screencapture

@@ -1,0 +1,19 @@
+#pragma once
+
+#include "Canvas.h"
+#include "ExitStatus.h"
+
+#include <tl/expected.hpp>
+
+#include <functional>
+
+namespace quellora::screencapture {
+
+/// Takes a picture of the whole screen without our windows and hands it to @p consume, which runs
+/// when the display has been left as it was found.
+/// @return NoDisplay, ScreenUnreadable, NoComposite, ImageTooLarge, or what @p consume returns
+tl::expected<void, Failure>
+captureScreen(bool includeCursor,
+              const std::function<tl::expected<void, Failure>(const Canvas &)> &consume);
+
+} // namespace quellora::screencapture

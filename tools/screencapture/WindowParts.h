@@ -1,0 +1,28 @@
+#pragma once
+
+#include "CapturePlan.h"
+#include "XConnection.h"
+
+#include <vector>
+
+namespace quellora::screencapture {
+
+/// A window or one inside it, with the part that shows its own contents.
+struct WindowPart
+{
+    xcb_window_t window = XCB_WINDOW_NONE;
+    /// Inner origin in root window coordinates.
+    int originX = 0;
+    int originY = 0;
+    /// Pixels of the window itself, without borders and children; root window coordinates.
+    Region own;
+    /// Whether a program listens for requests to draw it.
+    bool drawnOnExpose = false;
+};
+
+/// Splits @p region of @p topLevel among the windows inside it. Bounded: beyond a generous number
+/// of windows their parents count as showing.
+std::vector<WindowPart> readWindowParts(const XConnection &x, const TopLevel &topLevel,
+                                        const Region &region);
+
+} // namespace quellora::screencapture

@@ -1,0 +1,27 @@
+#pragma once
+
+#include "CapturePlan.h"
+#include "XConnection.h"
+
+#include <optional>
+#include <vector>
+
+namespace quellora::screencapture {
+
+/// Reads the viewable children of the root window, bottom to top, without InputOnly windows and
+/// windows of the server itself. Windows that vanish meanwhile are left out.
+///
+/// A child counts as excluded when it or a window inside it carries _QUELLORA_CAPTURE_EXCLUDE
+/// with value 1: a window manager's frame goes with the client it holds. The search is by
+/// breadth and bounded in depth and number.
+/// @return an empty list when no viewable window is excluded (shapes and stacking do not matter
+/// then); nothing when the server does not answer
+std::optional<std::vector<TopLevel>> readWindowStack(const XConnection &x);
+
+/// Whether a compositor draws the screen.
+bool isCompositorRunning(const XConnection &x);
+
+/// The monitors' places in the root window, empty when unknown.
+std::vector<Rect> readMonitors(const XConnection &x);
+
+} // namespace quellora::screencapture

@@ -1,0 +1,68 @@
+#include "AtomicFile.h"
+#include "CommandLine.h"
+#include "PngWriter.h"
+#include "ScreenCapture.h"
+
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace {
+
+using namespace quellora::screencapture;
+
+int fail(const Failure &failure)
+{
+    const std::string line = errorLine(failure.message);
+    std::fwrite(line.data(), 1, line.size(), stderr);
+    return static_cast<int>(failure.status);
+}
+
+int print(std::string_view text)
+{
+    std::fwrite(text.data(), 1, text.size(), stdout);
+    return static_cast<int>(ExitStatus::Success);
+}
+
+tl::expected<void, Failure> captureTo(const Options &options)
+{
+    auto file = AtomicFile::create(options.path);
+    if (!file)
+        return tl::unexpected(file.error());
+    return captureScreen(options.includeCursor,
+                         [&](const Canvas &canvas) {
+                             return writePng(canvas,
+                                             [&](auto bytes) { return file->write(bytes); });
+                         })
+        .and_then([&] { return file->commit(); });
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    // Both would end the program without a word: a broken connection, a file size limit.
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
+    try {
+        const std::span<char *const> arguments(argv, static_cast<std::size_t>(argc));
+        const auto options = parseCommandLine(arguments.subspan(argc > 0 ? 1 : 0));
+        if (!options)
+            return fail(options.error());
+        switch (options->action) {
+        case Options::Action::ShowHelp:
+            return print(helpText());
+        case Options::Action::ShowVersion:
+            return print("quellora-screencapture " QUELLORA_VERSION "\n");
+        case Options::Action::Capture:
+            break;
+        }
+        const auto done = captureTo(*options);
+        return done ? static_cast<int>(ExitStatus::Success) : fail(done.error());
+    } catch (const std::exception &error) {
+        return fail({ExitStatus::InternalError, std::string("internal error: ") + error.what()});
+    }
+}
