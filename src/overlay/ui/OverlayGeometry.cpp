@@ -1,0 +1,59 @@
+#include "overlay/ui/OverlayGeometry.h"
+
+#include <algorithm>
+
+namespace quellora {
+
+QRectF OverlayGeometry::responseRect(const QSizeF &window, double bottomPanelsHeight)
+{
+    const double height = std::max(window.height() - barH - stripH - bottomPanelsHeight, 0.0);
+    return {0, window.height() - bottomPanelsHeight - height,
+            std::max(window.width() - responseScrollbarWidth, 0.0), height};
+}
+
+double OverlayGeometry::availablePanelsHeight(const QSizeF &window)
+{
+    return std::max(window.height() - barH - stripH, 0.0);
+}
+
+bool OverlayGeometry::isCompact(const QSizeF &window)
+{
+    return window.width() < compactBelowWidth || window.height() < compactBelowHeight;
+}
+
+QPoint OverlayGeometry::initialPosition(const QRect &visibleArea, const QPointF &offset,
+                                        const QSize &window)
+{
+    return {visibleArea.x() + qRound(offset.x()),
+            visibleArea.y() + visibleArea.height() - qRound(offset.y()) - window.height()};
+}
+
+QRect OverlayGeometry::restoredFrame(const std::optional<QRect> &priorFrame,
+                                     const std::optional<QRect> &visibleArea)
+{
+    if (priorFrame)
+        return *priorFrame;
+    QRect frame(0, 0, defaultZoomOutWidth, defaultZoomOutHeight);
+    if (visibleArea)
+        frame.moveCenter(visibleArea->center());
+    return frame;
+}
+
+QRect OverlayGeometry::resized(const QRect &frame, Qt::Edges edges, const QPoint &delta)
+{
+    int left = frame.x();
+    int top = frame.y();
+    int right = frame.x() + frame.width();
+    int bottom = frame.y() + frame.height();
+    if (edges.testFlag(Qt::LeftEdge))
+        left = std::min(left + delta.x(), right - minWindowWidth);
+    else if (edges.testFlag(Qt::RightEdge))
+        right = std::max(right + delta.x(), left + minWindowWidth);
+    if (edges.testFlag(Qt::TopEdge))
+        top = std::min(top + delta.y(), bottom - minWindowHeight);
+    else if (edges.testFlag(Qt::BottomEdge))
+        bottom = std::max(bottom + delta.y(), top + minWindowHeight);
+    return {left, top, right - left, bottom - top};
+}
+
+} // namespace quellora

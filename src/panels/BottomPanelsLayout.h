@@ -1,0 +1,91 @@
+#pragma once
+
+#include <QObject>
+#include <QtQml/qqmlregistration.h>
+
+namespace quellora {
+
+/// Heights of the bottom panels, in points. Rows above the prompt box give way to the answer: they
+/// scroll instead of squeezing it below its least height.
+class BottomPanelsLayout : public QObject
+{
+    Q_OBJECT
+    QML_ELEMENT
+
+    Q_PROPERTY(bool compact MEMBER m_compact NOTIFY changed)
+    Q_PROPERTY(double availableHeight MEMBER m_availableHeight NOTIFY changed)
+    Q_PROPERTY(bool hasCard MEMBER m_hasCard NOTIFY changed)
+    Q_PROPERTY(bool isCardCollapsed MEMBER m_isCardCollapsed NOTIFY changed)
+    Q_PROPERTY(double cardBodyHeight MEMBER m_cardBodyHeight NOTIFY changed)
+    Q_PROPERTY(bool hasFirstLaunchCard MEMBER m_hasFirstLaunchCard NOTIFY changed)
+    Q_PROPERTY(double firstLaunchCardHeight MEMBER m_firstLaunchCardHeight NOTIFY changed)
+    Q_PROPERTY(bool hasAttachment MEMBER m_hasAttachment NOTIFY changed)
+    Q_PROPERTY(bool isModelListOpen MEMBER m_isModelListOpen NOTIFY changed)
+    Q_PROPERTY(int modelCount MEMBER m_modelCount NOTIFY changed)
+    Q_PROPERTY(double promptTextHeight MEMBER m_promptTextHeight NOTIFY changed)
+
+    Q_PROPERTY(double pad READ pad NOTIFY changed)
+    Q_PROPERTY(double gap READ gap NOTIFY changed)
+    Q_PROPERTY(double promptHeight READ promptHeight NOTIFY changed)
+    Q_PROPERTY(double controlsHeight READ controlsHeight NOTIFY changed)
+    Q_PROPERTY(double cardHeaderHeight READ cardHeaderHeight NOTIFY changed)
+    Q_PROPERTY(double cardHeight READ cardHeight NOTIFY changed)
+    Q_PROPERTY(double attachmentHeight READ attachmentHeight NOTIFY changed)
+    Q_PROPERTY(double modelListHeight READ modelListHeight NOTIFY changed)
+    Q_PROPERTY(bool areCardsShown READ areCardsShown NOTIFY changed)
+    Q_PROPERTY(double upperContentHeight READ upperContentHeight NOTIFY changed)
+    Q_PROPERTY(double upperHeight READ upperHeight NOTIFY changed)
+    Q_PROPERTY(double totalHeight READ totalHeight NOTIFY changed)
+
+public:
+    using QObject::QObject;
+
+    static constexpr double minimumAnswerHeight = 48;
+    static constexpr double lineHeight = 20;
+    static constexpr double modelRowHeight = 36;
+    static constexpr int maximumModelRows = 5;
+
+    double pad() const { return m_compact ? 6 : 8; }
+    double gap() const { return m_compact ? 6 : 8; }
+    /// 88 for up to two lines of text, growing to 148 for five; compact: always 64.
+    double promptHeight() const;
+    /// The row of thread controls; compact: none, they sit in the prompt box.
+    double controlsHeight() const { return m_compact ? 0 : 28; }
+    double cardHeaderHeight() const { return m_compact ? 32 : 36; }
+    /// The whole service card; its body scrolls when this is less than it needs.
+    double cardHeight() const;
+    double attachmentHeight() const { return m_compact ? 36 : 56; }
+    double modelListHeight() const;
+    /// False while an open model list needs the room of the rows above it.
+    bool areCardsShown() const;
+    /// Everything above the prompt box including the gaps after each row.
+    double upperContentHeight() const;
+    /// The part of it that fits; the rest scrolls.
+    double upperHeight() const;
+    double totalHeight() const;
+
+Q_SIGNALS:
+    void changed();
+
+private:
+    double fixedHeight() const;
+    double upperBudget() const;
+    double naturalCardHeight() const;
+    double naturalModelListHeight() const;
+    double heightOfOtherRows() const;
+    double row(double height) const { return height > 0 ? height + gap() : 0; }
+
+    bool m_compact = false;
+    double m_availableHeight = 0;
+    bool m_hasCard = false;
+    bool m_isCardCollapsed = false;
+    double m_cardBodyHeight = 0;
+    bool m_hasFirstLaunchCard = false;
+    double m_firstLaunchCardHeight = 0;
+    bool m_hasAttachment = false;
+    bool m_isModelListOpen = false;
+    int m_modelCount = 0;
+    double m_promptTextHeight = lineHeight;
+};
+
+} // namespace quellora

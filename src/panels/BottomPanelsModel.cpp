@@ -1,0 +1,274 @@
+#include "panels/BottomPanelsModel.h"
+
+#include "app/PromptConfig.h"
+#include "app/UserDefaults.h"
+
+#include <QUrl>
+
+namespace quellora {
+
+namespace {
+
+QString key(const char *name)
+{
+    return QLatin1String(name);
+}
+
+/// Stores a changed input; true when there is something to announce.
+template <typename T>
+bool replace(T &stored, const T &value)
+{
+    if (stored == value)
+        return false;
+    stored = value;
+    return true;
+}
+
+} // namespace
+
+BottomPanelsModel::BottomPanelsModel(UserDefaults &defaults, QObject *parent)
+    : QObject(parent), m_defaults(defaults), m_models(this), m_screenshot(this)
+{
+    connect(&m_screenshot, &StagedScreenshot::changed, this, &BottomPanelsModel::attachmentChanged);
+    connect(&m_defaults, &UserDefaults::changed, this, [this](const QString &changedKey) {
+        if (changedKey == QLatin1String(DefaultsKey::userPrompt))
+            Q_EMIT promptTextChanged();
+        else if (changedKey == QLatin1String(DefaultsKey::hasLaunchedBefore))
+            Q_EMIT isFirstLaunchCardDueChanged();
+    });
+    connect(this, &BottomPanelsModel::messageChanged, this,
+            &BottomPanelsModel::blockedReasonChanged);
+}
+
+void BottomPanelsModel::setHotkeys(const HotkeyTexts &hotkeys)
+{
+    if (replace(m_hotkeys, hotkeys))
+        Q_EMIT hotkeysChanged();
+}
+
+void BottomPanelsModel::setAvailableHeight(double points)
+{
+    if (replace(m_availableHeight, points))
+        Q_EMIT availableHeightChanged();
+}
+
+void BottomPanelsModel::setAdminMessage(const std::optional<AdminMessagePayload> &message)
+{
+    if (!replace(m_message, message))
+        return;
+    m_body = message ? StyledMarkdown::fromMarkdown(message->bodyMarkdown) : StyledMarkdown();
+    Q_EMIT messageChanged();
+}
+
+void BottomPanelsModel::setInformationalCollapsed(bool isCollapsed)
+{
+    if (replace(m_isInformationalCollapsed, isCollapsed))
+        Q_EMIT messageChanged();
+}
+
+void BottomPanelsModel::setBlocked(bool isBlocked)
+{
+    if (replace(m_isBlocked, isBlocked))
+        Q_EMIT isBlockedChanged();
+}
+
+void BottomPanelsModel::setKeepAIHistoryEnabled(bool isEnabled)
+{
+    if (replace(m_keepAIHistory, isEnabled))
+        Q_EMIT keepAIHistoryEnabledChanged();
+}
+
+void BottomPanelsModel::setStartNewThreadPerSendEnabled(bool isEnabled)
+{
+    if (replace(m_startNewThreadPerSend, isEnabled))
+        Q_EMIT startNewThreadPerSendEnabledChanged();
+}
+
+void BottomPanelsModel::setDontClearPromptAfterSendEnabled(bool isEnabled)
+{
+    if (replace(m_dontClearPromptAfterSend, isEnabled))
+        Q_EMIT dontClearPromptAfterSendEnabledChanged();
+}
+
+void BottomPanelsModel::setAppearanceMode(const QString &mode)
+{
+    if (replace(m_appearanceMode, mode))
+        Q_EMIT appearanceModeChanged();
+}
+
+void BottomPanelsModel::setAvailableModels(const QList<ModelOption> &models)
+{
+    m_models.setModels(models);
+    Q_EMIT selectedModelChanged();
+}
+
+void BottomPanelsModel::setSelectedModelId(const QString &id)
+{
+    if (replace(m_selectedModelId, id))
+        Q_EMIT selectedModelChanged();
+}
+
+void BottomPanelsModel::setStagedScreenshotData(const std::optional<QByteArray> &jpeg)
+{
+    const bool isAttached = jpeg.has_value();
+    const bool differs = replace(m_hasAttachedScreenshot, isAttached);
+    m_screenshot.setData(jpeg.value_or(QByteArray()));
+    if (differs)
+        Q_EMIT attachmentChanged();
+}
+
+void BottomPanelsModel::setCapturing(bool isCapturing)
+{
+    if (replace(m_isCapturing, isCapturing))
+        Q_EMIT isCapturingChanged();
+}
+
+void BottomPanelsModel::finishFirstLaunch()
+{
+    m_defaults.setBool(key(DefaultsKey::hasLaunchedBefore), true);
+}
+
+bool BottomPanelsModel::isFirstLaunchCardDue() const
+{
+    return !m_defaults.boolValue(key(DefaultsKey::hasLaunchedBefore)).value_or(false);
+}
+
+QString BottomPanelsModel::messageHeader() const
+{
+    return m_message ? m_message->headerText.simplified() : QString();
+}
+
+QString BottomPanelsModel::messageActionLabel() const
+{
+    if (!m_message || !m_message->actionUrl ||
+        !StyledMarkdown::isSafeAddress(*m_message->actionUrl))
+        return {};
+    return m_message->actionLabel.value_or(QString()).simplified();
+}
+
+bool BottomPanelsModel::isMessageCollapsed() const
+{
+    return m_message && !m_message->isBlocking() && m_isInformationalCollapsed;
+}
+
+QString BottomPanelsModel::blockedReason() const
+{
+    const QString header = isMessageBlocking() ? messageHeader() : QString();
+    return QStringLiteral("Blocked: ") +
+           (header.isEmpty() ? QStringLiteral("out of credits") : header);
+}
+
+QString BottomPanelsModel::selectedModelName() const
+{
+    const int row = m_models.rowOf(m_selectedModelId);
+    return row < 0 ? QStringLiteral("Model") : m_models.models().at(row).displayName;
+}
+
+bool BottomPanelsModel::hasAttachmentFailed() const
+{
+    return m_hasAttachedScreenshot && (m_screenshot.state() == StagedScreenshot::State::Failed ||
+                                       m_screenshot.state() == StagedScreenshot::State::None);
+}
+
+QString BottomPanelsModel::attachmentCaption() const
+{
+    const QString use = QStringLiteral("goes with your next message");
+    const QSize size = m_screenshot.pictureSize();
+    if (!size.isValid())
+        return use;
+    return QStringLiteral("%1 \u00d7 %2 \u00b7 %3")
+        .arg(QString::number(size.width()), QString::number(size.height()), use);
+}
+
+QString BottomPanelsModel::promptText() const
+{
+    const auto stored = m_defaults.stringValue(key(DefaultsKey::userPrompt));
+    return stored ? *stored : PromptConfig::builtIn();
+}
+
+void BottomPanelsModel::setPromptText(const QString &text)
+{
+    // The box echoes what it was given; only a real edit may create the key.
+    if (text != promptText())
+        m_defaults.setString(key(DefaultsKey::userPrompt), text);
+}
+
+void BottomPanelsModel::setPromptFocused(bool isFocused)
+{
+    if (replace(m_isPromptFocused, isFocused))
+        Q_EMIT isPromptFocusedChanged();
+}
+
+void BottomPanelsModel::send()
+{
+    if (m_isBlocked || !isPromptEmpty())
+        Q_EMIT sendRequested(promptText());
+}
+
+void BottomPanelsModel::addNote()
+{
+    if (isPromptEmpty())
+        return;
+    Q_EMIT noteRequested(promptText());
+    setPromptText(QString());
+}
+
+void BottomPanelsModel::captureAndSend()
+{
+    if (!m_isCapturing)
+        Q_EMIT captureAndSendRequested();
+}
+
+void BottomPanelsModel::captureNoSend()
+{
+    if (!m_isCapturing)
+        Q_EMIT captureNoSendRequested();
+}
+
+void BottomPanelsModel::toggleKeepAIHistory()
+{
+    Q_EMIT keepAIHistoryToggled(!m_keepAIHistory);
+}
+
+void BottomPanelsModel::selectModel(const QString &id)
+{
+    if (m_models.rowOf(id) >= 0)
+        Q_EMIT modelSelected(id);
+}
+
+void BottomPanelsModel::removeAttachment()
+{
+    if (m_hasAttachedScreenshot)
+        Q_EMIT attachmentRemoved();
+}
+
+void BottomPanelsModel::startNewThread()
+{
+    Q_EMIT newThreadRequested();
+}
+
+void BottomPanelsModel::toggleMessageCollapsed()
+{
+    if (m_message && !m_message->isBlocking())
+        Q_EMIT informationalCollapseToggled();
+}
+
+void BottomPanelsModel::performMessageAction()
+{
+    if (!messageActionLabel().isEmpty())
+        Q_EMIT messageActionRequested(QUrl(*m_message->actionUrl, QUrl::StrictMode));
+}
+
+void BottomPanelsModel::openMessageLink(const QString &address)
+{
+    if (StyledMarkdown::isSafeAddress(address))
+        Q_EMIT messageActionRequested(QUrl(address, QUrl::StrictMode));
+}
+
+void BottomPanelsModel::reportHeight(double points)
+{
+    if (replace(m_reportedHeight, points))
+        Q_EMIT heightChanged(points);
+}
+
+} // namespace quellora

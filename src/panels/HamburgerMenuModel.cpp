@@ -1,0 +1,84 @@
+#include "panels/HamburgerMenuModel.h"
+
+#include "app/AppConfig.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace quellora {
+
+void HamburgerMenuModel::setUsage(qint64 tokensUsed, qint64 tokenCap, bool capExceeded)
+{
+    if (m_tokensUsed == tokensUsed && m_tokenCap == tokenCap && m_capExceeded == capExceeded)
+        return;
+    m_tokensUsed = tokensUsed;
+    m_tokenCap = tokenCap;
+    m_capExceeded = capExceeded;
+    Q_EMIT usageChanged();
+}
+
+void HamburgerMenuModel::setHistoryAvailable(bool isAvailable)
+{
+    if (m_historyAvailable == isAvailable)
+        return;
+    m_historyAvailable = isAvailable;
+    Q_EMIT rowsChanged();
+}
+
+void HamburgerMenuModel::setSettingsAvailable(bool isAvailable)
+{
+    if (m_settingsAvailable == isAvailable)
+        return;
+    m_settingsAvailable = isAvailable;
+    Q_EMIT rowsChanged();
+}
+
+QString HamburgerMenuModel::tokensUsedLabel() const
+{
+    return AppConfig::formatCredits(m_tokensUsed);
+}
+
+QString HamburgerMenuModel::tokenCapLabel() const
+{
+    return AppConfig::formatCredits(m_tokenCap);
+}
+
+double HamburgerMenuModel::usagePercent() const
+{
+    return hasCap() ? double(m_tokensUsed) / double(m_tokenCap) * 100.0 : 0.0;
+}
+
+HamburgerMenuModel::Tier HamburgerMenuModel::tier() const
+{
+    if (m_capExceeded && hasCap())
+        return Tier::Exceeded;
+    const double percent = usagePercent();
+    if (percent >= dangerThreshold)
+        return Tier::Danger;
+    return percent >= amberThreshold ? Tier::Amber : Tier::Normal;
+}
+
+double HamburgerMenuModel::fillFraction() const
+{
+    return tier() == Tier::Exceeded ? 1.0 : std::clamp(usagePercent() / 100.0, 0.0, 1.0);
+}
+
+QString HamburgerMenuModel::usageText() const
+{
+    return hasCap() ? QStringLiteral("%1 of %2 credits").arg(tokensUsedLabel(), tokenCapLabel())
+                    : QStringLiteral("No limit set");
+}
+
+QString HamburgerMenuModel::caption() const
+{
+    if (!hasCap())
+        return {};
+    if (m_capExceeded)
+        return QStringLiteral("Limit exceeded. Sending is blocked.");
+    // Rounded down, so that 100 % is never claimed early.
+    const QString used =
+        QStringLiteral("%1% used").arg(QString::number(qint64(std::floor(usagePercent()))));
+    return tier() == Tier::Danger ? used + QStringLiteral(". Almost out of credits.") : used;
+}
+
+} // namespace quellora

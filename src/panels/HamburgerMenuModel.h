@@ -1,0 +1,79 @@
+#pragma once
+
+#include <QObject>
+#include <QString>
+#include <QtQml/qqmlregistration.h>
+
+namespace quellora {
+
+/// The menu behind the overlay's menu button: rows and the account's usage. Main thread only.
+class HamburgerMenuModel : public QObject
+{
+    Q_OBJECT
+    QML_ELEMENT
+    QML_UNCREATABLE("Provided by the overlay")
+
+    Q_PROPERTY(
+        bool historyAvailable READ historyAvailable WRITE setHistoryAvailable NOTIFY rowsChanged)
+    Q_PROPERTY(
+        bool settingsAvailable READ settingsAvailable WRITE setSettingsAvailable NOTIFY rowsChanged)
+    Q_PROPERTY(QString tokensUsedLabel READ tokensUsedLabel NOTIFY usageChanged)
+    Q_PROPERTY(QString tokenCapLabel READ tokenCapLabel NOTIFY usageChanged)
+    Q_PROPERTY(double usagePercent READ usagePercent NOTIFY usageChanged)
+    Q_PROPERTY(bool hasCap READ hasCap NOTIFY usageChanged)
+    Q_PROPERTY(bool capExceeded READ capExceeded NOTIFY usageChanged)
+    Q_PROPERTY(Tier tier READ tier NOTIFY usageChanged)
+    Q_PROPERTY(double fillFraction READ fillFraction NOTIFY usageChanged)
+    Q_PROPERTY(QString usageText READ usageText NOTIFY usageChanged)
+    Q_PROPERTY(QString caption READ caption NOTIFY usageChanged)
+
+public:
+    /// Colouring of the usage bar.
+    enum class Tier { Normal, Amber, Danger, Exceeded };
+    Q_ENUM(Tier)
+
+    static constexpr double amberThreshold = 80.0;
+    static constexpr double dangerThreshold = 95.0;
+
+    using QObject::QObject;
+
+    /// A cap below 1 means that none is known.
+    void setUsage(qint64 tokensUsed, qint64 tokenCap, bool capExceeded);
+    void setHistoryAvailable(bool isAvailable);
+    void setSettingsAvailable(bool isAvailable);
+
+    bool historyAvailable() const { return m_historyAvailable; }
+    bool settingsAvailable() const { return m_settingsAvailable; }
+    QString tokensUsedLabel() const;
+    QString tokenCapLabel() const;
+    /// Used share of the cap in percent; 0 without a cap.
+    double usagePercent() const;
+    bool hasCap() const { return m_tokenCap >= 1; }
+    bool capExceeded() const { return m_capExceeded; }
+    Tier tier() const;
+    /// Filled share of the bar, 0 to 1; full when the cap is exceeded.
+    double fillFraction() const;
+    /// "4K of 10K credits" or "No limit set".
+    QString usageText() const;
+    /// The line below the bar; empty without a cap.
+    QString caption() const;
+
+Q_SIGNALS:
+    void closeRequested();
+    void historyRequested();
+    void settingsRequested();
+    void accountRequested();
+    void upgradeRequested();
+
+    void usageChanged();
+    void rowsChanged();
+
+private:
+    qint64 m_tokensUsed = 0;
+    qint64 m_tokenCap = 0;
+    bool m_capExceeded = false;
+    bool m_historyAvailable = false;
+    bool m_settingsAvailable = false;
+};
+
+} // namespace quellora
