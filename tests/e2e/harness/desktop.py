@@ -305,6 +305,22 @@ class Desktop:
         self.root.clear_area()
         self.connection.sync()
 
+    def paint_gradient(self, top, bottom):
+        """Gives the bare desktop a vertical gradient, in the way compositors look for it."""
+        pixmap = self.root.create_pixmap(self.width, self.height,
+                                         self.connection.screen().root_depth)
+        for row in range(self.height):
+            share = row / self.height
+            red, green, blue = (round(a + (b - a) * share) for a, b in zip(top, bottom))
+            context = pixmap.create_gc(foreground=red << 16 | green << 8 | blue)
+            pixmap.fill_rectangle(context, 0, row, self.width, 1)
+            context.free()
+        self.root.change_attributes(background_pixmap=pixmap)
+        self.root.change_property(self.connection.intern_atom("_XROOTPMAP_ID"), Xatom.PIXMAP, 32,
+                                  [pixmap.id])
+        self.root.clear_area()
+        self.connection.sync()
+
     def run(self, *arguments, **options):
         """Runs a helper program on this desktop and returns its completed process."""
         return subprocess.run(arguments, env=self.environment, check=True, **options)

@@ -1,0 +1,75 @@
+"""The real local backend with data of its own."""
+
+import pathlib
+import re
+import shutil
+import subprocess
+import tempfile
+import threading
+
+from . import processes
+from .app import BIN_DIR
+from .waiting import PATIENCE
+
+_LISTENING = re.compile(r"listening on (http://127\.0\.0\.1:\d+)")
+
+
+class Backend:
+    """One `quellora-backend` on a free loopback port, with a private data folder.
+
+    Only the built-in offline reader answers, whatever providers the user's environment names.
+    """
+
+    def __init__(self, desktop_environment, bin_dir=None):
+        self.folder = pathlib.Path(tempfile.mkdtemp(prefix="backend-"))
+        self._program = str(pathlib.Path(bin_dir or BIN_DIR) / "quellora-backend")
+        self._environment = {key: value for key, value in desktop_environment.items()
+                             if key in ("PATH", "LANG")} | {
+            "HOME": str(self.folder),
+            "XDG_CONFIG_HOME": str(self.folder / "config"),
+            "XDG_DATA_HOME": str(self.folder / "data"),
+            "TMPDIR": str(self.folder),
+        }
+        self.url = None
+        self.lines = []
+        self._process = None
+        self._reader = None
+
+    def command(self, *arguments):
+        """Runs one command of the backend and returns what it printed."""
+        return subprocess.run([self._program, *arguments], env=self._environment, check=True,
+                              stdout=subprocess.PIPE, text=True).stdout
+
+    def ensure_account(self):
+        """Creates the account when there is none; (email, password), the latter None if it was."""
+        fields = dict(line.split(": ", 1) for line in self.command("ensure-account").splitlines()
+                      if ": " in line)
+        return fields["email"], fields.get("password")
+
+    def start(self):
+        """Starts serving and waits for the address."""
+        self._process = processes.spawn(
+            [self._program, "serve", "--port", "0"], env=self._environment,
+            stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+        listening = threading.Event()
+
+        def read():
+            for line in self._process.stdout:
+                self.lines.append(line.rstrip("\n"))
+                found = _LISTENING.search(line)
+                if found:
+                    self.url = found[1]
+                    listening.set()
+            listening.set()
+        self._reader = threading.Thread(target=read, daemon=True)
+        self._reader.start()
+        if not listening.wait(PATIENCE) or self.url is None:
+            raise AssertionError("the backend did not start:\n" + "\n".join(self.lines))
+        return self
+
+    def close(self):
+        """Stops the backend and removes its data."""
+        if self._process is not None:
+            processes.stop(self._process)
+            self._reader.join(PATIENCE)
+        shutil.rmtree(self.folder, ignore_errors=True)
