@@ -1,5 +1,6 @@
 #include "app/Text.h"
 
+#include <QLocale>
 #include <QTextBoundaryFinder>
 
 #include <algorithm>
@@ -19,6 +20,17 @@ qsizetype characterCount(const QString &text)
     while (finder.toNextBoundary() != -1)
         ++count;
     return count;
+}
+
+QString decimalText(double value)
+{
+    QString text = QString::number(value, 'g', QLocale::FloatingPointShortest);
+    const bool isWhole = std::none_of(text.begin(), text.end(), [](QChar character) {
+        return character == QLatin1Char('.') || character.isLetter();
+    });
+    if (isWhole)
+        text += QLatin1String(".0");
+    return text;
 }
 
 } // namespace quellora

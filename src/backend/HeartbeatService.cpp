@@ -2,24 +2,14 @@
 
 #include "app/Log.h"
 #include "app/NotificationCenter.h"
+#include "app/Text.h"
 #include "backend/SessionManager.h"
-
-#include <QLocale>
 
 #include <algorithm>
 #include <chrono>
 #include <utility>
 
 namespace quellora {
-
-QString decimalText(double value)
-{
-    QString text = QString::number(value, 'g', QLocale::FloatingPointShortest);
-    if (!text.contains(QLatin1Char('.')) && !text.contains(QLatin1Char('e')) &&
-        !text.contains(QLatin1Char('n')))
-        text += QLatin1String(".0");
-    return text;
-}
 
 HeartbeatService::HeartbeatService(SessionManager &session, NotificationCenter &notifications,
                                    VerifierFactory makeVerifier, QObject *parent)

@@ -48,7 +48,4 @@ private:
     quint64 m_generation = 0;
 };
 
-/// Shortest decimal form of a double that always has a fractional part: 60 reads "60.0".
-QString decimalText(double value);
-
 } // namespace quellora

@@ -240,6 +240,16 @@ private Q_SLOTS:
         QCOMPARE(prompt.count('\n'), 14);
     }
 
+    void decimalsAlwaysHaveAFraction()
+    {
+        QCOMPARE(decimalText(60), "60.0");
+        QCOMPARE(decimalText(0), "0.0");
+        QCOMPARE(decimalText(86400), "86400.0");
+        QCOMPARE(decimalText(0.1), "0.1");
+        QCOMPARE(decimalText(-0.1), "-0.1");
+        QCOMPARE(decimalText(1e300), "1e+300");
+    }
+
     void charactersAreWhatAReaderCounts()
     {
         QCOMPARE(characterCount("abc"), 3);

@@ -94,12 +94,19 @@ void ResponseScrollbarModel::updatePosition(double scrollTop, double scrollHeigh
     // The page is not trusted to send sane numbers.
     if (!std::isfinite(scrollTop) || !std::isfinite(scrollHeight) || !std::isfinite(clientHeight))
         return;
-    setEnabled(clientHeight < scrollHeight);
+    const double extent = scrollHeight - clientHeight;
+    setPosition(clientHeight < scrollHeight, clientHeight / std::max(scrollHeight, 1.0),
+                extent >= 1 ? scrollTop / extent : scrollTop);
+}
+
+void ResponseScrollbarModel::setPosition(bool isEnabled, double thumbRatio, double fraction)
+{
+    setEnabled(isEnabled);
+    // The thumb follows the pointer, not the page that lags behind it.
     if (m_isDragging)
         return;
-    const double extent = scrollHeight - clientHeight;
-    m_thumbRatio = std::clamp(clientHeight / std::max(scrollHeight, 1.0), 0.0, 1.0);
-    m_fraction = std::clamp(extent >= 1 ? scrollTop / extent : scrollTop, 0.0, 1.0);
+    m_thumbRatio = std::clamp(thumbRatio, 0.0, 1.0);
+    m_fraction = std::clamp(fraction, 0.0, 1.0);
     Q_EMIT layoutChanged();
 }
 

@@ -70,6 +70,9 @@ public:
 
     /// A position report of the page, in page pixels. Ignored for the thumb while it is dragged.
     Q_INVOKABLE void updatePosition(double scrollTop, double scrollHeight, double clientHeight);
+    /// The same with the figures already worked out: whether the content overflows, its visible
+    /// part and the scroll position, both 0 to 1.
+    void setPosition(bool isEnabled, double thumbRatio, double fraction);
 
     // Pointer events in view coordinates (y downward).
     /// True when the press starts a drag.

@@ -1,0 +1,413 @@
+#include "overlay/OverlayWindowController.h"
+
+#include "app/Log.h"
+#include "app/NotificationCenter.h"
+#include "app/Text.h"
+#include "app/UserDefaults.h"
+#include "backend/SessionManager.h"
+#include "hotkeys/HotkeyBindings.h"
+#include "hotkeys/HotkeyCombo.h"
+#include "platform/Platform.h"
+
+#include <QClipboard>
+#include <QDir>
+#include <QGuiApplication>
+
+#include <algorithm>
+#include <utility>
+
+namespace quellora {
+
+namespace {
+
+void log(const QString &message)
+{
+    Log::event(QStringLiteral("[OverlayWindowController] ") + message);
+}
+
+/// A capability that is not fully there is said once, so that nobody relies on it wrongly.
+void logIfLacking(const Capability &capability)
+{
+    if (!capability.isApplied())
+        log(QStringLiteral("WARNING: ") + capability.reason());
+}
+
+HotkeyTexts displayTexts(const VantiroConfig::Hotkeys &hotkeys)
+{
+    const auto text = [](const QString &combo) { return HotkeyCombo::displayString(combo); };
+    return {text(hotkeys.capture),   text(hotkeys.clear),       text(hotkeys.toggle),
+            text(hotkeys.opacityUp), text(hotkeys.opacityDown), text(hotkeys.captureNoSend),
+            text(hotkeys.newThread)};
+}
+
+} // namespace
+
+OverlayWindowController::OverlayWindowController(const VantiroConfig &config,
+                                                 Collaborators collaborators)
+    : m_with(begin(std::move(collaborators)))
+    , m_config(config)
+    , m_hotkeysConfig(HotkeyBindings::loadEffective(config.hotkeys, m_with.defaults))
+    , m_panels(m_with.defaults)
+    , m_panel(m_with.platform.panelWindow())
+    , m_placement(m_panel, config.overlay)
+    , m_theme(m_with.platform.appearance())
+    , m_display(*m_with.surface, m_with.platform.workspace(), QDir::tempPath())
+    , m_stream(m_display)
+    , m_answers(m_display, m_stream, [this] { show(); })
+    , m_messages(m_answers, m_with.endpoints)
+    , m_threads(m_with.defaults, m_with.saver)
+    , m_orchestrator(std::make_unique<QueryOrchestrator>(
+          QueryOrchestrator::Collaborators{m_with.session, m_with.defaults, m_threads, m_messages,
+                                           m_with.service, m_answers, m_with.capture}))
+{
+    configurePanel();
+    setupContentView();
+    wireState();
+    connect(&m_with.notifications, &NotificationCenter::configDidUpdate, this,
+            &OverlayWindowController::handleConfigDidUpdate);
+    log(QStringLiteral("init complete"));
+}
+
+OverlayWindowController::~OverlayWindowController()
+{
+    m_orchestrator->cancelAll();
+}
+
+OverlayWindowController::Collaborators OverlayWindowController::begin(Collaborators collaborators)
+{
+    // The first line comes before the members are built, whose lines follow it.
+    log(QStringLiteral("init"));
+    return collaborators;
+}
+
+void OverlayWindowController::configurePanel()
+{
+    log(QStringLiteral("NonFocusPanel created (%1x%2)")
+            .arg(decimalText(m_config.overlay.width), decimalText(m_config.overlay.height)));
+    m_panel.setTitle(QStringLiteral("Quellora"));
+    PanelWindow &platform = m_with.platform.panelWindow();
+    logIfLacking(platform.excludeFromCapture(m_panel));
+    logIfLacking(platform.applyPanelTraits(m_panel));
+    m_placement.placeInitially();
+}
+
+void OverlayWindowController::setupContentView()
+{
+    log(QStringLiteral("Building content view (bounds: (0.0, 0.0, %1, %2))")
+            .arg(decimalText(m_panel.width()), decimalText(m_panel.height())));
+    m_overlay.setCurrentAlpha(m_config.overlay.defaultOpacity);
+    m_display.setCurrentAlpha(m_config.overlay.defaultOpacity);
+    m_display.setCaptureHotkey(HotkeyCombo::displayString(m_hotkeysConfig.capture));
+    m_display.setResponseTextColorHex(
+        m_with.defaults.stringValue(QLatin1String(DefaultsKey::responseTextColorHex)));
+    m_overlay.setResponseTextColor(m_display.responseTextColorHex().value_or(QString()));
+    m_panels.setHotkeys(displayTexts(m_hotkeysConfig));
+
+    const auto mode = m_with.defaults.stringValue(QLatin1String(DefaultsKey::appearance));
+    connect(&m_theme, &ThemeController::themeApplied, this, &OverlayWindowController::applyTheme);
+    m_theme.setMode(appearanceModeFromText(mode.value_or(QString())));
+    applyTheme(m_theme.appliedTheme());
+    m_panels.setAppearanceMode(appearanceModeText(m_theme.mode()));
+
+    wireOverlay();
+    wirePanels();
+    m_panel.setContent(m_with.engine, {m_overlay, m_panels, m_menu, m_scrollbar,
+                                       m_with.responseView, m_with.surface.get()});
+    m_display.loadContent(QString());
+    log(QStringLiteral("Content view built and attached (WebView + control bar + bottom panels)"));
+}
+
+void OverlayWindowController::wireOverlay()
+{
+    connect(&m_overlay, &OverlayModel::closeRequested, this, [this] {
+        log(QStringLiteral("Close button clicked, quitting application"));
+        m_with.quit();
+    });
+    // There is no Dock or task bar to minimise into: the toggle hot key or the status item brings
+    // the panel back.
+    connect(&m_overlay, &OverlayModel::minimizeRequested, this, [this] {
+        if (m_isVisible)
+            toggleVisibility();
+    });
+    connect(&m_overlay, &OverlayModel::zoomRequested, this,
+            &OverlayWindowController::handleZoomButton);
+    connect(&m_placement, &PanelPlacement::isZoomedLargeChanged, &m_overlay,
+            &OverlayModel::setZoomedLarge);
+    connect(&m_overlay, &OverlayModel::sliderMoved, this, &OverlayWindowController::sliderChanged);
+    connect(&m_overlay, &OverlayModel::menuToggled, this,
+            &OverlayWindowController::toggleHamburgerMenu);
+    connect(&m_overlay, &OverlayModel::usageClicked, this,
+            &OverlayWindowController::toggleHamburgerMenu);
+    connect(&m_overlay, &OverlayModel::stopRequested, m_orchestrator.get(),
+            &QueryOrchestrator::stop);
+    connect(&m_overlay, &OverlayModel::copyAnswerRequested, this,
+            &OverlayWindowController::copyAnswer);
+    connect(&m_overlay, &OverlayModel::clickThroughRectChanged, this,
+            &OverlayWindowController::updateClickThroughState);
+
+    connect(&m_scrollbar, &ResponseScrollbarModel::scrollUp, &m_display,
+            &ResponseDisplay::scrollUp);
+    connect(&m_scrollbar, &ResponseScrollbarModel::scrollDown, &m_display,
+            &ResponseDisplay::scrollDown);
+    connect(&m_scrollbar, &ResponseScrollbarModel::scrollByPixels, &m_display,
+            &ResponseDisplay::scrollByPixels);
+    connect(&m_scrollbar, &ResponseScrollbarModel::thumbFractionChanged, &m_display,
+            &ResponseDisplay::scrollToFraction);
+    connect(&m_display, &ResponseDisplay::scrollPositionChanged, &m_scrollbar,
+            &ResponseScrollbarModel::setPosition);
+    connect(&m_display, &ResponseDisplay::noteDeleteRequested, this, [this](const QUuid &id) {
+        if (m_threads.removeNote(id))
+            m_display.renderThread(*m_threads.currentSession());
+    });
+    connect(&m_stream, &StreamingRenderer::showWindowRequested, this,
+            &OverlayWindowController::show);
+
+    connect(&m_menu, &HamburgerMenuModel::closeRequested, this, [this] {
+        if (m_overlay.isMenuOpen())
+            toggleHamburgerMenu();
+    });
+    connect(&m_menu, &HamburgerMenuModel::accountRequested, this, [this] {
+        log(QStringLiteral("Account link clicked"));
+        m_with.platform.workspace().openUrl(m_with.endpoints.account());
+    });
+    connect(&m_menu, &HamburgerMenuModel::upgradeRequested, this, [this] {
+        log(QStringLiteral("Usage row Upgrade link clicked"));
+        m_with.platform.workspace().openUrl(m_with.endpoints.pricing());
+    });
+}
+
+void OverlayWindowController::wirePanels()
+{
+    QueryOrchestrator *orchestrator = m_orchestrator.get();
+    connect(&m_panels, &BottomPanelsModel::captureAndSendRequested, orchestrator,
+            &QueryOrchestrator::triggerCaptureAndSend);
+    connect(&m_panels, &BottomPanelsModel::captureNoSendRequested, orchestrator,
+            &QueryOrchestrator::captureNoSend);
+    connect(&m_panels, &BottomPanelsModel::sendRequested, orchestrator,
+            &QueryOrchestrator::sendPromptOnly);
+    connect(&m_panels, &BottomPanelsModel::noteRequested, orchestrator,
+            &QueryOrchestrator::addNote);
+    connect(orchestrator, &QueryOrchestrator::captureSucceeded, &m_panels,
+            &BottomPanelsModel::finishFirstLaunch);
+    connect(&m_panels, &BottomPanelsModel::newThreadRequested, this,
+            &OverlayWindowController::startNewThread);
+    connect(&m_panels, &BottomPanelsModel::attachmentRemoved, &m_threads,
+            &ThreadController::clearStagedScreenshot);
+    connect(&m_panels, &BottomPanelsModel::keepAIHistoryToggled, &m_threads,
+            &ThreadController::setKeepAIHistoryEnabled);
+    connect(&m_panels, &BottomPanelsModel::modelSelected, this,
+            &OverlayWindowController::setSelectedModel);
+    connect(&m_panels, &BottomPanelsModel::informationalCollapseToggled, &m_messages,
+            &ServiceMessages::toggleInformationalCollapse);
+    connect(&m_panels, &BottomPanelsModel::messageActionRequested, this,
+            [this](const QUrl &url) { m_with.platform.workspace().openUrl(url); });
+    connect(&m_panels, &BottomPanelsModel::heightChanged, &m_overlay,
+            &OverlayModel::setBottomPanelsHeight);
+    connect(&m_overlay, &OverlayModel::geometryChanged, this,
+            [this] { m_panels.setAvailableHeight(m_overlay.availablePanelsHeight()); });
+}
+
+void OverlayWindowController::wireState()
+{
+    connect(&m_messages, &ServiceMessages::changed, this,
+            &OverlayWindowController::refreshMessages);
+    connect(&m_threads, &ThreadController::sessionChanged, this,
+            &OverlayWindowController::refreshThread);
+    connect(&m_threads, &ThreadController::preferencesChanged, this,
+            &OverlayWindowController::refreshThread);
+    connect(&m_threads, &ThreadController::stagedScreenshotChanged, this,
+            [this] { m_panels.setStagedScreenshotData(m_threads.stagedScreenshotData()); });
+    connect(m_orchestrator.get(), &QueryOrchestrator::activityChanged, this,
+            &OverlayWindowController::refreshActivity);
+    refreshMessages();
+    refreshThread();
+    refreshActivity();
+}
+
+void OverlayWindowController::show()
+{
+    logIfLacking(m_with.platform.panelWindow().orderFront(m_panel));
+    m_isVisible = true;
+    updateClickThroughState();
+    log(QStringLiteral("Window shown"));
+}
+
+void OverlayWindowController::toggleVisibility()
+{
+    log(QStringLiteral("Toggling visibility (currently %1)")
+            .arg(m_isVisible ? QStringLiteral("visible") : QStringLiteral("hidden")));
+    if (!m_isVisible) {
+        show();
+        return;
+    }
+    m_panel.hide();
+    m_isVisible = false;
+    log(QStringLiteral("Window hidden"));
+}
+
+void OverlayWindowController::closeWindow()
+{
+    m_orchestrator->cancelAll();
+    m_isVisible = false;
+    m_panel.close();
+}
+
+void OverlayWindowController::clearContent()
+{
+    log(QStringLiteral("Content cleared"));
+    m_display.loadContent(QString());
+    m_overlay.setHasAnswer(false);
+}
+
+void OverlayWindowController::startNewThread()
+{
+    m_threads.startNewThread();
+    clearContent();
+    log(QStringLiteral("New thread started"));
+}
+
+void OverlayWindowController::adjustOpacity(double delta)
+{
+    applyOpacity(std::clamp(m_overlay.currentAlpha() + delta, 0.0, 1.0));
+    log(QStringLiteral("Opacity adjusted by %1%2 -> %3")
+            .arg(delta > 0 ? QStringLiteral("+") : QString(), decimalText(delta),
+                 QString::number(m_overlay.currentAlpha(), 'f', 2)));
+}
+
+void OverlayWindowController::sliderChanged(double value)
+{
+    applyOpacity(value);
+    log(QStringLiteral("Opacity set via slider: ") + decimalText(value));
+}
+
+void OverlayWindowController::applyOpacity(double alpha)
+{
+    m_overlay.setCurrentAlpha(alpha);
+    m_display.setCurrentAlpha(alpha);
+    m_display.pushPillAlphaLiveThrottled();
+}
+
+void OverlayWindowController::applyTheme(AppTheme theme)
+{
+    m_overlay.setAppliedTheme(theme);
+    m_display.setAppliedTheme(theme);
+    m_display.applyTheme();
+}
+
+void OverlayWindowController::toggleHamburgerMenu()
+{
+    m_overlay.setMenuOpen(!m_overlay.isMenuOpen());
+    log(QStringLiteral("Hamburger button clicked — menu open=%1")
+            .arg(m_overlay.isMenuOpen() ? QStringLiteral("true") : QStringLiteral("false")));
+}
+
+void OverlayWindowController::updateUsage(qint64 tokensUsed, qint64 tokenCap)
+{
+    m_messages.updateUsage(tokensUsed, tokenCap);
+}
+
+void OverlayWindowController::resolveModelSelection(const AppConfigResponse &config)
+{
+    m_panels.setAvailableModels(config.availableModels);
+    const auto isOffered = [&config](const QString &id) {
+        return std::any_of(config.availableModels.begin(), config.availableModels.end(),
+                           [&id](const ModelOption &model) { return model.id == id; });
+    };
+    // The stored choice stays stored: it counts again when the backend offers it again.
+    const auto stored = m_with.defaults.stringValue(QLatin1String(DefaultsKey::selectedModelId));
+    std::optional<QString> resolved;
+    if (stored && isOffered(*stored))
+        resolved = stored;
+    else if (isOffered(config.model))
+        resolved = config.model;
+    m_orchestrator->setSelectedModelId(resolved);
+    m_panels.setSelectedModelId(resolved.value_or(QString()));
+}
+
+void OverlayWindowController::setSelectedModel(const QString &id)
+{
+    m_with.defaults.setString(QLatin1String(DefaultsKey::selectedModelId), id);
+    m_orchestrator->setSelectedModelId(id);
+    m_panels.setSelectedModelId(id);
+}
+
+void OverlayWindowController::setCurrentAdminMessage(
+    const std::optional<AdminMessagePayload> &message)
+{
+    m_messages.setCurrentAdminMessage(message);
+}
+
+void OverlayWindowController::handleConfigDidUpdate(const AppConfigResponse &config)
+{
+    updateUsage(config.tokensUsed, config.tokenCap);
+    resolveModelSelection(config);
+    const auto &shown = m_messages.currentAdminMessage();
+    // A message made here speaks of this machine or of a refusal the backend's record does not
+    // know about; an operator's message replaces it, its absence does not.
+    const bool isLocal = shown && (shown->id.startsWith(QLatin1String("local_")) ||
+                                   shown->id == QLatin1String("startup-permission-issues"));
+    if (config.adminMessage || !isLocal)
+        m_messages.setCurrentAdminMessage(config.adminMessage);
+}
+
+void OverlayWindowController::refreshMessages()
+{
+    m_panels.setAdminMessage(m_messages.displayedAdminMessage());
+    m_panels.setInformationalCollapsed(m_messages.isInformationalCollapsed());
+    m_panels.setBlocked(m_messages.isBlocked());
+    m_overlay.setSendingBlocked(m_messages.isBlocked());
+    m_overlay.setUsage(m_messages.tokenCap() >= 1 ? std::optional(m_messages.usagePercent())
+                                                  : std::nullopt);
+    m_menu.setUsage(m_messages.tokensUsed(), m_messages.tokenCap(), m_messages.capExceeded());
+}
+
+void OverlayWindowController::refreshThread()
+{
+    const auto &session = m_threads.currentSession();
+    const bool isEmpty = !session || (session->turns.isEmpty() && session->notes.isEmpty() &&
+                                      session->screenshots.isEmpty());
+    m_overlay.setTitle(isEmpty ? QString() : session->customTitle.value_or(session->previewText()));
+    m_overlay.setSaved(m_threads.canSave() && session && session->isMarkedForPersistence());
+    m_overlay.setHasAnswer(session && !session->turns.isEmpty());
+    m_panels.setKeepAIHistoryEnabled(m_threads.keepAIHistoryEnabled());
+    m_panels.setStartNewThreadPerSendEnabled(m_threads.startNewThreadPerSendEnabled());
+    m_panels.setDontClearPromptAfterSendEnabled(m_threads.dontClearPromptAfterSendEnabled());
+}
+
+void OverlayWindowController::refreshActivity()
+{
+    m_panels.setCapturing(m_orchestrator->isCapturing());
+    switch (m_orchestrator->activity()) {
+    case QueryOrchestrator::Activity::Capturing:
+        m_overlay.setActivity(OverlayModel::Activity::Capturing);
+        break;
+    case QueryOrchestrator::Activity::Waiting:
+        m_overlay.setActivity(OverlayModel::Activity::Waiting);
+        break;
+    case QueryOrchestrator::Activity::Streaming:
+        m_overlay.setActivity(OverlayModel::Activity::Streaming);
+        break;
+    case QueryOrchestrator::Activity::Stopped:
+        m_overlay.setActivity(OverlayModel::Activity::Idle);
+        m_overlay.showStopped();
+        break;
+    case QueryOrchestrator::Activity::Idle:
+        m_overlay.setActivity(OverlayModel::Activity::Idle);
+        break;
+    }
+}
+
+void OverlayWindowController::updateClickThroughState()
+{
+    if (m_isVisible)
+        m_with.platform.panelWindow().setClickThrough(m_panel, m_overlay.clickThroughRect());
+}
+
+void OverlayWindowController::copyAnswer()
+{
+    const auto &session = m_threads.currentSession();
+    if (session && !session->turns.isEmpty())
+        QGuiApplication::clipboard()->setText(session->turns.constLast().response);
+}
+
+} // namespace quellora

@@ -1,0 +1,129 @@
+#pragma once
+
+#include "app/Presenters.h"
+#include "app/VantiroConfig.h"
+#include "history/ThreadController.h"
+#include "overlay/OverlayAnswerDisplay.h"
+#include "overlay/PanelPlacement.h"
+#include "overlay/page/AppTheme.h"
+#include "overlay/page/ResponseDisplay.h"
+#include "overlay/page/StreamingRenderer.h"
+#include "overlay/ui/NonFocusPanel.h"
+#include "overlay/ui/OverlayModel.h"
+#include "overlay/ui/ResponseScrollbarModel.h"
+#include "panels/BottomPanelsModel.h"
+#include "panels/HamburgerMenuModel.h"
+#include "query/QueryOrchestrator.h"
+#include "query/ServiceMessages.h"
+
+#include <QObject>
+
+#include <functional>
+#include <memory>
+
+class QQmlEngine;
+
+namespace quellora {
+
+class NotificationCenter;
+class PageSurface;
+class Platform;
+class ProxyQueryService;
+class SessionManager;
+class ThreadSaver;
+class UserDefaults;
+
+/// Coordinator of the overlay: owns the panel and hands each action to the collaborator whose
+/// concern it is. Built after sign-in, gone after sign-out. Main thread only.
+class OverlayWindowController : public QObject, public OverlayPresenter
+{
+    Q_OBJECT
+public:
+    /// Borrowed unless said otherwise; everything must outlive the controller.
+    struct Collaborators
+    {
+        Platform &platform;
+        UserDefaults &defaults;
+        NotificationCenter &notifications;
+        SessionManager &session;
+        ProxyQueryService &service;
+        QQmlEngine &engine;
+        /// Where pages are shown; owned.
+        std::unique_ptr<PageSurface> surface;
+        /// View component of the surface; empty offscreen.
+        QUrl responseView;
+        /// Keeps threads on disk; may be null.
+        ThreadSaver *saver = nullptr;
+        BackendEndpoints endpoints;
+        QueryOrchestrator::Capture capture;
+        std::function<void()> quit;
+    };
+
+    OverlayWindowController(const VantiroConfig &config, Collaborators collaborators);
+    ~OverlayWindowController() override;
+
+    void showWindow() override { show(); }
+    void closeWindow() override;
+    void show() override;
+    void triggerCaptureAndSend() override { m_orchestrator->triggerCaptureAndSend(); }
+    void captureNoSend() override { m_orchestrator->captureNoSend(); }
+    void clearContent() override;
+    void toggleVisibility() override;
+    void adjustOpacity(double delta) override;
+    void startNewThread() override;
+    void updateUsage(qint64 tokensUsed, qint64 tokenCap) override;
+    void resolveModelSelection(const AppConfigResponse &config) override;
+    void setCurrentAdminMessage(const std::optional<AdminMessagePayload> &message) override;
+
+    /// The opacity slider moved; the value is within its range.
+    void sliderChanged(double value);
+    void handleZoomButton() { m_placement.handleZoomButton(); }
+    void toggleHamburgerMenu();
+    void handleConfigDidUpdate(const AppConfigResponse &config);
+
+    bool isVisible() const { return m_isVisible; }
+    NonFocusPanel &panel() { return m_panel; }
+    OverlayModel &overlayModel() { return m_overlay; }
+    BottomPanelsModel &panelsModel() { return m_panels; }
+    HamburgerMenuModel &menuModel() { return m_menu; }
+    ServiceMessages &messages() { return m_messages; }
+    ThreadController &threads() { return m_threads; }
+    QueryOrchestrator &orchestrator() { return *m_orchestrator; }
+
+private:
+    static Collaborators begin(Collaborators collaborators);
+    void configurePanel();
+    void setupContentView();
+    void wireOverlay();
+    void wirePanels();
+    void wireState();
+    void applyOpacity(double alpha);
+    void applyTheme(AppTheme theme);
+    void refreshMessages();
+    void refreshThread();
+    void refreshActivity();
+    void updateClickThroughState();
+    void copyAnswer();
+    void setSelectedModel(const QString &id);
+
+    Collaborators m_with;
+    VantiroConfig m_config;
+    VantiroConfig::Hotkeys m_hotkeysConfig;
+    OverlayModel m_overlay;
+    BottomPanelsModel m_panels;
+    HamburgerMenuModel m_menu;
+    ResponseScrollbarModel m_scrollbar;
+    /// After the models that its view shows, so that it goes before them.
+    NonFocusPanel m_panel;
+    PanelPlacement m_placement;
+    ThemeController m_theme;
+    ResponseDisplay m_display;
+    StreamingRenderer m_stream;
+    OverlayAnswerDisplay m_answers;
+    ServiceMessages m_messages;
+    ThreadController m_threads;
+    std::unique_ptr<QueryOrchestrator> m_orchestrator;
+    bool m_isVisible = false;
+};
+
+} // namespace quellora
