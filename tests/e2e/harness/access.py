@@ -158,6 +158,8 @@ class Accessibility:
                 count = text.get_character_count()
                 if count > 0:
                     return self.api[0].Text.get_text(text, 0, count)
+                if node.get_role_name() in ("text", "entry", "password text"):
+                    return ""
             return node.get_name() or ""
         except self.api[1].Error:
             return ""
