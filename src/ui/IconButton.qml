@@ -1,0 +1,142 @@
+import QtQuick
+import Quellora.Ui
+import QtQuick.Controls.Basic as Basic
+
+/// A button that shows an icon only. `name` is what it is called: to assistive programs always,
+/// to others in its tooltip.
+///
+/// Disabled takes no press. Blocked looks locked but keeps focus and presses, so that the action
+/// runs and can explain itself; give the reason.
+Basic.AbstractButton {
+    id: control
+
+    enum Look { Plain, Boxed, Filled }
+
+    property string name
+    property string iconName
+    property int iconSize: Tokens.iconSize
+    property real iconStroke: Tokens.iconStroke
+    property real iconFillOpacity: 0
+    property int look: IconButton.Plain
+    property ThemeTokens theme: Tokens.frame
+    property string shortcutText
+    /// Why it is disabled; shown instead of the name then.
+    property string disabledReason
+    property bool active: false
+    property bool busy: false
+    property bool blocked: false
+    property string blockedReason
+    property color badgeSurface: Tokens.frame.opaqueBackground
+    property int cursor: Qt.ArrowCursor
+    property color foreground: control.defaultForeground()
+
+    readonly property bool boxed: look !== IconButton.Plain
+
+    function defaultForeground() {
+        if (boxed && (!enabled || blocked))
+            return theme.disabledGlyph
+        if (look === IconButton.Filled)
+            return theme.textOnAccent
+        if (active)
+            return theme.accentText
+        return down || hovered ? theme.text : theme.icon
+    }
+    function fill() {
+        if (boxed && !enabled || blocked && look === IconButton.Filled)
+            return down || hovered && enabled ? theme.pressed : theme.hover
+        if (boxed && (busy || blocked))
+            return down || hovered && blocked ? theme.hover : Qt.rgba(1, 1, 1, 0.043)
+        if (look === IconButton.Filled)
+            return down ? theme.accentFillPressed : hovered ? theme.accentFillHover
+                                                            : theme.accentFill
+        if (look === IconButton.Boxed)
+            return down ? theme.secondaryPressed : hovered ? theme.secondaryHover : theme.secondary
+        if (active && !down)
+            return Qt.rgba(theme.accent.r, theme.accent.g, theme.accent.b, hovered ? 0.34 : 0.26)
+        return down ? theme.pressed : hovered ? theme.hover
+                                              : Qt.rgba(theme.hover.r, theme.hover.g,
+                                                        theme.hover.b, 0)
+    }
+
+    implicitWidth: boxed ? 36 : 28
+    implicitHeight: 28
+    hoverEnabled: true
+    focusPolicy: Qt.TabFocus
+    opacity: enabled || boxed ? 1 : Tokens.disabledOpacity
+
+    contentItem: Item {
+        Icon {
+            x: Math.round((parent.width - width) / 2)
+            y: Math.round((parent.height - height) / 2)
+            visible: !control.busy
+            name: control.iconName
+            size: control.iconSize
+            strokeWidth: control.iconStroke
+            fillOpacity: control.iconFillOpacity
+            color: control.foreground
+        }
+        Spinner {
+            anchors.centerIn: parent
+            visible: control.busy
+            theme: control.theme
+        }
+    }
+
+    background: Rectangle {
+        id: background
+        radius: Tokens.radiusControl
+        color: control.fill()
+        border.width: control.look === IconButton.Boxed && control.enabled && !control.busy
+                      && !control.blocked ? 1 : 0
+        border.color: control.theme.secondaryOutline
+        antialiasing: true
+
+        Behavior on color {
+            enabled: !control.down
+            ColorAnimation { duration: Tokens.hoverTime }
+        }
+
+        FocusRing {
+            shown: control.visualFocus
+            theme: control.theme
+            controlRadius: background.radius
+        }
+    }
+
+    Rectangle {
+        x: control.width - 12
+        y: control.height - 12
+        width: 16
+        height: 16
+        radius: 8
+        visible: control.blocked
+        color: control.badgeSurface
+        antialiasing: true
+
+        Icon {
+            anchors.centerIn: parent
+            name: "lock"
+            size: 10
+            strokeWidth: 2.5
+            color: control.theme.dangerText
+        }
+    }
+
+    ToolTip {
+        target: control
+        text: control.enabled || control.disabledReason.length === 0 ? control.name
+                                                                     : control.disabledReason
+        shortcutText: control.enabled ? control.shortcutText : ""
+        blockedReason: control.blocked ? control.blockedReason : ""
+    }
+    HoverHandler { cursorShape: control.cursor }
+
+    Keys.onReturnPressed: control.click()
+    Keys.onEnterPressed: control.click()
+
+    Accessible.role: Accessible.Button
+    Accessible.name: control.name
+    Accessible.description: control.blocked ? control.blockedReason
+                          : control.enabled ? "" : control.disabledReason
+    Accessible.onPressAction: if (control.enabled) control.click()
+}

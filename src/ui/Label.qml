@@ -1,0 +1,20 @@
+import QtQuick
+
+/// Plain text in one of the design's styles. Never interprets markup.
+Text {
+    id: label
+
+    property TypeTokens type: Tokens.label
+    property ThemeTokens theme: Tokens.frame
+
+    color: theme.text
+    textFormat: Text.PlainText
+    font.family: Tokens.family
+    font.pixelSize: type.size
+    font.weight: type.weight
+    lineHeight: type.line
+    lineHeightMode: Text.FixedHeight
+    verticalAlignment: Text.AlignVCenter
+    Accessible.role: Accessible.StaticText
+    Accessible.name: text
+}

@@ -1,0 +1,36 @@
+import QtQuick
+import Quellora.Ui
+
+/// A turning quarter ring: something is under way. With reduced motion a still ring; put words
+/// beside it.
+Item {
+    id: spinner
+
+    property ThemeTokens theme: Tokens.frame
+    property color color: theme.accentText
+    property int size: 14
+    property bool running: true
+    /// What is under way, for assistive programs; empty where a text beside it says so.
+    property string name
+
+    implicitWidth: size
+    implicitHeight: size
+    Accessible.role: Accessible.Indicator
+    Accessible.name: name
+    Accessible.ignored: name.length === 0
+
+    Icon {
+        id: ring
+        anchors.fill: parent
+        source: "qrc:/quellora/ui/spinner.svg"
+        color: spinner.color
+
+        RotationAnimator on rotation {
+            from: 0
+            to: 360
+            duration: Tokens.spinTime
+            loops: Animation.Infinite
+            running: spinner.visible && spinner.running && !Tokens.reducedMotion
+        }
+    }
+}

@@ -1,0 +1,46 @@
+import QtQuick
+
+/// Colours that every control needs, on one kind of surface. Controls take one of these as `theme`:
+/// Tokens.frame, Tokens.sheetDark or Tokens.sheetLight.
+QtObject {
+    property color background
+    property color raised
+    property color input
+    property color line
+    property color outline
+    property color text
+    property color dimText
+    property color icon
+    property color placeholder
+    property color hover
+    property color pressed
+    /// Fill of secondary buttons at rest, hovered and pressed, and their outline.
+    property color secondary
+    property color secondaryHover
+    property color secondaryPressed
+    property color secondaryOutline
+    /// Marks and slider fills; `accentText` for words, carets, spinners and active icons.
+    property color accent
+    property color accentText
+    property color accentFill
+    property color accentFillHover
+    property color accentFillPressed
+    property color textOnAccent: "#ffffff"
+    property color dangerText
+    property color dangerBar: "#e53935"
+    property color dangerFill: "#c62828"
+    property color dangerFillHover: "#d13434"
+    property color dangerFillPressed: "#a82121"
+    property color warnText
+    property color ring
+    /// Outline of a field that has the focus.
+    property color fieldFocus
+    property color selection
+    property color switchOff
+    property color switchOffOutline
+    property color switchOn
+    property color switchOnOutline
+    property color knob: "#f2f3f5"
+    property color disabledGlyph: "#7f8595"
+    property color track
+}

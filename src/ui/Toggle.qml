@@ -1,0 +1,98 @@
+import QtQuick
+import QtQuick.Controls.Basic as Basic
+
+/// A switch with its words in a row 28 high; the whole row toggles. Bind `checked` to the model and
+/// change the model in `onToggled`.
+Basic.AbstractButton {
+    id: control
+
+    property ThemeTokens theme: Tokens.frame
+    property TypeTokens type: Tokens.control
+    /// Switch at the right end of the row instead of before the words.
+    property bool trailing: false
+    property string tooltip
+    property int cursor: Qt.ArrowCursor
+    /// Name for assistive programs where the visible words are elsewhere.
+    property string name: text
+
+    function flip() {
+        if (!control.enabled)
+            return
+        control.toggle()
+        control.toggled()
+    }
+
+    checkable: true
+    implicitHeight: 28
+    implicitWidth: 28 + (text.length > 0 ? Tokens.space2 + words.implicitWidth : 0)
+    hoverEnabled: true
+    focusPolicy: Qt.TabFocus
+    opacity: enabled ? 1 : Tokens.disabledOpacity
+
+    background: null
+    contentItem: Item {
+        Rectangle {
+            id: groove
+            x: control.trailing ? parent.width - width : 0
+            y: Math.round((parent.height - height) / 2)
+            width: 28
+            height: 16
+            radius: 8
+            antialiasing: true
+            color: control.checked ? control.theme.switchOn : control.theme.switchOff
+            border.width: 1
+            border.color: control.checked ? control.theme.switchOnOutline
+                                          : control.theme.switchOffOutline
+            Behavior on color { ColorAnimation { duration: Tokens.hoverTime } }
+
+            Rectangle {
+                x: control.checked ? parent.width - width - 2 : 2
+                y: 2
+                width: 12
+                height: 12
+                radius: 6
+                antialiasing: true
+                color: control.theme.knob
+                Behavior on x {
+                    enabled: !Tokens.reducedMotion
+                    NumberAnimation { duration: Tokens.hoverTime }
+                }
+            }
+
+            FocusRing {
+                shown: control.visualFocus
+                theme: control.theme
+                controlRadius: 8
+            }
+        }
+        Label {
+            id: words
+            x: control.trailing ? 0 : groove.width + Tokens.space2
+            width: parent.width - groove.width - Tokens.space2
+            anchors.verticalCenter: parent.verticalCenter
+            visible: control.text.length > 0
+            text: control.text
+            type: control.type
+            theme: control.theme
+            elide: Text.ElideRight
+            Accessible.ignored: true
+        }
+    }
+
+    ToolTip {
+        target: control
+        text: control.tooltip
+    }
+    HoverHandler { cursorShape: control.cursor }
+
+    Keys.onReturnPressed: control.flip()
+    Keys.onEnterPressed: control.flip()
+
+    Accessible.role: Accessible.CheckBox
+    Accessible.name: control.name
+    Accessible.description: control.tooltip
+    Accessible.checkable: true
+    Accessible.checked: control.checked
+    Accessible.onToggleAction: control.flip()
+    Accessible.onPressAction: control.flip()
+}

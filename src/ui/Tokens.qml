@@ -1,0 +1,62 @@
+pragma Singleton
+import QtQuick
+
+/// Colours, measures, type and motion of the design. Sizes are logical pixels, times milliseconds.
+QtObject {
+    id: tokens
+
+    readonly property FrameTokens frame: FrameTokens {}
+    readonly property SheetTokens sheetDark: SheetTokens { dark: true }
+    readonly property SheetTokens sheetLight: SheetTokens { dark: false }
+    readonly property LoginTokens login: LoginTokens {}
+
+    function sheet(dark) {
+        return dark ? tokens.sheetDark : tokens.sheetLight
+    }
+
+    readonly property string family: "Inter"
+    readonly property string monoFamily: "JetBrains Mono"
+    readonly property TypeTokens caption: TypeTokens { size: 11; line: 16 }
+    readonly property TypeTokens control: TypeTokens { size: 12; line: 16; weight: Font.Medium }
+    readonly property TypeTokens label: TypeTokens { size: 12; line: 16 }
+    readonly property TypeTokens hint: TypeTokens { size: 12; line: 18 }
+    readonly property TypeTokens body: TypeTokens { size: 13; line: 20 }
+    readonly property TypeTokens section: TypeTokens { size: 13; line: 20; weight: Font.DemiBold }
+    readonly property TypeTokens title: TypeTokens { size: 15; line: 20; weight: Font.DemiBold }
+    readonly property TypeTokens heading: TypeTokens { size: 26; line: 32; weight: Font.DemiBold }
+
+    readonly property int space1: 4
+    readonly property int space2: 8
+    readonly property int space3: 12
+    readonly property int space4: 16
+    readonly property int space5: 20
+    readonly property int space6: 24
+
+    readonly property int radiusKbd: 4
+    readonly property int radiusControl: 6
+    readonly property int radiusCard: 8
+    readonly property int radiusMenu: 10
+    readonly property int radiusWindow: 12
+
+    readonly property int iconSize: 16
+    readonly property real iconStroke: 1.75
+    readonly property real disabledOpacity: 0.45
+
+    readonly property int ringWidth: 2
+    readonly property int ringOffset: 2
+
+    /// Set once from the system's preference. No slides and no pulses then; fades stay, shorter.
+    property bool reducedMotion: false
+    readonly property int hoverTime: 100
+    readonly property int menuTime: reducedMotion ? 80 : 160
+    readonly property int sheetTime: reducedMotion ? 80 : 200
+    readonly property int scrimTime: reducedMotion ? 80 : 160
+    readonly property int spinTime: 900
+    readonly property int pulseTime: 1100
+    readonly property int tooltipDelay: 500
+    readonly property int copiedTime: 1500
+    /// Curve of menus, cards and lists, for easing.bezierCurve.
+    readonly property var standardCurve: [0.2, 0, 0, 1, 1, 1]
+    readonly property int menuShift: reducedMotion ? 0 : 4
+    readonly property int sheetShift: reducedMotion ? 0 : 24
+}

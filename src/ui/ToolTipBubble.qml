@@ -1,0 +1,67 @@
+import QtQuick
+import Quellora.Ui
+
+/// The bubble of a ToolTip: below its control, or above it where there is no room, inside the window.
+Rectangle {
+    id: bubble
+
+    required property Item anchorItem
+    required property string text
+    property string shortcutText
+    property string blockedReason
+    readonly property bool isBlocked: blockedReason.length > 0
+    readonly property int gap: 6
+    readonly property int margin: 4
+
+    function place() {
+        const root = bubble.parent
+        if (!root || !bubble.anchorItem)
+            return
+        const at = bubble.anchorItem.mapToItem(root, 0, 0)
+        const wanted = at.x + (bubble.anchorItem.width - bubble.width) / 2
+        bubble.x = Math.round(Math.max(margin, Math.min(wanted, root.width - width - margin)))
+        const below = at.y + bubble.anchorItem.height + gap
+        const fits = below + height + margin <= root.height
+        bubble.y = Math.round(fits ? below : Math.max(margin, at.y - height - gap))
+    }
+
+    parent: bubble.anchorItem.Window.window ? bubble.anchorItem.Window.window.contentItem : null
+    onParentChanged: place()
+    onWidthChanged: place()
+    Component.onCompleted: place()
+
+    z: 10000
+    width: row.width + 2 * 9
+    height: 28
+    radius: Tokens.radiusControl
+    color: Tokens.frame.tooltip
+    border.width: 1
+    border.color: Tokens.frame.tooltipOutline
+    antialiasing: true
+    Accessible.ignored: true
+
+    Row {
+        id: row
+        anchors.centerIn: parent
+        spacing: Tokens.space2
+
+        Icon {
+            anchors.verticalCenter: parent.verticalCenter
+            visible: bubble.isBlocked
+            name: "lock"
+            size: 14
+            color: Tokens.frame.dangerText
+        }
+        Label {
+            anchors.verticalCenter: parent.verticalCenter
+            text: bubble.isBlocked ? bubble.blockedReason : bubble.text
+            color: bubble.isBlocked ? Tokens.frame.dangerText : Tokens.frame.tooltipText
+            Accessible.ignored: true
+        }
+        Kbd {
+            anchors.verticalCenter: parent.verticalCenter
+            visible: text.length > 0 && !bubble.isBlocked
+            text: bubble.shortcutText
+        }
+    }
+}

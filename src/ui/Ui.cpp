@@ -1,0 +1,35 @@
+#include "ui/Ui.h"
+
+#include "BundledFonts.h"
+#include "app/Log.h"
+
+#include <QFont>
+#include <QGuiApplication>
+#include <QQmlEngine>
+#include <QQuickWindow>
+
+void qml_register_types_Quellora_Ui();
+
+namespace quellora {
+
+void initializeUi()
+{
+    if (!loadBundledFonts())
+        Log::event(QStringLiteral("[Ui] WARNING: Not all bundled faces could be loaded"));
+    QFont font(QStringLiteral("Inter"));
+    font.setPixelSize(13);
+    // The design's letter forms and spacing, not the rasteriser's grid.
+    font.setHintingPreference(QFont::PreferNoHinting);
+    QGuiApplication::setFont(font);
+    QQuickWindow::setTextRenderType(QQuickWindow::NativeTextRendering);
+}
+
+void prepareQmlEngine(QQmlEngine &engine)
+{
+    // A static library drops what nobody names; naming the registration keeps the module.
+    static volatile auto keepModule = &qml_register_types_Quellora_Ui;
+    Q_UNUSED(keepModule)
+    engine.addImportPath(QStringLiteral("qrc:/qt/qml"));
+}
+
+} // namespace quellora

@@ -1,0 +1,53 @@
+import QtQuick
+
+/// How much of the allowance is used: 4 high in the strip, 6 in the menu. Put the figure in words
+/// beside it.
+Item {
+    id: bar
+
+    /// Share used, 0 to 1 and beyond.
+    property real fraction: 0
+    property bool exceeded: false
+    property ThemeTokens theme: Tokens.frame
+    property color track: theme.track
+    property color normalColor: theme.accent
+    property color warnColor: theme.warnText
+    property color dangerColor: theme.dangerBar
+    readonly property color fill: exceeded || fraction >= 0.95 ? dangerColor
+                                : fraction >= 0.8 ? warnColor : normalColor
+    readonly property real shownFraction: exceeded ? 1 : Math.max(0, Math.min(1, fraction))
+
+    implicitWidth: 44
+    implicitHeight: 4
+    Accessible.role: Accessible.ProgressBar
+    Accessible.ignored: true
+
+    Rectangle {
+        anchors.fill: parent
+        anchors.margins: -3
+        visible: bar.exceeded
+        radius: height / 2
+        color: Qt.rgba(bar.dangerColor.r, bar.dangerColor.g, bar.dangerColor.b, 0.35)
+        antialiasing: true
+
+        SequentialAnimation on opacity {
+            running: bar.exceeded && bar.visible && !Tokens.reducedMotion
+            loops: Animation.Infinite
+            NumberAnimation { to: 0.45; duration: Tokens.pulseTime / 2; easing.type: Easing.InOutSine }
+            NumberAnimation { to: 1; duration: Tokens.pulseTime / 2; easing.type: Easing.InOutSine }
+        }
+    }
+    Rectangle {
+        anchors.fill: parent
+        radius: height / 2
+        color: bar.track
+        antialiasing: true
+    }
+    Rectangle {
+        width: Math.round(parent.width * bar.shownFraction)
+        height: parent.height
+        radius: height / 2
+        color: bar.fill
+        antialiasing: true
+    }
+}
