@@ -153,5 +153,35 @@ class FocusTest(E2ECase):
         self.assertIsNotNone(app.panel())
 
 
+class ScaledFocusTest(E2ECase):
+    """The same borders at twice the size, where points and pixels differ."""
+
+    def test_clicks_pass_exactly_over_the_answer(self):
+        hotkeys = {"capture": "ctrl+alt+cmd+c", "clear": "ctrl+alt+cmd+x",
+                   "toggle": "ctrl+alt+cmd+t", "opacity_up": "ctrl+alt+cmd+]",
+                   "opacity_down": "ctrl+alt+cmd+["}
+        app = self.app(self.server(), environment={"QT_SCALE_FACTOR": "2"}, config={
+            "hotkeys": hotkeys, "overlay": {"x": 20, "y": 20, "width": 560, "height": 440,
+                                            "default_opacity": 0.88}}).sign_in()
+        window = self.other_window()
+        _, x, y, width, height = app.panel()
+        self.assertEqual((width, height), (1120, 880))
+        mark = window.mark()
+        inside = [(x + 4, y + 2 * 72 + 4), (x + width - 2 * 28 - 6, y + 2 * 72 + 4),
+                  (x + 300, y + 2 * 72 + 100)]
+        outside = [(x + 300, y + 2 * 72 - 6), (x + width - 2 * 28 + 6, y + 2 * 72 + 100),
+                   (x + 300, y + height - 8)]
+        for place in inside + outside:
+            self.desktop.click(*place)
+        self.desktop.click(x + width + 30, y + 100)
+
+        def beside():
+            return [event for event in window.events("press", since=mark)
+                    if event.x == x + width + 30]
+        wait_until(beside, what="the click beside the panel")
+        reached = [(event.x, event.y) for event in window.events("press", since=mark)][:-1]
+        self.assertEqual(reached, inside)
+
+
 if __name__ == "__main__":
     unittest.main()
