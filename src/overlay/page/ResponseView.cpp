@@ -89,8 +89,10 @@ void ResponseView::createItem(QQmlEngine &engine)
 
 void ResponseView::finishCreation()
 {
-    QObject *created = m_component->createWithInitialProperties(
-        {{QStringLiteral("host"), QVariant::fromValue(this)}});
+    QObject *created = nullptr;
+    if (m_component->isReady())
+        created = m_component->createWithInitialProperties(
+            {{QStringLiteral("host"), QVariant::fromValue(this)}});
     m_item = qobject_cast<QQuickItem *>(created);
     if (!m_item)
         qFatal("the response view cannot be created: %s",

@@ -1,6 +1,7 @@
 import QtQuick
 import QtWebChannel
 import QtWebEngine
+import Quellora.Page
 
 /// The engine's view, closed off: it shows the host's pages and refuses everything else.
 WebEngineView {
@@ -63,9 +64,9 @@ WebEngineView {
 
     onNavigationRequested: request => {
         if (request.isMainFrame && view.host.mayNavigate(request.url))
-            request.action = WebEngineNavigationRequest.AcceptRequest;
+            request.accept();
         else
-            request.action = WebEngineNavigationRequest.IgnoreRequest;
+            request.reject();
     }
     onLoadingChanged: info => {
         if (info.status === WebEngineView.LoadSucceededStatus)

@@ -6,7 +6,7 @@
     const add = (families, data, weight) => {
         const buffer = bytes(data);
         for (const family of families)
-            document.fonts.add(new FontFace(`"${family}"`, buffer, { weight }));
+            document.fonts.add(new FontFace(family, buffer, { weight }));
     };
     const text = ['-apple-system', 'SF Pro Text'];
     const mono = ['SF Mono', 'Menlo', 'IBM Plex Mono'];

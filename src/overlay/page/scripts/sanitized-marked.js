@@ -18,7 +18,8 @@
         ALLOW_DATA_ATTR: false,
         ALLOW_ARIA_ATTR: false,
         ALLOW_UNKNOWN_PROTOCOLS: false,
-        ALLOWED_URI_REGEXP: /^(?:https?|mailto):/i,
+        // Applied to every attribute: what has a scheme must have one of these.
+        ALLOWED_URI_REGEXP: /^(?:(?:https?|mailto):|[^a-z]|[a-z+.-]+(?:[^a-z+.\-:]|$))/i,
     };
     purify.addHook('uponSanitizeAttribute', (node, data) => {
         // Classes of the page mean something to its rules and scripts; an answer needs only the

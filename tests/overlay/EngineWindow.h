@@ -1,0 +1,73 @@
+#pragma once
+
+#include "overlay/page/ResponseView.h"
+
+#include <QJSEngine>
+#include <QJSValue>
+#include <QQmlEngine>
+#include <QQuickItem>
+#include <QQuickView>
+#include <QSignalSpy>
+#include <QTest>
+
+namespace quellora {
+
+/// A window with a real response view in it, for tests that need the page engine.
+class EngineWindow
+{
+public:
+    EngineWindow()
+    {
+        m_window.engine()->addImportPath(QStringLiteral("qrc:/qt/qml"));
+        m_window.resize(600, 500);
+        m_container = new QQuickItem(m_window.contentItem());
+        m_container->setSize(QSizeF(600, 500));
+        QQmlEngine::setContextForObject(m_container, m_window.engine()->rootContext());
+        m_window.show();
+        view.attachTo(m_container);
+    }
+    ~EngineWindow() { view.attachTo(nullptr); }
+    EngineWindow(const EngineWindow &) = delete;
+    EngineWindow &operator=(const EngineWindow &) = delete;
+
+    /// Loads a page and waits until it is there.
+    bool load(const QByteArray &html)
+    {
+        QSignalSpy finished(&view, &PageSurface::loadFinished);
+        const auto id = view.load(html, QStringLiteral("load"));
+        return QTest::qWaitFor(
+            [&] { return !finished.isEmpty() && finished.last().first().toULongLong() == id; },
+            30000);
+    }
+
+    /// Value of an expression in the page's world; invalid when none came.
+    QVariant value(const QString &expression)
+    {
+        if (!view.item())
+            return {};
+        QQmlEngine &engine = *m_window.engine();
+        const QJSValue slot = engine.newObject();
+        QJSValue callback =
+            engine
+                .evaluate(QStringLiteral(
+                    "(function(slot) { return function(v) { slot.v = v; slot.done = true; } })"))
+                .call({slot});
+        if (!QMetaObject::invokeMethod(view.item(), "runJavaScript", Q_ARG(QString, expression),
+                                       Q_ARG(QJSValue, callback)))
+            return {};
+        if (!QTest::qWaitFor([&] { return slot.property(QStringLiteral("done")).toBool(); }, 30000))
+            return {};
+        return slot.property(QStringLiteral("v")).toVariant();
+    }
+    QString text(const QString &expression) { return value(expression).toString(); }
+
+    QQuickView &window() { return m_window; }
+
+    ResponseView view;
+
+private:
+    QQuickView m_window;
+    QQuickItem *m_container = nullptr;
+};
+
+} // namespace quellora

@@ -1,0 +1,49 @@
+#pragma once
+
+#include "overlay/page/PageSurface.h"
+
+#include <QStringList>
+
+namespace quellora {
+
+/// A page surface that records what it is asked for; the test plays the page.
+class FakePageSurface : public PageSurface
+{
+public:
+    /// The load that has started last is there.
+    void finishLoad() { emit loadFinished(loads.last().first); }
+    void failLoad(const QString &description, bool provisional)
+    {
+        emit loadFailed(loads.last().first, description, provisional);
+    }
+    /// The page posts a message.
+    void post(const QString &name, const QVariant &body) { emit message(name, body); }
+    /// The script given with a token last has run.
+    void finishScript() { scriptDone(tokens.last()); }
+
+    QString page() const
+    {
+        return loads.isEmpty() ? QString() : QString::fromUtf8(loads.last().second);
+    }
+
+    /// Loads that have started.
+    QList<QPair<LoadId, QByteArray>> loads;
+    QStringList scripts;
+    QList<quint64> tokens;
+    /// Whether scripts run at once; otherwise finishScript() ends them.
+    bool runsAtOnce = true;
+
+protected:
+    void startLoad(LoadId id, const QByteArray &html) override { loads.append({id, html}); }
+    void runScript(const QString &script, quint64 token) override
+    {
+        scripts.append(script);
+        if (token == 0)
+            return;
+        tokens.append(token);
+        if (runsAtOnce)
+            scriptDone(token);
+    }
+};
+
+} // namespace quellora
