@@ -3,6 +3,7 @@
 #include "app/Log.h"
 #include "app/NotificationCenter.h"
 #include "app/Text.h"
+#include "app/WhenFinished.h"
 #include "backend/SessionManager.h"
 
 #include <algorithm>
@@ -53,11 +54,11 @@ void HeartbeatService::poll()
         return;
     }
     const std::shared_ptr<AuthService> verifier = m_makeVerifier();
-    verifier->verify(*token).then(
-        this, [this, verifier, generation = m_generation](const LoginResult &result) {
-            if (generation == m_generation)
-                pollFinished(result);
-        });
+    whenFinished(verifier->verify(*token), this,
+                 [this, verifier, generation = m_generation](const LoginResult &result) {
+                     if (generation == m_generation)
+                         pollFinished(result);
+                 });
 }
 
 void HeartbeatService::pollFinished(const LoginResult &result)

@@ -5,6 +5,7 @@
 #include "app/PromptConfig.h"
 #include "app/Text.h"
 #include "app/UserDefaults.h"
+#include "app/WhenFinished.h"
 #include "backend/SessionManager.h"
 #include "history/ThreadController.h"
 #include "query/AnswerDisplay.h"
@@ -121,12 +122,12 @@ void QueryOrchestrator::startCapture(std::function<void(const ScreenshotCapture:
     ++m_capturesRunning;
     m_stopped = false;
     Q_EMIT activityChanged();
-    m_with.capture().then(
-        this, [this, done = std::move(done)](const ScreenshotCapture::Outcome &outcome) {
-            --m_capturesRunning;
-            done(outcome);
-            Q_EMIT activityChanged();
-        });
+    whenFinished(m_with.capture(), this,
+                 [this, done = std::move(done)](const ScreenshotCapture::Outcome &outcome) {
+                     --m_capturesRunning;
+                     done(outcome);
+                     Q_EMIT activityChanged();
+                 });
 }
 
 void QueryOrchestrator::captureAndSendFinished(const ScreenshotCapture::Outcome &outcome,
