@@ -1,6 +1,5 @@
 #include "history/ThreadController.h"
 
-#include "app/Log.h"
 #include "app/UserDefaults.h"
 
 #include <utility>
@@ -179,10 +178,8 @@ void ThreadController::startNewThread()
 void ThreadController::saveIfNeeded(const CaptureSession &session,
                                     const QString &failurePrefix) const
 {
-    if (!m_saver || !session.isMarkedForPersistence())
-        return;
-    if (const auto saved = m_saver->save(session); !saved)
-        Log::event(failurePrefix + saved.error());
+    if (m_saver && session.isMarkedForPersistence())
+        m_saver->save(session, failurePrefix);
 }
 
 } // namespace quellora

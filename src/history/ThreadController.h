@@ -4,8 +4,6 @@
 
 #include <QObject>
 
-#include <tl/expected.hpp>
-
 #include <functional>
 #include <optional>
 
@@ -13,12 +11,14 @@ namespace quellora {
 
 class UserDefaults;
 
-/// Where threads that are marked for persistence go. The description of a failure is logged.
+/// Where threads that are marked for persistence go.
 class ThreadSaver
 {
 public:
     virtual ~ThreadSaver() = default;
-    virtual tl::expected<void, QString> save(const CaptureSession &session) = 0;
+    /// Stores the kept part of @p session, now or in the order of the calls; a failure is logged
+    /// as @p failurePrefix and its description.
+    virtual void save(const CaptureSession &session, const QString &failurePrefix) = 0;
 };
 
 /// Owner of the current thread, the staged screenshot and the thread-related preferences.

@@ -15,15 +15,13 @@ const QDateTime t0 = QDateTime::fromString("2026-03-01T14:05:00Z", Qt::ISODate);
 class RecordingSaver : public ThreadSaver
 {
 public:
-    tl::expected<void, QString> save(const CaptureSession &session) override
+    void save(const CaptureSession &session, const QString &failurePrefix) override
     {
         saved.append(session);
-        if (!failure.isEmpty())
-            return tl::unexpected(failure);
-        return {};
+        prefixes.append(failurePrefix);
     }
     QList<CaptureSession> saved;
-    QString failure;
+    QStringList prefixes;
 };
 
 } // namespace
@@ -167,21 +165,17 @@ private Q_SLOTS:
                  (CaptureSession::TurnPersistenceCursor{0, 0}));
     }
 
-    void saveFailuresAreLoggedAndChangeNothing()
+    void savesNameTheirFailure()
     {
         JsonUserDefaults defaults;
         RecordingSaver saver;
-        saver.failure = "disk full";
         ThreadController threads(defaults, &saver, [] { return t0; });
-        LogCapture log;
         QVERIFY(threads.addNote("note"));
-        QCOMPARE(threads.currentSession()->notes.size(), 1);
-        QCOMPARE(log.lines, QStringList{"[OverlayWindowController] ERROR: Failed to save session "
-                                        "to disk: disk full"});
-        log.clear();
         threads.startNewThread();
-        QCOMPARE(log.lines, QStringList{"[OverlayWindowController] ERROR: Failed to commit thread "
-                                        "before starting a new one: disk full"});
+        QCOMPARE(saver.prefixes,
+                 (QStringList{"[OverlayWindowController] ERROR: Failed to save session to disk: ",
+                              "[OverlayWindowController] ERROR: Failed to commit thread before "
+                              "starting a new one: "}));
         QVERIFY(threads.currentSession()->notes.isEmpty());
     }
 

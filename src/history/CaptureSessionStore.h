@@ -1,0 +1,74 @@
+#pragma once
+
+#include "history/CaptureSession.h"
+
+#include <QString>
+
+#include <tl/expected.hpp>
+
+#include <optional>
+
+namespace quellora {
+
+/// Why a stored thread could not be written, read or changed.
+struct StoreError
+{
+    enum class Kind {
+        SessionNotFound,
+        NotPersisting,
+        ScreenshotFileMissing,
+        /// The description is not what it should be.
+        Decoding,
+        /// The file system refused.
+        File,
+    };
+
+    Kind kind = Kind::File;
+    QUuid id;
+    /// Index of the screenshot, for ScreenshotFileMissing.
+    qint64 screenshotIndex = 0;
+    /// The platform's or decoder's own text, for Decoding and File.
+    QString detail;
+
+    QString description() const;
+};
+
+/// Threads on disk: one folder per thread with a JSON description and one file per kept screenshot.
+///
+/// Stateless over its root folder; every operation works on the file system directly and blocks
+/// for it. Files are replaced atomically, so that a crash or a full disk leaves the old or the new
+/// one. Callable from any thread, one call at a time.
+class CaptureSessionStore
+{
+public:
+    template <typename T>
+    using Result = tl::expected<T, StoreError>;
+
+    /// @param applicationSupport per-user Application Support directory; the store lies in
+    ///        "Quellora/sessions" below it
+    explicit CaptureSessionStore(const QString &applicationSupport);
+
+    /// The root folder, created when needed.
+    Result<QString> sessionsRoot() const;
+    /// Writes what the thread's cursors say: complete description, images not written before.
+    Result<void> save(const CaptureSession &session) const;
+    /// Reads a thread back, without cursors.
+    Result<CaptureSession> load(const QUuid &id) const;
+    /// Ids of all stored threads in directory order; entries not named by a UUID are ignored.
+    Result<QList<QUuid>> list() const;
+    /// Removes a thread with everything in its folder; an unknown id is a success.
+    Result<void> remove(const QUuid &id) const;
+    /// Sets or removes the custom title and nothing else.
+    Result<void> updateTitle(const QUuid &id, const std::optional<QString> &customTitle) const;
+
+    /// Name of a screenshot's file in the thread's folder.
+    static QString screenshotFileName(qint64 index);
+
+private:
+    QString folderOf(const QUuid &id) const;
+    QString descriptionFileOf(const QUuid &id) const;
+
+    QString m_root;
+};
+
+} // namespace quellora

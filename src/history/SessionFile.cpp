@@ -1,0 +1,155 @@
+#include "history/SessionFile.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+namespace quellora {
+
+namespace {
+
+QString dateText(const QDateTime &date)
+{
+    return date.toUTC().toString(QStringLiteral("yyyy-MM-dd'T'HH:mm:ss'Z'"));
+}
+
+/// Reads members of one object; remembers the first that is missing or wrong.
+class Reader
+{
+public:
+    Reader(const QJsonValue &value, QString &error) : m_object(value.toObject()), m_error(error)
+    {
+        if (!value.isObject())
+            fail(QStringLiteral("an entry is not an object"));
+    }
+
+    QString text(const char *key)
+    {
+        const QJsonValue value = m_object.value(QLatin1String(key));
+        if (!value.isString())
+            fail(QStringLiteral("the key \"%1\" is missing or not a string").arg(key));
+        return value.toString();
+    }
+
+    QUuid uuid(const char *key)
+    {
+        const QUuid id(text(key));
+        if (id.isNull())
+            fail(QStringLiteral("the key \"%1\" is not a UUID").arg(key));
+        return id;
+    }
+
+    QDateTime date(const char *key)
+    {
+        const QDateTime date = QDateTime::fromString(text(key), Qt::ISODate);
+        if (!date.isValid() || date.timeSpec() == Qt::LocalTime)
+            fail(QStringLiteral("the key \"%1\" is not a date").arg(key));
+        return date;
+    }
+
+    qint64 integer(const char *key)
+    {
+        const QJsonValue value = m_object.value(QLatin1String(key));
+        const double number = value.toDouble(0.5);
+        if (!value.isDouble() || number != static_cast<double>(value.toInteger(-1)))
+            fail(QStringLiteral("the key \"%1\" is missing or not an integer").arg(key));
+        return value.toInteger();
+    }
+
+    QJsonArray array(const char *key)
+    {
+        const QJsonValue value = m_object.value(QLatin1String(key));
+        if (!value.isArray())
+            fail(QStringLiteral("the key \"%1\" is missing or not an array").arg(key));
+        return value.toArray();
+    }
+
+    std::optional<QString> optionalText(const char *key)
+    {
+        const QJsonValue value = m_object.value(QLatin1String(key));
+        if (value.isUndefined() || value.isNull())
+            return std::nullopt;
+        return text(key);
+    }
+
+private:
+    void fail(const QString &description)
+    {
+        if (m_error.isEmpty())
+            m_error = description;
+    }
+
+    QJsonObject m_object;
+    QString &m_error;
+};
+
+} // namespace
+
+QByteArray SessionFile::encode() const
+{
+    QJsonArray noteObjects;
+    for (const auto &note : notes) {
+        noteObjects.append(QJsonObject{{QStringLiteral("id"), uuidText(note.id)},
+                                       {QStringLiteral("text"), note.text},
+                                       {QStringLiteral("createdAt"), dateText(note.createdAt)}});
+    }
+    QJsonArray turnObjects;
+    for (const auto &turn : turns) {
+        turnObjects.append(QJsonObject{{QStringLiteral("id"), uuidText(turn.id)},
+                                       {QStringLiteral("prompt"), turn.prompt},
+                                       {QStringLiteral("response"), turn.response},
+                                       {QStringLiteral("createdAt"), dateText(turn.createdAt)}});
+    }
+    QJsonArray screenshotObjects;
+    for (const auto &screenshot : screenshots) {
+        screenshotObjects.append(
+            QJsonObject{{QStringLiteral("index"), screenshot.index},
+                        {QStringLiteral("capturedAt"), dateText(screenshot.capturedAt)}});
+    }
+    // JSON objects keep their keys sorted.
+    QJsonObject object{{QStringLiteral("id"), uuidText(id)},
+                       {QStringLiteral("createdAt"), dateText(createdAt)},
+                       {QStringLiteral("updatedAt"), dateText(updatedAt)},
+                       {QStringLiteral("notes"), noteObjects},
+                       {QStringLiteral("turns"), turnObjects},
+                       {QStringLiteral("screenshots"), screenshotObjects}};
+    if (customTitle)
+        object.insert(QStringLiteral("customTitle"), *customTitle);
+    return QJsonDocument(object).toJson(QJsonDocument::Indented);
+}
+
+tl::expected<SessionFile, QString> SessionFile::decode(const QByteArray &json)
+{
+    QJsonParseError parseError;
+    const QJsonDocument document = QJsonDocument::fromJson(json, &parseError);
+    if (parseError.error != QJsonParseError::NoError)
+        return tl::unexpected(parseError.errorString());
+    if (!document.isObject())
+        return tl::unexpected(QStringLiteral("not a JSON object"));
+
+    QString error;
+    SessionFile file;
+    Reader reader(document.object(), error);
+    file.id = reader.uuid("id");
+    file.createdAt = reader.date("createdAt");
+    file.updatedAt = reader.date("updatedAt");
+    for (const QJsonValue &value : reader.array("notes")) {
+        Reader note(value, error);
+        file.notes.append({note.uuid("id"), note.text("text"), note.date("createdAt")});
+    }
+    for (const QJsonValue &value : reader.array("turns")) {
+        Reader turn(value, error);
+        file.turns.append(
+            {turn.uuid("id"), turn.text("prompt"), turn.text("response"), turn.date("createdAt")});
+    }
+    for (const QJsonValue &value : reader.array("screenshots")) {
+        Reader screenshot(value, error);
+        file.screenshots.append({screenshot.integer("index"), screenshot.date("capturedAt")});
+    }
+    file.customTitle = reader.optionalText("customTitle");
+    if (!error.isEmpty())
+        return tl::unexpected(error);
+    return file;
+}
+
+} // namespace quellora
