@@ -16,6 +16,8 @@ namespace {
 
 constexpr int badValue = XCB_VALUE;
 constexpr int badAccess = XCB_ACCESS;
+// Milliseconds; keyboards repeat at most about every 10.
+constexpr xcb_timestamp_t shortestRepeat = 8;
 constexpr quint8 xkbNewKeyboardNotify = 0;
 constexpr quint8 xkbMapNotify = 1;
 
@@ -160,8 +162,12 @@ bool GlobalHotkeysX11::nativeEventFilter(const QByteArray &eventType, void *mess
 
 void GlobalHotkeysX11::handleKeyPress(const xcb_key_press_event_t &event)
 {
-    // A held key repeats as a release and a press at the same moment.
-    if (event.detail == m_lastReleasedKey && event.time == m_lastReleaseTime)
+    // A held key repeats as a release and a press at the same moment, but only after a while:
+    // injected presses may follow each other within one tick of the server's clock.
+    const bool repeats = event.detail == m_lastReleasedKey && event.time == m_lastReleaseTime &&
+                         event.time - m_lastPressTime >= shortestRepeat;
+    m_lastPressTime = event.time;
+    if (repeats)
         return;
     const quint16 bits = m_layout.relevantState(event.state);
     for (const Binding &binding : std::as_const(m_bindings)) {

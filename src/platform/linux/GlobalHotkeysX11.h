@@ -62,6 +62,7 @@ private:
     std::function<void(quint32)> m_onPress;
     QMap<Registration, Binding> m_bindings;
     Registration m_lastRegistration = 0;
+    xcb_timestamp_t m_lastPressTime = XCB_CURRENT_TIME;
     xcb_keycode_t m_lastReleasedKey = 0;
     xcb_timestamp_t m_lastReleaseTime = XCB_CURRENT_TIME;
     /// Gathers the burst of events of one mapping change.
