@@ -49,7 +49,7 @@ class Backend:
     def start(self):
         """Starts serving and waits for the address."""
         self._process = processes.spawn(
-            [self._program, "serve", "--port", "0"], env=self._environment,
+            [self._program, "serve", "--port", "0", "--offline"], env=self._environment,
             stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
         listening = threading.Event()
 
