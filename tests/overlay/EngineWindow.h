@@ -2,6 +2,8 @@
 
 #include "overlay/page/ResponseView.h"
 
+#include <QElapsedTimer>
+#include <QEventLoop>
 #include <QJSEngine>
 #include <QJSValue>
 #include <QQmlEngine>
@@ -9,8 +11,33 @@
 #include <QQuickView>
 #include <QSignalSpy>
 #include <QTest>
+#include <QTimer>
+
+#include <chrono>
 
 namespace quellora {
+
+/// Runs the event loop until @p condition holds or the time is over; returns whether it holds. The
+/// engine needs the loop running: QTest's own waiting sleeps between its events.
+template <typename Condition>
+bool runUntil(Condition condition, std::chrono::milliseconds timeout = std::chrono::seconds(30))
+{
+    QElapsedTimer clock;
+    clock.start();
+    while (!condition() && clock.elapsed() < timeout.count()) {
+        QEventLoop loop;
+        QTimer::singleShot(1, &loop, &QEventLoop::quit);
+        loop.exec();
+    }
+    return condition();
+}
+
+/// QTRY_COMPARE with runUntil().
+#define ENGINE_TRY_COMPARE(actual, expected)                                                       \
+    do {                                                                                           \
+        quellora::runUntil([&] { return (actual) == (expected); });                                \
+        QCOMPARE(actual, expected);                                                                \
+    } while (false)
 
 /// A window with a real response view in it, for tests that need the page engine.
 class EngineWindow
@@ -35,9 +62,8 @@ public:
     {
         QSignalSpy finished(&view, &PageSurface::loadFinished);
         const auto id = view.load(html, QStringLiteral("load"));
-        return QTest::qWaitFor(
-            [&] { return !finished.isEmpty() && finished.last().first().toULongLong() == id; },
-            30000);
+        return runUntil(
+            [&] { return !finished.isEmpty() && finished.last().first().toULongLong() == id; });
     }
 
     /// Value of an expression in the page's world; invalid when none came.
@@ -55,7 +81,7 @@ public:
         if (!QMetaObject::invokeMethod(view.item(), "runJavaScript", Q_ARG(QString, expression),
                                        Q_ARG(QJSValue, callback)))
             return {};
-        if (!QTest::qWaitFor([&] { return slot.property(QStringLiteral("done")).toBool(); }, 30000))
+        if (!runUntil([&] { return slot.property(QStringLiteral("done")).toBool(); }))
             return {};
         return slot.property(QStringLiteral("v")).toVariant();
     }

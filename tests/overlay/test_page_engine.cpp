@@ -1,35 +1,430 @@
+#include "fakes/FakePlatform.h"
+#include "fakes/LogCapture.h"
 #include "overlay/EngineWindow.h"
 #include "overlay/page/ResponsePage.h"
+#include "overlay/page/StreamingRenderer.h"
 #include "overlay/page/WebEngineSetup.h"
 
 #include <QGuiApplication>
+#include <QProcess>
+#include <QTemporaryDir>
 
 using namespace quellora;
+
+namespace {
+
+const QString sample = QStringLiteral("# Title\n\nSome **bold** and *soft* text with `code` and a "
+                                      "[link](https://example.com/x).\n\n"
+                                      "```cpp\nint main() { return 0; }\n```\n\n"
+                                      "- one\n- two\n  - [x] nested\n\n> quote\n\n"
+                                      "| a | b |\n|:-:|--:|\n| 1 | 2 |\n\n1. first\n2. second\n");
+
+} // namespace
 
 class TestPageEngine : public QObject
 {
     Q_OBJECT
 
 private slots:
+    void init();
+    void cleanup();
     void rendersMarkdownWithoutNetwork();
+    void hintAndIndicator();
+    void specialCharactersShowLiterally();
+    void facesAreTheBundledOnes();
+    void threadShowsEverything();
+    void expandsClampedText();
+    void firstMessageArrivesAndOrderIsKept();
+    void bridgeCannotBeReplaced();
+    void scrollCommandsMoveThePage();
+    void themeAndAlphaReachThePage();
+    void streamedAnswerEqualsAWholeRender();
+    void dotsHideOnTheFirstChunk();
+    void linkOpensOutside_data();
+    void linkOpensOutside();
+    void syntheticClicksOpenNothing();
+    void loadsBeforeTheViewWait();
+    void largePageLoads();
+    void pageIsLoadedAgainWhenItsProcessEnds();
+
+private:
+    bool finished(ResponseDisplay::PageId page)
+    {
+        return runUntil([&] { return m_finishedPage == page; });
+    }
+
+    std::unique_ptr<LogCapture> m_log;
+    std::unique_ptr<EngineWindow> m_engine;
+    QTemporaryDir m_dir;
+    FakeWorkspace m_workspace;
+    std::unique_ptr<ResponseDisplay> m_display;
+    ResponseDisplay::PageId m_finishedPage = 0;
 };
+
+void TestPageEngine::init()
+{
+    m_log = std::make_unique<LogCapture>();
+    m_engine = std::make_unique<EngineWindow>();
+    m_workspace = {};
+    m_display = std::make_unique<ResponseDisplay>(m_engine->view, m_workspace, m_dir.path());
+    m_finishedPage = 0;
+    connect(m_display.get(), &ResponseDisplay::pageFinished, this,
+            [this](ResponseDisplay::PageId page) { m_finishedPage = page; });
+}
+
+void TestPageEngine::cleanup()
+{
+    m_display.reset();
+    m_engine.reset();
+    m_log.reset();
+}
 
 void TestPageEngine::rendersMarkdownWithoutNetwork()
 {
-    EngineWindow engine;
-    QSignalSpy messages(&engine.view, &PageSurface::message);
-    QVERIFY(engine.load(responsepage::singleAnswerPage(
-        QStringLiteral("# Title\n\n**bold** `code`\n\n```cpp\nint main() { return 0; }\n```\n\n- "
-                       "[x] done\n\n[l](https://example.com/x)"),
-        {})));
-    qDebug() << engine.text(QStringLiteral("document.getElementById('ct').innerHTML"));
-    qDebug() << engine.text(
-        "typeof qt + ' ' + typeof RTCPeerConnection + location.href + ' ' + origin + ' ' + "
-        "[...document.fonts].map(f=>f.family+f.weight+f.status).join() + document.fonts.size");
-    qDebug() << engine.text("getComputedStyle(document.querySelector('pre code')).fontFamily")
-             << messages;
-    qDebug() << engine.text("document.fonts.check('13px \"SF Pro Text\"')+' '+ "
-                            "document.querySelector('strong').getBoundingClientRect().width");
+    QVERIFY(finished(m_display->loadContent(sample)));
+    QCOMPARE(m_engine->text(QStringLiteral("document.querySelector('#ct h1').innerText")),
+             QStringLiteral("Title"));
+    QCOMPARE(m_engine->text(QStringLiteral("document.querySelector('#ct strong').innerText")),
+             QStringLiteral("bold"));
+    QVERIFY(
+        m_engine->value(QStringLiteral("document.querySelector('pre code .hljs-type') !== null"))
+            .toBool());
+    // The code style really applies.
+    QCOMPARE(m_engine->text(QStringLiteral(
+                 "getComputedStyle(document.querySelector('pre code.hljs')).display")),
+             QStringLiteral("block"));
+    QCOMPARE(
+        m_engine->text(QStringLiteral("getComputedStyle(document.getElementById('ph')).display")),
+        QStringLiteral("none"));
+    QCOMPARE(m_engine
+                 ->value(QStringLiteral("document.querySelectorAll('input[type=checkbox]"
+                                        "[disabled][checked]').length"))
+                 .toInt(),
+             1);
+    QCOMPARE(m_engine->text(QStringLiteral("document.querySelector('td').align")),
+             QStringLiteral("center"));
+}
+
+void TestPageEngine::hintAndIndicator()
+{
+    const QString hint = QStringLiteral("getComputedStyle(document.getElementById('ph')).display");
+    const QString indicator =
+        QStringLiteral("getComputedStyle(document.getElementById('ld')).display");
+    m_display->setCaptureHotkey(QStringLiteral("Ctrl+C"));
+    QVERIFY(finished(m_display->loadContent(QStringLiteral("   "))));
+    QCOMPARE(m_engine->text(hint), QStringLiteral("block"));
+    QCOMPARE(m_engine->text(indicator), QStringLiteral("none"));
+    QCOMPARE(m_engine->text(QStringLiteral("document.getElementById('ph').innerText")),
+             QStringLiteral("Hit Ctrl+C to capture screen → Claude responds here"));
+    QVERIFY(finished(m_display->loadContent(QStringLiteral("__LOADING__"))));
+    QCOMPARE(m_engine->text(indicator), QStringLiteral("block"));
+}
+
+void TestPageEngine::specialCharactersShowLiterally()
+{
+    const QString text = QStringLiteral("a\\b c`d it's </script> x <!-- y");
+    QVERIFY(finished(m_display->loadContent(QStringLiteral("```\n%1\n```").arg(text))));
+    QCOMPARE(m_engine->text(QStringLiteral("document.querySelector('pre').innerText.trim()")),
+             text);
+    // Substitution inside answers is left to the page's script engine.
+    QVERIFY(finished(m_display->loadContent(QStringLiteral("sum ${1+1}"))));
+    QCOMPARE(m_engine->text(QStringLiteral("document.getElementById('ct').innerText.trim()")),
+             QStringLiteral("sum 2"));
+}
+
+void TestPageEngine::facesAreTheBundledOnes()
+{
+    QVERIFY(finished(m_display->loadContent(sample)));
+    QVERIFY(m_engine
+                ->value(QStringLiteral("document.fonts.check('600 13px \"SF Pro Text\"') && "
+                                       "document.fonts.check('12px \"SF Mono\"')"))
+                .toBool());
+    QCOMPARE(m_engine->text(QStringLiteral(
+                 "getComputedStyle(document.querySelector('pre code')).fontVariantLigatures")),
+             QStringLiteral("none"));
+}
+
+void TestPageEngine::threadShowsEverything()
+{
+    const QDateTime start = QDateTime::currentDateTime();
+    CaptureSession session = CaptureSession::create();
+    session.addNote(QStringLiteral("a <b>note</b>"), start);
+    session.addScreenshot("JPEG", start.addSecs(1));
+    session.addTurn(QStringLiteral("what's this?"), sample, start.addSecs(2));
+    session.addTurn(QStringLiteral("again"), QStringLiteral("```js\nlet x;\n```"),
+                    start.addSecs(3));
+    QSignalSpy deleted(m_display.get(), &ResponseDisplay::noteDeleteRequested);
+    QVERIFY(finished(m_display->renderThread(session)));
+    QCOMPARE(m_engine->text(QStringLiteral("document.querySelector('.note-text').innerText")),
+             QStringLiteral("a <b>note</b>"));
+    QCOMPARE(
+        m_engine->value(QStringLiteral("document.querySelectorAll('.divider').length")).toInt(), 2);
+    QCOMPARE(
+        m_engine->value(QStringLiteral("document.querySelectorAll('.turn-response h1').length"))
+            .toInt(),
+        1);
+    QCOMPARE(
+        m_engine->value(QStringLiteral("document.querySelectorAll('code.hljs').length")).toInt(),
+        2);
+    QVERIFY(m_engine
+                ->value(QStringLiteral("document.body.scrollTop > 0 && document.body.scrollTop + "
+                                       "document.body.clientHeight >= "
+                                       "document.body.scrollHeight - 1"))
+                .toBool());
+
+    m_engine->value(QStringLiteral("document.querySelector('.note-delete').click()"));
+    ENGINE_TRY_COMPARE(deleted.size(), 1);
+    QCOMPARE(deleted[0][0].toUuid(), session.notes[0].id);
+    m_engine->value(QStringLiteral("document.querySelector('img.thumb').click()"));
+    ENGINE_TRY_COMPARE(m_workspace.files.size(), 1);
+    QFile preview(m_workspace.files[0]);
+    QVERIFY(preview.open(QIODevice::ReadOnly));
+    QCOMPARE(preview.readAll(), QByteArray("JPEG"));
+}
+
+void TestPageEngine::expandsClampedText()
+{
+    CaptureSession session = CaptureSession::create();
+    session.addNote(QStringLiteral("1\n2\n3\n4\n5"));
+    QVERIFY(finished(m_display->renderThread(session)));
+    const QString height = QStringLiteral("document.querySelector('.note-text').clientHeight");
+    const int clamped = m_engine->value(height).toInt();
+    m_engine->value(QStringLiteral("document.querySelector('.note-text').click()"));
+    QVERIFY(m_engine->value(height).toInt() > clamped);
+    m_engine->value(QStringLiteral("document.querySelector('.note-text').click()"));
+    QCOMPARE(m_engine->value(height).toInt(), clamped);
+}
+
+void TestPageEngine::firstMessageArrivesAndOrderIsKept()
+{
+    QSignalSpy messages(&m_engine->view, &PageSurface::message);
+    constexpr int count = 1000;
+    for (int round = 0; round < 3; ++round) {
+        messages.clear();
+        QVERIFY(m_engine->load(
+            QByteArray("<!DOCTYPE html><body><script>"
+                       "for (let i = 0; i < ") +
+            QByteArray::number(count) +
+            "; ++i) window.webkit.messageHandlers.noteDelete.postMessage(String(i));</script>"));
+        ENGINE_TRY_COMPARE(messages.size(), count);
+        for (int i = 0; i < count; ++i) {
+            QCOMPARE(messages[i][0].toString(), QStringLiteral("noteDelete"));
+            QCOMPARE(messages[i][1].value<QVariant>().toString(), QString::number(i));
+        }
+    }
+}
+
+void TestPageEngine::bridgeCannotBeReplaced()
+{
+    QVERIFY(finished(m_display->loadContent(QString())));
+    QCOMPARE(
+        m_engine->text(QStringLiteral(
+            "(() => { const original = window.webkit; let errors = 0;"
+            "for (const attack of [() => { 'use strict'; window.webkit = {}; },"
+            "() => { 'use strict'; window.webkit.messageHandlers = {}; },"
+            "() => { 'use strict'; window.webkit.messageHandlers.noteDelete = {}; },"
+            "() => { 'use strict'; window.webkit.messageHandlers.noteDelete.postMessage = 1; },"
+            "() => Object.defineProperty(window, 'webkit', { value: 1 }),"
+            "() => { 'use strict'; delete window.webkit; }])"
+            "try { attack(); } catch (e) { ++errors; }"
+            "return errors + ' ' + (window.webkit === original) + ' ' + "
+            "Object.keys(window.webkit.messageHandlers).join() + ' ' + typeof qt; })()")),
+        QStringLiteral("6 true scrollPosition,openScreenshot,noteDelete undefined"));
+}
+
+void TestPageEngine::scrollCommandsMoveThePage()
+{
+    QSignalSpy scrolled(m_display.get(), &ResponseDisplay::scrollPositionChanged);
+    QVERIFY(finished(m_display->loadContent(QStringLiteral("word\n\n").repeated(200))));
+    QVERIFY(runUntil([&] { return !scrolled.isEmpty(); }));
+    QVERIFY(scrolled.last()[0].toBool());
+    QVERIFY(scrolled.last()[1].toDouble() < 0.5);
+    QCOMPARE(scrolled.last()[2].toDouble(), 0.0);
+    m_display->scrollToFraction(1);
+    ENGINE_TRY_COMPARE(scrolled.last()[2].toDouble(), 1.0);
+    m_display->scrollUp();
+    QVERIFY(runUntil([&] { return scrolled.last()[2].toDouble() < 1.0; }));
+    m_display->scrollByPixels(60);
+    ENGINE_TRY_COMPARE(scrolled.last()[2].toDouble(), 1.0);
+    m_display->scrollToFraction(0);
+    ENGINE_TRY_COMPARE(scrolled.last()[2].toDouble(), 0.0);
+    m_display->scrollDown();
+    ENGINE_TRY_COMPARE(m_engine->value(QStringLiteral("document.body.scrollTop")).toInt(), 60);
+}
+
+void TestPageEngine::themeAndAlphaReachThePage()
+{
+    const auto variable = [this](const char *name) {
+        return m_engine
+            ->text(QStringLiteral("getComputedStyle(document.documentElement)"
+                                  ".getPropertyValue('%1').trim()")
+                       .arg(QLatin1StringView(name)))
+            .trimmed();
+    };
+    QVERIFY(finished(m_display->loadContent(sample)));
+    QCOMPARE(variable("--pill-alpha"), QStringLiteral("0"));
+    QCOMPARE(variable("--code-alpha"), QStringLiteral("0.15"));
+    m_display->setCurrentAlpha(0);
+    m_display->pushPillAlphaLive();
+    QCOMPARE(variable("--pill-alpha"), QStringLiteral("0.72"));
+    QCOMPARE(variable("--code-alpha"), QStringLiteral("0.72"));
+
+    const QString color = QStringLiteral("getComputedStyle(document.body).color");
+    const QString codeColor =
+        QStringLiteral("getComputedStyle(document.querySelector('pre code.hljs')).color");
+    QCOMPARE(m_engine->text(color), QStringLiteral("rgb(232, 232, 234)"));
+    m_display->setResponseTextColorHex(QStringLiteral("#8899aa"));
+    m_display->applyTheme();
+    QCOMPARE(m_engine->text(color), QStringLiteral("rgb(136, 153, 170)"));
+    m_display->setResponseTextColorHex(std::nullopt);
+    const QString darkLink =
+        m_engine->text(QStringLiteral("document.getElementById('hljs-theme').href"));
+    m_display->setAppliedTheme(AppTheme::Light);
+    m_display->applyTheme();
+    QCOMPARE(m_engine->text(color), QStringLiteral("rgb(28, 30, 36)"));
+    QVERIFY(m_engine->text(QStringLiteral("document.getElementById('hljs-theme').href")) !=
+            darkLink);
+    // The other code style comes through the bundled assets, too.
+    ENGINE_TRY_COMPARE(
+        m_engine->value(QStringLiteral("[...document.styleSheets].filter(s => s.href).length"))
+            .toInt(),
+        1);
+    QVERIFY(!m_engine->text(codeColor).isEmpty());
+}
+
+void TestPageEngine::streamedAnswerEqualsAWholeRender()
+{
+    const QString slot = QStringLiteral("document.getElementById('streaming-response').innerHTML");
+    StreamingRenderer renderer(*m_display);
+    renderer.handleStreamStart(std::nullopt, QStringLiteral("q"), QDateTime::currentDateTime(),
+                               std::nullopt);
+    for (qsizetype at = 0; at < sample.size(); at += 3)
+        renderer.handleStreamChunk(sample.mid(at, 3));
+    QVERIFY(finished(m_display->latestPage()));
+    QCOMPARE(renderer.handleStreamEnd(), sample);
+    QVERIFY(runUntil([&] { return m_engine->text(slot).contains(QStringLiteral("hljs-type")); }));
+    const QString streamed = m_engine->text(slot);
+    QVERIFY(finished(m_display->loadContent(sample)));
+    QCOMPARE(m_engine->text(QStringLiteral("document.getElementById('ct').innerHTML")), streamed);
+}
+
+void TestPageEngine::dotsHideOnTheFirstChunk()
+{
+    StreamingRenderer renderer(*m_display);
+    renderer.handleStreamStart(std::nullopt, QStringLiteral("q"), QDateTime::currentDateTime(),
+                               std::nullopt);
+    QVERIFY(finished(m_display->latestPage()));
+    QCOMPARE(m_engine->value(QStringLiteral("document.querySelectorAll('#loading .dot').length"))
+                 .toInt(),
+             3);
+    renderer.handleStreamChunk(QStringLiteral("it's"));
+    ENGINE_TRY_COMPARE(
+        m_engine->text(QStringLiteral("document.getElementById('streaming-response').innerText"))
+            .trimmed(),
+        QStringLiteral("it's"));
+    QVERIFY(
+        m_engine->value(QStringLiteral("document.getElementById('loading') === null")).toBool());
+
+    renderer.handleStreamStart(std::nullopt, QStringLiteral("q"), QDateTime::currentDateTime(),
+                               std::nullopt);
+    QVERIFY(finished(m_display->latestPage()));
+    renderer.handleStreamEnd();
+    ENGINE_TRY_COMPARE(
+        m_engine->text(QStringLiteral("document.getElementById('streaming-response').innerHTML")),
+        QString());
+}
+
+void TestPageEngine::linkOpensOutside_data()
+{
+    QTest::addColumn<QString>("markdown");
+    QTest::addColumn<QString>("opened");
+    QTest::newRow("https") << QStringLiteral("[a link](https://example.com/x?y=1)")
+                           << QStringLiteral("https://example.com/x?y=1");
+    QTest::newRow("mail") << QStringLiteral("<someone@example.com>")
+                          << QStringLiteral("mailto:someone@example.com");
+    QTest::newRow("other scheme") << QStringLiteral("[a link](file:///etc/passwd)") << QString();
+    QTest::newRow("script") << QStringLiteral("[a link](javascript:alert(1))") << QString();
+    QTest::newRow("data") << QStringLiteral("[a link](data:text/html,x)") << QString();
+}
+
+void TestPageEngine::linkOpensOutside()
+{
+    QFETCH(QString, markdown);
+    QFETCH(QString, opened);
+    QVERIFY(finished(m_display->loadContent(markdown)));
+    const QVariantList center =
+        m_engine
+            ->value(QStringLiteral("(() => { const r = document.querySelector('#ct a')"
+                                   ".getBoundingClientRect(); "
+                                   "return [r.x + r.width / 2, r.y + r.height / 2]; })()"))
+            .toList();
+    QCOMPARE(center.size(), 2);
+    m_engine->value(QStringLiteral("window.clicks = 0; window.addEventListener('click', () => "
+                                   "{ ++window.clicks; })"));
+    QTest::mouseClick(&m_engine->window(), Qt::LeftButton, {},
+                      QPoint(center[0].toInt(), center[1].toInt()));
+    ENGINE_TRY_COMPARE(m_engine->value(QStringLiteral("window.clicks")).toInt(), 1);
+    if (opened.isEmpty()) {
+        QVERIFY(m_workspace.urls.isEmpty());
+    } else {
+        ENGINE_TRY_COMPARE(m_workspace.urls.size(), 1);
+        QCOMPARE(m_workspace.urls[0], QUrl(opened));
+    }
+    QVERIFY(
+        m_engine->text(QStringLiteral("location.href")).startsWith(QStringLiteral("quellora-")));
+}
+
+void TestPageEngine::syntheticClicksOpenNothing()
+{
+    QVERIFY(finished(m_display->loadContent(QStringLiteral("[a](https://example.com/)"))));
+    m_engine->value(QStringLiteral("document.querySelector('#ct a').click()"));
+    QCOMPARE(m_engine->text(QStringLiteral("document.querySelector('#ct a').innerText")),
+             QStringLiteral("a"));
+    QVERIFY(m_workspace.urls.isEmpty());
+}
+
+void TestPageEngine::loadsBeforeTheViewWait()
+{
+    ResponseView view;
+    QSignalSpy finishedLoad(&view, &PageSurface::loadFinished);
+    const auto id = view.load("<p>early</p>", QString());
+    QCoreApplication::processEvents();
+    view.evaluate(QStringLiteral("1"));
+    view.evaluateLatest(QStringLiteral("2"));
+    QVERIFY(!view.item());
+    view.warmUp(*m_engine->window().engine());
+    ENGINE_TRY_COMPARE(finishedLoad.size(), 1);
+    QCOMPARE(finishedLoad[0][0].toULongLong(), id);
+}
+
+void TestPageEngine::largePageLoads()
+{
+    CaptureSession session = CaptureSession::create();
+    for (int i = 0; i < 264; ++i)
+        session.addScreenshot(QByteArray(142'000, static_cast<char>('a' + i % 26)),
+                              QDateTime::currentDateTime());
+    const auto page = m_display->renderThread(session);
+    QVERIFY(finished(page));
+    QCOMPARE(m_engine->value(QStringLiteral("document.images.length")).toInt(), 264);
+    QVERIFY(m_engine->value(QStringLiteral("document.documentElement.outerHTML.length > 49e6"))
+                .toBool());
+}
+
+void TestPageEngine::pageIsLoadedAgainWhenItsProcessEnds()
+{
+    QVERIFY(finished(m_display->loadContent(QStringLiteral("still here"))));
+    QSignalSpy ended(&m_engine->view, &PageSurface::renderProcessTerminated);
+    QSignalSpy loaded(&m_engine->view, &PageSurface::loadFinished);
+    const qint64 pid = m_engine->view.item()->property("renderProcessPid").toLongLong();
+    QVERIFY(pid > 1);
+    QVERIFY(QProcess::startDetached(QStringLiteral("/bin/kill"),
+                                    {QStringLiteral("-KILL"), QString::number(pid)}));
+    ENGINE_TRY_COMPARE(ended.size(), 1);
+    ENGINE_TRY_COMPARE(loaded.size(), 1);
+    QVERIFY(m_log->lines.filter(QStringLiteral("[ResponseView] ERROR: The page's process ended"))
+                .size() == 1);
+    QCOMPARE(m_engine->text(QStringLiteral("document.getElementById('ct').innerText")).trimmed(),
+             QStringLiteral("still here"));
 }
 
 int main(int argc, char **argv)
