@@ -89,10 +89,14 @@ public:
 
     QQuickView &window() { return m_window; }
 
+private:
+    QQuickView m_window;
+
+public:
+    /// After the window: the view must go before the QML engine.
     ResponseView view;
 
 private:
-    QQuickView m_window;
     QQuickItem *m_container = nullptr;
 };
 

@@ -35,6 +35,7 @@ signals:
 /// The engine item is created when it is first needed, or ahead of time by warmUp(), and put into
 /// the ResponseView item of QML that names this object as its host. Loads and scripts asked for
 /// earlier wait for it. prepareWebEngine() must have been called before the application object.
+/// This object must go before the QML engine that shows it.
 class ResponseView : public PageSurface
 {
     Q_OBJECT

@@ -1,0 +1,159 @@
+/// Shows the overlay in a chosen state without anything behind it, to look at or to photograph:
+///   preview_overlay --state streaming --size 624x744 --theme light --alpha 0.35 --out panel.png
+#include "OverlayFixture.h"
+
+#include <QCommandLineParser>
+#include <QGuiApplication>
+#include <QTimer>
+
+#include <cstdio>
+
+using namespace quellora;
+
+namespace {
+
+const QString question = QStringLiteral(
+    "Why does the nightly export skip the last rows for two regions? Give me the fixed window "
+    "function.");
+
+/// Applies one word of --state; several may be joined with "+".
+bool apply(OverlayFixture &f, const QString &word)
+{
+    using Activity = OverlayModel::Activity;
+    const auto setPrompt = [&f](const QString &text) { f.panels.setPromptText(text); };
+    if (word == QLatin1String("idle")) {
+    } else if (word == QLatin1String("first")) {
+        f.defaults.remove(QLatin1String(DefaultsKey::hasLaunchedBefore));
+    } else if (word == QLatin1String("builtin")) {
+        f.defaults.remove(QLatin1String(DefaultsKey::userPrompt));
+    } else if (word == QLatin1String("thread")) {
+        f.overlay.setTitle(question);
+        f.overlay.setHasAnswer(true);
+        f.scrollbar.updatePosition(0, 900, 532);
+    } else if (word == QLatin1String("saved")) {
+        f.overlay.setSaved(true);
+        f.panels.setKeepAIHistoryEnabled(true);
+    } else if (word == QLatin1String("waiting")) {
+        f.overlay.setActivity(Activity::Waiting);
+        setPrompt(question);
+    } else if (word == QLatin1String("streaming")) {
+        f.overlay.setActivity(Activity::Streaming);
+        setPrompt(question);
+    } else if (word == QLatin1String("stopped")) {
+        f.overlay.showStopped();
+    } else if (word == QLatin1String("capturing")) {
+        f.overlay.setActivity(Activity::Capturing);
+        f.panels.setCapturing(true);
+    } else if (word == QLatin1String("text")) {
+        setPrompt(QStringLiteral("Which week is the outlier?"));
+    } else if (word == QLatin1String("long")) {
+        setPrompt(QStringLiteral("one\ntwo\nthree\nfour\nfive\nsix\nseven"));
+    } else if (word == QLatin1String("attached")) {
+        f.panels.setStagedScreenshotData(OverlayFixture::screenshot());
+    } else if (word == QLatin1String("broken")) {
+        f.panels.setStagedScreenshotData(QByteArray("x"));
+    } else if (word == QLatin1String("info") || word == QLatin1String("collapsed")) {
+        f.panels.setAdminMessage(OverlayFixture::message(
+            QStringLiteral("INFORMATIONAL"), QStringLiteral("Startup issues"),
+            QStringLiteral("**Accessibility permission not granted.** Global hotkeys may not work "
+                           "reliably. Grant it in System Settings → Privacy & Security → "
+                           "Accessibility → enable Quellora, then relaunch the app.\n\n**Screen "
+                           "Recording permission not granted.** Captures will be blank or fail "
+                           "silently. Grant it in System Settings → Privacy & Security → Screen "
+                           "Recording → enable Quellora, then relaunch the app.")));
+        f.panels.setInformationalCollapsed(word == QLatin1String("collapsed"));
+    } else if (word == QLatin1String("blocking")) {
+        f.panels.setAdminMessage(OverlayFixture::blocking());
+        f.panels.setBlocked(true);
+        f.overlay.setSendingBlocked(true);
+    } else if (word == QLatin1String("endless")) {
+        f.panels.setAdminMessage(OverlayFixture::message(
+            QStringLiteral("INFORMATIONAL"), QStringLiteral("Release notes"),
+            QStringLiteral("- A point among many others\n").repeated(40)));
+    } else if (word.startsWith(QLatin1String("usage"))) {
+        const double percent = word.mid(5).toDouble();
+        f.overlay.setUsage(percent);
+        f.menu.setUsage(qint64(percent * 10000), 1000000, percent >= 125);
+    } else if (word == QLatin1String("menu")) {
+        f.overlay.setMenuOpen(true);
+    } else if (word == QLatin1String("allrows")) {
+        f.menu.setHistoryAvailable(true);
+        f.menu.setSettingsAvailable(true);
+    } else if (word == QLatin1String("opaque")) {
+        f.platform.setCompositing(false);
+    } else {
+        return false;
+    }
+    return true;
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    QQuickWindow::setDefaultAlphaBuffer(true);
+    QGuiApplication app(argc, argv);
+    initializeUi();
+
+    QCommandLineParser parser;
+    parser.addHelpOption();
+    parser.addOptions({{QStringLiteral("state"), QString(), QStringLiteral("words"),
+                        QStringLiteral("idle")},
+                       {QStringLiteral("size"), QString(), QStringLiteral("WxH"),
+                        QStringLiteral("624x744")},
+                       {QStringLiteral("theme"), QString(), QStringLiteral("dark|light"),
+                        QStringLiteral("dark")},
+                       {QStringLiteral("alpha"), QString(), QStringLiteral("0..1"),
+                        QStringLiteral("0.88")},
+                       {QStringLiteral("at"), QString(), QStringLiteral("X,Y"),
+                        QStringLiteral("20,20")},
+                       {QStringLiteral("focus"), QStringLiteral("Focus by keyboard."),
+                        QStringLiteral("object")},
+                       {QStringLiteral("models"), QStringLiteral("Open the model list.")},
+                       {QStringLiteral("out"), QStringLiteral("Save a picture and leave."),
+                        QStringLiteral("file")}});
+    parser.process(app);
+
+    OverlayFixture f;
+    const QStringList size = parser.value(QStringLiteral("size")).split(QLatin1Char('x'));
+    const QStringList at = parser.value(QStringLiteral("at")).split(QLatin1Char(','));
+    f.panel.resize(size.value(0).toInt(), size.value(1).toInt());
+    f.panel.setPosition(at.value(0).toInt(), at.value(1).toInt());
+    f.overlay.setCurrentAlpha(parser.value(QStringLiteral("alpha")).toDouble());
+    if (parser.value(QStringLiteral("theme")) == QLatin1String("light"))
+        f.overlay.setAppliedTheme(AppTheme::Light);
+    QObject::connect(&f.overlay, &OverlayModel::sliderMoved, &f.overlay,
+                     &OverlayModel::setCurrentAlpha);
+    QObject::connect(&f.overlay, &OverlayModel::menuToggled, &f.overlay,
+                     [&f] { f.overlay.setMenuOpen(!f.overlay.isMenuOpen()); });
+    QObject::connect(&f.menu, &HamburgerMenuModel::closeRequested, &f.overlay,
+                     [&f] { f.overlay.setMenuOpen(false); });
+    QObject::connect(&f.panels, &BottomPanelsModel::modelSelected, &f.panels,
+                     &BottomPanelsModel::setSelectedModelId);
+    QObject::connect(&f.panels, &BottomPanelsModel::keepAIHistoryToggled, &f.panels,
+                     &BottomPanelsModel::setKeepAIHistoryEnabled);
+    QObject::connect(&f.overlay, &OverlayModel::closeRequested, &app, &QCoreApplication::quit);
+    f.show();
+    const QStringList words = parser.value(QStringLiteral("state")).split(QLatin1Char('+'));
+    for (const QString &word : words) {
+        if (!apply(f, word)) {
+            std::fprintf(stderr, "Unknown state: %s\n", qPrintable(word));
+            return 2;
+        }
+    }
+    if (parser.isSet(QStringLiteral("models")))
+        QMetaObject::invokeMethod(f.find("bottomPanels"), "openModelList");
+    if (parser.isSet(QStringLiteral("focus"))) {
+        f.panel.requestActivate();
+        QQuickItem *item = f.find(qPrintable(parser.value(QStringLiteral("focus"))));
+        if (item)
+            item->forceActiveFocus(Qt::TabFocusReason);
+    }
+    if (parser.isSet(QStringLiteral("out"))) {
+        QTimer::singleShot(900, &app, [&] {
+            const bool isSaved = f.panel.grabWindow().save(parser.value(QStringLiteral("out")));
+            QCoreApplication::exit(isSaved ? 0 : 1);
+        });
+    }
+    return QGuiApplication::exec();
+}

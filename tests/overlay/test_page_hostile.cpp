@@ -1,0 +1,327 @@
+#include "fakes/FakePlatform.h"
+#include "fakes/LogCapture.h"
+#include "overlay/EngineWindow.h"
+#include "overlay/page/ResponseDisplay.h"
+#include "overlay/page/StreamingRenderer.h"
+#include "overlay/page/WebEngineSetup.h"
+
+#include <QGuiApplication>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QTemporaryDir>
+#include <QUdpSocket>
+
+using namespace quellora;
+
+/// Answers that try to act: through markup, which must not run at all, and through template
+/// substitution, which does run and must reach nothing outside the page.
+class TestPageHostile : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void init();
+    void cleanup();
+    void canaryHears();
+    void markupDoesNotRun_data();
+    void markupDoesNotRun();
+    void substitutionReachesNothing_data();
+    void substitutionReachesNothing();
+    void peerConnectionsAreGone();
+    void storageIsRefused();
+    void hostAnswersOnlyItsThreeMessages();
+    void substitutedPathsOpenNothing();
+
+private:
+    bool finished(ResponseDisplay::PageId page)
+    {
+        return runUntil([&] { return m_finishedPage == page; });
+    }
+    /// Lets everything that the page started go its way: two timers of the page, one after the
+    /// other, and a turn of the engine's own loop.
+    void settle()
+    {
+        m_engine->value(QStringLiteral("window.settled = false; setTimeout(() => setTimeout(() => "
+                                       "{ window.settled = true; }, 100), 100)"));
+        QVERIFY(
+            runUntil([&] { return m_engine->value(QStringLiteral("window.settled")).toBool(); }));
+    }
+    QString address(const char *scheme) const
+    {
+        return QStringLiteral("%1://127.0.0.1:%2")
+            .arg(QLatin1StringView(scheme))
+            .arg(m_canary.serverPort());
+    }
+    /// Replaces HTTP, WS and UDP by the canaries' addresses.
+    QString aimed(QString text) const
+    {
+        return text.replace(QStringLiteral("HTTP"), address("http"))
+            .replace(QStringLiteral("WS"), address("ws"))
+            .replace(QStringLiteral("UDP"),
+                     QStringLiteral("stun:127.0.0.1:%1").arg(m_udpCanary.localPort()));
+    }
+    void verifyUntouched()
+    {
+        QCOMPARE(m_hits, 0);
+        QVERIFY(!m_udpCanary.hasPendingDatagrams());
+        QVERIFY(m_workspace.urls.isEmpty());
+        QVERIFY(m_workspace.files.isEmpty());
+    }
+
+    QTcpServer m_canary;
+    QUdpSocket m_udpCanary;
+    int m_hits = 0;
+    std::unique_ptr<LogCapture> m_log;
+    std::unique_ptr<EngineWindow> m_engine;
+    QTemporaryDir m_dir;
+    FakeWorkspace m_workspace;
+    std::unique_ptr<ResponseDisplay> m_display;
+    ResponseDisplay::PageId m_finishedPage = 0;
+};
+
+void TestPageHostile::initTestCase()
+{
+    QVERIFY(m_canary.listen(QHostAddress::LocalHost));
+    QVERIFY(m_udpCanary.bind(QHostAddress::LocalHost, 0));
+    connect(&m_canary, &QTcpServer::newConnection, this, [this] {
+        while (QTcpSocket *socket = m_canary.nextPendingConnection()) {
+            ++m_hits;
+            socket->deleteLater();
+        }
+    });
+}
+
+void TestPageHostile::init()
+{
+    m_hits = 0;
+    m_log = std::make_unique<LogCapture>();
+    m_engine = std::make_unique<EngineWindow>();
+    m_workspace = {};
+    m_display = std::make_unique<ResponseDisplay>(m_engine->view, m_workspace, m_dir.path());
+    m_finishedPage = 0;
+    connect(m_display.get(), &ResponseDisplay::pageFinished, this,
+            [this](ResponseDisplay::PageId page) { m_finishedPage = page; });
+}
+
+void TestPageHostile::cleanup()
+{
+    m_display.reset();
+    m_engine.reset();
+    m_log.reset();
+}
+
+void TestPageHostile::canaryHears()
+{
+    QTcpSocket socket;
+    socket.connectToHost(QHostAddress::LocalHost, m_canary.serverPort());
+    QVERIFY(runUntil([&] { return m_hits == 1; }));
+}
+
+void TestPageHostile::markupDoesNotRun_data()
+{
+    QTest::addColumn<QString>("answer");
+    const auto row = [](const char *tag, const char *answer) {
+        QTest::newRow(tag) << QString::fromUtf8(answer);
+    };
+    row("script", "x <script>window.pwned=1</script> y");
+    row("script block", "<script>window.pwned=1</script>");
+    row("script in code", "```html\n</script><script>window.pwned=1</script>\n```");
+    row("script end", "</script><script>window.pwned=1</script>");
+    row("comment trick", "<!--<script>\n</script><script>window.pwned=1</script>-->");
+    row("image handler", "<img src=x onerror=\"window.pwned=1\">");
+    row("remote image", "![i](HTTP/i.png) <img src=\"HTTP/j.png\" srcset=\"HTTP/k.png 2x\">");
+    row("svg handler",
+        "<svg onload=\"window.pwned=1\"><a xlink:href=\"javascript:pwned=1\"></a></svg>");
+    row("math", "<math><mtext><style><img src=x onerror=window.pwned=1></style></mtext></math>");
+    row("details handler", "<details open ontoggle=\"window.pwned=1\">d</details>");
+    row("focus handler", "<input autofocus onfocus=\"window.pwned=1\">");
+    row("frame", "<iframe src=\"HTTP/f\" srcdoc=\"<script>parent.pwned=1</script>\"></iframe>");
+    row("object", "<object data=\"HTTP/o\"></object><embed src=\"HTTP/e\">");
+    row("media",
+        "<video src=\"HTTP/v\" onerror=\"pwned=1\" autoplay></video><audio src=\"HTTP/a\">");
+    row("form", "<form action=\"HTTP/s\"><input name=a><button>go</button></form>");
+    row("refresh", "<meta http-equiv=\"refresh\" content=\"0;url=HTTP/r\">");
+    row("base", "<base href=\"HTTP/\">[l](l) <img src=\"rel.png\">");
+    row("style", "<style>@import 'HTTP/c.css'; body{background:url(HTTP/b.png)}</style>");
+    row("style attribute",
+        "<div style=\"position:fixed;inset:0;background:url(HTTP/b.png)\">cover</div>");
+    row("link element",
+        "<link rel=stylesheet href=\"HTTP/c.css\"><link rel=prefetch href=\"HTTP/p\">");
+    row("script link",
+        "[a](javascript:window.pwned=1) <a href=\" jav&#x09;ascript:pwned=1\">b</a>");
+    row("clobbering", "<a id=\"ct\"></a><img name=\"body\"><form id=\"streaming-response\">");
+    row("page classes", "<div class=\"note-delete\" onclick=\"pwned=1\">x</div>");
+}
+
+void TestPageHostile::markupDoesNotRun()
+{
+    QFETCH(QString, answer);
+    const QString markdown = aimed(QStringLiteral("before\n\n") + answer);
+    const QString safe = QStringLiteral(
+        "(() => { const ct = document.querySelector('#ct, .turn-response');"
+        "const bad = 'script,style,iframe,object,embed,form,meta,base,link,svg,math,video,audio,"
+        "button,[style],[onerror],[onload],[onclick],[ontoggle],[onfocus],[id],[name],"
+        "[class]:not(code):not(code *)';"
+        "const root = document.getElementById('streaming-response') || "
+        "document.querySelector('.turn-response') || ct;"
+        "return (typeof window.pwned) + ' ' + root.querySelectorAll(bad).length + ' ' + "
+        "document.baseURI.startsWith('quellora-page:') + ' ' + "
+        "[...root.querySelectorAll('a')].some(a => /^\\s*javascript/i.test(a.href)); })()");
+    const QString expected = QStringLiteral("undefined 0 true false");
+
+    QVERIFY(finished(m_display->loadContent(markdown)));
+    QCOMPARE(m_engine->text(safe), expected);
+
+    CaptureSession session = CaptureSession::create();
+    session.addTurn(answer, markdown, QDateTime::currentDateTime());
+    QVERIFY(finished(m_display->renderThread(session)));
+    QCOMPARE(m_engine->text(safe), expected);
+
+    StreamingRenderer renderer(*m_display);
+    renderer.handleStreamStart(std::nullopt, answer, QDateTime::currentDateTime(), std::nullopt);
+    QVERIFY(finished(m_display->latestPage()));
+    renderer.handleStreamChunk(markdown.left(markdown.size() / 2));
+    renderer.handleStreamChunk(markdown.mid(markdown.size() / 2));
+    renderer.handleStreamEnd();
+    QVERIFY(runUntil([&] {
+        return m_engine
+            ->text(QStringLiteral("document.getElementById('streaming-response').innerText"))
+            .contains(QStringLiteral("before"));
+    }));
+    settle();
+    QCOMPARE(m_engine->text(safe), expected);
+    verifyUntouched();
+}
+
+void TestPageHostile::substitutionReachesNothing_data()
+{
+    QTest::addColumn<QString>("code");
+    const auto row = [](const char *tag, const char *code) {
+        QTest::newRow(tag) << QString::fromUtf8(code);
+    };
+    row("fetch", "fetch('HTTP/f', {mode: 'no-cors'}).catch(() => 0)");
+    row("request",
+        "(() => { const x = new XMLHttpRequest; x.open('GET', 'HTTP/x'); x.send(); })()");
+    row("beacon", "navigator.sendBeacon('HTTP/b', 'x')");
+    row("image", "new Image().src = 'HTTP/i.png'");
+    row("socket", "new WebSocket('WS/')");
+    row("events", "new EventSource('HTTP/e')");
+    row("script element", "document.head.append(Object.assign(document.createElement('script'), "
+                          "{src: 'HTTP/s.js'}))");
+    row("module", "import('HTTP/m.js').catch(() => 0)");
+    row("style element", "document.head.append(Object.assign(document.createElement('style'), "
+                         "{textContent: '@import \"HTTP/c.css\"; *{background:url(HTTP/u)}'}))");
+    row("font", "new FontFace('x', 'url(HTTP/f.woff2)').load().catch(() => 0)");
+    row("preload", "document.head.append(Object.assign(document.createElement('link'), "
+                   "{rel: 'preload', as: 'image', href: 'HTTP/p'}))");
+    row("preconnect", "document.head.append(Object.assign(document.createElement('link'), "
+                      "{rel: 'preconnect', href: 'HTTP'}))");
+    row("frame", "document.documentElement.append(Object.assign(document.createElement('iframe'), "
+                 "{src: 'HTTP/f'}))");
+    row("frame text", "document.documentElement.append(Object.assign(document.createElement("
+                      "'iframe'), {srcdoc: '<img src=HTTP/i><script src=HTTP/s></scr' + 'ipt>'}))");
+    row("worker", "new Worker(URL.createObjectURL(new Blob([`fetch('HTTP/w').catch(() => 0)`])))");
+    row("location", "(location = 'HTTP/l')");
+    row("location blob",
+        "(location = URL.createObjectURL(new Blob(['<p>'], {type: 'text/html'})))");
+    row("location data", "(location = 'data:text/html,<p>x')");
+    row("location file", "(location = 'file:///etc/passwd')");
+    row("location self", "(location = 'quellora-page:1')");
+    row("refresh", "document.head.append(Object.assign(document.createElement('meta'), "
+                   "{httpEquiv: 'refresh', content: '0;url=HTTP/r'}))");
+    row("window", "open('HTTP/o')");
+    row("form", "(() => { const f = document.createElement('form'); f.action = 'HTTP/s'; "
+                "document.documentElement.append(f); f.submit(); })()");
+    row("link", "(() => { const a = document.createElement('a'); a.href = 'HTTP/a'; "
+                "document.documentElement.append(a); a.click(); a.download = 'x'; a.click(); "
+                "a.ping = 'HTTP/p'; a.target = '_blank'; a.click(); })()");
+    row("download", "(() => { const a = document.createElement('a'); a.href = 'data:text/plain,x'; "
+                    "a.download = 'x'; document.documentElement.append(a); a.click(); })()");
+    row("file", "fetch('file:///etc/passwd').catch(() => 0)");
+    row("dialogs", "(alert(1), confirm(2), prompt(3))");
+    row("peer connection",
+        "(() => { const f = document.createElement('iframe'); document.documentElement.append(f); "
+        "const C = f.contentWindow.RTCPeerConnection; if (!C) return; "
+        "const p = new C({iceServers: [{urls: 'UDP'}]}); p.createDataChannel('x'); "
+        "p.createOffer().then(o => p.setLocalDescription(o)); })()");
+}
+
+void TestPageHostile::substitutionReachesNothing()
+{
+    QFETCH(QString, code);
+    const QString answer = aimed(QStringLiteral("ran ${(window.ran = 1, %1, 'yes')}").arg(code))
+                               .replace(QLatin1Char('`'), QLatin1Char('"'));
+    QVERIFY(finished(m_display->loadContent(answer)));
+    const QString place = m_engine->text(QStringLiteral("location.href"));
+    QVERIFY(place.startsWith(QStringLiteral("quellora-page:")));
+    QCOMPARE(m_engine->value(QStringLiteral("window.ran")).toInt(), 1);
+    QVERIFY(m_engine->text(QStringLiteral("document.getElementById('ct').innerText"))
+                .startsWith(QStringLiteral("ran yes")));
+    settle();
+    QCOMPARE(m_engine->text(QStringLiteral("location.href")), place);
+    QCOMPARE(m_engine->value(QStringLiteral("window.ran")).toInt(), 1);
+    verifyUntouched();
+}
+
+void TestPageHostile::peerConnectionsAreGone()
+{
+    QVERIFY(finished(m_display->loadContent(QString())));
+    QCOMPARE(m_engine->text(QStringLiteral("[typeof RTCPeerConnection, typeof "
+                                           "webkitRTCPeerConnection, typeof WebTransport].join()")),
+             QStringLiteral("undefined,undefined,undefined"));
+}
+
+void TestPageHostile::storageIsRefused()
+{
+    QVERIFY(finished(m_display->loadContent(QString())));
+    QCOMPARE(
+        m_engine
+            ->text(QStringLiteral(
+                "(() => { const out = []; for (const f of [() => localStorage.setItem('a', 1), "
+                "() => sessionStorage.setItem('a', 1), () => indexedDB.open('a').readyState, "
+                "() => document.cookie = 'a=1'])"
+                "try { out.push(f() === null ? 'null' : 'worked'); } catch (e) "
+                "{ out.push('refused'); } return out.join() + origin; })()"))
+            .remove(QStringLiteral("refused"))
+            .remove(QLatin1Char(',')),
+        QStringLiteral("null"));
+}
+
+void TestPageHostile::hostAnswersOnlyItsThreeMessages()
+{
+    QSignalSpy links(&m_engine->view, &PageSurface::linkActivated);
+    QVERIFY(finished(m_display->loadContent(QStringLiteral(
+        "${(() => { const h = window.webkit.messageHandlers; for (const n of ['link', 'post', "
+        "'destroyed', 'deleteLater', '__proto__']) try { h[n].postMessage('https://example.com'); "
+        "} "
+        "catch (e) {} h.noteDelete.postMessage({a: [1, {b: null}]}); return ''; })()}"))));
+    QVERIFY(runUntil([&] {
+        return m_log->contains(QStringLiteral("[OverlayWindowController] ERROR: Received malformed "
+                                              "noteDelete message: {\"a\":[1,{\"b\":null}]}"));
+    }));
+    QVERIFY(links.isEmpty());
+    verifyUntouched();
+}
+
+void TestPageHostile::substitutedPathsOpenNothing()
+{
+    QVERIFY(finished(m_display->loadContent(
+        QStringLiteral("${(window.webkit.messageHandlers.openScreenshot.postMessage("
+                       "'/etc/passwd'), '')}"))));
+    QVERIFY(runUntil([&] {
+        return m_log->contains(QStringLiteral("[OverlayWindowController] ERROR: Received malformed "
+                                              "openScreenshot message: /etc/passwd"));
+    }));
+    verifyUntouched();
+}
+
+int main(int argc, char **argv)
+{
+    prepareWebEngine();
+    QGuiApplication app(argc, argv);
+    TestPageHostile test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "test_page_hostile.moc"
