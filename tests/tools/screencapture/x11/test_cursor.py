@@ -1,0 +1,63 @@
+"""The mouse cursor: in the picture with -C only, at its hot spot, also upon the part that is put
+together anew."""
+
+import unittest
+
+from Xlib import X
+
+from picture import capture
+from screen import ROOT_COLOUR, Screen
+
+RED, OURS, CURSOR = 0xc81e1e, 0xff00ff, 0x00ff80
+
+
+class CursorTest(unittest.TestCase):
+    def setUp(self):
+        self.screen = Screen()
+        self.addCleanup(self.screen.close)
+        self.screen.fill_root()
+        self.screen.window((100, 80, 300, 250), RED)
+
+    def show_cursor(self, x, y):
+        """A block of 8 by 8 pixels with its hot spot at (2, 3), for windows that set none."""
+        root = self.screen.root
+        block = root.create_pixmap(8, 8, 1)
+        block.fill_rectangle(block.create_gc(foreground=1), 0, 0, 8, 8)
+        colour = (CURSOR >> 16 << 8, (CURSOR >> 8 & 0xff) * 257, (CURSOR & 0xff) * 257)
+        cursor = block.create_cursor(block, colour, colour, 2, 3)
+        root.change_attributes(cursor=cursor)
+        self.screen.place_pointer(x, y)
+
+    def test_only_with_the_option(self):
+        self.show_cursor(200, 150)
+        without = capture(self.screen, "-x")
+        picture = capture(self.screen, "-x", "-C")
+        self.assertEqual(without.colours((0, 0, 640, 480)), {ROOT_COLOUR, RED})
+        self.assertEqual(picture.differences(without), (198, 147, 8, 8))
+        self.assertEqual(picture.colours((198, 147, 8, 8)), {CURSOR})
+
+    def test_where_ours_is_left_out(self):
+        self.show_cursor(200, 150)
+        before = capture(self.screen, "-C")
+        self.screen.window((150, 120, 160, 120), OURS, excluded=True)
+        self.assertIsNone(capture(self.screen, "-C").differences(before))
+
+    def test_cut_off_at_the_edge(self):
+        self.show_cursor(0, 0)
+        picture = capture(self.screen, "-C")
+        self.assertEqual(picture.differences(capture(self.screen)), (0, 0, 6, 5))
+        self.screen.place_pointer(639, 479)
+        picture = capture(self.screen, "-C")
+        self.assertEqual(picture.differences(capture(self.screen)), (637, 476, 3, 4))
+
+    def test_standard_cursor(self):
+        self.screen.root.change_attributes(cursor=X.NONE)
+        self.screen.place_pointer(450, 400)
+        changed = capture(self.screen, "-C").differences(capture(self.screen))
+        self.assertIsNotNone(changed)
+        x, y, width, height = changed
+        self.assertTrue(x <= 450 < x + width and y <= 400 < y + height, changed)
+
+
+if __name__ == "__main__":
+    unittest.main()
