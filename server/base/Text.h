@@ -1,0 +1,40 @@
+#pragma once
+
+#include "base/Clock.h"
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace quellora::server {
+
+/// @p text without blanks, tabs and line breaks at both ends.
+std::string trimmed(std::string_view text);
+/// ASCII letters in lower case; other bytes unchanged.
+std::string lowered(std::string_view text);
+/// Safe inside HTML text and double-quoted attributes.
+std::string htmlEscaped(std::string_view text);
+/// Percent-encoding of everything but unreserved characters.
+std::string urlEncoded(std::string_view text);
+/// Fields of an application/x-www-form-urlencoded body; the first of equal names wins.
+std::map<std::string, std::string> formFields(std::string_view body);
+/// Bytes of standard base64 (padding required, no line breaks), or nothing.
+std::optional<std::string> base64Decoded(std::string_view text);
+/// Standard base64 with padding, without line breaks.
+std::string base64Encoded(std::string_view bytes);
+/// Whole non-negative decimal number, or nothing.
+std::optional<std::int64_t> parseCount(std::string_view text);
+/// Rough token count of @p bytes bytes of text: a quarter, rounded up.
+std::int64_t estimatedTokens(std::size_t bytes);
+/// -1, 0 or 1 for dotted version numbers; missing parts count as 0, unreadable ones as 0.
+int compareVersions(std::string_view left, std::string_view right);
+/// "YYYY-MM" in UTC: the billing period that @p time lies in.
+std::string billingPeriod(TimePoint time);
+/// "YYYY-MM-DDTHH:MM:SSZ".
+std::string isoTime(TimePoint time);
+/// A plausible e-mail address in its stored form (trimmed, lower case), or nothing.
+std::optional<std::string> normalizedEmail(std::string_view text);
+
+} // namespace quellora::server

@@ -1,0 +1,32 @@
+#pragma once
+
+#include "cli/Arguments.h"
+#include "config/Config.h"
+
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+namespace quellora::server {
+
+/// Streams and environment of one run of the program.
+struct CommandContext
+{
+    std::istream &in;
+    std::ostream &out;
+    std::ostream &err;
+    Config::Environment environment;
+};
+
+/// Exit statuses of the program.
+constexpr int exitSuccess = 0;
+constexpr int exitFailure = 1;
+constexpr int exitUsage = 2;
+
+/// Runs the program with @p words (without its name) and answers its exit status.
+int runCommand(const std::vector<std::string> &words, CommandContext &context);
+
+/// Serves until SIGINT or SIGTERM; prints "listening on …" once connections are accepted.
+int serve(const Config &config, CommandContext &context);
+
+} // namespace quellora::server

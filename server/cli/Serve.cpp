@@ -1,0 +1,97 @@
+#include "base/Log.h"
+#include "cli/Commands.h"
+#include "http/BackendServer.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
+#include <ostream>
+#include <thread>
+
+namespace quellora::server {
+namespace {
+
+int signalPipe[2] = {-1, -1};
+
+extern "C" void onSignal(int)
+{
+    const int saved = errno;
+    const char byte = 1;
+    // A full pipe already holds the news.
+    [[maybe_unused]] const ssize_t written = ::write(signalPipe[1], &byte, 1);
+    errno = saved;
+}
+
+bool watchSignals()
+{
+    if (::pipe(signalPipe) != 0)
+        return false;
+    for (const int end : signalPipe)
+        ::fcntl(end, F_SETFD, FD_CLOEXEC);
+    ::fcntl(signalPipe[1], F_SETFL, O_NONBLOCK);
+    struct sigaction action = {};
+    action.sa_handler = onSignal;
+    sigemptyset(&action.sa_mask);
+    ::sigaction(SIGINT, &action, nullptr);
+    ::sigaction(SIGTERM, &action, nullptr);
+    std::signal(SIGPIPE, SIG_IGN);
+    return true;
+}
+
+void waitForSignal()
+{
+    char byte = 0;
+    while (::read(signalPipe[0], &byte, 1) < 0 && errno == EINTR) {
+    }
+}
+
+std::string modelSummary(const Config &config)
+{
+    std::string text;
+    for (const ModelSettings &model : config.models)
+        text += (text.empty() ? "" : ", ") + model.id;
+    return text;
+}
+
+} // namespace
+
+int serve(const Config &config, CommandContext &context)
+{
+    if (!watchSignals()) {
+        context.err << "quellora-backend: cannot watch for signals\n";
+        return exitFailure;
+    }
+    const SystemClock clock;
+    const PasswordHasher hasher(config.security.passwordCost);
+    Database database(config.dataFile);
+    BackendServer server(config, database, hasher, clock, ModelCatalog(config));
+    const auto port = server.bind();
+    if (!port) {
+        context.err << "quellora-backend: " << port.error() << '\n';
+        return exitFailure;
+    }
+    if (config.server.allowRemote)
+        Log::event("[Serve] WARNING: Connections are not encrypted; put a TLS proxy in front "
+                   "before letting other machines in");
+    Log::event("[Serve] Data file " + config.dataFile.string() +
+               ", models: " + modelSummary(config) + ", default " + config.defaultModel);
+    std::thread serving([&server] { server.run(); });
+    context.out << "listening on " << server.address() << std::endl;
+
+    waitForSignal();
+    Log::event("[Serve] Stopping");
+    // A transfer that cannot be interrupted (a name being resolved) must not keep us.
+    std::thread([grace = config.timing.stopGrace] {
+        std::this_thread::sleep_for(grace + std::chrono::seconds(5));
+        std::_Exit(exitSuccess);
+    }).detach();
+    server.stop();
+    serving.join();
+    Log::event("[Serve] Stopped");
+    return exitSuccess;
+}
+
+} // namespace quellora::server

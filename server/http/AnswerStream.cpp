@@ -1,0 +1,77 @@
+#include "http/AnswerStream.h"
+
+#include "base/Log.h"
+
+#include <exception>
+
+namespace quellora::server {
+
+AnswerStream::AnswerStream(std::shared_ptr<ModelClient> client, ModelRequest request)
+    : m_client(std::move(client)), m_request(std::move(request))
+{
+    m_worker = std::jthread([this](const std::stop_token &stop) { run(stop); });
+}
+
+AnswerStream::~AnswerStream()
+{
+    m_worker.request_stop();
+    m_worker.join();
+}
+
+void AnswerStream::run(const std::stop_token &stop)
+{
+    AnswerOutcome outcome;
+    try {
+        outcome = m_client->answer(
+            m_request,
+            [this, &stop](std::string_view text) {
+                return !stop.stop_requested() && push(Item(std::string(text)));
+            },
+            stop);
+    } catch (const std::exception &problem) {
+        outcome = AnswerOutcome::failed("unexpected error in the model client");
+        Log::event(std::string("[AnswerStream] ERROR: ") + typeid(problem).name());
+    }
+    push(Item(std::move(outcome)));
+}
+
+bool AnswerStream::push(Item item)
+{
+    {
+        const std::lock_guard lock(m_mutex);
+        m_items.push_back(std::move(item));
+    }
+    m_arrived.notify_all();
+    return true;
+}
+
+bool AnswerStream::waitFor(std::chrono::milliseconds timeout)
+{
+    std::unique_lock lock(m_mutex);
+    return m_arrived.wait_for(lock, timeout, [this] { return !m_items.empty(); });
+}
+
+std::optional<AnswerOutcome> AnswerStream::endedBeforeText()
+{
+    const std::lock_guard lock(m_mutex);
+    if (m_items.empty() || !std::holds_alternative<AnswerOutcome>(m_items.front()))
+        return std::nullopt;
+    return std::get<AnswerOutcome>(m_items.front());
+}
+
+std::optional<AnswerStream::Item> AnswerStream::next(std::chrono::milliseconds timeout)
+{
+    if (!waitFor(timeout))
+        return std::nullopt;
+    const std::lock_guard lock(m_mutex);
+    Item item = std::move(m_items.front());
+    m_items.pop_front();
+    return item;
+}
+
+void AnswerStream::cancel()
+{
+    m_worker.request_stop();
+}
+
+} // namespace quellora::server

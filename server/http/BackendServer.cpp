@@ -1,0 +1,179 @@
+#include "http/BackendServer.h"
+
+#include "base/Log.h"
+#include "http/LoopbackPeer.h"
+#include "http/Replies.h"
+#include "model/JsonAccess.h"
+
+#include <sys/socket.h>
+
+#include <thread>
+
+namespace quellora::server {
+namespace {
+
+constexpr std::size_t smallBody = 64U * 1024U;
+constexpr std::chrono::seconds readTimeout(15);
+constexpr std::chrono::seconds writeTimeout(30);
+
+} // namespace
+
+BackendServer::BackendServer(Config config, Database &database, const PasswordHasher &hasher,
+                             const Clock &clock, ModelCatalog catalog,
+                             PageRoutes::OwnUserCheck ownUser)
+    : m_services(std::move(config), database, hasher, clock, std::move(catalog))
+    , m_guard(m_services)
+    , m_auth(m_services)
+    , m_query(m_services)
+    , m_uploads(m_services)
+    , m_pages(m_services, ownUser ? std::move(ownUser)
+                                  : PageRoutes::OwnUserCheck([this](const httplib::Request &r) {
+                                        return peerIsOwnUser(r.remote_addr, r.remote_port, m_port);
+                                    }))
+{
+    configure();
+    registerRoutes();
+}
+
+void BackendServer::configure()
+{
+    const std::size_t threads = m_services.config.server.threads;
+    m_server.new_task_queue = [threads] { return new httplib::ThreadPool(threads); };
+    // One request per connection: a reused connection would hold a thread while idle, and a body
+    // that was refused unread could be taken for the next request.
+    m_server.set_keep_alive_max_count(1);
+    m_server.set_read_timeout(readTimeout);
+    m_server.set_write_timeout(writeTimeout);
+    m_server.set_tcp_nodelay(true);
+    m_server.set_payload_max_length(
+        std::max(m_services.config.limits.queryBytes, m_services.config.limits.logBytes));
+    // The library's default lets two servers share a port; a taken port has to be an error.
+    m_server.set_socket_options([](socket_t socket) {
+        const int yes = 1;
+        ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+    });
+    m_server.set_default_headers({{"X-Content-Type-Options", "nosniff"},
+                                  {"Referrer-Policy", "same-origin"},
+                                  {"Cross-Origin-Resource-Policy", "same-origin"}});
+    m_server.set_exception_handler(
+        [](const httplib::Request &, httplib::Response &response, std::exception_ptr problem) {
+            std::string reason = "unknown";
+            try {
+                std::rethrow_exception(problem);
+            } catch (const DatabaseError &error) {
+                reason = error.what();
+            } catch (const std::exception &error) {
+                reason = typeid(error).name();
+            } catch (...) {
+                reason = "not an exception object";
+            }
+            Log::event("[BackendServer] ERROR: request failed: " + reason);
+            replyError(response, 500, "internal error");
+        });
+    m_server.set_error_handler([](const httplib::Request &, httplib::Response &response) {
+        if (response.body.empty())
+            replyError(response, response.status, "HTTP " + std::to_string(response.status));
+    });
+}
+
+void BackendServer::page(const std::string &path,
+                         std::function<void(const httplib::Request &, httplib::Response &)> handler)
+{
+    m_server.Get(path, [this, handler = std::move(handler)](const httplib::Request &request,
+                                                            httplib::Response &response) {
+        if (m_guard.hostAllowed(request, response))
+            handler(request, response);
+    });
+}
+
+void BackendServer::post(const std::string &path, std::size_t limit, BodyHandler handler)
+{
+    m_server.Post(path, [this, limit, handler = std::move(handler)](
+                            const httplib::Request &request, httplib::Response &response,
+                            const httplib::ContentReader &reader) {
+        const auto body = readBody(reader, response, limit);
+        if (body && m_guard.hostAllowed(request, response) &&
+            m_guard.originAllowed(request, response))
+            handler(request, response, *body);
+    });
+}
+
+void BackendServer::registerRoutes()
+{
+    const LimitSettings &limits = m_services.config.limits;
+    post("/api/auth/app-login", smallBody,
+         [this](const auto &request, auto &response, const auto &body) {
+             m_auth.login(request, response, body);
+         });
+    post("/api/auth/app-verify", smallBody,
+         [this](const auto &request, auto &response, const auto &body) {
+             m_auth.verify(request, response, body);
+         });
+    post("/api/proxy/query", limits.queryBytes,
+         [this](const auto &request, auto &response, const auto &body) {
+             m_query.query(request, response, body);
+         });
+    post("/api/telemetry/query", smallBody,
+         [this](const auto &request, auto &response, const auto &body) {
+             m_uploads.telemetry(request, response, body);
+         });
+    post("/api/logs/app", limits.logBytes,
+         [this](const auto &request, auto &response, const auto &body) {
+             m_uploads.logs(request, response, body);
+         });
+    post("/login", smallBody, [this](const auto &request, auto &response, const auto &body) {
+        m_pages.loginSubmit(request, response, body);
+    });
+    page("/login",
+         [this](const auto &request, auto &response) { m_pages.loginPage(request, response); });
+    for (const std::string path :
+         {"/", "/account", "/account/billing", "/reset-password", "/signup", "/pricing", "/help"}) {
+        page(path,
+             [this, path](const auto &, auto &response) { m_pages.fixedPage(path, response); });
+    }
+    page("/style.css", [](const auto &, auto &response) { PageRoutes::styleSheet(response); });
+    page("/healthz", [this](const auto &, auto &response) {
+        replyJson(response, 200,
+                  compactJson({{"status", "ok"}, {"model", m_services.config.defaultModel}}));
+    });
+}
+
+tl::expected<int, std::string> BackendServer::bind()
+{
+    const ServerSettings &server = m_services.config.server;
+    if (server.port == 0) {
+        m_port = m_server.bind_to_any_port(server.host);
+    } else {
+        m_port = m_server.bind_to_port(server.host, server.port) ? server.port : -1;
+    }
+    if (m_port <= 0)
+        return tl::make_unexpected("cannot listen on " + server.host + " port " +
+                                   std::to_string(server.port) + ": is it taken?");
+    return m_port;
+}
+
+std::string BackendServer::address() const
+{
+    const std::string &host = m_services.config.server.host;
+    const bool v6 = host.find(':') != std::string::npos;
+    return "http://" + (v6 ? "[" + host + "]" : host) + ":" + std::to_string(m_port);
+}
+
+void BackendServer::run()
+{
+    m_server.listen_after_bind();
+    m_finished = true;
+}
+
+void BackendServer::stop()
+{
+    m_services.stopping.request_stop();
+    if (!m_services.streams.waitForNone(m_services.config.timing.stopGrace))
+        Log::event("[BackendServer] WARNING: some answers did not end in time");
+    // Stopping before the serving loop has begun would be lost.
+    while (!m_server.is_running() && !m_finished)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    m_server.stop();
+}
+
+} // namespace quellora::server

@@ -1,0 +1,54 @@
+#pragma once
+
+#include "http/AuthRoutes.h"
+#include "http/PageRoutes.h"
+#include "http/QueryRoutes.h"
+#include "http/Services.h"
+#include "http/UploadRoutes.h"
+
+#include <httplib.h>
+#include <tl/expected.hpp>
+
+#include <atomic>
+#include <string>
+
+namespace quellora::server {
+
+/// The HTTP server with all its routes. bind(), then run() on a thread of its own; stop() from
+/// any other thread ends running answers and makes run() return.
+class BackendServer
+{
+public:
+    BackendServer(Config config, Database &database, const PasswordHasher &hasher,
+                  const Clock &clock, ModelCatalog catalog, PageRoutes::OwnUserCheck ownUser = {});
+
+    /// Starts listening; answers the port, or why it is impossible.
+    tl::expected<int, std::string> bind();
+    /// "http://host:port", once bound.
+    std::string address() const;
+    /// Serves until stop().
+    void run();
+    void stop();
+    Services &services() { return m_services; }
+
+private:
+    using BodyHandler =
+        std::function<void(const httplib::Request &, httplib::Response &, const std::string &body)>;
+    void configure();
+    void registerRoutes();
+    void page(const std::string &path,
+              std::function<void(const httplib::Request &, httplib::Response &)> handler);
+    void post(const std::string &path, std::size_t limit, BodyHandler handler);
+
+    Services m_services;
+    RequestGuard m_guard;
+    AuthRoutes m_auth;
+    QueryRoutes m_query;
+    UploadRoutes m_uploads;
+    PageRoutes m_pages;
+    httplib::Server m_server;
+    int m_port = 0;
+    std::atomic<bool> m_finished{false};
+};
+
+} // namespace quellora::server

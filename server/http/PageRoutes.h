@@ -1,0 +1,42 @@
+#pragma once
+
+#include "http/AuthRoutes.h"
+#include "http/FormNonces.h"
+
+#include <functional>
+
+namespace quellora::server {
+
+/// The pages a browser sees: sign-in for the app, and plain pages that say what a local
+/// installation offers in place of a web shop.
+class PageRoutes
+{
+public:
+    /// The only address the sign-in page sends a token to: the app's listener on this machine.
+    static constexpr const char *callback = "http://127.0.0.1:9877/oauth-callback";
+    /// Whether a request comes from the user who runs the server.
+    using OwnUserCheck = std::function<bool(const httplib::Request &)>;
+
+    PageRoutes(Services &services, OwnUserCheck ownUser);
+
+    void loginPage(const httplib::Request &request, httplib::Response &response);
+    void loginSubmit(const httplib::Request &request, httplib::Response &response,
+                     const std::string &body);
+    /// Page of a fixed path such as "/help"; 404 when there is none.
+    void fixedPage(const std::string &path, httplib::Response &response) const;
+    static void styleSheet(httplib::Response &response);
+
+private:
+    void showLogin(const httplib::Request &request, httplib::Response &response, int status,
+                   const std::string &problem);
+    bool oneClick(const httplib::Request &request) const;
+    void redirectWithToken(httplib::Response &response, const Account &account);
+
+    Services &m_services;
+    RequestGuard m_guard;
+    PasswordSignIn m_signIn;
+    OwnUserCheck m_ownUser;
+    FormNonces m_nonces;
+};
+
+} // namespace quellora::server

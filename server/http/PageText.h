@@ -1,0 +1,15 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace quellora::server {
+
+/// A whole HTML page around @p bodyHtml.
+std::string pageHtml(std::string_view title, std::string_view bodyHtml);
+/// Body of the page at a fixed path, empty when there is none.
+std::string fixedPageBody(std::string_view path);
+/// The style sheet of all pages.
+std::string_view pageStyle();
+
+} // namespace quellora::server

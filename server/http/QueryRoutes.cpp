@@ -1,0 +1,122 @@
+#include "http/QueryRoutes.h"
+
+#include "base/Log.h"
+#include "base/Text.h"
+#include "http/QueryStream.h"
+#include "http/Replies.h"
+#include "model/JsonAccess.h"
+
+namespace quellora::server {
+namespace {
+
+/// What to tell a client that already runs as many answers as it may.
+constexpr std::chrono::seconds busyWait(5);
+
+/// The request's fields, or a text that says what is wrong with them.
+struct ParsedQuery
+{
+    std::string error;
+    std::string prompt;
+    std::string jpeg;
+    std::optional<std::string> model;
+};
+
+bool isJpeg(const std::string &bytes)
+{
+    return bytes.size() > 3 && bytes.compare(0, 3, "\xFF\xD8\xFF") == 0;
+}
+
+ParsedQuery parsedQuery(const std::string &body)
+{
+    ParsedQuery query;
+    const auto record = parsedObject(body);
+    const auto prompt = record ? textOf(*record, "prompt") : std::nullopt;
+    if (!prompt) {
+        query.error = "prompt is required and must be a text";
+        return query;
+    }
+    query.prompt = *prompt;
+    const nlohmann::json &image = memberOf(*record, "imageBase64");
+    if (image.is_string()) {
+        query.jpeg = base64Decoded(image.get_ref<const std::string &>()).value_or("");
+        if (!isJpeg(query.jpeg))
+            query.error = "imageBase64 must be a JPEG in standard base64";
+    } else if (!image.is_null()) {
+        query.error = "imageBase64 must be a text";
+    }
+    const nlohmann::json &model = memberOf(*record, "model");
+    if (model.is_string())
+        query.model = model.get<std::string>();
+    else if (!model.is_null())
+        query.error = "model must be a text";
+    return query;
+}
+
+} // namespace
+
+bool QueryRoutes::admitted(const httplib::Request &request, httplib::Response &response,
+                           const Account &account) const
+{
+    const std::string version = request.get_header_value("X-App-Version");
+    if (!version.empty() &&
+        compareVersions(version, m_services.config.service.minimumAppVersion) < 0) {
+        replyError(response, 426, "this version of the app is no longer accepted");
+        return false;
+    }
+    const UsageFigures figures = m_services.usage.figures(account);
+    if (UsageLedger::spent(account, figures.used)) {
+        Log::event("[QueryRoutes] Query refused: allowance of account " +
+                   std::to_string(account.id) + " is spent");
+        replySpent(response, figures.remaining);
+        return false;
+    }
+    if (const auto wait = m_services.queryRate.acquire(std::to_string(account.id))) {
+        Log::event("[QueryRoutes] Query refused: account " + std::to_string(account.id) +
+                   " asks too often");
+        replyRateLimited(response, *wait);
+        return false;
+    }
+    return true;
+}
+
+void QueryRoutes::query(const httplib::Request &request, httplib::Response &response,
+                        const std::string &body) const
+{
+    if (!m_guard.jsonBody(request, response))
+        return;
+    const auto account = m_guard.account(request, response);
+    if (!account)
+        return;
+    ParsedQuery query = parsedQuery(body);
+    if (!query.error.empty()) {
+        replyError(response, 400, query.error);
+        return;
+    }
+    if (!admitted(request, response, *account))
+        return;
+    StreamSlots::Slot slot = m_services.streams.acquire(account->id);
+    if (!slot) {
+        replyRateLimited(response, busyWait);
+        return;
+    }
+    ChosenModel model = m_services.models.choose(query.model);
+    ModelRequest question;
+    question.prompt =
+        trimmed(query.prompt).empty() ? m_services.config.service.defaultPrompt : query.prompt;
+    question.jpeg = std::move(query.jpeg);
+    question.model = model.upstreamName;
+    Log::event("[QueryRoutes] Query from account " + std::to_string(account->id) + " to model \"" +
+               model.id + "\", picture: " + (question.jpeg.empty() ? "no" : "yes"));
+    const auto stream = std::make_shared<QueryStream>(m_services, *account, std::move(model),
+                                                      std::move(question), std::move(slot));
+    if (!stream->open(response))
+        return;
+    response.status = 200;
+    response.set_header("Cache-Control", "no-store");
+    response.set_header("X-Accel-Buffering", "no");
+    response.set_chunked_content_provider(
+        "text/event-stream",
+        [stream](std::size_t, httplib::DataSink &sink) { return stream->pump(sink); });
+}
+
+} // namespace quellora::server

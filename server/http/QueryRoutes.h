@@ -1,0 +1,24 @@
+#pragma once
+
+#include "http/RequestGuard.h"
+
+namespace quellora::server {
+
+/// POST /api/proxy/query: admits a query and streams its answer.
+class QueryRoutes
+{
+public:
+    explicit QueryRoutes(Services &services) : m_services(services), m_guard(services) {}
+
+    void query(const httplib::Request &request, httplib::Response &response,
+               const std::string &body) const;
+
+private:
+    bool admitted(const httplib::Request &request, httplib::Response &response,
+                  const Account &account) const;
+
+    Services &m_services;
+    RequestGuard m_guard;
+};
+
+} // namespace quellora::server

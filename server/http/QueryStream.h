@@ -1,0 +1,48 @@
+#pragma once
+
+#include "http/AnswerStream.h"
+#include "http/Services.h"
+
+#include <httplib.h>
+
+#include <chrono>
+#include <string>
+
+namespace quellora::server {
+
+/// One query from admission to its last byte: decides between an HTTP error and a stream, writes
+/// the stream's events, and counts the tokens exactly once, however it ends.
+class QueryStream
+{
+public:
+    QueryStream(Services &services, Account account, ChosenModel model, ModelRequest request,
+                StreamSlots::Slot slot);
+    ~QueryStream();
+    QueryStream(const QueryStream &) = delete;
+    QueryStream &operator=(const QueryStream &) = delete;
+
+    /// Waits for the first sign of the model, at most for the keep-alive time. True when the
+    /// answer is to be streamed; false when an error reply has been written instead.
+    bool open(httplib::Response &response);
+    /// Writes what has arrived, or a keep-alive. False when the client is gone.
+    bool pump(httplib::DataSink &sink);
+
+private:
+    bool writeText(const class SseWriter &writer, const std::string &text, httplib::DataSink &sink);
+    bool end(const class SseWriter &writer, const AnswerOutcome &outcome, httplib::DataSink &sink);
+    TokenCount estimated() const;
+    void settle(const std::optional<TokenCount> &tokens);
+
+    Services &m_services;
+    StreamSlots::Slot m_slot;
+    Account m_account;
+    ChosenModel m_model;
+    std::size_t m_promptBytes;
+    std::int64_t m_usedBefore;
+    std::size_t m_answerBytes = 0;
+    bool m_settled = false;
+    std::chrono::steady_clock::time_point m_lastWrite;
+    AnswerStream m_answer;
+};
+
+} // namespace quellora::server

@@ -1,0 +1,108 @@
+#include "http/RequestGuard.h"
+
+#include "base/Text.h"
+#include "http/Replies.h"
+
+#include <algorithm>
+
+namespace quellora::server {
+namespace {
+
+/// "name:port" or "[v6]:port" without the port, lower case.
+std::string hostName(const std::string &host)
+{
+    const std::string name = lowered(trimmed(host));
+    if (!name.empty() && name.front() == '[')
+        return name.substr(0, std::min(name.find(']'), name.size() - 1) + 1);
+    return name.substr(0, name.find(':'));
+}
+
+} // namespace
+
+bool RequestGuard::hostAllowed(const httplib::Request &request, httplib::Response &response) const
+{
+    const std::string name = hostName(request.get_header_value("Host"));
+    const ServerSettings &server = m_services.config.server;
+    const bool known = name == "127.0.0.1" || name == "localhost" || name == "[::1]" ||
+                       name == lowered(server.host) ||
+                       std::any_of(server.allowedHosts.begin(), server.allowedHosts.end(),
+                                   [&](const std::string &host) { return lowered(host) == name; });
+    if (!known || request.get_header_value_count("Host") != 1)
+        replyError(response, 421, "this server does not answer under that host name");
+    return known && request.get_header_value_count("Host") == 1;
+}
+
+bool RequestGuard::originAllowed(const httplib::Request &request, httplib::Response &response) const
+{
+    const std::string site = request.get_header_value("Sec-Fetch-Site");
+    const std::string origin = request.get_header_value("Origin");
+    const bool ownSite = site.empty() || site == "same-origin" || site == "none";
+    const std::string host = request.get_header_value("Host");
+    const bool ownOrigin =
+        origin.empty() || origin == "http://" + host || origin == "https://" + host;
+    if (!ownSite || !ownOrigin)
+        replyError(response, 403, "requests from other web pages are refused");
+    return ownSite && ownOrigin;
+}
+
+bool RequestGuard::jsonBody(const httplib::Request &request, httplib::Response &response) const
+{
+    const std::string type = lowered(request.get_header_value("Content-Type"));
+    const bool json = trimmed(type.substr(0, type.find(';'))) == "application/json";
+    if (!json)
+        replyError(response, 415, "the body must be application/json");
+    return json;
+}
+
+std::optional<std::string> RequestGuard::bearerToken(const httplib::Request &request)
+{
+    const std::string value = request.get_header_value("Authorization");
+    if (lowered(value.substr(0, 7)) != "bearer ")
+        return std::nullopt;
+    const std::string token = trimmed(value.substr(7));
+    if (token.empty() || token.size() > 512)
+        return std::nullopt;
+    return token;
+}
+
+std::optional<Account> RequestGuard::account(const httplib::Request &request,
+                                             httplib::Response &response) const
+{
+    const auto token = bearerToken(request);
+    const auto session = token ? m_services.sessions.find(*token) : std::nullopt;
+    const auto account = session ? m_services.accounts.find(session->accountId) : std::nullopt;
+    if (!account) {
+        response.set_header("WWW-Authenticate", "Bearer");
+        replyError(response, 401, "the session token is unknown or has expired");
+        return std::nullopt;
+    }
+    if (account->suspended) {
+        replyError(response, 403, "the account is suspended");
+        return std::nullopt;
+    }
+    return account;
+}
+
+std::optional<std::string> readBody(const httplib::ContentReader &reader,
+                                    httplib::Response &response, std::size_t limit)
+{
+    std::string body;
+    bool tooLong = false;
+    const bool complete = reader([&](const char *data, std::size_t length) {
+        tooLong = tooLong || body.size() + length > limit;
+        if (tooLong)
+            std::string().swap(body);
+        else
+            body.append(data, length);
+        return true;
+    });
+    if (complete && !tooLong)
+        return body;
+    // The library has set 413 itself when the announced length is beyond every limit.
+    const bool oversized = tooLong || response.status == 413;
+    replyError(response, oversized ? 413 : 400,
+               oversized ? "the body is too long" : "the body could not be read");
+    return std::nullopt;
+}
+
+} // namespace quellora::server

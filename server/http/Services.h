@@ -1,0 +1,41 @@
+#pragma once
+
+#include "base/Clock.h"
+#include "config/Config.h"
+#include "http/RateLimiter.h"
+#include "http/StreamSlots.h"
+#include "model/ModelCatalog.h"
+#include "store/Accounts.h"
+#include "store/Sessions.h"
+#include "store/Telemetry.h"
+#include "store/UploadedLogs.h"
+#include "store/UsageLedger.h"
+
+#include <stop_token>
+
+namespace quellora::server {
+
+/// Everything the request handlers work with; owned by the server, all of it thread-safe.
+struct Services
+{
+    Services(Config settings, Database &database, const PasswordHasher &hasher,
+             const Clock &wallClock, ModelCatalog catalog);
+
+    Config config;
+    const Clock &clock;
+    Accounts accounts;
+    Sessions sessions;
+    UsageLedger usage;
+    Telemetry telemetry;
+    UploadedLogs logs;
+    ModelCatalog models;
+    RateLimiter queryRate;
+    RateLimiter loginFailures;
+    RateLimiter authRate;
+    RateLimiter uploadRate;
+    StreamSlots streams;
+    /// Requested when the server goes down: running answers end.
+    std::stop_source stopping;
+};
+
+} // namespace quellora::server

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+
+namespace quellora::server {
+
+/// Counts running answer streams, per account and altogether. Thread-safe.
+class StreamSlots
+{
+public:
+    StreamSlots(int perAccount, int total) : m_perAccount(perAccount), m_total(total) {}
+
+    /// Frees its slot when destroyed.
+    using Slot = std::shared_ptr<void>;
+
+    /// A slot, or null when the account or the server runs as many streams as it may.
+    Slot acquire(std::int64_t accountId)
+    {
+        const std::lock_guard lock(m_mutex);
+        int &running = m_running[accountId];
+        if (running >= m_perAccount || m_all >= m_total)
+            return nullptr;
+        ++running;
+        ++m_all;
+        return Slot(this, [accountId](void *slots) {
+            static_cast<StreamSlots *>(slots)->release(accountId);
+        });
+    }
+
+    /// Waits until no stream runs; false when some still do after @p timeout.
+    bool waitForNone(std::chrono::milliseconds timeout)
+    {
+        std::unique_lock lock(m_mutex);
+        return m_released.wait_for(lock, timeout, [this] { return m_all == 0; });
+    }
+
+    int running()
+    {
+        const std::lock_guard lock(m_mutex);
+        return m_all;
+    }
+
+private:
+    void release(std::int64_t accountId)
+    {
+        {
+            const std::lock_guard lock(m_mutex);
+            --m_all;
+            const auto entry = m_running.find(accountId);
+            if (--entry->second == 0)
+                m_running.erase(entry);
+        }
+        m_released.notify_all();
+    }
+
+    int m_perAccount;
+    int m_total;
+    int m_all = 0;
+    std::map<std::int64_t, int> m_running;
+    std::mutex m_mutex;
+    std::condition_variable m_released;
+};
+
+} // namespace quellora::server

@@ -1,0 +1,100 @@
+#include "model/AnthropicClient.h"
+
+#include "base/Text.h"
+#include "model/JsonAccess.h"
+
+namespace quellora::server {
+namespace {
+
+std::string requestBody(const ModelRequest &request, int maxTokens)
+{
+    nlohmann::json content = nlohmann::json::array();
+    if (!request.jpeg.empty()) {
+        content.push_back({{"type", "image"},
+                           {"source",
+                            {{"type", "base64"},
+                             {"media_type", "image/jpeg"},
+                             {"data", base64Encoded(request.jpeg)}}}});
+    }
+    // The service refuses empty text blocks.
+    if (!trimmed(request.prompt).empty())
+        content.push_back({{"type", "text"}, {"text", request.prompt}});
+    return compactJson({{"model", request.model},
+                        {"max_tokens", maxTokens},
+                        {"stream", true},
+                        {"messages", {{{"role", "user"}, {"content", content}}}}});
+}
+
+/// Reads the events of one answer.
+class Reader
+{
+public:
+    explicit Reader(const TextSink &sink) : m_sink(sink) {}
+
+    StreamStep read(std::string_view data)
+    {
+        const auto event = parsedObject(data);
+        if (!event)
+            return StreamStep::Broken;
+        const std::string type = textOf(*event, "type").value_or("");
+        if (type == "message_start")
+            takeUsage(memberOf(memberOf(*event, "message"), "usage"));
+        else if (type == "message_delta")
+            takeUsage(memberOf(*event, "usage"));
+        else if (type == "message_stop")
+            return StreamStep::Finished;
+        else if (type == "error")
+            return textOf(memberOf(*event, "error"), "type") == "rate_limit_error"
+                       ? StreamStep::RateLimited
+                       : StreamStep::Broken;
+        else if (type == "content_block_delta")
+            return takeText(memberOf(*event, "delta"));
+        return StreamStep::Continue;
+    }
+
+    std::optional<TokenCount> tokens() const { return m_tokens; }
+
+private:
+    StreamStep takeText(const nlohmann::json &delta)
+    {
+        const auto text = textOf(delta, "text");
+        if (textOf(delta, "type") != "text_delta" || !text || text->empty())
+            return StreamStep::Continue;
+        return m_sink(*text) ? StreamStep::Continue : StreamStep::Stopped;
+    }
+
+    void takeUsage(const nlohmann::json &usage)
+    {
+        if (!usage.is_object())
+            return;
+        TokenCount count = m_tokens.value_or(TokenCount{});
+        if (const auto input = countOf(usage, "input_tokens"))
+            count.input = *input;
+        if (const auto output = countOf(usage, "output_tokens"))
+            count.output = *output;
+        m_tokens = count;
+    }
+
+    const TextSink &m_sink;
+    std::optional<TokenCount> m_tokens;
+};
+
+} // namespace
+
+AnthropicClient::AnthropicClient(UpstreamSettings settings, TimingSettings timing)
+    : m_settings(std::move(settings)), m_transfer(m_settings.baseUrl, timing)
+{}
+
+AnswerOutcome AnthropicClient::answer(const ModelRequest &request, const TextSink &sink,
+                                      std::stop_token stop)
+{
+    Reader reader(sink);
+    AnswerOutcome outcome = m_transfer.post(
+        "/v1/messages", {{"x-api-key", m_settings.apiKey}, {"anthropic-version", "2023-06-01"}},
+        requestBody(request, m_settings.maxOutputTokens),
+        [&reader](std::string_view data) { return reader.read(data); }, stop);
+    outcome.tokens = reader.tokens();
+    return outcome;
+}
+
+} // namespace quellora::server

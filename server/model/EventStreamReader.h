@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <string_view>
+
+namespace quellora::server {
+
+/// Splits a server-sent-event stream, fed in pieces of any size, into the data of its events.
+/// Lines end at LF, CR or CRLF; several "data:" lines of one event are joined by line feeds;
+/// comments and other fields are skipped.
+class EventStreamReader
+{
+public:
+    /// Takes one event's data; answers false to stop reading.
+    using Handler = std::function<bool(std::string_view data)>;
+
+    explicit EventStreamReader(Handler handler, std::size_t maxEventBytes = 1U << 20U);
+
+    /// Answers false when the handler stopped or an event is longer than allowed.
+    bool feed(std::string_view bytes);
+    /// Delivers a last event that no blank line closed.
+    bool finish();
+
+private:
+    bool endLine();
+    bool dispatch();
+
+    Handler m_handler;
+    std::size_t m_maxEventBytes;
+    std::string m_line;
+    std::string m_data;
+    bool m_hasData = false;
+    bool m_afterCarriageReturn = false;
+};
+
+} // namespace quellora::server

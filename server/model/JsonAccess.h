@@ -1,0 +1,55 @@
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace quellora::server {
+
+/// Compact JSON text on one line; bytes that are no UTF-8 become replacement characters.
+inline std::string compactJson(const nlohmann::json &value)
+{
+    return value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+/// The parsed object, or nothing when @p text is not a JSON object.
+inline std::optional<nlohmann::json> parsedObject(std::string_view text)
+{
+    auto value = nlohmann::json::parse(text, nullptr, false);
+    if (!value.is_object())
+        return std::nullopt;
+    return value;
+}
+
+/// The member @p key when it is there, else null. Safe on values that are no objects.
+inline const nlohmann::json &memberOf(const nlohmann::json &value, const char *key)
+{
+    static const nlohmann::json nothing;
+    if (!value.is_object())
+        return nothing;
+    const auto found = value.find(key);
+    return found == value.end() ? nothing : *found;
+}
+
+/// The text under @p key, or nothing.
+inline std::optional<std::string> textOf(const nlohmann::json &value, const char *key)
+{
+    const nlohmann::json &member = memberOf(value, key);
+    if (!member.is_string())
+        return std::nullopt;
+    return member.get<std::string>();
+}
+
+/// The non-negative whole number under @p key, or nothing.
+inline std::optional<std::int64_t> countOf(const nlohmann::json &value, const char *key)
+{
+    const nlohmann::json &member = memberOf(value, key);
+    if (!member.is_number_integer() || member.get<std::int64_t>() < 0)
+        return std::nullopt;
+    return member.get<std::int64_t>();
+}
+
+} // namespace quellora::server

@@ -1,0 +1,72 @@
+#pragma once
+
+#include "config/Config.h"
+
+#include <tl/expected.hpp>
+
+#include <memory>
+#include <mutex>
+#include <stop_token>
+#include <string>
+#include <vector>
+
+namespace tesseract {
+class TessBaseAPI;
+}
+
+namespace quellora::server {
+
+/// One line of text as it stands on the screen.
+struct ReadLine
+{
+    std::string text;
+    /// Leading blanks, from the line's place beside its neighbours.
+    int indent = 0;
+};
+
+/// Lines that stand together, from top to bottom.
+struct ReadBlock
+{
+    std::vector<ReadLine> lines;
+    /// Left edge in characters from the picture's left edge.
+    int column = 0;
+};
+
+/// What could be read off a picture.
+struct ReadPage
+{
+    int width = 0;
+    int height = 0;
+    std::vector<ReadBlock> blocks;
+    /// Reading ran out of time; later lines are missing.
+    bool cutShort = false;
+};
+
+/// Why a picture could not be read.
+enum class ReadError {
+    /// Not a JPEG, damaged, or larger than any screen.
+    BadPicture,
+    /// The language data of the text recognition is not installed.
+    NoLanguageData
+};
+
+/// Reads the text of screenshots with Tesseract. Thread-safe: one picture at a time, the others
+/// wait. The recognition data is loaded at the first picture.
+class TextRecognizer
+{
+public:
+    explicit TextRecognizer(OfflineSettings settings);
+    ~TextRecognizer();
+
+    /// Blocks for the time of the recognition; a requested @p stop cuts it short.
+    tl::expected<ReadPage, ReadError> read(const std::string &jpeg, std::stop_token stop);
+
+private:
+    bool load();
+
+    OfflineSettings m_settings;
+    std::mutex m_mutex;
+    std::unique_ptr<tesseract::TessBaseAPI> m_engine;
+};
+
+} // namespace quellora::server

@@ -1,0 +1,165 @@
+#include "model/UpstreamTransfer.h"
+
+#include "base/Text.h"
+#include "model/EventStreamReader.h"
+
+#include <httplib.h>
+
+#include <algorithm>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+namespace quellora::server {
+namespace {
+
+constexpr std::int64_t defaultRetrySeconds = 30;
+constexpr std::int64_t longestRetrySeconds = 3600;
+
+/// Retry-After in seconds; the date form and nonsense count as absent.
+std::chrono::seconds retryAfter(const httplib::Response &response)
+{
+    const auto seconds = parseCount(trimmed(response.get_header_value("Retry-After")));
+    return std::chrono::seconds(
+        std::clamp<std::int64_t>(seconds.value_or(defaultRetrySeconds), 1, longestRetrySeconds));
+}
+
+/// Shuts the client's socket down once a stop is requested, which ends a read that is waiting for
+/// the provider. Repeats it, because the socket may be opened only after the request.
+class Canceller
+{
+public:
+    Canceller(httplib::Client &client, std::stop_token stop)
+        : m_thread([this, &client, stop] { run(client, stop); })
+    {}
+    ~Canceller()
+    {
+        {
+            const std::lock_guard lock(m_mutex);
+            m_finished = true;
+        }
+        m_wake.notify_all();
+        m_thread.join();
+    }
+    Canceller(const Canceller &) = delete;
+    Canceller &operator=(const Canceller &) = delete;
+
+private:
+    void run(httplib::Client &client, const std::stop_token &stop)
+    {
+        std::unique_lock lock(m_mutex);
+        const auto finished = [this] { return m_finished; };
+        m_wake.wait(lock, stop, finished);
+        while (!m_finished) {
+            client.stop();
+            m_wake.wait_for(lock, std::chrono::milliseconds(50), finished);
+        }
+    }
+
+    std::mutex m_mutex;
+    std::condition_variable_any m_wake;
+    bool m_finished = false;
+    std::thread m_thread;
+};
+
+AnswerOutcome outcomeOfStatus(const httplib::Response &response)
+{
+    if (response.status == 429) {
+        AnswerOutcome outcome;
+        outcome.kind = AnswerOutcome::Kind::RateLimited;
+        outcome.retryAfter = retryAfter(response);
+        outcome.reason = "the provider limits the rate";
+        return outcome;
+    }
+    if (response.status == 401 || response.status == 403)
+        return AnswerOutcome::failed("the provider refused the API key (HTTP " +
+                                     std::to_string(response.status) + ")");
+    return AnswerOutcome::failed("the provider answered HTTP " + std::to_string(response.status));
+}
+
+} // namespace
+
+UpstreamTransfer::UpstreamTransfer(std::string baseUrl, TimingSettings timing) : m_timing(timing)
+{
+    while (!baseUrl.empty() && baseUrl.back() == '/')
+        baseUrl.pop_back();
+    const std::size_t slash = baseUrl.find('/', baseUrl.find("://") + 3);
+    m_origin = baseUrl.substr(0, slash);
+    m_prefix = slash == std::string::npos ? "" : baseUrl.substr(slash);
+}
+
+AnswerOutcome UpstreamTransfer::post(const std::string &path, const Headers &headers,
+                                     const std::string &body, const EventHandler &onEvent,
+                                     std::stop_token stop) const
+{
+    httplib::Client client(m_origin);
+    if (!client.is_valid())
+        return AnswerOutcome::failed("the provider's address cannot be used");
+    client.set_connection_timeout(m_timing.connect);
+    client.set_read_timeout(m_timing.stall);
+    client.set_write_timeout(m_timing.stall);
+    client.set_keep_alive(false);
+    client.set_tcp_nodelay(true);
+
+    StreamStep step = StreamStep::Continue;
+    EventStreamReader reader([&](std::string_view data) {
+        step = onEvent(data);
+        return step == StreamStep::Continue;
+    });
+    bool tooLong = false;
+    int status = 0;
+
+    httplib::Request request;
+    request.method = "POST";
+    request.path = m_prefix + path;
+    request.body = body;
+    for (const auto &[name, value] : headers)
+        request.headers.emplace(name, value);
+    request.headers.emplace("Content-Type", "application/json");
+    request.headers.emplace("Accept", "text/event-stream");
+    request.response_handler = [&](const httplib::Response &response) {
+        status = response.status;
+        return !stop.stop_requested();
+    };
+    request.content_receiver = [&](const char *data, std::size_t length, auto, auto) {
+        if (stop.stop_requested())
+            return false;
+        if (status != 200)
+            return true;
+        if (reader.feed(std::string_view(data, length)))
+            return true;
+        tooLong = step == StreamStep::Continue;
+        return false;
+    };
+
+    const httplib::Result result = [&] {
+        const Canceller canceller(client, stop);
+        return client.send(request);
+    }();
+    if (result && status == 200 && step == StreamStep::Continue)
+        reader.finish();
+
+    AnswerOutcome outcome;
+    if (step == StreamStep::Finished) {
+        outcome.kind = AnswerOutcome::Kind::Complete;
+    } else if (stop.stop_requested() || step == StreamStep::Stopped) {
+        outcome.kind = AnswerOutcome::Kind::Cancelled;
+    } else if (step == StreamStep::RateLimited) {
+        outcome.kind = AnswerOutcome::Kind::RateLimited;
+        outcome.retryAfter = std::chrono::seconds(defaultRetrySeconds);
+        outcome.reason = "the provider limits the rate";
+    } else if (status != 0 && status != 200 && result) {
+        outcome = outcomeOfStatus(*result);
+    } else if (step == StreamStep::Broken) {
+        outcome.reason = "the provider reported an error in its stream";
+    } else if (tooLong) {
+        outcome.reason = "the provider sent an event that is too long";
+    } else if (!result) {
+        outcome.reason = "the transfer failed: " + httplib::to_string(result.error());
+    } else {
+        outcome.reason = "the provider's stream ended early";
+    }
+    return outcome;
+}
+
+} // namespace quellora::server

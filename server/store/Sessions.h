@@ -1,0 +1,57 @@
+#pragma once
+
+#include "base/Clock.h"
+#include "store/Database.h"
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace quellora::server {
+
+/// A session whose token was just presented or issued.
+struct Session
+{
+    std::string id;
+    std::int64_t accountId = 0;
+};
+
+/// A fresh session with its token; the token is not stored and cannot be read again.
+struct IssuedSession
+{
+    std::string id;
+    std::string token;
+};
+
+/// Bearer tokens, stored as fingerprints only. Thread-safe.
+class Sessions
+{
+public:
+    Sessions(Database &database, const Clock &clock, std::chrono::seconds lifetime,
+             std::chrono::seconds handoverLifetime);
+
+    /// A session for the app.
+    IssuedSession issue(std::int64_t accountId);
+    /// A short-lived token for the browser to carry to the app; good for redeem() once.
+    IssuedSession issueHandover(std::int64_t accountId);
+    /// The running session of @p token, or nothing when unknown or expired.
+    std::optional<Session> find(const std::string &token);
+    /// Uses up a handover token and answers its account.
+    std::optional<std::int64_t> redeem(const std::string &token);
+    /// Ends all sessions of an account and answers how many.
+    int revokeAll(std::int64_t accountId);
+    /// Forgets what has expired.
+    void purgeExpired();
+
+private:
+    IssuedSession insert(std::int64_t accountId, const std::string &kind,
+                         std::chrono::seconds lifetime);
+
+    Database &m_database;
+    const Clock &m_clock;
+    std::chrono::seconds m_lifetime;
+    std::chrono::seconds m_handoverLifetime;
+};
+
+} // namespace quellora::server

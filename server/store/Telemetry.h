@@ -1,0 +1,28 @@
+#pragma once
+
+#include "base/Clock.h"
+#include "store/Database.h"
+
+#include <cstdint>
+#include <string>
+
+namespace quellora::server {
+
+/// Keeps the latest performance records the apps report. Thread-safe.
+class Telemetry
+{
+public:
+    /// Older records beyond this many are dropped.
+    static constexpr std::int64_t keptRecords = 10000;
+
+    Telemetry(Database &database, const Clock &clock);
+    /// Stores @p record, compact JSON already checked by the caller.
+    void add(std::int64_t accountId, const std::string &record);
+    std::int64_t count();
+
+private:
+    Database &m_database;
+    const Clock &m_clock;
+};
+
+} // namespace quellora::server

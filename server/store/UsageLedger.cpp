@@ -1,0 +1,70 @@
+#include "store/UsageLedger.h"
+
+#include "base/Text.h"
+
+#include <algorithm>
+
+namespace quellora::server {
+
+UsageLedger::UsageLedger(Database &database, const Clock &clock)
+    : m_database(database), m_clock(clock)
+{}
+
+void UsageLedger::add(std::int64_t accountId, TokenCount tokens)
+{
+    // The account may have been deleted while its answer was running: then nothing is counted.
+    m_database.execute(
+        "INSERT INTO usage(account_id, period, input_tokens, output_tokens, queries)"
+        " SELECT id, ?, ?, ?, 1 FROM accounts WHERE id = ?"
+        " ON CONFLICT(account_id, period) DO UPDATE SET"
+        " input_tokens = input_tokens + excluded.input_tokens,"
+        " output_tokens = output_tokens + excluded.output_tokens, queries = queries + 1",
+        {billingPeriod(m_clock.now()), tokens.input, tokens.output, accountId});
+}
+
+TokenCount UsageLedger::current(std::int64_t accountId)
+{
+    TokenCount count;
+    m_database.query(
+        "SELECT input_tokens, output_tokens FROM usage WHERE account_id = ? AND period = ?",
+        {accountId, billingPeriod(m_clock.now())}, [&](const Database::Row &row) {
+            count = TokenCount{row.integer(0), row.integer(1)};
+        });
+    return count;
+}
+
+std::int64_t UsageLedger::queries(std::int64_t accountId)
+{
+    std::int64_t count = 0;
+    m_database.query("SELECT queries FROM usage WHERE account_id = ? AND period = ?",
+                     {accountId, billingPeriod(m_clock.now())},
+                     [&](const Database::Row &row) { count = row.integer(0); });
+    return count;
+}
+
+UsageFigures UsageLedger::figures(const Account &account)
+{
+    UsageFigures figures;
+    figures.used = current(account.id).total();
+    figures.cap = account.tokenCap > 0 ? account.tokenCap : unlimitedAllowance;
+    figures.remaining = std::max<std::int64_t>(figures.cap - figures.used, 0);
+    if (account.tokenCap > 0) {
+        figures.warning75 = figures.used * 100 >= account.tokenCap * 75;
+        figures.warning90 = figures.used * 100 >= account.tokenCap * 90;
+    } else {
+        figures.remaining = std::max<std::int64_t>(figures.remaining, 1);
+    }
+    return figures;
+}
+
+bool UsageLedger::spent(const Account &account, std::int64_t used)
+{
+    return account.tokenCap > 0 && used >= account.tokenCap;
+}
+
+bool UsageLedger::overdrawn(const Account &account, std::int64_t used)
+{
+    return account.tokenCap > 0 && used - account.tokenCap >= account.tokenCap / 4;
+}
+
+} // namespace quellora::server
