@@ -29,16 +29,18 @@ Basic.AbstractButton {
                                 : control.hovered ? theme.dangerFillHover : theme.dangerFill
         case Button.Ghost:
             return control.down ? theme.pressed
-                                : control.hovered ? theme.hover : Qt.rgba(theme.hover.r,
-                                                                         theme.hover.g,
-                                                                         theme.hover.b, 0)
+                                : control.hovered ? theme.hover : Tokens.faded(theme.hover, 0)
         default:
             return control.down ? theme.secondaryPressed
                                 : control.hovered ? theme.secondaryHover : theme.secondary
         }
     }
-    readonly property color foreground: kind === Button.Danger ? "#ffffff"
-                                      : kind === Button.Primary ? theme.textOnAccent : theme.text
+    readonly property color restForeground: kind === Button.Danger ? "#ffffff"
+                                          : kind === Button.Primary ? theme.textOnAccent
+                                          : theme.text
+    // Words on a filled button fade into what is behind it, not into its own fill.
+    readonly property color foreground: enabled || !filled ? restForeground
+                      : Tokens.blend(theme.surface, restForeground, Tokens.disabledOpacity)
 
     implicitHeight: 28
     implicitWidth: implicitContentWidth + leftPadding + rightPadding
@@ -46,7 +48,7 @@ Basic.AbstractButton {
     rightPadding: Tokens.space3
     hoverEnabled: true
     focusPolicy: Qt.TabFocus
-    opacity: enabled ? 1 : Tokens.disabledOpacity
+    opacity: enabled || filled ? 1 : Tokens.disabledOpacity
 
     contentItem: Item {
         implicitWidth: row.implicitWidth
@@ -76,9 +78,12 @@ Basic.AbstractButton {
     background: Rectangle {
         id: background
         radius: Tokens.radiusControl
-        color: control.fill()
+        color: control.enabled || !control.filled ? control.fill()
+             : Tokens.faded(control.fill(), Tokens.disabledOpacity)
         border.width: control.kind === Button.Secondary ? 1 : 0
-        border.color: control.theme.secondaryOutline
+        border.color: control.down ? control.theme.secondaryOutlinePressed
+                    : control.hovered ? control.theme.secondaryOutlineHover
+                    : control.theme.secondaryOutline
         antialiasing: true
 
         Behavior on color {

@@ -4,6 +4,7 @@ import QtQuick
 ThemeTokens {
     /// Control bar, strip and bottom panels; the opacity never changes.
     background: Qt.rgba(0x12 / 255, 0x12 / 255, 0x1c / 255, 0.97)
+    surface: "#12121c"
     raised: "#242730"
     input: "#1c1e24"
     line: Qt.rgba(1, 1, 1, 0.09)
@@ -17,7 +18,9 @@ ThemeTokens {
     secondary: Qt.rgba(1, 1, 1, 0.077)
     secondaryHover: Qt.rgba(1, 1, 1, 0.13)
     secondaryPressed: Qt.rgba(1, 1, 1, 0.18)
-    secondaryOutline: Qt.rgba(1, 1, 1, 0.12)
+    secondaryOutline: Qt.rgba(1, 1, 1, 0.187)
+    secondaryOutlineHover: Qt.rgba(1, 1, 1, 0.234)
+    secondaryOutlinePressed: Qt.rgba(1, 1, 1, 0.28)
     accent: "#2f80ed"
     accentText: "#7db2ff"
     accentFill: "#1c6ad0"
@@ -34,8 +37,7 @@ ThemeTokens {
     switchOnOutline: "#5a9cf0"
     track: "#4a5061"
 
-    /// The same hue as `background` without translucency.
-    property color opaqueBackground: "#12121c"
+    property color opaqueBackground: surface
     /// Fill of the card that blocks sending.
     property color blockingCard: "#2d2026"
     property color windowEdge: Qt.rgba(1, 1, 1, 0.13)

@@ -26,7 +26,7 @@ Basic.AbstractButton {
     property bool busy: false
     property bool blocked: false
     property string blockedReason
-    property color badgeSurface: Tokens.frame.opaqueBackground
+    property color badgeSurface: theme.surface
     property int cursor: Qt.ArrowCursor
     property color foreground: control.defaultForeground()
 
@@ -45,17 +45,16 @@ Basic.AbstractButton {
         if (boxed && !enabled || blocked && look === IconButton.Filled)
             return down || hovered && enabled ? theme.pressed : theme.hover
         if (boxed && (busy || blocked))
-            return down || hovered && blocked ? theme.hover : Qt.rgba(1, 1, 1, 0.043)
+            return down || hovered && blocked ? theme.hover : Tokens.faded(theme.secondary, 0.56)
         if (look === IconButton.Filled)
             return down ? theme.accentFillPressed : hovered ? theme.accentFillHover
                                                             : theme.accentFill
         if (look === IconButton.Boxed)
             return down ? theme.secondaryPressed : hovered ? theme.secondaryHover : theme.secondary
         if (active && !down)
-            return Qt.rgba(theme.accent.r, theme.accent.g, theme.accent.b, hovered ? 0.34 : 0.26)
+            return Tokens.faded(theme.accent, hovered ? 0.34 : 0.26)
         return down ? theme.pressed : hovered ? theme.hover
-                                              : Qt.rgba(theme.hover.r, theme.hover.g,
-                                                        theme.hover.b, 0)
+                                              : Tokens.faded(theme.hover, 0)
     }
 
     implicitWidth: boxed ? 36 : 28
@@ -88,7 +87,9 @@ Basic.AbstractButton {
         color: control.fill()
         border.width: control.look === IconButton.Boxed && control.enabled && !control.busy
                       && !control.blocked ? 1 : 0
-        border.color: control.theme.secondaryOutline
+        border.color: control.down ? control.theme.secondaryOutlinePressed
+                    : control.hovered ? control.theme.secondaryOutlineHover
+                    : control.theme.secondaryOutline
         antialiasing: true
 
         Behavior on color {

@@ -10,9 +10,9 @@ Rectangle {
     implicitWidth: label.implicitWidth + 2 * 5
     implicitHeight: 16
     radius: Tokens.radiusKbd
-    color: Qt.rgba(kbd.theme.text.r, kbd.theme.text.g, kbd.theme.text.b, 0.08)
+    color: Tokens.faded(kbd.theme.text, 0.08)
     border.width: 1
-    border.color: Qt.rgba(kbd.theme.text.r, kbd.theme.text.g, kbd.theme.text.b, 0.15)
+    border.color: Tokens.faded(kbd.theme.text, 0.22)
 
     Label {
         id: label

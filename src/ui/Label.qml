@@ -12,6 +12,7 @@ Text {
     font.family: Tokens.family
     font.pixelSize: type.size
     font.weight: type.weight
+    font.letterSpacing: type.spacing
     lineHeight: type.line
     lineHeightMode: Text.FixedHeight
     verticalAlignment: Text.AlignVCenter

@@ -16,6 +16,8 @@ ThemeTokens {
     secondaryHover: "#202020"
     secondaryPressed: "#161616"
     secondaryOutline: outline
+    secondaryOutlineHover: "#333333"
+    secondaryOutlinePressed: outline
     accent: Qt.rgba(0.184314, 0.501961, 0.929412, 1)
     accentText: accent
     accentFill: accent

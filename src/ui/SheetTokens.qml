@@ -20,7 +20,9 @@ ThemeTokens {
     secondary: sheet.tint(dark ? 0.077 : 0.05)
     secondaryHover: sheet.tint(dark ? 0.13 : 0.09)
     secondaryPressed: sheet.tint(dark ? 0.18 : 0.14)
-    secondaryOutline: sheet.tint(dark ? 0.12 : 0.16)
+    secondaryOutline: sheet.tint(dark ? 0.187 : 0.2)
+    secondaryOutlineHover: sheet.tint(dark ? 0.234 : 0.24)
+    secondaryOutlinePressed: sheet.tint(dark ? 0.28 : 0.28)
     accent: dark ? "#2f80ed" : "#1c6ad0"
     accentText: dark ? "#7db2ff" : "#1257ae"
     accentFill: "#1c6ad0"

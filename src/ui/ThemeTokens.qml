@@ -4,6 +4,8 @@ import QtQuick
 /// Tokens.frame, Tokens.sheetDark or Tokens.sheetLight.
 QtObject {
     property color background
+    /// `background` without translucency: what dimmed controls are mixed with.
+    property color surface: background
     property color raised
     property color input
     property color line
@@ -19,6 +21,8 @@ QtObject {
     property color secondaryHover
     property color secondaryPressed
     property color secondaryOutline
+    property color secondaryOutlineHover
+    property color secondaryOutlinePressed
     /// Marks and slider fills; `accentText` for words, carets, spinners and active icons.
     property color accent
     property color accentText

@@ -15,6 +15,8 @@ Basic.AbstractButton {
     /// Name for assistive programs where the visible words are elsewhere.
     property string name: text
 
+    readonly property real share: enabled ? 1 : Tokens.disabledOpacity
+
     function flip() {
         if (!control.enabled)
             return
@@ -27,7 +29,6 @@ Basic.AbstractButton {
     implicitWidth: 28 + (text.length > 0 ? Tokens.space2 + words.implicitWidth : 0)
     hoverEnabled: true
     focusPolicy: Qt.TabFocus
-    opacity: enabled ? 1 : Tokens.disabledOpacity
 
     background: null
     contentItem: Item {
@@ -39,10 +40,12 @@ Basic.AbstractButton {
             height: 16
             radius: 8
             antialiasing: true
-            color: control.checked ? control.theme.switchOn : control.theme.switchOff
+            color: Tokens.faded(control.checked ? control.theme.switchOn
+                                                : control.theme.switchOff, control.share)
             border.width: 1
-            border.color: control.checked ? control.theme.switchOnOutline
-                                          : control.theme.switchOffOutline
+            border.color: Tokens.faded(control.checked ? control.theme.switchOnOutline
+                                                       : control.theme.switchOffOutline,
+                                       control.share)
             Behavior on color { ColorAnimation { duration: Tokens.hoverTime } }
 
             Rectangle {
@@ -52,7 +55,7 @@ Basic.AbstractButton {
                 height: 12
                 radius: 6
                 antialiasing: true
-                color: control.theme.knob
+                color: Tokens.blend(control.theme.surface, control.theme.knob, control.share)
                 Behavior on x {
                     enabled: !Tokens.reducedMotion
                     NumberAnimation { duration: Tokens.hoverTime }
@@ -73,6 +76,7 @@ Basic.AbstractButton {
             visible: control.text.length > 0
             text: control.text
             type: control.type
+            opacity: control.share
             theme: control.theme
             elide: Text.ElideRight
             Accessible.ignored: true

@@ -10,6 +10,14 @@ QtObject {
     readonly property SheetTokens sheetLight: SheetTokens { dark: false }
     readonly property LoginTokens login: LoginTokens {}
 
+    /// @p color over @p base with the given share, opaque.
+    function blend(base, color, share) {
+        return Qt.rgba(base.r + (color.r - base.r) * share, base.g + (color.g - base.g) * share,
+                       base.b + (color.b - base.b) * share, 1)
+    }
+    function faded(color, share) {
+        return Qt.rgba(color.r, color.g, color.b, color.a * share)
+    }
     function sheet(dark) {
         return dark ? tokens.sheetDark : tokens.sheetLight
     }
@@ -23,7 +31,12 @@ QtObject {
     readonly property TypeTokens body: TypeTokens { size: 13; line: 20 }
     readonly property TypeTokens section: TypeTokens { size: 13; line: 20; weight: Font.DemiBold }
     readonly property TypeTokens title: TypeTokens { size: 15; line: 20; weight: Font.DemiBold }
-    readonly property TypeTokens heading: TypeTokens { size: 26; line: 32; weight: Font.DemiBold }
+    readonly property TypeTokens heading: TypeTokens {
+        size: 26
+        line: 32
+        weight: Font.DemiBold
+        spacing: -0.26
+    }
 
     readonly property int space1: 4
     readonly property int space2: 8

@@ -2,6 +2,7 @@
 
 #include "BundledFonts.h"
 #include "app/Log.h"
+#include "ui/TextAccessibility.h"
 
 #include <QFont>
 #include <QGuiApplication>
@@ -22,6 +23,7 @@ void initializeUi()
     font.setHintingPreference(QFont::PreferNoHinting);
     QGuiApplication::setFont(font);
     QQuickWindow::setTextRenderType(QQuickWindow::NativeTextRendering);
+    installTextAccessibility();
 }
 
 void prepareQmlEngine(QQmlEngine &engine)

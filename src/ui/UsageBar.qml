@@ -27,7 +27,7 @@ Item {
         anchors.margins: -3
         visible: bar.exceeded
         radius: height / 2
-        color: Qt.rgba(bar.dangerColor.r, bar.dangerColor.g, bar.dangerColor.b, 0.35)
+        color: Tokens.faded(bar.dangerColor, 0.35)
         antialiasing: true
 
         SequentialAnimation on opacity {

@@ -1,0 +1,88 @@
+import QtQuick
+import QtQuick.Controls.Basic as Basic
+import Quellora.Ui
+
+/// A filled bar whose fill switches to the pressed colour while pressed.
+Basic.AbstractButton {
+    id: control
+
+    property color fillColor: Tokens.login.accentFill
+    property color hoverFillColor: Tokens.login.accentFillHover
+    property color pressedFillColor: Tokens.login.accentFillPressed
+    property color textColor: Tokens.login.textOnAccent
+    property color borderColor: "transparent"
+    property int weight: Font.Medium
+    property bool showsGoogleMark: false
+    /// Shows a spinner, and presses do nothing.
+    property bool waiting: false
+
+    readonly property real share: enabled ? 1 : Tokens.disabledOpacity
+
+    function press() {
+        if (control.enabled && !control.waiting)
+            control.click()
+    }
+
+    hoverEnabled: true
+    focusPolicy: Qt.TabFocus
+
+    contentItem: Item {
+        Row {
+            anchors.centerIn: parent
+            spacing: 10
+
+            GoogleLogoMark {
+                anchors.verticalCenter: parent.verticalCenter
+                visible: control.showsGoogleMark && !control.waiting
+                opacity: control.share
+            }
+            Spinner {
+                anchors.verticalCenter: parent.verticalCenter
+                visible: control.waiting
+                size: 16
+                theme: Tokens.login
+                name: "Waiting for your browser"
+            }
+            Label {
+                anchors.verticalCenter: parent.verticalCenter
+                text: control.text
+                type: TypeTokens { size: 14; line: 20; weight: control.weight }
+                // Words fade into what is behind the bar, not into its own fill.
+                color: Tokens.blend(Tokens.login.surface, control.textColor,
+                                    control.waiting ? 0.75 : control.share)
+                Accessible.ignored: true
+            }
+        }
+    }
+
+    background: Rectangle {
+        radius: 8
+        antialiasing: true
+        color: Tokens.faded(control.waiting ? control.fillColor
+                            : control.down ? control.pressedFillColor
+                            : control.hovered ? control.hoverFillColor : control.fillColor,
+                            control.share)
+        border.width: control.borderColor.a > 0 ? 1 : 0
+        border.color: Tokens.faded(control.borderColor, control.share)
+
+        Behavior on color {
+            enabled: !control.down
+            ColorAnimation { duration: Tokens.hoverTime }
+        }
+
+        FocusRing {
+            shown: control.visualFocus
+            theme: Tokens.login
+            controlRadius: 8
+        }
+    }
+
+    HoverHandler { cursorShape: control.waiting ? Qt.ArrowCursor : Qt.PointingHandCursor }
+
+    Keys.onReturnPressed: control.press()
+    Keys.onEnterPressed: control.press()
+
+    Accessible.role: Accessible.Button
+    Accessible.name: control.text
+    Accessible.onPressAction: control.press()
+}

@@ -1,0 +1,59 @@
+import QtQuick
+import QtQuick.Controls.Basic as Basic
+import Quellora.Ui
+
+/// A plain link, 28 high, optionally after words that belong to it.
+Basic.AbstractButton {
+    id: control
+
+    property ThemeTokens theme: Tokens.login
+    property string lead
+    property string name: text
+    property color textColor: theme.dimText
+    property int weight: Font.Normal
+
+    height: 28
+    implicitHeight: 28
+    implicitWidth: row.implicitWidth + 4
+    hoverEnabled: true
+    focusPolicy: Qt.TabFocus
+
+    contentItem: Item {
+        Row {
+            id: row
+            anchors.centerIn: parent
+            spacing: 4
+
+            Label {
+                visible: control.lead.length > 0
+                text: control.lead
+                color: control.theme.dimText
+                Accessible.ignored: true
+            }
+            Label {
+                text: control.text
+                color: control.hovered || control.down ? control.theme.text : control.textColor
+                font.weight: control.weight
+                font.underline: control.hovered && control.lead.length > 0
+                Accessible.ignored: true
+            }
+        }
+    }
+
+    background: Item {
+        FocusRing {
+            shown: control.visualFocus
+            theme: control.theme
+            controlRadius: 4
+        }
+    }
+
+    HoverHandler { cursorShape: Qt.PointingHandCursor }
+
+    Keys.onReturnPressed: control.click()
+    Keys.onEnterPressed: control.click()
+
+    Accessible.role: Accessible.Link
+    Accessible.name: control.name
+    Accessible.onPressAction: control.click()
+}

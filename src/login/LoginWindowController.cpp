@@ -1,0 +1,215 @@
+#include "login/LoginWindowController.h"
+
+#include "app/Log.h"
+#include "platform/Platform.h"
+
+#include <QFutureWatcher>
+#include <QGuiApplication>
+#include <QPointer>
+#include <QQmlEngine>
+#include <QQuickItem>
+#include <QScreen>
+
+#include <utility>
+
+void qml_register_types_Quellora_Login();
+
+namespace quellora {
+
+namespace {
+
+const QString googleFailed = QStringLiteral("Google sign-in failed. Please try again.");
+
+void log(const QString &message)
+{
+    Log::event(QStringLiteral("[LoginWindowController] ") + message);
+}
+
+} // namespace
+
+LoginWindowController::LoginWindowController(Collaborators collaborators, QObject *parent)
+    : QObject(parent)
+    , m_with(std::move(collaborators))
+    , m_viewModel(m_with.auth, m_with.oauthListener != nullptr)
+{
+    connect(&m_viewModel, &LoginViewModel::signedIn, this,
+            &LoginWindowController::handleLoginSuccess);
+    connect(&m_viewModel, &LoginViewModel::googleSignInRequested, this,
+            &LoginWindowController::startGoogleSignIn);
+    connect(&m_viewModel, &LoginViewModel::forgotPasswordRequested, this,
+            [this] { open(m_with.endpoints.forgotPassword()); });
+    connect(&m_viewModel, &LoginViewModel::signupRequested, this,
+            [this] { open(m_with.endpoints.signup()); });
+    createWindow();
+    log(QStringLiteral("Login window created"));
+}
+
+LoginWindowController::~LoginWindowController()
+{
+    if (m_with.oauthListener)
+        m_with.oauthListener->cancel();
+}
+
+void LoginWindowController::createWindow()
+{
+    // A static library drops what nobody names; naming the registration keeps the module.
+    static volatile auto keepModule = &qml_register_types_Quellora_Login;
+    Q_UNUSED(keepModule)
+
+    m_window = std::make_unique<QQuickView>(&m_with.engine, nullptr);
+    m_window->setTitle(QStringLiteral("Quellora"));
+    m_window->setFlags(Qt::Window | Qt::CustomizeWindowHint | Qt::WindowTitleHint |
+                       Qt::WindowSystemMenuHint | Qt::WindowMinimizeButtonHint |
+                       Qt::WindowCloseButtonHint);
+    m_window->setColor(QColor::fromRgbF(0.07451f, 0.07451f, 0.07451f));
+    m_window->setResizeMode(QQuickView::SizeRootObjectToView);
+    m_window->setMinimumSize(contentSize);
+    m_window->setMaximumSize(contentSize);
+    m_window->resize(contentSize);
+    // The window waits unseen for its controller's end after sign-in: nothing to keep for it.
+    m_window->setPersistentGraphics(false);
+    m_window->setPersistentSceneGraph(false);
+    m_window->setInitialProperties(
+        {{QStringLiteral("viewModel"), QVariant::fromValue(&m_viewModel)}});
+    m_window->setSource(QUrl(QStringLiteral("qrc:/qt/qml/Quellora/Login/LoginView.qml")));
+    if (m_window->status() != QQuickView::Ready)
+        qFatal("The sign-in form could not be loaded");
+    m_window->installEventFilter(this);
+}
+
+void LoginWindowController::showWindow()
+{
+    if (const QScreen *screen = m_window->screen()) {
+        QRect area(QPoint(0, 0), contentSize);
+        area.moveCenter(screen->availableGeometry().center());
+        m_window->setPosition(area.topLeft());
+    }
+    m_window->show();
+    const Capability activated = m_with.shell.activate(*m_window);
+    log(QStringLiteral("Activated app and made login window key"));
+    if (activated.state() == Capability::State::Unsupported)
+        log(QStringLiteral("WARNING: ") + activated.reason());
+}
+
+void LoginWindowController::open(const QUrl &url)
+{
+    const Capability opened = m_with.workspace.openUrl(url);
+    if (opened.state() == Capability::State::Unsupported)
+        log(QStringLiteral("WARNING: The browser could not be opened: ") + opened.reason());
+}
+
+void LoginWindowController::startGoogleSignIn()
+{
+    if (!m_with.oauthListener)
+        return;
+    m_viewModel.setErrorMessage({});
+    m_viewModel.setGoogleLoading(true);
+    // The answers may come on any thread; they are acted on here, if they still matter then.
+    const quint64 attempt = ++m_attempt;
+    const auto onMainThread = [self = QPointer(this), attempt](auto action) {
+        QMetaObject::invokeMethod(
+            qApp,
+            [self, attempt, action = std::move(action)] {
+                if (self && self->m_attempt == attempt && !self->m_didAuthenticate)
+                    action(*self);
+            },
+            Qt::QueuedConnection);
+    };
+    m_with.oauthListener->start(
+        [onMainThread] {
+            onMainThread([](LoginWindowController &controller) { controller.openSignInPage(); });
+        },
+        [onMainThread](std::optional<QString> token) {
+            onMainThread([token = std::move(token)](LoginWindowController &controller) {
+                controller.handleOAuthCallback(token);
+            });
+        });
+}
+
+void LoginWindowController::openSignInPage()
+{
+    log(QStringLiteral("OAuth callback listener ready, opening browser for Google sign-in"));
+    const Capability opened = m_with.workspace.openUrl(m_with.endpoints.googleLogin());
+    if (opened.state() != Capability::State::Unsupported)
+        return;
+    // Nobody would ever answer: waiting on would leave the user stuck.
+    log(QStringLiteral("WARNING: The browser could not be opened: ") + opened.reason());
+    ++m_attempt;
+    m_with.oauthListener->cancel();
+    failGoogleSignIn(googleFailed);
+}
+
+void LoginWindowController::handleOAuthCallback(const std::optional<QString> &token)
+{
+    if (!token) {
+        log(QStringLiteral("OAuth callback received without a usable token"));
+        failGoogleSignIn(googleFailed);
+        return;
+    }
+    auto *watcher = new QFutureWatcher<LoginResult>(this);
+    connect(watcher, &QFutureWatcherBase::finished, this, [this, watcher] {
+        watcher->deleteLater();
+        finishVerification(watcher->future());
+    });
+    watcher->setFuture(m_with.auth.verify(*token));
+}
+
+void LoginWindowController::finishVerification(const QFuture<LoginResult> &future)
+{
+    if (m_didAuthenticate)
+        return;
+    if (future.isCanceled() || future.resultCount() == 0) {
+        log(QStringLiteral("OAuth token verification failed: no answer"));
+        failGoogleSignIn(googleFailed);
+        return;
+    }
+    const LoginResult result = future.result();
+    if (!result) {
+        const QString description = result.error().description();
+        log(QStringLiteral("OAuth token verification failed: ") + description);
+        failGoogleSignIn(description);
+        return;
+    }
+    m_viewModel.setGoogleLoading(false);
+    handleLoginSuccess();
+}
+
+void LoginWindowController::failGoogleSignIn(const QString &message)
+{
+    m_viewModel.setGoogleLoading(false);
+    m_viewModel.setErrorMessage(message);
+}
+
+void LoginWindowController::handleLoginSuccess()
+{
+    // Both ways may be under way at once; the first one wins.
+    if (m_didAuthenticate)
+        return;
+    log(QStringLiteral("Login successful, closing login window"));
+    m_didAuthenticate = true;
+    if (m_with.oauthListener)
+        m_with.oauthListener->cancel();
+    QMetaObject::invokeMethod(m_window->rootObject(), "forgetTexts");
+    m_window->close();
+    if (onLoginSuccess)
+        onLoginSuccess();
+}
+
+bool LoginWindowController::eventFilter(QObject *watched, QEvent *event)
+{
+    // Only the user's own closing comes from the window system; quitting closes windows as well.
+    if (watched == m_window.get() && event->type() == QEvent::Close && event->spontaneous())
+        windowWillClose();
+    return QObject::eventFilter(watched, event);
+}
+
+void LoginWindowController::windowWillClose()
+{
+    if (m_didAuthenticate || m_quitting)
+        return;
+    m_quitting = true;
+    log(QStringLiteral("Login window closed before sign-in — quitting"));
+    m_with.quit();
+}
+
+} // namespace quellora

@@ -1,0 +1,59 @@
+import QtQuick
+import QtQuick.Controls.Basic as Basic
+import Quellora.Ui
+
+/// A one-line text field: 32 high, 40 in the sign-in window (set `implicitHeight`). Any focus shows
+/// as a 2-px inner border.
+Basic.TextField {
+    id: control
+
+    property ThemeTokens theme: Tokens.frame
+    property TypeTokens type: Tokens.body
+    /// What it is called, for assistive programs.
+    property string name
+    property string hint
+    property bool failed: false
+    property real radius: Tokens.radiusControl
+    readonly property bool secret: echoMode !== TextInput.Normal
+    readonly property bool focusShown: activeFocus && !readOnly
+
+    implicitHeight: 32
+    implicitWidth: 160
+    padding: 0
+    leftPadding: 10
+    rightPadding: 10
+    verticalAlignment: TextInput.AlignVCenter
+    hoverEnabled: true
+    selectByMouse: true
+    opacity: enabled ? 1 : Tokens.disabledOpacity
+    font.family: Tokens.family
+    font.pixelSize: type.size
+    font.weight: type.weight
+    font.letterSpacing: secret ? type.size * 0.145 : 0
+    passwordCharacter: "\u2022"
+    color: theme.text
+    placeholderTextColor: theme.placeholder
+    selectionColor: theme.selection
+    selectedTextColor: theme.text
+
+    cursorDelegate: Caret {
+        field: control
+        color: control.theme.accentText
+    }
+
+    background: Rectangle {
+        radius: control.radius
+        color: control.theme.input
+        antialiasing: true
+        border.width: control.focusShown || control.failed ? 2 : 1
+        border.color: control.failed ? control.theme.dangerText
+                    : control.focusShown ? control.theme.fieldFocus
+                    : control.hovered && !control.readOnly ? Qt.lighter(control.theme.outline, 1.25)
+                    : control.theme.outline
+    }
+
+    Accessible.role: Accessible.EditableText
+    Accessible.name: control.name
+    Accessible.description: control.hint
+    Accessible.passwordEdit: control.secret
+}
