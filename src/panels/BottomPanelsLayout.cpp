@@ -14,7 +14,7 @@ constexpr int maximumLines = 5;
 /// Share of the available height that a service card may take.
 constexpr double cardShare = 0.4;
 /// Two lines of 18 and the space below them.
-constexpr double compactCardBodyHeight = 2 * 18 + 8;
+constexpr double compactCardBodyHeight = 2 * 18 + 10;
 constexpr double modelListPad = 4;
 
 } // namespace

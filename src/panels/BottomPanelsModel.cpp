@@ -56,7 +56,12 @@ void BottomPanelsModel::setAdminMessage(const std::optional<AdminMessagePayload>
 {
     if (!replace(m_message, message))
         return;
-    m_body = message ? StyledMarkdown::fromMarkdown(message->bodyMarkdown) : StyledMarkdown();
+    StyledMarkdown::Style compact;
+    compact.lineHeight = 18;
+    compact.paragraphGap = 6;
+    const QString markdown = message ? message->bodyMarkdown : QString();
+    m_body = StyledMarkdown::fromMarkdown(markdown);
+    m_bodyCompact = StyledMarkdown::fromMarkdown(markdown, compact);
     Q_EMIT messageChanged();
 }
 

@@ -53,6 +53,7 @@ class BottomPanelsModel : public QObject
     Q_PROPERTY(bool isMessageBlocking READ isMessageBlocking NOTIFY messageChanged)
     Q_PROPERTY(QString messageHeader READ messageHeader NOTIFY messageChanged)
     Q_PROPERTY(QString messageBody READ messageBody NOTIFY messageChanged)
+    Q_PROPERTY(QString messageBodyCompact READ messageBodyCompact NOTIFY messageChanged)
     Q_PROPERTY(QString messageBodyText READ messageBodyText NOTIFY messageChanged)
     Q_PROPERTY(QString messageActionLabel READ messageActionLabel NOTIFY messageChanged)
     Q_PROPERTY(bool isMessageCollapsed READ isMessageCollapsed NOTIFY messageChanged)
@@ -124,6 +125,8 @@ public:
     QString messageHeader() const;
     /// Rich text without active content.
     QString messageBody() const { return m_body.richText; }
+    /// The same with the closer lines of the compact size.
+    QString messageBodyCompact() const { return m_bodyCompact.richText; }
     QString messageBodyText() const { return m_body.plainText; }
     /// Empty unless the message has an action whose address may be opened.
     QString messageActionLabel() const;
@@ -212,6 +215,7 @@ private:
     double m_reportedHeight = 0;
     std::optional<AdminMessagePayload> m_message;
     StyledMarkdown m_body;
+    StyledMarkdown m_bodyCompact;
     bool m_isInformationalCollapsed = false;
     bool m_isBlocked = false;
     bool m_keepAIHistory = false;

@@ -15,13 +15,14 @@ struct StyledMarkdown
 
     bool operator==(const StyledMarkdown &) const = default;
 
-    /// Colours and line height (logical pixels) of the result.
+    /// Colours and, in logical pixels, line height and the space between paragraphs.
     struct Style
     {
         QString linkColor = QStringLiteral("#7db2ff");
         QString emphasisColor = QStringLiteral("#a2a6b3");
+        QString strongColor = QStringLiteral("#ffffff");
         int lineHeight = 19;
-        int paragraphGap = 7;
+        int paragraphGap = 8;
     };
 
     /// Longest body that is shown; the rest is cut off with an ellipsis.

@@ -18,8 +18,7 @@ namespace quellora {
 /// A whole overlay over fakes: the real panel and views, nothing behind them.
 struct OverlayFixture
 {
-    OverlayFixture()
-        : panels(defaults), panel(platform)
+    OverlayFixture() : panels(defaults), panel(platform)
     {
         prepareQmlEngine(engine);
         defaults.setString(QLatin1String(DefaultsKey::userPrompt), QString());
@@ -32,13 +31,12 @@ struct OverlayFixture
         keys.opacityDown = QStringLiteral("Ctrl+Option+Cmd+[");
         keys.newThread = QStringLiteral("Cmd+N");
         panels.setHotkeys(keys);
-        panels.setAvailableModels(
-            {{QStringLiteral("fast"), QStringLiteral("Fast"),
-              QStringLiteral("Quick answers, fewest credits")},
-             {QStringLiteral("balanced"), QStringLiteral("Balanced"),
-              QStringLiteral("Good for most screens")},
-             {QStringLiteral("deep"), QStringLiteral("Deep"),
-              QStringLiteral("Slower, for hard problems")}});
+        panels.setAvailableModels({{QStringLiteral("fast"), QStringLiteral("Fast"),
+                                    QStringLiteral("Quick answers, fewest credits")},
+                                   {QStringLiteral("balanced"), QStringLiteral("Balanced"),
+                                    QStringLiteral("Good for most screens")},
+                                   {QStringLiteral("deep"), QStringLiteral("Deep"),
+                                    QStringLiteral("Slower, for hard problems")}});
         panels.setSelectedModelId(QStringLiteral("balanced"));
         panel.resize(624, 744);
     }

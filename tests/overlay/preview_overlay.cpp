@@ -97,21 +97,16 @@ int main(int argc, char *argv[])
 
     QCommandLineParser parser;
     parser.addHelpOption();
-    parser.addOptions({{QStringLiteral("state"), QString(), QStringLiteral("words"),
-                        QStringLiteral("idle")},
-                       {QStringLiteral("size"), QString(), QStringLiteral("WxH"),
-                        QStringLiteral("624x744")},
-                       {QStringLiteral("theme"), QString(), QStringLiteral("dark|light"),
-                        QStringLiteral("dark")},
-                       {QStringLiteral("alpha"), QString(), QStringLiteral("0..1"),
-                        QStringLiteral("0.88")},
-                       {QStringLiteral("at"), QString(), QStringLiteral("X,Y"),
-                        QStringLiteral("20,20")},
-                       {QStringLiteral("focus"), QStringLiteral("Focus by keyboard."),
-                        QStringLiteral("object")},
-                       {QStringLiteral("models"), QStringLiteral("Open the model list.")},
-                       {QStringLiteral("out"), QStringLiteral("Save a picture and leave."),
-                        QStringLiteral("file")}});
+    parser.addOptions(
+        {{QStringLiteral("state"), QString(), QStringLiteral("words"), QStringLiteral("idle")},
+         {QStringLiteral("size"), QString(), QStringLiteral("WxH"), QStringLiteral("624x744")},
+         {QStringLiteral("theme"), QString(), QStringLiteral("dark|light"), QStringLiteral("dark")},
+         {QStringLiteral("alpha"), QString(), QStringLiteral("0..1"), QStringLiteral("0.88")},
+         {QStringLiteral("at"), QString(), QStringLiteral("X,Y"), QStringLiteral("20,20")},
+         {QStringLiteral("focus"), QStringLiteral("Focus by keyboard."), QStringLiteral("object")},
+         {QStringLiteral("models"), QStringLiteral("Open the model list.")},
+         {QStringLiteral("out"), QStringLiteral("Save a picture and leave."),
+          QStringLiteral("file")}});
     parser.process(app);
 
     OverlayFixture f;

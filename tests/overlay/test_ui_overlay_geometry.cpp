@@ -17,8 +17,8 @@ private Q_SLOTS:
         QTest::newRow("smallest") << QSizeF(320, 280) << 76.0 << QRectF(0, 72, 292, 132);
         QTest::newRow("panels over everything")
             << QSizeF(320, 280) << 400.0 << QRectF(0, -120, 292, 0);
-        QTest::newRow("narrower than the scrollbar") << QSizeF(20, 300) << 100.0
-                                                     << QRectF(0, 72, 0, 128);
+        QTest::newRow("narrower than the scrollbar")
+            << QSizeF(20, 300) << 100.0 << QRectF(0, 72, 0, 128);
     }
     void responseRect()
     {
@@ -52,8 +52,7 @@ private Q_SLOTS:
         const QRect centred = OverlayGeometry::restoredFrame(std::nullopt, screen);
         QCOMPARE(centred.size(), QSize(624, 744));
         QCOMPARE(centred.center(), screen.center());
-        QCOMPARE(OverlayGeometry::restoredFrame(std::nullopt, std::nullopt),
-                 QRect(0, 0, 624, 744));
+        QCOMPARE(OverlayGeometry::restoredFrame(std::nullopt, std::nullopt), QRect(0, 0, 624, 744));
     }
 
     void resizing_data()
@@ -68,10 +67,10 @@ private Q_SLOTS:
         QTest::newRow("left") << Qt::Edges(Qt::LeftEdge) << QPoint(-30, 50)
                               << QRect(70, 100, 654, 744);
         QTest::newRow("corner") << bottomRight << QPoint(10, -20) << QRect(100, 100, 634, 724);
-        QTest::newRow("least, right edge moves") << bottomRight << QPoint(-900, -900)
-                                                 << QRect(100, 100, 320, 280);
-        QTest::newRow("least, opposite corner stays") << topLeft << QPoint(900, 900)
-                                                      << QRect(404, 564, 320, 280);
+        QTest::newRow("least, right edge moves")
+            << bottomRight << QPoint(-900, -900) << QRect(100, 100, 320, 280);
+        QTest::newRow("least, opposite corner stays")
+            << topLeft << QPoint(900, 900) << QRect(404, 564, 320, 280);
         QTest::newRow("no edge") << Qt::Edges() << QPoint(9, 9) << QRect(100, 100, 624, 744);
     }
     void resizing()

@@ -91,8 +91,8 @@ private Q_SLOTS:
         compact();
         set("hasCard", true);
         set("cardBodyHeight", 500.0);
-        QCOMPARE(m_layout->cardHeight(), 32.0 + 44);
-        QCOMPARE(m_layout->totalHeight(), 76.0 + 76 + 6);
+        QCOMPARE(m_layout->cardHeight(), 32.0 + 46);
+        QCOMPARE(m_layout->totalHeight(), 76.0 + 78 + 6);
         QVERIFY(availableIn(280) - m_layout->totalHeight() >= 48);
     }
 

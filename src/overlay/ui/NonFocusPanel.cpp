@@ -5,6 +5,7 @@
 #include "overlay/ui/ResponseScrollbarModel.h"
 #include "panels/BottomPanelsModel.h"
 #include "panels/HamburgerMenuModel.h"
+#include "panels/PanelsModule.h"
 
 #include <QMouseEvent>
 #include <QPointer>
@@ -13,6 +14,8 @@
 
 #include <algorithm>
 #include <utility>
+
+void qml_register_types_Quellora_Overlay();
 
 namespace quellora {
 
@@ -75,6 +78,9 @@ void NonFocusPanel::setContent(QQmlEngine &engine, const OverlayContent &content
             self->m_overlay->setCompositing(self->m_platform.isCompositing());
     });
 
+    usePanelsModule();
+    static volatile auto keepModule = &qml_register_types_Quellora_Overlay;
+    Q_UNUSED(keepModule)
     QQmlComponent component(&engine,
                             QUrl(QStringLiteral("qrc:/qt/qml/Quellora/Overlay/OverlayPanel.qml")));
     QObject *object = component.createWithInitialProperties(
@@ -92,6 +98,18 @@ void NonFocusPanel::setContent(QQmlEngine &engine, const OverlayContent &content
     m_root->setParentItem(contentItem());
     m_root->setFocus(true);
     fitContent();
+    connect(
+        this, &QQuickWindow::frameSwapped, m_root,
+        [root = m_root] { root->setProperty("isResponseActive", true); },
+        Qt::ConnectionType(Qt::QueuedConnection | Qt::SingleShotConnection));
+}
+
+bool NonFocusPanel::close()
+{
+    m_isClosing = true;
+    const bool isClosed = QQuickWindow::close();
+    m_isClosing = false;
+    return isClosed;
 }
 
 void NonFocusPanel::mouseDown(QPointF location)

@@ -40,7 +40,8 @@ struct OverlayContent
 class NonFocusPanel : public QQuickWindow
 {
     Q_OBJECT
-    QML_ANONYMOUS
+    QML_ELEMENT
+    QML_UNCREATABLE("The overlay's own window")
 public:
     /// Width of the strips along the edges that resize the panel, in points.
     static constexpr int resizeMargin = 6;
@@ -54,6 +55,9 @@ public:
     /// view that does not load is a programming error.
     /// @param engine must have the program's QML modules; outlives the panel
     void setContent(QQmlEngine &engine, const OverlayContent &content);
+    /// Closes the panel on the program's own behalf. Any other way of closing it counts as a press
+    /// of the close button.
+    bool close();
     /// The view built by setContent().
     QQuickItem *overlayItem() const { return m_root; }
 
@@ -93,6 +97,7 @@ private:
     std::optional<QPointF> m_dragStart;
     std::optional<Resize> m_resize;
     QPointF m_pointer;
+    bool m_isClosing = false;
 };
 
 } // namespace quellora

@@ -27,6 +27,7 @@ std::function<qint64()> systemClock()
 OverlayModel::OverlayModel(std::function<qint64()> clock, QObject *parent)
     : QObject(parent), m_clock(clock ? std::move(clock) : systemClock())
 {
+    m_timer.setParent(this);
     m_timer.setSingleShot(true);
     connect(&m_timer, &QTimer::timeout, this, &OverlayModel::tick);
 }

@@ -173,4 +173,30 @@ void ResponseScrollbarModel::scrollToFraction(double fraction)
         Q_EMIT thumbFractionChanged(std::clamp(fraction, 0.0, 1.0));
 }
 
+bool ResponseScrollbarModel::handleKey(int key)
+{
+    switch (key) {
+    case Qt::Key_Up:
+        pressUp();
+        return true;
+    case Qt::Key_Down:
+        pressDown();
+        return true;
+    case Qt::Key_PageUp:
+        scrollByPage(-1);
+        return true;
+    case Qt::Key_PageDown:
+        scrollByPage(1);
+        return true;
+    case Qt::Key_Home:
+        scrollToFraction(0);
+        return true;
+    case Qt::Key_End:
+        scrollToFraction(1);
+        return true;
+    default:
+        return false;
+    }
+}
+
 } // namespace quellora

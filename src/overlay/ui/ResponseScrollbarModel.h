@@ -89,6 +89,8 @@ public:
     Q_INVOKABLE void scrollByPage(int direction);
     /// To the top (0) or the bottom (1).
     Q_INVOKABLE void scrollToFraction(double fraction);
+    /// A key (Qt::Key) pressed while the scrollbar has the focus; true when it means scrolling.
+    Q_INVOKABLE bool handleKey(int key);
 
 Q_SIGNALS:
     void scrollUp();

@@ -1,0 +1,33 @@
+import QtQuick
+import Quellora.Ui
+
+/// A dot in a halo: text is arriving.
+Item {
+    id: dot
+
+    implicitWidth: 16
+    implicitHeight: 16
+    Accessible.ignored: true
+
+    Rectangle {
+        anchors.fill: parent
+        radius: 8
+        antialiasing: true
+        color: Qt.rgba(0x7d / 255, 0xb2 / 255, 0xff / 255, 0.25)
+    }
+    Rectangle {
+        anchors.centerIn: parent
+        width: 8
+        height: 8
+        radius: 4
+        antialiasing: true
+        color: Tokens.frame.accentText
+
+        SequentialAnimation on opacity {
+            running: dot.visible && !Tokens.reducedMotion
+            loops: Animation.Infinite
+            NumberAnimation { to: 0.45; duration: Tokens.pulseTime / 2; easing.type: Easing.InOutSine }
+            NumberAnimation { to: 1; duration: Tokens.pulseTime / 2; easing.type: Easing.InOutSine }
+        }
+    }
+}

@@ -1,0 +1,204 @@
+import QtQuick
+import Quellora.Panels
+import Quellora.Ui
+
+/// Everything inside the overlay's window.
+FocusScope {
+    id: root
+
+    required property OverlayModel overlay
+    required property BottomPanelsModel panels
+    required property HamburgerMenuModel menu
+    required property ResponseScrollbarModel scrollbar
+    required property NonFocusPanel panelWindow
+    property url responseView
+    property QtObject responseHost
+    /// The answer's view waits for the panel's first frame, so that the panel shows sooner.
+    property bool isResponseActive: false
+    readonly property bool compact: overlay.isCompact
+    readonly property real corner: overlay.isCompositing ? Tokens.radiusWindow : 0
+    readonly property color surface: overlay.isCompositing ? Tokens.frame.background
+                                                           : Tokens.frame.opaqueBackground
+
+    onIsResponseActiveChanged: {
+        if (isResponseActive && responseView.toString().length > 0)
+            response.setSource(responseView, {"host": responseHost})
+    }
+
+    function cycleFocus(direction) {
+        const control = strip.firstControl()
+        const stops = [bottom.promptItem]
+        if (control)
+            stops.push(control)
+        if (response.item)
+            stops.push(response)
+        const inStrip = strip.activeFocus && control
+        let at = inStrip ? 1 : response.activeFocus ? stops.indexOf(response) : 0
+        if (!inStrip && !response.activeFocus && !bottom.promptItem.activeFocus)
+            at = direction > 0 ? -1 : 1
+        const next = stops[(at + direction + stops.length) % stops.length]
+        next.forceActiveFocus(Qt.TabFocusReason)
+    }
+
+    // The free areas: whatever no control takes drags the panel.
+    MouseArea {
+        objectName: "dragArea"
+        anchors.fill: parent
+        acceptedButtons: Qt.LeftButton
+        onPressed: mouse => root.panelWindow.mouseDown(Qt.point(mouse.x, mouse.y))
+    }
+
+    // Without a compositor nothing shines through; what is translucent blends with this instead.
+    Rectangle {
+        anchors.fill: parent
+        visible: !root.overlay.isCompositing
+        color: Tokens.frame.opaqueBackground
+    }
+    Rectangle {
+        visible: !root.overlay.isCompositing
+        x: root.overlay.responseRect.x
+        y: root.overlay.responseRect.y
+        width: root.overlay.responseRect.width
+        height: root.overlay.responseRect.height
+        color: Qt.rgba(root.overlay.responseColor.r, root.overlay.responseColor.g,
+                       root.overlay.responseColor.b, 1)
+    }
+
+    Item {
+        width: parent.width
+        height: 72
+        clip: true
+
+        Rectangle {
+            width: parent.width
+            height: parent.height + 2 * Tokens.radiusWindow
+            radius: root.corner
+            color: root.surface
+        }
+    }
+    Item {
+        y: parent.height - height
+        width: parent.width
+        height: bottom.height
+        clip: true
+
+        Rectangle {
+            y: -2 * Tokens.radiusWindow
+            width: parent.width
+            height: parent.height + 2 * Tokens.radiusWindow
+            radius: root.corner
+            color: root.surface
+        }
+        Rectangle {
+            width: parent.width
+            height: 1
+            color: Tokens.frame.line
+        }
+    }
+
+    // First in the order of Tab, whatever is above it.
+    BottomPanelsView {
+        id: bottom
+        objectName: "bottomPanels"
+        panels: root.panels
+        compact: root.compact
+        focus: true
+        y: parent.height - height
+        width: parent.width
+        height: implicitHeight
+    }
+    ControlBar {
+        id: bar
+        objectName: "controlBar"
+        overlay: root.overlay
+        width: parent.width
+        height: 34
+    }
+    StatusStrip {
+        id: strip
+        objectName: "strip"
+        overlay: root.overlay
+        compact: root.compact
+        y: 34
+        width: parent.width
+        height: 38
+    }
+    Item {
+        id: area
+        objectName: "responseArea"
+        x: root.overlay.responseRect.x
+        y: root.overlay.responseRect.y
+        width: root.overlay.responseRect.width
+        height: root.overlay.responseRect.height
+
+        Rectangle {
+            objectName: "responseBackdrop"
+            anchors.fill: parent
+            color: root.overlay.responseColor
+            opacity: root.overlay.currentAlpha
+        }
+        Rectangle {
+            objectName: "responseBackground"
+            anchors.fill: parent
+            color: root.overlay.responseColor
+            opacity: root.overlay.currentAlpha
+        }
+        Rectangle {
+            width: 4
+            height: parent.height
+            color: root.overlay.leftBorderColor
+        }
+        Loader {
+            id: response
+            objectName: "responseLoader"
+            anchors.fill: parent
+            activeFocusOnTab: item !== null
+        }
+    }
+    ResponseScrollbarView {
+        objectName: "responseScrollbar"
+        scrollbar: root.scrollbar
+        x: parent.width - width
+        y: root.overlay.responseRect.y
+        width: 28
+        height: root.overlay.responseRect.height
+    }
+
+    Rectangle {
+        anchors.fill: parent
+        radius: root.corner
+        color: "transparent"
+        border.width: 1
+        border.color: Tokens.frame.windowEdge
+        antialiasing: true
+    }
+
+    HamburgerMenuOverlay {
+        id: menuView
+        objectName: "menuOverlay"
+        anchors.fill: parent
+        menu: root.menu
+        compact: root.compact
+        open: root.overlay.isMenuOpen
+        opener: bar.menuButton
+    }
+    ResizeHandles {
+        anchors.fill: parent
+        panelWindow: root.panelWindow
+    }
+
+    Shortcut {
+        // The Command key has another name in the toolkit on each system.
+        sequence: Qt.platform.os === "osx" ? "Ctrl+." : "Meta+."
+        enabled: root.overlay.canStop
+        onActivated: root.overlay.stop()
+    }
+    Shortcut {
+        sequence: "F6"
+        onActivated: root.cycleFocus(1)
+    }
+    Shortcut {
+        sequence: "Shift+F6"
+        onActivated: root.cycleFocus(-1)
+    }
+}

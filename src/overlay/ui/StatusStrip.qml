@@ -1,0 +1,172 @@
+import QtQuick
+import Quellora.Ui
+
+/// The strip below the control bar: the thread at the left, what is going on at the right.
+FocusScope {
+    id: strip
+
+    required property OverlayModel overlay
+    property bool compact: false
+    readonly property int status: overlay.status
+    readonly property bool hasStatus: status !== OverlayModel.Ready
+                                      && status !== OverlayModel.Answer
+    readonly property bool isTitleShown: !compact || !hasStatus
+    readonly property bool isBusy: status === OverlayModel.Waiting
+                                   || status === OverlayModel.Streaming
+
+    /// The first control that can take the focus, or null.
+    function firstControl() {
+        return usage.visible ? usage : stop.visible ? stop : copy.visible ? copy : null
+    }
+
+    implicitHeight: 38
+
+    Icon {
+        id: saved
+        visible: strip.overlay.isSaved && strip.isTitleShown && strip.overlay.title.length > 0
+        x: 12
+        y: 12
+        size: 14
+        name: "hard-drive"
+        color: Tokens.frame.dimText
+    }
+    Label {
+        objectName: "threadTitle"
+        visible: strip.isTitleShown
+        x: saved.visible ? 34 : 12
+        width: Math.max(0, right.x - 12 - x)
+        height: 37
+        text: strip.overlay.title.length > 0 ? strip.overlay.title : qsTr("Ready")
+        color: strip.overlay.title.length > 0 ? Tokens.frame.text : Tokens.frame.dimText
+        type: Tokens.body
+        font.weight: strip.overlay.title.length > 0 ? Font.Medium : Font.Normal
+        elide: Text.ElideRight
+    }
+
+    Row {
+        id: right
+        readonly property real edge: stop.visible || copy.visible || usage.visible && !strip.hasStatus
+                                     ? 6 : 14
+        x: strip.width - width - edge
+        y: 5
+        height: 28
+        spacing: 8
+
+        UsageBadge {
+            id: usage
+            visible: strip.overlay.isUsageShown
+            overlay: strip.overlay
+            isBarShown: !strip.compact || !strip.hasStatus
+        }
+        Item {
+            objectName: "status"
+            visible: strip.hasStatus
+            width: statusWords.x + statusWords.width + (seconds.visible ? seconds.width + 4 : 0)
+            height: parent.height
+            // Changes of the name are announced without taking the focus.
+            Accessible.role: Accessible.StatusBar
+            Accessible.name: strip.overlay.statusText
+
+            Spinner {
+                visible: strip.status === OverlayModel.Capturing
+                         || strip.status === OverlayModel.Waiting
+                y: 7
+            }
+            LiveDot {
+                visible: strip.status === OverlayModel.Streaming
+                y: 6
+            }
+            Icon {
+                visible: strip.status === OverlayModel.Blocked
+                y: 7
+                size: 14
+                name: "lock"
+                color: Tokens.frame.dangerText
+            }
+            Label {
+                id: statusWords
+                x: strip.status === OverlayModel.Stopped ? 0 : 22
+                height: parent.height
+                text: strip.overlay.statusText
+                type: strip.status === OverlayModel.Streaming ? Tokens.control : Tokens.label
+                color: strip.status === OverlayModel.Blocked ? Tokens.frame.dangerText
+                     : strip.status === OverlayModel.Streaming ? Tokens.frame.text
+                                                               : Tokens.frame.dimText
+                Accessible.ignored: true
+            }
+            Label {
+                id: seconds
+                visible: strip.isBusy && !strip.compact
+                x: statusWords.x + statusWords.width + 4
+                height: parent.height
+                text: strip.overlay.secondsText
+                type: Tokens.label
+                color: Tokens.frame.dimText
+                Accessible.ignored: true
+            }
+        }
+        Button {
+            id: stop
+            objectName: "stop"
+            visible: strip.isBusy
+            width: 10 + 9 + 8 + stopWords.implicitWidth + 10
+            text: qsTr("Stop")
+            tooltip: qsTr("Stop")
+            shortcutText: qsTr("Cmd+.")
+            onClicked: strip.overlay.stop()
+
+            contentItem: Item {
+                Rectangle {
+                    y: (parent.height - height) / 2
+                    width: 9
+                    height: 9
+                    radius: 1.5
+                    color: stop.foreground
+                }
+                Label {
+                    id: stopWords
+                    x: 17
+                    height: parent.height
+                    text: stop.text
+                    type: Tokens.control
+                    Accessible.ignored: true
+                }
+            }
+            leftPadding: 10
+            rightPadding: 10
+            Accessible.description: shortcutText
+        }
+        IconButton {
+            id: copy
+            objectName: "copyAnswer"
+            property bool isDone: false
+
+            visible: strip.status === OverlayModel.Answer
+            iconName: isDone ? "check" : "copy"
+            foreground: isDone ? "#4fcf8c" : defaultForeground()
+            name: isDone ? qsTr("Copied") : qsTr("Copy answer")
+            onClicked: {
+                strip.overlay.copyAnswer()
+                isDone = true
+                feedback.restart()
+            }
+            onVisibleChanged: isDone = false
+
+            // The control keeps its name while its tooltip says what happened.
+            Accessible.name: qsTr("Copy answer")
+            Accessible.description: isDone ? qsTr("Copied") : ""
+
+            Timer {
+                id: feedback
+                interval: Tokens.copiedTime
+                onTriggered: copy.isDone = false
+            }
+        }
+    }
+    Rectangle {
+        y: strip.height - 1
+        width: strip.width
+        height: 1
+        color: Tokens.frame.line
+    }
+}

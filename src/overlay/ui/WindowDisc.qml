@@ -1,0 +1,55 @@
+import QtQuick
+import QtQuick.Controls.Basic as Basic
+import Quellora.Ui
+
+/// One of the round window buttons. Its sign appears while the pointer is over the group.
+Basic.AbstractButton {
+    id: disc
+
+    property string name
+    property string iconName
+    property color fill
+    property bool signShown: false
+
+    implicitWidth: 24
+    implicitHeight: 24
+    hoverEnabled: true
+    focusPolicy: Qt.TabFocus
+
+    background: Item {
+        Rectangle {
+            anchors.centerIn: parent
+            width: 12
+            height: 12
+            radius: 6
+            antialiasing: true
+            color: disc.down ? Qt.darker(disc.fill, 1.25) : disc.fill
+
+            FocusRing {
+                shown: disc.visualFocus
+                controlRadius: 6
+            }
+        }
+    }
+    contentItem: Item {
+        Icon {
+            anchors.centerIn: parent
+            visible: disc.signShown || disc.visualFocus
+            name: disc.iconName
+            size: 8
+            strokeWidth: 3.5
+            color: Qt.rgba(0, 0, 0, 0.62)
+        }
+    }
+    ToolTip {
+        target: disc
+        text: disc.name
+    }
+
+    Keys.onReturnPressed: click()
+    Keys.onEnterPressed: click()
+
+    Accessible.role: Accessible.Button
+    Accessible.name: disc.name
+    Accessible.onPressAction: disc.click()
+}

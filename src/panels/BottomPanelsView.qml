@@ -1,0 +1,158 @@
+import QtQuick
+import Quellora.Ui
+
+/// The strip of controls at the foot of the overlay. Its implicit height is what it needs; it is
+/// reported to the model whenever it changes.
+FocusScope {
+    id: view
+
+    required property BottomPanelsModel panels
+    property bool compact: false
+    property bool isModelListOpen: false
+    readonly property alias layout: layout
+    readonly property Item promptItem: prompt.textItem
+
+    function focusPrompt(reason) {
+        prompt.focusInput(reason)
+    }
+    function openModelList() {
+        view.isModelListOpen = true
+        modelList.list.forceActiveFocus(Qt.PopupFocusReason)
+    }
+    function closeModelList() {
+        const hadFocus = modelList.list.activeFocus
+        view.isModelListOpen = false
+        if (hadFocus)
+            prompt.pickerItem.forceActiveFocus(Qt.TabFocusReason)
+    }
+
+    implicitHeight: layout.totalHeight
+    onImplicitHeightChanged: panels.reportHeight(implicitHeight)
+    Component.onCompleted: panels.reportHeight(implicitHeight)
+
+    BottomPanelsLayout {
+        id: layout
+        compact: view.compact
+        availableHeight: view.panels.availableHeight
+        hasCard: view.panels.hasMessage
+        isCardCollapsed: view.panels.isMessageCollapsed
+        cardBodyHeight: card.bodyHeight
+        hasFirstLaunchCard: view.panels.isFirstLaunchCardDue
+        firstLaunchCardHeight: firstLaunch.implicitHeight
+        hasAttachment: view.panels.hasAttachedScreenshot
+        isModelListOpen: view.isModelListOpen
+        modelCount: view.panels.models.count
+        promptTextHeight: prompt.textHeight
+    }
+
+    Connections {
+        target: view.panels.models
+        function onCountChanged() {
+            if (view.panels.models.count === 0)
+                view.closeModelList()
+        }
+    }
+
+    Item {
+        id: content
+        readonly property real inset: view.compact ? 6 : 12
+
+        width: Math.min(view.width - 2 * inset, 960)
+        height: parent.height
+        anchors.horizontalCenter: parent.horizontalCenter
+
+        Flickable {
+            id: upper
+            objectName: "upperPanels"
+            readonly property bool overflows: contentHeight > height + 0.5
+
+            y: layout.pad
+            width: parent.width
+            height: layout.upperHeight
+            contentWidth: width
+            contentHeight: layout.upperContentHeight
+            boundsBehavior: Flickable.StopAtBounds
+            interactive: overflows
+            clip: overflows
+
+            ServiceCard {
+                id: card
+                objectName: "serviceCard"
+                panels: view.panels
+                compact: view.compact
+                headerHeight: layout.cardHeaderHeight
+                visible: layout.hasCard && layout.areCardsShown
+                width: parent.width
+                height: layout.cardHeight
+            }
+            FirstLaunchCard {
+                id: firstLaunch
+                objectName: "firstLaunchCard"
+                panels: view.panels
+                compact: view.compact
+                visible: layout.hasFirstLaunchCard && layout.areCardsShown
+                y: card.visible ? card.height + layout.gap : 0
+                width: parent.width
+                height: implicitHeight
+            }
+            ModelList {
+                id: modelList
+                panels: view.panels
+                compact: view.compact
+                y: firstLaunch.visible ? firstLaunch.y + firstLaunch.height + layout.gap
+                                       : firstLaunch.y
+                width: parent.width
+                height: layout.modelListHeight
+                visible: layout.isModelListOpen
+                opacity: visible ? 1 : 0
+                onClosed: view.closeModelList()
+
+                Behavior on opacity {
+                    NumberAnimation {
+                        duration: Tokens.menuTime
+                        easing.type: Easing.Bezier
+                        easing.bezierCurve: Tokens.standardCurve
+                    }
+                }
+            }
+            AttachmentRow {
+                objectName: "attachmentRow"
+                panels: view.panels
+                compact: view.compact
+                visible: layout.hasAttachment && layout.areCardsShown
+                y: modelList.visible ? modelList.y + modelList.height + layout.gap : modelList.y
+                width: parent.width
+                height: layout.attachmentHeight
+            }
+        }
+        ScrollMark {
+            flickable: upper
+            x: parent.width + 1
+            transform: Translate { y: upper.y }
+        }
+        PromptBox {
+            id: prompt
+            objectName: "promptBox"
+            panels: view.panels
+            compact: view.compact
+            isModelListOpen: view.isModelListOpen
+            y: layout.pad + layout.upperHeight
+            width: parent.width
+            height: layout.promptHeight
+            onModelListToggled: {
+                if (view.isModelListOpen)
+                    view.closeModelList()
+                else
+                    view.openModelList()
+            }
+        }
+        ThreadControls {
+            objectName: "threadControls"
+            visible: !view.compact
+            panels: view.panels
+            y: prompt.y + prompt.height + layout.gap
+            width: parent.width
+            height: layout.controlsHeight
+        }
+    }
+}

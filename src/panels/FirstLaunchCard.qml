@@ -1,0 +1,113 @@
+import QtQuick
+import Quellora.Ui
+
+/// The shortcuts to begin with, until they are acknowledged or the first capture succeeds.
+Card {
+    id: card
+
+    required property BottomPanelsModel panels
+    property bool compact: false
+
+    bar: theme.track
+    border.width: 0
+    implicitHeight: content.y + content.height + 12
+
+    Accessible.role: Accessible.Grouping
+    Accessible.name: title.text
+
+    component ShortcutRow: Item {
+        id: row
+
+        required property string text
+        default property alias keys: caps.data
+        readonly property bool fits: words.implicitWidth + 12 + caps.width <= width
+
+        width: parent ? parent.width : 0
+        height: fits ? 20 : 42
+
+        Label {
+            id: words
+            text: row.text
+            type: Tokens.body
+            width: row.fits ? implicitWidth : row.width
+            elide: Text.ElideRight
+        }
+        Row {
+            id: caps
+            x: row.fits ? row.width - width : 0
+            y: row.fits ? 1 : 22
+            spacing: 4
+        }
+    }
+
+    component KeyCap: Kbd {
+        height: 18
+        visible: text.length > 0
+    }
+
+    Icon {
+        x: 14
+        y: 10
+        name: "keyboard"
+    }
+    Label {
+        id: title
+        x: 38
+        width: card.width - x - 14
+        height: 36
+        text: qsTr("Shortcuts to start with")
+        type: Tokens.section
+        elide: Text.ElideRight
+    }
+    Column {
+        id: content
+        x: card.compact ? 14 : 38
+        y: 35
+        width: card.width - x - 14
+        spacing: 5
+
+        ShortcutRow {
+            text: qsTr("Capture screen and send to Claude")
+            KeyCap { text: card.panels.captureHotkey }
+        }
+        ShortcutRow {
+            text: qsTr("Toggle overlay visibility")
+            KeyCap { text: card.panels.toggleHotkey }
+        }
+        ShortcutRow {
+            text: qsTr("Increase opacity · Decrease opacity")
+            KeyCap { text: card.panels.opacityUpHotkey }
+            KeyCap { text: card.panels.opacityDownHotkey }
+        }
+        Item {
+            width: parent.width
+            height: hint.height + 10
+
+            Icon {
+                y: 7
+                size: 14
+                name: "mouse-pointer-click"
+                color: card.theme.dimText
+            }
+            Label {
+                id: hint
+                x: 22
+                y: 5
+                width: parent.width - x
+                text: qsTr("Clicks on the answer go through to the app underneath. "
+                           + "Scroll with the bar on the right.")
+                type: Tokens.hint
+                color: card.theme.dimText
+                wrapMode: Text.Wrap
+            }
+        }
+        Button {
+            objectName: "gotIt"
+            text: qsTr("Got it")
+            onClicked: {
+                card.panels.finishFirstLaunch()
+                card.panels.focusPrompt()
+            }
+        }
+    }
+}

@@ -1,0 +1,219 @@
+import QtQuick
+import Quellora.Ui
+
+/// The menu behind the menu button. While open it takes every press in the window: one outside the
+/// menu closes it. Escape closes it too, and focus goes back to the button.
+FocusScope {
+    id: host
+
+    required property HamburgerMenuModel menu
+    property bool compact: false
+    property bool open: false
+    /// The button that opens it.
+    property Item opener
+
+    readonly property int tier: menu.tier
+    readonly property bool isUrgent: tier === HamburgerMenuModel.Danger
+                                     || tier === HamburgerMenuModel.Exceeded
+    property bool byKeyboard: false
+
+    function rows() {
+        return [history, settings, account, upgrade].filter(row => row.visible)
+    }
+    function move(step) {
+        const all = host.rows()
+        const at = all.findIndex(row => row.activeFocus)
+        const next = at < 0 ? 0 : (at + step + all.length) % all.length
+        all[next].forceActiveFocus(Qt.TabFocusReason)
+    }
+    function run(action) {
+        host.menu.closeRequested()
+        action()
+    }
+
+    onOpenChanged: {
+        if (open) {
+            byKeyboard = opener !== null && opener.visualFocus
+            rows()[0].forceActiveFocus(byKeyboard ? Qt.TabFocusReason : Qt.OtherFocusReason)
+        } else if (opener && host.activeFocus) {
+            opener.forceActiveFocus(byKeyboard ? Qt.TabFocusReason : Qt.OtherFocusReason)
+        }
+    }
+
+    visible: open || card.opacity > 0
+    enabled: open
+
+    MouseArea {
+        objectName: "menuScrim"
+        anchors.fill: parent
+        acceptedButtons: Qt.AllButtons
+        onPressed: host.menu.closeRequested()
+        onWheel: {}
+    }
+
+    Rectangle {
+        id: card
+        objectName: "hamburgerMenu"
+        x: host.width - width - (host.compact ? 4 : 6)
+        y: 36 + (host.open ? 0 : -Tokens.menuShift)
+        width: host.compact ? 232 : 248
+        height: column.height + 12
+        radius: Tokens.radiusMenu
+        color: "#242730"
+        border.width: 1
+        border.color: "#454a5a"
+        opacity: host.open ? 1 : 0
+        antialiasing: true
+
+        Accessible.role: Accessible.PopupMenu
+        Accessible.name: qsTr("Menu")
+
+        Behavior on opacity { NumberAnimation { duration: Tokens.menuTime } }
+        Behavior on y {
+            NumberAnimation {
+                duration: Tokens.menuTime
+                easing.type: Easing.Bezier
+                easing.bezierCurve: Tokens.standardCurve
+            }
+        }
+
+        Keys.onUpPressed: host.move(-1)
+        Keys.onDownPressed: host.move(1)
+        Keys.onTabPressed: host.move(1)
+        Keys.onBacktabPressed: host.move(-1)
+        Keys.onEscapePressed: {
+            host.byKeyboard = true
+            host.menu.closeRequested()
+        }
+        Keys.onPressed: event => {
+            const all = host.rows()
+            if (event.key === Qt.Key_Home)
+                all[0].forceActiveFocus(Qt.TabFocusReason)
+            else if (event.key === Qt.Key_End)
+                all[all.length - 1].forceActiveFocus(Qt.TabFocusReason)
+            else
+                return
+            event.accepted = true
+        }
+
+        // A press between the rows belongs to the menu.
+        MouseArea { anchors.fill: parent }
+
+        Column {
+            id: column
+            x: 6
+            y: 6
+            width: parent.width - 12
+
+            HamburgerMenuRow {
+                id: history
+                objectName: "menuHistory"
+                visible: host.menu.historyAvailable
+                width: parent.width
+                iconName: "history"
+                text: qsTr("History")
+                onClicked: host.run(host.menu.historyRequested)
+            }
+            HamburgerMenuRow {
+                id: settings
+                objectName: "menuSettings"
+                visible: host.menu.settingsAvailable
+                width: parent.width
+                iconName: "settings"
+                text: qsTr("Settings")
+                onClicked: host.run(host.menu.settingsRequested)
+            }
+            HamburgerMenuRow {
+                id: account
+                objectName: "menuAccount"
+                width: parent.width
+                iconName: "circle-user"
+                trailingIcon: "arrow-up-right"
+                text: qsTr("Account")
+                onClicked: host.run(host.menu.accountRequested)
+            }
+            Item {
+                width: parent.width
+                height: 12
+
+                Rectangle {
+                    x: 4
+                    y: 6
+                    width: parent.width - 8
+                    height: 1
+                    color: "#353946"
+                }
+            }
+            Item {
+                id: usage
+                objectName: "menuUsage"
+                width: parent.width
+                height: 68
+                Accessible.role: Accessible.Grouping
+                Accessible.name: title.text
+                Accessible.description: figures.text
+                                        + (caption.text.length > 0 ? ", " + caption.text : "")
+
+                Label {
+                    id: title
+                    x: 10
+                    y: 6
+                    text: qsTr("Usage")
+                    type: Tokens.control
+                    font.weight: Font.DemiBold
+                    color: "#e8e8ea"
+                    Accessible.ignored: true
+                }
+                Label {
+                    id: figures
+                    objectName: "usageFigures"
+                    x: title.x + title.width + 8
+                    y: 6
+                    width: parent.width - x - 10
+                    horizontalAlignment: Text.AlignRight
+                    text: host.menu.usageText
+                    color: "#e8e8ea"
+                    elide: Text.ElideRight
+                    Accessible.ignored: true
+                }
+                UsageBar {
+                    x: 10
+                    y: 30
+                    width: parent.width - 20
+                    height: 6
+                    fraction: host.menu.fillFraction
+                    exceeded: host.tier === HamburgerMenuModel.Exceeded
+                    visible: host.visible
+                    track: "#454a5a"
+                    normalColor: "#2f80ed"
+                    warnColor: "#e6a660"
+                    dangerColor: "#e53935"
+                }
+                Label {
+                    id: caption
+                    objectName: "usageCaption"
+                    x: 10
+                    y: 42
+                    width: parent.width - 20
+                    text: host.menu.caption
+                    type: Tokens.caption
+                    color: host.isUrgent ? Tokens.frame.dangerText
+                         : host.tier === HamburgerMenuModel.Amber ? Tokens.frame.warnText
+                                                                  : "#a2a6b3"
+                    elide: Text.ElideRight
+                    Accessible.ignored: true
+                }
+            }
+            HamburgerMenuRow {
+                id: upgrade
+                objectName: "menuUpgrade"
+                width: parent.width
+                iconName: "circle-arrow-up"
+                text: qsTr("Upgrade")
+                color: Tokens.frame.accentText
+                filled: host.isUrgent
+                onClicked: host.run(host.menu.upgradeRequested)
+            }
+        }
+    }
+}

@@ -1,0 +1,69 @@
+import QtQuick
+import QtQuick.Controls.Basic as Basic
+import Quellora.Ui
+
+/// One row of the menu: icon, words, and a mark at the right end.
+Basic.AbstractButton {
+    id: row
+
+    property string iconName
+    property string trailingIcon
+    property bool filled: false
+    property color color: "#e8e8ea"
+
+    implicitHeight: 34
+    hoverEnabled: true
+    focusPolicy: Qt.TabFocus
+
+    background: Rectangle {
+        radius: Tokens.radiusControl
+        color: row.filled ? (row.down ? Tokens.frame.accentFillPressed
+                                      : row.hovered ? Tokens.frame.accentFillHover
+                                                    : Tokens.frame.accentFill)
+                          : row.down ? Tokens.frame.pressed
+                                     : row.hovered || row.visualFocus ? Tokens.frame.hover
+                                                                      : "transparent"
+
+        FocusRing {
+            anchors.margins: 0
+            shown: row.visualFocus
+            controlRadius: Tokens.radiusControl - reach
+        }
+    }
+    contentItem: Item {
+        Icon {
+            x: 10
+            y: (parent.height - height) / 2
+            name: row.iconName
+            color: words.color
+        }
+        Label {
+            id: words
+            x: 36
+            width: parent.width - x - (trailing.visible ? 34 : 10)
+            height: parent.height
+            text: row.text
+            type: Tokens.body
+            color: row.filled ? "#ffffff" : row.color
+            font.weight: row.filled ? Font.Medium : Font.Normal
+            elide: Text.ElideRight
+            Accessible.ignored: true
+        }
+        Icon {
+            id: trailing
+            visible: row.trailingIcon.length > 0
+            x: parent.width - 10 - width
+            y: (parent.height - height) / 2
+            size: 14
+            name: row.trailingIcon
+            color: "#8b8e99"
+        }
+    }
+
+    Keys.onReturnPressed: click()
+    Keys.onEnterPressed: click()
+
+    Accessible.role: Accessible.MenuItem
+    Accessible.name: row.text
+    Accessible.onPressAction: row.click()
+}

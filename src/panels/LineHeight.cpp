@@ -1,0 +1,45 @@
+#include "panels/LineHeight.h"
+
+#include <QTextBlock>
+#include <QTextCursor>
+#include <QTextDocument>
+
+namespace quellora {
+
+void LineHeight::setDocument(QQuickTextDocument *document)
+{
+    if (document == m_document)
+        return;
+    if (m_document)
+        disconnect(m_document->textDocument(), nullptr, this, nullptr);
+    m_document = document;
+    if (m_document)
+        connect(m_document->textDocument(), &QTextDocument::contentsChanged, this,
+                &LineHeight::apply);
+    Q_EMIT documentChanged();
+    apply();
+}
+
+void LineHeight::apply()
+{
+    if (!m_document || m_isApplying)
+        return;
+    QTextDocument *text = m_document->textDocument();
+    // Typed and pasted paragraphs take over the format of the one they come after, so only a text
+    // that was replaced as a whole lacks it.
+    if (text->begin().blockFormat().lineHeight() == m_pixels &&
+        text->lastBlock().blockFormat().lineHeight() == m_pixels)
+        return;
+    m_isApplying = true;
+    QTextBlockFormat format;
+    format.setLineHeight(m_pixels, QTextBlockFormat::FixedHeight);
+    QTextCursor cursor(text);
+    // Part of the change that made it necessary: undoing that must not stop here.
+    cursor.joinPreviousEditBlock();
+    cursor.select(QTextCursor::Document);
+    cursor.mergeBlockFormat(format);
+    cursor.endEditBlock();
+    m_isApplying = false;
+}
+
+} // namespace quellora

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <QObject>
+#include <QPointer>
+#include <QQuickTextDocument>
+#include <QtQml/qqmlregistration.h>
+
+namespace quellora {
+
+/// Gives every line of a text field the same height; the field itself only knows its font's.
+class LineHeight : public QObject
+{
+    Q_OBJECT
+    QML_ELEMENT
+    Q_PROPERTY(QQuickTextDocument *document READ document WRITE setDocument NOTIFY documentChanged)
+    /// Logical pixels.
+    Q_PROPERTY(double pixels MEMBER m_pixels NOTIFY pixelsChanged)
+public:
+    using QObject::QObject;
+
+    QQuickTextDocument *document() const { return m_document; }
+    void setDocument(QQuickTextDocument *document);
+
+Q_SIGNALS:
+    void documentChanged();
+    void pixelsChanged();
+
+private:
+    void apply();
+
+    QPointer<QQuickTextDocument> m_document;
+    double m_pixels = 20;
+    bool m_isApplying = false;
+};
+
+} // namespace quellora

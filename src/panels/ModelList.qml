@@ -1,0 +1,126 @@
+import QtQuick
+import Quellora.Ui
+
+/// The models to choose from, inside the panels: what opened outside them would be covered by the
+/// answer's click-through.
+Card {
+    id: card
+
+    required property BottomPanelsModel panels
+    property bool compact: false
+    readonly property alias list: view
+
+    /// The list is done: a model was chosen or the choice given up.
+    signal closed()
+
+    function choose(row) {
+        card.panels.selectModel(card.panels.models.idAt(row))
+        card.closed()
+    }
+
+    border.color: "#3f4351"
+
+    ListView {
+        id: view
+        objectName: "modelList"
+        anchors.fill: parent
+        anchors.margins: 4
+        model: card.panels.models
+        clip: contentHeight > height
+        boundsBehavior: Flickable.StopAtBounds
+        currentIndex: card.panels.models.rowOf(card.panels.selectedModelId)
+        highlightMoveDuration: 0
+        keyNavigationEnabled: true
+        focus: true
+
+        Accessible.role: Accessible.List
+        Accessible.name: qsTr("Model")
+
+        Keys.onReturnPressed: card.choose(currentIndex)
+        Keys.onEnterPressed: card.choose(currentIndex)
+        Keys.onSpacePressed: card.choose(currentIndex)
+        Keys.onEscapePressed: card.closed()
+        Keys.onTabPressed: card.closed()
+        Keys.onBacktabPressed: card.closed()
+        Keys.onPressed: event => {
+            if (event.key === Qt.Key_Home)
+                currentIndex = 0
+            else if (event.key === Qt.Key_End)
+                currentIndex = count - 1
+            else
+                return
+            event.accepted = true
+        }
+
+        delegate: Item {
+            id: row
+
+            required property int index
+            required property string modelId
+            required property string displayName
+            required property string descriptor
+            readonly property bool chosen: modelId === card.panels.selectedModelId
+
+            width: view.width
+            height: 36
+            Accessible.role: Accessible.ListItem
+            Accessible.name: displayName
+            Accessible.description: descriptor
+            Accessible.selectable: true
+            Accessible.selected: chosen
+            Accessible.onPressAction: card.choose(row.index)
+
+            Rectangle {
+                anchors.fill: parent
+                radius: Tokens.radiusControl
+                color: row.chosen ? Tokens.sheetDark.selectedRow
+                                  : area.pressed ? card.theme.pressed
+                                                 : area.containsMouse ? card.theme.hover
+                                                                      : "transparent"
+            }
+            FocusRing {
+                anchors.margins: 0
+                shown: view.activeFocus && row.ListView.isCurrentItem
+                controlRadius: Tokens.radiusControl - reach
+            }
+            Icon {
+                x: 9
+                anchors.verticalCenter: parent.verticalCenter
+                visible: row.chosen
+                name: "check"
+                size: 16
+                color: card.theme.accentText
+            }
+            Label {
+                id: name
+                x: 36
+                width: Math.min(card.compact ? implicitWidth : Math.max(88, implicitWidth), 180)
+                height: parent.height
+                text: row.displayName
+                type: Tokens.body
+                elide: Text.ElideRight
+                Accessible.ignored: true
+            }
+            Label {
+                x: name.x + name.width + 10
+                width: parent.width - x - 10
+                height: parent.height
+                text: row.descriptor
+                type: Tokens.label
+                color: card.theme.dimText
+                elide: Text.ElideRight
+                Accessible.ignored: true
+            }
+            MouseArea {
+                id: area
+                anchors.fill: parent
+                hoverEnabled: true
+                onClicked: card.choose(row.index)
+            }
+        }
+    }
+    ScrollMark {
+        flickable: view
+        x: card.width - 5
+    }
+}

@@ -1,0 +1,71 @@
+import QtQuick
+import QtQuick.Controls.Basic as Basic
+import Quellora.Ui
+
+/// Shows the chosen model and opens the list of models.
+Basic.AbstractButton {
+    id: picker
+
+    required property BottomPanelsModel panels
+    property real maximumLabelWidth: 120
+    property bool isOpen: false
+    readonly property ThemeTokens theme: Tokens.frame
+
+    objectName: "modelPicker"
+    implicitHeight: 28
+    implicitWidth: 6 + label.width + 4 + 14 + 5
+    hoverEnabled: true
+    focusPolicy: Qt.TabFocus
+    enabled: panels.models.count > 0
+    opacity: enabled ? 1 : Tokens.disabledOpacity
+
+    background: Rectangle {
+        radius: Tokens.radiusControl
+        color: picker.down ? picker.theme.pressed
+                           : picker.hovered || picker.isOpen ? picker.theme.hover : "transparent"
+
+        FocusRing {
+            shown: picker.visualFocus
+            controlRadius: Tokens.radiusControl
+        }
+    }
+    contentItem: Item {
+        Label {
+            id: label
+            x: 6
+            width: Math.min(implicitWidth, picker.maximumLabelWidth)
+            height: picker.height
+            text: picker.panels.selectedModelName
+            type: Tokens.control
+            color: picker.theme.icon
+            elide: Text.ElideRight
+            Accessible.ignored: true
+        }
+        Icon {
+            x: label.x + label.width + 4
+            y: Math.round((picker.height - height) / 2)
+            size: 14
+            name: picker.isOpen ? "chevron-up" : "chevron-down"
+            color: picker.theme.icon
+        }
+    }
+    ToolTip {
+        target: picker
+        text: label.truncated ? picker.panels.selectedModelName : ""
+    }
+
+    Keys.onReturnPressed: click()
+    Keys.onEnterPressed: click()
+    Keys.onDownPressed: click()
+    Keys.onUpPressed: click()
+    Keys.onEscapePressed: event => {
+        event.accepted = picker.isOpen
+        if (picker.isOpen)
+            click()
+    }
+
+    Accessible.role: Accessible.ComboBox
+    Accessible.name: qsTr("Model")
+    Accessible.description: picker.panels.selectedModelName
+    Accessible.onPressAction: if (picker.enabled) click()
+}

@@ -1,0 +1,240 @@
+import QtQuick
+import Quellora.Ui
+
+/// The prompt box: the text, and below it the model picker and the actions. In the compact size it
+/// holds the thread controls as well.
+Rectangle {
+    id: box
+
+    required property BottomPanelsModel panels
+    property bool compact: false
+    property bool isModelListOpen: false
+    readonly property alias textItem: input
+    readonly property alias pickerItem: picker
+    readonly property real textHeight: input.contentHeight
+    readonly property ThemeTokens theme: Tokens.frame
+    readonly property int edge: compact ? 4 : 6
+    readonly property int rowY: height - 28 - (compact ? 4 : 6)
+
+    signal modelListToggled()
+
+    function focusInput(reason) {
+        input.forceActiveFocus(reason)
+    }
+
+    radius: Tokens.radiusMenu
+    color: theme.input
+    border.width: input.activeFocus ? 2 : 1
+    border.color: input.activeFocus ? theme.fieldFocus : theme.outline
+    antialiasing: true
+
+    Flickable {
+        id: scroller
+        x: 2
+        y: box.compact ? 7 : 7
+        width: parent.width - 4
+        height: box.rowY - y - (box.compact ? 3 : 5)
+        contentWidth: width
+        contentHeight: input.implicitHeight
+        boundsBehavior: Flickable.StopAtBounds
+        clip: true
+        interactive: contentHeight > height
+
+        function reveal(cursor) {
+            if (cursor.y < contentY)
+                contentY = cursor.y
+            else if (cursor.y + cursor.height > contentY + height)
+                contentY = cursor.y + cursor.height - height
+            contentY = Math.max(0, Math.min(contentY, contentHeight - height))
+        }
+
+        TextEdit {
+            id: input
+            objectName: "promptInput"
+            x: box.compact ? 8 : 10
+            width: scroller.width - 2 * x
+            // The whole free area takes the press that starts typing.
+            height: Math.max(implicitHeight, scroller.height)
+            focus: true
+            activeFocusOnTab: true
+            persistentSelection: true
+            selectByMouse: true
+            wrapMode: TextEdit.Wrap
+            textFormat: TextEdit.PlainText
+            color: box.theme.text
+            selectionColor: box.theme.selection
+            selectedTextColor: box.theme.text
+            font.family: Tokens.family
+            font.pixelSize: 13
+            onTextChanged: if (isLoaded) box.panels.promptText = text
+            onActiveFocusChanged: box.panels.isPromptFocused = activeFocus
+            onCursorRectangleChanged: scroller.reveal(cursorRectangle)
+
+            Accessible.role: Accessible.EditableText
+            Accessible.name: placeholder.text
+            Accessible.multiLine: true
+            Accessible.focusable: true
+
+            cursorDelegate: Rectangle {
+                id: caret
+                visible: input.cursorVisible
+                width: 1.5
+                color: box.theme.accentText
+            }
+            Keys.onReturnPressed: event => box.returnPressed(event)
+            Keys.onEnterPressed: event => box.returnPressed(event)
+            Keys.onTabPressed: nextItemInFocusChain(true).forceActiveFocus(Qt.TabFocusReason)
+            Keys.onBacktabPressed: nextItemInFocusChain(false)
+                                   .forceActiveFocus(Qt.BacktabFocusReason)
+            HoverHandler { cursorShape: Qt.IBeamCursor }
+
+            function load() {
+                if (input.text === box.panels.promptText)
+                    return
+                input.text = box.panels.promptText
+                input.cursorPosition = input.length
+            }
+            // Only what the user types is stored, not the state before the text was loaded.
+            property bool isLoaded: false
+            Component.onCompleted: {
+                load()
+                isLoaded = true
+            }
+            LineHeight {
+                document: input.textDocument
+                pixels: 20
+            }
+            Connections {
+                target: box.panels
+                function onPromptTextChanged() { input.load() }
+                function onPromptFocusRequested() { box.focusInput(Qt.OtherFocusReason) }
+            }
+        }
+        Label {
+            id: placeholder
+            x: input.x
+            width: input.width
+            visible: input.length === 0 && input.preeditText.length === 0
+            text: qsTr("Write a message")
+            type: Tokens.body
+            color: box.theme.placeholder
+            elide: Text.ElideRight
+            Accessible.ignored: true
+        }
+    }
+    ScrollMark {
+        parent: box
+        flickable: scroller
+        x: box.width - 7
+        transform: Translate { y: scroller.y }
+    }
+
+    function returnPressed(event) {
+        if (event.modifiers & Qt.ShiftModifier) {
+            event.accepted = false
+            return
+        }
+        box.panels.send()
+    }
+
+    ModelPicker {
+        id: picker
+        x: box.edge
+        y: box.rowY
+        panels: box.panels
+        maximumLabelWidth: box.compact ? 88 - 26 : 120
+        isOpen: box.isModelListOpen
+        onClicked: box.modelListToggled()
+    }
+    Rectangle {
+        id: divider
+        visible: !box.compact
+        x: picker.x + picker.width + 8
+        y: box.rowY + 6
+        width: 1
+        height: 16
+        color: Qt.rgba(1, 1, 1, 0.13)
+    }
+    IconButton {
+        id: note
+        objectName: "addNote"
+        x: box.compact ? picker.x + picker.width + 2 : divider.x + 9
+        y: box.rowY
+        iconName: "square-pen"
+        name: qsTr("Add note")
+        disabledReason: qsTr("Write the note in the box first")
+        enabled: !box.panels.isPromptEmpty
+        onClicked: box.panels.addNote()
+    }
+    IconButton {
+        id: captureOnly
+        objectName: "captureNoSend"
+        x: captureSend.x - width - (box.compact ? 2 : 4)
+        y: box.rowY
+        iconName: "image-plus"
+        name: qsTr("Capture without sending")
+        shortcutText: box.panels.captureNoSendHotkey
+        disabledReason: qsTr("A capture is under way")
+        enabled: !box.panels.isCapturing
+        onClicked: box.panels.captureNoSend()
+    }
+    IconButton {
+        id: captureSend
+        objectName: "captureAndSend"
+        x: sendButton.x - width - (box.compact ? 6 : 12)
+        y: box.rowY
+        look: IconButton.Boxed
+        iconName: "camera"
+        name: qsTr("Capture and send")
+        shortcutText: box.panels.captureHotkey
+        disabledReason: qsTr("A capture is under way")
+        enabled: !box.panels.isCapturing
+        busy: box.panels.isCapturing
+        blocked: box.panels.isBlocked && !box.panels.isCapturing
+        blockedReason: box.panels.blockedReason
+        onClicked: box.panels.captureAndSend()
+    }
+    IconButton {
+        id: sendButton
+        objectName: "send"
+        x: box.width - width - box.edge
+        y: box.rowY
+        look: IconButton.Filled
+        iconName: "arrow-up"
+        iconSize: 15
+        iconStroke: 2.75
+        name: qsTr("Send")
+        shortcutText: qsTr("Return")
+        disabledReason: qsTr("Send needs text in the box")
+        enabled: box.panels.isBlocked || !box.panels.isPromptEmpty
+        blocked: box.panels.isBlocked
+        blockedReason: box.panels.blockedReason
+        onClicked: box.panels.send()
+    }
+    IconButton {
+        id: save
+        objectName: "compactSaveThread"
+        visible: box.compact
+        x: note.x + note.width + 2
+        y: box.rowY
+        iconName: "hard-drive"
+        name: qsTr("Save thread")
+        foreground: box.panels.keepAIHistoryEnabled ? box.theme.accentText : box.theme.icon
+        onClicked: box.panels.toggleKeepAIHistory()
+
+        Accessible.role: Accessible.CheckBox
+        Accessible.checkable: true
+        Accessible.checked: box.panels.keepAIHistoryEnabled
+        Accessible.onToggleAction: box.panels.toggleKeepAIHistory()
+    }
+    IconButton {
+        objectName: "compactNewThread"
+        visible: box.compact
+        x: save.x + save.width + 2
+        y: box.rowY
+        iconName: "plus"
+        name: qsTr("New thread")
+        shortcutText: box.panels.newThreadHotkey
+        onClicked: box.panels.startNewThread()
+    }
+}

@@ -1,0 +1,19 @@
+import QtQuick
+import Quellora.Ui
+
+/// A thin mark beside a Flickable that shows how far it is scrolled; nothing when all fits.
+Rectangle {
+    id: mark
+
+    required property Flickable flickable
+
+    visible: flickable.contentHeight > flickable.height + 0.5
+    width: 3
+    radius: 1.5
+    color: Tokens.frame.track
+    height: Math.max(12, flickable.height * flickable.visibleArea.heightRatio)
+    y: flickable.contentHeight > flickable.height
+       ? (flickable.height - height) * flickable.contentY
+         / (flickable.contentHeight - flickable.height) : 0
+    Accessible.ignored: true
+}

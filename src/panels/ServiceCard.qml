@@ -1,0 +1,136 @@
+import QtQuick
+import Quellora.Ui
+
+/// The service message: a header with what it is about, a body that scrolls where room is short,
+/// and the action it offers.
+Card {
+    id: card
+
+    required property BottomPanelsModel panels
+    property bool compact: false
+    property real headerHeight: 36
+    readonly property bool blocking: panels.isMessageBlocking
+    readonly property bool collapsed: panels.isMessageCollapsed
+    readonly property color tone: blocking ? theme.dangerText : theme.accentText
+    readonly property bool hasAction: panels.messageActionLabel.length > 0
+    readonly property real actionHeight: hasAction && !compact ? 12 + 28 : 0
+    readonly property real bottomPad: compact ? 10 : 12
+    /// What the body would like to have, with its action and the space below.
+    readonly property real bodyHeight: body.height + actionHeight + bottomPad
+
+    bar: blocking ? theme.dangerBar : theme.accent
+    color: blocking ? Tokens.frame.blockingCard : theme.raised
+    border.width: 0
+
+    Accessible.role: blocking ? Accessible.AlertMessage : Accessible.Grouping
+    Accessible.name: panels.messageHeader
+    Accessible.description: panels.messageBodyText
+
+    Icon {
+        x: card.compact ? 12 : 14
+        y: (card.headerHeight - height) / 2
+        name: card.blocking ? "triangle-alert" : "info"
+        fillOpacity: card.blocking ? 0.22 : 0
+        color: card.tone
+    }
+    Label {
+        objectName: "messageHeader"
+        x: card.compact ? 36 : 38
+        width: (card.compact && card.hasAction ? compactAction.x - 8 : chevron.x - 4) - x
+        height: card.headerHeight
+        text: card.panels.messageHeader
+        type: Tokens.section
+        color: card.tone
+        elide: Text.ElideRight
+    }
+    Button {
+        id: compactAction
+        objectName: "compactMessageAction"
+        visible: card.compact && card.hasAction
+        x: (chevron.visible ? chevron.x - 2 : card.width - 4) - width
+        y: 4
+        implicitHeight: 24
+        leftPadding: 10
+        rightPadding: 10
+        // A long label may not push the header away.
+        width: Math.min(implicitWidth, card.width / 2)
+        clip: implicitWidth > width
+        kind: Button.Primary
+        text: card.panels.messageActionLabel
+        onClicked: card.panels.performMessageAction()
+    }
+    IconButton {
+        id: chevron
+        objectName: "collapseMessage"
+        visible: !card.blocking
+        x: card.blocking ? card.width - 10 : card.width - width - 6
+        y: (card.headerHeight - height) / 2
+        width: card.blocking ? 0 : implicitWidth
+        iconName: card.collapsed ? "chevron-right" : "chevron-down"
+        name: card.collapsed ? qsTr("Expand message") : qsTr("Collapse message")
+        onClicked: card.panels.toggleMessageCollapsed()
+    }
+
+    Flickable {
+        id: scroller
+        objectName: "messageScroller"
+        readonly property bool overflows: contentHeight > height + 0.5
+
+        x: card.compact ? 12 : 38
+        y: card.headerHeight
+        width: card.width - x - (card.compact ? 10 : 14)
+        height: card.height - y - card.actionHeight - card.bottomPad
+        visible: !card.collapsed && height > 0
+        contentWidth: width
+        contentHeight: body.height
+        boundsBehavior: Flickable.StopAtBounds
+        interactive: overflows
+        clip: overflows
+        activeFocusOnTab: overflows
+
+        Keys.onUpPressed: contentY = Math.max(0, contentY - 19)
+        Keys.onDownPressed: contentY = Math.min(contentHeight - height, contentY + 19)
+
+        ScrollMark {
+            parent: scroller
+            flickable: scroller
+            x: scroller.width + 4
+        }
+        Text {
+            id: body
+            objectName: "messageBody"
+            width: scroller.width
+            text: card.compact ? card.panels.messageBodyCompact : card.panels.messageBody
+            textFormat: Text.RichText
+            wrapMode: Text.Wrap
+            color: card.theme.icon
+            linkColor: card.theme.accentText
+            font.family: Tokens.family
+            font.pixelSize: card.compact ? 12 : 13
+            onLinkActivated: link => card.panels.openMessageLink(link)
+
+            Accessible.role: Accessible.StaticText
+            Accessible.name: card.panels.messageBodyText
+
+            HoverHandler {
+                enabled: body.hoveredLink.length > 0
+                cursorShape: Qt.PointingHandCursor
+            }
+        }
+    }
+    FocusRing {
+        parent: scroller
+        shown: scroller.activeFocus
+    }
+    Button {
+        objectName: "messageAction"
+        visible: card.hasAction && !card.compact && !card.collapsed
+        x: 38
+        y: card.height - card.bottomPad - height
+        width: Math.min(implicitWidth, card.width - x - 14)
+        clip: implicitWidth > width
+        kind: Button.Primary
+        text: card.panels.messageActionLabel
+        onClicked: card.panels.performMessageAction()
+    }
+}

@@ -1,0 +1,83 @@
+import QtQuick
+import Quellora.Ui
+
+/// The row below the prompt box: whether the thread is saved, how to send, and a new thread.
+Item {
+    id: row
+
+    required property BottomPanelsModel panels
+
+    implicitHeight: 28
+
+    Toggle {
+        id: save
+        objectName: "saveThread"
+        x: 4
+        width: 28 + 8 + 14 + 8 + words.implicitWidth
+        name: qsTr("Save thread")
+        checked: row.panels.keepAIHistoryEnabled
+        onToggled: {
+            row.panels.toggleKeepAIHistory()
+            // What shows is what is stored, whatever the press did to the switch.
+            checked = Qt.binding(() => row.panels.keepAIHistoryEnabled)
+        }
+
+        Icon {
+            x: 36
+            y: 7
+            size: 14
+            name: "hard-drive"
+        }
+        Label {
+            id: words
+            x: 58
+            height: parent.height
+            text: save.name
+            color: Tokens.frame.icon
+            type: Tokens.control
+            font.weight: Font.Normal
+            Accessible.ignored: true
+        }
+    }
+    Label {
+        objectName: "sendHint"
+        readonly property bool fits: row.width >= 560 - 24
+        visible: fits && row.panels.isPromptFocused
+        anchors.centerIn: parent
+        text: qsTr("Return sends · Shift+Return adds a line")
+        type: Tokens.caption
+        color: Tokens.frame.dimText
+    }
+    Button {
+        id: newThread
+        objectName: "newThread"
+        x: row.width - width
+        leftPadding: 8
+        rightPadding: 8
+        width: 8 + 14 + 6 + newWords.implicitWidth + 8
+        kind: Button.Ghost
+        text: qsTr("New thread")
+        shortcutText: row.panels.newThreadHotkey
+        tooltip: row.panels.newThreadHotkey.length > 0 ? text : ""
+        onClicked: row.panels.startNewThread()
+
+        contentItem: Item {
+            Icon {
+                y: (parent.height - height) / 2
+                size: 14
+                name: "plus"
+                color: newThread.hovered ? newThread.theme.text : newThread.theme.dimText
+            }
+            Label {
+                id: newWords
+                x: 20
+                height: parent.height
+                text: newThread.text
+                type: Tokens.control
+                font.weight: Font.Normal
+                color: newThread.hovered ? newThread.theme.text : newThread.theme.dimText
+                Accessible.ignored: true
+            }
+        }
+    }
+}
