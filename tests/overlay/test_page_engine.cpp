@@ -5,6 +5,7 @@
 #include "overlay/page/StreamingRenderer.h"
 #include "overlay/page/WebEngineSetup.h"
 
+#include <QClipboard>
 #include <QGuiApplication>
 #include <QProcess>
 #include <QTemporaryDir>
@@ -43,6 +44,8 @@ private slots:
     void linkOpensOutside_data();
     void linkOpensOutside();
     void syntheticClicksOpenNothing();
+    void copyButtonCopiesTheBlock();
+    void copyButtonWaitsForTheEndOfTheStream();
     void loadsBeforeTheViewWait();
     void largePageLoads();
     void pageIsLoadedAgainWhenItsProcessEnds();
@@ -381,6 +384,55 @@ void TestPageEngine::syntheticClicksOpenNothing()
     QCOMPARE(m_engine->text(QStringLiteral("document.querySelector('#ct a').innerText")),
              QStringLiteral("a"));
     QVERIFY(m_workspace.urls.isEmpty());
+}
+
+void TestPageEngine::copyButtonCopiesTheBlock()
+{
+    QGuiApplication::clipboard()->setText(QStringLiteral("before"));
+    QVERIFY(finished(m_display->loadContent(QStringLiteral("```cpp\nint a;\n  int b;\n```"))));
+    const QVariantList corner =
+        m_engine
+            ->value(QStringLiteral("(() => { const r = document.querySelector('pre')"
+                                   ".getBoundingClientRect(); return [r.right, r.top]; })()"))
+            .toList();
+    QCOMPARE(corner.size(), 2);
+    const QPoint button(corner[0].toInt() - 20, corner[1].toInt() + 18);
+    // The layer answers for the button once it has been placed.
+    QVERIFY(runUntil([&] {
+        return m_engine
+            ->value(QStringLiteral("document.elementFromPoint(%1, %2).parentElement === "
+                                   "document.documentElement && "
+                                   "document.elementFromPoint(%1, %2) !== document.body")
+                        .arg(button.x())
+                        .arg(button.y()))
+            .toBool();
+    }));
+    QTest::mouseClick(&m_engine->window(), Qt::LeftButton, {}, button);
+    ENGINE_TRY_COMPARE(QGuiApplication::clipboard()->text(), QStringLiteral("int a;\n  int b;\n"));
+    // The layer is no part of the answer.
+    QVERIFY(
+        !m_engine->text(QStringLiteral("document.body.innerText")).contains(QStringLiteral("Cop")));
+}
+
+void TestPageEngine::copyButtonWaitsForTheEndOfTheStream()
+{
+    const QString covered = QStringLiteral(
+        "(() => { const r = document.querySelector('pre').getBoundingClientRect();"
+        "return document.elementFromPoint(r.right - 20, r.top + 18).localName; })()");
+    StreamingRenderer renderer(*m_display);
+    renderer.handleStreamStart(std::nullopt, QStringLiteral("q"), QDateTime::currentDateTime(),
+                               std::nullopt);
+    QVERIFY(finished(m_display->latestPage()));
+    renderer.handleStreamChunk(QStringLiteral("```cpp\nint a;\n```\n"));
+    QVERIFY(runUntil([&] {
+        return m_engine->value(QStringLiteral("!!document.querySelector('pre')")).toBool();
+    }));
+    m_engine->value(QStringLiteral("requestAnimationFrame(() => requestAnimationFrame(() => "
+                                   "{ window.painted = true; }))"));
+    QVERIFY(runUntil([&] { return m_engine->value(QStringLiteral("window.painted")).toBool(); }));
+    QCOMPARE(m_engine->text(covered), QStringLiteral("pre"));
+    renderer.handleStreamEnd();
+    ENGINE_TRY_COMPARE(m_engine->text(covered), QStringLiteral("div"));
 }
 
 void TestPageEngine::loadsBeforeTheViewWait()

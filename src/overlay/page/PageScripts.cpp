@@ -20,6 +20,13 @@ QByteArray source(const char *name)
     return resource(QStringLiteral(":/quellora/page-scripts/%1.js").arg(QLatin1StringView(name)));
 }
 
+/// The bridge with the parts that may post messages of their own.
+QByteArray bridgeScript()
+{
+    QByteArray copyButtons = source("copy-buttons");
+    return source("bridge").replace("%parts%", copyButtons.trimmed());
+}
+
 /// The face script with the faces' bytes in it.
 QByteArray faceScript()
 {
@@ -49,8 +56,7 @@ QVariant script(const QString &name, const QByteArray &code, QWebEngineScript::I
 QVariantList userScripts()
 {
     return {
-        script(QStringLiteral("bridge"), source("bridge"), QWebEngineScript::DocumentCreation,
-               false),
+        script(QStringLiteral("bridge"), bridgeScript(), QWebEngineScript::DocumentCreation, false),
         script(QStringLiteral("no-peer-connections"), source("no-peer-connections"),
                QWebEngineScript::DocumentCreation, true),
         script(QStringLiteral("fonts"), faceScript(), QWebEngineScript::DocumentCreation, false),

@@ -5,7 +5,7 @@
 namespace quellora::pagescripts {
 
 /// The scripts that run in every page beside its own, as QWebEngineScript values: the message
-/// bridge, no peer connections, the bundled faces.
+/// bridge with the Copy buttons, no peer connections, the bundled faces.
 QVariantList userScripts();
 
 } // namespace quellora::pagescripts

@@ -3,6 +3,8 @@
 #include "app/Log.h"
 #include "overlay/page/PageScripts.h"
 
+#include <QClipboard>
+#include <QGuiApplication>
 #include <QQmlComponent>
 #include <QQmlEngine>
 #include <QQuickItem>
@@ -189,6 +191,8 @@ void ResponseView::onPosted(const QString &name, const QVariant &body)
 {
     if (name == QLatin1StringView("link"))
         emit linkActivated(body.toString());
+    else if (name == QLatin1StringView("copy"))
+        QGuiApplication::clipboard()->setText(body.toString());
     else
         emit message(name, body);
 }

@@ -40,4 +40,8 @@
             }
         }
     }, true);
+
+    const parts = [%parts%];
+    for (const part of parts)
+        part(post);
 })();

@@ -1,0 +1,97 @@
+// Part of the bridge script: one Copy button per finished code block, in a layer of its own outside
+// the body, so that the page's rules and scripts do not see it.
+post => {
+    'use strict';
+    const height = 24;
+    const inset = 6;
+    const feedback = 1500;
+    const buttons = new Map();
+    let host, root, scheduled = false;
+
+    const sheet = `
+        :host { all: initial; position: fixed; inset: 0; overflow: hidden; pointer-events: none;
+            z-index: 2147483647; }
+        button { all: unset; position: absolute; box-sizing: border-box; display: inline-flex;
+            align-items: center; gap: 4px; height: ${height}px; padding: 0 8px; border-radius: 6px;
+            font: 500 11px/16px 'SF Pro Text', sans-serif; cursor: pointer; pointer-events: auto;
+            color: #e8e8ea; background: #2b2e38; border: 1px solid #454a5a; }
+        button:focus-visible { outline: 2px solid #7db2ff; outline-offset: 2px; }
+        .light button { color: #1c1e24; background: #fffdf9; border-color: #c4bfb0; }
+        .light button:focus-visible { outline-color: #1c6ad0; }
+        svg { display: none; width: 12px; height: 12px; fill: none; stroke: currentColor;
+            stroke-width: 2; stroke-linecap: round; stroke-linejoin: round; }
+        .copied svg { display: block; }
+    `;
+
+    const create = code => {
+        const button = document.createElement('button');
+        button.type = 'button';
+        button.setAttribute('aria-label', 'Copy code');
+        button.innerHTML = '<svg viewBox="0 0 12 12"><path d="M2 6.5 4.7 9 10 3.5"/></svg><span>Copy</span>';
+        let timer = 0;
+        button.addEventListener('click', event => {
+            if (!event.isTrusted)
+                return;
+            post('copy', code.textContent);
+            button.classList.add('copied');
+            button.lastChild.textContent = 'Copied';
+            clearTimeout(timer);
+            timer = setTimeout(() => {
+                button.classList.remove('copied');
+                button.lastChild.textContent = 'Copy';
+                schedule();
+            }, feedback);
+            place(button, code);
+        });
+        root.lastChild.append(button);
+        return button;
+    };
+
+    const place = (button, code) => {
+        const box = code.parentElement.getBoundingClientRect();
+        button.style.top = `${box.top + inset}px`;
+        button.style.right = `${document.documentElement.clientWidth - box.right + inset}px`;
+    };
+
+    // A block is finished when it has been highlighted, which the page does when the stream ends.
+    const update = () => {
+        scheduled = false;
+        const blocks = document.body ? document.body.querySelectorAll('pre > code.hljs') : [];
+        const seen = new Set(blocks);
+        for (const [code, button] of buttons) {
+            if (!seen.has(code)) {
+                button.remove();
+                buttons.delete(code);
+            }
+        }
+        if (!seen.size)
+            return;
+        root.lastChild.className = document.body.classList.contains('light') ? 'light' : '';
+        for (const code of blocks) {
+            if (!buttons.has(code))
+                buttons.set(code, create(code));
+            place(buttons.get(code), code);
+        }
+    };
+
+    const schedule = () => {
+        if (scheduled)
+            return;
+        scheduled = true;
+        requestAnimationFrame(update);
+    };
+
+    window.addEventListener('DOMContentLoaded', () => {
+        host = document.createElement('div');
+        root = host.attachShadow({ mode: 'closed' });
+        const style = document.createElement('style');
+        style.textContent = sheet;
+        root.append(style, document.createElement('div'));
+        document.documentElement.append(host);
+        new MutationObserver(schedule).observe(document.body,
+            { subtree: true, childList: true, attributes: true, attributeFilter: ['class'] });
+        window.addEventListener('scroll', schedule, { passive: true, capture: true });
+        window.addEventListener('resize', schedule, { passive: true });
+        schedule();
+    });
+}

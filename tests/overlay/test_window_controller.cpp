@@ -1,0 +1,358 @@
+#include "FakePageSurface.h"
+#include "app/NotificationCenter.h"
+#include "app/UserDefaults.h"
+#include "backend/SessionManager.h"
+#include "fakes/FakePlatform.h"
+#include "fakes/LogCapture.h"
+#include "overlay/OverlayWindowController.h"
+#include "query/ProxyQueryService.h"
+#include "ui/Ui.h"
+
+#include <QClipboard>
+#include <QGuiApplication>
+#include <QNetworkAccessManager>
+#include <QPromise>
+#include <QQmlEngine>
+#include <QScreen>
+#include <QTest>
+
+using namespace quellora;
+
+namespace {
+
+const QString prefix = QStringLiteral("[OverlayWindowController] ");
+
+struct Fixture
+{
+    explicit Fixture(const VantiroConfig &given = {}) : config(given)
+    {
+        prepareQmlEngine(engine);
+        make();
+    }
+
+    void make()
+    {
+        auto pages = std::make_unique<FakePageSurface>();
+        surface = pages.get();
+        overlay = std::make_unique<OverlayWindowController>(
+            config, OverlayWindowController::Collaborators{
+                        platform, defaults, notifications, session, service, engine,
+                        std::move(pages), QUrl(), nullptr, BackendEndpoints("http://host"),
+                        [this] { return capture.future(); }, [this] { ++quits; }});
+    }
+
+    VantiroConfig config;
+    LogCapture log;
+    FakePlatform platform;
+    JsonUserDefaults defaults;
+    NotificationCenter notifications;
+    QNetworkAccessManager network;
+    AuthService auth{network, BackendEndpoints("http://host"), [] { return DeviceFields(); }};
+    SessionManager session{auth, notifications};
+    ProxyQueryService service{network, BackendEndpoints("http://host")};
+    QPromise<ScreenshotCapture::Outcome> capture;
+    QQmlEngine engine;
+    FakePageSurface *surface = nullptr;
+    int quits = 0;
+    std::unique_ptr<OverlayWindowController> overlay;
+};
+
+AppConfigResponse account(const QString &model = "m1")
+{
+    AppConfigResponse config;
+    config.model = model;
+    config.availableModels = {{"m1", "One", "d"}, {"m2", "Two", "d"}};
+    config.tokenCap = 1000;
+    return config;
+}
+
+} // namespace
+
+class TestWindowController : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void constructionFollowsItsOrder()
+    {
+        VantiroConfig config;
+        config.overlay = {10, 20, 500, 400, 0.5};
+        Fixture f(config);
+        QCOMPARE(f.log.lines.at(0), prefix + "init");
+        QCOMPARE(f.log.lines.at(1), prefix + "NonFocusPanel created (500.0x400.0)");
+        QVERIFY(f.log.lines.at(2).startsWith(prefix + "Positioned at ("));
+        QCOMPARE(f.log.lines.at(3),
+                 prefix + "Building content view (bounds: (0.0, 0.0, 500.0, 400.0))");
+        QVERIFY(f.log.contains(
+            prefix + "Content view built and attached (WebView + control bar + bottom panels)"));
+        QCOMPARE(f.log.lines.last(), prefix + "init complete");
+
+        const NonFocusPanel &panel = f.overlay->panel();
+        QCOMPARE(panel.size(), QSize(500, 400));
+        QCOMPARE(panel.minimumSize(), QSize(320, 280));
+        const QRect area = QGuiApplication::primaryScreen()->availableGeometry();
+        QCOMPARE(panel.geometry().left(), area.left() + 10);
+        QCOMPARE(panel.geometry().bottom(), area.bottom() - 20);
+        QCOMPARE(f.overlay->overlayModel().currentAlpha(), 0.5);
+        QVERIFY(!panel.isVisible());
+        QVERIFY(!f.overlay->isVisible());
+        QCOMPARE(f.platform.panel.calls.first(), "excludeFromCapture");
+        QVERIFY(f.platform.panel.calls.contains("applyPanelTraits"));
+        QVERIFY(!f.platform.panel.shownBeforeExclusion);
+    }
+
+    void lackingExclusionIsSaidOnce()
+    {
+        Fixture f;
+        f.platform.panel.exclusionAnswer = Capability::unsupported("cannot be prevented here");
+        f.log.clear();
+        f.make();
+        f.overlay->show();
+        QCOMPARE(f.log.lines.filter("cannot be prevented here"),
+                 QStringList{prefix + "WARNING: cannot be prevented here"});
+    }
+
+    void showAndToggle()
+    {
+        Fixture f;
+        f.log.clear();
+        f.overlay->toggleVisibility();
+        QCOMPARE(f.log.lines, (QStringList{prefix + "Toggling visibility (currently hidden)",
+                                           prefix + "Window shown"}));
+        QVERIFY(f.overlay->isVisible() && f.overlay->panel().isVisible());
+        QCOMPARE(f.platform.panel.count("orderFront"), 1);
+        f.log.clear();
+        f.overlay->toggleVisibility();
+        QCOMPARE(f.log.lines, (QStringList{prefix + "Toggling visibility (currently visible)",
+                                           prefix + "Window hidden"}));
+        QVERIFY(!f.overlay->isVisible() && !f.overlay->panel().isVisible());
+    }
+
+    void minimiseHidesUntilToggled()
+    {
+        Fixture f;
+        f.overlay->show();
+        f.overlay->overlayModel().minimize();
+        QVERIFY(!f.overlay->isVisible());
+        f.overlay->overlayModel().minimize();
+        QVERIFY(!f.overlay->isVisible());
+        f.overlay->toggleVisibility();
+        QVERIFY(f.overlay->isVisible());
+    }
+
+    void opacityStepsStayWithinBounds()
+    {
+        VantiroConfig config;
+        config.overlay.defaultOpacity = 0.88;
+        Fixture f(config);
+        f.log.clear();
+        f.overlay->adjustOpacity(0.1);
+        QCOMPARE(f.log.lines, QStringList{prefix + "Opacity adjusted by +0.1 -> 0.98"});
+        f.overlay->adjustOpacity(0.1);
+        QCOMPARE(f.overlay->overlayModel().currentAlpha(), 1.0);
+        f.overlay->sliderChanged(0.05);
+        QCOMPARE(f.log.lines.last(), prefix + "Opacity set via slider: 0.05");
+        f.overlay->adjustOpacity(-0.1);
+        QCOMPARE(f.overlay->overlayModel().currentAlpha(), 0.0);
+        QCOMPARE(f.log.lines.last(), prefix + "Opacity adjusted by -0.1 -> 0.00");
+    }
+
+    void zoomGrowsAndRestores()
+    {
+        Fixture f;
+        const QRect before = f.overlay->panel().geometry();
+        f.log.clear();
+        f.overlay->handleZoomButton();
+        QCOMPARE(f.overlay->panel().geometry(), f.overlay->panel().screen()->availableGeometry());
+        QVERIFY(f.overlay->overlayModel().isZoomedLarge());
+        f.overlay->handleZoomButton();
+        QCOMPARE(f.overlay->panel().geometry(), before);
+        QVERIFY(!f.overlay->overlayModel().isZoomedLarge());
+        QCOMPARE(f.log.lines,
+                 (QStringList{
+                     prefix + QString::fromUtf8("Zoom button — grew to fill the current screen's "
+                                                "visible frame"),
+                     prefix + QString::fromUtf8("Zoom button — restored to prior frame")}));
+    }
+
+    void zoomOfAVisiblePanelIsAnimated()
+    {
+        Fixture f;
+        f.overlay->show();
+        const QRect target = f.overlay->panel().screen()->availableGeometry();
+        f.overlay->handleZoomButton();
+        QTRY_COMPARE(f.overlay->panel().geometry(), target);
+    }
+
+    void closeButtonQuits()
+    {
+        Fixture f;
+        f.overlay->overlayModel().close();
+        QCOMPARE(f.quits, 1);
+        QCOMPARE(f.log.lines.last(), prefix + "Close button clicked, quitting application");
+    }
+
+    void clickThroughFollowsTheMenu()
+    {
+        Fixture f;
+        f.overlay->show();
+        QTRY_VERIFY(f.overlay->overlayModel().bottomPanelsHeight() > 0);
+        const QRect area = f.platform.panel.clickThroughRects.last();
+        QCOMPARE(area.x(), 0);
+        QCOMPARE(area.y(), 72);
+        QCOMPARE(area.width(), 624 - 28);
+        QCOMPARE(area.height(),
+                 qRound(744 - 34 - 38 - f.overlay->overlayModel().bottomPanelsHeight()));
+        f.log.clear();
+        f.overlay->toggleHamburgerMenu();
+        QVERIFY(f.platform.panel.clickThroughRects.last().isEmpty());
+        f.overlay->toggleHamburgerMenu();
+        QCOMPARE(f.platform.panel.clickThroughRects.last(), area);
+        QCOMPARE(f.log.lines,
+                 (QStringList{
+                     prefix + QString::fromUtf8("Hamburger button clicked — menu open=true"),
+                     prefix + QString::fromUtf8("Hamburger button clicked — menu open=false")}));
+    }
+
+    void menuLinksOpenTheirPages()
+    {
+        Fixture f;
+        f.log.clear();
+        Q_EMIT f.overlay->menuModel().accountRequested();
+        Q_EMIT f.overlay->menuModel().upgradeRequested();
+        QCOMPARE(f.log.lines, (QStringList{prefix + "Account link clicked",
+                                           prefix + "Usage row Upgrade link clicked"}));
+        QCOMPARE(f.platform.opened.urls,
+                 (QList<QUrl>{QUrl("http://host/account"), QUrl("http://host/pricing")}));
+    }
+
+    void clearKeepsTheThreadAndNewThreadEndsIt()
+    {
+        Fixture f;
+        f.overlay->threads().addNote("note");
+        const QUuid id = f.overlay->threads().currentSession()->id;
+        f.log.clear();
+        f.overlay->clearContent();
+        QCOMPARE(f.log.lines.first(), prefix + "Content cleared");
+        QCOMPARE(f.overlay->threads().currentSession()->id, id);
+        f.log.clear();
+        f.overlay->startNewThread();
+        QCOMPARE(f.log.lines.first(), prefix + "Content cleared");
+        QCOMPARE(f.log.lines.last(), prefix + "New thread started");
+        QVERIFY(f.overlay->threads().currentSession()->id != id);
+        QVERIFY(f.overlay->threads().currentSession()->notes.isEmpty());
+    }
+
+    void modelSelectionIsResolved()
+    {
+        Fixture f;
+        f.overlay->resolveModelSelection(account());
+        QCOMPARE(f.overlay->orchestrator().selectedModelId(), "m1");
+        QVERIFY(!f.defaults.stringValue("selectedModelId"));
+        Q_EMIT f.overlay->panelsModel().modelSelected("m2");
+        QCOMPARE(f.defaults.stringValue("selectedModelId"), "m2");
+        f.overlay->resolveModelSelection(account());
+        QCOMPARE(f.overlay->orchestrator().selectedModelId(), "m2");
+        AppConfigResponse other = account("x");
+        other.availableModels = {{"m3", "Three", "d"}};
+        f.overlay->resolveModelSelection(other);
+        QVERIFY(!f.overlay->orchestrator().selectedModelId());
+        QCOMPARE(f.defaults.stringValue("selectedModelId"), "m2");
+    }
+
+    void configurationUpdatesAreApplied()
+    {
+        Fixture f;
+        AppConfigResponse config = account();
+        config.tokensUsed = 850;
+        config.adminMessage = AdminMessagePayload{"server", "INFORMATIONAL", "h", "b", {}, {}, {}};
+        Q_EMIT f.notifications.configDidUpdate(config);
+        QCOMPARE(f.overlay->messages().tokensUsed(), 850);
+        QVERIFY(f.overlay->overlayModel().isUsageShown());
+        QCOMPARE(f.overlay->messages().currentAdminMessage()->id, "server");
+        config.adminMessage.reset();
+        Q_EMIT f.notifications.configDidUpdate(config);
+        QVERIFY(!f.overlay->messages().currentAdminMessage());
+        f.overlay->messages().handleProtectedContentCapture();
+        Q_EMIT f.notifications.configDidUpdate(config);
+        QCOMPARE(f.overlay->messages().currentAdminMessage()->id, "local_protected_content");
+    }
+
+    void blockingReachesPanelsAndStrip()
+    {
+        Fixture f;
+        f.overlay->updateUsage(1, 1000);
+        QVERIFY(!f.overlay->panelsModel().isBlocked());
+        f.overlay->messages().handleServerMessage("no");
+        QVERIFY(f.overlay->panelsModel().isBlocked());
+        QCOMPARE(f.overlay->panelsModel().messageHeader(), "Credit Limit Reached");
+        QCOMPARE(f.overlay->overlayModel().status(), OverlayModel::Status::Blocked);
+        f.overlay->panelsModel().performMessageAction();
+        QCOMPARE(f.platform.opened.urls.last(), QUrl("http://host/account/billing"));
+    }
+
+    void themeComesFromThePreference()
+    {
+        Fixture f;
+        f.defaults.setString("com.quellora.app.appearance", "light");
+        f.make();
+        QCOMPARE(f.overlay->overlayModel().appliedTheme(), AppTheme::Light);
+        f.defaults.setString("com.quellora.app.appearance", "Dark");
+        f.platform.systemAppearance.dark = true;
+        f.make();
+        QCOMPARE(f.overlay->overlayModel().appliedTheme(), AppTheme::Dark);
+        f.platform.systemAppearance.setDark(false);
+        QCOMPARE(f.overlay->overlayModel().appliedTheme(), AppTheme::Light);
+    }
+
+    void removedAttachmentIsNotSent()
+    {
+        Fixture f;
+        f.overlay->threads().stageScreenshot("jpeg");
+        QVERIFY(f.overlay->panelsModel().hasAttachedScreenshot());
+        f.overlay->panelsModel().removeAttachment();
+        QVERIFY(!f.overlay->threads().hasAttachedScreenshot());
+        QVERIFY(!f.overlay->panelsModel().hasAttachedScreenshot());
+    }
+
+    void copyTakesTheLastAnswer()
+    {
+        Fixture f;
+        CaptureSession session = CaptureSession::create();
+        session.addTurn("q", "**first**", session.createdAt);
+        session.addTurn("q", "**last**", session.createdAt);
+        f.overlay->threads().setCurrentSession(session);
+        f.overlay->overlayModel().copyAnswer();
+        QCOMPARE(QGuiApplication::clipboard()->text(), "**last**");
+    }
+
+    void captureDisablesTheButtonsWhileItRuns()
+    {
+        Fixture f;
+        f.overlay->updateUsage(0, 1000);
+        f.capture.start();
+        f.overlay->captureNoSend();
+        QVERIFY(f.overlay->panelsModel().isCapturing());
+        QCOMPARE(f.overlay->overlayModel().status(), OverlayModel::Status::Capturing);
+        f.capture.addResult(ScreenshotCapture::Result{"jpeg", 1});
+        f.capture.finish();
+        QTRY_VERIFY(!f.overlay->panelsModel().isCapturing());
+        QVERIFY(f.overlay->panelsModel().hasAttachedScreenshot());
+        QVERIFY(!f.overlay->panelsModel().isFirstLaunchCardDue());
+    }
+
+    void captureThatOutlivesTheOverlayIsDropped()
+    {
+        Fixture f;
+        f.overlay->updateUsage(0, 1000);
+        f.capture.start();
+        f.overlay->triggerCaptureAndSend();
+        f.overlay.reset();
+        f.capture.addResult(ScreenshotCapture::Result{"jpeg", 1});
+        f.capture.finish();
+        QCoreApplication::processEvents();
+        QVERIFY(!f.log.lines.last().contains("ERROR"));
+    }
+};
+
+QTEST_MAIN(TestWindowController)
+#include "test_window_controller.moc"
