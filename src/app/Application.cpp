@@ -1,0 +1,122 @@
+#include "app/Application.h"
+
+#include "app/AppConfig.h"
+#include "app/Log.h"
+#include "app/MenuBarController.h"
+#include "login/LoginWindowController.h"
+#include "overlay/OverlayWindowController.h"
+#include "query/ScreenshotCapture.h"
+#include "ui/Ui.h"
+
+#include <QCoreApplication>
+#include <QTimer>
+
+#include <chrono>
+#include <utility>
+
+namespace quellora {
+
+Application::Application()
+    : m_platform(Platform::create())
+    , m_endpoints(AppConfig::endpoints())
+    , m_defaults(JsonUserDefaults::defaultPath())
+    , m_permissions(m_platform->permissions())
+    , m_hotkeys(m_platform->globalHotkeys(), &std::chrono::steady_clock::now,
+                [this](const QString &line) { m_permissions.addProblem(line); })
+    , m_auth(m_network, m_endpoints, [this] { return deviceFields(); })
+    , m_session(m_auth, m_notifications)
+    , m_heartbeat(m_session, m_notifications,
+                  [this] {
+                      return std::make_unique<AuthService>(m_network, m_endpoints,
+                                                           [this] { return deviceFields(); });
+                  })
+    , m_queries(m_network, m_endpoints)
+    , m_store(m_platform->applicationSupportDirectory())
+    , m_saver(m_store)
+    , m_delegate(std::make_unique<AppDelegate>(collaborators()))
+{
+    m_session.setHeartbeatStopper([this] { m_heartbeat.stop(); });
+    initializeUi();
+    prepareQmlEngine(m_engine);
+}
+
+Application::~Application()
+{
+    // Windows go before the engine that made them.
+    m_delegate.reset();
+    m_nextView.reset();
+}
+
+int Application::run()
+{
+    connect(qApp, &QCoreApplication::aboutToQuit, this,
+            [this] { m_delegate->applicationWillTerminate(); });
+    QMetaObject::invokeMethod(
+        this, [this] { m_delegate->applicationDidFinishLaunching(); }, Qt::QueuedConnection);
+    Log::event(QStringLiteral("[main] Delegate assigned, entering run loop"));
+    return QCoreApplication::exec();
+}
+
+AppDelegate::Collaborators Application::collaborators()
+{
+    return {
+        m_platform->shell(),
+        m_defaults,
+        m_notifications,
+        m_session,
+        m_heartbeat,
+        m_hotkeys,
+        m_permissions,
+        [] { return VantiroConfig::load(); },
+        [this] { return makeLogin(); },
+        [this](const VantiroConfig &config) { return makeOverlay(config); },
+        [this] { return makeMenuBar(); },
+        {},
+    };
+}
+
+DeviceFields Application::deviceFields() const
+{
+    DeviceInfo &info = m_platform->deviceInfo();
+    return {info.osVersion(), m_hotkeys.activeHotkeys(), info.cpuArch()};
+}
+
+std::unique_ptr<LoginPresenter> Application::makeLogin()
+{
+    // The engine takes a while to start: let the form appear first, then use the user's typing.
+    QTimer::singleShot(0, this, [this] {
+        if (m_nextView)
+            return;
+        m_nextView = std::make_unique<ResponseView>();
+        m_nextView->warmUp(m_engine);
+    });
+    return std::make_unique<LoginWindowController>(LoginWindowController::Collaborators{
+        m_engine, m_auth, m_platform->workspace(), m_platform->shell(), m_endpoints, nullptr,
+        &QCoreApplication::quit});
+}
+
+std::unique_ptr<OverlayPresenter> Application::makeOverlay(const VantiroConfig &config)
+{
+    std::unique_ptr<ResponseView> view = std::move(m_nextView);
+    if (!view)
+        view = std::make_unique<ResponseView>();
+    return std::make_unique<OverlayWindowController>(
+        config,
+        OverlayWindowController::Collaborators{
+            *m_platform, m_defaults, m_notifications, m_session, m_queries, m_engine,
+            std::move(view), QUrl(QStringLiteral("qrc:/qt/qml/Quellora/Page/ResponseView.qml")),
+            &m_saver, m_endpoints,
+            [tool = m_platform->captureTool()] {
+                return ScreenshotCapture::captureInBackground(tool);
+            },
+            &QCoreApplication::quit});
+}
+
+std::unique_ptr<MenuBarController> Application::makeMenuBar()
+{
+    return std::make_unique<MenuBarController>(m_statusBar, m_session, m_notifications,
+                                               m_platform->workspace(), m_endpoints.account(),
+                                               &QCoreApplication::quit);
+}
+
+} // namespace quellora

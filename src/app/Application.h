@@ -1,0 +1,66 @@
+#pragma once
+
+#include "app/AppDelegate.h"
+#include "app/NotificationCenter.h"
+#include "app/PermissionChecker.h"
+#include "app/QtStatusBar.h"
+#include "app/UserDefaults.h"
+#include "backend/AuthService.h"
+#include "backend/HeartbeatService.h"
+#include "backend/SessionManager.h"
+#include "history/BackgroundThreadSaver.h"
+#include "history/CaptureSessionStore.h"
+#include "hotkeys/HotkeyManager.h"
+#include "overlay/page/ResponseView.h"
+#include "platform/Platform.h"
+#include "query/ProxyQueryService.h"
+
+#include <QNetworkAccessManager>
+#include <QObject>
+#include <QQmlEngine>
+
+#include <memory>
+
+namespace quellora {
+
+/// Puts the program together: the process-wide objects and the factories of its windows. Lives as
+/// long as the event loop. Main thread.
+class Application : public QObject
+{
+    Q_OBJECT
+public:
+    /// Needs the application object.
+    Application();
+    ~Application() override;
+
+    /// Runs the event loop until the application quits; returns the exit code.
+    int run();
+
+private:
+    std::unique_ptr<LoginPresenter> makeLogin();
+    std::unique_ptr<OverlayPresenter> makeOverlay(const VantiroConfig &config);
+    std::unique_ptr<MenuBarController> makeMenuBar();
+    AppDelegate::Collaborators collaborators();
+    DeviceFields deviceFields() const;
+
+    std::unique_ptr<Platform> m_platform;
+    BackendEndpoints m_endpoints;
+    QNetworkAccessManager m_network;
+    JsonUserDefaults m_defaults;
+    NotificationCenter m_notifications;
+    PermissionChecker m_permissions;
+    HotkeyManager m_hotkeys;
+    AuthService m_auth;
+    SessionManager m_session;
+    HeartbeatService m_heartbeat;
+    ProxyQueryService m_queries;
+    CaptureSessionStore m_store;
+    BackgroundThreadSaver m_saver;
+    QtStatusBar m_statusBar;
+    QQmlEngine m_engine;
+    /// The next overlay's web view, warmed up while the user looks at the login window.
+    std::unique_ptr<ResponseView> m_nextView;
+    std::unique_ptr<AppDelegate> m_delegate;
+};
+
+} // namespace quellora
