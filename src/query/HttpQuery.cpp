@@ -77,8 +77,19 @@ void HttpQuery::release()
     if (reply == nullptr)
         return;
     reply->disconnect(this);
-    reply->abort();
-    reply->deleteLater();
+    endTransfer(reply);
+}
+
+void HttpQuery::endTransfer(QNetworkReply *reply)
+{
+    // Queued, because a reply does not bear being aborted within its own signals.
+    QMetaObject::invokeMethod(
+        reply,
+        [reply] {
+            reply->abort();
+            reply->deleteLater();
+        },
+        Qt::QueuedConnection);
 }
 
 void HttpQuery::readResponse()

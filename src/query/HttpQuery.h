@@ -22,6 +22,8 @@ public:
     static QString timeoutText();
     /// The description of a failed reply.
     static QString describe(const QNetworkReply &reply);
+    /// Closes a reply's connection and deletes it, as soon as the event loop runs.
+    static void endTransfer(QNetworkReply *reply);
 
     /// A query that fails with @p error as soon as the event loop runs.
     explicit HttpQuery(const QueryError &error);

@@ -162,15 +162,16 @@ void ProxyQueryService::sendTelemetry(const QString &sessionToken, const QJsonOb
     QNetworkReply *reply =
         m_network.post(makeRequest(m_endpoints.telemetry(), token, m_timeouts.telemetry),
                        QJsonDocument(record).toJson(QJsonDocument::Compact));
-    QObject::connect(reply, &QNetworkReply::downloadProgress, reply, [reply](qint64 received) {
-        reply->skip(reply->bytesAvailable());
-        if (received > maxTelemetryAnswerBytes) {
-            reply->disconnect();
-            reply->abort();
-            reply->deleteLater();
-        }
-    });
-    QObject::connect(reply, &QNetworkReply::finished, reply, [reply, logFailure] {
+    auto *listener = new QObject(reply);
+    QObject::connect(reply, &QNetworkReply::readyRead, listener,
+                     [reply, listener, dropped = qint64{0}]() mutable {
+                         dropped += reply->skip(reply->bytesAvailable());
+                         if (dropped > maxTelemetryAnswerBytes) {
+                             reply->disconnect(listener);
+                             HttpQuery::endTransfer(reply);
+                         }
+                     });
+    QObject::connect(reply, &QNetworkReply::finished, listener, [reply, logFailure] {
         const bool answered = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).isValid();
         // With an answer, errors up to 199 are the transport's; the others restate the status.
         if (reply->error() != QNetworkReply::NoError && (!answered || reply->error() < 200))

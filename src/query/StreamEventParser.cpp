@@ -156,6 +156,7 @@ bool readUsualShape(ondemand::document &document, Fields &fields)
 struct StreamEventParser::Decoder
 {
     ondemand::parser parser;
+    simdjson::dom::parser validator;
     QByteArray textStorage;
 
     std::optional<StreamEvent> decode(const char *payload, std::size_t length, std::size_t capacity)
@@ -169,14 +170,22 @@ struct StreamEventParser::Decoder
         return decodeGeneral(QByteArray::fromRawData(payload, static_cast<qsizetype>(length)));
     }
 
+    /// simdjson decides what is valid; the general reader, which is laxer, fetches the values.
     std::optional<StreamEvent> decodeGeneral(const QByteArray &payload)
     {
-        if (!payload.contains('{'))
+        const auto verdict = [this](const QByteArray &json) {
+            return validator.parse(json.constData(), static_cast<std::size_t>(json.size())).error();
+        };
+        QByteArray json = payload;
+        simdjson::error_code error = verdict(json);
+        if (error == simdjson::UTF8_ERROR) {
+            json = QString::fromUtf8(payload).toUtf8();
+            error = verdict(json);
+        }
+        // Numbers that fit no machine type are still JSON.
+        if (error != simdjson::SUCCESS && error != simdjson::NUMBER_ERROR)
             return std::nullopt;
-        QJsonParseError error;
-        QJsonDocument document = QJsonDocument::fromJson(payload, &error);
-        if (error.error == QJsonParseError::IllegalUTF8String)
-            document = QJsonDocument::fromJson(QString::fromUtf8(payload).toUtf8());
+        const QJsonDocument document = QJsonDocument::fromJson(json);
         if (!document.isObject())
             return std::nullopt;
         const QJsonObject object = document.object();
