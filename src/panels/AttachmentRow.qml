@@ -1,4 +1,5 @@
 import QtQuick
+import Quellora.Panels
 import Quellora.Ui
 
 /// The staged screenshot that goes with the next message.

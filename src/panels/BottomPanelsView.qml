@@ -1,4 +1,5 @@
 import QtQuick
+import Quellora.Panels
 import Quellora.Ui
 
 /// The strip of controls at the foot of the overlay. Its implicit height is what it needs; it is

@@ -1,4 +1,5 @@
 import QtQuick
+import Quellora.Panels
 import Quellora.Ui
 
 /// The shortcuts to begin with, until they are acknowledged or the first capture succeeds.

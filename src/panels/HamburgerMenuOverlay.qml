@@ -1,4 +1,5 @@
 import QtQuick
+import Quellora.Panels
 import Quellora.Ui
 
 /// The menu behind the menu button. While open it takes every press in the window: one outside the

@@ -1,5 +1,6 @@
 import QtQuick
 import QtQuick.Controls.Basic as Basic
+import Quellora.Panels
 import Quellora.Ui
 
 /// One row of the menu: icon, words, and a mark at the right end.

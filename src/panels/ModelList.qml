@@ -1,4 +1,5 @@
 import QtQuick
+import Quellora.Panels
 import Quellora.Ui
 
 /// The models to choose from, inside the panels: what opened outside them would be covered by the

@@ -1,5 +1,6 @@
 import QtQuick
 import QtQuick.Controls.Basic as Basic
+import Quellora.Panels
 import Quellora.Ui
 
 /// Shows the chosen model and opens the list of models.

@@ -1,4 +1,5 @@
 import QtQuick
+import Quellora.Panels
 import Quellora.Ui
 
 /// The prompt box: the text, and below it the model picker and the actions. In the compact size it

@@ -1,4 +1,5 @@
 import QtQuick
+import Quellora.Panels
 import Quellora.Ui
 
 /// A thin mark beside a Flickable that shows how far it is scrolled; nothing when all fits.

@@ -1,4 +1,5 @@
 import QtQuick
+import Quellora.Panels
 import Quellora.Ui
 
 /// The service message: a header with what it is about, a body that scrolls where room is short,

@@ -1,4 +1,5 @@
 import QtQuick
+import Quellora.Panels
 import Quellora.Ui
 
 /// The row below the prompt box: whether the thread is saved, how to send, and a new thread.

@@ -1,4 +1,5 @@
 import QtQuick
+import Quellora.Overlay
 import Quellora.Ui
 
 /// The bar at the top: window buttons, opacity, menu. Its free area drags the panel.

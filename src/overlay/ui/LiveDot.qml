@@ -1,4 +1,5 @@
 import QtQuick
+import Quellora.Overlay
 import Quellora.Ui
 
 /// A dot in a halo: text is arriving.

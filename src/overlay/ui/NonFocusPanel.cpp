@@ -83,6 +83,8 @@ void NonFocusPanel::setContent(QQmlEngine &engine, const OverlayContent &content
     Q_UNUSED(keepModule)
     QQmlComponent component(&engine,
                             QUrl(QStringLiteral("qrc:/qt/qml/Quellora/Overlay/OverlayPanel.qml")));
+    if (!component.isReady())
+        qFatal("The overlay's view does not load: %s", qPrintable(component.errorString()));
     QObject *object = component.createWithInitialProperties(
         {{QStringLiteral("overlay"), QVariant::fromValue(&overlay)},
          {QStringLiteral("panels"), QVariant::fromValue(&panels)},
@@ -93,7 +95,7 @@ void NonFocusPanel::setContent(QQmlEngine &engine, const OverlayContent &content
          {QStringLiteral("responseHost"), QVariant::fromValue(content.responseHost)}});
     m_root = qobject_cast<QQuickItem *>(object);
     if (!m_root)
-        qFatal("The overlay's view does not load: %s", qPrintable(component.errorString()));
+        qFatal("The overlay's view is not built: %s", qPrintable(component.errorString()));
     m_root->setParent(contentItem());
     m_root->setParentItem(contentItem());
     m_root->setFocus(true);

@@ -1,4 +1,5 @@
 import QtQuick
+import Quellora.Overlay
 import Quellora.Panels
 import Quellora.Ui
 

@@ -1,4 +1,5 @@
 import QtQuick
+import Quellora.Overlay
 
 /// Invisible strips along the edges of the frameless panel that resize it.
 Item {

@@ -1,4 +1,5 @@
 import QtQuick
+import Quellora.Overlay
 import Quellora.Ui
 
 /// The persistent scrollbar beside the answer. It reports what the user wants; the page moves.
@@ -8,9 +9,14 @@ Rectangle {
     required property ResponseScrollbarModel scrollbar
 
     color: scrollbar.backgroundColor
-    onWidthChanged: scrollbar.setSize(width, height)
-    onHeightChanged: scrollbar.setSize(width, height)
-    Component.onCompleted: scrollbar.setSize(width, height)
+    onWidthChanged: bar.layOut()
+    onHeightChanged: bar.layOut()
+    Component.onCompleted: bar.layOut()
+
+    function layOut() {
+        if (bar.scrollbar)
+            bar.scrollbar.setSize(width, height)
+    }
 
     MouseArea {
         objectName: "scrollbarArea"

@@ -1,5 +1,6 @@
 import QtQuick
 import QtQuick.Controls.Basic as Basic
+import Quellora.Overlay
 import Quellora.Ui
 
 /// An arrow of the response scrollbar: one step per press, repeated while held.

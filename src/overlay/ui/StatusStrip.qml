@@ -1,4 +1,5 @@
 import QtQuick
+import Quellora.Overlay
 import Quellora.Ui
 
 /// The strip below the control bar: the thread at the left, what is going on at the right.

@@ -1,5 +1,6 @@
 import QtQuick
 import QtQuick.Controls.Basic as Basic
+import Quellora.Overlay
 import Quellora.Ui
 
 /// How much of the allowance is used, once it is worth knowing. Opens the menu.

@@ -1,5 +1,6 @@
 import QtQuick
 import QtQuick.Controls.Basic as Basic
+import Quellora.Overlay
 import Quellora.Ui
 
 /// One of the round window buttons. Its sign appears while the pointer is over the group.
