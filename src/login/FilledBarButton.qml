@@ -20,28 +20,35 @@ Basic.AbstractButton {
 
     function press() {
         if (control.enabled && !control.waiting)
-            control.click()
+            control.clicked()
     }
 
     hoverEnabled: true
     focusPolicy: Qt.TabFocus
+
+    Component {
+        id: mark
+        GoogleLogoMark { opacity: control.share }
+    }
+    Component {
+        id: spinner
+        Spinner {
+            size: 16
+            theme: Tokens.login
+            name: "Waiting for your browser"
+        }
+    }
 
     contentItem: Item {
         Row {
             anchors.centerIn: parent
             spacing: 10
 
-            GoogleLogoMark {
+            Loader {
                 anchors.verticalCenter: parent.verticalCenter
-                visible: control.showsGoogleMark && !control.waiting
-                opacity: control.share
-            }
-            Spinner {
-                anchors.verticalCenter: parent.verticalCenter
-                visible: control.waiting
-                size: 16
-                theme: Tokens.login
-                name: "Waiting for your browser"
+                active: control.showsGoogleMark
+                visible: active
+                sourceComponent: control.waiting ? spinner : mark
             }
             Label {
                 anchors.verticalCenter: parent.verticalCenter

@@ -50,10 +50,10 @@ Basic.AbstractButton {
 
     HoverHandler { cursorShape: Qt.PointingHandCursor }
 
-    Keys.onReturnPressed: control.click()
-    Keys.onEnterPressed: control.click()
+    Keys.onReturnPressed: control.clicked()
+    Keys.onEnterPressed: control.clicked()
 
     Accessible.role: Accessible.Link
     Accessible.name: control.name
-    Accessible.onPressAction: control.click()
+    Accessible.onPressAction: control.clicked()
 }

@@ -75,6 +75,8 @@ void LoginWindowController::createWindow()
     if (m_window->status() != QQuickView::Ready)
         qFatal("The sign-in form could not be loaded");
     m_window->installEventFilter(this);
+    // Quitting closes the windows too; that must not be taken for the user's closing.
+    qApp->installEventFilter(this);
 }
 
 void LoginWindowController::showWindow()
@@ -187,6 +189,7 @@ void LoginWindowController::handleLoginSuccess()
         return;
     log(QStringLiteral("Login successful, closing login window"));
     m_didAuthenticate = true;
+    qApp->removeEventFilter(this);
     if (m_with.oauthListener)
         m_with.oauthListener->cancel();
     QMetaObject::invokeMethod(m_window->rootObject(), "forgetTexts");
@@ -197,8 +200,9 @@ void LoginWindowController::handleLoginSuccess()
 
 bool LoginWindowController::eventFilter(QObject *watched, QEvent *event)
 {
-    // Only the user's own closing comes from the window system; quitting closes windows as well.
-    if (watched == m_window.get() && event->type() == QEvent::Close && event->spontaneous())
+    if (watched == qApp && event->type() == QEvent::Quit)
+        m_quitting = true;
+    else if (watched == m_window.get() && event->type() == QEvent::Close)
         windowWillClose();
     return QObject::eventFilter(watched, event);
 }

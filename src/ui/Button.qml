@@ -105,11 +105,11 @@ Basic.AbstractButton {
     }
     HoverHandler { cursorShape: control.cursor }
 
-    Keys.onReturnPressed: control.click()
-    Keys.onEnterPressed: control.click()
+    Keys.onReturnPressed: control.clicked()
+    Keys.onEnterPressed: control.clicked()
 
     Accessible.role: Accessible.Button
     Accessible.name: control.text
     Accessible.description: control.tooltip
-    Accessible.onPressAction: if (control.enabled) control.click()
+    Accessible.onPressAction: if (control.enabled) control.clicked()
 }

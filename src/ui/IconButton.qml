@@ -132,12 +132,12 @@ Basic.AbstractButton {
     }
     HoverHandler { cursorShape: control.cursor }
 
-    Keys.onReturnPressed: control.click()
-    Keys.onEnterPressed: control.click()
+    Keys.onReturnPressed: control.clicked()
+    Keys.onEnterPressed: control.clicked()
 
     Accessible.role: Accessible.Button
     Accessible.name: control.name
     Accessible.description: control.blocked ? control.blockedReason
                           : control.enabled ? "" : control.disabledReason
-    Accessible.onPressAction: if (control.enabled) control.click()
+    Accessible.onPressAction: if (control.enabled) control.clicked()
 }
