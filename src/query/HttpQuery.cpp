@@ -35,6 +35,8 @@ QString HttpQuery::describe(const QNetworkReply &reply)
     // Nobody but the transfer time-out cancels a reply that still has its listener.
     if (reply.error() == QNetworkReply::OperationCanceledError)
         return timeoutText();
+    if (reply.error() == QNetworkReply::ContentReSendError)
+        return QStringLiteral("The connection was closed before an answer arrived.");
     return reply.errorString();
 }
 

@@ -3,12 +3,14 @@
 #include "app/Log.h"
 #include "query/HttpQuery.h"
 
+#include <QIODevice>
 #include <QJsonDocument>
 #include <QNetworkReply>
 #include <QNetworkRequest>
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <utility>
 
 namespace quellora {
@@ -70,6 +72,53 @@ bool isHeaderValue(const QByteArray &text)
         const auto byte = static_cast<unsigned char>(c);
         return byte >= 0x20 && byte != 0x7f;
     });
+}
+
+/// A body that can be sent once. The network classes repeat a request whose connection closes
+/// before an answer, but only when they can rewind its body; a query must not be asked (and
+/// counted) twice.
+class SingleUseBody : public QIODevice
+{
+public:
+    explicit SingleUseBody(QByteArray bytes) : m_bytes(std::move(bytes))
+    {
+        open(QIODevice::ReadOnly | QIODevice::Unbuffered);
+    }
+
+    bool isSequential() const override { return true; }
+    bool atEnd() const override { return m_position == m_bytes.size(); }
+    qint64 bytesAvailable() const override
+    {
+        return m_bytes.size() - m_position + QIODevice::bytesAvailable();
+    }
+    bool reset() override { return false; }
+
+protected:
+    qint64 readData(char *data, qint64 maxSize) override
+    {
+        const qint64 count = std::min<qint64>(maxSize, m_bytes.size() - m_position);
+        if (count == 0)
+            return -1;
+        std::memcpy(data, m_bytes.constData() + m_position, static_cast<std::size_t>(count));
+        m_position += count;
+        return count;
+    }
+    qint64 writeData(const char *, qint64) override { return -1; }
+
+private:
+    QByteArray m_bytes;
+    qint64 m_position = 0;
+};
+
+QNetworkReply *post(QNetworkAccessManager &network, QNetworkRequest request,
+                    const QByteArray &bytes)
+{
+    request.setHeader(QNetworkRequest::ContentLengthHeader, bytes.size());
+    request.setAttribute(QNetworkRequest::DoNotBufferUploadDataAttribute, true);
+    auto *body = new SingleUseBody(bytes);
+    QNetworkReply *reply = network.post(request, body);
+    body->setParent(reply);
+    return reply;
 }
 
 QString badTokenText()
@@ -145,7 +194,7 @@ RunningQuery *ProxyQueryService::query(const QueryRequest &request)
         return failed(badTokenText());
     }
     return new HttpQuery(
-        m_network.post(makeRequest(m_endpoints.proxyQuery(), token, m_timeouts.query), body));
+        post(m_network, makeRequest(m_endpoints.proxyQuery(), token, m_timeouts.query), body));
 }
 
 void ProxyQueryService::sendTelemetry(const QString &sessionToken, const QJsonObject &record)
@@ -160,8 +209,8 @@ void ProxyQueryService::sendTelemetry(const QString &sessionToken, const QJsonOb
         return;
     }
     QNetworkReply *reply =
-        m_network.post(makeRequest(m_endpoints.telemetry(), token, m_timeouts.telemetry),
-                       QJsonDocument(record).toJson(QJsonDocument::Compact));
+        post(m_network, makeRequest(m_endpoints.telemetry(), token, m_timeouts.telemetry),
+             QJsonDocument(record).toJson(QJsonDocument::Compact));
     auto *listener = new QObject(reply);
     QObject::connect(reply, &QNetworkReply::readyRead, listener,
                      [reply, listener, dropped = qint64{0}]() mutable {

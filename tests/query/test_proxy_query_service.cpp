@@ -74,6 +74,7 @@ private Q_SLOTS:
     void encodesBody();
     void refusesImageThatIsNotBase64();
     void sendsTheRequestAsGiven();
+    void sendsLargeBodiesWhole();
     void sendsNoCookies();
     void refusesTokenWithLineBreak();
 
@@ -255,6 +256,19 @@ void TestProxyQueryService::sendsTheRequestAsGiven()
     QCOMPARE(request.header("X-App-Version"), "1.0.0");
     QCOMPARE(request.body(),
              "{\"prompt\":\"Wh\xc3\xa4t?\",\"imageBase64\":\"AAAA\",\"model\":\"m1\"}");
+}
+
+void TestProxyQueryService::sendsLargeBodiesWhole()
+{
+    m_server->answerWith(ScriptedHttpServer::streamHeader() + doneLine, Ending::Close);
+    QByteArray image(6'000'000, 'A');
+    for (qsizetype i = 0; i < image.size(); i += 1000)
+        image[i] = static_cast<char>('B' + i / 1000 % 20);
+    const QueryRequest query{QStringLiteral("Hi"), image, {}, QStringLiteral("t")};
+    QueryRecorder recorder(m_service->query(query));
+    QVERIFY(recorder.waitForOutcome());
+    QVERIFY(recorder.outcome->has_value());
+    QVERIFY(m_server->requests().constFirst().body() == ProxyQueryService::encodeBody(query));
 }
 
 void TestProxyQueryService::sendsNoCookies()
@@ -598,10 +612,13 @@ void TestProxyQueryService::answerThatIsNotHttp()
     QueryRecorder recorder(start());
     QVERIFY(recorder.waitForOutcome());
     const QueryError error = recorder.outcome->error();
-    QCOMPARE(error.kind, Kind::NetworkError);
-    QVERIFY(!error.message.isEmpty());
+    QCOMPARE(error,
+             queryError(Kind::NetworkError,
+                        QStringLiteral("The connection was closed before an answer arrived.")));
     QCOMPARE(m_log->lines,
              QStringList{QStringLiteral("[ProxyQueryService] Network error: ") + error.message});
+    // A query is never asked twice.
+    QCOMPARE(m_server->requests().size(), 1);
 }
 
 void TestProxyQueryService::replyWithoutStatus()
