@@ -178,9 +178,36 @@ QList<QRect> OtherClient::inputShape(xcb_window_t window) const
     return result;
 }
 
-QList<quint32> OtherClient::stacking() const
+QList<quint32> OtherClient::managedWindows() const
 {
-    return property(m_root, "_NET_CLIENT_LIST_STACKING");
+    return property(m_root, "_NET_CLIENT_LIST");
+}
+
+bool OtherClient::isViewable(xcb_window_t window) const
+{
+    const auto reply = take(xcb_get_window_attributes_reply(
+        m_connection, xcb_get_window_attributes(m_connection, window), nullptr));
+    return reply && reply->map_state == XCB_MAP_STATE_VIEWABLE;
+}
+
+bool OtherClient::currentDesktopIs(quint32 number) const
+{
+    return property(m_root, "_NET_CURRENT_DESKTOP") == QList<quint32>{number};
+}
+
+void OtherClient::makeFullScreen()
+{
+    xcb_client_message_event_t event{};
+    event.response_type = XCB_CLIENT_MESSAGE;
+    event.format = 32;
+    event.window = m_window;
+    event.type = atom("_NET_WM_STATE");
+    event.data.data32[0] = 1;
+    event.data.data32[1] = atom("_NET_WM_STATE_FULLSCREEN");
+    xcb_send_event(m_connection, 0, m_root,
+                   XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY | XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT,
+                   reinterpret_cast<const char *>(&event));
+    xcb_flush(m_connection);
 }
 
 QRect OtherClient::screenGeometry(xcb_window_t window) const

@@ -59,8 +59,12 @@ public:
     QStringList atomNames(xcb_window_t window, const QByteArray &property) const;
     /// The rectangles of a window's input shape.
     QList<QRect> inputShape(xcb_window_t window) const;
-    /// Windows of the window manager's stacking order, lowest first.
-    QList<quint32> stacking() const;
+    /// What the window manager manages, and task bars list.
+    QList<quint32> managedWindows() const;
+    bool isViewable(xcb_window_t window) const;
+    bool currentDesktopIs(quint32 number) const;
+    /// Asks the window manager to make the own window fill the screen.
+    void makeFullScreen();
     QRect screenGeometry(xcb_window_t window) const;
     xcb_window_t root() const { return m_root; }
 

@@ -15,21 +15,28 @@ PanelWindowX11::PanelWindowX11(const X11Connection &x11)
 
 Capability PanelWindowX11::applyPanelTraits(QWindow &window)
 {
-    // A translucent window needs its visual chosen before the native window exists.
-    if (!window.handle()) {
+    // Without the window manager: several of them put a focused full-screen window above every
+    // window they manage, whatever its states, and the panel belongs above those, too. The states
+    // are written all the same, for compositors and whoever else reads them.
+    constexpr Qt::WindowFlags panelFlags =
+        Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint | Qt::NoDropShadowWindowHint |
+        Qt::WindowDoesNotAcceptFocus | Qt::BypassWindowManagerHint;
+    const Qt::WindowFlags flags = (window.flags() & ~Qt::WindowType_Mask) | panelFlags;
+    if (window.flags() != flags) {
+        // Visual and these flags are fixed once the native window exists.
+        const bool wasVisible = window.isVisible();
+        window.destroy();
         QSurfaceFormat format = window.requestedFormat();
         format.setAlphaBufferSize(8);
         window.setFormat(format);
-    }
-    constexpr Qt::WindowFlags panelFlags = Qt::Tool | Qt::FramelessWindowHint |
-                                           Qt::WindowStaysOnTopHint | Qt::NoDropShadowWindowHint |
-                                           Qt::WindowDoesNotAcceptFocus;
-    const Qt::WindowFlags flags = (window.flags() & ~Qt::WindowType_Mask) | panelFlags;
-    if (window.flags() != flags)
         window.setFlags(flags);
-    // Writes a user time of 0: the window manager then leaves the focus alone on map.
-    window.setProperty("_q_showWithoutActivating", true);
-    PanelKeeperX11::of(m_x11, window).keepTraits();
+        window.setProperty("_q_showWithoutActivating", true);
+        PanelKeeperX11::of(m_x11, window).keepTraits();
+        if (wasVisible)
+            window.show();
+    } else {
+        PanelKeeperX11::of(m_x11, window).keepTraits();
+    }
     return Capability::applied();
 }
 

@@ -7,9 +7,11 @@
 
 namespace quellora {
 
-/// The floating panel on X11. The window never takes the focus by itself, neither when it is
-/// shown nor when it is clicked; only makeKey() gives it the keyboard, and hiding the window gives
-/// the keyboard back to the window manager's choice.
+/// The floating panel on X11: a window that the window manager leaves alone, above all others. It
+/// is on every desktop and in no task bar or switcher; moving and resizing it is the program's own
+/// business. Other programs' windows come above it only when they do the same later. It never takes
+/// the focus by itself, neither when it is shown nor when it is clicked; only makeKey() gives it
+/// the keyboard, and hiding the window gives the keyboard back to the window manager's choice.
 class PanelWindowX11 : public PanelWindow
 {
 public:

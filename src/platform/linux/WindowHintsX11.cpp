@@ -11,11 +11,12 @@ constexpr quint32 allDesktops = 0xFFFFFFFF;
 constexpr quint32 stateAdd = 1;
 constexpr quint32 sourceApplication = 1;
 
-bool isMapped(const X11Connection &x11, xcb_window_t window)
+/// Whether a window manager watches the window now, so that it has to be asked.
+bool isManaged(const X11Connection &x11, xcb_window_t window)
 {
     const XcbPtr<xcb_get_window_attributes_reply_t> reply(xcb_get_window_attributes_reply(
         x11.get(), xcb_get_window_attributes(x11.get(), window), nullptr));
-    return reply && reply->map_state != XCB_MAP_STATE_UNMAPPED;
+    return reply && reply->map_state != XCB_MAP_STATE_UNMAPPED && !reply->override_redirect;
 }
 
 void askWindowManager(const X11Connection &x11, xcb_window_t window, const QByteArray &message,
@@ -28,7 +29,7 @@ void askWindowManager(const X11Connection &x11, xcb_window_t window, const QByte
     event.type = x11.atom(message);
     std::copy(data.begin(), data.end(), event.data.data32);
     xcb_send_event(x11.get(), 0, x11.root(),
-                   XCB_EVENT_MASK_STRUCTURE_NOTIFY | XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT,
+                   XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY | XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT,
                    reinterpret_cast<const char *>(&event));
 }
 
@@ -57,7 +58,7 @@ void addWindowStates(const X11Connection &x11, const QWindow &window,
     if (native == XCB_NONE)
         return;
     const xcb_atom_t property = x11.atom("_NET_WM_STATE");
-    if (isMapped(x11, native)) {
+    if (isManaged(x11, native)) {
         for (const QByteArray &state : states)
             askWindowManager(x11, native, "_NET_WM_STATE",
                              {stateAdd, x11.atom(state), 0, sourceApplication, 0});
@@ -79,7 +80,7 @@ void showOnAllDesktops(const X11Connection &x11, const QWindow &window)
     const xcb_window_t native = nativeWindow(window);
     if (native == XCB_NONE)
         return;
-    if (isMapped(x11, native))
+    if (isManaged(x11, native))
         askWindowManager(x11, native, "_NET_WM_DESKTOP", {allDesktops, sourceApplication, 0, 0, 0});
     else
         setCardinal(x11, native, "_NET_WM_DESKTOP", allDesktops);

@@ -12,8 +12,8 @@ namespace quellora {
 /// The native window; XCB_NONE while it does not exist. Never creates it.
 xcb_window_t nativeWindow(const QWindow &window);
 
-/// Adds window-manager states such as "_NET_WM_STATE_ABOVE". While the window is not mapped they
-/// are written to its property, else the window manager is asked.
+/// Adds window-manager states such as "_NET_WM_STATE_ABOVE". They are written to the
+/// window's property, unless a window manager has the window by now: then it is asked.
 void addWindowStates(const X11Connection &x11, const QWindow &window,
                      const QList<QByteArray> &states);
 
