@@ -1,0 +1,251 @@
+#include "platform/linux/AppearanceLinux.h"
+
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusVariant>
+#include <QDBusVirtualObject>
+#include <QGuiApplication>
+#include <QPalette>
+#include <QProcess>
+#include <QtTest>
+
+using namespace quellora;
+
+namespace {
+
+const QString portalPath = QStringLiteral("/org/freedesktop/portal/desktop");
+const QString settings = QStringLiteral("org.freedesktop.portal.Settings");
+
+/// A desktop portal with one setting.
+class FakePortal : public QDBusVirtualObject
+{
+    Q_OBJECT
+public:
+    QString introspect(const QString &) const override { return {}; }
+    bool handleMessage(const QDBusMessage &message, const QDBusConnection &connection) override
+    {
+        if (message.interface() != settings || message.member() != QStringLiteral("Read"))
+            return false;
+        ++reads;
+        asked = message.arguments();
+        if (refuses)
+            connection.send(message.createErrorReply(QDBusError::UnknownMethod,
+                                                     QStringLiteral("no such setting")));
+        else
+            connection.send(message.createReply(
+                QVariant::fromValue(QDBusVariant(QVariant::fromValue(QDBusVariant(value))))));
+        return true;
+    }
+    QVariant value = 0U;
+    bool refuses = false;
+    int reads = 0;
+    QVariantList asked;
+};
+
+void setPaletteDark(bool dark)
+{
+    QPalette palette;
+    palette.setColor(QPalette::Window, dark ? Qt::black : Qt::white);
+    QGuiApplication::setPalette(palette);
+}
+
+} // namespace
+
+/// Against a session bus of its own with a portal made for the test.
+class AppearanceLinuxTest : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+    void cleanup();
+    void cleanupTestCase();
+
+    void withoutBusThePaletteCounts();
+    void portalDecides_data();
+    void portalDecides();
+    void followsTheSignal();
+    void otherSettingsAreIgnored();
+    void refusedReadKeepsThePalette();
+    void unreachableBusKeepsThePalette();
+    void mayBeDestroyedWhileAsking();
+    void findsTheBusOfTheEnvironment();
+
+private:
+    void sendChange(const QString &group, const QString &key, const QVariant &value);
+
+    QProcess m_daemon;
+    QString m_address;
+    FakePortal *m_portal = nullptr;
+};
+
+void AppearanceLinuxTest::initTestCase()
+{
+    m_daemon.start(QStringLiteral("dbus-daemon"),
+                   {QStringLiteral("--session"), QStringLiteral("--nofork"),
+                    QStringLiteral("--print-address")});
+    QVERIFY(m_daemon.waitForStarted());
+    QTRY_VERIFY(m_daemon.canReadLine());
+    m_address = QString::fromLocal8Bit(m_daemon.readLine()).trimmed();
+    QVERIFY(!m_address.isEmpty());
+}
+
+void AppearanceLinuxTest::cleanupTestCase()
+{
+    m_daemon.kill();
+    m_daemon.waitForFinished();
+}
+
+void AppearanceLinuxTest::init()
+{
+    setPaletteDark(false);
+    QDBusConnection bus = QDBusConnection::connectToBus(m_address, QStringLiteral("portal"));
+    QVERIFY(bus.isConnected());
+    m_portal = new FakePortal;
+    QVERIFY(bus.registerVirtualObject(portalPath, m_portal));
+    QVERIFY(bus.registerService(QStringLiteral("org.freedesktop.portal.Desktop")));
+}
+
+void AppearanceLinuxTest::cleanup()
+{
+    QDBusConnection::disconnectFromBus(QStringLiteral("portal"));
+    delete m_portal;
+    m_portal = nullptr;
+}
+
+void AppearanceLinuxTest::sendChange(const QString &group, const QString &key,
+                                     const QVariant &value)
+{
+    QDBusMessage signal =
+        QDBusMessage::createSignal(portalPath, settings, QStringLiteral("SettingChanged"));
+    signal << group << key << QVariant::fromValue(QDBusVariant(value));
+    QVERIFY(QDBusConnection(QStringLiteral("portal")).send(signal));
+}
+
+void AppearanceLinuxTest::withoutBusThePaletteCounts()
+{
+    setPaletteDark(true);
+    AppearanceLinux appearance{QString()};
+    QVERIFY(appearance.isDark());
+    int changes = 0;
+    appearance.onChanged([&changes] { ++changes; });
+    setPaletteDark(false);
+    QTRY_COMPARE(changes, 1);
+    QVERIFY(!appearance.isDark());
+}
+
+void AppearanceLinuxTest::portalDecides_data()
+{
+    QTest::addColumn<QVariant>("value");
+    QTest::addColumn<bool>("darkPalette");
+    QTest::addColumn<bool>("dark");
+    QTest::newRow("dark") << QVariant(1U) << false << true;
+    QTest::newRow("light") << QVariant(2U) << true << false;
+    QTest::newRow("no preference, dark palette") << QVariant(0U) << true << true;
+    QTest::newRow("no preference, light palette") << QVariant(0U) << false << false;
+    QTest::newRow("reserved") << QVariant(3U) << true << true;
+    QTest::newRow("nonsense") << QVariant(QStringLiteral("purple")) << true << true;
+}
+
+void AppearanceLinuxTest::portalDecides()
+{
+    QFETCH(QVariant, value);
+    QFETCH(bool, darkPalette);
+    QFETCH(bool, dark);
+    setPaletteDark(darkPalette);
+    m_portal->value = value;
+    AppearanceLinux appearance(m_address);
+    // Until the answer the palette counts: nobody waits for the portal.
+    QCOMPARE(appearance.isDark(), darkPalette);
+    int changes = 0;
+    appearance.onChanged([&changes] { ++changes; });
+    QTRY_COMPARE(m_portal->reads, 1);
+    QCOMPARE(m_portal->asked, (QVariantList{QStringLiteral("org.freedesktop.appearance"),
+                                            QStringLiteral("color-scheme")}));
+    QTRY_COMPARE(appearance.isDark(), dark);
+    QCOMPARE(changes, dark == darkPalette ? 0 : 1);
+}
+
+void AppearanceLinuxTest::followsTheSignal()
+{
+    AppearanceLinux appearance(m_address);
+    QList<bool> seen;
+    appearance.onChanged([&] { seen << appearance.isDark(); });
+    QTRY_COMPARE(m_portal->reads, 1);
+    const QString group = QStringLiteral("org.freedesktop.appearance");
+    const QString key = QStringLiteral("color-scheme");
+    sendChange(group, key, 1U);
+    QTRY_COMPARE(seen, QList<bool>{true});
+    sendChange(group, key, 1U);
+    sendChange(group, key, 2U);
+    QTRY_COMPARE(seen, (QList<bool>{true, false}));
+    // A light scheme holds against a dark palette, until there is no preference.
+    setPaletteDark(true);
+    QCoreApplication::processEvents();
+    QVERIFY(!appearance.isDark());
+    sendChange(group, key, 0U);
+    QTRY_COMPARE(seen, (QList<bool>{true, false, true}));
+}
+
+void AppearanceLinuxTest::otherSettingsAreIgnored()
+{
+    AppearanceLinux appearance(m_address);
+    QList<bool> seen;
+    appearance.onChanged([&] { seen << appearance.isDark(); });
+    QTRY_COMPARE(m_portal->reads, 1);
+    sendChange(QStringLiteral("org.freedesktop.appearance"), QStringLiteral("accent-color"), 1U);
+    sendChange(QStringLiteral("org.example.appearance"), QStringLiteral("color-scheme"), 1U);
+    // Signals arrive in order: after this one the others have been seen.
+    sendChange(QStringLiteral("org.freedesktop.appearance"), QStringLiteral("color-scheme"), 1U);
+    QTRY_COMPARE(seen, QList<bool>{true});
+}
+
+void AppearanceLinuxTest::refusedReadKeepsThePalette()
+{
+    setPaletteDark(true);
+    m_portal->refuses = true;
+    AppearanceLinux appearance(m_address);
+    QTRY_COMPARE(m_portal->reads, 1);
+    sendChange(QStringLiteral("org.freedesktop.appearance"), QStringLiteral("color-scheme"), 2U);
+    QTRY_VERIFY(!appearance.isDark());
+}
+
+void AppearanceLinuxTest::unreachableBusKeepsThePalette()
+{
+    setPaletteDark(true);
+    AppearanceLinux appearance(QStringLiteral("unix:path=/nonexistent/bus"));
+    QThreadPool::globalInstance()->waitForDone();
+    QCoreApplication::processEvents();
+    QVERIFY(appearance.isDark());
+}
+
+void AppearanceLinuxTest::mayBeDestroyedWhileAsking()
+{
+    for (int i = 0; i < 5; ++i)
+        AppearanceLinux appearance(m_address);
+    QThreadPool::globalInstance()->waitForDone();
+    QCoreApplication::processEvents();
+    AppearanceLinux appearance(m_address);
+    QTRY_COMPARE(m_portal->reads, 1);
+}
+
+void AppearanceLinuxTest::findsTheBusOfTheEnvironment()
+{
+    QTemporaryDir folder;
+    const QByteArray before = qgetenv("DBUS_SESSION_BUS_ADDRESS");
+    const QByteArray runtimeBefore = qgetenv("XDG_RUNTIME_DIR");
+    qputenv("XDG_RUNTIME_DIR", folder.path().toLocal8Bit());
+    qunsetenv("DBUS_SESSION_BUS_ADDRESS");
+    QCOMPARE(AppearanceLinux::sessionBusAddress(), QString());
+    QFile socket(folder.filePath(QStringLiteral("bus")));
+    QVERIFY(socket.open(QIODevice::WriteOnly));
+    QCOMPARE(AppearanceLinux::sessionBusAddress(),
+             QStringLiteral("unix:path=") + folder.path() + QStringLiteral("/bus"));
+    qputenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/here");
+    QCOMPARE(AppearanceLinux::sessionBusAddress(), QStringLiteral("unix:path=/here"));
+    qputenv("DBUS_SESSION_BUS_ADDRESS", before);
+    qputenv("XDG_RUNTIME_DIR", runtimeBefore);
+}
+
+QTEST_MAIN(AppearanceLinuxTest)
+#include "tst_appearancelinux.moc"

@@ -1,0 +1,234 @@
+#include "platform/Platform.h"
+#include "platform/linux/DeviceInfoLinux.h"
+#include "platform/linux/LinuxPaths.h"
+#include "platform/linux/PermissionsLinux.h"
+#include "platform/null/NullPlatform.h"
+
+#include <QDir>
+#include <QGuiApplication>
+#include <QSurfaceFormat>
+#include <QSysInfo>
+#include <QWindow>
+#include <QtTest>
+
+using namespace quellora;
+
+namespace {
+
+/// Sets or removes variables and puts the old ones back.
+class Environment
+{
+public:
+    void set(const char *name, const QByteArray &value)
+    {
+        remember(name);
+        qputenv(name, value);
+    }
+    void unset(const char *name)
+    {
+        remember(name);
+        qunsetenv(name);
+    }
+    ~Environment()
+    {
+        for (auto it = m_before.cbegin(); it != m_before.cend(); ++it) {
+            if (it->isNull())
+                qunsetenv(it.key().constData());
+            else
+                qputenv(it.key().constData(), *it);
+        }
+    }
+
+private:
+    void remember(const char *name)
+    {
+        if (!m_before.contains(name))
+            m_before.insert(name, qEnvironmentVariableIsSet(name) ? qgetenv(name) : QByteArray());
+    }
+    QMap<QByteArray, QByteArray> m_before;
+};
+
+} // namespace
+
+class PlatformLinuxTest : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void offscreenStartsAndPromisesNothing();
+    void offscreenKnowsTheMachine();
+    void osVersionNamesSystemAndKernel();
+    void cpuArchHasTwoValues();
+    void applicationSupportFollowsXdg();
+    void captureToolLiesBesideTheProgram();
+    void sessionKindComesFromTheEnvironment();
+    void permissionsAreGrantedOnX11Only();
+    void asksForXcbOnWayland();
+    void asksForNothingElsewhere_data();
+    void asksForNothingElsewhere();
+    void asksForAnAlphaChannel();
+};
+
+void PlatformLinuxTest::offscreenStartsAndPromisesNothing()
+{
+    const std::unique_ptr<Platform> platform = Platform::create();
+    QVERIFY(dynamic_cast<NullPlatform *>(platform.get()));
+    const auto unsupported = [](const Capability &result) {
+        return result.state() == Capability::State::Unsupported && !result.reason().isEmpty();
+    };
+    QWindow window;
+    PanelWindow &panel = platform->panelWindow();
+    QVERIFY(unsupported(panel.applyPanelTraits(window)));
+    QVERIFY(unsupported(panel.excludeFromCapture(window)));
+    QVERIFY(unsupported(panel.setClickThrough(window, {0, 0, 10, 10})));
+    QVERIFY(unsupported(panel.orderFront(window)));
+    QVERIFY(window.isVisible());
+    QVERIFY(unsupported(panel.makeKey(window)));
+    QVERIFY(!panel.isCompositing());
+
+    GlobalHotkeys &hotkeys = platform->globalHotkeys();
+    hotkeys.installHandler([](quint32) { QFAIL("nothing can be pressed"); });
+    const auto result = hotkeys.registerHotkey(QStringLiteral("c"), 8, 0x0100, 0, 1);
+    QVERIFY(result.status != 0);
+    QCOMPARE(result.registration, GlobalHotkeys::Registration(0));
+    hotkeys.unregisterHotkey(1);
+    QCOMPARE(hotkeys.keyName(54), QString());
+    hotkeys.removeHandler();
+
+    QVERIFY(!platform->permissions().isAccessibilityTrusted());
+    QVERIFY(!platform->permissions().isScreenRecordingGranted());
+    QVERIFY(!platform->appearance().isDark());
+    QVERIFY(unsupported(platform->workspace().openUrl(QUrl(QStringLiteral("https://a.example")))));
+    QVERIFY(unsupported(platform->workspace().openFile(QCoreApplication::applicationFilePath())));
+    QVERIFY(unsupported(platform->shell().becomeAccessory()));
+    QVERIFY(unsupported(platform->shell().installEditMenu()));
+    QVERIFY(unsupported(platform->shell().activate(window)));
+}
+
+void PlatformLinuxTest::offscreenKnowsTheMachine()
+{
+    const std::unique_ptr<Platform> platform = Platform::create();
+    QCOMPARE(platform->deviceInfo().osVersion(), DeviceInfoLinux().osVersion());
+    QCOMPARE(platform->captureTool().program, LinuxPaths::captureTool().program);
+    QCOMPARE(platform->applicationSupportDirectory(), LinuxPaths::applicationSupportDirectory());
+}
+
+void PlatformLinuxTest::osVersionNamesSystemAndKernel()
+{
+    QCOMPARE(DeviceInfoLinux(QStringLiteral("Debian GNU/Linux 12 (bookworm)"),
+                             QStringLiteral("6.1.0-18-arm64"), QStringLiteral("arm64"))
+                 .osVersion(),
+             QStringLiteral("Debian GNU/Linux 12 (bookworm) (kernel 6.1.0-18-arm64)"));
+    QCOMPARE(DeviceInfoLinux(QString(), QStringLiteral("6.1"), QString()).osVersion(),
+             QStringLiteral("Linux (kernel 6.1)"));
+    const QString here = DeviceInfoLinux().osVersion();
+    QVERIFY2(here.contains(QSysInfo::kernelVersion()), qPrintable(here));
+}
+
+void PlatformLinuxTest::cpuArchHasTwoValues()
+{
+    const auto archOf = [](const QString &name) {
+        return DeviceInfoLinux(QString(), QString(), name).cpuArch();
+    };
+    QCOMPARE(archOf(QStringLiteral("arm64")), QStringLiteral("arm64"));
+    for (const char *other : {"x86_64", "i386", "arm", "riscv64", ""})
+        QCOMPARE(archOf(QString::fromLatin1(other)), QStringLiteral("x86_64"));
+}
+
+void PlatformLinuxTest::applicationSupportFollowsXdg()
+{
+    Environment environment;
+    environment.set("XDG_DATA_HOME", "/data/home/");
+    QCOMPARE(LinuxPaths::applicationSupportDirectory(), QStringLiteral("/data/home"));
+    const QString standard = QDir::homePath() + QStringLiteral("/.local/share");
+    environment.set("XDG_DATA_HOME", "relative/path");
+    QCOMPARE(LinuxPaths::applicationSupportDirectory(), standard);
+    environment.set("XDG_DATA_HOME", "");
+    QCOMPARE(LinuxPaths::applicationSupportDirectory(), standard);
+    environment.unset("XDG_DATA_HOME");
+    QCOMPARE(LinuxPaths::applicationSupportDirectory(), standard);
+}
+
+void PlatformLinuxTest::captureToolLiesBesideTheProgram()
+{
+    const CaptureTool tool = LinuxPaths::captureTool();
+    QCOMPARE(tool.program,
+             QCoreApplication::applicationDirPath() + QStringLiteral("/quellora-screencapture"));
+    QCOMPARE(tool.arguments, (QStringList{QStringLiteral("-x"), QStringLiteral("-C")}));
+}
+
+void PlatformLinuxTest::sessionKindComesFromTheEnvironment()
+{
+    using Session = PermissionsLinux::Session;
+    Environment environment;
+    environment.unset("WAYLAND_DISPLAY");
+    environment.unset("XDG_SESSION_TYPE");
+    QCOMPARE(PermissionsLinux::currentSession(), Session::X11);
+    environment.set("XDG_SESSION_TYPE", "x11");
+    QCOMPARE(PermissionsLinux::currentSession(), Session::X11);
+    environment.set("XDG_SESSION_TYPE", "wayland");
+    QCOMPARE(PermissionsLinux::currentSession(), Session::Wayland);
+    environment.unset("XDG_SESSION_TYPE");
+    environment.set("WAYLAND_DISPLAY", "wayland-0");
+    QCOMPARE(PermissionsLinux::currentSession(), Session::Wayland);
+}
+
+void PlatformLinuxTest::permissionsAreGrantedOnX11Only()
+{
+    const PermissionsLinux x11(PermissionsLinux::Session::X11);
+    QVERIFY(x11.isAccessibilityTrusted());
+    QVERIFY(x11.isScreenRecordingGranted());
+    PermissionsLinux wayland(PermissionsLinux::Session::Wayland);
+    wayland.requestScreenRecording();
+    QVERIFY(!wayland.isAccessibilityTrusted());
+    QVERIFY(!wayland.isScreenRecordingGranted());
+}
+
+void PlatformLinuxTest::asksForXcbOnWayland()
+{
+    Environment environment;
+    environment.unset("QT_QPA_PLATFORM");
+    environment.set("WAYLAND_DISPLAY", "wayland-0");
+    environment.set("DISPLAY", ":0");
+    Platform::prepareProcess();
+    QCOMPARE(qgetenv("QT_QPA_PLATFORM"), QByteArray("xcb"));
+    // Programs that are started from here do not inherit it.
+    Platform::create();
+    QVERIFY(!qEnvironmentVariableIsSet("QT_QPA_PLATFORM"));
+}
+
+void PlatformLinuxTest::asksForNothingElsewhere_data()
+{
+    QTest::addColumn<QByteArray>("chosen");
+    QTest::addColumn<QByteArray>("wayland");
+    QTest::addColumn<QByteArray>("x11");
+    QTest::newRow("chosen by the user")
+        << QByteArray("offscreen") << QByteArray("wayland-0") << QByteArray(":0");
+    QTest::newRow("X11 session") << QByteArray() << QByteArray() << QByteArray(":0");
+    QTest::newRow("no X server") << QByteArray() << QByteArray("wayland-0") << QByteArray();
+}
+
+void PlatformLinuxTest::asksForNothingElsewhere()
+{
+    QFETCH(QByteArray, chosen);
+    QFETCH(QByteArray, wayland);
+    QFETCH(QByteArray, x11);
+    Environment environment;
+    environment.unset("XDG_SESSION_TYPE");
+    environment.set("QT_QPA_PLATFORM", chosen);
+    environment.set("WAYLAND_DISPLAY", wayland);
+    environment.set("DISPLAY", x11);
+    Platform::prepareProcess();
+    QCOMPARE(qgetenv("QT_QPA_PLATFORM"), chosen);
+    Platform::create();
+    QCOMPARE(qgetenv("QT_QPA_PLATFORM"), chosen);
+}
+
+void PlatformLinuxTest::asksForAnAlphaChannel()
+{
+    QSurfaceFormat::setDefaultFormat({});
+    Platform::prepareProcess();
+    QCOMPARE(QSurfaceFormat::defaultFormat().alphaBufferSize(), 8);
+}
+
+QTEST_MAIN(PlatformLinuxTest)
+#include "tst_platformlinux.moc"
