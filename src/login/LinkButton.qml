@@ -22,7 +22,7 @@ Basic.AbstractButton {
         Row {
             id: row
             anchors.centerIn: parent
-            spacing: 4
+            spacing: 3
 
             Label {
                 visible: control.lead.length > 0
@@ -53,7 +53,7 @@ Basic.AbstractButton {
     Keys.onReturnPressed: control.clicked()
     Keys.onEnterPressed: control.clicked()
 
-    Accessible.role: Accessible.Link
+    Accessible.role: Accessible.Button
     Accessible.name: control.name
     Accessible.onPressAction: control.clicked()
 }

@@ -15,7 +15,7 @@ Item {
 
     implicitWidth: size
     implicitHeight: size
-    Accessible.role: Accessible.Indicator
+    Accessible.role: Accessible.Animation
     Accessible.name: name
     Accessible.ignored: name.length === 0
 

@@ -2,7 +2,7 @@
 
 #include "BundledFonts.h"
 #include "app/Log.h"
-#include "ui/TextAccessibility.h"
+#include "ui/ControlAccessibility.h"
 
 #include <QFont>
 #include <QGuiApplication>
@@ -23,7 +23,7 @@ void initializeUi()
     font.setHintingPreference(QFont::PreferNoHinting);
     QGuiApplication::setFont(font);
     QQuickWindow::setTextRenderType(QQuickWindow::NativeTextRendering);
-    installTextAccessibility();
+    installControlAccessibility();
 }
 
 void prepareQmlEngine(QQmlEngine &engine)
