@@ -139,6 +139,7 @@ int main(int argc, char *argv[])
     if (parser.isSet(QStringLiteral("models")))
         QMetaObject::invokeMethod(f.find("bottomPanels"), "openModelList");
     if (parser.isSet(QStringLiteral("focus"))) {
+        f.panel.setFlag(Qt::WindowDoesNotAcceptFocus, false);
         f.panel.requestActivate();
         QQuickItem *item = f.find(qPrintable(parser.value(QStringLiteral("focus"))));
         if (item)

@@ -442,7 +442,7 @@ void TestPageEngine::loadsBeforeTheViewWait()
     const auto id = view.load("<p>early</p>", QString());
     QCoreApplication::processEvents();
     view.evaluate(QStringLiteral("1"));
-    view.evaluateLatest(QStringLiteral("2"));
+    view.evaluateLatest([] { return QStringLiteral("2"); });
     QVERIFY(!view.item());
     view.warmUp(*m_engine->window().engine());
     ENGINE_TRY_COMPARE(finishedLoad.size(), 1);

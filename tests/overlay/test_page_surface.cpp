@@ -13,6 +13,8 @@ private slots:
     void loadsWithTheNextTurn();
     void newerLoadSupersedesOneThatHasNotStarted();
     void oneRenderAtATimeAndTheNewestOfTheWaiting();
+    void scriptIsMadeWhenItRuns();
+    void emptyScriptRunsNothing();
     void startedLoadDropsWaitingScripts();
     void lateReportOfADroppedScriptChangesNothing();
 };
@@ -48,7 +50,7 @@ void TestPageSurface::oneRenderAtATimeAndTheNewestOfTheWaiting()
     FakePageSurface surface;
     surface.runsAtOnce = false;
     for (const char *script : {"a", "b", "c"})
-        surface.evaluateLatest(QString::fromLatin1(script));
+        surface.evaluateLatest([script] { return QString::fromLatin1(script); });
     surface.evaluate(QStringLiteral("other"));
     QCOMPARE(surface.scripts, (QStringList{QStringLiteral("a"), QStringLiteral("other")}));
     surface.finishScript();
@@ -56,8 +58,34 @@ void TestPageSurface::oneRenderAtATimeAndTheNewestOfTheWaiting()
     QCOMPARE(surface.scripts.size(), 3);
     surface.finishScript();
     QCOMPARE(surface.scripts.size(), 3);
-    surface.evaluateLatest(QStringLiteral("d"));
+    surface.evaluateLatest([=] { return QStringLiteral("d"); });
     QCOMPARE(surface.scripts.last(), QStringLiteral("d"));
+}
+
+void TestPageSurface::scriptIsMadeWhenItRuns()
+{
+    FakePageSurface surface;
+    surface.runsAtOnce = false;
+    QStringList made;
+    for (const char *name : {"a", "b", "c"}) {
+        surface.evaluateLatest([&made, name] {
+            made.append(QString::fromLatin1(name));
+            return made.last();
+        });
+    }
+    QCOMPARE(made, QStringList{QStringLiteral("a")});
+    surface.finishScript();
+    QCOMPARE(made, (QStringList{QStringLiteral("a"), QStringLiteral("c")}));
+}
+
+void TestPageSurface::emptyScriptRunsNothing()
+{
+    FakePageSurface surface;
+    surface.runsAtOnce = false;
+    surface.evaluateLatest([] { return QString(); });
+    QVERIFY(surface.scripts.isEmpty());
+    surface.evaluateLatest([] { return QStringLiteral("a"); });
+    QCOMPARE(surface.scripts, QStringList{QStringLiteral("a")});
 }
 
 void TestPageSurface::startedLoadDropsWaitingScripts()
@@ -65,11 +93,11 @@ void TestPageSurface::startedLoadDropsWaitingScripts()
     LogCapture log;
     FakePageSurface surface;
     surface.runsAtOnce = false;
-    surface.evaluateLatest(QStringLiteral("a"));
-    surface.evaluateLatest(QStringLiteral("b"));
+    surface.evaluateLatest([=] { return QStringLiteral("a"); });
+    surface.evaluateLatest([=] { return QStringLiteral("b"); });
     surface.load("page", {});
     QCoreApplication::processEvents();
-    surface.evaluateLatest(QStringLiteral("c"));
+    surface.evaluateLatest([=] { return QStringLiteral("c"); });
     QCOMPARE(surface.scripts, (QStringList{QStringLiteral("a"), QStringLiteral("c")}));
 }
 
@@ -78,12 +106,12 @@ void TestPageSurface::lateReportOfADroppedScriptChangesNothing()
     LogCapture log;
     FakePageSurface surface;
     surface.runsAtOnce = false;
-    surface.evaluateLatest(QStringLiteral("a"));
+    surface.evaluateLatest([=] { return QStringLiteral("a"); });
     const quint64 dropped = surface.tokens.last();
     surface.load("page", {});
     QCoreApplication::processEvents();
-    surface.evaluateLatest(QStringLiteral("b"));
-    surface.evaluateLatest(QStringLiteral("c"));
+    surface.evaluateLatest([=] { return QStringLiteral("b"); });
+    surface.evaluateLatest([=] { return QStringLiteral("c"); });
     surface.tokens.append(dropped);
     surface.finishScript();
     QCOMPARE(surface.scripts, (QStringList{QStringLiteral("a"), QStringLiteral("b")}));

@@ -140,9 +140,13 @@ QByteArray AssetBytes::bytes(const QString &name)
     if (name != QLatin1StringView("marked.js"))
         return resource(folder + name);
     if (m_renderer.isEmpty()) {
-        m_renderer = resource(folder + name) + '\n' +
-                     resource(folder + QStringLiteral("purify.min.js")) + '\n' +
-                     resource(QStringLiteral(":/quellora/page-scripts/sanitized-marked.js"));
+        const QString scripts = QStringLiteral(":/quellora/page-scripts/");
+        m_renderer =
+            resource(folder + name) + '\n' + resource(folder + QStringLiteral("purify.min.js")) +
+            '\n' +
+            resource(scripts + QStringLiteral("sanitized-marked.js"))
+                .replace("%incremental-render%",
+                         resource(scripts + QStringLiteral("incremental-render.js")).trimmed());
     }
     return m_renderer;
 }

@@ -27,14 +27,17 @@ void PageSurface::evaluate(const QString &script)
     runScript(script, 0);
 }
 
-void PageSurface::evaluateLatest(const QString &script)
+void PageSurface::evaluateLatest(ScriptMaker script)
 {
     if (m_runningToken != 0) {
-        m_waitingScript = script;
+        m_waitingScript = std::move(script);
         return;
     }
+    const QString text = script();
+    if (text.isEmpty())
+        return;
     m_runningToken = ++m_lastToken;
-    runScript(script, m_runningToken);
+    runScript(text, m_runningToken);
 }
 
 void PageSurface::scriptDone(quint64 token)
@@ -42,14 +45,14 @@ void PageSurface::scriptDone(quint64 token)
     if (token == 0 || token != m_runningToken)
         return;
     m_runningToken = 0;
-    if (const auto next = std::exchange(m_waitingScript, std::nullopt))
-        evaluateLatest(*next);
+    if (ScriptMaker next = std::exchange(m_waitingScript, nullptr))
+        evaluateLatest(std::move(next));
 }
 
 void PageSurface::dropScripts()
 {
     m_runningToken = 0;
-    m_waitingScript.reset();
+    m_waitingScript = nullptr;
 }
 
 } // namespace quellora

@@ -5,7 +5,7 @@
 #include <QString>
 #include <QVariant>
 
-#include <optional>
+#include <functional>
 
 namespace quellora {
 
@@ -26,13 +26,16 @@ public:
     /// @param html UTF-8 bytes of the page
     LoadId load(const QByteArray &html, const QString &logLine);
 
+    /// Makes the text of a script at the moment it is to run; an empty text runs nothing.
+    using ScriptMaker = std::function<QString()>;
+
     /// Runs a script in the page shown; its result and its errors are ignored.
     void evaluate(const QString &script);
 
     /// As evaluate(), for scripts that make earlier ones of this kind pointless: one runs at a
     /// time, and of those that come meanwhile only the newest is kept and run next. A load that
     /// starts drops what is kept.
-    void evaluateLatest(const QString &script);
+    void evaluateLatest(ScriptMaker script);
 
 signals:
     /// The page and everything it refers to is there.
@@ -61,7 +64,7 @@ private:
     LoadId m_latestLoad = 0;
     quint64 m_lastToken = 0;
     quint64 m_runningToken = 0;
-    std::optional<QString> m_waitingScript;
+    ScriptMaker m_waitingScript;
 };
 
 } // namespace quellora

@@ -3,6 +3,8 @@
 #include "app/Log.h"
 #include "app/Text.h"
 
+#include <QPointer>
+
 #include <utility>
 
 namespace quellora {
@@ -22,7 +24,8 @@ void StreamingRenderer::handleStreamStart(
     m_isFirstChunk = true;
     m_pendingChunks.clear();
     m_shellReady = false;
-    m_finalScript.reset();
+    m_finishedAnswer.reset();
+    ++m_stream;
     Log::event(QStringLiteral("[OverlayWindowController] loadStreamingThreadShell() — building "
                               "shell HTML"));
     m_loadingShell = m_display.loadStreamingShell(session, prompt, queryStart, screenshot);
@@ -48,10 +51,10 @@ QString StreamingRenderer::handleStreamEnd()
     Log::event(QStringLiteral("[OverlayWindowController] Stream end received, finalizing render "
                               "(%1 chars)")
                    .arg(characterCount(m_streamBuffer)));
-    renderStreamBuffer(true);
-    if (m_loadingShell != 0)
-        m_finalScript = responsepage::streamRenderScript(m_streamBuffer, true);
     const QString answer = std::exchange(m_streamBuffer, QString());
+    renderFinished(answer);
+    if (m_loadingShell != 0)
+        m_finishedAnswer = answer;
     Log::event(QStringLiteral("[OverlayWindowController] Stream complete, buffer cleared"));
     return answer;
 }
@@ -60,9 +63,10 @@ QString StreamingRenderer::abandon()
 {
     const QString answer = m_streamBuffer + std::exchange(m_pendingChunks, {}).join(QString());
     m_streamBuffer.clear();
+    ++m_stream;
     m_loadingShell = 0;
     m_shellReady = false;
-    m_finalScript.reset();
+    m_finishedAnswer.reset();
     return answer;
 }
 
@@ -77,8 +81,8 @@ void StreamingRenderer::onPageFinished(ResponseDisplay::PageId page)
     if (!chunks.isEmpty())
         line += QStringLiteral(", draining %1 queued chunk(s)").arg(chunks.size());
     Log::event(line);
-    if (const auto script = std::exchange(m_finalScript, std::nullopt)) {
-        m_display.surface().evaluateLatest(*script);
+    if (const auto answer = std::exchange(m_finishedAnswer, std::nullopt)) {
+        renderFinished(*answer);
         return;
     }
     for (const QString &chunk : chunks)
@@ -94,13 +98,23 @@ void StreamingRenderer::processStreamChunk(const QString &text)
                                   "dots"));
     }
     m_streamBuffer += text;
-    renderStreamBuffer(false);
+    renderStreamBuffer();
 }
 
-void StreamingRenderer::renderStreamBuffer(bool highlightCode)
+void StreamingRenderer::renderStreamBuffer()
+{
+    // Put together only when its turn has come: with a slow page most of them are never needed.
+    m_display.surface().evaluateLatest([self = QPointer(this), stream = m_stream] {
+        if (!self || self->m_stream != stream)
+            return QString();
+        return responsepage::streamRenderScript(self->m_streamBuffer, false);
+    });
+}
+
+void StreamingRenderer::renderFinished(const QString &answer)
 {
     m_display.surface().evaluateLatest(
-        responsepage::streamRenderScript(m_streamBuffer, highlightCode));
+        [answer] { return responsepage::streamRenderScript(answer, true); });
 }
 
 } // namespace quellora

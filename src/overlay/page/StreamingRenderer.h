@@ -46,7 +46,8 @@ signals:
 private:
     void onPageFinished(ResponseDisplay::PageId page);
     void processStreamChunk(const QString &text);
-    void renderStreamBuffer(bool highlightCode);
+    void renderStreamBuffer();
+    void renderFinished(const QString &answer);
 
     ResponseDisplay &m_display;
     QString m_streamBuffer;
@@ -56,7 +57,9 @@ private:
     /// The shell page that is being loaded; 0 when none is.
     ResponseDisplay::PageId m_loadingShell = 0;
     /// The last render of an answer that ended before its page was there.
-    std::optional<QString> m_finalScript;
+    std::optional<QString> m_finishedAnswer;
+    /// Counts streams, so that a render that waited is not taken for one of the next stream.
+    quint64 m_stream = 0;
 };
 
 } // namespace quellora

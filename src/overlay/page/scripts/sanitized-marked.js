@@ -37,7 +37,12 @@
         }
     });
 
-    const parse = source => purify.sanitize(renderer.parse(String(source)), options);
+    const fragmentOptions = { ...options, RETURN_DOM_FRAGMENT: true };
+    const render = (%incremental-render%)(
+        renderer,
+        html => purify.sanitize(html, fragmentOptions),
+        html => purify.sanitize(html, options));
+    const parse = source => render(String(source));
     Object.defineProperty(globalThis, 'marked', {
         value: Object.freeze({ parse }),
         writable: false, configurable: false, enumerable: true,
