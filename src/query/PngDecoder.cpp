@@ -41,9 +41,11 @@ std::unique_ptr<std::uint8_t[]> allocate(std::size_t size)
     return std::unique_ptr<std::uint8_t[]>(new (std::nothrow) std::uint8_t[size]);
 }
 
-/// What the chunks say, for the common kind of picture.
+/// What the chunks say.
 struct Contents
 {
+    /// Of the kind that this module reads: 8-bit RGB with or without alpha, not interlaced.
+    bool isCommon = false;
     int width = 0;
     int height = 0;
     int channels = 3;
@@ -57,24 +59,27 @@ struct Contents
     std::size_t filteredSize() const { return (rowBytes() + 1) * static_cast<std::size_t>(height); }
 };
 
+/// False when the picture is none or too large.
 bool readHeader(Bytes header, Contents &contents)
 {
     if (header.size() != headerBytes)
         return false;
     const std::uint32_t width = readBigEndian(header.data());
     const std::uint32_t height = readBigEndian(header.data() + 4);
+    if (!withinLimits(width, height))
+        return false;
     const std::uint8_t depth = header[8];
     const std::uint8_t colour = header[9];
     const bool plain = header[10] == 0 && header[11] == 0 && header[12] == 0;
-    if (!withinLimits(width, height) || depth != 8 || (colour != 2 && colour != 6) || !plain)
-        return false;
+    contents.isCommon = depth == 8 && (colour == 2 || colour == 6) && plain;
     contents.width = static_cast<int>(width);
     contents.height = static_cast<int>(height);
     contents.channels = colour == 2 ? 3 : 4;
     return true;
 }
 
-/// Walks the chunks. Nothing when the file is of another kind or irregular in any way.
+/// Walks the chunks up to the end mark. Nothing when the file is damaged or cut short, or holds a
+/// chunk that may not be skipped and that nobody knows.
 std::optional<Contents> readContents(Bytes file)
 {
     if (file.size() < signature.size() ||
@@ -89,7 +94,8 @@ std::optional<Contents> readContents(Bytes file)
         const std::uint8_t *type = rest.data() + 4;
         const Bytes body = rest.subspan(8, length);
         const std::uint32_t sum = readBigEndian(rest.data() + 8 + length);
-        if (libdeflate_crc32(0, type, length + 4) != sum)
+        const bool isCritical = (type[0] & 0x20) == 0;
+        if (isCritical && libdeflate_crc32(0, type, length + 4) != sum)
             return std::nullopt;
         rest = rest.subspan(length + chunkOverhead);
 
@@ -103,8 +109,8 @@ std::optional<Contents> readContents(Bytes file)
             if (contents.data.empty())
                 return std::nullopt;
             return contents;
-        } else if ((type[0] & 0x20) == 0 && !isType(type, "PLTE")) {
-            return std::nullopt; // a critical chunk that we do not know
+        } else if (isCritical && !isType(type, "PLTE")) {
+            return std::nullopt;
         }
     }
     return std::nullopt;
@@ -224,29 +230,23 @@ bool inflateRows(Bytes stream, const Contents &contents, Bitmap &bitmap)
     return true;
 }
 
-std::optional<Bitmap> decodeCommon(const QByteArray &file)
+std::optional<Bitmap> decodeCommon(const QByteArray &file, const Contents &contents)
 {
-    const Bytes bytes(
-        static_cast<const std::uint8_t *>(static_cast<const void *>(file.constData())),
-        static_cast<std::size_t>(file.size()));
-    const auto contents = readContents(bytes);
-    if (!contents)
-        return std::nullopt;
     Bitmap bitmap;
-    bitmap.width = contents->width;
-    bitmap.height = contents->height;
-    bitmap.channels = contents->channels;
+    bitmap.width = contents.width;
+    bitmap.height = contents.height;
+    bitmap.channels = contents.channels;
     bitmap.file = file;
-    bitmap.rows.reserve(static_cast<std::size_t>(contents->height));
+    bitmap.rows.reserve(static_cast<std::size_t>(contents.height));
 
     std::unique_ptr<std::uint8_t[]> storage;
-    const Bytes stream = joined(*contents, storage);
-    const auto blocks = storedBlocks(stream, contents->filteredSize());
-    bool done = !blocks.empty() && useRowsInPlace(blocks, *contents, bitmap);
+    const Bytes stream = joined(contents, storage);
+    const auto blocks = storedBlocks(stream, contents.filteredSize());
+    bool done = !blocks.empty() && useRowsInPlace(blocks, contents, bitmap);
     if (!done) {
         bitmap.rows.clear();
         bitmap.buffers.clear();
-        done = inflateRows(stream, *contents, bitmap);
+        done = inflateRows(stream, contents, bitmap);
     }
     if (!done)
         return std::nullopt;
@@ -283,8 +283,17 @@ std::optional<Bitmap> decodeWithSpng(const QByteArray &file)
 
 std::optional<Bitmap> decodePng(const QByteArray &file)
 {
-    if (auto bitmap = decodeCommon(file))
-        return bitmap;
+    const Bytes bytes(
+        static_cast<const std::uint8_t *>(static_cast<const void *>(file.constData())),
+        static_cast<std::size_t>(file.size()));
+    // libspng gets only files that passed, for it does not check what it has no need to read.
+    const auto contents = readContents(bytes);
+    if (!contents)
+        return std::nullopt;
+    if (contents->isCommon) {
+        if (auto bitmap = decodeCommon(file, *contents))
+            return bitmap;
+    }
     return decodeWithSpng(file);
 }
 

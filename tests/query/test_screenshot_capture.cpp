@@ -1,0 +1,379 @@
+#include "PngSamples.h"
+#include "fakes/LogCapture.h"
+#include "query/ScreenshotCapture.h"
+
+#include <QDir>
+#include <QFile>
+#include <QImage>
+#include <QObject>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <memory>
+
+using namespace quellora;
+using Kind = ScreenshotCapture::CaptureError::Kind;
+using CaptureError = ScreenshotCapture::CaptureError;
+
+namespace {
+
+QRgb colourful(int x, int y)
+{
+    return qRgb(40 + x % 200, y % 256, 99);
+}
+
+} // namespace
+
+/// Runs small shell scripts in place of the capture tool.
+class TestScreenshotCapture : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+
+    void descriptions_data();
+    void descriptions();
+
+    void capturesAndScales_data();
+    void capturesAndScales();
+    void runsTheToolAsGiven();
+    void toolOutputStaysAway();
+    void fileIsPrivate();
+    void missingTool();
+    void toolThatIsNoProgram();
+    void failingTool_data();
+    void failingTool();
+    void toolThatWritesNothing();
+    void toolThatWritesSomethingElse_data();
+    void toolThatWritesSomethingElse();
+    void undecodableFile_data();
+    void undecodableFile();
+    void protectedContent();
+    void almostBlackPasses();
+    void blackIsJudgedAfterScaling();
+    void tooFlatPictureIsSentAsItIs();
+    void capturesInBackground();
+    void capturesAtOnce();
+
+private:
+    /// A tool whose shell script sees the output path as $3.
+    CaptureTool tool(const QByteArray &script);
+    CaptureTool toolThatWrites(const QByteArray &png);
+    QStringList filesLeft() const
+    {
+        return QDir(m_tmp->path()).entryList(QDir::Files | QDir::System | QDir::Hidden);
+    }
+
+    std::unique_ptr<QTemporaryDir> m_tools;
+    std::unique_ptr<QTemporaryDir> m_tmp;
+    std::unique_ptr<LogCapture> m_log;
+    QByteArray m_oldTmp;
+};
+
+void TestScreenshotCapture::init()
+{
+    m_tools = std::make_unique<QTemporaryDir>();
+    m_tmp = std::make_unique<QTemporaryDir>();
+    m_log = std::make_unique<LogCapture>();
+    m_oldTmp = qgetenv("TMPDIR");
+    qputenv("TMPDIR", m_tmp->path().toUtf8());
+    QCOMPARE(QDir::tempPath(), m_tmp->path());
+}
+
+void TestScreenshotCapture::cleanup()
+{
+    // Whatever the outcome was, no picture stays behind.
+    const QStringList left = filesLeft();
+    qputenv("TMPDIR", m_oldTmp);
+    m_log.reset();
+    m_tmp.reset();
+    m_tools.reset();
+    QCOMPARE(left, QStringList());
+}
+
+CaptureTool TestScreenshotCapture::tool(const QByteArray &script)
+{
+    const QString path = m_tools->filePath(QStringLiteral("tool"));
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly))
+        qFatal("cannot write the tool");
+    file.write("#!/bin/sh\n" + script + "\n");
+    file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    return {path, {QStringLiteral("-x"), QStringLiteral("-C")}};
+}
+
+CaptureTool TestScreenshotCapture::toolThatWrites(const QByteArray &png)
+{
+    QFile file(m_tools->filePath(QStringLiteral("picture")));
+    if (!file.open(QIODevice::WriteOnly) || file.write(png) != png.size())
+        qFatal("cannot write the picture");
+    return tool("cat '" + m_tools->path().toUtf8() + "/picture' > \"$3\"");
+}
+
+void TestScreenshotCapture::descriptions_data()
+{
+    QTest::addColumn<int>("kind");
+    QTest::addColumn<QString>("text");
+    const auto row = [](const char *name, Kind kind, const char *text) {
+        QTest::newRow(name) << static_cast<int>(kind) << QString::fromUtf8(text);
+    };
+    row("launch", Kind::ProcessLaunchFailed, "Could not launch screencapture: why");
+    row("exit", Kind::NonZeroExit, "screencapture exited with status -7");
+    row("decode", Kind::ImageDecodeFailed, "Could not decode captured screenshot");
+    row("encode", Kind::JpegEncodeFailed, "Could not encode screenshot as JPEG");
+    row("protected", Kind::ProtectedContent,
+        "Captured content appears to be protected (DRM) — near-uniform black frame");
+    row("file", Kind::FileRead, "why");
+}
+
+void TestScreenshotCapture::descriptions()
+{
+    QFETCH(int, kind);
+    QFETCH(QString, text);
+    QCOMPARE((CaptureError{static_cast<Kind>(kind), QStringLiteral("why"), -7}).description(),
+             text);
+}
+
+void TestScreenshotCapture::capturesAndScales_data()
+{
+    QTest::addColumn<QSize>("screen");
+    QTest::addColumn<QSize>("sent");
+    QTest::newRow("1280") << QSize(1280, 800) << QSize(1280, 800);
+    QTest::newRow("1281") << QSize(1281, 801) << QSize(1280, 800);
+    QTest::newRow("2560") << QSize(2560, 1600) << QSize(1280, 800);
+    QTest::newRow("3024") << QSize(3024, 1964) << QSize(1280, 831);
+}
+
+void TestScreenshotCapture::capturesAndScales()
+{
+    QFETCH(QSize, screen);
+    QFETCH(QSize, sent);
+    const QByteArray png = writePng(screen.width(), screen.height(), colourful);
+    const auto outcome = ScreenshotCapture::captureAndOptimize(toolThatWrites(png));
+    QVERIFY(outcome.has_value());
+    QCOMPARE(outcome->originalSizeBytes, png.size());
+    QCOMPARE(QImage::fromData(outcome->jpegData, "JPG").size(), sent);
+    QCOMPARE(m_log->lines,
+             QStringList{QStringLiteral("[ScreenshotCapture] Captured %1 bytes PNG -> %2 bytes "
+                                        "JPEG (%3x%4)")
+                             .arg(png.size())
+                             .arg(outcome->jpegData.size())
+                             .arg(sent.width())
+                             .arg(sent.height())});
+}
+
+void TestScreenshotCapture::runsTheToolAsGiven()
+{
+    const CaptureTool script = tool("for a in \"$@\"; do echo \"$a\"; done > '" +
+                                    m_tools->path().toUtf8() + "/arguments'; exit 3");
+    const auto outcome = ScreenshotCapture::captureAndOptimize(script);
+    QVERIFY(!outcome.has_value());
+    QFile file(m_tools->filePath(QStringLiteral("arguments")));
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    const QStringList arguments = QString::fromUtf8(file.readAll().trimmed()).split(u'\n');
+    QCOMPARE(arguments.size(), 3);
+    QCOMPARE(arguments.at(0), QStringLiteral("-x"));
+    QCOMPARE(arguments.at(1), QStringLiteral("-C"));
+    static const QRegularExpression name(QStringLiteral(
+        "^/vantiro_capture_[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}"
+        "\\.png$"));
+    QVERIFY(arguments.at(2).startsWith(m_tmp->path()));
+    QVERIFY(name.match(arguments.at(2).mid(m_tmp->path().size())).hasMatch());
+}
+
+void TestScreenshotCapture::toolOutputStaysAway()
+{
+    // Not even a full pipe: nobody reads, and the tool must not wait for anybody.
+    const auto outcome = ScreenshotCapture::captureAndOptimize(
+        tool("test -t 0 && exit 5; read line && exit 6; "
+             "i=0; while [ $i -lt 3000 ]; do echo 'a long line of chatter of the capture tool'; "
+             "echo 'and of complaints' >&2; i=$((i+1)); done; exit 4"));
+    QVERIFY(!outcome.has_value());
+    QCOMPARE(outcome.error().exitStatus, 4);
+    QCOMPARE(m_log->lines, QStringList());
+}
+
+void TestScreenshotCapture::fileIsPrivate()
+{
+    const auto outcome =
+        ScreenshotCapture::captureAndOptimize(tool("umask 0000 2>/dev/null; exit 0"));
+    QVERIFY(!outcome.has_value());
+    const CaptureTool script =
+        tool("echo x > \"$3\"; ls -l \"$3\" > '" + m_tools->path().toUtf8() + "/listing'");
+    QVERIFY(!ScreenshotCapture::captureAndOptimize(script).has_value());
+    QFile file(m_tools->filePath(QStringLiteral("listing")));
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    QVERIFY(file.readAll().startsWith("-rw-------"));
+}
+
+void TestScreenshotCapture::missingTool()
+{
+    const auto outcome = ScreenshotCapture::captureAndOptimize(
+        {m_tools->filePath(QStringLiteral("nothing here")), {}});
+    QVERIFY(!outcome.has_value());
+    QCOMPARE(outcome.error().kind, Kind::ProcessLaunchFailed);
+    QVERIFY(outcome.error().detail.contains(QStringLiteral("No such file or directory")));
+    QCOMPARE(outcome.error().description(),
+             QStringLiteral("Could not launch screencapture: ") + outcome.error().detail);
+}
+
+void TestScreenshotCapture::toolThatIsNoProgram()
+{
+    const CaptureTool script = tool("exit 0");
+    QFile::setPermissions(script.program, QFile::ReadOwner);
+    const auto outcome = ScreenshotCapture::captureAndOptimize(script);
+    QVERIFY(!outcome.has_value());
+    QCOMPARE(outcome.error().kind, Kind::ProcessLaunchFailed);
+    QVERIFY(!outcome.error().detail.isEmpty());
+
+    const auto unnamed = ScreenshotCapture::captureAndOptimize({});
+    QVERIFY(!unnamed.has_value());
+    QCOMPARE(unnamed.error().kind, Kind::ProcessLaunchFailed);
+}
+
+void TestScreenshotCapture::failingTool_data()
+{
+    QTest::addColumn<QByteArray>("script");
+    QTest::addColumn<int>("status");
+    QTest::newRow("1") << QByteArray("exit 1") << 1;
+    QTest::newRow("255") << QByteArray("exit 255") << 255;
+    QTest::newRow("1 with a file") << QByteArray("echo x > \"$3\"; exit 1") << 1;
+    QTest::newRow("killed") << QByteArray("kill -KILL $$") << 9;
+    QTest::newRow("killed with a file") << QByteArray("echo x > \"$3\"; kill -TERM $$") << 15;
+}
+
+void TestScreenshotCapture::failingTool()
+{
+    QFETCH(QByteArray, script);
+    QFETCH(int, status);
+    const auto outcome = ScreenshotCapture::captureAndOptimize(tool(script));
+    QVERIFY(!outcome.has_value());
+    QCOMPARE(outcome.error(), (CaptureError{Kind::NonZeroExit, {}, status}));
+    QCOMPARE(outcome.error().description(),
+             QStringLiteral("screencapture exited with status %1").arg(status));
+    QCOMPARE(m_log->lines, QStringList());
+}
+
+void TestScreenshotCapture::toolThatWritesNothing()
+{
+    const auto outcome = ScreenshotCapture::captureAndOptimize(tool("exit 0"));
+    QVERIFY(!outcome.has_value());
+    QCOMPARE(outcome.error().kind, Kind::FileRead);
+    QCOMPARE(outcome.error().description(), QStringLiteral("No such file or directory"));
+    QCOMPARE(m_log->lines, QStringList());
+}
+
+void TestScreenshotCapture::toolThatWritesSomethingElse_data()
+{
+    QTest::addColumn<QByteArray>("script");
+    QTest::newRow("pipe") << QByteArray("mkfifo \"$3\"");
+    QTest::newRow("link") << QByteArray("ln -s /etc/passwd \"$3\"");
+}
+
+void TestScreenshotCapture::toolThatWritesSomethingElse()
+{
+    QFETCH(QByteArray, script);
+    const auto outcome = ScreenshotCapture::captureAndOptimize(tool(script));
+    QVERIFY(!outcome.has_value());
+    QCOMPARE(outcome.error().kind, Kind::FileRead);
+}
+
+void TestScreenshotCapture::undecodableFile_data()
+{
+    QTest::addColumn<QByteArray>("png");
+    const QByteArray png = writePng(400, 300, colourful);
+    QTest::newRow("empty") << QByteArray();
+    QTest::newRow("text") << QByteArray("hello");
+    QTest::newRow("half a picture") << png.left(png.size() / 2);
+    QByteArray damaged = png;
+    damaged[png.size() / 2] = static_cast<char>(damaged[png.size() / 2] ^ 0x10);
+    QTest::newRow("damaged") << damaged;
+}
+
+void TestScreenshotCapture::undecodableFile()
+{
+    QFETCH(QByteArray, png);
+    const auto outcome = ScreenshotCapture::captureAndOptimize(toolThatWrites(png));
+    QVERIFY(!outcome.has_value());
+    QCOMPARE(outcome.error(), (CaptureError{Kind::ImageDecodeFailed, {}, 0}));
+    QCOMPARE(m_log->lines, QStringList());
+}
+
+void TestScreenshotCapture::protectedContent()
+{
+    const QByteArray png = writePng(1600, 900, [](int, int) { return qRgb(0, 0, 0); });
+    const auto outcome = ScreenshotCapture::captureAndOptimize(toolThatWrites(png));
+    QVERIFY(!outcome.has_value());
+    QCOMPARE(outcome.error(), (CaptureError{Kind::ProtectedContent, {}, 0}));
+    QCOMPARE(m_log->lines,
+             QStringList{QStringLiteral("[ScreenshotCapture] Discarding near-black capture "
+                                        "(protected/DRM content suspected)")});
+}
+
+void TestScreenshotCapture::almostBlackPasses()
+{
+    // 0.2 % of the 80 x 50 sample points are lit.
+    const QByteArray png = writePng(1280, 800, [](int x, int y) {
+        return y == 160 && x % 160 == 0 ? qRgb(9, 0, 0) : qRgb(8, 8, 8);
+    });
+    QVERIFY(ScreenshotCapture::captureAndOptimize(toolThatWrites(png)).has_value());
+}
+
+void TestScreenshotCapture::blackIsJudgedAfterScaling()
+{
+    // Lit where the grid of the screen itself would fall, but not that of the scaled picture:
+    // single points of a 2560-pixel screen at odd multiples of 16.
+    const QByteArray png = writePng(2560, 1600, [](int x, int y) {
+        return x % 32 == 16 && y % 32 == 16 ? qRgb(255, 255, 255) : qRgb(0, 0, 0);
+    });
+    const auto outcome = ScreenshotCapture::captureAndOptimize(toolThatWrites(png));
+    QVERIFY(!outcome.has_value());
+    QCOMPARE(outcome.error().kind, Kind::ProtectedContent);
+}
+
+void TestScreenshotCapture::tooFlatPictureIsSentAsItIs()
+{
+    // Its 6 rows would become none.
+    const QByteArray png = writePng(16384, 6, colourful);
+    const auto outcome = ScreenshotCapture::captureAndOptimize(toolThatWrites(png));
+    QVERIFY(outcome.has_value());
+    QVERIFY(m_log->lines.constFirst().endsWith(QStringLiteral("(16384x6)")));
+}
+
+void TestScreenshotCapture::capturesInBackground()
+{
+    // The tool waits until this thread lets it go on, so the call cannot have run here.
+    const QByteArray gate = m_tools->path().toUtf8() + "/gate";
+    QCOMPARE(QProcess::execute(QStringLiteral("mkfifo"), {QString::fromUtf8(gate)}), 0);
+    const auto future =
+        ScreenshotCapture::captureInBackground(tool("read line < '" + gate + "'; exit 8"));
+    QVERIFY(!future.isFinished());
+    QFile file(QString::fromUtf8(gate));
+    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Unbuffered));
+    file.write("go\n");
+    QTRY_VERIFY(future.isFinished());
+    QCOMPARE(future.resultCount(), 1);
+    QCOMPARE(future.result().error().exitStatus, 8);
+}
+
+void TestScreenshotCapture::capturesAtOnce()
+{
+    // Each tool waits for the other one to have started.
+    const QByteArray base = m_tools->path().toUtf8();
+    const CaptureTool script = tool(
+        "if mkdir '" + base + "/first' 2>/dev/null; then while [ ! -d '" + base +
+        "/second' ]; do sleep 0.01; done; exit 11; else mkdir '" + base + "/second'; exit 12; fi");
+    const auto one = ScreenshotCapture::captureInBackground(script);
+    const auto two = ScreenshotCapture::captureInBackground(script);
+    QTRY_VERIFY(one.isFinished() && two.isFinished());
+    QList<int> statuses{one.result().error().exitStatus, two.result().error().exitStatus};
+    std::sort(statuses.begin(), statuses.end());
+    QCOMPARE(statuses, (QList<int>{11, 12}));
+}
+
+QTEST_GUILESS_MAIN(TestScreenshotCapture)
+#include "test_screenshot_capture.moc"
