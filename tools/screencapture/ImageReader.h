@@ -1,42 +1,46 @@
 #pragma once
 
 #include "Canvas.h"
+#include "PageBuffer.h"
 #include "XConnection.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 
 namespace quellora::screencapture {
 
 /// Reads pixels of windows and pixmaps, through memory shared with the display server where
-/// possible and over the connection otherwise. One picture at a time.
+/// possible and over the connection otherwise. Holds one picture at a time.
+///
+/// The shared memory is small and used strip by strip, two strips in turn: the server fills one
+/// while the other is copied out. Fresh shared memory for a whole picture costs several times as
+/// much as the copying.
 class ImageReader
 {
 public:
-    /// @param capacity bytes of the largest picture to be read
-    ImageReader(const XConnection &x, std::size_t capacity);
+    explicit ImageReader(const XConnection &x);
     ~ImageReader();
     ImageReader(const ImageReader &) = delete;
     ImageReader &operator=(const ImageReader &) = delete;
 
     /// Reads @p part of @p drawable (drawable's coordinates). The result's rectangle is @p part;
-    /// its data is valid until the next call. @return nothing when the server refuses
+    /// its data is data() and valid until the next call. @return nothing when the server refuses
     std::optional<SourceImage> read(xcb_drawable_t drawable, const Rect &part,
                                     const PixelFormat &format);
-    /// Writable memory of the last picture read, or null when it did not come through shared
-    /// memory.
-    std::byte *sharedData() const { return m_lastWasShared ? m_memory : nullptr; }
+    /// The memory of the last picture read; may be written to.
+    std::byte *data() const { return m_data; }
 
 private:
-    void attach(std::size_t capacity);
-    void detach();
+    void attach();
+    bool readShared(xcb_drawable_t drawable, const Rect &part, std::size_t bytesPerLine);
+    bool readOverConnection(xcb_drawable_t drawable, const Rect &part, std::size_t bytesPerLine);
 
     const XConnection &m_x;
-    std::byte *m_memory = nullptr;
-    std::size_t m_capacity = 0;
+    PageBuffer m_buffer;
+    std::byte *m_data = nullptr;
+    std::byte *m_shared = nullptr;
     std::uint32_t m_segment = 0;
-    bool m_lastWasShared = false;
-    XReply<xcb_get_image_reply_t> m_reply;
 };
 
 } // namespace quellora::screencapture

@@ -24,42 +24,32 @@ Failure unreadable(const XConnection &x, std::string reason)
     return {ExitStatus::ScreenUnreadable, "cannot read the screen: " + std::move(reason)};
 }
 
-std::size_t bytesFor(const Rect &area, const PixelFormat &format)
-{
-    return format.bytesPerLine(area.width) * static_cast<std::size_t>(area.height);
-}
-
-/// The picture's pixels: the shared memory that the server filled, or converted ones.
+/// The picture's pixels: as the server sent them where they are the tool's own, else converted.
 class Picture
 {
 public:
-    Picture(const XConnection &x, const Rect &area, const PixelFormat &format)
-        : m_reader(std::make_unique<ImageReader>(x, bytesFor(area, format)))
-    {}
+    explicit Picture(const XConnection &x) : m_reader(x) {}
 
     /// Reads @p area of the root window. @return whether the server gave it
     bool readRoot(const XConnection &x, const Rect &area, const PixelFormat &format)
     {
-        const auto image = m_reader->read(x.root(), area, format);
+        const auto image = m_reader.read(x.root(), area, format);
         if (!image)
             return false;
-        if (format.isNative() && m_reader->sharedData() != nullptr) {
-            m_canvas = {reinterpret_cast<std::uint32_t *>(m_reader->sharedData()), area,
-                        static_cast<std::size_t>(area.width)};
-            return true;
-        }
-        m_converted.resize(static_cast<std::size_t>(area.width) *
-                           static_cast<std::size_t>(area.height));
-        m_canvas = {m_converted.data(), area, static_cast<std::size_t>(area.width)};
-        drawOpaque(m_canvas, *image, Region(area));
+        const auto stride = static_cast<std::size_t>(area.width);
+        const std::size_t bytes = stride * static_cast<std::size_t>(area.height) * 4;
+        std::byte *pixels = format.isNative() ? m_reader.data() : m_converted.resize(bytes);
+        m_canvas = {reinterpret_cast<std::uint32_t *>(pixels), area, stride};
+        if (!format.isNative())
+            drawOpaque(m_canvas, *image, Region(area));
         return true;
     }
 
     const Canvas &canvas() const { return m_canvas; }
 
 private:
-    std::unique_ptr<ImageReader> m_reader;
-    std::vector<std::uint32_t> m_converted;
+    ImageReader m_reader;
+    PageBuffer m_converted;
     Canvas m_canvas;
 };
 
@@ -69,10 +59,7 @@ class Patcher
 public:
     Patcher(const XConnection &x, const Canvas &canvas, const CapturePlan &plan,
             const PixelFormat &rootFormat)
-        : m_canvas(canvas)
-        , m_plan(plan)
-        , m_rootFormat(rootFormat)
-        , m_reader(x, bytesFor(plan.patch.bounds(), rootFormat))
+        : m_canvas(canvas), m_plan(plan), m_rootFormat(rootFormat), m_reader(x)
     {}
 
     void drawBackground(const RootBackground &background)
@@ -181,15 +168,15 @@ captureScreen(bool includeCursor,
     const auto format = x->format(x->screen().root_depth, x->screen().root_visual);
     if (!format)
         return tl::unexpected(unreadable(*x, "its pixels are palette indices"));
-    Picture picture(*x, area, *format);
+    Picture picture(*x);
 
     // Windows and picture belong to the same moment, or a panel that is just being shown or moved
     // would slip into the picture.
     ServerGrab grab(*x);
-    const auto windows = readWindowStack(*x);
+    const bool compositing = isCompositorRunning(*x);
+    const auto windows = readWindowStack(*x, compositing);
     if (!windows || !picture.readRoot(*x, area, *format))
         return tl::unexpected(unreadable(*x, "the display server refused"));
-    const bool compositing = isCompositorRunning(*x);
     const CapturePlan plan = planCapture(*windows, area, compositing);
     if (!plan.patch.isEmpty()) {
         if (!x->extensions().composite)

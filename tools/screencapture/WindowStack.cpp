@@ -13,7 +13,8 @@ namespace quellora::screencapture {
 namespace {
 
 constexpr int maximumSearchDepth = 8;
-constexpr std::size_t maximumSearchedWindows = 4096;
+// Some window managers' frames consist of more than fifty windows each.
+constexpr std::size_t maximumSearchedWindows = 32768;
 
 std::span<const xcb_window_t> childrenOf(const xcb_query_tree_reply_t &tree)
 {
@@ -74,8 +75,16 @@ std::optional<std::vector<TopLevel>> readViewable(const XConnection &x)
     return result;
 }
 
-/// Reads the exclusion and opacity properties of all windows and of what they hold.
-void readProperties(const XConnection &x, std::vector<TopLevel> &windows)
+/// 255 is opaque.
+std::uint32_t toByte(std::uint32_t opacity)
+{
+    return static_cast<std::uint32_t>((static_cast<std::uint64_t>(opacity) * 255 + 0x7fffffff) /
+                                      0xffffffff);
+}
+
+/// Reads the exclusion property, and @p withOpacity the opacity, of all windows and of what they
+/// hold.
+void readProperties(const XConnection &x, std::vector<TopLevel> &windows, bool withOpacity)
 {
     struct Node
     {
@@ -86,12 +95,15 @@ void readProperties(const XConnection &x, std::vector<TopLevel> &windows)
         xcb_query_tree_cookie_t tree;
     };
     xcb_connection_t *c = x.get();
-    std::vector<bool> hasOpacity(windows.size(), false);
+    std::vector<bool> hasOpacity(windows.size(), !withOpacity);
     std::size_t searched = 0;
     const auto visit = [&](xcb_window_t window, std::size_t topLevel) {
         ++searched;
-        return Node{window, topLevel, requestCardinal(x, window, x.atoms().captureExclude),
-                    requestCardinal(x, window, x.atoms().windowOpacity), xcb_query_tree(c, window)};
+        Node node{window, topLevel, requestCardinal(x, window, x.atoms().captureExclude), {}, {}};
+        if (withOpacity)
+            node.opacity = requestCardinal(x, window, x.atoms().windowOpacity);
+        node.tree = xcb_query_tree(c, window);
+        return node;
     };
 
     std::vector<Node> level;
@@ -104,11 +116,10 @@ void readProperties(const XConnection &x, std::vector<TopLevel> &windows)
             if (takeCardinal(x, node.excluded) == 1U)
                 window.excluded = true;
             // Most window managers copy a client's opacity to its frame; else the client's counts.
-            const auto opacity = takeCardinal(x, node.opacity);
+            const auto opacity = withOpacity ? takeCardinal(x, node.opacity) : std::nullopt;
             if (opacity && !hasOpacity[node.topLevel]) {
                 hasOpacity[node.topLevel] = true;
-                window.opacity = static_cast<std::uint32_t>(
-                    (static_cast<std::uint64_t>(*opacity) * 255 + 0x7fffffff) / 0xffffffff);
+                window.opacity = toByte(*opacity);
             }
             const auto tree = takeReply(c, xcb_query_tree_reply, node.tree);
             if (!tree || window.excluded)
@@ -123,7 +134,8 @@ void readProperties(const XConnection &x, std::vector<TopLevel> &windows)
     // Replies to what the depth limit cut off are of no interest.
     for (const Node &node : level) {
         xcb_discard_reply(c, node.excluded.sequence);
-        xcb_discard_reply(c, node.opacity.sequence);
+        if (withOpacity)
+            xcb_discard_reply(c, node.opacity.sequence);
         xcb_discard_reply(c, node.tree.sequence);
     }
 }
@@ -136,14 +148,24 @@ void readShapes(const XConnection &x, std::vector<TopLevel> &windows)
             window.shape = {window.rect};
         return;
     }
-    std::vector<xcb_shape_get_rectangles_cookie_t> cookies;
+    struct Pending
+    {
+        xcb_shape_query_extents_cookie_t extents;
+        xcb_shape_get_rectangles_cookie_t rectangles;
+    };
+    std::vector<Pending> pending;
     for (const TopLevel &window : windows)
-        cookies.push_back(xcb_shape_get_rectangles(c, window.window, XCB_SHAPE_SK_BOUNDING));
+        pending.push_back({xcb_shape_query_extents(c, window.window),
+                           xcb_shape_get_rectangles(c, window.window, XCB_SHAPE_SK_BOUNDING)});
     for (std::size_t i = 0; i < windows.size(); ++i) {
         TopLevel &window = windows[i];
-        const auto reply = takeReply(c, xcb_shape_get_rectangles_reply, cookies[i]);
-        if (!reply)
+        const auto extents = takeReply(c, xcb_shape_query_extents_reply, pending[i].extents);
+        const auto reply = takeReply(c, xcb_shape_get_rectangles_reply, pending[i].rectangles);
+        // Servers leave half of the border out of the rectangle of a window without a shape.
+        if (!extents || !reply || extents->bounding_shaped == 0) {
+            window.shape = {window.rect};
             continue;
+        }
         const Rect inner = window.innerRect();
         const std::span<const xcb_rectangle_t> rects(
             xcb_shape_get_rectangles_rectangles(reply.get()),
@@ -161,7 +183,7 @@ void readShapes(const XConnection &x, std::vector<TopLevel> &windows)
 
 } // namespace
 
-std::optional<std::vector<TopLevel>> readWindowStack(const XConnection &x)
+std::optional<std::vector<TopLevel>> readWindowStack(const XConnection &x, bool compositing)
 {
     // The program that marks windows makes the atom; without it there is nothing to leave out.
     if (x.atoms().captureExclude == XCB_ATOM_NONE)
@@ -169,7 +191,7 @@ std::optional<std::vector<TopLevel>> readWindowStack(const XConnection &x)
     std::optional<std::vector<TopLevel>> windows = readViewable(x);
     if (!windows)
         return std::nullopt;
-    readProperties(x, *windows);
+    readProperties(x, *windows, compositing);
     if (std::ranges::none_of(*windows, &TopLevel::excluded))
         return std::vector<TopLevel>();
     readShapes(x, *windows);

@@ -14,9 +14,10 @@ namespace quellora::screencapture {
 /// A child counts as excluded when it or a window inside it carries _QUELLORA_CAPTURE_EXCLUDE
 /// with value 1: a window manager's frame goes with the client it holds. The search is by
 /// breadth and bounded in depth and number.
+/// @param compositing whether a compositor draws the screen; opacities are read only then
 /// @return an empty list when no viewable window is excluded (shapes and stacking do not matter
 /// then); nothing when the server does not answer
-std::optional<std::vector<TopLevel>> readWindowStack(const XConnection &x);
+std::optional<std::vector<TopLevel>> readWindowStack(const XConnection &x, bool compositing);
 
 /// Whether a compositor draws the screen.
 bool isCompositorRunning(const XConnection &x);

@@ -114,6 +114,12 @@ class Screen:
         data = self.root.get_image(x, y, 1, 1, X.ZPixmap, 0xffffffff).data
         return int.from_bytes(data[:3], "little")
 
+    def shows_only(self, colour):
+        """Whether the whole screen has one colour."""
+        size = self.root.get_geometry()
+        data = self.root.get_image(0, 0, size.width, size.height, X.ZPixmap, 0xffffffff).data
+        return all(set(data[i::4]) == {colour >> 8 * i & 0xff} for i in range(3))
+
     def fill_root(self, colour=ROOT_COLOUR):
         """Publishes a one-colour background the way background programs do."""
         pixmap = self.root.create_pixmap(8, 8, self.screen.root_depth)

@@ -1,0 +1,314 @@
+// Times quellora-screencapture as a whole process on private displays of three sizes against
+//   (a) a shared-memory grab with the same encoding inside one process, and
+//   (b) scrot followed by ImageMagick's convert to a 1280 pixel wide JPEG,
+// and prints the fastest runs and their ratios. The picture is a desktop-like one: flat areas,
+// gradients, lines of text-like noise. A second pass has one of our own panels on the screen.
+
+#include "screencapture/ImageReader.h"
+#include "screencapture/PngWriter.h"
+#include "screencapture/WindowStack.h"
+#include "screencapture/XConnection.h"
+
+#include <libdeflate.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <csignal>
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+extern char **environ;
+
+namespace {
+
+using namespace quellora::screencapture;
+using Clock = std::chrono::steady_clock;
+using Milliseconds = std::chrono::duration<double, std::milli>;
+
+constexpr int rounds = 25;
+
+pid_t start(std::vector<std::string> command)
+{
+    std::vector<char *> arguments;
+    for (std::string &word : command)
+        arguments.push_back(word.data());
+    arguments.push_back(nullptr);
+    pid_t process = 0;
+    if (posix_spawnp(&process, arguments.front(), nullptr, nullptr, arguments.data(), environ) != 0)
+        return 0;
+    return process;
+}
+
+bool run(std::vector<std::string> command)
+{
+    const pid_t process = start(std::move(command));
+    int status = 0;
+    return process > 0 && waitpid(process, &status, 0) == process && WIFEXITED(status) &&
+           WEXITSTATUS(status) == 0;
+}
+
+bool isInstalled(const std::string &program)
+{
+    const char *path = std::getenv("PATH");
+    std::string folders = path == nullptr ? "" : path;
+    for (std::size_t begin = 0; begin < folders.size();) {
+        const std::size_t end = std::min(folders.find(':', begin), folders.size());
+        if (access((folders.substr(begin, end - begin) + '/' + program).c_str(), X_OK) == 0)
+            return true;
+        begin = end + 1;
+    }
+    return false;
+}
+
+/// A display server that ends with the object; DISPLAY names it meanwhile.
+class PrivateDisplay
+{
+public:
+    PrivateDisplay(int width, int height)
+    {
+        std::array<int, 2> ends{};
+        if (pipe(ends.data()) != 0)
+            return;
+        fcntl(ends[0], F_SETFD, FD_CLOEXEC);
+        m_process = start({"Xvfb", "-displayfd", std::to_string(ends[1]), "-screen", "0",
+                           std::to_string(width) + "x" + std::to_string(height) + "x24",
+                           "-nolisten", "tcp", "-noreset"});
+        close(ends[1]);
+        std::string number;
+        for (char digit = 0; read(ends[0], &digit, 1) == 1 && digit != '\n';)
+            number += digit;
+        close(ends[0]);
+        m_isRunning = !number.empty();
+        setenv("DISPLAY", (":" + number).c_str(), 1);
+    }
+    ~PrivateDisplay()
+    {
+        if (m_process > 0) {
+            kill(m_process, SIGTERM);
+            waitpid(m_process, nullptr, 0);
+        }
+    }
+    PrivateDisplay(const PrivateDisplay &) = delete;
+    PrivateDisplay &operator=(const PrivateDisplay &) = delete;
+
+    bool isRunning() const { return m_isRunning; }
+
+private:
+    pid_t m_process = 0;
+    bool m_isRunning = false;
+};
+
+std::uint32_t desktopPixel(int x, int y, int width, int height)
+{
+    if (y < 28)
+        return 0x2b2e3b;
+    const bool inWindow =
+        x > width / 10 && x < width * 9 / 10 && y > height / 10 && y < height * 9 / 10;
+    if (!inWindow)
+        return static_cast<std::uint32_t>((40 + x * 80 / width) << 16 |
+                                          (60 + y * 90 / height) << 8 | 120);
+    const bool textLine = y % 20 > 5 && y % 20 < 16 && (x / 400 + y / 20) % 7 != 0;
+    const std::uint32_t noise =
+        (static_cast<std::uint32_t>(x) * 2654435761U ^ static_cast<std::uint32_t>(y) * 40503U) >>
+        13;
+    return textLine && noise % 3 == 0 ? 0x202020 + noise % 64 * 0x010101 : 0xfafafa;
+}
+
+/// Puts the picture into a pixmap that becomes the root window's background.
+void paintDesktop(const XConnection &x, int width, int height)
+{
+    xcb_connection_t *c = x.get();
+    const xcb_pixmap_t pixmap = xcb_generate_id(c);
+    xcb_create_pixmap(c, x.screen().root_depth, pixmap, x.root(), static_cast<std::uint16_t>(width),
+                      static_cast<std::uint16_t>(height));
+    const xcb_gcontext_t gc = xcb_generate_id(c);
+    xcb_create_gc(c, gc, pixmap, 0, nullptr);
+    constexpr int strip = 16;
+    std::vector<std::uint32_t> words(static_cast<std::size_t>(width) * strip);
+    for (int top = 0; top < height; top += strip) {
+        const int lines = std::min(strip, height - top);
+        for (int y = 0; y < lines; ++y) {
+            for (int column = 0; column < width; ++column)
+                words[static_cast<std::size_t>(y * width + column)] =
+                    desktopPixel(column, top + y, width, height);
+        }
+        xcb_put_image(c, XCB_IMAGE_FORMAT_Z_PIXMAP, pixmap, gc, static_cast<std::uint16_t>(width),
+                      static_cast<std::uint16_t>(lines), 0, static_cast<std::int16_t>(top), 0,
+                      x.screen().root_depth, static_cast<std::uint32_t>(width * lines * 4),
+                      reinterpret_cast<const std::uint8_t *>(words.data()));
+    }
+    xcb_change_window_attributes(c, x.root(), XCB_CW_BACK_PIXMAP, &pixmap);
+    xcb_clear_area(c, 0, x.root(), 0, 0, 0, 0);
+    takeReply(c, xcb_get_input_focus_reply, xcb_get_input_focus(c));
+}
+
+xcb_window_t showWindow(const XConnection &x, const Rect &rect, std::uint32_t colour)
+{
+    xcb_connection_t *c = x.get();
+    const xcb_window_t window = xcb_generate_id(c);
+    const std::array<std::uint32_t, 2> values{colour, 1};
+    xcb_create_window(c, XCB_COPY_FROM_PARENT, window, x.root(), static_cast<std::int16_t>(rect.x),
+                      static_cast<std::int16_t>(rect.y), static_cast<std::uint16_t>(rect.width),
+                      static_cast<std::uint16_t>(rect.height), 0, XCB_WINDOW_CLASS_INPUT_OUTPUT,
+                      XCB_COPY_FROM_PARENT, XCB_CW_BACK_PIXEL | XCB_CW_OVERRIDE_REDIRECT,
+                      values.data());
+    xcb_map_window(c, window);
+    takeReply(c, xcb_get_input_focus_reply, xcb_get_input_focus(c));
+    return window;
+}
+
+/// A large window and one of our panels upon it.
+void showPanel(const XConnection &x, int width, int height)
+{
+    xcb_connection_t *c = x.get();
+    showWindow(x, {width / 8, height / 8, width * 3 / 4, height * 3 / 4}, 0x336699);
+    const xcb_window_t panel = showWindow(x, {width / 4, height / 4, 640, 700}, 0xff00ff);
+    constexpr std::string_view name = "_QUELLORA_CAPTURE_EXCLUDE";
+    const auto atom =
+        takeReply(c, xcb_intern_atom_reply, xcb_intern_atom(c, 0, name.size(), name.data()));
+    const std::uint32_t one = 1;
+    if (atom)
+        xcb_change_property(c, XCB_PROP_MODE_REPLACE, panel, atom->atom, XCB_ATOM_CARDINAL, 32, 1,
+                            &one);
+    takeReply(c, xcb_get_input_focus_reply, xcb_get_input_focus(c));
+}
+
+/// The fastest of @p count runs: other programs on the machine only ever make a run slower.
+/// @p path is removed before each, as nothing has its name when the app runs the tool.
+template <typename Work>
+std::optional<double> fastestOf(int count, const std::string &path, Work work)
+{
+    std::optional<double> fastest;
+    for (int i = 0; i < count; ++i) {
+        std::filesystem::remove(path);
+        const auto begin = Clock::now();
+        if (!work())
+            return std::nullopt;
+        const double time = Milliseconds(Clock::now() - begin).count();
+        fastest = std::min(fastest.value_or(time), time);
+    }
+    return fastest;
+}
+
+/// The reference: grab into memory that is already there, encode, write.
+bool grabInProcess(const XConnection &x, ImageReader &reader, const Rect &area,
+                   const PixelFormat &format, const std::string &path)
+{
+    const auto image = reader.read(x.root(), area, format);
+    if (!image)
+        return false;
+    std::FILE *file = std::fopen(path.c_str(), "wb");
+    if (file == nullptr)
+        return false;
+    std::setvbuf(file, nullptr, _IONBF, 0);
+    const auto done = writePng({reinterpret_cast<std::uint32_t *>(reader.data()), area,
+                                static_cast<std::size_t>(area.width)},
+                               [file](auto bytes) -> tl::expected<void, Failure> {
+                                   std::fwrite(bytes.data(), 1, bytes.size(), file);
+                                   return {};
+                               });
+    return std::fclose(file) == 0 && done.has_value();
+}
+
+/// What the consumer pays to get the pixels back: read the file, inflate.
+bool readBack(const std::string &path, const Rect &area)
+{
+    std::ifstream file(path, std::ios::binary);
+    std::vector<char> bytes(std::filesystem::file_size(path));
+    if (!file.read(bytes.data(), static_cast<std::streamsize>(bytes.size())))
+        return false;
+    // Signature, IHDR, then the one IDAT chunk, at whose end stand checksum and IEND.
+    constexpr std::size_t dataStart = 8 + 25 + 8;
+    constexpr std::size_t tail = 4 + 12;
+    std::vector<char> raw(static_cast<std::size_t>(area.height) *
+                          (1 + 3 * static_cast<std::size_t>(area.width)));
+    libdeflate_decompressor *inflater = libdeflate_alloc_decompressor();
+    const auto result = libdeflate_zlib_decompress(inflater, bytes.data() + dataStart,
+                                                   bytes.size() - dataStart - tail, raw.data(),
+                                                   raw.size(), nullptr);
+    libdeflate_free_decompressor(inflater);
+    return result == LIBDEFLATE_SUCCESS;
+}
+
+void report(const char *what, std::optional<double> time)
+{
+    if (time)
+        std::printf("  %-44s %8.2f ms\n", what, *time);
+    else
+        std::printf("  %-44s failed\n", what);
+}
+
+bool measure(int width, int height, const std::string &tool, const std::string &folder)
+{
+    const PrivateDisplay display(width, height);
+    auto x = XConnection::open();
+    if (!display.isRunning() || !x) {
+        std::fprintf(stderr, "bench_capture_tool: no display server\n");
+        return false;
+    }
+    paintDesktop(*x, width, height);
+    const Rect area{0, 0, width, height};
+    const auto format = x->format(x->screen().root_depth, x->screen().root_visual);
+    const std::string path = folder + "/picture.png";
+    const std::string jpeg = folder + "/picture.jpg";
+    ImageReader reader(*x);
+
+    std::printf("%dx%d\n", width, height);
+    const auto inProcess =
+        fastestOf(rounds, path, [&] { return grabInProcess(*x, reader, area, *format, path); });
+    report("(a) grab and encode in one process", inProcess);
+    const auto whole = fastestOf(rounds, path, [&] { return run({tool, "-x", "-C", path}); });
+    report("quellora-screencapture -x -C, whole process", whole);
+    const auto back = fastestOf(rounds, jpeg, [&] { return readBack(path, area); });
+    report("reading the file back and inflating it", back);
+    if (inProcess && whole)
+        std::printf("  tool / (a): %.2f\n", *whole / *inProcess);
+
+    if (isInstalled("scrot") && isInstalled("convert")) {
+        const auto usual = fastestOf(3, path, [&] {
+            return run({"scrot", "--overwrite", "--silent", path}) &&
+                   run({"convert", path, "-resize", "1280", "-quality", "85", jpeg});
+        });
+        report("(b) scrot, then convert", usual);
+        if (usual && whole)
+            std::printf("  (b) / tool: %.1f\n", *usual / *whole);
+    } else {
+        std::printf("  (b) left out: scrot or convert is not installed\n");
+    }
+
+    showPanel(*x, width, height);
+    const auto patched = fastestOf(rounds, path, [&] { return run({tool, "-x", "-C", path}); });
+    report("tool with one of our panels to leave out", patched);
+    if (patched && whole)
+        std::printf("  with panel / without: %.2f\n", *patched / *whole);
+    return inProcess && whole && back && patched;
+}
+
+} // namespace
+
+int main()
+{
+    std::string folder =
+        (std::filesystem::temp_directory_path() / "quellora-bench-XXXXXX").string();
+    if (mkdtemp(folder.data()) == nullptr)
+        return 1;
+    bool complete = true;
+    for (const auto &[width, height] :
+         {std::pair(1920, 1080), std::pair(2560, 1600), std::pair(3840, 2160)})
+        complete = measure(width, height, QUELLORA_SCREENCAPTURE_PATH, folder) && complete;
+    std::filesystem::remove_all(folder);
+    return complete ? 0 : 1;
+}
