@@ -75,8 +75,10 @@ QImage draw(const IconKey &key)
         QSvgRenderer renderer(tinted(svg, key));
         QPainter painter(&image);
         painter.setRenderHint(QPainter::Antialiasing);
-        painter.setOpacity(qAlpha(key.color) / 255.0);
         renderer.render(&painter, QRectF(0, 0, key.pixels, key.pixels));
+        // Thinned as a whole, so that crossing strokes do not show.
+        painter.setCompositionMode(QPainter::CompositionMode_DestinationIn);
+        painter.fillRect(image.rect(), QColor(0, 0, 0, qAlpha(key.color)));
     }
     cache.insert(key, new QImage(image));
     return image;
