@@ -50,6 +50,18 @@ void OtherClient::disconnectNow()
 
 bool OtherClient::openFocusedWindow(const QRect &geometry)
 {
+    openWindow(geometry);
+    return QTest::qWaitFor([this] { return focusedWindow() == m_window; });
+}
+
+bool OtherClient::takeFocus()
+{
+    xcb_set_input_focus(m_connection, XCB_INPUT_FOCUS_PARENT, m_window, XCB_CURRENT_TIME);
+    return focusedWindow() == m_window;
+}
+
+void OtherClient::openWindow(const QRect &geometry)
+{
     m_window = xcb_generate_id(m_connection);
     const uint32_t mask =
         XCB_EVENT_MASK_KEY_PRESS | XCB_EVENT_MASK_BUTTON_PRESS | XCB_EVENT_MASK_FOCUS_CHANGE;
@@ -68,7 +80,6 @@ bool OtherClient::openFocusedWindow(const QRect &geometry)
                         XCB_ATOM_WM_SIZE_HINTS, 32, 18, normalHints);
     xcb_map_window(m_connection, m_window);
     xcb_flush(m_connection);
-    return QTest::qWaitFor([this] { return focusedWindow() == m_window; });
 }
 
 void OtherClient::closeWindow()

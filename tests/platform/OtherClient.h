@@ -35,8 +35,11 @@ public:
     OtherClient();
     ~OtherClient() override;
 
-    /// Opens an ordinary window and waits until it has the focus.
+    /// Opens an ordinary window and waits until the window manager has given it the focus.
     bool openFocusedWindow(const QRect &geometry);
+    void openWindow(const QRect &geometry);
+    /// Gives the own window the focus, as it must where no window manager does.
+    bool takeFocus();
     xcb_window_t window() const { return m_window; }
     void closeWindow();
 

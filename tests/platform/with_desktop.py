@@ -1,7 +1,9 @@
 #!/usr/bin/env python3
 """Runs one program on a private X server with a window manager, and ends both with it.
 
-Usage: with_desktop.py PROGRAM [ARGUMENT...]
+Usage: with_desktop.py [--bare] PROGRAM [ARGUMENT...]
+
+With --bare there is no window manager.
 """
 
 import ctypes
@@ -75,7 +77,9 @@ def start_window_manager(folder, environment, log):
         os.close(reading)
 
 
-def main():
+def main(arguments):
+    bare = arguments[0] == "--bare"
+    command = arguments[1:] if bare else arguments
     with tempfile.TemporaryDirectory(prefix="desktop-") as name:
         folder = pathlib.Path(name)
         children = []
@@ -88,8 +92,9 @@ def main():
                 for variable in ("WAYLAND_DISPLAY", "XDG_SESSION_TYPE",
                                  "DBUS_SESSION_BUS_ADDRESS"):
                     environment.pop(variable, None)
-                children.append(start_window_manager(folder, environment, log))
-                test = start(sys.argv[1:], env=environment)
+                if not bare:
+                    children.append(start_window_manager(folder, environment, log))
+                test = start(command, env=environment)
                 children.append(test)
                 return test.wait()
             finally:
@@ -99,4 +104,4 @@ def main():
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(main(sys.argv[1:]))

@@ -7,7 +7,27 @@
 #include <QPlatformSurfaceEvent>
 #include <QWindow>
 
+#include <utility>
+
 namespace quellora {
+namespace {
+
+xcb_window_t focusedWindow(const X11Connection &x11)
+{
+    const XcbPtr<xcb_get_input_focus_reply_t> reply(
+        xcb_get_input_focus_reply(x11.get(), xcb_get_input_focus(x11.get()), nullptr));
+    return reply ? reply->focus : xcb_window_t(XCB_NONE);
+}
+
+int setFocus(const X11Connection &x11, xcb_window_t window, xcb_timestamp_t time)
+{
+    const auto cookie =
+        xcb_set_input_focus_checked(x11.get(), XCB_INPUT_FOCUS_PARENT, window, time);
+    const XcbPtr<xcb_generic_error_t> error(xcb_request_check(x11.get(), cookie));
+    return error ? error->error_code : 0;
+}
+
+} // namespace
 
 PanelKeeperX11 &PanelKeeperX11::of(const X11Connection &x11, QWindow &window)
 {
@@ -41,6 +61,27 @@ void PanelKeeperX11::keepClickThrough(const QRect &responseRect)
     applyShape();
 }
 
+int PanelKeeperX11::takeFocus(xcb_timestamp_t time)
+{
+    const xcb_window_t native = nativeWindow(m_window);
+    const xcb_window_t before = focusedWindow(m_x11);
+    const int status = setFocus(m_x11, native, time);
+    if (status == 0 && before != native)
+        m_previousFocus = before;
+    return status;
+}
+
+void PanelKeeperX11::giveFocusBack()
+{
+    const xcb_window_t previous = std::exchange(m_previousFocus, XCB_NONE);
+    if (previous == XCB_NONE)
+        return;
+    // Hidden, the window has left the focus to the root. Anywhere else the user has put it.
+    if (const xcb_window_t now = focusedWindow(m_x11);
+        now == m_x11.root() || now == XCB_INPUT_FOCUS_POINTER_ROOT || now == XCB_NONE)
+        setFocus(m_x11, previous, XCB_CURRENT_TIME);
+}
+
 bool PanelKeeperX11::eventFilter(QObject *watched, QEvent *event)
 {
     switch (event->type()) {
@@ -54,6 +95,9 @@ bool PanelKeeperX11::eventFilter(QObject *watched, QEvent *event)
     case QEvent::Show:
         // Arrives before the native window is mapped, when properties still speak for it.
         apply();
+        break;
+    case QEvent::Hide:
+        giveFocusBack();
         break;
     case QEvent::Resize:
         applyShape();

@@ -9,9 +9,9 @@ class QWindow;
 
 namespace quellora {
 
-/// Keeps the X properties and the input shape of one panel window as asked for: the window
-/// manager drops the states of a hidden window, Qt makes new native windows, and a shape does not
-/// follow a resized one. Lives as a child of its window.
+/// Keeps the X properties, the input shape and the focus of one panel window as asked for: the
+/// window manager drops the states of a hidden window, Qt makes new native windows, and a shape
+/// does not follow a resized one. Lives as a child of its window.
 class PanelKeeperX11 : public QObject
 {
     Q_OBJECT
@@ -26,6 +26,10 @@ public:
     void keepCaptureExclusion();
     /// @param responseRect in points; empty makes the whole window take events
     void keepClickThrough(const QRect &responseRect);
+    /// Gives the focus to the window, and back to where it was when the window is hidden while it
+    /// has it: no window manager does that for a window which it does not manage.
+    /// @return the X error code, 0 on success
+    int takeFocus(xcb_timestamp_t time);
 
     bool eventFilter(QObject *watched, QEvent *event) override;
 
@@ -34,6 +38,7 @@ private:
     void apply();
     void applyTraits();
     void applyShape();
+    void giveFocusBack();
 
     X11Connection m_x11;
     QWindow &m_window;
@@ -41,6 +46,7 @@ private:
     bool m_excluded = false;
     QRect m_responseRect;
     bool m_shaped = false;
+    xcb_window_t m_previousFocus = XCB_NONE;
 };
 
 } // namespace quellora

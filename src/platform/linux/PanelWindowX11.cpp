@@ -1,7 +1,6 @@
 #include "platform/linux/PanelWindowX11.h"
 
 #include "platform/linux/PanelKeeperX11.h"
-#include "platform/linux/WindowHintsX11.h"
 
 #include <QSurfaceFormat>
 #include <QVariant>
@@ -63,16 +62,11 @@ Capability PanelWindowX11::orderFront(QWindow &window)
 
 Capability PanelWindowX11::makeKey(QWindow &window)
 {
-    const xcb_window_t native = nativeWindow(window);
-    if (native == XCB_NONE)
+    if (!window.handle())
         return Capability::bestEffort(QStringLiteral("The window does not exist yet"));
-    const auto cookie = xcb_set_input_focus_checked(m_x11.get(), XCB_INPUT_FOCUS_PARENT, native,
-                                                    m_clock.lastTime());
-    const XcbPtr<xcb_generic_error_t> error(xcb_request_check(m_x11.get(), cookie));
-    if (error)
+    if (const int status = PanelKeeperX11::of(m_x11, window).takeFocus(m_clock.lastTime()))
         return Capability::bestEffort(
-            QStringLiteral("The window cannot take the keyboard now (X error %1)")
-                .arg(error->error_code));
+            QStringLiteral("The window cannot take the keyboard now (X error %1)").arg(status));
     return Capability::applied();
 }
 
