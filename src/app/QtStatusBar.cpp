@@ -84,7 +84,8 @@ public:
                 QObject::connect(action, &QAction::triggered, &m_menu, item.action);
         }
         m_icon.setContextMenu(&m_menu);
-        m_icon.show();
+        // Without an image there is nothing to see or to press.
+        m_icon.setVisible(!m_icon.icon().isNull());
     }
 
 private:

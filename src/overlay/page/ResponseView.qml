@@ -1,4 +1,5 @@
 import QtQuick
+import Quellora.Page
 
 /// The response page. Give it the host that the overlay made; it fills this item.
 Item {
