@@ -92,7 +92,6 @@ std::string tokenFingerprint(const std::string &token)
 PasswordHasher::PasswordHasher(PasswordCost cost) : m_cost(cost)
 {
     initializeCrypto();
-    m_nobody = hash(randomToken());
 }
 
 std::string PasswordHasher::hash(const std::string &password) const
@@ -113,6 +112,7 @@ bool PasswordHasher::verify(const std::string &hash, const std::string &password
 
 void PasswordHasher::verifyNobody(const std::string &password) const
 {
+    std::call_once(m_nobodyOnce, [this] { m_nobody = hash(randomToken()); });
     static_cast<void>(verify(m_nobody, password));
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <mutex>
 #include <semaphore>
 #include <string>
 
@@ -36,13 +37,14 @@ public:
     std::string hash(const std::string &password) const;
     bool verify(const std::string &hash, const std::string &password) const;
     /// Does the work of verify() and answers nothing: an unknown e-mail costs what a wrong
-    /// password costs.
+    /// password costs. The first call takes twice as long; a server makes it while starting.
     void verifyNobody(const std::string &password) const;
 
 private:
     PasswordCost m_cost;
     mutable std::counting_semaphore<2> m_slots{2};
-    std::string m_nobody;
+    mutable std::once_flag m_nobodyOnce;
+    mutable std::string m_nobody;
 };
 
 } // namespace quellora::server

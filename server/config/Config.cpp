@@ -151,6 +151,12 @@ void readModels(TomlReader &root, Config &config)
     }
 }
 
+ModelSettings offlineModel()
+{
+    return {"offline", "Offline reader", "Reads the screenshot's text on this machine",
+            Provider::Offline, "offline"};
+}
+
 bool validBaseUrl(const std::string &url)
 {
     const auto scheme = url.find("://");
@@ -214,7 +220,7 @@ void complete(Config &config, const std::string &anthropicModel, const std::stri
             fail("models: \"" + model.id + "\" needs openai.base_url or OPENAI_BASE_URL");
     }
     if (config.models.empty())
-        config.useOfflineOnly();
+        config.models = {offlineModel()};
     if (config.defaultModel.empty())
         config.defaultModel = config.models.front().id;
     if (std::none_of(config.models.begin(), config.models.end(),
@@ -252,9 +258,8 @@ Config::Environment Config::processEnvironment()
 
 void Config::useOfflineOnly()
 {
-    models = {{"offline", "Offline reader", "Reads the screenshot's text on this machine",
-               Provider::Offline, "offline"}};
-    defaultModel = "offline";
+    models = {offlineModel()};
+    defaultModel = models.front().id;
 }
 
 tl::expected<Config, std::string> Config::parse(const std::string &toml, const std::string &name,

@@ -31,6 +31,7 @@ BackendServer::BackendServer(Config config, Database &database, const PasswordHa
                                         return peerIsOwnUser(r.remote_addr, r.remote_port, m_port);
                                     }))
 {
+    hasher.verifyNobody("");
     configure();
     registerRoutes();
 }

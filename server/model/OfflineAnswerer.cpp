@@ -89,7 +89,8 @@ bool codeLine(const std::string &text)
     const bool assignment =
         text.find(" = ") != std::string::npos || text.find(" == ") != std::string::npos ||
         text.find("->") != std::string::npos || text.find("=>") != std::string::npos;
-    return (call || assignment) && last != '.';
+    // A sentence may hold an equals sign too, but runs on.
+    return (call || assignment) && last != '.' && std::count(text.begin(), text.end(), ' ') < 12;
 }
 
 } // namespace

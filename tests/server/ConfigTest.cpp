@@ -1,0 +1,208 @@
+#include "ServerKit.h"
+
+#include <fstream>
+
+namespace quellora::server {
+namespace {
+
+Config::Environment environment(std::map<std::string, std::string> values)
+{
+    return [values = std::move(values)](const char *name) -> std::optional<std::string> {
+        const auto found = values.find(name);
+        if (found == values.end() || found->second.empty())
+            return std::nullopt;
+        return found->second;
+    };
+}
+
+tl::expected<Config, std::string> parse(const std::string &toml,
+                                        std::map<std::string, std::string> variables = {})
+{
+    return Config::parse(toml, "test.toml", environment(std::move(variables)));
+}
+
+TEST(Config, WithoutAnythingTheOfflineReaderAnswersOnLoopback)
+{
+    const auto config = parse("", {{"HOME", "/home/ann"}});
+    ASSERT_TRUE(config) << config.error();
+    EXPECT_EQ(config->server.host, "127.0.0.1");
+    ASSERT_EQ(config->models.size(), 1U);
+    EXPECT_EQ(config->models.front().provider, Provider::Offline);
+    EXPECT_EQ(config->defaultModel, config->models.front().id);
+    EXPECT_EQ(config->dataFile, "/home/ann/.local/share/Quellora/backend.sqlite");
+    EXPECT_EQ(config->security.sessionLifetime, std::chrono::hours(24 * 30));
+    EXPECT_FALSE(config->service.defaultPrompt.empty());
+    EXPECT_LE(config->timing.keepAlive, std::chrono::seconds(10));
+}
+
+TEST(Config, DataFileFollowsTheDataDirectoryAndTheVariable)
+{
+    EXPECT_EQ(parse("", {{"HOME", "/h"}, {"XDG_DATA_HOME", "/d"}})->dataFile,
+              "/d/Quellora/backend.sqlite");
+    EXPECT_EQ(parse("data_file = '/x.db'", {{"XDG_DATA_HOME", "/d"}})->dataFile, "/x.db");
+    EXPECT_EQ(parse("data_file = '/x.db'", {{"QUELLORA_BACKEND_DATA", "/y.db"}})->dataFile,
+              "/y.db");
+}
+
+TEST(Config, AnAnthropicKeyInTheEnvironmentBringsItsModels)
+{
+    const auto config = parse("", {{"ANTHROPIC_API_KEY", "k"}});
+    ASSERT_TRUE(config) << config.error();
+    EXPECT_EQ(config->models.size(), 3U);
+    EXPECT_EQ(config->models.front().provider, Provider::Anthropic);
+    EXPECT_EQ(config->anthropic.baseUrl, "https://api.anthropic.com");
+    const auto one = parse("", {{"ANTHROPIC_API_KEY", "k"}, {"ANTHROPIC_MODEL", "m"}});
+    ASSERT_EQ(one->models.size(), 1U);
+    EXPECT_EQ(one->defaultModel, "m");
+}
+
+TEST(Config, AnOpenAiKeyAloneSendsNothingAnywhere)
+{
+    const auto config = parse("", {{"OPENAI_API_KEY", "k"}});
+    ASSERT_TRUE(config) << config.error();
+    EXPECT_EQ(config->models.front().provider, Provider::Offline);
+    const auto local =
+        parse("", {{"OPENAI_BASE_URL", "http://127.0.0.1:11434/v1"}, {"OPENAI_MODEL", "qwen"}});
+    ASSERT_EQ(local->models.size(), 1U);
+    EXPECT_EQ(local->models.front().provider, Provider::OpenAi);
+    EXPECT_EQ(local->models.front().upstream, "qwen");
+}
+
+TEST(Config, EnvironmentWinsOverTheFile)
+{
+    const auto config = parse("[anthropic]\napi_key = 'file'\nbase_url = 'http://one'",
+                              {{"ANTHROPIC_API_KEY", "env"}, {"ANTHROPIC_BASE_URL", "http://two"}});
+    EXPECT_EQ(config->anthropic.apiKey, "env");
+    EXPECT_EQ(config->anthropic.baseUrl, "http://two");
+}
+
+TEST(Config, ModelsAndServiceAreRead)
+{
+    const auto config = parse(R"(
+default_model = "b"
+[server]
+port = 0
+[security]
+session_days = 2
+[service]
+default_prompt = "p"
+request_logs = true
+debug_logging = false
+heartbeat_interval_seconds = 60
+[service.admin_message]
+id = "m"
+type = "BLOCKING"
+header_text = "h"
+body_markdown = "b"
+force_update_in_minutes = 5
+[anthropic]
+api_key = "k"
+[openai]
+base_url = "http://127.0.0.1:8080"
+[[models]]
+id = "a"
+provider = "anthropic"
+upstream = "claude-x"
+display_name = "A"
+descriptor = "first"
+[[models]]
+id = "b"
+provider = "openai"
+)");
+    ASSERT_TRUE(config) << config.error();
+    EXPECT_EQ(config->defaultModel, "b");
+    ASSERT_EQ(config->models.size(), 2U);
+    EXPECT_EQ(config->models[0].upstream, "claude-x");
+    EXPECT_EQ(config->models[1].upstream, "b");
+    EXPECT_EQ(config->models[1].displayName, "b");
+    EXPECT_EQ(config->security.sessionLifetime, std::chrono::hours(48));
+    EXPECT_EQ(config->service.requestLogs, true);
+    EXPECT_EQ(config->service.debugLogging, false);
+    ASSERT_TRUE(config->service.adminMessage);
+    EXPECT_EQ(config->service.adminMessage->forceUpdateInMinutes, 5);
+    EXPECT_FALSE(config->service.adminMessage->actionUrl);
+}
+
+TEST(Config, OfflineForceIgnoresProviders)
+{
+    const auto config = parse("[offline]\nforce = true", {{"ANTHROPIC_API_KEY", "k"}});
+    EXPECT_EQ(config->defaultModel, "offline");
+}
+
+struct BadConfig
+{
+    const char *toml;
+    const char *says;
+};
+
+class RefusedConfig : public testing::TestWithParam<BadConfig>
+{};
+
+TEST_P(RefusedConfig, NamesTheProblem)
+{
+    const auto config = parse(GetParam().toml);
+    ASSERT_FALSE(config);
+    EXPECT_NE(config.error().find(GetParam().says), std::string::npos) << config.error();
+    EXPECT_NE(config.error().find("test.toml"), std::string::npos) << config.error();
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Config, RefusedConfig,
+    testing::Values(
+        BadConfig{"[server]\nprot = 1", "server.prot: unknown key"},
+        BadConfig{"[server]\nport = '1'", "server.port: must be a whole number"},
+        BadConfig{"[server]\nport = 70000", "from 0 to 65535"},
+        BadConfig{"[server]\nhost = 1", "server.host: must be a text"},
+        BadConfig{"[server]\nallow_remote = 1", "must be true or false"},
+        BadConfig{"[server]\nallowed_hosts = [1]", "must be a list of texts"},
+        BadConfig{"[server]\nhost = '0.0.0.0'", "server.allow_remote = true"},
+        BadConfig{"server = 1", "server: must be a table"}, BadConfig{"x = ", "line 1"},
+        BadConfig{"[timing]\nkeep_alive_seconds = 30", "from 1 to 10"},
+        BadConfig{"[service.admin_message]\ntype = 'BLOCKING'", "admin_message.id: is required"},
+        BadConfig{"[service.admin_message]\nid = 'a'\ntype = 'X'", "must be \"BLOCKING\""},
+        BadConfig{"[openai]\nbase_url = 'ftp://x'", "openai.base_url: must be an http"},
+        BadConfig{"[openai]\nbase_url = 'http://a@b'", "openai.base_url: must be an http"},
+        BadConfig{"[anthropic]\napi_key_file = '/nonexistent/key'", "cannot read a key"},
+        BadConfig{"default_model = 'zzz'", "\"zzz\" is not one of the models"},
+        BadConfig{"models = 1", "must be written as [[models]] tables"},
+        BadConfig{"[[models]]\nprovider = 'offline'", "models.id: is required"},
+        BadConfig{"[[models]]\nid = 'a'\nprovider = 'x'", "models.provider: must be"},
+        BadConfig{"[[models]]\nid = 'a'\nprovider = 'anthropic'", "ANTHROPIC_API_KEY"},
+        BadConfig{"[[models]]\nid = 'a'\nprovider = 'openai'", "OPENAI_BASE_URL"}));
+
+TEST(Config, KeyFileGivesItsFirstLine)
+{
+    const TemporaryDirectory directory;
+    const auto file = directory.path() / "key";
+    std::ofstream(file) << "secret-key\r\nrest\n";
+    const auto config = parse("[anthropic]\napi_key_file = '" + file.string() + "'");
+    ASSERT_TRUE(config) << config.error();
+    EXPECT_EQ(config->anthropic.apiKey, "secret-key");
+}
+
+TEST(Config, FilesAreLoadedAndMissingOnesNamed)
+{
+    const TemporaryDirectory directory;
+    const auto file = directory.path() / "backend.toml";
+    std::ofstream(file) << "[server]\nport = 1234\n";
+    EXPECT_EQ(Config::load(file, environment({}))->server.port, 1234);
+    const auto missing = Config::load(directory.path() / "none.toml", environment({}));
+    ASSERT_FALSE(missing);
+    EXPECT_NE(missing.error().find("none.toml"), std::string::npos);
+}
+
+TEST(Config, DefaultFileIsFoundInTheConfigDirectory)
+{
+    const TemporaryDirectory directory;
+    const std::string home = directory.path().string();
+    EXPECT_FALSE(Config::defaultFile(environment({{"XDG_CONFIG_HOME", home}})));
+    std::filesystem::create_directories(directory.path() / "Quellora");
+    std::ofstream(directory.path() / "Quellora" / "backend.toml") << "\n";
+    EXPECT_EQ(Config::defaultFile(environment({{"XDG_CONFIG_HOME", home}})),
+              directory.path() / "Quellora" / "backend.toml");
+    EXPECT_EQ(Config::defaultFile(environment({{"QUELLORA_BACKEND_CONFIG", "/named.toml"}})),
+              "/named.toml");
+}
+
+} // namespace
+} // namespace quellora::server

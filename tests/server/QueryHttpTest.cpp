@@ -1,0 +1,299 @@
+#include "ServerKit.h"
+
+#include "base/Text.h"
+
+namespace quellora::server {
+namespace {
+
+using nlohmann::json;
+using std::chrono::milliseconds;
+
+class QueryHttp : public testing::Test
+{
+protected:
+    TemporaryDirectory directory;
+    ManualClock clock;
+    Config config = testConfig(directory);
+
+    std::unique_ptr<RunningServer> start(ScriptedClient::Script script)
+    {
+        return std::make_unique<RunningServer>(config, clock,
+                                               std::make_shared<ScriptedClient>(std::move(script)));
+    }
+};
+
+/// Waits, up to a generous limit, for a condition another thread brings about.
+bool eventually(const std::function<bool()> &condition)
+{
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline)
+            return false;
+        std::this_thread::sleep_for(milliseconds(5));
+    }
+    return true;
+}
+
+TEST_F(QueryHttp, StreamsChunksAndTheFiguresOfTheProvider)
+{
+    const auto server = start([](const ModelRequest &request, const TextSink &sink, auto) {
+        EXPECT_EQ(request.prompt, "What is this?");
+        EXPECT_TRUE(request.jpeg.empty());
+        sink("Hel");
+        sink("lo");
+        return completed(60, 40);
+    });
+    server->services().accounts.setTokenCap(RunningServer::email, 1000);
+    const auto answer = server->query(server->token());
+    ASSERT_EQ(answer->status, 200);
+    EXPECT_EQ(answer->get_header_value("Content-Type"), "text/event-stream");
+    EXPECT_EQ(answer->get_header_value("Cache-Control"), "no-store");
+    const auto list = events(answer->body);
+    ASSERT_EQ(list.size(), 3U);
+    EXPECT_EQ(list[0], json({{"type", "chunk"}, {"text", "Hel"}}));
+    EXPECT_EQ(list[1], json({{"type", "chunk"}, {"text", "lo"}}));
+    EXPECT_EQ(list[2], json({{"type", "done"},
+                             {"tokensRemaining", 900},
+                             {"usageWarning75", false},
+                             {"usageWarning90", false},
+                             {"usedFallback", false},
+                             {"tokensUsed", 100}}));
+    EXPECT_EQ(server->services().usage.current(server->account().id).total(), 100);
+}
+
+TEST_F(QueryHttp, DoneMayComeWithoutAnyText)
+{
+    const auto server = start([](auto &, auto &, auto) { return completed(1, 0); });
+    const auto answer = server->query(server->token());
+    EXPECT_EQ(answer->status, 200);
+    ASSERT_EQ(events(answer->body).size(), 1U);
+    EXPECT_EQ(lastType(answer->body), "done");
+}
+
+TEST_F(QueryHttp, TokensAreEstimatedWhenTheProviderGivesNone)
+{
+    const auto server = start([](auto &, const TextSink &sink, auto) {
+        sink(std::string(40, 'x'));
+        AnswerOutcome outcome;
+        outcome.kind = AnswerOutcome::Kind::Complete;
+        return outcome;
+    });
+    const auto answer = server->query(server->token(), std::string(400, 'p'));
+    EXPECT_EQ(events(answer->body).back().at("tokensUsed"), 110);
+}
+
+TEST_F(QueryHttp, PictureModelAndPromptReachTheClient)
+{
+    config.models = {{"a", "A", "", Provider::Offline, "up-a"},
+                     {"b", "B", "", Provider::Offline, "up-b"}};
+    config.defaultModel = "a";
+    config.service.defaultPrompt = "the default";
+    std::vector<ModelRequest> seen;
+    const auto server = start([&seen](const ModelRequest &request, auto &, auto) {
+        seen.push_back(request);
+        return completed(1, 1);
+    });
+    const std::string token = server->token();
+    const auto fallback = [&](const httplib::Result &answer) {
+        return events(answer->body).back().at("usedFallback").get<bool>();
+    };
+    EXPECT_FALSE(fallback(
+        server->query(token, "p", {{"model", "b"}, {"imageBase64", base64Encoded(fakeJpeg())}})));
+    EXPECT_TRUE(fallback(server->query(token, " \n", {{"model", "gone"}})));
+    EXPECT_FALSE(fallback(server->query(token, "p", {{"model", nullptr}})));
+    ASSERT_EQ(seen.size(), 3U);
+    EXPECT_EQ(seen[0].model, "up-b");
+    EXPECT_EQ(seen[0].jpeg, fakeJpeg());
+    EXPECT_EQ(seen[1].model, "up-a");
+    EXPECT_EQ(seen[1].prompt, "the default");
+    EXPECT_EQ(seen[2].model, "up-a");
+}
+
+TEST_F(QueryHttp, MalformedQueriesAreBadRequests)
+{
+    const auto server = start([](auto &, auto &, auto) { return completed(1, 1); });
+    const std::string token = server->token();
+    const std::vector<json> bodies = {json::object(),
+                                      {{"prompt", 1}},
+                                      {{"prompt", "p"}, {"imageBase64", 5}},
+                                      {{"prompt", "p"}, {"imageBase64", "%%%"}},
+                                      {{"prompt", "p"}, {"imageBase64", "aGVsbG8gd29ybGQ="}},
+                                      {{"prompt", "p"}, {"model", 5}},
+                                      json::array()};
+    for (const json &body : bodies)
+        EXPECT_EQ(server->postJson("/api/proxy/query", token, body)->status, 400) << body.dump();
+    EXPECT_EQ(server->client()
+                  .Post("/api/proxy/query", {{"Authorization", "Bearer " + token}},
+                        R"({"prompt":"p"})", "text/plain")
+                  ->status,
+              415);
+    EXPECT_EQ(server->query("")->status, 401);
+    EXPECT_EQ(server->services().usage.queries(server->account().id), 0);
+}
+
+TEST_F(QueryHttp, BodiesBeyondTheLimitAreRefused)
+{
+    config.limits.queryBytes = 4096;
+    const auto server = start([](auto &, auto &, auto) { return completed(1, 1); });
+    EXPECT_EQ(server->query(server->token(), std::string(5000, 'x'))->status, 413);
+    EXPECT_EQ(server->query(server->token(), std::string(3000, 'x'))->status, 200);
+}
+
+TEST_F(QueryHttp, OldAppsAreTurnedAway)
+{
+    config.service.minimumAppVersion = "1.0.1";
+    const auto server = start([](auto &, auto &, auto) { return completed(1, 1); });
+    EXPECT_EQ(server->query(server->token())->status, 426);
+}
+
+TEST_F(QueryHttp, FailuresBeforeTheFirstByteAreStatuses)
+{
+    AnswerOutcome outcome = AnswerOutcome::failed("unreachable");
+    const auto server = start([&outcome](auto &, auto &, auto) { return outcome; });
+    const std::string token = server->token();
+    EXPECT_EQ(server->query(token)->status, 502);
+    outcome.kind = AnswerOutcome::Kind::RateLimited;
+    outcome.retryAfter = std::chrono::seconds(17);
+    const auto limited = server->query(token);
+    EXPECT_EQ(limited->status, 429);
+    EXPECT_EQ(json::parse(limited->body), json({{"resetInSeconds", 17}}));
+    EXPECT_EQ(limited->get_header_value("Retry-After"), "17");
+    EXPECT_EQ(server->services().usage.queries(server->account().id), 0);
+}
+
+TEST_F(QueryHttp, AClientThatThrowsIsABadGateway)
+{
+    const auto server =
+        start([](auto &, auto &, auto) -> AnswerOutcome { throw std::runtime_error("bug"); });
+    EXPECT_EQ(server->query(server->token())->status, 502);
+}
+
+TEST_F(QueryHttp, BreakingOffMidStreamEndsTheStreamWithoutDone)
+{
+    const auto server = start([](auto &, const TextSink &sink, auto) {
+        sink("Half an ans");
+        return AnswerOutcome::failed("gone");
+    });
+    const auto answer = server->query(server->token());
+    ASSERT_TRUE(answer) << httplib::to_string(answer.error());
+    EXPECT_EQ(answer->status, 200);
+    EXPECT_EQ(answerText(answer->body), "Half an ans");
+    EXPECT_EQ(lastType(answer->body), "chunk");
+    // What was streamed was paid for.
+    EXPECT_GT(server->services().usage.current(server->account().id).total(), 0);
+}
+
+TEST_F(QueryHttp, SilenceIsBridgedWithComments)
+{
+    std::promise<void> release;
+    auto released = release.get_future().share();
+    const auto server = start([released](auto &, const TextSink &sink, auto) {
+        released.wait();
+        sink("late");
+        return completed(1, 1);
+    });
+    std::string body;
+    bool sawComment = false;
+    httplib::Request request;
+    request.method = "POST";
+    request.path = "/api/proxy/query";
+    request.body = R"({"prompt":"p"})";
+    request.headers = {{"Content-Type", "application/json"},
+                       {"Authorization", "Bearer " + server->token()}};
+    request.content_receiver = [&](const char *data, size_t length, auto, auto) {
+        body.append(data, length);
+        if (!sawComment && body.find(": keep-alive\n\n") != std::string::npos) {
+            sawComment = true;
+            release.set_value();
+        }
+        return true;
+    };
+    auto client = server->client();
+    const auto answer = client.send(request);
+    ASSERT_TRUE(answer);
+    EXPECT_TRUE(sawComment);
+    EXPECT_EQ(body.rfind(": keep-alive\n\n", 0), 0U);
+    EXPECT_EQ(answerText(body), "late");
+    EXPECT_EQ(lastType(body), "done");
+}
+
+TEST_F(QueryHttp, FailuresAfterAKeepAliveEndTheStream)
+{
+    const auto server = start([this](auto &, auto &, auto) {
+        std::this_thread::sleep_for(config.timing.keepAlive * 3);
+        AnswerOutcome outcome;
+        outcome.kind = AnswerOutcome::Kind::RateLimited;
+        return outcome;
+    });
+    const auto answer = server->query(server->token());
+    ASSERT_TRUE(answer);
+    EXPECT_EQ(answer->status, 200);
+    EXPECT_TRUE(events(answer->body).empty());
+    EXPECT_NE(answer->body.find(": keep-alive"), std::string::npos);
+}
+
+TEST_F(QueryHttp, ALeavingClientCancelsTheModelAndIsCounted)
+{
+    std::atomic<bool> cancelled{false};
+    const auto server = start([&cancelled](auto &, const TextSink &sink, std::stop_token stop) {
+        sink("first words");
+        while (!stop.stop_requested())
+            std::this_thread::sleep_for(milliseconds(2));
+        cancelled = true;
+        AnswerOutcome outcome;
+        outcome.kind = AnswerOutcome::Kind::Cancelled;
+        return outcome;
+    });
+    httplib::Request request;
+    request.method = "POST";
+    request.path = "/api/proxy/query";
+    request.body = R"({"prompt":"p"})";
+    request.headers = {{"Content-Type", "application/json"},
+                       {"Authorization", "Bearer " + server->token()}};
+    request.content_receiver = [](const char *, size_t, auto, auto) { return false; };
+    {
+        auto client = server->client();
+        EXPECT_FALSE(client.send(request));
+    }
+    EXPECT_TRUE(eventually([&] { return cancelled.load(); }));
+    EXPECT_TRUE(eventually([&] { return server->services().streams.running() == 0; }));
+    EXPECT_GT(server->services().usage.current(server->account().id).total(), 0);
+}
+
+TEST_F(QueryHttp, StoppingTheServerEndsRunningStreams)
+{
+    std::promise<void> started;
+    const auto server = start([&started](auto &, const TextSink &sink, std::stop_token stop) {
+        sink("first words");
+        started.set_value();
+        while (!stop.stop_requested())
+            std::this_thread::sleep_for(milliseconds(2));
+        return AnswerOutcome{};
+    });
+    const std::string token = server->token();
+    auto answer = std::async(std::launch::async, [&] { return server->query(token); });
+    started.get_future().wait();
+    const auto begin = std::chrono::steady_clock::now();
+    server->stop();
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(3));
+    const auto result = answer.get();
+    ASSERT_TRUE(result) << httplib::to_string(result.error());
+    EXPECT_EQ(lastType(result->body), "chunk");
+}
+
+TEST_F(QueryHttp, EventsAreNeverCompressed)
+{
+    const auto server = start([](auto &, const TextSink &sink, auto) {
+        sink(std::string(5000, 'x'));
+        return completed(1, 1);
+    });
+    const auto answer = server->client().Post(
+        "/api/proxy/query",
+        {{"Authorization", "Bearer " + server->token()}, {"Accept-Encoding", "gzip, br"}},
+        R"({"prompt":"p"})", "application/json");
+    EXPECT_EQ(answer->get_header_value("Content-Encoding"), "");
+    EXPECT_EQ(answerText(answer->body).size(), 5000U);
+}
+
+} // namespace
+} // namespace quellora::server

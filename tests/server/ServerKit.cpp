@@ -1,0 +1,155 @@
+#include "ServerKit.h"
+
+#include <cstdlib>
+#include <sstream>
+
+namespace quellora::server {
+
+TemporaryDirectory::TemporaryDirectory()
+{
+    std::string pattern =
+        (std::filesystem::temp_directory_path() / "quellora-server-XXXXXX").string();
+    m_path = ::mkdtemp(pattern.data());
+}
+
+TemporaryDirectory::~TemporaryDirectory()
+{
+    std::error_code ignored;
+    std::filesystem::remove_all(m_path, ignored);
+}
+
+PasswordCost weakCost()
+{
+    return PasswordCost{1, 8192};
+}
+
+Config testConfig(const TemporaryDirectory &directory)
+{
+    Config config = *Config::parse("", "test", [](const char *) { return std::nullopt; });
+    config.server.port = 0;
+    config.server.threads = 16;
+    config.security.passwordCost = weakCost();
+    config.dataFile = directory.path() / "data" / "backend.sqlite";
+    config.timing.keepAlive = std::chrono::milliseconds(150);
+    config.timing.connect = std::chrono::milliseconds(1000);
+    config.timing.stall = std::chrono::milliseconds(400);
+    return config;
+}
+
+std::string fakeJpeg()
+{
+    return std::string("\xFF\xD8\xFF\xE0 not really a picture");
+}
+
+AnswerOutcome completed(std::int64_t input, std::int64_t output)
+{
+    AnswerOutcome outcome;
+    outcome.kind = AnswerOutcome::Kind::Complete;
+    outcome.tokens = TokenCount{input, output};
+    return outcome;
+}
+
+RunningServer::RunningServer(Config config, const Clock &clock, std::shared_ptr<ModelClient> client,
+                             PageRoutes::OwnUserCheck ownUser)
+    : m_hasher(config.security.passwordCost), m_database(config.dataFile)
+{
+    ModelCatalog catalog = client ? ModelCatalog(config, std::move(client)) : ModelCatalog(config);
+    m_server = std::make_unique<BackendServer>(config, m_database, m_hasher, clock,
+                                               std::move(catalog), std::move(ownUser));
+    services().accounts.create(email, password, "local", 0);
+    m_port = m_server->bind().value();
+    m_thread = std::thread([this] { m_server->run(); });
+}
+
+RunningServer::~RunningServer()
+{
+    stop();
+}
+
+void RunningServer::stop()
+{
+    if (!m_thread.joinable())
+        return;
+    m_server->stop();
+    m_thread.join();
+}
+
+httplib::Client RunningServer::client() const
+{
+    httplib::Client client("127.0.0.1", m_port);
+    client.set_read_timeout(std::chrono::seconds(10));
+    return client;
+}
+
+Account RunningServer::account()
+{
+    return *services().accounts.findByEmail(email);
+}
+
+std::string RunningServer::token()
+{
+    return services().sessions.issue(account().id).token;
+}
+
+httplib::Result RunningServer::login(const std::string &mail, const std::string &pass) const
+{
+    return postJson("/api/auth/app-login", "",
+                    {{"email", mail},
+                     {"password", pass},
+                     {"osVersion", "test"},
+                     {"hotkeys", nlohmann::json::object()},
+                     {"cpuArch", "arm64"}});
+}
+
+httplib::Result RunningServer::verify(const std::string &bearer) const
+{
+    return postJson(
+        "/api/auth/app-verify", bearer,
+        {{"osVersion", "test"}, {"hotkeys", nlohmann::json::object()}, {"cpuArch", "arm64"}});
+}
+
+httplib::Result RunningServer::postJson(const std::string &path, const std::string &bearer,
+                                        const nlohmann::json &body) const
+{
+    httplib::Headers headers = {{"X-App-Version", "1.0.0"}};
+    if (!bearer.empty())
+        headers.emplace("Authorization", "Bearer " + bearer);
+    return client().Post(path, headers, body.dump(), "application/json");
+}
+
+httplib::Result RunningServer::query(const std::string &bearer, const std::string &prompt,
+                                     nlohmann::json extra) const
+{
+    extra["prompt"] = prompt;
+    return postJson("/api/proxy/query", bearer, extra);
+}
+
+std::vector<nlohmann::json> events(const std::string &stream)
+{
+    std::vector<nlohmann::json> list;
+    std::istringstream lines(stream);
+    std::string line;
+    while (std::getline(lines, line)) {
+        if (line.rfind("data: ", 0) == 0)
+            list.push_back(nlohmann::json::parse(line.substr(6)));
+    }
+    return list;
+}
+
+std::string answerText(const std::string &stream)
+{
+    std::string text;
+    for (const nlohmann::json &event : events(stream)) {
+        if (event.at("type") == "chunk")
+            text += event.at("text").get<std::string>();
+    }
+    return text;
+}
+
+std::string lastType(const std::string &stream)
+{
+    const auto list = events(stream);
+    return list.empty() ? "" : list.back().at("type").get<std::string>();
+}
+
+} // namespace quellora::server
