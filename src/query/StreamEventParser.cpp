@@ -2,12 +2,13 @@
 
 #include <QByteArray>
 #include <QJsonDocument>
-#include <QJsonObject>
-#include <QJsonValue>
+#include <QString>
 
 #include <simdjson.h>
 
 #include <algorithm>
+#include <cmath>
+#include <cstdint>
 #include <cstring>
 
 namespace quellora {
@@ -18,198 +19,164 @@ constexpr std::string_view linePrefix = "data: ";
 constexpr std::string_view unknownError = "Unknown error";
 constexpr std::size_t initialCapacity = 32 * 1024;
 
-namespace ondemand = simdjson::ondemand;
+/// How the backend writes nearly all of its events.
+constexpr std::string_view plainChunkStart = R"({"type":"chunk","text":")";
+constexpr std::string_view plainChunkEnd = "\"}";
 
-/// What a payload may say, before its type decides which of it counts.
-struct Fields
+/// What becomes of the bytes of a JSON string that is used as it stands.
+struct StringBytes
+{
+    bool needsDecoding = false; ///< quotes, escapes or control characters
+    bool isAscii = true;
+};
+
+constexpr std::uint64_t everyByte(std::uint8_t value)
+{
+    return 0x0101010101010101U * value;
+}
+
+/// Eight bytes at a time; a set top bit marks a byte. Borrows may mark too many, never too few.
+void inspect(std::uint64_t word, StringBytes &result)
+{
+    constexpr std::uint64_t tops = everyByte(0x80);
+    const auto zeroBytes = [](std::uint64_t w) { return (w - everyByte(1)) & ~w & tops; };
+    const std::uint64_t control = (word - everyByte(0x20)) & ~word & tops;
+    const std::uint64_t quote = zeroBytes(word ^ everyByte('"'));
+    const std::uint64_t backslash = zeroBytes(word ^ everyByte('\\'));
+    result.needsDecoding |= (control | quote | backslash) != 0;
+    result.isAscii &= (word & tops) == 0;
+}
+
+StringBytes inspect(std::string_view text)
+{
+    constexpr std::size_t step = sizeof(std::uint64_t);
+    StringBytes result;
+    std::uint64_t word = everyByte(' ');
+    if (text.size() < step) {
+        std::memcpy(&word, text.data(), text.size());
+        inspect(word, result);
+        return result;
+    }
+    for (std::size_t i = 0; i + step < text.size(); i += step) {
+        std::memcpy(&word, text.data() + i, step);
+        inspect(word, result);
+    }
+    std::memcpy(&word, text.data() + text.size() - step, step);
+    inspect(word, result);
+    return result;
+}
+
+/// The text of a chunk in the backend's usual spelling, when it stands for itself.
+std::optional<std::string_view> plainChunkText(std::string_view payload)
+{
+    if (payload.size() < plainChunkStart.size() + plainChunkEnd.size() ||
+        std::memcmp(payload.data(), plainChunkStart.data(), plainChunkStart.size()) != 0 ||
+        !payload.ends_with(plainChunkEnd))
+        return std::nullopt;
+    payload.remove_prefix(plainChunkStart.size());
+    payload.remove_suffix(plainChunkEnd.size());
+    const StringBytes bytes = inspect(payload);
+    if (bytes.needsDecoding ||
+        (!bytes.isAscii && !simdjson::validate_utf8(payload.data(), payload.size())))
+        return std::nullopt;
+    return payload;
+}
+
+/// A number with an integral value, or 0.
+qint64 integerOf(simdjson::dom::element value)
+{
+    std::int64_t integer = 0;
+    if (value.get(integer) == simdjson::SUCCESS)
+        return integer;
+    double number = 0;
+    constexpr double limit = 9223372036854775808.0;
+    if (value.is_double() && value.get(number) == simdjson::SUCCESS && number >= -limit &&
+        number < limit && std::trunc(number) == number)
+        return static_cast<qint64>(number);
+    return 0;
+}
+
+bool flagOf(simdjson::dom::element value)
+{
+    bool flag = false;
+    return value.get(flag) == simdjson::SUCCESS && flag;
+}
+
+/// The value when it is a text.
+std::optional<std::string_view> textOf(simdjson::dom::element value)
+{
+    std::string_view text;
+    if (value.get(text) != simdjson::SUCCESS)
+        return std::nullopt;
+    return text;
+}
+
+std::optional<StreamEvent> eventOf(simdjson::dom::object object)
 {
     std::optional<std::string_view> type;
     std::optional<std::string_view> text;
     std::optional<std::string_view> message;
     DoneInfo done;
-};
-
-std::optional<StreamEvent> eventOf(const Fields &fields)
-{
-    if (!fields.type)
-        return std::nullopt;
-    if (*fields.type == "chunk")
-        return StreamEvent{StreamEvent::Type::Chunk, fields.text.value_or(std::string_view()), {}};
-    if (*fields.type == "done")
-        return StreamEvent{StreamEvent::Type::Done, {}, fields.done};
-    if (*fields.type == "error")
-        return StreamEvent{StreamEvent::Type::Error, fields.message.value_or(unknownError), {}};
+    for (const auto &[key, value] : object) {
+        if (key == "type")
+            type = textOf(value);
+        else if (key == "text")
+            text = textOf(value);
+        else if (key == "message")
+            message = textOf(value);
+        else if (key == "tokensRemaining")
+            done.tokensRemaining = integerOf(value);
+        else if (key == "usageWarning75")
+            done.usageWarning75 = flagOf(value);
+        else if (key == "usageWarning90")
+            done.usageWarning90 = flagOf(value);
+        else if (key == "usedFallback")
+            done.usedFallback = flagOf(value);
+        else if (key == "tokensUsed")
+            done.tokensUsed = integerOf(value);
+    }
+    if (type == "chunk")
+        return StreamEvent{StreamEvent::Type::Chunk, text.value_or(std::string_view()), {}};
+    if (type == "done")
+        return StreamEvent{StreamEvent::Type::Done, {}, done};
+    if (type == "error")
+        return StreamEvent{StreamEvent::Type::Error, message.value_or(unknownError), {}};
     return std::nullopt;
-}
-
-/// The value of a JSON string; without escapes it is read in place. False when invalid.
-bool readString(ondemand::value value, std::optional<std::string_view> &out)
-{
-    std::string_view token = value.raw_json_token();
-    while (!token.empty() && token.back() != '"')
-        token.remove_suffix(1); // white space up to the next token
-    if (token.size() < 2)
-        return false;
-    const std::string_view content = token.substr(1, token.size() - 2);
-    if (std::memchr(content.data(), '\\', content.size()) == nullptr) {
-        out = content;
-        return true;
-    }
-    std::string_view unescaped;
-    if (value.get_string().get(unescaped) != simdjson::SUCCESS)
-        return false;
-    out = unescaped;
-    return true;
-}
-
-bool readInteger(ondemand::value value, qint64 &out)
-{
-    ondemand::number number;
-    if (value.get_number().get(number) != simdjson::SUCCESS)
-        return false;
-    if (number.is_int64()) {
-        out = number.get_int64();
-        return true;
-    }
-    return false; // fractions and very large numbers take the general way
-}
-
-/// Checks a value that no event needs. Nested ones are left to the general way.
-bool skipScalar(ondemand::value value)
-{
-    ondemand::json_type type{};
-    if (value.type().get(type) != simdjson::SUCCESS)
-        return false;
-    switch (type) {
-    case ondemand::json_type::string: {
-        std::optional<std::string_view> ignored;
-        return readString(value, ignored);
-    }
-    case ondemand::json_type::number: {
-        ondemand::number ignored;
-        return value.get_number().get(ignored) == simdjson::SUCCESS;
-    }
-    case ondemand::json_type::boolean: {
-        bool ignored = false;
-        return value.get_bool().get(ignored) == simdjson::SUCCESS;
-    }
-    default:
-        return false;
-    }
-}
-
-/// A key's text begins right behind its opening quote.
-bool keyIs(const char *raw, std::string_view quotedRest)
-{
-    return std::memcmp(raw, quotedRest.data(), quotedRest.size()) == 0;
-}
-
-/// Reads one field where it has the expected kind; false sends the whole line the general way.
-bool readField(const char *key, ondemand::value value, Fields &fields)
-{
-    const bool isString = *value.raw_json_token().data() == '"';
-    if (keyIs(key, "type\""))
-        return isString && !fields.type && readString(value, fields.type);
-    if (keyIs(key, "text\""))
-        return isString && !fields.text && readString(value, fields.text);
-    if (keyIs(key, "message\""))
-        return isString && !fields.message && readString(value, fields.message);
-    if (keyIs(key, "tokensRemaining\""))
-        return readInteger(value, fields.done.tokensRemaining);
-    if (keyIs(key, "tokensUsed\""))
-        return readInteger(value, fields.done.tokensUsed);
-    if (keyIs(key, "usageWarning75\""))
-        return value.get_bool().get(fields.done.usageWarning75) == simdjson::SUCCESS;
-    if (keyIs(key, "usageWarning90\""))
-        return value.get_bool().get(fields.done.usageWarning90) == simdjson::SUCCESS;
-    if (keyIs(key, "usedFallback\""))
-        return value.get_bool().get(fields.done.usedFallback) == simdjson::SUCCESS;
-    // An escaped key may be one of the above in disguise.
-    const char *keyEnd = static_cast<const char *>(std::memchr(key, '"', 64));
-    if (keyEnd == nullptr || std::memchr(key, '\\', static_cast<std::size_t>(keyEnd - key)))
-        return false;
-    return skipScalar(value);
-}
-
-/// Walks an object of the usual shape, checking every token. False when it has any other shape,
-/// valid or not.
-bool readUsualShape(ondemand::document &document, Fields &fields)
-{
-    ondemand::object object;
-    if (document.get_object().get(object) != simdjson::SUCCESS)
-        return false;
-    for (auto entry : object) {
-        ondemand::field field;
-        if (std::move(entry).get(field) != simdjson::SUCCESS)
-            return false;
-        if (!readField(field.key().raw(), field.value(), fields))
-            return false;
-    }
-    // Anything behind the object would make the line invalid.
-    return document.current_location().error() == simdjson::OUT_OF_BOUNDS;
 }
 
 } // namespace
 
-/// Payload to event. The usual objects go through simdjson in place; whatever it does not take at
-/// once (nested values, unexpected kinds, other encodings) is decided by the general JSON reader.
+/// Payload to event, with what the views into it need to stay valid.
 struct StreamEventParser::Decoder
 {
-    ondemand::parser parser;
-    simdjson::dom::parser validator;
-    QByteArray textStorage;
+    simdjson::dom::parser parser;
+    QByteArray repaired;
 
-    std::optional<StreamEvent> decode(const char *payload, std::size_t length, std::size_t capacity)
+    /// The payload is followed by the bytes that simdjson may look at.
+    std::optional<StreamEvent> decode(std::string_view payload)
     {
-        ondemand::document document;
-        Fields fields;
-        if (parser.iterate(simdjson::padded_string_view(payload, length, capacity)).get(document) ==
-                simdjson::SUCCESS &&
-            readUsualShape(document, fields))
-            return eventOf(fields);
-        return decodeGeneral(QByteArray::fromRawData(payload, static_cast<qsizetype>(length)));
-    }
-
-    /// simdjson decides what is valid; the general reader, which is laxer, fetches the values.
-    std::optional<StreamEvent> decodeGeneral(const QByteArray &payload)
-    {
-        const auto verdict = [this](const QByteArray &json) {
-            return validator.parse(json.constData(), static_cast<std::size_t>(json.size())).error();
-        };
-        QByteArray json = payload;
-        simdjson::error_code error = verdict(json);
-        if (error == simdjson::UTF8_ERROR) {
-            json = QString::fromUtf8(payload).toUtf8();
-            error = verdict(json);
+        if (const auto text = plainChunkText(payload))
+            return StreamEvent{StreamEvent::Type::Chunk, *text, {}};
+        auto document = parser.parse(payload.data(), payload.size(), false);
+        if (document.error() == simdjson::UTF8_ERROR) {
+            repaired =
+                QString::fromUtf8(payload.data(), static_cast<qsizetype>(payload.size())).toUtf8();
+            document =
+                parser.parse(repaired.constData(), static_cast<std::size_t>(repaired.size()));
         }
-        // Numbers that fit no machine type are still JSON.
-        if (error != simdjson::SUCCESS && error != simdjson::NUMBER_ERROR)
-            return std::nullopt;
-        const QJsonDocument document = QJsonDocument::fromJson(json);
-        if (!document.isObject())
-            return std::nullopt;
-        const QJsonObject object = document.object();
-        const QByteArray type = object.value(QLatin1String("type")).toString().toUtf8();
-        Fields fields;
-        fields.type = std::string_view(type.constData(), static_cast<std::size_t>(type.size()));
-        const QLatin1String textKey(type == "error" ? "message" : "text");
-        const QJsonValue text = object.value(textKey);
-        if (text.isString()) {
-            textStorage = text.toString().toUtf8();
-            const std::string_view view(textStorage.constData(),
-                                        static_cast<std::size_t>(textStorage.size()));
-            fields.text = view;
-            fields.message = view;
+        if (document.error() == simdjson::NUMBER_ERROR) {
+            // Numbers that fit no machine type are still JSON. The general reader takes them, and
+            // writes them out in a form that fits.
+            const QJsonDocument general = QJsonDocument::fromJson(
+                QByteArray(payload.data(), static_cast<qsizetype>(payload.size())));
+            repaired = general.toJson(QJsonDocument::Compact);
+            document =
+                parser.parse(repaired.constData(), static_cast<std::size_t>(repaired.size()));
         }
-        const auto integer = [&object](const char *key) {
-            return object.value(QLatin1String(key)).toInteger(0);
-        };
-        const auto flag = [&object](const char *key) {
-            return object.value(QLatin1String(key)).toBool(false);
-        };
-        fields.done = {integer("tokensRemaining"), flag("usageWarning75"), flag("usageWarning90"),
-                       flag("usedFallback"), integer("tokensUsed")};
-        return eventOf(fields);
+        simdjson::dom::object object;
+        if (document.get(object) != simdjson::SUCCESS)
+            return std::nullopt;
+        return eventOf(object);
     }
 };
 
@@ -269,6 +236,10 @@ std::size_t StreamEventParser::find(BreakFinder &finder) const
 std::optional<StreamEvent> StreamEventParser::next()
 {
     while (!m_lineTooLong && m_lineStart < m_end) {
+        if (const char first = m_buffer[m_lineStart]; first == '\n' || first == '\r') {
+            ++m_lineStart; // the empty line that separates events
+            continue;
+        }
         const std::size_t lineEnd = std::min(find(m_lineFeed), find(m_carriageReturn));
         if (lineEnd - m_lineStart > m_lineLimit) {
             m_lineTooLong = true;
@@ -289,8 +260,7 @@ std::optional<StreamEvent> StreamEventParser::decodeLine(std::size_t begin, std:
     const char *line = m_buffer.get() + begin;
     if (length <= linePrefix.size() || std::memcmp(line, linePrefix.data(), linePrefix.size()) != 0)
         return std::nullopt;
-    return m_decoder->decode(line + linePrefix.size(), length - linePrefix.size(),
-                             m_capacity - begin - linePrefix.size());
+    return m_decoder->decode({line + linePrefix.size(), length - linePrefix.size()});
 }
 
 } // namespace quellora

@@ -79,6 +79,7 @@ class TestStreamEventParser : public QObject
 private Q_SLOTS:
     void readsPayloads_data();
     void readsPayloads();
+    void spellingMakesNoDifference();
     void givesTheSameForEveryPieceSize();
     void givesTheSameForRandomPieces();
     void survivesDamagedStreams();
@@ -201,6 +202,26 @@ void TestStreamEventParser::readsPayloads()
                                 QStringList{QStringLiteral("chunk:after")};
     QCOMPARE(parse(chunkLine("before") + "\n" + line + "\r\n" + chunkLine("after") + "\n"),
              between);
+}
+
+void TestStreamEventParser::spellingMakesNoDifference()
+{
+    // The backend's own spelling is read in a quicker way than any other.
+    const QList<QByteArray> pieces{
+        "x",    "\"",       "\\",   "\\n",  "\\u20ac",          "\x01", "\x1f",
+        "\x7f", "\xc3\xa9", "\xc3", "\xff", "\xf0\x9f\x98\x80", "/",    " "};
+    for (int length = 0; length < 20; ++length) {
+        for (int at = 0; at <= length; ++at) {
+            for (const QByteArray &piece : pieces) {
+                const QByteArray text = QByteArray(length, 'a').insert(at, piece);
+                QCOMPARE(parse(chunkLine(text)),
+                         parse(R"(data: { "text" : ")" + text + R"(", "type" : "chunk" })"));
+            }
+        }
+    }
+    QCOMPARE(parse(R"(data: {"type":"chunk","text":"a","text":"b"})"),
+             QStringList{QStringLiteral("chunk:b")});
+    QCOMPARE(parse(R"(data: {"type":"chunk","text":"})"), QStringList());
 }
 
 void TestStreamEventParser::givesTheSameForEveryPieceSize()
