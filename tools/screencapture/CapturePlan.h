@@ -54,6 +54,14 @@ struct CapturePlan
     Region background;
 };
 
+/// Whether a window id is one of the server's own, without a client's bits: a compositor's overlay
+/// or the screen saver. Some servers list such windows among the root window's children; they are
+/// no part of the stack that a picture is put together from.
+constexpr bool isServerId(std::uint32_t window, std::uint32_t resourceIdMask)
+{
+    return (window & ~resourceIdMask) == 0;
+}
+
 /// How far beyond our windows the picture is put together anew when a compositor is running:
 /// it may draw shadows around them, and its last frame may show them slightly elsewhere.
 inline constexpr int compositorMargin = 64;

@@ -1,5 +1,6 @@
 #include "XConnection.h"
 
+#include "CapturePlan.h"
 #include "DamageProtocol.h"
 
 #include <xcb/composite.h>
@@ -176,7 +177,7 @@ std::optional<PixelFormat> XConnection::format(int depth, xcb_visualid_t visual)
 
 bool XConnection::isServerOwned(xcb_window_t window) const
 {
-    return (window & ~xcb_get_setup(get())->resource_id_mask) == 0;
+    return isServerId(window, xcb_get_setup(get())->resource_id_mask);
 }
 
 void ServerGrab::release()

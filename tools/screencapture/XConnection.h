@@ -73,8 +73,7 @@ public:
     /// Pixel layout of images of @p depth, with the colour masks of @p visual.
     /// @return nothing for palette visuals and unknown pixel sizes
     std::optional<PixelFormat> format(int depth, xcb_visualid_t visual) const;
-    /// Windows of the server itself (a compositor's overlay, the screen saver) have ids without a
-    /// client's bits.
+    /// Whether @p window belongs to the server itself.
     bool isServerOwned(xcb_window_t window) const;
 
 private:

@@ -6,6 +6,9 @@
 #include <QTest>
 
 #include <cerrno>
+#include <cstdio>
+
+#include <sys/stat.h>
 
 using namespace quellora::screencapture;
 
@@ -74,13 +77,16 @@ private slots:
 
     void refusesWhatIsNoFile()
     {
-        for (const char *place : {"/dev/null", "/", "/no/such/folder/x.png"}) {
+        for (const char *place : {"/", "/no/such/folder/x.png"}) {
             const auto file = AtomicFile::create(place);
             QVERIFY(!file);
             QCOMPARE(file.error().status, ExitStatus::PathUnwritable);
             QVERIFY(file.error().message.find(place) != std::string::npos);
         }
         QVERIFY(!AtomicFile::create(m_folder.path().toStdString()));
+        QCOMPARE(mkfifo(path().c_str(), 0600), 0);
+        QVERIFY(!AtomicFile::create(path()));
+        QCOMPARE(std::remove(path().c_str()), 0);
         QVERIFY(!AtomicFile::create(m_folder.path().toStdString() + "/"));
     }
 

@@ -167,6 +167,13 @@ private slots:
         QVERIFY(plan.layers[1].obscured.isEmpty());
     }
 
+    void windowsOfTheServer()
+    {
+        QVERIFY(isServerId(0x50d, 0x1fffff));
+        QVERIFY(!isServerId(0x200000, 0x1fffff));
+        QVERIFY(!isServerId(0x40050d, 0x1fffff));
+    }
+
     void wildShapesStayBounded()
     {
         TopLevel ours = window({0, 0, 1000, 800}, true);

@@ -79,6 +79,13 @@ class CommandLineTest(FailureTest):
         self.assertEqual((result.returncode, result.stderr), (0, ""))
         self.assertRegex(result.stdout, r"^quellora-screencapture \d+\.\d+\.\d+\n$")
 
+    def test_reader_that_has_gone(self):
+        read_end, write_end = os.pipe()
+        os.close(read_end)
+        process = subprocess.Popen([TOOL, "--help"], env=self.environment, stdout=write_end)
+        os.close(write_end)
+        self.assertGreaterEqual(process.wait(60), 0, "ended by a signal")
+
 
 class FileTest(FailureTest):
     @classmethod
@@ -122,15 +129,17 @@ class FileTest(FailureTest):
     def test_unwritable_path(self):
         environment = self.screen.environment
         for path in ("/no/such/folder/picture.png", "/proc/picture.png", self.folder,
-                     self.folder + "/", self.folder + "/a/b.png", "/dev/null"):
+                     self.folder + "/", self.folder + "/a/b.png"):
             self.assert_fails(PATH_UNWRITABLE, "cannot write " + path, [path], environment)
         self.assert_fails(PATH_UNWRITABLE, "File name too long",
                           [os.path.join(self.folder, "n" * 300)], environment)
 
-    def test_devices_are_not_replaced(self):
-        self.assert_fails(PATH_UNWRITABLE, "not a regular file", ["/dev/null"],
-                          self.screen.environment)
-        self.assertTrue(stat.S_ISCHR(os.stat("/dev/null").st_mode))
+    def test_only_regular_files_are_replaced(self):
+        pipe = os.path.join(self.screen.folder, "pipe")
+        os.mkfifo(pipe)
+        self.addCleanup(os.unlink, pipe)
+        self.assert_fails(PATH_UNWRITABLE, "not a regular file", [pipe], self.screen.environment)
+        self.assertTrue(stat.S_ISFIFO(os.stat(pipe).st_mode))
 
     def test_no_space(self):
         self.assert_fails(DISK_FULL, "no space for " + self.path, ["-x", self.path],
