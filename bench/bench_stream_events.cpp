@@ -109,7 +109,8 @@ void compare(const char *title, const std::string &start, const std::string &end
 
 int main()
 {
-    compare("events in the backend's spelling", R"({"type":"chunk","text":")", "\"}");
-    compare("events in another spelling", R"({"text": ")", R"(", "type": "chunk"})");
+    compare("events, compact", R"({"type":"chunk","text":")", "\"}");
+    compare("events with sorted keys and blanks", R"({"text": ")", R"(", "type": "chunk"})");
+    compare("events with one more field", R"({"id":1,"type":"chunk","text":")", "\"}");
     return 0;
 }

@@ -7,6 +7,7 @@
 #include <simdjson.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -19,9 +20,20 @@ constexpr std::string_view linePrefix = "data: ";
 constexpr std::string_view unknownError = "Unknown error";
 constexpr std::size_t initialCapacity = 32 * 1024;
 
-/// How the backend writes nearly all of its events.
-constexpr std::string_view plainChunkStart = R"({"type":"chunk","text":")";
-constexpr std::string_view plainChunkEnd = "\"}";
+/// What stands before and behind the text of a chunk.
+struct Spelling
+{
+    std::string_view start;
+    std::string_view end;
+};
+
+/// How JSON writers spell nearly all events: compact or with blanks, keys as given or sorted.
+constexpr std::array<Spelling, 4> plainChunks{{
+    {R"({"type":"chunk","text":")", R"("})"},
+    {R"({"text":")", R"(","type":"chunk"})"},
+    {R"({"type": "chunk", "text": ")", R"("})"},
+    {R"({"text": ")", R"(", "type": "chunk"})"},
+}};
 
 /// What becomes of the bytes of a JSON string that is used as it stands.
 struct StringBytes
@@ -66,20 +78,22 @@ StringBytes inspect(std::string_view text)
     return result;
 }
 
-/// The text of a chunk in the backend's usual spelling, when it stands for itself.
+/// The text of a chunk in a usual spelling, when it stands for itself.
 std::optional<std::string_view> plainChunkText(std::string_view payload)
 {
-    if (payload.size() < plainChunkStart.size() + plainChunkEnd.size() ||
-        std::memcmp(payload.data(), plainChunkStart.data(), plainChunkStart.size()) != 0 ||
-        !payload.ends_with(plainChunkEnd))
-        return std::nullopt;
-    payload.remove_prefix(plainChunkStart.size());
-    payload.remove_suffix(plainChunkEnd.size());
-    const StringBytes bytes = inspect(payload);
-    if (bytes.needsDecoding ||
-        (!bytes.isAscii && !simdjson::validate_utf8(payload.data(), payload.size())))
-        return std::nullopt;
-    return payload;
+    for (const Spelling &spelling : plainChunks) {
+        if (payload.size() < spelling.start.size() + spelling.end.size() ||
+            !payload.starts_with(spelling.start) || !payload.ends_with(spelling.end))
+            continue;
+        const std::string_view text = payload.substr(
+            spelling.start.size(), payload.size() - spelling.start.size() - spelling.end.size());
+        const StringBytes bytes = inspect(text);
+        if (bytes.needsDecoding ||
+            (!bytes.isAscii && !simdjson::validate_utf8(text.data(), text.size())))
+            return std::nullopt;
+        return text;
+    }
+    return std::nullopt;
 }
 
 /// A number with an integral value, or 0.
