@@ -13,8 +13,10 @@
 #include "hotkeys/HotkeyManager.h"
 #include "overlay/page/ResponseView.h"
 #include "platform/Platform.h"
+#include "platform/TerminationSignals.h"
 #include "query/ProxyQueryService.h"
 
+#include <QCoreApplication>
 #include <QNetworkAccessManager>
 #include <QObject>
 #include <QQmlEngine>
@@ -61,6 +63,7 @@ private:
     /// The next overlay's web view, warmed up while the user looks at the login window.
     std::unique_ptr<ResponseView> m_nextView;
     std::unique_ptr<AppDelegate> m_delegate;
+    TerminationSignals m_terminationSignals{&QCoreApplication::quit};
 };
 
 } // namespace quellora

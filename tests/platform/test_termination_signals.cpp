@@ -1,0 +1,40 @@
+#include "platform/TerminationSignals.h"
+
+#include <QTest>
+
+#include <csignal>
+
+using namespace quellora;
+
+class TestTerminationSignals : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void eachSignalCallsTheHandlerFromTheEventLoop_data()
+    {
+        QTest::addColumn<int>("number");
+        QTest::newRow("terminate") << SIGTERM;
+        QTest::newRow("interrupt") << SIGINT;
+        QTest::newRow("hang-up") << SIGHUP;
+    }
+    void eachSignalCallsTheHandlerFromTheEventLoop()
+    {
+        QFETCH(int, number);
+        int calls = 0;
+        TerminationSignals handled([&calls] { ++calls; });
+        std::raise(number);
+        QCOMPARE(calls, 0);
+        QTRY_COMPARE(calls, 1);
+    }
+
+    void destructionRestoresTheSystemsTreatment()
+    {
+        {
+            TerminationSignals handled([] {});
+        }
+        QVERIFY(std::signal(SIGTERM, SIG_DFL) == SIG_DFL);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestTerminationSignals)
+#include "test_termination_signals.moc"
