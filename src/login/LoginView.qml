@@ -90,6 +90,8 @@ Item {
         x: view.margin
         y: 178
         name: "Password"
+        // The focus comes here after an error: it is what gets read out.
+        hint: view.viewModel.errorMessage
         busy: view.loading
         echoMode: TextInput.Password
         inputMethodHints: Qt.ImhSensitiveData | Qt.ImhNoAutoUppercase | Qt.ImhNoPredictiveText

@@ -17,12 +17,12 @@ ThemeTokens {
     placeholder: dimText
     hover: sheet.tint(0.05)
     pressed: sheet.tint(0.11)
-    secondary: sheet.tint(dark ? 0.077 : 0.05)
-    secondaryHover: sheet.tint(dark ? 0.13 : 0.09)
-    secondaryPressed: sheet.tint(dark ? 0.18 : 0.14)
-    secondaryOutline: sheet.tint(dark ? 0.187 : 0.2)
-    secondaryOutlineHover: sheet.tint(dark ? 0.234 : 0.24)
-    secondaryOutlinePressed: sheet.tint(dark ? 0.28 : 0.28)
+    secondary: sheet.tint(0)
+    secondaryHover: hover
+    secondaryPressed: pressed
+    secondaryOutline: outline
+    secondaryOutlineHover: outline
+    secondaryOutlinePressed: outline
     accent: dark ? "#2f80ed" : "#1c6ad0"
     accentText: dark ? "#7db2ff" : "#1257ae"
     accentFill: "#1c6ad0"

@@ -1,64 +1,16 @@
-#include "QuickItems.h"
+#include "UiStage.h"
 #include "fakes/LogCapture.h"
 #include "ui/IconItem.h"
-#include "ui/Ui.h"
 
-#include <QAccessible>
 #include <QFontDatabase>
 #include <QFontInfo>
 #include <QGuiApplication>
-#include <QQmlComponent>
-#include <QQmlEngine>
 #include <QSignalSpy>
 #include <QtTest>
-
-#include <memory>
 
 using namespace quellora;
 
 namespace {
-
-/// A window, 400 × 200, with the given QML inside.
-struct Stage
-{
-    explicit Stage(const QByteArray &body)
-    {
-        prepareQmlEngine(engine);
-        QQmlComponent component(&engine);
-        component.setData("import QtQuick\nimport Quellora.Ui\nItem {\n" + body + "\n}", QUrl());
-        root.reset(qobject_cast<QQuickItem *>(component.create()));
-        if (!root)
-            qFatal("%s", qPrintable(component.errorString()));
-        window.resize(400, 200);
-        root->setParentItem(window.contentItem());
-        root->setSize(QSizeF(400, 200));
-        window.show();
-        window.requestActivate();
-        ready = QTest::qWaitForWindowActive(&window);
-        QTest::mouseMove(&window, QPoint(390, 190));
-    }
-
-    QQuickItem *item(const QString &objectName)
-    {
-        return findItem(window.contentItem(), "objectName", objectName);
-    }
-    int count(const char *property) { return root->property(property).toInt(); }
-    void press(Qt::Key key, Qt::KeyboardModifiers modifiers = {})
-    {
-        QTest::keyClick(&window, key, modifiers);
-    }
-    QStringList texts() { return visibleTexts(window.contentItem()); }
-
-    QQmlEngine engine;
-    QQuickWindow window;
-    std::unique_ptr<QQuickItem> root;
-    bool ready = false;
-};
-
-QAccessibleActionInterface *actions(QQuickItem *item)
-{
-    return QAccessible::queryAccessibleInterface(item)->actionInterface();
-}
 
 const QString press = QAccessibleActionInterface::pressAction();
 

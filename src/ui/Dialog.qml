@@ -1,0 +1,120 @@
+import QtQuick
+import Quellora.Ui
+
+/// Asks before something that cannot be undone: a card 320 wide over a scrim, inside the window.
+/// The focus starts on the safe choice; Escape and a press beside the card choose it too.
+FocusScope {
+    id: dialog
+
+    property ThemeTokens theme: Tokens.sheetDark
+    property string title
+    property string text
+    property string confirmText
+    property string cancelText: "Cancel"
+    property bool open: false
+
+    readonly property TypeTokens buttonType: TypeTokens {
+        size: 13
+        line: 20
+        weight: Font.Medium
+    }
+
+    signal confirmed()
+    signal cancelled()
+
+    onOpenChanged: {
+        if (open)
+            cancel.forceActiveFocus(Qt.TabFocusReason)
+    }
+    Component.onCompleted: {
+        if (open)
+            cancel.forceActiveFocus(Qt.TabFocusReason)
+    }
+
+    anchors.fill: parent
+    visible: open || opacity > 0
+    enabled: open
+    opacity: open ? 1 : 0
+    z: 100
+    Behavior on opacity { NumberAnimation { duration: Tokens.scrimTime } }
+
+    Accessible.role: Accessible.Dialog
+    Accessible.name: dialog.title
+    Accessible.description: dialog.text
+    Keys.onEscapePressed: dialog.cancelled()
+
+    FocusTrap { scope: dialog }
+    Rectangle {
+        anchors.fill: parent
+        color: Tokens.sheetDark.scrim
+    }
+    MouseArea {
+        anchors.fill: parent
+        hoverEnabled: true
+        onClicked: dialog.cancelled()
+        onWheel: wheel => wheel.accepted = true
+    }
+
+    Rectangle {
+        anchors.centerIn: parent
+        width: Math.min(320, dialog.width - 32)
+        height: column.height + 2 * Tokens.space5
+        radius: Tokens.radiusWindow
+        color: dialog.theme.raised
+        border.width: 1
+        border.color: dialog.theme.line
+        antialiasing: true
+
+        MouseArea { anchors.fill: parent }
+
+        Column {
+            id: column
+            x: Tokens.space5
+            y: Tokens.space5
+            width: parent.width - 2 * x
+
+            Label {
+                width: parent.width
+                text: dialog.title
+                type: Tokens.title
+                theme: dialog.theme
+                wrapMode: Text.Wrap
+            }
+            Item { width: 1; height: Tokens.space2 }
+            Label {
+                width: parent.width
+                text: dialog.text
+                type: Tokens.body
+                color: dialog.theme.dimText
+                wrapMode: Text.Wrap
+            }
+            Item { width: 1; height: Tokens.space4 }
+            Row {
+                anchors.right: parent.right
+                spacing: Tokens.space2
+
+                Button {
+                    id: cancel
+                    focus: true
+                    implicitHeight: 32
+                    type: dialog.buttonType
+                    leftPadding: Tokens.space4
+                    rightPadding: Tokens.space4
+                    text: dialog.cancelText
+                    theme: dialog.theme
+                    onClicked: dialog.cancelled()
+                }
+                Button {
+                    implicitHeight: 32
+                    type: dialog.buttonType
+                    leftPadding: Tokens.space4
+                    rightPadding: Tokens.space4
+                    text: dialog.confirmText
+                    kind: Button.Danger
+                    theme: dialog.theme
+                    onClicked: dialog.confirmed()
+                }
+            }
+        }
+    }
+}

@@ -1,0 +1,68 @@
+import QtQuick
+import QtQuick.Controls.Basic as Basic
+import Quellora.Ui
+
+/// One row of a list or menu that can be pressed: 34, 36, 40, 44 or 48 high (set `implicitHeight`).
+/// What is put inside lies over the row's fill.
+Basic.AbstractButton {
+    id: control
+
+    property ThemeTokens theme: Tokens.sheetDark
+    property string name: text
+    property string hint
+    property bool selected: false
+    /// A bar in the accent colour at the left of a selected row.
+    property bool showsBar: false
+    property real radius: Tokens.radiusControl
+    property int role: Accessible.ListItem
+    default property alias content: inner.data
+
+    implicitHeight: 36
+    padding: 0
+    hoverEnabled: true
+    focusPolicy: Qt.TabFocus
+    opacity: enabled ? 1 : Tokens.disabledOpacity
+
+    contentItem: Item { id: inner }
+
+    background: Rectangle {
+        id: background
+        radius: control.radius
+        antialiasing: true
+        color: control.down ? control.theme.pressed
+             : control.selected ? Tokens.faded(control.theme.accent, 0.16)
+             : control.hovered ? control.theme.hover : Tokens.faded(control.theme.hover, 0)
+
+        Behavior on color {
+            enabled: !control.down
+            ColorAnimation { duration: Tokens.hoverTime }
+        }
+
+        Rectangle {
+            x: 0
+            anchors.verticalCenter: parent.verticalCenter
+            width: 3
+            height: parent.height - 2 * 10
+            radius: 1.5
+            visible: control.selected && control.showsBar
+            color: control.theme.accent
+        }
+        FocusRing {
+            // Rows touch each other: the ring lies inside.
+            anchors.margins: 0
+            shown: control.visualFocus
+            theme: control.theme
+            radius: control.radius
+        }
+    }
+
+    Keys.onReturnPressed: control.clicked()
+    Keys.onEnterPressed: control.clicked()
+
+    Accessible.role: control.role
+    Accessible.name: control.name
+    Accessible.description: control.hint
+    Accessible.selectable: true
+    Accessible.selected: control.selected
+    Accessible.onPressAction: control.clicked()
+}
