@@ -8,6 +8,8 @@
 
 #include <cstdio>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -33,7 +35,7 @@ double simdjsonOnDemand(const std::string &json,
 {
     simdjson::ondemand::parser parser;
     size_t seen = 0;
-    const double time = quellora::medianMilliseconds(runs, [&] {
+    const double time = quellora::fastestMilliseconds(runs, [&] {
         for (const auto &[begin, length] : spans) {
             auto document = parser.iterate(
                 simdjson::padded_string_view(json.data() + begin, length, json.capacity() - begin));
@@ -52,7 +54,7 @@ double simdjsonDocument(const std::string &json,
 {
     simdjson::dom::parser parser;
     size_t seen = 0;
-    const double time = quellora::medianMilliseconds(runs, [&] {
+    const double time = quellora::fastestMilliseconds(runs, [&] {
         for (const auto &[begin, length] : spans) {
             const simdjson::dom::element document =
                 parser.parse(json.data() + begin, length, false);
@@ -67,7 +69,7 @@ double simdjsonDocument(const std::string &json,
 double wholeStream(const std::string &body, size_t piece)
 {
     size_t seen = 0;
-    const double time = quellora::medianMilliseconds(runs, [&] {
+    const double time = quellora::fastestMilliseconds(runs, [&] {
         quellora::StreamEventParser parser;
         for (size_t at = 0; at < body.size(); at += piece) {
             parser.feed(std::string_view(body).substr(at, piece));
