@@ -37,11 +37,15 @@
         }
     });
 
-    const fragmentOptions = { ...options, RETURN_DOM_FRAGMENT: true };
-    const render = (%incremental-render%)(
-        renderer,
-        html => purify.sanitize(html, fragmentOptions),
-        html => purify.sanitize(html, options));
+    // Set once: handing the options to every call would have them read every time.
+    purify.setConfig({ ...options, RETURN_DOM_FRAGMENT: true });
+    const sanitizedFragment = html => purify.sanitize(html);
+    const sanitizedText = html => {
+        const holder = document.createElement('div');
+        holder.append(sanitizedFragment(html));
+        return holder.innerHTML;
+    };
+    const render = (%incremental-render%)(renderer, sanitizedFragment, sanitizedText);
     const parse = source => render(String(source));
     Object.defineProperty(globalThis, 'marked', {
         value: Object.freeze({ parse }),
