@@ -31,8 +31,8 @@ bool EventStreamReader::feed(std::string_view bytes)
 
 bool EventStreamReader::endLine()
 {
-    const std::string line = std::move(m_line);
-    m_line.clear();
+    std::string line;
+    line.swap(m_line);
     if (line.empty())
         return dispatch();
     std::string_view view = line;
@@ -52,8 +52,8 @@ bool EventStreamReader::dispatch()
 {
     if (!m_hasData)
         return true;
-    const std::string data = std::move(m_data);
-    m_data.clear();
+    std::string data;
+    data.swap(m_data);
     m_hasData = false;
     return m_handler(data);
 }
