@@ -1,6 +1,7 @@
 """Finding and using controls by their accessible role and name."""
 
 import time
+import warnings
 
 from .waiting import PATIENCE, wait_until
 
@@ -19,6 +20,9 @@ class Accessibility:
     def api(self):
         """The library, loaded when first needed because it binds to the bus of that moment."""
         if self._api is None:
+            # The library's own names for its interfaces are marked as deprecated.
+            warnings.simplefilter("ignore", DeprecationWarning)
+            warnings.simplefilter("ignore", ImportWarning)
             import gi  # pylint: disable=import-outside-toplevel
             gi.require_version("Atspi", "2.0")
             from gi.repository import Atspi, GLib  # pylint: disable=import-outside-toplevel

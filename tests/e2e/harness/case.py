@@ -2,6 +2,7 @@
 
 import os
 import pathlib
+import sys
 import unittest
 
 from .app import App
@@ -33,20 +34,20 @@ class E2ECase(unittest.TestCase):
         E2ECase.desktop = None
 
     def run(self, result=None):
-        before = len(result.failures) + len(result.errors) if result is not None else 0
         self.apps = []
-        self._result, self._problems_before = result, before
+        self._result = result
+        self._problems_before = self._problems()
         return super().run(result)
+
+    def _problems(self):
+        return len(self._result.failures) + len(self._result.errors) if self._result else 0
 
     def _keep_evidence(self):
         """Cleanup that runs first: after a failure, keeps a picture and the logs."""
-        outcome = self._outcome
-        failed = outcome is not None and not outcome.success
-        if not failed or self.desktop is None or self.desktop.connection is None:
+        if self._problems() == self._problems_before or self.desktop is None:
             return
         ARTIFACTS.mkdir(parents=True, exist_ok=True)
-        name = self.id().replace("__main__.", pathlib.Path(
-            __import__("sys").argv[0]).stem + ".")
+        name = self.id().replace("__main__", pathlib.Path(sys.argv[0]).stem)
         self.desktop.screenshot().save_png(ARTIFACTS / f"{name}.png")
         for index, app in enumerate(self.apps):
             text = "\n".join(app.raw_lines + ["", "standard error:"] + app.error_output)

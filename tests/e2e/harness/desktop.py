@@ -60,8 +60,11 @@ class Desktop:
         self.root.change_attributes(event_mask=X.PropertyChangeMask)
         self.connection.sync()
         self._start_bus()
+        self._probe = None
         if window_manager:
             self._start_window_manager()
+            self._probe = self.root.create_window(0, 0, 1, 1, 0, X.CopyFromParent,
+                                                  event_mask=X.PropertyChangeMask)
         if compositor is not None:
             self._start_compositor(compositor)
         # The accessibility library reads these when it is first used.
@@ -279,7 +282,36 @@ class Desktop:
         """Moves the pointer and clicks there."""
         self.move_pointer(x, y)
         self._fake(X.ButtonPress, button)
+        self._wait_for_window_manager()
         self._fake(X.ButtonRelease, button)
+        self._wait_for_window_manager()
+
+    def _wait_for_window_manager(self):
+        """Returns when the window manager has dealt with everything up to now.
+
+        It holds each press until it has looked at it; no hand clicks again before that.
+        """
+        if self._probe is None:
+            return
+        request = event.ClientMessage(
+            window=self._probe.id,
+            client_type=self.connection.intern_atom("_NET_REQUEST_FRAME_EXTENTS"),
+            data=(32, [0, 0, 0, 0, 0]))
+        self.root.send_event(
+            request, event_mask=X.SubstructureRedirectMask | X.SubstructureNotifyMask)
+        self.connection.flush()
+        answer = self.connection.intern_atom("_NET_FRAME_EXTENTS")
+        deadline = time.monotonic() + PATIENCE
+        while True:
+            while self.connection.pending_events():
+                found = self.connection.next_event()
+                if (found.type == X.PropertyNotify and found.window == self._probe
+                        and found.atom == answer):
+                    return
+            left = deadline - time.monotonic()
+            if left <= 0:
+                raise AssertionError("the window manager does not answer")
+            select.select([self.connection.fileno()], [], [], left)
 
     def drag(self, x, y, to_x, to_y):
         """Drags with the first button, in a few steps as a hand would."""
