@@ -46,10 +46,10 @@ private:
         m_promises.last()->start();
         return m_promises.last()->future();
     }
-    void finish(LoginResult result, qsizetype call)
+    void finish(const LoginResult &result, qsizetype call)
     {
         auto &promise = m_promises[call < 0 ? m_promises.size() - 1 : call];
-        promise->addResult(std::move(result));
+        promise->addResult(result);
         promise->finish();
     }
 
