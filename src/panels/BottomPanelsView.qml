@@ -17,6 +17,8 @@ FocusScope {
         prompt.focusInput(reason)
     }
     function openModelList() {
+        modelList.byKeyboard = prompt.pickerItem.visualFocus
+        modelList.list.currentIndex = panels.models.rowOf(panels.selectedModelId)
         view.isModelListOpen = true
         modelList.list.forceActiveFocus(Qt.PopupFocusReason)
     }
@@ -24,7 +26,8 @@ FocusScope {
         const hadFocus = modelList.list.activeFocus
         view.isModelListOpen = false
         if (hadFocus)
-            prompt.pickerItem.forceActiveFocus(Qt.TabFocusReason)
+            prompt.pickerItem.forceActiveFocus(modelList.byKeyboard ? Qt.TabFocusReason
+                                                                    : Qt.OtherFocusReason)
     }
 
     implicitHeight: layout.totalHeight
@@ -69,9 +72,10 @@ FocusScope {
 
             y: layout.pad
             width: parent.width
-            height: layout.upperHeight
+            // The gap below the last row stays free while the rows scroll.
+            height: Math.max(0, layout.upperHeight - layout.gap)
             contentWidth: width
-            contentHeight: layout.upperContentHeight
+            contentHeight: Math.max(0, layout.upperContentHeight - layout.gap)
             boundsBehavior: Flickable.StopAtBounds
             interactive: overflows
             clip: overflows

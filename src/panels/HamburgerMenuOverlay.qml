@@ -19,7 +19,7 @@ FocusScope {
     property bool byKeyboard: false
 
     function rows() {
-        return [history, settings, account, upgrade].filter(row => row.visible)
+        return [history, settings, account, upgrade].filter(row => row.available)
     }
     function move(step) {
         const all = host.rows()
@@ -34,15 +34,20 @@ FocusScope {
 
     onOpenChanged: {
         if (open) {
+            // In this order: what is hidden or disabled takes no focus.
+            visible = true
+            enabled = true
             byKeyboard = opener !== null && opener.visualFocus
             rows()[0].forceActiveFocus(byKeyboard ? Qt.TabFocusReason : Qt.OtherFocusReason)
-        } else if (opener && host.activeFocus) {
-            opener.forceActiveFocus(byKeyboard ? Qt.TabFocusReason : Qt.OtherFocusReason)
+            return
         }
+        if (opener && host.activeFocus)
+            opener.forceActiveFocus(byKeyboard ? Qt.TabFocusReason : Qt.OtherFocusReason)
+        enabled = false
     }
 
-    visible: open || card.opacity > 0
-    enabled: open
+    visible: false
+    enabled: false
 
     MouseArea {
         objectName: "menuScrim"
@@ -65,6 +70,10 @@ FocusScope {
         border.color: "#454a5a"
         opacity: host.open ? 1 : 0
         antialiasing: true
+        onOpacityChanged: {
+            if (opacity === 0 && !host.open)
+                host.visible = false
+        }
 
         Accessible.role: Accessible.PopupMenu
         Accessible.name: qsTr("Menu")
@@ -80,8 +89,6 @@ FocusScope {
 
         Keys.onUpPressed: host.move(-1)
         Keys.onDownPressed: host.move(1)
-        Keys.onTabPressed: host.move(1)
-        Keys.onBacktabPressed: host.move(-1)
         Keys.onEscapePressed: {
             host.byKeyboard = true
             host.menu.closeRequested()
@@ -109,19 +116,21 @@ FocusScope {
             HamburgerMenuRow {
                 id: history
                 objectName: "menuHistory"
-                visible: host.menu.historyAvailable
+                available: host.menu.historyAvailable
                 width: parent.width
                 iconName: "history"
                 text: qsTr("History")
+                onTabbed: step => host.move(step)
                 onClicked: host.run(host.menu.historyRequested)
             }
             HamburgerMenuRow {
                 id: settings
                 objectName: "menuSettings"
-                visible: host.menu.settingsAvailable
+                available: host.menu.settingsAvailable
                 width: parent.width
                 iconName: "settings"
                 text: qsTr("Settings")
+                onTabbed: step => host.move(step)
                 onClicked: host.run(host.menu.settingsRequested)
             }
             HamburgerMenuRow {
@@ -131,6 +140,7 @@ FocusScope {
                 iconName: "circle-user"
                 trailingIcon: "arrow-up-right"
                 text: qsTr("Account")
+                onTabbed: step => host.move(step)
                 onClicked: host.run(host.menu.accountRequested)
             }
             Item {
@@ -213,6 +223,7 @@ FocusScope {
                 text: qsTr("Upgrade")
                 color: Tokens.frame.accentText
                 filled: host.isUrgent
+                onTabbed: step => host.move(step)
                 onClicked: host.run(host.menu.upgradeRequested)
             }
         }

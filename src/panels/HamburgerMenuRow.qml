@@ -10,8 +10,13 @@ Basic.AbstractButton {
     property string iconName
     property string trailingIcon
     property bool filled: false
+    property bool available: true
     property color color: "#e8e8ea"
 
+    /// Tab goes to the next row (1) or the one before (-1): the menu keeps the focus.
+    signal tabbed(int step)
+
+    visible: available
     implicitHeight: 34
     hoverEnabled: true
     focusPolicy: Qt.TabFocus
@@ -61,10 +66,12 @@ Basic.AbstractButton {
         }
     }
 
-    Keys.onReturnPressed: click()
-    Keys.onEnterPressed: click()
+    Keys.onTabPressed: row.tabbed(1)
+    Keys.onBacktabPressed: row.tabbed(-1)
+    Keys.onReturnPressed: row.clicked()
+    Keys.onEnterPressed: row.clicked()
 
     Accessible.role: Accessible.MenuItem
     Accessible.name: row.text
-    Accessible.onPressAction: row.click()
+    Accessible.onPressAction: row.clicked()
 }

@@ -10,6 +10,8 @@ Card {
     required property BottomPanelsModel panels
     property bool compact: false
     readonly property alias list: view
+    /// Whether keys are used in it; only then the row they act on is marked.
+    property bool byKeyboard: false
 
     /// The list is done: a model was chosen or the choice given up.
     signal closed()
@@ -30,9 +32,10 @@ Card {
         clip: contentHeight > height
         boundsBehavior: Flickable.StopAtBounds
         currentIndex: card.panels.models.rowOf(card.panels.selectedModelId)
-        highlightMoveDuration: 0
+        // There is no highlight item; following with it would animate for ever.
+        highlightFollowsCurrentItem: false
+        onCurrentIndexChanged: positionViewAtIndex(currentIndex, ListView.Contain)
         keyNavigationEnabled: true
-        focus: true
 
         Accessible.role: Accessible.List
         Accessible.name: qsTr("Model")
@@ -44,6 +47,7 @@ Card {
         Keys.onTabPressed: card.closed()
         Keys.onBacktabPressed: card.closed()
         Keys.onPressed: event => {
+            card.byKeyboard = true
             if (event.key === Qt.Key_Home)
                 currentIndex = 0
             else if (event.key === Qt.Key_End)
@@ -81,7 +85,7 @@ Card {
             }
             FocusRing {
                 anchors.margins: 0
-                shown: view.activeFocus && row.ListView.isCurrentItem
+                shown: card.byKeyboard && view.activeFocus && row.ListView.isCurrentItem
                 controlRadius: Tokens.radiusControl - reach
             }
             Icon {

@@ -55,18 +55,18 @@ Basic.AbstractButton {
         text: label.truncated ? picker.panels.selectedModelName : ""
     }
 
-    Keys.onReturnPressed: click()
-    Keys.onEnterPressed: click()
-    Keys.onDownPressed: click()
-    Keys.onUpPressed: click()
+    Keys.onReturnPressed: picker.clicked()
+    Keys.onEnterPressed: picker.clicked()
+    Keys.onDownPressed: picker.clicked()
+    Keys.onUpPressed: picker.clicked()
     Keys.onEscapePressed: event => {
         event.accepted = picker.isOpen
         if (picker.isOpen)
-            click()
+            picker.clicked()
     }
 
     Accessible.role: Accessible.ComboBox
     Accessible.name: qsTr("Model")
     Accessible.description: picker.panels.selectedModelName
-    Accessible.onPressAction: if (picker.enabled) click()
+    Accessible.onPressAction: if (picker.enabled) picker.clicked()
 }

@@ -32,9 +32,10 @@ Rectangle {
     Flickable {
         id: scroller
         x: 2
-        y: box.compact ? 7 : 7
+        y: 7
         width: parent.width - 4
-        height: box.rowY - y - (box.compact ? 3 : 5)
+        // Whole lines only.
+        height: Math.floor((box.rowY - y) / 20) * 20
         contentWidth: width
         contentHeight: input.implicitHeight
         boundsBehavior: Flickable.StopAtBounds
@@ -55,7 +56,7 @@ Rectangle {
             x: box.compact ? 8 : 10
             width: scroller.width - 2 * x
             // The whole free area takes the press that starts typing.
-            height: Math.max(implicitHeight, scroller.height)
+            height: Math.max(implicitHeight, box.compact ? 20 : 40)
             focus: true
             activeFocusOnTab: true
             persistentSelection: true
@@ -68,6 +69,8 @@ Rectangle {
             font.family: Tokens.family
             font.pixelSize: 13
             onTextChanged: if (isLoaded) box.panels.promptText = text
+            // The caret blinks by itself, and not for ever.
+            onCursorVisibleChanged: cursorVisible = false
             onActiveFocusChanged: box.panels.isPromptFocused = activeFocus
             onCursorRectangleChanged: scroller.reveal(cursorRectangle)
 
@@ -76,16 +79,14 @@ Rectangle {
             Accessible.multiLine: true
             Accessible.focusable: true
 
-            cursorDelegate: Rectangle {
-                id: caret
-                visible: input.cursorVisible
-                width: 1.5
+            cursorDelegate: PromptCaret {
+                field: input
                 color: box.theme.accentText
             }
             Keys.onReturnPressed: event => box.returnPressed(event)
             Keys.onEnterPressed: event => box.returnPressed(event)
-            Keys.onTabPressed: nextItemInFocusChain(true).forceActiveFocus(Qt.TabFocusReason)
-            Keys.onBacktabPressed: nextItemInFocusChain(false)
+            Keys.onTabPressed: input.nextItemInFocusChain(true).forceActiveFocus(Qt.TabFocusReason)
+            Keys.onBacktabPressed: input.nextItemInFocusChain(false)
                                    .forceActiveFocus(Qt.BacktabFocusReason)
             HoverHandler { cursorShape: Qt.IBeamCursor }
 
@@ -143,7 +144,7 @@ Rectangle {
         x: box.edge
         y: box.rowY
         panels: box.panels
-        maximumLabelWidth: box.compact ? 88 - 26 : 120
+        maximumLabelWidth: box.compact ? 59 : 120
         isOpen: box.isModelListOpen
         onClicked: box.modelListToggled()
     }

@@ -92,11 +92,6 @@ Card {
         Keys.onUpPressed: contentY = Math.max(0, contentY - 19)
         Keys.onDownPressed: contentY = Math.min(contentHeight - height, contentY + 19)
 
-        ScrollMark {
-            parent: scroller
-            flickable: scroller
-            x: scroller.width + 4
-        }
         Text {
             id: body
             objectName: "messageBody"
@@ -118,6 +113,12 @@ Card {
                 cursorShape: Qt.PointingHandCursor
             }
         }
+    }
+    ScrollMark {
+        flickable: scroller
+        x: card.width - 7
+        transform: Translate { y: scroller.y }
+        opacity: scroller.visible ? 1 : 0
     }
     FocusRing {
         parent: scroller

@@ -62,6 +62,10 @@ Item {
     IconButton {
         id: menuButton
         objectName: "menuButton"
+        /// Read by assistive programs.
+        readonly property bool expandable: true
+        readonly property bool expanded: bar.overlay.isMenuOpen
+
         x: bar.width - 28
         y: 3
         topInset: 2

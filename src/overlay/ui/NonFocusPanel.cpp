@@ -69,7 +69,7 @@ void NonFocusPanel::setContent(QQmlEngine &engine, const OverlayContent &content
     m_overlay = &overlay;
     connect(&panels, &BottomPanelsModel::heightChanged, &overlay,
             &OverlayModel::setBottomPanelsHeight);
-    connect(&overlay, &OverlayModel::geometryChanged, &panels,
+    connect(&overlay, &OverlayModel::windowSizeChanged, &panels,
             [&overlay, &panels] { panels.setAvailableHeight(overlay.availablePanelsHeight()); });
     overlay.setWindowSize(size());
     overlay.setCompositing(m_platform.isCompositing());
@@ -126,8 +126,11 @@ void NonFocusPanel::beginResize(int edges)
 
 void NonFocusPanel::makeKey()
 {
-    if (m_platform.makeKey(*this).state() == Capability::State::Unsupported)
-        requestActivate();
+    if (m_platform.makeKey(*this).state() != Capability::State::Unsupported)
+        return;
+    // A system that cannot hand over the keyboard alone: activating is the only way to type.
+    setFlag(Qt::WindowDoesNotAcceptFocus, false);
+    requestActivate();
 }
 
 bool NonFocusPanel::isTextTarget(const QPointF &location) const
@@ -188,7 +191,7 @@ void NonFocusPanel::closeEvent(QCloseEvent *event)
     QQuickWindow::closeEvent(event);
     // Closing from outside (a window manager's shortcut) means the same as the close button.
     // Queued: the program that ends because of it closes its windows again.
-    if (m_overlay)
+    if (m_overlay && !m_isClosing)
         QMetaObject::invokeMethod(m_overlay, &OverlayModel::close, Qt::QueuedConnection);
 }
 

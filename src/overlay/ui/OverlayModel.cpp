@@ -264,6 +264,7 @@ void OverlayModel::setWindowSize(const QSizeF &size)
     if (size == m_windowSize)
         return;
     m_windowSize = size;
+    Q_EMIT windowSizeChanged();
     Q_EMIT geometryChanged();
     announceGeometry();
 }

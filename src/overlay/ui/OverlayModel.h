@@ -49,9 +49,9 @@ class OverlayModel : public QObject
     Q_PROPERTY(bool isMenuOpen READ isMenuOpen WRITE setMenuOpen NOTIFY isMenuOpenChanged)
     Q_PROPERTY(
         bool isZoomedLarge READ isZoomedLarge WRITE setZoomedLarge NOTIFY isZoomedLargeChanged)
-    Q_PROPERTY(bool isCompact READ isCompact NOTIFY geometryChanged)
+    Q_PROPERTY(bool isCompact READ isCompact NOTIFY windowSizeChanged)
     Q_PROPERTY(QRectF responseRect READ responseRect NOTIFY geometryChanged)
-    Q_PROPERTY(double availablePanelsHeight READ availablePanelsHeight NOTIFY geometryChanged)
+    Q_PROPERTY(double availablePanelsHeight READ availablePanelsHeight NOTIFY windowSizeChanged)
     Q_PROPERTY(double bottomPanelsHeight READ bottomPanelsHeight NOTIFY geometryChanged)
 
 public:
@@ -159,6 +159,8 @@ Q_SIGNALS:
     void usageChanged();
     void isMenuOpenChanged();
     void isZoomedLargeChanged();
+    void windowSizeChanged();
+    /// The window's size or the height of the bottom panels changed.
     void geometryChanged();
     /// clickThroughRect() has a new value.
     void clickThroughRectChanged();

@@ -45,11 +45,11 @@ Basic.AbstractButton {
     }
     HoverHandler { cursorShape: Qt.ArrowCursor }
 
-    Keys.onReturnPressed: click()
-    Keys.onEnterPressed: click()
+    Keys.onReturnPressed: arrow.clicked()
+    Keys.onEnterPressed: arrow.clicked()
     Keys.onPressed: event => event.accepted = arrow.scrollbar.handleKey(event.key)
 
     Accessible.role: Accessible.Button
     Accessible.name: arrow.name
-    Accessible.onPressAction: if (arrow.enabled) arrow.click()
+    Accessible.onPressAction: if (arrow.enabled) arrow.clicked()
 }

@@ -51,7 +51,7 @@ FocusScope {
         x: strip.width - width - edge
         y: 5
         height: 28
-        spacing: 8
+        spacing: strip.compact ? 6 : 8
 
         UsageBadge {
             id: usage

@@ -54,11 +54,11 @@ Basic.AbstractButton {
         text: qsTr("Show usage in the menu")
     }
 
-    Keys.onReturnPressed: click()
-    Keys.onEnterPressed: click()
+    Keys.onReturnPressed: badge.clicked()
+    Keys.onEnterPressed: badge.clicked()
     onClicked: overlay.clickUsage()
 
     Accessible.role: Accessible.Button
     Accessible.name: badge.text
-    Accessible.onPressAction: click()
+    Accessible.onPressAction: badge.clicked()
 }

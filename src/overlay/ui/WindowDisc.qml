@@ -47,10 +47,10 @@ Basic.AbstractButton {
         text: disc.name
     }
 
-    Keys.onReturnPressed: click()
-    Keys.onEnterPressed: click()
+    Keys.onReturnPressed: disc.clicked()
+    Keys.onEnterPressed: disc.clicked()
 
     Accessible.role: Accessible.Button
     Accessible.name: disc.name
-    Accessible.onPressAction: disc.click()
+    Accessible.onPressAction: disc.clicked()
 }
