@@ -69,9 +69,11 @@ Rectangle {
             font.family: Tokens.family
             font.pixelSize: 13
             onTextChanged: if (isLoaded) box.panels.promptText = text
-            // The caret blinks by itself, and not for ever.
-            onCursorVisibleChanged: cursorVisible = false
-            onActiveFocusChanged: box.panels.isPromptFocused = activeFocus
+            onActiveFocusChanged: {
+                box.panels.isPromptFocused = activeFocus
+                if (activeFocus)
+                    Qt.callLater(input.stopOwnBlinking)
+            }
             onCursorRectangleChanged: scroller.reveal(cursorRectangle)
 
             Accessible.role: Accessible.EditableText
@@ -90,6 +92,11 @@ Rectangle {
                                    .forceActiveFocus(Qt.BacktabFocusReason)
             HoverHandler { cursorShape: Qt.IBeamCursor }
 
+            // The caret blinks by itself, and not for ever; the field's own timer would.
+            function stopOwnBlinking() {
+                cursorVisible = true
+                cursorVisible = false
+            }
             function load() {
                 if (input.text === box.panels.promptText)
                     return
