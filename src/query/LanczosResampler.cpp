@@ -71,11 +71,26 @@ LanczosTable LanczosTable::create(int sourceSize, int targetSize, int multiple)
     table.starts.reserve(static_cast<std::size_t>(targetSize));
     table.weights.reserve(static_cast<std::size_t>(targetSize) *
                           static_cast<std::size_t>(table.taps));
+    // The filter falls on the source alike every so many target samples; the sines are the
+    // costly part.
+    const int period = targetSize / std::gcd(sourceSize, targetSize);
+    const auto isInside = [&](int i) {
+        const int first = firstOf(centreOf(i));
+        return first >= 0 && first <= sourceSize - wanted;
+    };
     std::vector<double> exact(static_cast<std::size_t>(wanted));
     std::vector<std::int16_t> rounded(static_cast<std::size_t>(table.taps));
     for (int i = 0; i < targetSize; ++i) {
         const double centre = centreOf(i);
         const int start = std::clamp(firstOf(centre), 0, sourceSize - wanted);
+        table.starts.push_back(start);
+        if (i >= period && isInside(i) && isInside(i - period)) {
+            const auto twin = table.weights.size() - static_cast<std::size_t>(period) *
+                                                         static_cast<std::size_t>(table.taps);
+            for (int t = 0; t < table.taps; ++t)
+                table.weights.push_back(table.weights[twin + static_cast<std::size_t>(t)]);
+            continue;
+        }
         for (int t = 0; t < wanted; ++t)
             exact[static_cast<std::size_t>(t)] = lanczos((start + t - centre) / scale);
         const double sum = std::accumulate(exact.begin(), exact.end(), 0.0);
@@ -90,7 +105,6 @@ LanczosTable LanczosTable::create(int sourceSize, int targetSize, int multiple)
         // What rounding lost goes to the largest weight, where it matters least.
         auto largest = std::max_element(rounded.begin(), rounded.end());
         *largest = static_cast<std::int16_t>(*largest + left);
-        table.starts.push_back(start);
         table.weights.insert(table.weights.end(), rounded.begin(), rounded.end());
     }
     return table;

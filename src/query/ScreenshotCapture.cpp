@@ -45,7 +45,16 @@ QString temporaryPath()
            QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper() + QStringLiteral(".png");
 }
 
-tl::expected<QByteArray, CaptureError> readCapture(const QString &path)
+/// A capture in memory; the bytes are valid as long as it lives.
+struct CaptureFile
+{
+    std::unique_ptr<QFile> file;
+    QByteArray bytes;
+};
+
+/// Maps the file where possible: fresh memory for a large screen costs several times as much as
+/// decoding it. Its name goes first, so that nobody can open and shorten what is mapped.
+tl::expected<CaptureFile, CaptureError> readCapture(const QString &path)
 {
     const auto failed = [](const QString &text) {
         return tl::unexpected(CaptureError{Kind::FileRead, text, 0});
@@ -54,15 +63,25 @@ tl::expected<QByteArray, CaptureError> readCapture(const QString &path)
     // The name is visible to other users while the tool runs; only the tool's own file counts.
     if (info.isSymLink() || (info.exists() && !info.isFile()))
         return failed(QStringLiteral("Not a regular file"));
-    QFile file(path);
+    CaptureFile capture{std::make_unique<QFile>(path), {}};
+    QFile &file = *capture.file;
     if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
         return failed(file.errorString());
-    if (file.size() > maxFileBytes)
+    const qint64 size = file.size();
+    if (size > maxFileBytes)
         return tl::unexpected(CaptureError{Kind::ImageDecodeFailed, {}, 0});
-    QByteArray bytes = file.readAll();
+    if (QFile::remove(path)) {
+        if (const uchar *mapped = size > 0 ? file.map(0, size) : nullptr) {
+            capture.bytes = QByteArray::fromRawData(
+                static_cast<const char *>(static_cast<const void *>(mapped)), size);
+            return capture;
+        }
+    }
+    file.unsetError();
+    capture.bytes = file.readAll();
     if (file.error() != QFileDevice::NoError)
         return failed(file.errorString());
-    return bytes;
+    return capture;
 }
 
 int workerCount()
@@ -116,7 +135,7 @@ ScreenshotCapture::Outcome ScreenshotCapture::captureAndOptimize(const CaptureTo
     const auto png = readCapture(path);
     if (!png)
         return tl::unexpected(png.error());
-    auto decoded = decodePng(*png);
+    auto decoded = decodePng(png->bytes);
     if (!decoded)
         return tl::unexpected(CaptureError{Kind::ImageDecodeFailed, {}, 0});
     const Bitmap bitmap = resizeIfNeeded(*std::move(decoded));
@@ -127,7 +146,7 @@ ScreenshotCapture::Outcome ScreenshotCapture::captureAndOptimize(const CaptureTo
     }
     Result result;
     result.jpegData = encodeJpeg(bitmap, jpegQuality);
-    result.originalSizeBytes = png->size();
+    result.originalSizeBytes = png->bytes.size();
     if (result.jpegData.isEmpty())
         return tl::unexpected(CaptureError{Kind::JpegEncodeFailed, {}, 0});
     Log::event(QStringLiteral("[ScreenshotCapture] Captured %1 bytes PNG -> %2 bytes JPEG (%3x%4)")
