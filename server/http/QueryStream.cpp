@@ -70,10 +70,6 @@ bool QueryStream::pump(httplib::DataSink &sink)
         sink.done();
         return true;
     }
-    if (!sink.is_writable()) {
-        m_answer.cancel();
-        return false;
-    }
     if (!item) {
         if (Steady::now() - m_lastWrite < keepAlive)
             return true;

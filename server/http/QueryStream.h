@@ -24,7 +24,9 @@ public:
     /// Waits for the first sign of the model, at most for the keep-alive time. True when the
     /// answer is to be streamed; false when an error reply has been written instead.
     bool open(httplib::Response &response);
-    /// Writes what has arrived, or a keep-alive. False when the client is gone.
+    /// Writes what has arrived, or a keep-alive. False when the client is gone. Between calls the
+    /// library looks for a client that left silently and then destroys this object, which cancels
+    /// the model.
     bool pump(httplib::DataSink &sink);
 
 private:

@@ -224,7 +224,7 @@ TEST_F(AuthHttp, LongBodiesAreRefusedButAnswered)
 {
     RunningServer server(config, clock);
     const auto answer = server.client().Post(
-        "/api/auth/app-login", std::string(2U * 1024U * 1024U, 'x'), "application/json");
+        "/api/auth/app-login", std::string(24U * 1024U * 1024U, 'x'), "application/json");
     ASSERT_TRUE(answer);
     EXPECT_EQ(answer->status, 413);
 }
