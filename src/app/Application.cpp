@@ -3,6 +3,7 @@
 #include "app/AppConfig.h"
 #include "app/Log.h"
 #include "app/MenuBarController.h"
+#include "backend/OAuthCallbackListener.h"
 #include "login/LoginWindowController.h"
 #include "overlay/OverlayWindowController.h"
 #include "query/ScreenshotCapture.h"
@@ -33,6 +34,7 @@ Application::Application()
     , m_queries(m_network, m_endpoints)
     , m_store(m_platform->applicationSupportDirectory())
     , m_saver(m_store)
+    , m_logShipper(m_network, m_endpoints.logsUpload())
     , m_delegate(std::make_unique<AppDelegate>(collaborators()))
 {
     m_session.setHeartbeatStopper([this] { m_heartbeat.stop(); });
@@ -71,7 +73,7 @@ AppDelegate::Collaborators Application::collaborators()
         [this] { return makeLogin(); },
         [this](const VantiroConfig &config) { return makeOverlay(config); },
         [this] { return makeMenuBar(); },
-        {},
+        [this](const QString &token) { m_logShipper.shipLogs(token); },
     };
 }
 
@@ -91,7 +93,8 @@ std::unique_ptr<LoginPresenter> Application::makeLogin()
         m_nextView->warmUp(m_engine);
     });
     return std::make_unique<LoginWindowController>(LoginWindowController::Collaborators{
-        m_engine, m_auth, m_platform->workspace(), m_platform->shell(), m_endpoints, nullptr,
+        m_engine, m_auth, m_platform->workspace(), m_platform->shell(), m_endpoints,
+        std::make_unique<OAuthCallbackListener>(AppConfig::oauthCallbackPort),
         &QCoreApplication::quit});
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/AppDelegate.h"
+#include "app/LogShipper.h"
 #include "app/NotificationCenter.h"
 #include "app/PermissionChecker.h"
 #include "app/QtStatusBar.h"
@@ -58,6 +59,7 @@ private:
     ProxyQueryService m_queries;
     CaptureSessionStore m_store;
     BackgroundThreadSaver m_saver;
+    LogShipper m_logShipper;
     QtStatusBar m_statusBar;
     QQmlEngine m_engine;
     /// The next overlay's web view, warmed up while the user looks at the login window.

@@ -3,7 +3,7 @@
 #include "app/AppConfig.h"
 #include "app/Presenters.h"
 #include "backend/AuthService.h"
-#include "login/BrowserSignIn.h"
+#include "backend/BrowserSignIn.h"
 #include "login/LoginViewModel.h"
 
 #include <QObject>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "backend/AuthService.h"
-#include "login/BrowserSignIn.h"
+#include "backend/BrowserSignIn.h"
 
 #include <QNetworkAccessManager>
 #include <QPromise>
