@@ -93,7 +93,7 @@ class FocusTest(E2ECase):
         x, y = self.response_centre(app)
         app.access.press("Menu")
         app.wait_for_line(PREFIX + "Hamburger button clicked — menu open=true")
-        app.access.wait_for("Settings")
+        app.access.wait_for("Account")
         mark = window.mark()
         self.desktop.click(x, y + 150)
         _, left, top, width, _ = app.panel()
@@ -101,8 +101,6 @@ class FocusTest(E2ECase):
         window.wait_for("press", 1, since=mark)
         self.assertEqual(len(window.events("press", since=mark)), 1,
                          "a click went through the open menu's area")
-        if app.access.find("Settings", "menu item") or app.access.find("History"):
-            app.access.press("Menu")
         app.wait_for_line(PREFIX + "Hamburger button clicked — menu open=false")
         mark = window.mark()
 

@@ -79,6 +79,7 @@ class HostileAnswerTest(E2ECase):
         self.ask(app, "attack")
         app.wait_for_line(ENDED)
         wait_until(app.turns, what="the kept turn")
+        app.access.wait_for_page_text("Visible end")
         # A second, harmless answer in the same thread loads the first one once more and gives
         # everything that was scheduled the time to run.
         server.on(QUERY, HostileServer.answer_with("second answer"))

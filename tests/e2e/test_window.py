@@ -33,15 +33,20 @@ class WindowTest(E2ECase):
         for state in ("ABOVE", "SKIP_TASKBAR", "SKIP_PAGER"):
             self.assertIn(f"_NET_WM_STATE_{state}", states)
 
-    def test_escape_closes_the_settings(self):
+    def test_escape_closes_the_menu_and_nothing_else(self):
         app = self.app(self.server()).sign_in()
+        app.access.click("Write a message")
+        app.access.wait_for("Write a message", focused=True)
         app.access.press("Menu")
-        app.access.press("Settings")
-        app.access.wait_for("Reset all hotkeys")
-        app.access.click("Custom text color")
-        app.access.wait_for("Custom text color", focused=True)
+        app.wait_for_line(PREFIX + "Hamburger button clicked — menu open=true")
+        app.access.wait_for("Account")
         self.desktop.press("escape")
-        app.access.wait_gone("Reset all hotkeys")
+        app.wait_for_line(PREFIX + "Hamburger button clicked — menu open=false")
+        self.desktop.press("escape")
+        self.desktop.type_text("still here")
+        wait_until(lambda: app.stored_defaults().get("userPrompt", "").endswith("still here")
+                   or "still here" in app.stored_defaults().get("userPrompt", ""),
+                   what="typing after Escape")
         self.assertIsNotNone(app.panel())
 
     def test_exclusion_that_cannot_be_had_is_said_once(self):

@@ -210,10 +210,12 @@ class App:
         found = []
         for path in (self.data_home / "Quellora" / "sessions").glob("*/session.json"):
             try:
-                found.append(json.loads(path.read_text()))
+                found.append((json.loads(path.read_text()), path.stat().st_mtime_ns))
             except (OSError, ValueError):
                 continue
-        return sorted(found, key=lambda record: record["createdAt"])
+        # Dates on disk have whole seconds; the files themselves tell the order within one.
+        return [record for record, _ in
+                sorted(found, key=lambda entry: (entry[0]["createdAt"], entry[1]))]
 
     def turns(self):
         """All kept turns as (prompt, response), in order."""
