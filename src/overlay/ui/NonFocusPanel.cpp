@@ -7,6 +7,7 @@
 #include "panels/HamburgerMenuModel.h"
 #include "panels/PanelsModule.h"
 
+#include <QAccessible>
 #include <QMouseEvent>
 #include <QPointer>
 #include <QQmlComponent>
@@ -100,10 +101,25 @@ void NonFocusPanel::setContent(QQmlEngine &engine, const OverlayContent &content
     m_root->setParentItem(contentItem());
     m_root->setFocus(true);
     fitContent();
+    connect(&panels, &BottomPanelsModel::messageChanged, this, [this, &panels] {
+        announceBlockingMessage(panels.isMessageBlocking() ? panels.messageId() : QString());
+    });
     connect(
         this, &QQuickWindow::frameSwapped, m_root,
         [root = m_root] { root->setProperty("isResponseActive", true); },
         Qt::ConnectionType(Qt::QueuedConnection | Qt::SingleShotConnection));
+}
+
+void NonFocusPanel::announceBlockingMessage(const QString &id)
+{
+    const bool isNew = !id.isEmpty() && id != m_announcedMessageId;
+    m_announcedMessageId = id;
+    auto *card = m_root->findChild<QQuickItem *>(QStringLiteral("serviceCard"));
+    if (!isNew || !card)
+        return;
+    QAccessibleEvent alert(card, QAccessible::Alert);
+    QAccessible::updateAccessibility(&alert);
+    Q_EMIT blockingMessageAnnounced(card);
 }
 
 bool NonFocusPanel::close()

@@ -71,6 +71,10 @@ public:
     /// Asks the platform for the keyboard focus.
     Q_INVOKABLE void makeKey();
 
+Q_SIGNALS:
+    /// Assistive programs were told that the message on @p card now stops the user.
+    void blockingMessageAnnounced(QQuickItem *card);
+
 protected:
     void mousePressEvent(QMouseEvent *event) override;
     void mouseMoveEvent(QMouseEvent *event) override;
@@ -89,6 +93,8 @@ private:
 
     bool isTextTarget(const QPointF &location) const;
     void endDrag();
+    /// Tells assistive programs that a message now stops the user; once per message.
+    void announceBlockingMessage(const QString &id);
     void fitContent();
 
     PanelWindow &m_platform;
@@ -98,6 +104,7 @@ private:
     std::optional<Resize> m_resize;
     QPointF m_pointer;
     bool m_isClosing = false;
+    QString m_announcedMessageId;
 };
 
 } // namespace quellora
