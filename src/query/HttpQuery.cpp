@@ -23,6 +23,22 @@ std::optional<qint64> integerOf(const QJsonValue &value)
     return number == none ? std::nullopt : std::optional(number);
 }
 
+/// Whether the transfer broke. Statuses that the reply restates as errors do not count, nor does
+/// the end of a body that lasts as long as its connection: the network classes may take that for
+/// a reason to ask again, and report that they cannot.
+bool isBroken(const QNetworkReply &reply)
+{
+    switch (reply.error()) {
+    case QNetworkReply::NoError:
+    case QNetworkReply::UnknownContentError:
+        return false;
+    case QNetworkReply::ContentReSendError:
+        return reply.hasRawHeader("Content-Length") || reply.hasRawHeader("Transfer-Encoding");
+    default:
+        return true;
+    }
+}
+
 } // namespace
 
 QString HttpQuery::timeoutText()
@@ -36,7 +52,7 @@ QString HttpQuery::describe(const QNetworkReply &reply)
     if (reply.error() == QNetworkReply::OperationCanceledError)
         return timeoutText();
     if (reply.error() == QNetworkReply::ContentReSendError)
-        return QStringLiteral("The connection was closed before an answer arrived.");
+        return QStringLiteral("The network connection was lost.");
     return reply.errorString();
 }
 
@@ -205,10 +221,9 @@ void HttpQuery::replyFinished()
     if (!self || m_over)
         return;
 
-    const bool failed = m_reply->error() != QNetworkReply::NoError;
     switch (m_body) {
     case Body::Unknown:
-        if (failed) {
+        if (m_reply->error() != QNetworkReply::NoError) {
             const QString text = describe(*m_reply);
             Log::event(QStringLiteral("[ProxyQueryService] Network error: ") + text);
             fail({QueryError::Kind::NetworkError, 0, {}, 0, text});
@@ -221,14 +236,13 @@ void HttpQuery::replyFinished()
         }
         break;
     case Body::Refusal:
-        // The status itself is reported as a content error; anything else broke the transfer.
-        if (failed && m_reply->error() != QNetworkReply::UnknownContentError)
+        if (isBroken(*m_reply))
             fail({QueryError::Kind::Transport, 0, {}, 0, describe(*m_reply)});
         else
             finishRefusal();
         break;
     case Body::Stream:
-        if (failed) {
+        if (isBroken(*m_reply)) {
             fail({QueryError::Kind::Transport, 0, {}, 0, describe(*m_reply)});
             return;
         }

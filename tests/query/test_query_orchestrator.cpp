@@ -187,6 +187,7 @@ private Q_SLOTS:
         QCOMPARE(request.model, "model-a");
         QCOMPARE(request.sessionToken, "token");
         QCOMPARE(f.display.streamPrompt, "What now?");
+        QCOMPARE(f.orchestrator.shownPrompt(), "What now?");
         QCOMPARE(f.display.streamScreenshot->imageData, "jpeg");
         QCOMPARE(f.display.streamSession->screenshots.size(), 1);
 
@@ -205,6 +206,7 @@ private Q_SLOTS:
         QCOMPARE(thread.turns.first().prompt, "What now?");
         QCOMPARE(thread.turns.first().response, "Hello");
         QCOMPARE(f.display.rendered.last(), thread);
+        QCOMPARE(f.orchestrator.shownPrompt(), "");
         QCOMPARE(f.defaults.stringValue("userPrompt"), "");
         QCOMPARE(f.messages.tokensUsed(), 200);
         QCOMPARE(f.messages.tokenCap(), 1000);
