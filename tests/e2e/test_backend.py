@@ -2,7 +2,7 @@
 
 import unittest
 
-from harness import E2ECase
+from harness import E2ECase, wait_until
 from harness.backend import Backend
 
 PREFIX = "[OverlayWindowController] "
@@ -36,7 +36,7 @@ class LocalBackendTest(E2ECase):
         self.other_window()
         app.hotkey("ctrl+alt+super+c", "Capture")
         app.wait_for_line(PREFIX + "Stream complete, buffer cleared", timeout=60)
-        turns = app.turns()
+        turns = wait_until(app.turns, what="the kept turn")
         self.assertEqual(len(turns), 1)
         self.assertGreater(len(turns[0][1]), 20)
 

@@ -82,6 +82,10 @@ class CaptureTest(E2ECase):
         self.assertIn("four quarters", text)
         self.assertIn("Describe what is on the screen.", text)
         self.assertNotIn("```", text)
+        # What assistive software reads is also drawn: text leaves more than one colour.
+        left, top = x + 16, y + 90
+        wait_until(lambda: len(self.desktop.screenshot(left, top, 500, 120).colours()) > 20,
+                   what="the answer to be drawn in the panel")
 
         wait_until(app.turns, what="the kept turn")
         self.assertEqual(app.turns(), [("Describe what is on the screen.", ANSWER)])

@@ -1,5 +1,6 @@
 """Finding and using controls by their accessible role and name."""
 
+import re
 import time
 import warnings
 
@@ -7,6 +8,9 @@ from .waiting import PATIENCE, wait_until
 
 #: How the accessibility library names the press of different controls.
 _PRESS_NAMES = ("press", "click", "toggle", "activate", "jump")
+
+#: Roles that continue a line of the page instead of starting a new one.
+_INLINE_ROLES = ("label", "static", "link", "text")
 
 
 class Accessibility:
@@ -170,23 +174,29 @@ class Accessibility:
 
     def page_text(self):
         """Everything that the response page shows, in reading order."""
-        page = None
-        for _, node in self.walk():
-            try:
-                if node.get_role_name() == "document web":
-                    page = node
-            except self.api[1].Error:
-                continue
+        page = self.find(re.compile(""), "document web")
         if page is None:
             return ""
-        parts = []
-        for _, node in self.walk(page):
-            try:
-                if node.get_child_count() == 0:
-                    parts.append(self.text_of(node))
-            except self.api[1].Error:
-                continue
-        return "\n".join(part for part in parts if part)
+        return self._block_text(page)
+
+    def _block_text(self, node):
+        """Text below a node: pieces of a line joined as they stand, blocks on lines of their own."""
+        lines = [""]
+        try:
+            for index in range(node.get_child_count()):
+                child = node.get_child_at_index(index)
+                if child is None:
+                    continue
+                inline = child.get_role_name() in _INLINE_ROLES
+                text = (self._block_text(child) if child.get_child_count() > 0
+                        else self.text_of(child))
+                if inline:
+                    lines[-1] += text
+                else:
+                    lines += [text, ""]
+        except self.api[1].Error:
+            pass
+        return "\n".join(line for line in lines if line)
 
     def wait_for_page_text(self, text, timeout=PATIENCE):
         """Waits until the response page shows a text, and returns all it shows."""

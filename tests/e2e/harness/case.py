@@ -8,6 +8,7 @@ import unittest
 from .app import App
 from .desktop import Desktop
 from .server import QUERY, HostileServer
+from .waiting import wait_until
 from .windows import OtherWindow
 
 #: Pictures and logs of failed tests go here.
@@ -102,8 +103,19 @@ class SignedInCase(E2ECase):
         mark = app.mark()
         app.access.press("New thread")
         app.wait_for_line("[OverlayWindowController] New thread started", since=mark)
+        if app.stored_defaults().get("userPrompt"):
+            self.empty_prompt()
         self.mark = app.mark()
         self.turns_before = len(app.turns())
+
+    def empty_prompt(self):
+        """Removes what is in the prompt box."""
+        app = self.shared_app
+        app.access.click("Write a message")
+        app.access.wait_for("Write a message", focused=True)
+        self.desktop.press("ctrl+a")
+        self.desktop.press("delete")
+        wait_until(lambda: app.stored_defaults().get("userPrompt") == "", what="the empty box")
 
     def ask(self, text):
         """Sends a prompt with the keyboard, as a user would."""

@@ -40,6 +40,10 @@ class Image:
         start = (y * self.width + x) * 3
         return tuple(self.rgb[start:start + 3])
 
+    def colours(self):
+        """The set of all colours in the picture."""
+        return set(zip(self.rgb[0::3], self.rgb[1::3], self.rgb[2::3]))
+
     def average(self, x, y, width, height):
         """The mean colour of a rectangle."""
         sums = [0, 0, 0]

@@ -28,6 +28,7 @@ class OtherWindow:
         self.title = title
         self._colours = colours
         self._events = []
+        self._closed = False
         self._changed = threading.Condition()
         self._ready = threading.Event()
         self._wake_reader, self._wake_writer = os.pipe()
@@ -130,7 +131,10 @@ class OtherWindow:
             return find()
 
     def close(self):
-        """Destroys the window."""
+        """Destroys the window. May be called twice."""
+        if self._closed:
+            return
+        self._closed = True
         if self._thread.is_alive():
             os.write(self._wake_writer, b".")
             self._thread.join(PATIENCE)
