@@ -366,7 +366,13 @@ void OverlayWindowController::refreshThread()
     const auto &session = m_threads.currentSession();
     const bool isEmpty = !session || (session->turns.isEmpty() && session->notes.isEmpty() &&
                                       session->screenshots.isEmpty());
-    m_overlay.setTitle(isEmpty ? QString() : session->customTitle.value_or(session->previewText()));
+    // The first question names its thread while its answer is still under way.
+    const QString asked = m_orchestrator->shownPrompt();
+    if (session && session->turns.isEmpty() && !session->customTitle && !asked.isEmpty())
+        m_overlay.setTitle(CaptureSession::firstLine(asked));
+    else
+        m_overlay.setTitle(isEmpty ? QString()
+                                   : session->customTitle.value_or(session->previewText()));
     m_overlay.setSaved(m_threads.canSave() && session && session->isMarkedForPersistence());
     m_overlay.setHasAnswer(session && !session->turns.isEmpty());
     m_panels.setKeepAIHistoryEnabled(m_threads.keepAIHistoryEnabled());
@@ -377,6 +383,7 @@ void OverlayWindowController::refreshThread()
 void OverlayWindowController::refreshActivity()
 {
     m_panels.setCapturing(m_orchestrator->isCapturing());
+    refreshThread();
     switch (m_orchestrator->activity()) {
     case QueryOrchestrator::Activity::Capturing:
         m_overlay.setActivity(OverlayModel::Activity::Capturing);

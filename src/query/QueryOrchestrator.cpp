@@ -95,6 +95,11 @@ QDateTime QueryOrchestrator::activityStart() const
     return m_shown ? m_shown->queryStart : QDateTime();
 }
 
+QString QueryOrchestrator::shownPrompt() const
+{
+    return m_shown ? m_shown->turnPrompt : QString();
+}
+
 void QueryOrchestrator::triggerCaptureAndSend()
 {
     if (m_with.messages.blockIfKnownOverCap())

@@ -73,6 +73,8 @@ public:
     bool isCapturing() const { return m_capturesRunning > 0; }
     /// When the answer on show was asked for; for the seconds in the strip.
     QDateTime activityStart() const;
+    /// The question of the answer on show; empty when none is under way.
+    QString shownPrompt() const;
 
     /// The text to send: @p fieldText wrapped with the thread's notes and earlier turns.
     static QString contextAugmentedPrompt(const QString &fieldText, const CaptureSession &session);
