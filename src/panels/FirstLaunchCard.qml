@@ -82,7 +82,7 @@ Card {
         }
         Item {
             width: parent.width
-            height: hint.height + 10
+            height: hint.height + 12
 
             Icon {
                 y: 7
