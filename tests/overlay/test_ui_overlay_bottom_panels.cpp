@@ -1,28 +1,12 @@
-#include "OverlayFixture.h"
-
-#include <QSignalSpy>
-#include <QTest>
+#include "OverlayDriver.h"
 
 using namespace quellora;
 
 /// The bottom panels inside the overlay: what they show, how high they are, what presses do.
-class TestOverlayBottomPanels : public QObject
+class TestOverlayBottomPanels : public OverlayDriver
 {
     Q_OBJECT
 private Q_SLOTS:
-    void initTestCase()
-    {
-        initializeUi();
-        QGuiApplication::setQuitOnLastWindowClosed(false);
-    }
-    void init()
-    {
-        m_fixture = std::make_unique<OverlayFixture>();
-        connect(&f().panels, &BottomPanelsModel::modelSelected, &f().panels,
-                &BottomPanelsModel::setSelectedModelId);
-    }
-    void cleanup() { m_fixture.reset(); }
-
     void heightIsReportedAndShapesTheAnswer()
     {
         QSignalSpy reported(&f().panels, &BottomPanelsModel::heightChanged);
@@ -162,6 +146,7 @@ private Q_SLOTS:
 
     void modelListByPointer()
     {
+        storeChosenModel();
         show();
         click("modelPicker");
         QCOMPARE(f().panels.reportedHeight(), 140.0 + 3 * 36 + 8 + 8);
@@ -176,6 +161,7 @@ private Q_SLOTS:
 
     void modelListByKeys()
     {
+        storeChosenModel();
         showActive();
         f().find("modelPicker")->forceActiveFocus(Qt::TabFocusReason);
         QTest::keyClick(&f().panel, Qt::Key_Return);
@@ -259,29 +245,12 @@ private Q_SLOTS:
     }
 
 private:
-    OverlayFixture &f() { return *m_fixture; }
-    void show()
+    /// The owner's part of choosing a model.
+    void storeChosenModel()
     {
-        f().show();
-        QVERIFY(QTest::qWaitForWindowExposed(&f().panel));
+        connect(&f().panels, &BottomPanelsModel::modelSelected, &f().panels,
+                &BottomPanelsModel::setSelectedModelId);
     }
-    void showActive()
-    {
-        f().panel.setFlag(Qt::WindowDoesNotAcceptFocus, false);
-        show();
-        f().panel.requestActivate();
-        QVERIFY(QTest::qWaitForWindowActive(&f().panel));
-    }
-    void click(const char *name)
-    {
-        f().panel.grabWindow(); // brings every position up to date
-        const QQuickItem *item = f().find(name);
-        QVERIFY2(item, name);
-        const QPointF centre(item->width() / 2, item->height() / 2);
-        QTest::mouseClick(&f().panel, Qt::LeftButton, {}, item->mapToScene(centre).toPoint());
-    }
-
-    std::unique_ptr<OverlayFixture> m_fixture;
 };
 
 QTEST_MAIN(TestOverlayBottomPanels)

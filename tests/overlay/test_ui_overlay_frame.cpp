@@ -1,0 +1,259 @@
+#include "OverlayDriver.h"
+
+using namespace quellora;
+
+/// Menu, strip, scrollbar, opacity and window buttons; and rest.
+class TestOverlayFrame : public OverlayDriver
+{
+    Q_OBJECT
+private Q_SLOTS:
+    // The menu
+
+    void menuOpensOnItsFirstRowAndReturns()
+    {
+        showActive();
+        QSignalSpy account(&f().menu, &HamburgerMenuModel::accountRequested);
+        f().find("menuButton")->forceActiveFocus(Qt::TabFocusReason);
+        QTest::keyClick(&f().panel, Qt::Key_Return);
+        QVERIFY(f().overlay.isMenuOpen());
+        QCOMPARE(focusName(), QStringLiteral("Account"));
+        QTest::keyClick(&f().panel, Qt::Key_Down);
+        QCOMPARE(focusName(), QStringLiteral("Upgrade"));
+        QTest::keyClick(&f().panel, Qt::Key_Tab);
+        QCOMPARE(focusName(), QStringLiteral("Account"));
+        QTest::keyClick(&f().panel, Qt::Key_End);
+        QCOMPARE(focusName(), QStringLiteral("Upgrade"));
+        QTest::keyClick(&f().panel, Qt::Key_Escape);
+        QVERIFY(!f().overlay.isMenuOpen());
+        QCOMPARE(focusName(), QStringLiteral("Menu"));
+        QCOMPARE(account.size(), 0);
+    }
+
+    void menuRowsRunAndClose()
+    {
+        showActive();
+        QSignalSpy account(&f().menu, &HamburgerMenuModel::accountRequested);
+        QSignalSpy upgrade(&f().menu, &HamburgerMenuModel::upgradeRequested);
+        click("menuButton");
+        click("menuAccount");
+        QCOMPARE(account.size(), 1);
+        QVERIFY(!f().overlay.isMenuOpen());
+        click("menuButton");
+        QTest::keyClick(&f().panel, Qt::Key_Up);
+        QTest::keyClick(&f().panel, Qt::Key_Return);
+        QCOMPARE(upgrade.size(), 1);
+        QVERIFY(!f().overlay.isMenuOpen());
+    }
+
+    void unavailableRowsAreNotThere()
+    {
+        show();
+        f().overlay.setMenuOpen(true);
+        QVERIFY(!f().find("menuHistory")->isVisible());
+        QVERIFY(!f().find("menuSettings")->isVisible());
+        QCOMPARE(f().find("hamburgerMenu")->height(), 160.0);
+        f().menu.setHistoryAvailable(true);
+        f().menu.setSettingsAvailable(true);
+        QTRY_COMPARE(f().find("hamburgerMenu")->height(), 228.0);
+        QSignalSpy history(&f().menu, &HamburgerMenuModel::historyRequested);
+        click("menuHistory");
+        QCOMPARE(history.size(), 1);
+    }
+
+    void aPressOutsideClosesTheMenu()
+    {
+        show();
+        click("menuButton");
+        QVERIFY(f().overlay.isMenuOpen());
+        press({200, 400});
+        QVERIFY(!f().overlay.isMenuOpen());
+        QTest::mouseRelease(&f().panel, Qt::LeftButton, {}, {200, 400});
+        QVERIFY(!f().panel.dragStart());
+        click("menuButton");
+        click("menuButton");
+        QVERIFY(!f().overlay.isMenuOpen());
+    }
+
+    void usageBadgeOpensTheMenu()
+    {
+        show();
+        f().overlay.setUsage(96);
+        QSignalSpy clicked(&f().overlay, &OverlayModel::usageClicked);
+        click("usageBadge");
+        QCOMPARE(clicked.size(), 1);
+    }
+
+    // The strip
+
+    void stripShowsOneState()
+    {
+        show();
+        QCOMPARE(text("threadTitle"), QStringLiteral("Ready"));
+        QVERIFY(!f().find("stop")->isVisible());
+        QVERIFY(!f().find("copyAnswer")->isVisible());
+        f().overlay.setTitle(QStringLiteral("A thread"));
+        f().overlay.setHasAnswer(true);
+        QCOMPARE(text("threadTitle"), QStringLiteral("A thread"));
+        QVERIFY(f().find("copyAnswer")->isVisible());
+        f().overlay.setActivity(OverlayModel::Activity::Waiting);
+        QVERIFY(f().find("stop")->isVisible());
+        QVERIFY(!f().find("copyAnswer")->isVisible());
+        f().overlay.setActivity(OverlayModel::Activity::Capturing);
+        QVERIFY(!f().find("stop")->isVisible());
+        QVERIFY(f().find("status")->isVisible());
+        QVERIFY(f().find("threadTitle")->isVisible());
+        f().panel.resize(320, 280);
+        QTRY_VERIFY(!f().find("threadTitle")->isVisible());
+        f().overlay.setActivity(OverlayModel::Activity::Idle);
+        QVERIFY(f().find("threadTitle")->isVisible());
+    }
+
+    void stripFitsTheSmallestWindow()
+    {
+        f().panel.resize(320, 280);
+        f().overlay.setUsage(100);
+        f().overlay.setTitle(QStringLiteral("A rather long title of a thread"));
+        f().overlay.setActivity(OverlayModel::Activity::Waiting);
+        show();
+        centre("usageBadge");
+        const QQuickItem *badge = f().find("usageBadge");
+        QVERIFY(badge->mapToScene({}).x() >= 6);
+        const QQuickItem *stop = f().find("stop");
+        QVERIFY(stop->mapToScene({stop->width(), 0}).x() <= 314);
+    }
+
+    void copySaysThatItCopied()
+    {
+        show();
+        f().overlay.setHasAnswer(true);
+        QSignalSpy copied(&f().overlay, &OverlayModel::copyAnswerRequested);
+        click("copyAnswer");
+        QCOMPARE(copied.size(), 1);
+        QCOMPARE(f().find("copyAnswer")->property("iconName").toString(), QStringLiteral("check"));
+        QTRY_COMPARE(f().find("copyAnswer")->property("iconName").toString(),
+                     QStringLiteral("copy"));
+    }
+
+    // The scrollbar
+
+    void scrollbarByPointer()
+    {
+        show();
+        QCOMPARE(f().scrollbar.trackRect().height(), 532.0 - 60);
+        f().scrollbar.updatePosition(0, 1064, 532);
+        QSignalSpy fraction(&f().scrollbar, &ResponseScrollbarModel::thumbFractionChanged);
+        QSignalSpy pixels(&f().scrollbar, &ResponseScrollbarModel::scrollByPixels);
+        QSignalSpy up(&f().scrollbar, &ResponseScrollbarModel::scrollUp);
+        const QPoint thumb = centre("scrollThumb");
+        press(thumb);
+        moveTo(thumb + QPoint(0, 59));
+        QCOMPARE(fraction.last().first().toDouble(), 0.25);
+        QTest::mouseRelease(&f().panel, Qt::LeftButton, {}, thumb + QPoint(0, 59));
+        QVERIFY(!f().scrollbar.isDragging());
+        click("scrollUp");
+        QCOMPARE(up.size(), 1);
+        wheel("scrollbarArea", {}, {0, -120});
+        QCOMPARE(pixels.takeFirst().first().toDouble(), 40.0);
+        // A mouse whose driver adds pixel distances is still a wheel.
+        wheel("scrollbarArea", {0, -15}, {0, -120});
+        QCOMPARE(pixels.takeFirst().first().toDouble(), 40.0);
+        QPointingDevice pad(QStringLiteral("pad"), 77, QInputDevice::DeviceType::TouchPad,
+                            QPointingDevice::PointerType::Finger,
+                            QInputDevice::Capability::PixelScroll, 2, 0);
+        wheel("scrollbarArea", {0, -10}, {0, -20}, &pad);
+        QCOMPARE(pixels.takeFirst().first().toDouble(), 10.0);
+    }
+
+    void scrollbarByKeys()
+    {
+        showActive();
+        f().scrollbar.updatePosition(0, 1064, 532);
+        QSignalSpy down(&f().scrollbar, &ResponseScrollbarModel::scrollDown);
+        QSignalSpy fraction(&f().scrollbar, &ResponseScrollbarModel::thumbFractionChanged);
+        f().find("scrollThumb")->forceActiveFocus(Qt::TabFocusReason);
+        QTest::keyClick(&f().panel, Qt::Key_Down);
+        QTest::keyClick(&f().panel, Qt::Key_End);
+        QCOMPARE(down.size(), 1);
+        QCOMPARE(fraction.takeFirst().first().toDouble(), 1.0);
+    }
+
+    void disabledScrollbarTakesNoPress()
+    {
+        show();
+        f().scrollbar.updatePosition(0, 100, 532);
+        QSignalSpy up(&f().scrollbar, &ResponseScrollbarModel::scrollUp);
+        click("scrollUp");
+        QCOMPARE(up.size(), 0);
+        QVERIFY(!f().find("scrollUp")->isEnabled());
+    }
+
+    // Opacity
+
+    void opacityOfTheLayersFollows()
+    {
+        show();
+        f().overlay.setCurrentAlpha(0.35);
+        QCOMPARE(f().find("responseBackdrop")->opacity(), 0.35);
+        QCOMPARE(f().find("responseBackground")->opacity(), 0.35);
+        QCOMPARE(f().find("opacitySlider")->property("value").toDouble(), 0.35);
+        QCOMPARE(f().find("controlBar")->opacity(), 1.0);
+    }
+
+    void sliderByKeys()
+    {
+        showActive();
+        QSignalSpy moved(&f().overlay, &OverlayModel::sliderMoved);
+        connect(&f().overlay, &OverlayModel::sliderMoved, &f().overlay,
+                &OverlayModel::setCurrentAlpha);
+        f().find("opacitySlider")->forceActiveFocus(Qt::TabFocusReason);
+        QTest::keyClick(&f().panel, Qt::Key_Left);
+        QCOMPARE(qRound(f().overlay.currentAlpha() * 100), 87);
+        QTest::keyClick(&f().panel, Qt::Key_Right, Qt::ShiftModifier);
+        QCOMPARE(qRound(f().overlay.currentAlpha() * 100), 97);
+        QTest::keyClick(&f().panel, Qt::Key_Right, Qt::ShiftModifier);
+        QCOMPARE(f().overlay.currentAlpha(), 1.0);
+        QCOMPARE(moved.size(), 3);
+    }
+
+    void windowButtons()
+    {
+        show();
+        QSignalSpy closed(&f().overlay, &OverlayModel::closeRequested);
+        QSignalSpy minimized(&f().overlay, &OverlayModel::minimizeRequested);
+        QSignalSpy zoomed(&f().overlay, &OverlayModel::zoomRequested);
+        click("closeButton");
+        click("minimizeButton");
+        click("zoomButton");
+        QCOMPARE(closed.size(), 1);
+        QCOMPARE(minimized.size(), 1);
+        QCOMPARE(zoomed.size(), 1);
+    }
+
+    // Rest
+
+    void nothingIsDrawnAtRest()
+    {
+        show();
+        f().overlay.setTitle(QStringLiteral("Thread"));
+        f().overlay.setHasAnswer(true);
+        QVERIFY(isStill());
+        f().overlay.setActivity(OverlayModel::Activity::Waiting);
+        QVERIFY(!isStill());
+        f().overlay.setActivity(OverlayModel::Activity::Idle);
+        QVERIFY(isStill());
+    }
+
+    void theAnswerIsCreatedAfterTheFirstFrame()
+    {
+        f().responseView = QUrl(QStringLiteral("data:text/plain,import%20QtQuick%0AItem%20%7B%20"
+                                               "property%20QtObject%20host%20%7D"));
+        f().panel.setContent(f().engine, {f().overlay, f().panels, f().menu, f().scrollbar,
+                                          f().responseView, nullptr});
+        QVERIFY(!f().panel.overlayItem()->property("isResponseActive").toBool());
+        f().panel.show();
+        QTRY_VERIFY(f().panel.overlayItem()->property("isResponseActive").toBool());
+    }
+};
+
+QTEST_MAIN(TestOverlayFrame)
+#include "test_ui_overlay_frame.moc"
