@@ -73,7 +73,7 @@ QByteArray exactLanczos(const Bitmap &source, int width, int height)
 QRgb busy(int x, int y)
 {
     const auto hash =
-        static_cast<quint32>(x / 3 * 73856093) ^ static_cast<quint32>(y / 2 * 19349663);
+        static_cast<quint32>(x / 3) * 73856093U ^ static_cast<quint32>(y / 2) * 19349663U;
     return (x / 20 + y / 15) % 3 == 0 ? qRgb(255, 255, 255)
                                       : qRgb(static_cast<int>(hash % 256),
                                              static_cast<int>(hash / 256 % 256), (x * 2 + y) % 256);
