@@ -150,6 +150,7 @@ private Q_SLOTS:
         show();
         click("modelPicker");
         QCOMPARE(f().panels.reportedHeight(), 140.0 + 3 * 36 + 8 + 8);
+        f().panel.grabWindow(); // rows exist once they were laid out
         const QPoint top = f().find("modelList")->mapToScene({40, 18}).toPoint();
         QTest::mouseClick(&f().panel, Qt::LeftButton, {}, top);
         QCOMPARE(f().panels.selectedModelId(), QStringLiteral("fast"));
