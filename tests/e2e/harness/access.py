@@ -138,10 +138,12 @@ class Accessibility:
         raise AssertionError(f"the control {name!r} offers only {offered}")
 
     def bounds(self, node):
-        """(x, y, width, height) of a node on the screen."""
+        """(x, y, width, height) of a node on the screen, in pixels."""
         atspi = self.api[0]
         box = node.get_component_iface().get_extents(atspi.CoordType.SCREEN)
-        return box.x, box.y, box.width, box.height
+        # The toolkit reports points.
+        scale = int(self._app.environment.get("QT_SCALE_FACTOR", "1"))
+        return box.x * scale, box.y * scale, box.width * scale, box.height * scale
 
     def click(self, name, role=None, button=1):
         """Clicks the middle of a control with the real pointer."""

@@ -69,6 +69,7 @@ class App:
             "XDG_CACHE_HOME": str(self._make_folder("cache")),
             "TMPDIR": str(self.temporary),
             "TZ": "UTC",
+            "QT_LOGGING_RULES": "qt.webenginecontext=false",
             "QUELLORA_BACKEND_URL": backend_url,
             "QT_LINUX_ACCESSIBILITY_ALWAYS_ON": "1",
             "QTWEBENGINE_ENABLE_LINUX_ACCESSIBILITY": "1",
