@@ -10,11 +10,21 @@
 #include <QQuickItem>
 #include <QQuickWebEngineProfile>
 
+#include <algorithm>
+#include <chrono>
 #include <utility>
 
 void qml_register_types_Quellora_Page();
 
 namespace quellora {
+
+namespace {
+
+/// How long the engine may take to ask for a page before it is told again.
+constexpr std::chrono::milliseconds navigationPatience{300};
+constexpr std::chrono::milliseconds maxNavigationPatience{4000};
+
+} // namespace
 
 ResponseView::ResponseView(QObject *parent) : PageSurface(parent)
 {
@@ -22,6 +32,8 @@ ResponseView::ResponseView(QObject *parent) : PageSurface(parent)
     static const bool registered = (qml_register_types_Quellora_Page(), true);
     Q_UNUSED(registered)
     connect(&m_bridge, &PageBridge::posted, this, &ResponseView::onPosted);
+    m_navigationWatch.setSingleShot(true);
+    connect(&m_navigationWatch, &QTimer::timeout, this, &ResponseView::navigateAgain);
 }
 
 ResponseView::~ResponseView()
@@ -125,20 +137,63 @@ void ResponseView::startLoad(LoadId id, const QByteArray &html)
     m_reloaded = false;
     m_pageBytes.setPage(id, html);
     m_filter.setCurrentLoad(id);
-    if (m_item)
+    m_navigationWatch.setInterval(navigationPatience);
+    if (!m_item)
+        return;
+    if (m_underWay == 0)
         navigate();
+    else
+        m_navigationWatch.start();
 }
 
 void ResponseView::navigate()
 {
-    m_navigationExpected = true;
+    m_underWay = m_currentLoad;
+    m_expectedNavigations.insert(m_currentLoad);
     emit navigateTo(pagerequests::pageUrl(m_currentLoad));
+    m_navigationWatch.start();
+}
+
+/// The engine took too long to say what became of a navigation: it may have dropped it.
+void ResponseView::navigateAgain()
+{
+    if (!m_item || m_loadReported)
+        return;
+    const bool isOwnPageArriving = m_underWay == m_currentLoad && m_pageBytes.wasServed();
+    const auto patience = m_navigationWatch.intervalAsDuration();
+    // A busy machine or a large page may just need longer.
+    m_navigationWatch.setInterval(std::min(patience * 2, maxNavigationPatience));
+    if (isOwnPageArriving && patience < maxNavigationPatience)
+        m_navigationWatch.start();
+    else
+        navigate();
+}
+
+void ResponseView::navigationEnded(const QUrl &url)
+{
+    if (pagerequests::loadIdOf(url) != m_underWay)
+        return;
+    m_underWay = 0;
+    if (m_loadReported) {
+        m_navigationWatch.stop();
+        return;
+    }
+    // Not from inside the engine's own report.
+    QMetaObject::invokeMethod(
+        this,
+        [this] {
+            if (m_item && m_underWay == 0 && !m_loadReported)
+                navigate();
+        },
+        Qt::QueuedConnection);
 }
 
 bool ResponseView::mayNavigate(const QUrl &url)
 {
-    return pagerequests::loadIdOf(url) == m_currentLoad &&
-           std::exchange(m_navigationExpected, false);
+    // One that has been replaced meanwhile is let through, too: refusing it would stop the one that
+    // replaced it. It gets no bytes.
+    const auto id = pagerequests::loadIdOf(url);
+    return id && m_expectedNavigations.remove(*id);
 }
 
 void ResponseView::runScript(const QString &script, quint64 token)
@@ -151,16 +206,27 @@ void ResponseView::runScript(const QString &script, quint64 token)
 
 void ResponseView::onLoadSucceeded(const QUrl &url)
 {
-    if (pagerequests::loadIdOf(url) != m_currentLoad || std::exchange(m_loadReported, true))
-        return;
-    emit loadFinished(m_currentLoad);
+    const bool isCurrent = pagerequests::loadIdOf(url) == m_currentLoad;
+    const bool isNews = isCurrent && !std::exchange(m_loadReported, true);
+    navigationEnded(url);
+    if (isNews)
+        emit loadFinished(m_currentLoad);
 }
 
 void ResponseView::onLoadFailed(const QUrl &url, const QString &description)
 {
-    if (pagerequests::loadIdOf(url) != m_currentLoad || m_loadReported)
-        return;
-    emit loadFailed(m_currentLoad, description, !m_pageBytes.wasServed());
+    const bool isCurrent = pagerequests::loadIdOf(url) == m_currentLoad;
+    const bool isNews = isCurrent && !std::exchange(m_loadReported, true);
+    navigationEnded(url);
+    if (isNews)
+        emit loadFailed(m_currentLoad, description, !m_pageBytes.wasServed());
+}
+
+void ResponseView::onLoadStopped(const QUrl &url)
+{
+    if (pagerequests::loadIdOf(url) == m_currentLoad && !m_loadReported)
+        m_pageBytes.rewind();
+    navigationEnded(url);
 }
 
 void ResponseView::onRenderProcessTerminated(int status, int exitCode)
@@ -176,6 +242,7 @@ void ResponseView::onRenderProcessTerminated(int status, int exitCode)
     if (!again)
         return;
     m_loadReported = false;
+    m_underWay = 0;
     m_pageBytes.rewind();
     // Not from inside the engine's own report.
     QMetaObject::invokeMethod(

@@ -5,6 +5,8 @@
 
 #include <QPointer>
 #include <QQuickItem>
+#include <QSet>
+#include <QTimer>
 #include <QtQml/qqmlregistration.h>
 
 #include <memory>
@@ -64,6 +66,7 @@ public:
     Q_INVOKABLE bool mayNavigate(const QUrl &url);
     Q_INVOKABLE void onLoadSucceeded(const QUrl &url);
     Q_INVOKABLE void onLoadFailed(const QUrl &url, const QString &description);
+    Q_INVOKABLE void onLoadStopped(const QUrl &url);
     Q_INVOKABLE void onScriptDone(double token) { scriptDone(static_cast<quint64>(token)); }
     Q_INVOKABLE void onRenderProcessTerminated(int status, int exitCode);
 
@@ -81,6 +84,8 @@ private:
     void finishCreation();
     void fitIntoContainer();
     void navigate();
+    void navigateAgain();
+    void navigationEnded(const QUrl &url);
     void onPosted(const QString &name, const QVariant &body);
 
     PageBridge m_bridge;
@@ -92,8 +97,13 @@ private:
     QQuickItem *m_item = nullptr;
     QPointer<QQuickItem> m_container;
     LoadId m_currentLoad = 0;
-    /// A navigation of ours is about to be announced by the engine.
-    bool m_navigationExpected = false;
+    /// Runs from a navigation until the engine asks for the page.
+    QTimer m_navigationWatch;
+    /// The load that the engine was told of last and has not reported on; 0 when there is none. The
+    /// next one waits for it, because the engine loses a page that replaces another in mid-load.
+    LoadId m_underWay = 0;
+    /// Navigations of ours that the engine has not announced yet.
+    QSet<LoadId> m_expectedNavigations;
     bool m_loadReported = false;
     bool m_reloaded = false;
 };

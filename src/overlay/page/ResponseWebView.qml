@@ -73,6 +73,8 @@ WebEngineView {
             view.host.onLoadSucceeded(info.url);
         else if (info.status === WebEngineView.LoadFailedStatus)
             view.host.onLoadFailed(info.url, info.errorString);
+        else if (info.status === WebEngineView.LoadStoppedStatus)
+            view.host.onLoadStopped(info.url);
     }
     onRenderProcessTerminated: (status, exitCode) => view.host.onRenderProcessTerminated(status, exitCode)
 
