@@ -258,8 +258,7 @@ void TestProxyFailures::answerThatIsNotHttp()
     QVERIFY(recorder.waitForOutcome());
     const QueryError error = recorder.outcome->error();
     QCOMPARE(error,
-             queryError(Kind::NetworkError,
-                        QStringLiteral("The network connection was lost.")));
+             queryError(Kind::NetworkError, QStringLiteral("The network connection was lost.")));
     QCOMPARE(m_log->lines,
              QStringList{QStringLiteral("[ProxyQueryService] Network error: ") + error.message});
     // A query is never asked twice.
