@@ -4,10 +4,10 @@
 #include "backend/SessionManager.h"
 #include "fakes/LogCapture.h"
 #include "fakes/ScriptedHttpServer.h"
+#include "fakes/StatuslessNetwork.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QNetworkReply>
 #include <QSignalSpy>
 #include <QTcpServer>
 #include <QTest>
@@ -60,30 +60,6 @@ LoginResult wait(QFuture<LoginResult> future)
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
     return future.result();
 }
-
-/// A reply without any status: what came back was not HTTP.
-class StatuslessReply : public QNetworkReply
-{
-public:
-    explicit StatuslessReply(QObject *parent) : QNetworkReply(parent)
-    {
-        setFinished(true);
-        QMetaObject::invokeMethod(this, &QNetworkReply::finished, Qt::QueuedConnection);
-    }
-    void abort() override {}
-
-protected:
-    qint64 readData(char *, qint64) override { return -1; }
-};
-
-class StatuslessNetwork : public QNetworkAccessManager
-{
-protected:
-    QNetworkReply *createRequest(Operation, const QNetworkRequest &, QIODevice *) override
-    {
-        return new StatuslessReply(this);
-    }
-};
 
 } // namespace
 

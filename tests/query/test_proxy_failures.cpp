@@ -1,7 +1,7 @@
 #include "ProxyFixture.h"
+#include "fakes/StatuslessNetwork.h"
 #include "query/StreamEventParser.h"
 
-#include <QNetworkReply>
 #include <QTimer>
 
 using namespace quellora;
@@ -10,34 +10,6 @@ using Kind = QueryError::Kind;
 using Ending = ScriptedHttpServer::Ending;
 
 Q_DECLARE_METATYPE(quellora::QueryError)
-
-namespace {
-
-/// An answer that claims to be anything but HTTP.
-class StatuslessReply : public QNetworkReply
-{
-public:
-    explicit StatuslessReply(QObject *parent) : QNetworkReply(parent)
-    {
-        setFinished(true);
-        QMetaObject::invokeMethod(this, &QNetworkReply::finished, Qt::QueuedConnection);
-    }
-    void abort() override {}
-
-protected:
-    qint64 readData(char *, qint64) override { return -1; }
-};
-
-class StatuslessNetwork : public QNetworkAccessManager
-{
-protected:
-    QNetworkReply *createRequest(Operation, const QNetworkRequest &, QIODevice *) override
-    {
-        return new StatuslessReply(this);
-    }
-};
-
-} // namespace
 
 class TestProxyFailures : public ProxyFixture
 {
