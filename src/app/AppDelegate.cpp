@@ -48,6 +48,8 @@ void AppDelegate::applicationDidFinishLaunching()
     m_with.hotkeys.start(HotkeyBindings::loadEffective(m_config->hotkeys, m_with.defaults));
     connect(&m_with.notifications, &NotificationCenter::sessionExpired, this,
             &AppDelegate::handleSessionExpired);
+    connect(&m_with.notifications, &NotificationCenter::configDidUpdate, this,
+            &AppDelegate::shipLogsIfAsked);
     showLogin();
     log(QStringLiteral("Login window shown, overlay deferred until sign-in"));
 }
@@ -95,6 +97,23 @@ void AppDelegate::showLogin()
     m_login->showWindow();
 }
 
+void AppDelegate::dropLogin()
+{
+    // Its success callback is on the stack.
+    QMetaObject::invokeMethod(
+        this, [login = std::shared_ptr<LoginPresenter>(std::move(m_login))] {},
+        Qt::QueuedConnection);
+}
+
+void AppDelegate::startedAgain()
+{
+    log(QStringLiteral("Started once more — bringing the window to the front"));
+    if (m_overlay)
+        m_overlay->show();
+    else if (m_login)
+        m_login->bringToFront();
+}
+
 void AppDelegate::startOverlay()
 {
     if (!m_config)
@@ -113,6 +132,7 @@ void AppDelegate::startOverlay()
             self->m_overlay->show();
     };
     log(QStringLiteral("MenuBarController created"));
+    dropLogin();
     log(QStringLiteral("Vantiro Overlay running (single-process, no pipeline.py dependency)."));
 }
 
@@ -126,16 +146,24 @@ void AppDelegate::applyConfigAtStart()
     // A local problem keeps the user from working at all, so it goes before the server's message.
     const auto &local = m_with.permissions.pendingAdminMessage();
     m_overlay->setCurrentAdminMessage(local ? local : config->adminMessage);
-    const auto token = m_with.session.sessionToken();
-    if (config->requestLogs.value_or(false) && token && m_with.shipLogs)
-        m_with.shipLogs(*token);
+    shipLogsIfAsked(*config);
     m_with.heartbeat.start(static_cast<double>(config->heartbeatIntervalSeconds));
+}
+
+void AppDelegate::shipLogsIfAsked(const AppConfigResponse &config)
+{
+    const auto token = m_with.session.sessionToken();
+    if (config.requestLogs.value_or(false) && token && m_with.shipLogs)
+        m_with.shipLogs(*token);
 }
 
 void AppDelegate::handleSessionExpired()
 {
     log(QStringLiteral("sessionExpired received — tearing down overlay, showing login window"));
     m_with.session.logout();
+    // The login window is on show already, perhaps with an e-mail half typed: it stays.
+    if (!m_overlay && m_login)
+        return;
     if (m_overlay)
         m_overlay->closeWindow();
     // Both may be on the stack: sign-out starts in the status menu, expiry in a slot of the panel.

@@ -51,6 +51,8 @@ public:
     void applicationDidFinishLaunching();
     /// Clears the session and unregisters every hot key.
     void applicationWillTerminate();
+    /// The program was started once more: its window comes to the front.
+    void startedAgain();
 
     const std::optional<VantiroConfig> &config() const { return m_config; }
     LoginPresenter *loginWindow() const { return m_login.get(); }
@@ -61,8 +63,10 @@ private:
     void setupEditMenu();
     void wireHotkeys();
     void showLogin();
+    void dropLogin();
     void startOverlay();
     void applyConfigAtStart();
+    void shipLogsIfAsked(const AppConfigResponse &config);
     void handleSessionExpired();
 
     Collaborators m_with;

@@ -10,6 +10,7 @@
 #include "ui/Ui.h"
 
 #include <QCoreApplication>
+#include <QNetworkCookieJar>
 #include <QTimer>
 
 #include <chrono>
@@ -17,8 +18,9 @@
 
 namespace quellora {
 
-Application::Application()
-    : m_platform(Platform::create())
+Application::Application(std::unique_ptr<SingleInstance> instance)
+    : m_instance(std::move(instance))
+    , m_platform(Platform::create())
     , m_endpoints(AppConfig::endpoints())
     , m_defaults(JsonUserDefaults::defaultPath())
     , m_permissions(m_platform->permissions())
@@ -38,6 +40,9 @@ Application::Application()
     , m_delegate(std::make_unique<AppDelegate>(collaborators()))
 {
     m_session.setHeartbeatStopper([this] { m_heartbeat.stop(); });
+    // Nothing of one account may reach the next one.
+    connect(&m_notifications, &NotificationCenter::sessionDidEnd, this,
+            [this] { m_network.setCookieJar(new QNetworkCookieJar); });
     initializeUi();
     prepareQmlEngine(m_engine);
 }
@@ -53,6 +58,7 @@ int Application::run()
 {
     connect(qApp, &QCoreApplication::aboutToQuit, this,
             [this] { m_delegate->applicationWillTerminate(); });
+    m_instance->listen([this] { m_delegate->startedAgain(); });
     QMetaObject::invokeMethod(
         this, [this] { m_delegate->applicationDidFinishLaunching(); }, Qt::QueuedConnection);
     Log::event(QStringLiteral("[main] Delegate assigned, entering run loop"));

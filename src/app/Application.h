@@ -5,6 +5,7 @@
 #include "app/NotificationCenter.h"
 #include "app/PermissionChecker.h"
 #include "app/QtStatusBar.h"
+#include "app/SingleInstance.h"
 #include "app/UserDefaults.h"
 #include "backend/AuthService.h"
 #include "backend/HeartbeatService.h"
@@ -33,7 +34,8 @@ class Application : public QObject
     Q_OBJECT
 public:
     /// Needs the application object.
-    Application();
+    /// @param instance holds the display session for this process
+    explicit Application(std::unique_ptr<SingleInstance> instance);
     ~Application() override;
 
     /// Runs the event loop until the application quits; returns the exit code.
@@ -46,6 +48,8 @@ private:
     AppDelegate::Collaborators collaborators();
     DeviceFields deviceFields() const;
 
+    /// Last to go: the next start may begin when everything is stored.
+    std::unique_ptr<SingleInstance> m_instance;
     std::unique_ptr<Platform> m_platform;
     BackendEndpoints m_endpoints;
     QNetworkAccessManager m_network;

@@ -1,12 +1,31 @@
 #include "app/AppConfig.h"
 #include "app/Application.h"
 #include "app/Log.h"
+#include "app/SingleInstance.h"
 #include "overlay/page/WebEngineSetup.h"
 #include "platform/Platform.h"
 
 #include <QApplication>
 
+#include <chrono>
 #include <cstdio>
+#include <memory>
+#include <utility>
+
+namespace {
+
+/// Asks the program that already runs to come forward; returns this start's exit code.
+int yieldTo(quellora::SingleInstance &first)
+{
+    using namespace std::chrono_literals;
+    const bool answered = first.activateFirst(1500ms);
+    quellora::Log::event(
+        answered ? QStringLiteral("[main] Already running; that window was brought to the front")
+                 : QStringLiteral("[main] ERROR: Already running, but it does not answer"));
+    return answered ? 0 : 1;
+}
+
+} // namespace
 
 int main(int argc, char **argv)
 {
@@ -17,6 +36,11 @@ int main(int argc, char **argv)
     Log::event(QStringLiteral("[main] Process started, launching NSApplication"));
     AppConfig::backendBaseURL();
 
+    auto instance = std::make_unique<SingleInstance>(SingleInstance::runtimeFolder(),
+                                                     Platform::displaySession());
+    if (instance->claim() == SingleInstance::Claim::Taken)
+        return yieldTo(*instance);
+
     Platform::prepareProcess();
     prepareWebEngine();
     QApplication application(argc, argv);
@@ -26,5 +50,5 @@ int main(int argc, char **argv)
     // The panel may be hidden and the login window closed while the program goes on.
     QApplication::setQuitOnLastWindowClosed(false);
 
-    return Application().run();
+    return Application(std::move(instance)).run();
 }

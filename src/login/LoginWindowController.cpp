@@ -93,6 +93,12 @@ void LoginWindowController::showWindow()
         log(QStringLiteral("WARNING: ") + activated.reason());
 }
 
+void LoginWindowController::bringToFront()
+{
+    m_window->setWindowStates(m_window->windowStates() & ~Qt::WindowMinimized);
+    m_with.shell.activate(*m_window);
+}
+
 void LoginWindowController::open(const QUrl &url)
 {
     const Capability opened = m_with.workspace.openUrl(url);

@@ -49,6 +49,7 @@ public:
 
     /// Shows the window in the middle of the screen and gives it the focus.
     void showWindow() override;
+    void bringToFront() override;
 
     /// Signs in through the browser: waits for its answer, then opens the sign-in page there.
     void startGoogleSignIn();

@@ -182,6 +182,8 @@ public:
     /// To be called before the application object exists: environment and attributes that the
     /// windowing system reads at start.
     static void prepareProcess();
+    /// Tells the display sessions of one user apart, e.g. ":0"; callable at any time.
+    static QString displaySession();
     /// The port for the running windowing system; needs the application object. Falls back to the
     /// null port (everything Unsupported) offscreen.
     static std::unique_ptr<Platform> create();

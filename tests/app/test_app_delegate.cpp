@@ -23,6 +23,8 @@ public:
     explicit FakeLogin(int &alive) : m_alive(alive) { ++m_alive; }
     ~FakeLogin() override { --m_alive; }
     void showWindow() override { shown = true; }
+    void bringToFront() override { ++broughtToFront; }
+    int broughtToFront = 0;
     bool shown = false;
 
 private:
@@ -365,6 +367,126 @@ private Q_SLOTS:
         QVERIFY(f.delegate->overlay());
     }
 
+    void loginWindowGoesOnceTheOverlayRuns()
+    {
+        Fixture f;
+        f.launch();
+        QCOMPARE(f.loginsAlive, 1);
+        f.signIn(account());
+        QVERIFY(!f.delegate->loginWindow());
+        QCoreApplication::processEvents();
+        QCOMPARE(f.loginsAlive, 0);
+        QVERIFY(f.delegate->overlay());
+    }
+
+    void secondExpiryInARowKeepsTheLoginWindow()
+    {
+        Fixture f;
+        f.launch();
+        f.signIn(account());
+        Q_EMIT f.notifications.sessionExpired();
+        const LoginPresenter *login = f.delegate->loginWindow();
+        f.calls.clear();
+        f.log.clear();
+        Q_EMIT f.notifications.sessionExpired();
+        QCOMPARE(f.delegate->loginWindow(), login);
+        QCOMPARE(f.log.lines.last(), "[AuthService] Session cleared from memory");
+        QVERIFY(f.calls.isEmpty());
+        QCoreApplication::processEvents();
+        QCOMPARE(f.loginsAlive, 1);
+        QCOMPARE(f.overlaysAlive, 0);
+        f.signIn(account());
+        QVERIFY(f.delegate->overlay());
+    }
+
+    void expiryBeforeTheFirstSignInKeepsTheLoginWindow()
+    {
+        Fixture f;
+        f.launch();
+        const LoginPresenter *login = f.delegate->loginWindow();
+        Q_EMIT f.notifications.sessionExpired();
+        QCOMPARE(f.delegate->loginWindow(), login);
+        QCOMPARE(f.loginsAlive, 1);
+    }
+
+    void expiryFromWithinTheOverlaysOwnCallIsSurvived()
+    {
+        Fixture f;
+        f.launch();
+        f.signIn(account());
+        // The overlay and the menu whose calls are on the stack live until those have returned.
+        f.delegate->menuBar()->signOutClicked();
+        QCOMPARE(f.overlaysAlive, 1);
+        QCOMPARE(f.statusBar.alive, 1);
+        QCoreApplication::processEvents();
+        QCOMPARE(f.overlaysAlive, 0);
+        QCOMPARE(f.statusBar.alive, 0);
+    }
+
+    void manyCyclesLeaveOneOfEachBehind()
+    {
+        Fixture f;
+        f.launch();
+        const auto settle = [] {
+            QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+            QCoreApplication::processEvents();
+        };
+        for (int cycle = 0; cycle < 100; ++cycle) {
+            f.signIn(account());
+            settle();
+            QCOMPARE(f.overlaysAlive, 1);
+            QCOMPARE(f.statusBar.alive, 1);
+            QCOMPARE(f.loginsAlive, 0);
+            QVERIFY(f.heartbeat.isScheduled());
+            if (cycle % 2 == 0)
+                f.delegate->menuBar()->signOutClicked();
+            else
+                Q_EMIT f.notifications.sessionExpired();
+            settle();
+            QCOMPARE(f.overlaysAlive, 0);
+            QCOMPARE(f.statusBar.alive, 0);
+            QCOMPARE(f.loginsAlive, 1);
+            QVERIFY(!f.heartbeat.isScheduled());
+            QVERIFY(!f.auth.sessionToken());
+        }
+        QCOMPARE(f.configLoads, 1);
+        QCOMPARE(f.globalHotkeys.registered.size(), 7);
+        QCOMPARE(f.globalHotkeys.installs, 1);
+    }
+
+    void startingAgainBringsTheWindowOfTheMomentToTheFront()
+    {
+        Fixture f;
+        f.delegate->startedAgain();
+        f.launch();
+        f.delegate->startedAgain();
+        QCOMPARE(f.lastLogin->broughtToFront, 1);
+        f.signIn(account());
+        f.calls.clear();
+        f.delegate->startedAgain();
+        QCOMPARE(f.calls, QStringList{"show"});
+        Q_EMIT f.notifications.sessionExpired();
+        f.delegate->startedAgain();
+        QCOMPARE(f.lastLogin->broughtToFront, 1);
+    }
+
+    void refreshedConfigurationMayAskForTheLogs()
+    {
+        Fixture f;
+        f.launch();
+        f.signIn(account());
+        AppConfigResponse config = account();
+        Q_EMIT f.notifications.configDidUpdate(config);
+        QVERIFY(f.shippedTokens.isEmpty());
+        config.requestLogs = true;
+        f.auth.setSession("renewed", config);
+        Q_EMIT f.notifications.configDidUpdate(config);
+        QCOMPARE(f.shippedTokens, QStringList{"renewed"});
+        f.session.logout();
+        Q_EMIT f.notifications.configDidUpdate(config);
+        QCOMPARE(f.shippedTokens.size(), 1);
+    }
+
     void terminationClearsTheSessionAndTheHotkeys()
     {
         Fixture f;
@@ -423,6 +545,7 @@ private Q_SLOTS:
         QCOMPARE(order.first(), "ended");
         QVERIFY(order.contains("expired"));
         QCOMPARE(f.log.lines.first(), "[MenuBarController] Sign Out clicked");
+        QCoreApplication::processEvents();
         QCOMPARE(f.loginsAlive, 1);
     }
 

@@ -4,6 +4,7 @@
 #include "platform/linux/PlatformX11.h"
 #include "platform/null/NullPlatform.h"
 
+#include <QRegularExpression>
 #include <QSurfaceFormat>
 
 namespace quellora {
@@ -27,6 +28,16 @@ void Platform::prepareProcess()
     QSurfaceFormat format = QSurfaceFormat::defaultFormat();
     format.setAlphaBufferSize(8);
     QSurfaceFormat::setDefaultFormat(format);
+}
+
+QString Platform::displaySession()
+{
+    const QString x11 = qEnvironmentVariable("DISPLAY");
+    if (x11.isEmpty())
+        return qEnvironmentVariable("WAYLAND_DISPLAY");
+    // The number behind the dot names a screen of the same display.
+    static const QRegularExpression screen(QStringLiteral("\\.[0-9]+$"));
+    return QString(x11).remove(screen);
 }
 
 std::unique_ptr<Platform> Platform::create()
