@@ -29,6 +29,14 @@ void OverlayAnswerDisplay::handleStreamStart(
     m_stream.handleStreamStart(session, prompt, queryStart, screenshot);
 }
 
+void OverlayAnswerDisplay::resumeStream(const std::optional<CaptureSession> &session,
+                                        const QString &prompt, const QDateTime &queryStart,
+                                        const std::optional<CaptureSession::Screenshot> &screenshot,
+                                        const QString &answer)
+{
+    m_stream.resume(session, prompt, queryStart, screenshot, answer);
+}
+
 void OverlayAnswerDisplay::handleStreamChunk(const QString &text)
 {
     m_stream.handleStreamChunk(text);

@@ -21,6 +21,10 @@ public:
     void handleStreamStart(const std::optional<CaptureSession> &session, const QString &prompt,
                            const QDateTime &queryStart,
                            const std::optional<CaptureSession::Screenshot> &screenshot) override;
+    void resumeStream(const std::optional<CaptureSession> &session, const QString &prompt,
+                      const QDateTime &queryStart,
+                      const std::optional<CaptureSession::Screenshot> &screenshot,
+                      const QString &answer) override;
     void handleStreamChunk(const QString &text) override;
     void handleStreamEnd() override;
     void abandonStream() override;

@@ -157,7 +157,7 @@ void OverlayWindowController::wireOverlay()
             &ResponseScrollbarModel::setPosition);
     connect(&m_display, &ResponseDisplay::noteDeleteRequested, this, [this](const QUuid &id) {
         if (m_threads.removeNote(id))
-            m_display.renderThread(*m_threads.currentSession());
+            m_orchestrator->showCurrentThread();
     });
     connect(&m_stream, &StreamingRenderer::showWindowRequested, this,
             &OverlayWindowController::show);

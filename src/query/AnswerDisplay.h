@@ -26,6 +26,12 @@ public:
     virtual void handleStreamStart(const std::optional<CaptureSession> &session,
                                    const QString &prompt, const QDateTime &queryStart,
                                    const std::optional<CaptureSession::Screenshot> &screenshot) = 0;
+    /// Shows an answer under way again, after another page or a change of its thread: like
+    /// handleStreamStart, with what has arrived already.
+    virtual void resumeStream(const std::optional<CaptureSession> &session, const QString &prompt,
+                              const QDateTime &queryStart,
+                              const std::optional<CaptureSession::Screenshot> &screenshot,
+                              const QString &answer) = 0;
     virtual void handleStreamChunk(const QString &text) = 0;
     virtual void handleStreamEnd() = 0;
     /// The running stream will not be finished; later page loads replace it.

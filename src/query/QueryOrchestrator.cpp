@@ -1,6 +1,5 @@
 #include "query/QueryOrchestrator.h"
 
-#include "app/AppConfig.h"
 #include "app/Log.h"
 #include "app/PromptConfig.h"
 #include "app/Text.h"
@@ -8,12 +7,12 @@
 #include "app/WhenFinished.h"
 #include "backend/SessionManager.h"
 #include "history/ThreadController.h"
+#include "query/ActiveQuery.h"
 #include "query/AnswerDisplay.h"
 #include "query/ProxyQueryService.h"
 #include "query/ServiceMessages.h"
 
-#include <QJsonObject>
-
+#include <algorithm>
 #include <utility>
 
 namespace quellora {
@@ -35,24 +34,12 @@ using CaptureErrorKind = ScreenshotCapture::CaptureError::Kind;
 
 } // namespace
 
-/// One answer under way.
-struct QueryOrchestrator::ActiveQuery
-{
-    QUuid threadId;
-    QString turnPrompt;
-    QString answer;
-    std::optional<QString> model;
-    QDateTime queryStart;
-    std::optional<QDateTime> firstToken;
-    qint64 promptCharacters = 0;
-    bool hasImage = false;
-    qint64 tokensUsedBefore = 0;
-    QPointer<RunningQuery> transfer;
-};
-
 QueryOrchestrator::QueryOrchestrator(Collaborators collaborators, QObject *parent)
     : QObject(parent), m_with(std::move(collaborators))
-{}
+{
+    connect(&m_with.threads, &ThreadController::sessionChanged, this,
+            &QueryOrchestrator::followThread);
+}
 
 QueryOrchestrator::~QueryOrchestrator()
 {
@@ -183,12 +170,14 @@ void QueryOrchestrator::captureNoSendFinished(const ScreenshotCapture::Outcome &
 
 void QueryOrchestrator::showCaptureError(const ScreenshotCapture::CaptureError &error)
 {
+    leavePage();
     m_with.display.loadContent(errorPage(QStringLiteral("Capture Error"), error.description()));
     m_with.display.showWindow();
 }
 
 void QueryOrchestrator::showErrorPage(const QString &text)
 {
+    leavePage();
     m_with.display.loadContent(errorPage(QStringLiteral("Error"), text));
     m_with.display.showWindow();
 }
@@ -224,7 +213,7 @@ void QueryOrchestrator::addNote(const QString &text)
 {
     if (!m_with.threads.addNote(text))
         return;
-    renderCurrentThread();
+    showCurrentThread();
     log(QStringLiteral("Note added to current session"));
 }
 
@@ -241,6 +230,8 @@ void QueryOrchestrator::runQuery(const QString &apiPrompt, const QString &turnPr
     }
     auto query = std::make_shared<ActiveQuery>();
     query->turnPrompt = turnPrompt;
+    query->promptBox = m_with.defaults.stringValue(QLatin1String(DefaultsKey::userPrompt));
+    query->screenshot = screenshot;
     query->promptCharacters = characterCount(turnPrompt);
     query->hasImage = imageBase64.has_value();
     query->tokensUsedBefore = m_with.messages.tokensUsed();
@@ -252,6 +243,7 @@ void QueryOrchestrator::runQuery(const QString &apiPrompt, const QString &turnPr
 
     m_stopped = false;
     m_shown = query;
+    m_isShownOnPage = true;
     m_queries.append(query);
     m_with.display.handleStreamStart(m_with.threads.currentSession(), turnPrompt, queryStart,
                                      screenshot);
@@ -278,7 +270,7 @@ void QueryOrchestrator::runQueryOnMain(const ActiveQueryPtr &query, const QStrin
 void QueryOrchestrator::chunkArrived(const ActiveQueryPtr &query, const QString &text)
 {
     query->answer += text;
-    if (query == m_shown)
+    if (query == m_shown && m_isShownOnPage)
         m_with.display.handleStreamChunk(text);
 }
 
@@ -293,32 +285,62 @@ void QueryOrchestrator::queryFinished(const ActiveQueryPtr &query, const QueryOu
     Q_EMIT activityChanged();
 }
 
-void QueryOrchestrator::storeAnswer(const ActiveQueryPtr &query, bool wasShown)
+void QueryOrchestrator::storeAnswer(const ActiveQueryPtr &query)
 {
     const bool isCurrent =
         m_with.threads.addTurn(query->threadId, query->turnPrompt, query->answer);
-    if (isCurrent && wasShown)
-        renderCurrentThread();
+    if (isCurrent)
+        showCurrentThread();
     if (isCurrent && !m_shown && m_with.threads.startNewThreadPerSendEnabled())
         m_with.threads.endCurrentThread();
-    if (!m_with.threads.dontClearPromptAfterSendEnabled())
-        m_with.defaults.setString(QLatin1String(DefaultsKey::userPrompt), QString());
+    const QString box = QLatin1String(DefaultsKey::userPrompt);
+    // A next question that is being typed is not this one's to remove.
+    if (!m_with.threads.dontClearPromptAfterSendEnabled() &&
+        m_with.defaults.stringValue(box) == query->promptBox)
+        m_with.defaults.setString(box, QString());
+}
+
+QueryOrchestrator::ActiveQueryPtr QueryOrchestrator::newestOfCurrentThread() const
+{
+    const auto &session = m_with.threads.currentSession();
+    const auto found = std::find_if(m_queries.crbegin(), m_queries.crend(), [&](const auto &query) {
+        return session && query->threadId == session->id;
+    });
+    return found == m_queries.crend() ? ActiveQueryPtr() : *found;
+}
+
+void QueryOrchestrator::followThread()
+{
+    const ActiveQueryPtr newest = newestOfCurrentThread();
+    if (newest == m_shown)
+        return;
+    leavePage();
+    m_shown = newest;
+    Q_EMIT activityChanged();
+}
+
+void QueryOrchestrator::leavePage()
+{
+    if (m_isShownOnPage)
+        m_with.display.abandonStream();
+    m_isShownOnPage = false;
 }
 
 void QueryOrchestrator::forget(const ActiveQueryPtr &query)
 {
     m_queries.removeOne(query);
-    if (m_shown == query)
-        m_shown.reset();
+    if (m_shown == query) {
+        m_shown = newestOfCurrentThread();
+        m_isShownOnPage = false;
+    }
 }
 
 void QueryOrchestrator::querySucceeded(const ActiveQueryPtr &query, const DoneInfo &info)
 {
-    const bool wasShown = query == m_shown;
-    if (wasShown)
+    if (query == m_shown && m_isShownOnPage)
         m_with.display.handleStreamEnd();
     forget(query);
-    storeAnswer(query, wasShown);
+    storeAnswer(query);
     m_with.threads.release(query->threadId);
 
     const qint64 cap = m_with.messages.tokenCap();
@@ -330,10 +352,10 @@ void QueryOrchestrator::querySucceeded(const ActiveQueryPtr &query, const DoneIn
 void QueryOrchestrator::queryFailed(const ActiveQueryPtr &query, const QueryError &error)
 {
     const bool wasShown = query == m_shown;
+    if (wasShown)
+        leavePage();
     forget(query);
     m_with.threads.release(query->threadId);
-    if (wasShown)
-        m_with.display.abandonStream();
 
     ServiceMessages &messages = m_with.messages;
     const auto fail = [this](const QString &logText, const QString &pageText) {
@@ -343,7 +365,7 @@ void QueryOrchestrator::queryFailed(const ActiveQueryPtr &query, const QueryErro
     // The service states show a card; the waiting entry must not stay on the page beneath it.
     const auto clearWaitingEntry = [this, wasShown] {
         if (wasShown)
-            renderCurrentThread();
+            showCurrentThread();
     };
     switch (error.kind) {
     case QueryError::Kind::RateLimited:
@@ -387,13 +409,15 @@ void QueryOrchestrator::stop()
         query->transfer->cancel();
     log(QStringLiteral("Answer stopped by the user (%1 chars kept)")
             .arg(characterCount(query->answer)));
-    forget(query);
     if (query->answer.isEmpty()) {
-        m_with.display.abandonStream();
-        renderCurrentThread();
+        leavePage();
+        forget(query);
+        showCurrentThread();
     } else {
-        m_with.display.handleStreamEnd();
-        storeAnswer(query, true);
+        if (m_isShownOnPage)
+            m_with.display.handleStreamEnd();
+        forget(query);
+        storeAnswer(query);
     }
     m_with.threads.release(query->threadId);
     m_stopped = true;
@@ -404,6 +428,7 @@ void QueryOrchestrator::cancelAll()
 {
     const QList<ActiveQueryPtr> queries = std::exchange(m_queries, {});
     m_shown.reset();
+    m_isShownOnPage = false;
     for (const ActiveQueryPtr &query : queries) {
         if (query->transfer)
             query->transfer->cancel();
@@ -411,44 +436,25 @@ void QueryOrchestrator::cancelAll()
     }
 }
 
-void QueryOrchestrator::renderCurrentThread()
+void QueryOrchestrator::showCurrentThread()
 {
-    if (const auto &session = m_with.threads.currentSession())
+    const auto &session = m_with.threads.currentSession();
+    if (m_shown) {
+        m_isShownOnPage = true;
+        m_with.display.resumeStream(session, m_shown->turnPrompt, m_shown->queryStart,
+                                    m_shown->screenshot, m_shown->answer);
+    } else if (session) {
         m_with.display.renderThread(*session);
+    }
 }
 
 void QueryOrchestrator::fireTelemetry(const ActiveQueryPtr &query, const DoneInfo &info,
                                       qint64 usedAfter)
 {
-    const auto token = m_with.session.sessionToken();
-    if (!token)
-        return;
-    const qint64 cap = m_with.messages.tokenCap();
-    const QDateTime now = m_with.clock();
-    const auto millisecondsSinceStart = [&query](const QDateTime &moment) {
-        return static_cast<double>(query->queryStart.msecsTo(moment));
-    };
-    m_with.service.sendTelemetry(
-        *token,
-        {
-            {QStringLiteral("model_used"), query->model.value_or(QStringLiteral("unknown"))},
-            {QStringLiteral("used_fallback"), info.usedFallback},
-            {QStringLiteral("prompt_chars"), query->promptCharacters},
-            {QStringLiteral("has_image"), query->hasImage},
-            {QStringLiteral("response_time_ms"), millisecondsSinceStart(now)},
-            // An answer without any text has its first token when it is complete.
-            {QStringLiteral("time_to_first_token_ms"),
-             millisecondsSinceStart(query->firstToken.value_or(now))},
-            {QStringLiteral("input_tokens"), 0},
-            {QStringLiteral("output_tokens"), 0},
-            {QStringLiteral("total_tokens"), info.tokensUsed},
-            {QStringLiteral("tokens_used_before"), query->tokensUsedBefore},
-            {QStringLiteral("tokens_remaining_after"), cap - usedAfter},
-            {QStringLiteral("token_cap"), cap},
-            {QStringLiteral("over_cap"), cap < usedAfter},
-            {QStringLiteral("app_version"), QLatin1String(AppConfig::appVersion)},
-            {QStringLiteral("platform"), QStringLiteral("mac")},
-        });
+    if (const auto token = m_with.session.sessionToken())
+        m_with.service.sendTelemetry(
+            *token,
+            telemetryRecord(*query, info, m_with.clock(), usedAfter, m_with.messages.tokenCap()));
 }
 
 } // namespace quellora

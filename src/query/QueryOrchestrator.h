@@ -15,6 +15,7 @@
 
 namespace quellora {
 
+struct ActiveQuery;
 class AnswerDisplay;
 class ProxyQueryService;
 class RunningQuery;
@@ -27,8 +28,8 @@ class UserDefaults;
 /// sending, Send and Add note; the context prompt, the running query and its telemetry.
 ///
 /// Main thread only; captures run on a worker, the transfer in the event loop. Several answers may
-/// be under way; the newest one is on show, older ones are collected and join their own thread
-/// when they finish, so nothing is lost or mixed up.
+/// be under way; the newest one of the current thread is on show, the others are collected and join
+/// their own thread when they finish, so nothing is lost or mixed up.
 class QueryOrchestrator : public QObject
 {
     Q_OBJECT
@@ -63,6 +64,8 @@ public:
     /// Cancels the answer on show and keeps what has arrived as its turn; with nothing arrived the
     /// waiting entry goes away. Does nothing when no answer is under way.
     void stop();
+    /// Shows the current thread with the answer under way in it, if any.
+    void showCurrentThread();
     /// Cancels every transfer without a trace on the display: the session is over.
     void cancelAll();
 
@@ -85,7 +88,6 @@ Q_SIGNALS:
     void captureSucceeded();
 
 private:
-    struct ActiveQuery;
     using ActiveQueryPtr = std::shared_ptr<ActiveQuery>;
 
     void startCapture(std::function<void(const ScreenshotCapture::Outcome &)> done);
@@ -104,17 +106,21 @@ private:
     void queryFinished(const ActiveQueryPtr &query, const QueryOutcome &outcome);
     void querySucceeded(const ActiveQueryPtr &query, const DoneInfo &info);
     void queryFailed(const ActiveQueryPtr &query, const QueryError &error);
-    void storeAnswer(const ActiveQueryPtr &query, bool wasShown);
+    void storeAnswer(const ActiveQueryPtr &query);
     void forget(const ActiveQueryPtr &query);
+    ActiveQueryPtr newestOfCurrentThread() const;
+    void followThread();
+    void leavePage();
     void fireTelemetry(const ActiveQueryPtr &query, const DoneInfo &info, qint64 usedAfter);
-    void renderCurrentThread();
 
     Collaborators m_with;
     std::optional<QString> m_selectedModelId;
     /// Every answer under way, oldest first.
     QList<ActiveQueryPtr> m_queries;
-    /// The one on show, if it is still under way.
+    /// The newest one of the current thread: the strip tells of it, Stop ends it.
     ActiveQueryPtr m_shown;
+    /// Its text goes into the page; not while an error page has taken the place.
+    bool m_isShownOnPage = false;
     int m_capturesRunning = 0;
     bool m_stopped = false;
 };

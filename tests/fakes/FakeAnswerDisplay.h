@@ -30,6 +30,16 @@ public:
         streamScreenshot = shot;
         streamed.clear();
     }
+    void resumeStream(const std::optional<CaptureSession> &session, const QString &prompt,
+                      const QDateTime &, const std::optional<CaptureSession::Screenshot> &shot,
+                      const QString &answer) override
+    {
+        calls.append(QStringLiteral("resumeStream"));
+        streamSession = session;
+        streamPrompt = prompt;
+        streamScreenshot = shot;
+        streamed = answer;
+    }
     void handleStreamChunk(const QString &text) override { streamed += text; }
     void handleStreamEnd() override { calls.append(QStringLiteral("streamEnd")); }
     void abandonStream() override { calls.append(QStringLiteral("abandonStream")); }

@@ -43,6 +43,8 @@ private slots:
     void slowPageGetsTheNewestBuffer();
     void abandonReturnsWhatArrived();
     void chunkAfterTheEndIsRendered();
+    void resumeShowsWhatHasArrived();
+    void resumeWithoutTextWaits();
 
 private:
     void start()
@@ -249,6 +251,36 @@ void TestStreamingRenderer::chunkAfterTheEndIsRendered()
     m_renderer->handleStreamEnd();
     m_renderer->handleStreamChunk(QStringLiteral("b"));
     QCOMPARE(m_surface->scripts.last(), render("b"));
+}
+
+void TestStreamingRenderer::resumeShowsWhatHasArrived()
+{
+    startAndFinishShell();
+    m_renderer->handleStreamChunk(QStringLiteral("one "));
+    QSignalSpy shows(m_renderer.get(), &StreamingRenderer::showWindowRequested);
+    const auto before = static_cast<int>(m_surface->loads.size());
+    m_log->clear();
+    m_renderer->resume(std::nullopt, QStringLiteral("question"), QDateTime::currentDateTime(),
+                       std::nullopt, QStringLiteral("one "));
+    QCOMPARE(m_log->lines.first(), line("Stream resumed (4 chars)"));
+    m_renderer->handleStreamChunk(QStringLiteral("two"));
+    QVERIFY(shown(before + 1));
+    m_surface->finishLoad();
+    QCOMPARE(m_renderer->streamBuffer(), QStringLiteral("one two"));
+    QVERIFY(m_log->contains(line("Streaming shell ready, draining 2 queued chunk(s)")));
+    QCOMPARE(shows.size(), 0);
+    QCOMPARE(m_renderer->handleStreamEnd(), QStringLiteral("one two"));
+}
+
+void TestStreamingRenderer::resumeWithoutTextWaits()
+{
+    m_renderer->resume(std::nullopt, QStringLiteral("question"), QDateTime::currentDateTime(),
+                       std::nullopt, QString());
+    QVERIFY(shown());
+    m_log->clear();
+    m_surface->finishLoad();
+    QVERIFY(m_log->contains(line("Streaming shell ready")));
+    QVERIFY(!m_log->contains(line("First chunk received, hiding loading dots")));
 }
 
 QTEST_GUILESS_MAIN(TestStreamingRenderer)

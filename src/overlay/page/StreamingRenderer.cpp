@@ -20,6 +20,26 @@ void StreamingRenderer::handleStreamStart(
     const QDateTime &queryStart, const std::optional<CaptureSession::Screenshot> &screenshot)
 {
     Log::event(QStringLiteral("[OverlayWindowController] Stream start received"));
+    loadShell(session, prompt, queryStart, screenshot);
+    emit showWindowRequested();
+}
+
+void StreamingRenderer::resume(const std::optional<CaptureSession> &session, const QString &prompt,
+                               const QDateTime &queryStart,
+                               const std::optional<CaptureSession::Screenshot> &screenshot,
+                               const QString &answer)
+{
+    Log::event(QStringLiteral("[OverlayWindowController] Stream resumed (%1 chars)")
+                   .arg(characterCount(answer)));
+    loadShell(session, prompt, queryStart, screenshot);
+    if (!answer.isEmpty())
+        m_pendingChunks.append(answer);
+}
+
+void StreamingRenderer::loadShell(const std::optional<CaptureSession> &session,
+                                  const QString &prompt, const QDateTime &queryStart,
+                                  const std::optional<CaptureSession::Screenshot> &screenshot)
+{
     m_streamBuffer.clear();
     m_isFirstChunk = true;
     m_pendingChunks.clear();
@@ -29,7 +49,6 @@ void StreamingRenderer::handleStreamStart(
     Log::event(QStringLiteral("[OverlayWindowController] loadStreamingThreadShell() — building "
                               "shell HTML"));
     m_loadingShell = m_display.loadStreamingShell(session, prompt, queryStart, screenshot);
-    emit showWindowRequested();
 }
 
 void StreamingRenderer::handleStreamChunk(const QString &text)

@@ -27,6 +27,11 @@ public:
     void handleStreamStart(const std::optional<CaptureSession> &session, const QString &prompt,
                            const QDateTime &queryStart,
                            const std::optional<CaptureSession::Screenshot> &screenshot);
+    /// Shows an answer under way again with @p answer, which has arrived already; its thread may
+    /// have changed meanwhile.
+    void resume(const std::optional<CaptureSession> &session, const QString &prompt,
+                const QDateTime &queryStart,
+                const std::optional<CaptureSession::Screenshot> &screenshot, const QString &answer);
     void handleStreamChunk(const QString &text);
     /// Renders the answer a last time, with highlighted code. Returns the complete answer, with the
     /// chunks that still waited for the page.
@@ -44,6 +49,9 @@ signals:
     void showWindowRequested();
 
 private:
+    void loadShell(const std::optional<CaptureSession> &session, const QString &prompt,
+                   const QDateTime &queryStart,
+                   const std::optional<CaptureSession::Screenshot> &screenshot);
     void onPageFinished(ResponseDisplay::PageId page);
     void processStreamChunk(const QString &text);
     void renderStreamBuffer();
