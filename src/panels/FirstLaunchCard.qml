@@ -30,6 +30,7 @@ Card {
             id: words
             text: row.text
             type: Tokens.body
+            color: "#d9dbe1"
             width: row.fits ? implicitWidth : row.width
             elide: Text.ElideRight
         }
@@ -43,6 +44,7 @@ Card {
 
     component KeyCap: Kbd {
         height: 18
+        pad: 6
         visible: text.length > 0
     }
 
@@ -50,6 +52,7 @@ Card {
         x: 14
         y: 10
         name: "keyboard"
+        color: card.theme.text
     }
     Label {
         id: title

@@ -103,6 +103,7 @@ Card {
                 height: parent.height
                 text: row.displayName
                 type: Tokens.body
+                font.weight: Font.Medium
                 elide: Text.ElideRight
                 Accessible.ignored: true
             }

@@ -14,7 +14,7 @@ Basic.AbstractButton {
 
     objectName: "modelPicker"
     implicitHeight: 28
-    implicitWidth: 6 + label.width + 4 + 14 + 5
+    implicitWidth: 6 + label.width + 4 + 12 + 6
     hoverEnabled: true
     focusPolicy: Qt.TabFocus
     enabled: panels.models.count > 0
@@ -45,7 +45,7 @@ Basic.AbstractButton {
         Icon {
             x: label.x + label.width + 4
             y: Math.round((picker.height - height) / 2)
-            size: 14
+            size: 12
             name: picker.isOpen ? "chevron-up" : "chevron-down"
             color: picker.theme.icon
         }

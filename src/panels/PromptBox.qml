@@ -151,7 +151,7 @@ Rectangle {
         x: box.edge
         y: box.rowY
         panels: box.panels
-        maximumLabelWidth: box.compact ? 59 : 120
+        maximumLabelWidth: box.compact ? 60 : 120
         isOpen: box.isModelListOpen
         onClicked: box.modelListToggled()
     }

@@ -64,7 +64,7 @@ Card {
         id: chevron
         objectName: "collapseMessage"
         visible: !card.blocking
-        x: card.blocking ? card.width - 10 : card.width - width - 6
+        x: card.blocking ? card.width - 10 : card.width - width - 4
         y: (card.headerHeight - height) / 2
         width: card.blocking ? 0 : implicitWidth
         iconName: card.collapsed ? "chevron-right" : "chevron-down"

@@ -35,7 +35,8 @@ QString fragmentHtml(const QTextFragment &fragment, const StyledMarkdown::Style 
     if (format.fontFixedPitch())
         html = QStringLiteral("<code>%1</code>").arg(html);
     if (format.fontWeight() > QFont::Normal)
-        html = QStringLiteral("<b style=\"color:%1\">%2</b>").arg(style.strongColor, html);
+        html = QStringLiteral("<span style=\"font-weight:600;color:%1\">%2</span>")
+                   .arg(style.strongColor, html);
     if (format.fontItalic())
         html = QStringLiteral("<i style=\"color:%1\">%2</i>").arg(style.emphasisColor, html);
     if (format.fontStrikeOut())
@@ -103,7 +104,8 @@ StyledMarkdown StyledMarkdown::fromMarkdown(const QString &markdown, const Style
             continue;
         const QString marker = listMarker(block);
         if (block.blockFormat().headingLevel() > 0)
-            html = QStringLiteral("<b style=\"color:%1\">%2</b>").arg(style.strongColor, html);
+            html = QStringLiteral("<span style=\"font-weight:600;color:%1\">%2</span>")
+                       .arg(style.strongColor, html);
         paragraphs.append(QStringLiteral("<p style=\"margin:%1px 0 0 0;-qt-line-height-type:fixed;"
                                          "line-height:%2px\">%3%4</p>")
                               .arg(paragraphs.isEmpty() ? 0 : style.paragraphGap)

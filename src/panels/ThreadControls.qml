@@ -28,6 +28,7 @@ Item {
             y: 7
             size: 14
             name: "hard-drive"
+            color: Tokens.frame.icon
         }
         Label {
             id: words
@@ -44,7 +45,9 @@ Item {
         objectName: "sendHint"
         readonly property bool fits: row.width >= 560 - 24
         visible: fits && row.panels.isPromptFocused
-        anchors.centerIn: parent
+        // Centred in the space that the two controls leave.
+        x: Math.round((save.x + save.width + newThread.x - width) / 2)
+        height: parent.height
         text: qsTr("Return sends · Shift+Return adds a line")
         type: Tokens.caption
         color: Tokens.frame.dimText
@@ -75,7 +78,6 @@ Item {
                 height: parent.height
                 text: newThread.text
                 type: Tokens.control
-                font.weight: Font.Normal
                 color: newThread.hovered ? newThread.theme.text : newThread.theme.dimText
                 Accessible.ignored: true
             }

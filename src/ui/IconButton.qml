@@ -35,7 +35,7 @@ Basic.AbstractButton {
     function defaultForeground() {
         if (boxed && (!enabled || blocked))
             return theme.disabledGlyph
-        if (look === IconButton.Filled)
+        if (boxed)
             return theme.textOnAccent
         if (active)
             return theme.accentText

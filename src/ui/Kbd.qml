@@ -6,8 +6,10 @@ Rectangle {
 
     property alias text: label.text
     property ThemeTokens theme: Tokens.frame
+    /// Space on either side of the words.
+    property int pad: 5
 
-    implicitWidth: label.implicitWidth + 2 * 5
+    implicitWidth: label.implicitWidth + 2 * kbd.pad
     implicitHeight: 16
     radius: Tokens.radiusKbd
     color: Tokens.faded(kbd.theme.text, 0.08)

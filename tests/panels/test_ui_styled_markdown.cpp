@@ -15,7 +15,7 @@ private Q_SLOTS:
         QCOMPARE(styled.plainText,
                  QStringLiteral("You have used all.\nPlease upgrade.\nThen sign in again."));
         QCOMPARE(styled.richText.count(QStringLiteral("<p ")), 3);
-        QVERIFY(styled.richText.contains(QStringLiteral(">all</b>")));
+        QVERIFY(styled.richText.contains(QStringLiteral(">all</span>")));
         QVERIFY(styled.richText.contains(QStringLiteral(">Then sign in again.</i>")));
     }
 

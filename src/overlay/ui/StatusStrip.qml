@@ -62,7 +62,8 @@ FocusScope {
         Item {
             objectName: "status"
             visible: strip.hasStatus
-            width: statusWords.x + statusWords.width + (seconds.visible ? seconds.width + 4 : 0)
+            width: statusWords.x + statusWords.width
+                   + (seconds.visible ? seconds.width + seconds.gap : 0)
             height: parent.height
             // Changes of the name are announced without taking the focus.
             Accessible.role: Accessible.StatusBar
@@ -97,8 +98,9 @@ FocusScope {
             }
             Label {
                 id: seconds
+                readonly property int gap: strip.status === OverlayModel.Streaming ? 8 : 4
                 visible: strip.isBusy && !strip.compact
-                x: statusWords.x + statusWords.width + 4
+                x: statusWords.x + statusWords.width + gap
                 height: parent.height
                 text: strip.overlay.secondsText
                 type: Tokens.label

@@ -16,7 +16,7 @@ Basic.AbstractButton {
     objectName: "usageBadge"
     text: qsTr("Usage %1%").arg(badge.overlay.usagePercent)
     implicitHeight: 28
-    implicitWidth: 10 + words.implicitWidth + (isBarShown ? 9 + 44 : 0) + 10
+    implicitWidth: 10 + words.implicitWidth + (isBarShown ? 8 + 44 : 0) + 10
     hoverEnabled: true
     focusPolicy: Qt.TabFocus
 
