@@ -2,9 +2,13 @@
 
 #include "app/Log.h"
 
-#include <QNetworkReply>
+#include "backend/Http.h"
+#include "backend/HttpExchange.h"
+
+#include <QFutureWatcher>
 #include <QPromise>
 
+#include <chrono>
 #include <memory>
 #include <utility>
 
@@ -12,22 +16,12 @@ namespace quellora {
 
 namespace {
 
-constexpr int timeoutMs = 60'000;
-/// A sign-in answer is a few kilobytes; anything far beyond it is not ours.
-constexpr qint64 maxBodyBytes = 4 * 1024 * 1024;
+using namespace std::chrono_literals;
 
-QNetworkRequest makeRequest(const QUrl &url)
-{
-    QNetworkRequest request(url);
-    request.setTransferTimeout(timeoutMs);
-    // A redirect must never carry credentials elsewhere; it counts as an unexpected status.
-    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
-                         QNetworkRequest::ManualRedirectPolicy);
-    request.setAttribute(QNetworkRequest::CookieLoadControlAttribute, QNetworkRequest::Manual);
-    request.setAttribute(QNetworkRequest::CookieSaveControlAttribute, QNetworkRequest::Manual);
-    request.setAttribute(QNetworkRequest::AuthenticationReuseAttribute, QNetworkRequest::Manual);
-    return request;
-}
+/// How long the network may say nothing.
+constexpr auto silence = 60s;
+/// An answer that trickles in is given up after this, however alive it looks.
+constexpr HttpExchange::Limits limits{200, 4 * 1024 * 1024, 180s};
 
 void addCommonHeaders(QNetworkRequest &request)
 {
@@ -47,7 +41,7 @@ AuthService::AuthService(QNetworkAccessManager &network, BackendEndpoints endpoi
 
 QFuture<LoginResult> AuthService::login(const QString &email, const QString &password)
 {
-    QNetworkRequest request = makeRequest(m_endpoints.appLogin());
+    QNetworkRequest request = http::request(m_endpoints.appLogin(), silence);
     addCommonHeaders(request);
     return post(request, encodeLoginRequest(email, password, m_device()),
                 QStringLiteral("[AuthService] Login failed: "),
@@ -57,11 +51,16 @@ QFuture<LoginResult> AuthService::login(const QString &email, const QString &pas
 
 QFuture<LoginResult> AuthService::verify(const QString &token)
 {
-    QNetworkRequest request = makeRequest(m_endpoints.appVerify());
-    request.setRawHeader("Authorization", "Bearer " + token.toUtf8());
+    const QByteArray bearer = token.toUtf8();
+    const QString failurePrefix = QStringLiteral("[AuthService] Token verification failed: ");
+    if (!http::isHeaderValue(bearer)) {
+        Log::event(failurePrefix + QStringLiteral("network error: ") + http::badTokenText());
+        return QtFuture::makeReadyFuture<LoginResult>(tl::unexpected(AuthError::networkError(-1)));
+    }
+    QNetworkRequest request = http::request(m_endpoints.appVerify(), silence);
+    request.setRawHeader("Authorization", "Bearer " + bearer);
     addCommonHeaders(request);
-    return post(request, encodeVerifyRequest(m_device()),
-                QStringLiteral("[AuthService] Token verification failed: "),
+    return post(request, encodeVerifyRequest(m_device()), failurePrefix,
                 QStringLiteral("invalid or expired token"),
                 QStringLiteral("[AuthService] Token verification successful"));
 }
@@ -85,22 +84,23 @@ QFuture<LoginResult> AuthService::post(const QNetworkRequest &request, const QBy
 {
     const auto promise = std::make_shared<QPromise<LoginResult>>();
     promise->start();
-    QNetworkReply *reply = m_network.post(request, body);
-    connect(reply, &QNetworkReply::downloadProgress, reply, [reply](qint64 received, qint64) {
-        if (received > maxBodyBytes)
-            reply->abort();
-    });
-    connect(reply, &QNetworkReply::finished, this,
-            [this, reply, promise, failurePrefix, unauthorizedReason, successLine] {
-                reply->deleteLater();
-                promise->addResult(
-                    classify(*reply, failurePrefix, unauthorizedReason, successLine));
-                promise->finish();
-            });
+    auto *exchange = new HttpExchange(http::postOnce(m_network, request, body), limits, this);
+    connect(
+        exchange, &HttpExchange::finished, this,
+        [this, promise, failurePrefix, unauthorizedReason, successLine](const HttpAnswer &answer) {
+            if (promise->isCanceled())
+                return;
+            promise->addResult(classify(answer, failurePrefix, unauthorizedReason, successLine));
+            promise->finish();
+        });
+    // Whoever cancels the future wants neither the answer nor the transfer.
+    auto *watcher = new QFutureWatcher<LoginResult>(exchange);
+    connect(watcher, &QFutureWatcherBase::canceled, exchange, &QObject::deleteLater);
+    watcher->setFuture(promise->future());
     return promise->future();
 }
 
-LoginResult AuthService::classify(QNetworkReply &reply, const QString &failurePrefix,
+LoginResult AuthService::classify(const HttpAnswer &answer, const QString &failurePrefix,
                                   const QString &unauthorizedReason, const QString &successLine)
 {
     const auto fail = [&failurePrefix](const QString &reason, AuthError error) -> LoginResult {
@@ -108,27 +108,31 @@ LoginResult AuthService::classify(QNetworkReply &reply, const QString &failurePr
         return tl::unexpected(error);
     };
 
-    const QVariant statusValue = reply.attribute(QNetworkRequest::HttpStatusCodeAttribute);
-    const int status = statusValue.toInt();
-    const bool transferFailed =
-        reply.error() != QNetworkReply::NoError && (!statusValue.isValid() || status == 200);
-    if (transferFailed)
-        return fail(QStringLiteral("network error: ") + reply.errorString(),
+    if (answer.failure)
+        return fail(QStringLiteral("network error: ") + *answer.failure,
                     AuthError::networkError(-1));
-    if (!statusValue.isValid())
+    switch (answer.status) {
+    case 0:
         return fail(QStringLiteral("response was not HTTP"), AuthError::networkError(-1));
-    if (status == 403)
+    case 403:
         return fail(QStringLiteral("account suspended"), AuthError::accountSuspended());
-    if (status == 401)
+    case 401:
         return fail(unauthorizedReason, AuthError::invalidCredentials());
-    if (status != 200)
-        return fail(QStringLiteral("unexpected status code %1").arg(status),
-                    AuthError::networkError(status));
+    case 200:
+        break;
+    default:
+        return fail(QStringLiteral("unexpected status code %1").arg(answer.status),
+                    AuthError::networkError(answer.status));
+    }
 
-    auto response = LoginResponse::decode(reply.readAll());
-    if (!response)
-        return fail(QStringLiteral("could not decode response: ") + response.error().description,
+    const QString undecodable = QStringLiteral("could not decode response: ");
+    if (answer.isTooLong)
+        return fail(undecodable +
+                        QStringLiteral("it is longer than %1 bytes").arg(limits.bodyBytes),
                     AuthError::decodingError());
+    auto response = LoginResponse::decode(answer.body);
+    if (!response)
+        return fail(undecodable + response.error().description, AuthError::decodingError());
     setSession(response->token, response->config);
     Log::event(successLine);
     return *std::move(response);

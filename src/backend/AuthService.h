@@ -11,14 +11,16 @@
 #include <functional>
 #include <optional>
 
-class QNetworkReply;
-
 namespace quellora {
+
+struct HttpAnswer;
 
 using LoginResult = tl::expected<LoginResponse, AuthError>;
 
 /// Signs in with e-mail and password, verifies tokens, and holds the session in memory only.
 /// Main thread; the network wait does not block it. Failures are logged once and never retried.
+///
+/// Cancelling a future, or deleting the service, ends the call: nothing is stored or logged then.
 class AuthService : public QObject
 {
     Q_OBJECT
@@ -43,7 +45,7 @@ private:
     QFuture<LoginResult> post(const QNetworkRequest &request, const QByteArray &body,
                               const QString &failurePrefix, const QString &unauthorizedReason,
                               const QString &successLine);
-    LoginResult classify(QNetworkReply &reply, const QString &failurePrefix,
+    LoginResult classify(const HttpAnswer &answer, const QString &failurePrefix,
                          const QString &unauthorizedReason, const QString &successLine);
 
     QNetworkAccessManager &m_network;

@@ -1,6 +1,7 @@
 #include "query/HttpQuery.h"
 
 #include "app/Log.h"
+#include "backend/Http.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -23,38 +24,7 @@ std::optional<qint64> integerOf(const QJsonValue &value)
     return number == none ? std::nullopt : std::optional(number);
 }
 
-/// Whether the transfer broke. Statuses that the reply restates as errors do not count, nor does
-/// the end of a body that lasts as long as its connection: the network classes may take that for
-/// a reason to ask again, and report that they cannot.
-bool isBroken(const QNetworkReply &reply)
-{
-    switch (reply.error()) {
-    case QNetworkReply::NoError:
-    case QNetworkReply::UnknownContentError:
-        return false;
-    case QNetworkReply::ContentReSendError:
-        return reply.hasRawHeader("Content-Length") || reply.hasRawHeader("Transfer-Encoding");
-    default:
-        return true;
-    }
-}
-
 } // namespace
-
-QString HttpQuery::timeoutText()
-{
-    return QStringLiteral("The request timed out.");
-}
-
-QString HttpQuery::describe(const QNetworkReply &reply)
-{
-    // Nobody but the transfer time-out cancels a reply that still has its listener.
-    if (reply.error() == QNetworkReply::OperationCanceledError)
-        return timeoutText();
-    if (reply.error() == QNetworkReply::ContentReSendError)
-        return QStringLiteral("The network connection was lost.");
-    return reply.errorString();
-}
 
 HttpQuery::HttpQuery(const QueryError &error)
 {
@@ -95,19 +65,7 @@ void HttpQuery::release()
     if (reply == nullptr)
         return;
     reply->disconnect(this);
-    endTransfer(reply);
-}
-
-void HttpQuery::endTransfer(QNetworkReply *reply)
-{
-    // Queued, because a reply does not bear being aborted within its own signals.
-    QMetaObject::invokeMethod(
-        reply,
-        [reply] {
-            reply->abort();
-            reply->deleteLater();
-        },
-        Qt::QueuedConnection);
+    http::endTransfer(reply);
 }
 
 void HttpQuery::readResponse()
@@ -224,7 +182,7 @@ void HttpQuery::replyFinished()
     switch (m_body) {
     case Body::Unknown:
         if (m_reply->error() != QNetworkReply::NoError) {
-            const QString text = describe(*m_reply);
+            const QString text = http::describe(*m_reply);
             Log::event(QStringLiteral("[ProxyQueryService] Network error: ") + text);
             fail({QueryError::Kind::NetworkError, 0, {}, 0, text});
         } else {
@@ -236,14 +194,14 @@ void HttpQuery::replyFinished()
         }
         break;
     case Body::Refusal:
-        if (isBroken(*m_reply))
-            fail({QueryError::Kind::Transport, 0, {}, 0, describe(*m_reply)});
+        if (http::isBroken(*m_reply))
+            fail({QueryError::Kind::Transport, 0, {}, 0, http::describe(*m_reply)});
         else
             finishRefusal();
         break;
     case Body::Stream:
-        if (isBroken(*m_reply)) {
-            fail({QueryError::Kind::Transport, 0, {}, 0, describe(*m_reply)});
+        if (http::isBroken(*m_reply)) {
+            fail({QueryError::Kind::Transport, 0, {}, 0, http::describe(*m_reply)});
             return;
         }
         m_parser.finish();

@@ -18,13 +18,6 @@ class HttpQuery : public RunningQuery
 {
     Q_OBJECT
 public:
-    /// Text of a wait that exceeded its time-out.
-    static QString timeoutText();
-    /// The description of a failed reply.
-    static QString describe(const QNetworkReply &reply);
-    /// Closes a reply's connection and deletes it, as soon as the event loop runs.
-    static void endTransfer(QNetworkReply *reply);
-
     /// A query that fails with @p error as soon as the event loop runs.
     explicit HttpQuery(const QueryError &error);
     /// Takes over @p reply, which has just been started.

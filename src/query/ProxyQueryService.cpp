@@ -1,16 +1,14 @@
 #include "query/ProxyQueryService.h"
 
 #include "app/Log.h"
+#include "backend/Http.h"
 #include "query/HttpQuery.h"
 
-#include <QIODevice>
 #include <QJsonDocument>
 #include <QNetworkReply>
 #include <QNetworkRequest>
 
-#include <algorithm>
 #include <array>
-#include <cstring>
 #include <string_view>
 #include <utility>
 
@@ -74,83 +72,13 @@ bool isBase64(const QByteArray &text)
     return good;
 }
 
-/// A line break in a token would add header lines of somebody else's choice.
-bool isHeaderValue(const QByteArray &text)
-{
-    return std::all_of(text.begin(), text.end(), [](char c) {
-        const auto byte = static_cast<unsigned char>(c);
-        return byte >= 0x20 && byte != 0x7f;
-    });
-}
-
-/// A body that can be sent once. The network classes repeat a request whose connection closes
-/// before an answer, but only when they can rewind its body; a query must not be asked (and
-/// counted) twice.
-class SingleUseBody : public QIODevice
-{
-public:
-    explicit SingleUseBody(QByteArray bytes) : m_bytes(std::move(bytes))
-    {
-        open(QIODevice::ReadOnly | QIODevice::Unbuffered);
-    }
-
-    bool isSequential() const override { return true; }
-    bool atEnd() const override { return m_position == m_bytes.size(); }
-    qint64 bytesAvailable() const override
-    {
-        return m_bytes.size() - m_position + QIODevice::bytesAvailable();
-    }
-    bool reset() override { return false; }
-
-protected:
-    qint64 readData(char *data, qint64 maxSize) override
-    {
-        const qint64 count = std::min<qint64>(maxSize, m_bytes.size() - m_position);
-        if (count == 0)
-            return -1;
-        std::memcpy(data, m_bytes.constData() + m_position, static_cast<std::size_t>(count));
-        m_position += count;
-        return count;
-    }
-    qint64 writeData(const char *, qint64) override { return -1; }
-
-private:
-    QByteArray m_bytes;
-    qint64 m_position = 0;
-};
-
-QNetworkReply *post(QNetworkAccessManager &network, QNetworkRequest request,
-                    const QByteArray &bytes)
-{
-    request.setHeader(QNetworkRequest::ContentLengthHeader, bytes.size());
-    request.setAttribute(QNetworkRequest::DoNotBufferUploadDataAttribute, true);
-    auto *body = new SingleUseBody(bytes);
-    QNetworkReply *reply = network.post(request, body);
-    body->setParent(reply);
-    return reply;
-}
-
-QString badTokenText()
-{
-    return QStringLiteral("The session token contains control characters");
-}
-
 QNetworkRequest makeRequest(const QUrl &url, const QByteArray &token,
                             std::chrono::milliseconds timeout)
 {
-    QNetworkRequest request(url);
+    QNetworkRequest request = http::request(url, timeout);
     request.setRawHeader("Content-Type", "application/json");
     request.setRawHeader("Authorization", "Bearer " + token);
     request.setRawHeader("X-App-Version", AppConfig::appVersion);
-    request.setTransferTimeout(static_cast<int>(timeout.count()));
-    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
-                         QNetworkRequest::ManualRedirectPolicy);
-    request.setAttribute(QNetworkRequest::CookieLoadControlAttribute, QNetworkRequest::Manual);
-    request.setAttribute(QNetworkRequest::CookieSaveControlAttribute, QNetworkRequest::Manual);
-    request.setAttribute(QNetworkRequest::AuthenticationReuseAttribute, QNetworkRequest::Manual);
-    request.setAttribute(QNetworkRequest::CacheSaveControlAttribute, false);
-    // Cancelling is to close the socket, which a connection shared by several transfers would not.
-    request.setAttribute(QNetworkRequest::Http2AllowedAttribute, false);
     return request;
 }
 
@@ -198,12 +126,12 @@ RunningQuery *ProxyQueryService::query(const QueryRequest &request)
         return failed(
             QStringLiteral("Could not encode request body: the image is not base64 text"));
     const QByteArray token = request.sessionToken.toUtf8();
-    if (!isHeaderValue(token)) {
-        Log::event(QStringLiteral("[ProxyQueryService] Network error: ") + badTokenText());
-        return failed(badTokenText());
+    if (!http::isHeaderValue(token)) {
+        Log::event(QStringLiteral("[ProxyQueryService] Network error: ") + http::badTokenText());
+        return failed(http::badTokenText());
     }
-    return new HttpQuery(
-        post(m_network, makeRequest(m_endpoints.proxyQuery(), token, m_timeouts.query), body));
+    return new HttpQuery(http::postOnce(
+        m_network, makeRequest(m_endpoints.proxyQuery(), token, m_timeouts.query), body));
 }
 
 void ProxyQueryService::sendTelemetry(const QString &sessionToken, const QJsonObject &record)
@@ -213,27 +141,25 @@ void ProxyQueryService::sendTelemetry(const QString &sessionToken, const QJsonOb
                    text);
     };
     const QByteArray token = sessionToken.toUtf8();
-    if (!isHeaderValue(token)) {
-        logFailure(badTokenText());
+    if (!http::isHeaderValue(token)) {
+        logFailure(http::badTokenText());
         return;
     }
     QNetworkReply *reply =
-        post(m_network, makeRequest(m_endpoints.telemetry(), token, m_timeouts.telemetry),
-             QJsonDocument(record).toJson(QJsonDocument::Compact));
+        http::postOnce(m_network, makeRequest(m_endpoints.telemetry(), token, m_timeouts.telemetry),
+                       QJsonDocument(record).toJson(QJsonDocument::Compact));
     auto *listener = new QObject(reply);
     QObject::connect(reply, &QNetworkReply::readyRead, listener,
                      [reply, listener, dropped = qint64{0}]() mutable {
                          dropped += reply->skip(reply->bytesAvailable());
                          if (dropped > maxTelemetryAnswerBytes) {
                              reply->disconnect(listener);
-                             HttpQuery::endTransfer(reply);
+                             http::endTransfer(reply);
                          }
                      });
     QObject::connect(reply, &QNetworkReply::finished, listener, [reply, logFailure] {
-        const bool answered = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).isValid();
-        // With an answer, errors up to 199 are the transport's; the others restate the status.
-        if (reply->error() != QNetworkReply::NoError && (!answered || reply->error() < 200))
-            logFailure(HttpQuery::describe(*reply));
+        if (http::isBroken(*reply))
+            logFailure(http::describe(*reply));
         reply->deleteLater();
     });
 }

@@ -1,52 +1,26 @@
+#include "SignInAnswers.h"
 #include "app/NotificationCenter.h"
 #include "backend/AuthService.h"
-#include "backend/HeartbeatService.h"
 #include "backend/SessionManager.h"
-#include "fakes/LogCapture.h"
-#include "fakes/ScriptedHttpServer.h"
 #include "fakes/StatuslessNetwork.h"
 
-#include <QJsonArray>
-#include <QJsonDocument>
 #include <QSignalSpy>
 #include <QTcpServer>
 #include <QTest>
+
+#include <memory>
 
 using namespace quellora;
 using Ending = ScriptedHttpServer::Ending;
 
 namespace {
 
-QByteArray goodBody(const QByteArray &token = "fresh", int used = 10)
-{
-    return QJsonDocument(QJsonObject{{"token", QString::fromLatin1(token)},
-                                     {"sessionId", "s"},
-                                     {"config", QJsonObject{{"model", "m"},
-                                                            {"availableModels", QJsonArray()},
-                                                            {"defaultPrompt", "p"},
-                                                            {"minimumAppVersion", "1"},
-                                                            {"tokensUsed", used},
-                                                            {"tokensRemaining", 90},
-                                                            {"tokenCap", 100},
-                                                            {"usageWarning75", false},
-                                                            {"usageWarning90", false},
-                                                            {"plan", "p"},
-                                                            {"subscriptionStatus", "a"},
-                                                            {"heartbeatIntervalSeconds", 5}}}})
-        .toJson(QJsonDocument::Compact);
-}
-
-DeviceFields device()
-{
-    return {"Debian 12", {{"capture", "ctrl+c"}}, "x86_64"};
-}
-
 struct Fixture
 {
     ScriptedHttpServer server;
     QNetworkAccessManager network;
     LogCapture log;
-    AuthService auth{network, BackendEndpoints(server.baseUrl()), &device};
+    AuthService auth{network, BackendEndpoints(server.baseUrl()), &sampleDevice};
 
     void answer(int status, const QByteArray &body = {}, const QByteArray &headers = {})
     {
@@ -56,8 +30,8 @@ struct Fixture
 
 LoginResult wait(QFuture<LoginResult> future)
 {
-    while (!future.isFinished())
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    if (!QTest::qWaitFor([&future] { return future.isFinished(); }, 10'000))
+        qFatal("the call never ended");
     return future.result();
 }
 
@@ -120,7 +94,8 @@ private Q_SLOTS:
                              << "Your account has been suspended. Contact support."
                              << "account suspended"
                              << "account suspended";
-        for (const int status : {201, 204, 302, 404, 429, 500, 503}) {
+        for (const int status :
+             {201, 202, 204, 301, 302, 304, 400, 404, 407, 409, 418, 429, 500, 501, 503, 599}) {
             const QString reason = QStringLiteral("unexpected status code %1").arg(status);
             QTest::newRow(qPrintable(QString::number(status)))
                 << status << QByteArray()
@@ -172,7 +147,7 @@ private Q_SLOTS:
         closed.close();
         QNetworkAccessManager network;
         LogCapture log;
-        AuthService auth(network, BackendEndpoints(url), &device);
+        AuthService auth(network, BackendEndpoints(url), &sampleDevice);
         QCOMPARE(wait(auth.login("e", "p")).error(), AuthError::networkError(-1));
         QVERIFY(log.lines.first().startsWith("[AuthService] Login failed: network error: "));
         log.clear();
@@ -181,18 +156,41 @@ private Q_SLOTS:
             "[AuthService] Token verification failed: network error: "));
     }
 
-    void brokenBodyIsATransportFailure()
+    void lostConnectionsAreNotMadeUpFor_data()
     {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<bool>("reset");
+        for (const bool reset : {false, true}) {
+            const char *ending = reset ? "reset" : "close";
+            QTest::addRow("before an answer, %s", ending) << QByteArray() << reset;
+            QTest::addRow("after the header, %s", ending)
+                << QByteArray("HTTP/1.1 200 OK\r\nContent-Length: 5000\r\n\r\n") << reset;
+            QTest::addRow("within the body, %s", ending)
+                << QByteArray("HTTP/1.1 200 OK\r\nContent-Length: 5000\r\n\r\n{") << reset;
+        }
+    }
+    void lostConnectionsAreNotMadeUpFor()
+    {
+        QFETCH(QByteArray, bytes);
+        QFETCH(bool, reset);
         Fixture f;
-        f.server.answerWith("HTTP/1.1 200 OK\r\nContent-Length: 5000\r\n\r\n{", Ending::Close);
+        f.server.answerWith(bytes, reset ? Ending::Reset : Ending::Close);
         QCOMPARE(wait(f.auth.login("e", "p")).error(), AuthError::networkError(-1));
+        QCOMPARE(f.log.lines.size(), 1);
+        QVERIFY(f.log.lines.first().startsWith("[AuthService] Login failed: network error: "));
+        QCOMPARE(wait(f.auth.verify("t")).error(), AuthError::networkError(-1));
+        QCOMPARE(f.log.lines.size(), 2);
+        QVERIFY(f.log.lines.last().startsWith(
+            "[AuthService] Token verification failed: network error: "));
+        // The user's password and token went out once for each call.
+        QCOMPARE(f.server.requests().size(), 2);
     }
 
     void answerThatIsNotHttp()
     {
         StatuslessNetwork network;
         LogCapture log;
-        AuthService auth(network, BackendEndpoints("http://127.0.0.1:1"), &device);
+        AuthService auth(network, BackendEndpoints("http://127.0.0.1:1"), &sampleDevice);
         QCOMPARE(wait(auth.login("e", "p")).error(), AuthError::networkError(-1));
         QCOMPARE(log.lines, QStringList{"[AuthService] Login failed: response was not HTTP"});
         log.clear();
@@ -216,8 +214,71 @@ private Q_SLOTS:
     void hugeAnswerIsNotSwallowed()
     {
         Fixture f;
-        f.answer(200, QByteArray(8 * 1024 * 1024, ' '));
-        QVERIFY(!wait(f.auth.login("e", "p")));
+        // Readable, but for its size.
+        f.answer(200, goodBody() + QByteArray(10'000'000, ' '));
+        QCOMPARE(wait(f.auth.login("e", "p")).error(), AuthError::decodingError());
+        QCOMPARE(f.log.lines, QStringList{"[AuthService] Login failed: could not decode response: "
+                                          "it is longer than 4194304 bytes"});
+        QVERIFY(!f.auth.sessionToken());
+    }
+
+    void bodyOfARefusalIsNotWaitedFor()
+    {
+        Fixture f;
+        f.server.answerWith("HTTP/1.1 403 S\r\nContent-Length: 1000000000\r\n\r\n" +
+                                QByteArray(100'000, 'x'),
+                            Ending::KeepOpen);
+        QCOMPARE(wait(f.auth.login("e", "p")).error(), AuthError::accountSuspended());
+        QTRY_VERIFY(f.server.requests().first().disconnected);
+    }
+
+    void tokenWithLineBreaksIsNotSent()
+    {
+        for (const char *token : {"t\r\nX-Evil: 1", "t\n", "t\x7f"}) {
+            Fixture f;
+            QCOMPARE(wait(f.auth.verify(QLatin1String(token))).error(),
+                     AuthError::networkError(-1));
+            QCOMPARE(f.log.lines,
+                     QStringList{"[AuthService] Token verification failed: network error: The "
+                                 "session token contains control characters"});
+            QCOMPARE(f.server.connectionCount(), 0);
+        }
+    }
+
+    void emptyTokenIsVerifiedLikeAnyOther()
+    {
+        Fixture f;
+        f.answer(401);
+        QCOMPARE(wait(f.auth.verify("")).error(), AuthError::invalidCredentials());
+        QCOMPARE(f.server.requests().first().header("Authorization"), "Bearer");
+    }
+
+    void cancelledCallStoresNothing()
+    {
+        Fixture f;
+        QSignalSpy arrived(&f.server, &ScriptedHttpServer::requestArrived);
+        QFuture<LoginResult> call = f.auth.login("e", "p");
+        QVERIFY(arrived.wait());
+        call.cancel();
+        f.server.send(0, ScriptedHttpServer::answer(200, goodBody("ghost")));
+        QTRY_VERIFY(f.server.requests().first().disconnected);
+        QVERIFY(call.isFinished() && call.resultCount() == 0);
+        QVERIFY(!f.auth.sessionToken());
+        QCOMPARE(f.log.lines, QStringList());
+    }
+
+    void deletedServiceDropsItsCalls()
+    {
+        Fixture f;
+        auto service = std::make_unique<AuthService>(
+            f.network, BackendEndpoints(f.server.baseUrl()), &sampleDevice);
+        QSignalSpy arrived(&f.server, &ScriptedHttpServer::requestArrived);
+        const QFuture<LoginResult> call = service->verify("t");
+        QVERIFY(arrived.wait());
+        service.reset();
+        QVERIFY(call.isFinished() && call.resultCount() == 0);
+        QTRY_VERIFY(f.server.requests().first().disconnected);
+        QCOMPARE(f.log.lines, QStringList());
     }
 
     void credentialsNeverReachTheLog()
@@ -250,136 +311,5 @@ private Q_SLOTS:
     }
 };
 
-class HeartbeatFixture : public Fixture
-{
-public:
-    HeartbeatFixture() { auth.setSession("t", {}); }
-
-    void poll()
-    {
-        const int before = static_cast<int>(server.requests().size());
-        heartbeat.poll();
-        QTRY_VERIFY(server.requests().size() > before);
-    }
-
-    NotificationCenter notifications;
-    SessionManager session{auth, notifications};
-    HeartbeatService heartbeat{session, notifications, [this] {
-                                   return std::make_unique<AuthService>(
-                                       network, BackendEndpoints(server.baseUrl()), &device);
-                               }};
-};
-
-class TestHeartbeat : public QObject
-{
-    Q_OBJECT
-private Q_SLOTS:
-    void startLogsAndSchedulesWithoutPolling()
-    {
-        HeartbeatFixture f;
-        f.heartbeat.start(86400);
-        QCOMPARE(f.log.lines, QStringList{"[HeartbeatService] Starting, interval: 86400.0s"});
-        QVERIFY(f.heartbeat.isScheduled());
-        QCOMPARE(f.server.connectionCount(), 0);
-        f.heartbeat.stop();
-        QVERIFY(!f.heartbeat.isScheduled());
-    }
-
-    void successReplacesTokenAndConfiguration()
-    {
-        HeartbeatFixture f;
-        f.answer(200, goodBody("next", 77));
-        f.heartbeat.start(60);
-        QSignalSpy updated(&f.notifications, &NotificationCenter::configDidUpdate);
-        f.poll();
-        QTRY_COMPARE(updated.count(), 1);
-        QCOMPARE(f.session.sessionToken(), "next");
-        QCOMPARE(f.session.currentConfig()->tokensUsed, 77);
-        QCOMPARE(updated.first().first().value<AppConfigResponse>().tokensUsed, 77);
-        QVERIFY(f.log.contains("[HeartbeatService] Poll succeeded, config refreshed"));
-        QVERIFY(f.heartbeat.isScheduled());
-        // A new interval counts from the next sign-in only.
-        QCOMPARE(f.heartbeat.intervalSeconds(), 60.0);
-        QCOMPARE(f.server.requests().first().header("Authorization"), "Bearer t");
-    }
-
-    void rejectedTokenExpiresTheSessionOnce()
-    {
-        HeartbeatFixture f;
-        f.answer(401);
-        QSignalSpy expired(&f.notifications, &NotificationCenter::sessionExpired);
-        f.poll();
-        QTRY_COMPARE(expired.count(), 1);
-        QVERIFY(!f.heartbeat.isScheduled());
-        QVERIFY(f.log.lines.last() ==
-                QString::fromUtf8("[HeartbeatService] Token invalid/expired — session expired"));
-    }
-
-    void everyOtherFailureKeepsPolling_data()
-    {
-        QTest::addColumn<int>("status");
-        for (const int status : {403, 500, 204, 200})
-            QTest::newRow(qPrintable(QString::number(status))) << status;
-    }
-    void everyOtherFailureKeepsPolling()
-    {
-        QFETCH(int, status);
-        HeartbeatFixture f;
-        f.answer(status, "nonsense");
-        f.heartbeat.start(3600);
-        f.heartbeat.stop();
-        QSignalSpy expired(&f.notifications, &NotificationCenter::sessionExpired);
-        f.poll();
-        QTRY_VERIFY(f.heartbeat.isScheduled());
-        QVERIFY(f.log.lines.last().startsWith("[HeartbeatService] Poll failed (non-fatal): "));
-        QCOMPARE(expired.count(), 0);
-        QCOMPARE(f.session.sessionToken(), "t");
-    }
-
-    void withoutTokenItStops()
-    {
-        HeartbeatFixture f;
-        f.heartbeat.start(3600);
-        f.auth.clearSession();
-        f.log.clear();
-        f.heartbeat.poll();
-        QCOMPARE(f.log.lines,
-                 QStringList{QString::fromUtf8("[HeartbeatService] No session token — stopping")});
-        QVERIFY(!f.heartbeat.isScheduled());
-        QCOMPARE(f.server.connectionCount(), 0);
-    }
-
-    void answerAfterSignOutIsIgnored()
-    {
-        HeartbeatFixture f;
-        f.session.setHeartbeatStopper([&f] { f.heartbeat.stop(); });
-        QSignalSpy updated(&f.notifications, &NotificationCenter::configDidUpdate);
-        f.poll();
-        f.session.logout();
-        f.server.send(0, ScriptedHttpServer::answer(200, goodBody("ghost")));
-        QTRY_VERIFY(f.log.contains("[AuthService] Token verification successful"));
-        QCoreApplication::processEvents();
-        QVERIFY(!f.session.sessionToken());
-        QCOMPARE(updated.count(), 0);
-        QVERIFY(!f.heartbeat.isScheduled());
-    }
-
-    void zeroIntervalPollsAtOnce()
-    {
-        HeartbeatFixture f;
-        f.answer(200, goodBody());
-        f.heartbeat.start(0);
-        QTRY_VERIFY(f.server.requests().size() >= 3);
-        f.heartbeat.stop();
-    }
-};
-
-int main(int argc, char **argv)
-{
-    QCoreApplication app(argc, argv);
-    TestAuthService auth;
-    TestHeartbeat heartbeat;
-    return QTest::qExec(&auth, argc, argv) + QTest::qExec(&heartbeat, argc, argv);
-}
-
+QTEST_GUILESS_MAIN(TestAuthService)
 #include "test_auth_service.moc"

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <QTimer>
+
+#include <chrono>
+#include <functional>
+
+namespace quellora {
+
+/// Calls back once after a delay, from the event loop. Main thread.
+class OneShotTimer
+{
+public:
+    virtual ~OneShotTimer() = default;
+
+    /// Starts anew; a call that is due from an earlier start is dropped.
+    virtual void start(std::chrono::milliseconds delay) = 0;
+    virtual void stop() = 0;
+    virtual bool isActive() const = 0;
+
+    std::function<void()> onTimeout;
+};
+
+/// The real one. Time that the machine sleeps does not count.
+class QtOneShotTimer : public OneShotTimer
+{
+public:
+    QtOneShotTimer()
+    {
+        m_timer.setSingleShot(true);
+        m_timer.callOnTimeout([this] {
+            if (onTimeout)
+                onTimeout();
+        });
+    }
+
+    void start(std::chrono::milliseconds delay) override { m_timer.start(delay); }
+    void stop() override { m_timer.stop(); }
+    bool isActive() const override { return m_timer.isActive(); }
+
+private:
+    QTimer m_timer;
+};
+
+} // namespace quellora

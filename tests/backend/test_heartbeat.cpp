@@ -1,0 +1,419 @@
+#include "SignInAnswers.h"
+#include "app/NotificationCenter.h"
+#include "backend/HeartbeatService.h"
+#include "backend/SessionManager.h"
+
+#include <QSignalSpy>
+#include <QTest>
+
+#include <limits>
+#include <memory>
+#include <optional>
+
+using namespace quellora;
+using namespace std::chrono_literals;
+using Ending = ScriptedHttpServer::Ending;
+
+namespace {
+
+constexpr auto expiredLine = "[HeartbeatService] Token invalid/expired — session expired";
+constexpr auto noTokenLine = "[HeartbeatService] No session token — stopping";
+constexpr auto succeededLine = "[HeartbeatService] Poll succeeded, config refreshed";
+
+/// Fires when the test says so.
+class FakeTimer : public OneShotTimer
+{
+public:
+    void start(std::chrono::milliseconds delay) override
+    {
+        ++starts;
+        m_delay = delay;
+    }
+    void stop() override { m_delay.reset(); }
+    bool isActive() const override { return m_delay.has_value(); }
+    std::chrono::milliseconds delay() const { return m_delay.value_or(-1ms); }
+
+    void fire()
+    {
+        m_delay.reset();
+        onTimeout();
+    }
+
+    int starts = 0;
+
+private:
+    std::optional<std::chrono::milliseconds> m_delay;
+};
+
+struct Fixture
+{
+    Fixture()
+    {
+        auth.setSession("t", {});
+        session.setHeartbeatStopper([this] { heartbeat.stop(); });
+    }
+
+    void answer(int status, const QByteArray &body = {})
+    {
+        server.answerWith(ScriptedHttpServer::answer(status, body), Ending::KeepOpen);
+    }
+    /// Starts the heartbeat and forgets what that logged.
+    void start(double seconds)
+    {
+        heartbeat.start(seconds);
+        log.clear();
+    }
+    /// Lets the time that the timer was given pass.
+    void pass()
+    {
+        now += timer->delay();
+        timer->fire();
+    }
+    /// The same, until the poll's request has reached the server.
+    bool passAndReach()
+    {
+        const qsizetype before = server.requests().size();
+        pass();
+        return QTest::qWaitFor([&] { return server.requests().size() > before; });
+    }
+
+    ScriptedHttpServer server;
+    QNetworkAccessManager network;
+    LogCapture log;
+    AuthService auth{network, BackendEndpoints(server.baseUrl()), &sampleDevice};
+    NotificationCenter notifications;
+    QSignalSpy expired{&notifications, &NotificationCenter::sessionExpired};
+    QSignalSpy updated{&notifications, &NotificationCenter::configDidUpdate};
+    SessionManager session{auth, notifications};
+    std::chrono::steady_clock::time_point now{};
+    FakeTimer *timer = new FakeTimer;
+    HeartbeatService heartbeat{session, notifications,
+                               [this] {
+                                   return std::make_unique<AuthService>(
+                                       network, BackendEndpoints(server.baseUrl()), &sampleDevice);
+                               },
+                               std::unique_ptr<OneShotTimer>(timer), [this] { return now; }};
+};
+
+} // namespace
+
+class TestHeartbeat : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void startLogsTheInterval_data()
+    {
+        QTest::addColumn<double>("seconds");
+        QTest::addColumn<QString>("text");
+        QTest::newRow("one day") << 86400.0 << "86400.0";
+        QTest::newRow("one minute") << 60.0 << "60.0";
+        QTest::newRow("zero") << 0.0 << "0.0";
+        QTest::newRow("negative") << -5.0 << "-5.0";
+        QTest::newRow("fraction") << 0.25 << "0.25";
+    }
+    void startLogsTheInterval()
+    {
+        QFETCH(double, seconds);
+        QFETCH(QString, text);
+        Fixture f;
+        f.heartbeat.start(seconds);
+        QCOMPARE(
+            f.log.lines,
+            QStringList{QStringLiteral("[HeartbeatService] Starting, interval: %1s").arg(text)});
+        QCOMPARE(f.heartbeat.intervalSeconds(), seconds);
+    }
+
+    void firstPollComesAfterOneInterval()
+    {
+        Fixture f;
+        f.start(60);
+        QCOMPARE(f.timer->delay(), 60s);
+        QVERIFY(f.heartbeat.isScheduled());
+        QCoreApplication::processEvents();
+        QCOMPARE(f.server.connectionCount(), 0);
+        QVERIFY(f.passAndReach());
+        QCOMPARE(f.server.requests().first().startLine(), "POST /api/auth/app-verify HTTP/1.1");
+        QCOMPARE(f.server.requests().first().header("Authorization"), "Bearer t");
+    }
+
+    void successReplacesTokenAndConfiguration()
+    {
+        Fixture f;
+        f.answer(200, goodBody("next", 77));
+        f.start(60);
+        f.pass();
+        QTRY_COMPARE(f.updated.count(), 1);
+        QCOMPARE(f.session.sessionToken(), "next");
+        QCOMPARE(f.session.currentConfig()->tokensUsed, 77);
+        QCOMPARE(f.updated.first().first().value<AppConfigResponse>().tokensUsed, 77);
+        QCOMPARE(f.log.lines,
+                 (QStringList{"[AuthService] Token verification successful", succeededLine}));
+        // A new interval counts from the next sign-in only.
+        QCOMPARE(f.heartbeat.intervalSeconds(), 60.0);
+        QCOMPARE(f.timer->delay(), 60s);
+        QVERIFY(f.passAndReach());
+        QCOMPARE(f.server.requests().last().header("Authorization"), "Bearer next");
+    }
+
+    void nextPollIsScheduledWhenTheAnswerHasCome()
+    {
+        Fixture f;
+        f.start(60);
+        QVERIFY(f.passAndReach());
+        QVERIFY(!f.heartbeat.isScheduled());
+        f.now += 20s;
+        f.server.send(0, ScriptedHttpServer::answer(200, goodBody()));
+        QTRY_COMPARE(f.updated.count(), 1);
+        QCOMPARE(f.timer->delay(), 60s);
+    }
+
+    void oneRequestAtATime()
+    {
+        Fixture f;
+        f.start(60);
+        QVERIFY(f.passAndReach());
+        f.heartbeat.poll();
+        f.heartbeat.poll();
+        f.server.send(0, ScriptedHttpServer::answer(200, goodBody()));
+        QTRY_COMPARE(f.updated.count(), 1);
+        QCOMPARE(f.server.requests().size(), 1);
+        QCOMPARE(f.server.connectionCount(), 1);
+    }
+
+    void rejectedTokenExpiresTheSessionOnce()
+    {
+        Fixture f;
+        f.answer(401);
+        f.start(60);
+        f.pass();
+        QTRY_COMPARE(f.expired.count(), 1);
+        QVERIFY(!f.heartbeat.isScheduled());
+        QCOMPARE(f.log.lines,
+                 (QStringList{"[AuthService] Token verification failed: invalid or expired token",
+                              QString::fromUtf8(expiredLine)}));
+        // It is the delegate that ends the session.
+        QCOMPARE(f.session.sessionToken(), "t");
+        f.session.logout();
+        QCoreApplication::processEvents();
+        QCOMPARE(f.expired.count(), 1);
+        QCOMPARE(f.updated.count(), 0);
+    }
+
+    void everyOtherFailureKeepsPolling_data()
+    {
+        QTest::addColumn<int>("status");
+        QTest::addColumn<QString>("description");
+        QTest::newRow("suspended") << 403 << "Your account has been suspended. Contact support.";
+        QTest::newRow("unreadable") << 200 << "Unexpected response from server";
+        QTest::newRow("lost") << 0 << "Connection error (-1). Check your internet connection.";
+        for (const int status : {201, 204, 302, 404, 429, 500, 503}) {
+            QTest::addRow("%d", status)
+                << status
+                << QStringLiteral("Connection error (%1). Check your internet connection.")
+                       .arg(status);
+        }
+    }
+    void everyOtherFailureKeepsPolling()
+    {
+        QFETCH(int, status);
+        QFETCH(QString, description);
+        Fixture f;
+        if (status == 0)
+            f.server.answerWith({}, Ending::Reset);
+        else
+            f.answer(status, status == 204 ? "" : "nonsense");
+        f.start(3600);
+        for (int i = 0; i < 2; ++i) {
+            f.pass();
+            QTRY_VERIFY(f.heartbeat.isScheduled());
+            QCOMPARE(f.timer->delay(), 3600s);
+            QCOMPARE(f.log.lines.last(),
+                     "[HeartbeatService] Poll failed (non-fatal): " + description);
+        }
+        QCOMPARE(f.server.requests().size(), 2);
+        QCOMPARE(f.expired.count(), 0);
+        QCOMPARE(f.updated.count(), 0);
+        QCOMPARE(f.session.sessionToken(), "t");
+    }
+
+    void withoutTokenItStops()
+    {
+        Fixture f;
+        f.start(3600);
+        f.auth.clearSession();
+        f.pass();
+        QCOMPARE(f.log.lines, QStringList{QString::fromUtf8(noTokenLine)});
+        QVERIFY(!f.heartbeat.isScheduled());
+        QCOMPARE(f.server.connectionCount(), 0);
+    }
+
+    void signOutDropsThePendingPoll()
+    {
+        Fixture f;
+        f.start(60);
+        f.session.logout();
+        QVERIFY(!f.heartbeat.isScheduled());
+    }
+
+    void answerAfterSignOutIsIgnored_data()
+    {
+        QTest::addColumn<int>("status");
+        QTest::newRow("success") << 200;
+        QTest::newRow("rejection") << 401;
+        QTest::newRow("failure") << 500;
+    }
+    void answerAfterSignOutIsIgnored()
+    {
+        QFETCH(int, status);
+        Fixture f;
+        f.start(60);
+        QVERIFY(f.passAndReach());
+        f.session.logout();
+        f.log.clear();
+        f.server.send(0, ScriptedHttpServer::answer(status, goodBody("ghost")));
+        QTRY_VERIFY(f.server.requests().first().disconnected);
+        QCOMPARE(f.log.lines, QStringList());
+        QVERIFY(!f.session.sessionToken());
+        QCOMPARE(f.expired.count() + f.updated.count(), 0);
+        QVERIFY(!f.heartbeat.isScheduled());
+    }
+
+    void answerThatHasArrivedWhenSigningOutIsIgnored()
+    {
+        Fixture f;
+        f.answer(401);
+        // Signing out when the verification is over and its result is on the way.
+        Log::setSinkForTesting([&f](const QString &line) {
+            if (line.startsWith("[AuthService] Token verification"))
+                QMetaObject::invokeMethod(
+                    &f.session, [&f] { f.session.logout(); }, Qt::QueuedConnection);
+        });
+        QSignalSpy ended(&f.notifications, &NotificationCenter::sessionDidEnd);
+        f.heartbeat.start(60);
+        f.pass();
+        QTRY_COMPARE(ended.count(), 1);
+        QCoreApplication::sendPostedEvents();
+        QCoreApplication::processEvents();
+        QCOMPARE(f.expired.count(), 0);
+        QVERIFY(!f.heartbeat.isScheduled());
+    }
+
+    void answerForAnEarlierSessionDoesNotEndTheNext()
+    {
+        Fixture f;
+        f.start(60);
+        QVERIFY(f.passAndReach());
+        f.session.logout();
+        f.auth.setSession("second", {});
+        f.start(30);
+        f.server.send(0, ScriptedHttpServer::answer(401, {}));
+        QTRY_VERIFY(f.server.requests().first().disconnected);
+        QCOMPARE(f.expired.count(), 0);
+        QCOMPARE(f.timer->delay(), 30s);
+        QVERIFY(f.passAndReach());
+        QCOMPARE(f.server.requests().last().header("Authorization"), "Bearer second");
+    }
+
+    void startingAgainWhilePollingStartsOver()
+    {
+        Fixture f;
+        f.start(60);
+        QVERIFY(f.passAndReach());
+        f.start(30);
+        f.server.send(0, ScriptedHttpServer::answer(401, {}));
+        QTRY_VERIFY(f.server.requests().first().disconnected);
+        QCOMPARE(f.expired.count(), 0);
+        QCOMPARE(f.timer->delay(), 30s);
+    }
+
+    void observerMayStopIt()
+    {
+        Fixture f;
+        f.answer(200, goodBody());
+        QObject::connect(&f.notifications, &NotificationCenter::configDidUpdate, &f.heartbeat,
+                         [&f] { f.session.logout(); });
+        f.start(60);
+        f.pass();
+        QTRY_COMPARE(f.updated.count(), 1);
+        QVERIFY(!f.heartbeat.isScheduled());
+        QVERIFY(!f.session.sessionToken());
+    }
+
+    void oddIntervals_data()
+    {
+        QTest::addColumn<double>("seconds");
+        QTest::newRow("zero") << 0.0;
+        QTest::newRow("negative") << -1.0;
+        QTest::newRow("most negative") << static_cast<double>(std::numeric_limits<qint64>::min());
+        QTest::newRow("no number") << std::numeric_limits<double>::quiet_NaN();
+    }
+    void oddIntervals()
+    {
+        QFETCH(double, seconds);
+        Fixture f;
+        f.start(seconds);
+        // As fast as the network answers, and through the event loop.
+        QCOMPARE(f.timer->delay(), 0ms);
+        f.answer(200, goodBody());
+        f.pass();
+        QTRY_COMPARE(f.updated.count(), 1);
+        QCOMPARE(f.timer->delay(), 0ms);
+    }
+
+    void longIntervalsTakeSeveralTurns()
+    {
+        Fixture f;
+        constexpr auto month = 30 * 24h;
+        f.start(std::chrono::duration<double>(month).count());
+        const auto begin = f.now;
+        QVERIFY(f.timer->delay() <= std::chrono::milliseconds(std::numeric_limits<int>::max()));
+        while (f.now - begin < month) {
+            QCOMPARE(f.server.connectionCount(), 0);
+            f.pass();
+        }
+        QCOMPARE(f.now - begin, month);
+        QTRY_COMPARE(f.server.requests().size(), 1);
+    }
+
+    void hugeIntervalNeverPolls()
+    {
+        Fixture f;
+        f.start(static_cast<double>(std::numeric_limits<qint64>::max()));
+        for (int turns = 0; turns < 100; ++turns) {
+            QVERIFY(f.timer->delay() >= 24h);
+            f.pass();
+        }
+        QVERIFY(f.heartbeat.isScheduled());
+        QCOMPARE(f.server.connectionCount(), 0);
+    }
+
+    void missedIntervalsAreNotMadeUpFor()
+    {
+        Fixture f;
+        f.answer(200, goodBody());
+        f.start(60);
+        // The machine stood still for ten intervals.
+        f.now += 600s;
+        f.timer->fire();
+        QTRY_COMPARE(f.updated.count(), 1);
+        QCOMPARE(f.server.requests().size(), 1);
+        QCOMPARE(f.timer->delay(), 60s);
+    }
+
+    void theRealTimerPolls()
+    {
+        Fixture f;
+        f.answer(200, goodBody());
+        HeartbeatService heartbeat(f.session, f.notifications, [&f] {
+            return std::make_unique<AuthService>(f.network, BackendEndpoints(f.server.baseUrl()),
+                                                 &sampleDevice);
+        });
+        heartbeat.start(0);
+        QTRY_VERIFY(f.updated.count() >= 3);
+        heartbeat.stop();
+        QVERIFY(!heartbeat.isScheduled());
+    }
+};
+
+QTEST_GUILESS_MAIN(TestHeartbeat)
+#include "test_heartbeat.moc"
