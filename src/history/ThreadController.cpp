@@ -144,6 +144,29 @@ bool ThreadController::removeNote(const QUuid &noteId)
     return true;
 }
 
+bool ThreadController::forget(const QUuid &threadId)
+{
+    if (auto it = m_retained.find(threadId); it != m_retained.end())
+        it->ended.reset();
+    if (!m_current || m_current->id != threadId)
+        return false;
+    m_current.reset();
+    m_loadedFromHistory = false;
+    clearStagedScreenshot();
+    Q_EMIT sessionChanged();
+    return true;
+}
+
+void ThreadController::setCustomTitle(const QUuid &threadId, const std::optional<QString> &title)
+{
+    if (auto it = m_retained.find(threadId); it != m_retained.end() && it->ended)
+        it->ended->customTitle = title;
+    if (!m_current || m_current->id != threadId)
+        return;
+    m_current->customTitle = title;
+    Q_EMIT sessionChanged();
+}
+
 void ThreadController::openFromHistory(const CaptureSession &session)
 {
     endCurrentThread();

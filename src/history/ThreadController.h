@@ -71,6 +71,12 @@ public:
     /// Removes a note of the current thread.
     bool removeNote(const QUuid &noteId);
 
+    /// Forgets a thread that is being deleted, without saving it: neither it nor an answer that is
+    /// still under way for it comes back. Returns whether it was the current one.
+    bool forget(const QUuid &threadId);
+    /// Gives a thread another title wherever it is held, so that later saves keep it.
+    void setCustomTitle(const QUuid &threadId, const std::optional<QString> &title);
+
     /// Makes a stored thread current.
     void openFromHistory(const CaptureSession &session);
     /// Saves the thread that ends and leaves none current, nothing staged.

@@ -12,6 +12,8 @@ FocusScope {
     property string confirmText
     property string cancelText: "Cancel"
     property bool open: false
+    /// Radius of the window's lower corners that the scrim lies in.
+    property real cornerRadius: 0
 
     readonly property TypeTokens buttonType: TypeTokens {
         size: 13
@@ -44,9 +46,18 @@ FocusScope {
     Keys.onEscapePressed: dialog.cancelled()
 
     FocusTrap { scope: dialog }
-    Rectangle {
+    Item {
         anchors.fill: parent
-        color: Tokens.sheetDark.scrim
+        clip: dialog.cornerRadius > 0
+
+        Rectangle {
+            y: -radius
+            width: parent.width
+            height: parent.height + radius
+            radius: dialog.cornerRadius
+            antialiasing: radius > 0
+            color: Tokens.sheetDark.scrim
+        }
     }
     MouseArea {
         anchors.fill: parent

@@ -11,6 +11,8 @@ FocusScope {
     property bool open: false
     /// 0 covers the whole width, without a scrim.
     property int panelWidth: 0
+    /// Radius of the window's lower corners that the panel lies in.
+    property real cornerRadius: 0
     default property alias content: panel.data
     /// 0 closed, 1 open, in between while it moves.
     property real progress: open ? 1 : 0
@@ -30,11 +32,20 @@ FocusScope {
     Keys.onEscapePressed: host.closeRequested()
 
     FocusTrap { scope: host }
-    Rectangle {
+    Item {
         anchors.fill: parent
+        clip: host.cornerRadius > 0
         opacity: host.progress
         visible: host.panelWidth > 0
-        color: Tokens.sheetDark.scrim
+
+        Rectangle {
+            y: -radius
+            width: parent.width
+            height: parent.height + radius
+            radius: host.cornerRadius
+            antialiasing: radius > 0
+            color: Tokens.sheetDark.scrim
+        }
     }
     MouseArea {
         anchors.fill: parent
@@ -42,16 +53,29 @@ FocusScope {
         onClicked: host.closeRequested()
         onWheel: wheel => wheel.accepted = true
     }
-    Rectangle {
+    Item {
         id: panel
         x: Math.round(-Tokens.sheetShift * (1 - host.progress))
         width: host.panelWidth > 0 ? Math.min(host.panelWidth, host.width) : host.width
         height: host.height
         opacity: host.progress
-        color: host.theme.background
         Accessible.role: Accessible.Pane
         Accessible.name: host.name
 
+        Item {
+            anchors.fill: parent
+            clip: host.cornerRadius > 0
+
+            Rectangle {
+                // Only the corners that are the window's, too, are seen.
+                y: -radius
+                width: parent.width + (panel.width < host.width ? radius : 0)
+                height: parent.height + radius
+                radius: host.cornerRadius
+                antialiasing: radius > 0
+                color: host.theme.background
+            }
+        }
         MouseArea { anchors.fill: parent }
     }
 }

@@ -2,11 +2,14 @@
 
 #include "app/UserDefaults.h"
 #include "fakes/FakePlatform.h"
+#include "fakes/FakeThreadLibrary.h"
+#include "history/ThreadController.h"
 #include "overlay/ui/NonFocusPanel.h"
 #include "overlay/ui/OverlayModel.h"
 #include "overlay/ui/ResponseScrollbarModel.h"
 #include "panels/BottomPanelsModel.h"
 #include "panels/HamburgerMenuModel.h"
+#include "panels/history/HistoryModel.h"
 #include "ui/Ui.h"
 
 #include <QBuffer>
@@ -18,7 +21,12 @@ namespace quellora {
 /// A whole overlay over fakes: the real panel and views, nothing behind them.
 struct OverlayFixture
 {
-    OverlayFixture() : panels(defaults), panel(platform)
+    OverlayFixture()
+        : panels(defaults)
+        , threads(defaults, nullptr)
+        , history(library, threads)
+        , sidebar(history, threads, QLocale(QStringLiteral("en_US")), [this] { return now; })
+        , panel(platform)
     {
         prepareQmlEngine(engine);
         defaults.setString(QLatin1String(DefaultsKey::userPrompt), QString());
@@ -43,7 +51,8 @@ struct OverlayFixture
 
     void show()
     {
-        panel.setContent(engine, {overlay, panels, menu, scrollbar, responseView, nullptr});
+        panel.setContent(engine,
+                         {overlay, panels, menu, scrollbar, responseView, nullptr, &sidebar});
         panel.show();
     }
 
@@ -72,6 +81,30 @@ struct OverlayFixture
         payload.actionLabel = QStringLiteral("Upgrade Now");
         payload.actionUrl = QStringLiteral("https://example.com/account/billing");
         return payload;
+    }
+
+    /// Stored threads as a week of work leaves them; opens the sidebar when asked to.
+    void addThreads()
+    {
+        const auto add = [this](const char *title, const QDateTime &moment, int turns, int notes) {
+            CaptureSession session = CaptureSession::create(moment);
+            for (int i = 0; i < turns; ++i)
+                session.addTurn(QString::fromUtf8(title), QStringLiteral("Answer"), moment, moment);
+            for (int i = 0; i < notes; ++i)
+                session.addNote(QString::fromUtf8(title), moment);
+            library.sessions.insert(session.id, session);
+            return session;
+        };
+        const QDate today = now.date();
+        threads.openFromHistory(
+            add("Why does the nightly export skip the last rows for two regions?",
+                QDateTime(today, QTime(14, 41)), 3, 2));
+        add("Capacity review wording", QDateTime(today, QTime(11, 8)), 6, 0);
+        add("Explain this stack trace", QDateTime(today.addDays(-1), QTime(17, 52)), 2, 0);
+        add("", QDateTime(today.addDays(-1), QTime(9, 15)), 0, 0);
+        add("Finance wants amounts in EUR", QDateTime(today.addDays(-3), QTime(16, 20)), 0, 3);
+        add("Regular expression for order numbers", QDateTime(today.addDays(-3), QTime(10, 2)), 4,
+            1);
     }
 
     /// A JPEG that looks like a screen with a table.
@@ -115,6 +148,11 @@ struct OverlayFixture
     HamburgerMenuModel menu;
     ResponseScrollbarModel scrollbar;
     QUrl responseView;
+    QDateTime now = QDateTime(QDate(2025, 3, 14), QTime(15, 0));
+    FakeThreadLibrary library;
+    ThreadController threads;
+    HistoryController history;
+    HistoryModel sidebar;
     NonFocusPanel panel;
 };
 

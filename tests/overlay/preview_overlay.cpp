@@ -79,6 +79,15 @@ bool apply(OverlayFixture &f, const QString &word)
     } else if (word == QLatin1String("allrows")) {
         f.menu.setHistoryAvailable(true);
         f.menu.setSettingsAvailable(true);
+    } else if (word == QLatin1String("threads")) {
+        f.addThreads();
+    } else if (word == QLatin1String("history")) {
+        f.history.historyButtonClicked();
+        QCoreApplication::processEvents();
+    } else if (word.startsWith(QLatin1String("search:"))) {
+        f.sidebar.setSearchText(word.mid(7));
+    } else if (word == QLatin1String("delete")) {
+        f.sidebar.requestDelete(5);
     } else if (word == QLatin1String("opaque")) {
         f.platform.setCompositing(false);
     } else {

@@ -6,6 +6,7 @@
 #include "panels/BottomPanelsModel.h"
 #include "panels/HamburgerMenuModel.h"
 #include "panels/PanelsModule.h"
+#include "panels/history/HistoryModel.h"
 
 #include <QAccessible>
 #include <QMouseEvent>
@@ -90,6 +91,7 @@ void NonFocusPanel::setContent(QQmlEngine &engine, const OverlayContent &content
         {{QStringLiteral("overlay"), QVariant::fromValue(&overlay)},
          {QStringLiteral("panels"), QVariant::fromValue(&panels)},
          {QStringLiteral("menu"), QVariant::fromValue(&content.menu)},
+         {QStringLiteral("history"), QVariant::fromValue(content.history)},
          {QStringLiteral("scrollbar"), QVariant::fromValue(&content.scrollbar)},
          {QStringLiteral("panelWindow"), QVariant::fromValue(this)},
          {QStringLiteral("responseView"), content.responseView},

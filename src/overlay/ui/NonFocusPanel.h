@@ -16,6 +16,7 @@ namespace quellora {
 
 class BottomPanelsModel;
 class HamburgerMenuModel;
+class HistoryModel;
 class OverlayModel;
 class ResponseScrollbarModel;
 
@@ -30,6 +31,8 @@ struct OverlayContent
     QUrl responseView;
     /// Given to the component as its property `host`.
     QObject *responseHost = nullptr;
+    /// The sidebar of stored threads; none without a place for them.
+    HistoryModel *history = nullptr;
 };
 
 /// The floating panel: frameless, above other windows, never activated by being shown or clicked.

@@ -11,6 +11,7 @@ FocusScope {
     required property BottomPanelsModel panels
     required property HamburgerMenuModel menu
     required property ResponseScrollbarModel scrollbar
+    property HistoryModel history
     required property NonFocusPanel panelWindow
     property url responseView
     property QtObject responseHost
@@ -165,6 +166,19 @@ FocusScope {
         height: root.overlay.responseRect.height
     }
 
+    Loader {
+        anchors.fill: parent
+        active: root.history !== null
+
+        sourceComponent: HistorySidebarOverlay {
+            objectName: "historySidebar"
+            history: root.history
+            theme: Tokens.sheet(!root.overlay.isLightTheme)
+            compact: root.compact
+            cornerRadius: root.corner
+            opener: bar.menuButton
+        }
+    }
     Rectangle {
         anchors.fill: parent
         radius: root.corner

@@ -1,0 +1,26 @@
+#pragma once
+
+#include "history/CaptureSession.h"
+
+namespace quellora {
+
+/// What the list of stored threads knows about one: everything but its contents.
+struct ThreadSummary
+{
+    QUuid id;
+    QDateTime createdAt;
+    QDateTime updatedAt;
+    /// Title given by the user.
+    std::optional<QString> customTitle;
+    /// Title derived from the contents.
+    QString previewText;
+    qint64 turns = 0;
+    qint64 notes = 0;
+    qint64 screenshots = 0;
+
+    QString title() const { return customTitle.value_or(previewText); }
+
+    bool operator==(const ThreadSummary &) const = default;
+};
+
+} // namespace quellora

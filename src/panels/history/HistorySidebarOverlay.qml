@@ -1,0 +1,335 @@
+import QtQuick
+import Quellora.Panels
+import Quellora.Ui
+
+/// The stored threads over the overlay's content: searched, reopened, renamed and deleted. Covers
+/// its parent below the control bar.
+Item {
+    id: overlay
+
+    required property HistoryModel history
+    property ThemeTokens theme: Tokens.sheetDark
+    property bool compact: false
+    /// Radius of the window's bottom corners.
+    property real cornerRadius: 0
+    /// Gets the focus back when the sidebar closes.
+    property Item opener
+    readonly property alias sheetItem: sheet
+
+    /// Focus on a row, or on the search field when there is none.
+    function focusRow(row) {
+        if (row >= list.count)
+            row = list.count - 1
+        if (row < 0) {
+            search.forceActiveFocus(Qt.TabFocusReason)
+            return
+        }
+        list.currentIndex = row
+        list.positionViewAtIndex(row, ListView.Contain)
+        list.currentItem.forceActiveFocus(Qt.TabFocusReason)
+    }
+
+    Connections {
+        target: overlay.history
+        function onOpenChanged() {
+            if (overlay.history.isOpen) {
+                search.forceActiveFocus()
+                return
+            }
+            if (overlay.opener && (sheet.activeFocus || dialog.activeFocus))
+                overlay.opener.forceActiveFocus(Qt.TabFocusReason)
+        }
+        function onModelReset() {
+            list.currentIndex = Math.max(0, overlay.history.currentRow())
+        }
+    }
+
+    SheetHost {
+        id: sheet
+        objectName: "historySheet"
+        y: 34
+        width: parent.width
+        height: parent.height - y
+        theme: overlay.theme
+        name: qsTr("History")
+        open: overlay.history.isOpen
+        panelWidth: overlay.compact ? 0 : 300
+        cornerRadius: overlay.cornerRadius
+        onCloseRequested: overlay.history.close()
+
+        Item {
+            id: body
+            width: overlay.compact ? overlay.width : 300
+            height: sheet.height
+            readonly property int headerHeight: overlay.compact ? 40 : 48
+
+            Label {
+                x: Tokens.space4
+                width: parent.width - 60
+                height: body.headerHeight
+                text: qsTr("History")
+                type: Tokens.title
+                theme: overlay.theme
+            }
+            TextField {
+                id: search
+                objectName: "historySearch"
+                x: Tokens.space3
+                y: body.headerHeight
+                width: parent.width - 2 * x
+                leftPadding: 32
+                rightPadding: 32
+                theme: overlay.theme
+                name: qsTr("Search threads")
+                placeholderText: name
+                text: overlay.history.searchText
+                onTextEdited: overlay.history.searchText = text
+                Keys.onDownPressed: overlay.focusRow(0)
+                Keys.onReturnPressed: {
+                    if (list.count === 1)
+                        overlay.history.open(0)
+                    else
+                        overlay.focusRow(0)
+                }
+
+                Icon {
+                    x: 10
+                    anchors.verticalCenter: parent.verticalCenter
+                    name: "search"
+                    size: 14
+                    color: overlay.theme.dimText
+                }
+                IconButton {
+                    x: parent.width - width - 2
+                    anchors.verticalCenter: parent.verticalCenter
+                    visible: overlay.history.searchText.length > 0
+                    name: qsTr("Clear search")
+                    iconName: "x"
+                    iconSize: 14
+                    theme: overlay.theme
+                    onClicked: {
+                        overlay.history.searchText = ""
+                        search.forceActiveFocus()
+                    }
+                }
+            }
+            Label {
+                id: notice
+                objectName: "historyNotice"
+                x: Tokens.space4
+                y: search.y + search.height + Tokens.space2
+                width: parent.width - 2 * x
+                height: visible ? implicitHeight : 0
+                visible: text.length > 0
+                text: overlay.history.notice
+                type: Tokens.hint
+                color: overlay.theme.dangerText
+                wrapMode: Text.Wrap
+                Accessible.role: Accessible.AlertMessage
+            }
+
+            ListView {
+                id: list
+                objectName: "historyList"
+                x: Tokens.space2
+                y: notice.y + notice.height - (notice.visible ? 0 : Tokens.space1)
+                width: parent.width - 2 * x
+                height: parent.height - y - (loading.visible ? loading.height : 0)
+                model: overlay.history
+                clip: true
+                boundsBehavior: Flickable.StopAtBounds
+                highlightFollowsCurrentItem: false
+                keyNavigationEnabled: false
+                bottomMargin: Tokens.space2
+                section.property: "day"
+                section.delegate: Label {
+                    required property string section
+                    x: Tokens.space2
+                    width: list.width - 2 * x
+                    height: 32
+                    text: section
+                    type: TypeTokens { size: 11; line: 16; weight: Font.DemiBold }
+                    color: overlay.theme.dimText
+                    verticalAlignment: Text.AlignBottom
+                    Accessible.role: Accessible.Heading
+                }
+                Accessible.role: Accessible.List
+                Accessible.name: qsTr("Threads")
+
+                Keys.onUpPressed: {
+                    if (currentIndex > 0)
+                        overlay.focusRow(currentIndex - 1)
+                    else
+                        search.forceActiveFocus(Qt.TabFocusReason)
+                }
+                Keys.onDownPressed: overlay.focusRow(currentIndex + 1)
+                Keys.onPressed: event => {
+                    const page = Math.max(1, Math.floor(height / 48) - 1)
+                    if (event.key === Qt.Key_Home)
+                        overlay.focusRow(0)
+                    else if (event.key === Qt.Key_End)
+                        overlay.focusRow(count - 1)
+                    else if (event.key === Qt.Key_PageDown)
+                        overlay.focusRow(currentIndex + page)
+                    else if (event.key === Qt.Key_PageUp)
+                        overlay.focusRow(Math.max(0, currentIndex - page))
+                    else
+                        return
+                    event.accepted = true
+                }
+
+                delegate: SessionRow {
+                    theme: overlay.theme
+                    width: list.width
+                    onClicked: overlay.history.open(index)
+                    onRenamed: title => overlay.history.rename(index, title)
+                    onEditingChanged: isEditing => overlay.history.setRenaming(isEditing)
+                    onDeleteRequested: {
+                        list.currentIndex = index
+                        overlay.history.requestDelete(index)
+                    }
+                }
+            }
+            ScrollMark {
+                flickable: list
+                x: parent.width - width - 2
+                transform: Translate { y: list.y }
+                color: overlay.theme.track
+            }
+
+            Column {
+                objectName: "historyEmpty"
+                visible: list.count === 0 && !overlay.history.isLoading && !notice.visible
+                x: Tokens.space5
+                y: Math.max(list.y, Math.round((parent.height + list.y - height) / 2))
+                width: parent.width - 2 * x
+                spacing: 2
+
+                readonly property bool isSearch: overlay.history.hasThreads
+
+                Icon {
+                    anchors.horizontalCenter: parent.horizontalCenter
+                    name: parent.isSearch ? "search" : "history"
+                    size: 28
+                    color: overlay.theme.dimText
+                }
+                Item { width: 1; height: 8 }
+                Label {
+                    width: parent.width
+                    horizontalAlignment: Text.AlignHCenter
+                    text: parent.isSearch ? qsTr("No matching threads")
+                                          : qsTr("No saved threads yet")
+                    type: Tokens.section
+                    theme: overlay.theme
+                    wrapMode: Text.Wrap
+                }
+                Label {
+                    width: parent.width
+                    horizontalAlignment: Text.AlignHCenter
+                    text: parent.isSearch
+                          ? qsTr("Search looks at thread titles only.")
+                          : qsTr("Turn on “Save thread” below the prompt to keep a thread here.")
+                    type: Tokens.hint
+                    color: overlay.theme.dimText
+                    wrapMode: Text.Wrap
+                }
+                Item { width: 1; height: 8; visible: clear.visible }
+                Button {
+                    id: clear
+                    anchors.horizontalCenter: parent.horizontalCenter
+                    visible: parent.isSearch
+                    text: qsTr("Clear search")
+                    theme: overlay.theme
+                    onClicked: {
+                        overlay.history.searchText = ""
+                        search.forceActiveFocus()
+                    }
+                }
+            }
+
+            // Most lists are there before anybody could read this.
+            Column {
+                id: loading
+                objectName: "historyProgress"
+                x: Tokens.space4
+                y: parent.height - height
+                width: parent.width - 2 * x
+                visible: false
+                bottomPadding: Tokens.space3
+                spacing: Tokens.space1
+
+                Timer {
+                    interval: 250
+                    running: overlay.history.isLoading && overlay.history.isOpen
+                    onTriggered: loading.visible = true
+                    onRunningChanged: {
+                        if (!running)
+                            loading.visible = false
+                    }
+                }
+                Label {
+                    width: parent.width
+                    text: overlay.history.progressText
+                    type: Tokens.caption
+                    color: overlay.theme.dimText
+                    elide: Text.ElideRight
+                }
+                Rectangle {
+                    width: parent.width
+                    height: 2
+                    radius: 1
+                    color: overlay.theme.track
+
+                    Rectangle {
+                        width: parent.width * overlay.history.progress
+                        height: parent.height
+                        radius: 1
+                        color: overlay.theme.accent
+                    }
+                }
+            }
+
+            // Last in the order of Tab.
+            IconButton {
+                objectName: "historyClose"
+                x: parent.width - width - Tokens.space2
+                y: Math.round((body.headerHeight - height) / 2)
+                name: qsTr("Close")
+                iconName: "x"
+                theme: overlay.theme
+                onClicked: overlay.history.close()
+            }
+        }
+    }
+
+    Item {
+        anchors.fill: sheet
+
+        Dialog {
+            id: dialog
+            objectName: "deleteConfirmation"
+            theme: overlay.theme
+            cornerRadius: overlay.cornerRadius
+            title: qsTr("Delete this thread?")
+            text: overlay.history.deleteText
+            confirmText: qsTr("Delete")
+            open: overlay.history.isDeletePending
+            onCancelled: {
+                const row = list.currentIndex
+                overlay.history.cancelDelete()
+                overlay.focusRow(row)
+            }
+            onConfirmed: {
+                const row = list.currentIndex
+                overlay.history.confirmDelete()
+                overlay.focusRow(row)
+            }
+        }
+    }
+
+    Shortcut {
+        sequence: "Escape"
+        enabled: overlay.history.isOpen && !overlay.history.isRenaming
+        onActivated: overlay.history.close()
+    }
+}

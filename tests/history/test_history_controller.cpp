@@ -1,0 +1,446 @@
+#include "app/UserDefaults.h"
+#include "fakes/FakeThreadLibrary.h"
+#include "fakes/LogCapture.h"
+#include "history/DayLabel.h"
+#include "history/HistoryController.h"
+#include "history/ThreadController.h"
+
+#include <QSignalSpy>
+#include <QTest>
+
+using namespace quellora;
+
+namespace {
+
+const QDateTime noon(QDate(2026, 3, 1), QTime(12, 0));
+
+QString line(const QString &text)
+{
+    return QStringLiteral("[OverlayWindowController] ") + text;
+}
+
+class CountingSaver : public ThreadSaver
+{
+public:
+    void save(const CaptureSession &session, const QString &) override { saved.append(session); }
+    QList<CaptureSession> saved;
+};
+
+} // namespace
+
+class TestHistoryController : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void init()
+    {
+        m_library = std::make_unique<FakeThreadLibrary>();
+        m_saver = std::make_unique<CountingSaver>();
+        m_defaults = std::make_unique<JsonUserDefaults>();
+        m_threads = std::make_unique<ThreadController>(*m_defaults, m_saver.get());
+        m_history = std::make_unique<HistoryController>(*m_library, *m_threads);
+        m_log = std::make_unique<LogCapture>();
+    }
+    void cleanup()
+    {
+        m_log.reset();
+        m_history.reset();
+        m_threads.reset();
+    }
+
+    void opensNewestFirstAndSaysHowMany()
+    {
+        m_library->add("old", noon.addDays(-2));
+        m_library->add("new", noon);
+        m_library->add("middle", noon.addDays(-1));
+        open();
+        QCOMPARE(titles(), QStringList({"new", "middle", "old"}));
+        QVERIFY(m_log->contains(line("History button clicked — sidebar open=true, 3 session(s)")));
+        m_history->historyButtonClicked();
+        QVERIFY(!m_history->isHistorySidebarOpen());
+        QVERIFY(m_log->contains(line("History button clicked — sidebar open=false, 3 session(s)")));
+    }
+
+    void everyOpeningReadsAnew()
+    {
+        open();
+        QVERIFY(titles().isEmpty());
+        m_history->historyButtonClicked();
+        m_library->add("later", noon);
+        open();
+        QCOMPARE(titles(), QStringList("later"));
+        QCOMPARE(m_library->lists, 2);
+    }
+
+    void batchesAreMergedInOrder()
+    {
+        m_library->holdsList = true;
+        m_history->historyButtonClicked();
+        QVERIFY(m_history->isLoading());
+        QSignalSpy reset(m_history.get(), &HistoryController::sessionsReset);
+        QSignalSpy appended(m_history.get(), &HistoryController::sessionsAppended);
+        deliver({"c", "a"}, {-2, 0}, 5);
+        QCOMPARE(titles(), QStringList({"a", "c"}));
+        QCOMPARE(reset.size(), 1);
+        deliver({"d"}, {-3}, 5);
+        QCOMPARE(appended.size(), 1);
+        QCOMPARE(appended.at(0).at(0).toLongLong(), 2);
+        deliver({"b"}, {-1}, 5);
+        QCOMPARE(titles(), QStringList({"a", "b", "c", "d"}));
+        QCOMPARE(reset.size(), 2);
+        QCOMPARE(m_history->threadsRead(), 4);
+        QCOMPARE(m_history->threadsInAll(), 5);
+        m_library->held->finish();
+        QTRY_VERIFY(!m_history->isLoading());
+    }
+
+    void whatWasReadStaysUntilThereIsSomethingNewer()
+    {
+        m_library->add("kept", noon);
+        open();
+        m_history->historyButtonClicked();
+        m_library->holdsList = true;
+        m_history->historyButtonClicked();
+        QCOMPARE(titles(), QStringList("kept"));
+        deliver({"fresh"}, {0}, 1);
+        QCOMPARE(titles(), QStringList("fresh"));
+    }
+
+    void emptyReadingEmptiesTheList()
+    {
+        const auto thread = m_library->add("gone", noon);
+        open();
+        m_history->historyButtonClicked();
+        m_library->sessions.clear();
+        open();
+        QVERIFY(titles().isEmpty());
+    }
+
+    void closingEndsTheReading()
+    {
+        m_library->holdsList = true;
+        m_history->historyButtonClicked();
+        m_history->close();
+        QVERIFY(!m_history->isLoading());
+        QVERIFY(m_library->held->isCanceled());
+        deliver({"late"}, {0}, 1);
+        QVERIFY(titles().isEmpty());
+        // Opening once more is not disturbed by what the first reading still says.
+        auto first = m_library->held;
+        m_history->historyButtonClicked();
+        first->finish();
+        deliver({"right"}, {0}, 1);
+        QCOMPARE(titles(), QStringList("right"));
+    }
+
+    void oneLinePerThreadLeftOut()
+    {
+        m_library->add("good", noon);
+        const QUuid bad = QUuid::createUuid();
+        m_library->skipped = {{bad, "the description is damaged"}};
+        open();
+        QCOMPARE(titles(), QStringList("good"));
+        QCOMPARE(m_log->lines.filter(uuidText(bad)),
+                 QStringList(line("WARNING: Session " + uuidText(bad) +
+                                  " left out of History (non-fatal): the description is damaged")));
+        QVERIFY(m_history->notice().isEmpty());
+    }
+
+    void unreadableFolderGivesAnEmptyListAndANotice()
+    {
+        m_library->add("before", noon);
+        open();
+        m_history->historyButtonClicked();
+        m_library->listError = StoreError{StoreError::Kind::File, {}, 0, "no such folder"};
+        open();
+        QVERIFY(titles().isEmpty());
+        QVERIFY(m_log->contains(
+            line("ERROR: Failed to list sessions for History sidebar: no such folder")));
+        QCOMPARE(m_history->notice(), QStringLiteral("The saved threads can't be read."));
+        m_library->listError.reset();
+        m_history->historyButtonClicked();
+        open();
+        QVERIFY(m_history->notice().isEmpty());
+    }
+
+    void openingAThread_data()
+    {
+        QTest::addColumn<bool>("keeps");
+        QTest::newRow("history is kept") << true;
+        QTest::newRow("history is not kept") << false;
+    }
+    void openingAThread()
+    {
+        QFETCH(bool, keeps);
+        m_threads->setKeepAIHistoryEnabled(keeps);
+        const auto stored = m_library->add("question", noon);
+        m_threads->stageScreenshot("jpeg");
+        open();
+        QSignalSpy opened(m_history.get(), &HistoryController::threadOpened);
+        m_history->loadSession(stored.id);
+        QTRY_COMPARE(opened.size(), 1);
+        const auto &current = m_threads->currentSession();
+        QCOMPARE(current->id, stored.id);
+        QCOMPARE(current->turns, stored.turns);
+        QVERIFY(m_threads->isSessionLoadedFromHistory());
+        QVERIFY(!m_threads->hasAttachedScreenshot());
+        QCOMPARE(current->turnPersistenceCursor.has_value(), keeps);
+        if (keeps)
+            QCOMPARE(*current->turnPersistenceCursor, CaptureSession::TurnPersistenceCursor());
+        QVERIFY(!m_history->isHistorySidebarOpen());
+        QVERIFY(m_log->contains(line("Session " + uuidText(stored.id) +
+                                     " loaded from History (0 notes, 1 turns, 0 screenshots)")));
+    }
+
+    void currentThreadKeepsWhatIsNotOnDisk()
+    {
+        const auto stored = m_library->add("question", noon);
+        open();
+        m_history->loadSession(stored.id);
+        QTRY_VERIFY(m_threads->currentSession());
+        m_threads->addTurn(stored.id, "unsaved", "answer");
+        open();
+        m_library->calls.clear();
+        m_history->loadSession(stored.id);
+        QCOMPARE(m_threads->currentSession()->turns.size(), 2);
+        QVERIFY(m_library->calls.isEmpty());
+        QVERIFY(!m_history->isHistorySidebarOpen());
+    }
+
+    void theThreadAskedForLastIsOpened()
+    {
+        const auto first = m_library->add("first", noon);
+        const auto second = m_library->add("second", noon);
+        open();
+        QSignalSpy opened(m_history.get(), &HistoryController::threadOpened);
+        m_history->loadSession(first.id);
+        m_history->loadSession(second.id);
+        QTRY_COMPARE(opened.size(), 1);
+        QCOMPARE(m_threads->currentSession()->id, second.id);
+        QTest::qWait(0);
+        QCOMPARE(opened.size(), 1);
+    }
+
+    void closingGivesUpOpening()
+    {
+        const auto stored = m_library->add("question", noon);
+        open();
+        m_history->loadSession(stored.id);
+        m_history->close();
+        open();
+        QTest::qWait(0);
+        QVERIFY(!m_threads->currentSession());
+    }
+
+    void threadThatCannotBeOpened()
+    {
+        open();
+        const QUuid id = QUuid::createUuid();
+        m_history->loadSession(id);
+        QTRY_COMPARE(m_history->notice(), QStringLiteral("This thread can't be opened."));
+        QVERIFY(m_history->isHistorySidebarOpen());
+        QVERIFY(m_log->contains(line("ERROR: Failed to load session " + uuidText(id) +
+                                     " from History: No saved session found for " + uuidText(id))));
+    }
+
+    void deletingAThread()
+    {
+        const auto doomed = m_library->add("doomed", noon);
+        m_library->add("other", noon.addDays(-1));
+        open();
+        QSignalSpy announced(m_history.get(), &HistoryController::threadDeleted);
+        QSignalSpy emptied(m_history.get(), &HistoryController::currentThreadDeleted);
+        m_history->deleteSession(doomed.id);
+        QCOMPARE(announced.size(), 1);
+        QTRY_COMPARE(titles(), QStringList("other"));
+        QVERIFY(m_log->contains(line("Session " + uuidText(doomed.id) + " deleted")));
+        QVERIFY(emptied.isEmpty());
+    }
+
+    void deletingTheCurrentThread()
+    {
+        m_threads->setKeepAIHistoryEnabled(true);
+        const auto stored = m_library->add("question", noon);
+        open();
+        m_history->loadSession(stored.id);
+        QTRY_VERIFY(m_threads->currentSession());
+        m_threads->stageScreenshot("jpeg");
+        m_threads->retain(stored.id);
+        open();
+        m_saver->saved.clear();
+        QSignalSpy emptied(m_history.get(), &HistoryController::currentThreadDeleted);
+        m_history->deleteSession(stored.id);
+        QCOMPARE(emptied.size(), 1);
+        QVERIFY(!m_threads->currentSession());
+        QVERIFY(!m_threads->isSessionLoadedFromHistory());
+        QVERIFY(!m_threads->hasAttachedScreenshot());
+        // An answer that still comes must not bring the thread back.
+        QVERIFY(!m_threads->addTurn(stored.id, "late", "answer"));
+        m_threads->endCurrentThread();
+        QVERIFY(m_saver->saved.isEmpty());
+        QTRY_VERIFY(titles().isEmpty());
+    }
+
+    void endedThreadWithAnAnswerUnderWayIsNotBroughtBack()
+    {
+        m_threads->setKeepAIHistoryEnabled(true);
+        const auto stored = m_library->add("question", noon);
+        open();
+        m_history->loadSession(stored.id);
+        QTRY_VERIFY(m_threads->currentSession());
+        m_threads->retain(stored.id);
+        m_threads->startNewThread();
+        open();
+        m_history->deleteSession(stored.id);
+        m_saver->saved.clear();
+        m_threads->addTurn(stored.id, "late", "answer");
+        QVERIFY(m_saver->saved.isEmpty());
+    }
+
+    void threadThatCannotBeDeletedStaysListed()
+    {
+        const auto stored = m_library->add("stays", noon);
+        open();
+        m_library->failure = StoreError{StoreError::Kind::File, stored.id, 0, "not permitted"};
+        m_history->deleteSession(stored.id);
+        QTRY_COMPARE(m_history->notice(), QStringLiteral("This thread can't be deleted."));
+        QVERIFY(m_log->contains(
+            line("ERROR: Failed to delete session " + uuidText(stored.id) + ": not permitted")));
+        QCOMPARE(titles(), QStringList("stays"));
+        QVERIFY(m_log->lines.filter(" deleted").isEmpty());
+    }
+
+    void renaming()
+    {
+        const auto stored = m_library->add("question", noon);
+        const auto newer = m_library->add("newer", noon.addDays(1));
+        open();
+        QSignalSpy changed(m_history.get(), &HistoryController::sessionChanged);
+        m_history->renameSession(stored.id, " \n Budget \n");
+        QCOMPARE(titles(), QStringList({"newer", "Budget"}));
+        QCOMPARE(changed.at(0).at(0).toLongLong(), 1);
+        QTRY_VERIFY(m_log->contains(line("Session " + uuidText(stored.id) + " renamed")));
+        QCOMPARE(*m_library->sessions[stored.id].customTitle, QStringLiteral("Budget"));
+        m_history->renameSession(stored.id, "  ");
+        QCOMPARE(titles(), QStringList({"newer", "question"}));
+        QTRY_VERIFY(!m_library->sessions[stored.id].customTitle);
+    }
+
+    void renamingReachesTheCurrentThreadAndItsLaterSaves()
+    {
+        m_threads->setKeepAIHistoryEnabled(true);
+        const auto stored = m_library->add("question", noon);
+        open();
+        m_history->loadSession(stored.id);
+        QTRY_VERIFY(m_threads->currentSession());
+        open();
+        m_history->renameSession(stored.id, "Budget");
+        QCOMPARE(*m_threads->currentSession()->customTitle, QStringLiteral("Budget"));
+        QCOMPARE(m_threads->currentSession()->updatedAt, stored.updatedAt);
+        // Also when it has ended while its answer is under way.
+        m_threads->retain(stored.id);
+        m_threads->startNewThread();
+        m_history->renameSession(stored.id, "Plan");
+        m_threads->addTurn(stored.id, "late", "answer");
+        QCOMPARE(*m_saver->saved.constLast().customTitle, QStringLiteral("Plan"));
+    }
+
+    void renamingThatFailsIsTakenBack()
+    {
+        const auto stored = m_library->add("question", noon);
+        open();
+        m_library->failure = StoreError{StoreError::Kind::File, stored.id, 0, "disk full"};
+        m_history->renameSession(stored.id, "Budget");
+        QTRY_COMPARE(m_history->notice(), QStringLiteral("This thread can't be renamed."));
+        QCOMPARE(titles(), QStringList("question"));
+        QVERIFY(m_log->contains(
+            line("ERROR: Failed to rename session " + uuidText(stored.id) + ": disk full")));
+    }
+
+    void dayLabels_data()
+    {
+        QTest::addColumn<QDateTime>("moment");
+        QTest::addColumn<QString>("locale");
+        QTest::addColumn<QString>("label");
+        QTest::newRow("now") << noon << "en_US"
+                             << "Today";
+        QTest::newRow("midnight") << QDateTime(QDate(2026, 3, 1), QTime(0, 0)) << "en_US"
+                                  << "Today";
+        QTest::newRow("second before")
+            << QDateTime(QDate(2026, 2, 28), QTime(23, 59, 59)) << "en_US"
+            << "Yesterday";
+        QTest::newRow("two days") << QDateTime(QDate(2026, 2, 27), QTime(23, 0)) << "en_US"
+                                  << "Feb 27, 2026";
+        QTest::newRow("tomorrow") << QDateTime(QDate(2026, 3, 2), QTime(1, 0)) << "en_US"
+                                  << "Mar 2, 2026";
+        QTest::newRow("British") << QDateTime(QDate(2025, 3, 11), QTime(1, 0)) << "en_GB"
+                                 << "11 Mar 2025";
+        QTest::newRow("German") << QDateTime(QDate(2025, 10, 3), QTime(1, 0)) << "de_DE"
+                                << "3. Okt. 2025";
+        QTest::newRow("Japanese") << QDateTime(QDate(2025, 3, 11), QTime(1, 0)) << "ja_JP"
+                                  << "2025年3月11日";
+    }
+    void dayLabels()
+    {
+        QFETCH(QDateTime, moment);
+        QFETCH(QString, locale);
+        QFETCH(QString, label);
+        QCOMPARE(dayLabel(moment, noon, QLocale(locale)), label);
+        QCOMPARE(dayLabel(moment.toUTC(), noon.toUTC(), QLocale(locale)), label);
+    }
+
+    void mediumFormatsHaveNoWeekday()
+    {
+        const auto locales =
+            QLocale::matchingLocales(QLocale::AnyLanguage, QLocale::AnyScript, QLocale::AnyCountry);
+        QVERIFY(locales.size() > 100);
+        for (const QLocale &locale : locales) {
+            QString format = mediumDateFormat(locale);
+            // Quoted words are literals.
+            format.remove(QRegularExpression("'[^']*'"));
+            QVERIFY2(!format.contains("ddd") && !format.contains("MMMM"),
+                     qPrintable(locale.name()));
+            QVERIFY2(format.contains('d') && format.contains('M') && format.contains('y'),
+                     qPrintable(locale.name() + ": " + mediumDateFormat(locale)));
+        }
+    }
+
+private:
+    void open()
+    {
+        m_history->historyButtonClicked();
+        QVERIFY(m_history->isHistorySidebarOpen());
+        QTRY_VERIFY(!m_history->isLoading());
+    }
+    QStringList titles() const
+    {
+        QStringList titles;
+        for (const ThreadSummary &thread : m_history->historySessions())
+            titles.append(thread.title());
+        return titles;
+    }
+    void deliver(const QStringList &titles, const QList<int> &days, qsizetype total)
+    {
+        ThreadBatch batch;
+        for (qsizetype i = 0; i < titles.size(); ++i)
+            batch.threads.append(
+                FakeThreadLibrary::summary(titles.at(i), noon.addDays(days.at(i))));
+        batch.total = total;
+        QSignalSpy progress(m_history.get(), &HistoryController::progressChanged);
+        m_library->held->addResult(batch);
+        if (m_history->isLoading())
+            QTRY_VERIFY(!progress.isEmpty());
+        else
+            QCoreApplication::processEvents();
+    }
+
+    std::unique_ptr<FakeThreadLibrary> m_library;
+    std::unique_ptr<CountingSaver> m_saver;
+    std::unique_ptr<JsonUserDefaults> m_defaults;
+    std::unique_ptr<ThreadController> m_threads;
+    std::unique_ptr<HistoryController> m_history;
+    std::unique_ptr<LogCapture> m_log;
+};
+
+QTEST_GUILESS_MAIN(TestHistoryController)
+#include "test_history_controller.moc"
