@@ -14,7 +14,7 @@ Item {
     property real cornerRadius: 0
     /// Gets the focus back when the sidebar closes.
     property Item opener
-    readonly property alias sheetItem: sheet
+    property bool closedByKey: false
 
     /// Focus on a row, or on the search field when there is none.
     function focusRow(row) {
@@ -24,9 +24,17 @@ Item {
             search.forceActiveFocus(Qt.TabFocusReason)
             return
         }
-        list.currentIndex = row
         list.positionViewAtIndex(row, ListView.Contain)
-        list.currentItem.forceActiveFocus(Qt.TabFocusReason)
+        list.itemAtIndex(row).forceActiveFocus(Qt.TabFocusReason)
+        list.currentIndex = row
+    }
+    function close(byKey) {
+        closedByKey = byKey
+        history.close()
+    }
+    function openThread(row, byKey) {
+        closedByKey = byKey
+        history.open(row)
     }
 
     Connections {
@@ -36,8 +44,12 @@ Item {
                 search.forceActiveFocus()
                 return
             }
-            if (overlay.opener && (sheet.activeFocus || dialog.activeFocus))
-                overlay.opener.forceActiveFocus(Qt.TabFocusReason)
+            if (overlay.opener)
+                overlay.opener.forceActiveFocus(overlay.closedByKey ? Qt.TabFocusReason
+                                                                    : Qt.OtherFocusReason)
+        }
+        function onRowsRemoved(parent, first) {
+            Qt.callLater(overlay.focusRow, first)
         }
         function onModelReset() {
             list.currentIndex = Math.max(0, overlay.history.currentRow())
@@ -55,7 +67,7 @@ Item {
         open: overlay.history.isOpen
         panelWidth: overlay.compact ? 0 : 300
         cornerRadius: overlay.cornerRadius
-        onCloseRequested: overlay.history.close()
+        onCloseRequested: overlay.close(false)
 
         Item {
             id: body
@@ -87,7 +99,7 @@ Item {
                 Keys.onDownPressed: overlay.focusRow(0)
                 Keys.onReturnPressed: {
                     if (list.count === 1)
-                        overlay.history.open(0)
+                        overlay.openThread(0, true)
                     else
                         overlay.focusRow(0)
                 }
@@ -119,7 +131,6 @@ Item {
                 x: Tokens.space4
                 y: search.y + search.height + Tokens.space2
                 width: parent.width - 2 * x
-                height: visible ? implicitHeight : 0
                 visible: text.length > 0
                 text: overlay.history.notice
                 type: Tokens.hint
@@ -132,7 +143,8 @@ Item {
                 id: list
                 objectName: "historyList"
                 x: Tokens.space2
-                y: notice.y + notice.height - (notice.visible ? 0 : Tokens.space1)
+                y: search.y + search.height + Tokens.space1
+                   + (notice.visible ? notice.implicitHeight + Tokens.space1 : 0)
                 width: parent.width - 2 * x
                 height: parent.height - y - (loading.visible ? loading.height : 0)
                 model: overlay.history
@@ -181,7 +193,7 @@ Item {
                 delegate: SessionRow {
                     theme: overlay.theme
                     width: list.width
-                    onClicked: overlay.history.open(index)
+                    onClicked: overlay.openThread(index, visualFocus)
                     onRenamed: title => overlay.history.rename(index, title)
                     onEditingChanged: isEditing => overlay.history.setRenaming(isEditing)
                     onDeleteRequested: {
@@ -254,18 +266,19 @@ Item {
                 x: Tokens.space4
                 y: parent.height - height
                 width: parent.width - 2 * x
-                visible: false
+                visible: isLong && isReading
                 bottomPadding: Tokens.space3
                 spacing: Tokens.space1
 
+                readonly property bool isReading: overlay.history.isLoading
+                                                  && overlay.history.isOpen
+                property bool isLong: false
+                onIsReadingChanged: isLong = false
+
                 Timer {
                     interval: 250
-                    running: overlay.history.isLoading && overlay.history.isOpen
-                    onTriggered: loading.visible = true
-                    onRunningChanged: {
-                        if (!running)
-                            loading.visible = false
-                    }
+                    running: loading.isReading
+                    onTriggered: loading.isLong = true
                 }
                 Label {
                     width: parent.width
@@ -297,7 +310,7 @@ Item {
                 name: qsTr("Close")
                 iconName: "x"
                 theme: overlay.theme
-                onClicked: overlay.history.close()
+                onClicked: overlay.close(visualFocus)
             }
         }
     }
@@ -320,9 +333,9 @@ Item {
                 overlay.focusRow(row)
             }
             onConfirmed: {
-                const row = list.currentIndex
+                // Not on the row that is about to go.
+                search.forceActiveFocus()
                 overlay.history.confirmDelete()
-                overlay.focusRow(row)
             }
         }
     }
@@ -330,6 +343,6 @@ Item {
     Shortcut {
         sequence: "Escape"
         enabled: overlay.history.isOpen && !overlay.history.isRenaming
-        onActivated: overlay.history.close()
+        onActivated: overlay.close(true)
     }
 }
