@@ -3,12 +3,19 @@
 #include "history/CaptureSessionStore.h"
 #include "history/ThreadController.h"
 
+#include <QList>
+#include <QObject>
 #include <QThreadPool>
+
+#include <memory>
 
 namespace quellora {
 
-/// Saves threads through the store on one worker, in the order of the requests, so that the main
-/// thread never waits for the disk. Failures come back as log lines with the caller's prefix.
+/// Saves threads through the store on one worker, so that the main thread never waits for the disk.
+///
+/// Threads are saved in the order of the requests. While a save waits, a newer state of the same
+/// thread takes its place: each save writes the thread whole. Failures come back as log lines with
+/// the caller's prefix, and the thread's next change tries again. Main thread only.
 class BackgroundThreadSaver : public ThreadSaver
 {
 public:
@@ -18,11 +25,25 @@ public:
     ~BackgroundThreadSaver() override;
 
     void save(const CaptureSession &session, const QString &failurePrefix) override;
-    /// Blocks until every save so far has been done.
+    /// Blocks until every save so far has been done and its failure logged.
     void flush();
 
 private:
+    struct Job
+    {
+        CaptureSession session;
+        QString failurePrefix;
+        CaptureSessionStore::Result<void> result;
+    };
+
+    void startNext();
+    void finish(const std::shared_ptr<Job> &job);
+
     const CaptureSessionStore &m_store;
+    QList<std::shared_ptr<Job>> m_waiting;
+    std::shared_ptr<Job> m_running;
+    /// Receiver of the worker's reports.
+    QObject m_reports;
     QThreadPool m_worker;
 };
 

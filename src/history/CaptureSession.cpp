@@ -3,12 +3,20 @@
 #include <QRegularExpression>
 
 #include <algorithm>
+#include <limits>
+#include <utility>
 
 namespace quellora {
 
 QString uuidText(const QUuid &id)
 {
     return id.toString(QUuid::WithoutBraces).toUpper();
+}
+
+std::optional<QUuid> uuidFromText(const QString &text)
+{
+    const QUuid id(text);
+    return uuidText(id) == text.toUpper() ? std::optional(id) : std::nullopt;
 }
 
 CaptureSession CaptureSession::create(const QDateTime &now)
@@ -23,7 +31,14 @@ CaptureSession CaptureSession::create(const QDateTime &now)
 void CaptureSession::addScreenshot(const QByteArray &data, const QDateTime &capturedAt,
                                    const QDateTime &now)
 {
-    screenshots.append({screenshots.size(), data, capturedAt});
+    // The number of screenshots, unless a thread that was kept from a later one on came back from
+    // the disk: a number that is taken would name the file of another picture.
+    qint64 index = screenshots.size();
+    for (const auto &screenshot : std::as_const(screenshots)) {
+        if (screenshot.index >= index && screenshot.index < std::numeric_limits<qint64>::max())
+            index = screenshot.index + 1;
+    }
+    screenshots.append({index, data, capturedAt});
     updatedAt = now;
 }
 

@@ -14,13 +14,17 @@ namespace quellora {
 /// Upper-case hyphenated text of a UUID, 36 characters: the form used on disk and in pages.
 QString uuidText(const QUuid &id);
 
+/// Reads that form, in either case; nothing else counts as a UUID.
+std::optional<QUuid> uuidFromText(const QString &text);
+
 /// One thread in memory: screenshots, notes and turns in the order in which they were added, and
 /// the cursors that say from where on each kind is kept on disk. A value type.
 struct CaptureSession
 {
     struct Screenshot
     {
-        /// Position at the time of adding; also the number in its file name, never renumbered.
+        /// Position at the time of adding (the next free number in a thread that was stored from
+        /// a later screenshot on); also the number in its file name, never renumbered.
         qint64 index = 0;
         /// JPEG bytes.
         QByteArray imageData;

@@ -4,9 +4,10 @@
 
 #include <QDir>
 #include <QFile>
-#include <QSaveFile>
+#include <QFileInfo>
 
 #include <algorithm>
+#include <utility>
 
 namespace quellora {
 
@@ -19,17 +20,31 @@ tl::unexpected<StoreError> fileError(const QUuid &id, const QString &path, const
     return tl::unexpected(StoreError{Kind::File, id, 0, path + QStringLiteral(": ") + reason});
 }
 
-CaptureSessionStore::Result<void> replaceFile(const QUuid &id, const QString &path,
-                                              const QByteArray &content)
+CaptureSessionStore::Result<void> replaceFile(ThreadFiles &files, const QUuid &id,
+                                              const QString &path, const QByteArray &content)
 {
-    QSaveFile file(path);
-    file.setDirectWriteFallback(false);
-    if (!file.open(QIODevice::WriteOnly))
-        return fileError(id, path, file.errorString());
-    file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
-    if (file.write(content) != content.size() || !file.commit())
-        return fileError(id, path, file.errorString());
+    const auto file = files.replacement(path);
+    auto written = file->open();
+    if (written)
+        written = file->write(content);
+    if (written)
+        written = file->commit();
+    if (!written)
+        return fileError(id, path, written.error());
     return {};
+}
+
+/// Whether a screenshot's file is still to be written. One that is there is never touched again,
+/// unless it is no file at all or only the beginning of the image: then a write was cut off.
+bool isImageMissing(const QString &path, const QByteArray &image)
+{
+    const QFileInfo info(path);
+    if (info.isSymLink() || !info.isFile())
+        return true;
+    if (info.size() >= image.size())
+        return false;
+    const auto content = readRegularFile(path);
+    return content && image.startsWith(*content);
 }
 
 /// The elements of @p list from @p start on; nothing when the start lies at or past the end.
@@ -41,12 +56,12 @@ QList<T> from(const QList<T> &list, qint64 start)
 
 CaptureSessionStore::Result<SessionFile> readDescription(const QUuid &id, const QString &path)
 {
-    QFile file(path);
-    if (!file.exists())
+    if (!QFileInfo::exists(path))
         return tl::unexpected(StoreError{Kind::SessionNotFound, id, 0, {}});
-    if (!file.open(QIODevice::ReadOnly))
-        return fileError(id, path, file.errorString());
-    auto decoded = SessionFile::decode(file.readAll());
+    const auto content = readRegularFile(path);
+    if (!content)
+        return fileError(id, path, content.error());
+    auto decoded = SessionFile::decode(*content);
     if (!decoded)
         return tl::unexpected(StoreError{Kind::Decoding, id, 0, decoded.error()});
     return *std::move(decoded);
@@ -74,17 +89,15 @@ QString StoreError::description() const
     return detail;
 }
 
-CaptureSessionStore::CaptureSessionStore(const QString &applicationSupport)
-    : m_root(applicationSupport + QStringLiteral("/Quellora/sessions"))
+CaptureSessionStore::CaptureSessionStore(const QString &applicationSupport,
+                                         std::shared_ptr<ThreadFiles> files)
+    : m_root(applicationSupport + QStringLiteral("/Quellora/sessions")), m_files(std::move(files))
 {}
 
 CaptureSessionStore::Result<QString> CaptureSessionStore::sessionsRoot() const
 {
-    if (!QDir().mkpath(m_root))
-        return fileError({}, m_root, QStringLiteral("the folder could not be created"));
-    // What people ask and see is nobody else's business.
-    QFile::setPermissions(m_root,
-                          QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+    if (const auto made = m_files->createFolder(m_root); !made)
+        return fileError({}, m_root, made.error());
     return m_root;
 }
 
@@ -109,25 +122,25 @@ CaptureSessionStore::Result<void> CaptureSessionStore::save(const CaptureSession
     const auto &turns = session.turnPersistenceCursor;
     if (!session.isMarkedForPersistence())
         return tl::unexpected(StoreError{Kind::NotPersisting, session.id, 0, {}});
-    if (const auto root = sessionsRoot(); !root)
+    const auto root = sessionsRoot();
+    if (!root)
         return tl::unexpected(root.error());
     const QString folder = folderOf(session.id);
-    if (!QDir().mkpath(folder))
-        return fileError(session.id, folder, QStringLiteral("the folder could not be created"));
+    const bool isNew = !QFileInfo::exists(descriptionFileOf(session.id));
+    if (const auto made = m_files->createFolder(folder); !made)
+        return fileError(session.id, folder, made.error());
+    m_files->removeLeftovers(folder);
 
     const qint64 firstScreenshot =
         notes && turns ? std::min(notes->sinceScreenshotIndex, turns->sinceScreenshotIndex)
                        : (notes ? notes->sinceScreenshotIndex : turns->sinceScreenshotIndex);
+    const auto screenshots = from(session.screenshots, firstScreenshot);
+    if (auto written = saveImages(session.id, screenshots); !written)
+        return written;
+
     SessionFile file;
-    for (const auto &screenshot : from(session.screenshots, firstScreenshot)) {
-        const QString path = folder + QLatin1Char('/') + screenshotFileName(screenshot.index);
-        // A screenshot never changes once it is written.
-        if (!QFile::exists(path)) {
-            if (auto written = replaceFile(session.id, path, screenshot.imageData); !written)
-                return written;
-        }
+    for (const auto &screenshot : screenshots)
         file.screenshots.append({screenshot.index, screenshot.capturedAt});
-    }
     file.id = session.id;
     file.createdAt = session.createdAt;
     file.updatedAt = session.updatedAt;
@@ -136,7 +149,31 @@ CaptureSessionStore::Result<void> CaptureSessionStore::save(const CaptureSession
     if (turns)
         file.turns = from(session.turns, turns->sinceTurnIndex);
     file.customTitle = session.customTitle;
-    return replaceFile(session.id, descriptionFileOf(session.id), file.encode());
+    auto saved = replaceFile(*m_files, session.id, descriptionFileOf(session.id), file.encode());
+    if (saved && isNew) {
+        m_files->syncFolder(folder);
+        m_files->syncFolder(*root);
+    }
+    return saved;
+}
+
+CaptureSessionStore::Result<void>
+CaptureSessionStore::saveImages(const QUuid &id,
+                                const QList<CaptureSession::Screenshot> &screenshots) const
+{
+    bool wroteAny = false;
+    for (const auto &screenshot : screenshots) {
+        const QString path = folderOf(id) + QLatin1Char('/') + screenshotFileName(screenshot.index);
+        if (!isImageMissing(path, screenshot.imageData))
+            continue;
+        if (auto written = replaceFile(*m_files, id, path, screenshot.imageData); !written)
+            return written;
+        wroteAny = true;
+    }
+    // Images before the description that names them, also after a loss of power.
+    if (wroteAny)
+        m_files->syncFolder(folderOf(id));
+    return {};
 }
 
 CaptureSessionStore::Result<CaptureSession> CaptureSessionStore::load(const QUuid &id) const
@@ -152,11 +189,11 @@ CaptureSessionStore::Result<CaptureSession> CaptureSessionStore::load(const QUui
     session.turns = file->turns;
     session.customTitle = file->customTitle;
     for (const auto &metadata : file->screenshots) {
-        QFile image(folderOf(id) + QLatin1Char('/') + screenshotFileName(metadata.index));
-        if (!image.open(QIODevice::ReadOnly)) {
+        const auto image =
+            readRegularFile(folderOf(id) + QLatin1Char('/') + screenshotFileName(metadata.index));
+        if (!image)
             return tl::unexpected(StoreError{Kind::ScreenshotFileMissing, id, metadata.index, {}});
-        }
-        session.screenshots.append({metadata.index, image.readAll(), metadata.capturedAt});
+        session.screenshots.append({metadata.index, *image, metadata.capturedAt});
     }
     return session;
 }
@@ -170,22 +207,27 @@ CaptureSessionStore::Result<QList<QUuid>> CaptureSessionStore::list() const
     if (!folder.isReadable())
         return fileError({}, *root, QStringLiteral("the folder could not be read"));
     QList<QUuid> ids;
-    const QStringList names =
-        folder.entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot, QDir::Unsorted);
+    const QStringList names = folder.entryList(
+        QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Unsorted);
     for (const QString &name : names) {
-        constexpr qsizetype uuidLength = 36;
-        const QUuid id(name.size() == uuidLength ? name : QString());
-        if (!id.isNull())
-            ids.append(id);
+        if (const auto id = uuidFromText(name))
+            ids.append(*id);
     }
     return ids;
 }
 
 CaptureSessionStore::Result<void> CaptureSessionStore::remove(const QUuid &id) const
 {
-    QDir folder(folderOf(id));
-    if (folder.exists() && !folder.removeRecursively())
-        return fileError(id, folder.path(), QStringLiteral("the folder could not be removed"));
+    const QString folder = folderOf(id);
+    const QFileInfo info(folder);
+    if (info.isDir() && !info.isSymLink()) {
+        if (!QDir(folder).removeRecursively())
+            return fileError(id, folder, QStringLiteral("the folder could not be removed"));
+        return {};
+    }
+    // A file in the folder's place, or a link: the link goes, not what it points to.
+    if (QFile file(folder); (info.exists() || info.isSymLink()) && !file.remove())
+        return fileError(id, folder, file.errorString());
     return {};
 }
 
@@ -196,7 +238,7 @@ CaptureSessionStore::updateTitle(const QUuid &id, const std::optional<QString> &
     if (!file)
         return tl::unexpected(file.error());
     file->customTitle = customTitle;
-    return replaceFile(id, descriptionFileOf(id), file->encode());
+    return replaceFile(*m_files, id, descriptionFileOf(id), file->encode());
 }
 
 } // namespace quellora

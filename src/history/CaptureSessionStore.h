@@ -1,11 +1,13 @@
 #pragma once
 
 #include "history/CaptureSession.h"
+#include "history/ThreadFiles.h"
 
 #include <QString>
 
 #include <tl/expected.hpp>
 
+#include <memory>
 #include <optional>
 
 namespace quellora {
@@ -36,8 +38,10 @@ struct StoreError
 /// Threads on disk: one folder per thread with a JSON description and one file per kept screenshot.
 ///
 /// Stateless over its root folder; every operation works on the file system directly and blocks
-/// for it. Files are replaced atomically, so that a crash or a full disk leaves the old or the new
-/// one. Callable from any thread, one call at a time.
+/// for it. Files are replaced as a whole and images come before the description that names them, so
+/// that a crash or a full disk leaves the old thread or the new one. What an interrupted save
+/// leaves behind goes with the thread's next one. Callable from any thread, one call per thread
+/// folder at a time.
 class CaptureSessionStore
 {
 public:
@@ -46,7 +50,10 @@ public:
 
     /// @param applicationSupport per-user Application Support directory; the store lies in
     ///        "Quellora/sessions" below it
-    explicit CaptureSessionStore(const QString &applicationSupport);
+    /// @param files what the store changes on the disk goes through this
+    explicit CaptureSessionStore(
+        const QString &applicationSupport,
+        std::shared_ptr<ThreadFiles> files = std::make_shared<DiskThreadFiles>());
 
     /// The root folder, created when needed.
     Result<QString> sessionsRoot() const;
@@ -67,8 +74,11 @@ public:
 private:
     QString folderOf(const QUuid &id) const;
     QString descriptionFileOf(const QUuid &id) const;
+    Result<void> saveImages(const QUuid &id,
+                            const QList<CaptureSession::Screenshot> &screenshots) const;
 
     QString m_root;
+    std::shared_ptr<ThreadFiles> m_files;
 };
 
 } // namespace quellora

@@ -33,10 +33,10 @@ public:
 
     QUuid uuid(const char *key)
     {
-        const QUuid id(text(key));
-        if (id.isNull())
+        const auto id = uuidFromText(text(key));
+        if (!id)
             fail(QStringLiteral("the key \"%1\" is not a UUID").arg(key));
-        return id;
+        return id.value_or(QUuid());
     }
 
     QDateTime date(const char *key)

@@ -1,53 +1,11 @@
-#include "fakes/LogCapture.h"
-#include "history/BackgroundThreadSaver.h"
-#include "history/CaptureSessionStore.h"
+#include "history/StoreFixture.h"
 
 #include <QDir>
-#include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QTemporaryDir>
 #include <QTest>
 
 using namespace quellora;
-
-namespace {
-
-const QDateTime t0 = QDateTime::fromString("2026-03-01T14:05:09.750Z", Qt::ISODateWithMs);
-
-CaptureSession sample()
-{
-    CaptureSession session = CaptureSession::create(t0);
-    session.addScreenshot("jpeg-0", t0, t0);
-    session.addScreenshot("jpeg-1", t0.addSecs(1), t0.addSecs(1));
-    session.addTurn("p", "r", t0.addSecs(2), t0.addSecs(2));
-    return session;
-}
-
-QByteArray read(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("unreadable");
-}
-
-struct Fixture
-{
-    QTemporaryDir support;
-    CaptureSessionStore store{support.path()};
-
-    QString folder(const QUuid &id) const
-    {
-        return support.filePath("Quellora/sessions/" + uuidText(id));
-    }
-    QJsonObject json(const QUuid &id) const
-    {
-        return QJsonDocument::fromJson(read(folder(id) + "/session.json")).object();
-    }
-};
-
-} // namespace
 
 class TestCaptureSessionStore : public QObject
 {
@@ -55,7 +13,7 @@ class TestCaptureSessionStore : public QObject
 private Q_SLOTS:
     void fileIsWrittenToTheByte()
     {
-        Fixture f;
+        StoreFixture f;
         CaptureSession session = CaptureSession::create(t0);
         session.id = QUuid("6f1c2e0a-3b7d-4e55-9a21-0c7b5d2e8f14");
         session.addNote("n\n\"q\"", t0);
@@ -63,7 +21,7 @@ private Q_SLOTS:
         session.addScreenshot("x", t0, t0);
         session.customTitle = "T";
         QVERIFY(f.store.save(session));
-        QCOMPARE(read(f.folder(session.id) + "/session.json"),
+        QCOMPARE(contentOf(f.folder(session.id) + "/session.json"),
                  QByteArray("{\n"
                             "    \"createdAt\": \"2026-03-01T14:05:09Z\",\n"
                             "    \"customTitle\": \"T\",\n"
@@ -85,12 +43,12 @@ private Q_SLOTS:
                             "    ],\n"
                             "    \"updatedAt\": \"2026-03-01T14:05:09Z\"\n"
                             "}\n"));
-        QCOMPARE(read(f.folder(session.id) + "/screenshot-0.png"), "x");
+        QCOMPARE(contentOf(f.folder(session.id) + "/screenshot-0.png"), "x");
     }
 
     void unmarkedThreadIsNeverWritten()
     {
-        Fixture f;
+        StoreFixture f;
         const CaptureSession session = sample();
         const auto saved = f.store.save(session);
         QVERIFY(!saved);
@@ -103,7 +61,7 @@ private Q_SLOTS:
 
     void noteCursorKeepsScreenshotsAndNotesOnly()
     {
-        Fixture f;
+        StoreFixture f;
         CaptureSession session = sample();
         session.addNote("note", t0);
         QVERIFY(f.store.save(session));
@@ -116,7 +74,7 @@ private Q_SLOTS:
 
     void turnCursorKeepsWhatComesAfterIt()
     {
-        Fixture f;
+        StoreFixture f;
         CaptureSession session = sample();
         session.notes.append({QUuid::createUuid(), "unkept", t0});
         session.beginPersistingTurns();
@@ -129,12 +87,12 @@ private Q_SLOTS:
         QCOMPARE(json["screenshots"].toArray().size(), 1);
         QCOMPARE(json["screenshots"].toArray().first()["index"].toInt(), 2);
         QVERIFY(!QFileInfo::exists(f.folder(session.id) + "/screenshot-0.png"));
-        QCOMPARE(read(f.folder(session.id) + "/screenshot-2.png"), "jpeg-2");
+        QCOMPARE(contentOf(f.folder(session.id) + "/screenshot-2.png"), "jpeg-2");
     }
 
     void bothCursorsKeepFromTheSmallerStart()
     {
-        Fixture f;
+        StoreFixture f;
         CaptureSession session = sample();
         session.beginPersistingTurns();
         session.addNote("note", t0);
@@ -144,7 +102,7 @@ private Q_SLOTS:
 
     void cursorPastTheEndKeepsNothing()
     {
-        Fixture f;
+        StoreFixture f;
         CaptureSession session = sample();
         session.turnPersistenceCursor = CaptureSession::TurnPersistenceCursor{99, 99};
         QVERIFY(f.store.save(session));
@@ -154,7 +112,7 @@ private Q_SLOTS:
 
     void screenshotsAreWrittenOnce()
     {
-        Fixture f;
+        StoreFixture f;
         CaptureSession session = sample();
         session.resumeTurnPersistingFromDisk();
         QVERIFY(f.store.save(session));
@@ -165,13 +123,28 @@ private Q_SLOTS:
         file.close();
         session.addTurn("q", "r", t0, t0);
         QVERIFY(f.store.save(session));
-        QCOMPARE(read(image), "changed by hand");
+        QCOMPARE(contentOf(image), "changed by hand");
         QCOMPARE(f.json(session.id)["turns"].toArray().size(), 2);
+    }
+
+    void savingTwiceRewritesTheDescriptionOnly()
+    {
+        StoreFixture f;
+        CaptureSession session = sample();
+        session.resumeTurnPersistingFromDisk();
+        QVERIFY(f.store.save(session));
+        const QString image = f.folder(session.id) + "/screenshot-0.png";
+        const auto fileNumber = inodeOf(image);
+        session.addTurn("q", "r", t0, t0);
+        QVERIFY(f.store.save(session));
+        QCOMPARE(inodeOf(image), fileNumber);
+        QCOMPARE(f.names(session.id),
+                 (QStringList{"screenshot-0.png", "screenshot-1.png", "session.json"}));
     }
 
     void savedThreadComesBackWithoutCursors()
     {
-        Fixture f;
+        StoreFixture f;
         CaptureSession session = sample();
         session.addNote("note", t0);
         session.resumeTurnPersistingFromDisk();
@@ -188,7 +161,7 @@ private Q_SLOTS:
 
     void loadingNamesWhatIsMissing()
     {
-        Fixture f;
+        StoreFixture f;
         const QUuid unknown = QUuid::createUuid();
         QCOMPARE(f.store.load(unknown).error().description(),
                  "No saved session found for " + uuidText(unknown));
@@ -203,41 +176,15 @@ private Q_SLOTS:
                  "Session " + uuidText(session.id) + " is missing screenshot-1.png");
     }
 
-    void damagedDescriptionsAreRefused_data()
-    {
-        QTest::addColumn<QByteArray>("content");
-        QTest::newRow("half") << QByteArray("{\"id\":");
-        QTest::newRow("array") << QByteArray("[]");
-        QTest::newRow("empty object") << QByteArray("{}");
-        QTest::newRow("bad date") << QByteArray(
-            R"({"id":"6F1C2E0A-3B7D-4E55-9A21-0C7B5D2E8F14","createdAt":"yesterday",)"
-            R"("updatedAt":"2026-03-01T14:05:09Z","notes":[],"turns":[],"screenshots":[]})");
-        QTest::newRow("bad note") << QByteArray(
-            R"({"id":"6F1C2E0A-3B7D-4E55-9A21-0C7B5D2E8F14","createdAt":"2026-03-01T14:05:09Z",)"
-            R"("updatedAt":"2026-03-01T14:05:09Z","notes":[7],"turns":[],"screenshots":[]})");
-        QTest::newRow("bad index") << QByteArray(
-            R"({"id":"6F1C2E0A-3B7D-4E55-9A21-0C7B5D2E8F14","createdAt":"2026-03-01T14:05:09Z",)"
-            R"("updatedAt":"2026-03-01T14:05:09Z","notes":[],"turns":[],)"
-            R"("screenshots":[{"index":"0","capturedAt":"2026-03-01T14:05:09Z"}]})");
-    }
-    void damagedDescriptionsAreRefused()
-    {
-        QFETCH(QByteArray, content);
-        Fixture f;
-        const QUuid id = QUuid::createUuid();
-        QVERIFY(QDir().mkpath(f.folder(id)));
-        QFile file(f.folder(id) + "/session.json");
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(content);
-        file.close();
-        QCOMPARE(f.store.load(id).error().kind, StoreError::Kind::Decoding);
-        QVERIFY(!f.store.load(id).error().description().isEmpty());
-    }
-
     void listIgnoresWhatIsNoThread()
     {
-        Fixture f;
+        StoreFixture f;
         QVERIFY(f.store.list()->isEmpty());
+        // Named like threads, but not quite.
+        const QString nearly = uuidText(QUuid::createUuid());
+        for (const QString &name : {nearly + "x", nearly.chopped(1), '{' + nearly + '}',
+                                    nearly.chopped(2) + "GG", QString(nearly).remove('-')})
+            QVERIFY(QDir().mkpath(f.support.filePath("Quellora/sessions/" + name)));
         const QUuid a = QUuid::createUuid();
         const QUuid b = QUuid::createUuid();
         for (const QString &path :
@@ -249,20 +196,48 @@ private Q_SLOTS:
         QVERIFY(ids.contains(a) && ids.contains(b));
     }
 
+    void listKeepsEveryEntryNamedByAUuid()
+    {
+        StoreFixture f;
+        QVERIFY(f.store.list());
+        const QUuid lowerCase = QUuid::createUuid();
+        const QUuid plainFile = QUuid::createUuid();
+        const QUuid danglingLink = QUuid::createUuid();
+        QVERIFY(QDir().mkpath(
+            f.folder(lowerCase).replace(uuidText(lowerCase), uuidText(lowerCase).toLower())));
+        writeFile(f.folder(plainFile), "");
+        QVERIFY(QFile::link("/nowhere", f.folder(danglingLink)));
+        const auto ids = *f.store.list();
+        QCOMPARE(ids.size(), 3);
+        QVERIFY(ids.contains(lowerCase) && ids.contains(plainFile) && ids.contains(danglingLink));
+    }
+
+    void listNamesWhyItFails()
+    {
+        StoreFixture f;
+        writeFile(f.support.filePath("Quellora"), "no folder");
+        const auto ids = f.store.list();
+        QVERIFY(!ids);
+        QCOMPARE(ids.error().kind, StoreError::Kind::File);
+        QCOMPARE(ids.error().description(), f.support.filePath("Quellora/sessions") +
+                                                ": something else is in the place of the folder");
+    }
+
     void removingIsIdempotent()
     {
-        Fixture f;
+        StoreFixture f;
         CaptureSession session = sample();
         session.resumeTurnPersistingFromDisk();
         QVERIFY(f.store.save(session));
         QVERIFY(f.store.remove(session.id));
         QVERIFY(!QFileInfo::exists(f.folder(session.id)));
         QVERIFY(f.store.remove(session.id));
+        QVERIFY(f.store.remove(QUuid::createUuid()));
     }
 
     void renamingTouchesTheTitleOnly()
     {
-        Fixture f;
+        StoreFixture f;
         CaptureSession session = sample();
         session.resumeTurnPersistingFromDisk();
         QVERIFY(f.store.save(session));
@@ -276,60 +251,6 @@ private Q_SLOTS:
         QCOMPARE(f.json(session.id), before);
         QCOMPARE(f.store.updateTitle(QUuid::createUuid(), "x").error().kind,
                  StoreError::Kind::SessionNotFound);
-    }
-
-    void failedWriteLeavesTheOldFile()
-    {
-        Fixture f;
-        CaptureSession session = sample();
-        session.resumeTurnPersistingFromDisk();
-        QVERIFY(f.store.save(session));
-        const QByteArray before = read(f.folder(session.id) + "/session.json");
-        // A folder in the place of the next image makes its write fail.
-        session.addScreenshot("jpeg-2", t0, t0);
-        const QString blocked = f.support.filePath("blocked");
-        QVERIFY(QFile::rename(f.folder(session.id), blocked));
-        QFile obstacle(f.folder(session.id));
-        QVERIFY(obstacle.open(QIODevice::WriteOnly));
-        obstacle.close();
-        const auto saved = f.store.save(session);
-        QVERIFY(!saved);
-        QCOMPARE(saved.error().kind, StoreError::Kind::File);
-        QCOMPARE(read(blocked + "/session.json"), before);
-    }
-
-    void threadsArePrivate()
-    {
-        Fixture f;
-        CaptureSession session = sample();
-        session.resumeTurnPersistingFromDisk();
-        QVERIFY(f.store.save(session));
-        const auto others = QFileDevice::ReadGroup | QFileDevice::ReadOther;
-        QVERIFY(!(QFileInfo(f.folder(session.id) + "/session.json").permissions() & others));
-        QVERIFY(!(QFileInfo(f.support.filePath("Quellora/sessions")).permissions() & others));
-    }
-
-    void backgroundSavesComeInOrderAndLogFailures()
-    {
-        Fixture f;
-        LogCapture log;
-        CaptureSession session = sample();
-        session.resumeTurnPersistingFromDisk();
-        {
-            BackgroundThreadSaver saver(f.store);
-            for (int i = 0; i < 20; ++i) {
-                session.addTurn(QString::number(i), "r", t0, t0);
-                saver.save(session, "P: ");
-            }
-        }
-        QCOMPARE(f.json(session.id)["turns"].toArray().size(), 21);
-        QVERIFY(log.lines.isEmpty());
-        BackgroundThreadSaver saver(f.store);
-        const CaptureSession unmarked = sample();
-        saver.save(unmarked, "P: ");
-        saver.flush();
-        QCOMPARE(log.lines.size(), 1);
-        QVERIFY(log.lines.first().startsWith("P: save() called for "));
     }
 };
 

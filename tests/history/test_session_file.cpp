@@ -1,0 +1,200 @@
+#include "history/SessionFile.h"
+#include "history/StoreFixture.h"
+
+#include <QJsonArray>
+#include <QTest>
+#include <QTimeZone>
+
+using namespace quellora;
+
+namespace {
+
+/// A description that decodes, to be damaged one key at a time.
+QJsonObject wholeDescription()
+{
+    const QString date = "2026-03-01T14:05:09Z";
+    const QString id = "6F1C2E0A-3B7D-4E55-9A21-0C7B5D2E8F14";
+    return {{"id", id},
+            {"createdAt", date},
+            {"updatedAt", date},
+            {"notes", QJsonArray{QJsonObject{{"id", id}, {"text", "t"}, {"createdAt", date}}}},
+            {"turns", QJsonArray{QJsonObject{
+                          {"id", id}, {"prompt", "p"}, {"response", "r"}, {"createdAt", date}}}},
+            {"screenshots", QJsonArray{QJsonObject{{"index", 0}, {"capturedAt", date}}}}};
+}
+
+QByteArray bytes(const QJsonObject &object)
+{
+    return QJsonDocument(object).toJson();
+}
+
+} // namespace
+
+class TestSessionFile : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void wholeDescriptionIsRead()
+    {
+        const auto file = SessionFile::decode(bytes(wholeDescription()));
+        QVERIFY2(file, file ? "" : qPrintable(file.error()));
+        QCOMPARE(file->notes.size(), 1);
+        QCOMPARE(file->turns.size(), 1);
+        QCOMPARE(file->screenshots.size(), 1);
+        QVERIFY(!file->customTitle);
+    }
+
+    void damageIsNamed_data()
+    {
+        QTest::addColumn<QByteArray>("json");
+        QTest::addColumn<QString>("reason");
+        const QByteArray whole = bytes(wholeDescription());
+        QTest::newRow("nothing") << QByteArray() << "";
+        QTest::newRow("half") << whole.left(whole.size() / 2) << "";
+        QTest::newRow("all but the last brace") << whole.trimmed().chopped(1) << "";
+        QTest::newRow("followed by more") << whole + "x"
+                                          << "";
+        QTest::newRow("zeros") << QByteArray(whole.size(), '\0') << "";
+        QTest::newRow("no UTF-8") << QByteArray(whole).replace("\"t\"", "\"\xff\xfe\"") << "";
+        QTest::newRow("array") << QByteArray("[]") << "not a JSON object";
+        for (const char *key : {"id", "createdAt", "updatedAt", "notes", "turns", "screenshots"}) {
+            QJsonObject without = wholeDescription();
+            without.remove(QLatin1String(key));
+            QTest::addRow("without %s", key) << bytes(without) << key;
+            QJsonObject wrong = wholeDescription();
+            wrong[QLatin1String(key)] = true;
+            QTest::addRow("wrong %s", key) << bytes(wrong) << key;
+        }
+        const std::pair<const char *, QList<const char *>> lists[] = {
+            {"notes", {"id", "text", "createdAt"}},
+            {"turns", {"id", "prompt", "response", "createdAt"}},
+            {"screenshots", {"index", "capturedAt"}}};
+        for (const auto &[list, keys] : lists) {
+            QJsonObject noObject = wholeDescription();
+            noObject[QLatin1String(list)] = QJsonArray{7};
+            QTest::addRow("%s of numbers", list) << bytes(noObject) << "an entry is not an object";
+            for (const char *key : keys) {
+                QJsonObject description = wholeDescription();
+                QJsonObject item = description[QLatin1String(list)][0].toObject();
+                item.remove(QLatin1String(key));
+                description[QLatin1String(list)] = QJsonArray{item};
+                QTest::addRow("%s without %s", list, key) << bytes(description) << key;
+            }
+        }
+        const std::tuple<const char *, const char *, QJsonValue> values[] = {
+            {"date in words", "createdAt", "yesterday"},
+            {"date that does not exist", "createdAt", "2026-02-30T14:05:09Z"},
+            {"date in no zone", "updatedAt", "2026-03-01T14:05:09"},
+            {"id with braces", "id", "{6F1C2E0A-3B7D-4E55-9A21-0C7B5D2E8F14}"},
+            {"id with more behind it", "id", "6F1C2E0A-3B7D-4E55-9A21-0C7B5D2E8F14/.."},
+            {"title that is a number", "customTitle", 5}};
+        for (const auto &[name, key, value] : values) {
+            QJsonObject description = wholeDescription();
+            description[QLatin1String(key)] = value;
+            QTest::newRow(name) << bytes(description) << key;
+        }
+        for (const QJsonValue &index : {QJsonValue("0"), QJsonValue(0.5), QJsonValue(1e300)}) {
+            QJsonObject description = wholeDescription();
+            description["screenshots"] =
+                QJsonArray{QJsonObject{{"index", index}, {"capturedAt", "2026-03-01T14:05:09Z"}}};
+            QTest::addRow("index %s", bytes({{"", index}}).simplified().constData())
+                << bytes(description) << "index";
+        }
+    }
+    void damageIsNamed()
+    {
+        QFETCH(QByteArray, json);
+        QFETCH(QString, reason);
+        const auto file = SessionFile::decode(json);
+        QVERIFY(!file);
+        QVERIFY(!file.error().isEmpty());
+        QVERIFY2(file.error().contains(reason), qPrintable(file.error()));
+
+        // The store says so, for reading and for renaming, and leaves the file alone.
+        StoreFixture f;
+        const QUuid id = QUuid::createUuid();
+        QVERIFY(QDir().mkpath(f.folder(id)));
+        writeFile(f.description(id), json);
+        QCOMPARE(f.store.load(id).error().kind, StoreError::Kind::Decoding);
+        QCOMPARE(f.store.load(id).error().description(), file.error());
+        QCOMPARE(f.store.updateTitle(id, "T").error().kind, StoreError::Kind::Decoding);
+        QCOMPARE(contentOf(f.description(id)), json);
+    }
+
+    void datesAreUtcWithoutFractions()
+    {
+        SessionFile file;
+        file.createdAt = QDateTime({2026, 12, 31}, {23, 59, 59, 999}, Qt::OffsetFromUTC, -3600);
+        file.updatedAt = QDateTime({2026, 3, 1}, {1, 2, 3}, QTimeZone("Asia/Kolkata"));
+        const QJsonObject json = QJsonDocument::fromJson(file.encode()).object();
+        QCOMPARE(json["createdAt"].toString(), "2027-01-01T00:59:59Z");
+        QCOMPARE(json["updatedAt"].toString(), "2026-02-28T19:32:03Z");
+    }
+
+    void datesOfOtherWritersAreRead()
+    {
+        QJsonObject description = wholeDescription();
+        description["createdAt"] = "2026-03-01T15:05:09+01:00";
+        description["updatedAt"] = "2026-03-01T14:05:09.750Z";
+        const auto file = SessionFile::decode(bytes(description));
+        QVERIFY(file);
+        QCOMPARE(file->createdAt.toSecsSinceEpoch(), t0.toSecsSinceEpoch());
+        QCOMPARE(file->updatedAt.toMSecsSinceEpoch(), t0.toMSecsSinceEpoch());
+    }
+
+    void nullTitleIsNoTitle()
+    {
+        QJsonObject description = wholeDescription();
+        description["customTitle"] = QJsonValue::Null;
+        QVERIFY(!SessionFile::decode(bytes(description))->customTitle);
+        description["customTitle"] = "";
+        QCOMPARE(SessionFile::decode(bytes(description))->customTitle, std::optional(QString("")));
+    }
+
+    void anyTextComesBack_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::newRow("empty") << QString("");
+        QTest::newRow("quotes and breaks") << QString("\"\\/\b\f\n\r\t\v");
+        QTest::newRow("NUL and controls")
+            << QString(QChar(0)) + QChar(1) + QChar(0x1f) + QChar(0x7f) + QChar(0x85);
+        QTest::newRow("separators") << QString("a") + QChar(0x2028) + QChar(0x2029) + "b";
+        QTest::newRow("beyond the first plane") << QString::fromUcs4(U"\U0001F600\U0010FFFD");
+        QTest::newRow("lone surrogate") << QString("a") + QChar(0xd83d) + "b" + QChar(0xde00);
+        QTest::newRow("looks like JSON") << QString("{\"id\": null}]}");
+        QTest::newRow("long") << QString(3'000'000, 'x');
+    }
+    void anyTextComesBack()
+    {
+        QFETCH(QString, text);
+        SessionFile file;
+        file.id = QUuid::createUuid();
+        file.createdAt = file.updatedAt = t0;
+        file.notes.append({QUuid::createUuid(), text, t0});
+        file.turns.append({QUuid::createUuid(), text, text, t0});
+        file.customTitle = text;
+        const auto decoded = SessionFile::decode(file.encode());
+        QVERIFY2(decoded, decoded ? "" : qPrintable(decoded.error()));
+        QVERIFY(decoded->notes.first().text == text);
+        QVERIFY(decoded->turns.first().prompt == text);
+        QVERIFY(decoded->turns.first().response == text);
+        QVERIFY(*decoded->customTitle == text);
+    }
+
+    void everyIndexKeepsItsNumber()
+    {
+        for (const qint64 index : {qint64(0), qint64(-1), qint64(9007199254740993),
+                                   std::numeric_limits<qint64>::max()}) {
+            SessionFile file;
+            file.id = QUuid::createUuid();
+            file.createdAt = file.updatedAt = t0;
+            file.screenshots.append({index, t0});
+            const auto decoded = SessionFile::decode(file.encode());
+            QVERIFY2(decoded, decoded ? "" : qPrintable(decoded.error()));
+            QCOMPARE(decoded->screenshots.first().index, index);
+        }
+    }
+};
+
+QTEST_GUILESS_MAIN(TestSessionFile)
+#include "test_session_file.moc"

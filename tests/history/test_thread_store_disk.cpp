@@ -1,0 +1,277 @@
+// The store on disks that are full, read-only or lose their writer in the middle of a save.
+
+#include "history/GrowingThread.h"
+
+#include <QElapsedTimer>
+#include <QProcess>
+#include <QRandomGenerator>
+#include <QTest>
+
+#include <cerrno>
+
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+using namespace quellora;
+
+namespace {
+
+void writeProcFile(const char *path, const QByteArray &content)
+{
+    const int file = ::open(path, O_WRONLY | O_CLOEXEC);
+    if (file < 0 || ::write(file, content.constData(), content.size()) != content.size())
+        qWarning("%s could not be written", path);
+    ::close(file);
+}
+
+/// Gives this process mounts of its own, which go with it.
+/// @return why that is not allowed here
+QString enterOwnMounts()
+{
+    const uid_t user = ::getuid();
+    const gid_t group = ::getgid();
+    if (::unshare(CLONE_NEWNS) != 0) {
+        if (::unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0)
+            return "no mounts of our own: " + qt_error_string(errno);
+        writeProcFile("/proc/self/setgroups", "deny");
+        writeProcFile("/proc/self/uid_map", "0 " + QByteArray::number(user) + " 1");
+        writeProcFile("/proc/self/gid_map", "0 " + QByteArray::number(group) + " 1");
+    }
+    if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+        return "no private mounts: " + qt_error_string(errno);
+    return {};
+}
+
+QString mountsRefused;
+
+/// A small disk of its own with a store on it.
+class SmallDisk
+{
+public:
+    explicit SmallDisk(const QByteArray &options)
+    {
+        if (::mount("none", path().constData(), "tmpfs", 0, options.constData()) != 0)
+            m_refusal = qt_error_string(errno);
+    }
+    ~SmallDisk() { ::umount2(path().constData(), MNT_DETACH); }
+    SmallDisk(const SmallDisk &) = delete;
+    SmallDisk &operator=(const SmallDisk &) = delete;
+
+    QString refusal() const { return m_refusal; }
+
+    bool setReadOnly(bool readOnly) const
+    {
+        const unsigned long flags = MS_REMOUNT | (readOnly ? MS_RDONLY : 0);
+        return ::mount("none", path().constData(), "tmpfs", flags, nullptr) == 0;
+    }
+
+    /// Takes all space but so many pages.
+    bool fill(int freePages) const
+    {
+        const QByteArray page(4096, 'x');
+        const int file = ::open(ballast().constData(), O_CREAT | O_TRUNC | O_WRONLY, 0600);
+        off_t size = 0;
+        while (::write(file, page.constData(), page.size()) == page.size())
+            size += page.size();
+        const bool isDone =
+            errno == ENOSPC && ::ftruncate(file, size - freePages * page.size()) == 0;
+        ::close(file);
+        return isDone;
+    }
+    void empty() const { ::unlink(ballast().constData()); }
+
+    StoreFixture f;
+
+private:
+    QByteArray path() const { return QFile::encodeName(f.support.path()); }
+    QByteArray ballast() const { return path() + "/ballast"; }
+
+    QString m_refusal;
+};
+
+#define SKIP_WITHOUT_MOUNTS(disk)                                                                  \
+    if (!mountsRefused.isEmpty() || !(disk).refusal().isEmpty())                                   \
+    QSKIP(qPrintable(mountsRefused.isEmpty() ? (disk).refusal() : mountsRefused))
+
+/// keptSample() with a screenshot of four pages and a description of three.
+CaptureSession grown(CaptureSession session)
+{
+    session.addScreenshot(QByteArray(4 * 4096, 'a'), t0, t0);
+    session.addTurn("q", QString(2 * 4096, 'b'), t0, t0);
+    return session;
+}
+
+} // namespace
+
+class TestThreadStoreDisk : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void fullDisk()
+    {
+        const SmallDisk disk("size=256k");
+        SKIP_WITHOUT_MOUNTS(disk);
+        int failures = 0;
+        int successes = 0;
+        for (int freePages = 0; freePages < 9; ++freePages) {
+            const CaptureSession before = keptSample();
+            QVERIFY(disk.f.store.save(before));
+            const CaptureSession after = grown(before);
+            QVERIFY(disk.fill(freePages));
+            const auto saved = disk.f.store.save(after);
+            if (saved) {
+                ++successes;
+                QCOMPARE(*disk.f.store.load(after.id), asStored(after));
+            } else {
+                ++failures;
+                QCOMPARE(saved.error().kind, StoreError::Kind::File);
+                QVERIFY2(saved.error().description().endsWith(": No space left on device"),
+                         qPrintable(saved.error().description()));
+                QCOMPARE(*disk.f.store.load(before.id), asStored(before));
+                QVERIFY(disk.f.names(before.id).filter("saving").isEmpty());
+            }
+            disk.empty();
+            QVERIFY(disk.f.store.save(after));
+            QCOMPARE(*disk.f.store.load(after.id), asStored(after));
+            QVERIFY(disk.f.store.remove(after.id));
+        }
+        // Four pages for the image, then three for the description.
+        QCOMPARE(failures, 7);
+        QCOMPARE(successes, 2);
+    }
+
+    void diskWithoutRoomForNames()
+    {
+        const SmallDisk disk("size=256k,nr_inodes=8");
+        SKIP_WITHOUT_MOUNTS(disk);
+        // The disk, two folders, the thread's folder and three files leave room for one more.
+        const CaptureSession before = keptSample();
+        QVERIFY(disk.f.store.save(before));
+        const CaptureSession after = grown(before);
+        const auto saved = disk.f.store.save(after);
+        QVERIFY(!saved);
+        QCOMPARE(saved.error().kind, StoreError::Kind::File);
+        QVERIFY(saved.error().description().startsWith(disk.f.description(after.id) + ": "));
+        QCOMPARE(*disk.f.store.load(before.id), asStored(before));
+        const auto other = disk.f.store.save(keptSample());
+        QVERIFY(!other);
+        QVERIFY2(other.error().description().endsWith(": No space left on device"),
+                 qPrintable(other.error().description()));
+        QCOMPARE(disk.f.store.list()->size(), 1);
+    }
+
+    void readOnlyDisk()
+    {
+        const SmallDisk disk("size=256k");
+        SKIP_WITHOUT_MOUNTS(disk);
+        const CaptureSession before = keptSample();
+        QVERIFY(disk.f.store.save(before));
+        const CaptureSession after = grown(before);
+        QVERIFY(disk.setReadOnly(true));
+        const QList<StoreError> refusals{disk.f.store.save(after).error(),
+                                         disk.f.store.save(keptSample()).error(),
+                                         disk.f.store.updateTitle(before.id, "T").error(),
+                                         disk.f.store.remove(before.id).error()};
+        for (const StoreError &error : refusals) {
+            QCOMPARE(error.kind, StoreError::Kind::File);
+            QVERIFY(error.description().startsWith(disk.f.support.path()));
+        }
+        for (int i = 0; i < 3; ++i) {
+            QVERIFY2(refusals.at(i).description().endsWith(": Read-only file system"),
+                     qPrintable(refusals.at(i).description()));
+        }
+        QCOMPARE(*disk.f.store.list(), QList<QUuid>{before.id});
+        QCOMPARE(*disk.f.store.load(before.id), asStored(before));
+        QVERIFY(disk.setReadOnly(false));
+        QVERIFY(disk.f.store.save(after));
+        QCOMPARE(*disk.f.store.load(after.id), asStored(after));
+    }
+
+    void killedWriters()
+    {
+        constexpr int threadCount = 5;
+        constexpr int roundsPerThread = 9;
+        const StoreFixture f;
+        QRandomGenerator random(20261121);
+        int saves = 0;
+        for (int thread = 0; thread < threadCount; ++thread) {
+            const QUuid id = QUuid::createUuid();
+            for (int round = 0; round < roundsPerThread; ++round) {
+                const int acknowledged =
+                    killInMidSave(f, id, random.bounded(1, 12), random.bounded(4'000));
+                QVERIFY(acknowledged >= 0);
+                verifyOneOfTheSavedStates(f, id, acknowledged, saves);
+                if (QTest::currentTestFailed())
+                    return;
+            }
+            // The next save in peace leaves nothing behind.
+            CaptureSession session = growingThread(id);
+            while (session.turns.size() < saves)
+                grow(session);
+            QVERIFY(f.store.save(session));
+            QVERIFY(f.names(id).filter("saving").isEmpty());
+            QCOMPARE(f.names(id).size(), session.screenshots.size() + 1);
+            QCOMPARE(*f.store.load(id), asStored(session));
+        }
+        QCOMPARE(f.store.list()->size(), threadCount);
+    }
+
+private:
+    /// Starts a writer, waits for some saves and kills it a moment later.
+    /// @return the turns that it said were stored; -1 when it did not work
+    static int killInMidSave(const StoreFixture &f, const QUuid &id, int reports, int microseconds)
+    {
+        QProcess writer;
+        writer.start(QUELLORA_THREAD_STORE_WRITER, {f.support.path(), uuidText(id)});
+        QByteArray output;
+        while (output.count('\n') < reports) {
+            if (!writer.waitForReadyRead(10'000))
+                return -1;
+            output += writer.readAllStandardOutput();
+        }
+        QElapsedTimer moment;
+        moment.start();
+        while (moment.nsecsElapsed() < qint64(microseconds) * 1000) {
+        }
+        writer.kill();
+        if (!writer.waitForFinished(10'000) || writer.exitStatus() != QProcess::CrashExit)
+            return -1;
+        output += writer.readAllStandardOutput();
+        const auto lines = output.left(output.lastIndexOf('\n')).split('\n');
+        return lines.last().toInt();
+    }
+
+    static void verifyOneOfTheSavedStates(const StoreFixture &f, const QUuid &id, int acknowledged,
+                                          int &saves)
+    {
+        const auto loaded = f.store.load(id);
+        if (!loaded) {
+            // Killed before its first save was through.
+            QCOMPARE(loaded.error().kind, StoreError::Kind::SessionNotFound);
+            QCOMPARE(acknowledged, 0);
+            saves = 0;
+            return;
+        }
+        saves = static_cast<int>(loaded->turns.size());
+        QVERIFY(saves == acknowledged || saves == acknowledged + 1);
+        CaptureSession expected = growingThread(id);
+        while (expected.turns.size() < saves)
+            grow(expected);
+        QCOMPARE(*loaded, asStored(expected));
+        // At most the file that was being written is left over.
+        QVERIFY(f.names(id).filter("saving").size() <= 1);
+    }
+};
+
+int main(int argc, char *argv[])
+{
+    // Before any other thread is there: the kernel asks for that.
+    mountsRefused = enterOwnMounts();
+    QCoreApplication app(argc, argv);
+    TestThreadStoreDisk test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "test_thread_store_disk.moc"
