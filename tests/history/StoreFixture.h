@@ -4,6 +4,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTemporaryDir>
@@ -58,11 +59,20 @@ inline int modeOf(const QString &path)
     return ::lstat(QFile::encodeName(path).constData(), &info) == 0 ? info.st_mode & 0777 : -1;
 }
 
+/// Where files cost no disk, if there is such a place.
+inline QString fastFolder()
+{
+    const QFileInfo memory(QStringLiteral("/dev/shm"));
+    return memory.isDir() && memory.isWritable() ? memory.filePath() : QDir::tempPath();
+}
+
 /// A store in a folder of its own.
 struct StoreFixture
 {
-    explicit StoreFixture(std::shared_ptr<ThreadFiles> files = std::make_shared<DiskThreadFiles>())
-        : store(support.path(), std::move(files))
+    explicit StoreFixture(std::shared_ptr<ThreadFiles> files = std::make_shared<DiskThreadFiles>(),
+                          const QString &place = fastFolder())
+        : support(place + QStringLiteral("/quellora-test-XXXXXX"))
+        , store(support.path(), std::move(files))
     {}
 
     QTemporaryDir support;

@@ -193,7 +193,7 @@ private Q_SLOTS:
     {
         constexpr int threadCount = 5;
         constexpr int roundsPerThread = 9;
-        const StoreFixture f;
+        const StoreFixture f(std::make_shared<DiskThreadFiles>(), QDir::tempPath());
         QRandomGenerator random(20261121);
         int saves = 0;
         for (int thread = 0; thread < threadCount; ++thread) {
