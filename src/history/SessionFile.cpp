@@ -10,7 +10,8 @@ namespace {
 
 QString dateText(const QDateTime &date)
 {
-    return date.toUTC().toString(QStringLiteral("yyyy-MM-dd'T'HH:mm:ss'Z'"));
+    // Seconds only, with a "Z" because of UTC.
+    return date.toUTC().toString(Qt::ISODate);
 }
 
 /// Reads members of one object; remembers the first that is missing or wrong.
