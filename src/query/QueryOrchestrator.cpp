@@ -424,6 +424,23 @@ void QueryOrchestrator::stop()
     Q_EMIT activityChanged();
 }
 
+void QueryOrchestrator::discardAnswers(const QUuid &threadId)
+{
+    const QList<ActiveQueryPtr> queries = m_queries;
+    for (const ActiveQueryPtr &query : queries) {
+        if (query->threadId != threadId)
+            continue;
+        if (query->transfer)
+            query->transfer->cancel();
+        if (query == m_shown)
+            leavePage();
+        forget(query);
+        m_with.threads.release(threadId);
+        log(QStringLiteral("Answer given up with its thread"));
+    }
+    Q_EMIT activityChanged();
+}
+
 void QueryOrchestrator::cancelAll()
 {
     const QList<ActiveQueryPtr> queries = std::exchange(m_queries, {});

@@ -66,6 +66,8 @@ public:
     void stop();
     /// Shows the current thread with the answer under way in it, if any.
     void showCurrentThread();
+    /// Cancels what is under way in a thread that is being deleted; its answers are not kept.
+    void discardAnswers(const QUuid &threadId);
     /// Cancels every transfer without a trace on the display: the session is over.
     void cancelAll();
 

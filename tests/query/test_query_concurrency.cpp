@@ -45,6 +45,32 @@ private Q_SLOTS:
         QCOMPARE(responses(shown), QStringList{"server prompt=half an answer"});
     }
 
+    void answersOfADeletedThreadAreGivenUp()
+    {
+        Fixture f;
+        f.threads.setKeepAIHistoryEnabled(true);
+        f.orchestrator.sendPromptOnly("kept");
+        const QPointer<FakeTransfer> kept = f.service.transfers.at(0);
+        const QUuid keptThread = f.threads.currentSession()->id;
+        f.threads.startNewThread();
+        f.orchestrator.sendPromptOnly("doomed");
+        const QPointer<FakeTransfer> doomed = f.service.transfers.at(1);
+        const QUuid doomedThread = f.threads.currentSession()->id;
+        doomed->answer("half");
+        f.display.calls.clear();
+
+        f.orchestrator.discardAnswers(doomedThread);
+        QVERIFY(f.threads.forget(doomedThread));
+        QVERIFY(doomed->cancelled && !kept->cancelled);
+        QCOMPARE(f.display.calls, QStringList{"abandonStream"});
+        QCOMPARE(f.orchestrator.activity(), Activity::Idle);
+        f.saver.saved.clear();
+        kept->answer("text");
+        kept->finish(done());
+        QCOMPARE(responses(f.saver.saved.value(keptThread)), QStringList{"kept=text"});
+        QVERIFY(!f.saver.saved.contains(doomedThread));
+    }
+
     void theOlderAnswerReturnsWhenTheNewerIsDone()
     {
         Fixture f;

@@ -1,0 +1,37 @@
+#include "overlay/OverlayHistory.h"
+
+#include "overlay/ui/OverlayModel.h"
+#include "panels/HamburgerMenuModel.h"
+#include "query/QueryOrchestrator.h"
+
+namespace quellora {
+
+OverlayHistory::OverlayHistory(ThreadLibrary &library, ThreadController &threads)
+    : m_history(library, threads), m_model(m_history, threads)
+{
+    connect(&m_history, &HistoryController::currentThreadDeleted, this,
+            &OverlayHistory::currentThreadDeleted);
+}
+
+void OverlayHistory::attach(OverlayModel &overlay, HamburgerMenuModel &menu,
+                            QueryOrchestrator &orchestrator)
+{
+    menu.setHistoryAvailable(true);
+    connect(&menu, &HamburgerMenuModel::historyRequested, this,
+            &OverlayHistory::historyButtonClicked);
+    connect(&m_history, &HistoryController::openChanged, &overlay,
+            [this, &overlay] { overlay.setSheetOpen(m_history.isHistorySidebarOpen()); });
+    connect(&m_history, &HistoryController::threadOpened, &orchestrator,
+            &QueryOrchestrator::showCurrentThread);
+    connect(&m_history, &HistoryController::threadDeleted, &orchestrator,
+            &QueryOrchestrator::discardAnswers);
+}
+
+void OverlayHistory::historyButtonClicked()
+{
+    if (!m_history.isHistorySidebarOpen())
+        Q_EMIT aboutToOpen();
+    m_history.historyButtonClicked();
+}
+
+} // namespace quellora
