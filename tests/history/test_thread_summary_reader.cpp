@@ -1,0 +1,258 @@
+#include "history/StoreFixture.h"
+#include "history/ThreadSummaryReader.h"
+
+#include <QJsonArray>
+#include <QTest>
+
+using namespace quellora;
+
+namespace {
+
+using Listed = ThreadLibrary::Result<ThreadBatch>;
+
+struct Shelf : StoreFixture
+{
+    ThreadSummaryReader reader{support.filePath("Quellora/sessions")};
+
+    QUuid save(CaptureSession session) const
+    {
+        session.resumeTurnPersistingFromDisk();
+        session.beginPersistingNotes();
+        if (!store.save(session))
+            qFatal("The thread could not be stored");
+        return session.id;
+    }
+    /// A stored thread whose description is replaced by @p json.
+    QUuid damaged(const QByteArray &json) const
+    {
+        const QUuid id = save(sample());
+        writeFile(description(id), json);
+        return id;
+    }
+    /// As text: a summary's title, or why there is none.
+    QString outcome(const QUuid &id)
+    {
+        const auto summary = reader.read(id);
+        return summary ? summary->title() : "skipped: " + summary.error();
+    }
+    QList<Listed> list(qsizetype batchSize = 200, int cancelAfter = -1) const
+    {
+        QPromise<Listed> promise;
+        QFuture<Listed> future = promise.future();
+        promise.start();
+        if (cancelAfter == 0)
+            future.cancel();
+        ThreadSummaryReader::readAll(store, promise, batchSize);
+        promise.finish();
+        return future.results();
+    }
+};
+
+} // namespace
+
+class TestThreadSummaryReader : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void summaryOfAThread()
+    {
+        Shelf f;
+        CaptureSession session = sample();
+        session.addNote("note", t0);
+        session.addTurn("second", "r", t0, t0.addSecs(60));
+        session.turns[0].prompt = "  \n first \"line\"\nmore";
+        const auto summary = f.reader.read(f.save(session));
+        QVERIFY2(summary, summary ? "" : qPrintable(summary.error()));
+        QCOMPARE(*summary, (ThreadSummary{session.id, asStored(session).createdAt,
+                                          asStored(session).updatedAt, std::nullopt,
+                                          "first \"line\"", 2, 1, 2}));
+    }
+
+    void titles()
+    {
+        Shelf f;
+        CaptureSession session = CaptureSession::create(t0);
+        QCOMPARE(f.outcome(f.save(session)), "Screenshot");
+        session.addNote("  \n  Hello\nworld", t0);
+        session.addNote("other", t0);
+        QCOMPARE(f.outcome(f.save(session)), "Hello");
+        session.addTurn("", "r", t0, t0);
+        QCOMPARE(f.outcome(f.save(session)), "");
+        session.customTitle = QString::fromUtf8("Größe \xF0\x9F\x98\x80 \"1\"");
+        QCOMPARE(f.outcome(f.save(session)), *session.customTitle);
+        QVERIFY(f.store.updateTitle(session.id, ""));
+        QCOMPARE(f.reader.read(session.id)->customTitle, std::optional(QString("")));
+    }
+
+    void unusualDescriptionsAreReadLikeLoading_data()
+    {
+        QTest::addColumn<QByteArray>("from");
+        QTest::addColumn<QByteArray>("to");
+        QTest::newRow("compact") << QByteArray("    ") << QByteArray();
+        QTest::newRow("fractions of seconds") << QByteArray("09Z\"") << QByteArray("09.25Z\"");
+        QTest::newRow("other zone") << QByteArray("09Z\"") << QByteArray("09+02:00\"");
+        QTest::newRow("null title")
+            << QByteArray("\"turns\"") << QByteArray("\"customTitle\": null, \"turns\"");
+        QTest::newRow("more keys") << QByteArray("\"turns\"") << QByteArray("\"x\": {}, \"turns\"");
+        QTest::newRow("key twice")
+            << QByteArray("\"turns\"") << QByteArray("\"notes\": [], \"turns\"");
+        QTest::newRow("lone surrogate") << QByteArray("\"p\"") << QByteArray("\"a\\ud83db\"");
+        QTest::newRow("escaped key") << QByteArray("\"turns\"") << QByteArray("\"t\\u0075rns\"");
+        QTest::newRow("lower-case entry id")
+            << QByteArray("\"id\": \"A") << QByteArray("\"id\": \"a");
+        QTest::newRow("index in other words")
+            << QByteArray("\"index\": 1") << QByteArray("\"index\": 1.0");
+        // Damage:
+        QTest::newRow("broken constant")
+            << QByteArray("\"turns\"") << QByteArray("\"x\": nul, \"turns\"");
+        QTest::newRow("no such date") << QByteArray("2026-03-01") << QByteArray("2026-02-30");
+        QTest::newRow("number for a text")
+            << QByteArray("\"response\": \"r\"") << QByteArray("\"response\": 5");
+        QTest::newRow("no response") << QByteArray("\"response\"") << QByteArray("\"answer\"");
+        QTest::newRow("bad id") << QByteArray("\"prompt\": \"p\"")
+                                << QByteArray("\"id\": \"\", \"prompt\": \"p\"");
+        QTest::newRow("no UTF-8") << QByteArray("\"p\"") << QByteArray("\"\xff\"");
+        QTest::newRow("wrong list")
+            << QByteArray("\"turns\": [") << QByteArray("\"turns\": {}, \"t\": [");
+        QTest::newRow("no index") << QByteArray("\"index\"") << QByteArray("\"position\"");
+        QTest::newRow("two values")
+            << QByteArray("{\n    \"createdAt\"") << QByteArray("{}{\n    \"createdAt\"");
+        QTest::newRow("more behind") << QByteArray("\n}\n") << QByteArray("\n}\n7");
+        QTest::newRow("half") << QByteArray("\n}\n") << QByteArray("\n");
+        QTest::newRow("control in a text") << QByteArray("\"p\"") << QByteArray("\"\n\"");
+    }
+    void unusualDescriptionsAreReadLikeLoading()
+    {
+        QFETCH(QByteArray, from);
+        QFETCH(QByteArray, to);
+        Shelf f;
+        CaptureSession session = sample();
+        session.addNote("note", t0);
+        session.turns[0].id = QUuid("{ABCDEF01-3b7d-4e55-9a21-0c7b5d2e8f14}");
+        const QUuid id = f.save(session);
+        const QByteArray json = contentOf(f.description(id));
+        QVERIFY(json.contains(from));
+        writeFile(f.description(id), QByteArray(json).replace(from, to));
+        const auto loaded = f.store.load(id);
+        const auto summary = f.reader.read(id);
+        QCOMPARE(summary.has_value(), loaded.has_value());
+        if (!loaded) {
+            QCOMPARE(summary.error(), loaded.error().description());
+            return;
+        }
+        QCOMPARE(summary->title(), loaded->customTitle.value_or(loaded->previewText()));
+        QCOMPARE(summary->updatedAt, loaded->updatedAt);
+        QCOMPARE(summary->createdAt, loaded->createdAt);
+        QCOMPARE(summary->turns, loaded->turns.size());
+        QCOMPARE(summary->notes, loaded->notes.size());
+        QCOMPARE(summary->screenshots, loaded->screenshots.size());
+    }
+
+    void reasonsForSkipping()
+    {
+        Shelf f;
+        const QUuid unknown = QUuid::createUuid();
+        QCOMPARE(f.outcome(unknown), "skipped: No saved session found for " + uuidText(unknown));
+
+        const QUuid imageless = f.save(sample());
+        QVERIFY(QFile::remove(f.folder(imageless) + "/screenshot-1.png"));
+        QCOMPARE(f.outcome(imageless),
+                 "skipped: Session " + uuidText(imageless) + " is missing screenshot-1.png");
+        QVERIFY(QFile::link("/etc/passwd", f.folder(imageless) + "/screenshot-1.png"));
+        QVERIFY(!f.reader.read(imageless));
+
+        const QUuid other = f.save(sample());
+        const QUuid foreign = f.damaged(contentOf(f.description(other)));
+        QCOMPARE(f.outcome(foreign), "skipped: it describes thread " + uuidText(other));
+        QCOMPARE(f.outcome(f.damaged("[1, 2]")), "skipped: not a JSON object");
+        QVERIFY(f.outcome(f.damaged("")).startsWith("skipped: "));
+
+        const QUuid huge = f.save(sample());
+        QVERIFY(QFile::resize(f.description(huge), ThreadSummaryReader::largestDescription + 1));
+        QCOMPARE(f.outcome(huge), "skipped: the description is too large");
+
+        const QUuid linked = f.save(sample());
+        QVERIFY(QFile::rename(f.description(linked), f.folder(linked) + "/elsewhere"));
+        QVERIFY(QFile::link(f.folder(linked) + "/elsewhere", f.description(linked)));
+        QCOMPARE(f.outcome(linked), "skipped: not a regular file");
+        // The reader is none the worse for it.
+        QCOMPARE(f.outcome(other), "p");
+    }
+
+    void imagesAreNotRead()
+    {
+        // One of a terabyte, which nobody reads in passing.
+        Shelf f;
+        const QUuid id = f.save(sample());
+        const QString image = f.folder(id) + "/screenshot-0.png";
+        QVERIFY(QFile::resize(image, qint64(1) << 40));
+        QCOMPARE(f.reader.read(id)->screenshots, 2);
+    }
+
+    void batchesHoldEveryThread()
+    {
+        Shelf f;
+        QSet<QUuid> expected;
+        for (int i = 0; i < 7; ++i) {
+            CaptureSession session = sample();
+            session.updatedAt = t0.addSecs(i);
+            expected.insert(f.save(session));
+        }
+        const QUuid bad = f.damaged("{");
+        const QList<Listed> batches = f.list(3);
+        QCOMPARE(batches.size(), 3);
+        QSet<QUuid> found;
+        for (const auto &batch : batches) {
+            QVERIFY(batch);
+            QCOMPARE(batch->total, 8);
+            for (int i = 0; i < batch->threads.size(); ++i) {
+                found.insert(batch->threads.at(i).id);
+                QVERIFY(i == 0 ||
+                        batch->threads.at(i - 1).updatedAt >= batch->threads.at(i).updatedAt);
+            }
+            for (const auto &skipped : batch->skipped)
+                QCOMPARE(skipped.id, bad);
+        }
+        QCOMPARE(found, expected);
+        QVERIFY(f.list(100).first()->skipped.size() == 1);
+    }
+
+    void lastChangedComeFirst()
+    {
+        Shelf f;
+        QList<QUuid> ids;
+        for (int i = 0; i < 4; ++i) {
+            ids.prepend(f.save(sample()));
+            QFile file(f.description(ids.first()));
+            QVERIFY(file.open(QIODevice::ReadWrite));
+            QVERIFY(file.setFileTime(t0.addSecs(i), QFileDevice::FileModificationTime));
+        }
+        QList<QUuid> found;
+        for (const auto &batch : f.list(1))
+            found.append(batch->threads.first().id);
+        QCOMPARE(found, ids);
+    }
+
+    void cancelledReadingEnds()
+    {
+        Shelf f;
+        f.save(sample());
+        QVERIFY(f.list(1, 0).isEmpty());
+        QCOMPARE(f.list(1).size(), 1);
+    }
+
+    void unreadableFolderIsOneError()
+    {
+        Shelf f;
+        QVERIFY(f.list().isEmpty());
+        QVERIFY(QDir(f.support.filePath("Quellora")).removeRecursively());
+        writeFile(f.support.filePath("Quellora"), "");
+        const QList<Listed> listed = f.list();
+        QCOMPARE(listed.size(), 1);
+        QVERIFY(!listed.first());
+        QCOMPARE(listed.first().error().kind, StoreError::Kind::File);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestThreadSummaryReader)
+#include "test_thread_summary_reader.moc"
