@@ -12,6 +12,8 @@ Basic.AbstractButton {
     property bool filled: false
     property bool available: true
     property color color: "#e8e8ea"
+    /// Read by assistive programs.
+    readonly property int role: Accessible.MenuItem
 
     /// Tab goes to the next row (1) or the one before (-1): the menu keeps the focus.
     signal tabbed(int step)
@@ -71,7 +73,7 @@ Basic.AbstractButton {
     Keys.onReturnPressed: row.clicked()
     Keys.onEnterPressed: row.clicked()
 
-    Accessible.role: Accessible.MenuItem
+    Accessible.role: role
     Accessible.name: row.text
     Accessible.onPressAction: row.clicked()
 }

@@ -10,6 +10,11 @@ Basic.AbstractButton {
     required property BottomPanelsModel panels
     property real maximumLabelWidth: 120
     property bool isOpen: false
+    /// Read by assistive programs, as are the others without a use here.
+    readonly property int role: Accessible.ComboBox
+    readonly property string value: panels.selectedModelName
+    readonly property bool expandable: true
+    readonly property bool expanded: isOpen
     readonly property ThemeTokens theme: Tokens.frame
 
     objectName: "modelPicker"
@@ -65,8 +70,8 @@ Basic.AbstractButton {
             picker.clicked()
     }
 
-    Accessible.role: Accessible.ComboBox
+    Accessible.role: role
     Accessible.name: qsTr("Model")
-    Accessible.description: picker.panels.selectedModelName
+    Accessible.description: value
     Accessible.onPressAction: if (picker.enabled) picker.clicked()
 }

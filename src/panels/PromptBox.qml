@@ -228,12 +228,14 @@ Rectangle {
         y: box.rowY
         iconName: "hard-drive"
         name: qsTr("Save thread")
-        foreground: box.panels.keepAIHistoryEnabled ? box.theme.accentText : box.theme.icon
+        role: Accessible.CheckBox
+        isSwitch: true
+        isOn: box.panels.keepAIHistoryEnabled
+        foreground: isOn ? box.theme.accentText : box.theme.icon
         onClicked: box.panels.toggleKeepAIHistory()
 
-        Accessible.role: Accessible.CheckBox
         Accessible.checkable: true
-        Accessible.checked: box.panels.keepAIHistoryEnabled
+        Accessible.checked: isOn
         Accessible.onToggleAction: box.panels.toggleKeepAIHistory()
     }
     IconButton {

@@ -55,7 +55,6 @@ Card {
         rightPadding: 10
         // A long label may not push the header away.
         width: Math.min(implicitWidth, card.width / 2)
-        clip: implicitWidth > width
         kind: Button.Primary
         text: card.panels.messageActionLabel
         onClicked: card.panels.performMessageAction()
@@ -88,6 +87,9 @@ Card {
         interactive: overflows
         clip: overflows
         activeFocusOnTab: overflows
+        Accessible.role: Accessible.Pane
+        Accessible.name: card.panels.messageHeader
+        Accessible.focusable: overflows
 
         Keys.onUpPressed: contentY = Math.max(0, contentY - 19)
         Keys.onDownPressed: contentY = Math.min(contentHeight - height, contentY + 19)
@@ -130,7 +132,6 @@ Card {
         x: 38
         y: card.height - card.bottomPad - height
         width: Math.min(implicitWidth, card.width - x - 14)
-        clip: implicitWidth > width
         kind: Button.Primary
         text: card.panels.messageActionLabel
         onClicked: card.panels.performMessageAction()

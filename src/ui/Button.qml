@@ -51,7 +51,11 @@ Basic.AbstractButton {
     opacity: enabled || filled ? 1 : Tokens.disabledOpacity
 
     contentItem: Item {
-        implicitWidth: row.implicitWidth
+        id: content
+        readonly property real iconRoom: control.iconName.length > 0
+                                         ? Tokens.iconSize + Tokens.space2 : 0
+
+        implicitWidth: iconRoom + words.implicitWidth
         implicitHeight: row.implicitHeight
 
         Row {
@@ -66,7 +70,11 @@ Basic.AbstractButton {
                 color: control.foreground
             }
             Label {
+                id: words
                 anchors.verticalCenter: parent.verticalCenter
+                width: Math.min(implicitWidth,
+                                control.availableWidth - content.iconRoom)
+                elide: Text.ElideRight
                 text: control.text
                 type: control.type
                 color: control.foreground

@@ -142,7 +142,9 @@ public:
 
     QAccessible::Role role() const override
     {
-        const int role = attached("role").toInt();
+        // The toolkit's buttons reset the attached role once assistive programs are there.
+        const int own = property("role").toInt();
+        const int role = own == QAccessible::NoRole ? attached("role").toInt() : own;
         return role == QAccessible::NoRole ? QAccessible::Button
                                            : static_cast<QAccessible::Role>(role);
     }
@@ -150,8 +152,11 @@ public:
     {
         QAccessible::State state = ItemAccessible::state();
         state.pressed = property("down").toBool();
-        state.checkable = attached("checkable").toBool() || property("checkable").toBool();
-        state.checked = state.checkable && property("checked").toBool();
+        // The toolkit's buttons reset the attached states of a switch as well.
+        state.checkable = attached("checkable").toBool() || property("checkable").toBool() ||
+                          property("isSwitch").toBool();
+        state.checked =
+            state.checkable && (property("isOn").toBool() || property("checked").toBool());
         state.selected = attached("selected").toBool();
         state.expandable = attached("expandable").toBool() || property("expandable").toBool();
         state.expanded = property("expanded").toBool();
@@ -160,6 +165,8 @@ public:
     }
     QString text(QAccessible::Text what) const override
     {
+        if (what == QAccessible::Value)
+            return property("value").toString();
         const QString text = ItemAccessible::text(what);
         return what == QAccessible::Name && text.isEmpty() ? property("text").toString() : text;
     }

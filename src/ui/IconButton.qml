@@ -28,6 +28,11 @@ Basic.AbstractButton {
     property string blockedReason
     property color badgeSurface: theme.surface
     property int cursor: Qt.ArrowCursor
+    /// What it is to assistive programs.
+    property int role: Accessible.Button
+    /// A button that stands for a switch: whether it is one, and whether it is on.
+    property bool isSwitch: false
+    property bool isOn: false
     property color foreground: control.defaultForeground()
 
     readonly property bool boxed: look !== IconButton.Plain
@@ -135,7 +140,7 @@ Basic.AbstractButton {
     Keys.onReturnPressed: control.clicked()
     Keys.onEnterPressed: control.clicked()
 
-    Accessible.role: Accessible.Button
+    Accessible.role: control.role
     Accessible.name: control.name
     Accessible.description: control.blocked ? control.blockedReason
                           : control.enabled ? "" : control.disabledReason

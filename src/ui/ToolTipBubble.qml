@@ -11,6 +11,7 @@ Rectangle {
     property string blockedReason
     readonly property bool isBlocked: blockedReason.length > 0
     readonly property int gap: 6
+    readonly property size room: parent ? Qt.size(parent.width, parent.height) : Qt.size(0, 0)
     readonly property int margin: 4
 
     function place() {
@@ -27,6 +28,7 @@ Rectangle {
 
     parent: bubble.anchorItem.Window.window ? bubble.anchorItem.Window.window.contentItem : null
     onParentChanged: place()
+    onRoomChanged: place()
     onWidthChanged: place()
     Component.onCompleted: place()
 

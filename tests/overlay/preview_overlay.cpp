@@ -66,6 +66,20 @@ bool apply(OverlayFixture &f, const QString &word)
         f.panels.setAdminMessage(OverlayFixture::blocking());
         f.panels.setBlocked(true);
         f.overlay.setSendingBlocked(true);
+    } else if (word == QLatin1String("wordy")) {
+        const QString longName = QStringLiteral("A name that goes on and on without an end ");
+        auto message = OverlayFixture::blocking();
+        message.headerText = longName.repeated(4);
+        message.actionLabel = longName.repeated(3);
+        message.bodyMarkdown = QStringLiteral("Anunbreakableword").repeated(20) +
+                               QStringLiteral("\n\n- [a link](https://example.com) and `code`\n");
+        f.panels.setAdminMessage(message);
+        f.overlay.setTitle(longName.repeated(6));
+        QList<ModelOption> models;
+        for (int i = 0; i < 8; ++i)
+            models.append({QString::number(i), longName.repeated(i % 3 + 1), longName.repeated(4)});
+        f.panels.setAvailableModels(models);
+        f.panels.setSelectedModelId(QStringLiteral("1"));
     } else if (word == QLatin1String("endless")) {
         f.panels.setAdminMessage(OverlayFixture::message(
             QStringLiteral("INFORMATIONAL"), QStringLiteral("Release notes"),

@@ -74,10 +74,10 @@ Item {
         rightInset: 2
         iconName: "menu"
         name: qsTr("Menu")
+        role: Accessible.ButtonMenu
         active: bar.overlay.isMenuOpen
         onClicked: bar.overlay.toggleMenu()
 
-        Accessible.role: Accessible.ButtonMenu
         Accessible.description: bar.overlay.isMenuOpen ? qsTr("expanded") : qsTr("collapsed")
     }
     Rectangle {

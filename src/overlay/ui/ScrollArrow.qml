@@ -43,6 +43,10 @@ Basic.AbstractButton {
             color: arrow.scrollbar.arrowColor
         }
     }
+    ToolTip {
+        target: arrow
+        text: arrow.name
+    }
     HoverHandler { cursorShape: Qt.ArrowCursor }
 
     Keys.onReturnPressed: arrow.clicked()

@@ -119,6 +119,27 @@ class Accessibility:
         wait_until(lambda: self.find(name, role) is None, timeout,
                    f"the control {name!r} to disappear")
 
+    def focused_name(self):
+        """Name of the control with the keyboard focus; empty for the page or none."""
+        found = ""
+        for _, node in self.walk():
+            if (self.has_state(node, "FOCUSED", "SHOWING")
+                    and node.get_role_name() != "document web"):
+                found = node.get_name() or found
+        return found
+
+    def wait_focused(self, name, timeout=PATIENCE):
+        """Waits until the control with this name, or the page ("") has the keyboard focus."""
+        seen = [None]
+
+        def look():
+            seen[0] = self.focused_name()
+            return seen[0] == name
+        try:
+            wait_until(look, timeout, f"the focus on {name!r}")
+        except AssertionError as error:
+            raise AssertionError(f"{error}; it is on {seen[0]!r}") from None
+
     def is_enabled(self, node):
         """Whether a control takes presses."""
         return self.has_state(node, "SENSITIVE")

@@ -1,0 +1,76 @@
+"""A signed-in panel above a document that has the keyboard; shared by tests with the pointer."""
+
+from harness import HostileServer, SignedInCase, wait_until
+from harness.server import QUERY
+
+MODELS = [{"id": f"m{number}", "displayName": f"Model {number}", "descriptor": f"Number {number}"}
+          for number in range(3)]
+
+
+class PointerCase(SignedInCase):
+    """A document lies beneath the panel and has the keyboard."""
+
+    server_config = {"availableModels": MODELS, "model": "m0", "tokensUsed": 850000,
+                     "tokensRemaining": 150000}
+
+    def setUp(self):
+        self.window = self.other_window()
+        super().setUp()
+        self.access = self.shared_app.access
+        self.shared_server.on(QUERY, HostileServer.answer_with("Hello from the server.",
+                                                               tokensRemaining=150000))
+        self.give_back()
+        self.before = len(self.shared_server.requests(QUERY))
+
+    def tearDown(self):
+        if self.access.find("Remove screenshot"):
+            self.access.click("Remove screenshot")
+            self.access.wait_gone("Remove screenshot")
+
+    def beside(self):
+        _, x, y, width, _ = self.shared_app.panel()
+        return x + width + 40, y + 40
+
+    def give_back(self):
+        """Returns the keyboard to the document with a click on it."""
+        mark = self.window.mark()
+        self.desktop.click(*self.beside())
+        self.window.wait_for("press", 1, since=mark)
+        wait_until(lambda: self.desktop.focus_window() == self.window.window_id,
+                   what="the focus of the document")
+
+    def stored(self, key):
+        return self.shared_app.stored_defaults().get(key)
+
+    def type_prompt(self, text):
+        self.access.click("Write a message")
+        self.access.wait_focused("Write a message")
+        self.desktop.type_text(text)
+        wait_until(lambda: self.stored("userPrompt") == text.replace("\n", ""),
+                   what="the stored prompt")
+
+    def request(self):
+        return self.shared_server.wait_for_request(QUERY, self.before + 1).json()
+
+    def assert_border(self, panels_height):
+        """Clicks pass just above the bottom panels, and not just below their upper edge."""
+        _, x, y, width, height = self.shared_app.panel()
+        edge = y + height - panels_height
+        column = x + width // 2
+
+        def passes():
+            mark = self.window.mark()
+            self.desktop.click(column, edge - 2)
+            self.desktop.click(*self.beside())
+            self.window.wait_for("press", 1, since=mark)
+            wait_until(lambda: self.window.events("press", since=mark)[-1].x == self.beside()[0],
+                       what="the click beside the panel")
+            return (column, edge - 2) in [(event.x, event.y)
+                                          for event in self.window.events("press", since=mark)]
+        wait_until(passes, 10, f"clicks to pass above panels of {panels_height}")
+        mark = self.window.mark()
+        self.desktop.click(column, edge + 2)
+        self.desktop.click(*self.beside())
+        wait_until(lambda: self.window.events("press", since=mark), what="the click beside")
+        self.assertEqual([event.x for event in self.window.events("press", since=mark)],
+                         [self.beside()[0]], "a click went through the panels")

@@ -1,0 +1,166 @@
+"""The scrollbar beside the answer: arrows, wheel, keys, dragging, and an answer that grows."""
+
+import threading
+import unittest
+
+from harness import HostileServer, SignedInCase, chunk_event, done_event, wait_until
+from harness.server import QUERY
+
+LINES = "\n\n".join(f"line {number}" for number in range(120))
+BAR = "Response scroll position"
+
+
+class ScrollbarTest(SignedInCase):
+    def setUp(self):
+        super().setUp()
+        self.access = self.shared_app.access
+        _, self.x, self.y, self.width, self.height = self.shared_app.panel()
+
+    def thumb(self):
+        """(top, height) of the thumb in the track, in points."""
+        node = self.access.wait_for(BAR)
+        _, y, _, height = self.access.bounds(node)
+        return y - self.y - 72 - 30, height
+
+    #: Height of the track: response area, less the arrows and their gaps.
+    track = 532 - 2 * 30
+
+    def wait_thumb(self, condition, what):
+        return wait_until(lambda: (lambda place: place if condition(*place) else None)(
+            self.thumb()), what=what)
+
+    def at_top(self, top, _height):
+        return top == 0
+
+    def at_bottom(self, top, height):
+        return abs(top + height - self.track) <= 1
+
+    def show(self, text):
+        self.shared_server.on(QUERY, HostileServer.answer_with(text))
+        self.ask("question")
+        self.wait_answer()
+
+    def show_long(self):
+        self.show(LINES)
+        self.access.wait_for("Scroll up", enabled=True)
+        # The page that replaces the stream begins at its end.
+        self.wait_thumb(self.at_bottom, "the end of the answer")
+
+    def wheel(self, button, count, x=None):
+        for _ in range(count):
+            self.desktop.click(x or self.x + self.width - 14, self.y + 300, button)
+
+    def focus_bar(self):
+        node = self.access.wait_for(BAR)
+        self.access.click("Write a message")
+        self.access.wait_focused("Write a message")
+        node.get_component_iface().grab_focus()
+        self.access.wait_focused(BAR)
+
+    def test_arrows_wheel_and_keys(self):
+        self.show_long()
+        self.focus_bar()
+        self.desktop.press("home")
+        self.wait_thumb(self.at_top, "the top")
+        # Two presses of the arrow go as far as three notches of the wheel: 2 × 60 = 3 × 40.
+        self.access.click("Scroll down")
+        self.wait_thumb(lambda top, _: top > 0, "the first step")
+        first = self.wait_rest()
+        self.access.click("Scroll down")
+        self.wait_thumb(lambda top, _: top > first[0], "the second step")
+        after_arrows = self.wait_rest()
+        self.wheel(4, 3)
+        self.wait_thumb(self.at_top, "the top again")
+        self.wheel(5, 3)
+        self.wait_thumb(lambda top, _: abs(top - after_arrows[0]) <= 1, "the same place")
+        self.access.press("Scroll up")
+        self.wait_thumb(lambda top, _: abs(top - first[0]) <= 1, "one step back")
+        self.desktop.press("end")
+        self.wait_thumb(self.at_bottom, "the end")
+        self.desktop.press("page_up")
+        self.wait_thumb(lambda top, height: top + height < self.track - 2, "a page up")
+        self.desktop.press("page_down")
+        self.wait_thumb(self.at_bottom, "the end again")
+        self.desktop.press("up")
+        self.wait_thumb(lambda top, height: top + height < self.track - 1, "a line up")
+
+    def wait_rest(self):
+        last = [None]
+
+        def same():
+            now = self.thumb()
+            equal, last[0] = now == last[0], now
+            return now if equal else None
+        return wait_until(same, what="the thumb to rest", interval=0.15)
+
+    def test_dragging_pins_at_the_ends(self):
+        self.show_long()
+        top, height = self.wait_rest()
+        column = self.x + self.width - 14
+        self.desktop.drag(column, self.y + 102 + top + height // 2, column, self.y - 60)
+        self.wait_thumb(self.at_top, "the upper end")
+        self.desktop.drag(column, self.y + 102 + 10, column, self.y + self.height + 40)
+        self.wait_thumb(self.at_bottom, "the lower end")
+        # A press on the track beside the thumb does nothing.
+        self.desktop.click(column, self.y + 104)
+        self.access.press("Scroll up")
+        place = self.wait_thumb(lambda top, height: not self.at_bottom(top, height), "a step up")
+        self.assertGreater(place[0], self.track // 2)
+
+    def test_very_long_answers_keep_a_thumb_of_28(self):
+        self.show("\n\n".join(["x"] * 2500))
+        self.wait_thumb(lambda _, height: height == 28, "the shortest thumb")
+
+    def test_short_answers_disable_it(self):
+        self.show("short")
+        self.access.wait_for_page_text("short")
+        for name in ("Scroll up", "Scroll down"):
+            self.access.wait_for(name, enabled=False)
+        self.wait_thumb(lambda top, height: (top, height) == (0, self.track), "the full track")
+
+    def stream(self):
+        """Asks for an answer whose pieces the test releases; returns their gates."""
+        gates = [threading.Event(), threading.Event()]
+        for gate in gates:
+            self.addCleanup(gate.set)
+        self.shared_server.on(QUERY, HostileServer.stream(
+            chunk_event(LINES), gates[0], chunk_event("\n\n" + LINES), gates[1], done_event()))
+        self.ask("question")
+        self.access.wait_for("Scroll up", enabled=True)
+        self.wait_thumb(self.at_bottom, "the end of the first part")
+        return gates
+
+    def test_follows_an_answer_that_grows(self):
+        gates = self.stream()
+        _, height = self.wait_rest()
+        gates[0].set()
+        self.wait_thumb(lambda top, now: now < height - 10 and self.at_bottom(top, now),
+                        "the end of the longer answer")
+        gates[1].set()
+        self.wait_answer()
+
+    def test_growing_never_takes_the_thumb_from_a_hand(self):
+        gates = self.stream()
+        top, height = self.wait_rest()
+        column = self.x + self.width - 14
+        grip = self.y + 102 + top + height // 2
+        self.desktop.hold(column, grip)
+        try:
+            self.desktop.move_pointer(column, grip - 100)
+            held = self.wait_thumb(lambda now, _: abs(now - (top - 100)) <= 1, "the thumb to follow")
+            mark = self.shared_app.mark()
+            gates[0].set()
+            gates[1].set()
+            # The whole answer is there, and the thumb is still where the hand is.
+            self.shared_app.wait_for_line(
+                "[OverlayWindowController] Stream complete, buffer cleared", since=mark)
+            self.access.wait_for("Copy answer")
+            self.assertEqual(self.thumb(), held)
+            self.desktop.move_pointer(column, grip - 120)
+            self.wait_thumb(lambda now, _: abs(now - (top - 120)) <= 1, "the thumb to follow on")
+        finally:
+            self.desktop.release()
+
+
+if __name__ == "__main__":
+    unittest.main()
