@@ -4,10 +4,9 @@
 
 #include <QStringDecoder>
 #include <QTcpSocket>
-#include <QTimer>
 #include <QUrl>
-#include <QUrlQuery>
 
+#include <algorithm>
 #include <utility>
 
 namespace quellora {
@@ -58,10 +57,23 @@ QByteArray page(const PageTexts &texts)
     return html;
 }
 
+/// Percent-decoded text; nothing when its bytes are no UTF-8.
+std::optional<QString> decoded(const QString &encoded)
+{
+    QStringDecoder decode(QStringDecoder::Utf8);
+    const QString text = decode(QByteArray::fromPercentEncoding(encoded.toLatin1()));
+    return decode.hasError() ? std::nullopt : std::optional(text);
+}
+
 } // namespace
 
 OAuthCallbackListener::OAuthCallbackListener(quint16 port, QObject *parent)
-    : QObject(parent), m_port(port)
+    : OAuthCallbackListener(port, CallbackConnection::Timeouts(), parent)
+{}
+
+OAuthCallbackListener::OAuthCallbackListener(quint16 port, CallbackConnection::Timeouts timeouts,
+                                             QObject *parent)
+    : QObject(parent), m_port(port), m_timeouts(timeouts)
 {}
 
 OAuthCallbackListener::~OAuthCallbackListener()
@@ -75,24 +87,21 @@ void OAuthCallbackListener::start(std::function<void()> onReady,
     stop();
     m_onToken = std::move(onToken);
     m_server = std::make_unique<QTcpServer>();
-    // One request is all there will be.
-    m_server->setMaxPendingConnections(1);
     if (!m_server->listen(QHostAddress::LocalHost, m_port)) {
         log(QStringLiteral("ERROR: Failed to create listener on port %1: %2")
                 .arg(m_port)
                 .arg(m_server->errorString()));
         m_server.reset();
-        std::exchange(m_onToken, nullptr)(std::nullopt);
+        report({});
         return;
     }
     connect(m_server.get(), &QTcpServer::newConnection, this,
-            &OAuthCallbackListener::takeConnection);
+            &OAuthCallbackListener::takeConnections);
     connect(m_server.get(), &QTcpServer::acceptError, this, [this] {
+        log(QStringLiteral("Listener state changed: failed"));
         log(QStringLiteral("ERROR: Listener failed: ") + m_server->errorString());
-        const auto report = std::exchange(m_onToken, nullptr);
         stop();
-        if (report)
-            report(std::nullopt);
+        report({});
     });
     log(QStringLiteral("Starting listener on 127.0.0.1:%1 for OAuth callback")
             .arg(listeningPort()));
@@ -106,71 +115,78 @@ void OAuthCallbackListener::cancel()
     stop();
 }
 
-void OAuthCallbackListener::takeConnection()
+void OAuthCallbackListener::takeConnections()
 {
-    if (m_connection || !m_server)
-        return;
-    m_connection = m_server->nextPendingConnection();
-    if (!m_connection)
-        return;
-    // Nobody else is let in any more; the socket goes on without its server.
-    m_connection->setParent(this);
-    m_server->close();
-    m_request.clear();
-    connect(m_connection, &QTcpSocket::readyRead, this, &OAuthCallbackListener::readRequest);
-    connect(m_connection, &QTcpSocket::errorOccurred, this, [this](auto error) {
-        if (error != QAbstractSocket::RemoteHostClosedError)
-            log(QStringLiteral("Connection error: ") + m_connection->errorString());
-    });
-    connect(m_connection, &QTcpSocket::disconnected, this, &OAuthCallbackListener::finish);
-    QTimer::singleShot(requestTimeoutMs, m_connection, [this] { finish(); });
-    readRequest();
-}
-
-void OAuthCallbackListener::readRequest()
-{
-    m_request += m_connection->read(maxRequestBytes - m_request.size());
-    // The request line may come in pieces; nothing after it matters.
-    if (m_request.contains("\r\n") || m_request.size() >= maxRequestBytes)
-        finish();
-}
-
-void OAuthCallbackListener::finish()
-{
-    QTcpSocket *connection = std::exchange(m_connection, nullptr);
-    if (!connection)
-        return;
-    connection->disconnect(this);
-    const std::optional<QString> token = tokenFrom(m_request);
-    if (connection->state() == QAbstractSocket::ConnectedState) {
-        if (connection->write(answer(token.has_value())) < 0)
-            log(QStringLiteral("Failed to send response: ") + connection->errorString());
-        connect(connection, &QTcpSocket::disconnected, connection, &QObject::deleteLater);
-        connection->disconnectFromHost();
-        // A browser that never reads its page must not keep the socket.
-        QTimer::singleShot(requestTimeoutMs, connection, &QTcpSocket::abort);
-    } else {
-        connection->deleteLater();
+    // A request that decides at once may end the listener.
+    const QPointer self(this);
+    while (self && m_server && m_server->isListening()) {
+        std::unique_ptr<QTcpSocket> socket(m_server->nextPendingConnection());
+        if (!socket)
+            return;
+        if (connectionCount() >= maxConnections) {
+            const auto silent = std::find_if(m_connections.begin(), m_connections.end(),
+                                             [](auto *other) { return other->isSilent(); });
+            drop(silent == m_connections.end() ? m_connections.first() : *silent);
+        }
+        auto *connection = new CallbackConnection(std::move(socket), m_timeouts, this);
+        m_connections.append(connection);
+        connect(connection, &CallbackConnection::failed, this, [](const QString &description) {
+            log(QStringLiteral("Connection error: ") + description);
+        });
+        connect(connection, &CallbackConnection::timedOut, this, [this, connection] {
+            log(QStringLiteral("Connection error: no request came in time"));
+            drop(connection);
+        });
+        connect(connection, &CallbackConnection::requestRead, this,
+                [this, connection](const QByteArray &request) { decide(connection, request); });
+        connection->read();
     }
-    const auto report = std::exchange(m_onToken, nullptr);
-    stop();
-    if (report)
+}
+
+void OAuthCallbackListener::drop(CallbackConnection *connection)
+{
+    m_connections.removeOne(connection);
+    connection->disconnect(this);
+    connection->deleteLater();
+}
+
+void OAuthCallbackListener::decide(CallbackConnection *connection, const QByteArray &request)
+{
+    const std::optional<QString> token = tokenFrom(request);
+    // Nobody else is heard any more.
+    m_connections.removeOne(connection);
+    while (!m_connections.isEmpty())
+        drop(m_connections.first());
+    m_server->close();
+    connect(connection, &CallbackConnection::answered, this, [this, token](const QString &problem) {
+        if (!problem.isEmpty())
+            log(QStringLiteral("Failed to send response: ") + problem);
+        stop();
         report(token);
+    });
+    m_answering = connection;
+    connection->answer(answer(token.has_value()));
+}
+
+void OAuthCallbackListener::report(const std::optional<QString> &token)
+{
+    // Whoever is told may start again or delete the listener.
+    if (const auto onToken = std::exchange(m_onToken, nullptr))
+        onToken(token);
 }
 
 void OAuthCallbackListener::stop()
 {
-    if (m_connection) {
-        m_connection->disconnect(this);
-        m_connection->abort();
-        m_connection->deleteLater();
-        m_connection = nullptr;
-    }
+    while (!m_connections.isEmpty())
+        drop(m_connections.first());
+    if (CallbackConnection *answering = std::exchange(m_answering, nullptr).data())
+        answering->disconnect(this);
     if (m_server) {
         m_server->close();
+        // Its own signal may be on the stack.
         m_server.release()->deleteLater();
+        log(QStringLiteral("Listener state changed: cancelled"));
     }
-    m_request.clear();
 }
 
 std::optional<QString> OAuthCallbackListener::tokenFrom(const QByteArray &request)
@@ -183,17 +199,16 @@ std::optional<QString> OAuthCallbackListener::tokenFrom(const QByteArray &reques
     const QStringList pieces = line.split(QLatin1Char(' '), Qt::SkipEmptyParts);
     if (pieces.size() < 2)
         return std::nullopt;
-    const QUrl url(QStringLiteral("http://127.0.0.1") + pieces.at(1));
+    const QUrl url(QStringLiteral("http://127.0.0.1") + pieces.at(1), QUrl::StrictMode);
     if (!url.isValid())
         return std::nullopt;
-    const auto items = QUrlQuery(url).queryItems(QUrl::FullyDecoded);
-    for (const auto &[name, value] : items) {
-        if (name != QLatin1String("token"))
+    const QStringList items = url.query(QUrl::FullyEncoded).split(QLatin1Char('&'));
+    for (const QString &item : items) {
+        const qsizetype end = item.indexOf(QLatin1Char('='));
+        if (decoded(item.left(end)) != QLatin1String("token"))
             continue;
         // An item without "=" has no value, which is not the same as an empty one.
-        if (value.isNull() || (value.isEmpty() && !pieces.at(1).contains(QLatin1String("token="))))
-            return std::nullopt;
-        return value;
+        return end < 0 ? std::nullopt : decoded(item.mid(end + 1));
     }
     return std::nullopt;
 }

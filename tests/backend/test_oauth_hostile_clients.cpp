@@ -1,0 +1,367 @@
+#include "backend/OAuthCallbackListener.h"
+#include "fakes/LogCapture.h"
+
+#include <QRegularExpression>
+#include <QTcpSocket>
+#include <QTest>
+
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <memory>
+#include <vector>
+
+using namespace quellora;
+using namespace std::chrono_literals;
+using Tokens = QList<std::optional<QString>>;
+
+namespace {
+
+const QString prefix = QStringLiteral("[OAuthCallbackListener] ");
+const QByteArray good = "GET /oauth-callback?token=abc HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n";
+
+/// A client over a raw connection that keeps what it is sent.
+struct Client
+{
+    explicit Client(quint16 port)
+    {
+        QObject::connect(&socket, &QTcpSocket::readyRead, &socket,
+                         [this] { answer += socket.readAll(); });
+        socket.connectToHost(QHostAddress::LocalHost, port);
+        if (!socket.waitForConnected(5000))
+            qFatal("no connection: %s", qPrintable(socket.errorString()));
+    }
+    void send(const QByteArray &bytes)
+    {
+        socket.write(bytes);
+        socket.flush();
+    }
+    void reset()
+    {
+        const linger now{1, 0};
+        setsockopt(static_cast<int>(socket.socketDescriptor()), SOL_SOCKET, SO_LINGER, &now,
+                   sizeof now);
+        socket.abort();
+    }
+    /// Says that nothing more will come, and goes on reading.
+    void endWriting() { shutdown(static_cast<int>(socket.socketDescriptor()), SHUT_WR); }
+    bool waitForEnd()
+    {
+        return QTest::qWaitFor(
+            [this] { return socket.state() == QAbstractSocket::UnconnectedState; });
+    }
+
+    QTcpSocket socket;
+    QByteArray answer;
+};
+
+struct Fixture
+{
+    explicit Fixture(CallbackConnection::Timeouts timeouts = {10s, 10s}) : listener(0, timeouts)
+    {
+        listener.start([] {}, [this](const auto &token) { tokens << token; });
+        port = listener.listeningPort();
+        log.clear();
+    }
+    bool waitForToken()
+    {
+        return QTest::qWaitFor([this] { return !tokens.isEmpty(); });
+    }
+
+    LogCapture log;
+    OAuthCallbackListener listener;
+    quint16 port = 0;
+    Tokens tokens;
+};
+
+} // namespace
+
+/// None of these visitors may hang the program, keep the port, or make it grow.
+class TestOAuthHostileClients : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void init() { QTest::failOnWarning(QRegularExpression(QStringLiteral("."))); }
+
+    void silentVisitorDoesNotCount()
+    {
+        Fixture f({50ms, 10s});
+        Client silent(f.port);
+        QVERIFY(silent.waitForEnd());
+        QVERIFY(silent.answer.isEmpty());
+        QVERIFY(f.tokens.isEmpty());
+        QCOMPARE(f.log.lines,
+                 QStringList{prefix + QStringLiteral("Connection error: no request came in time")});
+        QCOMPARE(f.listener.connectionCount(), 0);
+        // The browser may still come.
+        Client browser(f.port);
+        browser.send(good);
+        QVERIFY(f.waitForToken());
+        QCOMPARE(f.tokens, Tokens{"abc"});
+    }
+
+    void spareConnectionDoesNotHoldUpTheRequest()
+    {
+        Fixture f;
+        Client spare(f.port);
+        QTRY_COMPARE(f.listener.connectionCount(), 1);
+        Client browser(f.port);
+        browser.send(good);
+        QVERIFY(f.waitForToken());
+        QCOMPARE(f.tokens, Tokens{"abc"});
+        QVERIFY(browser.waitForEnd());
+        QCOMPARE(browser.answer, OAuthCallbackListener::answer(true));
+        QVERIFY(spare.waitForEnd());
+    }
+
+    void tricklingVisitorIsJudgedByWhatItSent()
+    {
+        Fixture f({150ms, 10s});
+        Client slow(f.port);
+        QTimer trickle;
+        connect(&trickle, &QTimer::timeout, &slow.socket, [&slow] { slow.send("G"); });
+        trickle.start(10ms);
+        QVERIFY(f.waitForToken());
+        QCOMPARE(f.tokens, Tokens{std::nullopt});
+        QTRY_COMPARE(slow.answer, OAuthCallbackListener::answer(false));
+        QCOMPARE(f.listener.listeningPort(), 0);
+    }
+
+    void unfinishedLineMayCarryAToken()
+    {
+        Fixture f({50ms, 10s});
+        Client slow(f.port);
+        slow.send("GET /?token=abc");
+        QVERIFY(f.waitForToken());
+        QCOMPARE(f.tokens, Tokens{"abc"});
+    }
+
+    void requestInPieces()
+    {
+        Fixture f;
+        Client client(f.port);
+        for (const char byte : good) {
+            client.send(QByteArray(1, byte));
+            QCoreApplication::processEvents();
+        }
+        QVERIFY(f.waitForToken());
+        QCOMPARE(f.tokens, Tokens{"abc"});
+        QVERIFY(client.waitForEnd());
+        QCOMPARE(client.answer, OAuthCallbackListener::answer(true));
+    }
+
+    void restOfTheHeaderMayComeAfterTheAnswer()
+    {
+        Fixture f;
+        Client client(f.port);
+        client.send("GET /?token=abc HTTP/1.1\r\nHost: x\r\n");
+        QVERIFY(f.waitForToken());
+        QTRY_COMPARE(client.answer, OAuthCallbackListener::answer(true));
+        // A connection that was closed with this on the way would be reset.
+        QCOMPARE(client.socket.state(), QAbstractSocket::ConnectedState);
+        client.send("Accept: */*\r\n\r");
+        client.send("\n");
+        QVERIFY(client.waitForEnd());
+        QCOMPARE(client.socket.error(), QAbstractSocket::RemoteHostClosedError);
+    }
+
+    void headerWithoutEndIsNotAwaited()
+    {
+        Fixture f({10s, 50ms});
+        Client client(f.port);
+        client.send("GET /?token=abc HTTP/1.1\r\nHost: x\r\n");
+        QVERIFY(f.waitForToken());
+        QVERIFY(client.waitForEnd());
+        QCOMPARE(client.answer, OAuthCallbackListener::answer(true));
+    }
+
+    void endlessRequest_data()
+    {
+        QTest::addColumn<QByteArray>("begin");
+        QTest::addColumn<bool>("found");
+        QTest::newRow("no line end") << QByteArray("GET /?x=") << false;
+        QTest::newRow("token at once") << QByteArray("GET /?token=abc&x=") << true;
+        QTest::newRow("header without end") << good.left(good.size() - 2) + "X: " << true;
+        QTest::newRow("garbage") << QByteArray(1, '\0') << false;
+    }
+    void endlessRequest()
+    {
+        QFETCH(QByteArray, begin);
+        QFETCH(bool, found);
+        Fixture f({10s, 50ms});
+        Client client(f.port);
+        client.send(begin + QByteArray(20'000'000, 'a'));
+        QVERIFY(f.waitForToken());
+        // More than all buffers on the way hold: the rest was not taken in.
+        QVERIFY(client.socket.bytesToWrite() > 1'000'000);
+        QCOMPARE(f.tokens.first().has_value(), found);
+        QCOMPARE(f.listener.listeningPort(), 0);
+        QVERIFY(client.waitForEnd());
+    }
+
+    void onlyTheFirstEightKilobytesCount()
+    {
+        const auto request = [](qsizetype size) {
+            const QByteArray begin = "GET /?x=";
+            const QByteArray end = "&token=abc\r\n\r\n";
+            return begin + QByteArray(size - begin.size() - end.size(), 'a') + end;
+        };
+        for (const bool fits : {true, false}) {
+            Fixture f({10s, 50ms});
+            Client client(f.port);
+            // The token's item ends with the line, four bytes before the end.
+            client.send(request(8192 + (fits ? 4 : 4000)));
+            QVERIFY(f.waitForToken());
+            QCOMPARE(f.tokens.first().has_value(), fits);
+            QTRY_COMPARE(client.answer, OAuthCallbackListener::answer(fits));
+        }
+    }
+
+    void pipelinedRequestsGetOneAnswer()
+    {
+        Fixture f;
+        Client client(f.port);
+        client.send("GET /first HTTP/1.1\r\n\r\n" + good + good);
+        QVERIFY(client.waitForEnd());
+        QCOMPARE(client.answer, OAuthCallbackListener::answer(false));
+        QCOMPARE(f.tokens, Tokens{std::nullopt});
+    }
+
+    void visitorThatLeavesAtOnce_data()
+    {
+        QTest::addColumn<bool>("reset");
+        QTest::newRow("close") << false;
+        QTest::newRow("reset") << true;
+    }
+    void visitorThatLeavesAtOnce()
+    {
+        QFETCH(bool, reset);
+        Fixture f;
+        Client client(f.port);
+        QTRY_COMPARE(f.listener.connectionCount(), 1);
+        if (reset)
+            client.reset();
+        else
+            client.socket.close();
+        QVERIFY(f.waitForToken());
+        QCOMPARE(f.tokens, Tokens{std::nullopt});
+        QVERIFY(f.log.lines.contains(
+            prefix +
+            QStringLiteral("Failed to send response: The remote host closed the connection")));
+        QCOMPARE(f.listener.listeningPort(), 0);
+    }
+
+    void visitorThatLeavesWithoutItsAnswer_data() { visitorThatLeavesAtOnce_data(); }
+    void visitorThatLeavesWithoutItsAnswer()
+    {
+        QFETCH(bool, reset);
+        Fixture f;
+        Client client(f.port);
+        client.send(good);
+        if (reset)
+            client.reset();
+        else
+            client.socket.close();
+        QVERIFY(f.waitForToken());
+        // A reset may overtake what was sent before it.
+        if (!reset)
+            QCOMPARE(f.tokens, Tokens{"abc"});
+        QCOMPARE(f.listener.listeningPort(), 0);
+    }
+
+    void visitorThatLeavesWithinTheLine()
+    {
+        Fixture f;
+        Client client(f.port);
+        client.send("GET /?token=abc");
+        client.socket.close();
+        QVERIFY(f.waitForToken());
+        QCOMPARE(f.tokens, Tokens{"abc"});
+    }
+
+    void halfClosedConnectionGetsItsAnswer()
+    {
+        Fixture f;
+        Client client(f.port);
+        client.send(good);
+        client.endWriting();
+        QVERIFY(client.waitForEnd());
+        QCOMPARE(client.answer, OAuthCallbackListener::answer(true));
+        QCOMPARE(f.tokens, Tokens{"abc"});
+    }
+
+    void visitorThatNeverReads()
+    {
+        Fixture f({50ms, 50ms});
+        Client client(f.port);
+        client.socket.disconnect();
+        client.socket.setReadBufferSize(1);
+        client.send(good);
+        QVERIFY(f.waitForToken());
+        QCOMPARE(f.tokens, Tokens{"abc"});
+        QCOMPARE(f.listener.listeningPort(), 0);
+    }
+
+    void crowdIsBoundedAndTheBrowserGetsThrough()
+    {
+        Fixture f;
+        std::vector<std::unique_ptr<Client>> crowd;
+        for (int i = 0; i < 200; ++i) {
+            crowd.push_back(std::make_unique<Client>(f.port));
+            QCoreApplication::processEvents();
+            QVERIFY(f.listener.connectionCount() <= OAuthCallbackListener::maxConnections);
+        }
+        Client browser(f.port);
+        browser.send(good);
+        QVERIFY(f.waitForToken());
+        QCOMPARE(f.tokens, Tokens{"abc"});
+        QVERIFY(browser.waitForEnd());
+        QCOMPARE(browser.answer, OAuthCallbackListener::answer(true));
+        QCOMPARE(f.listener.connectionCount(), 0);
+        for (const auto &client : crowd)
+            QVERIFY(client->waitForEnd());
+    }
+
+    void crowdOfRequestsIsAnsweredOnce()
+    {
+        Fixture f;
+        std::vector<std::unique_ptr<Client>> crowd;
+        for (int i = 0; i < 20; ++i) {
+            crowd.push_back(std::make_unique<Client>(f.port));
+            crowd.back()->send("GET /?token=" + QByteArray::number(i) + " HTTP/1.1\r\n\r\n");
+        }
+        QVERIFY(f.waitForToken());
+        qsizetype answers = 0;
+        for (const auto &client : crowd) {
+            QVERIFY(client->waitForEnd());
+            answers += client->answer.isEmpty() ? 0 : 1;
+        }
+        QCOMPARE(answers, 1);
+        QCOMPARE(f.tokens.size(), 1);
+    }
+
+    void failingListenerReportsNoToken()
+    {
+        Fixture f;
+        Client client(f.port);
+        // No descriptor is left for the connection that waits to be accepted.
+        const int next = dup(0);
+        close(next);
+        rlimit before{};
+        getrlimit(RLIMIT_NOFILE, &before);
+        const rlimit none{static_cast<rlim_t>(next), before.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &none);
+        const bool told = f.waitForToken();
+        setrlimit(RLIMIT_NOFILE, &before);
+        QVERIFY(told);
+        QCOMPARE(f.tokens, Tokens{std::nullopt});
+        QCOMPARE(f.log.lines.value(0), prefix + QStringLiteral("Listener state changed: failed"));
+        QVERIFY(
+            f.log.lines.value(1).startsWith(prefix + QStringLiteral("ERROR: Listener failed: ")));
+        QCOMPARE(f.listener.listeningPort(), 0);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestOAuthHostileClients)
+#include "test_oauth_hostile_clients.moc"
