@@ -40,6 +40,7 @@ Application::Application(std::unique_ptr<SingleInstance> instance)
     , m_delegate(std::make_unique<AppDelegate>(collaborators()))
 {
     m_session.setHeartbeatStopper([this] { m_heartbeat.stop(); });
+    m_logShipper.follow(m_notifications, [this] { return m_session.sessionToken(); });
     // Nothing of one account may reach the next one.
     connect(&m_notifications, &NotificationCenter::sessionDidEnd, this,
             [this] { m_network.setCookieJar(new QNetworkCookieJar); });

@@ -2,16 +2,20 @@
 
 #include "app/AppConfig.h"
 #include "app/Log.h"
+#include "app/NotificationCenter.h"
 #include "app/WhenFinished.h"
+#include "backend/Http.h"
+#include "backend/HttpExchange.h"
 
 #include <QDir>
 #include <QFile>
-#include <QNetworkReply>
-#include <QNetworkRequest>
+#include <QFileInfo>
 #include <QPromise>
 #include <QStringDecoder>
 #include <QThreadPool>
 
+#include <algorithm>
+#include <chrono>
 #include <memory>
 #include <utility>
 
@@ -19,24 +23,36 @@ namespace quellora {
 
 namespace {
 
-constexpr int timeoutMs = 30'000;
-constexpr int accepted = 202;
+using namespace std::chrono_literals;
 
-void log(const QString &message)
+constexpr auto silence = 30s;
+constexpr int accepted = 202;
+/// How much is decoded at once to see whether it is text.
+constexpr qsizetype decodedBytes = 1024 * 1024;
+
+bool isText(const QByteArray &bytes)
 {
-    Log::event(QStringLiteral("[LogShipper] ") + message);
+    QStringDecoder decode(QStringDecoder::Utf8);
+    bool isEmpty = true;
+    for (qsizetype at = 0; at < bytes.size() && !decode.hasError(); at += decodedBytes) {
+        const QString text =
+            decode(QByteArrayView(bytes).sliced(at, std::min(decodedBytes, bytes.size() - at)));
+        isEmpty = isEmpty && text.isEmpty();
+    }
+    return !isEmpty && !decode.hasError();
 }
 
 /// The whole file; empty when it cannot be read or is no UTF-8 text.
 QByteArray readLog(const QString &path)
 {
+    // A pipe or a device in its place might never end.
+    if (!QFileInfo(path).isFile())
+        return {};
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
         return {};
-    const QByteArray bytes = file.readAll();
-    QStringDecoder decode(QStringDecoder::Utf8);
-    const QString text = decode(bytes);
-    return decode.hasError() || text.isEmpty() ? QByteArray() : bytes;
+    QByteArray bytes = file.readAll();
+    return file.error() == QFileDevice::NoError && isText(bytes) ? bytes : QByteArray();
 }
 
 } // namespace
@@ -58,15 +74,35 @@ QString LogShipper::logFilePath()
 
 void LogShipper::shipLogs(const QString &sessionToken)
 {
+    if (m_token) {
+        m_nextToken = sessionToken;
+        return;
+    }
+    m_token = sessionToken;
+    readFile();
+}
+
+void LogShipper::follow(NotificationCenter &notifications,
+                        std::function<std::optional<QString>()> sessionToken)
+{
+    connect(&notifications, &NotificationCenter::configDidUpdate, this,
+            [this, sessionToken = std::move(sessionToken)](const AppConfigResponse &config) {
+                if (!config.requestLogs.value_or(false))
+                    return;
+                if (const auto token = sessionToken())
+                    shipLogs(*token);
+            });
+}
+
+void LogShipper::readFile()
+{
     const auto promise = std::make_shared<QPromise<QByteArray>>();
     promise->start();
-    whenFinished(promise->future(), this, [this, sessionToken](const QByteArray &body) {
-        if (body.isEmpty()) {
-            log(QStringLiteral("No log file found or empty — skipping"));
-            Q_EMIT finished();
-            return;
-        }
-        post(body, sessionToken);
+    whenFinished(promise->future(), this, [this](const QByteArray &body) {
+        if (body.isEmpty())
+            finish(QStringLiteral("No log file found or empty — skipping"));
+        else
+            post(body);
     });
     QThreadPool::globalInstance()->start([promise, path = m_path] {
         promise->addResult(readLog(path));
@@ -74,28 +110,39 @@ void LogShipper::shipLogs(const QString &sessionToken)
     });
 }
 
-void LogShipper::post(const QByteArray &body, const QString &sessionToken)
+void LogShipper::post(const QByteArray &body)
 {
-    QNetworkRequest request(m_uploadURL);
-    request.setTransferTimeout(timeoutMs);
-    // The token goes to this address and no other.
-    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
-                         QNetworkRequest::ManualRedirectPolicy);
-    request.setRawHeader("Authorization", "Bearer " + sessionToken.toUtf8());
+    const QString failed = QStringLiteral("Failed to ship logs (non-fatal): ");
+    const QByteArray token = m_token->toUtf8();
+    if (!http::isHeaderValue(token)) {
+        finish(failed + http::badTokenText());
+        return;
+    }
+    QNetworkRequest request = http::request(m_uploadURL, silence);
+    request.setRawHeader("Authorization", "Bearer " + token);
     request.setRawHeader("Content-Type", "text/plain");
     request.setRawHeader("X-App-Version", AppConfig::appVersion);
-    QNetworkReply *reply = m_network.post(request, body);
-    connect(reply, &QNetworkReply::finished, this, [this, reply, size = body.size()] {
-        reply->deleteLater();
-        const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
-        if (!status.isValid())
-            log(QStringLiteral("Failed to ship logs (non-fatal): ") + reply->errorString());
-        else if (status.toInt() == accepted)
-            log(QStringLiteral("Logs shipped successfully (%1 bytes)").arg(size));
-        else
-            log(QStringLiteral("Log upload returned %1").arg(status.toInt()));
-        Q_EMIT finished();
-    });
+    auto *exchange = new HttpExchange(http::postOnce(m_network, request, body), {}, this);
+    connect(exchange, &HttpExchange::finished, this,
+            [this, failed, size = body.size()](const HttpAnswer &answer) {
+                if (answer.failure)
+                    finish(failed + *answer.failure);
+                else if (answer.status == 0)
+                    finish(failed + QStringLiteral("Response was not HTTP"));
+                else if (answer.status == accepted)
+                    finish(QStringLiteral("Logs shipped successfully (%1 bytes)").arg(size));
+                else
+                    finish(QStringLiteral("Log upload returned %1").arg(answer.status));
+            });
+}
+
+void LogShipper::finish(const QString &line)
+{
+    Log::event(QStringLiteral("[LogShipper] ") + line);
+    m_token = std::exchange(m_nextToken, std::nullopt);
+    if (m_token)
+        readFile();
+    Q_EMIT finished();
 }
 
 } // namespace quellora

@@ -49,11 +49,20 @@ void LoginViewModel::submit(const QString &email, const QString &password)
         watcher->deleteLater();
         finishSubmit(watcher->future());
     });
-    watcher->setFuture(m_auth.login(email, password));
+    m_login = m_auth.login(email, password);
+    watcher->setFuture(m_login);
+}
+
+void LoginViewModel::dropSubmit()
+{
+    m_isDropped = true;
+    m_login.cancel();
 }
 
 void LoginViewModel::finishSubmit(const QFuture<LoginResult> &future)
 {
+    if (m_isDropped)
+        return;
     setLoading(false);
     if (future.isCanceled() || future.resultCount() == 0) {
         setErrorMessage(QStringLiteral("Something went wrong. Please try again."));

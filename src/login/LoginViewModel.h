@@ -35,6 +35,9 @@ public:
     /// An empty message removes the line.
     void setErrorMessage(const QString &message);
     void setGoogleLoading(bool loading);
+    /// Ends an e-mail sign-in that is running; nothing is heard of it. The user has signed in
+    /// another way.
+    void dropSubmit();
 
     /// Whether there is something to submit: an e-mail beyond blanks and a password.
     Q_INVOKABLE bool isComplete(const QString &email, const QString &password) const;
@@ -65,6 +68,8 @@ private:
     bool m_isLoading = false;
     bool m_isGoogleLoading = false;
     bool m_offersGoogle = false;
+    bool m_isDropped = false;
+    QFuture<LoginResult> m_login;
 };
 
 } // namespace quellora

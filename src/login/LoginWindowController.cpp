@@ -46,6 +46,7 @@ LoginWindowController::LoginWindowController(Collaborators collaborators, QObjec
 
 LoginWindowController::~LoginWindowController()
 {
+    m_verification.cancel();
     if (m_with.oauthListener)
         m_with.oauthListener->cancel();
 }
@@ -159,7 +160,8 @@ void LoginWindowController::handleOAuthCallback(const std::optional<QString> &to
         watcher->deleteLater();
         finishVerification(watcher->future());
     });
-    watcher->setFuture(m_with.auth.verify(*token));
+    m_verification = m_with.auth.verify(*token);
+    watcher->setFuture(m_verification);
 }
 
 void LoginWindowController::finishVerification(const QFuture<LoginResult> &future)
@@ -196,8 +198,11 @@ void LoginWindowController::handleLoginSuccess()
     log(QStringLiteral("Login successful, closing login window"));
     m_didAuthenticate = true;
     qApp->removeEventFilter(this);
+    // What the other way still waits for must not replace this session.
     if (m_with.oauthListener)
         m_with.oauthListener->cancel();
+    m_verification.cancel();
+    m_viewModel.dropSubmit();
     QMetaObject::invokeMethod(m_window->rootObject(), "forgetTexts");
     m_window->close();
     if (onLoginSuccess)

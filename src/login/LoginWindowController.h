@@ -77,6 +77,7 @@ private:
     std::unique_ptr<QQuickView> m_window;
     bool m_didAuthenticate = false;
     bool m_quitting = false;
+    QFuture<LoginResult> m_verification;
     /// Counts browser sign-ins; answers to an earlier one are stale.
     quint64 m_attempt = 0;
 };

@@ -1,11 +1,20 @@
 #include "app/LogShipper.h"
+#include "app/NotificationCenter.h"
 #include "fakes/LogCapture.h"
 #include "fakes/ScriptedHttpServer.h"
+#include "fakes/StatuslessNetwork.h"
 
 #include <QFile>
+#include <QSemaphore>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QThreadPool>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <memory>
 
 using namespace quellora;
 using Ending = ScriptedHttpServer::Ending;
@@ -20,12 +29,16 @@ struct Fixture
         if (file.open(QIODevice::WriteOnly))
             file.write(content);
     }
-    void ship()
+    std::unique_ptr<LogShipper> make()
     {
-        LogShipper shipper(network, QUrl(server.baseUrl() + "/api/logs/app"),
-                           folder.filePath(name));
-        QSignalSpy finished(&shipper, &LogShipper::finished);
-        shipper.shipLogs("token-value");
+        return std::make_unique<LogShipper>(network, QUrl(server.baseUrl() + "/api/logs/app"),
+                                            folder.filePath(name));
+    }
+    void ship(const QString &token = "token-value")
+    {
+        const auto shipper = make();
+        QSignalSpy finished(shipper.get(), &LogShipper::finished);
+        shipper->shipLogs(token);
         QVERIFY(finished.wait());
     }
 
@@ -57,12 +70,15 @@ private Q_SLOTS:
         const auto names = request.headerNames();
         QVERIFY(names.indexOf("Authorization") < names.indexOf("Content-Type"));
         QVERIFY(names.indexOf("Content-Type") < names.indexOf("X-App-Version"));
-        QVERIFY(QFile::exists(f.folder.filePath("pipeline.log")));
+        // The file stays as it is, for the next time.
+        QFile file(f.folder.filePath("pipeline.log"));
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QCOMPARE(file.readAll(), QByteArray("line\n").repeated(1000));
     }
 
     void otherStatusesAreNoSuccess()
     {
-        for (const int status : {200, 401, 500}) {
+        for (const int status : {200, 201, 204, 302, 401, 413, 500}) {
             Fixture f;
             f.server.answerWith(ScriptedHttpServer::answer(status, {}), Ending::Close);
             f.ship();
@@ -79,6 +95,11 @@ private Q_SLOTS:
         QTest::newRow("absent") << "absent.log" << QByteArray("x");
         QTest::newRow("empty") << "pipeline.log" << QByteArray();
         QTest::newRow("no text") << "pipeline.log" << QByteArray("\xff\xfe");
+        QTest::newRow("no text far behind")
+            << "pipeline.log" << QByteArray(3'000'000, 'x') + QByteArray("\xff");
+        QTest::newRow("folder") << "." << QByteArray("x");
+        QTest::newRow("in a folder that does not exist") << "a/b.log" << QByteArray("x");
+        QTest::newRow("device without end") << "/dev/zero" << QByteArray("x");
     }
     void filesWithoutTextAreSkipped()
     {
@@ -92,13 +113,192 @@ private Q_SLOTS:
         QCOMPARE(f.server.connectionCount(), 0);
     }
 
-    void transferErrorIsNotFatal()
+    void pipeInItsPlaceIsNotWaitedFor()
     {
         Fixture f;
-        f.server.answerWith("", Ending::Reset);
+        f.name = "pipe";
+        QCOMPARE(mkfifo(QFile::encodeName(f.folder.filePath(f.name)).constData(), 0600), 0);
         f.ship();
+        QCOMPARE(f.log.lines, QStringList{QString::fromUtf8(
+                                  "[LogShipper] No log file found or empty — skipping")});
+    }
+
+    void unreadableFileIsSkipped()
+    {
+        if (geteuid() == 0)
+            QSKIP("the superuser reads everything");
+        Fixture f;
+        QFile::setPermissions(f.folder.filePath(f.name), QFileDevice::WriteOwner);
+        f.ship();
+        QCOMPARE(f.log.lines, QStringList{QString::fromUtf8(
+                                  "[LogShipper] No log file found or empty — skipping")});
+    }
+
+    void hugeFileIsSentWholeAndUnchanged()
+    {
+        // Characters of three bytes, so that pieces of any size cut some.
+        const QByteArray content =
+            QByteArray("[09:05:03.007] — \xe2\x82\xac\n").repeated(1'000'000);
+        Fixture f(content);
+        f.server.answerWith(ScriptedHttpServer::answer(202, {}), Ending::Close);
+        f.ship();
+        QCOMPARE(f.log.lines,
+                 QStringList{QStringLiteral("[LogShipper] Logs shipped successfully (%1 bytes)")
+                                 .arg(content.size())});
+        QVERIFY(f.server.requests().first().body() == content);
+    }
+
+    void fileIsReadOffTheMainThread()
+    {
+        Fixture f;
+        QThreadPool &pool = *QThreadPool::globalInstance();
+        const int threads = pool.maxThreadCount();
+        pool.setMaxThreadCount(1);
+        QSemaphore gate;
+        pool.start([&gate] { gate.acquire(); });
+        const auto shipper = f.make();
+        QSignalSpy finished(shipper.get(), &LogShipper::finished);
+        shipper->shipLogs("t");
+        // The worker is busy: whatever happens now happens without it.
+        QCoreApplication::processEvents();
+        QCOMPARE(f.server.connectionCount(), 0);
+        QFile::remove(f.folder.filePath(f.name));
+        gate.release();
+        QVERIFY(finished.wait());
+        pool.setMaxThreadCount(threads);
+        QCOMPARE(f.log.lines, QStringList{QString::fromUtf8(
+                                  "[LogShipper] No log file found or empty — skipping")});
+    }
+
+    void lostConnectionIsNotMadeUpFor_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<bool>("reset");
+        QTest::newRow("close before an answer") << QByteArray() << false;
+        QTest::newRow("reset before an answer") << QByteArray() << true;
+        QTest::newRow("close within the header") << QByteArray("HTTP/1.1 202 S\r\nX-") << false;
+        QTest::newRow("reset within the header") << QByteArray("HTTP/1.1 202 S\r\nX-") << true;
+    }
+    void lostConnectionIsNotMadeUpFor()
+    {
+        QFETCH(QByteArray, bytes);
+        QFETCH(bool, reset);
+        Fixture f;
+        f.server.answerWith(bytes, reset ? Ending::Reset : Ending::Close);
+        f.ship();
+        QCOMPARE(f.log.lines.size(), 1);
         QVERIFY(f.log.lines.first().startsWith("[LogShipper] Failed to ship logs (non-fatal): "));
         QVERIFY(!f.log.lines.first().contains("token-value"));
+        f.ship();
+        QCOMPARE(f.server.requests().size(), 2);
+    }
+
+    void statusDecidesWithoutItsBody()
+    {
+        Fixture f;
+        f.server.answerWith("HTTP/1.1 202 S\r\nContent-Length: 1000000000\r\n\r\nx",
+                            Ending::KeepOpen);
+        f.ship();
+        QCOMPARE(f.log.lines, QStringList{"[LogShipper] Logs shipped successfully (17 bytes)"});
+        QTRY_VERIFY(f.server.requests().first().disconnected);
+    }
+
+    void redirectIsNotFollowed()
+    {
+        ScriptedHttpServer elsewhere;
+        Fixture f;
+        f.server.answerWith(ScriptedHttpServer::answer(
+                                307, {}, "Location: " + elsewhere.baseUrl().toUtf8() + "/\r\n"),
+                            Ending::Close);
+        f.ship();
+        QCOMPARE(f.log.lines, QStringList{"[LogShipper] Log upload returned 307"});
+        QCOMPARE(elsewhere.connectionCount(), 0);
+    }
+
+    void answerThatIsNotHttp()
+    {
+        Fixture f;
+        StatuslessNetwork network;
+        LogShipper shipper(network, QUrl("http://127.0.0.1:1/"), f.folder.filePath(f.name));
+        QSignalSpy finished(&shipper, &LogShipper::finished);
+        shipper.shipLogs("t");
+        QVERIFY(finished.wait());
+        QCOMPARE(
+            f.log.lines,
+            QStringList{"[LogShipper] Failed to ship logs (non-fatal): Response was not HTTP"});
+    }
+
+    void tokenWithLineBreaksIsNotSent()
+    {
+        Fixture f;
+        f.ship("t\r\nX-Evil: 1");
+        QCOMPARE(f.log.lines,
+                 QStringList{"[LogShipper] Failed to ship logs (non-fatal): The session token "
+                             "contains control characters"});
+        QCOMPARE(f.server.connectionCount(), 0);
+    }
+
+    void requestsDuringAnUploadShareTheNextOne()
+    {
+        Fixture f;
+        const auto shipper = f.make();
+        QSignalSpy finished(shipper.get(), &LogShipper::finished);
+        shipper->shipLogs("first");
+        QTRY_COMPARE(f.server.requests().size(), 1);
+        shipper->shipLogs("second");
+        shipper->shipLogs("third");
+        QCoreApplication::processEvents();
+        QCOMPARE(f.server.connectionCount(), 1);
+        f.server.answerWith(ScriptedHttpServer::answer(202, {}), Ending::Close);
+        f.server.send(0, ScriptedHttpServer::answer(202, {}));
+        QTRY_COMPARE(finished.count(), 2);
+        QCOMPARE(f.server.requests().size(), 2);
+        QCOMPARE(f.server.requests().last().header("Authorization"), "Bearer third");
+    }
+
+    void refreshedConfigurationMayAskForLogs_data()
+    {
+        QTest::addColumn<int>("requested");
+        QTest::addColumn<bool>("signedIn");
+        QTest::addColumn<int>("uploads");
+        QTest::newRow("yes") << 1 << true << 1;
+        QTest::newRow("no") << 0 << true << 0;
+        QTest::newRow("not said") << -1 << true << 0;
+        QTest::newRow("without a token") << 1 << false << 0;
+    }
+    void refreshedConfigurationMayAskForLogs()
+    {
+        QFETCH(int, requested);
+        QFETCH(bool, signedIn);
+        QFETCH(int, uploads);
+        Fixture f;
+        f.server.answerWith(ScriptedHttpServer::answer(202, {}), Ending::Close);
+        const auto shipper = f.make();
+        QSignalSpy finished(shipper.get(), &LogShipper::finished);
+        NotificationCenter notifications;
+        std::optional<QString> token;
+        shipper->follow(notifications, [&token] { return token; });
+        if (signedIn)
+            token = "current";
+        AppConfigResponse config;
+        if (requested >= 0)
+            config.requestLogs = requested == 1;
+        for (int i = 1; i <= 2; ++i) {
+            Q_EMIT notifications.configDidUpdate(config);
+            if (uploads == 0)
+                continue;
+            // Every such configuration counts, and the file goes whole again.
+            QTRY_COMPARE(finished.count(), i);
+            QCOMPARE(f.server.requests().size(), i);
+            QCOMPARE(f.server.requests().last().header("Authorization"), "Bearer current");
+            QCOMPARE(f.server.requests().last().body(), "[09:05:03.007] x\n");
+        }
+        if (uploads == 0) {
+            // Of one that is asked for later, all earlier ones would have come first.
+            shipper->shipLogs("later");
+            QTRY_COMPARE(finished.count(), 1);
+            QCOMPARE(f.server.requests().first().header("Authorization"), "Bearer later");
+        }
     }
 };
 

@@ -1,6 +1,8 @@
 """The login window: what is sent, every outcome, and what secrets must never do."""
 
 import pathlib
+import re
+import socket
 import threading
 import unittest
 import urllib.request
@@ -181,8 +183,15 @@ class LoginTest(E2ECase):
         self.assertEqual(thief.connection_count, 0)
 
 
+PORT = 9877
+
+
 class BrowserSignInTest(E2ECase):
     """Sign-in through the browser; the listener's port is fixed."""
+
+    def assert_port_is_free(self):
+        with socket.create_server(("127.0.0.1", PORT)):
+            pass
 
     def start(self, server):
         app = self.app(server)
@@ -225,6 +234,53 @@ class BrowserSignInTest(E2ECase):
         self.visit("?token=old")
         app.wait_for_line("[AuthService] Token verification failed: invalid or expired token")
         app.access.wait_for("Invalid email or password")
+
+    def test_port_taken_then_email_while_waiting(self):
+        server = self.server()
+        app = self.app(server)
+        app.wait_login_window()
+        with socket.create_server(("127.0.0.1", PORT)):
+            app.access.press("Sign in with Google")
+            app.wait_for_line(re.compile(r"^\[OAuthCallbackListener\] ERROR: Failed to create "
+                                         r"listener on port 9877: ."))
+            app.access.wait_for("Google sign-in failed. Please try again.")
+            self.assertEqual(app.opened(), [])
+        app.access.press("Sign in with Google")
+        app.wait_for_line("[LoginWindowController] OAuth callback listener ready, "
+                          "opening browser for Google sign-in")
+        app.access.wait_for("Waiting for your browser…")
+        wait_until(app.opened, what="the browser")
+        app.access.click("Email")
+        app.fill_login()
+        self.desktop.press("return")
+        app.wait_for_line(RUNNING)
+        self.assert_port_is_free()
+        self.assertEqual(server.requests(VERIFY), [])
+
+    def test_strangers_do_not_keep_the_browser_out(self):
+        server = self.server()
+        app = self.start(server)
+        strangers = [socket.create_connection(("127.0.0.1", PORT)) for _ in range(40)]
+        for stranger in strangers:
+            self.addCleanup(stranger.close)
+        self.assertIn("You're signed in", self.visit("?token=mine"))
+        app.wait_for_line(RUNNING)
+        self.assertEqual(server.wait_for_request(VERIFY).header("Authorization"), "Bearer mine")
+        for stranger in strangers:
+            stranger.settimeout(10)
+            try:
+                self.assertEqual(stranger.recv(100), b"")
+            except ConnectionResetError:
+                continue
+        self.assert_port_is_free()
+
+    def test_closing_the_window_while_waiting_quits(self):
+        app = self.start(self.server())
+        self.desktop.wait_for_active("Quellora")
+        self.desktop.close_active_window()
+        self.assertEqual(app.wait_exit(), 0)
+        app.wait_for_line("[LoginWindowController] Login window closed before sign-in — quitting")
+        self.assert_port_is_free()
 
 
 if __name__ == "__main__":

@@ -89,6 +89,22 @@ class LogUploadTest(E2ECase):
                          ["Authorization", "Content-Type", "X-App-Version"])
         app.wait_for_line("[LogShipper] Logs shipped successfully (35 bytes)", since=0)
 
+    def test_refreshed_configuration_asks_for_the_log(self):
+        server = self.server(heartbeatIntervalSeconds=1)
+        server.on(VERIFY, HostileServer.status(200, login_response(
+            token="token-2", requestLogs=True)))
+        app = self.app(server)
+        folder = app.home / "Library" / "Logs" / "Vantiro"
+        folder.mkdir(parents=True)
+        (folder / "pipeline.log").write_text("[00:00:00.000] x\n")
+        app.sign_in()
+        app.wait_for_line("[LogShipper] Logs shipped successfully (17 bytes)", since=0)
+        first = server.wait_for_request(LOGS)
+        self.assertEqual(first.header("Authorization"), "Bearer token-2")
+        self.assertEqual(first.body, b"[00:00:00.000] x\n")
+        # Every configuration that asks gets the whole file again.
+        self.assertEqual(server.wait_for_request(LOGS, 2).body, first.body)
+
     def test_without_a_log_nothing_is_sent(self):
         server = self.server(requestLogs=True)
         app = self.app(server).sign_in()

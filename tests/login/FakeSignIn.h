@@ -36,6 +36,8 @@ public:
     /// Drops the call without an answer.
     void drop() { m_promises.removeLast(); }
 
+    bool isCancelled(qsizetype call) const { return m_promises.at(call)->isCanceled(); }
+
     QList<std::pair<QString, QString>> logins;
     QStringList tokens;
 

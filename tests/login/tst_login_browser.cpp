@@ -23,6 +23,9 @@ private Q_SLOTS:
     void googleCallbacksFromAnotherThread();
     void googleAgainAfterAnErrorIgnoresTheOldListener();
     void googleAnswerAfterEmailSignInIsIgnored();
+    void firstWayInEndsTheOther();
+    void emailFailsWhileWaiting();
+    void closingWhileWaitingQuits();
     void googleBrowserThatCannotOpen();
     void emailStaysUsableWhileWaiting();
     void destructionCancelsTheListener();
@@ -197,6 +200,56 @@ void TestLoginBrowser::googleAnswerAfterEmailSignInIsIgnored()
     QCoreApplication::processEvents();
     QCOMPARE(f.successes, 1);
     QCOMPARE(f.auth.tokens.size(), 1);
+}
+
+void TestLoginBrowser::firstWayInEndsTheOther()
+{
+    for (const bool emailFirst : {true, false}) {
+        Fixture f;
+        QVERIFY(f.show());
+        click(f.google());
+        f.browser.token.last()(QStringLiteral("token"));
+        QTRY_COMPARE(f.auth.tokens.size(), 1);
+        f.controller.viewModel().submit(QStringLiteral("a@b"), QStringLiteral("c"));
+        f.auth.succeed(emailFirst ? 1 : 0);
+        QTRY_COMPARE(f.successes, 1);
+        // An answer to the other would replace the session.
+        QVERIFY(f.auth.isCancelled(emailFirst ? 0 : 1));
+        QCoreApplication::processEvents();
+        QCOMPARE(f.successes, 1);
+        QVERIFY(f.controller.viewModel().errorMessage().isEmpty());
+    }
+}
+
+void TestLoginBrowser::emailFailsWhileWaiting()
+{
+    Fixture f;
+    QVERIFY(f.show());
+    click(f.google());
+    f.fill();
+    click(f.signIn());
+    f.auth.fail(AuthError::invalidCredentials());
+    QTRY_COMPARE(f.controller.viewModel().errorMessage(),
+                 QStringLiteral("Invalid email or password"));
+    // The browser may still come back.
+    QVERIFY(f.controller.viewModel().isGoogleLoading());
+    QCOMPARE(f.browser.cancels, 0);
+    f.browser.token.last()(QStringLiteral("token"));
+    QTRY_COMPARE(f.auth.tokens.size(), 1);
+    f.auth.succeed();
+    QTRY_COMPARE(f.successes, 1);
+}
+
+void TestLoginBrowser::closingWhileWaitingQuits()
+{
+    Fixture f;
+    QVERIFY(f.show());
+    click(f.google());
+    f.log.clear();
+    f.closeByUser();
+    QCOMPARE(f.quits, 1);
+    QCOMPARE(f.log.lines,
+             QStringList{prefix + QStringLiteral("Login window closed before sign-in — quitting")});
 }
 
 void TestLoginBrowser::googleBrowserThatCannotOpen()

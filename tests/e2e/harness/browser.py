@@ -1,0 +1,155 @@
+"""A web browser as the user has one, without a window."""
+
+import base64
+import json
+import os
+import pathlib
+import shutil
+import subprocess
+import tempfile
+import threading
+
+from . import processes
+from .waiting import PATIENCE, wait_until
+
+_FLAGS = ("--headless", "--disable-gpu", "--disable-quic", "--no-first-run",
+          "--disable-background-networking", "--disable-component-update", "--disable-sync",
+          "--remote-debugging-pipe")
+
+
+class Browser:
+    """Chromium with a profile of its own, driven over its debugging pipe.
+
+    Every page is visited in the same tab; clicks are pointer events like a user's.
+    """
+
+    @staticmethod
+    def program():
+        """Path of the browser, or None where there is none."""
+        return shutil.which("chromium")
+
+    def __init__(self):
+        self.folder = pathlib.Path(tempfile.mkdtemp(prefix="browser-"))
+        commands, self._commands = os.pipe()
+        self._events, events = os.pipe()
+        flags = list(_FLAGS) + [f"--user-data-dir={self.folder / 'profile'}"]
+        if os.geteuid() == 0:
+            flags.append("--no-sandbox")
+        # The pipe's ends have to be the descriptors 3 and 4.
+        self._process = processes.spawn(
+            ["/bin/bash", "-c", f'exec "$@" 3<&{commands} 4>&{events}', "browser",
+             self.program(), *flags, "about:blank"],
+            env={"PATH": os.environ["PATH"], "HOME": str(self.folder),
+                 "TMPDIR": str(self.folder), "LANG": "C.UTF-8"},
+            pass_fds=(commands, events), stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        os.close(commands)
+        os.close(events)
+        self._changed = threading.Condition()
+        self._answers = {}
+        self._ended = False
+        self._number = 0
+        self._session = None
+        self._reader = threading.Thread(target=self._read, daemon=True)
+        self._reader.start()
+        target = wait_until(self._first_page, what="the browser's tab")
+        self._session = self._call("Target.attachToTarget",
+                                   {"targetId": target, "flatten": True})["sessionId"]
+
+    def _first_page(self):
+        for info in self._call("Target.getTargets")["targetInfos"]:
+            if info["type"] == "page":
+                return info["targetId"]
+        return None
+
+    def _read(self):
+        pending = b""
+        while True:
+            part = os.read(self._events, 65536)
+            if not part:
+                break
+            *messages, pending = (pending + part).split(b"\0")
+            for raw in messages:
+                message = json.loads(raw)
+                if "id" in message:
+                    with self._changed:
+                        self._answers[message["id"]] = message
+                        self._changed.notify_all()
+        with self._changed:
+            self._ended = True
+            self._changed.notify_all()
+
+    def _call(self, method, parameters=None):
+        self._number += 1
+        number = self._number
+        message = {"id": number, "method": method, "params": parameters or {}}
+        if self._session is not None:
+            message["sessionId"] = self._session
+        os.write(self._commands, json.dumps(message).encode() + b"\0")
+        with self._changed:
+            self._changed.wait_for(lambda: number in self._answers or self._ended, PATIENCE)
+            answer = self._answers.pop(number, None)
+        if answer is None or "result" not in answer:
+            raise AssertionError(f"the browser did not do {method}: {answer}")
+        return answer["result"]
+
+    def evaluate(self, expression):
+        """Value of a script expression in the page."""
+        return self._call("Runtime.evaluate", {"expression": expression,
+                                               "returnByValue": True})["result"].get("value")
+
+    def visit(self, url):
+        """Opens an address and waits until its page is there."""
+        self._call("Page.navigate", {"url": url})
+        wait_until(lambda: self.evaluate("document.readyState") == "complete"
+                   and self.url != "about:blank", what="the page")
+
+    @property
+    def url(self):
+        """Address of the page on show."""
+        return self.evaluate("location.href")
+
+    @property
+    def text(self):
+        """What the page says."""
+        return self.evaluate("document.body ? document.body.innerText : ''")
+
+    def wait_for_text(self, text):
+        """Waits until the page says something."""
+        wait_until(lambda: text in (self.text or ""),
+                   what=f"{text!r} in the browser; it says {self.text!r}")
+
+    def click_button(self, caption):
+        """One click in the middle of the button with this caption."""
+        place = wait_until(lambda: self.evaluate(
+            "(() => { for (const button of document.querySelectorAll('button')) {"
+            f" if (button.innerText !== {json.dumps(caption)}) continue;"
+            " button.scrollIntoView({block: 'center', behavior: 'instant'});"
+            " const box = button.getBoundingClientRect();"
+            " return [box.x + box.width / 2, box.y + box.height / 2]; } return null; })()"),
+            what=f"the button {caption!r}")
+        # A page takes no input before it has been painted.
+        self._call("Runtime.evaluate", {"awaitPromise": True, "expression":
+                                        "new Promise(done => requestAnimationFrame(() =>"
+                                        " requestAnimationFrame(() => done())))"})
+        for kind in ("mousePressed", "mouseReleased"):
+            self._call("Input.dispatchMouseEvent",
+                       {"type": kind, "x": place[0], "y": place[1], "button": "left",
+                        "clickCount": 1})
+
+    def fill_in(self, name, value):
+        """Puts text into a field of the page's last form."""
+        self.evaluate(f"document.forms[document.forms.length - 1].elements[{json.dumps(name)}]"
+                      f".value = {json.dumps(value)}")
+
+    def screenshot(self, path):
+        """Saves a picture of the page."""
+        picture = self._call("Page.captureScreenshot", {"format": "png"})["data"]
+        pathlib.Path(path).write_bytes(base64.b64decode(picture))
+
+    def close(self):
+        """Ends the browser and removes its profile."""
+        processes.stop(self._process)
+        os.close(self._commands)
+        self._reader.join(PATIENCE)
+        os.close(self._events)
+        shutil.rmtree(self.folder, ignore_errors=True)
