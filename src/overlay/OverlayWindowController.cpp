@@ -155,6 +155,9 @@ void OverlayWindowController::wireOverlay()
             &ResponseDisplay::scrollToFraction);
     connect(&m_display, &ResponseDisplay::scrollPositionChanged, &m_scrollbar,
             &ResponseScrollbarModel::setPosition);
+    // The page must not jump under the pointer.
+    connect(&m_scrollbar, &ResponseScrollbarModel::draggingChanged, this,
+            [this] { m_with.surface->setHeld(m_scrollbar.isDragging()); });
     connect(&m_display, &ResponseDisplay::noteDeleteRequested, this, [this](const QUuid &id) {
         if (m_threads.removeNote(id))
             m_orchestrator->showCurrentThread();

@@ -10,6 +10,8 @@ namespace quellora {
 class FakePageSurface : public PageSurface
 {
 public:
+    FakePageSurface() : PageSurface([this] { return now; }, nullptr) {}
+
     /// The load that has started last is there.
     void finishLoad() { emit loadFinished(loads.last().first); }
     void failLoad(const QString &description, bool provisional)
@@ -18,6 +20,8 @@ public:
     }
     /// The page posts a message.
     void post(const QString &name, const QVariant &body) { emit message(name, body); }
+    /// The page's process dies.
+    void crash() { renderProcessEnded(QStringLiteral("killed")); }
     /// The script given with a token last has run.
     void finishScript() { scriptDone(tokens.last()); }
 
@@ -30,6 +34,9 @@ public:
     QList<QPair<LoadId, QByteArray>> loads;
     QStringList scripts;
     QList<quint64> tokens;
+    /// Loads that were started again.
+    int restarts = 0;
+    std::chrono::nanoseconds now{0};
     /// Whether scripts run at once; otherwise finishScript() ends them.
     bool runsAtOnce = true;
 
@@ -44,6 +51,7 @@ protected:
         if (runsAtOnce)
             scriptDone(token);
     }
+    void restartLoad() override { ++restarts; }
 };
 
 } // namespace quellora

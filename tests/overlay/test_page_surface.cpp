@@ -1,9 +1,11 @@
 #include "fakes/LogCapture.h"
 #include "overlay/FakePageSurface.h"
 
+#include <QSignalSpy>
 #include <QTest>
 
 using namespace quellora;
+using namespace std::chrono_literals;
 
 class TestPageSurface : public QObject
 {
@@ -17,6 +19,17 @@ private slots:
     void emptyScriptRunsNothing();
     void startedLoadDropsWaitingScripts();
     void lateReportOfADroppedScriptChangesNothing();
+    void pauseGrowsWithTheTimeOfAScript_data();
+    void pauseGrowsWithTheTimeOfAScript();
+    void slowScriptIsFollowedByAPause();
+    void loadEndsAPause();
+    void heldPageKeepsTheNewestScriptWaiting();
+    void heldPageKeepsTheNewestLoadWaiting();
+    void processThatEndsIsStartedAgain();
+    void processThatKeepsEndingIsLeftAlone();
+    void loadAfterALostPageStarts();
+    void newLoadTakesThePlaceOfARestart();
+    void processWithoutAPageIsNotRestarted();
 };
 
 void TestPageSurface::loadsWithTheNextTurn()
@@ -115,6 +128,171 @@ void TestPageSurface::lateReportOfADroppedScriptChangesNothing()
     surface.tokens.append(dropped);
     surface.finishScript();
     QCOMPARE(surface.scripts, (QStringList{QStringLiteral("a"), QStringLiteral("b")}));
+}
+
+void TestPageSurface::pauseGrowsWithTheTimeOfAScript_data()
+{
+    QTest::addColumn<int>("took");
+    QTest::addColumn<int>("pause");
+    QTest::newRow("at once") << 0 << 0;
+    QTest::newRow("quick") << 2 << 0;
+    QTest::newRow("a little slower") << 4 << 16;
+    QTest::newRow("a frame") << 16 << 112;
+    QTest::newRow("no longer than one notices") << 60 << 200;
+    QTest::newRow("half the time at most") << 900 << 900;
+}
+
+void TestPageSurface::pauseGrowsWithTheTimeOfAScript()
+{
+    QFETCH(int, took);
+    QFETCH(int, pause);
+    QCOMPARE(LatestScript::pauseAfter(std::chrono::milliseconds(took)).count(),
+             std::chrono::nanoseconds(std::chrono::milliseconds(pause)).count());
+}
+
+void TestPageSurface::slowScriptIsFollowedByAPause()
+{
+    FakePageSurface surface;
+    surface.runsAtOnce = false;
+    surface.evaluateLatest([] { return QStringLiteral("a"); });
+    surface.evaluateLatest([] { return QStringLiteral("b"); });
+    surface.now += 3ms;
+    surface.finishScript();
+    QCOMPARE(surface.scripts, QStringList{QStringLiteral("a")});
+    surface.evaluateLatest([] { return QStringLiteral("c"); });
+    QCOMPARE(surface.scripts, QStringList{QStringLiteral("a")});
+    // The newest of those that waited runs by itself.
+    QTRY_COMPARE(surface.scripts, (QStringList{QStringLiteral("a"), QStringLiteral("c")}));
+}
+
+void TestPageSurface::loadEndsAPause()
+{
+    LogCapture log;
+    FakePageSurface surface;
+    surface.runsAtOnce = false;
+    surface.evaluateLatest([] { return QStringLiteral("a"); });
+    surface.now += 500ms;
+    surface.finishScript();
+    surface.load("page", {});
+    QCoreApplication::processEvents();
+    surface.evaluateLatest([] { return QStringLiteral("b"); });
+    QCOMPARE(surface.scripts, (QStringList{QStringLiteral("a"), QStringLiteral("b")}));
+}
+
+void TestPageSurface::heldPageKeepsTheNewestScriptWaiting()
+{
+    FakePageSurface surface;
+    surface.setHeld(true);
+    for (const char *script : {"a", "b"})
+        surface.evaluateLatest([script] { return QString::fromLatin1(script); });
+    surface.evaluate(QStringLiteral("scroll"));
+    QCOMPARE(surface.scripts, QStringList{QStringLiteral("scroll")});
+    surface.setHeld(false);
+    QCOMPARE(surface.scripts, (QStringList{QStringLiteral("scroll"), QStringLiteral("b")}));
+    surface.setHeld(false);
+    QCOMPARE(surface.scripts.size(), 2);
+}
+
+void TestPageSurface::heldPageKeepsTheNewestLoadWaiting()
+{
+    LogCapture log;
+    FakePageSurface surface;
+    surface.load("1", QStringLiteral("first"));
+    surface.setHeld(true);
+    const auto second = surface.load("2", QStringLiteral("second"));
+    QCoreApplication::processEvents();
+    QVERIFY(surface.loads.isEmpty());
+    surface.setHeld(false);
+    QCOMPARE(surface.loads.size(), 1);
+    QCOMPARE(surface.loads.first().first, second);
+    QCOMPARE(log.lines, QStringList{QStringLiteral("second")});
+}
+
+void TestPageSurface::processThatEndsIsStartedAgain()
+{
+    LogCapture log;
+    FakePageSurface surface;
+    QSignalSpy ended(&surface, &PageSurface::renderProcessTerminated);
+    surface.load("page", {});
+    QCoreApplication::processEvents();
+    surface.runsAtOnce = false;
+    surface.evaluateLatest([] { return QStringLiteral("a"); });
+    surface.crash();
+    QCOMPARE(ended.size(), 1);
+    QVERIFY(!surface.isPageLost());
+    QCOMPARE(surface.restarts, 0); // not inside the engine's report
+    QCoreApplication::processEvents();
+    QCOMPARE(surface.restarts, 1);
+    QCOMPARE(log.lines.last(), QStringLiteral("[ResponseView] ERROR: The page's process ended "
+                                              "(killed), loading the page again"));
+    // The script that was running is gone with its page.
+    surface.evaluateLatest([] { return QStringLiteral("b"); });
+    QCOMPARE(surface.scripts.last(), QStringLiteral("b"));
+}
+
+void TestPageSurface::processThatKeepsEndingIsLeftAlone()
+{
+    LogCapture log;
+    FakePageSurface surface;
+    surface.load("page", {});
+    QCoreApplication::processEvents();
+    log.clear();
+    for (int i = 0; i < 4; ++i) {
+        surface.crash();
+        QCoreApplication::processEvents();
+        surface.now += 9s;
+    }
+    QCOMPARE(surface.restarts, 3);
+    QVERIFY(surface.isPageLost());
+    QCOMPARE(log.lines.size(), 4);
+    QCOMPARE(log.lines.last(), QStringLiteral("[ResponseView] ERROR: The page's process ended "
+                                              "(killed), too often: the page stays empty until the "
+                                              "next one"));
+}
+
+void TestPageSurface::loadAfterALostPageStarts()
+{
+    LogCapture log;
+    FakePageSurface surface;
+    surface.load("page", {});
+    QCoreApplication::processEvents();
+    for (int i = 0; i < 4; ++i)
+        surface.crash();
+    QVERIFY(surface.isPageLost());
+    surface.load("next", {});
+    QCoreApplication::processEvents();
+    QVERIFY(!surface.isPageLost());
+    QCOMPARE(surface.loads.size(), 2);
+    // The first of the restarts is forgotten after half a minute.
+    const int before = surface.restarts;
+    surface.now += 30s;
+    surface.crash();
+    QCoreApplication::processEvents();
+    QCOMPARE(surface.restarts, before + 1);
+    QVERIFY(!surface.isPageLost());
+}
+
+void TestPageSurface::newLoadTakesThePlaceOfARestart()
+{
+    LogCapture log;
+    FakePageSurface surface;
+    surface.load("page", {});
+    QCoreApplication::processEvents();
+    surface.load("next", {});
+    surface.crash();
+    QCoreApplication::processEvents();
+    QCOMPARE(surface.loads.size(), 2);
+    QCOMPARE(surface.restarts, 0);
+}
+
+void TestPageSurface::processWithoutAPageIsNotRestarted()
+{
+    LogCapture log;
+    FakePageSurface surface;
+    surface.crash();
+    QCoreApplication::processEvents();
+    QCOMPARE(surface.restarts, 0);
+    QVERIFY(!surface.isPageLost());
 }
 
 QTEST_GUILESS_MAIN(TestPageSurface)

@@ -7,6 +7,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <utility>
+
 using namespace quellora;
 
 namespace {
@@ -45,6 +47,15 @@ private slots:
     void chunkAfterTheEndIsRendered();
     void resumeShowsWhatHasArrived();
     void resumeWithoutTextWaits();
+    void streamGoesOnAfterThePageIsRebuilt();
+    void streamThatEndsWhileThePageIsRebuiltIsFinished();
+    void finishedAnswerIsRebuilt();
+    void rebuiltShellWithoutChunksKeepsTheDots();
+    void lostPageKeepsTheAnswer();
+    void otherPageIsNotTakenForTheShellWhenRebuilt();
+    void rebuiltPageHasTheCurrentLook();
+    void rendersWaitWhileThePageIsHeld();
+    void pieceByPieceEscapingEqualsTheWhole();
 
 private:
     void start()
@@ -281,6 +292,140 @@ void TestStreamingRenderer::resumeWithoutTextWaits()
     m_surface->finishLoad();
     QVERIFY(m_log->contains(line("Streaming shell ready")));
     QVERIFY(!m_log->contains(line("First chunk received, hiding loading dots")));
+}
+
+void TestStreamingRenderer::streamGoesOnAfterThePageIsRebuilt()
+{
+    startAndFinishShell();
+    m_renderer->handleStreamChunk(QStringLiteral("a"));
+    m_surface->crash();
+    QVERIFY(!m_renderer->isStreamingShellReady());
+    m_renderer->handleStreamChunk(QStringLiteral("b"));
+    QCOMPARE(m_log->lines.last(), line("Chunk queued (shell not ready yet), queue size 1"));
+    m_surface->scripts.clear();
+    m_surface->finishLoad();
+    QVERIFY(m_renderer->isStreamingShellReady());
+    QCOMPARE(m_surface->scripts,
+             (QStringList{responsepage::hideLoadingScript(), render("a"), render("ab")}));
+
+    // At once, not only with the next chunk.
+    m_surface->crash();
+    m_surface->scripts.clear();
+    m_surface->finishLoad();
+    QCOMPARE(m_surface->scripts, (QStringList{responsepage::hideLoadingScript(), render("ab")}));
+    m_renderer->handleStreamChunk(QStringLiteral("c"));
+    QCOMPARE(m_renderer->handleStreamEnd(), QStringLiteral("abc"));
+}
+
+void TestStreamingRenderer::streamThatEndsWhileThePageIsRebuiltIsFinished()
+{
+    startAndFinishShell();
+    m_renderer->handleStreamChunk(QStringLiteral("a"));
+    m_surface->crash();
+    m_renderer->handleStreamChunk(QStringLiteral("`b`"));
+    QCOMPARE(m_renderer->handleStreamEnd(), QStringLiteral("a`b`"));
+    m_surface->scripts.clear();
+    m_surface->finishLoad();
+    QCOMPARE(m_surface->scripts, QStringList{render("a`b`", true)});
+}
+
+void TestStreamingRenderer::finishedAnswerIsRebuilt()
+{
+    startAndFinishShell();
+    m_renderer->handleStreamChunk(QStringLiteral("a"));
+    m_renderer->handleStreamEnd();
+    m_surface->crash();
+    m_surface->scripts.clear();
+    m_surface->finishLoad();
+    QCOMPARE(m_surface->scripts, QStringList{render("a", true)});
+}
+
+void TestStreamingRenderer::rebuiltShellWithoutChunksKeepsTheDots()
+{
+    startAndFinishShell();
+    m_surface->crash();
+    m_surface->finishLoad();
+    QVERIFY(m_renderer->isStreamingShellReady());
+    QVERIFY(m_surface->scripts.isEmpty());
+}
+
+void TestStreamingRenderer::lostPageKeepsTheAnswer()
+{
+    startAndFinishShell();
+    m_renderer->handleStreamChunk(QStringLiteral("a"));
+    for (int i = 0; i < 4; ++i)
+        m_surface->crash();
+    QVERIFY(m_surface->isPageLost());
+    m_surface->scripts.clear();
+    m_renderer->handleStreamChunk(QStringLiteral("b"));
+    QVERIFY(m_surface->scripts.isEmpty());
+    QCOMPARE(m_renderer->handleStreamEnd(), QStringLiteral("ab"));
+    // The next stream has its page.
+    startAndFinishShell();
+    QVERIFY(m_renderer->isStreamingShellReady());
+}
+
+void TestStreamingRenderer::otherPageIsNotTakenForTheShellWhenRebuilt()
+{
+    startAndFinishShell();
+    m_renderer->handleStreamChunk(QStringLiteral("a"));
+    m_renderer->handleStreamEnd();
+    m_display->loadContent(QStringLiteral("thread"));
+    QVERIFY(shown(2));
+    m_surface->finishLoad();
+    m_surface->scripts.clear();
+    m_surface->crash();
+    m_surface->finishLoad();
+    QVERIFY(m_surface->scripts.isEmpty());
+}
+
+void TestStreamingRenderer::rebuiltPageHasTheCurrentLook()
+{
+    startAndFinishShell();
+    m_display->setAppliedTheme(AppTheme::Light);
+    m_display->setResponseTextColorHex(QStringLiteral("#8899aa"));
+    m_display->applyTheme();
+    m_display->setCurrentAlpha(0.5);
+    m_display->pushPillAlphaLive();
+    const QStringList pushed = std::exchange(m_surface->scripts, {});
+    QCOMPARE(pushed.size(), 2);
+    for (int i = 0; i < 2; ++i) {
+        m_surface->crash();
+        m_surface->finishLoad();
+        QCOMPARE(std::exchange(m_surface->scripts, {}), pushed);
+    }
+}
+
+void TestStreamingRenderer::rendersWaitWhileThePageIsHeld()
+{
+    startAndFinishShell();
+    m_renderer->handleStreamChunk(QStringLiteral("a"));
+    m_surface->setHeld(true);
+    m_surface->scripts.clear();
+    m_renderer->handleStreamChunk(QStringLiteral("b"));
+    m_renderer->handleStreamChunk(QStringLiteral("c"));
+    QVERIFY(m_surface->scripts.isEmpty());
+    m_surface->setHeld(false);
+    QCOMPARE(m_surface->scripts, QStringList{render("abc")});
+
+    m_surface->setHeld(true);
+    m_surface->scripts.clear();
+    m_renderer->handleStreamChunk(QStringLiteral("d"));
+    QCOMPARE(m_renderer->handleStreamEnd(), QStringLiteral("abcd"));
+    QVERIFY(m_surface->scripts.isEmpty());
+    m_surface->setHeld(false);
+    QCOMPARE(m_surface->scripts, QStringList{render("abcd", true)});
+}
+
+void TestStreamingRenderer::pieceByPieceEscapingEqualsTheWhole()
+{
+    startAndFinishShell();
+    const QString text = QStringLiteral("\\`'\\\\`` it's ${x} \\u{41}\U0001F30D'");
+    for (const QChar c : text)
+        m_renderer->handleStreamChunk(QString(c));
+    QCOMPARE(m_surface->scripts.last(), responsepage::streamRenderScript(text, false));
+    m_renderer->handleStreamEnd();
+    QCOMPARE(m_surface->scripts.last(), responsepage::streamRenderScript(text, true));
 }
 
 QTEST_GUILESS_MAIN(TestStreamingRenderer)

@@ -6,20 +6,44 @@
 
 namespace quellora {
 
+namespace {
+
+std::chrono::nanoseconds monotonicNow()
+{
+    return std::chrono::steady_clock::now().time_since_epoch();
+}
+
+} // namespace
+
+PageSurface::PageSurface(QObject *parent) : PageSurface(monotonicNow, parent) {}
+
+PageSurface::PageSurface(Clock clock, QObject *parent)
+    : QObject(parent)
+    , m_latestScript(clock,
+                     [this](const QString &script, quint64 token) { runScript(script, token); })
+    , m_restarts(std::move(clock))
+{}
+
 PageSurface::LoadId PageSurface::load(const QByteArray &html, const QString &logLine)
 {
     const LoadId id = ++m_latestLoad;
-    QMetaObject::invokeMethod(
-        this,
-        [this, id, html, logLine] {
-            if (id != m_latestLoad)
-                return;
-            Log::event(logLine);
-            dropScripts();
-            startLoad(id, html);
-        },
-        Qt::QueuedConnection);
+    m_waitingLoad = [this, id, html, logLine] {
+        Log::event(logLine);
+        m_latestScript.drop();
+        m_startedLoad = id;
+        m_isPageLost = false;
+        startLoad(id, html);
+    };
+    QMetaObject::invokeMethod(this, &PageSurface::startLatestLoad, Qt::QueuedConnection);
     return id;
+}
+
+void PageSurface::startLatestLoad()
+{
+    if (m_isHeld)
+        return;
+    if (const auto start = std::exchange(m_waitingLoad, nullptr))
+        start();
 }
 
 void PageSurface::evaluate(const QString &script)
@@ -29,30 +53,41 @@ void PageSurface::evaluate(const QString &script)
 
 void PageSurface::evaluateLatest(ScriptMaker script)
 {
-    if (m_runningToken != 0) {
-        m_waitingScript = std::move(script);
+    m_latestScript.request(std::move(script));
+}
+
+void PageSurface::setHeld(bool held)
+{
+    if (std::exchange(m_isHeld, held) == held)
         return;
+    m_latestScript.setHeld(held);
+    if (!held)
+        startLatestLoad();
+}
+
+void PageSurface::renderProcessEnded(const QString &how)
+{
+    m_latestScript.drop();
+    const bool isShown = m_startedLoad != 0;
+    m_isPageLost = isShown && !m_restarts.take();
+    QString next;
+    if (m_isPageLost)
+        next = QStringLiteral(", too often: the page stays empty until the next one");
+    else if (isShown)
+        next = QStringLiteral(", loading the page again");
+    Log::event(
+        QStringLiteral("[ResponseView] ERROR: The page's process ended (%1)%2").arg(how, next));
+    emit renderProcessTerminated();
+    if (isShown && !m_isPageLost) {
+        // Not from inside the engine's own report; another page may take its place until then.
+        QMetaObject::invokeMethod(
+            this,
+            [this, id = m_startedLoad] {
+                if (id == m_startedLoad)
+                    restartLoad();
+            },
+            Qt::QueuedConnection);
     }
-    const QString text = script();
-    if (text.isEmpty())
-        return;
-    m_runningToken = ++m_lastToken;
-    runScript(text, m_runningToken);
-}
-
-void PageSurface::scriptDone(quint64 token)
-{
-    if (token == 0 || token != m_runningToken)
-        return;
-    m_runningToken = 0;
-    if (ScriptMaker next = std::exchange(m_waitingScript, nullptr))
-        evaluateLatest(std::move(next));
-}
-
-void PageSurface::dropScripts()
-{
-    m_runningToken = 0;
-    m_waitingScript = nullptr;
 }
 
 } // namespace quellora

@@ -1,5 +1,8 @@
 #pragma once
 
+#include "overlay/page/LatestScript.h"
+#include "overlay/page/RestartBudget.h"
+
 #include <QByteArray>
 #include <QObject>
 #include <QString>
@@ -19,23 +22,34 @@ public:
     /// Identifies one load; 0 is none.
     using LoadId = quint64;
 
-    explicit PageSurface(QObject *parent = nullptr) : QObject(parent) {}
+    /// Monotonic time.
+    using Clock = std::function<std::chrono::nanoseconds()>;
+
+    explicit PageSurface(QObject *parent = nullptr);
+    PageSurface(Clock clock, QObject *parent);
 
     /// Loads a page with the next turn of the event loop, writing @p logLine at that moment. A load
-    /// that has not started by then is dropped without a trace when another one is requested.
+    /// that has not started by then is dropped without a trace when another one is requested. While
+    /// the page is held, a load waits.
     /// @param html UTF-8 bytes of the page
     LoadId load(const QByteArray &html, const QString &logLine);
 
-    /// Makes the text of a script at the moment it is to run; an empty text runs nothing.
-    using ScriptMaker = std::function<QString()>;
+    using ScriptMaker = LatestScript::Maker;
 
     /// Runs a script in the page shown; its result and its errors are ignored.
     void evaluate(const QString &script);
 
     /// As evaluate(), for scripts that make earlier ones of this kind pointless: one runs at a
-    /// time, and of those that come meanwhile only the newest is kept and run next. A load that
-    /// starts drops what is kept.
+    /// time, and of those that come meanwhile only the newest is kept and run next, after a pause
+    /// when they take long. A load that starts drops what is kept.
     void evaluateLatest(ScriptMaker script);
+
+    /// Holds the page as it is while the user drags it: neither loads nor evaluateLatest() scripts
+    /// start; the newest of each follow when it is let go.
+    void setHeld(bool held);
+
+    /// True when the page's process kept ending, until the next load starts.
+    bool isPageLost() const { return m_isPageLost; }
 
 signals:
     /// The page and everything it refers to is there.
@@ -46,25 +60,33 @@ signals:
     void message(const QString &name, const QVariant &body);
     /// The user clicked on a link in the page.
     void linkActivated(const QString &address);
-    /// The process that runs the page ended; the page is loaded again by itself, once.
+    /// The process that runs the page ended. The page is loaded again by itself, and finishes
+    /// loading again, unless it is lost.
     void renderProcessTerminated();
 
 protected:
     virtual void startLoad(LoadId id, const QByteArray &html) = 0;
     /// Runs a script and afterwards calls scriptDone() with @p token, unless it is 0.
     virtual void runScript(const QString &script, quint64 token) = 0;
+    /// Starts the latest load again, in a new process.
+    virtual void restartLoad() = 0;
 
     /// To be called when the script given with @p token has run or can no longer run.
-    void scriptDone(quint64 token);
-    /// Forgets running and waiting scripts: the page they were meant for is gone.
-    void dropScripts();
-    LoadId latestLoad() const { return m_latestLoad; }
+    void scriptDone(quint64 token) { m_latestScript.done(token); }
+    /// To be called when the process that runs the page has ended; @p how for the log.
+    void renderProcessEnded(const QString &how);
 
 private:
+    void startLatestLoad();
+
     LoadId m_latestLoad = 0;
-    quint64 m_lastToken = 0;
-    quint64 m_runningToken = 0;
-    ScriptMaker m_waitingScript;
+    LoadId m_startedLoad = 0;
+    /// What starts the latest load, until it has started.
+    std::function<void()> m_waitingLoad;
+    LatestScript m_latestScript;
+    RestartBudget m_restarts;
+    bool m_isHeld = false;
+    bool m_isPageLost = false;
 };
 
 } // namespace quellora

@@ -110,9 +110,14 @@ QString hideLoadingScript()
 
 QString streamRenderScript(const QString &buffer, bool highlightCode)
 {
+    return streamRenderScriptOfEscaped(escapedForStreaming(buffer), highlightCode);
+}
+
+QString streamRenderScriptOfEscaped(const QString &escaped, bool highlightCode)
+{
     QString script = QStringLiteral("document.getElementById('") +
                      QLatin1StringView(streamingElementId) +
-                     QStringLiteral("').innerHTML = marked.parse(`") + escapedForStreaming(buffer) +
+                     QStringLiteral("').innerHTML = marked.parse(`") + escaped +
                      QStringLiteral("`);\ndocument.body.scrollTop = document.body.scrollHeight;");
     if (highlightCode) {
         script += QStringLiteral("\ndocument.querySelectorAll('pre code')"

@@ -207,7 +207,7 @@ void ResponseDisplay::onBuilt(PageId page, const BuiltPage &built,
     if (page != m_latestPage)
         return;
     m_previews.remember(built.previews);
-    m_loadedAppearance = appearance;
+    m_builtAppearance = appearance;
     m_loadingPage = page;
     m_loadId = m_surface.load(built.html, logLine);
 }
@@ -217,12 +217,12 @@ void ResponseDisplay::onLoadFinished(PageSurface::LoadId id)
     Log::event(QStringLiteral("[OverlayWindowController] WebView finished loading"));
     if (id != m_loadId)
         return;
-    // What changed while the page was on its way reached the page before it.
-    if (!looksAlike(m_loadedAppearance, m_appearance))
+    // What changed while the page was on its way reached the page before it. A page that is loaded
+    // again after its process ended has missed everything since it was built.
+    if (!looksAlike(m_builtAppearance, m_appearance))
         applyTheme();
-    if (m_loadedAppearance.alpha != m_appearance.alpha)
+    if (m_builtAppearance.alpha != m_appearance.alpha)
         pushPillAlphaLive();
-    m_loadedAppearance = m_appearance;
     emit pageFinished(m_loadingPage);
 }
 

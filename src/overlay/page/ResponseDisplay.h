@@ -116,7 +116,7 @@ private:
     PreviewFiles m_previews;
     responsepage::PageAppearance m_appearance;
     /// Appearance with which the page being loaded or shown was built.
-    responsepage::PageAppearance m_loadedAppearance;
+    responsepage::PageAppearance m_builtAppearance;
     PageId m_latestPage = 0;
     PageId m_loadingPage = 0;
     PageSurface::LoadId m_loadId = 0;

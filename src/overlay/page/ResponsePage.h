@@ -93,6 +93,8 @@ QString pillAlphaScript(double windowAlpha);
 QString hideLoadingScript();
 /// Renders the whole @p buffer into the answer slot and scrolls to the bottom.
 QString streamRenderScript(const QString &buffer, bool highlightCode);
+/// As streamRenderScript(), for a buffer that has been escaped for streaming piece by piece.
+QString streamRenderScriptOfEscaped(const QString &escaped, bool highlightCode);
 /// Scrolls by @p pixels, down when positive.
 QString scrollByScript(double pixels);
 /// Scrolls to @p fraction of the scrollable extent, 0 to 1.

@@ -134,7 +134,6 @@ void ResponseView::startLoad(LoadId id, const QByteArray &html)
 {
     m_currentLoad = id;
     m_loadReported = false;
-    m_reloaded = false;
     m_pageBytes.setPage(id, html);
     m_filter.setCurrentLoad(id);
     m_navigationWatch.setInterval(navigationPatience);
@@ -231,27 +230,19 @@ void ResponseView::onLoadStopped(const QUrl &url)
 
 void ResponseView::onRenderProcessTerminated(int status, int exitCode)
 {
-    dropScripts();
-    emit renderProcessTerminated();
-    const bool again = m_currentLoad != 0 && !std::exchange(m_reloaded, true);
-    Log::event(
-        QStringLiteral("[ResponseView] ERROR: The page's process ended (status %1, code %2)%3")
-            .arg(status)
-            .arg(exitCode)
-            .arg(again ? QStringLiteral(", loading the page again") : QString()));
-    if (!again)
-        return;
+    m_navigationWatch.stop();
+    m_underWay = 0;
+    renderProcessEnded(QStringLiteral("status %1, code %2").arg(status).arg(exitCode));
+}
+
+void ResponseView::restartLoad()
+{
     m_loadReported = false;
     m_underWay = 0;
     m_pageBytes.rewind();
-    // Not from inside the engine's own report.
-    QMetaObject::invokeMethod(
-        this,
-        [this] {
-            if (m_item)
-                navigate();
-        },
-        Qt::QueuedConnection);
+    m_navigationWatch.setInterval(navigationPatience);
+    if (m_item)
+        navigate();
 }
 
 void ResponseView::onPosted(const QString &name, const QVariant &body)

@@ -78,6 +78,7 @@ signals:
 protected:
     void startLoad(LoadId id, const QByteArray &html) override;
     void runScript(const QString &script, quint64 token) override;
+    void restartLoad() override;
 
 private:
     void createItem(QQmlEngine &engine);
@@ -105,7 +106,6 @@ private:
     /// Navigations of ours that the engine has not announced yet.
     QSet<LoadId> m_expectedNavigations;
     bool m_loadReported = false;
-    bool m_reloaded = false;
 };
 
 } // namespace quellora

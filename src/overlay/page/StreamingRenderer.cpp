@@ -13,6 +13,8 @@ StreamingRenderer::StreamingRenderer(ResponseDisplay &display, QObject *parent)
     : QObject(parent), m_display(display)
 {
     connect(&m_display, &ResponseDisplay::pageFinished, this, &StreamingRenderer::onPageFinished);
+    connect(&m_display.surface(), &PageSurface::renderProcessTerminated, this,
+            &StreamingRenderer::onRenderProcessTerminated);
 }
 
 void StreamingRenderer::handleStreamStart(
@@ -40,15 +42,24 @@ void StreamingRenderer::loadShell(const std::optional<CaptureSession> &session,
                                   const QString &prompt, const QDateTime &queryStart,
                                   const std::optional<CaptureSession::Screenshot> &screenshot)
 {
-    m_streamBuffer.clear();
-    m_isFirstChunk = true;
-    m_pendingChunks.clear();
-    m_shellReady = false;
-    m_finishedAnswer.reset();
-    ++m_stream;
+    clear();
     Log::event(QStringLiteral("[OverlayWindowController] loadStreamingThreadShell() — building "
                               "shell HTML"));
-    m_loadingShell = m_display.loadStreamingShell(session, prompt, queryStart, screenshot);
+    m_shell = m_display.loadStreamingShell(session, prompt, queryStart, screenshot);
+    m_loadingShell = m_shell;
+}
+
+void StreamingRenderer::clear()
+{
+    m_streamBuffer.clear();
+    m_escapedBuffer.clear();
+    m_pendingChunks.clear();
+    m_isFirstChunk = true;
+    m_isFinished = false;
+    m_shellReady = false;
+    m_shell = 0;
+    m_loadingShell = 0;
+    ++m_stream;
 }
 
 void StreamingRenderer::handleStreamChunk(const QString &text)
@@ -66,31 +77,33 @@ void StreamingRenderer::handleStreamChunk(const QString &text)
 QString StreamingRenderer::handleStreamEnd()
 {
     // An answer that came faster than its page is whole all the same.
-    m_streamBuffer += std::exchange(m_pendingChunks, {}).join(QString());
+    for (const QString &chunk : std::exchange(m_pendingChunks, {}))
+        append(chunk);
     Log::event(QStringLiteral("[OverlayWindowController] Stream end received, finalizing render "
                               "(%1 chars)")
                    .arg(characterCount(m_streamBuffer)));
-    const QString answer = std::exchange(m_streamBuffer, QString());
-    renderFinished(answer);
-    if (m_loadingShell != 0)
-        m_finishedAnswer = answer;
+    m_isFinished = true;
+    // A page that is still on its way gets this render, too, when it is there.
+    renderFinished();
     Log::event(QStringLiteral("[OverlayWindowController] Stream complete, buffer cleared"));
-    return answer;
+    return std::exchange(m_streamBuffer, QString());
 }
 
 QString StreamingRenderer::abandon()
 {
-    const QString answer = m_streamBuffer + std::exchange(m_pendingChunks, {}).join(QString());
-    m_streamBuffer.clear();
-    ++m_stream;
-    m_loadingShell = 0;
-    m_shellReady = false;
-    m_finishedAnswer.reset();
+    const QString answer = m_streamBuffer + m_pendingChunks.join(QString());
+    clear();
     return answer;
 }
 
 void StreamingRenderer::onPageFinished(ResponseDisplay::PageId page)
 {
+    if (m_isFinished && page > m_shell) {
+        // The thread's own page has taken over.
+        m_shell = 0;
+        m_loadingShell = 0;
+        m_escapedBuffer.clear();
+    }
     if (m_loadingShell == 0 || page != m_loadingShell)
         return;
     m_loadingShell = 0;
@@ -100,12 +113,26 @@ void StreamingRenderer::onPageFinished(ResponseDisplay::PageId page)
     if (!chunks.isEmpty())
         line += QStringLiteral(", draining %1 queued chunk(s)").arg(chunks.size());
     Log::event(line);
-    if (const auto answer = std::exchange(m_finishedAnswer, std::nullopt)) {
-        renderFinished(*answer);
+    if (m_isFinished) {
+        renderFinished();
         return;
+    }
+    if (!m_isFirstChunk) {
+        // The page was loaded again in the middle of the answer.
+        m_display.surface().evaluate(responsepage::hideLoadingScript());
+        renderStreamBuffer();
     }
     for (const QString &chunk : chunks)
         processStreamChunk(chunk);
+}
+
+void StreamingRenderer::onRenderProcessTerminated()
+{
+    if (m_shell == 0)
+        return;
+    // The shell page comes again, empty.
+    m_loadingShell = m_shell;
+    m_shellReady = false;
 }
 
 void StreamingRenderer::processStreamChunk(const QString &text)
@@ -116,8 +143,17 @@ void StreamingRenderer::processStreamChunk(const QString &text)
         Log::event(QStringLiteral("[OverlayWindowController] First chunk received, hiding loading "
                                   "dots"));
     }
-    m_streamBuffer += text;
+    append(text);
     renderStreamBuffer();
+}
+
+void StreamingRenderer::append(const QString &text)
+{
+    // A chunk after the end begins a buffer of its own.
+    if (std::exchange(m_isFinished, false))
+        m_escapedBuffer.clear();
+    m_streamBuffer += text;
+    m_escapedBuffer += responsepage::escapedForStreaming(text);
 }
 
 void StreamingRenderer::renderStreamBuffer()
@@ -126,14 +162,15 @@ void StreamingRenderer::renderStreamBuffer()
     m_display.surface().evaluateLatest([self = QPointer(this), stream = m_stream] {
         if (!self || self->m_stream != stream)
             return QString();
-        return responsepage::streamRenderScript(self->m_streamBuffer, false);
+        return responsepage::streamRenderScriptOfEscaped(self->m_escapedBuffer, false);
     });
 }
 
-void StreamingRenderer::renderFinished(const QString &answer)
+void StreamingRenderer::renderFinished()
 {
-    m_display.surface().evaluateLatest(
-        [answer] { return responsepage::streamRenderScript(answer, true); });
+    m_display.surface().evaluateLatest([escaped = m_escapedBuffer] {
+        return responsepage::streamRenderScriptOfEscaped(escaped, true);
+    });
 }
 
 } // namespace quellora

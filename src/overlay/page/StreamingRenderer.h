@@ -53,19 +53,26 @@ private:
                    const QDateTime &queryStart,
                    const std::optional<CaptureSession::Screenshot> &screenshot);
     void onPageFinished(ResponseDisplay::PageId page);
+    void onRenderProcessTerminated();
     void processStreamChunk(const QString &text);
     void renderStreamBuffer();
-    void renderFinished(const QString &answer);
+    void renderFinished();
+    void append(const QString &text);
+    void clear();
 
     ResponseDisplay &m_display;
     QString m_streamBuffer;
+    /// The buffer as the render script takes it. Escaped chunk by chunk, because a whole answer
+    /// would be too much for every chunk; kept after the end for a page that has to be rebuilt.
+    QString m_escapedBuffer;
     QStringList m_pendingChunks;
     bool m_isFirstChunk = true;
     bool m_shellReady = false;
+    bool m_isFinished = false;
+    /// The shell page of the stream; 0 when there is none.
+    ResponseDisplay::PageId m_shell = 0;
     /// The shell page that is being loaded; 0 when none is.
     ResponseDisplay::PageId m_loadingShell = 0;
-    /// The last render of an answer that ended before its page was there.
-    std::optional<QString> m_finishedAnswer;
     /// Counts streams, so that a render that waited is not taken for one of the next stream.
     quint64 m_stream = 0;
 };
