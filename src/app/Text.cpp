@@ -7,18 +7,38 @@
 
 namespace quellora {
 
+namespace {
+
+/// Whether a UTF-16 unit is a character of its own beside another one of this kind: most letters
+/// of most answers are, and finding their borders the long way would take much too long.
+bool standsAlone(QChar unit)
+{
+    const char16_t u = unit.unicode();
+    return (u < 0x300 && u != '\r') || (u >= 0x370 && u < 0x483) || (u >= 0x3041 && u < 0x3097) ||
+           (u >= 0x4E00 && u < 0xA000);
+}
+
+} // namespace
+
 qsizetype characterCount(const QString &text)
 {
-    // Plain ASCII without CR LF pairs needs no segmentation; most prompts are just that.
-    const bool plain = std::all_of(text.begin(), text.end(), [](QChar character) {
-        return character.unicode() < 0x80 && character != QLatin1Char('\r');
-    });
-    if (plain)
-        return text.size();
-    QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, text);
     qsizetype count = 0;
-    while (finder.toNextBoundary() != -1)
-        ++count;
+    const qsizetype size = text.size();
+    for (qsizetype at = 0; at < size;) {
+        if (standsAlone(text[at]) && (at + 1 == size || standsAlone(text[at + 1]))) {
+            ++count;
+            ++at;
+            continue;
+        }
+        // Up to the next border that is sure: the one between two that stand alone.
+        qsizetype end = at + 1;
+        while (end < size && !(standsAlone(text[end - 1]) && standsAlone(text[end])))
+            ++end;
+        QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, text.constData() + at, end - at);
+        while (finder.toNextBoundary() != -1)
+            ++count;
+        at = end;
+    }
     return count;
 }
 

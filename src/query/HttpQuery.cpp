@@ -6,6 +6,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
+#include <algorithm>
 #include <limits>
 #include <utility>
 
@@ -92,7 +93,7 @@ void HttpQuery::readResponse()
 void HttpQuery::readAvailable()
 {
     // A slot may run an event loop of its own; the loop below picks up what arrived meanwhile.
-    if (m_over || m_delivering)
+    if (m_over || m_delivering || m_continuing)
         return;
     readResponse();
     if (m_over)
@@ -101,8 +102,16 @@ void HttpQuery::readAvailable()
         collectRefusal();
         return;
     }
+    int eventsLeft = maxEventsPerTurn;
+    qint64 bytesLeft = maxBytesPerTurn;
     while (m_reply && m_body == Body::Stream) {
-        const qint64 available = m_reply->bytesAvailable();
+        if (!deliverEvents(eventsLeft))
+            return;
+        if (eventsLeft == 0 || bytesLeft == 0) {
+            continueLater();
+            return;
+        }
+        const qint64 available = std::min(m_reply->bytesAvailable(), bytesLeft);
         if (available <= 0)
             return;
         char *room = m_parser.prepare(static_cast<std::size_t>(available));
@@ -110,9 +119,20 @@ void HttpQuery::readAvailable()
         if (got <= 0)
             return;
         m_parser.commit(static_cast<std::size_t>(got));
-        if (!deliverEvents())
-            return;
+        bytesLeft -= got;
     }
+}
+
+void HttpQuery::continueLater()
+{
+    m_continuing = true;
+    QMetaObject::invokeMethod(
+        this,
+        [this] {
+            m_continuing = false;
+            readAvailable();
+        },
+        Qt::QueuedConnection);
 }
 
 void HttpQuery::collectRefusal()
@@ -122,11 +142,14 @@ void HttpQuery::collectRefusal()
         finishRefusal();
 }
 
-bool HttpQuery::deliverEvents()
+bool HttpQuery::deliverEvents(int &left)
 {
-    const QPointer<HttpQuery> self(this);
     m_delivering = true;
-    while (const auto event = m_parser.next()) {
+    while (left > 0) {
+        const auto event = m_parser.next();
+        if (!event)
+            break;
+        --left;
         const QString text =
             QString::fromUtf8(event->text.data(), static_cast<qsizetype>(event->text.size()));
         switch (event->type) {
@@ -169,8 +192,8 @@ void HttpQuery::replyFinished()
 {
     if (m_over)
         return;
-    if (m_delivering) {
-        // Within a slot's own event loop: come back when it has returned.
+    if (m_delivering || m_continuing) {
+        // Within a slot's own event loop, or before all has been handed on: come back afterwards.
         QMetaObject::invokeMethod(this, &HttpQuery::replyFinished, Qt::QueuedConnection);
         return;
     }
@@ -178,6 +201,10 @@ void HttpQuery::replyFinished()
     readAvailable();
     if (!self || m_over)
         return;
+    if (m_continuing) {
+        QMetaObject::invokeMethod(this, &HttpQuery::replyFinished, Qt::QueuedConnection);
+        return;
+    }
 
     switch (m_body) {
     case Body::Unknown:
@@ -199,15 +226,17 @@ void HttpQuery::replyFinished()
         else
             finishRefusal();
         break;
-    case Body::Stream:
+    case Body::Stream: {
         if (http::isBroken(*m_reply)) {
             fail({QueryError::Kind::Transport, 0, {}, 0, http::describe(*m_reply)});
             return;
         }
         m_parser.finish();
-        if (deliverEvents())
+        int lastLine = 1;
+        if (deliverEvents(lastLine))
             fail({QueryError::Kind::StreamEndedUnexpectedly, 0, {}, 0, {}});
         break;
+    }
     }
 }
 

@@ -13,11 +13,16 @@ namespace quellora {
 /// One query over HTTP: reads the reply as it arrives and classifies how it ended.
 ///
 /// Lives on the thread of its network manager and deletes itself after finished() or cancel().
-/// Any slot may cancel or delete it.
+/// Any slot may cancel or delete it. A flood of events is handed on in slices, one per turn of the
+/// event loop, so that the thread stays free for others.
 class HttpQuery : public RunningQuery
 {
     Q_OBJECT
 public:
+    /// What one turn of the event loop hands on or reads at most.
+    static constexpr int maxEventsPerTurn = 256;
+    static constexpr qint64 maxBytesPerTurn = 256 * 1024;
+
     /// A query that fails with @p error as soon as the event loop runs.
     explicit HttpQuery(const QueryError &error);
     /// Takes over @p reply, which has just been started.
@@ -32,8 +37,11 @@ private:
     void readResponse();
     void readAvailable();
     void collectRefusal();
-    /// Hands on complete events; false when the query is over or gone.
-    bool deliverEvents();
+    /// Goes on with the next turn of the event loop.
+    void continueLater();
+    /// Hands on complete events, at most @p left of them, which it counts down; false when the query
+    /// is over or gone.
+    bool deliverEvents(int &left);
     bool deliverChunk(const QString &text);
     void replyFinished();
     void replyDestroyed();
@@ -49,6 +57,7 @@ private:
     Body m_body = Body::Unknown;
     bool m_firstByteSeen = false;
     bool m_delivering = false;
+    bool m_continuing = false;
     bool m_over = false;
 };
 

@@ -12,6 +12,7 @@
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTextBoundaryFinder>
 
 using namespace quellora;
 
@@ -256,6 +257,40 @@ private Q_SLOTS:
         QCOMPARE(characterCount(""), 0);
         QCOMPARE(characterCount(QString::fromUtf8("e\u0301👍🏽")), 2);
         QCOMPARE(characterCount("a\r\nb"), 3);
+        QCOMPARE(characterCount("\r\n\r\n\r"), 3);
+    }
+
+    void charactersOfMixedTextsAreCountedExactly()
+    {
+        const QStringList pieces{"a",
+                                 "\r",
+                                 "\n",
+                                 "ä",
+                                 "e\u0301",
+                                 "\u0301",
+                                 "漢",
+                                 "か\u3099",
+                                 QString::fromUtf8("👩‍👩‍👧"),
+                                 QString::fromUtf8("🇩🇪"),
+                                 "\u0600",
+                                 "ي",
+                                 "한",
+                                 "\u1100\u1161",
+                                 "\u200d",
+                                 "Ж\u0483"};
+        quint32 state = 1;
+        for (int i = 0; i < 300; ++i) {
+            QString text;
+            for (int n = 0; n < 12; ++n) {
+                state = state * 1664525U + 1013904223U;
+                text += pieces[static_cast<qsizetype>((state >> 8) % quint32(pieces.size()))];
+            }
+            QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, text);
+            qsizetype expected = 0;
+            while (finder.toNextBoundary() != -1)
+                ++expected;
+            QCOMPARE(characterCount(text), expected);
+        }
     }
 };
 

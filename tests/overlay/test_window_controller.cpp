@@ -13,6 +13,7 @@
 #include <QNetworkAccessManager>
 #include <QPromise>
 #include <QQmlEngine>
+#include <QQuickItem>
 #include <QScreen>
 #include <QTest>
 
@@ -338,6 +339,32 @@ private Q_SLOTS:
         QTRY_VERIFY(!f.overlay->panelsModel().isCapturing());
         QVERIFY(f.overlay->panelsModel().hasAttachedScreenshot());
         QVERIFY(!f.overlay->panelsModel().isFirstLaunchCardDue());
+    }
+
+    void pageIsHeldWhileItsThumbIsDragged()
+    {
+        Fixture f;
+        f.overlay->toggleVisibility();
+        NonFocusPanel &panel = f.overlay->panel();
+        QVERIFY(QTest::qWaitForWindowExposed(&panel));
+        f.surface->post(
+            "scrollPosition",
+            QVariantMap{{"scrollTop", 300.0}, {"scrollHeight", 2000.0}, {"clientHeight", 400.0}});
+        auto *thumb = panel.contentItem()->findChild<QQuickItem *>("scrollThumb");
+        QVERIFY(thumb);
+        const QPoint center =
+            thumb->mapToScene(QPointF(thumb->width() / 2, thumb->height() / 2)).toPoint();
+        const auto render = [] { return QString("render"); };
+        const auto runs = [&f] { return f.surface->scripts.count("render"); };
+        QTest::mousePress(&panel, Qt::LeftButton, {}, center);
+        f.surface->evaluateLatest(render);
+        QTest::mouseMove(&panel, center + QPoint(0, 5));
+        f.surface->evaluateLatest(render);
+        QCOMPARE(runs(), 0);
+        // What the drag itself asks for reaches the page.
+        QVERIFY(f.surface->scripts.last().contains("extent"));
+        QTest::mouseRelease(&panel, Qt::LeftButton, {}, center + QPoint(0, 5));
+        QCOMPARE(runs(), 1);
     }
 
     void captureThatOutlivesTheOverlayIsDropped()

@@ -1,4 +1,7 @@
 #include "ProxyFixture.h"
+#include "query/HttpQuery.h"
+
+#include <algorithm>
 
 using namespace quellora;
 using Kind = QueryError::Kind;
@@ -27,6 +30,9 @@ private Q_SLOTS:
     void slotMayRunAnEventLoop();
     void outlivesTheService();
     void endsWithTheNetworkManager();
+    void floodOfTinyChunksLeavesTheThreadFree();
+    void floodThatIsCancelledStops();
+    void oneHugeChunkIsWhole();
 };
 
 void TestProxyAnswer::deliversAnAnswer()
@@ -245,6 +251,65 @@ void TestProxyAnswer::slotMayRunAnEventLoop()
                                          QStringLiteral("b"), QStringLiteral("finished")}));
     QCOMPARE(recorder.outcome->error().message, QStringLiteral("m"));
     QVERIFY(recorder.waitForDeletion());
+}
+
+void TestProxyAnswer::floodOfTinyChunksLeavesTheThreadFree()
+{
+    QByteArray flood = ScriptedHttpServer::streamHeader();
+    QString expected;
+    for (int i = 0; i < 100'000; ++i) {
+        const QByteArray text = QByteArray::number(i).right(1 + i % 4);
+        flood += chunkLine(text);
+        expected += QLatin1StringView(text);
+    }
+    m_server->answerWith(flood + doneLine, Ending::Close);
+    RunningQuery *query = start();
+    QueryRecorder recorder(query);
+    // Somebody else on the same thread: no turn of the event loop may hand on more than its slice.
+    qsizetype inTurn = 0;
+    qsizetype most = 0;
+    QString answer;
+    connect(query, &RunningQuery::chunk, this, [&](const QString &text) {
+        answer += text;
+        most = std::max(most, ++inTurn);
+        if (inTurn == 1)
+            QMetaObject::invokeMethod(
+                this, [&inTurn] { inTurn = 0; }, Qt::QueuedConnection);
+    });
+    QVERIFY(recorder.waitForOutcome());
+    QVERIFY(recorder.outcome->has_value());
+    QCOMPARE(recorder.said.size(), 100'002);
+    QVERIFY(answer == expected);
+    QVERIFY2(most <= 2 * HttpQuery::maxEventsPerTurn, qPrintable(QString::number(most)));
+    QCOMPARE(m_log->lines, QStringList());
+}
+
+void TestProxyAnswer::floodThatIsCancelledStops()
+{
+    m_server->answerWith(ScriptedHttpServer::streamHeader() + chunkLine("a").repeated(2000),
+                         Ending::KeepOpen);
+    RunningQuery *query = start();
+    int chunks = 0;
+    connect(query, &RunningQuery::chunk, this, [&] { ++chunks; });
+    // With its slice delivered and the rest waiting.
+    QVERIFY(QTest::qWaitFor([&] { return chunks > 0; }, 10'000));
+    const int before = chunks;
+    const QPointer<RunningQuery> watched(query);
+    query->cancel();
+    QVERIFY(QTest::qWaitFor([&] { return watched.isNull(); }, 10'000));
+    QCOMPARE(chunks, before);
+}
+
+void TestProxyAnswer::oneHugeChunkIsWhole()
+{
+    const QByteArray text = QByteArray("0123456789abcdef").repeated(5 * 1024 * 1024 / 16);
+    m_server->answerWith(ScriptedHttpServer::streamHeader() + chunkLine(text) + doneLine,
+                         Ending::Close);
+    QueryRecorder recorder(start());
+    QVERIFY(recorder.waitForOutcome());
+    QVERIFY(recorder.outcome->has_value());
+    QCOMPARE(recorder.said.size(), 3);
+    QVERIFY(recorder.said[1] == QLatin1StringView(text));
 }
 
 void TestProxyAnswer::outlivesTheService()
