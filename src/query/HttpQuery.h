@@ -39,8 +39,8 @@ private:
     void collectRefusal();
     /// Goes on with the next turn of the event loop.
     void continueLater();
-    /// Hands on complete events, at most @p left of them, which it counts down; false when the query
-    /// is over or gone.
+    /// Hands on complete events, at most @p left of them, which it counts down; false when the
+    /// query is over or gone.
     bool deliverEvents(int &left);
     bool deliverChunk(const QString &text);
     void replyFinished();
