@@ -11,7 +11,12 @@ class TestOverlayNames : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void initTestCase() { initializeUi(); }
+    void initTestCase()
+    {
+        initializeUi();
+        // As with an assistive program: the toolkit resets roles and states then.
+        QAccessible::setActive(true);
+    }
     void init() { m_fixture = std::make_unique<OverlayFixture>(); }
     void cleanup() { m_fixture.reset(); }
 
@@ -80,10 +85,24 @@ private Q_SLOTS:
         show();
         QAccessibleInterface *save = find(QStringLiteral("Save thread"), QAccessible::CheckBox);
         QVERIFY(save);
-        QVERIFY(save->state().checkable);
+        QVERIFY(save->state().checkable && save->state().checked);
+        f().panels.setKeepAIHistoryEnabled(false);
+        QVERIFY(!save->state().checked);
         QVERIFY(find(QStringLiteral("New thread"), QAccessible::Button));
         f().panels.setAdminMessage(OverlayFixture::blocking());
         QVERIFY(find(QStringLiteral("Upgrade Now"), QAccessible::Button));
+    }
+
+    void theModelPickerTellsItsChoice()
+    {
+        show();
+        QAccessibleInterface *picker = find(QStringLiteral("Model"), QAccessible::ComboBox);
+        QVERIFY(picker);
+        QCOMPARE(picker->text(QAccessible::Value), QStringLiteral("Balanced"));
+        QCOMPARE(picker->text(QAccessible::Description), QStringLiteral("Balanced"));
+        QVERIFY(picker->state().collapsed);
+        press(QStringLiteral("Model"), QAccessible::ComboBox);
+        QVERIFY(picker->state().expanded);
     }
 
     void aBlockingCardIsAnAlertOnce()

@@ -178,6 +178,43 @@ private Q_SLOTS:
         QCOMPARE(m_bar->fraction(), 0.0);
     }
 
+    void aGrowingAnswerNeverMovesAHeldThumb()
+    {
+        m_bar->updatePosition(532, 1064, 532);
+        QVERIFY(m_bar->mouseDown(m_bar->thumbRect().center()));
+        m_bar->mouseDragged(m_bar->thumbRect().center() - QPointF(0, 118));
+        const QRectF held = m_bar->thumbRect();
+        QSignalSpy fraction(m_bar.get(), &ResponseScrollbarModel::thumbFractionChanged);
+        for (double height = 1200; height < 5000; height += 100)
+            m_bar->updatePosition(height - 532, height, 532);
+        QCOMPARE(m_bar->thumbRect(), held);
+        QCOMPARE(fraction.size(), 0);
+        // After the release the next report counts again.
+        m_bar->mouseUp();
+        QCOMPARE(m_bar->thumbRect(), held);
+        m_bar->updatePosition(4468, 5000, 532);
+        QCOMPARE(m_bar->fraction(), 1.0);
+        QCOMPARE(m_bar->thumbRatio(), 532.0 / 5000);
+    }
+
+    void keysOfTheBar()
+    {
+        m_bar->updatePosition(0, 2000, 500);
+        QSignalSpy up(m_bar.get(), &ResponseScrollbarModel::scrollUp);
+        QSignalSpy down(m_bar.get(), &ResponseScrollbarModel::scrollDown);
+        QSignalSpy pixels(m_bar.get(), &ResponseScrollbarModel::scrollByPixels);
+        QSignalSpy fraction(m_bar.get(), &ResponseScrollbarModel::thumbFractionChanged);
+        for (const int key : {Qt::Key_Up, Qt::Key_Down, Qt::Key_PageUp, Qt::Key_PageDown,
+                              Qt::Key_Home, Qt::Key_End})
+            QVERIFY(m_bar->handleKey(key));
+        QCOMPARE(up.size(), 1);
+        QCOMPARE(down.size(), 1);
+        QCOMPARE(pixels.size(), 2);
+        QCOMPARE(fraction.at(0).first().toDouble(), 0.0);
+        QCOMPARE(fraction.at(1).first().toDouble(), 1.0);
+        QVERIFY(!m_bar->handleKey(Qt::Key_Left));
+    }
+
     void aPressOnTheTrackDoesNothing()
     {
         m_bar->updatePosition(0, 1064, 532);

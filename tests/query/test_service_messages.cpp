@@ -1,43 +1,7 @@
-#include "fakes/FakeAnswerDisplay.h"
-#include "fakes/LogCapture.h"
-#include "query/ServiceMessages.h"
-
-#include <QSignalSpy>
-#include <QTest>
-#include <QTimer>
+#include "ServiceMessagesFixture.h"
 
 using namespace quellora;
-
-namespace {
-
-const QString prefix = QStringLiteral("[OverlayWindowController] ");
-
-AdminMessagePayload message(const QString &id, const QString &type)
-{
-    AdminMessagePayload payload;
-    payload.id = id;
-    payload.type = type;
-    payload.headerText = "Header";
-    payload.bodyMarkdown = "Body";
-    return payload;
-}
-
-/// A ServiceMessages with a clock that the test moves.
-struct Fixture
-{
-    FakeAnswerDisplay display;
-    QDateTime now = QDateTime::fromString("2026-03-01T10:00:00Z", Qt::ISODate);
-    LogCapture log;
-    ServiceMessages messages{display, BackendEndpoints("http://host"), [this] { return now; }};
-
-    QString shownId() const
-    {
-        return messages.currentAdminMessage() ? messages.currentAdminMessage()->id : QString();
-    }
-    QTimer *timer(const char *name) { return messages.findChild<QTimer *>(name); }
-};
-
-} // namespace
+using Fixture = ServiceMessagesFixture;
 
 class TestServiceMessages : public QObject
 {
@@ -131,8 +95,14 @@ private Q_SLOTS:
     {
         Fixture f;
         f.messages.handleServerMessage("no");
+        f.log.clear();
         f.messages.handleRateLimited(3);
         QCOMPARE(f.shownId(), "local_credits_exhausted");
+        QCOMPARE(f.log.lines,
+                 QStringList{prefix +
+                             QString::fromUtf8("rate_limited received but a BLOCKING message is "
+                                               "already showing — not overwriting")});
+        QVERIFY(!f.timer("rateLimitedTimer")->isActive());
     }
 
     void refusalShowsTheStandardCard()

@@ -1,0 +1,212 @@
+#include "ServiceMessagesFixture.h"
+
+using namespace quellora;
+using Fixture = ServiceMessagesFixture;
+
+/// How cards, figures and countdowns follow one another.
+class TestServiceStates : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void eachLocalMessageReplacesAnInformationalOne()
+    {
+        Fixture f;
+        QSignalSpy changed(&f.messages, &ServiceMessages::changed);
+        f.messages.setCurrentAdminMessage(message("server", "INFORMATIONAL"));
+        f.messages.handleProtectedContentCapture();
+        QCOMPARE(f.shownId(), "local_protected_content");
+        QVERIFY(!f.timer("rateLimitedTimer")->isActive());
+        f.messages.handleRateLimited(5);
+        QCOMPARE(f.shownId(), "local_rate_limited");
+        QCOMPARE(changed.count(), 3);
+        f.messages.handleServerMessage("no");
+        QCOMPARE(f.shownId(), "local_credits_exhausted");
+        Fixture other;
+        other.messages.handleRateLimited(5);
+        other.messages.handleCapExceeded(10, 10);
+        QCOMPARE(other.shownId(), "local_cap_exceeded");
+        // The timer of the limit ends later and must not take the other card away.
+        other.timer("rateLimitedTimer")->start(0);
+        QTRY_VERIFY(!other.timer("rateLimitedTimer")->isActive());
+        QCOMPARE(other.shownId(), "local_cap_exceeded");
+    }
+
+    void capCardIsShownOnTheTransitionOnly()
+    {
+        Fixture f;
+        f.messages.handleCapExceeded(10, 10);
+        QCOMPARE(f.log.lines, QStringList{prefix + "Usage bar updated: 10/10 (100.0%), tier=red"});
+        f.messages.setCurrentAdminMessage(message("server", "INFORMATIONAL"));
+        f.messages.handleCapExceeded(11, 10);
+        QCOMPARE(f.shownId(), "server");
+        QVERIFY(f.messages.isBlocked());
+    }
+
+    void capExceededUnderABlockingMessageOnlyCounts()
+    {
+        Fixture f;
+        f.messages.setCurrentAdminMessage(message("server", "BLOCKING"));
+        f.log.clear();
+        f.messages.handleCapExceeded(20, 10);
+        QCOMPARE(f.log.lines, QStringList{prefix + "Usage bar updated: 20/10 (200.0%), tier=red"});
+        QCOMPARE(f.messages.tokensUsed(), 20);
+        QVERIFY(!f.messages.capExceeded());
+    }
+
+    void blockedStates_data()
+    {
+        QTest::addColumn<qint64>("used");
+        QTest::addColumn<qint64>("cap");
+        QTest::addColumn<bool>("refused");
+        QTest::addColumn<QString>("type");
+        QTest::addColumn<bool>("blocked");
+        QTest::newRow("below the cap") << qint64(9) << qint64(10) << false << "" << false;
+        QTest::newRow("at the cap") << qint64(10) << qint64(10) << false << "" << true;
+        QTest::newRow("no cap") << qint64(-1) << qint64(0) << false << "" << false;
+        QTest::newRow("no cap, refused") << qint64(-1) << qint64(0) << true << "" << true;
+        QTest::newRow("below, refused") << qint64(9) << qint64(10) << true << "" << true;
+        QTest::newRow("informational")
+            << qint64(1) << qint64(10) << false << "INFORMATIONAL" << false;
+        QTest::newRow("blocking") << qint64(1) << qint64(10) << false << "BLOCKING" << true;
+        QTest::newRow("lower case") << qint64(1) << qint64(10) << false << "blocking" << false;
+    }
+    void blockedStates()
+    {
+        QFETCH(qint64, used);
+        QFETCH(qint64, cap);
+        QFETCH(bool, refused);
+        QFETCH(QString, type);
+        QFETCH(bool, blocked);
+        Fixture f;
+        f.messages.updateUsage(used, cap);
+        if (refused)
+            f.messages.handleServerMessage("no");
+        f.messages.setCurrentAdminMessage(std::nullopt);
+        if (!type.isEmpty())
+            f.messages.setCurrentAdminMessage(message("m", type));
+        QCOMPARE(f.messages.isBlocked(), blocked);
+    }
+
+    void preBlockUnderABlockingMessageKeepsIt()
+    {
+        Fixture f;
+        f.messages.updateUsage(10, 10);
+        f.messages.setCurrentAdminMessage(message("server", "BLOCKING"));
+        f.log.clear();
+        QVERIFY(f.messages.blockIfKnownOverCap());
+        QCOMPARE(f.log.lines.size(), 3);
+        QVERIFY(f.log.lines.at(0).contains("Query pre-blocked"));
+        QVERIFY(f.log.lines.at(2).endsWith("not overwriting"));
+        QCOMPARE(f.shownId(), "server");
+    }
+
+    void outOfCreditsPageComesWithEachTransition()
+    {
+        Fixture f;
+        f.messages.updateUsage(1000, 1000);
+        f.messages.updateUsage(500, 1000);
+        QVERIFY(!f.messages.isBlocked());
+        f.messages.updateUsage(1001, 1000);
+        QCOMPARE(f.display.pages.size(), 2);
+        // An account that was refused already is not told again by a page.
+        Fixture refused;
+        refused.messages.updateUsage(1, 1000);
+        refused.messages.handleServerMessage("no");
+        refused.messages.updateUsage(1000, 1000);
+        QVERIFY(refused.display.pages.isEmpty());
+        QCOMPARE(refused.shownId(), "local_credits_exhausted");
+    }
+
+    void usageBelowTheCapLeavesOtherMessagesAlone()
+    {
+        Fixture f;
+        f.messages.handleServerMessage("no");
+        f.messages.setCurrentAdminMessage(message("server", "INFORMATIONAL"));
+        f.messages.updateUsage(1, 1000);
+        QVERIFY(!f.messages.lastQueryHitServerMessage());
+        QCOMPARE(f.shownId(), "server");
+        // Without a known cap nothing is known to have ended.
+        f.messages.handleServerMessage("no");
+        f.messages.updateUsage(-1, 0);
+        QVERIFY(f.messages.lastQueryHitServerMessage());
+        QCOMPARE(f.shownId(), "local_credits_exhausted");
+    }
+
+    void usagePercentageIsRoundedForTheLogOnly()
+    {
+        Fixture f;
+        f.messages.updateUsage(9496, 10000);
+        QCOMPARE(f.log.lines,
+                 QStringList{prefix + "Usage bar updated: 9496/10000 (95.0%), tier=amber"});
+    }
+
+    void countdownTicksOnceAMinute()
+    {
+        Fixture f;
+        AdminMessagePayload update = message("u1", "BLOCKING");
+        update.forceUpdateInMinutes = 2;
+        f.messages.setCurrentAdminMessage(update);
+        QTimer *timer = f.timer("updateCountdownTimer");
+        QVERIFY(timer->isActive() && !timer->isSingleShot());
+        QCOMPARE(timer->interval(), 60'000);
+        f.now = f.now.addSecs(59);
+        QVERIFY(f.messages.displayedAdminMessage()->bodyMarkdown.contains("**2 minutes**"));
+        f.now = f.now.addSecs(2);
+        QVERIFY(f.messages.displayedAdminMessage()->bodyMarkdown.contains("**1 minute**"));
+    }
+
+    void countdownsWithoutAFutureReadZero_data()
+    {
+        QTest::addColumn<int>("minutes");
+        QTest::newRow("now") << 0;
+        QTest::newRow("long ago") << -5;
+    }
+    void countdownsWithoutAFutureReadZero()
+    {
+        QFETCH(int, minutes);
+        Fixture f;
+        AdminMessagePayload update = message("u1", "BLOCKING");
+        update.forceUpdateInMinutes = minutes;
+        f.messages.setCurrentAdminMessage(update);
+        QVERIFY(!f.messages.forceUpdateRequired());
+        QVERIFY(f.messages.displayedAdminMessage()->bodyMarkdown.contains("**0 minutes**"));
+        f.messages.checkUpdateDeadline();
+        QVERIFY(f.messages.forceUpdateRequired());
+    }
+
+    void aPassedDeadlineStaysUntilTheMessageChanges()
+    {
+        Fixture f;
+        AdminMessagePayload update = message("u1", "BLOCKING");
+        update.forceUpdateInMinutes = 1;
+        f.messages.setCurrentAdminMessage(update);
+        f.now = f.now.addSecs(60);
+        f.messages.checkUpdateDeadline();
+        f.log.clear();
+        f.messages.setCurrentAdminMessage(update);
+        QVERIFY(f.messages.forceUpdateRequired());
+        QVERIFY(!f.timer("updateCountdownTimer")->isActive());
+        QVERIFY(f.log.lines.isEmpty());
+        f.messages.setCurrentAdminMessage(message("local_force_update_required", "BLOCKING"));
+        QVERIFY(f.messages.forceUpdateRequired());
+        update.id = "u2";
+        f.messages.setCurrentAdminMessage(update);
+        QCOMPARE(f.log.lines,
+                 (QStringList{prefix + "forceUpdateRequired -> false",
+                              prefix + "Forced update countdown started: 1min, message id u2"}));
+        QVERIFY(f.timer("updateCountdownTimer")->isActive());
+    }
+
+    void aTickWithoutADeadlineOnlyRefreshes()
+    {
+        Fixture f;
+        QSignalSpy changed(&f.messages, &ServiceMessages::changed);
+        f.messages.checkUpdateDeadline();
+        QCOMPARE(changed.count(), 1);
+        QVERIFY(!f.messages.forceUpdateRequired());
+        QVERIFY(f.log.lines.isEmpty());
+    }
+};
+
+QTEST_GUILESS_MAIN(TestServiceStates)
+#include "test_service_states.moc"
