@@ -15,11 +15,26 @@ class ScrollbarTest(SignedInCase):
         super().setUp()
         self.access = self.shared_app.access
         _, self.x, self.y, self.width, self.height = self.shared_app.panel()
+        # Looked up while the page is short: a search goes through all of its text.
+        self.nodes = {name: self.access.wait_for(name)
+                      for name in ("Scroll up", "Scroll down", BAR, "Write a message")}
+
+    def click_on(self, name):
+        left, top, width, height = self.access.bounds(self.nodes[name])
+        self.desktop.click(left + width // 2, top + height // 2)
+
+    def press(self, name):
+        actions = self.nodes[name].get_action_iface()
+        offered = [actions.get_action_name(index).lower()
+                   for index in range(actions.get_n_actions())]
+        actions.do_action(offered.index("press"))
+
+    def wait_enabled(self):
+        wait_until(lambda: self.access.is_enabled(self.nodes["Scroll up"]), what="the arrows")
 
     def thumb(self):
         """(top, height) of the thumb in the track, in points."""
-        node = self.access.wait_for(BAR)
-        _, y, _, height = self.access.bounds(node)
+        _, y, _, height = self.access.bounds(self.nodes[BAR])
         return y - self.y - 72 - 30, height
 
     #: Height of the track: response area, less the arrows and their gaps.
@@ -42,7 +57,7 @@ class ScrollbarTest(SignedInCase):
 
     def show_long(self):
         self.show(LINES)
-        self.access.wait_for("Scroll up", enabled=True)
+        self.wait_enabled()
         # The page that replaces the stream begins at its end.
         self.wait_thumb(self.at_bottom, "the end of the answer")
 
@@ -51,10 +66,9 @@ class ScrollbarTest(SignedInCase):
             self.desktop.click(x or self.x + self.width - 14, self.y + 300, button)
 
     def focus_bar(self):
-        node = self.access.wait_for(BAR)
-        self.access.click("Write a message")
+        self.click_on("Write a message")
         self.access.wait_focused("Write a message")
-        node.get_component_iface().grab_focus()
+        self.nodes[BAR].get_component_iface().grab_focus()
         self.access.wait_focused(BAR)
 
     def test_arrows_wheel_and_keys(self):
@@ -63,17 +77,17 @@ class ScrollbarTest(SignedInCase):
         self.desktop.press("home")
         self.wait_thumb(self.at_top, "the top")
         # Two presses of the arrow go as far as three notches of the wheel: 2 × 60 = 3 × 40.
-        self.access.click("Scroll down")
+        self.click_on("Scroll down")
         self.wait_thumb(lambda top, _: top > 0, "the first step")
         first = self.wait_rest()
-        self.access.click("Scroll down")
+        self.click_on("Scroll down")
         self.wait_thumb(lambda top, _: top > first[0], "the second step")
         after_arrows = self.wait_rest()
         self.wheel(4, 3)
         self.wait_thumb(self.at_top, "the top again")
         self.wheel(5, 3)
         self.wait_thumb(lambda top, _: abs(top - after_arrows[0]) <= 1, "the same place")
-        self.access.press("Scroll up")
+        self.press("Scroll up")
         self.wait_thumb(lambda top, _: abs(top - first[0]) <= 1, "one step back")
         self.desktop.press("end")
         self.wait_thumb(self.at_bottom, "the end")
@@ -103,7 +117,7 @@ class ScrollbarTest(SignedInCase):
         self.wait_thumb(self.at_bottom, "the lower end")
         # A press on the track beside the thumb does nothing.
         self.desktop.click(column, self.y + 104)
-        self.access.press("Scroll up")
+        self.press("Scroll up")
         place = self.wait_thumb(lambda top, height: not self.at_bottom(top, height), "a step up")
         self.assertGreater(place[0], self.track // 2)
 
@@ -126,7 +140,7 @@ class ScrollbarTest(SignedInCase):
         self.shared_server.on(QUERY, HostileServer.stream(
             chunk_event(LINES), gates[0], chunk_event("\n\n" + LINES), gates[1], done_event()))
         self.ask("question")
-        self.access.wait_for("Scroll up", enabled=True)
+        self.wait_enabled()
         self.wait_thumb(self.at_bottom, "the end of the first part")
         return gates
 
@@ -154,7 +168,8 @@ class ScrollbarTest(SignedInCase):
             # The whole answer is there, and the thumb is still where the hand is.
             self.shared_app.wait_for_line(
                 "[OverlayWindowController] Stream complete, buffer cleared", since=mark)
-            self.access.wait_for("Copy answer")
+            self.shared_app.wait_for_line("[OverlayWindowController] WebView finished loading",
+                                          since=mark)
             self.assertEqual(self.thumb(), held)
             self.desktop.move_pointer(column, grip - 120)
             self.wait_thumb(lambda now, _: abs(now - (top - 120)) <= 1, "the thumb to follow on")

@@ -88,17 +88,31 @@ class Accessibility:
         except glib.Error:
             return False
 
+    def shown(self, node=None):
+        """All nodes on show below a node (the program by default), parents first."""
+        node = node or self.root()
+        if node is None:
+            return
+        try:
+            children = [node.get_child_at_index(index) for index in range(node.get_child_count())]
+        except self.api[1].Error:
+            return
+        for child in children:
+            # What is inside a hidden part is hidden too.
+            if child is not None and self.has_state(child, "SHOWING"):
+                yield child
+                yield from self.shown(child)
+
     def find(self, name, role=None):
         """The first shown control with this name (text or expression), or None."""
-        for _, node in self.walk():
-            if self._matches(node, name, role) and self.has_state(node, "SHOWING"):
+        for node in self.shown():
+            if self._matches(node, name, role):
                 return node
         return None
 
     def find_all(self, name, role=None):
         """Every shown control with this name."""
-        return [node for _, node in self.walk()
-                if self._matches(node, name, role) and self.has_state(node, "SHOWING")]
+        return [node for node in self.shown() if self._matches(node, name, role)]
 
     def wait_for(self, name, role=None, focused=False, enabled=None, timeout=PATIENCE):
         """Waits for a shown control, optionally with the focus, enabled or disabled."""
@@ -121,12 +135,23 @@ class Accessibility:
 
     def focused_name(self):
         """Name of the control with the keyboard focus; empty for the page or none."""
-        found = ""
-        for _, node in self.walk():
-            if (self.has_state(node, "FOCUSED", "SHOWING")
-                    and node.get_role_name() != "document web"):
-                found = node.get_name() or found
-        return found
+        nodes = [node for node in (self.root(),) if node]
+        while nodes:
+            node = nodes.pop()
+            try:
+                for index in range(node.get_child_count()):
+                    child = node.get_child_at_index(index)
+                    # Neither hidden parts nor the page's inside need a look.
+                    if child is None or not self.has_state(child, "SHOWING"):
+                        continue
+                    if child.get_role_name() == "panel" and child.get_name() == "Response":
+                        continue
+                    if self.has_state(child, "FOCUSED") and child.get_name():
+                        return child.get_name()
+                    nodes.append(child)
+            except self.api[1].Error:
+                continue
+        return ""
 
     def wait_focused(self, name, timeout=PATIENCE):
         """Waits until the control with this name, or the page ("") has the keyboard focus."""
