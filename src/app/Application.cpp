@@ -36,6 +36,7 @@ Application::Application(std::unique_ptr<SingleInstance> instance)
     , m_queries(m_network, m_endpoints)
     , m_store(m_platform->applicationSupportDirectory())
     , m_saver(m_store)
+    , m_library(m_store, m_saver)
     , m_logShipper(m_network, m_endpoints.logsUpload())
     , m_delegate(std::make_unique<AppDelegate>(collaborators()))
 {
@@ -119,7 +120,7 @@ std::unique_ptr<OverlayPresenter> Application::makeOverlay(const VantiroConfig &
             [tool = m_platform->captureTool()] {
                 return ScreenshotCapture::captureInBackground(tool);
             },
-            &QCoreApplication::quit});
+            &QCoreApplication::quit, &m_library});
 }
 
 std::unique_ptr<MenuBarController> Application::makeMenuBar()

@@ -12,6 +12,7 @@
 #include "backend/SessionManager.h"
 #include "history/BackgroundThreadSaver.h"
 #include "history/CaptureSessionStore.h"
+#include "history/StoredThreadLibrary.h"
 #include "hotkeys/HotkeyManager.h"
 #include "overlay/page/ResponseView.h"
 #include "platform/Platform.h"
@@ -63,6 +64,7 @@ private:
     ProxyQueryService m_queries;
     CaptureSessionStore m_store;
     BackgroundThreadSaver m_saver;
+    StoredThreadLibrary m_library;
     LogShipper m_logShipper;
     QtStatusBar m_statusBar;
     QQmlEngine m_engine;

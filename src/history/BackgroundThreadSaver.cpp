@@ -19,14 +19,20 @@ BackgroundThreadSaver::~BackgroundThreadSaver()
 
 void BackgroundThreadSaver::save(const CaptureSession &session, const QString &failurePrefix)
 {
-    auto job = std::make_shared<Job>(Job{session, failurePrefix, {}});
-    const auto older =
-        std::find_if(m_waiting.begin(), m_waiting.end(),
-                     [&session](const auto &waiting) { return waiting->session.id == session.id; });
+    auto job = std::make_shared<Job>(Job{session, failurePrefix, {}, {}});
+    const auto older = std::find_if(m_waiting.begin(), m_waiting.end(), [&](const auto &waiting) {
+        return waiting->session && waiting->session->id == session.id;
+    });
     if (older != m_waiting.end())
         *older = std::move(job);
     else
         m_waiting.append(std::move(job));
+    startNext();
+}
+
+void BackgroundThreadSaver::runAfterSaves(std::function<void()> work)
+{
+    m_waiting.append(std::make_shared<Job>(Job{{}, {}, {}, std::move(work)}));
     startNext();
 }
 
@@ -44,7 +50,10 @@ void BackgroundThreadSaver::startNext()
         return;
     m_running = m_waiting.takeFirst();
     m_worker.start([this, job = m_running] {
-        job->result = m_store.save(job->session);
+        if (job->session)
+            job->result = m_store.save(*job->session);
+        else
+            job->work();
         QMetaObject::invokeMethod(
             &m_reports, [this, job] { finish(job); }, Qt::QueuedConnection);
     });

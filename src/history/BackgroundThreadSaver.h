@@ -7,7 +7,9 @@
 #include <QObject>
 #include <QThreadPool>
 
+#include <functional>
 #include <memory>
+#include <optional>
 
 namespace quellora {
 
@@ -25,15 +27,20 @@ public:
     ~BackgroundThreadSaver() override;
 
     void save(const CaptureSession &session, const QString &failurePrefix) override;
+    /// Does @p work on the worker after the saves so far and before later ones.
+    void runAfterSaves(std::function<void()> work);
     /// Blocks until every save so far has been done and its failure logged.
     void flush();
 
 private:
     struct Job
     {
-        CaptureSession session;
+        /// The thread to save, or
+        std::optional<CaptureSession> session;
         QString failurePrefix;
         CaptureSessionStore::Result<void> result;
+        /// something else to do.
+        std::function<void()> work;
     };
 
     void startNext();

@@ -70,6 +70,8 @@ void HistoryController::loadAllSessions()
     stopLoading();
     // What was read last time stays on show until there is something newer.
     m_startsOver = true;
+    m_deleted.clear();
+    m_renamed.clear();
     m_read = 0;
     m_total = 0;
     m_listing = std::make_unique<ListWatcher>();
@@ -115,6 +117,11 @@ void HistoryController::batchArrived(const ThreadLibrary::Result<ThreadBatch> &b
 
 void HistoryController::merge(QList<ThreadSummary> threads)
 {
+    threads.removeIf([this](const ThreadSummary &thread) { return m_deleted.contains(thread.id); });
+    for (ThreadSummary &thread : threads) {
+        if (const auto title = m_renamed.constFind(thread.id); title != m_renamed.constEnd())
+            thread.customTitle = *title;
+    }
     std::stable_sort(threads.begin(), threads.end(), isNewer);
     if (m_startsOver) {
         m_startsOver = false;
@@ -203,6 +210,7 @@ void HistoryController::deleteSession(const QUuid &id)
 
 void HistoryController::deleted(const QUuid &id)
 {
+    m_deleted.insert(id);
     const qsizetype position = positionOf(id);
     if (position < 0)
         return;
@@ -237,6 +245,7 @@ void HistoryController::renameSession(const QUuid &id, const QString &title)
 void HistoryController::applyTitle(const QUuid &id, const std::optional<QString> &title)
 {
     m_threads.setCustomTitle(id, title);
+    m_renamed.insert(id, title);
     const qsizetype position = positionOf(id);
     if (position < 0)
         return;

@@ -3,7 +3,9 @@
 #include "history/ThreadLibrary.h"
 
 #include <QFutureWatcher>
+#include <QHash>
 #include <QObject>
+#include <QSet>
 
 #include <memory>
 
@@ -86,6 +88,9 @@ private:
     ThreadController &m_threads;
     std::unique_ptr<ListWatcher> m_listing;
     QList<ThreadSummary> m_sessions;
+    /// What the user did since the reading began; it may have seen the disk before that.
+    QSet<QUuid> m_deleted;
+    QHash<QUuid, std::optional<QString>> m_renamed;
     /// The next batch starts a new list.
     bool m_startsOver = false;
     bool m_isOpen = false;

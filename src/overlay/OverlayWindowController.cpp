@@ -60,6 +60,8 @@ OverlayWindowController::OverlayWindowController(const VantiroConfig &config,
           QueryOrchestrator::Collaborators{m_with.session, m_with.defaults, m_threads, m_messages,
                                            m_with.service, m_answers, m_with.capture}))
 {
+    if (m_with.library)
+        m_history = std::make_unique<OverlayHistory>(*m_with.library, m_threads);
     configurePanel();
     setupContentView();
     wireState();
@@ -111,8 +113,9 @@ void OverlayWindowController::setupContentView()
 
     wireOverlay();
     wirePanels();
-    m_panel.setContent(m_with.engine, {m_overlay, m_panels, m_menu, m_scrollbar,
-                                       m_with.responseView, m_with.surface.get()});
+    m_panel.setContent(m_with.engine,
+                       {m_overlay, m_panels, m_menu, m_scrollbar, m_with.responseView,
+                        m_with.surface.get(), m_history ? &m_history->model() : nullptr});
     m_display.loadContent(QString());
     log(QStringLiteral("Content view built and attached (WebView + control bar + bottom panels)"));
 }
@@ -169,6 +172,11 @@ void OverlayWindowController::wireOverlay()
         if (m_overlay.isMenuOpen())
             toggleHamburgerMenu();
     });
+    if (m_history) {
+        m_history->attach(m_overlay, m_menu, *m_orchestrator);
+        connect(m_history.get(), &OverlayHistory::currentThreadDeleted, this,
+                &OverlayWindowController::clearContent);
+    }
     connect(&m_menu, &HamburgerMenuModel::accountRequested, this, [this] {
         log(QStringLiteral("Account link clicked"));
         m_with.platform.workspace().openUrl(m_with.endpoints.account());

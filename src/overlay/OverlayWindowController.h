@@ -4,6 +4,7 @@
 #include "app/VantiroConfig.h"
 #include "history/ThreadController.h"
 #include "overlay/OverlayAnswerDisplay.h"
+#include "overlay/OverlayHistory.h"
 #include "overlay/PanelPlacement.h"
 #include "overlay/page/AppTheme.h"
 #include "overlay/page/ResponseDisplay.h"
@@ -30,6 +31,7 @@ class PageSurface;
 class Platform;
 class ProxyQueryService;
 class SessionManager;
+class ThreadLibrary;
 class ThreadSaver;
 class UserDefaults;
 
@@ -57,6 +59,8 @@ public:
         BackendEndpoints endpoints;
         QueryOrchestrator::Capture capture;
         std::function<void()> quit;
+        /// The threads kept on disk; without it there is no History.
+        ThreadLibrary *library = nullptr;
     };
 
     OverlayWindowController(const VantiroConfig &config, Collaborators collaborators);
@@ -87,6 +91,8 @@ public:
     BottomPanelsModel &panelsModel() { return m_panels; }
     HamburgerMenuModel &menuModel() { return m_menu; }
     ServiceMessages &messages() { return m_messages; }
+    /// Null without a library.
+    OverlayHistory *history() { return m_history.get(); }
     ThreadController &threads() { return m_threads; }
     QueryOrchestrator &orchestrator() { return *m_orchestrator; }
 
@@ -113,6 +119,7 @@ private:
     BottomPanelsModel m_panels;
     HamburgerMenuModel m_menu;
     ResponseScrollbarModel m_scrollbar;
+    std::unique_ptr<OverlayHistory> m_history;
     /// After the models that its view shows, so that it goes before them.
     NonFocusPanel m_panel;
     PanelPlacement m_placement;

@@ -133,6 +133,26 @@ private Q_SLOTS:
         QCOMPARE(titles(), QStringList("right"));
     }
 
+    void whatTheUserDoesMeanwhileOutweighsTheReading()
+    {
+        const auto doomed = m_library->add("doomed", noon);
+        const auto other = m_library->add("other", noon);
+        open();
+        m_history->historyButtonClicked();
+        m_library->holdsList = true;
+        m_history->historyButtonClicked();
+        m_history->deleteSession(doomed.id);
+        QTRY_COMPARE(titles(), QStringList("other"));
+        m_history->renameSession(other.id, "renamed");
+        ThreadBatch batch;
+        batch.threads = {FakeThreadLibrary::summary(doomed), FakeThreadLibrary::summary(other)};
+        batch.total = 2;
+        m_library->held->addResult(batch);
+        m_library->held->finish();
+        QTRY_VERIFY(!m_history->isLoading());
+        QCOMPARE(titles(), QStringList("renamed"));
+    }
+
     void oneLinePerThreadLeftOut()
     {
         m_library->add("good", noon);

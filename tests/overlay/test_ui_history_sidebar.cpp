@@ -81,6 +81,14 @@ private Q_SLOTS:
         QVERIFY(f().find("menuButton")->hasActiveFocus());
     }
 
+    void pressOnTheSearchFieldTakesTheKeyboard()
+    {
+        openWithThreads();
+        f().platform.calls.clear();
+        click("historySearch");
+        QVERIFY(f().platform.calls.contains("makeKey"));
+    }
+
     void searchNarrowsAndOneMatchOpensOnReturn()
     {
         openWithThreads();

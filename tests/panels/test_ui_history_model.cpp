@@ -58,6 +58,15 @@ private Q_SLOTS:
         QVERIFY(!value(0, HistoryModel::IsCurrentRole).toBool());
     }
 
+    void timesHaveNoSecondsInAnyLocale()
+    {
+        m_library->add("thread", noon);
+        open();
+        const HistoryModel plain(*m_history, *m_threads, QLocale::c(), [] { return noon; });
+        QCOMPARE(plain.data(plain.index(0), HistoryModel::TimeRole).toString(),
+                 QStringLiteral("12:00"));
+    }
+
     void threeDaysGiveThreeGroupsTodayFirst()
     {
         m_library->add("a", noon.addDays(-9));

@@ -39,8 +39,11 @@ const QQuickItem *pressTargetAt(const QQuickItem *item, const QPointF &scenePosi
         if (const QQuickItem *target = pressTargetAt(*it, scenePosition))
             return target;
     }
-    const bool takesPress = item->acceptedMouseButtons().testFlag(Qt::LeftButton) ||
-                            item->flags().testFlag(QQuickItem::ItemAcceptsInputMethod);
+    // Plain texts say that they take presses, for their links, and pass the others on: a field's
+    // placeholder lies over the field.
+    const bool takesPress =
+        (item->acceptedMouseButtons().testFlag(Qt::LeftButton) && !item->inherits("QQuickText")) ||
+        item->flags().testFlag(QQuickItem::ItemAcceptsInputMethod);
     return isInside && takesPress ? item : nullptr;
 }
 

@@ -14,6 +14,7 @@ HistoryModel::HistoryModel(HistoryController &history, const ThreadController &t
     , m_history(history)
     , m_threads(threads)
     , m_locale(locale)
+    , m_timeFormat(locale.timeFormat(QLocale::ShortFormat).remove(QStringLiteral(":ss")))
     , m_clock(std::move(clock))
 {
     connect(&history, &HistoryController::openChanged, this, &HistoryModel::openStateChanged);
@@ -66,7 +67,7 @@ QVariant HistoryModel::data(const QModelIndex &index, int role) const
     case MatchLengthRole:
         return int(m_needle.size());
     case TimeRole:
-        return m_locale.toString(thread.updatedAt.toLocalTime().time(), QLocale::ShortFormat);
+        return m_locale.toString(thread.updatedAt.toLocalTime().time(), m_timeFormat);
     case TurnsRole:
         return int(thread.turns);
     case NotesRole:

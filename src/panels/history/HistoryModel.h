@@ -104,6 +104,8 @@ private:
     HistoryController &m_history;
     const ThreadController &m_threads;
     QLocale m_locale;
+    /// Hours and minutes, also where the short style has seconds.
+    QString m_timeFormat;
     Clock m_clock;
     /// Positions in the controller's list.
     QList<qsizetype> m_visible;

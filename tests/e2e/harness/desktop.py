@@ -25,7 +25,8 @@ _NAMED_KEYS = {
     "ctrl": 0xFFE3, "alt": 0xFFE9, "super": 0xFFEB, "shift": 0xFFE1, "return": 0xFF0D,
     "tab": 0xFF09, "escape": 0xFF1B, "backspace": 0xFF08, "delete": 0xFFFF, "space": 0x20,
     "home": 0xFF50, "end": 0xFF57, "up": 0xFF52, "down": 0xFF54, "left": 0xFF51, "right": 0xFF53,
-    "page_up": 0xFF55, "page_down": 0xFF56, "f6": 0xFFC3, "num_lock": 0xFF7F, "caps_lock": 0xFFE5,
+    "page_up": 0xFF55, "page_down": 0xFF56, "f2": 0xFFBF, "f6": 0xFFC3, "num_lock": 0xFF7F,
+    "caps_lock": 0xFFE5,
 }
 _SHIFT = _NAMED_KEYS["shift"]
 

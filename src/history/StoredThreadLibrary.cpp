@@ -1,0 +1,73 @@
+#include "history/StoredThreadLibrary.h"
+
+#include "history/ThreadSummaryReader.h"
+
+#include <QPromise>
+
+#include <memory>
+#include <utility>
+
+namespace quellora {
+
+StoredThreadLibrary::StoredThreadLibrary(const CaptureSessionStore &store,
+                                         BackgroundThreadSaver &saver)
+    : m_store(store), m_saver(saver)
+{
+    m_readers.setMaxThreadCount(1);
+}
+
+StoredThreadLibrary::~StoredThreadLibrary()
+{
+    for (auto &list : m_lists)
+        list.cancel();
+    // What waits in there speaks to this object.
+    m_saver.flush();
+    m_readers.waitForDone();
+}
+
+template <typename T>
+QFuture<StoredThreadLibrary::Result<T>>
+StoredThreadLibrary::afterSaves(std::function<Result<T>()> work)
+{
+    auto promise = std::make_shared<QPromise<Result<T>>>();
+    promise->start();
+    m_saver.runAfterSaves([promise, work = std::move(work)] {
+        promise->addResult(work());
+        promise->finish();
+    });
+    return promise->future();
+}
+
+QFuture<StoredThreadLibrary::Result<ThreadBatch>> StoredThreadLibrary::list()
+{
+    auto promise = std::make_shared<QPromise<Result<ThreadBatch>>>();
+    promise->start();
+    m_lists.removeIf([](const auto &list) { return list.isFinished(); });
+    m_lists.append(promise->future());
+    m_saver.runAfterSaves([this, promise] {
+        m_readers.start([this, promise] {
+            ThreadSummaryReader::readAll(m_store, *promise);
+            promise->finish();
+        });
+    });
+    return promise->future();
+}
+
+QFuture<StoredThreadLibrary::Result<CaptureSession>> StoredThreadLibrary::load(const QUuid &id)
+{
+    return afterSaves<CaptureSession>([this, id] { return m_store.load(id); });
+}
+
+QFuture<StoredThreadLibrary::Result<void>> StoredThreadLibrary::remove(const QUuid &id)
+{
+    return afterSaves<void>([this, id] { return m_store.remove(id); });
+}
+
+QFuture<StoredThreadLibrary::Result<void>>
+StoredThreadLibrary::updateTitle(const QUuid &id, const std::optional<QString> &customTitle)
+{
+    return afterSaves<void>(
+        [this, id, customTitle] { return m_store.updateTitle(id, customTitle); });
+}
+
+} // namespace quellora

@@ -1,0 +1,100 @@
+#include "fakes/FakeThreadLibrary.h"
+#include "overlay/OverlayHistory.h"
+#include "overlay/ui/OverlayModel.h"
+#include "panels/HamburgerMenuModel.h"
+#include "query/OrchestratorFixture.h"
+
+#include <QSignalSpy>
+
+using namespace quellora;
+
+namespace {
+
+/// The stored threads beside a query flow over fakes.
+struct Fixture : OrchestratorFixture
+{
+    Fixture()
+    {
+        overlay.setWindowSize(QSizeF(624, 744));
+        history.attach(overlay, menu, orchestrator);
+        stored = library.add("stored", now);
+    }
+
+    FakeThreadLibrary library;
+    CaptureSession stored;
+    OverlayModel overlay;
+    HamburgerMenuModel menu;
+    OverlayHistory history{library, threads};
+};
+
+} // namespace
+
+/// What the sidebar means for the overlay and for the answer on show.
+class TestOverlayHistory : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void menuOpensAndClosesTheSidebar()
+    {
+        Fixture f;
+        QVERIFY(f.menu.historyAvailable());
+        QVERIFY(!f.overlay.clickThroughRect().isEmpty());
+        QSignalSpy about(&f.history, &OverlayHistory::aboutToOpen);
+        Q_EMIT f.menu.historyRequested();
+        QCOMPARE(about.size(), 1);
+        QVERIFY(f.history.model().isOpen());
+        // The answer's area takes clicks while the sidebar lies over it.
+        QVERIFY(f.overlay.clickThroughRect().isEmpty());
+        Q_EMIT f.menu.historyRequested();
+        QCOMPARE(about.size(), 1);
+        QVERIFY(!f.history.model().isOpen());
+        QVERIFY(!f.overlay.clickThroughRect().isEmpty());
+    }
+
+    void openedThreadIsShown()
+    {
+        Fixture f;
+        f.history.historyButtonClicked();
+        f.history.controller().loadSession(f.stored.id);
+        QTRY_COMPARE(f.display.rendered.size(), 1);
+        QCOMPARE(f.display.rendered.last().id, f.stored.id);
+        QVERIFY(!f.history.model().isOpen());
+    }
+
+    void answerUnderWayStaysWithItsThread()
+    {
+        Fixture f;
+        f.threads.setKeepAIHistoryEnabled(true);
+        f.orchestrator.sendPromptOnly("question");
+        f.transfer()->answer("half ");
+        const QUuid asked = f.threads.currentSession()->id;
+        f.history.historyButtonClicked();
+        f.history.controller().loadSession(f.stored.id);
+        QTRY_COMPARE(f.threads.currentSession()->id, f.stored.id);
+        f.transfer()->answer("an answer");
+        f.transfer()->finish(done());
+        QCOMPARE(f.threads.currentSession()->turns.size(), 1);
+        QCOMPARE(f.saver.saved.value(asked).turns.first().response,
+                 QStringLiteral("half an answer"));
+    }
+
+    void deletingTheThreadOnShowGivesUpItsAnswer()
+    {
+        Fixture f;
+        f.history.historyButtonClicked();
+        f.history.controller().loadSession(f.stored.id);
+        QTRY_VERIFY(f.threads.currentSession());
+        f.orchestrator.sendPromptOnly("question");
+        const QPointer<FakeTransfer> transfer = f.transfer();
+        transfer->answer("half");
+        QSignalSpy deleted(&f.history, &OverlayHistory::currentThreadDeleted);
+        f.history.controller().deleteSession(f.stored.id);
+        QCOMPARE(deleted.size(), 1);
+        QVERIFY(transfer->cancelled);
+        QCOMPARE(f.orchestrator.activity(), QueryOrchestrator::Activity::Idle);
+        QVERIFY(!f.threads.currentSession());
+    }
+};
+
+QTEST_MAIN(TestOverlayHistory)
+#include "test_overlay_history.moc"
