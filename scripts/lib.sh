@@ -13,9 +13,11 @@ fail() {
     exit 1
 }
 
-listed_packages() { sed -e 's/#.*//' -e 's/[[:space:]]//g' -e '/^$/d' "$root/scripts/packages.txt"; }
+listed_packages() {
+    cat "$@" | sed -e 's/#.*//' -e 's/[[:space:]]//g' -e '/^$/d'
+}
 
-# The listed packages that dpkg does not know as installed.
+# missing_packages LIST...: the listed packages that dpkg does not know as installed.
 missing_packages() {
     local package
     local -A installed=()
@@ -25,7 +27,7 @@ missing_packages() {
         sed -n 's/^installed //p')
     while read -r package; do
         [[ -n ${installed[$package]:-} ]] || printf '%s\n' "$package"
-    done < <(listed_packages)
+    done < <(listed_packages "$@")
     command -v node >/dev/null || printf 'nodejs\n'
     command -v npm >/dev/null || printf 'npm\n'
 }
@@ -40,10 +42,11 @@ as_root() {
     fi
 }
 
+# install_packages [LIST...]: installs what the program needs, and what further lists name.
 install_packages() {
     local missing
     command -v dpkg-query >/dev/null || fail "this needs Debian 12 or a system derived from it"
-    mapfile -t missing < <(missing_packages)
+    mapfile -t missing < <(missing_packages "$root/scripts/packages.txt" "$@")
     if [[ ${#missing[@]} -eq 0 ]]; then
         say "All packages are there"
         return
