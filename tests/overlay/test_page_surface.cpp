@@ -133,20 +133,24 @@ void TestPageSurface::lateReportOfADroppedScriptChangesNothing()
 void TestPageSurface::pauseGrowsWithTheTimeOfAScript_data()
 {
     QTest::addColumn<int>("took");
+    QTest::addColumn<int>("size");
     QTest::addColumn<int>("pause");
-    QTest::newRow("at once") << 0 << 0;
-    QTest::newRow("quick") << 2 << 0;
-    QTest::newRow("a little slower") << 4 << 16;
-    QTest::newRow("a frame") << 16 << 112;
-    QTest::newRow("no longer than one notices") << 60 << 200;
-    QTest::newRow("half the time at most") << 900 << 900;
+    QTest::newRow("at once") << 0 << 100 << 0;
+    QTest::newRow("within a frame") << 16 << 8191 << 0;
+    QTest::newRow("slower") << 20 << 100 << 4;
+    QTest::newRow("half the time at most") << 900 << 100 << 884;
+    QTest::newRow("long") << 3 << 128 * 1024 << 16;
+    QTest::newRow("longer") << 8 << 512 * 1024 << 64;
+    QTest::newRow("no longer than one notices") << 8 << 5 * 1024 * 1024 << 100;
+    QTest::newRow("long and slow") << 50 << 128 * 1024 << 34;
 }
 
 void TestPageSurface::pauseGrowsWithTheTimeOfAScript()
 {
     QFETCH(int, took);
+    QFETCH(int, size);
     QFETCH(int, pause);
-    QCOMPARE(LatestScript::pauseAfter(std::chrono::milliseconds(took)).count(),
+    QCOMPARE(LatestScript::pauseAfter(std::chrono::milliseconds(took), size).count(),
              std::chrono::nanoseconds(std::chrono::milliseconds(pause)).count());
 }
 
@@ -156,7 +160,7 @@ void TestPageSurface::slowScriptIsFollowedByAPause()
     surface.runsAtOnce = false;
     surface.evaluateLatest([] { return QStringLiteral("a"); });
     surface.evaluateLatest([] { return QStringLiteral("b"); });
-    surface.now += 3ms;
+    surface.now += 20ms;
     surface.finishScript();
     QCOMPARE(surface.scripts, QStringList{QStringLiteral("a")});
     surface.evaluateLatest([] { return QStringLiteral("c"); });

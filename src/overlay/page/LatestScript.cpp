@@ -14,9 +14,10 @@ LatestScript::LatestScript(Clock clock, Run run) : m_clock(std::move(clock)), m_
     QObject::connect(&m_pause, &QTimer::timeout, &m_pause, [this] { runWaiting(); });
 }
 
-LatestScript::Nanoseconds LatestScript::pauseAfter(Nanoseconds took)
+LatestScript::Nanoseconds LatestScript::pauseAfter(Nanoseconds took, qsizetype size)
 {
-    return std::clamp<Nanoseconds>(8 * took - 16ms, 0ms, std::max<Nanoseconds>(took, 200ms));
+    const Nanoseconds forSize = std::chrono::milliseconds(size / 8192);
+    return std::max<Nanoseconds>(took - 16ms, std::min<Nanoseconds>(forSize, 100ms));
 }
 
 void LatestScript::request(Maker script)
@@ -31,7 +32,7 @@ void LatestScript::done(quint64 token)
     if (token == 0 || token != m_runningToken)
         return;
     m_runningToken = 0;
-    const Nanoseconds pause = pauseAfter(m_clock() - m_startedAt);
+    const Nanoseconds pause = pauseAfter(m_clock() - m_startedAt, m_runningSize);
     if (pause > 0ms)
         m_pause.start(std::chrono::ceil<std::chrono::milliseconds>(pause));
     runWaiting();
@@ -58,6 +59,7 @@ void LatestScript::runWaiting()
         if (text.isEmpty())
             continue;
         m_runningToken = ++m_lastToken;
+        m_runningSize = text.size();
         m_startedAt = m_clock();
         m_run(text, m_runningToken);
     }

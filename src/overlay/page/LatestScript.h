@@ -24,10 +24,10 @@ public:
 
     LatestScript(Clock clock, Run run);
 
-    /// How long the page is left alone after a script that took @p took from call to report: not at
-    /// all up to 2 ms, then so long that scripts take about an eighth of the page's time, but never
-    /// much longer than an eye notices.
-    static Nanoseconds pauseAfter(Nanoseconds took);
+    /// How long the page is left alone after a script of @p size characters that took @p took from
+    /// call to report. Slow ones leave the page half of its time. Long ones cost in proportion to
+    /// their text wherever they pass, so they come less often: for an answer of 128 KB after 16 ms.
+    static Nanoseconds pauseAfter(Nanoseconds took, qsizetype size);
 
     void request(Maker script);
     /// The script given with @p token has run or can no longer run.
@@ -46,6 +46,7 @@ private:
     QTimer m_pause;
     Maker m_waiting;
     Nanoseconds m_startedAt{0};
+    qsizetype m_runningSize = 0;
     quint64 m_lastToken = 0;
     quint64 m_runningToken = 0;
     bool m_isHeld = false;

@@ -5,8 +5,9 @@ post => {
     const height = 24;
     const inset = 6;
     const feedback = 1500;
+    const outOfSight = '-100px';
     const buttons = new Map();
-    let host, root, scheduled = false;
+    let host, root, scheduled = false, stale = true;
 
     const sheet = `
         :host { all: initial; position: fixed; inset: 0; overflow: hidden; pointer-events: none;
@@ -43,19 +44,38 @@ post => {
             }, feedback);
             place(button, code);
         });
+        // With the Tab key, blocks out of sight are reached, too.
+        button.addEventListener('focus', () => code.parentElement.scrollIntoView({ block: 'nearest' }));
         root.lastChild.append(button);
         return button;
     };
 
-    const place = (button, code) => {
-        const box = code.parentElement.getBoundingClientRect();
-        button.style.top = `${box.top + inset}px`;
-        button.style.right = `${document.documentElement.clientWidth - box.right + inset}px`;
+    // Boxes are all read before a button moves, and buttons out of sight stay where they are: a long
+    // thread has hundreds.
+    const place = () => {
+        const width = document.documentElement.clientWidth;
+        const boxes = [...buttons].map(([code, button]) => [button, code.parentElement.getBoundingClientRect()]);
+        for (const [button, box] of boxes) {
+            const inSight = box.bottom > 0 && box.top < window.innerHeight;
+            if (inSight) {
+                button.style.top = `${box.top + inset}px`;
+                button.style.right = `${width - box.right + inset}px`;
+            } else if (button.style.top !== outOfSight) {
+                button.style.top = outOfSight;
+            }
+        }
     };
 
     // A block is finished when it has been highlighted, which the page does when the stream ends.
     const update = () => {
         scheduled = false;
+        if (stale)
+            findBlocks();
+        place();
+    };
+
+    const findBlocks = () => {
+        stale = false;
         const blocks = document.body ? document.body.querySelectorAll('pre > code.hljs') : [];
         const seen = new Set(blocks);
         for (const [code, button] of buttons) {
@@ -67,10 +87,15 @@ post => {
         if (!seen.size)
             return;
         root.lastChild.className = document.body.classList.contains('light') ? 'light' : '';
+        let previous = null;
         for (const code of blocks) {
             if (!buttons.has(code))
                 buttons.set(code, create(code));
-            place(buttons.get(code), code);
+            // The Tab key goes from block to block in the page's order.
+            const button = buttons.get(code);
+            if (previous ? previous.nextSibling !== button : root.lastChild.firstChild !== button)
+                root.lastChild.insertBefore(button, previous ? previous.nextSibling : root.lastChild.firstChild);
+            previous = button;
         }
     };
 
@@ -88,7 +113,10 @@ post => {
         style.textContent = sheet;
         root.append(style, document.createElement('div'));
         document.documentElement.append(host);
-        new MutationObserver(schedule).observe(document.body,
+        new MutationObserver(() => {
+            stale = true;
+            schedule();
+        }).observe(document.body,
             { subtree: true, childList: true, attributes: true, attributeFilter: ['class'] });
         window.addEventListener('scroll', schedule, { passive: true, capture: true });
         window.addEventListener('resize', schedule, { passive: true });

@@ -1,0 +1,225 @@
+#include "fakes/FakePlatform.h"
+#include "fakes/LogCapture.h"
+#include "overlay/EngineWindow.h"
+#include "overlay/page/StreamingRenderer.h"
+#include "overlay/page/WebEngineSetup.h"
+
+#include <QClipboard>
+#include <QGuiApplication>
+#include <QTemporaryDir>
+
+using namespace quellora;
+
+/// The Copy buttons of code blocks, as far as a page and its user can tell: their layer is closed,
+/// so they are found by what is under a point and by what has the focus.
+class TestPageCopyButtons : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+    void cleanup();
+    void pageItselfStaysAsItIs();
+    void everyFinishedBlockHasOne();
+    void buttonsFollowScrollingAndResizing();
+    void tabReachesThemInOrder();
+    void buttonSaysCopiedForAWhile();
+    void buttonsAppearWhenTheStreamEnds();
+
+private:
+    bool show(const QString &markdown)
+    {
+        const auto page = m_display->loadContent(markdown);
+        return runUntil([&] { return m_finishedPage == page; }) && painted();
+    }
+    /// Two frames, in which the buttons have been put into their places.
+    bool painted()
+    {
+        m_engine->value(QStringLiteral("window.painted = false; requestAnimationFrame(() => "
+                                       "requestAnimationFrame(() => { window.painted = true; }))"));
+        return runUntil([&] { return m_engine->value(QStringLiteral("window.painted")).toBool(); });
+    }
+    /// Whether a button covers the corner of the block with this number.
+    bool hasButton(int block)
+    {
+        return m_engine
+            ->value(QStringLiteral("(() => { const r = document.querySelectorAll('pre')[%1]"
+                                   ".getBoundingClientRect();"
+                                   "const e = document.elementFromPoint(r.right - 20, r.top + 18);"
+                                   "return !!e && e !== document.body && "
+                                   "e.parentElement === document.documentElement; })()")
+                        .arg(block))
+            .toBool();
+    }
+
+    std::unique_ptr<LogCapture> m_log;
+    std::unique_ptr<EngineWindow> m_engine;
+    QTemporaryDir m_dir;
+    FakeWorkspace m_workspace;
+    std::unique_ptr<ResponseDisplay> m_display;
+    ResponseDisplay::PageId m_finishedPage = 0;
+};
+
+namespace {
+
+const QString twoBlocks = QStringLiteral("a\n\n```cpp\nint a;\n```\n\nb\n\n```\nplain\n```\n");
+const QString farBlock = QStringLiteral("```\nfirst\n```\n\n") +
+                         QStringLiteral("text\n\n").repeated(60) +
+                         QStringLiteral("```\nlast\n```\n");
+
+} // namespace
+
+void TestPageCopyButtons::init()
+{
+    m_log = std::make_unique<LogCapture>();
+    m_engine = std::make_unique<EngineWindow>();
+    m_display = std::make_unique<ResponseDisplay>(m_engine->view, m_workspace, m_dir.path());
+    m_finishedPage = 0;
+    connect(m_display.get(), &ResponseDisplay::pageFinished, this,
+            [this](ResponseDisplay::PageId page) { m_finishedPage = page; });
+}
+
+void TestPageCopyButtons::cleanup()
+{
+    m_display.reset();
+    m_engine.reset();
+    m_log.reset();
+}
+
+void TestPageCopyButtons::pageItselfStaysAsItIs()
+{
+    QVERIFY(show(twoBlocks));
+    QVERIFY(hasButton(0));
+    // One layer behind the body; nothing in the body, nothing that scripts could reach.
+    QCOMPARE(m_engine->text(QStringLiteral("[...document.documentElement.children]"
+                                           ".map(e => e.localName).join()")),
+             QStringLiteral("head,body,div"));
+    QCOMPARE(m_engine->value(QStringLiteral("document.querySelectorAll('button').length")).toInt(),
+             0);
+    QVERIFY(m_engine
+                ->value(QStringLiteral("document.documentElement.lastChild.shadowRoot === null && "
+                                       "document.documentElement.lastChild.innerHTML === ''"))
+                .toBool());
+    QCOMPARE(m_engine->text(QStringLiteral("[...document.querySelectorAll('pre')]"
+                                           ".map(e => e.innerText.trim()).join()")),
+             QStringLiteral("int a;,plain"));
+}
+
+void TestPageCopyButtons::everyFinishedBlockHasOne()
+{
+    QVERIFY(show(twoBlocks));
+    QVERIFY(hasButton(0));
+    QVERIFY(hasButton(1));
+    // One that goes away takes its button along.
+    m_engine->value(QStringLiteral("window.r = document.querySelectorAll('pre')[1]"
+                                   ".getBoundingClientRect();"
+                                   "document.querySelectorAll('pre')[1].remove();"));
+    QVERIFY(painted());
+    QVERIFY(m_engine
+                ->value(QStringLiteral("document.elementFromPoint(r.right - 20, r.top + 18)"
+                                       ".closest('body') !== null"))
+                .toBool());
+}
+
+void TestPageCopyButtons::buttonsFollowScrollingAndResizing()
+{
+    QVERIFY(show(farBlock));
+    QVERIFY(hasButton(0));
+    m_engine->value(QStringLiteral("document.body.scrollTop = 20"));
+    QVERIFY(painted());
+    QVERIFY(hasButton(0));
+    m_engine->value(QStringLiteral("document.body.scrollTop = document.body.scrollHeight"));
+    QVERIFY(painted());
+    QVERIFY(hasButton(1));
+    QVERIFY(!m_engine
+                 ->value(QStringLiteral("[...Array(60).keys()].some(i => { const e = "
+                                        "document.elementFromPoint(innerWidth - 40, 40 + i * 4);"
+                                        "return e && e.parentElement === document.documentElement "
+                                        "&& e !== document.body; })"))
+                 .toBool());
+    m_engine->value(QStringLiteral("document.body.scrollTop = 0"));
+    QVERIFY(painted());
+    QVERIFY(hasButton(0));
+
+    m_engine->view.item()->setWidth(420);
+    QVERIFY(runUntil([&] { return m_engine->value(QStringLiteral("innerWidth")).toInt() == 420; }));
+    QVERIFY(painted());
+    QVERIFY(hasButton(0));
+}
+
+void TestPageCopyButtons::tabReachesThemInOrder()
+{
+    QVERIFY(show(farBlock));
+    QGuiApplication::clipboard()->setText(QStringLiteral("before"));
+    m_engine->window().requestActivate();
+    m_engine->view.item()->forceActiveFocus();
+    const QString focused =
+        QStringLiteral("document.activeElement.parentElement === document.documentElement && "
+                       "document.activeElement !== document.body");
+    QTest::keyClick(&m_engine->window(), Qt::Key_Tab);
+    QVERIFY(runUntil([&] { return m_engine->value(focused).toBool(); }));
+    QTest::keyClick(&m_engine->window(), Qt::Key_Return);
+    ENGINE_TRY_COMPARE(QGuiApplication::clipboard()->text(), QStringLiteral("first\n"));
+    // The other block is far below; it comes into sight with its button.
+    QCOMPARE(m_engine->value(QStringLiteral("document.body.scrollTop")).toInt(), 0);
+    QTest::keyClick(&m_engine->window(), Qt::Key_Tab);
+    QVERIFY(runUntil(
+        [&] { return m_engine->value(QStringLiteral("document.body.scrollTop")).toInt() > 0; }));
+    QVERIFY(painted());
+    QVERIFY(hasButton(1));
+    QTest::keyClick(&m_engine->window(), Qt::Key_Return);
+    ENGINE_TRY_COMPARE(QGuiApplication::clipboard()->text(), QStringLiteral("last\n"));
+}
+
+void TestPageCopyButtons::buttonSaysCopiedForAWhile()
+{
+    QVERIFY(show(twoBlocks));
+    const QVariantList corner =
+        m_engine
+            ->value(QStringLiteral("(() => { const r = document.querySelector('pre')"
+                                   ".getBoundingClientRect(); return [r.right, r.top]; })()"))
+            .toList();
+    QCOMPARE(corner.size(), 2);
+    // "Copied" with its mark is wider than "Copy"; the page sees how far the button reaches.
+    m_engine->value(
+        QStringLiteral("window.width = () => { let x = %1 - 20; while (document.elementFromPoint(x,"
+                       " %2).parentElement === document.documentElement) --x; return %1 - x; };"
+                       "window.narrow = width(); window.changes = [];"
+                       "(function watch() { const wide = width() > narrow + 10;"
+                       "if (wide !== (changes.length %% 2 === 1)) changes.push(performance.now());"
+                       "requestAnimationFrame(watch); })()")
+            .replace(QStringLiteral("%%"), QStringLiteral("%"))
+            .arg(corner[0].toInt())
+            .arg(corner[1].toInt() + 18));
+    QTest::mouseClick(&m_engine->window(), Qt::LeftButton, {},
+                      QPoint(corner[0].toInt() - 20, corner[1].toInt() + 18));
+    QVERIFY(
+        runUntil([&] { return m_engine->value(QStringLiteral("changes.length")).toInt() == 2; }));
+    const double shown = m_engine->value(QStringLiteral("changes[1] - changes[0]")).toDouble();
+    QVERIFY2(shown > 1400, qPrintable(QString::number(shown)));
+}
+
+void TestPageCopyButtons::buttonsAppearWhenTheStreamEnds()
+{
+    StreamingRenderer renderer(*m_display);
+    renderer.handleStreamStart(std::nullopt, QStringLiteral("q"), QDateTime::currentDateTime(),
+                               std::nullopt);
+    QVERIFY(runUntil([&] { return renderer.isStreamingShellReady(); }));
+    renderer.handleStreamChunk(twoBlocks);
+    const QString blocks = QStringLiteral("document.getElementsByTagName('pre').length");
+    QVERIFY(runUntil([&] { return m_engine->value(blocks).toInt() == 2; }));
+    QVERIFY(painted());
+    QVERIFY(!hasButton(0));
+    renderer.handleStreamEnd();
+    QVERIFY(runUntil([&] { return hasButton(0) && hasButton(1); }));
+}
+
+int main(int argc, char **argv)
+{
+    prepareWebEngine();
+    QGuiApplication app(argc, argv);
+    TestPageCopyButtons test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "test_page_copy_buttons.moc"
