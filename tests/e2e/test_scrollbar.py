@@ -168,8 +168,7 @@ class ScrollbarTest(SignedInCase):
             # The whole answer is there, and the thumb is still where the hand is.
             self.shared_app.wait_for_line(
                 "[OverlayWindowController] Stream complete, buffer cleared", since=mark)
-            self.shared_app.wait_for_line("[OverlayWindowController] WebView finished loading",
-                                          since=mark)
+            wait_until(lambda: self.shared_app.turns()[self.turns_before:], what="the kept answer")
             self.assertEqual(self.thumb(), held)
             self.desktop.move_pointer(column, grip - 120)
             self.wait_thumb(lambda now, _: abs(now - (top - 120)) <= 1, "the thumb to follow on")
