@@ -30,6 +30,7 @@ private slots:
     void loadAfterALostPageStarts();
     void newLoadTakesThePlaceOfARestart();
     void processWithoutAPageIsNotRestarted();
+    void scriptLostWhileLoadingHoldsNobodyUp();
 };
 
 void TestPageSurface::loadsWithTheNextTurn()
@@ -297,6 +298,22 @@ void TestPageSurface::processWithoutAPageIsNotRestarted()
     QCoreApplication::processEvents();
     QCOMPARE(surface.restarts, 0);
     QVERIFY(!surface.isPageLost());
+}
+
+void TestPageSurface::scriptLostWhileLoadingHoldsNobodyUp()
+{
+    LogCapture log;
+    FakePageSurface surface;
+    surface.load("page", {});
+    QCoreApplication::processEvents();
+    surface.crash();
+    surface.runsAtOnce = false;
+    // In no page: nobody will report on it.
+    surface.evaluateLatest([] { return QStringLiteral("lost"); });
+    QCoreApplication::processEvents();
+    surface.finishLoad();
+    surface.evaluateLatest([] { return QStringLiteral("shown"); });
+    QCOMPARE(surface.scripts.last(), QStringLiteral("shown"));
 }
 
 QTEST_GUILESS_MAIN(TestPageSurface)

@@ -22,7 +22,11 @@ PageSurface::PageSurface(Clock clock, QObject *parent)
     , m_latestScript(clock,
                      [this](const QString &script, quint64 token) { runScript(script, token); })
     , m_restarts(std::move(clock))
-{}
+{
+    // First of all listeners: a script that ran while the page was on its way may never report, and
+    // those that follow would wait for it.
+    connect(this, &PageSurface::loadFinished, this, [this] { m_latestScript.drop(); });
+}
 
 PageSurface::LoadId PageSurface::load(const QByteArray &html, const QString &logLine)
 {
