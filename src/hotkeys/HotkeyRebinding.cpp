@@ -1,0 +1,236 @@
+#include "hotkeys/HotkeyRebinding.h"
+
+#include "app/Log.h"
+#include "app/UserDefaults.h"
+#include "hotkeys/HotkeyBindings.h"
+#include "hotkeys/HotkeyManager.h"
+#include "hotkeys/LocalKeyMonitor.h"
+#include "platform/Platform.h"
+
+#include <QStringList>
+
+#include <algorithm>
+
+namespace quellora {
+namespace {
+
+constexpr QStringView bindablePunctuation = u"[]-=;',./\\`";
+
+void log(const QString &message)
+{
+    Log::event(QStringLiteral("[OverlayWindowController] ") + message);
+}
+
+std::optional<QString> systemFeature(const QString &combo)
+{
+    const auto &known = HotkeyRebinding::knownSystemShortcuts();
+    const auto *found = std::find_if(known.begin(), known.end(),
+                                     [&combo](const auto &row) { return row.first == combo; });
+    return found == known.end() ? std::nullopt : std::optional(found->second);
+}
+
+} // namespace
+
+const std::array<std::pair<QString, QString>, 12> &HotkeyRebinding::knownSystemShortcuts()
+{
+    // Some of these can never be recorded; they stay for whoever reads the table.
+    static const std::array<std::pair<QString, QString>, 12> table{{
+        {QStringLiteral("cmd+space"), QStringLiteral("Spotlight Search")},
+        {QStringLiteral("ctrl+cmd+space"), QStringLiteral("Emoji & Symbols picker")},
+        {QStringLiteral("cmd+tab"), QStringLiteral("App Switcher")},
+        {QStringLiteral("cmd+shift+3"), QStringLiteral("Screenshot (full screen)")},
+        {QStringLiteral("cmd+shift+4"), QStringLiteral("Screenshot (selection)")},
+        {QStringLiteral("cmd+shift+5"), QStringLiteral("Screenshot & Recording tools")},
+        {QStringLiteral("ctrl+cmd+q"), QStringLiteral("Lock Screen")},
+        {QStringLiteral("cmd+h"), QStringLiteral("Hide application")},
+        {QStringLiteral("cmd+m"), QStringLiteral("Minimize window")},
+        {QStringLiteral("cmd+q"), QStringLiteral("Quit application")},
+        {QStringLiteral("cmd+shift+q"), QStringLiteral("Log Out")},
+        {QStringLiteral("cmd+comma"), QStringLiteral("App Preferences")},
+    }};
+    return table;
+}
+
+std::optional<QString> HotkeyRebinding::captureComboString(const KeyDown &key)
+{
+    QStringList parts;
+    if (key.modifiers & GlobalHotkeys::Control)
+        parts << QStringLiteral("ctrl");
+    if (key.modifiers & GlobalHotkeys::Option)
+        parts << QStringLiteral("alt");
+    if (key.modifiers & GlobalHotkeys::Command)
+        parts << QStringLiteral("cmd");
+    if (key.modifiers & GlobalHotkeys::Shift)
+        parts << QStringLiteral("shift");
+    if (parts.isEmpty())
+        return std::nullopt;
+    const QString character = key.character.toLower();
+    if (character.size() != 1)
+        return std::nullopt;
+    const QChar only = character.front();
+    if (!only.isLetter() && !only.isDigit() && !bindablePunctuation.contains(only))
+        return std::nullopt;
+    parts << character;
+    return parts.join(u'+');
+}
+
+HotkeyRebinding::HotkeyRebinding(HotkeyManager &manager, UserDefaults &defaults,
+                                 LocalKeyMonitor &monitor, Hotkeys configFileHotkeys,
+                                 QObject *parent)
+    : QObject(parent)
+    , m_manager(manager)
+    , m_defaults(defaults)
+    , m_monitor(monitor)
+    , m_configFileHotkeys(std::move(configFileHotkeys))
+    , m_hotkeysConfig(HotkeyBindings::loadEffective(m_configFileHotkeys, defaults))
+{}
+
+HotkeyRebinding::~HotkeyRebinding()
+{
+    if (m_capturing)
+        m_monitor.remove();
+}
+
+void HotkeyRebinding::beginCapturingHotkey(HotkeyAction action)
+{
+    cancelHotkeyCapture();
+    m_capturing = action;
+    m_captureError.reset();
+    m_rollback.reset();
+    m_conflict.reset();
+    m_manager.suspendAll();
+    m_monitor.install([this](const KeyDown &key) { handleCaptureKeyDown(key); },
+                      [this] { cancelHotkeyCapture(); });
+    log(QStringLiteral("Hotkey capture started for ") + HotkeyActions::settingsTitle(action));
+    Q_EMIT changed();
+}
+
+void HotkeyRebinding::handleCaptureKeyDown(const KeyDown &key)
+{
+    if (!m_capturing)
+        return;
+    if (key.isEscape) {
+        cancelHotkeyCapture();
+        return;
+    }
+    if (m_conflict)
+        return;
+    const std::optional<QString> combo = captureComboString(key);
+    if (!combo)
+        return;
+    m_captureError.reset();
+    const HotkeyAction action = *m_capturing;
+    for (const HotkeyAction other : HotkeyActions::all) {
+        if (other != action && HotkeyActions::combo(other, m_hotkeysConfig) == *combo) {
+            m_captureError = QStringLiteral("Already used by ") +
+                             HotkeyActions::settingsTitle(other) +
+                             QStringLiteral(". Try a different combo.");
+            Q_EMIT changed();
+            return;
+        }
+    }
+    if (const std::optional<QString> feature = systemFeature(*combo)) {
+        m_conflict = Conflict{*combo, *feature};
+        log(QStringLiteral("Hotkey capture: '") + *combo +
+            QStringLiteral("' may conflict with system shortcut '") + *feature +
+            QStringLiteral("' — awaiting confirmation"));
+        Q_EMIT changed();
+        return;
+    }
+    setHotkey(action, *combo);
+}
+
+void HotkeyRebinding::confirmSystemConflict()
+{
+    if (!m_capturing || !m_conflict)
+        return;
+    const QString combo = m_conflict->combo;
+    setHotkey(*m_capturing, combo);
+}
+
+void HotkeyRebinding::cancelPendingSystemConflict()
+{
+    if (!m_conflict)
+        return;
+    m_conflict.reset();
+    Q_EMIT changed();
+}
+
+void HotkeyRebinding::cancelHotkeyCapture()
+{
+    m_monitor.remove();
+    if (!m_capturing)
+        return;
+    m_capturing.reset();
+    m_captureError.reset();
+    m_conflict.reset();
+    m_manager.resume(m_hotkeysConfig);
+    Q_EMIT changed();
+}
+
+bool HotkeyRebinding::bind(HotkeyAction action, const QString &combo, const QString &failure)
+{
+    cancelHotkeyCapture();
+    if (!m_manager.updateHotkey(HotkeyActions::jsonKey(action), combo)) {
+        m_rollback = Rollback{action, failure};
+        Q_EMIT changed();
+        return false;
+    }
+    m_rollback.reset();
+    setHotkeysConfig(HotkeyActions::updating(action, combo, m_hotkeysConfig));
+    return true;
+}
+
+void HotkeyRebinding::setHotkey(HotkeyAction action, const QString &combo)
+{
+    const QString title = HotkeyActions::settingsTitle(action);
+    const bool isBound = bind(
+        action, combo, QStringLiteral("Couldn't register that combo — kept your previous one."));
+    const QString line = QStringLiteral("Hotkey ") + title + QStringLiteral(" -> ") + combo;
+    if (!isBound) {
+        log(line + QStringLiteral(" FAILED to register — rolled back, not persisted"));
+        return;
+    }
+    HotkeyBindings::setOverride(combo, action, m_defaults);
+    log(line + QStringLiteral(", persisted + registered live"));
+}
+
+void HotkeyRebinding::resetHotkey(HotkeyAction action)
+{
+    const QString title = HotkeyActions::settingsTitle(action);
+    const QString combo = HotkeyActions::combo(action, m_configFileHotkeys);
+    const bool isBound =
+        bind(action, combo,
+             QStringLiteral("Couldn't register the default combo — kept your previous one."));
+    const QString line = QStringLiteral("Hotkey ") + title + QStringLiteral(" reset to ");
+    if (!isBound) {
+        log(line + QStringLiteral("default FAILED to register — rolled back, not persisted"));
+        return;
+    }
+    HotkeyBindings::clearOverride(action, m_defaults);
+    log(line + QStringLiteral("config.json default (") + combo + u')');
+}
+
+void HotkeyRebinding::resetAllHotkeys()
+{
+    m_defaults.remove(QString::fromLatin1(DefaultsKey::hotkeyBindings));
+    // What was said about a single change no longer holds.
+    m_rollback.reset();
+    setHotkeysConfig(m_configFileHotkeys);
+    cancelHotkeyCapture();
+    m_manager.stop();
+    m_manager.start(m_configFileHotkeys);
+    log(QStringLiteral(
+        "All hotkeys reset to config.json defaults, persisted + re-registered live"));
+}
+
+void HotkeyRebinding::setHotkeysConfig(const Hotkeys &hotkeys)
+{
+    const bool differs = hotkeys != m_hotkeysConfig;
+    m_hotkeysConfig = hotkeys;
+    Q_EMIT changed();
+    if (differs)
+        Q_EMIT hotkeysConfigChanged();
+}
+
+} // namespace quellora

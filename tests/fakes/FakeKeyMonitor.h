@@ -1,0 +1,51 @@
+#pragma once
+
+#include "hotkeys/LocalKeyMonitor.h"
+#include "platform/Platform.h"
+
+#include <utility>
+
+namespace quellora {
+
+/// A keyboard in the test's hands.
+class FakeKeyMonitor : public LocalKeyMonitor
+{
+public:
+    void install(std::function<void(const KeyDown &)> onKeyDown,
+                 std::function<void()> onLost) override
+    {
+        ++installs;
+        m_onKeyDown = std::move(onKeyDown);
+        m_onLost = std::move(onLost);
+    }
+    void remove() override
+    {
+        m_onKeyDown = nullptr;
+        m_onLost = nullptr;
+    }
+
+    bool isInstalled() const { return m_onKeyDown != nullptr; }
+    /// A key goes down. The monitor swallows it only while installed.
+    void press(quint32 modifiers, const QString &character) { send({modifiers, character, false}); }
+    void pressEscape() { send({0, QString(), true}); }
+    void lose()
+    {
+        if (const auto lost = m_onLost)
+            lost();
+    }
+
+    int installs = 0;
+
+private:
+    void send(const KeyDown &key)
+    {
+        // A copy: the handler may remove itself.
+        if (const auto handler = m_onKeyDown)
+            handler(key);
+    }
+
+    std::function<void(const KeyDown &)> m_onKeyDown;
+    std::function<void()> m_onLost;
+};
+
+} // namespace quellora
