@@ -120,7 +120,7 @@ std::unique_ptr<OverlayPresenter> Application::makeOverlay(const VantiroConfig &
             [tool = m_platform->captureTool()] {
                 return ScreenshotCapture::captureInBackground(tool);
             },
-            &QCoreApplication::quit, &m_library});
+            &QCoreApplication::quit, m_hotkeys, &m_library});
 }
 
 std::unique_ptr<MenuBarController> Application::makeMenuBar()

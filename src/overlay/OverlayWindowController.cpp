@@ -5,8 +5,6 @@
 #include "app/Text.h"
 #include "app/UserDefaults.h"
 #include "backend/SessionManager.h"
-#include "hotkeys/HotkeyBindings.h"
-#include "hotkeys/HotkeyCombo.h"
 #include "platform/Platform.h"
 
 #include <QClipboard>
@@ -32,22 +30,15 @@ void logIfLacking(const Capability &capability)
         log(QStringLiteral("WARNING: ") + capability.reason());
 }
 
-HotkeyTexts displayTexts(const VantiroConfig::Hotkeys &hotkeys)
-{
-    const auto text = [](const QString &combo) { return HotkeyCombo::displayString(combo); };
-    return {text(hotkeys.capture),   text(hotkeys.clear),       text(hotkeys.toggle),
-            text(hotkeys.opacityUp), text(hotkeys.opacityDown), text(hotkeys.captureNoSend),
-            text(hotkeys.newThread)};
-}
-
 } // namespace
 
 OverlayWindowController::OverlayWindowController(const VantiroConfig &config,
                                                  Collaborators collaborators)
     : m_with(begin(std::move(collaborators)))
     , m_config(config)
-    , m_hotkeysConfig(HotkeyBindings::loadEffective(config.hotkeys, m_with.defaults))
     , m_panels(m_with.defaults)
+    , m_settings(m_with.platform, m_with.defaults, m_with.hotkeys, *m_panels.models(),
+                 config.hotkeys)
     , m_panel(m_with.platform.panelWindow())
     , m_placement(m_panel, config.overlay)
     , m_theme(m_with.platform.appearance())
@@ -88,7 +79,9 @@ void OverlayWindowController::configurePanel()
             .arg(decimalText(m_config.overlay.width), decimalText(m_config.overlay.height)));
     m_panel.setTitle(QStringLiteral("Quellora"));
     PanelWindow &platform = m_with.platform.panelWindow();
-    logIfLacking(platform.excludeFromCapture(m_panel));
+    const Capability exclusion = platform.excludeFromCapture(m_panel);
+    logIfLacking(exclusion);
+    m_settings.setCaptureExclusion(exclusion);
     logIfLacking(platform.applyPanelTraits(m_panel));
     m_placement.placeInitially();
 }
@@ -99,23 +92,14 @@ void OverlayWindowController::setupContentView()
             .arg(decimalText(m_panel.width()), decimalText(m_panel.height())));
     m_overlay.setCurrentAlpha(m_config.overlay.defaultOpacity);
     m_display.setCurrentAlpha(m_config.overlay.defaultOpacity);
-    m_display.setCaptureHotkey(HotkeyCombo::displayString(m_hotkeysConfig.capture));
-    m_display.setResponseTextColorHex(
-        m_with.defaults.stringValue(QLatin1String(DefaultsKey::responseTextColorHex)));
-    m_overlay.setResponseTextColor(m_display.responseTextColorHex().value_or(QString()));
-    m_panels.setHotkeys(displayTexts(m_hotkeysConfig));
-
-    const auto mode = m_with.defaults.stringValue(QLatin1String(DefaultsKey::appearance));
-    connect(&m_theme, &ThemeController::themeApplied, this, &OverlayWindowController::applyTheme);
-    m_theme.setMode(appearanceModeFromText(mode.value_or(QString())));
-    applyTheme(m_theme.appliedTheme());
-    m_panels.setAppearanceMode(appearanceModeText(m_theme.mode()));
-
+    m_settings.attach({m_panel, m_overlay, m_panels, m_threads, m_theme, m_display},
+                      m_with.endpoints);
     wireOverlay();
     wirePanels();
     m_panel.setContent(m_with.engine,
                        {m_overlay, m_panels, m_menu, m_scrollbar, m_with.responseView,
-                        m_with.surface.get(), m_history ? &m_history->model() : nullptr});
+                        m_with.surface.get(), m_history ? &m_history->model() : nullptr,
+                        &m_settings.model()});
     m_display.loadContent(QString());
     log(QStringLiteral("Content view built and attached (WebView + control bar + bottom panels)"));
 }
@@ -176,7 +160,15 @@ void OverlayWindowController::wireOverlay()
         m_history->attach(m_overlay, m_menu, *m_orchestrator);
         connect(m_history.get(), &OverlayHistory::currentThreadDeleted, this,
                 &OverlayWindowController::clearContent);
+        // One sheet at a time.
+        connect(m_history.get(), &OverlayHistory::aboutToOpen, &m_settings,
+                &OverlaySettings::close);
+        connect(&m_settings, &OverlaySettings::aboutToOpen, m_history.get(),
+                &OverlayHistory::close);
     }
+    m_menu.setSettingsAvailable(true);
+    connect(&m_menu, &HamburgerMenuModel::settingsRequested, this,
+            &OverlayWindowController::settingsMenuItemClicked);
     connect(&m_menu, &HamburgerMenuModel::accountRequested, this, [this] {
         log(QStringLiteral("Account link clicked"));
         m_with.platform.workspace().openUrl(m_with.endpoints.account());
@@ -296,13 +288,6 @@ void OverlayWindowController::applyOpacity(double alpha)
     m_overlay.setCurrentAlpha(alpha);
     m_display.setCurrentAlpha(alpha);
     m_display.pushPillAlphaLiveThrottled();
-}
-
-void OverlayWindowController::applyTheme(AppTheme theme)
-{
-    m_overlay.setAppliedTheme(theme);
-    m_display.setAppliedTheme(theme);
-    m_display.applyTheme();
 }
 
 void OverlayWindowController::toggleHamburgerMenu()

@@ -5,6 +5,7 @@
 #include "history/ThreadController.h"
 #include "overlay/OverlayAnswerDisplay.h"
 #include "overlay/OverlayHistory.h"
+#include "overlay/OverlaySettings.h"
 #include "overlay/PanelPlacement.h"
 #include "overlay/page/AppTheme.h"
 #include "overlay/page/ResponseDisplay.h"
@@ -26,6 +27,7 @@ class QQmlEngine;
 
 namespace quellora {
 
+class HotkeyManager;
 class NotificationCenter;
 class PageSurface;
 class Platform;
@@ -59,6 +61,7 @@ public:
         BackendEndpoints endpoints;
         QueryOrchestrator::Capture capture;
         std::function<void()> quit;
+        HotkeyManager &hotkeys;
         /// The threads kept on disk; without it there is no History.
         ThreadLibrary *library = nullptr;
     };
@@ -83,6 +86,7 @@ public:
     void sliderChanged(double value);
     void handleZoomButton() { m_placement.handleZoomButton(); }
     void toggleHamburgerMenu();
+    void settingsMenuItemClicked() { m_settings.open(); }
     void handleConfigDidUpdate(const AppConfigResponse &config);
 
     bool isVisible() const { return m_isVisible; }
@@ -90,6 +94,7 @@ public:
     OverlayModel &overlayModel() { return m_overlay; }
     BottomPanelsModel &panelsModel() { return m_panels; }
     HamburgerMenuModel &menuModel() { return m_menu; }
+    OverlaySettings &settings() { return m_settings; }
     ServiceMessages &messages() { return m_messages; }
     /// Null without a library.
     OverlayHistory *history() { return m_history.get(); }
@@ -104,7 +109,6 @@ private:
     void wirePanels();
     void wireState();
     void applyOpacity(double alpha);
-    void applyTheme(AppTheme theme);
     void refreshMessages();
     void refreshThread();
     void refreshActivity();
@@ -114,12 +118,12 @@ private:
 
     Collaborators m_with;
     VantiroConfig m_config;
-    VantiroConfig::Hotkeys m_hotkeysConfig;
     OverlayModel m_overlay;
     BottomPanelsModel m_panels;
     HamburgerMenuModel m_menu;
     ResponseScrollbarModel m_scrollbar;
     std::unique_ptr<OverlayHistory> m_history;
+    OverlaySettings m_settings;
     /// After the models that its view shows, so that it goes before them.
     NonFocusPanel m_panel;
     PanelPlacement m_placement;

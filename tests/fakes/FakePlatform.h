@@ -51,6 +51,11 @@ public:
         keyWindow = &window;
         return Capability::applied();
     }
+    void resignKey(QWindow &) override
+    {
+        calls << QStringLiteral("resignKey");
+        keyWindow = nullptr;
+    }
     bool isCompositing() const override { return compositing; }
     void onCompositingChanged(std::function<void()> handler) override
     {

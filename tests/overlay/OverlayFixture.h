@@ -1,15 +1,19 @@
 #pragma once
 
 #include "app/UserDefaults.h"
+#include "fakes/FakeKeyMonitor.h"
 #include "fakes/FakePlatform.h"
 #include "fakes/FakeThreadLibrary.h"
 #include "history/ThreadController.h"
+#include "hotkeys/HotkeyManager.h"
+#include "hotkeys/HotkeyRebinding.h"
 #include "overlay/ui/NonFocusPanel.h"
 #include "overlay/ui/OverlayModel.h"
 #include "overlay/ui/ResponseScrollbarModel.h"
 #include "panels/BottomPanelsModel.h"
 #include "panels/HamburgerMenuModel.h"
 #include "panels/history/HistoryModel.h"
+#include "panels/settings/SettingsModel.h"
 #include "ui/Ui.h"
 
 #include <QBuffer>
@@ -47,12 +51,44 @@ struct OverlayFixture
                                     QStringLiteral("Slower, for hard problems")}});
         panels.setSelectedModelId(QStringLiteral("balanced"));
         panel.resize(624, 744);
+        manager.start(rebinding.hotkeysConfig());
+        settings.setSelectedModelId(QStringLiteral("balanced"));
+        settings.setAppearanceMode(QStringLiteral("dark"));
+    }
+
+    /// The owner's part of the settings: what is chosen is in force.
+    void obeySettings()
+    {
+        QObject::connect(&menu, &HamburgerMenuModel::settingsRequested, &settings,
+                         [this] { settings.setOpen(true); });
+        QObject::connect(&settings, &SettingsModel::closeRequested, &settings, [this] {
+            settings.setOpen(false);
+            rebinding.cancelHotkeyCapture();
+        });
+        QObject::connect(&settings, &SettingsModel::modelSelected, &settings,
+                         &SettingsModel::setSelectedModelId);
+        QObject::connect(&settings, &SettingsModel::appearanceChosen, &settings,
+                         [this](const QString &mode) {
+                             settings.setAppearanceMode(mode);
+                             setLight(mode == QLatin1String("light"));
+                         });
+        QObject::connect(&settings, &SettingsModel::responseTextColorChosen, &settings,
+                         &SettingsModel::setResponseTextColorHex);
+        QObject::connect(&settings, &SettingsModel::startNewThreadPerSendToggled, &settings,
+                         &SettingsModel::setStartNewThreadPerSendEnabled);
+        QObject::connect(&settings, &SettingsModel::dontClearPromptAfterSendToggled, &settings,
+                         &SettingsModel::setDontClearPromptAfterSendEnabled);
+    }
+    void setLight(bool isLight)
+    {
+        overlay.setAppliedTheme(isLight ? AppTheme::Light : AppTheme::Dark);
+        settings.setLightTheme(isLight);
     }
 
     void show()
     {
-        panel.setContent(engine,
-                         {overlay, panels, menu, scrollbar, responseView, nullptr, &sidebar});
+        panel.setContent(
+            engine, {overlay, panels, menu, scrollbar, responseView, nullptr, &sidebar, &settings});
         panel.show();
     }
 
@@ -147,6 +183,11 @@ struct OverlayFixture
     BottomPanelsModel panels;
     HamburgerMenuModel menu;
     ResponseScrollbarModel scrollbar;
+    FakeGlobalHotkeys hotkeys;
+    FakeKeyMonitor keyMonitor;
+    HotkeyManager manager{hotkeys, &std::chrono::steady_clock::now, [](const QString &) {}};
+    HotkeyRebinding rebinding{manager, defaults, keyMonitor, {}};
+    SettingsModel settings{*panels.models(), rebinding};
     QUrl responseView;
     QDateTime now = QDateTime(QDate(2025, 3, 14), QTime(15, 0));
     FakeThreadLibrary library;

@@ -16,6 +16,20 @@ const QString question = QStringLiteral(
     "Why does the nightly export skip the last rows for two regions? Give me the fixed window "
     "function.");
 
+void applyHotkeyState(OverlayFixture &f, const QString &word)
+{
+    constexpr quint32 three =
+        GlobalHotkeys::Control | GlobalHotkeys::Option | GlobalHotkeys::Command;
+    f.hotkeys.claim(QStringLiteral("k"), three);
+    f.rebinding.beginCapturingHotkey(HotkeyAction::Capture);
+    if (word == QLatin1String("duplicate"))
+        f.keyMonitor.press(three, QStringLiteral("x"));
+    else if (word == QLatin1String("conflict"))
+        f.keyMonitor.press(GlobalHotkeys::Command | GlobalHotkeys::Shift, QStringLiteral("3"));
+    else if (word == QLatin1String("rollback"))
+        f.keyMonitor.press(three, QStringLiteral("k"));
+}
+
 /// Applies one word of --state; several may be joined with "+".
 bool apply(OverlayFixture &f, const QString &word)
 {
@@ -102,6 +116,29 @@ bool apply(OverlayFixture &f, const QString &word)
         f.sidebar.setSearchText(word.mid(7));
     } else if (word == QLatin1String("delete")) {
         f.sidebar.requestDelete(5);
+    } else if (word == QLatin1String("settings")) {
+        f.settings.setDontClearPromptAfterSendEnabled(true);
+        f.settings.setOpen(true);
+    } else if (word == QLatin1String("note")) {
+        f.settings.setCaptureNote(
+            QStringLiteral("Other programs' screenshots and screen sharing show this panel."));
+    } else if (word.startsWith(QLatin1String("scroll"))) {
+        // Once the sheet is laid out.
+        QTimer::singleShot(400, &f.settings, [&f, points = word.mid(6).toDouble()] {
+            if (QQuickItem *scroll = f.find("settingsScroll"))
+                QMetaObject::invokeMethod(scroll, "scrollBy", Q_ARG(QVariant, points));
+        });
+    } else if (word == QLatin1String("recording") || word == QLatin1String("duplicate") ||
+               word == QLatin1String("conflict") || word == QLatin1String("rollback")) {
+        applyHotkeyState(f, word);
+    } else if (word == QLatin1String("rebound")) {
+        f.rebinding.beginCapturingHotkey(HotkeyAction::NewThread);
+        f.keyMonitor.press(GlobalHotkeys::Control | GlobalHotkeys::Option, QStringLiteral("n"));
+    } else if (word == QLatin1String("badhex")) {
+        f.settings.setHexInput(QStringLiteral("#fff"));
+        f.settings.commitHexInput();
+    } else if (word.startsWith(QLatin1String("color"))) {
+        f.settings.setResponseTextColorHex(word.mid(5));
     } else if (word == QLatin1String("opaque")) {
         f.platform.setCompositing(false);
     } else {
@@ -139,7 +176,9 @@ int main(int argc, char *argv[])
     f.panel.setPosition(at.value(0).toInt(), at.value(1).toInt());
     f.overlay.setCurrentAlpha(parser.value(QStringLiteral("alpha")).toDouble());
     if (parser.value(QStringLiteral("theme")) == QLatin1String("light"))
-        f.overlay.setAppliedTheme(AppTheme::Light);
+        f.setLight(true);
+    f.settings.setAppearanceMode(parser.value(QStringLiteral("theme")));
+    f.obeySettings();
     QObject::connect(&f.overlay, &OverlayModel::sliderMoved, &f.overlay,
                      &OverlayModel::setCurrentAlpha);
     QObject::connect(&f.overlay, &OverlayModel::menuToggled, &f.overlay,

@@ -4,6 +4,7 @@
 #include "backend/SessionManager.h"
 #include "fakes/FakePlatform.h"
 #include "fakes/LogCapture.h"
+#include "hotkeys/HotkeyManager.h"
 #include "overlay/OverlayWindowController.h"
 #include "query/ProxyQueryService.h"
 #include "ui/Ui.h"
@@ -39,7 +40,7 @@ struct Fixture
             config, OverlayWindowController::Collaborators{
                         platform, defaults, notifications, session, service, engine,
                         std::move(pages), QUrl(), nullptr, BackendEndpoints("http://host"),
-                        [this] { return capture.future(); }, [this] { ++quits; }});
+                        [this] { return capture.future(); }, [this] { ++quits; }, hotkeys});
     }
 
     VantiroConfig config;
@@ -51,6 +52,8 @@ struct Fixture
     AuthService auth{network, BackendEndpoints("http://host"), [] { return DeviceFields(); }};
     SessionManager session{auth, notifications};
     ProxyQueryService service{network, BackendEndpoints("http://host")};
+    HotkeyManager hotkeys{platform.hotkeys, &std::chrono::steady_clock::now,
+                          [](const QString &) {}};
     QPromise<ScreenshotCapture::Outcome> capture;
     QQmlEngine engine;
     FakePageSurface *surface = nullptr;

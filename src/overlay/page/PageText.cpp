@@ -1,6 +1,8 @@
 #include "overlay/page/PageAddresses.h"
 #include "overlay/page/ResponsePage.h"
 
+#include <QJsonArray>
+#include <QJsonDocument>
 #include <QLocale>
 
 #include <algorithm>
@@ -94,6 +96,15 @@ QString themeScript(const PageAppearance &appearance)
                           "if(link){link.href='%2';}})();")
                .arg(appearance.theme == AppTheme::Light ? QStringLiteral("light") : QString(),
                     codeStyleAddress(appearance.theme));
+}
+
+QString captureHotkeyScript(const QString &display)
+{
+    // As a JSON text it is a literal of the script whatever it holds.
+    const QByteArray quoted = QJsonDocument(QJsonArray{display}).toJson(QJsonDocument::Compact);
+    return QStringLiteral("(function(){var key=document.querySelector('#ph kbd');"
+                          "if(key){key.textContent=%1[0];}})();")
+        .arg(QString::fromUtf8(quoted));
 }
 
 QString pillAlphaScript(double windowAlpha)

@@ -223,12 +223,19 @@ void ResponseDisplay::onLoadFinished(PageSurface::LoadId id)
         applyTheme();
     if (m_builtAppearance.alpha != m_appearance.alpha)
         pushPillAlphaLive();
+    if (m_builtAppearance.captureHotkey != m_appearance.captureHotkey)
+        pushCaptureHotkey();
     emit pageFinished(m_loadingPage);
 }
 
 void ResponseDisplay::applyTheme()
 {
     m_surface.evaluate(responsepage::themeScript(m_appearance));
+}
+
+void ResponseDisplay::pushCaptureHotkey()
+{
+    m_surface.evaluate(responsepage::captureHotkeyScript(m_appearance.captureHotkey));
 }
 
 void ResponseDisplay::pushPillAlphaLive()

@@ -69,6 +69,8 @@ public:
 
     /// Pushes theme, text colour and code style into the page shown.
     void applyTheme();
+    /// Pushes the capture hot key into the hint, if that is what is shown.
+    void pushCaptureHotkey();
     /// Pushes the opacity-derived variables into the page shown.
     void pushPillAlphaLive();
     /// As pushPillAlphaLive(), at most once per 1/30 s.

@@ -87,6 +87,8 @@ QByteArray thumbnailHTML(const CaptureSession::Screenshot &screenshot,
 
 /// Applies theme, text colour and code style to a loaded page.
 QString themeScript(const PageAppearance &appearance);
+/// Shows the capture hot key in the hint of a loaded page; nothing in pages without the hint.
+QString captureHotkeyScript(const QString &display);
 /// Applies the opacity-derived variables to a loaded page.
 QString pillAlphaScript(double windowAlpha);
 /// Takes the loading dots away.

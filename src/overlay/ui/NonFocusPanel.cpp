@@ -7,6 +7,8 @@
 #include "panels/HamburgerMenuModel.h"
 #include "panels/PanelsModule.h"
 #include "panels/history/HistoryModel.h"
+#include "panels/settings/SettingsModel.h"
+#include "panels/settings/SettingsModule.h"
 
 #include <QAccessible>
 #include <QMouseEvent>
@@ -84,6 +86,7 @@ void NonFocusPanel::setContent(QQmlEngine &engine, const OverlayContent &content
     });
 
     usePanelsModule();
+    useSettingsModule();
     static volatile auto keepModule = &qml_register_types_Quellora_Overlay;
     Q_UNUSED(keepModule)
     QQmlComponent component(&engine,
@@ -98,7 +101,8 @@ void NonFocusPanel::setContent(QQmlEngine &engine, const OverlayContent &content
          {QStringLiteral("scrollbar"), QVariant::fromValue(&content.scrollbar)},
          {QStringLiteral("panelWindow"), QVariant::fromValue(this)},
          {QStringLiteral("responseView"), content.responseView},
-         {QStringLiteral("responseHost"), QVariant::fromValue(content.responseHost)}});
+         {QStringLiteral("responseHost"), QVariant::fromValue(content.responseHost)},
+         {QStringLiteral("settings"), QVariant::fromValue(content.settings)}});
     m_root = qobject_cast<QQuickItem *>(object);
     if (!m_root)
         qFatal("The overlay's view is not built: %s", qPrintable(component.errorString()));

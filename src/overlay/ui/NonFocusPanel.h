@@ -19,6 +19,7 @@ class HamburgerMenuModel;
 class HistoryModel;
 class OverlayModel;
 class ResponseScrollbarModel;
+class SettingsModel;
 
 /// What fills the panel. Everything must outlive it.
 struct OverlayContent
@@ -33,6 +34,8 @@ struct OverlayContent
     QObject *responseHost = nullptr;
     /// The sidebar of stored threads; none without a place for them.
     HistoryModel *history = nullptr;
+    /// What the settings sheet shows; none for a panel without settings.
+    SettingsModel *settings = nullptr;
 };
 
 /// The floating panel: frameless, above other windows, never activated by being shown or clicked.
@@ -73,6 +76,8 @@ public:
     Q_INVOKABLE void beginResize(int edges);
     /// Asks the platform for the keyboard focus.
     Q_INVOKABLE void makeKey();
+    /// Gives the keyboard back to whoever had it before makeKey().
+    void resignKey() { m_platform.resignKey(*this); }
 
 Q_SIGNALS:
     /// Assistive programs were told that the message on @p card now stops the user.

@@ -1,6 +1,7 @@
 import QtQuick
 import Quellora.Overlay
 import Quellora.Panels
+import Quellora.Settings
 import Quellora.Ui
 
 /// Everything inside the overlay's window.
@@ -13,6 +14,8 @@ FocusScope {
     required property ResponseScrollbarModel scrollbar
     property HistoryModel history
     required property NonFocusPanel panelWindow
+    /// Null in a panel without settings.
+    property SettingsModel settings
     property url responseView
     property QtObject responseHost
     /// The answer's view waits for the panel's first frame, so that the panel shows sooner.
@@ -179,6 +182,17 @@ FocusScope {
             opener: bar.menuButton
         }
     }
+    SettingsLoader {
+        id: settingsSheet
+        settings: root.settings
+        y: 34
+        width: parent.width
+        height: parent.height - y
+        compact: root.compact
+        cornerRadius: root.corner
+        opener: bar.menuButton
+    }
+
     Rectangle {
         anchors.fill: parent
         radius: root.corner
@@ -195,7 +209,7 @@ FocusScope {
         menu: root.menu
         compact: root.compact
         open: root.overlay.isMenuOpen
-        opener: bar.menuButton
+        opener: settingsSheet.isOpen ? settingsSheet.firstControl : bar.menuButton
     }
     ResizeHandles {
         anchors.fill: parent
@@ -210,10 +224,12 @@ FocusScope {
     }
     Shortcut {
         sequence: "F6"
+        enabled: !settingsSheet.isOpen
         onActivated: root.cycleFocus(1)
     }
     Shortcut {
         sequence: "Shift+F6"
+        enabled: !settingsSheet.isOpen
         onActivated: root.cycleFocus(-1)
     }
 }

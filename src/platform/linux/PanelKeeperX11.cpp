@@ -71,6 +71,12 @@ int PanelKeeperX11::takeFocus(xcb_timestamp_t time)
     return status;
 }
 
+void PanelKeeperX11::returnFocus()
+{
+    if (m_previousFocus != XCB_NONE && focusedWindow(m_x11) == nativeWindow(m_window))
+        setFocus(m_x11, std::exchange(m_previousFocus, XCB_NONE), XCB_CURRENT_TIME);
+}
+
 void PanelKeeperX11::giveFocusBack()
 {
     const xcb_window_t previous = std::exchange(m_previousFocus, XCB_NONE);

@@ -30,6 +30,8 @@ public:
     /// has it: no window manager does that for a window which it does not manage.
     /// @return the X error code, 0 on success
     int takeFocus(xcb_timestamp_t time);
+    /// Gives the focus back to where it was, if the window has it.
+    void returnFocus();
 
     bool eventFilter(QObject *watched, QEvent *event) override;
 

@@ -70,6 +70,11 @@ Capability PanelWindowX11::makeKey(QWindow &window)
     return Capability::applied();
 }
 
+void PanelWindowX11::resignKey(QWindow &window)
+{
+    PanelKeeperX11::of(m_x11, window).returnFocus();
+}
+
 void PanelWindowX11::onCompositingChanged(std::function<void()> handler)
 {
     m_compositor.onChanged(std::move(handler));

@@ -25,6 +25,7 @@ public:
     Capability orderFront(QWindow &window) override;
     /// BestEffort while the window is not on the screen.
     Capability makeKey(QWindow &window) override;
+    void resignKey(QWindow &window) override;
     bool isCompositing() const override { return m_compositor.isCompositing(); }
     void onCompositingChanged(std::function<void()> handler) override;
 

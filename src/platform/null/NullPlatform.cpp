@@ -28,6 +28,7 @@ public:
         window.requestActivate();
         return noDesktop();
     }
+    void resignKey(QWindow &) override {}
     bool isCompositing() const override { return false; }
     void onCompositingChanged(std::function<void()>) override {}
 };

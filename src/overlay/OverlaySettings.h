@@ -1,0 +1,82 @@
+#pragma once
+
+#include "app/AppConfig.h"
+#include "app/VantiroConfig.h"
+#include "hotkeys/HotkeyRebinding.h"
+#include "overlay/PanelKeyMonitor.h"
+#include "overlay/page/AppTheme.h"
+#include "panels/settings/SettingsModel.h"
+
+#include <QObject>
+
+#include <optional>
+
+namespace quellora {
+
+class BottomPanelsModel;
+class Capability;
+class HotkeyManager;
+class ModelListModel;
+class NonFocusPanel;
+class OverlayModel;
+class Platform;
+class ResponseDisplay;
+class ThreadController;
+class UserDefaults;
+
+/// The overlay's part of the settings: opens and closes the sheet, and brings every choice into
+/// force and onto the disk at once. Main thread only.
+class OverlaySettings : public QObject
+{
+    Q_OBJECT
+public:
+    /// What the choices act on. Everything must outlive this object, but for the panel, which goes
+    /// before the models that it shows.
+    struct Targets
+    {
+        NonFocusPanel &panel;
+        OverlayModel &overlay;
+        BottomPanelsModel &panels;
+        ThreadController &threads;
+        ThemeController &theme;
+        ResponseDisplay &display;
+    };
+
+    /// @param configFileHotkeys what resetting a hot key goes back to
+    OverlaySettings(Platform &platform, UserDefaults &defaults, HotkeyManager &hotkeys,
+                    ModelListModel &models, const VantiroConfig::Hotkeys &configFileHotkeys);
+
+    /// Applies what is stored and follows the user's choices from then on. Once.
+    void attach(const Targets &targets, const BackendEndpoints &endpoints);
+    /// Says in the sheet what the desktop cannot give.
+    void setCaptureExclusion(const Capability &exclusion);
+    /// Opens the sheet, which has the keyboard while it is open.
+    void open();
+    /// Closes it, ends a recording and gives the keyboard back to the program it was taken from.
+    void close();
+
+    SettingsModel &model() { return m_model; }
+    HotkeyRebinding &rebinding() { return m_rebinding; }
+
+Q_SIGNALS:
+    /// Whatever else covers the panel has to go first.
+    void aboutToOpen();
+
+private:
+    void applyHotkeys();
+    void setAppearanceMode(AppearanceMode mode);
+    void setResponseTextColorHex(const QString &hex);
+    void showTheme(AppTheme theme);
+    void followPanels();
+
+    Platform &m_platform;
+    UserDefaults &m_defaults;
+    PanelKeyMonitor m_keyMonitor;
+    HotkeyRebinding m_rebinding;
+    SettingsModel m_model;
+    std::optional<Targets> m_targets;
+    /// Whether another program had the keyboard when the sheet opened.
+    bool m_tookKeyboard = false;
+};
+
+} // namespace quellora

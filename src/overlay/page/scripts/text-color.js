@@ -1,0 +1,31 @@
+// Keeps the user's text colour changeable. Pages are built with it as a rule, and the light theme
+// sets its own on the body, where it would win: the rule becomes the root's own style, which the
+// host changes live, and the body takes it from there.
+(() => {
+    'use strict';
+    const root = document.documentElement;
+    const style = new CSSStyleSheet();
+    style.replaceSync('html[data-own-text] body { --text: inherit !important; }');
+    document.adoptedStyleSheets = [...document.adoptedStyleSheets, style];
+
+    const note = () =>
+        root.toggleAttribute('data-own-text', root.style.getPropertyValue('--text') !== '');
+    const lift = () => {
+        const sheet = document.querySelector('head > style')?.sheet;
+        const rules = sheet ? [...sheet.cssRules] : [];
+        const at = rules.findIndex(rule => rule.selectorText === ':root'
+                                           && rule.style.length === 1
+                                           && rule.style[0] === '--text');
+        if (at < 0)
+            return;
+        // The host may already have pushed a newer one.
+        if (root.style.getPropertyValue('--text') === '')
+            root.style.setProperty('--text', rules[at].style.getPropertyValue('--text'));
+        sheet.deleteRule(at);
+    };
+    new MutationObserver(note).observe(root, { attributeFilter: ['style'] });
+    document.addEventListener('DOMContentLoaded', () => {
+        lift();
+        note();
+    });
+})();

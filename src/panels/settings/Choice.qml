@@ -1,0 +1,59 @@
+import QtQuick
+import QtQuick.Controls.Basic as Basic
+import Quellora.Ui
+
+/// One of several exclusive choices: Tab reaches the chosen one, arrows move among all.
+Basic.AbstractButton {
+    id: choice
+
+    property ThemeTokens theme: Tokens.sheetDark
+    required property ChoiceGroup group
+    required property int index
+    property string name
+    property string hint
+    readonly property bool chosen: group.current === index
+
+    signal picked()
+
+    function pick() {
+        if (!choice.chosen)
+            choice.picked()
+    }
+
+    padding: 0
+    hoverEnabled: true
+    focusPolicy: chosen || group.current < 0 && index === 0 ? Qt.TabFocus : Qt.NoFocus
+    onClicked: pick()
+
+    Keys.onReturnPressed: choice.pick()
+    Keys.onEnterPressed: choice.pick()
+    Keys.onPressed: event => {
+        switch (event.key) {
+        case Qt.Key_Up:
+        case Qt.Key_Left:
+            choice.group.go(choice.index - 1)
+            break
+        case Qt.Key_Down:
+        case Qt.Key_Right:
+            choice.group.go(choice.index + 1)
+            break
+        case Qt.Key_Home:
+            choice.group.go(0)
+            break
+        case Qt.Key_End:
+            choice.group.go(-1)
+            break
+        default:
+            return
+        }
+        event.accepted = true
+    }
+
+    Accessible.role: Accessible.RadioButton
+    Accessible.name: choice.name
+    Accessible.description: choice.hint
+    Accessible.checkable: true
+    Accessible.checked: choice.chosen
+    Accessible.onPressAction: choice.pick()
+    Accessible.onToggleAction: choice.pick()
+}

@@ -1,0 +1,31 @@
+import QtQuick
+import Quellora.Settings
+import Quellora.Ui
+
+/// The actions with their shortcuts.
+Card {
+    id: card
+
+    required property SettingsModel settings
+
+    implicitHeight: column.height
+
+    Column {
+        id: column
+        width: parent.width
+
+        Repeater {
+            id: rows
+            model: card.settings.hotkeyRows
+
+            delegate: HotkeyRow {
+                rows: card.settings.hotkeyRows
+                theme: card.theme
+                width: card.width
+                isFirst: index === 0
+                isLast: index === 6
+                outerRadius: card.radius
+            }
+        }
+    }
+}

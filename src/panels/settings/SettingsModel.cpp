@@ -1,0 +1,157 @@
+#include "panels/settings/SettingsModel.h"
+
+#include <optional>
+
+namespace quellora {
+
+SettingsModel::SettingsModel(ModelListModel &models, HotkeyRebinding &rebinding, QObject *parent)
+    : QObject(parent), m_models(models), m_hotkeyRows(rebinding)
+{}
+
+void SettingsModel::setOpen(bool isOpen)
+{
+    if (isOpen == m_isOpen)
+        return;
+    if (isOpen)
+        showColorInField();
+    m_isOpen = isOpen;
+    Q_EMIT isOpenChanged();
+}
+
+void SettingsModel::setLightTheme(bool isLight)
+{
+    if (isLight == m_isLight)
+        return;
+    m_isLight = isLight;
+    m_textColors.setLightTheme(isLight);
+    Q_EMIT isLightThemeChanged();
+}
+
+void SettingsModel::setCaptureNote(const QString &note)
+{
+    if (note == m_captureNote)
+        return;
+    m_captureNote = note;
+    Q_EMIT captureNoteChanged();
+}
+
+void SettingsModel::setSelectedModelId(const QString &id)
+{
+    if (id == m_selectedModelId)
+        return;
+    m_selectedModelId = id;
+    Q_EMIT selectedModelIdChanged();
+}
+
+void SettingsModel::setAppearanceMode(const QString &mode)
+{
+    if (mode == m_appearanceMode)
+        return;
+    m_appearanceMode = mode;
+    Q_EMIT appearanceModeChanged();
+}
+
+void SettingsModel::setResponseTextColorHex(const QString &hex)
+{
+    if (hex != m_responseTextColorHex) {
+        m_responseTextColorHex = hex;
+        m_textColors.setChosenHex(hex);
+        Q_EMIT responseTextColorHexChanged();
+    }
+    showColorInField();
+}
+
+void SettingsModel::setStartNewThreadPerSendEnabled(bool isEnabled)
+{
+    if (isEnabled == m_startNewThreadPerSend)
+        return;
+    m_startNewThreadPerSend = isEnabled;
+    Q_EMIT startNewThreadPerSendEnabledChanged();
+}
+
+void SettingsModel::setDontClearPromptAfterSendEnabled(bool isEnabled)
+{
+    if (isEnabled == m_dontClearPromptAfterSend)
+        return;
+    m_dontClearPromptAfterSend = isEnabled;
+    Q_EMIT dontClearPromptAfterSendEnabledChanged();
+}
+
+void SettingsModel::setHexInput(const QString &text)
+{
+    if (text == m_hexInput)
+        return;
+    m_hexInput = text;
+    Q_EMIT hexInputChanged();
+}
+
+void SettingsModel::setHexError(const QString &error)
+{
+    if (error == m_hexError)
+        return;
+    m_hexError = error;
+    Q_EMIT hexErrorChanged();
+}
+
+void SettingsModel::showColorInField()
+{
+    setHexError(QString());
+    setHexInput(m_responseTextColorHex);
+}
+
+void SettingsModel::close()
+{
+    if (m_isOpen)
+        Q_EMIT closeRequested();
+}
+
+void SettingsModel::selectModel(const QString &id)
+{
+    if (id != m_selectedModelId && m_models.rowOf(id) >= 0)
+        Q_EMIT modelSelected(id);
+}
+
+void SettingsModel::chooseAppearance(const QString &mode)
+{
+    const bool isKnown = mode == QLatin1StringView("light") || mode == QLatin1StringView("dark") ||
+                         mode == QLatin1StringView("system");
+    if (isKnown && mode != m_appearanceMode)
+        Q_EMIT appearanceChosen(mode);
+}
+
+void SettingsModel::chooseTextColor(int row)
+{
+    if (row >= 0 && row < m_textColors.rowCount())
+        Q_EMIT responseTextColorChosen(m_textColors.hexAt(row));
+}
+
+void SettingsModel::commitHexInput()
+{
+    const std::optional<QString> hex = TextColors::normalizedHex(m_hexInput);
+    if (!hex) {
+        setHexError(QStringLiteral("Enter a valid hex color, e.g. #8899aa"));
+        return;
+    }
+    setHexError(QString());
+    Q_EMIT responseTextColorChosen(*hex);
+}
+
+void SettingsModel::leaveHexInput()
+{
+    if (m_hexInput.trimmed().isEmpty() || m_hexInput == m_responseTextColorHex)
+        showColorInField();
+    else
+        commitHexInput();
+}
+
+void SettingsModel::toggleStartNewThreadPerSend()
+{
+    Q_EMIT startNewThreadPerSendToggled(!m_startNewThreadPerSend);
+}
+
+void SettingsModel::toggleDontClearPromptAfterSend()
+{
+    Q_EMIT dontClearPromptAfterSendToggled(!m_dontClearPromptAfterSend);
+}
+
+} // namespace quellora

@@ -1,0 +1,236 @@
+"""Changing hotkeys in the settings with real key presses: live, exclusive, kept, undone."""
+
+import unittest
+
+from Xlib import X
+from Xlib import display as xdisplay
+from Xlib import error as xerror
+
+from harness import E2ECase, SignedInCase, wait_until
+from harness.server import QUERY
+
+PREFIX = "[OverlayWindowController] "
+CLEAR = "Clear the response area"
+MASKS = {"ctrl": X.ControlMask, "alt": X.Mod1Mask, "super": X.Mod4Mask, "shift": X.ShiftMask}
+
+
+class Holder:
+    """Another program that asks for a combination."""
+
+    def __init__(self, desktop, combo):
+        *modifiers, key = combo.split("+")
+        self.connection = xdisplay.Display(desktop.name)
+        problem = xerror.CatchError(xerror.BadAccess)
+        self.connection.screen().root.grab_key(
+            self.connection.keysym_to_keycode(ord(key)), sum(MASKS[name] for name in modifiers),
+            False, X.GrabModeAsync, X.GrabModeAsync, onerror=problem)
+        self.connection.sync()
+        self.has_it = problem.get_error() is None
+
+    def close(self):
+        self.connection.close()
+
+
+class RebindingTest(SignedInCase):
+    def setUp(self):
+        super().setUp()
+        self.window = self.other_window()
+        self.open_settings()
+        self.addCleanup(self.close_settings)
+
+    def open_settings(self):
+        app = self.shared_app
+        app.access.press("Menu")
+        app.access.press("Settings")
+        app.access.wait_for("Response text color")
+
+    def close_settings(self):
+        """Leaves the next test the bindings of the file and a closed sheet."""
+        app = self.shared_app
+        if app.access.find("Response text color") is None:
+            self.open_settings()
+        mark = app.mark()
+        app.access.press("Reset all hotkeys")
+        app.wait_for_line(PREFIX + "All hotkeys reset to config.json defaults, persisted + "
+                          "re-registered live", since=mark)
+        app.access.press("Close", "push button" if False else None) if False else None
+        self.press_close()
+        app.access.wait_gone("Response text color")
+
+    def press_close(self):
+        """The sheet's own button, not that of the window."""
+        app = self.shared_app
+        buttons = app.access.find_all("Close")
+        buttons[-1].get_action_iface().do_action(0)
+
+    def can_grab(self, combo):
+        holder = Holder(self.desktop, combo)
+        holder.close()
+        return holder.has_it
+
+    def record(self, title, shown, combo=None):
+        """Starts recording and optionally presses a combination; returns the mark before."""
+        app = self.shared_app
+        mark = app.mark()
+        app.access.press(f"{title}, {shown}")
+        app.wait_for_line(PREFIX + f"Hotkey capture started for {title}", since=mark)
+        app.access.wait_for(f"{title}, Press a shortcut…")
+        if combo:
+            self.desktop.press(combo)
+        return mark
+
+    def test_a_new_combo_is_live_and_the_old_one_free(self):
+        app = self.shared_app
+        mark = self.record(CLEAR, "Ctrl+Option+Cmd+X", "ctrl+alt+m")
+        app.wait_for_line(PREFIX + f"Hotkey {CLEAR} -> ctrl+alt+m, persisted + registered live",
+                          since=mark)
+        app.access.wait_for(f"{CLEAR}, Ctrl+Option+M")
+        wait_until(lambda: app.stored_defaults().get("hotkeyBindings") == {"clear": "ctrl+alt+m"},
+                   what="the stored override")
+        self.assertFalse(self.can_grab("ctrl+alt+m"))
+        self.assertTrue(self.can_grab("ctrl+alt+super+x"))
+        mark = app.mark()
+        app.hotkey("ctrl+alt+m", "Clear")
+        self.desktop.press("ctrl+alt+super+x")
+        app.hotkey("ctrl+alt+super+]", "Opacity Up")
+        self.assertEqual(app.lines_since(mark).count("[HotkeyManager] Fired: Clear"), 1)
+        # One row back to the file's combo.
+        mark = app.mark()
+        app.access.press(f"Reset {CLEAR}")
+        app.wait_for_line(PREFIX + f"Hotkey {CLEAR} reset to config.json default "
+                          "(ctrl+alt+cmd+x)", since=mark)
+        app.access.wait_for(f"{CLEAR}, Ctrl+Option+Cmd+X")
+        app.access.wait_gone(f"Reset {CLEAR}")
+        self.assertTrue(self.can_grab("ctrl+alt+m"))
+        self.assertFalse(self.can_grab("ctrl+alt+super+x"))
+        wait_until(lambda: app.stored_defaults().get("hotkeyBindings") == {},
+                   what="the removed override")
+
+    def test_keys_stay_with_the_recorder(self):
+        app = self.shared_app
+        server_before = len(self.shared_server.requests(QUERY))
+        document = self.window.mark()
+        mark = self.record(CLEAR, "Ctrl+Option+Cmd+X")
+        # Neither a bound combo nor a bare key nor Tab does anything but what the recorder says.
+        self.desktop.press("ctrl+alt+super+c")
+        app.access.wait_for("Already used by Capture screen and send to Claude. "
+                            "Try a different combo.")
+        self.desktop.type_text("c")
+        self.desktop.press("tab")
+        self.desktop.press("space")
+        self.desktop.press("escape")
+        app.wait_for_line("[HotkeyManager] Resumed all hotkeys after capture", since=mark)
+        app.access.wait_for(f"{CLEAR}, Ctrl+Option+Cmd+X", focused=False)
+        self.assertEqual([line for line in app.lines_since(mark) if "Fired" in line], [])
+        self.assertEqual(self.window.events("key", since=document), [])
+        self.assertEqual(len(self.shared_server.requests(QUERY)), server_before)
+        self.assertIsNotNone(app.access.find("Response text color"), "Escape closed the sheet")
+        app.hotkey("ctrl+alt+super+[", "Opacity Down")
+        # The next Escape is for the sheet, and the keyboard goes back to the document.
+        self.desktop.press("escape")
+        app.access.wait_gone("Response text color")
+        wait_until(lambda: self.desktop.focus_window() == self.window.window_id,
+                   what="the document to have the keyboard again")
+
+    def test_a_system_shortcut_asks_first(self):
+        app = self.shared_app
+        mark = self.record(CLEAR, "Ctrl+Option+Cmd+X", "super+shift+3")
+        app.wait_for_line(PREFIX + "Hotkey capture: 'cmd+shift+3' may conflict with system "
+                          "shortcut 'Screenshot (full screen)' — awaiting confirmation",
+                          since=mark)
+        app.access.wait_for("This may conflict with Screenshot (full screen)")
+        self.desktop.press("ctrl+alt+m")
+        app.access.press("Cancel")
+        app.access.wait_for(f"{CLEAR}, Press a shortcut…")
+        self.desktop.press("super+shift+4")
+        app.access.press("Use anyway")
+        app.wait_for_line(PREFIX + f"Hotkey {CLEAR} -> cmd+shift+4, persisted + registered live",
+                          since=mark)
+        self.assertNotIn(PREFIX + f"Hotkey {CLEAR} -> ctrl+alt+m, persisted + registered live",
+                         app.lines_since(mark))
+        app.hotkey("super+shift+4", "Clear")
+
+    def test_a_combo_that_another_program_holds_is_rolled_back(self):
+        app = self.shared_app
+        holder = Holder(self.desktop, "ctrl+alt+k")
+        self.addCleanup(holder.close)
+        self.assertTrue(holder.has_it)
+        mark = self.record(CLEAR, "Ctrl+Option+Cmd+X", "ctrl+alt+k")
+        app.wait_for_line(PREFIX + f"Hotkey {CLEAR} -> ctrl+alt+k FAILED to register — rolled "
+                          "back, not persisted", since=mark)
+        app.access.wait_for("Couldn't register that combo — kept your previous one.")
+        app.access.wait_for(f"{CLEAR}, Ctrl+Option+Cmd+X")
+        self.assertFalse(app.stored_defaults().get("hotkeyBindings"))
+        self.assertFalse(self.can_grab("ctrl+alt+super+x"))
+        app.hotkey("ctrl+alt+super+x", "Clear")
+
+    def test_lock_keys_do_not_matter(self):
+        app = self.shared_app
+        for number, (lock, key) in enumerate((("num_lock", "5"), ("caps_lock", "g"))):
+            with self.subTest(lock=lock):
+                shown = ("Ctrl+Option+Cmd+X", "Ctrl+Shift+5")[number]
+                self.desktop.press(lock)
+                try:
+                    mark = self.record(CLEAR, shown, f"ctrl+shift+{key}")
+                    app.wait_for_line(PREFIX + f"Hotkey {CLEAR} -> ctrl+shift+{key}, persisted + "
+                                      "registered live", since=mark)
+                finally:
+                    self.desktop.press(lock)
+
+    def test_recording_ends_with_what_it_belongs_to(self):
+        app = self.shared_app
+        resumed = "[HotkeyManager] Resumed all hotkeys after capture"
+        with self.subTest("cancel"):
+            mark = self.record(CLEAR, "Ctrl+Option+Cmd+X")
+            app.access.press("Cancel recording")
+            app.wait_for_line(resumed, since=mark)
+        with self.subTest("another row"):
+            mark = self.record(CLEAR, "Ctrl+Option+Cmd+X")
+            app.access.press("Increase opacity, Ctrl+Option+Cmd+]")
+            app.wait_for_line(resumed, since=mark)
+            app.access.wait_for(f"{CLEAR}, Ctrl+Option+Cmd+X")
+            app.access.wait_for("Increase opacity, Press a shortcut…")
+        with self.subTest("another program"):
+            mark = app.mark()
+            _, x, y, width, _ = app.panel()
+            self.desktop.click(x + width + 60, y + 100)
+            app.wait_for_line(resumed, since=mark)
+        with self.subTest("closed sheet"):
+            mark = self.record(CLEAR, "Ctrl+Option+Cmd+X")
+            self.press_close()
+            app.wait_for_line(resumed, since=mark)
+            app.access.wait_gone("Response text color")
+            self.open_settings()
+        with self.subTest("hidden panel"):
+            mark = self.record(CLEAR, "Ctrl+Option+Cmd+X")
+            app.access.press("Minimize")
+            app.wait_for_line(PREFIX + "Window hidden", since=mark)
+            app.wait_for_line(resumed, since=mark)
+            app.hotkey("ctrl+alt+super+t", "Toggle")
+            app.wait_overlay_shown()
+
+
+class KeptTest(E2ECase):
+    def test_bindings_survive_a_restart_and_reset_all_removes_them(self):
+        server = self.server()
+        app = self.app(server, defaults={
+            "hasLaunchedBefore": True, "userPrompt": "",
+            "hotkeyBindings": {"clear": "ctrl+alt+m", "new_thread": "ctrl+alt+n"}}).sign_in()
+        app.wait_for_line("[HotkeyManager] Registered Clear -> ctrl+alt+m", since=0)
+        app.hotkey("ctrl+alt+m", "Clear")
+        app.access.press("Menu")
+        app.access.press("Settings")
+        app.access.wait_for(f"{CLEAR}, Ctrl+Option+M")
+        app.access.wait_for("Start a new thread, Ctrl+Option+N")
+        app.access.press("Reset all hotkeys")
+        app.wait_for_line(PREFIX + "All hotkeys reset to config.json defaults, persisted + "
+                          "re-registered live")
+        app.access.wait_for(f"{CLEAR}, Ctrl+Option+Cmd+X")
+        wait_until(lambda: "hotkeyBindings" not in app.stored_defaults(),
+                   what="the removed overrides")
+        app.hotkey("ctrl+alt+super+x", "Clear")
+        self.assertIsNone(app.access.find(f"Reset {CLEAR}"))
+
+
+if __name__ == "__main__":
+    unittest.main()
