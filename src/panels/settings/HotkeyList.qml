@@ -8,6 +8,9 @@ Card {
 
     required property SettingsModel settings
 
+    /// A row has something to show that may lie out of view.
+    signal attention(Item row)
+
     implicitHeight: column.height
 
     Column {
@@ -19,6 +22,8 @@ Card {
             model: card.settings.hotkeyRows
 
             delegate: HotkeyRow {
+                id: row
+                onAttention: card.attention(row)
                 rows: card.settings.hotkeyRows
                 theme: card.theme
                 width: card.width

@@ -28,6 +28,18 @@ Item {
     readonly property bool isPendingStacked: notice.x + notice.implicitWidth + Tokens.space2
                                              + choices.width + Tokens.space3 > width
 
+    /// It has something to show that may lie out of view.
+    signal attention()
+
+    onIsCapturingChanged: {
+        if (isCapturing)
+            attention()
+    }
+    onImplicitHeightChanged: {
+        if (isPending || error.length > 0)
+            attention()
+    }
+
     objectName: "hotkey-" + index
     implicitHeight: topHeight + (isPending ? (isPendingStacked ? noticeHeight + 38 : 38)
                                  : error.length > 0 ? noticeHeight + 10 : 0)

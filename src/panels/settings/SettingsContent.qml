@@ -10,6 +10,9 @@ Column {
     property ThemeTokens theme: Tokens.sheetDark
     property bool compact: false
 
+    /// An item of the content has something to show that may lie out of view.
+    signal attention(Item item)
+
     spacing: Tokens.space6
 
     Item {
@@ -125,6 +128,7 @@ Column {
 
         HotkeyList {
             id: hotkeys
+            onAttention: row => content.attention(row)
             width: parent.width
             settings: content.settings
             theme: content.theme

@@ -152,6 +152,8 @@ SheetHost {
             settings: sheet.settings
             theme: sheet.theme
             compact: sheet.compact
+            // Once what is new has its place.
+            onAttention: item => Qt.callLater(sheet.reveal, item)
         }
         Basic.ScrollBar.vertical: Basic.ScrollBar {
             id: bar
