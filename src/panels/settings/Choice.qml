@@ -12,6 +12,9 @@ Basic.AbstractButton {
     property string name
     property string hint
     readonly property bool chosen: group.current === index
+    /// Read by assistive programs.
+    readonly property bool isSwitch: true
+    readonly property bool isOn: chosen
 
     signal picked()
 

@@ -38,6 +38,7 @@ SheetHost {
         }
     }
 
+    objectName: "settingsSheet"
     name: qsTr("Settings")
     theme: Tokens.sheet(!settings.isLightTheme)
     onCloseRequested: {

@@ -1,0 +1,60 @@
+#pragma once
+
+#include "FakePageSurface.h"
+#include "app/NotificationCenter.h"
+#include "app/UserDefaults.h"
+#include "backend/SessionManager.h"
+#include "fakes/FakePlatform.h"
+#include "fakes/LogCapture.h"
+#include "hotkeys/HotkeyManager.h"
+#include "overlay/OverlayWindowController.h"
+#include "query/ProxyQueryService.h"
+#include "ui/Ui.h"
+
+#include <QNetworkAccessManager>
+#include <QPromise>
+#include <QQmlEngine>
+
+#include <memory>
+
+namespace quellora {
+
+/// The whole overlay over fakes, without a page engine.
+struct ControllerFixture
+{
+    explicit ControllerFixture(const VantiroConfig &given = {}) : config(given)
+    {
+        prepareQmlEngine(engine);
+        make();
+    }
+
+    void make()
+    {
+        auto pages = std::make_unique<FakePageSurface>();
+        surface = pages.get();
+        overlay = std::make_unique<OverlayWindowController>(
+            config, OverlayWindowController::Collaborators{
+                        platform, defaults, notifications, session, service, engine,
+                        std::move(pages), QUrl(), nullptr, BackendEndpoints("http://host"),
+                        [this] { return capture.future(); }, [this] { ++quits; }, hotkeys});
+    }
+
+    VantiroConfig config;
+    LogCapture log;
+    FakePlatform platform;
+    JsonUserDefaults defaults;
+    NotificationCenter notifications;
+    QNetworkAccessManager network;
+    AuthService auth{network, BackendEndpoints("http://host"), [] { return DeviceFields(); }};
+    SessionManager session{auth, notifications};
+    ProxyQueryService service{network, BackendEndpoints("http://host")};
+    HotkeyManager hotkeys{platform.hotkeys, &std::chrono::steady_clock::now,
+                          [](const QString &) {}};
+    QPromise<ScreenshotCapture::Outcome> capture;
+    QQmlEngine engine;
+    FakePageSurface *surface = nullptr;
+    int quits = 0;
+    std::unique_ptr<OverlayWindowController> overlay;
+};
+
+} // namespace quellora

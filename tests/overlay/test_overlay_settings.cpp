@@ -1,0 +1,320 @@
+#include "ControllerFixture.h"
+#include "overlay/PanelKeyMonitor.h"
+
+#include <QKeyEvent>
+#include <QSignalSpy>
+#include <QTest>
+
+using namespace quellora;
+
+namespace {
+
+constexpr auto threeKeys = Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier;
+const QString resumed = QStringLiteral("[HotkeyManager] Resumed all hotkeys after capture");
+
+struct Fixture : ControllerFixture
+{
+    using ControllerFixture::ControllerFixture;
+
+    SettingsModel &model() { return overlay->settings().model(); }
+    HotkeyRebinding &rebinding() { return overlay->settings().rebinding(); }
+    void start()
+    {
+        hotkeys.start(rebinding().hotkeysConfig());
+        overlay->show();
+        overlay->settingsMenuItemClicked();
+    }
+    /// A key goes down in the panel's window.
+    void press(quint32 scanCode, Qt::KeyboardModifiers modifiers, int key = Qt::Key_unknown)
+    {
+        QKeyEvent down(QEvent::KeyPress, key, modifiers, scanCode, 0, 0);
+        QCoreApplication::sendEvent(&overlay->panel(), &down);
+    }
+    QString lastScript() const { return surface->scripts.value(surface->scripts.size() - 1); }
+};
+
+} // namespace
+
+/// What the settings do to the overlay.
+class TestOverlaySettings : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void menuOpensThem()
+    {
+        Fixture f;
+        QVERIFY(f.overlay->menuModel().settingsAvailable());
+        f.overlay->show();
+        QTRY_VERIFY(!f.overlay->overlayModel().clickThroughRect().isEmpty());
+        Q_EMIT f.overlay->menuModel().settingsRequested();
+        QVERIFY(f.model().isOpen());
+        QVERIFY(f.platform.panel.clickThroughRect().isEmpty());
+        f.model().close();
+        QVERIFY(!f.model().isOpen());
+        QVERIFY(!f.platform.panel.clickThroughRect().isEmpty());
+    }
+
+    void theyHaveTheKeyboardWhileOpen()
+    {
+        Fixture f;
+        f.overlay->show();
+        f.platform.panel.calls.clear();
+        f.overlay->settingsMenuItemClicked();
+        f.overlay->settingsMenuItemClicked();
+        QCOMPARE(f.platform.panel.count("makeKey"), 1);
+        f.model().close();
+        QCOMPARE(f.platform.panel.count("resignKey"), 1);
+        f.overlay->settings().close();
+        QCOMPARE(f.platform.panel.count("resignKey"), 1);
+    }
+
+    void aKeyboardThatWasOursStays()
+    {
+        Fixture f;
+        f.overlay->panel().setFlag(Qt::WindowDoesNotAcceptFocus, false);
+        f.overlay->show();
+        f.overlay->panel().requestActivate();
+        QVERIFY(QTest::qWaitForWindowActive(&f.overlay->panel()));
+        f.overlay->settingsMenuItemClicked();
+        f.model().close();
+        QCOMPARE(f.platform.panel.count("makeKey"), 0);
+        QCOMPARE(f.platform.panel.count("resignKey"), 0);
+    }
+
+    void appearanceIsLiveAndStored()
+    {
+        Fixture f;
+        f.platform.systemAppearance.dark = true;
+        f.make();
+        QCOMPARE(f.model().appearanceMode(), "system");
+        QVERIFY(!f.model().isLightTheme());
+        f.model().chooseAppearance("light");
+        QCOMPARE(f.defaults.stringValue("com.quellora.app.appearance"), "light");
+        QVERIFY(f.model().isLightTheme());
+        QCOMPARE(f.overlay->overlayModel().appliedTheme(), AppTheme::Light);
+        QCOMPARE(f.overlay->panelsModel().appearanceMode(), "light");
+        QVERIFY(f.lastScript().contains("document.body.className = 'light'"));
+        f.model().chooseAppearance("dark");
+        QVERIFY(f.lastScript().contains("document.body.className = ''"));
+        // The desktop's changes count only while it is followed.
+        f.platform.systemAppearance.setDark(false);
+        QVERIFY(!f.model().isLightTheme());
+        f.model().chooseAppearance("system");
+        QVERIFY(f.model().isLightTheme());
+        f.platform.systemAppearance.setDark(true);
+        QVERIFY(!f.model().isLightTheme());
+        QCOMPARE(f.overlay->overlayModel().appliedTheme(), AppTheme::Dark);
+        QVERIFY(f.lastScript().contains("document.body.className = ''"));
+    }
+
+    void textColorIsLiveAndStored()
+    {
+        Fixture f;
+        f.defaults.setString("responseTextColorHex", "#FFFFFF");
+        f.make();
+        QCOMPARE(f.model().textColors()->chosenRow(), 1);
+        QCOMPARE(f.overlay->overlayModel().responseTextColor(), "#FFFFFF");
+        f.model().chooseTextColor(3);
+        QCOMPARE(f.defaults.stringValue("responseTextColorHex"), "#3ddc84");
+        QCOMPARE(f.model().textColors()->chosenRow(), 3);
+        QVERIFY(f.lastScript().contains("setProperty('--text', '#3ddc84')"));
+        f.model().chooseTextColor(0);
+        QVERIFY(!f.defaults.stringValue("responseTextColorHex"));
+        QVERIFY(f.lastScript().contains("removeProperty('--text')"));
+        QCOMPARE(f.overlay->overlayModel().responseTextColor(), QString());
+        f.model().setHexInput("ABCDEF");
+        f.model().commitHexInput();
+        QCOMPARE(f.defaults.stringValue("responseTextColorHex"), "#abcdef");
+    }
+
+    void aStoredTextThatIsNoColorCountsAsNone()
+    {
+        Fixture f;
+        f.defaults.setString("responseTextColorHex", "red;}");
+        f.make();
+        QCOMPARE(f.model().responseTextColorHex(), QString());
+        QCOMPARE(f.model().textColors()->chosenRow(), 0);
+    }
+
+    void modelIsSharedWithThePicker()
+    {
+        Fixture f;
+        AppConfigResponse account;
+        account.model = "m1";
+        account.availableModels = {{"m1", "One", "d"}, {"m2", "Two", "d"}};
+        f.overlay->resolveModelSelection(account);
+        QCOMPARE(f.model().selectedModelId(), "m1");
+        QCOMPARE(f.model().models()->count(), 2);
+        f.model().selectModel("m2");
+        QCOMPARE(f.defaults.stringValue("selectedModelId"), "m2");
+        QCOMPARE(f.overlay->orchestrator().selectedModelId(), "m2");
+        QCOMPARE(f.overlay->panelsModel().selectedModelId(), "m2");
+        QCOMPARE(f.model().selectedModelId(), "m2");
+        f.overlay->panelsModel().selectModel("m1");
+        QCOMPARE(f.model().selectedModelId(), "m1");
+    }
+
+    void switchesAreLiveAndStored()
+    {
+        Fixture f;
+        f.defaults.setBool("dontClearPromptAfterSendEnabled", true);
+        f.make();
+        QVERIFY(f.model().dontClearPromptAfterSendEnabled());
+        f.model().toggleDontClearPromptAfterSend();
+        f.model().toggleStartNewThreadPerSend();
+        QCOMPARE(f.defaults.boolValue("dontClearPromptAfterSendEnabled"), false);
+        QCOMPARE(f.defaults.boolValue("startNewThreadPerSendEnabled"), true);
+        QVERIFY(f.overlay->threads().startNewThreadPerSendEnabled());
+        QVERIFY(f.model().startNewThreadPerSendEnabled());
+        QVERIFY(!f.model().dontClearPromptAfterSendEnabled());
+    }
+
+    void helpOpensThePageOfTheBackend()
+    {
+        Fixture f;
+        f.model().openHelp();
+        QCOMPARE(f.platform.opened.urls, QList<QUrl>{QUrl("http://host/help")});
+    }
+
+    void whatCaptureExclusionLacksIsShown()
+    {
+        Fixture f;
+        QCOMPARE(f.model().captureNote(), QString());
+        f.platform.panel.exclusionAnswer = Capability::unsupported("cannot");
+        f.make();
+        QCOMPARE(f.model().captureNote(),
+                 "Other programs' screenshots and screen sharing show this panel.");
+    }
+
+    void recordedKeysChangeEveryDisplay()
+    {
+        Fixture f;
+        f.start();
+        f.platform.hotkeys.keyNames.insert(45, "k");
+        QTRY_VERIFY(f.surface->page().contains("Hit <kbd>Ctrl+Option+Cmd+C</kbd>"));
+        f.surface->finishLoad();
+        QSignalSpy panels(&f.overlay->panelsModel(), &BottomPanelsModel::hotkeysChanged);
+        f.model().hotkeyRows()->beginCapture(0);
+        f.press(45, threeKeys);
+        QCOMPARE(f.rebinding().hotkeysConfig().capture, "ctrl+alt+cmd+k");
+        QCOMPARE(f.overlay->panelsModel().captureHotkey(), "Ctrl+Option+Cmd+K");
+        QCOMPARE(panels.size(), 1);
+        QVERIFY(f.lastScript().contains("#ph kbd"));
+        QVERIFY(f.lastScript().contains("\"Ctrl+Option+Cmd+K\""));
+        QCOMPARE(f.defaults.stringDictionary("hotkeyBindings"),
+                 (QMap<QString, QString>{{"capture", "ctrl+alt+cmd+k"}}));
+        // Pages from now on have it in them.
+        f.overlay->clearContent();
+        QTRY_VERIFY(f.surface->page().contains("Hit <kbd>Ctrl+Option+Cmd+K</kbd>"));
+        // One that was on its way is put right when it is there.
+        f.model().hotkeyRows()->reset(0);
+        f.surface->finishLoad();
+        QVERIFY(f.lastScript().contains("\"Ctrl+Option+Cmd+C\""));
+    }
+
+    void keysAreTakenWhileRecordingOnly()
+    {
+        Fixture f;
+        f.start();
+        f.platform.hotkeys.keyNames.insert(45, "k");
+        f.platform.panel.calls.clear();
+        f.model().hotkeyRows()->beginCapture(1);
+        QCOMPARE(f.platform.panel.count("makeKey"), 1);
+        f.press(99, threeKeys); // a key without a name
+        f.press(45, {});
+        f.press(37, Qt::ControlModifier, Qt::Key_Control);
+        QVERIFY(f.rebinding().capturingHotkeyAction());
+        // Shortcuts of the window are overridden, releases go nowhere.
+        QKeyEvent override(QEvent::ShortcutOverride, Qt::Key_F6, Qt::NoModifier);
+        override.ignore();
+        QCoreApplication::sendEvent(f.overlay->panel().contentItem(), &override);
+        QVERIFY(override.isAccepted());
+        f.press(9, {}, Qt::Key_Escape);
+        QVERIFY(!f.rebinding().capturingHotkeyAction());
+        QVERIFY(f.model().isOpen());
+        QVERIFY(f.log.contains(resumed));
+        override.ignore();
+        QCoreApplication::sendEvent(f.overlay->panel().contentItem(), &override);
+        QVERIFY(!override.isAccepted());
+    }
+
+    void modifiersInTheRecordersTerms_data()
+    {
+        QTest::addColumn<Qt::KeyboardModifiers>("held");
+        QTest::addColumn<quint32>("flags");
+        QTest::newRow("none") << Qt::KeyboardModifiers() << 0U;
+        QTest::newRow("control") << Qt::KeyboardModifiers(Qt::ControlModifier)
+                                 << quint32(GlobalHotkeys::Control);
+        QTest::newRow("alt") << Qt::KeyboardModifiers(Qt::AltModifier)
+                             << quint32(GlobalHotkeys::Option);
+        QTest::newRow("super") << Qt::KeyboardModifiers(Qt::MetaModifier)
+                               << quint32(GlobalHotkeys::Command);
+        QTest::newRow("shift") << Qt::KeyboardModifiers(Qt::ShiftModifier)
+                               << quint32(GlobalHotkeys::Shift);
+        QTest::newRow("keypad and group do not count")
+            << (Qt::KeypadModifier | Qt::GroupSwitchModifier | Qt::AltModifier)
+            << quint32(GlobalHotkeys::Option);
+    }
+    void modifiersInTheRecordersTerms()
+    {
+        QFETCH(Qt::KeyboardModifiers, held);
+        QFETCH(quint32, flags);
+        FakeGlobalHotkeys names;
+        names.keyNames.insert(12, "3");
+        const QKeyEvent event(QEvent::KeyPress, Qt::Key_NumberSign, held, 12, 0, 0);
+        const KeyDown key = PanelKeyMonitor::keyDown(event, names);
+        QCOMPARE(key.modifiers, flags);
+        QCOMPARE(key.character, "3");
+        QVERIFY(!key.isEscape);
+    }
+
+    void recordingEndsWithTheSheetThePanelAndTheSession_data()
+    {
+        QTest::addColumn<QString>("end");
+        QTest::newRow("sheet") << "sheet";
+        QTest::newRow("panel") << "panel";
+        QTest::newRow("session") << "session";
+    }
+    void recordingEndsWithTheSheetThePanelAndTheSession()
+    {
+        QFETCH(QString, end);
+        Fixture f;
+        f.start();
+        f.model().hotkeyRows()->beginCapture(1);
+        QVERIFY(f.platform.hotkeys.registered.isEmpty());
+        f.log.clear();
+        if (end == "sheet")
+            f.model().close();
+        else if (end == "panel")
+            f.overlay->toggleVisibility();
+        else
+            f.overlay->closeWindow();
+        QVERIFY(!f.rebinding().capturingHotkeyAction());
+        QCOMPARE(f.log.lines.count(resumed), 1);
+        QCOMPARE(f.platform.hotkeys.registered.size(), 7);
+    }
+
+    void destructionWhileRecordingLetsGo()
+    {
+        Fixture f;
+        f.start();
+        f.model().hotkeyRows()->beginCapture(1);
+        f.overlay.reset();
+        QKeyEvent override(QEvent::ShortcutOverride, Qt::Key_F6, Qt::NoModifier);
+        override.ignore();
+        QCoreApplication::sendEvent(this, &override);
+        QVERIFY(!override.isAccepted());
+    }
+
+    void overridesAreInForceFromTheStart()
+    {
+        Fixture f;
+        f.defaults.setStringDictionary("hotkeyBindings", {{"capture", "ctrl+k"}});
+        f.make();
+        QCOMPARE(f.overlay->panelsModel().captureHotkey(), "Ctrl+K");
+        QTRY_VERIFY(f.surface->page().contains("Hit <kbd>Ctrl+K</kbd>"));
+    }
+};
+
+QTEST_MAIN(TestOverlaySettings)
+#include "test_overlay_settings.moc"
