@@ -59,7 +59,8 @@ public:
     virtual Capability orderFront(QWindow &window) = 0;
     /// Gives the window the keyboard focus, because the user pressed on something that takes text.
     virtual Capability makeKey(QWindow &window) = 0;
-    /// Gives the keyboard focus back to the window that had it before makeKey(); without effect when
+    /// Gives the keyboard focus back to the window that had it before makeKey(); without effect
+    /// when
     /// @p window does not have it.
     virtual void resignKey(QWindow &window) = 0;
     /// Whether translucent windows are composited; the panel is drawn opaque and square otherwise.

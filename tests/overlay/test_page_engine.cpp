@@ -39,6 +39,8 @@ private slots:
     void bridgeCannotBeReplaced();
     void scrollCommandsMoveThePage();
     void themeAndAlphaReachThePage();
+    void ownTextColorIsChangedLiveInBothThemes();
+    void captureHotkeyOfTheHintIsChangedLive();
     void streamedAnswerEqualsAWholeRender();
     void dotsHideOnTheFirstChunk();
     void linkOpensOutside_data();
@@ -297,6 +299,49 @@ void TestPageEngine::themeAndAlphaReachThePage()
             .toInt(),
         1);
     QVERIFY(!m_engine->text(codeColor).isEmpty());
+}
+
+void TestPageEngine::ownTextColorIsChangedLiveInBothThemes()
+{
+    const QString color = QStringLiteral("getComputedStyle(document.body).color");
+    const QString own = QStringLiteral("rgb(136, 153, 170)");
+    const QString green = QStringLiteral("rgb(0, 255, 0)");
+    for (const AppTheme theme : {AppTheme::Dark, AppTheme::Light}) {
+        const QString plain = theme == AppTheme::Dark ? QStringLiteral("rgb(232, 232, 234)")
+                                                      : QStringLiteral("rgb(28, 30, 36)");
+        m_display->setAppliedTheme(theme);
+        // In the page from the start, then another one, then none.
+        m_display->setResponseTextColorHex(QStringLiteral("#8899aa"));
+        QVERIFY(finished(m_display->loadContent(sample)));
+        ENGINE_TRY_COMPARE(m_engine->text(color), own);
+        m_display->setResponseTextColorHex(QStringLiteral("#00ff00"));
+        m_display->applyTheme();
+        ENGINE_TRY_COMPARE(m_engine->text(color), green);
+        m_display->setResponseTextColorHex(std::nullopt);
+        m_display->applyTheme();
+        ENGINE_TRY_COMPARE(m_engine->text(color), plain);
+        // In a page without one.
+        QVERIFY(finished(m_display->loadContent(sample)));
+        QCOMPARE(m_engine->text(color), plain);
+        m_display->setResponseTextColorHex(QStringLiteral("#8899aa"));
+        m_display->applyTheme();
+        ENGINE_TRY_COMPARE(m_engine->text(color), own);
+    }
+    // It follows the page into the other theme.
+    m_display->setAppliedTheme(AppTheme::Dark);
+    m_display->applyTheme();
+    ENGINE_TRY_COMPARE(m_engine->text(color), own);
+}
+
+void TestPageEngine::captureHotkeyOfTheHintIsChangedLive()
+{
+    const QString key = QStringLiteral("document.querySelector('#ph kbd').textContent");
+    m_display->setCaptureHotkey(QStringLiteral("Ctrl+Option+Cmd+C"));
+    QVERIFY(finished(m_display->loadContent(QString())));
+    QCOMPARE(m_engine->text(key), QStringLiteral("Ctrl+Option+Cmd+C"));
+    m_display->setCaptureHotkey(QStringLiteral("Ctrl+\"</script>\\"));
+    m_display->pushCaptureHotkey();
+    QCOMPARE(m_engine->text(key), QStringLiteral("Ctrl+\"</script>\\"));
 }
 
 void TestPageEngine::streamedAnswerEqualsAWholeRender()

@@ -161,6 +161,9 @@ void TestPageText::scripts()
              QStringLiteral("(function(){var extent=Math.max(1, document.body.scrollHeight-"
                             "document.body.clientHeight); document.body.scrollTop = extent * 1.0;"
                             "})();"));
+    QCOMPARE(captureHotkeyScript(QStringLiteral("Ctrl+\"'\\")),
+             QStringLiteral("(function(){var key=document.querySelector('#ph kbd');"
+                            "if(key){key.textContent=[\"Ctrl+\\\"'\\\\\"][0];}})();"));
     QCOMPARE(pillAlphaScript(1),
              QStringLiteral("document.documentElement.style.setProperty('--pill-alpha', '0');"
                             "document.documentElement.style.setProperty('--code-alpha', '0.15');"));

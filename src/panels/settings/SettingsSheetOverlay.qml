@@ -13,6 +13,7 @@ SheetHost {
     /// The control that leads here.
     property Item opener
     property bool byKeyboard: false
+    property bool isFocusDue: false
     readonly property Item firstControl: closeButton
     readonly property int pad: compact ? Tokens.space3 : Tokens.space5
     readonly property int headerHeight: compact ? 40 : 48
@@ -20,8 +21,12 @@ SheetHost {
     /// It has closed and is no longer seen.
     signal closed()
 
-    function takeFocus(reason) {
-        closeButton.forceActiveFocus(reason)
+    /// Once it can be taken: what is hidden or disabled takes no focus.
+    function takeFocus() {
+        if (!isFocusDue || !visible || !enabled)
+            return
+        isFocusDue = false
+        closeButton.forceActiveFocus(byKeyboard ? Qt.TabFocusReason : Qt.OtherFocusReason)
     }
     /// Brings an item of the content into view.
     function reveal(item) {
@@ -46,15 +51,19 @@ SheetHost {
         settings.close()
     }
     onOpenChanged: {
+        isFocusDue = open
         if (open) {
-            takeFocus(opener && opener.visualFocus ? Qt.TabFocusReason : Qt.OtherFocusReason)
+            byKeyboard = opener !== null && opener.visualFocus
+            takeFocus()
             return
         }
         // Before the sheet is disabled, which would take the focus from it.
         if (opener && sheet.activeFocus)
             opener.forceActiveFocus(byKeyboard ? Qt.TabFocusReason : Qt.OtherFocusReason)
     }
+    onEnabledChanged: takeFocus()
     onVisibleChanged: {
+        takeFocus()
         if (!visible && !open)
             closed()
     }
