@@ -3,14 +3,7 @@
 // host changes live, and the body takes it from there.
 (() => {
     'use strict';
-    const root = document.documentElement;
-    const style = new CSSStyleSheet();
-    style.replaceSync('html[data-own-text] body { --text: inherit !important; }');
-    document.adoptedStyleSheets = [...document.adoptedStyleSheets, style];
-
-    const note = () =>
-        root.toggleAttribute('data-own-text', root.style.getPropertyValue('--text') !== '');
-    const lift = () => {
+    const lift = root => {
         const sheet = document.querySelector('head > style')?.sheet;
         const rules = sheet ? [...sheet.cssRules] : [];
         const at = rules.findIndex(rule => rule.selectorText === ':root'
@@ -23,9 +16,16 @@
             root.style.setProperty('--text', rules[at].style.getPropertyValue('--text'));
         sheet.deleteRule(at);
     };
-    new MutationObserver(note).observe(root, { attributeFilter: ['style'] });
+    // The root element does not exist before.
     document.addEventListener('DOMContentLoaded', () => {
-        lift();
+        const root = document.documentElement;
+        const style = new CSSStyleSheet();
+        style.replaceSync('html[data-own-text] body { --text: inherit !important; }');
+        document.adoptedStyleSheets = [...document.adoptedStyleSheets, style];
+        const note = () =>
+            root.toggleAttribute('data-own-text', root.style.getPropertyValue('--text') !== '');
+        lift(root);
         note();
+        new MutationObserver(note).observe(root, { attributeFilter: ['style'] });
     });
 })();
