@@ -15,6 +15,8 @@ Basic.AbstractButton {
     /// Name for assistive programs where the visible words are elsewhere.
     property string name: text
 
+    /// Read by assistive programs.
+    readonly property int role: Accessible.CheckBox
     readonly property real share: enabled ? 1 : Tokens.disabledOpacity
 
     function flip() {
@@ -92,7 +94,7 @@ Basic.AbstractButton {
     Keys.onReturnPressed: control.flip()
     Keys.onEnterPressed: control.flip()
 
-    Accessible.role: Accessible.CheckBox
+    Accessible.role: role
     Accessible.name: control.name
     Accessible.description: control.tooltip
     Accessible.checkable: true

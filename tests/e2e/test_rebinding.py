@@ -32,29 +32,30 @@ class Holder:
 
 
 class RebindingTest(SignedInCase):
+    """One program whose settings stay open from test to test."""
+
     def setUp(self):
-        super().setUp()
+        self.apps = [self.shared_app]
+        self.addCleanup(self._keep_evidence)
         self.window = self.other_window()
         self.open_settings()
-        self.addCleanup(self.close_settings)
+        self.addCleanup(self.restore)
 
     def open_settings(self):
         app = self.shared_app
-        app.access.press("Menu")
-        app.access.press("Settings")
-        app.access.wait_for("Response text color")
+        if app.access.find("Reset all hotkeys") is None:
+            app.access.press("Menu")
+            app.access.press("Settings")
+        app.access.wait_for("Reset all hotkeys")
 
-    def close_settings(self):
-        """Leaves the next test the bindings of the file and a closed sheet."""
+    def restore(self):
+        """Leaves the next test the bindings of the file."""
         app = self.shared_app
-        if app.access.find("Response text color") is None:
-            self.open_settings()
+        self.open_settings()
         mark = app.mark()
         app.access.press("Reset all hotkeys")
         app.wait_for_line(PREFIX + "All hotkeys reset to config.json defaults, persisted + "
                           "re-registered live", since=mark)
-        self.press_close()
-        app.access.wait_gone("Response text color")
 
     def press_close(self):
         """The sheet's own button, not that of the window."""
@@ -123,11 +124,11 @@ class RebindingTest(SignedInCase):
         self.assertEqual([line for line in app.lines_since(mark) if "Fired" in line], [])
         self.assertEqual(self.window.events("key", since=document), [])
         self.assertEqual(len(self.shared_server.requests(QUERY)), server_before)
-        self.assertIsNotNone(app.access.find("Response text color"), "Escape closed the sheet")
+        self.assertIsNotNone(app.access.find("Reset all hotkeys"), "Escape closed the sheet")
         app.hotkey("ctrl+alt+super+[", "Opacity Down")
         # The next Escape is for the sheet, and the keyboard goes back to the document.
         self.desktop.press("escape")
-        app.access.wait_gone("Response text color")
+        app.access.wait_gone("Reset all hotkeys")
         wait_until(lambda: self.desktop.focus_window() == self.window.window_id,
                    what="the document to have the keyboard again")
 
@@ -198,7 +199,7 @@ class RebindingTest(SignedInCase):
             mark = self.record(CLEAR, "Ctrl+Option+Cmd+X")
             self.press_close()
             app.wait_for_line(resumed, since=mark)
-            app.access.wait_gone("Response text color")
+            app.access.wait_gone("Reset all hotkeys")
             self.open_settings()
         with self.subTest("hidden panel"):
             mark = self.record(CLEAR, "Ctrl+Option+Cmd+X")

@@ -13,6 +13,7 @@ Basic.AbstractButton {
     property string hint
     readonly property bool chosen: group.current === index
     /// Read by assistive programs.
+    readonly property int role: Accessible.RadioButton
     readonly property bool isSwitch: true
     readonly property bool isOn: chosen
 
@@ -52,7 +53,7 @@ Basic.AbstractButton {
         event.accepted = true
     }
 
-    Accessible.role: Accessible.RadioButton
+    Accessible.role: role
     Accessible.name: choice.name
     Accessible.description: choice.hint
     Accessible.checkable: true

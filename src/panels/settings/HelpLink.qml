@@ -7,6 +7,8 @@ Basic.AbstractButton {
     id: link
 
     property ThemeTokens theme: Tokens.sheetDark
+    /// Read by assistive programs.
+    readonly property int role: Accessible.Link
 
     implicitWidth: words.implicitWidth
     implicitHeight: 28
@@ -45,7 +47,7 @@ Basic.AbstractButton {
     Keys.onReturnPressed: link.clicked()
     Keys.onEnterPressed: link.clicked()
 
-    Accessible.role: Accessible.Link
+    Accessible.role: role
     Accessible.name: link.text
     Accessible.onPressAction: link.clicked()
 }
