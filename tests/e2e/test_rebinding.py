@@ -46,6 +46,8 @@ class RebindingTest(SignedInCase):
         if app.access.find("Reset all hotkeys") is None:
             app.access.press("Menu")
             app.access.press("Settings")
+            app.access.wait_for("Response text color")
+            self.desktop.press("end")
         app.access.wait_for("Reset all hotkeys")
 
     def restore(self):
@@ -220,6 +222,8 @@ class KeptTest(E2ECase):
         app.hotkey("ctrl+alt+m", "Clear")
         app.access.press("Menu")
         app.access.press("Settings")
+        app.access.wait_for("Response text color")
+        self.desktop.press("end")
         app.access.wait_for(f"{CLEAR}, Ctrl+Option+M")
         app.access.wait_for("Start a new thread, Ctrl+Option+N")
         app.access.press("Reset all hotkeys")

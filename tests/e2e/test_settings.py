@@ -142,6 +142,7 @@ class SettingsTest(SheetMixin, SignedInCase):
         app = self.shared_app
         self.open_settings(app)
         app.access.wait_for("Other programs' screenshots and screen sharing show this panel.")
+        self.desktop.press("end")
         app.access.press("Need help? See the Help docs ↗")
         wait_until(lambda: f"{self.shared_server.url}/help" in app.opened(), what="the help page")
 

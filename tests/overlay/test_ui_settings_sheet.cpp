@@ -461,6 +461,10 @@ private Q_SLOTS:
         QVERIFY(scrolled() > 200);
         key(Qt::Key_PageUp);
         QCOMPARE(scrolled(), 0);
+        key(Qt::Key_End);
+        QVERIFY(shownShare("helpLink") > 0.999);
+        key(Qt::Key_Home);
+        QCOMPARE(scrolled(), 0);
         wheel("settingsScroll", {}, {0, -24000});
         const double end = scrolled();
         // A taller panel leaves no gap below the end.

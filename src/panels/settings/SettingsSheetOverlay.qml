@@ -82,6 +82,12 @@ SheetHost {
         case Qt.Key_Down:
             scroll.scrollBy(40)
             break
+        case Qt.Key_Home:
+            scroll.scrollBy(-scroll.range)
+            break
+        case Qt.Key_End:
+            scroll.scrollBy(scroll.range)
+            break
         default:
             return
         }
