@@ -5,6 +5,7 @@
 #include "app/UserDefaults.h"
 #include "backend/SessionManager.h"
 #include "fakes/FakePlatform.h"
+#include "fakes/FakeThreadLibrary.h"
 #include "fakes/LogCapture.h"
 #include "hotkeys/HotkeyManager.h"
 #include "overlay/OverlayWindowController.h"
@@ -33,10 +34,11 @@ struct ControllerFixture
         auto pages = std::make_unique<FakePageSurface>();
         surface = pages.get();
         overlay = std::make_unique<OverlayWindowController>(
-            config, OverlayWindowController::Collaborators{
-                        platform, defaults, notifications, session, service, engine,
-                        std::move(pages), QUrl(), nullptr, BackendEndpoints("http://host"),
-                        [this] { return capture.future(); }, [this] { ++quits; }, hotkeys});
+            config,
+            OverlayWindowController::Collaborators{
+                platform, defaults, notifications, session, service, engine, std::move(pages),
+                QUrl(), nullptr, BackendEndpoints("http://host"),
+                [this] { return capture.future(); }, [this] { ++quits; }, hotkeys, &library});
     }
 
     VantiroConfig config;
@@ -50,6 +52,7 @@ struct ControllerFixture
     ProxyQueryService service{network, BackendEndpoints("http://host")};
     HotkeyManager hotkeys{platform.hotkeys, &std::chrono::steady_clock::now,
                           [](const QString &) {}};
+    FakeThreadLibrary library;
     QPromise<ScreenshotCapture::Outcome> capture;
     QQmlEngine engine;
     FakePageSurface *surface = nullptr;

@@ -54,6 +54,24 @@ private Q_SLOTS:
         QVERIFY(!f.platform.panel.clickThroughRect().isEmpty());
     }
 
+    void oneSheetAtATime()
+    {
+        Fixture f;
+        f.overlay->show();
+        Q_EMIT f.overlay->menuModel().historyRequested();
+        QVERIFY(f.overlay->history()->controller().isHistorySidebarOpen());
+        Q_EMIT f.overlay->menuModel().settingsRequested();
+        QVERIFY(!f.overlay->history()->controller().isHistorySidebarOpen());
+        QVERIFY(f.model().isOpen());
+        QVERIFY(f.platform.panel.clickThroughRect().isEmpty());
+        f.model().hotkeyRows()->beginCapture(1);
+        Q_EMIT f.overlay->menuModel().historyRequested();
+        QVERIFY(!f.model().isOpen());
+        QVERIFY(!f.rebinding().capturingHotkeyAction());
+        QVERIFY(f.overlay->history()->controller().isHistorySidebarOpen());
+        QVERIFY(f.platform.panel.clickThroughRect().isEmpty());
+    }
+
     void theyHaveTheKeyboardWhileOpen()
     {
         Fixture f;
