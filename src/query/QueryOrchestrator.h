@@ -81,9 +81,6 @@ public:
     /// The question of the answer on show; empty when none is under way.
     QString shownPrompt() const;
 
-    /// The text to send: @p fieldText wrapped with the thread's notes and earlier turns.
-    static QString contextAugmentedPrompt(const QString &fieldText, const CaptureSession &session);
-
 Q_SIGNALS:
     void activityChanged();
     /// A capture succeeded (the first-launch hint has done its work).

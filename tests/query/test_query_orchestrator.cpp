@@ -1,4 +1,5 @@
 #include "OrchestratorFixture.h"
+#include "query/ContextPrompt.h"
 
 using namespace quellora;
 
@@ -17,21 +18,21 @@ private Q_SLOTS:
     {
         CaptureSession session = CaptureSession::create();
         session.addScreenshot("x", session.createdAt);
-        QCOMPARE(QueryOrchestrator::contextAugmentedPrompt("Explain", session), "Explain");
+        QCOMPARE(contextAugmentedPrompt("Explain", session), "Explain");
     }
 
     void contextPromptHoldsNotesAndTurns()
     {
         CaptureSession session = CaptureSession::create();
         session.addNote("use metric");
-        QCOMPARE(QueryOrchestrator::contextAugmentedPrompt("Explain it", session),
+        QCOMPARE(contextAugmentedPrompt("Explain it", session),
                  "Notes:\n- use metric\n\nCurrent message:\nExplain it");
         session.addTurn("What is this?", "A chart.", session.createdAt);
-        QCOMPARE(QueryOrchestrator::contextAugmentedPrompt("Explain it", session),
+        QCOMPARE(contextAugmentedPrompt("Explain it", session),
                  "Notes:\n- use metric\n\nPrevious conversation:\nUser: What is this?\nAssistant: "
                  "A chart.\n\nCurrent message:\nExplain it");
         session.notes.clear();
-        QCOMPARE(QueryOrchestrator::contextAugmentedPrompt("E", session),
+        QCOMPARE(contextAugmentedPrompt("E", session),
                  "Previous conversation:\nUser: What is this?\nAssistant: A chart.\n\nCurrent "
                  "message:\nE");
     }
