@@ -38,6 +38,7 @@ Application::Application(std::unique_ptr<SingleInstance> instance)
     , m_saver(m_store)
     , m_library(m_store, m_saver)
     , m_logShipper(m_network, m_endpoints.logsUpload())
+    , m_statusBar(m_platform->statusArea())
     , m_delegate(std::make_unique<AppDelegate>(collaborators()))
 {
     m_session.setHeartbeatStopper([this] { m_heartbeat.stop(); });
@@ -120,7 +121,7 @@ std::unique_ptr<OverlayPresenter> Application::makeOverlay(const VantiroConfig &
             [tool = m_platform->captureTool()] {
                 return ScreenshotCapture::captureInBackground(tool);
             },
-            &QCoreApplication::quit, m_hotkeys, &m_library});
+            &QCoreApplication::quit, m_hotkeys, &m_library, &m_permissions});
 }
 
 std::unique_ptr<MenuBarController> Application::makeMenuBar()

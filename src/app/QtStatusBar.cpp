@@ -1,5 +1,7 @@
 #include "app/QtStatusBar.h"
 
+#include "platform/Platform.h"
+
 #include <QAction>
 #include <QFile>
 #include <QIcon>
@@ -53,21 +55,22 @@ QIcon renderSymbol(const QString &path)
 class QtStatusItem : public StatusItem
 {
 public:
-    ~QtStatusItem() override { m_icon.hide(); }
+    explicit QtStatusItem(StatusArea &area) : m_area(area)
+    {
+        m_area.onChanged([this] { show(); });
+    }
+    ~QtStatusItem() override { m_area.onChanged({}); }
 
-    bool hasButton() const override { return QSystemTrayIcon::isSystemTrayAvailable(); }
+    bool hasButton() const override { return m_area.isAvailable(); }
 
     bool setSymbol(const QString &symbolName, const QString &description) override
     {
         const QString path = symbolFile(symbolName);
         if (path.isEmpty())
             return false;
-        const QIcon icon = renderSymbol(path);
-        if (icon.isNull())
-            return false;
-        m_icon.setIcon(icon);
-        m_icon.setToolTip(description);
-        return true;
+        m_icon = renderSymbol(path);
+        m_description = description;
+        return !m_icon.isNull();
     }
 
     void setMenu(const QList<StatusMenuItem> &items) override
@@ -83,21 +86,36 @@ public:
             if (item.action)
                 QObject::connect(action, &QAction::triggered, &m_menu, item.action);
         }
-        m_icon.setContextMenu(&m_menu);
-        // Without an image there is nothing to see or to press.
-        m_icon.setVisible(!m_icon.icon().isNull());
+        show();
     }
 
 private:
+    /// The toolkit decides once which protocol it speaks, so the item is made only when there is a
+    /// tray to speak to. From then on the toolkit itself follows the tray's comings and goings.
+    void show()
+    {
+        // Without an image there is nothing to see or to press.
+        if (m_item || !m_area.isAvailable() || m_icon.isNull() || m_menu.isEmpty())
+            return;
+        m_item = std::make_unique<QSystemTrayIcon>(m_icon);
+        m_item->setToolTip(m_description);
+        m_item->setContextMenu(&m_menu);
+        m_item->show();
+    }
+
+    StatusArea &m_area;
+    QIcon m_icon;
+    QString m_description;
     QMenu m_menu;
-    QSystemTrayIcon m_icon;
+    /// After the menu, which it shows.
+    std::unique_ptr<QSystemTrayIcon> m_item;
 };
 
 } // namespace
 
 std::unique_ptr<StatusItem> QtStatusBar::makeItem()
 {
-    return std::make_unique<QtStatusItem>();
+    return std::make_unique<QtStatusItem>(m_area);
 }
 
 } // namespace quellora

@@ -2,6 +2,7 @@
 
 #include "app/Log.h"
 #include "app/NotificationCenter.h"
+#include "app/PermissionChecker.h"
 #include "app/Text.h"
 #include "app/UserDefaults.h"
 #include "backend/SessionManager.h"
@@ -58,6 +59,14 @@ OverlayWindowController::OverlayWindowController(const VantiroConfig &config,
     wireState();
     connect(&m_with.notifications, &NotificationCenter::configDidUpdate, this,
             &OverlayWindowController::handleConfigDidUpdate);
+    connect(qGuiApp, &QGuiApplication::applicationStateChanged, this,
+            [this](Qt::ApplicationState state) {
+                if (state == Qt::ApplicationActive)
+                    handleAppDidBecomeActive();
+            });
+    if (m_with.permissions)
+        connect(m_with.permissions, &PermissionChecker::pendingAdminMessageChanged, this,
+                &OverlayWindowController::startupMessageChanged);
     log(QStringLiteral("init complete"));
 }
 
@@ -333,17 +342,44 @@ void OverlayWindowController::setCurrentAdminMessage(
     m_messages.setCurrentAdminMessage(message);
 }
 
-void OverlayWindowController::handleConfigDidUpdate(const AppConfigResponse &config)
+void OverlayWindowController::applyConfig(const AppConfigResponse &config)
 {
-    updateUsage(config.tokensUsed, config.tokenCap);
+    const QueryOrchestrator::Activity activity = m_orchestrator->activity();
+    const bool isAnswering = activity == QueryOrchestrator::Activity::Waiting ||
+                             activity == QueryOrchestrator::Activity::Streaming;
+    using Page = ServiceMessages::OutOfCreditsPage;
+    m_messages.updateUsage(config.tokensUsed, config.tokenCap,
+                           isAnswering ? Page::Withhold : Page::Show);
     resolveModelSelection(config);
-    const auto &shown = m_messages.currentAdminMessage();
-    // A message made here speaks of this machine or of a refusal the backend's record does not
-    // know about; an operator's message replaces it, its absence does not.
-    const bool isLocal = shown && (shown->id.startsWith(QLatin1String("local_")) ||
-                                   shown->id == QLatin1String("startup-permission-issues"));
-    if (config.adminMessage || !isLocal)
+    if (config.adminMessage) {
         m_messages.setCurrentAdminMessage(config.adminMessage);
+        return;
+    }
+    // A message made here speaks of a refusal that the backend's record does not know about. Where
+    // nothing else is to be said, the problems found at start-up are, while they last.
+    const auto &shown = m_messages.currentAdminMessage();
+    if (!shown || !shown->id.startsWith(QLatin1String("local_")))
+        m_messages.setCurrentAdminMessage(
+            m_with.permissions ? m_with.permissions->pendingAdminMessage() : std::nullopt);
+}
+
+void OverlayWindowController::handleAppDidBecomeActive()
+{
+    if (m_with.permissions)
+        m_with.permissions->retest();
+}
+
+void OverlayWindowController::startupMessageChanged()
+{
+    const auto &shown = m_messages.currentAdminMessage();
+    if (shown && shown->id != QLatin1String(PermissionChecker::messageId))
+        return;
+    // Beneath it the backend's own message may have waited.
+    const auto &config = m_with.session.currentConfig();
+    const auto &pending = m_with.permissions->pendingAdminMessage();
+    m_messages.setCurrentAdminMessage(pending  ? pending
+                                      : config ? config->adminMessage
+                                               : std::nullopt);
 }
 
 void OverlayWindowController::refreshMessages()

@@ -30,6 +30,7 @@ namespace quellora {
 class HotkeyManager;
 class NotificationCenter;
 class PageSurface;
+class PermissionChecker;
 class Platform;
 class ProxyQueryService;
 class SessionManager;
@@ -64,6 +65,8 @@ public:
         HotkeyManager &hotkeys;
         /// The threads kept on disk; without it there is no History.
         ThreadLibrary *library = nullptr;
+        /// Problems found at start-up; may be null.
+        PermissionChecker *permissions = nullptr;
     };
 
     OverlayWindowController(const VantiroConfig &config, Collaborators collaborators);
@@ -87,7 +90,10 @@ public:
     void handleZoomButton() { m_placement.handleZoomButton(); }
     void toggleHamburgerMenu();
     void settingsMenuItemClicked() { m_settings.open(); }
-    void handleConfigDidUpdate(const AppConfigResponse &config);
+    /// A refreshed configuration has arrived.
+    void handleConfigDidUpdate(const AppConfigResponse &config) { applyConfig(config); }
+    /// The user has turned to the program, perhaps after granting what it lacked.
+    void handleAppDidBecomeActive();
 
     bool isVisible() const { return m_isVisible; }
     NonFocusPanel &panel() { return m_panel; }
@@ -108,6 +114,8 @@ private:
     void wireOverlay();
     void wirePanels();
     void wireState();
+    void applyConfig(const AppConfigResponse &config);
+    void startupMessageChanged();
     void applyOpacity(double alpha);
     void refreshMessages();
     void refreshThread();

@@ -116,6 +116,8 @@ public:
     virtual bool isScreenRecordingGranted() const = 0;
     /// May show the system's own prompt.
     virtual void requestScreenRecording() = 0;
+    /// Called on the main thread whenever an answer changes, as far as the system tells.
+    virtual void onChanged(std::function<void()> handler) = 0;
 };
 
 /// The system's light or dark appearance.
@@ -135,6 +137,17 @@ public:
     virtual ~Workspace() = default;
     virtual Capability openUrl(const QUrl &url) = 0;
     virtual Capability openFile(const QString &path) = 0;
+};
+
+/// The desktop's place for status items.
+class StatusArea
+{
+public:
+    virtual ~StatusArea() = default;
+    /// Whether there is one now.
+    virtual bool isAvailable() const = 0;
+    /// Called on the main thread whenever isAvailable() changes.
+    virtual void onChanged(std::function<void()> handler) = 0;
 };
 
 /// Application-level integration.
@@ -177,6 +190,7 @@ public:
     virtual Permissions &permissions() = 0;
     virtual Appearance &appearance() = 0;
     virtual Workspace &workspace() = 0;
+    virtual StatusArea &statusArea() = 0;
     virtual ApplicationShell &shell() = 0;
     virtual DeviceInfo &deviceInfo() = 0;
     virtual CaptureTool captureTool() const = 0;

@@ -206,12 +206,12 @@ bool ServiceMessages::isBlocked() const
     return m_capExceeded || m_forceUpdateRequired || isBlockingOnShow() || isExhausted();
 }
 
-void ServiceMessages::updateUsage(qint64 tokensUsed, qint64 tokenCap)
+void ServiceMessages::updateUsage(qint64 tokensUsed, qint64 tokenCap, OutOfCreditsPage page)
 {
     const bool wasExhausted = isExhausted();
     m_tokensUsed = tokensUsed;
     m_tokenCap = tokenCap;
-    if (!wasExhausted && isExhausted()) {
+    if (!wasExhausted && isExhausted() && page == OutOfCreditsPage::Show) {
         m_display.loadContent(
             QStringLiteral("## Out of Credits\n\nYou're out of credits. Upgrade to keep going."));
         m_display.showWindow();

@@ -64,7 +64,14 @@ public:
     /// The backend refused the query; its own text is logged, never shown.
     void handleServerMessage(const QString &message);
     void handleProtectedContentCapture();
-    void updateUsage(qint64 tokensUsed, qint64 tokenCap);
+    /// What happens to the response area when the credits turn out to be spent.
+    enum class OutOfCreditsPage {
+        Show,
+        /// An answer is being written there: it must not be lost.
+        Withhold,
+    };
+    void updateUsage(qint64 tokensUsed, qint64 tokenCap,
+                     OutOfCreditsPage page = OutOfCreditsPage::Show);
 
     /// Queries are refused.
     bool isBlocked() const;

@@ -110,15 +110,6 @@ public:
     Capability activate(QWindow &) override { return Capability::applied(); }
 };
 
-class ScriptedPermissions : public Permissions
-{
-public:
-    bool isAccessibilityTrusted() const override { return trusted; }
-    bool isScreenRecordingGranted() const override { return true; }
-    void requestScreenRecording() override {}
-    bool trusted = true;
-};
-
 AppConfigResponse account()
 {
     AppConfigResponse config;
@@ -182,7 +173,7 @@ struct Fixture
     AuthService auth{network, BackendEndpoints("http://host"), [] { return DeviceFields(); }};
     SessionManager session{auth, notifications};
     HeartbeatService heartbeat{session, notifications, [] { return nullptr; }};
-    ScriptedPermissions systemPermissions;
+    FakePermissions systemPermissions;
     PermissionChecker permissions{systemPermissions};
     FakeGlobalHotkeys globalHotkeys;
     HotkeyManager hotkeys{globalHotkeys, &std::chrono::steady_clock::now,
@@ -300,7 +291,7 @@ private Q_SLOTS:
     void localProblemGoesBeforeTheServersMessage()
     {
         Fixture f;
-        f.systemPermissions.trusted = false;
+        f.systemPermissions.accessibility = false;
         f.launch();
         AppConfigResponse config = account();
         config.adminMessage = AdminMessagePayload{"server", "BLOCKING", "h", "b", {}, {}, {}};

@@ -2,25 +2,12 @@
 #include "fakes/FakePlatform.h"
 #include "fakes/LogCapture.h"
 
+#include <QSignalSpy>
 #include <QTest>
 
 using namespace quellora;
 
-namespace {
-
-class ScriptedPermissions : public Permissions
-{
-public:
-    bool isAccessibilityTrusted() const override { return trusted; }
-    bool isScreenRecordingGranted() const override { return granted; }
-    void requestScreenRecording() override { ++requests; }
-
-    bool trusted = true;
-    bool granted = true;
-    int requests = 0;
-};
-
-} // namespace
+namespace {} // namespace
 
 class TestPermissions : public QObject
 {
@@ -28,7 +15,7 @@ class TestPermissions : public QObject
 private Q_SLOTS:
     void grantedPermissionsLeaveNoMessage()
     {
-        ScriptedPermissions system;
+        FakePermissions system;
         PermissionChecker checker(system);
         LogCapture log;
         checker.checkAccessibility();
@@ -43,9 +30,9 @@ private Q_SLOTS:
 
     void missingPermissionsGrowOneMessage()
     {
-        ScriptedPermissions system;
-        system.trusted = false;
-        system.granted = false;
+        FakePermissions system;
+        system.accessibility = false;
+        system.screenRecording = false;
         PermissionChecker checker(system);
         LogCapture log;
         checker.checkAccessibility();
@@ -67,6 +54,64 @@ private Q_SLOTS:
         QCOMPARE(system.requests, 1);
         QVERIFY(log.contains("[PermissionChecker] Accessibility permission trusted: false"));
         QVERIFY(log.contains("[PermissionChecker] Screen Recording permission granted: false"));
+    }
+
+    void grantedLaterWithdrawsItsLineAndKeepsTheOthers()
+    {
+        FakePermissions system;
+        system.accessibility = false;
+        system.screenRecording = false;
+        PermissionChecker checker(system);
+        checker.checkAccessibility();
+        checker.addProblem("a hot key");
+        checker.checkScreenRecording();
+        QSignalSpy changes(&checker, &PermissionChecker::pendingAdminMessageChanged);
+        LogCapture log;
+        checker.retest();
+        QCOMPARE(changes.count(), 0);
+        QCOMPARE(checker.problemLines().size(), 3);
+
+        system.screenRecording = true;
+        checker.retest();
+        QCOMPARE(changes.count(), 1);
+        QCOMPARE(checker.problemLines().size(), 2);
+        QCOMPARE(checker.problemLines().last(), "a hot key");
+        QCOMPARE(checker.pendingAdminMessage()->headerText, "Startup issues");
+        QCOMPARE(log.lines, QStringList{"[PermissionChecker] Screen Recording permission granted: "
+                                        "true"});
+
+        system.accessibility = true;
+        checker.retest();
+        QCOMPARE(checker.pendingAdminMessage()->headerText, "Startup issue");
+        QCOMPARE(checker.pendingAdminMessage()->bodyMarkdown, "a hot key");
+        checker.retest();
+        QCOMPARE(changes.count(), 2);
+        QCOMPARE(system.requests, 1);
+    }
+
+    void answerOfTheSystemWithdrawsTheMessage()
+    {
+        FakePermissions system;
+        system.accessibility = false;
+        system.screenRecording = false;
+        PermissionChecker checker(system);
+        checker.checkAccessibility();
+        checker.checkScreenRecording();
+        system.answer(true, true);
+        QVERIFY(!checker.pendingAdminMessage());
+        QVERIFY(checker.problemLines().isEmpty());
+    }
+
+    void deadCheckerIsNotCalled()
+    {
+        FakePermissions system;
+        system.accessibility = false;
+        {
+            PermissionChecker checker(system);
+            checker.checkAccessibility();
+        }
+        QVERIFY(!system.handler);
+        system.answer(true, true);
     }
 };
 

@@ -188,7 +188,18 @@ public:
     bool isAccessibilityTrusted() const override { return accessibility; }
     bool isScreenRecordingGranted() const override { return screenRecording; }
     void requestScreenRecording() override { ++requests; }
+    void onChanged(std::function<void()> newHandler) override { handler = std::move(newHandler); }
 
+    /// The system's answers change.
+    void answer(bool newAccessibility, bool newScreenRecording)
+    {
+        accessibility = newAccessibility;
+        screenRecording = newScreenRecording;
+        if (handler)
+            handler();
+    }
+
+    std::function<void()> handler;
     bool accessibility = true;
     bool screenRecording = true;
     int requests = 0;
@@ -230,6 +241,16 @@ public:
     QList<QUrl> urls;
     QStringList files;
     Capability answer = Capability::applied();
+};
+
+class FakeStatusArea : public StatusArea
+{
+public:
+    bool isAvailable() const override { return available; }
+    void onChanged(std::function<void()> newHandler) override { handler = std::move(newHandler); }
+
+    bool available = true;
+    std::function<void()> handler;
 };
 
 class FakeShell : public ApplicationShell
@@ -277,6 +298,7 @@ public:
     Permissions &permissions() override { return permission; }
     Appearance &appearance() override { return systemAppearance; }
     Workspace &workspace() override { return opened; }
+    StatusArea &statusArea() override { return area; }
     ApplicationShell &shell() override { return applicationShell; }
     DeviceInfo &deviceInfo() override { return device; }
     CaptureTool captureTool() const override { return tool; }
@@ -287,6 +309,7 @@ public:
     FakePermissions permission;
     FakeAppearance systemAppearance;
     FakeWorkspace opened;
+    FakeStatusArea area;
     FakeShell applicationShell;
     FakeDeviceInfo device;
     CaptureTool tool{QStringLiteral("/nonexistent/capture"),

@@ -2,6 +2,7 @@
 
 #include "FakePageSurface.h"
 #include "app/NotificationCenter.h"
+#include "app/PermissionChecker.h"
 #include "app/UserDefaults.h"
 #include "backend/SessionManager.h"
 #include "fakes/FakePlatform.h"
@@ -34,16 +35,17 @@ struct ControllerFixture
         auto pages = std::make_unique<FakePageSurface>();
         surface = pages.get();
         overlay = std::make_unique<OverlayWindowController>(
-            config,
-            OverlayWindowController::Collaborators{
-                platform, defaults, notifications, session, service, engine, std::move(pages),
-                QUrl(), nullptr, BackendEndpoints("http://host"),
-                [this] { return capture.future(); }, [this] { ++quits; }, hotkeys, &library});
+            config, OverlayWindowController::Collaborators{
+                        platform, defaults, notifications, session, service, engine,
+                        std::move(pages), QUrl(), nullptr, BackendEndpoints("http://host"),
+                        [this] { return capture.future(); }, [this] { ++quits; }, hotkeys, &library,
+                        &permissions});
     }
 
     VantiroConfig config;
     LogCapture log;
     FakePlatform platform;
+    PermissionChecker permissions{platform.permission};
     JsonUserDefaults defaults;
     NotificationCenter notifications;
     QNetworkAccessManager network;

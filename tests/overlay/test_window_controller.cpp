@@ -4,6 +4,7 @@
 #include <QGuiApplication>
 #include <QQuickItem>
 #include <QScreen>
+#include <QSignalSpy>
 #include <QTest>
 
 using namespace quellora;
@@ -232,6 +233,186 @@ private Q_SLOTS:
         f.overlay->messages().handleProtectedContentCapture();
         Q_EMIT f.notifications.configDidUpdate(config);
         QCOMPARE(f.overlay->messages().currentAdminMessage()->id, "local_protected_content");
+    }
+
+    void startupMessageYieldsToTheServersAndReturns()
+    {
+        Fixture f;
+        f.permissions.addProblem("a hot key");
+        const auto shown = [&f] {
+            const auto &message = f.overlay->messages().currentAdminMessage();
+            return message ? message->id : QString();
+        };
+        QCOMPARE(shown(), "startup-permission-issues");
+        AppConfigResponse config = account();
+        Q_EMIT f.notifications.configDidUpdate(config);
+        QCOMPARE(shown(), "startup-permission-issues");
+        config.adminMessage = AdminMessagePayload{"server", "BLOCKING", "h", "b", {}, {}, {}};
+        Q_EMIT f.notifications.configDidUpdate(config);
+        QCOMPARE(shown(), "server");
+        QVERIFY(f.overlay->messages().isBlocked());
+        // Another problem does not push the server's message aside.
+        f.permissions.addProblem("another hot key");
+        QCOMPARE(shown(), "server");
+        config.adminMessage.reset();
+        Q_EMIT f.notifications.configDidUpdate(config);
+        QCOMPARE(shown(), "startup-permission-issues");
+        QCOMPARE(f.overlay->panelsModel().messageHeader(), "Startup issues");
+        // A refusal made here is no word of the server's: its absence there changes nothing.
+        f.overlay->messages().handleProtectedContentCapture();
+        Q_EMIT f.notifications.configDidUpdate(config);
+        QCOMPARE(shown(), "local_protected_content");
+    }
+
+    void startupMessageGoesOnBecomingActiveOnceGranted()
+    {
+        Fixture f;
+        f.platform.permission.accessibility = false;
+        f.platform.permission.screenRecording = false;
+        f.permissions.checkAccessibility();
+        f.permissions.checkScreenRecording();
+        AppConfigResponse config = account();
+        config.adminMessage = AdminMessagePayload{"server", "INFORMATIONAL", "h", "b", {}, {}, {}};
+        f.auth.setSession("token", config);
+        f.overlay->setCurrentAdminMessage(f.permissions.pendingAdminMessage());
+        const auto activate = [] {
+            Q_EMIT qGuiApp->applicationStateChanged(Qt::ApplicationInactive);
+            Q_EMIT qGuiApp->applicationStateChanged(Qt::ApplicationActive);
+        };
+        activate();
+        QCOMPARE(f.overlay->panelsModel().messageHeader(), "Startup issues");
+        f.platform.permission.accessibility = true;
+        activate();
+        QCOMPARE(f.overlay->panelsModel().messageHeader(), "Startup issue");
+        f.platform.permission.screenRecording = true;
+        activate();
+        // What the server had to say all the time.
+        QCOMPARE(f.overlay->messages().currentAdminMessage()->id, "server");
+        QVERIFY(!f.permissions.pendingAdminMessage());
+
+        config.adminMessage.reset();
+        f.auth.setSession("token", config);
+        Q_EMIT f.notifications.configDidUpdate(config);
+        QVERIFY(!f.overlay->messages().currentAdminMessage());
+    }
+
+    void becomingActiveLeavesOtherMessagesAlone()
+    {
+        Fixture f;
+        f.platform.permission.accessibility = false;
+        f.permissions.checkAccessibility();
+        f.overlay->setCurrentAdminMessage(
+            AdminMessagePayload{"server", "INFORMATIONAL", "h", "b", {}, {}, {}});
+        f.platform.permission.accessibility = true;
+        f.overlay->handleAppDidBecomeActive();
+        QCOMPARE(f.overlay->messages().currentAdminMessage()->id, "server");
+        Q_EMIT f.notifications.configDidUpdate(account());
+        QVERIFY(!f.overlay->messages().currentAdminMessage());
+    }
+
+    void refreshLeavesWhatTheUserIsDoing()
+    {
+        Fixture f;
+        f.overlay->resolveModelSelection(account());
+        f.overlay->show();
+        f.overlay->panelsModel().setPromptText("half a ques");
+        f.overlay->panelsModel().setPromptFocused(true);
+        f.overlay->toggleHamburgerMenu();
+        AppConfigResponse config = account();
+        config.adminMessage = AdminMessagePayload{"note", "INFORMATIONAL", "News", "b", {}, {}, {}};
+        Q_EMIT f.notifications.configDidUpdate(config);
+        f.overlay->panelsModel().toggleMessageCollapsed();
+        QVERIFY(f.overlay->panelsModel().isMessageCollapsed());
+
+        QSignalSpy text(&f.overlay->panelsModel(), &BottomPanelsModel::promptTextChanged);
+        QSignalSpy message(&f.overlay->panelsModel(), &BottomPanelsModel::messageChanged);
+        config.tokensUsed = 400;
+        config.availableModels = {{"m2", "Two", "d"}, {"m3", "Three", "d"}};
+        config.model = "m2";
+        Q_EMIT f.notifications.configDidUpdate(config);
+        QCOMPARE(text.count(), 0);
+        QCOMPARE(message.count(), 0);
+        QCOMPARE(f.overlay->panelsModel().promptText(), "half a ques");
+        QVERIFY(f.overlay->panelsModel().isPromptFocused());
+        QVERIFY(f.overlay->panelsModel().isMessageCollapsed());
+        QVERIFY(f.overlay->overlayModel().isMenuOpen());
+        // The chosen model has gone: the server's choice takes its place.
+        QCOMPARE(f.overlay->panelsModel().selectedModelName(), "Two");
+        QCOMPARE(f.overlay->orchestrator().selectedModelId(), "m2");
+        // A message of another kind is a new one and opens.
+        config.adminMessage->id = "other";
+        Q_EMIT f.notifications.configDidUpdate(config);
+        QVERIFY(!f.overlay->panelsModel().isMessageCollapsed());
+    }
+
+    void forcedUpdateCountsOnThroughRefreshes()
+    {
+        Fixture f;
+        AppConfigResponse config = account();
+        config.adminMessage = AdminMessagePayload{"up", "BLOCKING", "Update", "Do it.", {}, {}, 5};
+        Q_EMIT f.notifications.configDidUpdate(config);
+        Q_EMIT f.notifications.configDidUpdate(config);
+        QCOMPARE(f.log.lines.count(prefix + "Forced update countdown started: 5min, message id up"),
+                 1);
+        QVERIFY(f.overlay->messages().displayedAdminMessage()->bodyMarkdown.endsWith(
+            "You have **5 minutes** before access is restricted."));
+        config.adminMessage.reset();
+        Q_EMIT f.notifications.configDidUpdate(config);
+        QVERIFY(!f.overlay->messages().isBlocked());
+    }
+
+    void spentCreditsDoNotPushARunningAnswerAside()
+    {
+        Fixture f;
+        f.auth.setSession("token", account());
+        f.overlay->updateUsage(1, 1000);
+        f.overlay->panelsModel().setPromptText("question");
+        f.overlay->panelsModel().send();
+        QCOMPARE(f.overlay->orchestrator().activity(), QueryOrchestrator::Activity::Waiting);
+        // The page comes with the window in front of the others.
+        const auto pagesShown = [&f] { return f.log.lines.count(prefix + "Window shown"); };
+        const auto before = pagesShown();
+        AppConfigResponse config = account();
+        config.tokensUsed = 1000;
+        Q_EMIT f.notifications.configDidUpdate(config);
+        QVERIFY(f.overlay->messages().isBlocked());
+        QCOMPARE(pagesShown(), before);
+        f.overlay->orchestrator().stop();
+        // Without an answer under way the page says so.
+        config.tokensUsed = 1;
+        Q_EMIT f.notifications.configDidUpdate(config);
+        config.tokensUsed = 1000;
+        Q_EMIT f.notifications.configDidUpdate(config);
+        QCOMPARE(pagesShown(), before + 1);
+        QTRY_VERIFY(f.surface->page().contains("Out of Credits"));
+    }
+
+    void manyOverlaysLeaveNothingBehind()
+    {
+        Fixture f;
+        const auto settle = [] {
+            QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+            QCoreApplication::processEvents();
+        };
+        const auto cycle = [&] {
+            f.make();
+            f.overlay->updateUsage(1, 1000);
+            f.overlay->show();
+            settle();
+            f.overlay->closeWindow();
+            f.overlay.reset();
+            settle();
+        };
+        for (int i = 0; i < 3; ++i)
+            cycle();
+        const auto windows = QGuiApplication::allWindows().size();
+        const auto children = qApp->findChildren<QObject *>().size();
+        const auto defaultsChildren = f.defaults.children().size();
+        for (int i = 0; i < 100; ++i)
+            cycle();
+        QCOMPARE(QGuiApplication::allWindows().size(), windows);
+        QCOMPARE(qApp->findChildren<QObject *>().size(), children);
+        QCOMPARE(f.defaults.children().size(), defaultsChildren);
     }
 
     void blockingReachesPanelsAndStrip()

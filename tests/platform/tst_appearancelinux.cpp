@@ -236,13 +236,13 @@ void AppearanceLinuxTest::findsTheBusOfTheEnvironment()
     const QByteArray runtimeBefore = qgetenv("XDG_RUNTIME_DIR");
     qputenv("XDG_RUNTIME_DIR", folder.path().toLocal8Bit());
     qunsetenv("DBUS_SESSION_BUS_ADDRESS");
-    QCOMPARE(AppearanceLinux::sessionBusAddress(), QString());
+    QCOMPARE(SessionBusLinux::address(), QString());
     QFile socket(folder.filePath(QStringLiteral("bus")));
     QVERIFY(socket.open(QIODevice::WriteOnly));
-    QCOMPARE(AppearanceLinux::sessionBusAddress(),
+    QCOMPARE(SessionBusLinux::address(),
              QStringLiteral("unix:path=") + folder.path() + QStringLiteral("/bus"));
     qputenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/here");
-    QCOMPARE(AppearanceLinux::sessionBusAddress(), QStringLiteral("unix:path=/here"));
+    QCOMPARE(SessionBusLinux::address(), QStringLiteral("unix:path=/here"));
     qputenv("DBUS_SESSION_BUS_ADDRESS", before);
     qputenv("XDG_RUNTIME_DIR", runtimeBefore);
 }

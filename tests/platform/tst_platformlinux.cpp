@@ -63,6 +63,7 @@ private Q_SLOTS:
     void sessionKindComesFromTheEnvironment();
     void permissionsAreGrantedOnX11Only();
     void asksForXcbOnWayland();
+    void sessionsAreToldApartByTheirDisplay();
     void asksForNothingElsewhere_data();
     void asksForNothingElsewhere();
     void asksForAnAlphaChannel();
@@ -177,10 +178,26 @@ void PlatformLinuxTest::permissionsAreGrantedOnX11Only()
     const PermissionsLinux x11(PermissionsLinux::Session::X11);
     QVERIFY(x11.isAccessibilityTrusted());
     QVERIFY(x11.isScreenRecordingGranted());
-    PermissionsLinux wayland(PermissionsLinux::Session::Wayland);
+    PermissionsLinux wayland(PermissionsLinux::Session::Wayland, QString());
     wayland.requestScreenRecording();
     QVERIFY(!wayland.isAccessibilityTrusted());
     QVERIFY(!wayland.isScreenRecordingGranted());
+}
+
+void PlatformLinuxTest::sessionsAreToldApartByTheirDisplay()
+{
+    Environment environment;
+    environment.set("WAYLAND_DISPLAY", "wayland-7");
+    environment.set("DISPLAY", ":3");
+    QCOMPARE(Platform::displaySession(), QStringLiteral(":3"));
+    environment.set("DISPLAY", ":3.1");
+    QCOMPARE(Platform::displaySession(), QStringLiteral(":3"));
+    environment.set("DISPLAY", "host.example:30");
+    QCOMPARE(Platform::displaySession(), QStringLiteral("host.example:30"));
+    environment.unset("DISPLAY");
+    QCOMPARE(Platform::displaySession(), QStringLiteral("wayland-7"));
+    environment.unset("WAYLAND_DISPLAY");
+    QCOMPARE(Platform::displaySession(), QString());
 }
 
 void PlatformLinuxTest::asksForXcbOnWayland()

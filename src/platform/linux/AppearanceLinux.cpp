@@ -5,12 +5,8 @@
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
 #include <QEvent>
-#include <QFile>
 #include <QGuiApplication>
 #include <QPalette>
-#include <QPointer>
-#include <QThreadPool>
-#include <QUuid>
 
 namespace quellora {
 namespace {
@@ -28,50 +24,16 @@ bool isPaletteDark()
 
 } // namespace
 
-QString AppearanceLinux::sessionBusAddress()
-{
-    const QString address = qEnvironmentVariable("DBUS_SESSION_BUS_ADDRESS");
-    if (!address.isEmpty())
-        return address;
-    const QString socket = qEnvironmentVariable("XDG_RUNTIME_DIR") + QStringLiteral("/bus");
-    return QFile::exists(socket) ? QStringLiteral("unix:path=") + socket : QString();
-}
-
 AppearanceLinux::AppearanceLinux(const QString &busAddress)
-    : m_busName(QStringLiteral("quellora-appearance-") +
-                QUuid::createUuid().toString(QUuid::WithoutBraces))
-    , m_dark(isPaletteDark())
+    : m_bus(QStringLiteral("appearance"), busAddress), m_dark(isPaletteDark())
 {
     qGuiApp->installEventFilter(this);
-    if (busAddress.isEmpty())
-        return;
-    // Connecting speaks with the bus before it returns, so it is done beside the main thread.
-    QThreadPool::globalInstance()->start(
-        [self = QPointer(this), app = QPointer(qGuiApp), name = m_busName, busAddress] {
-            const QDBusConnection bus = QDBusConnection::connectToBus(busAddress, name);
-            const bool connected = bus.isConnected();
-            if (!app)
-                return;
-            QMetaObject::invokeMethod(
-                app,
-                [self, name, connected] {
-                    if (self && connected)
-                        self->askPortal();
-                    else
-                        QDBusConnection::disconnectFromBus(name);
-                },
-                Qt::QueuedConnection);
-        });
-}
-
-AppearanceLinux::~AppearanceLinux()
-{
-    QDBusConnection::disconnectFromBus(m_busName);
+    connect(&m_bus, &SessionBusLinux::connected, this, &AppearanceLinux::askPortal);
 }
 
 void AppearanceLinux::askPortal()
 {
-    QDBusConnection bus(m_busName);
+    QDBusConnection bus = m_bus.connection();
     // Without a sender: naming one would ask the bus for its owner and wait. Only the portal's own
     // path and interface match, and the value is a bare number.
     bus.connect(QString(), portalPath, settingsInterface, QStringLiteral("SettingChanged"), this,

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/Platform.h"
+#include "platform/linux/SessionBusLinux.h"
 
 #include <QDBusVariant>
 #include <QObject>
@@ -12,20 +13,16 @@ namespace quellora {
 /// The desktop portal's `color-scheme`, else the lightness of the palette.
 ///
 /// Asks the portal without waiting: until it answers, and when it has no preference, the palette
-/// counts. Main thread only; connecting to the session bus happens on a worker thread.
+/// counts. Main thread only.
 class AppearanceLinux : public QObject, public Appearance
 {
     Q_OBJECT
 public:
     /// @param busAddress session bus; empty when there is none
-    explicit AppearanceLinux(const QString &busAddress = sessionBusAddress());
-    ~AppearanceLinux() override;
+    explicit AppearanceLinux(const QString &busAddress = SessionBusLinux::address());
 
     bool isDark() const override { return m_dark; }
     void onChanged(std::function<void()> handler) override { m_handler = std::move(handler); }
-
-    /// The address of the running session bus; empty when none runs (none is ever started).
-    static QString sessionBusAddress();
 
     bool eventFilter(QObject *watched, QEvent *event) override;
 
@@ -40,7 +37,7 @@ private:
     void setScheme(const QVariant &value);
     void update();
 
-    QString m_busName;
+    SessionBusLinux m_bus;
     Scheme m_scheme = Scheme::NoPreference;
     bool m_dark = false;
     std::function<void()> m_handler;

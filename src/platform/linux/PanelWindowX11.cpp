@@ -9,7 +9,7 @@
 namespace quellora {
 
 PanelWindowX11::PanelWindowX11(const X11Connection &x11)
-    : m_x11(x11), m_clock(x11), m_compositor(x11)
+    : m_x11(x11), m_clock(x11), m_compositor(x11, "_NET_WM_CM_S")
 {}
 
 Capability PanelWindowX11::applyPanelTraits(QWindow &window)

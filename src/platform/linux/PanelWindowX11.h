@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/Platform.h"
-#include "platform/linux/CompositorWatchX11.h"
+#include "platform/linux/SelectionWatchX11.h"
 #include "platform/linux/X11Connection.h"
 #include "platform/linux/X11EventClock.h"
 
@@ -26,13 +26,13 @@ public:
     /// BestEffort while the window is not on the screen.
     Capability makeKey(QWindow &window) override;
     void resignKey(QWindow &window) override;
-    bool isCompositing() const override { return m_compositor.isCompositing(); }
+    bool isCompositing() const override { return m_compositor.isOwned(); }
     void onCompositingChanged(std::function<void()> handler) override;
 
 private:
     X11Connection m_x11;
     X11EventClock m_clock;
-    CompositorWatchX11 m_compositor;
+    SelectionWatchX11 m_compositor;
 };
 
 } // namespace quellora

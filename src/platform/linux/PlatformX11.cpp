@@ -8,6 +8,7 @@ PlatformX11::PlatformX11(const X11Connection &x11)
     : m_panelWindow(x11)
     , m_globalHotkeys(x11)
     , m_permissions(PermissionsLinux::currentSession())
+    , m_statusArea(x11)
     , m_shell(x11)
 {}
 

@@ -7,6 +7,7 @@
 #include "platform/linux/GlobalHotkeysX11.h"
 #include "platform/linux/PanelWindowX11.h"
 #include "platform/linux/PermissionsLinux.h"
+#include "platform/linux/StatusAreaLinux.h"
 #include "platform/linux/WorkspaceLinux.h"
 
 namespace quellora {
@@ -22,6 +23,7 @@ public:
     Permissions &permissions() override { return m_permissions; }
     Appearance &appearance() override { return m_appearance; }
     Workspace &workspace() override { return m_workspace; }
+    StatusArea &statusArea() override { return m_statusArea; }
     ApplicationShell &shell() override { return m_shell; }
     DeviceInfo &deviceInfo() override { return m_deviceInfo; }
     CaptureTool captureTool() const override;
@@ -33,6 +35,7 @@ private:
     PermissionsLinux m_permissions;
     AppearanceLinux m_appearance;
     WorkspaceLinux m_workspace;
+    StatusAreaLinux m_statusArea;
     ApplicationShellX11 m_shell;
     DeviceInfoLinux m_deviceInfo;
 };

@@ -52,6 +52,14 @@ public:
     bool isAccessibilityTrusted() const override { return false; }
     bool isScreenRecordingGranted() const override { return false; }
     void requestScreenRecording() override {}
+    void onChanged(std::function<void()>) override {}
+};
+
+class NullStatusArea : public StatusArea
+{
+public:
+    bool isAvailable() const override { return false; }
+    void onChanged(std::function<void()>) override {}
 };
 
 class NullAppearance : public Appearance
@@ -90,6 +98,7 @@ NullPlatform::NullPlatform(std::unique_ptr<DeviceInfo> deviceInfo, CaptureTool c
     , m_permissions(std::make_unique<NullPermissions>())
     , m_appearance(std::make_unique<NullAppearance>())
     , m_workspace(std::make_unique<NullWorkspace>())
+    , m_statusArea(std::make_unique<NullStatusArea>())
     , m_shell(std::make_unique<NullShell>())
     , m_deviceInfo(std::move(deviceInfo))
     , m_captureTool(std::move(captureTool))

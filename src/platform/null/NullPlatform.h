@@ -22,6 +22,7 @@ public:
     Permissions &permissions() override { return *m_permissions; }
     Appearance &appearance() override { return *m_appearance; }
     Workspace &workspace() override { return *m_workspace; }
+    StatusArea &statusArea() override { return *m_statusArea; }
     ApplicationShell &shell() override { return *m_shell; }
     DeviceInfo &deviceInfo() override { return *m_deviceInfo; }
     CaptureTool captureTool() const override { return m_captureTool; }
@@ -33,6 +34,7 @@ private:
     std::unique_ptr<Permissions> m_permissions;
     std::unique_ptr<Appearance> m_appearance;
     std::unique_ptr<Workspace> m_workspace;
+    std::unique_ptr<StatusArea> m_statusArea;
     std::unique_ptr<ApplicationShell> m_shell;
     std::unique_ptr<DeviceInfo> m_deviceInfo;
     CaptureTool m_captureTool;

@@ -8,13 +8,15 @@
 
 namespace quellora {
 
-/// Watches whether a compositor runs: whether somebody owns the selection _NET_WM_CM_S<screen>.
-class CompositorWatchX11 : public QAbstractNativeEventFilter
+/// Watches whether somebody owns a screen's selection: compositors and trays announce themselves
+/// so.
+class SelectionWatchX11 : public QAbstractNativeEventFilter
 {
 public:
-    explicit CompositorWatchX11(const X11Connection &x11);
+    /// @param name the selection without the screen's number, e.g. "_NET_WM_CM_S"
+    SelectionWatchX11(const X11Connection &x11, const QByteArray &name);
 
-    bool isCompositing() const { return m_compositing; }
+    bool isOwned() const { return m_owned; }
     /// Replaces the handler; it is called on the main thread after every change.
     void onChanged(std::function<void()> handler) { m_handler = std::move(handler); }
 
@@ -24,7 +26,7 @@ private:
     X11Connection m_x11;
     xcb_atom_t m_selection;
     quint8 m_firstEvent;
-    bool m_compositing = false;
+    bool m_owned = false;
     std::function<void()> m_handler;
 };
 

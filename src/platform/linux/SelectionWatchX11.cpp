@@ -1,4 +1,4 @@
-#include "platform/linux/CompositorWatchX11.h"
+#include "platform/linux/SelectionWatchX11.h"
 
 #include <QGuiApplication>
 
@@ -6,9 +6,9 @@
 
 namespace quellora {
 
-CompositorWatchX11::CompositorWatchX11(const X11Connection &x11)
+SelectionWatchX11::SelectionWatchX11(const X11Connection &x11, const QByteArray &name)
     : m_x11(x11)
-    , m_selection(x11.atom("_NET_WM_CM_S" + QByteArray::number(x11.screenNumber())))
+    , m_selection(x11.atom(name + QByteArray::number(x11.screenNumber())))
     , m_firstEvent(x11.firstEvent(&xcb_xfixes_id))
 {
     if (m_firstEvent != 0) {
@@ -23,11 +23,11 @@ CompositorWatchX11::CompositorWatchX11(const X11Connection &x11)
     }
     const XcbPtr<xcb_get_selection_owner_reply_t> owner(xcb_get_selection_owner_reply(
         x11.get(), xcb_get_selection_owner(x11.get(), m_selection), nullptr));
-    m_compositing = owner && owner->owner != XCB_NONE;
+    m_owned = owner && owner->owner != XCB_NONE;
     qGuiApp->installNativeEventFilter(this);
 }
 
-bool CompositorWatchX11::nativeEventFilter(const QByteArray &eventType, void *message, qintptr *)
+bool SelectionWatchX11::nativeEventFilter(const QByteArray &eventType, void *message, qintptr *)
 {
     if (m_firstEvent == 0 || eventType != "xcb_generic_event_t")
         return false;
@@ -38,10 +38,10 @@ bool CompositorWatchX11::nativeEventFilter(const QByteArray &eventType, void *me
     if (notify->selection != m_selection)
         return false;
     // A closing or destroyed owner is reported with its dead window.
-    const bool compositing = notify->subtype == XCB_XFIXES_SELECTION_EVENT_SET_SELECTION_OWNER &&
-                             notify->owner != XCB_NONE;
-    if (compositing != m_compositing) {
-        m_compositing = compositing;
+    const bool owned = notify->subtype == XCB_XFIXES_SELECTION_EVENT_SET_SELECTION_OWNER &&
+                       notify->owner != XCB_NONE;
+    if (owned != m_owned) {
+        m_owned = owned;
         if (m_handler)
             m_handler();
     }

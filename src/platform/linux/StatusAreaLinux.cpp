@@ -1,0 +1,79 @@
+#include "platform/linux/StatusAreaLinux.h"
+
+#include <QDBusMessage>
+#include <QDBusPendingCallWatcher>
+#include <QDBusPendingReply>
+#include <QDBusVariant>
+
+namespace quellora {
+namespace {
+
+const QString watcherService = QStringLiteral("org.kde.StatusNotifierWatcher");
+const QString watcherPath = QStringLiteral("/StatusNotifierWatcher");
+
+} // namespace
+
+StatusAreaLinux::StatusAreaLinux(const X11Connection &x11, const QString &busAddress)
+    : m_selection(x11, "_NET_SYSTEM_TRAY_S"), m_bus(QStringLiteral("tray"), busAddress)
+{
+    m_available = m_selection.isOwned();
+    m_selection.onChanged([this] { update(); });
+    connect(&m_bus, &SessionBusLinux::connected, this, &StatusAreaLinux::watchBus);
+}
+
+void StatusAreaLinux::watchBus()
+{
+    QDBusConnection bus = m_bus.connection();
+    // Without senders: naming one would ask the bus for its owner and wait. The signals only make
+    // us ask again.
+    bus.connect(QString(), QStringLiteral("/org/freedesktop/DBus"),
+                QStringLiteral("org.freedesktop.DBus"), QStringLiteral("NameOwnerChanged"),
+                {watcherService}, QString(), this, SLOT(watcherChanged(QString, QString, QString)));
+    for (const auto &signal : {QStringLiteral("StatusNotifierHostRegistered"),
+                               QStringLiteral("StatusNotifierHostUnregistered")})
+        bus.connect(QString(), watcherPath, watcherService, signal, this, SLOT(askForHost()));
+    askForHost();
+}
+
+void StatusAreaLinux::watcherChanged(const QString &, const QString &, const QString &now)
+{
+    if (now.isEmpty())
+        setHostRegistered(false);
+    else
+        askForHost();
+}
+
+void StatusAreaLinux::askForHost()
+{
+    QDBusMessage get = QDBusMessage::createMethodCall(
+        watcherService, watcherPath, QStringLiteral("org.freedesktop.DBus.Properties"),
+        QStringLiteral("Get"));
+    get << watcherService << QStringLiteral("IsStatusNotifierHostRegistered");
+    // A desktop without a tray must not get one started by our question.
+    get.setAutoStartService(false);
+    auto *watcher = new QDBusPendingCallWatcher(m_bus.connection().asyncCall(get), this);
+    connect(watcher, &QDBusPendingCallWatcher::finished, this,
+            [this](QDBusPendingCallWatcher *finished) {
+                const QDBusPendingReply<QDBusVariant> reply = *finished;
+                setHostRegistered(!reply.isError() && reply.value().variant().toBool());
+                finished->deleteLater();
+            });
+}
+
+void StatusAreaLinux::setHostRegistered(bool registered)
+{
+    m_hostRegistered = registered;
+    update();
+}
+
+void StatusAreaLinux::update()
+{
+    const bool available = m_hostRegistered || m_selection.isOwned();
+    if (available == m_available)
+        return;
+    m_available = available;
+    if (m_handler)
+        m_handler();
+}
+
+} // namespace quellora

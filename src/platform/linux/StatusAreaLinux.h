@@ -1,0 +1,41 @@
+#pragma once
+
+#include "platform/Platform.h"
+#include "platform/linux/SelectionWatchX11.h"
+#include "platform/linux/SessionBusLinux.h"
+
+#include <QObject>
+
+namespace quellora {
+
+/// The tray, in either of the ways desktops have one: a host of status items that registered on
+/// the session bus, or the older owner of the X selection _NET_SYSTEM_TRAY_S<screen>. Both may come
+/// and go. Asks the bus without waiting; until it answers there is no host. Main thread only.
+class StatusAreaLinux : public QObject, public StatusArea
+{
+    Q_OBJECT
+public:
+    /// @param busAddress session bus; empty when there is none
+    explicit StatusAreaLinux(const X11Connection &x11,
+                             const QString &busAddress = SessionBusLinux::address());
+
+    bool isAvailable() const override { return m_available; }
+    void onChanged(std::function<void()> handler) override { m_handler = std::move(handler); }
+
+private Q_SLOTS:
+    void askForHost();
+    void watcherChanged(const QString &name, const QString &before, const QString &now);
+
+private:
+    void watchBus();
+    void setHostRegistered(bool registered);
+    void update();
+
+    SelectionWatchX11 m_selection;
+    SessionBusLinux m_bus;
+    bool m_hostRegistered = false;
+    bool m_available = false;
+    std::function<void()> m_handler;
+};
+
+} // namespace quellora
