@@ -14,9 +14,17 @@
 #include <QTimer>
 
 #include <chrono>
+#include <cstdlib>
 #include <utility>
 
 namespace quellora {
+
+namespace {
+
+// The one that runs; for the way out below.
+Application *running = nullptr;
+
+} // namespace
 
 Application::Application(std::unique_ptr<SingleInstance> instance)
     : m_instance(std::move(instance))
@@ -48,13 +56,26 @@ Application::Application(std::unique_ptr<SingleInstance> instance)
             [this] { m_network.setCookieJar(new QNetworkCookieJar); });
     initializeUi();
     prepareQmlEngine(m_engine);
+    running = this;
+    // When the display goes away the toolkit ends the process from within, past every destructor.
+    std::atexit([] {
+        if (running)
+            running->finishWriting();
+    });
 }
 
 Application::~Application()
 {
+    running = nullptr;
     // Windows go before the engine that made them.
     m_delegate.reset();
     m_nextView.reset();
+}
+
+void Application::finishWriting()
+{
+    m_saver.flush();
+    m_defaults.flush();
 }
 
 int Application::run()

@@ -42,6 +42,9 @@ public:
     /// Runs the event loop until the application quits; returns the exit code.
     int run();
 
+    /// Waits until threads and preferences are on disk.
+    void finishWriting();
+
 private:
     std::unique_ptr<LoginPresenter> makeLogin();
     std::unique_ptr<OverlayPresenter> makeOverlay(const VantiroConfig &config);

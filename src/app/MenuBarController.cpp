@@ -34,9 +34,13 @@ MenuBarController::MenuBarController(StatusBar &statusBar, SessionManager &sessi
 void MenuBarController::build(StatusBar &statusBar)
 {
     m_statusItem = statusBar.makeItem();
-    if (m_statusItem->hasButton()) {
+    const bool hasButton = m_statusItem->hasButton();
+    // Without a button too: a tray that comes later shows it.
+    const bool hasImage =
+        m_statusItem->setSymbol(QStringLiteral("gear"), QStringLiteral("Quellora"));
+    if (hasButton) {
         log(QStringLiteral("statusItem.button exists"));
-        if (m_statusItem->setSymbol(QStringLiteral("gear"), QStringLiteral("Quellora"))) {
+        if (hasImage) {
             log(QStringLiteral("NSImage(systemSymbolName: \"gear\") created successfully"));
         } else {
             log(QStringLiteral("ERROR: NSImage(systemSymbolName: \"gear\") returned nil — symbol "

@@ -69,8 +69,9 @@ private:
 class FakeStatusItem : public StatusItem
 {
 public:
-    FakeStatusItem(bool button, bool symbol, int &alive, QList<StatusMenuItem> &menu)
-        : m_button(button), m_symbol(symbol), m_alive(alive), m_menu(menu)
+    FakeStatusItem(bool button, bool symbol, int &alive, int &symbolsSet,
+                   QList<StatusMenuItem> &menu)
+        : m_button(button), m_symbol(symbol), m_alive(alive), m_symbolsSet(symbolsSet), m_menu(menu)
     {
         ++m_alive;
     }
@@ -78,6 +79,7 @@ public:
     bool hasButton() const override { return m_button; }
     bool setSymbol(const QString &name, const QString &) override
     {
+        ++m_symbolsSet;
         return m_symbol && name == "gear";
     }
     void setMenu(const QList<StatusMenuItem> &items) override { m_menu = items; }
@@ -86,6 +88,7 @@ private:
     bool m_button;
     bool m_symbol;
     int &m_alive;
+    int &m_symbolsSet;
     QList<StatusMenuItem> &m_menu;
 };
 
@@ -94,11 +97,12 @@ class FakeStatusBar : public StatusBar
 public:
     std::unique_ptr<StatusItem> makeItem() override
     {
-        return std::make_unique<FakeStatusItem>(button, symbol, alive, menu);
+        return std::make_unique<FakeStatusItem>(button, symbol, alive, symbolsSet, menu);
     }
     bool button = true;
     bool symbol = true;
     int alive = 0;
+    int symbolsSet = 0;
     QList<StatusMenuItem> menu;
 };
 
@@ -558,6 +562,8 @@ private Q_SLOTS:
         QVERIFY(bare.log.contains(QString::fromUtf8(
             "[MenuBarController] ERROR: statusItem.button is nil — cannot assign an image")));
         QCOMPARE(bare.statusBar.menu.size(), 8);
+        // For a tray that comes later.
+        QCOMPARE(bare.statusBar.symbolsSet, 1);
     }
 };
 

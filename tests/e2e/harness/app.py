@@ -37,7 +37,8 @@ class App:
     """
 
     def __init__(self, desktop, backend_url, defaults=None, config=None, bin_dir=None,
-                 environment=None):
+                 environment=None, launcher=None):
+        """With `launcher`, the path of a launcher, it starts the program and keeps its log."""
         self.desktop = desktop
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="app-"))
         self.home = self._make_folder("home")
@@ -56,6 +57,8 @@ class App:
         self._readers = []
         self.error_output = []
         self.bin_dir = pathlib.Path(bin_dir or BIN_DIR)
+        self.command = ([str(launcher), str(self.bin_dir)] if launcher
+                        else [str(self.bin_dir / "quellora")])
         self.access = Accessibility(self)
         self.store_defaults(DEFAULTS if defaults is None else defaults)
         if config is not None:
@@ -93,7 +96,7 @@ class App:
     def start(self):
         """Starts the program and returns the app itself."""
         self.process = processes.spawn(
-            [str(self.bin_dir / "quellora")], env=self.environment, cwd=self.work,
+            self.command, env=self.environment, cwd=self.work,
             stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         for stream, target in ((self.process.stdout, self._take_line),
                                (self.process.stderr, self.error_output.append)):
@@ -201,6 +204,11 @@ class App:
         """Writes the preferences before the start."""
         self.defaults_path.parent.mkdir(parents=True, exist_ok=True)
         self.defaults_path.write_text(json.dumps(values))
+
+    @property
+    def log_path(self):
+        """Where a launcher keeps the log."""
+        return self.home / "Library" / "Logs" / "Vantiro" / "pipeline.log"
 
     def stored_defaults(self):
         """The preferences as they are on disk now."""

@@ -137,6 +137,11 @@ class Desktop:
         wait_until(lambda: self.connection.get_selection_owner(manager) != X.NONE,
                    what="the compositor")
 
+    def kill_x_server(self):
+        """The display is gone, as after a crash of the X server. Nothing works here afterwards."""
+        self._children[0].kill()
+        self._children[0].wait()
+
     def close(self):
         """Ends every helper and removes the private folder. May be called twice."""
         atexit.unregister(self.close)

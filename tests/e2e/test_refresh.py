@@ -1,0 +1,112 @@
+"""Refreshed configurations while the user is busy: they change what they are about, and no more."""
+
+import re
+import threading
+import unittest
+
+from harness import E2ECase, HostileServer, chunk_event, done_event, login_response, wait_until
+from harness.server import LOGS, QUERY, VERIFY
+
+PREFIX = "[OverlayWindowController] "
+REFRESHED = "[HeartbeatService] Poll succeeded, config refreshed"
+NEWS = {"id": "news", "type": "INFORMATIONAL", "headerText": "Good news",
+        "bodyMarkdown": "There is more."}
+UPDATE = {"id": "update", "type": "BLOCKING", "headerText": "Update required",
+          "bodyMarkdown": "Please update.", "forceUpdateInMinutes": 5}
+
+
+class RefreshTest(E2ECase):
+    def setUp(self):
+        self.fresh = {}
+        self.backend = self.server(heartbeatIntervalSeconds=1)
+        self.backend.on(VERIFY, lambda connection, _request: connection.respond(
+            200, login_response(**({"heartbeatIntervalSeconds": 1} | self.fresh))))
+
+    def refresh(self, app, **config):
+        """The backend's record changes and the program learns of it."""
+        self.fresh = config
+        polls = len(self.backend.requests(VERIFY))
+        self.backend.wait_for_request(VERIFY, polls + 1)
+        app.wait_for_line(REFRESHED, since=app.mark())
+
+    def test_typing_goes_on_through_refreshes(self):
+        app = self.app(self.backend).sign_in()
+        app.access.click("Write a message")
+        box = app.access.wait_for("Write a message", focused=True)
+        self.desktop.type_text("one three")
+        for _ in range(5):
+            self.desktop.press("left")
+        self.refresh(app, adminMessage=NEWS, tokensUsed=850000, tokensRemaining=150000)
+        app.access.wait_for("Good news")
+        app.access.wait_for("Write a message", focused=True)
+        self.desktop.type_text("two ")
+        wait_until(lambda: app.stored_defaults().get("userPrompt") == "one two three",
+                   what="the caret where it was")
+        # A selection survives as well: typing replaces it.
+        self.desktop.press("home")
+        self.desktop.press("shift+right")
+        self.desktop.press("shift+right")
+        self.desktop.press("shift+right")
+        app.access.press("Collapse message")
+        app.access.wait_for("Expand message")
+        self.refresh(app, adminMessage=NEWS, availableModels=[
+            {"id": "other-1", "displayName": "Other", "descriptor": "Another one"}],
+            model="other-1")
+        self.assertIsNotNone(app.access.find("Expand message"))
+        self.desktop.type_text("1")
+        wait_until(lambda: app.stored_defaults().get("userPrompt") == "1 two three",
+                   what="the selection where it was")
+        self.desktop.type_text("\n")
+        query = self.backend.wait_for_request(QUERY).json()
+        self.assertIn("other-1", str(query))
+        app.wait_for_line(PREFIX + "Stream complete, buffer cleared")
+        self.refresh(app)
+        app.access.wait_gone("Good news")
+        self.assertTrue(app.access.is_enabled(box))
+
+    def test_answer_goes_on_through_refreshes(self):
+        go_on = threading.Event()
+        self.addCleanup(go_on.set)
+        self.backend.on(QUERY, HostileServer.stream(
+            chunk_event("The first half"), go_on, chunk_event(" and the second half"),
+            done_event(tokensRemaining=500000)))
+        app = self.app(self.backend).sign_in()
+        app.access.press("Menu")
+        app.wait_for_line(PREFIX + "Hamburger button clicked — menu open=true", since=0)
+        app.access.press("Menu")
+        app.access.click("Write a message")
+        app.access.wait_for("Write a message", focused=True)
+        self.desktop.type_text("question\n")
+        app.access.wait_for_page_text("The first half")
+        self.refresh(app, adminMessage=UPDATE, tokensUsed=1000000, tokensRemaining=0)
+        app.access.wait_for("Update required")
+        app.access.wait_for(re.compile("You have 5 minutes before access is restricted"))
+        self.assertIn("The first half", app.access.page_text())
+        go_on.set()
+        app.access.wait_for_page_text("The first half and the second half")
+        wait_until(lambda: app.turns() == [("question", "The first half and the second half")],
+                   what="the whole answer on disk")
+        started = [line for line in app.lines if "Forced update countdown started" in line]
+        self.assertEqual(started, [
+            PREFIX + "Forced update countdown started: 5min, message id update"])
+        mark = app.mark()
+        app.hotkey("ctrl+alt+super+c", "Capture")
+        app.wait_for_line(re.compile("blocked — isBlocked is true|Query pre-blocked"), since=mark)
+        # The message goes, the allowance grows: everything is as before.
+        self.refresh(app)
+        app.access.wait_gone("Update required")
+        self.desktop.type_text("again\n")
+        self.backend.wait_for_request(QUERY, 2)
+
+    def test_refreshed_configuration_may_ask_for_the_log(self):
+        app = self.app(self.backend)
+        app.log_path.parent.mkdir(parents=True)
+        app.log_path.write_text("[00:00:00.000] a line\n")
+        app.sign_in()
+        self.assertEqual(self.backend.requests(LOGS), [])
+        self.fresh = {"requestLogs": True}
+        self.assertEqual(self.backend.wait_for_request(LOGS).body, b"[00:00:00.000] a line\n")
+
+
+if __name__ == "__main__":
+    unittest.main()
