@@ -48,8 +48,6 @@ void AppDelegate::applicationDidFinishLaunching()
     m_with.hotkeys.start(HotkeyBindings::loadEffective(m_config->hotkeys, m_with.defaults));
     connect(&m_with.notifications, &NotificationCenter::sessionExpired, this,
             &AppDelegate::handleSessionExpired);
-    connect(&m_with.notifications, &NotificationCenter::configDidUpdate, this,
-            &AppDelegate::shipLogsIfAsked);
     showLogin();
     log(QStringLiteral("Login window shown, overlay deferred until sign-in"));
 }
@@ -146,15 +144,10 @@ void AppDelegate::applyConfigAtStart()
     // A local problem keeps the user from working at all, so it goes before the server's message.
     const auto &local = m_with.permissions.pendingAdminMessage();
     m_overlay->setCurrentAdminMessage(local ? local : config->adminMessage);
-    shipLogsIfAsked(*config);
-    m_with.heartbeat.start(static_cast<double>(config->heartbeatIntervalSeconds));
-}
-
-void AppDelegate::shipLogsIfAsked(const AppConfigResponse &config)
-{
     const auto token = m_with.session.sessionToken();
-    if (config.requestLogs.value_or(false) && token && m_with.shipLogs)
+    if (config->requestLogs.value_or(false) && token && m_with.shipLogs)
         m_with.shipLogs(*token);
+    m_with.heartbeat.start(static_cast<double>(config->heartbeatIntervalSeconds));
 }
 
 void AppDelegate::handleSessionExpired()

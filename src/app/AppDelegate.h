@@ -66,7 +66,6 @@ private:
     void dropLogin();
     void startOverlay();
     void applyConfigAtStart();
-    void shipLogsIfAsked(const AppConfigResponse &config);
     void handleSessionExpired();
 
     Collaborators m_with;

@@ -91,14 +91,12 @@ public:
 
 private:
     /// The toolkit decides once which protocol it speaks, so the item is made only when there is a
-    /// tray to speak to.
+    /// tray to speak to. From then on the toolkit itself tells trays that are restarted.
     void show()
     {
         // Without an image there is nothing to see or to press.
-        if (!m_area.isAvailable() || m_icon.isNull() || m_menu.isEmpty())
+        if (m_item || !m_area.isAvailable() || m_icon.isNull() || m_menu.isEmpty())
             return;
-        // Made anew for a tray that was restarted: it does not know the item.
-        m_item.reset();
         m_item = std::make_unique<QSystemTrayIcon>(m_icon);
         m_item->setToolTip(m_description);
         m_item->setContextMenu(&m_menu);

@@ -465,23 +465,6 @@ private Q_SLOTS:
         QCOMPARE(f.lastLogin->broughtToFront, 1);
     }
 
-    void refreshedConfigurationMayAskForTheLogs()
-    {
-        Fixture f;
-        f.launch();
-        f.signIn(account());
-        AppConfigResponse config = account();
-        Q_EMIT f.notifications.configDidUpdate(config);
-        QVERIFY(f.shippedTokens.isEmpty());
-        config.requestLogs = true;
-        f.auth.setSession("renewed", config);
-        Q_EMIT f.notifications.configDidUpdate(config);
-        QCOMPARE(f.shippedTokens, QStringList{"renewed"});
-        f.session.logout();
-        Q_EMIT f.notifications.configDidUpdate(config);
-        QCOMPARE(f.shippedTokens.size(), 1);
-    }
-
     void terminationClearsTheSessionAndTheHotkeys()
     {
         Fixture f;

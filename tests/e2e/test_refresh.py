@@ -5,7 +5,7 @@ import threading
 import unittest
 
 from harness import E2ECase, HostileServer, chunk_event, done_event, login_response, wait_until
-from harness.server import LOGS, QUERY, VERIFY
+from harness.server import QUERY, VERIFY
 
 PREFIX = "[OverlayWindowController] "
 REFRESHED = "[HeartbeatService] Poll succeeded, config refreshed"
@@ -97,15 +97,6 @@ class RefreshTest(E2ECase):
         app.access.wait_gone("Update required")
         self.desktop.type_text("again\n")
         self.backend.wait_for_request(QUERY, 2)
-
-    def test_refreshed_configuration_may_ask_for_the_log(self):
-        app = self.app(self.backend)
-        app.log_path.parent.mkdir(parents=True)
-        app.log_path.write_text("[00:00:00.000] a line\n")
-        app.sign_in()
-        self.assertEqual(self.backend.requests(LOGS), [])
-        self.fresh = {"requestLogs": True}
-        self.assertEqual(self.backend.wait_for_request(LOGS).body, b"[00:00:00.000] a line\n")
 
 
 if __name__ == "__main__":
