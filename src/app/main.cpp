@@ -18,7 +18,7 @@ namespace {
 int yieldTo(quellora::SingleInstance &first)
 {
     using namespace std::chrono_literals;
-    const bool answered = first.activateFirst(1500ms);
+    const bool answered = first.activateFirst(2s);
     quellora::Log::event(
         answered ? QStringLiteral("[main] Already running; that window was brought to the front")
                  : QStringLiteral("[main] ERROR: Already running, but it does not answer"));

@@ -69,7 +69,7 @@ class RefreshTest(E2ECase):
         self.addCleanup(go_on.set)
         self.backend.on(QUERY, HostileServer.stream(
             chunk_event("The first half"), go_on, chunk_event(" and the second half"),
-            done_event(tokensRemaining=500000)))
+            done_event(tokensRemaining=0)))
         app = self.app(self.backend).sign_in()
         app.access.press("Menu")
         app.wait_for_line(PREFIX + "Hamburger button clicked — menu open=true", since=0)
