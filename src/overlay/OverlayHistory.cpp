@@ -1,8 +1,11 @@
 #include "overlay/OverlayHistory.h"
 
+#include "overlay/ui/NonFocusPanel.h"
 #include "overlay/ui/OverlayModel.h"
 #include "panels/HamburgerMenuModel.h"
 #include "query/QueryOrchestrator.h"
+
+#include <utility>
 
 namespace quellora {
 
@@ -13,7 +16,7 @@ OverlayHistory::OverlayHistory(ThreadLibrary &library, ThreadController &threads
             &OverlayHistory::currentThreadDeleted);
 }
 
-void OverlayHistory::attach(OverlayModel &overlay, HamburgerMenuModel &menu,
+void OverlayHistory::attach(NonFocusPanel &panel, OverlayModel &overlay, HamburgerMenuModel &menu,
                             QueryOrchestrator &orchestrator)
 {
     menu.setHistoryAvailable(true);
@@ -21,10 +24,23 @@ void OverlayHistory::attach(OverlayModel &overlay, HamburgerMenuModel &menu,
             &OverlayHistory::historyButtonClicked);
     connect(&m_history, &HistoryController::openChanged, &overlay,
             [this, &overlay] { overlay.setSheetOpen(m_history.isHistorySidebarOpen()); });
+    connect(&m_history, &HistoryController::openChanged, &panel,
+            [this, &panel] { passKeyboard(panel); });
     connect(&m_history, &HistoryController::threadOpened, &orchestrator,
             &QueryOrchestrator::showCurrentThread);
     connect(&m_history, &HistoryController::threadDeleted, &orchestrator,
             &QueryOrchestrator::discardAnswers);
+}
+
+void OverlayHistory::passKeyboard(NonFocusPanel &panel)
+{
+    if (m_history.isHistorySidebarOpen()) {
+        m_tookKeyboard = !panel.isActive();
+        if (m_tookKeyboard)
+            panel.makeKey();
+    } else if (std::exchange(m_tookKeyboard, false)) {
+        panel.resignKey();
+    }
 }
 
 void OverlayHistory::historyButtonClicked()

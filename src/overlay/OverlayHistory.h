@@ -8,6 +8,7 @@
 namespace quellora {
 
 class HamburgerMenuModel;
+class NonFocusPanel;
 class OverlayModel;
 class QueryOrchestrator;
 
@@ -20,9 +21,10 @@ public:
     OverlayHistory(ThreadLibrary &library, ThreadController &threads);
 
     /// Offers the sidebar in the menu and follows the user's choices from then on. Once. Everything
-    /// must outlive this object.
-    void attach(OverlayModel &overlay, HamburgerMenuModel &menu, QueryOrchestrator &orchestrator);
-    /// Opens the sidebar, or closes it.
+    /// must outlive this object, but for the panel, which goes before the model that it shows.
+    void attach(NonFocusPanel &panel, OverlayModel &overlay, HamburgerMenuModel &menu,
+                QueryOrchestrator &orchestrator);
+    /// Opens the sidebar, which has the keyboard while it is open, or closes it.
     void historyButtonClicked();
     void close() { m_history.close(); }
 
@@ -36,8 +38,12 @@ Q_SIGNALS:
     void currentThreadDeleted();
 
 private:
+    void passKeyboard(NonFocusPanel &panel);
+
     HistoryController m_history;
     HistoryModel m_model;
+    /// Whether another program had the keyboard when the sidebar opened.
+    bool m_tookKeyboard = false;
 };
 
 } // namespace quellora

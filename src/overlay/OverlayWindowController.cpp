@@ -166,7 +166,7 @@ void OverlayWindowController::wireOverlay()
             toggleHamburgerMenu();
     });
     if (m_history) {
-        m_history->attach(m_overlay, m_menu, *m_orchestrator);
+        m_history->attach(m_panel, m_overlay, m_menu, *m_orchestrator);
         connect(m_history.get(), &OverlayHistory::currentThreadDeleted, this,
                 &OverlayWindowController::clearContent);
         // One sheet at a time.

@@ -92,7 +92,7 @@ class HistoryTest(E2ECase):
             ("Keep me", "answer", "2026-01-02T10:00:00Z"),
             ("Remove me", "answer", "2026-01-03T10:00:00Z"))
         self.open_history(app)
-        app.access.click("Search threads")
+        # The sidebar has the keyboard as soon as it is open.
         app.access.wait_for("Search threads", focused=True)
         self.desktop.press("down")
         app.access.wait_for(re.compile("^Remove me, "), focused=True)

@@ -1,5 +1,7 @@
+#include "fakes/FakePlatform.h"
 #include "fakes/FakeThreadLibrary.h"
 #include "overlay/OverlayHistory.h"
+#include "overlay/ui/NonFocusPanel.h"
 #include "overlay/ui/OverlayModel.h"
 #include "panels/HamburgerMenuModel.h"
 #include "query/OrchestratorFixture.h"
@@ -16,7 +18,7 @@ struct Fixture : OrchestratorFixture
     Fixture()
     {
         overlay.setWindowSize(QSizeF(624, 744));
-        history.attach(overlay, menu, orchestrator);
+        history.attach(panel, overlay, menu, orchestrator);
         stored = library.add("stored", now);
     }
 
@@ -25,6 +27,8 @@ struct Fixture : OrchestratorFixture
     OverlayModel overlay;
     HamburgerMenuModel menu;
     OverlayHistory history{library, threads};
+    FakePanelWindow window;
+    NonFocusPanel panel{window};
 };
 
 } // namespace
@@ -49,6 +53,16 @@ private Q_SLOTS:
         QCOMPARE(about.size(), 1);
         QVERIFY(!f.history.model().isOpen());
         QVERIFY(!f.overlay.clickThroughRect().isEmpty());
+    }
+
+    void sidebarHasTheKeyboardWhileItIsOpen()
+    {
+        Fixture f;
+        f.history.historyButtonClicked();
+        QCOMPARE(f.window.count(QStringLiteral("makeKey")), 1);
+        QCOMPARE(f.window.count(QStringLiteral("resignKey")), 0);
+        f.history.close();
+        QCOMPARE(f.window.count(QStringLiteral("resignKey")), 1);
     }
 
     void openedThreadIsShown()
