@@ -3,6 +3,7 @@
 import unittest
 
 from harness import E2ECase, HostileServer, SignedInCase, wait_until
+from harness.app import DEFAULTS
 from harness.server import QUERY
 
 PREFIX = "[OverlayWindowController] "
@@ -35,6 +36,8 @@ class SheetMixin:
 
 
 class SettingsTest(SheetMixin, SignedInCase):
+    app_options = {"defaults": DEFAULTS | {"com.quellora.app.appearance": "dark"}}
+
     def tearDown(self):
         app = self.shared_app
         if app.access.find("Response text color") is not None:

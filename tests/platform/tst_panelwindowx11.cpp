@@ -61,6 +61,7 @@ private Q_SLOTS:
     void clickLeavesTheFocusAlone();
     void makeKeyGivesTyping();
     void hidingGivesTheKeyboardBack();
+    void resigningGivesTheKeyboardBack();
     void makeKeyOfAHiddenWindowIsNoSuccess();
     void exclusionIsMarkedAndHonest();
     void exclusionSurvivesRecreation();
@@ -316,6 +317,28 @@ void PanelWindowX11Test::hidingGivesTheKeyboardBack()
     QTRY_COMPARE(m_other->focusedWindow(), panelId());
     m_window->hide();
     QTRY_COMPARE(m_other->focusedWindow(), m_other->window());
+}
+
+void PanelWindowX11Test::resigningGivesTheKeyboardBack()
+{
+    showPanel();
+    // More than once without any input in between, as assistive programs do it.
+    for (int round = 0; round < 2; ++round) {
+        QVERIFY(m_panels->makeKey(*m_window).isApplied());
+        QTRY_COMPARE(m_other->focusedWindow(), panelId());
+        m_panels->resignKey(*m_window);
+        QTRY_COMPARE(m_other->focusedWindow(), m_other->window());
+    }
+    QVERIFY(typeKey(QStringLiteral("k")));
+    QTRY_COMPARE(m_other->keys().size(), 1);
+    // What the panel does not have it cannot give back.
+    QVERIFY(m_panels->makeKey(*m_window).isApplied());
+    QTRY_COMPARE(m_other->focusedWindow(), panelId());
+    QVERIFY(clickBeside());
+    QTRY_COMPARE(m_other->focusedWindow(), m_other->window());
+    m_panels->resignKey(*m_window);
+    QVERIFY(typeKey(QStringLiteral("j")));
+    QTRY_COMPARE(m_other->keys().size(), 2);
 }
 
 void PanelWindowX11Test::makeKeyOfAHiddenWindowIsNoSuccess()

@@ -71,10 +71,10 @@ int PanelKeeperX11::takeFocus(xcb_timestamp_t time)
     return status;
 }
 
-void PanelKeeperX11::returnFocus()
+void PanelKeeperX11::returnFocus(xcb_timestamp_t time)
 {
     if (m_previousFocus != XCB_NONE && focusedWindow(m_x11) == nativeWindow(m_window))
-        setFocus(m_x11, std::exchange(m_previousFocus, XCB_NONE), XCB_CURRENT_TIME);
+        setFocus(m_x11, std::exchange(m_previousFocus, XCB_NONE), time);
 }
 
 void PanelKeeperX11::giveFocusBack()

@@ -31,7 +31,9 @@ public:
     /// @return the X error code, 0 on success
     int takeFocus(xcb_timestamp_t time);
     /// Gives the focus back to where it was, if the window has it.
-    void returnFocus();
+    /// @param time of the user's action; a later one than the server's newest event would make it
+    ///        ignore the next takeFocus()
+    void returnFocus(xcb_timestamp_t time);
 
     bool eventFilter(QObject *watched, QEvent *event) override;
 

@@ -72,7 +72,7 @@ Capability PanelWindowX11::makeKey(QWindow &window)
 
 void PanelWindowX11::resignKey(QWindow &window)
 {
-    PanelKeeperX11::of(m_x11, window).returnFocus();
+    PanelKeeperX11::of(m_x11, window).returnFocus(m_clock.lastTime());
 }
 
 void PanelWindowX11::onCompositingChanged(std::function<void()> handler)
