@@ -111,6 +111,41 @@ private Q_SLOTS:
         QCOMPARE(JsonUserDefaults(path).boolValue("hasLaunchedBefore"), true);
     }
 
+    void aSecondDamagedFileReplacesTheFirst()
+    {
+        QTemporaryDir folder;
+        const QString path = folder.filePath("defaults.json");
+        for (const QByteArray &content : {QByteArray("{1"), QByteArray("{2")}) {
+            QFile file(path);
+            QVERIFY(file.open(QIODevice::WriteOnly));
+            file.write(content);
+            file.close();
+            const JsonUserDefaults defaults(path);
+            QFile aside(path + ".damaged");
+            QVERIFY(aside.open(QIODevice::ReadOnly));
+            QCOMPARE(aside.readAll(), content);
+        }
+    }
+
+    void whatAnInterruptedWriteLeavesIsIgnored()
+    {
+        QTemporaryDir folder;
+        const QString path = folder.filePath("defaults.json");
+        {
+            JsonUserDefaults defaults(path);
+            defaults.setString("userPrompt", "whole");
+        }
+        // A process that dies while it writes leaves its half beside the file.
+        QFile half(path + ".AbCdEf");
+        QVERIFY(half.open(QIODevice::WriteOnly));
+        half.write("{\"userPrompt\":\"ha");
+        half.close();
+        LogCapture log;
+        JsonUserDefaults again(path);
+        QCOMPARE(again.stringValue("userPrompt"), "whole");
+        QVERIFY(log.lines.isEmpty());
+    }
+
     void failedWriteIsLoggedAndKeepsTheValue()
     {
         QTemporaryDir folder;

@@ -54,6 +54,30 @@ private Q_SLOTS:
         QVERIFY(!f.platform.panel.clickThroughRect().isEmpty());
     }
 
+    void preferencesOfAnotherTypeCountAsAbsent()
+    {
+        Fixture f;
+        f.platform.systemAppearance.dark = true;
+        f.defaults.setBool("com.quellora.app.appearance", true);
+        f.defaults.setBool("responseTextColorHex", true);
+        f.defaults.setBool("selectedModelId", true);
+        f.defaults.setString("startNewThreadPerSendEnabled", "true");
+        f.defaults.setString("dontClearPromptAfterSendEnabled", "true");
+        f.defaults.setString("hotkeyBindings", "ctrl+k");
+        f.make();
+        QCOMPARE(f.model().appearanceMode(), "system");
+        QVERIFY(!f.model().isLightTheme());
+        QCOMPARE(f.model().responseTextColorHex(), QString());
+        QVERIFY(!f.model().startNewThreadPerSendEnabled());
+        QVERIFY(!f.model().dontClearPromptAfterSendEnabled());
+        QCOMPARE(f.rebinding().hotkeysConfig(), VantiroConfig().hotkeys);
+        // The first choice puts the entry right.
+        f.model().chooseAppearance("light");
+        f.model().toggleStartNewThreadPerSend();
+        QCOMPARE(f.defaults.stringValue("com.quellora.app.appearance"), "light");
+        QCOMPARE(f.defaults.boolValue("startNewThreadPerSendEnabled"), true);
+    }
+
     void oneSheetAtATime()
     {
         Fixture f;

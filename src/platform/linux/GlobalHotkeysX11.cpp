@@ -147,11 +147,11 @@ bool GlobalHotkeysX11::nativeEventFilter(const QByteArray &eventType, void *mess
     }
     case XCB_KEY_RELEASE: {
         const auto *release = reinterpret_cast<const xcb_key_release_event_t *>(event);
-        if (release->event != m_x11.root())
-            return false;
+        // A combo that was recorded and is still held repeats into its new grab, but its releases
+        // go to our own window.
         m_lastReleasedKey = release->detail;
         m_lastReleaseTime = release->time;
-        return true;
+        return release->event == m_x11.root();
     }
     default:
         if (isMappingChange(event))
