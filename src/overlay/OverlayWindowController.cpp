@@ -56,7 +56,11 @@ OverlayWindowController::OverlayWindowController(const VantiroConfig &config,
         m_history = std::make_unique<OverlayHistory>(*m_with.library, m_threads);
     configurePanel();
     setupContentView();
-    wireState();
+    m_mirror = std::make_unique<OverlayMirror>(OverlayMirror::Collaborators{
+        m_messages, m_threads, *m_orchestrator, m_overlay, m_panels, m_menu});
+    m_configuration = std::make_unique<OverlayConfig>(
+        OverlayConfig::Collaborators{m_with.session, m_with.defaults, m_messages, *m_orchestrator,
+                                     m_panels, m_with.permissions});
     connect(&m_with.notifications, &NotificationCenter::configDidUpdate, this,
             &OverlayWindowController::handleConfigDidUpdate);
     connect(qGuiApp, &QGuiApplication::applicationStateChanged, this,
@@ -64,9 +68,6 @@ OverlayWindowController::OverlayWindowController(const VantiroConfig &config,
                 if (state == Qt::ApplicationActive)
                     handleAppDidBecomeActive();
             });
-    if (m_with.permissions)
-        connect(m_with.permissions, &PermissionChecker::pendingAdminMessageChanged, this,
-                &OverlayWindowController::startupMessageChanged);
     log(QStringLiteral("init complete"));
 }
 
@@ -207,8 +208,6 @@ void OverlayWindowController::wirePanels()
             &ThreadController::clearStagedScreenshot);
     connect(&m_panels, &BottomPanelsModel::keepAIHistoryToggled, &m_threads,
             &ThreadController::setKeepAIHistoryEnabled);
-    connect(&m_panels, &BottomPanelsModel::modelSelected, this,
-            &OverlayWindowController::setSelectedModel);
     connect(&m_panels, &BottomPanelsModel::informationalCollapseToggled, &m_messages,
             &ServiceMessages::toggleInformationalCollapse);
     connect(&m_panels, &BottomPanelsModel::messageActionRequested, this,
@@ -217,23 +216,6 @@ void OverlayWindowController::wirePanels()
             &OverlayModel::setBottomPanelsHeight);
     connect(&m_overlay, &OverlayModel::geometryChanged, this,
             [this] { m_panels.setAvailableHeight(m_overlay.availablePanelsHeight()); });
-}
-
-void OverlayWindowController::wireState()
-{
-    connect(&m_messages, &ServiceMessages::changed, this,
-            &OverlayWindowController::refreshMessages);
-    connect(&m_threads, &ThreadController::sessionChanged, this,
-            &OverlayWindowController::refreshThread);
-    connect(&m_threads, &ThreadController::preferencesChanged, this,
-            &OverlayWindowController::refreshThread);
-    connect(&m_threads, &ThreadController::stagedScreenshotChanged, this,
-            [this] { m_panels.setStagedScreenshotData(m_threads.stagedScreenshotData()); });
-    connect(m_orchestrator.get(), &QueryOrchestrator::activityChanged, this,
-            &OverlayWindowController::refreshActivity);
-    refreshMessages();
-    refreshThread();
-    refreshActivity();
 }
 
 void OverlayWindowController::show()
@@ -311,129 +293,10 @@ void OverlayWindowController::updateUsage(qint64 tokensUsed, qint64 tokenCap)
     m_messages.updateUsage(tokensUsed, tokenCap);
 }
 
-void OverlayWindowController::resolveModelSelection(const AppConfigResponse &config)
-{
-    m_panels.setAvailableModels(config.availableModels);
-    const auto isOffered = [&config](const QString &id) {
-        return std::any_of(config.availableModels.begin(), config.availableModels.end(),
-                           [&id](const ModelOption &model) { return model.id == id; });
-    };
-    // The stored choice stays stored: it counts again when the backend offers it again.
-    const auto stored = m_with.defaults.stringValue(QLatin1String(DefaultsKey::selectedModelId));
-    std::optional<QString> resolved;
-    if (stored && isOffered(*stored))
-        resolved = stored;
-    else if (isOffered(config.model))
-        resolved = config.model;
-    m_orchestrator->setSelectedModelId(resolved);
-    m_panels.setSelectedModelId(resolved.value_or(QString()));
-}
-
-void OverlayWindowController::setSelectedModel(const QString &id)
-{
-    m_with.defaults.setString(QLatin1String(DefaultsKey::selectedModelId), id);
-    m_orchestrator->setSelectedModelId(id);
-    m_panels.setSelectedModelId(id);
-}
-
 void OverlayWindowController::setCurrentAdminMessage(
     const std::optional<AdminMessagePayload> &message)
 {
     m_messages.setCurrentAdminMessage(message);
-}
-
-void OverlayWindowController::applyConfig(const AppConfigResponse &config)
-{
-    const QueryOrchestrator::Activity activity = m_orchestrator->activity();
-    const bool isAnswering = activity == QueryOrchestrator::Activity::Waiting ||
-                             activity == QueryOrchestrator::Activity::Streaming;
-    using Page = ServiceMessages::OutOfCreditsPage;
-    m_messages.updateUsage(config.tokensUsed, config.tokenCap,
-                           isAnswering ? Page::Withhold : Page::Show);
-    resolveModelSelection(config);
-    if (config.adminMessage) {
-        m_messages.setCurrentAdminMessage(config.adminMessage);
-        return;
-    }
-    // A message made here speaks of a refusal that the backend's record does not know about. Where
-    // nothing else is to be said, the problems found at start-up are, while they last.
-    const auto &shown = m_messages.currentAdminMessage();
-    if (!shown || !shown->id.startsWith(QLatin1String("local_")))
-        m_messages.setCurrentAdminMessage(
-            m_with.permissions ? m_with.permissions->pendingAdminMessage() : std::nullopt);
-}
-
-void OverlayWindowController::handleAppDidBecomeActive()
-{
-    if (m_with.permissions)
-        m_with.permissions->retest();
-}
-
-void OverlayWindowController::startupMessageChanged()
-{
-    const auto &shown = m_messages.currentAdminMessage();
-    if (shown && shown->id != QLatin1String(PermissionChecker::messageId))
-        return;
-    // Beneath it the backend's own message may have waited.
-    const auto &config = m_with.session.currentConfig();
-    const auto &pending = m_with.permissions->pendingAdminMessage();
-    m_messages.setCurrentAdminMessage(pending  ? pending
-                                      : config ? config->adminMessage
-                                               : std::nullopt);
-}
-
-void OverlayWindowController::refreshMessages()
-{
-    m_panels.setAdminMessage(m_messages.displayedAdminMessage());
-    m_panels.setInformationalCollapsed(m_messages.isInformationalCollapsed());
-    m_panels.setBlocked(m_messages.isBlocked());
-    m_overlay.setSendingBlocked(m_messages.isBlocked());
-    m_overlay.setUsage(m_messages.tokenCap() >= 1 ? std::optional(m_messages.usagePercent())
-                                                  : std::nullopt);
-    m_menu.setUsage(m_messages.tokensUsed(), m_messages.tokenCap(), m_messages.capExceeded());
-}
-
-void OverlayWindowController::refreshThread()
-{
-    const auto &session = m_threads.currentSession();
-    const bool isEmpty = !session || (session->turns.isEmpty() && session->notes.isEmpty() &&
-                                      session->screenshots.isEmpty());
-    // The first question names its thread while its answer is still under way.
-    const QString asked = m_orchestrator->shownPrompt();
-    if (session && session->turns.isEmpty() && !session->customTitle && !asked.isEmpty())
-        m_overlay.setTitle(CaptureSession::firstLine(asked));
-    else
-        m_overlay.setTitle(isEmpty ? QString()
-                                   : session->customTitle.value_or(session->previewText()));
-    m_overlay.setSaved(m_threads.canSave() && session && session->isMarkedForPersistence());
-    m_overlay.setHasAnswer(session && !session->turns.isEmpty());
-    m_panels.setKeepAIHistoryEnabled(m_threads.keepAIHistoryEnabled());
-    m_panels.setStartNewThreadPerSendEnabled(m_threads.startNewThreadPerSendEnabled());
-    m_panels.setDontClearPromptAfterSendEnabled(m_threads.dontClearPromptAfterSendEnabled());
-}
-
-void OverlayWindowController::refreshActivity()
-{
-    m_panels.setCapturing(m_orchestrator->isCapturing());
-    refreshThread();
-    switch (m_orchestrator->activity()) {
-    case QueryOrchestrator::Activity::Capturing:
-        m_overlay.setActivity(OverlayModel::Activity::Capturing);
-        break;
-    case QueryOrchestrator::Activity::Waiting:
-        m_overlay.setActivity(OverlayModel::Activity::Waiting);
-        break;
-    case QueryOrchestrator::Activity::Streaming:
-        m_overlay.setActivity(OverlayModel::Activity::Streaming);
-        break;
-    case QueryOrchestrator::Activity::Stopped:
-        m_overlay.setActivity(OverlayModel::Activity::Idle);
-        m_overlay.showStopped();
-        break;
-    case QueryOrchestrator::Activity::Idle:
-        m_overlay.setActivity(OverlayModel::Activity::Idle);
-        break;
-    }
 }
 
 void OverlayWindowController::updateClickThroughState()

@@ -4,7 +4,9 @@
 #include "app/VantiroConfig.h"
 #include "history/ThreadController.h"
 #include "overlay/OverlayAnswerDisplay.h"
+#include "overlay/OverlayConfig.h"
 #include "overlay/OverlayHistory.h"
+#include "overlay/OverlayMirror.h"
 #include "overlay/OverlaySettings.h"
 #include "overlay/PanelPlacement.h"
 #include "overlay/page/AppTheme.h"
@@ -82,7 +84,10 @@ public:
     void adjustOpacity(double delta) override;
     void startNewThread() override;
     void updateUsage(qint64 tokensUsed, qint64 tokenCap) override;
-    void resolveModelSelection(const AppConfigResponse &config) override;
+    void resolveModelSelection(const AppConfigResponse &config) override
+    {
+        m_configuration->resolveModelSelection(config);
+    }
     void setCurrentAdminMessage(const std::optional<AdminMessagePayload> &message) override;
 
     /// The opacity slider moved; the value is within its range.
@@ -91,9 +96,12 @@ public:
     void toggleHamburgerMenu();
     void settingsMenuItemClicked() { m_settings.open(); }
     /// A refreshed configuration has arrived.
-    void handleConfigDidUpdate(const AppConfigResponse &config) { applyConfig(config); }
+    void handleConfigDidUpdate(const AppConfigResponse &config)
+    {
+        m_configuration->applyConfig(config);
+    }
     /// The user has turned to the program, perhaps after granting what it lacked.
-    void handleAppDidBecomeActive();
+    void handleAppDidBecomeActive() { m_configuration->handleAppDidBecomeActive(); }
 
     bool isVisible() const { return m_isVisible; }
     NonFocusPanel &panel() { return m_panel; }
@@ -113,16 +121,9 @@ private:
     void setupContentView();
     void wireOverlay();
     void wirePanels();
-    void wireState();
-    void applyConfig(const AppConfigResponse &config);
-    void startupMessageChanged();
     void applyOpacity(double alpha);
-    void refreshMessages();
-    void refreshThread();
-    void refreshActivity();
     void updateClickThroughState();
     void copyAnswer();
-    void setSelectedModel(const QString &id);
 
     Collaborators m_with;
     VantiroConfig m_config;
@@ -142,6 +143,8 @@ private:
     ServiceMessages m_messages;
     ThreadController m_threads;
     std::unique_ptr<QueryOrchestrator> m_orchestrator;
+    std::unique_ptr<OverlayMirror> m_mirror;
+    std::unique_ptr<OverlayConfig> m_configuration;
     bool m_isVisible = false;
 };
 

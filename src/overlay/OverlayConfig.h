@@ -1,0 +1,51 @@
+#pragma once
+
+#include "backend/Records.h"
+
+#include <QObject>
+
+namespace quellora {
+
+class BottomPanelsModel;
+class PermissionChecker;
+class QueryOrchestrator;
+class ServiceMessages;
+class SessionManager;
+class UserDefaults;
+
+/// What the backend's configuration means for the overlay: usage, the models on offer and the
+/// message on show; and how the problems found at start-up share the card with it. Nothing here
+/// takes the focus, the typed text or the answer away. Main thread only.
+class OverlayConfig : public QObject
+{
+    Q_OBJECT
+public:
+    /// All borrowed.
+    struct Collaborators
+    {
+        SessionManager &session;
+        UserDefaults &defaults;
+        ServiceMessages &messages;
+        QueryOrchestrator &orchestrator;
+        BottomPanelsModel &panels;
+        /// Problems found at start-up; may be null.
+        PermissionChecker *permissions = nullptr;
+    };
+
+    explicit OverlayConfig(const Collaborators &collaborators);
+
+    /// A refreshed configuration has arrived.
+    void applyConfig(const AppConfigResponse &config);
+    /// Offers the models and picks the stored choice, else the configuration's own model.
+    void resolveModelSelection(const AppConfigResponse &config);
+    /// The user has turned to the program, perhaps after granting what it lacked.
+    void handleAppDidBecomeActive();
+
+private:
+    void setSelectedModel(const QString &id);
+    void startupMessageChanged();
+
+    Collaborators m_with;
+};
+
+} // namespace quellora

@@ -1,0 +1,87 @@
+#include "overlay/OverlayMirror.h"
+
+#include "history/ThreadController.h"
+#include "overlay/ui/OverlayModel.h"
+#include "panels/BottomPanelsModel.h"
+#include "panels/HamburgerMenuModel.h"
+#include "query/QueryOrchestrator.h"
+#include "query/ServiceMessages.h"
+
+namespace quellora {
+
+OverlayMirror::OverlayMirror(const Collaborators &collaborators) : m_with(collaborators)
+{
+    connect(&m_with.messages, &ServiceMessages::changed, this, &OverlayMirror::refreshMessages);
+    connect(&m_with.threads, &ThreadController::sessionChanged, this,
+            &OverlayMirror::refreshThread);
+    connect(&m_with.threads, &ThreadController::preferencesChanged, this,
+            &OverlayMirror::refreshThread);
+    connect(&m_with.threads, &ThreadController::stagedScreenshotChanged, this, [this] {
+        m_with.panels.setStagedScreenshotData(m_with.threads.stagedScreenshotData());
+    });
+    connect(&m_with.orchestrator, &QueryOrchestrator::activityChanged, this,
+            &OverlayMirror::refreshActivity);
+    refreshMessages();
+    refreshThread();
+    refreshActivity();
+}
+
+void OverlayMirror::refreshMessages()
+{
+    m_with.panels.setAdminMessage(m_with.messages.displayedAdminMessage());
+    m_with.panels.setInformationalCollapsed(m_with.messages.isInformationalCollapsed());
+    m_with.panels.setBlocked(m_with.messages.isBlocked());
+    m_with.overlay.setSendingBlocked(m_with.messages.isBlocked());
+    m_with.overlay.setUsage(m_with.messages.tokenCap() >= 1
+                                ? std::optional(m_with.messages.usagePercent())
+                                : std::nullopt);
+    m_with.menu.setUsage(m_with.messages.tokensUsed(), m_with.messages.tokenCap(),
+                         m_with.messages.capExceeded());
+}
+
+void OverlayMirror::refreshThread()
+{
+    const auto &session = m_with.threads.currentSession();
+    const bool isEmpty = !session || (session->turns.isEmpty() && session->notes.isEmpty() &&
+                                      session->screenshots.isEmpty());
+    // The first question names its thread while its answer is still under way.
+    const QString asked = m_with.orchestrator.shownPrompt();
+    if (session && session->turns.isEmpty() && !session->customTitle && !asked.isEmpty())
+        m_with.overlay.setTitle(CaptureSession::firstLine(asked));
+    else
+        m_with.overlay.setTitle(isEmpty ? QString()
+                                        : session->customTitle.value_or(session->previewText()));
+    m_with.overlay.setSaved(m_with.threads.canSave() && session &&
+                            session->isMarkedForPersistence());
+    m_with.overlay.setHasAnswer(session && !session->turns.isEmpty());
+    m_with.panels.setKeepAIHistoryEnabled(m_with.threads.keepAIHistoryEnabled());
+    m_with.panels.setStartNewThreadPerSendEnabled(m_with.threads.startNewThreadPerSendEnabled());
+    m_with.panels.setDontClearPromptAfterSendEnabled(
+        m_with.threads.dontClearPromptAfterSendEnabled());
+}
+
+void OverlayMirror::refreshActivity()
+{
+    m_with.panels.setCapturing(m_with.orchestrator.isCapturing());
+    refreshThread();
+    switch (m_with.orchestrator.activity()) {
+    case QueryOrchestrator::Activity::Capturing:
+        m_with.overlay.setActivity(OverlayModel::Activity::Capturing);
+        break;
+    case QueryOrchestrator::Activity::Waiting:
+        m_with.overlay.setActivity(OverlayModel::Activity::Waiting);
+        break;
+    case QueryOrchestrator::Activity::Streaming:
+        m_with.overlay.setActivity(OverlayModel::Activity::Streaming);
+        break;
+    case QueryOrchestrator::Activity::Stopped:
+        m_with.overlay.setActivity(OverlayModel::Activity::Idle);
+        m_with.overlay.showStopped();
+        break;
+    case QueryOrchestrator::Activity::Idle:
+        m_with.overlay.setActivity(OverlayModel::Activity::Idle);
+        break;
+    }
+}
+
+} // namespace quellora
