@@ -4,9 +4,6 @@
 #include "app/WhenFinished.h"
 #include "history/ThreadController.h"
 
-#include <algorithm>
-#include <utility>
-
 namespace quellora {
 
 namespace {
@@ -16,17 +13,20 @@ void log(const QString &message)
     Log::event(QStringLiteral("[OverlayWindowController] ") + message);
 }
 
-bool isNewer(const ThreadSummary &left, const ThreadSummary &right)
-{
-    return left.updatedAt > right.updatedAt;
-}
+/// Changes in one go. A few microseconds each with their rows on show; threads that came from a
+/// backup can be in any order and make thousands.
+constexpr int changesAtATime = 32;
 
 } // namespace
 
 HistoryController::HistoryController(ThreadLibrary &library, ThreadController &threads,
                                      QObject *parent)
     : QObject(parent), m_library(library), m_threads(threads)
-{}
+{
+    m_more.setSingleShot(true);
+    m_more.setInterval(0);
+    connect(&m_more, &QTimer::timeout, this, &HistoryController::applyChanges);
+}
 
 HistoryController::~HistoryController()
 {
@@ -62,16 +62,13 @@ void HistoryController::logOpen() const
 {
     log(QStringLiteral("History button clicked — sidebar open=%1, %2 session(s)")
             .arg(m_isOpen ? QStringLiteral("true") : QStringLiteral("false"))
-            .arg(m_sessions.size()));
+            .arg(historySessions().size()));
 }
 
 void HistoryController::loadAllSessions()
 {
     stopLoading();
-    // What was read last time stays on show until there is something newer.
-    m_startsOver = true;
-    m_deleted.clear();
-    m_renamed.clear();
+    m_listed.beginReading();
     m_read = 0;
     m_total = 0;
     m_listing = std::make_unique<ListWatcher>();
@@ -87,6 +84,8 @@ void HistoryController::stopLoading()
 {
     if (!m_listing)
         return;
+    m_more.stop();
+    m_listed.abandonReading();
     m_listing->disconnect(this);
     m_listing->cancel();
     // It may be the one whose signal is being handled.
@@ -99,8 +98,7 @@ void HistoryController::batchArrived(const ThreadLibrary::Result<ThreadBatch> &b
     if (!batch) {
         log(QStringLiteral("ERROR: Failed to list sessions for History sidebar: ") +
             batch.error().description());
-        m_startsOver = false;
-        m_sessions.clear();
+        m_listed.clear();
         setNotice(QStringLiteral("The saved threads can't be read."));
         Q_EMIT sessionsReset();
         return;
@@ -111,41 +109,44 @@ void HistoryController::batchArrived(const ThreadLibrary::Result<ThreadBatch> &b
     }
     m_read += batch->threads.size() + batch->skipped.size();
     m_total = batch->total;
-    merge(batch->threads);
+    m_listed.add(batch->threads);
+    applyChanges();
     Q_EMIT progressChanged();
 }
 
-void HistoryController::merge(QList<ThreadSummary> threads)
+void HistoryController::applyChanges()
 {
-    threads.removeIf([this](const ThreadSummary &thread) { return m_deleted.contains(thread.id); });
-    for (ThreadSummary &thread : threads) {
-        if (const auto title = m_renamed.constFind(thread.id); title != m_renamed.constEnd())
-            thread.customTitle = *title;
+    using Kind = ListedThreads::Change::Kind;
+    for (int i = 0; i < changesAtATime; ++i) {
+        const auto change = m_listed.applyNext();
+        if (!change) {
+            if (m_listing && m_listed.isComplete())
+                readingDone();
+            return;
+        }
+        switch (change->kind) {
+        case Kind::Inserted:
+            Q_EMIT sessionsInserted(change->first, change->count);
+            break;
+        case Kind::Removed:
+            Q_EMIT sessionsRemoved(change->first, change->count);
+            break;
+        case Kind::Changed:
+            Q_EMIT sessionChanged(change->first);
+            break;
+        }
     }
-    std::stable_sort(threads.begin(), threads.end(), isNewer);
-    if (m_startsOver) {
-        m_startsOver = false;
-        m_sessions = std::move(threads);
-        Q_EMIT sessionsReset();
-        return;
-    }
-    if (threads.isEmpty())
-        return;
-    const qsizetype first = m_sessions.size();
-    const bool staysSorted = first == 0 || !isNewer(threads.constFirst(), m_sessions.constLast());
-    m_sessions.append(std::move(threads));
-    if (staysSorted) {
-        Q_EMIT sessionsAppended(first);
-        return;
-    }
-    std::inplace_merge(m_sessions.begin(), m_sessions.begin() + first, m_sessions.end(), isNewer);
-    Q_EMIT sessionsReset();
+    m_more.start();
 }
 
 void HistoryController::listingFinished()
 {
-    if (m_startsOver)
-        merge({});
+    m_listed.endReading();
+    applyChanges();
+}
+
+void HistoryController::readingDone()
+{
     m_listing.release()->deleteLater();
     logOpen();
     Q_EMIT progressChanged();
@@ -210,22 +211,19 @@ void HistoryController::deleteSession(const QUuid &id)
 
 void HistoryController::deleted(const QUuid &id)
 {
-    m_deleted.insert(id);
-    const qsizetype position = positionOf(id);
-    if (position < 0)
-        return;
-    m_sessions.removeAt(position);
-    Q_EMIT sessionRemoved(position);
+    const qsizetype position = m_listed.remove(id);
+    if (position >= 0)
+        Q_EMIT sessionDeleted(position);
 }
 
 void HistoryController::renameSession(const QUuid &id, const QString &title)
 {
     setNotice({});
-    const qsizetype position = positionOf(id);
+    const qsizetype position = m_listed.positionOf(id);
     if (position < 0)
         return;
     const QString trimmed = title.trimmed();
-    const std::optional<QString> before = m_sessions.at(position).customTitle;
+    const std::optional<QString> before = historySessions().at(position).customTitle;
     const std::optional<QString> after = trimmed.isEmpty() ? std::nullopt : std::optional(trimmed);
     // Shown at once; a failure takes it back.
     applyTitle(id, after);
@@ -245,19 +243,9 @@ void HistoryController::renameSession(const QUuid &id, const QString &title)
 void HistoryController::applyTitle(const QUuid &id, const std::optional<QString> &title)
 {
     m_threads.setCustomTitle(id, title);
-    m_renamed.insert(id, title);
-    const qsizetype position = positionOf(id);
-    if (position < 0)
-        return;
-    m_sessions[position].customTitle = title;
-    Q_EMIT sessionChanged(position);
-}
-
-qsizetype HistoryController::positionOf(const QUuid &id) const
-{
-    const auto it = std::find_if(m_sessions.begin(), m_sessions.end(),
-                                 [&id](const ThreadSummary &thread) { return thread.id == id; });
-    return it == m_sessions.end() ? -1 : std::distance(m_sessions.begin(), it);
+    const qsizetype position = m_listed.setTitle(id, title);
+    if (position >= 0)
+        Q_EMIT sessionChanged(position);
 }
 
 void HistoryController::setNotice(const QString &notice)

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "history/ListedThreads.h"
 #include "history/ThreadLibrary.h"
 
 #include <QFutureWatcher>
-#include <QHash>
 #include <QObject>
-#include <QSet>
+#include <QTimer>
 
 #include <memory>
 
@@ -32,7 +32,7 @@ public:
     /// Threads read so far, left-out ones included, and threads on disk.
     qsizetype threadsRead() const { return m_read; }
     qsizetype threadsInAll() const { return m_total; }
-    const QList<ThreadSummary> &historySessions() const { return m_sessions; }
+    const QList<ThreadSummary> &historySessions() const { return m_listed.threads(); }
     /// What went wrong last, for the user; empty when nothing did.
     const QString &notice() const { return m_notice; }
 
@@ -53,14 +53,16 @@ Q_SIGNALS:
     /// isLoading(), threadsRead() or threadsInAll() changed.
     void progressChanged();
     void noticeChanged();
-    /// historySessions() has other elements or another order.
+    /// historySessions() has become empty.
     void sessionsReset();
-    /// historySessions() has grown at its end; @p first is the first new position.
-    void sessionsAppended(qsizetype first);
-    /// The title at this position changed.
+    /// @p count threads came in at position @p first.
+    void sessionsInserted(qsizetype first, qsizetype count);
+    /// @p count threads from position @p first on are no longer on the disk.
+    void sessionsRemoved(qsizetype first, qsizetype count);
+    /// The thread at this position has another title or other contents.
     void sessionChanged(qsizetype position);
-    /// The thread at this position has gone.
-    void sessionRemoved(qsizetype position);
+    /// The user deleted the thread that was at this position.
+    void sessionDeleted(qsizetype position);
 
     /// A thread became current and is to be shown.
     void threadOpened();
@@ -76,23 +78,20 @@ private:
     void stopLoading();
     void batchArrived(const ThreadLibrary::Result<ThreadBatch> &batch);
     void listingFinished();
-    void merge(QList<ThreadSummary> threads);
+    void readingDone();
+    void applyChanges();
     void setNotice(const QString &notice);
     void logOpen() const;
     void opened(const CaptureSession &session);
     void deleted(const QUuid &id);
     void applyTitle(const QUuid &id, const std::optional<QString> &title);
-    qsizetype positionOf(const QUuid &id) const;
 
     ThreadLibrary &m_library;
     ThreadController &m_threads;
     std::unique_ptr<ListWatcher> m_listing;
-    QList<ThreadSummary> m_sessions;
-    /// What the user did since the reading began; it may have seen the disk before that.
-    QSet<QUuid> m_deleted;
-    QHash<QUuid, std::optional<QString>> m_renamed;
-    /// The next batch starts a new list.
-    bool m_startsOver = false;
+    ListedThreads m_listed;
+    /// Goes on with changes that would have kept everything else waiting.
+    QTimer m_more;
     bool m_isOpen = false;
     bool m_isRenaming = false;
     qsizetype m_read = 0;

@@ -1,6 +1,6 @@
 #include "history/StoredThreadLibrary.h"
 
-#include "history/ThreadSummaryReader.h"
+#include "history/ThreadListing.h"
 
 #include <QPromise>
 
@@ -46,7 +46,7 @@ QFuture<StoredThreadLibrary::Result<ThreadBatch>> StoredThreadLibrary::list()
     m_lists.append(promise->future());
     m_saver.runAfterSaves([this, promise] {
         m_readers.start([this, promise] {
-            ThreadSummaryReader::readAll(m_store, *promise);
+            ThreadListing::read(m_store, *promise);
             promise->finish();
         });
     });

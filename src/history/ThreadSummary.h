@@ -23,4 +23,13 @@ struct ThreadSummary
     bool operator==(const ThreadSummary &) const = default;
 };
 
+/// The order of the list: the last change first, and among equals always the same.
+inline bool isNewer(const ThreadSummary &left, const ThreadSummary &right)
+{
+    return left.updatedAt != right.updatedAt ? left.updatedAt > right.updatedAt
+                                             : left.id < right.id;
+}
+
 } // namespace quellora
+
+Q_DECLARE_TYPEINFO(quellora::ThreadSummary, Q_RELOCATABLE_TYPE);

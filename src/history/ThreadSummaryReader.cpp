@@ -1,10 +1,9 @@
 #include "history/ThreadSummaryReader.h"
 
 #include "history/SessionFile.h"
+#include "platform/FileLook.h"
 
-#include <QDir>
 #include <QFile>
-#include <QFileInfo>
 
 #include <simdjson.h>
 
@@ -247,105 +246,68 @@ struct ThreadSummaryReader::Memory
     QByteArray json;
 };
 
-ThreadSummaryReader::ThreadSummaryReader(QString sessionsRoot)
-    : m_root(std::move(sessionsRoot)), m_memory(std::make_unique<Memory>())
+ThreadSummaryReader::ThreadSummaryReader(const QString &sessionsRoot)
+    : m_root(QFile::encodeName(sessionsRoot)), m_memory(std::make_unique<Memory>())
 {}
 
 ThreadSummaryReader::~ThreadSummaryReader() = default;
 
+QByteArray ThreadSummaryReader::folderOf(const QByteArray &root, const QUuid &id)
+{
+    return root + '/' + id.toByteArray(QUuid::WithoutBraces).toUpper();
+}
+
 tl::expected<ThreadSummary, QString> ThreadSummaryReader::read(const QUuid &id)
 {
-    const QString folder = m_root + QLatin1Char('/') + uuidText(id);
-    auto summary = readDescription(id, folder);
+    auto summary = readDescription(id, folderOf(m_root, id));
     if (summary && summary->id != id)
         return tl::unexpected(QStringLiteral("it describes thread ") + uuidText(summary->id));
     return summary;
 }
 
 tl::expected<ThreadSummary, QString> ThreadSummaryReader::readDescription(const QUuid &id,
-                                                                          const QString &folder)
+                                                                          const QByteArray &folder)
 {
     using Kind = StoreError::Kind;
-    const QFileInfo info(folder + QStringLiteral("/session.json"));
-    if (!info.exists())
-        return tl::unexpected(StoreError{Kind::SessionNotFound, id, 0, {}}.description());
-    if (info.isSymLink() || !info.isFile())
-        return tl::unexpected(QStringLiteral("not a regular file"));
-    if (info.size() > largestDescription)
-        return tl::unexpected(QStringLiteral("the description is too large"));
-    QFile file(info.filePath());
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
-        return tl::unexpected(file.errorString());
-
     // The JSON reader looks a little beyond the end.
-    QByteArray &json = m_memory->json;
     constexpr auto padding = static_cast<qsizetype>(simdjson::SIMDJSON_PADDING);
-    json.resize(std::max(json.size(), info.size() + padding));
-    const qint64 size = file.read(json.data(), info.size());
-    if (size < 0)
-        return tl::unexpected(file.errorString());
-    std::fill_n(json.data() + size, padding, '\0');
+    QByteArray &json = m_memory->json;
+    const auto size = readFileInto(folder + "/session.json", largestDescription, padding, json);
+    if (!size) {
+        switch (size.error().kind) {
+        case ReadFailure::Kind::Nothing:
+            return tl::unexpected(StoreError{Kind::SessionNotFound, id, 0, {}}.description());
+        case ReadFailure::Kind::NotAFile:
+            return tl::unexpected(QStringLiteral("not a regular file"));
+        case ReadFailure::Kind::TooLarge:
+            return tl::unexpected(QStringLiteral("the description is too large"));
+        case ReadFailure::Kind::Other:
+            break;
+        }
+        return tl::unexpected(size.error().text);
+    }
+    std::fill_n(json.data() + *size, padding, '\0');
 
     tl::expected<Description, QString> found;
     try {
-        found =
-            readUsual(m_memory->parser, simdjson::padded_string_view(json.constData(), size_t(size),
-                                                                     size_t(json.size())));
+        found = readUsual(
+            m_memory->parser,
+            simdjson::padded_string_view(json.constData(), size_t(*size), size_t(json.size())));
     } catch (const Unusual &) {
-        found = readStrictly(QByteArray::fromRawData(json.constData(), size));
+        found = readStrictly(QByteArray::fromRawData(json.constData(), *size));
     }
     if (!found)
         return tl::unexpected(found.error());
     for (const qint64 index : std::as_const(found->screenshots)) {
-        const QFileInfo image(folder + QLatin1Char('/') +
-                              CaptureSessionStore::screenshotFileName(index));
-        if (image.isSymLink() || !image.isFile()) {
+        const QByteArray image =
+            folder + '/' + QFile::encodeName(CaptureSessionStore::screenshotFileName(index));
+        if (lookAt(image).kind != FileLook::Kind::File) {
             return tl::unexpected(
                 StoreError{Kind::ScreenshotFileMissing, id, index, {}}.description());
         }
     }
     found->summary.screenshots = found->screenshots.size();
     return found->summary;
-}
-
-void ThreadSummaryReader::readAll(const CaptureSessionStore &store,
-                                  QPromise<ThreadLibrary::Result<ThreadBatch>> &promise,
-                                  qsizetype batchSize)
-{
-    const auto root = store.sessionsRoot();
-    const auto ids = store.list();
-    if (!root || !ids) {
-        promise.addResult(tl::unexpected(root ? ids.error() : root.error()));
-        return;
-    }
-    QList<std::pair<QDateTime, QUuid>> byChange;
-    byChange.reserve(ids->size());
-    for (const QUuid &id : *ids) {
-        const QFileInfo info(*root + QLatin1Char('/') + uuidText(id) +
-                             QStringLiteral("/session.json"));
-        byChange.append({info.lastModified(), id});
-    }
-    std::stable_sort(byChange.begin(), byChange.end(),
-                     [](const auto &a, const auto &b) { return a.first > b.first; });
-
-    ThreadSummaryReader reader(*root);
-    for (qsizetype at = 0; at < byChange.size(); at += batchSize) {
-        ThreadBatch batch;
-        batch.total = byChange.size();
-        const qsizetype end = std::min(at + batchSize, byChange.size());
-        for (qsizetype i = at; i < end; ++i) {
-            if (promise.isCanceled())
-                return;
-            const QUuid &id = byChange.at(i).second;
-            if (auto summary = reader.read(id))
-                batch.threads.append(*std::move(summary));
-            else
-                batch.skipped.append({id, summary.error()});
-        }
-        std::stable_sort(batch.threads.begin(), batch.threads.end(),
-                         [](const auto &a, const auto &b) { return a.updatedAt > b.updatedAt; });
-        promise.addResult(ThreadLibrary::Result<ThreadBatch>(std::move(batch)));
-    }
 }
 
 } // namespace quellora

@@ -78,32 +78,97 @@ private Q_SLOTS:
         m_history->historyButtonClicked();
         QVERIFY(m_history->isLoading());
         QSignalSpy reset(m_history.get(), &HistoryController::sessionsReset);
-        QSignalSpy appended(m_history.get(), &HistoryController::sessionsAppended);
-        deliver({"c", "a"}, {-2, 0}, 5);
+        QSignalSpy inserted(m_history.get(), &HistoryController::sessionsInserted);
+        deliver({"a", "c"}, {0, -2}, 5);
         QCOMPARE(titles(), QStringList({"a", "c"}));
-        QCOMPARE(reset.size(), 1);
         deliver({"d"}, {-3}, 5);
-        QCOMPARE(appended.size(), 1);
-        QCOMPARE(appended.at(0).at(0).toLongLong(), 2);
         deliver({"b"}, {-1}, 5);
         QCOMPARE(titles(), QStringList({"a", "b", "c", "d"}));
-        QCOMPARE(reset.size(), 2);
+        QCOMPARE(ranges(inserted), QStringList({"0+2", "2+1", "1+1"}));
+        QVERIFY(reset.isEmpty());
         QCOMPARE(m_history->threadsRead(), 4);
         QCOMPARE(m_history->threadsInAll(), 5);
         m_library->held->finish();
         QTRY_VERIFY(!m_history->isLoading());
     }
 
-    void whatWasReadStaysUntilThereIsSomethingNewer()
+    void whatWasReadStaysUntilTheEndOfTheReading()
     {
         m_library->add("kept", noon);
+        m_library->add("gone", noon.addDays(-1));
         open();
         m_history->historyButtonClicked();
         m_library->holdsList = true;
         m_history->historyButtonClicked();
-        QCOMPARE(titles(), QStringList("kept"));
-        deliver({"fresh"}, {0}, 1);
-        QCOMPARE(titles(), QStringList("fresh"));
+        QSignalSpy inserted(m_history.get(), &HistoryController::sessionsInserted);
+        QSignalSpy removed(m_history.get(), &HistoryController::sessionsRemoved);
+        QSignalSpy changed(m_history.get(), &HistoryController::sessionChanged);
+        QCOMPARE(titles(), QStringList({"kept", "gone"}));
+        deliver({"fresh"}, {1}, 2);
+        QCOMPARE(titles(), QStringList({"fresh", "kept", "gone"}));
+        QVERIFY(removed.isEmpty());
+        ThreadBatch batch;
+        for (const CaptureSession &session : std::as_const(m_library->sessions)) {
+            if (session.previewText() == "kept")
+                batch.threads.append(FakeThreadLibrary::summary(session));
+        }
+        m_library->held->addResult(batch);
+        m_library->held->finish();
+        QTRY_VERIFY(!m_history->isLoading());
+        QCOMPARE(titles(), QStringList({"fresh", "kept"}));
+        // Only what differs is said.
+        QCOMPARE(ranges(inserted), QStringList("0+1"));
+        QCOMPARE(ranges(removed), QStringList("2+1"));
+        QVERIFY(changed.isEmpty());
+    }
+
+    void threadsInNoOrderComeInWithoutKeepingOthersWaiting()
+    {
+        m_library->holdsList = true;
+        m_history->historyButtonClicked();
+        ThreadBatch even;
+        ThreadBatch odd;
+        for (int i = 0; i < 1000; ++i) {
+            const auto thread =
+                FakeThreadLibrary::summary(QString::number(i), noon.addSecs(-60 * i));
+            (i % 2 == 0 ? even : odd).threads.append(thread);
+        }
+        even.total = odd.total = 1000;
+        QSignalSpy inserted(m_history.get(), &HistoryController::sessionsInserted);
+        m_library->held->addResult(even);
+        QTRY_COMPARE(inserted.size(), 1);
+        m_library->held->addResult(odd);
+        m_library->held->finish();
+        // One event after the other, as many as it takes.
+        qsizetype before = inserted.size();
+        while (m_history->isLoading()) {
+            QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+            QVERIFY2(inserted.size() - before <= 200, "one turn made too many changes");
+            before = inserted.size();
+        }
+        QCOMPARE(inserted.size(), 501);
+        for (int i = 0; i < 1000; ++i)
+            QCOMPARE(m_history->historySessions().at(i).title(), QString::number(i));
+    }
+
+    void closingInMidwayOfManyChangesEndsThem()
+    {
+        m_library->holdsList = true;
+        m_history->historyButtonClicked();
+        ThreadBatch even;
+        ThreadBatch odd;
+        for (int i = 0; i < 1000; ++i)
+            (i % 2 == 0 ? even : odd)
+                .threads.append(FakeThreadLibrary::summary("t", noon.addSecs(-60 * i)));
+        connect(m_history.get(), &HistoryController::sessionsInserted, m_history.get(), [this] {
+            if (m_history->historySessions().size() == 520)
+                m_history->close();
+        });
+        m_library->held->addResult(even);
+        m_library->held->addResult(odd);
+        QTRY_VERIFY(!m_history->isLoading());
+        QCoreApplication::processEvents();
+        QCOMPARE(m_history->historySessions().size(), 520);
     }
 
     void emptyReadingEmptiesTheList()
@@ -438,6 +503,14 @@ private:
         for (const ThreadSummary &thread : m_history->historySessions())
             titles.append(thread.title());
         return titles;
+    }
+    /// "first+count" for each signal.
+    static QStringList ranges(const QSignalSpy &spy)
+    {
+        QStringList texts;
+        for (const auto &arguments : spy)
+            texts.append(arguments.at(0).toString() + "+" + arguments.at(1).toString());
+        return texts;
     }
     void deliver(const QStringList &titles, const QList<int> &days, qsizetype total)
     {

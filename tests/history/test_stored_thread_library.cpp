@@ -1,5 +1,6 @@
 #include "app/WhenFinished.h"
 #include "fakes/LogCapture.h"
+#include "history/StoreFixture.h"
 #include "history/StoredThreadLibrary.h"
 
 #include <QTemporaryDir>
@@ -8,8 +9,6 @@
 using namespace quellora;
 
 namespace {
-
-const QDateTime t0 = QDateTime::fromString("2026-03-01T14:05:00Z", Qt::ISODate);
 
 CaptureSession makeThread(const QString &prompt)
 {
@@ -28,7 +27,7 @@ class TestStoredThreadLibrary : public QObject
 private Q_SLOTS:
     void init()
     {
-        m_folder = std::make_unique<QTemporaryDir>();
+        m_folder = std::make_unique<QTemporaryDir>(fastFolder() + "/quellora-test-XXXXXX");
         m_store = std::make_unique<CaptureSessionStore>(m_folder->path());
         m_saver = std::make_unique<BackgroundThreadSaver>(*m_store);
         m_library = std::make_unique<StoredThreadLibrary>(*m_store, *m_saver);

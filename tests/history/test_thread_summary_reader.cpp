@@ -8,8 +8,6 @@ using namespace quellora;
 
 namespace {
 
-using Listed = ThreadLibrary::Result<ThreadBatch>;
-
 struct Shelf : StoreFixture
 {
     ThreadSummaryReader reader{support.filePath("Quellora/sessions")};
@@ -34,17 +32,6 @@ struct Shelf : StoreFixture
     {
         const auto summary = reader.read(id);
         return summary ? summary->title() : "skipped: " + summary.error();
-    }
-    QList<Listed> list(qsizetype batchSize = 200, int cancelAfter = -1) const
-    {
-        QPromise<Listed> promise;
-        QFuture<Listed> future = promise.future();
-        promise.start();
-        if (cancelAfter == 0)
-            future.cancel();
-        ThreadSummaryReader::readAll(store, promise, batchSize);
-        promise.finish();
-        return future.results();
     }
 };
 
@@ -187,70 +174,6 @@ private Q_SLOTS:
         const QString image = f.folder(id) + "/screenshot-0.png";
         QVERIFY(QFile::resize(image, qint64(1) << 40));
         QCOMPARE(f.reader.read(id)->screenshots, 2);
-    }
-
-    void batchesHoldEveryThread()
-    {
-        Shelf f;
-        QSet<QUuid> expected;
-        for (int i = 0; i < 7; ++i) {
-            CaptureSession session = sample();
-            session.updatedAt = t0.addSecs(i);
-            expected.insert(f.save(session));
-        }
-        const QUuid bad = f.damaged("{");
-        const QList<Listed> batches = f.list(3);
-        QCOMPARE(batches.size(), 3);
-        QSet<QUuid> found;
-        for (const auto &batch : batches) {
-            QVERIFY(batch);
-            QCOMPARE(batch->total, 8);
-            for (int i = 0; i < batch->threads.size(); ++i) {
-                found.insert(batch->threads.at(i).id);
-                QVERIFY(i == 0 ||
-                        batch->threads.at(i - 1).updatedAt >= batch->threads.at(i).updatedAt);
-            }
-            for (const auto &skipped : batch->skipped)
-                QCOMPARE(skipped.id, bad);
-        }
-        QCOMPARE(found, expected);
-        QVERIFY(f.list(100).first()->skipped.size() == 1);
-    }
-
-    void lastChangedComeFirst()
-    {
-        Shelf f;
-        QList<QUuid> ids;
-        for (int i = 0; i < 4; ++i) {
-            ids.prepend(f.save(sample()));
-            QFile file(f.description(ids.first()));
-            QVERIFY(file.open(QIODevice::ReadWrite));
-            QVERIFY(file.setFileTime(t0.addSecs(i), QFileDevice::FileModificationTime));
-        }
-        QList<QUuid> found;
-        for (const auto &batch : f.list(1))
-            found.append(batch->threads.first().id);
-        QCOMPARE(found, ids);
-    }
-
-    void cancelledReadingEnds()
-    {
-        Shelf f;
-        f.save(sample());
-        QVERIFY(f.list(1, 0).isEmpty());
-        QCOMPARE(f.list(1).size(), 1);
-    }
-
-    void unreadableFolderIsOneError()
-    {
-        Shelf f;
-        QVERIFY(f.list().isEmpty());
-        QVERIFY(QDir(f.support.filePath("Quellora")).removeRecursively());
-        writeFile(f.support.filePath("Quellora"), "");
-        const QList<Listed> listed = f.list();
-        QCOMPARE(listed.size(), 1);
-        QVERIFY(!listed.first());
-        QCOMPARE(listed.first().error().kind, StoreError::Kind::File);
     }
 };
 

@@ -287,7 +287,146 @@ private Q_SLOTS:
         QCOMPARE(focusedRow(), 9999);
     }
 
+    void rowsThatComeInShowAtTheTopUntilTheUserMoves()
+    {
+        startReading();
+        deliver(100, 20, 0);
+        QCOMPARE(topTitle(), QStringLiteral("100"));
+        deliver(0, 3, 0);
+        deliver(300, 20, 0);
+        QCOMPARE(topTitle(), QStringLiteral("0"));
+        QCOMPARE(f().find("historyList")->property("currentIndex").toInt(), 0);
+    }
+
+    void rowsThatComeInDoNotMoveWhatIsScrolledTo()
+    {
+        startReading();
+        deliver(100, 100, 0);
+        QQuickItem *list = f().find("historyList");
+        list->setProperty("contentY", 1234);
+        f().panel.grabWindow();
+        const QString seen = topTitle();
+        const double y = topY();
+        // Above, between the rows above, and below.
+        deliver(0, 30, 0);
+        deliver(100, 5, 300);
+        deliver(900, 50, 0);
+        QCOMPARE(f().sidebar.count(), 185);
+        QCOMPARE(topTitle(), seen);
+        QCOMPARE(topY(), y);
+        f().library.held->finish();
+        QTRY_VERIFY(!f().history.isLoading());
+        QCOMPARE(topTitle(), seen);
+    }
+
+    void rowsThatComeInLeaveTheFocusedRowFocused()
+    {
+        startReading();
+        deliver(100, 30, 0);
+        key(Qt::Key_Down);
+        key(Qt::Key_Down);
+        QCOMPARE(focusedRow(), 1);
+        const double y = f().panel.activeFocusItem()->mapToScene({}).y();
+        deliver(0, 30, 0);
+        QCOMPARE(focusedRow(), 31);
+        QCOMPARE(titleAt(focusedRow()), QStringLiteral("101"));
+        QCOMPARE(f().panel.activeFocusItem()->mapToScene({}).y(), y);
+        key(Qt::Key_Up);
+        QCOMPARE(titleAt(focusedRow()), QStringLiteral("100"));
+    }
+
+    void rowsThatComeInLeaveATitleBeingTyped()
+    {
+        startReading();
+        deliver(100, 30, 0);
+        key(Qt::Key_Down);
+        key(Qt::Key_F2);
+        key(Qt::Key_A, Qt::ControlModifier);
+        type("Wor");
+        deliver(0, 30, 0);
+        type("ding");
+        key(Qt::Key_Return);
+        QCOMPARE(titleAt(30), QStringLiteral("Wording"));
+        QCOMPARE(focusedRow(), 30);
+    }
+
+    void rowsThatGoLeaveTheKeyboardWhereItIs()
+    {
+        openWithThreads();
+        f().history.close();
+        f().library.sessions.remove(f().history.historySessions().at(1).id);
+        openSidebar();
+        QCOMPARE(f().sidebar.count(), 5);
+        QVERIFY(f().find("historySearch")->hasActiveFocus());
+        // Not even when it is the focused row that has gone.
+        f().history.close();
+        f().library.holdsList = true;
+        f().history.historyButtonClicked();
+        QTRY_COMPARE(f().find("historySheet")->property("progress").toDouble(), 1.0);
+        key(Qt::Key_Down);
+        key(Qt::Key_Down);
+        QCOMPARE(focusedRow(), 1);
+        const QString next = titleAt(2);
+        ThreadBatch batch;
+        for (int i : {0, 2, 3, 4})
+            batch.threads.append(f().history.historySessions().at(i));
+        batch.total = 4;
+        f().library.held->addResult(batch);
+        f().library.held->finish();
+        QTRY_COMPARE(f().sidebar.count(), 4);
+        QTRY_COMPARE(focusedRow(), 1);
+        QCOMPARE(titleAt(1), next);
+    }
+
+    void openingAgainStartsAtTheTop()
+    {
+        startReading();
+        deliver(0, 100, 0);
+        f().library.held->finish();
+        QTRY_VERIFY(!f().history.isLoading());
+        f().find("historyList")->setProperty("contentY", 1234);
+        f().panel.grabWindow();
+        QVERIFY(topTitle() != "0");
+        f().history.close();
+        f().history.historyButtonClicked();
+        f().panel.grabWindow();
+        QCOMPARE(topTitle(), QStringLiteral("0"));
+    }
+
 private:
+    void startReading()
+    {
+        f().library.holdsList = true;
+        showActive();
+        f().history.historyButtonClicked();
+        QTRY_COMPARE(f().find("historySheet")->property("progress").toDouble(), 1.0);
+    }
+    /// Threads named by numbers from @p first on, each a minute older than the one before.
+    void deliver(int first, int threads, int seconds)
+    {
+        ThreadBatch batch;
+        for (int i = first; i < first + threads; ++i)
+            batch.threads.append(
+                FakeThreadLibrary::summary(QString::number(i), f().now.addSecs(-60 * i - seconds)));
+        batch.total = 1000;
+        const int before = f().sidebar.count();
+        f().library.held->addResult(batch);
+        QTRY_COMPARE(f().sidebar.count(), before + threads);
+        f().panel.grabWindow();
+    }
+    /// The first row that is in sight as a whole.
+    QQuickItem *topRow()
+    {
+        QQuickItem *list = f().find("historyList");
+        for (int row = 0; row < f().sidebar.count(); ++row) {
+            QQuickItem *item = rowItem(row);
+            if (item && item->mapToItem(list, {}).y() >= 0)
+                return item;
+        }
+        return nullptr;
+    }
+    QString topTitle() { return topRow()->property("title").toString(); }
+    double topY() { return topRow()->mapToScene({}).y(); }
     void openSidebar()
     {
         if (!f().panel.isVisible())

@@ -132,6 +132,78 @@ private Q_SLOTS:
         QCOMPARE(m_model->progress(), 5.0 / 2000);
     }
 
+    void rowsComeInOneByOneWhateverTheOrder()
+    {
+        m_library->holdsList = true;
+        m_history->historyButtonClicked();
+        m_model->setSearchText("b");
+        deliver({"b2", "c"}, 0);
+        QSignalSpy reset(m_model.get(), &QAbstractItemModel::modelReset);
+        QSignalSpy inserted(m_model.get(), &QAbstractItemModel::rowsInserted);
+        const QPersistentModelIndex kept = m_model->index(0);
+        deliver({"b1", "c"}, 1);
+        deliver({"b3", "c"}, -1);
+        deliver({"c"}, 2);
+        QCOMPARE(titles(), QStringList({"b1", "b2", "b3"}));
+        QCOMPARE(kept.data(HistoryModel::TitleRole).toString(), QStringLiteral("b2"));
+        QCOMPARE(inserted.size(), 2);
+        QVERIFY(reset.isEmpty());
+    }
+
+    void readingAgainKeepsTheRows()
+    {
+        m_library->add("a", noon);
+        const auto gone = m_library->add("b", noon.addDays(-1));
+        m_library->add("c", noon.addDays(-2));
+        open();
+        m_history->historyButtonClicked();
+        const QPersistentModelIndex kept = m_model->index(2);
+        QSignalSpy reset(m_model.get(), &QAbstractItemModel::modelReset);
+        QSignalSpy deleted(m_model.get(), &HistoryModel::rowDeleted);
+        m_library->sessions.remove(gone.id);
+        m_library->add("d", noon.addSecs(-1));
+        open();
+        QCOMPARE(titles(), QStringList({"a", "d", "c"}));
+        QCOMPARE(kept.data(HistoryModel::TitleRole).toString(), QStringLiteral("c"));
+        QVERIFY(reset.isEmpty());
+        // It was not the user who deleted it just now.
+        QVERIFY(deleted.isEmpty());
+    }
+
+    void renamingInASearchMovesNoOtherRow()
+    {
+        m_library->add("one apple", noon);
+        m_library->add("two apples", noon.addDays(-1));
+        m_library->add("pear", noon.addDays(-2));
+        open();
+        m_model->setSearchText("apple");
+        QSignalSpy reset(m_model.get(), &QAbstractItemModel::modelReset);
+        const QPersistentModelIndex kept = m_model->index(1);
+        m_model->rename(0, "plum");
+        QCOMPARE(titles(), QStringList("two apples"));
+        QCOMPARE(kept.row(), 0);
+        m_history->renameSession(m_history->historySessions().at(2).id, "green apple");
+        QCOMPARE(titles(), QStringList({"two apples", "green apple"}));
+        QVERIFY(reset.isEmpty());
+    }
+
+    void deletedRowIsSaid()
+    {
+        m_library->add("apple", noon);
+        m_library->add("pear", noon.addDays(-1));
+        open();
+        QSignalSpy deleted(m_model.get(), &HistoryModel::rowDeleted);
+        m_model->setSearchText("pear");
+        m_model->requestDelete(0);
+        m_model->confirmDelete();
+        QTRY_COMPARE(deleted.size(), 1);
+        QCOMPARE(deleted.first().first().toInt(), 0);
+        // One that the search hides has no row.
+        m_history->deleteSession(m_history->historySessions().at(0).id);
+        QTRY_VERIFY(m_history->historySessions().isEmpty());
+        QCOMPARE(deleted.size(), 1);
+    }
+
     void openingClearsTheSearch()
     {
         m_library->add("thread", noon);

@@ -21,9 +21,10 @@ HistoryModel::HistoryModel(HistoryController &history, const ThreadController &t
     connect(&history, &HistoryController::progressChanged, this, &HistoryModel::progressChanged);
     connect(&history, &HistoryController::noticeChanged, this, &HistoryModel::noticeChanged);
     connect(&history, &HistoryController::sessionsReset, this, &HistoryModel::rebuild);
-    connect(&history, &HistoryController::sessionsAppended, this, &HistoryModel::append);
-    connect(&history, &HistoryController::sessionRemoved, this, &HistoryModel::removeAt);
-    connect(&history, &HistoryController::sessionChanged, this, &HistoryModel::changeAt);
+    connect(&history, &HistoryController::sessionsInserted, this, &HistoryModel::insertThreads);
+    connect(&history, &HistoryController::sessionsRemoved, this, &HistoryModel::removeThreads);
+    connect(&history, &HistoryController::sessionDeleted, this, &HistoryModel::deleteThread);
+    connect(&history, &HistoryController::sessionChanged, this, &HistoryModel::changeThread);
     connect(&threads, &ThreadController::sessionChanged, this, [this] {
         if (isOpen() && !m_visible.isEmpty())
             Q_EMIT dataChanged(index(0), index(count() - 1), {IsCurrentRole});
@@ -112,48 +113,78 @@ void HistoryModel::rebuild()
     Q_EMIT countChanged();
 }
 
-void HistoryModel::append(qsizetype first)
+int HistoryModel::rowFrom(qsizetype position) const
 {
+    return int(std::distance(m_visible.begin(),
+                             std::lower_bound(m_visible.begin(), m_visible.end(), position)));
+}
+
+void HistoryModel::showPositions(int row, const QList<qsizetype> &positions)
+{
+    if (positions.isEmpty())
+        return;
+    const int added = int(positions.size());
+    beginInsertRows({}, row, row + added - 1);
+    m_visible.insert(row, added, 0);
+    std::copy(positions.begin(), positions.end(), m_visible.begin() + row);
+    endInsertRows();
+}
+
+void HistoryModel::hideRows(int row, int count)
+{
+    if (count == 0)
+        return;
+    beginRemoveRows({}, row, row + count - 1);
+    m_visible.remove(row, count);
+    endRemoveRows();
+}
+
+void HistoryModel::insertThreads(qsizetype first, qsizetype count)
+{
+    const int row = rowFrom(first);
+    std::for_each(m_visible.begin() + row, m_visible.end(),
+                  [count](qsizetype &later) { later += count; });
     QList<qsizetype> added;
-    const QList<ThreadSummary> &threads = m_history.historySessions();
-    for (qsizetype position = first; position < threads.size(); ++position) {
-        if (matches(threads.at(position)))
+    for (qsizetype position = first; position < first + count; ++position) {
+        if (matches(m_history.historySessions().at(position)))
             added.append(position);
     }
-    if (!added.isEmpty()) {
-        beginInsertRows({}, count(), count() + int(added.size()) - 1);
-        m_visible.append(added);
-        endInsertRows();
-    }
+    showPositions(row, added);
     Q_EMIT countChanged();
 }
 
-void HistoryModel::removeAt(qsizetype position)
+void HistoryModel::removeThreads(qsizetype first, qsizetype count)
 {
-    const auto it = std::lower_bound(m_visible.begin(), m_visible.end(), position);
-    const bool isShown = it != m_visible.end() && *it == position;
-    std::for_each(isShown ? std::next(it) : it, m_visible.end(), [](qsizetype &later) { --later; });
-    if (isShown) {
-        const int row = int(std::distance(m_visible.begin(), it));
-        beginRemoveRows({}, row, row);
-        m_visible.removeAt(row);
-        endRemoveRows();
-    }
+    const int row = rowFrom(first);
+    const int end = rowFrom(first + count);
+    std::for_each(m_visible.begin() + end, m_visible.end(),
+                  [count](qsizetype &later) { later -= count; });
+    hideRows(row, end - row);
     Q_EMIT countChanged();
 }
 
-void HistoryModel::changeAt(qsizetype position)
+void HistoryModel::deleteThread(qsizetype position)
 {
-    const auto it = std::lower_bound(m_visible.begin(), m_visible.end(), position);
-    const bool isShown = it != m_visible.end() && *it == position;
-    if (isShown != matches(m_history.historySessions().at(position))) {
-        rebuild();
-        return;
-    }
-    if (!isShown)
-        return;
-    const QModelIndex changed = index(int(std::distance(m_visible.begin(), it)));
-    Q_EMIT dataChanged(changed, changed, {TitleRole, MatchStartRole, Qt::DisplayRole});
+    const int row = rowFrom(position);
+    const bool isShown = row < count() && m_visible.at(row) == position;
+    removeThreads(position, 1);
+    if (isShown)
+        Q_EMIT rowDeleted(row);
+}
+
+void HistoryModel::changeThread(qsizetype position)
+{
+    const int row = rowFrom(position);
+    const bool isShown = row < count() && m_visible.at(row) == position;
+    const bool isToBeShown = matches(m_history.historySessions().at(position));
+    if (isShown && isToBeShown)
+        Q_EMIT dataChanged(index(row), index(row));
+    else if (isShown)
+        hideRows(row, 1);
+    else if (isToBeShown)
+        showPositions(row, {position});
+    if (isShown != isToBeShown)
+        Q_EMIT countChanged();
 }
 
 void HistoryModel::openStateChanged()

@@ -91,14 +91,21 @@ Q_SIGNALS:
     void progressChanged();
     void noticeChanged();
     void pendingDeleteChanged();
+    /// The user deleted the thread that was in this row.
+    void rowDeleted(int row);
 
 private:
     const ThreadSummary &at(int row) const;
     bool matches(const ThreadSummary &thread) const;
     void rebuild();
-    void append(qsizetype first);
-    void removeAt(qsizetype position);
-    void changeAt(qsizetype position);
+    /// The first row whose thread is at @p position or after it.
+    int rowFrom(qsizetype position) const;
+    void insertThreads(qsizetype first, qsizetype count);
+    void removeThreads(qsizetype first, qsizetype count);
+    void deleteThread(qsizetype position);
+    void changeThread(qsizetype position);
+    void showPositions(int row, const QList<qsizetype> &positions);
+    void hideRows(int row, int count);
     void openStateChanged();
 
     HistoryController &m_history;

@@ -42,17 +42,15 @@ Item {
         function onOpenChanged() {
             if (overlay.history.isOpen) {
                 search.forceActiveFocus()
+                list.rest()
                 return
             }
             if (overlay.opener)
                 overlay.opener.forceActiveFocus(overlay.closedByKey ? Qt.TabFocusReason
                                                                     : Qt.OtherFocusReason)
         }
-        function onRowsRemoved(parent, first) {
-            Qt.callLater(overlay.focusRow, first)
-        }
-        function onModelReset() {
-            list.currentIndex = Math.max(0, overlay.history.currentRow())
+        function onRowDeleted(row) {
+            Qt.callLater(overlay.focusRow, row)
         }
     }
 
@@ -139,20 +137,17 @@ Item {
                 Accessible.role: Accessible.AlertMessage
             }
 
-            ListView {
+            ThreadListView {
                 id: list
                 objectName: "historyList"
+                history: overlay.history
                 x: Tokens.space2
                 y: search.y + search.height + Tokens.space1
                    + (notice.visible ? notice.implicitHeight + Tokens.space1 : 0)
                 width: parent.width - 2 * x
                 height: parent.height - y - (loading.visible ? loading.height : 0)
-                model: overlay.history
-                clip: true
-                boundsBehavior: Flickable.StopAtBounds
-                highlightFollowsCurrentItem: false
-                keyNavigationEnabled: false
                 bottomMargin: Tokens.space2
+                onFocusedRowGone: row => overlay.focusRow(row)
                 section.property: "day"
                 section.delegate: Label {
                     required property string section
@@ -193,9 +188,14 @@ Item {
                 delegate: SessionRow {
                     theme: overlay.theme
                     width: list.width
+                    isHeld: list.keepsFocus
                     onClicked: overlay.openThread(index, visualFocus)
                     onRenamed: title => overlay.history.rename(index, title)
-                    onEditingChanged: isEditing => overlay.history.setRenaming(isEditing)
+                    onEditingChanged: isEditing => {
+                        if (isEditing)
+                            list.currentIndex = index
+                        overlay.history.setRenaming(isEditing)
+                    }
                     onDeleteRequested: {
                         list.currentIndex = index
                         overlay.history.requestDelete(index)

@@ -15,6 +15,8 @@ ListRow {
     required property int notes
     required property bool isCurrent
     property bool isEditing: false
+    /// Loses the keyboard for a moment, against the user's will.
+    property bool isHeld: false
     readonly property bool usesActions: hovered || activeFocus || rename.activeFocus
                                         || remove.activeFocus
     readonly property bool takesTab: ListView.isCurrentItem
@@ -152,6 +154,7 @@ ListRow {
         sourceComponent: SessionTitleField {
             theme: row.theme
             text: row.title
+            isHeld: row.isHeld
             onCommitted: title => {
                 row.endEditing()
                 row.renamed(title)

@@ -8,6 +8,8 @@ TextField {
     signal committed(string title)
     signal abandoned()
 
+    /// Losing the keyboard means nothing now.
+    property bool isHeld: false
     property bool isDone: false
 
     function finish(keep) {
@@ -30,7 +32,7 @@ TextField {
         forceActiveFocus()
     }
     onActiveFocusChanged: {
-        if (!activeFocus)
+        if (!activeFocus && !isHeld)
             finish(true)
     }
     Keys.onReturnPressed: finish(true)

@@ -1,0 +1,176 @@
+#include "history/ListedThreads.h"
+
+#include <algorithm>
+#include <limits>
+#include <utility>
+
+namespace quellora {
+
+qsizetype ListedThreads::positionOf(const QUuid &id) const
+{
+    const auto it = std::find_if(m_threads.begin(), m_threads.end(),
+                                 [&id](const ThreadSummary &thread) { return thread.id == id; });
+    return it == m_threads.end() ? -1 : std::distance(m_threads.begin(), it);
+}
+
+void ListedThreads::beginReading()
+{
+    abandonReading();
+    m_removed.clear();
+    m_titles.clear();
+    m_stale.reserve(m_threads.size());
+    for (const ThreadSummary &thread : std::as_const(m_threads))
+        m_stale.insert(thread.id, thread.updatedAt);
+}
+
+void ListedThreads::add(const QList<ThreadSummary> &threads)
+{
+    m_incoming.append(threads);
+}
+
+void ListedThreads::endReading()
+{
+    m_isComplete = true;
+}
+
+void ListedThreads::abandonReading()
+{
+    m_incoming.clear();
+    m_next = 0;
+    m_isComplete = false;
+    m_swept = std::numeric_limits<qsizetype>::max();
+    m_stale.clear();
+}
+
+void ListedThreads::clear()
+{
+    abandonReading();
+    m_threads.clear();
+}
+
+std::optional<ListedThreads::Change> ListedThreads::applyNext()
+{
+    if (auto change = applyIncoming())
+        return change;
+    return m_isComplete ? removeStale() : std::nullopt;
+}
+
+/// As it was read, with what the user did since.
+ThreadSummary ListedThreads::incoming(qsizetype at) const
+{
+    ThreadSummary thread = m_incoming.at(at);
+    if (const auto title = m_titles.constFind(thread.id); title != m_titles.constEnd())
+        thread.customTitle = *title;
+    return thread;
+}
+
+qsizetype ListedThreads::lowerBound(const ThreadSummary &thread) const
+{
+    return std::distance(m_threads.begin(),
+                         std::lower_bound(m_threads.begin(), m_threads.end(), thread, isNewer));
+}
+
+std::optional<ListedThreads::Change> ListedThreads::applyIncoming()
+{
+    while (m_next < m_incoming.size()) {
+        const QUuid id = m_incoming.at(m_next).id;
+        if (m_removed.contains(id)) {
+            ++m_next;
+            continue;
+        }
+        const auto change = m_stale.contains(id) ? updateKnown(incoming(m_next)) : insertRun();
+        if (change)
+            return change;
+    }
+    m_incoming.clear();
+    m_next = 0;
+    return std::nullopt;
+}
+
+std::optional<ListedThreads::Change> ListedThreads::updateKnown(ThreadSummary thread)
+{
+    ThreadSummary key;
+    key.id = thread.id;
+    key.updatedAt = m_stale.take(thread.id);
+    const qsizetype position = lowerBound(key);
+    if (key.updatedAt != thread.updatedAt) {
+        // Comes in again at its new place.
+        m_threads.removeAt(position);
+        return Change{Change::Kind::Removed, position, 1};
+    }
+    ++m_next;
+    if (m_threads.at(position) == thread)
+        return std::nullopt;
+    m_threads[position] = std::move(thread);
+    return Change{Change::Kind::Changed, position, 1};
+}
+
+std::optional<ListedThreads::Change> ListedThreads::insertRun()
+{
+    QList<ThreadSummary> run{incoming(m_next)};
+    const qsizetype position = lowerBound(run.constFirst());
+    const bool isAtEnd = position == m_threads.size();
+    // Folders whose names differ in case only are one thread.
+    if (!isAtEnd && m_threads.at(position).id == run.constFirst().id) {
+        ++m_next;
+        return std::nullopt;
+    }
+    for (++m_next; m_next < m_incoming.size(); ++m_next) {
+        const ThreadSummary &thread = m_incoming.at(m_next);
+        const bool belongs = isNewer(run.constLast(), thread) &&
+                             (isAtEnd || isNewer(thread, m_threads.at(position)));
+        if (!belongs || m_stale.contains(thread.id) || m_removed.contains(thread.id))
+            break;
+        run.append(incoming(m_next));
+    }
+    const qsizetype count = run.size();
+    if (isAtEnd) {
+        m_threads.append(std::move(run));
+    } else {
+        m_threads.insert(position, count, ThreadSummary());
+        std::move(run.begin(), run.end(), m_threads.begin() + position);
+    }
+    return Change{Change::Kind::Inserted, position, count};
+}
+
+std::optional<ListedThreads::Change> ListedThreads::removeStale()
+{
+    const auto isStale = [this](qsizetype at) { return m_stale.contains(m_threads.at(at).id); };
+    m_swept = std::min(m_swept, m_threads.size());
+    // From the end, so that the positions still to be looked at stay the same.
+    while (m_swept > 0 && !m_stale.isEmpty()) {
+        const qsizetype end = m_swept;
+        while (m_swept > 0 && isStale(m_swept - 1))
+            m_stale.remove(m_threads.at(--m_swept).id);
+        if (m_swept < end) {
+            m_threads.remove(m_swept, end - m_swept);
+            return Change{Change::Kind::Removed, m_swept, end - m_swept};
+        }
+        --m_swept;
+    }
+    return std::nullopt;
+}
+
+qsizetype ListedThreads::remove(const QUuid &id)
+{
+    m_removed.insert(id);
+    m_stale.remove(id);
+    const qsizetype position = positionOf(id);
+    if (position < 0)
+        return position;
+    m_threads.removeAt(position);
+    if (position < m_swept && m_swept <= m_threads.size())
+        --m_swept;
+    return position;
+}
+
+qsizetype ListedThreads::setTitle(const QUuid &id, const std::optional<QString> &title)
+{
+    m_titles.insert(id, title);
+    const qsizetype position = positionOf(id);
+    if (position >= 0)
+        m_threads[position].customTitle = title;
+    return position;
+}
+
+} // namespace quellora

@@ -1,0 +1,217 @@
+#include "history/ListedThreads.h"
+
+#include <QTest>
+
+#include <algorithm>
+#include <random>
+
+using namespace quellora;
+
+namespace {
+
+using Change = ListedThreads::Change;
+using Kind = Change::Kind;
+
+const QDateTime noon(QDate(2026, 3, 1), QTime(12, 0), Qt::UTC);
+
+ThreadSummary stored(int number, int changed, const QString &title = {})
+{
+    ThreadSummary summary;
+    summary.id = QUuid::createUuidV5(QUuid(), QByteArray::number(number));
+    summary.createdAt = noon;
+    summary.updatedAt = noon.addSecs(changed);
+    summary.previewText = title.isEmpty() ? QString::number(number) : title;
+    return summary;
+}
+
+/// What a view knows: rows as the changes tell them.
+void follow(QList<ThreadSummary> &view, const Change &change, const QList<ThreadSummary> &now)
+{
+    switch (change.kind) {
+    case Kind::Inserted:
+        for (qsizetype i = change.first; i < change.first + change.count; ++i)
+            view.insert(i, now.at(i));
+        break;
+    case Kind::Removed:
+        view.remove(change.first, change.count);
+        break;
+    case Kind::Changed:
+        view[change.first] = now.at(change.first);
+        break;
+    }
+}
+
+QList<Change> applyAll(ListedThreads &listed)
+{
+    QList<Change> changes;
+    while (const auto change = listed.applyNext())
+        changes.append(*change);
+    return changes;
+}
+
+QStringList titles(const ListedThreads &listed)
+{
+    QStringList texts;
+    for (const ThreadSummary &summary : listed.threads())
+        texts.append(summary.title());
+    return texts;
+}
+
+void readAll(ListedThreads &listed, const QList<ThreadSummary> &threads)
+{
+    listed.beginReading();
+    listed.add(threads);
+    listed.endReading();
+    applyAll(listed);
+}
+
+} // namespace
+
+class TestListedThreads : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void partsInOrderAreOneChangeEach()
+    {
+        ListedThreads listed;
+        listed.beginReading();
+        listed.add({stored(1, 9), stored(2, 8)});
+        QCOMPARE(applyAll(listed), QList<Change>({{Kind::Inserted, 0, 2}}));
+        listed.add({stored(3, 7), stored(4, 6)});
+        QCOMPARE(applyAll(listed), QList<Change>({{Kind::Inserted, 2, 2}}));
+        listed.endReading();
+        QVERIFY(applyAll(listed).isEmpty());
+        QCOMPARE(titles(listed), QStringList({"1", "2", "3", "4"}));
+    }
+
+    void sameReadingChangesNothing()
+    {
+        ListedThreads listed;
+        const QList<ThreadSummary> all{stored(1, 9), stored(2, 9), stored(3, 1)};
+        readAll(listed, all);
+        listed.beginReading();
+        listed.add(all);
+        QVERIFY(applyAll(listed).isEmpty());
+        listed.endReading();
+        QVERIFY(applyAll(listed).isEmpty());
+        QCOMPARE(listed.threads().size(), 3);
+    }
+
+    void whatChangedOnTheDiskChangesAlone()
+    {
+        ListedThreads listed;
+        readAll(listed, {stored(1, 9), stored(2, 8), stored(3, 7), stored(4, 6)});
+        listed.beginReading();
+        // One has moved up, one has another title, one has gone.
+        listed.add({stored(3, 10), stored(1, 9), stored(4, 6, "new")});
+        QCOMPARE(
+            applyAll(listed),
+            QList<Change>({{Kind::Removed, 2, 1}, {Kind::Inserted, 0, 1}, {Kind::Changed, 3, 1}}));
+        listed.endReading();
+        QCOMPARE(applyAll(listed), QList<Change>({{Kind::Removed, 2, 1}}));
+        QCOMPARE(titles(listed), QStringList({"3", "1", "new"}));
+    }
+
+    void whatHasGoneGoesInRuns()
+    {
+        ListedThreads listed;
+        QList<ThreadSummary> all;
+        for (int i = 0; i < 10; ++i)
+            all.append(stored(i, -i));
+        readAll(listed, all);
+        listed.beginReading();
+        listed.add({all.at(2), all.at(6)});
+        listed.endReading();
+        QCOMPARE(
+            applyAll(listed),
+            QList<Change>({{Kind::Removed, 7, 3}, {Kind::Removed, 3, 3}, {Kind::Removed, 0, 2}}));
+        QCOMPARE(titles(listed), QStringList({"2", "6"}));
+    }
+
+    void abandonedReadingRemovesNothing()
+    {
+        ListedThreads listed;
+        readAll(listed, {stored(1, 9), stored(2, 8)});
+        listed.beginReading();
+        listed.add({stored(3, 10)});
+        listed.abandonReading();
+        QVERIFY(applyAll(listed).isEmpty());
+        QCOMPARE(titles(listed), QStringList({"1", "2"}));
+    }
+
+    void theUserOutweighsTheReading()
+    {
+        ListedThreads listed;
+        readAll(listed, {stored(1, 9), stored(2, 8)});
+        listed.beginReading();
+        listed.add({stored(1, 9), stored(2, 8), stored(3, 7), stored(4, 6)});
+        QCOMPARE(listed.remove(stored(1, 9).id), 0);
+        QCOMPARE(listed.remove(stored(3, 7).id), -1);
+        QCOMPARE(listed.setTitle(stored(2, 8).id, "mine"), 0);
+        QCOMPARE(listed.setTitle(stored(4, 6).id, "too"), -1);
+        QCOMPARE(applyAll(listed), QList<Change>({{Kind::Inserted, 1, 1}}));
+        QCOMPARE(titles(listed), QStringList({"mine", "too"}));
+        // With the next one it is the disk that counts.
+        readAll(listed, {stored(3, 7), stored(2, 8, "disk")});
+        QCOMPARE(titles(listed), QStringList({"disk", "3"}));
+    }
+
+    void removingBetweenTheLastChanges()
+    {
+        ListedThreads listed;
+        readAll(listed, {stored(1, 9), stored(2, 8), stored(3, 7), stored(4, 6), stored(5, 5)});
+        listed.beginReading();
+        listed.add({stored(2, 8), stored(4, 6)});
+        listed.endReading();
+        QCOMPARE(*listed.applyNext(), (Change{Kind::Removed, 4, 1}));
+        QCOMPARE(listed.remove(stored(2, 8).id), 1);
+        QCOMPARE(applyAll(listed), QList<Change>({{Kind::Removed, 0, 2}}));
+        QCOMPARE(titles(listed), QStringList("4"));
+    }
+
+    void threadThatComesTwiceIsListedOnce()
+    {
+        ListedThreads listed;
+        readAll(listed, {stored(1, 9), stored(1, 9), stored(2, 8)});
+        QCOMPARE(titles(listed), QStringList({"1", "2"}));
+    }
+
+    void anyReadingLeadsToItsList()
+    {
+        std::mt19937 random(7);
+        const auto upTo = [&random](unsigned limit) { return int(random() % limit); };
+        ListedThreads listed;
+        QList<ThreadSummary> view;
+        for (int reading = 0; reading < 60; ++reading) {
+            QList<ThreadSummary> disk;
+            for (int number = 0; number < 80; ++number) {
+                if (upTo(3) > 0)
+                    disk.append(stored(number, upTo(20), QString::number(upTo(3))));
+            }
+            std::shuffle(disk.begin(), disk.end(), random);
+            listed.beginReading();
+            for (qsizetype at = 0; at < disk.size(); at += 16) {
+                QList<ThreadSummary> part = disk.mid(at, 16);
+                std::sort(part.begin(), part.end(), isNewer);
+                listed.add(part);
+                for (int i = upTo(40); i > 0; --i) {
+                    if (const auto change = listed.applyNext())
+                        follow(view, *change, listed.threads());
+                    QCOMPARE(view, listed.threads());
+                }
+            }
+            // Some readings are given up.
+            if (upTo(4) == 0)
+                continue;
+            listed.endReading();
+            while (const auto change = listed.applyNext())
+                follow(view, *change, listed.threads());
+            std::sort(disk.begin(), disk.end(), isNewer);
+            QCOMPARE(listed.threads(), disk);
+            QCOMPARE(view, disk);
+        }
+    }
+};
+
+QTEST_APPLESS_MAIN(TestListedThreads)
+#include "test_listed_threads.moc"

@@ -1,0 +1,62 @@
+#include "history/StoreFixture.h"
+#include "history/ThreadListing.h"
+
+#include <QTest>
+
+#include <sys/inotify.h>
+#include <unistd.h>
+
+using namespace quellora;
+
+/// What listing opens, as the kernel tells it.
+class TestThreadListingOpens : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void descriptionsOnlyAndNoImages()
+    {
+        const StoreFixture f;
+        const int watch = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+        if (watch < 0)
+            QSKIP("the kernel tells nothing here");
+        for (int i = 0; i < 3; ++i) {
+            const CaptureSession session = keptSample();
+            QVERIFY(f.store.save(session));
+            QVERIFY(::inotify_add_watch(watch, QFile::encodeName(f.folder(session.id)),
+                                        IN_OPEN | IN_ACCESS) >= 0);
+        }
+        QCOMPARE(listed(f), 3);
+        QCOMPARE(touched(watch), QSet<QByteArray>({"session.json"}));
+        // The test would notice one.
+        QVERIFY(f.store.load(f.store.list()->first()));
+        QVERIFY(touched(watch).contains("screenshot-0.png"));
+        ::close(watch);
+    }
+
+private:
+    static qsizetype listed(const StoreFixture &f)
+    {
+        ThreadListing::Promise promise;
+        promise.start();
+        ThreadListing::read(f.store, promise);
+        promise.finish();
+        return promise.future().result()->threads.size();
+    }
+    static QSet<QByteArray> touched(int watch)
+    {
+        QSet<QByteArray> names;
+        alignas(inotify_event) char buffer[16384];
+        for (ssize_t size; (size = ::read(watch, buffer, sizeof buffer)) > 0;) {
+            for (ssize_t at = 0; at < size;) {
+                inotify_event event = {};
+                memcpy(&event, buffer + at, sizeof event);
+                names.insert(QByteArray(buffer + at + sizeof event));
+                at += static_cast<ssize_t>(sizeof event + event.len);
+            }
+        }
+        return names;
+    }
+};
+
+QTEST_GUILESS_MAIN(TestThreadListingOpens)
+#include "test_thread_listing_opens.moc"
