@@ -37,6 +37,8 @@ function(quellora_add_test name)
     set_target_properties(${name} PROPERTIES
         AUTOMOC ON RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
     quellora_configure_target(${name})
+    # Tests are compiled more often than they run.
+    target_compile_options(${name} PRIVATE $<$<CONFIG:Release>:-O0>)
     target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
     target_link_libraries(${name} PRIVATE ${arg_DEPENDS} Qt6::Test)
     add_test(NAME ${name} COMMAND ${name})

@@ -65,7 +65,11 @@ int PanelKeeperX11::takeFocus(xcb_timestamp_t time)
 {
     const xcb_window_t native = nativeWindow(m_window);
     const xcb_window_t before = focusedWindow(m_x11);
-    const int status = setFocus(m_x11, native, time);
+    int status = setFocus(m_x11, native, time);
+    // A press that comes from an assistive program brings no time: the last one known may be older
+    // than the focus, and the server then leaves the focus where it is.
+    if (status == 0 && focusedWindow(m_x11) != native)
+        status = setFocus(m_x11, native, XCB_CURRENT_TIME);
     if (status == 0 && before != native)
         m_previousFocus = before;
     return status;
