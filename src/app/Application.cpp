@@ -56,6 +56,7 @@ Application::Application(std::unique_ptr<SingleInstance> instance)
             [this] { m_network.setCookieJar(new QNetworkCookieJar); });
     initializeUi();
     prepareQmlEngine(m_engine);
+    followMotion(m_engine, m_platform->appearance());
     running = this;
     // When the display goes away the toolkit ends the process from within, past every destructor.
     std::atexit([] {

@@ -120,7 +120,7 @@ public:
     virtual void onChanged(std::function<void()> handler) = 0;
 };
 
-/// The system's light or dark appearance.
+/// How the system looks and moves.
 class Appearance
 {
 public:
@@ -128,6 +128,10 @@ public:
     virtual bool isDark() const = 0;
     /// Called on the main thread whenever isDark() changes.
     virtual void onChanged(std::function<void()> handler) = 0;
+    /// Whether the user asked for less movement on the screen.
+    virtual bool reducesMotion() const = 0;
+    /// Called on the main thread whenever reducesMotion() changes.
+    virtual void onMotionChanged(std::function<void()> handler) = 0;
 };
 
 /// Opens addresses and files with the user's default programs, without blocking.

@@ -30,6 +30,7 @@ Item {
             to: 360
             duration: Tokens.spinTime
             loops: Animation.Infinite
+            onStopped: ring.rotation = 0
             running: spinner.visible && spinner.running && !Tokens.reducedMotion
         }
     }

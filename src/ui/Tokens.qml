@@ -58,9 +58,9 @@ QtObject {
     readonly property int ringWidth: 2
     readonly property int ringOffset: 2
 
-    /// Set once from the system's preference. No slides and no pulses then; fades stay, shorter.
+    /// Follows the system's preference. No slides and no pulses then; fades stay, shorter.
     property bool reducedMotion: false
-    readonly property int hoverTime: 100
+    readonly property int hoverTime: reducedMotion ? 80 : 100
     readonly property int menuTime: reducedMotion ? 80 : 160
     readonly property int sheetTime: reducedMotion ? 80 : 200
     readonly property int scrimTime: reducedMotion ? 80 : 160

@@ -2,12 +2,17 @@
 
 #include "BundledFonts.h"
 #include "app/Log.h"
+#include "platform/Platform.h"
 #include "ui/ControlAccessibility.h"
 
 #include <QFont>
 #include <QGuiApplication>
+#include <QPointer>
+#include <QQmlComponent>
 #include <QQmlEngine>
 #include <QQuickWindow>
+
+#include <memory>
 
 void qml_register_types_Quellora_Ui();
 
@@ -32,6 +37,25 @@ void prepareQmlEngine(QQmlEngine &engine)
     static volatile auto keepModule = &qml_register_types_Quellora_Ui;
     Q_UNUSED(keepModule)
     engine.addImportPath(QStringLiteral("qrc:/qt/qml"));
+}
+
+void followMotion(QQmlEngine &engine, Appearance &appearance)
+{
+    // The engine knows the tokens only once something has imported them.
+    QQmlComponent finder(&engine);
+    finder.setData("import QtQml\nimport Quellora.Ui\n"
+                   "QtObject { readonly property QtObject tokens: Tokens }",
+                   QUrl());
+    const std::unique_ptr<QObject> found(finder.create());
+    if (!found)
+        qFatal("%s", qPrintable(finder.errorString()));
+    const auto apply = [tokens = QPointer(found->property("tokens").value<QObject *>()),
+                        &appearance] {
+        if (tokens)
+            tokens->setProperty("reducedMotion", appearance.reducesMotion());
+    };
+    appearance.onMotionChanged(apply);
+    apply();
 }
 
 } // namespace quellora

@@ -4,6 +4,8 @@ class QQmlEngine;
 
 namespace quellora {
 
+class Appearance;
+
 /// Sets the shared components up: faces, default font, text rendering and what assistive programs
 /// see of text fields. Needs the application object; call once before the first window. Main
 /// thread.
@@ -11,5 +13,9 @@ void initializeUi();
 
 /// Lets QML of @p engine import Quellora.Ui and the program's other modules.
 void prepareQmlEngine(QQmlEngine &engine);
+
+/// Lets what @p engine shows move as much as the system's user wants, from now on. Takes the one
+/// motion handler of @p appearance, which must outlive the windows. Main thread.
+void followMotion(QQmlEngine &engine, Appearance &appearance);
 
 } // namespace quellora

@@ -23,6 +23,7 @@ Item {
     Accessible.ignored: true
 
     Rectangle {
+        id: halo
         anchors.fill: parent
         anchors.margins: -3
         visible: bar.exceeded
@@ -33,6 +34,7 @@ Item {
         SequentialAnimation on opacity {
             running: bar.exceeded && bar.visible && !Tokens.reducedMotion
             loops: Animation.Infinite
+            onStopped: halo.opacity = 1
             NumberAnimation { to: 0.45; duration: Tokens.pulseTime / 2; easing.type: Easing.InOutSine }
             NumberAnimation { to: 1; duration: Tokens.pulseTime / 2; easing.type: Easing.InOutSine }
         }

@@ -210,6 +210,11 @@ class FakeAppearance : public Appearance
 public:
     bool isDark() const override { return dark; }
     void onChanged(std::function<void()> newHandler) override { handler = std::move(newHandler); }
+    bool reducesMotion() const override { return lessMotion; }
+    void onMotionChanged(std::function<void()> newHandler) override
+    {
+        motionHandler = std::move(newHandler);
+    }
 
     void setDark(bool on)
     {
@@ -219,9 +224,19 @@ public:
         if (handler)
             handler();
     }
+    void setReducesMotion(bool on)
+    {
+        if (on == lessMotion)
+            return;
+        lessMotion = on;
+        if (motionHandler)
+            motionHandler();
+    }
 
     bool dark = false;
+    bool lessMotion = false;
     std::function<void()> handler;
+    std::function<void()> motionHandler;
 };
 
 class FakeWorkspace : public Workspace

@@ -1,4 +1,5 @@
 #include "UiStage.h"
+#include "fakes/FakePlatform.h"
 #include "fakes/LogCapture.h"
 #include "ui/IconItem.h"
 
@@ -29,6 +30,8 @@ private Q_SLOTS:
     void readOnlyFieldCannotBeEditedOverTheBus();
     void labelsShowMarkupAsText();
     void reducedMotionStopsTheSpinner();
+    void motionFollowsTheSystem();
+    void theSystemMayOutliveTheEngine();
 };
 
 void TestUi::facesAreBundled()
@@ -260,6 +263,52 @@ void TestUi::reducedMotionStopsTheSpinner()
     QMetaObject::invokeMethod(stage.root.get(), "reduce", Q_ARG(QVariant, true));
     QVERIFY(!animation->property("running").toBool());
     QMetaObject::invokeMethod(stage.root.get(), "reduce", Q_ARG(QVariant, false));
+}
+
+void TestUi::motionFollowsTheSystem()
+{
+    FakeAppearance system;
+    system.lessMotion = true;
+    Stage stage(R"(UsageBar { exceeded: true; objectName: 'bar' }
+                   property int slide: Tokens.sheetShift + Tokens.menuShift
+                   property int longestFade: Math.max(Tokens.hoverTime, Tokens.menuTime,
+                                                      Tokens.sheetTime, Tokens.scrimTime))");
+    QCOMPARE(stage.count("slide"), 28);
+    QCOMPARE(stage.count("longestFade"), 200);
+    QObject *pulse = nullptr;
+    for (QObject *child : stage.item(QStringLiteral("bar"))->findChildren<QObject *>()) {
+        if (child->inherits("QQuickSequentialAnimation"))
+            pulse = child;
+    }
+    QVERIFY(pulse && pulse->property("running").toBool());
+    QQuickItem *halo = stage.item(QStringLiteral("bar"))->childItems().constFirst();
+    QTRY_VERIFY(halo->opacity() < 1);
+
+    followMotion(stage.engine, system);
+    QCOMPARE(stage.count("slide"), 0);
+    QCOMPARE(stage.count("longestFade"), 80);
+    QVERIFY(!pulse->property("running").toBool());
+    // What stands still stands in full colour, whenever it was stopped.
+    QCOMPARE(halo->opacity(), 1.0);
+
+    system.setReducesMotion(false);
+    QCOMPARE(stage.count("slide"), 28);
+    QVERIFY(pulse->property("running").toBool());
+    system.setReducesMotion(true);
+    QCOMPARE(stage.count("slide"), 0);
+}
+
+void TestUi::theSystemMayOutliveTheEngine()
+{
+    FakeAppearance system;
+    {
+        Stage stage("");
+        followMotion(stage.engine, system);
+    }
+    system.setReducesMotion(true);
+    Stage next("property int slide: Tokens.sheetShift");
+    followMotion(next.engine, system);
+    QCOMPARE(next.count("slide"), 0);
 }
 
 QTEST_MAIN(TestUi)

@@ -16,7 +16,7 @@ namespace {
 const QString portalPath = QStringLiteral("/org/freedesktop/portal/desktop");
 const QString settings = QStringLiteral("org.freedesktop.portal.Settings");
 
-/// A desktop portal with one setting.
+/// A desktop portal with two settings.
 class FakePortal : public QDBusVirtualObject
 {
     Q_OBJECT
@@ -26,19 +26,27 @@ public:
     {
         if (message.interface() != settings || message.member() != QStringLiteral("Read"))
             return false;
-        ++reads;
-        asked = message.arguments();
-        if (refuses)
+        const bool isMotion =
+            message.arguments() == QVariantList{QStringLiteral("org.gnome.desktop.interface"),
+                                                QStringLiteral("enable-animations")};
+        ++(isMotion ? motionReads : reads);
+        if (!isMotion)
+            asked = message.arguments();
+        const QVariant &answer = isMotion ? animations : value;
+        if (refuses || !answer.isValid())
             connection.send(message.createErrorReply(QDBusError::UnknownMethod,
                                                      QStringLiteral("no such setting")));
         else
             connection.send(message.createReply(
-                QVariant::fromValue(QDBusVariant(QVariant::fromValue(QDBusVariant(value))))));
+                QVariant::fromValue(QDBusVariant(QVariant::fromValue(QDBusVariant(answer))))));
         return true;
     }
     QVariant value = 0U;
+    /// Invalid: this desktop has no such setting.
+    QVariant animations;
     bool refuses = false;
     int reads = 0;
+    int motionReads = 0;
     QVariantList asked;
 };
 
@@ -69,6 +77,9 @@ private Q_SLOTS:
     void refusedReadKeepsThePalette();
     void unreachableBusKeepsThePalette();
     void mayBeDestroyedWhileAsking();
+    void portalDecidesOnMotion_data();
+    void portalDecidesOnMotion();
+    void followsTheSignalOfMotion();
     void findsTheBusOfTheEnvironment();
 
 private:
@@ -227,6 +238,56 @@ void AppearanceLinuxTest::mayBeDestroyedWhileAsking()
     QCoreApplication::processEvents();
     AppearanceLinux appearance(m_address);
     QTRY_COMPARE(m_portal->reads, 1);
+}
+
+void AppearanceLinuxTest::portalDecidesOnMotion_data()
+{
+    QTest::addColumn<QVariant>("value");
+    QTest::addColumn<bool>("reduces");
+    QTest::newRow("on") << QVariant(true) << false;
+    QTest::newRow("off") << QVariant(false) << true;
+    QTest::newRow("no such setting") << QVariant() << false;
+    QTest::newRow("a number") << QVariant(0U) << false;
+    QTest::newRow("nonsense") << QVariant(QStringLiteral("false")) << false;
+}
+
+void AppearanceLinuxTest::portalDecidesOnMotion()
+{
+    QFETCH(QVariant, value);
+    QFETCH(bool, reduces);
+    m_portal->animations = value;
+    AppearanceLinux appearance(m_address);
+    QVERIFY(!appearance.reducesMotion());
+    int changes = 0;
+    appearance.onMotionChanged([&changes] { ++changes; });
+    bool hasScheme = false;
+    appearance.onChanged([&hasScheme] { hasScheme = true; });
+    QTRY_COMPARE(m_portal->motionReads, 1);
+    // What the portal sends afterwards arrives afterwards.
+    sendChange(QStringLiteral("org.freedesktop.appearance"), QStringLiteral("color-scheme"), 1U);
+    QTRY_VERIFY(hasScheme);
+    QCOMPARE(appearance.reducesMotion(), reduces);
+    QCOMPARE(changes, reduces ? 1 : 0);
+}
+
+void AppearanceLinuxTest::followsTheSignalOfMotion()
+{
+    AppearanceLinux appearance(m_address);
+    QList<bool> seen;
+    appearance.onMotionChanged([&] { seen << appearance.reducesMotion(); });
+    int schemes = 0;
+    appearance.onChanged([&schemes] { ++schemes; });
+    QTRY_COMPARE(m_portal->motionReads, 1);
+    const QString group = QStringLiteral("org.gnome.desktop.interface");
+    const QString key = QStringLiteral("enable-animations");
+    sendChange(group, key, false);
+    QTRY_COMPARE(seen, QList<bool>{true});
+    sendChange(group, key, false);
+    sendChange(group, QStringLiteral("enable-hot-corners"), true);
+    sendChange(QStringLiteral("org.example.interface"), key, true);
+    sendChange(group, key, true);
+    QTRY_COMPARE(seen, (QList<bool>{true, false}));
+    QCOMPARE(schemes, 0);
 }
 
 void AppearanceLinuxTest::findsTheBusOfTheEnvironment()

@@ -17,6 +17,7 @@ Item {
         color: Qt.rgba(0x7d / 255, 0xb2 / 255, 0xff / 255, 0.25)
     }
     Rectangle {
+        id: core
         anchors.centerIn: parent
         width: 8
         height: 8
@@ -27,6 +28,7 @@ Item {
         SequentialAnimation on opacity {
             running: dot.visible && !Tokens.reducedMotion
             loops: Animation.Infinite
+            onStopped: core.opacity = 1
             NumberAnimation { to: 0.45; duration: Tokens.pulseTime / 2; easing.type: Easing.InOutSine }
             NumberAnimation { to: 1; duration: Tokens.pulseTime / 2; easing.type: Easing.InOutSine }
         }

@@ -16,6 +16,8 @@ const QString portalPath = QStringLiteral("/org/freedesktop/portal/desktop");
 const QString settingsInterface = QStringLiteral("org.freedesktop.portal.Settings");
 const QString appearanceGroup = QStringLiteral("org.freedesktop.appearance");
 const QString colorSchemeKey = QStringLiteral("color-scheme");
+const QString interfaceGroup = QStringLiteral("org.gnome.desktop.interface");
+const QString animationsKey = QStringLiteral("enable-animations");
 
 bool isPaletteDark()
 {
@@ -38,15 +40,21 @@ void AppearanceLinux::askPortal()
     // path and interface match, and the value is a bare number.
     bus.connect(QString(), portalPath, settingsInterface, QStringLiteral("SettingChanged"), this,
                 SLOT(settingChanged(QString, QString, QDBusVariant)));
+    ask(appearanceGroup, colorSchemeKey);
+    ask(interfaceGroup, animationsKey);
+}
+
+void AppearanceLinux::ask(const QString &group, const QString &key)
+{
     QDBusMessage read = QDBusMessage::createMethodCall(portalService, portalPath, settingsInterface,
                                                        QStringLiteral("Read"));
-    read << appearanceGroup << colorSchemeKey;
-    auto *watcher = new QDBusPendingCallWatcher(bus.asyncCall(read), this);
+    read << group << key;
+    auto *watcher = new QDBusPendingCallWatcher(m_bus.connection().asyncCall(read), this);
     connect(watcher, &QDBusPendingCallWatcher::finished, this,
-            [this](QDBusPendingCallWatcher *finished) {
+            [this, group, key](QDBusPendingCallWatcher *finished) {
                 const QDBusPendingReply<QVariant> reply = *finished;
                 if (!reply.isError())
-                    setScheme(reply.value());
+                    take(group, key, reply.value());
                 finished->deleteLater();
             });
 }
@@ -54,17 +62,34 @@ void AppearanceLinux::askPortal()
 void AppearanceLinux::settingChanged(const QString &group, const QString &key,
                                      const QDBusVariant &value)
 {
+    take(group, key, value.variant());
+}
+
+void AppearanceLinux::take(const QString &group, const QString &key, const QVariant &value)
+{
+    // Read() wraps the value in a second variant.
+    const QVariant inner =
+        value.canConvert<QDBusVariant>() ? value.value<QDBusVariant>().variant() : value;
     if (group == appearanceGroup && key == colorSchemeKey)
-        setScheme(value.variant());
+        setScheme(inner);
+    else if (group == interfaceGroup && key == animationsKey)
+        setAnimated(inner);
+}
+
+void AppearanceLinux::setAnimated(const QVariant &value)
+{
+    const bool reduces = value.typeId() == QMetaType::Bool && !value.toBool();
+    if (reduces == m_reducesMotion)
+        return;
+    m_reducesMotion = reduces;
+    if (m_motionHandler)
+        m_motionHandler();
 }
 
 void AppearanceLinux::setScheme(const QVariant &value)
 {
-    // Read() wraps the number in a second variant.
-    const QVariant inner =
-        value.canConvert<QDBusVariant>() ? value.value<QDBusVariant>().variant() : value;
     bool isNumber = false;
-    const uint number = inner.toUInt(&isNumber);
+    const uint number = value.toUInt(&isNumber);
     // The portal reserves other numbers: they mean no preference.
     m_scheme = isNumber && number <= static_cast<uint>(Scheme::Light) ? static_cast<Scheme>(number)
                                                                       : Scheme::NoPreference;

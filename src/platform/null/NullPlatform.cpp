@@ -67,6 +67,8 @@ class NullAppearance : public Appearance
 public:
     bool isDark() const override { return false; }
     void onChanged(std::function<void()>) override {}
+    bool reducesMotion() const override { return false; }
+    void onMotionChanged(std::function<void()>) override {}
 };
 
 class NullWorkspace : public Workspace
