@@ -10,6 +10,8 @@ Basic.AbstractButton {
     property string lead
     property string name: text
     property color textColor: theme.dimText
+    /// Read by assistive programs.
+    readonly property int role: Accessible.Link
     property int weight: Font.Normal
 
     height: 28
@@ -53,7 +55,7 @@ Basic.AbstractButton {
     Keys.onReturnPressed: control.clicked()
     Keys.onEnterPressed: control.clicked()
 
-    Accessible.role: Accessible.Button
+    Accessible.role: role
     Accessible.name: control.name
     Accessible.onPressAction: control.clicked()
 }

@@ -62,6 +62,7 @@ Card {
         text: qsTr("Shortcuts to start with")
         type: Tokens.section
         elide: Text.ElideRight
+        Accessible.role: Accessible.Heading
     }
     Column {
         id: content

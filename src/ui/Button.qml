@@ -118,6 +118,6 @@ Basic.AbstractButton {
 
     Accessible.role: Accessible.Button
     Accessible.name: control.text
-    Accessible.description: control.tooltip
+    Accessible.description: control.tooltip === control.text ? "" : control.tooltip
     Accessible.onPressAction: if (control.enabled) control.clicked()
 }

@@ -157,6 +157,7 @@ public:
                           property("isSwitch").toBool();
         state.checked =
             state.checkable && (property("isOn").toBool() || property("checked").toBool());
+        state.selectable = attached("selectable").toBool();
         state.selected = attached("selected").toBool();
         state.expandable = attached("expandable").toBool() || property("expandable").toBool();
         state.expanded = property("expanded").toBool();

@@ -115,8 +115,13 @@ QAccessible::State ItemAccessible::state() const
 
 QString ItemAccessible::text(QAccessible::Text what) const
 {
-    if (what == QAccessible::Description)
-        return attached("description").toString();
+    if (what == QAccessible::Description) {
+        // The toolkit replaces the description of fields with their placeholder, which may be the
+        // name once more.
+        const QString hint = property("hint").toString();
+        const QString description = hint.isEmpty() ? attached("description").toString() : hint;
+        return description == text(QAccessible::Name) ? QString() : description;
+    }
     if (what != QAccessible::Name)
         return {};
     // The attached name reads empty on fields that hide their text; ours have it twice.

@@ -51,7 +51,7 @@ void TestPageScripts::sendsInvokeMessages()
 void TestPageScripts::scriptsRunWhereTheyMust()
 {
     const QVariantList scripts = pagescripts::userScripts();
-    QCOMPARE(scripts.size(), 4);
+    QCOMPARE(scripts.size(), 5);
     for (const QVariant &value : scripts) {
         const auto script = value.value<QWebEngineScript>();
         QCOMPARE(script.injectionPoint(), QWebEngineScript::DocumentCreation);

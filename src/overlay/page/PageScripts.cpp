@@ -60,6 +60,8 @@ QVariantList userScripts()
         script(QStringLiteral("no-peer-connections"), source("no-peer-connections"),
                QWebEngineScript::DocumentCreation, true),
         script(QStringLiteral("fonts"), faceScript(), QWebEngineScript::DocumentCreation, false),
+        script(QStringLiteral("page-name"), source("page-name"), QWebEngineScript::DocumentCreation,
+               false),
         script(QStringLiteral("text-color"), source("text-color"),
                QWebEngineScript::DocumentCreation, false),
     };

@@ -42,7 +42,13 @@ FocusScope {
         if (!inStrip && !response.activeFocus && !bottom.promptItem.activeFocus)
             at = direction > 0 ? -1 : 1
         const next = stops[(at + direction + stops.length) % stops.length]
-        next.forceActiveFocus(Qt.TabFocusReason)
+        // The page is inside its loader, which is no stop of its own.
+        const inner = next === response ? next.nextItemInFocusChain(true) : null
+        let above = inner
+        while (above && above !== response)
+            above = above.parent
+        const target = above ? inner : next
+        target.forceActiveFocus(Qt.TabFocusReason)
     }
 
     // The free areas: whatever no control takes drags the panel.
@@ -157,7 +163,6 @@ FocusScope {
             id: response
             objectName: "responseLoader"
             anchors.fill: parent
-            activeFocusOnTab: item !== null
         }
     }
     ResponseScrollbarView {

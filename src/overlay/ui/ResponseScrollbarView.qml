@@ -75,6 +75,7 @@ Rectangle {
 
         Accessible.role: Accessible.ScrollBar
         Accessible.name: qsTr("Response scroll position")
+        Accessible.focusable: activeFocusOnTab
         Accessible.description: qsTr("%1%").arg(value)
         Accessible.onIncreaseAction: bar.scrollbar.pressDown()
         Accessible.onDecreaseAction: bar.scrollbar.pressUp()

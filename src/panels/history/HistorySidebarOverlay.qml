@@ -80,6 +80,7 @@ Item {
                 text: qsTr("History")
                 type: Tokens.title
                 theme: overlay.theme
+                Accessible.role: Accessible.Heading
             }
             TextField {
                 id: search
@@ -109,18 +110,20 @@ Item {
                     size: 14
                     color: overlay.theme.dimText
                 }
-                IconButton {
-                    x: parent.width - width - 2
-                    anchors.verticalCenter: parent.verticalCenter
-                    visible: overlay.history.searchText.length > 0
-                    name: qsTr("Clear search")
-                    iconName: "x"
-                    iconSize: 14
-                    theme: overlay.theme
-                    onClicked: {
-                        overlay.history.searchText = ""
-                        search.forceActiveFocus()
-                    }
+            }
+            // Beside the field, not in it: assistive programs see nothing inside a field.
+            IconButton {
+                objectName: "historyClearSearch"
+                x: search.x + search.width - width - 2
+                y: search.y + Math.round((search.height - height) / 2)
+                visible: overlay.history.searchText.length > 0
+                name: qsTr("Clear search")
+                iconName: "x"
+                iconSize: 14
+                theme: overlay.theme
+                onClicked: {
+                    overlay.history.searchText = ""
+                    search.forceActiveFocus()
                 }
             }
             Label {
