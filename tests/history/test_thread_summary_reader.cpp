@@ -162,6 +162,21 @@ private Q_SLOTS:
         QVERIFY(QFile::rename(f.description(linked), f.folder(linked) + "/elsewhere"));
         QVERIFY(QFile::link(f.folder(linked) + "/elsewhere", f.description(linked)));
         QCOMPARE(f.outcome(linked), "skipped: not a regular file");
+
+        // Nobody writes into this pipe; the reader must not wait for it.
+        const QUuid piped = f.save(sample());
+        QVERIFY(QFile::remove(f.description(piped)));
+        QCOMPARE(::mkfifo(QFile::encodeName(f.description(piped)), 0600), 0);
+        QCOMPARE(f.outcome(piped), "skipped: not a regular file");
+
+        const QUuid nested = f.save(sample());
+        QVERIFY(QFile::remove(f.folder(nested) + "/screenshot-0.png"));
+        QVERIFY(QDir().mkdir(f.folder(nested) + "/screenshot-0.png"));
+        QCOMPARE(f.outcome(nested),
+                 "skipped: Session " + uuidText(nested) + " is missing screenshot-0.png");
+        QVERIFY(QFile::remove(f.description(nested)));
+        QVERIFY(QDir().mkdir(f.description(nested)));
+        QCOMPARE(f.outcome(nested), "skipped: not a regular file");
         // The reader is none the worse for it.
         QCOMPARE(f.outcome(other), "p");
     }
