@@ -207,11 +207,13 @@ private Q_SLOTS:
     {
         openWithThreads();
         QQuickItem *row = rowItem(3);
-        QQuickItem *remove = OverlayFixture::findIn(row, QStringLiteral("deleteThread"));
-        QVERIFY(!remove->isVisible());
+        const auto remove = [row] {
+            return OverlayFixture::findIn(row, QStringLiteral("deleteThread"));
+        };
+        QVERIFY(!remove());
         QTest::mouseMove(&f().panel, rowCentre(3));
-        QTRY_VERIFY(remove->isVisible());
-        click(remove->mapToScene(QPointF(14, 14)).toPoint());
+        QTRY_VERIFY(remove() && remove()->isVisible());
+        click(remove()->mapToScene(QPointF(14, 14)).toPoint());
         QVERIFY(f().sidebar.isDeletePending());
         QVERIFY(f().sidebar.deleteText().startsWith(QStringLiteral("\"Screenshot\" will")));
         QVERIFY(f().history.isHistorySidebarOpen());

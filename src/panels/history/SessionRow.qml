@@ -17,8 +17,8 @@ ListRow {
     property bool isEditing: false
     /// Loses the keyboard for a moment, against the user's will.
     property bool isHeld: false
-    readonly property bool usesActions: hovered || activeFocus || rename.activeFocus
-                                        || remove.activeFocus
+    property bool hasActionFocus: false
+    readonly property bool usesActions: hovered || activeFocus || hasActionFocus
     readonly property bool takesTab: ListView.isCurrentItem
 
     signal renamed(string title)
@@ -59,22 +59,12 @@ ListRow {
         event.accepted = true
     }
 
-    TextMetrics {
-        id: before
-        font: words.font
-        text: row.title.substring(0, Math.max(0, row.matchStart))
-    }
-    TextMetrics {
-        id: match
-        font: words.font
-        text: row.title.substring(row.matchStart, row.matchStart + row.matchLength)
-    }
     Label {
         id: words
         visible: !row.isEditing
         x: Tokens.space3
         y: 7
-        width: (row.usesActions ? rename.x : row.width) - x - Tokens.space2
+        width: (row.usesActions ? actions.x : row.width) - x - Tokens.space2
         height: 18
         text: row.title
         type: TypeTokens { size: 13; line: 18; weight: Font.Medium }
@@ -83,13 +73,27 @@ ListRow {
         Accessible.ignored: true
 
         // Where the search text stands.
-        Rectangle {
-            x: before.advanceWidth
-            y: 16
-            width: Math.min(match.advanceWidth, words.width - x)
-            height: 1
-            visible: row.matchStart >= 0 && x < words.width
-            color: row.theme.accentText
+        Loader {
+            active: row.matchStart >= 0
+            sourceComponent: Rectangle {
+                x: before.advanceWidth
+                y: 16
+                width: Math.min(match.advanceWidth, words.width - x)
+                height: 1
+                visible: x < words.width
+                color: row.theme.accentText
+
+                TextMetrics {
+                    id: before
+                    font: words.font
+                    text: row.title.substring(0, Math.max(0, row.matchStart))
+                }
+                TextMetrics {
+                    id: match
+                    font: words.font
+                    text: row.title.substring(row.matchStart, row.matchStart + row.matchLength)
+                }
+            }
         }
     }
     Row {
@@ -119,30 +123,40 @@ ListRow {
             Accessible.ignored: true
         }
     }
-    IconButton {
-        id: rename
-        objectName: "renameThread"
+    // Made for the one row that can use them: they take longer to make than the rest of it.
+    Loader {
+        id: actions
+        active: row.usesActions || row.takesTab
         visible: row.usesActions && !row.isEditing
         x: row.width - 63
         y: 10
-        focusPolicy: row.takesTab ? Qt.TabFocus : Qt.NoFocus
-        name: qsTr("Rename thread")
-        iconName: "pencil"
-        theme: row.theme
-        onClicked: row.edit()
-    }
-    IconButton {
-        id: remove
-        objectName: "deleteThread"
-        visible: row.usesActions && !row.isEditing
-        x: row.width - 33
-        y: 10
-        focusPolicy: row.takesTab ? Qt.TabFocus : Qt.NoFocus
-        name: qsTr("Delete thread")
-        iconName: "trash-2"
-        theme: row.theme
-        foreground: hovered || down || visualFocus ? row.theme.dangerText : row.theme.icon
-        onClicked: row.deleteRequested()
+
+        sourceComponent: Row {
+            readonly property bool hasFocus: rename.activeFocus || remove.activeFocus
+
+            onHasFocusChanged: row.hasActionFocus = hasFocus
+            spacing: 2
+
+            IconButton {
+                id: rename
+                objectName: "renameThread"
+                focusPolicy: row.takesTab ? Qt.TabFocus : Qt.NoFocus
+                name: qsTr("Rename thread")
+                iconName: "pencil"
+                theme: row.theme
+                onClicked: row.edit()
+            }
+            IconButton {
+                id: remove
+                objectName: "deleteThread"
+                focusPolicy: row.takesTab ? Qt.TabFocus : Qt.NoFocus
+                name: qsTr("Delete thread")
+                iconName: "trash-2"
+                theme: row.theme
+                foreground: hovered || down || visualFocus ? row.theme.dangerText : row.theme.icon
+                onClicked: row.deleteRequested()
+            }
+        }
     }
     Loader {
         id: editor
