@@ -146,7 +146,9 @@ QByteArray AssetBytes::bytes(const QString &name)
             '\n' +
             resource(scripts + QStringLiteral("sanitized-marked.js"))
                 .replace("%incremental-render%",
-                         resource(scripts + QStringLiteral("incremental-render.js")).trimmed());
+                         resource(scripts + QStringLiteral("incremental-render.js")).trimmed())
+                .replace("%markdown-blocks%",
+                         resource(scripts + QStringLiteral("markdown-blocks.js")).trimmed());
     }
     return m_renderer;
 }
