@@ -212,97 +212,24 @@ Item {
                 color: overlay.theme.track
             }
 
-            Column {
+            HistoryEmptyState {
                 objectName: "historyEmpty"
+                history: overlay.history
+                theme: overlay.theme
                 visible: list.count === 0 && !overlay.history.isLoading && !notice.visible
                 x: Tokens.space5
                 y: Math.max(list.y, Math.round((parent.height + list.y - height) / 2))
                 width: parent.width - 2 * x
-                spacing: 2
-
-                readonly property bool isSearch: overlay.history.hasThreads
-
-                Icon {
-                    anchors.horizontalCenter: parent.horizontalCenter
-                    name: parent.isSearch ? "search" : "history"
-                    size: 28
-                    color: overlay.theme.dimText
-                }
-                Item { width: 1; height: 8 }
-                Label {
-                    width: parent.width
-                    horizontalAlignment: Text.AlignHCenter
-                    text: parent.isSearch ? qsTr("No matching threads")
-                                          : qsTr("No saved threads yet")
-                    type: Tokens.section
-                    theme: overlay.theme
-                    wrapMode: Text.Wrap
-                }
-                Label {
-                    width: parent.width
-                    horizontalAlignment: Text.AlignHCenter
-                    text: parent.isSearch
-                          ? qsTr("Search looks at thread titles only.")
-                          : qsTr("Turn on “Save thread” below the prompt to keep a thread here.")
-                    type: Tokens.hint
-                    color: overlay.theme.dimText
-                    wrapMode: Text.Wrap
-                }
-                Item { width: 1; height: 8; visible: clear.visible }
-                Button {
-                    id: clear
-                    anchors.horizontalCenter: parent.horizontalCenter
-                    visible: parent.isSearch
-                    text: qsTr("Clear search")
-                    theme: overlay.theme
-                    onClicked: {
-                        overlay.history.searchText = ""
-                        search.forceActiveFocus()
-                    }
-                }
+                onSearchCleared: search.forceActiveFocus()
             }
-
-            // Most lists are there before anybody could read this.
-            Column {
+            HistoryProgress {
                 id: loading
                 objectName: "historyProgress"
+                history: overlay.history
+                theme: overlay.theme
                 x: Tokens.space4
                 y: parent.height - height
                 width: parent.width - 2 * x
-                visible: isLong && isReading
-                bottomPadding: Tokens.space3
-                spacing: Tokens.space1
-
-                readonly property bool isReading: overlay.history.isLoading
-                                                  && overlay.history.isOpen
-                property bool isLong: false
-                onIsReadingChanged: isLong = false
-
-                Timer {
-                    interval: 250
-                    running: loading.isReading
-                    onTriggered: loading.isLong = true
-                }
-                Label {
-                    width: parent.width
-                    text: overlay.history.progressText
-                    type: Tokens.caption
-                    color: overlay.theme.dimText
-                    elide: Text.ElideRight
-                }
-                Rectangle {
-                    width: parent.width
-                    height: 2
-                    radius: 1
-                    color: overlay.theme.track
-
-                    Rectangle {
-                        width: parent.width * overlay.history.progress
-                        height: parent.height
-                        radius: 1
-                        color: overlay.theme.accent
-                    }
-                }
             }
 
             // Last in the order of Tab.
