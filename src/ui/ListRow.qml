@@ -39,10 +39,10 @@ Basic.AbstractButton {
         }
 
         Rectangle {
-            x: 0
+            x: 3
             anchors.verticalCenter: parent.verticalCenter
             width: 3
-            height: parent.height - 2 * 10
+            height: parent.height - 2 * 12
             radius: 1.5
             visible: control.selected && control.showsBar
             color: control.theme.accent

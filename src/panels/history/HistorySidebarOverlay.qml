@@ -73,6 +73,13 @@ Item {
             height: sheet.height
             readonly property int headerHeight: overlay.compact ? 40 : 48
 
+            Rectangle {
+                visible: !overlay.compact
+                x: parent.width - 1
+                width: 1
+                height: parent.height
+                color: overlay.theme.line
+            }
             Label {
                 x: Tokens.space4
                 width: parent.width - 60
@@ -145,7 +152,7 @@ Item {
                 objectName: "historyList"
                 history: overlay.history
                 x: Tokens.space2
-                y: search.y + search.height + Tokens.space1
+                y: search.y + search.height + Tokens.space2
                    + (notice.visible ? notice.implicitHeight + Tokens.space1 : 0)
                 width: parent.width - 2 * x
                 height: parent.height - y - (loading.visible ? loading.height : 0)
@@ -161,6 +168,7 @@ Item {
                     type: TypeTokens { size: 11; line: 16; weight: Font.DemiBold }
                     color: overlay.theme.dimText
                     verticalAlignment: Text.AlignBottom
+                    bottomPadding: Tokens.space1
                     Accessible.role: Accessible.Heading
                 }
                 Accessible.role: Accessible.List
@@ -218,7 +226,9 @@ Item {
                 theme: overlay.theme
                 visible: list.count === 0 && !overlay.history.isLoading && !notice.visible
                 x: Tokens.space5
-                y: Math.max(list.y, Math.round((parent.height + list.y - height) / 2))
+                // The icon stays where it is, whatever stands below it.
+                y: Math.max(list.y, Math.min(Math.round(parent.height * 0.464) - 14,
+                                             parent.height - height - Tokens.space2))
                 width: parent.width - 2 * x
                 onSearchCleared: search.forceActiveFocus()
             }
@@ -240,6 +250,7 @@ Item {
                 name: qsTr("Close")
                 iconName: "x"
                 theme: overlay.theme
+                foreground: down || hovered ? theme.text : theme.dimText
                 onClicked: overlay.close(visualFocus)
             }
         }
