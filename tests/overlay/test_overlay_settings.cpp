@@ -40,6 +40,38 @@ class TestOverlaySettings : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
+    void refreshLeavesARecordingAndTheSheetsAlone()
+    {
+        Fixture f;
+        f.start();
+        f.rebinding().beginCapturingHotkey(HotkeyAction::Clear);
+        AppConfigResponse config;
+        config.availableModels = {{"m2", "Two", "d"}};
+        config.model = "m2";
+        config.tokenCap = 1000;
+        config.tokensUsed = 990;
+        config.adminMessage = AdminMessagePayload{"up", "BLOCKING", "Update", "Do it.", {}, {}, 5};
+        QSignalSpy opened(&f.model(), &SettingsModel::isOpenChanged);
+        Q_EMIT f.notifications.configDidUpdate(config);
+        QCOMPARE(f.rebinding().capturingHotkeyAction(), HotkeyAction::Clear);
+        QVERIFY(f.model().isOpen());
+        QCOMPARE(opened.count(), 0);
+        QVERIFY(f.overlay->messages().isBlocked());
+        QCOMPARE(f.overlay->panelsModel().selectedModelName(), "Two");
+
+        f.model().close();
+        f.library.add("thread", QDateTime::currentDateTime());
+        f.overlay->history()->historyButtonClicked();
+        QTRY_COMPARE(f.overlay->history()->model().count(), 1);
+        f.overlay->history()->model().setRenaming(true);
+        config.tokensUsed = 995;
+        config.adminMessage.reset();
+        Q_EMIT f.notifications.configDidUpdate(config);
+        QVERIFY(f.overlay->history()->model().isOpen());
+        QVERIFY(f.overlay->history()->model().isRenaming());
+        QVERIFY(!f.overlay->messages().isBlocked());
+    }
+
     void menuOpensThem()
     {
         Fixture f;
