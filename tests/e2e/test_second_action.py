@@ -74,6 +74,11 @@ class SecondActionTest(SignedInCase):
                 for record in self.shared_app.threads()
                 if record["id"] not in self.threads_before]
 
+    def wait_threads(self, *expected):
+        """Waits until exactly these threads are on disk: saving goes on beside the answers."""
+        wait_until(lambda: sorted(self.new_threads()) == sorted(expected),
+                   what=f"the threads {expected} on disk")
+
     def test_send_while_answering(self):
         self.ask_on("one")
         self.ask_on("two")
@@ -85,7 +90,7 @@ class SecondActionTest(SignedInCase):
         self.release("one")
         page = self.access.wait_for_page_text("second half of one")
         self.assertIn("second half of two", page)
-        self.assertEqual(self.new_threads(), [[self.whole("two"), self.whole("one")]])
+        self.wait_threads([self.whole("two"), self.whole("one")])
 
     def test_older_answer_ends_first(self):
         self.ask_on("one")
@@ -98,7 +103,7 @@ class SecondActionTest(SignedInCase):
         # The next question was in the box; the older answer does not remove it.
         self.assertEqual(self.shared_app.stored_defaults()["userPrompt"], "two")
         self.release("two")
-        self.assertEqual(self.new_threads(), [[self.whole("one"), self.whole("two")]])
+        self.wait_threads([self.whole("one"), self.whole("two")])
         wait_until(lambda: self.shared_app.stored_defaults()["userPrompt"] == "",
                    what="the empty box")
 
@@ -112,7 +117,7 @@ class SecondActionTest(SignedInCase):
         self.shared_app.wait_for_line(FIRST, since=mark)
         self.release("one")
         self.release("two")
-        self.assertEqual(self.new_threads(), [[self.whole("one"), self.whole("two")]])
+        self.wait_threads([self.whole("one"), self.whole("two")])
 
     def test_note_while_answering(self):
         self.ask_on("one")
@@ -125,7 +130,7 @@ class SecondActionTest(SignedInCase):
         records = [record for record in self.shared_app.threads()
                    if record["id"] not in self.threads_before]
         self.assertEqual([note["text"] for note in records[0]["notes"]], ["remember"])
-        self.assertEqual(self.new_threads(), [[self.whole("one")]])
+        self.wait_threads([self.whole("one")])
 
     def test_new_thread_hotkey_while_answering(self):
         self.ask_on("one")
@@ -141,8 +146,7 @@ class SecondActionTest(SignedInCase):
         page = self.access.page_text()
         self.assertNotIn("half of one", page)
         self.release("two")
-        self.assertEqual(sorted(self.new_threads()),
-                         [[self.whole("one")], [self.whole("two")]])
+        self.wait_threads([self.whole("one")], [self.whole("two")])
 
     def test_clear_hotkey_while_answering(self):
         self.ask_on("one")
@@ -152,7 +156,7 @@ class SecondActionTest(SignedInCase):
         self.access.wait_for_page_text("to capture screen")
         self.release("one")
         self.access.wait_for_page_text("second half of one")
-        self.assertEqual(self.new_threads(), [[self.whole("one")]])
+        self.wait_threads([self.whole("one")])
 
     def test_hotkeys_with_a_staged_screenshot(self):
         self.access.press("Capture without sending")
