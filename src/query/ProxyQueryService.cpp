@@ -5,6 +5,7 @@
 #include "query/HttpQuery.h"
 
 #include <QJsonDocument>
+#include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QNetworkRequest>
 
@@ -145,22 +146,25 @@ void ProxyQueryService::sendTelemetry(const QString &sessionToken, const QJsonOb
         logFailure(http::badTokenText());
         return;
     }
+    // A connection of its own: the answer's one is just being closed, by either side, and a record
+    // that is written to it at that moment gets lost.
+    auto *network = new QNetworkAccessManager(&m_network);
     QNetworkReply *reply =
-        http::postOnce(m_network, makeRequest(m_endpoints.telemetry(), token, m_timeouts.telemetry),
+        http::postOnce(*network, makeRequest(m_endpoints.telemetry(), token, m_timeouts.telemetry),
                        QJsonDocument(record).toJson(QJsonDocument::Compact));
     auto *listener = new QObject(reply);
     QObject::connect(reply, &QNetworkReply::readyRead, listener,
-                     [reply, listener, dropped = qint64{0}]() mutable {
+                     [reply, network, listener, dropped = qint64{0}]() mutable {
                          dropped += reply->skip(reply->bytesAvailable());
                          if (dropped > maxTelemetryAnswerBytes) {
                              reply->disconnect(listener);
-                             http::endTransfer(reply);
+                             network->deleteLater();
                          }
                      });
-    QObject::connect(reply, &QNetworkReply::finished, listener, [reply, logFailure] {
+    QObject::connect(reply, &QNetworkReply::finished, listener, [reply, network, logFailure] {
         if (http::isBroken(*reply))
             logFailure(http::describe(*reply));
-        reply->deleteLater();
+        network->deleteLater();
     });
 }
 

@@ -27,6 +27,7 @@ private Q_SLOTS:
     void telemetryRequest();
     void telemetryIgnoresTheStatus_data();
     void telemetryIgnoresTheStatus();
+    void telemetryHasAConnectionOfItsOwn();
     void telemetryFailureIsLogged();
     void telemetryTimesOut();
     void telemetryRefusesTokenWithLineBreak();
@@ -182,12 +183,20 @@ void TestProxyRequest::telemetryIgnoresTheStatus()
 {
     QFETCH(int, status);
     m_server->answerWith(ScriptedHttpServer::answer(status, "body"), Ending::KeepOpen);
-    QSignalSpy finished(m_network.get(), &QNetworkAccessManager::finished);
     m_service->sendTelemetry(QStringLiteral("t"), {});
-    QTRY_COMPARE(finished.size(), 1);
-    QCoreApplication::processEvents();
+    QTRY_VERIFY(m_network->findChildren<QNetworkAccessManager *>().isEmpty());
     QCOMPARE(m_log->lines, QStringList());
     QCOMPARE(m_server->requests().size(), 1);
+}
+
+void TestProxyRequest::telemetryHasAConnectionOfItsOwn()
+{
+    m_server->answerWith(ScriptedHttpServer::answer(200, "body"), Ending::KeepOpen);
+    m_service->sendTelemetry(QStringLiteral("t"), {});
+    QTRY_VERIFY(m_network->findChildren<QNetworkAccessManager *>().isEmpty());
+    m_service->sendTelemetry(QStringLiteral("t"), {});
+    QTRY_COMPARE(m_server->requests().size(), 2);
+    QCOMPARE(m_server->connectionCount(), 2);
 }
 
 void TestProxyRequest::telemetryFailureIsLogged()
