@@ -215,7 +215,7 @@
 
         lexTail(container) {
             const rest = this.text.slice(this.frozenEnd);
-            return lex(container ? container.stub + rest : rest, this.frozenLinks);
+            return lex(container ? container.lead + rest : rest, this.frozenLinks);
         }
 
         /// Renders again what refers to definitions that came, changed or went.
@@ -256,7 +256,7 @@
                     unit.raw = raw;
                     unit.type = part[0].type;
                 }
-                end += raw.length - (carries ? carries.stub.length : 0);
+                end += raw.length - (carries ? carries.lead.length : 0);
                 unit.end = end;
                 previous = unit.nodes[unit.nodes.length - 1] || previous;
                 units.push(unit);

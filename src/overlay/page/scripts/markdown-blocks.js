@@ -119,17 +119,17 @@
         const head = old ? old.head : token.raw.split('\n', 2).join('\n') + '\n';
         if (token.type === 'table') {
             const start = old ? from : from + head.length;
-            return { type: 'table', kept, head, stub: head, drop: 0, keep: 2 * kept, end: start + batch.length };
+            return { type: 'table', kept, head, lead: head, drop: 0, keep: 2 * kept, end: start + batch.length };
         }
         const bullet = old ? old.bullet : bulletOf(token);
         // An indented item could count as part of the stand-in.
         if (/^\s/.test(pieces[count]))
             return null;
         // Whether the list is loose so far must not depend on items that may still change.
-        const before = lex((old ? old.stub : '') + batch + `${bullet} x\n`, {});
+        const before = lex((old ? old.lead : '') + batch + `${bullet} x\n`, {});
         if (before.length !== 1 || before[0].type !== 'list' || before[0].loose !== token.loose)
             return null;
-        return { type: 'list', kept, head: '', bullet, loose: token.loose, stub: standIn(bullet, token.loose),
+        return { type: 'list', kept, head: '', bullet, loose: token.loose, lead: standIn(bullet, token.loose),
             drop: 5, keep: 1 + 2 * kept, end: from + batch.length };
     };
 
