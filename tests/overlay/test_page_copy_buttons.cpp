@@ -1,24 +1,19 @@
-#include "fakes/FakePlatform.h"
-#include "fakes/LogCapture.h"
-#include "overlay/EngineWindow.h"
+#include "overlay/EnginePageTest.h"
 #include "overlay/page/StreamingRenderer.h"
 #include "overlay/page/WebEngineSetup.h"
 
 #include <QClipboard>
 #include <QGuiApplication>
-#include <QTemporaryDir>
 
 using namespace quellora;
 
 /// The Copy buttons of code blocks, as far as a page and its user can tell: their layer is closed,
 /// so they are found by what is under a point and by what has the focus.
-class TestPageCopyButtons : public QObject
+class TestPageCopyButtons : public EnginePageTest
 {
     Q_OBJECT
 
 private slots:
-    void init();
-    void cleanup();
     void pageItselfStaysAsItIs();
     void everyFinishedBlockHasOne();
     void buttonsFollowScrollingAndResizing();
@@ -29,8 +24,7 @@ private slots:
 private:
     bool show(const QString &markdown)
     {
-        const auto page = m_display->loadContent(markdown);
-        return runUntil([&] { return m_finishedPage == page; }) && painted();
+        return finished(m_display->loadContent(markdown)) && painted();
     }
     /// Two frames, in which the buttons have been put into their places.
     bool painted()
@@ -51,13 +45,6 @@ private:
                         .arg(block))
             .toBool();
     }
-
-    std::unique_ptr<LogCapture> m_log;
-    std::unique_ptr<EngineWindow> m_engine;
-    QTemporaryDir m_dir;
-    FakeWorkspace m_workspace;
-    std::unique_ptr<ResponseDisplay> m_display;
-    ResponseDisplay::PageId m_finishedPage = 0;
 };
 
 namespace {
@@ -68,23 +55,6 @@ const QString farBlock = QStringLiteral("```\nfirst\n```\n\n") +
                          QStringLiteral("```\nlast\n```\n");
 
 } // namespace
-
-void TestPageCopyButtons::init()
-{
-    m_log = std::make_unique<LogCapture>();
-    m_engine = std::make_unique<EngineWindow>();
-    m_display = std::make_unique<ResponseDisplay>(m_engine->view, m_workspace, m_dir.path());
-    m_finishedPage = 0;
-    connect(m_display.get(), &ResponseDisplay::pageFinished, this,
-            [this](ResponseDisplay::PageId page) { m_finishedPage = page; });
-}
-
-void TestPageCopyButtons::cleanup()
-{
-    m_display.reset();
-    m_engine.reset();
-    m_log.reset();
-}
 
 void TestPageCopyButtons::pageItselfStaysAsItIs()
 {

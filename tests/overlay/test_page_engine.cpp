@@ -1,14 +1,10 @@
-#include "fakes/FakePlatform.h"
-#include "fakes/LogCapture.h"
-#include "overlay/EngineWindow.h"
+#include "overlay/EnginePageTest.h"
 #include "overlay/page/ResponsePage.h"
 #include "overlay/page/StreamingRenderer.h"
 #include "overlay/page/WebEngineSetup.h"
 
 #include <QClipboard>
 #include <QGuiApplication>
-#include <QProcess>
-#include <QTemporaryDir>
 
 using namespace quellora;
 
@@ -22,13 +18,11 @@ const QString sample = QStringLiteral("# Title\n\nSome **bold** and *soft* text 
 
 } // namespace
 
-class TestPageEngine : public QObject
+class TestPageEngine : public EnginePageTest
 {
     Q_OBJECT
 
 private slots:
-    void init();
-    void cleanup();
     void rendersMarkdownWithoutNetwork();
     void hintAndIndicator();
     void specialCharactersShowLiterally();
@@ -50,43 +44,7 @@ private slots:
     void copyButtonWaitsForTheEndOfTheStream();
     void loadsBeforeTheViewWait();
     void largePageLoads();
-    void pageIsLoadedAgainWhenItsProcessEnds();
-    void streamGoesOnWhenThePageProcessEnds();
-    void pageArrivesWhenItsProcessEndsInMidLoad();
-    void processThatKeepsEndingIsLeftAloneUntilTheNextPage();
-
-private:
-    void killPageProcess();
-    bool finished(ResponseDisplay::PageId page)
-    {
-        return runUntil([&] { return m_finishedPage == page; });
-    }
-
-    std::unique_ptr<LogCapture> m_log;
-    std::unique_ptr<EngineWindow> m_engine;
-    QTemporaryDir m_dir;
-    FakeWorkspace m_workspace;
-    std::unique_ptr<ResponseDisplay> m_display;
-    ResponseDisplay::PageId m_finishedPage = 0;
 };
-
-void TestPageEngine::init()
-{
-    m_log = std::make_unique<LogCapture>();
-    m_engine = std::make_unique<EngineWindow>();
-    m_workspace = {};
-    m_display = std::make_unique<ResponseDisplay>(m_engine->view, m_workspace, m_dir.path());
-    m_finishedPage = 0;
-    connect(m_display.get(), &ResponseDisplay::pageFinished, this,
-            [this](ResponseDisplay::PageId page) { m_finishedPage = page; });
-}
-
-void TestPageEngine::cleanup()
-{
-    m_display.reset();
-    m_engine.reset();
-    m_log.reset();
-}
 
 void TestPageEngine::rendersMarkdownWithoutNetwork()
 {
@@ -509,102 +467,6 @@ void TestPageEngine::largePageLoads()
     QCOMPARE(m_engine->value(QStringLiteral("document.images.length")).toInt(), 264);
     QVERIFY(m_engine->value(QStringLiteral("document.documentElement.outerHTML.length > 49e6"))
                 .toBool());
-}
-
-void TestPageEngine::pageIsLoadedAgainWhenItsProcessEnds()
-{
-    QVERIFY(finished(m_display->loadContent(QStringLiteral("still here"))));
-    QSignalSpy ended(&m_engine->view, &PageSurface::renderProcessTerminated);
-    QSignalSpy loaded(&m_engine->view, &PageSurface::loadFinished);
-    killPageProcess();
-    ENGINE_TRY_COMPARE(ended.size(), 1);
-    ENGINE_TRY_COMPARE(loaded.size(), 1);
-    QVERIFY(m_log->lines.filter(QStringLiteral("[ResponseView] ERROR: The page's process ended"))
-                .size() == 1);
-    QCOMPARE(m_engine->text(QStringLiteral("document.getElementById('ct').innerText")).trimmed(),
-             QStringLiteral("still here"));
-}
-
-/// Kills the process that runs the page, a child of this one.
-void TestPageEngine::killPageProcess()
-{
-    const qint64 pid = m_engine->view.item()->property("renderProcessPid").toLongLong();
-    QVERIFY(pid > 1);
-    QVERIFY(QProcess::startDetached(QStringLiteral("/bin/kill"),
-                                    {QStringLiteral("-KILL"), QString::number(pid)}));
-}
-
-void TestPageEngine::streamGoesOnWhenThePageProcessEnds()
-{
-    const QString slot =
-        QStringLiteral("document.getElementById('streaming-response').innerText.trim()");
-    StreamingRenderer renderer(*m_display);
-    renderer.handleStreamStart(std::nullopt, QStringLiteral("q"), QDateTime::currentDateTime(),
-                               std::nullopt);
-    QVERIFY(finished(m_display->latestPage()));
-    renderer.handleStreamChunk(QStringLiteral("first `part`"));
-    ENGINE_TRY_COMPARE(m_engine->text(slot), QStringLiteral("first part"));
-    m_display->setAppliedTheme(AppTheme::Light);
-    m_display->setResponseTextColorHex(QStringLiteral("#8899aa"));
-    m_display->applyTheme();
-    m_display->setCurrentAlpha(0);
-    m_display->pushPillAlphaLive();
-
-    QSignalSpy loaded(&m_engine->view, &PageSurface::loadFinished);
-    killPageProcess();
-    ENGINE_TRY_COMPARE(loaded.size(), 1);
-    // Without another chunk, and as the user had made it look.
-    ENGINE_TRY_COMPARE(m_engine->text(slot), QStringLiteral("first part"));
-    QCOMPARE(m_engine->text(QStringLiteral("document.body.className")), QStringLiteral("light"));
-    QCOMPARE(m_engine->text(QStringLiteral("document.documentElement.style"
-                                           ".getPropertyValue('--text')")),
-             QStringLiteral("#8899aa"));
-    QCOMPARE(m_engine->text(QStringLiteral("getComputedStyle(document.documentElement)"
-                                           ".getPropertyValue('--pill-alpha').trim()")),
-             QStringLiteral("0.72"));
-
-    killPageProcess();
-    QVERIFY(runUntil([&] { return !renderer.isStreamingShellReady(); }));
-    renderer.handleStreamChunk(QStringLiteral(" and\n\n```cpp\nint last;\n```"));
-    renderer.handleStreamEnd();
-    ENGINE_TRY_COMPARE(loaded.size(), 2);
-    ENGINE_TRY_COMPARE(
-        m_engine->text(QStringLiteral("document.querySelector('pre code .hljs-type')?.innerText")),
-        QStringLiteral("int"));
-    QVERIFY(m_engine->text(slot).startsWith(QStringLiteral("first part and")));
-}
-
-void TestPageEngine::pageArrivesWhenItsProcessEndsInMidLoad()
-{
-    QVERIFY(finished(m_display->loadContent(QStringLiteral("before"))));
-    CaptureSession session = CaptureSession::create();
-    for (int i = 0; i < 40; ++i)
-        session.addScreenshot(QByteArray(142'000, 'a'), QDateTime::currentDateTime());
-    QSignalSpy started(&m_engine->view, &ResponseView::navigateTo);
-    const auto page = m_display->renderThread(session);
-    QVERIFY(runUntil([&] { return !started.isEmpty(); }));
-    killPageProcess();
-    QVERIFY(finished(page));
-    ENGINE_TRY_COMPARE(m_engine->value(QStringLiteral("document.images.length")).toInt(), 40);
-}
-
-void TestPageEngine::processThatKeepsEndingIsLeftAloneUntilTheNextPage()
-{
-    QVERIFY(finished(m_display->loadContent(QStringLiteral("unlucky"))));
-    QSignalSpy ended(&m_engine->view, &PageSurface::renderProcessTerminated);
-    QSignalSpy loaded(&m_engine->view, &PageSurface::loadFinished);
-    for (int i = 1; i <= 4; ++i) {
-        killPageProcess();
-        ENGINE_TRY_COMPARE(ended.size(), i);
-        if (i < 4)
-            ENGINE_TRY_COMPARE(loaded.size(), i);
-    }
-    QVERIFY(m_engine->view.isPageLost());
-    QCOMPARE(m_log->lines.filter(QStringLiteral("too often")).size(), 1);
-    QVERIFY(finished(m_display->loadContent(QStringLiteral("next"))));
-    QVERIFY(!m_engine->view.isPageLost());
-    QCOMPARE(m_engine->text(QStringLiteral("document.getElementById('ct').innerText.trim()")),
-             QStringLiteral("next"));
 }
 
 int main(int argc, char **argv)

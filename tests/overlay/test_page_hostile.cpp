@@ -1,28 +1,23 @@
-#include "fakes/FakePlatform.h"
-#include "fakes/LogCapture.h"
-#include "overlay/EngineWindow.h"
-#include "overlay/page/ResponseDisplay.h"
+#include "overlay/EnginePageTest.h"
 #include "overlay/page/StreamingRenderer.h"
 #include "overlay/page/WebEngineSetup.h"
 
 #include <QGuiApplication>
 #include <QTcpServer>
 #include <QTcpSocket>
-#include <QTemporaryDir>
 #include <QUdpSocket>
 
 using namespace quellora;
 
 /// Answers that try to act: through markup, which must not run at all, and through template
 /// substitution, which does run and must reach nothing outside the page.
-class TestPageHostile : public QObject
+class TestPageHostile : public EnginePageTest
 {
     Q_OBJECT
 
 private slots:
     void initTestCase();
     void init();
-    void cleanup();
     void canaryHears();
     void markupDoesNotRun_data();
     void markupDoesNotRun();
@@ -34,10 +29,6 @@ private slots:
     void substitutedPathsOpenNothing();
 
 private:
-    bool finished(ResponseDisplay::PageId page)
-    {
-        return runUntil([&] { return m_finishedPage == page; });
-    }
     /// Lets everything that the page started go its way: two timers of the page, one after the
     /// other, and a turn of the engine's own loop.
     void settle()
@@ -72,12 +63,6 @@ private:
     QTcpServer m_canary;
     QUdpSocket m_udpCanary;
     int m_hits = 0;
-    std::unique_ptr<LogCapture> m_log;
-    std::unique_ptr<EngineWindow> m_engine;
-    QTemporaryDir m_dir;
-    FakeWorkspace m_workspace;
-    std::unique_ptr<ResponseDisplay> m_display;
-    ResponseDisplay::PageId m_finishedPage = 0;
 };
 
 void TestPageHostile::initTestCase()
@@ -95,20 +80,7 @@ void TestPageHostile::initTestCase()
 void TestPageHostile::init()
 {
     m_hits = 0;
-    m_log = std::make_unique<LogCapture>();
-    m_engine = std::make_unique<EngineWindow>();
-    m_workspace = {};
-    m_display = std::make_unique<ResponseDisplay>(m_engine->view, m_workspace, m_dir.path());
-    m_finishedPage = 0;
-    connect(m_display.get(), &ResponseDisplay::pageFinished, this,
-            [this](ResponseDisplay::PageId page) { m_finishedPage = page; });
-}
-
-void TestPageHostile::cleanup()
-{
-    m_display.reset();
-    m_engine.reset();
-    m_log.reset();
+    EnginePageTest::init();
 }
 
 void TestPageHostile::canaryHears()
