@@ -30,7 +30,7 @@ Application::Application(std::unique_ptr<SingleInstance> instance)
     : m_instance(std::move(instance))
     , m_platform(Platform::create())
     , m_endpoints(AppConfig::endpoints())
-    , m_defaults(JsonUserDefaults::defaultPath())
+    , m_defaults(m_platform->makeUserDefaults())
     , m_permissions(m_platform->permissions())
     , m_hotkeys(m_platform->globalHotkeys(), &std::chrono::steady_clock::now,
                 [this](const QString &line) { m_permissions.addProblem(line); })
@@ -46,7 +46,7 @@ Application::Application(std::unique_ptr<SingleInstance> instance)
     , m_saver(m_store)
     , m_library(m_store, m_saver)
     , m_logShipper(m_network, m_endpoints.logsUpload())
-    , m_statusBar(m_platform->statusArea())
+    , m_statusBar(m_platform->statusArea(), m_platform->symbols())
     , m_delegate(std::make_unique<AppDelegate>(collaborators()))
 {
     m_session.setHeartbeatStopper([this] { m_heartbeat.stop(); });
@@ -76,7 +76,7 @@ Application::~Application()
 void Application::finishWriting()
 {
     m_saver.flush();
-    m_defaults.flush();
+    m_defaults->flush();
 }
 
 int Application::run()
@@ -94,7 +94,7 @@ AppDelegate::Collaborators Application::collaborators()
 {
     return {
         m_platform->shell(),
-        m_defaults,
+        *m_defaults,
         m_notifications,
         m_session,
         m_heartbeat,
@@ -137,7 +137,7 @@ std::unique_ptr<OverlayPresenter> Application::makeOverlay(const VantiroConfig &
     return std::make_unique<OverlayWindowController>(
         config,
         OverlayWindowController::Collaborators{
-            *m_platform, m_defaults, m_notifications, m_session, m_queries, m_engine,
+            *m_platform, *m_defaults, m_notifications, m_session, m_queries, m_engine,
             std::move(view), QUrl(QStringLiteral("qrc:/qt/qml/Quellora/Page/ResponseView.qml")),
             &m_saver, m_endpoints,
             [tool = m_platform->captureTool()] {

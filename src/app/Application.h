@@ -57,7 +57,7 @@ private:
     std::unique_ptr<Platform> m_platform;
     BackendEndpoints m_endpoints;
     QNetworkAccessManager m_network;
-    JsonUserDefaults m_defaults;
+    std::unique_ptr<UserDefaults> m_defaults;
     NotificationCenter m_notifications;
     PermissionChecker m_permissions;
     HotkeyManager m_hotkeys;

@@ -31,7 +31,7 @@ QString symbolFile(const QString &symbolName)
 QIcon renderSymbol(const QString &path)
 {
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
+    if (path.isEmpty() || !file.open(QIODevice::ReadOnly))
         return {};
     const QByteArray svg = file.readAll();
     QIcon icon;
@@ -52,10 +52,25 @@ QIcon renderSymbol(const QString &path)
     return icon;
 }
 
+/// The system's own drawing, left to the system to colour; null when it has none.
+QIcon systemSymbol(const SystemSymbols &symbols, const QString &name)
+{
+    constexpr double points = 16;
+    QIcon icon;
+    for (const int scale : {1, 2}) {
+        const QImage image = symbols.image(name, points, scale);
+        if (image.isNull())
+            return {};
+        icon.addPixmap(QPixmap::fromImage(image));
+    }
+    icon.setIsMask(true);
+    return icon;
+}
+
 class QtStatusItem : public StatusItem
 {
 public:
-    explicit QtStatusItem(StatusArea &area) : m_area(area)
+    QtStatusItem(StatusArea &area, const SystemSymbols &symbols) : m_area(area), m_symbols(symbols)
     {
         m_area.onChanged([this] { show(); });
     }
@@ -65,10 +80,9 @@ public:
 
     bool setSymbol(const QString &symbolName, const QString &description) override
     {
-        const QString path = symbolFile(symbolName);
-        if (path.isEmpty())
-            return false;
-        m_icon = renderSymbol(path);
+        m_icon = systemSymbol(m_symbols, symbolName);
+        if (m_icon.isNull())
+            m_icon = renderSymbol(symbolFile(symbolName));
         m_description = description;
         return !m_icon.isNull();
     }
@@ -104,6 +118,7 @@ private:
     }
 
     StatusArea &m_area;
+    const SystemSymbols &m_symbols;
     QIcon m_icon;
     QString m_description;
     QMenu m_menu;
@@ -115,7 +130,7 @@ private:
 
 std::unique_ptr<StatusItem> QtStatusBar::makeItem()
 {
-    return std::make_unique<QtStatusItem>(m_area);
+    return std::make_unique<QtStatusItem>(m_area, m_symbols);
 }
 
 } // namespace quellora

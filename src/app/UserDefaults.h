@@ -43,6 +43,9 @@ public:
     virtual void setStringDictionary(const QString &key, const QMap<QString, QString> &value) = 0;
     virtual void remove(const QString &key) = 0;
 
+    /// Blocks until every change so far is stored (or failed and was logged).
+    virtual void flush() = 0;
+
 Q_SIGNALS:
     void changed(const QString &key);
 };
@@ -71,8 +74,7 @@ public:
     void setStringDictionary(const QString &key, const QMap<QString, QString> &value) override;
     void remove(const QString &key) override;
 
-    /// Blocks until every change so far has reached the file (or failed and was logged).
-    void flush();
+    void flush() override;
 
     /// The raw stored object.
     const QJsonObject &values() const { return m_values; }

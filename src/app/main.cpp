@@ -31,6 +31,7 @@ int main(int argc, char **argv)
 {
     using namespace quellora;
 
+    Platform::prepareOutput();
     // Log lines reach a console or a file at once.
     std::setvbuf(stdout, nullptr, _IONBF, 0);
     Log::event(QStringLiteral("[main] Process started, launching NSApplication"));

@@ -1,20 +1,10 @@
 #pragma once
 
-#include <QString>
+#include "platform/Platform.h"
 
 #include <functional>
 
 namespace quellora {
-
-/// One key going down, as the recorder of a new combo sees it.
-struct KeyDown
-{
-    /// Combination of GlobalHotkeys::Modifier flags that are held.
-    quint32 modifiers = 0;
-    /// What the key writes in the current layout without any modifier; empty when nothing.
-    QString character;
-    bool isEscape = false;
-};
 
 /// Takes the keyboard of the program's own window for a while. Main thread only.
 class LocalKeyMonitor

@@ -29,7 +29,7 @@ OverlaySettings::OverlaySettings(Platform &platform, UserDefaults &defaults, Hot
                                  const VantiroConfig::Hotkeys &configFileHotkeys)
     : m_platform(platform)
     , m_defaults(defaults)
-    , m_keyMonitor(platform.globalHotkeys())
+    , m_keyMonitor(platform.keyMonitor())
     , m_rebinding(hotkeys, defaults, m_keyMonitor, configFileHotkeys)
     , m_model(models, m_rebinding)
 {}

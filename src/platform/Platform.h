@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QImage>
 #include <QList>
 #include <QObject>
 #include <QRect>
@@ -14,6 +15,8 @@
 class QWindow;
 
 namespace quellora {
+
+class UserDefaults;
 
 /// What really happened when a platform capability was asked for.
 class Capability
@@ -101,10 +104,29 @@ public:
     virtual Result registerHotkey(const QString &key, quint32 keyCode, quint32 modifiers,
                                   quint32 signature, quint32 id) = 0;
     virtual void unregisterHotkey(Registration registration) = 0;
-    /// The key-table name of a physical key in the current layout, shift and the other modifiers
-    /// ignored: registering that name binds the very key. Empty for keys that cannot be bound.
-    /// @param nativeScanCode QKeyEvent::nativeScanCode() of a press
-    virtual QString keyName(quint32 nativeScanCode) const = 0;
+};
+
+/// One key going down in a window of this program, as the recorder of a new combo sees it.
+struct KeyDown
+{
+    /// Combination of GlobalHotkeys::Modifier flags that are held.
+    quint32 modifiers = 0;
+    /// What the key writes in the current layout without any modifier, lower-case; empty for keys
+    /// that cannot be bound.
+    QString character;
+    bool isEscape = false;
+};
+
+/// Takes the key presses of this program's windows ahead of its menus, shortcuts and text fields.
+/// Main thread only.
+class KeyMonitor
+{
+public:
+    virtual ~KeyMonitor() = default;
+    /// From now on every key press goes to @p onKeyDown and nowhere else; it may call remove().
+    virtual void install(std::function<void(const KeyDown &)> onKeyDown) = 0;
+    /// Ends it; without effect when not installed.
+    virtual void remove() = 0;
 };
 
 /// Privacy permissions.
@@ -154,6 +176,18 @@ public:
     virtual void onChanged(std::function<void()> handler) = 0;
 };
 
+/// The system's own set of symbol images.
+class SystemSymbols
+{
+public:
+    virtual ~SystemSymbols() = default;
+    /// The named symbol, drawn in one colour on a transparent ground; null when the system has no
+    /// such symbol.
+    /// @param points size of the symbol's font
+    /// @param scale pixels per point
+    virtual QImage image(const QString &name, double points, int scale) const = 0;
+};
+
 /// Application-level integration.
 class ApplicationShell
 {
@@ -191,16 +225,23 @@ public:
     virtual ~Platform() = default;
     virtual PanelWindow &panelWindow() = 0;
     virtual GlobalHotkeys &globalHotkeys() = 0;
+    virtual KeyMonitor &keyMonitor() = 0;
     virtual Permissions &permissions() = 0;
     virtual Appearance &appearance() = 0;
     virtual Workspace &workspace() = 0;
     virtual StatusArea &statusArea() = 0;
+    virtual SystemSymbols &symbols() = 0;
     virtual ApplicationShell &shell() = 0;
     virtual DeviceInfo &deviceInfo() = 0;
     virtual CaptureTool captureTool() const = 0;
     /// Per-user Application Support directory (not created).
     virtual QString applicationSupportDirectory() const = 0;
+    /// The place where this system keeps a program's preferences.
+    virtual std::unique_ptr<UserDefaults> makeUserDefaults() const = 0;
 
+    /// To be called first of all: sees to it that standard output is kept where support finds it,
+    /// as far as nobody who started the program does.
+    static void prepareOutput();
     /// To be called before the application object exists: environment and attributes that the
     /// windowing system reads at start.
     static void prepareProcess();

@@ -1,8 +1,8 @@
 #pragma once
 
+#include "app/UserDefaults.h"
 #include "platform/Platform.h"
 
-#include <QHash>
 #include <QList>
 #include <QMap>
 #include <QPair>
@@ -131,10 +131,6 @@ public:
         else
             ++unknownUnregistrations;
     }
-    QString keyName(quint32 nativeScanCode) const override
-    {
-        return keyNames.value(nativeScanCode);
-    }
 
     /// Another program holds this combination: registering it fails with @p status.
     void claim(const QString &key, quint32 modifiers, int status = -9878)
@@ -170,7 +166,6 @@ public:
     QList<Entry> attempts;
     QMap<Registration, Entry> registered;
     QMap<QPair<QString, quint32>, int> claims;
-    QHash<quint32, QString> keyNames;
     std::function<void(quint32)> handler;
     int installs = 0;
     int removals = 0;
@@ -180,6 +175,39 @@ public:
 
 private:
     Registration m_last = 0;
+};
+
+/// The keyboard of the program's windows.
+class FakeKeys : public KeyMonitor
+{
+public:
+    void install(std::function<void(const KeyDown &)> onKeyDown) override
+    {
+        ++installs;
+        handler = std::move(onKeyDown);
+    }
+    void remove() override { handler = nullptr; }
+
+    bool isInstalled() const { return handler != nullptr; }
+    /// A key goes down; nobody hears of it while nothing is installed.
+    void press(const KeyDown &key)
+    {
+        // A copy: the handler may remove itself.
+        if (const auto onKeyDown = handler)
+            onKeyDown(key);
+    }
+
+    std::function<void(const KeyDown &)> handler;
+    int installs = 0;
+};
+
+/// Symbols that the test puts there.
+class FakeSymbols : public SystemSymbols
+{
+public:
+    QImage image(const QString &name, double, int) const override { return images.value(name); }
+
+    QMap<QString, QImage> images;
 };
 
 class FakePermissions : public Permissions
@@ -310,21 +338,29 @@ class FakePlatform : public Platform
 public:
     PanelWindow &panelWindow() override { return panel; }
     GlobalHotkeys &globalHotkeys() override { return hotkeys; }
+    KeyMonitor &keyMonitor() override { return keys; }
     Permissions &permissions() override { return permission; }
     Appearance &appearance() override { return systemAppearance; }
     Workspace &workspace() override { return opened; }
     StatusArea &statusArea() override { return area; }
+    SystemSymbols &symbols() override { return systemSymbols; }
     ApplicationShell &shell() override { return applicationShell; }
     DeviceInfo &deviceInfo() override { return device; }
     CaptureTool captureTool() const override { return tool; }
     QString applicationSupportDirectory() const override { return supportDirectory; }
+    std::unique_ptr<UserDefaults> makeUserDefaults() const override
+    {
+        return std::make_unique<JsonUserDefaults>();
+    }
 
     FakePanelWindow panel;
     FakeGlobalHotkeys hotkeys;
+    FakeKeys keys;
     FakePermissions permission;
     FakeAppearance systemAppearance;
     FakeWorkspace opened;
     FakeStatusArea area;
+    FakeSymbols systemSymbols;
     FakeShell applicationShell;
     FakeDeviceInfo device;
     CaptureTool tool{QStringLiteral("/nonexistent/capture"),

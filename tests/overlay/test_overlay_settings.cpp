@@ -1,7 +1,4 @@
 #include "ControllerFixture.h"
-#include "overlay/PanelKeyMonitor.h"
-
-#include <QKeyEvent>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -9,7 +6,8 @@ using namespace quellora;
 
 namespace {
 
-constexpr auto threeKeys = Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier;
+constexpr quint32 threeKeys =
+    GlobalHotkeys::Control | GlobalHotkeys::Option | GlobalHotkeys::Command;
 const QString resumed = QStringLiteral("[HotkeyManager] Resumed all hotkeys after capture");
 
 struct Fixture : ControllerFixture
@@ -23,12 +21,6 @@ struct Fixture : ControllerFixture
         hotkeys.start(rebinding().hotkeysConfig());
         overlay->show();
         overlay->settingsMenuItemClicked();
-    }
-    /// A key goes down in the panel's window.
-    void press(quint32 scanCode, Qt::KeyboardModifiers modifiers, int key = Qt::Key_unknown)
-    {
-        QKeyEvent down(QEvent::KeyPress, key, modifiers, scanCode, 0, 0);
-        QCoreApplication::sendEvent(&overlay->panel(), &down);
     }
     QString lastScript() const { return surface->scripts.value(surface->scripts.size() - 1); }
 };
@@ -264,12 +256,11 @@ private Q_SLOTS:
     {
         Fixture f;
         f.start();
-        f.platform.hotkeys.keyNames.insert(45, "k");
         QTRY_VERIFY(f.surface->page().contains("Hit <kbd>Ctrl+Option+Cmd+C</kbd>"));
         f.surface->finishLoad();
         QSignalSpy panels(&f.overlay->panelsModel(), &BottomPanelsModel::hotkeysChanged);
         f.model().hotkeyRows()->beginCapture(0);
-        f.press(45, threeKeys);
+        f.platform.keys.press({threeKeys, "k"});
         QCOMPARE(f.rebinding().hotkeysConfig().capture, "ctrl+alt+cmd+k");
         QCOMPARE(f.overlay->panelsModel().captureHotkey(), "Ctrl+Option+Cmd+K");
         QCOMPARE(panels.size(), 1);
@@ -290,56 +281,17 @@ private Q_SLOTS:
     {
         Fixture f;
         f.start();
-        f.platform.hotkeys.keyNames.insert(45, "k");
         f.platform.panel.calls.clear();
         f.model().hotkeyRows()->beginCapture(1);
         QCOMPARE(f.platform.panel.count("makeKey"), 1);
-        f.press(99, threeKeys); // a key without a name
-        f.press(45, {});
-        f.press(37, Qt::ControlModifier, Qt::Key_Control);
+        f.platform.keys.press({threeKeys, QString()}); // a key without a name
+        f.platform.keys.press({0, "k"});
         QVERIFY(f.rebinding().capturingHotkeyAction());
-        // Shortcuts of the window are overridden, releases go nowhere.
-        QKeyEvent override(QEvent::ShortcutOverride, Qt::Key_F6, Qt::NoModifier);
-        override.ignore();
-        QCoreApplication::sendEvent(f.overlay->panel().contentItem(), &override);
-        QVERIFY(override.isAccepted());
-        f.press(9, {}, Qt::Key_Escape);
+        f.platform.keys.press({0, QString(), true});
         QVERIFY(!f.rebinding().capturingHotkeyAction());
         QVERIFY(f.model().isOpen());
         QVERIFY(f.log.contains(resumed));
-        override.ignore();
-        QCoreApplication::sendEvent(f.overlay->panel().contentItem(), &override);
-        QVERIFY(!override.isAccepted());
-    }
-
-    void modifiersInTheRecordersTerms_data()
-    {
-        QTest::addColumn<Qt::KeyboardModifiers>("held");
-        QTest::addColumn<quint32>("flags");
-        QTest::newRow("none") << Qt::KeyboardModifiers() << 0U;
-        QTest::newRow("control") << Qt::KeyboardModifiers(Qt::ControlModifier)
-                                 << quint32(GlobalHotkeys::Control);
-        QTest::newRow("alt") << Qt::KeyboardModifiers(Qt::AltModifier)
-                             << quint32(GlobalHotkeys::Option);
-        QTest::newRow("super") << Qt::KeyboardModifiers(Qt::MetaModifier)
-                               << quint32(GlobalHotkeys::Command);
-        QTest::newRow("shift") << Qt::KeyboardModifiers(Qt::ShiftModifier)
-                               << quint32(GlobalHotkeys::Shift);
-        QTest::newRow("keypad and group do not count")
-            << (Qt::KeypadModifier | Qt::GroupSwitchModifier | Qt::AltModifier)
-            << quint32(GlobalHotkeys::Option);
-    }
-    void modifiersInTheRecordersTerms()
-    {
-        QFETCH(Qt::KeyboardModifiers, held);
-        QFETCH(quint32, flags);
-        FakeGlobalHotkeys names;
-        names.keyNames.insert(12, "3");
-        const QKeyEvent event(QEvent::KeyPress, Qt::Key_NumberSign, held, 12, 0, 0);
-        const KeyDown key = PanelKeyMonitor::keyDown(event, names);
-        QCOMPARE(key.modifiers, flags);
-        QCOMPARE(key.character, "3");
-        QVERIFY(!key.isEscape);
+        QVERIFY(!f.platform.keys.isInstalled());
     }
 
     void recordingEndsWithTheSheetThePanelAndTheSession_data()
@@ -373,11 +325,9 @@ private Q_SLOTS:
         Fixture f;
         f.start();
         f.model().hotkeyRows()->beginCapture(1);
+        QVERIFY(f.platform.keys.isInstalled());
         f.overlay.reset();
-        QKeyEvent override(QEvent::ShortcutOverride, Qt::Key_F6, Qt::NoModifier);
-        override.ignore();
-        QCoreApplication::sendEvent(this, &override);
-        QVERIFY(!override.isAccepted());
+        QVERIFY(!f.platform.keys.isInstalled());
     }
 
     void overridesAreInForceFromTheStart()

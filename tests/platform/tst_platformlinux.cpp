@@ -92,9 +92,9 @@ void PlatformLinuxTest::offscreenStartsAndPromisesNothing()
     QVERIFY(result.status != 0);
     QCOMPARE(result.registration, GlobalHotkeys::Registration(0));
     hotkeys.unregisterHotkey(1);
-    QCOMPARE(hotkeys.keyName(54), QString());
     hotkeys.removeHandler();
 
+    QVERIFY(platform->symbols().image(QStringLiteral("gear"), 16, 1).isNull());
     QVERIFY(!platform->permissions().isAccessibilityTrusted());
     QVERIFY(!platform->permissions().isScreenRecordingGranted());
     QVERIFY(!platform->appearance().isDark());

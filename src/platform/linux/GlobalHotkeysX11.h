@@ -30,7 +30,9 @@ public:
     Result registerHotkey(const QString &key, quint32 keyCode, quint32 modifiers, quint32 signature,
                           quint32 id) override;
     void unregisterHotkey(Registration registration) override;
-    QString keyName(quint32 nativeScanCode) const override;
+    /// The key-table name of a physical key in the current layout, shift and the other modifiers
+    /// ignored: registering that name binds the very key. Empty for keys that cannot be bound.
+    QString keyName(quint32 nativeScanCode) const;
 
     bool nativeEventFilter(const QByteArray &eventType, void *message, qintptr *result) override;
 

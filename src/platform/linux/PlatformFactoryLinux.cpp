@@ -16,6 +16,11 @@ bool platformVariableIsOurs = false;
 
 } // namespace
 
+void Platform::prepareOutput()
+{
+    // The launcher keeps what is written.
+}
+
 void Platform::prepareProcess()
 {
     // Panels, hot keys and captures need X11: on Wayland the X server of the session serves.

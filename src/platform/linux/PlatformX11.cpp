@@ -1,5 +1,6 @@
 #include "platform/linux/PlatformX11.h"
 
+#include "app/UserDefaults.h"
 #include "platform/linux/LinuxPaths.h"
 
 namespace quellora {
@@ -7,6 +8,7 @@ namespace quellora {
 PlatformX11::PlatformX11(const X11Connection &x11)
     : m_panelWindow(x11)
     , m_globalHotkeys(x11)
+    , m_keyMonitor([this](quint32 scanCode) { return m_globalHotkeys.keyName(scanCode); })
     , m_permissions(PermissionsLinux::currentSession())
     , m_statusArea(x11)
     , m_shell(x11)
@@ -20,6 +22,11 @@ CaptureTool PlatformX11::captureTool() const
 QString PlatformX11::applicationSupportDirectory() const
 {
     return LinuxPaths::applicationSupportDirectory();
+}
+
+std::unique_ptr<UserDefaults> PlatformX11::makeUserDefaults() const
+{
+    return std::make_unique<JsonUserDefaults>(JsonUserDefaults::defaultPath());
 }
 
 } // namespace quellora

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/EventFilterKeyMonitor.h"
+#include "platform/NoSystemSymbols.h"
 #include "platform/Platform.h"
 #include "platform/linux/AppearanceLinux.h"
 #include "platform/linux/ApplicationShellX11.h"
@@ -20,22 +22,27 @@ public:
 
     PanelWindow &panelWindow() override { return m_panelWindow; }
     GlobalHotkeys &globalHotkeys() override { return m_globalHotkeys; }
+    KeyMonitor &keyMonitor() override { return m_keyMonitor; }
     Permissions &permissions() override { return m_permissions; }
     Appearance &appearance() override { return m_appearance; }
     Workspace &workspace() override { return m_workspace; }
     StatusArea &statusArea() override { return m_statusArea; }
+    SystemSymbols &symbols() override { return m_symbols; }
     ApplicationShell &shell() override { return m_shell; }
     DeviceInfo &deviceInfo() override { return m_deviceInfo; }
     CaptureTool captureTool() const override;
     QString applicationSupportDirectory() const override;
+    std::unique_ptr<UserDefaults> makeUserDefaults() const override;
 
 private:
     PanelWindowX11 m_panelWindow;
     GlobalHotkeysX11 m_globalHotkeys;
+    EventFilterKeyMonitor m_keyMonitor;
     PermissionsLinux m_permissions;
     AppearanceLinux m_appearance;
     WorkspaceLinux m_workspace;
     StatusAreaLinux m_statusArea;
+    NoSystemSymbols m_symbols;
     ApplicationShellX11 m_shell;
     DeviceInfoLinux m_deviceInfo;
 };

@@ -1,5 +1,9 @@
 #include "platform/null/NullPlatform.h"
 
+#include "app/UserDefaults.h"
+#include "platform/EventFilterKeyMonitor.h"
+#include "platform/NoSystemSymbols.h"
+
 #include <QWindow>
 
 #include <utility>
@@ -43,7 +47,6 @@ public:
         return {NullPlatform::hotkeysUnavailable, 0};
     }
     void unregisterHotkey(Registration) override {}
-    QString keyName(quint32) const override { return {}; }
 };
 
 class NullPermissions : public Permissions
@@ -97,10 +100,12 @@ NullPlatform::NullPlatform(std::unique_ptr<DeviceInfo> deviceInfo, CaptureTool c
                            QString applicationSupportDirectory)
     : m_panelWindow(std::make_unique<NullPanelWindow>())
     , m_globalHotkeys(std::make_unique<NullGlobalHotkeys>())
+    , m_keyMonitor(std::make_unique<EventFilterKeyMonitor>([](quint32) { return QString(); }))
     , m_permissions(std::make_unique<NullPermissions>())
     , m_appearance(std::make_unique<NullAppearance>())
     , m_workspace(std::make_unique<NullWorkspace>())
     , m_statusArea(std::make_unique<NullStatusArea>())
+    , m_symbols(std::make_unique<NoSystemSymbols>())
     , m_shell(std::make_unique<NullShell>())
     , m_deviceInfo(std::move(deviceInfo))
     , m_captureTool(std::move(captureTool))
@@ -108,5 +113,10 @@ NullPlatform::NullPlatform(std::unique_ptr<DeviceInfo> deviceInfo, CaptureTool c
 {}
 
 NullPlatform::~NullPlatform() = default;
+
+std::unique_ptr<UserDefaults> NullPlatform::makeUserDefaults() const
+{
+    return std::make_unique<JsonUserDefaults>(JsonUserDefaults::defaultPath());
+}
 
 } // namespace quellora

@@ -19,22 +19,27 @@ public:
 
     PanelWindow &panelWindow() override { return *m_panelWindow; }
     GlobalHotkeys &globalHotkeys() override { return *m_globalHotkeys; }
+    KeyMonitor &keyMonitor() override { return *m_keyMonitor; }
     Permissions &permissions() override { return *m_permissions; }
     Appearance &appearance() override { return *m_appearance; }
     Workspace &workspace() override { return *m_workspace; }
     StatusArea &statusArea() override { return *m_statusArea; }
+    SystemSymbols &symbols() override { return *m_symbols; }
     ApplicationShell &shell() override { return *m_shell; }
     DeviceInfo &deviceInfo() override { return *m_deviceInfo; }
     CaptureTool captureTool() const override { return m_captureTool; }
     QString applicationSupportDirectory() const override { return m_supportDirectory; }
+    std::unique_ptr<UserDefaults> makeUserDefaults() const override;
 
 private:
     std::unique_ptr<PanelWindow> m_panelWindow;
     std::unique_ptr<GlobalHotkeys> m_globalHotkeys;
+    std::unique_ptr<KeyMonitor> m_keyMonitor;
     std::unique_ptr<Permissions> m_permissions;
     std::unique_ptr<Appearance> m_appearance;
     std::unique_ptr<Workspace> m_workspace;
     std::unique_ptr<StatusArea> m_statusArea;
+    std::unique_ptr<SystemSymbols> m_symbols;
     std::unique_ptr<ApplicationShell> m_shell;
     std::unique_ptr<DeviceInfo> m_deviceInfo;
     CaptureTool m_captureTool;

@@ -1,0 +1,76 @@
+#include "platform/EventFilterKeyMonitor.h"
+
+#include <QGuiApplication>
+#include <QKeyEvent>
+
+#include <utility>
+
+namespace quellora {
+namespace {
+
+quint32 hotkeyModifiers(Qt::KeyboardModifiers modifiers)
+{
+    quint32 flags = 0;
+    if (modifiers.testFlag(Qt::ControlModifier))
+        flags |= GlobalHotkeys::Control;
+    if (modifiers.testFlag(Qt::AltModifier))
+        flags |= GlobalHotkeys::Option;
+    if (modifiers.testFlag(Qt::MetaModifier))
+        flags |= GlobalHotkeys::Command;
+    if (modifiers.testFlag(Qt::ShiftModifier))
+        flags |= GlobalHotkeys::Shift;
+    return flags;
+}
+
+} // namespace
+
+EventFilterKeyMonitor::EventFilterKeyMonitor(KeyNames names) : m_names(std::move(names)) {}
+
+EventFilterKeyMonitor::~EventFilterKeyMonitor()
+{
+    remove();
+}
+
+void EventFilterKeyMonitor::install(std::function<void(const KeyDown &)> onKeyDown)
+{
+    remove();
+    m_onKeyDown = std::move(onKeyDown);
+    // At the application: shortcuts and focus chains of the windows see nothing of it.
+    qGuiApp->installEventFilter(this);
+}
+
+void EventFilterKeyMonitor::remove()
+{
+    if (!std::exchange(m_onKeyDown, nullptr))
+        return;
+    if (qGuiApp)
+        qGuiApp->removeEventFilter(this);
+}
+
+KeyDown EventFilterKeyMonitor::keyDown(const QKeyEvent &event, const KeyNames &names)
+{
+    return {hotkeyModifiers(event.modifiers()), names(event.nativeScanCode()),
+            event.key() == Qt::Key_Escape};
+}
+
+bool EventFilterKeyMonitor::eventFilter(QObject *watched, QEvent *event)
+{
+    switch (event->type()) {
+    case QEvent::ShortcutOverride:
+        event->accept();
+        return true;
+    case QEvent::KeyRelease:
+        // Of a press that was taken, or of the one that started the recording.
+        return true;
+    case QEvent::KeyPress: {
+        // A copy: the handler may remove the monitor.
+        const auto onKeyDown = m_onKeyDown;
+        onKeyDown(keyDown(*static_cast<QKeyEvent *>(event), m_names));
+        return true;
+    }
+    default:
+        return QObject::eventFilter(watched, event);
+    }
+}
+
+} // namespace quellora
