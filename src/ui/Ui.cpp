@@ -7,6 +7,7 @@
 
 #include <QFont>
 #include <QGuiApplication>
+#include <QIcon>
 #include <QPointer>
 #include <QQmlComponent>
 #include <QQmlEngine>
@@ -27,6 +28,7 @@ void initializeUi()
     // The design's letter forms and spacing, not the rasteriser's grid.
     font.setHintingPreference(QFont::PreferNoHinting);
     QGuiApplication::setFont(font);
+    QGuiApplication::setWindowIcon(QIcon(QStringLiteral(":/quellora/program/icon.svg")));
     QQuickWindow::setTextRenderType(QQuickWindow::NativeTextRendering);
     installControlAccessibility();
 }

@@ -6,9 +6,9 @@ namespace quellora {
 
 class Appearance;
 
-/// Sets the shared components up: faces, default font, text rendering and what assistive programs
-/// see of text fields. Needs the application object; call once before the first window. Main
-/// thread.
+/// Sets the shared components up: faces, default font, text rendering, the windows' icon and what
+/// assistive programs see of text fields. Needs the application object; call once before the first
+/// window. Main thread.
 void initializeUi();
 
 /// Lets QML of @p engine import Quellora.Ui and the program's other modules.

@@ -6,6 +6,7 @@
 #include <QFontDatabase>
 #include <QFontInfo>
 #include <QGuiApplication>
+#include <QIcon>
 #include <QSignalSpy>
 #include <QtTest>
 
@@ -18,6 +19,7 @@ private Q_SLOTS:
     void initTestCase() { initializeUi(); }
 
     void facesAreBundled();
+    void windowsHaveTheProgramsIcon();
     void tokens();
     void iconIsTintedAndSharp();
     void iconFillAndStroke();
@@ -39,6 +41,17 @@ void TestUi::facesAreBundled()
     QVERIFY(QFontDatabase::families().contains(QStringLiteral("Inter")));
     QVERIFY(QFontDatabase::families().contains(QStringLiteral("JetBrains Mono")));
     QCOMPARE(QFontInfo(QGuiApplication::font()).family(), QStringLiteral("Inter"));
+}
+
+void TestUi::windowsHaveTheProgramsIcon()
+{
+    const QImage icon = QGuiApplication::windowIcon().pixmap(QSize(64, 64)).toImage();
+    QCOMPARE(icon.size(), QSize(64, 64));
+    QCOMPARE(icon.pixelColor(1, 1).alpha(), 0);
+    // The panel is the accent, its lines are white.
+    const QColor panel = icon.pixelColor(24, 48);
+    QVERIFY2(panel.blue() > 180 && panel.red() < 80, qPrintable(panel.name()));
+    QCOMPARE(icon.pixelColor(36, 34).name(), QStringLiteral("#ffffff"));
 }
 
 void TestUi::tokens()
