@@ -9,23 +9,23 @@ namespace quellora::server {
 AnswerStream::AnswerStream(std::shared_ptr<ModelClient> client, ModelRequest request)
     : m_client(std::move(client)), m_request(std::move(request))
 {
-    m_worker = std::jthread([this](const std::stop_token &stop) { run(stop); });
+    m_worker = std::thread([this] { run(m_stop.token()); });
 }
 
 AnswerStream::~AnswerStream()
 {
-    m_worker.request_stop();
+    m_stop.requestStop();
     m_worker.join();
 }
 
-void AnswerStream::run(const std::stop_token &stop)
+void AnswerStream::run(const StopToken &stop)
 {
     AnswerOutcome outcome;
     try {
         outcome = m_client->answer(
             m_request,
             [this, &stop](std::string_view text) {
-                return !stop.stop_requested() && push(Item(std::string(text)));
+                return !stop.stopRequested() && push(Item(std::string(text)));
             },
             stop);
     } catch (const std::exception &problem) {
@@ -71,7 +71,7 @@ std::optional<AnswerStream::Item> AnswerStream::next(std::chrono::milliseconds t
 
 void AnswerStream::cancel()
 {
-    m_worker.request_stop();
+    m_stop.requestStop();
 }
 
 } // namespace quellora::server

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/Stop.h"
 #include "model/ModelClient.h"
 
 #include <chrono>
@@ -8,7 +9,6 @@
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <stop_token>
 #include <string>
 #include <thread>
 #include <variant>
@@ -38,7 +38,7 @@ public:
     void cancel();
 
 private:
-    void run(const std::stop_token &stop);
+    void run(const StopToken &stop);
     bool push(Item item);
 
     std::shared_ptr<ModelClient> m_client;
@@ -46,7 +46,8 @@ private:
     std::mutex m_mutex;
     std::condition_variable m_arrived;
     std::deque<Item> m_items;
-    std::jthread m_worker;
+    StopSource m_stop;
+    std::thread m_worker;
 };
 
 } // namespace quellora::server

@@ -168,7 +168,7 @@ void BackendServer::run()
 
 void BackendServer::stop()
 {
-    m_services.stopping.request_stop();
+    m_services.stopping.requestStop();
     if (!m_services.streams.waitForNone(m_services.config.timing.stopGrace))
         Log::event("[BackendServer] WARNING: some answers did not end in time");
     // Stopping before the serving loop has begun would be lost.

@@ -45,7 +45,7 @@ bool QueryStream::open(httplib::Response &response)
 {
     const auto deadline = Steady::now() + m_services.config.timing.keepAlive;
     while (!m_answer.waitFor(tick) && Steady::now() < deadline &&
-           !m_services.stopping.stop_requested()) {
+           !m_services.stopping.stopRequested()) {
     }
     const auto ended = m_answer.endedBeforeText();
     if (!ended || ended->kind == AnswerOutcome::Kind::Complete)
@@ -65,7 +65,7 @@ bool QueryStream::pump(httplib::DataSink &sink)
         [&sink](std::string_view bytes) { return sink.write(bytes.data(), bytes.size()); });
     const auto keepAlive = m_services.config.timing.keepAlive;
     const auto item = m_answer.next(std::min(tick, keepAlive));
-    if (m_services.stopping.stop_requested()) {
+    if (m_services.stopping.stopRequested()) {
         m_answer.cancel();
         sink.done();
         return true;

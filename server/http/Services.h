@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/Clock.h"
+#include "base/Stop.h"
 #include "config/Config.h"
 #include "http/RateLimiter.h"
 #include "http/StreamSlots.h"
@@ -10,8 +11,6 @@
 #include "store/Telemetry.h"
 #include "store/UploadedLogs.h"
 #include "store/UsageLedger.h"
-
-#include <stop_token>
 
 namespace quellora::server {
 
@@ -35,7 +34,7 @@ struct Services
     RateLimiter uploadRate;
     StreamSlots streams;
     /// Requested when the server goes down: running answers end.
-    std::stop_source stopping;
+    StopSource stopping;
 };
 
 } // namespace quellora::server

@@ -86,7 +86,7 @@ AnthropicClient::AnthropicClient(UpstreamSettings settings, TimingSettings timin
 {}
 
 AnswerOutcome AnthropicClient::answer(const ModelRequest &request, const TextSink &sink,
-                                      std::stop_token stop)
+                                      StopToken stop)
 {
     Reader reader(sink);
     AnswerOutcome outcome = m_transfer.post(

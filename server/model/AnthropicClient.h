@@ -12,7 +12,7 @@ class AnthropicClient : public ModelClient
 public:
     AnthropicClient(UpstreamSettings settings, TimingSettings timing);
     AnswerOutcome answer(const ModelRequest &request, const TextSink &sink,
-                         std::stop_token stop) override;
+                         StopToken stop) override;
 
 private:
     UpstreamSettings m_settings;

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "base/Stop.h"
 #include "store/UsageLedger.h"
 
 #include <chrono>
 #include <functional>
 #include <optional>
-#include <stop_token>
 #include <string>
 #include <string_view>
 
@@ -55,7 +55,7 @@ class ModelClient
 public:
     virtual ~ModelClient() = default;
     virtual AnswerOutcome answer(const ModelRequest &request, const TextSink &sink,
-                                 std::stop_token stop) = 0;
+                                 StopToken stop) = 0;
 };
 
 inline AnswerOutcome AnswerOutcome::failed(std::string why)

@@ -129,7 +129,7 @@ std::vector<std::string> offlineMarkdown(const ReadPage &page)
 OfflineAnswerer::OfflineAnswerer(OfflineSettings settings) : m_recognizer(std::move(settings)) {}
 
 AnswerOutcome OfflineAnswerer::answer(const ModelRequest &request, const TextSink &sink,
-                                      std::stop_token stop)
+                                      StopToken stop)
 {
     AnswerOutcome outcome;
     outcome.kind = AnswerOutcome::Kind::Complete;
@@ -155,7 +155,7 @@ AnswerOutcome OfflineAnswerer::answer(const ModelRequest &request, const TextSin
     }
     pieces.push_back(howTo);
     for (const std::string &piece : pieces) {
-        if (stop.stop_requested() || !sink(piece))
+        if (stop.stopRequested() || !sink(piece))
             return cancelled();
     }
     return outcome;

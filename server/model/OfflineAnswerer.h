@@ -11,7 +11,7 @@ class OfflineAnswerer : public ModelClient
 public:
     explicit OfflineAnswerer(OfflineSettings settings);
     AnswerOutcome answer(const ModelRequest &request, const TextSink &sink,
-                         std::stop_token stop) override;
+                         StopToken stop) override;
 
 private:
     TextRecognizer m_recognizer;

@@ -80,7 +80,7 @@ OpenAiClient::OpenAiClient(UpstreamSettings settings, TimingSettings timing)
 {}
 
 AnswerOutcome OpenAiClient::answer(const ModelRequest &request, const TextSink &sink,
-                                   std::stop_token stop)
+                                   StopToken stop)
 {
     Reader reader(sink);
     UpstreamTransfer::Headers headers;

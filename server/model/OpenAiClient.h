@@ -14,7 +14,7 @@ class OpenAiClient : public ModelClient
 public:
     OpenAiClient(UpstreamSettings settings, TimingSettings timing);
     AnswerOutcome answer(const ModelRequest &request, const TextSink &sink,
-                         std::stop_token stop) override;
+                         StopToken stop) override;
 
 private:
     UpstreamSettings m_settings;

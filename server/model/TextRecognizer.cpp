@@ -195,8 +195,7 @@ bool TextRecognizer::load()
     return true;
 }
 
-tl::expected<ReadPage, ReadError> TextRecognizer::read(const std::string &jpeg,
-                                                       std::stop_token stop)
+tl::expected<ReadPage, ReadError> TextRecognizer::read(const std::string &jpeg, StopToken stop)
 {
     const std::lock_guard lock(m_mutex);
     const auto deadline = Clock::now() + m_settings.budget;
@@ -233,7 +232,7 @@ tl::expected<ReadPage, ReadError> TextRecognizer::read(const std::string &jpeg,
         lines.clear();
     };
     for (const LineBox &box : boxes) {
-        if (stop.stop_requested() || Clock::now() > deadline) {
+        if (stop.stopRequested() || Clock::now() > deadline) {
             page.cutShort = true;
             break;
         }

@@ -1,12 +1,12 @@
 #pragma once
 
+#include "base/Stop.h"
 #include "config/Config.h"
 
 #include <tl/expected.hpp>
 
 #include <memory>
 #include <mutex>
-#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -59,7 +59,7 @@ public:
     ~TextRecognizer();
 
     /// Blocks for the time of the recognition; a requested @p stop cuts it short.
-    tl::expected<ReadPage, ReadError> read(const std::string &jpeg, std::stop_token stop);
+    tl::expected<ReadPage, ReadError> read(const std::string &jpeg, StopToken stop);
 
 private:
     bool load();

@@ -6,9 +6,10 @@
 #include <httplib.h>
 
 #include <algorithm>
-#include <condition_variable>
-#include <mutex>
+#include <atomic>
+#include <chrono>
 #include <thread>
+#include <utility>
 
 namespace quellora::server {
 namespace {
@@ -29,36 +30,31 @@ std::chrono::seconds retryAfter(const httplib::Response &response)
 class Canceller
 {
 public:
-    Canceller(httplib::Client &client, std::stop_token stop)
-        : m_thread([this, &client, stop] { run(client, stop); })
+    Canceller(httplib::Client &client, StopToken stop)
+        : m_stop(std::move(stop)), m_thread([this, &client] { run(client); })
     {}
     ~Canceller()
     {
-        {
-            const std::lock_guard lock(m_mutex);
-            m_finished = true;
-        }
-        m_wake.notify_all();
+        m_finished = true;
+        m_stop.wake();
         m_thread.join();
     }
     Canceller(const Canceller &) = delete;
     Canceller &operator=(const Canceller &) = delete;
 
 private:
-    void run(httplib::Client &client, const std::stop_token &stop)
+    void run(httplib::Client &client)
     {
-        std::unique_lock lock(m_mutex);
-        const auto finished = [this] { return m_finished; };
-        m_wake.wait(lock, stop, finished);
+        const auto finished = [this] { return m_finished.load(); };
+        m_stop.waitForStop(finished);
         while (!m_finished) {
             client.stop();
-            m_wake.wait_for(lock, std::chrono::milliseconds(50), finished);
+            m_stop.waitFor(std::chrono::milliseconds(50), finished);
         }
     }
 
-    std::mutex m_mutex;
-    std::condition_variable_any m_wake;
-    bool m_finished = false;
+    StopToken m_stop;
+    std::atomic<bool> m_finished = false;
     std::thread m_thread;
 };
 
@@ -90,7 +86,7 @@ UpstreamTransfer::UpstreamTransfer(std::string baseUrl, TimingSettings timing) :
 
 AnswerOutcome UpstreamTransfer::post(const std::string &path, const Headers &headers,
                                      const std::string &body, const EventHandler &onEvent,
-                                     std::stop_token stop) const
+                                     StopToken stop) const
 {
     httplib::Client client(m_origin);
     if (!client.is_valid())
@@ -119,10 +115,10 @@ AnswerOutcome UpstreamTransfer::post(const std::string &path, const Headers &hea
     request.headers.emplace("Accept", "text/event-stream");
     request.response_handler = [&](const httplib::Response &response) {
         status = response.status;
-        return !stop.stop_requested();
+        return !stop.stopRequested();
     };
     request.content_receiver = [&](const char *data, std::size_t length, auto, auto) {
-        if (stop.stop_requested())
+        if (stop.stopRequested())
             return false;
         if (status != 200)
             return true;
@@ -142,7 +138,7 @@ AnswerOutcome UpstreamTransfer::post(const std::string &path, const Headers &hea
     AnswerOutcome outcome;
     if (step == StreamStep::Finished) {
         outcome.kind = AnswerOutcome::Kind::Complete;
-    } else if (stop.stop_requested() || step == StreamStep::Stopped) {
+    } else if (stop.stopRequested() || step == StreamStep::Stopped) {
         outcome.kind = AnswerOutcome::Kind::Cancelled;
     } else if (step == StreamStep::RateLimited) {
         outcome.kind = AnswerOutcome::Kind::RateLimited;

@@ -1,10 +1,10 @@
 #pragma once
 
+#include "base/Stop.h"
 #include "config/Config.h"
 #include "model/ModelClient.h"
 
 #include <functional>
-#include <stop_token>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -29,7 +29,7 @@ public:
     /// Sends @p body as JSON to the base address plus @p path and hands over each event until one
     /// says Finished. The outcome carries no token figures; the caller adds them.
     AnswerOutcome post(const std::string &path, const Headers &headers, const std::string &body,
-                       const EventHandler &onEvent, std::stop_token stop) const;
+                       const EventHandler &onEvent, StopToken stop) const;
 
 private:
     std::string m_origin;

@@ -50,7 +50,7 @@ Answer ask(const ModelRequest &request, OfflineSettings settings = {})
             answer.text += piece;
             return true;
         },
-        std::stop_token());
+        StopToken());
     return answer;
 }
 
@@ -119,7 +119,7 @@ TEST(Offline, ReadingIsCutShortByItsBudget)
     OfflineSettings settings;
     settings.budget = std::chrono::milliseconds(-1);
     TextRecognizer recognizer(settings);
-    const auto page = recognizer.read(pictureOf("some words here"), std::stop_token());
+    const auto page = recognizer.read(pictureOf("some words here"), StopToken());
     ASSERT_TRUE(page);
     EXPECT_TRUE(page->cutShort);
     EXPECT_TRUE(page->blocks.empty());
@@ -129,7 +129,7 @@ TEST(Offline, StopsWhenNobodyListens)
 {
     OfflineAnswerer answerer{OfflineSettings{}};
     const AnswerOutcome outcome = answerer.answer(
-        {"p", "", ""}, [](std::string_view) { return false; }, std::stop_token());
+        {"p", "", ""}, [](std::string_view) { return false; }, StopToken());
     EXPECT_EQ(outcome.kind, AnswerOutcome::Kind::Cancelled);
 }
 

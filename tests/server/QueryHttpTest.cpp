@@ -235,9 +235,9 @@ TEST_F(QueryHttp, FailuresAfterAKeepAliveEndTheStream)
 TEST_F(QueryHttp, ALeavingClientCancelsTheModelAndIsCounted)
 {
     std::atomic<bool> cancelled{false};
-    const auto server = start([&cancelled](auto &, const TextSink &sink, std::stop_token stop) {
+    const auto server = start([&cancelled](auto &, const TextSink &sink, StopToken stop) {
         sink("first words");
-        while (!stop.stop_requested())
+        while (!stop.stopRequested())
             std::this_thread::sleep_for(milliseconds(2));
         cancelled = true;
         AnswerOutcome outcome;
@@ -262,9 +262,9 @@ TEST_F(QueryHttp, ALeavingClientCancelsTheModelAndIsCounted)
 
 TEST_F(QueryHttp, StoppingTheServerEndsRunningStreams)
 {
-    const auto server = start([](auto &, const TextSink &sink, std::stop_token stop) {
+    const auto server = start([](auto &, const TextSink &sink, StopToken stop) {
         sink("first words");
-        while (!stop.stop_requested())
+        while (!stop.stopRequested())
             std::this_thread::sleep_for(milliseconds(2));
         return AnswerOutcome{};
     });

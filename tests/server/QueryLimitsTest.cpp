@@ -60,7 +60,7 @@ TEST_F(QueryLimits, AccountsWithoutCapAreNeverRefusedForUsage)
 TEST_F(QueryLimits, AnAnswerFarBeyondTheCapIsStoppedWithAnErrorEvent)
 {
     std::atomic<bool> stopped{false};
-    const auto server = start([&stopped](auto &, const TextSink &sink, std::stop_token) {
+    const auto server = start([&stopped](auto &, const TextSink &sink, StopToken) {
         for (int i = 0; i < 100000; ++i) {
             if (!sink(std::string(400, 'x'))) {
                 stopped = true;

@@ -55,11 +55,9 @@ std::string fakeJpeg();
 class ScriptedClient : public ModelClient
 {
 public:
-    using Script =
-        std::function<AnswerOutcome(const ModelRequest &, const TextSink &, std::stop_token)>;
+    using Script = std::function<AnswerOutcome(const ModelRequest &, const TextSink &, StopToken)>;
     explicit ScriptedClient(Script script) : m_script(std::move(script)) {}
-    AnswerOutcome answer(const ModelRequest &request, const TextSink &sink,
-                         std::stop_token stop) override
+    AnswerOutcome answer(const ModelRequest &request, const TextSink &sink, StopToken stop) override
     {
         return m_script(request, sink, stop);
     }

@@ -1,0 +1,54 @@
+#include "base/Stop.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+using namespace quellora::server;
+using namespace std::chrono_literals;
+
+TEST(Stop, TokensShareTheirSourcesState)
+{
+    StopSource source;
+    const StopToken first = source.token();
+    const StopToken second = first;
+    EXPECT_FALSE(first.stopRequested());
+    source.requestStop();
+    EXPECT_TRUE(first.stopRequested());
+    EXPECT_TRUE(second.stopRequested());
+    EXPECT_FALSE(StopToken().stopRequested());
+    EXPECT_FALSE(StopSource().stopRequested());
+}
+
+TEST(Stop, WaitingEndsWithTheStop)
+{
+    StopSource source;
+    std::thread waiting([token = source.token()] { token.waitForStop([] { return false; }); });
+    source.requestStop();
+    waiting.join();
+    // At once when it was requested before.
+    source.token().waitForStop([] { return false; });
+}
+
+TEST(Stop, WaitingEndsWithItsConditionWhenWoken)
+{
+    const StopSource source;
+    std::atomic<bool> isDone = false;
+    std::thread waiting(
+        [token = source.token(), &isDone] { token.waitForStop([&] { return isDone.load(); }); });
+    isDone = true;
+    source.wake();
+    waiting.join();
+    EXPECT_FALSE(source.stopRequested());
+}
+
+TEST(Stop, TimedWaitAsksOnlyItsCondition)
+{
+    StopSource source;
+    source.requestStop();
+    const auto start = std::chrono::steady_clock::now();
+    source.waitFor(20ms, [] { return false; });
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 20ms);
+    source.waitFor(1h, [] { return true; });
+}
