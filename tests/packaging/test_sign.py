@@ -37,6 +37,7 @@ class SignTest(unittest.TestCase):
         self.link("Contents/Frameworks/QtWebEngineCore.framework/Helpers",
                   "Versions/Current/Helpers")
         self.link("Contents/Resources/qml", "../PlugIns")
+        self.link("Contents/Frameworks/libdeflate.dylib", "libdeflate.0.dylib")
 
     def put(self, path, data):
         path = self.app / path
