@@ -1,6 +1,7 @@
 #include "platform/linux/WorkspaceLinux.h"
 
 #include "app/Log.h"
+#include "platform/OpenRules.h"
 
 #include <QFileInfo>
 #include <QProcess>
@@ -25,31 +26,18 @@ Capability handOver(const QUrl &url)
 
 } // namespace
 
-bool WorkspaceLinux::isAllowed(const QUrl &url)
-{
-    if (!url.isValid())
-        return false;
-    const QString scheme = url.scheme();
-    if (scheme == QStringLiteral("http") || scheme == QStringLiteral("https"))
-        return !url.host().isEmpty();
-    return scheme == QStringLiteral("mailto") && !url.path().isEmpty();
-}
-
 Capability WorkspaceLinux::openUrl(const QUrl &url)
 {
-    if (!isAllowed(url))
-        return Capability::unsupported(
-            QStringLiteral("Only web and mail addresses are opened, not \"%1\" addresses")
-                .arg(url.scheme()));
+    if (const QString refusal = OpenRules::refusalOf(url); !refusal.isEmpty())
+        return Capability::unsupported(refusal);
     return handOver(url);
 }
 
 Capability WorkspaceLinux::openFile(const QString &path)
 {
-    const QFileInfo file(path);
-    if (path.isEmpty() || !file.isFile())
-        return Capability::unsupported(QStringLiteral("There is no such file"));
-    return handOver(QUrl::fromLocalFile(file.absoluteFilePath()));
+    if (const QString refusal = OpenRules::refusalOf(path); !refusal.isEmpty())
+        return Capability::unsupported(refusal);
+    return handOver(QUrl::fromLocalFile(QFileInfo(path).absoluteFilePath()));
 }
 
 } // namespace quellora

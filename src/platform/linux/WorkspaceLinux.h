@@ -14,9 +14,6 @@ class WorkspaceLinux : public Workspace
 public:
     Capability openUrl(const QUrl &url) override;
     Capability openFile(const QString &path) override;
-
-    /// Whether the scheme is one that openUrl() hands on and the address is complete.
-    static bool isAllowed(const QUrl &url);
 };
 
 } // namespace quellora
