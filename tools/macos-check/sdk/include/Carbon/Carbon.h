@@ -20,22 +20,18 @@ struct EventHotKeyID
     OSType signature;
     UInt32 id;
 };
-typedef OSType EventParamName, EventParamType;
+typedef OSType EventParamName;
+typedef OSType EventParamType;
 typedef OSStatus (*EventHandlerProcPtr)(EventHandlerCallRef, EventRef, void *);
 typedef EventHandlerProcPtr EventHandlerUPP;
-enum {
-    cmdKey = 1 << 8,
-    shiftKey = 1 << 9,
-    alphaLock = 1 << 10,
-    optionKey = 1 << 11,
-    controlKey = 1 << 12
-};
+enum { cmdKey = 1 << 8, shiftKey = 1 << 9, optionKey = 1 << 11, controlKey = 1 << 12 };
 enum { noErr = 0, eventNotHandledErr = -9874 };
 enum { kEventClassKeyboard = 'keyb', kEventHotKeyPressed = 5 };
 enum { kEventParamDirectObject = '----', typeEventHotKeyID = 'hkid' };
 SDK_EXTERN EventTargetRef GetApplicationEventTarget(void);
 SDK_EXTERN OSStatus InstallEventHandler(EventTargetRef, EventHandlerUPP, ItemCount,
                                         const EventTypeSpec *, void *, EventHandlerRef *);
+SDK_EXTERN OSStatus RemoveEventHandler(EventHandlerRef);
 SDK_EXTERN OSStatus RegisterEventHotKey(UInt32, UInt32, EventHotKeyID, EventTargetRef, OptionBits,
                                         EventHotKeyRef *);
 SDK_EXTERN OSStatus UnregisterEventHotKey(EventHotKeyRef);

@@ -71,36 +71,75 @@ static inline NSRect NSMakeRect(CGFloat x, CGFloat y, CGFloat w, CGFloat h)
 {
     return {{x, y}, {w, h}};
 }
-typedef const struct __CFString *CFStringRef;
-typedef const struct __CFDictionary *CFDictionaryRef;
+typedef unsigned short unichar;
+typedef const void *CFTypeRef;
+typedef const struct __CFBoolean *CFBooleanRef;
 typedef unsigned char Boolean;
+SDK_EXTERN const CFBooleanRef kCFBooleanTrue;
+SDK_EXTERN const CFBooleanRef kCFBooleanFalse;
 
 @class NSString, NSURL, NSData, NSNotification, NSDictionary<K, V>, NSArray<T>, NSProcessInfo,
-    NSOperationQueue;
+    NSOperationQueue, NSError;
+typedef NSString *NSNotificationName;
+typedef NSString *NSKeyValueChangeKey;
+SDK_EXTERN SEL NSSelectorFromString(NSString *name);
+SDK_OPTIONS(NSUInteger, NSKeyValueObservingOptions){NSKeyValueObservingOptionNew = 1};
+typedef struct
+{
+    unsigned long state;
+    id __unsafe_unretained _Nullable *_Nullable itemsPtr;
+    unsigned long *_Nullable mutationsPtr;
+    unsigned long extra[5];
+} NSFastEnumerationState;
 
 @protocol NSObject
+- (BOOL)isKindOfClass:(Class)c;
+@end
+@protocol NSFastEnumeration
+- (NSUInteger)countByEnumeratingWithState:(NSFastEnumerationState *)state
+                                  objects:(id __unsafe_unretained _Nullable[_Nonnull])buffer
+                                    count:(NSUInteger)count;
 @end
 __attribute__((objc_root_class))
 @interface NSObject<NSObject>
 + (instancetype)alloc;
 - (instancetype)init;
-+ (instancetype)new;
 + (Class)class;
-- (BOOL)isKindOfClass:(Class)c;
-- (BOOL)respondsToSelector:(SEL)s;
+- (id)copy;
+@end
+@interface NSObject (NSKeyValueObserving)
+- (void)observeValueForKeyPath:(nullable NSString *)keyPath
+                      ofObject:(nullable id)object
+                        change:(nullable NSDictionary<NSKeyValueChangeKey, id> *)change
+                       context:(nullable void *)context;
+@end
+@interface NSObject (NSKeyValueObserverRegistration)
+- (void)addObserver:(NSObject *)observer
+         forKeyPath:(NSString *)keyPath
+            options:(NSKeyValueObservingOptions)options
+            context:(nullable void *)context;
+- (void)removeObserver:(NSObject *)observer forKeyPath:(NSString *)keyPath;
 @end
 @interface NSString : NSObject
-+ (nullable instancetype)stringWithUTF8String:(const char *)s;
++ (instancetype)stringWithCharacters:(const unichar *)characters length:(NSUInteger)length;
 @property (readonly, nullable) const char *UTF8String;
 - (BOOL)isEqualToString:(NSString *)s;
 @end
-@interface NSArray<T> : NSObject
+@interface NSArray<__covariant T> : NSObject
 + (instancetype)arrayWithObjects:(const T _Nonnull[_Nonnull])o count:(NSUInteger)n;
 @end
-@interface NSDictionary<K, V> : NSObject
+@interface NSDictionary<__covariant K, __covariant V> : NSObject <NSFastEnumeration>
 + (instancetype)dictionaryWithObjects:(const V _Nonnull[_Nullable])o
                               forKeys:(const K _Nonnull[_Nullable])k
                                 count:(NSUInteger)n;
+- (nullable V)objectForKey:(K)key;
+@end
+@interface NSMutableDictionary<K, V> : NSDictionary <K, V>
++ (instancetype)dictionary;
+- (void)setObject:(V)object forKey:(K)key;
+@end
+@interface NSNumber : NSObject
++ (NSNumber *)numberWithBool:(BOOL)value;
 @end
 @interface NSData : NSObject
 @property (readonly) const void *bytes;
@@ -110,11 +149,21 @@ __attribute__((objc_root_class))
 + (nullable instancetype)URLWithString:(NSString *)s;
 + (NSURL *)fileURLWithPath:(NSString *)p;
 @end
+@interface NSError : NSObject
+@property (readonly, copy) NSString *localizedDescription;
+@end
 @interface NSProcessInfo : NSObject
 @property (class, readonly, strong) NSProcessInfo *processInfo;
 @property (readonly, copy) NSString *operatingSystemVersionString;
+@property (readonly) int processIdentifier;
 @end
-typedef NSString *NSNotificationName;
+@interface NSUserDefaults : NSObject
+@property (class, readonly, strong) NSUserDefaults *standardUserDefaults;
+- (nullable id)objectForKey:(NSString *)name;
+- (void)setObject:(nullable id)value forKey:(NSString *)name;
+- (void)removeObjectForKey:(NSString *)name;
+- (BOOL)synchronize;
+@end
 @interface NSNotification : NSObject
 @end
 @interface NSOperationQueue : NSObject
@@ -127,8 +176,5 @@ typedef NSString *NSNotificationName;
                              queue:(nullable NSOperationQueue *)q
                         usingBlock:(void (^)(NSNotification *n))block;
 - (void)removeObserver:(id)o;
-@end
-@interface NSDistributedNotificationCenter : NSNotificationCenter
-+ (NSDistributedNotificationCenter *)defaultCenter;
 @end
 #pragma clang assume_nonnull end

@@ -1,0 +1,19 @@
+#pragma once
+
+#include "platform/Platform.h"
+#include "platform/macos/Subscription.h"
+
+namespace quellora {
+
+/// Takes the program's key presses before its menus and windows see them. Main thread only.
+class KeyMonitorMac : public KeyMonitor
+{
+public:
+    void install(std::function<void(const KeyDown &)> onKeyDown) override;
+    void remove() override { m_monitor.reset(); }
+
+private:
+    Subscription m_monitor;
+};
+
+} // namespace quellora

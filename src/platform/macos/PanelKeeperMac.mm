@@ -1,0 +1,217 @@
+#include "platform/macos/PanelKeeperMac.h"
+
+#include "platform/macos/Cocoa.h"
+#include "platform/macos/NonactivatingPanelMac.h"
+
+#include <QEvent>
+#include <QPlatformSurfaceEvent>
+#include <QWindow>
+
+#include <utility>
+
+namespace quellora {
+namespace {
+
+Capability noNativeWindow()
+{
+    return Capability::unsupported(QStringLiteral("The window could not be made"));
+}
+
+} // namespace
+
+PanelKeeperMac &PanelKeeperMac::of(QWindow &window)
+{
+    auto *keeper = window.findChild<PanelKeeperMac *>(QString(), Qt::FindDirectChildrenOnly);
+    return keeper ? *keeper : *new PanelKeeperMac(window);
+}
+
+PanelKeeperMac::PanelKeeperMac(QWindow &window)
+    : QObject(&window), m_window(window), m_pointer(window)
+{
+    window.installEventFilter(this);
+    // Having lost the keyboard, the panel refuses it again: a click on it would otherwise make the
+    // toolkit believe that it has it. Later, as the toolkit is in the midst of the change.
+    connect(
+        &window, &QWindow::activeChanged, this,
+        [this] {
+            if (!m_window.isActive() && !Cocoa::window(m_window).keyWindow)
+                setAcceptsKeyboard(false);
+        },
+        Qt::QueuedConnection);
+    // The toolkit lowers floating windows that stay when the program is left.
+    NSNotificationCenter *center = NSNotificationCenter.defaultCenter;
+    m_activated =
+        Cocoa::observe(center, NSApplicationDidBecomeActiveNotification, [this] { applyTraits(); });
+    m_deactivated =
+        Cocoa::observe(center, NSApplicationDidResignActiveNotification, [this] { applyTraits(); });
+}
+
+bool PanelKeeperMac::makeNative()
+{
+    if (m_window.handle() && m_isNonactivating)
+        return true;
+    const bool wasVisible = m_window.isVisible();
+    m_window.destroy();
+    {
+        const NonactivatingPanelMac making;
+        m_isMaking = true;
+        m_window.create();
+        m_isMaking = false;
+    }
+    if (wasVisible)
+        m_window.show();
+    return Cocoa::window(m_window) != nil;
+}
+
+Capability PanelKeeperMac::keepTraits()
+{
+    m_hasTraits = true;
+    if (!makeNative())
+        return noNativeWindow();
+    applyTraits();
+    if ([Cocoa::window(m_window) isKindOfClass:NSPanel.class])
+        return Capability::applied();
+    return Capability::bestEffort(
+        QStringLiteral("The window is no panel: a click on it brings the program to the front"));
+}
+
+Capability PanelKeeperMac::keepCaptureExclusion()
+{
+    m_isExcluded = true;
+    if (!makeNative())
+        return noNativeWindow();
+    apply();
+    if (Cocoa::window(m_window).sharingType == NSWindowSharingNone)
+        return Capability::applied();
+    return Capability::unsupported(
+        QStringLiteral("The system did not take the window out of screen captures"));
+}
+
+Capability PanelKeeperMac::keepClickThrough(const QRect &responseRect)
+{
+    m_pointer.setResponseRect(responseRect);
+    return m_window.handle() ? Capability::applied() : noNativeWindow();
+}
+
+Capability PanelKeeperMac::orderFront()
+{
+    if (!makeNative())
+        return noNativeWindow();
+    m_window.show();
+    // Not QWindow::raise(), which activates the program.
+    [Cocoa::window(m_window) orderFrontRegardless];
+    return Capability::applied();
+}
+
+Capability PanelKeeperMac::takeKeyboard()
+{
+    NSWindow *native = Cocoa::window(m_window);
+    if (!native)
+        return noNativeWindow();
+    if (!native.visible)
+        return Capability::bestEffort(
+            QStringLiteral("The window takes the keyboard only while it is on the screen"));
+    if (!native.keyWindow) {
+        m_previousProcess = NSWorkspace.sharedWorkspace.frontmostApplication.processIdentifier;
+        // The toolkit's panels refuse to become the key window while they do not accept the focus.
+        setAcceptsKeyboard(true);
+        // Makes it the key window and its view the one that gets the keys, and activates nothing.
+        m_window.requestActivate();
+    }
+    // The flag stays: should the system be late, the window becomes the key window after all.
+    return native.keyWindow ? Capability::applied()
+                            : Capability::bestEffort(QStringLiteral(
+                                  "The system has not given the window the keyboard yet"));
+}
+
+void PanelKeeperMac::returnKeyboard()
+{
+    NSWindow *native = Cocoa::window(m_window);
+    if (!native.keyWindow)
+        return;
+    setAcceptsKeyboard(false);
+    // With the program itself in front, the one that was there has to come back.
+    const int previous = std::exchange(m_previousProcess, 0);
+    if (NSApp.active && previous != 0 && previous != NSProcessInfo.processInfo.processIdentifier) {
+        [[NSRunningApplication runningApplicationWithProcessIdentifier:previous]
+            activateWithOptions:NSApplicationActivationOptions(0)];
+    }
+    // A key window cannot be asked to stop being it. Taken off the screen, it leaves the keyboard
+    // to the key window of the program in front, which is another one; and as it refuses the
+    // keyboard now, it comes back without. Both happen before the screen is drawn again.
+    const NSWindowAnimationBehavior animation = native.animationBehavior;
+    native.animationBehavior = NSWindowAnimationBehaviorNone;
+    [native orderOut:nil];
+    [native orderFrontRegardless];
+    native.animationBehavior = animation;
+}
+
+bool PanelKeeperMac::eventFilter(QObject *watched, QEvent *event)
+{
+    switch (event->type()) {
+    case QEvent::PlatformSurface:
+        if (static_cast<QPlatformSurfaceEvent *>(event)->surfaceEventType() ==
+            QPlatformSurfaceEvent::SurfaceCreated) {
+            m_isNonactivating = m_isMaking;
+            apply();
+            m_pointer.windowRecreated();
+        } else {
+            m_isNonactivating = false;
+        }
+        break;
+    case QEvent::Show:
+        // Arrives before the native window is on the screen.
+        apply();
+        break;
+    case QEvent::Hide:
+        setAcceptsKeyboard(false);
+        m_pointer.windowChanged();
+        break;
+    case QEvent::Move:
+    case QEvent::Resize:
+        m_pointer.windowChanged();
+        break;
+    default:
+        break;
+    }
+    return QObject::eventFilter(watched, event);
+}
+
+void PanelKeeperMac::setAcceptsKeyboard(bool accepts)
+{
+    if (m_window.flags().testFlag(Qt::WindowDoesNotAcceptFocus) != accepts)
+        return;
+    m_window.setFlag(Qt::WindowDoesNotAcceptFocus, !accepts);
+    // The toolkit has set the style, the level and the pointer's events anew with the flags.
+    apply();
+}
+
+void PanelKeeperMac::apply()
+{
+    if (NSWindow *native = Cocoa::window(m_window); native && m_isExcluded)
+        native.sharingType = NSWindowSharingNone;
+    applyTraits();
+    m_pointer.windowChanged();
+}
+
+void PanelKeeperMac::applyTraits()
+{
+    NSWindow *native = Cocoa::window(m_window);
+    if (!native || !m_hasTraits)
+        return;
+    if ([native isKindOfClass:NSPanel.class]) {
+        auto *panel = static_cast<NSPanel *>(native);
+        panel.styleMask = panel.styleMask | NSWindowStyleMaskNonactivatingPanel;
+        panel.becomesKeyOnlyIfNeeded = YES;
+    }
+    // In place of the toolkit's, which may hold one that excludes this.
+    native.collectionBehavior =
+        NSWindowCollectionBehaviorCanJoinAllSpaces | NSWindowCollectionBehaviorFullScreenAuxiliary;
+    native.hidesOnDeactivate = NO;
+    native.hasShadow = YES;
+    native.appearance = [NSAppearance appearanceNamed:NSAppearanceNameDarkAqua];
+    // Last: it makes the system look at style and behaviour again.
+    native.level = NSFloatingWindowLevel;
+}
+
+} // namespace quellora

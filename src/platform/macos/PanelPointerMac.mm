@@ -1,0 +1,96 @@
+#include "platform/macos/PanelPointerMac.h"
+
+#include "platform/macos/ClickThrough.h"
+#include "platform/macos/Cocoa.h"
+
+#include <QWindow>
+
+namespace quellora {
+namespace {
+
+constexpr NSEventMask moves = NSEventMaskMouseMoved;
+// The end of a drag decides anew.
+constexpr NSEventMask releases =
+    NSEventMaskLeftMouseUp | NSEventMaskRightMouseUp | NSEventMaskOtherMouseUp;
+constexpr NSEventMask crossings = NSEventMaskMouseEntered | NSEventMaskMouseExited;
+
+bool isButtonHeld()
+{
+    return NSEvent.pressedMouseButtons != 0;
+}
+
+bool isHover(NSEventType type)
+{
+    return type == NSEventTypeMouseMoved || type == NSEventTypeMouseEntered ||
+           type == NSEventTypeMouseExited;
+}
+
+} // namespace
+
+PanelPointerMac::PanelPointerMac(QWindow &window) : m_window(window), m_hover(window) {}
+
+void PanelPointerMac::setResponseRect(const QRect &responseRect)
+{
+    m_responseRect = responseRect;
+    windowChanged();
+}
+
+void PanelPointerMac::windowRecreated()
+{
+    m_isSet = false;
+    windowChanged();
+}
+
+void PanelPointerMac::windowChanged()
+{
+    watch();
+    applyPassing();
+}
+
+void PanelPointerMac::watch()
+{
+    const bool isShown = m_window.isVisible() && Cocoa::window(m_window);
+    if (!isShown) {
+        m_ownEvents.reset();
+        m_hover.leaveToToolkit();
+    } else if (!m_ownEvents.isActive()) {
+        m_ownEvents = Cocoa::monitorOwnEvents(moves | releases | crossings, [this](NSEvent *event) {
+            applyPassing();
+            if (NSApp.active)
+                m_hover.leaveToToolkit();
+            else if (isHover(event.type) && !isButtonHeld())
+                m_hover.pointerMoved(Cocoa::pointerPosition(),
+                                     event.type != NSEventTypeMouseExited && !m_isPassing &&
+                                         event.window == Cocoa::window(m_window));
+            return event;
+        });
+    }
+    // Events of the panel itself never come this way, and those of other programs never the other.
+    if (!isShown || m_responseRect.isEmpty()) {
+        m_othersEvents.reset();
+    } else if (!m_othersEvents.isActive()) {
+        m_othersEvents =
+            Cocoa::monitorOthersEvents(moves | releases, [this](NSEvent *) { applyPassing(); });
+    }
+}
+
+void PanelPointerMac::applyPassing()
+{
+    NSWindow *native = Cocoa::window(m_window);
+    if (!native)
+        return;
+    const QPointF pointer = Cocoa::pointerPosition();
+    const std::optional<bool> passes =
+        letsPointerPass(pointer, isButtonHeld(), m_window.geometry(), m_responseRect);
+    if (passes)
+        m_isPassing = *passes;
+    // Set once at least: until then the system itself lets events pass where nothing is drawn. And
+    // the toolkit puts it back when the window's flags change.
+    if (!m_isSet || bool(native.ignoresMouseEvents) != m_isPassing)
+        native.ignoresMouseEvents = m_isPassing;
+    m_isSet = true;
+    if (m_isPassing && !NSApp.active)
+        m_hover.pointerMoved(pointer, false);
+}
+
+} // namespace quellora
