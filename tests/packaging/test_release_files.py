@@ -17,7 +17,7 @@ FORMULAE = {
     "Qt6": "qt", "PkgConfig": "pkgconf", "tl-expected": "tl-expected", "simdjson": "simdjson",
     "spng": "libspng", "libspng": "libspng", "libturbojpeg": "jpeg-turbo",
     "libdeflate": "libdeflate", "nlohmann_json": "nlohmann-json", "OpenSSL": "openssl@3",
-    "cpp-httplib": "cpp-httplib", "libsodium": "libsodium", "sqlite3": "sqlite",
+    "cpp-httplib": "cpp-httplib", "httplib": "cpp-httplib", "libsodium": "libsodium", "sqlite3": "sqlite",
     "tesseract": "tesseract", "lept": "leptonica", "tomlplusplus": "tomlplusplus",
     "GTest": "googletest", "libpng": "libpng", "benchmark": "google-benchmark",
     "npm": "node", "rsvg-convert": "librsvg",
@@ -45,7 +45,7 @@ def searched_for():
         names.update(re.findall(r"find_package\((\S+?)[\s)]", text))
         names.update(re.findall(r"find_program\(\S+ (?:NAMES )?([\w-]+)", text))
         for modules in re.findall(r"pkg_(?:check_modules|search_module)\(\S+([^)]*)\)", text):
-            names.update(set(modules.split()) - {"REQUIRED", "IMPORTED_TARGET"})
+            names.update(set(modules.split()) - {"REQUIRED", "QUIET", "IMPORTED_TARGET"})
     return names
 
 
