@@ -39,7 +39,7 @@ string(CONCAT cxx_flags
     "-stdlib=libc++ -isystem ${QUELLORA_MACOS_SDK}/libc/lib/libcxx/include"
     " ${c_flags} -D_LIBCPP_ABI_VERSION=1 -D_LIBCPP_ABI_NAMESPACE=__1"
     " -D_LIBCPP_HAS_NO_VENDOR_AVAILABILITY_ANNOTATIONS")
-set(declarations " -isystem ${CMAKE_CURRENT_LIST_DIR}/sdk/include")
+set(declarations " -isystem ${CMAKE_CURRENT_LIST_DIR}/sdk/include -DSDK_STRICT")
 set(CMAKE_C_FLAGS_INIT "${c_flags}")
 set(CMAKE_CXX_FLAGS_INIT "${cxx_flags}")
 set(CMAKE_OBJC_FLAGS_INIT "${c_flags}${declarations}")

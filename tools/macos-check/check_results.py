@@ -1,0 +1,64 @@
+#!/usr/bin/env python3
+"""Looks at what the build for macOS has made.
+
+usage: check_results.py REPOSITORY BUILD
+
+Every source that belongs on macOS was compiled, with and without the stricter declarations, and
+the programs are Mach-O executables for arm64.
+"""
+import json
+import shlex
+import subprocess
+import sys
+from concurrent.futures import ThreadPoolExecutor
+from pathlib import Path
+
+root, build = (Path(a).resolve() for a in sys.argv[1:3])
+# Sources of other systems, and programs that no Mac needs.
+elsewhere = ["src/platform/linux", "tools/screencapture"]
+
+problems = []
+commands = {Path(c["file"]).resolve(): c
+            for c in json.loads((build / "compile_commands.json").read_text())}
+
+
+def own_sources():
+    for folder in ("src", "server", "assets"):
+        for path in sorted((root / folder).rglob("*")):
+            name = str(path.relative_to(root))
+            if path.suffix in (".cpp", ".mm", ".c") and "node_modules" not in name and \
+                    not any(name.startswith(e + "/") for e in elsewhere):
+                yield path
+
+
+def compile_as_the_system_declares(path):
+    """Compiles a source of the port against the looser option types of the system's headers."""
+    command = [a for a in shlex.split(commands[path]["command"]) if a != "-DSDK_STRICT"]
+    command = command[command.index("-o") + 2:] if command[0].startswith("-") else command
+    output = command.index("-o")
+    command[output:output + 2] = ["-fsyntax-only"]
+    result = subprocess.run(command, cwd=commands[path]["directory"], capture_output=True,
+                            text=True)
+    return f"{path.relative_to(root)}:\n{result.stderr}" if result.returncode else None
+
+
+sources = list(own_sources())
+problems += [f"not compiled for macOS: {p.relative_to(root)}" for p in sources
+             if p not in commands]
+port = [p for p in sources if p.suffix == ".mm" and p in commands]
+if not port:
+    problems.append("no source of the port was compiled")
+with ThreadPoolExecutor() as pool:
+    problems += filter(None, pool.map(compile_as_the_system_declares, port))
+
+programs = [build / "bin/Quellora.app/Contents/MacOS/Quellora", build / "bin/quellora-backend"]
+for program in programs:
+    kind = subprocess.run(["file", "-b", program], capture_output=True, text=True).stdout
+    if not kind.startswith("Mach-O 64-bit arm64 executable"):
+        problems.append(f"{program.relative_to(build)}: {kind.strip()}")
+
+for problem in problems:
+    print("ERROR", problem)
+print(f"{len(sources)} sources, {len(port)} of them of the port; {len(programs)} programs; "
+      f"{len(problems)} errors")
+sys.exit(bool(problems))
