@@ -48,7 +48,7 @@ bool peerIsOwnUser(const std::string &address, int peerPort, int serverPort)
         return false;
     std::ifstream table(v4 ? "/proc/net/tcp" : "/proc/net/tcp6");
     if (!table)
-        return true;
+        return false;
     const char *loopback = v4 ? "0100007F" : "00000000000000000000000001000000";
     const auto owner =
         connectionOwner(table, endpoint(loopback, peerPort), endpoint(loopback, serverPort));
