@@ -4,7 +4,7 @@
 usage: check_results.py REPOSITORY BUILD
 
 Every source that belongs on macOS was compiled, with and without the stricter declarations, and
-the programs are Mach-O executables for arm64.
+the programs are Mach-O executables for arm64, and the application bundle holds what it promises.
 """
 import json
 import shlex
@@ -34,7 +34,8 @@ def own_sources():
 def compile_as_the_system_declares(path):
     """Compiles a source of the port against the looser option types of the system's headers."""
     command = [a for a in shlex.split(commands[path]["command"]) if a != "-DSDK_STRICT"]
-    command = command[command.index("-o") + 2:] if command[0].startswith("-") else command
+    # Without the compiler's cache, which has nothing of it.
+    command = command[1:] if command[0].endswith("ccache") else command
     output = command.index("-o")
     command[output:output + 2] = ["-fsyntax-only"]
     result = subprocess.run(command, cwd=commands[path]["directory"], capture_output=True,
@@ -56,6 +57,11 @@ for program in programs:
     kind = subprocess.run(["file", "-b", program], capture_output=True, text=True).stdout
     if not kind.startswith("Mach-O 64-bit arm64 executable"):
         problems.append(f"{program.relative_to(build)}: {kind.strip()}")
+
+bundle = subprocess.run([root / "packaging/macos/check-bundle", build / "bin/Quellora.app"],
+                        capture_output=True, text=True)
+if bundle.returncode:
+    problems.append(bundle.stdout + bundle.stderr)
 
 for problem in problems:
     print("ERROR", problem)
