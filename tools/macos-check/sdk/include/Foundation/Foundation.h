@@ -120,7 +120,9 @@ __attribute__((objc_root_class))
             context:(nullable void *)context;
 - (void)removeObserver:(NSObject *)observer forKeyPath:(NSString *)keyPath;
 @end
-@interface NSString : NSObject
+@protocol NSCopying
+@end
+@interface NSString : NSObject <NSCopying>
 + (instancetype)stringWithCharacters:(const unichar *)characters length:(NSUInteger)length;
 @property (readonly, nullable) const char *UTF8String;
 - (BOOL)isEqualToString:(NSString *)s;
@@ -136,7 +138,7 @@ __attribute__((objc_root_class))
 @end
 @interface NSMutableDictionary<K, V> : NSDictionary <K, V>
 + (instancetype)dictionary;
-- (void)setObject:(V)object forKey:(K)key;
+- (void)setObject:(V)object forKey:(K<NSCopying>)key;
 @end
 @interface NSNumber : NSObject
 + (NSNumber *)numberWithBool:(BOOL)value;
