@@ -1,3 +1,4 @@
+#include "platform/macos/CaptureExclusion.h"
 #include "platform/macos/LastAnswer.h"
 #include "platform/macos/RecorderKeys.h"
 #include "platform/macos/Subscription.h"
@@ -81,6 +82,17 @@ private Q_SLOTS:
         QVERIFY(escape.isEscape);
         QCOMPARE(escape.character, QString());
         QVERIFY(!recorderKeyDown(0, QStringLiteral("c"), 8).isEscape);
+    }
+
+    void captureExclusionSaysWhatItIsWorth()
+    {
+        QVERIFY(captureExclusion(true, 13).isApplied());
+        QVERIFY(captureExclusion(true, 14).isApplied());
+        const Capability newer = captureExclusion(true, 15);
+        QCOMPARE(newer.state(), Capability::State::BestEffort);
+        QVERIFY(!newer.reason().isEmpty());
+        QCOMPARE(captureExclusion(true, 26).state(), Capability::State::BestEffort);
+        QCOMPARE(captureExclusion(false, 13).state(), Capability::State::Unsupported);
     }
 
     void onlyAnotherAnswerIsAChange()

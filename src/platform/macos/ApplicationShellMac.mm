@@ -34,7 +34,6 @@ QWindow *keyWindow()
 /// knows nothing of undo: and redo:. It gets the keys instead.
 @interface QuelloraEditMenuTarget : NSObject
 - (void)runEditCommand:(NSMenuItem *)item;
-- (BOOL)validateMenuItem:(NSMenuItem *)item;
 @end
 
 @implementation QuelloraEditMenuTarget
@@ -49,11 +48,6 @@ QWindow *keyWindow()
                           quellora::Cocoa::string(QString::fromLatin1(command.action)))
                    to:nil
                  from:item];
-}
-
-- (BOOL)validateMenuItem:(NSMenuItem *)__unused item
-{
-    return YES;
 }
 @end
 
@@ -72,6 +66,7 @@ Capability ApplicationShellMac::installEditMenu()
     // Menu items do not keep their target.
     static QuelloraEditMenuTarget *const target = [[QuelloraEditMenuTarget alloc] init];
     NSMenu *edit = [[NSMenu alloc] initWithTitle:@"Edit"];
+    // Always there, whatever has the keyboard.
     edit.autoenablesItems = NO;
     NSInteger tag = 0;
     for (const EditCommand &command : editCommands) {
@@ -105,7 +100,8 @@ Capability ApplicationShellMac::activate(QWindow &window)
     window.requestActivate();
     if (native.keyWindow)
         return Capability::applied();
-    return Capability::bestEffort(QStringLiteral("The system brings the program to the front"));
+    return Capability::bestEffort(
+        QStringLiteral("The system has not brought the program to the front yet"));
 }
 
 } // namespace quellora

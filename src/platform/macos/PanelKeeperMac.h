@@ -20,6 +20,7 @@ public:
 
     /// BestEffort when the toolkit made an ordinary window.
     Capability keepTraits();
+    /// As captureExclusion() says.
     Capability keepCaptureExclusion();
     Capability keepClickThrough(const QRect &responseRect);
     Capability orderFront();

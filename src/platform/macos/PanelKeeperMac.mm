@@ -1,9 +1,11 @@
 #include "platform/macos/PanelKeeperMac.h"
 
+#include "platform/macos/CaptureExclusion.h"
 #include "platform/macos/Cocoa.h"
 #include "platform/macos/NonactivatingPanelMac.h"
 
 #include <QEvent>
+#include <QOperatingSystemVersion>
 #include <QPlatformSurfaceEvent>
 #include <QWindow>
 
@@ -81,10 +83,8 @@ Capability PanelKeeperMac::keepCaptureExclusion()
     if (!makeNative())
         return noNativeWindow();
     apply();
-    if (Cocoa::window(m_window).sharingType == NSWindowSharingNone)
-        return Capability::applied();
-    return Capability::unsupported(
-        QStringLiteral("The system did not take the window out of screen captures"));
+    return captureExclusion(Cocoa::window(m_window).sharingType == NSWindowSharingNone,
+                            QOperatingSystemVersion::current().majorVersion());
 }
 
 Capability PanelKeeperMac::keepClickThrough(const QRect &responseRect)
@@ -129,7 +129,6 @@ void PanelKeeperMac::returnKeyboard()
     NSWindow *native = Cocoa::window(m_window);
     if (!native.keyWindow)
         return;
-    setAcceptsKeyboard(false);
     // With the program itself in front, the one that was there has to come back.
     const int previous = std::exchange(m_previousProcess, 0);
     if (NSApp.active && previous != 0 && previous != NSProcessInfo.processInfo.processIdentifier) {
@@ -137,11 +136,12 @@ void PanelKeeperMac::returnKeyboard()
             activateWithOptions:NSApplicationActivationOptions(0)];
     }
     // A key window cannot be asked to stop being it. Taken off the screen, it leaves the keyboard
-    // to the key window of the program in front, which is another one; and as it refuses the
-    // keyboard now, it comes back without. Both happen before the screen is drawn again.
+    // to the key window of the program in front; and as it refuses the keyboard from then on, it
+    // comes back without. Nothing is drawn in between.
     const NSWindowAnimationBehavior animation = native.animationBehavior;
     native.animationBehavior = NSWindowAnimationBehaviorNone;
     [native orderOut:nil];
+    setAcceptsKeyboard(false);
     [native orderFrontRegardless];
     native.animationBehavior = animation;
 }
