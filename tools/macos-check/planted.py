@@ -186,7 +186,7 @@ MISTAKES = (
          "SDK_EXTERN EventTargetRef GetApplicationEventTarget(void);\n#define kFirstKey 1"),)),
 
     # Between the port and the rest of the program.
-    Mistake("function of an interface left out", LINK, "PreferenceStoreMac::synchronize", (
+    Mistake("function of an interface left out", LINK, "PreferenceStoreMac11synchronize", (
         ("PreferenceStoreMac.mm",
          "bool PreferenceStoreMac::synchronize()\n{\n"
          "    return [NSUserDefaults.standardUserDefaults synchronize];\n}\n",

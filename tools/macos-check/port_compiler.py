@@ -128,8 +128,9 @@ class PortLinker:
 
     program = "bin/Quellora.app/Contents/MacOS/Quellora"
 
-    def __init__(self, build, scratch):
+    def __init__(self, build, sdk, scratch):
         self._build = build
+        self._sdk = sdk
         self._scratch = scratch
         status, said = run(["ninja", "-C", build, "-t", "commands", "-s", self.program])
         steps = said.strip().splitlines()[-1].split(" && ") if status == 0 else []
@@ -150,4 +151,6 @@ class PortLinker:
                 run(["llvm-ar-14", "r", archive, replaced])
                 words[i] = str(archive)
         status, said = run(words, self._build)
+        # Left by the linker for the next time, which there is none.
+        (self._sdk / "stubs" / f"{name}.names.tbd").unlink(missing_ok=True)
         return said or "failed" if status else ""

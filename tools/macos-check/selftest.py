@@ -31,7 +31,7 @@ class SelfTest:
     def __init__(self, arguments, scratch):
         self._scratch = scratch
         self._compiler = PortCompiler(arguments.build, scratch)
-        self._linker = PortLinker(arguments.build, scratch)
+        self._linker = PortLinker(arguments.build, arguments.sdk, scratch)
         self._descriptions = read_descriptions(
             declarations_folder, arguments.sdk / "api/types", arguments.pascal)
 
