@@ -145,4 +145,12 @@ bool LogFile::isLost(int descriptor)
            info.st_rdev == null.st_rdev;
 }
 
+QString LogFile::keepLostOutput(int descriptor, const QByteArray &home)
+{
+    if (!isLost(descriptor))
+        return {};
+    auto log = open(home);
+    return log ? log->takeOver(descriptor) : log.error();
+}
+
 } // namespace quellora

@@ -35,6 +35,10 @@ public:
 
     /// Whether what is written to @p descriptor is lost: it is closed or the null device.
     static bool isLost(int descriptor);
+    /// Keeps what is written to @p descriptor in the user's file from now on, if it is lost.
+    /// @param home absolute path of the user's home
+    /// @return why it stays lost; empty when it is kept, here or by whoever started the program
+    static QString keepLostOutput(int descriptor, const QByteArray &home);
 
 private:
     LogFile(int folder, int file) : m_folder(folder), m_file(file) {}

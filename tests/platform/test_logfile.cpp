@@ -169,6 +169,33 @@ private Q_SLOTS:
         QVERIFY(!LogFile::open("relative"));
     }
 
+    void keepsALostOutput()
+    {
+        const Output output;
+        QCOMPARE(LogFile::keepLostOutput(output.get(), home()), QString());
+        output.print("kept\n");
+        QCOMPARE(contents(m_file), QByteArray("kept\n"));
+        // It is not lost any more.
+        QVERIFY(QFile::remove(m_file));
+        QCOMPARE(LogFile::keepLostOutput(output.get(), home()), QString());
+        QVERIFY(!QFile::exists(m_file));
+    }
+
+    void leavesOtherOutputsAlone()
+    {
+        const Output zero("/dev/zero");
+        QCOMPARE(LogFile::keepLostOutput(zero.get(), home()), QString());
+        QVERIFY(!QFile::exists(m_folder));
+    }
+
+    void anOutputThatCannotBeKeptStays()
+    {
+        write(m_home->filePath(QStringLiteral("Library")), "a file");
+        const Output output;
+        QVERIFY(!LogFile::keepLostOutput(output.get(), home()).isEmpty());
+        QVERIFY(LogFile::isLost(output.get()));
+    }
+
     void theNullDeviceAndNothingAreLost()
     {
         QVERIFY(LogFile::isLost(Output().get()));
@@ -185,8 +212,9 @@ private Q_SLOTS:
 private:
     tl::expected<LogFile, QString> open(qint64 largest = LogFile::largest) const
     {
-        return LogFile::open(QFile::encodeName(m_home->path()), largest);
+        return LogFile::open(home(), largest);
     }
+    QByteArray home() const { return QFile::encodeName(m_home->path()); }
 
     std::unique_ptr<QTemporaryDir> m_home;
     QString m_folder;

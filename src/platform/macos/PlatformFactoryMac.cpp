@@ -27,10 +27,7 @@ void Platform::prepareOutput()
     // The page engine's long report of its own settings would bury everything else.
     setDefault("QT_LOGGING_RULES", "qt.webenginecontext=false");
     // A terminal or a pipe keeps what is written; started from the desktop, nobody does.
-    if (!LogFile::isLost(STDOUT_FILENO))
-        return;
-    auto log = LogFile::open(qgetenv("HOME"));
-    const QString problem = log ? log->takeOver(STDOUT_FILENO) : log.error();
+    const QString problem = LogFile::keepLostOutput(STDOUT_FILENO, qgetenv("HOME"));
     if (!problem.isEmpty())
         std::fprintf(stderr, "quellora: no log is kept: %s\n", qPrintable(problem));
 }
