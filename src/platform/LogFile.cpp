@@ -149,6 +149,11 @@ QString LogFile::keepLostOutput(int descriptor, const QByteArray &home)
 {
     if (!isLost(descriptor))
         return {};
+    // What is opened next gets the number of a closed one.
+    if (const int null = ::open("/dev/null", O_RDWR); null >= 0 && null != descriptor) {
+        ::dup2(null, descriptor);
+        ::close(null);
+    }
     auto log = open(home);
     return log ? log->takeOver(descriptor) : log.error();
 }

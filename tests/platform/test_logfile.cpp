@@ -181,6 +181,17 @@ private Q_SLOTS:
         QVERIFY(!QFile::exists(m_file));
     }
 
+    void keepsAClosedOutputWithTheLock()
+    {
+        const int closed = ::open("/dev/null", O_RDWR);
+        ::close(closed);
+        QCOMPARE(LogFile::keepLostOutput(closed, home()), QString());
+        QCOMPARE(::write(closed, "kept", 4), 4);
+        QVERIFY(open(1));
+        QCOMPARE(contents(m_file), QByteArray("kept"));
+        ::close(closed);
+    }
+
     void leavesOtherOutputsAlone()
     {
         const Output zero("/dev/zero");
