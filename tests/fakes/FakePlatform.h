@@ -1,12 +1,15 @@
 #pragma once
 
 #include "app/UserDefaults.h"
+#include "fakes/FakeGlobalHotkeys.h"
+#include "fakes/FakePanelWindow.h"
 #include "platform/Platform.h"
 
+#include <QFileInfo>
 #include <QList>
 #include <QMap>
-#include <QPair>
 #include <QPointer>
+#include <QTemporaryDir>
 #include <QWindow>
 
 #include <utility>
@@ -15,167 +18,6 @@
 /// members, answers what the test put into its `…Answer` members and lets the test raise the
 /// system's own events (press(), setDark(), setCompositing()).
 namespace quellora {
-
-/// Panel role that shows and hides windows for real but leaves the focus to the test.
-class FakePanelWindow : public PanelWindow
-{
-public:
-    Capability applyPanelTraits(QWindow &window) override
-    {
-        calls << QStringLiteral("applyPanelTraits");
-        panel = &window;
-        return traitsAnswer;
-    }
-    Capability excludeFromCapture(QWindow &window) override
-    {
-        calls << QStringLiteral("excludeFromCapture");
-        panel = &window;
-        shownBeforeExclusion = shownBeforeExclusion || window.isVisible();
-        return exclusionAnswer;
-    }
-    Capability setClickThrough(QWindow &, const QRect &responseRect) override
-    {
-        calls << QStringLiteral("setClickThrough");
-        clickThroughRects << responseRect;
-        return clickThroughAnswer;
-    }
-    Capability orderFront(QWindow &window) override
-    {
-        calls << QStringLiteral("orderFront");
-        window.show();
-        return Capability::applied();
-    }
-    Capability makeKey(QWindow &window) override
-    {
-        calls << QStringLiteral("makeKey");
-        keyWindow = &window;
-        return Capability::applied();
-    }
-    void resignKey(QWindow &) override
-    {
-        calls << QStringLiteral("resignKey");
-        keyWindow = nullptr;
-    }
-    bool isCompositing() const override { return compositing; }
-    void onCompositingChanged(std::function<void()> handler) override
-    {
-        compositingHandler = std::move(handler);
-    }
-
-    /// The desktop starts or stops compositing.
-    void setCompositing(bool on)
-    {
-        if (on == compositing)
-            return;
-        compositing = on;
-        if (compositingHandler)
-            compositingHandler();
-    }
-    int count(const QString &call) const { return static_cast<int>(calls.count(call)); }
-    /// The rectangle in force; null when none was ever set.
-    QRect clickThroughRect() const
-    {
-        return clickThroughRects.isEmpty() ? QRect() : clickThroughRects.last();
-    }
-
-    QStringList calls;
-    QList<QRect> clickThroughRects;
-    QPointer<QWindow> panel;
-    QPointer<QWindow> keyWindow;
-    bool shownBeforeExclusion = false;
-    bool compositing = true;
-    Capability traitsAnswer = Capability::applied();
-    Capability exclusionAnswer = Capability::applied();
-    Capability clickThroughAnswer = Capability::applied();
-    std::function<void()> compositingHandler;
-};
-
-/// Hot-key service with claims of other programs.
-class FakeGlobalHotkeys : public GlobalHotkeys
-{
-public:
-    struct Entry
-    {
-        QString key;
-        quint32 keyCode = 0;
-        quint32 modifiers = 0;
-        quint32 signature = 0;
-        quint32 id = 0;
-        bool operator==(const Entry &) const = default;
-    };
-
-    void installHandler(std::function<void(quint32 id)> onPress) override
-    {
-        ++installs;
-        handler = std::move(onPress);
-    }
-    void removeHandler() override
-    {
-        ++removals;
-        handler = nullptr;
-    }
-    Result registerHotkey(const QString &key, quint32 keyCode, quint32 modifiers, quint32 signature,
-                          quint32 id) override
-    {
-        attempts << Entry{key, keyCode, modifiers, signature, id};
-        if (const int status = claims.value({key, modifiers}, 0))
-            return {status, 0};
-        const Registration registration = ++m_last;
-        registered.insert(registration, attempts.last());
-        return {0, registration};
-    }
-    void unregisterHotkey(Registration registration) override
-    {
-        if (registered.remove(registration))
-            ++unregistrations;
-        else
-            ++unknownUnregistrations;
-    }
-
-    /// Another program holds this combination: registering it fails with @p status.
-    void claim(const QString &key, quint32 modifiers, int status = -9878)
-    {
-        claims.insert({key, modifiers}, status);
-    }
-    void release(const QString &key, quint32 modifiers) { claims.remove({key, modifiers}); }
-    /// The service reports a press with this id, whatever is registered.
-    void press(quint32 id)
-    {
-        if (handler)
-            handler(id);
-    }
-    /// The user presses a combination; true when it was registered.
-    bool pressCombo(const QString &key, quint32 modifiers)
-    {
-        for (const Entry &entry : std::as_const(registered)) {
-            if (entry.key == key && entry.modifiers == modifiers) {
-                press(entry.id);
-                return true;
-            }
-        }
-        return false;
-    }
-    QList<quint32> registeredIds() const
-    {
-        QList<quint32> ids;
-        for (const Entry &entry : registered)
-            ids << entry.id;
-        return ids;
-    }
-
-    QList<Entry> attempts;
-    QMap<Registration, Entry> registered;
-    QMap<QPair<QString, quint32>, int> claims;
-    std::function<void(quint32)> handler;
-    int installs = 0;
-    int removals = 0;
-    int unregistrations = 0;
-    /// Attempts to release something that was not registered.
-    int unknownUnregistrations = 0;
-
-private:
-    Registration m_last = 0;
-};
 
 /// The keyboard of the program's windows.
 class FakeKeys : public KeyMonitor
@@ -189,23 +31,29 @@ public:
     void remove() override { handler = nullptr; }
 
     bool isInstalled() const { return handler != nullptr; }
-    /// A key goes down; nobody hears of it while nothing is installed.
-    void press(const KeyDown &key)
+    /// A key goes down; true when the monitor took it, so that no window hears of it.
+    bool press(const KeyDown &key)
     {
         // A copy: the handler may remove itself.
-        if (const auto onKeyDown = handler)
+        const auto onKeyDown = handler;
+        if (onKeyDown)
             onKeyDown(key);
+        return onKeyDown != nullptr;
     }
 
     std::function<void(const KeyDown &)> handler;
     int installs = 0;
 };
 
-/// Symbols that the test puts there.
+/// Symbols that the test puts there, at one pixel per point.
 class FakeSymbols : public SystemSymbols
 {
 public:
-    QImage image(const QString &name, double, int) const override { return images.value(name); }
+    QImage image(const QString &name, double, int scale) const override
+    {
+        const QImage single = images.value(name);
+        return scale == 1 || single.isNull() ? single : single.scaled(single.size() * scale);
+    }
 
     QMap<QString, QImage> images;
 };
@@ -221,6 +69,8 @@ public:
     /// The system's answers change.
     void answer(bool newAccessibility, bool newScreenRecording)
     {
+        if (accessibility == newAccessibility && screenRecording == newScreenRecording)
+            return;
         accessibility = newAccessibility;
         screenRecording = newScreenRecording;
         if (handler)
@@ -272,11 +122,15 @@ class FakeWorkspace : public Workspace
 public:
     Capability openUrl(const QUrl &url) override
     {
+        if (!url.isValid())
+            return Capability::unsupported(QStringLiteral("That is no address"));
         urls << url;
         return answer;
     }
     Capability openFile(const QString &path) override
     {
+        if (!QFileInfo(path).isFile())
+            return Capability::unsupported(QStringLiteral("There is no such file"));
         files << path;
         return answer;
     }
@@ -291,6 +145,16 @@ class FakeStatusArea : public StatusArea
 public:
     bool isAvailable() const override { return available; }
     void onChanged(std::function<void()> newHandler) override { handler = std::move(newHandler); }
+
+    /// The desktop's tray comes or goes.
+    void setAvailable(bool on)
+    {
+        if (on == available)
+            return;
+        available = on;
+        if (handler)
+            handler();
+    }
 
     bool available = true;
     std::function<void()> handler;
@@ -314,11 +178,14 @@ public:
         calls << QStringLiteral("activate");
         activated = &window;
         window.show();
+        if (onActivated)
+            onActivated(window);
         return answer;
     }
 
     QStringList calls;
     QPointer<QWindow> activated;
+    std::function<void(QWindow &)> onActivated;
     Capability answer = Capability::applied();
 };
 
@@ -336,6 +203,11 @@ public:
 class FakePlatform : public Platform
 {
 public:
+    FakePlatform()
+    {
+        applicationShell.onActivated = [this](QWindow &window) { panel.focus(&window); };
+    }
+
     PanelWindow &panelWindow() override { return panel; }
     GlobalHotkeys &globalHotkeys() override { return hotkeys; }
     KeyMonitor &keyMonitor() override { return keys; }
@@ -350,7 +222,8 @@ public:
     QString applicationSupportDirectory() const override { return supportDirectory; }
     std::unique_ptr<UserDefaults> makeUserDefaults() const override
     {
-        return std::make_unique<JsonUserDefaults>();
+        return std::make_unique<JsonUserDefaults>(
+            preferences.filePath(QStringLiteral("defaults.json")));
     }
 
     FakePanelWindow panel;
@@ -365,7 +238,9 @@ public:
     FakeDeviceInfo device;
     CaptureTool tool{QStringLiteral("/nonexistent/capture"),
                      {QStringLiteral("-x"), QStringLiteral("-C")}};
-    QString supportDirectory;
+    QString supportDirectory = QStringLiteral("/nonexistent/support");
+    /// What every UserDefaults made here shares.
+    QTemporaryDir preferences;
 };
 
 } // namespace quellora
