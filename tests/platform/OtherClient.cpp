@@ -201,6 +201,29 @@ bool OtherClient::isViewable(xcb_window_t window) const
     return reply && reply->map_state == XCB_MAP_STATE_VIEWABLE;
 }
 
+xcb_window_t OtherClient::outermost(xcb_window_t window) const
+{
+    for (;;) {
+        const auto tree =
+            take(xcb_query_tree_reply(m_connection, xcb_query_tree(m_connection, window), nullptr));
+        if (!tree || tree->parent == m_root || tree->parent == XCB_NONE)
+            return window;
+        window = tree->parent;
+    }
+}
+
+bool OtherClient::isAbove(xcb_window_t upper, xcb_window_t lower) const
+{
+    const auto tree =
+        take(xcb_query_tree_reply(m_connection, xcb_query_tree(m_connection, m_root), nullptr));
+    if (!tree)
+        return false;
+    // Bottom to top.
+    const xcb_window_t *first = xcb_query_tree_children(tree.get());
+    const QList<xcb_window_t> order(first, first + xcb_query_tree_children_length(tree.get()));
+    return order.indexOf(outermost(upper)) > order.indexOf(outermost(lower));
+}
+
 bool OtherClient::currentDesktopIs(quint32 number) const
 {
     return property(m_root, "_NET_CURRENT_DESKTOP") == QList<quint32>{number};

@@ -65,6 +65,8 @@ public:
     /// What the window manager manages, and task bars list.
     QList<quint32> managedWindows() const;
     bool isViewable(xcb_window_t window) const;
+    /// Whether a window lies above another one of the screen.
+    bool isAbove(xcb_window_t upper, xcb_window_t lower) const;
     bool currentDesktopIs(quint32 number) const;
     /// Asks the window manager to make the own window fill the screen.
     void makeFullScreen();
@@ -81,6 +83,8 @@ public:
 private:
     void readEvents();
     void handle(const xcb_generic_event_t *event);
+    /// The window of the screen itself that a window is in: its frame, or it.
+    xcb_window_t outermost(xcb_window_t window) const;
     xcb_atom_t atom(const QByteArray &name) const;
 
     xcb_connection_t *m_connection = nullptr;

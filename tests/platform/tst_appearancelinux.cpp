@@ -1,54 +1,13 @@
+#include "platform/FakePortal.h"
 #include "platform/linux/AppearanceLinux.h"
 
-#include <QDBusConnection>
-#include <QDBusMessage>
-#include <QDBusVariant>
-#include <QDBusVirtualObject>
 #include <QGuiApplication>
 #include <QPalette>
-#include <QProcess>
 #include <QtTest>
 
 using namespace quellora;
 
 namespace {
-
-const QString portalPath = QStringLiteral("/org/freedesktop/portal/desktop");
-const QString settings = QStringLiteral("org.freedesktop.portal.Settings");
-
-/// A desktop portal with two settings.
-class FakePortal : public QDBusVirtualObject
-{
-    Q_OBJECT
-public:
-    QString introspect(const QString &) const override { return {}; }
-    bool handleMessage(const QDBusMessage &message, const QDBusConnection &connection) override
-    {
-        if (message.interface() != settings || message.member() != QStringLiteral("Read"))
-            return false;
-        const bool isMotion =
-            message.arguments() == QVariantList{QStringLiteral("org.gnome.desktop.interface"),
-                                                QStringLiteral("enable-animations")};
-        ++(isMotion ? motionReads : reads);
-        if (!isMotion)
-            asked = message.arguments();
-        const QVariant &answer = isMotion ? animations : value;
-        if (refuses || !answer.isValid())
-            connection.send(message.createErrorReply(QDBusError::UnknownMethod,
-                                                     QStringLiteral("no such setting")));
-        else
-            connection.send(message.createReply(
-                QVariant::fromValue(QDBusVariant(QVariant::fromValue(QDBusVariant(answer))))));
-        return true;
-    }
-    QVariant value = 0U;
-    /// Invalid: this desktop has no such setting.
-    QVariant animations;
-    bool refuses = false;
-    int reads = 0;
-    int motionReads = 0;
-    QVariantList asked;
-};
 
 void setPaletteDark(bool dark)
 {
@@ -67,7 +26,6 @@ private Q_SLOTS:
     void initTestCase();
     void init();
     void cleanup();
-    void cleanupTestCase();
 
     void withoutBusThePaletteCounts();
     void portalDecides_data();
@@ -85,52 +43,33 @@ private Q_SLOTS:
 private:
     void sendChange(const QString &group, const QString &key, const QVariant &value);
 
-    QProcess m_daemon;
+    PrivateBus m_bus;
     QString m_address;
-    FakePortal *m_portal = nullptr;
+    std::unique_ptr<FakePortal> m_portal;
 };
 
 void AppearanceLinuxTest::initTestCase()
 {
-    m_daemon.start(QStringLiteral("dbus-daemon"),
-                   {QStringLiteral("--session"), QStringLiteral("--nofork"),
-                    QStringLiteral("--print-address")});
-    QVERIFY(m_daemon.waitForStarted());
-    QTRY_VERIFY(m_daemon.canReadLine());
-    m_address = QString::fromLocal8Bit(m_daemon.readLine()).trimmed();
-    QVERIFY(!m_address.isEmpty());
-}
-
-void AppearanceLinuxTest::cleanupTestCase()
-{
-    m_daemon.kill();
-    m_daemon.waitForFinished();
+    QVERIFY(m_bus.start());
+    m_address = m_bus.address();
 }
 
 void AppearanceLinuxTest::init()
 {
     setPaletteDark(false);
-    QDBusConnection bus = QDBusConnection::connectToBus(m_address, QStringLiteral("portal"));
-    QVERIFY(bus.isConnected());
-    m_portal = new FakePortal;
-    QVERIFY(bus.registerVirtualObject(portalPath, m_portal));
-    QVERIFY(bus.registerService(QStringLiteral("org.freedesktop.portal.Desktop")));
+    m_portal = std::make_unique<FakePortal>(m_address);
+    QVERIFY(m_portal->isServing());
 }
 
 void AppearanceLinuxTest::cleanup()
 {
-    QDBusConnection::disconnectFromBus(QStringLiteral("portal"));
-    delete m_portal;
-    m_portal = nullptr;
+    m_portal.reset();
 }
 
 void AppearanceLinuxTest::sendChange(const QString &group, const QString &key,
                                      const QVariant &value)
 {
-    QDBusMessage signal =
-        QDBusMessage::createSignal(portalPath, settings, QStringLiteral("SettingChanged"));
-    signal << group << key << QVariant::fromValue(QDBusVariant(value));
-    QVERIFY(QDBusConnection(QStringLiteral("portal")).send(signal));
+    QVERIFY(m_portal->sendChange(group, key, value));
 }
 
 void AppearanceLinuxTest::withoutBusThePaletteCounts()
