@@ -1,0 +1,164 @@
+#include "platform/contract/ClickThroughContract.h"
+
+namespace quellora {
+namespace {
+
+const QRect rect{20, 40, 180, 100};
+
+} // namespace
+
+/// Just inside each side the window beneath is clicked, just outside the panel.
+bool ClickThroughContract::isExact(const QRect &responseRect)
+{
+    const QPoint middle = responseRect.center();
+    const QList<QPoint> inside{{middle.x(), responseRect.top()},
+                               {middle.x(), responseRect.bottom()},
+                               {responseRect.left(), middle.y()},
+                               {responseRect.right(), middle.y()}};
+    const QList<QPoint> outside{{middle.x(), responseRect.top() - 1},
+                                {middle.x(), responseRect.bottom() + 1},
+                                {responseRect.left() - 1, middle.y()},
+                                {responseRect.right() + 1, middle.y()}};
+    for (const QPoint &place : inside) {
+        if (clickAt(place) != Receiver::Other) {
+            qWarning() << "does not let a click through at" << place;
+            return false;
+        }
+    }
+    panel().clicks.clear();
+    for (const QPoint &place : outside) {
+        if (clickAt(place) != Receiver::Panel) {
+            qWarning() << "does not take a click at" << place;
+            return false;
+        }
+    }
+    return panel().clicks == outside;
+}
+
+void ClickThroughContract::theWholeWindowTakesClicksAtFirst()
+{
+    QVERIFY(prepareScene());
+    QVERIFY(showPanel());
+    for (const QPoint &place :
+         {QPoint(0, 0), QPoint(239, 0), QPoint(0, 199), QPoint(239, 199), QPoint(120, 100)})
+        QCOMPARE(clickAt(place), Receiver::Panel);
+    QCOMPARE(other().clicks().size(), 0);
+}
+
+void ClickThroughContract::insideClicksReachTheWindowBeneath()
+{
+    QVERIFY(prepareScene());
+    QVERIFY(showPanel());
+    const Capability result = role().setClickThrough(panel(), rect);
+    QVERIFY2(hasHappened(result), qPrintable(result.reason()));
+    QCOMPARE(clickAt(rect.center()), Receiver::Other);
+    QCOMPARE(other().clicks(), QList<QPoint>{panel().mapToGlobal(rect.center())});
+    QCOMPARE(panel().clicks.size(), 0);
+}
+
+void ClickThroughContract::theEdgesAreExact()
+{
+    QVERIFY(prepareScene());
+    QVERIFY(showPanel());
+    QVERIFY(hasHappened(role().setClickThrough(panel(), rect)));
+    QVERIFY(isExact(rect));
+    // The corners belong to the rectangle, their neighbours do not.
+    QCOMPARE(clickAt(rect.topLeft()), Receiver::Other);
+    QCOMPARE(clickAt(rect.bottomRight()), Receiver::Other);
+    QCOMPARE(clickAt(rect.topLeft() - QPoint(1, 1)), Receiver::Panel);
+    QCOMPARE(clickAt(rect.bottomRight() + QPoint(1, 1)), Receiver::Panel);
+}
+
+void ClickThroughContract::emptyRectangleTakesAllAgain()
+{
+    QVERIFY(prepareScene());
+    QVERIFY(showPanel());
+    QVERIFY(hasHappened(role().setClickThrough(panel(), rect)));
+    QCOMPARE(clickAt(rect.center()), Receiver::Other);
+    QVERIFY(hasHappened(role().setClickThrough(panel(), {})));
+    QCOMPARE(clickAt(rect.center()), Receiver::Panel);
+    QCOMPARE(clickAt(rect.topLeft()), Receiver::Panel);
+    // A rectangle that has a place but no size is empty, too.
+    QVERIFY(hasHappened(role().setClickThrough(panel(), rect)));
+    QVERIFY(hasHappened(role().setClickThrough(panel(), {rect.topLeft(), QSize(0, 100)})));
+    QCOMPARE(clickAt(rect.topLeft()), Receiver::Panel);
+}
+
+void ClickThroughContract::theLatestRectangleCounts()
+{
+    QVERIFY(prepareScene());
+    QVERIFY(showPanel());
+    QVERIFY(hasHappened(role().setClickThrough(panel(), rect)));
+    const QRect later{100, 10, 60, 50};
+    QVERIFY(hasHappened(role().setClickThrough(panel(), later)));
+    QVERIFY(isExact(later));
+    QCOMPARE(clickAt(rect.bottomLeft()), Receiver::Panel);
+}
+
+void ClickThroughContract::theRectangleFollowsAMove()
+{
+    QVERIFY(prepareScene());
+    QVERIFY(showPanel());
+    QVERIFY(hasHappened(role().setClickThrough(panel(), rect)));
+    QCOMPARE(clickAt(rect.center()), Receiver::Other);
+    const QPoint before = panel().position();
+    panel().setPosition(before + QPoint(310, 170));
+    CONTRACT_TRY_COMPARE(panel().position(), before + QPoint(310, 170));
+    // The first click waits until the window has arrived there.
+    CONTRACT_TRY_COMPARE(clickAt({1, 1}), Receiver::Panel);
+    QVERIFY(isExact(rect));
+    QCOMPARE(clickAt(rect.center() - QPoint(310, 170)), Receiver::Other);
+}
+
+void ClickThroughContract::theRectangleKeepsItsPlaceInALargerWindow()
+{
+    QVERIFY(prepareScene());
+    QVERIFY(showPanel());
+    QVERIFY(hasHappened(role().setClickThrough(panel(), rect)));
+    panel().resize(330, 290);
+    CONTRACT_TRY_COMPARE(panel().size(), QSize(330, 290));
+    CONTRACT_TRY_COMPARE(clickAt({320, 280}), Receiver::Panel);
+    QVERIFY(isExact(rect));
+}
+
+void ClickThroughContract::theRectangleMayCoverTheWindow()
+{
+    QVERIFY(prepareScene());
+    QVERIFY(showPanel());
+    QVERIFY(hasHappened(role().setClickThrough(panel(), {-10, -10, 900, 900})));
+    for (const QPoint &place : {QPoint(0, 0), QPoint(239, 199), QPoint(120, 100)})
+        QCOMPARE(clickAt(place), Receiver::Other);
+    QVERIFY(hasHappened(role().setClickThrough(panel(), {})));
+    QCOMPARE(clickAt({120, 100}), Receiver::Panel);
+}
+
+void ClickThroughContract::theRectangleSurvivesHiding()
+{
+    QVERIFY(prepareScene());
+    QVERIFY(showPanel());
+    QVERIFY(hasHappened(role().setClickThrough(panel(), rect)));
+    panel().hide();
+    CONTRACT_TRY_VERIFY(!harness().isAbove(panel(), other()));
+    QVERIFY(showPanel());
+    QVERIFY(isExact(rect));
+}
+
+void ClickThroughContract::theRectangleSurvivesANewNativeWindow()
+{
+    QVERIFY(prepareScene());
+    QVERIFY(showPanel());
+    QVERIFY(hasHappened(role().setClickThrough(panel(), rect)));
+    panel().destroy();
+    QVERIFY(showPanel());
+    QVERIFY(isExact(rect));
+}
+
+void ClickThroughContract::theRectangleMayBeSetBeforeTheFirstShow()
+{
+    QVERIFY(prepareScene());
+    QVERIFY(hasHappened(role().setClickThrough(panel(), rect)));
+    QVERIFY(showPanel());
+    QVERIFY(isExact(rect));
+}
+
+} // namespace quellora

@@ -1,0 +1,151 @@
+#include "platform/contract/FakeHarness.h"
+
+#include "platform/contract/ProbeWindow.h"
+
+#include <QGuiApplication>
+#include <QtTest>
+
+#include <utility>
+
+namespace quellora {
+
+class FakeHarness::Other : public OtherWindow
+{
+public:
+    explicit Other(FakeHarness &harness) : m_harness(harness) {}
+    ~Other() override { m_harness.m_others.removeOne(this); }
+    QStringList keys() const override { return typed; }
+    QList<QPoint> clicks() const override { return clicked; }
+    int keyboardLosses() const override { return m_harness.m_fakes->panel.keyboardOwner() ? 1 : 0; }
+
+    QStringList typed;
+    QList<QPoint> clicked;
+
+private:
+    FakeHarness &m_harness;
+};
+
+QMap<Ability, QString> FakeHarness::missing() const
+{
+    return {{Ability::FindCaptureTool,
+             QStringLiteral("whether the capture tool is there (the fake names none, so that "
+                            "nothing runs by accident)")}};
+}
+
+std::unique_ptr<Platform> FakeHarness::makePlatform()
+{
+    auto platform = std::make_unique<FakePlatform>();
+    m_fakes = platform.get();
+    m_holdsOpening = false;
+    QImage gear(16, 16, QImage::Format_ARGB32_Premultiplied);
+    gear.fill(Qt::black);
+    m_fakes->systemSymbols.images.insert(symbolName(), gear);
+    return platform;
+}
+
+std::unique_ptr<OtherWindow> FakeHarness::openOther()
+{
+    auto other = std::make_unique<Other>(*this);
+    m_others << other.get();
+    m_fakes->panel.focus(nullptr);
+    return other;
+}
+
+bool FakeHarness::isAbove(QWindow &ours, const OtherWindow &other)
+{
+    if (!ours.isVisible() || m_others.isEmpty() || m_others.last() != &other)
+        return false;
+    return m_fakes->panel.isFloating(ours) ||
+           (isProgramInFront() && m_fakes->applicationShell.activated == &ours);
+}
+
+bool FakeHarness::isProgramInFront()
+{
+    const QWindow *owner = m_fakes->panel.keyboardOwner();
+    return owner && !m_fakes->panel.isFloating(*owner);
+}
+
+bool FakeHarness::press(const QList<Combo> &combos)
+{
+    for (const Combo &combo : combos)
+        pressOne(combo);
+    return true;
+}
+
+void FakeHarness::pressOne(const Combo &combo)
+{
+    if (m_fakes->hotkeys.pressCombo(combo.key, combo.modifiers))
+        return;
+    QWindow *owner = m_fakes->panel.keyboardOwner();
+    if (!owner) {
+        if (!m_others.isEmpty())
+            m_others.last()->typed << combo.key;
+        return;
+    }
+    const bool isEscape = combo.key == QStringLiteral("escape");
+    const bool canBeBound = combo.key.size() == 1;
+    if (m_fakes->keys.press({combo.modifiers, canBeBound ? combo.key : QString(), isEscape}))
+        return;
+    const QList<std::pair<quint32, Qt::KeyboardModifier>> table{
+        {GlobalHotkeys::Control, Qt::ControlModifier},
+        {GlobalHotkeys::Option, Qt::AltModifier},
+        {GlobalHotkeys::Command, Qt::MetaModifier},
+        {GlobalHotkeys::Shift, Qt::ShiftModifier}};
+    Qt::KeyboardModifiers held;
+    for (const auto &[flag, modifier] : table)
+        held.setFlag(modifier, combo.modifiers & flag);
+    const Qt::Key key = isEscape     ? Qt::Key_Escape
+                        : canBeBound ? Qt::Key(combo.key.front().toUpper().unicode())
+                                     : Qt::Key_Space;
+    QTest::keyClick(owner, key, held);
+}
+
+/// Our window that a click at a place of the screen is for; null when it is another program's.
+QWindow *FakeHarness::windowAt(const QPoint &place) const
+{
+    const QWindowList windows = QGuiApplication::topLevelWindows();
+    for (QWindow *window : windows) {
+        const bool isHere = window->isVisible() && window->geometry().contains(place);
+        if (isHere && m_fakes->panel.isFloating(*window) &&
+            !m_fakes->panel.clickThroughRect().contains(window->mapFromGlobal(place)))
+            return window;
+    }
+    return nullptr;
+}
+
+bool FakeHarness::click(const QPoint &place)
+{
+    if (QWindow *ours = windowAt(place)) {
+        QTest::mouseClick(ours, Qt::LeftButton, {}, ours->mapFromGlobal(place));
+        return true;
+    }
+    if (m_others.isEmpty())
+        return false;
+    m_others.last()->clicked << place;
+    m_fakes->panel.focus(nullptr);
+    return true;
+}
+
+bool FakeHarness::claimHotkey(const Combo &combo)
+{
+    m_fakes->hotkeys.claim(combo.key, combo.modifiers);
+    return true;
+}
+
+bool FakeHarness::releaseHotkey(const Combo &combo)
+{
+    m_fakes->hotkeys.release(combo.key, combo.modifiers);
+    return true;
+}
+
+QList<QUrl> FakeHarness::opened()
+{
+    if (m_holdsOpening)
+        return {};
+    QList<QUrl> all = m_fakes->opened.urls;
+    for (const QString &path : std::as_const(m_fakes->opened.files))
+        all << QUrl::fromLocalFile(path);
+    return all;
+}
+
+} // namespace quellora

@@ -1,0 +1,201 @@
+#include "platform/contract/KeyMonitorContract.h"
+
+#include "hotkeys/HotkeyCombo.h"
+
+#include <QShortcut>
+
+namespace quellora {
+namespace {
+
+constexpr quint32 three = GlobalHotkeys::Control | GlobalHotkeys::Option | GlobalHotkeys::Command;
+const QString c = QStringLiteral("c");
+const QString x = QStringLiteral("x");
+const QString escape = QStringLiteral("escape");
+
+} // namespace
+
+bool KeyMonitorContract::preparePanel()
+{
+    m_keys.clear();
+    return prepareScene() && showPanel() && hasHappened(role().makeKey(panel())) &&
+           awaits([this] { return whoHasTheKeyboard() == Receiver::Panel; }) &&
+           (panel().keys.clear(), panel().overrides = 0, true);
+}
+
+void KeyMonitorContract::collect()
+{
+    monitor().install([this](const KeyDown &key) {
+        if (!key.character.isEmpty() || key.isEscape)
+            m_keys << key;
+    });
+}
+
+QStringList KeyMonitorContract::characters() const
+{
+    QStringList result;
+    for (const KeyDown &key : m_keys)
+        result << key.character;
+    return result;
+}
+
+void KeyMonitorContract::takesPressesAheadOfTheField()
+{
+    QVERIFY(preparePanel());
+    collect();
+    QVERIFY(harness().press({{c, 0}, {x, GlobalHotkeys::Control | GlobalHotkeys::Option}}));
+    CONTRACT_TRY_COMPARE(characters(), (QStringList{c, x}));
+    QCOMPARE(panel().keys, QStringList());
+    QCOMPARE(panel().overrides, 0);
+    monitor().remove();
+}
+
+void KeyMonitorContract::takesPressesAheadOfShortcuts()
+{
+    QVERIFY(preparePanel());
+    QShortcut shortcut(QKeySequence(Qt::CTRL | Qt::Key_J), &panel());
+    shortcut.setContext(Qt::ApplicationShortcut);
+    int activations = 0;
+    connect(&shortcut, &QShortcut::activated, this, [&activations] { ++activations; });
+    const Combo combo{QStringLiteral("j"), harness().editModifier()};
+    // It works while nobody takes the keys.
+    QVERIFY(harness().press({combo}));
+    CONTRACT_TRY_COMPARE(activations, 1);
+    collect();
+    QVERIFY(harness().press({combo}));
+    CONTRACT_TRY_COMPARE(characters(), QStringList{QStringLiteral("j")});
+    monitor().remove();
+    QCOMPARE(activations, 1);
+    QVERIFY(harness().press({combo}));
+    CONTRACT_TRY_COMPARE(activations, 2);
+}
+
+void KeyMonitorContract::leavesOtherProgramsKeysAlone()
+{
+    QVERIFY(preparePanel());
+    collect();
+    QCOMPARE(clickBeside(), Receiver::Other);
+    QVERIFY(harness().press({{c, 0}}));
+    CONTRACT_TRY_COMPARE(other().keys(), QStringList{c});
+    QVERIFY(m_keys.isEmpty());
+}
+
+void KeyMonitorContract::afterRemovalTheFieldHasThem()
+{
+    QVERIFY(preparePanel());
+    monitor().remove();
+    collect();
+    QVERIFY(harness().press({{c, 0}}));
+    CONTRACT_TRY_COMPARE(characters(), QStringList{c});
+    monitor().remove();
+    monitor().remove();
+    QVERIFY(harness().press({{x, 0}}));
+    CONTRACT_TRY_COMPARE(panel().keys, QStringList{x});
+    QCOMPARE(m_keys.size(), 1);
+}
+
+void KeyMonitorContract::handlerMayRemoveIt()
+{
+    QVERIFY(preparePanel());
+    monitor().install([this](const KeyDown &key) {
+        monitor().remove();
+        m_keys << key;
+    });
+    QVERIFY(harness().press({{c, 0}, {x, 0}}));
+    CONTRACT_TRY_COMPARE(panel().keys, QStringList{x});
+    QCOMPARE(characters(), QStringList{c});
+}
+
+void KeyMonitorContract::installingAgainReplacesTheHandler()
+{
+    QVERIFY(preparePanel());
+    int first = 0;
+    monitor().install([&first](const KeyDown &) { ++first; });
+    collect();
+    QVERIFY(harness().press({{c, 0}}));
+    CONTRACT_TRY_COMPARE(characters(), QStringList{c});
+    QCOMPARE(first, 0);
+    monitor().remove();
+    QVERIFY(harness().press({{x, 0}}));
+    CONTRACT_TRY_COMPARE(panel().keys, QStringList{x});
+    QCOMPARE(first, 0);
+}
+
+void KeyMonitorContract::escapeIsFlagged()
+{
+    QVERIFY(preparePanel());
+    collect();
+    QVERIFY(harness().press({{escape, 0}, {c, 0}}));
+    CONTRACT_TRY_COMPARE(m_keys.size(), 2);
+    QVERIFY(m_keys.at(0).isEscape);
+    QCOMPARE(m_keys.at(0).character, QString());
+    QVERIFY(!m_keys.at(1).isEscape);
+    QCOMPARE(panel().keys, QStringList());
+    monitor().remove();
+}
+
+void KeyMonitorContract::modifiersAreReported_data()
+{
+    QTest::addColumn<quint32>("modifiers");
+    QTest::newRow("none") << 0U;
+    QTest::newRow("command") << quint32(GlobalHotkeys::Command);
+    QTest::newRow("shift") << quint32(GlobalHotkeys::Shift);
+    QTest::newRow("option") << quint32(GlobalHotkeys::Option);
+    QTest::newRow("control") << quint32(GlobalHotkeys::Control);
+    QTest::newRow("all") << (GlobalHotkeys::Shift | three);
+}
+
+void KeyMonitorContract::modifiersAreReported()
+{
+    QFETCH(quint32, modifiers);
+    QVERIFY(preparePanel());
+    collect();
+    QVERIFY(harness().press({{c, modifiers}}));
+    CONTRACT_TRY_COMPARE(m_keys.size(), 1);
+    QCOMPARE(m_keys.first().modifiers, modifiers);
+    QCOMPARE(m_keys.first().character, c);
+    monitor().remove();
+}
+
+void KeyMonitorContract::shiftDoesNotChangeTheCharacter()
+{
+    QVERIFY(preparePanel());
+    collect();
+    QVERIFY(harness().press({{QStringLiteral("3"), GlobalHotkeys::Shift},
+                             {QStringLiteral("a"), GlobalHotkeys::Shift},
+                             {QStringLiteral("/"), GlobalHotkeys::Shift}}));
+    CONTRACT_TRY_COMPARE(
+        characters(), (QStringList{QStringLiteral("3"), QStringLiteral("a"), QStringLiteral("/")}));
+    monitor().remove();
+}
+
+void KeyMonitorContract::keysThatCannotBeBoundHaveNoCharacter()
+{
+    QVERIFY(preparePanel());
+    int others = 0;
+    monitor().install([&](const KeyDown &key) {
+        if (key.character.isEmpty())
+            ++others;
+        else
+            m_keys << key;
+    });
+    QVERIFY(harness().press({{QStringLiteral("space"), 0}, {c, 0}}));
+    CONTRACT_TRY_COMPARE(characters(), QStringList{c});
+    QVERIFY2(others > 0, "the key is taken all the same");
+    QCOMPARE(panel().keys, QStringList());
+    monitor().remove();
+}
+
+void KeyMonitorContract::everyKeyOfTheTableHasItsName()
+{
+    QVERIFY(preparePanel());
+    collect();
+    QList<Combo> combos;
+    for (const QString &key : HotkeyCombo::keyNames())
+        combos << Combo{key, GlobalHotkeys::Control};
+    QVERIFY(harness().press(combos));
+    CONTRACT_TRY_COMPARE(m_keys.size(), combos.size());
+    QCOMPARE(characters(), HotkeyCombo::keyNames());
+    monitor().remove();
+}
+
+} // namespace quellora

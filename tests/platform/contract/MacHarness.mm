@@ -1,0 +1,204 @@
+#include "platform/contract/MacHarness.h"
+
+#include "hotkeys/HotkeyCombo.h"
+#include "platform/contract/OtherProgram.h"
+
+#include <QCursor>
+#include <QHash>
+#include <QWindow>
+#include <QtTest>
+
+#include <unistd.h>
+
+#import <AppKit/AppKit.h>
+#import <Carbon/Carbon.h>
+
+namespace quellora {
+namespace {
+
+// A user's hand rests between reaching a place and pressing there: what follows the pointer has
+// this long, as there is nothing to be seen from outside that could be awaited.
+constexpr int restMilliseconds = 100;
+
+// The system's own name for it is a macro.
+constexpr CGWindowID noWindow = 0;
+
+/// The system's number of a window; 0 while it has none.
+quint64 windowNumber(const QWindow &window)
+{
+    if (!window.handle())
+        return 0;
+    const NSView *view = (__bridge NSView *)reinterpret_cast<void *>(window.winId());
+    return static_cast<quint64>(view.window.windowNumber);
+}
+
+/// Front to back, what is on the screen.
+QList<quint64> windowsInOrder()
+{
+    QList<quint64> numbers;
+    const CFArrayRef windows = CGWindowListCreate(kCGWindowListOptionOnScreenOnly, noWindow);
+    if (!windows)
+        return numbers;
+    for (CFIndex i = 0; i < CFArrayGetCount(windows); ++i)
+        numbers << static_cast<quint64>(
+            reinterpret_cast<quintptr>(CFArrayGetValueAtIndex(windows, i)));
+    CFRelease(windows);
+    return numbers;
+}
+
+CGKeyCode keyCodeOf(const QString &key)
+{
+    if (key == QStringLiteral("escape"))
+        return 53;
+    if (key == QStringLiteral("space"))
+        return 49;
+    return static_cast<CGKeyCode>(HotkeyCombo::keyCodeFor(key).value());
+}
+
+bool post(CGEventRef event)
+{
+    if (!event)
+        return false;
+    CGEventPost(kCGHIDEventTap, event);
+    CFRelease(event);
+    return true;
+}
+
+bool postKey(CGKeyCode keyCode, bool isDown)
+{
+    return post(CGEventCreateKeyboardEvent(nullptr, keyCode, isDown));
+}
+
+/// The modifier keys of a combination, as they lie on the keyboard.
+QList<CGKeyCode> modifierKeys(quint32 modifiers)
+{
+    QList<CGKeyCode> keys;
+    if (modifiers & GlobalHotkeys::Control)
+        keys << 59;
+    if (modifiers & GlobalHotkeys::Option)
+        keys << 58;
+    if (modifiers & GlobalHotkeys::Shift)
+        keys << 56;
+    if (modifiers & GlobalHotkeys::Command)
+        keys << 55;
+    return keys;
+}
+
+bool postMouse(CGEventType type, const QPoint &place)
+{
+    const CGPoint point = {double(place.x()), double(place.y())};
+    return post(CGEventCreateMouseEvent(nullptr, type, point, kCGMouseButtonLeft));
+}
+
+/// In the other program: takes a hot key for itself alone, or gives it up.
+int claimExclusively(quint32 keyCode, quint32 modifiers, bool taken)
+{
+    static QHash<quint64, EventHotKeyRef> claimed;
+    const quint64 combo = quint64(modifiers) << 32 | keyCode;
+    if (!taken)
+        return UnregisterEventHotKey(claimed.take(combo));
+    EventHotKeyRef hotkey = nullptr;
+    const OSStatus status =
+        RegisterEventHotKey(keyCode, modifiers, {0x4F544852, keyCode}, GetApplicationEventTarget(),
+                            kEventHotKeyExclusive, &hotkey);
+    if (status == noErr)
+        claimed.insert(combo, hotkey);
+    return status;
+}
+
+} // namespace
+
+int MacHarness::runOtherProgram(int argc, char **argv)
+{
+    return OtherProgram::run(argc, argv, {claimExclusively, windowNumber});
+}
+
+QString MacHarness::prepare()
+{
+    if (!AXIsProcessTrusted())
+        return QStringLiteral("keys and clicks cannot be posted: allow the program that runs the "
+                              "test under Privacy & Security, Accessibility");
+    return {};
+}
+
+QMap<Ability, QString> MacHarness::missing() const
+{
+    return {
+        {Ability::ChangeMotion,
+         QStringLiteral("the change to less movement (no program can ask the system for it)")},
+        {Ability::ChangeCompositing,
+         QStringLiteral("changes of compositing (this system always composites)")},
+        {Ability::ChangeStatusArea,
+         QStringLiteral("changes of the status area (this system always has one)")},
+        {Ability::ChangePermissions,
+         QStringLiteral("changes of the permissions (only the user can change them)")},
+        {Ability::SeeWhatIsOpened,
+         QStringLiteral("what the default programs are given (a stand-in would have to become the "
+                        "user's default program)")},
+    };
+}
+
+std::unique_ptr<OtherWindow> MacHarness::openOther()
+{
+    auto other = OtherProgram::start();
+    m_other = other.get();
+    return other;
+}
+
+bool MacHarness::isAbove(QWindow &ours, const OtherWindow &other)
+{
+    const QList<quint64> order = windowsInOrder();
+    const auto upper = order.indexOf(windowNumber(ours));
+    const auto lower = order.indexOf(static_cast<const OtherProgram &>(other).window());
+    return ours.isVisible() && upper >= 0 && lower > upper;
+}
+
+bool MacHarness::isProgramInFront()
+{
+    return NSWorkspace.sharedWorkspace.frontmostApplication.processIdentifier == ::getpid();
+}
+
+bool MacHarness::press(const QList<Combo> &combos)
+{
+    bool posted = true;
+    for (const Combo &combo : combos) {
+        // Every key goes down by itself, as on a keyboard, and comes up whatever happened.
+        const QList<CGKeyCode> modifiers = modifierKeys(combo.modifiers);
+        const CGKeyCode key = keyCodeOf(combo.key);
+        for (const CGKeyCode modifier : modifiers)
+            posted = postKey(modifier, true) && posted;
+        posted = postKey(key, true) && posted;
+        posted = postKey(key, false) && posted;
+        for (auto it = modifiers.rbegin(); it != modifiers.rend(); ++it)
+            posted = postKey(*it, false) && posted;
+    }
+    return posted;
+}
+
+bool MacHarness::click(const QPoint &place)
+{
+    if (!postMouse(kCGEventMouseMoved, place) ||
+        !QTest::qWaitFor([&place] { return QCursor::pos() == place; }))
+        return false;
+    QTest::qWait(restMilliseconds);
+    return postMouse(kCGEventLeftMouseDown, place) && postMouse(kCGEventLeftMouseUp, place);
+}
+
+bool MacHarness::claimHotkey(const Combo &combo)
+{
+    return m_other && m_other->claim(keyCodeOf(combo.key), combo.modifiers, true);
+}
+
+bool MacHarness::releaseHotkey(const Combo &combo)
+{
+    return m_other && m_other->claim(keyCodeOf(combo.key), combo.modifiers, false);
+}
+
+void MacHarness::setDark(bool on)
+{
+    // For this program alone: the user's setting stays as it is.
+    NSApp.appearance =
+        [NSAppearance appearanceNamed:on ? NSAppearanceNameDarkAqua : NSAppearanceNameAqua];
+}
+
+} // namespace quellora

@@ -1,0 +1,139 @@
+#include "platform/contract/OtherProgram.h"
+
+#include "platform/contract/ProbeWindow.h"
+
+#include <QGuiApplication>
+#include <QScreen>
+#include <QSocketNotifier>
+#include <QtTest>
+
+#include <cstdio>
+#include <iostream>
+#include <string>
+
+namespace quellora {
+namespace {
+
+void tell(const QString &line)
+{
+    std::fputs(qPrintable(line + u'\n'), stdout);
+    std::fflush(stdout);
+}
+
+/// Tells what reaches it, and nothing else.
+class TellingWindow : public QRasterWindow
+{
+public:
+    explicit TellingWindow(const OtherProgram::System &system) : m_system(system) {}
+
+protected:
+    void exposeEvent(QExposeEvent *event) override
+    {
+        QRasterWindow::exposeEvent(event);
+        if (isExposed())
+            tell(QStringLiteral("window %1")
+                     .arg(m_system.windowNumber ? m_system.windowNumber(*this) : winId()));
+    }
+    void focusInEvent(QFocusEvent *) override { tell(QStringLiteral("active 1")); }
+    void focusOutEvent(QFocusEvent *) override { tell(QStringLiteral("active 0")); }
+    void keyPressEvent(QKeyEvent *event) override
+    {
+        if (const QString name = contractKeyName(*event); !name.isEmpty() && !event->isAutoRepeat())
+            tell(QStringLiteral("key ") + name);
+    }
+    void mousePressEvent(QMouseEvent *event) override
+    {
+        const QPoint place = event->globalPosition().toPoint();
+        tell(QStringLiteral("click %1 %2").arg(place.x()).arg(place.y()));
+    }
+    void paintEvent(QPaintEvent *) override
+    {
+        QPainter(this).fillRect(QRect(QPoint(), size()), Qt::lightGray);
+    }
+
+private:
+    const OtherProgram::System &m_system;
+};
+
+} // namespace
+
+int OtherProgram::run(int argc, char **argv, const System &system)
+{
+    QGuiApplication application(argc, argv);
+    TellingWindow window(system);
+    window.setFlags(Qt::FramelessWindowHint);
+    window.setGeometry(QGuiApplication::primaryScreen()->availableGeometry());
+    window.show();
+    window.raise();
+    window.requestActivate();
+    // Commands come one at a time; the end of the test is the end of its output.
+    QSocketNotifier commands(fileno(stdin), QSocketNotifier::Read);
+    QObject::connect(&commands, &QSocketNotifier::activated, &application, [&system] {
+        quint32 keyCode = 0;
+        quint32 modifiers = 0;
+        bool taken = false;
+        if (std::cin >> keyCode >> modifiers >> taken)
+            tell(QStringLiteral("claim %1")
+                     .arg(system.claim ? system.claim(keyCode, modifiers, taken) : -1));
+        else
+            QCoreApplication::quit();
+    });
+    return QGuiApplication::exec();
+}
+
+std::unique_ptr<OtherProgram> OtherProgram::start()
+{
+    std::unique_ptr<OtherProgram> other(new OtherProgram);
+    // What this program asked of the toolkit for itself is not for another one.
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.remove(QStringLiteral("QT_MAC_DISABLE_FOREGROUND_APPLICATION_TRANSFORM"));
+    other->m_process.setProcessEnvironment(environment);
+    other->m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    QObject::connect(&other->m_process, &QProcess::readyReadStandardOutput, &other->m_process,
+                     [program = other.get()] { program->read(); });
+    other->m_process.start(QCoreApplication::applicationFilePath(),
+                           {QString::fromLatin1(argument)});
+    if (!QTest::qWaitFor([&other] { return other->m_active && other->m_window != 0; }, 20000))
+        return nullptr;
+    return other;
+}
+
+OtherProgram::~OtherProgram()
+{
+    m_process.disconnect();
+    m_process.closeWriteChannel();
+    if (!m_process.waitForFinished(5000))
+        m_process.kill();
+}
+
+bool OtherProgram::claim(quint32 keyCode, quint32 modifiers, bool taken)
+{
+    const auto before = m_claims.size();
+    m_process.write(
+        QStringLiteral("%1 %2 %3\n").arg(keyCode).arg(modifiers).arg(int(taken)).toLatin1());
+    return QTest::qWaitFor([&] { return m_claims.size() > before; }) && m_claims.last() == 0;
+}
+
+void OtherProgram::read()
+{
+    while (m_process.canReadLine()) {
+        const QStringList words =
+            QString::fromLocal8Bit(m_process.readLine()).trimmed().split(u' ');
+        const QString what = words.first();
+        const QString value = words.value(1);
+        if (what == QStringLiteral("window"))
+            m_window = value.toULongLong();
+        else if (what == QStringLiteral("key"))
+            m_keys << value;
+        else if (what == QStringLiteral("click"))
+            m_clicks << QPoint(value.toInt(), words.value(2).toInt());
+        else if (what == QStringLiteral("claim"))
+            m_claims << value.toInt();
+        else if (what == QStringLiteral("active")) {
+            m_losses += m_active && value == QStringLiteral("0");
+            m_active = value == QStringLiteral("1");
+        }
+    }
+}
+
+} // namespace quellora

@@ -1,0 +1,44 @@
+#include "platform/contract/PermissionsContract.h"
+
+namespace quellora {
+
+void PermissionsContract::askingChangesNothing()
+{
+    const Permissions &role = platform().permissions();
+    int changes = 0;
+    platform().permissions().onChanged([&changes] { ++changes; });
+    const bool accessibility = role.isAccessibilityTrusted();
+    const bool screenRecording = role.isScreenRecordingGranted();
+    for (int i = 0; i < 3; ++i) {
+        QCOMPARE(role.isAccessibilityTrusted(), accessibility);
+        QCOMPARE(role.isScreenRecordingGranted(), screenRecording);
+        QCoreApplication::processEvents();
+    }
+    QCOMPARE(changes, 0);
+    QVERIFY2(!QGuiApplication::focusWindow(), "asking opens no window");
+}
+
+void PermissionsContract::tellsWhenAnAnswerChanges()
+{
+    CONTRACT_NEEDS(Ability::ChangePermissions);
+    Permissions &role = platform().permissions();
+    harness().setPermitted(true);
+    CONTRACT_TRY_VERIFY(role.isAccessibilityTrusted() && role.isScreenRecordingGranted());
+    int early = 0;
+    role.onChanged([&early] { ++early; });
+    QList<bool> seen;
+    role.onChanged(
+        [&] { seen << (role.isAccessibilityTrusted() || role.isScreenRecordingGranted()); });
+    harness().setPermitted(true);
+    harness().setPermitted(false);
+    CONTRACT_TRY_VERIFY(!role.isAccessibilityTrusted() && !role.isScreenRecordingGranted());
+    CONTRACT_TRY_VERIFY(!seen.isEmpty() && !seen.last());
+    const auto calls = seen.size();
+    QVERIFY2(calls <= 2, "one call for each answer at most");
+    harness().setPermitted(false);
+    QCoreApplication::processEvents();
+    QCOMPARE(seen.size(), calls);
+    QVERIFY2(early == 0, "the later handler replaces the earlier one");
+}
+
+} // namespace quellora

@@ -1,0 +1,18 @@
+#pragma once
+
+#include "platform/contract/ContractSuite.h"
+
+namespace quellora {
+
+class PermissionsContract : public ContractSuite
+{
+    Q_OBJECT
+public:
+    using ContractSuite::ContractSuite;
+
+private Q_SLOTS:
+    void askingChangesNothing();
+    void tellsWhenAnAnswerChanges();
+};
+
+} // namespace quellora

@@ -1,0 +1,72 @@
+#include "platform/contract/SystemFactsContract.h"
+
+#include <QDir>
+#include <QFileInfo>
+
+namespace quellora {
+
+void SystemFactsContract::osVersionIsOneLine()
+{
+    const QString version = platform().deviceInfo().osVersion();
+    QVERIFY(!version.isEmpty());
+    QCOMPARE(version, version.simplified());
+    QCOMPARE(platform().deviceInfo().osVersion(), version);
+}
+
+void SystemFactsContract::cpuArchIsOneOfTwo()
+{
+    const QString arch = platform().deviceInfo().cpuArch();
+    QVERIFY2(arch == QStringLiteral("arm64") || arch == QStringLiteral("x86_64"), qPrintable(arch));
+}
+
+void SystemFactsContract::captureToolHasItsArguments()
+{
+    const CaptureTool tool = platform().captureTool();
+    QVERIFY2(QDir::isAbsolutePath(tool.program), qPrintable(tool.program));
+    QCOMPARE(tool.arguments, (QStringList{QStringLiteral("-x"), QStringLiteral("-C")}));
+}
+
+void SystemFactsContract::captureToolIsThere()
+{
+    CONTRACT_NEEDS(Ability::FindCaptureTool);
+    const QFileInfo tool(harness().installedPath(platform().captureTool().program));
+    QVERIFY2(tool.isFile() && tool.isExecutable(), qPrintable(tool.filePath()));
+}
+
+void SystemFactsContract::supportDirectoryIsAbsoluteAndNotCreated()
+{
+    const QString path = platform().applicationSupportDirectory();
+    QVERIFY2(QDir::isAbsolutePath(path), qPrintable(path));
+    QCOMPARE(path, QDir::cleanPath(path));
+    const bool before = QFileInfo::exists(path);
+    QCOMPARE(platform().applicationSupportDirectory(), path);
+    QCOMPARE(QFileInfo::exists(path), before);
+}
+
+void SystemFactsContract::unknownSymbolsAreNull()
+{
+    for (const QString &name : {QString(), QStringLiteral("no.such.symbol.anywhere")}) {
+        QVERIFY(platform().symbols().image(name, 16, 1).isNull());
+        QVERIFY(platform().symbols().image(name, 16, 2).isNull());
+    }
+}
+
+void SystemFactsContract::symbolsAreDrawnAtTheirScale()
+{
+    CONTRACT_NEEDS(Ability::DrawSymbols);
+    const QImage single = platform().symbols().image(harness().symbolName(), 32, 1);
+    const QImage twice = platform().symbols().image(harness().symbolName(), 32, 2);
+    QVERIFY(!single.isNull());
+    QVERIFY(single.hasAlphaChannel());
+    // A fraction of a point may round either way.
+    QVERIFY(qAbs(twice.width() - 2 * single.width()) <= 2);
+    QVERIFY(qAbs(twice.height() - 2 * single.height()) <= 2);
+    bool drawn = false;
+    for (int y = 0; y < twice.height(); ++y) {
+        for (int x = 0; x < twice.width(); ++x)
+            drawn = drawn || twice.pixelColor(x, y).alpha() > 128;
+    }
+    QVERIFY2(drawn, "there is something to see");
+}
+
+} // namespace quellora

@@ -1,0 +1,206 @@
+#include "platform/contract/X11Harness.h"
+
+#include "platform/X11Tools.h"
+#include "platform/contract/OtherProgram.h"
+#include "platform/linux/WindowHintsX11.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QGuiApplication>
+#include <QScreen>
+#include <QThreadPool>
+
+#include <sys/stat.h>
+
+#include <utility>
+
+namespace quellora {
+namespace {
+
+/// The physical key of a US keyboard; 0 when there is none.
+int keycodeOf(const QString &key)
+{
+    const QList<std::pair<int, QString>> rows{{10, QStringLiteral("1234567890-=")},
+                                              {24, QStringLiteral("qwertyuiop[]")},
+                                              {38, QStringLiteral("asdfghjkl;'`")},
+                                              {51, QStringLiteral("\\zxcvbnm,./")}};
+    for (const auto &[first, row] : rows) {
+        if (const auto at = row.indexOf(key); at >= 0 && key.size() == 1)
+            return first + static_cast<int>(at);
+    }
+    return 0;
+}
+
+QString toolName(const Combo &combo)
+{
+    QString name;
+    const QList<std::pair<quint32, const char *>> words{{GlobalHotkeys::Control, "ctrl+"},
+                                                        {GlobalHotkeys::Option, "alt+"},
+                                                        {GlobalHotkeys::Command, "super+"},
+                                                        {GlobalHotkeys::Shift, "shift+"}};
+    for (const auto &[flag, word] : words) {
+        if (combo.modifiers & flag)
+            name += QString::fromLatin1(word);
+    }
+    if (combo.key == QStringLiteral("escape"))
+        return name + QStringLiteral("Escape");
+    return name + (combo.key.size() > 1 ? combo.key : QString::number(keycodeOf(combo.key)));
+}
+
+quint16 xModifiers(const Combo &combo)
+{
+    return static_cast<quint16>(
+        (combo.modifiers & GlobalHotkeys::Control ? XCB_MOD_MASK_CONTROL : 0) |
+        (combo.modifiers & GlobalHotkeys::Option ? XCB_MOD_MASK_1 : 0) |
+        (combo.modifiers & GlobalHotkeys::Command ? XCB_MOD_MASK_4 : 0) |
+        (combo.modifiers & GlobalHotkeys::Shift ? XCB_MOD_MASK_SHIFT : 0));
+}
+
+} // namespace
+
+QString X11Harness::prepare()
+{
+    qputenv("XDG_DATA_HOME", path("data").toLocal8Bit());
+    qputenv("XDG_CONFIG_HOME", path("config").toLocal8Bit());
+    m_client = std::make_unique<OtherClient>();
+    if (!m_bus.start())
+        return QStringLiteral("the session bus does not start");
+    qputenv("DBUS_SESSION_BUS_ADDRESS", m_bus.address().toLocal8Bit());
+    m_portal = std::make_unique<FakePortal>(m_bus.address());
+    if (!m_portal->isServing())
+        return QStringLiteral("the portal does not start");
+    // Written aside and moved, so that a noted line is always complete. Waits at the pipe while
+    // there is one.
+    QFile opener(path("xdg-open"));
+    if (!opener.open(QIODevice::WriteOnly) ||
+        !opener.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner))
+        return opener.errorString();
+    opener.write(QStringLiteral("#!/bin/sh\ncd '%1'\n[ -p hold ] && read -r line < hold\n"
+                                "printf '%s\\n' \"$@\" > part && /bin/mv part opened\n")
+                     .arg(m_folder.path())
+                     .toLocal8Bit());
+    qputenv("PATH", m_folder.path().toLocal8Bit() + ':' + qgetenv("PATH"));
+    return {};
+}
+
+QMap<Ability, QString> X11Harness::missing() const
+{
+    return {
+        {Ability::ChangePermissions,
+         QStringLiteral("changes of the permissions (X11 has none that could change)")},
+        {Ability::DrawSymbols,
+         QStringLiteral("the drawing of symbols (this system has no symbols of its own)")},
+    };
+}
+
+std::unique_ptr<Platform> X11Harness::makePlatform()
+{
+    QThreadPool::globalInstance()->waitForDone();
+    QFile::remove(path("opened"));
+    return Platform::create();
+}
+
+std::unique_ptr<OtherWindow> X11Harness::openOther()
+{
+    return OtherProgram::start();
+}
+
+bool X11Harness::isAbove(QWindow &ours, const OtherWindow &other)
+{
+    const xcb_window_t native = nativeWindow(ours);
+    const auto &program = static_cast<const OtherProgram &>(other);
+    return native != XCB_NONE && m_client->isViewable(native) &&
+           m_client->isAbove(native, static_cast<xcb_window_t>(program.window()));
+}
+
+bool X11Harness::isProgramInFront()
+{
+    const QList<quint32> active = m_client->property(m_client->root(), "_NET_ACTIVE_WINDOW");
+    const QWindowList windows = QGuiApplication::topLevelWindows();
+    return std::any_of(windows.begin(), windows.end(), [&active](const QWindow *window) {
+        const xcb_window_t native = nativeWindow(*window);
+        return native != XCB_NONE && active.contains(native);
+    });
+}
+
+bool X11Harness::press(const QList<Combo> &combos)
+{
+    QStringList arguments{QStringLiteral("key")};
+    for (const Combo &combo : combos)
+        arguments << toolName(combo);
+    return runTool(QStringLiteral("xdotool"), arguments);
+}
+
+bool X11Harness::click(const QPoint &place)
+{
+    const QPoint pixels = place * qRound(QGuiApplication::primaryScreen()->devicePixelRatio());
+    return xdotool(QStringLiteral("mousemove %1 %2 click 1").arg(pixels.x()).arg(pixels.y()));
+}
+
+bool X11Harness::claimHotkey(const Combo &combo)
+{
+    return m_client->grabKey(keycodeOf(combo.key), xModifiers(combo)) == 0;
+}
+
+bool X11Harness::releaseHotkey(const Combo &combo)
+{
+    m_client->ungrabKey(keycodeOf(combo.key), xModifiers(combo));
+    return true;
+}
+
+void X11Harness::setDark(bool on)
+{
+    m_portal->value = on ? 1U : 2U;
+    m_portal->sendChange(QStringLiteral("org.freedesktop.appearance"),
+                         QStringLiteral("color-scheme"), m_portal->value);
+}
+
+void X11Harness::setReducesMotion(bool on)
+{
+    m_portal->animations = !on;
+    m_portal->sendChange(QStringLiteral("org.gnome.desktop.interface"),
+                         QStringLiteral("enable-animations"), !on);
+}
+
+void X11Harness::own(const QByteArray &selection, bool on)
+{
+    if (on)
+        m_client->ownSelection(selection);
+    else
+        m_client->disownSelection(selection);
+}
+
+void X11Harness::holdOpening(bool on)
+{
+    if (on) {
+        ::mkfifo(qPrintable(path("hold")), 0600);
+        return;
+    }
+    // Opening waits for the opener, which is there or comes: it was started.
+    QFile pipe(path("hold"));
+    if (pipe.open(QIODevice::WriteOnly | QIODevice::Unbuffered))
+        pipe.write("go on\n");
+    pipe.remove();
+}
+
+QList<QUrl> X11Harness::opened()
+{
+    QFile file(path("opened"));
+    QList<QUrl> all;
+    if (file.open(QIODevice::ReadOnly)) {
+        for (const QByteArray &line : file.readAll().trimmed().split('\n'))
+            all << QUrl::fromEncoded(line);
+    }
+    return all;
+}
+
+QString X11Harness::installedPath(const QString &program) const
+{
+    const QFileInfo beside(program);
+    return beside.absolutePath() == QCoreApplication::applicationDirPath()
+               ? QStringLiteral(QUELLORA_BIN_DIR) + u'/' + beside.fileName()
+               : program;
+}
+
+} // namespace quellora

@@ -1,0 +1,48 @@
+#pragma once
+
+#include "platform/FakePortal.h"
+#include "platform/OtherClient.h"
+#include "platform/contract/PlatformHarness.h"
+
+#include <QTemporaryDir>
+
+namespace quellora {
+
+/// A private X server with a window manager, a session bus with a settings portal, and a stand-in
+/// for the desktop's opener.
+class X11Harness : public PlatformHarness
+{
+public:
+    QString prepare() override;
+    QMap<Ability, QString> missing() const override;
+    std::unique_ptr<Platform> makePlatform() override;
+
+    std::unique_ptr<OtherWindow> openOther() override;
+    bool isAbove(QWindow &ours, const OtherWindow &other) override;
+    bool isProgramInFront() override;
+    bool press(const QList<Combo> &combos) override;
+    bool click(const QPoint &place) override;
+    quint32 editModifier() const override { return GlobalHotkeys::Control; }
+
+    bool claimHotkey(const Combo &combo) override;
+    bool releaseHotkey(const Combo &combo) override;
+    void setDark(bool on) override;
+    void setReducesMotion(bool on) override;
+    void setCompositing(bool on) override { own("_NET_WM_CM_S0", on); }
+    void setStatusArea(bool on) override { own("_NET_SYSTEM_TRAY_S0", on); }
+    void holdOpening(bool on) override;
+    QList<QUrl> opened() override;
+    QString installedPath(const QString &program) const override;
+
+private:
+    void own(const QByteArray &selection, bool on);
+    QString path(const char *name) const { return m_folder.filePath(QString::fromLatin1(name)); }
+
+    QTemporaryDir m_folder;
+    // Watches, grabs keys and owns selections; has no window.
+    std::unique_ptr<OtherClient> m_client;
+    PrivateBus m_bus;
+    std::unique_ptr<FakePortal> m_portal;
+};
+
+} // namespace quellora
