@@ -258,7 +258,9 @@ class Comparison:
         prefixes = {name: d.name.removesuffix(name) for name in members if d.name.endswith(name)}
         known = {n: p for n, p in prefixes.items() if prefix_of_enum(p, d.owner)}
         if theirs is not None:
-            known = prefixes
+            # Some names have the member's own word in the middle: kCGHIDEventTap.
+            known = prefixes or {name: "" for name in members
+                                 if name in d.name and members[name] == d.value}
         if not known:
             raise Wrong(f"{d.owner} has no such member")
         name = max(known, key=len)
@@ -375,8 +377,8 @@ def word_prefixes(name):
 
 
 def prefix_of_enum(prefix, enum):
-    """Whether members of an enum may begin so: with whole words of its name."""
-    return prefix in word_prefixes(enum)
+    """Whether members of an enum may begin so: with whole words of its name, in C after a k."""
+    return prefix in word_prefixes(enum) or prefix[:1] == "k" and prefix[1:] in word_prefixes(enum)
 
 
 def is_whole_prefix(prefix, enum):

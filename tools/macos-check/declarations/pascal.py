@@ -53,6 +53,7 @@ BASE_TYPES = {
     "NSTimeInterval": Kind("real", bits=64, signed=True),
     "ObjCBOOL": Kind("bool", bits=8),
     "cbool": Kind("bool", bits=8),
+    "CBool": Kind("bool", bits=8),
     "Boolean": Kind("integer", bits=8),
     "id": Kind("id"),
     "instancetype": Kind("self"),

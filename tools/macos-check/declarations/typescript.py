@@ -202,7 +202,7 @@ def _accepts_one(written, kind, owner):
         return written in (kind.name, "_" + kind.name)
     if kind.family == "array":
         return written.startswith("unknown /* const array")
-    if kind.family == "pointer" and kind.name.startswith("__CF"):
+    if kind.family == "pointer" and kind.name.startswith(("__CF", "__CG")):
         return name in ("interop.Object", "interop.Pointer", "string")
     if kind.family == "id" and kind.name:
         return name in (kind.name, kind.name + "Protocol", "interop.Object")

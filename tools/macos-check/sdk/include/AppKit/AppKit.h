@@ -52,6 +52,7 @@ SDK_EXTERN NSNotificationName const NSWorkspaceAccessibilityDisplayOptionsDidCha
 @property (nullable, strong) NSMenu *mainMenu;
 @property (nullable, readonly, weak) NSWindow *keyWindow;
 @property (getter=isActive, readonly) BOOL active;
+@property (nullable, strong) NSAppearance *appearance;
 @property (readonly, strong) NSAppearance *effectiveAppearance;
 - (BOOL)setActivationPolicy:(NSApplicationActivationPolicy)p;
 - (void)activateIgnoringOtherApps:(BOOL)ignoreOtherApps;
@@ -80,6 +81,7 @@ SDK_EXTERN __kindof NSApplication *_Null_unspecified NSApp;
 @property BOOL hidesOnDeactivate;
 @property BOOL ignoresMouseEvents;
 @property BOOL hasShadow;
+@property (readonly) NSInteger windowNumber;
 @property (getter=isVisible, readonly) BOOL visible;
 @property (getter=isKeyWindow, readonly) BOOL keyWindow;
 @property (nullable, strong) NSAppearance *appearance;

@@ -27,6 +27,7 @@ typedef EventHandlerProcPtr EventHandlerUPP;
 enum { cmdKey = 1 << 8, shiftKey = 1 << 9, optionKey = 1 << 11, controlKey = 1 << 12 };
 enum { noErr = 0, eventNotHandledErr = -9874 };
 enum { kEventClassKeyboard = 'keyb', kEventHotKeyPressed = 5 };
+enum { kEventHotKeyExclusive = 1 };
 enum { kEventParamDirectObject = '----', typeEventHotKeyID = 'hkid' };
 SDK_EXTERN EventTargetRef GetApplicationEventTarget(void);
 SDK_EXTERN OSStatus InstallEventHandler(EventTargetRef, EventHandlerUPP, ItemCount,

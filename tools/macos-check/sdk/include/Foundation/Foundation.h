@@ -74,9 +74,14 @@ static inline NSRect NSMakeRect(CGFloat x, CGFloat y, CGFloat w, CGFloat h)
 typedef unsigned short unichar;
 typedef const void *CFTypeRef;
 typedef const struct __CFBoolean *CFBooleanRef;
+typedef long CFIndex;
+typedef const struct __CFArray *CFArrayRef;
 typedef unsigned char Boolean;
 SDK_EXTERN const CFBooleanRef kCFBooleanTrue;
 SDK_EXTERN const CFBooleanRef kCFBooleanFalse;
+SDK_EXTERN void CFRelease(CFTypeRef);
+SDK_EXTERN CFIndex CFArrayGetCount(CFArrayRef);
+SDK_EXTERN const void *CFArrayGetValueAtIndex(CFArrayRef, CFIndex);
 
 @class NSString, NSURL, NSData, NSNotification, NSDictionary<K, V>, NSArray<T>, NSProcessInfo,
     NSOperationQueue, NSError;
