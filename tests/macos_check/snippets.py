@@ -43,12 +43,37 @@ declare class NSBox extends NSObject implements NSFolding {
   items: NSArray<interop.Object> | Array<interop.Object>;
 
   brandNewThing(x: number): void;
+
+  brandNew(): void;
+
+  depth: number;
+
+  label: string;
+
+  static readonly biggest: NSBox;
 }
 declare class NSLid extends NSBox {
 }
 declare class NSArray<ObjectType = interop.Object> extends NSObject {
   objectAtIndex(index: number): ObjectType;
+
+  addItemAtRow(item: NSLid, row: number): boolean;
 }
+declare const NSBoxMoods: {
+  Calm: 0,
+  Wild: 5,
+};
+declare const kBoxWeight: number;
+declare class Gap {
+  constructor(init?: Gap);
+  width: number;
+  marks: unknown /* const array */;
+}
+declare class Edge {
+  constructor(init?: Edge);
+  left: number;
+}
+declare function BoxShake(box: interop.Object, times: number): boolean;
 declare const NSBoxShape: {
   Round: 0,
   Flat: 8,
@@ -82,6 +107,10 @@ type
     function addItem_atRow (item: NSLid; row: cushort): ObjCBOOL; message 'addItem:atRow:';
     procedure setShape (shape: NSBoxShape); message 'setShape:'; { available in 10_6 }
     function init: id; message 'init';
+    function depth: cushort; message 'depth';
+    procedure setDepth(newValue: cushort); message 'setDepth:';
+    function label: NSString; message 'label';
+    function biggest: cushort; message 'biggest';
   end;
   NSBoxExtra = objccategory external (NSBox)
     function whenOpened (handler: OpaqueCBlock): id; message 'whenOpened:';
@@ -92,12 +121,18 @@ type
   end;
   NSBoxShape = NSUInteger;
   BoxFlags = UInt32;
+  BoxRef = ^OpaqueBox;
+  BoxHandler = function( box: BoxRef ): SInt32;
+  Edge = record
+    left: SInt32; right: SInt32;
+  end;
   Corner = record
     left: SInt32; top: SInt32; { of the screen }
   end;
 { kBoxLimit = 7, in older systems }
 const
   NSBoxShapeRound = 0;
+  NSBoxMoodilyCalm = 0;
   NSBoxShapeFlat = 1 shl 3;
   kBoxLimit = FourCharCode('abcd');
   kBoxNegative = -3;
@@ -105,6 +140,7 @@ const
   kBoxOne = $10;
 var
   NSBoxTitle: NSString; cvar; external;
+  kBoxWeight: double; cvar; external;
 function BoxOpen( box: UnivPtr; const corner: Corner; flags: BoxFlags ): SInt32;\
  external name '_BoxOpen';
 function BoxClose( var box: Corner; a, b: double ): Boolean; external name '_BoxClose';

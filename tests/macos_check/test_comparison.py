@@ -2,7 +2,9 @@
 
 import unittest
 
-from snippets import verdict
+from snippets import Declaration, verdict
+
+from declarations.compare import title
 
 
 class ComparisonTest(unittest.TestCase):
@@ -27,6 +29,15 @@ class ClassTest(ComparisonTest):
         self.assertWrong("no such class", "forward class", "NSBax")
         self.assertWrong("not derived from NSLid", "class", "NSBox", superclass="NSLid")
 
+    def test_names_in_what_is_said(self):
+        for sort, details, name in (
+                ("class", {}, "class x"), ("enumerator", {}, "x"),
+                ("method", {"owner": "NSBox"}, "-[NSBox x]"),
+                ("method", {"owner": "@NSFolding", "is_class": True}, "+[NSFolding x]"),
+                ("property", {"owner": "NSBox"}, "property NSBox.x"),
+                ("category", {"owner": "NSBox"}, "category NSBox (x)")):
+            self.assertEqual(title(Declaration(sort, "x", "", **details)), name)
+
     def test_neither_protocols_nor_structs_are_classes(self):
         self.assertWrong("no such class", "class", "NSFolding")
         self.assertWrong("no such class", "class", "Corner")
@@ -40,6 +51,8 @@ class ClassTest(ComparisonTest):
     def test_protocol_and_category(self):
         self.assertConfirmed("protocol", "NSFolding", adopted=("NSObject",))
         self.assertWrong("no such protocol", "protocol", "NSBox")
+        self.assertWrong("does not adopt NSFolding", "protocol", "NSObject",
+                         adopted=("NSFolding",))
         self.assertConfirmed("category", "Mine", owner="NSBox")
         self.assertWrong("no class NSBax", "category", "Mine", owner="NSBax")
 
@@ -84,6 +97,15 @@ class MethodTest(ComparisonTest):
         self.assertConfirmed("method", "emptyBox", owner="NSBox", is_class=True, result="NSBox *")
         self.assertWrong("no such method", "method", "emptyBox", owner="NSBox", result="NSBox *")
 
+    def test_accessors_of_properties(self):
+        self.assertConfirmed("method", "lid", owner="NSBox", result="NSLid *")
+        self.assertWrong("no such method", "method", "lid", owner="NSBox", is_class=True,
+                         result="NSLid *")
+        self.assertConfirmed("method", "setTitle:", owner="NSBox", parts=("NSString *",),
+                             result="void")
+        self.assertWrong("no such method", "method", "setLid:", owner="NSBox",
+                         parts=("NSLid *",), result="void")
+
     def test_own_type(self):
         self.assertConfirmed("method", "init", owner="NSBox", result="instancetype")
         self.assertConfirmed("method", "emptyBox", owner="NSBox", is_class=True,
@@ -107,8 +129,12 @@ class MethodTest(ComparisonTest):
                              parts=(wrong,), result="id")
 
     def test_newer_than_b(self):
-        self.assertNote("newer than description B", "method", "brandNewThing:", owner="NSBox",
-                        parts=("double",), result="void")
+        self.assertNote("newer than description B: colons", "method", "brandNewThing:",
+                        owner="NSBox", parts=("double",), result="void")
+        self.assertNote("rests on description A", "method", "brandNew", owner="NSBox",
+                        result="void")
+        self.assertNote("in other classes only", "method", "addItem:atRow:",
+                        **{**self.right, "owner": "NSArray"})
 
     def test_type_that_is_not_understood(self):
         self.assertWrong("does not understand the type Mystery", "method", "brandNewThing:",
@@ -132,6 +158,15 @@ class PropertyTest(ComparisonTest):
     def test_getter(self):
         self.assertConfirmed("property", "open", owner="NSBox", kind="BOOL", getter="isOpen")
         self.assertWrong("reads it with isOpen", "property", "open", owner="NSBox", kind="BOOL")
+        self.assertWrong("no description has its getter theItems", "property", "items",
+                         owner="NSBox", kind="NSArray *", getter="theItems")
+
+    def test_by_description_b(self):
+        self.assertConfirmed("property", "depth", owner="NSBox", kind="unsigned short")
+        self.assertWrong("description B has an unsigned integer of 16 bits", "property", "depth",
+                         owner="NSBox", kind="NSInteger")
+        self.assertNote("no setter", "property", "label", owner="NSBox", kind="NSString *")
+        self.assertConfirmed("property", "label", owner="NSBox", kind="NSString *", readonly=True)
 
     def test_newer_than_b(self):
         self.assertNote("newer than description B", "property", "items", owner="NSBox",
@@ -149,6 +184,10 @@ class ConstantTest(ComparisonTest):
         self.assertConfirmed("enum", "NSBoxShape", kind="unsigned long")
         self.assertWrong("made of a signed", "enum", "NSBoxShape", kind="long")
         self.assertWrong("no such enum", "enum", "NSBoxForm", kind="long")
+        self.assertWrong("no fixed underlying type", "enum", "NSBoxShape")
+        self.assertNote("width of the underlying", "enum", "NSBoxMoods", kind="long")
+        self.assertConfirmed("forward enum", "NSBoxMoods", kind="long")
+        self.assertConfirmed("enum", "")
 
     def test_members(self):
         self.assertConfirmed("enumerator", "NSBoxShapeFlat", owner="NSBoxShape", value=8)
@@ -159,6 +198,16 @@ class ConstantTest(ComparisonTest):
         # Ends as a member does, but its beginning is none of the enum's words.
         self.assertWrong("no such member", "enumerator", "NSBoFlat", owner="NSBoxShape", value=8)
 
+    def test_member_whose_prefix_only_description_b_has(self):
+        self.assertConfirmed("enumerator", "NSBoxMoodilyCalm", owner="NSBoxMoods", value=0)
+
+    def test_members_that_description_b_lacks(self):
+        self.assertConfirmed("enumerator", "NSBoxMoodWild", owner="NSBoxMoods", value=5)
+        self.assertWrong("is 4, not 5", "enumerator", "NSBoxMoodWild", owner="NSBoxMoods",
+                         value=4)
+        self.assertNote("where its prefix ends", "enumerator", "NSBoxWild", owner="NSBoxMoods",
+                        value=5)
+
     def test_member_whose_prefix_nothing_confirms(self):
         self.assertNote("description B, which is older, has NSBoxShapeFlat", "enumerator",
                         "NSBoxFlat", owner="NSBoxShape", value=8)
@@ -168,6 +217,7 @@ class ConstantTest(ComparisonTest):
         self.assertWrong("description B has", "enumerator", "kBoxLimit", value=7)
         self.assertWrong("no such constant", "enumerator", "kBoxLimits", value=7)
         self.assertWrong("value is in no description", "enumerator", "kBoxNew", value=7)
+        self.assertWrong("is a number, not string", "enumerator", "NSBoxTitle", value=7)
 
     def test_variables(self):
         self.assertConfirmed("constant", "NSBoxTitle", kind="NSBoxName")
@@ -176,6 +226,8 @@ class ConstantTest(ComparisonTest):
         self.assertWrong("value is in no description", "constant", "kBoxNew", kind="int", value=3)
         self.assertWrong("description B has", "constant", "kBoxLimit", kind="int", value=3)
         self.assertNote("newer than description B", "constant", "kBoxNew", kind="int")
+        self.assertConfirmed("constant", "kBoxWeight", kind="double")
+        self.assertWrong("description B has double", "constant", "kBoxWeight", kind="long")
 
 
 class CTest(ComparisonTest):
@@ -193,6 +245,14 @@ class CTest(ComparisonTest):
         self.assertWrong("result is an unsigned", "function", "BoxOpen",
                          parts=self.right["parts"], result="unsigned int")
 
+    def test_function_of_description_a_only(self):
+        right = {"parts": ("CFBoxRef", "int"), "result": "BOOL"}
+        self.assertNote("newer than description B", "function", "BoxShake", **right)
+        self.assertWrong("argument 1 is an unsigned", "function", "BoxShake",
+                         **{**right, "parts": ("NSUInteger", "int")})
+        self.assertWrong("returns a signed integer of 32 bits, not boolean", "function",
+                         "BoxShake", **{**right, "result": "int"})
+
     def test_function_of_description_b_only(self):
         right = {"parts": ("Corner *", "double", "double"), "result": "unsigned char"}
         self.assertNote("description A", "function", "BoxClose", **right)
@@ -205,12 +265,25 @@ class CTest(ComparisonTest):
                          parts=(("top", "int"), ("left", "int")))
         self.assertWrong("left is a signed integer of 16 bits", "struct", "Corner",
                          parts=(("left", "short"), ("top", "int")))
-        self.assertWrong("no such struct", "struct", "Edge", parts=(("left", "int"),))
+        self.assertWrong("no such struct", "struct", "Ledge", parts=(("left", "int"),))
+
+    def test_struct_of_which_the_descriptions_differ(self):
+        self.assertWrong("1 fields, description B has 2", "struct", "Edge",
+                         parts=(("left", "int"),))
+        right = (("width", "int"), ("marks", "long[4]"))
+        self.assertNote("description B does not have it", "struct", "Gap", parts=right)
+        self.assertWrong("marks is a signed integer", "struct", "Gap",
+                         parts=(("width", "int"), ("marks", "long")))
 
     def test_typedef(self):
         self.assertConfirmed("typedef", "BoxFlags", kind="unsigned int")
         self.assertWrong("is a signed integer of 64 bits", "typedef", "BoxFlags", kind="long")
         self.assertNote("in no description", "typedef", "NSBoxName", kind="NSString *")
+        self.assertConfirmed("typedef", "BOOL", kind="BOOL")
+        self.assertConfirmed("typedef", "NSBoxShape", kind="enum NSBoxShape")
+        self.assertConfirmed("typedef", "BoxRef", kind="struct OpaqueBox *")
+        self.assertWrong("is a signed", "typedef", "BoxRef", kind="long")
+        self.assertConfirmed("typedef", "BoxHandler", kind="int (*)(void *)")
 
     def test_operators_of_the_strict_mode(self):
         self.assertConfirmed("operator", "operator|", parts=("NSBoxShape", "NSBoxShape"))

@@ -9,6 +9,7 @@ from snippets import descriptions, kind
 from declarations import headers, stub_files
 from declarations.clang_ast import Reader
 from declarations.kinds import Kind, split_outside_brackets
+from declarations.pascal import agrees
 from declarations.typescript import accepts, in_one_word
 from verify_declarations import verify
 
@@ -82,6 +83,13 @@ class TypeScriptTest(unittest.TestCase):
         self.assertTrue(accepts(written, kind("NSArray *")))
         self.assertFalse(accepts(written, kind("NSBox *")))
 
+    def test_other_kinds(self):
+        self.assertTrue(accepts("ObjectType", kind("id")))
+        self.assertFalse(accepts("ObjectType", kind("int")))
+        self.assertTrue(accepts("interop.Object", kind("CFBoxRef")))
+        self.assertFalse(accepts("interop.Object", kind("Corner *")))
+        self.assertTrue(accepts("unknown /* const array */", kind("int[3]")))
+
     def test_protocol_of_an_id(self):
         self.assertTrue(accepts("NSFolding", kind("id<NSFolding>")))
         self.assertFalse(accepts("NSFolding", kind("id")))
@@ -113,6 +121,28 @@ class PascalTest(unittest.TestCase):
         self.assertEqual([k.family for k in close.arguments], ["pointer", "real", "real"])
         self.assertEqual([k.family for k in self.pascal.function("BoxOpen").arguments],
                          ["pointer", "struct", "integer"])
+
+    def test_kinds(self):
+        kinds = {n: self.pascal.kind(n).family for n in ("BoxRef", "BoxHandler", "NSLid", "id")}
+        self.assertEqual(kinds, {"BoxRef": "pointer", "BoxHandler": "function",
+                                 "NSLid": "object", "id": "id"})
+
+    def test_nothing_but_numbers_is_worked_out(self):
+        self.pascal.read("const\n  kBoxText = 'abc';\n  kBoxCall = Ord('a');\n")
+        self.assertIsNone(self.pascal.value("kBoxText"))
+        self.assertIsNone(self.pascal.value("kBoxCall"))
+
+    def test_agreement(self):
+        def agree(ours, theirs):
+            return agrees(kind(ours), self.pascal.kind(theirs), "NSBox")
+        self.assertIsNone(agree("int", "Nowhere"))
+        for ours, theirs in (("double", "cdouble"), ("NSBox *", "id"), ("instancetype", "NSBox"),
+                             ("id<NSFolding>", "NSFoldingProtocol"), ("Corner", "Corner"),
+                             ("char *", "pointer"), ("Corner *", "PChar"), ("NSLid *", "NSLid")):
+            self.assertIs(agree(ours, theirs), True, ours)
+        for ours, theirs in (("float", "cdouble"), ("NSBox *", "NSLid"), ("instancetype", "NSLid"),
+                             ("Corner", "Edge"), ("Corner *", "cint"), ("BOOL", "Boolean")):
+            self.assertIs(agree(ours, theirs), False, ours)
 
     def test_fields(self):
         self.assertEqual([name for name, _ in self.pascal.fields("Corner")], ["left", "top"])
@@ -175,6 +205,30 @@ class TreeTest(unittest.TestCase):
         self.assertEqual((opening.is_class, opening.owner, len(opening.parts)), (True, "NSBox", 1))
         self.assertEqual((lid.readonly, lid.getter), (True, "theLid"))
         self.assertEqual(reader.counted, 3)
+
+    def test_sorts(self):
+        method = node("ObjCMethodDecl", "foldAt:", instance=True, returnType={"qualType": "BOOL"})
+        reader = self.read(
+            self.ours("LinkageSpecDecl", inner=[
+                node("FunctionDecl", "BoxOpen", type={"qualType": "NSBoxShape (void)"}),
+                node("ObjCProtocolDecl", "NSFolding", inner=[method])]),
+            node("ObjCCategoryDecl", "Mine", interface={"name": "NSBox"}, inner=[method]),
+            node("ObjCInterfaceDecl", "NSBox"), node("CXXRecordDecl", "Corner"),
+            node("FunctionDecl", "operator|", type={"qualType": "int (int, int)"}),
+            node("EnumDecl", "NSBoxShape", fixedUnderlyingType={"qualType": "long"}))
+        self.assertEqual([(d.sort, d.owner) for d in reader.declarations],
+                         [("function", ""), ("protocol", ""), ("method", "@NSFolding"),
+                          ("category", "NSBox"), ("method", "NSBox"), ("forward class", ""),
+                          ("forward struct", ""), ("operator", ""), ("forward enum", "")])
+        self.assertEqual(reader.declarations[0].result,
+                         Kind("enum", "NSBoxShape", bits=64, signed=True))
+        self.assertEqual(reader.counted, 9)
+
+    def test_files_that_only_a_range_names(self):
+        first = self.ours("TypedefDecl", "BoxSize", type={"qualType": "int"})
+        first["range"] = {"begin": {"file": "/elsewhere.h"}, "end": {}}
+        second = node("TypedefDecl", "other_t", type={"qualType": "int"})
+        self.assertEqual(len(self.read(first, second).declarations), 1)
 
     def test_values_of_an_enum(self):
         def literal(value):
@@ -254,7 +308,8 @@ class HeadersTest(unittest.TestCase):
 class StubsTest(unittest.TestCase):
     def test_names(self):
         symbols, classes = stub_files.names(descriptions()[0], "Boxes")
-        self.assertEqual(sorted(symbols), ["_BoxOpen", "_NSBoxTitle", "_kBoxLimit", "_kBoxNew"])
+        self.assertEqual(sorted(symbols), ["_BoxOpen", "_BoxShake", "_NSBoxTitle", "_kBoxLimit", "_kBoxNew",
+                          "_kBoxWeight"])
         self.assertEqual(sorted(classes), ["NSArray", "NSBox", "NSLid", "NSObject", "NSString"])
 
     def test_support_of_literals(self):

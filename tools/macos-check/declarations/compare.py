@@ -354,8 +354,6 @@ class Comparison:
         theirs = self.pascal.kind(d.name)
         if theirs.family == "unknown":
             self._note("the name is in no description; what it stands for is checked where used")
-        elif d.kind.family == "pointer" and theirs.family in ("pointer", "object"):
-            return
         elif pascal.agrees(d.kind, theirs) is False:
             raise Wrong(f"is {d.kind}, description B has {theirs}")
 

@@ -105,6 +105,7 @@ class Pascal:
         self.written = {}
         self.selectors = set()
         self.variables = {}
+        self._protocols = set()
         self._functions = {}
         self._records = {}
         self._expressions = {}
@@ -160,13 +161,10 @@ class Pascal:
         if sort == "category" and parents:
             return parents.split(",")[0].strip()
         if sort == "protocol":
+            self._protocols.add(name)
             return (external or name.removesuffix("Protocol")) + "Protocol"
         self.classes.add(name)
         return name
-
-    def knows(self, class_name):
-        """Whether there is a class or protocol of this name."""
-        return class_name in self.classes
 
     def function(self, name):
         """The function of this name, or None."""
@@ -208,6 +206,8 @@ class Pascal:
             return BASE_TYPES[name]
         if name in self.classes:
             return Kind("object", name)
+        if name in self._protocols:
+            return Kind("id", name.removesuffix("Protocol"))
         if name in self._records:
             return Kind("struct", name)
         meaning = self._expressions.get(name, "").strip()
@@ -260,8 +260,6 @@ def agrees(ours, theirs, owner=""):
         return True
     if ours.family == "self":
         return theirs == Kind("object", owner)
-    if ours.family == "id" and theirs.name.endswith("Protocol"):
-        return True
     if ours.family == "object":
         return theirs.family == "object" and theirs.name == ours.name
     if ours.family == "struct" and theirs.family == "struct":
