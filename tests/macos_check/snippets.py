@@ -133,6 +133,7 @@ type
 const
   NSBoxShapeRound = 0;
   NSBoxMoodilyCalm = 0;
+  kBoxWildMood = 5;
   NSBoxShapeFlat = 1 shl 3;
   kBoxLimit = FourCharCode('abcd');
   kBoxNegative = -3;

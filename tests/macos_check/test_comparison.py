@@ -200,6 +200,13 @@ class ConstantTest(ComparisonTest):
 
     def test_member_whose_prefix_only_description_b_has(self):
         self.assertConfirmed("enumerator", "NSBoxMoodilyCalm", owner="NSBoxMoods", value=0)
+        self.assertConfirmed("enumerator", "kBoxWildMood", owner="NSBoxMoods", value=5)
+        self.assertWrong("no such member", "enumerator", "kBoxCalmMood", owner="NSBoxMoods",
+                         value=0)
+
+    def test_member_of_c(self):
+        self.assertNote("where its prefix ends", "enumerator", "kNSBoxMoodWild",
+                        owner="NSBoxMoods", value=5)
 
     def test_members_that_description_b_lacks(self):
         self.assertConfirmed("enumerator", "NSBoxMoodWild", owner="NSBoxMoods", value=5)

@@ -308,7 +308,8 @@ class HeadersTest(unittest.TestCase):
 class StubsTest(unittest.TestCase):
     def test_names(self):
         symbols, classes = stub_files.names(descriptions()[0], "Boxes")
-        self.assertEqual(sorted(symbols), ["_BoxOpen", "_BoxShake", "_NSBoxTitle", "_kBoxLimit", "_kBoxNew",
+        self.assertEqual(sorted(symbols),
+                         ["_BoxOpen", "_BoxShake", "_NSBoxTitle", "_kBoxLimit", "_kBoxNew",
                           "_kBoxWeight"])
         self.assertEqual(sorted(classes), ["NSArray", "NSBox", "NSLid", "NSObject", "NSString"])
 
