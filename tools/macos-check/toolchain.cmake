@@ -44,7 +44,9 @@ set(CMAKE_C_FLAGS_INIT "${c_flags}")
 set(CMAKE_CXX_FLAGS_INIT "${cxx_flags}")
 set(CMAKE_OBJC_FLAGS_INIT "${c_flags}${declarations}")
 set(CMAKE_OBJCXX_FLAGS_INIT "${cxx_flags}${declarations}")
-set(CMAKE_EXE_LINKER_FLAGS_INIT "--ld-path=${CMAKE_CURRENT_LIST_DIR}/link -mlinker-version=711")
+set(CMAKE_EXE_LINKER_FLAGS_INIT "--ld-path=${CMAKE_CURRENT_LIST_DIR}/link -mlinker-version=711 -Wno-unused-command-line-argument")
+
+set(CMAKE_USER_MAKE_RULES_OVERRIDE "${CMAKE_CURRENT_LIST_DIR}/rules.cmake")
 
 # Checks of the compiler need no program.
 set(CMAKE_TRY_COMPILE_TARGET_TYPE STATIC_LIBRARY)
