@@ -76,6 +76,7 @@ private Q_SLOTS:
     void noticesACrashedCompositor();
     void seesACompositorThatRunsAlready();
     void accessoryWindowsLeaveTheTaskBar();
+    void accessoryWindowsShownInHasteLeaveItToo();
     void activateGivesTheFocus();
 
 private:
@@ -509,6 +510,23 @@ void PanelWindowX11Test::accessoryWindowsLeaveTheTaskBar()
     QTRY_VERIFY(states().contains(panelStates.at(2)));
     QTRY_VERIFY(states().contains(panelStates.at(3)));
     QVERIFY(!states().contains(panelStates.at(0)));
+}
+
+void PanelWindowX11Test::accessoryWindowsShownInHasteLeaveItToo()
+{
+    const auto isLeftOut = [this] {
+        const QStringList states = m_other->atomNames(panelId(), "_NET_WM_STATE");
+        return states.contains(panelStates.at(2)) && states.contains(panelStates.at(3));
+    };
+    ApplicationShellX11 shell(*X11Connection::current());
+    shell.becomeAccessory();
+    // The window manager may still have to take note of the hiding when the window is back.
+    for (int i = 0; i < 20; ++i) {
+        m_window->show();
+        QVERIFY(QTest::qWaitForWindowExposed(m_window.get()));
+        QVERIFY(QTest::qWaitFor(isLeftOut));
+        m_window->hide();
+    }
 }
 
 void PanelWindowX11Test::activateGivesTheFocus()

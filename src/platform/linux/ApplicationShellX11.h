@@ -4,6 +4,7 @@
 #include "platform/linux/X11Connection.h"
 
 #include <QObject>
+#include <QSet>
 
 namespace quellora {
 
@@ -27,6 +28,8 @@ public:
 private:
     X11Connection m_x11;
     bool m_accessory = false;
+    /// Shown and not yet seen; only compared, never used.
+    QSet<const QWindow *> m_appearing;
 };
 
 } // namespace quellora
