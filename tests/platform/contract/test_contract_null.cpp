@@ -1,0 +1,104 @@
+#include "platform/null/NullPlatform.h"
+
+#include <QWindow>
+#include <QtTest>
+
+using namespace quellora;
+
+namespace {
+
+class SomeDevice : public DeviceInfo
+{
+public:
+    QString osVersion() const override { return QStringLiteral("Some OS 1"); }
+    QString cpuArch() const override { return QStringLiteral("arm64"); }
+};
+
+bool isUnsupported(const Capability &result)
+{
+    return result.state() == Capability::State::Unsupported && !result.reason().isEmpty();
+}
+
+} // namespace
+
+/// Without a desktop every role is there, promises nothing and says so.
+class TestContractNull : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void panelsShowAndHideOnly()
+    {
+        QWindow window;
+        PanelWindow &panel = m_platform.panelWindow();
+        QVERIFY(isUnsupported(panel.applyPanelTraits(window)));
+        QVERIFY(isUnsupported(panel.excludeFromCapture(window)));
+        QVERIFY(isUnsupported(panel.setClickThrough(window, {0, 0, 10, 10})));
+        QVERIFY(isUnsupported(panel.makeKey(window)));
+        QVERIFY(!window.isVisible());
+        QVERIFY(isUnsupported(panel.orderFront(window)));
+        QVERIFY(window.isVisible());
+        QVERIFY(isUnsupported(panel.setClickThrough(window, {})));
+        panel.resignKey(window);
+        QVERIFY(window.isVisible());
+        QVERIFY(!panel.isCompositing());
+        panel.onCompositingChanged([] { QFAIL("nothing composites"); });
+    }
+
+    void noHotkeyRegisters()
+    {
+        GlobalHotkeys &hotkeys = m_platform.globalHotkeys();
+        hotkeys.installHandler([](quint32) { QFAIL("nothing can be pressed"); });
+        const auto result = hotkeys.registerHotkey(QStringLiteral("c"), 8, 0x0100, 0, 1);
+        QVERIFY(result.status != 0);
+        QCOMPARE(result.registration, GlobalHotkeys::Registration(0));
+        hotkeys.unregisterHotkey(1);
+        hotkeys.removeHandler();
+        m_platform.keyMonitor().install([](const KeyDown &) {});
+        m_platform.keyMonitor().remove();
+        m_platform.keyMonitor().remove();
+    }
+
+    void nothingIsPermittedOrThere()
+    {
+        Permissions &permissions = m_platform.permissions();
+        permissions.onChanged([] { QFAIL("nothing changes"); });
+        permissions.requestScreenRecording();
+        QVERIFY(!permissions.isAccessibilityTrusted());
+        QVERIFY(!permissions.isScreenRecordingGranted());
+        m_platform.appearance().onChanged([] { QFAIL("nothing changes"); });
+        m_platform.appearance().onMotionChanged([] { QFAIL("nothing changes"); });
+        QVERIFY(!m_platform.appearance().isDark());
+        QVERIFY(!m_platform.appearance().reducesMotion());
+        m_platform.statusArea().onChanged([] { QFAIL("nothing changes"); });
+        QVERIFY(!m_platform.statusArea().isAvailable());
+        QVERIFY(m_platform.symbols().image(QStringLiteral("gear"), 16, 1).isNull());
+    }
+
+    void nothingIsOpenedOrActivated()
+    {
+        QWindow window;
+        Workspace &workspace = m_platform.workspace();
+        QVERIFY(isUnsupported(workspace.openUrl(QUrl(QStringLiteral("https://a.example")))));
+        QVERIFY(isUnsupported(workspace.openFile(QCoreApplication::applicationFilePath())));
+        QVERIFY(isUnsupported(m_platform.shell().becomeAccessory()));
+        QVERIFY(isUnsupported(m_platform.shell().installEditMenu()));
+        QVERIFY(isUnsupported(m_platform.shell().activate(window)));
+        QVERIFY(window.isVisible());
+    }
+
+    void factsAreThoseOfTheMachine()
+    {
+        QCOMPARE(m_platform.deviceInfo().osVersion(), QStringLiteral("Some OS 1"));
+        QCOMPARE(m_platform.deviceInfo().cpuArch(), QStringLiteral("arm64"));
+        QCOMPARE(m_platform.captureTool().program, QStringLiteral("/bin/capture"));
+        QCOMPARE(m_platform.applicationSupportDirectory(), QStringLiteral("/data"));
+    }
+
+private:
+    NullPlatform m_platform{std::make_unique<SomeDevice>(),
+                            {QStringLiteral("/bin/capture"), {}},
+                            QStringLiteral("/data")};
+};
+
+QTEST_MAIN(TestContractNull)
+#include "test_contract_null.moc"
