@@ -110,7 +110,7 @@ int claimExclusively(quint32 keyCode, quint32 modifiers, bool taken)
 
 int MacHarness::runOtherProgram(int argc, char **argv)
 {
-    return OtherProgram::run(argc, argv, {claimExclusively, windowNumber});
+    return OtherProgram::run(argc, argv, {claimExclusively, windowNumber, true});
 }
 
 QString MacHarness::prepare()

@@ -65,7 +65,8 @@ int OtherProgram::run(int argc, char **argv, const System &system)
     window.setGeometry(QGuiApplication::primaryScreen()->availableGeometry());
     window.show();
     window.raise();
-    window.requestActivate();
+    if (system.asksForKeyboard)
+        window.requestActivate();
     // Commands come one at a time; the end of the test is the end of its output.
     QSocketNotifier commands(fileno(stdin), QSocketNotifier::Read);
     QObject::connect(&commands, &QSocketNotifier::activated, &application, [&system] {

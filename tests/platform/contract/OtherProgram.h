@@ -22,10 +22,13 @@ public:
         std::function<int(quint32 keyCode, quint32 modifiers, bool taken)> claim;
         /// The number that every program knows a window by; QWindow::winId() unless given.
         std::function<quint64(const QWindow &window)> windowNumber;
+        /// Whether a program that starts has to ask for the keyboard. Not where a window manager
+        /// gives it: the request might be served after the test has gone on.
+        bool asksForKeyboard = false;
     };
 
     /// The main function of the other program; returns when the test ends.
-    static int run(int argc, char **argv, const System &system = {});
+    static int run(int argc, char **argv, const System &system);
 
     /// Starts it and waits until its window has the keyboard; null when that failed.
     static std::unique_ptr<OtherProgram> start();

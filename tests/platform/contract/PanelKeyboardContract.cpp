@@ -164,7 +164,8 @@ void PanelKeyboardContract::hidingGivesItBack()
     QCOMPARE(whoHasTheKeyboard(), Receiver::Panel);
     panel().hide();
     CONTRACT_TRY_VERIFY(!harness().isAbove(panel(), other()));
-    QCOMPARE(whoHasTheKeyboard(), Receiver::Other);
+    // A key may get lost while a window manager, too, looks for who is next.
+    CONTRACT_TRY_COMPARE(whoHasTheKeyboard(), Receiver::Other);
     // Shown again it does not bring the keyboard along.
     QVERIFY(showPanel());
     QCOMPARE(whoHasTheKeyboard(), Receiver::Other);

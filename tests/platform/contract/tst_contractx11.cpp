@@ -9,7 +9,7 @@ int main(int argc, char **argv)
 {
     using namespace quellora;
     if (argc > 1 && QByteArray(argv[1]) == OtherProgram::argument)
-        return OtherProgram::run(argc, argv);
+        return OtherProgram::run(argc, argv, {});
     Platform::prepareProcess();
     QGuiApplication application(argc, argv);
     X11Harness desktop;
