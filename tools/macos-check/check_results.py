@@ -1,10 +1,11 @@
 #!/usr/bin/env python3
 """Looks at what the build for macOS has made.
 
-usage: check_results.py REPOSITORY BUILD
+usage: check_results.py [--list-objects] REPOSITORY BUILD
 
 Every source that belongs on macOS was compiled, with and without the stricter declarations, and
 the programs are Mach-O executables for arm64, and the application bundle holds what it promises.
+--list-objects prints the objects of all sources that the build knows, tests included.
 """
 import json
 import shlex
@@ -13,13 +14,25 @@ import sys
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
-root, build = (Path(a).resolve() for a in sys.argv[1:3])
+lists_objects = sys.argv[1] == "--list-objects"
+root, build = (Path(a).resolve() for a in sys.argv[-2:])
 # Sources of other systems, and programs that no Mac needs.
 elsewhere = ["src/platform/linux", "tools/screencapture"]
 
 problems = []
 commands = {Path(c["file"]).resolve(): c
             for c in json.loads((build / "compile_commands.json").read_text())}
+
+
+def object_of(path):
+    """What a source is compiled into, as the build names it."""
+    arguments = shlex.split(commands[path]["command"])
+    return arguments[arguments.index("-o") + 1]
+
+
+if lists_objects:
+    print("\n".join(object_of(path) for path in commands))
+    sys.exit()
 
 
 def own_sources():
@@ -45,14 +58,15 @@ def compile_as_the_system_declares(path):
 
 sources = list(own_sources())
 problems += [f"not compiled for macOS: {p.relative_to(root)}" for p in sources
-             if p not in commands]
+             if p not in commands or not (build / object_of(p)).exists()]
 port = [p for p in sources if p.suffix == ".mm" and p in commands]
 if not port:
     problems.append("no source of the port was compiled")
 with ThreadPoolExecutor() as pool:
     problems += filter(None, pool.map(compile_as_the_system_declares, port))
 
-programs = [build / "bin/Quellora.app/Contents/MacOS/Quellora", build / "bin/quellora-backend"]
+programs = [build / name for name in ("bin/Quellora.app/Contents/MacOS/Quellora",
+                                      "bin/quellora-backend", "tests/tst_contractmac")]
 for program in programs:
     kind = subprocess.run(["file", "-b", program], capture_output=True, text=True).stdout
     if not kind.startswith("Mach-O 64-bit arm64 executable"):
