@@ -53,18 +53,21 @@ public:
     /// shown. Call before the first show; idempotent, may be repeated when the native window was
     /// recreated.
     virtual Capability applyPanelTraits(QWindow &window) = 0;
-    /// Keeps the window out of screen captures and sharing. Call before the first show.
+    /// Keeps the window out of screen captures and sharing. Call before the first show. BestEffort
+    /// where only some ways of capturing leave it out.
     virtual Capability excludeFromCapture(QWindow &window) = 0;
     /// Lets pointer events inside @p responseRect (window coordinates) pass to the application
-    /// underneath; an empty rectangle makes the whole window take events again.
+    /// underneath; an empty rectangle makes the whole window take events again. May be called
+    /// before the first show; stays in force when the window is hidden or gets a new native window.
     virtual Capability setClickThrough(QWindow &window, const QRect &responseRect) = 0;
     /// Shows the window above others without activating the application or taking the focus.
     virtual Capability orderFront(QWindow &window) = 0;
     /// Gives the window the keyboard focus, because the user pressed on something that takes text.
+    /// Never Applied for a window that is not on the screen; hiding the window gives the focus
+    /// back.
     virtual Capability makeKey(QWindow &window) = 0;
     /// Gives the keyboard focus back to the window that had it before makeKey(); without effect
-    /// when
-    /// @p window does not have it.
+    /// when @p window does not have it.
     virtual void resignKey(QWindow &window) = 0;
     /// Whether translucent windows are composited; the panel is drawn opaque and square otherwise.
     virtual bool isCompositing() const = 0;
@@ -96,17 +99,20 @@ public:
     /// Starts delivering presses: @p onPress gets the id given at registration, on the main thread.
     virtual void installHandler(std::function<void(quint32 id)> onPress) = 0;
     virtual void removeHandler() = 0;
-    /// Registers one hot key system-wide.
+    /// Registers one hot key system-wide. A combination that is registered already, by this program
+    /// or, where the system tells, by another one, is refused with a status.
     /// @param key lower-case key name of the key table, e.g. "c", "]"
     /// @param keyCode the key's ANSI virtual key code
     /// @param modifiers combination of Modifier flags
     /// @param signature four-character code of the application
     virtual Result registerHotkey(const QString &key, quint32 keyCode, quint32 modifiers,
                                   quint32 signature, quint32 id) = 0;
+    /// Without effect for a registration that is not in force.
     virtual void unregisterHotkey(Registration registration) = 0;
 };
 
-/// One key going down in a window of this program, as the recorder of a new combo sees it.
+/// One key going down in a window of this program, as the recorder of a new combo sees it. Some
+/// systems report modifier keys by themselves, too, without a character.
 struct KeyDown
 {
     /// Combination of GlobalHotkeys::Modifier flags that are held.
@@ -156,7 +162,8 @@ public:
     virtual void onMotionChanged(std::function<void()> handler) = 0;
 };
 
-/// Opens addresses and files with the user's default programs, without blocking.
+/// Opens addresses and files with the user's default programs, without blocking. What is not to be
+/// handed on (other schemes than those of the web and of mail, missing files) is Unsupported.
 class Workspace
 {
 public:
@@ -218,7 +225,8 @@ struct CaptureTool
     QStringList arguments;
 };
 
-/// All roles of one system. Created once at start; outlives everything that uses it.
+/// All roles of one system. Created once at start; outlives everything that uses it. In every role
+/// a handler that is set replaces the one before.
 class Platform
 {
 public:
