@@ -27,18 +27,17 @@ Capability ApplicationShellX11::activate(QWindow &window)
 
 bool ApplicationShellX11::eventFilter(QObject *watched, QEvent *event)
 {
-    if (event->type() != QEvent::Show && event->type() != QEvent::Expose)
+    const bool isShown = event->type() == QEvent::Show;
+    if (!isShown && event->type() != QEvent::Expose)
         return QObject::eventFilter(watched, event);
-    auto *window = qobject_cast<QWindow *>(watched);
+    const auto *window = qobject_cast<QWindow *>(watched);
     if (!window || !window->isTopLevel())
         return QObject::eventFilter(watched, event);
     // Before the native window is mapped the states are a property. A window manager that is still
-    // busy with hiding the window drops it, so it is asked once more when the window has appeared.
-    if (event->type() == QEvent::Show)
-        m_appearing.insert(window);
-    else if (!window->isExposed() || !m_appearing.remove(window))
-        return QObject::eventFilter(watched, event);
-    addWindowStates(m_x11, *window, {"_NET_WM_STATE_SKIP_TASKBAR", "_NET_WM_STATE_SKIP_PAGER"});
+    // busy with hiding the window drops it, so whoever has the window on the screen is asked again.
+    const QList<QByteArray> states{"_NET_WM_STATE_SKIP_TASKBAR", "_NET_WM_STATE_SKIP_PAGER"};
+    if (isShown || (window->isExposed() && !hasWindowStates(m_x11, *window, states)))
+        addWindowStates(m_x11, *window, states);
     return QObject::eventFilter(watched, event);
 }
 

@@ -4,7 +4,6 @@
 #include "platform/linux/X11Connection.h"
 
 #include <QObject>
-#include <QSet>
 
 namespace quellora {
 
@@ -28,8 +27,6 @@ public:
 private:
     X11Connection m_x11;
     bool m_accessory = false;
-    /// Shown and not yet seen; only compared, never used.
-    QSet<const QWindow *> m_appearing;
 };
 
 } // namespace quellora

@@ -2,6 +2,7 @@
 
 #include <QWindow>
 
+#include <algorithm>
 #include <array>
 
 namespace quellora {
@@ -73,6 +74,15 @@ void addWindowStates(const X11Connection &x11, const QWindow &window,
                             static_cast<uint32_t>(atoms.size()), atoms.constData());
     }
     x11.flush();
+}
+
+bool hasWindowStates(const X11Connection &x11, const QWindow &window,
+                     const QList<QByteArray> &states)
+{
+    const QList<xcb_atom_t> atoms =
+        atomProperty(x11, nativeWindow(window), x11.atom("_NET_WM_STATE"));
+    return std::all_of(states.begin(), states.end(),
+                       [&](const QByteArray &state) { return atoms.contains(x11.atom(state)); });
 }
 
 void showOnAllDesktops(const X11Connection &x11, const QWindow &window)

@@ -17,6 +17,10 @@ xcb_window_t nativeWindow(const QWindow &window);
 void addWindowStates(const X11Connection &x11, const QWindow &window,
                      const QList<QByteArray> &states);
 
+/// Whether the window's property names all of the states.
+bool hasWindowStates(const X11Connection &x11, const QWindow &window,
+                     const QList<QByteArray> &states);
+
 /// Puts the window on every desktop.
 void showOnAllDesktops(const X11Connection &x11, const QWindow &window);
 

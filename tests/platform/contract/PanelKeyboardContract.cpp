@@ -105,8 +105,10 @@ void PanelKeyboardContract::resignKeyGivesItBackToOurOwnWindow()
     QVERIFY(QTest::qWaitForWindowExposed(&own));
     CONTRACT_TRY_VERIFY(harness().isProgramInFront());
     QVERIFY(showPanel());
-    QVERIFY(hasHappened(role().makeKey(panel())));
-    QCOMPARE(whoHasTheKeyboard(), Receiver::Panel);
+    // A window manager may still be giving our window the keyboard: ask again then.
+    CONTRACT_TRY_VERIFY(hasHappened(role().makeKey(panel())) &&
+                        whoHasTheKeyboard() == Receiver::Panel);
+    own.keys.clear();
     role().resignKey(panel());
     QVERIFY(harness().press({{QStringLiteral("j"), 0}}));
     CONTRACT_TRY_COMPARE(own.keys, QStringList{QStringLiteral("j")});
