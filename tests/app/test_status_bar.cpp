@@ -1,0 +1,55 @@
+#include "app/QtStatusBar.h"
+#include "fakes/FakePlatform.h"
+
+#include <QTest>
+
+using namespace quellora;
+
+namespace {
+
+QImage drawing()
+{
+    QImage image(16, 16, QImage::Format_ARGB32_Premultiplied);
+    image.fill(Qt::black);
+    return image;
+}
+
+} // namespace
+
+class TestStatusBar : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void bundledDrawingsServeWhereTheSystemHasNone()
+    {
+        FakeStatusArea area;
+        FakeSymbols symbols;
+        const auto item = QtStatusBar(area, symbols).makeItem();
+        QVERIFY(item->setSymbol("gear", "Quellora"));
+        QVERIFY(!item->setSymbol("bolt", "Quellora"));
+        QVERIFY(!item->setSymbol(QString(), "Quellora"));
+    }
+
+    void symbolsOfTheSystemServe()
+    {
+        FakeStatusArea area;
+        FakeSymbols symbols;
+        symbols.images.insert("bolt", drawing());
+        const auto item = QtStatusBar(area, symbols).makeItem();
+        QVERIFY(item->setSymbol("bolt", "Quellora"));
+        QVERIFY(!item->setSymbol("leaf", "Quellora"));
+    }
+
+    void hasAButtonWhereThereIsAnArea()
+    {
+        FakeStatusArea area;
+        FakeSymbols symbols;
+        const auto item = QtStatusBar(area, symbols).makeItem();
+        QVERIFY(item->hasButton());
+        area.available = false;
+        QVERIFY(!item->hasButton());
+    }
+};
+
+QTEST_MAIN(TestStatusBar)
+#include "test_status_bar.moc"
