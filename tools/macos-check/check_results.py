@@ -11,6 +11,7 @@ import json
 import shlex
 import subprocess
 import sys
+from collections import defaultdict
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
@@ -20,18 +21,21 @@ root, build = (Path(a).resolve() for a in sys.argv[-2:])
 elsewhere = ["src/platform/linux", "tools/screencapture"]
 
 problems = []
-commands = {Path(c["file"]).resolve(): c
-            for c in json.loads((build / "compile_commands.json").read_text())}
+# A source may be part of several targets, of which not all are built.
+commands = defaultdict(list)
+for entry in json.loads((build / "compile_commands.json").read_text()):
+    commands[Path(entry["file"]).resolve()].append(entry)
 
 
-def object_of(path):
+def objects_of(path):
     """What a source is compiled into, as the build names it."""
-    arguments = shlex.split(commands[path]["command"])
-    return arguments[arguments.index("-o") + 1]
+    for entry in commands[path]:
+        arguments = shlex.split(entry["command"])
+        yield arguments[arguments.index("-o") + 1]
 
 
 if lists_objects:
-    print("\n".join(object_of(path) for path in commands))
+    print("\n".join(name for path in commands for name in objects_of(path)))
     sys.exit()
 
 
@@ -46,20 +50,20 @@ def own_sources():
 
 def compile_as_the_system_declares(path):
     """Compiles a source of the port against the looser option types of the system's headers."""
-    command = [a for a in shlex.split(commands[path]["command"]) if a != "-DSDK_STRICT"]
+    command = [a for a in shlex.split(commands[path][0]["command"]) if a != "-DSDK_STRICT"]
     # Without the compiler's cache, which has nothing of it.
     command = command[1:] if command[0].endswith("ccache") else command
     output = command.index("-o")
     command[output:output + 2] = ["-fsyntax-only"]
-    result = subprocess.run(command, cwd=commands[path]["directory"], capture_output=True,
+    result = subprocess.run(command, cwd=commands[path][0]["directory"], capture_output=True,
                             text=True)
     return f"{path.relative_to(root)}:\n{result.stderr}" if result.returncode else None
 
 
 sources = list(own_sources())
 problems += [f"not compiled for macOS: {p.relative_to(root)}" for p in sources
-             if p not in commands or not (build / object_of(p)).exists()]
-port = [p for p in sources if p.suffix == ".mm" and p in commands]
+             if not any((build / name).exists() for name in objects_of(p))]
+port = [p for p in sources if p.suffix == ".mm" and commands[p]]
 if not port:
     problems.append("no source of the port was compiled")
 with ThreadPoolExecutor() as pool:
