@@ -55,13 +55,14 @@ class PortCompiler:
     What the sources include of the toolkit and the standard library is compiled once, ahead.
     """
 
-    def __init__(self, build, scratch):
+    def __init__(self, build, scratch=None):
+        """`scratch` is a folder for what prepare() makes."""
         entries = json.loads((build / "compile_commands.json").read_text())
         self.commands = {Path(e["file"]).name: Command(e) for e in entries
                          if Path(e["file"]).resolve().parent == port_folder
                          and e["file"].endswith(".mm")}
         if not self.commands:
-            raise SystemExit(f"selftest: {build} compiles no source of the port")
+            raise SystemExit(f"{build} compiles no source of the port")
         self._scratch = scratch
         self._ahead = {}
 
