@@ -14,17 +14,9 @@
 #include <QTimer>
 
 #include <chrono>
-#include <cstdlib>
 #include <utility>
 
 namespace quellora {
-
-namespace {
-
-// The one that runs; for the way out below.
-Application *running = nullptr;
-
-} // namespace
 
 Application::Application(std::unique_ptr<SingleInstance> instance)
     : m_instance(std::move(instance))
@@ -45,6 +37,7 @@ Application::Application(std::unique_ptr<SingleInstance> instance)
     , m_store(m_platform->applicationSupportDirectory())
     , m_saver(m_store)
     , m_library(m_store, m_saver)
+    , m_emergencyExit([this] { finishWriting(); })
     , m_logShipper(m_network, m_endpoints.logsUpload())
     , m_statusBar(m_platform->statusArea(), m_platform->symbols())
     , m_delegate(std::make_unique<AppDelegate>(collaborators()))
@@ -57,20 +50,15 @@ Application::Application(std::unique_ptr<SingleInstance> instance)
     initializeUi();
     prepareQmlEngine(m_engine);
     followMotion(m_engine, m_platform->appearance());
-    running = this;
-    // When the display goes away the toolkit ends the process from within, past every destructor.
-    std::atexit([] {
-        if (running)
-            running->finishWriting();
-    });
+    Platform::leaveWithDisplay(&EmergencyExit::leave);
 }
 
 Application::~Application()
 {
-    running = nullptr;
     // Windows go before the engine that made them.
     m_delegate.reset();
     m_nextView.reset();
+    finishWriting();
 }
 
 void Application::finishWriting()
@@ -85,7 +73,12 @@ int Application::run()
             [this] { m_delegate->applicationWillTerminate(); });
     m_instance->listen([this] { m_delegate->startedAgain(); });
     QMetaObject::invokeMethod(
-        this, [this] { m_delegate->applicationDidFinishLaunching(); }, Qt::QueuedConnection);
+        this,
+        [this] {
+            m_delegate->applicationDidFinishLaunching();
+            m_emergencyExit.comeFirst();
+        },
+        Qt::QueuedConnection);
     Log::event(QStringLiteral("[main] Delegate assigned, entering run loop"));
     return QCoreApplication::exec();
 }
@@ -134,6 +127,7 @@ std::unique_ptr<OverlayPresenter> Application::makeOverlay(const VantiroConfig &
     std::unique_ptr<ResponseView> view = std::move(m_nextView);
     if (!view)
         view = std::make_unique<ResponseView>();
+    m_emergencyExit.comeFirst();
     return std::make_unique<OverlayWindowController>(
         config,
         OverlayWindowController::Collaborators{

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/AppDelegate.h"
+#include "app/EmergencyExit.h"
 #include "app/LogShipper.h"
 #include "app/NotificationCenter.h"
 #include "app/PermissionChecker.h"
@@ -42,10 +43,9 @@ public:
     /// Runs the event loop until the application quits; returns the exit code.
     int run();
 
+private:
     /// Waits until threads and preferences are on disk.
     void finishWriting();
-
-private:
     std::unique_ptr<LoginPresenter> makeLogin();
     std::unique_ptr<OverlayPresenter> makeOverlay(const VantiroConfig &config);
     std::unique_ptr<MenuBarController> makeMenuBar();
@@ -68,6 +68,7 @@ private:
     CaptureSessionStore m_store;
     BackgroundThreadSaver m_saver;
     StoredThreadLibrary m_library;
+    EmergencyExit m_emergencyExit;
     LogShipper m_logShipper;
     QtStatusBar m_statusBar;
     QQmlEngine m_engine;

@@ -253,6 +253,11 @@ public:
     /// To be called before the application object exists: environment and attributes that the
     /// windowing system reads at start.
     static void prepareProcess();
+    /// To be called with the application object there: when the display goes away under the
+    /// program,
+    /// @p leave is called on any thread that notices, perhaps on several, and must not return. Does
+    /// nothing where the system ends its programs in order.
+    static void leaveWithDisplay(void (*leave)());
     /// Tells the display sessions of one user apart, e.g. ":0"; callable at any time.
     static QString displaySession();
     /// The port for the running windowing system; needs the application object. Falls back to the

@@ -35,6 +35,11 @@ void Platform::prepareProcess()
     QSurfaceFormat::setDefaultFormat(format);
 }
 
+void Platform::leaveWithDisplay(void (*leave)())
+{
+    X11Connection::setLossHandler(leave);
+}
+
 QString Platform::displaySession()
 {
     const QString x11 = qEnvironmentVariable("DISPLAY");

@@ -10,6 +10,18 @@
 
 namespace quellora {
 
+namespace {
+
+void (*lossHandler)() = nullptr;
+
+int onLoss(Display *)
+{
+    lossHandler();
+    return 0;
+}
+
+} // namespace
+
 X11Connection::X11Connection(xcb_connection_t *connection, xcb_window_t root, int screenNumber)
     : m_connection(connection), m_root(root), m_screenNumber(screenNumber)
 {}
@@ -26,6 +38,12 @@ std::optional<X11Connection> X11Connection::current()
     if (!screen)
         return std::nullopt;
     return X11Connection(x11->connection(), screen->root, screenNumber);
+}
+
+void X11Connection::setLossHandler(void (*leave)())
+{
+    lossHandler = leave;
+    XSetIOErrorHandler(leave ? &onLoss : nullptr);
 }
 
 xcb_atom_t X11Connection::atom(const QByteArray &name) const

@@ -26,6 +26,10 @@ class X11Connection
 public:
     /// Absent when the application does not run on X11.
     static std::optional<X11Connection> current();
+    /// Calls @p leave, which must not return, on a thread whose connection to the server is lost,
+    /// in place of the exit() of Xlib. For every connection of the process that goes through Xlib,
+    /// the drawing threads' included; the toolkit looks after its event loop's itself.
+    static void setLossHandler(void (*leave)());
 
     xcb_connection_t *get() const { return m_connection; }
     xcb_window_t root() const { return m_root; }

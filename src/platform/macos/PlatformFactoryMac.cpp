@@ -43,6 +43,11 @@ void Platform::prepareProcess()
     QSurfaceFormat::setDefaultFormat(format);
 }
 
+void Platform::leaveWithDisplay(void (*)())
+{
+    // Logging out asks every program to quit first.
+}
+
 QString Platform::displaySession()
 {
     // A user has one at a time.
