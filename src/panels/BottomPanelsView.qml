@@ -102,6 +102,10 @@ FocusScope {
             }
             ModelList {
                 id: modelList
+                objectName: "modelCard"
+
+                property real progress: layout.isModelListOpen ? 1 : 0
+
                 panels: view.panels
                 compact: view.compact
                 y: firstLaunch.visible ? firstLaunch.y + firstLaunch.height + layout.gap
@@ -109,10 +113,10 @@ FocusScope {
                 width: parent.width
                 height: layout.modelListHeight
                 visible: layout.isModelListOpen
-                opacity: visible ? 1 : 0
+                opacity: Tokens.opacityStep(progress)
                 onClosed: view.closeModelList()
 
-                Behavior on opacity {
+                Behavior on progress {
                     NumberAnimation {
                         duration: Tokens.menuTime
                         easing.type: Easing.Bezier

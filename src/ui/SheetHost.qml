@@ -35,7 +35,7 @@ FocusScope {
     Item {
         anchors.fill: parent
         clip: host.cornerRadius > 0
-        opacity: host.progress
+        opacity: Tokens.opacityStep(host.progress)
         visible: host.panelWidth > 0
 
         Rectangle {
@@ -58,7 +58,7 @@ FocusScope {
         x: Math.round(-Tokens.sheetShift * (1 - host.progress))
         width: host.panelWidth > 0 ? Math.min(host.panelWidth, host.width) : host.width
         height: host.height
-        opacity: host.progress
+        opacity: Tokens.opacityStep(host.progress)
         Accessible.role: Accessible.Pane
         Accessible.name: host.name
 

@@ -18,6 +18,11 @@ QtObject {
     function faded(color, share) {
         return Qt.rgba(color.r, color.g, color.b, color.a * share)
     }
+    /// An opacity in steps that a pixel can show. A fade that ends flat passes values so close to 1
+    /// that the software renderer takes the last step for none and goes on blending.
+    function opacityStep(opacity) {
+        return Math.round(opacity * 255) / 255
+    }
     function sheet(dark) {
         return dark ? tokens.sheetDark : tokens.sheetLight
     }

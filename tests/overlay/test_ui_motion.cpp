@@ -1,5 +1,8 @@
 #include "OverlayDriver.h"
 
+#include <cmath>
+#include <utility>
+
 using namespace quellora;
 
 /// What moves when the system asks for less movement: nothing.
@@ -46,6 +49,32 @@ private Q_SLOTS:
         QTRY_COMPARE(panel->opacity(), 1.0);
         QVERIFY(fades.size() > 1);
         QCOMPARE(places, QList<qreal>{});
+    }
+
+    /// The software renderer would take a value next to 1 for 1 and go on blending.
+    void fadesGoInStepsOfAPixel_data()
+    {
+        QTest::addColumn<bool>("isSheet");
+        QTest::newRow("sheet") << true;
+        QTest::newRow("list of models") << false;
+    }
+    void fadesGoInStepsOfAPixel()
+    {
+        QFETCH(bool, isSheet);
+        f().addThreads();
+        show();
+        const QQuickItem *item =
+            isSheet ? f().find("historySearch")->parentItem()->parentItem() : f().find("modelCard");
+        QList<qreal> fades;
+        connect(item, &QQuickItem::opacityChanged, this, [&] { fades << item->opacity() * 255; });
+        if (isSheet)
+            f().history.historyButtonClicked();
+        else
+            click("modelPicker");
+        QTRY_COMPARE(item->opacity(), 1.0);
+        QVERIFY(fades.size() > 1);
+        for (const qreal fade : std::as_const(fades))
+            QVERIFY2(std::abs(fade - std::round(fade)) < 1e-9, qPrintable(QString::number(fade)));
     }
 };
 
