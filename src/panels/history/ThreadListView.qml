@@ -91,6 +91,10 @@ ListView {
             if (last < list.keptRow)
                 list.keptRow -= last - first + 1
         }
+        /// A part of the list is in: no key or frame may come before all is back in its place.
+        function onProgressChanged() {
+            list.returnToPlace()
+        }
         function onModelReset() {
             list.forgetPlace()
             list.rest()
