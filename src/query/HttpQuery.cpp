@@ -5,6 +5,7 @@
 
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QTimer>
 
 #include <algorithm>
 #include <limits>
@@ -126,13 +127,17 @@ void HttpQuery::readAvailable()
 void HttpQuery::continueLater()
 {
     m_continuing = true;
-    QMetaObject::invokeMethod(
-        this,
-        [this] {
-            m_continuing = false;
+    // After a pause: a posted event would come again before most of what the page engine has to do,
+    // and a flood would keep the page from appearing.
+    QTimer::singleShot(pauseBetweenTurns, this, [this] {
+        m_continuing = false;
+        if (m_over)
+            return;
+        if (m_reply && m_reply->isFinished())
+            replyFinished();
+        else
             readAvailable();
-        },
-        Qt::QueuedConnection);
+    });
 }
 
 void HttpQuery::collectRefusal()
@@ -192,19 +197,16 @@ void HttpQuery::replyFinished()
 {
     if (m_over)
         return;
-    if (m_delivering || m_continuing) {
-        // Within a slot's own event loop, or before all has been handed on: come back afterwards.
+    if (m_delivering) {
+        // Within a slot's own event loop: come back afterwards.
         QMetaObject::invokeMethod(this, &HttpQuery::replyFinished, Qt::QueuedConnection);
         return;
     }
     const QPointer<HttpQuery> self(this);
     readAvailable();
-    if (!self || m_over)
+    // Before all has been handed on, the next turn comes back here.
+    if (!self || m_over || m_continuing)
         return;
-    if (m_continuing) {
-        QMetaObject::invokeMethod(this, &HttpQuery::replyFinished, Qt::QueuedConnection);
-        return;
-    }
 
     switch (m_body) {
     case Body::Unknown:

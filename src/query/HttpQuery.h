@@ -6,6 +6,7 @@
 #include <QNetworkReply>
 #include <QPointer>
 
+#include <chrono>
 #include <optional>
 
 namespace quellora {
@@ -22,6 +23,8 @@ public:
     /// What one turn of the event loop hands on or reads at most.
     static constexpr int maxEventsPerTurn = 256;
     static constexpr qint64 maxBytesPerTurn = 256 * 1024;
+    /// Between two turns.
+    static constexpr std::chrono::milliseconds pauseBetweenTurns{1};
 
     /// A query that fails with @p error as soon as the event loop runs.
     explicit HttpQuery(const QueryError &error);

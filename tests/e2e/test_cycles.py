@@ -106,6 +106,7 @@ class CyclesTest(E2ECase):
         self.tray.wait_item()
         mark = app.mark()
         self.desktop.press("ctrl+alt+super+c")
+        app.wait_for_line("[OverlayWindowController] Capture & Send triggered", since=mark)
         self.tray.choose("Sign Out")
         app.wait_for_line(EXPIRED, since=mark)
         self.desktop.wait_for_active("Quellora")

@@ -20,7 +20,7 @@ namespace quellora {
 /// Runs the event loop until @p condition holds or the time is over; returns whether it holds. The
 /// engine needs the loop running: QTest's own waiting sleeps between its events.
 template <typename Condition>
-bool runUntil(Condition condition, std::chrono::milliseconds timeout = std::chrono::seconds(30))
+bool runUntil(Condition condition, std::chrono::milliseconds timeout = std::chrono::seconds(60))
 {
     QElapsedTimer clock;
     clock.start();

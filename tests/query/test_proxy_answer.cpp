@@ -2,6 +2,7 @@
 #include "query/HttpQuery.h"
 
 #include <algorithm>
+#include <functional>
 
 using namespace quellora;
 using Kind = QueryError::Kind;
@@ -31,6 +32,7 @@ private Q_SLOTS:
     void outlivesTheService();
     void endsWithTheNetworkManager();
     void floodOfTinyChunksLeavesTheThreadFree();
+    void floodLetsOthersWorkMeanwhile();
     void floodThatIsCancelledStops();
     void oneHugeChunkIsWhole();
 };
@@ -282,6 +284,31 @@ void TestProxyAnswer::floodOfTinyChunksLeavesTheThreadFree()
     QVERIFY(answer == expected);
     QVERIFY2(most <= 2 * HttpQuery::maxEventsPerTurn, qPrintable(QString::number(most)));
     QCOMPARE(m_log->lines, QStringList());
+}
+
+void TestProxyAnswer::floodLetsOthersWorkMeanwhile()
+{
+    constexpr int events = 100 * HttpQuery::maxEventsPerTurn;
+    m_server->answerWith(ScriptedHttpServer::streamHeader() + chunkLine("a").repeated(events) +
+                             doneLine,
+                         Ending::Close);
+    RunningQuery *query = start();
+    QueryRecorder recorder(query);
+    // As the page engine does it: each piece of work posts the next one.
+    bool isFlood = false;
+    int worked = 0;
+    QObject others;
+    std::function<void()> work = [&] {
+        worked += isFlood ? 1 : 0;
+        if (!recorder.outcome)
+            QMetaObject::invokeMethod(&others, work, Qt::QueuedConnection);
+    };
+    connect(query, &RunningQuery::firstByte, this, [&] { isFlood = true; });
+    work();
+    QVERIFY(recorder.waitForOutcome());
+    QVERIFY(recorder.outcome->has_value());
+    // Far more than one piece for each slice of the flood.
+    QVERIFY2(worked > 5 * 100, qPrintable(QString::number(worked)));
 }
 
 void TestProxyAnswer::floodThatIsCancelledStops()

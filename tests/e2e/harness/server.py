@@ -121,8 +121,9 @@ class Connection:
         self._socket.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
         self._socket.close()
 
-    def wait_closed(self, timeout=PATIENCE):
-        """Waits until the client ends the connection; false when it does not."""
+    def wait_closed(self, timeout=None):
+        """Waits until the client ends the connection; false when it does not in this time, or not
+        before the server stops."""
         ready, _, _ = select.select([self._socket, self._server.stopping], [], [], timeout)
         if self._socket not in ready:
             return False
