@@ -107,6 +107,14 @@ struct OverlayFixture
         payload.bodyMarkdown = body;
         return payload;
     }
+    /// The item that shows the answer, without a page engine.
+    static QUrl emptyResponse()
+    {
+        const char *item = "import QtQuick\nItem { objectName: \"response\"; "
+                           "property QtObject host; property bool reducedMotion }";
+        return QUrl(QStringLiteral("data:text/plain,") +
+                    QString::fromLatin1(QByteArray(item).toPercentEncoding()));
+    }
     static AdminMessagePayload blocking()
     {
         auto payload = message(

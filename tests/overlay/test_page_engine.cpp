@@ -25,6 +25,7 @@ class TestPageEngine : public EnginePageTest
 private slots:
     void rendersMarkdownWithoutNetwork();
     void hintAndIndicator();
+    void nothingMovesWhenMotionIsReduced();
     void specialCharactersShowLiterally();
     void facesAreTheBundledOnes();
     void threadShowsEverything();
@@ -85,6 +86,26 @@ void TestPageEngine::hintAndIndicator()
              QStringLiteral("Hit Ctrl+C to capture screen → Claude responds here"));
     QVERIFY(finished(m_display->loadContent(QStringLiteral("__LOADING__"))));
     QCOMPARE(m_engine->text(indicator), QStringLiteral("block"));
+}
+
+void TestPageEngine::nothingMovesWhenMotionIsReduced()
+{
+    const QString moving = QStringLiteral("document.getAnimations().length");
+    const QString indicator = QStringLiteral("__LOADING__");
+    QVERIFY(finished(m_display->loadContent(indicator)));
+    ENGINE_TRY_COMPARE(m_engine->value(moving).toInt(), 1);
+    // The page that is there, and the next ones; back again, too.
+    m_engine->view.setMotionReduced(true);
+    ENGINE_TRY_COMPARE(m_engine->value(moving).toInt(), 0);
+    QVERIFY(finished(m_display->loadContent(indicator)));
+    QCOMPARE(m_engine->value(moving).toInt(), 0);
+    QVERIFY(finished(m_display->loadStreamingShell(std::nullopt, QStringLiteral("q"),
+                                                   QDateTime::currentDateTime(), std::nullopt)));
+    QCOMPARE(m_engine->value(QStringLiteral("document.querySelectorAll('.dot').length")).toInt(),
+             3);
+    QCOMPARE(m_engine->value(moving).toInt(), 0);
+    m_engine->view.setMotionReduced(false);
+    ENGINE_TRY_COMPARE(m_engine->value(moving).toInt(), 3);
 }
 
 void TestPageEngine::specialCharactersShowLiterally()

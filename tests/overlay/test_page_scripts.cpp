@@ -20,7 +20,7 @@ private slots:
 void TestPageScripts::sendsInvokeMessages()
 {
     QString bridge;
-    for (const QVariant &value : pagescripts::userScripts()) {
+    for (const QVariant &value : pagescripts::userScripts(false)) {
         const auto script = value.value<QWebEngineScript>();
         if (script.name() == QStringLiteral("bridge"))
             bridge = script.sourceCode();
@@ -50,8 +50,8 @@ void TestPageScripts::sendsInvokeMessages()
 
 void TestPageScripts::scriptsRunWhereTheyMust()
 {
-    const QVariantList scripts = pagescripts::userScripts();
-    QCOMPARE(scripts.size(), 5);
+    const QVariantList scripts = pagescripts::userScripts(false);
+    QCOMPARE(scripts.size(), 6);
     for (const QVariant &value : scripts) {
         const auto script = value.value<QWebEngineScript>();
         QCOMPARE(script.injectionPoint(), QWebEngineScript::DocumentCreation);
@@ -60,6 +60,7 @@ void TestPageScripts::scriptsRunWhereTheyMust()
         QCOMPARE(script.runsOnSubFrames(), script.name() == QStringLiteral("no-peer-connections"));
         QVERIFY(!script.sourceCode().contains(QStringLiteral("%inter-400%")));
         QVERIFY(!script.sourceCode().contains(QStringLiteral("%parts%")));
+        QVERIFY(!script.sourceCode().contains(QStringLiteral("%reduced%")));
     }
 }
 

@@ -33,6 +33,19 @@ private Q_SLOTS:
         QVERIFY(isStill());
     }
 
+    void thePageIsTold()
+    {
+        FakeAppearance system;
+        followMotion(f().engine, system);
+        f().responseView = OverlayFixture::emptyResponse();
+        show();
+        QTRY_VERIFY(f().find("response"));
+        const QQuickItem *page = f().find("response");
+        QVERIFY(!page->property("reducedMotion").toBool());
+        system.setReducesMotion(true);
+        QVERIFY(page->property("reducedMotion").toBool());
+    }
+
     void sheetsFadeInPlace()
     {
         FakeAppearance system;

@@ -245,8 +245,7 @@ private Q_SLOTS:
 
     void theAnswerIsCreatedAfterTheFirstFrame()
     {
-        f().responseView = QUrl(QStringLiteral("data:text/plain,import%20QtQuick%0AItem%20%7B%20"
-                                               "property%20QtObject%20host%20%7D"));
+        f().responseView = OverlayFixture::emptyResponse();
         f().panel.setContent(f().engine, {f().overlay, f().panels, f().menu, f().scrollbar,
                                           f().responseView, nullptr});
         QVERIFY(!f().panel.overlayItem()->property("isResponseActive").toBool());

@@ -263,8 +263,7 @@ private Q_SLOTS:
 
     void f6ReachesTheAnswer()
     {
-        f().responseView = QUrl(QStringLiteral("data:text/plain,import%20QtQuick%0AItem%20%7B%20"
-                                               "property%20QtObject%20host%20%7D"));
+        f().responseView = OverlayFixture::emptyResponse();
         showActive();
         QTRY_VERIFY(f().find("responseLoader")->property("item").value<QObject *>());
         QTest::keyClick(&f().panel, Qt::Key_F6);

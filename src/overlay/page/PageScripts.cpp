@@ -53,7 +53,12 @@ QVariant script(const QString &name, const QByteArray &code, QWebEngineScript::I
 
 } // namespace
 
-QVariantList userScripts()
+QString motionScript(bool isReduced)
+{
+    return QString::fromUtf8(source("motion").replace("%reduced%", isReduced ? "true" : "false"));
+}
+
+QVariantList userScripts(bool isMotionReduced)
 {
     return {
         script(QStringLiteral("bridge"), bridgeScript(), QWebEngineScript::DocumentCreation, false),
@@ -63,6 +68,8 @@ QVariantList userScripts()
         script(QStringLiteral("page-name"), source("page-name"), QWebEngineScript::DocumentCreation,
                false),
         script(QStringLiteral("text-color"), source("text-color"),
+               QWebEngineScript::DocumentCreation, false),
+        script(QStringLiteral("motion"), motionScript(isMotionReduced).toUtf8(),
                QWebEngineScript::DocumentCreation, false),
     };
 }

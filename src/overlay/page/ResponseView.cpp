@@ -60,7 +60,16 @@ QObject *ResponseView::profile()
 
 QVariantList ResponseView::userScripts() const
 {
-    return pagescripts::userScripts();
+    return pagescripts::userScripts(m_isMotionReduced);
+}
+
+void ResponseView::setMotionReduced(bool isReduced)
+{
+    if (isReduced == m_isMotionReduced)
+        return;
+    m_isMotionReduced = isReduced;
+    emit userScriptsChanged();
+    evaluate(pagescripts::motionScript(isReduced));
 }
 
 void ResponseView::warmUp(QQmlEngine &engine)

@@ -61,6 +61,8 @@ public:
     QObject *bridge() { return &m_bridge; }
     /// Scripts that run in every page, as the engine's script collection takes them.
     Q_INVOKABLE QVariantList userScripts() const;
+    /// Whether things stand still in this page and the next ones.
+    Q_INVOKABLE void setMotionReduced(bool isReduced);
 
     /// Called by the engine's item.
     Q_INVOKABLE bool mayNavigate(const QUrl &url);
@@ -71,6 +73,7 @@ public:
     Q_INVOKABLE void onRenderProcessTerminated(int status, int exitCode);
 
 signals:
+    void userScriptsChanged();
     /// To the engine's item.
     void navigateTo(const QUrl &url);
     void scriptRequested(const QString &script, double token);
@@ -106,6 +109,7 @@ private:
     /// Navigations of ours that the engine has not announced yet.
     QSet<LoadId> m_expectedNavigations;
     bool m_loadReported = false;
+    bool m_isMotionReduced = false;
 };
 
 } // namespace quellora

@@ -7,12 +7,20 @@ Item {
 
     /// The ResponseHost whose page is shown here.
     property ResponseHost host
+    /// Things in the page stand still.
+    property bool reducedMotion: false
 
     Accessible.role: Accessible.Pane
     Accessible.name: qsTr("Response")
 
     onHostChanged: {
+        if (!host)
+            return;
+        host.setMotionReduced(reducedMotion);
+        host.attachTo(root);
+    }
+    onReducedMotionChanged: {
         if (host)
-            host.attachTo(root);
+            host.setMotionReduced(reducedMotion);
     }
 }

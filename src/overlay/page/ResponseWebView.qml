@@ -51,6 +51,9 @@ WebEngineView {
     Connections {
         target: view.host
 
+        function onUserScriptsChanged() {
+            view.userScripts.collection = view.host.userScripts();
+        }
         function onNavigateTo(url) {
             view.url = url;
         }

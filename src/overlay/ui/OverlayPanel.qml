@@ -164,6 +164,11 @@ FocusScope {
             objectName: "responseLoader"
             anchors.fill: parent
         }
+        Binding {
+            target: response.item
+            property: "reducedMotion"
+            value: Tokens.reducedMotion
+        }
     }
     ResponseScrollbarView {
         objectName: "responseScrollbar"
