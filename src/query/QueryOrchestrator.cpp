@@ -10,6 +10,7 @@
 #include "query/ActiveQuery.h"
 #include "query/AnswerDisplay.h"
 #include "query/ContextPrompt.h"
+#include "query/FailureReport.h"
 #include "query/ProxyQueryService.h"
 #include "query/ServiceMessages.h"
 
@@ -24,14 +25,6 @@ void log(const QString &message)
 {
     Log::event(QStringLiteral("[OverlayWindowController] ") + message);
 }
-
-QString errorPage(const QString &title, const QString &text)
-{
-    return QStringLiteral("**") + title + QStringLiteral(":**\n```\n") + text +
-           QStringLiteral("\n```");
-}
-
-using CaptureErrorKind = ScreenshotCapture::CaptureError::Kind;
 
 } // namespace
 
@@ -105,14 +98,8 @@ void QueryOrchestrator::captureAndSendFinished(const ScreenshotCapture::Outcome 
                                                const QDateTime &queryStart)
 {
     if (!outcome) {
-        if (outcome.error().kind == CaptureErrorKind::ProtectedContent) {
-            log(QStringLiteral(
-                "Capture & Send aborted — near-black frame (protected content suspected)"));
-            m_with.messages.handleProtectedContentCapture();
-            return;
-        }
-        log(QStringLiteral("ERROR: Screenshot capture failed: ") + outcome.error().description());
-        showCaptureError(outcome.error());
+        captureFailed(outcome.error(), QStringLiteral("Capture & Send"),
+                      QStringLiteral("Screenshot capture"));
         return;
     }
     const QString prompt = PromptConfig::current(m_with.defaults, m_with.session.currentConfig());
@@ -130,14 +117,8 @@ void QueryOrchestrator::captureAndSendFinished(const ScreenshotCapture::Outcome 
 void QueryOrchestrator::captureNoSendFinished(const ScreenshotCapture::Outcome &outcome)
 {
     if (!outcome) {
-        if (outcome.error().kind == CaptureErrorKind::ProtectedContent) {
-            log(QStringLiteral(
-                "Capture (no send) aborted — near-black frame (protected content suspected)"));
-            m_with.messages.handleProtectedContentCapture();
-            return;
-        }
-        log(QStringLiteral("ERROR: Capture (no send) failed: ") + outcome.error().description());
-        showCaptureError(outcome.error());
+        captureFailed(outcome.error(), QStringLiteral("Capture (no send)"),
+                      QStringLiteral("Capture (no send)"));
         return;
     }
     CaptureSession session = m_with.threads.takeOrCreate();
@@ -147,17 +128,23 @@ void QueryOrchestrator::captureNoSendFinished(const ScreenshotCapture::Outcome &
     Q_EMIT captureSucceeded();
 }
 
-void QueryOrchestrator::showCaptureError(const ScreenshotCapture::CaptureError &error)
+void QueryOrchestrator::captureFailed(const ScreenshotCapture::CaptureError &error,
+                                      const QString &action, const QString &step)
 {
-    leavePage();
-    m_with.display.loadContent(errorPage(QStringLiteral("Capture Error"), error.description()));
-    m_with.display.showWindow();
+    if (error.kind == ScreenshotCapture::CaptureError::Kind::ProtectedContent) {
+        log(action + QStringLiteral(" aborted — near-black frame (protected content suspected)"));
+        m_with.messages.handleProtectedContentCapture();
+        return;
+    }
+    log(QStringLiteral("ERROR: ") + step + QStringLiteral(" failed: ") + error.description());
+    showErrorPage(QStringLiteral("Capture Error"), error.description());
 }
 
-void QueryOrchestrator::showErrorPage(const QString &text)
+void QueryOrchestrator::showErrorPage(const QString &title, const QString &text)
 {
     leavePage();
-    m_with.display.loadContent(errorPage(QStringLiteral("Error"), text));
+    m_with.display.loadContent(QStringLiteral("**") + title + QStringLiteral(":**\n```\n") + text +
+                               QStringLiteral("\n```"));
     m_with.display.showWindow();
 }
 
@@ -204,7 +191,8 @@ void QueryOrchestrator::runQuery(const QString &apiPrompt, const QString &turnPr
     const auto token = m_with.session.sessionToken();
     if (!token) {
         log(QStringLiteral("ERROR: No session token — not logged in"));
-        showErrorPage(QStringLiteral("No session token found. Make sure you are logged in."));
+        showErrorPage(QStringLiteral("Error"),
+                      QStringLiteral("No session token found. Make sure you are logged in."));
         return;
     }
     auto query = std::make_shared<ActiveQuery>();
@@ -336,47 +324,24 @@ void QueryOrchestrator::queryFailed(const ActiveQueryPtr &query, const QueryErro
     forget(query);
     m_with.threads.release(query->threadId);
 
-    ServiceMessages &messages = m_with.messages;
-    const auto fail = [this](const QString &logText, const QString &pageText) {
-        log(QStringLiteral("ERROR: ") + logText);
-        showErrorPage(pageText);
-    };
+    if (const auto report = failureReport(error)) {
+        log(QStringLiteral("ERROR: ") + report->logText);
+        showErrorPage(QStringLiteral("Error"), report->pageText);
+        return;
+    }
     // The service states show a card; the waiting entry must not stay on the page beneath it.
-    const auto clearWaitingEntry = [this, wasShown] {
-        if (wasShown)
-            showCurrentThread();
-    };
-    switch (error.kind) {
-    case QueryError::Kind::RateLimited:
-        clearWaitingEntry();
+    if (wasShown)
+        showCurrentThread();
+    ServiceMessages &messages = m_with.messages;
+    if (error.kind == QueryError::Kind::RateLimited)
         messages.handleRateLimited(error.resetInSeconds);
-        break;
-    case QueryError::Kind::CapExceeded:
-        clearWaitingEntry();
+    else if (error.kind == QueryError::Kind::ServerMessage)
+        messages.handleServerMessage(error.message);
+    else
         messages.handleCapExceeded(error.tokensRemaining
                                        ? messages.tokenCap() - *error.tokensRemaining
                                        : messages.tokensUsed(),
                                    messages.tokenCap());
-        break;
-    case QueryError::Kind::ServerMessage:
-        clearWaitingEntry();
-        messages.handleServerMessage(error.message);
-        break;
-    case QueryError::Kind::HttpError:
-        fail(QStringLiteral("Proxy HTTP %1").arg(error.status),
-             QStringLiteral("Proxy request failed: HTTP %1").arg(error.status));
-        break;
-    case QueryError::Kind::NetworkError:
-        fail(error.message, QStringLiteral("Could not reach backend proxy: ") + error.message);
-        break;
-    case QueryError::Kind::StreamEndedUnexpectedly:
-        fail(QStringLiteral("Stream ended without a done event"),
-             QStringLiteral("Stream ended unexpectedly"));
-        break;
-    case QueryError::Kind::Transport:
-        fail(QStringLiteral("Unexpected query error: ") + error.message, error.message);
-        break;
-    }
 }
 
 void QueryOrchestrator::stop()

@@ -93,8 +93,10 @@ private:
     void captureAndSendFinished(const ScreenshotCapture::Outcome &outcome,
                                 const QDateTime &queryStart);
     void captureNoSendFinished(const ScreenshotCapture::Outcome &outcome);
-    void showCaptureError(const ScreenshotCapture::CaptureError &error);
-    void showErrorPage(const QString &text);
+    /// @param action what the user asked for; @param step what of it failed, both for the log
+    void captureFailed(const ScreenshotCapture::CaptureError &error, const QString &action,
+                       const QString &step);
+    void showErrorPage(const QString &title, const QString &text);
 
     void runQuery(const QString &apiPrompt, const QString &turnPrompt,
                   const std::optional<QByteArray> &imageBase64, const QDateTime &queryStart,
