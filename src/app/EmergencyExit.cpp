@@ -41,16 +41,18 @@ void EmergencyExit::comeFirst()
 void EmergencyExit::leave()
 {
     EmergencyExit *way = current;
-    if (!way)
-        std::_Exit(EXIT_FAILURE);
-    if (std::this_thread::get_id() != way->m_mainThread) {
+    if (way && std::this_thread::get_id() != way->m_mainThread) {
         // The state that is stored belongs to the main thread.
         if (QCoreApplication *application = QCoreApplication::instance())
             QMetaObject::invokeMethod(
                 application, [] { leave(); }, Qt::QueuedConnection);
         // It may itself be waiting for this thread, which draws for it.
         std::this_thread::sleep_for(way->m_patience);
+        // It may have stored everything and be leaving in order.
+        way = current;
     }
+    if (!way)
+        std::_Exit(EXIT_FAILURE);
     way->finishAndEnd();
 }
 
