@@ -15,17 +15,17 @@ SessionBusLinux::SessionBusLinux(const QString &purpose, const QString &busAddre
 {
     if (busAddress.isEmpty())
         return;
+    m_isConnecting = true;
     QThreadPool::globalInstance()->start(
         [self = QPointer(this), app = QPointer(qApp), name = m_name, busAddress] {
-            const QDBusConnection bus = QDBusConnection::connectToBus(busAddress, name);
-            const bool isConnected = bus.isConnected();
+            QDBusConnection::connectToBus(busAddress, name);
             if (!app)
                 return;
             QMetaObject::invokeMethod(
                 app,
-                [self, name, isConnected] {
-                    if (self && isConnected)
-                        Q_EMIT self->connected();
+                [self, name] {
+                    if (self)
+                        self->connectingEnded();
                     else
                         QDBusConnection::disconnectFromBus(name);
                 },
@@ -35,7 +35,18 @@ SessionBusLinux::SessionBusLinux(const QString &purpose, const QString &busAddre
 
 SessionBusLinux::~SessionBusLinux()
 {
-    QDBusConnection::disconnectFromBus(m_name);
+    // A connection that is being made bears no disconnecting: that follows when it has been made.
+    if (!m_isConnecting)
+        QDBusConnection::disconnectFromBus(m_name);
+}
+
+void SessionBusLinux::connectingEnded()
+{
+    m_isConnecting = false;
+    if (connection().isConnected())
+        Q_EMIT connected();
+    else
+        QDBusConnection::disconnectFromBus(m_name);
 }
 
 QString SessionBusLinux::address()

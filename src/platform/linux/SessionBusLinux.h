@@ -28,7 +28,10 @@ Q_SIGNALS:
     void connected();
 
 private:
+    void connectingEnded();
+
     QString m_name;
+    bool m_isConnecting = false;
 };
 
 } // namespace quellora
