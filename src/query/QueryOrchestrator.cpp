@@ -89,7 +89,8 @@ void QueryOrchestrator::startCapture(std::function<void(const ScreenshotCapture:
     whenFinished(m_with.capture(), this,
                  [this, done = std::move(done)](const ScreenshotCapture::Outcome &outcome) {
                      --m_capturesRunning;
-                     done(outcome);
+                     if (!m_isOver)
+                         done(outcome);
                      Q_EMIT activityChanged();
                  });
 }
@@ -387,6 +388,7 @@ void QueryOrchestrator::discardAnswers(const QUuid &threadId)
 
 void QueryOrchestrator::cancelAll()
 {
+    m_isOver = true;
     const QList<ActiveQueryPtr> queries = std::exchange(m_queries, {});
     m_shown.reset();
     m_isShownOnPage = false;

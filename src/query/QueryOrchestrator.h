@@ -68,7 +68,8 @@ public:
     void showCurrentThread();
     /// Cancels what is under way in a thread that is being deleted; its answers are not kept.
     void discardAnswers(const QUuid &threadId);
-    /// Cancels every transfer without a trace on the display: the session is over.
+    /// Cancels every transfer and drops what is being captured, without a trace on the display: the
+    /// session is over, and nothing follows.
     void cancelAll();
 
     std::optional<QString> selectedModelId() const { return m_selectedModelId; }
@@ -124,6 +125,8 @@ private:
     bool m_isShownOnPage = false;
     int m_capturesRunning = 0;
     bool m_stopped = false;
+    /// The session is over: a capture that comes in late is nobody's.
+    bool m_isOver = false;
 };
 
 } // namespace quellora

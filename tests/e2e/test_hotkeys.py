@@ -52,8 +52,15 @@ class HotkeyTest(E2ECase):
     def repeat(self, app, combo, line):
         """Presses until the action is taken again, however long the debounce lasts."""
         mark = app.mark()
-        wait_until(lambda: self.desktop.press(combo) or app.has_line(line, mark),
-                   what=line, interval=0.32)
+
+        def is_taken():
+            before = app.mark()
+            self.desktop.press(combo)
+            app.wait_for_line(re.compile(r"\[HotkeyManager\] (Fired:|Ignored re-fire of) "),
+                              since=before)
+            return any("] Fired: " in text for text in app.lines_since(before))
+        wait_until(is_taken, what=line, interval=0.32)
+        app.wait_for_line(line, since=mark)
 
     def test_opacity_ends_at_its_limits(self):
         app = self.app(self.server(), config={

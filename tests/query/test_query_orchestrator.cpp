@@ -455,6 +455,30 @@ private Q_SLOTS:
         QVERIFY(f.display.calls.isEmpty());
         QVERIFY(f.threads.currentSession()->turns.isEmpty());
     }
+
+    void captureThatComesAfterTheEndIsDropped()
+    {
+        for (const bool send : {true, false}) {
+            for (const bool succeeds : {true, false}) {
+                Fixture f;
+                if (send)
+                    f.orchestrator.triggerCaptureAndSend();
+                else
+                    f.orchestrator.captureNoSend();
+                f.orchestrator.cancelAll();
+                f.auth.clearSession();
+                f.log.clear();
+                f.captureReturns(
+                    succeeds ? ScreenshotCapture::Outcome(ScreenshotCapture::Result{"jpeg", 99})
+                             : captureFailure(CaptureKind::FileRead));
+                QVERIFY(!f.orchestrator.isCapturing());
+                QCOMPARE(f.log.lines, QStringList());
+                QVERIFY(f.display.calls.isEmpty());
+                QVERIFY(f.service.requests.isEmpty());
+                QVERIFY(!f.threads.currentSession());
+            }
+        }
+    }
 };
 
 QTEST_GUILESS_MAIN(TestQueryOrchestrator)
