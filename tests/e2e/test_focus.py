@@ -19,6 +19,8 @@ class FocusTest(E2ECase):
         window = self.other_window()
         wait_until(lambda: self.desktop.focus_window() == window.window_id,
                    what="the focus of the document")
+        # It may hear of that later than the server knows.
+        window.wait_for("focus-in")
         return server, app, window
 
     def assert_kept_focus(self, window, mark):
