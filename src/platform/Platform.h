@@ -253,10 +253,9 @@ public:
     /// To be called before the application object exists: environment and attributes that the
     /// windowing system reads at start.
     static void prepareProcess();
-    /// To be called with the application object there: when the display goes away under the
-    /// program,
-    /// @p leave is called on any thread that notices, perhaps on several, and must not return. Does
-    /// nothing where the system ends its programs in order.
+    /// To be called with the application object there. When the display goes away under the
+    /// program, @p leave is called on any thread that notices, perhaps on several, and must not
+    /// return. Does nothing where the system ends its programs in order.
     static void leaveWithDisplay(void (*leave)());
     /// Tells the display sessions of one user apart, e.g. ":0"; callable at any time.
     static QString displaySession();

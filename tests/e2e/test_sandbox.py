@@ -16,7 +16,7 @@ from harness.processes import descendants
 
 
 def run_as_nobody():
-    """Runs this file once more without root's rights and ends with its status."""
+    """Runs this file once more without root's rights and returns its exit status."""
     user = pwd.getpwnam("nobody")
     evidence = case.ARTIFACTS / "sandbox"
     evidence.mkdir(parents=True, exist_ok=True)
