@@ -58,14 +58,29 @@ install_packages() {
         "${missing[@]}" </dev/null >&2
 }
 
-# build [TARGET...]: configures the release preset once and builds the targets (all by default).
-# Both commands share the folder and the options, so neither undoes the other's work.
+# The packages that the build may use, with their versions, as dpkg knows them now.
+installed_packages() {
+    local listed
+    mapfile -t listed < <(listed_packages "$root"/scripts/packages*.txt)
+    dpkg-query -W -f='${db:Status-Status} ${Package} ${Version}\n' "${listed[@]}" nodejs npm \
+        2>/dev/null | sed -n 's/^installed //p' || true
+    command -v node npm || true
+}
+
+# build [TARGET...]: configures the release preset and builds the targets (all by default). Both
+# commands share the folder and the options, so neither undoes the other's work.
+#
+# Configuring looks tools and libraries up and remembers what was missing. It is done again, from
+# nothing, when a package that the build may use came, went or changed since.
 build() {
-    local targets=()
+    local targets=() stamp=$root/build/release/packages.stamp packages
     [[ $# -eq 0 ]] || targets=(--target "$@")
-    if [[ ! -f $root/build/release/build.ninja ]]; then
+    packages=$(installed_packages)
+    if [[ ! -f $root/build/release/build.ninja || ! -f $stamp || $(<"$stamp") != "$packages" ]]; then
         say "Configuring build/release"
-        (cd "$root" && cmake --preset release) >&2
+        rm -f "$stamp"
+        (cd "$root" && cmake --preset release --fresh) >&2
+        printf '%s\n' "$packages" >"$stamp"
     fi
     say "Building ${*:-everything}"
     (cd "$root" && cmake --build --preset release "${targets[@]}") >&2
