@@ -44,7 +44,7 @@ qsizetype characterCount(const QString &text)
 
 QString decimalText(double value)
 {
-    QString text = QString::number(value, 'g', QLocale::FloatingPointShortest);
+    QString text = QString::number(value, 'f', QLocale::FloatingPointShortest);
     const bool isWhole = std::none_of(text.begin(), text.end(), [](QChar character) {
         return character == QLatin1Char('.') || character.isLetter();
     });

@@ -56,10 +56,12 @@ ServiceMessages::ServiceMessages(AnswerDisplay &display, BackendEndpoints endpoi
     m_rateLimitedTimer.setObjectName(QStringLiteral("rateLimitedTimer"));
     m_rateLimitedTimer.setParent(this);
     m_rateLimitedTimer.setSingleShot(true);
+    // The toolkit's ordinary timers may be early or late by a twentieth: minutes of a long wait.
+    m_rateLimitedTimer.setTimerType(Qt::PreciseTimer);
     connect(&m_rateLimitedTimer, &QTimer::timeout, this, &ServiceMessages::rateLimitEnded);
     m_updateCountdownTimer.setObjectName(QStringLiteral("updateCountdownTimer"));
     m_updateCountdownTimer.setParent(this);
-    m_updateCountdownTimer.setInterval(countdownTickMs);
+    m_updateCountdownTimer.setTimerType(Qt::PreciseTimer);
     connect(&m_updateCountdownTimer, &QTimer::timeout, this, &ServiceMessages::checkUpdateDeadline);
 }
 
@@ -297,7 +299,7 @@ void ServiceMessages::startForceUpdateCountdown(qint64 minutes, const QString &m
     setForceUpdateRequired(false);
     log(QStringLiteral("Forced update countdown started: %1min, message id %2")
             .arg(QString::number(minutes), messageId));
-    m_updateCountdownTimer.start();
+    m_updateCountdownTimer.start(countdownTickMs);
 }
 
 void ServiceMessages::checkUpdateDeadline()
@@ -306,6 +308,11 @@ void ServiceMessages::checkUpdateDeadline()
         log(QStringLiteral("Forced update deadline reached — blocking captures"));
         setForceUpdateRequired(true);
         m_updateCountdownTimer.stop();
+    } else if (m_updateDeadline) {
+        // The timer stands still while the machine sleeps: the last tick has to meet the deadline.
+        const qint64 beyondMinute = m_clock().msecsTo(*m_updateDeadline) % countdownTickMs;
+        m_updateCountdownTimer.start(beyondMinute > 0 ? static_cast<int>(beyondMinute)
+                                                      : countdownTickMs);
     }
     Q_EMIT changed();
 }

@@ -232,13 +232,26 @@ private Q_SLOTS:
         QCOMPARE(PromptConfig::current(defaults, config), "server");
     }
 
-    void builtInPromptKeepsItsBlanks()
+    void builtInPromptIsExact()
     {
-        const QString prompt = PromptConfig::builtIn();
-        QVERIFY(prompt.contains("full code solution. \n    Display in"));
-        QVERIFY(prompt.startsWith("You are a silent vantiro assistant.\nThe user"));
-        QVERIFY(prompt.endsWith("Do not add explanations outside this format."));
-        QCOMPARE(prompt.count('\n'), 14);
+        const QStringList lines{
+            "You are a silent vantiro assistant.",
+            "The user will send you a screenshot of content.",
+            "",
+            "Respond in this EXACT format, very concise:",
+            "",
+            "## Approach",
+            "- [3 bullet points max, one line each, what to do step by step]",
+            "",
+            "## Solution",
+            "- [3 bullet possible solutions or ideas]",
+            "- Output the full code solution. ",
+            "    Display in the desired language as a md code block so it's easy to read.",
+            "",
+            "Be extremely terse. The user needs to read this at a glance under time pressure.",
+            "Do not add explanations outside this format.",
+        };
+        QCOMPARE(PromptConfig::builtIn().split('\n'), lines);
     }
 
     void decimalsAlwaysHaveAFraction()
@@ -248,7 +261,29 @@ private Q_SLOTS:
         QCOMPARE(decimalText(86400), "86400.0");
         QCOMPARE(decimalText(0.1), "0.1");
         QCOMPARE(decimalText(-0.1), "-0.1");
-        QCOMPARE(decimalText(1e300), "1e+300");
+    }
+
+    void decimalsHaveNoExponent_data()
+    {
+        QTest::addColumn<double>("value");
+        QTest::addColumn<QString>("text");
+        QTest::newRow("a million") << 1e6 << "1000000.0";
+        QTest::newRow("a year of seconds") << 31536000.0 << "31536000.0";
+        QTest::newRow("largest exact integer") << 9007199254740992.0 << "9007199254740992.0";
+        QTest::newRow("largest 64-bit integer") << 9223372036854775807.0 << "9223372036854776000.0";
+        QTest::newRow("smallest 64-bit integer")
+            << -9223372036854775808.0 << "-9223372036854776000.0";
+        QTest::newRow("very large") << 1e300 << "1" + QString(300, '0') + ".0";
+        QTest::newRow("small") << 0.00001 << "0.00001";
+        QTest::newRow("very small") << 1e-300 << "0." + QString(299, '0') + "1";
+        QTest::newRow("long fraction") << 1234567.125 << "1234567.125";
+    }
+    void decimalsHaveNoExponent()
+    {
+        QFETCH(double, value);
+        QFETCH(QString, text);
+        QCOMPARE(decimalText(value), text);
+        QCOMPARE(decimalText(value).toDouble(), value);
     }
 
     void charactersAreWhatAReaderCounts()

@@ -126,6 +126,9 @@ private Q_SLOTS:
         QTest::newRow("zero") << 0.0 << "0.0";
         QTest::newRow("negative") << -5.0 << "-5.0";
         QTest::newRow("fraction") << 0.25 << "0.25";
+        QTest::newRow("twelve days") << 1036800.0 << "1036800.0";
+        QTest::newRow("thirty years") << 946080000.0 << "946080000.0";
+        QTest::newRow("tiny") << 0.0000001 << "0.0000001";
     }
     void startLogsTheInterval()
     {

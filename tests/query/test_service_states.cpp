@@ -155,6 +155,56 @@ private Q_SLOTS:
         QVERIFY(f.messages.displayedAdminMessage()->bodyMarkdown.contains("**1 minute**"));
     }
 
+    void timersKeepTheirTime()
+    {
+        Fixture f;
+        // A coarse timer may be three seconds early at each minute.
+        QCOMPARE(f.timer("updateCountdownTimer")->timerType(), Qt::PreciseTimer);
+        QCOMPARE(f.timer("rateLimitedTimer")->timerType(), Qt::PreciseTimer);
+    }
+
+    void ticksReadWholeMinutesAndTheLastOneBlocks()
+    {
+        Fixture f;
+        AdminMessagePayload update = message("u1", "BLOCKING");
+        update.forceUpdateInMinutes = 5;
+        f.messages.setCurrentAdminMessage(update);
+        QTimer *timer = f.timer("updateCountdownTimer");
+        const auto tick = [&] {
+            f.now = f.now.addMSecs(timer->interval());
+            f.messages.checkUpdateDeadline();
+        };
+        for (const int minutes : {4, 3, 2}) {
+            tick();
+            QVERIFY(f.messages.displayedAdminMessage()->bodyMarkdown.contains(
+                QStringLiteral("**%1 minutes**").arg(minutes)));
+        }
+        tick();
+        QVERIFY(f.messages.displayedAdminMessage()->bodyMarkdown.contains("**1 minute**"));
+        QVERIFY(!f.messages.forceUpdateRequired());
+        tick();
+        QVERIFY(f.messages.forceUpdateRequired());
+        QVERIFY(!timer->isActive());
+    }
+
+    void ticksMeetTheDeadlineAfterTheMachineSlept()
+    {
+        Fixture f;
+        AdminMessagePayload update = message("u1", "BLOCKING");
+        update.forceUpdateInMinutes = 5;
+        f.messages.setCurrentAdminMessage(update);
+        QTimer *timer = f.timer("updateCountdownTimer");
+        // 95 seconds of sleep lie between the start and the first tick.
+        f.now = f.now.addSecs(60 + 95);
+        f.messages.checkUpdateDeadline();
+        QCOMPARE(timer->interval(), 25'000);
+        f.now = f.now.addSecs(25);
+        f.messages.checkUpdateDeadline();
+        QCOMPARE(timer->interval(), 60'000);
+        QVERIFY(f.messages.displayedAdminMessage()->bodyMarkdown.contains("**2 minutes**"));
+        QVERIFY(timer->isActive() && !timer->isSingleShot());
+    }
+
     void countdownsWithoutAFutureReadZero_data()
     {
         QTest::addColumn<int>("minutes");
