@@ -50,6 +50,23 @@ struct Fixture
     LogCapture log;
 };
 
+/// Notes how long a silence each request allows, and allows almost none.
+class HurriedNetwork : public QNetworkAccessManager
+{
+public:
+    QList<int> asked;
+
+protected:
+    QNetworkReply *createRequest(Operation operation, const QNetworkRequest &request,
+                                 QIODevice *body) override
+    {
+        asked << request.transferTimeout();
+        QNetworkRequest hurried = request;
+        hurried.setTransferTimeout(50);
+        return QNetworkAccessManager::createRequest(operation, hurried, body);
+    }
+};
+
 } // namespace
 
 class TestLogShipper : public QObject
@@ -207,6 +224,21 @@ private Q_SLOTS:
         f.ship();
         QCOMPARE(f.log.lines, QStringList{"[LogShipper] Logs shipped successfully (17 bytes)"});
         QTRY_VERIFY(f.server.requests().first().disconnected);
+    }
+
+    void silenceOfHalfAMinuteEndsIt()
+    {
+        Fixture f;
+        HurriedNetwork network;
+        f.server.answerWith({}, Ending::KeepOpen);
+        LogShipper shipper(network, QUrl(f.server.baseUrl() + "/api/logs/app"),
+                           f.folder.filePath(f.name));
+        QSignalSpy finished(&shipper, &LogShipper::finished);
+        shipper.shipLogs("token-value");
+        QVERIFY(finished.wait());
+        QCOMPARE(network.asked, QList<int>{30'000});
+        QCOMPARE(f.log.lines, QStringList{"[LogShipper] Failed to ship logs (non-fatal): The "
+                                          "request timed out."});
     }
 
     void redirectIsNotFollowed()
