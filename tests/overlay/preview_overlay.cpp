@@ -55,6 +55,9 @@ bool apply(OverlayFixture &f, const QString &word)
         setPrompt(question);
     } else if (word == QLatin1String("stopped")) {
         f.overlay.showStopped();
+    } else if (word == QLatin1String("notice")) {
+        f.overlay.showNotice(
+            QStringLiteral("Could not open the browser: xdg-open is not installed"));
     } else if (word == QLatin1String("capturing")) {
         f.overlay.setActivity(Activity::Capturing);
         f.panels.setCapturing(true);

@@ -108,6 +108,47 @@ private Q_SLOTS:
         QVERIFY(f().find("threadTitle")->isVisible());
     }
 
+    void aNoticeTakesThePlaceOfTheTitleOnly()
+    {
+        show();
+        f().overlay.setTitle(QStringLiteral("A thread"));
+        f().overlay.setActivity(OverlayModel::Activity::Waiting);
+        centre("stop");
+        const QRectF stop = f().find("stop")->mapRectToScene(f().find("stop")->boundingRect());
+        f().overlay.showNotice(QStringLiteral("The browser could not be opened"));
+        QVERIFY(f().find("notice")->isVisible());
+        QVERIFY(!f().find("threadTitle")->isVisible());
+        centre("stop");
+        QCOMPARE(f().find("stop")->mapRectToScene(f().find("stop")->boundingRect()), stop);
+        QVERIFY(!f().find("noticeWords")->property("truncated").toBool());
+        QSignalSpy stopped(&f().overlay, &OverlayModel::stopRequested);
+        click("stop");
+        QCOMPARE(stopped.size(), 1);
+        f().overlay.showNotice(QString());
+        QVERIFY(!f().find("notice")->isVisible());
+        QVERIFY(f().find("threadTitle")->isVisible());
+    }
+
+    void aNoticeFitsTheSmallestWindowBesideStop()
+    {
+        f().panel.resize(320, 280);
+        f().overlay.setUsage(100);
+        f().overlay.setActivity(OverlayModel::Activity::Waiting);
+        show();
+        f().overlay.showNotice(QStringLiteral("The browser could not be opened"));
+        centre("stop");
+        const QQuickItem *notice = f().find("notice");
+        const QQuickItem *stop = f().find("stop");
+        QVERIFY(stop->isVisible());
+        QVERIFY(stop->mapToScene({stop->width(), 0}).x() <= 314);
+        QVERIFY2(!f().find("noticeWords")->property("truncated").toBool(),
+                 qPrintable(QString::number(notice->width())));
+        QVERIFY(notice->mapToScene({notice->width(), 0}).x() <= stop->mapToScene({}).x());
+        f().overlay.showNotice(QString());
+        QVERIFY(f().find("status")->isVisible());
+        QVERIFY(f().find("usageBadge")->isVisible());
+    }
+
     void stripFitsTheSmallestWindow()
     {
         f().panel.resize(320, 280);

@@ -123,6 +123,41 @@ private Q_SLOTS:
         QVERIFY(!timer->isActive());
     }
 
+    void aNoticeStaysForAWhile()
+    {
+        QSignalSpy changed(m_model.get(), &OverlayModel::noticeChanged);
+        QSignalSpy strip(m_model.get(), &OverlayModel::stripChanged);
+        m_model->setActivity(Activity::Streaming);
+        strip.clear();
+        m_model->showNotice(QStringLiteral("Nobody\nanswers"));
+        QCOMPARE(m_model->notice(), QStringLiteral("Nobody answers"));
+        QCOMPARE(changed.size(), 1);
+        // What is under way can still be stopped.
+        QCOMPARE(strip.size(), 0);
+        QCOMPARE(m_model->status(), Status::Streaming);
+        QVERIFY(m_model->canStop());
+        auto *timer = m_model->findChild<QTimer *>(QStringLiteral("noticeTimer"));
+        QVERIFY(timer->isActive());
+        QCOMPARE(timer->interval(), OverlayModel::noticeMs);
+        QMetaObject::invokeMethod(timer, "timeout");
+        QCOMPARE(m_model->notice(), QString());
+        QCOMPARE(changed.size(), 2);
+        QVERIFY(!timer->isActive());
+    }
+
+    void aNoticeOnceMoreIsANewOne()
+    {
+        m_model->showNotice(QStringLiteral("Nobody answers"));
+        QStringList seen;
+        connect(m_model.get(), &OverlayModel::noticeChanged, m_model.get(),
+                [&] { seen << m_model->notice(); });
+        m_model->showNotice(QStringLiteral("Nobody answers"));
+        // It has to be gone in between to be announced again.
+        QCOMPARE(seen, (QStringList{QString(), QStringLiteral("Nobody answers")}));
+        m_model->showNotice(QString());
+        QCOMPARE(m_model->notice(), QString());
+    }
+
     void stopOnlyWhileAnAnswerIsUnderWay()
     {
         QSignalSpy stopped(m_model.get(), &OverlayModel::stopRequested);

@@ -78,6 +78,17 @@ private Q_SLOTS:
         QVERIFY(find(QStringLiteral("Menu"), QAccessible::ButtonMenu)->state().expanded);
     }
 
+    void aNoticeIsANotification()
+    {
+        show();
+        QVERIFY(!find(QStringLiteral("Nobody answers"), QAccessible::Notification));
+        f().overlay.showNotice(QStringLiteral("Nobody answers"));
+        QAccessibleInterface *notice =
+            find(QStringLiteral("Nobody answers"), QAccessible::Notification);
+        QVERIFY(notice);
+        QVERIFY(!notice->state().invisible && !notice->state().focusable);
+    }
+
     void compactControlsHaveTheSameNames()
     {
         f().panel.resize(320, 280);

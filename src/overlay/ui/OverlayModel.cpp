@@ -30,6 +30,11 @@ OverlayModel::OverlayModel(std::function<qint64()> clock, QObject *parent)
     m_timer.setParent(this);
     m_timer.setSingleShot(true);
     connect(&m_timer, &QTimer::timeout, this, &OverlayModel::tick);
+    m_noticeTimer.setParent(this);
+    m_noticeTimer.setObjectName(QStringLiteral("noticeTimer"));
+    m_noticeTimer.setSingleShot(true);
+    m_noticeTimer.setInterval(noticeMs);
+    connect(&m_noticeTimer, &QTimer::timeout, this, &OverlayModel::clearNotice);
 }
 
 void OverlayModel::setCurrentAlpha(double alpha)
@@ -207,6 +212,26 @@ void OverlayModel::tick()
         Q_EMIT stripChanged();
     }
     scheduleTick();
+}
+
+void OverlayModel::showNotice(const QString &text)
+{
+    // It leaves first: assistive programs announce what appears, not what stays.
+    clearNotice();
+    m_notice = text.simplified();
+    if (m_notice.isEmpty())
+        return;
+    m_noticeTimer.start();
+    Q_EMIT noticeChanged();
+}
+
+void OverlayModel::clearNotice()
+{
+    m_noticeTimer.stop();
+    if (m_notice.isEmpty())
+        return;
+    m_notice.clear();
+    Q_EMIT noticeChanged();
 }
 
 void OverlayModel::setUsage(std::optional<double> percent)

@@ -18,7 +18,7 @@ namespace quellora {
 
 /// What the overlay's frame shows: opacity, theme, the strip below the control bar, and the
 /// rectangle of the answer. The owner sets it; the signals say what the user asked for. Main thread
-/// only. Its one timer runs only while an answer is under way or "Stopped" is shown.
+/// only. Its timers run only while an answer is under way, "Stopped" or a notice is shown.
 class OverlayModel : public QObject
 {
     Q_OBJECT
@@ -41,6 +41,7 @@ class OverlayModel : public QObject
     Q_PROPERTY(QString statusText READ statusText NOTIFY stripChanged)
     Q_PROPERTY(QString secondsText READ secondsText NOTIFY secondsChanged)
     Q_PROPERTY(bool canStop READ canStop NOTIFY stripChanged)
+    Q_PROPERTY(QString notice READ notice NOTIFY noticeChanged)
     Q_PROPERTY(bool hasAnswer READ hasAnswer WRITE setHasAnswer NOTIFY stripChanged)
     Q_PROPERTY(UsageTier usageTier READ usageTier NOTIFY usageChanged)
     Q_PROPERTY(bool isUsageShown READ isUsageShown NOTIFY usageChanged)
@@ -64,6 +65,8 @@ public:
 
     /// How long "Stopped" stays, in milliseconds.
     static constexpr int stoppedNoticeMs = 4000;
+    /// How long a notice stays, in milliseconds.
+    static constexpr int noticeMs = 6000;
 
     /// @param clock monotonic milliseconds; empty uses the system's
     explicit OverlayModel(std::function<qint64()> clock = {}, QObject *parent = nullptr);
@@ -104,6 +107,12 @@ public:
     /// "2 s" while waiting or streaming, else empty.
     QString secondsText() const;
     bool canStop() const;
+    /// What showNotice() was told last, for as long as it is shown; else empty.
+    QString notice() const { return m_notice; }
+    /// Says in the place of the title, for a while, that something the user asked for did not
+    /// happen. The status, Stop and the thread are left as they are; a newer notice replaces an
+    /// older one. Assistive programs announce it, also when it is the same text once more.
+    void showNotice(const QString &text);
     /// @param percent used share of the allowance; nothing when no allowance is known
     void setUsage(std::optional<double> percent);
     UsageTier usageTier() const;
@@ -156,6 +165,7 @@ Q_SIGNALS:
     void isCompositingChanged();
     void stripChanged();
     void secondsChanged();
+    void noticeChanged();
     void usageChanged();
     void isMenuOpenChanged();
     void isZoomedLargeChanged();
@@ -168,10 +178,12 @@ Q_SIGNALS:
 private:
     void tick();
     void scheduleTick();
+    void clearNotice();
     void announceGeometry();
 
     std::function<qint64()> m_clock;
     QTimer m_timer;
+    QTimer m_noticeTimer;
     double m_currentAlpha = 0.88;
     AppTheme m_theme = AppTheme::Dark;
     QString m_responseTextColor;
@@ -184,6 +196,7 @@ private:
     bool m_isStoppedShown = false;
     bool m_isBlocked = false;
     bool m_hasAnswer = false;
+    QString m_notice;
     std::optional<double> m_usage;
     bool m_isMenuOpen = false;
     bool m_isSheetOpen = false;

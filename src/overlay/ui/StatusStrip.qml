@@ -2,7 +2,8 @@ import QtQuick
 import Quellora.Overlay
 import Quellora.Ui
 
-/// The strip below the control bar: the thread at the left, what is going on at the right.
+/// The strip below the control bar: the thread at the left, what is going on at the right. A notice
+/// stands in the thread's place for a while; the controls at the right stay.
 FocusScope {
     id: strip
 
@@ -11,7 +12,8 @@ FocusScope {
     readonly property int status: overlay.status
     readonly property bool hasStatus: status !== OverlayModel.Ready
                                       && status !== OverlayModel.Answer
-    readonly property bool isTitleShown: !compact || !hasStatus
+    readonly property bool isThreadShown: !compact || !hasStatus
+    readonly property bool isNoticeShown: overlay.notice.length > 0
     readonly property bool isBusy: status === OverlayModel.Waiting
                                    || status === OverlayModel.Streaming
 
@@ -24,7 +26,7 @@ FocusScope {
 
     Icon {
         id: saved
-        visible: strip.overlay.isSaved && strip.isTitleShown && strip.overlay.title.length > 0
+        visible: strip.overlay.isSaved && strip.isThreadShown && strip.overlay.title.length > 0
         x: 12
         y: 12
         size: 14
@@ -33,7 +35,7 @@ FocusScope {
     }
     Label {
         objectName: "threadTitle"
-        visible: strip.isTitleShown
+        visible: strip.isThreadShown && !strip.isNoticeShown
         x: saved.visible ? 34 : 12
         width: Math.max(0, right.x - 12 - x)
         height: 37
@@ -42,6 +44,34 @@ FocusScope {
         type: Tokens.body
         font.weight: strip.overlay.title.length > 0 ? Font.Medium : Font.Normal
         elide: Text.ElideRight
+    }
+
+    Item {
+        objectName: "notice"
+        visible: strip.isNoticeShown
+        x: saved.visible ? 34 : 12
+        width: Math.max(0, right.x - 12 - x)
+        height: 37
+        // Announced when it appears, without taking the focus.
+        Accessible.role: Accessible.Notification
+        Accessible.name: strip.overlay.notice
+
+        Icon {
+            y: 12
+            size: 14
+            name: "triangle-alert"
+            color: Tokens.frame.warnText
+        }
+        Label {
+            objectName: "noticeWords"
+            x: 22
+            width: Math.max(0, parent.width - x)
+            height: parent.height
+            text: strip.overlay.notice
+            color: Tokens.frame.warnText
+            elide: Text.ElideRight
+            Accessible.ignored: true
+        }
     }
 
     Row {
@@ -55,13 +85,15 @@ FocusScope {
 
         UsageBadge {
             id: usage
+            // In the smallest window a notice needs its room.
             visible: strip.overlay.isUsageShown
+                     && (!strip.compact || !strip.isNoticeShown || activeFocus)
             overlay: strip.overlay
             isBarShown: !strip.compact || !strip.hasStatus
         }
         Item {
             objectName: "status"
-            visible: strip.hasStatus
+            visible: strip.hasStatus && (!strip.compact || !strip.isNoticeShown)
             width: statusWords.x + statusWords.width
                    + (seconds.visible ? seconds.width + seconds.gap : 0)
             height: parent.height
