@@ -1,9 +1,9 @@
 #include "history/CaptureSession.h"
 
 #include <QRegularExpression>
+#include <QSet>
 
 #include <algorithm>
-#include <limits>
 #include <utility>
 
 namespace quellora {
@@ -12,6 +12,27 @@ QString uuidText(const QUuid &id)
 {
     return id.toString(QUuid::WithoutBraces).toUpper();
 }
+
+namespace {
+
+/// The elements that were stored before or stand at or behind the cursor, if there is one.
+template <typename T>
+QList<T> keptOf(const QList<T> &list, qint64 stored, const std::optional<qint64> &since)
+{
+    QList<T> kept = list.mid(0, stored);
+    if (since)
+        kept += list.mid(std::clamp<qint64>(*since, kept.size(), list.size()));
+    return kept;
+}
+
+/// Keeps a position right when the element at @p removed has gone.
+void moveUp(qint64 &position, qsizetype removed)
+{
+    if (removed < position)
+        --position;
+}
+
+} // namespace
 
 std::optional<QUuid> uuidFromText(const QString &text)
 {
@@ -31,21 +52,32 @@ CaptureSession CaptureSession::create(const QDateTime &now)
 void CaptureSession::addScreenshot(const QByteArray &data, const QDateTime &capturedAt,
                                    const QDateTime &now)
 {
-    // The number of screenshots, unless a thread that was kept from a later one on came back from
-    // the disk: a number that is taken would name the file of another picture.
-    qint64 index = screenshots.size();
-    for (const auto &screenshot : std::as_const(screenshots)) {
-        if (screenshot.index >= index && screenshot.index < std::numeric_limits<qint64>::max())
-            index = screenshot.index + 1;
-    }
-    screenshots.append({index, data, capturedAt});
+    screenshots.append({nextScreenshotIndex++, data, capturedAt});
     updatedAt = now;
 }
 
-void CaptureSession::addTurn(const QString &prompt, const QString &response,
-                             const QDateTime &turnTime, const QDateTime &now)
+bool CaptureSession::removeScreenshot(qint64 index)
 {
-    turns.append({QUuid::createUuid(), prompt, response, turnTime});
+    const auto found = std::find_if(screenshots.cbegin(), screenshots.cend(),
+                                    [index](const auto &item) { return item.index == index; });
+    if (found == screenshots.cend())
+        return false;
+    const qsizetype position = found - screenshots.cbegin();
+    screenshots.removeAt(position);
+    if (storedPart)
+        moveUp(storedPart->screenshots, position);
+    if (notePersistenceCursor)
+        moveUp(notePersistenceCursor->sinceScreenshotIndex, position);
+    if (turnPersistenceCursor)
+        moveUp(turnPersistenceCursor->sinceScreenshotIndex, position);
+    return true;
+}
+
+void CaptureSession::addTurn(const QString &prompt, const QString &response,
+                             const QDateTime &turnTime, const QDateTime &now,
+                             const std::optional<TurnScreenshot> &screenshot)
+{
+    turns.append({QUuid::createUuid(), prompt, response, turnTime, screenshot});
     updatedAt = now;
 }
 
@@ -61,7 +93,17 @@ bool CaptureSession::addNote(const QString &text, const QDateTime &now)
 
 bool CaptureSession::removeNote(const QUuid &noteId)
 {
-    return notes.removeIf([&noteId](const Note &note) { return note.id == noteId; }) > 0;
+    const auto found = std::find_if(notes.cbegin(), notes.cend(),
+                                    [&noteId](const Note &note) { return note.id == noteId; });
+    if (found == notes.cend())
+        return false;
+    const qsizetype position = found - notes.cbegin();
+    notes.removeAt(position);
+    if (storedPart)
+        moveUp(storedPart->notes, position);
+    if (notePersistenceCursor)
+        moveUp(notePersistenceCursor->sinceNoteIndex, position);
+    return true;
 }
 
 void CaptureSession::beginPersistingNotes()
@@ -71,14 +113,66 @@ void CaptureSession::beginPersistingNotes()
         notePersistenceCursor = NotePersistenceCursor{0, 0};
 }
 
-void CaptureSession::beginPersistingTurns()
+void CaptureSession::beginPersistingTurns(const std::optional<qint64> &stagedIndex)
 {
-    turnPersistenceCursor = TurnPersistenceCursor{screenshots.size(), turns.size()};
+    const auto staged =
+        std::find_if(screenshots.cbegin(), screenshots.cend(),
+                     [&stagedIndex](const auto &item) { return item.index == stagedIndex; });
+    TurnPersistenceCursor cursor{staged - screenshots.cbegin(), turns.size()};
+    if (turnPersistenceCursor) {
+        // What was kept stays kept.
+        cursor.sinceScreenshotIndex =
+            std::min(cursor.sinceScreenshotIndex, turnPersistenceCursor->sinceScreenshotIndex);
+        cursor.sinceTurnIndex =
+            std::min(cursor.sinceTurnIndex, turnPersistenceCursor->sinceTurnIndex);
+    }
+    turnPersistenceCursor = cursor;
 }
 
 void CaptureSession::resumeTurnPersistingFromDisk()
 {
     turnPersistenceCursor = TurnPersistenceCursor{0, 0};
+}
+
+void CaptureSession::markAsStored()
+{
+    storedPart = StoredPart{screenshots.size(), notes.size(), turns.size(), updatedAt};
+}
+
+CaptureSession::KeptPart CaptureSession::keptPart() const
+{
+    const StoredPart stored = storedPart.value_or(StoredPart());
+    std::optional<qint64> sinceScreenshot;
+    std::optional<qint64> sinceNote;
+    std::optional<qint64> sinceTurn;
+    if (notePersistenceCursor) {
+        sinceNote = notePersistenceCursor->sinceNoteIndex;
+        sinceScreenshot = notePersistenceCursor->sinceScreenshotIndex;
+    }
+    if (turnPersistenceCursor) {
+        sinceTurn = turnPersistenceCursor->sinceTurnIndex;
+        sinceScreenshot =
+            std::min(sinceScreenshot.value_or(turnPersistenceCursor->sinceScreenshotIndex),
+                     turnPersistenceCursor->sinceScreenshotIndex);
+    }
+
+    KeptPart kept;
+    kept.notes = keptOf(notes, stored.notes, sinceNote);
+    kept.turns = keptOf(turns, stored.turns, sinceTurn);
+    // A question may have gone out before its thread was kept, and be answered after.
+    QSet<qint64> sent;
+    for (const Turn &turn : std::as_const(kept.turns)) {
+        if (turn.screenshot && turn.screenshot->index)
+            sent.insert(*turn.screenshot->index);
+    }
+    for (qsizetype position = 0; position < screenshots.size(); ++position) {
+        const Screenshot &screenshot = screenshots.at(position);
+        if (position < stored.screenshots || (sinceScreenshot && position >= *sinceScreenshot) ||
+            sent.contains(screenshot.index))
+            kept.screenshots.append(screenshot);
+    }
+    kept.updatedAt = isMarkedForPersistence() || !storedPart ? updatedAt : stored.updatedAt;
+    return kept;
 }
 
 QString CaptureSession::previewText() const

@@ -18,13 +18,12 @@ QString uuidText(const QUuid &id);
 std::optional<QUuid> uuidFromText(const QString &text);
 
 /// One thread in memory: screenshots, notes and turns in the order in which they were added, and
-/// the cursors that say from where on each kind is kept on disk. A value type.
+/// what says which of them are kept on disk. A value type.
 struct CaptureSession
 {
     struct Screenshot
     {
-        /// Position at the time of adding (the next free number in a thread that was stored from
-        /// a later screenshot on); also the number in its file name, never renumbered.
+        /// Number within the thread, also in its file name; never renumbered, never given twice.
         qint64 index = 0;
         /// JPEG bytes.
         QByteArray imageData;
@@ -40,12 +39,22 @@ struct CaptureSession
 
         bool operator==(const Note &) const = default;
     };
+    /// Which screenshot went with a question.
+    struct TurnScreenshot
+    {
+        /// Nothing when the question went out without one.
+        std::optional<qint64> index;
+
+        bool operator==(const TurnScreenshot &) const = default;
+    };
     struct Turn
     {
         QUuid id;
         QString prompt;
         QString response;
         QDateTime createdAt;
+        /// Nothing in threads that were stored before this was recorded.
+        std::optional<TurnScreenshot> screenshot = std::nullopt;
 
         bool operator==(const Turn &) const = default;
     };
@@ -64,6 +73,28 @@ struct CaptureSession
         bool operator==(const TurnPersistenceCursor &) const = default;
     };
 
+    /// What came from the disk: the first so many elements of each list. They stay there, whatever
+    /// the cursors say, until the user removes them.
+    struct StoredPart
+    {
+        qint64 screenshots = 0;
+        qint64 notes = 0;
+        qint64 turns = 0;
+        QDateTime updatedAt;
+
+        bool operator==(const StoredPart &) const = default;
+    };
+    /// What of a thread belongs on the disk.
+    struct KeptPart
+    {
+        QList<Screenshot> screenshots;
+        QList<Note> notes;
+        QList<Turn> turns;
+        QDateTime updatedAt;
+
+        bool isEmpty() const { return screenshots.isEmpty() && notes.isEmpty() && turns.isEmpty(); }
+    };
+
     QUuid id;
     QList<Screenshot> screenshots;
     QList<Note> notes;
@@ -73,6 +104,9 @@ struct CaptureSession
     std::optional<NotePersistenceCursor> notePersistenceCursor;
     std::optional<TurnPersistenceCursor> turnPersistenceCursor;
     std::optional<QString> customTitle;
+    std::optional<StoredPart> storedPart;
+    /// Number of the next screenshot; those of removed ones are not given again.
+    qint64 nextScreenshotIndex = 0;
 
     bool operator==(const CaptureSession &) const = default;
 
@@ -81,8 +115,11 @@ struct CaptureSession
 
     void addScreenshot(const QByteArray &data, const QDateTime &capturedAt,
                        const QDateTime &now = QDateTime::currentDateTime());
+    /// Removes the screenshot of that number, if any; returns whether there was one.
+    bool removeScreenshot(qint64 index);
     void addTurn(const QString &prompt, const QString &response, const QDateTime &createdAt,
-                 const QDateTime &now = QDateTime::currentDateTime());
+                 const QDateTime &now = QDateTime::currentDateTime(),
+                 const std::optional<TurnScreenshot> &screenshot = std::nullopt);
     /// Appends a note unless @p text is blank; starts note persistence from the beginning of the
     /// thread. Returns whether a note was added.
     bool addNote(const QString &text, const QDateTime &now = QDateTime::currentDateTime());
@@ -90,12 +127,20 @@ struct CaptureSession
     bool removeNote(const QUuid &noteId);
 
     void beginPersistingNotes();
-    void beginPersistingTurns();
+    /// Keeps what comes from now on, and what was kept before.
+    /// @param stagedIndex number of a screenshot that waits for its question, which is kept as well
+    void beginPersistingTurns(const std::optional<qint64> &stagedIndex = std::nullopt);
     void resumeTurnPersistingFromDisk();
+    /// Everything in the thread has just been read from the disk.
+    void markAsStored();
+    /// Whether additions are kept.
     bool isMarkedForPersistence() const
     {
         return notePersistenceCursor.has_value() || turnPersistenceCursor.has_value();
     }
+
+    /// What the cursors, the stored part and the links from turns to screenshots keep.
+    KeptPart keptPart() const;
 
     /// Title of a thread without a custom one: first line of the first prompt, else of the first
     /// note, else "Screenshot".

@@ -5,9 +5,11 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QRegularExpression>
+#include <QSet>
 
-#include <algorithm>
 #include <filesystem>
+#include <limits>
 #include <string>
 #include <system_error>
 #include <utility>
@@ -50,11 +52,37 @@ bool isImageMissing(const QString &path, const QByteArray &image)
     return content && image.startsWith(*content);
 }
 
-/// The elements of @p list from @p start on; nothing when the start lies at or past the end.
-template <typename T>
-QList<T> from(const QList<T> &list, qint64 start)
+/// The numbers of the screenshots whose files lie in a thread's folder.
+QList<qint64> screenshotFilesIn(const QString &folder)
 {
-    return list.mid(std::clamp<qint64>(start, 0, list.size()));
+    static const QRegularExpression name(QStringLiteral("\\Ascreenshot-(-?\\d+)\\.png\\z"));
+    QList<qint64> indices;
+    const QStringList names =
+        QDir(folder).entryList(QDir::Files | QDir::Hidden | QDir::System, QDir::NoSort);
+    for (const QString &file : names) {
+        const qint64 index = name.match(file).captured(1).toLongLong();
+        if (file == CaptureSessionStore::screenshotFileName(index))
+            indices.append(index);
+    }
+    return indices;
+}
+
+/// The first number above all that a thread uses, or used when its last save was interrupted.
+qint64 freeScreenshotIndex(const SessionFile &file, const QString &folder)
+{
+    QList<qint64> taken = screenshotFilesIn(folder);
+    for (const auto &screenshot : file.screenshots)
+        taken.append(screenshot.index);
+    for (const auto &turn : file.turns) {
+        if (turn.screenshot && turn.screenshot->index)
+            taken.append(*turn.screenshot->index);
+    }
+    qint64 index = 0;
+    for (const qint64 other : std::as_const(taken)) {
+        if (other >= index && other < std::numeric_limits<qint64>::max())
+            index = other + 1;
+    }
+    return index;
 }
 
 CaptureSessionStore::Result<SessionFile> readDescription(const QUuid &id, const QString &path)
@@ -121,10 +149,11 @@ QString CaptureSessionStore::screenshotFileName(qint64 index)
 
 CaptureSessionStore::Result<void> CaptureSessionStore::save(const CaptureSession &session) const
 {
-    const auto &notes = session.notePersistenceCursor;
-    const auto &turns = session.turnPersistenceCursor;
-    if (!session.isMarkedForPersistence())
+    if (!session.isMarkedForPersistence() && !session.storedPart)
         return tl::unexpected(StoreError{Kind::NotPersisting, session.id, 0, {}});
+    const CaptureSession::KeptPart kept = session.keptPart();
+    if (kept.isEmpty() && !session.customTitle)
+        return remove(session.id);
     const auto root = sessionsRoot();
     if (!root)
         return tl::unexpected(root.error());
@@ -134,30 +163,26 @@ CaptureSessionStore::Result<void> CaptureSessionStore::save(const CaptureSession
         return fileError(session.id, folder, made.error());
     m_files->removeLeftovers(folder);
 
-    const qint64 firstScreenshot =
-        notes && turns ? std::min(notes->sinceScreenshotIndex, turns->sinceScreenshotIndex)
-                       : (notes ? notes->sinceScreenshotIndex : turns->sinceScreenshotIndex);
-    const auto screenshots = from(session.screenshots, firstScreenshot);
-    if (auto written = saveImages(session.id, screenshots); !written)
+    if (auto written = saveImages(session.id, kept.screenshots); !written)
         return written;
 
     SessionFile file;
-    for (const auto &screenshot : screenshots)
+    for (const auto &screenshot : kept.screenshots)
         file.screenshots.append({screenshot.index, screenshot.capturedAt});
     file.id = session.id;
     file.createdAt = session.createdAt;
-    file.updatedAt = session.updatedAt;
-    if (notes)
-        file.notes = from(session.notes, notes->sinceNoteIndex);
-    if (turns)
-        file.turns = from(session.turns, turns->sinceTurnIndex);
+    file.updatedAt = kept.updatedAt;
+    file.notes = kept.notes;
+    file.turns = kept.turns;
     file.customTitle = session.customTitle;
     auto saved = replaceFile(*m_files, session.id, descriptionFileOf(session.id), file.encode());
     if (saved && isNew) {
         m_files->syncFolder(folder);
         m_files->syncFolder(*root);
     }
-    return saved;
+    if (!saved)
+        return saved;
+    return removeOtherImages(session.id, kept.screenshots);
 }
 
 CaptureSessionStore::Result<void>
@@ -176,6 +201,24 @@ CaptureSessionStore::saveImages(const QUuid &id,
     // Images before the description that names them, also after a loss of power.
     if (wroteAny)
         m_files->syncFolder(folderOf(id));
+    return {};
+}
+
+CaptureSessionStore::Result<void>
+CaptureSessionStore::removeOtherImages(const QUuid &id,
+                                       const QList<CaptureSession::Screenshot> &kept) const
+{
+    QSet<qint64> indices;
+    for (const auto &screenshot : kept)
+        indices.insert(screenshot.index);
+    const QList<qint64> files = screenshotFilesIn(folderOf(id));
+    for (const qint64 index : files) {
+        if (indices.contains(index))
+            continue;
+        const QString path = folderOf(id) + QLatin1Char('/') + screenshotFileName(index);
+        if (const auto removed = m_files->removeFile(path); !removed)
+            return fileError(id, path, removed.error());
+    }
     return {};
 }
 
@@ -198,6 +241,7 @@ CaptureSessionStore::Result<CaptureSession> CaptureSessionStore::load(const QUui
             return tl::unexpected(StoreError{Kind::ScreenshotFileMissing, id, metadata.index, {}});
         session.screenshots.append({metadata.index, *image, metadata.capturedAt});
     }
+    session.nextScreenshotIndex = freeScreenshotIndex(*file, folderOf(id));
     return session;
 }
 

@@ -57,7 +57,9 @@ public:
 
     /// The root folder, created when needed.
     Result<QString> sessionsRoot() const;
-    /// Writes what the thread's cursors say: complete description, images not written before.
+    /// Writes what is kept of the thread: complete description, images not written before. Images
+    /// that the thread no longer has are removed, and so is a thread of which nothing is kept, not
+    /// even a title.
     Result<void> save(const CaptureSession &session) const;
     /// Reads a thread back, without cursors.
     Result<CaptureSession> load(const QUuid &id) const;
@@ -76,6 +78,8 @@ private:
     QString descriptionFileOf(const QUuid &id) const;
     Result<void> saveImages(const QUuid &id,
                             const QList<CaptureSession::Screenshot> &screenshots) const;
+    Result<void> removeOtherImages(const QUuid &id,
+                                   const QList<CaptureSession::Screenshot> &kept) const;
 
     QString m_root;
     std::shared_ptr<ThreadFiles> m_files;

@@ -156,6 +156,7 @@ void HistoryController::loadSession(const QUuid &id)
 {
     setNotice({});
     if (const auto &current = m_threads.currentSession(); current && current->id == id) {
+        m_threads.continueThread();
         opened(*current);
         return;
     }

@@ -57,6 +57,18 @@ public:
         return value.toInteger();
     }
 
+    /// Null when no screenshot went with the question; absent when that was not recorded.
+    std::optional<CaptureSession::TurnScreenshot> screenshotIndex()
+    {
+        const char *key = "screenshotIndex";
+        const QJsonValue value = m_object.value(QLatin1String(key));
+        if (value.isUndefined())
+            return std::nullopt;
+        if (value.isNull())
+            return CaptureSession::TurnScreenshot();
+        return CaptureSession::TurnScreenshot{integer(key)};
+    }
+
     QJsonArray array(const char *key)
     {
         const QJsonValue value = m_object.value(QLatin1String(key));
@@ -96,10 +108,16 @@ QByteArray SessionFile::encode() const
     }
     QJsonArray turnObjects;
     for (const auto &turn : turns) {
-        turnObjects.append(QJsonObject{{QStringLiteral("id"), uuidText(turn.id)},
-                                       {QStringLiteral("prompt"), turn.prompt},
-                                       {QStringLiteral("response"), turn.response},
-                                       {QStringLiteral("createdAt"), dateText(turn.createdAt)}});
+        QJsonObject turnObject{{QStringLiteral("id"), uuidText(turn.id)},
+                               {QStringLiteral("prompt"), turn.prompt},
+                               {QStringLiteral("response"), turn.response},
+                               {QStringLiteral("createdAt"), dateText(turn.createdAt)}};
+        if (turn.screenshot) {
+            const auto &index = turn.screenshot->index;
+            turnObject.insert(QStringLiteral("screenshotIndex"),
+                              index ? QJsonValue(*index) : QJsonValue());
+        }
+        turnObjects.append(turnObject);
     }
     QJsonArray screenshotObjects;
     for (const auto &screenshot : screenshots) {
@@ -140,8 +158,8 @@ tl::expected<SessionFile, QString> SessionFile::decode(const QByteArray &json)
     }
     for (const QJsonValue &value : reader.array("turns")) {
         Reader turn(value, error);
-        file.turns.append(
-            {turn.uuid("id"), turn.text("prompt"), turn.text("response"), turn.date("createdAt")});
+        file.turns.append({turn.uuid("id"), turn.text("prompt"), turn.text("response"),
+                           turn.date("createdAt"), turn.screenshotIndex()});
     }
     for (const QJsonValue &value : reader.array("screenshots")) {
         Reader screenshot(value, error);

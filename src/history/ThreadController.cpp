@@ -2,6 +2,7 @@
 
 #include "app/UserDefaults.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace quellora {
@@ -41,7 +42,7 @@ void ThreadController::setKeepAIHistoryEnabled(bool enabled)
         if (m_loadedFromHistory)
             session.resumeTurnPersistingFromDisk();
         else
-            session.beginPersistingTurns();
+            session.beginPersistingTurns(stagedIndex());
         setCurrentSession(session);
     }
     setPreference(DefaultsKey::keepAIHistoryEnabled, m_keepAIHistory, enabled);
@@ -62,6 +63,34 @@ CaptureSession ThreadController::takeOrCreate()
     return m_current ? *m_current : CaptureSession::create(m_clock());
 }
 
+CaptureSession ThreadController::threadForQuery()
+{
+    if (m_endsAtNextSend && m_startNewThreadPerSend)
+        beginNextThread();
+    m_endsAtNextSend = false;
+    CaptureSession session = takeOrCreate();
+    markForQuery(session);
+    return session;
+}
+
+void ThreadController::beginNextThread()
+{
+    CaptureSession next = CaptureSession::create(m_clock());
+    CaptureSession ending = *m_current;
+    if (m_staged) {
+        ending.removeScreenshot(m_staged->index);
+        next.addScreenshot(m_staged->imageData, m_staged->capturedAt, m_clock());
+        m_staged = next.screenshots.constLast();
+        markForQuery(next);
+        // Into its new place before it leaves the old one.
+        saveIfNeeded(next, saveFailure);
+    }
+    saveIfNeeded(ending, commitFailure);
+    leaveThread();
+    m_current = next;
+    Q_EMIT sessionChanged();
+}
+
 void ThreadController::markForQuery(CaptureSession &session) const
 {
     if (!m_keepAIHistory || session.turnPersistenceCursor)
@@ -69,21 +98,37 @@ void ThreadController::markForQuery(CaptureSession &session) const
     if (m_loadedFromHistory && m_current && m_current->id == session.id)
         session.resumeTurnPersistingFromDisk();
     else
-        session.beginPersistingTurns();
+        session.beginPersistingTurns(stagedIndex());
+}
+
+std::optional<qint64> ThreadController::stagedIndex() const
+{
+    return m_staged ? std::optional(m_staged->index) : std::nullopt;
 }
 
 void ThreadController::setCurrentSession(const CaptureSession &session)
 {
     if (!m_current || m_current->id != session.id)
-        m_loadedFromHistory = false;
+        leaveThread();
     m_current = session;
     saveIfNeeded(*m_current, saveFailure);
     Q_EMIT sessionChanged();
 }
 
+void ThreadController::setShortenedSession(const CaptureSession &session)
+{
+    setCurrentSession(session);
+    // What the user removes leaves the disk also when nothing that is added gets there.
+    if (m_saver && session.storedPart && !session.isMarkedForPersistence())
+        m_saver->save(session, saveFailure);
+}
+
 void ThreadController::stageScreenshot(const QByteArray &jpeg)
 {
-    m_staged = jpeg;
+    CaptureSession session = takeOrCreate();
+    session.addScreenshot(jpeg, m_clock(), m_clock());
+    setCurrentSession(session);
+    m_staged = session.screenshots.constLast();
     Q_EMIT stagedScreenshotChanged();
 }
 
@@ -96,17 +141,19 @@ void ThreadController::clearStagedScreenshot()
 }
 
 bool ThreadController::addTurn(const QUuid &threadId, const QString &prompt,
-                               const QString &response)
+                               const QString &response,
+                               const std::optional<qint64> &screenshotIndex)
 {
     const QDateTime now = m_clock();
+    const CaptureSession::TurnScreenshot screenshot{screenshotIndex};
     if (m_current && m_current->id == threadId) {
         CaptureSession session = *m_current;
-        session.addTurn(prompt, response, now, now);
+        session.addTurn(prompt, response, now, now, screenshot);
         setCurrentSession(session);
         return true;
     }
     if (auto it = m_retained.find(threadId); it != m_retained.end() && it->ended) {
-        it->ended->addTurn(prompt, response, now, now);
+        it->ended->addTurn(prompt, response, now, now, screenshot);
         saveIfNeeded(*it->ended, saveFailure);
     }
     return false;
@@ -140,7 +187,7 @@ bool ThreadController::removeNote(const QUuid &noteId)
     CaptureSession session = *m_current;
     if (!session.removeNote(noteId))
         return false;
-    setCurrentSession(session);
+    setShortenedSession(session);
     return true;
 }
 
@@ -150,8 +197,7 @@ bool ThreadController::forget(const QUuid &threadId)
         it->ended.reset();
     if (!m_current || m_current->id != threadId)
         return false;
-    m_current.reset();
-    m_loadedFromHistory = false;
+    leaveThread();
     clearStagedScreenshot();
     Q_EMIT sessionChanged();
     return true;
@@ -171,6 +217,9 @@ void ThreadController::openFromHistory(const CaptureSession &session)
 {
     endCurrentThread();
     CaptureSession opened = session;
+    opened.markAsStored();
+    opened.nextScreenshotIndex =
+        std::max(opened.nextScreenshotIndex, m_nextScreenshotIndex.value(opened.id));
     if (m_keepAIHistory)
         opened.resumeTurnPersistingFromDisk();
     m_current = opened;
@@ -185,10 +234,28 @@ void ThreadController::endCurrentThread()
         if (auto it = m_retained.find(m_current->id); it != m_retained.end())
             it->ended = *m_current;
     }
-    m_current.reset();
-    m_loadedFromHistory = false;
+    leaveThread();
     clearStagedScreenshot();
     Q_EMIT sessionChanged();
+}
+
+void ThreadController::leaveThread()
+{
+    if (m_current)
+        m_nextScreenshotIndex.insert(m_current->id, m_current->nextScreenshotIndex);
+    m_current.reset();
+    m_loadedFromHistory = false;
+    m_endsAtNextSend = false;
+}
+
+void ThreadController::endThreadAtNextSend()
+{
+    m_endsAtNextSend = m_current.has_value();
+}
+
+void ThreadController::continueThread()
+{
+    m_endsAtNextSend = false;
 }
 
 void ThreadController::startNewThread()

@@ -2,6 +2,8 @@
 
 #include "history/CaptureSession.h"
 
+#include <QHash>
+#include <QMap>
 #include <QObject>
 
 #include <functional>
@@ -37,7 +39,8 @@ public:
     const std::optional<CaptureSession> &currentSession() const { return m_current; }
     bool canSave() const { return m_saver != nullptr; }
     bool isSessionLoadedFromHistory() const { return m_loadedFromHistory; }
-    const std::optional<QByteArray> &stagedScreenshotData() const { return m_staged; }
+    /// The screenshot of the current thread that goes with the next question.
+    const std::optional<CaptureSession::Screenshot> &stagedScreenshot() const { return m_staged; }
     bool hasAttachedScreenshot() const { return m_staged.has_value(); }
 
     bool keepAIHistoryEnabled() const { return m_keepAIHistory; }
@@ -50,18 +53,23 @@ public:
 
     /// The current thread, created when there is none.
     CaptureSession takeOrCreate();
-    /// A query is about to be sent on @p session: gives it its persistence starting point when
-    /// history keeping is on and it has none.
-    void markForQuery(CaptureSession &session) const;
+    /// The thread that a question is about to go to: the current one or, where each send begins a
+    /// thread and the current one has its answer, a new one, to which the staged screenshot moves.
+    /// With history keeping on it has its persistence starting point.
+    CaptureSession threadForQuery();
     /// Replaces the current thread and saves it when it is marked for persistence.
     void setCurrentSession(const CaptureSession &session);
 
+    /// Adds a screenshot to the current thread (created when needed) and keeps it for the next
+    /// question.
     void stageScreenshot(const QByteArray &jpeg);
     void clearStagedScreenshot();
 
     /// Adds a finished answer to the thread @p threadId, be it current or one that ended while its
     /// answer was still under way. Returns whether that thread is the current one.
-    bool addTurn(const QUuid &threadId, const QString &prompt, const QString &response);
+    /// @param screenshotIndex number of the screenshot that went with the question, if any
+    bool addTurn(const QUuid &threadId, const QString &prompt, const QString &response,
+                 const std::optional<qint64> &screenshotIndex = std::nullopt);
     /// While an answer for @p threadId is under way its thread outlives its end.
     void retain(const QUuid &threadId);
     void release(const QUuid &threadId);
@@ -76,6 +84,12 @@ public:
     bool forget(const QUuid &threadId);
     /// Gives a thread another title wherever it is held, so that later saves keep it.
     void setCustomTitle(const QUuid &threadId, const std::optional<QString> &title);
+
+    /// The current thread stays until the next question, which begins a thread of its own when each
+    /// send does.
+    void endThreadAtNextSend();
+    /// The user goes on with the current thread: the next question is one of it.
+    void continueThread();
 
     /// Makes a stored thread current.
     void openFromHistory(const CaptureSession &session);
@@ -96,6 +110,11 @@ private:
         std::optional<CaptureSession> ended;
     };
 
+    void markForQuery(CaptureSession &session) const;
+    std::optional<qint64> stagedIndex() const;
+    void beginNextThread();
+    void setShortenedSession(const CaptureSession &session);
+    void leaveThread();
     void saveIfNeeded(const CaptureSession &session, const QString &failurePrefix) const;
     void setPreference(const char *key, bool &field, bool enabled);
 
@@ -103,9 +122,12 @@ private:
     ThreadSaver *m_saver;
     Clock m_clock;
     std::optional<CaptureSession> m_current;
-    std::optional<QByteArray> m_staged;
+    std::optional<CaptureSession::Screenshot> m_staged;
     QMap<QUuid, Retained> m_retained;
+    /// Of the threads that were left: the number of a removed screenshot is known nowhere else.
+    QHash<QUuid, qint64> m_nextScreenshotIndex;
     bool m_loadedFromHistory = false;
+    bool m_endsAtNextSend = false;
     bool m_keepAIHistory = false;
     bool m_startNewThreadPerSend = false;
     bool m_dontClearPrompt = false;

@@ -96,6 +96,14 @@ std::unique_ptr<FileReplacement> DiskThreadFiles::replacement(const QString &pat
     return std::make_unique<DiskReplacement>(path);
 }
 
+ThreadFiles::Result DiskThreadFiles::removeFile(const QString &path)
+{
+    QFile file(path);
+    if (!file.remove())
+        return tl::unexpected(file.errorString());
+    return {};
+}
+
 void DiskThreadFiles::syncFolder(const QString &path)
 {
     syncFolderToDisk(path);

@@ -35,6 +35,7 @@ public:
     /// Makes the folder and those above it that are missing; an existing one is a success.
     virtual Result createFolder(const QString &path) = 0;
     virtual std::unique_ptr<FileReplacement> replacement(const QString &path) = 0;
+    virtual Result removeFile(const QString &path) = 0;
     /// Makes the names in a folder survive a loss of power, as far as the file system can.
     virtual void syncFolder(const QString &path) = 0;
     /// Removes what interrupted replacements left in a thread's folder.
@@ -48,6 +49,7 @@ class DiskThreadFiles : public ThreadFiles
 public:
     Result createFolder(const QString &path) override;
     std::unique_ptr<FileReplacement> replacement(const QString &path) override;
+    Result removeFile(const QString &path) override;
     void syncFolder(const QString &path) override;
     void removeLeftovers(const QString &folder) override;
 };

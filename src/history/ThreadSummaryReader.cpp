@@ -81,16 +81,24 @@ void requireString(ondemand::value value)
         throw Unusual();
 }
 
+void requireIntegerOrNull(ondemand::value value)
+{
+    if (!need(value.is_null()))
+        need(value.get_int64());
+}
+
 /// What a note or a turn shows of itself.
 struct Entry
 {
     /// The key of its text that may become the title, and of one that never does.
     std::string_view titleKey;
     std::string_view otherKey;
+    /// Key of the number of a screenshot, which may be missing.
+    std::string_view screenshotKey;
 };
 
-constexpr Entry noteEntry{"text", {}};
-constexpr Entry turnEntry{"prompt", "response"};
+constexpr Entry noteEntry{"text", {}, {}};
+constexpr Entry turnEntry{"prompt", "response", "screenshotIndex"};
 
 /// Looks at every entry and returns the first one's title text.
 std::pair<qint64, QString> readEntries(ondemand::value value, const Entry &entry)
@@ -120,6 +128,8 @@ std::pair<qint64, QString> readEntries(ondemand::value value, const Entry &entry
             } else if (!entry.otherKey.empty() && key == entry.otherKey) {
                 hasOther = true;
                 requireString(field.value());
+            } else if (!entry.screenshotKey.empty() && key == entry.screenshotKey) {
+                requireIntegerOrNull(field.value());
             }
         }
         if (!hasId || !hasDate || !hasTitle || !hasOther)

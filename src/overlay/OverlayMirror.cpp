@@ -17,7 +17,9 @@ OverlayMirror::OverlayMirror(const Collaborators &collaborators) : m_with(collab
     connect(&m_with.threads, &ThreadController::preferencesChanged, this,
             &OverlayMirror::refreshThread);
     connect(&m_with.threads, &ThreadController::stagedScreenshotChanged, this, [this] {
-        m_with.panels.setStagedScreenshotData(m_with.threads.stagedScreenshotData());
+        const auto &staged = m_with.threads.stagedScreenshot();
+        m_with.panels.setStagedScreenshotData(staged ? std::optional(staged->imageData)
+                                                     : std::nullopt);
     });
     connect(&m_with.orchestrator, &QueryOrchestrator::activityChanged, this,
             &OverlayMirror::refreshActivity);

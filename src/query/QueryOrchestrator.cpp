@@ -104,15 +104,14 @@ void QueryOrchestrator::captureAndSendFinished(const ScreenshotCapture::Outcome 
         return;
     }
     const QString prompt = PromptConfig::current(m_with.defaults, m_with.session.currentConfig());
-    CaptureSession session = m_with.threads.takeOrCreate();
-    m_with.threads.markForQuery(session);
+    // A screenshot that waits is not sent with this question: it stays where it is.
+    m_with.threads.clearStagedScreenshot();
+    CaptureSession session = m_with.threads.threadForQuery();
     const QString apiPrompt = contextAugmentedPrompt(prompt, session);
     session.addScreenshot(outcome->jpegData, m_with.clock(), m_with.clock());
     m_with.threads.setCurrentSession(session);
-    m_with.threads.clearStagedScreenshot();
     Q_EMIT captureSucceeded();
-    runQuery(apiPrompt, prompt, outcome->jpegData.toBase64(), queryStart,
-             session.screenshots.constLast());
+    runQuery(apiPrompt, prompt, queryStart, session.screenshots.constLast());
 }
 
 void QueryOrchestrator::captureNoSendFinished(const ScreenshotCapture::Outcome &outcome)
@@ -122,9 +121,6 @@ void QueryOrchestrator::captureNoSendFinished(const ScreenshotCapture::Outcome &
                       QStringLiteral("Capture (no send)"));
         return;
     }
-    CaptureSession session = m_with.threads.takeOrCreate();
-    session.addScreenshot(outcome->jpegData, m_with.clock(), m_with.clock());
-    m_with.threads.setCurrentSession(session);
     m_with.threads.stageScreenshot(outcome->jpegData);
     Q_EMIT captureSucceeded();
 }
@@ -158,22 +154,12 @@ void QueryOrchestrator::sendPromptOnly(const QString &text)
         return;
     }
     log(QStringLiteral("Send button clicked — prompt-only query"));
-    CaptureSession session = m_with.threads.takeOrCreate();
-    m_with.threads.markForQuery(session);
+    const CaptureSession session = m_with.threads.threadForQuery();
     const QString apiPrompt = contextAugmentedPrompt(text, session);
     m_with.threads.setCurrentSession(session);
-
-    std::optional<QByteArray> image;
-    std::optional<CaptureSession::Screenshot> screenshot;
-    if (const auto &staged = m_with.threads.stagedScreenshotData()) {
-        image = staged->toBase64();
-        for (const auto &candidate : std::as_const(session.screenshots)) {
-            if (candidate.imageData == *staged)
-                screenshot = candidate;
-        }
-    }
+    const std::optional<CaptureSession::Screenshot> staged = m_with.threads.stagedScreenshot();
     m_with.threads.clearStagedScreenshot();
-    runQuery(apiPrompt, text, image, m_with.clock(), screenshot);
+    runQuery(apiPrompt, text, m_with.clock(), staged);
 }
 
 void QueryOrchestrator::addNote(const QString &text)
@@ -185,7 +171,6 @@ void QueryOrchestrator::addNote(const QString &text)
 }
 
 void QueryOrchestrator::runQuery(const QString &apiPrompt, const QString &turnPrompt,
-                                 const std::optional<QByteArray> &imageBase64,
                                  const QDateTime &queryStart,
                                  const std::optional<CaptureSession::Screenshot> &screenshot)
 {
@@ -201,7 +186,7 @@ void QueryOrchestrator::runQuery(const QString &apiPrompt, const QString &turnPr
     query->promptBox = m_with.defaults.stringValue(QLatin1String(DefaultsKey::userPrompt));
     query->screenshot = screenshot;
     query->promptCharacters = characterCount(turnPrompt);
-    query->hasImage = imageBase64.has_value();
+    query->hasImage = screenshot.has_value();
     query->tokensUsedBefore = m_with.messages.tokensUsed();
     query->queryStart = queryStart;
     query->model = m_selectedModelId;
@@ -215,14 +200,16 @@ void QueryOrchestrator::runQuery(const QString &apiPrompt, const QString &turnPr
     m_queries.append(query);
     m_with.display.handleStreamStart(m_with.threads.currentSession(), turnPrompt, queryStart,
                                      screenshot);
-    runQueryOnMain(query, apiPrompt, imageBase64, *token);
+    runQueryOnMain(query, apiPrompt, *token);
     Q_EMIT activityChanged();
 }
 
 void QueryOrchestrator::runQueryOnMain(const ActiveQueryPtr &query, const QString &apiPrompt,
-                                       const std::optional<QByteArray> &imageBase64,
                                        const QString &token)
 {
+    std::optional<QByteArray> imageBase64;
+    if (query->screenshot)
+        imageBase64 = query->screenshot->imageData.toBase64();
     RunningQuery *transfer = m_with.service.query({apiPrompt, imageBase64, query->model, token});
     query->transfer = transfer;
     connect(transfer, &RunningQuery::firstByte, this, [this, query] {
@@ -255,12 +242,15 @@ void QueryOrchestrator::queryFinished(const ActiveQueryPtr &query, const QueryOu
 
 void QueryOrchestrator::storeAnswer(const ActiveQueryPtr &query)
 {
+    const std::optional<qint64> screenshotIndex =
+        query->screenshot ? std::optional(query->screenshot->index) : std::nullopt;
     const bool isCurrent =
-        m_with.threads.addTurn(query->threadId, query->turnPrompt, query->answer);
+        m_with.threads.addTurn(query->threadId, query->turnPrompt, query->answer, screenshotIndex);
     if (isCurrent)
         showCurrentThread();
+    // The thread on show stays the one that the user sees, copies from and notes on.
     if (isCurrent && !m_shown && m_with.threads.startNewThreadPerSendEnabled())
-        m_with.threads.endCurrentThread();
+        m_with.threads.endThreadAtNextSend();
     const QString box = QLatin1String(DefaultsKey::userPrompt);
     // A next question that is being typed is not this one's to remove.
     if (!m_with.threads.dontClearPromptAfterSendEnabled() &&

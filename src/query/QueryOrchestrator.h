@@ -99,11 +99,11 @@ private:
                        const QString &step);
     void showErrorPage(const QString &title, const QString &text);
 
-    void runQuery(const QString &apiPrompt, const QString &turnPrompt,
-                  const std::optional<QByteArray> &imageBase64, const QDateTime &queryStart,
+    /// @param screenshot goes with the question
+    void runQuery(const QString &apiPrompt, const QString &turnPrompt, const QDateTime &queryStart,
                   const std::optional<CaptureSession::Screenshot> &screenshot);
     void runQueryOnMain(const ActiveQueryPtr &query, const QString &apiPrompt,
-                        const std::optional<QByteArray> &imageBase64, const QString &token);
+                        const QString &token);
     void chunkArrived(const ActiveQueryPtr &query, const QString &text);
     void queryFinished(const ActiveQueryPtr &query, const QueryOutcome &outcome);
     void querySucceeded(const ActiveQueryPtr &query, const DoneInfo &info);

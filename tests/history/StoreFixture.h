@@ -96,6 +96,13 @@ struct StoreFixture
     }
 };
 
+/// A thread that was loaded after an interrupted save, without the numbers which that save took.
+inline CaptureSession withoutTakenNumbers(CaptureSession loaded)
+{
+    loaded.nextScreenshotIndex = loaded.screenshots.size();
+    return loaded;
+}
+
 /// What a load shows of a saved thread: everything, in whole seconds and without cursors.
 inline CaptureSession asStored(CaptureSession session)
 {

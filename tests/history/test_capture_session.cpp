@@ -86,6 +86,132 @@ private Q_SLOTS:
         QCOMPARE(session.notes.first().text, "2");
     }
 
+    void screenshotNumbersAreNeverGivenTwice()
+    {
+        CaptureSession session = CaptureSession::create(t0);
+        session.addScreenshot("0", t0);
+        session.addScreenshot("1", t0);
+        QVERIFY(session.removeScreenshot(1));
+        QVERIFY(!session.removeScreenshot(1));
+        session.addScreenshot("2", t0);
+        QCOMPARE(session.screenshots.constLast().index, 2);
+        QVERIFY(session.removeScreenshot(0));
+        QVERIFY(session.removeScreenshot(2));
+        QVERIFY(session.screenshots.isEmpty());
+        session.addScreenshot("3", t0);
+        QCOMPARE(session.screenshots.constLast().index, 3);
+    }
+
+    void removalsMoveWhatIsKept()
+    {
+        CaptureSession session = CaptureSession::create(t0);
+        for (const char *jpeg : {"0", "1", "2"})
+            session.addScreenshot(jpeg, t0);
+        session.addNote("1", t0);
+        session.addNote("2", t0);
+        session.markAsStored();
+        session.notePersistenceCursor = CaptureSession::NotePersistenceCursor{1, 1};
+        session.beginPersistingTurns();
+        session.addScreenshot("3", t0);
+        session.removeScreenshot(0);
+        session.removeNote(session.notes.constFirst().id);
+        QCOMPARE(*session.notePersistenceCursor, (CaptureSession::NotePersistenceCursor{0, 0}));
+        QCOMPARE(session.turnPersistenceCursor->sinceScreenshotIndex, 2);
+        QCOMPARE(*session.storedPart, (CaptureSession::StoredPart{2, 1, 0, t0}));
+        // What stands behind the cursor or the stored part moves neither.
+        session.removeScreenshot(3);
+        QCOMPARE(session.turnPersistenceCursor->sinceScreenshotIndex, 2);
+        QCOMPARE(session.storedPart->screenshots, 2);
+    }
+
+    void keepingBeginsAtTheStagedScreenshot()
+    {
+        CaptureSession session = CaptureSession::create(t0);
+        session.addScreenshot("unkept", t0);
+        session.addScreenshot("staged", t0);
+        session.addScreenshot("later", t0);
+        CaptureSession other = session;
+        session.beginPersistingTurns(1);
+        QCOMPARE(*session.turnPersistenceCursor, (CaptureSession::TurnPersistenceCursor{1, 0}));
+        // One that is not there is no beginning.
+        other.beginPersistingTurns(7);
+        QCOMPARE(*other.turnPersistenceCursor, (CaptureSession::TurnPersistenceCursor{3, 0}));
+    }
+
+    void keepingAnewKeepsWhatWasKept()
+    {
+        CaptureSession session = CaptureSession::create(t0);
+        session.addTurn("unkept", "r", t0);
+        session.beginPersistingTurns();
+        session.addScreenshot("kept", t0);
+        session.addTurn("kept", "r", t0);
+        session.beginPersistingTurns();
+        QCOMPARE(*session.turnPersistenceCursor, (CaptureSession::TurnPersistenceCursor{0, 1}));
+        QCOMPARE(session.keptPart().turns.size(), 1);
+        QCOMPARE(session.keptPart().screenshots.size(), 1);
+    }
+
+    void keptPart_data()
+    {
+        // Three of each kind; the second turn went out with the first screenshot.
+        using Stored = std::optional<CaptureSession::StoredPart>;
+        using Notes = std::optional<CaptureSession::NotePersistenceCursor>;
+        using Turns = std::optional<CaptureSession::TurnPersistenceCursor>;
+        QTest::addColumn<Stored>("stored");
+        QTest::addColumn<Notes>("noteCursor");
+        QTest::addColumn<Turns>("turnCursor");
+        QTest::addColumn<QString>("expected");
+        const Stored none;
+        const auto stored = [](qint64 screenshots, qint64 notes, qint64 turns) {
+            return Stored({screenshots, notes, turns, t0});
+        };
+        QTest::newRow("nothing") << none << Notes() << Turns() << " / / ";
+        QTest::newRow("notes") << none << Notes({1, 0}) << Turns() << "12/012/";
+        QTest::newRow("notes from the second on") << none << Notes({0, 1}) << Turns() << "012/12/";
+        QTest::newRow("turns") << none << Notes() << Turns({1, 2}) << "12/ /2";
+        QTest::newRow("both") << none << Notes({2, 1}) << Turns({1, 2}) << "12/12/2";
+        QTest::newRow("past the end") << none << Notes({9, 9}) << Turns({9, 9}) << " / / ";
+        QTest::newRow("a sent screenshot before the cursor")
+            << none << Notes() << Turns({3, 1}) << "0/ /12";
+        QTest::newRow("stored") << stored(1, 2, 1) << Notes() << Turns() << "0/01/0";
+        QTest::newRow("stored whole") << stored(3, 3, 3) << Notes() << Turns() << "012/012/012";
+        QTest::newRow("stored with a gap")
+            << stored(1, 1, 1) << Notes({2, 2}) << Turns({2, 2}) << "02/02/02";
+        QTest::newRow("stored beyond the cursors")
+            << stored(2, 2, 2) << Notes({1, 1}) << Turns({0, 1}) << "012/012/012";
+        QTest::newRow("a note in a thread from the disk")
+            << stored(1, 1, 2) << Notes({0, 0}) << Turns() << "012/012/01";
+    }
+    void keptPart()
+    {
+        QFETCH(std::optional<CaptureSession::StoredPart>, stored);
+        QFETCH(std::optional<CaptureSession::NotePersistenceCursor>, noteCursor);
+        QFETCH(std::optional<CaptureSession::TurnPersistenceCursor>, turnCursor);
+        QFETCH(QString, expected);
+        CaptureSession session = CaptureSession::create(t0);
+        for (const char *text : {"0", "1", "2"}) {
+            session.addScreenshot(text, t0);
+            session.addTurn(text, "r", t0, t0);
+            session.notes.append({QUuid::createUuid(), text, t0});
+        }
+        session.turns[1].screenshot = CaptureSession::TurnScreenshot{0};
+        session.storedPart = stored;
+        session.notePersistenceCursor = noteCursor;
+        session.turnPersistenceCursor = turnCursor;
+        const CaptureSession::KeptPart kept = session.keptPart();
+        QString found;
+        for (const auto &item : kept.screenshots)
+            found += QString::fromLatin1(item.imageData);
+        found += '/';
+        for (const auto &item : kept.notes)
+            found += item.text;
+        found += '/';
+        for (const auto &item : kept.turns)
+            found += item.prompt;
+        QCOMPARE(found, expected.remove(' '));
+        QCOMPARE(kept.isEmpty(), expected == "//");
+    }
+
     void previewTextPrefersTurnsThenNotes()
     {
         CaptureSession session = CaptureSession::create(t0);
@@ -115,12 +241,11 @@ private Q_SLOTS:
         JsonUserDefaults defaults;
         RecordingSaver saver;
         ThreadController threads(defaults, &saver, [] { return t0; });
-        CaptureSession session = threads.takeOrCreate();
+        CaptureSession session = threads.threadForQuery();
+        QVERIFY(!session.turnPersistenceCursor);
         session.addScreenshot("a", t0, t0);
         session.addTurn("1", "r", t0, t0);
         session.addTurn("2", "r", t0, t0);
-        threads.markForQuery(session);
-        QVERIFY(!session.turnPersistenceCursor);
         threads.setCurrentSession(session);
         QVERIFY(saver.saved.isEmpty());
 
@@ -140,11 +265,11 @@ private Q_SLOTS:
         JsonUserDefaults defaults;
         defaults.setBool("keepAIHistoryEnabled", true);
         ThreadController threads(defaults, nullptr, [] { return t0; });
-        CaptureSession session = threads.takeOrCreate();
-        threads.markForQuery(session);
+        CaptureSession session = threads.threadForQuery();
         QCOMPARE(*session.turnPersistenceCursor, (CaptureSession::TurnPersistenceCursor{0, 0}));
         session.addScreenshot("a", t0);
-        threads.markForQuery(session);
+        threads.setCurrentSession(session);
+        session = threads.threadForQuery();
         QCOMPARE(*session.turnPersistenceCursor, (CaptureSession::TurnPersistenceCursor{0, 0}));
     }
 
@@ -198,8 +323,7 @@ private Q_SLOTS:
         defaults.setBool("keepAIHistoryEnabled", true);
         RecordingSaver saver;
         ThreadController threads(defaults, &saver, [] { return t0; });
-        CaptureSession session = threads.takeOrCreate();
-        threads.markForQuery(session);
+        CaptureSession session = threads.threadForQuery();
         threads.setCurrentSession(session);
         threads.retain(session.id);
         threads.startNewThread();

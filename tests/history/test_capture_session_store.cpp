@@ -110,6 +110,91 @@ private Q_SLOTS:
         QCOMPARE(f.json(session.id)["turns"].toArray().size(), 0);
     }
 
+    void emptyThreadMakesNoEntry()
+    {
+        StoreFixture f;
+        CaptureSession session = sample();
+        session.beginPersistingTurns();
+        QVERIFY(f.store.save(session));
+        QVERIFY(!QFileInfo::exists(f.support.filePath("Quellora")));
+        // It goes with the last thing that was kept of it.
+        session.addNote("note", t0);
+        session.screenshots.clear();
+        QVERIFY(f.store.save(session));
+        QVERIFY(QFileInfo::exists(f.description(session.id)));
+        session.removeNote(session.notes.constFirst().id);
+        QVERIFY(f.store.save(session));
+        QVERIFY(!QFileInfo::exists(f.folder(session.id)));
+        // A title of the user's own is something.
+        session.addNote("note", t0);
+        session.customTitle = "Plan";
+        QVERIFY(f.store.save(session));
+        session.removeNote(session.notes.constFirst().id);
+        QVERIFY(f.store.save(session));
+        QCOMPARE(f.store.load(session.id)->customTitle, std::optional(QString("Plan")));
+    }
+
+    void storedPartIsSavedWithoutCursors()
+    {
+        StoreFixture f;
+        CaptureSession session = sample();
+        session.addNote("1", t0);
+        session.addNote("2", t0);
+        session.resumeTurnPersistingFromDisk();
+        QVERIFY(f.store.save(session));
+        CaptureSession loaded = *f.store.load(session.id);
+        loaded.markAsStored();
+        const QDateTime stamp = loaded.updatedAt;
+        loaded.addScreenshot("unkept", t0, t0.addDays(1));
+        loaded.addTurn("unkept", "r", t0, t0.addDays(1));
+        loaded.removeNote(loaded.notes.constFirst().id);
+        QVERIFY(f.store.save(loaded));
+        const auto stored = f.store.load(session.id);
+        QCOMPARE(stored->screenshots, asStored(session).screenshots);
+        QCOMPARE(stored->turns, asStored(session).turns);
+        QCOMPARE(stored->notes.size(), 1);
+        QCOMPARE(stored->notes.constFirst().text, "2");
+        // What is not kept does not show in its time either.
+        QCOMPARE(stored->updatedAt, stamp);
+    }
+
+    void removedScreenshotLeavesTheFolder()
+    {
+        StoreFixture f;
+        CaptureSession session = keptSample();
+        QVERIFY(f.store.save(session));
+        const QStringList others = {"notes.txt", "screenshot-00.png", "screenshot-x.png"};
+        for (const QString &name : others)
+            writeFile(f.folder(session.id) + '/' + name, "not ours");
+        session.removeScreenshot(0);
+        QVERIFY(f.store.save(session));
+        QCOMPARE(f.names(session.id), (QStringList{others[0], others[1], "screenshot-1.png",
+                                                   others[2], "session.json"}));
+        QCOMPARE(f.store.load(session.id)->screenshots.size(), 1);
+    }
+
+    void loadedThreadGivesNoNumberTwice()
+    {
+        StoreFixture f;
+        CaptureSession session = keptSample();
+        QVERIFY(f.store.save(session));
+        QCOMPARE(f.store.load(session.id)->nextScreenshotIndex, 2);
+        // A question whose screenshot has gone still has its number.
+        session.turns[0].screenshot = CaptureSession::TurnScreenshot{4};
+        QVERIFY(f.store.save(session));
+        QCOMPARE(f.store.load(session.id)->nextScreenshotIndex, 5);
+        // An interrupted save left an image that no description names.
+        writeFile(f.folder(session.id) + "/screenshot-8.png", "cut off");
+        CaptureSession loaded = *f.store.load(session.id);
+        QCOMPARE(loaded.nextScreenshotIndex, 9);
+        loaded.markAsStored();
+        loaded.resumeTurnPersistingFromDisk();
+        loaded.addScreenshot("new", t0, t0);
+        QVERIFY(f.store.save(loaded));
+        QCOMPARE(f.names(session.id), (QStringList{"screenshot-0.png", "screenshot-1.png",
+                                                   "screenshot-9.png", "session.json"}));
+    }
+
     void screenshotsAreWrittenOnce()
     {
         StoreFixture f;

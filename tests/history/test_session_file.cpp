@@ -94,6 +94,12 @@ private Q_SLOTS:
             QTest::newRow(name) << bytes(description) << key;
         }
         for (const QJsonValue &index : {QJsonValue("0"), QJsonValue(0.5), QJsonValue(1e300)}) {
+            QJsonObject asked = wholeDescription();
+            QJsonObject turn = asked["turns"][0].toObject();
+            turn["screenshotIndex"] = index;
+            asked["turns"] = QJsonArray{turn};
+            QTest::addRow("screenshot of a turn %s", bytes({{"", index}}).simplified().constData())
+                << bytes(asked) << "screenshotIndex";
             QJsonObject description = wholeDescription();
             description["screenshots"] =
                 QJsonArray{QJsonObject{{"index", index}, {"capturedAt", "2026-03-01T14:05:09Z"}}};
@@ -179,6 +185,26 @@ private Q_SLOTS:
         QVERIFY(decoded->turns.first().prompt == text);
         QVERIFY(decoded->turns.first().response == text);
         QVERIFY(*decoded->customTitle == text);
+    }
+
+    void whatWentWithAQuestionComesBack()
+    {
+        using TurnScreenshot = CaptureSession::TurnScreenshot;
+        SessionFile file;
+        file.id = QUuid::createUuid();
+        file.createdAt = file.updatedAt = t0;
+        const std::optional<TurnScreenshot> links[] = {TurnScreenshot{3}, TurnScreenshot{},
+                                                       std::nullopt};
+        for (const auto &link : links)
+            file.turns.append({QUuid::createUuid(), "p", "r", t0, link});
+        const QJsonArray turns = QJsonDocument::fromJson(file.encode()).object()["turns"].toArray();
+        QCOMPARE(turns[0]["screenshotIndex"], QJsonValue(3));
+        QCOMPARE(turns[1]["screenshotIndex"], QJsonValue(QJsonValue::Null));
+        QVERIFY(!turns[2].toObject().contains("screenshotIndex"));
+        const auto decoded = SessionFile::decode(file.encode());
+        QVERIFY2(decoded, decoded ? "" : qPrintable(decoded.error()));
+        for (int i = 0; i < 3; ++i)
+            QCOMPARE(decoded->turns.at(i).screenshot, links[i]);
     }
 
     void everyIndexKeepsItsNumber()

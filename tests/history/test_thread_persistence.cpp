@@ -28,12 +28,19 @@ struct Desk
     /// A query with its answer, as a send makes it.
     void ask(const QString &prompt)
     {
-        CaptureSession session = threads.takeOrCreate();
-        threads.markForQuery(session);
+        CaptureSession session = threads.threadForQuery();
         threads.setCurrentSession(session);
         threads.addTurn(session.id, prompt, "r");
     }
     const CaptureSession &current() const { return *threads.currentSession(); }
+    QUuid noteId(const QString &text) const
+    {
+        for (const auto &note : current().notes) {
+            if (note.text == text)
+                return note.id;
+        }
+        return {};
+    }
     QJsonObject stored()
     {
         saver.flush();
@@ -118,14 +125,15 @@ private Q_SLOTS:
         QCOMPARE(desk.f.names(desk.current().id),
                  (QStringList{"screenshot-2.png", "session.json"}));
 
-        // Switching it off stops nothing in this thread, switching it on again starts afresh.
+        // Switching it off stops nothing in this thread, and on again takes nothing away.
         desk.threads.setKeepAIHistoryEnabled(false);
         desk.ask("5");
         QCOMPARE(desk.storedCount("turns"), 3);
         desk.threads.setKeepAIHistoryEnabled(true);
         QCOMPARE(*desk.current().turnPersistenceCursor,
-                 (CaptureSession::TurnPersistenceCursor{3, 5}));
-        QCOMPARE(desk.storedCount("turns"), 0);
+                 (CaptureSession::TurnPersistenceCursor{2, 2}));
+        QCOMPARE(desk.storedCount("turns"), 3);
+        QCOMPARE(desk.storedCount("screenshots"), 1);
 
         // The next thread begins without.
         desk.threads.setKeepAIHistoryEnabled(false);
@@ -169,14 +177,15 @@ private Q_SLOTS:
         desk.defaults.setBool("keepAIHistoryEnabled", true);
         ThreadController later(desk.defaults, &desk.saver, [] { return t0; });
         later.openFromHistory(*desk.f.store.load(session.id));
-        CaptureSession asked = later.takeOrCreate();
-        asked.turnPersistenceCursor.reset();
-        later.markForQuery(asked);
-        QCOMPARE(*asked.turnPersistenceCursor, (CaptureSession::TurnPersistenceCursor{0, 0}));
+        CaptureSession opened = later.takeOrCreate();
+        opened.turnPersistenceCursor.reset();
+        later.setCurrentSession(opened);
+        QCOMPARE(*later.threadForQuery().turnPersistenceCursor,
+                 (CaptureSession::TurnPersistenceCursor{0, 0}));
         // Another thread that is not the one opened begins where it stands.
-        CaptureSession other = sample();
-        later.markForQuery(other);
-        QCOMPARE(*other.turnPersistenceCursor, (CaptureSession::TurnPersistenceCursor{2, 1}));
+        later.setCurrentSession(sample());
+        QCOMPARE(*later.threadForQuery().turnPersistenceCursor,
+                 (CaptureSession::TurnPersistenceCursor{2, 1}));
     }
 
     void screenshotOfAReopenedThreadGetsItsOwnFile()
@@ -198,6 +207,159 @@ private Q_SLOTS:
         QCOMPARE(loaded->screenshots.at(0).imageData, "third");
         QCOMPARE(loaded->screenshots.at(1).imageData, "new");
         QCOMPARE(loaded->screenshots.at(2).imageData, "newer");
+    }
+
+    void threadFromHistoryIsNeverStoredWithLess_data()
+    {
+        QTest::addColumn<bool>("keepsAtOpening");
+        QTest::addColumn<QStringList>("steps");
+        QTest::addColumn<QStringList>("questions");
+        QTest::addColumn<QStringList>("notes");
+        QTest::addColumn<QStringList>("screenshots");
+        const QStringList p{"p"};
+        const QStringList notes{"1", "2", "3"};
+        const QStringList jpegs{"jpeg-0", "jpeg-1"};
+        QTest::newRow("asked with saving on")
+            << true << QStringList{"ask a"} << p + QStringList{"a"} << notes << jpegs;
+        QTest::newRow("note with saving off")
+            << false << QStringList{"note 4"} << p << notes + QStringList{"4"} << jpegs;
+        QTest::newRow("asked, then a note, with saving off")
+            << false << QStringList{"ask unkept", "note 4"} << p << notes + QStringList{"4"}
+            << jpegs;
+        QTest::newRow("note deleted with saving on")
+            << true << QStringList{"delete 2"} << p << QStringList{"1", "3"} << jpegs;
+        QTest::newRow("note deleted with saving off")
+            << false << QStringList{"delete 2"} << p << QStringList{"1", "3"} << jpegs;
+        QTest::newRow("all notes deleted with saving off")
+            << false << QStringList{"delete 1", "delete 2", "delete 3"} << p << QStringList()
+            << jpegs;
+        QTest::newRow("asked and captured, then a note deleted, with saving off")
+            << false << QStringList{"ask unkept", "capture unkept", "delete 1"} << p
+            << QStringList{"2", "3"} << jpegs;
+        QTest::newRow("saving switched on") << false << QStringList{"on"} << p << notes << jpegs;
+        QTest::newRow("asked, then saving switched on")
+            << false << QStringList{"ask a", "on"} << p + QStringList{"a"} << notes << jpegs;
+        QTest::newRow("saving switched off, then asked")
+            << true << QStringList{"off", "ask a"} << p + QStringList{"a"} << notes << jpegs;
+        QTest::newRow("saving switched off and on, a note deleted between")
+            << true << QStringList{"ask a", "off", "delete 3", "on", "ask b"}
+            << p + QStringList{"a", "b"} << QStringList{"1", "2"} << jpegs;
+        QTest::newRow("captured and noted with saving off")
+            << false << QStringList{"capture new", "note 4"} << p << notes + QStringList{"4"}
+            << jpegs + QStringList{"new"};
+        QTest::newRow("left alone with saving off")
+            << false << QStringList{"ask unkept", "capture unkept"} << p << notes << jpegs;
+    }
+    void threadFromHistoryIsNeverStoredWithLess()
+    {
+        QFETCH(bool, keepsAtOpening);
+        QFETCH(QStringList, steps);
+        QFETCH(QStringList, questions);
+        QFETCH(QStringList, notes);
+        QFETCH(QStringList, screenshots);
+        Desk desk;
+        CaptureSession session = keptSample();
+        for (const char *text : {"1", "2", "3"})
+            session.addNote(text, t0);
+        QVERIFY(desk.f.store.save(session));
+        desk.threads.setKeepAIHistoryEnabled(keepsAtOpening);
+        desk.threads.openFromHistory(*desk.f.store.load(session.id));
+        const auto take = [&](const QString &step) {
+            const QString action = step.section(' ', 0, 0);
+            const QString text = step.section(' ', 1);
+            if (action == "ask")
+                desk.ask(text);
+            else if (action == "capture")
+                desk.addScreenshot(text.toUtf8());
+            else if (action == "note")
+                desk.threads.addNote(text);
+            else if (action == "delete")
+                desk.threads.removeNote(desk.noteId(text));
+            else
+                desk.threads.setKeepAIHistoryEnabled(action == "on");
+        };
+        for (const QString &step : std::as_const(steps))
+            take(step);
+        const auto verify = [&] {
+            desk.saver.flush();
+            const auto stored = desk.f.store.load(session.id);
+            QVERIFY(stored);
+            QStringList found;
+            for (const auto &turn : stored->turns)
+                found << turn.prompt;
+            QCOMPARE(found, questions);
+            found.clear();
+            for (const auto &note : stored->notes)
+                found << note.text;
+            QCOMPARE(found, notes);
+            found.clear();
+            for (const auto &screenshot : stored->screenshots)
+                found << screenshot.imageData;
+            QCOMPARE(found, screenshots);
+        };
+        verify();
+        // Ending the thread takes nothing away either.
+        desk.threads.startNewThread();
+        verify();
+    }
+
+    void screenshotThatWaitsIsStoredWithItsQuestion_data()
+    {
+        QTest::addColumn<QString>("switchedOn");
+        for (const char *when :
+             {"before the capture", "between capture and question", "while the answer comes"})
+            QTest::newRow(when) << when;
+    }
+    void screenshotThatWaitsIsStoredWithItsQuestion()
+    {
+        QFETCH(QString, switchedOn);
+        Desk desk;
+        const auto reached = [&](const char *moment) {
+            if (switchedOn == QLatin1String(moment))
+                desk.threads.setKeepAIHistoryEnabled(true);
+        };
+        desk.addScreenshot("earlier");
+        desk.ask("earlier");
+        reached("before the capture");
+        desk.threads.stageScreenshot("staged");
+        reached("between capture and question");
+        const CaptureSession session = desk.threads.threadForQuery();
+        desk.threads.setCurrentSession(session);
+        const qint64 index = desk.threads.stagedScreenshot()->index;
+        desk.threads.clearStagedScreenshot();
+        reached("while the answer comes");
+        desk.threads.addTurn(session.id, "asked", "r", index);
+        desk.saver.flush();
+        const auto stored = desk.f.store.load(session.id);
+        QVERIFY(stored);
+        // What was there before saving was switched on: nothing, or all that came while it was on.
+        QCOMPARE(stored->turns.size(), 1);
+        QCOMPARE(stored->turns.first().prompt, "asked");
+        QCOMPARE(stored->turns.first().screenshot->index, 1);
+        QCOMPARE(stored->screenshots.size(), 1);
+        QCOMPARE(stored->screenshots.first().index, 1);
+        QCOMPARE(stored->screenshots.first().imageData, "staged");
+    }
+
+    void emptyThreadMakesNoEntry()
+    {
+        Desk desk;
+        desk.threads.setKeepAIHistoryEnabled(true);
+        desk.threads.startNewThread();
+        desk.threads.setKeepAIHistoryEnabled(false);
+        desk.threads.setKeepAIHistoryEnabled(true);
+        // A question that is never answered leaves nothing behind.
+        desk.threads.setCurrentSession(desk.threads.threadForQuery());
+        QVERIFY(desk.isRootUntouched());
+        desk.threads.startNewThread();
+        QVERIFY(desk.isRootUntouched());
+        // Neither does the thread whose only note is deleted.
+        desk.threads.addNote("note");
+        desk.saver.flush();
+        QCOMPARE(desk.f.store.list()->size(), 1);
+        desk.threads.removeNote(desk.current().notes.first().id);
+        desk.saver.flush();
+        QVERIFY(desk.f.store.list()->isEmpty());
     }
 
     void removedNoteLeavesTheFile()

@@ -84,6 +84,11 @@ public:
         return std::make_unique<FailingReplacement>(DiskThreadFiles::replacement(path), path,
                                                     fault);
     }
+    Result removeFile(const QString &path) override
+    {
+        const QString step = "remove " + QFileInfo(path).fileName();
+        return fault.strikes(step) ? tl::unexpected(noSpace) : DiskThreadFiles::removeFile(path);
+    }
     void syncFolder(const QString &path) override
     {
         fault.journal.append("sync " + QFileInfo(path).fileName());
@@ -157,13 +162,40 @@ private Q_SLOTS:
                 ++steps;
                 QVERIFY2(!saved, qPrintable(files->fault.journal.last()));
                 verifyFailure(saved.error(), after.id, files->fault);
-                QCOMPARE(*f.store.load(after.id), asStored(before));
+                QCOMPARE(withoutTakenNumbers(*f.store.load(after.id)), asStored(before));
                 verifyOnlyWholeFiles(f, after);
                 verifyNextSave(f, *files, after);
             }
         }
         // Two folders; open, write and commit of two images and the description.
         QCOMPARE(steps, 11 * static_cast<int>(std::size(shares)));
+    }
+
+    void imageThatCannotBeRemovedGoesWithTheNextSave()
+    {
+        auto files = std::make_shared<FailingFiles>();
+        StoreFixture f(files);
+        CaptureSession session = keptSample();
+        QVERIFY(f.store.save(session));
+        session.removeScreenshot(0);
+        files->fault.journal.clear();
+        QVERIFY(f.store.save(session));
+        // Not before the description that named it has gone.
+        QCOMPARE(files->fault.journal.mid(files->fault.journal.size() - 2),
+                 (QStringList{"commit session.json", "remove screenshot-0.png"}));
+
+        session.removeScreenshot(1);
+        files->fault = Fault::at(5, 0);
+        const auto saved = f.store.save(session);
+        QVERIFY(!saved);
+        QCOMPARE(saved.error().kind, StoreError::Kind::File);
+        QCOMPARE(saved.error().description(),
+                 f.folder(session.id) + "/screenshot-1.png: " + noSpace);
+        QVERIFY(f.store.load(session.id)->screenshots.isEmpty());
+        // Its number stays taken as long as it lies there.
+        QCOMPARE(f.store.load(session.id)->nextScreenshotIndex, 2);
+        QVERIFY(f.store.save(session));
+        QCOMPARE(f.names(session.id), QStringList{"session.json"});
     }
 
     void everyStepOfAFirstSaveFails()

@@ -59,6 +59,7 @@ private Q_SLOTS:
     {
         Shelf f;
         CaptureSession session = CaptureSession::create(t0);
+        session.addScreenshot("jpeg", t0, t0);
         QCOMPARE(f.outcome(f.save(session)), "Screenshot");
         session.addNote("  \n  Hello\nworld", t0);
         session.addNote("other", t0);
@@ -101,6 +102,12 @@ private Q_SLOTS:
         QTest::newRow("no UTF-8") << QByteArray("\"p\"") << QByteArray("\"\xff\"");
         QTest::newRow("wrong list")
             << QByteArray("\"turns\": [") << QByteArray("\"turns\": {}, \"t\": [");
+        QTest::newRow("screenshot of a turn in other words")
+            << QByteArray("\"screenshotIndex\": 1") << QByteArray("\"screenshotIndex\": 1e0");
+        QTest::newRow("no screenshot of a turn")
+            << QByteArray("\"screenshotIndex\": 1") << QByteArray("\"screenshotIndex\": null");
+        QTest::newRow("text for the screenshot of a turn")
+            << QByteArray("\"screenshotIndex\": 1") << QByteArray("\"screenshotIndex\": \"1\"");
         QTest::newRow("no index") << QByteArray("\"index\"") << QByteArray("\"position\"");
         QTest::newRow("two values")
             << QByteArray("{\n    \"createdAt\"") << QByteArray("{}{\n    \"createdAt\"");
@@ -116,6 +123,7 @@ private Q_SLOTS:
         CaptureSession session = sample();
         session.addNote("note", t0);
         session.turns[0].id = QUuid("{ABCDEF01-3b7d-4e55-9a21-0c7b5d2e8f14}");
+        session.turns[0].screenshot = CaptureSession::TurnScreenshot{1};
         const QUuid id = f.save(session);
         const QByteArray json = contentOf(f.description(id));
         QVERIFY(json.contains(from));

@@ -79,6 +79,7 @@ private slots:
     void shellAfterEntries();
     void thumbnailWithoutFileIsDropped();
     void screenshotBelongsToTheTurnThatFollows();
+    void recordedScreenshotOfATurnIsShown();
     void styleSheetHasEveryRule();
 };
 
@@ -359,6 +360,23 @@ void TestPageText::screenshotBelongsToTheTurnThatFollows()
     QVERIFY(!screenshotOfTurn(session, session.turns[1].id));
     QCOMPARE(screenshotOfTurn(session, session.turns[2].id)->index, 2);
     QVERIFY(!screenshotOfTurn(session, QUuid::createUuid()));
+}
+
+void TestPageText::recordedScreenshotOfATurnIsShown()
+{
+    CaptureSession session = CaptureSession::create(noon);
+    session.addScreenshot("0", noon, noon);
+    session.addScreenshot("1", noon.addSecs(1), noon);
+    session.turns.append(turn("with the first", "", noon.addSecs(2)));
+    session.turns.append(turn("without", "", noon.addSecs(3)));
+    session.addScreenshot("2", noon.addSecs(4), noon);
+    session.turns.append(turn("with one that was removed", "", noon.addSecs(5)));
+    session.turns[0].screenshot = CaptureSession::TurnScreenshot{0};
+    session.turns[1].screenshot = CaptureSession::TurnScreenshot{};
+    session.turns[2].screenshot = CaptureSession::TurnScreenshot{7};
+    QCOMPARE(screenshotOfTurn(session, session.turns[0].id)->index, 0);
+    QVERIFY(!screenshotOfTurn(session, session.turns[1].id));
+    QVERIFY(!screenshotOfTurn(session, session.turns[2].id));
 }
 
 void TestPageText::styleSheetHasEveryRule()

@@ -87,7 +87,9 @@ inline AppConfigResponse account()
 /// The query flow over fakes, with a clock and transfers that the test moves.
 struct OrchestratorFixture
 {
-    OrchestratorFixture()
+    /// @param keeper where threads go; by default `saver` records them
+    explicit OrchestratorFixture(ThreadSaver *keeper = nullptr)
+        : threads(defaults, keeper ? keeper : &saver, [this] { return now; })
     {
         auth.setSession("token", account());
         messages.updateUsage(100, 1000);
@@ -121,7 +123,7 @@ struct OrchestratorFixture
     FakeAnswerDisplay display;
     ServiceMessages messages{display, BackendEndpoints("http://host")};
     RecordingSaver saver;
-    ThreadController threads{defaults, &saver, [this] { return now; }};
+    ThreadController threads;
     FakeService service{network, BackendEndpoints("http://host")};
     QPromise<ScreenshotCapture::Outcome> capturePromise;
     QueryOrchestrator orchestrator{{session, defaults, threads, messages, service, display,

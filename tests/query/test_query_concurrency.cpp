@@ -263,10 +263,15 @@ private Q_SLOTS:
         f.threads.setStartNewThreadPerSendEnabled(true);
         f.orchestrator.sendPromptOnly("one");
         f.orchestrator.sendPromptOnly("two");
+        const QUuid first = f.threads.currentSession()->id;
         f.service.transfers.at(1)->finish(done());
-        QVERIFY(f.threads.currentSession());
+        f.orchestrator.sendPromptOnly("three");
+        QCOMPARE(f.threads.currentSession()->id, first);
+        f.service.transfers.at(2)->finish(done());
         f.service.transfers.at(0)->finish(done());
-        QVERIFY(!f.threads.currentSession());
+        QCOMPARE(f.threads.currentSession()->id, first);
+        f.orchestrator.sendPromptOnly("four");
+        QVERIFY(f.threads.currentSession()->id != first);
     }
 
     void aNextQuestionThatIsBeingTypedStays()

@@ -340,7 +340,7 @@ private Q_SLOTS:
         const QUuid first = f.threads.currentSession()->id;
         f.transfer()->answer("x");
         f.transfer()->finish(done());
-        QVERIFY(!f.threads.currentSession());
+        QCOMPARE(f.threads.currentSession()->id, first);
         QCOMPARE(f.display.rendered.last().id, first);
         f.captureAndSend();
         QVERIFY(f.threads.currentSession()->id != first);

@@ -154,9 +154,9 @@ std::optional<CaptureSession::Screenshot> screenshotOfTurn(const CaptureSession 
         }
         std::optional<CaptureSession::Screenshot> found;
         for (const CaptureSession::Screenshot &screenshot : session.screenshots) {
-            const bool afterPrevious =
-                !previousEnd.isValid() || screenshot.capturedAt > previousEnd;
-            if (afterPrevious && screenshot.capturedAt <= turn.createdAt)
+            const bool isInTime = (!previousEnd.isValid() || screenshot.capturedAt > previousEnd) &&
+                                  screenshot.capturedAt <= turn.createdAt;
+            if (turn.screenshot ? turn.screenshot->index == screenshot.index : isInTime)
                 found = screenshot;
         }
         return found;

@@ -57,8 +57,9 @@ double codeAlpha(double windowAlpha);
 /// A moment as a thread page shows it, in local time: "Nov 21, 9:05 AM".
 QString threadTimestamp(const QDateTime &time);
 
-/// The screenshot that went with a turn: the latest one taken after the turn before it was finished
-/// and before it was finished itself. Nothing for a turn that is not in the thread.
+/// The screenshot that went with a turn. Where that was not recorded, the latest one taken after
+/// the turn before it was finished and before it was finished itself. Nothing for a turn that is
+/// not in the thread.
 std::optional<CaptureSession::Screenshot> screenshotOfTurn(const CaptureSession &session,
                                                            const QUuid &turnId);
 

@@ -1,0 +1,258 @@
+// Which screenshot goes with which question, and which thread is on show and on disk.
+
+#include "KeepingFixture.h"
+
+using namespace quellora;
+
+namespace {
+
+using Fixture = KeepingFixture;
+
+} // namespace
+
+class TestQueryKeeping : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void removedScreenshotIsNoPartOfTheQuestion()
+    {
+        Fixture k;
+        k.f.threads.setKeepAIHistoryEnabled(true);
+        k.capture("removed");
+        k.f.threads.clearStagedScreenshot();
+        k.ask("text");
+        QVERIFY(!k.f.service.requests.last().imageBase64);
+        verifyTurns(k, {"text"});
+    }
+
+    void screenshotOfAFailedQuestionIsNotTheNextOnes()
+    {
+        Fixture k;
+        k.f.threads.setKeepAIHistoryEnabled(true);
+        k.f.captureAndSend("failed");
+        k.f.transfer()->finish(failure(QueryError::Kind::HttpError, {}, 500));
+        k.ask("text");
+        verifyTurns(k, {"text"});
+    }
+
+    void screenshotStagedWhileAnsweringGoesWithTheNextQuestion()
+    {
+        Fixture k;
+        k.f.threads.setKeepAIHistoryEnabled(true);
+        k.f.orchestrator.sendPromptOnly("one");
+        k.capture("staged");
+        k.answer();
+        k.f.orchestrator.sendPromptOnly("two");
+        QCOMPARE(k.f.display.streamScreenshot->imageData, "staged");
+        k.answer();
+        verifyTurns(k, {"one", "two<staged"});
+    }
+
+    void equalScreenshotsAreTwo()
+    {
+        Fixture k;
+        k.f.threads.setKeepAIHistoryEnabled(true);
+        k.capture("same");
+        k.f.orchestrator.sendPromptOnly("one");
+        k.capture("same");
+        k.answer();
+        k.ask("two");
+        QCOMPARE(k.current().turns.at(0).screenshot->index, 0);
+        QCOMPARE(k.current().turns.at(1).screenshot->index, 1);
+    }
+
+    void stoppedAnswerKeepsItsScreenshot()
+    {
+        Fixture k;
+        k.f.threads.setKeepAIHistoryEnabled(true);
+        k.f.captureAndSend("sent");
+        k.f.transfer()->answer("half");
+        k.f.orchestrator.stop();
+        verifyTurns(k, {"server prompt<sent"});
+    }
+
+    void answerOfAnEndedThreadKeepsItsScreenshot()
+    {
+        Fixture k;
+        k.f.threads.setKeepAIHistoryEnabled(true);
+        k.f.captureAndSend("sent");
+        const QUuid id = k.current().id;
+        k.f.threads.startNewThread();
+        k.answer();
+        QCOMPARE(k.stored(id), "server prompt<sent | sent |");
+    }
+
+    void questionOutBeforeSavingIsStoredWithItsScreenshot()
+    {
+        Fixture k;
+        k.f.captureAndSend("sent");
+        k.f.threads.setKeepAIHistoryEnabled(true);
+        k.answer();
+        QCOMPARE(k.stored(k.current().id), "server prompt<sent | sent |");
+    }
+
+    void droppedScreenshotDoesNotBeginTheKeeping()
+    {
+        Fixture k;
+        k.f.threads.setKeepAIHistoryEnabled(true);
+        k.capture("dropped");
+        k.f.captureAndSend("sent");
+        k.answer();
+        QCOMPARE(k.stored(k.current().id), "server prompt<sent | sent |");
+    }
+
+    void oneThreadPerSendKeepsTheThreadOnShow()
+    {
+        Fixture k;
+        k.f.threads.setKeepAIHistoryEnabled(true);
+        k.f.threads.setStartNewThreadPerSendEnabled(true);
+        k.ask("one");
+        const QUuid first = k.current().id;
+        // Notes are made and deleted in it.
+        k.f.orchestrator.addNote("note");
+        QCOMPARE(k.current().id, first);
+        QCOMPARE(k.f.display.rendered.last().turns.size(), 1);
+        QCOMPARE(k.stored(first), "one | | note");
+        QVERIFY(k.f.threads.removeNote(k.current().notes.first().id));
+        QCOMPARE(k.stored(first), "one | |");
+        // The next question knows nothing of it.
+        k.ask("two");
+        QVERIFY(k.current().id != first);
+        QCOMPARE(k.f.service.requests.last().prompt, "two");
+        QCOMPARE(k.stored(first), "one | |");
+        QCOMPARE(k.stored(k.current().id), "two | |");
+    }
+
+    void oneThreadPerSendTakesTheStagedScreenshotAlong_data()
+    {
+        QTest::addColumn<bool>("whileAnswering");
+        QTest::newRow("staged while the answer streams") << true;
+        QTest::newRow("staged after the answer") << false;
+    }
+    void oneThreadPerSendTakesTheStagedScreenshotAlong()
+    {
+        QFETCH(bool, whileAnswering);
+        Fixture k;
+        k.f.threads.setKeepAIHistoryEnabled(true);
+        k.f.threads.setStartNewThreadPerSendEnabled(true);
+        k.f.orchestrator.sendPromptOnly("one");
+        if (whileAnswering)
+            k.capture("staged");
+        k.answer();
+        if (!whileAnswering)
+            k.capture("staged");
+        const QUuid first = k.current().id;
+        QVERIFY(k.f.threads.hasAttachedScreenshot());
+        QCOMPARE(k.stored(first), "one | staged |");
+        k.f.orchestrator.sendPromptOnly("two");
+        QCOMPARE(k.f.service.requests.last().imageBase64, QByteArray("staged").toBase64());
+        QCOMPARE(k.f.display.streamScreenshot->imageData, "staged");
+        QVERIFY(!k.f.threads.hasAttachedScreenshot());
+        k.answer();
+        QCOMPARE(k.stored(first), "one | |");
+        QCOMPARE(k.disk.names(first), QStringList{"session.json"});
+        QCOMPARE(k.stored(k.current().id), "two<staged | staged |");
+    }
+
+    void oneThreadPerSendLeavesAnUnsentScreenshotWhereItIs()
+    {
+        Fixture k;
+        k.f.threads.setKeepAIHistoryEnabled(true);
+        k.f.threads.setStartNewThreadPerSendEnabled(true);
+        k.ask("one");
+        k.capture("staged");
+        const QUuid first = k.current().id;
+        k.f.captureAndSend("fresh");
+        k.answer();
+        QCOMPARE(k.stored(first), "one | staged |");
+        QCOMPARE(k.stored(k.current().id), "server prompt<fresh | fresh |");
+    }
+
+    void theThreadStaysWhenNothingGoesOut()
+    {
+        Fixture k;
+        k.f.threads.setStartNewThreadPerSendEnabled(true);
+        k.ask("one");
+        const QUuid first = k.current().id;
+        k.f.orchestrator.triggerCaptureAndSend();
+        k.f.captureReturns(
+            captureFailure(ScreenshotCapture::CaptureError::Kind::NonZeroExit, {}, 1));
+        QCOMPARE(k.current().id, first);
+        k.f.messages.updateUsage(1000, 1000);
+        k.f.orchestrator.sendPromptOnly("refused");
+        QCOMPARE(k.current().id, first);
+    }
+
+    void threadGoesOnWhenItIsChosenInHistory()
+    {
+        Fixture k;
+        k.f.threads.setKeepAIHistoryEnabled(true);
+        k.f.threads.setStartNewThreadPerSendEnabled(true);
+        k.ask("one");
+        const QUuid first = k.current().id;
+        k.open(first);
+        k.ask("two");
+        QCOMPARE(k.stored(first), "one two | |");
+        k.ask("three");
+        k.open(first);
+        k.ask("four");
+        QCOMPARE(k.stored(first), "one two four | |");
+    }
+
+    void threadGoesOnWhenTheSettingIsTakenBack()
+    {
+        Fixture k;
+        k.f.threads.setStartNewThreadPerSendEnabled(true);
+        k.ask("one");
+        k.f.threads.setStartNewThreadPerSendEnabled(false);
+        k.ask("two");
+        QCOMPARE(k.current().turns.size(), 2);
+        // Switched on again, it ends after the answer to the next question.
+        k.f.threads.setStartNewThreadPerSendEnabled(true);
+        k.ask("three");
+        QCOMPARE(k.current().turns.size(), 3);
+        k.ask("four");
+        QCOMPARE(k.current().turns.size(), 1);
+    }
+
+    void threadWithoutAnAnswerTakesTheNextQuestion()
+    {
+        Fixture k;
+        k.f.threads.setStartNewThreadPerSendEnabled(true);
+        k.f.captureAndSend("sent");
+        const QUuid first = k.current().id;
+        k.f.transfer()->finish(failure(QueryError::Kind::HttpError, {}, 500));
+        k.ask("again");
+        QCOMPARE(k.current().id, first);
+    }
+
+    void numbersOfRemovedScreenshotsStayTakenAfterReopening()
+    {
+        Fixture k;
+        k.f.threads.setKeepAIHistoryEnabled(true);
+        k.f.threads.setStartNewThreadPerSendEnabled(true);
+        k.ask("one");
+        const QUuid first = k.current().id;
+        k.capture("moved");
+        QCOMPARE(k.current().screenshots.constLast().index, 0);
+        k.ask("two");
+        k.open(first);
+        k.capture("new");
+        QCOMPARE(k.current().screenshots.constLast().index, 1);
+    }
+
+private:
+    /// In the thread on show and, opened again, in the stored one.
+    static void verifyTurns(Fixture &k, const QStringList &expected)
+    {
+        const QUuid id = k.current().id;
+        const auto turns = [&k] { return k.text(k.current()).section('|', 0, 0).trimmed(); };
+        QCOMPARE(turns(), expected.join(' '));
+        k.f.threads.startNewThread();
+        k.open(id);
+        QCOMPARE(turns(), expected.join(' '));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestQueryKeeping)
+#include "test_query_keeping.moc"
