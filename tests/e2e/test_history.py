@@ -6,54 +6,15 @@ import threading
 import unittest
 import uuid
 
-from harness import App, E2ECase, HostileServer, wait_until
+from harness import HostileServer, wait_until
 from harness.server import QUERY, chunk_event
+from stored_threads import StoredThreadsCase
 
 PREFIX = "[OverlayWindowController] "
 DIALOG = "Delete this thread?"
 
 
-def turn(prompt, response, stamp):
-    return {"id": str(uuid.uuid4()).upper(), "prompt": prompt, "response": response,
-            "createdAt": stamp}
-
-
-class HistoryTest(E2ECase):
-    def app_with_threads(self, *threads, defaults=None):
-        """A signed-in app whose folder holds threads (prompt, response, time)."""
-        server = self.server()
-        app = App(self.desktop, server.url, **({"defaults": defaults} if defaults else {}))
-        self.apps.append(app)
-        self.addCleanup(app.close)
-        self.addCleanup(self._keep_evidence)
-        self.root = app.data_home / "Quellora" / "sessions"
-        self.root.mkdir(parents=True)
-        self.ids = [self.store(prompt, response, stamp) for prompt, response, stamp in threads]
-        app.start().sign_in()
-        return server, app
-
-    def store(self, prompt, response, stamp):
-        name = str(uuid.uuid4()).upper()
-        folder = self.root / name
-        folder.mkdir()
-        (folder / "session.json").write_text(json.dumps({
-            "id": name, "createdAt": stamp, "updatedAt": stamp, "notes": [], "screenshots": [],
-            "turns": [turn(prompt, response, stamp)]}))
-        return name
-
-    def description(self, name):
-        return json.loads((self.root / name / "session.json").read_text())
-
-    def open_history(self, app):
-        mark = app.mark()
-        app.access.press("Menu")
-        app.access.press("History")
-        opened = re.compile(r"^\[OverlayWindowController\] History button clicked "
-                            r"— sidebar open=true, (\d+) session\(s\)$")
-        app.wait_for_line(opened, since=mark)
-        app.access.wait_for("Search threads")
-        return [int(match[1]) for match in map(opened.match, app.lines_since(mark)) if match][0]
-
+class HistoryTest(StoredThreadsCase):
     def test_search_open_and_continue_a_thread(self):
         server, app = self.app_with_threads(
             ("Older question", "The older answer.", "2026-01-02T10:00:00Z"),
