@@ -26,6 +26,8 @@ HistoryController::HistoryController(ThreadLibrary &library, ThreadController &t
     m_more.setSingleShot(true);
     m_more.setInterval(0);
     connect(&m_more, &QTimer::timeout, this, &HistoryController::applyChanges);
+    connect(&m_threads, &ThreadController::endedThreadChanged, this,
+            [this](const QUuid &id) { m_isWantedStale = m_isWantedStale || id == m_wanted; });
 }
 
 HistoryController::~HistoryController()
@@ -161,11 +163,17 @@ void HistoryController::loadSession(const QUuid &id)
         return;
     }
     m_wanted = id;
+    m_isWantedStale = false;
     whenFinished(m_library.load(id), this,
                  [this, id](const ThreadLibrary::Result<CaptureSession> &session) {
                      if (m_wanted != id)
                          return;
                      m_wanted = {};
+                     // Opened as it was, it would lose what has come since with its next save.
+                     if (m_isWantedStale) {
+                         loadSession(id);
+                         return;
+                     }
                      if (!session) {
                          log(QStringLiteral("ERROR: Failed to load session %1 from History: %2")
                                  .arg(uuidText(id), session.error().description()));
@@ -244,6 +252,7 @@ void HistoryController::renameSession(const QUuid &id, const QString &title)
 void HistoryController::applyTitle(const QUuid &id, const std::optional<QString> &title)
 {
     m_threads.setCustomTitle(id, title);
+    m_isWantedStale = m_isWantedStale || id == m_wanted;
     const qsizetype position = m_listed.setTitle(id, title);
     if (position >= 0)
         Q_EMIT sessionChanged(position);

@@ -98,6 +98,8 @@ private:
     qsizetype m_total = 0;
     /// The thread that was asked for last; an answer for another one comes too late.
     QUuid m_wanted;
+    /// What is being read has changed meanwhile.
+    bool m_isWantedStale = false;
     QString m_notice;
 };
 

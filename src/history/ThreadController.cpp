@@ -155,6 +155,7 @@ bool ThreadController::addTurn(const QUuid &threadId, const QString &prompt,
     if (auto it = m_retained.find(threadId); it != m_retained.end() && it->ended) {
         it->ended->addTurn(prompt, response, now, now, screenshot);
         saveIfNeeded(*it->ended, saveFailure);
+        Q_EMIT endedThreadChanged(threadId);
     }
     return false;
 }

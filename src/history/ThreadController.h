@@ -100,6 +100,8 @@ public:
 
 Q_SIGNALS:
     void sessionChanged();
+    /// A thread that has ended got its answer.
+    void endedThreadChanged(const QUuid &threadId);
     void stagedScreenshotChanged();
     void preferencesChanged();
 

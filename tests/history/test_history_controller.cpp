@@ -306,6 +306,35 @@ private Q_SLOTS:
         QCOMPARE(opened.size(), 1);
     }
 
+    void answerThatComesWhileItsThreadIsOpenedIsNotLost()
+    {
+        m_threads->setKeepAIHistoryEnabled(true);
+        auto stored = m_library->add("question", noon);
+        open();
+        m_history->loadSession(stored.id);
+        QTRY_VERIFY(m_threads->currentSession());
+        m_threads->retain(stored.id);
+        m_threads->startNewThread();
+        open();
+        m_history->loadSession(stored.id);
+        // The thread has been read; its answer comes before it is opened.
+        m_threads->addTurn(stored.id, "late", "answer");
+        m_library->sessions[stored.id] = m_saver->saved.constLast();
+        m_threads->release(stored.id);
+        QTRY_COMPARE(m_threads->currentSession()->id, stored.id);
+        QCOMPARE(m_threads->currentSession()->turns.size(), 2);
+    }
+
+    void titleGivenWhileItsThreadIsOpenedIsNotLost()
+    {
+        const auto stored = m_library->add("question", noon);
+        open();
+        m_history->loadSession(stored.id);
+        m_history->renameSession(stored.id, "Plan");
+        QTRY_VERIFY(m_threads->currentSession());
+        QCOMPARE(m_threads->currentSession()->customTitle, std::optional(QString("Plan")));
+    }
+
     void closingGivesUpOpening()
     {
         const auto stored = m_library->add("question", noon);

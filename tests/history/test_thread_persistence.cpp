@@ -327,6 +327,9 @@ private Q_SLOTS:
         desk.threads.setCurrentSession(session);
         const qint64 index = desk.threads.stagedScreenshot()->index;
         desk.threads.clearStagedScreenshot();
+        // Already while its question waits for the answer.
+        QCOMPARE(desk.storedCount("screenshots"),
+                 switchedOn == QLatin1String("while the answer comes") ? 0 : 1);
         reached("while the answer comes");
         desk.threads.addTurn(session.id, "asked", "r", index);
         desk.saver.flush();
