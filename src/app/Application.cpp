@@ -134,10 +134,17 @@ std::unique_ptr<OverlayPresenter> Application::makeOverlay(const VantiroConfig &
             *m_platform, *m_defaults, m_notifications, m_session, m_queries, m_engine,
             std::move(view), QUrl(QStringLiteral("qrc:/qt/qml/Quellora/Page/ResponseView.qml")),
             &m_saver, m_endpoints,
-            [tool = m_platform->captureTool()] {
-                return ScreenshotCapture::captureInBackground(tool);
-            },
+            [this] { return ScreenshotCapture::captureInBackground(captureTool()); },
             &QCoreApplication::quit, m_hotkeys, &m_library, &m_permissions});
+}
+
+CaptureTool Application::captureTool() const
+{
+    CaptureTool tool = m_platform->captureTool();
+    const QString key = QLatin1String(DefaultsKey::captureAllScreens);
+    if (!tool.allScreensArguments.isEmpty() && m_defaults->boolValue(key).value_or(false))
+        tool.arguments = tool.allScreensArguments;
+    return tool;
 }
 
 std::unique_ptr<MenuBarController> Application::makeMenuBar()

@@ -49,6 +49,8 @@ private:
     std::unique_ptr<LoginPresenter> makeLogin();
     std::unique_ptr<OverlayPresenter> makeOverlay(const VantiroConfig &config);
     std::unique_ptr<MenuBarController> makeMenuBar();
+    /// The tool with the arguments for the screens that the user chose.
+    CaptureTool captureTool() const;
     AppDelegate::Collaborators collaborators();
     DeviceFields deviceFields() const;
 

@@ -21,6 +21,7 @@ inline constexpr auto responseTextColorHex = "responseTextColorHex";
 inline constexpr auto userPrompt = "userPrompt";
 inline constexpr auto hasLaunchedBefore = "hasLaunchedBefore";
 inline constexpr auto hotkeyBindings = "hotkeyBindings";
+inline constexpr auto captureAllScreens = "captureAllScreens";
 } // namespace DefaultsKey
 
 /// The user's stored preferences: a small typed key-value store.

@@ -9,6 +9,8 @@
 #include "panels/BottomPanelsModel.h"
 #include "platform/Platform.h"
 
+#include <QGuiApplication>
+
 #include <utility>
 
 namespace quellora {
@@ -76,6 +78,25 @@ void OverlaySettings::attach(const Targets &targets, const BackendEndpoints &end
             m_rebinding.cancelHotkeyCapture();
     });
     followPanels();
+    followScreens();
+}
+
+void OverlaySettings::followScreens()
+{
+    const QString key = QLatin1String(DefaultsKey::captureAllScreens);
+    m_model.setCaptureAllScreens(m_defaults.boolValue(key).value_or(false));
+    connect(&m_model, &SettingsModel::captureAllScreensChosen, this, [this, key](bool isEnabled) {
+        m_defaults.setBool(key, isEnabled);
+        m_model.setCaptureAllScreens(isEnabled);
+    });
+    const auto offer = [this] {
+        m_model.setScreenChoiceOffered(!m_platform.captureTool().allScreensArguments.isEmpty() &&
+                                       QGuiApplication::screens().size() > 1);
+    };
+    // Queued: the list of screens is complete afterwards.
+    connect(qGuiApp, &QGuiApplication::screenAdded, this, offer, Qt::QueuedConnection);
+    connect(qGuiApp, &QGuiApplication::screenRemoved, this, offer, Qt::QueuedConnection);
+    offer();
 }
 
 void OverlaySettings::followPanels()

@@ -68,6 +68,7 @@ private:
     void setResponseTextColorHex(const QString &hex);
     void showTheme(AppTheme theme);
     void followPanels();
+    void followScreens();
 
     Platform &m_platform;
     UserDefaults &m_defaults;

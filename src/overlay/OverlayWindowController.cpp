@@ -128,6 +128,7 @@ void OverlayWindowController::wireOverlay()
     });
     connect(&m_overlay, &OverlayModel::zoomRequested, this,
             &OverlayWindowController::handleZoomButton);
+    connect(&m_panel, &NonFocusPanel::dragEnded, &m_placement, &PanelPlacement::placedByUser);
     connect(&m_placement, &PanelPlacement::isZoomedLargeChanged, &m_overlay,
             &OverlayModel::setZoomedLarge);
     connect(&m_overlay, &OverlayModel::sliderMoved, this, &OverlayWindowController::sliderChanged);
@@ -202,6 +203,11 @@ void OverlayWindowController::wirePanels()
             &QueryOrchestrator::addNote);
     connect(orchestrator, &QueryOrchestrator::captureSucceeded, &m_panels,
             &BottomPanelsModel::finishFirstLaunch);
+    // A hot key works while the panel is hidden; the reason must be seen.
+    connect(orchestrator, &QueryOrchestrator::refused, this, [this] {
+        if (!m_isVisible)
+            show();
+    });
     connect(&m_panels, &BottomPanelsModel::newThreadRequested, this,
             &OverlayWindowController::startNewThread);
     connect(&m_panels, &BottomPanelsModel::attachmentRemoved, &m_threads,
@@ -220,6 +226,7 @@ void OverlayWindowController::wirePanels()
 
 void OverlayWindowController::show()
 {
+    m_placement.keepOnScreen();
     logIfLacking(m_with.platform.panelWindow().orderFront(m_panel));
     m_isVisible = true;
     updateClickThroughState();

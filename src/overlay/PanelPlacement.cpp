@@ -2,12 +2,14 @@
 
 #include "app/Log.h"
 #include "app/Text.h"
-#include "overlay/ui/OverlayGeometry.h"
 
 #include <QEasingCurve>
 #include <QGuiApplication>
 #include <QScreen>
 #include <QWindow>
+
+#include <algorithm>
+#include <utility>
 
 namespace quellora {
 
@@ -30,11 +32,31 @@ PanelPlacement::PanelPlacement(QWindow &window, const VantiroConfig::Overlay &ov
     m_animation.setEasingCurve(QEasingCurve::OutCubic);
     connect(&m_animation, &QVariantAnimation::valueChanged, this,
             [this](const QVariant &frame) { m_window.setGeometry(frame.toRect()); });
+    // Several changes at once are one; by then all screens are known.
+    m_refit.setSingleShot(true);
+    m_refit.setInterval(0);
+    connect(&m_refit, &QTimer::timeout, this, &PanelPlacement::refit);
+    const QList<QScreen *> screens = QGuiApplication::screens();
+    for (QScreen *screen : screens)
+        followScreen(screen);
+    connect(qGuiApp, &QGuiApplication::screenAdded, this, [this](QScreen *screen) {
+        followScreen(screen);
+        m_refit.start();
+    });
+    connect(qGuiApp, &QGuiApplication::screenRemoved, this, [this] { m_refit.start(); });
+}
+
+void PanelPlacement::followScreen(QScreen *screen)
+{
+    const auto changed = [this] { m_refit.start(); };
+    connect(screen, &QScreen::geometryChanged, this, changed);
+    connect(screen, &QScreen::availableGeometryChanged, this, changed);
 }
 
 void PanelPlacement::placeInitially()
 {
     m_window.resize(qRound(m_overlay.width), qRound(m_overlay.height));
+    m_place = Place{m_window.geometry()};
     const QScreen *screen = QGuiApplication::primaryScreen();
     if (!screen) {
         log(QStringLiteral("WARNING: NSScreen.main unavailable, using default origin"));
@@ -42,12 +64,66 @@ void PanelPlacement::placeInitially()
         return;
     }
     const QRect area = screen->availableGeometry();
-    m_window.setPosition(
+    m_place.frame.moveTopLeft(
         OverlayGeometry::initialPosition(area, {m_overlay.x, m_overlay.y}, m_window.size()));
+    m_window.setGeometry(frameOf(m_place));
     log(QStringLiteral("Positioned at (%1, %2) on screen (%3, %4, %5, %6)")
             .arg(decimalText(area.x() + m_overlay.x), decimalText(area.y() + m_overlay.y),
                  decimalText(area.x()), decimalText(area.y()), decimalText(area.width()),
                  decimalText(area.height())));
+}
+
+QRect PanelPlacement::frameOf(const Place &place) const
+{
+    if (const std::optional<QRect> area = place.fillsScreen ? visibleArea() : std::nullopt)
+        return *area;
+    QList<QRect> areas;
+    QList<QScreen *> screens = QGuiApplication::screens();
+    // Where two are equally near, the main one.
+    std::stable_partition(screens.begin(), screens.end(), [](const QScreen *screen) {
+        return screen == QGuiApplication::primaryScreen();
+    });
+    for (const QScreen *screen : std::as_const(screens))
+        areas.append(screen->availableGeometry());
+    return OverlayGeometry::fitted(place.frame, place.keep, areas);
+}
+
+PanelPlacement::Place PanelPlacement::placeAt(const QRect &frame) const
+{
+    Place place{frame};
+    if (frameOf(place) == frame)
+        return place;
+    // Part of it hangs over the edge: it may stay so.
+    place.keep = OverlayGeometry::Keep::Bar;
+    place.frame = frameOf(place);
+    return place;
+}
+
+void PanelPlacement::placedByUser()
+{
+    if (m_animation.state() == QAbstractAnimation::Running ||
+        m_window.geometry() == frameOf(m_place))
+        return;
+    m_place = placeAt(m_window.geometry());
+    refit();
+}
+
+void PanelPlacement::keepOnScreen()
+{
+    const Place now{targetFrame(), OverlayGeometry::Keep::Bar};
+    if (frameOf(now) != now.frame)
+        refit();
+}
+
+void PanelPlacement::refit()
+{
+    const QRect frame = frameOf(m_place);
+    if (frame == targetFrame())
+        return;
+    moveTo(frame);
+    log(QStringLiteral("Panel kept on the screen at (%1, %2), %3x%4")
+            .arg(decimalText(frame.x()), decimalText(frame.y()), decimalText(frame.width()),
+                 decimalText(frame.height())));
 }
 
 std::optional<QRect> PanelPlacement::visibleArea() const
@@ -61,13 +137,18 @@ void PanelPlacement::handleZoomButton()
 {
     const std::optional<QRect> area = visibleArea();
     if (!m_isZoomedLarge) {
-        m_priorFrameBeforeZoom = targetFrame();
-        if (area)
+        const QRect frame = targetFrame();
+        m_priorFrameBeforeZoom = frame == frameOf(m_place) ? m_place : Place{frame};
+        if (area) {
+            m_place = Place{frame, OverlayGeometry::Keep::Panel, true};
             moveTo(*area);
+        }
         m_isZoomedLarge = true;
         log(QStringLiteral("Zoom button — grew to fill the current screen's visible frame"));
     } else {
-        moveTo(OverlayGeometry::restoredFrame(m_priorFrameBeforeZoom, area));
+        m_place = m_priorFrameBeforeZoom.value_or(
+            Place{OverlayGeometry::restoredFrame(std::nullopt, area)});
+        moveTo(frameOf(m_place));
         m_isZoomedLarge = false;
         m_priorFrameBeforeZoom.reset();
         log(QStringLiteral("Zoom button — restored to prior frame"));

@@ -1,18 +1,22 @@
 #pragma once
 
 #include "app/VantiroConfig.h"
+#include "overlay/ui/OverlayGeometry.h"
 
 #include <QRect>
+#include <QTimer>
 #include <QVariantAnimation>
 
 #include <optional>
 
+class QScreen;
 class QWindow;
 
 namespace quellora {
 
-/// Where the panel stands: its first position, and the frame before and after the zoom button.
-/// Points, main thread only.
+/// Where the panel stands: its first position, the frame before and after the zoom button, and the
+/// nearest place on a screen when there is none where it should be. It remembers where it was put,
+/// and goes back there when a screen that was missing returns. Points, main thread only.
 class PanelPlacement : public QObject
 {
     Q_OBJECT
@@ -21,8 +25,14 @@ public:
     PanelPlacement(QWindow &window, const VantiroConfig::Overlay &overlay,
                    QObject *parent = nullptr);
 
-    /// Sizes the panel and moves it to its place on the main screen; logs where.
+    /// Sizes the panel and moves it to its place on the main screen, or as near to it as the screen
+    /// allows; logs where.
     void placeInitially();
+    /// The user has moved or resized the panel: that is its place from now on, with the control bar
+    /// on a screen.
+    void placedByUser();
+    /// Brings the panel back when its control bar is not on a screen.
+    void keepOnScreen();
     /// Grows the panel to its screen's visible area, or restores the frame from before.
     void handleZoomButton();
     bool isZoomedLarge() const { return m_isZoomedLarge; }
@@ -33,13 +43,28 @@ Q_SIGNALS:
     void isZoomedLargeChanged(bool isZoomedLarge);
 
 private:
+    struct Place
+    {
+        QRect frame;
+        OverlayGeometry::Keep keep = OverlayGeometry::Keep::Panel;
+        /// The visible area of the screen it is on, instead of the frame.
+        bool fillsScreen = false;
+    };
+
     std::optional<QRect> visibleArea() const;
+    void followScreen(QScreen *screen);
+    QRect frameOf(const Place &place) const;
+    Place placeAt(const QRect &frame) const;
+    void refit();
     void moveTo(const QRect &frame);
 
     QWindow &m_window;
     VantiroConfig::Overlay m_overlay;
     QVariantAnimation m_animation;
-    std::optional<QRect> m_priorFrameBeforeZoom;
+    /// Where it should be.
+    Place m_place;
+    std::optional<Place> m_priorFrameBeforeZoom;
+    QTimer m_refit;
     bool m_isZoomedLarge = false;
 };
 

@@ -223,6 +223,9 @@ struct CaptureTool
 {
     QString program;
     QStringList arguments;
+    /// The same for a picture of all screens instead of one; empty where the tool has no such
+    /// choice.
+    QStringList allScreensArguments = {};
 };
 
 /// All roles of one system. Created once at start; outlives everything that uses it. In every role

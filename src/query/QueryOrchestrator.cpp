@@ -61,10 +61,13 @@ QString QueryOrchestrator::shownPrompt() const
 
 void QueryOrchestrator::triggerCaptureAndSend()
 {
-    if (m_with.messages.blockIfKnownOverCap())
+    if (m_with.messages.blockIfKnownOverCap()) {
+        Q_EMIT refused();
         return;
+    }
     if (m_with.messages.isBlocked()) {
         log(QStringLiteral("Capture & Send blocked — isBlocked is true"));
+        Q_EMIT refused();
         return;
     }
     log(QStringLiteral("Capture & Send triggered"));
@@ -83,16 +86,25 @@ void QueryOrchestrator::captureNoSend()
 
 void QueryOrchestrator::startCapture(std::function<void(const ScreenshotCapture::Outcome &)> done)
 {
-    ++m_capturesRunning;
+    const quint64 number = ++m_lastCapture;
+    const QFuture<ScreenshotCapture::Outcome> capture = m_with.capture();
+    m_captures.insert(number, capture);
     m_stopped = false;
     Q_EMIT activityChanged();
-    whenFinished(m_with.capture(), this,
-                 [this, done = std::move(done)](const ScreenshotCapture::Outcome &outcome) {
-                     --m_capturesRunning;
+    whenFinished(capture, this,
+                 [this, number, done = std::move(done)](const ScreenshotCapture::Outcome &outcome) {
+                     m_captures.remove(number);
                      if (!m_isOver)
                          done(outcome);
                      Q_EMIT activityChanged();
                  });
+}
+
+void QueryOrchestrator::cancelCaptures()
+{
+    const auto captures = std::exchange(m_captures, {});
+    for (QFuture<ScreenshotCapture::Outcome> capture : captures)
+        capture.cancel();
 }
 
 void QueryOrchestrator::captureAndSendFinished(const ScreenshotCapture::Outcome &outcome,
@@ -131,6 +143,7 @@ void QueryOrchestrator::captureFailed(const ScreenshotCapture::CaptureError &err
     if (error.kind == ScreenshotCapture::CaptureError::Kind::ProtectedContent) {
         log(action + QStringLiteral(" aborted — near-black frame (protected content suspected)"));
         m_with.messages.handleProtectedContentCapture();
+        Q_EMIT refused();
         return;
     }
     log(QStringLiteral("ERROR: ") + step + QStringLiteral(" failed: ") + error.description());
@@ -333,12 +346,20 @@ void QueryOrchestrator::queryFailed(const ActiveQueryPtr &query, const QueryErro
                                        ? messages.tokenCap() - *error.tokensRemaining
                                        : messages.tokensUsed(),
                                    messages.tokenCap());
+    Q_EMIT refused();
 }
 
 void QueryOrchestrator::stop()
 {
-    if (!m_shown)
+    if (!m_shown) {
+        if (m_captures.isEmpty())
+            return;
+        cancelCaptures();
+        log(QStringLiteral("Capture given up by the user"));
+        m_stopped = true;
+        Q_EMIT activityChanged();
         return;
+    }
     const ActiveQueryPtr query = m_shown;
     if (query->transfer)
         query->transfer->cancel();
@@ -379,6 +400,7 @@ void QueryOrchestrator::discardAnswers(const QUuid &threadId)
 void QueryOrchestrator::cancelAll()
 {
     m_isOver = true;
+    cancelCaptures();
     const QList<ActiveQueryPtr> queries = std::exchange(m_queries, {});
     m_shown.reset();
     m_isShownOnPage = false;

@@ -6,6 +6,7 @@
 
 #include <QDateTime>
 #include <QFuture>
+#include <QHash>
 #include <QObject>
 #include <QPointer>
 
@@ -62,7 +63,8 @@ public:
     void sendPromptOnly(const QString &text);
     void addNote(const QString &text);
     /// Cancels the answer on show and keeps what has arrived as its turn; with nothing arrived the
-    /// waiting entry goes away. Does nothing when no answer is under way.
+    /// waiting entry goes away. With no answer on show it gives up the captures under way; without
+    /// any it does nothing.
     void stop();
     /// Shows the current thread with the answer under way in it, if any.
     void showCurrentThread();
@@ -76,7 +78,7 @@ public:
     void setSelectedModelId(const std::optional<QString> &id) { m_selectedModelId = id; }
 
     Activity activity() const;
-    bool isCapturing() const { return m_capturesRunning > 0; }
+    bool isCapturing() const { return !m_captures.isEmpty(); }
     /// When the answer on show was asked for; for the seconds in the strip.
     QDateTime activityStart() const;
     /// The question of the answer on show; empty when none is under way.
@@ -86,10 +88,13 @@ Q_SIGNALS:
     void activityChanged();
     /// A capture succeeded (the first-launch hint has done its work).
     void captureSucceeded();
+    /// Something that the user asked for is not done: the service message on show says why.
+    void refused();
 
 private:
     using ActiveQueryPtr = std::shared_ptr<ActiveQuery>;
 
+    void cancelCaptures();
     void startCapture(std::function<void(const ScreenshotCapture::Outcome &)> done);
     void captureAndSendFinished(const ScreenshotCapture::Outcome &outcome,
                                 const QDateTime &queryStart);
@@ -123,7 +128,9 @@ private:
     ActiveQueryPtr m_shown;
     /// Its text goes into the page; not while an error page has taken the place.
     bool m_isShownOnPage = false;
-    int m_capturesRunning = 0;
+    /// Every capture under way by its number.
+    QHash<quint64, QFuture<ScreenshotCapture::Outcome>> m_captures;
+    quint64 m_lastCapture = 0;
     bool m_stopped = false;
     /// The session is over: a capture that comes in late is nobody's.
     bool m_isOver = false;

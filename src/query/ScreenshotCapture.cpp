@@ -38,6 +38,8 @@ constexpr int jpegQuality = 85;
 /// The largest picture that is decoded, uncompressed, with room for its frame.
 constexpr qint64 maxFileBytes = maxPngPixels * 4 + 64 * 1024 * 1024;
 constexpr int maxBands = 4;
+/// How long a tool that is no longer wanted may go on.
+constexpr int givenUpCheckMs = 50;
 
 QString temporaryPath()
 {
@@ -125,12 +127,13 @@ QString ScreenshotCapture::CaptureError::description() const
     Q_UNREACHABLE();
 }
 
-ScreenshotCapture::Outcome ScreenshotCapture::captureAndOptimize(const CaptureTool &tool)
+ScreenshotCapture::Outcome ScreenshotCapture::captureAndOptimize(const CaptureTool &tool,
+                                                                 const IsGivenUp &isGivenUp)
 {
     const QString path = temporaryPath();
     const auto remove = qScopeGuard([&path] { QFile::remove(path); });
 
-    if (const auto run = runScreencapture(tool, path); !run)
+    if (const auto run = runScreencapture(tool, path, isGivenUp); !run)
         return tl::unexpected(run.error());
     const auto png = readCapture(path);
     if (!png)
@@ -162,14 +165,15 @@ QFuture<ScreenshotCapture::Outcome> ScreenshotCapture::captureInBackground(const
     const auto promise = std::make_shared<QPromise<Outcome>>();
     promise->start();
     capturePool().start([promise, tool] {
-        promise->addResult(captureAndOptimize(tool));
+        promise->addResult(captureAndOptimize(tool, [&] { return promise->isCanceled(); }));
         promise->finish();
     });
     return promise->future();
 }
 
 tl::expected<void, CaptureError> ScreenshotCapture::runScreencapture(const CaptureTool &tool,
-                                                                     const QString &path)
+                                                                     const QString &path,
+                                                                     const IsGivenUp &isGivenUp)
 {
     QProcess process;
     process.setProgram(tool.program);
@@ -179,7 +183,10 @@ tl::expected<void, CaptureError> ScreenshotCapture::runScreencapture(const Captu
     process.setStandardErrorFile(QProcess::nullDevice());
     process.setChildProcessModifier([] { umask(S_IRWXG | S_IRWXO); });
     process.start();
-    process.waitForFinished(-1);
+    while (!process.waitForFinished(givenUpCheckMs) && process.state() != QProcess::NotRunning) {
+        if (isGivenUp && isGivenUp())
+            process.kill();
+    }
     if (process.error() == QProcess::FailedToStart)
         return tl::unexpected(CaptureError{Kind::ProcessLaunchFailed, process.errorString(), 0});
     const bool killed = process.exitStatus() == QProcess::CrashExit;

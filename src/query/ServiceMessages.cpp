@@ -248,6 +248,9 @@ void ServiceMessages::showLocal(const char *id, const char *type, const QString 
     message.type = QLatin1String(type);
     message.headerText = header;
     message.bodyMarkdown = body;
+    // Collapsed the last time, it has something new to say.
+    if (m_collapsedInformationalMessageId == message.id)
+        m_collapsedInformationalMessageId.clear();
     setCurrentAdminMessage(message);
 }
 

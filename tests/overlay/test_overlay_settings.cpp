@@ -32,6 +32,28 @@ class TestOverlaySettings : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
+    void choiceOfScreensIsStored()
+    {
+        Fixture f;
+        QVERIFY(!f.model().captureAllScreens());
+        f.model().chooseCaptureAllScreens(true);
+        QVERIFY(f.model().captureAllScreens());
+        QCOMPARE(f.defaults.boolValue("captureAllScreens"), true);
+        f.model().chooseCaptureAllScreens(false);
+        QCOMPARE(f.defaults.boolValue("captureAllScreens"), false);
+        f.defaults.setBool("captureAllScreens", true);
+        f.make();
+        QVERIFY(f.model().captureAllScreens());
+    }
+
+    void oneScreenLeavesNothingToChoose()
+    {
+        Fixture f;
+        f.platform.tool = {"/tool", {"-x"}, {"-x", "--all"}};
+        f.make();
+        QVERIFY(!f.model().isScreenChoiceOffered());
+    }
+
     void refreshLeavesARecordingAndTheSheetsAlone()
     {
         Fixture f;

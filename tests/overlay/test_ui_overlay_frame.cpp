@@ -99,13 +99,14 @@ private Q_SLOTS:
         QVERIFY(f().find("stop")->isVisible());
         QVERIFY(!f().find("copyAnswer")->isVisible());
         f().overlay.setActivity(OverlayModel::Activity::Capturing);
-        QVERIFY(!f().find("stop")->isVisible());
+        QVERIFY(f().find("stop")->isVisible());
         QVERIFY(f().find("status")->isVisible());
         QVERIFY(f().find("threadTitle")->isVisible());
         f().panel.resize(320, 280);
         QTRY_VERIFY(!f().find("threadTitle")->isVisible());
         f().overlay.setActivity(OverlayModel::Activity::Idle);
         QVERIFY(f().find("threadTitle")->isVisible());
+        QVERIFY(!f().find("stop")->isVisible());
     }
 
     void aNoticeTakesThePlaceOfTheTitleOnly()
@@ -160,6 +161,9 @@ private Q_SLOTS:
         const QQuickItem *badge = f().find("usageBadge");
         QVERIFY(badge->mapToScene({}).x() >= 6);
         const QQuickItem *stop = f().find("stop");
+        QVERIFY(stop->mapToScene({stop->width(), 0}).x() <= 314);
+        f().overlay.setActivity(OverlayModel::Activity::Capturing);
+        QTRY_VERIFY(badge->mapToScene({}).x() >= 6);
         QVERIFY(stop->mapToScene({stop->width(), 0}).x() <= 314);
     }
 

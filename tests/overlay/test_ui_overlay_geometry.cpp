@@ -44,6 +44,97 @@ private Q_SLOTS:
                  QPoint(1920, 320));
     }
 
+    void fitted_data()
+    {
+        QTest::addColumn<QRect>("frame");
+        QTest::addColumn<bool>("isWholePanelKept");
+        QTest::addColumn<QList<QRect>>("screens");
+        QTest::addColumn<QRect>("result");
+        const QRect hd(0, 0, 1920, 1080);
+        const QRect right(1920, 0, 1920, 1080);
+        const QRect small(0, 0, 1366, 768);
+
+        const auto start = [](const QRect &screen) {
+            return QRect(OverlayGeometry::initialPosition(screen, {40, 80}, {624, 744}),
+                         QSize(624, 744));
+        };
+        QTest::newRow("start, room enough")
+            << start(hd) << true << QList{hd} << QRect(40, 256, 624, 744);
+        QTest::newRow("start, 1366 x 768: down")
+            << start(small) << true << QList{small} << QRect(40, 0, 624, 744);
+        QTest::newRow("start, 1280 x 800: down")
+            << start({0, 0, 1280, 800}) << true << QList{QRect(0, 0, 1280, 800)}
+            << QRect(40, 0, 624, 744);
+        QTest::newRow("start, 1280 x 720: down and lower")
+            << start({0, 0, 1280, 720}) << true << QList{QRect(0, 0, 1280, 720)}
+            << QRect(40, 0, 624, 720);
+        QTest::newRow("start, 3840 x 2160 at twice the scale")
+            << start(hd) << true << QList{hd} << QRect(40, 256, 624, 744);
+        QTest::newRow("start, bar at the top and dock at the left")
+            << start({64, 28, 1302, 740}) << true << QList{QRect(64, 28, 1302, 740)}
+            << QRect(104, 28, 624, 740);
+        QTest::newRow("start, screen above the main one: stays on the main one")
+            << start(small) << true << QList{small, QRect(0, -1080, 1920, 1080)}
+            << QRect(40, 0, 624, 744);
+        QTest::newRow("at the minimum it is cut off at the right and below")
+            << QRect(40, 10, 624, 744) << true << QList{QRect(10, 10, 300, 200)}
+            << QRect(10, 10, 320, 280);
+        QTest::newRow("narrower screen") << QRect(40, 10, 624, 744) << true
+                                         << QList{QRect(0, 0, 480, 800)} << QRect(0, 10, 480, 744);
+
+        QTest::newRow("too far right")
+            << QRect(1800, 100, 624, 744) << true << QList{hd} << QRect(1296, 100, 624, 744);
+        QTest::newRow("too far left and up")
+            << QRect(-100, -100, 624, 744) << true << QList{hd} << QRect(0, 0, 624, 744);
+        QTest::newRow("too low") << QRect(100, 500, 624, 744) << true << QList{hd}
+                                 << QRect(100, 336, 624, 744);
+        QTest::newRow("too low, only the bar")
+            << QRect(100, 500, 624, 744) << false << QList{hd} << QRect(100, 500, 624, 744);
+        QTest::newRow("far too low, only the bar")
+            << QRect(100, 1070, 624, 744) << false << QList{hd} << QRect(100, 1046, 624, 744);
+        QTest::newRow("too high, only the bar")
+            << QRect(100, -1, 624, 744) << false << QList{hd} << QRect(100, 0, 624, 744);
+        QTest::newRow("bar half over the right edge")
+            << QRect(1600, 1000, 624, 744) << false << QList{hd} << QRect(1296, 1000, 624, 744);
+
+        QTest::newRow("second screen")
+            << QRect(2000, 100, 624, 744) << true << QList{hd, right} << QRect(2000, 100, 624, 744);
+        QTest::newRow("second screen taken away")
+            << QRect(2000, 100, 624, 744) << true << QList{hd} << QRect(1296, 100, 624, 744);
+        QTest::newRow("second screen became small")
+            << QRect(3100, 300, 624, 744) << true << QList{hd, QRect(1920, 0, 1280, 720)}
+            << QRect(2576, 0, 624, 720);
+        QTest::newRow("across two screens, more on the second")
+            << QRect(1700, 100, 624, 744) << false << QList{hd, right}
+            << QRect(1920, 100, 624, 744);
+        QTest::newRow("across two screens, more on the first")
+            << QRect(1500, 100, 624, 744) << false << QList{hd, right}
+            << QRect(1296, 100, 624, 744);
+        QTest::newRow("equally near: the first named")
+            << QRect(1608, 100, 624, 744) << false << QList{right, hd}
+            << QRect(1920, 100, 624, 744);
+        QTest::newRow("in the gap beside a lower screen")
+            << QRect(2000, 10, 624, 744) << true << QList{hd, QRect(1920, 200, 1920, 1080)}
+            << QRect(2000, 200, 624, 744);
+        QTest::newRow("wider than any screen")
+            << QRect(100, 100, 2500, 744) << false << QList{hd, right} << QRect(0, 100, 1920, 744);
+        QTest::newRow("no screen at all")
+            << QRect(2000, 100, 624, 744) << true << QList<QRect>() << QRect(2000, 100, 624, 744);
+    }
+    void fitted()
+    {
+        QFETCH(QRect, frame);
+        QFETCH(bool, isWholePanelKept);
+        QFETCH(QList<QRect>, screens);
+        QFETCH(QRect, result);
+        const auto keep =
+            isWholePanelKept ? OverlayGeometry::Keep::Panel : OverlayGeometry::Keep::Bar;
+        const QRect fitted = OverlayGeometry::fitted(frame, keep, screens);
+        QCOMPARE(fitted, result);
+        // What fits stays.
+        QCOMPARE(OverlayGeometry::fitted(fitted, keep, screens), fitted);
+    }
+
     void unzoomRestoresOrCentresTheBuiltInSize()
     {
         const QRect screen(0, 0, 1440, 900);

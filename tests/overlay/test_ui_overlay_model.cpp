@@ -158,18 +158,21 @@ private Q_SLOTS:
         QCOMPARE(m_model->notice(), QString());
     }
 
-    void stopOnlyWhileAnAnswerIsUnderWay()
+    void stopOnlyWhileSomethingIsUnderWay()
     {
         QSignalSpy stopped(m_model.get(), &OverlayModel::stopRequested);
         m_model->stop();
-        m_model->setActivity(Activity::Capturing);
+        m_model->showStopped();
         m_model->stop();
         QCOMPARE(stopped.size(), 0);
+        m_model->setActivity(Activity::Capturing);
+        m_model->stop();
+        QVERIFY(m_model->secondsText().isEmpty());
         m_model->setActivity(Activity::Waiting);
         m_model->stop();
         m_model->setActivity(Activity::Streaming);
         m_model->stop();
-        QCOMPARE(stopped.size(), 2);
+        QCOMPARE(stopped.size(), 3);
     }
 
     void copyNeedsAnAnswer()

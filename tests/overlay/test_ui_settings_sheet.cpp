@@ -67,6 +67,35 @@ private:
     }
 
 private Q_SLOTS:
+    void screensAreOfferedWhileThereAreSeveral()
+    {
+        open();
+        const auto words = [this] { return texts(f().find("settingsContent")); };
+        QVERIFY(!words().contains("All screens"));
+        f().settings.setScreenChoiceOffered(true);
+        for (const char *text : {"Screenshots", "Screen with the pointer", "All screens",
+                                 "What a capture shows while several screens are connected."})
+            QVERIFY2(words().contains(QString::fromLatin1(text)), text);
+        QCOMPARE(face("captureScreens-0")->role(), QAccessible::RadioButton);
+        QCOMPARE(face("captureScreens-1")->text(QAccessible::Name), "All screens");
+        QVERIFY(face("captureScreens-0")->state().checked);
+
+        QSignalSpy chosen(&f().settings, &SettingsModel::captureAllScreensChosen);
+        clickInContent("captureScreens-1");
+        QCOMPARE(chosen, (QList<QVariantList>{{true}}));
+        f().settings.setCaptureAllScreens(true);
+        QVERIFY(!face("captureScreens-0")->state().checked);
+        QVERIFY(face("captureScreens-1")->state().checked);
+        f().find("captureScreens-1")->forceActiveFocus();
+        key(Qt::Key_Up);
+        QCOMPARE(chosen.size(), 2);
+        QCOMPARE(chosen.last(), QVariantList{false});
+        // A screen goes while the sheet is open.
+        f().settings.setScreenChoiceOffered(false);
+        QVERIFY(!words().contains("All screens"));
+        QVERIFY(f().settings.isOpen());
+    }
+
     void showsEveryText()
     {
         open();

@@ -504,6 +504,108 @@ private Q_SLOTS:
         QCOMPARE(runs(), 1);
     }
 
+    void stopGivesUpTheCaptureAndFreesTheButtons()
+    {
+        Fixture f;
+        f.overlay->updateUsage(0, 1000);
+        f.capture.start();
+        f.overlay->captureNoSend();
+        QVERIFY(f.overlay->overlayModel().canStop());
+        f.overlay->overlayModel().stop();
+        QVERIFY(f.capture.isCanceled());
+        QVERIFY(!f.overlay->panelsModel().isCapturing());
+        QCOMPARE(f.overlay->overlayModel().status(), OverlayModel::Status::Stopped);
+        QVERIFY(!f.overlay->overlayModel().canStop());
+        f.capture.finish();
+    }
+
+    void hiddenPanelComesForwardWithTheReason()
+    {
+        Fixture f;
+        f.overlay->updateUsage(1000, 1000);
+        f.overlay->show();
+        f.overlay->toggleVisibility();
+        f.log.clear();
+        f.overlay->triggerCaptureAndSend();
+        QVERIFY(f.overlay->isVisible() && f.overlay->panel().isVisible());
+        QCOMPARE(f.log.lines.last(), prefix + "Window shown");
+        QCOMPARE(f.overlay->panelsModel().messageHeader(), "Credit Limit Reached");
+        // One that is on the screen stays as it is.
+        f.log.clear();
+        f.overlay->triggerCaptureAndSend();
+        QVERIFY(!f.log.lines.contains(prefix + "Window shown"));
+    }
+
+    void refusedPictureBringsTheHiddenPanelForward()
+    {
+        Fixture f;
+        f.overlay->updateUsage(0, 1000);
+        f.capture.start();
+        f.overlay->captureNoSend();
+        f.capture.addResult(tl::unexpected(ScreenshotCapture::CaptureError{
+            ScreenshotCapture::CaptureError::Kind::ProtectedContent, {}, 0}));
+        f.capture.finish();
+        QTRY_VERIFY(f.overlay->isVisible());
+        QCOMPARE(f.overlay->panelsModel().messageHeader(), "Couldn't Capture Screen");
+    }
+
+    void startsWithItsControlBarOnTheScreen()
+    {
+        // A place as for a much larger screen.
+        VantiroConfig config;
+        const QRect area = QGuiApplication::primaryScreen()->availableGeometry();
+        config.overlay.x = area.width() + 500;
+        config.overlay.y = area.height();
+        config.overlay.width = area.width() + 100;
+        Fixture f(config);
+        const QRect frame = f.overlay->panel().geometry();
+        QCOMPARE(frame, QRect(area.x(), area.y(), area.width(), 744));
+    }
+
+    void draggedOffTheScreenItComesBack()
+    {
+        Fixture f;
+        f.overlay->show();
+        NonFocusPanel &panel = f.overlay->panel();
+        const QRect area = panel.screen()->availableGeometry();
+        const auto drop = [&](const QPoint &position) {
+            panel.mouseDown({5, 5});
+            panel.setPosition(position);
+            QTest::mouseRelease(&panel, Qt::LeftButton, {}, {5, 5});
+        };
+        // Moved by something else while hidden, it is brought back when it is shown.
+        f.overlay->toggleVisibility();
+        const QPoint before = panel.position();
+        panel.setPosition(area.topLeft() + QPoint(-3000, 0));
+        f.overlay->toggleVisibility();
+        QCOMPARE(panel.position(), before);
+
+        drop(area.topLeft() + QPoint(-300, -20));
+        QTRY_COMPARE(panel.position(), area.topLeft());
+        // Only the bar has to stay: the rest may hang over the lower edge.
+        drop(area.bottomLeft() + QPoint(10, -100));
+        QTRY_COMPARE(panel.position(), area.bottomLeft() + QPoint(10, -100));
+        drop(area.bottomLeft() + QPoint(10, 300));
+        QTRY_COMPARE(panel.position(), area.bottomLeft() + QPoint(10, 1 - 34));
+    }
+
+    void zoomGoesBackToWhereTheUserPutIt()
+    {
+        Fixture f;
+        f.overlay->show();
+        NonFocusPanel &panel = f.overlay->panel();
+        const QRect area = panel.screen()->availableGeometry();
+        const QRect placed(area.x() + 20, area.y() + 30, 500, 600);
+        panel.mouseDown({5, 5});
+        panel.setGeometry(placed);
+        QTest::mouseRelease(&panel, Qt::LeftButton, {}, {5, 5});
+        QCOMPARE(panel.geometry(), placed);
+        f.overlay->handleZoomButton();
+        QTRY_COMPARE(panel.geometry(), area);
+        f.overlay->handleZoomButton();
+        QTRY_COMPARE(panel.geometry(), placed);
+    }
+
     void captureThatOutlivesTheOverlayIsDropped()
     {
         Fixture f;

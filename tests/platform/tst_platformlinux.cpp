@@ -124,6 +124,7 @@ void PlatformLinuxTest::captureToolLiesBesideTheProgram()
     QCOMPARE(tool.program,
              QCoreApplication::applicationDirPath() + QStringLiteral("/quellora-screencapture"));
     QCOMPARE(tool.arguments, (QStringList{QStringLiteral("-x"), QStringLiteral("-C")}));
+    QCOMPARE(tool.allScreensArguments, tool.arguments + QStringList{QStringLiteral("--all")});
 }
 
 void PlatformLinuxTest::sessionKindComesFromTheEnvironment()

@@ -1,6 +1,8 @@
 #include "OrchestratorFixture.h"
 #include "query/ContextPrompt.h"
 
+#include <QSignalSpy>
+
 using namespace quellora;
 
 namespace {
@@ -395,6 +397,93 @@ private Q_SLOTS:
         QVERIFY(f.threads.currentSession()->turns.isEmpty());
         QCOMPARE(f.defaults.stringValue("userPrompt"), "p");
         QCOMPARE(f.display.calls.last(), "renderThread");
+    }
+
+    void stopGivesUpACapture()
+    {
+        Fixture f;
+        f.orchestrator.triggerCaptureAndSend();
+        QVERIFY(f.orchestrator.isCapturing());
+        f.log.clear();
+        f.orchestrator.stop();
+        QVERIFY(f.capturePromise.isCanceled());
+        QVERIFY(!f.orchestrator.isCapturing());
+        QCOMPARE(f.orchestrator.activity(), QueryOrchestrator::Activity::Stopped);
+        QCOMPARE(f.log.lines, QStringList{prefix + "Capture given up by the user"});
+        // The picture that comes in late is nobody's.
+        f.captureReturns(ScreenshotCapture::Result{"late", 99});
+        QVERIFY(!f.threads.currentSession());
+        QVERIFY(f.service.requests.isEmpty());
+        QCOMPARE(f.log.lines.size(), 1);
+        QCOMPARE(f.orchestrator.activity(), QueryOrchestrator::Activity::Stopped);
+
+        f.captureAndSend("next");
+        QCOMPARE(f.service.requests.size(), 1);
+        QCOMPARE(f.service.requests.first().imageBase64, QByteArray("next").toBase64());
+    }
+
+    void stopGivesUpACaptureWhoseResultIsOnItsWay()
+    {
+        Fixture f;
+        f.orchestrator.captureNoSend();
+        f.capturePromise.start();
+        f.capturePromise.addResult(ScreenshotCapture::Result{"late", 99});
+        f.capturePromise.finish();
+        f.orchestrator.stop();
+        QCoreApplication::processEvents();
+        QVERIFY(!f.threads.stagedScreenshotData());
+        QVERIFY(!f.orchestrator.isCapturing());
+    }
+
+    void stopEndsTheAnswerBeforeTheCapture()
+    {
+        Fixture f;
+        f.orchestrator.sendPromptOnly("one");
+        f.transfer()->answer("half");
+        f.orchestrator.captureNoSend();
+        f.orchestrator.stop();
+        QVERIFY(!f.capturePromise.isCanceled());
+        QCOMPARE(f.orchestrator.activity(), QueryOrchestrator::Activity::Capturing);
+        f.orchestrator.stop();
+        QVERIFY(f.capturePromise.isCanceled());
+        QCOMPARE(f.orchestrator.activity(), QueryOrchestrator::Activity::Stopped);
+    }
+
+    void endOfTheSessionGivesUpItsCaptures()
+    {
+        Fixture f;
+        f.orchestrator.triggerCaptureAndSend();
+        f.orchestrator.cancelAll();
+        QVERIFY(f.capturePromise.isCanceled());
+    }
+
+    void everyRefusalIsAnnounced()
+    {
+        Fixture f;
+        QSignalSpy refused(&f.orchestrator, &QueryOrchestrator::refused);
+        f.captureAndSend();
+        f.transfer()->finish(failure(QueryError::Kind::RateLimited));
+        QCOMPARE(refused.size(), 1);
+        f.orchestrator.triggerCaptureAndSend();
+        f.captureReturns(captureFailure(CaptureKind::ProtectedContent));
+        QCOMPARE(refused.size(), 2);
+        f.orchestrator.captureNoSend();
+        f.captureReturns(captureFailure(CaptureKind::ProtectedContent));
+        QCOMPARE(refused.size(), 3);
+        f.captureAndSend();
+        f.transfer()->finish(failure(QueryError::Kind::ServerMessage));
+        QCOMPARE(refused.size(), 4);
+        // Credits are known to be spent.
+        f.orchestrator.triggerCaptureAndSend();
+        QCOMPARE(refused.size(), 5);
+        f.messages.updateUsage(1, 1000);
+        AdminMessagePayload blocking;
+        blocking.id = "b";
+        blocking.type = "BLOCKING";
+        f.messages.setCurrentAdminMessage(blocking);
+        f.orchestrator.triggerCaptureAndSend();
+        QCOMPARE(refused.size(), 6);
+        QCOMPARE(f.log.lines.last(), prefix + "Capture & Send blocked — isBlocked is true");
     }
 
     void twoAnswersAtOnceDoNotMix()

@@ -2,9 +2,11 @@
 #include "fakes/LogCapture.h"
 #include "query/ScreenshotCapture.h"
 
+#include <QBuffer>
 #include <QDir>
 #include <QFile>
 #include <QImage>
+#include <QImageReader>
 #include <QObject>
 #include <QProcess>
 #include <QRegularExpression>
@@ -56,6 +58,10 @@ private Q_SLOTS:
     void almostBlackPasses();
     void blackIsJudgedAfterScaling();
     void tooFlatPictureIsSentAsItIs();
+    void largestScreens_data();
+    void largestScreens();
+    void givenUpToolIsKilled();
+    void givenUpCaptureInBackgroundLeavesNothing();
     void capturesInBackground();
     void capturesAtOnce();
 
@@ -342,6 +348,76 @@ void TestScreenshotCapture::tooFlatPictureIsSentAsItIs()
     const auto outcome = ScreenshotCapture::captureAndOptimize(toolThatWrites(png));
     QVERIFY(outcome.has_value());
     QVERIFY(m_log->lines.constFirst().endsWith(QStringLiteral("(16384x6)")));
+}
+
+void TestScreenshotCapture::largestScreens_data()
+{
+    QTest::addColumn<QSize>("screen");
+    QTest::addColumn<QSize>("sent");
+    // The pixel to look at, on the screen and in the picture sent.
+    QTest::addColumn<QPoint>("from");
+    QTest::addColumn<QPoint>("to");
+    QTest::newRow("wide") << QSize(32767, 1080) << QSize(1280, 42) << QPoint(32000, 500)
+                          << QPoint(1250, 19);
+    QTest::newRow("high") << QSize(1080, 32767) << QSize(1080, 32767) << QPoint(500, 32000)
+                          << QPoint(500, 32000);
+}
+
+void TestScreenshotCapture::largestScreens()
+{
+    QFETCH(QSize, screen);
+    QFETCH(QSize, sent);
+    QFETCH(QPoint, from);
+    QFETCH(QPoint, to);
+    // Broad bands, so that neither scaling nor JPEG changes their colours much.
+    const auto bands = [](int x, int y) {
+        return qRgb(40 + x / 4096 * 25, 40 + y / 4096 * 25, 99);
+    };
+    const QByteArray png = writePng(screen.width(), screen.height(), bands);
+    const auto outcome = ScreenshotCapture::captureAndOptimize(toolThatWrites(png));
+    QVERIFY(outcome.has_value());
+    QBuffer buffer;
+    buffer.setData(outcome->jpegData);
+    QImageReader reader(&buffer, "JPG");
+    QImageReader::setAllocationLimit(256);
+    const QImage picture = reader.read();
+    QCOMPARE(picture.size(), sent);
+    const QRgb expected = bands(from.x(), from.y());
+    const QRgb found = picture.pixel(to);
+    QVERIFY2(qAbs(qRed(found) - qRed(expected)) <= 3 &&
+                 qAbs(qGreen(found) - qGreen(expected)) <= 3 &&
+                 qAbs(qBlue(found) - qBlue(expected)) <= 3,
+             qPrintable(QColor(found).name() + u' ' + QColor(expected).name()));
+}
+
+void TestScreenshotCapture::givenUpToolIsKilled()
+{
+    // Half a picture is there, and the tool hangs.
+    const CaptureTool script = tool("echo half > \"$3\"; exec sleep 1000");
+    const auto hasBegun = [this] {
+        return QFileInfo(m_tmp->path()).exists() && !filesLeft().isEmpty();
+    };
+    const auto outcome = ScreenshotCapture::captureAndOptimize(script, hasBegun);
+    QVERIFY(!outcome.has_value());
+    QCOMPARE(outcome.error(), (CaptureError{Kind::NonZeroExit, {}, 9}));
+    QCOMPARE(filesLeft(), QStringList());
+}
+
+void TestScreenshotCapture::givenUpCaptureInBackgroundLeavesNothing()
+{
+    const QByteArray base = m_tools->path().toUtf8();
+    auto future = ScreenshotCapture::captureInBackground(
+        tool("echo half > \"$3\"; echo $$ > '" + base + "/pid'; exec sleep 1000"));
+    QFile pid(m_tools->filePath(QStringLiteral("pid")));
+    QTRY_VERIFY(pid.size() > 0 || QFileInfo(pid).size() > 0);
+    QVERIFY(pid.open(QIODevice::ReadOnly));
+    const QString process = QStringLiteral("/proc/") + QString::fromUtf8(pid.readAll().trimmed());
+    QVERIFY(QFileInfo::exists(process));
+    future.cancel();
+    QTRY_VERIFY(!QFileInfo::exists(process));
+    QTRY_COMPARE(filesLeft(), QStringList());
+    QTRY_VERIFY(future.isFinished());
+    QCOMPARE(future.resultCount(), 0);
 }
 
 void TestScreenshotCapture::capturesInBackground()

@@ -311,6 +311,25 @@ private Q_SLOTS:
         QVERIFY(!f.messages.isInformationalCollapsed());
     }
 
+    void collapsedCardOpensAgainAtTheNextLimit()
+    {
+        Fixture f;
+        f.messages.handleRateLimited(60);
+        f.messages.toggleInformationalCollapse();
+        QVERIFY(f.messages.isInformationalCollapsed());
+        f.messages.handleRateLimited(5);
+        QVERIFY(!f.messages.isInformationalCollapsed());
+
+        f.messages.handleProtectedContentCapture();
+        f.messages.toggleInformationalCollapse();
+        f.messages.handleProtectedContentCapture();
+        QVERIFY(!f.messages.isInformationalCollapsed());
+        // Nothing new: collapsed it stays.
+        f.messages.toggleInformationalCollapse();
+        f.messages.updateUsage(1, 1000);
+        QVERIFY(f.messages.isInformationalCollapsed());
+    }
+
     void ordinaryMessageIsShownUnchanged()
     {
         Fixture f;

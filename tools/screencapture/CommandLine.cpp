@@ -15,6 +15,8 @@ tl::expected<Options, Failure> parseCommandLine(std::span<const char *const> arg
                 optionsEnded = true;
             } else if (argument == "-C") {
                 options.includeCursor = true;
+            } else if (argument == "--all") {
+                options.allScreens = true;
             } else if (argument == "--help") {
                 options.action = Options::Action::ShowHelp;
                 return options;
@@ -40,13 +42,14 @@ tl::expected<Options, Failure> parseCommandLine(std::span<const char *const> arg
 
 std::string_view helpText()
 {
-    return R"(Usage: quellora-screencapture [-x] [-C] PATH
+    return R"(Usage: quellora-screencapture [-x] [-C] [--all] PATH
 
-Writes one PNG picture of the whole screen (all monitors) to PATH. Windows that carry the
+Writes one PNG picture of the screen with the mouse pointer to PATH. Windows that carry the
 property _QUELLORA_CAPTURE_EXCLUDE are left out: what lies beneath them is in the picture.
 
   -x         silent (there is no sound to switch off; accepted for compatibility)
   -C         include the mouse cursor
+  --all      all screens in one picture, as they lie beside each other
   --help     show this text
   --version  show the version
 

@@ -17,6 +17,8 @@ struct Options
 
     Action action = Action::Capture;
     bool includeCursor = false;
+    /// All screens in one picture; otherwise the one with the pointer.
+    bool allScreens = false;
     /// Where the picture goes; never empty for Action::Capture.
     std::string path;
 };

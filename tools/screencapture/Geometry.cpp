@@ -1,6 +1,7 @@
 #include "Geometry.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace quellora::screencapture {
 
@@ -115,6 +116,30 @@ Rect captureArea(int rootWidth, int rootHeight, std::span<const Rect> monitors)
     for (const Rect &monitor : monitors)
         seen.unite(intersected(monitor, root));
     return seen.isEmpty() ? root : seen.bounds();
+}
+
+Rect pointedMonitor(int rootWidth, int rootHeight, std::span<const Rect> monitors,
+                    const Rect &pointer)
+{
+    const Rect root{0, 0, rootWidth, rootHeight};
+    const auto gap = [](int place, int start, int end) {
+        return static_cast<long>(std::max({start - place, place - (end - 1), 0}));
+    };
+    // Distance first, then size: the smaller is the better choice.
+    const auto rank = [&](const Rect &rect) {
+        if (pointer.isEmpty())
+            return std::pair(0L, 0L);
+        const long x = gap(pointer.x, rect.x, rect.right());
+        const long y = gap(pointer.y, rect.y, rect.bottom());
+        return std::pair(x * x + y * y, -static_cast<long>(rect.width) * rect.height);
+    };
+    Rect best;
+    for (const Rect &monitor : monitors) {
+        const Rect seen = intersected(monitor, root);
+        if (!seen.isEmpty() && (best.isEmpty() || rank(seen) < rank(best)))
+            best = seen;
+    }
+    return best.isEmpty() ? root : best;
 }
 
 Region unseenRegion(const Rect &area, std::span<const Rect> monitors)

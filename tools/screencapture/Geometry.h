@@ -57,6 +57,13 @@ private:
 /// the root window, or the whole root window when no monitor is known.
 Rect captureArea(int rootWidth, int rootHeight, std::span<const Rect> monitors);
 
+/// The monitor to take a picture of: the one with the pointer, the largest where monitors show the
+/// same place; the nearest when the pointer is on none; the first when it is on another display.
+/// Within the root window, and all of it when no monitor is known.
+/// @param pointer position in root window coordinates, width and height 1; empty when unknown
+Rect pointedMonitor(int rootWidth, int rootHeight, std::span<const Rect> monitors,
+                    const Rect &pointer);
+
 /// The corners of @p area that no monitor shows (monitors of different sizes side by side).
 Region unseenRegion(const Rect &area, std::span<const Rect> monitors);
 

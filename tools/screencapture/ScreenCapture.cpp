@@ -24,6 +24,16 @@ Failure unreadable(const XConnection &x, std::string reason)
     return {ExitStatus::ScreenUnreadable, "cannot read the screen: " + std::move(reason)};
 }
 
+/// Where the pointer is, one pixel; empty when it is on another display of the server.
+Rect readPointer(const XConnection &x)
+{
+    const auto reply =
+        takeReply(x.get(), xcb_query_pointer_reply, xcb_query_pointer(x.get(), x.root()));
+    if (!reply || reply->same_screen == 0)
+        return {};
+    return {reply->root_x, reply->root_y, 1, 1};
+}
+
 /// The picture's pixels: as the server sent them where they are the tool's own, else converted.
 class Picture
 {
@@ -148,7 +158,7 @@ void leaveOursOut(const XConnection &x, const Canvas &canvas, std::span<const To
 } // namespace
 
 tl::expected<void, Failure>
-captureScreen(bool includeCursor,
+captureScreen(bool includeCursor, bool allScreens,
               const std::function<tl::expected<void, Failure>(const Canvas &)> &consume)
 {
     auto connection = XConnection::open();
@@ -162,7 +172,9 @@ captureScreen(bool includeCursor,
         takeReply(x->get(), xcb_get_geometry_reply, xcb_get_geometry(x->get(), x->root()));
     if (!root)
         return tl::unexpected(unreadable(*x, "its size is unknown"));
-    const Rect area = captureArea(root->width, root->height, monitors);
+    const Rect area = allScreens
+                          ? captureArea(root->width, root->height, monitors)
+                          : pointedMonitor(root->width, root->height, monitors, readPointer(*x));
     if (auto fits = checkImageSize(area.width, area.height); !fits)
         return fits;
     const auto format = x->format(x->screen().root_depth, x->screen().root_visual);

@@ -9,11 +9,11 @@
 
 namespace quellora::screencapture {
 
-/// Takes a picture of the whole screen without our windows and hands it to @p consume, which runs
-/// when the display has been left as it was found.
+/// Takes a picture of the screen with the pointer, or of all screens, without our windows and hands
+/// it to @p consume, which runs when the display has been left as it was found.
 /// @return NoDisplay, ScreenUnreadable, NoComposite, ImageTooLarge, or what @p consume returns
 tl::expected<void, Failure>
-captureScreen(bool includeCursor,
+captureScreen(bool includeCursor, bool allScreens,
               const std::function<tl::expected<void, Failure>(const Canvas &)> &consume);
 
 } // namespace quellora::screencapture

@@ -212,6 +212,19 @@ std::vector<Rect> readMonitors(const XConnection &x)
     if (!x.extensions().randr)
         return {};
     xcb_connection_t *c = x.get();
+    if (x.extensions().monitors) {
+        std::vector<Rect> monitors;
+        const auto reply =
+            takeReply(c, xcb_randr_get_monitors_reply, xcb_randr_get_monitors(c, x.root(), 1));
+        auto infos = reply ? xcb_randr_get_monitors_monitors_iterator(reply.get())
+                           : xcb_randr_monitor_info_iterator_t{};
+        for (; infos.rem > 0; xcb_randr_monitor_info_next(&infos)) {
+            const xcb_randr_monitor_info_t &info = *infos.data;
+            if (info.width > 0 && info.height > 0)
+                monitors.push_back({info.x, info.y, info.width, info.height});
+        }
+        return monitors;
+    }
     const auto resources = takeReply(c, xcb_randr_get_screen_resources_current_reply,
                                      xcb_randr_get_screen_resources_current(c, x.root()));
     if (!resources)

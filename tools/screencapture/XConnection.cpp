@@ -87,7 +87,7 @@ void XConnection::queryExtensions()
     m_extensions.shape = present(&xcb_shape_id);
 
     // Naming window pixmaps came with Composite 0.2, descriptors with MIT-SHM 1.2, the current
-    // screen resources with RandR 1.3.
+    // screen resources with RandR 1.3, its monitors with 1.5.
     xcb_composite_query_version_cookie_t compositeCookie{};
     xcb_randr_query_version_cookie_t randrCookie{};
     xcb_shm_query_version_cookie_t shmCookie{};
@@ -95,7 +95,7 @@ void XConnection::queryExtensions()
     if (composite)
         compositeCookie = xcb_composite_query_version(c, 0, 4);
     if (randr)
-        randrCookie = xcb_randr_query_version(c, 1, 3);
+        randrCookie = xcb_randr_query_version(c, 1, 5);
     if (shm)
         shmCookie = xcb_shm_query_version(c);
     if (xfixes)
@@ -108,6 +108,8 @@ void XConnection::queryExtensions()
     if (randr) {
         const auto reply = takeReply(c, xcb_randr_query_version_reply, randrCookie);
         m_extensions.randr = reply && isAtLeast(reply->major_version, reply->minor_version, 1, 3);
+        m_extensions.monitors =
+            reply && isAtLeast(reply->major_version, reply->minor_version, 1, 5);
     }
     if (shm) {
         const auto reply = takeReply(c, xcb_shm_query_version_reply, shmCookie);

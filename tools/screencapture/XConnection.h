@@ -44,6 +44,8 @@ public:
         bool composite = false;
         bool damage = false;
         bool randr = false;
+        /// RandR tells the monitors as the desktop sees them, not only what drives them.
+        bool monitors = false;
         bool shape = false;
         /// Shared memory passed as a file descriptor: needs a local server.
         bool sharedMemory = false;

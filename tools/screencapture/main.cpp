@@ -29,15 +29,18 @@ int print(std::string_view text)
 
 tl::expected<void, Failure> captureTo(const Options &options)
 {
-    auto file = AtomicFile::create(options.path);
-    if (!file)
-        return tl::unexpected(file.error());
-    return captureScreen(options.includeCursor,
-                         [&](const Canvas &canvas) {
-                             return writePng(canvas,
-                                             [&](auto bytes) { return file->write(bytes); });
-                         })
-        .and_then([&] { return file->commit(); });
+    // The file comes last: a run that is ended while it waits for the display leaves nothing
+    // behind.
+    return captureScreen(
+        options.includeCursor, options.allScreens,
+        [&](const Canvas &canvas) -> tl::expected<void, Failure> {
+            auto file = AtomicFile::create(options.path);
+            if (!file)
+                return tl::unexpected(file.error());
+            return writePng(canvas, [&](auto bytes) { return file->write(bytes); }).and_then([&] {
+                return file->commit();
+            });
+        });
 }
 
 } // namespace

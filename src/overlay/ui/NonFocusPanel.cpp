@@ -200,8 +200,11 @@ void NonFocusPanel::mouseReleaseEvent(QMouseEvent *event)
 
 void NonFocusPanel::endDrag()
 {
+    const bool wasDragging = m_dragStart || m_resize;
     m_dragStart.reset();
     m_resize.reset();
+    if (wasDragging)
+        Q_EMIT dragEnded();
 }
 
 void NonFocusPanel::hideEvent(QHideEvent *event)

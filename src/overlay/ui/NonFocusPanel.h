@@ -82,6 +82,8 @@ public:
 Q_SIGNALS:
     /// Assistive programs were told that the message on @p card now stops the user.
     void blockingMessageAnnounced(QQuickItem *card);
+    /// A drag that moves or resizes the panel has ended, also because the panel was hidden.
+    void dragEnded();
 
 protected:
     void mousePressEvent(QMouseEvent *event) override;

@@ -1,6 +1,7 @@
 #include "overlay/ui/OverlayGeometry.h"
 
 #include <algorithm>
+#include <cstdlib>
 
 namespace quellora {
 
@@ -26,6 +27,30 @@ QPoint OverlayGeometry::initialPosition(const QRect &visibleArea, const QPointF 
 {
     return {visibleArea.x() + qRound(offset.x()),
             visibleArea.y() + visibleArea.height() - qRound(offset.y()) - window.height()};
+}
+
+QRect OverlayGeometry::fitted(const QRect &frame, Keep keep, const QList<QRect> &visibleAreas)
+{
+    const auto fittedTo = [&](const QRect &area) {
+        const int width = std::min(frame.width(), std::max(area.width(), minWindowWidth));
+        const int height = std::min(frame.height(), std::max(area.height(), minWindowHeight));
+        const int kept = keep == Keep::Panel ? height : qRound(barH);
+        // Left and top come last: what does not fit sticks out at the other sides.
+        const int x = std::max(std::min(frame.x(), area.x() + area.width() - width), area.x());
+        const int y = std::max(std::min(frame.y(), area.y() + area.height() - kept), area.y());
+        return QRect(x, y, width, height);
+    };
+    const auto change = [&](const QRect &other) {
+        return std::abs(other.x() - frame.x()) + std::abs(other.y() - frame.y()) + frame.width() -
+               other.width() + frame.height() - other.height();
+    };
+    QRect best = frame;
+    for (qsizetype i = 0; i < visibleAreas.size(); ++i) {
+        const QRect candidate = fittedTo(visibleAreas.at(i));
+        if (i == 0 || change(candidate) < change(best))
+            best = candidate;
+    }
+    return best;
 }
 
 QRect OverlayGeometry::restoredFrame(const std::optional<QRect> &priorFrame,

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QList>
 #include <QPoint>
 #include <QRect>
 #include <QRectF>
@@ -33,6 +34,18 @@ struct OverlayGeometry
     /// corner of the screen's visible area, x rightward and y upward.
     static QPoint initialPosition(const QRect &visibleArea, const QPointF &offset,
                                   const QSize &window);
+    /// What must be on a screen.
+    enum class Keep {
+        /// The whole panel, as far as a screen holds one of the minimum size.
+        Panel,
+        /// The control bar: the user lets the rest hang over the screen's edge.
+        Bar,
+    };
+    /// The frame nearest to @p frame, by movement and shrinking together, that lies on one of the
+    /// screens. It moves in by as little as needed; a panel larger than the screen shrinks, down to
+    /// the minimum size, and only then sticks out at the right and at the bottom.
+    /// @param visibleAreas of the screens, the preferred one first; empty leaves the frame as it is
+    static QRect fitted(const QRect &frame, Keep keep, const QList<QRect> &visibleAreas);
     /// Frame after un-zooming: the remembered one, else the built-in size in the middle of the
     /// visible area, else at the origin when there is no screen.
     static QRect restoredFrame(const std::optional<QRect> &priorFrame,

@@ -98,11 +98,11 @@ void OverlayModel::setActivity(Activity activity)
 {
     if (activity == m_activity)
         return;
-    const bool wasCounting = canStop();
+    const bool wasCounting = isAnswering();
     m_activity = activity;
     if (activity != Activity::Idle)
         m_isStoppedShown = false;
-    if (activity == Activity::Waiting || (canStop() && !wasCounting)) {
+    if (activity == Activity::Waiting || (isAnswering() && !wasCounting)) {
         m_startedAt = m_clock();
         m_seconds = 0;
     }
@@ -178,10 +178,10 @@ QString OverlayModel::statusText() const
 
 QString OverlayModel::secondsText() const
 {
-    return canStop() ? QStringLiteral("%1 s").arg(m_seconds) : QString();
+    return isAnswering() ? QStringLiteral("%1 s").arg(m_seconds) : QString();
 }
 
-bool OverlayModel::canStop() const
+bool OverlayModel::isAnswering() const
 {
     return m_activity == Activity::Waiting || m_activity == Activity::Streaming;
 }
@@ -189,7 +189,7 @@ bool OverlayModel::canStop() const
 void OverlayModel::scheduleTick()
 {
     const qint64 elapsed = m_clock() - m_startedAt;
-    if (canStop())
+    if (isAnswering())
         m_timer.start(
             int(std::max<qint64>((elapsed / msPerSecond + 1) * msPerSecond - elapsed, 1)));
     else if (m_isStoppedShown)
@@ -201,7 +201,7 @@ void OverlayModel::scheduleTick()
 void OverlayModel::tick()
 {
     const qint64 elapsed = m_clock() - m_startedAt;
-    if (canStop()) {
+    if (isAnswering()) {
         const qint64 seconds = elapsed / msPerSecond;
         if (seconds != m_seconds) {
             m_seconds = seconds;

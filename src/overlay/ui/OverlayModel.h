@@ -106,7 +106,8 @@ public:
     QString statusText() const;
     /// "2 s" while waiting or streaming, else empty.
     QString secondsText() const;
-    bool canStop() const;
+    /// Something is under way that Stop ends.
+    bool canStop() const { return m_activity != Activity::Idle; }
     /// What showNotice() was told last, for as long as it is shown; else empty.
     QString notice() const { return m_notice; }
     /// Says in the place of the title, for a while, that something the user asked for did not
@@ -176,6 +177,7 @@ Q_SIGNALS:
     void clickThroughRectChanged();
 
 private:
+    bool isAnswering() const;
     void tick();
     void scheduleTick();
     void clearNotice();

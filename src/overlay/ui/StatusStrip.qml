@@ -143,7 +143,7 @@ FocusScope {
         Button {
             id: stop
             objectName: "stop"
-            visible: strip.isBusy
+            visible: strip.overlay.canStop
             width: 10 + 9 + 8 + stopWords.implicitWidth + 10
             text: qsTr("Stop")
             tooltip: qsTr("Stop")

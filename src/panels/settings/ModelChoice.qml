@@ -4,7 +4,7 @@ import Quellora.Ui
 
 /// The models on offer, one radio each.
 Card {
-    id: card
+    id: modelCard
 
     required property SettingsModel settings
     property bool compact: false
@@ -16,7 +16,7 @@ Card {
         choices: rows
         current: {
             void rows.count
-            return card.settings.models.rowOf(card.settings.selectedModelId)
+            return modelCard.settings.models.rowOf(modelCard.settings.selectedModelId)
         }
     }
     Label {
@@ -25,74 +25,28 @@ Card {
         height: 44
         text: qsTr("No models on offer")
         type: Tokens.body
-        color: card.theme.dimText
+        color: modelCard.theme.dimText
     }
     Column {
         width: parent.width
 
         Repeater {
             id: rows
-            model: card.settings.models
+            model: modelCard.settings.models
 
-            delegate: Choice {
-                id: row
-
+            delegate: RadioRow {
                 required property string modelId
                 required property string displayName
                 required property string descriptor
 
-                theme: card.theme
+                card: modelCard
+                count: rows.count
                 group: order
-                width: card.width
-                height: 44
+                minimumNameWidth: modelCard.compact ? 0 : 88
                 objectName: "model-" + modelId
                 name: displayName
                 hint: descriptor
-                onPicked: card.settings.selectModel(modelId)
-
-                background: RowBackground {
-                    control: row
-                    theme: card.theme
-                    selected: row.chosen
-                    isFirst: row.index === 0
-                    isLast: row.index === rows.count - 1
-                    outerRadius: card.radius
-                }
-
-                // The mark of a radio: a ring, filled with a hole when chosen.
-                Rectangle {
-                    x: Tokens.space3
-                    anchors.verticalCenter: parent.verticalCenter
-                    width: 16
-                    height: 16
-                    radius: 8
-                    antialiasing: true
-                    color: "transparent"
-                    border.width: row.chosen ? 5 : 1.5
-                    border.color: row.chosen ? card.theme.accent : card.theme.outline
-                }
-                Label {
-                    id: words
-                    x: 40
-                    width: Math.min(Math.max(card.compact ? 0 : 88, implicitWidth),
-                                    row.width - x - Tokens.space3)
-                    height: parent.height
-                    text: row.displayName
-                    type: Tokens.body
-                    font.weight: Font.Medium
-                    theme: card.theme
-                    elide: Text.ElideRight
-                    Accessible.ignored: true
-                }
-                Label {
-                    x: words.x + words.width + Tokens.space3
-                    width: Math.max(0, row.width - x - Tokens.space3)
-                    height: parent.height
-                    text: row.descriptor
-                    color: card.theme.dimText
-                    elide: Text.ElideRight
-                    Accessible.ignored: true
-                }
+                onPicked: modelCard.settings.selectModel(modelId)
             }
         }
     }

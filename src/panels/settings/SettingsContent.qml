@@ -77,6 +77,20 @@ Column {
         }
     }
     SettingsSection {
+        objectName: "captureScreens"
+        visible: content.settings.isScreenChoiceOffered
+        width: parent.width
+        theme: content.theme
+        title: qsTr("Screenshots")
+        hint: qsTr("What a capture shows while several screens are connected.")
+
+        ScreenChoice {
+            width: parent.width
+            settings: content.settings
+            theme: content.theme
+        }
+    }
+    SettingsSection {
         width: parent.width
         theme: content.theme
         title: qsTr("Sending")

@@ -77,6 +77,22 @@ void SettingsModel::setDontClearPromptAfterSendEnabled(bool isEnabled)
     Q_EMIT dontClearPromptAfterSendEnabledChanged();
 }
 
+void SettingsModel::setScreenChoiceOffered(bool isOffered)
+{
+    if (isOffered == m_isScreenChoiceOffered)
+        return;
+    m_isScreenChoiceOffered = isOffered;
+    Q_EMIT isScreenChoiceOfferedChanged();
+}
+
+void SettingsModel::setCaptureAllScreens(bool isEnabled)
+{
+    if (isEnabled == m_captureAllScreens)
+        return;
+    m_captureAllScreens = isEnabled;
+    Q_EMIT captureAllScreensChanged();
+}
+
 void SettingsModel::setHexInput(const QString &text)
 {
     if (text == m_hexInput)
@@ -152,6 +168,11 @@ void SettingsModel::toggleStartNewThreadPerSend()
 void SettingsModel::toggleDontClearPromptAfterSend()
 {
     Q_EMIT dontClearPromptAfterSendToggled(!m_dontClearPromptAfterSend);
+}
+
+void SettingsModel::chooseCaptureAllScreens(bool isEnabled)
+{
+    Q_EMIT captureAllScreensChosen(isEnabled);
 }
 
 } // namespace quellora

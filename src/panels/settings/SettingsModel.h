@@ -34,6 +34,10 @@ class SettingsModel : public QObject
                    setStartNewThreadPerSendEnabled NOTIFY startNewThreadPerSendEnabledChanged)
     Q_PROPERTY(bool dontClearPromptAfterSendEnabled READ dontClearPromptAfterSendEnabled WRITE
                    setDontClearPromptAfterSendEnabled NOTIFY dontClearPromptAfterSendEnabledChanged)
+    Q_PROPERTY(bool isScreenChoiceOffered READ isScreenChoiceOffered WRITE setScreenChoiceOffered
+                   NOTIFY isScreenChoiceOfferedChanged)
+    Q_PROPERTY(bool captureAllScreens READ captureAllScreens WRITE setCaptureAllScreens NOTIFY
+                   captureAllScreensChanged)
     Q_PROPERTY(quellora::HotkeyRows *hotkeyRows READ hotkeyRows CONSTANT)
 
 public:
@@ -55,6 +59,9 @@ public:
     void setResponseTextColorHex(const QString &hex);
     void setStartNewThreadPerSendEnabled(bool isEnabled);
     void setDontClearPromptAfterSendEnabled(bool isEnabled);
+    /// There are several screens, and the capture tool can take one or all of them.
+    void setScreenChoiceOffered(bool isOffered);
+    void setCaptureAllScreens(bool isEnabled);
 
     bool isOpen() const { return m_isOpen; }
     bool isLightTheme() const { return m_isLight; }
@@ -71,6 +78,9 @@ public:
     QString hexError() const { return m_hexError; }
     bool startNewThreadPerSendEnabled() const { return m_startNewThreadPerSend; }
     bool dontClearPromptAfterSendEnabled() const { return m_dontClearPromptAfterSend; }
+    bool isScreenChoiceOffered() const { return m_isScreenChoiceOffered; }
+    /// A capture shows all screens instead of the one with the pointer.
+    bool captureAllScreens() const { return m_captureAllScreens; }
     HotkeyRows *hotkeyRows() { return &m_hotkeyRows; }
 
     // What the view asks for.
@@ -85,6 +95,7 @@ public:
     Q_INVOKABLE void leaveHexInput();
     Q_INVOKABLE void toggleStartNewThreadPerSend();
     Q_INVOKABLE void toggleDontClearPromptAfterSend();
+    Q_INVOKABLE void chooseCaptureAllScreens(bool isEnabled);
     Q_INVOKABLE void openHelp() { Q_EMIT helpRequested(); }
 
 Q_SIGNALS:
@@ -95,6 +106,7 @@ Q_SIGNALS:
     void responseTextColorChosen(const QString &hex);
     void startNewThreadPerSendToggled(bool isEnabled);
     void dontClearPromptAfterSendToggled(bool isEnabled);
+    void captureAllScreensChosen(bool isEnabled);
     void helpRequested();
 
     void isOpenChanged();
@@ -107,6 +119,8 @@ Q_SIGNALS:
     void hexErrorChanged();
     void startNewThreadPerSendEnabledChanged();
     void dontClearPromptAfterSendEnabledChanged();
+    void isScreenChoiceOfferedChanged();
+    void captureAllScreensChanged();
 
 private:
     void setHexError(const QString &error);
@@ -125,6 +139,8 @@ private:
     QString m_hexError;
     bool m_startNewThreadPerSend = false;
     bool m_dontClearPromptAfterSend = false;
+    bool m_isScreenChoiceOffered = false;
+    bool m_captureAllScreens = false;
 };
 
 } // namespace quellora

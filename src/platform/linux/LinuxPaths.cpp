@@ -15,7 +15,8 @@ QString LinuxPaths::applicationSupportDirectory()
 CaptureTool LinuxPaths::captureTool()
 {
     return {QCoreApplication::applicationDirPath() + QStringLiteral("/quellora-screencapture"),
-            {QStringLiteral("-x"), QStringLiteral("-C")}};
+            {QStringLiteral("-x"), QStringLiteral("-C")},
+            {QStringLiteral("-x"), QStringLiteral("-C"), QStringLiteral("--all")}};
 }
 
 } // namespace quellora

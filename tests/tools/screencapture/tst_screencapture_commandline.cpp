@@ -43,6 +43,14 @@ private slots:
         QVERIFY(parse({"picture.png", "-C"})->includeCursor);
     }
 
+    void oneScreenUnlessAllAreAskedFor()
+    {
+        QVERIFY(!parse({"-x", "-C", "picture.png"})->allScreens);
+        QVERIFY(parse({"-x", "-C", "--all", "picture.png"})->allScreens);
+        QVERIFY(parse({"picture.png", "--all"})->allScreens);
+        QCOMPARE(parse({"--", "--all"})->path, std::string("--all"));
+    }
+
     void pathsThatLookLikeOptions()
     {
         QCOMPARE(parse({"--", "-x"})->path, std::string("-x"));

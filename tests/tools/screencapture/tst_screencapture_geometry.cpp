@@ -137,6 +137,37 @@ private slots:
         QCOMPARE(captureArea(1920, 1080, mirrored), (Rect{0, 0, 1920, 1080}));
     }
 
+    void pointedMonitorIsTheOneWithThePointer()
+    {
+        const auto at = [](int x, int y) { return Rect{x, y, 1, 1}; };
+        const std::vector<Rect> sideBySide{{0, 0, 1920, 1080}, {1920, 100, 1280, 1024}};
+        QCOMPARE(pointedMonitor(3200, 1124, sideBySide, at(0, 0)), sideBySide[0]);
+        QCOMPARE(pointedMonitor(3200, 1124, sideBySide, at(1919, 1079)), sideBySide[0]);
+        QCOMPARE(pointedMonitor(3200, 1124, sideBySide, at(1920, 100)), sideBySide[1]);
+        QCOMPARE(pointedMonitor(3200, 1124, sideBySide, at(3199, 1123)), sideBySide[1]);
+        // In a corner that no monitor shows: the nearest one.
+        QCOMPARE(pointedMonitor(3200, 1124, sideBySide, at(3000, 5)), sideBySide[1]);
+        QCOMPARE(pointedMonitor(3200, 1124, sideBySide, at(1930, 2)), sideBySide[0]);
+        QCOMPARE(pointedMonitor(3200, 1124, sideBySide, at(10, 1110)), sideBySide[0]);
+        // The same place on two monitors: the larger picture holds both.
+        const std::vector<Rect> mirrored{{0, 0, 1280, 1024}, {0, 0, 1920, 1080}};
+        QCOMPARE(pointedMonitor(1920, 1080, mirrored, at(5, 5)), mirrored[1]);
+        QCOMPARE(pointedMonitor(1920, 1080, mirrored, at(1900, 5)), mirrored[1]);
+    }
+
+    void pointedMonitorWithoutPointerOrMonitors()
+    {
+        const std::vector<Rect> sideBySide{{1920, 0, 1280, 1024}, {0, 0, 1920, 1080}};
+        QCOMPARE(pointedMonitor(3200, 1080, sideBySide, {}), sideBySide[0]);
+        QCOMPARE(pointedMonitor(1920, 1080, {}, {5, 5, 1, 1}), (Rect{0, 0, 1920, 1080}));
+        const std::vector<Rect> elsewhere{{5000, 5000, 10, 10}};
+        QCOMPARE(pointedMonitor(1920, 1080, elsewhere, {5, 5, 1, 1}), (Rect{0, 0, 1920, 1080}));
+        const std::vector<Rect> tooLarge{{0, 0, 4000, 4000}};
+        QCOMPARE(pointedMonitor(1920, 1080, tooLarge, {5, 5, 1, 1}), (Rect{0, 0, 1920, 1080}));
+        const std::vector<Rect> huge{{0, 0, 32767, 16000}, {0, 16000, 32767, 16767}};
+        QCOMPARE(pointedMonitor(32767, 32767, huge, {32766, 32766, 1, 1}), huge[1]);
+    }
+
     void unseenCornersOfUnevenMonitors()
     {
         const Rect area{0, 0, 3200, 1124};

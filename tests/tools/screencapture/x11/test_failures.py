@@ -72,7 +72,7 @@ class CommandLineTest(FailureTest):
     def test_help_and_version(self):
         result = run(["--help"], self.environment)
         self.assertEqual((result.returncode, result.stderr), (0, ""))
-        self.assertTrue(result.stdout.startswith("Usage: quellora-screencapture [-x] [-C] PATH\n"))
+        self.assertTrue(result.stdout.startswith("Usage: quellora-screencapture [-x] [-C] [--all] PATH\n"))
         for status in range(11):
             self.assertIn("\n  %-3d " % status, result.stdout)
         result = run(["--version"], self.environment)
