@@ -122,8 +122,10 @@ void PanelPlacement::refit()
         return;
     moveTo(frame);
     log(QStringLiteral("Panel kept on the screen at (%1, %2), %3x%4")
-            .arg(decimalText(frame.x()), decimalText(frame.y()), decimalText(frame.width()),
-                 decimalText(frame.height())));
+            .arg(frame.x())
+            .arg(frame.y())
+            .arg(frame.width())
+            .arg(frame.height()));
 }
 
 std::optional<QRect> PanelPlacement::visibleArea() const

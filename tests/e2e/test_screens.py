@@ -1,0 +1,221 @@
+"""Screens of many sizes, several of them, and screens that come and go."""
+
+import re
+import unittest
+
+from harness import E2ECase, wait_until
+from harness.server import QUERY
+
+PREFIX = "[OverlayWindowController] "
+OUTPUT = "screen"
+BAR = 34
+
+
+class ScreensCase(E2ECase):
+    """The display has one output whose mode is changed; monitors are cut out of it."""
+
+    desktop_options = {"width": 3840, "height": 2160}
+    modes = set()
+
+    def xrandr(self, *arguments):
+        self.desktop.run("xrandr", *arguments, capture_output=True)
+
+    def use_mode(self, width, height):
+        """The whole display becomes one screen of this size."""
+        name = f"own-{width}x{height}"
+        if name not in self.modes:
+            self.xrandr("--newmode", name, "0", str(width), "0", "0", "0", str(height), "0", "0",
+                        "0")
+            self.xrandr("--addmode", OUTPUT, name)
+            self.modes.add(name)
+        self.xrandr("--output", OUTPUT, "--mode", name)
+        self.desktop.width, self.desktop.height = width, height
+
+    def add_monitor(self, name, x, y, width, height, output="none"):
+        self.xrandr("--setmonitor", name, f"{width}/300x{height}/200+{x}+{y}", output)
+
+    def two_monitors(self, width=1920, height=1080):
+        self.use_mode(2 * width, height)
+        self.add_monitor("left", 0, 0, width, height, OUTPUT)
+        self.addCleanup(self.xrandr, "--delmonitor", "left")
+        self.add_monitor("right", width, 0, width, height)
+        self.addCleanup(self.remove_right)
+        self.has_right = True
+
+    def remove_right(self):
+        if self.has_right:
+            self.xrandr("--delmonitor", "right")
+        self.has_right = False
+
+    def bring_right_back(self, width=1920, height=1080):
+        self.add_monitor("right", width, 0, width, height)
+        self.has_right = True
+
+    def wait_panel(self, app, frame, what):
+        wait_until(lambda: app.panel() and app.panel()[1:] == frame, what=f"{what}: {frame}")
+
+    def drag_bar(self, app, by_x, by_y):
+        """Takes the free part of the control bar."""
+        _, x, y, _, _ = app.panel()
+        self.desktop.drag(x + 220, y + 17, x + 220 + by_x, y + 17 + by_y)
+
+
+class PanelPlaceTest(ScreensCase):
+    def start(self, server, **options):
+        app = self.app(server, **options).sign_in()
+        app.wait_overlay_shown()
+        return app
+
+    def test_first_place_on_small_screens(self):
+        server = self.server()
+        for width, height in ((1280, 720), (1366, 768), (1280, 800)):
+            with self.subTest(f"{width}x{height}"):
+                self.use_mode(width, height)
+                app = self.start(server)
+                self.wait_panel(app, (40, 0, 624, min(744, height)), "the first place")
+                # The highest and the lowest controls are in reach of the pointer.
+                app.access.click("Write a message")
+                app.access.wait_for("Write a message", focused=True)
+                app.access.click("Menu")
+                app.wait_for_line(PREFIX + "Hamburger button clicked — menu open=true")
+                self.desktop.press("escape")
+                app.access.click("Zoom")
+                self.wait_panel(app, (0, 0, width, height), "the zoomed panel")
+                app.access.click("Zoom")
+                self.wait_panel(app, (40, 0, 624, min(744, height)), "the panel as before")
+                app.close()
+
+    def test_twice_the_scale(self):
+        self.use_mode(3840, 2160)
+        app = self.start(self.server(), environment={"QT_SCALE_FACTOR": "2"})
+        first = (80, 2160 - 2 * (80 + 744), 2 * 624, 2 * 744)
+        self.wait_panel(app, first, "the first place")
+        self.use_mode(2560, 1440)
+        self.wait_panel(app, (80, 0, 2 * 624, 1440), "the panel on the smaller screen")
+        app.access.click("Write a message")
+        app.access.wait_for("Write a message", focused=True)
+        self.use_mode(3840, 2160)
+        self.wait_panel(app, first, "the panel at its own place again")
+        self.drag_bar(app, -2000, 900)
+        wait_until(lambda: app.panel()[1] == 0, what="the panel at the left edge")
+        _, _, y, _, _ = app.panel()
+        self.assertLessEqual(y + 2 * BAR, 2160)
+
+    def test_follows_a_screen_that_changes_its_size(self):
+        self.use_mode(1920, 1080)
+        app = self.start(self.server())
+        self.wait_panel(app, (40, 256, 624, 744), "the first place")
+        mark = app.mark()
+        self.use_mode(1280, 720)
+        self.wait_panel(app, (40, 0, 624, 720), "the panel on the small screen")
+        app.wait_for_line(PREFIX + "Panel kept on the screen at (40, 0), 624x720", since=mark)
+        self.use_mode(1920, 1080)
+        self.wait_panel(app, (40, 256, 624, 744), "the panel at its own place again")
+
+        app.access.press("Zoom")
+        self.wait_panel(app, (0, 0, 1920, 1080), "the zoomed panel")
+        self.use_mode(1366, 768)
+        self.wait_panel(app, (0, 0, 1366, 768), "the zoomed panel on the smaller screen")
+        app.access.press("Zoom")
+        self.wait_panel(app, (40, 24, 624, 744), "the panel as near to its place as it goes")
+
+        # Hidden meanwhile, it is shown where it can be reached.
+        self.use_mode(1920, 1080)
+        self.wait_panel(app, (40, 256, 624, 744), "the panel at its own place again")
+        app.hotkey("ctrl+alt+super+t")
+        app.wait_overlay_hidden()
+        self.use_mode(1280, 720)
+        app.hotkey("ctrl+alt+super+t")
+        self.wait_panel(app, (40, 0, 624, 720), "the panel shown on the small screen")
+
+    def test_dragging_and_resizing_leave_the_bar_on_the_screen(self):
+        self.use_mode(1366, 768)
+        app = self.start(self.server())
+        self.wait_panel(app, (40, 0, 624, 744), "the first place")
+        self.drag_bar(app, -250, 300)
+        self.wait_panel(app, (0, 300, 624, 744), "the panel at the left edge, hanging over")
+        self.drag_bar(app, 1100, 0)
+        self.wait_panel(app, (1366 - 624, 300, 624, 744), "the panel at the right edge")
+        self.drag_bar(app, 0, 445)
+        self.wait_panel(app, (1366 - 624, 768 - BAR, 624, 744), "the panel at the lower edge")
+        self.drag_bar(app, -400, -600)
+        self.wait_panel(app, (342, 134, 624, 744), "the panel in the middle")
+        # By its upper edge, to the top of the screen.
+        _, x, y, width, height = app.panel()
+        self.desktop.drag(x + 300, y + 2, x + 300, 0)
+        wait_until(lambda: app.panel()[4] > height, what="the higher panel")
+        _, x, y, width, _ = app.panel()
+        self.assertGreaterEqual(y, 0)
+        self.assertLessEqual(x + width, 1366)
+        # A smaller screen leaves alone what the user let hang over the edge, but for the bar.
+        self.use_mode(1280, 720)
+        wait_until(lambda: app.panel()[2] >= 0 and app.panel()[1] + app.panel()[3] <= 1280,
+                   what="the bar on the smaller screen")
+
+    def test_monitor_that_is_taken_away(self):
+        self.two_monitors()
+        app = self.start(self.server())
+        self.wait_panel(app, (40, 256, 624, 744), "the first place on the main screen")
+        self.drag_bar(app, 2000, -100)
+        self.wait_panel(app, (2040, 156, 624, 744), "the panel on the other screen")
+        # Let go across both: it belongs to the one that has more of it.
+        self.drag_bar(app, -300, 0)
+        self.wait_panel(app, (1920, 156, 624, 744), "the panel wholly on the other screen")
+        self.drag_bar(app, 300, 0)
+        self.wait_panel(app, (2220, 156, 624, 744), "the panel inside the other screen")
+        self.remove_right()
+        self.wait_panel(app, (1920 - 624, 156, 624, 744), "the panel on the screen that is left")
+        app.access.click("Write a message")
+        app.access.wait_for("Write a message", focused=True)
+        self.bring_right_back()
+        self.wait_panel(app, (2220, 156, 624, 744), "the panel back on the other screen")
+
+        app.access.press("Zoom")
+        self.wait_panel(app, (1920, 0, 1920, 1080), "the other screen filled")
+        self.remove_right()
+        self.wait_panel(app, (0, 0, 1920, 1080), "the screen that is left filled")
+
+
+class CapturedScreensTest(ScreensCase):
+    def capture(self, app):
+        mark = app.mark()
+        app.hotkey("ctrl+alt+super+c", "Capture")
+        index = app.wait_for_line(re.compile(r"bytes JPEG \(\d+x\d+\)$"), since=mark)
+        app.wait_for_line(PREFIX + "Stream complete, buffer cleared", since=mark)
+        return re.search(r"\((\d+x\d+)\)$", app.lines[index])[1]
+
+    def test_one_screen_or_all_as_chosen(self):
+        self.two_monitors(1200, 900)
+        server = self.server()
+        app = self.app(server).sign_in()
+        app.wait_overlay_shown()
+        self.desktop.paint_gradient((200, 150, 100), (100, 150, 200))
+        self.desktop.move_pointer(1300, 850)
+        self.assertEqual(self.capture(app), "1200x900")
+
+        app.access.press("Menu")
+        app.access.press("Settings")
+        app.access.wait_for("All screens")
+        # Live: the choice goes with the second screen and comes back with it.
+        self.remove_right()
+        app.access.wait_gone("All screens")
+        self.bring_right_back(1200, 900)
+        app.access.wait_for("All screens")
+        app.access.press("All screens")
+        wait_until(lambda: app.stored_defaults().get("captureAllScreens") is True,
+                   what="the stored choice")
+        self.desktop.press("escape")
+        self.assertEqual(self.capture(app), "1280x480")
+
+        app.close()
+        again = self.app(server, defaults={"hasLaunchedBefore": True, "userPrompt": "",
+                                           "captureAllScreens": True}).sign_in()
+        again.wait_overlay_shown()
+        self.assertEqual(self.capture(again), "1280x480")
+        self.remove_right()
+        self.assertEqual(self.capture(again), "1200x900")
+        self.assertEqual(len(server.requests(QUERY)), 4)
+
+
+if __name__ == "__main__":
+    unittest.main()
