@@ -128,7 +128,7 @@ void OverlayWindowController::wireOverlay()
     });
     connect(&m_overlay, &OverlayModel::zoomRequested, this,
             &OverlayWindowController::handleZoomButton);
-    connect(&m_panel, &NonFocusPanel::dragEnded, &m_placement, &PanelPlacement::placedByUser);
+    connect(&m_panel, &NonFocusPanel::draggedTo, &m_placement, &PanelPlacement::placedByUser);
     connect(&m_placement, &PanelPlacement::isZoomedLargeChanged, &m_overlay,
             &OverlayModel::setZoomedLarge);
     connect(&m_overlay, &OverlayModel::sliderMoved, this, &OverlayWindowController::sliderChanged);

@@ -99,13 +99,12 @@ PanelPlacement::Place PanelPlacement::placeAt(const QRect &frame) const
     return place;
 }
 
-void PanelPlacement::placedByUser()
+void PanelPlacement::placedByUser(const QRect &frame)
 {
-    if (m_animation.state() == QAbstractAnimation::Running ||
-        m_window.geometry() == frameOf(m_place))
-        return;
-    m_place = placeAt(m_window.geometry());
-    refit();
+    m_animation.stop();
+    m_place = placeAt(frame);
+    if (frameOf(m_place) != frame)
+        keepIn(frameOf(m_place));
 }
 
 void PanelPlacement::keepOnScreen()
@@ -117,9 +116,12 @@ void PanelPlacement::keepOnScreen()
 
 void PanelPlacement::refit()
 {
-    const QRect frame = frameOf(m_place);
-    if (frame == targetFrame())
-        return;
+    if (const QRect frame = frameOf(m_place); frame != targetFrame())
+        keepIn(frame);
+}
+
+void PanelPlacement::keepIn(const QRect &frame)
+{
     moveTo(frame);
     log(QStringLiteral("Panel kept on the screen at (%1, %2), %3x%4")
             .arg(frame.x())

@@ -28,9 +28,9 @@ public:
     /// Sizes the panel and moves it to its place on the main screen, or as near to it as the screen
     /// allows; logs where.
     void placeInitially();
-    /// The user has moved or resized the panel: that is its place from now on, with the control bar
-    /// on a screen.
-    void placedByUser();
+    /// The user has moved or resized the panel to @p frame: that is its place from now on, with the
+    /// control bar on a screen.
+    void placedByUser(const QRect &frame);
     /// Brings the panel back when its control bar is not on a screen.
     void keepOnScreen();
     /// Grows the panel to its screen's visible area, or restores the frame from before.
@@ -56,6 +56,7 @@ private:
     QRect frameOf(const Place &place) const;
     Place placeAt(const QRect &frame) const;
     void refit();
+    void keepIn(const QRect &frame);
     void moveTo(const QRect &frame);
 
     QWindow &m_window;

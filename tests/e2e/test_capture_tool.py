@@ -133,6 +133,41 @@ class CaptureToolTest(E2ECase):
         wait_until(lambda: not [name for name in self.shared_app.temporary_files()
                                 if "vantiro_capture" in name], what="the file to be removed")
 
+    def test_a_tool_that_hangs_is_given_up_with_stop(self):
+        self.behave('echo half > "$3"; echo $$ > "$here/pid"; exec sleep 1000')
+        app = self.shared_app
+        mark = self.capture()
+        wait_until(lambda: (self.bin_dir / "pid").exists()
+                   and (self.bin_dir / "pid").read_text().endswith("\n"), what="the tool")
+        process = pathlib.Path("/proc") / (self.bin_dir / "pid").read_text().strip()
+        self.assertTrue(process.exists())
+        app.access.wait_for("Capturing screen…")
+        app.access.click("Stop")
+        app.wait_for_line("[OverlayWindowController] Capture given up by the user", since=mark)
+        app.access.wait_for("Stopped")
+        app.access.wait_gone("Stop")
+        wait_until(lambda: not process.exists() or "Z" in (process / "stat").read_text().split()[2],
+                   what="the end of the tool")
+        wait_until(lambda: not [name for name in app.temporary_files()
+                                if "vantiro_capture" in name], what="the file to be removed")
+        # The next one works, and nothing of the first is in it.
+        (self.bin_dir / "small.png").write_bytes(png(320, 200, (200, 100, 50)))
+        self.behave('cp "$here/small.png" "$3"')
+        app.access.wait_for("Capture and send", enabled=True)
+        mark = self.capture()
+        app.wait_for_line("[OverlayWindowController] Stream complete, buffer cleared", since=mark)
+        self.assertEqual(len(self.shared_server.requests(QUERY)), self.queries_before + 1)
+
+    def test_a_tool_that_hangs_is_given_up_by_the_keyboard(self):
+        self.behave('exec sleep 1000')
+        app = self.shared_app
+        mark = self.capture()
+        app.access.wait_for("Capturing screen…")
+        app.access.click("Write a message")
+        app.access.wait_for("Write a message", focused=True)
+        self.desktop.press("super+.")
+        app.wait_for_line("[OverlayWindowController] Capture given up by the user", since=mark)
+
     def test_a_slow_tool_does_not_hold_up_the_program(self):
         release = self.bin_dir / "release"
         os.mkfifo(release)

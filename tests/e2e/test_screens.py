@@ -122,7 +122,7 @@ class PanelPlaceTest(ScreensCase):
         # Hidden meanwhile, it is shown where it can be reached.
         self.use_mode(1920, 1080)
         self.wait_panel(app, (40, 256, 624, 744), "the panel at its own place again")
-        app.hotkey("ctrl+alt+super+t")
+        app.access.press("Minimize")
         app.wait_overlay_hidden()
         self.use_mode(1280, 720)
         app.hotkey("ctrl+alt+super+t")

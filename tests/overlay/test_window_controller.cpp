@@ -570,7 +570,7 @@ private Q_SLOTS:
         const QRect area = panel.screen()->availableGeometry();
         const auto drop = [&](const QPoint &position) {
             panel.mouseDown({5, 5});
-            panel.setPosition(position);
+            QTest::mouseMove(&panel, position - panel.position() + QPoint(5, 5));
             QTest::mouseRelease(&panel, Qt::LeftButton, {}, {5, 5});
         };
         // Moved by something else while hidden, it is brought back when it is shown.
@@ -595,11 +595,12 @@ private Q_SLOTS:
         f.overlay->show();
         NonFocusPanel &panel = f.overlay->panel();
         const QRect area = panel.screen()->availableGeometry();
-        const QRect placed(area.x() + 20, area.y() + 30, 500, 600);
-        panel.mouseDown({5, 5});
-        panel.setGeometry(placed);
-        QTest::mouseRelease(&panel, Qt::LeftButton, {}, {5, 5});
-        QCOMPARE(panel.geometry(), placed);
+        const QRect before = panel.geometry();
+        QTest::mousePress(&panel, Qt::LeftButton, {}, {before.width() - 2, before.height() / 2});
+        QTest::mouseMove(&panel, {before.width() - 102, before.height() / 2});
+        QTest::mouseRelease(&panel, Qt::LeftButton, {}, {498, before.height() / 2});
+        const QRect placed = panel.geometry();
+        QCOMPARE(placed, before.adjusted(0, 0, -100, 0));
         f.overlay->handleZoomButton();
         QTRY_COMPARE(panel.geometry(), area);
         f.overlay->handleZoomButton();

@@ -431,7 +431,7 @@ private Q_SLOTS:
         f.capturePromise.finish();
         f.orchestrator.stop();
         QCoreApplication::processEvents();
-        QVERIFY(!f.threads.stagedScreenshotData());
+        QVERIFY(!f.threads.stagedScreenshot());
         QVERIFY(!f.orchestrator.isCapturing());
     }
 

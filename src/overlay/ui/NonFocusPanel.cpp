@@ -178,13 +178,15 @@ void NonFocusPanel::mouseMoveEvent(QMouseEvent *event)
     // Positions on the screen, not in the window: the window follows later, and what it reports
     // meanwhile would be counted twice.
     if (m_dragStart) {
-        setPosition((m_pointer - *m_dragStart).toPoint());
+        m_draggedTo = QRect((m_pointer - *m_dragStart).toPoint(), size());
+        setPosition(m_draggedTo->topLeft());
         event->accept();
         return;
     }
     if (m_resize) {
-        setGeometry(OverlayGeometry::resized(m_resize->frame, m_resize->edges,
-                                             (m_pointer - m_resize->pointer).toPoint()));
+        m_draggedTo = OverlayGeometry::resized(m_resize->frame, m_resize->edges,
+                                               (m_pointer - m_resize->pointer).toPoint());
+        setGeometry(*m_draggedTo);
         event->accept();
         return;
     }
@@ -200,11 +202,10 @@ void NonFocusPanel::mouseReleaseEvent(QMouseEvent *event)
 
 void NonFocusPanel::endDrag()
 {
-    const bool wasDragging = m_dragStart || m_resize;
     m_dragStart.reset();
     m_resize.reset();
-    if (wasDragging)
-        Q_EMIT dragEnded();
+    if (const auto frame = std::exchange(m_draggedTo, std::nullopt))
+        Q_EMIT draggedTo(*frame);
 }
 
 void NonFocusPanel::hideEvent(QHideEvent *event)

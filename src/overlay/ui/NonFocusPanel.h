@@ -82,8 +82,9 @@ public:
 Q_SIGNALS:
     /// Assistive programs were told that the message on @p card now stops the user.
     void blockingMessageAnnounced(QQuickItem *card);
-    /// A drag that moves or resizes the panel has ended, also because the panel was hidden.
-    void dragEnded();
+    /// A drag has moved or resized the panel and has ended, also because the panel was hidden. The
+    /// window itself may report the last frame only later.
+    void draggedTo(const QRect &frame);
 
 protected:
     void mousePressEvent(QMouseEvent *event) override;
@@ -112,6 +113,7 @@ private:
     OverlayModel *m_overlay = nullptr;
     std::optional<QPointF> m_dragStart;
     std::optional<Resize> m_resize;
+    std::optional<QRect> m_draggedTo;
     QPointF m_pointer;
     bool m_isClosing = false;
     QString m_announcedMessageId;
