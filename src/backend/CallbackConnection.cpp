@@ -8,7 +8,10 @@ namespace quellora {
 
 CallbackConnection::CallbackConnection(std::unique_ptr<QTcpSocket> socket, Timeouts timeouts,
                                        QObject *parent)
-    : QObject(parent), m_socket(std::move(socket)), m_timeouts(timeouts)
+    : QObject(parent)
+    , m_socket(std::move(socket))
+    , m_end(m_socket->socketDescriptor())
+    , m_timeouts(timeouts)
 {
     // The server that made it goes first.
     m_socket->setParent(nullptr);
@@ -57,6 +60,7 @@ void CallbackConnection::readAvailable()
 void CallbackConnection::decide()
 {
     m_state = State::Deciding;
+    m_end.release();
     m_deadline.stop();
     Q_EMIT requestRead(m_request);
 }
@@ -109,7 +113,7 @@ void CallbackConnection::deadlinePassed()
 
 void CallbackConnection::socketError(QAbstractSocket::SocketError error)
 {
-    // An end of the stream is no error; disconnected() follows.
+    // An end of the stream, which a reset is reported as, is no error; disconnected() follows.
     if (m_state == State::Reading && error != QAbstractSocket::RemoteHostClosedError)
         Q_EMIT failed(m_socket->errorString());
     else if (m_state == State::Answering)
@@ -120,6 +124,8 @@ void CallbackConnection::disconnected()
 {
     if (m_state == State::Reading) {
         m_request += m_socket->read(maxRequestBytes - m_request.size());
+        if (m_end.isReset())
+            Q_EMIT failed(SocketEnd::resetText());
         decide();
     } else if (m_state == State::Answering) {
         answerFinished(m_socket->errorString());

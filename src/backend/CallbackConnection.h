@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/SocketEnd.h"
+
 #include <QByteArray>
 #include <QObject>
 #include <QTcpSocket>
@@ -64,6 +66,8 @@ private:
     void answerFinished(const QString &problem);
 
     std::unique_ptr<QTcpSocket> m_socket;
+    /// While a request is awaited.
+    SocketEnd m_end;
     Timeouts m_timeouts;
     QTimer m_deadline;
     QByteArray m_request;

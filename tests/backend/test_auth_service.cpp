@@ -28,6 +28,21 @@ struct Fixture
     }
 };
 
+/// Notes how long the network may say nothing during each request.
+class PatienceNetwork : public StatuslessNetwork
+{
+public:
+    QList<int> silences;
+
+protected:
+    QNetworkReply *createRequest(Operation operation, const QNetworkRequest &request,
+                                 QIODevice *body) override
+    {
+        silences << request.transferTimeout();
+        return StatuslessNetwork::createRequest(operation, request, body);
+    }
+};
+
 LoginResult wait(QFuture<LoginResult> future)
 {
     if (!QTest::qWaitFor([&future] { return future.isFinished(); }, 10'000))
@@ -62,6 +77,15 @@ private Q_SLOTS:
         QCOMPARE(body["email"].toString(), " me@x ");
         QCOMPARE(body["password"].toString(), " pass ");
         QCOMPARE(body["hotkeys"].toObject()["capture"].toString(), "ctrl+c");
+    }
+
+    void silenceIsEndedAfterAMinute()
+    {
+        PatienceNetwork network;
+        AuthService auth(network, BackendEndpoints("http://127.0.0.1:1"), &sampleDevice);
+        auth.login("me@x", "pass");
+        auth.verify("token");
+        QCOMPARE(network.silences, (QList<int>{60'000, 60'000}));
     }
 
     void verifySendsTheTokenInTheHeaderOnly()

@@ -246,10 +246,27 @@ private Q_SLOTS:
             client.socket.close();
         QVERIFY(f.waitForToken());
         QCOMPARE(f.tokens, Tokens{std::nullopt});
-        QVERIFY(f.log.lines.contains(
+        QStringList expected{
             prefix +
-            QStringLiteral("Failed to send response: The remote host closed the connection")));
+            QStringLiteral("Failed to send response: The remote host closed the connection")};
+        if (reset)
+            expected.prepend(prefix + QStringLiteral("Connection error: Connection reset by peer"));
+        QCOMPARE(f.log.lines.mid(0, expected.size()), expected);
         QCOMPARE(f.listener.listeningPort(), 0);
+    }
+
+    void visitorThatBreaksOffWithinTheLineIsJudgedByWhatItSent()
+    {
+        Fixture f;
+        Client client(f.port);
+        client.send("GET /?token=abc");
+        QTRY_COMPARE(f.listener.connectionCount(), 1);
+        QTRY_VERIFY(!f.listener.findChild<CallbackConnection *>()->isSilent());
+        client.reset();
+        QVERIFY(f.waitForToken());
+        QCOMPARE(f.log.lines.first(),
+                 prefix + QStringLiteral("Connection error: Connection reset by peer"));
+        QCOMPARE(f.tokens, Tokens{"abc"});
     }
 
     void visitorThatLeavesWithoutItsAnswer_data() { visitorThatLeavesAtOnce_data(); }
