@@ -129,6 +129,10 @@ void AppDelegate::startOverlay()
         if (self && self->m_overlay)
             self->m_overlay->show();
     };
+    m_menuBar->onOpenFailed = [self = QPointer(this)](const QString &text) {
+        if (self && self->m_overlay)
+            self->m_overlay->showNotice(text);
+    };
     log(QStringLiteral("MenuBarController created"));
     dropLogin();
     log(QStringLiteral("Vantiro Overlay running (single-process, no pipeline.py dependency)."));

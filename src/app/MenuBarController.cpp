@@ -2,6 +2,7 @@
 
 #include "app/Log.h"
 #include "app/NotificationCenter.h"
+#include "app/WhenFinished.h"
 #include "backend/SessionManager.h"
 #include "platform/Platform.h"
 
@@ -49,6 +50,7 @@ void MenuBarController::build(StatusBar &statusBar)
     } else {
         log(QStringLiteral("ERROR: statusItem.button is nil — cannot assign an image"));
     }
+    m_statusItem->setAction([this] { showOverlayClicked(); });
     m_statusItem->setMenu({
         {QStringLiteral("Show Quellora"), [this] { showOverlayClicked(); }},
         {},
@@ -73,7 +75,10 @@ void MenuBarController::showOverlayClicked()
 void MenuBarController::manageAccountClicked()
 {
     log(QStringLiteral("Manage Account clicked, opening ") + m_accountURL.toString());
-    m_workspace.openUrl(m_accountURL);
+    whenFinished(m_workspace.openUrl(m_accountURL), this, [this](const OpenResult &result) {
+        if (!result && onOpenFailed)
+            onOpenFailed(result.error().text());
+    });
 }
 
 void MenuBarController::signOutClicked()

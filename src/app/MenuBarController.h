@@ -2,6 +2,8 @@
 
 #include "app/StatusBar.h"
 
+#include <QObject>
+#include <QString>
 #include <QUrl>
 
 #include <functional>
@@ -13,9 +15,11 @@ class NotificationCenter;
 class SessionManager;
 class Workspace;
 
-/// The status-bar item and its menu while the user is signed in; both go with the controller.
-class MenuBarController
+/// The status-bar item and its menu while the user is signed in; both go with the controller. A
+/// click on the item brings the overlay back, as the menu's first row does.
+class MenuBarController : public QObject
 {
+    Q_OBJECT
 public:
     MenuBarController(StatusBar &statusBar, SessionManager &session,
                       NotificationCenter &notifications, Workspace &workspace, QUrl accountURL,
@@ -23,6 +27,8 @@ public:
 
     /// Brings the overlay back.
     std::function<void()> onShowOverlay;
+    /// Tells the user what could not be opened: the menu has gone by then.
+    std::function<void(const QString &text)> onOpenFailed;
 
     void showOverlayClicked();
     void manageAccountClicked();

@@ -2,6 +2,8 @@
 
 #include "backend/Records.h"
 
+#include <QString>
+
 #include <functional>
 #include <optional>
 
@@ -38,6 +40,9 @@ public:
     virtual void toggleVisibility() = 0;
     virtual void adjustOpacity(double delta) = 0;
     virtual void startNewThread() = 0;
+    /// Brings the window to the front and says in it, for a while, that something the user asked
+    /// for elsewhere did not happen.
+    virtual void showNotice(const QString &text) = 0;
 
     virtual void updateUsage(qint64 tokensUsed, qint64 tokenCap) = 0;
     virtual void resolveModelSelection(const AppConfigResponse &config) = 0;

@@ -8,12 +8,19 @@
 #include <QMap>
 #include <QMenu>
 #include <QPainter>
+#include <QPainterPath>
 #include <QSvgRenderer>
 #include <QSystemTrayIcon>
+
+#include <utility>
 
 namespace quellora {
 
 namespace {
+
+// Legible on dark and bright panels alike.
+constexpr QColor darkEdge(0x12, 0x12, 0x1c);
+constexpr QColor lightInk(0xf2, 0xf3, 0xf5);
 
 /// The bundled drawing that stands for a system symbol; empty when there is none.
 QString symbolFile(const QString &symbolName)
@@ -27,7 +34,7 @@ QString symbolFile(const QString &symbolName)
     return QFile::exists(path) ? path : QString();
 }
 
-/// Renders the one-colour drawing light with a dark edge, legible on dark and bright panels alike.
+/// Renders the one-colour drawing light with a dark edge.
 QIcon renderSymbol(const QString &path)
 {
     QFile file(path);
@@ -39,11 +46,10 @@ QIcon renderSymbol(const QString &path)
         QImage image(size, size, QImage::Format_ARGB32_Premultiplied);
         image.fill(Qt::transparent);
         QPainter painter(&image);
-        for (const char *layer : {"#12121c|4", "#f2f3f5|1.75"}) {
-            const QList<QByteArray> parts = QByteArray(layer).split('|');
+        for (const auto &[color, width] : {std::pair(darkEdge, "4"), std::pair(lightInk, "1.75")}) {
             QByteArray tinted = svg;
-            tinted.replace("currentColor", parts.at(0));
-            tinted.replace("stroke-width=\"2\"", "stroke-width=\"" + parts.at(1) + '"');
+            tinted.replace("currentColor", color.name().toLatin1());
+            tinted.replace("stroke-width=\"2\"", QByteArray("stroke-width=\"") + width + '"');
             QSvgRenderer(tinted).render(&painter);
         }
         painter.end();
@@ -67,6 +73,29 @@ QIcon systemSymbol(const SystemSymbols &symbols, const QString &name)
     return icon;
 }
 
+/// The text's first letter, where there is no drawing.
+QIcon letterIcon(const QString &text)
+{
+    QIcon icon;
+    for (const int size : {16, 22, 24, 32, 48, 64}) {
+        QImage image(size, size, QImage::Format_ARGB32_Premultiplied);
+        image.fill(Qt::transparent);
+        QPainter painter(&image);
+        painter.setRenderHint(QPainter::Antialiasing);
+        QFont font;
+        font.setPixelSize(size * 7 / 8);
+        font.setBold(true);
+        QPainterPath letter;
+        letter.addText(0, 0, font, text.left(1));
+        letter.translate(QRectF(image.rect()).center() - letter.boundingRect().center());
+        painter.strokePath(letter, QPen(darkEdge, size / 8.0));
+        painter.fillPath(letter, lightInk);
+        painter.end();
+        icon.addPixmap(QPixmap::fromImage(image));
+    }
+    return icon;
+}
+
 class QtStatusItem : public StatusItem
 {
 public:
@@ -84,7 +113,10 @@ public:
         if (m_icon.isNull())
             m_icon = renderSymbol(symbolFile(symbolName));
         m_description = description;
-        return !m_icon.isNull();
+        const bool hasSymbol = !m_icon.isNull();
+        if (!hasSymbol)
+            m_icon = letterIcon(description);
+        return hasSymbol;
     }
 
     void setMenu(const QList<StatusMenuItem> &items) override
@@ -103,17 +135,23 @@ public:
         show();
     }
 
+    void setAction(std::function<void()> action) override { m_action = std::move(action); }
+
 private:
     /// The toolkit decides once which protocol it speaks, so the item is made only when there is a
     /// tray to speak to. From then on the toolkit itself tells trays that are restarted.
     void show()
     {
-        // Without an image there is nothing to see or to press.
-        if (m_item || !m_area.isAvailable() || m_icon.isNull() || m_menu.isEmpty())
+        if (m_item || !m_area.isAvailable() || m_menu.isEmpty())
             return;
         m_item = std::make_unique<QSystemTrayIcon>(m_icon);
         m_item->setToolTip(m_description);
         m_item->setContextMenu(&m_menu);
+        QObject::connect(m_item.get(), &QSystemTrayIcon::activated, m_item.get(),
+                         [this](QSystemTrayIcon::ActivationReason reason) {
+                             if (reason == QSystemTrayIcon::Trigger && m_action)
+                                 m_action();
+                         });
         m_item->show();
     }
 
@@ -121,6 +159,7 @@ private:
     const SystemSymbols &m_symbols;
     QIcon m_icon;
     QString m_description;
+    std::function<void()> m_action;
     QMenu m_menu;
     /// After the menu, which it shows.
     std::unique_ptr<QSystemTrayIcon> m_item;

@@ -26,9 +26,12 @@ public:
     virtual ~StatusItem() = default;
     /// Whether the desktop has a status area that shows the item.
     virtual bool hasButton() const = 0;
-    /// Shows the named system symbol; false when there is no such symbol.
+    /// Shows the named system symbol; false when there is no such symbol: the item then shows the
+    /// description's first letter.
     virtual bool setSymbol(const QString &symbolName, const QString &description) = 0;
     virtual void setMenu(const QList<StatusMenuItem> &items) = 0;
+    /// What a click on the item itself does.
+    virtual void setAction(std::function<void()> action) = 0;
 };
 
 /// Makes status items. Main thread only.

@@ -11,7 +11,7 @@ Basic.AbstractButton {
     property string name: text
     property color textColor: theme.dimText
     /// Read by assistive programs.
-    readonly property int role: Accessible.Link
+    property int role: Accessible.Link
     property int weight: Font.Normal
 
     height: 28

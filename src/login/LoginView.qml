@@ -174,6 +174,7 @@ Item {
     }
 
     FilledBarButton {
+        id: google
         x: view.margin
         y: 346 + view.push
         width: parent.width - 2 * x
@@ -189,6 +190,22 @@ Item {
         borderColor: view.theme.secondaryOutline
         textColor: view.theme.text
         onClicked: view.viewModel.requestGoogleSignIn()
+    }
+
+    // On the bar, which takes no presses meanwhile.
+    LinkButton {
+        x: google.x + google.width - Tokens.space3 - width
+        y: google.y + (google.height - height) / 2
+        visible: view.viewModel.isGoogleLoading
+        text: "Cancel"
+        role: Accessible.Button
+        theme: view.theme
+        onClicked: {
+            // It goes away: the focus stays beside it.
+            if (activeFocus)
+                google.forceActiveFocus(visualFocus ? Qt.TabFocusReason : Qt.OtherFocusReason)
+            view.viewModel.cancelGoogleSignIn()
+        }
     }
 
     Label {

@@ -85,4 +85,10 @@ void LoginViewModel::requestGoogleSignIn()
     Q_EMIT googleSignInRequested();
 }
 
+void LoginViewModel::cancelGoogleSignIn()
+{
+    if (m_isGoogleLoading)
+        Q_EMIT googleSignInCancelled();
+}
+
 } // namespace quellora

@@ -46,6 +46,8 @@ public:
     Q_INVOKABLE void submit(const QString &email, const QString &password);
     /// The Google button was pressed; ignored while either sign-in is running.
     Q_INVOKABLE void requestGoogleSignIn();
+    /// The user does not want to sign in through the browser any more.
+    Q_INVOKABLE void cancelGoogleSignIn();
 
 Q_SIGNALS:
     void errorMessageChanged();
@@ -56,6 +58,7 @@ Q_SIGNALS:
     /// The e-mail sign-in failed; the error line says why.
     void submitFailed();
     void googleSignInRequested();
+    void googleSignInCancelled();
     void forgotPasswordRequested();
     void signupRequested();
 

@@ -1,6 +1,7 @@
 #include "login/LoginWindowController.h"
 
 #include "app/Log.h"
+#include "app/WhenFinished.h"
 #include "platform/Platform.h"
 
 #include <QFutureWatcher>
@@ -25,6 +26,11 @@ void log(const QString &message)
     Log::event(QStringLiteral("[LoginWindowController] ") + message);
 }
 
+void logNotOpened(const OpenFailure &failure)
+{
+    log(QStringLiteral("WARNING: The browser could not be opened: ") + failure.reason);
+}
+
 } // namespace
 
 LoginWindowController::LoginWindowController(Collaborators collaborators, QObject *parent)
@@ -36,6 +42,8 @@ LoginWindowController::LoginWindowController(Collaborators collaborators, QObjec
             &LoginWindowController::handleLoginSuccess);
     connect(&m_viewModel, &LoginViewModel::googleSignInRequested, this,
             &LoginWindowController::startGoogleSignIn);
+    connect(&m_viewModel, &LoginViewModel::googleSignInCancelled, this,
+            &LoginWindowController::cancelGoogleSignIn);
     connect(&m_viewModel, &LoginViewModel::forgotPasswordRequested, this,
             [this] { open(m_with.endpoints.forgotPassword()); });
     connect(&m_viewModel, &LoginViewModel::signupRequested, this,
@@ -75,6 +83,9 @@ void LoginWindowController::createWindow()
     m_window->setSource(QUrl(QStringLiteral("qrc:/qt/qml/Quellora/Login/LoginView.qml")));
     if (m_window->status() != QQuickView::Ready)
         qFatal("The sign-in form could not be loaded");
+    const Capability ordinary = m_with.shell.makeOrdinary(*m_window);
+    if (ordinary.state() == Capability::State::Unsupported)
+        log(QStringLiteral("WARNING: ") + ordinary.reason());
     m_window->installEventFilter(this);
     // Quitting closes the windows too; that must not be taken for the user's closing.
     qApp->installEventFilter(this);
@@ -102,9 +113,12 @@ void LoginWindowController::bringToFront()
 
 void LoginWindowController::open(const QUrl &url)
 {
-    const Capability opened = m_with.workspace.openUrl(url);
-    if (opened.state() == Capability::State::Unsupported)
-        log(QStringLiteral("WARNING: The browser could not be opened: ") + opened.reason());
+    whenFinished(m_with.workspace.openUrl(url), this, [this](const OpenResult &opened) {
+        if (opened)
+            return;
+        logNotOpened(opened.error());
+        m_viewModel.setErrorMessage(opened.error().text());
+    });
 }
 
 void LoginWindowController::startGoogleSignIn()
@@ -138,27 +152,33 @@ void LoginWindowController::startGoogleSignIn()
 void LoginWindowController::openSignInPage()
 {
     log(QStringLiteral("OAuth callback listener ready, opening browser for Google sign-in"));
-    const Capability opened = m_with.workspace.openUrl(m_with.endpoints.googleLogin());
-    if (opened.state() != Capability::State::Unsupported)
-        return;
-    // Nobody would ever answer: waiting on would leave the user stuck.
-    log(QStringLiteral("WARNING: The browser could not be opened: ") + opened.reason());
-    ++m_attempt;
-    m_with.oauthListener->cancel();
-    failGoogleSignIn(googleFailed);
+    whenFinished(m_with.workspace.openUrl(m_with.endpoints.googleLogin()), this,
+                 [this, attempt = m_attempt](const OpenResult &opened) {
+                     // Once an answer is there, how the browser fares does not matter any more.
+                     if (opened || attempt != m_attempt || m_didAuthenticate)
+                         return;
+                     // Nobody would ever answer: waiting on would leave the user stuck.
+                     logNotOpened(opened.error());
+                     failGoogleSignIn(opened.error().text());
+                 });
 }
 
 void LoginWindowController::handleOAuthCallback(const std::optional<QString> &token)
 {
+    ++m_attempt;
     if (!token) {
         log(QStringLiteral("OAuth callback received without a usable token"));
         failGoogleSignIn(googleFailed);
         return;
     }
+    // The browser has the front; the rest happens here.
+    bringToFront();
+    // A watcher reports the end in every case, also of a request that was dropped unanswered.
     auto *watcher = new QFutureWatcher<LoginResult>(this);
-    connect(watcher, &QFutureWatcherBase::finished, this, [this, watcher] {
+    connect(watcher, &QFutureWatcherBase::finished, this, [this, watcher, attempt = m_attempt] {
         watcher->deleteLater();
-        finishVerification(watcher->future());
+        if (attempt == m_attempt)
+            finishVerification(watcher->future());
     });
     m_verification = m_with.auth.verify(*token);
     watcher->setFuture(m_verification);
@@ -184,10 +204,26 @@ void LoginWindowController::finishVerification(const QFuture<LoginResult> &futur
     handleLoginSuccess();
 }
 
+void LoginWindowController::cancelGoogleSignIn()
+{
+    log(QStringLiteral("Google sign-in cancelled"));
+    endGoogleSignIn();
+}
+
+void LoginWindowController::endGoogleSignIn()
+{
+    ++m_attempt;
+    if (m_with.oauthListener)
+        m_with.oauthListener->cancel();
+    m_verification.cancel();
+    m_viewModel.setGoogleLoading(false);
+}
+
 void LoginWindowController::failGoogleSignIn(const QString &message)
 {
-    m_viewModel.setGoogleLoading(false);
+    endGoogleSignIn();
     m_viewModel.setErrorMessage(message);
+    bringToFront();
 }
 
 void LoginWindowController::handleLoginSuccess()

@@ -51,10 +51,13 @@ public:
     void showWindow() override;
     void bringToFront() override;
 
-    /// Signs in through the browser: waits for its answer, then opens the sign-in page there.
+    /// Signs in through the browser: waits for its answer, then opens the sign-in page there. The
+    /// window comes to the front when that ends.
     void startGoogleSignIn();
     /// The browser's answer: a token (possibly empty) or nothing.
     void handleOAuthCallback(const std::optional<QString> &token);
+    /// Ends the attempt through the browser, wherever it is.
+    void cancelGoogleSignIn();
 
     bool didAuthenticate() const { return m_didAuthenticate; }
     LoginViewModel &viewModel() { return m_viewModel; }
@@ -67,6 +70,7 @@ private:
     void createWindow();
     void open(const QUrl &url);
     void openSignInPage();
+    void endGoogleSignIn();
     void failGoogleSignIn(const QString &message);
     void finishVerification(const QFuture<LoginResult> &future);
     void handleLoginSuccess();
@@ -78,7 +82,7 @@ private:
     bool m_didAuthenticate = false;
     bool m_quitting = false;
     QFuture<LoginResult> m_verification;
-    /// Counts browser sign-ins; answers to an earlier one are stale.
+    /// Counts beginnings and ends of browser sign-ins; answers to an earlier one are stale.
     quint64 m_attempt = 0;
 };
 

@@ -26,12 +26,13 @@ HotkeyTexts displayTexts(const VantiroConfig::Hotkeys &hotkeys)
 
 } // namespace
 
-OverlaySettings::OverlaySettings(Platform &platform, UserDefaults &defaults, HotkeyManager &hotkeys,
+OverlaySettings::OverlaySettings(KeyMonitor &keyMonitor, Workspace &workspace,
+                                 UserDefaults &defaults, HotkeyManager &hotkeys,
                                  ModelListModel &models,
                                  const VantiroConfig::Hotkeys &configFileHotkeys)
-    : m_platform(platform)
+    : m_workspace(workspace)
     , m_defaults(defaults)
-    , m_keyMonitor(platform.keyMonitor())
+    , m_keyMonitor(keyMonitor)
     , m_rebinding(hotkeys, defaults, m_keyMonitor, configFileHotkeys)
     , m_model(models, m_rebinding)
 {}
@@ -71,7 +72,7 @@ void OverlaySettings::attach(const Targets &targets, const BackendEndpoints &end
     connect(&m_model, &SettingsModel::dontClearPromptAfterSendToggled, &targets.threads,
             &ThreadController::setDontClearPromptAfterSendEnabled);
     connect(&m_model, &SettingsModel::helpRequested, this,
-            [this, help = endpoints.help()] { m_platform.workspace().openUrl(help); });
+            [this, help = endpoints.help()] { m_workspace.openUrl(help); });
     // Nobody can press a combo for a panel that is not there.
     connect(&targets.panel, &QWindow::visibleChanged, this, [this](bool isVisible) {
         if (!isVisible)

@@ -16,13 +16,14 @@ namespace quellora {
 class BottomPanelsModel;
 class Capability;
 class HotkeyManager;
+class KeyMonitor;
 class ModelListModel;
 class NonFocusPanel;
 class OverlayModel;
-class Platform;
 class ResponseDisplay;
 class ThreadController;
 class UserDefaults;
+class Workspace;
 
 /// The overlay's part of the settings: opens and closes the sheet, and brings every choice into
 /// force and onto the disk at once. Main thread only.
@@ -42,9 +43,11 @@ public:
         ResponseDisplay &display;
     };
 
+    /// @param workspace opens the help
     /// @param configFileHotkeys what resetting a hot key goes back to
-    OverlaySettings(Platform &platform, UserDefaults &defaults, HotkeyManager &hotkeys,
-                    ModelListModel &models, const VantiroConfig::Hotkeys &configFileHotkeys);
+    OverlaySettings(KeyMonitor &keyMonitor, Workspace &workspace, UserDefaults &defaults,
+                    HotkeyManager &hotkeys, ModelListModel &models,
+                    const VantiroConfig::Hotkeys &configFileHotkeys);
 
     /// Applies what is stored and follows the user's choices from then on. Once.
     void attach(const Targets &targets, const BackendEndpoints &endpoints);
@@ -70,7 +73,7 @@ private:
     void followPanels();
     void followScreens();
 
-    Platform &m_platform;
+    Workspace &m_workspace;
     UserDefaults &m_defaults;
     PanelKeyMonitor m_keyMonitor;
     HotkeyRebinding m_rebinding;

@@ -37,13 +37,14 @@ OverlayWindowController::OverlayWindowController(const VantiroConfig &config,
                                                  Collaborators collaborators)
     : m_with(begin(std::move(collaborators)))
     , m_config(config)
+    , m_workspace(m_with.platform.workspace())
     , m_panels(m_with.defaults)
-    , m_settings(m_with.platform, m_with.defaults, m_with.hotkeys, *m_panels.models(),
-                 config.hotkeys)
+    , m_settings(m_with.platform.keyMonitor(), m_workspace, m_with.defaults, m_with.hotkeys,
+                 *m_panels.models(), config.hotkeys)
     , m_panel(m_with.platform.panelWindow())
     , m_placement(m_panel, config.overlay)
     , m_theme(m_with.platform.appearance())
-    , m_display(*m_with.surface, m_with.platform.workspace(), QDir::tempPath())
+    , m_display(*m_with.surface, m_workspace, QDir::tempPath())
     , m_stream(m_display)
     , m_answers(m_display, m_stream, [this] { show(); })
     , m_messages(m_answers, m_with.endpoints)
@@ -140,6 +141,7 @@ void OverlayWindowController::wireOverlay()
             &QueryOrchestrator::stop);
     connect(&m_overlay, &OverlayModel::copyAnswerRequested, this,
             &OverlayWindowController::copyAnswer);
+    connect(&m_workspace, &OverlayWorkspace::failed, &m_overlay, &OverlayModel::showNotice);
     connect(&m_overlay, &OverlayModel::clickThroughRectChanged, this,
             &OverlayWindowController::updateClickThroughState);
 
@@ -182,12 +184,14 @@ void OverlayWindowController::wireOverlay()
             &OverlayWindowController::settingsMenuItemClicked);
     connect(&m_menu, &HamburgerMenuModel::accountRequested, this, [this] {
         log(QStringLiteral("Account link clicked"));
-        m_with.platform.workspace().openUrl(m_with.endpoints.account());
+        m_workspace.openUrl(m_with.endpoints.account());
     });
     connect(&m_menu, &HamburgerMenuModel::upgradeRequested, this, [this] {
         log(QStringLiteral("Usage row Upgrade link clicked"));
-        m_with.platform.workspace().openUrl(m_with.endpoints.pricing());
+        m_workspace.openUrl(m_with.endpoints.pricing());
     });
+    connect(&m_menu, &HamburgerMenuModel::signOutRequested, this,
+            &OverlayWindowController::signOutClicked);
 }
 
 void OverlayWindowController::wirePanels()
@@ -217,7 +221,7 @@ void OverlayWindowController::wirePanels()
     connect(&m_panels, &BottomPanelsModel::informationalCollapseToggled, &m_messages,
             &ServiceMessages::toggleInformationalCollapse);
     connect(&m_panels, &BottomPanelsModel::messageActionRequested, this,
-            [this](const QUrl &url) { m_with.platform.workspace().openUrl(url); });
+            [this](const QUrl &url) { m_workspace.openUrl(url); });
     connect(&m_panels, &BottomPanelsModel::heightChanged, &m_overlay,
             &OverlayModel::setBottomPanelsHeight);
     connect(&m_overlay, &OverlayModel::geometryChanged, this,
@@ -293,6 +297,20 @@ void OverlayWindowController::toggleHamburgerMenu()
     m_overlay.setMenuOpen(!m_overlay.isMenuOpen());
     log(QStringLiteral("Hamburger button clicked — menu open=%1")
             .arg(m_overlay.isMenuOpen() ? QStringLiteral("true") : QStringLiteral("false")));
+}
+
+void OverlayWindowController::signOutClicked()
+{
+    log(QStringLiteral("Sign Out clicked"));
+    m_with.session.logout();
+    // Sends the panel away.
+    Q_EMIT m_with.notifications.sessionExpired();
+}
+
+void OverlayWindowController::showNotice(const QString &text)
+{
+    show();
+    m_overlay.showNotice(text);
 }
 
 void OverlayWindowController::updateUsage(qint64 tokensUsed, qint64 tokenCap)

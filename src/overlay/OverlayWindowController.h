@@ -8,6 +8,7 @@
 #include "overlay/OverlayHistory.h"
 #include "overlay/OverlayMirror.h"
 #include "overlay/OverlaySettings.h"
+#include "overlay/OverlayWorkspace.h"
 #include "overlay/PanelPlacement.h"
 #include "overlay/page/AppTheme.h"
 #include "overlay/page/ResponseDisplay.h"
@@ -83,6 +84,7 @@ public:
     void toggleVisibility() override;
     void adjustOpacity(double delta) override;
     void startNewThread() override;
+    void showNotice(const QString &text) override;
     void updateUsage(qint64 tokensUsed, qint64 tokenCap) override;
     void resolveModelSelection(const AppConfigResponse &config) override
     {
@@ -94,6 +96,8 @@ public:
     void sliderChanged(double value);
     void handleZoomButton() { m_placement.handleZoomButton(); }
     void toggleHamburgerMenu();
+    /// Ends the session through the session-expired path, as the status item does.
+    void signOutClicked();
     void settingsMenuItemClicked() { m_settings.open(); }
     /// A refreshed configuration has arrived.
     void handleConfigDidUpdate(const AppConfigResponse &config)
@@ -127,6 +131,8 @@ private:
 
     Collaborators m_with;
     VantiroConfig m_config;
+    /// For everything in the panel that opens an address or a file.
+    OverlayWorkspace m_workspace;
     OverlayModel m_overlay;
     BottomPanelsModel m_panels;
     HamburgerMenuModel m_menu;

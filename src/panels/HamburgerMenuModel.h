@@ -64,6 +64,7 @@ Q_SIGNALS:
     void settingsRequested();
     void accountRequested();
     void upgradeRequested();
+    void signOutRequested();
 
     void usageChanged();
     void rowsChanged();

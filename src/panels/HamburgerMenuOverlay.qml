@@ -17,9 +17,12 @@ FocusScope {
     readonly property bool isUrgent: tier === HamburgerMenuModel.Danger
                                      || tier === HamburgerMenuModel.Exceeded
     property bool byKeyboard: false
+    /// Lower in the smallest windows, so that the last row stays on the panel.
+    readonly property int rowHeight: Math.max(28, Math.min(
+        34, Math.floor((height - 36 - 4 - 92) / rows().length)))
 
     function rows() {
-        return [history, settings, account, upgrade].filter(row => row.available)
+        return [history, settings, account, upgrade, signOut].filter(row => row.available)
     }
     function move(step) {
         const all = host.rows()
@@ -118,6 +121,7 @@ FocusScope {
                 objectName: "menuHistory"
                 available: host.menu.historyAvailable
                 width: parent.width
+                height: host.rowHeight
                 iconName: "history"
                 text: qsTr("History")
                 onTabbed: step => host.move(step)
@@ -128,6 +132,7 @@ FocusScope {
                 objectName: "menuSettings"
                 available: host.menu.settingsAvailable
                 width: parent.width
+                height: host.rowHeight
                 iconName: "settings"
                 text: qsTr("Settings")
                 onTabbed: step => host.move(step)
@@ -137,6 +142,7 @@ FocusScope {
                 id: account
                 objectName: "menuAccount"
                 width: parent.width
+                height: host.rowHeight
                 iconName: "circle-user"
                 trailingIcon: "arrow-up-right"
                 text: qsTr("Account")
@@ -219,12 +225,23 @@ FocusScope {
                 id: upgrade
                 objectName: "menuUpgrade"
                 width: parent.width
+                height: host.rowHeight
                 iconName: "circle-arrow-up"
                 text: qsTr("Upgrade")
                 color: Tokens.frame.accentText
                 filled: host.isUrgent
                 onTabbed: step => host.move(step)
                 onClicked: host.run(host.menu.upgradeRequested)
+            }
+            HamburgerMenuRow {
+                id: signOut
+                objectName: "menuSignOut"
+                width: parent.width
+                height: host.rowHeight
+                iconName: "log-out"
+                text: qsTr("Sign Out")
+                onTabbed: step => host.move(step)
+                onClicked: host.run(host.menu.signOutRequested)
             }
         }
     }

@@ -1,7 +1,8 @@
 #include "platform/OpenRules.h"
 
+#include "app/Log.h"
+
 #include <QFileInfo>
-#include <QUrl>
 
 namespace quellora {
 namespace {
@@ -16,20 +17,48 @@ bool isAllowed(const QUrl &url)
     return scheme == QStringLiteral("mailto") && !url.path().isEmpty();
 }
 
-} // namespace
-
-QString OpenRules::refusalOf(const QUrl &url)
+/// What the user sees of the program that the address is for.
+QString programFor(const QUrl &url)
 {
-    if (isAllowed(url))
-        return {};
-    return QStringLiteral("Only web and mail addresses are opened, not \"%1\" addresses")
-        .arg(url.scheme());
+    if (url.isLocalFile())
+        return QStringLiteral("the file");
+    return url.scheme() == QStringLiteral("mailto") ? QStringLiteral("the mail program")
+                                                    : QStringLiteral("the browser");
 }
 
-QString OpenRules::refusalOf(const QString &path)
+OpenFailure logged(const OpenFailure &failure)
 {
-    const bool isFile = !path.isEmpty() && QFileInfo(path).isFile();
-    return isFile ? QString() : QStringLiteral("There is no such file");
+    Log::event(QStringLiteral("[Workspace] ERROR: ") + failure.text());
+    return failure;
+}
+
+} // namespace
+
+std::optional<OpenFailure> OpenRules::refusalOf(const QUrl &url)
+{
+    if (isAllowed(url))
+        return std::nullopt;
+    return logged({OpenFailure::Kind::Refused, QStringLiteral("the address"),
+                   QStringLiteral("only web and mail addresses are opened, not \"%1\" addresses")
+                       .arg(url.scheme())});
+}
+
+std::optional<OpenFailure> OpenRules::refusalOf(const QString &path)
+{
+    if (!path.isEmpty() && QFileInfo(path).isFile())
+        return std::nullopt;
+    return logged({OpenFailure::Kind::Refused, QStringLiteral("the file"),
+                   QStringLiteral("there is no such file")});
+}
+
+OpenFailure OpenRules::failure(const QUrl &url, const QString &reason)
+{
+    return logged({OpenFailure::Kind::Failed, programFor(url), reason});
+}
+
+QFuture<OpenResult> OpenRules::notOpened(const OpenFailure &failure)
+{
+    return QtFuture::makeReadyFuture<OpenResult>(tl::unexpected(failure));
 }
 
 } // namespace quellora

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QFuture>
 #include <QImage>
 #include <QList>
 #include <QObject>
@@ -7,6 +8,8 @@
 #include <QString>
 #include <QStringList>
 #include <QUrl>
+
+#include <tl/expected.hpp>
 
 #include <functional>
 #include <memory>
@@ -162,14 +165,37 @@ public:
     virtual void onMotionChanged(std::function<void()> handler) = 0;
 };
 
-/// Opens addresses and files with the user's default programs, without blocking. What is not to be
-/// handed on (other schemes than those of the web and of mail, missing files) is Unsupported.
+/// Why an address or a file was not opened.
+struct OpenFailure
+{
+    enum class Kind {
+        /// It is not handed on: an address of neither the web nor mail, a file that is not there.
+        Refused,
+        /// Nothing here opened it.
+        Failed,
+    };
+
+    Kind kind = Kind::Failed;
+    /// What should have opened, e.g. "the browser".
+    QString what;
+    /// E.g. "xdg-open is not installed".
+    QString reason;
+
+    /// The sentence for the user.
+    QString text() const { return QStringLiteral("Could not open %1: %2").arg(what, reason); }
+};
+
+using OpenResult = tl::expected<void, OpenFailure>;
+
+/// Opens addresses and files with the user's default programs, without blocking. The result comes
+/// as soon as it is known, on any thread; a program that goes on running counts as opened after a
+/// while. Every failure is logged, too.
 class Workspace
 {
 public:
     virtual ~Workspace() = default;
-    virtual Capability openUrl(const QUrl &url) = 0;
-    virtual Capability openFile(const QString &path) = 0;
+    virtual QFuture<OpenResult> openUrl(const QUrl &url) = 0;
+    virtual QFuture<OpenResult> openFile(const QString &path) = 0;
 };
 
 /// The desktop's place for status items.
@@ -200,8 +226,13 @@ class ApplicationShell
 {
 public:
     virtual ~ApplicationShell() = default;
-    /// No Dock or task-bar entry, not in the application switcher.
+    /// No Dock or task-bar entry, not in the application switcher; not for the windows that are
+    /// made ordinary.
     virtual Capability becomeAccessory() = 0;
+    /// Makes the window, not yet shown, an exception from becomeAccessory(): it is in the task bar
+    /// and in the switcher like other programs' windows. Its title bar is dark where the system
+    /// offers that, whatever the desktop's theme.
+    virtual Capability makeOrdinary(QWindow &window) = 0;
     /// Undo, Redo, Cut, Copy, Paste and Select All key equivalents in text fields.
     virtual Capability installEditMenu() = 0;
     /// Brings the program's window to the front and gives it the focus (login window only).

@@ -48,6 +48,7 @@ public:
         m_calls << QStringLiteral("adjustOpacity %1").arg(delta);
     }
     void startNewThread() override { m_calls << "startNewThread"; }
+    void showNotice(const QString &text) override { m_calls << "showNotice " + text; }
     void updateUsage(qint64 used, qint64 cap) override
     {
         m_calls << QStringLiteral("updateUsage %1 %2").arg(used).arg(cap);
@@ -70,8 +71,13 @@ class FakeStatusItem : public StatusItem
 {
 public:
     FakeStatusItem(bool button, bool symbol, int &alive, int &symbolsSet,
-                   QList<StatusMenuItem> &menu)
-        : m_button(button), m_symbol(symbol), m_alive(alive), m_symbolsSet(symbolsSet), m_menu(menu)
+                   QList<StatusMenuItem> &menu, std::function<void()> &action)
+        : m_button(button)
+        , m_symbol(symbol)
+        , m_alive(alive)
+        , m_symbolsSet(symbolsSet)
+        , m_menu(menu)
+        , m_action(action)
     {
         ++m_alive;
     }
@@ -83,6 +89,7 @@ public:
         return m_symbol && name == "gear";
     }
     void setMenu(const QList<StatusMenuItem> &items) override { m_menu = items; }
+    void setAction(std::function<void()> action) override { m_action = std::move(action); }
 
 private:
     bool m_button;
@@ -90,6 +97,7 @@ private:
     int &m_alive;
     int &m_symbolsSet;
     QList<StatusMenuItem> &m_menu;
+    std::function<void()> &m_action;
 };
 
 class FakeStatusBar : public StatusBar
@@ -97,19 +105,21 @@ class FakeStatusBar : public StatusBar
 public:
     std::unique_ptr<StatusItem> makeItem() override
     {
-        return std::make_unique<FakeStatusItem>(button, symbol, alive, symbolsSet, menu);
+        return std::make_unique<FakeStatusItem>(button, symbol, alive, symbolsSet, menu, click);
     }
     bool button = true;
     bool symbol = true;
     int alive = 0;
     int symbolsSet = 0;
     QList<StatusMenuItem> menu;
+    std::function<void()> click;
 };
 
 class NullShell : public ApplicationShell
 {
 public:
     Capability becomeAccessory() override { return Capability::applied(); }
+    Capability makeOrdinary(QWindow &) override { return Capability::applied(); }
     Capability installEditMenu() override { return Capability::applied(); }
     Capability activate(QWindow &) override { return Capability::applied(); }
 };
@@ -463,6 +473,32 @@ private Q_SLOTS:
         Q_EMIT f.notifications.sessionExpired();
         f.delegate->startedAgain();
         QCOMPARE(f.lastLogin->broughtToFront, 1);
+    }
+
+    void aClickOnTheItemShowsTheOverlay()
+    {
+        Fixture f;
+        f.launch();
+        f.signIn(account());
+        f.calls.clear();
+        f.log.clear();
+        f.statusBar.click();
+        QCOMPARE(f.calls, QStringList{"show"});
+        QCOMPARE(f.log.lines, QStringList{"[MenuBarController] Show Quellora clicked"});
+    }
+
+    void anAccountPageThatDoesNotOpenIsSaidInTheOverlay()
+    {
+        Fixture f;
+        f.launch();
+        f.signIn(account());
+        f.calls.clear();
+        f.delegate->menuBar()->manageAccountClicked();
+        QCoreApplication::processEvents();
+        QVERIFY(f.calls.isEmpty());
+        f.workspace.answer = FakeWorkspace::failure();
+        f.delegate->menuBar()->manageAccountClicked();
+        QTRY_COMPARE(f.calls, QStringList{"showNotice Could not open the browser: nobody answers"});
     }
 
     void terminationClearsTheSessionAndTheHotkeys()

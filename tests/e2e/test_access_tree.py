@@ -105,6 +105,7 @@ class AccessTreeTest(E2ECase):
         self.access.wait_for("Waiting for your browser…")
         screen = self.look()
         self.assertEqual(len(screen.all("Finish signing in there, then come back here.")), 1)
+        self.assert_states(screen.get("Cancel", BUTTON), "focusable")
         gate = threading.Event()
         self.addCleanup(gate.set)
 
@@ -219,11 +220,12 @@ class AccessTreeTest(E2ECase):
         self.assert_states(self.look().get("Menu", BUTTON), "expanded")
         screen = self.look(self.access.find("Menu", "popup menu"))
         self.assertEqual(screen.controls(), [(name, "menu item") for name in
-                                             ("History", "Settings", "Account", "Upgrade")])
+                                             ("History", "Settings", "Account", "Upgrade",
+                                              "Sign Out")])
         self.assertEqual(screen.get("Usage").role, "panel")
         self.assertIn("85% used", screen.get("Usage").description)
         wait_until(screen.get("History").has_focus, what="the focus on the first row")
-        screen.walk_with_tab("Settings", "Account", "Upgrade")
+        screen.walk_with_tab("Settings", "Account", "Upgrade", "Sign Out")
         screen.walk_with_tab("Upgrade", "Account", "Settings", key="shift+tab")
         self.desktop.press("escape")
         self.access.wait_gone("Account")

@@ -151,6 +151,39 @@ class LoginTest(E2ECase):
         app.access.click("Don't have an account? Sign up")
         wait_until(lambda: f"{server.url}/signup" in app.opened(), what="the page")
 
+    def test_links_that_do_not_open_are_said(self):
+        app = self.app(self.server())
+        app.wait_login_window()
+        app.end_openers_with(3)
+        app.access.click("Forgot password?")
+        app.access.wait_for("Could not open the browser: there is no program for it "
+                            "(xdg-open, status 3)")
+        app.wait_for_line("[LoginWindowController] WARNING: The browser could not be opened: "
+                          "there is no program for it (xdg-open, status 3)")
+        # The form works on, and the next try tells anew.
+        app.end_openers_with(0)
+        app.fill_login()
+        self.desktop.press("return")
+        app.wait_for_line(RUNNING)
+
+    def test_the_window_is_an_ordinary_one_with_a_dark_title_bar(self):
+        app = self.app(self.server())
+        app.wait_login_window()
+        window = self.desktop.wait_for_active("Quellora")
+        states = self.desktop.window_states(window)
+        self.assertNotIn("_NET_WM_STATE_SKIP_TASKBAR", states)
+        self.assertNotIn("_NET_WM_STATE_SKIP_PAGER", states)
+        self.assertEqual(self.desktop.window_text(window, "_GTK_THEME_VARIANT"), "dark")
+        # What task bars and switchers list.
+        self.assertIn(window, self.desktop.client_list())
+        # The panel that follows is in neither.
+        app.fill_login()
+        self.desktop.press("return")
+        app.wait_for_line(RUNNING)
+        panel = app.wait_overlay_shown()[0]
+        self.assertIn("_NET_WM_STATE_SKIP_TASKBAR", self.desktop.window_states(panel))
+        self.assertNotIn(panel, self.desktop.client_list())
+
     def test_secrets_stay_out_of_logs_files_and_the_accessibility_bus(self):
         server = self.server()
         server.on(LOGIN, HostileServer.status(401))
@@ -273,6 +306,85 @@ class BrowserSignInTest(E2ECase):
             except ConnectionResetError:
                 continue
         self.assert_port_is_free()
+
+    def test_cancel_ends_the_attempt_and_the_next_one_works(self):
+        server = self.server()
+        app = self.start(server)
+        app.access.click("Cancel")
+        app.wait_for_line("[LoginWindowController] Google sign-in cancelled")
+        app.access.wait_for("Sign in with Google")
+        app.access.wait_gone("Cancel")
+        self.assert_port_is_free()
+        app.access.click("Sign in with Google")
+        app.wait_for_line("[LoginWindowController] OAuth callback listener ready, "
+                          "opening browser for Google sign-in")
+        self.visit("?token=second")
+        app.wait_for_line(RUNNING)
+        self.assertEqual(server.wait_for_request(VERIFY).header("Authorization"), "Bearer second")
+
+    def test_cancel_ends_the_verification(self):
+        server = self.server()
+        asked, release = threading.Event(), threading.Event()
+
+        def slow(connection, _request):
+            asked.set()
+            connection.wait_for(release)
+        server.on(VERIFY, slow)
+        app = self.start(server)
+        self.visit("?token=slow")
+        self.assertTrue(asked.wait(20))
+        app.access.press("Cancel")
+        app.wait_for_line("[LoginWindowController] Google sign-in cancelled")
+        release.set()
+        app.access.wait_for("Sign in with Google")
+        app.fill_login()
+        self.desktop.press("return")
+        app.wait_for_line(RUNNING)
+
+    def test_a_browser_that_does_not_open_is_said(self):
+        server = self.server()
+        app = self.app(server)
+        app.wait_login_window()
+        app.end_openers_with(4)
+        app.access.click("Sign in with Google")
+        app.access.wait_for("Could not open the browser: its program failed (xdg-open, status 4)")
+        app.access.wait_for("Sign in with Google")
+        self.assert_port_is_free()
+        app.end_openers_with(0)
+        app.access.click("Sign in with Google")
+        wait_until(lambda: len(app.opened()) == 2, what="the browser")
+        self.visit("?token=mine")
+        app.wait_for_line(RUNNING)
+
+    def test_without_an_opener(self):
+        app = self.app(self.server(), environment={"PATH": "/nonexistent"})
+        app.wait_login_window()
+        app.access.click("Sign in with Google")
+        app.access.wait_for("Could not open the browser: xdg-open is not installed")
+        app.access.wait_for("Sign in with Google")
+        self.assert_port_is_free()
+
+    def test_the_window_comes_back_from_behind_the_browser(self):
+        for query, shown in (("?error=denied", "Google sign-in failed. Please try again."),
+                             ("?token=old", "Invalid email or password")):
+            with self.subTest(query=query):
+                server = self.server()
+                server.on(VERIFY, HostileServer.status(401))
+                app = self.start(server)
+                browser = self.other_window(title="Browser")
+                # The last thing that the user pressed is in the browser.
+                self.desktop.click(5, 5)
+                browser.wait_for("press")
+                self.visit(query)
+                self.desktop.wait_for_active("Quellora")
+                app.access.wait_for(shown)
+                # In front, not behind: a press in the middle of the screen is the form's.
+                before = browser.mark()
+                app.access.click("Email")
+                app.access.wait_for("Email", focused=True)
+                self.assertEqual(browser.events("press", before), [])
+                app.close()
+                browser.close()
 
     def test_closing_the_window_while_waiting_quits(self):
         app = self.start(self.server())

@@ -1,10 +1,11 @@
 """The menu, the model list and notes, used through their accessible names."""
 
 import re
+import threading
 import unittest
 
 from harness import E2ECase, HostileServer, wait_until
-from harness.server import QUERY
+from harness.server import QUERY, chunk_event
 
 PREFIX = "[OverlayWindowController] "
 
@@ -23,6 +24,64 @@ class MenuTest(E2ECase):
         app.access.press("Upgrade")
         app.wait_for_line(PREFIX + "Usage row Upgrade link clicked")
         wait_until(lambda: f"{server.url}/pricing" in app.opened(), what="the pricing page")
+
+
+    def test_a_page_that_does_not_open_is_said_while_stop_stays(self):
+        server = self.server()
+        release = threading.Event()
+        self.addCleanup(release.set)
+
+        def endless(connection, _request):
+            connection.begin_stream()
+            connection.send(chunk_event("Once upon a time"))
+            connection.wait_for(release)
+        server.on(QUERY, endless)
+        app = self.app(server).sign_in()
+        app.access.click("Write a message")
+        app.access.wait_for("Write a message", focused=True)
+        self.desktop.type_text("go on\n")
+        app.access.wait_for_page_text("Once upon a time")
+        app.end_openers_with(3)
+        app.access.click("Menu")
+        app.access.click("Account")
+        app.access.wait_for("Could not open the browser: there is no program for it "
+                            "(xdg-open, status 3)", role="notification")
+        app.wait_for_line("[Workspace] ERROR: Could not open the browser: there is no program "
+                          "for it (xdg-open, status 3)")
+        app.access.click("Stop")
+        app.access.wait_gone("Stop")
+        # It leaves by itself.
+        app.access.wait_gone(re.compile("^Could not open"))
+
+    def test_without_an_opener_the_panel_says_so(self):
+        app = self.app(self.server(), environment={"PATH": "/nonexistent"}).sign_in()
+        app.access.click("Menu")
+        app.access.click("Upgrade")
+        app.access.wait_for("Could not open the browser: xdg-open is not installed")
+
+    def test_sign_out_is_the_last_row(self):
+        server = self.server()
+        app = self.app(server).sign_in()
+        app.access.click("Write a message")
+        app.access.wait_for("Write a message", focused=True)
+        app.access.click("Menu")
+        app.access.wait_for("History", focused=True)
+        self.desktop.press("end")
+        app.access.wait_for("Sign Out", focused=True)
+        self.desktop.press("home")
+        app.access.wait_for("History", focused=True)
+        app.access.click("Sign Out")
+        app.wait_for_line(PREFIX + "Sign Out clicked")
+        app.wait_for_line("[AuthService] Session cleared from memory")
+        app.wait_for_line("[AppDelegate] sessionExpired received — tearing down overlay, "
+                          "showing login window")
+        self.desktop.wait_for_active("Quellora")
+        app.access.wait_for("Email", focused=True)
+        self.assertEqual(len(self.desktop.viewable_windows("Quellora")), 1)
+        app.fill_login()
+        self.desktop.press("return")
+        app.wait_overlay_shown()
+        app.access.wait_for("Menu")
 
 
 class ModelTest(E2ECase):

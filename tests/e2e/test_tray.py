@@ -76,6 +76,28 @@ class TrayTest(E2ECase):
         self.assertEqual(app.wait_exit(), 0)
         tray.wait_empty()
 
+    def test_a_left_click_on_the_item_shows_the_panel(self):
+        tray = self.tray()
+        app = self.app(self.server()).sign_in()
+        tray.wait_item()
+        app.hotkey("ctrl+alt+super+t", "Toggle")
+        app.wait_overlay_hidden()
+        tray.activate()
+        app.wait_for_line(MENU_LOG + "Show Quellora clicked")
+        app.wait_overlay_shown()
+
+    def test_an_account_page_that_does_not_open_is_said_in_the_panel(self):
+        tray = self.tray()
+        app = self.app(self.server()).sign_in()
+        tray.wait_item()
+        app.hotkey("ctrl+alt+super+t", "Toggle")
+        app.wait_overlay_hidden()
+        app.end_openers_with(3)
+        tray.choose("Manage Account")
+        app.wait_overlay_shown()
+        app.access.wait_for("Could not open the browser: there is no program for it "
+                            "(xdg-open, status 3)")
+
     def check_icon(self, pictures):
         """The gear is there in the usual sizes: its edge is drawn, its corners are not."""
         self.assertTrue({16, 22, 32, 48} <= {width for width, _, _ in pictures})

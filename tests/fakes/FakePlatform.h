@@ -9,9 +9,12 @@
 #include <QList>
 #include <QMap>
 #include <QPointer>
+#include <QPromise>
 #include <QTemporaryDir>
 #include <QWindow>
 
+#include <memory>
+#include <optional>
 #include <utility>
 
 /// Recording stand-ins for every platform role. Each one keeps what it was asked for in public
@@ -120,24 +123,62 @@ public:
 class FakeWorkspace : public Workspace
 {
 public:
-    Capability openUrl(const QUrl &url) override
+    QFuture<OpenResult> openUrl(const QUrl &url) override
     {
         if (!url.isValid())
-            return Capability::unsupported(QStringLiteral("That is no address"));
+            return refuse(QStringLiteral("the address"), QStringLiteral("that is none"));
         urls << url;
-        return answer;
+        return begin();
     }
-    Capability openFile(const QString &path) override
+    QFuture<OpenResult> openFile(const QString &path) override
     {
         if (!QFileInfo(path).isFile())
-            return Capability::unsupported(QStringLiteral("There is no such file"));
+            return refuse(QStringLiteral("the file"), QStringLiteral("there is no such file"));
         files << path;
-        return answer;
+        return begin();
+    }
+
+    static const OpenResult &opened()
+    {
+        static const OpenResult result;
+        return result;
+    }
+    /// What failing to open the browser is.
+    static OpenResult failure()
+    {
+        return tl::unexpected(OpenFailure{OpenFailure::Kind::Failed, QStringLiteral("the browser"),
+                                          QStringLiteral("nobody answers")});
+    }
+    /// The end of the oldest call that has none yet.
+    void finish(const OpenResult &result)
+    {
+        const auto promise = m_pending.takeFirst();
+        promise->addResult(result);
+        promise->finish();
     }
 
     QList<QUrl> urls;
     QStringList files;
-    Capability answer = Capability::applied();
+    /// The end of every call; without it, calls stay open until finish().
+    std::optional<OpenResult> answer = opened();
+
+private:
+    static QFuture<OpenResult> refuse(const QString &what, const QString &reason)
+    {
+        return QtFuture::makeReadyFuture<OpenResult>(
+            tl::unexpected(OpenFailure{OpenFailure::Kind::Refused, what, reason}));
+    }
+    QFuture<OpenResult> begin()
+    {
+        const auto promise = std::make_shared<QPromise<OpenResult>>();
+        promise->start();
+        m_pending << promise;
+        if (answer)
+            finish(*answer);
+        return promise->future();
+    }
+
+    QList<std::shared_ptr<QPromise<OpenResult>>> m_pending;
 };
 
 class FakeStatusArea : public StatusArea
@@ -168,6 +209,12 @@ public:
         calls << QStringLiteral("becomeAccessory");
         return answer;
     }
+    Capability makeOrdinary(QWindow &window) override
+    {
+        calls << QStringLiteral("makeOrdinary");
+        ordinary = &window;
+        return answer;
+    }
     Capability installEditMenu() override
     {
         calls << QStringLiteral("installEditMenu");
@@ -185,6 +232,7 @@ public:
 
     QStringList calls;
     QPointer<QWindow> activated;
+    QPointer<QWindow> ordinary;
     std::function<void(QWindow &)> onActivated;
     Capability answer = Capability::applied();
 };

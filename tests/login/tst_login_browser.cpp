@@ -27,6 +27,14 @@ private Q_SLOTS:
     void emailFailsWhileWaiting();
     void closingWhileWaitingQuits();
     void googleBrowserThatCannotOpen();
+    void browserFailingAfterItsAnswerIsNotSaid();
+    void linkThatCannotOpenIsSaid_data();
+    void linkThatCannotOpenIsSaid();
+    void cancelEndsTheAttempt();
+    void cancelEndsTheVerification();
+    void cancelByKeyboardKeepsTheFocus();
+    void windowComesForwardWhenItEnds_data();
+    void windowComesForwardWhenItEnds();
     void emailStaysUsableWhileWaiting();
     void destructionCancelsTheListener();
 };
@@ -256,13 +264,141 @@ void TestLoginBrowser::googleBrowserThatCannotOpen()
 {
     Fixture f;
     QVERIFY(f.show());
-    f.workspace.answer = Capability::unsupported(QStringLiteral("no browser"));
+    f.workspace.answer.reset();
     click(f.google());
     f.browser.ready.last()();
+    QTRY_COMPARE(f.workspace.urls.size(), 1);
+    QVERIFY(f.controller.viewModel().isGoogleLoading());
+    f.log.clear();
+    f.workspace.finish(FakeWorkspace::failure());
     QTRY_VERIFY(!f.controller.viewModel().isGoogleLoading());
     QCOMPARE(f.controller.viewModel().errorMessage(),
-             QStringLiteral("Google sign-in failed. Please try again."));
+             QStringLiteral("Could not open the browser: nobody answers"));
+    QCOMPARE(f.log.lines,
+             QStringList{prefix + QStringLiteral("WARNING: The browser could not be opened: "
+                                                 "nobody answers")});
     QCOMPARE(f.browser.cancels, 1);
+    // The next attempt has nothing of this one.
+    click(f.google());
+    QCOMPARE(f.browser.starts(), 2);
+    QVERIFY(f.controller.viewModel().errorMessage().isEmpty());
+}
+
+void TestLoginBrowser::browserFailingAfterItsAnswerIsNotSaid()
+{
+    Fixture f;
+    QVERIFY(f.show());
+    f.workspace.answer.reset();
+    click(f.google());
+    f.browser.ready.last()();
+    f.browser.token.last()(QStringLiteral("token"));
+    QTRY_COMPARE(f.auth.tokens.size(), 1);
+    f.workspace.finish(FakeWorkspace::failure());
+    QCoreApplication::processEvents();
+    QVERIFY(f.controller.viewModel().errorMessage().isEmpty());
+    f.auth.succeed();
+    QTRY_COMPARE(f.successes, 1);
+}
+
+void TestLoginBrowser::linkThatCannotOpenIsSaid_data()
+{
+    QTest::addColumn<QString>("link");
+    QTest::newRow("password") << QStringLiteral("Forgot password?");
+    QTest::newRow("sign up") << QStringLiteral("Sign up");
+}
+
+void TestLoginBrowser::linkThatCannotOpenIsSaid()
+{
+    QFETCH(QString, link);
+    Fixture f;
+    QVERIFY(f.show());
+    f.workspace.answer = FakeWorkspace::failure();
+    click(f.button(link));
+    QTRY_COMPARE(f.controller.viewModel().errorMessage(),
+                 QStringLiteral("Could not open the browser: nobody answers"));
+}
+
+void TestLoginBrowser::cancelEndsTheAttempt()
+{
+    Fixture f;
+    QVERIFY(f.show());
+    QVERIFY(!f.button(QStringLiteral("Cancel"))->isVisible());
+    click(f.google());
+    QQuickItem *cancel = f.button(QStringLiteral("Cancel"));
+    QVERIFY(cancel->isVisible());
+    f.log.clear();
+    click(cancel);
+    QVERIFY(!cancel->isVisible());
+    QCOMPARE(f.log.lines, QStringList{prefix + QStringLiteral("Google sign-in cancelled")});
+    QCOMPARE(f.browser.cancels, 1);
+    QVERIFY(!f.controller.viewModel().isGoogleLoading());
+    QVERIFY(f.controller.viewModel().errorMessage().isEmpty());
+    QCOMPARE(f.quits, 0);
+    // What comes of it all the same is not heard.
+    f.browser.ready.last()();
+    f.browser.token.last()(QStringLiteral("late"));
+    QCoreApplication::processEvents();
+    QVERIFY(f.workspace.urls.isEmpty());
+    QVERIFY(f.auth.tokens.isEmpty());
+
+    click(f.google());
+    QCOMPARE(f.browser.starts(), 2);
+    f.browser.token.last()(QStringLiteral("token"));
+    QTRY_COMPARE(f.auth.tokens, QStringList{QStringLiteral("token")});
+    f.auth.succeed();
+    QTRY_COMPARE(f.successes, 1);
+}
+
+void TestLoginBrowser::cancelEndsTheVerification()
+{
+    Fixture f;
+    QVERIFY(f.show());
+    click(f.google());
+    f.browser.token.last()(QStringLiteral("token"));
+    QTRY_COMPARE(f.auth.tokens.size(), 1);
+    click(f.button(QStringLiteral("Cancel")));
+    QVERIFY(f.auth.isCancelled(0));
+    QCoreApplication::processEvents();
+    QVERIFY(f.controller.viewModel().errorMessage().isEmpty());
+    QVERIFY(!f.controller.viewModel().isGoogleLoading());
+    QCOMPARE(f.successes, 0);
+}
+
+void TestLoginBrowser::cancelByKeyboardKeepsTheFocus()
+{
+    Fixture f;
+    QVERIFY(f.show());
+    f.google()->forceActiveFocus(Qt::TabFocusReason);
+    f.press(Qt::Key_Return);
+    QVERIFY(f.controller.viewModel().isGoogleLoading());
+    f.press(Qt::Key_Tab);
+    QVERIFY(f.button(QStringLiteral("Cancel"))->hasActiveFocus());
+    f.press(Qt::Key_Return);
+    QVERIFY(!f.controller.viewModel().isGoogleLoading());
+    QVERIFY(f.google()->hasActiveFocus());
+    QCOMPARE(f.browser.cancels, 1);
+}
+
+void TestLoginBrowser::windowComesForwardWhenItEnds_data()
+{
+    QTest::addColumn<std::optional<QString>>("token");
+    QTest::newRow("token") << std::optional(QStringLiteral("token"));
+    QTest::newRow("none") << std::optional<QString>();
+}
+
+void TestLoginBrowser::windowComesForwardWhenItEnds()
+{
+    using Token = std::optional<QString>;
+    QFETCH(Token, token);
+    Fixture f;
+    QVERIFY(f.show());
+    click(f.google());
+    f.controller.window().showMinimized();
+    f.shell.calls.clear();
+    f.browser.token.last()(token);
+    QTRY_COMPARE(f.shell.calls, QStringList{QStringLiteral("activate")});
+    QVERIFY(!f.controller.window().windowStates().testFlag(Qt::WindowMinimized));
+    QCOMPARE(f.controller.viewModel().isGoogleLoading(), token.has_value());
 }
 
 void TestLoginBrowser::emailStaysUsableWhileWaiting()

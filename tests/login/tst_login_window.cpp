@@ -30,6 +30,7 @@ void TestLoginWindow::windowTraits()
     QQuickView &window = f.controller.window();
     QCOMPARE(f.log.lines, QStringList{prefix + QStringLiteral("Login window created")});
     QVERIFY(!window.isVisible());
+    QCOMPARE(f.shell.ordinary.data(), &window);
     QCOMPARE(window.title(), QStringLiteral("Quellora"));
     QCOMPARE(window.size(), QSize(420, 480));
     QCOMPARE(window.minimumSize(), QSize(420, 480));
@@ -47,6 +48,7 @@ void TestLoginWindow::showWindowActivates()
 {
     Fixture f;
     f.log.clear();
+    f.shell.calls.clear();
     f.controller.showWindow();
     QVERIFY(f.controller.window().isVisible());
     QCOMPARE(f.shell.calls, QStringList{QStringLiteral("activate")});

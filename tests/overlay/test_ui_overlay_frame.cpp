@@ -19,10 +19,12 @@ private Q_SLOTS:
         QCOMPARE(focusName(), QStringLiteral("Account"));
         QTest::keyClick(&f().panel, Qt::Key_Down);
         QCOMPARE(focusName(), QStringLiteral("Upgrade"));
+        QTest::keyClick(&f().panel, Qt::Key_Down);
+        QCOMPARE(focusName(), QStringLiteral("Sign Out"));
         QTest::keyClick(&f().panel, Qt::Key_Tab);
         QCOMPARE(focusName(), QStringLiteral("Account"));
         QTest::keyClick(&f().panel, Qt::Key_End);
-        QCOMPARE(focusName(), QStringLiteral("Upgrade"));
+        QCOMPARE(focusName(), QStringLiteral("Sign Out"));
         QTest::keyClick(&f().panel, Qt::Key_Escape);
         QVERIFY(!f().overlay.isMenuOpen());
         QCOMPARE(focusName(), QStringLiteral("Menu"));
@@ -40,8 +42,14 @@ private Q_SLOTS:
         QVERIFY(!f().overlay.isMenuOpen());
         click("menuButton");
         QTest::keyClick(&f().panel, Qt::Key_Up);
+        QTest::keyClick(&f().panel, Qt::Key_Up);
         QTest::keyClick(&f().panel, Qt::Key_Return);
         QCOMPARE(upgrade.size(), 1);
+        QVERIFY(!f().overlay.isMenuOpen());
+        QSignalSpy signOut(&f().menu, &HamburgerMenuModel::signOutRequested);
+        click("menuButton");
+        click("menuSignOut");
+        QCOMPARE(signOut.size(), 1);
         QVERIFY(!f().overlay.isMenuOpen());
     }
 
@@ -51,13 +59,29 @@ private Q_SLOTS:
         f().overlay.setMenuOpen(true);
         QVERIFY(!f().find("menuHistory")->isVisible());
         QVERIFY(!f().find("menuSettings")->isVisible());
-        QCOMPARE(f().find("hamburgerMenu")->height(), 160.0);
+        QCOMPARE(f().find("hamburgerMenu")->height(), 194.0);
         f().menu.setHistoryAvailable(true);
         f().menu.setSettingsAvailable(true);
-        QTRY_COMPARE(f().find("hamburgerMenu")->height(), 228.0);
+        QTRY_COMPARE(f().find("hamburgerMenu")->height(), 262.0);
         QSignalSpy history(&f().menu, &HamburgerMenuModel::historyRequested);
         click("menuHistory");
         QCOMPARE(history.size(), 1);
+    }
+
+    void theMenuFitsTheSmallestWindow()
+    {
+        f().panel.resize(320, 280);
+        f().menu.setHistoryAvailable(true);
+        f().menu.setSettingsAvailable(true);
+        show();
+        f().overlay.setMenuOpen(true);
+        const QQuickItem *card = f().find("hamburgerMenu");
+        QTRY_COMPARE(card->y(), 36.0);
+        QVERIFY(card->y() + card->height() <= 276);
+        QVERIFY(f().find("menuSignOut")->height() >= 28);
+        QSignalSpy signOut(&f().menu, &HamburgerMenuModel::signOutRequested);
+        click("menuSignOut");
+        QCOMPARE(signOut.size(), 1);
     }
 
     void aPressOutsideClosesTheMenu()

@@ -71,6 +71,7 @@ private Q_SLOTS:
         QVERIFY(find(QStringLiteral("Copy answer"), QAccessible::Button));
         QVERIFY(find(QStringLiteral("Account"), QAccessible::MenuItem));
         QVERIFY(find(QStringLiteral("Upgrade"), QAccessible::MenuItem));
+        QVERIFY(find(QStringLiteral("Sign Out"), QAccessible::MenuItem));
         QAccessibleInterface *usage = find(QStringLiteral("Usage"), QAccessible::Grouping);
         QVERIFY(usage);
         QCOMPARE(usage->text(QAccessible::Description),

@@ -183,6 +183,66 @@ private Q_SLOTS:
                  (QList<QUrl>{QUrl("http://host/account"), QUrl("http://host/pricing")}));
     }
 
+    void whatDoesNotOpenIsSaidInTheStrip_data()
+    {
+        QTest::addColumn<std::function<void(Fixture &)>>("press");
+        const auto row = [](const char *name, std::function<void(Fixture &)> press) {
+            QTest::newRow(name) << press;
+        };
+        row("account", [](Fixture &f) { Q_EMIT f.overlay->menuModel().accountRequested(); });
+        row("upgrade", [](Fixture &f) { Q_EMIT f.overlay->menuModel().upgradeRequested(); });
+        row("help", [](Fixture &f) { Q_EMIT f.overlay->settings().model().helpRequested(); });
+        row("card", [](Fixture &f) {
+            f.overlay->messages().handleServerMessage("no");
+            f.overlay->panelsModel().performMessageAction();
+        });
+        row("link", [](Fixture &f) { Q_EMIT f.surface->linkActivated("https://example.org/"); });
+    }
+
+    void whatDoesNotOpenIsSaidInTheStrip()
+    {
+        using Press = std::function<void(Fixture &)>;
+        QFETCH(Press, press);
+        Fixture f;
+        f.platform.opened.answer.reset();
+        press(f);
+        QCOMPARE(f.platform.opened.urls.size(), 1);
+        QVERIFY(f.overlay->overlayModel().notice().isEmpty());
+        f.platform.opened.finish(FakeWorkspace::failure());
+        QTRY_COMPARE(f.overlay->overlayModel().notice(),
+                     "Could not open the browser: nobody answers");
+        f.overlay->overlayModel().showNotice(QString());
+        press(f);
+        f.platform.opened.finish(FakeWorkspace::opened());
+        QCoreApplication::processEvents();
+        QVERIFY(f.overlay->overlayModel().notice().isEmpty());
+    }
+
+    void aNoticeFromElsewhereBringsThePanelForward()
+    {
+        Fixture f;
+        QVERIFY(!f.overlay->isVisible());
+        f.overlay->showNotice("Could not open the browser: nobody answers");
+        QVERIFY(f.overlay->isVisible());
+        QCOMPARE(f.overlay->overlayModel().notice(), "Could not open the browser: nobody answers");
+    }
+
+    void signingOutInTheMenuEndsTheSession()
+    {
+        Fixture f;
+        f.auth.setSession("token", account());
+        QSignalSpy ended(&f.notifications, &NotificationCenter::sessionDidEnd);
+        QSignalSpy expired(&f.notifications, &NotificationCenter::sessionExpired);
+        connect(&f.notifications, &NotificationCenter::sessionExpired, this,
+                [&] { QCOMPARE(ended.size(), 1); });
+        f.log.clear();
+        Q_EMIT f.overlay->menuModel().signOutRequested();
+        QCOMPARE(f.log.lines.first(), prefix + "Sign Out clicked");
+        QVERIFY(!f.auth.sessionToken());
+        QCOMPARE(ended.size(), 1);
+        QCOMPARE(expired.size(), 1);
+    }
+
     void clearKeepsTheThreadAndNewThreadEndsIt()
     {
         Fixture f;

@@ -4,7 +4,9 @@
 
 #include <QEvent>
 #include <QGuiApplication>
-#include <QWindow>
+#include <QStandardPaths>
+
+#include <utility>
 
 namespace quellora {
 
@@ -17,11 +19,29 @@ Capability ApplicationShellX11::becomeAccessory()
                        "the pager by itself"));
 }
 
+Capability ApplicationShellX11::makeOrdinary(QWindow &window)
+{
+    m_ordinary.removeIf([](const QPointer<QWindow> &other) { return other.isNull(); });
+    m_ordinary.append(&window);
+    window.create();
+    const xcb_window_t native = nativeWindow(window);
+    // Read when the window is mapped: by window managers with the GTK's decorations, and by KWin,
+    // which wants a file.
+    setText(m_x11, native, "_GTK_THEME_VARIANT", m_x11.atom("UTF8_STRING"), "dark");
+    const QString scheme = QStandardPaths::locate(
+        QStandardPaths::GenericDataLocation, QStringLiteral("color-schemes/BreezeDark.colors"));
+    if (!scheme.isEmpty())
+        setText(m_x11, native, "_KDE_NET_WM_COLOR_SCHEME", XCB_ATOM_STRING, scheme.toLocal8Bit());
+    return Capability::bestEffort(
+        QStringLiteral("The window manager decides about the title bar's colour"));
+}
+
 Capability ApplicationShellX11::activate(QWindow &window)
 {
     window.show();
     window.raise();
     window.requestActivate();
+    askForActivation(m_x11, window);
     return Capability::bestEffort(QStringLiteral("The window manager decides about the focus"));
 }
 
@@ -30,8 +50,8 @@ bool ApplicationShellX11::eventFilter(QObject *watched, QEvent *event)
     const bool isShown = event->type() == QEvent::Show;
     if (!isShown && event->type() != QEvent::Expose)
         return QObject::eventFilter(watched, event);
-    const auto *window = qobject_cast<QWindow *>(watched);
-    if (!window || !window->isTopLevel())
+    auto *window = qobject_cast<QWindow *>(watched);
+    if (!window || !window->isTopLevel() || m_ordinary.contains(window))
         return QObject::eventFilter(watched, event);
     // Before the native window is mapped the states are a property. A window manager that is still
     // busy with hiding the window drops it, so whoever has the window on the screen is asked again.

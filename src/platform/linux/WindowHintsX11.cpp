@@ -11,6 +11,7 @@ namespace {
 constexpr quint32 allDesktops = 0xFFFFFFFF;
 constexpr quint32 stateAdd = 1;
 constexpr quint32 sourceApplication = 1;
+constexpr quint32 sourceUser = 2;
 
 /// Whether a window manager watches the window now, so that it has to be asked.
 bool isManaged(const X11Connection &x11, xcb_window_t window)
@@ -94,6 +95,24 @@ void showOnAllDesktops(const X11Connection &x11, const QWindow &window)
         askWindowManager(x11, native, "_NET_WM_DESKTOP", {allDesktops, sourceApplication, 0, 0, 0});
     else
         setCardinal(x11, native, "_NET_WM_DESKTOP", allDesktops);
+    x11.flush();
+}
+
+void askForActivation(const X11Connection &x11, const QWindow &window)
+{
+    const xcb_window_t native = nativeWindow(window);
+    if (native == XCB_NONE || !isManaged(x11, native))
+        return;
+    askWindowManager(x11, native, "_NET_ACTIVE_WINDOW",
+                     {sourceUser, XCB_CURRENT_TIME, XCB_NONE, 0, 0});
+    x11.flush();
+}
+
+void setText(const X11Connection &x11, xcb_window_t window, const QByteArray &property,
+             xcb_atom_t type, const QByteArray &text)
+{
+    xcb_change_property(x11.get(), XCB_PROP_MODE_REPLACE, window, x11.atom(property), type, 8,
+                        static_cast<uint32_t>(text.size()), text.constData());
     x11.flush();
 }
 

@@ -24,6 +24,14 @@ bool hasWindowStates(const X11Connection &x11, const QWindow &window,
 /// Puts the window on every desktop.
 void showOnAllDesktops(const X11Connection &x11, const QWindow &window);
 
+/// Asks the window manager for the focus in the user's name, as a task bar does, whatever the user
+/// has pressed elsewhere since. Without effect on a window that is not on the screen.
+void askForActivation(const X11Connection &x11, const QWindow &window);
+
+/// Writes a text.
+void setText(const X11Connection &x11, xcb_window_t window, const QByteArray &property,
+             xcb_atom_t type, const QByteArray &text);
+
 /// Writes one CARDINAL.
 void setCardinal(const X11Connection &x11, xcb_window_t window, const QByteArray &property,
                  quint32 value);

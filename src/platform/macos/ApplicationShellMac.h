@@ -9,6 +9,8 @@ class ApplicationShellMac : public ApplicationShell
 {
 public:
     Capability becomeAccessory() override;
+    /// The program is in the Dock and in the switcher as long as the window is on the screen.
+    Capability makeOrdinary(QWindow &window) override;
     /// Replaces the program's main menu. It is never seen, as an accessory has no menu bar, but
     /// its key equivalents work.
     Capability installEditMenu() override;

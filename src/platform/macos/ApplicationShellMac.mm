@@ -61,6 +61,21 @@ Capability ApplicationShellMac::becomeAccessory()
         QStringLiteral("The system did not take the program out of the Dock"));
 }
 
+Capability ApplicationShellMac::makeOrdinary(QWindow &window)
+{
+    window.create();
+    NSWindow *native = Cocoa::window(window);
+    if (!native)
+        return Capability::unsupported(QStringLiteral("The window could not be made"));
+    native.appearance = [NSAppearance appearanceNamed:NSAppearanceNameDarkAqua];
+    // Dock and switcher list programs, not windows.
+    QObject::connect(&window, &QWindow::visibleChanged, &window, [](bool isVisible) {
+        [NSApp setActivationPolicy:isVisible ? NSApplicationActivationPolicyRegular
+                                             : NSApplicationActivationPolicyAccessory];
+    });
+    return Capability::applied();
+}
+
 Capability ApplicationShellMac::installEditMenu()
 {
     // Menu items do not keep their target.

@@ -1,43 +1,52 @@
 #include "platform/macos/WorkspaceMac.h"
 
-#include "app/Log.h"
 #include "platform/OpenRules.h"
 #include "platform/macos/Cocoa.h"
 
 #include <QFileInfo>
+#include <QPromise>
+
+#include <memory>
 
 namespace quellora {
 namespace {
 
-Capability handOver(NSURL *url)
+QFuture<OpenResult> handOver(NSURL *native, const QUrl &url)
 {
-    if (!url)
-        return Capability::unsupported(QStringLiteral("The address is not valid"));
+    if (!native)
+        return OpenRules::notOpened(
+            OpenRules::failure(url, QStringLiteral("the address is not valid")));
+    const auto promise = std::make_shared<QPromise<OpenResult>>();
+    promise->start();
     // The simple call waits for the other program.
-    [NSWorkspace.sharedWorkspace openURL:url
+    [NSWorkspace.sharedWorkspace openURL:native
                            configuration:[NSWorkspaceOpenConfiguration configuration]
                        completionHandler:^(NSRunningApplication *, NSError *error) {
+                           OpenResult result;
                            if (error)
-                               Log::event(QStringLiteral("[Workspace] ERROR: Could not open: %1")
-                                              .arg(Cocoa::string(error.localizedDescription)));
+                               result = tl::unexpected(OpenRules::failure(
+                                   url, Cocoa::string(error.localizedDescription)));
+                           promise->addResult(result);
+                           promise->finish();
                        }];
-    return Capability::applied();
+    return promise->future();
 }
 
 } // namespace
 
-Capability WorkspaceMac::openUrl(const QUrl &url)
+QFuture<OpenResult> WorkspaceMac::openUrl(const QUrl &url)
 {
-    if (const QString refusal = OpenRules::refusalOf(url); !refusal.isEmpty())
-        return Capability::unsupported(refusal);
-    return handOver([NSURL URLWithString:Cocoa::string(url.toString(QUrl::FullyEncoded))]);
+    if (const auto refusal = OpenRules::refusalOf(url))
+        return OpenRules::notOpened(*refusal);
+    return handOver([NSURL URLWithString:Cocoa::string(url.toString(QUrl::FullyEncoded))], url);
 }
 
-Capability WorkspaceMac::openFile(const QString &path)
+QFuture<OpenResult> WorkspaceMac::openFile(const QString &path)
 {
-    if (const QString refusal = OpenRules::refusalOf(path); !refusal.isEmpty())
-        return Capability::unsupported(refusal);
-    return handOver([NSURL fileURLWithPath:Cocoa::string(QFileInfo(path).absoluteFilePath())]);
+    if (const auto refusal = OpenRules::refusalOf(path))
+        return OpenRules::notOpened(*refusal);
+    const QString absolute = QFileInfo(path).absoluteFilePath();
+    return handOver([NSURL fileURLWithPath:Cocoa::string(absolute)], QUrl::fromLocalFile(absolute));
 }
 
 } // namespace quellora

@@ -3,6 +3,7 @@
 #include "app/UserDefaults.h"
 #include "platform/EventFilterKeyMonitor.h"
 #include "platform/NoSystemSymbols.h"
+#include "platform/OpenRules.h"
 
 #include <QWindow>
 
@@ -77,14 +78,24 @@ public:
 class NullWorkspace : public Workspace
 {
 public:
-    Capability openUrl(const QUrl &) override { return noDesktop(); }
-    Capability openFile(const QString &) override { return noDesktop(); }
+    QFuture<OpenResult> openUrl(const QUrl &url) override { return fail(url); }
+    QFuture<OpenResult> openFile(const QString &path) override
+    {
+        return fail(QUrl::fromLocalFile(path));
+    }
+
+private:
+    static QFuture<OpenResult> fail(const QUrl &url)
+    {
+        return OpenRules::notOpened(OpenRules::failure(url, QStringLiteral("there is no desktop")));
+    }
 };
 
 class NullShell : public ApplicationShell
 {
 public:
     Capability becomeAccessory() override { return noDesktop(); }
+    Capability makeOrdinary(QWindow &) override { return noDesktop(); }
     Capability installEditMenu() override { return noDesktop(); }
     Capability activate(QWindow &window) override
     {

@@ -86,10 +86,18 @@ class App:
     def _fake_openers(self):
         """A folder with an `xdg-open` that notes what it was asked to open."""
         folder = self._make_folder("openers")
-        opener = folder / "xdg-open"
-        opener.write_text(f'#!/bin/sh\nprintf "%s\\n" "$@" >> "{self.opened_log}"\n')
-        opener.chmod(0o755)
+        self._opener = folder / "xdg-open"
+        self.end_openers_with(0)
         return folder
+
+    def end_openers_with(self, status):
+        """From now on every opener ends with this exit status."""
+        # Replaced as a whole: one that is just being started sees either.
+        part = self._opener.with_suffix(".part")
+        part.write_text(f'#!/bin/sh\nprintf "%s\\n" "$@" >> "{self.opened_log}"\n'
+                        f"exit {status}\n")
+        part.chmod(0o755)
+        part.rename(self._opener)
 
     # -- life -----------------------------------------------------------------------------------
 

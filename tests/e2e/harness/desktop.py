@@ -236,6 +236,20 @@ class Desktop:
         found = window.get_full_property(self.connection.intern_atom("_NET_WM_STATE"), Xatom.ATOM)
         return [self.connection.get_atom_name(atom) for atom in found.value] if found else []
 
+    def window_text(self, window_id, name):
+        """A property of a window that is a text, or None."""
+        window = self.connection.create_resource_object("window", window_id)
+        found = window.get_full_property(self.connection.intern_atom(name), X.AnyPropertyType)
+        if found is None:
+            return None
+        return found.value.decode() if isinstance(found.value, bytes) else str(found.value)
+
+    def client_list(self):
+        """Ids of the windows that the window manager looks after: what a switcher offers."""
+        found = self.root.get_full_property(
+            self.connection.intern_atom("_NET_CLIENT_LIST"), Xatom.WINDOW)
+        return list(found.value) if found else []
+
     def focus_window(self):
         """Id of the window that has the keyboard focus."""
         focus = self.connection.get_input_focus().focus

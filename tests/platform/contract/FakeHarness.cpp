@@ -138,6 +138,17 @@ bool FakeHarness::releaseHotkey(const Combo &combo)
     return true;
 }
 
+void FakeHarness::holdOpening(bool on)
+{
+    m_holdsOpening = on;
+    if (on) {
+        m_fakes->opened.answer.reset();
+        return;
+    }
+    m_fakes->opened.answer = FakeWorkspace::opened();
+    m_fakes->opened.finish(FakeWorkspace::opened());
+}
+
 QList<QUrl> FakeHarness::opened()
 {
     if (m_holdsOpening)

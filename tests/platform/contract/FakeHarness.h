@@ -29,7 +29,8 @@ public:
     void setCompositing(bool on) override { m_fakes->panel.setCompositing(on); }
     void setStatusArea(bool on) override { m_fakes->area.setAvailable(on); }
     void setPermitted(bool on) override { m_fakes->permission.answer(on, on); }
-    void holdOpening(bool on) override { m_holdsOpening = on; }
+    void holdOpening(bool on) override;
+    void failOpening() override { m_fakes->opened.answer = FakeWorkspace::failure(); }
     QList<QUrl> opened() override;
     QString symbolName() const override { return QStringLiteral("gear"); }
 

@@ -132,6 +132,8 @@ QMap<Ability, QString> MacHarness::missing() const
          QStringLiteral("changes of the status area (this system always has one)")},
         {Ability::ChangePermissions,
          QStringLiteral("changes of the permissions (only the user can change them)")},
+        {Ability::FailOpening,
+         QStringLiteral("failures to open (nothing here can make the user's programs fail)")},
         {Ability::SeeWhatIsOpened,
          QStringLiteral("what the default programs are given (a stand-in would have to become the "
                         "user's default program)")},

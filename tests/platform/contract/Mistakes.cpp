@@ -217,18 +217,21 @@ class MistakenWorkspace : public Workspace
 public:
     MistakenWorkspace(Workspace &real, const Mistake &mistake) : m_real(real), m_mistake(mistake) {}
 
-    Capability openUrl(const QUrl &url) override
+    QFuture<OpenResult> openUrl(const QUrl &url) override
     {
-        return m_real.openUrl(
+        const auto opening = m_real.openUrl(
             m_mistake.is("addressesLoseTheirQuery") ? url.adjusted(QUrl::RemoveQuery) : url);
+        return m_mistake.is("failuresAreNotTold") ? fine() : opening;
     }
-    Capability openFile(const QString &path) override
+    QFuture<OpenResult> openFile(const QString &path) override
     {
-        const Capability result = m_real.openFile(path);
-        return m_mistake.is("missingFilesAreFine") ? Capability::applied() : result;
+        const auto opening = m_real.openFile(path);
+        return m_mistake.is("missingFilesAreFine") ? fine() : opening;
     }
 
 private:
+    static QFuture<OpenResult> fine() { return QtFuture::makeReadyFuture(OpenResult()); }
+
     Workspace &m_real;
     const Mistake &m_mistake;
 };
@@ -243,6 +246,12 @@ public:
     {
         return m_mistake.is("accessoryHasNoReason") ? Capability::bestEffort(QString())
                                                     : m_real.becomeAccessory();
+    }
+    Capability makeOrdinary(QWindow &window) override
+    {
+        if (m_mistake.is("ordinaryWindowsAreShown"))
+            window.show();
+        return m_real.makeOrdinary(window);
     }
     Capability installEditMenu() override { return m_real.installEditMenu(); }
     Capability activate(QWindow &window) override
@@ -365,8 +374,10 @@ QMap<QString, QString> plantedMistakes()
         {"motionIsNeverReduced", "AppearanceContract::tellsWhenMotionChanges"},
         {"addressesLoseTheirQuery", "WorkspaceContract::handsOverTheVeryAddress"},
         {"missingFilesAreFine", "WorkspaceContract::refusesWhatIsNoFile"},
+        {"failuresAreNotTold", "WorkspaceContract::tellsOfAFailure"},
         {"accessoryHasNoReason", "ShellContract::answersAreHonestAndRepeatable"},
         {"activateDoesNothing", "ShellContract::activateBringsTheWindowToTheFront"},
+        {"ordinaryWindowsAreShown", "ShellContract::ordinaryWindowsStillActivate"},
         {"osVersionHasTwoLines", "SystemFactsContract::osVersionIsOneLine"},
         {"cpuArchIsAnother", "SystemFactsContract::cpuArchIsOneOfTwo"},
         {"captureMakesASound", "SystemFactsContract::captureToolHasItsArguments"},

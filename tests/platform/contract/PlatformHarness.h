@@ -45,6 +45,7 @@ enum class Ability {
     ChangePermissions,
     ClaimHotkeys,
     SeeWhatIsOpened,
+    FailOpening,
     DrawSymbols,
     FindCaptureTool,
 };
@@ -95,6 +96,8 @@ public:
     virtual void setPermitted(bool) {}
     /// From now on nothing that is opened gets done until it is let go.
     virtual void holdOpening(bool) {}
+    /// From now on nothing opens what is handed over.
+    virtual void failOpening() {}
     /// What the user's default programs were given so far.
     virtual QList<QUrl> opened() { return {}; }
     /// A symbol that this system has.

@@ -75,6 +75,20 @@ void ShellContract::accessoryWindowsStillActivate()
     CONTRACT_TRY_COMPARE(own.keys, QStringList{QStringLiteral("j")});
 }
 
+void ShellContract::ordinaryWindowsStillActivate()
+{
+    QVERIFY(prepareScene());
+    ApplicationShell &shell = platform().shell();
+    shell.becomeAccessory();
+    ProbeWindow own;
+    const Capability ordinary = shell.makeOrdinary(own);
+    QVERIFY2(hasHappened(ordinary), qPrintable(ordinary.reason()));
+    QVERIFY(!own.isVisible());
+    QVERIFY(activate(own));
+    QVERIFY(harness().press({{QStringLiteral("j"), 0}}));
+    CONTRACT_TRY_COMPARE(own.keys, QStringList{QStringLiteral("j")});
+}
+
 void ShellContract::editKeysReachTheFocusedWindow()
 {
     QVERIFY(prepareScene());

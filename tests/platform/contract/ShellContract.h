@@ -16,6 +16,7 @@ private Q_SLOTS:
     void activateBringsTheWindowToTheFront();
     void activateBringsABuriedWindowBack();
     void accessoryWindowsStillActivate();
+    void ordinaryWindowsStillActivate();
     void editKeysReachTheFocusedWindow();
     void editKeysReachThePanel();
     void otherProgramsKeepTheirEditKeys();

@@ -9,7 +9,6 @@
 #include <QFileInfo>
 #include <QGuiApplication>
 #include <QScreen>
-#include <QThreadPool>
 
 #include <sys/stat.h>
 
@@ -77,6 +76,7 @@ QString X11Harness::prepare()
         !opener.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner))
         return opener.errorString();
     opener.write(QStringLiteral("#!/bin/sh\ncd '%1'\n[ -p hold ] && read -r line < hold\n"
+                                "[ -e fail ] && exit 4\n"
                                 "printf '%s\\n' \"$@\" > part && /bin/mv part opened\n")
                      .arg(m_folder.path())
                      .toLocal8Bit());
@@ -96,8 +96,8 @@ QMap<Ability, QString> X11Harness::missing() const
 
 std::unique_ptr<Platform> X11Harness::makePlatform()
 {
-    QThreadPool::globalInstance()->waitForDone();
     QFile::remove(path("opened"));
+    QFile::remove(path("fail"));
     return Platform::create();
 }
 
@@ -182,6 +182,13 @@ void X11Harness::holdOpening(bool on)
     if (pipe.open(QIODevice::WriteOnly | QIODevice::Unbuffered))
         pipe.write("go on\n");
     pipe.remove();
+}
+
+void X11Harness::failOpening()
+{
+    QFile mark(path("fail"));
+    if (!mark.open(QIODevice::WriteOnly))
+        qWarning() << mark.errorString();
 }
 
 QList<QUrl> X11Harness::opened()

@@ -31,6 +31,7 @@ public:
     void setCompositing(bool on) override { own("_NET_WM_CM_S0", on); }
     void setStatusArea(bool on) override { own("_NET_SYSTEM_TRAY_S0", on); }
     void holdOpening(bool on) override;
+    void failOpening() override;
     QList<QUrl> opened() override;
     QString installedPath(const QString &program) const override;
 

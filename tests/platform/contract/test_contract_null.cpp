@@ -78,8 +78,13 @@ private Q_SLOTS:
     {
         QWindow window;
         Workspace &workspace = m_platform.workspace();
-        QVERIFY(isUnsupported(workspace.openUrl(QUrl(QStringLiteral("https://a.example")))));
-        QVERIFY(isUnsupported(workspace.openFile(QCoreApplication::applicationFilePath())));
+        for (const QFuture<OpenResult> &opening :
+             {workspace.openUrl(QUrl(QStringLiteral("https://a.example"))),
+              workspace.openFile(QCoreApplication::applicationFilePath())}) {
+            QVERIFY(opening.isFinished());
+            QCOMPARE(opening.result().error().reason, QStringLiteral("there is no desktop"));
+        }
+        QVERIFY(isUnsupported(m_platform.shell().makeOrdinary(window)));
         QVERIFY(isUnsupported(m_platform.shell().becomeAccessory()));
         QVERIFY(isUnsupported(m_platform.shell().installEditMenu()));
         QVERIFY(isUnsupported(m_platform.shell().activate(window)));
