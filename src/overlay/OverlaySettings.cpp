@@ -26,13 +26,13 @@ HotkeyTexts displayTexts(const VantiroConfig::Hotkeys &hotkeys)
 
 } // namespace
 
-OverlaySettings::OverlaySettings(KeyMonitor &keyMonitor, Workspace &workspace,
-                                 UserDefaults &defaults, HotkeyManager &hotkeys,
-                                 ModelListModel &models,
+OverlaySettings::OverlaySettings(Platform &platform, Workspace &workspace, UserDefaults &defaults,
+                                 HotkeyManager &hotkeys, ModelListModel &models,
                                  const VantiroConfig::Hotkeys &configFileHotkeys)
-    : m_workspace(workspace)
+    : m_platform(platform)
+    , m_workspace(workspace)
     , m_defaults(defaults)
-    , m_keyMonitor(keyMonitor)
+    , m_keyMonitor(platform.keyMonitor())
     , m_rebinding(hotkeys, defaults, m_keyMonitor, configFileHotkeys)
     , m_model(models, m_rebinding)
 {}

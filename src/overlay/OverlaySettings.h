@@ -16,10 +16,10 @@ namespace quellora {
 class BottomPanelsModel;
 class Capability;
 class HotkeyManager;
-class KeyMonitor;
 class ModelListModel;
 class NonFocusPanel;
 class OverlayModel;
+class Platform;
 class ResponseDisplay;
 class ThreadController;
 class UserDefaults;
@@ -45,7 +45,7 @@ public:
 
     /// @param workspace opens the help
     /// @param configFileHotkeys what resetting a hot key goes back to
-    OverlaySettings(KeyMonitor &keyMonitor, Workspace &workspace, UserDefaults &defaults,
+    OverlaySettings(Platform &platform, Workspace &workspace, UserDefaults &defaults,
                     HotkeyManager &hotkeys, ModelListModel &models,
                     const VantiroConfig::Hotkeys &configFileHotkeys);
 
@@ -73,6 +73,7 @@ private:
     void followPanels();
     void followScreens();
 
+    Platform &m_platform;
     Workspace &m_workspace;
     UserDefaults &m_defaults;
     PanelKeyMonitor m_keyMonitor;
