@@ -56,10 +56,23 @@ void CaptureSession::addScreenshot(const QByteArray &data, const QDateTime &capt
     updatedAt = now;
 }
 
+QList<CaptureSession::Screenshot>::const_iterator
+CaptureSession::findScreenshot(const std::optional<qint64> &index) const
+{
+    return std::find_if(screenshots.cbegin(), screenshots.cend(),
+                        [&index](const auto &item) { return item.index == index; });
+}
+
+void CaptureSession::restoreScreenshot(const Screenshot &screenshot)
+{
+    if (findScreenshot(screenshot.index) == screenshots.cend())
+        screenshots.append(screenshot);
+    nextScreenshotIndex = std::max(nextScreenshotIndex, screenshot.index + 1);
+}
+
 bool CaptureSession::removeScreenshot(qint64 index)
 {
-    const auto found = std::find_if(screenshots.cbegin(), screenshots.cend(),
-                                    [index](const auto &item) { return item.index == index; });
+    const auto found = findScreenshot(index);
     if (found == screenshots.cend())
         return false;
     const qsizetype position = found - screenshots.cbegin();
@@ -115,10 +128,7 @@ void CaptureSession::beginPersistingNotes()
 
 void CaptureSession::beginPersistingTurns(const std::optional<qint64> &stagedIndex)
 {
-    const auto staged =
-        std::find_if(screenshots.cbegin(), screenshots.cend(),
-                     [&stagedIndex](const auto &item) { return item.index == stagedIndex; });
-    TurnPersistenceCursor cursor{staged - screenshots.cbegin(), turns.size()};
+    TurnPersistenceCursor cursor{findScreenshot(stagedIndex) - screenshots.cbegin(), turns.size()};
     if (turnPersistenceCursor) {
         // What was kept stays kept.
         cursor.sinceScreenshotIndex =

@@ -115,6 +115,9 @@ struct CaptureSession
 
     void addScreenshot(const QByteArray &data, const QDateTime &capturedAt,
                        const QDateTime &now = QDateTime::currentDateTime());
+    /// Gives the thread a screenshot of its own back, under its number, if it does not have it: one
+    /// that is opened again comes without what was not kept.
+    void restoreScreenshot(const Screenshot &screenshot);
     /// Removes the screenshot of that number, if any; returns whether there was one.
     bool removeScreenshot(qint64 index);
     void addTurn(const QString &prompt, const QString &response, const QDateTime &createdAt,
@@ -147,6 +150,9 @@ struct CaptureSession
     QString previewText() const;
     /// First line of @p text after trimming white space and line breaks at both ends.
     static QString firstLine(const QString &text);
+
+private:
+    QList<Screenshot>::const_iterator findScreenshot(const std::optional<qint64> &index) const;
 };
 
 /// One item of a thread page.

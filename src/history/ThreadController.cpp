@@ -142,18 +142,24 @@ void ThreadController::clearStagedScreenshot()
 
 bool ThreadController::addTurn(const QUuid &threadId, const QString &prompt,
                                const QString &response,
-                               const std::optional<qint64> &screenshotIndex)
+                               const std::optional<CaptureSession::Screenshot> &screenshot)
 {
-    const QDateTime now = m_clock();
-    const CaptureSession::TurnScreenshot screenshot{screenshotIndex};
+    const auto addTo = [&, now = m_clock()](CaptureSession &session) {
+        CaptureSession::TurnScreenshot link;
+        if (screenshot) {
+            session.restoreScreenshot(*screenshot);
+            link.index = screenshot->index;
+        }
+        session.addTurn(prompt, response, now, now, link);
+    };
     if (m_current && m_current->id == threadId) {
         CaptureSession session = *m_current;
-        session.addTurn(prompt, response, now, now, screenshot);
+        addTo(session);
         setCurrentSession(session);
         return true;
     }
     if (auto it = m_retained.find(threadId); it != m_retained.end() && it->ended) {
-        it->ended->addTurn(prompt, response, now, now, screenshot);
+        addTo(*it->ended);
         saveIfNeeded(*it->ended, saveFailure);
         Q_EMIT endedThreadChanged(threadId);
     }

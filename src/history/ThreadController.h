@@ -67,9 +67,9 @@ public:
 
     /// Adds a finished answer to the thread @p threadId, be it current or one that ended while its
     /// answer was still under way. Returns whether that thread is the current one.
-    /// @param screenshotIndex number of the screenshot that went with the question, if any
+    /// @param screenshot what went with the question, if anything
     bool addTurn(const QUuid &threadId, const QString &prompt, const QString &response,
-                 const std::optional<qint64> &screenshotIndex = std::nullopt);
+                 const std::optional<CaptureSession::Screenshot> &screenshot = std::nullopt);
     /// While an answer for @p threadId is under way its thread outlives its end.
     void retain(const QUuid &threadId);
     void release(const QUuid &threadId);

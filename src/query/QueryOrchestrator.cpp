@@ -255,10 +255,8 @@ void QueryOrchestrator::queryFinished(const ActiveQueryPtr &query, const QueryOu
 
 void QueryOrchestrator::storeAnswer(const ActiveQueryPtr &query)
 {
-    const std::optional<qint64> screenshotIndex =
-        query->screenshot ? std::optional(query->screenshot->index) : std::nullopt;
-    const bool isCurrent =
-        m_with.threads.addTurn(query->threadId, query->turnPrompt, query->answer, screenshotIndex);
+    const bool isCurrent = m_with.threads.addTurn(query->threadId, query->turnPrompt, query->answer,
+                                                  query->screenshot);
     if (isCurrent)
         showCurrentThread();
     // The thread on show stays the one that the user sees, copies from and notes on.

@@ -325,13 +325,13 @@ private Q_SLOTS:
         reached("between capture and question");
         const CaptureSession session = desk.threads.threadForQuery();
         desk.threads.setCurrentSession(session);
-        const qint64 index = desk.threads.stagedScreenshot()->index;
+        const auto staged = desk.threads.stagedScreenshot();
         desk.threads.clearStagedScreenshot();
         // Already while its question waits for the answer.
         QCOMPARE(desk.storedCount("screenshots"),
                  switchedOn == QLatin1String("while the answer comes") ? 0 : 1);
         reached("while the answer comes");
-        desk.threads.addTurn(session.id, "asked", "r", index);
+        desk.threads.addTurn(session.id, "asked", "r", staged);
         desk.saver.flush();
         const auto stored = desk.f.store.load(session.id);
         QVERIFY(stored);

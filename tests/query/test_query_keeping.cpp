@@ -91,6 +91,26 @@ private Q_SLOTS:
         QCOMPARE(k.stored(k.current().id), "server prompt<sent | sent |");
     }
 
+    void screenshotOfAThreadThatIsOpenedAgainComesWithItsAnswer()
+    {
+        Fixture k;
+        k.f.captureAndSend("sent");
+        FakeTransfer *first = k.f.transfer();
+        k.f.threads.setKeepAIHistoryEnabled(true);
+        k.ask("two");
+        const QUuid id = k.current().id;
+        k.f.threads.startNewThread();
+        k.open(id);
+        QVERIFY(k.current().screenshots.isEmpty());
+        first->answer("r");
+        first->finish(done());
+        QCOMPARE(k.stored(id), "two server prompt<sent | sent |");
+        // It has its old number.
+        k.capture("staged");
+        QCOMPARE(k.current().screenshots.constFirst().index, 0);
+        QCOMPARE(k.current().screenshots.constLast().index, 1);
+    }
+
     void droppedScreenshotDoesNotBeginTheKeeping()
     {
         Fixture k;
