@@ -56,6 +56,7 @@ CaptureSession keptThread()
 {
     CaptureSession session = CaptureSession::create(t0);
     session.resumeTurnPersistingFromDisk();
+    session.addTurn("question", "answer", t0, t0);
     return session;
 }
 
