@@ -4,6 +4,7 @@
 #include "app/Log.h"
 #include "app/MenuBarController.h"
 #include "backend/OAuthCallbackListener.h"
+#include "hotkeys/HotkeyBindings.h"
 #include "login/LoginWindowController.h"
 #include "overlay/OverlayWindowController.h"
 #include "query/ScreenshotCapture.h"
@@ -23,9 +24,12 @@ Application::Application(std::unique_ptr<SingleInstance> instance)
     , m_platform(Platform::create())
     , m_endpoints(AppConfig::endpoints())
     , m_defaults(m_platform->makeUserDefaults())
-    , m_permissions(m_platform->permissions())
-    , m_hotkeys(m_platform->globalHotkeys(), &std::chrono::steady_clock::now,
-                [this](const QString &line) { m_permissions.addProblem(line); })
+    , m_permissions(m_platform->permissions(), m_platform->vocabulary())
+    , m_hotkeys(m_platform->globalHotkeys(), m_platform->vocabulary(),
+                &std::chrono::steady_clock::now,
+                [this](HotkeyAction action, const QString &line) {
+                    m_permissions.setProblem(HotkeyActions::jsonKey(action), line);
+                })
     , m_auth(m_network, m_endpoints, [this] { return deviceFields(); })
     , m_session(m_auth, m_notifications)
     , m_heartbeat(m_session, m_notifications,

@@ -2,6 +2,9 @@
 
 #include "app/Log.h"
 
+#include <algorithm>
+#include <utility>
+
 namespace quellora {
 
 namespace {
@@ -15,10 +18,13 @@ void logAnswer(const char *question, bool answer)
 constexpr auto accessibilityTrusted = "Accessibility permission trusted";
 constexpr auto screenRecordingGranted = "Screen Recording permission granted";
 
+const QString accessibility = QStringLiteral("accessibility");
+const QString screenRecording = QStringLiteral("screen-recording");
+
 } // namespace
 
-PermissionChecker::PermissionChecker(Permissions &permissions, QObject *parent)
-    : QObject(parent), m_permissions(permissions)
+PermissionChecker::PermissionChecker(Permissions &permissions, Vocabulary words, QObject *parent)
+    : QObject(parent), m_permissions(permissions), m_words(std::move(words))
 {
     m_permissions.onChanged([this] { retest(); });
 }
@@ -33,11 +39,9 @@ void PermissionChecker::checkAccessibility()
     const bool trusted = m_permissions.isAccessibilityTrusted();
     logAnswer(accessibilityTrusted, trusted);
     if (!trusted) {
-        add(Kind::Accessibility, QStringLiteral("**Accessibility permission not granted.** Global "
-                                                "hotkeys may not work reliably. Grant "
-                                                "it in System Settings → Privacy & Security → "
-                                                "Accessibility → enable Quellora, then "
-                                                "relaunch the app."));
+        setProblem(accessibility, QStringLiteral("**Accessibility permission not granted.** Global "
+                                                 "hotkeys may not work reliably. ") +
+                                      m_words.accessibilityAdvice);
     }
 }
 
@@ -48,32 +52,38 @@ void PermissionChecker::checkScreenRecording()
     if (granted)
         return;
     m_permissions.requestScreenRecording();
-    add(Kind::ScreenRecording,
-        QStringLiteral(
-            "**Screen Recording permission not granted.** Captures will be blank or fail silently. "
-            "Grant it in System Settings → Privacy & Security → Screen Recording → enable "
-            "Quellora, "
-            "then relaunch the app."));
+    setProblem(screenRecording, QStringLiteral("**Screen Recording permission not granted.** "
+                                               "Captures will be blank or fail silently. ") +
+                                    m_words.screenRecordingAdvice);
 }
 
-void PermissionChecker::addProblem(const QString &line)
+void PermissionChecker::setProblem(const QString &subject, const QString &line)
 {
-    add(Kind::Other, line);
+    const auto known =
+        std::find_if(m_problems.begin(), m_problems.end(),
+                     [&subject](const Problem &problem) { return problem.subject == subject; });
+    const bool isKnown = known != m_problems.end();
+    if (isKnown ? known->line == line : line.isEmpty())
+        return;
+    if (!isKnown)
+        m_problems.append({subject, line});
+    else if (line.isEmpty())
+        m_problems.erase(known);
+    else
+        known->line = line;
+    rebuild();
 }
 
 void PermissionChecker::retest()
 {
-    bool changed = false;
-    if (m_permissions.isAccessibilityTrusted() && drop(Kind::Accessibility)) {
+    if (has(accessibility) && m_permissions.isAccessibilityTrusted()) {
         logAnswer(accessibilityTrusted, true);
-        changed = true;
+        setProblem(accessibility, {});
     }
-    if (m_permissions.isScreenRecordingGranted() && drop(Kind::ScreenRecording)) {
+    if (has(screenRecording) && m_permissions.isScreenRecordingGranted()) {
         logAnswer(screenRecordingGranted, true);
-        changed = true;
+        setProblem(screenRecording, {});
     }
-    if (changed)
-        rebuild();
 }
 
 QStringList PermissionChecker::problemLines() const
@@ -84,15 +94,10 @@ QStringList PermissionChecker::problemLines() const
     return lines;
 }
 
-void PermissionChecker::add(Kind kind, const QString &line)
+bool PermissionChecker::has(const QString &subject) const
 {
-    m_problems.append({kind, line});
-    rebuild();
-}
-
-bool PermissionChecker::drop(Kind kind)
-{
-    return m_problems.removeIf([kind](const Problem &problem) { return problem.kind == kind; }) > 0;
+    return std::any_of(m_problems.begin(), m_problems.end(),
+                       [&subject](const Problem &problem) { return problem.subject == subject; });
 }
 
 void PermissionChecker::rebuild()

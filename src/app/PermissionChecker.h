@@ -17,7 +17,8 @@ class PermissionChecker : public QObject
 {
     Q_OBJECT
 public:
-    explicit PermissionChecker(Permissions &permissions, QObject *parent = nullptr);
+    /// @param words in which the user is told what to do
+    PermissionChecker(Permissions &permissions, Vocabulary words, QObject *parent = nullptr);
     ~PermissionChecker() override;
 
     /// Id of the message, the same however long it grows.
@@ -26,8 +27,9 @@ public:
     void checkAccessibility();
     /// Requests access when it is missing.
     void checkScreenRecording();
-    /// Appends one Markdown line and rebuilds pendingAdminMessage().
-    void addProblem(const QString &line);
+    /// Puts down what is wrong with one subject, as a Markdown line, in place of what was said
+    /// about it before; an empty line says that it is solved. Rebuilds pendingAdminMessage().
+    void setProblem(const QString &subject, const QString &line);
     /// Asks again for what was missing. The line of a permission that is granted by now goes; lines
     /// of other problems stay. Happens by itself when the system reports a change.
     void retest();
@@ -39,20 +41,18 @@ Q_SIGNALS:
     void pendingAdminMessageChanged();
 
 private:
-    enum class Kind { Accessibility, ScreenRecording, Other };
     struct Problem
     {
-        Kind kind;
+        QString subject;
         QString line;
     };
 
-    void add(Kind kind, const QString &line);
-    /// Drops the line of this kind; true when there was one.
-    bool drop(Kind kind);
+    bool has(const QString &subject) const;
     void rebuild();
 
     Permissions &m_permissions;
-    /// In order of discovery.
+    Vocabulary m_words;
+    /// In order of discovery, one for each subject.
     QList<Problem> m_problems;
     std::optional<AdminMessagePayload> m_pending;
 };

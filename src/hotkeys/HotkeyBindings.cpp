@@ -1,6 +1,7 @@
 #include "hotkeys/HotkeyBindings.h"
 
 #include "app/UserDefaults.h"
+#include "backend/Answerer.h"
 
 #include <algorithm>
 
@@ -58,6 +59,11 @@ QString HotkeyActions::jsonKey(HotkeyAction action)
 QString HotkeyActions::settingsTitle(HotkeyAction action)
 {
     return QString::fromUtf16(row(action).settingsTitle);
+}
+
+QString HotkeyActions::settingsTitle(HotkeyAction action, const QString &answererName)
+{
+    return settingsTitle(action).replace(givenAnswerer, answererName);
 }
 
 QString HotkeyActions::logName(HotkeyAction action)

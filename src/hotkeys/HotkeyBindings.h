@@ -23,8 +23,10 @@ inline constexpr std::array<HotkeyAction, 7> all{
 
 /// Key in `config.json`, in the stored overrides and in the record sent at sign-in.
 QString jsonKey(HotkeyAction action);
-/// Title of the row in the settings sheet.
+/// Title of the row in the settings sheet, as log lines give it.
 QString settingsTitle(HotkeyAction action);
+/// The title with the name of who answers in it.
+QString settingsTitle(HotkeyAction action, const QString &answererName);
 /// Name in log lines and in messages about failed registrations.
 QString logName(HotkeyAction action);
 /// The action with this key, compared exactly.

@@ -29,17 +29,17 @@ struct ModifierWord
 {
     const char16_t *word;
     quint32 flag;
-    const char16_t *display;
+    QString Vocabulary::*display;
 };
 
 constexpr std::array<ModifierWord, 7> modifierWords{{
-    {u"cmd", GlobalHotkeys::Command, u"Cmd"},
-    {u"command", GlobalHotkeys::Command, u"Cmd"},
-    {u"shift", GlobalHotkeys::Shift, u"Shift"},
-    {u"alt", GlobalHotkeys::Option, u"Option"},
-    {u"option", GlobalHotkeys::Option, u"Option"},
-    {u"ctrl", GlobalHotkeys::Control, u"Ctrl"},
-    {u"control", GlobalHotkeys::Control, u"Ctrl"},
+    {u"cmd", GlobalHotkeys::Command, &Vocabulary::command},
+    {u"command", GlobalHotkeys::Command, &Vocabulary::command},
+    {u"shift", GlobalHotkeys::Shift, &Vocabulary::shift},
+    {u"alt", GlobalHotkeys::Option, &Vocabulary::option},
+    {u"option", GlobalHotkeys::Option, &Vocabulary::option},
+    {u"ctrl", GlobalHotkeys::Control, &Vocabulary::control},
+    {u"control", GlobalHotkeys::Control, &Vocabulary::control},
 }};
 
 const ModifierWord *findModifier(QStringView token)
@@ -94,14 +94,14 @@ std::optional<HotkeyCombo> HotkeyCombo::parse(const QString &text)
     return combo;
 }
 
-QString HotkeyCombo::displayString(const QString &text)
+QString HotkeyCombo::displayString(const QString &text, const Vocabulary &words)
 {
-    QStringList words;
+    QStringList keys;
     for (const QString &token : tokens(text)) {
         const ModifierWord *modifier = findModifier(token);
-        words << (modifier ? QString::fromUtf16(modifier->display) : token.toUpper());
+        keys << (modifier ? words.*modifier->display : token.toUpper());
     }
-    return words.join(u'+');
+    return keys.join(u'+');
 }
 
 } // namespace quellora

@@ -7,6 +7,8 @@
 
 namespace quellora {
 
+struct Vocabulary;
+
 /// A parsed key combination such as "ctrl+alt+cmd+shift+c".
 ///
 /// Tokens are joined by "+", compared case-insensitively, empty ones are skipped. A token is a
@@ -25,8 +27,9 @@ struct HotkeyCombo
 
     /// Absent when the text names no key or one that is not in the key table.
     static std::optional<HotkeyCombo> parse(const QString &text);
-    /// The form shown to the user: "Ctrl+Option+Cmd+Shift+C", in the order written.
-    static QString displayString(const QString &text);
+    /// The form shown to the user, in the order written and with the system's names of the keys:
+    /// "Ctrl+Option+Cmd+Shift+C" or "Ctrl+Alt+Super+Shift+C".
+    static QString displayString(const QString &text, const Vocabulary &words);
     /// The code of one key name of the table; absent for every other text.
     static std::optional<quint32> keyCodeFor(const QString &key);
     /// All key names that can be bound, in the order of the table.

@@ -1,6 +1,7 @@
 #include "hotkeys/HotkeyManager.h"
 
 #include "app/Log.h"
+#include "backend/Answerer.h"
 #include "hotkeys/HotkeyBindings.h"
 #include "hotkeys/HotkeyCombo.h"
 
@@ -33,10 +34,12 @@ QString nameOf(HotkeyManager::Action action)
 
 } // namespace
 
-HotkeyManager::HotkeyManager(GlobalHotkeys &platform, Clock clock, ProblemSink problemSink,
-                             QObject *parent)
+HotkeyManager::HotkeyManager(GlobalHotkeys &platform, Vocabulary words, Clock clock,
+                             ProblemSink problemSink, QObject *parent)
     : QObject(parent)
     , m_platform(platform)
+    , m_words(std::move(words))
+    , m_answerer(givenAnswerer)
     , m_clock(std::move(clock))
     , m_problemSink(std::move(problemSink))
 {}
@@ -88,10 +91,24 @@ bool HotkeyManager::updateHotkey(const QString &jsonKey, const QString &combo)
     const std::optional<QString> previous =
         active == m_activeHotkeys.constEnd() ? std::nullopt : std::optional(*active);
 
+    const auto refused = m_refusals.constFind(action);
+    const std::optional<Refusal> standing =
+        refused == m_refusals.constEnd() ? std::nullopt : std::optional(*refused);
+
     unregisterAction(action);
-    if (registerAction(action, combo))
+    if (registerAction(action, combo)) {
+        const QMap<Action, Refusal> refusals = m_refusals;
+        for (auto it = refusals.begin(); it != refusals.end(); ++it) {
+            if (it->reason == Refusal::Reason::OwnAction && it->holder == action)
+                registerAction(it.key(), it->combo);
+        }
         return true;
-    if (previous) {
+    }
+    if (!previous) {
+        // What was wrong before still is.
+        if (standing)
+            setRefusal(action, standing);
+    } else {
         Log::event(QStringLiteral("[HotkeyManager] '") + combo +
                    QStringLiteral("' failed to register for ") + nameOf(action) +
                    QStringLiteral(" — rolling back to previous combo '") + *previous + u'\'');
@@ -122,15 +139,13 @@ bool HotkeyManager::registerAction(Action action, const QString &combo)
     unregisterAction(action);
 
     const QString name = nameOf(action);
-    const QString display = HotkeyCombo::displayString(combo);
     const std::optional<HotkeyCombo> parsed = HotkeyCombo::parse(combo);
     if (!parsed) {
         Log::event(
             QStringLiteral("[HotkeyManager] ERROR: Unsupported hotkey combo '") + combo +
             QStringLiteral("' for ") + name +
             QStringLiteral(" — no virtual keycode mapping for its key, skipping registration"));
-        m_problemSink(QStringLiteral("**") + name + QStringLiteral(" (") + display +
-                      QStringLiteral(") could not be registered** — unsupported key."));
+        setRefusal(action, Refusal{combo, Refusal::Reason::UnsupportedKey});
         return false;
     }
 
@@ -142,17 +157,67 @@ bool HotkeyManager::registerAction(Action action, const QString &combo)
         m_activeHotkeys.insert(jsonKeyOf(action), combo);
         Log::event(QStringLiteral("[HotkeyManager] Registered ") + name + QStringLiteral(" -> ") +
                    combo);
+        setRefusal(action, std::nullopt);
         return true;
     }
     Log::event(QStringLiteral("[HotkeyManager] ERROR: Failed to register ") + name +
                QStringLiteral(" (") + combo + QStringLiteral("), OSStatus ") +
                QString::number(result.status) +
                QStringLiteral(" — likely already claimed by another app"));
-    m_problemSink(
-        QStringLiteral("**") + display + QStringLiteral(" (") + name +
-        QStringLiteral(") is unavailable** — already in use by another app. Use the Prompt panel "
-                       "buttons instead, or free up that shortcut and relaunch."));
+    const std::optional<Action> holder = holderOf(*parsed);
+    setRefusal(action, holder ? Refusal{combo, Refusal::Reason::OwnAction, *holder}
+                              : Refusal{combo, Refusal::Reason::OtherProgram});
     return false;
+}
+
+std::optional<HotkeyManager::Action> HotkeyManager::holderOf(const HotkeyCombo &combo) const
+{
+    for (const HotkeyAction action : HotkeyActions::all) {
+        const auto active = m_activeHotkeys.constFind(HotkeyActions::jsonKey(action));
+        if (active != m_activeHotkeys.constEnd() && HotkeyCombo::parse(*active) == combo)
+            return managerAction(action);
+    }
+    return std::nullopt;
+}
+
+void HotkeyManager::setRefusal(Action action, const std::optional<Refusal> &refusal)
+{
+    if (refusal)
+        m_refusals.insert(action, *refusal);
+    else
+        m_refusals.remove(action);
+    m_problemSink(configAction(action), refusal ? problemLine(action, *refusal) : QString());
+}
+
+QString HotkeyManager::problemLine(Action action, const Refusal &refusal) const
+{
+    const QString name = nameOf(action);
+    const QString display = HotkeyCombo::displayString(refusal.combo, m_words);
+    const QString unavailable = QStringLiteral("**") + display + QStringLiteral(" (") + name +
+                                QStringLiteral(") is unavailable** — already ");
+    switch (refusal.reason) {
+    case Refusal::Reason::UnsupportedKey:
+        return QStringLiteral("**") + name + QStringLiteral(" (") + display +
+               QStringLiteral(") could not be registered** — unsupported key.");
+    case Refusal::Reason::OtherProgram:
+        return unavailable +
+               QStringLiteral("in use by another app. Use the Prompt panel buttons instead, or "
+                              "free up that shortcut and relaunch.");
+    case Refusal::Reason::OwnAction:
+        return unavailable + QStringLiteral("used by ") +
+               HotkeyActions::settingsTitle(configAction(refusal.holder), m_answerer) +
+               QStringLiteral(". Choose another shortcut for one of the two in Settings.");
+    }
+    Q_UNREACHABLE();
+}
+
+void HotkeyManager::setAnswererName(const QString &name)
+{
+    if (name == m_answerer)
+        return;
+    m_answerer = name;
+    for (auto it = m_refusals.begin(); it != m_refusals.end(); ++it)
+        m_problemSink(configAction(it.key()), problemLine(it.key(), *it));
 }
 
 void HotkeyManager::unregisterAction(Action action)

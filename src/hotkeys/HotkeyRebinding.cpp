@@ -2,7 +2,9 @@
 
 #include "app/Log.h"
 #include "app/UserDefaults.h"
+#include "backend/Answerer.h"
 #include "hotkeys/HotkeyBindings.h"
+#include "hotkeys/HotkeyCombo.h"
 #include "hotkeys/HotkeyManager.h"
 #include "hotkeys/LocalKeyMonitor.h"
 #include "platform/Platform.h"
@@ -83,7 +85,10 @@ HotkeyRebinding::HotkeyRebinding(HotkeyManager &manager, UserDefaults &defaults,
     , m_monitor(monitor)
     , m_configFileHotkeys(std::move(configFileHotkeys))
     , m_hotkeysConfig(HotkeyBindings::loadEffective(m_configFileHotkeys, defaults))
-{}
+    , m_answerer(givenAnswerer)
+{
+    m_manager.setAnswererName(m_answerer);
+}
 
 HotkeyRebinding::~HotkeyRebinding()
 {
@@ -95,7 +100,7 @@ void HotkeyRebinding::beginCapturingHotkey(HotkeyAction action)
 {
     cancelHotkeyCapture();
     m_capturing = action;
-    m_captureError.reset();
+    m_takenBy.reset();
     m_rollback.reset();
     m_conflict.reset();
     m_manager.suspendAll();
@@ -118,16 +123,11 @@ void HotkeyRebinding::handleCaptureKeyDown(const KeyDown &key)
     const std::optional<QString> combo = captureComboString(key);
     if (!combo)
         return;
-    m_captureError.reset();
     const HotkeyAction action = *m_capturing;
-    for (const HotkeyAction other : HotkeyActions::all) {
-        if (other != action && HotkeyActions::combo(other, m_hotkeysConfig) == *combo) {
-            m_captureError = QStringLiteral("Already used by ") +
-                             HotkeyActions::settingsTitle(other) +
-                             QStringLiteral(". Try a different combo.");
-            Q_EMIT changed();
-            return;
-        }
+    m_takenBy = ownerOf(*combo, action);
+    if (m_takenBy) {
+        Q_EMIT changed();
+        return;
     }
     if (const std::optional<QString> feature = systemFeature(*combo)) {
         m_conflict = Conflict{*combo, *feature};
@@ -138,6 +138,40 @@ void HotkeyRebinding::handleCaptureKeyDown(const KeyDown &key)
         return;
     }
     setHotkey(action, *combo);
+}
+
+std::optional<HotkeyAction> HotkeyRebinding::ownerOf(const QString &combo,
+                                                     HotkeyAction except) const
+{
+    const std::optional<HotkeyCombo> wanted = HotkeyCombo::parse(combo);
+    for (const HotkeyAction other : HotkeyActions::all) {
+        const QString held = HotkeyActions::combo(other, m_hotkeysConfig);
+        if (other != except && (held == combo || (wanted && HotkeyCombo::parse(held) == wanted)))
+            return other;
+    }
+    return std::nullopt;
+}
+
+std::optional<QString> HotkeyRebinding::hotkeyCaptureError() const
+{
+    if (!m_takenBy)
+        return std::nullopt;
+    return QStringLiteral("Already used by ") + title(*m_takenBy) +
+           QStringLiteral(". Try a different combo.");
+}
+
+QString HotkeyRebinding::title(HotkeyAction action) const
+{
+    return HotkeyActions::settingsTitle(action, m_answerer);
+}
+
+void HotkeyRebinding::setAnswererName(const QString &name)
+{
+    if (name == m_answerer)
+        return;
+    m_answerer = name;
+    m_manager.setAnswererName(name);
+    Q_EMIT changed();
 }
 
 void HotkeyRebinding::confirmSystemConflict()
@@ -162,7 +196,7 @@ void HotkeyRebinding::cancelHotkeyCapture()
     if (!m_capturing)
         return;
     m_capturing.reset();
-    m_captureError.reset();
+    m_takenBy.reset();
     m_conflict.reset();
     m_manager.resume(m_hotkeysConfig);
     Q_EMIT changed();

@@ -60,9 +60,15 @@ public:
     const Hotkeys &configFileHotkeys() const { return m_configFileHotkeys; }
     /// The action that is being recorded.
     const std::optional<HotkeyAction> &capturingHotkeyAction() const { return m_capturing; }
-    const std::optional<QString> &hotkeyCaptureError() const { return m_captureError; }
+    /// Why the last combo recorded was not taken.
+    std::optional<QString> hotkeyCaptureError() const;
     const std::optional<Conflict> &pendingSystemConflict() const { return m_conflict; }
     const std::optional<Rollback> &hotkeyRollbackMessage() const { return m_rollback; }
+
+    /// Title of an action's row.
+    QString title(HotkeyAction action) const;
+    /// Whom titles name as the one who answers.
+    void setAnswererName(const QString &name);
 
     /// Starts recording; a recording under way is given up first.
     void beginCapturingHotkey(HotkeyAction action);
@@ -89,14 +95,18 @@ private:
     /// Binds live; on failure the message is kept for the action's row.
     bool bind(HotkeyAction action, const QString &combo, const QString &failure);
     void setHotkeysConfig(const Hotkeys &hotkeys);
+    /// The other action that has this combo, however it is written.
+    std::optional<HotkeyAction> ownerOf(const QString &combo, HotkeyAction except) const;
 
     HotkeyManager &m_manager;
     UserDefaults &m_defaults;
     LocalKeyMonitor &m_monitor;
     Hotkeys m_configFileHotkeys;
     Hotkeys m_hotkeysConfig;
+    QString m_answerer;
     std::optional<HotkeyAction> m_capturing;
-    std::optional<QString> m_captureError;
+    /// The action that has the combo which was recorded last.
+    std::optional<HotkeyAction> m_takenBy;
     std::optional<Conflict> m_conflict;
     std::optional<Rollback> m_rollback;
 };

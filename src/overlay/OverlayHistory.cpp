@@ -9,8 +9,9 @@
 
 namespace quellora {
 
-OverlayHistory::OverlayHistory(ThreadLibrary &library, ThreadController &threads)
-    : m_history(library, threads), m_model(m_history, threads)
+OverlayHistory::OverlayHistory(ThreadLibrary &library, ThreadController &threads,
+                               const Vocabulary &words)
+    : m_history(library, threads), m_model(m_history, threads, words)
 {
     connect(&m_history, &HistoryController::currentThreadDeleted, this,
             &OverlayHistory::currentThreadDeleted);

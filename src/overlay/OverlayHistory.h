@@ -18,7 +18,7 @@ class OverlayHistory : public QObject
 {
     Q_OBJECT
 public:
-    OverlayHistory(ThreadLibrary &library, ThreadController &threads);
+    OverlayHistory(ThreadLibrary &library, ThreadController &threads, const Vocabulary &words);
 
     /// Offers the sidebar in the menu and follows the user's choices from then on. Once. Everything
     /// must outlive this object, but for the panel, which goes before the model that it shows.

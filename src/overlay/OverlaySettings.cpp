@@ -16,9 +16,11 @@
 namespace quellora {
 namespace {
 
-HotkeyTexts displayTexts(const VantiroConfig::Hotkeys &hotkeys)
+HotkeyTexts displayTexts(const VantiroConfig::Hotkeys &hotkeys, const Vocabulary &words)
 {
-    const auto text = [](const QString &combo) { return HotkeyCombo::displayString(combo); };
+    const auto text = [&words](const QString &combo) {
+        return HotkeyCombo::displayString(combo, words);
+    };
     return {text(hotkeys.capture),   text(hotkeys.clear),       text(hotkeys.toggle),
             text(hotkeys.opacityUp), text(hotkeys.opacityDown), text(hotkeys.captureNoSend),
             text(hotkeys.newThread)};
@@ -32,9 +34,10 @@ OverlaySettings::OverlaySettings(Platform &platform, Workspace &workspace, UserD
     : m_platform(platform)
     , m_workspace(workspace)
     , m_defaults(defaults)
+    , m_words(platform.vocabulary())
     , m_keyMonitor(platform.keyMonitor())
     , m_rebinding(hotkeys, defaults, m_keyMonitor, configFileHotkeys)
-    , m_model(models, m_rebinding)
+    , m_model(models, m_rebinding, m_words)
 {}
 
 void OverlaySettings::attach(const Targets &targets, const BackendEndpoints &endpoints)
@@ -56,9 +59,10 @@ void OverlaySettings::attach(const Targets &targets, const BackendEndpoints &end
 
     connect(&m_rebinding, &HotkeyRebinding::hotkeysConfigChanged, this, [this] {
         applyHotkeys();
-        m_targets->display.pushCaptureHotkey();
+        m_targets->display.pushHint();
     });
     applyHotkeys();
+    targets.overlay.setStopShortcut(HotkeyCombo::displayString(QStringLiteral("cmd+."), m_words));
 
     connect(&m_model, &SettingsModel::closeRequested, this, &OverlaySettings::close);
     connect(&m_model, &SettingsModel::modelSelected, &targets.panels,
@@ -109,12 +113,24 @@ void OverlaySettings::followPanels()
     };
     follow(&BottomPanelsModel::selectedModelChanged,
            [this, &panels] { m_model.setSelectedModelId(panels.selectedModelId()); });
+    follow(&BottomPanelsModel::selectedModelChanged,
+           [this, &panels] { nameAnswerer(panels.answererName()); });
     follow(&BottomPanelsModel::startNewThreadPerSendEnabledChanged, [this, &panels] {
         m_model.setStartNewThreadPerSendEnabled(panels.startNewThreadPerSendEnabled());
     });
     follow(&BottomPanelsModel::dontClearPromptAfterSendEnabledChanged, [this, &panels] {
         m_model.setDontClearPromptAfterSendEnabled(panels.dontClearPromptAfterSendEnabled());
     });
+}
+
+void OverlaySettings::nameAnswerer(const QString &name)
+{
+    m_rebinding.setAnswererName(name);
+    m_model.setAnswererName(name);
+    if (name == m_targets->display.answererName())
+        return;
+    m_targets->display.setAnswererName(name);
+    m_targets->display.pushHint();
 }
 
 void OverlaySettings::setCaptureExclusion(const Capability &exclusion)
@@ -151,8 +167,8 @@ void OverlaySettings::close()
 void OverlaySettings::applyHotkeys()
 {
     const VantiroConfig::Hotkeys &hotkeys = m_rebinding.hotkeysConfig();
-    m_targets->display.setCaptureHotkey(HotkeyCombo::displayString(hotkeys.capture));
-    m_targets->panels.setHotkeys(displayTexts(hotkeys));
+    m_targets->display.setCaptureHotkey(HotkeyCombo::displayString(hotkeys.capture, m_words));
+    m_targets->panels.setHotkeys(displayTexts(hotkeys, m_words));
 }
 
 void OverlaySettings::setAppearanceMode(AppearanceMode mode)

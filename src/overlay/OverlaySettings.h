@@ -6,6 +6,7 @@
 #include "overlay/PanelKeyMonitor.h"
 #include "overlay/page/AppTheme.h"
 #include "panels/settings/SettingsModel.h"
+#include "platform/Vocabulary.h"
 
 #include <QObject>
 
@@ -67,6 +68,8 @@ Q_SIGNALS:
 
 private:
     void applyHotkeys();
+    /// Brings the name of who answers into every text that has it.
+    void nameAnswerer(const QString &name);
     void setAppearanceMode(AppearanceMode mode);
     void setResponseTextColorHex(const QString &hex);
     void showTheme(AppTheme theme);
@@ -76,6 +79,7 @@ private:
     Platform &m_platform;
     Workspace &m_workspace;
     UserDefaults &m_defaults;
+    Vocabulary m_words;
     PanelKeyMonitor m_keyMonitor;
     HotkeyRebinding m_rebinding;
     SettingsModel m_model;

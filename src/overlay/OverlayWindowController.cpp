@@ -54,7 +54,8 @@ OverlayWindowController::OverlayWindowController(const VantiroConfig &config,
                                            m_with.service, m_answers, m_with.capture}))
 {
     if (m_with.library)
-        m_history = std::make_unique<OverlayHistory>(*m_with.library, m_threads);
+        m_history = std::make_unique<OverlayHistory>(*m_with.library, m_threads,
+                                                     m_with.platform.vocabulary());
     configurePanel();
     setupContentView();
     m_mirror = std::make_unique<OverlayMirror>(OverlayMirror::Collaborators{

@@ -2,6 +2,7 @@
 
 #include "app/PromptConfig.h"
 #include "app/UserDefaults.h"
+#include "backend/Answerer.h"
 
 #include <QUrl>
 
@@ -167,6 +168,11 @@ QString BottomPanelsModel::selectedModelName() const
 {
     const int row = m_models.rowOf(m_selectedModelId);
     return row < 0 ? QStringLiteral("Model") : m_models.models().at(row).displayName;
+}
+
+QString BottomPanelsModel::answererName() const
+{
+    return quellora::answererName(m_models.models(), m_selectedModelId);
 }
 
 bool BottomPanelsModel::hasAttachmentFailed() const

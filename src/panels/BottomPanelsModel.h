@@ -14,7 +14,7 @@ namespace quellora {
 
 class UserDefaults;
 
-/// Key combinations in their display form ("Ctrl+Option+Cmd+C"); empty when an action has none.
+/// Key combinations in their display form ("Ctrl+Alt+Super+C"); empty when an action has none.
 struct HotkeyTexts
 {
     QString capture;
@@ -73,6 +73,7 @@ class BottomPanelsModel : public QObject
     Q_PROPERTY(QString selectedModelId READ selectedModelId WRITE setSelectedModelId NOTIFY
                    selectedModelChanged)
     Q_PROPERTY(QString selectedModelName READ selectedModelName NOTIFY selectedModelChanged)
+    Q_PROPERTY(QString answererName READ answererName NOTIFY selectedModelChanged)
 
     Q_PROPERTY(bool hasAttachedScreenshot READ hasAttachedScreenshot NOTIFY attachmentChanged)
     Q_PROPERTY(QImage attachmentImage READ attachmentImage NOTIFY attachmentChanged)
@@ -142,6 +143,8 @@ public:
     QString selectedModelId() const { return m_selectedModelId; }
     /// Display name of the chosen model; "Model" when the choice is not in the list.
     QString selectedModelName() const;
+    /// Whom texts name as the one who answers.
+    QString answererName() const;
     bool hasAttachedScreenshot() const { return m_hasAttachedScreenshot; }
     QImage attachmentImage() const { return m_screenshot.preview(); }
     bool hasAttachmentFailed() const;

@@ -72,7 +72,7 @@ Card {
         spacing: 5
 
         ShortcutRow {
-            text: qsTr("Capture screen and send to Claude")
+            text: qsTr("Capture screen and send to %1").arg(card.panels.answererName)
             KeyCap { text: card.panels.captureHotkey }
         }
         ShortcutRow {

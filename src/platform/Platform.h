@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/Vocabulary.h"
+
 #include <QFuture>
 #include <QImage>
 #include <QList>
@@ -276,6 +278,8 @@ public:
     virtual ApplicationShell &shell() = 0;
     virtual DeviceInfo &deviceInfo() = 0;
     virtual CaptureTool captureTool() const = 0;
+    /// The same at every call.
+    virtual Vocabulary vocabulary() const = 0;
     /// Per-user Application Support directory (not created).
     virtual QString applicationSupportDirectory() const = 0;
     /// The place where this system keeps a program's preferences.

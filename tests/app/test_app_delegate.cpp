@@ -34,7 +34,11 @@ private:
 class FakeOverlay : public OverlayPresenter
 {
 public:
-    FakeOverlay(QStringList &calls, int &alive) : m_calls(calls), m_alive(alive) { ++m_alive; }
+    FakeOverlay(QStringList &calls, int &alive, std::function<void()> onUsageUpdate)
+        : m_calls(calls), m_alive(alive), m_onUsageUpdate(std::move(onUsageUpdate))
+    {
+        ++m_alive;
+    }
     ~FakeOverlay() override { --m_alive; }
     void showWindow() override { m_calls << "showWindow"; }
     void closeWindow() override { m_calls << "closeWindow"; }
@@ -52,6 +56,8 @@ public:
     void updateUsage(qint64 used, qint64 cap) override
     {
         m_calls << QStringLiteral("updateUsage %1 %2").arg(used).arg(cap);
+        if (m_onUsageUpdate)
+            m_onUsageUpdate();
     }
     void resolveModelSelection(const AppConfigResponse &config) override
     {
@@ -65,6 +71,7 @@ public:
 private:
     QStringList &m_calls;
     int &m_alive;
+    std::function<void()> m_onUsageUpdate;
 };
 
 class FakeStatusItem : public StatusItem
@@ -162,7 +169,7 @@ struct Fixture
                 },
                 [this](const VantiroConfig &given) {
                     overlayConfig = given;
-                    return std::make_unique<FakeOverlay>(calls, overlaysAlive);
+                    return std::make_unique<FakeOverlay>(calls, overlaysAlive, onUsageUpdate);
                 },
                 [this] {
                     return std::make_unique<MenuBarController>(
@@ -188,10 +195,10 @@ struct Fixture
     SessionManager session{auth, notifications};
     HeartbeatService heartbeat{session, notifications, [] { return nullptr; }};
     FakePermissions systemPermissions;
-    PermissionChecker permissions{systemPermissions};
+    PermissionChecker permissions{systemPermissions, Vocabulary::macOS()};
     FakeGlobalHotkeys globalHotkeys;
-    HotkeyManager hotkeys{globalHotkeys, &std::chrono::steady_clock::now,
-                          [this](const QString &line) { permissions.addProblem(line); }};
+    HotkeyManager hotkeys{globalHotkeys, Vocabulary::macOS(), &std::chrono::steady_clock::now,
+                          [](HotkeyAction, const QString &) {}};
     FakeStatusBar statusBar;
     FakeWorkspace workspace;
     VantiroConfig config;
@@ -201,6 +208,7 @@ struct Fixture
     int quits = 0;
     QStringList calls;
     QStringList shippedTokens;
+    std::function<void()> onUsageUpdate;
     std::optional<VantiroConfig> overlayConfig;
     FakeLogin *lastLogin = nullptr;
     std::unique_ptr<AppDelegate> delegate;
@@ -332,6 +340,20 @@ private Q_SLOTS:
         off.launch();
         off.signIn(config);
         QVERIFY(off.shippedTokens.isEmpty());
+    }
+
+    void logsAreNotShippedWithoutAToken()
+    {
+        AppConfigResponse config = account();
+        config.requestLogs = true;
+        Fixture f;
+        f.launch();
+        // The session ends while the overlay takes the configuration over.
+        f.onUsageUpdate = [&f] { f.auth.clearSession(); };
+        f.signIn(config);
+        QVERIFY(!f.session.sessionToken());
+        QVERIFY(f.calls.contains("setCurrentAdminMessage none"));
+        QCOMPARE(f.shippedTokens, QStringList());
     }
 
     void withoutConfigurationNothingIsAppliedAndNoHeartbeatRuns()

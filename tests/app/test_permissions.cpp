@@ -16,7 +16,7 @@ private Q_SLOTS:
     void grantedPermissionsLeaveNoMessage()
     {
         FakePermissions system;
-        PermissionChecker checker(system);
+        PermissionChecker checker(system, Vocabulary::macOS());
         LogCapture log;
         checker.checkAccessibility();
         checker.checkScreenRecording();
@@ -33,7 +33,7 @@ private Q_SLOTS:
         FakePermissions system;
         system.accessibility = false;
         system.screenRecording = false;
-        PermissionChecker checker(system);
+        PermissionChecker checker(system, Vocabulary::macOS());
         LogCapture log;
         checker.checkAccessibility();
         QCOMPARE(checker.pendingAdminMessage()->headerText, "Startup issue");
@@ -61,9 +61,9 @@ private Q_SLOTS:
         FakePermissions system;
         system.accessibility = false;
         system.screenRecording = false;
-        PermissionChecker checker(system);
+        PermissionChecker checker(system, Vocabulary::macOS());
         checker.checkAccessibility();
-        checker.addProblem("a hot key");
+        checker.setProblem("capture", "a hot key");
         checker.checkScreenRecording();
         QSignalSpy changes(&checker, &PermissionChecker::pendingAdminMessageChanged);
         LogCapture log;
@@ -89,12 +89,59 @@ private Q_SLOTS:
         QCOMPARE(system.requests, 1);
     }
 
+    void adviceIsThatOfTheSystem()
+    {
+        FakePermissions system;
+        system.accessibility = false;
+        system.screenRecording = false;
+        PermissionChecker checker(system, Vocabulary::linuxDesktop());
+        checker.checkAccessibility();
+        checker.checkScreenRecording();
+        QCOMPARE(checker.problemLines(),
+                 (QStringList{
+                     "**Accessibility permission not granted.** Global hotkeys may not work "
+                     "reliably. A Wayland session keeps the keys of other programs to itself. Log "
+                     "out, choose a session with X11 (also called Xorg) at the login screen, then "
+                     "log in again.",
+                     "**Screen Recording permission not granted.** Captures will be blank or fail "
+                     "silently. A Wayland session keeps the windows of other programs to itself. "
+                     "Log out, choose a session with X11 (also called Xorg) at the login screen, "
+                     "then log in again."}));
+    }
+
+    void eachSubjectHasOneLineWhileItsProblemLasts()
+    {
+        FakePermissions system;
+        system.accessibility = false;
+        PermissionChecker checker(system, Vocabulary::macOS());
+        checker.setProblem("capture", "first");
+        checker.setProblem("clear", "second");
+        QSignalSpy changes(&checker, &PermissionChecker::pendingAdminMessageChanged);
+        checker.setProblem("capture", "first");
+        checker.setProblem("toggle", {});
+        QCOMPARE(changes.count(), 0);
+        checker.setProblem("capture", "now this");
+        QCOMPARE(checker.problemLines(), (QStringList{"now this", "second"}));
+        QCOMPARE(checker.pendingAdminMessage()->headerText, "Startup issues");
+        checker.checkAccessibility();
+        checker.checkAccessibility();
+        QCOMPARE(checker.problemLines().size(), 3);
+        checker.setProblem("capture", {});
+        system.answer(true, true);
+        QCOMPARE(checker.problemLines(), QStringList{"second"});
+        QCOMPARE(checker.pendingAdminMessage()->headerText, "Startup issue");
+        checker.setProblem("clear", {});
+        QVERIFY(!checker.pendingAdminMessage());
+        checker.setProblem("clear", "again");
+        QCOMPARE(checker.pendingAdminMessage()->bodyMarkdown, "again");
+    }
+
     void answerOfTheSystemWithdrawsTheMessage()
     {
         FakePermissions system;
         system.accessibility = false;
         system.screenRecording = false;
-        PermissionChecker checker(system);
+        PermissionChecker checker(system, Vocabulary::macOS());
         checker.checkAccessibility();
         checker.checkScreenRecording();
         system.answer(true, true);
@@ -107,7 +154,7 @@ private Q_SLOTS:
         FakePermissions system;
         system.accessibility = false;
         {
-            PermissionChecker checker(system);
+            PermissionChecker checker(system, Vocabulary::macOS());
             checker.checkAccessibility();
         }
         QVERIFY(!system.handler);

@@ -329,7 +329,7 @@ class AccessTreeTest(E2ECase):
         for item in switches:
             self.assert_states(item, absent=("checked",))
             self.assertTrue(item.description)
-        rows = [item.name for item in screen.all(re.compile(", .*Cmd"), BUTTON)]
+        rows = [item.name for item in screen.all(re.compile(", .*Super"), BUTTON)]
         self.assertEqual(len(rows), 7)
         self.desktop.press("tab")
         wait_until(screen.get("Balanced").has_focus, what="the focus on the first section")

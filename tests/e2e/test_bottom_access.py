@@ -110,7 +110,7 @@ class AccessTest(SignedInCase):
         begin.set()
         self.access.wait_for("Answering…", "status bar")
         stop = self.access.find("Stop", "push button")
-        self.assertEqual(stop.get_description(), "Cmd+.")
+        self.assertEqual(stop.get_description(), "Super+.")
         self.access.press("Stop")
         self.access.wait_for("Stopped", "status bar")
 

@@ -141,7 +141,7 @@ class HotkeyTest(E2ECase):
         app.fill_login()
         self.desktop.press("return")
         app.access.wait_for("Startup issue")
-        app.access.wait_for(re.compile("Ctrl\\+Option\\+Cmd\\+C \\(Capture\\)"))
+        app.access.wait_for(re.compile("Ctrl\\+Alt\\+Super\\+C \\(Capture\\)"))
 
     def test_unknown_key(self):
         app = self.app(self.server(), defaults={"hotkeyBindings": {"clear": "ctrl+f5"}})

@@ -267,6 +267,7 @@ public:
     ApplicationShell &shell() override { return applicationShell; }
     DeviceInfo &deviceInfo() override { return device; }
     CaptureTool captureTool() const override { return tool; }
+    Vocabulary vocabulary() const override { return words; }
     QString applicationSupportDirectory() const override { return supportDirectory; }
     std::unique_ptr<UserDefaults> makeUserDefaults() const override
     {
@@ -286,6 +287,7 @@ public:
     FakeDeviceInfo device;
     CaptureTool tool{QStringLiteral("/nonexistent/capture"),
                      {QStringLiteral("-x"), QStringLiteral("-C")}};
+    Vocabulary words = Vocabulary::macOS();
     QString supportDirectory = QStringLiteral("/nonexistent/support");
     /// What every UserDefaults made here shares.
     QTemporaryDir preferences;

@@ -129,25 +129,29 @@ void HotkeyComboTest::skipsEmptyTokens()
 void HotkeyComboTest::displays_data()
 {
     QTest::addColumn<QString>("text");
-    QTest::addColumn<QString>("display");
-    const auto row = [](const char *text, const char *display) {
-        QTest::newRow(text) << QString::fromUtf8(text) << QString::fromUtf8(display);
+    QTest::addColumn<QString>("onMacOS");
+    QTest::addColumn<QString>("onLinux");
+    const auto row = [](const char *text, const char *onMacOS, const char *onLinux) {
+        QTest::newRow(text) << QString(text) << QString(onMacOS) << QString(onLinux);
     };
-    row("ctrl+alt+cmd+shift+c", "Ctrl+Option+Cmd+Shift+C");
-    row("CONTROL+OPTION+COMMAND+SHIFT+C", "Ctrl+Option+Cmd+Shift+C");
-    row("shift+cmd+]", "Shift+Cmd+]");
-    row("c+cmd", "C+Cmd");
-    row("ctrl++c", "Ctrl+C");
-    row("ctrl+f5", "Ctrl+F5");
-    row("ctrl+alt", "Ctrl+Option");
-    row("", "");
+    row("ctrl+alt+cmd+shift+c", "Ctrl+Option+Cmd+Shift+C", "Ctrl+Alt+Super+Shift+C");
+    row("CONTROL+OPTION+COMMAND+SHIFT+C", "Ctrl+Option+Cmd+Shift+C", "Ctrl+Alt+Super+Shift+C");
+    row("shift+cmd+]", "Shift+Cmd+]", "Shift+Super+]");
+    row("c+cmd", "C+Cmd", "C+Super");
+    row("ctrl++c", "Ctrl+C", "Ctrl+C");
+    row("ctrl+f5", "Ctrl+F5", "Ctrl+F5");
+    row("ctrl+alt", "Ctrl+Option", "Ctrl+Alt");
+    row("cmd+.", "Cmd+.", "Super+.");
+    row("", "", "");
 }
 
 void HotkeyComboTest::displays()
 {
     QFETCH(QString, text);
-    QFETCH(QString, display);
-    QCOMPARE(HotkeyCombo::displayString(text), display);
+    QFETCH(QString, onMacOS);
+    QFETCH(QString, onLinux);
+    QCOMPARE(HotkeyCombo::displayString(text, Vocabulary::macOS()), onMacOS);
+    QCOMPARE(HotkeyCombo::displayString(text, Vocabulary::linuxDesktop()), onLinux);
 }
 
 QTEST_GUILESS_MAIN(HotkeyComboTest)

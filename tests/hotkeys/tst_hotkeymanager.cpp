@@ -48,14 +48,27 @@ private Q_SLOTS:
     void updateRollsBack();
     void updateRollsBackFromUnsupportedCombo();
     void updateWithoutPreviousComboJustFails();
+    void problemsAreNamedInTheSystemsWords();
+    void aComboOfOurOwnIsNamedByItsRow();
+    void aComboOfOurOwnIsFoundHoweverItIsWritten();
+    void theNameOfWhoAnswersIsKeptUpToDate();
+    void repeatedRegistrationReportsAProblemOnce();
+    void aSolvedProblemIsWithdrawn();
+    void aFailedChangeLeavesNoProblemBehind();
+    void aFailedChangeLeavesTheProblemBeforeIt();
+    void aFreedComboGoesToWhoeverLackedIt();
     void destructionReleasesEverything();
 
 private:
     void press(quint32 id);
+    HotkeyManager::ProblemSink problemSink();
 
     FakeGlobalHotkeys m_platform;
     std::chrono::steady_clock::time_point m_now;
+    /// Every problem that was ever reported.
     QStringList m_problems;
+    /// Those that stand.
+    QMap<HotkeyAction, QString> m_standing;
     QStringList m_log;
     QStringList m_fired;
     std::unique_ptr<HotkeyManager> m_manager;
@@ -66,11 +79,12 @@ void HotkeyManagerTest::init()
     m_platform = FakeGlobalHotkeys();
     m_now = std::chrono::steady_clock::time_point(1000s);
     m_problems.clear();
+    m_standing.clear();
     m_log.clear();
     m_fired.clear();
     Log::setSinkForTesting([this](const QString &line) { m_log << line; });
     m_manager = std::make_unique<HotkeyManager>(
-        m_platform, [this] { return m_now; }, [this](const QString &line) { m_problems << line; });
+        m_platform, Vocabulary::macOS(), [this] { return m_now; }, problemSink());
     m_manager->onCapture = [this] { m_fired << QStringLiteral("capture"); };
     m_manager->onClear = [this] { m_fired << QStringLiteral("clear"); };
     m_manager->onToggle = [this] { m_fired << QStringLiteral("toggle"); };
@@ -90,6 +104,18 @@ void HotkeyManagerTest::press(quint32 id)
 {
     m_platform.press(id);
     QCoreApplication::processEvents();
+}
+
+HotkeyManager::ProblemSink HotkeyManagerTest::problemSink()
+{
+    return [this](HotkeyAction action, const QString &line) {
+        if (line.isEmpty()) {
+            m_standing.remove(action);
+        } else {
+            m_problems << line;
+            m_standing.insert(action, line);
+        }
+    };
 }
 
 void HotkeyManagerTest::startRegistersTheSevenActionsInOrder()
@@ -304,7 +330,7 @@ void HotkeyManagerTest::zeroStatusWithoutReferenceIsAFailure()
 {
     RefusingHotkeys refusing;
     HotkeyManager manager(
-        refusing, [this] { return m_now; }, [this](const QString &line) { m_problems << line; });
+        refusing, Vocabulary::macOS(), [this] { return m_now; }, problemSink());
     manager.start({});
     QCOMPARE(m_problems.size(), 7);
     QVERIFY(manager.activeHotkeys().isEmpty());
@@ -454,6 +480,144 @@ void HotkeyManagerTest::updateWithoutPreviousComboJustFails()
     m_platform.release(QStringLiteral("u"), GlobalHotkeys::Command);
     QVERIFY(m_manager->updateHotkey(QStringLiteral("toggle"), QStringLiteral("cmd+u")));
     QCOMPARE(m_platform.registered.size(), 7);
+}
+
+void HotkeyManagerTest::problemsAreNamedInTheSystemsWords()
+{
+    m_manager = std::make_unique<HotkeyManager>(
+        m_platform, Vocabulary::linuxDesktop(), [this] { return m_now; }, problemSink());
+    m_platform.claim(QStringLiteral("t"), ctrlAltCmd);
+    VantiroConfig::Hotkeys hotkeys;
+    hotkeys.newThread = QStringLiteral("alt+cmd+f5");
+    m_manager->start(hotkeys);
+    QCOMPARE(m_problems,
+             (QStringList{
+                 QStringLiteral(
+                     "**Ctrl+Alt+Super+T (Toggle) is unavailable** — already in use by another "
+                     "app. Use the Prompt panel buttons instead, or free up that shortcut and "
+                     "relaunch."),
+                 QStringLiteral("**New Thread (Alt+Super+F5) could not be registered** — "
+                                "unsupported key."),
+             }));
+}
+
+void HotkeyManagerTest::aComboOfOurOwnIsNamedByItsRow()
+{
+    VantiroConfig::Hotkeys hotkeys;
+    hotkeys.toggle = hotkeys.clear;
+    m_manager->start(hotkeys);
+    QCOMPARE(m_standing,
+             (QMap<HotkeyAction, QString>{
+                 {HotkeyAction::Toggle,
+                  QStringLiteral("**Ctrl+Option+Cmd+X (Toggle) is unavailable** — already used by "
+                                 "Clear the response area. Choose another shortcut for one of the "
+                                 "two in Settings.")}}));
+    // Held by another program, it is the other program's.
+    m_manager->stop();
+    m_platform.claim(QStringLiteral("x"), ctrlAltCmd);
+    m_manager->start(hotkeys);
+    QCOMPARE(m_standing.size(), 2);
+    for (const QString &line : std::as_const(m_standing))
+        QVERIFY2(line.contains(QStringLiteral("already in use by another app")), qPrintable(line));
+}
+
+void HotkeyManagerTest::aComboOfOurOwnIsFoundHoweverItIsWritten()
+{
+    VantiroConfig::Hotkeys hotkeys;
+    hotkeys.newThread = QStringLiteral("Command+Control+OPTION+x");
+    m_manager->start(hotkeys);
+    QVERIFY(m_standing.value(HotkeyAction::NewThread)
+                .contains(QStringLiteral("(New Thread) is unavailable** — already used by Clear "
+                                         "the response area.")));
+}
+
+void HotkeyManagerTest::theNameOfWhoAnswersIsKeptUpToDate()
+{
+    VantiroConfig::Hotkeys hotkeys;
+    hotkeys.clear = hotkeys.capture;
+    hotkeys.newThread = QStringLiteral("f5");
+    m_manager->start(hotkeys);
+    QVERIFY(m_standing.value(HotkeyAction::Clear)
+                .contains(QStringLiteral("used by Capture screen and send to Claude. Choose")));
+    m_manager->setAnswererName(QStringLiteral("Offline reader"));
+    QVERIFY(m_standing.value(HotkeyAction::Clear)
+                .contains(QStringLiteral("used by Capture screen and send to Offline reader. "
+                                         "Choose")));
+    QCOMPARE(m_standing.size(), 2);
+    const qsizetype reported = m_problems.size();
+    m_manager->setAnswererName(QStringLiteral("Offline reader"));
+    QCOMPARE(m_problems.size(), reported);
+}
+
+void HotkeyManagerTest::repeatedRegistrationReportsAProblemOnce()
+{
+    m_platform.claim(QStringLiteral("t"), ctrlAltCmd);
+    m_manager->start({});
+    const auto standing = m_standing;
+    QCOMPARE(standing.size(), 1);
+    for (int recording = 0; recording < 3; ++recording) {
+        m_manager->suspendAll();
+        m_manager->resume({});
+    }
+    m_manager->stop();
+    m_manager->start({});
+    QCOMPARE(m_standing, standing);
+}
+
+void HotkeyManagerTest::aSolvedProblemIsWithdrawn()
+{
+    m_platform.claim(QStringLiteral("t"), ctrlAltCmd);
+    m_platform.claim(QStringLiteral("x"), ctrlAltCmd);
+    m_manager->start({});
+    QCOMPARE(m_standing.keys(), (QList{HotkeyAction::Clear, HotkeyAction::Toggle}));
+    // The one gets another combo, the other program lets go of the other.
+    QVERIFY(m_manager->updateHotkey(QStringLiteral("toggle"), QStringLiteral("cmd+u")));
+    QCOMPARE(m_standing.keys(), QList{HotkeyAction::Clear});
+    m_platform.release(QStringLiteral("x"), ctrlAltCmd);
+    m_manager->suspendAll();
+    m_manager->resume({});
+    QCOMPARE(m_standing.keys(), QList{HotkeyAction::Toggle});
+    m_platform.release(QStringLiteral("t"), ctrlAltCmd);
+    m_manager->stop();
+    m_manager->start({});
+    QVERIFY(m_standing.isEmpty());
+}
+
+void HotkeyManagerTest::aFailedChangeLeavesNoProblemBehind()
+{
+    m_platform.claim(QStringLiteral("u"), GlobalHotkeys::Command);
+    m_manager->start({});
+    QVERIFY(!m_manager->updateHotkey(QStringLiteral("clear"), QStringLiteral("cmd+u")));
+    QCOMPARE(m_problems.size(), 1);
+    QVERIFY(m_standing.isEmpty());
+}
+
+void HotkeyManagerTest::aFailedChangeLeavesTheProblemBeforeIt()
+{
+    m_platform.claim(QStringLiteral("x"), ctrlAltCmd);
+    m_platform.claim(QStringLiteral("u"), GlobalHotkeys::Command);
+    m_manager->start({});
+    const auto standing = m_standing;
+    QVERIFY(!m_manager->updateHotkey(QStringLiteral("clear"), QStringLiteral("cmd+u")));
+    QCOMPARE(m_standing, standing);
+}
+
+void HotkeyManagerTest::aFreedComboGoesToWhoeverLackedIt()
+{
+    VantiroConfig::Hotkeys hotkeys;
+    hotkeys.clear = hotkeys.capture;
+    hotkeys.newThread = hotkeys.capture;
+    m_manager->start(hotkeys);
+    QCOMPARE(m_standing.keys(), (QList{HotkeyAction::Clear, HotkeyAction::NewThread}));
+    m_log.clear();
+    QVERIFY(m_manager->updateHotkey(QStringLiteral("capture"), QStringLiteral("cmd+u")));
+    QCOMPARE(m_log.first(), QStringLiteral("[HotkeyManager] Registered Capture -> cmd+u"));
+    QCOMPARE(m_log.at(1), QStringLiteral("[HotkeyManager] Registered Clear -> ctrl+alt+cmd+c"));
+    QVERIFY(m_platform.pressCombo(QStringLiteral("c"), ctrlAltCmd));
+    QCoreApplication::processEvents();
+    QCOMPARE(m_fired, QStringList{QStringLiteral("clear")});
+    QCOMPARE(m_standing.keys(), QList{HotkeyAction::NewThread});
+    QVERIFY(m_standing.first().contains(QStringLiteral("already used by Clear the response area")));
 }
 
 void HotkeyManagerTest::destructionReleasesEverything()

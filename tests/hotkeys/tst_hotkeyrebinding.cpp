@@ -56,7 +56,8 @@ struct Fixture
     JsonUserDefaults defaults;
     FakeKeyMonitor keys;
     VantiroConfig::Hotkeys file;
-    HotkeyManager manager{platform, &std::chrono::steady_clock::now, [](const QString &) {}};
+    HotkeyManager manager{platform, Vocabulary::macOS(), &std::chrono::steady_clock::now,
+                          [](HotkeyAction, const QString &) {}};
     std::unique_ptr<HotkeyRebinding> rebinding;
 };
 
@@ -234,6 +235,44 @@ private Q_SLOTS:
         f.keys.press(cmd, "h");
         QVERIFY(!f.rebinding->hotkeyCaptureError());
         QVERIFY(f.rebinding->pendingSystemConflict());
+    }
+
+    void anotherActionsComboIsFoundHoweverItIsWritten()
+    {
+        Fixture f;
+        f.file.clear = "Command+X";
+        f.file.toggle = "cmd+nonsense";
+        f.make();
+        f.rebinding->beginCapturingHotkey(HotkeyAction::Capture);
+        f.keys.press(cmd, "x");
+        QCOMPARE(f.rebinding->hotkeyCaptureError(),
+                 "Already used by Clear the response area. Try a different combo.");
+    }
+
+    void titlesNameWhoAnswers()
+    {
+        Fixture f;
+        QCOMPARE(f.rebinding->title(HotkeyAction::Capture), "Capture screen and send to Claude");
+        QSignalSpy changed(f.rebinding.get(), &HotkeyRebinding::changed);
+        f.rebinding->setAnswererName("Offline reader");
+        QCOMPARE(changed.size(), 1);
+        QCOMPARE(f.rebinding->title(HotkeyAction::Capture),
+                 "Capture screen and send to Offline reader");
+        QCOMPARE(f.rebinding->title(HotkeyAction::CaptureNoSend), "Capture (no send)");
+        f.rebinding->beginCapturingHotkey(HotkeyAction::Clear);
+        // Log lines keep the given title.
+        QVERIFY(f.log.lines.last().endsWith("started for Clear the response area"));
+        f.keys.press(ctrl | alt | cmd, "c");
+        QCOMPARE(f.rebinding->hotkeyCaptureError(),
+                 "Already used by Capture screen and send to Offline reader. Try a different "
+                 "combo.");
+        // What is on show follows at once.
+        f.rebinding->setAnswererName("Claude");
+        QCOMPARE(f.rebinding->hotkeyCaptureError(),
+                 "Already used by Capture screen and send to Claude. Try a different combo.");
+        f.rebinding->beginCapturingHotkey(HotkeyAction::Capture);
+        QCOMPARE(f.log.lines.last(),
+                 prefix + "Hotkey capture started for Capture screen and send to Claude");
     }
 
     void aChangedComboCountsForDuplicates()

@@ -8,6 +8,7 @@
 #include "fakes/FakePlatform.h"
 #include "fakes/FakeThreadLibrary.h"
 #include "fakes/LogCapture.h"
+#include "hotkeys/HotkeyBindings.h"
 #include "hotkeys/HotkeyManager.h"
 #include "overlay/OverlayWindowController.h"
 #include "query/ProxyQueryService.h"
@@ -45,15 +46,17 @@ struct ControllerFixture
     VantiroConfig config;
     LogCapture log;
     FakePlatform platform;
-    PermissionChecker permissions{platform.permission};
+    PermissionChecker permissions{platform.permission, platform.words};
     JsonUserDefaults defaults;
     NotificationCenter notifications;
     QNetworkAccessManager network;
     AuthService auth{network, BackendEndpoints("http://host"), [] { return DeviceFields(); }};
     SessionManager session{auth, notifications};
     ProxyQueryService service{network, BackendEndpoints("http://host")};
-    HotkeyManager hotkeys{platform.hotkeys, &std::chrono::steady_clock::now,
-                          [](const QString &) {}};
+    HotkeyManager hotkeys{platform.hotkeys, platform.words, &std::chrono::steady_clock::now,
+                          [this](HotkeyAction action, const QString &line) {
+                              permissions.setProblem(HotkeyActions::jsonKey(action), line);
+                          }};
     FakeThreadLibrary library;
     QPromise<ScreenshotCapture::Outcome> capture;
     QQmlEngine engine;

@@ -29,20 +29,21 @@ struct OverlayFixture
         : panels(defaults)
         , threads(defaults, nullptr)
         , history(library, threads)
-        , sidebar(history, threads, QLocale(QStringLiteral("en_US")), [this] { return now; })
+        , sidebar(history, threads, words, QLocale(QStringLiteral("en_US")), [this] { return now; })
         , panel(platform)
     {
         prepareQmlEngine(engine);
         defaults.setString(QLatin1String(DefaultsKey::userPrompt), QString());
         defaults.setBool(QLatin1String(DefaultsKey::hasLaunchedBefore), true);
         HotkeyTexts keys;
-        keys.capture = QStringLiteral("Ctrl+Option+Cmd+C");
-        keys.captureNoSend = QStringLiteral("Ctrl+Option+Cmd+Shift+C");
-        keys.toggle = QStringLiteral("Ctrl+Option+Cmd+T");
-        keys.opacityUp = QStringLiteral("Ctrl+Option+Cmd+]");
-        keys.opacityDown = QStringLiteral("Ctrl+Option+Cmd+[");
-        keys.newThread = QStringLiteral("Cmd+N");
+        keys.capture = QStringLiteral("Ctrl+Alt+Super+C");
+        keys.captureNoSend = QStringLiteral("Ctrl+Alt+Super+Shift+C");
+        keys.toggle = QStringLiteral("Ctrl+Alt+Super+T");
+        keys.opacityUp = QStringLiteral("Ctrl+Alt+Super+]");
+        keys.opacityDown = QStringLiteral("Ctrl+Alt+Super+[");
+        keys.newThread = QStringLiteral("Super+N");
         panels.setHotkeys(keys);
+        overlay.setStopShortcut(QStringLiteral("Super+."));
         panels.setAvailableModels({{QStringLiteral("fast"), QStringLiteral("Fast"),
                                     QStringLiteral("Quick answers, fewest credits")},
                                    {QStringLiteral("balanced"), QStringLiteral("Balanced"),
@@ -184,6 +185,8 @@ struct OverlayFixture
         return nullptr;
     }
 
+    /// The words of the system that the pictures show.
+    const Vocabulary words = Vocabulary::linuxDesktop();
     FakePanelWindow platform;
     JsonUserDefaults defaults;
     QQmlEngine engine;
@@ -193,9 +196,10 @@ struct OverlayFixture
     ResponseScrollbarModel scrollbar;
     FakeGlobalHotkeys hotkeys;
     FakeKeyMonitor keyMonitor;
-    HotkeyManager manager{hotkeys, &std::chrono::steady_clock::now, [](const QString &) {}};
+    HotkeyManager manager{hotkeys, words, &std::chrono::steady_clock::now,
+                          [](HotkeyAction, const QString &) {}};
     HotkeyRebinding rebinding{manager, defaults, keyMonitor, {}};
-    SettingsModel settings{*panels.models(), rebinding};
+    SettingsModel settings{*panels.models(), rebinding, words};
     QUrl responseView;
     QDateTime now = QDateTime(QDate(2025, 3, 14), QTime(15, 0));
     FakeThreadLibrary library;

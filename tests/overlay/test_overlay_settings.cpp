@@ -299,6 +299,122 @@ private Q_SLOTS:
         QVERIFY(f.lastScript().contains("\"Ctrl+Option+Cmd+C\""));
     }
 
+    void keysHaveTheSystemsNamesEverywhere()
+    {
+        Fixture f;
+        f.platform.words = Vocabulary::linuxDesktop();
+        f.make();
+        f.start();
+        QTRY_VERIFY(f.surface->page().contains("Hit <kbd>Ctrl+Alt+Super+C</kbd>"));
+        const BottomPanelsModel &panels = f.overlay->panelsModel();
+        QCOMPARE(panels.captureHotkey(), "Ctrl+Alt+Super+C");
+        QCOMPARE(panels.captureNoSendHotkey(), "Ctrl+Alt+Super+Shift+C");
+        QCOMPARE(panels.newThreadHotkey(), "Super+N");
+        QCOMPARE(f.overlay->overlayModel().stopShortcut(), "Super+.");
+        HotkeyRows *rows = f.model().hotkeyRows();
+        QCOMPARE(rows->data(rows->index(3), HotkeyRows::ComboRole), "Ctrl+Alt+Super+]");
+        QVERIFY(f.model().appearanceHint().endsWith("System follows your desktop's setting."));
+        f.library.add("thread", QDateTime::currentDateTime());
+        f.overlay->history()->historyButtonClicked();
+        HistoryModel &history = f.overlay->history()->model();
+        QTRY_COMPARE(history.count(), 1);
+        history.requestDelete(0);
+        QVERIFY(history.deleteText().contains("removed from this computer."));
+
+        f.platform.words = Vocabulary::macOS();
+        f.make();
+        QCOMPARE(f.overlay->panelsModel().captureNoSendHotkey(), "Ctrl+Option+Cmd+Shift+C");
+        QCOMPARE(f.overlay->overlayModel().stopShortcut(), "Cmd+.");
+    }
+
+    void whoAnswersIsNamedEverywhereAndAtOnce()
+    {
+        Fixture f;
+        VantiroConfig::Hotkeys doubled = f.config.hotkeys;
+        doubled.clear = doubled.capture;
+        f.config.hotkeys = doubled;
+        f.make();
+        f.start();
+        QTRY_VERIFY(
+            f.surface->page().contains("</kbd> to capture screen → Claude responds here</div>"));
+        QVERIFY(f.surface->page().contains(">⏳ Claude is thinking...</div>"));
+        f.surface->finishLoad();
+        HotkeyRows *rows = f.model().hotkeyRows();
+        const auto firstRow = [rows] { return rows->data(rows->index(0), HotkeyRows::TitleRole); };
+        const auto card = [&f] { return f.permissions.pendingAdminMessage()->bodyMarkdown; };
+        QCOMPARE(firstRow(), "Capture screen and send to Claude");
+        QVERIFY(card().contains("already used by Capture screen and send to Claude."));
+
+        AppConfigResponse config;
+        config.availableModels = {{"r1", "Offline reader", "d"}, {"r2", "<Deep>", "d"}};
+        config.model = "r1";
+        Q_EMIT f.notifications.configDidUpdate(config);
+        QCOMPARE(f.overlay->panelsModel().answererName(), "Offline reader");
+        QCOMPARE(firstRow(), "Capture screen and send to Offline reader");
+        QCOMPARE(f.model().modelHint(), "Choose which model handles your requests.");
+        QVERIFY(card().contains("already used by Capture screen and send to Offline reader."));
+        QVERIFY(f.lastScript().contains("→ Offline reader responds here"));
+        QVERIFY(f.lastScript().contains("⏳ Offline reader is thinking..."));
+
+        // The user's own choice counts at once; a page that is built from now on has it in it.
+        f.overlay->panelsModel().selectModel("r2");
+        QCOMPARE(firstRow(), "Capture screen and send to <Deep>");
+        QVERIFY(f.lastScript().contains("→ <Deep> responds here"));
+        f.overlay->clearContent();
+        QTRY_VERIFY(f.surface->page().contains(
+            "</kbd> to capture screen → &lt;Deep&gt; responds here</div>"));
+        // One that was on its way is put right when it is there.
+        f.overlay->panelsModel().selectModel("r1");
+        const qsizetype before = f.surface->scripts.size();
+        f.surface->finishLoad();
+        QVERIFY(f.surface->scripts.size() > before);
+        QVERIFY(f.lastScript().contains("→ Offline reader responds here"));
+
+        config.availableModels << ModelOption{"claude-1", "Deep", "d"};
+        Q_EMIT f.notifications.configDidUpdate(config);
+        QCOMPARE(firstRow(), "Capture screen and send to Claude");
+        QCOMPARE(f.model().modelHint(), "Choose which Claude model handles your requests.");
+        QVERIFY(f.lastScript().contains("→ Claude responds here"));
+    }
+
+    void aRefreshThatChangesNoNamePushesNothing()
+    {
+        Fixture f;
+        f.start();
+        AppConfigResponse config;
+        config.availableModels = {{"r1", "Offline reader", "d"}};
+        config.model = "r1";
+        Q_EMIT f.notifications.configDidUpdate(config);
+        const qsizetype before = f.surface->scripts.size();
+        Q_EMIT f.notifications.configDidUpdate(config);
+        QCOMPARE(f.surface->scripts.size(), before);
+    }
+
+    void aConflictThatIsSolvedLeavesTheCard()
+    {
+        Fixture f;
+        f.platform.hotkeys.claim("x", threeKeys);
+        f.start();
+        const auto shown = [&f] { return f.overlay->messages().currentAdminMessage(); };
+        QVERIFY(shown());
+        QCOMPARE(shown()->headerText, "Startup issue");
+        const QString body = shown()->bodyMarkdown;
+        QVERIFY(body.startsWith("**Ctrl+Option+Cmd+X (Clear) is unavailable**"));
+        // Recording registers everything anew, which is no second problem.
+        f.model().hotkeyRows()->beginCapture(int(HotkeyAction::Clear));
+        f.model().hotkeyRows()->cancelCapture();
+        QCOMPARE(shown()->bodyMarkdown, body);
+        // The row says why a change was not made; the card is about what lasts.
+        f.platform.hotkeys.claim("j", threeKeys);
+        f.model().hotkeyRows()->beginCapture(int(HotkeyAction::Toggle));
+        f.platform.keys.press({threeKeys, "j"});
+        QCOMPARE(shown()->bodyMarkdown, body);
+        f.model().hotkeyRows()->beginCapture(int(HotkeyAction::Clear));
+        f.platform.keys.press({threeKeys, "k"});
+        QVERIFY(!shown());
+        QVERIFY(!f.overlay->panelsModel().hasMessage());
+    }
+
     void keysAreTakenWhileRecordingOnly()
     {
         Fixture f;

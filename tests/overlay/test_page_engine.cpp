@@ -319,7 +319,7 @@ void TestPageEngine::captureHotkeyOfTheHintIsChangedLive()
     QVERIFY(finished(m_display->loadContent(QString())));
     QCOMPARE(m_engine->text(key), QStringLiteral("Ctrl+Option+Cmd+C"));
     m_display->setCaptureHotkey(QStringLiteral("Ctrl+\"</script>\\"));
-    m_display->pushCaptureHotkey();
+    m_display->pushHint();
     QCOMPARE(m_engine->text(key), QStringLiteral("Ctrl+\"</script>\\"));
 }
 

@@ -162,9 +162,16 @@ void TestPageText::scripts()
              QStringLiteral("(function(){var extent=Math.max(1, document.body.scrollHeight-"
                             "document.body.clientHeight); document.body.scrollTop = extent * 1.0;"
                             "})();"));
-    QCOMPARE(captureHotkeyScript(QStringLiteral("Ctrl+\"'\\")),
-             QStringLiteral("(function(){var key=document.querySelector('#ph kbd');"
-                            "if(key){key.textContent=[\"Ctrl+\\\"'\\\\\"][0];}})();"));
+    PageAppearance hint;
+    hint.captureHotkey = QStringLiteral("Ctrl+\"'\\");
+    hint.answererName = QStringLiteral("R&D \"reader\"");
+    QCOMPARE(hintScript(hint),
+             QStringLiteral("(function(texts){var key=document.querySelector('#ph kbd');"
+                            "if(key){key.textContent=texts[0];key.nextSibling.textContent=texts[1];"
+                            "document.getElementById('ld').textContent=texts[2];}})("
+                            "[\"Ctrl+\\\"'\\\\\","
+                            "\" to capture screen \u2192 R&D \\\"reader\\\" responds here\","
+                            "\"\u23f3 R&D \\\"reader\\\" is thinking...\"]);"));
     QCOMPARE(pillAlphaScript(1),
              QStringLiteral("document.documentElement.style.setProperty('--pill-alpha', '0');"
                             "document.documentElement.style.setProperty('--code-alpha', '0.15');"));

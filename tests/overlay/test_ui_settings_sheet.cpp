@@ -109,7 +109,7 @@ private Q_SLOTS:
             "Quick answers, fewest credits",
             "Appearance",
             "Match your background: dark theme over dark apps, light theme over documents or "
-            "bright UIs. System follows your macOS setting.",
+            "bright UIs. System follows your desktop's setting.",
             "Light",
             "Dark",
             "System",
@@ -127,7 +127,7 @@ private Q_SLOTS:
             "Click any row to change its shortcut. New bindings save instantly — no restart "
             "needed.",
             "Capture screen and send to Claude",
-            "Ctrl+Option+Cmd+C",
+            "Ctrl+Alt+Super+C",
             "Reset all hotkeys",
             "Need help? See the Help docs ↗",
         };
@@ -152,7 +152,7 @@ private Q_SLOTS:
         check("swatch-nearBlack", "Text color: Near black", QAccessible::RadioButton);
         check("hexField", "Custom text color", QAccessible::EditableText);
         check("startNewThreadPerSend", "Start a new thread with each Send", QAccessible::CheckBox);
-        check("hotkeyButton-1", "Clear the response area, Ctrl+Option+Cmd+X", QAccessible::Button);
+        check("hotkeyButton-1", "Clear the response area, Ctrl+Alt+Super+X", QAccessible::Button);
         check("resetAllHotkeys", "Reset all hotkeys", QAccessible::Button);
         check("helpLink", "Need help? See the Help docs ↗", QAccessible::Link);
         QVERIFY(face("model-balanced")->state().checked);
@@ -410,7 +410,7 @@ private Q_SLOTS:
         QCOMPARE(f().find("hotkey-1")->height(), 68);
         clickInContent("trailing-1");
         QVERIFY(!f().rebinding.capturingHotkeyAction());
-        QCOMPARE(text("chip-1"), QString("Ctrl+Option+Cmd+X"));
+        QCOMPARE(text("chip-1"), QString("Ctrl+Alt+Super+X"));
         QVERIFY(!f().find("trailing-1")->isVisible());
         QVERIFY(!f().find("notice-1")->isVisible());
         QCOMPARE(f().find("hotkey-1")->height(), 40);
@@ -422,7 +422,7 @@ private Q_SLOTS:
         f().find("hotkeyButton-6")->forceActiveFocus(Qt::TabFocusReason);
         key(Qt::Key_Return);
         f().keyMonitor.press(GlobalHotkeys::Command | GlobalHotkeys::Shift, "3");
-        QCOMPARE(text("chip-6"), QString("Cmd+Shift+3"));
+        QCOMPARE(text("chip-6"), QString("Super+Shift+3"));
         QVERIFY(f().find("chip-6")->property("conflict").toBool());
         QVERIFY(!f().find("chip-6")->property("recording").toBool());
         QCOMPARE(text("notice-6"), QString("This may conflict with Screenshot (full screen)"));
@@ -442,11 +442,11 @@ private Q_SLOTS:
         QCOMPARE(text("chip-6"), QString("Press a shortcut…"));
         f().keyMonitor.press(GlobalHotkeys::Command | GlobalHotkeys::Shift, "3");
         clickItem(inRow("conflictConfirm"));
-        QCOMPARE(text("chip-6"), QString("Cmd+Shift+3"));
+        QCOMPARE(text("chip-6"), QString("Super+Shift+3"));
         QVERIFY(!f().find("chip-6")->property("conflict").toBool());
         QCOMPARE(face("trailing-6")->text(QAccessible::Name), QString("Reset Start a new thread"));
         clickInContent("trailing-6");
-        QCOMPARE(text("chip-6"), QString("Cmd+N"));
+        QCOMPARE(text("chip-6"), QString("Super+N"));
         QVERIFY(!f().find("trailing-6")->isVisible());
     }
 
@@ -458,7 +458,7 @@ private Q_SLOTS:
         f().keyMonitor.press(three, "k");
         QCOMPARE(text("notice-0"),
                  QString("Couldn't register that combo — kept your previous one."));
-        QCOMPARE(text("chip-0"), QString("Ctrl+Option+Cmd+C"));
+        QCOMPARE(text("chip-0"), QString("Ctrl+Alt+Super+C"));
         QCOMPARE(f().find("hotkey-0")->height(), 68);
         QVERIFY(!f().find("trailing-0")->isVisible());
     }
@@ -472,7 +472,7 @@ private Q_SLOTS:
         f().find("resetAllHotkeys")->forceActiveFocus(Qt::TabFocusReason);
         key(Qt::Key_Return);
         QVERIFY(!f().find("trailing-1")->isVisible());
-        QCOMPARE(text("chip-1"), QString("Ctrl+Option+Cmd+X"));
+        QCOMPARE(text("chip-1"), QString("Ctrl+Alt+Super+X"));
         QSignalSpy help(&f().settings, &SettingsModel::helpRequested);
         clickInContent("helpLink");
         QCOMPARE(help.size(), 1);

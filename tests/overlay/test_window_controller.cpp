@@ -298,7 +298,7 @@ private Q_SLOTS:
     void startupMessageYieldsToTheServersAndReturns()
     {
         Fixture f;
-        f.permissions.addProblem("a hot key");
+        f.permissions.setProblem("capture", "a hot key");
         const auto shown = [&f] {
             const auto &message = f.overlay->messages().currentAdminMessage();
             return message ? message->id : QString();
@@ -312,7 +312,7 @@ private Q_SLOTS:
         QCOMPARE(shown(), "server");
         QVERIFY(f.overlay->messages().isBlocked());
         // Another problem does not push the server's message aside.
-        f.permissions.addProblem("another hot key");
+        f.permissions.setProblem("clear", "another hot key");
         QCOMPARE(shown(), "server");
         config.adminMessage.reset();
         Q_EMIT f.notifications.configDidUpdate(config);

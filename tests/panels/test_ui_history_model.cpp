@@ -26,8 +26,8 @@ private Q_SLOTS:
         m_defaults = std::make_unique<JsonUserDefaults>();
         m_threads = std::make_unique<ThreadController>(*m_defaults, nullptr);
         m_history = std::make_unique<HistoryController>(*m_library, *m_threads);
-        m_model = std::make_unique<HistoryModel>(*m_history, *m_threads, QLocale("en_US"),
-                                                 [] { return noon; });
+        m_model = std::make_unique<HistoryModel>(*m_history, *m_threads, Vocabulary::macOS(),
+                                                 QLocale("en_US"), [] { return noon; });
         m_tester = std::make_unique<QAbstractItemModelTester>(
             m_model.get(), QAbstractItemModelTester::FailureReportingMode::Fatal);
         m_log = std::make_unique<LogCapture>();
@@ -62,7 +62,8 @@ private Q_SLOTS:
     {
         m_library->add("thread", noon);
         open();
-        const HistoryModel plain(*m_history, *m_threads, QLocale::c(), [] { return noon; });
+        const HistoryModel plain(*m_history, *m_threads, Vocabulary::macOS(), QLocale::c(),
+                                 [] { return noon; });
         QCOMPARE(plain.data(plain.index(0), HistoryModel::TimeRole).toString(),
                  QStringLiteral("12:00"));
     }
@@ -101,7 +102,8 @@ private Q_SLOTS:
     {
         m_library->add(QString::fromUtf8("ISPARTA raporu"), noon);
         open();
-        HistoryModel turkish(*m_history, *m_threads, QLocale("tr_TR"), [] { return noon; });
+        HistoryModel turkish(*m_history, *m_threads, Vocabulary::macOS(), QLocale("tr_TR"),
+                             [] { return noon; });
         turkish.setSearchText(QString::fromUtf8("ısparta"));
         QCOMPARE(turkish.count(), 1);
         m_model->setSearchText("isparta");
@@ -250,6 +252,17 @@ private Q_SLOTS:
         m_model->rename(0, "   ");
         QCOMPARE(m_library->calls, QStringList("updateTitle"));
         QVERIFY(!m_library->sessions[thread.id].customTitle);
+    }
+
+    void deletingNamesTheMachineAsTheSystemDoes()
+    {
+        m_library->add("thread", noon);
+        open();
+        HistoryModel onLinux(*m_history, *m_threads, Vocabulary::linuxDesktop());
+        onLinux.requestDelete(0);
+        QCOMPARE(onLinux.deleteText(),
+                 QStringLiteral("\"thread\" will be permanently removed from this computer. This "
+                                "can't be undone."));
     }
 
     void deletingAsksFirst()

@@ -16,7 +16,7 @@ constexpr quint32 three = GlobalHotkeys::Control | GlobalHotkeys::Option | Globa
 
 struct Fixture
 {
-    Fixture()
+    explicit Fixture(Vocabulary vocabulary = Vocabulary::macOS()) : words(std::move(vocabulary))
     {
         manager.start({});
         models.setModels({{"m1", "One", "first"}, {"m2", "Two", "second"}});
@@ -27,13 +27,15 @@ struct Fixture
         return rows->data(rows->index(int(action)), role);
     }
 
+    const Vocabulary words;
     FakeGlobalHotkeys platform;
     JsonUserDefaults defaults;
     FakeKeyMonitor keys;
-    HotkeyManager manager{platform, &std::chrono::steady_clock::now, [](const QString &) {}};
+    HotkeyManager manager{platform, words, &std::chrono::steady_clock::now,
+                          [](HotkeyAction, const QString &) {}};
     HotkeyRebinding rebinding{manager, defaults, keys, {}};
     ModelListModel models;
-    SettingsModel settings{models, rebinding};
+    SettingsModel settings{models, rebinding, words};
 };
 
 } // namespace
@@ -263,6 +265,36 @@ private Q_SLOTS:
                                      "Decrease opacity: Ctrl+Option+Cmd+[",
                                      "Capture (no send): Ctrl+Option+Cmd+Shift+C",
                                      "Start a new thread: Cmd+N"}));
+    }
+
+    void keysAndSettingsHaveTheSystemsNames()
+    {
+        Fixture f(Vocabulary::linuxDesktop());
+        QCOMPARE(f.row(HotkeyAction::CaptureNoSend, HotkeyRows::ComboRole),
+                 "Ctrl+Alt+Super+Shift+C");
+        f.settings.hotkeyRows()->beginCapture(int(HotkeyAction::Clear));
+        f.keys.press(GlobalHotkeys::Command, "q");
+        QCOMPARE(f.row(HotkeyAction::Clear, HotkeyRows::ConflictComboRole), "Super+Q");
+        QCOMPARE(f.settings.appearanceHint(),
+                 "Match your background: dark theme over dark apps, light theme over documents or "
+                 "bright UIs. System follows your desktop's setting.");
+        QCOMPARE(Fixture().settings.appearanceHint(),
+                 "Match your background: dark theme over dark apps, light theme over documents or "
+                 "bright UIs. System follows your macOS setting.");
+    }
+
+    void modelsOfAnotherMakerAreNotCalledByTheGivenName()
+    {
+        Fixture f;
+        QSignalSpy changed(&f.settings, &SettingsModel::modelHintChanged);
+        QCOMPARE(f.settings.modelHint(), "Choose which Claude model handles your requests.");
+        f.settings.setAnswererName("Offline reader");
+        QCOMPARE(f.settings.modelHint(), "Choose which model handles your requests.");
+        f.settings.setAnswererName("Offline reader");
+        QCOMPARE(changed.size(), 1);
+        f.settings.setAnswererName("Claude");
+        QCOMPARE(f.settings.modelHint(), "Choose which Claude model handles your requests.");
+        QCOMPARE(changed.size(), 2);
     }
 
     void hotkeyRowStates()

@@ -80,6 +80,7 @@ void PlatformLinuxTest::offscreenKnowsTheMachine()
     QCOMPARE(platform->deviceInfo().osVersion(), DeviceInfoLinux().osVersion());
     QCOMPARE(platform->captureTool().program, LinuxPaths::captureTool().program);
     QCOMPARE(platform->applicationSupportDirectory(), LinuxPaths::applicationSupportDirectory());
+    QCOMPARE(platform->vocabulary().command, QStringLiteral("Super"));
 }
 
 void PlatformLinuxTest::osVersionNamesSystemAndKernel()

@@ -98,13 +98,16 @@ QString themeScript(const PageAppearance &appearance)
                     codeStyleAddress(appearance.theme));
 }
 
-QString captureHotkeyScript(const QString &display)
+QString hintScript(const PageAppearance &appearance)
 {
-    // As a JSON text it is a literal of the script whatever it holds.
-    const QByteArray quoted = QJsonDocument(QJsonArray{display}).toJson(QJsonDocument::Compact);
-    return QStringLiteral("(function(){var key=document.querySelector('#ph kbd');"
-                          "if(key){key.textContent=%1[0];}})();")
-        .arg(QString::fromUtf8(quoted));
+    // As a JSON text they are literals of the script whatever they hold.
+    const QJsonArray texts{appearance.captureHotkey, hintEnd(appearance.answererName),
+                           thinkingText(appearance.answererName)};
+    return QStringLiteral("(function(texts){var key=document.querySelector('#ph kbd');"
+                          "if(key){key.textContent=texts[0];key.nextSibling.textContent=texts[1];"
+                          "document.getElementById('ld').textContent=texts[2];}})(") +
+           QString::fromUtf8(QJsonDocument(texts).toJson(QJsonDocument::Compact)) +
+           QStringLiteral(");");
 }
 
 QString pillAlphaScript(double windowAlpha)

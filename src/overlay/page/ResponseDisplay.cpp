@@ -223,8 +223,9 @@ void ResponseDisplay::onLoadFinished(PageSurface::LoadId id)
         applyTheme();
     if (m_builtAppearance.alpha != m_appearance.alpha)
         pushPillAlphaLive();
-    if (m_builtAppearance.captureHotkey != m_appearance.captureHotkey)
-        pushCaptureHotkey();
+    if (m_builtAppearance.captureHotkey != m_appearance.captureHotkey ||
+        m_builtAppearance.answererName != m_appearance.answererName)
+        pushHint();
     emit pageFinished(m_loadingPage);
 }
 
@@ -233,9 +234,9 @@ void ResponseDisplay::applyTheme()
     m_surface.evaluate(responsepage::themeScript(m_appearance));
 }
 
-void ResponseDisplay::pushCaptureHotkey()
+void ResponseDisplay::pushHint()
 {
-    m_surface.evaluate(responsepage::captureHotkeyScript(m_appearance.captureHotkey));
+    m_surface.evaluate(responsepage::hintScript(m_appearance));
 }
 
 void ResponseDisplay::pushPillAlphaLive()

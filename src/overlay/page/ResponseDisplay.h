@@ -55,6 +55,9 @@ public:
     void setResponseTextColorHex(const std::optional<QString> &color);
     /// @param display the capture hot key in its display form
     void setCaptureHotkey(const QString &display) { m_appearance.captureHotkey = display; }
+    /// Whom the hint and the thinking indicator name as the one who answers.
+    void setAnswererName(const QString &name) { m_appearance.answererName = name; }
+    const QString &answererName() const { return m_appearance.answererName; }
 
     /// Shows one answer; blank text shows the hint, "__LOADING__" the thinking indicator.
     PageId loadContent(const QString &markdown);
@@ -69,8 +72,9 @@ public:
 
     /// Pushes theme, text colour and code style into the page shown.
     void applyTheme();
-    /// Pushes the capture hot key into the hint, if that is what is shown.
-    void pushCaptureHotkey();
+    /// Pushes the capture hot key and the name of who answers into the hint, if that is what is
+    /// shown.
+    void pushHint();
     /// Pushes the opacity-derived variables into the page shown.
     void pushPillAlphaLive();
     /// As pushPillAlphaLive(), at most once per 1/30 s.

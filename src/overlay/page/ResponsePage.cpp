@@ -143,6 +143,17 @@ QByteArray entriesHTML(const CaptureSession &session, const PreviewPath &preview
 
 } // namespace
 
+QString hintEnd(const QString &answererName)
+{
+    return QStringLiteral(" to capture screen → ") + answererName +
+           QStringLiteral(" responds here");
+}
+
+QString thinkingText(const QString &answererName)
+{
+    return QStringLiteral("⏳ ") + answererName + QStringLiteral(" is thinking...");
+}
+
 std::optional<CaptureSession::Screenshot> screenshotOfTurn(const CaptureSession &session,
                                                            const QUuid &turnId)
 {
@@ -172,9 +183,9 @@ QByteArray singleAnswerPage(const QString &markdown, const PageAppearance &appea
     page += bodyStart(appearance.theme);
     page += "<div id=\"ct\"></div>\n<div id=\"ph\">Hit <kbd>";
     page += escapedForHtml(appearance.captureHotkey).toUtf8();
-    page += QStringLiteral("</kbd> to capture screen → Claude responds here</div>\n"
-                           "<div id=\"ld\">⏳ Claude is thinking...</div>\n")
-                .toUtf8();
+    page += "</kbd>" + escapedForHtml(hintEnd(appearance.answererName)).toUtf8() +
+            "</div>\n<div id=\"ld\">" +
+            escapedForHtml(thinkingText(appearance.answererName)).toUtf8() + "</div>\n";
     page += "<script>\nconst raw=`";
     page += guardedInlineScript(escapedForTemplateLiteral(markdown).toUtf8());
     page += "`;\n"

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "backend/Answerer.h"
 #include "history/CaptureSession.h"
 #include "overlay/page/AppTheme.h"
 
@@ -24,6 +25,8 @@ struct PageAppearance
     std::optional<QString> textColorHex;
     /// The capture hot key in its display form.
     QString captureHotkey;
+    /// Whom the page names as the one who answers.
+    QString answererName = givenAnswerer;
 };
 
 /// Gives the path of a screenshot's preview file, or nothing when it cannot be had.
@@ -63,6 +66,10 @@ QString threadTimestamp(const QDateTime &time);
 std::optional<CaptureSession::Screenshot> screenshotOfTurn(const CaptureSession &session,
                                                            const QUuid &turnId);
 
+/// What the hint says after the capture hot key.
+QString hintEnd(const QString &answererName);
+/// What the thinking indicator says.
+QString thinkingText(const QString &answererName);
 /// The page of one answer, of the hint (blank @p markdown) or of the thinking indicator
 /// ("__LOADING__").
 QByteArray singleAnswerPage(const QString &markdown, const PageAppearance &appearance);
@@ -88,8 +95,9 @@ QByteArray thumbnailHTML(const CaptureSession::Screenshot &screenshot,
 
 /// Applies theme, text colour and code style to a loaded page.
 QString themeScript(const PageAppearance &appearance);
-/// Shows the capture hot key in the hint of a loaded page; nothing in pages without the hint.
-QString captureHotkeyScript(const QString &display);
+/// Shows the capture hot key and the name of who answers in the hint and the thinking indicator of
+/// a loaded page; nothing in pages without the hint.
+QString hintScript(const PageAppearance &appearance);
 /// Applies the opacity-derived variables to a loaded page.
 QString pillAlphaScript(double windowAlpha);
 /// Takes the loading dots away.

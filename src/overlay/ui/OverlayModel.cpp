@@ -259,6 +259,14 @@ int OverlayModel::usagePercent() const
     return m_usage ? int(std::floor(std::clamp(*m_usage, 0.0, 9999.0))) : 0;
 }
 
+void OverlayModel::setStopShortcut(const QString &display)
+{
+    if (display == m_stopShortcut)
+        return;
+    m_stopShortcut = display;
+    Q_EMIT stripChanged();
+}
+
 void OverlayModel::setMenuOpen(bool isOpen)
 {
     if (isOpen == m_isMenuOpen)

@@ -42,6 +42,7 @@ class OverlayModel : public QObject
     Q_PROPERTY(QString secondsText READ secondsText NOTIFY secondsChanged)
     Q_PROPERTY(bool canStop READ canStop NOTIFY stripChanged)
     Q_PROPERTY(QString notice READ notice NOTIFY noticeChanged)
+    Q_PROPERTY(QString stopShortcut READ stopShortcut NOTIFY stripChanged)
     Q_PROPERTY(bool hasAnswer READ hasAnswer WRITE setHasAnswer NOTIFY stripChanged)
     Q_PROPERTY(UsageTier usageTier READ usageTier NOTIFY usageChanged)
     Q_PROPERTY(bool isUsageShown READ isUsageShown NOTIFY usageChanged)
@@ -114,6 +115,9 @@ public:
     /// happen. The status, Stop and the thread are left as they are; a newer notice replaces an
     /// older one. Assistive programs announce it, also when it is the same text once more.
     void showNotice(const QString &text);
+    QString stopShortcut() const { return m_stopShortcut; }
+    /// @param display the keys that stop an answer, in their display form
+    void setStopShortcut(const QString &display);
     /// @param percent used share of the allowance; nothing when no allowance is known
     void setUsage(std::optional<double> percent);
     UsageTier usageTier() const;
@@ -199,6 +203,7 @@ private:
     bool m_isBlocked = false;
     bool m_hasAnswer = false;
     QString m_notice;
+    QString m_stopShortcut;
     std::optional<double> m_usage;
     bool m_isMenuOpen = false;
     bool m_isSheetOpen = false;

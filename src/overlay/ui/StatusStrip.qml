@@ -147,7 +147,7 @@ FocusScope {
             width: 10 + 9 + 8 + stopWords.implicitWidth + 10
             text: qsTr("Stop")
             tooltip: qsTr("Stop")
-            shortcutText: qsTr("Cmd+.")
+            shortcutText: strip.overlay.stopShortcut
             onClicked: strip.overlay.stop()
 
             contentItem: Item {

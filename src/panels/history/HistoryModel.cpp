@@ -9,10 +9,11 @@
 namespace quellora {
 
 HistoryModel::HistoryModel(HistoryController &history, const ThreadController &threads,
-                           const QLocale &locale, Clock clock, QObject *parent)
+                           Vocabulary words, const QLocale &locale, Clock clock, QObject *parent)
     : QAbstractListModel(parent)
     , m_history(history)
     , m_threads(threads)
+    , m_words(std::move(words))
     , m_locale(locale)
     , m_timeFormat(locale.timeFormat(QLocale::ShortFormat).remove(QStringLiteral(":ss")))
     , m_clock(std::move(clock))
@@ -238,8 +239,8 @@ void HistoryModel::requestDelete(int row)
         return;
     m_pendingDelete = at(row).id;
     m_deleteText = QLatin1Char('"') + at(row).title() +
-                   QStringLiteral("\" will be permanently removed from your Mac. This can't be "
-                                  "undone.");
+                   QStringLiteral("\" will be permanently removed from ") + m_words.computer +
+                   QStringLiteral(". This can't be undone.");
     Q_EMIT pendingDeleteChanged();
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "history/HistoryController.h"
+#include "platform/Vocabulary.h"
 
 #include <QAbstractListModel>
 #include <QLocale>
@@ -49,7 +50,8 @@ public:
     using Clock = std::function<QDateTime()>;
 
     /// Both borrowed.
-    HistoryModel(HistoryController &history, const ThreadController &threads,
+    /// @param words in which the machine is named
+    HistoryModel(HistoryController &history, const ThreadController &threads, Vocabulary words,
                  const QLocale &locale = QLocale::system(),
                  Clock clock = QDateTime::currentDateTime, QObject *parent = nullptr);
 
@@ -110,6 +112,7 @@ private:
 
     HistoryController &m_history;
     const ThreadController &m_threads;
+    Vocabulary m_words;
     QLocale m_locale;
     /// Hours and minutes, also where the short style has seconds.
     QString m_timeFormat;

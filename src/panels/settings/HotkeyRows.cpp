@@ -4,6 +4,8 @@
 #include "hotkeys/HotkeyCombo.h"
 #include "hotkeys/HotkeyRebinding.h"
 
+#include <utility>
+
 namespace quellora {
 namespace {
 
@@ -16,8 +18,8 @@ std::optional<HotkeyAction> actionAt(int row)
 
 } // namespace
 
-HotkeyRows::HotkeyRows(HotkeyRebinding &rebinding, QObject *parent)
-    : QAbstractListModel(parent), m_rebinding(rebinding)
+HotkeyRows::HotkeyRows(HotkeyRebinding &rebinding, Vocabulary words, QObject *parent)
+    : QAbstractListModel(parent), m_rebinding(rebinding), m_words(std::move(words))
 {
     // The rows stay, so that a view keeps its focus and scroll position.
     connect(&rebinding, &HotkeyRebinding::changed, this,
@@ -41,9 +43,9 @@ QVariant HotkeyRows::data(const QModelIndex &index, int role) const
     switch (role) {
     case Qt::DisplayRole:
     case TitleRole:
-        return HotkeyActions::settingsTitle(action);
+        return m_rebinding.title(action);
     case ComboRole:
-        return HotkeyCombo::displayString(combo);
+        return HotkeyCombo::displayString(combo, m_words);
     case ChangedRole:
         return combo != HotkeyActions::combo(action, m_rebinding.configFileHotkeys());
     case CapturingRole:
@@ -57,7 +59,8 @@ QVariant HotkeyRows::data(const QModelIndex &index, int role) const
                    ? QStringLiteral("This may conflict with ") + conflict->featureName
                    : QString();
     case ConflictComboRole:
-        return isCapturing && conflict ? HotkeyCombo::displayString(conflict->combo) : QString();
+        return isCapturing && conflict ? HotkeyCombo::displayString(conflict->combo, m_words)
+                                       : QString();
     default:
         return {};
     }

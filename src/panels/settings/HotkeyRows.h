@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/Vocabulary.h"
+
 #include <QAbstractListModel>
 #include <QtQml/qqmlregistration.h>
 
@@ -31,7 +33,8 @@ public:
     };
 
     /// @param rebinding must outlive the model
-    explicit HotkeyRows(HotkeyRebinding &rebinding, QObject *parent = nullptr);
+    /// @param words in which keys are named
+    HotkeyRows(HotkeyRebinding &rebinding, Vocabulary words, QObject *parent = nullptr);
 
     int rowCount(const QModelIndex &parent = {}) const override;
     QVariant data(const QModelIndex &index, int role) const override;
@@ -47,6 +50,7 @@ public:
 
 private:
     HotkeyRebinding &m_rebinding;
+    Vocabulary m_words;
 };
 
 } // namespace quellora

@@ -41,7 +41,7 @@ Column {
         width: parent.width
         theme: content.theme
         title: qsTr("Model")
-        hint: qsTr("Choose which Claude model handles your requests.")
+        hint: content.settings.modelHint
 
         ModelChoice {
             width: parent.width
@@ -54,8 +54,7 @@ Column {
         width: parent.width
         theme: content.theme
         title: qsTr("Appearance")
-        hint: qsTr("Match your background: dark theme over dark apps, light theme over documents or "
-                   + "bright UIs. System follows your macOS setting.")
+        hint: content.settings.appearanceHint
 
         AppearanceSegment {
             settings: content.settings

@@ -1,11 +1,19 @@
 #include "panels/settings/SettingsModel.h"
 
+#include "backend/Answerer.h"
+
 #include <optional>
+#include <utility>
 
 namespace quellora {
 
-SettingsModel::SettingsModel(ModelListModel &models, HotkeyRebinding &rebinding, QObject *parent)
-    : QObject(parent), m_models(models), m_hotkeyRows(rebinding)
+SettingsModel::SettingsModel(ModelListModel &models, HotkeyRebinding &rebinding, Vocabulary words,
+                             QObject *parent)
+    : QObject(parent)
+    , m_models(models)
+    , m_words(std::move(words))
+    , m_hotkeyRows(rebinding, m_words)
+    , m_answerer(givenAnswerer)
 {}
 
 void SettingsModel::setOpen(bool isOpen)
@@ -25,6 +33,28 @@ void SettingsModel::setLightTheme(bool isLight)
     m_isLight = isLight;
     m_textColors.setLightTheme(isLight);
     Q_EMIT isLightThemeChanged();
+}
+
+void SettingsModel::setAnswererName(const QString &name)
+{
+    if (name == m_answerer)
+        return;
+    m_answerer = name;
+    Q_EMIT modelHintChanged();
+}
+
+QString SettingsModel::modelHint() const
+{
+    return m_answerer == givenAnswerer
+               ? QStringLiteral("Choose which Claude model handles your requests.")
+               : QStringLiteral("Choose which model handles your requests.");
+}
+
+QString SettingsModel::appearanceHint() const
+{
+    return QStringLiteral("Match your background: dark theme over dark apps, light theme over "
+                          "documents or bright UIs. System follows ") +
+           m_words.appearanceSetting + u'.';
 }
 
 void SettingsModel::setCaptureNote(const QString &note)

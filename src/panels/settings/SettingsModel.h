@@ -3,6 +3,7 @@
 #include "panels/ModelListModel.h"
 #include "panels/settings/HotkeyRows.h"
 #include "panels/settings/TextColors.h"
+#include "platform/Vocabulary.h"
 
 #include <QObject>
 #include <QtQml/qqmlregistration.h>
@@ -19,6 +20,8 @@ class SettingsModel : public QObject
 
     Q_PROPERTY(bool isOpen READ isOpen NOTIFY isOpenChanged)
     Q_PROPERTY(bool isLightTheme READ isLightTheme NOTIFY isLightThemeChanged)
+    Q_PROPERTY(QString modelHint READ modelHint NOTIFY modelHintChanged)
+    Q_PROPERTY(QString appearanceHint READ appearanceHint CONSTANT)
     Q_PROPERTY(QString captureNote READ captureNote WRITE setCaptureNote NOTIFY captureNoteChanged)
     Q_PROPERTY(quellora::ModelListModel *models READ models CONSTANT)
     Q_PROPERTY(QString selectedModelId READ selectedModelId WRITE setSelectedModelId NOTIFY
@@ -43,7 +46,9 @@ class SettingsModel : public QObject
 public:
     /// Both must outlive the model.
     /// @param models the models on offer, shared with the picker
-    SettingsModel(ModelListModel &models, HotkeyRebinding &rebinding, QObject *parent = nullptr);
+    /// @param words in which keys and the system's own settings are named
+    SettingsModel(ModelListModel &models, HotkeyRebinding &rebinding, Vocabulary words,
+                  QObject *parent = nullptr);
 
     // Inputs set by the owner.
     /// Opening starts with the hex field showing the colour in force and no error.
@@ -53,6 +58,8 @@ public:
     void setCaptureNote(const QString &note);
     /// Empty when no model is chosen.
     void setSelectedModelId(const QString &id);
+    /// Whom the hint names as the maker of the models; a model's own name makes it name nobody.
+    void setAnswererName(const QString &name);
     /// "light", "dark" or "system".
     void setAppearanceMode(const QString &mode);
     /// Empty for the theme's own colour.
@@ -65,6 +72,8 @@ public:
 
     bool isOpen() const { return m_isOpen; }
     bool isLightTheme() const { return m_isLight; }
+    QString modelHint() const;
+    QString appearanceHint() const;
     QString captureNote() const { return m_captureNote; }
     ModelListModel *models() { return &m_models; }
     QString selectedModelId() const { return m_selectedModelId; }
@@ -111,6 +120,7 @@ Q_SIGNALS:
 
     void isOpenChanged();
     void isLightThemeChanged();
+    void modelHintChanged();
     void captureNoteChanged();
     void selectedModelIdChanged();
     void appearanceModeChanged();
@@ -127,10 +137,12 @@ private:
     void showColorInField();
 
     ModelListModel &m_models;
+    Vocabulary m_words;
     TextColors m_textColors;
     HotkeyRows m_hotkeyRows;
     bool m_isOpen = false;
     bool m_isLight = false;
+    QString m_answerer;
     QString m_captureNote;
     QString m_selectedModelId;
     QString m_appearanceMode = QStringLiteral("system");

@@ -57,9 +57,9 @@ std::unique_ptr<Platform> Platform::create()
         qunsetenv(qtPlatformVariable);
     if (const std::optional<X11Connection> x11 = X11Connection::current())
         return std::make_unique<PlatformX11>(*x11);
-    return std::make_unique<NullPlatform>(std::make_unique<DeviceInfoLinux>(),
-                                          LinuxPaths::captureTool(),
-                                          LinuxPaths::applicationSupportDirectory());
+    return std::make_unique<NullPlatform>(
+        std::make_unique<DeviceInfoLinux>(), LinuxPaths::captureTool(),
+        LinuxPaths::applicationSupportDirectory(), Vocabulary::linuxDesktop());
 }
 
 } // namespace quellora

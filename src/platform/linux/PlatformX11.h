@@ -31,6 +31,7 @@ public:
     ApplicationShell &shell() override { return m_shell; }
     DeviceInfo &deviceInfo() override { return m_deviceInfo; }
     CaptureTool captureTool() const override;
+    Vocabulary vocabulary() const override { return Vocabulary::linuxDesktop(); }
     QString applicationSupportDirectory() const override;
     std::unique_ptr<UserDefaults> makeUserDefaults() const override;
 

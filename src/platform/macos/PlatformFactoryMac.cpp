@@ -58,9 +58,9 @@ std::unique_ptr<Platform> Platform::create()
 {
     if (QGuiApplication::platformName() == QStringLiteral("cocoa"))
         return std::make_unique<PlatformMac>();
-    return std::make_unique<NullPlatform>(std::make_unique<DeviceInfoMac>(),
-                                          MacPaths::captureTool(),
-                                          MacPaths::applicationSupportDirectory());
+    return std::make_unique<NullPlatform>(
+        std::make_unique<DeviceInfoMac>(), MacPaths::captureTool(),
+        MacPaths::applicationSupportDirectory(), Vocabulary::macOS());
 }
 
 } // namespace quellora

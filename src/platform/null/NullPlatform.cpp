@@ -108,7 +108,7 @@ public:
 } // namespace
 
 NullPlatform::NullPlatform(std::unique_ptr<DeviceInfo> deviceInfo, CaptureTool captureTool,
-                           QString applicationSupportDirectory)
+                           QString applicationSupportDirectory, Vocabulary vocabulary)
     : m_panelWindow(std::make_unique<NullPanelWindow>())
     , m_globalHotkeys(std::make_unique<NullGlobalHotkeys>())
     , m_keyMonitor(std::make_unique<EventFilterKeyMonitor>([](quint32) { return QString(); }))
@@ -121,6 +121,7 @@ NullPlatform::NullPlatform(std::unique_ptr<DeviceInfo> deviceInfo, CaptureTool c
     , m_deviceInfo(std::move(deviceInfo))
     , m_captureTool(std::move(captureTool))
     , m_supportDirectory(std::move(applicationSupportDirectory))
+    , m_vocabulary(std::move(vocabulary))
 {}
 
 NullPlatform::~NullPlatform() = default;

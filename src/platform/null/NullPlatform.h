@@ -13,8 +13,9 @@ public:
     static constexpr int hotkeysUnavailable = -1;
 
     /// @param deviceInfo facts about the machine, which need no windows
+    /// @param vocabulary of the system beneath
     NullPlatform(std::unique_ptr<DeviceInfo> deviceInfo, CaptureTool captureTool,
-                 QString applicationSupportDirectory);
+                 QString applicationSupportDirectory, Vocabulary vocabulary);
     ~NullPlatform() override;
 
     PanelWindow &panelWindow() override { return *m_panelWindow; }
@@ -28,6 +29,7 @@ public:
     ApplicationShell &shell() override { return *m_shell; }
     DeviceInfo &deviceInfo() override { return *m_deviceInfo; }
     CaptureTool captureTool() const override { return m_captureTool; }
+    Vocabulary vocabulary() const override { return m_vocabulary; }
     QString applicationSupportDirectory() const override { return m_supportDirectory; }
     std::unique_ptr<UserDefaults> makeUserDefaults() const override;
 
@@ -44,6 +46,7 @@ private:
     std::unique_ptr<DeviceInfo> m_deviceInfo;
     CaptureTool m_captureTool;
     QString m_supportDirectory;
+    Vocabulary m_vocabulary;
 };
 
 } // namespace quellora

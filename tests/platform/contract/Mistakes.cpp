@@ -309,6 +309,7 @@ public:
             tool.arguments.removeFirst();
         return tool;
     }
+    Vocabulary vocabulary() const override { return m_real->vocabulary(); }
     QString applicationSupportDirectory() const override
     {
         return m_mistake.is("supportDirectoryIsRelative") ? QStringLiteral("data")

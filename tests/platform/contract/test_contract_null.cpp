@@ -102,7 +102,8 @@ private Q_SLOTS:
 private:
     NullPlatform m_platform{std::make_unique<SomeDevice>(),
                             {QStringLiteral("/bin/capture"), {}},
-                            QStringLiteral("/data")};
+                            QStringLiteral("/data"),
+                            Vocabulary::linuxDesktop()};
 };
 
 QTEST_MAIN(TestContractNull)

@@ -1,0 +1,23 @@
+#include "backend/Answerer.h"
+
+#include <algorithm>
+
+namespace quellora {
+
+QString answererName(const QList<ModelOption> &models, const QString &selectedId)
+{
+    const bool isGivenOffered =
+        std::any_of(models.begin(), models.end(), [](const ModelOption &model) {
+            return model.id.contains(givenAnswerer, Qt::CaseInsensitive) ||
+                   model.displayName.contains(givenAnswerer, Qt::CaseInsensitive);
+        });
+    if (isGivenOffered || models.isEmpty())
+        return givenAnswerer;
+    const auto chosen =
+        std::find_if(models.begin(), models.end(),
+                     [&selectedId](const ModelOption &model) { return model.id == selectedId; });
+    const QString name = chosen == models.end() ? QString() : chosen->displayName.simplified();
+    return name.isEmpty() ? QStringLiteral("the model") : name;
+}
+
+} // namespace quellora
