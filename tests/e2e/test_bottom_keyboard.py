@@ -83,7 +83,8 @@ class KeyboardTest(SignedInCase):
         self.desktop.press("return")
         self.shared_app.wait_for_line(PREFIX + "Note added to current session", since=self.mark)
         wait_until(lambda: self.stored("userPrompt") == "", what="the empty box")
-        wait_until(lambda: self.shared_app.threads()[-1]["notes"], what="the kept note")
+        wait_until(lambda: any(record["notes"] for record in self.shared_app.threads()[-1:]),
+                   what="the kept note")
         self.assertEqual(self.shared_app.threads()[-1]["notes"][0]["text"], "metric units")
 
     def test_capture_staged_and_removed(self):
