@@ -226,7 +226,7 @@ class AccessTreeTest(E2ECase):
         self.assertIn("85% used", screen.get("Usage").description)
         wait_until(screen.get("History").has_focus, what="the focus on the first row")
         screen.walk_with_tab("Settings", "Account", "Upgrade", "Sign Out")
-        screen.walk_with_tab("Upgrade", "Account", "Settings", key="shift+tab")
+        screen.walk_with_tab("Sign Out", "Upgrade", "Account", "Settings", key="shift+tab")
         self.desktop.press("escape")
         self.access.wait_gone("Account")
         self.access.wait_for("Menu", focused=True)
