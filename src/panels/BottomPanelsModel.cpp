@@ -4,6 +4,9 @@
 #include "app/UserDefaults.h"
 #include "backend/Answerer.h"
 
+#include <QClipboard>
+#include <QGuiApplication>
+#include <QLocale>
 #include <QUrl>
 
 namespace quellora {
@@ -33,12 +36,21 @@ BottomPanelsModel::BottomPanelsModel(UserDefaults &defaults, QObject *parent)
     connect(&m_screenshot, &StagedScreenshot::changed, this, &BottomPanelsModel::attachmentChanged);
     connect(&m_defaults, &UserDefaults::changed, this, [this](const QString &changedKey) {
         if (changedKey == QLatin1String(DefaultsKey::userPrompt))
-            Q_EMIT promptTextChanged();
+            followPrompt();
         else if (changedKey == QLatin1String(DefaultsKey::hasLaunchedBefore))
             Q_EMIT isFirstLaunchCardDueChanged();
     });
     connect(this, &BottomPanelsModel::messageChanged, this,
             &BottomPanelsModel::blockedReasonChanged);
+    followPrompt();
+}
+
+void BottomPanelsModel::followPrompt()
+{
+    const QString stored = promptText();
+    if (m_prompt.whole() != stored)
+        m_prompt.setWhole(stored);
+    Q_EMIT promptTextChanged();
 }
 
 void BottomPanelsModel::setHotkeys(const HotkeyTexts &hotkeys)
@@ -202,6 +214,38 @@ void BottomPanelsModel::setPromptText(const QString &text)
     // The box echoes what it was given; only a real edit may create the key.
     if (text != promptText())
         m_defaults.setString(key(DefaultsKey::userPrompt), text);
+}
+
+void BottomPanelsModel::setTypedText(const QString &text)
+{
+    if (text == m_prompt.typed())
+        return;
+    m_prompt.setTyped(text);
+    setPromptText(m_prompt.whole());
+}
+
+QString BottomPanelsModel::pastedCaption() const
+{
+    const qsizetype length = m_prompt.pasted().size();
+    return length == 0 ? QString()
+                       : QStringLiteral("Pasted text \u00b7 %1 characters")
+                             .arg(QLocale(QLocale::English).toString(length));
+}
+
+bool BottomPanelsModel::pasteLongText(int start, int end, bool fromSelection)
+{
+    const QString text = QGuiApplication::clipboard()->text(fromSelection ? QClipboard::Selection
+                                                                          : QClipboard::Clipboard);
+    if (!m_prompt.takePaste(text, start, end))
+        return false;
+    setPromptText(m_prompt.whole());
+    return true;
+}
+
+void BottomPanelsModel::removePastedText()
+{
+    m_prompt.removePasted();
+    setPromptText(m_prompt.whole());
 }
 
 void BottomPanelsModel::setPromptFocused(bool isFocused)

@@ -2,6 +2,7 @@
 
 #include "backend/Records.h"
 #include "panels/ModelListModel.h"
+#include "panels/PromptText.h"
 #include "panels/StagedScreenshot.h"
 #include "panels/StyledMarkdown.h"
 
@@ -82,6 +83,8 @@ class BottomPanelsModel : public QObject
     Q_PROPERTY(bool isCapturing READ isCapturing WRITE setCapturing NOTIFY isCapturingChanged)
 
     Q_PROPERTY(QString promptText READ promptText WRITE setPromptText NOTIFY promptTextChanged)
+    Q_PROPERTY(QString typedText READ typedText WRITE setTypedText NOTIFY promptTextChanged)
+    Q_PROPERTY(QString pastedCaption READ pastedCaption NOTIFY promptTextChanged)
     Q_PROPERTY(bool isPromptEmpty READ isPromptEmpty NOTIFY promptTextChanged)
     Q_PROPERTY(bool isPromptFocused READ isPromptFocused WRITE setPromptFocused NOTIFY
                    isPromptFocusedChanged)
@@ -150,7 +153,13 @@ public:
     bool hasAttachmentFailed() const;
     QString attachmentCaption() const;
     bool isCapturing() const { return m_isCapturing; }
+    /// All of the prompt.
     QString promptText() const;
+    /// The part of it that the field shows: all but a pasted text that is too long for a field.
+    QString typedText() const { return m_prompt.typed(); }
+    void setTypedText(const QString &text);
+    /// Says how long that other part is; empty when there is none.
+    QString pastedCaption() const;
     /// Stores the text as the "userPrompt" default.
     void setPromptText(const QString &text);
     bool isPromptEmpty() const { return promptText().trimmed().isEmpty(); }
@@ -159,6 +168,10 @@ public:
     bool isFirstLaunchCardDue() const;
 
     // What the view asks for.
+    /// Pastes the clipboard, or what is selected anywhere, over the typed characters from @p start
+    /// to @p end when that is too long for the field. Otherwise nothing, and the field may paste.
+    Q_INVOKABLE bool pasteLongText(int start, int end, bool fromSelection);
+    Q_INVOKABLE void removePastedText();
     /// Sends the prompt; nothing while it is empty, unless blocked, where the owner explains.
     Q_INVOKABLE void send();
     /// Adds the prompt's text as a note and empties the box; nothing while it is empty.
@@ -212,7 +225,10 @@ Q_SIGNALS:
     void isFirstLaunchCardDueChanged();
 
 private:
+    void followPrompt();
+
     UserDefaults &m_defaults;
+    PromptText m_prompt;
     HotkeyTexts m_hotkeys;
     double m_availableHeight = 0;
     double m_reportedHeight = 0;

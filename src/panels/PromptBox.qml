@@ -12,7 +12,7 @@ Rectangle {
     property bool isModelListOpen: false
     readonly property alias textItem: input
     readonly property alias pickerItem: picker
-    readonly property real textHeight: input.contentHeight
+    readonly property real textHeight: input.contentHeight + pasted.shownHeight
     readonly property ThemeTokens theme: Tokens.frame
     readonly property int edge: compact ? 4 : 6
     readonly property int rowY: height - 28 - (compact ? 4 : 6)
@@ -37,7 +37,7 @@ Rectangle {
         // Whole lines only.
         height: Math.floor((box.rowY - y) / 20) * 20
         contentWidth: width
-        contentHeight: input.implicitHeight
+        contentHeight: input.implicitHeight + pasted.shownHeight
         boundsBehavior: Flickable.StopAtBounds
         clip: true
         interactive: contentHeight > height
@@ -49,6 +49,9 @@ Rectangle {
                 contentY = cursor.y + cursor.height - height
             contentY = Math.max(0, Math.min(contentY, contentHeight - height))
         }
+        function revealPasted() {
+            contentY = Math.max(0, contentHeight - height)
+        }
 
         TextEdit {
             id: input
@@ -56,7 +59,7 @@ Rectangle {
             x: box.compact ? 8 : 10
             width: scroller.width - 2 * x
             // The whole free area takes the press that starts typing.
-            height: Math.max(implicitHeight, box.compact ? 20 : 40)
+            height: Math.max(implicitHeight, (box.compact ? 20 : 40) - pasted.shownHeight)
             focus: true
             activeFocusOnTab: true
             persistentSelection: true
@@ -68,7 +71,7 @@ Rectangle {
             selectedTextColor: box.theme.text
             font.family: Tokens.family
             font.pixelSize: 13
-            onTextChanged: if (isLoaded) box.panels.promptText = text
+            onTextChanged: if (isLoaded) box.panels.typedText = text
             onActiveFocusChanged: {
                 box.panels.isPromptFocused = activeFocus
                 if (activeFocus)
@@ -85,6 +88,10 @@ Rectangle {
                 field: input
                 color: box.theme.accentText
             }
+            Keys.onPressed: event => {
+                if (event.matches(StandardKey.Paste))
+                    event.accepted = input.pasteLongText(selectionStart, selectionEnd, false)
+            }
             Keys.onReturnPressed: event => box.returnPressed(event)
             Keys.onEnterPressed: event => box.returnPressed(event)
             Keys.onTabPressed: input.nextItemInFocusChain(true).forceActiveFocus(Qt.TabFocusReason)
@@ -98,16 +105,32 @@ Rectangle {
                 cursorVisible = false
             }
             function load() {
-                if (input.text === box.panels.promptText)
+                if (input.text === box.panels.typedText)
                     return
-                input.text = box.panels.promptText
+                input.text = box.panels.typedText
                 input.cursorPosition = input.length
+            }
+            function pasteLongText(start, end, fromSelection) {
+                if (!box.panels.pasteLongText(start, end, fromSelection))
+                    return false
+                Qt.callLater(scroller.revealPasted)
+                return true
             }
             // Only what the user types is stored, not the state before the text was loaded.
             property bool isLoaded: false
             Component.onCompleted: {
                 load()
                 isLoaded = true
+            }
+            // The middle button pastes what is selected anywhere, where the system has that.
+            MouseArea {
+                anchors.fill: parent
+                acceptedButtons: Qt.MiddleButton
+                cursorShape: Qt.IBeamCursor
+                onPressed: mouse => {
+                    const place = input.positionAt(mouse.x, mouse.y)
+                    mouse.accepted = input.pasteLongText(place, place, true)
+                }
             }
             LineHeight {
                 document: input.textDocument
@@ -118,6 +141,15 @@ Rectangle {
                 function onPromptTextChanged() { input.load() }
                 function onPromptFocusRequested() { box.focusInput(Qt.OtherFocusReason) }
             }
+        }
+        PastedText {
+            id: pasted
+            readonly property real shownHeight: visible ? height : 0
+            x: input.x
+            y: input.height
+            width: input.width
+            visible: box.panels.pastedCaption.length > 0
+            panels: box.panels
         }
         Label {
             id: placeholder

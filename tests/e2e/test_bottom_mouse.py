@@ -4,13 +4,71 @@ import threading
 import unittest
 
 import pointer_case
+from Xlib import X, Xatom
+from Xlib import display as xdisplay
+from Xlib.protocol import event
 from harness import HostileServer, chunk_event, done_event, wait_until
 from harness.server import QUERY
 
 PREFIX = "[OverlayWindowController] "
 
 
+class SelectionOwner:
+    """Another program with something copied ("CLIPBOARD") or selected ("PRIMARY")."""
+
+    def __init__(self, desktop, selection, text):
+        self._text = text.encode()
+        self._display = xdisplay.Display(desktop.name)
+        self._window = self._display.screen().root.create_window(0, 0, 1, 1, 0, X.CopyFromParent)
+        self._window.set_selection_owner(self._display.intern_atom(selection), X.CurrentTime)
+        self._display.sync()
+        threading.Thread(target=self._serve, name="selection", daemon=True).start()
+
+    def _serve(self):
+        targets = self._display.intern_atom("TARGETS")
+        utf8 = self._display.intern_atom("UTF8_STRING")
+        while True:
+            asked = self._display.next_event()
+            if asked.type == X.SelectionClear:
+                return
+            if asked.type != X.SelectionRequest:
+                continue
+            answered = asked.property
+            if asked.target == targets:
+                asked.requestor.change_property(asked.property, Xatom.ATOM, 32, [targets, utf8])
+            elif asked.target == utf8:
+                asked.requestor.change_property(asked.property, utf8, 8, self._text)
+            else:
+                answered = X.NONE
+            asked.requestor.send_event(event.SelectionNotify(
+                time=asked.time, requestor=asked.requestor, selection=asked.selection,
+                target=asked.target, property=answered))
+            self._display.flush()
+
+
 class MouseTest(pointer_case.PointerCase):
+    def test_long_text_of_another_program_goes_beside_the_field(self):
+        text = "many words " * 10000
+        access = self.access
+        for selection in ("PRIMARY", "CLIPBOARD"):
+            SelectionOwner(self.desktop, selection, text)
+            self.type_prompt("Why?")
+            if selection == "PRIMARY":
+                access.click("Write a message", button=2)
+            else:
+                self.desktop.press("ctrl+v")
+            access.wait_for("Pasted text · 110,000 characters")
+            self.assertIn(text, self.stored("userPrompt"))
+            if selection == "PRIMARY":
+                access.click("Remove pasted text")
+                access.wait_gone("Remove pasted text")
+                wait_until(lambda: len(self.stored("userPrompt")) < 10, what="the short prompt")
+                self.empty_prompt()
+        self.desktop.press("return")
+        self.assertEqual(self.request()["prompt"], "Why?\n" + text)
+        wait_until(lambda: self.stored("userPrompt") == "", what="the emptied box")
+        access.wait_gone("Remove pasted text")
+
     def test_buttons_work_and_leave_the_keyboard_alone(self):
         mark = self.window.mark()
         self.access.click("Save thread")

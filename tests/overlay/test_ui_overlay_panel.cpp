@@ -1,6 +1,23 @@
 #include "OverlayDriver.h"
 
+#include <QClipboard>
+
+#include <algorithm>
+#include <ctime>
+
 using namespace quellora;
+
+namespace {
+
+/// Processor time of this thread so far.
+double threadSeconds()
+{
+    timespec time{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return double(time.tv_sec) + double(time.tv_nsec) / 1e9;
+}
+
+} // namespace
 
 /// The panel as a window, and the keys inside it.
 class TestOverlayPanel : public OverlayDriver
@@ -188,6 +205,69 @@ private Q_SLOTS:
         QCOMPARE(f().panels.promptText(), QStringLiteral("ab\nc"));
         QTest::keyClick(&f().panel, Qt::Key_Enter, Qt::KeypadModifier);
         QCOMPARE(sent.size(), 2);
+    }
+
+    void aMegabytePastedHoldsNothingUp_data()
+    {
+        QTest::addColumn<QString>("unit");
+        QTest::newRow("lines") << QStringLiteral("The quick brown fox jumps over the lazy dog.\n");
+        QTest::newRow("one paragraph") << QStringLiteral("The quick brown fox. ");
+        QTest::newRow("one word") << QStringLiteral("x");
+        QTest::newRow("short lines") << QStringLiteral("ab\n");
+        QTest::newRow("empty lines") << QStringLiteral("\n");
+        QTest::newRow("Chinese") << QString::fromUtf8("\u4e16\u754c\u4f60\u597d");
+    }
+    void aMegabytePastedHoldsNothingUp()
+    {
+        QFETCH(QString, unit);
+        constexpr qsizetype megabyte = 1024 * 1024;
+        const QString pasted = unit.repeated(megabyte / unit.size());
+        QGuiApplication::clipboard()->setText(pasted);
+        showActive();
+        type(QStringLiteral("Why? "));
+        // What the thread itself needs, so that a busy machine counts for nothing.
+        double longest = 0;
+        const auto step = [&longest](const auto &work) {
+            const double before = threadSeconds();
+            work();
+            longest = std::max(longest, threadSeconds() - before);
+        };
+        const auto settle = [&step] {
+            for (int i = 0; i < 30; ++i)
+                step([] { QCoreApplication::processEvents(); });
+        };
+        step([&] { QTest::keyClick(&f().panel, Qt::Key_V, Qt::ControlModifier); });
+        settle();
+        QVERIFY(f().panels.promptText() == QStringLiteral("Why? \n") + pasted);
+        for (const char key : {'A', 'n', 'd', '?'})
+            step([&] { QTest::keyClick(&f().panel, key); });
+        settle();
+        QVERIFY(f().panels.promptText().endsWith(pasted));
+        QVERIFY2(longest < 0.1, qPrintable(QStringLiteral("%1 ms").arg(longest * 1000)));
+
+        // All of it goes out, and it goes away when it is not wanted.
+        QSignalSpy sent(&f().panels, &BottomPanelsModel::sendRequested);
+        QTest::keyClick(&f().panel, Qt::Key_Return);
+        QCOMPARE(sent.size(), 1);
+        QVERIFY(sent.first().first().toString() == f().panels.promptText());
+        QVERIFY(f().find("pastedText")->isVisible());
+        click("removePastedText");
+        QVERIFY(f().panels.promptText().size() < 20);
+        QVERIFY(!f().find("pastedText")->isVisible());
+    }
+
+    void aShortPasteGoesIntoTheField()
+    {
+        QGuiApplication::clipboard()->setText(QStringLiteral("pasted\ntext"));
+        showActive();
+        type(QStringLiteral("ab"));
+        QTest::keyClick(&f().panel, Qt::Key_V, Qt::ControlModifier);
+        QCOMPARE(f().find("promptInput")->property("text").toString(),
+                 QStringLiteral("abpasted\ntext"));
+        QCOMPARE(f().panels.promptText(), QStringLiteral("abpasted\ntext"));
+        QVERIFY(f().panels.pastedCaption().isEmpty());
+        QTest::keyClick(&f().panel, Qt::Key_Z, Qt::ControlModifier);
+        QCOMPARE(f().panels.promptText(), QStringLiteral("ab"));
     }
 
     void returnInAnEmptyBoxDoesNothing()

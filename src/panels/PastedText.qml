@@ -1,0 +1,51 @@
+import QtQuick
+import Quellora.Panels
+import Quellora.Ui
+
+/// What was pasted into the prompt and is too long for its field, as one line below it.
+Item {
+    id: row
+
+    required property BottomPanelsModel panels
+    readonly property ThemeTokens theme: Tokens.frame
+
+    height: 20
+
+    Rectangle {
+        y: 1
+        width: remove.x + remove.width
+        height: 18
+        radius: Tokens.radiusKbd
+        color: row.theme.hover
+        antialiasing: true
+    }
+    Icon {
+        x: 4
+        y: 4
+        name: "file-text"
+        size: 12
+        color: row.theme.dimText
+    }
+    Label {
+        id: words
+        objectName: "pastedText"
+        x: 20
+        width: Math.min(implicitWidth, row.width - x - 4 - remove.width)
+        height: row.height
+        text: row.panels.pastedCaption
+        type: Tokens.label
+        color: row.theme.text
+        elide: Text.ElideRight
+    }
+    IconButton {
+        id: remove
+        objectName: "removePastedText"
+        x: words.x + words.width + 4
+        width: 20
+        height: 20
+        iconName: "x"
+        iconSize: 12
+        name: qsTr("Remove pasted text")
+        onClicked: row.panels.removePastedText()
+    }
+}
