@@ -1,11 +1,13 @@
 """The bottom panels with the pointer: every control, and where clicks pass to the other program."""
 
+import contextlib
 import threading
 import unittest
 
 import pointer_case
 from Xlib import X, Xatom
 from Xlib import display as xdisplay
+from Xlib import error
 from Xlib.protocol import event
 from harness import HostileServer, chunk_event, done_event, wait_until
 from harness.server import QUERY
@@ -22,7 +24,11 @@ class SelectionOwner:
         self._window = self._display.screen().root.create_window(0, 0, 1, 1, 0, X.CopyFromParent)
         self._window.set_selection_owner(self._display.intern_atom(selection), X.CurrentTime)
         self._display.sync()
-        threading.Thread(target=self._serve, name="selection", daemon=True).start()
+        threading.Thread(target=self._run, name="selection", daemon=True).start()
+
+    def _run(self):
+        with contextlib.suppress(error.ConnectionClosedError):  # the desktop has ended
+            self._serve()
 
     def _serve(self):
         targets = self._display.intern_atom("TARGETS")

@@ -187,6 +187,8 @@ private Q_SLOTS:
 
     void titleIsOneLine()
     {
+        m_model->setTitle(QString(1024 * 1024, u'x'));
+        QCOMPARE(m_model->title(), QString(2000, u'x'));
         m_model->setTitle(QStringLiteral("First\nsecond  line "));
         QCOMPARE(m_model->title(), QStringLiteral("First second line"));
     }

@@ -14,6 +14,7 @@ namespace {
 constexpr double usageShownFrom = 80.0;
 constexpr double usageRedFrom = 95.0;
 constexpr qint64 msPerSecond = 1000;
+constexpr qsizetype maximumTitleLength = 2000;
 
 std::function<qint64()> systemClock()
 {
@@ -79,7 +80,8 @@ void OverlayModel::setCompositing(bool isCompositing)
 
 void OverlayModel::setTitle(const QString &title)
 {
-    const QString oneLine = title.simplified();
+    // The strip shows a part of it; laying out a megabyte would hold everything up.
+    const QString oneLine = title.left(maximumTitleLength).simplified();
     if (oneLine == m_title)
         return;
     m_title = oneLine;
