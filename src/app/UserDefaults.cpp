@@ -9,14 +9,25 @@
 #include <QSaveFile>
 #include <QStandardPaths>
 
+#include <algorithm>
 #include <utility>
 
 namespace quellora {
 
-JsonUserDefaults::JsonUserDefaults(QString path, QObject *parent)
-    : UserDefaults(parent), m_path(std::move(path))
+namespace {
+
+constexpr std::chrono::milliseconds longestRetryDelay = std::chrono::minutes(1);
+
+} // namespace
+
+JsonUserDefaults::JsonUserDefaults(QString path, QObject *parent,
+                                   std::chrono::milliseconds retryDelay)
+    : UserDefaults(parent), m_path(std::move(path)), m_firstRetryDelay(retryDelay)
 {
     m_writer.setMaxThreadCount(1);
+    m_retry.setParent(this);
+    m_retry.setSingleShot(true);
+    connect(&m_retry, &QTimer::timeout, this, &JsonUserDefaults::scheduleWrite);
     load();
 }
 
@@ -123,35 +134,64 @@ void JsonUserDefaults::scheduleWrite()
 {
     if (m_path.isEmpty())
         return;
-    if (m_isWriting) {
-        m_isDirty = true;
+    m_isDirty = true;
+    // While the disk refuses, a change waits for the next attempt with the others.
+    if (m_writing || m_retry.isActive())
+        return;
+    m_isDirty = false;
+    m_writing = std::make_shared<Write>();
+    m_writer.start([this, path = m_path, values = m_values, write = m_writing] {
+        write->problem = writeFile(path, values);
+        QMetaObject::invokeMethod(
+            this, [this, write] { finish(write); }, Qt::QueuedConnection);
+    });
+}
+
+void JsonUserDefaults::finish(const std::shared_ptr<Write> &write)
+{
+    // A flush may have been faster than the worker's report.
+    if (write != m_writing)
+        return;
+    m_writing.reset();
+    report(write->problem);
+    if (m_problem.isEmpty() && m_isDirty)
+        scheduleWrite();
+}
+
+void JsonUserDefaults::report(const QString &problem)
+{
+    if (problem.isEmpty()) {
+        if (!m_problem.isEmpty())
+            Log::event(QStringLiteral("[UserDefaults] %1 is written again").arg(m_path));
+        m_problem.clear();
+        m_retry.stop();
         return;
     }
-    m_isWriting = true;
-    m_isDirty = false;
-    m_writer.start([this, path = m_path, values = m_values] {
-        writeFile(path, values);
-        QMetaObject::invokeMethod(
-            this,
-            [this] {
-                m_isWriting = false;
-                if (m_isDirty)
-                    scheduleWrite();
-            },
-            Qt::QueuedConnection);
-    });
+    m_isDirty = true;
+    const std::chrono::milliseconds delay =
+        m_problem.isEmpty() ? m_firstRetryDelay
+                            : std::min(m_retry.intervalAsDuration() * 2, longestRetryDelay);
+    if (problem != m_problem)
+        Log::event(QStringLiteral("[UserDefaults] ERROR: Could not write %1: %2 (non-fatal)")
+                       .arg(m_path, problem));
+    m_problem = problem;
+    m_retry.start(delay);
 }
 
 void JsonUserDefaults::flush()
 {
     m_writer.waitForDone();
+    if (m_writing) {
+        const auto write = std::exchange(m_writing, nullptr);
+        report(write->problem);
+    }
     if (!m_isDirty)
         return;
     m_isDirty = false;
-    writeFile(m_path, m_values);
+    report(writeFile(m_path, m_values));
 }
 
-void JsonUserDefaults::writeFile(const QString &path, const QJsonObject &values)
+QString JsonUserDefaults::writeFile(const QString &path, const QJsonObject &values)
 {
     QDir().mkpath(QFileInfo(path).absolutePath());
     QSaveFile file(path);
@@ -160,10 +200,9 @@ void JsonUserDefaults::writeFile(const QString &path, const QJsonObject &values)
     if (file.open(QIODevice::WriteOnly)) {
         file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
         if (file.write(json) == json.size() && file.commit())
-            return;
+            return {};
     }
-    Log::event(QStringLiteral("[UserDefaults] ERROR: Could not write %1: %2 (non-fatal)")
-                   .arg(path, file.errorString()));
+    return file.errorString();
 }
 
 } // namespace quellora

@@ -5,7 +5,10 @@
 #include <QObject>
 #include <QString>
 #include <QThreadPool>
+#include <QTimer>
 
+#include <chrono>
+#include <memory>
 #include <optional>
 
 namespace quellora {
@@ -44,7 +47,8 @@ public:
     virtual void setStringDictionary(const QString &key, const QMap<QString, QString> &value) = 0;
     virtual void remove(const QString &key) = 0;
 
-    /// Blocks until every change so far is stored (or failed and was logged).
+    /// Blocks until every change so far is stored. What could not be stored before is tried once
+    /// more; a failure is logged.
     virtual void flush() = 0;
 
 Q_SIGNALS:
@@ -53,14 +57,17 @@ Q_SIGNALS:
 
 /// UserDefaults over one JSON object, kept in memory and, when a path is given, in a file that is
 /// replaced atomically after every change by a worker thread, so that typing never waits for the
-/// disk; changes made while a write runs share the next one. A file that cannot be parsed is kept
-/// aside with the extension ".damaged" and the store starts empty (one log line).
+/// disk; changes made while a write runs share the next one. A write that fails is tried again, at
+/// longer and longer intervals, and at flush(); each reason is logged once. A file that cannot be
+/// parsed is kept aside with the extension ".damaged" and the store starts empty (one log line).
 class JsonUserDefaults : public UserDefaults
 {
     Q_OBJECT
 public:
     /// @param path file to load and write; empty keeps everything in memory.
-    explicit JsonUserDefaults(QString path = {}, QObject *parent = nullptr);
+    /// @param retryDelay from a failed write to the next attempt; doubles up to a minute
+    explicit JsonUserDefaults(QString path = {}, QObject *parent = nullptr,
+                              std::chrono::milliseconds retryDelay = std::chrono::seconds(1));
     /// Waits until everything is stored.
     ~JsonUserDefaults() override;
 
@@ -81,16 +88,32 @@ public:
     const QJsonObject &values() const { return m_values; }
 
 private:
+    /// One write on the worker.
+    struct Write
+    {
+        /// Why it failed; empty when it did not.
+        QString problem;
+    };
+
     void load();
     void store(const QString &key, const QJsonValue &value);
     void scheduleWrite();
-    static void writeFile(const QString &path, const QJsonObject &values);
+    void finish(const std::shared_ptr<Write> &write);
+    void report(const QString &problem);
+    static QString writeFile(const QString &path, const QJsonObject &values);
 
     QString m_path;
     QJsonObject m_values;
     QThreadPool m_writer;
-    bool m_isWriting = false;
+    /// The write under way.
+    std::shared_ptr<Write> m_writing;
+    /// The file lacks something that m_values has, beyond the write under way.
     bool m_isDirty = false;
+    /// Runs while a failed write waits for its next attempt.
+    QTimer m_retry;
+    std::chrono::milliseconds m_firstRetryDelay;
+    /// Why the last write failed; empty when it did not.
+    QString m_problem;
 };
 
 } // namespace quellora

@@ -8,6 +8,7 @@
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTimer>
 
 using namespace quellora;
 
@@ -158,6 +159,65 @@ private Q_SLOTS:
         QCOMPARE(defaults.stringValue("userPrompt"), "kept");
         QCOMPARE(log.lines.size(), 1);
         QVERIFY(log.lines.first().endsWith("(non-fatal)"));
+    }
+
+    void failedWriteIsTriedAgainUntilItSucceeds()
+    {
+        QTemporaryDir folder;
+        QFile blocker(folder.filePath("file"));
+        QVERIFY(blocker.open(QIODevice::WriteOnly));
+        const QString path = folder.filePath("file/defaults.json");
+        LogCapture log;
+        JsonUserDefaults defaults(path, nullptr, std::chrono::milliseconds(1));
+        defaults.setString("userPrompt", "first");
+        QTRY_COMPARE(log.lines.size(), 1);
+        defaults.setBool("hasLaunchedBefore", true);
+        // Several attempts fail for the same reason, which is said once.
+        const QTimer *retry = defaults.findChild<QTimer *>();
+        QTRY_VERIFY(retry->intervalAsDuration() >= std::chrono::milliseconds(8));
+        QCOMPARE(log.lines.size(), 1);
+        QVERIFY(blocker.remove());
+        // Without a further change and without flush().
+        QTRY_COMPARE(log.lines.size(), 2);
+        QCOMPARE(log.lines.last(), "[UserDefaults] " + path + " is written again");
+        const JsonUserDefaults stored(path);
+        QCOMPARE(stored.stringValue("userPrompt"), "first");
+        QCOMPARE(stored.boolValue("hasLaunchedBefore"), true);
+    }
+
+    void failedWriteIsTriedOnceMoreAtTheEnd()
+    {
+        QTemporaryDir folder;
+        QFile blocker(folder.filePath("file"));
+        QVERIFY(blocker.open(QIODevice::WriteOnly));
+        const QString path = folder.filePath("file/defaults.json");
+        LogCapture log;
+        {
+            JsonUserDefaults defaults(path, nullptr, std::chrono::hours(1));
+            defaults.setString("userPrompt", "kept");
+            // Nothing more is due for an hour.
+            QTRY_COMPARE(log.lines.size(), 1);
+            QVERIFY(blocker.remove());
+        }
+        QCOMPARE(JsonUserDefaults(path).stringValue("userPrompt"), "kept");
+    }
+
+    void attemptsBecomeRarer()
+    {
+        QTemporaryDir folder;
+        QFile blocker(folder.filePath("file"));
+        QVERIFY(blocker.open(QIODevice::WriteOnly));
+        LogCapture log;
+        JsonUserDefaults defaults(folder.filePath("file/defaults.json"), nullptr,
+                                  std::chrono::milliseconds(1));
+        defaults.setString("userPrompt", "kept");
+        QTimer *retry = defaults.findChild<QTimer *>();
+        QVERIFY(retry);
+        QTRY_VERIFY(retry->intervalAsDuration() >= std::chrono::milliseconds(32));
+        retry->stop();
+        retry->setInterval(std::chrono::seconds(50));
+        defaults.flush();
+        QCOMPARE(retry->intervalAsDuration(), std::chrono::milliseconds(std::chrono::minutes(1)));
     }
 };
 
