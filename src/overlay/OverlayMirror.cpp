@@ -1,6 +1,7 @@
 #include "overlay/OverlayMirror.h"
 
 #include "history/ThreadController.h"
+#include "overlay/page/ResponseDisplay.h"
 #include "overlay/ui/OverlayModel.h"
 #include "panels/BottomPanelsModel.h"
 #include "panels/HamburgerMenuModel.h"
@@ -23,6 +24,7 @@ OverlayMirror::OverlayMirror(const Collaborators &collaborators) : m_with(collab
     });
     connect(&m_with.orchestrator, &QueryOrchestrator::activityChanged, this,
             &OverlayMirror::refreshActivity);
+    connect(&m_with.display, &ResponseDisplay::contentChanged, this, &OverlayMirror::refreshThread);
     refreshMessages();
     refreshThread();
     refreshActivity();
@@ -55,6 +57,9 @@ void OverlayMirror::refreshThread()
                                         : session->customTitle.value_or(session->previewText()));
     m_with.overlay.setSaved(m_with.threads.canSave() && session &&
                             session->isMarkedForPersistence());
+    m_with.overlay.setThreadCovered(m_with.display.content() ==
+                                        ResponseDisplay::Content::Message &&
+                                    (!isEmpty || !asked.isEmpty()));
     m_with.overlay.setHasAnswer(session && !session->turns.isEmpty());
     m_with.panels.setKeepAIHistoryEnabled(m_with.threads.keepAIHistoryEnabled());
     m_with.panels.setStartNewThreadPerSendEnabled(m_with.threads.startNewThreadPerSendEnabled());

@@ -8,6 +8,7 @@ class BottomPanelsModel;
 class HamburgerMenuModel;
 class OverlayModel;
 class QueryOrchestrator;
+class ResponseDisplay;
 class ServiceMessages;
 class ThreadController;
 
@@ -23,6 +24,7 @@ public:
         const ServiceMessages &messages;
         const ThreadController &threads;
         const QueryOrchestrator &orchestrator;
+        const ResponseDisplay &display;
         OverlayModel &overlay;
         BottomPanelsModel &panels;
         HamburgerMenuModel &menu;

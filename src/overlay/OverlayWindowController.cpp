@@ -59,7 +59,7 @@ OverlayWindowController::OverlayWindowController(const VantiroConfig &config,
     configurePanel();
     setupContentView();
     m_mirror = std::make_unique<OverlayMirror>(OverlayMirror::Collaborators{
-        m_messages, m_threads, *m_orchestrator, m_overlay, m_panels, m_menu});
+        m_messages, m_threads, *m_orchestrator, m_display, m_overlay, m_panels, m_menu});
     m_configuration = std::make_unique<OverlayConfig>(
         OverlayConfig::Collaborators{m_with.session, m_with.defaults, m_messages, *m_orchestrator,
                                      m_panels, m_with.permissions});
@@ -140,6 +140,10 @@ void OverlayWindowController::wireOverlay()
             &OverlayWindowController::toggleHamburgerMenu);
     connect(&m_overlay, &OverlayModel::stopRequested, m_orchestrator.get(),
             &QueryOrchestrator::stop);
+    connect(&m_overlay, &OverlayModel::backToThreadRequested, this, [this] {
+        log(QStringLiteral("Back to thread clicked"));
+        m_orchestrator->showCurrentThread();
+    });
     connect(&m_overlay, &OverlayModel::copyAnswerRequested, this,
             &OverlayWindowController::copyAnswer);
     connect(&m_workspace, &OverlayWorkspace::failed, &m_overlay, &OverlayModel::showNotice);
@@ -261,6 +265,7 @@ void OverlayWindowController::closeWindow()
 void OverlayWindowController::clearContent()
 {
     log(QStringLiteral("Content cleared"));
+    m_orchestrator->leavePage();
     m_display.loadContent(QString());
     m_overlay.setHasAnswer(false);
 }

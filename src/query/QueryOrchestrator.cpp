@@ -33,6 +33,8 @@ QueryOrchestrator::QueryOrchestrator(Collaborators collaborators, QObject *paren
 {
     connect(&m_with.threads, &ThreadController::sessionChanged, this,
             &QueryOrchestrator::followThread);
+    connect(&m_with.messages, &ServiceMessages::aboutToShowPage, this,
+            &QueryOrchestrator::leavePage);
 }
 
 QueryOrchestrator::~QueryOrchestrator()
@@ -253,15 +255,25 @@ void QueryOrchestrator::queryFinished(const ActiveQueryPtr &query, const QueryOu
     Q_EMIT activityChanged();
 }
 
-void QueryOrchestrator::storeAnswer(const ActiveQueryPtr &query)
+bool QueryOrchestrator::keepAnswer(const ActiveQueryPtr &query)
 {
     const bool isCurrent = m_with.threads.addTurn(query->threadId, query->turnPrompt, query->answer,
                                                   query->screenshot);
-    if (isCurrent)
-        showCurrentThread();
     // The thread on show stays the one that the user sees, copies from and notes on.
     if (isCurrent && !m_shown && m_with.threads.startNewThreadPerSendEnabled())
         m_with.threads.endThreadAtNextSend();
+    return isCurrent;
+}
+
+void QueryOrchestrator::storeAnswer(const ActiveQueryPtr &query)
+{
+    if (keepAnswer(query))
+        showCurrentThread();
+    emptyPromptBox(query);
+}
+
+void QueryOrchestrator::emptyPromptBox(const ActiveQueryPtr &query)
+{
     const QString box = QLatin1String(DefaultsKey::userPrompt);
     // A next question that is being typed is not this one's to remove.
     if (!m_with.threads.dontClearPromptAfterSendEnabled() &&
@@ -324,16 +336,25 @@ void QueryOrchestrator::queryFailed(const ActiveQueryPtr &query, const QueryErro
     if (wasShown)
         leavePage();
     forget(query);
+    // What has arrived is kept. The prompt stays, too: the question is still without its answer.
+    const bool joinsCurrent = !query->answer.isEmpty() && keepAnswer(query);
     m_with.threads.release(query->threadId);
 
-    if (const auto report = failureReport(error)) {
+    const auto report = failureReport(error);
+    if (report)
         log(QStringLiteral("ERROR: ") + report->logText);
+    if (report && wasShown) {
         showErrorPage(QStringLiteral("Error"), report->pageText);
         return;
     }
-    // The service states show a card; the waiting entry must not stay on the page beneath it.
-    if (wasShown)
+    // The service states show a card; the waiting entry must not stay on the page beneath it. What
+    // another answer brought joins the page only where the thread is on it.
+    if (wasShown || (joinsCurrent && m_isShownOnPage))
         showCurrentThread();
+    if (report) {
+        Q_EMIT answerLost(report->pageText);
+        return;
+    }
     ServiceMessages &messages = m_with.messages;
     if (error.kind == QueryError::Kind::RateLimited)
         messages.handleRateLimited(error.resetInSeconds);
@@ -405,6 +426,12 @@ void QueryOrchestrator::cancelAll()
     for (const ActiveQueryPtr &query : queries) {
         if (query->transfer)
             query->transfer->cancel();
+        if (!query->answer.isEmpty()) {
+            log(QStringLiteral("Answer cut off by the end of the session (%1 chars kept)")
+                    .arg(characterCount(query->answer)));
+            keepAnswer(query);
+            emptyPromptBox(query);
+        }
         m_with.threads.release(query->threadId);
     }
 }

@@ -70,9 +70,12 @@ public:
     void showCurrentThread();
     /// Cancels what is under way in a thread that is being deleted; its answers are not kept.
     void discardAnswers(const QUuid &threadId);
-    /// Cancels every transfer and drops what is being captured, without a trace on the display: the
-    /// session is over, and nothing follows.
+    /// Ends every answer under way, keeping what has arrived of it, and drops what is being
+    /// captured, without a trace on the display: the session is over, and nothing follows.
     void cancelAll();
+    /// Another page takes the place of the thread's: the answer on show is collected until the
+    /// thread is shown again.
+    void leavePage();
 
     std::optional<QString> selectedModelId() const { return m_selectedModelId; }
     void setSelectedModelId(const std::optional<QString> &id) { m_selectedModelId = id; }
@@ -90,6 +93,8 @@ Q_SIGNALS:
     void captureSucceeded();
     /// Something that the user asked for is not done: the service message on show says why.
     void refused();
+    /// A query that is not on show failed; @p reason is for the user.
+    void answerLost(const QString &reason);
 
 private:
     using ActiveQueryPtr = std::shared_ptr<ActiveQuery>;
@@ -113,11 +118,14 @@ private:
     void queryFinished(const ActiveQueryPtr &query, const QueryOutcome &outcome);
     void querySucceeded(const ActiveQueryPtr &query, const DoneInfo &info);
     void queryFailed(const ActiveQueryPtr &query, const QueryError &error);
+    /// Adds what has arrived to the answer's thread; returns whether that is the current one.
+    bool keepAnswer(const ActiveQueryPtr &query);
+    /// keepAnswer() at the end of an answer, with what follows it.
     void storeAnswer(const ActiveQueryPtr &query);
+    void emptyPromptBox(const ActiveQueryPtr &query);
     void forget(const ActiveQueryPtr &query);
     ActiveQueryPtr newestOfCurrentThread() const;
     void followThread();
-    void leavePage();
     void fireTelemetry(const ActiveQueryPtr &query, const DoneInfo &info, qint64 usedAfter);
 
     Collaborators m_with;

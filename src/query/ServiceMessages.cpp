@@ -214,6 +214,7 @@ void ServiceMessages::updateUsage(qint64 tokensUsed, qint64 tokenCap, OutOfCredi
     m_tokensUsed = tokensUsed;
     m_tokenCap = tokenCap;
     if (!wasExhausted && isExhausted() && page == OutOfCreditsPage::Show) {
+        Q_EMIT aboutToShowPage();
         m_display.loadContent(
             QStringLiteral("## Out of Credits\n\nYou're out of credits. Upgrade to keep going."));
         m_display.showWindow();

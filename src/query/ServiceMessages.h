@@ -87,6 +87,8 @@ public:
 Q_SIGNALS:
     /// Anything that the panels or an open settings sheet show has changed.
     void changed();
+    /// A page of this object's own is about to take the place of what the response area shows.
+    void aboutToShowPage();
 
 private:
     bool isBlockingOnShow() const { return m_message && m_message->isBlocking(); }

@@ -1,5 +1,7 @@
 #include "OrchestratorFixture.h"
 
+#include <QSignalSpy>
+
 using namespace quellora;
 
 namespace {
@@ -221,16 +223,95 @@ private Q_SLOTS:
     void failureOfTheOlderLeavesTheNewerRunning()
     {
         Fixture f;
+        QSignalSpy lost(&f.orchestrator, &QueryOrchestrator::answerLost);
         f.orchestrator.sendPromptOnly("one");
         f.orchestrator.sendPromptOnly("two");
         f.service.transfers.at(1)->answer("b");
         f.display.calls.clear();
         f.service.transfers.at(0)->finish(failure(QueryError::Kind::NetworkError, "gone"));
-        QCOMPARE(f.display.calls, (QStringList{"abandonStream", "loadContent", "showWindow"}));
+        QCOMPARE(f.display.calls, QStringList());
+        QCOMPARE(lost.size(), 1);
+        QCOMPARE(lost.first().first(), "Could not reach backend proxy: gone");
+        QVERIFY(f.log.contains(prefix + "ERROR: gone"));
         QCOMPARE(f.orchestrator.activity(), Activity::Streaming);
         f.service.transfers.at(1)->answer("c");
+        QCOMPARE(f.display.streamed, "bc");
         f.service.transfers.at(1)->finish(done());
         QCOMPARE(responses(f.display.rendered.last()), QStringList{"two=bc"});
+    }
+
+    void whatArrivedOfTheOlderJoinsThePageOfTheNewer()
+    {
+        Fixture f;
+        f.orchestrator.sendPromptOnly("one");
+        f.orchestrator.sendPromptOnly("two");
+        f.service.transfers.at(0)->answer("half");
+        f.service.transfers.at(1)->answer("b");
+        f.display.calls.clear();
+        f.service.transfers.at(0)->finish(failure(QueryError::Kind::StreamEndedUnexpectedly));
+        QCOMPARE(f.display.calls, QStringList{"resumeStream"});
+        QCOMPARE(responses(*f.display.streamSession), QStringList{"one=half"});
+        QCOMPARE(f.display.streamed, "b");
+    }
+
+    void anErrorOfAnotherThreadLeavesThePageAlone()
+    {
+        Fixture f;
+        QSignalSpy lost(&f.orchestrator, &QueryOrchestrator::answerLost);
+        f.threads.setKeepAIHistoryEnabled(true);
+        f.orchestrator.sendPromptOnly("one");
+        const QUuid old = f.threads.currentSession()->id;
+        f.service.transfers.at(0)->answer("half");
+        f.threads.startNewThread();
+        f.orchestrator.sendPromptOnly("two");
+        f.service.transfers.at(1)->answer("b");
+        f.service.transfers.at(1)->finish(done());
+        f.display.calls.clear();
+        f.service.transfers.at(0)->finish(failure(QueryError::Kind::HttpError, {}, 502));
+        QCOMPARE(f.display.calls, QStringList());
+        QVERIFY(f.display.pages.isEmpty());
+        QCOMPARE(lost.size(), 1);
+        QCOMPARE(lost.first().first(), "Proxy request failed: HTTP 502");
+        QVERIFY(f.log.contains(prefix + "ERROR: Proxy HTTP 502"));
+        // The thread has it when it is opened.
+        QCOMPARE(responses(f.saver.saved.value(old)), QStringList{"one=half"});
+    }
+
+    void anotherAnswerThatCrossesTheCapTakesThePageOnly()
+    {
+        Fixture f;
+        f.orchestrator.sendPromptOnly("one");
+        f.orchestrator.sendPromptOnly("two");
+        f.service.transfers.at(1)->answer("b");
+        f.display.calls.clear();
+        f.service.transfers.at(0)->finish(done(0));
+        QCOMPARE(f.display.calls,
+                 (QStringList{"resumeStream", "abandonStream", "loadContent", "showWindow"}));
+        f.display.streamed.clear();
+        f.service.transfers.at(1)->answer("c");
+        QCOMPARE(f.display.streamed, "");
+        QCOMPARE(f.orchestrator.activity(), Activity::Streaming);
+        // The way back shows all of it and goes on from there.
+        f.orchestrator.showCurrentThread();
+        QCOMPARE(f.display.calls.last(), "resumeStream");
+        QCOMPARE(f.display.streamed, "bc");
+        f.service.transfers.at(1)->answer("d");
+        QCOMPARE(f.display.streamed, "bcd");
+        f.service.transfers.at(1)->finish(done(0));
+        QCOMPARE(responses(f.display.rendered.last()), (QStringList{"one=", "two=bcd"}));
+    }
+
+    void aPageThatTakesThePlaceOfTheThreadGetsNothingOfTheAnswer()
+    {
+        Fixture f;
+        f.orchestrator.sendPromptOnly("one");
+        f.transfer()->answer("a");
+        f.orchestrator.leavePage();
+        f.display.streamed.clear();
+        f.transfer()->answer("b");
+        QCOMPARE(f.display.streamed, "");
+        f.transfer()->finish(done());
+        QCOMPARE(responses(f.display.rendered.last()), QStringList{"one=ab"});
     }
 
     void aLimitOnTheNewerBringsTheOlderBack()

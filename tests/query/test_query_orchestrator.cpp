@@ -289,10 +289,37 @@ private Q_SLOTS:
         QCOMPARE(f.display.pages, QStringList{"**Error:**\n```\n" + page + "\n```"});
         QCOMPARE(f.display.calls, (QStringList{"abandonStream", "loadContent", "showWindow"}));
         QVERIFY(f.log.contains(prefix + "ERROR: " + line));
-        QVERIFY(f.threads.currentSession()->turns.isEmpty());
+        const auto turns = f.threads.currentSession()->turns;
+        QCOMPARE(turns.size(), 1);
+        QCOMPARE(turns.first().prompt, "kept");
+        QCOMPARE(turns.first().response, "partial");
+        QCOMPARE(f.messages.tokensUsed(), 100);
         QCOMPARE(f.defaults.stringValue("userPrompt"), "kept");
         QVERIFY(f.service.telemetry.isEmpty());
         QCOMPARE(f.orchestrator.activity(), QueryOrchestrator::Activity::Idle);
+    }
+
+    void aFailureBeforeAnythingArrivedLeavesNoTurn()
+    {
+        Fixture f;
+        f.captureAndSend();
+        f.transfer()->finish(failure(QueryError::Kind::HttpError, {}, 500));
+        QCOMPARE(f.display.pages.size(), 1);
+        QVERIFY(f.threads.currentSession()->turns.isEmpty());
+    }
+
+    void aRefusalInMidAnswerKeepsWhatArrived()
+    {
+        for (const auto kind : {QueryError::Kind::RateLimited, QueryError::Kind::CapExceeded,
+                                QueryError::Kind::ServerMessage}) {
+            Fixture f;
+            f.captureAndSend();
+            f.transfer()->answer("half");
+            f.transfer()->finish(failure(kind));
+            QCOMPARE(f.threads.currentSession()->turns.value(0).response, "half");
+            QCOMPARE(f.display.rendered.last().turns.value(0).response, "half");
+            QVERIFY(f.display.pages.isEmpty());
+        }
     }
 
     void serviceStatesShowTheirCards()
@@ -347,6 +374,35 @@ private Q_SLOTS:
         f.captureAndSend();
         QVERIFY(f.threads.currentSession()->id != first);
         QCOMPARE(f.service.requests.last().prompt, "server prompt");
+    }
+
+    void theAnswerThatSpendsTheLastCreditsIsKeptAndComesBack()
+    {
+        Fixture f;
+        f.threads.setKeepAIHistoryEnabled(true);
+        f.orchestrator.sendPromptOnly("last");
+        const QUuid thread = f.threads.currentSession()->id;
+        f.transfer()->answer("worth it");
+        f.transfer()->finish(done(0));
+        QCOMPARE(f.display.calls.last(2), (QStringList{"loadContent", "showWindow"}));
+        QVERIFY(f.display.pages.last().startsWith("## Out of Credits"));
+        QCOMPARE(f.saver.saved.value(thread).turns.value(0).response, "worth it");
+        f.orchestrator.showCurrentThread();
+        QCOMPARE(f.display.calls.last(), "renderThread");
+        QCOMPARE(f.display.rendered.last().turns.value(0).response, "worth it");
+    }
+
+    void telemetryTellsOfAnAnswerOverTheCap()
+    {
+        Fixture f;
+        f.orchestrator.sendPromptOnly("at the cap");
+        f.transfer()->finish(done(0));
+        QCOMPARE(f.service.telemetry.last().value("over_cap"), QJsonValue(false));
+        Fixture over;
+        over.orchestrator.sendPromptOnly("beyond");
+        over.transfer()->finish(done(-1));
+        QCOMPARE(over.service.telemetry.last().value("over_cap"), QJsonValue(true));
+        QCOMPARE(over.service.telemetry.last().value("tokens_remaining_after"), QJsonValue(-1));
     }
 
     void promptCanBeKept()
@@ -543,6 +599,35 @@ private Q_SLOTS:
         QVERIFY(!transfer || transfer->cancelled);
         QVERIFY(f.display.calls.isEmpty());
         QVERIFY(f.threads.currentSession()->turns.isEmpty());
+    }
+
+    void theEndOfTheSessionKeepsWhatArrived()
+    {
+        Fixture f;
+        f.threads.setKeepAIHistoryEnabled(true);
+        f.defaults.setString("userPrompt", "one");
+        f.orchestrator.sendPromptOnly("one");
+        const QUuid first = f.threads.currentSession()->id;
+        f.service.transfers.at(0)->answer("ha");
+        f.service.transfers.at(0)->answer("lf");
+        f.threads.startNewThread();
+        f.orchestrator.sendPromptOnly("two");
+        const QUuid second = f.threads.currentSession()->id;
+        f.service.transfers.at(1)->answer("start");
+        f.orchestrator.sendPromptOnly("three");
+        f.display.calls.clear();
+        f.auth.clearSession();
+        f.orchestrator.cancelAll();
+        f.orchestrator.cancelAll();
+        QCOMPARE(f.saver.saved.value(first).turns.size(), 1);
+        QCOMPARE(f.saver.saved.value(first).turns.first().prompt, "one");
+        QCOMPARE(f.saver.saved.value(first).turns.first().response, "half");
+        // Nothing had come for the third question yet.
+        QCOMPARE(f.saver.saved.value(second).turns.size(), 1);
+        QCOMPARE(f.saver.saved.value(second).turns.first().response, "start");
+        QCOMPARE(f.defaults.stringValue("userPrompt"), "");
+        QVERIFY(f.service.telemetry.isEmpty());
+        QVERIFY(f.display.calls.isEmpty());
     }
 
     void captureThatComesAfterTheEndIsDropped()

@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace quellora {
 
@@ -135,6 +136,7 @@ ResponseDisplay::PageId ResponseDisplay::loadContent(const QString &markdown)
                               "char payload")
                    .arg(characterCount(markdown)));
     return show(
+        markdown.trimmed().isEmpty() ? Content::Hint : Content::Message,
         [markdown](const auto &appearance, const auto &) {
             return responsepage::singleAnswerPage(markdown, appearance);
         },
@@ -152,12 +154,14 @@ ResponseDisplay::PageId ResponseDisplay::renderThread(const CaptureSession &sess
             return loadContent(QString());
         }
         return show(
+            Content::Thread,
             [session](const auto &appearance, const auto &previewPath) {
                 return responsepage::screenshotOnlyPage(session, appearance, previewPath);
             },
             triggerLine);
     }
     return show(
+        Content::Thread,
         [session](const auto &appearance, const auto &previewPath) {
             return responsepage::threadPage(session, appearance, previewPath);
         },
@@ -170,6 +174,7 @@ ResponseDisplay::loadStreamingShell(const std::optional<CaptureSession> &session
                                     const std::optional<CaptureSession::Screenshot> &screenshot)
 {
     return show(
+        Content::Thread,
         [=](const auto &appearance, const auto &previewPath) {
             return responsepage::streamingShellPage(session, prompt, queryStart, screenshot,
                                                     appearance, previewPath);
@@ -177,9 +182,11 @@ ResponseDisplay::loadStreamingShell(const std::optional<CaptureSession> &session
         triggerShellLine);
 }
 
-ResponseDisplay::PageId ResponseDisplay::show(Build build, const QString &logLine)
+ResponseDisplay::PageId ResponseDisplay::show(Content content, Build build, const QString &logLine)
 {
     const PageId page = ++m_latestPage;
+    if (std::exchange(m_content, content) != content)
+        emit contentChanged();
     m_builder.start([this, page, build = std::move(build), appearance = m_appearance,
                      previews = m_previews, logLine] {
         BuiltPage built;

@@ -34,6 +34,15 @@ public:
         PillAlphaThrottle::Clock clock;
     };
 
+    /// What is on a page.
+    enum class Content {
+        /// The hint, or nothing yet.
+        Hint,
+        /// A page of its own that is not part of the thread, such as an error.
+        Message,
+        Thread,
+    };
+
     /// @param surface where pages go; @param workspace opens screenshots and links;
     /// @param temporaryDirectory where preview files go. The references must outlive this object.
     ResponseDisplay(PageSurface &surface, Workspace &workspace, const QString &temporaryDirectory,
@@ -69,6 +78,8 @@ public:
                               const std::optional<CaptureSession::Screenshot> &screenshot);
     /// The page requested last.
     PageId latestPage() const { return m_latestPage; }
+    /// What the page requested last shows.
+    Content content() const { return m_content; }
 
     /// Pushes theme, text colour and code style into the page shown.
     void applyTheme();
@@ -90,6 +101,8 @@ public:
     PageSurface &surface() { return m_surface; }
 
 signals:
+    /// content() has changed.
+    void contentChanged();
     /// The page scrolled, grew or shrank. @p enabled: the content overflows; @p thumbRatio: visible
     /// part of the content; @p fraction: position, 0 at the top, 1 at the bottom.
     void scrollPositionChanged(bool enabled, double thumbRatio, double fraction);
@@ -107,7 +120,7 @@ private:
     using Build = std::function<QByteArray(const responsepage::PageAppearance &,
                                            const responsepage::PreviewPath &)>;
 
-    PageId show(Build build, const QString &logLine);
+    PageId show(Content content, Build build, const QString &logLine);
     void onBuilt(PageId page, const BuiltPage &built,
                  const responsepage::PageAppearance &appearance, const QString &logLine);
     void onLoadFinished(PageSurface::LoadId id);
@@ -123,6 +136,7 @@ private:
     responsepage::PageAppearance m_appearance;
     /// Appearance with which the page being loaded or shown was built.
     responsepage::PageAppearance m_builtAppearance;
+    Content m_content = Content::Hint;
     PageId m_latestPage = 0;
     PageId m_loadingPage = 0;
     PageSurface::LoadId m_loadId = 0;

@@ -131,6 +131,14 @@ void OverlayModel::setSendingBlocked(bool isBlocked)
     Q_EMIT stripChanged();
 }
 
+void OverlayModel::setThreadCovered(bool isCovered)
+{
+    if (isCovered == m_isThreadCovered)
+        return;
+    m_isThreadCovered = isCovered;
+    Q_EMIT stripChanged();
+}
+
 void OverlayModel::setHasAnswer(bool hasAnswer)
 {
     if (hasAnswer == m_hasAnswer)
@@ -358,6 +366,12 @@ void OverlayModel::stop()
 {
     if (canStop())
         Q_EMIT stopRequested();
+}
+
+void OverlayModel::backToThread()
+{
+    if (m_isThreadCovered)
+        Q_EMIT backToThreadRequested();
 }
 
 void OverlayModel::copyAnswer()

@@ -43,6 +43,7 @@ class OverlayModel : public QObject
     Q_PROPERTY(bool canStop READ canStop NOTIFY stripChanged)
     Q_PROPERTY(QString notice READ notice NOTIFY noticeChanged)
     Q_PROPERTY(QString stopShortcut READ stopShortcut NOTIFY stripChanged)
+    Q_PROPERTY(bool isThreadCovered READ isThreadCovered WRITE setThreadCovered NOTIFY stripChanged)
     Q_PROPERTY(bool hasAnswer READ hasAnswer WRITE setHasAnswer NOTIFY stripChanged)
     Q_PROPERTY(UsageTier usageTier READ usageTier NOTIFY usageChanged)
     Q_PROPERTY(bool isUsageShown READ isUsageShown NOTIFY usageChanged)
@@ -99,6 +100,9 @@ public:
     /// Shows "Stopped" for a while, until something else happens.
     void showStopped();
     void setSendingBlocked(bool isBlocked);
+    /// A page that is not the thread's, such as an error, stands where the thread was.
+    bool isThreadCovered() const { return m_isThreadCovered; }
+    void setThreadCovered(bool isCovered);
     bool hasAnswer() const { return m_hasAnswer; }
     void setHasAnswer(bool hasAnswer);
     /// What the right end of the strip shows: the activity, else "Stopped", else the block, else
@@ -152,6 +156,8 @@ public:
     /// Nothing while no answer is under way.
     Q_INVOKABLE void stop();
     Q_INVOKABLE void copyAnswer();
+    /// Nothing while the thread is not covered.
+    Q_INVOKABLE void backToThread();
     Q_INVOKABLE void clickUsage() { Q_EMIT usageClicked(); }
 
 Q_SIGNALS:
@@ -162,6 +168,7 @@ Q_SIGNALS:
     void menuToggled();
     void stopRequested();
     void copyAnswerRequested();
+    void backToThreadRequested();
     void usageClicked();
 
     void currentAlphaChanged();
@@ -201,6 +208,7 @@ private:
     qint64 m_seconds = 0;
     bool m_isStoppedShown = false;
     bool m_isBlocked = false;
+    bool m_isThreadCovered = false;
     bool m_hasAnswer = false;
     QString m_notice;
     QString m_stopShortcut;

@@ -19,7 +19,7 @@ FocusScope {
 
     /// The first control that can take the focus, or null.
     function firstControl() {
-        return usage.visible ? usage : stop.visible ? stop : copy.visible ? copy : null
+        return usage.visible ? usage : back.visible ? back : stop.visible ? stop : copy.visible ? copy : null
     }
 
     implicitHeight: 38
@@ -76,7 +76,8 @@ FocusScope {
 
     Row {
         id: right
-        readonly property real edge: stop.visible || copy.visible || usage.visible && !strip.hasStatus
+        readonly property real edge: stop.visible || copy.visible
+                                     || (usage.visible || back.visible) && !strip.hasStatus
                                      ? 6 : 14
         x: strip.width - width - edge
         y: 5
@@ -90,6 +91,19 @@ FocusScope {
                      && (!strip.compact || !strip.isNoticeShown || activeFocus)
             overlay: strip.overlay
             isBarShown: !strip.compact || !strip.hasStatus
+        }
+        Button {
+            id: back
+            objectName: "backToThread"
+            visible: strip.overlay.isThreadCovered
+            text: strip.compact ? "" : qsTr("Back to thread")
+            iconName: "chevron-left"
+            leftPadding: 6
+            rightPadding: strip.compact ? 0 : 10
+            tooltip: qsTr("Back to thread")
+            onClicked: strip.overlay.backToThread()
+            Accessible.name: qsTr("Back to thread")
+            Accessible.description: ""
         }
         Item {
             objectName: "status"
