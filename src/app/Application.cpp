@@ -67,6 +67,9 @@ Application::~Application()
 
 void Application::finishWriting()
 {
+    // The disk may have room again for what it had none for.
+    m_saver.flush();
+    m_saver.retryFailed();
     m_saver.flush();
     m_defaults->flush();
 }

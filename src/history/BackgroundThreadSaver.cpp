@@ -19,7 +19,8 @@ BackgroundThreadSaver::~BackgroundThreadSaver()
 
 void BackgroundThreadSaver::save(const CaptureSession &session, const QString &failurePrefix)
 {
-    auto job = std::make_shared<Job>(Job{session, failurePrefix, {}, {}});
+    auto job = std::make_shared<Job>(Job{session, failurePrefix, {}, {}, {}});
+    m_failed.remove(session.id);
     const auto older = std::find_if(m_waiting.begin(), m_waiting.end(), [&](const auto &waiting) {
         return waiting->session && waiting->session->id == session.id;
     });
@@ -27,13 +28,34 @@ void BackgroundThreadSaver::save(const CaptureSession &session, const QString &f
         *older = std::move(job);
     else
         m_waiting.append(std::move(job));
+    setState(session.id, {SaveState::Kind::Saving, {}});
     startNext();
 }
 
-void BackgroundThreadSaver::runAfterSaves(std::function<void()> work)
+void BackgroundThreadSaver::runAfterSaves(std::function<void()> work, std::function<void()> after)
 {
-    m_waiting.append(std::make_shared<Job>(Job{{}, {}, {}, std::move(work)}));
+    m_waiting.append(std::make_shared<Job>(Job{{}, {}, {}, std::move(work), std::move(after)}));
     startNext();
+}
+
+void BackgroundThreadSaver::retryFailed()
+{
+    const auto failed = std::exchange(m_failed, {});
+    for (const auto &job : failed)
+        save(*job->session, job->failurePrefix);
+}
+
+void BackgroundThreadSaver::forget(const QUuid &threadId)
+{
+    m_failed.remove(threadId);
+    forgetState(threadId);
+}
+
+bool BackgroundThreadSaver::isWaiting(const QUuid &threadId) const
+{
+    return std::any_of(m_waiting.begin(), m_waiting.end(), [&](const auto &waiting) {
+        return waiting->session && waiting->session->id == threadId;
+    });
 }
 
 void BackgroundThreadSaver::flush()
@@ -65,9 +87,31 @@ void BackgroundThreadSaver::finish(const std::shared_ptr<Job> &job)
     if (job != m_running)
         return;
     const std::shared_ptr<Job> done = std::exchange(m_running, nullptr);
-    if (!done->result)
-        Log::event(done->failurePrefix + done->result.error().description());
+    if (done->session)
+        saved(*done);
+    else if (done->after)
+        done->after();
     startNext();
+}
+
+void BackgroundThreadSaver::saved(const Job &job)
+{
+    const QUuid id = job.session->id;
+    if (!job.result)
+        Log::event(job.failurePrefix + job.result.error().description());
+    // A newer state of the thread is on its way: it is that one that counts.
+    const bool isLatest = !isWaiting(id);
+    if (!job.result) {
+        if (isLatest) {
+            m_failed.insert(id, std::make_shared<Job>(job));
+            setState(id, {SaveState::Kind::Failed, job.result.error().reasonForUser()});
+        }
+        return;
+    }
+    if (isLatest)
+        setState(id, {SaveState::Kind::Saved, {}});
+    // The disk takes threads again.
+    retryFailed();
 }
 
 } // namespace quellora

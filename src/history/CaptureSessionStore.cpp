@@ -22,7 +22,8 @@ using Kind = StoreError::Kind;
 
 tl::unexpected<StoreError> fileError(const QUuid &id, const QString &path, const QString &reason)
 {
-    return tl::unexpected(StoreError{Kind::File, id, 0, path + QStringLiteral(": ") + reason});
+    return tl::unexpected(
+        StoreError{Kind::File, id, 0, path + QStringLiteral(": ") + reason, reason});
 }
 
 CaptureSessionStore::Result<void> replaceFile(ThreadFiles &files, const QUuid &id,
@@ -50,6 +51,14 @@ bool isImageMissing(const QString &path, const QByteArray &image)
         return false;
     const auto content = readRegularFile(path);
     return content && image.startsWith(*content);
+}
+
+/// What a deleted thread's folder is called until its files have gone.
+const QString deletedPrefix = QStringLiteral(".deleted-");
+
+std::string nativePath(const QString &path)
+{
+    return QFile::encodeName(path).toStdString();
 }
 
 /// The numbers of the screenshots whose files lie in a thread's folder.
@@ -253,13 +262,20 @@ CaptureSessionStore::Result<QList<QUuid>> CaptureSessionStore::list() const
     // Five times as fast as QDir, with which half the time of a long list would go by before its
     // first thread.
     std::error_code error;
-    std::filesystem::directory_iterator entry(QFile::encodeName(*root).toStdString(), error);
+    std::filesystem::directory_iterator entry(nativePath(*root), error);
     QList<QUuid> ids;
+    QStringList deleted;
     for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
         const std::string name = entry->path().filename().string();
-        if (const auto id = uuidFromText(QString::fromUtf8(name.data(), qsizetype(name.size()))))
+        const QString text = QString::fromUtf8(name.data(), qsizetype(name.size()));
+        if (const auto id = uuidFromText(text))
             ids.append(*id);
+        else if (text.startsWith(deletedPrefix) && uuidFromText(text.mid(deletedPrefix.size())))
+            deleted.append(text);
     }
+    // A deletion that was cut off ends here.
+    for (const QString &name : std::as_const(deleted))
+        QDir(*root + QLatin1Char('/') + name).removeRecursively();
     if (error)
         return fileError({}, *root, QStringLiteral("the folder could not be read"));
     return ids;
@@ -270,13 +286,35 @@ CaptureSessionStore::Result<void> CaptureSessionStore::remove(const QUuid &id) c
     const QString folder = folderOf(id);
     const QFileInfo info(folder);
     if (info.isDir() && !info.isSymLink()) {
-        if (!QDir(folder).removeRecursively())
-            return fileError(id, folder, QStringLiteral("the folder could not be removed"));
-        return {};
+        return removeFolder(id);
     }
     // A file in the folder's place, or a link: the link goes, not what it points to.
     if (QFile file(folder); (info.exists() || info.isSymLink()) && !file.remove())
         return fileError(id, folder, file.errorString());
+    return {};
+}
+
+CaptureSessionStore::Result<void> CaptureSessionStore::removeFolder(const QUuid &id) const
+{
+    // Out of the list in one step, and only then file by file: a thread is there as a whole or not
+    // at all.
+    const QString folder = folderOf(id);
+    const QString doomed = m_root + QLatin1Char('/') + deletedPrefix + uuidText(id);
+    std::error_code error;
+    std::filesystem::rename(nativePath(folder), nativePath(doomed), error);
+    const auto refused = [&] {
+        return fileError(id, folder, QString::fromLocal8Bit(error.message().c_str()));
+    };
+    if (error)
+        return refused();
+    std::filesystem::remove(nativePath(doomed + QStringLiteral("/session.json")), error);
+    if (error) {
+        // A folder in which nothing can be deleted goes back as it was.
+        std::error_code ignored;
+        std::filesystem::rename(nativePath(doomed), nativePath(folder), ignored);
+        return refused();
+    }
+    QDir(doomed).removeRecursively();
     return {};
 }
 

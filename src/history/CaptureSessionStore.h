@@ -31,8 +31,12 @@ struct StoreError
     qint64 screenshotIndex = 0;
     /// The platform's or decoder's own text, for Decoding and File.
     QString detail;
+    /// The platform's text alone, without the file, for File.
+    QString reason = {};
 
     QString description() const;
+    /// What the user is told.
+    QString reasonForUser() const { return reason.isEmpty() ? description() : reason; }
 };
 
 /// Threads on disk: one folder per thread with a JSON description and one file per kept screenshot.
@@ -65,7 +69,8 @@ public:
     Result<CaptureSession> load(const QUuid &id) const;
     /// Ids of all stored threads in directory order; entries not named by a UUID are ignored.
     Result<QList<QUuid>> list() const;
-    /// Removes a thread with everything in its folder; an unknown id is a success.
+    /// Removes a thread with everything in its folder; an unknown id is a success. When its files
+    /// cannot be removed, the thread stays as it was.
     Result<void> remove(const QUuid &id) const;
     /// Sets or removes the custom title and nothing else.
     Result<void> updateTitle(const QUuid &id, const std::optional<QString> &customTitle) const;
@@ -76,6 +81,7 @@ public:
 private:
     QString folderOf(const QUuid &id) const;
     QString descriptionFileOf(const QUuid &id) const;
+    Result<void> removeFolder(const QUuid &id) const;
     Result<void> saveImages(const QUuid &id,
                             const QList<CaptureSession::Screenshot> &screenshots) const;
     Result<void> removeOtherImages(const QUuid &id,

@@ -201,18 +201,20 @@ void HistoryController::deleteSession(const QUuid &id)
     setNotice({});
     if (m_wanted == id)
         m_wanted = {};
-    // Before the files go: an answer or a save that comes later would write them again.
-    Q_EMIT threadDeleted(id);
-    if (m_threads.forget(id))
-        Q_EMIT currentThreadDeleted();
+    // The thread and its answers stay as they are until its files have gone.
+    m_threads.suspendSaving(id);
     whenFinished(m_library.remove(id), this,
                  [this, id](const ThreadLibrary::Result<void> &removed) {
                      if (!removed) {
+                         m_threads.resumeSaving(id);
                          log(QStringLiteral("ERROR: Failed to delete session %1: %2")
                                  .arg(uuidText(id), removed.error().description()));
                          setNotice(QStringLiteral("This thread can't be deleted."));
                          return;
                      }
+                     Q_EMIT threadDeleted(id);
+                     if (m_threads.forget(id))
+                         Q_EMIT currentThreadDeleted();
                      deleted(id);
                      log(QStringLiteral("Session %1 deleted").arg(uuidText(id)));
                  });

@@ -43,7 +43,8 @@ public:
     /// Makes a stored thread current and closes the sidebar. The thread that is current already
     /// stays as it is in memory, with whatever of it is not kept on disk.
     void loadSession(const QUuid &id);
-    /// Deletes a thread for good. The current thread ends with it.
+    /// Deletes a thread for good. The current thread ends with it; when its files cannot be removed,
+    /// everything stays as it is.
     void deleteSession(const QUuid &id);
     /// Gives a thread a title of its own; a blank one brings the derived title back.
     void renameSession(const QUuid &id, const QString &title);
@@ -66,7 +67,8 @@ Q_SIGNALS:
 
     /// A thread became current and is to be shown.
     void threadOpened();
-    /// The thread with this id is about to be forgotten: nothing may bring it back.
+    /// The thread with this id has been deleted and is about to be forgotten: nothing may bring it
+    /// back.
     void threadDeleted(const QUuid &id);
     /// The current thread has been deleted; the answer's area is to be emptied.
     void currentThreadDeleted();

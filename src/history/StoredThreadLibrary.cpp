@@ -31,6 +31,8 @@ StoredThreadLibrary::afterSaves(std::function<Result<T>()> work)
 {
     auto promise = std::make_shared<QPromise<Result<T>>>();
     promise->start();
+    // What could not be saved so far belongs to the thread that is asked for.
+    m_saver.retryFailed();
     m_saver.runAfterSaves([promise, work = std::move(work)] {
         promise->addResult(work());
         promise->finish();
@@ -44,6 +46,7 @@ QFuture<StoredThreadLibrary::Result<ThreadBatch>> StoredThreadLibrary::list()
     promise->start();
     m_lists.removeIf([](const auto &list) { return list.isFinished(); });
     m_lists.append(promise->future());
+    m_saver.retryFailed();
     m_saver.runAfterSaves([this, promise] {
         m_readers.start([this, promise] {
             ThreadListing::read(m_store, *promise);
@@ -60,7 +63,13 @@ QFuture<StoredThreadLibrary::Result<CaptureSession>> StoredThreadLibrary::load(c
 
 QFuture<StoredThreadLibrary::Result<void>> StoredThreadLibrary::remove(const QUuid &id)
 {
-    return afterSaves<void>([this, id] { return m_store.remove(id); });
+    auto removed = afterSaves<void>([this, id] { return m_store.remove(id); });
+    m_saver.runAfterSaves([] {},
+                          [this, id, removed] {
+                              if (removed.result())
+                                  m_saver.forget(id);
+                          });
+    return removed;
 }
 
 QFuture<StoredThreadLibrary::Result<void>>

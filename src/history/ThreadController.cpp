@@ -26,6 +26,62 @@ ThreadController::ThreadController(UserDefaults &defaults, ThreadSaver *saver, C
     m_keepAIHistory = read(DefaultsKey::keepAIHistoryEnabled);
     m_startNewThreadPerSend = read(DefaultsKey::startNewThreadPerSendEnabled);
     m_dontClearPrompt = read(DefaultsKey::dontClearPromptAfterSendEnabled);
+    if (m_saver)
+        connect(m_saver, &ThreadSaver::stateChanged, this, &ThreadController::saverReported);
+}
+
+SaveState ThreadController::saveState() const
+{
+    if (!m_saver || !m_current)
+        return {};
+    SaveState state = m_saver->stateOf(m_current->id);
+    // Of a thread that is not kept, only what the user deleted can be missing on the disk.
+    if (!m_current->isMarkedForPersistence())
+        return state.kind == SaveState::Kind::Failed ? state : SaveState();
+    if (state.kind == SaveState::Kind::None && m_loadedFromHistory)
+        state.kind = SaveState::Kind::Saved;
+    return state;
+}
+
+void ThreadController::retrySaving()
+{
+    if (saveState().kind == SaveState::Kind::Failed)
+        save(*m_current, saveFailure);
+}
+
+void ThreadController::saverReported(const QUuid &threadId)
+{
+    const SaveState state = m_saver->stateOf(threadId);
+    const bool isCurrent = m_current && m_current->id == threadId;
+    if (state.kind == SaveState::Kind::Failed && isCurrent)
+        restoreNotes(state.reason);
+    else if (state.kind != SaveState::Kind::Saving)
+        m_removedNotes.removeIf(
+            [&](const RemovedNote &removed) { return removed.threadId == threadId; });
+    if (isCurrent)
+        Q_EMIT saveStateChanged();
+}
+
+void ThreadController::restoreNotes(const QString &reason)
+{
+    const QList<RemovedNote> removed = std::exchange(m_removedNotes, {});
+    CaptureSession session = *m_current;
+    bool isRestored = false;
+    // Last removed, first back: each position is that of its own moment.
+    for (auto it = removed.crbegin(); it != removed.crend(); ++it) {
+        if (it->threadId != session.id)
+            continue;
+        session.notes.insert(std::clamp<qsizetype>(it->position, 0, session.notes.size()),
+                             it->note);
+        if (session.storedPart)
+            session.storedPart->notes = it->storedNotes;
+        isRestored = true;
+    }
+    if (!isRestored)
+        return;
+    // What is tried next is the thread as it is shown.
+    setShortenedSession(session);
+    Q_EMIT noteDeletionFailed(reason);
 }
 
 void ThreadController::setPreference(const char *key, bool &field, bool enabled)
@@ -120,7 +176,7 @@ void ThreadController::setShortenedSession(const CaptureSession &session)
     setCurrentSession(session);
     // What the user removes leaves the disk also when nothing that is added gets there.
     if (m_saver && session.storedPart && !session.isMarkedForPersistence())
-        m_saver->save(session, saveFailure);
+        save(session, saveFailure);
 }
 
 void ThreadController::stageScreenshot(const QByteArray &jpeg)
@@ -138,6 +194,19 @@ void ThreadController::clearStagedScreenshot()
         return;
     m_staged.reset();
     Q_EMIT stagedScreenshotChanged();
+}
+
+void ThreadController::removeStagedScreenshot()
+{
+    if (!m_staged)
+        return;
+    const qint64 index = m_staged->index;
+    clearStagedScreenshot();
+    CaptureSession session = *m_current;
+    if (!session.removeScreenshot(index))
+        return;
+    setShortenedSession(session);
+    Q_EMIT screenshotRemoved(session.id, index);
 }
 
 bool ThreadController::addTurn(const QUuid &threadId, const QString &prompt,
@@ -192,14 +261,34 @@ bool ThreadController::removeNote(const QUuid &noteId)
     if (!m_current)
         return false;
     CaptureSession session = *m_current;
-    if (!session.removeNote(noteId))
+    const auto note =
+        std::find_if(session.notes.cbegin(), session.notes.cend(),
+                     [&noteId](const CaptureSession::Note &each) { return each.id == noteId; });
+    if (note == session.notes.cend())
         return false;
+    const RemovedNote removed{session.id, std::distance(session.notes.cbegin(), note), *note,
+                              session.storedPart ? session.storedPart->notes : 0};
+    session.removeNote(noteId);
+    if (m_saver && (session.isMarkedForPersistence() || session.storedPart))
+        m_removedNotes.append(removed);
     setShortenedSession(session);
     return true;
 }
 
+void ThreadController::suspendSaving(const QUuid &threadId)
+{
+    m_suspended.insert(threadId, m_suspended.value(threadId));
+}
+
+void ThreadController::resumeSaving(const QUuid &threadId)
+{
+    if (const auto waiting = m_suspended.take(threadId))
+        save(waiting->session, waiting->failurePrefix);
+}
+
 bool ThreadController::forget(const QUuid &threadId)
 {
+    m_suspended.remove(threadId);
     if (auto it = m_retained.find(threadId); it != m_retained.end())
         it->ended.reset();
     if (!m_current || m_current->id != threadId)
@@ -272,10 +361,17 @@ void ThreadController::startNewThread()
     Q_EMIT sessionChanged();
 }
 
-void ThreadController::saveIfNeeded(const CaptureSession &session,
-                                    const QString &failurePrefix) const
+void ThreadController::saveIfNeeded(const CaptureSession &session, const QString &failurePrefix)
 {
     if (m_saver && session.isMarkedForPersistence())
+        save(session, failurePrefix);
+}
+
+void ThreadController::save(const CaptureSession &session, const QString &failurePrefix)
+{
+    if (const auto waiting = m_suspended.find(session.id); waiting != m_suspended.end())
+        *waiting = WaitingSave{session, failurePrefix};
+    else
         m_saver->save(session, failurePrefix);
 }
 

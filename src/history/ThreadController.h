@@ -1,6 +1,7 @@
 #pragma once
 
 #include "history/CaptureSession.h"
+#include "history/ThreadSaver.h"
 
 #include <QHash>
 #include <QMap>
@@ -12,16 +13,6 @@
 namespace quellora {
 
 class UserDefaults;
-
-/// Where threads that are marked for persistence go.
-class ThreadSaver
-{
-public:
-    virtual ~ThreadSaver() = default;
-    /// Stores the kept part of @p session, now or in the order of the calls; a failure is logged
-    /// as @p failurePrefix and its description.
-    virtual void save(const CaptureSession &session, const QString &failurePrefix) = 0;
-};
 
 /// Owner of the current thread, the staged screenshot and the thread-related preferences.
 /// Main thread only.
@@ -37,7 +28,10 @@ public:
         Clock clock = [] { return QDateTime::currentDateTime(); }, QObject *parent = nullptr);
 
     const std::optional<CaptureSession> &currentSession() const { return m_current; }
-    bool canSave() const { return m_saver != nullptr; }
+    /// How far what is kept of the current thread is on the disk.
+    SaveState saveState() const;
+    /// Saves the current thread once more after a failure.
+    void retrySaving();
     bool isSessionLoadedFromHistory() const { return m_loadedFromHistory; }
     /// The screenshot of the current thread that goes with the next question.
     const std::optional<CaptureSession::Screenshot> &stagedScreenshot() const { return m_staged; }
@@ -63,7 +57,10 @@ public:
     /// Adds a screenshot to the current thread (created when needed) and keeps it for the next
     /// question.
     void stageScreenshot(const QByteArray &jpeg);
+    /// The screenshot does not wait any more; it stays in its thread.
     void clearStagedScreenshot();
+    /// The user does not want the screenshot that waits: it leaves the thread, too, also on disk.
+    void removeStagedScreenshot();
 
     /// Adds a finished answer to the thread @p threadId, be it current or one that ended while its
     /// answer was still under way. Returns whether that thread is the current one.
@@ -76,10 +73,16 @@ public:
 
     /// Appends a note to the current thread (created when needed); blank texts change nothing.
     bool addNote(const QString &text);
-    /// Removes a note of the current thread.
+    /// Removes a note of the current thread. It comes back, with noteDeletionFailed(), when the
+    /// thread cannot be saved without it.
     bool removeNote(const QUuid &noteId);
 
-    /// Forgets a thread that is being deleted, without saving it: neither it nor an answer that is
+    /// The thread is being deleted: saves of it wait for the outcome, because after the deletion
+    /// they would write it again. Either forget() or resumeSaving() follows.
+    void suspendSaving(const QUuid &threadId);
+    /// The thread was not deleted: makes up for the save that waits, if any.
+    void resumeSaving(const QUuid &threadId);
+    /// Forgets a thread that has been deleted, without saving it: neither it nor an answer that is
     /// still under way for it comes back. Returns whether it was the current one.
     bool forget(const QUuid &threadId);
     /// Gives a thread another title wherever it is held, so that later saves keep it.
@@ -104,6 +107,12 @@ Q_SIGNALS:
     void endedThreadChanged(const QUuid &threadId);
     void stagedScreenshotChanged();
     void preferencesChanged();
+    /// A screenshot has left its thread.
+    void screenshotRemoved(const QUuid &threadId, qint64 index);
+    /// saveState() may have changed.
+    void saveStateChanged();
+    /// A note of the current thread is there again; @p reason is for the user.
+    void noteDeletionFailed(const QString &reason);
 
 private:
     struct Retained
@@ -112,12 +121,29 @@ private:
         std::optional<CaptureSession> ended;
     };
 
+    struct RemovedNote
+    {
+        QUuid threadId;
+        qsizetype position = 0;
+        CaptureSession::Note note;
+        /// How many notes were stored before.
+        qint64 storedNotes = 0;
+    };
+    struct WaitingSave
+    {
+        CaptureSession session;
+        QString failurePrefix;
+    };
+
     void markForQuery(CaptureSession &session) const;
     std::optional<qint64> stagedIndex() const;
     void beginNextThread();
     void setShortenedSession(const CaptureSession &session);
     void leaveThread();
-    void saveIfNeeded(const CaptureSession &session, const QString &failurePrefix) const;
+    void saveIfNeeded(const CaptureSession &session, const QString &failurePrefix);
+    void save(const CaptureSession &session, const QString &failurePrefix);
+    void saverReported(const QUuid &threadId);
+    void restoreNotes(const QString &reason);
     void setPreference(const char *key, bool &field, bool enabled);
 
     UserDefaults &m_defaults;
@@ -128,6 +154,10 @@ private:
     QMap<QUuid, Retained> m_retained;
     /// Of the threads that were left: the number of a removed screenshot is known nowhere else.
     QHash<QUuid, qint64> m_nextScreenshotIndex;
+    /// Notes whose deletion has not reached the disk yet, in the order of the deletions.
+    QList<RemovedNote> m_removedNotes;
+    /// Threads that are being deleted, with the latest save of each that waits.
+    QMap<QUuid, std::optional<WaitingSave>> m_suspended;
     bool m_loadedFromHistory = false;
     bool m_endsAtNextSend = false;
     bool m_keepAIHistory = false;

@@ -10,10 +10,31 @@
 
 namespace quellora {
 
+namespace {
+
+OverlayModel::SaveState shown(SaveState::Kind kind)
+{
+    switch (kind) {
+    case SaveState::Kind::Saving:
+        return OverlayModel::SaveState::Saving;
+    case SaveState::Kind::Saved:
+        return OverlayModel::SaveState::Saved;
+    case SaveState::Kind::Failed:
+        return OverlayModel::SaveState::Failed;
+    case SaveState::Kind::None:
+        break;
+    }
+    return OverlayModel::SaveState::None;
+}
+
+} // namespace
+
 OverlayMirror::OverlayMirror(const Collaborators &collaborators) : m_with(collaborators)
 {
     connect(&m_with.messages, &ServiceMessages::changed, this, &OverlayMirror::refreshMessages);
     connect(&m_with.threads, &ThreadController::sessionChanged, this,
+            &OverlayMirror::refreshThread);
+    connect(&m_with.threads, &ThreadController::saveStateChanged, this,
             &OverlayMirror::refreshThread);
     connect(&m_with.threads, &ThreadController::preferencesChanged, this,
             &OverlayMirror::refreshThread);
@@ -55,8 +76,8 @@ void OverlayMirror::refreshThread()
     else
         m_with.overlay.setTitle(isEmpty ? QString()
                                         : session->customTitle.value_or(session->previewText()));
-    m_with.overlay.setSaved(m_with.threads.canSave() && session &&
-                            session->isMarkedForPersistence());
+    const SaveState saved = m_with.threads.saveState();
+    m_with.overlay.setSaveState(shown(saved.kind), saved.reason);
     m_with.overlay.setThreadCovered(m_with.display.content() ==
                                         ResponseDisplay::Content::Message &&
                                     (!isEmpty || !asked.isEmpty()));

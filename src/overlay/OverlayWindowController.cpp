@@ -140,6 +140,8 @@ void OverlayWindowController::wireOverlay()
             &OverlayWindowController::toggleHamburgerMenu);
     connect(&m_overlay, &OverlayModel::stopRequested, m_orchestrator.get(),
             &QueryOrchestrator::stop);
+    connect(&m_overlay, &OverlayModel::retrySavingRequested, &m_threads,
+            &ThreadController::retrySaving);
     connect(&m_overlay, &OverlayModel::backToThreadRequested, this, [this] {
         log(QStringLiteral("Back to thread clicked"));
         m_orchestrator->showCurrentThread();

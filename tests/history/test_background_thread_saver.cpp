@@ -2,6 +2,7 @@
 #include "fakes/LogCapture.h"
 #include "history/BackgroundThreadSaver.h"
 #include "history/StoreFixture.h"
+#include "history/ThreadController.h"
 
 #include <QSemaphore>
 #include <QTest>
@@ -208,6 +209,153 @@ private Q_SLOTS:
                                         " but it was never marked for persistence (neither "
                                         "beginPersistingNotes() nor beginPersistingTurns()/"
                                         "resumeTurnPersistingFromDisk() was called)"});
+    }
+
+    void tellsHowEachSaveWent()
+    {
+        auto files = std::make_shared<SlowFiles>();
+        StoreFixture f(files);
+        BackgroundThreadSaver saver(f.store);
+        CaptureSession session = keptThread();
+        QCOMPARE(saver.stateOf(session.id), SaveState());
+        QList<SaveState> states;
+        connect(&saver, &ThreadSaver::stateChanged, this,
+                [&](const QUuid &id) { states.append(saver.stateOf(id)); });
+        saver.save(session, "P: ");
+        QCOMPARE(states, (QList<SaveState>{{SaveState::Kind::Saving, {}}}));
+        saver.flush();
+        QCOMPARE(states.last(), (SaveState{SaveState::Kind::Saved, {}}));
+        files->isFull = true;
+        saver.save(session, "P: ");
+        saver.flush();
+        QCOMPARE(states.size(), 4);
+        QCOMPARE(states.last(), (SaveState{SaveState::Kind::Failed, "No space left on device"}));
+        files->isFull = false;
+        saver.save(session, "P: ");
+        saver.flush();
+        QCOMPARE(states.last(), (SaveState{SaveState::Kind::Saved, {}}));
+        QCOMPARE(saver.stateOf(session.id), states.last());
+    }
+
+    void onlyTheNewestStateOfAThreadCounts()
+    {
+        auto files = std::make_shared<SlowFiles>();
+        StoreFixture f(files);
+        BackgroundThreadSaver saver(f.store);
+        CaptureSession session = keptThread();
+        QList<SaveState::Kind> states;
+        connect(&saver, &ThreadSaver::stateChanged, this,
+                [&](const QUuid &id) { states.append(saver.stateOf(id).kind); });
+        files->hold();
+        saver.save(session, "P: ");
+        QVERIFY(files->arrived.tryAcquire(1, 10'000));
+        session.addTurn("q", "r", t0, t0);
+        saver.save(session, "P: ");
+        files->letGo();
+        saver.flush();
+        QCOMPARE(states,
+                 (QList{SaveState::Kind::Saving, SaveState::Kind::Saving, SaveState::Kind::Saved}));
+    }
+
+    void whatCouldNotBeSavedIsTriedAgain()
+    {
+        auto files = std::make_shared<SlowFiles>();
+        StoreFixture f(files);
+        LogCapture log;
+        BackgroundThreadSaver saver(f.store);
+        const CaptureSession ended = keptThread();
+        const CaptureSession dropped = keptThread();
+        files->isFull = true;
+        saver.save(ended, "P: ");
+        saver.save(dropped, "P: ");
+        saver.flush();
+        QCOMPARE(log.lines.size(), 2);
+        saver.forget(dropped.id);
+        QCOMPARE(saver.stateOf(dropped.id), SaveState());
+        // Another thread finds room; the ended one, which nobody changes any more, follows.
+        files->isFull = false;
+        saver.save(keptThread(), "P: ");
+        saver.flush();
+        QVERIFY(f.store.load(ended.id));
+        QCOMPARE(saver.stateOf(ended.id), (SaveState{SaveState::Kind::Saved, {}}));
+        QVERIFY(!f.store.load(dropped.id));
+
+        files->isFull = true;
+        const CaptureSession last = keptThread();
+        saver.save(last, "P: ");
+        saver.flush();
+        files->isFull = false;
+        saver.retryFailed();
+        saver.flush();
+        QVERIFY(f.store.load(last.id));
+    }
+
+    void aNoteThatCannotBeDeletedComesBack()
+    {
+        auto files = std::make_shared<SlowFiles>();
+        StoreFixture f(files);
+        JsonUserDefaults defaults;
+        BackgroundThreadSaver saver(f.store);
+        ThreadController threads(defaults, &saver, [] { return t0; });
+        for (const char *text : {"one", "two", "three", "four"})
+            QVERIFY(threads.addNote(text));
+        saver.flush();
+        const auto notes = threads.currentSession()->notes;
+        QStringList reasons;
+        connect(&threads, &ThreadController::noteDeletionFailed, this,
+                [&](const QString &reason) { reasons.append(reason); });
+        files->isFull = true;
+        QVERIFY(threads.removeNote(notes.at(2).id));
+        QVERIFY(threads.removeNote(notes.at(1).id));
+        QVERIFY(!threads.removeNote(notes.at(1).id));
+        QCOMPARE(threads.currentSession()->notes.size(), 2);
+        saver.flush();
+        QCOMPARE(threads.currentSession()->notes, notes);
+        QCOMPARE(reasons, QStringList{"No space left on device"});
+        QCOMPARE(threads.saveState().kind, SaveState::Kind::Failed);
+        // Later saves do not delete them behind the user's back.
+        files->isFull = false;
+        threads.retrySaving();
+        saver.flush();
+        QCOMPARE(threads.saveState(), (SaveState{SaveState::Kind::Saved, {}}));
+        QCOMPARE(f.store.load(threads.currentSession()->id)->notes.size(), 4);
+        QVERIFY(threads.removeNote(notes.at(2).id));
+        saver.flush();
+        QCOMPARE(f.store.load(threads.currentSession()->id)->notes.size(), 3);
+        QCOMPARE(reasons.size(), 1);
+        // What has been deleted stays deleted when a later save fails.
+        files->isFull = true;
+        QVERIFY(threads.addNote("five"));
+        saver.flush();
+        QCOMPARE(threads.currentSession()->notes.size(), 4);
+        QCOMPARE(reasons.size(), 1);
+    }
+
+    void savesOfAThreadThatIsBeingDeletedWait()
+    {
+        StoreFixture f;
+        JsonUserDefaults defaults;
+        BackgroundThreadSaver saver(f.store);
+        ThreadController threads(defaults, &saver, [] { return t0; });
+        QVERIFY(threads.addNote("one"));
+        saver.flush();
+        const QUuid id = threads.currentSession()->id;
+        threads.suspendSaving(id);
+        QVERIFY(threads.addNote("two"));
+        QVERIFY(threads.addNote("three"));
+        saver.flush();
+        QCOMPARE(f.store.load(id)->notes.size(), 1);
+        threads.resumeSaving(id);
+        saver.flush();
+        QCOMPARE(f.store.load(id)->notes.size(), 3);
+
+        threads.suspendSaving(id);
+        QVERIFY(threads.addNote("four"));
+        QVERIFY(f.store.remove(id));
+        QVERIFY(threads.forget(id));
+        threads.resumeSaving(id);
+        saver.flush();
+        QVERIFY(!f.store.load(id));
     }
 
     void failedSaveIsMadeUpForByTheNextChange()

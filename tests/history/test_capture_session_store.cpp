@@ -320,6 +320,21 @@ private Q_SLOTS:
         QVERIFY(f.store.remove(QUuid::createUuid()));
     }
 
+    void deletionThatWasCutOffEndsWithTheNextList()
+    {
+        StoreFixture f;
+        const CaptureSession kept = keptSample();
+        const CaptureSession deleted = keptSample();
+        QVERIFY(f.store.save(kept) && f.store.save(deleted));
+        const QString root = f.support.filePath("Quellora/sessions");
+        const QString rest = root + "/.deleted-" + uuidText(deleted.id);
+        QVERIFY(QDir().rename(f.folder(deleted.id), rest));
+        QVERIFY(QDir().mkdir(root + "/.deleted-by-the-user"));
+        QCOMPARE(*f.store.list(), QList<QUuid>{kept.id});
+        QVERIFY(!QFileInfo::exists(rest));
+        QVERIFY(QFileInfo::exists(root + "/.deleted-by-the-user"));
+    }
+
     void renamingTouchesTheTitleOnly()
     {
         StoreFixture f;

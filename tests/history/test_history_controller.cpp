@@ -365,8 +365,8 @@ private Q_SLOTS:
         QSignalSpy announced(m_history.get(), &HistoryController::threadDeleted);
         QSignalSpy emptied(m_history.get(), &HistoryController::currentThreadDeleted);
         m_history->deleteSession(doomed.id);
-        QCOMPARE(announced.size(), 1);
         QTRY_COMPARE(titles(), QStringList("other"));
+        QCOMPARE(announced.size(), 1);
         QVERIFY(m_log->contains(line("Session " + uuidText(doomed.id) + " deleted")));
         QVERIFY(emptied.isEmpty());
     }
@@ -384,7 +384,9 @@ private Q_SLOTS:
         m_saver->saved.clear();
         QSignalSpy emptied(m_history.get(), &HistoryController::currentThreadDeleted);
         m_history->deleteSession(stored.id);
-        QCOMPARE(emptied.size(), 1);
+        // What comes while the files go is not written behind the deletion.
+        m_threads->addTurn(stored.id, "meanwhile", "answer");
+        QTRY_COMPARE(emptied.size(), 1);
         QVERIFY(!m_threads->currentSession());
         QVERIFY(!m_threads->isSessionLoadedFromHistory());
         QVERIFY(!m_threads->hasAttachedScreenshot());
@@ -408,6 +410,8 @@ private Q_SLOTS:
         m_history->deleteSession(stored.id);
         m_saver->saved.clear();
         m_threads->addTurn(stored.id, "late", "answer");
+        QTRY_VERIFY(titles().isEmpty());
+        m_threads->addTurn(stored.id, "later", "answer");
         QVERIFY(m_saver->saved.isEmpty());
     }
 
@@ -422,6 +426,31 @@ private Q_SLOTS:
             line("ERROR: Failed to delete session " + uuidText(stored.id) + ": not permitted")));
         QCOMPARE(titles(), QStringList("stays"));
         QVERIFY(m_log->lines.filter(" deleted").isEmpty());
+    }
+
+    void currentThreadThatCannotBeDeletedStaysAsItIs()
+    {
+        m_threads->setKeepAIHistoryEnabled(true);
+        const auto stored = m_library->add("stays", noon);
+        open();
+        m_history->loadSession(stored.id);
+        QTRY_VERIFY(m_threads->currentSession());
+        m_threads->retain(stored.id);
+        open();
+        m_saver->saved.clear();
+        QSignalSpy announced(m_history.get(), &HistoryController::threadDeleted);
+        QSignalSpy emptied(m_history.get(), &HistoryController::currentThreadDeleted);
+        m_library->failure = StoreError{StoreError::Kind::File, stored.id, 0, "not permitted"};
+        m_history->deleteSession(stored.id);
+        QVERIFY(m_threads->addTurn(stored.id, "meanwhile", "answer"));
+        QTRY_COMPARE(m_history->notice(), QStringLiteral("This thread can't be deleted."));
+        QVERIFY(announced.isEmpty() && emptied.isEmpty());
+        QCOMPARE(m_threads->currentSession()->id, stored.id);
+        QCOMPARE(m_threads->currentSession()->turns.size(), 2);
+        // What came meanwhile is stored after all.
+        QCOMPARE(m_saver->saved.last().turns.size(), 2);
+        QVERIFY(m_threads->addTurn(stored.id, "after", "answer"));
+        QCOMPARE(m_saver->saved.last().turns.size(), 3);
     }
 
     void renaming()

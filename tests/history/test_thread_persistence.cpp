@@ -3,6 +3,7 @@
 #include "app/UserDefaults.h"
 #include "history/BackgroundThreadSaver.h"
 #include "history/StoreFixture.h"
+#include "history/ThreadController.h"
 
 #include <QJsonArray>
 #include <QTest>

@@ -189,6 +189,45 @@ private Q_SLOTS:
         QCOMPARE(*disk.f.store.load(after.id), asStored(after));
     }
 
+    void folderThatCannotBeRemovedStaysWhole()
+    {
+        const SmallDisk disk("size=256k");
+        SKIP_WITHOUT_MOUNTS(disk);
+        const CaptureSession session = keptSample();
+        QVERIFY(disk.f.store.save(session));
+        // Something is mounted there, so that the folder is in use.
+        const QByteArray folder = QFile::encodeName(disk.f.folder(session.id));
+        QCOMPARE(::mount(folder.constData(), folder.constData(), nullptr, MS_BIND, nullptr), 0);
+        const StoreError refusal = disk.f.store.remove(session.id).error();
+        QCOMPARE(refusal.kind, StoreError::Kind::File);
+        QCOMPARE(refusal.reasonForUser(), "Device or resource busy");
+        QCOMPARE(*disk.f.store.list(), QList<QUuid>{session.id});
+        QCOMPARE(*disk.f.store.load(session.id), asStored(session));
+        QCOMPARE(::umount2(folder.constData(), MNT_DETACH), 0);
+        QVERIFY(disk.f.store.remove(session.id));
+        QVERIFY(!QFileInfo::exists(disk.f.folder(session.id)));
+        QVERIFY(disk.f.store.list()->isEmpty());
+    }
+
+    void folderInWhichNothingCanBeRemovedStaysWhole()
+    {
+        const SmallDisk disk("size=256k");
+        SKIP_WITHOUT_MOUNTS(disk);
+        const CaptureSession session = keptSample();
+        QVERIFY(disk.f.store.save(session));
+        // Stands for whatever keeps a file from going: the folder itself can be renamed.
+        const QByteArray description = QFile::encodeName(disk.f.description(session.id));
+        QCOMPARE(
+            ::mount(description.constData(), description.constData(), nullptr, MS_BIND, nullptr),
+            0);
+        QVERIFY(!disk.f.store.remove(session.id));
+        QCOMPARE(*disk.f.store.list(), QList<QUuid>{session.id});
+        QCOMPARE(*disk.f.store.load(session.id), asStored(session));
+        QCOMPARE(::umount2(description.constData(), MNT_DETACH), 0);
+        QVERIFY(disk.f.store.remove(session.id));
+        QVERIFY(disk.f.store.list()->isEmpty());
+    }
+
     void killedWriters()
     {
         constexpr int threadCount = 5;

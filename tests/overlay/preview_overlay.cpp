@@ -45,7 +45,7 @@ bool apply(OverlayFixture &f, const QString &word)
         f.overlay.setHasAnswer(true);
         f.scrollbar.updatePosition(0, 900, 532);
     } else if (word == QLatin1String("saved")) {
-        f.overlay.setSaved(true);
+        f.overlay.setSaveState(OverlayModel::SaveState::Saved);
         f.panels.setKeepAIHistoryEnabled(true);
     } else if (word == QLatin1String("waiting")) {
         f.overlay.setActivity(Activity::Waiting);

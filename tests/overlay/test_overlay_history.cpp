@@ -103,10 +103,28 @@ private Q_SLOTS:
         transfer->answer("half");
         QSignalSpy deleted(&f.history, &OverlayHistory::currentThreadDeleted);
         f.history.controller().deleteSession(f.stored.id);
-        QCOMPARE(deleted.size(), 1);
+        QTRY_COMPARE(deleted.size(), 1);
         QVERIFY(transfer->cancelled);
         QCOMPARE(f.orchestrator.activity(), QueryOrchestrator::Activity::Idle);
         QVERIFY(!f.threads.currentSession());
+    }
+
+    void aThreadThatCannotBeDeletedKeepsItsAnswer()
+    {
+        Fixture f;
+        f.history.historyButtonClicked();
+        f.history.controller().loadSession(f.stored.id);
+        QTRY_VERIFY(f.threads.currentSession());
+        f.orchestrator.sendPromptOnly("question");
+        const QPointer<FakeTransfer> transfer = f.transfer();
+        transfer->answer("half");
+        f.library.failure = StoreError{StoreError::Kind::File, f.stored.id, 0, "not permitted"};
+        f.history.controller().deleteSession(f.stored.id);
+        QTRY_VERIFY(!f.history.controller().notice().isEmpty());
+        QVERIFY(!transfer->cancelled);
+        QCOMPARE(f.orchestrator.activity(), QueryOrchestrator::Activity::Streaming);
+        transfer->finish(done());
+        QCOMPARE(f.threads.currentSession()->turns.last().response, "half");
     }
 };
 

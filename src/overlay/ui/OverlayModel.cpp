@@ -88,11 +88,12 @@ void OverlayModel::setTitle(const QString &title)
     Q_EMIT stripChanged();
 }
 
-void OverlayModel::setSaved(bool isSaved)
+void OverlayModel::setSaveState(SaveState state, const QString &problem)
 {
-    if (isSaved == m_isSaved)
+    if (state == m_saveState && problem == m_saveProblem)
         return;
-    m_isSaved = isSaved;
+    m_saveState = state;
+    m_saveProblem = problem;
     Q_EMIT stripChanged();
 }
 
@@ -372,6 +373,12 @@ void OverlayModel::backToThread()
 {
     if (m_isThreadCovered)
         Q_EMIT backToThreadRequested();
+}
+
+void OverlayModel::retrySaving()
+{
+    if (m_saveState == SaveState::Failed)
+        Q_EMIT retrySavingRequested();
 }
 
 void OverlayModel::copyAnswer()

@@ -36,7 +36,8 @@ class OverlayModel : public QObject
         bool isCompositing READ isCompositing WRITE setCompositing NOTIFY isCompositingChanged)
 
     Q_PROPERTY(QString title READ title WRITE setTitle NOTIFY stripChanged)
-    Q_PROPERTY(bool isSaved READ isSaved WRITE setSaved NOTIFY stripChanged)
+    Q_PROPERTY(SaveState saveState READ saveState NOTIFY stripChanged)
+    Q_PROPERTY(QString saveProblem READ saveProblem NOTIFY stripChanged)
     Q_PROPERTY(Status status READ status NOTIFY stripChanged)
     Q_PROPERTY(QString statusText READ statusText NOTIFY stripChanged)
     Q_PROPERTY(QString secondsText READ secondsText NOTIFY secondsChanged)
@@ -62,6 +63,9 @@ public:
     Q_ENUM(Activity)
     enum class Status { Ready, Capturing, Waiting, Streaming, Stopped, Blocked, Answer };
     Q_ENUM(Status)
+    /// How far the thread is on the disk; None where it is not kept.
+    enum class SaveState { None, Saving, Saved, Failed };
+    Q_ENUM(SaveState)
     enum class UsageTier { Grey, Amber, Red };
     Q_ENUM(UsageTier)
 
@@ -92,8 +96,10 @@ public:
     QString title() const { return m_title; }
     /// Title of the thread; empty shows "Ready".
     void setTitle(const QString &title);
-    bool isSaved() const { return m_isSaved; }
-    void setSaved(bool isSaved);
+    SaveState saveState() const { return m_saveState; }
+    /// Why the thread could not be saved; empty unless it could not.
+    QString saveProblem() const { return m_saveProblem; }
+    void setSaveState(SaveState state, const QString &problem = {});
     /// Waiting starts the seconds at 0; Streaming goes on counting.
     void setActivity(Activity activity);
     Activity activity() const { return m_activity; }
@@ -156,6 +162,8 @@ public:
     /// Nothing while no answer is under way.
     Q_INVOKABLE void stop();
     Q_INVOKABLE void copyAnswer();
+    /// Nothing unless the thread could not be saved.
+    Q_INVOKABLE void retrySaving();
     /// Nothing while the thread is not covered.
     Q_INVOKABLE void backToThread();
     Q_INVOKABLE void clickUsage() { Q_EMIT usageClicked(); }
@@ -168,6 +176,7 @@ Q_SIGNALS:
     void menuToggled();
     void stopRequested();
     void copyAnswerRequested();
+    void retrySavingRequested();
     void backToThreadRequested();
     void usageClicked();
 
@@ -202,7 +211,8 @@ private:
     QString m_responseTextColor;
     bool m_isCompositing = true;
     QString m_title;
-    bool m_isSaved = false;
+    SaveState m_saveState = SaveState::None;
+    QString m_saveProblem;
     Activity m_activity = Activity::Idle;
     qint64 m_startedAt = 0;
     qint64 m_seconds = 0;

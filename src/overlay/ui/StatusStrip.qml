@@ -14,29 +14,81 @@ FocusScope {
                                       && status !== OverlayModel.Answer
     readonly property bool isThreadShown: !compact || !hasStatus
     readonly property bool isNoticeShown: overlay.notice.length > 0
+    /// The smallest window has room for one text.
+    readonly property bool isNarrow: compact && (hasStatus || isNoticeShown
+                                                 || overlay.isThreadCovered)
+    /// Where the texts at the left begin, behind the drive symbol.
+    readonly property real textStart: notSavedWords.visible
+                                      ? notSavedWords.x + notSavedWords.width + 10
+                                      : drive.visible || notSaved.visible ? 34 : 12
     readonly property bool isBusy: status === OverlayModel.Waiting
                                    || status === OverlayModel.Streaming
 
     /// The first control that can take the focus, or null.
     function firstControl() {
-        return usage.visible ? usage : back.visible ? back : stop.visible ? stop : copy.visible ? copy : null
+        return notSaved.visible ? notSaved : usage.visible ? usage : back.visible ? back : stop.visible ? stop : copy.visible ? copy : null
     }
 
     implicitHeight: 38
 
-    Icon {
-        id: saved
-        visible: strip.overlay.isSaved && strip.isThreadShown && strip.overlay.title.length > 0
+    Item {
+        id: drive
+        // A tooltip asks its control for these.
+        readonly property bool pressed: false
+        readonly property bool visualFocus: false
+        readonly property bool isSaving: strip.overlay.saveState === OverlayModel.Saving
+
+        objectName: "drive"
+        visible: (isSaving || strip.overlay.saveState === OverlayModel.Saved)
+                 && strip.isThreadShown && strip.overlay.title.length > 0
         x: 12
         y: 12
-        size: 14
-        name: "hard-drive"
-        color: Tokens.frame.dimText
+        width: 14
+        height: 14
+        Accessible.role: Accessible.Graphic
+        Accessible.name: isSaving ? qsTr("Saving thread…") : qsTr("Thread saved")
+
+        Icon {
+            size: 14
+            name: "hard-drive"
+            color: Tokens.frame.dimText
+            opacity: drive.isSaving ? Tokens.disabledOpacity : 1
+        }
+        ToolTip {
+            target: drive
+            text: drive.Accessible.name
+        }
+    }
+    IconButton {
+        id: notSaved
+        objectName: "notSaved"
+        visible: strip.overlay.saveState === OverlayModel.Failed
+        x: 5
+        y: 5
+        iconName: "hard-drive"
+        iconSize: 14
+        foreground: Tokens.frame.dangerText
+        name: qsTr("Not saved: %1. Press to try again.").arg(strip.overlay.saveProblem)
+        onClicked: strip.overlay.retrySaving()
+        Accessible.name: qsTr("Not saved")
+        Accessible.description: name
+    }
+    Label {
+        id: notSavedWords
+        objectName: "notSavedWords"
+        visible: notSaved.visible && !strip.isNarrow
+        x: 34
+        height: 37
+        text: qsTr("Not saved")
+        type: Tokens.control
+        color: Tokens.frame.dangerText
+        Accessible.ignored: true
     }
     Label {
         objectName: "threadTitle"
         visible: strip.isThreadShown && !strip.isNoticeShown
-        x: saved.visible ? 34 : 12
+                 && !(strip.compact && notSaved.visible)
+        x: strip.textStart
         width: Math.max(0, right.x - 12 - x)
         height: 37
         text: strip.overlay.title.length > 0 ? strip.overlay.title : qsTr("Ready")
@@ -49,7 +101,7 @@ FocusScope {
     Item {
         objectName: "notice"
         visible: strip.isNoticeShown
-        x: saved.visible ? 34 : 12
+        x: strip.textStart
         width: Math.max(0, right.x - 12 - x)
         height: 37
         // Announced when it appears, without taking the focus.

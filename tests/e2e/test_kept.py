@@ -1,0 +1,374 @@
+"""What arrived and what was stored is not lost: broken answers, spent credits, full disks."""
+
+import json
+import os
+import pathlib
+import re
+import signal
+import subprocess
+import threading
+import unittest
+import uuid
+
+from harness import E2ECase, HostileServer, chunk_event, done_event, wait_until
+from harness.server import QUERY, TELEMETRY, VERIFY
+
+PREFIX = "[OverlayWindowController] "
+SAVE_ERROR = re.compile(r"^\[OverlayWindowController\] ERROR: Failed to save session to disk: .*"
+                        r": No space left on device$")
+BACK = "Back to thread"
+
+
+def never_ending(left, *texts):
+    """Handler that sends texts and no end; `left` is set when the client leaves."""
+    def handler(connection, _request):
+        connection.begin_stream()
+        for text in texts:
+            connection.send(chunk_event(text))
+        if connection.wait_closed():
+            left.set()
+    return handler
+
+
+class Case(E2ECase):
+    def ask(self, app, text):
+        app.access.click("Write a message")
+        app.access.wait_for("Write a message", focused=True)
+        self.desktop.press("ctrl+a")
+        self.desktop.type_text(text + "\n")
+
+    def delete_note(self, app):
+        """Leads the keyboard into the page, to the button of its first note, and presses that."""
+        app.access.click("Write a message")
+        app.access.wait_for("Write a message", focused=True)
+        while app.access.focused_name():
+            before = app.access.focused_name()
+            self.desktop.press("f6")
+            wait_until(lambda: app.access.focused_name() != before, what="the focus to move on")
+        name = re.compile("^(×|Delete note)$")
+        while not app.access.has_state(app.access.wait_for(name), "FOCUSED"):
+            self.desktop.press("tab")
+            wait_until(lambda: app.access.has_state(app.access.wait_for(name), "FOCUSED"),
+                       what="the focus on the note's button")
+        self.desktop.press("return")
+
+    def wait_turns(self, app, *turns):
+        wait_until(lambda: app.turns() == list(turns), what=f"the turns {turns} on disk")
+
+
+class CutOffTest(Case):
+    """The end of the session in the middle of an answer keeps what has arrived."""
+
+    def half_an_answer(self, server):
+        left = threading.Event()
+        server.on(QUERY, never_ending(left, "half an ", "answer"))
+        app = self.app(server).sign_in()
+        self.ask(app, "question")
+        app.access.wait_for_page_text("half an answer")
+        self.assertEqual(app.turns(), [])
+        return app, left
+
+    def test_termination_requests(self):
+        for request in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP):
+            with self.subTest(request=request):
+                app, left = self.half_an_answer(self.server())
+                app.process.send_signal(request)
+                self.assertEqual(app.wait_exit(), 0)
+                self.assertTrue(left.wait(10))
+                self.assertEqual(app.turns(), [("question", "half an answer")])
+                self.assertEqual(app.stored_defaults()["userPrompt"], "")
+                self.assertTrue(app.has_line(
+                    PREFIX + "Answer cut off by the end of the session (14 chars kept)"))
+
+    def test_close_button(self):
+        app, _ = self.half_an_answer(self.server())
+        app.access.press("Close")
+        self.assertEqual(app.wait_exit(), 0)
+        self.assertEqual(app.turns(), [("question", "half an answer")])
+
+    def test_the_display_goes_away(self):
+        # Ended from within; another desktop takes over for the tests that follow.
+        app, _ = self.half_an_answer(self.server())
+        self.desktop.kill_x_server()
+        app.wait_exit()
+        E2ECase._close_desktop()
+        self.assertEqual(app.turns(), [("question", "half an answer")])
+        self.assertEqual(app.temporary_files(), [])
+
+    def test_session_expiry(self):
+        server = self.server(heartbeatIntervalSeconds=1)
+        app, left = self.half_an_answer(server)
+        server.on(VERIFY, HostileServer.status(401))
+        app.wait_for_line("[AppDelegate] sessionExpired received — tearing down overlay, "
+                          "showing login window")
+        self.assertTrue(left.wait(10))
+        self.wait_turns(app, ("question", "half an answer"))
+        self.assertEqual(server.requests(TELEMETRY), [])
+
+
+class ErrorPageTest(Case):
+    """Pages that are not the thread's lead back to it."""
+
+    def test_a_broken_stream_keeps_what_arrived_and_leads_back(self):
+        server = self.server()
+        app = self.app(server).sign_in()
+        self.ask(app, "first")
+        app.access.wait_for_page_text("Hello from the server.")
+        self.assertIsNone(app.access.find(BACK))
+        server.on(QUERY, HostileServer.stream(chunk_event("half an ans")))
+        self.ask(app, "second")
+        shown = app.access.wait_for_page_text("Stream ended unexpectedly")
+        self.assertNotIn("half an ans", shown)
+        self.wait_turns(app, ("first", "Hello from the server."), ("second", "half an ans"))
+        self.assertEqual(app.stored_defaults()["userPrompt"], "second")
+        # One press with the pointer, on a control that is outside the page.
+        app.access.click(BACK)
+        shown = app.access.wait_for_page_text("half an ans")
+        self.assertIn("Hello from the server.", shown)
+        self.assertNotIn("Stream ended unexpectedly", shown)
+        app.access.wait_gone(BACK)
+        self.assertTrue(app.has_line(PREFIX + "Back to thread clicked"))
+
+    def test_back_by_keyboard(self):
+        server = self.server()
+        app = self.app(server).sign_in()
+        self.ask(app, "first")
+        app.access.wait_for_page_text("Hello from the server.")
+        server.on(QUERY, HostileServer.status(500))
+        self.ask(app, "second")
+        app.access.wait_for_page_text("Proxy request failed: HTTP 500")
+        app.access.wait_for("Write a message", focused=True)
+        self.desktop.press("f6")
+        app.access.wait_for(BACK, role="push button", focused=True)
+        self.desktop.press("return")
+        app.access.wait_for_page_text("Hello from the server.")
+        app.access.wait_gone(BACK)
+
+    def test_a_refused_first_question_has_nothing_to_go_back_to(self):
+        server = self.server()
+        server.on(QUERY, HostileServer.status(500))
+        app = self.app(server).sign_in()
+        self.ask(app, "first")
+        app.access.wait_for_page_text("Proxy request failed: HTTP 500")
+        self.assertIsNone(app.access.find(BACK))
+
+    def test_an_error_of_another_thread_leaves_the_answer_on_show(self):
+        server = self.server()
+        gate = threading.Event()
+        self.addCleanup(gate.set)
+        server.on(QUERY, HostileServer.stream(chunk_event("the other half"), gate))
+        app = self.app(server).sign_in()
+        self.ask(app, "other")
+        app.access.wait_for_page_text("the other half")
+        app.access.press("New thread")
+        app.wait_for_line(PREFIX + "New thread started")
+        server.on(QUERY, HostileServer.answer_with("the answer on show"))
+        self.ask(app, "mine")
+        app.access.wait_for_page_text("the answer on show")
+        app.access.wait_for("Copy answer")
+        mark = app.mark()
+        gate.set()
+        app.wait_for_line(PREFIX + "ERROR: Stream ended without a done event", since=mark)
+        self.wait_turns(app, ("other", "the other half"), ("mine", "the answer on show"))
+        self.assertIn("the answer on show", app.access.page_text())
+        self.assertFalse(any("loadContent()" in line for line in app.lines_since(mark)))
+        self.assertIsNone(app.access.find(BACK))
+
+
+class CreditsTest(Case):
+    """The answer that spends the last credits is kept and one press away."""
+
+    def spends_everything(self, **defaults):
+        server = self.server()
+        server.on(QUERY, HostileServer.answer_with("worth it", tokensRemaining=-5))
+        app = self.app(server, defaults={
+            "hasLaunchedBefore": True, "userPrompt": "", "keepAIHistoryEnabled": True} | defaults)
+        app.sign_in()
+        self.ask(app, "last one")
+        shown = app.access.wait_for_page_text("Out of Credits")
+        self.assertIn("You're out of credits. Upgrade to keep going.", shown)
+        self.assertNotIn("worth it", shown)
+        self.wait_turns(app, ("last one", "worth it"))
+        app.access.click(BACK)
+        shown = app.access.wait_for_page_text("worth it")
+        self.assertNotIn("Out of Credits", shown)
+        app.access.wait_gone(BACK)
+        record = server.wait_for_request(TELEMETRY).json()
+        self.assertIs(record["over_cap"], True)
+        self.assertEqual(record["tokens_remaining_after"], -5)
+
+    def test_one_thread(self):
+        self.spends_everything()
+
+    def test_one_thread_per_send(self):
+        self.spends_everything(startNewThreadPerSendEnabled=True)
+
+    def test_an_answer_under_way_is_not_rendered_into_the_page(self):
+        server = self.server()
+        first, second = threading.Event(), threading.Event()
+        self.addCleanup(first.set)
+        self.addCleanup(second.set)
+        server.on(QUERY, HostileServer.stream(
+            chunk_event("short"), first, done_event(tokensRemaining=0)))
+        app = self.app(server).sign_in()
+        self.ask(app, "one")
+        app.access.wait_for_page_text("short")
+        more = threading.Event()
+        self.addCleanup(more.set)
+        server.on(QUERY, HostileServer.stream(
+            chunk_event("long be"), more, chunk_event("ginning"), second, chunk_event(" and end"),
+            done_event(tokensRemaining=0)))
+        self.ask(app, "two")
+        app.access.wait_for_page_text("long be")
+        first.set()
+        app.access.wait_for_page_text("Out of Credits")
+        more.set()
+        self.assertNotIn("ginning", app.access.page_text())
+        app.access.press(BACK)
+        shown = app.access.wait_for_page_text("long beginning")
+        self.assertIn("short", shown)
+        second.set()
+        app.access.wait_for_page_text("long beginning and end")
+        self.wait_turns(app, ("one", "short"), ("two", "long beginning and end"))
+
+
+@unittest.skipUnless(os.geteuid() == 0, "mounting a small disk needs root")
+class DiskTest(Case):
+    """Saves and deletions that the disk refuses."""
+
+    def small_disk(self, folder, *options):
+        """Mounts a disk of 256 KB on a folder for the length of the test."""
+        subprocess.run(["mount", "-t", "tmpfs", "-o", "size=256k,mode=700", "none", folder],
+                       check=True)
+        self.addCleanup(subprocess.run, ["umount", "-l", str(folder)], check=False)
+
+    @staticmethod
+    def fill(path):
+        """Takes all the space there is."""
+        try:
+            with open(path, "wb", buffering=0) as ballast:
+                while ballast.write(b"x" * 4096) == 4096:
+                    pass
+        except OSError:
+            pass
+
+    def app_on_a_small_disk(self):
+        server = self.server()
+        app = self.app(server)
+        self.small_disk(app.data_home)
+        return app.sign_in()
+
+    def test_a_full_disk_is_said_and_a_press_tries_again(self):
+        app = self.app_on_a_small_disk()
+        self.ask(app, "first")
+        self.wait_turns(app, ("first", "Hello from the server."))
+        app.access.wait_for("Thread saved")
+        ballast = app.data_home / "ballast"
+        self.fill(ballast)
+        self.ask(app, "second")
+        app.wait_for_line(SAVE_ERROR)
+        node = app.access.wait_for("Not saved", role="push button")
+        self.assertIn("No space left on device", node.get_description())
+        self.assertEqual(app.turns(), [("first", "Hello from the server.")])
+        # Still full: it says so again.
+        mark = app.mark()
+        app.access.click("Not saved", role="push button")
+        app.wait_for_line(SAVE_ERROR, since=mark)
+        app.access.wait_for("Not saved", role="push button")
+        ballast.unlink()
+        app.access.click("Not saved", role="push button")
+        app.access.wait_for("Thread saved")
+        self.assertEqual(app.turns(), [("first", "Hello from the server."),
+                                       ("second", "Hello from the server.")])
+
+    def test_what_could_not_be_saved_is_tried_again_at_quit(self):
+        app = self.app_on_a_small_disk()
+        ballast = app.data_home / "ballast"
+        self.fill(ballast)
+        self.ask(app, "only in memory")
+        app.access.wait_for("Not saved", role="push button")
+        # Another thread is on show by then.
+        app.access.press("New thread")
+        app.wait_for_line(PREFIX + "New thread started")
+        ballast.unlink()
+        app.access.press("Close")
+        self.assertEqual(app.wait_exit(), 0)
+        self.assertEqual(app.turns(), [("only in memory", "Hello from the server.")])
+
+    def test_a_note_that_cannot_be_deleted_stays(self):
+        app = self.app_on_a_small_disk()
+        app.access.click("Write a message")
+        app.access.wait_for("Write a message", focused=True)
+        self.desktop.type_text("remember this")
+        app.access.press("Add note")
+        app.access.wait_for_page_text("remember this")
+        app.access.wait_for("Thread saved")
+        ballast = app.data_home / "ballast"
+        self.fill(ballast)
+        self.delete_note(app)
+        app.wait_for_line(SAVE_ERROR)
+        app.access.wait_for("Not saved", role="push button")
+        app.access.wait_for_page_text("remember this")
+        self.assertEqual([n["text"] for n in app.threads()[0]["notes"]], ["remember this"])
+        ballast.unlink()
+        self.delete_note(app)
+        wait_until(lambda: not [n for t in app.threads() for n in t["notes"]],
+                   what="the note to go from the disk")
+        wait_until(lambda: "remember this" not in app.access.page_text(),
+                   what="the note to go from the page")
+
+    def test_a_thread_that_cannot_be_deleted_stays(self):
+        server = self.server()
+        app = self.app(server)
+        app.sign_in()
+        self.ask(app, "keep me")
+        self.wait_turns(app, ("keep me", "Hello from the server."))
+        folder = app.data_home / "Quellora" / "sessions" / app.threads()[0]["id"]
+        # A folder that something is mounted on can be written, but not removed.
+        subprocess.run(["mount", "--bind", folder, folder], check=True)
+        self.addCleanup(subprocess.run, ["umount", "-l", str(folder)], check=False)
+        app.access.press("Menu")
+        app.access.press("History")
+        row = re.compile("^keep me, ")
+        app.access.wait_for("Search threads", focused=True)
+        self.desktop.press("down")
+        app.access.wait_for(row, focused=True)
+        self.desktop.press("delete")
+        app.access.wait_for("Cancel", focused=True)
+        app.access.press("Delete")
+        app.wait_for_line(re.compile(r"ERROR: Failed to delete session .*resource busy"))
+        app.access.wait_for("This thread can't be deleted.")
+        app.access.wait_for(row)
+        self.desktop.press("escape")
+        self.assertIn("Hello from the server.", app.access.wait_for_page_text("keep me"))
+        self.assertFalse(app.has_line(PREFIX + "Content cleared",
+                                      app.lines.index(PREFIX + "Stream start received")))
+        # The thread goes on where it was.
+        self.ask(app, "and on")
+        self.wait_turns(app, ("keep me", "Hello from the server."),
+                        ("and on", "Hello from the server."))
+
+    def test_preferences_reach_a_disk_that_was_full(self):
+        app = self.app(self.server())
+        app.sign_in()
+        self.small_disk(app.config_home / "Quellora")
+        ballast = app.config_home / "Quellora" / "ballast"
+        self.fill(ballast)
+        app.access.press("Save thread")
+        app.wait_for_line(re.compile(r"^\[UserDefaults\] ERROR: Could not write "))
+        self.assertNotIn("defaults.json", [path.name for path in ballast.parent.iterdir()])
+        ballast.unlink()
+        # Nothing else is changed, and the program goes on.
+        app.wait_for_line(re.compile(r"^\[UserDefaults\] .* is written again$"))
+        self.assertIs(app.stored_defaults()["keepAIHistoryEnabled"], False)
+        self.fill(ballast)
+        app.access.press("Save thread")
+        app.wait_for_line(re.compile(r"^\[UserDefaults\] ERROR: Could not write "))
+        ballast.unlink()
+        app.access.press("Close")
+        self.assertEqual(app.wait_exit(), 0)
+        self.assertIs(app.stored_defaults()["keepAIHistoryEnabled"], True)
+
+
+if __name__ == "__main__":
+    unittest.main()
