@@ -140,6 +140,16 @@ void OverlayWindowController::wireOverlay()
             &OverlayWindowController::toggleHamburgerMenu);
     connect(&m_overlay, &OverlayModel::stopRequested, m_orchestrator.get(),
             &QueryOrchestrator::stop);
+    connect(m_orchestrator.get(), &QueryOrchestrator::answerLost, this,
+            [this](const QString &reason) {
+                m_overlay.showNotice(QStringLiteral("Another answer failed: ") + reason);
+            });
+    connect(&m_threads, &ThreadController::noteDeletionFailed, this,
+            [this](const QString &reason) {
+                if (m_display.content() != ResponseDisplay::Content::Message)
+                    m_orchestrator->showCurrentThread();
+                m_overlay.showNotice(QStringLiteral("The note can't be deleted: ") + reason);
+            });
     connect(&m_overlay, &OverlayModel::retrySavingRequested, &m_threads,
             &ThreadController::retrySaving);
     connect(&m_overlay, &OverlayModel::backToThreadRequested, this, [this] {
@@ -222,7 +232,7 @@ void OverlayWindowController::wirePanels()
     connect(&m_panels, &BottomPanelsModel::newThreadRequested, this,
             &OverlayWindowController::startNewThread);
     connect(&m_panels, &BottomPanelsModel::attachmentRemoved, &m_threads,
-            &ThreadController::clearStagedScreenshot);
+            &ThreadController::removeStagedScreenshot);
     connect(&m_panels, &BottomPanelsModel::keepAIHistoryToggled, &m_threads,
             &ThreadController::setKeepAIHistoryEnabled);
     connect(&m_panels, &BottomPanelsModel::informationalCollapseToggled, &m_messages,
