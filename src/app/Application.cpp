@@ -7,11 +7,14 @@
 #include "hotkeys/HotkeyBindings.h"
 #include "login/LoginWindowController.h"
 #include "overlay/OverlayWindowController.h"
+#include "overlay/page/PreviewFiles.h"
 #include "query/ScreenshotCapture.h"
 #include "ui/Ui.h"
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QNetworkCookieJar>
+#include <QThreadPool>
 #include <QTimer>
 
 #include <chrono>
@@ -41,7 +44,7 @@ Application::Application(std::unique_ptr<SingleInstance> instance)
     , m_store(m_platform->applicationSupportDirectory())
     , m_saver(m_store)
     , m_library(m_store, m_saver)
-    , m_emergencyExit([this] { finishWriting(); })
+    , m_emergencyExit([this] { finishAtOnce(); })
     , m_logShipper(m_network, m_endpoints.logsUpload())
     , m_statusBar(m_platform->statusArea(), m_platform->symbols())
     , m_delegate(std::make_unique<AppDelegate>(collaborators()))
@@ -51,6 +54,8 @@ Application::Application(std::unique_ptr<SingleInstance> instance)
     // Nothing of one account may reach the next one.
     connect(&m_notifications, &NotificationCenter::sessionDidEnd, this,
             [this] { m_network.setCookieJar(new QNetworkCookieJar); });
+    QThreadPool::globalInstance()->start(
+        [folder = QDir::tempPath()] { PreviewFiles::removeAbandoned(folder); });
     initializeUi();
     prepareQmlEngine(m_engine);
     followMotion(m_engine, m_platform->appearance());
@@ -63,6 +68,16 @@ Application::~Application()
     m_delegate.reset();
     m_nextView.reset();
     finishWriting();
+}
+
+void Application::finishAtOnce()
+{
+    // First what is safe in any state.
+    finishWriting();
+    if (OverlayPresenter *overlay = m_delegate ? m_delegate->overlay() : nullptr) {
+        overlay->finishAtOnce();
+        finishWriting();
+    }
 }
 
 void Application::finishWriting()

@@ -46,6 +46,8 @@ public:
 private:
     /// Waits until threads and preferences are on disk.
     void finishWriting();
+    /// The last that happens when the process is ended from within.
+    void finishAtOnce();
     std::unique_ptr<LoginPresenter> makeLogin();
     std::unique_ptr<OverlayPresenter> makeOverlay(const VantiroConfig &config);
     std::unique_ptr<MenuBarController> makeMenuBar();

@@ -30,6 +30,9 @@ public:
 
     virtual void showWindow() = 0;
     virtual void closeWindow() = 0;
+    /// The process is about to end past the window's own end: keeps what has arrived of answers and
+    /// leaves no picture behind. Nothing is shown any more.
+    virtual void finishAtOnce() = 0;
     /// Orders the window to the front without activating it, logged as "Window shown".
     virtual void show() = 0;
 

@@ -197,7 +197,8 @@ QString JsonUserDefaults::writeFile(const QString &path, const QJsonObject &valu
     QSaveFile file(path);
     file.setDirectWriteFallback(false);
     const QByteArray json = QJsonDocument(values).toJson(QJsonDocument::Indented);
-    if (file.open(QIODevice::WriteOnly)) {
+    // Without a buffer the write says that it failed; QSaveFile would put an empty file there.
+    if (file.open(QIODevice::WriteOnly | QIODevice::Unbuffered)) {
         file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
         if (file.write(json) == json.size() && file.commit())
             return {};

@@ -144,12 +144,21 @@ void OverlayWindowController::wireOverlay()
             [this](const QString &reason) {
                 m_overlay.showNotice(QStringLiteral("Another answer failed: ") + reason);
             });
-    connect(&m_threads, &ThreadController::noteDeletionFailed, this,
-            [this](const QString &reason) {
-                if (m_display.content() != ResponseDisplay::Content::Message)
+    connect(&m_display, &ResponseDisplay::previewFailed, &m_overlay, [this] {
+        m_overlay.showNotice(QStringLiteral("The picture can't be opened: it can't be written to "
+                                            "the temporary folder."));
+    });
+    connect(&m_threads, &ThreadController::screenshotRemoved, this,
+            [this](const QUuid &threadId, qint64 index) {
+                m_display.removePreview(threadId, index);
+                if (m_display.showsScreenshot(threadId, index))
                     m_orchestrator->showCurrentThread();
-                m_overlay.showNotice(QStringLiteral("The note can't be deleted: ") + reason);
             });
+    connect(&m_threads, &ThreadController::noteDeletionFailed, this, [this](const QString &reason) {
+        if (m_display.content() != ResponseDisplay::Content::Message)
+            m_orchestrator->showCurrentThread();
+        m_overlay.showNotice(QStringLiteral("The note can't be deleted: ") + reason);
+    });
     connect(&m_overlay, &OverlayModel::retrySavingRequested, &m_threads,
             &ThreadController::retrySaving);
     connect(&m_overlay, &OverlayModel::backToThreadRequested, this, [this] {
@@ -188,6 +197,8 @@ void OverlayWindowController::wireOverlay()
     });
     if (m_history) {
         m_history->attach(m_panel, m_overlay, m_menu, *m_orchestrator);
+        connect(&m_history->controller(), &HistoryController::threadDeleted, &m_display,
+                &ResponseDisplay::removePreviews);
         connect(m_history.get(), &OverlayHistory::currentThreadDeleted, this,
                 &OverlayWindowController::clearContent);
         // One sheet at a time.
@@ -272,6 +283,12 @@ void OverlayWindowController::closeWindow()
     m_orchestrator->cancelAll();
     m_isVisible = false;
     m_panel.close();
+}
+
+void OverlayWindowController::finishAtOnce()
+{
+    m_orchestrator->cancelAll();
+    m_display.removeAllPreviews();
 }
 
 void OverlayWindowController::clearContent()

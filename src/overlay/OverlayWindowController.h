@@ -77,6 +77,7 @@ public:
 
     void showWindow() override { show(); }
     void closeWindow() override;
+    void finishAtOnce() override;
     void show() override;
     void triggerCaptureAndSend() override { m_orchestrator->triggerCaptureAndSend(); }
     void captureNoSend() override { m_orchestrator->captureNoSend(); }

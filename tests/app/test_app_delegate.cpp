@@ -42,6 +42,7 @@ public:
     ~FakeOverlay() override { --m_alive; }
     void showWindow() override { m_calls << "showWindow"; }
     void closeWindow() override { m_calls << "closeWindow"; }
+    void finishAtOnce() override { m_calls << "finishAtOnce"; }
     void show() override { m_calls << "show"; }
     void triggerCaptureAndSend() override { m_calls << "triggerCaptureAndSend"; }
     void captureNoSend() override { m_calls << "captureNoSend"; }

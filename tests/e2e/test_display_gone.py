@@ -2,9 +2,11 @@
 
 import os
 import pathlib
+import threading
 import unittest
 
-from harness import E2ECase, processes, wait_until
+from harness import E2ECase, HostileServer, chunk_event, processes, wait_until
+from harness.server import QUERY
 
 
 class DisplayGoneTest(E2ECase):
@@ -15,15 +17,22 @@ class DisplayGoneTest(E2ECase):
 
     def test_threads_are_stored_and_nothing_stays(self):
         helpers = set(processes.descendants(os.getpid()))
-        app = self.app(self.server()).sign_in()
+        server = self.server()
+        app = self.app(server).sign_in()
         app.access.click("Write a message")
         app.access.wait_for("Write a message", focused=True)
         self.desktop.type_text("question\n")
         app.wait_for_line("[OverlayWindowController] Stream complete, buffer cleared")
+        # The second answer has not ended yet.
+        server.on(QUERY, HostileServer.stream(chunk_event("half an answer"), threading.Event()))
+        self.desktop.type_text("more\n")
+        app.access.wait_for_page_text("half an answer")
         self.desktop.kill_x_server()
         # An orderly failure: neither a signal nor success.
         self.assertEqual(app.wait_exit(), 1, app.describe("ended"))
-        self.assertEqual(app.turns(), [("question", "Hello from the server.")])
+        self.assertEqual(app.turns(), [("question", "Hello from the server."),
+                                       ("more", "half an answer")])
+        self.assertEqual(app.temporary_files(), [])
 
         def ours():
             processes.reap()

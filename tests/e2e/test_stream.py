@@ -203,9 +203,9 @@ class AnswerTest(SignedInCase):
 
 
 class BrokenAnswerTest(SignedInCase):
-    """Streams that fail: an error page, no turn, the prompt stays."""
+    """Streams that fail: an error page; what has arrived is kept, and the prompt stays."""
 
-    def fails_with(self, handler, logged, page):
+    def fails_with(self, handler, logged, page, kept=None):
         app = self.shared_app
         telemetry = len(self.shared_server.requests("/api/telemetry/query"))
         self.shared_server.on(QUERY, handler)
@@ -214,7 +214,8 @@ class BrokenAnswerTest(SignedInCase):
         app.wait_for_line(PREFIX + "Window shown", since=self.mark)
         shown = app.access.wait_for_page_text(page)
         self.assertIn("Error:", shown)
-        self.assertEqual(app.turns()[self.turns_before:], [])
+        turns = [("question", kept)] if kept else []
+        wait_until(lambda: app.turns()[self.turns_before:] == turns, what=f"the turns {turns}")
         self.assertEqual(app.stored_defaults()["userPrompt"], "question")
         self.assertEqual(len(self.shared_server.requests("/api/telemetry/query")), telemetry)
         # The text is still in the box; empty it for the next question.
@@ -223,7 +224,7 @@ class BrokenAnswerTest(SignedInCase):
     def test_end_without_done(self):
         self.fails_with(HostileServer.stream(chunk_event("half an ans")),
                         PREFIX + "ERROR: Stream ended without a done event",
-                        "Stream ended unexpectedly")
+                        "Stream ended unexpectedly", kept="half an ans")
 
     def test_empty_stream(self):
         self.fails_with(HostileServer.stream(),
@@ -253,7 +254,8 @@ class BrokenAnswerTest(SignedInCase):
                             b"Transfer-Encoding: chunked\r\n\r\n")
             connection.send(b"%x\r\n%s\r\n40\r\nda" % (len(broken_off), broken_off))
         self.fails_with(handler, re.compile(
-            r"^\[OverlayWindowController\] ERROR: Unexpected query error: .+"), "Error:")
+            r"^\[OverlayWindowController\] ERROR: Unexpected query error: .+"), "Error:",
+            kept="half an ans")
 
     def test_a_line_without_end_is_bounded(self):
         block = b"x" * (1 << 20)

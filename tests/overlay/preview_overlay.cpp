@@ -47,6 +47,13 @@ bool apply(OverlayFixture &f, const QString &word)
     } else if (word == QLatin1String("saved")) {
         f.overlay.setSaveState(OverlayModel::SaveState::Saved);
         f.panels.setKeepAIHistoryEnabled(true);
+    } else if (word == QLatin1String("saving")) {
+        f.overlay.setSaveState(OverlayModel::SaveState::Saving);
+    } else if (word == QLatin1String("unsaved")) {
+        f.overlay.setSaveState(OverlayModel::SaveState::Failed,
+                               QStringLiteral("No space left on device"));
+    } else if (word == QLatin1String("covered")) {
+        f.overlay.setThreadCovered(true);
     } else if (word == QLatin1String("waiting")) {
         f.overlay.setActivity(Activity::Waiting);
         setPrompt(question);

@@ -3,6 +3,10 @@
 #include "overlay/FakePageSurface.h"
 #include "overlay/page/ResponseDisplay.h"
 
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QRegularExpression>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -21,7 +25,7 @@ private slots:
     void renderThreadShowsEntries();
     void emptyThreadClears();
     void screenshotOnlyThread();
-    void failedPreviewIsLeftOut();
+    void pictureThatCannotBeWrittenIsShownButNotOpened();
     void newerPageSupersedesOneBeingBuilt();
     void themeChangeWhileLoadingIsApplied();
     void alphaChangeWhileLoadingIsApplied();
@@ -37,6 +41,8 @@ private slots:
     void malformedMessages();
     void longBodiesAreCut();
     void openScreenshotOpensKnownPathsOnly();
+    void previewsGoWithTheirThread();
+    void tellsWhatIsOnThePage();
     void noteDelete();
     void links_data();
     void links();
@@ -45,6 +51,13 @@ private:
     bool shown(int count = 1)
     {
         return QTest::qWaitFor([&] { return m_surface->loads.size() >= count; }, 5000);
+    }
+
+    /// The path of the first picture that the page offers.
+    QString offeredPath() const
+    {
+        static const QRegularExpression path(QStringLiteral("/[^\\s'\"&]+/screenshot-0\\.jpg"));
+        return path.match(m_surface->page()).captured();
     }
 
     std::unique_ptr<LogCapture> m_log;
@@ -138,7 +151,7 @@ void TestPageDisplay::screenshotOnlyThread()
     QVERIFY(m_surface->page().contains(QStringLiteral("screenshot-0.jpg")));
 }
 
-void TestPageDisplay::failedPreviewIsLeftOut()
+void TestPageDisplay::pictureThatCannotBeWrittenIsShownButNotOpened()
 {
     QFile inTheWay(m_dir->filePath(QStringLiteral("quellora-thread-preview")));
     QVERIFY(inTheWay.open(QIODevice::WriteOnly));
@@ -147,9 +160,13 @@ void TestPageDisplay::failedPreviewIsLeftOut()
     session.addTurn(QStringLiteral("p"), QStringLiteral("r"), QDateTime::currentDateTime());
     m_display->renderThread(session);
     QVERIFY(shown());
-    QVERIFY(!m_surface->page().contains(QStringLiteral("<img")));
+    QVERIFY(m_surface->page().contains(QStringLiteral("<img")));
     QVERIFY(m_surface->page().contains(QStringLiteral("prompt-text")));
-    QCOMPARE(m_log->lines.filter(QStringLiteral("dropping thumbnail")).size(), 1);
+    QSignalSpy failed(m_display.get(), &ResponseDisplay::previewFailed);
+    m_surface->post(QStringLiteral("openScreenshot"), offeredPath());
+    QTRY_COMPARE(failed.size(), 1);
+    QVERIFY(m_workspace->files.isEmpty());
+    QCOMPARE(m_log->lines.filter(QStringLiteral("Could not create thread-preview")).size(), 1);
 }
 
 void TestPageDisplay::newerPageSupersedesOneBeingBuilt()
@@ -366,17 +383,77 @@ void TestPageDisplay::openScreenshotOpensKnownPathsOnly()
 {
     CaptureSession session = CaptureSession::create();
     session.addScreenshot("AB", QDateTime::currentDateTime());
-    const QString path = m_dir->filePath(
-        QStringLiteral("quellora-thread-preview/%1/screenshot-0.jpg").arg(uuidText(session.id)));
-    m_surface->post(QStringLiteral("openScreenshot"), path);
-    QVERIFY(m_workspace->files.isEmpty());
+    session.addScreenshot("CD", QDateTime::currentDateTime());
     m_display->renderThread(session);
     QVERIFY(shown());
-    QVERIFY(m_surface->page().contains(path));
+    const QString path = offeredPath();
+    // A page that is only shown writes nothing.
+    QVERIFY(QDir(m_dir->path()).isEmpty());
     m_surface->post(QStringLiteral("openScreenshot"), path);
-    QCOMPARE(m_workspace->files, QStringList{path});
+    QTRY_COMPARE(m_workspace->files, QStringList{path});
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    QCOMPARE(file.readAll(), QByteArray("AB"));
+    QCOMPARE(QFileInfo(path).dir().entryList(QDir::Files), QStringList{"screenshot-0.jpg"});
     m_surface->post(QStringLiteral("openScreenshot"), path + QStringLiteral("/../x"));
+    m_surface->post(QStringLiteral("openScreenshot"), QStringLiteral("/etc/passwd"));
+    QCOMPARE(m_log->lines.filter(QStringLiteral("malformed openScreenshot")).size(), 2);
+    // The next page offers nothing of this one.
+    m_surface->finishLoad();
+    m_display->loadContent(QStringLiteral("other"));
+    QVERIFY(shown(2));
+    m_surface->finishLoad();
+    m_surface->post(QStringLiteral("openScreenshot"), path);
+    QCOMPARE(m_log->lines.filter(QStringLiteral("malformed openScreenshot")).size(), 3);
     QCOMPARE(m_workspace->files.size(), 1);
+}
+
+void TestPageDisplay::previewsGoWithTheirThread()
+{
+    CaptureSession session = CaptureSession::create();
+    session.addScreenshot("AB", QDateTime::currentDateTime());
+    m_display->renderThread(session);
+    QVERIFY(shown());
+    const QString path = offeredPath();
+    QVERIFY(m_display->showsScreenshot(session.id, 0));
+    QVERIFY(!m_display->showsScreenshot(session.id, 1));
+    QVERIFY(!m_display->showsScreenshot(QUuid::createUuid(), 0));
+    const auto open = [&] {
+        m_workspace->files.clear();
+        m_surface->post(QStringLiteral("openScreenshot"), path);
+        return QTest::qWaitFor([&] { return !m_workspace->files.isEmpty(); }, 5000);
+    };
+    QVERIFY(open());
+    m_display->removePreview(session.id, 0);
+    QTRY_VERIFY(!QFile::exists(path));
+    QVERIFY(open());
+    m_display->removePreviews(session.id);
+    QTRY_VERIFY(!QFile::exists(path));
+    QVERIFY(open());
+    // At sign-out and at quit.
+    m_display.reset();
+    QVERIFY(QDir(m_dir->path()).isEmpty());
+}
+
+void TestPageDisplay::tellsWhatIsOnThePage()
+{
+    using Content = ResponseDisplay::Content;
+    QSignalSpy changed(m_display.get(), &ResponseDisplay::contentChanged);
+    QCOMPARE(m_display->content(), Content::Hint);
+    m_display->loadContent(QString());
+    QVERIFY(changed.isEmpty());
+    m_display->loadContent(QStringLiteral("**Error:**"));
+    QCOMPARE(m_display->content(), Content::Message);
+    CaptureSession session = CaptureSession::create();
+    m_display->renderThread(session);
+    QCOMPARE(m_display->content(), Content::Hint);
+    session.addScreenshot("AB", QDateTime::currentDateTime());
+    m_display->renderThread(session);
+    QCOMPARE(m_display->content(), Content::Thread);
+    m_display->loadContent(QStringLiteral("x"));
+    m_display->loadStreamingShell(session, QStringLiteral("q"), QDateTime::currentDateTime(), {});
+    QCOMPARE(m_display->content(), Content::Thread);
+    QCOMPARE(changed.size(), 5);
 }
 
 void TestPageDisplay::noteDelete()

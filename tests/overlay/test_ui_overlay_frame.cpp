@@ -191,6 +191,73 @@ private Q_SLOTS:
         QVERIFY(stop->mapToScene({stop->width(), 0}).x() <= 314);
     }
 
+    void oneButtonLeadsBackToTheThread()
+    {
+        show();
+        f().overlay.setTitle(QStringLiteral("A thread"));
+        f().overlay.setHasAnswer(true);
+        QVERIFY(!f().find("backToThread")->isVisible());
+        f().overlay.setThreadCovered(true);
+        QVERIFY(f().find("copyAnswer")->isVisible());
+        QSignalSpy back(&f().overlay, &OverlayModel::backToThreadRequested);
+        click("backToThread");
+        QCOMPARE(back.size(), 1);
+        f().overlay.setThreadCovered(false);
+        QVERIFY(!f().find("backToThread")->isVisible());
+    }
+
+    void aThreadThatIsNotSavedSaysSo()
+    {
+        using SaveState = OverlayModel::SaveState;
+        show();
+        f().overlay.setTitle(QStringLiteral("A thread"));
+        QVERIFY(!f().find("drive")->isVisible() && !f().find("notSaved")->isVisible());
+        const qreal plain = f().find("threadTitle")->x();
+        f().overlay.setSaveState(SaveState::Saving);
+        QVERIFY(f().find("drive")->isVisible() && !f().find("notSaved")->isVisible());
+        const qreal marked = f().find("threadTitle")->x();
+        QVERIFY(marked > plain);
+        f().overlay.setSaveState(SaveState::Saved);
+        QVERIFY(f().find("drive")->isVisible());
+        QCOMPARE(f().find("threadTitle")->x(), marked);
+        f().overlay.setSaveState(SaveState::Failed, QStringLiteral("No space left on device"));
+        QVERIFY(!f().find("drive")->isVisible() && f().find("notSaved")->isVisible());
+        const QQuickItem *words = f().find("notSavedWords");
+        QVERIFY(words->isVisible());
+        QVERIFY(f().find("threadTitle")->x() >= words->x() + words->width());
+        QCOMPARE(f().find("notSaved")->property("name").toString(),
+                 QStringLiteral("Not saved: No space left on device. Press to try again."));
+        QSignalSpy retried(&f().overlay, &OverlayModel::retrySavingRequested);
+        click("notSaved");
+        QCOMPARE(retried.size(), 1);
+        // Also without a title, and beside a notice.
+        f().overlay.setTitle(QString());
+        QVERIFY(f().find("notSaved")->isVisible());
+        f().overlay.showNotice(QStringLiteral("The note can't be deleted"));
+        QVERIFY(f().find("notice")->x() >= words->x() + words->width());
+    }
+
+    void everythingFitsTheSmallestWindowAtOnce()
+    {
+        f().panel.resize(320, 280);
+        f().overlay.setUsage(100);
+        f().overlay.setTitle(QStringLiteral("A rather long title of a thread"));
+        f().overlay.setActivity(OverlayModel::Activity::Waiting);
+        f().overlay.setSaveState(OverlayModel::SaveState::Failed, QStringLiteral("no"));
+        f().overlay.setThreadCovered(true);
+        show();
+        centre("stop");
+        QVERIFY(!f().find("notSavedWords")->isVisible());
+        const auto scene = [this](const char *name) {
+            const QQuickItem *item = f().find(name);
+            return item->mapRectToScene(item->boundingRect());
+        };
+        QVERIFY(scene("notSaved").right() <= scene("usageBadge").left());
+        QVERIFY(scene("usageBadge").right() <= scene("backToThread").left());
+        QVERIFY(scene("backToThread").right() <= scene("status").left());
+        QVERIFY(scene("stop").right() <= 314);
+    }
+
     void copySaysThatItCopied()
     {
         show();

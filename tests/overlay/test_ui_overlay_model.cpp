@@ -185,6 +185,41 @@ private Q_SLOTS:
         QCOMPARE(copied.size(), 1);
     }
 
+    void onlyACoveredThreadCanBeGoneBackTo()
+    {
+        QSignalSpy changed(m_model.get(), &OverlayModel::stripChanged);
+        QSignalSpy back(m_model.get(), &OverlayModel::backToThreadRequested);
+        m_model->backToThread();
+        QCOMPARE(back.size(), 0);
+        m_model->setThreadCovered(true);
+        m_model->setThreadCovered(true);
+        QCOMPARE(changed.size(), 1);
+        m_model->backToThread();
+        QCOMPARE(back.size(), 1);
+    }
+
+    void onlyAFailedSaveCanBeTriedAgain()
+    {
+        using SaveState = OverlayModel::SaveState;
+        QSignalSpy changed(m_model.get(), &OverlayModel::stripChanged);
+        QSignalSpy retried(m_model.get(), &OverlayModel::retrySavingRequested);
+        for (const SaveState state : {SaveState::Saving, SaveState::Saved, SaveState::None}) {
+            m_model->setSaveState(state);
+            m_model->retrySaving();
+        }
+        QCOMPARE(retried.size(), 0);
+        m_model->setSaveState(SaveState::Failed, QStringLiteral("full"));
+        m_model->setSaveState(SaveState::Failed, QStringLiteral("full"));
+        QCOMPARE(changed.size(), 4);
+        m_model->setSaveState(SaveState::Failed, QStringLiteral("read-only"));
+        QCOMPARE(changed.size(), 5);
+        QCOMPARE(m_model->saveProblem(), QStringLiteral("read-only"));
+        m_model->retrySaving();
+        QCOMPARE(retried.size(), 1);
+        m_model->setSaveState(SaveState::Saved);
+        QCOMPARE(m_model->saveProblem(), QString());
+    }
+
     void titleIsOneLine()
     {
         m_model->setTitle(QString(1024 * 1024, u'x'));

@@ -90,6 +90,28 @@ private Q_SLOTS:
         QVERIFY(!notice->state().invisible && !notice->state().focusable);
     }
 
+    void theStripSaysWhatBecameOfTheThread()
+    {
+        using SaveState = OverlayModel::SaveState;
+        for (const QSize &size : {QSize(624, 744), QSize(320, 280)}) {
+            f().panel.resize(size);
+            f().overlay.setTitle(QStringLiteral("A thread"));
+            f().overlay.setThreadCovered(true);
+            f().overlay.setSaveState(SaveState::Saved);
+            show();
+            QVERIFY(find(QStringLiteral("Back to thread"), QAccessible::Button));
+            QVERIFY(!find(QStringLiteral("Thread saved"), QAccessible::Graphic)->state().invisible);
+            f().overlay.setSaveState(SaveState::Saving);
+            QVERIFY(find(QStringLiteral("Saving thread\u2026"), QAccessible::Graphic));
+            f().overlay.setSaveState(SaveState::Failed, QStringLiteral("The disk is full"));
+            QAccessibleInterface *failed = find(QStringLiteral("Not saved"), QAccessible::Button);
+            QVERIFY(failed && !failed->state().invisible);
+            QCOMPARE(failed->text(QAccessible::Description),
+                     QStringLiteral("Not saved: The disk is full. Press to try again."));
+            m_fixture = std::make_unique<OverlayFixture>();
+        }
+    }
+
     void compactControlsHaveTheSameNames()
     {
         f().panel.resize(320, 280);

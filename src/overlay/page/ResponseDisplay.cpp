@@ -91,7 +91,7 @@ ResponseDisplay::ResponseDisplay(PageSurface &surface, Workspace &workspace,
     : QObject(parent)
     , m_surface(surface)
     , m_workspace(workspace)
-    , m_previews(temporaryDirectory)
+    , m_files(std::make_shared<PreviewFiles>(temporaryDirectory))
     , m_pillAlphaThrottle(
           std::move(timing.clock),
           [this](std::optional<PillAlphaThrottle::Nanoseconds> delay) {
@@ -120,7 +120,34 @@ ResponseDisplay::ResponseDisplay(PageSurface &surface, Workspace &workspace,
     connect(&m_surface, &PageSurface::linkActivated, this, &ResponseDisplay::onLinkActivated);
 }
 
-ResponseDisplay::~ResponseDisplay() = default;
+ResponseDisplay::~ResponseDisplay()
+{
+    removeAllPreviews();
+}
+
+void ResponseDisplay::removePreviews(const QUuid &threadId)
+{
+    m_builder.start([files = m_files, threadId] { files->removeThread(threadId); });
+}
+
+void ResponseDisplay::removePreview(const QUuid &threadId, qint64 index)
+{
+    m_builder.start(
+        [files = m_files, threadId, index] { files->removeScreenshot(threadId, index); });
+}
+
+void ResponseDisplay::removeAllPreviews()
+{
+    m_builder.start([files = m_files] { files->removeAll(); });
+    m_builder.waitForDone();
+}
+
+bool ResponseDisplay::showsScreenshot(const QUuid &threadId, qint64 index) const
+{
+    return std::any_of(m_previews.begin(), m_previews.end(), [&](const Preview &preview) {
+        return preview.threadId == threadId && preview.index == index;
+    });
+}
 
 void ResponseDisplay::setResponseTextColorHex(const std::optional<QString> &color)
 {
@@ -188,14 +215,13 @@ ResponseDisplay::PageId ResponseDisplay::show(Content content, Build build, cons
     if (std::exchange(m_content, content) != content)
         emit contentChanged();
     m_builder.start([this, page, build = std::move(build), appearance = m_appearance,
-                     previews = m_previews, logLine] {
+                     files = m_files, logLine] {
         BuiltPage built;
         built.html = build(appearance, [&](const CaptureSession::Screenshot &screenshot,
                                            const CaptureSession &session) {
-            std::optional<QString> path = previews.tempFileURL(screenshot, session);
-            if (path)
-                built.previews.insert(*path);
-            return path;
+            const QString path = files->pathOf(screenshot, session);
+            built.previews.insert(path, {session.id, screenshot.index, screenshot.imageData});
+            return std::optional(path);
         });
         QMetaObject::invokeMethod(
             this,
@@ -213,7 +239,9 @@ void ResponseDisplay::onBuilt(PageId page, const BuiltPage &built,
 {
     if (page != m_latestPage)
         return;
-    m_previews.remember(built.previews);
+    // The page before it is on show a little longer.
+    m_previews.insert(built.previews);
+    m_latestPreviews = built.previews;
     m_builtAppearance = appearance;
     m_loadingPage = page;
     m_loadId = m_surface.load(built.html, logLine);
@@ -224,6 +252,7 @@ void ResponseDisplay::onLoadFinished(PageSurface::LoadId id)
     Log::event(QStringLiteral("[OverlayWindowController] WebView finished loading"));
     if (id != m_loadId)
         return;
+    m_previews = m_latestPreviews;
     // What changed while the page was on its way reached the page before it. A page that is loaded
     // again after its process ended has missed everything since it was built.
     if (!looksAlike(m_builtAppearance, m_appearance))
@@ -306,11 +335,23 @@ void ResponseDisplay::onOpenScreenshot(const QVariant &body)
 {
     const QString path = body.toString();
     // Page content could name any file: only a path that a page of ours was given is opened.
-    if (body.typeId() != QMetaType::QString || !m_previews.isKnown(path)) {
+    const auto preview = m_previews.constFind(path);
+    if (body.typeId() != QMetaType::QString || preview == m_previews.constEnd()) {
         logMalformed(QStringLiteral("openScreenshot"), body);
         return;
     }
-    m_workspace.openFile(path);
+    m_builder.start([this, files = m_files, path, image = preview->image] {
+        const bool isThere = files->write(path, image);
+        QMetaObject::invokeMethod(
+            this,
+            [this, path, isThere] {
+                if (isThere)
+                    m_workspace.openFile(path);
+                else
+                    emit previewFailed();
+            },
+            Qt::QueuedConnection);
+    });
 }
 
 void ResponseDisplay::onNoteDelete(const QVariant &body)

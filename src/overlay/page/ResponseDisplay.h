@@ -7,10 +7,12 @@
 #include "overlay/page/PreviewFiles.h"
 #include "overlay/page/ResponsePage.h"
 
+#include <QHash>
 #include <QObject>
 #include <QThreadPool>
 #include <QTimer>
 
+#include <memory>
 #include <optional>
 
 namespace quellora {
@@ -49,6 +51,7 @@ public:
                     Timing timing, QObject *parent = nullptr);
     ResponseDisplay(PageSurface &surface, Workspace &workspace, const QString &temporaryDirectory,
                     QObject *parent = nullptr);
+    /// Removes the previews and waits until they are gone.
     ~ResponseDisplay() override;
 
     AppTheme appliedTheme() const { return m_appearance.theme; }
@@ -78,6 +81,15 @@ public:
                               const std::optional<CaptureSession::Screenshot> &screenshot);
     /// The page requested last.
     PageId latestPage() const { return m_latestPage; }
+    /// The thread has been deleted: its pictures go from the temporary folder.
+    void removePreviews(const QUuid &threadId);
+    /// The picture is no longer in its thread: it goes from the temporary folder.
+    void removePreview(const QUuid &threadId, qint64 index);
+    /// Removes every picture from the temporary folder and waits until that is done.
+    void removeAllPreviews();
+    /// Whether a page that shows this picture is on show or on its way.
+    bool showsScreenshot(const QUuid &threadId, qint64 index) const;
+
     /// What the page requested last shows.
     Content content() const { return m_content; }
 
@@ -106,16 +118,26 @@ signals:
     /// The page scrolled, grew or shrank. @p enabled: the content overflows; @p thumbRatio: visible
     /// part of the content; @p fraction: position, 0 at the top, 1 at the bottom.
     void scrollPositionChanged(bool enabled, double thumbRatio, double fraction);
+    /// A picture that the user wants to open could not be written for the viewer.
+    void previewFailed();
     /// The user asked for a note to be deleted. The id is well formed, but any id may come.
     void noteDeleteRequested(const QUuid &noteId);
     /// A page requested here has finished loading.
     void pageFinished(quellora::ResponseDisplay::PageId page);
 
 private:
+    struct Preview
+    {
+        QUuid threadId;
+        qint64 index = 0;
+        QByteArray image;
+    };
+    /// The pictures that a page offers to open, by the paths of their previews.
+    using Previews = QHash<QString, Preview>;
     struct BuiltPage
     {
         QByteArray html;
-        QSet<QString> previews;
+        Previews previews;
     };
     using Build = std::function<QByteArray(const responsepage::PageAppearance &,
                                            const responsepage::PreviewPath &)>;
@@ -132,7 +154,12 @@ private:
 
     PageSurface &m_surface;
     Workspace &m_workspace;
-    PreviewFiles m_previews;
+    /// Used on the builder's thread, but for the paths.
+    const std::shared_ptr<PreviewFiles> m_files;
+    /// What the page on show, and one that is replacing it, may have opened.
+    Previews m_previews;
+    /// Those of the page loaded last.
+    Previews m_latestPreviews;
     responsepage::PageAppearance m_appearance;
     /// Appearance with which the page being loaded or shown was built.
     responsepage::PageAppearance m_builtAppearance;

@@ -160,7 +160,7 @@ FocusScope {
         Item {
             objectName: "status"
             visible: strip.hasStatus && (!strip.compact || !strip.isNoticeShown)
-            width: statusWords.x + statusWords.width
+            width: (statusWords.visible ? statusWords.x + statusWords.width : 14)
                    + (seconds.visible ? seconds.width + seconds.gap : 0)
             height: parent.height
             // Changes of the name are announced without taking the focus.
@@ -185,6 +185,9 @@ FocusScope {
             }
             Label {
                 id: statusWords
+                // In the smallest window the symbol alone stands beside the controls.
+                visible: !strip.compact || strip.status === OverlayModel.Stopped
+                         || !(strip.overlay.isThreadCovered || notSaved.visible)
                 x: strip.status === OverlayModel.Stopped ? 0 : 22
                 height: parent.height
                 text: strip.overlay.statusText

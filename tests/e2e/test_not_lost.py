@@ -1,16 +1,19 @@
 """What arrived and what was stored is not lost: broken answers, spent credits, full disks."""
 
-import json
 import os
 import pathlib
 import re
+import shutil
 import signal
+import struct
 import subprocess
+import tempfile
 import threading
 import unittest
-import uuid
+import zlib
 
 from harness import E2ECase, HostileServer, chunk_event, done_event, wait_until
+from harness.app import BIN_DIR
 from harness.server import QUERY, TELEMETRY, VERIFY
 
 PREFIX = "[OverlayWindowController] "
@@ -28,6 +31,17 @@ def never_ending(left, *texts):
         if connection.wait_closed():
             left.set()
     return handler
+
+
+def png(width, height, colour):
+    """A small picture in one colour, as a capture tool writes it."""
+    def block(kind, data):
+        return (struct.pack(">I", len(data)) + kind + data
+                + struct.pack(">I", zlib.crc32(kind + data)))
+    rows = (b"\0" + bytes(colour) * width) * height
+    return (b"\x89PNG\r\n\x1a\n"
+            + block(b"IHDR", struct.pack(">IIBBBBB", width, height, 8, 2, 0, 0, 0))
+            + block(b"IDAT", zlib.compress(rows, 1)) + block(b"IEND", b""))
 
 
 class Case(E2ECase):
@@ -85,15 +99,6 @@ class CutOffTest(Case):
         app.access.press("Close")
         self.assertEqual(app.wait_exit(), 0)
         self.assertEqual(app.turns(), [("question", "half an answer")])
-
-    def test_the_display_goes_away(self):
-        # Ended from within; another desktop takes over for the tests that follow.
-        app, _ = self.half_an_answer(self.server())
-        self.desktop.kill_x_server()
-        app.wait_exit()
-        E2ECase._close_desktop()
-        self.assertEqual(app.turns(), [("question", "half an answer")])
-        self.assertEqual(app.temporary_files(), [])
 
     def test_session_expiry(self):
         server = self.server(heartbeatIntervalSeconds=1)
@@ -232,6 +237,62 @@ class CreditsTest(Case):
         self.wait_turns(app, ("one", "short"), ("two", "long beginning and end"))
 
 
+class PictureTest(Case):
+    """Pictures stay where they are wanted, and nowhere else."""
+
+    def with_tool(self, script):
+        """An app whose capture tool runs a script; "$last" is the file to write."""
+        folder = pathlib.Path(tempfile.mkdtemp(prefix="bin-"))
+        self.addCleanup(shutil.rmtree, folder, ignore_errors=True)
+        shutil.copy2(BIN_DIR / "quellora", folder / "quellora")
+        tool = folder / "quellora-screencapture"
+        tool.write_text('#!/bin/sh\nhere=$(dirname "$0")\nfor last; do :; done\n' + script + "\n")
+        tool.chmod(0o755)
+        os.mkfifo(folder / "never")
+        (folder / "small.png").write_bytes(png(320, 200, (200, 100, 50)))
+        server = self.server()
+        return server, self.app(server, bin_dir=folder).sign_in()
+
+    def test_quitting_in_the_middle_of_a_slow_capture(self):
+        for leave in (lambda app: app.access.press("Close"),
+                      lambda app: app.process.send_signal(signal.SIGTERM)):
+            with self.subTest():
+                _, app = self.with_tool(
+                    'cp "$here/small.png" "$last"; read line < "$here/never"')
+                app.access.press("Capture without sending")
+                wait_until(lambda app=app: any(name.startswith("vantiro_capture_")
+                                               for name in app.temporary_files()),
+                           what="the tool's file")
+                leave(app)
+                self.assertEqual(app.wait_exit(), 0)
+                self.assertEqual(app.temporary_files(), [])
+
+    def test_a_removed_picture_leaves_its_thread(self):
+        server, app = self.with_tool('cp "$here/small.png" "$last"')
+        self.ask(app, "first")
+        self.wait_turns(app, ("first", "Hello from the server."))
+        folder = app.data_home / "Quellora" / "sessions" / app.threads()[0]["id"]
+
+        def pictures():
+            return (sorted(path.name for path in folder.glob("*.png")),
+                    [shot["index"] for shot in app.threads()[0]["screenshots"]])
+        app.access.press("Capture without sending")
+        app.access.wait_for("Remove screenshot")
+        wait_until(lambda: pictures() == (["screenshot-0.png"], [0]), what="the stored picture")
+        app.access.click("Remove screenshot")
+        app.access.wait_gone("Remove screenshot")
+        wait_until(lambda: pictures() == ([], []), what="the picture to go")
+        app.access.press("Capture without sending")
+        app.access.wait_for("Remove screenshot")
+        wait_until(lambda: pictures() == (["screenshot-1.png"], [1]), what="the next picture")
+        self.ask(app, "second")
+        self.assertIn("imageBase64", server.wait_for_request(QUERY, 2).json())
+        self.wait_turns(app, ("first", "Hello from the server."),
+                        ("second", "Hello from the server."))
+        self.assertEqual(pictures(), (["screenshot-1.png"], [1]))
+        self.assertEqual(app.temporary_files(), [])
+
+
 @unittest.skipUnless(os.geteuid() == 0, "mounting a small disk needs root")
 class DiskTest(Case):
     """Saves and deletions that the disk refuses."""
@@ -302,20 +363,27 @@ class DiskTest(Case):
         self.desktop.type_text("remember this")
         app.access.press("Add note")
         app.access.wait_for_page_text("remember this")
+        wait_until(lambda: app.stored_defaults().get("userPrompt") == "", what="the empty box")
+        self.desktop.type_text("and this")
+        app.access.press("Add note")
+        app.access.wait_for_page_text("and this")
         app.access.wait_for("Thread saved")
         ballast = app.data_home / "ballast"
         self.fill(ballast)
         self.delete_note(app)
         app.wait_for_line(SAVE_ERROR)
         app.access.wait_for("Not saved", role="push button")
+        app.access.wait_for(re.compile("^The note can't be deleted: No space left"))
         app.access.wait_for_page_text("remember this")
-        self.assertEqual([n["text"] for n in app.threads()[0]["notes"]], ["remember this"])
+        notes = ["remember this", "and this"]
+        self.assertEqual([n["text"] for n in app.threads()[0]["notes"]], notes)
         ballast.unlink()
         self.delete_note(app)
-        wait_until(lambda: not [n for t in app.threads() for n in t["notes"]],
+        wait_until(lambda: [n["text"] for n in app.threads()[0]["notes"]] == notes[1:],
                    what="the note to go from the disk")
         wait_until(lambda: "remember this" not in app.access.page_text(),
                    what="the note to go from the page")
+        self.assertIn("and this", app.access.page_text())
 
     def test_a_thread_that_cannot_be_deleted_stays(self):
         server = self.server()
