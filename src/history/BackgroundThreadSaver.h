@@ -19,8 +19,8 @@ namespace quellora {
 /// Threads are saved in the order of the requests. While a save waits, a newer state of the same
 /// thread takes its place: each save writes the thread whole. A failure is logged with the caller's
 /// prefix and told as the thread's state; what could not be saved is kept and tried again with the
-/// thread's next change, as soon as another thread could be saved, and by retryFailed(). Main thread
-/// only.
+/// thread's next change, as soon as another thread could be saved, and by retryFailed(). Main
+/// thread only.
 class BackgroundThreadSaver : public ThreadSaver
 {
 public:

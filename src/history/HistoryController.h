@@ -43,8 +43,8 @@ public:
     /// Makes a stored thread current and closes the sidebar. The thread that is current already
     /// stays as it is in memory, with whatever of it is not kept on disk.
     void loadSession(const QUuid &id);
-    /// Deletes a thread for good. The current thread ends with it; when its files cannot be removed,
-    /// everything stays as it is.
+    /// Deletes a thread for good. The current thread ends with it; when its files cannot be
+    /// removed, everything stays as it is.
     void deleteSession(const QUuid &id);
     /// Gives a thread a title of its own; a blank one brings the derived title back.
     void renameSession(const QUuid &id, const QString &title);

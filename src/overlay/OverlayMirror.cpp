@@ -78,8 +78,7 @@ void OverlayMirror::refreshThread()
                                         : session->customTitle.value_or(session->previewText()));
     const SaveState saved = m_with.threads.saveState();
     m_with.overlay.setSaveState(shown(saved.kind), saved.reason);
-    m_with.overlay.setThreadCovered(m_with.display.content() ==
-                                        ResponseDisplay::Content::Message &&
+    m_with.overlay.setThreadCovered(m_with.display.content() == ResponseDisplay::Content::Message &&
                                     (!isEmpty || !asked.isEmpty()));
     m_with.overlay.setHasAnswer(session && !session->turns.isEmpty());
     m_with.panels.setKeepAIHistoryEnabled(m_with.threads.keepAIHistoryEnabled());

@@ -85,7 +85,8 @@ bool PreviewFiles::write(const QString &path, const QByteArray &image)
         return true;
     // Written beside and renamed, so that a file that is reused later is never half a picture.
     QSaveFile file(path);
-    if (file.open(QIODevice::WriteOnly | QIODevice::Unbuffered) && file.write(image) == image.size() && file.commit())
+    if (file.open(QIODevice::WriteOnly | QIODevice::Unbuffered) &&
+        file.write(image) == image.size() && file.commit())
         return true;
     Log::event(QStringLiteral("[OverlayWindowController] ERROR: Could not write "
                               "thread-preview temp file: ") +
