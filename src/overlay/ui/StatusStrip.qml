@@ -65,7 +65,7 @@ FocusScope {
         visible: strip.overlay.saveState === OverlayModel.Failed
         x: 5
         y: 5
-        iconName: "hard-drive"
+        iconName: strip.isNarrow ? "triangle-alert" : "hard-drive"
         iconSize: 14
         foreground: Tokens.frame.dangerText
         name: qsTr("Not saved: %1. Press to try again.").arg(strip.overlay.saveProblem)
