@@ -51,21 +51,6 @@ class Case(E2ECase):
         self.desktop.press("ctrl+a")
         self.desktop.type_text(text + "\n")
 
-    def delete_note(self, app):
-        """Leads the keyboard into the page, to the button of its first note, and presses that."""
-        app.access.click("Write a message")
-        app.access.wait_for("Write a message", focused=True)
-        while app.access.focused_name():
-            before = app.access.focused_name()
-            self.desktop.press("f6")
-            wait_until(lambda: app.access.focused_name() != before, what="the focus to move on")
-        name = re.compile("^(×|Delete note)$")
-        while not app.access.has_state(app.access.wait_for(name), "FOCUSED"):
-            self.desktop.press("tab")
-            wait_until(lambda: app.access.has_state(app.access.wait_for(name), "FOCUSED"),
-                       what="the focus on the note's button")
-        self.desktop.press("return")
-
     def wait_turns(self, app, *turns):
         wait_until(lambda: app.turns() == list(turns), what=f"the turns {turns} on disk")
 
@@ -370,7 +355,7 @@ class DiskTest(Case):
         app.access.wait_for("Thread saved")
         ballast = app.data_home / "ballast"
         self.fill(ballast)
-        self.delete_note(app)
+        self.press_in_page(app, re.compile("^(×|Delete note)$"))
         app.wait_for_line(SAVE_ERROR)
         app.access.wait_for("Not saved", role="push button")
         app.access.wait_for(re.compile("^The note can't be deleted: No space left"))
@@ -378,7 +363,7 @@ class DiskTest(Case):
         notes = ["remember this", "and this"]
         self.assertEqual([n["text"] for n in app.threads()[0]["notes"]], notes)
         ballast.unlink()
-        self.delete_note(app)
+        self.press_in_page(app, re.compile("^(×|Delete note)$"))
         wait_until(lambda: [n["text"] for n in app.threads()[0]["notes"]] == notes[1:],
                    what="the note to go from the disk")
         wait_until(lambda: "remember this" not in app.access.page_text(),

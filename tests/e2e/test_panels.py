@@ -119,6 +119,23 @@ class NoteTest(E2ECase):
         self.desktop.type_text("how far\n")
         self.assertEqual(server.wait_for_request(QUERY).json()["prompt"],
                          "Notes:\n- use metric\n\nCurrent message:\nhow far")
+        app.access.wait_for_page_text("noted")
+        app.access.wait_for("Copy answer")
+        mark = app.mark()
+        self.press_in_page(app, re.compile("^(×|Delete note)$"))
+        app.wait_for_line(PREFIX + "renderThread() — 0 notes, 1 turns", since=mark)
+        # The note was all that was kept of this thread.
+        wait_until(lambda: not app.threads(), what="the note to go from the disk")
+        shown = app.access.wait_for_page_text("noted")
+        wait_until(lambda: "use metric" not in app.access.page_text(),
+                   what="the note to go from the page")
+        self.assertIn("how far", shown)
+        app.access.click("Write a message")
+        app.access.wait_for("Write a message", focused=True)
+        self.desktop.type_text("and now\n")
+        self.assertEqual(server.wait_for_request(QUERY, 2).json()["prompt"],
+                         "Previous conversation:\nUser: how far\nAssistant: noted\n\n"
+                         "Current message:\nand now")
 
 
 if __name__ == "__main__":

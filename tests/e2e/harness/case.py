@@ -73,6 +73,26 @@ class E2ECase(unittest.TestCase):
         self.addCleanup(self._keep_evidence)
         return app.start()
 
+    def press_in_page(self, app, name):
+        """Leads the keyboard from the prompt box to a control of the response page and presses it."""
+        app.access.click("Write a message")
+        app.access.wait_for("Write a message", focused=True)
+        while before := app.access.focused_name():
+            self.desktop.press("f6")
+            wait_until(lambda: app.access.focused_name() != before, what="the focus to move on")
+        while not app.access.has_state(app.access.wait_for(name), "FOCUSED"):
+            focused = self._focused_in_page(app)
+            self.desktop.press("tab")
+            wait_until(lambda: self._focused_in_page(app) != focused, what="the next control")
+        self.desktop.press("return")
+
+    @staticmethod
+    def _focused_in_page(app):
+        """Place of the page's control that has the focus."""
+        page = app.access.find("Response", "document web")
+        return [index for index, node in enumerate(app.access.shown(page))
+                if app.access.has_state(node, "FOCUSED")] if page else None
+
     def other_window(self, **options):
         """A document window that lives as long as the test."""
         window = OtherWindow(self.desktop, **options)
