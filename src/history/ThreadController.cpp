@@ -35,9 +35,12 @@ SaveState ThreadController::saveState() const
     if (!m_saver || !m_current)
         return {};
     SaveState state = m_saver->stateOf(m_current->id);
-    // Of a thread that is not kept, only what the user deleted can be missing on the disk.
-    if (!m_current->isMarkedForPersistence())
-        return state.kind == SaveState::Kind::Failed ? state : SaveState();
+    if (state.kind == SaveState::Kind::Failed)
+        return state;
+    // Of a thread that is not kept, only what the user deleted can be missing on the disk; an empty
+    // one is not there at all.
+    if (!m_current->isMarkedForPersistence() || m_current->keptPart().isEmpty())
+        return {};
     if (state.kind == SaveState::Kind::None && m_loadedFromHistory)
         state.kind = SaveState::Kind::Saved;
     return state;

@@ -331,6 +331,33 @@ private Q_SLOTS:
         QCOMPARE(reasons.size(), 1);
     }
 
+    void onlyAThreadThatIsOnTheDiskIsSaidToBeSaved()
+    {
+        StoreFixture f;
+        JsonUserDefaults defaults;
+        BackgroundThreadSaver saver(f.store);
+        ThreadController threads(defaults, &saver, [] { return t0; });
+        QCOMPARE(threads.saveState(), SaveState());
+        threads.setKeepAIHistoryEnabled(true);
+        threads.setCurrentSession(threads.threadForQuery());
+        saver.flush();
+        // The question is under way, and nothing has been written.
+        QVERIFY(threads.currentSession()->isMarkedForPersistence());
+        QCOMPARE(threads.saveState(), SaveState());
+        QVERIFY(threads.addTurn(threads.currentSession()->id, "q", "r"));
+        QCOMPARE(threads.saveState().kind, SaveState::Kind::Saving);
+        saver.flush();
+        QCOMPARE(threads.saveState().kind, SaveState::Kind::Saved);
+        // A thread from the disk is there before its first save.
+        const CaptureSession stored = *f.store.load(threads.currentSession()->id);
+        BackgroundThreadSaver later(f.store);
+        ThreadController again(defaults, &later, [] { return t0; });
+        again.openFromHistory(stored);
+        QCOMPARE(again.saveState().kind, SaveState::Kind::Saved);
+        again.startNewThread();
+        QCOMPARE(again.saveState(), SaveState());
+    }
+
     void savesOfAThreadThatIsBeingDeletedWait()
     {
         StoreFixture f;
