@@ -143,9 +143,9 @@ class PanelPlaceTest(ScreensCase):
         # By its upper edge, to the top of the screen.
         _, x, y, width, height = app.panel()
         self.desktop.drag(x + 300, y + 2, x + 300, 0)
-        wait_until(lambda: app.panel()[4] > height, what="the higher panel")
-        _, x, y, width, _ = app.panel()
-        self.assertGreaterEqual(y, 0)
+        wait_until(lambda: app.panel()[4] > height and app.panel()[2] >= 0,
+                   what="the higher panel inside the screen")
+        _, x, _, width, _ = app.panel()
         self.assertLessEqual(x + width, 1366)
         # A smaller screen leaves alone what the user let hang over the edge, but for the bar.
         self.use_mode(1280, 720)
