@@ -2,8 +2,8 @@ import QtQuick
 import Quellora.Panels
 import Quellora.Ui
 
-/// The menu behind the menu button. While open it takes every press in the window: one outside the
-/// menu closes it. Escape closes it too, and focus goes back to the button.
+/// The menu behind the menu button. While open it takes every press in the window but those on the
+/// answer: one outside the menu closes it, and focus goes back to the button.
 FocusScope {
     id: host
 
@@ -12,6 +12,8 @@ FocusScope {
     property bool open: false
     /// The button that opens it.
     property Item opener
+    /// Where presses go to what is below; the menu stays open.
+    property rect passage
 
     readonly property int tier: menu.tier
     readonly property bool isUrgent: tier === HamburgerMenuModel.Danger
@@ -30,6 +32,14 @@ FocusScope {
         const next = at < 0 ? 0 : (at + step + all.length) % all.length
         all[next].forceActiveFocus(Qt.TabFocusReason)
     }
+    function isPassage(point) {
+        return point.x >= passage.left && point.x < passage.right
+               && point.y >= passage.top && point.y < passage.bottom
+    }
+    function close(byKey) {
+        host.byKeyboard = byKey
+        host.menu.closeRequested()
+    }
     function run(action) {
         host.menu.closeRequested()
         action()
@@ -40,7 +50,7 @@ FocusScope {
             // In this order: what is hidden or disabled takes no focus.
             visible = true
             enabled = true
-            byKeyboard = opener !== null && opener.visualFocus
+            byKeyboard = opener !== null && opener.visualFocus === true
             rows()[0].forceActiveFocus(byKeyboard ? Qt.TabFocusReason : Qt.OtherFocusReason)
             return
         }
@@ -56,8 +66,13 @@ FocusScope {
         objectName: "menuScrim"
         anchors.fill: parent
         acceptedButtons: Qt.AllButtons
-        onPressed: host.menu.closeRequested()
-        onWheel: {}
+        // What is not accepted goes to what is below.
+        onPressed: mouse => {
+            mouse.accepted = !host.isPassage(mouse)
+            if (mouse.accepted)
+                host.menu.closeRequested()
+        }
+        onWheel: wheel => wheel.accepted = !host.isPassage(wheel)
     }
 
     Rectangle {
@@ -92,10 +107,6 @@ FocusScope {
 
         Keys.onUpPressed: host.move(-1)
         Keys.onDownPressed: host.move(1)
-        Keys.onEscapePressed: {
-            host.byKeyboard = true
-            host.menu.closeRequested()
-        }
         Keys.onPressed: event => {
             const all = host.rows()
             if (event.key === Qt.Key_Home)
@@ -107,8 +118,14 @@ FocusScope {
             event.accepted = true
         }
 
-        // A press between the rows belongs to the menu.
-        MouseArea { anchors.fill: parent }
+        // Between the rows, too, nothing goes through to the answer.
+        MouseArea {
+            anchors.fill: parent
+            acceptedButtons: Qt.AllButtons
+            hoverEnabled: true
+            cursorShape: Qt.ArrowCursor
+            onWheel: {}
+        }
 
         Column {
             id: column

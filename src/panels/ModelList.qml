@@ -43,7 +43,6 @@ Card {
         Keys.onReturnPressed: card.choose(currentIndex)
         Keys.onEnterPressed: card.choose(currentIndex)
         Keys.onSpacePressed: card.choose(currentIndex)
-        Keys.onEscapePressed: card.closed()
         Keys.onTabPressed: card.closed()
         Keys.onBacktabPressed: card.closed()
         Keys.onPressed: event => {

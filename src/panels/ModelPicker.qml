@@ -64,11 +64,6 @@ Basic.AbstractButton {
     Keys.onEnterPressed: picker.clicked()
     Keys.onDownPressed: picker.clicked()
     Keys.onUpPressed: picker.clicked()
-    Keys.onEscapePressed: event => {
-        event.accepted = picker.isOpen
-        if (picker.isOpen)
-            picker.clicked()
-    }
 
     Accessible.role: role
     Accessible.name: qsTr("Model")

@@ -4,6 +4,8 @@
 
 #include <QQuickItem>
 
+#include <algorithm>
+
 namespace quellora {
 
 namespace {
@@ -48,6 +50,17 @@ public:
     }
     int childCount() const override { return 0; }
     QAccessibleInterface *child(int) const override { return nullptr; }
+    /// The part in sight: a field that scrolls is as high as all of its text.
+    QRect rect() const override
+    {
+        QRectF area = item()->mapRectToScene(QRectF(0, 0, item()->width(), item()->height()));
+        for (const QQuickItem *above = item()->parentItem(); above; above = above->parentItem()) {
+            if (above->clip())
+                area &= above->mapRectToScene(above->clipRect());
+        }
+        const QPointF corner = item()->mapToGlobal(item()->mapFromScene(area.topLeft()));
+        return QRectF(corner, area.size()).toAlignedRect();
+    }
 
     // Reading.
 
@@ -202,6 +215,34 @@ private:
     }
 };
 
+/// A list of rows. Read in the order in which they are seen, whatever the order they were made in:
+/// a view makes its headings after its rows, and a row that is scrolled to after all others.
+class ListAccessible : public ItemAccessible
+{
+public:
+    using ItemAccessible::ItemAccessible;
+
+    QAccessible::Role role() const override { return QAccessible::List; }
+    QAccessible::State state() const override
+    {
+        QAccessible::State state = ItemAccessible::state();
+        state.focusable = item()->activeFocusOnTab() || item()->hasActiveFocus();
+        return state;
+    }
+
+protected:
+    QList<QAccessibleInterface *> children() const override
+    {
+        QList<QAccessibleInterface *> found = ItemAccessible::children();
+        const auto top = [](const QAccessibleInterface *face) {
+            return static_cast<QQuickItem *>(face->object())->mapToScene({}).y();
+        };
+        std::stable_sort(found.begin(), found.end(),
+                         [&top](const auto *a, const auto *b) { return top(a) < top(b); });
+        return found;
+    }
+};
+
 QAccessibleInterface *makeControlAccessible(const QString &className, QObject *object)
 {
     auto *item = qobject_cast<QQuickItem *>(object);
@@ -212,6 +253,8 @@ QAccessibleInterface *makeControlAccessible(const QString &className, QObject *o
         return new TextAccessible(item);
     if (className == QLatin1StringView("QQuickAbstractButton"))
         return new ButtonAccessible(item);
+    if (className == QLatin1StringView("QQuickListView"))
+        return new ListAccessible(item);
     return nullptr;
 }
 

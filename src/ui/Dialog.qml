@@ -9,6 +9,8 @@ FocusScope {
     property ThemeTokens theme: Tokens.sheetDark
     property string title
     property string text
+    /// A part of `text` that is shortened where the whole would be too long to read.
+    property string shortened
     property string confirmText
     property string cancelText: "Cancel"
     property bool open: false
@@ -67,6 +69,10 @@ FocusScope {
     }
 
     Rectangle {
+        /// Read by the window: a press anywhere in here brings the keyboard to it.
+        readonly property bool takesKeyboard: true
+
+        objectName: "dialogCard"
         anchors.centerIn: parent
         width: Math.min(320, dialog.width - 32)
         height: column.height + 2 * Tokens.space5
@@ -85,6 +91,7 @@ FocusScope {
             width: parent.width - 2 * x
 
             Label {
+                id: heading
                 width: parent.width
                 text: dialog.title
                 type: Tokens.title
@@ -93,14 +100,36 @@ FocusScope {
             }
             Item { width: 1; height: Tokens.space2 }
             Label {
+                id: words
+
+                // Six lines, or what leaves the card its distance from the edges.
+                readonly property int lines: {
+                    const others = heading.height + buttons.height + Tokens.space2 + Tokens.space4
+                    const room = dialog.height - 2 * Tokens.space4 - 2 * Tokens.space5 - others
+                    return Math.max(1, Math.min(6, Math.floor(room / type.line)))
+                }
+
                 width: parent.width
-                text: dialog.text
+                // Two lines and a half stay for the rest of the text and for the ends of lines.
+                text: dialog.shortened.length === 0
+                      ? dialog.text : dialog.text.replace(dialog.shortened, () => shownPart.elidedText)
                 type: Tokens.body
                 color: dialog.theme.dimText
                 wrapMode: Text.Wrap
+                maximumLineCount: lines
+                elide: Text.ElideRight
+
+                TextMetrics {
+                    id: shownPart
+                    font: words.font
+                    text: dialog.shortened
+                    elide: Text.ElideRight
+                    elideWidth: Math.max(1, words.lines - 2.5) * words.width
+                }
             }
             Item { width: 1; height: Tokens.space4 }
             Row {
+                id: buttons
                 anchors.right: parent.right
                 spacing: Tokens.space2
 

@@ -37,9 +37,8 @@ protected:
     QVariant property(const char *name) const { return object()->property(name); }
     /// A value set in QML through the attached `Accessible`.
     QVariant attached(const char *name) const;
-
-private:
-    QList<QAccessibleInterface *> children() const;
+    /// What lies in it, in the order of the tree.
+    virtual QList<QAccessibleInterface *> children() const;
 };
 
 } // namespace quellora

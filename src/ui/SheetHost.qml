@@ -55,6 +55,9 @@ FocusScope {
     }
     Item {
         id: panel
+        /// Read by the window: a press anywhere in here brings the keyboard to it.
+        readonly property bool takesKeyboard: true
+
         x: Math.round(-Tokens.sheetShift * (1 - host.progress))
         width: host.panelWidth > 0 ? Math.min(host.panelWidth, host.width) : host.width
         height: host.height

@@ -47,6 +47,20 @@ class AccessTest(SignedInCase):
         node.get_editable_text_iface().set_text_contents(text)
         wait_until(lambda: self.stored("userPrompt") == text, what="the stored prompt")
 
+    def test_the_prompt_ends_at_its_box(self):
+        prompt = self.access.wait_for("Write a message", "text")
+        self.write("\n".join(f"line {number}" for number in range(40)))
+        picker = self.access.bounds(self.access.wait_for("Model", "combo box"))
+        _, left, top, width, height = self.shared_app.panel()
+
+        def is_inside():
+            x, y, w, h = self.access.bounds(prompt)
+            # The box is 148 high now, with its actions in the lowest 34.
+            return (left + 12 <= x and x + w <= left + width - 12
+                    and top + height - 52 - 148 <= y and y + h <= picker[1] and h == 100)
+        wait_until(is_inside, what="the field inside its box")
+        self.empty_prompt()
+
     def test_names_roles_and_states(self):
         shown = self.shown()
         for entry in ALWAYS + [("Usage 85%", "push button"), ("Ready", "label")]:

@@ -102,7 +102,10 @@ class FocusTest(E2ECase):
         self.desktop.click(left + width + 60, top + 100)
         window.wait_for("press", 1, since=mark)
         self.assertEqual(len(window.events("press", since=mark)), 1,
-                         "a click went through the open menu's area")
+                         "a click went through the answer while the menu was open")
+        # Nor did it close the menu: the answer had it.
+        self.assertIsNotNone(app.access.find("Account"))
+        self.desktop.click(left + 200, top + 53)
         app.wait_for_line(PREFIX + "Hamburger button clicked — menu open=false")
         mark = window.mark()
 

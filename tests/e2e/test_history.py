@@ -6,12 +6,14 @@ import threading
 import unittest
 import uuid
 
-from harness import HostileServer, wait_until
+from harness import App, HostileServer, wait_until
 from harness.server import QUERY, chunk_event
 from stored_threads import StoredThreadsCase
 
 PREFIX = "[OverlayWindowController] "
 DIALOG = "Delete this thread?"
+HOTKEYS = {"capture": "ctrl+alt+cmd+c", "clear": "ctrl+alt+cmd+x", "toggle": "ctrl+alt+cmd+t",
+           "opacity_up": "ctrl+alt+cmd+]", "opacity_down": "ctrl+alt+cmd+["}
 
 
 class HistoryTest(StoredThreadsCase):
@@ -144,6 +146,85 @@ class HistoryTest(StoredThreadsCase):
         app.access.wait_for_page_text("fresh")
         wait_until(lambda: [t["turns"][0]["prompt"] for t in app.threads()] == ["anew"],
                    what="the new thread alone on disk")
+
+    def test_the_pencil_opens_the_title_at_its_first_press_on_every_row(self):
+        titles = ("First", "Second", "Third")
+        _, app = self.app_with_threads(*((title, "answer", f"2026-01-0{9 - index}T10:00:00Z")
+                                         for index, title in enumerate(titles)))
+        self.open_history(app)
+        for title in titles:
+            name = re.compile(f"^{title}, ")
+            x, y, width, height = app.access.settled_bounds(name)
+            self.desktop.move_pointer(x + width // 3, y + height // 2)
+            row = app.access.find(name)
+            pencil = wait_until(lambda: next((node for node in app.access.shown(row)  # pylint: disable=W0640
+                                              if node.get_name() == "Rename thread"), None),
+                                what="the pencil of the row")
+            x, y, width, height = app.access.bounds(pencil)
+            self.desktop.click(x + width // 2, y + height // 2)
+            app.access.wait_for("Thread title", focused=True)
+            self.desktop.press("backspace")
+            self.desktop.press("escape")
+            app.access.wait_for(name, focused=True)
+            self.assertIsNone(app.access.find(DIALOG))
+
+    def test_f2_renames_the_row_that_a_screen_reader_focused(self):
+        _, app = self.app_with_threads(("Newer", "answer", "2026-01-03T10:00:00Z"),
+                                       ("Older", "answer", "2026-01-02T10:00:00Z"))
+        self.open_history(app)
+        app.access.wait_for("Search threads", focused=True)
+        app.access.wait_for(re.compile("^Older, ")).get_component_iface().grab_focus()
+        app.access.wait_for(re.compile("^Older, "), focused=True)
+        self.desktop.press("f2")
+        app.access.wait_for("Thread title", focused=True)
+        self.desktop.press("ctrl+a")
+        self.desktop.type_text("Plan\n")
+        app.wait_for_line(PREFIX + f"Session {self.ids[1]} renamed")
+
+    def test_days_stand_before_their_rows_in_the_tree(self):
+        _, app = self.app_with_threads(("Newer", "answer", "2026-01-03T10:00:00Z"),
+                                       ("Older", "answer", "2026-01-02T10:00:00Z"))
+        self.open_history(app)
+        app.access.wait_for(re.compile("^Older, "))
+        rows = app.access.find("Threads", "list")
+        names = [node.get_name().split(",")[0] for node in app.access.shown(rows)
+                 if node.get_role_name() in ("heading", "list item")]
+        self.assertEqual(names, ["3 Jan 2026", "Newer", "2 Jan 2026", "Older"])
+
+    def test_the_question_stays_in_sight_however_long_the_title_is(self):
+        server = self.server()
+        for width, height in ((624, 744), (320, 280)):
+            app = App(self.desktop, server.url,
+                      config={"hotkeys": HOTKEYS, "overlay": {"x": 40, "y": 80, "width": width,
+                                                              "height": height,
+                                                              "default_opacity": 0.88}})
+            self.apps.append(app)
+            self.addCleanup(app.close)
+            self.addCleanup(self._keep_evidence)
+            self.root = app.data_home / "Quellora" / "sessions"
+            self.root.mkdir(parents=True)
+            name = self.store("prompt", "answer", "2026-01-03T10:00:00Z")
+            path = self.root / name / "session.json"
+            path.write_text(json.dumps(json.loads(path.read_text())
+                                       | {"customTitle": "long title " * 218 + "ab"}))
+            app.start().sign_in()
+            self.open_history(app)
+            app.access.wait_for("Search threads", focused=True)
+            self.desktop.press("down")
+            app.access.wait_for(re.compile("^long title"), focused=True)
+            self.desktop.press("delete")
+            app.access.wait_for("Cancel", focused=True)
+            _, left, top, width, height = app.panel()
+            for button in ("Cancel", "Delete"):
+                x, y, w, h = app.access.settled_bounds(button, "push button")
+                self.assertGreaterEqual(x, left + 16, button)
+                self.assertLessEqual(x + w, left + width - 16, button)
+                self.assertLessEqual(y + h, top + height - 16, button)
+            x, y, _, _ = app.access.settled_bounds(DIALOG, "label")
+            self.assertGreaterEqual(y, top + 34 + 16)
+            app.access.click("Cancel")
+            app.access.wait_gone(DIALOG)
+            app.close()
 
     def test_what_is_not_a_thread_is_left_out(self):
         _, app = self.app_with_threads(("Good one", "answer", "2026-01-03T10:00:00Z"))

@@ -191,6 +191,30 @@ class ScrollbarTest(SignedInCase):
         finally:
             self.desktop.release()
 
+    def test_hiding_the_panel_takes_the_thumb_from_the_hand(self):
+        gates = self.stream()
+        column = self.x + self.width - 14
+        app = self.shared_app
+        _, grip = self.take_hold(column)
+        try:
+            app.hotkey("ctrl+alt+super+t", "Toggle")
+            app.wait_overlay_hidden()
+            # Let go while there is nothing that could hear of it.
+            self.desktop.release()
+            app.hotkey("ctrl+alt+super+t")
+            app.wait_overlay_shown()
+        finally:
+            self.desktop.release()
+        before = self.wait_rest()
+        self.desktop.move_pointer(column, grip - 60)
+        # The page is no longer held: the rest of the answer comes in, and the thumb stays with it.
+        mark = app.mark()
+        gates[0].set()
+        gates[1].set()
+        app.wait_for_line("[OverlayWindowController] Stream complete, buffer cleared", since=mark)
+        self.wait_thumb(lambda _, height: height < before[1] - 10, "the thumb of the whole answer")
+        self.wait_answer()
+
 
 if __name__ == "__main__":
     unittest.main()

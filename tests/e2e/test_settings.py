@@ -1,5 +1,6 @@
 """The settings sheet: every control at work in the program, on the disk and on the screen."""
 
+import re
 import unittest
 
 from harness import E2ECase, HostileServer, SignedInCase, wait_until
@@ -140,6 +141,39 @@ class SettingsTest(SheetMixin, SignedInCase):
         self.close_settings(app)
         wait_until(lambda: not coloured(lambda r, g, b: g > 200 and r < 100 or r - g > 120),
                    what="the theme's text colour", interval=0.1)
+
+    def test_escape_gives_up_a_colour_half_typed(self):
+        app = self.shared_app
+        self.open_settings(app)
+        app.access.press("Text color: Green")
+        self.wait_stored(app, "responseTextColorHex", "#3ddc84")
+        app.access.click("Custom text color")
+        app.access.wait_for("Custom text color", focused=True)
+        self.desktop.press("ctrl+a")
+        self.desktop.type_text("#00ff00")
+        field = app.access.find("Custom text color")
+        wait_until(lambda: app.access.text_of(field) == "#00ff00", what="the typed colour")
+        self.desktop.press("escape")
+        app.access.wait_gone("Response text color")
+        self.open_settings(app)
+        self.assertEqual(app.access.text_of(app.access.wait_for("Custom text color")), "#3ddc84")
+        # Later choices are stored after earlier ones.
+        app.access.press("Text color: Theme")
+        wait_until(lambda: "responseTextColorHex" not in app.stored_defaults(),
+                   what="no colour of one's own")
+        self.close_settings(app)
+
+    def test_choosing_the_marked_model_stores_it(self):
+        app = self.shared_app
+        self.open_settings(app)
+        marked = next(node for node in app.access.find_all(re.compile("^(Balanced|Deep)$"),
+                                                           "radio button")
+                      if app.access.has_state(node, "CHECKED"))
+        self.assertEqual(marked.get_name(), "Balanced")
+        if "selectedModelId" not in app.stored_defaults():
+            app.access.click("Balanced", "radio button")
+            self.wait_stored(app, "selectedModelId", "balanced-1")
+        self.close_settings(app)
 
     def test_help_and_what_the_desktop_cannot_give(self):
         app = self.shared_app

@@ -132,6 +132,183 @@ private Q_SLOTS:
         QVERIFY(f().history.isHistorySidebarOpen());
     }
 
+    void thePencilOpensTheTitleAtItsFirstPressOnEveryRow()
+    {
+        openWithThreads();
+        for (int row = 0; row < f().sidebar.count(); ++row) {
+            QTest::mouseMove(&f().panel, rowCentre(row));
+            const auto pencil = [this, row] {
+                return OverlayFixture::findIn(rowItem(row), QStringLiteral("renameThread"));
+            };
+            QTRY_VERIFY(pencil() && pencil()->isVisible());
+            click(pencil()->mapToScene(QPointF(14, 14)).toPoint());
+            QVERIFY(f().history.isRenamingHistoryRow());
+            QCOMPARE(focusName(), QStringLiteral("Thread title"));
+            key(Qt::Key_Backspace);
+            QVERIFY(!f().sidebar.isDeletePending());
+            key(Qt::Key_Escape);
+            QVERIFY(!f().history.isRenamingHistoryRow());
+            QCOMPARE(focusedRow(), row);
+        }
+    }
+
+    void f2RenamesTheRowThatAScreenReaderFocused()
+    {
+        openWithThreads();
+        rowItem(3)->forceActiveFocus();
+        key(Qt::Key_F2);
+        QVERIFY(f().history.isRenamingHistoryRow());
+        QCOMPARE(focusName(), QStringLiteral("Thread title"));
+        key(Qt::Key_Escape);
+        QCOMPARE(focusedRow(), 3);
+        // The arrows go on from there.
+        rowItem(1)->forceActiveFocus();
+        key(Qt::Key_Down);
+        QCOMPARE(focusedRow(), 2);
+    }
+
+    void aRenameThatEndsWithTheKeyboardGoneLeavesTheFocusOnTheRow()
+    {
+        openWithThreads();
+        key(Qt::Key_Down);
+        key(Qt::Key_Down);
+        key(Qt::Key_F2);
+        QCOMPARE(focusName(), QStringLiteral("Thread title"));
+        QWindow other;
+        other.show();
+        other.requestActivate();
+        QVERIFY(QTest::qWaitForWindowActive(&other));
+        QVERIFY(!f().history.isRenamingHistoryRow());
+        f().panel.requestActivate();
+        QVERIFY(QTest::qWaitForWindowActive(&f().panel));
+        QCOMPARE(focusedRow(), 1);
+    }
+
+    void f6StaysInside()
+    {
+        openWithThreads();
+        key(Qt::Key_F6);
+        QVERIFY(f().find("historySearch")->hasActiveFocus());
+        key(Qt::Key_F6, Qt::ShiftModifier);
+        QVERIFY(f().find("historySearch")->hasActiveFocus());
+        f().find("promptInput")->forceActiveFocus();
+        QTRY_VERIFY(f().find("historySearch")->hasActiveFocus());
+        key(Qt::Key_Down);
+        key(Qt::Key_Delete);
+        QCOMPARE(focusName(), QStringLiteral("Cancel"));
+        key(Qt::Key_F6);
+        QCOMPARE(focusName(), QStringLiteral("Cancel"));
+        f().find("promptInput")->forceActiveFocus();
+        QTRY_COMPARE(focusName(), QStringLiteral("Cancel"));
+    }
+
+    void escapeClosesWhatLiesOnTop()
+    {
+        openWithThreads();
+        f().overlay.setMenuOpen(true);
+        QVERIFY(!f().find("historySearch")->hasActiveFocus());
+        key(Qt::Key_Escape);
+        QVERIFY(!f().overlay.isMenuOpen());
+        QVERIFY(f().history.isHistorySidebarOpen());
+        QVERIFY(f().find("historySearch")->hasActiveFocus());
+        key(Qt::Key_Escape);
+        QVERIFY(!f().history.isHistorySidebarOpen());
+    }
+
+    void theMenuOverItIsNoPassageToTheRows()
+    {
+        openWithThreads();
+        f().overlay.setMenuOpen(true);
+        click(rowCentre(2));
+        QVERIFY(!f().overlay.isMenuOpen());
+        QVERIFY(f().history.isHistorySidebarOpen());
+    }
+
+    void aPressAnywhereInItAsksForTheKeyboard()
+    {
+        openWithThreads();
+        f().platform.calls.clear();
+        click(QPoint(150, 50)); // the header, beside its words
+        QCOMPARE(f().platform.count(QStringLiteral("makeKey")), 1);
+        key(Qt::Key_Down);
+        key(Qt::Key_Delete);
+        QTRY_COMPARE(f().find("deleteConfirmation")->opacity(), 1.0);
+        click(centre("dialogCard") - QPoint(0, 40));
+        QCOMPARE(f().platform.count(QStringLiteral("makeKey")), 2);
+        QVERIFY(f().sidebar.isDeletePending());
+    }
+
+    void theQuestionKeepsItsPlaceHoweverLongTheTitleIs_data()
+    {
+        QTest::addColumn<QSize>("size");
+        QTest::addColumn<QString>("title");
+        const QString words = QStringLiteral("many words ").repeated(219).left(2399) + 'z';
+        for (const QSize &size : {QSize(624, 744), QSize(320, 280), QSize(440, 420)}) {
+            const QString name = QStringLiteral("%1 x %2, ").arg(size.width()).arg(size.height());
+            QTest::newRow(qPrintable(name + "words")) << size << words;
+            QTest::newRow(qPrintable(name + "one word")) << size << QString(2400, 'W');
+            QTest::newRow(qPrintable(name + "line separators"))
+                << size << 'a' + QString(2398, QChar(0x2028)) + 'z';
+            QTest::newRow(qPrintable(name + "short")) << size << QStringLiteral("$& short");
+        }
+    }
+    void theQuestionKeepsItsPlaceHoweverLongTheTitleIs()
+    {
+        QFETCH(QSize, size);
+        QFETCH(QString, title);
+        f().panel.resize(size);
+        openWithThreads();
+        f().history.renameSession(f().history.historySessions().first().id, title);
+        QTRY_COMPARE(titleAt(0), title);
+        f().sidebar.requestDelete(0);
+        f().panel.grabWindow();
+        const QQuickItem *card = f().find("dialogCard");
+        const QQuickItem *sheet = f().find("historySheet");
+        const QRectF room = sheet->mapRectToScene({0, 0, sheet->width(), sheet->height()});
+        const QRectF place = card->mapRectToScene({0, 0, card->width(), card->height()});
+        QVERIFY(room.adjusted(16, 16, -16, -16).contains(place));
+        QStringList shown;
+        collect(card, shown);
+        QVERIFY(shown.contains(QStringLiteral("Cancel")));
+        const QString sentence = QStringLiteral("\" will be permanently removed from");
+        const auto it = std::find_if(shown.begin(), shown.end(),
+                                     [&](const QString &text) { return text.contains(sentence); });
+        QVERIFY(it != shown.end());
+        QVERIFY(it->startsWith(QLatin1Char('"') + title.left(1)));
+        if (title.size() < 100)
+            QVERIFY(it->startsWith(QLatin1Char('"') + title + QLatin1Char('"')));
+        if (!title.contains(QChar(0x2028)))
+            QVERIFY(!textItem(card, *it)->property("truncated").toBool());
+        // Assistive programs get all of it.
+        QVERIFY(QAccessible::queryAccessibleInterface(f().find("deleteConfirmation"))
+                    ->text(QAccessible::Description)
+                    .startsWith(QLatin1Char('"') + title + QLatin1Char('"')));
+    }
+
+    void aDayStandsBeforeItsRowsForAssistivePrograms()
+    {
+        openWithThreads();
+        QStringList names;
+        QAccessibleInterface *list = QAccessible::queryAccessibleInterface(f().find("historyList"));
+        QVERIFY(list);
+        QCOMPARE(list->role(), QAccessible::List);
+        QCOMPARE(list->text(QAccessible::Name), QStringLiteral("Threads"));
+        for (int i = 0; i < list->childCount(); ++i) {
+            QAccessibleInterface *child = list->child(i);
+            if (child->state().invisible)
+                continue;
+            QCOMPARE(list->indexOfChild(child), i);
+            QCOMPARE(child->parent()->object(), list->object());
+            names << child->text(QAccessible::Name).section(QStringLiteral(", "), 0, 0);
+        }
+        QCOMPARE(names.size(), 9);
+        QCOMPARE(names.at(0), QStringLiteral("Today"));
+        QCOMPARE(names.at(2), QStringLiteral("Capacity review wording"));
+        QCOMPARE(names.at(3), QStringLiteral("Yesterday"));
+        QCOMPARE(names.at(5), QStringLiteral("Screenshot"));
+        QCOMPARE(names.at(7), QStringLiteral("Finance wants amounts in EUR"));
+    }
+
     void escapeEndsARenameFirst()
     {
         openWithThreads();
@@ -480,6 +657,17 @@ private:
         QStringList found;
         collect(f().find("historySheet"), found);
         return found;
+    }
+    static const QQuickItem *textItem(const QQuickItem *item, const QString &text)
+    {
+        if (item->property("text").toString() == text)
+            return item;
+        const auto children = item->childItems();
+        for (const QQuickItem *child : children) {
+            if (const QQuickItem *found = textItem(child, text))
+                return found;
+        }
+        return nullptr;
     }
     static void collect(const QQuickItem *item, QStringList &found)
     {

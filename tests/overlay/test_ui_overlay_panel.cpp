@@ -69,6 +69,76 @@ private Q_SLOTS:
         QVERIFY(!f().overlay.isMenuOpen());
     }
 
+    void anOpenMenuLeavesTheAnswerFree()
+    {
+        show();
+        f().overlay.setMenuOpen(true);
+        QTRY_COMPARE(f().find("hamburgerMenu")->opacity(), 1.0);
+        // Without a page the free area is what is below.
+        press({200, 400});
+        QCOMPARE(f().panel.dragStart(), QPointF(200, 400));
+        QTest::mouseRelease(&f().panel, Qt::LeftButton, {}, {200, 400});
+        QVERIFY(f().overlay.isMenuOpen());
+        // Just inside the answer, and just outside: strip, scrollbar, bottom panels.
+        const QRectF answer = f().overlay.responseRect();
+        const int right = int(answer.right());
+        const int bottom = int(answer.bottom());
+        for (const QPoint &at : {QPoint(20, 72), QPoint(right - 1, 400), QPoint(20, bottom - 1)}) {
+            press(at);
+            QTest::mouseRelease(&f().panel, Qt::LeftButton, {}, at);
+            QVERIFY(f().overlay.isMenuOpen());
+        }
+    }
+
+    void besideTheAnswerAPressClosesTheMenu_data()
+    {
+        QTest::addColumn<QPoint>("at");
+        QTest::newRow("strip") << QPoint(20, 71);
+        QTest::newRow("scrollbar") << QPoint(596, 400);
+        QTest::newRow("bottom panels") << QPoint(20, 604);
+    }
+    void besideTheAnswerAPressClosesTheMenu()
+    {
+        QFETCH(QPoint, at);
+        show();
+        f().overlay.setMenuOpen(true);
+        QTRY_COMPARE(f().find("hamburgerMenu")->opacity(), 1.0);
+        QVERIFY(!f().overlay.responseRect().contains(at) ||
+                at.x() == int(f().overlay.responseRect().right()) ||
+                at.y() == int(f().overlay.responseRect().bottom()));
+        press(at);
+        QTest::mouseRelease(&f().panel, Qt::LeftButton, {}, at);
+        QVERIFY(!f().overlay.isMenuOpen());
+    }
+
+    void nothingGoesThroughTheMenuItself()
+    {
+        show();
+        f().overlay.setMenuOpen(true);
+        QTRY_COMPARE(f().find("hamburgerMenu")->opacity(), 1.0);
+        const QPoint at = centre("menuUsage");
+        QVERIFY(f().overlay.responseRect().contains(at));
+        for (const Qt::MouseButton button : {Qt::LeftButton, Qt::RightButton, Qt::MiddleButton})
+            QTest::mouseClick(&f().panel, button, {}, at);
+        QVERIFY(!f().panel.dragStart());
+        QVERIFY(f().overlay.isMenuOpen());
+    }
+
+    void hidingLetsGoOfTheScrollbarsThumb()
+    {
+        show();
+        f().scrollbar.updatePosition(0, 2000, 500);
+        const QPoint at = centre("scrollThumb");
+        press(at);
+        QVERIFY(f().scrollbar.isDragging());
+        f().panel.hide();
+        QVERIFY(!f().scrollbar.isDragging());
+        f().panel.show();
+        const double fraction = f().scrollbar.fraction();
+        moveTo(at + QPoint(0, 80));
+        QCOMPARE(f().scrollbar.fraction(), fraction);
+    }
+
     void draggingAFreeAreaMovesThePanel_data()
     {
         QTest::addColumn<QPoint>("start");
@@ -350,6 +420,57 @@ private Q_SLOTS:
         QVERIFY(f().find("responseLoader")->hasActiveFocus());
         QTest::keyClick(&f().panel, Qt::Key_F6);
         QCOMPARE(focusName(), QStringLiteral("Write a message"));
+    }
+
+    void f6StaysInAnOpenMenu()
+    {
+        f().responseView = OverlayFixture::emptyResponse();
+        showActive();
+        QTRY_VERIFY(f().find("responseLoader")->property("item").value<QObject *>());
+        f().overlay.setMenuOpen(true);
+        QCOMPARE(focusName(), QStringLiteral("Account"));
+        QTest::keyClick(&f().panel, Qt::Key_F6);
+        QCOMPARE(focusName(), QStringLiteral("Account"));
+        // From the answer, which a press may have given the focus, it leads back.
+        f().find("responseLoader")->forceActiveFocus();
+        QTest::keyClick(&f().panel, Qt::Key_F6, Qt::ShiftModifier);
+        QCOMPARE(focusName(), QStringLiteral("Account"));
+    }
+
+    void whatIsCoveredByAnOpenMenuGetsNoFocus()
+    {
+        f().responseView = OverlayFixture::emptyResponse();
+        showActive();
+        QTRY_VERIFY(f().find("responseLoader")->property("item").value<QObject *>());
+        f().overlay.setMenuOpen(true);
+        f().find("promptInput")->forceActiveFocus();
+        QTRY_COMPARE(focusName(), QStringLiteral("Account"));
+        f().find("responseLoader")->forceActiveFocus();
+        QCoreApplication::processEvents();
+        QVERIFY(f().find("responseLoader")->hasActiveFocus());
+    }
+
+    void escapeClosesTheMenuFromTheAnswer()
+    {
+        f().responseView = OverlayFixture::emptyResponse();
+        showActive();
+        QTRY_VERIFY(f().find("responseLoader")->property("item").value<QObject *>());
+        f().overlay.setMenuOpen(true);
+        f().find("responseLoader")->forceActiveFocus();
+        QTest::keyClick(&f().panel, Qt::Key_Escape);
+        QVERIFY(!f().overlay.isMenuOpen());
+    }
+
+    void escapeClosesTheModelListFromThePrompt()
+    {
+        showActive();
+        click("modelPicker");
+        QTRY_VERIFY(f().find("modelList")->hasActiveFocus());
+        click("promptInput");
+        QVERIFY(f().find("promptInput")->hasActiveFocus());
+        QTest::keyClick(&f().panel, Qt::Key_Escape);
+        QVERIFY(!f().find("modelCard")->isVisible());
+        QVERIFY(f().find("promptInput")->hasActiveFocus());
     }
 
     void tabOrder()

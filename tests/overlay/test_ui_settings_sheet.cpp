@@ -332,6 +332,53 @@ private Q_SLOTS:
         QCOMPARE(f().settings.responseTextColorHex(), QString("#123456"));
     }
 
+    void escapeInTheHexFieldGivesUpWhatWasTyped()
+    {
+        open();
+        f().settings.setResponseTextColorHex("#123456");
+        QSignalSpy chosen(&f().settings, &SettingsModel::responseTextColorChosen);
+        clickInContent("hexField");
+        key(Qt::Key_A, Qt::ControlModifier);
+        type("#00ff00");
+        QCOMPARE(f().settings.hexInput(), QStringLiteral("#00ff00"));
+        key(Qt::Key_Escape);
+        QVERIFY(!f().settings.isOpen());
+        QTRY_VERIFY(!isThere());
+        QCOMPARE(chosen.size(), 0);
+        f().settings.setOpen(true);
+        QTRY_VERIFY(isThere());
+        QCOMPARE(text("hexField"), QStringLiteral("#123456"));
+    }
+
+    void theMarkedModelCanBeChosen()
+    {
+        open();
+        QSignalSpy selected(&f().settings, &SettingsModel::modelSelected);
+        clickInContent("model-balanced");
+        QCOMPARE(selected, (QList<QVariantList>{{"balanced"}}));
+    }
+
+    void escapeClosesFromAnywhere()
+    {
+        open();
+        // As an assistive program may do.
+        f().find("promptInput")->forceActiveFocus();
+        key(Qt::Key_Escape);
+        QVERIFY(!f().settings.isOpen());
+    }
+
+    void aPressAnywhereInItAsksForTheKeyboard()
+    {
+        open();
+        QTRY_COMPARE(f().find("settingsSheet")->property("progress").toDouble(), 1.0);
+        f().platform.calls.clear();
+        press({200, 50}); // the header, beside its words
+        QTest::mouseRelease(&f().panel, Qt::LeftButton, {}, {200, 50});
+        QCOMPARE(f().platform.count(QStringLiteral("makeKey")), 1);
+        click("settingsClose");
+        QCOMPARE(f().platform.count(QStringLiteral("makeKey")), 2);
+    }
+
     void escapeClosesAndGivesTheFocusBack()
     {
         open();

@@ -158,16 +158,23 @@ void NonFocusPanel::makeKey()
     requestActivate();
 }
 
-bool NonFocusPanel::isTextTarget(const QPointF &location) const
+bool NonFocusPanel::isKeyboardTarget(const QPointF &location) const
 {
     const QQuickItem *target = pressTargetAt(contentItem(), location);
-    return target && target->flags().testFlag(QQuickItem::ItemAcceptsInputMethod);
+    if (target && target->flags().testFlag(QQuickItem::ItemAcceptsInputMethod))
+        return true;
+    // Sheets and dialogs are worked with by keys as a whole.
+    for (; target; target = target->parentItem()) {
+        if (target->property("takesKeyboard").toBool())
+            return true;
+    }
+    return false;
 }
 
 void NonFocusPanel::mousePressEvent(QMouseEvent *event)
 {
     m_pointer = event->globalPosition();
-    if (event->button() == Qt::LeftButton && isTextTarget(event->position()))
+    if (event->button() == Qt::LeftButton && isKeyboardTarget(event->position()))
         makeKey();
     QQuickWindow::mousePressEvent(event);
 }

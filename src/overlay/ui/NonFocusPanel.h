@@ -40,9 +40,10 @@ struct OverlayContent
 
 /// The floating panel: frameless, above other windows, never activated by being shown or clicked.
 ///
-/// A press on something that takes text asks the platform for the keyboard; every other press
-/// leaves it with the program the user works in. Dragging the free areas moves the panel, dragging
-/// its edges resizes it. Escape never closes it. Main thread only.
+/// A press on something that takes text, or anywhere in an item with a true property
+/// `takesKeyboard`, asks the platform for the keyboard; every other press leaves it with the
+/// program the user works in. Dragging the free areas moves the panel, dragging its edges resizes
+/// it. Escape never closes it. Main thread only.
 class NonFocusPanel : public QQuickWindow
 {
     Q_OBJECT
@@ -102,7 +103,8 @@ private:
         QRect frame;
     };
 
-    bool isTextTarget(const QPointF &location) const;
+    /// Whether a press there asks for the keyboard.
+    bool isKeyboardTarget(const QPointF &location) const;
     void endDrag();
     /// Tells assistive programs that a message now stops the user; once per message.
     void announceBlockingMessage(const QString &id);

@@ -25,12 +25,53 @@ FocusScope {
     readonly property color surface: overlay.isCompositing ? Tokens.frame.background
                                                            : Tokens.frame.opaqueBackground
 
+    readonly property bool isHistoryOpen: history !== null && history.isOpen
+    readonly property bool isRenaming: history !== null && history.isRenaming
+
     onIsResponseActiveChanged: {
         if (isResponseActive && responseView.toString().length > 0)
             response.setSource(responseView, {"host": responseHost})
     }
 
+    /// What lies open on top of the rest and keeps the keyboard; null when nothing does.
+    function keyboardScope() {
+        if (overlay.isMenuOpen)
+            return menuView
+        if (settingsSheet.isOpen)
+            return settingsSheet.item
+        return isHistoryOpen ? sidebar.item.keyboardScope : null
+    }
+    function isWithin(item, outer) {
+        while (item && item !== outer)
+            item = item.parent
+        return item !== null && item === outer
+    }
+    /// Takes the focus back from what is covered. The answer beside an open menu may have it.
+    function keepFocus() {
+        const scope = keyboardScope()
+        const item = Window.activeFocusItem
+        if (scope && item && !isWithin(item, scope)
+                && !(scope === menuView && isWithin(item, response)))
+            scope.forceActiveFocus(Qt.OtherFocusReason)
+    }
+    /// Closes what lies on top.
+    function closeTopmost() {
+        if (overlay.isMenuOpen)
+            menuView.close(true)
+        else if (settingsSheet.isOpen)
+            settingsSheet.item.closeRequested()
+        else if (isHistoryOpen)
+            sidebar.item.close(true)
+        else
+            bottom.closeModelList()
+    }
     function cycleFocus(direction) {
+        const scope = keyboardScope()
+        if (scope) {
+            if (!isWithin(Window.activeFocusItem, scope))
+                scope.forceActiveFocus(Qt.TabFocusReason)
+            return
+        }
         const control = strip.firstControl()
         const stops = [bottom.promptItem]
         if (control)
@@ -44,10 +85,7 @@ FocusScope {
         const next = stops[(at + direction + stops.length) % stops.length]
         // The page is inside its loader, which is no stop of its own.
         const inner = next === response ? next.nextItemInFocusChain(true) : null
-        let above = inner
-        while (above && above !== response)
-            above = above.parent
-        const target = above ? inner : next
+        const target = isWithin(inner, response) ? inner : next
         target.forceActiveFocus(Qt.TabFocusReason)
     }
 
@@ -180,6 +218,7 @@ FocusScope {
     }
 
     Loader {
+        id: sidebar
         anchors.fill: parent
         active: root.history !== null
 
@@ -219,7 +258,11 @@ FocusScope {
         menu: root.menu
         compact: root.compact
         open: root.overlay.isMenuOpen
-        opener: settingsSheet.isOpen ? settingsSheet.firstControl : bar.menuButton
+        opener: settingsSheet.isOpen ? settingsSheet.firstControl
+              : root.isHistoryOpen ? sidebar.item.firstControl : bar.menuButton
+        // Only to the answer, not to a sheet that lies over it.
+        passage: settingsSheet.isOpen || root.isHistoryOpen ? Qt.rect(0, 0, 0, 0)
+                                                            : root.overlay.responseRect
     }
     ResizeHandles {
         anchors.fill: parent
@@ -234,12 +277,20 @@ FocusScope {
     }
     Shortcut {
         sequence: "F6"
-        enabled: !settingsSheet.isOpen
         onActivated: root.cycleFocus(1)
     }
     Shortcut {
         sequence: "Shift+F6"
-        enabled: !settingsSheet.isOpen
         onActivated: root.cycleFocus(-1)
+    }
+    Shortcut {
+        // A title that is being typed has its own use for it.
+        sequence: "Escape"
+        enabled: root.keyboardScope() !== null && !root.isRenaming || bottom.isModelListOpen
+        onActivated: root.closeTopmost()
+    }
+    Connections {
+        target: root.Window.window
+        function onActiveFocusItemChanged() { Qt.callLater(root.keepFocus) }
     }
 }

@@ -18,6 +18,11 @@ Rectangle {
             bar.scrollbar.setSize(width, height)
     }
 
+    // The release of a drag under way goes to nobody when the panel is hidden.
+    Connections {
+        target: bar.Window.window
+        function onVisibleChanged() { bar.scrollbar.mouseUp() }
+    }
     MouseArea {
         objectName: "scrollbarArea"
         anchors.fill: parent
@@ -28,7 +33,6 @@ Rectangle {
         onPositionChanged: mouse => bar.scrollbar.mouseDragged(Qt.point(mouse.x, mouse.y))
         onReleased: bar.scrollbar.mouseUp()
         onCanceled: bar.scrollbar.mouseUp()
-        onVisibleChanged: bar.scrollbar.mouseUp()
         onWheel: wheel => {
             // Only trackpads report distances that can be trusted; wheels report notches.
             const isPrecise = wheel.pixelDelta.y !== 0

@@ -238,7 +238,8 @@ void HistoryModel::requestDelete(int row)
     if (row < 0 || row >= count())
         return;
     m_pendingDelete = at(row).id;
-    m_deleteText = QLatin1Char('"') + at(row).title() +
+    m_deleteTitle = index(row).data(TitleRole).toString();
+    m_deleteText = QLatin1Char('"') + m_deleteTitle +
                    QStringLiteral("\" will be permanently removed from ") + m_words.computer +
                    QStringLiteral(". This can't be undone.");
     Q_EMIT pendingDeleteChanged();

@@ -34,6 +34,7 @@ class HistoryModel : public QAbstractListModel
     Q_PROPERTY(QString notice READ notice NOTIFY noticeChanged)
     Q_PROPERTY(bool isDeletePending READ isDeletePending NOTIFY pendingDeleteChanged)
     Q_PROPERTY(QString deleteText READ deleteText NOTIFY pendingDeleteChanged)
+    Q_PROPERTY(QString deleteTitle READ deleteTitle NOTIFY pendingDeleteChanged)
 public:
     enum Role {
         TitleRole = Qt::UserRole + 1,
@@ -73,6 +74,8 @@ public:
     bool isDeletePending() const { return m_pendingDelete.has_value(); }
     /// What the dialog says about the thread that waits for confirmation.
     QString deleteText() const { return m_deleteText; }
+    /// The thread's title as it stands in deleteText().
+    QString deleteTitle() const { return m_deleteTitle; }
 
     Q_INVOKABLE void close() { m_history.close(); }
     Q_INVOKABLE void open(int row);
@@ -124,6 +127,7 @@ private:
     QString m_needle;
     std::optional<QUuid> m_pendingDelete;
     QString m_deleteText;
+    QString m_deleteTitle;
 };
 
 } // namespace quellora

@@ -15,6 +15,9 @@ Item {
     /// Gets the focus back when the sidebar closes.
     property Item opener
     property bool closedByKey: false
+    /// What the keyboard stays in while the sidebar is open.
+    readonly property Item keyboardScope: history.isDeletePending ? dialog : sheet
+    readonly property Item firstControl: search
 
     /// Focus on a row, or on the search field when there is none.
     function focusRow(row) {
@@ -200,6 +203,8 @@ Item {
                     theme: overlay.theme
                     width: list.width
                     isHeld: list.keepsFocus
+                    // An assistive program may have given it the focus.
+                    onActiveFocusChanged: if (activeFocus) list.currentIndex = index
                     onClicked: overlay.openThread(index, visualFocus)
                     onRenamed: title => overlay.history.rename(index, title)
                     onEditingChanged: isEditing => {
@@ -266,6 +271,7 @@ Item {
             cornerRadius: overlay.cornerRadius
             title: qsTr("Delete this thread?")
             text: overlay.history.deleteText
+            shortened: overlay.history.deleteTitle
             confirmText: qsTr("Delete")
             open: overlay.history.isDeletePending
             onCancelled: {
@@ -279,11 +285,5 @@ Item {
                 overlay.history.confirmDelete()
             }
         }
-    }
-
-    Shortcut {
-        sequence: "Escape"
-        enabled: overlay.history.isOpen && !overlay.history.isRenaming
-        onActivated: overlay.close(true)
     }
 }

@@ -30,11 +30,15 @@ ListRow {
         return count === 1 ? "1 " + one : count + " " + many
     }
     function edit() {
-        isEditing = true
+        // First: the view gives the focus to the row that becomes the current one, and the row that
+        // was it must have lost it by then.
+        row.forceActiveFocus(Qt.OtherFocusReason)
         row.editingChanged(true)
+        isEditing = true
     }
     function endEditing() {
-        const hadFocus = editor.activeFocus
+        // Without the keyboard the whole window has no focus; the row gets it when it comes back.
+        const hadFocus = editor.activeFocus || !row.Window.active
         isEditing = false
         row.editingChanged(false)
         if (hadFocus)

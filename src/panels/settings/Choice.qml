@@ -17,20 +17,16 @@ Basic.AbstractButton {
     readonly property bool isSwitch: true
     readonly property bool isOn: chosen
 
+    /// By a press, also of the chosen one, or by moving to it.
     signal picked()
-
-    function pick() {
-        if (!choice.chosen)
-            choice.picked()
-    }
 
     padding: 0
     hoverEnabled: true
     focusPolicy: chosen || group.current < 0 && index === 0 ? Qt.TabFocus : Qt.NoFocus
-    onClicked: pick()
+    onClicked: picked()
 
-    Keys.onReturnPressed: choice.pick()
-    Keys.onEnterPressed: choice.pick()
+    Keys.onReturnPressed: choice.picked()
+    Keys.onEnterPressed: choice.picked()
     Keys.onPressed: event => {
         switch (event.key) {
         case Qt.Key_Up:
@@ -58,6 +54,6 @@ Basic.AbstractButton {
     Accessible.description: choice.hint
     Accessible.checkable: true
     Accessible.checked: choice.chosen
-    Accessible.onPressAction: choice.pick()
-    Accessible.onToggleAction: choice.pick()
+    Accessible.onPressAction: choice.picked()
+    Accessible.onToggleAction: choice.picked()
 }

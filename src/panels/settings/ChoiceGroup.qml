@@ -16,6 +16,6 @@ QtObject {
         if (!next)
             return
         next.forceActiveFocus(Qt.TabFocusReason)
-        next.pick()
+        next.picked()
     }
 }

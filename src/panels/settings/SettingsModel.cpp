@@ -21,7 +21,7 @@ void SettingsModel::setOpen(bool isOpen)
     if (isOpen == m_isOpen)
         return;
     if (isOpen)
-        showColorInField();
+        restoreHexInput();
     m_isOpen = isOpen;
     Q_EMIT isOpenChanged();
 }
@@ -88,7 +88,7 @@ void SettingsModel::setResponseTextColorHex(const QString &hex)
         m_textColors.setChosenHex(hex);
         Q_EMIT responseTextColorHexChanged();
     }
-    showColorInField();
+    restoreHexInput();
 }
 
 void SettingsModel::setStartNewThreadPerSendEnabled(bool isEnabled)
@@ -139,7 +139,7 @@ void SettingsModel::setHexError(const QString &error)
     Q_EMIT hexErrorChanged();
 }
 
-void SettingsModel::showColorInField()
+void SettingsModel::restoreHexInput()
 {
     setHexError(QString());
     setHexInput(m_responseTextColorHex);
@@ -153,7 +153,7 @@ void SettingsModel::close()
 
 void SettingsModel::selectModel(const QString &id)
 {
-    if (id != m_selectedModelId && m_models.rowOf(id) >= 0)
+    if (m_models.rowOf(id) >= 0)
         Q_EMIT modelSelected(id);
 }
 
@@ -185,7 +185,7 @@ void SettingsModel::commitHexInput()
 void SettingsModel::leaveHexInput()
 {
     if (m_hexInput.trimmed().isEmpty() || m_hexInput == m_responseTextColorHex)
-        showColorInField();
+        restoreHexInput();
     else
         commitHexInput();
 }

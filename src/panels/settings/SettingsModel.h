@@ -94,6 +94,7 @@ public:
 
     // What the view asks for.
     Q_INVOKABLE void close();
+    /// Also for the model that is in use: it may be the backend's choice, and becomes the user's.
     Q_INVOKABLE void selectModel(const QString &id);
     /// Nothing for any other text than the three modes.
     Q_INVOKABLE void chooseAppearance(const QString &mode);
@@ -102,6 +103,8 @@ public:
     Q_INVOKABLE void commitHexInput();
     /// The field was left: as commitHexInput(), but an empty field is put right without a word.
     Q_INVOKABLE void leaveHexInput();
+    /// What was typed is given up: the field shows the colour in force.
+    Q_INVOKABLE void restoreHexInput();
     Q_INVOKABLE void toggleStartNewThreadPerSend();
     Q_INVOKABLE void toggleDontClearPromptAfterSend();
     Q_INVOKABLE void chooseCaptureAllScreens(bool isEnabled);
@@ -134,7 +137,6 @@ Q_SIGNALS:
 
 private:
     void setHexError(const QString &error);
-    void showColorInField();
 
     ModelListModel &m_models;
     Vocabulary m_words;

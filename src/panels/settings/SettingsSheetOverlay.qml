@@ -48,6 +48,8 @@ SheetHost {
     theme: Tokens.sheet(!settings.isLightTheme)
     onCloseRequested: {
         byKeyboard = true
+        // A colour half typed is given up; leaving the field would take it.
+        settings.restoreHexInput()
         settings.close()
     }
     onOpenChanged: {
