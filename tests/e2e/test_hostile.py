@@ -10,7 +10,7 @@ ENDED = "[OverlayWindowController] Stream complete, buffer cleared"
 
 
 def template(code):
-    """A script that the page's template literal runs; double quotes only, so that it parses."""
+    """A script for a template literal, should a page put answers into one; double quotes only."""
     return "${(() => {try { " + code + " } catch (problem) {} return ''; })()}".replace("'", '"')
 
 
@@ -109,21 +109,49 @@ class HostileAnswerTest(E2ECase):
         app.wait_for_line("[OverlayWindowController] Note added to current session")
         app.access.wait_for_page_text("a <i>note</i>")
 
-    def test_answer_cannot_open_files_or_delete_threads(self):
+    def test_answer_presses_nothing_and_the_next_one_is_shown(self):
+        canary = self.server()
         server = self.server()
-        server.on(QUERY, HostileServer.answer_with(
-            "start " + template('webkit.messageHandlers.openScreenshot.postMessage("/etc/passwd")')
-            + template('webkit.messageHandlers.noteDelete.postMessage("nonsense")')
-            + template('webkit.messageHandlers.scrollPosition.postMessage({scrollTop: "x"})')
-            + " end"))
         app = self.app(server).sign_in()
+        app.access.click("Write a message")
+        self.desktop.type_text("a note to keep")
+        app.access.press("Add note")
+        note = wait_until(lambda: [note["id"] for thread in app.threads()
+                                   for note in thread["notes"]], what="the kept note")[0]
+        post = "webkit.messageHandlers."
+        codes = ("document.querySelector('.note-delete').click()",
+                 f"{post}noteDelete.postMessage('{note}')",
+                 f"{post}noteDelete.postMessage('nonsense')",
+                 f"{post}openScreenshot.postMessage('/etc/passwd')",
+                 f"{post}scrollPosition.postMessage({{scrollTop: 'x'}})",
+                 f"setInterval(() => {{ for (;;) {post}noteDelete.postMessage('{note}'); }})",
+                 f"fetch('{canary.url}/ran')", "document.body.textContent = 'ran'")
+        text = "\n\n".join(
+            ["echo ${HOME} and ${ too", *map(template, codes),
+             *(f"<script>{code}</script>" for code in codes),
+             *(f'<img src=x onerror="{code}">' for code in codes),
+             f'<button class="note-delete" data-note="{note}">x</button>', "Visible end"])
+        server.on(QUERY, HostileServer.answer_with(text[:300], text[300:]))
+        mark = app.mark()
         self.ask(app, "attack")
-        app.wait_for_line(ENDED)
+        app.wait_for_line(ENDED, since=mark)
         wait_until(app.turns, what="the kept turn")
-        app.wait_for_line("[OverlayWindowController] ERROR: Received malformed noteDelete "
-                          "message: nonsense", since=0)
+        shown = app.access.wait_for_page_text("Visible end")
+        self.assertIn("echo ${HOME} and ${ too", shown)
+        self.assertIn("${(() => {try { document.querySelector", shown)
+        server.on(QUERY, HostileServer.answer_with("the next answer"))
+        self.ask(app, "again")
+        app.wait_for_line(ENDED)
+        app.access.wait_for_page_text("the next answer")
+        self.assertIn("a note to keep", app.access.page_text())
+        self.assertEqual([note["text"] for note in app.threads()[0]["notes"]], ["a note to keep"])
+        self.assertEqual([line for line in app.lines_since(mark) if "ERROR" in line], [])
+        self.assertEqual(canary.connection_count, 0)
         self.assertEqual(app.opened(), [])
-        self.assertTrue(app.running)
+        # The user's own press still counts.
+        app.access.press("Delete note")
+        wait_until(lambda: not app.threads()[0]["notes"], what="the note to go")
+        self.assertEqual(len(app.turns()), 2)
 
 
 if __name__ == "__main__":

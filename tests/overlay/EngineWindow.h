@@ -87,6 +87,43 @@ public:
     }
     QString text(const QString &expression) { return value(expression).toString(); }
 
+    /// Waits for two frames of the page: what has changed before is painted.
+    bool painted()
+    {
+        value(QStringLiteral("window.painted = false; requestAnimationFrame(() => "
+                             "requestAnimationFrame(() => { window.painted = true; }))"));
+        return runUntil([&] { return value(QStringLiteral("window.painted")).toBool(); });
+    }
+    /// Clicks the middle of an element, an expression, with the pointer.
+    bool click(const QString &element)
+    {
+        value(QStringLiteral("(%1).scrollIntoView({block: 'center'})").arg(element));
+        if (!painted())
+            return false;
+        const QVariantList middle =
+            value(QStringLiteral("(() => { const r = (%1).getBoundingClientRect();"
+                                 "return [r.x + r.width / 2, r.y + r.height / 2]; })()")
+                      .arg(element))
+                .toList();
+        if (middle.size() != 2)
+            return false;
+        QTest::mouseClick(&m_window, Qt::LeftButton, {},
+                          QPoint(middle[0].toInt(), middle[1].toInt()));
+        return true;
+    }
+    /// Gives an element, an expression, the keyboard focus.
+    bool focus(const QString &element)
+    {
+        m_window.requestActivate();
+        view.item()->forceActiveFocus();
+        value(QStringLiteral("(%1).focus()").arg(element));
+        return runUntil([&] {
+            return value(QStringLiteral("document.hasFocus() && document.activeElement === (%1)")
+                             .arg(element))
+                .toBool();
+        });
+    }
+
     QQuickView &window() { return m_window; }
 
 private:

@@ -19,7 +19,11 @@ public:
         emit loadFailed(loads.last().first, description, provisional);
     }
     /// The page posts a message.
-    void post(const QString &name, const QVariant &body) { emit message(name, body); }
+    void post(const QString &name, const QVariant &body)
+    {
+        if (admitsMessage())
+            emit message(name, body);
+    }
     /// The page's process dies.
     void crash() { renderProcessEnded(QStringLiteral("killed")); }
     /// The script given with a token last has run.

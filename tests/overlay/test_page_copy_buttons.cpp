@@ -4,6 +4,9 @@
 
 #include <QClipboard>
 #include <QGuiApplication>
+#include <QImage>
+
+#include <utility>
 
 using namespace quellora;
 
@@ -19,6 +22,8 @@ private slots:
     void buttonsFollowScrollingAndResizing();
     void tabReachesThemInOrder();
     void buttonSaysCopiedForAWhile();
+    void buttonHasItsGlyphAndColors_data();
+    void buttonHasItsGlyphAndColors();
     void buttonsAppearWhenTheStreamEnds();
 
 private:
@@ -27,12 +32,10 @@ private:
         return finished(m_display->loadContent(markdown)) && painted();
     }
     /// Two frames, in which the buttons have been put into their places.
-    bool painted()
-    {
-        m_engine->value(QStringLiteral("window.painted = false; requestAnimationFrame(() => "
-                                       "requestAnimationFrame(() => { window.painted = true; }))"));
-        return runUntil([&] { return m_engine->value(QStringLiteral("window.painted")).toBool(); });
-    }
+    bool painted() { return m_engine->painted(); }
+    /// How many pixels of the first block's button have about this colour: in its left part, where
+    /// the glyph is, and in the rest.
+    std::pair<int, int> inkInButton(QColor ink, int buttonWidth);
     /// Whether a button covers the corner of the block with this number.
     bool hasButton(int block)
     {
@@ -167,6 +170,67 @@ void TestPageCopyButtons::buttonSaysCopiedForAWhile()
         runUntil([&] { return m_engine->value(QStringLiteral("changes.length")).toInt() == 2; }));
     const double shown = m_engine->value(QStringLiteral("changes[1] - changes[0]")).toDouble();
     QVERIFY2(shown > 1400, qPrintable(QString::number(shown)));
+}
+
+std::pair<int, int> TestPageCopyButtons::inkInButton(QColor ink, int buttonWidth)
+{
+    const QVariantList corner =
+        m_engine
+            ->value(QStringLiteral("(() => { const r = document.querySelector('pre')"
+                                   ".getBoundingClientRect(); return [r.right, r.top]; })()"))
+            .toList();
+    const QImage picture = m_engine->window().grabWindow();
+    const QRect button(qRound(corner.value(0).toDouble()) - 6 - buttonWidth,
+                       qRound(corner.value(1).toDouble()) + 6, buttonWidth, 24);
+    std::pair<int, int> found{0, 0};
+    for (int y = button.top() + 4; y < button.bottom() - 4; ++y) {
+        for (int x = button.left() + 4; x < button.right() - 4; ++x) {
+            const QColor color = picture.pixelColor(x, y);
+            const int distance = qAbs(color.red() - ink.red()) + qAbs(color.green() - ink.green()) +
+                                 qAbs(color.blue() - ink.blue());
+            if (distance < 60)
+                ++(x < button.left() + 21 ? found.first : found.second);
+        }
+    }
+    return found;
+}
+
+void TestPageCopyButtons::buttonHasItsGlyphAndColors_data()
+{
+    QTest::addColumn<AppTheme>("theme");
+    QTest::addColumn<QColor>("ink");
+    QTest::addColumn<QColor>("success");
+    QTest::newRow("dark") << AppTheme::Dark << QColor(0xe8e8ea) << QColor(0x4cc38a);
+    QTest::newRow("light") << AppTheme::Light << QColor(0x1c1e24) << QColor(0x1a7f4b);
+}
+
+void TestPageCopyButtons::buttonHasItsGlyphAndColors()
+{
+    QFETCH(AppTheme, theme);
+    QFETCH(QColor, ink);
+    QFETCH(QColor, success);
+    m_display->setAppliedTheme(theme);
+    QVERIFY(show(twoBlocks));
+    // The widths of the faces of "Copy" and "Copied", with glyph, gap and padding.
+    constexpr int copy = 63;
+    constexpr int copied = 75;
+    QVERIFY(runUntil([&] {
+        const auto [glyph, text] = inkInButton(ink, copy);
+        return glyph > 15 && text > 15;
+    }));
+    QCOMPARE(inkInButton(success, copy), (std::pair{0, 0}));
+    const QVariantList corner =
+        m_engine
+            ->value(QStringLiteral("(() => { const r = document.querySelector('pre')"
+                                   ".getBoundingClientRect(); return [r.right, r.top]; })()"))
+            .toList();
+    QTest::mouseClick(&m_engine->window(), Qt::LeftButton, {},
+                      QPoint(corner[0].toInt() - 20, corner[1].toInt() + 18));
+    QVERIFY(runUntil([&] {
+        const auto [glyph, text] = inkInButton(success, copied);
+        return glyph > 8 && text > 15 && inkInButton(ink, copied).first == 0;
+    }));
+    QVERIFY(runUntil([&] { return inkInButton(success, copied) == std::pair{0, 0}; }));
 }
 
 void TestPageCopyButtons::buttonsAppearWhenTheStreamEnds()

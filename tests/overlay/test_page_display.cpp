@@ -128,7 +128,7 @@ void TestPageDisplay::renderThreadShowsEntries()
                                         "turns")});
     QVERIFY(shown());
     QVERIFY(m_surface->page().contains(QStringLiteral("note-text")));
-    QVERIFY(m_surface->page().contains(QStringLiteral(":`r`};")));
+    QVERIFY(m_surface->page().contains(QStringLiteral(":\"r\"}}")));
 }
 
 void TestPageDisplay::emptyThreadClears()
@@ -138,7 +138,7 @@ void TestPageDisplay::emptyThreadClears()
     QVERIFY(m_log->contains(QStringLiteral("[OverlayWindowController] loadContent() — building "
                                            "HTML for 0 char payload")));
     QVERIFY(shown());
-    QVERIFY(m_surface->page().contains(QStringLiteral("const raw=``;")));
+    QVERIFY(m_surface->page().contains(QStringLiteral("{\"raw\":\"\"}")));
 }
 
 void TestPageDisplay::screenshotOnlyThread()
@@ -176,7 +176,7 @@ void TestPageDisplay::newerPageSupersedesOneBeingBuilt()
     QVERIFY(first != second);
     QVERIFY(shown());
     QCOMPARE(m_surface->loads.size(), 1);
-    QVERIFY(m_surface->page().contains(QStringLiteral("const raw=`two`;")));
+    QVERIFY(m_surface->page().contains(QStringLiteral("{\"raw\":\"two\"}")));
     QSignalSpy finished(m_display.get(), &ResponseDisplay::pageFinished);
     m_surface->finishLoad();
     QCOMPARE(finished.first().first().toULongLong(), second);

@@ -31,6 +31,7 @@ private slots:
     void newLoadTakesThePlaceOfARestart();
     void processWithoutAPageIsNotRestarted();
     void scriptLostWhileLoadingHoldsNobodyUp();
+    void floodOfMessagesIsLoggedOnce();
 };
 
 void TestPageSurface::loadsWithTheNextTurn()
@@ -314,6 +315,39 @@ void TestPageSurface::scriptLostWhileLoadingHoldsNobodyUp()
     surface.finishLoad();
     surface.evaluateLatest([] { return QStringLiteral("shown"); });
     QCOMPARE(surface.scripts.last(), QStringLiteral("shown"));
+}
+
+void TestPageSurface::floodOfMessagesIsLoggedOnce()
+{
+    LogCapture log;
+    FakePageSurface surface;
+    QSignalSpy messages(&surface, &PageSurface::message);
+    const auto post = [&](int count) {
+        messages.clear();
+        for (int i = 0; i < count; ++i)
+            surface.post(QStringLiteral("scrollPosition"), i);
+        return messages.size();
+    };
+    QCOMPARE(post(500), 500);
+    QVERIFY(log.lines.isEmpty());
+    // A flood that goes on from second to second is one.
+    QCOMPARE(post(1000), 0);
+    for (int second = 0; second < 5; ++second) {
+        surface.now += 1s;
+        QCOMPARE(post(1000), 500);
+    }
+    const QString line = QStringLiteral("[ResponseView] ERROR: The page posts more than 500 "
+                                        "messages a second, dropping the rest");
+    QCOMPARE(log.lines, QStringList{line});
+    // After a second within the bounds, and after a silence, it is another one.
+    surface.now += 1s;
+    QCOMPARE(post(500), 500);
+    surface.now += 1s;
+    QCOMPARE(post(501), 500);
+    QCOMPARE(log.lines, (QStringList{line, line}));
+    surface.now += 60s;
+    QCOMPARE(post(501), 500);
+    QCOMPARE(log.lines.size(), 3);
 }
 
 QTEST_GUILESS_MAIN(TestPageSurface)

@@ -36,9 +36,9 @@ private:
         QVERIFY(loadShell());
         m_engine.value(
             QStringLiteral("window.slot = document.getElementById('streaming-response');"
-                           "{ const text = `%1`; for (let end = %2; end < text.length + %2; "
+                           "{ const text = \"%1\"; for (let end = %2; end < text.length + %2; "
                            "end += %2) slot.innerHTML = marked.parse(text.slice(0, end)); }")
-                .arg(responsepage::escapedForTemplateLiteral(text))
+                .arg(responsepage::escapedForJson(text))
                 .arg(step));
     }
     void compare(const QString &text, const QList<int> &steps);
@@ -137,7 +137,7 @@ void TestStreamingEquality::compare(const QString &text, const QList<int> &steps
     for (const int step : steps) {
         const QString differences = m_engine.text(
             QStringLiteral(
-                "(() => { const text = `%1`; const found = [];"
+                "(() => { const text = \"%1\"; const found = [];"
                 "const slot = document.getElementById('streaming-response');"
                 "const whole = document.createElement('div'); slot.innerHTML = '';"
                 "const check = end => { const part = text.slice(0, end);"
@@ -151,8 +151,7 @@ void TestStreamingEquality::compare(const QString &text, const QList<int> &steps
                 "[...slot.childNodes].every((node, i) => node.isEqualNode(whole.childNodes[i]));"
                 "if (!same) found.push('the final tree is another one');"
                 "return found.join('\\n----\\n'); })()")
-                .arg(responsepage::escapedForTemplateLiteral(text).replace(
-                    QLatin1Char('\r'), QStringLiteral("${'\\r'}")))
+                .arg(responsepage::escapedForJson(text))
                 .arg(step));
         QCOMPARE(differences, QString());
     }
@@ -248,9 +247,9 @@ void TestStreamingEquality::selectionInFrozenTextStays()
     stream(paragraphs, 50);
     m_engine.value(select);
     for (const char *more : {"`d`", "\n\ne\n\nf", "\n\ng\n\n"}) {
-        m_engine.value(QStringLiteral("slot.innerHTML = marked.parse(`%1`)")
-                           .arg(responsepage::escapedForTemplateLiteral(
-                               paragraphs + QString::fromLatin1(more))));
+        m_engine.value(
+            QStringLiteral("slot.innerHTML = marked.parse(\"%1\")")
+                .arg(responsepage::escapedForJson(paragraphs + QString::fromLatin1(more))));
         QCOMPARE(m_engine.text(selected), QStringLiteral("true,1,true,2"));
     }
     m_engine.value(QStringLiteral("document.querySelectorAll('pre code').length"));

@@ -5,7 +5,7 @@
 namespace quellora::pageaddress {
 
 /// Addresses that the pages name. They are part of the page text only: the app never connects to
-/// them, every request for one is answered from the bundled assets.
+/// one, every request is answered from the bundled assets.
 inline constexpr QByteArrayView markedScript =
     "https://cdn.jsdelivr.net/npm/marked/lib/marked.umd.js";
 inline constexpr QByteArrayView highlightScript =
@@ -14,5 +14,9 @@ inline constexpr QByteArrayView lightCodeStyle =
     "https://cdn.jsdelivr.net/gh/highlightjs/cdn-release@11.9.0/build/styles/github.min.css";
 inline constexpr QByteArrayView darkCodeStyle =
     "https://cdn.jsdelivr.net/gh/highlightjs/cdn-release@11.9.0/build/styles/github-dark.min.css";
+
+/// The pages' own script and the place where all assets come from in the end.
+inline constexpr QByteArrayView pageScript = "quellora-asset://page/page.js";
+inline constexpr QByteArrayView assets = "quellora-asset://page";
 
 } // namespace quellora::pageaddress

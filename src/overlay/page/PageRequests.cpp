@@ -28,6 +28,7 @@ constexpr std::array stands{
     Stand{pageaddress::highlightScript, "highlight.min.js", "text/javascript"},
     Stand{pageaddress::lightCodeStyle, "github.min.css", "text/css"},
     Stand{pageaddress::darkCodeStyle, "github-dark.min.css", "text/css"},
+    Stand{pageaddress::pageScript, "page.js", "text/javascript"},
 };
 
 QByteArray resource(const QString &path)
@@ -137,10 +138,12 @@ void AssetBytes::requestStarted(QWebEngineUrlRequestJob *job)
 QByteArray AssetBytes::bytes(const QString &name)
 {
     const QString folder = QStringLiteral(":/quellora/page/");
+    const QString scripts = QStringLiteral(":/quellora/page-scripts/");
+    if (name == QLatin1StringView("page.js"))
+        return resource(scripts + name);
     if (name != QLatin1StringView("marked.js"))
         return resource(folder + name);
     if (m_renderer.isEmpty()) {
-        const QString scripts = QStringLiteral(":/quellora/page-scripts/");
         m_renderer =
             resource(folder + name) + '\n' + resource(folder + QStringLiteral("purify.min.js")) +
             '\n' +

@@ -20,11 +20,12 @@ QByteArray source(const char *name)
     return resource(QStringLiteral(":/quellora/page-scripts/%1.js").arg(QLatin1StringView(name)));
 }
 
-/// The bridge with the parts that may post messages of their own.
+/// The bridge with the parts that post messages.
 QByteArray bridgeScript()
 {
-    QByteArray copyButtons = source("copy-buttons");
-    return source("bridge").replace("%parts%", copyButtons.trimmed());
+    const QByteArrayList parts{source("scroll-position").trimmed(), source("presses").trimmed(),
+                               source("copy-buttons").trimmed()};
+    return source("bridge").replace("%parts%", parts.join(",\n"));
 }
 
 /// The face script with the faces' bytes in it.
@@ -40,13 +41,13 @@ QByteArray faceScript()
 }
 
 QVariant script(const QString &name, const QByteArray &code, QWebEngineScript::InjectionPoint point,
-                bool inFrames)
+                bool inFrames, quint32 world = QWebEngineScript::MainWorld)
 {
     QWebEngineScript value;
     value.setName(name);
     value.setSourceCode(QString::fromUtf8(code));
     value.setInjectionPoint(point);
-    value.setWorldId(QWebEngineScript::MainWorld);
+    value.setWorldId(world);
     value.setRunsOnSubFrames(inFrames);
     return QVariant::fromValue(value);
 }
@@ -61,7 +62,8 @@ QString motionScript(bool isReduced)
 QVariantList userScripts(bool isMotionReduced)
 {
     return {
-        script(QStringLiteral("bridge"), bridgeScript(), QWebEngineScript::DocumentCreation, false),
+        script(QStringLiteral("bridge"), bridgeScript(), QWebEngineScript::DocumentCreation, false,
+               QWebEngineScript::ApplicationWorld),
         script(QStringLiteral("no-peer-connections"), source("no-peer-connections"),
                QWebEngineScript::DocumentCreation, true),
         script(QStringLiteral("fonts"), faceScript(), QWebEngineScript::DocumentCreation, false),

@@ -35,6 +35,12 @@ const QByteArrayView base =
     "margin:6px 0;background:rgba(var(--pill-rgb),var(--pill-alpha));border-radius:0 4px 4px 0;"
     "padding-top:4px;padding-right:8px;padding-bottom:4px}\n";
 
+const QByteArrayView details =
+    "hr{height:1px;border:none;background:var(--border);margin:10px 0}\n"
+    "a:focus-visible,.thumb:focus-visible,.note-delete:focus-visible,.truncatable:focus-visible{"
+    "outline:2px solid #7db2ff;outline-offset:2px}\n"
+    "body.light :focus-visible{outline-color:#1c6ad0}\n";
+
 const QByteArrayView thread =
     ".entry{padding:10px 0}\n"
     ".divider{height:1px;background:var(--border);margin:4px 0}\n"

@@ -6,6 +6,8 @@ namespace quellora::pagestyle {
 
 /// Colour variables and the rules of every page.
 extern const QByteArrayView base;
+/// Rules for what the others leave to the engine: rules between sections, the focus ring.
+extern const QByteArrayView details;
 /// Rules of thread pages and of the streaming shell, after the base rules.
 extern const QByteArrayView thread;
 /// Rules of the single-answer page.

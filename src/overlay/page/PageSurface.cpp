@@ -21,7 +21,8 @@ PageSurface::PageSurface(Clock clock, QObject *parent)
     : QObject(parent)
     , m_latestScript(clock,
                      [this](const QString &script, quint64 token) { runScript(script, token); })
-    , m_restarts(std::move(clock))
+    , m_restarts(clock)
+    , m_messages(std::move(clock))
 {
     // First of all listeners: a script that ran while the page was on its way may never report, and
     // those that follow would wait for it.
@@ -67,6 +68,17 @@ void PageSurface::setHeld(bool held)
     m_latestScript.setHeld(held);
     if (!held)
         startLatestLoad();
+}
+
+bool PageSurface::admitsMessage()
+{
+    const MessageBudget::Verdict verdict = m_messages.take();
+    if (verdict == MessageBudget::Verdict::FloodBegins) {
+        Log::event(QStringLiteral("[ResponseView] ERROR: The page posts more than %1 messages a "
+                                  "second, dropping the rest")
+                       .arg(MessageBudget::messages));
+    }
+    return verdict == MessageBudget::Verdict::Taken;
 }
 
 void PageSurface::renderProcessEnded(const QString &how)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "overlay/page/LatestScript.h"
+#include "overlay/page/MessageBudget.h"
 #include "overlay/page/RestartBudget.h"
 
 #include <QByteArray>
@@ -73,6 +74,9 @@ protected:
 
     /// To be called when the script given with @p token has run or can no longer run.
     void scriptDone(quint64 token) { m_latestScript.done(token); }
+    /// To be called for each message of the page: whether it may be passed on. Of a flood, most may
+    /// not; it is logged once.
+    bool admitsMessage();
     /// To be called when the process that runs the page has ended; @p how for the log.
     void renderProcessEnded(const QString &how);
 
@@ -85,6 +89,7 @@ private:
     std::function<void()> m_waitingLoad;
     LatestScript m_latestScript;
     RestartBudget m_restarts;
+    MessageBudget m_messages;
     bool m_isHeld = false;
     bool m_isPageLost = false;
 };

@@ -19,29 +19,25 @@ QString codeStyleAddress(AppTheme theme)
 
 } // namespace
 
-QString escapedForTemplateLiteral(const QString &text)
+QString escapedForJson(const QString &text)
 {
-    QString escaped = text;
-    escaped.replace(QLatin1Char('\\'), QLatin1StringView("\\\\"));
-    escaped.replace(QLatin1Char('`'), QLatin1StringView("\\`"));
-    return escaped;
-}
-
-QString escapedForStreaming(const QString &text)
-{
-    QString escaped = escapedForTemplateLiteral(text);
-    escaped.replace(QLatin1Char('\''), QLatin1StringView("\\'"));
-    return escaped;
-}
-
-QByteArray guardedInlineScript(QByteArray script)
-{
-    for (qsizetype at = script.indexOf('<'); at >= 0; at = script.indexOf('<', at + 1)) {
-        const QByteArray next = script.mid(at + 1, 7).toLower();
-        if (next.startsWith("script") || next == "/script" || next.startsWith("!--"))
-            script.insert(at + 1, '\\');
+    // Not the library's writer: it would lose half of a character that two pieces share.
+    QString escaped;
+    escaped.reserve(text.size() + text.size() / 16);
+    for (const QChar c : text) {
+        if (c == QLatin1Char('"') || c == QLatin1Char('\\')) {
+            escaped += QLatin1Char('\\');
+            escaped += c;
+        } else if (c == QLatin1Char('\n')) {
+            escaped += QLatin1StringView("\\n");
+        } else if (c < QLatin1Char(' ') || c == QLatin1Char('<') || c == QChar::LineSeparator ||
+                   c == QChar::ParagraphSeparator) {
+            escaped += QStringLiteral("\\u%1").arg(c.unicode(), 4, 16, QLatin1Char('0'));
+        } else {
+            escaped += c;
+        }
     }
-    return script;
+    return escaped;
 }
 
 QString escapedForHtml(const QString &text)
@@ -124,15 +120,15 @@ QString hideLoadingScript()
 
 QString streamRenderScript(const QString &buffer, bool highlightCode)
 {
-    return streamRenderScriptOfEscaped(escapedForStreaming(buffer), highlightCode);
+    return streamRenderScriptOfEscaped(escapedForJson(buffer), highlightCode);
 }
 
 QString streamRenderScriptOfEscaped(const QString &escaped, bool highlightCode)
 {
     QString script = QStringLiteral("document.getElementById('") +
                      QLatin1StringView(streamingElementId) +
-                     QStringLiteral("').innerHTML = marked.parse(`") + escaped +
-                     QStringLiteral("`);\ndocument.body.scrollTop = document.body.scrollHeight;");
+                     QStringLiteral("').innerHTML = marked.parse(\"") + escaped +
+                     QStringLiteral("\");\ndocument.body.scrollTop = document.body.scrollHeight;");
     if (highlightCode) {
         script += QStringLiteral("\ndocument.querySelectorAll('pre code')"
                                  ".forEach(el => hljs.highlightElement(el));");

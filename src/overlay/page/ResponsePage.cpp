@@ -4,7 +4,9 @@
 #include "overlay/page/PageAddresses.h"
 #include "overlay/page/PageStyle.h"
 
-#include <QStringList>
+#include <QCryptographicHash>
+
+#include <initializer_list>
 
 namespace quellora::responsepage {
 
@@ -12,26 +14,11 @@ namespace {
 
 constexpr QByteArrayView divider = "<div class=\"divider\"></div>";
 
-constexpr QByteArrayView loadingDots =
-    "<div id=\"loading\" style=\"display:flex; gap:6px; padding:4px 0;\">"
-    "<div class=\"dot\"></div><div class=\"dot\"></div><div class=\"dot\"></div></div>";
-
-constexpr QByteArrayView scrollBridge =
-    "(function(){\n"
-    "const el=document.body;\n"
-    "function post(){window.webkit.messageHandlers.scrollPosition.postMessage({"
-    "scrollTop:el.scrollTop,scrollHeight:el.scrollHeight,clientHeight:el.clientHeight});}\n"
-    "el.addEventListener('scroll',post,{passive:true});\n"
-    "window.addEventListener('resize',post,{passive:true});\n"
-    "window.__scrollBridgePost=post;\n"
-    "post();\n"
-    "})();";
-
-constexpr QByteArrayView highlightAll =
-    "document.querySelectorAll('pre code').forEach(el => hljs.highlightElement(el));";
+/// The only style attribute that a page has.
+constexpr QByteArrayView dotsStyle = "display:flex; gap:6px; padding:4px 0;";
 
 constexpr QByteArrayView headStart = "<!DOCTYPE html><html><head><meta charset=\"utf-8\">\n";
-constexpr QByteArrayView pageEnd = "\n</script></body></html>";
+constexpr QByteArrayView pageEnd = "</body></html>";
 
 /// An answer and the element that shows it.
 struct Response
@@ -45,6 +32,45 @@ QByteArray scriptElement(QByteArrayView address)
     return "<script src=\"" + address.toByteArray() + "\"></script>";
 }
 
+/// A policy's source expression for this very text.
+QByteArray hashSource(QByteArrayView text)
+{
+    return "'sha256-" + QCryptographicHash::hash(text, QCryptographicHash::Sha256).toBase64() +
+           '\'';
+}
+
+/// Start of a page with the rules @p css: nothing is loaded, run or styled but what is named here.
+/// The bundled assets stand for the addresses of the content delivery.
+QByteArray headWithPolicy(QByteArrayView css)
+{
+    const auto sources = [](std::initializer_list<QByteArrayView> addresses) {
+        QByteArray list;
+        for (const QByteArrayView address : addresses)
+            list += ' ' + address.toByteArray();
+        return list;
+    };
+    return headStart.toByteArray() +
+           "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; script-src" +
+           sources({pageaddress::highlightScript, pageaddress::markedScript, pageaddress::assets}) +
+           "; style-src " + hashSource(css) +
+           sources({pageaddress::darkCodeStyle, pageaddress::lightCodeStyle, pageaddress::assets}) +
+           "; style-src-attr 'unsafe-hashes' " + hashSource(dotsStyle) +
+           "; img-src data:; base-uri 'none'; form-action 'none'\">\n";
+}
+
+/// Text in quotes, as data inside the page.
+QByteArray jsonString(const QString &text)
+{
+    return '"' + escapedForJson(text).toUtf8() + '"';
+}
+
+/// What the page shows, and the script that shows it.
+QByteArray dataAndScript(const QByteArray &json)
+{
+    return "<script type=\"application/json\" id=\"page-data\">" + json + "</script>\n" +
+           scriptElement(pageaddress::pageScript);
+}
+
 /// Code style, highlighter and Markdown renderer.
 QByteArray headResources(AppTheme theme)
 {
@@ -55,21 +81,23 @@ QByteArray headResources(AppTheme theme)
            '\n';
 }
 
-/// The style element with the rules that every page has and @p before and @p after in their places.
-QByteArray styleElement(const PageAppearance &appearance, QByteArrayView before,
-                        QByteArrayView after)
+/// The rules that every page has, with @p before and @p after in their places.
+QByteArray rules(const PageAppearance &appearance, QByteArrayView before, QByteArrayView after)
 {
-    QByteArray style = "<style>" + pagestyle::base.toByteArray() + before.toByteArray() + '\n';
+    QByteArray style = pagestyle::base.toByteArray() + before.toByteArray() + '\n';
     if (appearance.textColorHex)
         style += ":root{--text:" + appearance.textColorHex->toUtf8() + '}';
     style += "\n:root{--pill-alpha:" + shortestDecimal(pillAlpha(appearance.alpha)).toUtf8() +
              ";--code-alpha:" + shortestDecimal(codeAlpha(appearance.alpha)).toUtf8() + "}\n";
-    return style + after.toByteArray() + "</style>";
+    return style + after.toByteArray() + pagestyle::details.toByteArray();
 }
 
-QByteArray bodyStart(AppTheme theme)
+/// Everything up to the body's first element.
+QByteArray pageStart(const PageAppearance &appearance, const QByteArray &resources,
+                     const QByteArray &css)
 {
-    return QByteArray("</head><body class=\"") + (theme == AppTheme::Light ? "light" : "") + "\">";
+    return headWithPolicy(css) + resources + "<style>" + css + "</style></head><body class=\"" +
+           (appearance.theme == AppTheme::Light ? "light" : "") + "\">";
 }
 
 QByteArray timestampHTML(const QDateTime &time)
@@ -101,27 +129,16 @@ QByteArray pageOfEntries(const QByteArray &entriesHtml, const QList<Response> &r
     for (const Response &response : responses) {
         if (!pairs.isEmpty())
             pairs += ',';
-        pairs += '"' + response.elementId + "\":`" +
-                 guardedInlineScript(escapedForTemplateLiteral(response.markdown).toUtf8()) + '`';
+        pairs += '"' + response.elementId + "\":" + jsonString(response.markdown);
     }
 
-    QByteArray page = headStart.toByteArray();
-    page.reserve(entriesHtml.size() + pairs.size() + 16384);
-    page += headResources(appearance.theme);
-    page += styleElement(appearance, pagestyle::thread, {});
-    page += bodyStart(appearance.theme);
+    QByteArray page = pageStart(appearance, headResources(appearance.theme),
+                                rules(appearance, pagestyle::thread, {}));
+    page.reserve(page.size() + entriesHtml.size() + pairs.size() + 1024);
     page += "<div id=\"ct\">";
     page += entriesHtml;
-    page += "</div>\n<script>\nconst responses={";
-    page += pairs;
-    page += "};\n"
-            "for(const id in responses){"
-            "document.getElementById(id).innerHTML=marked.parse(responses[id]);}\n";
-    page += highlightAll;
-    page += "\ndocument.addEventListener('click',function(e){"
-            "const t=e.target.closest('.truncatable');if(t)t.classList.toggle('expanded');});\n"
-            "document.body.scrollTop=document.body.scrollHeight;\n";
-    page += scrollBridge;
+    page += "</div>\n";
+    page += dataAndScript("{\"responses\":{" + pairs + "}}");
     page += pageEnd;
     return page;
 }
@@ -177,27 +194,14 @@ std::optional<CaptureSession::Screenshot> screenshotOfTurn(const CaptureSession 
 
 QByteArray singleAnswerPage(const QString &markdown, const PageAppearance &appearance)
 {
-    QByteArray page = headStart.toByteArray();
-    page += headResources(appearance.theme);
-    page += styleElement(appearance, {}, pagestyle::singleAnswer);
-    page += bodyStart(appearance.theme);
+    QByteArray page = pageStart(appearance, headResources(appearance.theme),
+                                rules(appearance, {}, pagestyle::singleAnswer));
     page += "<div id=\"ct\"></div>\n<div id=\"ph\">Hit <kbd>";
     page += escapedForHtml(appearance.captureHotkey).toUtf8();
     page += "</kbd>" + escapedForHtml(hintEnd(appearance.answererName)).toUtf8() +
             "</div>\n<div id=\"ld\">" +
             escapedForHtml(thinkingText(appearance.answererName)).toUtf8() + "</div>\n";
-    page += "<script>\nconst raw=`";
-    page += guardedInlineScript(escapedForTemplateLiteral(markdown).toUtf8());
-    page += "`;\n"
-            "const ct=document.getElementById('ct');\n"
-            "const ph=document.getElementById('ph');\n"
-            "const ld=document.getElementById('ld');\n"
-            "if(raw.trim()===''){ph.style.display='block';}\n"
-            "else if(raw==='__LOADING__'){ld.style.display='block';}\n"
-            "else{ph.style.display='none';ct.innerHTML=marked.parse(raw);";
-    page += highlightAll;
-    page += "}\n";
-    page += scrollBridge;
+    page += dataAndScript("{\"raw\":" + jsonString(markdown) + '}');
     page += pageEnd;
     return page;
 }
@@ -205,16 +209,13 @@ QByteArray singleAnswerPage(const QString &markdown, const PageAppearance &appea
 QByteArray screenshotOnlyPage(const CaptureSession &session, const PageAppearance &appearance,
                               const PreviewPath &previewPath)
 {
-    QByteArray page = headStart.toByteArray();
-    page += styleElement(appearance, {}, pagestyle::screenshotOnly);
-    page += bodyStart(appearance.theme);
+    QByteArray page = pageStart(appearance, {}, rules(appearance, {}, pagestyle::screenshotOnly));
     page += "<div id=\"ct\">";
     for (const CaptureSession::Screenshot &screenshot : session.screenshots)
         page += thumbnailHTML(screenshot, session, "thumb thumb-empty", previewPath);
     page += QStringLiteral("</div>\n<div id=\"empty-note\">Screenshot only — no notes or AI turns "
-                           "yet.</div>\n<script>\n")
+                           "yet.</div>\n")
                 .toUtf8();
-    page += scrollBridge;
     page += pageEnd;
     return page;
 }
@@ -240,7 +241,9 @@ QByteArray streamingShellPage(const std::optional<CaptureSession> &session, cons
     entries += "<div class=\"entry turn-entry\">" + timestampHTML(queryStart) +
                turnPromptHTML(prompt, screenshot, thread, previewPath) +
                "<div class=\"turn-response\" id=\"" + streamingElementId + "\">";
-    entries += loadingDots;
+    entries +=
+        "<div id=\"loading\" style=\"" + dotsStyle.toByteArray() +
+        "\"><div class=\"dot\"></div><div class=\"dot\"></div><div class=\"dot\"></div></div>";
     entries += "</div></div>";
     return pageOfEntries(entries, responses, appearance);
 }
@@ -250,9 +253,8 @@ QByteArray entryBodyHTML(const ThreadEntry &entry, const CaptureSession &session
 {
     if (const auto *note = std::get_if<CaptureSession::Note>(&entry)) {
         return "<div class=\"entry note-entry\">" + timestampHTML(note->createdAt) +
-               "<button class=\"note-delete\" onclick=\"window.webkit.messageHandlers.noteDelete."
-               "postMessage('" +
-               uuidText(note->id).toLatin1() + "')\">" + QStringLiteral("×").toUtf8() +
+               "<button class=\"note-delete\" aria-label=\"Delete note\" data-note=\"" +
+               uuidText(note->id).toLatin1() + "\">" + QStringLiteral("×").toUtf8() +
                "</button><div class=\"note-body\"><div class=\"note-text truncatable\">" +
                escapedForHtml(note->text).toUtf8() + "</div></div></div>";
     }
@@ -275,11 +277,11 @@ QByteArray thumbnailHTML(const CaptureSession::Screenshot &screenshot,
                        .arg(uuidText(session.id)));
         return {};
     }
-    // The path is our own: a fixed folder name, a UUID and a number below the temporary folder.
     return "<img class=\"" + cssClass.toByteArray() + "\" src=\"data:image/jpeg;base64," +
-           screenshot.imageData.toBase64() +
-           "\" onclick=\"window.webkit.messageHandlers.openScreenshot.postMessage('" +
-           path->toUtf8() + "')\">";
+           screenshot.imageData.toBase64() + "\" alt=\"Screenshot " +
+           QByteArray::number(screenshot.index + 1) +
+           "\" role=\"button\" tabindex=\"0\" data-file=\"" + escapedForHtml(*path).toUtf8() +
+           "\">";
 }
 
 } // namespace quellora::responsepage

@@ -13,6 +13,9 @@
 
 /// The response pages and the scripts pushed into them, as text. Pure functions without state,
 /// usable from any thread. Pages are UTF-8 bytes, because a thread's screenshots make them large.
+///
+/// Answers are data: a page carries them as JSON in an element that the engine does not run, and
+/// its policy admits no script but the bundled ones.
 namespace quellora::responsepage {
 
 /// What a page looks like.
@@ -36,16 +39,9 @@ using PreviewPath = std::function<std::optional<QString>(const CaptureSession::S
 /// Id of the element that receives a streamed answer.
 inline constexpr const char *streamingElementId = "streaming-response";
 
-/// Content for the body of a JavaScript template literal: backslashes and backticks are escaped,
-/// "${" is left alone.
-QString escapedForTemplateLiteral(const QString &text);
-/// As escapedForTemplateLiteral(), with single quotes escaped as well: the form of streamed
-/// answers.
-QString escapedForStreaming(const QString &text);
-/// @p script with the sequences that end or confuse an inline script element ("</script",
-/// "<script",
-/// "<!--") broken by a backslash, which a string or template literal drops again.
-QByteArray guardedInlineScript(QByteArray script);
+/// What stands between the quotes of a JSON string that means @p text, "<" escaped as well: the
+/// string is safe inside a script element. Texts may be escaped piece by piece.
+QString escapedForJson(const QString &text);
 /// Text for HTML content and quoted attributes.
 QString escapedForHtml(const QString &text);
 
@@ -104,7 +100,7 @@ QString pillAlphaScript(double windowAlpha);
 QString hideLoadingScript();
 /// Renders the whole @p buffer into the answer slot and scrolls to the bottom.
 QString streamRenderScript(const QString &buffer, bool highlightCode);
-/// As streamRenderScript(), for a buffer that has been escaped for streaming piece by piece.
+/// As streamRenderScript(), for a buffer that has been escaped for JSON piece by piece.
 QString streamRenderScriptOfEscaped(const QString &escaped, bool highlightCode);
 /// Scrolls by @p pixels, down when positive.
 QString scrollByScript(double pixels);

@@ -256,6 +256,8 @@ void ResponseView::restartLoad()
 
 void ResponseView::onPosted(const QString &name, const QVariant &body)
 {
+    if (!admitsMessage())
+        return;
     if (name == QLatin1StringView("link"))
         emit linkActivated(body.toString());
     else if (name == QLatin1StringView("copy"))

@@ -18,8 +18,8 @@ class QQuickWebEngineProfile;
 
 namespace quellora {
 
-/// What page script can reach of the host: one call that takes a message. Everything that comes
-/// through it is untrusted.
+/// What the bridge script in the page can reach of the host: one call that takes a message.
+/// Everything that comes through it is untrusted.
 class PageBridge : public QObject
 {
     Q_OBJECT

@@ -39,6 +39,8 @@ WebEngineView {
     settings.webGLEnabled: false
     settings.webRTCPublicInterfacesOnly: true
 
+    // In the world of the bridge script alone: page scripts have no way to the host.
+    webChannelWorld: WebEngineScript.ApplicationWorld
     webChannel: WebChannel {
         id: channel
     }

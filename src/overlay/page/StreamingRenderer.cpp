@@ -153,7 +153,7 @@ void StreamingRenderer::append(const QString &text)
     if (std::exchange(m_isFinished, false))
         m_escapedBuffer.clear();
     m_streamBuffer += text;
-    m_escapedBuffer += responsepage::escapedForStreaming(text);
+    m_escapedBuffer += responsepage::escapedForJson(text);
 }
 
 void StreamingRenderer::renderStreamBuffer()

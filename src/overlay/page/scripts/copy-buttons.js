@@ -13,22 +13,29 @@ post => {
         :host { all: initial; position: fixed; inset: 0; overflow: hidden; pointer-events: none;
             z-index: 2147483647; }
         button { all: unset; position: absolute; box-sizing: border-box; display: inline-flex;
-            align-items: center; gap: 4px; height: ${height}px; padding: 0 8px; border-radius: 6px;
+            align-items: center; gap: 5px; height: ${height}px; padding: 0 8px; border-radius: 6px;
             font: 500 11px/16px 'SF Pro Text', sans-serif; cursor: pointer; pointer-events: auto;
             color: #e8e8ea; background: #2b2e38; border: 1px solid #454a5a; }
         button:focus-visible { outline: 2px solid #7db2ff; outline-offset: 2px; }
         .light button { color: #1c1e24; background: #fffdf9; border-color: #c4bfb0; }
         .light button:focus-visible { outline-color: #1c6ad0; }
-        svg { display: none; width: 12px; height: 12px; fill: none; stroke: currentColor;
+        button.copied { color: #4cc38a; }
+        .light button.copied { color: #1a7f4b; }
+        svg { width: 12px; height: 12px; fill: none; stroke: currentColor;
             stroke-width: 2; stroke-linecap: round; stroke-linejoin: round; }
-        .copied svg { display: block; }
+        .check, .copied .copy { display: none; }
+        .copied .check { display: inline; }
     `;
+    const content = `
+        <svg viewBox="0 0 24 24"><g class="copy"><rect width="14" height="14" x="8" y="8" rx="2"/>
+        <path d="M4 16c-1.1 0-2-.9-2-2V4c0-1.1.9-2 2-2h10c1.1 0 2 .9 2 2"/></g>
+        <path class="check" d="M20 6 9 17l-5-5"/></svg><span>Copy</span>`.trim();
 
     const create = code => {
         const button = document.createElement('button');
         button.type = 'button';
         button.setAttribute('aria-label', 'Copy code');
-        button.innerHTML = '<svg viewBox="0 0 12 12"><path d="M2 6.5 4.7 9 10 3.5"/></svg><span>Copy</span>';
+        button.innerHTML = content;
         let timer = 0;
         button.addEventListener('click', event => {
             if (!event.isTrusted)
@@ -109,9 +116,11 @@ post => {
     window.addEventListener('DOMContentLoaded', () => {
         host = document.createElement('div');
         root = host.attachShadow({ mode: 'closed' });
-        const style = document.createElement('style');
-        style.textContent = sheet;
-        root.append(style, document.createElement('div'));
+        // Not an element: the page's policy admits no styles but its own.
+        const style = new CSSStyleSheet();
+        style.replaceSync(sheet);
+        root.adoptedStyleSheets = [style];
+        root.append(document.createElement('div'));
         document.documentElement.append(host);
         new MutationObserver(() => {
             stale = true;

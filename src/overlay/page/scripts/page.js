@@ -1,0 +1,69 @@
+// The pages' own script, at the end of the body: shows the answers that the page carries as data, and
+// opens clamped texts. What posts messages is in the bridge, which this script cannot reach.
+(() => {
+    'use strict';
+    const data = JSON.parse(document.getElementById('page-data').textContent);
+
+    const show = (element, markdown) => {
+        try {
+            element.innerHTML = marked.parse(markdown);
+        } catch {
+            // Nested too deeply for the renderer: such an answer is shown as it was written, and the
+            // others of its thread are shown at all.
+            element.textContent = markdown;
+        }
+    };
+
+    if ('responses' in data) {
+        for (const [id, markdown] of Object.entries(data.responses))
+            show(document.getElementById(id), markdown);
+    } else if (data.raw.trim() === '') {
+        document.getElementById('ph').style.display = 'block';
+    } else if (data.raw === '__LOADING__') {
+        document.getElementById('ld').style.display = 'block';
+    } else {
+        document.getElementById('ph').style.display = 'none';
+        show(document.getElementById('ct'), data.raw);
+    }
+    document.querySelectorAll('pre code').forEach(el => hljs.highlightElement(el));
+
+    if (!('responses' in data))
+        return;
+
+    // ---- clamped prompts and notes --------------------------------------------------------------
+
+    const toggle = text => {
+        text.classList.toggle('expanded');
+        mark(text);
+    };
+
+    /// A text that is cut off, or was opened, is a button; one that fits is only a text.
+    const mark = text => {
+        const isOpen = text.classList.contains('expanded');
+        if (isOpen || text.scrollHeight > text.clientHeight) {
+            text.tabIndex = 0;
+            text.setAttribute('role', 'button');
+            text.setAttribute('aria-expanded', isOpen);
+        } else {
+            for (const name of ['tabindex', 'role', 'aria-expanded'])
+                text.removeAttribute(name);
+        }
+    };
+
+    document.addEventListener('click', event => {
+        const text = event.target.closest('.truncatable');
+        if (text)
+            toggle(text);
+    });
+    document.addEventListener('keydown', event => {
+        if (!event.target.matches('.truncatable') || (event.key !== 'Enter' && event.key !== ' '))
+            return;
+        event.preventDefault();
+        if (!event.repeat)
+            toggle(event.target);
+    });
+    const sizes = new ResizeObserver(entries => entries.forEach(entry => mark(entry.target)));
+    document.querySelectorAll('.truncatable').forEach(text => sizes.observe(text));
+
+    document.body.scrollTop = document.body.scrollHeight;
+})();
