@@ -183,6 +183,15 @@ class Accessibility:
                 return node
         raise AssertionError(f"the control {name!r} offers only {offered}")
 
+    def focus(self, name, role=None):
+        """Focuses a control the way a screen reader does; the page's offer no press of their own."""
+        node = self.wait_for(name, role, enabled=True)
+        actions = node.get_action_iface()
+        offered = [actions.get_action_name(index).lower()
+                   for index in range(actions.get_n_actions())]
+        actions.do_action(offered.index("setfocus"))
+        return self.wait_for(name, role, focused=True)
+
     def bounds(self, node):
         """(x, y, width, height) of a node on the screen, in pixels."""
         atspi = self.api[0]
