@@ -62,7 +62,7 @@ class PageKeysTest(SignedInCase):
         wait_until(lambda: [path for path in app.opened() if OPEN_SCREENSHOT.search(path)],
                    what="the picture to be opened")
         self.tab_to("a prompt of many words")
-        closed = self.focused_height()
+        closed = wait_until(self.focused_height, what="the prompt's height")
         self.desktop.press("return")
         wait_until(lambda: self.focused_height() > closed * 1.5, what="the whole prompt")
         self.desktop.press("space")
