@@ -159,7 +159,9 @@ class ErrorPageTest(Case):
         mark = app.mark()
         gate.set()
         app.wait_for_line(PREFIX + "ERROR: Stream ended without a done event", since=mark)
-        self.wait_turns(app, ("other", "the other half"), ("mine", "the answer on show"))
+        wait_until(lambda: sorted(app.turns()) == [("mine", "the answer on show"),
+                                                   ("other", "the other half")],
+                   what="both turns on disk")
         self.assertIn("the answer on show", app.access.page_text())
         self.assertFalse(any("loadContent()" in line for line in app.lines_since(mark)))
         self.assertIsNone(app.access.find(BACK))
