@@ -26,7 +26,7 @@ struct Fixture : OrchestratorFixture
     CaptureSession stored;
     OverlayModel overlay;
     HamburgerMenuModel menu;
-    OverlayHistory history{library, threads};
+    OverlayHistory history{library, threads, Vocabulary::linuxDesktop()};
     FakePanelWindow window;
     NonFocusPanel panel{window};
 };
