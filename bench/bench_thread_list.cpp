@@ -223,7 +223,7 @@ struct Sidebar
         , library(shelf.store, saver)
         , threads(defaults, nullptr)
         , history(library, threads)
-        , model(history, threads)
+        , model(history, threads, Vocabulary::linuxDesktop())
     {}
 
     void open(MeasuredApplication &application, const char *name)

@@ -12,7 +12,7 @@ private Q_SLOTS:
     void initTestCase() { initializeUi(); }
 
     void linksOpenInTheBrowser();
-    void browserThatCannotOpenIsLogged();
+    void browserThatCannotOpenIsSaid();
     void buttonFollowsCompleteness();
     void returnInEmailPressesSignInWhenComplete();
     void returnInPasswordSubmitsAlways();
@@ -40,14 +40,16 @@ void TestLoginActions::linksOpenInTheBrowser()
     QCOMPARE(f.workspace.urls.size(), 2);
 }
 
-void TestLoginActions::browserThatCannotOpenIsLogged()
+void TestLoginActions::browserThatCannotOpenIsSaid()
 {
     Fixture f;
     QVERIFY(f.show());
-    f.workspace.answer = Capability::unsupported(QStringLiteral("no browser"));
+    f.workspace.answer = FakeWorkspace::failure();
     click(f.button(QStringLiteral("Sign up")));
+    QTRY_COMPARE(f.controller.viewModel().errorMessage(),
+                 QStringLiteral("Could not open the browser: nobody answers"));
     QCOMPARE(f.log.lines.last(),
-             prefix + QStringLiteral("WARNING: The browser could not be opened: no browser"));
+             prefix + QStringLiteral("WARNING: The browser could not be opened: nobody answers"));
 }
 
 void TestLoginActions::buttonFollowsCompleteness()
