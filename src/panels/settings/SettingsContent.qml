@@ -75,18 +75,28 @@ Column {
             theme: content.theme
         }
     }
-    SettingsSection {
-        objectName: "captureScreens"
-        visible: content.settings.isScreenChoiceOffered
-        width: parent.width
-        theme: content.theme
-        title: qsTr("Screenshots")
-        hint: qsTr("What a capture shows while several screens are connected.")
+    // Made only when offered, so that assistive programs do not find it otherwise.
+    Loader {
+        id: screens
 
-        ScreenChoice {
-            width: parent.width
-            settings: content.settings
-            theme: content.theme
+        // Within the section "content" is the section's own property.
+        readonly property SettingsModel settings: content.settings
+        readonly property ThemeTokens theme: content.theme
+
+        width: parent.width
+        active: settings.isScreenChoiceOffered
+        visible: active
+
+        sourceComponent: SettingsSection {
+            theme: screens.theme
+            title: qsTr("Screenshots")
+            hint: qsTr("What a capture shows while several screens are connected.")
+
+            ScreenChoice {
+                width: parent.width
+                settings: screens.settings
+                theme: screens.theme
+            }
         }
     }
     SettingsSection {
