@@ -23,7 +23,7 @@ FORMULAE = {
     "npm": "node", "rsvg-convert": "librsvg",
 }
 # Part of the system, optional, or searched for on Linux or on Debian only.
-ELSEWHERE = {"Threads", "OpenMP", "Python3", "iconutil", "png2icns", "macdeployqt", "python3"}
+ELSEWHERE = {"Threads", "OpenMP", "Python3", "iconutil", "png2icns", "macdeployqt", "python3", "xcb"}
 LINUX_ONLY = ("tools/", "tests/tools/", "tests/e2e/", "tests/platform/", "src/platform/", "build/")
 
 
