@@ -288,9 +288,17 @@ class App:
     def hotkey(self, combo, fired=None):
         """Presses a global hotkey and, with `fired`, waits until it is reported under that name.
 
-        Leaves room for the debounce time of the same action, which counts from the last press.
+        Presses again when this one fell into the debounce time of the same action.
         """
-        mark = self.mark()
-        self.desktop.press(combo)
-        if fired:
-            self.wait_for_line(f"[HotkeyManager] Fired: {fired}", since=mark)
+        if not fired:
+            self.desktop.press(combo)
+            return
+        taken = f"[HotkeyManager] Fired: {fired}"
+        ignored = f"[HotkeyManager] Ignored re-fire of {fired} within debounce window"
+        either = re.compile(f"^({re.escape(taken)}|{re.escape(ignored)})$")
+
+        def is_taken():
+            mark = self.mark()
+            self.desktop.press(combo)
+            return self.lines[self.wait_for_line(either, since=mark)] == taken
+        wait_until(is_taken, what=taken, interval=0.32)
