@@ -93,7 +93,8 @@ class CyclesTest(E2ECase):
         self.sign_out(app)
         self.assertTrue(left.wait(5))
         # What had arrived is kept, as Stop keeps it.
-        self.assertEqual([response for _, response in app.turns()], ["never ends"])
+        wait_until(lambda: [response for _, response in app.turns()] == ["never ends"],
+                   what="the kept part")
         server.on(QUERY, HostileServer.answer_with("a new start"))
         self.sign_in(app)
         app.access.click("Write a message")
