@@ -82,7 +82,7 @@ void Application::finishAtOnce()
 
 void Application::finishWriting()
 {
-    // The disk may have room again for what it had none for.
+    // Space may have been freed, so failed saves are retried.
     m_saver.flush();
     m_saver.retryFailed();
     m_saver.flush();

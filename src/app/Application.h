@@ -51,7 +51,7 @@ private:
     std::unique_ptr<LoginPresenter> makeLogin();
     std::unique_ptr<OverlayPresenter> makeOverlay(const VantiroConfig &config);
     std::unique_ptr<MenuBarController> makeMenuBar();
-    /// The tool with the arguments for the screens that the user chose.
+    /// The capture tool, with the arguments for the chosen screens.
     CaptureTool captureTool() const;
     AppDelegate::Collaborators collaborators();
     DeviceFields deviceFields() const;

@@ -4,7 +4,7 @@
 
 namespace quellora {
 
-/// Whom texts name as the one who answers, as long as nothing speaks against it.
+/// Default name of the answering model in texts for the user.
 inline const QString givenAnswerer = QStringLiteral("Claude");
 
 /// Whom texts name while these models are on offer: the given name, unless no model has it in its

@@ -110,7 +110,7 @@ void BackgroundThreadSaver::saved(const Job &job)
     }
     if (isLatest)
         setState(id, {SaveState::Kind::Saved, {}});
-    // The disk takes threads again.
+    // A save succeeded, so the failed ones are retried.
     retryFailed();
 }
 

@@ -70,7 +70,7 @@ void ThreadController::restoreNotes(const QString &reason)
     const QList<RemovedNote> removed = std::exchange(m_removedNotes, {});
     CaptureSession session = *m_current;
     bool isRestored = false;
-    // Last removed, first back: each position is that of its own moment.
+    // In reverse order of removal, so that each recorded position is valid again.
     for (auto it = removed.crbegin(); it != removed.crend(); ++it) {
         if (it->threadId != session.id)
             continue;
@@ -141,7 +141,7 @@ void ThreadController::beginNextThread()
         next.addScreenshot(m_staged->imageData, m_staged->capturedAt, m_clock());
         m_staged = next.screenshots.constLast();
         markForQuery(next);
-        // Into its new place before it leaves the old one.
+        // Saved in the new thread before it is removed from the old one.
         saveIfNeeded(next, saveFailure);
     }
     saveIfNeeded(ending, commitFailure);
@@ -177,7 +177,7 @@ void ThreadController::setCurrentSession(const CaptureSession &session)
 void ThreadController::setShortenedSession(const CaptureSession &session)
 {
     setCurrentSession(session);
-    // What the user removes leaves the disk also when nothing that is added gets there.
+    // Deletions are saved even while additions are not.
     if (m_saver && session.storedPart && !session.isMarkedForPersistence())
         save(session, saveFailure);
 }

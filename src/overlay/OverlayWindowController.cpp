@@ -338,7 +338,7 @@ void OverlayWindowController::signOutClicked()
 {
     log(QStringLiteral("Sign Out clicked"));
     m_with.session.logout();
-    // Sends the panel away.
+    // Closes the panel.
     Q_EMIT m_with.notifications.sessionExpired();
 }
 

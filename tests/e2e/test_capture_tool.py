@@ -4,27 +4,15 @@ import os
 import pathlib
 import re
 import shutil
-import struct
 import tempfile
 import unittest
-import zlib
 
 from harness import App, E2ECase, HostileServer, wait_until
 from harness.app import BIN_DIR
+from harness.image import png
 from harness.server import QUERY
 
 FAILED = "[OverlayWindowController] ERROR: Screenshot capture failed: "
-
-
-def png(width, height, colour):
-    """A PNG file in one colour."""
-    def block(kind, data):
-        return (struct.pack(">I", len(data)) + kind + data
-                + struct.pack(">I", zlib.crc32(kind + data)))
-    rows = (b"\0" + bytes(colour) * width) * height
-    return (b"\x89PNG\r\n\x1a\n"
-            + block(b"IHDR", struct.pack(">IIBBBBB", width, height, 8, 2, 0, 0, 0))
-            + block(b"IDAT", zlib.compress(rows, 1)) + block(b"IEND", b""))
 
 
 class CaptureToolTest(E2ECase):

@@ -5,15 +5,14 @@ import pathlib
 import re
 import shutil
 import signal
-import struct
 import subprocess
 import tempfile
 import threading
 import unittest
-import zlib
 
 from harness import E2ECase, HostileServer, chunk_event, done_event, wait_until
 from harness.app import BIN_DIR
+from harness.image import png
 from harness.server import QUERY, TELEMETRY, VERIFY
 
 PREFIX = "[OverlayWindowController] "
@@ -31,17 +30,6 @@ def never_ending(left, *texts):
         if connection.wait_closed():
             left.set()
     return handler
-
-
-def png(width, height, colour):
-    """A small picture in one colour, as a capture tool writes it."""
-    def block(kind, data):
-        return (struct.pack(">I", len(data)) + kind + data
-                + struct.pack(">I", zlib.crc32(kind + data)))
-    rows = (b"\0" + bytes(colour) * width) * height
-    return (b"\x89PNG\r\n\x1a\n"
-            + block(b"IHDR", struct.pack(">IIBBBBB", width, height, 8, 2, 0, 0, 0))
-            + block(b"IDAT", zlib.compress(rows, 1)) + block(b"IEND", b""))
 
 
 class Case(E2ECase):

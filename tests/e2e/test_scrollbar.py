@@ -201,11 +201,7 @@ class ScrollbarTest(SignedInCase):
             app.wait_overlay_hidden()
             # Let go while there is nothing that could hear of it.
             self.desktop.release()
-            mark = app.mark()
-            # A press right after the last one of the same action is not taken.
-            wait_until(lambda: app.has_line("[OverlayWindowController] Window shown", mark)
-                       or self.desktop.press("ctrl+alt+super+t"),
-                       what="the panel to be shown again", interval=1)
+            app.hotkey("ctrl+alt+super+t", "Toggle")
             app.wait_overlay_shown()
         finally:
             self.desktop.release()

@@ -113,7 +113,7 @@ void PreviewFiles::removeAll()
         return;
     QDir(m_folder).removeRecursively();
     m_claim.reset();
-    // The last one out; others keep it from going.
+    // Fails, as intended, while another process still has a folder in it.
     QDir().rmdir(m_root);
 }
 

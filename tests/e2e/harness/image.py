@@ -69,8 +69,8 @@ class Image:
                     count += 1
         return count
 
-    def save_png(self, path):
-        """Writes the picture as a PNG file."""
+    def png(self):
+        """The picture as the bytes of a PNG file."""
         def block(kind, data):
             body = kind + data
             return struct.pack(">I", len(data)) + body + struct.pack(">I", zlib.crc32(body))
@@ -78,9 +78,16 @@ class Image:
         stride = self.width * 3
         raw = b"".join(b"\0" + self.rgb[row * stride:(row + 1) * stride]
                        for row in range(self.height))
+        return (b"\x89PNG\r\n\x1a\n"
+                + block(b"IHDR", struct.pack(">IIBBBBB", self.width, self.height, 8, 2, 0, 0, 0))
+                + block(b"IDAT", zlib.compress(raw, 9)) + block(b"IEND", b""))
+
+    def save_png(self, path):
+        """Writes the picture as a PNG file."""
         with open(path, "wb") as file:
-            file.write(b"\x89PNG\r\n\x1a\n")
-            file.write(block(b"IHDR", struct.pack(">IIBBBBB", self.width, self.height,
-                                                  8, 2, 0, 0, 0)))
-            file.write(block(b"IDAT", zlib.compress(raw, 9)))
-            file.write(block(b"IEND", b""))
+            file.write(self.png())
+
+
+def png(width, height, colour):
+    """The bytes of a PNG file in one (red, green, blue) colour."""
+    return Image(width, height, bytes(colour) * (width * height)).png()
