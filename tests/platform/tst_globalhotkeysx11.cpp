@@ -59,25 +59,25 @@ private Q_SLOTS:
     void lockKeysMakeNoDifference_data();
     void lockKeysMakeNoDifference();
     void otherModifiersDoNotFire();
-    void tellsModifiersApart();
+    void distinguishesModifiers();
     void shiftedDigitGrabsTheBaseKey();
     void heldKeyFiresOnce();
     void quickPressesAllFire();
     void conflictIsBadAccess();
     void conflictOnOneLockVariantGrabsNothing();
-    void registersOnceTheOtherProgramLetsGo();
+    void registersAfterTheOtherProgramReleases();
     void ourOwnDuplicateIsRefused();
     void unknownKeyIsRefused();
     void unregisteredKeyReachesTheOtherProgramAgain();
     void unregisterOfUnknownIsNoError();
-    void removedHandlerHearsNothing();
+    void removedHandlerIsNotCalled();
     void handlerMayUnregisterItself();
     void destructionReleasesTheKeys();
     void activeGrabOfAnotherProgramWins();
     void followsTheLayout();
     void cyrillicLayoutKeepsTheLetters();
     void secondLayoutOfTwoKeepsTheLetters();
-    void layoutChangeIntoAConflictIsLoggedAndHeals();
+    void conflictAfterLayoutChangeIsLoggedAndRecovers();
     void namesKeys();
 
 private:
@@ -117,7 +117,8 @@ GlobalHotkeys::Registration GlobalHotkeysX11Test::add(const QString &key, quint3
     return result.status == 0 ? result.registration : 0;
 }
 
-/// Presses a last hot key: what was pressed before it has fired by now or never will.
+/// Presses one more hot key and waits for it: events arrive in order, so earlier presses have been
+/// delivered by then.
 bool GlobalHotkeysX11Test::pressMarker()
 {
     if (!m_hotkeys->registerHotkey(QStringLiteral("m"), 0, ctrlAltCmd, 0, markerId).registration)
@@ -126,7 +127,7 @@ bool GlobalHotkeysX11Test::pressMarker()
            QTest::qWaitFor([this] { return m_fired.contains(markerId); });
 }
 
-/// Whether another program is refused a combination.
+/// Whether another program's grab of a combination is refused.
 bool GlobalHotkeysX11Test::heldByUs(int keycode, quint16 modifiers)
 {
     const int status = m_other->grabKey(keycode, modifiers);
@@ -215,7 +216,7 @@ void GlobalHotkeysX11Test::otherModifiersDoNotFire()
     QCOMPARE(m_fired, QList<quint32>{markerId});
 }
 
-void GlobalHotkeysX11Test::tellsModifiersApart()
+void GlobalHotkeysX11Test::distinguishesModifiers()
 {
     QVERIFY(add(QStringLiteral("c"), GlobalHotkeys::Control | GlobalHotkeys::Option, 1));
     QVERIFY(add(QStringLiteral("c"), GlobalHotkeys::Control | GlobalHotkeys::Shift, 2));
@@ -240,7 +241,7 @@ void GlobalHotkeysX11Test::shiftedDigitGrabsTheBaseKey()
 void GlobalHotkeysX11Test::heldKeyFiresOnce()
 {
     QVERIFY(add(QStringLiteral("c"), ctrlAltCmd, 1));
-    // Fast repeats; the other program's window counts that they really come.
+    // Fast repeats; the other program's window shows that they are generated.
     QVERIFY(runTool(QStringLiteral("xset"), {QStringLiteral("r"), QStringLiteral("rate"),
                                              QStringLiteral("150"), QStringLiteral("50")}));
     QVERIFY(xdotool(QStringLiteral("keydown x")));
@@ -285,7 +286,7 @@ void GlobalHotkeysX11Test::conflictOnOneLockVariantGrabsNothing()
         QVERIFY(!heldByUs(keyC, static_cast<quint16>(xControl | xAlt | xSuper | locks)));
 }
 
-void GlobalHotkeysX11Test::registersOnceTheOtherProgramLetsGo()
+void GlobalHotkeysX11Test::registersAfterTheOtherProgramReleases()
 {
     QCOMPARE(m_other->grabKey(keyC, xControl | xAlt | xSuper), 0);
     QCOMPARE(m_hotkeys->registerHotkey(QStringLiteral("c"), 8, ctrlAltCmd, 0, 1).status, badAccess);
@@ -342,7 +343,7 @@ void GlobalHotkeysX11Test::unregisterOfUnknownIsNoError()
     QVERIFY(!heldByUs(keyC, xControl | xAlt | xSuper));
 }
 
-void GlobalHotkeysX11Test::removedHandlerHearsNothing()
+void GlobalHotkeysX11Test::removedHandlerIsNotCalled()
 {
     QVERIFY(add(QStringLiteral("c"), ctrlAltCmd, 1));
     m_hotkeys->removeHandler();
@@ -429,14 +430,14 @@ void GlobalHotkeysX11Test::cyrillicLayoutKeepsTheLetters()
     QVERIFY(cyrillic);
     QVERIFY(c);
     QVERIFY(pressed);
-    QVERIFY2(fired, "letters do not work in a layout without Latin letters");
+    QVERIFY2(fired, "letters do not work in a non-Latin layout");
 }
 
 void GlobalHotkeysX11Test::secondLayoutOfTwoKeepsTheLetters()
 {
     QVERIFY(setLayout(QStringLiteral("us,ru")));
     QVERIFY(add(QStringLiteral("c"), ctrlAltCmd, 1));
-    // The tool switches to the second layout for a letter that only that one has.
+    // xdotool switches to the second layout, the only one with this letter.
     const bool pressed = xdotool(QStringLiteral("key ctrl+alt+super+Cyrillic_es"));
     const bool fired = QTest::qWaitFor([this] { return m_fired == QList<quint32>{1}; });
     QVERIFY(setLayout(QStringLiteral("us")));
@@ -444,7 +445,7 @@ void GlobalHotkeysX11Test::secondLayoutOfTwoKeepsTheLetters()
     QVERIFY(fired);
 }
 
-void GlobalHotkeysX11Test::layoutChangeIntoAConflictIsLoggedAndHeals()
+void GlobalHotkeysX11Test::conflictAfterLayoutChangeIsLoggedAndRecovers()
 {
     const auto z = add(QStringLiteral("z"), ctrlAltCmd, 1);
     QCOMPARE(m_other->grabKey(keyY, xControl | xAlt | xSuper), 0);

@@ -10,8 +10,7 @@ namespace {
 using Symbols = KeyLayoutX11::Symbols;
 using Keys = QHash<xcb_keycode_t, Symbols>;
 
-/// The main block of a keyboard, one text per row and level, from the key codes on that it has on
-/// every ANSI keyboard.
+/// The main block of a keyboard: one string per row and shift level.
 Keys keyboard(const QStringList &plain, const QStringList &shifted)
 {
     constexpr xcb_keycode_t firstCodes[] = {10, 24, 38, 52};
@@ -46,7 +45,7 @@ Keys french()
     return keys;
 }
 
-/// Only letters beyond Latin, like a Cyrillic layout.
+/// A layout without Latin letters, such as Cyrillic.
 Keys withoutLatin()
 {
     Keys keys = american();
@@ -63,19 +62,19 @@ class KeyLayoutX11Test : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void americanKeysLieInPlace();
-    void symbolsGoBeforePositions();
+    void usKeysAreAtTheirAnsiPositions();
+    void symbolsTakePrecedenceOverPositions();
     void lettersFallBackToTheirPositions();
-    void emptyMappingStillHasEveryKey();
-    void shiftedSymbolsServeDisplacedNames();
-    void namesAndKeysBelongTogether();
-    void positionWinsAmongTwins();
+    void emptyMappingFallsBackToPositions();
+    void displacedNamesUseShiftedSymbols();
+    void keyNameIsTheInverseOfKeycode();
+    void ansiPositionWinsAmongDuplicates();
     void translatesModifiers();
     void listsLockVariants();
     void ignoresLocksAndGroupsInEvents();
 };
 
-void KeyLayoutX11Test::americanKeysLieInPlace()
+void KeyLayoutX11Test::usKeysAreAtTheirAnsiPositions()
 {
     const KeyLayoutX11 layout(american(), {});
     QCOMPARE(layout.keycode(QStringLiteral("c")), xcb_keycode_t(54));
@@ -87,7 +86,7 @@ void KeyLayoutX11Test::americanKeysLieInPlace()
     QVERIFY(!layout.keycode(QString()));
 }
 
-void KeyLayoutX11Test::symbolsGoBeforePositions()
+void KeyLayoutX11Test::symbolsTakePrecedenceOverPositions()
 {
     const KeyLayoutX11 layout(french(), {});
     QCOMPARE(layout.keycode(QStringLiteral("a")), xcb_keycode_t(24));
@@ -104,30 +103,30 @@ void KeyLayoutX11Test::lettersFallBackToTheirPositions()
     QCOMPARE(layout.keyName(54), QStringLiteral("c"));
 }
 
-void KeyLayoutX11Test::emptyMappingStillHasEveryKey()
+void KeyLayoutX11Test::emptyMappingFallsBackToPositions()
 {
     const KeyLayoutX11 layout({}, {});
     for (const char16_t *name = u"abcdefghijklmnopqrstuvwxyz0123456789=-][';\\,/.`"; *name; ++name)
         QVERIFY(layout.keycode(QString(QChar(*name))));
 }
 
-void KeyLayoutX11Test::shiftedSymbolsServeDisplacedNames()
+void KeyLayoutX11Test::displacedNamesUseShiftedSymbols()
 {
     const KeyLayoutX11 layout(french(), {});
-    // Digits need shift there, but their places carry no other bindable symbol.
+    // Digits need shift there, but no other bindable symbol is at their positions.
     QCOMPARE(layout.keycode(QStringLiteral("1")), xcb_keycode_t(10));
     QCOMPARE(layout.keycode(QStringLiteral("3")), xcb_keycode_t(12));
-    // The place of the full stop is free; that of "[" carries nothing bindable.
+    // No other bindable symbol is at the position of "[".
     QCOMPARE(layout.keycode(QStringLiteral("[")), xcb_keycode_t(34));
 
-    // A name whose place is taken moves to the key that has it with shift.
+    // A name whose position is taken moves to the key that types it with shift.
     Keys keys = american();
     keys.insert(61, {'-', '_'});
     keys.insert(20, {0xdf, '/'});
     QCOMPARE(KeyLayoutX11(keys, {}).keycode(QStringLiteral("/")), xcb_keycode_t(20));
 }
 
-void KeyLayoutX11Test::namesAndKeysBelongTogether()
+void KeyLayoutX11Test::keyNameIsTheInverseOfKeycode()
 {
     for (const Keys &keys : {american(), french(), withoutLatin()}) {
         const KeyLayoutX11 layout(keys, {});
@@ -136,7 +135,7 @@ void KeyLayoutX11Test::namesAndKeysBelongTogether()
             if (!name.isEmpty())
                 QCOMPARE(layout.keycode(name), static_cast<xcb_keycode_t>(code));
         }
-        // A key is named by what it types.
+        // A letter key is named after the letter that it types.
         for (auto it = keys.cbegin(); it != keys.cend(); ++it) {
             if (it->plain >= 'a' && it->plain <= 'z')
                 QCOMPARE(layout.keyName(it.key()),
@@ -145,7 +144,7 @@ void KeyLayoutX11Test::namesAndKeysBelongTogether()
     }
 }
 
-void KeyLayoutX11Test::positionWinsAmongTwins()
+void KeyLayoutX11Test::ansiPositionWinsAmongDuplicates()
 {
     Keys keys = american();
     keys.insert(94, {'\\', '|'});

@@ -4,12 +4,10 @@
 
 #include <QGuiApplication>
 
-#include <utility>
+#include <X11/extensions/XKB.h>
+#include <xkbcommon/xkbcommon-x11.h>
 
-// <xcb/xkb.h> names a member "explicit" and is no valid C++; this much of it is needed.
-extern "C" {
-extern xcb_extension_t xcb_xkb_id;
-}
+#include <utility>
 
 namespace quellora {
 namespace {
@@ -18,13 +16,21 @@ constexpr int badValue = XCB_VALUE;
 constexpr int badAccess = XCB_ACCESS;
 // Milliseconds; keyboards repeat at most about every 10.
 constexpr xcb_timestamp_t shortestRepeat = 8;
-constexpr quint8 xkbNewKeyboardNotify = 0;
-constexpr quint8 xkbMapNotify = 1;
+
+/// First event code of the keyboard extension; 0 when the server does not have it.
+quint8 xkbFirstEvent(const X11Connection &x11)
+{
+    quint8 first = 0;
+    xkb_x11_setup_xkb_extension(x11.get(), XKB_X11_MIN_MAJOR_XKB_VERSION,
+                                XKB_X11_MIN_MINOR_XKB_VERSION, XKB_X11_SETUP_XKB_EXTENSION_NO_FLAGS,
+                                nullptr, nullptr, &first, nullptr);
+    return first;
+}
 
 } // namespace
 
 GlobalHotkeysX11::GlobalHotkeysX11(const X11Connection &x11)
-    : m_x11(x11), m_layout(KeyLayoutX11::read(x11)), m_xkbFirstEvent(x11.firstEvent(&xcb_xkb_id))
+    : m_x11(x11), m_layout(KeyLayoutX11::read(x11)), m_xkbFirstEvent(xkbFirstEvent(x11))
 {
     m_mappingTimer.setSingleShot(true);
     m_mappingTimer.setInterval(0);
@@ -91,7 +97,7 @@ int GlobalHotkeysX11::grab(Binding &binding)
     if (!keycode)
         return badValue;
     const quint16 bits = m_layout.modifierBits(binding.modifiers);
-    // The server lets one client grab a combination twice, and the first would go silent.
+    // The server lets one client grab a combination twice; the first binding would stop firing.
     for (const Binding &other : std::as_const(m_bindings)) {
         if (&other != &binding && !other.variants.isEmpty() && other.keycode == *keycode &&
             other.bits == bits)
@@ -147,8 +153,8 @@ bool GlobalHotkeysX11::nativeEventFilter(const QByteArray &eventType, void *mess
     }
     case XCB_KEY_RELEASE: {
         const auto *release = reinterpret_cast<const xcb_key_release_event_t *>(event);
-        // A combo that was recorded and is still held repeats into its new grab, but its releases
-        // go to our own window.
+        // Tracked for all windows: while a combination that was just recorded is still held, its
+        // repeats reach the new grab but its releases our own window.
         m_lastReleasedKey = release->detail;
         m_lastReleaseTime = release->time;
         return release->event == m_x11.root();
@@ -162,8 +168,8 @@ bool GlobalHotkeysX11::nativeEventFilter(const QByteArray &eventType, void *mess
 
 void GlobalHotkeysX11::handleKeyPress(const xcb_key_press_event_t &event)
 {
-    // A held key repeats as a release and a press at the same moment, but only after a while:
-    // injected presses may follow each other within one tick of the server's clock.
+    // A key repeat is a release and a press with the same time. Injected presses may share it as
+    // well, but follow the previous press faster than any repeat rate.
     const bool repeats = event.detail == m_lastReleasedKey && event.time == m_lastReleaseTime &&
                          event.time - m_lastPressTime >= shortestRepeat;
     m_lastPressTime = event.time;
@@ -191,9 +197,9 @@ bool GlobalHotkeysX11::isMappingChange(const xcb_generic_event_t *event) const
                XCB_MAPPING_POINTER;
     if (m_xkbFirstEvent == 0 || type != m_xkbFirstEvent)
         return false;
-    // The kind of every keyboard-extension event stands where core events have their detail.
+    // Events of the keyboard extension share one code; their kind is in the detail byte.
     const quint8 kind = event->pad0;
-    return kind == xkbNewKeyboardNotify || kind == xkbMapNotify;
+    return kind == XkbNewKeyboardNotify || kind == XkbMapNotify;
 }
 
 void GlobalHotkeysX11::applyMappingChange()
@@ -208,7 +214,7 @@ void GlobalHotkeysX11::applyMappingChange()
         if (!stays)
             changed.append(&binding);
     }
-    // All are released first: one may move to the place of another.
+    // Release all first: one may take over the combination of another.
     for (Binding *binding : std::as_const(changed))
         ungrab(*binding);
     for (Binding *binding : std::as_const(changed)) {

@@ -11,14 +11,14 @@
 
 namespace quellora {
 
-/// Hot keys as passive key grabs on the root window, for every state of the lock keys, so that
-/// they fire whichever window has the focus. All or nothing per hot key.
+/// Implements hot keys as passive key grabs on the root window, one per lock key state; a hot key
+/// gets all of its grabs or none.
 ///
-/// A status is the X error code: 10 (BadAccess) when another program, or another of our own hot
-/// keys, holds the combination; 2 (BadValue) when the key does not exist. Held keys fire once:
-/// repeats are dropped. When the keyboard mapping changes, the keys are looked up and grabbed
-/// anew; one that is then not free stays registered without effect until the next change (one log
-/// line). Main thread only; destroy before the application object.
+/// A status is the X error code: 10 (BadAccess) when another program or another hot key holds the
+/// combination; 2 (BadValue) when the key does not exist. Key repeats are dropped. When the
+/// keyboard mapping changes, all keys are looked up and grabbed again; a hot key whose new
+/// combination is taken logs one line and stays inactive until the next change. Main thread only;
+/// destroy before the application object.
 class GlobalHotkeysX11 : public GlobalHotkeys, public QAbstractNativeEventFilter
 {
 public:
@@ -30,13 +30,13 @@ public:
     Result registerHotkey(const QString &key, quint32 keyCode, quint32 modifiers, quint32 signature,
                           quint32 id) override;
     void unregisterHotkey(Registration registration) override;
-    /// The key-table name of a physical key in the current layout, shift and the other modifiers
-    /// ignored: registering that name binds the very key. Empty for keys that cannot be bound.
+    /// The name to register for a physical key in the current layout; empty for a key that cannot
+    /// be bound.
     QString keyName(quint32 nativeScanCode) const;
 
     bool nativeEventFilter(const QByteArray &eventType, void *message, qintptr *result) override;
 
-    /// The physical key grabbed for a registration; 0 when none is.
+    /// The key code grabbed for a registration; 0 when none is.
     xcb_keycode_t grabbedKeycode(Registration registration) const;
 
 private:
@@ -48,7 +48,7 @@ private:
         xcb_keycode_t keycode = 0;
         /// X modifier bits without the lock variants.
         quint16 bits = 0;
-        /// The grabbed lock variants; empty while the combination is not ours.
+        /// The grabbed lock variants; empty while another program holds the combination.
         QList<quint16> variants;
     };
 
@@ -67,7 +67,7 @@ private:
     xcb_timestamp_t m_lastPressTime = XCB_CURRENT_TIME;
     xcb_keycode_t m_lastReleasedKey = 0;
     xcb_timestamp_t m_lastReleaseTime = XCB_CURRENT_TIME;
-    /// Gathers the burst of events of one mapping change.
+    /// Merges the burst of events of one mapping change.
     QTimer m_mappingTimer;
 };
 

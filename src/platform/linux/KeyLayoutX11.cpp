@@ -3,9 +3,11 @@
 #include "platform/Platform.h"
 
 #include <xcb/xcb_keysyms.h>
+#include <xkbcommon/xkbcommon.h>
 
 #include <algorithm>
 #include <array>
+#include <initializer_list>
 
 namespace quellora {
 namespace {
@@ -16,7 +18,7 @@ struct Position
     xcb_keycode_t keycode;
 };
 
-// Key codes of the main block of an ANSI keyboard, row by row; the same for every X driver.
+// Key codes of the main block of an ANSI keyboard; the same for every X driver.
 constexpr std::array<Position, 47> ansiPositions{{
     {u'`', 49}, {u'1', 10},  {u'2', 11}, {u'3', 12}, {u'4', 13},  {u'5', 14}, {u'6', 15},
     {u'7', 16}, {u'8', 17},  {u'9', 18}, {u'0', 19}, {u'-', 20},  {u'=', 21}, {u'q', 24},
@@ -27,20 +29,10 @@ constexpr std::array<Position, 47> ansiPositions{{
     {u'n', 57}, {u'm', 58},  {u',', 59}, {u'.', 60}, {u'/', 61},
 }};
 
-constexpr xcb_keysym_t numLockSymbol = 0xff7f;
-constexpr std::array<xcb_keysym_t, 2> altSymbols{0xffe9, 0xffea};
-constexpr std::array<xcb_keysym_t, 2> superSymbols{0xffeb, 0xffec};
-
 struct FreeSymbols
 {
     void operator()(xcb_key_symbols_t *symbols) const { xcb_key_symbols_free(symbols); }
 };
-
-// The key names are Latin-1 characters, whose symbols have the values of the characters.
-xcb_keysym_t symbolOf(char16_t name)
-{
-    return name;
-}
 
 } // namespace
 
@@ -68,27 +60,22 @@ KeyLayoutX11 KeyLayoutX11::read(const X11Connection &x11)
         return {keys, masks};
     const xcb_keycode_t *codes = xcb_get_modifier_mapping_keycodes(modifiers.get());
     const int perModifier = modifiers->keycodes_per_modifier;
-    // Shift, Lock and Control keep their meaning; the five others are what the layout makes them.
-    const auto modifierWith = [&](auto isWanted) -> quint16 {
+    // Shift, Lock and Control have fixed bits; the layout assigns the other five.
+    const auto bitOf = [&](std::initializer_list<xcb_keysym_t> wanted, quint16 fallback) {
         for (int index = XCB_MAP_INDEX_1; index <= XCB_MAP_INDEX_5; ++index) {
             for (int i = 0; i < perModifier; ++i) {
-                const Symbols symbol = keys.value(codes[index * perModifier + i]);
-                if (isWanted(symbol.plain) || isWanted(symbol.shifted))
-                    return static_cast<quint16>(1U << index);
+                const Symbols key = keys.value(codes[index * perModifier + i]);
+                for (const xcb_keysym_t symbol : wanted) {
+                    if (key.plain == symbol || key.shifted == symbol)
+                        return static_cast<quint16>(1U << index);
+                }
             }
         }
-        return 0;
+        return fallback;
     };
-    const auto oneOf = [](const std::array<xcb_keysym_t, 2> &wanted) {
-        return [&wanted](xcb_keysym_t symbol) {
-            return std::find(wanted.begin(), wanted.end(), symbol) != wanted.end();
-        };
-    };
-    if (const quint16 alt = modifierWith(oneOf(altSymbols)))
-        masks.alt = alt;
-    if (const quint16 super = modifierWith(oneOf(superSymbols)))
-        masks.super = super;
-    masks.numLock = modifierWith([](xcb_keysym_t symbol) { return symbol == numLockSymbol; });
+    masks.alt = bitOf({XKB_KEY_Alt_L, XKB_KEY_Alt_R}, masks.alt);
+    masks.super = bitOf({XKB_KEY_Super_L, XKB_KEY_Super_R}, masks.super);
+    masks.numLock = bitOf({XKB_KEY_Num_Lock}, masks.numLock);
     return {keys, masks};
 }
 
@@ -99,14 +86,15 @@ KeyLayoutX11::KeyLayoutX11(const QHash<xcb_keycode_t, Symbols> &keys, const Modi
         return std::any_of(m_assignments.cbegin(), m_assignments.cend(),
                            [keycode](const Assignment &entry) { return entry.keycode == keycode; });
     };
-    // The position wins among several keys with the same symbol, then the lowest code.
+    // Among several keys with the symbol: the one at the ANSI position, else the lowest code.
     const auto keyWith = [&keys](const Position &entry,
                                  xcb_keysym_t Symbols::*level) -> std::optional<xcb_keycode_t> {
-        if (keys.value(entry.keycode).*level == symbolOf(entry.name))
+        const xcb_keysym_t wanted = xkb_utf32_to_keysym(entry.name);
+        if (keys.value(entry.keycode).*level == wanted)
             return entry.keycode;
         std::optional<xcb_keycode_t> lowest;
         for (auto it = keys.cbegin(); it != keys.cend(); ++it) {
-            if ((*it).*level == symbolOf(entry.name) && (!lowest || it.key() < *lowest))
+            if ((*it).*level == wanted && (!lowest || it.key() < *lowest))
                 lowest = it.key();
         }
         return lowest;

@@ -10,8 +10,8 @@
 
 namespace quellora {
 
-/// Which physical key stands for each key name in one keyboard layout, and which modifier bits
-/// stand for each modifier. A value: a snapshot of the server's mapping.
+/// Maps key names to key codes and modifiers to modifier bits. A snapshot of the server's keyboard
+/// mapping.
 class KeyLayoutX11
 {
 public:
@@ -31,24 +31,24 @@ public:
         bool operator==(const ModifierMasks &) const = default;
     };
 
-    /// Reads the mapping in force (two round trips).
+    /// Reads the current mapping (two round trips).
     static KeyLayoutX11 read(const X11Connection &x11);
 
-    /// Assigns keys to the names: by the plain symbol; without one by the key's position on an
-    /// ANSI keyboard, as long as that key carries no other name (so that letters work in layouts
-    /// without Latin letters); else by the shifted symbol; else by position all the same.
+    /// Assigns a key to each name, in this order of preference: the key that types it without
+    /// shift; the key at its position on an ANSI keyboard, unless that key has another name (keeps
+    /// letters working in non-Latin layouts); the key that types it with shift; its ANSI position.
     KeyLayoutX11(const QHash<xcb_keycode_t, Symbols> &keys, const ModifierMasks &masks);
 
-    /// The key for a lower-case key name; absent for a name that is not in the key table.
+    /// The key for a lower-case key name; absent for an unknown name.
     std::optional<xcb_keycode_t> keycode(const QString &keyName) const;
-    /// The name of a key, plain symbols before positions; empty for every other key.
+    /// The name of a key; empty for a key without one.
     QString keyName(quint32 keycode) const;
 
     /// X modifier bits for a combination of GlobalHotkeys::Modifier flags.
     quint16 modifierBits(quint32 hotkeyModifiers) const;
-    /// Every combination of the lock modifiers that must not matter, starting with none.
+    /// All combinations of Caps Lock and Num Lock, starting with none.
     QList<quint16> lockVariants() const;
-    /// The part of an event's state that hot keys are told apart by.
+    /// The modifiers in an event's state without locks, buttons and layout group.
     quint16 relevantState(quint16 state) const;
 
 private:
