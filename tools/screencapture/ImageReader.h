@@ -13,9 +13,8 @@ namespace quellora::screencapture {
 /// Reads pixels of windows and pixmaps, through memory shared with the display server where
 /// possible and over the connection otherwise. Holds one picture at a time.
 ///
-/// The shared memory is small and used strip by strip, two strips in turn: the server fills one
-/// while the other is copied out. Fresh shared memory for a whole picture costs several times as
-/// much as the copying.
+/// The shared memory is two small strips: the server fills one while the other is copied out. The
+/// page faults of shared memory for a whole picture cost several times as much as the copying.
 class ImageReader
 {
 public:

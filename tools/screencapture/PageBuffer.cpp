@@ -32,7 +32,8 @@ std::byte *PageBuffer::resize(std::size_t length)
     if (length <= m_length)
         return m_data;
     release();
-    // One huge page more, so that the data can begin at the start of one.
+    // Whole huge pages, and one more to align the start.
+    length = (length + hugePageLength - 1) / hugePageLength * hugePageLength;
     m_mappingLength = length + hugePageLength;
     void *mapping = mmap(nullptr, m_mappingLength, PROT_READ | PROT_WRITE,
                          MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);

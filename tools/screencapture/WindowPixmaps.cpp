@@ -1,10 +1,10 @@
 #include "WindowPixmaps.h"
 
-#include "DamageProtocol.h"
 #include "RepaintWait.h"
 #include "WindowParts.h"
 
 #include <xcb/composite.h>
+#include <xcb/damage.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -107,7 +107,8 @@ void WindowPixmaps::watch()
         return;
     for (const Layer &layer : m_layers) {
         if (!layer.awaited.isEmpty())
-            watchDamage(c, layer.window->window);
+            xcb_damage_create(c, xcb_generate_id(c), layer.window->window,
+                              XCB_DAMAGE_REPORT_LEVEL_RAW_RECTANGLES);
     }
     takeReply(c, xcb_get_input_focus_reply, xcb_get_input_focus(c));
     while (const XReply<xcb_generic_event_t> event{xcb_poll_for_queued_event(c)}) {
@@ -122,17 +123,23 @@ void WindowPixmaps::waitForRepaint()
     for (const Layer &layer : m_layers)
         awaited.push_back(layer.awaited);
     RepaintWait wait(std::move(awaited), Clock::now());
+    const auto isDamage = [&](const xcb_generic_event_t &event) {
+        return m_x.extensions().damage &&
+               (event.response_type & 0x7f) ==
+                   xcb_get_extension_data(c, &xcb_damage_id)->first_event + XCB_DAMAGE_NOTIFY;
+    };
 
     while (const auto next = wait.nextCheck(Clock::now())) {
         while (const XReply<xcb_generic_event_t> event{xcb_poll_for_event(c)}) {
-            const auto damage = damageFromEvent(c, *event);
-            if (!damage)
+            if (!isDamage(*event))
                 continue;
+            const auto &damage = reinterpret_cast<const xcb_damage_notify_event_t &>(*event);
+            const xcb_rectangle_t &area = damage.area;
             for (std::size_t i = 0; i < m_layers.size(); ++i) {
                 const TopLevel &window = *m_layers[i].window;
-                if (window.window == damage->window)
-                    wait.drawn(i,
-                               damage->rect.translated(window.innerRect().x, window.innerRect().y),
+                const Rect inner = window.innerRect();
+                if (window.window == damage.drawable)
+                    wait.drawn(i, {inner.x + area.x, inner.y + area.y, area.width, area.height},
                                Clock::now());
             }
         }

@@ -1,9 +1,9 @@
 #include "XConnection.h"
 
 #include "CapturePlan.h"
-#include "DamageProtocol.h"
 
 #include <xcb/composite.h>
+#include <xcb/damage.h>
 #include <xcb/randr.h>
 #include <xcb/shape.h>
 #include <xcb/shm.h>
@@ -71,8 +71,8 @@ XConnection::XConnection(xcb_connection_t *connection, int screenNumber) : m_con
 void XConnection::queryExtensions()
 {
     xcb_connection_t *c = get();
-    const std::array<xcb_extension_t *, 6> all{&xcb_composite_id, &damageExtension, &xcb_randr_id,
-                                               &xcb_shape_id,     &xcb_shm_id,      &xcb_xfixes_id};
+    const std::array<xcb_extension_t *, 6> all{&xcb_composite_id, &xcb_damage_id, &xcb_randr_id,
+                                               &xcb_shape_id,     &xcb_shm_id,    &xcb_xfixes_id};
     for (xcb_extension_t *extension : all)
         xcb_prefetch_extension_data(c, extension);
     const auto present = [c](xcb_extension_t *extension) {
@@ -80,7 +80,7 @@ void XConnection::queryExtensions()
         return data != nullptr && data->present != 0;
     };
     const bool composite = present(&xcb_composite_id);
-    const bool damage = present(&damageExtension);
+    const bool damage = present(&xcb_damage_id);
     const bool randr = present(&xcb_randr_id);
     const bool shm = present(&xcb_shm_id) && isLocalSocket(xcb_get_file_descriptor(c));
     const bool xfixes = present(&xcb_xfixes_id);
@@ -89,11 +89,14 @@ void XConnection::queryExtensions()
     // Naming window pixmaps came with Composite 0.2, descriptors with MIT-SHM 1.2, the current
     // screen resources with RandR 1.3, its monitors with 1.5.
     xcb_composite_query_version_cookie_t compositeCookie{};
+    xcb_damage_query_version_cookie_t damageCookie{};
     xcb_randr_query_version_cookie_t randrCookie{};
     xcb_shm_query_version_cookie_t shmCookie{};
     xcb_xfixes_query_version_cookie_t xfixesCookie{};
     if (composite)
         compositeCookie = xcb_composite_query_version(c, 0, 4);
+    if (damage)
+        damageCookie = xcb_damage_query_version(c, 1, 1);
     if (randr)
         randrCookie = xcb_randr_query_version(c, 1, 5);
     if (shm)
@@ -105,6 +108,8 @@ void XConnection::queryExtensions()
         m_extensions.composite =
             reply && isAtLeast(reply->major_version, reply->minor_version, 0, 2);
     }
+    if (damage)
+        m_extensions.damage = takeReply(c, xcb_damage_query_version_reply, damageCookie) != nullptr;
     if (randr) {
         const auto reply = takeReply(c, xcb_randr_query_version_reply, randrCookie);
         m_extensions.randr = reply && isAtLeast(reply->major_version, reply->minor_version, 1, 3);
@@ -118,8 +123,6 @@ void XConnection::queryExtensions()
     }
     if (xfixes)
         m_extensions.xfixes = takeReply(c, xcb_xfixes_query_version_reply, xfixesCookie) != nullptr;
-    if (damage)
-        m_extensions.damage = negotiateDamage(c);
 }
 
 void XConnection::internAtoms(int screenNumber)
