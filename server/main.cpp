@@ -9,6 +9,6 @@ int main(int argc, char **argv)
     using namespace quellora::server;
     // Whatever this program writes is for its user alone, SQLite's side files included.
     ::umask(S_IRWXG | S_IRWXO);
-    CommandContext context{std::cin, std::cout, std::cerr, Config::processEnvironment()};
+    CommandContext context{std::cin, std::cout, std::cerr, processEnvironment()};
     return runCommand(std::vector<std::string>(argv + 1, argv + argc), context);
 }

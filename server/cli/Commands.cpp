@@ -1,7 +1,7 @@
 #include "cli/Commands.h"
 
+#include "base/JsonAccess.h"
 #include "base/Text.h"
-#include "model/JsonAccess.h"
 #include "store/Accounts.h"
 #include "store/Sessions.h"
 #include "store/UsageLedger.h"
@@ -241,17 +241,13 @@ void checkConfig(const Config &config, CommandContext &context)
     context.out << "listen: " << config.server.host << " port " << config.server.port << '\n'
                 << "data file: " << config.dataFile.string() << '\n'
                 << "default model: " << config.defaultModel << '\n';
-    for (const ModelSettings &model : config.models) {
-        const char *provider = model.provider == Provider::Anthropic ? "anthropic"
-                               : model.provider == Provider::OpenAi  ? "openai"
-                                                                     : "offline";
-        context.out << "model: " << model.id << " (" << provider << ", " << model.upstream << ")\n";
+    for (const ModelSettings &model : config.models)
+        context.out << "model: " << model.id << " (" << model.provider << ", " << model.upstream
+                    << ")\n";
+    for (const ConfiguredProvider &provider : config.providers) {
+        if (!provider.summary.empty())
+            context.out << provider.name << ": " << provider.summary << '\n';
     }
-    if (config.anthropic.enabled)
-        context.out << "anthropic: " << config.anthropic.baseUrl << ", key set\n";
-    if (config.openAi.enabled)
-        context.out << "openai: " << config.openAi.baseUrl << ", key "
-                    << (config.openAi.apiKey.empty() ? "not set" : "set") << '\n';
 }
 
 Config loadConfig(const Arguments &arguments, const CommandContext &context)
@@ -261,7 +257,7 @@ Config loadConfig(const Arguments &arguments, const CommandContext &context)
         file = *named;
     else
         file = Config::defaultFile(context.environment);
-    auto config = Config::load(file, context.environment);
+    auto config = Config::load(file, context.environment, context.providers);
     if (!config)
         fail(config.error());
     if (const auto data = arguments.value("data"))
@@ -281,7 +277,7 @@ Config loadConfig(const Arguments &arguments, const CommandContext &context)
         config->server.host = *host;
     }
     if (arguments.has("offline"))
-        config->useOfflineOnly();
+        config->useFallbackProvider();
     return *config;
 }
 

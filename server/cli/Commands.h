@@ -9,13 +9,14 @@
 
 namespace quellora::server {
 
-/// Streams and environment of one run of the program.
+/// Everything that one run of the program uses from outside.
 struct CommandContext
 {
     std::istream &in;
     std::ostream &out;
     std::ostream &err;
-    Config::Environment environment;
+    Environment environment;
+    std::vector<Provider> providers = builtInProviders();
 };
 
 /// Exit statuses of the program.

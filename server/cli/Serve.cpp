@@ -67,7 +67,7 @@ int serve(const Config &config, CommandContext &context)
     const SystemClock clock;
     const PasswordHasher hasher(config.security.passwordCost);
     Database database(config.dataFile);
-    BackendServer server(config, database, hasher, clock, ModelCatalog(config));
+    BackendServer server(config, database, hasher, clock);
     const auto port = server.bind();
     if (!port) {
         context.err << "quellora-backend: " << port.error() << '\n';

@@ -3,7 +3,6 @@
 #include "config/TomlReader.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <fstream>
 #include <set>
 #include <sstream>
@@ -83,42 +82,48 @@ void readTiming(TomlReader reader, TimingSettings &timing)
     reader.finish();
 }
 
-void readOffline(TomlReader reader, OfflineSettings &offline)
+/// "a", "b" or "c": the names that [[models]] accepts.
+std::string quotedNames(const std::vector<ConfiguredProvider> &providers)
 {
-    std::int64_t budget = offline.budget.count();
-    reader.read("force", offline.force);
-    reader.read("languages", offline.languages);
-    reader.read("data_directory", offline.dataDirectory);
-    reader.read("budget_milliseconds", budget, 100, 600000);
-    reader.finish();
-    offline.budget = std::chrono::milliseconds(budget);
-}
-
-std::string firstLine(const std::string &path)
-{
-    std::ifstream file(path);
-    std::string line;
-    std::getline(file, line);
-    line.erase(std::find_if(line.begin(), line.end(), [](char c) { return c == '\r'; }),
-               line.end());
-    return line;
-}
-
-/// @p model receives the convenience key `model`, which saves writing [[models]].
-void readUpstream(TomlReader reader, UpstreamSettings &upstream, std::string &model)
-{
-    std::string keyFile;
-    reader.read("base_url", upstream.baseUrl);
-    reader.read("api_key", upstream.apiKey);
-    reader.read("api_key_file", keyFile);
-    reader.read("model", model);
-    reader.read("max_output_tokens", upstream.maxOutputTokens, 1, 1000000);
-    reader.finish();
-    if (!keyFile.empty()) {
-        upstream.apiKey = firstLine(keyFile);
-        if (upstream.apiKey.empty())
-            reader.fail("api_key_file", "cannot read a key from " + keyFile);
+    std::string text;
+    for (std::size_t i = 0; i < providers.size(); ++i) {
+        if (i > 0)
+            text += i + 1 < providers.size() ? ", " : " or ";
+        text += '"' + providers[i].name + '"';
     }
+    return text;
+}
+
+const ConfiguredProvider *providerNamed(const Config &config, const std::string &name)
+{
+    const auto found = std::find_if(config.providers.begin(), config.providers.end(),
+                                    [&](const auto &provider) { return provider.name == name; });
+    return found == config.providers.end() ? nullptr : &*found;
+}
+
+/// Adds a model with its empty fields filled in.
+void addModel(Config &config, ModelSettings model)
+{
+    if (model.upstream.empty())
+        model.upstream = model.id;
+    if (model.displayName.empty())
+        model.displayName = model.id;
+    config.models.push_back(std::move(model));
+}
+
+void addModelsOf(Config &config, const ConfiguredProvider &provider)
+{
+    for (ModelSettings model : provider.models) {
+        model.provider = provider.name;
+        addModel(config, std::move(model));
+    }
+}
+
+void useOnly(Config &config, const ConfiguredProvider &provider)
+{
+    config.models.clear();
+    addModelsOf(config, provider);
+    config.defaultModel = config.models.front().id;
 }
 
 void readModels(TomlReader &root, Config &config)
@@ -126,101 +131,52 @@ void readModels(TomlReader &root, Config &config)
     std::set<std::string> seen;
     for (TomlReader &reader : root.tables("models")) {
         ModelSettings model;
-        std::string provider;
         reader.read("id", model.id);
-        reader.read("provider", provider);
+        reader.read("provider", model.provider);
         reader.read("upstream", model.upstream);
         reader.read("display_name", model.displayName);
         reader.read("descriptor", model.descriptor);
         reader.finish();
         if (model.id.empty() || !seen.insert(model.id).second)
             reader.fail("id", "is required and must be unique");
-        if (provider == "anthropic")
-            model.provider = Provider::Anthropic;
-        else if (provider == "openai")
-            model.provider = Provider::OpenAi;
-        else if (provider == "offline")
-            model.provider = Provider::Offline;
-        else
-            reader.fail("provider", "must be \"anthropic\", \"openai\" or \"offline\"");
-        if (model.upstream.empty())
-            model.upstream = model.id;
-        if (model.displayName.empty())
-            model.displayName = model.id;
-        config.models.push_back(std::move(model));
+        if (!providerNamed(config, model.provider))
+            reader.fail("provider", "must be " + quotedNames(config.providers));
+        addModel(config, std::move(model));
     }
 }
 
-ModelSettings offlineModel()
-{
-    return {"offline", "Offline reader", "Reads the screenshot's text on this machine",
-            Provider::Offline, "offline"};
-}
-
-bool validBaseUrl(const std::string &url)
-{
-    const auto scheme = url.find("://");
-    if (url.rfind("http://", 0) != 0 && url.rfind("https://", 0) != 0)
-        return false;
-    return url.size() > scheme + 3 && url.find_first_of(" \t\r\n@?#") == std::string::npos;
-}
-
-/// Fills in what file and environment left open, and refuses what cannot work.
-void complete(Config &config, const std::string &anthropicModel, const std::string &openAiModel,
-              std::string &error)
+/// Fills in what file and environment left open, and rejects what cannot work.
+void complete(Config &config, std::string &error)
 {
     const auto fail = [&error](const std::string &text) {
         if (error.empty())
             error = text;
     };
-    if (config.anthropic.baseUrl.empty())
-        config.anthropic.baseUrl = "https://api.anthropic.com";
-    config.anthropic.enabled = !config.anthropic.apiKey.empty();
-    // A key alone does not choose an OpenAI-compatible server: screenshots only go where the
-    // operator has said.
-    config.openAi.enabled = !config.openAi.baseUrl.empty();
-    if (!validBaseUrl(config.anthropic.baseUrl))
-        fail("anthropic.base_url: must be an http or https address");
-    if (config.openAi.enabled && !validBaseUrl(config.openAi.baseUrl))
-        fail("openai.base_url: must be an http or https address");
-
     const bool loopback = config.server.host == "127.0.0.1" || config.server.host == "localhost" ||
                           config.server.host == "::1";
     if (!loopback && !config.server.allowRemote)
         fail("server.host: \"" + config.server.host +
              "\" can be reached from other machines; set server.allow_remote = true to mean it");
 
-    if (config.offline.force) {
-        config.useOfflineOnly();
-        return;
-    }
-    if (config.models.empty() && config.anthropic.enabled) {
-        if (anthropicModel.empty()) {
-            config.models = {{"claude-sonnet-4-5", "Claude Sonnet 4.5", "Balanced",
-                              Provider::Anthropic, "claude-sonnet-4-5"},
-                             {"claude-opus-4-5", "Claude Opus 4.5", "Most capable",
-                              Provider::Anthropic, "claude-opus-4-5"},
-                             {"claude-haiku-4-5", "Claude Haiku 4.5", "Fastest",
-                              Provider::Anthropic, "claude-haiku-4-5"}};
-        } else {
-            config.models.push_back(
-                {anthropicModel, anthropicModel, "Anthropic", Provider::Anthropic, anthropicModel});
+    for (const ConfiguredProvider &provider : config.providers) {
+        if (provider.isExclusive) {
+            useOnly(config, provider);
+            return;
         }
     }
-    const bool listed = std::any_of(config.models.begin(), config.models.end(),
-                                    [](const auto &m) { return m.provider == Provider::OpenAi; });
-    if (config.openAi.enabled && !listed && (config.models.empty() || !openAiModel.empty())) {
-        const std::string name = openAiModel.empty() ? "default" : openAiModel;
-        config.models.push_back({name, name, "OpenAI-compatible server", Provider::OpenAi, name});
+    for (const ConfiguredProvider &provider : config.providers) {
+        const bool isListed =
+            std::any_of(config.models.begin(), config.models.end(),
+                        [&](const auto &model) { return model.provider == provider.name; });
+        if (provider.missing.empty() &&
+            (config.models.empty() || (provider.offersAdditionally && !isListed)))
+            addModelsOf(config, provider);
     }
     for (const ModelSettings &model : config.models) {
-        if (model.provider == Provider::Anthropic && !config.anthropic.enabled)
-            fail("models: \"" + model.id + "\" needs anthropic.api_key or ANTHROPIC_API_KEY");
-        if (model.provider == Provider::OpenAi && !config.openAi.enabled)
-            fail("models: \"" + model.id + "\" needs openai.base_url or OPENAI_BASE_URL");
+        const ConfiguredProvider *provider = providerNamed(config, model.provider);
+        if (provider && !provider->missing.empty())
+            fail("models: \"" + model.id + "\" needs " + provider->missing);
     }
-    if (config.models.empty())
-        config.models = {offlineModel()};
     if (config.defaultModel.empty())
         config.defaultModel = config.models.front().id;
     if (std::none_of(config.models.begin(), config.models.end(),
@@ -246,24 +202,26 @@ ServiceSettings::ServiceSettings()
                     "Do not add explanations outside this format.")
 {}
 
-Config::Environment Config::processEnvironment()
+void Config::useFallbackProvider()
 {
-    return [](const char *name) -> std::optional<std::string> {
-        const char *value = std::getenv(name);
-        if (!value || !*value)
-            return std::nullopt;
-        return std::string(value);
-    };
+    useOnly(*this, providers.back());
 }
 
-void Config::useOfflineOnly()
+std::string Config::setupHint(const std::string &open, const std::string &close) const
 {
-    models = {offlineModel()};
-    defaultModel = models.front().id;
+    std::string text;
+    for (const ConfiguredProvider &provider : providers) {
+        if (provider.setupVariable.empty())
+            continue;
+        text += (text.empty() ? "" : ", or ") + open;
+        text += provider.setupVariable + close + provider.setupRemark;
+    }
+    return text;
 }
 
 tl::expected<Config, std::string> Config::parse(const std::string &toml, const std::string &name,
-                                                const Environment &environment)
+                                                const Environment &environment,
+                                                const std::vector<Provider> &providers)
 {
     toml::table document;
     try {
@@ -276,8 +234,6 @@ tl::expected<Config, std::string> Config::parse(const std::string &toml, const s
     Config config;
     std::string error;
     std::string dataFile;
-    std::string anthropicModel;
-    std::string openAiModel;
     std::int64_t sessionDays = 30;
     TomlReader root(&document, "", error);
     root.read("data_file", dataFile);
@@ -286,9 +242,12 @@ tl::expected<Config, std::string> Config::parse(const std::string &toml, const s
     readLimits(root.table("limits"), config.limits);
     readService(root.table("service"), config.service);
     readTiming(root.table("timing"), config.timing);
-    readOffline(root.table("offline"), config.offline);
-    readUpstream(root.table("anthropic"), config.anthropic, anthropicModel);
-    readUpstream(root.table("openai"), config.openAi, openAiModel);
+    for (const Provider &provider : providers) {
+        TomlReader table = root.table(provider.name);
+        config.providers.push_back(provider.configure(table, environment));
+        config.providers.back().name = provider.name;
+        table.finish();
+    }
     TomlReader security = root.table("security");
     security.read("session_days", sessionDays, 1, 3650);
     security.readSeconds("browser_sign_in_seconds", config.security.handoverLifetime, 10, 3600);
@@ -297,18 +256,7 @@ tl::expected<Config, std::string> Config::parse(const std::string &toml, const s
     root.finish();
 
     config.security.sessionLifetime = std::chrono::hours(24 * sessionDays);
-    const auto take = [&environment](const char *variable, std::string &value) {
-        if (const auto found = environment(variable))
-            value = *found;
-    };
-    take("ANTHROPIC_API_KEY", config.anthropic.apiKey);
-    take("ANTHROPIC_BASE_URL", config.anthropic.baseUrl);
-    take("ANTHROPIC_MODEL", anthropicModel);
-    take("OPENAI_API_KEY", config.openAi.apiKey);
-    take("OPENAI_BASE_URL", config.openAi.baseUrl);
-    take("OPENAI_MODEL", openAiModel);
-    take("QUELLORA_BACKEND_DATA", dataFile);
-
+    dataFile = environment("QUELLORA_BACKEND_DATA").value_or(dataFile);
     if (!dataFile.empty()) {
         config.dataFile = dataFile;
     } else if (const auto data = environment("XDG_DATA_HOME")) {
@@ -317,23 +265,24 @@ tl::expected<Config, std::string> Config::parse(const std::string &toml, const s
         config.dataFile =
             std::filesystem::path(*home) / ".local" / "share" / "Quellora" / "backend.sqlite";
     }
-    complete(config, anthropicModel, openAiModel, error);
+    complete(config, error);
     if (!error.empty())
         return tl::make_unexpected(name + ": " + error);
     return config;
 }
 
 tl::expected<Config, std::string> Config::load(const std::optional<std::filesystem::path> &file,
-                                               const Environment &environment)
+                                               const Environment &environment,
+                                               const std::vector<Provider> &providers)
 {
     if (!file)
-        return parse("", "configuration", environment);
+        return parse("", "configuration", environment, providers);
     std::ifstream input(*file, std::ios::binary);
     std::ostringstream text;
     text << input.rdbuf();
     if (!input)
         return tl::make_unexpected("cannot read " + file->string());
-    return parse(text.str(), file->string(), environment);
+    return parse(text.str(), file->string(), environment, providers);
 }
 
 std::optional<std::filesystem::path> Config::defaultFile(const Environment &environment)

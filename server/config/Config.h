@@ -1,13 +1,14 @@
 #pragma once
 
+#include "base/Environment.h"
 #include "base/Secrets.h"
+#include "providers/Provider.h"
 
 #include <tl/expected.hpp>
 
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
-#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -80,29 +81,6 @@ struct ServiceSettings
     ServiceSettings();
 };
 
-/// Which kind of service answers for a model.
-enum class Provider { Offline, Anthropic, OpenAi };
-
-/// One model of the picker and where it is answered.
-struct ModelSettings
-{
-    std::string id;
-    std::string displayName;
-    std::string descriptor;
-    Provider provider = Provider::Offline;
-    /// The provider's own name of the model.
-    std::string upstream;
-};
-
-/// Reaching one provider.
-struct UpstreamSettings
-{
-    bool enabled = false;
-    std::string baseUrl;
-    std::string apiKey;
-    int maxOutputTokens = 8192;
-};
-
 /// Waiting for a model.
 struct TimingSettings
 {
@@ -116,19 +94,8 @@ struct TimingSettings
     std::chrono::milliseconds stopGrace = std::chrono::seconds(3);
 };
 
-/// Reading text from screenshots without a model.
-struct OfflineSettings
-{
-    /// Ignore configured providers.
-    bool force = false;
-    std::string languages = "eng";
-    /// Directory of the language data; empty means the library's own.
-    std::string dataDirectory;
-    /// Reading is cut short after this long and says so.
-    std::chrono::milliseconds budget = std::chrono::milliseconds(6000);
-};
-
-/// Everything the backend can be told: built-in defaults, then the file, then the environment.
+/// Everything that can be configured: built-in defaults, overridden by the file, overridden by the
+/// environment.
 struct Config
 {
     ServerSettings server;
@@ -136,27 +103,27 @@ struct Config
     LimitSettings limits;
     ServiceSettings service;
     TimingSettings timing;
-    OfflineSettings offline;
-    UpstreamSettings anthropic;
-    UpstreamSettings openAi;
-    /// Never empty after finishing; the first is the default unless defaultModel says otherwise.
+    /// All providers, including those that miss settings.
+    std::vector<ConfiguredProvider> providers;
+    /// Never empty after parsing; the first is the default unless defaultModel says otherwise.
     std::vector<ModelSettings> models;
     std::string defaultModel;
     std::filesystem::path dataFile;
 
-    using Environment = std::function<std::optional<std::string>(const char *name)>;
-    /// The process's environment; empty values count as unset.
-    static Environment processEnvironment();
-
     /// Reads @p file (all keys optional, unknown keys are errors) and applies @p environment.
     /// Without a file only defaults and environment count. The error is ready for the user.
-    static tl::expected<Config, std::string> load(const std::optional<std::filesystem::path> &file,
-                                                  const Environment &environment);
+    static tl::expected<Config, std::string>
+    load(const std::optional<std::filesystem::path> &file, const Environment &environment,
+         const std::vector<Provider> &providers = builtInProviders());
     /// Like load(), for text already in memory; @p name appears in errors.
-    static tl::expected<Config, std::string> parse(const std::string &toml, const std::string &name,
-                                                   const Environment &environment);
-    /// Replaces all models by the built-in offline one.
-    void useOfflineOnly();
+    static tl::expected<Config, std::string>
+    parse(const std::string &toml, const std::string &name, const Environment &environment,
+          const std::vector<Provider> &providers = builtInProviders());
+    /// Offers only the models of the provider that needs no configuration.
+    void useFallbackProvider();
+    /// The settings that switch a provider on, as a phrase such as "A, or B for a local server".
+    /// The variables stand between @p open and @p close.
+    std::string setupHint(const std::string &open, const std::string &close) const;
     /// The configuration file looked for when none is named, or nothing.
     static std::optional<std::filesystem::path> defaultFile(const Environment &environment);
 };

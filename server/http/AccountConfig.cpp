@@ -1,6 +1,6 @@
 #include "http/AccountConfig.h"
 
-#include "model/JsonAccess.h"
+#include "base/JsonAccess.h"
 
 namespace quellora::server {
 namespace {

@@ -6,8 +6,8 @@
 
 namespace quellora::server {
 
-AnswerStream::AnswerStream(std::shared_ptr<ModelClient> client, ModelRequest request)
-    : m_client(std::move(client)), m_request(std::move(request))
+AnswerStream::AnswerStream(AnswerFunction answer, ModelRequest request)
+    : m_answer(std::move(answer)), m_request(std::move(request))
 {
     m_worker = std::thread([this] { run(m_stop.token()); });
 }
@@ -22,27 +22,29 @@ void AnswerStream::run(const StopToken &stop)
 {
     AnswerOutcome outcome;
     try {
-        outcome = m_client->answer(
+        outcome = m_answer(
             m_request,
             [this, &stop](std::string_view text) {
-                return !stop.stopRequested() && push(Item(std::string(text)));
+                if (stop.stopRequested())
+                    return false;
+                push(std::string(text));
+                return true;
             },
             stop);
     } catch (const std::exception &problem) {
         outcome = AnswerOutcome::failed("unexpected error in the model client");
         Log::event(std::string("[AnswerStream] ERROR: ") + typeid(problem).name());
     }
-    push(Item(std::move(outcome)));
+    push(std::move(outcome));
 }
 
-bool AnswerStream::push(Item item)
+void AnswerStream::push(Item item)
 {
     {
         const std::lock_guard lock(m_mutex);
         m_items.push_back(std::move(item));
     }
     m_arrived.notify_all();
-    return true;
 }
 
 bool AnswerStream::waitFor(std::chrono::milliseconds timeout)

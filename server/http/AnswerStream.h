@@ -1,12 +1,11 @@
 #pragma once
 
 #include "base/Stop.h"
-#include "model/ModelClient.h"
+#include "model/Answer.h"
 
 #include <chrono>
 #include <condition_variable>
 #include <deque>
-#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -15,33 +14,33 @@
 
 namespace quellora::server {
 
-/// One answer in the making: a model client working on its own thread, and a queue from which
-/// the response thread takes the pieces. Destroying it cancels the work and waits for its end.
+/// Runs a model on its own thread and queues the pieces of its answer for the response thread.
+/// The destructor cancels the model and waits until it has ended.
 class AnswerStream
 {
 public:
-    /// A piece of text, or how the answer ended (always the last item, once).
+    /// A piece of text or, as the last item, how the answer ended.
     using Item = std::variant<std::string, AnswerOutcome>;
 
-    AnswerStream(std::shared_ptr<ModelClient> client, ModelRequest request);
+    AnswerStream(AnswerFunction answer, ModelRequest request);
     ~AnswerStream();
     AnswerStream(const AnswerStream &) = delete;
     AnswerStream &operator=(const AnswerStream &) = delete;
 
-    /// Waits until an item is there without taking it; false when none came within @p timeout.
+    /// Waits for an item without removing it; false when none arrives within @p timeout.
     bool waitFor(std::chrono::milliseconds timeout);
-    /// How the answer ended, when that is the next item.
+    /// The outcome, if it is the next item.
     std::optional<AnswerOutcome> endedBeforeText();
-    /// Takes the next item; nothing when none came within @p timeout.
+    /// Removes and returns the next item; nothing when none arrives within @p timeout.
     std::optional<Item> next(std::chrono::milliseconds timeout);
-    /// Asks the model client to stop; items already queued stay.
+    /// Asks the model to stop. Queued items remain.
     void cancel();
 
 private:
     void run(const StopToken &stop);
-    bool push(Item item);
+    void push(Item item);
 
-    std::shared_ptr<ModelClient> m_client;
+    AnswerFunction m_answer;
     ModelRequest m_request;
     std::mutex m_mutex;
     std::condition_variable m_arrived;

@@ -1,10 +1,10 @@
 #include "http/AuthRoutes.h"
 
+#include "base/JsonAccess.h"
 #include "base/Log.h"
 #include "base/Text.h"
 #include "http/AccountConfig.h"
 #include "http/Replies.h"
-#include "model/JsonAccess.h"
 
 namespace quellora::server {
 

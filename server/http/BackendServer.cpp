@@ -1,9 +1,9 @@
 #include "http/BackendServer.h"
 
+#include "base/JsonAccess.h"
 #include "base/Log.h"
 #include "http/LoopbackPeer.h"
 #include "http/Replies.h"
-#include "model/JsonAccess.h"
 
 #include <sys/socket.h>
 
@@ -19,9 +19,8 @@ constexpr std::chrono::seconds writeTimeout(30);
 } // namespace
 
 BackendServer::BackendServer(Config config, Database &database, const PasswordHasher &hasher,
-                             const Clock &clock, ModelCatalog catalog,
-                             PageRoutes::OwnUserCheck ownUser)
-    : m_services(std::move(config), database, hasher, clock, std::move(catalog))
+                             const Clock &clock, PageRoutes::OwnUserCheck ownUser)
+    : m_services(std::move(config), database, hasher, clock)
     , m_guard(m_services)
     , m_auth(m_services)
     , m_query(m_services)

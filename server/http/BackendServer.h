@@ -20,7 +20,7 @@ class BackendServer
 {
 public:
     BackendServer(Config config, Database &database, const PasswordHasher &hasher,
-                  const Clock &clock, ModelCatalog catalog, PageRoutes::OwnUserCheck ownUser = {});
+                  const Clock &clock, PageRoutes::OwnUserCheck ownUser = {});
 
     /// Starts listening; answers the port, or why it is impossible.
     tl::expected<int, std::string> bind();
@@ -29,7 +29,6 @@ public:
     /// Serves until stop().
     void run();
     void stop();
-    Services &services() { return m_services; }
 
 private:
     using BodyHandler =

@@ -157,7 +157,7 @@ void PageRoutes::redirectWithToken(httplib::Response &response, const Account &a
 
 void PageRoutes::fixedPage(const std::string &path, httplib::Response &response) const
 {
-    const std::string body = fixedPageBody(path);
+    const std::string body = fixedPageBody(path, m_services.config.setupHint("<code>", "</code>"));
     if (body.empty())
         replyPage(response, 404, "<h1>Not found</h1>\n<p><a href=\"/help\">Help</a></p>");
     else

@@ -2,6 +2,7 @@
 
 #include "base/Text.h"
 
+#include <algorithm>
 #include <array>
 #include <utility>
 
@@ -35,6 +36,8 @@ button:focus-visible, input:focus-visible, a:focus-visible {
 a { color: var(--accent); } .problem { color: var(--danger); }
 )";
 
+constexpr std::string_view hintPlaceholder = "{setup hint}";
+
 constexpr std::array<std::pair<std::string_view, std::string_view>, 7> pages = {{
     {"/account", R"(<h1>Your account</h1>
 <p>This is a local installation. Accounts live in a file on this machine and are managed on its
@@ -66,8 +69,7 @@ provider, that provider bills whoever owns the API key.</p>
 <p>Use the e-mail and password printed when the account was created, or the app's browser
 sign-in.</p>
 <h2>Answers say that no model is configured</h2>
-<p>Set <code>ANTHROPIC_API_KEY</code>, or <code>OPENAI_BASE_URL</code> for a server such as
-llama.cpp or Ollama, and start <code>quellora-backend</code> again.</p>
+<p>Set {setup hint}, and start <code>quellora-backend</code> again.</p>
 <h2>Where things are</h2>
 <p><code>quellora-backend check-config</code> prints the configuration in force, and
 <code>quellora-backend --help</code> lists all commands.</p>
@@ -93,13 +95,16 @@ std::string pageHtml(std::string_view title, std::string_view bodyHtml)
     return page;
 }
 
-std::string fixedPageBody(std::string_view path)
+std::string fixedPageBody(std::string_view path, std::string_view setupHint)
 {
-    for (const auto &[known, body] : pages) {
-        if (known == path)
-            return std::string(body);
-    }
-    return {};
+    const auto found = std::find_if(pages.begin(), pages.end(),
+                                    [&](const auto &page) { return page.first == path; });
+    if (found == pages.end())
+        return {};
+    std::string body(found->second);
+    if (const auto at = body.find(hintPlaceholder); at != std::string::npos)
+        body.replace(at, hintPlaceholder.size(), setupHint);
+    return body;
 }
 
 std::string_view pageStyle()

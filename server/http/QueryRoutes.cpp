@@ -1,10 +1,10 @@
 #include "http/QueryRoutes.h"
 
+#include "base/JsonAccess.h"
 #include "base/Log.h"
 #include "base/Text.h"
 #include "http/QueryStream.h"
 #include "http/Replies.h"
-#include "model/JsonAccess.h"
 
 namespace quellora::server {
 namespace {

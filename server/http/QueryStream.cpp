@@ -26,7 +26,7 @@ QueryStream::QueryStream(Services &services, Account account, ChosenModel model,
     , m_promptBytes(request.prompt.size())
     , m_usedBefore(services.usage.current(m_account.id).total())
     , m_lastWrite(Steady::now())
-    , m_answer(m_model.client, std::move(request))
+    , m_answer(m_model.answer, std::move(request))
 {}
 
 QueryStream::~QueryStream()

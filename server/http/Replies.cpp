@@ -1,6 +1,6 @@
 #include "http/Replies.h"
 
-#include "model/JsonAccess.h"
+#include "base/JsonAccess.h"
 
 namespace quellora::server {
 

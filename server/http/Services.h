@@ -18,7 +18,7 @@ namespace quellora::server {
 struct Services
 {
     Services(Config settings, Database &database, const PasswordHasher &hasher,
-             const Clock &wallClock, ModelCatalog catalog);
+             const Clock &wallClock);
 
     Config config;
     const Clock &clock;

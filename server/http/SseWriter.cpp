@@ -1,6 +1,6 @@
 #include "http/SseWriter.h"
 
-#include "model/JsonAccess.h"
+#include "base/JsonAccess.h"
 
 namespace quellora::server {
 namespace {

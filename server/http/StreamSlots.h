@@ -39,12 +39,6 @@ public:
         return m_released.wait_for(lock, timeout, [this] { return m_all == 0; });
     }
 
-    int running()
-    {
-        const std::lock_guard lock(m_mutex);
-        return m_all;
-    }
-
 private:
     void release(std::int64_t accountId)
     {

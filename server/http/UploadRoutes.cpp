@@ -1,8 +1,8 @@
 #include "http/UploadRoutes.h"
 
+#include "base/JsonAccess.h"
 #include "base/Log.h"
 #include "http/Replies.h"
-#include "model/JsonAccess.h"
 
 #include <array>
 

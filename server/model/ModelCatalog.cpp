@@ -1,43 +1,19 @@
 #include "model/ModelCatalog.h"
 
-#include "model/AnthropicClient.h"
-#include "model/OfflineAnswerer.h"
-#include "model/OpenAiClient.h"
-
 namespace quellora::server {
-namespace {
-
-std::shared_ptr<ModelClient> clientFor(Provider provider, const Config &config)
-{
-    switch (provider) {
-    case Provider::Anthropic:
-        return std::make_shared<AnthropicClient>(config.anthropic, config.timing);
-    case Provider::OpenAi:
-        return std::make_shared<OpenAiClient>(config.openAi, config.timing);
-    case Provider::Offline:
-        break;
-    }
-    return std::make_shared<OfflineAnswerer>(config.offline);
-}
-
-} // namespace
 
 ModelCatalog::ModelCatalog(const Config &config) : m_default(config.defaultModel)
 {
-    std::map<Provider, std::shared_ptr<ModelClient>> clients;
-    for (const ModelSettings &model : config.models) {
-        std::shared_ptr<ModelClient> &client = clients[model.provider];
-        if (!client)
-            client = clientFor(model.provider, config);
-        m_models[model.id] = ChosenModel{client, model.upstream, model.id, false};
+    for (const ConfiguredProvider &provider : config.providers) {
+        AnswerFunction answer;
+        for (const ModelSettings &model : config.models) {
+            if (model.provider != provider.name)
+                continue;
+            if (!answer)
+                answer = provider.makeAnswer(config);
+            m_models[model.id] = ChosenModel{answer, model.upstream, model.id, false};
+        }
     }
-}
-
-ModelCatalog::ModelCatalog(const Config &config, std::shared_ptr<ModelClient> client)
-    : m_default(config.defaultModel)
-{
-    for (const ModelSettings &model : config.models)
-        m_models[model.id] = ChosenModel{client, model.upstream, model.id, false};
 }
 
 ChosenModel ModelCatalog::choose(const std::optional<std::string> &id) const

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
 
 namespace quellora::server {
 namespace {
@@ -171,7 +172,7 @@ ReadBlock indented(const std::vector<PlacedLine> &lines)
 
 } // namespace
 
-TextRecognizer::TextRecognizer(OfflineSettings settings) : m_settings(std::move(settings))
+TextRecognizer::TextRecognizer(RecognizerSettings settings) : m_settings(std::move(settings))
 {
     setMsgSeverity(L_SEVERITY_NONE);
 }

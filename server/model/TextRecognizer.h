@@ -1,10 +1,10 @@
 #pragma once
 
 #include "base/Stop.h"
-#include "config/Config.h"
 
 #include <tl/expected.hpp>
 
+#include <chrono>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -42,6 +42,16 @@ struct ReadPage
     bool cutShort = false;
 };
 
+/// How text is recognised.
+struct RecognizerSettings
+{
+    std::string languages = "eng";
+    /// Directory of the language data; empty for the library's own.
+    std::string dataDirectory;
+    /// Recognition stops after this time and returns what it has.
+    std::chrono::milliseconds budget = std::chrono::milliseconds(6000);
+};
+
 /// Why a picture could not be read.
 enum class ReadError {
     /// Not a JPEG, damaged, or larger than any screen.
@@ -55,7 +65,7 @@ enum class ReadError {
 class TextRecognizer
 {
 public:
-    explicit TextRecognizer(OfflineSettings settings);
+    explicit TextRecognizer(RecognizerSettings settings);
     ~TextRecognizer();
 
     /// Blocks for the time of the recognition; a requested @p stop cuts it short.
@@ -64,7 +74,7 @@ public:
 private:
     bool load();
 
-    OfflineSettings m_settings;
+    RecognizerSettings m_settings;
     std::mutex m_mutex;
     std::unique_ptr<tesseract::TessBaseAPI> m_engine;
 };

@@ -17,7 +17,7 @@ namespace {
 constexpr std::int64_t defaultRetrySeconds = 30;
 constexpr std::int64_t longestRetrySeconds = 3600;
 
-/// Retry-After in seconds; the date form and nonsense count as absent.
+/// Retry-After in seconds. The date form and unreadable values count as absent.
 std::chrono::seconds retryAfter(const httplib::Response &response)
 {
     const auto seconds = parseCount(trimmed(response.get_header_value("Retry-After")));
@@ -25,8 +25,8 @@ std::chrono::seconds retryAfter(const httplib::Response &response)
         std::clamp<std::int64_t>(seconds.value_or(defaultRetrySeconds), 1, longestRetrySeconds));
 }
 
-/// Shuts the client's socket down once a stop is requested, which ends a read that is waiting for
-/// the provider. Repeats it, because the socket may be opened only after the request.
+/// Closes the client's socket once a stop is requested, which ends a read that waits for the
+/// provider. Repeats this, because the socket may be opened after the stop request.
 class Canceller
 {
 public:
@@ -75,25 +75,19 @@ AnswerOutcome outcomeOfStatus(const httplib::Response &response)
 
 } // namespace
 
-UpstreamTransfer::UpstreamTransfer(std::string baseUrl, TimingSettings timing) : m_timing(timing)
+AnswerOutcome postForEvents(std::string baseUrl, const std::string &path, const Headers &headers,
+                            const std::string &body, const TimingSettings &timing,
+                            const EventHandler &onEvent, const StopToken &stop)
 {
     while (!baseUrl.empty() && baseUrl.back() == '/')
         baseUrl.pop_back();
-    const std::size_t slash = baseUrl.find('/', baseUrl.find("://") + 3);
-    m_origin = baseUrl.substr(0, slash);
-    m_prefix = slash == std::string::npos ? "" : baseUrl.substr(slash);
-}
-
-AnswerOutcome UpstreamTransfer::post(const std::string &path, const Headers &headers,
-                                     const std::string &body, const EventHandler &onEvent,
-                                     StopToken stop) const
-{
-    httplib::Client client(m_origin);
+    const std::size_t prefix = std::min(baseUrl.find('/', baseUrl.find("://") + 3), baseUrl.size());
+    httplib::Client client(baseUrl.substr(0, prefix));
     if (!client.is_valid())
         return AnswerOutcome::failed("the provider's address cannot be used");
-    client.set_connection_timeout(m_timing.connect);
-    client.set_read_timeout(m_timing.stall);
-    client.set_write_timeout(m_timing.stall);
+    client.set_connection_timeout(timing.connect);
+    client.set_read_timeout(timing.stall);
+    client.set_write_timeout(timing.stall);
     client.set_keep_alive(false);
     client.set_tcp_nodelay(true);
 
@@ -107,7 +101,7 @@ AnswerOutcome UpstreamTransfer::post(const std::string &path, const Headers &hea
 
     httplib::Request request;
     request.method = "POST";
-    request.path = m_prefix + path;
+    request.path = baseUrl.substr(prefix) + path;
     request.body = body;
     for (const auto &[name, value] : headers)
         request.headers.emplace(name, value);

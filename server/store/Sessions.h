@@ -41,10 +41,9 @@ public:
     std::optional<std::int64_t> redeem(const std::string &token);
     /// Ends all sessions of an account and answers how many.
     int revokeAll(std::int64_t accountId);
-    /// Forgets what has expired.
-    void purgeExpired();
 
 private:
+    void purgeExpired();
     IssuedSession insert(std::int64_t accountId, const std::string &kind,
                          std::chrono::seconds lifetime);
 

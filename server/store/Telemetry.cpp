@@ -15,12 +15,4 @@ void Telemetry::add(std::int64_t accountId, const std::string &record)
     });
 }
 
-std::int64_t Telemetry::count()
-{
-    std::int64_t count = 0;
-    m_database.query("SELECT count(*) FROM telemetry", {},
-                     [&](const Database::Row &row) { count = row.integer(0); });
-    return count;
-}
-
 } // namespace quellora::server

@@ -18,7 +18,6 @@ public:
     Telemetry(Database &database, const Clock &clock);
     /// Stores @p record, compact JSON already checked by the caller.
     void add(std::int64_t accountId, const std::string &record);
-    std::int64_t count();
 
 private:
     Database &m_database;

@@ -36,8 +36,7 @@ UploadedLogs::UploadedLogs(std::filesystem::path directory, const Clock &clock, 
     : m_directory(std::move(directory)), m_clock(clock), m_keptPerAccount(keptPerAccount)
 {}
 
-std::optional<std::filesystem::path> UploadedLogs::store(std::int64_t accountId,
-                                                         const std::string &text)
+bool UploadedLogs::store(std::int64_t accountId, const std::string &text)
 {
     std::error_code error;
     if (std::filesystem::create_directories(m_directory, error))
@@ -45,7 +44,7 @@ std::optional<std::filesystem::path> UploadedLogs::store(std::int64_t accountId,
     std::string stamp = isoTime(m_clock.now());
     std::replace(stamp.begin(), stamp.end(), ':', '-');
     const std::string prefix = "account-" + std::to_string(accountId) + "-";
-    // The random tail keeps two uploads of one second apart.
+    // The random suffix distinguishes uploads of the same second.
     const std::filesystem::path file =
         m_directory / (prefix + stamp + "-" + randomUuid().substr(0, 8) + ".log");
     const int descriptor =
@@ -58,10 +57,10 @@ std::optional<std::filesystem::path> UploadedLogs::store(std::int64_t accountId,
         Log::event("[UploadedLogs] ERROR: could not store an uploaded log: " +
                    std::string(std::strerror(problem)));
         std::filesystem::remove(file, error);
-        return std::nullopt;
+        return false;
     }
     dropOldest(prefix);
-    return file;
+    return true;
 }
 
 void UploadedLogs::dropOldest(const std::string &prefix)

@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <optional>
 #include <string>
 
 namespace quellora::server {
@@ -16,8 +15,8 @@ class UploadedLogs
 public:
     UploadedLogs(std::filesystem::path directory, const Clock &clock, int keptPerAccount);
 
-    /// Stores @p text whole or not at all; nothing (and a log line) when it cannot be written.
-    std::optional<std::filesystem::path> store(std::int64_t accountId, const std::string &text);
+    /// Stores @p text completely or not at all; false, after a log line, when it cannot be written.
+    bool store(std::int64_t accountId, const std::string &text);
 
 private:
     void dropOldest(const std::string &prefix);

@@ -23,9 +23,20 @@ PasswordCost weakCost()
     return PasswordCost{1, 8192};
 }
 
-Config testConfig(const TemporaryDirectory &directory)
+Environment environmentOf(std::map<std::string, std::string> variables)
 {
-    Config config = *Config::parse("", "test", [](const char *) { return std::nullopt; });
+    return [variables = std::move(variables)](const char *name) -> std::optional<std::string> {
+        const auto found = variables.find(name);
+        if (found == variables.end())
+            return std::nullopt;
+        return found->second;
+    };
+}
+
+Config testConfig(const TemporaryDirectory &directory, const std::string &toml,
+                  const Environment &environment, const std::vector<Provider> &providers)
+{
+    Config config = Config::parse(toml, "test.toml", environment, providers).value();
     config.server.port = 0;
     config.server.threads = 16;
     config.security.passwordCost = weakCost();
@@ -49,14 +60,22 @@ AnswerOutcome completed(std::int64_t input, std::int64_t output)
     return outcome;
 }
 
-RunningServer::RunningServer(Config config, const Clock &clock, std::shared_ptr<ModelClient> client,
+RunningServer::RunningServer(Config config, const Clock &clock, AnswerFunction answer,
                              PageRoutes::OwnUserCheck ownUser)
-    : m_hasher(config.security.passwordCost), m_database(config.dataFile)
+    : m_hasher(config.security.passwordCost)
+    , m_database(config.dataFile)
+    , m_accounts(m_database, m_hasher, clock)
+    , m_sessions(m_database, clock, config.security.sessionLifetime,
+                 config.security.handoverLifetime)
+    , m_usage(m_database, clock)
 {
-    ModelCatalog catalog = client ? ModelCatalog(config, std::move(client)) : ModelCatalog(config);
-    m_server = std::make_unique<BackendServer>(config, m_database, m_hasher, clock,
-                                               std::move(catalog), std::move(ownUser));
-    services().accounts.create(email, password, "local", 0);
+    if (answer) {
+        for (ConfiguredProvider &provider : config.providers)
+            provider.makeAnswer = [answer](const Config &) { return answer; };
+    }
+    m_server = std::make_unique<BackendServer>(std::move(config), m_database, m_hasher, clock,
+                                               std::move(ownUser));
+    m_accounts.create(email, password, "local", 0);
     m_port = m_server->bind().value();
     m_thread = std::thread([this] { m_server->run(); });
 }
@@ -83,12 +102,12 @@ httplib::Client RunningServer::client() const
 
 Account RunningServer::account()
 {
-    return *services().accounts.findByEmail(email);
+    return *m_accounts.findByEmail(email);
 }
 
 std::string RunningServer::token()
 {
-    return services().sessions.issue(account().id).token;
+    return m_sessions.issue(account().id).token;
 }
 
 httplib::Result RunningServer::login(const std::string &mail, const std::string &pass) const

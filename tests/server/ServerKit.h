@@ -1,7 +1,7 @@
 #pragma once
 
+#include "base/JsonAccess.h"
 #include "http/BackendServer.h"
-#include "model/JsonAccess.h"
 
 #include <gtest/gtest.h>
 #include <httplib.h>
@@ -9,8 +9,8 @@
 
 #include <atomic>
 #include <filesystem>
-#include <functional>
 #include <future>
+#include <map>
 #include <memory>
 #include <string>
 #include <thread>
@@ -18,7 +18,7 @@
 
 namespace quellora::server {
 
-/// A clock that only moves when told.
+/// A clock that moves only when advanced.
 class ManualClock : public Clock
 {
 public:
@@ -26,11 +26,11 @@ public:
     void advance(std::chrono::seconds by) { m_seconds += by.count(); }
 
 private:
-    /// 15 January 2026, 12:00 UTC: well inside a billing period.
+    /// 15 January 2026, 12:00 UTC: in the middle of a billing period.
     std::atomic<std::int64_t> m_seconds{1768478400};
 };
 
-/// A directory that goes away with the object.
+/// A directory that is removed with the object.
 class TemporaryDirectory
 {
 public:
@@ -46,27 +46,16 @@ private:
 
 /// Password hashing at the library's lowest cost.
 PasswordCost weakCost();
-/// Defaults with offline models, short waits and no environment.
-Config testConfig(const TemporaryDirectory &directory);
-/// Smallest thing that starts like a JPEG.
+/// An environment of exactly these variables.
+Environment environmentOf(std::map<std::string, std::string> variables);
+/// Configuration from @p toml with a free port, short waits and the data file in @p directory.
+Config testConfig(const TemporaryDirectory &directory, const std::string &toml = "",
+                  const Environment &environment = environmentOf({}),
+                  const std::vector<Provider> &providers = builtInProviders());
+/// Bytes that start like a JPEG.
 std::string fakeJpeg();
 
-/// A model client that does what the test says.
-class ScriptedClient : public ModelClient
-{
-public:
-    using Script = std::function<AnswerOutcome(const ModelRequest &, const TextSink &, StopToken)>;
-    explicit ScriptedClient(Script script) : m_script(std::move(script)) {}
-    AnswerOutcome answer(const ModelRequest &request, const TextSink &sink, StopToken stop) override
-    {
-        return m_script(request, sink, stop);
-    }
-
-private:
-    Script m_script;
-};
-
-/// Complete outcome with token figures.
+/// A complete outcome with token counts.
 AnswerOutcome completed(std::int64_t input, std::int64_t output);
 
 /// The backend on a free port, with an account "ann@example.org" / "correct horse".
@@ -76,9 +65,8 @@ public:
     static constexpr const char *email = "ann@example.org";
     static constexpr const char *password = "correct horse";
 
-    /// Every model is answered by @p client; without one the configured clients answer.
-    explicit RunningServer(Config config, const Clock &clock,
-                           std::shared_ptr<ModelClient> client = nullptr,
+    /// @p answer replaces the answers of all providers.
+    explicit RunningServer(Config config, const Clock &clock, AnswerFunction answer = {},
                            PageRoutes::OwnUserCheck ownUser = {});
     ~RunningServer();
     RunningServer(const RunningServer &) = delete;
@@ -86,9 +74,12 @@ public:
 
     httplib::Client client() const;
     int port() const { return m_port; }
-    Services &services() { return m_server->services(); }
+    /// The data that the server works on.
+    Accounts &accounts() { return m_accounts; }
+    Sessions &sessions() { return m_sessions; }
+    UsageLedger &usage() { return m_usage; }
     Account account();
-    /// A session token of the account, without going through HTTP.
+    /// A new session token of the account, issued directly in the database.
     std::string token();
     httplib::Result login(const std::string &mail, const std::string &pass) const;
     httplib::Result verify(const std::string &bearer) const;
@@ -96,12 +87,15 @@ public:
                              const nlohmann::json &body) const;
     httplib::Result query(const std::string &bearer, const std::string &prompt = "What is this?",
                           nlohmann::json extra = nlohmann::json::object()) const;
-    /// Ends the server early; the destructor does it otherwise.
+    /// Stops the server before the destructor does.
     void stop();
 
 private:
     PasswordHasher m_hasher;
     Database m_database;
+    Accounts m_accounts;
+    Sessions m_sessions;
+    UsageLedger m_usage;
     std::unique_ptr<BackendServer> m_server;
     int m_port = 0;
     std::thread m_thread;
@@ -109,7 +103,7 @@ private:
 
 /// The JSON of each "data: " line of an event stream.
 std::vector<nlohmann::json> events(const std::string &stream);
-/// Joined texts of the "chunk" events.
+/// The concatenated texts of the "chunk" events.
 std::string answerText(const std::string &stream);
 /// The last event's type, "" when there is none.
 std::string lastType(const std::string &stream);

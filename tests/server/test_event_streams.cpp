@@ -1,5 +1,5 @@
-#include "model/EventStreamReader.h"
 #include "http/SseWriter.h"
+#include "model/EventStreamReader.h"
 
 #include <gtest/gtest.h>
 
@@ -22,7 +22,7 @@ std::vector<std::string> read(const std::string &stream, std::size_t piece)
     return events;
 }
 
-TEST(EventStreamReader, ReadsPiecesOfAnySizeAndAllLineEnds)
+TEST(EventStreamReader, ParsesPiecesOfAnySizeAndAllLineEndings)
 {
     const std::string stream = ": comment\nevent: x\ndata: one\n\ndata:two\r\n\r\nid: 3\rdata: a\r"
                                "data:  b\r\rdata: \xE2\x80\xA8 kept\n\n\n\ndata: last";
@@ -31,7 +31,7 @@ TEST(EventStreamReader, ReadsPiecesOfAnySizeAndAllLineEnds)
         EXPECT_EQ(read(stream, piece), expected) << piece;
 }
 
-TEST(EventStreamReader, StopsWhenTheHandlerHasEnough)
+TEST(EventStreamReader, StopsWhenTheHandlerReturnsFalse)
 {
     int count = 0;
     EventStreamReader reader([&](std::string_view) { return ++count < 2; });
@@ -39,7 +39,7 @@ TEST(EventStreamReader, StopsWhenTheHandlerHasEnough)
     EXPECT_EQ(count, 2);
 }
 
-TEST(EventStreamReader, RefusesEventsBeyondTheLimit)
+TEST(EventStreamReader, FailsOnEventsBeyondTheLimit)
 {
     EventStreamReader reader([](std::string_view) { return true; }, 16);
     EXPECT_TRUE(reader.feed("data: 123456"));
@@ -71,7 +71,7 @@ TEST(SseWriter, WritesOneLinePerEvent)
                    "data: {\"type\":\"error\",\"message\":\"no\"}\n\n");
 }
 
-TEST(SseWriter, ReportsAClientThatIsGone)
+TEST(SseWriter, ReportsADisconnectedClient)
 {
     const SseWriter writer([](std::string_view) { return false; });
     EXPECT_FALSE(writer.chunk("a"));

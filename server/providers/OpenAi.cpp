@@ -1,11 +1,13 @@
-#include "model/OpenAiClient.h"
-
+#include "base/JsonAccess.h"
 #include "base/Text.h"
-#include "model/JsonAccess.h"
+#include "config/Config.h"
+#include "model/UpstreamTransfer.h"
+#include "providers/UpstreamSettings.h"
 
 namespace quellora::server {
 namespace {
 
+/// The base address without the trailing "/v1" that most servers document as part of it.
 std::string withoutVersion(std::string url)
 {
     while (!url.empty() && url.back() == '/')
@@ -32,7 +34,7 @@ std::string requestBody(const ModelRequest &request, int maxTokens)
                         {"messages", {{{"role", "user"}, {"content", content}}}}});
 }
 
-/// Reads the events of one answer.
+/// Interprets the events of one answer.
 class Reader
 {
 public:
@@ -73,27 +75,56 @@ private:
     bool m_finishReason = false;
 };
 
-} // namespace
-
-OpenAiClient::OpenAiClient(UpstreamSettings settings, TimingSettings timing)
-    : m_settings(std::move(settings)), m_transfer(withoutVersion(m_settings.baseUrl), timing)
-{}
-
-AnswerOutcome OpenAiClient::answer(const ModelRequest &request, const TextSink &sink,
-                                   StopToken stop)
+AnswerOutcome answer(const UpstreamSettings &settings, const TimingSettings &timing,
+                     const ModelRequest &request, const TextSink &sink, const StopToken &stop)
 {
     Reader reader(sink);
-    UpstreamTransfer::Headers headers;
-    if (!m_settings.apiKey.empty())
-        headers.emplace_back("Authorization", "Bearer " + m_settings.apiKey);
-    AnswerOutcome outcome = m_transfer.post(
-        "/v1/chat/completions", headers, requestBody(request, m_settings.maxOutputTokens),
+    Headers headers;
+    if (!settings.apiKey.empty())
+        headers.emplace_back("Authorization", "Bearer " + settings.apiKey);
+    AnswerOutcome outcome = postForEvents(
+        withoutVersion(settings.baseUrl), "/v1/chat/completions", headers,
+        requestBody(request, settings.maxOutputTokens), timing,
         [&reader](std::string_view data) { return reader.read(data); }, stop);
     // Some servers close the stream after the finish reason without the "[DONE]" line.
     if (outcome.kind == AnswerOutcome::Kind::Failed && reader.sawFinishReason())
         outcome.kind = AnswerOutcome::Kind::Complete;
     outcome.tokens = reader.tokens();
     return outcome;
+}
+
+ConfiguredProvider configure(TomlReader &table, const Environment &environment)
+{
+    const UpstreamSettings settings = readUpstream(table, environment, "OPENAI");
+    ConfiguredProvider provider;
+    provider.setupVariable = "OPENAI_BASE_URL";
+    provider.setupRemark = " for a server such as llama.cpp or Ollama";
+    // A key alone does not select a server: screenshots are sent only to an address that the
+    // operator has named.
+    if (settings.baseUrl.empty())
+        provider.missing = "openai.base_url or OPENAI_BASE_URL";
+    else
+        provider.summary =
+            settings.baseUrl + ", key " + (settings.apiKey.empty() ? "not set" : "set");
+    const std::string model = settings.model.empty() ? "default" : settings.model;
+    provider.models = {{model, model, "OpenAI-compatible server"}};
+    provider.offersAdditionally = !settings.model.empty();
+    provider.makeAnswer = [settings](const Config &config) -> AnswerFunction {
+        return [settings, timing = config.timing](const ModelRequest &request, const TextSink &sink,
+                                                  const StopToken &stop) {
+            return answer(settings, timing, request, sink, stop);
+        };
+    };
+    return provider;
+}
+
+} // namespace
+
+/// Any server that speaks the OpenAI chat format (POST /v1/chat/completions, streamed, picture as
+/// a data URL): llama.cpp, Ollama, vLLM and the like.
+Provider providerOpenAi()
+{
+    return {"openai", configure};
 }
 
 } // namespace quellora::server

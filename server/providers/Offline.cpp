@@ -1,16 +1,19 @@
-#include "model/OfflineAnswerer.h"
+#include "providers/Offline.h"
+
+#include "config/Config.h"
+#include "config/TomlReader.h"
 
 #include <algorithm>
 #include <array>
+#include <memory>
 
 namespace quellora::server {
 namespace {
 
 const std::string heading = "## No model is configured\n\n";
-const std::string howTo =
-    "\n---\n\nThis answer was made on this machine, without a model. For real answers set "
-    "`ANTHROPIC_API_KEY`, or `OPENAI_BASE_URL` for a server such as llama.cpp or Ollama, and "
-    "start `quellora-backend` again.\n";
+const std::string footerStart =
+    "\n---\n\nThis answer was made on this machine, without a model. For real answers set ";
+const std::string footerEnd = ", and start `quellora-backend` again.\n";
 
 std::size_t lineCount(const ReadPage &page)
 {
@@ -20,7 +23,7 @@ std::size_t lineCount(const ReadPage &page)
     return count;
 }
 
-/// Text as a list entry shows it: nothing in it may act as markup.
+/// @p text with all Markdown markup escaped.
 std::string escaped(const std::string &text)
 {
     static constexpr std::string_view special = "\\`*_[]<>#|~!&";
@@ -57,7 +60,7 @@ std::string listed(const ReadBlock &block)
     return out + "\n";
 }
 
-/// Adds a block below @p whole after an empty line, keeping both at their columns.
+/// Appends a block to @p whole after an empty line. Both keep their columns.
 void append(ReadBlock &whole, const ReadBlock &next)
 {
     const int column = std::min(whole.column, next.column);
@@ -89,11 +92,9 @@ bool codeLine(const std::string &text)
     const bool assignment =
         text.find(" = ") != std::string::npos || text.find(" == ") != std::string::npos ||
         text.find("->") != std::string::npos || text.find("=>") != std::string::npos;
-    // A sentence may hold an equals sign too, but runs on.
+    // A sentence may contain an equals sign too, but is longer or ends with a full stop.
     return (call || assignment) && last != '.' && std::count(text.begin(), text.end(), ' ') < 12;
 }
-
-} // namespace
 
 bool looksLikeCode(const ReadBlock &block)
 {
@@ -101,6 +102,64 @@ bool looksLikeCode(const ReadBlock &block)
                                     [](const ReadLine &line) { return codeLine(line.text); });
     return block.lines.size() >= 2 && static_cast<std::size_t>(code) * 2 >= block.lines.size();
 }
+
+AnswerOutcome answer(TextRecognizer &recognizer, const std::string &footer,
+                     const ModelRequest &request, const TextSink &sink, const StopToken &stop)
+{
+    AnswerOutcome outcome;
+    outcome.kind = AnswerOutcome::Kind::Complete;
+    const auto cancelled = [&outcome] {
+        outcome.kind = AnswerOutcome::Kind::Cancelled;
+        return outcome;
+    };
+    // Sent before the recognition starts, so that the panel reacts at once.
+    if (!sink(heading))
+        return cancelled();
+    std::vector<std::string> pieces;
+    if (request.jpeg.empty()) {
+        pieces.push_back("Your question arrived (" + std::to_string(request.prompt.size()) +
+                         " bytes), but there is no model here to answer it. With a screenshot, "
+                         "this backend would at least show the text in it.\n");
+    } else if (const auto page = recognizer.read(request.jpeg, stop)) {
+        pieces = offlineMarkdown(*page);
+    } else if (page.error() == ReadError::NoLanguageData) {
+        pieces.push_back("The screenshot arrived, but the language data for reading its text is "
+                         "not installed (package `tesseract-ocr-eng`).\n");
+    } else {
+        pieces.push_back("The screenshot could not be decoded.\n");
+    }
+    pieces.push_back(footer);
+    for (const std::string &piece : pieces) {
+        if (stop.stopRequested() || !sink(piece))
+            return cancelled();
+    }
+    return outcome;
+}
+
+ConfiguredProvider configure(TomlReader &table, const Environment &)
+{
+    ConfiguredProvider provider;
+    RecognizerSettings settings;
+    std::int64_t budget = settings.budget.count();
+    table.read("force", provider.isExclusive);
+    table.read("languages", settings.languages);
+    table.read("data_directory", settings.dataDirectory);
+    table.read("budget_milliseconds", budget, 100, 600000);
+    settings.budget = std::chrono::milliseconds(budget);
+
+    provider.models = {
+        {"offline", "Offline reader", "Reads the screenshot's text on this machine"}};
+    provider.makeAnswer = [settings](const Config &config) -> AnswerFunction {
+        return [recognizer = std::make_shared<TextRecognizer>(settings),
+                footer = footerStart + config.setupHint("`", "`") + footerEnd](
+                   const ModelRequest &request, const TextSink &sink, const StopToken &stop) {
+            return answer(*recognizer, footer, request, sink, stop);
+        };
+    };
+    return provider;
+}
+
+} // namespace
 
 std::vector<std::string> offlineMarkdown(const ReadPage &page)
 {
@@ -126,39 +185,10 @@ std::vector<std::string> offlineMarkdown(const ReadPage &page)
     return pieces;
 }
 
-OfflineAnswerer::OfflineAnswerer(OfflineSettings settings) : m_recognizer(std::move(settings)) {}
-
-AnswerOutcome OfflineAnswerer::answer(const ModelRequest &request, const TextSink &sink,
-                                      StopToken stop)
+/// Answers without a model: says so, and shows the text of the screenshot.
+Provider providerOffline()
 {
-    AnswerOutcome outcome;
-    outcome.kind = AnswerOutcome::Kind::Complete;
-    const auto cancelled = [&outcome] {
-        outcome.kind = AnswerOutcome::Kind::Cancelled;
-        return outcome;
-    };
-    // The heading goes out before the reading starts, so that the panel reacts at once.
-    if (!sink(heading))
-        return cancelled();
-    std::vector<std::string> pieces;
-    if (request.jpeg.empty()) {
-        pieces.push_back("Your question arrived (" + std::to_string(request.prompt.size()) +
-                         " bytes), but there is no model here to answer it. With a screenshot, "
-                         "this backend would at least show the text in it.\n");
-    } else if (const auto page = m_recognizer.read(request.jpeg, stop)) {
-        pieces = offlineMarkdown(*page);
-    } else if (page.error() == ReadError::NoLanguageData) {
-        pieces.push_back("The screenshot arrived, but the language data for reading its text is "
-                         "not installed (package `tesseract-ocr-eng`).\n");
-    } else {
-        pieces.push_back("The screenshot could not be decoded.\n");
-    }
-    pieces.push_back(howTo);
-    for (const std::string &piece : pieces) {
-        if (stop.stopRequested() || !sink(piece))
-            return cancelled();
-    }
-    return outcome;
+    return {"offline", configure};
 }
 
 } // namespace quellora::server

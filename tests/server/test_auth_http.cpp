@@ -13,7 +13,7 @@ protected:
     Config config = testConfig(directory);
 };
 
-TEST_F(AuthHttp, LoginAnswersTheWholeRecord)
+TEST_F(AuthHttp, LoginReturnsTheCompleteRecord)
 {
     config.service.requestLogs = true;
     config.service.debugLogging = false;
@@ -23,8 +23,8 @@ TEST_F(AuthHttp, LoginAnswersTheWholeRecord)
     config.service.adminMessage =
         AdminMessage{"m1", "BLOCKING", "Head", "Body", "Go", "http://x.example", 5};
     RunningServer server(config, clock);
-    server.services().accounts.setTokenCap(RunningServer::email, 1000);
-    server.services().usage.add(server.account().id, {500, 260});
+    server.accounts().setTokenCap(RunningServer::email, 1000);
+    server.usage().add(server.account().id, {500, 260});
 
     const auto answer = server.login(" Ann@Example.org ", RunningServer::password);
     ASSERT_TRUE(answer);
@@ -62,7 +62,7 @@ TEST_F(AuthHttp, LoginAnswersTheWholeRecord)
     EXPECT_EQ(record.at("config"), expected);
 }
 
-TEST_F(AuthHttp, WhatIsNotConfiguredIsLeftOut)
+TEST_F(AuthHttp, UnconfiguredFieldsAreOmitted)
 {
     RunningServer server(config, clock);
     const json record =
@@ -73,7 +73,7 @@ TEST_F(AuthHttp, WhatIsNotConfiguredIsLeftOut)
     EXPECT_EQ(record.at("tokenCap"), UsageLedger::unlimitedAllowance);
 }
 
-TEST_F(AuthHttp, WrongPasswordAndUnknownEmailLookTheSame)
+TEST_F(AuthHttp, WrongPasswordAndUnknownEmailGetTheSameReply)
 {
     RunningServer server(config, clock);
     const auto wrong = server.login(RunningServer::email, "nope");
@@ -83,7 +83,7 @@ TEST_F(AuthHttp, WrongPasswordAndUnknownEmailLookTheSame)
     EXPECT_EQ(wrong->body, unknown->body);
 }
 
-TEST_F(AuthHttp, UnknownEmailsCostAPasswordCheckToo)
+TEST_F(AuthHttp, UnknownEmailTakesAsLongAsAWrongPassword)
 {
     config.security.passwordCost = PasswordCost{3, 32U * 1024U * 1024U};
     RunningServer server(config, clock);
@@ -94,24 +94,24 @@ TEST_F(AuthHttp, UnknownEmailsCostAPasswordCheckToo)
     };
     const auto known = timed(RunningServer::email);
     const auto unknown = timed("bob@example.org");
-    // Without the decoy the unknown address answers in a small fraction of the time.
+    // Without a password check the unknown address would be answered much faster.
     EXPECT_GT(unknown * 5, known);
 }
 
-TEST_F(AuthHttp, SuspendedAccountsGet403OnlyWithTheRightPassword)
+TEST_F(AuthHttp, SuspendedAccountGets403OnlyWithTheRightPassword)
 {
     RunningServer server(config, clock);
     const std::string token = server.token();
-    server.services().accounts.setSuspended(RunningServer::email, true);
+    server.accounts().setSuspended(RunningServer::email, true);
     EXPECT_EQ(server.login(RunningServer::email, "nope")->status, 401);
     EXPECT_EQ(server.login(RunningServer::email, RunningServer::password)->status, 403);
     EXPECT_EQ(server.verify(token)->status, 403);
     EXPECT_EQ(server.query(token)->status, 403);
-    server.services().accounts.setSuspended(RunningServer::email, false);
+    server.accounts().setSuspended(RunningServer::email, false);
     EXPECT_EQ(server.verify(token)->status, 200);
 }
 
-TEST_F(AuthHttp, RepeatedFailuresAreThrottledPerAddress)
+TEST_F(AuthHttp, RepeatedFailuresAreThrottledPerEmail)
 {
     config.limits.loginFailures = 3;
     config.limits.loginWindow = std::chrono::seconds(60);
@@ -127,7 +127,7 @@ TEST_F(AuthHttp, RepeatedFailuresAreThrottledPerAddress)
     EXPECT_EQ(server.login(RunningServer::email, RunningServer::password)->status, 200);
 }
 
-TEST_F(AuthHttp, ASuccessForgivesEarlierFailures)
+TEST_F(AuthHttp, SuccessfulSignInResetsTheFailureCount)
 {
     config.limits.loginFailures = 2;
     RunningServer server(config, clock);
@@ -137,7 +137,7 @@ TEST_F(AuthHttp, ASuccessForgivesEarlierFailures)
     }
 }
 
-TEST_F(AuthHttp, FloodsOfAuthRequestsAreStopped)
+TEST_F(AuthHttp, AuthRequestsAreRateLimited)
 {
     config.limits.authRequestsPerMinute = 3;
     RunningServer server(config, clock);
@@ -152,7 +152,7 @@ TEST_F(AuthHttp, VerifyKeepsTheTokenAndRefreshesTheConfiguration)
     RunningServer server(config, clock);
     const json login =
         json::parse(server.login(RunningServer::email, RunningServer::password)->body);
-    server.services().accounts.setPlan(RunningServer::email, "team");
+    server.accounts().setPlan(RunningServer::email, "team");
     const auto answer = server.verify(login.at("token"));
     ASSERT_EQ(answer->status, 200);
     const json record = json::parse(answer->body);
@@ -161,7 +161,7 @@ TEST_F(AuthHttp, VerifyKeepsTheTokenAndRefreshesTheConfiguration)
     EXPECT_EQ(record.at("config").at("plan"), "team");
 }
 
-TEST_F(AuthHttp, UnknownExpiredAndEndedTokensAreRefused)
+TEST_F(AuthHttp, UnknownExpiredAndRevokedTokensAreRejected)
 {
     RunningServer server(config, clock);
     EXPECT_EQ(server.verify("")->status, 401);
@@ -170,16 +170,15 @@ TEST_F(AuthHttp, UnknownExpiredAndEndedTokensAreRefused)
     clock.advance(config.security.sessionLifetime);
     EXPECT_EQ(server.verify(expired)->status, 401);
     const std::string ended = server.token();
-    server.services().accounts.setPassword(RunningServer::email, "another one");
+    server.accounts().setPassword(RunningServer::email, "another one");
     EXPECT_EQ(server.verify(ended)->status, 401);
     EXPECT_EQ(server.query(ended)->status, 401);
 }
 
-TEST_F(AuthHttp, ABrowserTokenIsExchangedOnce)
+TEST_F(AuthHttp, BrowserTokenCanBeExchangedOnce)
 {
     RunningServer server(config, clock);
-    const std::string handover =
-        server.services().sessions.issueHandover(server.account().id).token;
+    const std::string handover = server.sessions().issueHandover(server.account().id).token;
     EXPECT_EQ(server.query(handover)->status, 401);
     const auto answer = server.verify(handover);
     ASSERT_EQ(answer->status, 200);
@@ -189,12 +188,11 @@ TEST_F(AuthHttp, ABrowserTokenIsExchangedOnce)
     EXPECT_EQ(server.verify(handover)->status, 401);
 }
 
-TEST_F(AuthHttp, ABrowserTokenOfASuspendedAccountIsRefused)
+TEST_F(AuthHttp, BrowserTokenOfASuspendedAccountIsRejected)
 {
     RunningServer server(config, clock);
-    const std::string handover =
-        server.services().sessions.issueHandover(server.account().id).token;
-    server.services().accounts.setSuspended(RunningServer::email, true);
+    const std::string handover = server.sessions().issueHandover(server.account().id).token;
+    server.accounts().setSuspended(RunningServer::email, true);
     EXPECT_EQ(server.verify(handover)->status, 403);
 }
 
@@ -209,7 +207,7 @@ TEST_F(AuthHttp, MalformedBodiesAreBadRequests)
     EXPECT_EQ(server.postJson("/api/auth/app-verify", server.token(), 1)->status, 400);
 }
 
-TEST_F(AuthHttp, OnlyJsonBodiesAreTaken)
+TEST_F(AuthHttp, OnlyJsonBodiesAreAccepted)
 {
     RunningServer server(config, clock);
     const std::string body = R"({"email":"ann@example.org","password":"correct horse"})";
@@ -220,7 +218,7 @@ TEST_F(AuthHttp, OnlyJsonBodiesAreTaken)
               200);
 }
 
-TEST_F(AuthHttp, LongBodiesAreRefusedButAnswered)
+TEST_F(AuthHttp, OversizedBodyIsRejectedWithAReply)
 {
     RunningServer server(config, clock);
     const auto answer = server.client().Post(
@@ -229,7 +227,7 @@ TEST_F(AuthHttp, LongBodiesAreRefusedButAnswered)
     EXPECT_EQ(answer->status, 413);
 }
 
-TEST_F(AuthHttp, ForeignHostNamesAreRefused)
+TEST_F(AuthHttp, ForeignHostHeadersAreRejected)
 {
     config.server.allowedHosts = {"Quellora.Team.example"};
     RunningServer server(config, clock);
@@ -250,7 +248,7 @@ TEST_F(AuthHttp, ForeignHostNamesAreRefused)
         421);
 }
 
-TEST_F(AuthHttp, RequestsFromOtherWebPagesAreRefused)
+TEST_F(AuthHttp, CrossSiteRequestsAreRejected)
 {
     RunningServer server(config, clock);
     const std::string body = R"({"email":"ann@example.org","password":"correct horse"})";
@@ -267,7 +265,7 @@ TEST_F(AuthHttp, RequestsFromOtherWebPagesAreRefused)
               200);
 }
 
-TEST_F(AuthHttp, NoCrossOriginSharing)
+TEST_F(AuthHttp, NoCrossOriginHeadersAreSent)
 {
     RunningServer server(config, clock);
     const auto preflight =
@@ -278,7 +276,7 @@ TEST_F(AuthHttp, NoCrossOriginSharing)
     EXPECT_EQ(preflight->get_header_value("Access-Control-Allow-Origin"), "");
 }
 
-TEST_F(AuthHttp, HealthIsToldWithoutSigningIn)
+TEST_F(AuthHttp, HealthCheckNeedsNoSession)
 {
     RunningServer server(config, clock);
     const auto answer = server.client().Get("/healthz");
@@ -293,19 +291,19 @@ TEST_F(AuthHttp, UnknownPathsAreNotFound)
     EXPECT_EQ(server.client().Get("/api/proxy/query")->status, 404);
 }
 
-TEST_F(AuthHttp, TwoServersDoNotShareAPort)
+TEST_F(AuthHttp, BindingATakenPortFails)
 {
     RunningServer first(config, clock);
     config.server.port = first.port();
     const PasswordHasher hasher(weakCost());
     Database database(config.dataFile);
-    BackendServer second(config, database, hasher, clock, ModelCatalog(config));
+    BackendServer second(config, database, hasher, clock);
     const auto port = second.bind();
     ASSERT_FALSE(port);
     EXPECT_NE(port.error().find(std::to_string(first.port())), std::string::npos);
 }
 
-TEST_F(AuthHttp, ABrokenDataFileIsAnInternalErrorWithoutDetails)
+TEST_F(AuthHttp, DatabaseErrorIsAnInternalErrorWithoutDetails)
 {
     RunningServer server(config, clock);
     {

@@ -7,12 +7,14 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <fstream>
+
 namespace quellora::server {
 namespace {
 
 using nlohmann::json;
 
-/// A provider that answers every POST as the test says and remembers the last request.
+/// A provider that answers every POST with the given handler and keeps the last request.
 class FakeProvider
 {
 public:
@@ -55,7 +57,7 @@ private:
     std::thread m_thread;
 };
 
-/// A handler that answers 200 with an event stream.
+/// Answers 200 with an event stream.
 FakeProvider::Handler streaming(std::string stream)
 {
     return [stream = std::move(stream)](const httplib::Request &, httplib::Response &response) {
@@ -97,29 +99,47 @@ const std::string openAiAnswer =
                   "data: {\"choices\":[],\"usage\":{\"prompt_tokens\":7,\"completion_tokens\":3}}"
                   "\n\ndata: [DONE]\n\n";
 
-class Upstream : public testing::TestWithParam<Provider>
+/// The parameter is the name of the provider.
+class Upstream : public testing::TestWithParam<std::string>
 {
 protected:
     TemporaryDirectory directory;
     ManualClock clock;
     Config config = testConfig(directory);
 
-    bool anthropic() const { return GetParam() == Provider::Anthropic; }
+    bool anthropic() const { return GetParam() == "anthropic"; }
     std::string wholeAnswer() const { return anthropic() ? anthropicAnswer : openAiAnswer; }
     std::string startedAnswer() const { return anthropic() ? anthropicStart : openAiStart; }
 
+    /// A server with the model "m" of the provider, whose table consists of @p lines.
+    std::unique_ptr<RunningServer> serverWith(const std::string &lines,
+                                              std::map<std::string, std::string> variables = {})
+    {
+        const Config parsed = testConfig(
+            directory,
+            "[" + GetParam() + "]\n" + lines +
+                "[[models]]\nid = 'm'\nupstream = 'upstream-m'\nprovider = '" + GetParam() + "'\n",
+            environmentOf(std::move(variables)));
+        config.providers = parsed.providers;
+        config.models = parsed.models;
+        config.defaultModel = parsed.defaultModel;
+        return std::make_unique<RunningServer>(config, clock);
+    }
+
     std::unique_ptr<RunningServer> serverFor(const std::string &url)
     {
-        config.models = {{"m", "M", "", GetParam(), "upstream-m"}};
-        config.defaultModel = "m";
-        UpstreamSettings settings;
-        settings.enabled = true;
-        settings.baseUrl = url;
-        settings.apiKey = "the-key";
-        settings.maxOutputTokens = 333;
-        config.anthropic = settings;
-        config.openAi = settings;
-        return std::make_unique<RunningServer>(config, clock);
+        return serverWith("base_url = '" + url +
+                          "'\napi_key = 'the-key'\nmax_output_tokens = 333\n");
+    }
+
+    /// The API key of the last request.
+    std::string sentKey(const FakeProvider &provider) const
+    {
+        return anthropic() ? provider.header("x-api-key") : provider.header("Authorization");
+    }
+    std::string keyHeader(const std::string &key) const
+    {
+        return anthropic() ? key : "Bearer " + key;
     }
 
     int statusOf(const FakeProvider &provider)
@@ -127,12 +147,12 @@ protected:
         const auto server = serverFor(provider.url());
         const auto answer = server->query(server->token());
         EXPECT_EQ(answer->body.find("secret detail"), std::string::npos);
-        EXPECT_EQ(server->services().usage.queries(server->account().id), 0);
+        EXPECT_EQ(server->usage().queries(server->account().id), 0);
         return answer->status;
     }
 };
 
-TEST_P(Upstream, AWholeAnswerIsStreamedWithTheProvidersFigures)
+TEST_P(Upstream, CompleteAnswerIsStreamedWithTheProvidersTokenCounts)
 {
     const FakeProvider provider(streaming(wholeAnswer()));
     const auto server = serverFor(provider.url());
@@ -141,10 +161,10 @@ TEST_P(Upstream, AWholeAnswerIsStreamedWithTheProvidersFigures)
     EXPECT_EQ(answerText(answer->body), "Hello");
     ASSERT_EQ(lastType(answer->body), "done");
     EXPECT_EQ(events(answer->body).back().at("tokensUsed"), anthropic() ? 75 : 10);
-    EXPECT_EQ(server->services().usage.current(server->account().id).input, anthropic() ? 50 : 7);
+    EXPECT_EQ(server->usage().current(server->account().id).input, anthropic() ? 50 : 7);
 }
 
-TEST_P(Upstream, TheQuestionArrivesInTheProvidersForm)
+TEST_P(Upstream, QuestionIsSentInTheProvidersFormat)
 {
     const FakeProvider provider(streaming(wholeAnswer()));
     const auto server = serverFor(provider.url() + "/prefix/");
@@ -156,9 +176,9 @@ TEST_P(Upstream, TheQuestionArrivesInTheProvidersForm)
     EXPECT_EQ(body.at("max_tokens"), 333);
     const json &content = body.at("messages").at(0).at("content");
     EXPECT_EQ(body.at("messages").size(), 1U);
+    EXPECT_EQ(sentKey(provider), keyHeader("the-key"));
     if (anthropic()) {
         EXPECT_EQ(provider.path, "/prefix/v1/messages");
-        EXPECT_EQ(provider.header("x-api-key"), "the-key");
         EXPECT_EQ(provider.header("anthropic-version"), "2023-06-01");
         EXPECT_EQ(
             content,
@@ -168,7 +188,6 @@ TEST_P(Upstream, TheQuestionArrivesInTheProvidersForm)
                  {{"type", "text"}, {"text", "Why?"}}}));
     } else {
         EXPECT_EQ(provider.path, "/prefix/v1/chat/completions");
-        EXPECT_EQ(provider.header("Authorization"), "Bearer the-key");
         EXPECT_EQ(body.at("stream_options"), json({{"include_usage", true}}));
         EXPECT_EQ(content,
                   json::array({{{"type", "text"}, {"text", "Why?"}},
@@ -177,9 +196,31 @@ TEST_P(Upstream, TheQuestionArrivesInTheProvidersForm)
     }
 }
 
-TEST_P(Upstream, ARefusedConnectionIsABadGateway)
+TEST_P(Upstream, EnvironmentOverridesTheFile)
 {
-    // A port that was free a moment ago.
+    const FakeProvider provider(streaming(wholeAnswer()));
+    const std::string prefix = anthropic() ? "ANTHROPIC" : "OPENAI";
+    const auto server =
+        serverWith("base_url = 'http://no-such-host.invalid'\napi_key = 'file'\n",
+                   {{prefix + "_BASE_URL", provider.url()}, {prefix + "_API_KEY", "variable"}});
+    EXPECT_EQ(server->query(server->token())->status, 200);
+    EXPECT_EQ(sentKey(provider), keyHeader("variable"));
+}
+
+TEST_P(Upstream, KeyFileProvidesItsFirstLine)
+{
+    const FakeProvider provider(streaming(wholeAnswer()));
+    const auto file = directory.path() / "key";
+    std::ofstream(file) << "secret-key\r\nrest\n";
+    const auto server =
+        serverWith("base_url = '" + provider.url() + "'\napi_key_file = '" + file.string() + "'\n");
+    EXPECT_EQ(server->query(server->token())->status, 200);
+    EXPECT_EQ(sentKey(provider), keyHeader("secret-key"));
+}
+
+TEST_P(Upstream, RefusedConnectionIsABadGateway)
+{
+    // A port that nobody listens on any more.
     std::string url;
     {
         const FakeProvider gone(status(200));
@@ -189,7 +230,7 @@ TEST_P(Upstream, ARefusedConnectionIsABadGateway)
     EXPECT_EQ(server->query(server->token())->status, 502);
 }
 
-TEST_P(Upstream, AnUnknownHostIsABadGateway)
+TEST_P(Upstream, UnknownHostIsABadGateway)
 {
     config.timing.keepAlive = std::chrono::seconds(20);
     const auto server = serverFor("http://no-such-host.invalid");
@@ -202,7 +243,7 @@ TEST_P(Upstream, AnUnknownHostIsABadGateway)
     EXPECT_EQ(answer->status, 502);
 }
 
-TEST_P(Upstream, ARefusedKeyIsABadGatewayAndNeverOurOwnRefusal)
+TEST_P(Upstream, RejectedKeyIsABadGatewayAndNotAnAuthError)
 {
     EXPECT_EQ(statusOf(FakeProvider(status(401))), 502);
     EXPECT_EQ(statusOf(FakeProvider(status(403))), 502);
@@ -214,7 +255,7 @@ TEST_P(Upstream, OtherStatusesAreABadGateway)
         EXPECT_EQ(statusOf(FakeProvider(status(code))), 502) << code;
 }
 
-TEST_P(Upstream, RateLimitsArePassedOn)
+TEST_P(Upstream, RateLimitsAreForwarded)
 {
     const auto seconds = [&](httplib::Headers headers) {
         const FakeProvider provider(status(429, std::move(headers)));
@@ -230,7 +271,7 @@ TEST_P(Upstream, RateLimitsArePassedOn)
     EXPECT_EQ(seconds({{"Retry-After", "9999999"}}), 3600);
 }
 
-TEST_P(Upstream, GarbageIsABadGateway)
+TEST_P(Upstream, MalformedStreamIsABadGateway)
 {
     EXPECT_EQ(statusOf(FakeProvider(streaming("<html>hello</html>"))), 502);
     EXPECT_EQ(statusOf(FakeProvider(streaming("data: {not json}\n\n"))), 502);
@@ -239,7 +280,7 @@ TEST_P(Upstream, GarbageIsABadGateway)
     EXPECT_EQ(statusOf(FakeProvider(streaming("data: " + std::string(1U << 21U, 'x')))), 502);
 }
 
-TEST_P(Upstream, SomethingThatIsNotHttpIsABadGateway)
+TEST_P(Upstream, NonHttpPeerIsABadGateway)
 {
     const int listener = ::socket(AF_INET, SOCK_STREAM, 0);
     sockaddr_in address = {};
@@ -262,7 +303,7 @@ TEST_P(Upstream, SomethingThatIsNotHttpIsABadGateway)
     ::close(listener);
 }
 
-TEST_P(Upstream, DyingMidStreamEndsOurStreamWithoutDone)
+TEST_P(Upstream, DisconnectMidStreamEndsTheAnswerWithoutDone)
 {
     const std::string start = startedAnswer();
     const FakeProvider provider([&start](const httplib::Request &, httplib::Response &response) {
@@ -278,10 +319,10 @@ TEST_P(Upstream, DyingMidStreamEndsOurStreamWithoutDone)
     EXPECT_EQ(answer->status, 200);
     EXPECT_EQ(answerText(answer->body), "Hel");
     EXPECT_EQ(lastType(answer->body), "chunk");
-    EXPECT_GT(server->services().usage.current(server->account().id).total(), 0);
+    EXPECT_GT(server->usage().current(server->account().id).total(), 0);
 }
 
-TEST_P(Upstream, AnErrorMidStreamEndsOurStreamWithoutDone)
+TEST_P(Upstream, ErrorMidStreamEndsTheAnswerWithoutDone)
 {
     const std::string error =
         anthropic() ? "data: {\"type\":\"error\",\"error\":{\"type\":\"overloaded_error\"}}\n\n"
@@ -294,7 +335,7 @@ TEST_P(Upstream, AnErrorMidStreamEndsOurStreamWithoutDone)
     EXPECT_EQ(answer->body.find("secret detail"), std::string::npos);
 }
 
-TEST_P(Upstream, StallingMidStreamEndsOurStream)
+TEST_P(Upstream, StallMidStreamEndsTheAnswer)
 {
     std::promise<void> over;
     auto ended = over.get_future().share();
@@ -315,7 +356,7 @@ TEST_P(Upstream, StallingMidStreamEndsOurStream)
     EXPECT_NE(answer->body.find(": keep-alive"), std::string::npos);
 }
 
-TEST_P(Upstream, ALeavingClientEndsTheTransfer)
+TEST_P(Upstream, DisconnectedClientCancelsTheTransfer)
 {
     config.timing.stall = std::chrono::seconds(60);
     std::promise<void> left;
@@ -348,16 +389,13 @@ TEST_P(Upstream, ALeavingClientEndsTheTransfer)
     EXPECT_EQ(left.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
 }
 
-INSTANTIATE_TEST_SUITE_P(Providers, Upstream,
-                         testing::Values(Provider::Anthropic, Provider::OpenAi),
-                         [](const auto &each) {
-                             return each.param == Provider::Anthropic ? "Anthropic" : "OpenAi";
-                         });
+INSTANTIATE_TEST_SUITE_P(Providers, Upstream, testing::Values("anthropic", "openai"),
+                         [](const auto &each) { return each.param; });
 
 class AnthropicOnly : public Upstream
 {};
 
-TEST_P(AnthropicOnly, ARateLimitEventBeforeAnyTextIsARateLimit)
+TEST_P(AnthropicOnly, RateLimitEventBeforeTextIsARateLimit)
 {
     const FakeProvider provider(
         streaming("data: {\"type\":\"error\",\"error\":{\"type\":\"rate_limit_error\"}}\n\n"));
@@ -373,12 +411,12 @@ TEST_P(AnthropicOnly, EmptyTextIsNotSent)
     EXPECT_EQ(json::parse(provider.body).at("messages").at(0).at("content").size(), 1U);
 }
 
-INSTANTIATE_TEST_SUITE_P(Providers, AnthropicOnly, testing::Values(Provider::Anthropic));
+INSTANTIATE_TEST_SUITE_P(Providers, AnthropicOnly, testing::Values("anthropic"));
 
 class OpenAiOnly : public Upstream
 {};
 
-TEST_P(OpenAiOnly, AFinishReasonWithoutDoneLineIsAWholeAnswer)
+TEST_P(OpenAiOnly, FinishReasonWithoutDoneLineCompletesTheAnswer)
 {
     const std::string stream =
         openAiStart + "data: {\"choices\":[{\"delta\":{},\"finish_reason\":\"stop\"}]}\n\n";
@@ -387,7 +425,7 @@ TEST_P(OpenAiOnly, AFinishReasonWithoutDoneLineIsAWholeAnswer)
     const auto answer = server->query(server->token(), std::string(40, 'p'));
     EXPECT_EQ(provider.path, "/v1/chat/completions");
     EXPECT_EQ(lastType(answer->body), "done");
-    // No figures from this provider: forty and three bytes count as ten and one tokens.
+    // Estimated, because this answer has no token counts: 40 bytes are 10 tokens, 3 bytes are 1.
     EXPECT_EQ(events(answer->body).back().at("tokensUsed"), 11);
 }
 
@@ -399,7 +437,7 @@ TEST_P(OpenAiOnly, WithoutPictureTheContentIsPlainText)
     EXPECT_EQ(json::parse(provider.body).at("messages").at(0).at("content"), "Why?");
 }
 
-INSTANTIATE_TEST_SUITE_P(Providers, OpenAiOnly, testing::Values(Provider::OpenAi));
+INSTANTIATE_TEST_SUITE_P(Providers, OpenAiOnly, testing::Values("openai"));
 
 } // namespace
 } // namespace quellora::server

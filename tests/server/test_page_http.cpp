@@ -20,7 +20,7 @@ protected:
     std::unique_ptr<RunningServer> start()
     {
         return std::make_unique<RunningServer>(
-            config, clock, nullptr, [this](const httplib::Request &) { return ownUser; });
+            config, clock, AnswerFunction(), [this](const httplib::Request &) { return ownUser; });
     }
 
     /// Value of a hidden field of the form that holds @p marker, "" when there is none.
@@ -47,7 +47,7 @@ protected:
     }
 };
 
-TEST_F(PageHttp, OneClickHandsATokenToTheApp)
+TEST_F(PageHttp, OneClickSignInRedirectsToTheAppWithAToken)
 {
     const auto server = start();
     const auto page = server->client().Get(loginPath);
@@ -66,19 +66,19 @@ TEST_F(PageHttp, OneClickHandsATokenToTheApp)
     EXPECT_EQ(submit(*server, fields)->status, 400);
 }
 
-TEST_F(PageHttp, AccountNamesAreEscapedAndSuspendedOnesLeftOut)
+TEST_F(PageHttp, AccountNamesAreEscapedAndSuspendedAccountsOmitted)
 {
     const auto server = start();
-    server->services().accounts.create("<i>@x.org", "password", "local", 0);
-    server->services().accounts.create("gone@x.org", "password", "local", 0);
-    server->services().accounts.setSuspended("gone@x.org", true);
+    server->accounts().create("<i>@x.org", "password", "local", 0);
+    server->accounts().create("gone@x.org", "password", "local", 0);
+    server->accounts().setSuspended("gone@x.org", true);
     const auto page = server->client().Get(loginPath);
     EXPECT_NE(page->body.find("&lt;i&gt;@x.org"), std::string::npos);
     EXPECT_EQ(page->body.find("<i>"), std::string::npos);
     EXPECT_EQ(page->body.find("gone@x.org"), std::string::npos);
 }
 
-TEST_F(PageHttp, OtherUsersHaveToGiveAPassword)
+TEST_F(PageHttp, OtherUsersNeedAPassword)
 {
     ownUser = false;
     const auto server = start();
@@ -97,14 +97,14 @@ TEST_F(PageHttp, OtherUsersHaveToGiveAPassword)
     EXPECT_EQ(answer->status, 303);
 }
 
-TEST_F(PageHttp, OneClickCanBeSwitchedOff)
+TEST_F(PageHttp, OneClickSignInCanBeDisabled)
 {
     config.server.oneClickSignIn = false;
     const auto server = start();
     EXPECT_EQ(server->client().Get(loginPath)->body.find("Continue as"), std::string::npos);
 }
 
-TEST_F(PageHttp, WrongPasswordsShowTheFormAgainAndAreThrottled)
+TEST_F(PageHttp, WrongPasswordShowsTheFormAgainAndIsThrottled)
 {
     config.limits.loginFailures = 1;
     const auto server = start();
@@ -122,10 +122,10 @@ TEST_F(PageHttp, WrongPasswordsShowTheFormAgainAndAreThrottled)
     EXPECT_EQ(attempt()->status, 429);
 }
 
-TEST_F(PageHttp, SuspendedAccountsDoNotSignIn)
+TEST_F(PageHttp, SuspendedAccountCannotSignIn)
 {
     const auto server = start();
-    server->services().accounts.setSuspended(RunningServer::email, true);
+    server->accounts().setSuspended(RunningServer::email, true);
     const auto page = server->client().Get(loginPath);
     EXPECT_EQ(submit(*server, {{"callback", PageRoutes::callback},
                                {"nonce", fieldOf(page->body, "Password", "nonce")},
@@ -152,7 +152,7 @@ TEST_F(PageHttp, OnlyTheAppsListenerIsAcceptedAsCallback)
     EXPECT_EQ(answer->get_header_value("Location"), "");
 }
 
-TEST_F(PageHttp, WithoutCallbackThePageSaysWhereSigningInStarts)
+TEST_F(PageHttp, WithoutCallbackThePageRefersToTheApp)
 {
     const auto server = start();
     const auto page = server->client().Get("/login");
@@ -160,7 +160,7 @@ TEST_F(PageHttp, WithoutCallbackThePageSaysWhereSigningInStarts)
     EXPECT_EQ(page->body.find("<form"), std::string::npos);
 }
 
-TEST_F(PageHttp, SubmissionsOfOtherPagesAreRefused)
+TEST_F(PageHttp, ForgedSubmissionsAreRejected)
 {
     const auto server = start();
     const auto page = server->client().Get(loginPath);
@@ -191,7 +191,7 @@ TEST_F(PageHttp, SignInPagesCannotBeFramedOrScripted)
     EXPECT_EQ(page->body.find("<script"), std::string::npos);
 }
 
-TEST_F(PageHttp, TheAppsLinksLeadSomewhere)
+TEST_F(PageHttp, EveryPageLinkedByTheAppExists)
 {
     const auto server = start();
     for (const std::string path :
@@ -205,13 +205,13 @@ TEST_F(PageHttp, TheAppsLinksLeadSomewhere)
               "text/css; charset=utf-8");
 }
 
-TEST_F(PageHttp, TheRealConnectionOfThisUserIsRecognised)
+TEST_F(PageHttp, ConnectionOfTheSameUserIsRecognised)
 {
     RunningServer server(config, clock);
     EXPECT_NE(server.client().Get(loginPath)->body.find("Continue as"), std::string::npos);
 }
 
-TEST(LoopbackPeer, ForeignAddressesAndUnknownConnectionsAreNotOurs)
+TEST(LoopbackPeer, RejectsForeignAddressesAndUnknownConnections)
 {
     EXPECT_FALSE(peerIsOwnUser("192.0.2.1", 1, 2));
     EXPECT_FALSE(peerIsOwnUser("127.0.0.2", 1, 2));

@@ -8,7 +8,7 @@
 using namespace quellora::server;
 using namespace std::chrono_literals;
 
-TEST(Stop, TokensShareTheirSourcesState)
+TEST(Stop, TokensShareTheStateOfTheirSource)
 {
     StopSource source;
     const StopToken first = source.token();
@@ -21,17 +21,17 @@ TEST(Stop, TokensShareTheirSourcesState)
     EXPECT_FALSE(StopSource().stopRequested());
 }
 
-TEST(Stop, WaitingEndsWithTheStop)
+TEST(Stop, WaitEndsWhenStopIsRequested)
 {
     StopSource source;
     std::thread waiting([token = source.token()] { token.waitForStop([] { return false; }); });
     source.requestStop();
     waiting.join();
-    // At once when it was requested before.
+    // Returns at once when the stop was requested before.
     source.token().waitForStop([] { return false; });
 }
 
-TEST(Stop, WaitingEndsWithItsConditionWhenWoken)
+TEST(Stop, WaitEndsWhenWokenWithItsConditionMet)
 {
     const StopSource source;
     std::atomic<bool> isDone = false;
@@ -43,7 +43,7 @@ TEST(Stop, WaitingEndsWithItsConditionWhenWoken)
     EXPECT_FALSE(source.stopRequested());
 }
 
-TEST(Stop, TimedWaitAsksOnlyItsCondition)
+TEST(Stop, TimedWaitIgnoresTheStop)
 {
     StopSource source;
     source.requestStop();

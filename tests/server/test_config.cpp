@@ -5,29 +5,19 @@
 namespace quellora::server {
 namespace {
 
-Config::Environment environment(std::map<std::string, std::string> values)
-{
-    return [values = std::move(values)](const char *name) -> std::optional<std::string> {
-        const auto found = values.find(name);
-        if (found == values.end() || found->second.empty())
-            return std::nullopt;
-        return found->second;
-    };
-}
-
 tl::expected<Config, std::string> parse(const std::string &toml,
                                         std::map<std::string, std::string> variables = {})
 {
-    return Config::parse(toml, "test.toml", environment(std::move(variables)));
+    return Config::parse(toml, "test.toml", environmentOf(std::move(variables)));
 }
 
-TEST(Config, WithoutAnythingTheOfflineReaderAnswersOnLoopback)
+TEST(Config, DefaultsToTheOfflineModelOnLoopback)
 {
     const auto config = parse("", {{"HOME", "/home/ann"}});
     ASSERT_TRUE(config) << config.error();
     EXPECT_EQ(config->server.host, "127.0.0.1");
     ASSERT_EQ(config->models.size(), 1U);
-    EXPECT_EQ(config->models.front().provider, Provider::Offline);
+    EXPECT_EQ(config->models.front().provider, "offline");
     EXPECT_EQ(config->defaultModel, config->models.front().id);
     EXPECT_EQ(config->dataFile, "/home/ann/.local/share/Quellora/backend.sqlite");
     EXPECT_EQ(config->security.sessionLifetime, std::chrono::hours(24 * 30));
@@ -35,7 +25,7 @@ TEST(Config, WithoutAnythingTheOfflineReaderAnswersOnLoopback)
     EXPECT_LE(config->timing.keepAlive, std::chrono::seconds(10));
 }
 
-TEST(Config, DataFileFollowsTheDataDirectoryAndTheVariable)
+TEST(Config, DataFileIsChosenByVariableFileAndDataDirectory)
 {
     EXPECT_EQ(parse("", {{"HOME", "/h"}, {"XDG_DATA_HOME", "/d"}})->dataFile,
               "/d/Quellora/backend.sqlite");
@@ -44,36 +34,46 @@ TEST(Config, DataFileFollowsTheDataDirectoryAndTheVariable)
               "/y.db");
 }
 
-TEST(Config, AnAnthropicKeyInTheEnvironmentBringsItsModels)
+TEST(Config, AnthropicKeyInTheEnvironmentOffersItsModels)
 {
     const auto config = parse("", {{"ANTHROPIC_API_KEY", "k"}});
     ASSERT_TRUE(config) << config.error();
     EXPECT_EQ(config->models.size(), 3U);
-    EXPECT_EQ(config->models.front().provider, Provider::Anthropic);
-    EXPECT_EQ(config->anthropic.baseUrl, "https://api.anthropic.com");
+    EXPECT_EQ(config->models.front().provider, "anthropic");
+    EXPECT_EQ(config->models.front().upstream, "claude-sonnet-4-5");
+    EXPECT_EQ(config->providers.front().summary, "https://api.anthropic.com, key set");
     const auto one = parse("", {{"ANTHROPIC_API_KEY", "k"}, {"ANTHROPIC_MODEL", "m"}});
     ASSERT_EQ(one->models.size(), 1U);
     EXPECT_EQ(one->defaultModel, "m");
 }
 
-TEST(Config, AnOpenAiKeyAloneSendsNothingAnywhere)
+TEST(Config, OpenAiKeyAloneDoesNotEnableAServer)
 {
     const auto config = parse("", {{"OPENAI_API_KEY", "k"}});
     ASSERT_TRUE(config) << config.error();
-    EXPECT_EQ(config->models.front().provider, Provider::Offline);
+    EXPECT_EQ(config->models.front().provider, "offline");
     const auto local =
         parse("", {{"OPENAI_BASE_URL", "http://127.0.0.1:11434/v1"}, {"OPENAI_MODEL", "qwen"}});
     ASSERT_EQ(local->models.size(), 1U);
-    EXPECT_EQ(local->models.front().provider, Provider::OpenAi);
+    EXPECT_EQ(local->models.front().provider, "openai");
     EXPECT_EQ(local->models.front().upstream, "qwen");
 }
 
-TEST(Config, EnvironmentWinsOverTheFile)
+TEST(Config, NamedOpenAiModelIsOfferedBesideOtherModels)
 {
-    const auto config = parse("[anthropic]\napi_key = 'file'\nbase_url = 'http://one'",
-                              {{"ANTHROPIC_API_KEY", "env"}, {"ANTHROPIC_BASE_URL", "http://two"}});
-    EXPECT_EQ(config->anthropic.apiKey, "env");
-    EXPECT_EQ(config->anthropic.baseUrl, "http://two");
+    const std::string openAi = "[openai]\nbase_url = 'http://127.0.0.1:8080'\n";
+    const std::string listed = "[[models]]\nid = 'a'\nprovider = 'anthropic'\n";
+    const auto ids = [](const std::string &toml) {
+        std::vector<std::string> list;
+        const auto config = parse(toml, {{"ANTHROPIC_API_KEY", "k"}});
+        for (const ModelSettings &model : config->models)
+            list.push_back(model.id);
+        return list;
+    };
+    EXPECT_EQ(ids(openAi + listed), std::vector<std::string>({"a"}));
+    EXPECT_EQ(ids(openAi + "model = 'q'\n" + listed), std::vector<std::string>({"a", "q"}));
+    EXPECT_EQ(ids(openAi + "model = 'q'\n" + listed + "[[models]]\nid = 'b'\nprovider = 'openai'"),
+              std::vector<std::string>({"a", "b"}));
 }
 
 TEST(Config, ModelsAndServiceAreRead)
@@ -123,7 +123,7 @@ provider = "openai"
     EXPECT_FALSE(config->service.adminMessage->actionUrl);
 }
 
-TEST(Config, OfflineForceIgnoresProviders)
+TEST(Config, OfflineForceIgnoresOtherProviders)
 {
     const auto config = parse("[offline]\nforce = true", {{"ANTHROPIC_API_KEY", "k"}});
     EXPECT_EQ(config->defaultModel, "offline");
@@ -166,41 +166,37 @@ INSTANTIATE_TEST_SUITE_P(
         BadConfig{"default_model = 'zzz'", "\"zzz\" is not one of the models"},
         BadConfig{"models = 1", "must be written as [[models]] tables"},
         BadConfig{"[[models]]\nprovider = 'offline'", "models.id: is required"},
-        BadConfig{"[[models]]\nid = 'a'\nprovider = 'x'", "models.provider: must be"},
-        BadConfig{"[[models]]\nid = 'a'\nprovider = 'anthropic'", "ANTHROPIC_API_KEY"},
-        BadConfig{"[[models]]\nid = 'a'\nprovider = 'openai'", "OPENAI_BASE_URL"}));
+        BadConfig{"[[models]]\nid = 'a'\nprovider = 'x'",
+                  "models.provider: must be \"anthropic\", \"openai\" or \"offline\""},
+        BadConfig{"[[models]]\nid = 'a'\nprovider = 'anthropic'",
+                  "models: \"a\" needs anthropic.api_key or ANTHROPIC_API_KEY"},
+        BadConfig{"[[models]]\nid = 'a'\nprovider = 'openai'",
+                  "models: \"a\" needs openai.base_url or OPENAI_BASE_URL"},
+        BadConfig{"[anthropic]\nbase_url = 'x'", "anthropic.base_url: must be an http"},
+        BadConfig{"[anthropic]\nurl = 'x'", "anthropic.url: unknown key"},
+        BadConfig{"[offline]\nbudget_milliseconds = 1", "from 100 to 600000"}));
 
-TEST(Config, KeyFileGivesItsFirstLine)
-{
-    const TemporaryDirectory directory;
-    const auto file = directory.path() / "key";
-    std::ofstream(file) << "secret-key\r\nrest\n";
-    const auto config = parse("[anthropic]\napi_key_file = '" + file.string() + "'");
-    ASSERT_TRUE(config) << config.error();
-    EXPECT_EQ(config->anthropic.apiKey, "secret-key");
-}
-
-TEST(Config, FilesAreLoadedAndMissingOnesNamed)
+TEST(Config, LoadsFilesAndNamesMissingOnes)
 {
     const TemporaryDirectory directory;
     const auto file = directory.path() / "backend.toml";
     std::ofstream(file) << "[server]\nport = 1234\n";
-    EXPECT_EQ(Config::load(file, environment({}))->server.port, 1234);
-    const auto missing = Config::load(directory.path() / "none.toml", environment({}));
+    EXPECT_EQ(Config::load(file, environmentOf({}))->server.port, 1234);
+    const auto missing = Config::load(directory.path() / "none.toml", environmentOf({}));
     ASSERT_FALSE(missing);
     EXPECT_NE(missing.error().find("none.toml"), std::string::npos);
 }
 
-TEST(Config, DefaultFileIsFoundInTheConfigDirectory)
+TEST(Config, FindsTheDefaultFileInTheConfigDirectory)
 {
     const TemporaryDirectory directory;
     const std::string home = directory.path().string();
-    EXPECT_FALSE(Config::defaultFile(environment({{"XDG_CONFIG_HOME", home}})));
+    EXPECT_FALSE(Config::defaultFile(environmentOf({{"XDG_CONFIG_HOME", home}})));
     std::filesystem::create_directories(directory.path() / "Quellora");
     std::ofstream(directory.path() / "Quellora" / "backend.toml") << "\n";
-    EXPECT_EQ(Config::defaultFile(environment({{"XDG_CONFIG_HOME", home}})),
+    EXPECT_EQ(Config::defaultFile(environmentOf({{"XDG_CONFIG_HOME", home}})),
               directory.path() / "Quellora" / "backend.toml");
-    EXPECT_EQ(Config::defaultFile(environment({{"QUELLORA_BACKEND_CONFIG", "/named.toml"}})),
+    EXPECT_EQ(Config::defaultFile(environmentOf({{"QUELLORA_BACKEND_CONFIG", "/named.toml"}})),
               "/named.toml");
 }
 

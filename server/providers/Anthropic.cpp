@@ -1,7 +1,8 @@
-#include "model/AnthropicClient.h"
-
+#include "base/JsonAccess.h"
 #include "base/Text.h"
-#include "model/JsonAccess.h"
+#include "config/Config.h"
+#include "model/UpstreamTransfer.h"
+#include "providers/UpstreamSettings.h"
 
 namespace quellora::server {
 namespace {
@@ -25,7 +26,7 @@ std::string requestBody(const ModelRequest &request, int maxTokens)
                         {"messages", {{{"role", "user"}, {"content", content}}}}});
 }
 
-/// Reads the events of one answer.
+/// Interprets the events of one answer.
 class Reader
 {
 public:
@@ -79,22 +80,50 @@ private:
     std::optional<TokenCount> m_tokens;
 };
 
-} // namespace
-
-AnthropicClient::AnthropicClient(UpstreamSettings settings, TimingSettings timing)
-    : m_settings(std::move(settings)), m_transfer(m_settings.baseUrl, timing)
-{}
-
-AnswerOutcome AnthropicClient::answer(const ModelRequest &request, const TextSink &sink,
-                                      StopToken stop)
+AnswerOutcome answer(const UpstreamSettings &settings, const TimingSettings &timing,
+                     const ModelRequest &request, const TextSink &sink, const StopToken &stop)
 {
     Reader reader(sink);
-    AnswerOutcome outcome = m_transfer.post(
-        "/v1/messages", {{"x-api-key", m_settings.apiKey}, {"anthropic-version", "2023-06-01"}},
-        requestBody(request, m_settings.maxOutputTokens),
+    AnswerOutcome outcome = postForEvents(
+        settings.baseUrl, "/v1/messages",
+        {{"x-api-key", settings.apiKey}, {"anthropic-version", "2023-06-01"}},
+        requestBody(request, settings.maxOutputTokens), timing,
         [&reader](std::string_view data) { return reader.read(data); }, stop);
     outcome.tokens = reader.tokens();
     return outcome;
+}
+
+ConfiguredProvider configure(TomlReader &table, const Environment &environment)
+{
+    const UpstreamSettings settings =
+        readUpstream(table, environment, "ANTHROPIC", "https://api.anthropic.com");
+    ConfiguredProvider provider;
+    provider.setupVariable = "ANTHROPIC_API_KEY";
+    if (settings.apiKey.empty())
+        provider.missing = "anthropic.api_key or ANTHROPIC_API_KEY";
+    else
+        provider.summary = settings.baseUrl + ", key set";
+    if (settings.model.empty())
+        provider.models = {{"claude-sonnet-4-5", "Claude Sonnet 4.5", "Balanced"},
+                           {"claude-opus-4-5", "Claude Opus 4.5", "Most capable"},
+                           {"claude-haiku-4-5", "Claude Haiku 4.5", "Fastest"}};
+    else
+        provider.models = {{settings.model, settings.model, "Anthropic"}};
+    provider.makeAnswer = [settings](const Config &config) -> AnswerFunction {
+        return [settings, timing = config.timing](const ModelRequest &request, const TextSink &sink,
+                                                  const StopToken &stop) {
+            return answer(settings, timing, request, sink, stop);
+        };
+    };
+    return provider;
+}
+
+} // namespace
+
+/// The Anthropic Messages API (POST /v1/messages, streamed, with picture).
+Provider providerAnthropic()
+{
+    return {"anthropic", configure};
 }
 
 } // namespace quellora::server

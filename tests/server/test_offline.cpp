@@ -1,13 +1,14 @@
 #include "ServerKit.h"
 
-#include "model/OfflineAnswerer.h"
+#include "model/ModelCatalog.h"
+#include "providers/Offline.h"
 
 #include <leptonica/allheaders.h>
 
 namespace quellora::server {
 namespace {
 
-/// A JPEG of the text in the library's own bitmap face, with quality 85.
+/// A JPEG with the text in the library's built-in bitmap font.
 std::string pictureOf(const std::string &text, bool lightOnDark = false)
 {
     Pix *page = pixCreate(1280, 800, 8);
@@ -39,11 +40,17 @@ struct Answer
     std::string text;
 };
 
-Answer ask(const ModelRequest &request, OfflineSettings settings = {})
+/// The answer function of the offline provider, configured with @p toml.
+AnswerFunction offlineAnswer(const std::string &toml = "")
 {
-    OfflineAnswerer answerer(std::move(settings));
+    const auto config = Config::parse(toml, "test", environmentOf({})).value();
+    return ModelCatalog(config).choose(std::nullopt).answer;
+}
+
+Answer ask(const ModelRequest &request, const std::string &toml = "")
+{
     Answer answer;
-    answer.outcome = answerer.answer(
+    answer.outcome = offlineAnswer(toml)(
         request,
         [&](std::string_view piece) {
             answer.pieces.emplace_back(piece);
@@ -52,6 +59,21 @@ Answer ask(const ModelRequest &request, OfflineSettings settings = {})
         },
         StopToken());
     return answer;
+}
+
+std::string markdownOf(const ReadPage &page)
+{
+    std::string text;
+    for (const std::string &piece : offlineMarkdown(page))
+        text += piece;
+    return text;
+}
+
+bool isFenced(const ReadBlock &block)
+{
+    ReadPage page;
+    page.blocks.push_back(block);
+    return markdownOf(page).find("```") != std::string::npos;
 }
 
 class OfflineReading : public testing::TestWithParam<bool>
@@ -67,7 +89,10 @@ TEST_P(OfflineReading, ShowsTheTextOfTheScreenshot)
     EXPECT_EQ(answer.outcome.kind, AnswerOutcome::Kind::Complete);
     EXPECT_GE(answer.pieces.size(), 4U);
     EXPECT_NE(answer.text.find("No model is configured"), std::string::npos);
-    EXPECT_NE(answer.text.find("ANTHROPIC_API_KEY"), std::string::npos);
+    EXPECT_NE(answer.text.find("For real answers set `ANTHROPIC_API_KEY`, or `OPENAI_BASE_URL` for "
+                               "a server such as llama.cpp or Ollama, and start "
+                               "`quellora-backend` again.\n"),
+              std::string::npos);
     EXPECT_NE(answer.text.find("- Quarterly revenue rose sharply"), std::string::npos)
         << answer.text;
     EXPECT_NE(answer.text.find("October is cautious"), std::string::npos) << answer.text;
@@ -76,21 +101,21 @@ TEST_P(OfflineReading, ShowsTheTextOfTheScreenshot)
 
 INSTANTIATE_TEST_SUITE_P(Offline, OfflineReading, testing::Bool());
 
-TEST(Offline, SaysWhenThereIsNoText)
+TEST(Offline, ReportsAPictureWithoutText)
 {
     EXPECT_NE(ask({"p", pictureOf(""), ""}).text.find("no text could be read"), std::string::npos);
 }
 
-TEST(Offline, BadPicturesAreSaidToBeBad)
+TEST(Offline, ReportsUndecodablePictures)
 {
     const std::string whole = pictureOf("words");
     for (const std::string &jpeg : {std::string("\xFF\xD8\xFF\xE0zzzz"), whole.substr(0, 200)})
         EXPECT_NE(ask({"p", jpeg, ""}).text.find("could not be decoded"), std::string::npos);
 }
 
-TEST(Offline, PicturesLargerThanAnyScreenAreNotDecoded)
+TEST(Offline, OversizedPicturesAreNotDecoded)
 {
-    // The header of a small picture, with the frame size raised to 65535 x 65535.
+    // A small picture whose header claims 65535 x 65535 pixels.
     std::string jpeg = pictureOf("words");
     const std::size_t frame = jpeg.find("\xFF\xC0");
     ASSERT_NE(frame, std::string::npos);
@@ -98,25 +123,24 @@ TEST(Offline, PicturesLargerThanAnyScreenAreNotDecoded)
     EXPECT_NE(ask({"p", jpeg, ""}).text.find("could not be decoded"), std::string::npos);
 }
 
-TEST(Offline, MissingLanguageDataIsSaid)
+TEST(Offline, ReportsMissingLanguageData)
 {
-    OfflineSettings settings;
-    settings.dataDirectory = "/nonexistent";
-    const Answer answer = ask({"p", pictureOf("words"), ""}, settings);
+    const Answer answer =
+        ask({"p", pictureOf("words"), ""}, "[offline]\ndata_directory = '/nonexistent'");
     EXPECT_EQ(answer.outcome.kind, AnswerOutcome::Kind::Complete);
     EXPECT_NE(answer.text.find("tesseract-ocr-eng"), std::string::npos);
 }
 
-TEST(Offline, WithoutPictureTheQuestionIsNotAnsweredButAcknowledged)
+TEST(Offline, AcknowledgesAQuestionWithoutPicture)
 {
     const Answer answer = ask({"Why?", "", ""});
     EXPECT_NE(answer.text.find("4 bytes"), std::string::npos);
     EXPECT_NE(answer.text.find("no model here"), std::string::npos);
 }
 
-TEST(Offline, ReadingIsCutShortByItsBudget)
+TEST(Offline, ReadingStopsWhenItsBudgetIsSpent)
 {
-    OfflineSettings settings;
+    RecognizerSettings settings;
     settings.budget = std::chrono::milliseconds(-1);
     TextRecognizer recognizer(settings);
     const auto page = recognizer.read(pictureOf("some words here"), StopToken());
@@ -125,57 +149,50 @@ TEST(Offline, ReadingIsCutShortByItsBudget)
     EXPECT_TRUE(page->blocks.empty());
 }
 
-TEST(Offline, StopsWhenNobodyListens)
+TEST(Offline, StopsWhenTheSinkReturnsFalse)
 {
-    OfflineAnswerer answerer{OfflineSettings{}};
-    const AnswerOutcome outcome = answerer.answer(
+    const AnswerOutcome outcome = offlineAnswer()(
         {"p", "", ""}, [](std::string_view) { return false; }, StopToken());
     EXPECT_EQ(outcome.kind, AnswerOutcome::Kind::Cancelled);
 }
 
-TEST(OfflineMarkdown, ProgramsAreFencedWithTheirIndentation)
+TEST(OfflineMarkdown, CodeIsFencedWithItsIndentation)
 {
     ReadPage page;
     page.blocks.push_back(block({{"def f(x):", 0}, {"return x", 4}}, 3));
     page.blocks.push_back(block({{"y = f(2)", 0}, {"print(y)", 0}}, 7));
-    std::string text;
-    for (const std::string &piece : offlineMarkdown(page))
-        text += piece;
+    const std::string text = markdownOf(page);
     EXPECT_NE(text.find("```\ndef f(x):\n    return x\n\n    y = f(2)\n    print(y)\n```\n"),
               std::string::npos)
         << text;
 }
 
-TEST(OfflineMarkdown, TextIsListedAndCannotActAsMarkup)
+TEST(OfflineMarkdown, TextIsListedWithMarkupEscaped)
 {
     ReadPage page;
     page.blocks.push_back(block({{"# <img src=x> [a](b) `c` *d*", 0}, {"Plain words here.", 0}}));
-    std::string text;
-    for (const std::string &piece : offlineMarkdown(page))
-        text += piece;
+    const std::string text = markdownOf(page);
     EXPECT_NE(text.find("- \\# \\<img src=x\\> \\[a\\](b) \\`c\\` \\*d\\*\n- Plain words here.\n"),
               std::string::npos)
         << text;
 }
 
-TEST(OfflineMarkdown, FencesAreLongerThanAnyInTheText)
+TEST(OfflineMarkdown, FenceIsLongerThanAnyBacktickRunInTheCode)
 {
     ReadPage page;
     page.blocks.push_back(block({{"x = 1;", 0}, {"```` y;", 0}}));
-    std::string text;
-    for (const std::string &piece : offlineMarkdown(page))
-        text += piece;
+    const std::string text = markdownOf(page);
     EXPECT_NE(text.find("`````\nx = 1;"), std::string::npos) << text;
 }
 
-TEST(OfflineMarkdown, ProseIsNotTakenForAProgram)
+TEST(OfflineMarkdown, ProseIsNotTreatedAsCode)
 {
-    EXPECT_FALSE(looksLikeCode(block({{"Example 1: nums = [2,7,11,15], target = 9. The output is "
-                                       "[0,1] because nums[0] +",
-                                       0},
-                                      {"nums[1] equals 9, so we return [0, 1].", 0}})));
-    EXPECT_TRUE(looksLikeCode(block({{"int main()", 0}, {"{", 0}, {"return 0;", 4}, {"}", 0}})));
-    EXPECT_FALSE(looksLikeCode(block({{"x = 1", 0}})));
+    EXPECT_FALSE(isFenced(block({{"Example 1: nums = [2,7,11,15], target = 9. The output is "
+                                  "[0,1] because nums[0] +",
+                                  0},
+                                 {"nums[1] equals 9, so we return [0, 1].", 0}})));
+    EXPECT_TRUE(isFenced(block({{"int main()", 0}, {"{", 0}, {"return 0;", 4}, {"}", 0}})));
+    EXPECT_FALSE(isFenced(block({{"x = 1", 0}})));
 }
 
 } // namespace

@@ -12,17 +12,16 @@ protected:
     ManualClock clock;
     Config config = testConfig(directory);
 
-    std::unique_ptr<RunningServer> start(ScriptedClient::Script script)
+    std::unique_ptr<RunningServer> start(AnswerFunction answer)
     {
-        return std::make_unique<RunningServer>(config, clock,
-                                               std::make_shared<ScriptedClient>(std::move(script)));
+        return std::make_unique<RunningServer>(config, clock, std::move(answer));
     }
 };
 
-TEST_F(QueryLimits, ASpentCapIsTold)
+TEST_F(QueryLimits, SpentCapIsReported)
 {
     const auto server = start([](auto &, auto &, auto) { return completed(600, 400); });
-    server->services().accounts.setTokenCap(RunningServer::email, 1000);
+    server->accounts().setTokenCap(RunningServer::email, 1000);
     const std::string token = server->token();
     const json done = events(server->query(token)->body).back();
     EXPECT_EQ(done.at("tokensRemaining"), 0);
@@ -31,24 +30,24 @@ TEST_F(QueryLimits, ASpentCapIsTold)
     EXPECT_EQ(refused->status, 429);
     EXPECT_EQ(json::parse(refused->body), json({{"tokensRemaining", 0}}));
     // Raising the cap takes effect at once, and so does the next month.
-    server->services().accounts.setTokenCap(RunningServer::email, 5000);
+    server->accounts().setTokenCap(RunningServer::email, 5000);
     EXPECT_EQ(server->query(token)->status, 200);
-    server->services().accounts.setTokenCap(RunningServer::email, 1000);
+    server->accounts().setTokenCap(RunningServer::email, 1000);
     clock.advance(std::chrono::hours(24 * 20));
     EXPECT_EQ(server->query(token)->status, 200);
 }
 
-TEST_F(QueryLimits, WarningsFollowTheUsage)
+TEST_F(QueryLimits, WarningsDependOnTheUsage)
 {
     const auto server = start([](auto &, auto &, auto) { return completed(800, 0); });
-    server->services().accounts.setTokenCap(RunningServer::email, 1000);
+    server->accounts().setTokenCap(RunningServer::email, 1000);
     const json done = events(server->query(server->token())->body).back();
     EXPECT_EQ(done.at("tokensRemaining"), 200);
     EXPECT_EQ(done.at("usageWarning75"), true);
     EXPECT_EQ(done.at("usageWarning90"), false);
 }
 
-TEST_F(QueryLimits, AccountsWithoutCapAreNeverRefusedForUsage)
+TEST_F(QueryLimits, AccountWithoutCapIsNeverRejectedForUsage)
 {
     const auto server = start([](auto &, auto &, auto) { return completed(1000000, 1000000); });
     const std::string token = server->token();
@@ -57,7 +56,7 @@ TEST_F(QueryLimits, AccountsWithoutCapAreNeverRefusedForUsage)
     EXPECT_GT(done.at("tokensRemaining").get<std::int64_t>(), 0);
 }
 
-TEST_F(QueryLimits, AnAnswerFarBeyondTheCapIsStoppedWithAnErrorEvent)
+TEST_F(QueryLimits, AnswerFarBeyondTheCapEndsWithAnErrorEvent)
 {
     std::atomic<bool> stopped{false};
     const auto server = start([&stopped](auto &, const TextSink &sink, StopToken) {
@@ -69,7 +68,7 @@ TEST_F(QueryLimits, AnAnswerFarBeyondTheCapIsStoppedWithAnErrorEvent)
         }
         return completed(1, 1);
     });
-    server->services().accounts.setTokenCap(RunningServer::email, 1000);
+    server->accounts().setTokenCap(RunningServer::email, 1000);
     const auto answer = server->query(server->token());
     EXPECT_EQ(answer->status, 200);
     EXPECT_EQ(lastType(answer->body), "error");
@@ -78,7 +77,7 @@ TEST_F(QueryLimits, AnAnswerFarBeyondTheCapIsStoppedWithAnErrorEvent)
     EXPECT_EQ(server->query(server->token())->status, 429);
 }
 
-TEST_F(QueryLimits, TooManyQueriesPerMinuteAreRateLimited)
+TEST_F(QueryLimits, QueriesPerMinuteAreLimited)
 {
     config.limits.queriesPerMinute = 2;
     const auto server = start([](auto &, auto &, auto) { return completed(1, 1); });
@@ -93,7 +92,7 @@ TEST_F(QueryLimits, TooManyQueriesPerMinuteAreRateLimited)
     EXPECT_EQ(server->query(token)->status, 200);
 }
 
-TEST_F(QueryLimits, TooManyAnswersAtOnceAreRateLimited)
+TEST_F(QueryLimits, ConcurrentAnswersAreLimited)
 {
     config.limits.concurrentQueries = 1;
     std::promise<void> started;

@@ -1,5 +1,5 @@
-#include "base/Text.h"
 #include "base/Secrets.h"
+#include "base/Text.h"
 
 #include <gtest/gtest.h>
 
@@ -22,7 +22,7 @@ TEST(Text, HtmlIsEscaped)
     EXPECT_EQ(htmlEscaped("<a href=\"x\">&'"), "&lt;a href=&quot;x&quot;&gt;&amp;&#39;");
 }
 
-TEST(Text, Base64TakesOnlyThePaddedStandardForm)
+TEST(Text, Base64AcceptsOnlyThePaddedStandardForm)
 {
     const std::string bytes("\x00\xFF\x10z", 4);
     EXPECT_EQ(base64Decoded(base64Encoded(bytes)), bytes);
@@ -42,7 +42,7 @@ TEST(Text, CountsAreWholeAndNotNegative)
     EXPECT_FALSE(parseCount("99999999999999999999"));
 }
 
-TEST(Text, VersionsCompareByTheirNumbers)
+TEST(Text, VersionsCompareNumerically)
 {
     EXPECT_EQ(compareVersions("1.0.0", "1.0"), 0);
     EXPECT_LT(compareVersions("1.9.0", "1.10"), 0);
@@ -75,7 +75,7 @@ TEST(Text, TokensAreEstimatedFromFourBytesEach)
     EXPECT_EQ(estimatedTokens(8), 2);
 }
 
-TEST(Secrets, TokensAreLongAndDifferent)
+TEST(Secrets, TokensAreLongAndUnique)
 {
     initializeCrypto();
     std::set<std::string> seen;

@@ -38,12 +38,7 @@ protected:
         std::ostringstream out;
         std::ostringstream err;
         variables.emplace("XDG_DATA_HOME", directory.path().string());
-        CommandContext context{in, out, err, [&](const char *name) -> std::optional<std::string> {
-                                   const auto found = variables.find(name);
-                                   if (found == variables.end())
-                                       return std::nullopt;
-                                   return found->second;
-                               }};
+        CommandContext context{in, out, err, environmentOf(std::move(variables))};
         Outcome outcome;
         outcome.status = runCommand(words, context);
         outcome.out = out.str();
@@ -76,7 +71,7 @@ std::string valueOf(const std::string &text, const std::string &name)
     return "";
 }
 
-TEST_F(Cli, EnsureAccountCreatesOnceAndPrintsThePasswordOnce)
+TEST_F(Cli, EnsureAccountCreatesTheAccountOnceAndPrintsItsPasswordOnce)
 {
     const Outcome first = run({"ensure-account"});
     EXPECT_EQ(first.status, 0);
@@ -89,7 +84,7 @@ TEST_F(Cli, EnsureAccountCreatesOnceAndPrintsThePasswordOnce)
     EXPECT_TRUE(accepts("me@localhost", password));
 }
 
-TEST_F(Cli, EnsureAccountTakesAnAddressOrTheFirstThere)
+TEST_F(Cli, EnsureAccountUsesTheGivenAddressOrTheFirstAccount)
 {
     EXPECT_EQ(valueOf(run({"ensure-account", "Bob@X.org"}).out, "email"), "bob@x.org");
     EXPECT_EQ(run({"ensure-account"}).out, "email: bob@x.org\n");
@@ -115,7 +110,7 @@ TEST_F(Cli, CreateAccountReadsOrGeneratesThePassword)
     EXPECT_EQ(run({"create-account", "--generate"}).status, 2);
 }
 
-TEST_F(Cli, AccountsCanBeChanged)
+TEST_F(Cli, AccountsAreModified)
 {
     run({"create-account", "a@x.org", "--generate", "--cap", "500", "--plan=team"});
     const auto listed = [&] {
@@ -143,7 +138,7 @@ TEST_F(Cli, AccountsCanBeChanged)
     EXPECT_EQ(run({"list-accounts"}).out, "");
 }
 
-TEST_F(Cli, SetPasswordReplacesTheOldOneAndEndsSessions)
+TEST_F(Cli, SetPasswordReplacesTheOldOne)
 {
     const std::string old = valueOf(run({"ensure-account", "a@x.org"}).out, "password");
     const Outcome outcome = run({"set-password", "a@x.org", "--generate"});
@@ -152,7 +147,7 @@ TEST_F(Cli, SetPasswordReplacesTheOldOneAndEndsSessions)
     EXPECT_TRUE(accepts("a@x.org", valueOf(outcome.out, "password")));
 }
 
-TEST_F(Cli, SignOutEndsTheSessions)
+TEST_F(Cli, SignOutEndsAllSessions)
 {
     run({"ensure-account", "a@x.org"});
     {
@@ -164,7 +159,7 @@ TEST_F(Cli, SignOutEndsTheSessions)
     EXPECT_EQ(run({"sign-out", "a@x.org"}).out, "ended 0 sessions\n");
 }
 
-TEST_F(Cli, MissingAccountsAreFailures)
+TEST_F(Cli, UnknownAccountIsAFailure)
 {
     for (const std::vector<std::string> &words :
          std::vector<std::vector<std::string>>{{"set-cap", "no@x.org", "1"},
@@ -180,7 +175,7 @@ TEST_F(Cli, MissingAccountsAreFailures)
     }
 }
 
-TEST_F(Cli, MisuseIsToldOnStandardErrorWithStatus2)
+TEST_F(Cli, WrongUsageIsReportedOnStandardErrorWithStatus2)
 {
     for (const std::vector<std::string> &words :
          std::vector<std::vector<std::string>>{{},
@@ -213,18 +208,26 @@ TEST_F(Cli, HelpAndVersionGoToStandardOutput)
     EXPECT_EQ(run({"--version"}).out.rfind("quellora-backend ", 0), 0U);
 }
 
-TEST_F(Cli, CheckConfigTellsTheModelsButNotTheKeys)
+TEST_F(Cli, CheckConfigShowsModelsButNoKeys)
 {
     const Outcome outcome = run({"check-config"}, "", {{"ANTHROPIC_API_KEY", "sk-secret"}});
     EXPECT_EQ(outcome.status, 0);
-    EXPECT_NE(outcome.out.find("anthropic"), std::string::npos);
+    EXPECT_NE(outcome.out.find("model: claude-opus-4-5 (anthropic, claude-opus-4-5)\n"
+                               "model: claude-haiku-4-5 (anthropic, claude-haiku-4-5)\n"
+                               "anthropic: https://api.anthropic.com, key set\n"),
+              std::string::npos)
+        << outcome.out;
+    EXPECT_NE(run({"check-config"}, "", {{"OPENAI_BASE_URL", "http://localhost"}})
+                  .out.find("model: default (openai, default)\n"
+                            "openai: http://localhost, key not set\n"),
+              std::string::npos);
     EXPECT_EQ(outcome.out.find("sk-secret"), std::string::npos);
     EXPECT_NE(run({"check-config", "--offline"}, "", {{"ANTHROPIC_API_KEY", "k"}})
                   .out.find("default model: offline"),
               std::string::npos);
 }
 
-TEST_F(Cli, BadConfigurationStopsEveryCommand)
+TEST_F(Cli, InvalidConfigurationIsAFailure)
 {
     const auto file = directory.path() / "bad.toml";
     std::ofstream(file) << "nonsense = 1\n";
@@ -234,7 +237,7 @@ TEST_F(Cli, BadConfigurationStopsEveryCommand)
     EXPECT_EQ(run({"serve", "--host", "0.0.0.0"}).status, 1);
 }
 
-TEST_F(Cli, AnUnusableDataFileIsAFailure)
+TEST_F(Cli, UnusableDataFileIsAFailure)
 {
     const auto file = directory.path() / "garbage";
     std::ofstream(file) << std::string(4096, 'x');
@@ -243,7 +246,7 @@ TEST_F(Cli, AnUnusableDataFileIsAFailure)
     EXPECT_NE(outcome.err.find("garbage"), std::string::npos);
 }
 
-/// The real program, serving on a free port.
+/// The real program serving on a free port.
 class Program
 {
 public:
@@ -282,7 +285,7 @@ public:
 
     const std::string &firstLine() const { return m_line; }
     std::filesystem::path data() const { return m_directory / "served.sqlite"; }
-    /// Sends the signal and answers the raw wait status.
+    /// Sends the signal and returns the raw wait status.
     int end(int signal)
     {
         ::kill(m_pid, signal);
@@ -310,7 +313,7 @@ private:
 class ServeProgram : public Cli, public testing::WithParamInterface<int>
 {};
 
-TEST_P(ServeProgram, AnnouncesItselfServesAndEndsOnASignal)
+TEST_P(ServeProgram, AnnouncesItselfAndServesUntilASignal)
 {
     Program program(directory.path());
     const std::string announcement = "listening on http://127.0.0.1:";
@@ -318,7 +321,7 @@ TEST_P(ServeProgram, AnnouncesItselfServesAndEndsOnASignal)
     httplib::Client client("127.0.0.1", std::stoi(program.firstLine().substr(announcement.size())));
     EXPECT_EQ(client.Get("/healthz")->status, 200);
 
-    // Accounts made beside the running server work at once.
+    // Accounts created while the server runs are usable at once.
     const Outcome made = run({"--data", program.data().string(), "ensure-account", "a@x.org"});
     const std::string password = valueOf(made.out, "password");
     const auto login = client.Post(
@@ -349,7 +352,7 @@ TEST_P(ServeProgram, AnnouncesItselfServesAndEndsOnASignal)
 
 INSTANTIATE_TEST_SUITE_P(Signals, ServeProgram, testing::Values(SIGTERM, SIGINT));
 
-TEST_F(Cli, ATakenPortIsAFailure)
+TEST_F(Cli, TakenPortIsAFailure)
 {
     Program program(directory.path());
     const std::string port = program.firstLine().substr(program.firstLine().rfind(':') + 1);
