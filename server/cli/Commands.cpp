@@ -6,64 +6,40 @@
 #include "store/Sessions.h"
 #include "store/UsageLedger.h"
 
+#include <CLI/CLI.hpp>
+
 #include <iomanip>
 #include <istream>
 #include <ostream>
+#include <stdexcept>
 
 namespace quellora::server {
 namespace {
 
-constexpr const char *usageText = R"(Usage: quellora-backend [OPTIONS] COMMAND
-
-Commands:
-  serve                    answer the app's requests until SIGINT or SIGTERM
-  ensure-account [EMAIL]   create the first account unless there is one (EMAIL: me@localhost);
-                           prints "email: ..." and, when created, "password: ..."
-  create-account EMAIL     add an account; password from --password-stdin or --generate
-  set-password EMAIL       new password, same options; ends the account's sessions
-  set-cap EMAIL TOKENS     tokens per calendar month, 0 for no cap
-  set-plan EMAIL NAME      the plan's name as the app shows it
-  suspend EMAIL            refuse the account from now on
-  resume EMAIL             accept it again
-  sign-out EMAIL           end all its sessions
-  delete-account EMAIL     remove it with its usage and telemetry
-  list-accounts [--json]   accounts with this month's usage
-  check-config             read the configuration and say what is in force
-
-Options:
-  --config FILE       TOML file (default: $QUELLORA_BACKEND_CONFIG,
-                      then $XDG_CONFIG_HOME/Quellora/backend.toml when present)
-  --data FILE         SQLite file (default: $XDG_DATA_HOME/Quellora/backend.sqlite)
-  --host ADDRESS      listen there (default 127.0.0.1)
-  --port N            listen there (default 9878, 0 picks a free port)
-  --offline           ignore configured models
-  --cap TOKENS, --plan NAME   for create-account
-  --password-stdin    read the password from the first line of standard input
-  --generate          make up a password and print it once
-  --help, --version
-)";
-
 constexpr std::size_t shortestPassword = 8;
 constexpr std::size_t longestPassword = 1024;
+constexpr std::int64_t mostTokens = 1000000000000LL;
 constexpr const char *firstAccount = "me@localhost";
 
-/// A failure to be reported to the user with an exit status.
-struct CommandFailure
+/// The values on the command line.
+struct Options
 {
-    int status;
-    std::string text;
+    std::optional<std::string> config;
+    std::optional<std::string> data;
+    std::optional<std::string> host;
+    std::optional<int> port;
+    bool offline = false;
+    std::optional<std::int64_t> cap;
+    std::optional<std::string> plan;
+    bool passwordStdin = false;
+    bool generate = false;
+    bool json = false;
+    std::string email;
+    std::int64_t tokens = 0;
+    std::string planName;
 };
 
-[[noreturn]] void fail(const std::string &text)
-{
-    throw CommandFailure{exitFailure, text};
-}
-[[noreturn]] void misuse(const std::string &text)
-{
-    throw CommandFailure{exitUsage, text};
-}
-
-/// What the account commands work on.
+/// The stored data that the account commands work on.
 struct Store
 {
     explicit Store(const Config &config)
@@ -83,36 +59,17 @@ struct Store
     UsageLedger usage;
 };
 
-std::string emailWord(const Arguments &arguments, std::size_t words)
-{
-    if (arguments.words.size() != words)
-        misuse(arguments.command + " takes " + std::to_string(words) +
-               (words == 1 ? " word" : " words") + "; see --help");
-    const auto email = normalizedEmail(arguments.words.front());
-    if (!email)
-        misuse("\"" + arguments.words.front() + "\" is not an e-mail address");
-    return *email;
-}
-
-std::int64_t tokenCount(const std::string &text)
-{
-    const auto count = parseCount(text);
-    if (!count || *count > 1000000000000LL)
-        misuse("\"" + text + "\" is not a number of tokens");
-    return *count;
-}
-
 struct ChosenPassword
 {
     std::string password;
     bool generated = false;
 };
 
-ChosenPassword choosePassword(const Arguments &arguments, CommandContext &context)
+ChosenPassword choosePassword(const Options &options, CommandContext &context)
 {
-    if (arguments.has("generate") == arguments.has("password-stdin"))
-        misuse("give either --generate or --password-stdin");
-    if (arguments.has("generate")) {
+    if (options.generate == options.passwordStdin)
+        throw CLI::ValidationError("give either --generate or --password-stdin");
+    if (options.generate) {
         initializeCrypto();
         return {randomPassword(), true};
     }
@@ -121,9 +78,14 @@ ChosenPassword choosePassword(const Arguments &arguments, CommandContext &contex
     if (!chosen.password.empty() && chosen.password.back() == '\r')
         chosen.password.pop_back();
     if (chosen.password.size() < shortestPassword || chosen.password.size() > longestPassword)
-        fail("a password has " + std::to_string(shortestPassword) + " to " +
-             std::to_string(longestPassword) + " bytes");
+        throw std::runtime_error("a password has " + std::to_string(shortestPassword) + " to " +
+                                 std::to_string(longestPassword) + " bytes");
     return chosen;
+}
+
+[[noreturn]] void failWithoutAccount(const std::string &email)
+{
+    throw std::runtime_error("there is no account " + email);
 }
 
 void printAccount(std::ostream &out, const std::string &email, const ChosenPassword &chosen)
@@ -133,86 +95,53 @@ void printAccount(std::ostream &out, const std::string &email, const ChosenPassw
         out << "password: " << chosen.password << '\n';
 }
 
-void createAccount(const Config &config, const Arguments &arguments, CommandContext &context)
+void ensureAccount(const Options &options, const Config &config, CommandContext &context)
 {
-    const std::string email = emailWord(arguments, 1);
-    const auto cap = arguments.value("cap");
-    const std::int64_t tokens = cap ? tokenCount(*cap) : config.service.defaultTokenCap;
-    const ChosenPassword chosen = choosePassword(arguments, context);
-    Store store(config);
-    if (!store.accounts.create(email, chosen.password,
-                               arguments.value("plan").value_or(config.service.defaultPlan),
-                               tokens))
-        fail("there is already an account " + email);
-    printAccount(context.out, email, chosen);
-}
-
-void ensureAccount(const Config &config, const Arguments &arguments, CommandContext &context)
-{
-    if (arguments.words.size() > 1)
-        misuse("ensure-account takes at most one word; see --help");
     Store store(config);
     const auto existing = store.accounts.all();
-    if (arguments.words.empty() && !existing.empty()) {
+    if (options.email.empty() && !existing.empty()) {
         printAccount(context.out, existing.front().email, {});
         return;
     }
-    const auto email = normalizedEmail(arguments.words.empty() ? std::string(firstAccount)
-                                                               : arguments.words.front());
-    if (!email)
-        misuse("\"" + arguments.words.front() + "\" is not an e-mail address");
+    const std::string email = options.email.empty() ? firstAccount : options.email;
     const ChosenPassword chosen{randomPassword(), true};
     const bool created = store.accounts
-                             .create(*email, chosen.password, config.service.defaultPlan,
+                             .create(email, chosen.password, config.service.defaultPlan,
                                      config.service.defaultTokenCap)
                              .has_value();
-    printAccount(context.out, *email, created ? chosen : ChosenPassword{});
+    printAccount(context.out, email, created ? chosen : ChosenPassword{});
 }
 
-void setPassword(const Config &config, const Arguments &arguments, CommandContext &context)
+void createAccount(const Options &options, const Config &config, CommandContext &context)
 {
-    const std::string email = emailWord(arguments, 1);
-    const ChosenPassword chosen = choosePassword(arguments, context);
+    const ChosenPassword chosen = choosePassword(options, context);
     Store store(config);
-    if (!store.accounts.setPassword(email, chosen.password))
-        fail("there is no account " + email);
-    printAccount(context.out, email, chosen);
+    if (!store.accounts.create(options.email, chosen.password,
+                               options.plan.value_or(config.service.defaultPlan),
+                               options.cap.value_or(config.service.defaultTokenCap)))
+        throw std::runtime_error("there is already an account " + options.email);
+    printAccount(context.out, options.email, chosen);
 }
 
-void signOut(const Config &config, const Arguments &arguments, CommandContext &context)
+void setPassword(const Options &options, const Config &config, CommandContext &context)
 {
-    const std::string email = emailWord(arguments, 1);
+    const ChosenPassword chosen = choosePassword(options, context);
     Store store(config);
-    const auto account = store.accounts.findByEmail(email);
+    if (!store.accounts.setPassword(options.email, chosen.password))
+        failWithoutAccount(options.email);
+    printAccount(context.out, options.email, chosen);
+}
+
+void signOut(const Options &options, const Config &config, CommandContext &context)
+{
+    Store store(config);
+    const auto account = store.accounts.findByEmail(options.email);
     if (!account)
-        fail("there is no account " + email);
+        failWithoutAccount(options.email);
     context.out << "ended " << store.sessions.revokeAll(account->id) << " sessions\n";
 }
 
-/// The commands that change one thing about one account.
-void changeAccount(const Config &config, const Arguments &arguments, CommandContext &context)
-{
-    const std::string &command = arguments.command;
-    const bool hasValue = command == "set-cap" || command == "set-plan";
-    const std::string email = emailWord(arguments, hasValue ? 2 : 1);
-    const std::string value = hasValue ? arguments.words[1] : std::string();
-    const std::int64_t tokens = command == "set-cap" ? tokenCount(value) : 0;
-    Store store(config);
-    bool found = false;
-    if (command == "set-cap")
-        found = store.accounts.setTokenCap(email, tokens);
-    else if (command == "set-plan")
-        found = store.accounts.setPlan(email, value);
-    else if (command == "delete-account")
-        found = store.accounts.remove(email);
-    else
-        found = store.accounts.setSuspended(email, command == "suspend");
-    if (!found)
-        fail("there is no account " + email);
-    context.out << command << ": " << email << '\n';
-}
-
-void listAccounts(const Config &config, const Arguments &arguments, CommandContext &context)
+void listAccounts(const Options &options, const Config &config, CommandContext &context)
 {
     Store store(config);
     nlohmann::ordered_json list = nlohmann::ordered_json::array();
@@ -225,18 +154,18 @@ void listAccounts(const Config &config, const Arguments &arguments, CommandConte
                         {"tokensUsed", used},
                         {"queries", queries},
                         {"suspended", account.suspended}});
-        if (arguments.has("json"))
+        if (options.json)
             continue;
         context.out << std::left << std::setw(32) << account.email << "  " << used << " of "
                     << (account.tokenCap > 0 ? std::to_string(account.tokenCap) : "unlimited")
                     << " tokens, " << queries << " queries, plan " << account.plan
                     << (account.suspended ? ", suspended" : "") << '\n';
     }
-    if (arguments.has("json"))
+    if (options.json)
         context.out << list.dump(2) << '\n';
 }
 
-void checkConfig(const Config &config, CommandContext &context)
+void checkConfig(const Options &, const Config &config, CommandContext &context)
 {
     context.out << "listen: " << config.server.host << " port " << config.server.port << '\n'
                 << "data file: " << config.dataFile.string() << '\n'
@@ -250,89 +179,213 @@ void checkConfig(const Config &config, CommandContext &context)
     }
 }
 
-Config loadConfig(const Arguments &arguments, const CommandContext &context)
+Config loadConfig(const Options &options, const CommandContext &context)
 {
-    std::optional<std::filesystem::path> file;
-    if (const auto named = arguments.value("config"))
-        file = *named;
-    else
-        file = Config::defaultFile(context.environment);
+    const auto file = options.config ? std::filesystem::path(*options.config)
+                                     : Config::defaultFile(context.environment);
     auto config = Config::load(file, context.environment, context.providers);
     if (!config)
-        fail(config.error());
-    if (const auto data = arguments.value("data"))
-        config->dataFile = *data;
-    if (const auto port = arguments.value("port")) {
-        const auto number = parseCount(*port);
-        if (!number || *number > 65535)
-            misuse("\"" + *port + "\" is not a port");
-        config->server.port = static_cast<int>(*number);
-    }
-    if (const auto host = arguments.value("host")) {
-        const bool loopback = *host == "127.0.0.1" || *host == "localhost" || *host == "::1";
+        throw std::runtime_error(config.error());
+    if (options.data)
+        config->dataFile = *options.data;
+    config->server.port = options.port.value_or(config->server.port);
+    if (options.host) {
+        const bool loopback =
+            *options.host == "127.0.0.1" || *options.host == "localhost" || *options.host == "::1";
         if (!loopback && !config->server.allowRemote)
-            fail("\"" + *host +
-                 "\" can be reached from other machines; set "
-                 "server.allow_remote = true in the configuration to mean it");
-        config->server.host = *host;
+            throw std::runtime_error("\"" + *options.host +
+                                     "\" can be reached from other machines; set "
+                                     "server.allow_remote = true in the configuration to mean it");
+        config->server.host = *options.host;
     }
-    if (arguments.has("offline"))
+    if (options.offline)
         config->useFallbackProvider();
     return *config;
 }
 
-int dispatch(const Arguments &arguments, CommandContext &context)
+/// Accepts decimal numbers up to @p most and removes leading zeros, which the library would take
+/// for octal.
+CLI::Validator wholeNumber(std::int64_t most)
 {
-    const std::string &command = arguments.command;
-    const Config config = loadConfig(arguments, context);
-    if (command == "serve" && arguments.words.empty())
-        return serve(config, context);
-    if (command == "ensure-account")
-        ensureAccount(config, arguments, context);
-    else if (command == "create-account")
-        createAccount(config, arguments, context);
-    else if (command == "set-password")
-        setPassword(config, arguments, context);
-    else if (command == "set-cap" || command == "set-plan" || command == "suspend" ||
-             command == "resume" || command == "delete-account")
-        changeAccount(config, arguments, context);
-    else if (command == "sign-out")
-        signOut(config, arguments, context);
-    else if (command == "list-accounts" && arguments.words.empty())
-        listAccounts(config, arguments, context);
-    else if (command == "check-config" && arguments.words.empty())
-        checkConfig(config, context);
-    else
-        misuse("unknown command \"" + command + "\"; see --help");
-    return exitSuccess;
+    return CLI::Validator(
+        [most](std::string &text) {
+            const auto number = parseCount(text);
+            if (!number || *number > most)
+                return "\"" + text + "\" is not a whole number up to " + std::to_string(most);
+            text = std::to_string(*number);
+            return std::string();
+        },
+        "");
+}
+
+CLI::Validator emailAddress()
+{
+    return CLI::Validator(
+        [](std::string &text) {
+            const auto email = normalizedEmail(text);
+            if (!email)
+                return "\"" + text + "\" is not an e-mail address";
+            text = *email;
+            return std::string();
+        },
+        "");
+}
+
+/// Lists each command with its arguments.
+class HelpFormatter : public CLI::Formatter
+{
+public:
+    HelpFormatter()
+    {
+        column_width(28);
+        label("SUBCOMMAND", "COMMAND");
+    }
+    std::string make_subcommand(const CLI::App *command) const override
+    {
+        std::string usage = "  " + command->get_name();
+        for (const CLI::Option *argument : command->get_options())
+            usage += ' ' + make_option_usage(argument);
+        std::ostringstream text;
+        CLI::detail::format_help(text, usage, command->get_description(), get_column_width());
+        return text.str();
+    }
+};
+
+/// The error, and the usage of the command that was given.
+std::string wrongUsage(const CLI::App *app, const CLI::Error &error)
+{
+    const auto commands = app->get_subcommands();
+    const CLI::App *used = commands.empty() ? app : commands.front();
+    const std::string name =
+        app->get_name() + (commands.empty() ? "" : " " + commands.front()->get_name());
+    return app->get_name() + ": " + error.what() + '\n' + HelpFormatter().make_usage(used, name) +
+           "Run " + app->get_name() + " --help for all commands and options.\n";
 }
 
 } // namespace
 
 int runCommand(const std::vector<std::string> &words, CommandContext &context)
 {
+    Options options;
+    std::function<void(const Config &)> run;
+    int status = exitSuccess;
+    CLI::App app("The local backend of Quellora.", "quellora-backend");
+    app.formatter(std::make_shared<HelpFormatter>());
+    app.failure_message(wrongUsage);
+    app.set_version_flag("--version", "quellora-backend " QUELLORA_VERSION);
+    app.require_subcommand(0, 1);
+    // Options may precede or follow the command; the last of equal ones counts.
+    app.fallthrough();
+    app.option_defaults()->take_last()->disable_flag_override();
+
+    app.add_option("--config", options.config,
+                   "TOML file (default: $QUELLORA_BACKEND_CONFIG,\n"
+                   "then $XDG_CONFIG_HOME/Quellora/backend.toml when present)")
+        ->type_name("FILE");
+    app.add_option("--data", options.data,
+                   "SQLite file (default: $XDG_DATA_HOME/Quellora/backend.sqlite)")
+        ->type_name("FILE");
+    app.add_option("--host", options.host, "listen there (default 127.0.0.1)")
+        ->type_name("ADDRESS");
+    app.add_option("--port", options.port, "listen there (default 9878, 0 picks a free port)")
+        ->type_name("N")
+        ->transform(wholeNumber(65535));
+    app.add_flag("--offline", options.offline, "ignore configured models");
+    app.add_option("--cap", options.cap, "for create-account: tokens per calendar month")
+        ->type_name("TOKENS")
+        ->transform(wholeNumber(mostTokens));
+    app.add_option("--plan", options.plan, "for create-account: the plan's name")
+        ->type_name("NAME");
+    app.add_flag("--password-stdin", options.passwordStdin,
+                 "read the password from the first line of standard input");
+    app.add_flag("--generate", options.generate, "make up a password and print it once");
+    app.add_flag("--json", options.json, "for list-accounts: print JSON");
+
+    const auto add = [&](const char *name, const char *description, auto work) {
+        CLI::App *command = app.add_subcommand(name, description)->group("Commands");
+        command->set_help_flag();
+        command->final_callback([&, work] {
+            run = [&, work](const Config &config) { work(options, config, context); };
+        });
+        return command;
+    };
+    const auto addForEmail = [&](const char *name, const char *description, auto work) {
+        CLI::App *command = add(name, description, work);
+        command->add_option("EMAIL", options.email)->required()->transform(emailAddress());
+        return command;
+    };
+    const auto addChange = [&](const char *name, const char *description, auto change) {
+        return addForEmail(
+            name, description,
+            [name, change](const Options &given, const Config &config, CommandContext &used) {
+                Store store(config);
+                if (!change(store.accounts, given))
+                    failWithoutAccount(given.email);
+                used.out << name << ": " << given.email << '\n';
+            });
+    };
+
+    add("serve", "answer the app's requests until SIGINT or SIGTERM",
+        [&status](const Options &, const Config &config, CommandContext &used) {
+            status = serve(config, used);
+        });
+    add("ensure-account",
+        "create the first account unless there is one (EMAIL: me@localhost);\n"
+        "prints \"email: ...\" and, when created, \"password: ...\"",
+        ensureAccount)
+        ->add_option("EMAIL", options.email)
+        ->transform(emailAddress());
+    addForEmail("create-account", "add an account; password from --password-stdin or --generate",
+                createAccount);
+    addForEmail("set-password", "new password, same options; ends the account's sessions",
+                setPassword);
+    addChange("set-cap", "tokens per calendar month, 0 for no cap",
+              [](Accounts &accounts, const Options &given) {
+                  return accounts.setTokenCap(given.email, given.tokens);
+              })
+        ->add_option("TOKENS", options.tokens)
+        ->required()
+        ->transform(wholeNumber(mostTokens));
+    addChange("set-plan", "the plan's name as the app shows it",
+              [](Accounts &accounts, const Options &given) {
+                  return accounts.setPlan(given.email, given.planName);
+              })
+        ->add_option("NAME", options.planName)
+        ->required();
+    addChange("suspend", "refuse the account from now on",
+              [](Accounts &accounts, const Options &given) {
+                  return accounts.setSuspended(given.email, true);
+              });
+    addChange("resume", "accept it again", [](Accounts &accounts, const Options &given) {
+        return accounts.setSuspended(given.email, false);
+    });
+    addForEmail("sign-out", "end all its sessions", signOut);
+    addChange(
+        "delete-account", "remove it with its usage and telemetry",
+        [](Accounts &accounts, const Options &given) { return accounts.remove(given.email); });
+    add("list-accounts", "accounts with this month's usage", listAccounts);
+    add("check-config", "read the configuration and say what is in force", checkConfig);
+
+    // App::help() would describe the given command only.
+    const auto help = [&app] {
+        return app.get_formatter()->make_help(&app, app.get_name(), CLI::AppFormatMode::Normal);
+    };
     try {
-        const auto arguments = Arguments::parse(words);
-        if (!arguments)
-            misuse(arguments.error());
-        if (arguments->has("help")) {
-            context.out << usageText;
-            return exitSuccess;
-        }
-        if (arguments->has("version")) {
-            context.out << "quellora-backend " QUELLORA_VERSION "\n";
-            return exitSuccess;
-        }
-        if (arguments->command.empty()) {
-            context.err << usageText;
+        // The library takes the words in reverse.
+        app.parse(std::vector<std::string>(words.rbegin(), words.rend()));
+        if (!run) {
+            context.err << help();
             return exitUsage;
         }
-        return dispatch(*arguments, context);
-    } catch (const CommandFailure &failure) {
-        context.err << "quellora-backend: " << failure.text << '\n';
-        return failure.status;
-    } catch (const DatabaseError &problem) {
-        context.err << "quellora-backend: " << problem.what() << '\n';
+        run(loadConfig(options, context));
+        return status;
+    } catch (const CLI::CallForHelp &) {
+        context.out << help();
+        return exitSuccess;
+    } catch (const CLI::Error &error) {
+        return app.exit(error, context.out, context.err) == 0 ? exitSuccess : exitUsage;
+    } catch (const std::runtime_error &failure) {
+        context.err << "quellora-backend: " << failure.what() << '\n';
         return exitFailure;
     }
 }

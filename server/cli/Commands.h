@@ -1,6 +1,5 @@
 #pragma once
 
-#include "cli/Arguments.h"
 #include "config/Config.h"
 
 #include <iosfwd>
@@ -24,7 +23,7 @@ constexpr int exitSuccess = 0;
 constexpr int exitFailure = 1;
 constexpr int exitUsage = 2;
 
-/// Runs the program with @p words (without its name) and answers its exit status.
+/// Runs the program with the arguments @p words (without its name) and returns its exit status.
 int runCommand(const std::vector<std::string> &words, CommandContext &context);
 
 /// Serves until SIGINT or SIGTERM; prints "listening on …" once connections are accepted.

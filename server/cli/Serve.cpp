@@ -20,7 +20,7 @@ extern "C" void onSignal(int)
 {
     const int saved = errno;
     const char byte = 1;
-    // A full pipe already holds the news.
+    // A full pipe already holds a byte, so a failed write does not matter.
     [[maybe_unused]] const ssize_t written = ::write(signalPipe[1], &byte, 1);
     errno = saved;
 }
@@ -83,7 +83,7 @@ int serve(const Config &config, CommandContext &context)
 
     waitForSignal();
     Log::event("[Serve] Stopping");
-    // A transfer that cannot be interrupted (a name being resolved) must not keep us.
+    // Name resolution cannot be interrupted and must not delay the exit.
     std::thread([grace = config.timing.stopGrace] {
         std::this_thread::sleep_for(grace + std::chrono::seconds(5));
         std::_Exit(exitSuccess);
