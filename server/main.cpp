@@ -7,7 +7,7 @@
 int main(int argc, char **argv)
 {
     using namespace quellora::server;
-    // Whatever this program writes is for its user alone, SQLite's side files included.
+    // All files, including SQLite's journal files, are private to the user.
     ::umask(S_IRWXG | S_IRWXO);
     CommandContext context{std::cin, std::cout, std::cerr, processEnvironment()};
     return runCommand(std::vector<std::string>(argv + 1, argv + argc), context);

@@ -5,10 +5,10 @@
 
 namespace quellora::server {
 
-/// Wall-clock time with second precision or better; injected so that tests own the time.
+/// Wall-clock time with at least second precision.
 using TimePoint = std::chrono::system_clock::time_point;
 
-/// Source of the current time. Implementations may be called from any thread.
+/// Source of the current time, injected so that tests control it. Callable from any thread.
 class Clock
 {
 public:
@@ -16,14 +16,14 @@ public:
     virtual TimePoint now() const = 0;
 };
 
-/// The machine's own clock.
+/// The system's clock.
 class SystemClock : public Clock
 {
 public:
     TimePoint now() const override { return std::chrono::system_clock::now(); }
 };
 
-/// Seconds since the epoch, the form in which times are stored.
+/// Seconds since the epoch, as stored in the database.
 inline std::int64_t toSeconds(TimePoint time)
 {
     return std::chrono::duration_cast<std::chrono::seconds>(time.time_since_epoch()).count();

@@ -9,7 +9,7 @@
 
 namespace quellora::server {
 
-/// Compact JSON text on one line; bytes that are no UTF-8 become replacement characters.
+/// Compact JSON on one line. Invalid UTF-8 becomes replacement characters.
 inline std::string compactJson(const nlohmann::json &value)
 {
     return value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
@@ -24,7 +24,7 @@ inline std::optional<nlohmann::json> parsedObject(std::string_view text)
     return value;
 }
 
-/// The member @p key when it is there, else null. Safe on values that are no objects.
+/// The member @p key, or null when it is missing or @p value is not an object.
 inline const nlohmann::json &memberOf(const nlohmann::json &value, const char *key)
 {
     static const nlohmann::json nothing;

@@ -22,7 +22,7 @@ void Log::event(std::string_view message)
                   local.tm_sec, static_cast<int>(millis));
     std::string line = stamp;
     line += message;
-    // A value from outside must not be able to start a line of its own.
+    // Prevents untrusted values from forging log lines.
     std::replace_if(
         line.begin(), line.end(), [](char c) { return c == '\n' || c == '\r'; }, ' ');
     line += '\n';

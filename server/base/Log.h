@@ -5,11 +5,11 @@
 namespace quellora::server {
 
 /// Diagnostic lines of the backend, on standard error: "[HH:MM:SS.mmm] message".
-/// Tokens, passwords, prompts and answers never go through here.
+/// Tokens, passwords, prompts and answers are never logged.
 class Log
 {
 public:
-    /// Writes one line. Callable from any thread; line breaks inside @p message become blanks.
+    /// Writes one line. Callable from any thread; line breaks in @p message become spaces.
     static void event(std::string_view message);
 };
 

@@ -18,7 +18,7 @@ namespace {
     std::abort();
 }
 
-/// Holds one of the hasher's slots for the length of a scope.
+/// Occupies one of the hasher's slots during a scope.
 class SlotGuard
 {
 public:

@@ -7,37 +7,37 @@
 
 namespace quellora::server {
 
-/// Prepares the cryptographic library; ends the process when it cannot. Safe to repeat.
+/// Initialises the cryptographic library; aborts the process on failure. May be called again.
 void initializeCrypto();
 
 /// 256 random bits, URL-safe base64 without padding (43 characters).
 std::string randomToken();
 /// Random UUID (version 4), lower case.
 std::string randomUuid();
-/// Four groups of five unambiguous characters: about 98 bits, easy to type.
+/// Four groups of five unambiguous characters, about 98 random bits.
 std::string randomPassword();
-/// One-way fingerprint under which a token is stored (BLAKE2b-256, hex).
+/// One-way fingerprint stored instead of a token (BLAKE2b-256, hex).
 std::string tokenFingerprint(const std::string &token);
 
-/// Work factors of argon2id. The defaults are libsodium's for interactive sign-in.
+/// Work factors of argon2id. The defaults are libsodium's for interactive use.
 struct PasswordCost
 {
     unsigned long long operations = 2;
     std::size_t memoryBytes = 64U * 1024U * 1024U;
 };
 
-/// argon2id password hashing. Thread-safe; at most two computations run at a time, so that a
-/// burst of sign-ins cannot exhaust memory.
+/// argon2id password hashing. Thread-safe. At most two computations run at a time, so that many
+/// simultaneous sign-ins cannot exhaust memory.
 class PasswordHasher
 {
 public:
     explicit PasswordHasher(PasswordCost cost = {});
 
-    /// Self-describing hash text. Ends the process when memory is exhausted.
+    /// Self-describing hash text. Aborts the process when out of memory.
     std::string hash(const std::string &password) const;
     bool verify(const std::string &hash, const std::string &password) const;
-    /// Does the work of verify() and answers nothing: an unknown e-mail costs what a wrong
-    /// password costs. The first call takes twice as long; a server makes it while starting.
+    /// Takes as long as verify(), so that an unknown e-mail cannot be told from a wrong password.
+    /// The first call takes twice as long; the server makes it at start.
     void verifyNobody(const std::string &password) const;
 
 private:

@@ -7,8 +7,8 @@
 
 namespace quellora::server {
 
-/// Tells work on any thread that it should end. Copies share one state; a token made by itself is
-/// never stopped. (The standard library's own is missing from libc++ as systems ship it.)
+/// Tells work on any thread to stop. Copies share one state; a default-constructed token is never
+/// stopped. (Shipped versions of libc++ lack std::stop_token.)
 class StopToken
 {
 public:
@@ -19,25 +19,25 @@ public:
         const std::lock_guard lock(m_state->mutex);
         return m_state->isRequested;
     }
-    /// Blocks until a stop is requested or @p until answers true, which is asked again after
-    /// every wake().
+    /// Blocks until a stop is requested or @p until returns true. Every wake() re-evaluates
+    /// @p until.
     template <typename Condition>
     void waitForStop(Condition until) const
     {
         std::unique_lock lock(m_state->mutex);
         m_state->changed.wait(lock, [&] { return m_state->isRequested || until(); });
     }
-    /// Blocks for @p time or until @p until answers true, stop or not.
+    /// Blocks for @p time or until @p until returns true. Ignores stop requests.
     template <typename Condition>
     void waitFor(std::chrono::milliseconds time, Condition until) const
     {
         std::unique_lock lock(m_state->mutex);
         m_state->changed.wait_for(lock, time, until);
     }
-    /// Has the waiting conditions asked again.
+    /// Re-evaluates all waiting conditions.
     void wake() const
     {
-        // What changed before this is seen by whoever is between asking and waiting.
+        // Taking the lock ensures that no waiter is between evaluating its condition and waiting.
         {
             const std::lock_guard lock(m_state->mutex);
         }
@@ -55,7 +55,7 @@ protected:
     std::shared_ptr<State> m_state = std::make_shared<State>();
 };
 
-/// The side that asks for the end.
+/// Requests the stop.
 class StopSource : public StopToken
 {
 public:

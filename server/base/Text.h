@@ -10,11 +10,11 @@
 
 namespace quellora::server {
 
-/// @p text without blanks, tabs and line breaks at both ends.
+/// @p text without spaces, tabs and line breaks at both ends.
 std::string trimmed(std::string_view text);
 /// ASCII letters in lower case; other bytes unchanged.
 std::string lowered(std::string_view text);
-/// Safe inside HTML text and double-quoted attributes.
+/// Escapes @p text for HTML text and quoted attributes.
 std::string htmlEscaped(std::string_view text);
 /// Percent-encoding of everything but unreserved characters.
 std::string urlEncoded(std::string_view text);
@@ -28,13 +28,13 @@ std::string base64Encoded(std::string_view bytes);
 std::optional<std::int64_t> parseCount(std::string_view text);
 /// Rough token count of @p bytes bytes of text: a quarter, rounded up.
 std::int64_t estimatedTokens(std::size_t bytes);
-/// -1, 0 or 1 for dotted version numbers; missing parts count as 0, unreadable ones as 0.
+/// Compares dotted version numbers: -1, 0 or 1. Missing and unreadable parts count as 0.
 int compareVersions(std::string_view left, std::string_view right);
-/// "YYYY-MM" in UTC: the billing period that @p time lies in.
+/// The billing period of @p time, "YYYY-MM" in UTC.
 std::string billingPeriod(TimePoint time);
 /// "YYYY-MM-DDTHH:MM:SSZ".
 std::string isoTime(TimePoint time);
-/// A plausible e-mail address in its stored form (trimmed, lower case), or nothing.
+/// A plausible e-mail address as stored (trimmed, lower case), or nothing.
 std::optional<std::string> normalizedEmail(std::string_view text);
 
 } // namespace quellora::server

@@ -25,9 +25,9 @@ struct ServerSettings
     bool allowRemote = false;
     /// Host header names accepted besides the loopback names and `host`.
     std::vector<std::string> allowedHosts;
-    /// Whether /login offers sign-in without a password to the user who runs the server.
+    /// Whether /login offers sign-in without a password to the user running the server.
     bool oneClickSignIn = true;
-    /// Worker threads; each running answer holds one.
+    /// Worker threads; each running answer occupies one.
     std::size_t threads = 48;
 };
 
@@ -53,7 +53,7 @@ struct LimitSettings
     int keptLogs = 10;
 };
 
-/// A message of the operator, shown by the app above the prompt box.
+/// A message from the operator, shown by the app above the prompt box.
 struct AdminMessage
 {
     std::string id;
@@ -65,7 +65,7 @@ struct AdminMessage
     std::optional<std::int64_t> forceUpdateInMinutes;
 };
 
-/// What every account's configuration record says.
+/// The part of the configuration record that is the same for all accounts.
 struct ServiceSettings
 {
     std::string defaultPrompt;
@@ -81,16 +81,16 @@ struct ServiceSettings
     ServiceSettings();
 };
 
-/// Waiting for a model.
+/// Time limits of answers.
 struct TimingSettings
 {
-    /// Longest silence towards the client; also how long an answer may stay undecided between
-    /// an HTTP error and a stream.
+    /// Longest time without a byte to the client. Until it has passed, a failing model still
+    /// causes an HTTP error; after it the stream has begun.
     std::chrono::milliseconds keepAlive = std::chrono::seconds(8);
     std::chrono::milliseconds connect = std::chrono::seconds(5);
-    /// Longest silence of a model before its answer is given up.
+    /// Longest silence of a model before its answer fails.
     std::chrono::milliseconds stall = std::chrono::seconds(180);
-    /// How long stopping waits for running answers to be closed.
+    /// How long a shutdown waits for running answers to end.
     std::chrono::milliseconds stopGrace = std::chrono::seconds(3);
 };
 
@@ -124,7 +124,7 @@ struct Config
     /// The settings that switch a provider on, as a phrase such as "A, or B for a local server".
     /// The variables stand between @p open and @p close.
     std::string setupHint(const std::string &open, const std::string &close) const;
-    /// The configuration file looked for when none is named, or nothing.
+    /// The configuration file used when none is named, or nothing.
     static std::optional<std::filesystem::path> defaultFile(const Environment &environment);
 };
 

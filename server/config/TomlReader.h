@@ -12,12 +12,12 @@
 
 namespace quellora::server {
 
-/// Typed access to one TOML table that notices wrong types, values out of range and keys nobody
-/// asked for. The first problem found is kept in the shared error text.
+/// Typed access to one TOML table. Detects wrong types, values out of range and unknown keys. The
+/// first problem found is stored in the shared error text.
 class TomlReader
 {
 public:
-    /// @p table may be null (an absent table); @p name is its dotted name for messages.
+    /// @p table is null when absent; @p name is its dotted name for messages.
     TomlReader(const toml::table *table, std::string name, std::string &error);
 
     void read(std::string_view key, std::string &value);
@@ -42,7 +42,7 @@ public:
     }
     std::optional<std::int64_t> integer(std::string_view key, std::int64_t least,
                                         std::int64_t most);
-    /// The sub-table of that name, or a reader of nothing.
+    /// The sub-table of that name; an absent one has no keys.
     TomlReader table(std::string_view key);
     /// The tables of an array of tables.
     std::vector<TomlReader> tables(std::string_view key);

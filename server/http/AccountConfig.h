@@ -6,7 +6,7 @@
 
 namespace quellora::server {
 
-/// JSON of the answer to sign-in and verification: token, session id and the account's present
+/// The reply to sign-in and verification as JSON: token, session id and the account's current
 /// configuration.
 std::string loginResponse(Services &services, const Account &account, const std::string &token,
                           const std::string &sessionId);

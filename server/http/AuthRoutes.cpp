@@ -11,8 +11,8 @@ namespace quellora::server {
 PasswordSignIn::Result PasswordSignIn::attempt(const std::string &email,
                                                const std::string &password) const
 {
-    // The throttle's key is what was typed, so that an unknown address is throttled like a known
-    // one and tells nothing.
+    // Unknown addresses are throttled like known ones, so that throttling does not reveal which
+    // exist.
     const std::string address = normalizedEmail(email).value_or(lowered(email.substr(0, 254)));
     if (const auto wait = m_services.loginFailures.wait(address))
         return Result{std::nullopt, SignInRefusal::Throttled, *wait};
@@ -88,7 +88,7 @@ void AuthRoutes::verify(const httplib::Request &request, httplib::Response &resp
         return;
     }
     const auto token = RequestGuard::bearerToken(request);
-    // The browser carried a single-use token: the app gets a session of its own for it.
+    // A single-use token from the browser is exchanged for a session of the app.
     if (const auto accountId = token ? m_services.sessions.redeem(*token) : std::nullopt) {
         const auto account = m_services.accounts.find(*accountId);
         if (account && !account->suspended) {

@@ -7,7 +7,7 @@ namespace quellora::server {
 /// Why a password was not accepted.
 enum class SignInRefusal { WrongCredentials, Suspended, Throttled };
 
-/// Checks e-mail and password with the throttle that both the app and the sign-in page obey.
+/// Checks e-mail and password, with one throttle for the app and the sign-in page.
 class PasswordSignIn
 {
 public:

@@ -39,15 +39,15 @@ void BackendServer::configure()
 {
     const std::size_t threads = m_services.config.server.threads;
     m_server.new_task_queue = [threads] { return new httplib::ThreadPool(threads); };
-    // One request per connection: a reused connection would hold a thread while idle, and a body
-    // that was refused unread could be taken for the next request.
+    // One request per connection: an idle kept-alive connection would occupy a thread, and the
+    // unread body of a rejected request could be parsed as the next request.
     m_server.set_keep_alive_max_count(1);
     m_server.set_read_timeout(readTimeout);
     m_server.set_write_timeout(writeTimeout);
     m_server.set_tcp_nodelay(true);
     m_server.set_payload_max_length(
         std::max(m_services.config.limits.queryBytes, m_services.config.limits.logBytes));
-    // The library's default lets two servers share a port; a taken port has to be an error.
+    // The library's default (SO_REUSEPORT) lets two servers share a port.
     m_server.set_socket_options([](socket_t socket) {
         const int yes = 1;
         ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
@@ -170,7 +170,7 @@ void BackendServer::stop()
     m_services.stopping.requestStop();
     if (!m_services.streams.waitForNone(m_services.config.timing.stopGrace))
         Log::event("[BackendServer] WARNING: some answers did not end in time");
-    // Stopping before the serving loop has begun would be lost.
+    // httplib::Server::stop() has no effect before its loop runs.
     while (!m_server.is_running() && !m_finished)
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     m_server.stop();

@@ -14,15 +14,15 @@
 
 namespace quellora::server {
 
-/// The HTTP server with all its routes. bind(), then run() on a thread of its own; stop() from
-/// any other thread ends running answers and makes run() return.
+/// The HTTP server with all its routes. Call bind(), then run() on its own thread; stop() from any
+/// other thread ends running answers and makes run() return.
 class BackendServer
 {
 public:
     BackendServer(Config config, Database &database, const PasswordHasher &hasher,
                   const Clock &clock, PageRoutes::OwnUserCheck ownUser = {});
 
-    /// Starts listening; answers the port, or why it is impossible.
+    /// Starts listening. Returns the port, or why it failed.
     tl::expected<int, std::string> bind();
     /// "http://host:port", once bound.
     std::string address() const;

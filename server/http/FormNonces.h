@@ -9,8 +9,8 @@
 
 namespace quellora::server {
 
-/// Single-use marks that tie a form's submission to a page this server has shown. Thread-safe;
-/// keeps the newest few hundred for ten minutes.
+/// Single-use tokens that prove that a form was served by this server. Thread-safe. Each is valid
+/// for ten minutes; only the newest are kept.
 class FormNonces
 {
 public:
@@ -34,7 +34,7 @@ public:
         return nonce;
     }
 
-    /// Uses up @p nonce; false when it was never issued, is used or has expired.
+    /// Invalidates @p nonce; false when it is unknown, used or expired.
     bool consume(const std::string &nonce)
     {
         const std::lock_guard lock(m_mutex);

@@ -7,7 +7,7 @@
 namespace quellora::server {
 namespace {
 
-/// Heading text between the page's h1 tags, which is its title as well.
+/// The text of the page's h1 element.
 std::string titleOf(const std::string &body)
 {
     const std::size_t begin = body.find("<h1>");
@@ -20,8 +20,8 @@ std::string titleOf(const std::string &body)
 void replyPage(httplib::Response &response, int status, const std::string &body)
 {
     response.status = status;
-    // Browsers apply form-action to the redirect after a submission too, so the app's listener
-    // has to be named.
+    // Browsers also apply form-action to the redirect after a submission, so it has to allow the
+    // app's listener.
     response.set_header("Content-Security-Policy",
                         "default-src 'none'; style-src 'self'; base-uri 'none'; "
                         "frame-ancestors 'none'; form-action 'self' http://127.0.0.1:9877");

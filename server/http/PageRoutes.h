@@ -7,14 +7,13 @@
 
 namespace quellora::server {
 
-/// The pages a browser sees: sign-in for the app, and plain pages that say what a local
-/// installation offers in place of a web shop.
+/// The pages for browsers: sign-in for the app, and static pages for the links that the app opens.
 class PageRoutes
 {
 public:
-    /// The only address the sign-in page sends a token to: the app's listener on this machine.
+    /// The only address that receives tokens: the app's listener on this machine.
     static constexpr const char *callback = "http://127.0.0.1:9877/oauth-callback";
-    /// Whether a request comes from the user who runs the server.
+    /// Whether a request comes from the user running the server.
     using OwnUserCheck = std::function<bool(const httplib::Request &)>;
 
     PageRoutes(Services &services, OwnUserCheck ownUser);

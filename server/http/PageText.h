@@ -5,7 +5,7 @@
 
 namespace quellora::server {
 
-/// A whole HTML page around @p bodyHtml.
+/// A complete HTML page around @p bodyHtml.
 std::string pageHtml(std::string_view title, std::string_view bodyHtml);
 /// Body of the page at a fixed path, empty when there is none. @p setupHint says in HTML what to
 /// set to configure a model.

@@ -9,10 +9,10 @@
 namespace quellora::server {
 namespace {
 
-/// What to tell a client that already runs as many answers as it may.
+/// The wait reported to a client with too many running answers.
 constexpr std::chrono::seconds busyWait(5);
 
-/// The request's fields, or a text that says what is wrong with them.
+/// The request's fields, or an error message.
 struct ParsedQuery
 {
     std::string error;

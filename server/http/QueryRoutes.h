@@ -4,7 +4,7 @@
 
 namespace quellora::server {
 
-/// POST /api/proxy/query: admits a query and streams its answer.
+/// POST /api/proxy/query: checks a query and streams its answer.
 class QueryRoutes
 {
 public:

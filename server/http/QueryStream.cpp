@@ -12,7 +12,7 @@ namespace {
 
 using Steady = std::chrono::steady_clock;
 
-/// How often a silent stream looks whether its client or the server is leaving.
+/// How often a silent stream checks for a disconnected client or a shutdown.
 constexpr std::chrono::milliseconds tick(100);
 
 } // namespace
@@ -103,7 +103,7 @@ bool QueryStream::end(const SseWriter &writer, const AnswerOutcome &outcome,
                       httplib::DataSink &sink)
 {
     if (outcome.kind != AnswerOutcome::Kind::Complete) {
-        // Without a "done" event the client reports an unexpected end, which is what it was.
+        // Without a "done" event the client reports an unexpected end of the answer.
         Log::event("[QueryStream] ERROR: Model \"" + m_model.id +
                    "\" broke off: " + outcome.reason);
         if (m_answerBytes > 0 || outcome.tokens)

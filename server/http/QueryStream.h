@@ -10,8 +10,8 @@
 
 namespace quellora::server {
 
-/// One query from admission to its last byte: decides between an HTTP error and a stream, writes
-/// the stream's events, and counts the tokens exactly once, however it ends.
+/// One accepted query: decides between an HTTP error and a stream, writes the events of the
+/// stream, and counts the tokens exactly once, however it ends.
 class QueryStream
 {
 public:
@@ -21,12 +21,12 @@ public:
     QueryStream(const QueryStream &) = delete;
     QueryStream &operator=(const QueryStream &) = delete;
 
-    /// Waits for the first sign of the model, at most for the keep-alive time. True when the
-    /// answer is to be streamed; false when an error reply has been written instead.
+    /// Waits for the model's first text or failure, at most for the keep-alive time. True when the
+    /// answer is to be streamed; false after writing an error reply.
     bool open(httplib::Response &response);
-    /// Writes what has arrived, or a keep-alive. False when the client is gone. Between calls the
-    /// library looks for a client that left silently and then destroys this object, which cancels
-    /// the model.
+    /// Writes the next item or a keep-alive. False when the client has disconnected. Between calls
+    /// the library detects silently closed connections and destroys this object, which cancels the
+    /// model.
     bool pump(httplib::DataSink &sink);
 
 private:

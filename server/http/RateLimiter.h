@@ -11,16 +11,16 @@
 
 namespace quellora::server {
 
-/// Allows a number of events per key within a sliding window. Thread-safe. Forgets keys without
-/// events in the window, so its size follows the traffic.
+/// Limits the number of events per key within a sliding window. Thread-safe. Keys without events
+/// in the window are removed.
 class RateLimiter
 {
 public:
     RateLimiter(const Clock &clock, int limit, std::chrono::seconds window);
 
-    /// Counts an event, or answers how long to wait when the limit is reached.
+    /// Counts an event, or returns the time to wait when the limit is reached.
     std::optional<std::chrono::seconds> acquire(const std::string &key);
-    /// How long to wait, without counting anything.
+    /// The time to wait, without counting an event.
     std::optional<std::chrono::seconds> wait(const std::string &key);
     /// Counts an event whether or not the limit is reached.
     void record(const std::string &key);

@@ -10,13 +10,13 @@
 
 namespace quellora::server {
 
-/// A JSON body with status.
+/// Sets status and JSON body.
 void replyJson(httplib::Response &response, int status, const std::string &json);
-/// {"error": text}. The app does not show it; people with other clients see it.
+/// {"error": text}. The app does not show the text; it helps users of other clients.
 void replyError(httplib::Response &response, int status, const std::string &text);
 /// 429 that asks to wait.
 void replyRateLimited(httplib::Response &response, std::chrono::seconds wait);
-/// 429 that tells of a spent allowance.
+/// 429 for a spent allowance.
 void replySpent(httplib::Response &response, std::int64_t tokensRemaining);
 
 } // namespace quellora::server

@@ -98,7 +98,7 @@ std::optional<std::string> readBody(const httplib::ContentReader &reader,
     });
     if (complete && !tooLong)
         return body;
-    // The library has set 413 itself when the announced length is beyond every limit.
+    // The library itself sets 413 when Content-Length exceeds the limit of all routes.
     const bool oversized = tooLong || response.status == 413;
     replyError(response, oversized ? 413 : 400,
                oversized ? "the body is too long" : "the body could not be read");

@@ -9,19 +9,19 @@
 
 namespace quellora::server {
 
-/// Checks that stand before every handler. Where a check fails, the reply is already written.
+/// Checks that run before the handlers. A failing check writes the error reply.
 class RequestGuard
 {
 public:
     explicit RequestGuard(Services &services) : m_services(services) {}
 
-    /// The request names this server, not a foreign name that was pointed at it.
+    /// The Host header names this server (protection against DNS rebinding).
     bool hostAllowed(const httplib::Request &request, httplib::Response &response) const;
-    /// No web page of another origin stands behind the request.
+    /// The request was not sent by a web page of another origin.
     bool originAllowed(const httplib::Request &request, httplib::Response &response) const;
-    /// The body says it is JSON, which a foreign web page cannot send unasked.
+    /// The body is declared as JSON, which other origins cannot send without a preflight request.
     bool jsonBody(const httplib::Request &request, httplib::Response &response) const;
-    /// The account of the bearer token: 401 without a running session, 403 when suspended.
+    /// The account of the bearer token: 401 without a valid session, 403 when suspended.
     std::optional<Account> account(const httplib::Request &request,
                                    httplib::Response &response) const;
     /// The bearer token, or nothing.
@@ -31,8 +31,8 @@ private:
     Services &m_services;
 };
 
-/// Reads a request body up to @p limit bytes; what is beyond is read and dropped, so that the
-/// client gets to see the reply. Nothing (with status 413 or 400 set) when it does not fit.
+/// Reads a request body of up to @p limit bytes. Nothing, with a 413 or 400 reply, when that fails.
+/// A longer body is read to its end, because the client reads the reply only then.
 std::optional<std::string> readBody(const httplib::ContentReader &reader,
                                     httplib::Response &response, std::size_t limit);
 

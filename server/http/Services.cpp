@@ -6,7 +6,7 @@ namespace {
 using std::chrono::seconds;
 constexpr int uploadsPerMinute = 120;
 
-/// Streams hold their thread to the end; some threads always stay for short requests.
+/// How many threads streams may occupy; the others remain free for short requests.
 int streamThreads(std::size_t threads)
 {
     return static_cast<int>(threads - threads / 4);

@@ -14,7 +14,7 @@
 
 namespace quellora::server {
 
-/// Everything the request handlers work with; owned by the server, all of it thread-safe.
+/// What the request handlers share; owned by the server. All members are thread-safe.
 struct Services
 {
     Services(Config settings, Database &database, const PasswordHasher &hasher,
@@ -33,7 +33,7 @@ struct Services
     RateLimiter authRate;
     RateLimiter uploadRate;
     StreamSlots streams;
-    /// Requested when the server goes down: running answers end.
+    /// Requested at shutdown; running answers end.
     StopSource stopping;
 };
 

@@ -9,8 +9,8 @@
 
 namespace quellora::server {
 
-/// Writes the events of an answer stream: lines "data: {json}" with an empty line after each, and
-/// comments that only keep the connection alive. Each call answers whether the client still reads.
+/// Writes the events of an answer stream, "data: {json}" with an empty line after each, and
+/// keep-alive comments. Each call returns whether the client is still connected.
 class SseWriter
 {
 public:

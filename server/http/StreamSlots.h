@@ -9,16 +9,16 @@
 
 namespace quellora::server {
 
-/// Counts running answer streams, per account and altogether. Thread-safe.
+/// Limits the running answer streams per account and in total. Thread-safe.
 class StreamSlots
 {
 public:
     StreamSlots(int perAccount, int total) : m_perAccount(perAccount), m_total(total) {}
 
-    /// Frees its slot when destroyed.
+    /// Released when the last copy is destroyed.
     using Slot = std::shared_ptr<void>;
 
-    /// A slot, or null when the account or the server runs as many streams as it may.
+    /// A slot, or null when the account or the server has reached its limit.
     Slot acquire(std::int64_t accountId)
     {
         const std::lock_guard lock(m_mutex);
@@ -32,7 +32,7 @@ public:
         });
     }
 
-    /// Waits until no stream runs; false when some still do after @p timeout.
+    /// Waits until no stream runs; false after @p timeout.
     bool waitForNone(std::chrono::milliseconds timeout)
     {
         std::unique_lock lock(m_mutex);

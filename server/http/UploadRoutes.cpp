@@ -73,7 +73,7 @@ void UploadRoutes::telemetry(const httplib::Request &request, httplib::Response 
     if (!account)
         return;
     const auto record = parsedObject(body);
-    // Only the known fields are kept: whatever else a client sends is not ours to store.
+    // Unknown fields are not stored: they could contain private data.
     nlohmann::ordered_json kept;
     for (const Field &field : telemetryFields) {
         const nlohmann::json &value = record ? memberOf(*record, field.name) : nlohmann::json();

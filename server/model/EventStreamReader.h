@@ -7,20 +7,20 @@
 
 namespace quellora::server {
 
-/// Splits a server-sent-event stream, fed in pieces of any size, into the data of its events.
-/// Lines end at LF, CR or CRLF; several "data:" lines of one event are joined by line feeds;
-/// comments and other fields are skipped.
+/// Parses a server-sent event stream, fed in pieces of any size. Lines end at LF, CR or CRLF;
+/// several "data:" lines of one event are joined by line feeds; comments and other fields are
+/// skipped.
 class EventStreamReader
 {
 public:
-    /// Takes one event's data; answers false to stop reading.
+    /// Receives the data of one event; returns false to stop reading.
     using Handler = std::function<bool(std::string_view data)>;
 
     explicit EventStreamReader(Handler handler, std::size_t maxEventBytes = 1U << 20U);
 
-    /// Answers false when the handler stopped or an event is longer than allowed.
+    /// Returns false when the handler stopped or an event exceeds the limit.
     bool feed(std::string_view bytes);
-    /// Delivers a last event that no blank line closed.
+    /// Delivers a last event without a blank line after it.
     bool finish();
 
 private:

@@ -18,12 +18,12 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// A screenshot from the app is at most 1280 wide; these bounds only keep hostile pictures small.
+// Screenshots from the app are at most 1280 pixels wide; these limits reject hostile pictures.
 constexpr int largestSide = 8192;
 constexpr std::int64_t mostPixels = 16LL * 1024 * 1024;
 /// Screen text is small. Enlarging to about this width took the share of words read from 0.82 to
 /// 0.96 in 960-pixel pictures and from 0.95 to 0.98 in 1280-pixel ones, for a fifth more time;
-/// beyond it, columns standing side by side run into each other.
+/// beyond it, neighbouring columns are merged.
 constexpr float readingWidth = 1920.0F;
 constexpr float mostEnlargement = 2.0F;
 constexpr int screenDpi = 96;
@@ -48,7 +48,7 @@ private:
     Pix *m_pix;
 };
 
-/// Where one line stands; coordinates in the enlarged picture.
+/// Bounding box of one line, in pixels of the enlarged picture.
 struct LineBox
 {
     int left = 0;
@@ -58,7 +58,7 @@ struct LineBox
     bool startsBlock = false;
 };
 
-/// One recognised line with its place.
+/// One recognised line with its position.
 struct PlacedLine
 {
     std::string text;
@@ -81,8 +81,8 @@ Picture decoded(const std::string &jpeg)
     return Picture(colour ? pixConvertTo8(colour.get(), 0) : nullptr);
 }
 
-/// Dark text on light ground everywhere. The recogniser can try both polarities itself, but then
-/// reads every light-on-dark line twice and misses dark windows beside light ones.
+/// Inverts dark regions, so that all text is dark on light. Tesseract's own inversion recognises
+/// every light-on-dark line twice and misses dark windows beside light ones.
 Picture withDarkText(const Picture &grey)
 {
     const int width = pixGetWidth(grey.get());
@@ -124,7 +124,7 @@ std::size_t codePoints(const std::string &text)
     }));
 }
 
-/// Icons and lines of the window frame come out as short punctuation.
+/// Rejects short punctuation, which icons and window borders are recognised as.
 bool worthKeeping(const std::string &text)
 {
     const auto readable = std::count_if(text.begin(), text.end(), [](char c) {
@@ -206,8 +206,8 @@ tl::expected<ReadPage, ReadError> TextRecognizer::read(const std::string &jpeg, 
     if (!load())
         return tl::make_unexpected(ReadError::NoLanguageData);
 #ifdef QUELLORA_HAVE_OPENMP
-    // The library splits each small matrix product over four threads, which costs several times
-    // what it gains.
+    // The library distributes each small matrix product over four threads, which makes it several
+    // times slower.
     omp_set_max_active_levels(0);
 #endif
 

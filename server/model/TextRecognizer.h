@@ -16,15 +16,15 @@ class TessBaseAPI;
 
 namespace quellora::server {
 
-/// One line of text as it stands on the screen.
+/// One line of text on the screen.
 struct ReadLine
 {
     std::string text;
-    /// Leading blanks, from the line's place beside its neighbours.
+    /// Indentation in characters, relative to the leftmost line of its block.
     int indent = 0;
 };
 
-/// Lines that stand together, from top to bottom.
+/// Adjacent lines, from top to bottom.
 struct ReadBlock
 {
     std::vector<ReadLine> lines;
@@ -32,13 +32,13 @@ struct ReadBlock
     int column = 0;
 };
 
-/// What could be read off a picture.
+/// The text recognised in a picture.
 struct ReadPage
 {
     int width = 0;
     int height = 0;
     std::vector<ReadBlock> blocks;
-    /// Reading ran out of time; later lines are missing.
+    /// Recognition ran out of time; later lines are missing.
     bool cutShort = false;
 };
 
@@ -60,15 +60,15 @@ enum class ReadError {
     NoLanguageData
 };
 
-/// Reads the text of screenshots with Tesseract. Thread-safe: one picture at a time, the others
-/// wait. The recognition data is loaded at the first picture.
+/// Recognises the text of screenshots with Tesseract. Thread-safe; processes one picture at a
+/// time. The language data is loaded with the first picture.
 class TextRecognizer
 {
 public:
     explicit TextRecognizer(RecognizerSettings settings);
     ~TextRecognizer();
 
-    /// Blocks for the time of the recognition; a requested @p stop cuts it short.
+    /// Blocks until the text is recognised or a stop is requested.
     tl::expected<ReadPage, ReadError> read(const std::string &jpeg, StopToken stop);
 
 private:

@@ -11,7 +11,7 @@
 
 namespace quellora::server {
 
-/// One person who may sign in.
+/// A user who may sign in.
 struct Account
 {
     std::int64_t id = 0;
@@ -22,13 +22,13 @@ struct Account
     bool suspended = false;
 };
 
-/// The accounts table. Thread-safe. E-mail addresses are expected in normalised form.
+/// The accounts table. Thread-safe. E-mail addresses must be normalised.
 class Accounts
 {
 public:
     Accounts(Database &database, const PasswordHasher &hasher, const Clock &clock);
 
-    /// Creates an account; nothing when the address is taken.
+    /// Creates an account; nothing when the address is in use.
     std::optional<Account> create(const std::string &email, const std::string &password,
                                   const std::string &plan, std::int64_t tokenCap);
     std::optional<Account> find(std::int64_t id);
@@ -38,7 +38,7 @@ public:
     /// The account when the password is right. Takes the same time for an unknown address.
     std::optional<Account> authenticate(const std::string &email, const std::string &password);
 
-    /// The setters answer whether the account exists. A new password ends all its sessions.
+    /// The setters return whether the account exists. A new password ends all its sessions.
     bool setPassword(const std::string &email, const std::string &password);
     bool setTokenCap(const std::string &email, std::int64_t tokenCap);
     bool setPlan(const std::string &email, const std::string &plan);

@@ -14,7 +14,7 @@ namespace {
 
 constexpr int busyMilliseconds = 5000;
 
-/// Creates the file for its owner only, before the library can create it with wider rights.
+/// Creates the file with mode 0600; the library would create it with the default mode.
 void prepareFile(const std::filesystem::path &file)
 {
     std::filesystem::path directory = file.parent_path();
@@ -142,7 +142,7 @@ Database::~Database()
 
 void Database::migrate()
 {
-    // The version is read under the write lock: two processes starting at once must not both
+    // The version is read under the write lock, so that two processes starting at once do not both
     // create the tables.
     transaction([this] {
         std::int64_t version = 0;

@@ -10,14 +10,14 @@
 
 namespace quellora::server {
 
-/// A session whose token was just presented or issued.
+/// A valid session.
 struct Session
 {
     std::string id;
     std::int64_t accountId = 0;
 };
 
-/// A fresh session with its token; the token is not stored and cannot be read again.
+/// A new session with its token, of which only the fingerprint is stored.
 struct IssuedSession
 {
     std::string id;
@@ -33,13 +33,13 @@ public:
 
     /// A session for the app.
     IssuedSession issue(std::int64_t accountId);
-    /// A short-lived token for the browser to carry to the app; good for redeem() once.
+    /// A short-lived token that the browser passes to the app, for one redeem().
     IssuedSession issueHandover(std::int64_t accountId);
-    /// The running session of @p token, or nothing when unknown or expired.
+    /// The session of @p token, or nothing when unknown or expired.
     std::optional<Session> find(const std::string &token);
-    /// Uses up a handover token and answers its account.
+    /// Invalidates a handover token and returns its account.
     std::optional<std::int64_t> redeem(const std::string &token);
-    /// Ends all sessions of an account and answers how many.
+    /// Ends all sessions of an account and returns their number.
     int revokeAll(std::int64_t accountId);
 
 private:

@@ -8,15 +8,15 @@
 
 namespace quellora::server {
 
-/// Keeps the latest performance records the apps report. Thread-safe.
+/// Stores the latest performance records of the apps. Thread-safe.
 class Telemetry
 {
 public:
-    /// Older records beyond this many are dropped.
+    /// Older records beyond this number are deleted.
     static constexpr std::int64_t keptRecords = 10000;
 
     Telemetry(Database &database, const Clock &clock);
-    /// Stores @p record, compact JSON already checked by the caller.
+    /// Stores @p record, compact JSON validated by the caller.
     void add(std::int64_t accountId, const std::string &record);
 
 private:

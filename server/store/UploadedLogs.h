@@ -8,8 +8,8 @@
 
 namespace quellora::server {
 
-/// Log files the apps upload, one file each, readable by the owner only, the newest kept per
-/// account. Callable from any thread.
+/// Log files uploaded by the apps, readable by the owner only. The newest of each account are kept.
+/// Callable from any thread.
 class UploadedLogs
 {
 public:

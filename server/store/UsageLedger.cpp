@@ -12,7 +12,7 @@ UsageLedger::UsageLedger(Database &database, const Clock &clock)
 
 void UsageLedger::add(std::int64_t accountId, TokenCount tokens)
 {
-    // The account may have been deleted while its answer was running: then nothing is counted.
+    // Counts nothing when the account was deleted while its answer was running.
     m_database.execute(
         "INSERT INTO usage(account_id, period, input_tokens, output_tokens, queries)"
         " SELECT id, ?, ?, ?, 1 FROM accounts WHERE id = ?"

@@ -17,7 +17,7 @@ struct TokenCount
     std::int64_t total() const { return input + output; }
 };
 
-/// Usage as the wire records show it.
+/// Usage as sent to the app.
 struct UsageFigures
 {
     std::int64_t used = 0;
@@ -31,8 +31,8 @@ struct UsageFigures
 class UsageLedger
 {
 public:
-    /// The allowance announced for an account without a cap. The app takes an allowance of 0 for
-    /// one that is already spent, so "no limit" has to be a figure nobody reaches.
+    /// The allowance reported for an account without a cap. The app treats an allowance of 0 as
+    /// spent, so "no limit" is reported as a very large number.
     static constexpr std::int64_t unlimitedAllowance = 1000000000;
 
     UsageLedger(Database &database, const Clock &clock);
@@ -40,11 +40,11 @@ public:
     void add(std::int64_t accountId, TokenCount tokens);
     TokenCount current(std::int64_t accountId);
     std::int64_t queries(std::int64_t accountId);
-    /// Figures of the account in the present period.
+    /// Figures of the account in the current period.
     UsageFigures figures(const Account &account);
     /// Whether a capped account has nothing left.
     static bool spent(const Account &account, std::int64_t used);
-    /// Whether a capped account is past the tolerated overdraft of a quarter of its cap.
+    /// Whether a capped account has exceeded its cap by more than the tolerated quarter.
     static bool overdrawn(const Account &account, std::int64_t used);
 
 private:

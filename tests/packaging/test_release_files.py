@@ -19,6 +19,7 @@ FORMULAE = {
     "libdeflate": "libdeflate", "nlohmann_json": "nlohmann-json", "OpenSSL": "openssl@3",
     "cpp-httplib": "cpp-httplib", "httplib": "cpp-httplib", "libsodium": "libsodium", "sqlite3": "sqlite",
     "tesseract": "tesseract", "lept": "leptonica", "tomlplusplus": "tomlplusplus",
+    "CLI11": "cli11",
     "GTest": "googletest", "libpng": "libpng", "benchmark": "google-benchmark",
     "npm": "node", "rsvg-convert": "librsvg",
 }

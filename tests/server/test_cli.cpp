@@ -19,6 +19,8 @@ extern char **environ;
 namespace quellora::server {
 namespace {
 
+using nlohmann::json;
+
 struct Outcome
 {
     int status = -1;
@@ -113,15 +115,13 @@ TEST_F(Cli, CreateAccountReadsOrGeneratesThePassword)
 TEST_F(Cli, AccountsAreModified)
 {
     run({"create-account", "a@x.org", "--generate", "--cap", "500", "--plan=team"});
-    const auto listed = [&] {
-        return nlohmann::json::parse(run({"list-accounts", "--json"}).out).at(0);
-    };
-    EXPECT_EQ(listed(), nlohmann::json({{"email", "a@x.org"},
-                                        {"plan", "team"},
-                                        {"tokenCap", 500},
-                                        {"tokensUsed", 0},
-                                        {"queries", 0},
-                                        {"suspended", false}}));
+    const auto listed = [&] { return json::parse(run({"list-accounts", "--json"}).out).at(0); };
+    EXPECT_EQ(listed(), json({{"email", "a@x.org"},
+                              {"plan", "team"},
+                              {"tokenCap", 500},
+                              {"tokensUsed", 0},
+                              {"queries", 0},
+                              {"suspended", false}}));
     EXPECT_EQ(run({"set-cap", "A@x.org", "0"}).status, 0);
     EXPECT_EQ(run({"set-plan", "a@x.org", "pro"}).status, 0);
     EXPECT_EQ(run({"suspend", "a@x.org"}).status, 0);
@@ -193,15 +193,39 @@ TEST_F(Cli, WrongUsageIsReportedOnStandardErrorWithStatus2)
                                                {"list-accounts", "x"}}) {
         const Outcome outcome = run(words);
         EXPECT_EQ(outcome.status, 2);
-        EXPECT_FALSE(outcome.err.empty());
+        EXPECT_NE(outcome.err.find("Usage: quellora-backend"), std::string::npos) << outcome.err;
         EXPECT_EQ(outcome.out, "");
     }
+}
+
+TEST_F(Cli, WrongUsageNamesTheProblemAndTheUsageOfTheCommand)
+{
+    EXPECT_EQ(run({"set-cap", "a@x.org", "many"}).err,
+              "quellora-backend: TOKENS: \"many\" is not a whole number up to 1000000000000\n"
+              "Usage: quellora-backend set-cap EMAIL TOKENS\n"
+              "Run quellora-backend --help for all commands and options.\n");
+    EXPECT_NE(run({"frobnicate"}).err.find("frobnicate"), std::string::npos);
+    EXPECT_NE(run({"create-account", "a@x.org"}).err.find("either --generate or --password-stdin"),
+              std::string::npos);
+}
+
+TEST_F(Cli, OptionsMayPrecedeTheCommandAndTheLastOfEqualOnesCounts)
+{
+    EXPECT_EQ(run({"--generate", "--cap=5", "--cap", "010", "create-account", "a@x.org"}).status,
+              0);
+    const json accounts = json::parse(run({"--json", "list-accounts"}).out);
+    EXPECT_EQ(accounts.at(0).at("tokenCap"), 10);
+    EXPECT_EQ(run({"set-plan", "a@x.org", "serve"}).status, 0);
+    EXPECT_EQ(run({"set-plan", "a@x.org", "--", "--free"}).status, 0);
+    EXPECT_EQ(json::parse(run({"list-accounts", "--json"}).out).at(0).at("plan"), "--free");
 }
 
 TEST_F(Cli, HelpAndVersionGoToStandardOutput)
 {
     const Outcome help = run({"--help"});
     EXPECT_EQ(help.status, 0);
+    EXPECT_EQ(run({"serve", "-h"}).out, help.out);
+    EXPECT_NE(help.out.find("--port"), std::string::npos);
     for (const char *command : {"serve", "ensure-account", "create-account", "set-password",
                                 "set-cap", "suspend", "list-accounts", "check-config"})
         EXPECT_NE(help.out.find(command), std::string::npos) << command;
@@ -324,11 +348,11 @@ TEST_P(ServeProgram, AnnouncesItselfAndServesUntilASignal)
     // Accounts created while the server runs are usable at once.
     const Outcome made = run({"--data", program.data().string(), "ensure-account", "a@x.org"});
     const std::string password = valueOf(made.out, "password");
-    const auto login = client.Post(
-        "/api/auth/app-login",
-        nlohmann::json({{"email", "a@x.org"}, {"password", password}}).dump(), "application/json");
+    const auto login = client.Post("/api/auth/app-login",
+                                   json({{"email", "a@x.org"}, {"password", password}}).dump(),
+                                   "application/json");
     ASSERT_EQ(login->status, 200);
-    const std::string token = nlohmann::json::parse(login->body).at("token");
+    const std::string token = json::parse(login->body).at("token");
     const auto answer = client.Post("/api/proxy/query", {{"Authorization", "Bearer " + token}},
                                     R"({"prompt":"my private prompt"})", "application/json");
     EXPECT_EQ(lastType(answer->body), "done");

@@ -19,7 +19,7 @@ arch_headers = headers / "x86_64-linux-gnu"
 
 # What our sources and these libraries' own headers include.
 libraries = """
-    brotli gtest httplib.h jerror.h jmorecfg.h jpeglib.h leptonica libdeflate.h nlohmann simdjson.h
+    CLI brotli gtest httplib.h jerror.h jmorecfg.h jpeglib.h leptonica libdeflate.h nlohmann simdjson.h
     sodium sodium.h spng.h sqlite3.h tesseract tl toml++ turbojpeg.h zlib.h png.h pngconf.h
     pnglibconf.h zconf.h GL KHR
 """.split()
