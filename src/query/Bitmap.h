@@ -8,11 +8,11 @@
 
 namespace quellora {
 
-/// A picture of 8-bit samples, interleaved RGB (3 channels) or RGB and one more byte that nobody
-/// looks at (4 channels). Screens are opaque, so alpha plays no part.
+/// A picture of interleaved 8-bit samples: RGB (3 channels) or RGB and an ignored byte (4
+/// channels).
 ///
-/// Rows may lie anywhere, also inside the file they came from; what they point into is kept alive
-/// by the bitmap. Movable, not copyable; rows are read-only and may be read by several threads.
+/// Rows may point into the file that was decoded; the bitmap owns what they point into. Movable,
+/// not copyable; rows are read-only and may be read by several threads.
 struct Bitmap
 {
     int width = 0;
@@ -20,7 +20,7 @@ struct Bitmap
     int channels = 3;
     std::vector<const std::uint8_t *> rows;
 
-    /// What the rows point into.
+    /// Own what the rows point into.
     QByteArray file;
     std::vector<std::unique_ptr<std::uint8_t[]>> buffers;
 
@@ -31,8 +31,8 @@ struct Bitmap
     }
     bool isNull() const { return width < 1 || height < 1; }
 
-    /// A bitmap of one contiguous block whose samples are to be written to buffers.front().
-    /// Null when there is no memory for it or a side is below one.
+    /// A bitmap whose samples the caller writes to buffers.front(), row after row. Null when there
+    /// is no memory for it or a side is below one.
     static Bitmap create(int width, int height, int channels);
 };
 

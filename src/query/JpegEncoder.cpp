@@ -20,7 +20,7 @@ struct BufferDeleter
     void operator()(unsigned char *buffer) const { tjFree(buffer); }
 };
 
-/// Bytes from one row to the next, or 0 when the rows do not lie evenly in one block.
+/// The distance from one row to the next; 0 when it varies.
 std::size_t evenStride(const Bitmap &bitmap)
 {
     const std::size_t stride = bitmap.rowBytes();

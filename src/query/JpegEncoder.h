@@ -6,8 +6,8 @@
 
 namespace quellora {
 
-/// Encodes a baseline JPEG with halved colour resolution. Empty when the encoder refuses the
-/// picture. @param quality 1 to 100
+/// Encodes a baseline JPEG with 4:2:0 chroma subsampling. Empty when encoding fails.
+/// @param quality 1 to 100
 QByteArray encodeJpeg(const Bitmap &bitmap, int quality);
 
 } // namespace quellora

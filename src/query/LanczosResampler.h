@@ -7,13 +7,12 @@
 
 namespace quellora {
 
-/// Scales @p source down with a Lanczos filter of three lobes, widened by the scale so that it
-/// also removes what the smaller picture cannot show; edges use the part of the filter inside the
-/// picture. The result has three channels and differs from exact arithmetic by at most one step
-/// per sample. Null when it cannot be created.
+/// Scales @p source down with a three-lobed Lanczos filter, widened by the scale factor against
+/// aliasing and normalised at the edges. The result has three channels; samples differ from exact
+/// arithmetic by at most one. Null when there is no memory for it.
 ///
-/// Works on up to @p threads bands at once and returns when all are done. Neither target side may
-/// exceed its source side.
+/// Processes up to @p threads bands in parallel and returns when all are done. Neither target side
+/// may exceed its source side.
 Bitmap resampleLanczos(const Bitmap &source, int targetWidth, int targetHeight, int threads);
 
 /// Weights of one axis: target sample i is the sum over t of weights[i * taps + t] times source
@@ -26,12 +25,12 @@ struct LanczosTable
     std::vector<int> starts;
     std::vector<std::int16_t> weights;
 
-    /// @param multiple taps are filled up to a multiple of this with zero weights; these may reach
-    ///        beyond the last source sample
+    /// @param multiple the number of taps is rounded up to a multiple of this with zero weights,
+    ///        which may lie beyond the last source sample
     static LanczosTable create(int sourceSize, int targetSize, int multiple);
 };
 
-/// The two inner loops, in the variants that this processor may run. All give equal results.
+/// The two inner loops. All variants give equal results.
 struct LanczosKernels
 {
     /// Bits of fraction in the samples between the two passes.
@@ -47,6 +46,7 @@ struct LanczosKernels
                        int targetWidth, std::uint8_t *out);
 
     static const LanczosKernels &portable();
+    /// The fastest variant for this processor.
     static const LanczosKernels &best();
 };
 

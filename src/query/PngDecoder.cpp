@@ -1,7 +1,5 @@
 #include "query/PngDecoder.h"
 
-#include "query/PngFilters.h"
-
 #include <libdeflate.h>
 #include <spng.h>
 
@@ -41,25 +39,17 @@ std::unique_ptr<std::uint8_t[]> allocate(std::size_t size)
     return std::unique_ptr<std::uint8_t[]>(new (std::nothrow) std::uint8_t[size]);
 }
 
-/// What the chunks say.
 struct Contents
 {
-    /// Of the kind that this module reads: 8-bit RGB with or without alpha, not interlaced.
-    bool isCommon = false;
     int width = 0;
     int height = 0;
-    int channels = 3;
+    /// Of a picture with 8-bit RGB or RGBA samples, not interlaced; else 0.
+    int channels = 0;
+    /// The bodies of the IDAT chunks.
     std::vector<Bytes> data;
-
-    std::size_t rowBytes() const
-    {
-        return static_cast<std::size_t>(width) * static_cast<std::size_t>(channels);
-    }
-    /// Every row is preceded by its filter.
-    std::size_t filteredSize() const { return (rowBytes() + 1) * static_cast<std::size_t>(height); }
 };
 
-/// False when the picture is none or too large.
+/// @return false when the header is invalid or the picture exceeds the limits
 bool readHeader(Bytes header, Contents &contents)
 {
     if (header.size() != headerBytes)
@@ -71,15 +61,15 @@ bool readHeader(Bytes header, Contents &contents)
     const std::uint8_t depth = header[8];
     const std::uint8_t colour = header[9];
     const bool plain = header[10] == 0 && header[11] == 0 && header[12] == 0;
-    contents.isCommon = depth == 8 && (colour == 2 || colour == 6) && plain;
     contents.width = static_cast<int>(width);
     contents.height = static_cast<int>(height);
-    contents.channels = colour == 2 ? 3 : 4;
+    if (depth == 8 && plain)
+        contents.channels = colour == 2 ? 3 : colour == 6 ? 4 : 0;
     return true;
 }
 
-/// Walks the chunks up to the end mark. Nothing when the file is damaged or cut short, or holds a
-/// chunk that may not be skipped and that nobody knows.
+/// Reads the chunks up to IEND. Nothing when the file is damaged or truncated or has an unknown
+/// critical chunk.
 std::optional<Contents> readContents(Bytes file)
 {
     if (file.size() < signature.size() ||
@@ -116,28 +106,7 @@ std::optional<Contents> readContents(Bytes file)
     return std::nullopt;
 }
 
-/// The zlib stream in one piece, copied only when it is spread over several chunks.
-Bytes joined(const Contents &contents, std::unique_ptr<std::uint8_t[]> &storage)
-{
-    if (contents.data.size() == 1)
-        return contents.data.front();
-    std::size_t size = 0;
-    for (const Bytes part : contents.data)
-        size += part.size();
-    storage = allocate(size);
-    if (storage == nullptr)
-        return {};
-    std::size_t at = 0;
-    for (const Bytes part : contents.data) {
-        if (!part.empty())
-            std::memcpy(storage.get() + at, part.data(), part.size());
-        at += part.size();
-    }
-    return {storage.get(), size};
-}
-
-/// The pieces of an uncompressed zlib stream; empty when any block of it is compressed or its
-/// check sum is wrong.
+/// The blocks of a zlib stream; empty when a block is compressed or the checksum is wrong.
 std::vector<Bytes> storedBlocks(Bytes stream, std::size_t expectedSize)
 {
     constexpr std::size_t blockHeader = 5;
@@ -170,18 +139,31 @@ std::vector<Bytes> storedBlocks(Bytes stream, std::size_t expectedSize)
     return blocks;
 }
 
-/// Rows that are neither compressed nor filtered are used where they lie; only those across the
-/// border of two blocks are copied. False when some row is filtered.
-bool useRowsInPlace(const std::vector<Bytes> &blocks, const Contents &contents, Bitmap &bitmap)
+/// Reads a picture whose samples are neither compressed nor filtered. Rows are used in place; only
+/// those that cross a block border are copied. Nothing for every other picture.
+std::optional<Bitmap> readInPlace(const QByteArray &file, const Contents &contents)
 {
-    const std::size_t rowBytes = contents.rowBytes();
+    if (contents.channels == 0 || contents.data.size() != 1)
+        return std::nullopt;
+    Bitmap bitmap;
+    bitmap.width = contents.width;
+    bitmap.height = contents.height;
+    bitmap.channels = contents.channels;
+    bitmap.file = file;
+    bitmap.rows.reserve(static_cast<std::size_t>(contents.height));
+    const std::size_t rowBytes = bitmap.rowBytes();
+    // Each row is preceded by one byte for its filter.
+    const auto blocks = storedBlocks(contents.data.front(),
+                                     (rowBytes + 1) * static_cast<std::size_t>(contents.height));
+    if (blocks.empty())
+        return std::nullopt;
     auto block = blocks.begin();
     Bytes rest = *block;
     for (int y = 0; y < contents.height; ++y) {
         while (rest.empty())
             rest = *++block;
         if (rest[0] != 0)
-            return false;
+            return std::nullopt;
         rest = rest.subspan(1);
         if (rest.size() >= rowBytes) {
             bitmap.rows.push_back(rest.data());
@@ -190,7 +172,7 @@ bool useRowsInPlace(const std::vector<Bytes> &blocks, const Contents &contents, 
         }
         auto row = allocate(rowBytes);
         if (row == nullptr)
-            return false;
+            return std::nullopt;
         for (std::size_t have = 0; have < rowBytes;) {
             while (rest.empty())
                 rest = *++block;
@@ -202,56 +184,6 @@ bool useRowsInPlace(const std::vector<Bytes> &blocks, const Contents &contents, 
         bitmap.rows.push_back(row.get());
         bitmap.buffers.push_back(std::move(row));
     }
-    return true;
-}
-
-/// Decompresses everything at once and undoes the filters in place.
-bool inflateRows(Bytes stream, const Contents &contents, Bitmap &bitmap)
-{
-    const std::size_t size = contents.filteredSize();
-    auto samples = allocate(size);
-    const std::unique_ptr<libdeflate_decompressor, decltype(&libdeflate_free_decompressor)>
-        decompressor(libdeflate_alloc_decompressor(), &libdeflate_free_decompressor);
-    if (samples == nullptr || decompressor == nullptr ||
-        libdeflate_zlib_decompress(decompressor.get(), stream.data(), stream.size(), samples.get(),
-                                   size, nullptr) != LIBDEFLATE_SUCCESS)
-        return false;
-    const std::size_t rowBytes = contents.rowBytes();
-    const std::uint8_t *previous = nullptr;
-    std::uint8_t *row = samples.get();
-    for (int y = 0; y < contents.height; ++y, row += rowBytes) {
-        const std::uint8_t filter = *row++;
-        if (!undoPngFilter(filter, row, previous, rowBytes, contents.channels))
-            return false;
-        bitmap.rows.push_back(row);
-        previous = row;
-    }
-    bitmap.buffers.push_back(std::move(samples));
-    return true;
-}
-
-std::optional<Bitmap> decodeCommon(const QByteArray &file, const Contents &contents)
-{
-    Bitmap bitmap;
-    bitmap.width = contents.width;
-    bitmap.height = contents.height;
-    bitmap.channels = contents.channels;
-    bitmap.file = file;
-    bitmap.rows.reserve(static_cast<std::size_t>(contents.height));
-
-    std::unique_ptr<std::uint8_t[]> storage;
-    const Bytes stream = joined(contents, storage);
-    const auto blocks = storedBlocks(stream, contents.filteredSize());
-    bool done = !blocks.empty() && useRowsInPlace(blocks, contents, bitmap);
-    if (!done) {
-        bitmap.rows.clear();
-        bitmap.buffers.clear();
-        done = inflateRows(stream, contents, bitmap);
-    }
-    if (!done)
-        return std::nullopt;
-    if (storage != nullptr)
-        bitmap.buffers.push_back(std::move(storage));
     return bitmap;
 }
 
@@ -286,15 +218,12 @@ std::optional<Bitmap> decodePng(const QByteArray &file)
     const Bytes bytes(
         static_cast<const std::uint8_t *>(static_cast<const void *>(file.constData())),
         static_cast<std::size_t>(file.size()));
-    // libspng gets only files that passed, for it does not check what it has no need to read.
+    // Checked for libspng as well, which does not check what follows the pixels.
     const auto contents = readContents(bytes);
     if (!contents)
         return std::nullopt;
-    if (contents->isCommon) {
-        if (auto bitmap = decodeCommon(file, *contents))
-            return bitmap;
-    }
-    return decodeWithSpng(file);
+    auto bitmap = readInPlace(file, *contents);
+    return bitmap ? std::move(bitmap) : decodeWithSpng(file);
 }
 
 } // namespace quellora

@@ -9,14 +9,14 @@
 namespace quellora {
 
 /// Decodes a PNG of any colour type, bit depth and interlacing to 8-bit RGB; colour profiles,
-/// gamma and transparency are not applied. Check sums are verified. Nothing when the data is no
-/// complete, valid PNG, a side exceeds 32767 pixels or the picture 2^27 pixels, or memory runs out.
+/// gamma and transparency are not applied. Checksums are verified. Nothing when the data is not a
+/// complete, valid PNG, when a limit below is exceeded, or when memory runs out.
 ///
-/// The common kind of screenshot (8 bits, no palette, not interlaced) is read by this module, its
-/// uncompressed rows in place; every other one, and whatever looks irregular, by libspng.
+/// Uncompressed pictures, which our capture tool writes, are used in place; libspng decodes all
+/// others.
 std::optional<Bitmap> decodePng(const QByteArray &file);
 
-/// Limits of what is decoded at all.
+/// Limits of the pictures that are decoded.
 constexpr int maxPngSide = 32767;
 constexpr qint64 maxPngPixels = qint64{1} << 27;
 
