@@ -24,11 +24,10 @@ Failure unreadable(const XConnection &x, std::string reason)
     return {ExitStatus::ScreenUnreadable, "cannot read the screen: " + std::move(reason)};
 }
 
-/// Where the pointer is, one pixel; empty when it is on another display of the server.
-Rect readPointer(const XConnection &x)
+/// The pixel with the pointer; empty when the pointer is on another screen of the server.
+Rect takePointer(const XConnection &x, xcb_query_pointer_cookie_t cookie)
 {
-    const auto reply =
-        takeReply(x.get(), xcb_query_pointer_reply, xcb_query_pointer(x.get(), x.root()));
+    const auto reply = takeReply(x.get(), xcb_query_pointer_reply, cookie);
     if (!reply || reply->same_screen == 0)
         return {};
     return {reply->root_x, reply->root_y, 1, 1};
@@ -166,15 +165,17 @@ captureScreen(bool includeCursor, bool allScreens,
         return tl::unexpected(connection.error());
     auto x = std::make_unique<XConnection>(std::move(*connection));
 
+    // Sent together to save round trips. The root window may have been resized since the connection
+    // was set up.
+    const auto rootCookie = xcb_get_geometry(x->get(), x->root());
+    const auto pointerCookie = xcb_query_pointer(x->get(), x->root());
     const std::vector<Rect> monitors = readMonitors(*x);
-    // The root window may have been resized since the connection was set up.
-    const auto root =
-        takeReply(x->get(), xcb_get_geometry_reply, xcb_get_geometry(x->get(), x->root()));
+    const auto root = takeReply(x->get(), xcb_get_geometry_reply, rootCookie);
+    const Rect pointer = takePointer(*x, pointerCookie);
     if (!root)
         return tl::unexpected(unreadable(*x, "its size is unknown"));
-    const Rect area = allScreens
-                          ? captureArea(root->width, root->height, monitors)
-                          : pointedMonitor(root->width, root->height, monitors, readPointer(*x));
+    const Rect area = allScreens ? captureArea(root->width, root->height, monitors)
+                                 : pointedMonitor(root->width, root->height, monitors, pointer);
     if (auto fits = checkImageSize(area.width, area.height); !fits)
         return fits;
     const auto format = x->format(x->screen().root_depth, x->screen().root_visual);

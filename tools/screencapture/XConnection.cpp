@@ -18,7 +18,7 @@ namespace quellora::screencapture {
 
 namespace {
 
-/// File descriptors can only be handed to a server at the other end of a local socket.
+/// File descriptors can only be passed over a local socket.
 bool isLocalSocket(int descriptor)
 {
     sockaddr_storage address = {};
@@ -47,8 +47,12 @@ tl::expected<XConnection, Failure> XConnection::open()
                                        ? std::string("cannot open the display: DISPLAY is not set")
                                        : "cannot open the display " + std::string(display)});
     }
-    x.queryExtensions();
+    // Sent with the atoms to save a round trip; queryExtensions() takes the replies.
+    for (xcb_extension_t *extension : {&xcb_composite_id, &xcb_damage_id, &xcb_randr_id,
+                                       &xcb_shape_id, &xcb_shm_id, &xcb_xfixes_id})
+        xcb_prefetch_extension_data(raw, extension);
     x.internAtoms(screenNumber);
+    x.queryExtensions();
     if (x.hasBroken())
         return tl::unexpected(
             Failure{ExitStatus::NoDisplay, "the connection to the display broke"});
@@ -71,10 +75,6 @@ XConnection::XConnection(xcb_connection_t *connection, int screenNumber) : m_con
 void XConnection::queryExtensions()
 {
     xcb_connection_t *c = get();
-    const std::array<xcb_extension_t *, 6> all{&xcb_composite_id, &xcb_damage_id, &xcb_randr_id,
-                                               &xcb_shape_id,     &xcb_shm_id,    &xcb_xfixes_id};
-    for (xcb_extension_t *extension : all)
-        xcb_prefetch_extension_data(c, extension);
     const auto present = [c](xcb_extension_t *extension) {
         const xcb_query_extension_reply_t *data = xcb_get_extension_data(c, extension);
         return data != nullptr && data->present != 0;
@@ -134,7 +134,7 @@ void XConnection::internAtoms(int screenNumber)
     const std::array<xcb_atom_t *, 4> targets{&m_atoms.captureExclude, &m_atoms.windowOpacity,
                                               &m_atoms.rootPixmap, &m_atoms.compositorSelection};
     std::array<xcb_intern_atom_cookie_t, 4> cookies{};
-    // Only atoms that exist are asked for: where nobody made one, nobody uses it.
+    // Creates no atoms: one that does not exist is not in use.
     for (std::size_t i = 0; i < names.size(); ++i)
         cookies[i] =
             xcb_intern_atom(c, 1, static_cast<std::uint16_t>(names[i].size()), names[i].data());
@@ -170,7 +170,7 @@ std::optional<PixelFormat> XConnection::format(int depth, xcb_visualid_t visual)
             layout.redMask = type.red_mask;
             layout.greenMask = type.green_mask;
             layout.blueMask = type.blue_mask;
-            // Alpha has no mask of its own: it is what the colours leave over at depth 32.
+            // At depth 32, alpha is what the colour masks leave over.
             layout.alphaMask =
                 depth == 32 ? ~(type.red_mask | type.green_mask | type.blue_mask) : 0;
             const PixelFormat format(layout);
