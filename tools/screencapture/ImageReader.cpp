@@ -16,7 +16,7 @@ namespace quellora::screencapture {
 namespace {
 
 constexpr std::uint32_t allPlanes = std::numeric_limits<std::uint32_t>::max();
-constexpr std::size_t stripLength = 256 * 1024;
+constexpr std::size_t stripLength = 512 * 1024;
 constexpr std::size_t segmentLength = 2 * stripLength;
 
 } // namespace

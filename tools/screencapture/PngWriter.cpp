@@ -22,7 +22,7 @@ namespace {
 constexpr std::uint64_t maximumChunkLength = std::numeric_limits<std::int32_t>::max();
 constexpr std::uint64_t maximumBlockLength = 65535;
 constexpr std::uint64_t blockHeaderLength = 5;
-constexpr std::size_t slabLength = 512 * 1024;
+constexpr std::size_t slabLength = 128 * 1024;
 
 std::uint64_t scanlineBytes(int width, int height)
 {
