@@ -221,7 +221,7 @@ bool measure(QSize size, const CaptureTool &tool)
     QByteArray jpeg;
     const double oursStart = processorTime();
     const double ours = fastestMilliseconds(runs, [&] {
-        const auto outcome = ScreenshotCapture::captureAndOptimize(tool);
+        const auto outcome = ScreenshotCapture::captureInBackground(tool).result();
         jpeg = outcome ? outcome->jpegData : QByteArray();
         requestBody(jpeg);
     });

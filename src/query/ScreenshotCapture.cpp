@@ -27,6 +27,7 @@ namespace quellora {
 
 namespace {
 
+using Outcome = ScreenshotCapture::Outcome;
 using CaptureError = ScreenshotCapture::CaptureError;
 using Kind = CaptureError::Kind;
 
@@ -35,10 +36,10 @@ constexpr int samplingStep = 16;
 constexpr int darkThreshold = 8;
 constexpr double darkShare = 0.999;
 constexpr int jpegQuality = 85;
-/// The largest picture that is decoded, uncompressed, with room for its frame.
+/// Size of the largest picture that is decoded, uncompressed, with room for its headers.
 constexpr qint64 maxFileBytes = maxPngPixels * 4 + 64 * 1024 * 1024;
 constexpr int maxBands = 4;
-/// How long a tool that is no longer wanted may go on.
+/// How often to check whether the picture has been given up.
 constexpr int givenUpCheckMs = 50;
 
 QString temporaryPath()
@@ -47,22 +48,22 @@ QString temporaryPath()
            QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper() + QStringLiteral(".png");
 }
 
-/// A capture in memory; the bytes are valid as long as it lives.
+/// A capture in memory; owns what the bytes point to.
 struct CaptureFile
 {
     std::unique_ptr<QFile> file;
     QByteArray bytes;
 };
 
-/// Maps the file where possible: fresh memory for a large screen costs several times as much as
-/// decoding it. Its name goes first, so that nobody can open and shorten what is mapped.
+/// Maps the file where possible: allocating memory for a large screen takes several times as long
+/// as decoding. Removes the name first, so that nobody can open and truncate what is mapped.
 tl::expected<CaptureFile, CaptureError> readCapture(const QString &path)
 {
     const auto failed = [](const QString &text) {
         return tl::unexpected(CaptureError{Kind::FileRead, text, 0});
     };
     const QFileInfo info(path);
-    // The name is visible to other users while the tool runs; only the tool's own file counts.
+    // Other users can see the name while the tool runs; accept only a regular file.
     if (info.isSymLink() || (info.exists() && !info.isFile()))
         return failed(QStringLiteral("Not a regular file"));
     CaptureFile capture{std::make_unique<QFile>(path), {}};
@@ -92,7 +93,7 @@ int workerCount()
 }
 
 /// Threads for captures only, so that they never queue behind other background work. The pool is
-/// left to the end of the process: a tool that hangs must not keep the program from quitting.
+/// never destroyed: its destructor would wait for a tool that hangs.
 QThreadPool &capturePool()
 {
     static QThreadPool *const pool = [] {
@@ -103,6 +104,42 @@ QThreadPool &capturePool()
         return created;
     }();
     return *pool;
+}
+
+/// @param png receives the tool's picture: freeing a large one takes milliseconds, which the caller
+///        can leave until after it has passed on the result
+Outcome capture(const CaptureTool &tool, const ScreenshotCapture::IsGivenUp &isGivenUp,
+                CaptureFile &png)
+{
+    const QString path = temporaryPath();
+    const auto remove = qScopeGuard([&path] { QFile::remove(path); });
+
+    if (const auto run = ScreenshotCapture::runScreencapture(tool, path, isGivenUp); !run)
+        return tl::unexpected(run.error());
+    auto read = readCapture(path);
+    if (!read)
+        return tl::unexpected(read.error());
+    png = *std::move(read);
+    auto decoded = decodePng(png.bytes);
+    if (!decoded)
+        return tl::unexpected(CaptureError{Kind::ImageDecodeFailed, {}, 0});
+    const Bitmap bitmap = ScreenshotCapture::resizeIfNeeded(*std::move(decoded));
+    if (ScreenshotCapture::isNearBlackFrame(bitmap)) {
+        Log::event(QStringLiteral("[ScreenshotCapture] Discarding near-black capture "
+                                  "(protected/DRM content suspected)"));
+        return tl::unexpected(CaptureError{Kind::ProtectedContent, {}, 0});
+    }
+    ScreenshotCapture::Result result;
+    result.jpegData = encodeJpeg(bitmap, jpegQuality);
+    result.originalSizeBytes = png.bytes.size();
+    if (result.jpegData.isEmpty())
+        return tl::unexpected(CaptureError{Kind::JpegEncodeFailed, {}, 0});
+    Log::event(QStringLiteral("[ScreenshotCapture] Captured %1 bytes PNG -> %2 bytes JPEG (%3x%4)")
+                   .arg(result.originalSizeBytes)
+                   .arg(result.jpegData.size())
+                   .arg(bitmap.width)
+                   .arg(bitmap.height));
+    return result;
 }
 
 } // namespace
@@ -127,45 +164,14 @@ QString ScreenshotCapture::CaptureError::description() const
     Q_UNREACHABLE();
 }
 
-ScreenshotCapture::Outcome ScreenshotCapture::captureAndOptimize(const CaptureTool &tool,
-                                                                 const IsGivenUp &isGivenUp)
-{
-    const QString path = temporaryPath();
-    const auto remove = qScopeGuard([&path] { QFile::remove(path); });
-
-    if (const auto run = runScreencapture(tool, path, isGivenUp); !run)
-        return tl::unexpected(run.error());
-    const auto png = readCapture(path);
-    if (!png)
-        return tl::unexpected(png.error());
-    auto decoded = decodePng(png->bytes);
-    if (!decoded)
-        return tl::unexpected(CaptureError{Kind::ImageDecodeFailed, {}, 0});
-    const Bitmap bitmap = resizeIfNeeded(*std::move(decoded));
-    if (isNearBlackFrame(bitmap)) {
-        Log::event(QStringLiteral("[ScreenshotCapture] Discarding near-black capture "
-                                  "(protected/DRM content suspected)"));
-        return tl::unexpected(CaptureError{Kind::ProtectedContent, {}, 0});
-    }
-    Result result;
-    result.jpegData = encodeJpeg(bitmap, jpegQuality);
-    result.originalSizeBytes = png->bytes.size();
-    if (result.jpegData.isEmpty())
-        return tl::unexpected(CaptureError{Kind::JpegEncodeFailed, {}, 0});
-    Log::event(QStringLiteral("[ScreenshotCapture] Captured %1 bytes PNG -> %2 bytes JPEG (%3x%4)")
-                   .arg(result.originalSizeBytes)
-                   .arg(result.jpegData.size())
-                   .arg(bitmap.width)
-                   .arg(bitmap.height));
-    return result;
-}
-
-QFuture<ScreenshotCapture::Outcome> ScreenshotCapture::captureInBackground(const CaptureTool &tool)
+QFuture<Outcome> ScreenshotCapture::captureInBackground(const CaptureTool &tool)
 {
     const auto promise = std::make_shared<QPromise<Outcome>>();
     promise->start();
     capturePool().start([promise, tool] {
-        promise->addResult(captureAndOptimize(tool, [&] { return promise->isCanceled(); }));
+        CaptureFile png;
+        promise->addResult(capture(
+            tool, [&] { return promise->isCanceled(); }, png));
         promise->finish();
     });
     return promise->future();

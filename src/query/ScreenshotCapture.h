@@ -13,8 +13,8 @@
 
 namespace quellora {
 
-/// Takes one screenshot through the capture tool, refuses near-black frames,
-/// scales to at most 1280 pixels wide and encodes JPEG. Stateless; several may run at once.
+/// Takes one screenshot with the capture tool, rejects near-black frames, scales to a width of at
+/// most 1280 pixels and encodes JPEG. Stateless; several captures may run at once.
 class ScreenshotCapture
 {
 public:
@@ -33,7 +33,7 @@ public:
             ImageDecodeFailed,
             JpegEncodeFailed,
             ProtectedContent,
-            /// The tool's file could not be read back; the file error's own text is kept.
+            /// The tool's file could not be read; the detail is the file error's text.
             FileRead,
         };
         Kind kind = Kind::ImageDecodeFailed;
@@ -47,25 +47,23 @@ public:
 
     using Outcome = tl::expected<Result, CaptureError>;
 
-    /// Says, on the capturing thread, whether the picture is still wanted; asked several times.
+    /// Whether the picture is no longer wanted; called repeatedly on the capturing thread.
     using IsGivenUp = std::function<bool()>;
 
-    /// Blocks until the tool exits and the JPEG is ready. Never call it on the main thread.
-    static Outcome captureAndOptimize(const CaptureTool &tool, const IsGivenUp &isGivenUp = {});
-    /// captureAndOptimize() on a worker thread of its own pool. Callable from any thread.
-    /// Cancelling the future ends the tool and removes its file; no result follows.
+    /// Captures on a worker thread. Callable from any thread. Cancelling the future kills the tool
+    /// and removes its file; no result follows.
     static QFuture<Outcome> captureInBackground(const CaptureTool &tool);
 
-    /// Runs the tool, which writes @p path, and waits for it without a time limit, but kills it
-    /// when the picture is given up. A tool that a signal killed counts as exited with the signal's
-    /// number. Everything the tool creates is private to the user.
+    /// Runs the tool, which writes @p path, and waits for it without a time limit; kills it when
+    /// the picture is given up. A tool killed by a signal counts as exited with the signal's
+    /// number. Files that the tool creates are private to the user.
     static tl::expected<void, CaptureError>
     runScreencapture(const CaptureTool &tool, const QString &path, const IsGivenUp &isGivenUp = {});
-    /// At most 1280 pixels wide, the height following the aspect ratio; the same bitmap when it
-    /// is narrow enough or a smaller one cannot be created.
+    /// Scales to a width of at most 1280 pixels, keeping the aspect ratio. Returns the same bitmap
+    /// when it is narrow enough or there is no memory for a smaller one.
     static Bitmap resizeIfNeeded(Bitmap bitmap);
-    /// Whether at least 999 of 1000 points of a 16-pixel grid are black or nearly so, the mark of
-    /// content that the system blanks out of captures.
+    /// Whether at least 99.9 % of the points of a 16-pixel grid are black or nearly so, as when the
+    /// system blanks protected content.
     static bool isNearBlackFrame(const Bitmap &bitmap);
 };
 

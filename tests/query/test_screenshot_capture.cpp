@@ -21,6 +21,11 @@ using CaptureError = ScreenshotCapture::CaptureError;
 
 namespace {
 
+ScreenshotCapture::Outcome capture(const CaptureTool &tool)
+{
+    return ScreenshotCapture::captureInBackground(tool).result();
+}
+
 QRgb colourful(int x, int y)
 {
     return qRgb(40 + x % 200, y % 256, 99);
@@ -43,10 +48,10 @@ private Q_SLOTS:
     void capturesAndScales_data();
     void capturesAndScales();
     void runsTheToolAsGiven();
-    void toolOutputStaysAway();
+    void toolOutputIsDiscarded();
     void fileIsPrivate();
     void missingTool();
-    void toolThatIsNoProgram();
+    void unusableTool();
     void failingTool_data();
     void failingTool();
     void toolThatWritesNothing();
@@ -56,14 +61,14 @@ private Q_SLOTS:
     void undecodableFile();
     void protectedContent();
     void almostBlackPasses();
-    void blackIsJudgedAfterScaling();
-    void tooFlatPictureIsSentAsItIs();
+    void blackIsDetectedAfterScaling();
+    void tooFlatPictureIsSentUnscaled();
     void largestScreens_data();
     void largestScreens();
     void givenUpToolIsKilled();
-    void givenUpCaptureInBackgroundLeavesNothing();
+    void cancelledCaptureLeavesNoFile();
     void capturesInBackground();
-    void capturesAtOnce();
+    void capturesInParallel();
 
 private:
     /// A tool whose shell script sees the output path as $3.
@@ -92,7 +97,7 @@ void TestScreenshotCapture::init()
 
 void TestScreenshotCapture::cleanup()
 {
-    // Whatever the outcome was, no picture stays behind.
+    // No picture stays behind, whatever the outcome.
     const QStringList left = filesLeft();
     qputenv("TMPDIR", m_oldTmp);
     m_log.reset();
@@ -159,7 +164,7 @@ void TestScreenshotCapture::capturesAndScales()
     QFETCH(QSize, screen);
     QFETCH(QSize, sent);
     const QByteArray png = writePng(screen.width(), screen.height(), colourful);
-    const auto outcome = ScreenshotCapture::captureAndOptimize(toolThatWrites(png));
+    const auto outcome = capture(toolThatWrites(png));
     QVERIFY(outcome.has_value());
     QCOMPARE(outcome->originalSizeBytes, png.size());
     QCOMPARE(QImage::fromData(outcome->jpegData, "JPG").size(), sent);
@@ -176,7 +181,7 @@ void TestScreenshotCapture::runsTheToolAsGiven()
 {
     const CaptureTool script = tool("for a in \"$@\"; do echo \"$a\"; done > '" +
                                     m_tools->path().toUtf8() + "/arguments'; exit 3");
-    const auto outcome = ScreenshotCapture::captureAndOptimize(script);
+    const auto outcome = capture(script);
     QVERIFY(!outcome.has_value());
     QFile file(m_tools->filePath(QStringLiteral("arguments")));
     QVERIFY(file.open(QIODevice::ReadOnly));
@@ -191,10 +196,10 @@ void TestScreenshotCapture::runsTheToolAsGiven()
     QVERIFY(name.match(arguments.at(2).mid(m_tmp->path().size())).hasMatch());
 }
 
-void TestScreenshotCapture::toolOutputStaysAway()
+void TestScreenshotCapture::toolOutputIsDiscarded()
 {
-    // Not even a full pipe: nobody reads, and the tool must not wait for anybody.
-    const auto outcome = ScreenshotCapture::captureAndOptimize(
+    // More output than a pipe holds: nobody reads it, and the tool must not block.
+    const auto outcome = capture(
         tool("test -t 0 && exit 5; read line && exit 6; "
              "i=0; while [ $i -lt 3000 ]; do echo 'a long line of chatter of the capture tool'; "
              "echo 'and of complaints' >&2; i=$((i+1)); done; exit 4"));
@@ -205,12 +210,11 @@ void TestScreenshotCapture::toolOutputStaysAway()
 
 void TestScreenshotCapture::fileIsPrivate()
 {
-    const auto outcome =
-        ScreenshotCapture::captureAndOptimize(tool("umask 0000 2>/dev/null; exit 0"));
+    const auto outcome = capture(tool("umask 0000 2>/dev/null; exit 0"));
     QVERIFY(!outcome.has_value());
     const CaptureTool script =
         tool("echo x > \"$3\"; ls -l \"$3\" > '" + m_tools->path().toUtf8() + "/listing'");
-    QVERIFY(!ScreenshotCapture::captureAndOptimize(script).has_value());
+    QVERIFY(!capture(script).has_value());
     QFile file(m_tools->filePath(QStringLiteral("listing")));
     QVERIFY(file.open(QIODevice::ReadOnly));
     QVERIFY(file.readAll().startsWith("-rw-------"));
@@ -218,8 +222,7 @@ void TestScreenshotCapture::fileIsPrivate()
 
 void TestScreenshotCapture::missingTool()
 {
-    const auto outcome = ScreenshotCapture::captureAndOptimize(
-        {m_tools->filePath(QStringLiteral("nothing here")), {}});
+    const auto outcome = capture({m_tools->filePath(QStringLiteral("nothing here")), {}});
     QVERIFY(!outcome.has_value());
     QCOMPARE(outcome.error().kind, Kind::ProcessLaunchFailed);
     QVERIFY(outcome.error().detail.contains(QStringLiteral("No such file or directory")));
@@ -227,16 +230,16 @@ void TestScreenshotCapture::missingTool()
              QStringLiteral("Could not launch screencapture: ") + outcome.error().detail);
 }
 
-void TestScreenshotCapture::toolThatIsNoProgram()
+void TestScreenshotCapture::unusableTool()
 {
     const CaptureTool script = tool("exit 0");
     QFile::setPermissions(script.program, QFile::ReadOwner);
-    const auto outcome = ScreenshotCapture::captureAndOptimize(script);
+    const auto outcome = capture(script);
     QVERIFY(!outcome.has_value());
     QCOMPARE(outcome.error().kind, Kind::ProcessLaunchFailed);
     QVERIFY(!outcome.error().detail.isEmpty());
 
-    const auto unnamed = ScreenshotCapture::captureAndOptimize({});
+    const auto unnamed = capture({});
     QVERIFY(!unnamed.has_value());
     QCOMPARE(unnamed.error().kind, Kind::ProcessLaunchFailed);
 }
@@ -256,7 +259,7 @@ void TestScreenshotCapture::failingTool()
 {
     QFETCH(QByteArray, script);
     QFETCH(int, status);
-    const auto outcome = ScreenshotCapture::captureAndOptimize(tool(script));
+    const auto outcome = capture(tool(script));
     QVERIFY(!outcome.has_value());
     QCOMPARE(outcome.error(), (CaptureError{Kind::NonZeroExit, {}, status}));
     QCOMPARE(outcome.error().description(),
@@ -266,7 +269,7 @@ void TestScreenshotCapture::failingTool()
 
 void TestScreenshotCapture::toolThatWritesNothing()
 {
-    const auto outcome = ScreenshotCapture::captureAndOptimize(tool("exit 0"));
+    const auto outcome = capture(tool("exit 0"));
     QVERIFY(!outcome.has_value());
     QCOMPARE(outcome.error().kind, Kind::FileRead);
     QCOMPARE(outcome.error().description(), QStringLiteral("No such file or directory"));
@@ -283,7 +286,7 @@ void TestScreenshotCapture::toolThatWritesSomethingElse_data()
 void TestScreenshotCapture::toolThatWritesSomethingElse()
 {
     QFETCH(QByteArray, script);
-    const auto outcome = ScreenshotCapture::captureAndOptimize(tool(script));
+    const auto outcome = capture(tool(script));
     QVERIFY(!outcome.has_value());
     QCOMPARE(outcome.error().kind, Kind::FileRead);
 }
@@ -303,7 +306,7 @@ void TestScreenshotCapture::undecodableFile_data()
 void TestScreenshotCapture::undecodableFile()
 {
     QFETCH(QByteArray, png);
-    const auto outcome = ScreenshotCapture::captureAndOptimize(toolThatWrites(png));
+    const auto outcome = capture(toolThatWrites(png));
     QVERIFY(!outcome.has_value());
     QCOMPARE(outcome.error(), (CaptureError{Kind::ImageDecodeFailed, {}, 0}));
     QCOMPARE(m_log->lines, QStringList());
@@ -312,7 +315,7 @@ void TestScreenshotCapture::undecodableFile()
 void TestScreenshotCapture::protectedContent()
 {
     const QByteArray png = writePng(1600, 900, [](int, int) { return qRgb(0, 0, 0); });
-    const auto outcome = ScreenshotCapture::captureAndOptimize(toolThatWrites(png));
+    const auto outcome = capture(toolThatWrites(png));
     QVERIFY(!outcome.has_value());
     QCOMPARE(outcome.error(), (CaptureError{Kind::ProtectedContent, {}, 0}));
     QCOMPARE(m_log->lines,
@@ -326,26 +329,26 @@ void TestScreenshotCapture::almostBlackPasses()
     const QByteArray png = writePng(1280, 800, [](int x, int y) {
         return y == 160 && x % 160 == 0 ? qRgb(9, 0, 0) : qRgb(8, 8, 8);
     });
-    QVERIFY(ScreenshotCapture::captureAndOptimize(toolThatWrites(png)).has_value());
+    QVERIFY(capture(toolThatWrites(png)).has_value());
 }
 
-void TestScreenshotCapture::blackIsJudgedAfterScaling()
+void TestScreenshotCapture::blackIsDetectedAfterScaling()
 {
-    // Lit where the grid of the screen itself would fall, but not that of the scaled picture:
-    // single points of a 2560-pixel screen at odd multiples of 16.
+    // Single lit pixels at points of the screen's 16-pixel grid that are not on the scaled
+    // picture's grid.
     const QByteArray png = writePng(2560, 1600, [](int x, int y) {
         return x % 32 == 16 && y % 32 == 16 ? qRgb(255, 255, 255) : qRgb(0, 0, 0);
     });
-    const auto outcome = ScreenshotCapture::captureAndOptimize(toolThatWrites(png));
+    const auto outcome = capture(toolThatWrites(png));
     QVERIFY(!outcome.has_value());
     QCOMPARE(outcome.error().kind, Kind::ProtectedContent);
 }
 
-void TestScreenshotCapture::tooFlatPictureIsSentAsItIs()
+void TestScreenshotCapture::tooFlatPictureIsSentUnscaled()
 {
-    // Its 6 rows would become none.
+    // Scaled, its height would round to zero.
     const QByteArray png = writePng(16384, 6, colourful);
-    const auto outcome = ScreenshotCapture::captureAndOptimize(toolThatWrites(png));
+    const auto outcome = capture(toolThatWrites(png));
     QVERIFY(outcome.has_value());
     QVERIFY(m_log->lines.constFirst().endsWith(QStringLiteral("(16384x6)")));
 }
@@ -374,7 +377,7 @@ void TestScreenshotCapture::largestScreens()
         return qRgb(40 + x / 4096 * 25, 40 + y / 4096 * 25, 99);
     };
     const QByteArray png = writePng(screen.width(), screen.height(), bands);
-    const auto outcome = ScreenshotCapture::captureAndOptimize(toolThatWrites(png));
+    const auto outcome = capture(toolThatWrites(png));
     QVERIFY(outcome.has_value());
     QBuffer buffer;
     buffer.setData(outcome->jpegData);
@@ -392,18 +395,19 @@ void TestScreenshotCapture::largestScreens()
 
 void TestScreenshotCapture::givenUpToolIsKilled()
 {
-    // Half a picture is there, and the tool hangs.
+    // The tool hangs after having written half a picture.
     const CaptureTool script = tool("echo half > \"$3\"; exec sleep 1000");
     const auto hasBegun = [this] {
         return QFileInfo(m_tmp->path()).exists() && !filesLeft().isEmpty();
     };
-    const auto outcome = ScreenshotCapture::captureAndOptimize(script, hasBegun);
+    const QString path = m_tmp->filePath(QStringLiteral("picture.png"));
+    const auto outcome = ScreenshotCapture::runScreencapture(script, path, hasBegun);
     QVERIFY(!outcome.has_value());
     QCOMPARE(outcome.error(), (CaptureError{Kind::NonZeroExit, {}, 9}));
-    QCOMPARE(filesLeft(), QStringList());
+    QVERIFY(QFile::remove(path));
 }
 
-void TestScreenshotCapture::givenUpCaptureInBackgroundLeavesNothing()
+void TestScreenshotCapture::cancelledCaptureLeavesNoFile()
 {
     const QByteArray base = m_tools->path().toUtf8();
     auto future = ScreenshotCapture::captureInBackground(
@@ -422,7 +426,7 @@ void TestScreenshotCapture::givenUpCaptureInBackgroundLeavesNothing()
 
 void TestScreenshotCapture::capturesInBackground()
 {
-    // The tool waits until this thread lets it go on, so the call cannot have run here.
+    // The tool waits for this thread, so the capture cannot have run on it.
     const QByteArray gate = m_tools->path().toUtf8() + "/gate";
     QCOMPARE(QProcess::execute(QStringLiteral("mkfifo"), {QString::fromUtf8(gate)}), 0);
     const auto future =
@@ -436,7 +440,7 @@ void TestScreenshotCapture::capturesInBackground()
     QCOMPARE(future.result().error().exitStatus, 8);
 }
 
-void TestScreenshotCapture::capturesAtOnce()
+void TestScreenshotCapture::capturesInParallel()
 {
     // Each tool waits for the other one to have started.
     const QByteArray base = m_tools->path().toUtf8();
