@@ -1,7 +1,7 @@
 #include "fakes/FakePlatform.h"
-#include "overlay/EngineWindow.h"
-#include "overlay/page/StreamingRenderer.h"
-#include "overlay/page/WebEngineSetup.h"
+#include "page/EngineWindow.h"
+#include "page/StreamingRenderer.h"
+#include "page/WebEngineSetup.h"
 
 #include <QGuiApplication>
 #include <QTemporaryDir>

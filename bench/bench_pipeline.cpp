@@ -7,7 +7,7 @@
 
 #include "BenchClock.h"
 #include "ImageQuality.h"
-#include "app/Log.h"
+#include "base/Log.h"
 #include "query/JpegEncoder.h"
 #include "query/LanczosResampler.h"
 #include "query/PngDecoder.h"

@@ -1,8 +1,8 @@
 #include "fakes/FakePlatform.h"
-#include "overlay/EngineWindow.h"
-#include "overlay/page/ResponsePage.h"
-#include "overlay/page/StreamingRenderer.h"
-#include "overlay/page/WebEngineSetup.h"
+#include "page/EngineWindow.h"
+#include "page/ResponsePage.h"
+#include "page/StreamingRenderer.h"
+#include "page/WebEngineSetup.h"
 
 #include <QGuiApplication>
 #include <QTemporaryDir>

@@ -3,12 +3,12 @@
 // database with the same rows; and what opening the History sidebar's list costs the main thread.
 
 #include "BenchClock.h"
-#include "app/UserDefaults.h"
+#include "base/UserDefaults.h"
 #include "history/SessionFile.h"
 #include "history/StoredThreadLibrary.h"
 #include "history/ThreadController.h"
 #include "history/ThreadListing.h"
-#include "panels/history/HistoryModel.h"
+#include "sheets/history/HistoryModel.h"
 
 #include <QCoreApplication>
 #include <QDir>

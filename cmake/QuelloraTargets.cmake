@@ -2,8 +2,12 @@
 #
 #   quellora_configure_target(target)            warnings, sanitizers, include root
 #   quellora_add_library(name SOURCES … DEPENDS …)    one static library per folder
-#   quellora_add_test(name SOURCES … DEPENDS … [LABELS …] [ENVIRONMENT …])
-#                                                one Qt Test executable, run offscreen by ctest
+#   quellora_add_qml_module(name URI … SOURCES … QML_FILES … [IMPORTS …] DEPENDS …)
+#                                                one static library that is also a QML module
+#   quellora_add_test_program(name [VIEWS] [SOURCES …] DEPENDS …)
+#                                                one test program per folder
+#   quellora_add_tests(program NAMES … [LABELS …] [TIMEOUT …] [ENVIRONMENT …] [RUNNER …])
+#                                                adds test_<name>.cpp and runs it offscreen by ctest
 
 function(quellora_configure_target target)
     target_compile_options(${target} PRIVATE
@@ -23,29 +27,144 @@ function(quellora_configure_target target)
     endif()
 endfunction()
 
+# Qt's and the standard library's headers take most of the compile time. They are compiled once per set
+# of compiler options and shared; headers of ours stay out, so that a change compiles only what
+# includes them.
+#
+#   quellora_precompile(target [VIEWS])    VIEWS for targets that link Qt6::Quick
+function(quellora_precompile target)
+    cmake_parse_arguments(arg "VIEWS" "" "" ${ARGN})
+    get_target_property(type ${target} TYPE)
+    set(kind core)
+    if(arg_VIEWS)
+        set(kind views)
+    endif()
+    if(type STREQUAL EXECUTABLE)
+        string(APPEND kind _tests)
+    endif()
+    target_precompile_headers(${target} REUSE_FROM quellora_precompiled_${kind})
+endfunction()
+
+# After the modules of Qt were found.
+function(quellora_add_precompiled_headers)
+    set(nothing ${CMAKE_BINARY_DIR}/precompiled.cpp)
+    file(GENERATE OUTPUT ${nothing} CONTENT "int main() {}\n")
+    set(core <algorithm> <chrono> <functional> <memory> <optional> <utility> <vector> <QtCore/QtCore>)
+    foreach(kind core views core_tests views_tests)
+        set(target quellora_precompiled_${kind})
+        if(kind MATCHES "tests$")
+            add_executable(${target} ${nothing})
+            target_compile_options(${target} PRIVATE $<$<CONFIG:Release>:-O0>)
+        else()
+            add_library(${target} STATIC ${nothing})
+        endif()
+        quellora_configure_target(${target})
+        target_precompile_headers(${target} PRIVATE ${core})
+        if(kind MATCHES "^views")
+            target_link_libraries(${target} PRIVATE Qt6::Quick)
+            target_precompile_headers(${target} PRIVATE <QtQml/QtQml> <QtQuick/QtQuick>)
+        else()
+            target_link_libraries(${target} PRIVATE Qt6::Core)
+        endif()
+    endforeach()
+endfunction()
+
 function(quellora_add_library name)
     cmake_parse_arguments(arg "" "" "SOURCES;DEPENDS;PRIVATE_DEPENDS" ${ARGN})
     add_library(${name} STATIC ${arg_SOURCES})
     set_target_properties(${name} PROPERTIES AUTOMOC ON)
     quellora_configure_target(${name})
     target_link_libraries(${name} PUBLIC ${arg_DEPENDS} PRIVATE ${arg_PRIVATE_DEPENDS})
+    if("${arg_DEPENDS}" MATCHES "Qt6::|quellora_")
+        quellora_precompile(${name})
+    endif()
 endfunction()
 
-function(quellora_add_test name)
-    cmake_parse_arguments(arg "" "" "SOURCES;DEPENDS;LABELS;ENVIRONMENT" ${ARGN})
-    add_executable(${name} ${arg_SOURCES})
+# The module's types are known to an engine once somebody names its registration function (see
+# keepQmlModule() in ui/Ui.h) and the engine looks in qrc:/qt/qml.
+function(quellora_add_qml_module name)
+    cmake_parse_arguments(arg "" "URI" "SOURCES;QML_FILES;IMPORTS;DEPENDS;PRIVATE_DEPENDS" ${ARGN})
+    string(REPLACE "." "/" path ${arg_URI})
+    # Types are named after their files, in whatever folder those are.
+    set(folders ${CMAKE_CURRENT_SOURCE_DIR})
+    foreach(file IN LISTS arg_QML_FILES arg_SOURCES)
+        get_filename_component(folder ${file} DIRECTORY)
+        get_filename_component(base ${file} NAME)
+        if(folder)
+            list(APPEND folders ${CMAKE_CURRENT_SOURCE_DIR}/${folder})
+            if(file MATCHES "\\.qml$")
+                set_source_files_properties(${file} PROPERTIES QT_RESOURCE_ALIAS ${base})
+            endif()
+        endif()
+    endforeach()
+    list(REMOVE_DUPLICATES folders)
+    qt_add_library(${name} STATIC ${arg_SOURCES})
+    qt_add_qml_module(${name}
+        URI ${arg_URI}
+        VERSION 1.0
+        RESOURCE_PREFIX /qt/qml
+        OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/qml/${path}
+        NO_PLUGIN ${QUELLORA_QML_OPTIONS}
+        IMPORTS ${arg_IMPORTS}
+        QML_FILES ${arg_QML_FILES})
+    set_target_properties(${name} PROPERTIES AUTOMOC ON)
+    quellora_configure_target(${name})
+    # The generated registration includes headers by their bare names.
+    target_include_directories(${name} PRIVATE ${folders})
+    target_link_libraries(${name}
+        PUBLIC Qt6::Qml Qt6::Quick ${arg_DEPENDS} PRIVATE ${arg_PRIVATE_DEPENDS})
+    quellora_precompile(${name} VIEWS)
+    # Warnings are for handwritten code, not for what the QML compiler generates.
+    get_target_property(sources ${name} SOURCES)
+    list(FILTER sources INCLUDE REGEX "qmlcache|qmltyperegistrations")
+    set_source_files_properties(${sources} PROPERTIES COMPILE_OPTIONS -w SKIP_PRECOMPILE_HEADERS ON)
+endfunction()
+
+function(quellora_add_test_program name)
+    cmake_parse_arguments(arg "VIEWS" "" "SOURCES;DEPENDS" ${ARGN})
+    add_executable(${name} ${PROJECT_SOURCE_DIR}/tests/support/TestProgram.cpp
+        ${PROJECT_SOURCE_DIR}/tests/support/TestProgram.h ${arg_SOURCES})
     set_target_properties(${name} PROPERTIES
         AUTOMOC ON RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
     quellora_configure_target(${name})
     # Tests are compiled more often than they run.
     target_compile_options(${name} PRIVATE $<$<CONFIG:Release>:-O0>)
-    target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
+    target_include_directories(${name} PRIVATE
+        ${PROJECT_SOURCE_DIR}/tests ${CMAKE_CURRENT_SOURCE_DIR})
     target_link_libraries(${name} PRIVATE ${arg_DEPENDS} Qt6::Test)
-    add_test(NAME ${name} COMMAND ${name})
+    if(arg_VIEWS)
+        quellora_precompile(${name} VIEWS)
+    else()
+        quellora_precompile(${name})
+    endif()
+endfunction()
+
+# RUNNER is a command that runs the program given as its last argument, for instance on a display of
+# its own. VARIANT names a second run of the same tests in another environment.
+function(quellora_add_tests program)
+    cmake_parse_arguments(arg "" "TIMEOUT;VARIANT" "NAMES;LABELS;ENVIRONMENT;RUNNER" ${ARGN})
     if(NOT arg_LABELS)
         set(arg_LABELS unit)
     endif()
-    set_tests_properties(${name} PROPERTIES
-        LABELS "${arg_LABELS}" TIMEOUT 120
-        ENVIRONMENT "QT_QPA_PLATFORM=offscreen;${arg_ENVIRONMENT}")
+    if(NOT arg_TIMEOUT)
+        set(arg_TIMEOUT 120)
+    endif()
+    # Tests on a display of their own choose the platform themselves.
+    if(NOT arg_RUNNER)
+        list(PREPEND arg_ENVIRONMENT QT_QPA_PLATFORM=offscreen)
+    endif()
+    foreach(name IN LISTS arg_NAMES)
+        get_filename_component(base ${name} NAME)
+        get_filename_component(folder ${name} DIRECTORY)
+        set(test ${program}.${base})
+        if(arg_VARIANT)
+            string(APPEND test _${arg_VARIANT})
+        else()
+            string(JOIN "/" source ${folder} test_${base}.cpp)
+            target_sources(${program} PRIVATE ${source})
+        endif()
+        add_test(NAME ${test} COMMAND ${arg_RUNNER} $<TARGET_FILE:${program}> ${base})
+        set_tests_properties(${test} PROPERTIES
+            LABELS "${arg_LABELS}" TIMEOUT ${arg_TIMEOUT} ENVIRONMENT "${arg_ENVIRONMENT}")
+    endforeach()
 endfunction()

@@ -1,9 +1,9 @@
 #include "app/AppDelegate.h"
 
-#include "app/Log.h"
+#include "base/Log.h"
 #include "app/MenuBarController.h"
-#include "app/NotificationCenter.h"
-#include "app/PermissionChecker.h"
+#include "backend/NotificationCenter.h"
+#include "query/PermissionChecker.h"
 #include "backend/HeartbeatService.h"
 #include "backend/SessionManager.h"
 #include "hotkeys/HotkeyBindings.h"

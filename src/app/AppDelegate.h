@@ -1,7 +1,8 @@
 #pragma once
 
-#include "app/Presenters.h"
-#include "app/VantiroConfig.h"
+#include "login/LoginPresenter.h"
+#include "overlay/OverlayPresenter.h"
+#include "base/VantiroConfig.h"
 
 #include <QObject>
 

@@ -1,13 +1,13 @@
 #include "app/Application.h"
 
-#include "app/AppConfig.h"
-#include "app/Log.h"
+#include "base/AppConfig.h"
+#include "base/Log.h"
 #include "app/MenuBarController.h"
 #include "backend/OAuthCallbackListener.h"
 #include "hotkeys/HotkeyBindings.h"
 #include "login/LoginWindowController.h"
 #include "overlay/OverlayWindowController.h"
-#include "overlay/page/PreviewFiles.h"
+#include "page/PreviewFiles.h"
 #include "query/ScreenshotCapture.h"
 #include "ui/Ui.h"
 

@@ -1,6 +1,6 @@
 #include "app/EmergencyExit.h"
 
-#include "app/Log.h"
+#include "base/Log.h"
 
 #include <QCoreApplication>
 

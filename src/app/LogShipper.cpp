@@ -1,9 +1,9 @@
 #include "app/LogShipper.h"
 
-#include "app/AppConfig.h"
-#include "app/Log.h"
-#include "app/NotificationCenter.h"
-#include "app/WhenFinished.h"
+#include "base/AppConfig.h"
+#include "base/Log.h"
+#include "backend/NotificationCenter.h"
+#include "base/WhenFinished.h"
 #include "backend/Http.h"
 #include "backend/HttpExchange.h"
 

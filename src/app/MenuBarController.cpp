@@ -1,8 +1,8 @@
 #include "app/MenuBarController.h"
 
-#include "app/Log.h"
-#include "app/NotificationCenter.h"
-#include "app/WhenFinished.h"
+#include "base/Log.h"
+#include "backend/NotificationCenter.h"
+#include "base/WhenFinished.h"
 #include "backend/SessionManager.h"
 #include "platform/Platform.h"
 

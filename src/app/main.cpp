@@ -1,8 +1,8 @@
-#include "app/AppConfig.h"
+#include "base/AppConfig.h"
 #include "app/Application.h"
-#include "app/Log.h"
+#include "base/Log.h"
 #include "app/SingleInstance.h"
-#include "overlay/page/WebEngineSetup.h"
+#include "page/WebEngineSetup.h"
 #include "platform/Platform.h"
 
 #include <QApplication>

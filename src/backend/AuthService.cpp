@@ -1,6 +1,6 @@
 #include "backend/AuthService.h"
 
-#include "app/Log.h"
+#include "base/Log.h"
 
 #include "backend/Http.h"
 #include "backend/HttpExchange.h"

@@ -1,9 +1,9 @@
 #include "backend/HeartbeatService.h"
 
-#include "app/Log.h"
-#include "app/NotificationCenter.h"
-#include "app/Text.h"
-#include "app/WhenFinished.h"
+#include "base/Log.h"
+#include "backend/NotificationCenter.h"
+#include "base/Text.h"
+#include "base/WhenFinished.h"
 #include "backend/SessionManager.h"
 
 #include <algorithm>

@@ -1,6 +1,6 @@
 #include "backend/OAuthCallbackListener.h"
 
-#include "app/Log.h"
+#include "base/Log.h"
 
 #include <QStringDecoder>
 #include <QTcpSocket>

@@ -1,7 +1,7 @@
 #include "backend/SessionManager.h"
 
-#include "app/Log.h"
-#include "app/NotificationCenter.h"
+#include "base/Log.h"
+#include "backend/NotificationCenter.h"
 
 #include <utility>
 

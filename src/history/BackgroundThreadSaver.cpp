@@ -1,6 +1,6 @@
 #include "history/BackgroundThreadSaver.h"
 
-#include "app/Log.h"
+#include "base/Log.h"
 
 #include <algorithm>
 #include <utility>

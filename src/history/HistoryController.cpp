@@ -1,7 +1,7 @@
 #include "history/HistoryController.h"
 
-#include "app/Log.h"
-#include "app/WhenFinished.h"
+#include "base/Log.h"
+#include "base/WhenFinished.h"
 #include "history/ThreadController.h"
 
 namespace quellora {

@@ -1,6 +1,6 @@
 #include "history/ThreadController.h"
 
-#include "app/UserDefaults.h"
+#include "base/UserDefaults.h"
 
 #include <algorithm>
 #include <utility>

@@ -1,6 +1,6 @@
 #include "hotkeys/HotkeyBindings.h"
 
-#include "app/UserDefaults.h"
+#include "base/UserDefaults.h"
 #include "backend/Answerer.h"
 
 #include <algorithm>

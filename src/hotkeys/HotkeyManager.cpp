@@ -1,6 +1,6 @@
 #include "hotkeys/HotkeyManager.h"
 
-#include "app/Log.h"
+#include "base/Log.h"
 #include "backend/Answerer.h"
 #include "hotkeys/HotkeyBindings.h"
 #include "hotkeys/HotkeyCombo.h"

@@ -1,7 +1,7 @@
 #include "hotkeys/HotkeyRebinding.h"
 
-#include "app/Log.h"
-#include "app/UserDefaults.h"
+#include "base/Log.h"
+#include "base/UserDefaults.h"
 #include "backend/Answerer.h"
 #include "hotkeys/HotkeyBindings.h"
 #include "hotkeys/HotkeyCombo.h"

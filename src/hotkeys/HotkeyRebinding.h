@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/VantiroConfig.h"
+#include "base/VantiroConfig.h"
 
 #include <QObject>
 #include <QString>

@@ -1,8 +1,9 @@
 #include "login/LoginWindowController.h"
 
-#include "app/Log.h"
-#include "app/WhenFinished.h"
+#include "base/Log.h"
+#include "base/WhenFinished.h"
 #include "platform/Platform.h"
+#include "ui/Ui.h"
 
 #include <QFutureWatcher>
 #include <QGuiApplication>
@@ -61,9 +62,7 @@ LoginWindowController::~LoginWindowController()
 
 void LoginWindowController::createWindow()
 {
-    // A static library drops what nobody names; naming the registration keeps the module.
-    static volatile auto keepModule = &qml_register_types_Quellora_Login;
-    Q_UNUSED(keepModule)
+    keepQmlModule<&qml_register_types_Quellora_Login>();
 
     m_window = std::make_unique<QQuickView>(&m_with.engine, nullptr);
     m_window->setTitle(QStringLiteral("Quellora"));

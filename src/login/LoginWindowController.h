@@ -1,7 +1,7 @@
 #pragma once
 
-#include "app/AppConfig.h"
-#include "app/Presenters.h"
+#include "base/AppConfig.h"
+#include "login/LoginPresenter.h"
 #include "backend/AuthService.h"
 #include "backend/BrowserSignIn.h"
 #include "login/LoginViewModel.h"

@@ -1,7 +1,7 @@
 #include "overlay/OverlayAnswerDisplay.h"
 
-#include "overlay/page/ResponseDisplay.h"
-#include "overlay/page/StreamingRenderer.h"
+#include "page/ResponseDisplay.h"
+#include "page/StreamingRenderer.h"
 
 #include <utility>
 

@@ -1,7 +1,7 @@
 #include "overlay/OverlayConfig.h"
 
-#include "app/PermissionChecker.h"
-#include "app/UserDefaults.h"
+#include "query/PermissionChecker.h"
+#include "base/UserDefaults.h"
 #include "backend/SessionManager.h"
 #include "panels/BottomPanelsModel.h"
 #include "query/QueryOrchestrator.h"

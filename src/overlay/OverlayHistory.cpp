@@ -1,7 +1,7 @@
 #include "overlay/OverlayHistory.h"
 
-#include "overlay/ui/NonFocusPanel.h"
-#include "overlay/ui/OverlayModel.h"
+#include "overlay/NonFocusPanel.h"
+#include "overlay/OverlayModel.h"
 #include "panels/HamburgerMenuModel.h"
 #include "query/QueryOrchestrator.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "history/HistoryController.h"
-#include "panels/history/HistoryModel.h"
+#include "sheets/history/HistoryModel.h"
 
 #include <QObject>
 

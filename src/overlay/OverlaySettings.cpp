@@ -1,11 +1,11 @@
 #include "overlay/OverlaySettings.h"
 
-#include "app/UserDefaults.h"
+#include "base/UserDefaults.h"
 #include "history/ThreadController.h"
 #include "hotkeys/HotkeyCombo.h"
-#include "overlay/page/ResponseDisplay.h"
-#include "overlay/ui/NonFocusPanel.h"
-#include "overlay/ui/OverlayModel.h"
+#include "page/ResponseDisplay.h"
+#include "overlay/NonFocusPanel.h"
+#include "overlay/OverlayModel.h"
 #include "panels/BottomPanelsModel.h"
 #include "platform/Platform.h"
 

@@ -1,11 +1,11 @@
 #pragma once
 
-#include "app/AppConfig.h"
-#include "app/VantiroConfig.h"
+#include "base/AppConfig.h"
+#include "base/VantiroConfig.h"
 #include "hotkeys/HotkeyRebinding.h"
 #include "overlay/PanelKeyMonitor.h"
-#include "overlay/page/AppTheme.h"
-#include "panels/settings/SettingsModel.h"
+#include "page/AppTheme.h"
+#include "sheets/settings/SettingsModel.h"
 #include "platform/Vocabulary.h"
 
 #include <QObject>

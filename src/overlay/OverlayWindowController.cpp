@@ -1,10 +1,10 @@
 #include "overlay/OverlayWindowController.h"
 
-#include "app/Log.h"
-#include "app/NotificationCenter.h"
-#include "app/PermissionChecker.h"
-#include "app/Text.h"
-#include "app/UserDefaults.h"
+#include "base/Log.h"
+#include "backend/NotificationCenter.h"
+#include "query/PermissionChecker.h"
+#include "base/Text.h"
+#include "base/UserDefaults.h"
 #include "backend/SessionManager.h"
 #include "platform/Platform.h"
 

@@ -1,6 +1,6 @@
 #include "overlay/OverlayWorkspace.h"
 
-#include "app/WhenFinished.h"
+#include "base/WhenFinished.h"
 
 namespace quellora {
 

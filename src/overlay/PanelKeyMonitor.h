@@ -1,7 +1,7 @@
 #pragma once
 
 #include "hotkeys/LocalKeyMonitor.h"
-#include "overlay/ui/NonFocusPanel.h"
+#include "overlay/NonFocusPanel.h"
 
 #include <QObject>
 #include <QPointer>

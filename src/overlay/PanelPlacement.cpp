@@ -1,7 +1,7 @@
 #include "overlay/PanelPlacement.h"
 
-#include "app/Log.h"
-#include "app/Text.h"
+#include "base/Log.h"
+#include "base/Text.h"
 
 #include <QEasingCurve>
 #include <QGuiApplication>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "app/VantiroConfig.h"
-#include "overlay/ui/OverlayGeometry.h"
+#include "base/VantiroConfig.h"
+#include "overlay/OverlayGeometry.h"
 
 #include <QRect>
 #include <QTimer>

@@ -1,7 +1,7 @@
 #include "panels/BottomPanelsModel.h"
 
-#include "app/PromptConfig.h"
-#include "app/UserDefaults.h"
+#include "query/PromptConfig.h"
+#include "base/UserDefaults.h"
 #include "backend/Answerer.h"
 
 #include <QClipboard>

@@ -1,6 +1,6 @@
 #include "panels/HamburgerMenuModel.h"
 
-#include "app/AppConfig.h"
+#include "base/AppConfig.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,6 +1,6 @@
 #include "panels/StagedScreenshot.h"
 
-#include "app/Log.h"
+#include "base/Log.h"
 
 #include <QBuffer>
 #include <QImageReader>

@@ -1,6 +1,6 @@
 #include "platform/OpenRules.h"
 
-#include "app/Log.h"
+#include "base/Log.h"
 
 #include <QFileInfo>
 

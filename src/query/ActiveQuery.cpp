@@ -1,6 +1,6 @@
 #include "query/ActiveQuery.h"
 
-#include "app/AppConfig.h"
+#include "base/AppConfig.h"
 
 namespace quellora {
 

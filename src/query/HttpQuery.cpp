@@ -1,6 +1,6 @@
 #include "query/HttpQuery.h"
 
-#include "app/Log.h"
+#include "base/Log.h"
 #include "backend/Http.h"
 
 #include <QJsonDocument>

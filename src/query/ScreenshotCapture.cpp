@@ -1,6 +1,6 @@
 #include "query/ScreenshotCapture.h"
 
-#include "app/Log.h"
+#include "base/Log.h"
 #include "query/JpegEncoder.h"
 #include "query/LanczosResampler.h"
 #include "query/PngDecoder.h"

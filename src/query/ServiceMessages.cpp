@@ -1,6 +1,6 @@
 #include "query/ServiceMessages.h"
 
-#include "app/Log.h"
+#include "base/Log.h"
 #include "query/AnswerDisplay.h"
 
 #include <algorithm>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/AppConfig.h"
+#include "base/AppConfig.h"
 #include "backend/Records.h"
 
 #include <QDateTime>

@@ -1,6 +1,6 @@
 #include "ui/IconItem.h"
 
-#include "app/Log.h"
+#include "base/Log.h"
 
 #include <QCache>
 #include <QFile>

@@ -1,7 +1,7 @@
 #include "ui/Ui.h"
 
 #include "BundledFonts.h"
-#include "app/Log.h"
+#include "base/Log.h"
 #include "platform/Platform.h"
 #include "ui/ControlAccessibility.h"
 
@@ -35,9 +35,7 @@ void initializeUi()
 
 void prepareQmlEngine(QQmlEngine &engine)
 {
-    // A static library drops what nobody names; naming the registration keeps the module.
-    static volatile auto keepModule = &qml_register_types_Quellora_Ui;
-    Q_UNUSED(keepModule)
+    keepQmlModule<&qml_register_types_Quellora_Ui>();
     engine.addImportPath(QStringLiteral("qrc:/qt/qml"));
 }
 

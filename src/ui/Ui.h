@@ -11,6 +11,13 @@ class Appearance;
 /// window. Main thread.
 void initializeUi();
 
+/// Keeps a QML module in a program that links its static library, which drops what nobody names.
+/// @tparam registerTypes the generated function qml_register_types_<URI with underscores>
+template <void (*registerTypes)()> void keepQmlModule()
+{
+    [[maybe_unused]] static void (*volatile kept)() = registerTypes;
+}
+
 /// Lets QML of @p engine import Quellora.Ui and the program's other modules.
 void prepareQmlEngine(QQmlEngine &engine);
 

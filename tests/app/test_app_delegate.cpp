@@ -1,14 +1,16 @@
 #include "app/AppDelegate.h"
 #include "app/MenuBarController.h"
-#include "app/NotificationCenter.h"
-#include "app/PermissionChecker.h"
-#include "app/UserDefaults.h"
+#include "backend/NotificationCenter.h"
+#include "query/PermissionChecker.h"
+#include "base/UserDefaults.h"
 #include "backend/HeartbeatService.h"
 #include "backend/SessionManager.h"
 #include "fakes/FakePlatform.h"
 #include "fakes/LogCapture.h"
 #include "hotkeys/HotkeyManager.h"
+#include "support/TestProgram.h"
 
+#include <QGuiApplication>
 #include <QNetworkAccessManager>
 #include <QSignalSpy>
 #include <QTest>
@@ -609,5 +611,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_MAIN(TestAppDelegate)
+QUELLORA_TEST(QGuiApplication, TestAppDelegate)
 #include "test_app_delegate.moc"

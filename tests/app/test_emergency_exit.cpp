@@ -1,4 +1,5 @@
 #include "app/EmergencyExit.h"
+#include "support/TestProgram.h"
 
 #include <QCoreApplication>
 #include <QFile>
@@ -101,7 +102,7 @@ private Q_SLOTS:
         QProcess process;
         process.setProcessEnvironment(environment);
         process.start(QCoreApplication::applicationFilePath(),
-                      {QStringLiteral("--end-as"), QLatin1String(QTest::currentDataTag())});
+                      {QStringLiteral("emergency_exit"), QStringLiteral("--end-as"), QLatin1String(QTest::currentDataTag())});
         QVERIFY(process.waitForFinished());
         QCOMPARE(process.exitStatus(), QProcess::NormalExit);
         QCOMPARE(process.exitCode(), status);
@@ -110,7 +111,9 @@ private Q_SLOTS:
     }
 };
 
-int main(int argc, char **argv)
+namespace {
+
+int runTests(int argc, char **argv)
 {
     QCoreApplication application(argc, argv);
     const QStringList arguments = QCoreApplication::arguments();
@@ -119,5 +122,9 @@ int main(int argc, char **argv)
     TestEmergencyExit test;
     return QTest::qExec(&test, argc, argv);
 }
+
+} // namespace
+
+QUELLORA_TEST_MAIN(runTests)
 
 #include "test_emergency_exit.moc"

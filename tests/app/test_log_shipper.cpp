@@ -1,9 +1,11 @@
 #include "app/LogShipper.h"
-#include "app/NotificationCenter.h"
+#include "backend/NotificationCenter.h"
 #include "fakes/LogCapture.h"
 #include "fakes/ScriptedHttpServer.h"
 #include "fakes/StatuslessNetwork.h"
+#include "support/TestProgram.h"
 
+#include <QCoreApplication>
 #include <QFile>
 #include <QScopeGuard>
 #include <QSemaphore>
@@ -340,5 +342,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(TestLogShipper)
+QUELLORA_TEST(QCoreApplication, TestLogShipper)
 #include "test_log_shipper.moc"

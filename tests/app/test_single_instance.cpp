@@ -1,6 +1,8 @@
 #include "app/SingleInstance.h"
 #include "fakes/LogCapture.h"
+#include "support/TestProgram.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFileInfo>
@@ -237,5 +239,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(TestSingleInstance)
+QUELLORA_TEST(QCoreApplication, TestSingleInstance)
 #include "test_single_instance.moc"

@@ -1,6 +1,8 @@
 #include "app/QtStatusBar.h"
 #include "fakes/FakePlatform.h"
+#include "support/TestProgram.h"
 
+#include <QApplication>
 #include <QTest>
 
 using namespace quellora;
@@ -51,5 +53,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_MAIN(TestStatusBar)
+QUELLORA_TEST(QApplication, TestStatusBar)
 #include "test_status_bar.moc"

@@ -1,5 +1,7 @@
 #include "backend/Answerer.h"
+#include "support/TestProgram.h"
 
+#include <QCoreApplication>
 #include <QTest>
 
 using namespace quellora;
@@ -61,5 +63,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(TestAnswerer)
+QUELLORA_TEST(QCoreApplication, TestAnswerer)
 #include "test_answerer.moc"

@@ -1,9 +1,11 @@
 #include "SignInAnswers.h"
-#include "app/NotificationCenter.h"
+#include "backend/NotificationCenter.h"
 #include "backend/AuthService.h"
 #include "backend/SessionManager.h"
 #include "fakes/StatuslessNetwork.h"
+#include "support/TestProgram.h"
 
+#include <QCoreApplication>
 #include <QSignalSpy>
 #include <QTcpServer>
 #include <QTest>
@@ -349,5 +351,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(TestAuthService)
+QUELLORA_TEST(QCoreApplication, TestAuthService)
 #include "test_auth_service.moc"

@@ -1,8 +1,10 @@
 #include "SignInAnswers.h"
-#include "app/NotificationCenter.h"
+#include "backend/NotificationCenter.h"
 #include "backend/HeartbeatService.h"
 #include "backend/SessionManager.h"
+#include "support/TestProgram.h"
 
+#include <QCoreApplication>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -424,5 +426,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(TestHeartbeat)
+QUELLORA_TEST(QCoreApplication, TestHeartbeat)
 #include "test_heartbeat.moc"

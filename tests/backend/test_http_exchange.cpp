@@ -2,7 +2,9 @@
 #include "backend/HttpExchange.h"
 #include "fakes/ScriptedHttpServer.h"
 #include "fakes/StatuslessNetwork.h"
+#include "support/TestProgram.h"
 
+#include <QCoreApplication>
 #include <QSignalSpy>
 #include <QTcpServer>
 #include <QTest>
@@ -312,5 +314,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(TestHttpExchange)
+QUELLORA_TEST(QCoreApplication, TestHttpExchange)
 #include "test_http_exchange.moc"

@@ -1,7 +1,9 @@
 #include "CallbackPages.h"
 #include "backend/OAuthCallbackListener.h"
 #include "fakes/LogCapture.h"
+#include "support/TestProgram.h"
 
+#include <QCoreApplication>
 #include <QSignalSpy>
 #include <QTcpSocket>
 #include <QTest>
@@ -298,5 +300,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(TestOAuthCallbackListener)
+QUELLORA_TEST(QCoreApplication, TestOAuthCallbackListener)
 #include "test_oauth_callback_listener.moc"

@@ -1,6 +1,8 @@
 #include "backend/OAuthCallbackListener.h"
 #include "fakes/LogCapture.h"
+#include "support/TestProgram.h"
 
+#include <QCoreApplication>
 #include <QRegularExpression>
 #include <QTcpSocket>
 #include <QTest>
@@ -380,5 +382,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(TestOAuthHostileClients)
+QUELLORA_TEST(QCoreApplication, TestOAuthHostileClients)
 #include "test_oauth_hostile_clients.moc"

@@ -1,5 +1,7 @@
 #include "backend/Records.h"
+#include "support/TestProgram.h"
 
+#include <QCoreApplication>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QTest>
@@ -203,5 +205,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(TestRecords)
+QUELLORA_TEST(QCoreApplication, TestRecords)
 #include "test_records.moc"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/UserDefaults.h"
+#include "base/UserDefaults.h"
 #include "fakes/FakeGlobalHotkeys.h"
 #include "fakes/FakePanelWindow.h"
 #include "platform/Platform.h"

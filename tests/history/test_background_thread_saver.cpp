@@ -1,9 +1,11 @@
-#include "app/UserDefaults.h"
+#include "base/UserDefaults.h"
 #include "fakes/LogCapture.h"
 #include "history/BackgroundThreadSaver.h"
 #include "history/StoreFixture.h"
 #include "history/ThreadController.h"
+#include "support/TestProgram.h"
 
+#include <QCoreApplication>
 #include <QSemaphore>
 #include <QTest>
 
@@ -420,5 +422,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(TestBackgroundThreadSaver)
+QUELLORA_TEST(QCoreApplication, TestBackgroundThreadSaver)
 #include "test_background_thread_saver.moc"

@@ -1,8 +1,10 @@
-#include "app/UserDefaults.h"
+#include "base/UserDefaults.h"
 #include "fakes/LogCapture.h"
 #include "history/CaptureSession.h"
 #include "history/ThreadController.h"
+#include "support/TestProgram.h"
 
+#include <QCoreApplication>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -339,5 +341,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(TestCaptureSession)
+QUELLORA_TEST(QCoreApplication, TestCaptureSession)
 #include "test_capture_session.moc"

@@ -1,5 +1,7 @@
 #include "history/StoreFixture.h"
+#include "support/TestProgram.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
 #include <QJsonArray>
@@ -354,5 +356,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(TestCaptureSessionStore)
+QUELLORA_TEST(QCoreApplication, TestCaptureSessionStore)
 #include "test_capture_session_store.moc"

@@ -1,10 +1,12 @@
-#include "app/UserDefaults.h"
+#include "base/UserDefaults.h"
 #include "fakes/FakeThreadLibrary.h"
 #include "fakes/LogCapture.h"
 #include "history/DayLabel.h"
 #include "history/HistoryController.h"
 #include "history/ThreadController.h"
+#include "support/TestProgram.h"
 
+#include <QCoreApplication>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -593,5 +595,5 @@ private:
     std::unique_ptr<LogCapture> m_log;
 };
 
-QTEST_GUILESS_MAIN(TestHistoryController)
+QUELLORA_TEST(QCoreApplication, TestHistoryController)
 #include "test_history_controller.moc"

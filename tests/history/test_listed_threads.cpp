@@ -1,4 +1,5 @@
 #include "history/ListedThreads.h"
+#include "support/TestProgram.h"
 
 #include <QTest>
 
@@ -213,5 +214,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_APPLESS_MAIN(TestListedThreads)
+QUELLORA_TEST(void, TestListedThreads)
 #include "test_listed_threads.moc"

@@ -1,6 +1,8 @@
 #include "history/SessionFile.h"
 #include "history/StoreFixture.h"
+#include "support/TestProgram.h"
 
+#include <QCoreApplication>
 #include <QJsonArray>
 #include <QTest>
 #include <QTimeZone>
@@ -222,5 +224,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(TestSessionFile)
+QUELLORA_TEST(QCoreApplication, TestSessionFile)
 #include "test_session_file.moc"

@@ -1,8 +1,10 @@
-#include "app/WhenFinished.h"
+#include "base/WhenFinished.h"
 #include "fakes/LogCapture.h"
 #include "history/StoreFixture.h"
 #include "history/StoredThreadLibrary.h"
+#include "support/TestProgram.h"
 
+#include <QCoreApplication>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -134,5 +136,5 @@ private:
     std::unique_ptr<StoredThreadLibrary> m_library;
 };
 
-QTEST_GUILESS_MAIN(TestStoredThreadLibrary)
+QUELLORA_TEST(QCoreApplication, TestStoredThreadLibrary)
 #include "test_stored_thread_library.moc"

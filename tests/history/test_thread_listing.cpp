@@ -1,6 +1,8 @@
 #include "history/StoreFixture.h"
 #include "history/ThreadListing.h"
+#include "support/TestProgram.h"
 
+#include <QCoreApplication>
 #include <QFutureWatcher>
 #include <QTest>
 
@@ -274,5 +276,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(TestThreadListing)
+QUELLORA_TEST(QCoreApplication, TestThreadListing)
 #include "test_thread_listing.moc"

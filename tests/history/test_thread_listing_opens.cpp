@@ -1,6 +1,8 @@
 #include "history/StoreFixture.h"
 #include "history/ThreadListing.h"
+#include "support/TestProgram.h"
 
+#include <QCoreApplication>
 #include <QTest>
 
 #include <sys/inotify.h>
@@ -58,5 +60,5 @@ private:
     }
 };
 
-QTEST_GUILESS_MAIN(TestThreadListingOpens)
+QUELLORA_TEST(QCoreApplication, TestThreadListingOpens)
 #include "test_thread_listing_opens.moc"

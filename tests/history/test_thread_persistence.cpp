@@ -1,10 +1,12 @@
 // What of a thread reaches the disk, from the user's actions to the files.
 
-#include "app/UserDefaults.h"
+#include "base/UserDefaults.h"
 #include "history/BackgroundThreadSaver.h"
 #include "history/StoreFixture.h"
 #include "history/ThreadController.h"
+#include "support/TestProgram.h"
 
+#include <QCoreApplication>
 #include <QJsonArray>
 #include <QTest>
 
@@ -380,5 +382,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(TestThreadPersistence)
+QUELLORA_TEST(QCoreApplication, TestThreadPersistence)
 #include "test_thread_persistence.moc"

@@ -1,6 +1,7 @@
 // The store on disks that are full, read-only or lose their writer in the middle of a save.
 
 #include "history/GrowingThread.h"
+#include "support/TestProgram.h"
 
 #include <QElapsedTimer>
 #include <QProcess>
@@ -305,7 +306,9 @@ private:
     }
 };
 
-int main(int argc, char *argv[])
+namespace {
+
+int runTests(int argc, char **argv)
 {
     // Before any other thread is there: the kernel asks for that.
     mountsRefused = enterOwnMounts();
@@ -313,5 +316,9 @@ int main(int argc, char *argv[])
     TestThreadStoreDisk test;
     return QTest::qExec(&test, argc, argv);
 }
+
+} // namespace
+
+QUELLORA_TEST_MAIN(runTests)
 
 #include "test_thread_store_disk.moc"

@@ -2,7 +2,9 @@
 // it, with the real files underneath.
 
 #include "history/StoreFixture.h"
+#include "support/TestProgram.h"
 
+#include <QCoreApplication>
 #include <QTest>
 
 using namespace quellora;
@@ -294,5 +296,5 @@ private:
     }
 };
 
-QTEST_GUILESS_MAIN(TestThreadStoreFaults)
+QUELLORA_TEST(QCoreApplication, TestThreadStoreFaults)
 #include "test_thread_store_faults.moc"

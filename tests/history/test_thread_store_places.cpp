@@ -1,7 +1,9 @@
 // What else may lie where a thread's files belong.
 
 #include "history/StoreFixture.h"
+#include "support/TestProgram.h"
 
+#include <QCoreApplication>
 #include <QTest>
 
 #include <sys/stat.h>
@@ -245,5 +247,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(TestThreadStorePlaces)
+QUELLORA_TEST(QCoreApplication, TestThreadStorePlaces)
 #include "test_thread_store_places.moc"

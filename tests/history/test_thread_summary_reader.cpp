@@ -1,6 +1,8 @@
 #include "history/StoreFixture.h"
 #include "history/ThreadSummaryReader.h"
+#include "support/TestProgram.h"
 
+#include <QCoreApplication>
 #include <QJsonArray>
 #include <QTest>
 
@@ -200,5 +202,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(TestThreadSummaryReader)
+QUELLORA_TEST(QCoreApplication, TestThreadSummaryReader)
 #include "test_thread_summary_reader.moc"

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "FakeSignIn.h"
-#include "QuickItems.h"
+#include "ui/QuickItems.h"
 #include "fakes/FakePlatform.h"
 #include "fakes/LogCapture.h"
 #include "login/LoginWindowController.h"

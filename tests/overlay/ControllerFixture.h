@@ -1,9 +1,9 @@
 #pragma once
 
-#include "FakePageSurface.h"
-#include "app/NotificationCenter.h"
-#include "app/PermissionChecker.h"
-#include "app/UserDefaults.h"
+#include "page/FakePageSurface.h"
+#include "backend/NotificationCenter.h"
+#include "query/PermissionChecker.h"
+#include "base/UserDefaults.h"
 #include "backend/SessionManager.h"
 #include "fakes/FakePlatform.h"
 #include "fakes/FakeThreadLibrary.h"

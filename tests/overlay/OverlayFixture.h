@@ -1,19 +1,19 @@
 #pragma once
 
-#include "app/UserDefaults.h"
+#include "base/UserDefaults.h"
 #include "fakes/FakeKeyMonitor.h"
 #include "fakes/FakePlatform.h"
 #include "fakes/FakeThreadLibrary.h"
 #include "history/ThreadController.h"
 #include "hotkeys/HotkeyManager.h"
 #include "hotkeys/HotkeyRebinding.h"
-#include "overlay/ui/NonFocusPanel.h"
-#include "overlay/ui/OverlayModel.h"
-#include "overlay/ui/ResponseScrollbarModel.h"
+#include "overlay/NonFocusPanel.h"
+#include "overlay/OverlayModel.h"
+#include "overlay/ResponseScrollbarModel.h"
 #include "panels/BottomPanelsModel.h"
 #include "panels/HamburgerMenuModel.h"
-#include "panels/history/HistoryModel.h"
-#include "panels/settings/SettingsModel.h"
+#include "sheets/history/HistoryModel.h"
+#include "sheets/settings/SettingsModel.h"
 #include "ui/Ui.h"
 
 #include <QBuffer>

@@ -1,11 +1,13 @@
 #include "fakes/FakePlatform.h"
 #include "fakes/FakeThreadLibrary.h"
 #include "overlay/OverlayHistory.h"
-#include "overlay/ui/NonFocusPanel.h"
-#include "overlay/ui/OverlayModel.h"
+#include "overlay/NonFocusPanel.h"
+#include "overlay/OverlayModel.h"
 #include "panels/HamburgerMenuModel.h"
 #include "query/OrchestratorFixture.h"
+#include "support/TestProgram.h"
 
+#include <QGuiApplication>
 #include <QSignalSpy>
 
 using namespace quellora;
@@ -128,5 +130,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_MAIN(TestOverlayHistory)
+QUELLORA_TEST(QGuiApplication, TestOverlayHistory)
 #include "test_overlay_history.moc"

@@ -1,4 +1,6 @@
 #include "ControllerFixture.h"
+#include "support/TestProgram.h"
+#include <QGuiApplication>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -478,5 +480,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_MAIN(TestOverlaySettings)
+QUELLORA_TEST(QGuiApplication, TestOverlaySettings)
 #include "test_overlay_settings.moc"

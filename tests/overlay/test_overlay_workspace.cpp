@@ -1,6 +1,8 @@
 #include "fakes/FakePlatform.h"
 #include "overlay/OverlayWorkspace.h"
+#include "support/TestProgram.h"
 
+#include <QCoreApplication>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -65,5 +67,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(TestOverlayWorkspace)
+QUELLORA_TEST(QCoreApplication, TestOverlayWorkspace)
 #include "test_overlay_workspace.moc"

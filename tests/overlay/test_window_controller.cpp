@@ -1,4 +1,5 @@
 #include "ControllerFixture.h"
+#include "support/TestProgram.h"
 
 #include <QClipboard>
 #include <QGuiApplication>
@@ -681,5 +682,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_MAIN(TestWindowController)
+QUELLORA_TEST(QGuiApplication, TestWindowController)
 #include "test_window_controller.moc"

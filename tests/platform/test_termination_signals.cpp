@@ -1,5 +1,7 @@
 #include "platform/TerminationSignals.h"
+#include "support/TestProgram.h"
 
+#include <QCoreApplication>
 #include <QTest>
 
 #include <csignal>
@@ -36,5 +38,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(TestTerminationSignals)
+QUELLORA_TEST(QCoreApplication, TestTerminationSignals)
 #include "test_termination_signals.moc"

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "app/NotificationCenter.h"
-#include "app/PromptConfig.h"
-#include "app/UserDefaults.h"
+#include "backend/NotificationCenter.h"
+#include "query/PromptConfig.h"
+#include "base/UserDefaults.h"
 #include "backend/SessionManager.h"
 #include "fakes/FakeAnswerDisplay.h"
 #include "fakes/LogCapture.h"

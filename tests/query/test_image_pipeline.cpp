@@ -2,7 +2,9 @@
 #include "query/JpegEncoder.h"
 #include "query/LanczosResampler.h"
 #include "query/ScreenshotCapture.h"
+#include "support/TestProgram.h"
 
+#include <QCoreApplication>
 #include <QImage>
 #include <QObject>
 #include <QRandomGenerator>
@@ -386,5 +388,5 @@ void TestImagePipeline::jpegRefusesWhatItCannotHold()
     QVERIFY(encodeJpeg(tooHigh, 85).isEmpty());
 }
 
-QTEST_GUILESS_MAIN(TestImagePipeline)
+QUELLORA_TEST(QCoreApplication, TestImagePipeline)
 #include "test_image_pipeline.moc"

@@ -1,6 +1,8 @@
 #include "PngSamples.h"
 #include "query/PngDecoder.h"
+#include "support/TestProgram.h"
 
+#include <QCoreApplication>
 #include <QObject>
 #include <QRandomGenerator>
 #include <QTest>
@@ -289,5 +291,5 @@ void TestPngDecoder::refusesOtherData()
     QVERIFY(!decodePng(file).has_value());
 }
 
-QTEST_GUILESS_MAIN(TestPngDecoder)
+QUELLORA_TEST(QCoreApplication, TestPngDecoder)
 #include "test_png_decoder.moc"

@@ -1,6 +1,8 @@
 #include "ProxyFixture.h"
 #include "query/HttpQuery.h"
+#include "support/TestProgram.h"
 
+#include <QCoreApplication>
 #include <algorithm>
 #include <functional>
 
@@ -359,5 +361,5 @@ void TestProxyAnswer::endsWithTheNetworkManager()
     QVERIFY(recorder->waitForDeletion());
 }
 
-QTEST_GUILESS_MAIN(TestProxyAnswer)
+QUELLORA_TEST(QCoreApplication, TestProxyAnswer)
 #include "test_proxy_answer.moc"

@@ -1,7 +1,9 @@
 #include "ProxyFixture.h"
 #include "fakes/StatuslessNetwork.h"
 #include "query/StreamEventParser.h"
+#include "support/TestProgram.h"
 
+#include <QCoreApplication>
 #include <QTimer>
 
 using namespace quellora;
@@ -307,5 +309,5 @@ void TestProxyFailures::overlongLineFails()
     QTRY_VERIFY(m_server->requests().constFirst().disconnected);
 }
 
-QTEST_GUILESS_MAIN(TestProxyFailures)
+QUELLORA_TEST(QCoreApplication, TestProxyFailures)
 #include "test_proxy_failures.moc"

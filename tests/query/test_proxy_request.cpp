@@ -1,5 +1,7 @@
 #include "ProxyFixture.h"
+#include "support/TestProgram.h"
 
+#include <QCoreApplication>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QNetworkCookie>
@@ -237,5 +239,5 @@ void TestProxyRequest::telemetryAnswerIsBounded()
     QCOMPARE(m_log->lines, QStringList());
 }
 
-QTEST_GUILESS_MAIN(TestProxyRequest)
+QUELLORA_TEST(QCoreApplication, TestProxyRequest)
 #include "test_proxy_request.moc"

@@ -1,5 +1,7 @@
 #include "OrchestratorFixture.h"
+#include "support/TestProgram.h"
 
+#include <QCoreApplication>
 #include <QSignalSpy>
 
 using namespace quellora;
@@ -410,5 +412,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(TestQueryConcurrency)
+QUELLORA_TEST(QCoreApplication, TestQueryConcurrency)
 #include "test_query_concurrency.moc"

@@ -1,6 +1,9 @@
 // Which screenshot goes with which question, and which thread is on show and on disk.
 
 #include "KeepingFixture.h"
+#include "support/TestProgram.h"
+
+#include <QCoreApplication>
 
 using namespace quellora;
 
@@ -274,5 +277,5 @@ private:
     }
 };
 
-QTEST_GUILESS_MAIN(TestQueryKeeping)
+QUELLORA_TEST(QCoreApplication, TestQueryKeeping)
 #include "test_query_keeping.moc"

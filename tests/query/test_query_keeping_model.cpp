@@ -2,7 +2,9 @@
 // model in which every screenshot, note and turn knows for itself whether it is kept.
 
 #include "KeepingFixture.h"
+#include "support/TestProgram.h"
 
+#include <QCoreApplication>
 #include <QRandomGenerator>
 
 #include <algorithm>
@@ -386,5 +388,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(TestQueryKeepingModel)
+QUELLORA_TEST(QCoreApplication, TestQueryKeepingModel)
 #include "test_query_keeping_model.moc"

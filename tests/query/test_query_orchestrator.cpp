@@ -1,6 +1,8 @@
 #include "OrchestratorFixture.h"
 #include "query/ContextPrompt.h"
+#include "support/TestProgram.h"
 
+#include <QCoreApplication>
 #include <QSignalSpy>
 
 using namespace quellora;
@@ -655,5 +657,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(TestQueryOrchestrator)
+QUELLORA_TEST(QCoreApplication, TestQueryOrchestrator)
 #include "test_query_orchestrator.moc"

@@ -1,7 +1,9 @@
 #include "PngSamples.h"
 #include "fakes/LogCapture.h"
 #include "query/ScreenshotCapture.h"
+#include "support/TestProgram.h"
 
+#include <QCoreApplication>
 #include <QBuffer>
 #include <QDir>
 #include <QFile>
@@ -455,5 +457,5 @@ void TestScreenshotCapture::capturesInParallel()
     QCOMPARE(statuses, (QList<int>{11, 12}));
 }
 
-QTEST_GUILESS_MAIN(TestScreenshotCapture)
+QUELLORA_TEST(QCoreApplication, TestScreenshotCapture)
 #include "test_screenshot_capture.moc"

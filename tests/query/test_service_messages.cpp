@@ -1,4 +1,7 @@
 #include "ServiceMessagesFixture.h"
+#include "support/TestProgram.h"
+
+#include <QCoreApplication>
 
 using namespace quellora;
 using Fixture = ServiceMessagesFixture;
@@ -338,5 +341,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(TestServiceMessages)
+QUELLORA_TEST(QCoreApplication, TestServiceMessages)
 #include "test_service_messages.moc"

@@ -1,4 +1,7 @@
 #include "ServiceMessagesFixture.h"
+#include "support/TestProgram.h"
+
+#include <QCoreApplication>
 
 using namespace quellora;
 using Fixture = ServiceMessagesFixture;
@@ -258,5 +261,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(TestServiceStates)
+QUELLORA_TEST(QCoreApplication, TestServiceStates)
 #include "test_service_states.moc"

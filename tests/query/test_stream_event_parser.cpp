@@ -1,5 +1,7 @@
 #include "query/StreamEventParser.h"
+#include "support/TestProgram.h"
 
+#include <QCoreApplication>
 #include <QObject>
 #include <QRandomGenerator>
 #include <QStringList>
@@ -366,5 +368,5 @@ void TestStreamEventParser::keepsPendingBytesWhenTheBufferGrows()
                           QStringLiteral("chunk:b")}));
 }
 
-QTEST_GUILESS_MAIN(TestStreamEventParser)
+QUELLORA_TEST(QCoreApplication, TestStreamEventParser)
 #include "test_stream_event_parser.moc"

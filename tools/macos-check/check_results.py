@@ -72,7 +72,7 @@ with ThreadPoolExecutor() as pool:
     problems += filter(None, pool.map(compile_as_the_system_declares, port))
 
 programs = [build / name for name in ("bin/Quellora.app/Contents/MacOS/Quellora",
-                                      "bin/quellora-backend", "tests/tst_contractmac")]
+                                      "bin/quellora-backend", "tests/contract_mac")]
 for program in programs:
     kind = subprocess.run(["file", "-b", program], capture_output=True, text=True).stdout
     if not kind.startswith("Mach-O 64-bit arm64 executable"):

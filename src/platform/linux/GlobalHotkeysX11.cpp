@@ -1,6 +1,6 @@
 #include "platform/linux/GlobalHotkeysX11.h"
 
-#include "app/Log.h"
+#include "base/Log.h"
 
 #include <QGuiApplication>
 

@@ -1,6 +1,6 @@
 #include "platform/linux/PlatformX11.h"
 
-#include "app/UserDefaults.h"
+#include "base/UserDefaults.h"
 #include "platform/linux/LinuxPaths.h"
 
 namespace quellora {

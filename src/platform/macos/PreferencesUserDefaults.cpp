@@ -1,6 +1,6 @@
 #include "platform/macos/PreferencesUserDefaults.h"
 
-#include "app/Log.h"
+#include "base/Log.h"
 
 #include <utility>
 

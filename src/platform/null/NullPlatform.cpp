@@ -1,6 +1,6 @@
 #include "platform/null/NullPlatform.h"
 
-#include "app/UserDefaults.h"
+#include "base/UserDefaults.h"
 #include "platform/EventFilterKeyMonitor.h"
 #include "platform/NoSystemSymbols.h"
 #include "platform/OpenRules.h"

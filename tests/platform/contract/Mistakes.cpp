@@ -1,6 +1,6 @@
 #include "platform/contract/Mistakes.h"
 
-#include "app/UserDefaults.h"
+#include "base/UserDefaults.h"
 
 #include <QPointer>
 #include <QWindow>

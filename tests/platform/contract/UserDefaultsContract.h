@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/UserDefaults.h"
+#include "base/UserDefaults.h"
 #include "platform/contract/ContractSuite.h"
 
 namespace quellora {

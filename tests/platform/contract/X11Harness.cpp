@@ -1,6 +1,6 @@
 #include "platform/contract/X11Harness.h"
 
-#include "platform/X11Tools.h"
+#include "platform/linux/X11Tools.h"
 #include "platform/contract/OtherProgram.h"
 #include "platform/linux/WindowHintsX11.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "platform/FakePortal.h"
-#include "platform/OtherClient.h"
+#include "platform/linux/FakePortal.h"
+#include "platform/linux/OtherClient.h"
 #include "platform/contract/PlatformHarness.h"
 
 #include <QTemporaryDir>

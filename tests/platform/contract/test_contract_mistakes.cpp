@@ -1,5 +1,7 @@
 #include "platform/contract/Mistakes.h"
+#include "support/TestProgram.h"
 
+#include <QCoreApplication>
 #include <QProcess>
 #include <QtTest>
 
@@ -40,5 +42,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(TestContractMistakes)
+QUELLORA_TEST(QCoreApplication, TestContractMistakes)
 #include "test_contract_mistakes.moc"

@@ -1,5 +1,7 @@
 #include "platform/null/NullPlatform.h"
+#include "support/TestProgram.h"
 
+#include <QGuiApplication>
 #include <QWindow>
 #include <QtTest>
 
@@ -106,5 +108,5 @@ private:
                             Vocabulary::linuxDesktop()};
 };
 
-QTEST_MAIN(TestContractNull)
+QUELLORA_TEST(QGuiApplication, TestContractNull)
 #include "test_contract_null.moc"

@@ -1,0 +1,133 @@
+#include "base/VantiroConfig.h"
+
+#include "base/Log.h"
+#include "base/ProjectPaths.h"
+
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+namespace quellora {
+
+namespace {
+
+const QString fileName = QStringLiteral("config.json");
+
+/// Reads typed members of one JSON object and remembers the first problem.
+class ObjectReader
+{
+public:
+    ObjectReader(const QJsonObject &object, QString path, QString *error)
+        : m_object(object), m_path(std::move(path)), m_error(error)
+    {}
+
+    void required(const char *key, QString &target)
+    {
+        const QJsonValue value = m_object.value(QLatin1String(key));
+        if (value.isString())
+            target = value.toString();
+        else
+            fail(key, value, "a string");
+    }
+
+    void required(const char *key, double &target)
+    {
+        const QJsonValue value = m_object.value(QLatin1String(key));
+        if (value.isDouble())
+            target = value.toDouble();
+        else
+            fail(key, value, "a number");
+    }
+
+    void optional(const char *key, QString &target)
+    {
+        const QJsonValue value = m_object.value(QLatin1String(key));
+        if (!value.isUndefined() && !value.isNull())
+            required(key, target);
+    }
+
+private:
+    void fail(const char *key, const QJsonValue &value, const char *expected)
+    {
+        if (!m_error->isEmpty())
+            return;
+        const QString name = m_path + QLatin1String(key);
+        *m_error = value.isUndefined() || value.isNull()
+                       ? QStringLiteral("the key \"%1\" is missing").arg(name)
+                       : QStringLiteral("the key \"%1\" is not %2").arg(name, expected);
+    }
+
+    QJsonObject m_object;
+    QString m_path;
+    QString *m_error;
+};
+
+} // namespace
+
+std::optional<VantiroConfig> VantiroConfig::decode(const QByteArray &json, QString *error)
+{
+    error->clear();
+    QJsonParseError parseError;
+    const QJsonDocument document = QJsonDocument::fromJson(json, &parseError);
+    if (parseError.error != QJsonParseError::NoError) {
+        *error = parseError.errorString();
+        return std::nullopt;
+    }
+    const QJsonObject root = document.object();
+    for (const char *section : {"hotkeys", "overlay"}) {
+        if (!root.value(QLatin1String(section)).isObject()) {
+            *error = QStringLiteral("the key \"%1\" is missing or not an object").arg(section);
+            return std::nullopt;
+        }
+    }
+
+    VantiroConfig config;
+    ObjectReader hotkeys(root.value(QLatin1String("hotkeys")).toObject(),
+                         QStringLiteral("hotkeys."), error);
+    hotkeys.required("capture", config.hotkeys.capture);
+    hotkeys.required("clear", config.hotkeys.clear);
+    hotkeys.required("toggle", config.hotkeys.toggle);
+    hotkeys.required("opacity_up", config.hotkeys.opacityUp);
+    hotkeys.required("opacity_down", config.hotkeys.opacityDown);
+    hotkeys.optional("capture_no_send", config.hotkeys.captureNoSend);
+    hotkeys.optional("new_thread", config.hotkeys.newThread);
+
+    ObjectReader overlay(root.value(QLatin1String("overlay")).toObject(),
+                         QStringLiteral("overlay."), error);
+    overlay.required("x", config.overlay.x);
+    overlay.required("y", config.overlay.y);
+    overlay.required("width", config.overlay.width);
+    overlay.required("height", config.overlay.height);
+    overlay.required("default_opacity", config.overlay.defaultOpacity);
+
+    if (!error->isEmpty())
+        return std::nullopt;
+    return config;
+}
+
+VantiroConfig VantiroConfig::load()
+{
+    return load(ProjectPaths::projectRoot());
+}
+
+VantiroConfig VantiroConfig::load(const std::optional<QDir> &folder)
+{
+    if (!folder) {
+        Log::event(QStringLiteral("[Config] config.json not found, using built-in defaults"));
+        return {};
+    }
+    const QString path = folder->filePath(fileName);
+    QFile file(path);
+    QString error;
+    if (!file.open(QIODevice::ReadOnly)) {
+        error = file.errorString();
+    } else if (const auto config = decode(file.readAll(), &error)) {
+        Log::event(QStringLiteral("[Config] Loaded ") + path);
+        return *config;
+    }
+    Log::event(QStringLiteral("[Config] Failed to parse ") + path + QStringLiteral(": ") + error +
+               QStringLiteral(". Using built-in defaults"));
+    return {};
+}
+
+} // namespace quellora

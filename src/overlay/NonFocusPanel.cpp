@@ -1,0 +1,248 @@
+#include "overlay/NonFocusPanel.h"
+
+#include "overlay/OverlayGeometry.h"
+#include "overlay/OverlayModel.h"
+#include "overlay/ResponseScrollbarModel.h"
+#include "panels/BottomPanelsModel.h"
+#include "panels/HamburgerMenuModel.h"
+#include "sheets/history/HistoryModel.h"
+#include "sheets/settings/SettingsModel.h"
+#include "ui/Ui.h"
+
+#include <QAccessible>
+#include <QMouseEvent>
+#include <QPointer>
+#include <QQmlComponent>
+#include <QQmlEngine>
+
+#include <algorithm>
+#include <utility>
+
+void qml_register_types_Quellora_Overlay();
+void qml_register_types_Quellora_Panels();
+void qml_register_types_Quellora_Sheets();
+
+namespace quellora {
+
+namespace {
+
+/// The item that would get a left press at @p scenePosition: the topmost one that takes presses or
+/// text.
+const QQuickItem *pressTargetAt(const QQuickItem *item, const QPointF &scenePosition)
+{
+    if (!item->isVisible() || !item->isEnabled())
+        return nullptr;
+    const bool isInside = item->contains(item->mapFromScene(scenePosition));
+    if (item->clip() && !isInside)
+        return nullptr;
+    QList<QQuickItem *> children = item->childItems();
+    std::stable_sort(children.begin(), children.end(),
+                     [](const QQuickItem *a, const QQuickItem *b) { return a->z() < b->z(); });
+    for (auto it = children.crbegin(); it != children.crend(); ++it) {
+        if (const QQuickItem *target = pressTargetAt(*it, scenePosition))
+            return target;
+    }
+    // Plain texts say that they take presses, for their links, and pass the others on: a field's
+    // placeholder lies over the field.
+    const bool takesPress =
+        (item->acceptedMouseButtons().testFlag(Qt::LeftButton) && !item->inherits("QQuickText")) ||
+        item->flags().testFlag(QQuickItem::ItemAcceptsInputMethod);
+    return isInside && takesPress ? item : nullptr;
+}
+
+} // namespace
+
+NonFocusPanel::NonFocusPanel(PanelWindow &platform, QWindow *parent)
+    : QQuickWindow(parent), m_platform(platform)
+{
+    setFlags(Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint |
+             Qt::NoDropShadowWindowHint | Qt::WindowDoesNotAcceptFocus);
+    // Read by the windowing system at the first show; without it the panel would take the focus.
+    setProperty("_q_showWithoutActivating", true);
+    QSurfaceFormat translucent = format();
+    translucent.setAlphaBufferSize(8);
+    setFormat(translucent);
+    setColor(Qt::transparent);
+    setTitle(QStringLiteral("Quellora"));
+    setMinimumSize({OverlayGeometry::minWindowWidth, OverlayGeometry::minWindowHeight});
+}
+
+NonFocusPanel::~NonFocusPanel() = default;
+
+void NonFocusPanel::setContent(QQmlEngine &engine, const OverlayContent &content)
+{
+    Q_ASSERT(!m_root);
+    OverlayModel &overlay = content.overlay;
+    BottomPanelsModel &panels = content.panels;
+    m_overlay = &overlay;
+    connect(&panels, &BottomPanelsModel::heightChanged, &overlay,
+            &OverlayModel::setBottomPanelsHeight);
+    connect(&overlay, &OverlayModel::windowSizeChanged, &panels,
+            [&overlay, &panels] { panels.setAvailableHeight(overlay.availablePanelsHeight()); });
+    overlay.setWindowSize(size());
+    overlay.setCompositing(m_platform.isCompositing());
+    m_platform.onCompositingChanged([self = QPointer(this)] {
+        if (self)
+            self->m_overlay->setCompositing(self->m_platform.isCompositing());
+    });
+
+    keepQmlModule<&qml_register_types_Quellora_Overlay>();
+    keepQmlModule<&qml_register_types_Quellora_Panels>();
+    keepQmlModule<&qml_register_types_Quellora_Sheets>();
+    QQmlComponent component(&engine,
+                            QUrl(QStringLiteral("qrc:/qt/qml/Quellora/Overlay/OverlayPanel.qml")));
+    if (!component.isReady())
+        qFatal("The overlay's view does not load: %s", qPrintable(component.errorString()));
+    QObject *object = component.createWithInitialProperties(
+        {{QStringLiteral("overlay"), QVariant::fromValue(&overlay)},
+         {QStringLiteral("panels"), QVariant::fromValue(&panels)},
+         {QStringLiteral("menu"), QVariant::fromValue(&content.menu)},
+         {QStringLiteral("history"), QVariant::fromValue(content.history)},
+         {QStringLiteral("scrollbar"), QVariant::fromValue(&content.scrollbar)},
+         {QStringLiteral("panelWindow"), QVariant::fromValue(this)},
+         {QStringLiteral("responseView"), content.responseView},
+         {QStringLiteral("responseHost"), QVariant::fromValue(content.responseHost)},
+         {QStringLiteral("settings"), QVariant::fromValue(content.settings)}});
+    m_root = qobject_cast<QQuickItem *>(object);
+    if (!m_root)
+        qFatal("The overlay's view is not built: %s", qPrintable(component.errorString()));
+    m_root->setParent(contentItem());
+    m_root->setParentItem(contentItem());
+    m_root->setFocus(true);
+    fitContent();
+    connect(&panels, &BottomPanelsModel::messageChanged, this, [this, &panels] {
+        announceBlockingMessage(panels.isMessageBlocking() ? panels.messageId() : QString());
+    });
+    connect(
+        this, &QQuickWindow::frameSwapped, m_root,
+        [root = m_root] { root->setProperty("isResponseActive", true); },
+        Qt::ConnectionType(Qt::QueuedConnection | Qt::SingleShotConnection));
+}
+
+void NonFocusPanel::announceBlockingMessage(const QString &id)
+{
+    const bool isNew = !id.isEmpty() && id != m_announcedMessageId;
+    m_announcedMessageId = id;
+    auto *card = m_root->findChild<QQuickItem *>(QStringLiteral("serviceCard"));
+    if (!isNew || !card)
+        return;
+    QAccessibleEvent alert(card, QAccessible::Alert);
+    QAccessible::updateAccessibility(&alert);
+    Q_EMIT blockingMessageAnnounced(card);
+}
+
+bool NonFocusPanel::close()
+{
+    m_isClosing = true;
+    const bool isClosed = QQuickWindow::close();
+    m_isClosing = false;
+    return isClosed;
+}
+
+void NonFocusPanel::mouseDown(QPointF location)
+{
+    m_dragStart = location;
+}
+
+void NonFocusPanel::beginResize(int edges)
+{
+    m_resize = Resize{Qt::Edges(edges), m_pointer, geometry()};
+}
+
+void NonFocusPanel::makeKey()
+{
+    if (m_platform.makeKey(*this).state() != Capability::State::Unsupported)
+        return;
+    // A system that cannot hand over the keyboard alone: activating is the only way to type.
+    setFlag(Qt::WindowDoesNotAcceptFocus, false);
+    requestActivate();
+}
+
+bool NonFocusPanel::isKeyboardTarget(const QPointF &location) const
+{
+    const QQuickItem *target = pressTargetAt(contentItem(), location);
+    if (target && target->flags().testFlag(QQuickItem::ItemAcceptsInputMethod))
+        return true;
+    // Sheets and dialogs are worked with by keys as a whole.
+    for (; target; target = target->parentItem()) {
+        if (target->property("takesKeyboard").toBool())
+            return true;
+    }
+    return false;
+}
+
+void NonFocusPanel::mousePressEvent(QMouseEvent *event)
+{
+    m_pointer = event->globalPosition();
+    if (event->button() == Qt::LeftButton && isKeyboardTarget(event->position()))
+        makeKey();
+    QQuickWindow::mousePressEvent(event);
+}
+
+void NonFocusPanel::mouseMoveEvent(QMouseEvent *event)
+{
+    m_pointer = event->globalPosition();
+    // Positions on the screen, not in the window: the window follows later, and what it reports
+    // meanwhile would be counted twice.
+    if (m_dragStart) {
+        m_draggedTo = QRect((m_pointer - *m_dragStart).toPoint(), size());
+        setPosition(m_draggedTo->topLeft());
+        event->accept();
+        return;
+    }
+    if (m_resize) {
+        m_draggedTo = OverlayGeometry::resized(m_resize->frame, m_resize->edges,
+                                               (m_pointer - m_resize->pointer).toPoint());
+        setGeometry(*m_draggedTo);
+        event->accept();
+        return;
+    }
+    QQuickWindow::mouseMoveEvent(event);
+}
+
+void NonFocusPanel::mouseReleaseEvent(QMouseEvent *event)
+{
+    if (event->button() == Qt::LeftButton)
+        endDrag();
+    QQuickWindow::mouseReleaseEvent(event);
+}
+
+void NonFocusPanel::endDrag()
+{
+    m_dragStart.reset();
+    m_resize.reset();
+    if (const auto frame = std::exchange(m_draggedTo, std::nullopt))
+        Q_EMIT draggedTo(*frame);
+}
+
+void NonFocusPanel::hideEvent(QHideEvent *event)
+{
+    // The release of a drag under way goes to nobody.
+    endDrag();
+    QQuickWindow::hideEvent(event);
+}
+
+void NonFocusPanel::closeEvent(QCloseEvent *event)
+{
+    QQuickWindow::closeEvent(event);
+    // Closing from outside (a window manager's shortcut) means the same as the close button.
+    // Queued: the program that ends because of it closes its windows again.
+    if (m_overlay && !m_isClosing)
+        QMetaObject::invokeMethod(m_overlay, &OverlayModel::close, Qt::QueuedConnection);
+}
+
+void NonFocusPanel::resizeEvent(QResizeEvent *event)
+{
+    QQuickWindow::resizeEvent(event);
+    fitContent();
+}
+
+void NonFocusPanel::fitContent()
+{
+    if (!m_root)
+        return;
+    m_overlay->setWindowSize(size());
+    m_root->setSize(size());
+}
+
+} // namespace quellora

@@ -1,0 +1,84 @@
+#include "overlay/OverlayGeometry.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+namespace quellora {
+
+QRectF OverlayGeometry::responseRect(const QSizeF &window, double bottomPanelsHeight)
+{
+    const double height = std::max(window.height() - barH - stripH - bottomPanelsHeight, 0.0);
+    return {0, window.height() - bottomPanelsHeight - height,
+            std::max(window.width() - responseScrollbarWidth, 0.0), height};
+}
+
+double OverlayGeometry::availablePanelsHeight(const QSizeF &window)
+{
+    return std::max(window.height() - barH - stripH, 0.0);
+}
+
+bool OverlayGeometry::isCompact(const QSizeF &window)
+{
+    return window.width() < compactBelowWidth || window.height() < compactBelowHeight;
+}
+
+QPoint OverlayGeometry::initialPosition(const QRect &visibleArea, const QPointF &offset,
+                                        const QSize &window)
+{
+    return {visibleArea.x() + qRound(offset.x()),
+            visibleArea.y() + visibleArea.height() - qRound(offset.y()) - window.height()};
+}
+
+QRect OverlayGeometry::fitted(const QRect &frame, Keep keep, const QList<QRect> &visibleAreas)
+{
+    const auto fittedTo = [&](const QRect &area) {
+        const int width = std::min(frame.width(), std::max(area.width(), minWindowWidth));
+        const int height = std::min(frame.height(), std::max(area.height(), minWindowHeight));
+        const int kept = keep == Keep::Panel ? height : qRound(barH);
+        // Left and top come last: what does not fit sticks out at the other sides.
+        const int x = std::max(std::min(frame.x(), area.x() + area.width() - width), area.x());
+        const int y = std::max(std::min(frame.y(), area.y() + area.height() - kept), area.y());
+        return QRect(x, y, width, height);
+    };
+    const auto change = [&](const QRect &other) {
+        return std::abs(other.x() - frame.x()) + std::abs(other.y() - frame.y()) + frame.width() -
+               other.width() + frame.height() - other.height();
+    };
+    QRect best = frame;
+    for (qsizetype i = 0; i < visibleAreas.size(); ++i) {
+        const QRect candidate = fittedTo(visibleAreas.at(i));
+        if (i == 0 || change(candidate) < change(best))
+            best = candidate;
+    }
+    return best;
+}
+
+QRect OverlayGeometry::restoredFrame(const std::optional<QRect> &priorFrame,
+                                     const std::optional<QRect> &visibleArea)
+{
+    if (priorFrame)
+        return *priorFrame;
+    QRect frame(0, 0, defaultZoomOutWidth, defaultZoomOutHeight);
+    if (visibleArea)
+        frame.moveCenter(visibleArea->center());
+    return frame;
+}
+
+QRect OverlayGeometry::resized(const QRect &frame, Qt::Edges edges, const QPoint &delta)
+{
+    int left = frame.x();
+    int top = frame.y();
+    int right = frame.x() + frame.width();
+    int bottom = frame.y() + frame.height();
+    if (edges.testFlag(Qt::LeftEdge))
+        left = std::min(left + delta.x(), right - minWindowWidth);
+    else if (edges.testFlag(Qt::RightEdge))
+        right = std::max(right + delta.x(), left + minWindowWidth);
+    if (edges.testFlag(Qt::TopEdge))
+        top = std::min(top + delta.y(), bottom - minWindowHeight);
+    else if (edges.testFlag(Qt::BottomEdge))
+        bottom = std::max(bottom + delta.y(), top + minWindowHeight);
+    return {left, top, right - left, bottom - top};
+}
+
+} // namespace quellora

@@ -1,0 +1,390 @@
+#include "overlay/OverlayModel.h"
+
+#include "overlay/OverlayGeometry.h"
+
+#include <QElapsedTimer>
+
+#include <algorithm>
+#include <cmath>
+
+namespace quellora {
+
+namespace {
+
+constexpr double usageShownFrom = 80.0;
+constexpr double usageRedFrom = 95.0;
+constexpr qint64 msPerSecond = 1000;
+constexpr qsizetype maximumTitleLength = 2000;
+
+std::function<qint64()> systemClock()
+{
+    QElapsedTimer timer;
+    timer.start();
+    return [timer] { return timer.elapsed(); };
+}
+
+} // namespace
+
+OverlayModel::OverlayModel(std::function<qint64()> clock, QObject *parent)
+    : QObject(parent), m_clock(clock ? std::move(clock) : systemClock())
+{
+    m_timer.setParent(this);
+    m_timer.setSingleShot(true);
+    connect(&m_timer, &QTimer::timeout, this, &OverlayModel::tick);
+    m_noticeTimer.setParent(this);
+    m_noticeTimer.setObjectName(QStringLiteral("noticeTimer"));
+    m_noticeTimer.setSingleShot(true);
+    m_noticeTimer.setInterval(noticeMs);
+    connect(&m_noticeTimer, &QTimer::timeout, this, &OverlayModel::clearNotice);
+}
+
+void OverlayModel::setCurrentAlpha(double alpha)
+{
+    const double clamped = std::clamp(alpha, 0.0, 1.0);
+    if (clamped == m_currentAlpha)
+        return;
+    m_currentAlpha = clamped;
+    Q_EMIT currentAlphaChanged();
+}
+
+void OverlayModel::setAppliedTheme(AppTheme theme)
+{
+    if (theme == m_theme)
+        return;
+    m_theme = theme;
+    Q_EMIT appliedThemeChanged();
+}
+
+QColor OverlayModel::responseColor() const
+{
+    QColor color = isLightTheme() ? QColor(0xf7, 0xf5, 0xf0) : QColor(0x1c, 0x1e, 0x24);
+    color.setAlphaF(0.93f);
+    return color;
+}
+
+void OverlayModel::setResponseTextColor(const QString &color)
+{
+    if (color == m_responseTextColor)
+        return;
+    m_responseTextColor = color;
+    Q_EMIT responseTextColorChanged();
+}
+
+void OverlayModel::setCompositing(bool isCompositing)
+{
+    if (isCompositing == m_isCompositing)
+        return;
+    m_isCompositing = isCompositing;
+    Q_EMIT isCompositingChanged();
+}
+
+void OverlayModel::setTitle(const QString &title)
+{
+    // The strip shows a part of it; laying out a megabyte would hold everything up.
+    const QString oneLine = title.left(maximumTitleLength).simplified();
+    if (oneLine == m_title)
+        return;
+    m_title = oneLine;
+    Q_EMIT stripChanged();
+}
+
+void OverlayModel::setSaveState(SaveState state, const QString &problem)
+{
+    if (state == m_saveState && problem == m_saveProblem)
+        return;
+    m_saveState = state;
+    m_saveProblem = problem;
+    Q_EMIT stripChanged();
+}
+
+void OverlayModel::setActivity(Activity activity)
+{
+    if (activity == m_activity)
+        return;
+    const bool wasCounting = isAnswering();
+    m_activity = activity;
+    if (activity != Activity::Idle)
+        m_isStoppedShown = false;
+    if (activity == Activity::Waiting || (isAnswering() && !wasCounting)) {
+        m_startedAt = m_clock();
+        m_seconds = 0;
+    }
+    scheduleTick();
+    Q_EMIT stripChanged();
+    Q_EMIT secondsChanged();
+}
+
+void OverlayModel::showStopped()
+{
+    m_activity = Activity::Idle;
+    m_isStoppedShown = true;
+    m_startedAt = m_clock();
+    scheduleTick();
+    Q_EMIT stripChanged();
+    Q_EMIT secondsChanged();
+}
+
+void OverlayModel::setSendingBlocked(bool isBlocked)
+{
+    if (isBlocked == m_isBlocked)
+        return;
+    m_isBlocked = isBlocked;
+    Q_EMIT stripChanged();
+}
+
+void OverlayModel::setThreadCovered(bool isCovered)
+{
+    if (isCovered == m_isThreadCovered)
+        return;
+    m_isThreadCovered = isCovered;
+    Q_EMIT stripChanged();
+}
+
+void OverlayModel::setHasAnswer(bool hasAnswer)
+{
+    if (hasAnswer == m_hasAnswer)
+        return;
+    m_hasAnswer = hasAnswer;
+    Q_EMIT stripChanged();
+}
+
+OverlayModel::Status OverlayModel::status() const
+{
+    switch (m_activity) {
+    case Activity::Capturing:
+        return Status::Capturing;
+    case Activity::Waiting:
+        return Status::Waiting;
+    case Activity::Streaming:
+        return Status::Streaming;
+    case Activity::Idle:
+        break;
+    }
+    if (m_isStoppedShown)
+        return Status::Stopped;
+    if (m_isBlocked)
+        return Status::Blocked;
+    return m_hasAnswer ? Status::Answer : Status::Ready;
+}
+
+QString OverlayModel::statusText() const
+{
+    switch (status()) {
+    case Status::Capturing:
+        return QStringLiteral("Capturing screen\u2026");
+    case Status::Waiting:
+        return QStringLiteral("Waiting for answer\u2026");
+    case Status::Streaming:
+        return QStringLiteral("Answering\u2026");
+    case Status::Stopped:
+        return QStringLiteral("Stopped");
+    case Status::Blocked:
+        return QStringLiteral("Sending is blocked");
+    case Status::Ready:
+    case Status::Answer:
+        break;
+    }
+    return {};
+}
+
+QString OverlayModel::secondsText() const
+{
+    return isAnswering() ? QStringLiteral("%1 s").arg(m_seconds) : QString();
+}
+
+bool OverlayModel::isAnswering() const
+{
+    return m_activity == Activity::Waiting || m_activity == Activity::Streaming;
+}
+
+void OverlayModel::scheduleTick()
+{
+    const qint64 elapsed = m_clock() - m_startedAt;
+    if (isAnswering())
+        m_timer.start(
+            int(std::max<qint64>((elapsed / msPerSecond + 1) * msPerSecond - elapsed, 1)));
+    else if (m_isStoppedShown)
+        m_timer.start(int(std::max<qint64>(stoppedNoticeMs - elapsed, 1)));
+    else
+        m_timer.stop();
+}
+
+void OverlayModel::tick()
+{
+    const qint64 elapsed = m_clock() - m_startedAt;
+    if (isAnswering()) {
+        const qint64 seconds = elapsed / msPerSecond;
+        if (seconds != m_seconds) {
+            m_seconds = seconds;
+            Q_EMIT secondsChanged();
+        }
+    } else if (m_isStoppedShown && elapsed >= stoppedNoticeMs) {
+        m_isStoppedShown = false;
+        Q_EMIT stripChanged();
+    }
+    scheduleTick();
+}
+
+void OverlayModel::showNotice(const QString &text)
+{
+    // It leaves first: assistive programs announce what appears, not what stays.
+    clearNotice();
+    m_notice = text.simplified();
+    if (m_notice.isEmpty())
+        return;
+    m_noticeTimer.start();
+    Q_EMIT noticeChanged();
+}
+
+void OverlayModel::clearNotice()
+{
+    m_noticeTimer.stop();
+    if (m_notice.isEmpty())
+        return;
+    m_notice.clear();
+    Q_EMIT noticeChanged();
+}
+
+void OverlayModel::setUsage(std::optional<double> percent)
+{
+    if (percent == m_usage)
+        return;
+    m_usage = percent;
+    Q_EMIT usageChanged();
+}
+
+OverlayModel::UsageTier OverlayModel::usageTier() const
+{
+    if (!isUsageShown())
+        return UsageTier::Grey;
+    return *m_usage >= usageRedFrom ? UsageTier::Red : UsageTier::Amber;
+}
+
+bool OverlayModel::isUsageShown() const
+{
+    return m_usage && *m_usage >= usageShownFrom;
+}
+
+int OverlayModel::usagePercent() const
+{
+    return m_usage ? int(std::floor(std::clamp(*m_usage, 0.0, 9999.0))) : 0;
+}
+
+void OverlayModel::setStopShortcut(const QString &display)
+{
+    if (display == m_stopShortcut)
+        return;
+    m_stopShortcut = display;
+    Q_EMIT stripChanged();
+}
+
+void OverlayModel::setMenuOpen(bool isOpen)
+{
+    if (isOpen == m_isMenuOpen)
+        return;
+    m_isMenuOpen = isOpen;
+    Q_EMIT isMenuOpenChanged();
+    announceGeometry();
+}
+
+void OverlayModel::setSheetOpen(bool isOpen)
+{
+    if (isOpen == m_isSheetOpen)
+        return;
+    m_isSheetOpen = isOpen;
+    announceGeometry();
+}
+
+void OverlayModel::setZoomedLarge(bool isZoomedLarge)
+{
+    if (isZoomedLarge == m_isZoomedLarge)
+        return;
+    m_isZoomedLarge = isZoomedLarge;
+    Q_EMIT isZoomedLargeChanged();
+}
+
+void OverlayModel::setWindowSize(const QSizeF &size)
+{
+    if (size == m_windowSize)
+        return;
+    m_windowSize = size;
+    Q_EMIT windowSizeChanged();
+    Q_EMIT geometryChanged();
+    announceGeometry();
+}
+
+void OverlayModel::setBottomPanelsHeight(double points)
+{
+    if (points == m_bottomPanelsHeight)
+        return;
+    m_bottomPanelsHeight = points;
+    Q_EMIT geometryChanged();
+    announceGeometry();
+}
+
+double OverlayModel::availablePanelsHeight() const
+{
+    return OverlayGeometry::availablePanelsHeight(m_windowSize);
+}
+
+bool OverlayModel::isCompact() const
+{
+    return OverlayGeometry::isCompact(m_windowSize);
+}
+
+QRectF OverlayModel::responseRect() const
+{
+    return OverlayGeometry::responseRect(m_windowSize, m_bottomPanelsHeight);
+}
+
+QRect OverlayModel::clickThroughRect() const
+{
+    if (m_isMenuOpen || m_isSheetOpen)
+        return {};
+    // Rounded inward: a control at the border must never lose its edge to the program underneath.
+    const QRectF rect = responseRect();
+    const int left = int(std::ceil(rect.left()));
+    const int top = int(std::ceil(rect.top()));
+    return {left, top, int(std::floor(rect.right())) - left, int(std::floor(rect.bottom())) - top};
+}
+
+void OverlayModel::announceGeometry()
+{
+    const QRect rect = clickThroughRect();
+    if (rect == m_announcedClickThrough)
+        return;
+    m_announcedClickThrough = rect;
+    Q_EMIT clickThroughRectChanged();
+}
+
+void OverlayModel::moveSlider(double value)
+{
+    if (value != m_currentAlpha)
+        Q_EMIT sliderMoved(value);
+}
+
+void OverlayModel::stop()
+{
+    if (canStop())
+        Q_EMIT stopRequested();
+}
+
+void OverlayModel::backToThread()
+{
+    if (m_isThreadCovered)
+        Q_EMIT backToThreadRequested();
+}
+
+void OverlayModel::retrySaving()
+{
+    if (m_saveState == SaveState::Failed)
+        Q_EMIT retrySavingRequested();
+}
+
+void OverlayModel::copyAnswer()
+{
+    if (m_hasAnswer)
+        Q_EMIT copyAnswerRequested();
+}
+
+} // namespace quellora

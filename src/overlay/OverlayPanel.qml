@@ -1,0 +1,296 @@
+import QtQuick
+import Quellora.Overlay
+import Quellora.Panels
+import Quellora.Sheets
+import Quellora.Ui
+
+/// Everything inside the overlay's window.
+FocusScope {
+    id: root
+
+    required property OverlayModel overlay
+    required property BottomPanelsModel panels
+    required property HamburgerMenuModel menu
+    required property ResponseScrollbarModel scrollbar
+    property HistoryModel history
+    required property NonFocusPanel panelWindow
+    /// Null in a panel without settings.
+    property SettingsModel settings
+    property url responseView
+    property QtObject responseHost
+    /// The answer's view waits for the panel's first frame, so that the panel shows sooner.
+    property bool isResponseActive: false
+    readonly property bool compact: overlay.isCompact
+    readonly property real corner: overlay.isCompositing ? Tokens.radiusWindow : 0
+    readonly property color surface: overlay.isCompositing ? Tokens.frame.background
+                                                           : Tokens.frame.opaqueBackground
+
+    readonly property bool isHistoryOpen: history !== null && history.isOpen
+    readonly property bool isRenaming: history !== null && history.isRenaming
+
+    onIsResponseActiveChanged: {
+        if (isResponseActive && responseView.toString().length > 0)
+            response.setSource(responseView, {"host": responseHost})
+    }
+
+    /// What lies open on top of the rest and keeps the keyboard; null when nothing does.
+    function keyboardScope() {
+        if (overlay.isMenuOpen)
+            return menuView
+        if (settingsSheet.isOpen)
+            return settingsSheet.item
+        return isHistoryOpen ? sidebar.item.keyboardScope : null
+    }
+    function isWithin(item, outer) {
+        while (item && item !== outer)
+            item = item.parent
+        return item !== null && item === outer
+    }
+    /// Takes the focus back from what is covered. The answer beside an open menu may have it.
+    function keepFocus() {
+        const scope = keyboardScope()
+        const item = Window.activeFocusItem
+        if (scope && item && !isWithin(item, scope)
+                && !(scope === menuView && isWithin(item, response)))
+            scope.forceActiveFocus(Qt.OtherFocusReason)
+    }
+    /// Closes what lies on top.
+    function closeTopmost() {
+        if (overlay.isMenuOpen)
+            menuView.close(true)
+        else if (settingsSheet.isOpen)
+            settingsSheet.item.closeRequested()
+        else if (isHistoryOpen)
+            sidebar.item.close(true)
+        else
+            bottom.closeModelList()
+    }
+    function cycleFocus(direction) {
+        const scope = keyboardScope()
+        if (scope) {
+            if (!isWithin(Window.activeFocusItem, scope))
+                scope.forceActiveFocus(Qt.TabFocusReason)
+            return
+        }
+        const control = strip.firstControl()
+        const stops = [bottom.promptItem]
+        if (control)
+            stops.push(control)
+        if (response.item)
+            stops.push(response)
+        const inStrip = strip.activeFocus && control
+        let at = inStrip ? 1 : response.activeFocus ? stops.indexOf(response) : 0
+        if (!inStrip && !response.activeFocus && !bottom.promptItem.activeFocus)
+            at = direction > 0 ? -1 : 1
+        const next = stops[(at + direction + stops.length) % stops.length]
+        // The page is inside its loader, which is no stop of its own.
+        const inner = next === response ? next.nextItemInFocusChain(true) : null
+        const target = isWithin(inner, response) ? inner : next
+        target.forceActiveFocus(Qt.TabFocusReason)
+    }
+
+    // The free areas: whatever no control takes drags the panel.
+    MouseArea {
+        objectName: "dragArea"
+        anchors.fill: parent
+        acceptedButtons: Qt.LeftButton
+        onPressed: mouse => root.panelWindow.mouseDown(Qt.point(mouse.x, mouse.y))
+    }
+
+    // Without a compositor nothing shines through; what is translucent blends with this instead.
+    Rectangle {
+        anchors.fill: parent
+        visible: !root.overlay.isCompositing
+        color: Tokens.frame.opaqueBackground
+    }
+    Rectangle {
+        visible: !root.overlay.isCompositing
+        x: root.overlay.responseRect.x
+        y: root.overlay.responseRect.y
+        width: root.overlay.responseRect.width
+        height: root.overlay.responseRect.height
+        color: Qt.rgba(root.overlay.responseColor.r, root.overlay.responseColor.g,
+                       root.overlay.responseColor.b, 1)
+    }
+
+    Item {
+        width: parent.width
+        height: 72
+        clip: true
+
+        Rectangle {
+            width: parent.width
+            height: parent.height + 2 * Tokens.radiusWindow
+            radius: root.corner
+            color: root.surface
+        }
+    }
+    Item {
+        y: parent.height - height
+        width: parent.width
+        height: bottom.height
+        clip: true
+
+        Rectangle {
+            y: -2 * Tokens.radiusWindow
+            width: parent.width
+            height: parent.height + 2 * Tokens.radiusWindow
+            radius: root.corner
+            color: root.surface
+        }
+        Rectangle {
+            width: parent.width
+            height: 1
+            color: Tokens.frame.line
+        }
+    }
+
+    // First in the order of Tab, whatever is above it.
+    BottomPanelsView {
+        id: bottom
+        objectName: "bottomPanels"
+        panels: root.panels
+        compact: root.compact
+        focus: true
+        y: parent.height - height
+        width: parent.width
+        height: implicitHeight
+    }
+    ControlBar {
+        id: bar
+        objectName: "controlBar"
+        overlay: root.overlay
+        width: parent.width
+        height: 34
+    }
+    StatusStrip {
+        id: strip
+        objectName: "strip"
+        overlay: root.overlay
+        compact: root.compact
+        y: 34
+        width: parent.width
+        height: 38
+    }
+    Item {
+        id: area
+        objectName: "responseArea"
+        x: root.overlay.responseRect.x
+        y: root.overlay.responseRect.y
+        width: root.overlay.responseRect.width
+        height: root.overlay.responseRect.height
+
+        Rectangle {
+            objectName: "responseBackdrop"
+            anchors.fill: parent
+            color: root.overlay.responseColor
+            opacity: root.overlay.currentAlpha
+        }
+        Rectangle {
+            objectName: "responseBackground"
+            anchors.fill: parent
+            color: root.overlay.responseColor
+            opacity: root.overlay.currentAlpha
+        }
+        Rectangle {
+            width: 4
+            height: parent.height
+            color: root.overlay.leftBorderColor
+        }
+        Loader {
+            id: response
+            objectName: "responseLoader"
+            anchors.fill: parent
+        }
+        Binding {
+            target: response.item
+            property: "reducedMotion"
+            value: Tokens.reducedMotion
+        }
+    }
+    ResponseScrollbarView {
+        objectName: "responseScrollbar"
+        scrollbar: root.scrollbar
+        x: parent.width - width
+        y: root.overlay.responseRect.y
+        width: 28
+        height: root.overlay.responseRect.height
+    }
+
+    Loader {
+        id: sidebar
+        anchors.fill: parent
+        active: root.history !== null
+
+        sourceComponent: HistorySidebarOverlay {
+            objectName: "historySidebar"
+            history: root.history
+            theme: Tokens.sheet(!root.overlay.isLightTheme)
+            compact: root.compact
+            cornerRadius: root.corner
+            opener: bar.menuButton
+        }
+    }
+    SettingsLoader {
+        id: settingsSheet
+        settings: root.settings
+        y: 34
+        width: parent.width
+        height: parent.height - y
+        compact: root.compact
+        cornerRadius: root.corner
+        opener: bar.menuButton
+    }
+
+    Rectangle {
+        anchors.fill: parent
+        radius: root.corner
+        color: "transparent"
+        border.width: 1
+        border.color: Tokens.frame.windowEdge
+        antialiasing: true
+    }
+
+    HamburgerMenuOverlay {
+        id: menuView
+        objectName: "menuOverlay"
+        anchors.fill: parent
+        menu: root.menu
+        compact: root.compact
+        open: root.overlay.isMenuOpen
+        opener: settingsSheet.isOpen ? settingsSheet.firstControl
+              : root.isHistoryOpen ? sidebar.item.firstControl : bar.menuButton
+        // Only to the answer, not to a sheet that lies over it.
+        passage: settingsSheet.isOpen || root.isHistoryOpen ? Qt.rect(0, 0, 0, 0)
+                                                            : root.overlay.responseRect
+    }
+    ResizeHandles {
+        anchors.fill: parent
+        panelWindow: root.panelWindow
+    }
+
+    Shortcut {
+        // The Command key has another name in the toolkit on each system.
+        sequence: Qt.platform.os === "osx" ? "Ctrl+." : "Meta+."
+        enabled: root.overlay.canStop
+        onActivated: root.overlay.stop()
+    }
+    Shortcut {
+        sequence: "F6"
+        onActivated: root.cycleFocus(1)
+    }
+    Shortcut {
+        sequence: "Shift+F6"
+        onActivated: root.cycleFocus(-1)
+    }
+    Shortcut {
+        // A title that is being typed has its own use for it.
+        sequence: "Escape"
+        enabled: root.keyboardScope() !== null && !root.isRenaming || bottom.isModelListOpen
+        onActivated: root.closeTopmost()
+    }
+    Connections {
+        target: root.Window.window
+        function onActiveFocusItemChanged() { Qt.callLater(root.keepFocus) }
+    }
+}

@@ -1,0 +1,159 @@
+#include "page/PageRequests.h"
+
+#include "page/PageAddresses.h"
+
+#include <QBuffer>
+#include <QFile>
+#include <QWebEngineUrlRequestInfo>
+#include <QWebEngineUrlRequestJob>
+
+#include <array>
+#include <utility>
+
+namespace quellora {
+
+namespace {
+
+constexpr QByteArrayView assetHost = "page";
+
+struct Stand
+{
+    QByteArrayView address;
+    const char *asset;
+    const char *mimeType;
+};
+
+constexpr std::array stands{
+    Stand{pageaddress::markedScript, "marked.js", "text/javascript"},
+    Stand{pageaddress::highlightScript, "highlight.min.js", "text/javascript"},
+    Stand{pageaddress::lightCodeStyle, "github.min.css", "text/css"},
+    Stand{pageaddress::darkCodeStyle, "github-dark.min.css", "text/css"},
+    Stand{pageaddress::pageScript, "page.js", "text/javascript"},
+};
+
+QByteArray resource(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        qFatal("bundled page asset %s is missing", qUtf8Printable(path));
+    return file.readAll();
+}
+
+QUrl assetUrl(const char *name)
+{
+    return QUrl(QStringLiteral("%1://%2/%3")
+                    .arg(QLatin1StringView(pagerequests::assetScheme), QLatin1StringView(assetHost),
+                         QLatin1StringView(name)));
+}
+
+/// Answers @p job from memory; the buffer lives as long as the job.
+void reply(QWebEngineUrlRequestJob *job, const QByteArray &mimeType, const QByteArray &content)
+{
+    auto *buffer = new QBuffer;
+    buffer->setData(content);
+    QObject::connect(job, &QObject::destroyed, buffer, &QObject::deleteLater);
+    job->reply(mimeType, buffer);
+}
+
+} // namespace
+
+namespace pagerequests {
+
+QUrl pageUrl(quint64 loadId)
+{
+    return QUrl(QStringLiteral("%1:%2").arg(QLatin1StringView(pageScheme)).arg(loadId));
+}
+
+std::optional<quint64> loadIdOf(const QUrl &url)
+{
+    if (url.scheme() != QLatin1StringView(pageScheme) || url.hasQuery())
+        return std::nullopt;
+    bool ok = false;
+    const quint64 id = url.path().toULongLong(&ok);
+    return ok && id != 0 ? std::optional(id) : std::nullopt;
+}
+
+QUrl assetFor(const QUrl &address)
+{
+    const QByteArray text = address.toEncoded();
+    for (const Stand &stand : stands) {
+        if (text == stand.address)
+            return assetUrl(stand.asset);
+    }
+    return {};
+}
+
+} // namespace pagerequests
+
+void PageRequestFilter::interceptRequest(QWebEngineUrlRequestInfo &info)
+{
+    const QUrl url = info.requestUrl();
+    const bool get = info.requestMethod() == "GET";
+    if (get && info.resourceType() == QWebEngineUrlRequestInfo::ResourceTypeMainFrame &&
+        pagerequests::loadIdOf(url) == m_currentLoad)
+        return;
+    const bool assetKind = info.resourceType() == QWebEngineUrlRequestInfo::ResourceTypeScript ||
+                           info.resourceType() == QWebEngineUrlRequestInfo::ResourceTypeStylesheet;
+    if (get && assetKind) {
+        if (url.scheme() == QLatin1StringView(pagerequests::assetScheme))
+            return;
+        const QUrl asset = pagerequests::assetFor(url);
+        if (!asset.isEmpty()) {
+            info.redirect(asset);
+            return;
+        }
+    }
+    info.block(true);
+}
+
+void PageBytes::setPage(quint64 loadId, const QByteArray &html)
+{
+    m_loadId = loadId;
+    m_html = html;
+    m_served = false;
+}
+
+void PageBytes::requestStarted(QWebEngineUrlRequestJob *job)
+{
+    if (job->requestMethod() != "GET" || pagerequests::loadIdOf(job->requestUrl()) != m_loadId) {
+        job->fail(QWebEngineUrlRequestJob::RequestDenied);
+        return;
+    }
+    m_served = true;
+    reply(job, "text/html", m_html);
+}
+
+void AssetBytes::requestStarted(QWebEngineUrlRequestJob *job)
+{
+    const QUrl url = job->requestUrl();
+    for (const Stand &stand : stands) {
+        if (job->requestMethod() == "GET" && url == assetUrl(stand.asset)) {
+            reply(job, stand.mimeType, bytes(QString::fromLatin1(stand.asset)));
+            return;
+        }
+    }
+    job->fail(QWebEngineUrlRequestJob::RequestDenied);
+}
+
+QByteArray AssetBytes::bytes(const QString &name)
+{
+    const QString folder = QStringLiteral(":/quellora/page/");
+    const QString scripts = QStringLiteral(":/quellora/page-scripts/");
+    if (name == QLatin1StringView("page.js"))
+        return resource(scripts + name);
+    if (name != QLatin1StringView("marked.js"))
+        return resource(folder + name);
+    if (m_renderer.isEmpty()) {
+        m_renderer =
+            resource(folder + name) + '\n' + resource(folder + QStringLiteral("purify.min.js")) +
+            '\n' +
+            resource(scripts + QStringLiteral("sanitized-marked.js"))
+                .replace("%incremental-render%",
+                         resource(scripts + QStringLiteral("incremental-render.js")).trimmed())
+                .replace("%markdown-blocks%",
+                         resource(scripts + QStringLiteral("markdown-blocks.js")).trimmed());
+    }
+    return m_renderer;
+}
+
+} // namespace quellora

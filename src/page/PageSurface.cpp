@@ -1,0 +1,109 @@
+#include "page/PageSurface.h"
+
+#include "base/Log.h"
+
+#include <utility>
+
+namespace quellora {
+
+namespace {
+
+std::chrono::nanoseconds monotonicNow()
+{
+    return std::chrono::steady_clock::now().time_since_epoch();
+}
+
+} // namespace
+
+PageSurface::PageSurface(QObject *parent) : PageSurface(monotonicNow, parent) {}
+
+PageSurface::PageSurface(Clock clock, QObject *parent)
+    : QObject(parent)
+    , m_latestScript(clock,
+                     [this](const QString &script, quint64 token) { runScript(script, token); })
+    , m_restarts(clock)
+    , m_messages(std::move(clock))
+{
+    // First of all listeners: a script that ran while the page was on its way may never report, and
+    // those that follow would wait for it.
+    connect(this, &PageSurface::loadFinished, this, [this] { m_latestScript.drop(); });
+}
+
+PageSurface::LoadId PageSurface::load(const QByteArray &html, const QString &logLine)
+{
+    const LoadId id = ++m_latestLoad;
+    m_waitingLoad = [this, id, html, logLine] {
+        Log::event(logLine);
+        m_latestScript.drop();
+        m_startedLoad = id;
+        m_isPageLost = false;
+        startLoad(id, html);
+    };
+    QMetaObject::invokeMethod(this, &PageSurface::startLatestLoad, Qt::QueuedConnection);
+    return id;
+}
+
+void PageSurface::startLatestLoad()
+{
+    if (m_isHeld)
+        return;
+    if (const auto start = std::exchange(m_waitingLoad, nullptr))
+        start();
+}
+
+void PageSurface::evaluate(const QString &script)
+{
+    runScript(script, 0);
+}
+
+void PageSurface::evaluateLatest(ScriptMaker script)
+{
+    m_latestScript.request(std::move(script));
+}
+
+void PageSurface::setHeld(bool held)
+{
+    if (std::exchange(m_isHeld, held) == held)
+        return;
+    m_latestScript.setHeld(held);
+    if (!held)
+        startLatestLoad();
+}
+
+bool PageSurface::admitsMessage()
+{
+    const MessageBudget::Verdict verdict = m_messages.take();
+    if (verdict == MessageBudget::Verdict::FloodBegins) {
+        Log::event(QStringLiteral("[ResponseView] ERROR: The page posts more than %1 messages a "
+                                  "second, dropping the rest")
+                       .arg(MessageBudget::messages));
+    }
+    return verdict == MessageBudget::Verdict::Taken;
+}
+
+void PageSurface::renderProcessEnded(const QString &how)
+{
+    m_latestScript.drop();
+    const bool isShown = m_startedLoad != 0;
+    m_isPageLost = isShown && !m_restarts.take();
+    QString next;
+    if (m_isPageLost)
+        next = QStringLiteral(", too often: the page stays empty until the next one");
+    else if (isShown)
+        next = QStringLiteral(", loading the page again");
+    Log::event(
+        QStringLiteral("[ResponseView] ERROR: The page's process ended (%1)%2").arg(how, next));
+    emit renderProcessTerminated();
+    if (isShown && !m_isPageLost) {
+        // Not from inside the engine's own report; another page may take its place until then.
+        QMetaObject::invokeMethod(
+            this,
+            [this, id = m_startedLoad] {
+                if (id == m_startedLoad)
+                    restartLoad();
+            },
+            Qt::QueuedConnection);
+    }
+}
+
+} // namespace quellora

@@ -1,0 +1,380 @@
+#include "page/ResponseDisplay.h"
+
+#include "base/Log.h"
+#include "base/Text.h"
+#include "platform/Platform.h"
+
+#include <QColor>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonValue>
+#include <QRegularExpression>
+#include <QUrl>
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+namespace quellora {
+
+namespace {
+
+constexpr QLatin1StringView triggerLine("[OverlayWindowController] Triggering WebView load");
+constexpr QLatin1StringView
+    triggerShellLine("[OverlayWindowController] Triggering streaming shell WebView load");
+
+PillAlphaThrottle::Nanoseconds monotonicNow()
+{
+    return std::chrono::steady_clock::now().time_since_epoch();
+}
+
+/// A page message's body for the log, on one line and bounded: its content is not ours.
+QString bodyForLog(const QVariant &body)
+{
+    constexpr qsizetype limit = 500;
+    QString text;
+    if (body.typeId() == QMetaType::QString) {
+        text = body.toString();
+    } else {
+        const QJsonArray wrapped{QJsonValue::fromVariant(body)};
+        text = QString::fromUtf8(QJsonDocument(wrapped).toJson(QJsonDocument::Compact));
+        text = text.mid(1, text.size() - 2);
+    }
+    if (text.size() > limit)
+        text = text.left(limit) + QChar(0x2026);
+    for (QChar &c : text) {
+        if (c.category() == QChar::Other_Control || c == QChar::LineSeparator ||
+            c == QChar::ParagraphSeparator)
+            c = QLatin1Char(' ');
+    }
+    return text;
+}
+
+void logMalformed(const QString &name, const QVariant &body)
+{
+    Log::event(QStringLiteral("[OverlayWindowController] ERROR: Received malformed %1 message: ")
+                   .arg(name) +
+               bodyForLog(body));
+}
+
+/// A finite number out of a page message.
+std::optional<double> finiteNumber(const QVariantMap &map, const QString &key)
+{
+    const QVariant value = map.value(key);
+    switch (value.typeId()) {
+    case QMetaType::Double:
+    case QMetaType::Int:
+    case QMetaType::LongLong:
+    case QMetaType::ULongLong:
+        break;
+    default:
+        return std::nullopt;
+    }
+    const double number = value.toDouble();
+    return std::isfinite(number) ? std::optional(number) : std::nullopt;
+}
+
+bool looksAlike(const responsepage::PageAppearance &a, const responsepage::PageAppearance &b)
+{
+    return a.theme == b.theme && a.textColorHex == b.textColorHex;
+}
+
+} // namespace
+
+ResponseDisplay::ResponseDisplay(PageSurface &surface, Workspace &workspace,
+                                 const QString &temporaryDirectory, QObject *parent)
+    : ResponseDisplay(surface, workspace, temporaryDirectory, Timing{monotonicNow}, parent)
+{}
+
+ResponseDisplay::ResponseDisplay(PageSurface &surface, Workspace &workspace,
+                                 const QString &temporaryDirectory, Timing timing, QObject *parent)
+    : QObject(parent)
+    , m_surface(surface)
+    , m_workspace(workspace)
+    , m_files(std::make_shared<PreviewFiles>(temporaryDirectory))
+    , m_pillAlphaThrottle(
+          std::move(timing.clock),
+          [this](std::optional<PillAlphaThrottle::Nanoseconds> delay) {
+              if (delay)
+                  m_pillAlphaTimer.start(std::chrono::ceil<std::chrono::milliseconds>(*delay));
+              else
+                  m_pillAlphaTimer.stop();
+          },
+          [this] { pushPillAlphaLive(); })
+{
+    m_builder.setMaxThreadCount(1);
+    m_builder.setExpiryTimeout(5000);
+    m_pillAlphaTimer.setSingleShot(true);
+    m_pillAlphaTimer.setTimerType(Qt::PreciseTimer);
+    connect(&m_pillAlphaTimer, &QTimer::timeout, this, [this] { m_pillAlphaThrottle.fire(); });
+    connect(&m_surface, &PageSurface::loadFinished, this, &ResponseDisplay::onLoadFinished);
+    connect(&m_surface, &PageSurface::loadFailed, this,
+            [](PageSurface::LoadId, const QString &description, bool provisional) {
+                Log::event((provisional ? QStringLiteral("[OverlayWindowController] ERROR: WebView "
+                                                         "provisional navigation failed: ")
+                                        : QStringLiteral("[OverlayWindowController] ERROR: WebView "
+                                                         "navigation failed: ")) +
+                           description);
+            });
+    connect(&m_surface, &PageSurface::message, this, &ResponseDisplay::onMessage);
+    connect(&m_surface, &PageSurface::linkActivated, this, &ResponseDisplay::onLinkActivated);
+}
+
+ResponseDisplay::~ResponseDisplay()
+{
+    removeAllPreviews();
+}
+
+void ResponseDisplay::removePreviews(const QUuid &threadId)
+{
+    m_builder.start([files = m_files, threadId] { files->removeThread(threadId); });
+}
+
+void ResponseDisplay::removePreview(const QUuid &threadId, qint64 index)
+{
+    m_builder.start(
+        [files = m_files, threadId, index] { files->removeScreenshot(threadId, index); });
+}
+
+void ResponseDisplay::removeAllPreviews()
+{
+    m_builder.start([files = m_files] { files->removeAll(); });
+    m_builder.waitForDone();
+}
+
+bool ResponseDisplay::showsScreenshot(const QUuid &threadId, qint64 index) const
+{
+    return std::any_of(m_previews.begin(), m_previews.end(), [&](const Preview &preview) {
+        return preview.threadId == threadId && preview.index == index;
+    });
+}
+
+void ResponseDisplay::setResponseTextColorHex(const std::optional<QString> &color)
+{
+    // The text goes into style sheets and scripts, so nothing but a hex colour may pass.
+    static const QRegularExpression hexColor(
+        QStringLiteral("\\A#(?:[0-9a-fA-F]{3,4}|[0-9a-fA-F]{6}|[0-9a-fA-F]{8})\\z"));
+    m_appearance.textColorHex = color && hexColor.match(*color).hasMatch() ? color : std::nullopt;
+}
+
+ResponseDisplay::PageId ResponseDisplay::loadContent(const QString &markdown)
+{
+    Log::event(QStringLiteral("[OverlayWindowController] loadContent() — building HTML for %1 "
+                              "char payload")
+                   .arg(characterCount(markdown)));
+    return show(
+        markdown.trimmed().isEmpty() ? Content::Hint : Content::Message,
+        [markdown](const auto &appearance, const auto &) {
+            return responsepage::singleAnswerPage(markdown, appearance);
+        },
+        triggerLine);
+}
+
+ResponseDisplay::PageId ResponseDisplay::renderThread(const CaptureSession &session)
+{
+    Log::event(QStringLiteral("[OverlayWindowController] renderThread() — %1 notes, %2 turns")
+                   .arg(session.notes.size())
+                   .arg(session.turns.size()));
+    if (session.notes.isEmpty() && session.turns.isEmpty()) {
+        if (session.screenshots.isEmpty()) {
+            Log::event(QStringLiteral("[OverlayWindowController] Content cleared"));
+            return loadContent(QString());
+        }
+        return show(
+            Content::Thread,
+            [session](const auto &appearance, const auto &previewPath) {
+                return responsepage::screenshotOnlyPage(session, appearance, previewPath);
+            },
+            triggerLine);
+    }
+    return show(
+        Content::Thread,
+        [session](const auto &appearance, const auto &previewPath) {
+            return responsepage::threadPage(session, appearance, previewPath);
+        },
+        triggerLine);
+}
+
+ResponseDisplay::PageId
+ResponseDisplay::loadStreamingShell(const std::optional<CaptureSession> &session,
+                                    const QString &prompt, const QDateTime &queryStart,
+                                    const std::optional<CaptureSession::Screenshot> &screenshot)
+{
+    return show(
+        Content::Thread,
+        [=](const auto &appearance, const auto &previewPath) {
+            return responsepage::streamingShellPage(session, prompt, queryStart, screenshot,
+                                                    appearance, previewPath);
+        },
+        triggerShellLine);
+}
+
+ResponseDisplay::PageId ResponseDisplay::show(Content content, Build build, const QString &logLine)
+{
+    const PageId page = ++m_latestPage;
+    if (std::exchange(m_content, content) != content)
+        emit contentChanged();
+    m_builder.start([this, page, build = std::move(build), appearance = m_appearance,
+                     files = m_files, logLine] {
+        BuiltPage built;
+        built.html = build(appearance, [&](const CaptureSession::Screenshot &screenshot,
+                                           const CaptureSession &session) {
+            const QString path = files->pathOf(screenshot, session);
+            built.previews.insert(path, {session.id, screenshot.index, screenshot.imageData});
+            return std::optional(path);
+        });
+        QMetaObject::invokeMethod(
+            this,
+            [this, page, built = std::move(built), appearance, logLine] {
+                onBuilt(page, built, appearance, logLine);
+            },
+            Qt::QueuedConnection);
+    });
+    return page;
+}
+
+void ResponseDisplay::onBuilt(PageId page, const BuiltPage &built,
+                              const responsepage::PageAppearance &appearance,
+                              const QString &logLine)
+{
+    if (page != m_latestPage)
+        return;
+    // The page before it is on show a little longer.
+    m_previews.insert(built.previews);
+    m_latestPreviews = built.previews;
+    m_builtAppearance = appearance;
+    m_loadingPage = page;
+    m_loadId = m_surface.load(built.html, logLine);
+}
+
+void ResponseDisplay::onLoadFinished(PageSurface::LoadId id)
+{
+    Log::event(QStringLiteral("[OverlayWindowController] WebView finished loading"));
+    if (id != m_loadId)
+        return;
+    m_previews = m_latestPreviews;
+    // What changed while the page was on its way reached the page before it. A page that is loaded
+    // again after its process ended has missed everything since it was built.
+    if (!looksAlike(m_builtAppearance, m_appearance))
+        applyTheme();
+    if (m_builtAppearance.alpha != m_appearance.alpha)
+        pushPillAlphaLive();
+    if (m_builtAppearance.captureHotkey != m_appearance.captureHotkey ||
+        m_builtAppearance.answererName != m_appearance.answererName)
+        pushHint();
+    emit pageFinished(m_loadingPage);
+}
+
+void ResponseDisplay::applyTheme()
+{
+    m_surface.evaluate(responsepage::themeScript(m_appearance));
+}
+
+void ResponseDisplay::pushHint()
+{
+    m_surface.evaluate(responsepage::hintScript(m_appearance));
+}
+
+void ResponseDisplay::pushPillAlphaLive()
+{
+    m_surface.evaluate(responsepage::pillAlphaScript(m_appearance.alpha));
+}
+
+void ResponseDisplay::pushPillAlphaLiveThrottled()
+{
+    m_pillAlphaThrottle.request();
+}
+
+void ResponseDisplay::scrollUp()
+{
+    m_surface.evaluate(responsepage::scrollByScript(-60));
+}
+
+void ResponseDisplay::scrollDown()
+{
+    m_surface.evaluate(responsepage::scrollByScript(60));
+}
+
+void ResponseDisplay::scrollByPixels(double pixels)
+{
+    m_surface.evaluate(responsepage::scrollByScript(pixels));
+}
+
+void ResponseDisplay::scrollToFraction(double fraction)
+{
+    m_surface.evaluate(responsepage::scrollToFractionScript(fraction));
+}
+
+void ResponseDisplay::onMessage(const QString &name, const QVariant &body)
+{
+    if (name == QLatin1StringView("scrollPosition"))
+        onScrollPosition(body);
+    else if (name == QLatin1StringView("openScreenshot"))
+        onOpenScreenshot(body);
+    else if (name == QLatin1StringView("noteDelete"))
+        onNoteDelete(body);
+}
+
+void ResponseDisplay::onScrollPosition(const QVariant &body)
+{
+    const QVariantMap map = body.toMap();
+    const auto top = finiteNumber(map, QStringLiteral("scrollTop"));
+    const auto height = finiteNumber(map, QStringLiteral("scrollHeight"));
+    const auto visible = finiteNumber(map, QStringLiteral("clientHeight"));
+    if (!top || !height || !visible) {
+        logMalformed(QStringLiteral("scrollPosition"), body);
+        return;
+    }
+    const double extent = *height - *visible;
+    const double fraction = std::clamp(extent >= 1 ? *top / extent : *top, 0.0, 1.0);
+    const double thumbRatio = std::clamp(*visible / std::max(*height, 1.0), 0.0, 1.0);
+    emit scrollPositionChanged(*visible < *height, thumbRatio, fraction);
+}
+
+void ResponseDisplay::onOpenScreenshot(const QVariant &body)
+{
+    const QString path = body.toString();
+    // Page content could name any file: only a path that a page of ours was given is opened.
+    const auto preview = m_previews.constFind(path);
+    if (body.typeId() != QMetaType::QString || preview == m_previews.constEnd()) {
+        logMalformed(QStringLiteral("openScreenshot"), body);
+        return;
+    }
+    m_builder.start([this, files = m_files, path, image = preview->image] {
+        const bool isThere = files->write(path, image);
+        QMetaObject::invokeMethod(
+            this,
+            [this, path, isThere] {
+                if (isThere)
+                    m_workspace.openFile(path);
+                else
+                    emit previewFailed();
+            },
+            Qt::QueuedConnection);
+    });
+}
+
+void ResponseDisplay::onNoteDelete(const QVariant &body)
+{
+    static const QRegularExpression hyphenated(QStringLiteral(
+        "\\A[0-9a-fA-F]{8}-[0-9a-fA-F]{4}-[0-9a-fA-F]{4}-[0-9a-fA-F]{4}-[0-9a-fA-F]{12}\\z"));
+    const QString text = body.toString();
+    if (body.typeId() != QMetaType::QString || !hyphenated.match(text).hasMatch()) {
+        logMalformed(QStringLiteral("noteDelete"), body);
+        return;
+    }
+    emit noteDeleteRequested(QUuid::fromString(text));
+}
+
+void ResponseDisplay::onLinkActivated(const QString &address)
+{
+    const QUrl url(address, QUrl::StrictMode);
+    const QString scheme = url.scheme();
+    const bool web =
+        (scheme == QLatin1StringView("http") || scheme == QLatin1StringView("https")) &&
+        !url.host().isEmpty();
+    if (url.isValid() && (web || scheme == QLatin1StringView("mailto")))
+        m_workspace.openUrl(url);
+}
+
+} // namespace quellora

@@ -1,0 +1,269 @@
+#include "page/ResponseView.h"
+
+#include "base/Log.h"
+#include "page/PageScripts.h"
+
+#include <QClipboard>
+#include <QGuiApplication>
+#include <QQmlComponent>
+#include <QQmlEngine>
+#include <QQuickItem>
+#include <QQuickWebEngineProfile>
+
+#include <algorithm>
+#include <chrono>
+#include <utility>
+
+void qml_register_types_Quellora_Page();
+
+namespace quellora {
+
+namespace {
+
+/// How long the engine may take to ask for a page before it is told again.
+constexpr std::chrono::milliseconds navigationPatience{300};
+constexpr std::chrono::milliseconds maxNavigationPatience{4000};
+
+} // namespace
+
+ResponseView::ResponseView(QObject *parent) : PageSurface(parent)
+{
+    // Named here so that the linker keeps the module's registration.
+    static const bool registered = (qml_register_types_Quellora_Page(), true);
+    Q_UNUSED(registered)
+    connect(&m_bridge, &PageBridge::posted, this, &ResponseView::onPosted);
+    m_navigationWatch.setSingleShot(true);
+    connect(&m_navigationWatch, &QTimer::timeout, this, &ResponseView::navigateAgain);
+}
+
+ResponseView::~ResponseView()
+{
+    // The engine wants its views gone before their profile.
+    delete m_item;
+    delete m_profile;
+}
+
+QObject *ResponseView::profile()
+{
+    if (!m_profile) {
+        m_profile = new QQuickWebEngineProfile;
+        m_profile->setOffTheRecord(true);
+        m_profile->setHttpCacheType(QQuickWebEngineProfile::NoCache);
+        m_profile->setPersistentCookiesPolicy(QQuickWebEngineProfile::NoPersistentCookies);
+        m_profile->setUrlRequestInterceptor(&m_filter);
+        m_profile->installUrlSchemeHandler(pagerequests::pageScheme.toByteArray(), &m_pageBytes);
+        m_profile->installUrlSchemeHandler(pagerequests::assetScheme.toByteArray(), &m_assetBytes);
+        QQmlEngine::setObjectOwnership(m_profile, QQmlEngine::CppOwnership);
+    }
+    return m_profile;
+}
+
+QVariantList ResponseView::userScripts() const
+{
+    return pagescripts::userScripts(m_isMotionReduced);
+}
+
+void ResponseView::setMotionReduced(bool isReduced)
+{
+    if (isReduced == m_isMotionReduced)
+        return;
+    m_isMotionReduced = isReduced;
+    emit userScriptsChanged();
+    evaluate(pagescripts::motionScript(isReduced));
+}
+
+void ResponseView::warmUp(QQmlEngine &engine)
+{
+    createItem(engine);
+}
+
+void ResponseView::attachTo(QQuickItem *container)
+{
+    if (m_container == container)
+        return;
+    if (m_container)
+        m_container->disconnect(this);
+    m_container = container;
+    if (!container) {
+        if (m_item)
+            m_item->setParentItem(nullptr);
+        return;
+    }
+    connect(container, &QQuickItem::widthChanged, this, &ResponseView::fitIntoContainer);
+    connect(container, &QQuickItem::heightChanged, this, &ResponseView::fitIntoContainer);
+    if (QQmlEngine *engine = qmlEngine(container))
+        createItem(*engine);
+    fitIntoContainer();
+}
+
+void ResponseView::createItem(QQmlEngine &engine)
+{
+    if (m_component)
+        return;
+    m_component = std::make_unique<QQmlComponent>(
+        &engine, QUrl(QStringLiteral("qrc:/qt/qml/Quellora/Page/ResponseWebView.qml")),
+        QQmlComponent::Asynchronous);
+    if (!m_component->isLoading()) {
+        finishCreation();
+        return;
+    }
+    connect(m_component.get(), &QQmlComponent::statusChanged, this, &ResponseView::finishCreation);
+}
+
+void ResponseView::finishCreation()
+{
+    QObject *created = nullptr;
+    if (m_component->isReady())
+        created = m_component->createWithInitialProperties(
+            {{QStringLiteral("host"), QVariant::fromValue(this)}});
+    m_item = qobject_cast<QQuickItem *>(created);
+    if (!m_item)
+        qFatal("the response view cannot be created: %s",
+               qUtf8Printable(m_component->errorString()));
+    QQmlEngine::setObjectOwnership(m_item, QQmlEngine::CppOwnership);
+    // A container or engine that goes away takes its children along.
+    connect(m_item, &QObject::destroyed, this, [this] {
+        m_item = nullptr;
+        m_component.reset();
+    });
+    fitIntoContainer();
+    if (m_currentLoad != 0)
+        navigate();
+}
+
+void ResponseView::fitIntoContainer()
+{
+    if (!m_item || !m_container)
+        return;
+    m_item->setParentItem(m_container);
+    m_item->setSize(m_container->size());
+}
+
+void ResponseView::startLoad(LoadId id, const QByteArray &html)
+{
+    m_currentLoad = id;
+    m_loadReported = false;
+    m_pageBytes.setPage(id, html);
+    m_filter.setCurrentLoad(id);
+    m_navigationWatch.setInterval(navigationPatience);
+    if (!m_item)
+        return;
+    if (m_underWay == 0)
+        navigate();
+    else
+        m_navigationWatch.start();
+}
+
+void ResponseView::navigate()
+{
+    m_underWay = m_currentLoad;
+    m_expectedNavigations.insert(m_currentLoad);
+    emit navigateTo(pagerequests::pageUrl(m_currentLoad));
+    m_navigationWatch.start();
+}
+
+/// The engine took too long to say what became of a navigation: it may have dropped it.
+void ResponseView::navigateAgain()
+{
+    if (!m_item || m_loadReported)
+        return;
+    const bool isOwnPageArriving = m_underWay == m_currentLoad && m_pageBytes.wasServed();
+    const auto patience = m_navigationWatch.intervalAsDuration();
+    // A busy machine or a large page may just need longer.
+    m_navigationWatch.setInterval(std::min(patience * 2, maxNavigationPatience));
+    if (isOwnPageArriving && patience < maxNavigationPatience)
+        m_navigationWatch.start();
+    else
+        navigate();
+}
+
+void ResponseView::navigationEnded(const QUrl &url)
+{
+    if (pagerequests::loadIdOf(url) != m_underWay)
+        return;
+    m_underWay = 0;
+    if (m_loadReported) {
+        m_navigationWatch.stop();
+        return;
+    }
+    // Not from inside the engine's own report.
+    QMetaObject::invokeMethod(
+        this,
+        [this] {
+            if (m_item && m_underWay == 0 && !m_loadReported)
+                navigate();
+        },
+        Qt::QueuedConnection);
+}
+
+bool ResponseView::mayNavigate(const QUrl &url)
+{
+    // One that has been replaced meanwhile is let through, too: refusing it would stop the one that
+    // replaced it. It gets no bytes.
+    const auto id = pagerequests::loadIdOf(url);
+    return id && m_expectedNavigations.remove(*id);
+}
+
+void ResponseView::runScript(const QString &script, quint64 token)
+{
+    if (m_item)
+        emit scriptRequested(script, static_cast<double>(token));
+    else
+        scriptDone(token);
+}
+
+void ResponseView::onLoadSucceeded(const QUrl &url)
+{
+    const bool isCurrent = pagerequests::loadIdOf(url) == m_currentLoad;
+    const bool isNews = isCurrent && !std::exchange(m_loadReported, true);
+    navigationEnded(url);
+    if (isNews)
+        emit loadFinished(m_currentLoad);
+}
+
+void ResponseView::onLoadFailed(const QUrl &url, const QString &description)
+{
+    const bool isCurrent = pagerequests::loadIdOf(url) == m_currentLoad;
+    const bool isNews = isCurrent && !std::exchange(m_loadReported, true);
+    navigationEnded(url);
+    if (isNews)
+        emit loadFailed(m_currentLoad, description, !m_pageBytes.wasServed());
+}
+
+void ResponseView::onLoadStopped(const QUrl &url)
+{
+    if (pagerequests::loadIdOf(url) == m_currentLoad && !m_loadReported)
+        m_pageBytes.rewind();
+    navigationEnded(url);
+}
+
+void ResponseView::onRenderProcessTerminated(int status, int exitCode)
+{
+    m_navigationWatch.stop();
+    m_underWay = 0;
+    renderProcessEnded(QStringLiteral("status %1, code %2").arg(status).arg(exitCode));
+}
+
+void ResponseView::restartLoad()
+{
+    m_loadReported = false;
+    m_underWay = 0;
+    m_pageBytes.rewind();
+    m_navigationWatch.setInterval(navigationPatience);
+    if (m_item)
+        navigate();
+}
+
+void ResponseView::onPosted(const QString &name, const QVariant &body)
+{
+    if (!admitsMessage())
+        return;
+    if (name == QLatin1StringView("link"))
+        emit linkActivated(body.toString());
+    else if (name == QLatin1StringView("copy"))
+        QGuiApplication::clipboard()->setText(body.toString());
+    else
+        emit message(name, body);
+}
+
+} // namespace quellora

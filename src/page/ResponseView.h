@@ -1,0 +1,115 @@
+#pragma once
+
+#include "page/PageRequests.h"
+#include "page/PageSurface.h"
+
+#include <QPointer>
+#include <QQuickItem>
+#include <QSet>
+#include <QTimer>
+#include <QtQml/qqmlregistration.h>
+
+#include <memory>
+#include <vector>
+
+class QQmlComponent;
+class QQmlEngine;
+class QQuickWebEngineProfile;
+
+namespace quellora {
+
+/// What the bridge script in the page can reach of the host: one call that takes a message.
+/// Everything that comes through it is untrusted.
+class PageBridge : public QObject
+{
+    Q_OBJECT
+
+public:
+    using QObject::QObject;
+    Q_INVOKABLE void post(const QString &name, const QVariant &body) { emit posted(name, body); }
+
+signals:
+    void posted(const QString &name, const QVariant &body);
+};
+
+/// The web view: a page surface over Qt WebEngine Quick. Main thread only.
+///
+/// The engine item is created when it is first needed, or ahead of time by warmUp(), and put into
+/// the ResponseView item of QML that names this object as its host. Loads and scripts asked for
+/// earlier wait for it. prepareWebEngine() must have been called before the application object.
+/// This object must go before the QML engine that shows it.
+class ResponseView : public PageSurface
+{
+    Q_OBJECT
+    QML_NAMED_ELEMENT(ResponseHost)
+    QML_UNCREATABLE("Created by the overlay")
+    Q_PROPERTY(QObject *profile READ profile CONSTANT)
+    Q_PROPERTY(QObject *bridge READ bridge CONSTANT)
+
+public:
+    explicit ResponseView(QObject *parent = nullptr);
+    ~ResponseView() override;
+
+    /// Starts the engine before it is shown anywhere; returns at once.
+    void warmUp(QQmlEngine &engine);
+    /// Shows the page inside @p container, filling it.
+    Q_INVOKABLE void attachTo(QQuickItem *container);
+    /// The engine's item; null until it has been created.
+    QQuickItem *item() const { return m_item; }
+
+    QObject *profile();
+    QObject *bridge() { return &m_bridge; }
+    /// Scripts that run in every page, as the engine's script collection takes them.
+    Q_INVOKABLE QVariantList userScripts() const;
+    /// Whether things stand still in this page and the next ones.
+    Q_INVOKABLE void setMotionReduced(bool isReduced);
+
+    /// Called by the engine's item.
+    Q_INVOKABLE bool mayNavigate(const QUrl &url);
+    Q_INVOKABLE void onLoadSucceeded(const QUrl &url);
+    Q_INVOKABLE void onLoadFailed(const QUrl &url, const QString &description);
+    Q_INVOKABLE void onLoadStopped(const QUrl &url);
+    Q_INVOKABLE void onScriptDone(double token) { scriptDone(static_cast<quint64>(token)); }
+    Q_INVOKABLE void onRenderProcessTerminated(int status, int exitCode);
+
+signals:
+    void userScriptsChanged();
+    /// To the engine's item.
+    void navigateTo(const QUrl &url);
+    void scriptRequested(const QString &script, double token);
+
+protected:
+    void startLoad(LoadId id, const QByteArray &html) override;
+    void runScript(const QString &script, quint64 token) override;
+    void restartLoad() override;
+
+private:
+    void createItem(QQmlEngine &engine);
+    void finishCreation();
+    void fitIntoContainer();
+    void navigate();
+    void navigateAgain();
+    void navigationEnded(const QUrl &url);
+    void onPosted(const QString &name, const QVariant &body);
+
+    PageBridge m_bridge;
+    PageRequestFilter m_filter;
+    PageBytes m_pageBytes;
+    AssetBytes m_assetBytes;
+    QQuickWebEngineProfile *m_profile = nullptr;
+    std::unique_ptr<QQmlComponent> m_component;
+    QQuickItem *m_item = nullptr;
+    QPointer<QQuickItem> m_container;
+    LoadId m_currentLoad = 0;
+    /// Runs from a navigation until the engine asks for the page.
+    QTimer m_navigationWatch;
+    /// The load that the engine was told of last and has not reported on; 0 when there is none. The
+    /// next one waits for it, because the engine loses a page that replaces another in mid-load.
+    LoadId m_underWay = 0;
+    /// Navigations of ours that the engine has not announced yet.
+    QSet<LoadId> m_expectedNavigations;
+    bool m_loadReported = false;
+    bool m_isMotionReduced = false;
+};
+
+} // namespace quellora

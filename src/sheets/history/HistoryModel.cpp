@@ -1,0 +1,275 @@
+#include "sheets/history/HistoryModel.h"
+
+#include "history/DayLabel.h"
+#include "history/ThreadController.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace quellora {
+
+HistoryModel::HistoryModel(HistoryController &history, const ThreadController &threads,
+                           Vocabulary words, const QLocale &locale, Clock clock, QObject *parent)
+    : QAbstractListModel(parent)
+    , m_history(history)
+    , m_threads(threads)
+    , m_words(std::move(words))
+    , m_locale(locale)
+    , m_timeFormat(locale.timeFormat(QLocale::ShortFormat).remove(QStringLiteral(":ss")))
+    , m_clock(std::move(clock))
+{
+    connect(&history, &HistoryController::openChanged, this, &HistoryModel::openStateChanged);
+    connect(&history, &HistoryController::progressChanged, this, &HistoryModel::progressChanged);
+    connect(&history, &HistoryController::noticeChanged, this, &HistoryModel::noticeChanged);
+    connect(&history, &HistoryController::sessionsReset, this, &HistoryModel::rebuild);
+    connect(&history, &HistoryController::sessionsInserted, this, &HistoryModel::insertThreads);
+    connect(&history, &HistoryController::sessionsRemoved, this, &HistoryModel::removeThreads);
+    connect(&history, &HistoryController::sessionDeleted, this, &HistoryModel::deleteThread);
+    connect(&history, &HistoryController::sessionChanged, this, &HistoryModel::changeThread);
+    connect(&threads, &ThreadController::sessionChanged, this, [this] {
+        if (isOpen() && !m_visible.isEmpty())
+            Q_EMIT dataChanged(index(0), index(count() - 1), {IsCurrentRole});
+    });
+    rebuild();
+}
+
+int HistoryModel::rowCount(const QModelIndex &parent) const
+{
+    return parent.isValid() ? 0 : count();
+}
+
+QHash<int, QByteArray> HistoryModel::roleNames() const
+{
+    return {
+        {TitleRole, "title"}, {MatchStartRole, "matchStart"}, {MatchLengthRole, "matchLength"},
+        {TimeRole, "time"},   {TurnsRole, "turns"},           {NotesRole, "notes"},
+        {DayRole, "day"},     {IsCurrentRole, "isCurrent"},
+    };
+}
+
+const ThreadSummary &HistoryModel::at(int row) const
+{
+    return m_history.historySessions().at(m_visible.at(row));
+}
+
+QVariant HistoryModel::data(const QModelIndex &index, int role) const
+{
+    if (!index.isValid() || index.row() >= count())
+        return {};
+    // While a thread is being taken out, its row still stands.
+    if (m_visible.at(index.row()) >= m_history.historySessions().size())
+        return {};
+    const ThreadSummary &thread = at(index.row());
+    switch (role) {
+    case Qt::DisplayRole:
+    case TitleRole:
+        return thread.title().replace(QLatin1Char('\n'), QLatin1Char(' '));
+    case MatchStartRole:
+        return m_needle.isEmpty() ? -1 : int(m_locale.toLower(thread.title()).indexOf(m_needle));
+    case MatchLengthRole:
+        return int(m_needle.size());
+    case TimeRole:
+        return m_locale.toString(thread.updatedAt.toLocalTime().time(), m_timeFormat);
+    case TurnsRole:
+        return int(thread.turns);
+    case NotesRole:
+        return int(thread.notes);
+    case DayRole:
+        return dayLabel(thread.updatedAt, m_clock(), m_locale);
+    case IsCurrentRole:
+        return m_threads.currentSession() && m_threads.currentSession()->id == thread.id;
+    default:
+        return {};
+    }
+}
+
+bool HistoryModel::matches(const ThreadSummary &thread) const
+{
+    return m_needle.isEmpty() || m_locale.toLower(thread.title()).contains(m_needle);
+}
+
+void HistoryModel::setSearchText(const QString &text)
+{
+    if (m_searchText == text)
+        return;
+    m_searchText = text;
+    Q_EMIT searchTextChanged();
+    const QString needle = m_locale.toLower(text.trimmed());
+    if (needle == m_needle)
+        return;
+    m_needle = needle;
+    rebuild();
+}
+
+void HistoryModel::rebuild()
+{
+    beginResetModel();
+    m_visible.clear();
+    const QList<ThreadSummary> &threads = m_history.historySessions();
+    for (qsizetype position = 0; position < threads.size(); ++position) {
+        if (matches(threads.at(position)))
+            m_visible.append(position);
+    }
+    endResetModel();
+    Q_EMIT countChanged();
+}
+
+int HistoryModel::rowFrom(qsizetype position) const
+{
+    return int(std::distance(m_visible.begin(),
+                             std::lower_bound(m_visible.begin(), m_visible.end(), position)));
+}
+
+void HistoryModel::showPositions(int row, const QList<qsizetype> &positions)
+{
+    if (positions.isEmpty())
+        return;
+    const int added = int(positions.size());
+    beginInsertRows({}, row, row + added - 1);
+    m_visible.insert(row, added, 0);
+    std::copy(positions.begin(), positions.end(), m_visible.begin() + row);
+    endInsertRows();
+}
+
+void HistoryModel::hideRows(int row, int count)
+{
+    if (count == 0)
+        return;
+    beginRemoveRows({}, row, row + count - 1);
+    m_visible.remove(row, count);
+    endRemoveRows();
+}
+
+void HistoryModel::insertThreads(qsizetype first, qsizetype count)
+{
+    const int row = rowFrom(first);
+    std::for_each(m_visible.begin() + row, m_visible.end(),
+                  [count](qsizetype &later) { later += count; });
+    QList<qsizetype> added;
+    for (qsizetype position = first; position < first + count; ++position) {
+        if (matches(m_history.historySessions().at(position)))
+            added.append(position);
+    }
+    showPositions(row, added);
+    Q_EMIT countChanged();
+}
+
+void HistoryModel::removeThreads(qsizetype first, qsizetype count)
+{
+    const int row = rowFrom(first);
+    const int end = rowFrom(first + count);
+    std::for_each(m_visible.begin() + end, m_visible.end(),
+                  [count](qsizetype &later) { later -= count; });
+    hideRows(row, end - row);
+    Q_EMIT countChanged();
+}
+
+void HistoryModel::deleteThread(qsizetype position)
+{
+    const int row = rowFrom(position);
+    const bool isShown = row < count() && m_visible.at(row) == position;
+    removeThreads(position, 1);
+    if (isShown)
+        Q_EMIT rowDeleted(row);
+}
+
+void HistoryModel::changeThread(qsizetype position)
+{
+    const int row = rowFrom(position);
+    const bool isShown = row < count() && m_visible.at(row) == position;
+    const bool isToBeShown = matches(m_history.historySessions().at(position));
+    if (isShown && isToBeShown)
+        Q_EMIT dataChanged(index(row), index(row));
+    else if (isShown)
+        hideRows(row, 1);
+    else if (isToBeShown)
+        showPositions(row, {position});
+    if (isShown != isToBeShown)
+        Q_EMIT countChanged();
+}
+
+void HistoryModel::openStateChanged()
+{
+    if (!isOpen()) {
+        cancelDelete();
+        Q_EMIT renamingChanged();
+    }
+    setSearchText({});
+    Q_EMIT openChanged();
+}
+
+double HistoryModel::progress() const
+{
+    return m_history.threadsInAll() > 0
+               ? double(m_history.threadsRead()) / double(m_history.threadsInAll())
+               : 0.0;
+}
+
+QString HistoryModel::progressText() const
+{
+    return QStringLiteral("Reading threads… %1 of %2")
+        .arg(m_locale.toString(m_history.threadsRead()),
+             m_locale.toString(m_history.threadsInAll()));
+}
+
+void HistoryModel::open(int row)
+{
+    if (row >= 0 && row < count())
+        m_history.loadSession(at(row).id);
+}
+
+void HistoryModel::setRenaming(bool isRenaming)
+{
+    if (isRenaming == this->isRenaming())
+        return;
+    m_history.setRenamingHistoryRow(isRenaming);
+    Q_EMIT renamingChanged();
+}
+
+void HistoryModel::rename(int row, const QString &title)
+{
+    // Leaving the field as it was is no wish for a title of its own.
+    if (row >= 0 && row < count() && title != at(row).title())
+        m_history.renameSession(at(row).id, title);
+}
+
+void HistoryModel::requestDelete(int row)
+{
+    if (row < 0 || row >= count())
+        return;
+    m_pendingDelete = at(row).id;
+    m_deleteTitle = index(row).data(TitleRole).toString();
+    m_deleteText = QLatin1Char('"') + m_deleteTitle +
+                   QStringLiteral("\" will be permanently removed from ") + m_words.computer +
+                   QStringLiteral(". This can't be undone.");
+    Q_EMIT pendingDeleteChanged();
+}
+
+void HistoryModel::cancelDelete()
+{
+    if (!m_pendingDelete)
+        return;
+    m_pendingDelete.reset();
+    Q_EMIT pendingDeleteChanged();
+}
+
+void HistoryModel::confirmDelete()
+{
+    if (const auto id = std::exchange(m_pendingDelete, std::nullopt)) {
+        Q_EMIT pendingDeleteChanged();
+        m_history.deleteSession(*id);
+    }
+}
+
+int HistoryModel::currentRow() const
+{
+    const auto &current = m_threads.currentSession();
+    if (!current)
+        return -1;
+    const auto it = std::find_if(m_visible.begin(), m_visible.end(), [&](qsizetype position) {
+        return m_history.historySessions().at(position).id == current->id;
+    });
+    return it == m_visible.end() ? -1 : int(std::distance(m_visible.begin(), it));
+}
+
+} // namespace quellora

@@ -1,0 +1,290 @@
+import QtQuick
+import Quellora.Panels
+import Quellora.Sheets
+import Quellora.Ui
+
+/// The stored threads over the overlay's content: searched, reopened, renamed and deleted. Covers
+/// its parent below the control bar.
+Item {
+    id: overlay
+
+    required property HistoryModel history
+    property ThemeTokens theme: Tokens.sheetDark
+    property bool compact: false
+    /// Radius of the window's bottom corners.
+    property real cornerRadius: 0
+    /// Gets the focus back when the sidebar closes.
+    property Item opener
+    property bool closedByKey: false
+    /// What the keyboard stays in while the sidebar is open.
+    readonly property Item keyboardScope: history.isDeletePending ? dialog : sheet
+    readonly property Item firstControl: search
+
+    /// Focus on a row, or on the search field when there is none.
+    function focusRow(row) {
+        if (row >= list.count)
+            row = list.count - 1
+        if (row < 0) {
+            search.forceActiveFocus(Qt.TabFocusReason)
+            return
+        }
+        list.positionViewAtIndex(row, ListView.Contain)
+        list.itemAtIndex(row).forceActiveFocus(Qt.TabFocusReason)
+        list.currentIndex = row
+    }
+    function close(byKey) {
+        closedByKey = byKey
+        history.close()
+    }
+    function openThread(row, byKey) {
+        closedByKey = byKey
+        history.open(row)
+    }
+
+    Connections {
+        target: overlay.history
+        function onOpenChanged() {
+            if (overlay.history.isOpen) {
+                search.forceActiveFocus()
+                list.rest()
+                return
+            }
+            if (overlay.opener)
+                overlay.opener.forceActiveFocus(overlay.closedByKey ? Qt.TabFocusReason
+                                                                    : Qt.OtherFocusReason)
+        }
+        function onRowDeleted(row) {
+            Qt.callLater(overlay.focusRow, row)
+        }
+    }
+
+    SheetHost {
+        id: sheet
+        objectName: "historySheet"
+        y: 34
+        width: parent.width
+        height: parent.height - y
+        theme: overlay.theme
+        name: qsTr("History")
+        open: overlay.history.isOpen
+        panelWidth: overlay.compact ? 0 : 300
+        cornerRadius: overlay.cornerRadius
+        onCloseRequested: overlay.close(false)
+
+        Item {
+            id: body
+            width: overlay.compact ? overlay.width : 300
+            height: sheet.height
+            readonly property int headerHeight: overlay.compact ? 40 : 48
+
+            Rectangle {
+                visible: !overlay.compact
+                x: parent.width - 1
+                width: 1
+                height: parent.height
+                color: overlay.theme.line
+            }
+            Label {
+                x: Tokens.space4
+                width: parent.width - 60
+                height: body.headerHeight
+                text: qsTr("History")
+                type: Tokens.title
+                theme: overlay.theme
+                Accessible.role: Accessible.Heading
+            }
+            TextField {
+                id: search
+                objectName: "historySearch"
+                x: Tokens.space3
+                y: body.headerHeight
+                width: parent.width - 2 * x
+                leftPadding: 32
+                rightPadding: 32
+                theme: overlay.theme
+                name: qsTr("Search threads")
+                placeholderText: name
+                text: overlay.history.searchText
+                onTextEdited: overlay.history.searchText = text
+                Keys.onDownPressed: overlay.focusRow(0)
+                Keys.onReturnPressed: {
+                    if (list.count === 1)
+                        overlay.openThread(0, true)
+                    else
+                        overlay.focusRow(0)
+                }
+
+                Icon {
+                    x: 10
+                    anchors.verticalCenter: parent.verticalCenter
+                    name: "search"
+                    size: 14
+                    color: overlay.theme.dimText
+                }
+            }
+            // Beside the field, not in it: assistive programs see nothing inside a field.
+            IconButton {
+                objectName: "historyClearSearch"
+                x: search.x + search.width - width - 2
+                y: search.y + Math.round((search.height - height) / 2)
+                visible: overlay.history.searchText.length > 0
+                name: qsTr("Clear search")
+                iconName: "x"
+                iconSize: 14
+                theme: overlay.theme
+                onClicked: {
+                    overlay.history.searchText = ""
+                    search.forceActiveFocus()
+                }
+            }
+            Label {
+                id: notice
+                objectName: "historyNotice"
+                x: Tokens.space4
+                y: search.y + search.height + Tokens.space2
+                width: parent.width - 2 * x
+                visible: text.length > 0
+                text: overlay.history.notice
+                type: Tokens.hint
+                color: overlay.theme.dangerText
+                wrapMode: Text.Wrap
+                Accessible.role: Accessible.AlertMessage
+            }
+
+            ThreadListView {
+                id: list
+                objectName: "historyList"
+                history: overlay.history
+                x: Tokens.space2
+                y: search.y + search.height + Tokens.space2
+                   + (notice.visible ? notice.implicitHeight + Tokens.space1 : 0)
+                width: parent.width - 2 * x
+                height: parent.height - y - (loading.visible ? loading.height : 0)
+                bottomMargin: Tokens.space2
+                onFocusedRowGone: row => overlay.focusRow(row)
+                section.property: "day"
+                section.delegate: Label {
+                    required property string section
+                    x: Tokens.space2
+                    width: list.width - 2 * x
+                    height: 32
+                    text: section
+                    type: TypeTokens { size: 11; line: 16; weight: Font.DemiBold }
+                    color: overlay.theme.dimText
+                    verticalAlignment: Text.AlignBottom
+                    bottomPadding: Tokens.space1
+                    Accessible.role: Accessible.Heading
+                }
+                Accessible.role: Accessible.List
+                Accessible.name: qsTr("Threads")
+
+                Keys.onUpPressed: {
+                    if (currentIndex > 0)
+                        overlay.focusRow(currentIndex - 1)
+                    else
+                        search.forceActiveFocus(Qt.TabFocusReason)
+                }
+                Keys.onDownPressed: overlay.focusRow(currentIndex + 1)
+                Keys.onPressed: event => {
+                    const page = Math.max(1, Math.floor(height / 48) - 1)
+                    if (event.key === Qt.Key_Home)
+                        overlay.focusRow(0)
+                    else if (event.key === Qt.Key_End)
+                        overlay.focusRow(count - 1)
+                    else if (event.key === Qt.Key_PageDown)
+                        overlay.focusRow(currentIndex + page)
+                    else if (event.key === Qt.Key_PageUp)
+                        overlay.focusRow(Math.max(0, currentIndex - page))
+                    else
+                        return
+                    event.accepted = true
+                }
+
+                delegate: SessionRow {
+                    theme: overlay.theme
+                    width: list.width
+                    isHeld: list.keepsFocus
+                    // An assistive program may have given it the focus.
+                    onActiveFocusChanged: if (activeFocus) list.currentIndex = index
+                    onClicked: overlay.openThread(index, visualFocus)
+                    onRenamed: title => overlay.history.rename(index, title)
+                    onEditingChanged: isEditing => {
+                        if (isEditing)
+                            list.currentIndex = index
+                        overlay.history.setRenaming(isEditing)
+                    }
+                    onDeleteRequested: {
+                        list.currentIndex = index
+                        overlay.history.requestDelete(index)
+                    }
+                }
+            }
+            ScrollMark {
+                flickable: list
+                x: parent.width - width - 2
+                transform: Translate { y: list.y }
+                color: overlay.theme.track
+            }
+
+            HistoryEmptyState {
+                objectName: "historyEmpty"
+                history: overlay.history
+                theme: overlay.theme
+                visible: list.count === 0 && !overlay.history.isLoading && !notice.visible
+                x: Tokens.space5
+                // The icon stays where it is, whatever stands below it.
+                y: Math.max(list.y, Math.min(Math.round(parent.height * 0.464) - 14,
+                                             parent.height - height - Tokens.space2))
+                width: parent.width - 2 * x
+                onSearchCleared: search.forceActiveFocus()
+            }
+            HistoryProgress {
+                id: loading
+                objectName: "historyProgress"
+                history: overlay.history
+                theme: overlay.theme
+                x: Tokens.space4
+                y: parent.height - height
+                width: parent.width - 2 * x
+            }
+
+            // Last in the order of Tab.
+            IconButton {
+                objectName: "historyClose"
+                x: parent.width - width - Tokens.space2
+                y: Math.round((body.headerHeight - height) / 2)
+                name: qsTr("Close")
+                iconName: "x"
+                theme: overlay.theme
+                foreground: down || hovered ? theme.text : theme.dimText
+                onClicked: overlay.close(visualFocus)
+            }
+        }
+    }
+
+    Item {
+        anchors.fill: sheet
+
+        Dialog {
+            id: dialog
+            objectName: "deleteConfirmation"
+            theme: overlay.theme
+            cornerRadius: overlay.cornerRadius
+            title: qsTr("Delete this thread?")
+            text: overlay.history.deleteText
+            shortened: overlay.history.deleteTitle
+            confirmText: qsTr("Delete")
+            open: overlay.history.isDeletePending
+            onCancelled: {
+                const row = list.currentIndex
+                overlay.history.cancelDelete()
+                overlay.focusRow(row)
+            }
+            onConfirmed: {
+                // Not on the row that is about to go.
+                search.forceActiveFocus()
+                overlay.history.confirmDelete()
+            }
+        }
+    }
+}

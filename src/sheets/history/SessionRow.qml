@@ -1,0 +1,192 @@
+import QtQuick
+import Quellora.Panels
+import Quellora.Sheets
+import Quellora.Ui
+
+/// One stored thread: a press opens it; its title can be edited in place, the thread deleted.
+ListRow {
+    id: row
+
+    required property int index
+    required property string title
+    required property int matchStart
+    required property int matchLength
+    required property string time
+    required property int turns
+    required property int notes
+    required property bool isCurrent
+    property bool isEditing: false
+    /// Loses the keyboard for a moment, against the user's will.
+    property bool isHeld: false
+    property bool hasActionFocus: false
+    readonly property bool usesActions: hovered || activeFocus || hasActionFocus
+    readonly property bool takesTab: ListView.isCurrentItem
+
+    signal renamed(string title)
+    signal editingChanged(bool isEditing)
+    signal deleteRequested()
+
+    /// "3 turns"
+    function counted(count, one, many) {
+        return count === 1 ? "1 " + one : count + " " + many
+    }
+    function edit() {
+        // First: the view gives the focus to the row that becomes the current one, and the row that
+        // was it must have lost it by then.
+        row.forceActiveFocus(Qt.OtherFocusReason)
+        row.editingChanged(true)
+        isEditing = true
+    }
+    function endEditing() {
+        // Without the keyboard the whole window has no focus; the row gets it when it comes back.
+        const hadFocus = editor.activeFocus || !row.Window.active
+        isEditing = false
+        row.editingChanged(false)
+        if (hadFocus)
+            row.forceActiveFocus(Qt.TabFocusReason)
+    }
+
+    implicitHeight: isEditing ? 58 : 48
+    focusPolicy: takesTab ? Qt.TabFocus : Qt.NoFocus
+    name: title + ", " + time
+    hint: [turns > 0 ? counted(turns, qsTr("turn"), qsTr("turns")) : "",
+           notes > 0 ? counted(notes, qsTr("note"), qsTr("notes")) : ""]
+          .filter(part => part.length > 0).join(", ")
+    selected: isCurrent && !isEditing
+    showsBar: true
+    Keys.onPressed: event => {
+        if (event.key === Qt.Key_F2)
+            row.edit()
+        else if (event.key === Qt.Key_Delete || event.key === Qt.Key_Backspace)
+            row.deleteRequested()
+        else
+            return
+        event.accepted = true
+    }
+
+    Label {
+        id: words
+        visible: !row.isEditing
+        x: Tokens.space3
+        y: 7
+        width: (row.usesActions ? actions.x : row.width) - x - Tokens.space2
+        height: 18
+        text: row.title
+        type: TypeTokens { size: 13; line: 18; weight: Font.Medium }
+        theme: row.theme
+        elide: Text.ElideRight
+        Accessible.ignored: true
+
+        // Where the search text stands.
+        Loader {
+            active: row.matchStart >= 0
+            sourceComponent: Rectangle {
+                x: before.advanceWidth
+                y: 16
+                width: Math.min(match.advanceWidth, words.width - x)
+                height: 1
+                visible: x < words.width
+                color: row.theme.accentText
+
+                TextMetrics {
+                    id: before
+                    font: words.font
+                    text: row.title.substring(0, Math.max(0, row.matchStart))
+                }
+                TextMetrics {
+                    id: match
+                    font: words.font
+                    text: row.title.substring(row.matchStart, row.matchStart + row.matchLength)
+                }
+            }
+        }
+    }
+    Row {
+        visible: !row.isEditing
+        x: Tokens.space3
+        y: 25
+        spacing: Tokens.space2
+
+        Label {
+            text: row.time
+            type: Tokens.caption
+            color: row.theme.dimText
+            Accessible.ignored: true
+        }
+        Label {
+            visible: row.turns > 0
+            text: row.counted(row.turns, qsTr("turn"), qsTr("turns"))
+            type: Tokens.caption
+            color: row.theme.aiKind
+            Accessible.ignored: true
+        }
+        Label {
+            visible: row.notes > 0
+            text: row.counted(row.notes, qsTr("note"), qsTr("notes"))
+            type: Tokens.caption
+            color: row.theme.noteKind
+            Accessible.ignored: true
+        }
+    }
+    // Made for the one row that can use them: they take longer to make than the rest of it.
+    Loader {
+        id: actions
+        active: row.usesActions || row.takesTab
+        visible: row.usesActions && !row.isEditing
+        x: row.width - 63
+        y: 10
+
+        sourceComponent: Row {
+            readonly property bool hasFocus: rename.activeFocus || remove.activeFocus
+
+            onHasFocusChanged: row.hasActionFocus = hasFocus
+            spacing: 2
+
+            IconButton {
+                id: rename
+                objectName: "renameThread"
+                focusPolicy: row.takesTab ? Qt.TabFocus : Qt.NoFocus
+                name: qsTr("Rename thread")
+                iconName: "pencil"
+                theme: row.theme
+                onClicked: row.edit()
+            }
+            IconButton {
+                id: remove
+                objectName: "deleteThread"
+                focusPolicy: row.takesTab ? Qt.TabFocus : Qt.NoFocus
+                name: qsTr("Delete thread")
+                iconName: "trash-2"
+                theme: row.theme
+                foreground: hovered || down || visualFocus ? row.theme.dangerText : row.theme.icon
+                onClicked: row.deleteRequested()
+            }
+        }
+    }
+    Loader {
+        id: editor
+        active: row.isEditing
+        x: 4
+        y: 7
+        width: row.width - 12
+
+        sourceComponent: SessionTitleField {
+            theme: row.theme
+            text: row.title
+            isHeld: row.isHeld
+            onCommitted: title => {
+                row.endEditing()
+                row.renamed(title)
+            }
+            onAbandoned: row.endEditing()
+        }
+    }
+    Label {
+        visible: row.isEditing
+        x: 10
+        y: 38
+        text: qsTr("Return saves · Esc cancels")
+        type: Tokens.caption
+        color: row.theme.dimText
+    }
+}

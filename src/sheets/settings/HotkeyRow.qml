@@ -1,0 +1,160 @@
+import QtQuick
+import QtQuick.Controls.Basic as Basic
+import Quellora.Sheets
+import Quellora.Ui
+
+/// One action's shortcut: a press records a new one. Below the row, what is wrong or to be decided.
+Item {
+    id: row
+
+    required property int index
+    required property string title
+    required property string combo
+    required property bool isChanged
+    required property bool isCapturing
+    required property string error
+    required property string conflict
+    required property string conflictCombo
+    required property HotkeyRows rows
+    property ThemeTokens theme: Tokens.sheetDark
+    property bool isFirst: false
+    property bool isLast: false
+    property real outerRadius: 0
+    readonly property bool isPending: conflict.length > 0
+    /// In narrow windows title and chip stand below each other.
+    readonly property bool isStacked: Tokens.space3 + title_.implicitWidth + Tokens.space3
+                                      + chip.width + 44 > width
+    readonly property real topHeight: isStacked ? 64 : 40
+    readonly property bool isPendingStacked: notice.x + notice.implicitWidth + Tokens.space2
+                                             + choices.width + Tokens.space3 > width
+
+    /// It has something to show that may lie out of view.
+    signal attention()
+
+    onIsCapturingChanged: {
+        if (isCapturing)
+            attention()
+    }
+    onImplicitHeightChanged: {
+        if (isPending || error.length > 0)
+            attention()
+    }
+
+    objectName: "hotkey-" + index
+    implicitHeight: topHeight + (isPending ? (isPendingStacked ? noticeHeight + 38 : 38)
+                                 : error.length > 0 ? noticeHeight + 10 : 0)
+    readonly property real noticeHeight: Math.max(18, notice.height)
+
+    Basic.AbstractButton {
+        id: button
+        objectName: "hotkeyButton-" + row.index
+        anchors.fill: parent
+        padding: 0
+        hoverEnabled: true
+        focusPolicy: Qt.TabFocus
+        onClicked: row.rows.beginCapture(row.index)
+
+        background: RowBackground {
+            control: button
+            theme: row.theme
+            // While a decision is due no key moves in the sheet, so there is no place to mark.
+            showsRing: !row.isPending
+            isFirst: row.isFirst
+            isLast: row.isLast
+            outerRadius: row.outerRadius
+        }
+
+        Keys.onReturnPressed: button.clicked()
+        Keys.onEnterPressed: button.clicked()
+
+        Accessible.role: Accessible.Button
+        Accessible.name: row.title + ", " + (row.isPending ? row.conflictCombo
+                                            : row.isCapturing ? chip.text : row.combo)
+        Accessible.description: row.isPending ? row.conflict : row.error
+        Accessible.onPressAction: button.clicked()
+    }
+    Label {
+        id: title_
+        x: Tokens.space3
+        width: Math.min(implicitWidth, parent.width - x - 44)
+        height: row.isStacked ? 32 : 40
+        text: row.title
+        type: Tokens.body
+        theme: row.theme
+        elide: Text.ElideRight
+        Accessible.ignored: true
+    }
+    Chip {
+        id: chip
+        objectName: "chip-" + row.index
+        x: row.isStacked ? Tokens.space3 : parent.width - 44 - width
+        y: row.isStacked ? 32 : 8
+        theme: row.theme
+        text: row.isPending ? row.conflictCombo
+            : row.isCapturing ? qsTr("Press a shortcut…") : row.combo
+        recording: row.isCapturing && !row.isPending
+        conflict: row.isPending
+    }
+    IconButton {
+        id: trailing
+        objectName: "trailing-" + row.index
+        readonly property bool cancels: row.isCapturing
+        x: parent.width - width - Tokens.space2
+        y: (row.topHeight - height) / 2
+        visible: row.isCapturing || row.isChanged
+        theme: row.theme
+        foreground: down || hovered ? theme.text : theme.dimText
+        iconName: cancels ? "x" : "rotate-ccw"
+        name: cancels ? qsTr("Cancel recording") : qsTr("Reset %1").arg(row.title)
+        // Keys belong to the recording.
+        focusPolicy: cancels ? Qt.NoFocus : Qt.TabFocus
+        onClicked: cancels ? row.rows.cancelCapture() : row.rows.reset(row.index)
+    }
+
+    Icon {
+        x: Tokens.space3
+        y: notice.y + (18 - height) / 2
+        visible: notice.visible
+        name: "triangle-alert"
+        size: 14
+        fillOpacity: row.isPending ? 0.22 : 0
+        color: row.isPending ? row.theme.warnText : row.theme.dangerText
+    }
+    Label {
+        id: notice
+        objectName: "notice-" + row.index
+        x: Tokens.space3 + 20
+        y: row.isPending && !row.isPendingStacked ? row.topHeight + 5 : row.topHeight
+        width: Math.min(implicitWidth, parent.width - x - Tokens.space3)
+        visible: row.isPending || row.error.length > 0
+        text: row.isPending ? row.conflict : row.error
+        type: Tokens.hint
+        color: row.isPending ? row.theme.text : row.theme.dangerText
+        wrapMode: Text.Wrap
+        Accessible.role: Accessible.AlertMessage
+    }
+    Row {
+        id: choices
+        x: parent.width - width - Tokens.space3
+        y: row.isPendingStacked ? notice.y + row.noticeHeight : row.topHeight
+        visible: row.isPending
+        spacing: Tokens.space2
+
+        Button {
+            objectName: "conflictCancel"
+            text: qsTr("Cancel")
+            kind: Button.Ghost
+            opacity: hovered || down ? 1 : 0.72
+            theme: row.theme
+            focusPolicy: Qt.NoFocus
+            onClicked: row.rows.cancelConflict()
+        }
+        Button {
+            objectName: "conflictConfirm"
+            text: qsTr("Use anyway")
+            theme: row.theme
+            focusPolicy: Qt.NoFocus
+            onClicked: row.rows.confirmConflict()
+        }
+    }
+}

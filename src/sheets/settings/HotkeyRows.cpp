@@ -1,0 +1,112 @@
+#include "sheets/settings/HotkeyRows.h"
+
+#include "hotkeys/HotkeyBindings.h"
+#include "hotkeys/HotkeyCombo.h"
+#include "hotkeys/HotkeyRebinding.h"
+
+#include <utility>
+
+namespace quellora {
+namespace {
+
+std::optional<HotkeyAction> actionAt(int row)
+{
+    if (row < 0 || row >= int(HotkeyActions::all.size()))
+        return std::nullopt;
+    return HotkeyActions::all.at(std::size_t(row));
+}
+
+} // namespace
+
+HotkeyRows::HotkeyRows(HotkeyRebinding &rebinding, Vocabulary words, QObject *parent)
+    : QAbstractListModel(parent), m_rebinding(rebinding), m_words(std::move(words))
+{
+    // The rows stay, so that a view keeps its focus and scroll position.
+    connect(&rebinding, &HotkeyRebinding::changed, this,
+            [this] { Q_EMIT dataChanged(index(0), index(rowCount() - 1)); });
+}
+
+int HotkeyRows::rowCount(const QModelIndex &parent) const
+{
+    return parent.isValid() ? 0 : int(HotkeyActions::all.size());
+}
+
+QVariant HotkeyRows::data(const QModelIndex &index, int role) const
+{
+    if (!checkIndex(index, CheckIndexOption::IndexIsValid | CheckIndexOption::ParentIsInvalid))
+        return {};
+    const HotkeyAction action = *actionAt(index.row());
+    const QString combo = HotkeyActions::combo(action, m_rebinding.hotkeysConfig());
+    const bool isCapturing = m_rebinding.capturingHotkeyAction() == action;
+    const auto &conflict = m_rebinding.pendingSystemConflict();
+    const auto &rollback = m_rebinding.hotkeyRollbackMessage();
+    switch (role) {
+    case Qt::DisplayRole:
+    case TitleRole:
+        return m_rebinding.title(action);
+    case ComboRole:
+        return HotkeyCombo::displayString(combo, m_words);
+    case ChangedRole:
+        return combo != HotkeyActions::combo(action, m_rebinding.configFileHotkeys());
+    case CapturingRole:
+        return isCapturing;
+    case ErrorRole:
+        if (isCapturing)
+            return m_rebinding.hotkeyCaptureError().value_or(QString());
+        return rollback && rollback->action == action ? rollback->message : QString();
+    case ConflictRole:
+        return isCapturing && conflict
+                   ? QStringLiteral("This may conflict with ") + conflict->featureName
+                   : QString();
+    case ConflictComboRole:
+        return isCapturing && conflict ? HotkeyCombo::displayString(conflict->combo, m_words)
+                                       : QString();
+    default:
+        return {};
+    }
+}
+
+QHash<int, QByteArray> HotkeyRows::roleNames() const
+{
+    return {{TitleRole, "title"},
+            {ComboRole, "combo"},
+            {ChangedRole, "isChanged"},
+            {CapturingRole, "isCapturing"},
+            {ErrorRole, "error"},
+            {ConflictRole, "conflict"},
+            {ConflictComboRole, "conflictCombo"}};
+}
+
+void HotkeyRows::beginCapture(int row)
+{
+    if (const auto action = actionAt(row))
+        m_rebinding.beginCapturingHotkey(*action);
+}
+
+void HotkeyRows::cancelCapture()
+{
+    m_rebinding.cancelHotkeyCapture();
+}
+
+void HotkeyRows::confirmConflict()
+{
+    m_rebinding.confirmSystemConflict();
+}
+
+void HotkeyRows::cancelConflict()
+{
+    m_rebinding.cancelPendingSystemConflict();
+}
+
+void HotkeyRows::reset(int row)
+{
+    if (const auto action = actionAt(row))
+        m_rebinding.resetHotkey(*action);
+}
+
+void HotkeyRows::resetAll()
+{
+    m_rebinding.resetAllHotkeys();
+}
+
+} // namespace quellora

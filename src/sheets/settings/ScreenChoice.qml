@@ -1,0 +1,37 @@
+import QtQuick
+import Quellora.Sheets
+import Quellora.Ui
+
+/// Which screens a capture shows.
+Card {
+    id: screenCard
+
+    required property SettingsModel settings
+
+    implicitHeight: 44 * rows.count
+
+    ChoiceGroup {
+        id: order
+        choices: rows
+        current: screenCard.settings.captureAllScreens ? 1 : 0
+    }
+    Column {
+        width: parent.width
+
+        Repeater {
+            id: rows
+            model: [qsTr("Screen with the pointer"), qsTr("All screens")]
+
+            delegate: RadioRow {
+                required property string modelData
+
+                card: screenCard
+                count: rows.count
+                group: order
+                objectName: "captureScreens-" + index
+                name: modelData
+                onPicked: screenCard.settings.chooseCaptureAllScreens(index === 1)
+            }
+        }
+    }
+}

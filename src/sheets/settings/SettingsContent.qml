@@ -1,0 +1,184 @@
+import QtQuick
+import Quellora.Sheets
+import Quellora.Ui
+
+/// The sections of the settings, below each other.
+Column {
+    id: content
+
+    required property SettingsModel settings
+    property ThemeTokens theme: Tokens.sheetDark
+    property bool compact: false
+
+    /// An item of the content has something to show that may lie out of view.
+    signal attention(Item item)
+
+    spacing: Tokens.space6
+
+    Item {
+        width: parent.width
+        height: note.height
+        visible: content.settings.captureNote.length > 0
+
+        Icon {
+            y: (18 - height) / 2
+            name: "info"
+            size: 14
+            color: content.theme.warnText
+        }
+        Label {
+            id: note
+            objectName: "captureNote"
+            x: 20
+            width: parent.width - x
+            text: content.settings.captureNote
+            type: Tokens.hint
+            color: content.theme.warnText
+            wrapMode: Text.Wrap
+        }
+    }
+    SettingsSection {
+        width: parent.width
+        theme: content.theme
+        title: qsTr("Model")
+        hint: content.settings.modelHint
+
+        ModelChoice {
+            width: parent.width
+            settings: content.settings
+            theme: content.theme
+            compact: content.compact
+        }
+    }
+    SettingsSection {
+        width: parent.width
+        theme: content.theme
+        title: qsTr("Appearance")
+        hint: content.settings.appearanceHint
+
+        AppearanceSegment {
+            settings: content.settings
+            theme: content.theme
+            available: parent.width
+        }
+    }
+    SettingsSection {
+        width: parent.width
+        theme: content.theme
+        title: qsTr("Response text color")
+        hint: qsTr("Overrides the theme's default text color — useful when the response background "
+                   + "is very transparent. Doesn't change headings, bold, or code color.")
+
+        TextColorChoice {
+            width: parent.width
+            settings: content.settings
+            theme: content.theme
+        }
+    }
+    // Made only when offered, so that assistive programs do not find it otherwise.
+    Loader {
+        id: screens
+
+        // Within the section "content" is the section's own property.
+        readonly property SettingsModel settings: content.settings
+        readonly property ThemeTokens theme: content.theme
+
+        width: parent.width
+        active: settings.isScreenChoiceOffered
+        visible: active
+
+        sourceComponent: SettingsSection {
+            theme: screens.theme
+            title: qsTr("Screenshots")
+            hint: qsTr("What a capture shows while several screens are connected.")
+
+            ScreenChoice {
+                width: parent.width
+                settings: screens.settings
+                theme: screens.theme
+            }
+        }
+    }
+    SettingsSection {
+        width: parent.width
+        theme: content.theme
+        title: qsTr("Sending")
+
+        Card {
+            id: sending
+            width: parent.width
+            height: switches.height
+            theme: content.theme
+
+            Column {
+                id: switches
+                width: parent.width
+
+                SwitchRow {
+                    objectName: "startNewThreadPerSend"
+                    width: parent.width
+                    theme: content.theme
+                    isFirst: true
+                    outerRadius: sending.radius
+                    name: qsTr("Start a new thread with each Send")
+                    hint: qsTr("Off: threads accumulate — every Send/Capture & Send continues the "
+                               + "current one. On: each Send/Capture & Send begins a fresh thread "
+                               + "automatically.")
+                    on: content.settings.startNewThreadPerSendEnabled
+                    onToggledByUser: content.settings.toggleStartNewThreadPerSend()
+                }
+                SwitchRow {
+                    objectName: "dontClearPromptAfterSend"
+                    width: parent.width
+                    theme: content.theme
+                    isLast: true
+                    outerRadius: sending.radius
+                    name: qsTr("Don't clear prompt after sending")
+                    hint: qsTr("Keep your prompt in the box after Send or Capture & Send, so you "
+                               + "can capture something new and ask again. Notes still clear.")
+                    on: content.settings.dontClearPromptAfterSendEnabled
+                    onToggledByUser: content.settings.toggleDontClearPromptAfterSend()
+                }
+            }
+        }
+    }
+    SettingsSection {
+        width: parent.width
+        theme: content.theme
+        title: qsTr("Hotkeys")
+        hint: qsTr("Click any row to change its shortcut. New bindings save instantly — no restart "
+                   + "needed.")
+
+        HotkeyList {
+            id: hotkeys
+            onAttention: row => content.attention(row)
+            width: parent.width
+            settings: content.settings
+            theme: content.theme
+        }
+        Item {
+            id: footer
+            readonly property bool fits: resetAll.width + Tokens.space4 + help.implicitWidth <= width
+            y: hotkeys.height + Tokens.space3
+            width: parent.width
+            height: fits ? 28 : 60
+
+            Button {
+                id: resetAll
+                objectName: "resetAllHotkeys"
+                theme: content.theme
+                text: qsTr("Reset all hotkeys")
+                onClicked: content.settings.hotkeyRows.resetAll()
+            }
+            HelpLink {
+                id: help
+                objectName: "helpLink"
+                x: footer.fits ? footer.width - width : 0
+                y: footer.fits ? 0 : 32
+                theme: content.theme
+                text: qsTr("Need help? See the Help docs ↗")
+                onClicked: content.settings.openHelp()
+            }
+        }
+    }
+}

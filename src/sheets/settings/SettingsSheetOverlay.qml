@@ -1,0 +1,195 @@
+import QtQuick
+import QtQuick.Controls.Basic as Basic
+import Quellora.Sheets
+import Quellora.Ui
+
+/// The settings over everything below the control bar. Tab stays inside; Escape closes it, and the
+/// focus goes back to `opener`.
+SheetHost {
+    id: sheet
+
+    required property SettingsModel settings
+    property bool compact: false
+    /// The control that leads here.
+    property Item opener
+    property bool byKeyboard: false
+    property bool isFocusDue: false
+    readonly property Item firstControl: closeButton
+    readonly property int pad: compact ? Tokens.space3 : Tokens.space5
+    readonly property int headerHeight: compact ? 40 : 48
+
+    /// It has closed and is no longer seen.
+    signal closed()
+
+    /// Once it can be taken: what is hidden or disabled takes no focus.
+    function takeFocus() {
+        if (!isFocusDue || !visible || !enabled)
+            return
+        isFocusDue = false
+        closeButton.forceActiveFocus(byKeyboard ? Qt.TabFocusReason : Qt.OtherFocusReason)
+    }
+    /// Brings an item of the content into view.
+    function reveal(item) {
+        for (let above = item; above; above = above.parent) {
+            if (above !== sections)
+                continue
+            const top = item.mapToItem(sections, 0, 0).y + sections.y - 12
+            const bottom = top + item.height + 24
+            if (top < scroll.contentY)
+                scroll.contentY = Math.max(0, top)
+            else if (bottom > scroll.contentY + scroll.height)
+                scroll.contentY = Math.min(scroll.range, bottom - scroll.height)
+            return
+        }
+    }
+
+    objectName: "settingsSheet"
+    name: qsTr("Settings")
+    theme: Tokens.sheet(!settings.isLightTheme)
+    onCloseRequested: {
+        byKeyboard = true
+        // A colour half typed is given up; leaving the field would take it.
+        settings.restoreHexInput()
+        settings.close()
+    }
+    onOpenChanged: {
+        isFocusDue = open
+        if (open) {
+            byKeyboard = opener !== null && opener.visualFocus
+            takeFocus()
+            return
+        }
+        // Before the sheet is disabled, which would take the focus from it.
+        if (opener && sheet.activeFocus)
+            opener.forceActiveFocus(byKeyboard ? Qt.TabFocusReason : Qt.OtherFocusReason)
+    }
+    onEnabledChanged: takeFocus()
+    onVisibleChanged: {
+        takeFocus()
+        if (!visible && !open)
+            closed()
+    }
+    Keys.onPressed: event => {
+        const page = scroll.height - 40
+        switch (event.key) {
+        case Qt.Key_PageUp:
+            scroll.scrollBy(-page)
+            break
+        case Qt.Key_PageDown:
+            scroll.scrollBy(page)
+            break
+        case Qt.Key_Up:
+            scroll.scrollBy(-40)
+            break
+        case Qt.Key_Down:
+            scroll.scrollBy(40)
+            break
+        case Qt.Key_Home:
+            scroll.scrollBy(-scroll.range)
+            break
+        case Qt.Key_End:
+            scroll.scrollBy(scroll.range)
+            break
+        default:
+            return
+        }
+        event.accepted = true
+    }
+
+    Connections {
+        target: sheet.Window.window
+        function onActiveFocusItemChanged() {
+            if (sheet.Window.activeFocusItem)
+                sheet.reveal(sheet.Window.activeFocusItem)
+        }
+    }
+
+    Item {
+        id: header
+        width: sheet.width
+        height: sheet.headerHeight
+
+        Label {
+            x: sheet.pad
+            height: parent.height
+            text: sheet.name
+            type: Tokens.title
+            theme: sheet.theme
+            Accessible.role: Accessible.Heading
+        }
+        IconButton {
+            id: closeButton
+            objectName: "settingsClose"
+            x: parent.width - width - 10
+            y: (parent.height - height) / 2
+            theme: sheet.theme
+            iconName: "x"
+            foreground: down || hovered ? theme.text : theme.dimText
+            name: qsTr("Close")
+            onClicked: {
+                sheet.byKeyboard = visualFocus
+                sheet.settings.close()
+            }
+        }
+        Rectangle {
+            y: parent.height - 1
+            width: parent.width
+            height: 1
+            color: sheet.theme.line
+        }
+    }
+    Flickable {
+        id: scroll
+        objectName: "settingsScroll"
+
+        readonly property real range: Math.max(0, contentHeight - height)
+
+        function scrollBy(points) {
+            contentY = Math.max(0, Math.min(range, contentY + points))
+        }
+
+        y: header.height
+        width: sheet.width
+        height: sheet.height - y
+        clip: true
+        // The wheel and the bar scroll; a drag selects text or does nothing.
+        interactive: false
+        contentHeight: sections.height + 2 * sections.y
+        onRangeChanged: scrollBy(0)
+
+        WheelHandler {
+            onWheel: event => scroll.scrollBy(event.pixelDelta.y !== 0 ? -event.pixelDelta.y
+                                                                       : -event.angleDelta.y / 2)
+        }
+        SettingsContent {
+            id: sections
+            objectName: "settingsContent"
+            x: Math.round((scroll.width - width) / 2)
+            y: sheet.pad
+            width: Math.min(scroll.width - 2 * sheet.pad, 640)
+            settings: sheet.settings
+            theme: sheet.theme
+            compact: sheet.compact
+            // Once what is new has its place.
+            onAttention: item => Qt.callLater(sheet.reveal, item)
+        }
+        Basic.ScrollBar.vertical: Basic.ScrollBar {
+            id: bar
+            x: scroll.width - width
+            width: 14
+            padding: 4
+            minimumSize: 0.08
+            visible: scroll.range > 0
+            hoverEnabled: true
+            Accessible.ignored: true
+
+            background: null
+            contentItem: Rectangle {
+                implicitWidth: 6
+                radius: 3
+                antialiasing: true
+                color: Tokens.faded(sheet.theme.outline, bar.pressed || bar.hovered ? 1 : 0.75)
+            }
+        }
+    }
+}

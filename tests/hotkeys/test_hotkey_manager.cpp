@@ -1,0 +1,636 @@
+#include "base/Log.h"
+#include "fakes/FakePlatform.h"
+#include "hotkeys/HotkeyBindings.h"
+#include "hotkeys/HotkeyManager.h"
+#include "support/TestProgram.h"
+
+#include <QCoreApplication>
+#include <QtTest>
+
+#include <memory>
+
+using namespace quellora;
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr quint32 ctrlAltCmd =
+    GlobalHotkeys::Control | GlobalHotkeys::Option | GlobalHotkeys::Command;
+
+} // namespace
+
+class HotkeyManagerTest : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void init();
+    void cleanup();
+
+    void startRegistersTheSevenActionsInOrder();
+    void eachIdReachesItsCallback();
+    void missingCallbackIsNoError();
+    void callbackRunsLaterOnTheEventLoop();
+    void pendingCallbackDiesWithTheManager();
+    void callbackMayReplaceItself();
+    void ignoresForeignIds();
+    void debouncesPerAction();
+    void ignoredPressDoesNotMoveTheDebounce();
+    void differentActionsDoNotDebounceEachOther();
+    void unsupportedCombosAreReported_data();
+    void unsupportedCombosAreReported();
+    void takenComboIsReportedAndLeavesTheOthers();
+    void zeroStatusWithoutReferenceIsAFailure();
+    void stopReleasesEverything();
+    void suspendKeepsTheHandler();
+    void resumeRegistersAgain();
+    void startAgainAfterStop();
+    void repeatedStartLeaksNothing();
+    void updateBindsAnew();
+    void updateOfUnknownKeyChangesNothing();
+    void updateRollsBack();
+    void updateRollsBackFromUnsupportedCombo();
+    void updateWithoutPreviousComboJustFails();
+    void problemsAreNamedInTheSystemsWords();
+    void aComboOfOurOwnIsNamedByItsRow();
+    void aComboOfOurOwnIsFoundHoweverItIsWritten();
+    void theNameOfWhoAnswersIsKeptUpToDate();
+    void repeatedRegistrationReportsAProblemOnce();
+    void aSolvedProblemIsWithdrawn();
+    void aFailedChangeLeavesNoProblemBehind();
+    void aFailedChangeLeavesTheProblemBeforeIt();
+    void aFreedComboGoesToWhoeverLackedIt();
+    void destructionReleasesEverything();
+
+private:
+    void press(quint32 id);
+    HotkeyManager::ProblemSink problemSink();
+
+    FakeGlobalHotkeys m_platform;
+    std::chrono::steady_clock::time_point m_now;
+    /// Every problem that was ever reported.
+    QStringList m_problems;
+    /// Those that stand.
+    QMap<HotkeyAction, QString> m_standing;
+    QStringList m_log;
+    QStringList m_fired;
+    std::unique_ptr<HotkeyManager> m_manager;
+};
+
+void HotkeyManagerTest::init()
+{
+    m_platform = FakeGlobalHotkeys();
+    m_now = std::chrono::steady_clock::time_point(1000s);
+    m_problems.clear();
+    m_standing.clear();
+    m_log.clear();
+    m_fired.clear();
+    Log::setSinkForTesting([this](const QString &line) { m_log << line; });
+    m_manager = std::make_unique<HotkeyManager>(
+        m_platform, Vocabulary::macOS(), [this] { return m_now; }, problemSink());
+    m_manager->onCapture = [this] { m_fired << QStringLiteral("capture"); };
+    m_manager->onClear = [this] { m_fired << QStringLiteral("clear"); };
+    m_manager->onToggle = [this] { m_fired << QStringLiteral("toggle"); };
+    m_manager->onOpacityUp = [this] { m_fired << QStringLiteral("opacity_up"); };
+    m_manager->onOpacityDown = [this] { m_fired << QStringLiteral("opacity_down"); };
+    m_manager->onCaptureNoSend = [this] { m_fired << QStringLiteral("capture_no_send"); };
+    m_manager->onNewThread = [this] { m_fired << QStringLiteral("new_thread"); };
+}
+
+void HotkeyManagerTest::cleanup()
+{
+    m_manager.reset();
+    Log::setSinkForTesting({});
+}
+
+void HotkeyManagerTest::press(quint32 id)
+{
+    m_platform.press(id);
+    QCoreApplication::processEvents();
+}
+
+HotkeyManager::ProblemSink HotkeyManagerTest::problemSink()
+{
+    return [this](HotkeyAction action, const QString &line) {
+        if (line.isEmpty()) {
+            m_standing.remove(action);
+        } else {
+            m_problems << line;
+            m_standing.insert(action, line);
+        }
+    };
+}
+
+void HotkeyManagerTest::startRegistersTheSevenActionsInOrder()
+{
+    m_manager->start({});
+    const quint32 signature =
+        (quint32('Q') << 24) | (quint32('l') << 16) | (quint32('o') << 8) | quint32('r');
+    const QList<FakeGlobalHotkeys::Entry> expected{
+        {QStringLiteral("c"), 8, ctrlAltCmd, signature, 1},
+        {QStringLiteral("x"), 7, ctrlAltCmd, signature, 2},
+        {QStringLiteral("t"), 17, ctrlAltCmd, signature, 3},
+        {QStringLiteral("]"), 30, ctrlAltCmd, signature, 4},
+        {QStringLiteral("["), 33, ctrlAltCmd, signature, 5},
+        {QStringLiteral("c"), 8, ctrlAltCmd | GlobalHotkeys::Shift, signature, 6},
+        {QStringLiteral("n"), 45, GlobalHotkeys::Command, signature, 7},
+    };
+    QCOMPARE(m_platform.attempts, expected);
+    QCOMPARE(m_platform.installs, 1);
+    QCOMPARE(m_log, (QStringList{
+                        QStringLiteral("[HotkeyManager] Registered Capture -> ctrl+alt+cmd+c"),
+                        QStringLiteral("[HotkeyManager] Registered Clear -> ctrl+alt+cmd+x"),
+                        QStringLiteral("[HotkeyManager] Registered Toggle -> ctrl+alt+cmd+t"),
+                        QStringLiteral("[HotkeyManager] Registered Opacity Up -> ctrl+alt+cmd+]"),
+                        QStringLiteral("[HotkeyManager] Registered Opacity Down -> ctrl+alt+cmd+["),
+                        QStringLiteral("[HotkeyManager] Registered Capture (No Send) -> "
+                                       "ctrl+alt+cmd+shift+c"),
+                        QStringLiteral("[HotkeyManager] Registered New Thread -> cmd+n"),
+                    }));
+    QCOMPARE(m_manager->activeHotkeys(),
+             (QMap<QString, QString>{
+                 {QStringLiteral("capture"), QStringLiteral("ctrl+alt+cmd+c")},
+                 {QStringLiteral("clear"), QStringLiteral("ctrl+alt+cmd+x")},
+                 {QStringLiteral("toggle"), QStringLiteral("ctrl+alt+cmd+t")},
+                 {QStringLiteral("opacity_up"), QStringLiteral("ctrl+alt+cmd+]")},
+                 {QStringLiteral("opacity_down"), QStringLiteral("ctrl+alt+cmd+[")},
+                 {QStringLiteral("capture_no_send"), QStringLiteral("ctrl+alt+cmd+shift+c")},
+                 {QStringLiteral("new_thread"), QStringLiteral("cmd+n")},
+             }));
+    QCOMPARE(m_problems, QStringList());
+}
+
+void HotkeyManagerTest::eachIdReachesItsCallback()
+{
+    m_manager->start({});
+    m_log.clear();
+    for (quint32 id = 1; id <= 7; ++id)
+        press(id);
+    QCOMPARE(m_fired.join(u' '), QStringLiteral("capture clear toggle opacity_up opacity_down "
+                                                "capture_no_send new_thread"));
+    QCOMPARE(m_log, (QStringList{QStringLiteral("[HotkeyManager] Fired: Capture"),
+                                 QStringLiteral("[HotkeyManager] Fired: Clear"),
+                                 QStringLiteral("[HotkeyManager] Fired: Toggle"),
+                                 QStringLiteral("[HotkeyManager] Fired: Opacity Up"),
+                                 QStringLiteral("[HotkeyManager] Fired: Opacity Down"),
+                                 QStringLiteral("[HotkeyManager] Fired: Capture (No Send)"),
+                                 QStringLiteral("[HotkeyManager] Fired: New Thread")}));
+}
+
+void HotkeyManagerTest::missingCallbackIsNoError()
+{
+    m_manager->onClear = nullptr;
+    m_manager->start({});
+    press(2);
+    QCOMPARE(m_fired, QStringList());
+    QCOMPARE(m_log.last(), QStringLiteral("[HotkeyManager] Fired: Clear"));
+}
+
+void HotkeyManagerTest::callbackRunsLaterOnTheEventLoop()
+{
+    m_manager->start({});
+    m_platform.press(3);
+    QCOMPARE(m_log.last(), QStringLiteral("[HotkeyManager] Fired: Toggle"));
+    QCOMPARE(m_fired, QStringList());
+    QCoreApplication::processEvents();
+    QCOMPARE(m_fired, QStringList{QStringLiteral("toggle")});
+}
+
+void HotkeyManagerTest::pendingCallbackDiesWithTheManager()
+{
+    m_manager->start({});
+    const auto lateHandler = m_platform.handler;
+    m_platform.press(3);
+    m_manager.reset();
+    lateHandler(3);
+    QCoreApplication::processEvents();
+    QCOMPARE(m_fired, QStringList());
+}
+
+void HotkeyManagerTest::callbackMayReplaceItself()
+{
+    m_manager->onToggle = [this] {
+        m_manager->onToggle = [this] { m_fired << QStringLiteral("second"); };
+        m_fired << QStringLiteral("first");
+    };
+    m_manager->start({});
+    press(3);
+    m_now += 1s;
+    press(3);
+    QCOMPARE(m_fired.join(u' '), QStringLiteral("first second"));
+}
+
+void HotkeyManagerTest::ignoresForeignIds()
+{
+    m_manager->start({});
+    m_log.clear();
+    for (const quint32 id : {0U, 8U, 9U, 0xFFFFFFFFU})
+        press(id);
+    QCOMPARE(m_fired, QStringList());
+    QCOMPARE(m_log, QStringList());
+}
+
+void HotkeyManagerTest::debouncesPerAction()
+{
+    m_manager->start({});
+    press(1);
+    m_now += 200ms;
+    press(1);
+    QCOMPARE(m_fired.size(), 1);
+    QCOMPARE(m_log.last(),
+             QStringLiteral("[HotkeyManager] Ignored re-fire of Capture within debounce window"));
+    m_now += 150ms;
+    press(1);
+    QCOMPARE(m_fired.size(), 2);
+    QCOMPARE(m_log.last(), QStringLiteral("[HotkeyManager] Fired: Capture"));
+    m_now += 299ms;
+    press(1);
+    QCOMPARE(m_fired.size(), 2);
+    m_now += 1ms;
+    press(1);
+    QCOMPARE(m_fired.size(), 3);
+}
+
+void HotkeyManagerTest::ignoredPressDoesNotMoveTheDebounce()
+{
+    m_manager->start({});
+    // A key repeating every 50 ms for 1.2 s: accepted at 0, 0.3, 0.6, 0.9 and 1.2 s.
+    for (int press50 = 0; press50 <= 24; ++press50) {
+        press(4);
+        m_now += 50ms;
+    }
+    QCOMPARE(m_fired.size(), 5);
+}
+
+void HotkeyManagerTest::differentActionsDoNotDebounceEachOther()
+{
+    m_manager->start({});
+    press(4);
+    m_now += 100ms;
+    press(5);
+    QCOMPARE(m_fired.join(u' '), QStringLiteral("opacity_up opacity_down"));
+}
+
+void HotkeyManagerTest::unsupportedCombosAreReported_data()
+{
+    QTest::addColumn<QString>("combo");
+    QTest::addColumn<QString>("display");
+    QTest::newRow("no key") << QStringLiteral("ctrl+alt") << QStringLiteral("Ctrl+Option");
+    QTest::newRow("unknown key") << QStringLiteral("ctrl+f5") << QStringLiteral("Ctrl+F5");
+    QTest::newRow("empty") << QString() << QString();
+}
+
+void HotkeyManagerTest::unsupportedCombosAreReported()
+{
+    QFETCH(QString, combo);
+    QFETCH(QString, display);
+    VantiroConfig::Hotkeys hotkeys;
+    hotkeys.captureNoSend = combo;
+    m_manager->start(hotkeys);
+    QVERIFY(m_log.contains(
+        QStringLiteral("[HotkeyManager] ERROR: Unsupported hotkey combo '%1' for Capture (No Send) "
+                       "— no virtual keycode mapping for its key, skipping registration")
+            .arg(combo)));
+    QCOMPARE(m_problems,
+             QStringList{QStringLiteral("**Capture (No Send) (%1) could not be registered** — "
+                                        "unsupported key.")
+                             .arg(display)});
+    QCOMPARE(m_platform.registered.size(), 6);
+    QVERIFY(!m_manager->activeHotkeys().contains(QStringLiteral("capture_no_send")));
+}
+
+void HotkeyManagerTest::takenComboIsReportedAndLeavesTheOthers()
+{
+    m_platform.claim(QStringLiteral("t"), ctrlAltCmd, 10);
+    m_manager->start({});
+    QVERIFY(m_log.contains(
+        QStringLiteral("[HotkeyManager] ERROR: Failed to register Toggle (ctrl+alt+cmd+t), "
+                       "OSStatus 10 — likely already claimed by another app")));
+    QCOMPARE(m_problems,
+             QStringList{QStringLiteral(
+                 "**Ctrl+Option+Cmd+T (Toggle) is unavailable** — already in use by another app. "
+                 "Use the Prompt panel buttons instead, or free up that shortcut and relaunch.")});
+    QCOMPARE(m_platform.registeredIds(), (QList<quint32>{1, 2, 4, 5, 6, 7}));
+    QCOMPARE(m_manager->activeHotkeys().size(), 6);
+    QVERIFY(!m_manager->activeHotkeys().contains(QStringLiteral("toggle")));
+}
+
+namespace {
+
+/// A service that reports success without a reference.
+class RefusingHotkeys : public FakeGlobalHotkeys
+{
+public:
+    Result registerHotkey(const QString &, quint32, quint32, quint32, quint32) override
+    {
+        return {0, 0};
+    }
+};
+
+} // namespace
+
+void HotkeyManagerTest::zeroStatusWithoutReferenceIsAFailure()
+{
+    RefusingHotkeys refusing;
+    HotkeyManager manager(
+        refusing, Vocabulary::macOS(), [this] { return m_now; }, problemSink());
+    manager.start({});
+    QCOMPARE(m_problems.size(), 7);
+    QVERIFY(manager.activeHotkeys().isEmpty());
+    QVERIFY(m_log.first().contains(QStringLiteral("OSStatus 0 — likely")));
+}
+
+void HotkeyManagerTest::stopReleasesEverything()
+{
+    m_platform.claim(QStringLiteral("t"), ctrlAltCmd);
+    m_manager->start({});
+    m_log.clear();
+    m_manager->stop();
+    QVERIFY(m_platform.registered.isEmpty());
+    QCOMPARE(m_platform.unregistrations, 6);
+    QCOMPARE(m_platform.unknownUnregistrations, 0);
+    QCOMPARE(m_platform.removals, 1);
+    QVERIFY(m_manager->activeHotkeys().isEmpty());
+    QCOMPARE(m_log,
+             QStringList{QStringLiteral("[HotkeyManager] Stopped, all hotkeys unregistered")});
+    m_manager->stop();
+    QCOMPARE(m_platform.removals, 1);
+    QCOMPARE(m_platform.unknownUnregistrations, 0);
+}
+
+void HotkeyManagerTest::suspendKeepsTheHandler()
+{
+    m_manager->start({});
+    m_log.clear();
+    m_manager->suspendAll();
+    QVERIFY(m_platform.registered.isEmpty());
+    QCOMPARE(m_platform.removals, 0);
+    QVERIFY(m_platform.handler);
+    QVERIFY(m_manager->activeHotkeys().isEmpty());
+    QCOMPARE(m_log,
+             QStringList{QStringLiteral("[HotkeyManager] Suspended all hotkeys for capture")});
+}
+
+void HotkeyManagerTest::resumeRegistersAgain()
+{
+    m_manager->start({});
+    m_manager->suspendAll();
+    m_log.clear();
+    VantiroConfig::Hotkeys hotkeys;
+    hotkeys.clear = QStringLiteral("alt+k");
+    m_manager->resume(hotkeys);
+    QCOMPARE(m_log.size(), 8);
+    QCOMPARE(m_log.at(1), QStringLiteral("[HotkeyManager] Registered Clear -> alt+k"));
+    QCOMPARE(m_log.last(), QStringLiteral("[HotkeyManager] Resumed all hotkeys after capture"));
+    QCOMPARE(m_platform.registered.size(), 7);
+    QCOMPARE(m_platform.installs, 1);
+    QVERIFY(m_platform.pressCombo(QStringLiteral("k"), GlobalHotkeys::Option));
+    QCoreApplication::processEvents();
+    QCOMPARE(m_fired, QStringList{QStringLiteral("clear")});
+}
+
+void HotkeyManagerTest::startAgainAfterStop()
+{
+    m_manager->start({});
+    m_manager->stop();
+    m_manager->start({});
+    QCOMPARE(m_platform.registered.size(), 7);
+    press(7);
+    QCOMPARE(m_fired, QStringList{QStringLiteral("new_thread")});
+}
+
+void HotkeyManagerTest::repeatedStartLeaksNothing()
+{
+    m_manager->start({});
+    m_manager->start({});
+    QCOMPARE(m_platform.registered.size(), 7);
+    m_manager->stop();
+    QVERIFY(m_platform.registered.isEmpty());
+}
+
+void HotkeyManagerTest::updateBindsAnew()
+{
+    m_manager->start({});
+    m_log.clear();
+    QVERIFY(m_manager->updateHotkey(QStringLiteral("opacity_up"), QStringLiteral("CMD+Alt+U")));
+    QCOMPARE(m_log,
+             QStringList{QStringLiteral("[HotkeyManager] Registered Opacity Up -> CMD+Alt+U")});
+    QCOMPARE(m_manager->activeHotkeys().value(QStringLiteral("opacity_up")),
+             QStringLiteral("CMD+Alt+U"));
+    QCOMPARE(m_platform.registered.size(), 7);
+    QVERIFY(!m_platform.pressCombo(QStringLiteral("]"), ctrlAltCmd));
+    QVERIFY(
+        m_platform.pressCombo(QStringLiteral("u"), GlobalHotkeys::Command | GlobalHotkeys::Option));
+    QCoreApplication::processEvents();
+    QCOMPARE(m_fired, QStringList{QStringLiteral("opacity_up")});
+    QCOMPARE(m_problems, QStringList());
+}
+
+void HotkeyManagerTest::updateOfUnknownKeyChangesNothing()
+{
+    m_manager->start({});
+    const auto before = m_manager->activeHotkeys();
+    const auto registered = m_platform.registered;
+    m_log.clear();
+    QVERIFY(!m_manager->updateHotkey(QStringLiteral("opacity-up"), QStringLiteral("cmd+u")));
+    QCOMPARE(m_log, QStringList{QStringLiteral("[HotkeyManager] ERROR: updateHotkey called with "
+                                               "unknown jsonKey 'opacity-up'")});
+    QCOMPARE(m_manager->activeHotkeys(), before);
+    QCOMPARE(m_platform.registered, registered);
+}
+
+void HotkeyManagerTest::updateRollsBack()
+{
+    m_platform.claim(QStringLiteral("u"), GlobalHotkeys::Command, -9878);
+    m_manager->start({});
+    m_log.clear();
+    QVERIFY(!m_manager->updateHotkey(QStringLiteral("opacity_up"), QStringLiteral("cmd+u")));
+    QCOMPARE(m_log,
+             (QStringList{
+                 QStringLiteral("[HotkeyManager] ERROR: Failed to register Opacity Up (cmd+u), "
+                                "OSStatus -9878 — likely already claimed by another app"),
+                 QStringLiteral("[HotkeyManager] 'cmd+u' failed to register for Opacity Up — "
+                                "rolling back to previous combo 'ctrl+alt+cmd+]'"),
+                 QStringLiteral("[HotkeyManager] Registered Opacity Up -> ctrl+alt+cmd+]"),
+             }));
+    QCOMPARE(m_manager->activeHotkeys().value(QStringLiteral("opacity_up")),
+             QStringLiteral("ctrl+alt+cmd+]"));
+    QCOMPARE(m_platform.registered.size(), 7);
+    QCOMPARE(m_problems.size(), 1);
+    QVERIFY(m_platform.pressCombo(QStringLiteral("]"), ctrlAltCmd));
+}
+
+void HotkeyManagerTest::updateRollsBackFromUnsupportedCombo()
+{
+    m_manager->start({});
+    QVERIFY(!m_manager->updateHotkey(QStringLiteral("clear"), QStringLiteral("ctrl+f5")));
+    QCOMPARE(m_manager->activeHotkeys().value(QStringLiteral("clear")),
+             QStringLiteral("ctrl+alt+cmd+x"));
+    QCOMPARE(m_problems, QStringList{QStringLiteral("**Clear (Ctrl+F5) could not be registered** — "
+                                                    "unsupported key.")});
+}
+
+void HotkeyManagerTest::updateWithoutPreviousComboJustFails()
+{
+    m_platform.claim(QStringLiteral("t"), ctrlAltCmd);
+    m_platform.claim(QStringLiteral("u"), GlobalHotkeys::Command);
+    m_manager->start({});
+    m_log.clear();
+    QVERIFY(!m_manager->updateHotkey(QStringLiteral("toggle"), QStringLiteral("cmd+u")));
+    QCOMPARE(m_log.size(), 1);
+    QVERIFY(!m_manager->activeHotkeys().contains(QStringLiteral("toggle")));
+
+    m_platform.release(QStringLiteral("u"), GlobalHotkeys::Command);
+    QVERIFY(m_manager->updateHotkey(QStringLiteral("toggle"), QStringLiteral("cmd+u")));
+    QCOMPARE(m_platform.registered.size(), 7);
+}
+
+void HotkeyManagerTest::problemsAreNamedInTheSystemsWords()
+{
+    m_manager = std::make_unique<HotkeyManager>(
+        m_platform, Vocabulary::linuxDesktop(), [this] { return m_now; }, problemSink());
+    m_platform.claim(QStringLiteral("t"), ctrlAltCmd);
+    VantiroConfig::Hotkeys hotkeys;
+    hotkeys.newThread = QStringLiteral("alt+cmd+f5");
+    m_manager->start(hotkeys);
+    QCOMPARE(m_problems,
+             (QStringList{
+                 QStringLiteral(
+                     "**Ctrl+Alt+Super+T (Toggle) is unavailable** — already in use by another "
+                     "app. Use the Prompt panel buttons instead, or free up that shortcut and "
+                     "relaunch."),
+                 QStringLiteral("**New Thread (Alt+Super+F5) could not be registered** — "
+                                "unsupported key."),
+             }));
+}
+
+void HotkeyManagerTest::aComboOfOurOwnIsNamedByItsRow()
+{
+    VantiroConfig::Hotkeys hotkeys;
+    hotkeys.toggle = hotkeys.clear;
+    m_manager->start(hotkeys);
+    QCOMPARE(m_standing,
+             (QMap<HotkeyAction, QString>{
+                 {HotkeyAction::Toggle,
+                  QStringLiteral("**Ctrl+Option+Cmd+X (Toggle) is unavailable** — already used by "
+                                 "Clear the response area. Choose another shortcut for one of the "
+                                 "two in Settings.")}}));
+    // Held by another program, it is the other program's.
+    m_manager->stop();
+    m_platform.claim(QStringLiteral("x"), ctrlAltCmd);
+    m_manager->start(hotkeys);
+    QCOMPARE(m_standing.size(), 2);
+    for (const QString &line : std::as_const(m_standing))
+        QVERIFY2(line.contains(QStringLiteral("already in use by another app")), qPrintable(line));
+}
+
+void HotkeyManagerTest::aComboOfOurOwnIsFoundHoweverItIsWritten()
+{
+    VantiroConfig::Hotkeys hotkeys;
+    hotkeys.newThread = QStringLiteral("Command+Control+OPTION+x");
+    m_manager->start(hotkeys);
+    QVERIFY(m_standing.value(HotkeyAction::NewThread)
+                .contains(QStringLiteral("(New Thread) is unavailable** — already used by Clear "
+                                         "the response area.")));
+}
+
+void HotkeyManagerTest::theNameOfWhoAnswersIsKeptUpToDate()
+{
+    VantiroConfig::Hotkeys hotkeys;
+    hotkeys.clear = hotkeys.capture;
+    hotkeys.newThread = QStringLiteral("f5");
+    m_manager->start(hotkeys);
+    QVERIFY(m_standing.value(HotkeyAction::Clear)
+                .contains(QStringLiteral("used by Capture screen and send to Claude. Choose")));
+    m_manager->setAnswererName(QStringLiteral("Offline reader"));
+    QVERIFY(m_standing.value(HotkeyAction::Clear)
+                .contains(QStringLiteral("used by Capture screen and send to Offline reader. "
+                                         "Choose")));
+    QCOMPARE(m_standing.size(), 2);
+    const qsizetype reported = m_problems.size();
+    m_manager->setAnswererName(QStringLiteral("Offline reader"));
+    QCOMPARE(m_problems.size(), reported);
+}
+
+void HotkeyManagerTest::repeatedRegistrationReportsAProblemOnce()
+{
+    m_platform.claim(QStringLiteral("t"), ctrlAltCmd);
+    m_manager->start({});
+    const auto standing = m_standing;
+    QCOMPARE(standing.size(), 1);
+    for (int recording = 0; recording < 3; ++recording) {
+        m_manager->suspendAll();
+        m_manager->resume({});
+    }
+    m_manager->stop();
+    m_manager->start({});
+    QCOMPARE(m_standing, standing);
+}
+
+void HotkeyManagerTest::aSolvedProblemIsWithdrawn()
+{
+    m_platform.claim(QStringLiteral("t"), ctrlAltCmd);
+    m_platform.claim(QStringLiteral("x"), ctrlAltCmd);
+    m_manager->start({});
+    QCOMPARE(m_standing.keys(), (QList{HotkeyAction::Clear, HotkeyAction::Toggle}));
+    // The one gets another combo, the other program lets go of the other.
+    QVERIFY(m_manager->updateHotkey(QStringLiteral("toggle"), QStringLiteral("cmd+u")));
+    QCOMPARE(m_standing.keys(), QList{HotkeyAction::Clear});
+    m_platform.release(QStringLiteral("x"), ctrlAltCmd);
+    m_manager->suspendAll();
+    m_manager->resume({});
+    QCOMPARE(m_standing.keys(), QList{HotkeyAction::Toggle});
+    m_platform.release(QStringLiteral("t"), ctrlAltCmd);
+    m_manager->stop();
+    m_manager->start({});
+    QVERIFY(m_standing.isEmpty());
+}
+
+void HotkeyManagerTest::aFailedChangeLeavesNoProblemBehind()
+{
+    m_platform.claim(QStringLiteral("u"), GlobalHotkeys::Command);
+    m_manager->start({});
+    QVERIFY(!m_manager->updateHotkey(QStringLiteral("clear"), QStringLiteral("cmd+u")));
+    QCOMPARE(m_problems.size(), 1);
+    QVERIFY(m_standing.isEmpty());
+}
+
+void HotkeyManagerTest::aFailedChangeLeavesTheProblemBeforeIt()
+{
+    m_platform.claim(QStringLiteral("x"), ctrlAltCmd);
+    m_platform.claim(QStringLiteral("u"), GlobalHotkeys::Command);
+    m_manager->start({});
+    const auto standing = m_standing;
+    QVERIFY(!m_manager->updateHotkey(QStringLiteral("clear"), QStringLiteral("cmd+u")));
+    QCOMPARE(m_standing, standing);
+}
+
+void HotkeyManagerTest::aFreedComboGoesToWhoeverLackedIt()
+{
+    VantiroConfig::Hotkeys hotkeys;
+    hotkeys.clear = hotkeys.capture;
+    hotkeys.newThread = hotkeys.capture;
+    m_manager->start(hotkeys);
+    QCOMPARE(m_standing.keys(), (QList{HotkeyAction::Clear, HotkeyAction::NewThread}));
+    m_log.clear();
+    QVERIFY(m_manager->updateHotkey(QStringLiteral("capture"), QStringLiteral("cmd+u")));
+    QCOMPARE(m_log.first(), QStringLiteral("[HotkeyManager] Registered Capture -> cmd+u"));
+    QCOMPARE(m_log.at(1), QStringLiteral("[HotkeyManager] Registered Clear -> ctrl+alt+cmd+c"));
+    QVERIFY(m_platform.pressCombo(QStringLiteral("c"), ctrlAltCmd));
+    QCoreApplication::processEvents();
+    QCOMPARE(m_fired, QStringList{QStringLiteral("clear")});
+    QCOMPARE(m_standing.keys(), QList{HotkeyAction::NewThread});
+    QVERIFY(m_standing.first().contains(QStringLiteral("already used by Clear the response area")));
+}
+
+void HotkeyManagerTest::destructionReleasesEverything()
+{
+    m_manager->start({});
+    m_log.clear();
+    m_manager.reset();
+    QVERIFY(m_platform.registered.isEmpty());
+    QCOMPARE(m_platform.removals, 1);
+    QCOMPARE(m_log, QStringList());
+}
+
+QUELLORA_TEST(QCoreApplication, HotkeyManagerTest)
+#include "test_hotkey_manager.moc"

@@ -1,0 +1,200 @@
+#include "LoginFixture.h"
+#include "support/TestProgram.h"
+
+#include <QGuiApplication>
+#include <QScreen>
+#include <QSignalSpy>
+#include <QtTest>
+
+using namespace quellora;
+
+class TestLoginWindow : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase() { initializeUi(); }
+
+    void windowTraits();
+    void showWindowActivates();
+    void texts();
+    void measures();
+    void emailHasTheFocusAtOpen();
+    void tabOrder();
+    void pointingHandCursors();
+    void loadingState();
+    void errorState();
+    void twoLineErrorPushesFurther();
+};
+
+void TestLoginWindow::windowTraits()
+{
+    Fixture f;
+    QQuickView &window = f.controller.window();
+    QCOMPARE(f.log.lines, QStringList{prefix + QStringLiteral("Login window created")});
+    QVERIFY(!window.isVisible());
+    QCOMPARE(f.shell.ordinary.data(), &window);
+    QCOMPARE(window.title(), QStringLiteral("Quellora"));
+    QCOMPARE(window.size(), QSize(420, 480));
+    QCOMPARE(window.minimumSize(), QSize(420, 480));
+    QCOMPARE(window.maximumSize(), QSize(420, 480));
+    QCOMPARE(window.color().name(), QStringLiteral("#131313"));
+    QCOMPARE(window.type(), Qt::Window);
+    QVERIFY(!window.flags().testFlag(Qt::FramelessWindowHint));
+    QVERIFY(window.flags().testFlag(Qt::WindowTitleHint));
+    QVERIFY(window.flags().testFlag(Qt::WindowCloseButtonHint));
+    QVERIFY(window.flags().testFlag(Qt::WindowMinimizeButtonHint));
+    QVERIFY(!window.flags().testFlag(Qt::WindowMaximizeButtonHint));
+}
+
+void TestLoginWindow::showWindowActivates()
+{
+    Fixture f;
+    f.log.clear();
+    f.shell.calls.clear();
+    f.controller.showWindow();
+    QVERIFY(f.controller.window().isVisible());
+    QCOMPARE(f.shell.calls, QStringList{QStringLiteral("activate")});
+    QCOMPARE(f.shell.activated.data(), &f.controller.window());
+    QCOMPARE(f.log.lines,
+             QStringList{prefix + QStringLiteral("Activated app and made login window key")});
+    const QPoint middle = f.controller.window().screen()->availableGeometry().center();
+    QVERIFY((f.controller.window().geometry().center() - middle).manhattanLength() <= 2);
+}
+
+void TestLoginWindow::texts()
+{
+    Fixture f;
+    QVERIFY(f.show());
+    QCOMPARE(visibleTexts(f.root()),
+             (QStringList{QStringLiteral("Quellora"), QStringLiteral("Email"),
+                          QStringLiteral("Password"), QStringLiteral("Forgot password?"),
+                          QStringLiteral("Sign in"), QStringLiteral("or"),
+                          QStringLiteral("Sign in with Google"),
+                          QStringLiteral("Don't have an account?"), QStringLiteral("Sign up")}));
+}
+
+void TestLoginWindow::measures()
+{
+    Fixture f;
+    QVERIFY(f.show());
+    QCOMPARE(areaOf(f.label(QStringLiteral("Quellora"))), QRectF(40, 28, 340, 32));
+    QCOMPARE(areaOf(f.label(QStringLiteral("Email"))).topLeft(), QPointF(40, 80));
+    QCOMPARE(areaOf(f.email()), QRectF(40, 102, 340, 40));
+    QCOMPARE(areaOf(f.label(QStringLiteral("Password"))).topLeft(), QPointF(40, 156));
+    QCOMPARE(areaOf(f.password()), QRectF(40, 178, 340, 40));
+    const QRectF forgot = areaOf(f.button(QStringLiteral("Forgot password?")));
+    QCOMPARE(forgot.right(), 380);
+    QCOMPARE(forgot.top(), 222);
+    QCOMPARE(forgot.height(), 28);
+    QCOMPARE(areaOf(f.signIn()), QRectF(40, 262, 340, 40));
+    QCOMPARE(areaOf(f.label(QStringLiteral("or"))->parentItem()), QRectF(40, 316, 340, 16));
+    QCOMPARE(areaOf(f.google()), QRectF(40, 346, 340, 40));
+    const QRectF signUp = areaOf(f.button(QStringLiteral("Sign up")));
+    QCOMPARE(signUp.top(), 436);
+    QCOMPARE(signUp.height(), 28);
+    QVERIFY(qAbs(signUp.center().x() - 210) <= 1);
+}
+
+void TestLoginWindow::emailHasTheFocusAtOpen()
+{
+    Fixture f;
+    QVERIFY(f.show());
+    QVERIFY(f.email()->hasActiveFocus());
+    f.type(QStringLiteral("a@b"));
+    QCOMPARE(f.email()->property("text").toString(), QStringLiteral("a@b"));
+}
+
+void TestLoginWindow::tabOrder()
+{
+    Fixture f;
+    QVERIFY(f.show());
+    f.fill();
+    QStringList order;
+    for (int i = 0; i < 6; ++i) {
+        QQuickItem *item = f.controller.window().activeFocusItem();
+        order << (item->property("name").toString().isEmpty() ? item->property("text").toString()
+                                                              : item->property("name").toString());
+        f.press(Qt::Key_Tab);
+    }
+    QCOMPARE(order, (QStringList{QStringLiteral("Email"), QStringLiteral("Password"),
+                                 QStringLiteral("Forgot password?"), QStringLiteral("Sign in"),
+                                 QStringLiteral("Sign in with Google"),
+                                 QStringLiteral("Don't have an account? Sign up")}));
+    QVERIFY(f.email()->hasActiveFocus());
+}
+
+void TestLoginWindow::pointingHandCursors()
+{
+    Fixture f;
+    QVERIFY(f.show());
+    f.fill();
+    for (const QString &text : {QStringLiteral("Forgot password?"), QStringLiteral("Sign in"),
+                                QStringLiteral("Sign in with Google"), QStringLiteral("Sign up")}) {
+        QQuickItem *item = f.button(text);
+        QTest::mouseMove(&f.controller.window(), areaOf(item).center().toPoint());
+        QTRY_COMPARE(f.controller.window().cursor().shape(), Qt::PointingHandCursor);
+        QTest::mouseMove(&f.controller.window(), QPoint(8, 8));
+        QTRY_COMPARE(f.controller.window().cursor().shape(), Qt::ArrowCursor);
+    }
+}
+
+void TestLoginWindow::loadingState()
+{
+    Fixture f;
+    QVERIFY(f.show());
+    f.fill();
+    f.press(Qt::Key_Return);
+    QVERIFY(f.controller.viewModel().isLoading());
+    QQuickItem *spinner = f.named(QStringLiteral("Signing in"));
+    QVERIFY(spinner->isVisible());
+    QCOMPARE(areaOf(spinner), QRectF(200, 272, 20, 20));
+    QVERIFY(!f.signIn()->isVisible());
+    for (QQuickItem *field : {f.email(), f.password()}) {
+        QCOMPARE(field->opacity(), 0.55);
+        QVERIFY(field->property("readOnly").toBool());
+    }
+    QVERIFY(!f.google()->isEnabled());
+    QCOMPARE(f.google()->property("share").toReal(), 0.45);
+    f.type(QStringLiteral("x"));
+    QCOMPARE(f.email()->property("text").toString(), QStringLiteral("you@example.com"));
+    click(f.google());
+    QCOMPARE(f.browser.starts(), 0);
+}
+
+void TestLoginWindow::errorState()
+{
+    Fixture f;
+    QVERIFY(f.show());
+    f.fill();
+    f.press(Qt::Key_Return);
+    QSignalSpy failed(&f.controller.viewModel(), &LoginViewModel::submitFailed);
+    f.auth.fail(AuthError::invalidCredentials());
+    QVERIFY(failed.wait());
+    QQuickItem *error = f.label(QStringLiteral("Invalid email or password"));
+    QVERIFY(error && error->isVisible());
+    QCOMPARE(areaOf(error), QRectF(40, 252, 340, 18));
+    QCOMPARE(areaOf(f.signIn()).top(), 282);
+    QCOMPARE(areaOf(f.google()).top(), 366);
+    QCOMPARE(areaOf(f.button(QStringLiteral("Sign up"))).top(), 436);
+    QVERIFY(f.signIn()->isVisible());
+    QVERIFY(f.password()->hasActiveFocus());
+    QCOMPARE(f.password()->property("selectionStart").toInt(), 0);
+    QCOMPARE(f.password()->property("selectionEnd").toInt(), 6);
+    // Typing replaces the wrong password.
+    f.type(QStringLiteral("z"));
+    f.press(Qt::Key_Return);
+    QCOMPARE(f.auth.logins.last().second, QStringLiteral("z"));
+    QVERIFY(!error->isVisible());
+}
+
+void TestLoginWindow::twoLineErrorPushesFurther()
+{
+    Fixture f;
+    QVERIFY(f.show());
+    f.controller.viewModel().setErrorMessage(
+        QStringLiteral("Connection error (-1). Check your internet connection. Then try again."));
+    QCOMPARE(areaOf(f.signIn()).top(), 262 + 38);
+}
+
+QUELLORA_TEST(QGuiApplication, TestLoginWindow)
+#include "test_login_window.moc"

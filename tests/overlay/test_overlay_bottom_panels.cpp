@@ -1,0 +1,261 @@
+#include "OverlayDriver.h"
+#include "support/TestProgram.h"
+
+#include <QGuiApplication>
+
+using namespace quellora;
+
+/// The bottom panels inside the overlay: what they show, how high they are, what presses do.
+class TestOverlayBottomPanels : public OverlayDriver
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void heightIsReportedAndShapesTheAnswer()
+    {
+        QSignalSpy reported(&f().panels, &BottomPanelsModel::heightChanged);
+        show();
+        QCOMPARE(f().panels.reportedHeight(), 140.0);
+        QCOMPARE(f().overlay.responseRect(), QRectF(0, 72, 596, 532));
+        QCOMPARE(f().overlay.clickThroughRect(), QRect(0, 72, 596, 532));
+        f().panels.setStagedScreenshotData(OverlayFixture::screenshot());
+        QCOMPARE(f().panels.reportedHeight(), 204.0);
+        QCOMPARE(f().find("responseArea")->height(), 468.0);
+        f().panels.setStagedScreenshotData(std::nullopt);
+        QCOMPARE(f().panels.reportedHeight(), 140.0);
+        QVERIFY(reported.size() >= 3);
+        f().panel.resize(320, 280);
+        QTRY_COMPARE(f().panels.reportedHeight(), 76.0);
+        QCOMPARE(f().overlay.responseRect().height(), 132.0);
+    }
+
+    void firstLaunchCardStaysUntilAcknowledged()
+    {
+        f().defaults.remove(QLatin1String(DefaultsKey::hasLaunchedBefore));
+        show();
+        QCOMPARE(f().find("firstLaunchCard")->height(), 185.0);
+        QCOMPARE(f().panels.reportedHeight(), 140.0 + 185 + 8);
+        click("gotIt");
+        QVERIFY(!f().find("firstLaunchCard")->isVisible());
+        QCOMPARE(f().panels.reportedHeight(), 140.0);
+        QCOMPARE(f().defaults.boolValue(QLatin1String(DefaultsKey::hasLaunchedBefore)), true);
+    }
+
+    void informationalCardCollapses()
+    {
+        f().panels.setAdminMessage(OverlayFixture::message(
+            QStringLiteral("INFORMATIONAL"), QStringLiteral("News"), QStringLiteral("One line")));
+        connect(&f().panels, &BottomPanelsModel::informationalCollapseToggled, &f().panels,
+                [this] { f().panels.setInformationalCollapsed(!f().panels.isMessageCollapsed()); });
+        show();
+        QCOMPARE(f().find("serviceCard")->height(), 36.0 + 19 + 12);
+        QVERIFY(f().find("messageScroller")->isVisible());
+        click("collapseMessage");
+        QCOMPARE(f().find("serviceCard")->height(), 36.0);
+        QVERIFY(!f().find("messageScroller")->isVisible());
+        click("collapseMessage");
+        QVERIFY(f().find("messageScroller")->isVisible());
+    }
+
+    void blockingCardHasNoChevronButItsAction()
+    {
+        f().panels.setAdminMessage(OverlayFixture::blocking());
+        show();
+        QVERIFY(!f().find("collapseMessage")->isVisible());
+        QSignalSpy asked(&f().panels, &BottomPanelsModel::messageActionRequested);
+        click("messageAction");
+        QCOMPARE(asked.size(), 1);
+        QCOMPARE(asked.first().first().toUrl(),
+                 QUrl(QStringLiteral("https://example.com/account/billing")));
+        f().panel.resize(320, 280);
+        QTRY_VERIFY(f().find("compactMessageAction")->isVisible());
+        QVERIFY(!f().find("messageAction")->isVisible());
+        click("compactMessageAction");
+        QCOMPARE(asked.size(), 2);
+    }
+
+    void aLongMessageScrolls()
+    {
+        f().panels.setAdminMessage(
+            OverlayFixture::message(QStringLiteral("INFORMATIONAL"), QStringLiteral("News"),
+                                    QStringLiteral("A paragraph.\n\n").repeated(60)));
+        showActive();
+        QCOMPARE(f().find("serviceCard")->height(), 268.0);
+        QQuickItem *scroller = f().find("messageScroller");
+        QVERIFY(scroller->property("contentHeight").toDouble() > scroller->height());
+        scroller->forceActiveFocus(Qt::TabFocusReason);
+        QTest::keyClick(&f().panel, Qt::Key_Down);
+        QCOMPARE(scroller->property("contentY").toDouble(), 19.0);
+        QTest::keyClick(&f().panel, Qt::Key_Up);
+        QTest::keyClick(&f().panel, Qt::Key_Up);
+        QCOMPARE(scroller->property("contentY").toDouble(), 0.0);
+    }
+
+    void removingTheAttachment()
+    {
+        f().panels.setStagedScreenshotData(OverlayFixture::screenshot());
+        connect(&f().panels, &BottomPanelsModel::attachmentRemoved, &f().panels,
+                [this] { f().panels.setStagedScreenshotData(std::nullopt); });
+        show();
+        QTRY_COMPARE(f().find("attachmentCaption")->property("text").toString(),
+                     QStringLiteral("1280 \u00d7 800 \u00b7 goes with your next message"));
+        click("removeAttachment");
+        QVERIFY(!f().find("attachmentRow")->isVisible());
+    }
+
+    void disabledActionsTakeNoPress()
+    {
+        show();
+        QSignalSpy sent(&f().panels, &BottomPanelsModel::sendRequested);
+        QSignalSpy noted(&f().panels, &BottomPanelsModel::noteRequested);
+        click("send");
+        click("addNote");
+        QCOMPARE(sent.size() + noted.size(), 0);
+        f().panels.setPromptText(QStringLiteral("text"));
+        click("send");
+        QCOMPARE(sent.size(), 1);
+        click("addNote");
+        QCOMPARE(noted.size(), 1);
+        QVERIFY(f().panels.promptText().isEmpty());
+    }
+
+    void blockedActionsTakePresses()
+    {
+        f().panels.setBlocked(true);
+        show();
+        QSignalSpy sent(&f().panels, &BottomPanelsModel::sendRequested);
+        QSignalSpy captured(&f().panels, &BottomPanelsModel::captureAndSendRequested);
+        QSignalSpy staged(&f().panels, &BottomPanelsModel::captureNoSendRequested);
+        click("send");
+        click("captureAndSend");
+        click("captureNoSend");
+        QCOMPARE(sent.size(), 1);
+        QCOMPARE(captured.size(), 1);
+        QCOMPARE(staged.size(), 1);
+        QVERIFY(f().find("send")->property("blocked").toBool());
+        QVERIFY(f().find("captureAndSend")->property("blocked").toBool());
+        QVERIFY(!f().find("captureNoSend")->property("blocked").toBool());
+    }
+
+    void capturingDisablesBothCaptures()
+    {
+        f().panels.setCapturing(true);
+        f().panels.setPromptText(QStringLiteral("text"));
+        show();
+        QVERIFY(!f().find("captureAndSend")->isEnabled());
+        QVERIFY(!f().find("captureNoSend")->isEnabled());
+        QVERIFY(f().find("captureAndSend")->property("busy").toBool());
+        QVERIFY(f().find("send")->isEnabled());
+    }
+
+    void modelListByPointer()
+    {
+        storeChosenModel();
+        show();
+        click("modelPicker");
+        QCOMPARE(f().panels.reportedHeight(), 140.0 + 3 * 36 + 8 + 8);
+        f().panel.grabWindow(); // rows exist once they were laid out
+        const QPoint top = f().find("modelList")->mapToScene({40, 18}).toPoint();
+        QTest::mouseClick(&f().panel, Qt::LeftButton, {}, top);
+        QCOMPARE(f().panels.selectedModelId(), QStringLiteral("fast"));
+        QCOMPARE(f().panels.reportedHeight(), 140.0);
+        click("modelPicker");
+        click("modelPicker");
+        QCOMPARE(f().panels.reportedHeight(), 140.0);
+    }
+
+    void modelListByKeys()
+    {
+        storeChosenModel();
+        showActive();
+        f().find("modelPicker")->forceActiveFocus(Qt::TabFocusReason);
+        QTest::keyClick(&f().panel, Qt::Key_Return);
+        QVERIFY(f().find("modelList")->hasActiveFocus());
+        QTest::keyClick(&f().panel, Qt::Key_Down);
+        QTest::keyClick(&f().panel, Qt::Key_Return);
+        QCOMPARE(f().panels.selectedModelId(), QStringLiteral("deep"));
+        QVERIFY(f().find("modelPicker")->hasActiveFocus());
+        QTest::keyClick(&f().panel, Qt::Key_Down);
+        QTest::keyClick(&f().panel, Qt::Key_Home);
+        QTest::keyClick(&f().panel, Qt::Key_Escape);
+        QCOMPARE(f().panels.selectedModelId(), QStringLiteral("deep"));
+        QVERIFY(f().find("modelPicker")->hasActiveFocus());
+        QCOMPARE(f().panels.reportedHeight(), 140.0);
+    }
+
+    void modelListClosesWhenTheModelsGo()
+    {
+        show();
+        click("modelPicker");
+        f().panels.setAvailableModels({});
+        QCOMPARE(f().panels.reportedHeight(), 140.0);
+        QVERIFY(!f().find("modelPicker")->isEnabled());
+    }
+
+    void saveThreadShowsWhatIsStored()
+    {
+        show();
+        QSignalSpy toggled(&f().panels, &BottomPanelsModel::keepAIHistoryToggled);
+        click("saveThread"); // nobody stores it
+        QCOMPARE(toggled.size(), 1);
+        QVERIFY(!f().find("saveThread")->property("checked").toBool());
+        f().panels.setKeepAIHistoryEnabled(true);
+        QVERIFY(f().find("saveThread")->property("checked").toBool());
+        click("saveThread");
+        QCOMPARE(toggled.last().first().toBool(), false);
+    }
+
+    void newThread()
+    {
+        show();
+        QSignalSpy asked(&f().panels, &BottomPanelsModel::newThreadRequested);
+        click("newThread");
+        QCOMPARE(asked.size(), 1);
+        f().panel.resize(320, 280);
+        QTRY_VERIFY(f().find("compactNewThread")->isVisible());
+        click("compactNewThread");
+        QCOMPARE(asked.size(), 2);
+    }
+
+    void thePromptGrowsAndScrolls()
+    {
+        show();
+        f().panels.setPromptText(QStringLiteral("1\n2\n3"));
+        QTRY_COMPARE(f().find("promptBox")->height(), 108.0);
+        f().panels.setPromptText(QStringLiteral("1\n2\n3\n4\n5\n6\n7\n8"));
+        QTRY_COMPARE(f().find("promptBox")->height(), 148.0);
+        QCOMPARE(f().panels.reportedHeight(), 200.0);
+        f().panels.setPromptText(QString());
+        QTRY_COMPARE(f().find("promptBox")->height(), 88.0);
+    }
+
+    void theHintShowsWhileTypingInAWidePanel()
+    {
+        showActive();
+        QVERIFY(f().find("sendHint")->isVisible());
+        f().find("modelPicker")->forceActiveFocus(Qt::TabFocusReason);
+        QVERIFY(!f().find("sendHint")->isVisible());
+        f().find("promptInput")->forceActiveFocus(Qt::TabFocusReason);
+        f().panel.resize(559, 744);
+        QTRY_VERIFY(!f().find("sendHint")->isVisible());
+    }
+
+    void wideWindowsCentreTheContent()
+    {
+        f().panel.resize(1440, 900);
+        show();
+        const QQuickItem *box = f().find("promptBox");
+        QCOMPARE(box->width(), 960.0);
+        QCOMPARE(box->mapToScene({}).x(), 240.0);
+    }
+
+private:
+    /// The owner's part of choosing a model.
+    void storeChosenModel()
+    {
+        connect(&f().panels, &BottomPanelsModel::modelSelected, &f().panels,
+                &BottomPanelsModel::setSelectedModelId);
+    }
+};
+
+QUELLORA_TEST(QGuiApplication, TestOverlayBottomPanels)
+#include "test_overlay_bottom_panels.moc"

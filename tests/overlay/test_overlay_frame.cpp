@@ -1,0 +1,397 @@
+#include "OverlayDriver.h"
+#include "support/TestProgram.h"
+
+#include <QGuiApplication>
+
+using namespace quellora;
+
+/// Menu, strip, scrollbar, opacity and window buttons; and rest.
+class TestOverlayFrame : public OverlayDriver
+{
+    Q_OBJECT
+private Q_SLOTS:
+    // The menu
+
+    void menuOpensOnItsFirstRowAndReturns()
+    {
+        showActive();
+        QSignalSpy account(&f().menu, &HamburgerMenuModel::accountRequested);
+        f().find("menuButton")->forceActiveFocus(Qt::TabFocusReason);
+        QTest::keyClick(&f().panel, Qt::Key_Return);
+        QVERIFY(f().overlay.isMenuOpen());
+        QCOMPARE(focusName(), QStringLiteral("Account"));
+        QTest::keyClick(&f().panel, Qt::Key_Down);
+        QCOMPARE(focusName(), QStringLiteral("Upgrade"));
+        QTest::keyClick(&f().panel, Qt::Key_Down);
+        QCOMPARE(focusName(), QStringLiteral("Sign Out"));
+        QTest::keyClick(&f().panel, Qt::Key_Tab);
+        QCOMPARE(focusName(), QStringLiteral("Account"));
+        QTest::keyClick(&f().panel, Qt::Key_End);
+        QCOMPARE(focusName(), QStringLiteral("Sign Out"));
+        QTest::keyClick(&f().panel, Qt::Key_Escape);
+        QVERIFY(!f().overlay.isMenuOpen());
+        QCOMPARE(focusName(), QStringLiteral("Menu"));
+        QCOMPARE(account.size(), 0);
+    }
+
+    void menuRowsRunAndClose()
+    {
+        showActive();
+        QSignalSpy account(&f().menu, &HamburgerMenuModel::accountRequested);
+        QSignalSpy upgrade(&f().menu, &HamburgerMenuModel::upgradeRequested);
+        click("menuButton");
+        click("menuAccount");
+        QCOMPARE(account.size(), 1);
+        QVERIFY(!f().overlay.isMenuOpen());
+        click("menuButton");
+        QTest::keyClick(&f().panel, Qt::Key_Up);
+        QTest::keyClick(&f().panel, Qt::Key_Up);
+        QTest::keyClick(&f().panel, Qt::Key_Return);
+        QCOMPARE(upgrade.size(), 1);
+        QVERIFY(!f().overlay.isMenuOpen());
+        QSignalSpy signOut(&f().menu, &HamburgerMenuModel::signOutRequested);
+        click("menuButton");
+        click("menuSignOut");
+        QCOMPARE(signOut.size(), 1);
+        QVERIFY(!f().overlay.isMenuOpen());
+    }
+
+    void unavailableRowsAreNotThere()
+    {
+        show();
+        f().overlay.setMenuOpen(true);
+        QVERIFY(!f().find("menuHistory")->isVisible());
+        QVERIFY(!f().find("menuSettings")->isVisible());
+        QCOMPARE(f().find("hamburgerMenu")->height(), 194.0);
+        f().menu.setHistoryAvailable(true);
+        f().menu.setSettingsAvailable(true);
+        QTRY_COMPARE(f().find("hamburgerMenu")->height(), 262.0);
+        QSignalSpy history(&f().menu, &HamburgerMenuModel::historyRequested);
+        click("menuHistory");
+        QCOMPARE(history.size(), 1);
+    }
+
+    void theMenuFitsTheSmallestWindow()
+    {
+        f().panel.resize(320, 280);
+        f().menu.setHistoryAvailable(true);
+        f().menu.setSettingsAvailable(true);
+        show();
+        f().overlay.setMenuOpen(true);
+        const QQuickItem *card = f().find("hamburgerMenu");
+        QTRY_COMPARE(card->y(), 36.0);
+        QVERIFY(card->y() + card->height() <= 276);
+        QVERIFY(f().find("menuSignOut")->height() >= 28);
+        QSignalSpy signOut(&f().menu, &HamburgerMenuModel::signOutRequested);
+        click("menuSignOut");
+        QCOMPARE(signOut.size(), 1);
+    }
+
+    void aPressOutsideClosesTheMenu()
+    {
+        show();
+        click("menuButton");
+        QVERIFY(f().overlay.isMenuOpen());
+        press({300, 50}); // the strip's free area
+        QVERIFY(!f().overlay.isMenuOpen());
+        QTest::mouseRelease(&f().panel, Qt::LeftButton, {}, {300, 50});
+        QVERIFY(!f().panel.dragStart());
+        click("menuButton");
+        click("menuButton");
+        QVERIFY(!f().overlay.isMenuOpen());
+    }
+
+    void usageBadgeOpensTheMenu()
+    {
+        show();
+        f().overlay.setUsage(96);
+        QSignalSpy clicked(&f().overlay, &OverlayModel::usageClicked);
+        click("usageBadge");
+        QCOMPARE(clicked.size(), 1);
+    }
+
+    // The strip
+
+    void stripShowsOneState()
+    {
+        show();
+        QCOMPARE(text("threadTitle"), QStringLiteral("Ready"));
+        QVERIFY(!f().find("stop")->isVisible());
+        QVERIFY(!f().find("copyAnswer")->isVisible());
+        f().overlay.setTitle(QStringLiteral("A thread"));
+        f().overlay.setHasAnswer(true);
+        QCOMPARE(text("threadTitle"), QStringLiteral("A thread"));
+        QVERIFY(f().find("copyAnswer")->isVisible());
+        f().overlay.setActivity(OverlayModel::Activity::Waiting);
+        QVERIFY(f().find("stop")->isVisible());
+        QVERIFY(!f().find("copyAnswer")->isVisible());
+        f().overlay.setActivity(OverlayModel::Activity::Capturing);
+        QVERIFY(f().find("stop")->isVisible());
+        QVERIFY(f().find("status")->isVisible());
+        QVERIFY(f().find("threadTitle")->isVisible());
+        f().panel.resize(320, 280);
+        QTRY_VERIFY(!f().find("threadTitle")->isVisible());
+        f().overlay.setActivity(OverlayModel::Activity::Idle);
+        QVERIFY(f().find("threadTitle")->isVisible());
+        QVERIFY(!f().find("stop")->isVisible());
+    }
+
+    void aNoticeTakesThePlaceOfTheTitleOnly()
+    {
+        show();
+        f().overlay.setTitle(QStringLiteral("A thread"));
+        f().overlay.setActivity(OverlayModel::Activity::Waiting);
+        centre("stop");
+        const QRectF stop = f().find("stop")->mapRectToScene(f().find("stop")->boundingRect());
+        f().overlay.showNotice(QStringLiteral("The browser could not be opened"));
+        QVERIFY(f().find("notice")->isVisible());
+        QVERIFY(!f().find("threadTitle")->isVisible());
+        centre("stop");
+        QCOMPARE(f().find("stop")->mapRectToScene(f().find("stop")->boundingRect()), stop);
+        QVERIFY(!f().find("noticeWords")->property("truncated").toBool());
+        QSignalSpy stopped(&f().overlay, &OverlayModel::stopRequested);
+        click("stop");
+        QCOMPARE(stopped.size(), 1);
+        f().overlay.showNotice(QString());
+        QVERIFY(!f().find("notice")->isVisible());
+        QVERIFY(f().find("threadTitle")->isVisible());
+    }
+
+    void aNoticeFitsTheSmallestWindowBesideStop()
+    {
+        f().panel.resize(320, 280);
+        f().overlay.setUsage(100);
+        f().overlay.setActivity(OverlayModel::Activity::Waiting);
+        show();
+        f().overlay.showNotice(QStringLiteral("The browser could not be opened"));
+        centre("stop");
+        const QQuickItem *notice = f().find("notice");
+        const QQuickItem *stop = f().find("stop");
+        QVERIFY(stop->isVisible());
+        QVERIFY(stop->mapToScene({stop->width(), 0}).x() <= 314);
+        QVERIFY2(!f().find("noticeWords")->property("truncated").toBool(),
+                 qPrintable(QString::number(notice->width())));
+        QVERIFY(notice->mapToScene({notice->width(), 0}).x() <= stop->mapToScene({}).x());
+        f().overlay.showNotice(QString());
+        QVERIFY(f().find("status")->isVisible());
+        QVERIFY(f().find("usageBadge")->isVisible());
+    }
+
+    void stripFitsTheSmallestWindow()
+    {
+        f().panel.resize(320, 280);
+        f().overlay.setUsage(100);
+        f().overlay.setTitle(QStringLiteral("A rather long title of a thread"));
+        f().overlay.setActivity(OverlayModel::Activity::Waiting);
+        show();
+        centre("usageBadge");
+        const QQuickItem *badge = f().find("usageBadge");
+        QVERIFY(badge->mapToScene({}).x() >= 6);
+        const QQuickItem *stop = f().find("stop");
+        QVERIFY(stop->mapToScene({stop->width(), 0}).x() <= 314);
+        f().overlay.setActivity(OverlayModel::Activity::Capturing);
+        QTRY_VERIFY(badge->mapToScene({}).x() >= 6);
+        QVERIFY(stop->mapToScene({stop->width(), 0}).x() <= 314);
+    }
+
+    void oneButtonLeadsBackToTheThread()
+    {
+        show();
+        f().overlay.setTitle(QStringLiteral("A thread"));
+        f().overlay.setHasAnswer(true);
+        QVERIFY(!f().find("backToThread")->isVisible());
+        f().overlay.setThreadCovered(true);
+        QVERIFY(f().find("copyAnswer")->isVisible());
+        QSignalSpy back(&f().overlay, &OverlayModel::backToThreadRequested);
+        click("backToThread");
+        QCOMPARE(back.size(), 1);
+        f().overlay.setThreadCovered(false);
+        QVERIFY(!f().find("backToThread")->isVisible());
+    }
+
+    void aThreadThatIsNotSavedSaysSo()
+    {
+        using SaveState = OverlayModel::SaveState;
+        show();
+        f().overlay.setTitle(QStringLiteral("A thread"));
+        QVERIFY(!f().find("drive")->isVisible() && !f().find("notSaved")->isVisible());
+        const qreal plain = f().find("threadTitle")->x();
+        f().overlay.setSaveState(SaveState::Saving);
+        QVERIFY(f().find("drive")->isVisible() && !f().find("notSaved")->isVisible());
+        const qreal marked = f().find("threadTitle")->x();
+        QVERIFY(marked > plain);
+        f().overlay.setSaveState(SaveState::Saved);
+        QVERIFY(f().find("drive")->isVisible());
+        QCOMPARE(f().find("threadTitle")->x(), marked);
+        f().overlay.setSaveState(SaveState::Failed, QStringLiteral("No space left on device"));
+        QVERIFY(!f().find("drive")->isVisible() && f().find("notSaved")->isVisible());
+        const QQuickItem *words = f().find("notSavedWords");
+        QVERIFY(words->isVisible());
+        QVERIFY(f().find("threadTitle")->x() >= words->x() + words->width());
+        QCOMPARE(f().find("notSaved")->property("name").toString(),
+                 QStringLiteral("Not saved: No space left on device. Press to try again."));
+        QSignalSpy retried(&f().overlay, &OverlayModel::retrySavingRequested);
+        click("notSaved");
+        QCOMPARE(retried.size(), 1);
+        // Also without a title, and beside a notice.
+        f().overlay.setTitle(QString());
+        QVERIFY(f().find("notSaved")->isVisible());
+        f().overlay.showNotice(QStringLiteral("The note can't be deleted"));
+        QVERIFY(f().find("notice")->x() >= words->x() + words->width());
+    }
+
+    void everythingFitsTheSmallestWindowAtOnce()
+    {
+        f().panel.resize(320, 280);
+        f().overlay.setUsage(100);
+        f().overlay.setTitle(QStringLiteral("A rather long title of a thread"));
+        f().overlay.setActivity(OverlayModel::Activity::Waiting);
+        f().overlay.setSaveState(OverlayModel::SaveState::Failed, QStringLiteral("no"));
+        f().overlay.setThreadCovered(true);
+        show();
+        centre("stop");
+        QVERIFY(!f().find("notSavedWords")->isVisible());
+        const auto scene = [this](const char *name) {
+            const QQuickItem *item = f().find(name);
+            return item->mapRectToScene(item->boundingRect());
+        };
+        QVERIFY(scene("notSaved").right() <= scene("usageBadge").left());
+        QVERIFY(scene("usageBadge").right() <= scene("backToThread").left());
+        QVERIFY(scene("backToThread").right() <= scene("status").left());
+        QVERIFY(scene("stop").right() <= 314);
+    }
+
+    void copySaysThatItCopied()
+    {
+        show();
+        f().overlay.setHasAnswer(true);
+        QSignalSpy copied(&f().overlay, &OverlayModel::copyAnswerRequested);
+        click("copyAnswer");
+        QCOMPARE(copied.size(), 1);
+        QCOMPARE(f().find("copyAnswer")->property("iconName").toString(), QStringLiteral("check"));
+        QTRY_COMPARE(f().find("copyAnswer")->property("iconName").toString(),
+                     QStringLiteral("copy"));
+    }
+
+    // The scrollbar
+
+    void scrollbarByPointer()
+    {
+        show();
+        QCOMPARE(f().scrollbar.trackRect().height(), 532.0 - 60);
+        f().scrollbar.updatePosition(0, 1064, 532);
+        QSignalSpy fraction(&f().scrollbar, &ResponseScrollbarModel::thumbFractionChanged);
+        QSignalSpy pixels(&f().scrollbar, &ResponseScrollbarModel::scrollByPixels);
+        QSignalSpy up(&f().scrollbar, &ResponseScrollbarModel::scrollUp);
+        const QPoint thumb = centre("scrollThumb");
+        press(thumb);
+        moveTo(thumb + QPoint(0, 59));
+        QCOMPARE(fraction.last().first().toDouble(), 0.25);
+        QTest::mouseRelease(&f().panel, Qt::LeftButton, {}, thumb + QPoint(0, 59));
+        QVERIFY(!f().scrollbar.isDragging());
+        click("scrollUp");
+        QCOMPARE(up.size(), 1);
+        wheel("scrollbarArea", {}, {0, -120});
+        QCOMPARE(pixels.takeFirst().first().toDouble(), 40.0);
+        // A mouse whose driver adds pixel distances is still a wheel.
+        wheel("scrollbarArea", {0, -15}, {0, -120});
+        QCOMPARE(pixels.takeFirst().first().toDouble(), 40.0);
+        QPointingDevice pad(QStringLiteral("pad"), 77, QInputDevice::DeviceType::TouchPad,
+                            QPointingDevice::PointerType::Finger,
+                            QInputDevice::Capability::PixelScroll, 2, 0);
+        wheel("scrollbarArea", {0, -10}, {0, -20}, &pad);
+        QCOMPARE(pixels.takeFirst().first().toDouble(), 10.0);
+    }
+
+    void scrollbarByKeys()
+    {
+        showActive();
+        f().scrollbar.updatePosition(0, 1064, 532);
+        QSignalSpy down(&f().scrollbar, &ResponseScrollbarModel::scrollDown);
+        QSignalSpy fraction(&f().scrollbar, &ResponseScrollbarModel::thumbFractionChanged);
+        f().find("scrollThumb")->forceActiveFocus(Qt::TabFocusReason);
+        QTest::keyClick(&f().panel, Qt::Key_Down);
+        QTest::keyClick(&f().panel, Qt::Key_End);
+        QCOMPARE(down.size(), 1);
+        QCOMPARE(fraction.takeFirst().first().toDouble(), 1.0);
+    }
+
+    void disabledScrollbarTakesNoPress()
+    {
+        show();
+        f().scrollbar.updatePosition(0, 100, 532);
+        QSignalSpy up(&f().scrollbar, &ResponseScrollbarModel::scrollUp);
+        click("scrollUp");
+        QCOMPARE(up.size(), 0);
+        QVERIFY(!f().find("scrollUp")->isEnabled());
+    }
+
+    // Opacity
+
+    void opacityOfTheLayersFollows()
+    {
+        show();
+        f().overlay.setCurrentAlpha(0.35);
+        QCOMPARE(f().find("responseBackdrop")->opacity(), 0.35);
+        QCOMPARE(f().find("responseBackground")->opacity(), 0.35);
+        QCOMPARE(f().find("opacitySlider")->property("value").toDouble(), 0.35);
+        QCOMPARE(f().find("controlBar")->opacity(), 1.0);
+    }
+
+    void sliderByKeys()
+    {
+        showActive();
+        QSignalSpy moved(&f().overlay, &OverlayModel::sliderMoved);
+        connect(&f().overlay, &OverlayModel::sliderMoved, &f().overlay,
+                &OverlayModel::setCurrentAlpha);
+        f().find("opacitySlider")->forceActiveFocus(Qt::TabFocusReason);
+        QTest::keyClick(&f().panel, Qt::Key_Left);
+        QCOMPARE(qRound(f().overlay.currentAlpha() * 100), 87);
+        QTest::keyClick(&f().panel, Qt::Key_Right, Qt::ShiftModifier);
+        QCOMPARE(qRound(f().overlay.currentAlpha() * 100), 97);
+        QTest::keyClick(&f().panel, Qt::Key_Right, Qt::ShiftModifier);
+        QCOMPARE(f().overlay.currentAlpha(), 1.0);
+        QCOMPARE(moved.size(), 3);
+    }
+
+    void windowButtons()
+    {
+        show();
+        QSignalSpy closed(&f().overlay, &OverlayModel::closeRequested);
+        QSignalSpy minimized(&f().overlay, &OverlayModel::minimizeRequested);
+        QSignalSpy zoomed(&f().overlay, &OverlayModel::zoomRequested);
+        click("closeButton");
+        click("minimizeButton");
+        click("zoomButton");
+        QCOMPARE(closed.size(), 1);
+        QCOMPARE(minimized.size(), 1);
+        QCOMPARE(zoomed.size(), 1);
+    }
+
+    // Rest
+
+    void nothingIsDrawnAtRest()
+    {
+        show();
+        f().overlay.setTitle(QStringLiteral("Thread"));
+        f().overlay.setHasAnswer(true);
+        QVERIFY(isStill());
+        f().overlay.setActivity(OverlayModel::Activity::Waiting);
+        QVERIFY(!isStill());
+        f().overlay.setActivity(OverlayModel::Activity::Idle);
+        QVERIFY(isStill());
+    }
+
+    void theAnswerIsCreatedAfterTheFirstFrame()
+    {
+        f().responseView = OverlayFixture::emptyResponse();
+        f().panel.setContent(f().engine, {f().overlay, f().panels, f().menu, f().scrollbar,
+                                          f().responseView, nullptr});
+        QVERIFY(!f().panel.overlayItem()->property("isResponseActive").toBool());
+        f().panel.show();
+        QTRY_VERIFY(f().panel.overlayItem()->property("isResponseActive").toBool());
+    }
+};
+
+QUELLORA_TEST(QGuiApplication, TestOverlayFrame)
+#include "test_overlay_frame.moc"

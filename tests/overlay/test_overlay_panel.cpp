@@ -1,0 +1,531 @@
+#include "OverlayDriver.h"
+#include "support/TestProgram.h"
+
+#include <QGuiApplication>
+#include <QClipboard>
+
+#include <algorithm>
+#include <ctime>
+
+using namespace quellora;
+
+namespace {
+
+/// Processor time of this thread so far.
+double threadSeconds()
+{
+    timespec time{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return double(time.tv_sec) + double(time.tv_nsec) / 1e9;
+}
+
+} // namespace
+
+/// The panel as a window, and the keys inside it.
+class TestOverlayPanel : public OverlayDriver
+{
+    Q_OBJECT
+private Q_SLOTS:
+    // The window
+
+    void windowNeverTakesTheFocusByItself()
+    {
+        const Qt::WindowFlags flags = f().panel.flags();
+        QVERIFY(flags.testFlag(Qt::FramelessWindowHint));
+        QVERIFY(flags.testFlag(Qt::WindowStaysOnTopHint));
+        QVERIFY(flags.testFlag(Qt::NoDropShadowWindowHint));
+        QVERIFY(flags.testFlag(Qt::WindowDoesNotAcceptFocus));
+        QCOMPARE(flags & Qt::WindowType_Mask, Qt::WindowFlags(Qt::Tool));
+        QCOMPARE(f().panel.property("_q_showWithoutActivating").toBool(), true);
+        QCOMPARE(f().panel.minimumSize(), QSize(320, 280));
+        QCOMPARE(f().panel.color(), QColor(Qt::transparent));
+        QCOMPARE(f().panel.format().alphaBufferSize(), 8);
+    }
+
+    void aPressOnTheTextAsksForTheKeyboard()
+    {
+        show();
+        click("promptInput");
+        QCOMPARE(f().platform.count(QStringLiteral("makeKey")), 1);
+        QCOMPARE(f().platform.keyWindow.data(), static_cast<QWindow *>(&f().panel));
+    }
+
+    void otherPressesLeaveTheKeyboardAlone()
+    {
+        show();
+        f().panels.setPromptText(QStringLiteral("text"));
+        for (const char *name : {"addNote", "captureAndSend", "menuButton", "menuScrim",
+                                 "saveThread", "opacitySlider"})
+            click(name);
+        press({300, 50}); // the strip's free area
+        QTest::mouseRelease(&f().panel, Qt::LeftButton, {}, {300, 50});
+        QCOMPARE(f().platform.count(QStringLiteral("makeKey")), 0);
+    }
+
+    void anOpenMenuCoversTheText()
+    {
+        show();
+        f().overlay.setMenuOpen(true);
+        click("promptInput");
+        QCOMPARE(f().platform.count(QStringLiteral("makeKey")), 0);
+        QVERIFY(!f().overlay.isMenuOpen());
+    }
+
+    void anOpenMenuLeavesTheAnswerFree()
+    {
+        show();
+        f().overlay.setMenuOpen(true);
+        QTRY_COMPARE(f().find("hamburgerMenu")->opacity(), 1.0);
+        // Without a page the free area is what is below.
+        press({200, 400});
+        QCOMPARE(f().panel.dragStart(), QPointF(200, 400));
+        QTest::mouseRelease(&f().panel, Qt::LeftButton, {}, {200, 400});
+        QVERIFY(f().overlay.isMenuOpen());
+        // Just inside the answer, and just outside: strip, scrollbar, bottom panels.
+        const QRectF answer = f().overlay.responseRect();
+        const int right = int(answer.right());
+        const int bottom = int(answer.bottom());
+        for (const QPoint &at : {QPoint(20, 72), QPoint(right - 1, 400), QPoint(20, bottom - 1)}) {
+            press(at);
+            QTest::mouseRelease(&f().panel, Qt::LeftButton, {}, at);
+            QVERIFY(f().overlay.isMenuOpen());
+        }
+    }
+
+    void besideTheAnswerAPressClosesTheMenu_data()
+    {
+        QTest::addColumn<QPoint>("at");
+        QTest::newRow("strip") << QPoint(20, 71);
+        QTest::newRow("scrollbar") << QPoint(596, 400);
+        QTest::newRow("bottom panels") << QPoint(20, 604);
+    }
+    void besideTheAnswerAPressClosesTheMenu()
+    {
+        QFETCH(QPoint, at);
+        show();
+        f().overlay.setMenuOpen(true);
+        QTRY_COMPARE(f().find("hamburgerMenu")->opacity(), 1.0);
+        QVERIFY(!f().overlay.responseRect().contains(at) ||
+                at.x() == int(f().overlay.responseRect().right()) ||
+                at.y() == int(f().overlay.responseRect().bottom()));
+        press(at);
+        QTest::mouseRelease(&f().panel, Qt::LeftButton, {}, at);
+        QVERIFY(!f().overlay.isMenuOpen());
+    }
+
+    void nothingGoesThroughTheMenuItself()
+    {
+        show();
+        f().overlay.setMenuOpen(true);
+        QTRY_COMPARE(f().find("hamburgerMenu")->opacity(), 1.0);
+        const QPoint at = centre("menuUsage");
+        QVERIFY(f().overlay.responseRect().contains(at));
+        for (const Qt::MouseButton button : {Qt::LeftButton, Qt::RightButton, Qt::MiddleButton})
+            QTest::mouseClick(&f().panel, button, {}, at);
+        QVERIFY(!f().panel.dragStart());
+        QVERIFY(f().overlay.isMenuOpen());
+    }
+
+    void hidingLetsGoOfTheScrollbarsThumb()
+    {
+        show();
+        f().scrollbar.updatePosition(0, 2000, 500);
+        const QPoint at = centre("scrollThumb");
+        press(at);
+        QVERIFY(f().scrollbar.isDragging());
+        f().panel.hide();
+        QVERIFY(!f().scrollbar.isDragging());
+        f().panel.show();
+        const double fraction = f().scrollbar.fraction();
+        moveTo(at + QPoint(0, 80));
+        QCOMPARE(f().scrollbar.fraction(), fraction);
+    }
+
+    void draggingAFreeAreaMovesThePanel_data()
+    {
+        QTest::addColumn<QPoint>("start");
+        QTest::newRow("control bar") << QPoint(300, 17);
+        QTest::newRow("strip") << QPoint(300, 50);
+        QTest::newRow("answer") << QPoint(300, 300);
+        QTest::newRow("between the thread controls") << QPoint(300, 722);
+    }
+    void draggingAFreeAreaMovesThePanel()
+    {
+        QFETCH(QPoint, start);
+        show();
+        f().panel.setPosition(100, 100);
+        press(start);
+        QCOMPARE(f().panel.dragStart(), QPointF(start));
+        moveTo(start + QPoint(25, -10));
+        QCOMPARE(f().panel.position(), QPoint(125, 90));
+        // The pointer stands at the same place of the panel again, so nothing more moves.
+        moveTo(start);
+        QCOMPARE(f().panel.position(), QPoint(125, 90));
+        QTest::mouseRelease(&f().panel, Qt::LeftButton, {}, start);
+        QVERIFY(!f().panel.dragStart());
+        QTest::mouseMove(&f().panel, start + QPoint(50, 50));
+        QCOMPARE(f().panel.position(), QPoint(125, 90));
+    }
+
+    void draggingAControlDoesNotMoveThePanel()
+    {
+        show();
+        f().panel.setPosition(100, 100);
+        f().scrollbar.updatePosition(0, 2000, 500);
+        for (const char *name : {"captureAndSend", "menuButton", "promptInput", "scrollbarArea"}) {
+            const QPoint at = centre(name);
+            press(at);
+            moveTo(at + QPoint(40, 40));
+            QTest::mouseRelease(&f().panel, Qt::LeftButton, {}, at + QPoint(40, 40));
+            QCOMPARE(f().panel.position(), QPoint(100, 100));
+        }
+    }
+
+    void hidingEndsADrag()
+    {
+        show();
+        press({300, 50});
+        f().panel.hide();
+        QVERIFY(!f().panel.dragStart());
+    }
+
+    void edgesResize_data()
+    {
+        QTest::addColumn<QPoint>("start");
+        QTest::addColumn<QPoint>("delta");
+        QTest::addColumn<QRect>("geometry");
+        QTest::newRow("right") << QPoint(621, 400) << QPoint(30, 9) << QRect(100, 100, 654, 744);
+        QTest::newRow("left") << QPoint(2, 400) << QPoint(20, 9) << QRect(120, 100, 604, 744);
+        QTest::newRow("top") << QPoint(300, 2) << QPoint(9, -20) << QRect(100, 80, 624, 764);
+        QTest::newRow("bottom") << QPoint(300, 741) << QPoint(9, 10) << QRect(100, 100, 624, 754);
+        QTest::newRow("corner") << QPoint(621, 741) << QPoint(10, 20) << QRect(100, 100, 634, 764);
+        QTest::newRow("not below the least size")
+            << QPoint(621, 741) << QPoint(-600, -700) << QRect(100, 100, 320, 280);
+    }
+    void edgesResize()
+    {
+        QFETCH(QPoint, start);
+        QFETCH(QPoint, delta);
+        QFETCH(QRect, geometry);
+        show();
+        f().panel.setPosition(100, 100);
+        press(start);
+        moveTo(start + delta);
+        QTRY_COMPARE(f().panel.geometry(), geometry);
+        const QPoint pointer = QPoint(100, 100) + start + delta;
+        QTest::mouseRelease(&f().panel, Qt::LeftButton, {}, f().panel.mapFromGlobal(pointer));
+        QCOMPARE(f().panel.geometry(), geometry);
+        QCOMPARE(f().overlay.isCompact(), geometry.width() < 440);
+        QCOMPARE(f().panel.overlayItem()->size(), QSizeF(geometry.size()));
+    }
+
+    void closingFromOutsideCountsAsTheCloseButton()
+    {
+        show();
+        QSignalSpy closed(&f().overlay, &OverlayModel::closeRequested);
+        static_cast<QWindow &>(f().panel).close();
+        QTRY_COMPARE(closed.size(), 1);
+        QCoreApplication::processEvents();
+        QCOMPARE(closed.size(), 1);
+        f().panel.show();
+        f().panel.close();
+        QCoreApplication::processEvents();
+        QCOMPARE(closed.size(), 1);
+    }
+
+    void compositingIsFollowed()
+    {
+        f().overlay.setCurrentAlpha(0);
+        show();
+        QVERIFY(f().overlay.isCompositing());
+        f().platform.setCompositing(false);
+        QVERIFY(!f().overlay.isCompositing());
+        const QImage picture = f().panel.grabWindow();
+        QVERIFY(picture.pixelColor(0, 0) != QColor(Qt::black));
+        QCOMPARE(picture.pixelColor(300, 300), QColor(0x1c, 0x1e, 0x24));
+    }
+
+    void cornersAreRoundAndTheAnswerTranslucent()
+    {
+        f().overlay.setAppliedTheme(AppTheme::Light);
+        f().overlay.setCurrentAlpha(0.5);
+        show();
+        // Off screen everything lies over black.
+        const QImage picture = f().panel.grabWindow();
+        QCOMPARE(picture.pixelColor(0, 0), QColor(Qt::black));
+        QCOMPARE(picture.pixelColor(623, 743), QColor(Qt::black));
+        QVERIFY(picture.pixelColor(300, 15).blue() > 20);
+        // Two layers of 0.93 x 0.5 each.
+        const int expected = qRound(0xf7 * (1 - (1 - 0.465) * (1 - 0.465)));
+        QVERIFY(qAbs(picture.pixelColor(300, 300).red() - expected) <= 2);
+    }
+
+    // Keys
+
+    void returnSendsAndShiftReturnAddsALine()
+    {
+        showActive();
+        QSignalSpy sent(&f().panels, &BottomPanelsModel::sendRequested);
+        type(QStringLiteral("ab"));
+        QTest::keyClick(&f().panel, Qt::Key_Return, Qt::ShiftModifier);
+        type(QStringLiteral("c"));
+        QCOMPARE(f().panels.promptText(), QStringLiteral("ab\nc"));
+        QCOMPARE(sent.size(), 0);
+        QTest::keyClick(&f().panel, Qt::Key_Return);
+        QCOMPARE(sent.size(), 1);
+        QCOMPARE(sent.first().first().toString(), QStringLiteral("ab\nc"));
+        QCOMPARE(f().panels.promptText(), QStringLiteral("ab\nc"));
+        QTest::keyClick(&f().panel, Qt::Key_Enter, Qt::KeypadModifier);
+        QCOMPARE(sent.size(), 2);
+    }
+
+    void aMegabytePastedHoldsNothingUp_data()
+    {
+        QTest::addColumn<QString>("unit");
+        QTest::newRow("lines") << QStringLiteral("The quick brown fox jumps over the lazy dog.\n");
+        QTest::newRow("one paragraph") << QStringLiteral("The quick brown fox. ");
+        QTest::newRow("one word") << QStringLiteral("x");
+        QTest::newRow("short lines") << QStringLiteral("ab\n");
+        QTest::newRow("empty lines") << QStringLiteral("\n");
+        QTest::newRow("Chinese") << QString::fromUtf8("\u4e16\u754c\u4f60\u597d");
+    }
+    void aMegabytePastedHoldsNothingUp()
+    {
+        QFETCH(QString, unit);
+        constexpr qsizetype megabyte = 1024 * 1024;
+        const QString pasted = unit.repeated(megabyte / unit.size());
+        QGuiApplication::clipboard()->setText(pasted);
+        showActive();
+        type(QStringLiteral("Why? "));
+        // What the thread itself needs, so that a busy machine counts for nothing.
+        double longest = 0;
+        const auto step = [&longest](const auto &work) {
+            const double before = threadSeconds();
+            work();
+            longest = std::max(longest, threadSeconds() - before);
+        };
+        const auto settle = [&step] {
+            for (int i = 0; i < 30; ++i)
+                step([] { QCoreApplication::processEvents(); });
+        };
+        step([&] { QTest::keyClick(&f().panel, Qt::Key_V, Qt::ControlModifier); });
+        settle();
+        QVERIFY(f().panels.promptText() == QStringLiteral("Why? \n") + pasted);
+        for (const char key : {'A', 'n', 'd', '?'})
+            step([&] { QTest::keyClick(&f().panel, key); });
+        settle();
+        QVERIFY(f().panels.promptText().endsWith(pasted));
+        QVERIFY2(longest < 0.1, qPrintable(QStringLiteral("%1 ms").arg(longest * 1000)));
+
+        // All of it goes out, and it goes away when it is not wanted.
+        QSignalSpy sent(&f().panels, &BottomPanelsModel::sendRequested);
+        QTest::keyClick(&f().panel, Qt::Key_Return);
+        QCOMPARE(sent.size(), 1);
+        QVERIFY(sent.first().first().toString() == f().panels.promptText());
+        QVERIFY(f().find("pastedText")->isVisible());
+        click("removePastedText");
+        QVERIFY(f().panels.promptText().size() < 20);
+        QVERIFY(!f().find("pastedText")->isVisible());
+    }
+
+    void aShortPasteGoesIntoTheField()
+    {
+        QGuiApplication::clipboard()->setText(QStringLiteral("pasted\ntext"));
+        showActive();
+        type(QStringLiteral("ab"));
+        QTest::keyClick(&f().panel, Qt::Key_V, Qt::ControlModifier);
+        QCOMPARE(f().find("promptInput")->property("text").toString(),
+                 QStringLiteral("abpasted\ntext"));
+        QCOMPARE(f().panels.promptText(), QStringLiteral("abpasted\ntext"));
+        QVERIFY(f().panels.pastedCaption().isEmpty());
+        QTest::keyClick(&f().panel, Qt::Key_Z, Qt::ControlModifier);
+        QCOMPARE(f().panels.promptText(), QStringLiteral("ab"));
+    }
+
+    void returnInAnEmptyBoxDoesNothing()
+    {
+        showActive();
+        QSignalSpy sent(&f().panels, &BottomPanelsModel::sendRequested);
+        type(QStringLiteral("  "));
+        QTest::keyClick(&f().panel, Qt::Key_Return);
+        QCOMPARE(sent.size(), 0);
+        QCOMPARE(f().panels.promptText(), QStringLiteral("  "));
+    }
+
+    void theBoxFollowsTheStore()
+    {
+        showActive();
+        type(QStringLiteral("question"));
+        f().defaults.setString(QLatin1String(DefaultsKey::userPrompt), QString());
+        QCOMPARE(f().find("promptInput")->property("text").toString(), QString());
+        type(QStringLiteral("next"));
+        QCOMPARE(f().panels.promptText(), QStringLiteral("next"));
+    }
+
+    void showingTheBoxStoresNothing()
+    {
+        f().defaults.remove(QLatin1String(DefaultsKey::userPrompt));
+        show();
+        QVERIFY(!f().defaults.stringValue(QLatin1String(DefaultsKey::userPrompt)));
+        QVERIFY(f().find("promptInput")
+                    ->property("text")
+                    .toString()
+                    .startsWith(QStringLiteral("You are a silent")));
+    }
+
+    void escapeAloneChangesNothing()
+    {
+        showActive();
+        type(QStringLiteral("text"));
+        f().overlay.setActivity(OverlayModel::Activity::Streaming);
+        QSignalSpy stopped(&f().overlay, &OverlayModel::stopRequested);
+        QTest::keyClick(&f().panel, Qt::Key_Escape);
+        QVERIFY(f().panel.isVisible());
+        QCOMPARE(f().panels.promptText(), QStringLiteral("text"));
+        QCOMPARE(stopped.size(), 0);
+        QVERIFY(f().find("promptInput")->hasActiveFocus());
+    }
+
+    void stopShortcut()
+    {
+        showActive();
+        QSignalSpy stopped(&f().overlay, &OverlayModel::stopRequested);
+        QTest::keyClick(&f().panel, Qt::Key_Period, Qt::MetaModifier);
+        QCOMPARE(stopped.size(), 0);
+        f().overlay.setActivity(OverlayModel::Activity::Waiting);
+        QTest::keyClick(&f().panel, Qt::Key_Period, Qt::MetaModifier);
+        QCOMPARE(stopped.size(), 1);
+    }
+
+    void f6CyclesPromptAndStrip()
+    {
+        showActive();
+        f().overlay.setTitle(QStringLiteral("Thread"));
+        f().overlay.setHasAnswer(true);
+        QTest::keyClick(&f().panel, Qt::Key_F6);
+        QCOMPARE(focusName(), QStringLiteral("Copy answer"));
+        QTest::keyClick(&f().panel, Qt::Key_F6);
+        QCOMPARE(focusName(), QStringLiteral("Write a message"));
+        QTest::keyClick(&f().panel, Qt::Key_F6, Qt::ShiftModifier);
+        QCOMPARE(focusName(), QStringLiteral("Copy answer"));
+        f().overlay.setHasAnswer(false);
+        QTest::keyClick(&f().panel, Qt::Key_F6);
+        QCOMPARE(focusName(), QStringLiteral("Write a message"));
+    }
+
+    void f6ReachesTheAnswer()
+    {
+        f().responseView = OverlayFixture::emptyResponse();
+        showActive();
+        QTRY_VERIFY(f().find("responseLoader")->property("item").value<QObject *>());
+        QTest::keyClick(&f().panel, Qt::Key_F6);
+        QVERIFY(f().find("responseLoader")->hasActiveFocus());
+        QTest::keyClick(&f().panel, Qt::Key_F6);
+        QCOMPARE(focusName(), QStringLiteral("Write a message"));
+    }
+
+    void f6StaysInAnOpenMenu()
+    {
+        f().responseView = OverlayFixture::emptyResponse();
+        showActive();
+        QTRY_VERIFY(f().find("responseLoader")->property("item").value<QObject *>());
+        f().overlay.setMenuOpen(true);
+        QCOMPARE(focusName(), QStringLiteral("Account"));
+        QTest::keyClick(&f().panel, Qt::Key_F6);
+        QCOMPARE(focusName(), QStringLiteral("Account"));
+        // From the answer, which a press may have given the focus, it leads back.
+        f().find("responseLoader")->forceActiveFocus();
+        QTest::keyClick(&f().panel, Qt::Key_F6, Qt::ShiftModifier);
+        QCOMPARE(focusName(), QStringLiteral("Account"));
+    }
+
+    void whatIsCoveredByAnOpenMenuGetsNoFocus()
+    {
+        f().responseView = OverlayFixture::emptyResponse();
+        showActive();
+        QTRY_VERIFY(f().find("responseLoader")->property("item").value<QObject *>());
+        f().overlay.setMenuOpen(true);
+        f().find("promptInput")->forceActiveFocus();
+        QTRY_COMPARE(focusName(), QStringLiteral("Account"));
+        f().find("responseLoader")->forceActiveFocus();
+        QCoreApplication::processEvents();
+        QVERIFY(f().find("responseLoader")->hasActiveFocus());
+    }
+
+    void escapeClosesTheMenuFromTheAnswer()
+    {
+        f().responseView = OverlayFixture::emptyResponse();
+        showActive();
+        QTRY_VERIFY(f().find("responseLoader")->property("item").value<QObject *>());
+        f().overlay.setMenuOpen(true);
+        f().find("responseLoader")->forceActiveFocus();
+        QTest::keyClick(&f().panel, Qt::Key_Escape);
+        QVERIFY(!f().overlay.isMenuOpen());
+    }
+
+    void escapeClosesTheModelListFromThePrompt()
+    {
+        showActive();
+        click("modelPicker");
+        QTRY_VERIFY(f().find("modelList")->hasActiveFocus());
+        click("promptInput");
+        QVERIFY(f().find("promptInput")->hasActiveFocus());
+        QTest::keyClick(&f().panel, Qt::Key_Escape);
+        QVERIFY(!f().find("modelCard")->isVisible());
+        QVERIFY(f().find("promptInput")->hasActiveFocus());
+    }
+
+    void tabOrder()
+    {
+        f().panels.setAdminMessage(OverlayFixture::message(
+            QStringLiteral("INFORMATIONAL"), QStringLiteral("News"), QStringLiteral("Body")));
+        f().panels.setStagedScreenshotData(OverlayFixture::screenshot());
+        f().panels.setPromptText(QStringLiteral("text"));
+        f().overlay.setUsage(90);
+        f().overlay.setActivity(OverlayModel::Activity::Streaming);
+        f().scrollbar.updatePosition(0, 2000, 500);
+        showActive();
+        QStringList names{focusName()};
+        do {
+            QTest::keyClick(&f().panel, Qt::Key_Tab);
+            names.append(focusName());
+        } while (names.size() < 40 && names.last() != names.first());
+        QCOMPARE(names, QStringList({QStringLiteral("Write a message"),
+                                     QStringLiteral("Model"),
+                                     QStringLiteral("Add note"),
+                                     QStringLiteral("Capture without sending"),
+                                     QStringLiteral("Capture and send"),
+                                     QStringLiteral("Send"),
+                                     QStringLiteral("Save thread"),
+                                     QStringLiteral("New thread"),
+                                     QStringLiteral("Close"),
+                                     QStringLiteral("Minimize"),
+                                     QStringLiteral("Zoom"),
+                                     QStringLiteral("Opacity"),
+                                     QStringLiteral("Menu"),
+                                     QStringLiteral("Usage 90%"),
+                                     QStringLiteral("Stop"),
+                                     QStringLiteral("Scroll up"),
+                                     QStringLiteral("Response scroll position"),
+                                     QStringLiteral("Scroll down"),
+                                     QStringLiteral("Collapse message"),
+                                     QStringLiteral("Remove screenshot"),
+                                     QStringLiteral("Write a message")}));
+        QTest::keyClick(&f().panel, Qt::Key_Backtab, Qt::ShiftModifier);
+        QCOMPARE(focusName(), QStringLiteral("Remove screenshot"));
+    }
+
+    void focusRingOnlyForTheKeyboard()
+    {
+        showActive();
+        QTest::keyClick(&f().panel, Qt::Key_Tab);
+        QVERIFY(f().find("modelPicker")->property("visualFocus").toBool());
+        click("promptInput");
+        click("captureAndSend");
+        QVERIFY(!f().find("captureAndSend")->property("visualFocus").toBool());
+        QVERIFY(f().find("promptInput")->hasActiveFocus());
+    }
+};
+
+QUELLORA_TEST(QGuiApplication, TestOverlayPanel)
+#include "test_overlay_panel.moc"

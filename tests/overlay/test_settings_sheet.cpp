@@ -1,0 +1,606 @@
+#include "OverlayDriver.h"
+#include "support/TestProgram.h"
+
+#include <QGuiApplication>
+
+using namespace quellora;
+
+namespace {
+
+constexpr quint32 three = GlobalHotkeys::Control | GlobalHotkeys::Option | GlobalHotkeys::Command;
+
+} // namespace
+
+/// The settings sheet inside the real panel.
+class TestSettingsSheet : public OverlayDriver
+{
+    Q_OBJECT
+private:
+    void open()
+    {
+        f().obeySettings();
+        showActive();
+        f().settings.setOpen(true);
+        QTRY_VERIFY(isThere());
+    }
+    bool isThere() { return f().find("settingsClose") != nullptr; }
+    void key(int key, Qt::KeyboardModifiers modifiers = {})
+    {
+        QTest::keyClick(&f().panel, Qt::Key(key), modifiers);
+    }
+    QString focused()
+    {
+        QQuickItem *item = f().panel.activeFocusItem();
+        return item ? item->objectName() : QString();
+    }
+    /// All texts on show, in no order.
+    QStringList texts(QQuickItem *item)
+    {
+        QStringList found;
+        if (!item->isVisible())
+            return found;
+        if (item->inherits("QQuickText"))
+            found << item->property("text").toString();
+        const auto children = item->childItems();
+        for (QQuickItem *child : children)
+            found << texts(child);
+        return found;
+    }
+    QAccessibleInterface *face(const char *name)
+    {
+        return QAccessible::queryAccessibleInterface(f().find(name));
+    }
+    /// Clicks a control of the content after scrolling to it.
+    void clickInContent(const char *name)
+    {
+        f().panel.grabWindow(); // lays everything out
+        QMetaObject::invokeMethod(f().find("settingsSheet"), "reveal",
+                                  Q_ARG(QVariant, QVariant::fromValue(f().find(name))));
+        click(name);
+    }
+    double scrolled() { return f().find("settingsScroll")->property("contentY").toDouble(); }
+    /// Part of an item that lies inside the scrolled area, from 0 to 1.
+    double shownShare(const char *name)
+    {
+        const QQuickItem *item = f().find(name);
+        const QQuickItem *scroll = f().find("settingsScroll");
+        const double top = item->mapToItem(scroll, QPointF()).y();
+        const double seen = std::min(top + item->height(), scroll->height()) - std::max(top, 0.0);
+        return seen / item->height();
+    }
+
+private Q_SLOTS:
+    void screensAreOfferedWhileThereAreSeveral()
+    {
+        open();
+        const auto words = [this] { return texts(f().find("settingsContent")); };
+        QVERIFY(!words().contains("All screens"));
+        f().settings.setScreenChoiceOffered(true);
+        for (const char *text : {"Screenshots", "Screen with the pointer", "All screens",
+                                 "What a capture shows while several screens are connected."})
+            QVERIFY2(words().contains(QString::fromLatin1(text)), text);
+        QCOMPARE(face("captureScreens-0")->role(), QAccessible::RadioButton);
+        QCOMPARE(face("captureScreens-1")->text(QAccessible::Name), "All screens");
+        QVERIFY(face("captureScreens-0")->state().checked);
+
+        QSignalSpy chosen(&f().settings, &SettingsModel::captureAllScreensChosen);
+        clickInContent("captureScreens-1");
+        QCOMPARE(chosen, (QList<QVariantList>{{true}}));
+        f().settings.setCaptureAllScreens(true);
+        QVERIFY(!face("captureScreens-0")->state().checked);
+        QVERIFY(face("captureScreens-1")->state().checked);
+        f().find("captureScreens-1")->forceActiveFocus();
+        key(Qt::Key_Up);
+        QCOMPARE(chosen.size(), 2);
+        QCOMPARE(chosen.last(), QVariantList{false});
+        // A screen goes while the sheet is open.
+        f().settings.setScreenChoiceOffered(false);
+        QVERIFY(!words().contains("All screens"));
+        QVERIFY(f().settings.isOpen());
+    }
+
+    void showsEveryText()
+    {
+        open();
+        f().settings.setCaptureNote(QStringLiteral("Seen by others."));
+        const QStringList shown = texts(f().find("settingsContent"));
+        const QStringList expected{
+            "Seen by others.",
+            "Model",
+            "Choose which Claude model handles your requests.",
+            "Fast",
+            "Quick answers, fewest credits",
+            "Appearance",
+            "Match your background: dark theme over dark apps, light theme over documents or "
+            "bright UIs. System follows your desktop's setting.",
+            "Light",
+            "Dark",
+            "System",
+            "Response text color",
+            "Overrides the theme's default text color — useful when the response background is "
+            "very transparent. Doesn't change headings, bold, or code color.",
+            "Sending",
+            "Start a new thread with each Send",
+            "Off: threads accumulate — every Send/Capture & Send continues the current one. On: "
+            "each Send/Capture & Send begins a fresh thread automatically.",
+            "Don't clear prompt after sending",
+            "Keep your prompt in the box after Send or Capture & Send, so you can capture "
+            "something new and ask again. Notes still clear.",
+            "Hotkeys",
+            "Click any row to change its shortcut. New bindings save instantly — no restart "
+            "needed.",
+            "Capture screen and send to Claude",
+            "Ctrl+Alt+Super+C",
+            "Reset all hotkeys",
+            "Need help? See the Help docs ↗",
+        };
+        for (const QString &text : expected)
+            QVERIFY2(shown.contains(text), qPrintable(text));
+        f().settings.setCaptureNote(QString());
+        QVERIFY(!texts(f().find("settingsContent")).contains(QString("Seen by others.")));
+    }
+
+    void controlsHaveNamesRolesAndStates()
+    {
+        open();
+        const auto check = [this](const char *item, const QString &name, QAccessible::Role role) {
+            QAccessibleInterface *found = face(item);
+            QVERIFY2(found, item);
+            QCOMPARE(found->text(QAccessible::Name), name);
+            QCOMPARE(found->role(), role);
+        };
+        check("settingsClose", "Close", QAccessible::Button);
+        check("model-balanced", "Balanced", QAccessible::RadioButton);
+        check("appearance-dark", "Dark", QAccessible::RadioButton);
+        check("swatch-nearBlack", "Text color: Near black", QAccessible::RadioButton);
+        check("hexField", "Custom text color", QAccessible::EditableText);
+        check("startNewThreadPerSend", "Start a new thread with each Send", QAccessible::CheckBox);
+        check("hotkeyButton-1", "Clear the response area, Ctrl+Alt+Super+X", QAccessible::Button);
+        check("resetAllHotkeys", "Reset all hotkeys", QAccessible::Button);
+        check("helpLink", "Need help? See the Help docs ↗", QAccessible::Link);
+        QVERIFY(face("model-balanced")->state().checked);
+        QVERIFY(!face("model-fast")->state().checked);
+        QCOMPARE(face("model-fast")->text(QAccessible::Description),
+                 QString("Quick answers, fewest credits"));
+        QVERIFY(face("appearance-dark")->state().checked);
+        QVERIFY(face("swatch-theme")->state().checked);
+        QVERIFY(!face("startNewThreadPerSend")->state().checked);
+        f().settings.setStartNewThreadPerSendEnabled(true);
+        QVERIFY(face("startNewThreadPerSend")->state().checked);
+    }
+
+    void assistivePressesWork()
+    {
+        open();
+        const auto press = [this](const char *item) {
+            auto *actions = face(item)->actionInterface();
+            actions->doAction(QAccessibleActionInterface::pressAction());
+        };
+        press("model-deep");
+        QCOMPARE(f().settings.selectedModelId(), QString("deep"));
+        press("appearance-light");
+        QCOMPARE(f().settings.appearanceMode(), QString("light"));
+        press("swatch-cyan");
+        QCOMPARE(f().settings.responseTextColorHex(), QString("#22d3ee"));
+        face("dontClearPromptAfterSend")
+            ->actionInterface()
+            ->doAction(QAccessibleActionInterface::toggleAction());
+        QVERIFY(f().settings.dontClearPromptAfterSendEnabled());
+        press("hotkeyButton-2");
+        QCOMPARE(f().rebinding.capturingHotkeyAction(), HotkeyAction::Toggle);
+        QSignalSpy help(&f().settings, &SettingsModel::helpRequested);
+        press("helpLink");
+        QCOMPARE(help.size(), 1);
+        press("settingsClose");
+        QVERIFY(!f().settings.isOpen());
+    }
+
+    void tabGoesFromCloseToTheEndAndAround()
+    {
+        open();
+        f().rebinding.beginCapturingHotkey(HotkeyAction::NewThread);
+        f().keyMonitor.press(three, "n");
+        const QStringList order{"settingsClose",
+                                "model-balanced",
+                                "appearance-dark",
+                                "swatch-theme",
+                                "hexField",
+                                "startNewThreadPerSend",
+                                "dontClearPromptAfterSend",
+                                "hotkeyButton-0",
+                                "hotkeyButton-1",
+                                "hotkeyButton-2",
+                                "hotkeyButton-3",
+                                "hotkeyButton-4",
+                                "hotkeyButton-5",
+                                "hotkeyButton-6",
+                                "trailing-6",
+                                "resetAllHotkeys",
+                                "helpLink",
+                                "settingsClose"};
+        QCOMPARE(focused(), order.first());
+        for (const QString &next : order.mid(1)) {
+            key(Qt::Key_Tab);
+            QCOMPARE(focused(), next);
+            if (next != order.last())
+                QVERIFY2(shownShare(qPrintable(next)) > 0.999, qPrintable(next));
+        }
+        key(Qt::Key_Tab, Qt::ShiftModifier);
+        QCOMPARE(focused(), QString("helpLink"));
+    }
+
+    void arrowsMoveInTheModels()
+    {
+        open();
+        key(Qt::Key_Tab);
+        key(Qt::Key_Down);
+        QCOMPARE(f().settings.selectedModelId(), QString("deep"));
+        QCOMPARE(focused(), QString("model-deep"));
+        key(Qt::Key_Down);
+        QCOMPARE(f().settings.selectedModelId(), QString("fast"));
+        key(Qt::Key_Up);
+        QCOMPARE(f().settings.selectedModelId(), QString("deep"));
+        key(Qt::Key_Home);
+        QCOMPARE(f().settings.selectedModelId(), QString("fast"));
+        key(Qt::Key_End);
+        QCOMPARE(f().settings.selectedModelId(), QString("deep"));
+        QCOMPARE(focused(), QString("model-deep"));
+    }
+
+    void arrowsMoveInSegmentAndSwatches()
+    {
+        open();
+        key(Qt::Key_Tab);
+        key(Qt::Key_Tab);
+        key(Qt::Key_Left);
+        QCOMPARE(f().settings.appearanceMode(), QString("light"));
+        QVERIFY(f().settings.isLightTheme());
+        QCOMPARE(focused(), QString("appearance-light"));
+        key(Qt::Key_Left);
+        QCOMPARE(f().settings.appearanceMode(), QString("system"));
+        key(Qt::Key_Tab);
+        key(Qt::Key_Right);
+        QCOMPARE(f().settings.responseTextColorHex(), QString("#ffffff"));
+        key(Qt::Key_End);
+        QCOMPARE(f().settings.responseTextColorHex(), QString("#ffb020"));
+        key(Qt::Key_Home);
+        QCOMPARE(f().settings.responseTextColorHex(), QString());
+    }
+
+    void swatchesCanBeReachedWithAColorOfOnesOwn()
+    {
+        open();
+        f().settings.setResponseTextColorHex("#8899aa");
+        key(Qt::Key_Tab);
+        key(Qt::Key_Tab);
+        key(Qt::Key_Tab);
+        QCOMPARE(focused(), QString("swatch-theme"));
+        key(Qt::Key_Return);
+        QCOMPARE(f().settings.responseTextColorHex(), QString());
+    }
+
+    void clicksChoose()
+    {
+        open();
+        click("model-fast");
+        QCOMPARE(f().settings.selectedModelId(), QString("fast"));
+        click("appearance-light");
+        QCOMPARE(f().settings.appearanceMode(), QString("light"));
+        click("swatch-green");
+        QCOMPARE(f().settings.responseTextColorHex(), QString("#3ddc84"));
+        QCOMPARE(f().find("hexField")->property("text").toString(), QString("#3ddc84"));
+        // Anywhere in the row.
+        const QQuickItem *row = f().find("startNewThreadPerSend");
+        const QPoint left = row->mapToScene(QPointF(20, row->height() - 12)).toPoint();
+        QTest::mouseClick(&f().panel, Qt::LeftButton, {}, left);
+        QVERIFY(f().settings.startNewThreadPerSendEnabled());
+        QVERIFY(row->property("checked").toBool());
+        QTest::mouseClick(&f().panel, Qt::LeftButton, {}, left);
+        QVERIFY(!f().settings.startNewThreadPerSendEnabled());
+        QVERIFY(!row->property("checked").toBool());
+    }
+
+    void aSwitchShowsWhatIsStored()
+    {
+        f().settings.setOpen(false);
+        show();
+        f().settings.setOpen(true);
+        QTRY_VERIFY(isThere());
+        // Nobody obeys: the switch must not pretend.
+        click("startNewThreadPerSend");
+        QVERIFY(!f().find("startNewThreadPerSend")->property("checked").toBool());
+    }
+
+    void hexFieldCommitsOnReturnAndOnLeaving()
+    {
+        open();
+        f().find("hexField")->forceActiveFocus(Qt::TabFocusReason);
+        type("#fff");
+        QVERIFY(!f().find("hexError")->isVisible());
+        key(Qt::Key_Return);
+        QVERIFY(f().find("hexError")->isVisible());
+        QVERIFY(f().find("hexField")->property("failed").toBool());
+        QCOMPARE(f().settings.responseTextColorHex(), QString());
+        QVERIFY(
+            texts(f().find("hexError")).contains(QString("Enter a valid hex color, e.g. #8899aa")));
+        key(Qt::Key_A, Qt::ControlModifier);
+        type(" 8899AA ");
+        key(Qt::Key_Return);
+        QCOMPARE(f().settings.responseTextColorHex(), QString("#8899aa"));
+        QVERIFY(!f().find("hexError")->isVisible());
+        QCOMPARE(f().find("hexField")->property("text").toString(), QString("#8899aa"));
+        key(Qt::Key_A, Qt::ControlModifier);
+        type("123456");
+        key(Qt::Key_Tab);
+        QCOMPARE(f().settings.responseTextColorHex(), QString("#123456"));
+    }
+
+    void escapeInTheHexFieldGivesUpWhatWasTyped()
+    {
+        open();
+        f().settings.setResponseTextColorHex("#123456");
+        QSignalSpy chosen(&f().settings, &SettingsModel::responseTextColorChosen);
+        clickInContent("hexField");
+        key(Qt::Key_A, Qt::ControlModifier);
+        type("#00ff00");
+        QCOMPARE(f().settings.hexInput(), QStringLiteral("#00ff00"));
+        key(Qt::Key_Escape);
+        QVERIFY(!f().settings.isOpen());
+        QTRY_VERIFY(!isThere());
+        QCOMPARE(chosen.size(), 0);
+        f().settings.setOpen(true);
+        QTRY_VERIFY(isThere());
+        QCOMPARE(text("hexField"), QStringLiteral("#123456"));
+    }
+
+    void theMarkedModelCanBeChosen()
+    {
+        open();
+        QSignalSpy selected(&f().settings, &SettingsModel::modelSelected);
+        clickInContent("model-balanced");
+        QCOMPARE(selected, (QList<QVariantList>{{"balanced"}}));
+    }
+
+    void escapeClosesFromAnywhere()
+    {
+        open();
+        // As an assistive program may do.
+        f().find("promptInput")->forceActiveFocus();
+        key(Qt::Key_Escape);
+        QVERIFY(!f().settings.isOpen());
+    }
+
+    void aPressAnywhereInItAsksForTheKeyboard()
+    {
+        open();
+        QTRY_COMPARE(f().find("settingsSheet")->property("progress").toDouble(), 1.0);
+        f().platform.calls.clear();
+        press({200, 50}); // the header, beside its words
+        QTest::mouseRelease(&f().panel, Qt::LeftButton, {}, {200, 50});
+        QCOMPARE(f().platform.count(QStringLiteral("makeKey")), 1);
+        click("settingsClose");
+        QCOMPARE(f().platform.count(QStringLiteral("makeKey")), 2);
+    }
+
+    void escapeClosesAndGivesTheFocusBack()
+    {
+        open();
+        f().find("hexField")->forceActiveFocus(Qt::TabFocusReason);
+        key(Qt::Key_Escape);
+        QVERIFY(!f().settings.isOpen());
+        QCOMPARE(focusName(), QString("Menu"));
+        QVERIFY(f().panel.activeFocusItem()->property("visualFocus").toBool());
+        // Nothing of it stays behind.
+        QTRY_VERIFY(!isThere());
+    }
+
+    void openedByMouseItMarksNoPlace()
+    {
+        f().obeySettings();
+        f().menu.setSettingsAvailable(true);
+        showActive();
+        click("menuButton");
+        click("menuSettings");
+        QTRY_VERIFY(isThere());
+        QCOMPARE(focused(), QString("settingsClose"));
+        QVERIFY(!f().panel.activeFocusItem()->property("visualFocus").toBool());
+        click("settingsClose");
+        QTRY_VERIFY(!isThere());
+        QCOMPARE(focusName(), QString("Menu"));
+    }
+
+    void openedByKeysItMarksItsPlace()
+    {
+        f().obeySettings();
+        f().menu.setSettingsAvailable(true);
+        showActive();
+        f().find("menuButton")->forceActiveFocus(Qt::TabFocusReason);
+        key(Qt::Key_Return);
+        QTRY_VERIFY(f().overlay.isMenuOpen());
+        f().find("menuSettings")->forceActiveFocus(Qt::TabFocusReason);
+        key(Qt::Key_Return);
+        QTRY_VERIFY(isThere());
+        QCOMPARE(focused(), QString("settingsClose"));
+        QVERIFY(f().panel.activeFocusItem()->property("visualFocus").toBool());
+    }
+
+    void theMenuOverTheSheetGivesTheFocusBackToIt()
+    {
+        open();
+        click("menuButton");
+        QVERIFY(f().overlay.isMenuOpen());
+        key(Qt::Key_Escape);
+        QVERIFY(!f().overlay.isMenuOpen());
+        QVERIFY(f().settings.isOpen());
+        QCOMPARE(focused(), QString("settingsClose"));
+    }
+
+    void focusCannotLeaveByF6()
+    {
+        open();
+        key(Qt::Key_F6);
+        QCOMPARE(focused(), QString("settingsClose"));
+        key(Qt::Key_F6, Qt::ShiftModifier);
+        QCOMPARE(focused(), QString("settingsClose"));
+    }
+
+    void aRowRecordsAndSaysWhatIsWrong()
+    {
+        open();
+        clickInContent("hotkeyButton-1");
+        QCOMPARE(f().rebinding.capturingHotkeyAction(), HotkeyAction::Clear);
+        QCOMPARE(text("chip-1"), QString("Press a shortcut…"));
+        QVERIFY(f().find("chip-1")->property("recording").toBool());
+        QCOMPARE(face("trailing-1")->text(QAccessible::Name), QString("Cancel recording"));
+        f().keyMonitor.press(three, "c");
+        QVERIFY(f().find("notice-1")->isVisible());
+        QCOMPARE(text("notice-1"),
+                 QString("Already used by Capture screen and send to Claude. Try a different "
+                         "combo."));
+        QCOMPARE(f().find("hotkey-1")->height(), 68);
+        clickInContent("trailing-1");
+        QVERIFY(!f().rebinding.capturingHotkeyAction());
+        QCOMPARE(text("chip-1"), QString("Ctrl+Alt+Super+X"));
+        QVERIFY(!f().find("trailing-1")->isVisible());
+        QVERIFY(!f().find("notice-1")->isVisible());
+        QCOMPARE(f().find("hotkey-1")->height(), 40);
+    }
+
+    void aConflictIsDecidedWithThePointer()
+    {
+        open();
+        f().find("hotkeyButton-6")->forceActiveFocus(Qt::TabFocusReason);
+        key(Qt::Key_Return);
+        f().keyMonitor.press(GlobalHotkeys::Command | GlobalHotkeys::Shift, "3");
+        QCOMPARE(text("chip-6"), QString("Super+Shift+3"));
+        QVERIFY(f().find("chip-6")->property("conflict").toBool());
+        QVERIFY(!f().find("chip-6")->property("recording").toBool());
+        QCOMPARE(text("notice-6"), QString("This may conflict with Screenshot (full screen)"));
+        // The grown row comes into view.
+        QTRY_VERIFY(shownShare("hotkey-6") > 0.999);
+        const auto inRow = [this](const char *name) {
+            return OverlayFixture::findIn(f().find("hotkey-6"), QLatin1String(name));
+        };
+        QVERIFY(!inRow("conflictConfirm")->property("activeFocusOnTab").toBool());
+        const auto clickItem = [this](QQuickItem *item) {
+            f().panel.grabWindow();
+            QTest::mouseClick(&f().panel, Qt::LeftButton, {},
+                              item->mapToScene(QPointF(item->width() / 2, 14)).toPoint());
+        };
+        clickItem(inRow("conflictCancel"));
+        QVERIFY(f().rebinding.capturingHotkeyAction());
+        QCOMPARE(text("chip-6"), QString("Press a shortcut…"));
+        f().keyMonitor.press(GlobalHotkeys::Command | GlobalHotkeys::Shift, "3");
+        clickItem(inRow("conflictConfirm"));
+        QCOMPARE(text("chip-6"), QString("Super+Shift+3"));
+        QVERIFY(!f().find("chip-6")->property("conflict").toBool());
+        QCOMPARE(face("trailing-6")->text(QAccessible::Name), QString("Reset Start a new thread"));
+        clickInContent("trailing-6");
+        QCOMPARE(text("chip-6"), QString("Super+N"));
+        QVERIFY(!f().find("trailing-6")->isVisible());
+    }
+
+    void aRollbackIsToldOnItsRow()
+    {
+        open();
+        f().hotkeys.claim("k", three);
+        clickInContent("hotkeyButton-0");
+        f().keyMonitor.press(three, "k");
+        QCOMPARE(text("notice-0"),
+                 QString("Couldn't register that combo — kept your previous one."));
+        QCOMPARE(text("chip-0"), QString("Ctrl+Alt+Super+C"));
+        QCOMPARE(f().find("hotkey-0")->height(), 68);
+        QVERIFY(!f().find("trailing-0")->isVisible());
+    }
+
+    void resetAllAndHelp()
+    {
+        open();
+        f().rebinding.beginCapturingHotkey(HotkeyAction::Clear);
+        f().keyMonitor.press(three, "m");
+        QVERIFY(f().find("trailing-1")->isVisible());
+        f().find("resetAllHotkeys")->forceActiveFocus(Qt::TabFocusReason);
+        key(Qt::Key_Return);
+        QVERIFY(!f().find("trailing-1")->isVisible());
+        QCOMPARE(text("chip-1"), QString("Ctrl+Alt+Super+X"));
+        QSignalSpy help(&f().settings, &SettingsModel::helpRequested);
+        clickInContent("helpLink");
+        QCOMPARE(help.size(), 1);
+    }
+
+    void wheelAndKeysScroll()
+    {
+        open();
+        QCOMPARE(scrolled(), 0);
+        wheel("settingsScroll", {}, {0, -240});
+        QCOMPARE(scrolled(), 120);
+        wheel("settingsScroll", {}, {0, 2400});
+        QCOMPARE(scrolled(), 0);
+        key(Qt::Key_PageDown);
+        QVERIFY(scrolled() > 200);
+        key(Qt::Key_PageUp);
+        QCOMPARE(scrolled(), 0);
+        key(Qt::Key_End);
+        QVERIFY(shownShare("helpLink") > 0.999);
+        key(Qt::Key_Home);
+        QCOMPARE(scrolled(), 0);
+        wheel("settingsScroll", {}, {0, -24000});
+        const double end = scrolled();
+        // A taller panel leaves no gap below the end.
+        f().panel.resize(624, 860);
+        QTRY_VERIFY(scrolled() < end);
+    }
+
+    void themeChangesLive()
+    {
+        open();
+        const auto pixel = [this] {
+            const QImage picture = f().panel.grabWindow();
+            return picture.pixelColor(picture.width() / 2, 60 * picture.height() / 744);
+        };
+        QTRY_COMPARE(pixel(), QColor(0x1c, 0x1e, 0x24));
+        click("appearance-light");
+        QTRY_COMPARE(pixel(), QColor(0xf7, 0xf5, 0xf0));
+        // The frame stays dark.
+        const QImage picture = f().panel.grabWindow();
+        QVERIFY(picture.pixelColor(picture.width() / 2, 17).lightness() < 60);
+        click("appearance-dark");
+        QTRY_COMPARE(pixel(), QColor(0x1c, 0x1e, 0x24));
+    }
+
+    void sizes()
+    {
+        open();
+        QTRY_COMPARE(f().find("settingsScroll")->mapToScene(QPointF()).y(), 34 + 48);
+        QCOMPARE(f().find("settingsContent")->width(), 624 - 2 * 20);
+        QCOMPARE(f().find("model-fast")->height(), 44);
+        QCOMPARE(f().find("startNewThreadPerSend")->height(), 78);
+        QCOMPARE(f().find("hotkey-0")->height(), 40);
+        QCOMPARE(f().find("chip-0")->height(), 24);
+        QCOMPARE(f().find("hexField")->width(), 112);
+        QCOMPARE(f().find("hexField")->height(), 32);
+        QCOMPARE(f().find("swatch-white")->x() - f().find("swatch-theme")->x(), 36);
+        f().panel.resize(1440, 900);
+        QTRY_COMPARE(f().find("settingsContent")->width(), 640);
+        QTRY_COMPARE(f().find("settingsContent")->mapToScene(QPointF()).x(), (1440 - 640) / 2);
+        f().panel.resize(320, 280);
+        QTRY_COMPARE(f().find("settingsScroll")->mapToScene(QPointF()).y(), 34 + 40);
+        QCOMPARE(f().find("settingsScroll")->width(), 320);
+        // Nothing is wider than the panel.
+        for (const char *name : {"model-fast", "appearance-system", "swatch-amber", "hexField",
+                                 "dontClearPromptAfterSend", "chip-5", "helpLink"}) {
+            const QQuickItem *item = f().find(name);
+            const double right = item->mapToScene(QPointF(item->width(), 0)).x();
+            QVERIFY2(right <= 320 - 12 + 0.5, qPrintable(QString("%1 %2").arg(name).arg(right)));
+        }
+    }
+
+    void atRestNothingMoves()
+    {
+        open();
+        QVERIFY(isStill());
+    }
+};
+
+QUELLORA_TEST(QGuiApplication, TestSettingsSheet)
+#include "test_settings_sheet.moc"

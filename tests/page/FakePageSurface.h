@@ -1,0 +1,61 @@
+#pragma once
+
+#include "page/PageSurface.h"
+
+#include <QStringList>
+
+namespace quellora {
+
+/// A page surface that records what it is asked for; the test plays the page.
+class FakePageSurface : public PageSurface
+{
+public:
+    FakePageSurface() : PageSurface([this] { return now; }, nullptr) {}
+
+    /// The load that has started last is there.
+    void finishLoad() { emit loadFinished(loads.last().first); }
+    void failLoad(const QString &description, bool provisional)
+    {
+        emit loadFailed(loads.last().first, description, provisional);
+    }
+    /// The page posts a message.
+    void post(const QString &name, const QVariant &body)
+    {
+        if (admitsMessage())
+            emit message(name, body);
+    }
+    /// The page's process dies.
+    void crash() { renderProcessEnded(QStringLiteral("killed")); }
+    /// The script given with a token last has run.
+    void finishScript() { scriptDone(tokens.last()); }
+
+    QString page() const
+    {
+        return loads.isEmpty() ? QString() : QString::fromUtf8(loads.last().second);
+    }
+
+    /// Loads that have started.
+    QList<QPair<LoadId, QByteArray>> loads;
+    QStringList scripts;
+    QList<quint64> tokens;
+    /// Loads that were started again.
+    int restarts = 0;
+    std::chrono::nanoseconds now{0};
+    /// Whether scripts run at once; otherwise finishScript() ends them.
+    bool runsAtOnce = true;
+
+protected:
+    void startLoad(LoadId id, const QByteArray &html) override { loads.append({id, html}); }
+    void runScript(const QString &script, quint64 token) override
+    {
+        scripts.append(script);
+        if (token == 0)
+            return;
+        tokens.append(token);
+        if (runsAtOnce)
+            scriptDone(token);
+    }
+    void restartLoad() override { ++restarts; }
+};
+
+} // namespace quellora

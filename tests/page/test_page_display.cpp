@@ -1,0 +1,496 @@
+#include "fakes/FakePlatform.h"
+#include "fakes/LogCapture.h"
+#include "page/FakePageSurface.h"
+#include "page/ResponseDisplay.h"
+#include "support/TestProgram.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QRegularExpression>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace quellora;
+
+class TestPageDisplay : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+    void cleanup();
+    void loadContentLogsAndLoads();
+    void countsCharactersAsReadersDo();
+    void renderThreadShowsEntries();
+    void emptyThreadClears();
+    void screenshotOnlyThread();
+    void pictureThatCannotBeWrittenIsShownButNotOpened();
+    void newerPageSupersedesOneBeingBuilt();
+    void themeChangeWhileLoadingIsApplied();
+    void alphaChangeWhileLoadingIsApplied();
+    void failedNavigationsAreLogged();
+    void applyThemePushes();
+    void textThatIsNoColorIsIgnored();
+    void throttleLimitsPushes();
+    void throttleSchedulesTheRest();
+    void scrollCommands();
+    void scrollPosition_data();
+    void scrollPosition();
+    void malformedMessages_data();
+    void malformedMessages();
+    void longBodiesAreCut();
+    void openScreenshotOpensKnownPathsOnly();
+    void previewsGoWithTheirThread();
+    void tellsWhatIsOnThePage();
+    void noteDelete();
+    void links_data();
+    void links();
+
+private:
+    bool shown(int count = 1)
+    {
+        return QTest::qWaitFor([&] { return m_surface->loads.size() >= count; }, 5000);
+    }
+
+    /// The path of the first picture that the page offers.
+    QString offeredPath() const
+    {
+        static const QRegularExpression path(QStringLiteral("/[^\\s'\"&]+/screenshot-0\\.jpg"));
+        return path.match(m_surface->page()).captured();
+    }
+
+    std::unique_ptr<LogCapture> m_log;
+    std::unique_ptr<QTemporaryDir> m_dir;
+    std::unique_ptr<FakePageSurface> m_surface;
+    std::unique_ptr<FakeWorkspace> m_workspace;
+    std::unique_ptr<ResponseDisplay> m_display;
+    PillAlphaThrottle::Nanoseconds m_now{};
+};
+
+void TestPageDisplay::init()
+{
+    m_log = std::make_unique<LogCapture>();
+    m_dir = std::make_unique<QTemporaryDir>();
+    m_surface = std::make_unique<FakePageSurface>();
+    m_workspace = std::make_unique<FakeWorkspace>();
+    m_now = std::chrono::seconds(100);
+    m_display = std::make_unique<ResponseDisplay>(
+        *m_surface, *m_workspace, m_dir->path(), ResponseDisplay::Timing{[this] { return m_now; }});
+}
+
+void TestPageDisplay::cleanup()
+{
+    m_display.reset();
+    m_surface.reset();
+    m_log.reset();
+}
+
+void TestPageDisplay::loadContentLogsAndLoads()
+{
+    m_display->setCaptureHotkey(QStringLiteral("KEY"));
+    m_display->setCurrentAlpha(0.5);
+    m_display->setAppliedTheme(AppTheme::Light);
+    m_display->setResponseTextColorHex(QStringLiteral("#8899aa"));
+    m_display->loadContent(QStringLiteral("hello"));
+    QCOMPARE(m_log->lines, QStringList{QStringLiteral("[OverlayWindowController] loadContent() — "
+                                                      "building HTML for 5 char payload")});
+    QVERIFY(m_surface->loads.isEmpty());
+    QVERIFY(shown());
+    QCOMPARE(m_log->lines.last(),
+             QStringLiteral("[OverlayWindowController] Triggering WebView load"));
+    QCOMPARE(m_surface->loads.last().second,
+             responsepage::singleAnswerPage(
+                 QStringLiteral("hello"),
+                 {AppTheme::Light, 0.5, QStringLiteral("#8899aa"), QStringLiteral("KEY")}));
+    QSignalSpy finished(m_display.get(), &ResponseDisplay::pageFinished);
+    m_surface->finishLoad();
+    QCOMPARE(m_log->lines.last(),
+             QStringLiteral("[OverlayWindowController] WebView finished loading"));
+    QCOMPARE(finished.size(), 1);
+    QVERIFY(m_surface->scripts.isEmpty());
+}
+
+void TestPageDisplay::countsCharactersAsReadersDo()
+{
+    m_display->loadContent(QStringLiteral("e\u0301👩‍👩‍👧"));
+    QVERIFY(m_log->lines[0].contains(QStringLiteral("for 2 char")));
+}
+
+void TestPageDisplay::renderThreadShowsEntries()
+{
+    CaptureSession session = CaptureSession::create();
+    session.addNote(QStringLiteral("note"));
+    session.addTurn(QStringLiteral("p"), QStringLiteral("r"), QDateTime::currentDateTime());
+    m_display->renderThread(session);
+    QCOMPARE(m_log->lines,
+             QStringList{QStringLiteral("[OverlayWindowController] renderThread() — 1 notes, 1 "
+                                        "turns")});
+    QVERIFY(shown());
+    QVERIFY(m_surface->page().contains(QStringLiteral("note-text")));
+    QVERIFY(m_surface->page().contains(QStringLiteral(":\"r\"}}")));
+}
+
+void TestPageDisplay::emptyThreadClears()
+{
+    m_display->renderThread(CaptureSession::create());
+    QVERIFY(m_log->contains(QStringLiteral("[OverlayWindowController] Content cleared")));
+    QVERIFY(m_log->contains(QStringLiteral("[OverlayWindowController] loadContent() — building "
+                                           "HTML for 0 char payload")));
+    QVERIFY(shown());
+    QVERIFY(m_surface->page().contains(QStringLiteral("{\"raw\":\"\"}")));
+}
+
+void TestPageDisplay::screenshotOnlyThread()
+{
+    CaptureSession session = CaptureSession::create();
+    session.addScreenshot("AB", QDateTime::currentDateTime());
+    m_display->renderThread(session);
+    QVERIFY(shown());
+    QVERIFY(m_surface->page().contains(QStringLiteral("empty-note")));
+    QVERIFY(m_surface->page().contains(QStringLiteral("screenshot-0.jpg")));
+}
+
+void TestPageDisplay::pictureThatCannotBeWrittenIsShownButNotOpened()
+{
+    QFile inTheWay(m_dir->filePath(QStringLiteral("quellora-thread-preview")));
+    QVERIFY(inTheWay.open(QIODevice::WriteOnly));
+    CaptureSession session = CaptureSession::create();
+    session.addScreenshot("AB", QDateTime::currentDateTime());
+    session.addTurn(QStringLiteral("p"), QStringLiteral("r"), QDateTime::currentDateTime());
+    m_display->renderThread(session);
+    QVERIFY(shown());
+    QVERIFY(m_surface->page().contains(QStringLiteral("<img")));
+    QVERIFY(m_surface->page().contains(QStringLiteral("prompt-text")));
+    QSignalSpy failed(m_display.get(), &ResponseDisplay::previewFailed);
+    m_surface->post(QStringLiteral("openScreenshot"), offeredPath());
+    QTRY_COMPARE(failed.size(), 1);
+    QVERIFY(m_workspace->files.isEmpty());
+    QCOMPARE(m_log->lines.filter(QStringLiteral("Could not create thread-preview")).size(), 1);
+}
+
+void TestPageDisplay::newerPageSupersedesOneBeingBuilt()
+{
+    const auto first = m_display->loadContent(QStringLiteral("one"));
+    const auto second = m_display->loadContent(QStringLiteral("two"));
+    QVERIFY(first != second);
+    QVERIFY(shown());
+    QCOMPARE(m_surface->loads.size(), 1);
+    QVERIFY(m_surface->page().contains(QStringLiteral("{\"raw\":\"two\"}")));
+    QSignalSpy finished(m_display.get(), &ResponseDisplay::pageFinished);
+    m_surface->finishLoad();
+    QCOMPARE(finished.first().first().toULongLong(), second);
+}
+
+void TestPageDisplay::themeChangeWhileLoadingIsApplied()
+{
+    m_display->loadContent(QStringLiteral("x"));
+    m_display->setAppliedTheme(AppTheme::Light);
+    QVERIFY(shown());
+    QVERIFY(m_surface->page().contains(QStringLiteral("<body class=\"\">")));
+    m_surface->finishLoad();
+    QCOMPARE(m_surface->scripts.size(), 1);
+    QVERIFY(m_surface->scripts[0].contains(QStringLiteral("className = 'light'")));
+}
+
+void TestPageDisplay::alphaChangeWhileLoadingIsApplied()
+{
+    m_display->loadContent(QStringLiteral("x"));
+    m_display->setCurrentAlpha(0);
+    QVERIFY(shown());
+    m_surface->finishLoad();
+    QCOMPARE(m_surface->scripts, QStringList{responsepage::pillAlphaScript(0)});
+}
+
+void TestPageDisplay::failedNavigationsAreLogged()
+{
+    m_display->loadContent(QStringLiteral("x"));
+    QVERIFY(shown());
+    m_surface->failLoad(QStringLiteral("reason"), true);
+    QCOMPARE(m_log->lines.last(), QStringLiteral("[OverlayWindowController] ERROR: WebView "
+                                                 "provisional navigation failed: reason"));
+    m_surface->failLoad(QStringLiteral("reason"), false);
+    QCOMPARE(m_log->lines.last(), QStringLiteral("[OverlayWindowController] ERROR: WebView "
+                                                 "navigation failed: reason"));
+}
+
+void TestPageDisplay::applyThemePushes()
+{
+    m_display->setResponseTextColorHex(QStringLiteral("#123456"));
+    m_display->applyTheme();
+    QVERIFY(m_surface->scripts.last().contains(QStringLiteral("'--text', '#123456'")));
+    QVERIFY(m_surface->scripts.last().contains(QStringLiteral("className = ''")));
+    m_display->setResponseTextColorHex(std::nullopt);
+    m_display->applyTheme();
+    QVERIFY(m_surface->scripts.last().contains(QStringLiteral("removeProperty('--text')")));
+}
+
+void TestPageDisplay::textThatIsNoColorIsIgnored()
+{
+    for (const char *text : {"red'}</style><script>", "", "#12", "#ggg", "#1234567", "#fff\n"}) {
+        m_display->setResponseTextColorHex(QString::fromLatin1(text));
+        QVERIFY2(!m_display->responseTextColorHex(), text);
+    }
+    for (const char *text : {"#fff", "#8899AA", "#8899aa80"}) {
+        m_display->setResponseTextColorHex(QString::fromLatin1(text));
+        QCOMPARE(m_display->responseTextColorHex(), QString::fromLatin1(text));
+    }
+}
+
+void TestPageDisplay::throttleLimitsPushes()
+{
+    for (int i = 0; i < 20; ++i) {
+        m_display->setCurrentAlpha(i / 20.0);
+        m_display->pushPillAlphaLiveThrottled();
+        m_now += std::chrono::milliseconds(1);
+    }
+    QCOMPARE(m_surface->scripts.size(), 1);
+    QVERIFY(QTest::qWaitFor([&] { return m_surface->scripts.size() == 2; }, 5000));
+    QCOMPARE(m_surface->scripts.last(), responsepage::pillAlphaScript(19 / 20.0));
+    m_now += PillAlphaThrottle::interval;
+    m_display->pushPillAlphaLiveThrottled();
+    QCOMPARE(m_surface->scripts.size(), 3);
+}
+
+void TestPageDisplay::throttleSchedulesTheRest()
+{
+    PillAlphaThrottle::Nanoseconds now{0};
+    QList<qint64> scheduled;
+    int pushes = 0;
+    PillAlphaThrottle throttle([&] { return now; },
+                               [&](auto delay) { scheduled.append(delay ? delay->count() : -1); },
+                               [&] { ++pushes; });
+    throttle.request();
+    QCOMPARE(pushes, 1);
+    QCOMPARE(scheduled, QList<qint64>{-1});
+    now += std::chrono::milliseconds(10);
+    throttle.request();
+    QCOMPARE(pushes, 1);
+    QCOMPARE(scheduled.last(), PillAlphaThrottle::interval.count() - 10'000'000);
+    now += std::chrono::milliseconds(24);
+    throttle.fire();
+    QCOMPARE(pushes, 2);
+    // The scheduled push counts as the last one.
+    now += std::chrono::milliseconds(10);
+    throttle.request();
+    QCOMPARE(pushes, 2);
+    now += PillAlphaThrottle::interval;
+    throttle.request();
+    QCOMPARE(pushes, 3);
+}
+
+void TestPageDisplay::scrollCommands()
+{
+    m_display->scrollUp();
+    m_display->scrollDown();
+    m_display->scrollByPixels(-10);
+    m_display->scrollToFraction(0.25);
+    QCOMPARE(m_surface->scripts[0], QStringLiteral("document.body.scrollBy(0, -60.0);"));
+    QCOMPARE(m_surface->scripts[1], QStringLiteral("document.body.scrollBy(0, 60.0);"));
+    QCOMPARE(m_surface->scripts[2], QStringLiteral("document.body.scrollBy(0, -10.0);"));
+    QVERIFY(m_surface->scripts[3].contains(QStringLiteral("extent * 0.25;")));
+}
+
+void TestPageDisplay::scrollPosition_data()
+{
+    QTest::addColumn<double>("top");
+    QTest::addColumn<double>("height");
+    QTest::addColumn<double>("visible");
+    QTest::addColumn<bool>("enabled");
+    QTest::addColumn<double>("ratio");
+    QTest::addColumn<double>("fraction");
+    QTest::newRow("middle") << 250.0 << 1000.0 << 500.0 << true << 0.5 << 0.5;
+    QTest::newRow("fits") << 0.0 << 400.0 << 500.0 << false << 1.0 << 0.0;
+    QTest::newRow("equal") << 0.0 << 500.0 << 500.0 << false << 1.0 << 0.0;
+    QTest::newRow("beyond the end") << 900.0 << 1000.0 << 500.0 << true << 0.5 << 1.0;
+    QTest::newRow("above the top") << -20.0 << 1000.0 << 500.0 << true << 0.5 << 0.0;
+    QTest::newRow("less than a pixel") << 0.25 << 500.5 << 500.0 << true << 500.0 / 500.5 << 0.25;
+    QTest::newRow("nothing") << 0.0 << 0.0 << 0.0 << false << 0.0 << 0.0;
+}
+
+void TestPageDisplay::scrollPosition()
+{
+    QFETCH(double, top);
+    QFETCH(double, height);
+    QFETCH(double, visible);
+    QSignalSpy changed(m_display.get(), &ResponseDisplay::scrollPositionChanged);
+    m_surface->post(QStringLiteral("scrollPosition"),
+                    QVariantMap{{QStringLiteral("scrollTop"), top},
+                                {QStringLiteral("scrollHeight"), height},
+                                {QStringLiteral("clientHeight"), visible}});
+    QCOMPARE(changed.size(), 1);
+    QTEST(changed[0][0].toBool(), "enabled");
+    QTEST(changed[0][1].toDouble(), "ratio");
+    QTEST(changed[0][2].toDouble(), "fraction");
+}
+
+void TestPageDisplay::malformedMessages_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QVariant>("body");
+    QTest::addColumn<QString>("logged");
+    const auto row = [](const char *tag, const char *name, const QVariant &body, const char *text) {
+        QTest::newRow(tag) << QString::fromLatin1(name) << body << QString::fromUtf8(text);
+    };
+    row("scroll text", "scrollPosition", QStringLiteral("x"), "x");
+    row("scroll null", "scrollPosition", QVariant::fromValue(nullptr), "null");
+    row("scroll incomplete", "scrollPosition", QVariantMap{{QStringLiteral("scrollTop"), 1}},
+        "{\"scrollTop\":1}");
+    row("scroll texts", "scrollPosition",
+        QVariantMap{{QStringLiteral("scrollTop"), QStringLiteral("1")},
+                    {QStringLiteral("scrollHeight"), 2},
+                    {QStringLiteral("clientHeight"), 3}},
+        "{\"clientHeight\":3,\"scrollHeight\":2,\"scrollTop\":\"1\"}");
+    row("scroll endless", "scrollPosition",
+        QVariantMap{{QStringLiteral("scrollTop"), qInf()},
+                    {QStringLiteral("scrollHeight"), 2},
+                    {QStringLiteral("clientHeight"), 3}},
+        "{\"clientHeight\":3,\"scrollHeight\":2,\"scrollTop\":null}");
+    row("open number", "openScreenshot", 3, "3");
+    row("open unknown", "openScreenshot", QStringLiteral("/etc/passwd"), "/etc/passwd");
+    row("open lines", "openScreenshot", QStringLiteral("/a\n[00:00:00.000] fake"),
+        "/a [00:00:00.000] fake");
+    row("delete list", "noteDelete", QVariantList{1}, "[1]");
+    row("delete no id", "noteDelete", QStringLiteral("123"), "123");
+    row("delete braces", "noteDelete", QStringLiteral("{0A1B2C3D-0000-4000-8000-00000000ABCD}"),
+        "{0A1B2C3D-0000-4000-8000-00000000ABCD}");
+}
+
+void TestPageDisplay::malformedMessages()
+{
+    QFETCH(QString, name);
+    QFETCH(QVariant, body);
+    QFETCH(QString, logged);
+    QSignalSpy scrolled(m_display.get(), &ResponseDisplay::scrollPositionChanged);
+    QSignalSpy deleted(m_display.get(), &ResponseDisplay::noteDeleteRequested);
+    m_surface->post(name, body);
+    QCOMPARE(m_log->lines,
+             QStringList{QStringLiteral("[OverlayWindowController] ERROR: Received malformed %1 "
+                                        "message: %2")
+                             .arg(name, logged)});
+    QVERIFY(scrolled.isEmpty());
+    QVERIFY(deleted.isEmpty());
+    QVERIFY(m_workspace->files.isEmpty());
+}
+
+void TestPageDisplay::longBodiesAreCut()
+{
+    m_surface->post(QStringLiteral("noteDelete"), QString(100000, QLatin1Char('x')));
+    QVERIFY(m_log->lines[0].size() < 1000);
+}
+
+void TestPageDisplay::openScreenshotOpensKnownPathsOnly()
+{
+    CaptureSession session = CaptureSession::create();
+    session.addScreenshot("AB", QDateTime::currentDateTime());
+    session.addScreenshot("CD", QDateTime::currentDateTime());
+    m_display->renderThread(session);
+    QVERIFY(shown());
+    const QString path = offeredPath();
+    // A page that is only shown writes nothing.
+    QVERIFY(QDir(m_dir->path()).isEmpty());
+    m_surface->post(QStringLiteral("openScreenshot"), path);
+    QTRY_COMPARE(m_workspace->files, QStringList{path});
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    QCOMPARE(file.readAll(), QByteArray("AB"));
+    QCOMPARE(QFileInfo(path).dir().entryList(QDir::Files), QStringList{"screenshot-0.jpg"});
+    m_surface->post(QStringLiteral("openScreenshot"), path + QStringLiteral("/../x"));
+    m_surface->post(QStringLiteral("openScreenshot"), QStringLiteral("/etc/passwd"));
+    QCOMPARE(m_log->lines.filter(QStringLiteral("malformed openScreenshot")).size(), 2);
+    // The next page offers nothing of this one.
+    m_surface->finishLoad();
+    m_display->loadContent(QStringLiteral("other"));
+    QVERIFY(shown(2));
+    m_surface->finishLoad();
+    m_surface->post(QStringLiteral("openScreenshot"), path);
+    QCOMPARE(m_log->lines.filter(QStringLiteral("malformed openScreenshot")).size(), 3);
+    QCOMPARE(m_workspace->files.size(), 1);
+}
+
+void TestPageDisplay::previewsGoWithTheirThread()
+{
+    CaptureSession session = CaptureSession::create();
+    session.addScreenshot("AB", QDateTime::currentDateTime());
+    m_display->renderThread(session);
+    QVERIFY(shown());
+    const QString path = offeredPath();
+    QVERIFY(m_display->showsScreenshot(session.id, 0));
+    QVERIFY(!m_display->showsScreenshot(session.id, 1));
+    QVERIFY(!m_display->showsScreenshot(QUuid::createUuid(), 0));
+    const auto open = [&] {
+        m_workspace->files.clear();
+        m_surface->post(QStringLiteral("openScreenshot"), path);
+        return QTest::qWaitFor([&] { return !m_workspace->files.isEmpty(); }, 5000);
+    };
+    QVERIFY(open());
+    m_display->removePreview(session.id, 0);
+    QTRY_VERIFY(!QFile::exists(path));
+    QVERIFY(open());
+    m_display->removePreviews(session.id);
+    QTRY_VERIFY(!QFile::exists(path));
+    QVERIFY(open());
+    // At sign-out and at quit.
+    m_display.reset();
+    QVERIFY(QDir(m_dir->path()).isEmpty());
+}
+
+void TestPageDisplay::tellsWhatIsOnThePage()
+{
+    using Content = ResponseDisplay::Content;
+    QSignalSpy changed(m_display.get(), &ResponseDisplay::contentChanged);
+    QCOMPARE(m_display->content(), Content::Hint);
+    m_display->loadContent(QString());
+    QVERIFY(changed.isEmpty());
+    m_display->loadContent(QStringLiteral("**Error:**"));
+    QCOMPARE(m_display->content(), Content::Message);
+    CaptureSession session = CaptureSession::create();
+    m_display->renderThread(session);
+    QCOMPARE(m_display->content(), Content::Hint);
+    session.addScreenshot("AB", QDateTime::currentDateTime());
+    m_display->renderThread(session);
+    QCOMPARE(m_display->content(), Content::Thread);
+    m_display->loadContent(QStringLiteral("x"));
+    m_display->loadStreamingShell(session, QStringLiteral("q"), QDateTime::currentDateTime(), {});
+    QCOMPARE(m_display->content(), Content::Thread);
+    QCOMPARE(changed.size(), 5);
+}
+
+void TestPageDisplay::noteDelete()
+{
+    QSignalSpy deleted(m_display.get(), &ResponseDisplay::noteDeleteRequested);
+    const QUuid id = QUuid::createUuid();
+    m_surface->post(QStringLiteral("noteDelete"), uuidText(id));
+    QCOMPARE(deleted.size(), 1);
+    QCOMPARE(deleted[0][0].toUuid(), id);
+}
+
+void TestPageDisplay::links_data()
+{
+    QTest::addColumn<QString>("address");
+    QTest::addColumn<bool>("opens");
+    QTest::newRow("https") << QStringLiteral("https://example.com/a?b#c") << true;
+    QTest::newRow("http") << QStringLiteral("HTTP://example.com") << true;
+    QTest::newRow("mail") << QStringLiteral("mailto:a@example.com") << true;
+    QTest::newRow("file") << QStringLiteral("file:///etc/passwd") << false;
+    QTest::newRow("script") << QStringLiteral("javascript:alert(1)") << false;
+    QTest::newRow("relative") << QStringLiteral("foo") << false;
+    QTest::newRow("no host") << QStringLiteral("https:///x") << false;
+    QTest::newRow("custom") << QStringLiteral("vscode://x/y") << false;
+    QTest::newRow("empty") << QString() << false;
+}
+
+void TestPageDisplay::links()
+{
+    QFETCH(QString, address);
+    QFETCH(bool, opens);
+    emit m_surface->linkActivated(address);
+    QCOMPARE(m_workspace->urls.size(), opens ? 1 : 0);
+    if (opens)
+        QCOMPARE(m_workspace->urls[0], QUrl(address));
+}
+
+QUELLORA_TEST(QCoreApplication, TestPageDisplay)
+#include "test_page_display.moc"

@@ -1,0 +1,66 @@
+#include "EngineWindow.h"
+#include "fakes/LogCapture.h"
+#include "page/WebEngineSetup.h"
+#include "support/TestProgram.h"
+
+#include <QGuiApplication>
+
+using namespace quellora;
+
+namespace {
+
+/// A page with a sub-resource, as real pages have, that says who it is.
+QByteArray page(int number)
+{
+    return "<!DOCTYPE html><html><head><script src=\"https://cdn.jsdelivr.net/npm/marked/lib/"
+           "marked.umd.js\"></script></head><body>page " +
+           QByteArray::number(number) + "</body></html>";
+}
+
+void pause(int milliseconds)
+{
+    QEventLoop loop;
+    QTimer::singleShot(milliseconds, &loop, &QEventLoop::quit);
+    loop.exec();
+}
+
+} // namespace
+
+/// Answers come fast: a page that is replaced while it loads must not cost the page after it.
+class TestPageRapidLoads : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void theLastOfSeveralLoadsIsShown_data()
+    {
+        QTest::addColumn<int>("gap");
+        for (const int gap : {0, 5, 15, 30, 60, 110, 180})
+            QTest::newRow(qPrintable(QString::number(gap))) << gap;
+    }
+    void theLastOfSeveralLoadsIsShown()
+    {
+        QFETCH(int, gap);
+        LogCapture log;
+        EngineWindow engine;
+        int number = 0;
+        for (int round = 0; round < 6; ++round) {
+            PageSurface::LoadId last = 0;
+            PageSurface::LoadId finished = 0;
+            const auto connection = connect(&engine.view, &PageSurface::loadFinished, this,
+                                            [&finished](PageSurface::LoadId id) { finished = id; });
+            for (int i = 0; i < 4; ++i) {
+                last = engine.view.load(page(++number), QStringLiteral("load"));
+                pause(gap);
+            }
+            runUntil([&] { return finished == last; }, std::chrono::seconds(15));
+            disconnect(connection);
+            QCOMPARE(finished, last);
+            QCOMPARE(engine.text(QStringLiteral("document.body.innerText.trim()")),
+                     QStringLiteral("page %1").arg(number));
+        }
+    }
+};
+
+QUELLORA_TEST_MAIN(runEngineTest<TestPageRapidLoads>)
+
+#include "test_page_rapid_loads.moc"

@@ -1,0 +1,356 @@
+#include "fakes/LogCapture.h"
+#include "page/FakePageSurface.h"
+#include "support/TestProgram.h"
+
+#include <QCoreApplication>
+#include <QSignalSpy>
+#include <QTest>
+
+using namespace quellora;
+using namespace std::chrono_literals;
+
+class TestPageSurface : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void loadsWithTheNextTurn();
+    void newerLoadSupersedesOneThatHasNotStarted();
+    void oneRenderAtATimeAndTheNewestOfTheWaiting();
+    void scriptIsMadeWhenItRuns();
+    void emptyScriptRunsNothing();
+    void startedLoadDropsWaitingScripts();
+    void lateReportOfADroppedScriptChangesNothing();
+    void pauseGrowsWithTheTimeOfAScript_data();
+    void pauseGrowsWithTheTimeOfAScript();
+    void slowScriptIsFollowedByAPause();
+    void loadEndsAPause();
+    void heldPageKeepsTheNewestScriptWaiting();
+    void heldPageKeepsTheNewestLoadWaiting();
+    void processThatEndsIsStartedAgain();
+    void processThatKeepsEndingIsLeftAlone();
+    void loadAfterALostPageStarts();
+    void newLoadTakesThePlaceOfARestart();
+    void processWithoutAPageIsNotRestarted();
+    void scriptLostWhileLoadingHoldsNobodyUp();
+    void floodOfMessagesIsLoggedOnce();
+};
+
+void TestPageSurface::loadsWithTheNextTurn()
+{
+    LogCapture log;
+    FakePageSurface surface;
+    const auto id = surface.load("<p>", QStringLiteral("go"));
+    QVERIFY(surface.loads.isEmpty());
+    QVERIFY(log.lines.isEmpty());
+    QCoreApplication::processEvents();
+    QCOMPARE(surface.loads.size(), 1);
+    QCOMPARE(surface.loads.first().first, id);
+    QCOMPARE(surface.loads.first().second, QByteArray("<p>"));
+    QCOMPARE(log.lines, QStringList{QStringLiteral("go")});
+}
+
+void TestPageSurface::newerLoadSupersedesOneThatHasNotStarted()
+{
+    LogCapture log;
+    FakePageSurface surface;
+    surface.load("1", QStringLiteral("first"));
+    const auto second = surface.load("2", QStringLiteral("second"));
+    QCoreApplication::processEvents();
+    QCOMPARE(surface.loads.size(), 1);
+    QCOMPARE(surface.loads.first().first, second);
+    QCOMPARE(log.lines, QStringList{QStringLiteral("second")});
+}
+
+void TestPageSurface::oneRenderAtATimeAndTheNewestOfTheWaiting()
+{
+    FakePageSurface surface;
+    surface.runsAtOnce = false;
+    for (const char *script : {"a", "b", "c"})
+        surface.evaluateLatest([script] { return QString::fromLatin1(script); });
+    surface.evaluate(QStringLiteral("other"));
+    QCOMPARE(surface.scripts, (QStringList{QStringLiteral("a"), QStringLiteral("other")}));
+    surface.finishScript();
+    QCOMPARE(surface.scripts.last(), QStringLiteral("c"));
+    QCOMPARE(surface.scripts.size(), 3);
+    surface.finishScript();
+    QCOMPARE(surface.scripts.size(), 3);
+    surface.evaluateLatest([=] { return QStringLiteral("d"); });
+    QCOMPARE(surface.scripts.last(), QStringLiteral("d"));
+}
+
+void TestPageSurface::scriptIsMadeWhenItRuns()
+{
+    FakePageSurface surface;
+    surface.runsAtOnce = false;
+    QStringList made;
+    for (const char *name : {"a", "b", "c"}) {
+        surface.evaluateLatest([&made, name] {
+            made.append(QString::fromLatin1(name));
+            return made.last();
+        });
+    }
+    QCOMPARE(made, QStringList{QStringLiteral("a")});
+    surface.finishScript();
+    QCOMPARE(made, (QStringList{QStringLiteral("a"), QStringLiteral("c")}));
+}
+
+void TestPageSurface::emptyScriptRunsNothing()
+{
+    FakePageSurface surface;
+    surface.runsAtOnce = false;
+    surface.evaluateLatest([] { return QString(); });
+    QVERIFY(surface.scripts.isEmpty());
+    surface.evaluateLatest([] { return QStringLiteral("a"); });
+    QCOMPARE(surface.scripts, QStringList{QStringLiteral("a")});
+}
+
+void TestPageSurface::startedLoadDropsWaitingScripts()
+{
+    LogCapture log;
+    FakePageSurface surface;
+    surface.runsAtOnce = false;
+    surface.evaluateLatest([=] { return QStringLiteral("a"); });
+    surface.evaluateLatest([=] { return QStringLiteral("b"); });
+    surface.load("page", {});
+    QCoreApplication::processEvents();
+    surface.evaluateLatest([=] { return QStringLiteral("c"); });
+    QCOMPARE(surface.scripts, (QStringList{QStringLiteral("a"), QStringLiteral("c")}));
+}
+
+void TestPageSurface::lateReportOfADroppedScriptChangesNothing()
+{
+    LogCapture log;
+    FakePageSurface surface;
+    surface.runsAtOnce = false;
+    surface.evaluateLatest([=] { return QStringLiteral("a"); });
+    const quint64 dropped = surface.tokens.last();
+    surface.load("page", {});
+    QCoreApplication::processEvents();
+    surface.evaluateLatest([=] { return QStringLiteral("b"); });
+    surface.evaluateLatest([=] { return QStringLiteral("c"); });
+    surface.tokens.append(dropped);
+    surface.finishScript();
+    QCOMPARE(surface.scripts, (QStringList{QStringLiteral("a"), QStringLiteral("b")}));
+}
+
+void TestPageSurface::pauseGrowsWithTheTimeOfAScript_data()
+{
+    QTest::addColumn<int>("took");
+    QTest::addColumn<int>("size");
+    QTest::addColumn<int>("pause");
+    QTest::newRow("at once") << 0 << 100 << 0;
+    QTest::newRow("within a frame") << 16 << 8191 << 0;
+    QTest::newRow("slower") << 20 << 100 << 4;
+    QTest::newRow("half the time at most") << 900 << 100 << 884;
+    QTest::newRow("long") << 3 << 128 * 1024 << 16;
+    QTest::newRow("longer") << 8 << 512 * 1024 << 64;
+    QTest::newRow("no longer than one notices") << 8 << 5 * 1024 * 1024 << 100;
+    QTest::newRow("long and slow") << 50 << 128 * 1024 << 34;
+}
+
+void TestPageSurface::pauseGrowsWithTheTimeOfAScript()
+{
+    QFETCH(int, took);
+    QFETCH(int, size);
+    QFETCH(int, pause);
+    QCOMPARE(LatestScript::pauseAfter(std::chrono::milliseconds(took), size).count(),
+             std::chrono::nanoseconds(std::chrono::milliseconds(pause)).count());
+}
+
+void TestPageSurface::slowScriptIsFollowedByAPause()
+{
+    FakePageSurface surface;
+    surface.runsAtOnce = false;
+    surface.evaluateLatest([] { return QStringLiteral("a"); });
+    surface.evaluateLatest([] { return QStringLiteral("b"); });
+    surface.now += 20ms;
+    surface.finishScript();
+    QCOMPARE(surface.scripts, QStringList{QStringLiteral("a")});
+    surface.evaluateLatest([] { return QStringLiteral("c"); });
+    QCOMPARE(surface.scripts, QStringList{QStringLiteral("a")});
+    // The newest of those that waited runs by itself.
+    QTRY_COMPARE(surface.scripts, (QStringList{QStringLiteral("a"), QStringLiteral("c")}));
+}
+
+void TestPageSurface::loadEndsAPause()
+{
+    LogCapture log;
+    FakePageSurface surface;
+    surface.runsAtOnce = false;
+    surface.evaluateLatest([] { return QStringLiteral("a"); });
+    surface.now += 500ms;
+    surface.finishScript();
+    surface.load("page", {});
+    QCoreApplication::processEvents();
+    surface.evaluateLatest([] { return QStringLiteral("b"); });
+    QCOMPARE(surface.scripts, (QStringList{QStringLiteral("a"), QStringLiteral("b")}));
+}
+
+void TestPageSurface::heldPageKeepsTheNewestScriptWaiting()
+{
+    FakePageSurface surface;
+    surface.setHeld(true);
+    for (const char *script : {"a", "b"})
+        surface.evaluateLatest([script] { return QString::fromLatin1(script); });
+    surface.evaluate(QStringLiteral("scroll"));
+    QCOMPARE(surface.scripts, QStringList{QStringLiteral("scroll")});
+    surface.setHeld(false);
+    QCOMPARE(surface.scripts, (QStringList{QStringLiteral("scroll"), QStringLiteral("b")}));
+    surface.setHeld(false);
+    QCOMPARE(surface.scripts.size(), 2);
+}
+
+void TestPageSurface::heldPageKeepsTheNewestLoadWaiting()
+{
+    LogCapture log;
+    FakePageSurface surface;
+    surface.load("1", QStringLiteral("first"));
+    surface.setHeld(true);
+    const auto second = surface.load("2", QStringLiteral("second"));
+    QCoreApplication::processEvents();
+    QVERIFY(surface.loads.isEmpty());
+    surface.setHeld(false);
+    QCOMPARE(surface.loads.size(), 1);
+    QCOMPARE(surface.loads.first().first, second);
+    QCOMPARE(log.lines, QStringList{QStringLiteral("second")});
+}
+
+void TestPageSurface::processThatEndsIsStartedAgain()
+{
+    LogCapture log;
+    FakePageSurface surface;
+    QSignalSpy ended(&surface, &PageSurface::renderProcessTerminated);
+    surface.load("page", {});
+    QCoreApplication::processEvents();
+    surface.runsAtOnce = false;
+    surface.evaluateLatest([] { return QStringLiteral("a"); });
+    surface.crash();
+    QCOMPARE(ended.size(), 1);
+    QVERIFY(!surface.isPageLost());
+    QCOMPARE(surface.restarts, 0); // not inside the engine's report
+    QCoreApplication::processEvents();
+    QCOMPARE(surface.restarts, 1);
+    QCOMPARE(log.lines.last(), QStringLiteral("[ResponseView] ERROR: The page's process ended "
+                                              "(killed), loading the page again"));
+    // The script that was running is gone with its page.
+    surface.evaluateLatest([] { return QStringLiteral("b"); });
+    QCOMPARE(surface.scripts.last(), QStringLiteral("b"));
+}
+
+void TestPageSurface::processThatKeepsEndingIsLeftAlone()
+{
+    LogCapture log;
+    FakePageSurface surface;
+    surface.load("page", {});
+    QCoreApplication::processEvents();
+    log.clear();
+    for (int i = 0; i < 4; ++i) {
+        surface.crash();
+        QCoreApplication::processEvents();
+        surface.now += 9s;
+    }
+    QCOMPARE(surface.restarts, 3);
+    QVERIFY(surface.isPageLost());
+    QCOMPARE(log.lines.size(), 4);
+    QCOMPARE(log.lines.last(), QStringLiteral("[ResponseView] ERROR: The page's process ended "
+                                              "(killed), too often: the page stays empty until the "
+                                              "next one"));
+}
+
+void TestPageSurface::loadAfterALostPageStarts()
+{
+    LogCapture log;
+    FakePageSurface surface;
+    surface.load("page", {});
+    QCoreApplication::processEvents();
+    for (int i = 0; i < 4; ++i)
+        surface.crash();
+    QVERIFY(surface.isPageLost());
+    surface.load("next", {});
+    QCoreApplication::processEvents();
+    QVERIFY(!surface.isPageLost());
+    QCOMPARE(surface.loads.size(), 2);
+    // The first of the restarts is forgotten after half a minute.
+    const int before = surface.restarts;
+    surface.now += 30s;
+    surface.crash();
+    QCoreApplication::processEvents();
+    QCOMPARE(surface.restarts, before + 1);
+    QVERIFY(!surface.isPageLost());
+}
+
+void TestPageSurface::newLoadTakesThePlaceOfARestart()
+{
+    LogCapture log;
+    FakePageSurface surface;
+    surface.load("page", {});
+    QCoreApplication::processEvents();
+    surface.load("next", {});
+    surface.crash();
+    QCoreApplication::processEvents();
+    QCOMPARE(surface.loads.size(), 2);
+    QCOMPARE(surface.restarts, 0);
+}
+
+void TestPageSurface::processWithoutAPageIsNotRestarted()
+{
+    LogCapture log;
+    FakePageSurface surface;
+    surface.crash();
+    QCoreApplication::processEvents();
+    QCOMPARE(surface.restarts, 0);
+    QVERIFY(!surface.isPageLost());
+}
+
+void TestPageSurface::scriptLostWhileLoadingHoldsNobodyUp()
+{
+    LogCapture log;
+    FakePageSurface surface;
+    surface.load("page", {});
+    QCoreApplication::processEvents();
+    surface.crash();
+    surface.runsAtOnce = false;
+    // In no page: nobody will report on it.
+    surface.evaluateLatest([] { return QStringLiteral("lost"); });
+    QCoreApplication::processEvents();
+    surface.finishLoad();
+    surface.evaluateLatest([] { return QStringLiteral("shown"); });
+    QCOMPARE(surface.scripts.last(), QStringLiteral("shown"));
+}
+
+void TestPageSurface::floodOfMessagesIsLoggedOnce()
+{
+    LogCapture log;
+    FakePageSurface surface;
+    QSignalSpy messages(&surface, &PageSurface::message);
+    const auto post = [&](int count) {
+        messages.clear();
+        for (int i = 0; i < count; ++i)
+            surface.post(QStringLiteral("scrollPosition"), i);
+        return messages.size();
+    };
+    QCOMPARE(post(500), 500);
+    QVERIFY(log.lines.isEmpty());
+    // A flood that goes on from second to second is one.
+    QCOMPARE(post(1000), 0);
+    for (int second = 0; second < 5; ++second) {
+        surface.now += 1s;
+        QCOMPARE(post(1000), 500);
+    }
+    const QString line = QStringLiteral("[ResponseView] ERROR: The page posts more than 500 "
+                                        "messages a second, dropping the rest");
+    QCOMPARE(log.lines, QStringList{line});
+    // After a second within the bounds, and after a silence, it is another one.
+    surface.now += 1s;
+    QCOMPARE(post(500), 500);
+    surface.now += 1s;
+    QCOMPARE(post(501), 500);
+    QCOMPARE(log.lines, (QStringList{line, line}));
+    surface.now += 60s;
+    QCOMPARE(post(501), 500);
+    QCOMPARE(log.lines.size(), 3);
+}
+
+QUELLORA_TEST(QCoreApplication, TestPageSurface)
+#include "test_page_surface.moc"

@@ -1,0 +1,376 @@
+#include "panels/BottomPanelsModel.h"
+
+#include "query/PromptConfig.h"
+#include "base/UserDefaults.h"
+#include "fakes/LogCapture.h"
+#include "support/TestProgram.h"
+
+#include <QGuiApplication>
+#include <QBuffer>
+#include <QSignalSpy>
+#include <QTest>
+#include <QUrl>
+
+using namespace quellora;
+
+namespace {
+
+QByteArray jpegOf(const QSize &size, const QColor &color = Qt::red)
+{
+    QImage image(size, QImage::Format_RGB32);
+    image.fill(color);
+    QByteArray bytes;
+    QBuffer buffer(&bytes);
+    buffer.open(QIODevice::WriteOnly);
+    image.save(&buffer, "JPEG");
+    return bytes;
+}
+
+AdminMessagePayload messageOf(const QString &type)
+{
+    AdminMessagePayload message;
+    message.id = QStringLiteral("m1");
+    message.type = type;
+    message.headerText = QStringLiteral("Startup issues");
+    message.bodyMarkdown = QStringLiteral("**Bold** body");
+    return message;
+}
+
+const QString informational = QStringLiteral("INFORMATIONAL");
+const QString blocking = QStringLiteral("BLOCKING");
+
+} // namespace
+
+class TestBottomPanelsModel : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void init()
+    {
+        m_defaults = std::make_unique<JsonUserDefaults>();
+        m_model = std::make_unique<BottomPanelsModel>(*m_defaults);
+    }
+
+    void promptHoldsTheBuiltInTextWhileNothingIsStored()
+    {
+        QCOMPARE(m_model->promptText(), PromptConfig::builtIn());
+        m_model->setPromptText(PromptConfig::builtIn());
+        QVERIFY(!m_defaults->stringValue(QLatin1String(DefaultsKey::userPrompt)));
+    }
+
+    void promptIsStoredAndFollowsTheStore()
+    {
+        QSignalSpy changed(m_model.get(), &BottomPanelsModel::promptTextChanged);
+        m_model->setPromptText(QStringLiteral("Why?"));
+        QCOMPARE(m_defaults->stringValue(QLatin1String(DefaultsKey::userPrompt)),
+                 QStringLiteral("Why?"));
+        QCOMPARE(changed.size(), 1);
+        m_defaults->setString(QLatin1String(DefaultsKey::userPrompt), QString());
+        QCOMPARE(changed.size(), 2);
+        QCOMPARE(m_model->promptText(), QString());
+    }
+
+    void blanksCountAsEmpty_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<bool>("isEmpty");
+        QTest::newRow("nothing") << QString() << true;
+        QTest::newRow("blanks") << QStringLiteral("  \t ") << true;
+        QTest::newRow("line breaks") << QStringLiteral(" \n\n") << true;
+        QTest::newRow("text between blanks") << QStringLiteral("  a ") << false;
+    }
+    void blanksCountAsEmpty()
+    {
+        QFETCH(QString, text);
+        QFETCH(bool, isEmpty);
+        m_model->setPromptText(text);
+        QCOMPARE(m_model->isPromptEmpty(), isEmpty);
+        QSignalSpy sent(m_model.get(), &BottomPanelsModel::sendRequested);
+        QSignalSpy noted(m_model.get(), &BottomPanelsModel::noteRequested);
+        m_model->send();
+        m_model->addNote();
+        QCOMPARE(sent.size(), isEmpty ? 0 : 1);
+        QCOMPARE(noted.size(), isEmpty ? 0 : 1);
+        if (!isEmpty)
+            QCOMPARE(sent.first().first().toString(), text);
+    }
+
+    void blockedSendStillRuns()
+    {
+        m_model->setPromptText(QString());
+        m_model->setBlocked(true);
+        QSignalSpy sent(m_model.get(), &BottomPanelsModel::sendRequested);
+        m_model->send();
+        QCOMPARE(sent.size(), 1);
+    }
+
+    void addingANoteEmptiesTheBox()
+    {
+        m_model->setPromptText(QStringLiteral("remember"));
+        QSignalSpy noted(m_model.get(), &BottomPanelsModel::noteRequested);
+        m_model->addNote();
+        QCOMPARE(noted.takeFirst().first().toString(), QStringLiteral("remember"));
+        QVERIFY(m_model->promptText().isEmpty());
+    }
+
+    void capturesAreRefusedWhileOneRuns()
+    {
+        QSignalSpy andSend(m_model.get(), &BottomPanelsModel::captureAndSendRequested);
+        QSignalSpy noSend(m_model.get(), &BottomPanelsModel::captureNoSendRequested);
+        m_model->setCapturing(true);
+        m_model->captureAndSend();
+        m_model->captureNoSend();
+        QCOMPARE(andSend.size() + noSend.size(), 0);
+        m_model->setCapturing(false);
+        m_model->captureAndSend();
+        m_model->captureNoSend();
+        QCOMPARE(andSend.size(), 1);
+        QCOMPARE(noSend.size(), 1);
+    }
+
+    void informationalMessageCollapsesAndExpands()
+    {
+        QVERIFY(!m_model->hasMessage());
+        m_model->setAdminMessage(messageOf(informational));
+        QVERIFY(m_model->hasMessage());
+        QVERIFY(!m_model->isMessageBlocking());
+        QCOMPARE(m_model->messageHeader(), QStringLiteral("Startup issues"));
+        QCOMPARE(m_model->messageBodyText(), QStringLiteral("Bold body"));
+        QSignalSpy toggled(m_model.get(), &BottomPanelsModel::informationalCollapseToggled);
+        m_model->toggleMessageCollapsed();
+        QCOMPARE(toggled.size(), 1);
+        m_model->setInformationalCollapsed(true);
+        QVERIFY(m_model->isMessageCollapsed());
+        m_model->setInformationalCollapsed(false);
+        QVERIFY(!m_model->isMessageCollapsed());
+    }
+
+    void blockingMessageNeverCollapses()
+    {
+        m_model->setAdminMessage(messageOf(blocking));
+        m_model->setInformationalCollapsed(true);
+        QSignalSpy toggled(m_model.get(), &BottomPanelsModel::informationalCollapseToggled);
+        m_model->toggleMessageCollapsed();
+        QCOMPARE(toggled.size(), 0);
+        QVERIFY(m_model->isMessageBlocking());
+        QVERIFY(!m_model->isMessageCollapsed());
+    }
+
+    void removedMessageLeavesNothing()
+    {
+        m_model->setAdminMessage(messageOf(blocking));
+        m_model->setAdminMessage(std::nullopt);
+        QVERIFY(!m_model->hasMessage());
+        QVERIFY(m_model->messageHeader().isEmpty());
+        QVERIFY(m_model->messageBody().isEmpty());
+        m_model->toggleMessageCollapsed();
+        m_model->performMessageAction();
+    }
+
+    void headerIsOneLine()
+    {
+        auto message = messageOf(informational);
+        message.headerText = QStringLiteral("Two\nlines");
+        m_model->setAdminMessage(message);
+        QCOMPARE(m_model->messageHeader(), QStringLiteral("Two lines"));
+    }
+
+    void actionNeedsLabelAndSafeAddress_data()
+    {
+        QTest::addColumn<QString>("label");
+        QTest::addColumn<QString>("url");
+        QTest::addColumn<bool>("isShown");
+        QTest::newRow("both") << QStringLiteral("Upgrade Now") << QStringLiteral("https://a.b/c")
+                              << true;
+        QTest::newRow("no label") << QString() << QStringLiteral("https://a.b/c") << false;
+        QTest::newRow("no address") << QStringLiteral("Go") << QString() << false;
+        QTest::newRow("file") << QStringLiteral("Go") << QStringLiteral("file:///bin/sh") << false;
+        QTest::newRow("script") << QStringLiteral("Go") << QStringLiteral("javascript:x") << false;
+        QTest::newRow("broken") << QStringLiteral("Go") << QStringLiteral("https://a b") << false;
+    }
+    void actionNeedsLabelAndSafeAddress()
+    {
+        QFETCH(QString, label);
+        QFETCH(QString, url);
+        QFETCH(bool, isShown);
+        auto message = messageOf(informational);
+        if (!label.isNull())
+            message.actionLabel = label;
+        if (!url.isNull())
+            message.actionUrl = url;
+        m_model->setAdminMessage(message);
+        QCOMPARE(m_model->messageActionLabel(), isShown ? label : QString());
+        QSignalSpy asked(m_model.get(), &BottomPanelsModel::messageActionRequested);
+        m_model->performMessageAction();
+        QCOMPARE(asked.size(), isShown ? 1 : 0);
+        if (isShown)
+            QCOMPARE(asked.first().first().toUrl(), QUrl(url));
+    }
+
+    void bodyLinksOpenOnlyWebAddresses()
+    {
+        QSignalSpy asked(m_model.get(), &BottomPanelsModel::messageActionRequested);
+        m_model->openMessageLink(QStringLiteral("file:///etc/passwd"));
+        m_model->openMessageLink(QStringLiteral("mailto:a@b.c"));
+        QCOMPARE(asked.size(), 0);
+        m_model->openMessageLink(QStringLiteral("https://example.com/help"));
+        QCOMPARE(asked.takeFirst().first().toUrl(),
+                 QUrl(QStringLiteral("https://example.com/help")));
+    }
+
+    void blockedReasonNamesTheBlockingCard()
+    {
+        QCOMPARE(m_model->blockedReason(), QStringLiteral("Blocked: out of credits"));
+        m_model->setAdminMessage(messageOf(informational));
+        QCOMPARE(m_model->blockedReason(), QStringLiteral("Blocked: out of credits"));
+        auto message = messageOf(blocking);
+        message.headerText = QStringLiteral("Credit Limit Reached");
+        QSignalSpy changed(m_model.get(), &BottomPanelsModel::blockedReasonChanged);
+        m_model->setAdminMessage(message);
+        QCOMPARE(m_model->blockedReason(), QStringLiteral("Blocked: Credit Limit Reached"));
+        QCOMPARE(changed.size(), 1);
+    }
+
+    void modelChoice()
+    {
+        QCOMPARE(m_model->selectedModelName(), QStringLiteral("Model"));
+        m_model->setAvailableModels({{QStringLiteral("f"), QStringLiteral("Fast"), QString()},
+                                     {QStringLiteral("b"), QStringLiteral("Balanced"), QString()}});
+        m_model->setSelectedModelId(QStringLiteral("b"));
+        QCOMPARE(m_model->selectedModelName(), QStringLiteral("Balanced"));
+        QSignalSpy selected(m_model.get(), &BottomPanelsModel::modelSelected);
+        m_model->selectModel(QStringLiteral("f"));
+        QCOMPARE(selected.takeFirst().first().toString(), QStringLiteral("f"));
+        m_model->selectModel(QStringLiteral("unknown"));
+        QCOMPARE(selected.size(), 0);
+        m_model->setAvailableModels({});
+        QCOMPARE(m_model->selectedModelName(), QStringLiteral("Model"));
+    }
+
+    void modelListRoles()
+    {
+        m_model->setAvailableModels(
+            {{QStringLiteral("f"), QStringLiteral("Fast"), QStringLiteral("Quick answers")}});
+        ModelListModel *list = m_model->models();
+        QCOMPARE(list->rowCount(), 1);
+        QCOMPARE(list->count(), 1);
+        const QModelIndex row = list->index(0);
+        QCOMPARE(row.data(ModelListModel::IdRole).toString(), QStringLiteral("f"));
+        QCOMPARE(row.data(ModelListModel::DisplayNameRole).toString(), QStringLiteral("Fast"));
+        QCOMPARE(row.data(ModelListModel::DescriptorRole).toString(),
+                 QStringLiteral("Quick answers"));
+        QCOMPARE(list->idAt(0), QStringLiteral("f"));
+        QCOMPARE(list->idAt(1), QString());
+        QCOMPARE(list->rowOf(QStringLiteral("x")), -1);
+    }
+
+    void attachmentIsDecodedInTheBackground()
+    {
+        QVERIFY(!m_model->hasAttachedScreenshot());
+        m_model->setStagedScreenshotData(jpegOf({1280, 800}));
+        QVERIFY(m_model->hasAttachedScreenshot());
+        QVERIFY(m_model->attachmentImage().isNull()); // nothing was decoded on this thread
+        QTRY_VERIFY(!m_model->attachmentImage().isNull());
+        QCOMPARE(m_model->attachmentImage().size(), StagedScreenshot::previewSize * 3);
+        QCOMPARE(m_model->attachmentCaption(),
+                 QStringLiteral("1280 \u00d7 800 \u00b7 goes with your next message"));
+        QVERIFY(!m_model->hasAttachmentFailed());
+        QSignalSpy removed(m_model.get(), &BottomPanelsModel::attachmentRemoved);
+        m_model->removeAttachment();
+        QCOMPARE(removed.size(), 1);
+        m_model->setStagedScreenshotData(std::nullopt);
+        QVERIFY(!m_model->hasAttachedScreenshot());
+        QVERIFY(m_model->attachmentImage().isNull());
+        m_model->removeAttachment();
+        QCOMPARE(removed.size(), 1);
+    }
+
+    void aReplacedAttachmentNeverShowsTheOldPicture()
+    {
+        m_model->setStagedScreenshotData(jpegOf({3000, 2000}, Qt::red));
+        m_model->setStagedScreenshotData(jpegOf({320, 200}, Qt::blue));
+        QTRY_VERIFY(!m_model->attachmentImage().isNull());
+        QThreadPool::globalInstance()->waitForDone();
+        QCoreApplication::processEvents();
+        const QColor middle = m_model->attachmentImage().pixelColor(100, 60);
+        QVERIFY(middle.blue() > 200 && middle.red() < 50);
+        QVERIFY(m_model->attachmentCaption().startsWith(QStringLiteral("320 ")));
+    }
+
+    void brokenAttachmentShowsTheFallback()
+    {
+        LogCapture log;
+        m_model->setStagedScreenshotData(QByteArray("no picture"));
+        QTRY_VERIFY(m_model->hasAttachmentFailed());
+        QCOMPARE(m_model->attachmentCaption(), QStringLiteral("goes with your next message"));
+        QCOMPARE(log.lines.size(), 1);
+    }
+
+    void closingWhileDecodingIsSafe()
+    {
+        m_model->setStagedScreenshotData(jpegOf({2000, 1200}));
+        m_model.reset();
+        QThreadPool::globalInstance()->waitForDone();
+        QCoreApplication::processEvents();
+    }
+
+    void firstLaunchCardEndsForGood()
+    {
+        QVERIFY(m_model->isFirstLaunchCardDue());
+        QSignalSpy changed(m_model.get(), &BottomPanelsModel::isFirstLaunchCardDueChanged);
+        m_model->finishFirstLaunch();
+        QVERIFY(!m_model->isFirstLaunchCardDue());
+        QCOMPARE(changed.size(), 1);
+        QCOMPARE(m_defaults->boolValue(QLatin1String(DefaultsKey::hasLaunchedBefore)), true);
+        BottomPanelsModel next(*m_defaults);
+        QVERIFY(!next.isFirstLaunchCardDue());
+    }
+
+    void aStoredValueOfAnotherTypeCountsAsAbsent()
+    {
+        m_defaults->setString(QLatin1String(DefaultsKey::hasLaunchedBefore),
+                              QStringLiteral("true"));
+        m_defaults->setBool(QLatin1String(DefaultsKey::userPrompt), true);
+        QVERIFY(m_model->isFirstLaunchCardDue());
+        QCOMPARE(m_model->promptText(), PromptConfig::builtIn());
+    }
+
+    void saveThreadAsksForTheOtherState()
+    {
+        QSignalSpy toggled(m_model.get(), &BottomPanelsModel::keepAIHistoryToggled);
+        m_model->toggleKeepAIHistory();
+        QCOMPARE(toggled.takeFirst().first().toBool(), true);
+        m_model->setKeepAIHistoryEnabled(true);
+        m_model->toggleKeepAIHistory();
+        QCOMPARE(toggled.takeFirst().first().toBool(), false);
+    }
+
+    void heightIsReportedOnlyWhenItChanges()
+    {
+        QSignalSpy reported(m_model.get(), &BottomPanelsModel::heightChanged);
+        m_model->reportHeight(140);
+        m_model->reportHeight(140);
+        m_model->reportHeight(204);
+        QCOMPARE(reported.size(), 2);
+        QCOMPARE(reported.last().first().toDouble(), 204.0);
+    }
+
+    void hotkeyTexts()
+    {
+        QSignalSpy changed(m_model.get(), &BottomPanelsModel::hotkeysChanged);
+        HotkeyTexts texts;
+        texts.capture = QStringLiteral("Ctrl+Option+Cmd+C");
+        m_model->setHotkeys(texts);
+        m_model->setHotkeys(texts);
+        QCOMPARE(changed.size(), 1);
+        QCOMPARE(m_model->captureHotkey(), texts.capture);
+        QVERIFY(m_model->captureNoSendHotkey().isEmpty());
+    }
+
+private:
+    std::unique_ptr<JsonUserDefaults> m_defaults;
+    std::unique_ptr<BottomPanelsModel> m_model;
+};
+
+QUELLORA_TEST(QGuiApplication, TestBottomPanelsModel)
+#include "test_bottom_panels_model.moc"

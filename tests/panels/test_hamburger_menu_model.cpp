@@ -1,0 +1,108 @@
+#include "panels/HamburgerMenuModel.h"
+#include "support/TestProgram.h"
+
+#include <QGuiApplication>
+#include <QSignalSpy>
+#include <QTest>
+
+using quellora::HamburgerMenuModel;
+using Tier = HamburgerMenuModel::Tier;
+
+class TestHamburgerMenuModel : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void withoutCapThereIsNoPercentage()
+    {
+        HamburgerMenuModel menu;
+        menu.setUsage(5000, 0, false);
+        QCOMPARE(menu.usagePercent(), 0.0);
+        QCOMPARE(menu.fillFraction(), 0.0);
+        QCOMPARE(menu.usageText(), QStringLiteral("No limit set"));
+        QVERIFY(menu.caption().isEmpty());
+        QCOMPARE(menu.tier(), Tier::Normal);
+    }
+
+    void exceededWithoutCapStillShowsNoLimit()
+    {
+        HamburgerMenuModel menu;
+        menu.setUsage(5000, 0, true);
+        QCOMPARE(menu.usageText(), QStringLiteral("No limit set"));
+        QCOMPARE(menu.fillFraction(), 0.0);
+        QVERIFY(menu.caption().isEmpty());
+    }
+
+    void creditsAreRounded()
+    {
+        HamburgerMenuModel menu;
+        menu.setUsage(250000, 1000000, false);
+        QCOMPARE(menu.tokensUsedLabel(), QStringLiteral("2K"));
+        QCOMPARE(menu.tokenCapLabel(), QStringLiteral("10K"));
+        QCOMPARE(menu.usageText(), QStringLiteral("2K of 10K credits"));
+        QCOMPARE(menu.usagePercent(), 25.0);
+    }
+
+    void tiersAndCaptions_data()
+    {
+        QTest::addColumn<qint64>("used");
+        QTest::addColumn<bool>("exceeded");
+        QTest::addColumn<Tier>("tier");
+        QTest::addColumn<double>("fill");
+        QTest::addColumn<QString>("caption");
+        QTest::newRow("0") << qint64(0) << false << Tier::Normal << 0.0
+                           << QStringLiteral("0% used");
+        QTest::newRow("79.9") << qint64(799) << false << Tier::Normal << 0.799
+                              << QStringLiteral("79% used");
+        QTest::newRow("80") << qint64(800) << false << Tier::Amber << 0.8
+                            << QStringLiteral("80% used");
+        QTest::newRow("94.9") << qint64(949) << false << Tier::Amber << 0.949
+                              << QStringLiteral("94% used");
+        QTest::newRow("95") << qint64(950) << false << Tier::Danger << 0.95
+                            << QStringLiteral("95% used. Almost out of credits.");
+        QTest::newRow("110, not exceeded") << qint64(1100) << false << Tier::Danger << 1.0
+                                           << QStringLiteral("110% used. Almost out of credits.");
+        QTest::newRow("exceeded") << qint64(1250) << true << Tier::Exceeded << 1.0
+                                  << QStringLiteral("Limit exceeded. Sending is blocked.");
+        QTest::newRow("negative") << qint64(-10) << false << Tier::Normal << 0.0
+                                  << QStringLiteral("-1% used");
+    }
+    void tiersAndCaptions()
+    {
+        QFETCH(qint64, used);
+        QFETCH(bool, exceeded);
+        QFETCH(Tier, tier);
+        QFETCH(double, fill);
+        QFETCH(QString, caption);
+        HamburgerMenuModel menu;
+        menu.setUsage(used, 1000, exceeded);
+        QCOMPARE(menu.tier(), tier);
+        QCOMPARE(menu.fillFraction(), fill);
+        QCOMPARE(menu.caption(), caption);
+    }
+
+    void rowsAreHiddenUntilTheyWork()
+    {
+        HamburgerMenuModel menu;
+        QVERIFY(!menu.historyAvailable());
+        QVERIFY(!menu.settingsAvailable());
+        QSignalSpy changed(&menu, &HamburgerMenuModel::rowsChanged);
+        menu.setHistoryAvailable(true);
+        menu.setSettingsAvailable(true);
+        menu.setSettingsAvailable(true);
+        QCOMPARE(changed.size(), 2);
+        QVERIFY(menu.historyAvailable());
+        QVERIFY(menu.settingsAvailable());
+    }
+
+    void unchangedUsageIsNotAnnounced()
+    {
+        HamburgerMenuModel menu;
+        QSignalSpy changed(&menu, &HamburgerMenuModel::usageChanged);
+        menu.setUsage(1, 2, false);
+        menu.setUsage(1, 2, false);
+        QCOMPARE(changed.size(), 1);
+    }
+};
+
+QUELLORA_TEST(QGuiApplication, TestHamburgerMenuModel)
+#include "test_hamburger_menu_model.moc"

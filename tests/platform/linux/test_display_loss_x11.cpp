@@ -1,0 +1,67 @@
+#include "platform/Platform.h"
+#include "support/TestProgram.h"
+
+#include <QGuiApplication>
+#include <QProcess>
+#include <QTest>
+
+#include <cstdlib>
+#include <thread>
+
+#include <sys/socket.h>
+
+// Last, because its macros collide with ordinary names.
+#include <X11/Xlib.h>
+
+using namespace quellora;
+
+namespace {
+
+constexpr auto loseOption = "--lose-display";
+constexpr int ownStatus = 42;
+
+/// The process under test: a drawing thread finds its connection to the display cut.
+int loseDisplay()
+{
+    Platform::leaveWithDisplay([] { std::_Exit(ownStatus); });
+    std::thread([] {
+        Display *display = XOpenDisplay(nullptr);
+        ::shutdown(ConnectionNumber(display), SHUT_RDWR);
+        XSync(display, 0);
+    }).detach();
+    return QGuiApplication::exec();
+}
+
+} // namespace
+
+/// What becomes of the process is seen from outside: this program is started once more for it.
+class TestDisplayLossX11 : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void aDrawingThreadLeavesInTheGivenWay()
+    {
+        QProcess process;
+        process.start(QCoreApplication::applicationFilePath(), {QStringLiteral("display_loss_x11"), QLatin1String(loseOption)});
+        QVERIFY(process.waitForFinished());
+        QCOMPARE(process.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(process.exitCode(), ownStatus);
+    }
+};
+
+namespace {
+
+int runTests(int argc, char **argv)
+{
+    QGuiApplication application(argc, argv);
+    if (QGuiApplication::arguments().contains(QLatin1String(loseOption)))
+        return loseDisplay();
+    TestDisplayLossX11 test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+} // namespace
+
+QUELLORA_TEST_MAIN(runTests)
+
+#include "test_display_loss_x11.moc"

@@ -1,0 +1,478 @@
+#include "base/Log.h"
+#include "platform/linux/OtherClient.h"
+#include "platform/linux/X11Tools.h"
+#include "platform/linux/GlobalHotkeysX11.h"
+#include "support/TestProgram.h"
+
+#include <QGuiApplication>
+#include <QWindow>
+#include <QtTest>
+
+#include <memory>
+
+using namespace quellora;
+
+namespace {
+
+constexpr quint32 ctrlAltCmd =
+    GlobalHotkeys::Control | GlobalHotkeys::Option | GlobalHotkeys::Command;
+constexpr quint16 xControl = XCB_MOD_MASK_CONTROL;
+constexpr quint16 xAlt = XCB_MOD_MASK_1;
+constexpr quint16 xSuper = XCB_MOD_MASK_4;
+constexpr quint16 xNumLock = XCB_MOD_MASK_2;
+constexpr quint16 xCapsLock = XCB_MOD_MASK_LOCK;
+constexpr int badAccess = 10;
+// Physical keys, named by what is printed on a US keyboard.
+constexpr int keyC = 54;
+constexpr int keyX = 53;
+constexpr int keyY = 29;
+constexpr int keyZ = 52;
+constexpr int key3 = 12;
+constexpr quint32 markerId = 99;
+
+/// Counts the key presses that the server reports to this program.
+class PressCounter : public QAbstractNativeEventFilter
+{
+public:
+    // A filter installed later sees an event earlier.
+    PressCounter() { qGuiApp->installNativeEventFilter(this); }
+    bool nativeEventFilter(const QByteArray &, void *message, qintptr *) override
+    {
+        const auto *event = static_cast<const xcb_generic_event_t *>(message);
+        presses += (event->response_type & ~0x80) == XCB_KEY_PRESS;
+        return false;
+    }
+    int presses = 0;
+};
+
+} // namespace
+
+/// Presses come from another process while another program's window has the focus.
+class GlobalHotkeysX11Test : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void init();
+    void cleanup();
+
+    void firesWhileAnotherProgramHasTheFocus();
+    void firesInOurOwnWindow();
+    void lockKeysMakeNoDifference_data();
+    void lockKeysMakeNoDifference();
+    void otherModifiersDoNotFire();
+    void distinguishesModifiers();
+    void shiftedDigitGrabsTheBaseKey();
+    void heldKeyFiresOnce();
+    void quickPressesAllFire();
+    void conflictIsBadAccess();
+    void conflictOnOneLockVariantGrabsNothing();
+    void registersAfterTheOtherProgramReleases();
+    void ourOwnDuplicateIsRefused();
+    void unknownKeyIsRefused();
+    void unregisteredKeyReachesTheOtherProgramAgain();
+    void unregisterOfUnknownIsNoError();
+    void removedHandlerIsNotCalled();
+    void handlerMayUnregisterItself();
+    void destructionReleasesTheKeys();
+    void activeGrabOfAnotherProgramWins();
+    void followsTheLayout();
+    void cyrillicLayoutKeepsTheLetters();
+    void secondLayoutOfTwoKeepsTheLetters();
+    void conflictAfterLayoutChangeIsLoggedAndRecovers();
+    void namesKeys();
+
+private:
+    GlobalHotkeys::Registration add(const QString &key, quint32 modifiers, quint32 id);
+    bool pressMarker();
+    bool heldByUs(int keycode, quint16 modifiers);
+    void setLock(const QString &key, quint16 mask, bool on);
+
+    std::unique_ptr<OtherClient> m_other;
+    std::unique_ptr<GlobalHotkeysX11> m_hotkeys;
+    QList<quint32> m_fired;
+    QStringList m_log;
+};
+
+void GlobalHotkeysX11Test::init()
+{
+    m_fired.clear();
+    m_log.clear();
+    Log::setSinkForTesting([this](const QString &line) { m_log << line; });
+    m_other = std::make_unique<OtherClient>();
+    QVERIFY(m_other->openFocusedWindow({0, 0, 400, 300}));
+    m_hotkeys = std::make_unique<GlobalHotkeysX11>(*X11Connection::current());
+    m_hotkeys->installHandler([this](quint32 id) { m_fired << id; });
+}
+
+void GlobalHotkeysX11Test::cleanup()
+{
+    m_hotkeys.reset();
+    m_other.reset();
+    Log::setSinkForTesting({});
+}
+
+GlobalHotkeys::Registration GlobalHotkeysX11Test::add(const QString &key, quint32 modifiers,
+                                                      quint32 id)
+{
+    const GlobalHotkeys::Result result = m_hotkeys->registerHotkey(key, 0, modifiers, 0, id);
+    return result.status == 0 ? result.registration : 0;
+}
+
+/// Presses one more hot key and waits for it: events arrive in order, so earlier presses have been
+/// delivered by then.
+bool GlobalHotkeysX11Test::pressMarker()
+{
+    if (!m_hotkeys->registerHotkey(QStringLiteral("m"), 0, ctrlAltCmd, 0, markerId).registration)
+        return false;
+    return xdotool(QStringLiteral("key ctrl+alt+super+58")) &&
+           QTest::qWaitFor([this] { return m_fired.contains(markerId); });
+}
+
+/// Whether another program's grab of a combination is refused.
+bool GlobalHotkeysX11Test::heldByUs(int keycode, quint16 modifiers)
+{
+    const int status = m_other->grabKey(keycode, modifiers);
+    if (status == 0)
+        m_other->ungrabKey(keycode, modifiers);
+    return status == badAccess;
+}
+
+void GlobalHotkeysX11Test::setLock(const QString &key, quint16 mask, bool on)
+{
+    if (bool(m_other->modifierState() & mask) == on)
+        return;
+    QVERIFY(xdotool(QStringLiteral("key ") + key));
+    QTRY_COMPARE(bool(m_other->modifierState() & mask), on);
+}
+
+void GlobalHotkeysX11Test::firesWhileAnotherProgramHasTheFocus()
+{
+    QVERIFY(add(QStringLiteral("c"), ctrlAltCmd, 1));
+    QVERIFY(xdotool(QStringLiteral("key ctrl+alt+super+c")));
+    QTRY_COMPARE(m_fired, QList<quint32>{1});
+    QCOMPARE(m_other->focusedWindow(), m_other->window());
+    QCOMPARE(m_other->focusLosses(), 0);
+    const auto keys = m_other->keys();
+    QVERIFY(std::none_of(keys.begin(), keys.end(),
+                         [](const OtherClient::Key &key) { return key.keycode == keyC; }));
+}
+
+void GlobalHotkeysX11Test::firesInOurOwnWindow()
+{
+    QVERIFY(add(QStringLiteral("c"), ctrlAltCmd, 1));
+    QWindow window;
+    window.resize(200, 200);
+    window.show();
+    window.requestActivate();
+    QVERIFY(QTest::qWaitForWindowActive(&window));
+    QVERIFY(xdotool(QStringLiteral("key ctrl+alt+super+c")));
+    QTRY_COMPARE(m_fired, QList<quint32>{1});
+}
+
+void GlobalHotkeysX11Test::lockKeysMakeNoDifference_data()
+{
+    QTest::addColumn<bool>("numLock");
+    QTest::addColumn<bool>("capsLock");
+    QTest::newRow("none") << false << false;
+    QTest::newRow("Num Lock") << true << false;
+    QTest::newRow("Caps Lock") << false << true;
+    QTest::newRow("both") << true << true;
+}
+
+void GlobalHotkeysX11Test::lockKeysMakeNoDifference()
+{
+    QFETCH(bool, numLock);
+    QFETCH(bool, capsLock);
+    const auto registration = add(QStringLiteral("c"), ctrlAltCmd, 1);
+    QVERIFY(registration);
+    setLock(QStringLiteral("Num_Lock"), xNumLock, numLock);
+    setLock(QStringLiteral("Caps_Lock"), xCapsLock, capsLock);
+    const bool pressed = xdotool(QStringLiteral("key ctrl+alt+super+54"));
+    const bool fired = QTest::qWaitFor([this] { return m_fired == QList<quint32>{1}; });
+
+    m_hotkeys->unregisterHotkey(registration);
+    m_other->forget();
+    const bool pressedAgain = xdotool(QStringLiteral("key ctrl+alt+super+54"));
+    const bool released = QTest::qWaitFor([this] {
+        const auto keys = m_other->keys();
+        return std::any_of(keys.begin(), keys.end(),
+                           [](const OtherClient::Key &key) { return key.keycode == keyC; });
+    });
+    setLock(QStringLiteral("Num_Lock"), xNumLock, false);
+    setLock(QStringLiteral("Caps_Lock"), xCapsLock, false);
+    QVERIFY(pressed);
+    QVERIFY(fired);
+    QVERIFY(pressedAgain);
+    QVERIFY2(released, "the key is still grabbed after it was unregistered");
+    QCOMPARE(m_fired, QList<quint32>{1});
+}
+
+void GlobalHotkeysX11Test::otherModifiersDoNotFire()
+{
+    QVERIFY(add(QStringLiteral("c"), ctrlAltCmd, 1));
+    for (const char *combo :
+         {"c", "ctrl+c", "ctrl+alt+c", "alt+super+c", "ctrl+alt+super+shift+c", "ctrl+alt+super+x"})
+        QVERIFY(xdotool(QStringLiteral("key ") + QString::fromLatin1(combo)));
+    QVERIFY(pressMarker());
+    QCOMPARE(m_fired, QList<quint32>{markerId});
+}
+
+void GlobalHotkeysX11Test::distinguishesModifiers()
+{
+    QVERIFY(add(QStringLiteral("c"), GlobalHotkeys::Control | GlobalHotkeys::Option, 1));
+    QVERIFY(add(QStringLiteral("c"), GlobalHotkeys::Control | GlobalHotkeys::Shift, 2));
+    QVERIFY(add(QStringLiteral("c"), GlobalHotkeys::Command, 3));
+    QVERIFY(add(QStringLiteral("]"), ctrlAltCmd, 4));
+    QVERIFY(add(QStringLiteral("["), ctrlAltCmd, 5));
+    for (const char *combo : {"super+c", "ctrl+shift+c", "ctrl+alt+c", "ctrl+alt+super+bracketleft",
+                              "ctrl+alt+super+bracketright"})
+        QVERIFY(xdotool(QStringLiteral("key ") + QString::fromLatin1(combo)));
+    QTRY_COMPARE(m_fired, (QList<quint32>{3, 2, 1, 5, 4}));
+}
+
+void GlobalHotkeysX11Test::shiftedDigitGrabsTheBaseKey()
+{
+    const auto registration =
+        add(QStringLiteral("3"), GlobalHotkeys::Command | GlobalHotkeys::Shift, 1);
+    QCOMPARE(m_hotkeys->grabbedKeycode(registration), xcb_keycode_t(key3));
+    QVERIFY(xdotool(QStringLiteral("key super+shift+12")));
+    QTRY_COMPARE(m_fired, QList<quint32>{1});
+}
+
+void GlobalHotkeysX11Test::heldKeyFiresOnce()
+{
+    QVERIFY(add(QStringLiteral("c"), ctrlAltCmd, 1));
+    // Fast repeats; the other program's window shows that they are generated.
+    QVERIFY(runTool(QStringLiteral("xset"), {QStringLiteral("r"), QStringLiteral("rate"),
+                                             QStringLiteral("150"), QStringLiteral("50")}));
+    QVERIFY(xdotool(QStringLiteral("keydown x")));
+    QTRY_VERIFY(m_other->keys().size() > 10);
+    QVERIFY(xdotool(QStringLiteral("keyup x")));
+
+    PressCounter counter;
+    QVERIFY(xdotool(QStringLiteral("keydown ctrl keydown alt keydown super keydown 54")));
+    const bool repeated = QTest::qWaitFor([&counter] { return counter.presses > 10; });
+    QVERIFY(xdotool(QStringLiteral("keyup 54 keyup super keyup alt keyup ctrl")));
+    QVERIFY(repeated);
+    QVERIFY(pressMarker());
+    QCOMPARE(m_fired, (QList<quint32>{1, markerId}));
+}
+
+void GlobalHotkeysX11Test::quickPressesAllFire()
+{
+    QVERIFY(add(QStringLiteral("c"), ctrlAltCmd, 1));
+    // Without a pause several presses fall into one tick of the server's clock.
+    QVERIFY(xdotool(QStringLiteral("key --delay 0 ctrl+alt+super+54 ctrl+alt+super+54 "
+                                   "ctrl+alt+super+54 ctrl+alt+super+54")));
+    QTRY_COMPARE(m_fired, (QList<quint32>{1, 1, 1, 1}));
+}
+
+void GlobalHotkeysX11Test::conflictIsBadAccess()
+{
+    QCOMPARE(m_other->grabKey(keyC, xControl | xAlt | xSuper), 0);
+    const auto result = m_hotkeys->registerHotkey(QStringLiteral("c"), 8, ctrlAltCmd, 0, 1);
+    QCOMPARE(result.status, badAccess);
+    QCOMPARE(result.registration, GlobalHotkeys::Registration(0));
+    // Other combinations are not affected.
+    QVERIFY(add(QStringLiteral("x"), ctrlAltCmd, 2));
+    QVERIFY(xdotool(QStringLiteral("key ctrl+alt+super+c key ctrl+alt+super+x")));
+    QTRY_COMPARE(m_fired, QList<quint32>{2});
+}
+
+void GlobalHotkeysX11Test::conflictOnOneLockVariantGrabsNothing()
+{
+    QCOMPARE(m_other->grabKey(keyC, xControl | xAlt | xSuper | xNumLock | xCapsLock), 0);
+    QCOMPARE(m_hotkeys->registerHotkey(QStringLiteral("c"), 8, ctrlAltCmd, 0, 1).status, badAccess);
+    for (const int locks : {0, int(xNumLock), int(xCapsLock)})
+        QVERIFY(!heldByUs(keyC, static_cast<quint16>(xControl | xAlt | xSuper | locks)));
+}
+
+void GlobalHotkeysX11Test::registersAfterTheOtherProgramReleases()
+{
+    QCOMPARE(m_other->grabKey(keyC, xControl | xAlt | xSuper), 0);
+    QCOMPARE(m_hotkeys->registerHotkey(QStringLiteral("c"), 8, ctrlAltCmd, 0, 1).status, badAccess);
+    m_other->ungrabKey(keyC, xControl | xAlt | xSuper);
+    QVERIFY(add(QStringLiteral("c"), ctrlAltCmd, 1));
+    QVERIFY(heldByUs(keyC, xControl | xAlt | xSuper));
+    QVERIFY(heldByUs(keyC, xControl | xAlt | xSuper | xNumLock));
+    QVERIFY(heldByUs(keyC, xControl | xAlt | xSuper | xCapsLock));
+    QVERIFY(heldByUs(keyC, xControl | xAlt | xSuper | xNumLock | xCapsLock));
+    QVERIFY(xdotool(QStringLiteral("key ctrl+alt+super+c")));
+    QTRY_COMPARE(m_fired, QList<quint32>{1});
+}
+
+void GlobalHotkeysX11Test::ourOwnDuplicateIsRefused()
+{
+    QVERIFY(add(QStringLiteral("c"), ctrlAltCmd, 1));
+    QCOMPARE(m_hotkeys->registerHotkey(QStringLiteral("c"), 8, ctrlAltCmd, 0, 2).status, badAccess);
+    QVERIFY(xdotool(QStringLiteral("key ctrl+alt+super+c")));
+    QTRY_COMPARE(m_fired, QList<quint32>{1});
+}
+
+void GlobalHotkeysX11Test::unknownKeyIsRefused()
+{
+    const auto result = m_hotkeys->registerHotkey(QStringLiteral("f5"), 0, ctrlAltCmd, 0, 1);
+    QVERIFY(result.status != 0);
+    QCOMPARE(result.registration, GlobalHotkeys::Registration(0));
+}
+
+void GlobalHotkeysX11Test::unregisteredKeyReachesTheOtherProgramAgain()
+{
+    const auto first = add(QStringLiteral("c"), ctrlAltCmd, 1);
+    QVERIFY(add(QStringLiteral("x"), ctrlAltCmd, 2));
+    m_hotkeys->unregisterHotkey(first);
+    QVERIFY(xdotool(QStringLiteral("key ctrl+alt+super+c")));
+    const auto pressedC = [](const OtherClient::Key &key) { return key.keycode == keyC; };
+    QTRY_VERIFY([&] {
+        const auto keys = m_other->keys();
+        return std::any_of(keys.begin(), keys.end(), pressedC);
+    }());
+    QVERIFY(!heldByUs(keyC, xControl | xAlt | xSuper));
+    QVERIFY(heldByUs(keyX, xControl | xAlt | xSuper));
+    QVERIFY(pressMarker());
+    QCOMPARE(m_fired, QList<quint32>{markerId});
+}
+
+void GlobalHotkeysX11Test::unregisterOfUnknownIsNoError()
+{
+    const auto registration = add(QStringLiteral("c"), ctrlAltCmd, 1);
+    m_hotkeys->unregisterHotkey(0);
+    m_hotkeys->unregisterHotkey(registration + 7);
+    QVERIFY(heldByUs(keyC, xControl | xAlt | xSuper));
+    m_hotkeys->unregisterHotkey(registration);
+    m_hotkeys->unregisterHotkey(registration);
+    QVERIFY(!heldByUs(keyC, xControl | xAlt | xSuper));
+}
+
+void GlobalHotkeysX11Test::removedHandlerIsNotCalled()
+{
+    QVERIFY(add(QStringLiteral("c"), ctrlAltCmd, 1));
+    m_hotkeys->removeHandler();
+    PressCounter counter;
+    QVERIFY(xdotool(QStringLiteral("key ctrl+alt+super+c")));
+    QTRY_COMPARE(counter.presses, 1);
+    m_hotkeys->installHandler([this](quint32 id) { m_fired << id; });
+    QVERIFY(pressMarker());
+    QCOMPARE(m_fired, QList<quint32>{markerId});
+}
+
+void GlobalHotkeysX11Test::handlerMayUnregisterItself()
+{
+    const auto registration = add(QStringLiteral("c"), ctrlAltCmd, 1);
+    m_hotkeys->installHandler([this, registration](quint32 id) {
+        m_fired << id;
+        m_hotkeys->unregisterHotkey(registration);
+        m_hotkeys->removeHandler();
+    });
+    QVERIFY(xdotool(QStringLiteral("key ctrl+alt+super+c")));
+    QTRY_COMPARE(m_fired, QList<quint32>{1});
+    QVERIFY(!heldByUs(keyC, xControl | xAlt | xSuper));
+}
+
+void GlobalHotkeysX11Test::destructionReleasesTheKeys()
+{
+    QVERIFY(add(QStringLiteral("c"), ctrlAltCmd, 1));
+    QVERIFY(heldByUs(keyC, xControl | xAlt | xSuper));
+    m_hotkeys.reset();
+    QTRY_VERIFY(!heldByUs(keyC, xControl | xAlt | xSuper));
+}
+
+void GlobalHotkeysX11Test::activeGrabOfAnotherProgramWins()
+{
+    QVERIFY(add(QStringLiteral("c"), ctrlAltCmd, 1));
+    QVERIFY(m_other->grabKeyboard());
+    QVERIFY(xdotool(QStringLiteral("key ctrl+alt+super+c")));
+    const auto pressedC = [](const OtherClient::Key &key) { return key.keycode == keyC; };
+    QTRY_VERIFY([&] {
+        const auto keys = m_other->keys();
+        return std::any_of(keys.begin(), keys.end(), pressedC);
+    }());
+    m_other->ungrabKeyboard();
+    QVERIFY(pressMarker());
+    QCOMPARE(m_fired, QList<quint32>{markerId});
+    QVERIFY(xdotool(QStringLiteral("key ctrl+alt+super+c")));
+    QTRY_COMPARE(m_fired, (QList<quint32>{markerId, 1}));
+}
+
+void GlobalHotkeysX11Test::followsTheLayout()
+{
+    const auto z = add(QStringLiteral("z"), ctrlAltCmd, 1);
+    const auto c = add(QStringLiteral("c"), ctrlAltCmd, 2);
+    QCOMPARE(m_hotkeys->grabbedKeycode(z), xcb_keycode_t(keyZ));
+    QVERIFY(setLayout(QStringLiteral("de")));
+    const bool moved = QTest::qWaitFor([&] { return m_hotkeys->grabbedKeycode(z) == keyY; });
+    const bool pressed = xdotool(QStringLiteral("key ctrl+alt+super+52 key ctrl+alt+super+29"));
+    const bool fired = QTest::qWaitFor([this] { return m_fired == QList<quint32>{1}; });
+    const bool freed = !heldByUs(keyZ, xControl | xAlt | xSuper);
+    const xcb_keycode_t unmoved = m_hotkeys->grabbedKeycode(c);
+    QVERIFY(setLayout(QStringLiteral("us")));
+    QTRY_COMPARE(m_hotkeys->grabbedKeycode(z), xcb_keycode_t(keyZ));
+    QVERIFY(moved);
+    QVERIFY(pressed);
+    QVERIFY(fired);
+    QVERIFY(freed);
+    QCOMPARE(unmoved, xcb_keycode_t(keyC));
+    QCOMPARE(m_log, QStringList());
+}
+
+void GlobalHotkeysX11Test::cyrillicLayoutKeepsTheLetters()
+{
+    const auto z = add(QStringLiteral("z"), ctrlAltCmd, 1);
+    QVERIFY(setLayout(QStringLiteral("de")));
+    const bool german = QTest::qWaitFor([&] { return m_hotkeys->grabbedKeycode(z) == keyY; });
+    QVERIFY(setLayout(QStringLiteral("ru")));
+    const bool cyrillic = QTest::qWaitFor([&] { return m_hotkeys->grabbedKeycode(z) == keyZ; });
+    const auto c = add(QStringLiteral("c"), ctrlAltCmd, 2);
+    const bool pressed = xdotool(QStringLiteral("key ctrl+alt+super+52 key ctrl+alt+super+54"));
+    const bool fired = QTest::qWaitFor([this] { return m_fired == QList<quint32>{1, 2}; });
+    QVERIFY(setLayout(QStringLiteral("us")));
+    QTRY_COMPARE(m_hotkeys->keyName(34), QStringLiteral("["));
+    QVERIFY(german);
+    QVERIFY(cyrillic);
+    QVERIFY(c);
+    QVERIFY(pressed);
+    QVERIFY2(fired, "letters do not work in a non-Latin layout");
+}
+
+void GlobalHotkeysX11Test::secondLayoutOfTwoKeepsTheLetters()
+{
+    QVERIFY(setLayout(QStringLiteral("us,ru")));
+    QVERIFY(add(QStringLiteral("c"), ctrlAltCmd, 1));
+    // xdotool switches to the second layout, the only one with this letter.
+    const bool pressed = xdotool(QStringLiteral("key ctrl+alt+super+Cyrillic_es"));
+    const bool fired = QTest::qWaitFor([this] { return m_fired == QList<quint32>{1}; });
+    QVERIFY(setLayout(QStringLiteral("us")));
+    QVERIFY(pressed);
+    QVERIFY(fired);
+}
+
+void GlobalHotkeysX11Test::conflictAfterLayoutChangeIsLoggedAndRecovers()
+{
+    const auto z = add(QStringLiteral("z"), ctrlAltCmd, 1);
+    QCOMPARE(m_other->grabKey(keyY, xControl | xAlt | xSuper), 0);
+    QVERIFY(setLayout(QStringLiteral("de")));
+    const bool logged = QTest::qWaitFor([this] { return !m_log.isEmpty(); });
+    const xcb_keycode_t during = m_hotkeys->grabbedKeycode(z);
+    QVERIFY(setLayout(QStringLiteral("us")));
+    QTRY_COMPARE(m_hotkeys->grabbedKeycode(z), xcb_keycode_t(keyZ));
+    QVERIFY(logged);
+    QCOMPARE(during, xcb_keycode_t(0));
+    QVERIFY2(m_log.first().startsWith(QStringLiteral("[GlobalHotkeys] WARNING: Key 'z'")),
+             qPrintable(m_log.first()));
+    QVERIFY(xdotool(QStringLiteral("key ctrl+alt+super+52")));
+    QTRY_COMPARE(m_fired, QList<quint32>{1});
+}
+
+void GlobalHotkeysX11Test::namesKeys()
+{
+    QCOMPARE(m_hotkeys->keyName(keyC), QStringLiteral("c"));
+    QCOMPARE(m_hotkeys->keyName(key3), QStringLiteral("3"));
+    QCOMPARE(m_hotkeys->keyName(51), QStringLiteral("\\"));
+    QCOMPARE(m_hotkeys->keyName(65), QString()); // space
+    QCOMPARE(m_hotkeys->keyName(9), QString());  // escape
+    QCOMPARE(m_hotkeys->keyName(89), QString()); // 3 of the keypad
+    QCOMPARE(m_hotkeys->keyName(0), QString());
+}
+
+QUELLORA_TEST(QGuiApplication, GlobalHotkeysX11Test)
+#include "test_global_hotkeys_x11.moc"

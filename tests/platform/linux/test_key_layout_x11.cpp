@@ -1,0 +1,186 @@
+#include "platform/Platform.h"
+#include "platform/linux/KeyLayoutX11.h"
+#include "support/TestProgram.h"
+
+#include <QCoreApplication>
+#include <QtTest>
+
+using namespace quellora;
+
+namespace {
+
+using Symbols = KeyLayoutX11::Symbols;
+using Keys = QHash<xcb_keycode_t, Symbols>;
+
+/// The main block of a keyboard: one string per row and shift level.
+Keys keyboard(const QStringList &plain, const QStringList &shifted)
+{
+    constexpr xcb_keycode_t firstCodes[] = {10, 24, 38, 52};
+    Keys keys;
+    for (int row = 0; row < 4; ++row) {
+        for (int i = 0; i < plain.at(row).size(); ++i)
+            keys.insert(static_cast<xcb_keycode_t>(firstCodes[row] + i),
+                        {plain.at(row).at(i).unicode(), shifted.at(row).at(i).unicode()});
+    }
+    return keys;
+}
+
+Keys american()
+{
+    Keys keys = keyboard({QStringLiteral("1234567890-="), QStringLiteral("qwertyuiop[]"),
+                          QStringLiteral("asdfghjkl;'"), QStringLiteral("zxcvbnm,./")},
+                         {QStringLiteral("!@#$%^&*()_+"), QStringLiteral("QWERTYUIOP{}"),
+                          QStringLiteral("ASDFGHJKL:\""), QStringLiteral("ZXCVBNM<>?")});
+    keys.insert(49, {'`', '~'});
+    keys.insert(51, {'\\', '|'});
+    return keys;
+}
+
+Keys french()
+{
+    Keys keys = keyboard({QStringLiteral("&é\"'(-è_çà)="), QStringLiteral("azertyuiop^$"),
+                          QStringLiteral("qsdfghjklmù"), QStringLiteral("wxcvbn,;:!")},
+                         {QStringLiteral("1234567890°+"), QStringLiteral("AZERTYUIOP¨£"),
+                          QStringLiteral("QSDFGHJKLM%"), QStringLiteral("WXCVBN?./§")});
+    keys.insert(49, {0xb2, '~'});
+    keys.insert(51, {'*', 0xb5});
+    return keys;
+}
+
+/// A layout without Latin letters, such as Cyrillic.
+Keys withoutLatin()
+{
+    Keys keys = american();
+    for (auto it = keys.begin(); it != keys.end(); ++it) {
+        if (it->plain >= 'a' && it->plain <= 'z')
+            *it = {0x6c0U + it.key(), 0x6e0U + it.key()};
+    }
+    return keys;
+}
+
+} // namespace
+
+class KeyLayoutX11Test : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void usKeysAreAtTheirAnsiPositions();
+    void symbolsTakePrecedenceOverPositions();
+    void lettersFallBackToTheirPositions();
+    void emptyMappingFallsBackToPositions();
+    void displacedNamesUseShiftedSymbols();
+    void keyNameIsTheInverseOfKeycode();
+    void ansiPositionWinsAmongDuplicates();
+    void translatesModifiers();
+    void listsLockVariants();
+    void ignoresLocksAndGroupsInEvents();
+};
+
+void KeyLayoutX11Test::usKeysAreAtTheirAnsiPositions()
+{
+    const KeyLayoutX11 layout(american(), {});
+    QCOMPARE(layout.keycode(QStringLiteral("c")), xcb_keycode_t(54));
+    QCOMPARE(layout.keycode(QStringLiteral("3")), xcb_keycode_t(12));
+    QCOMPARE(layout.keycode(QStringLiteral("`")), xcb_keycode_t(49));
+    QCOMPARE(layout.keycode(QStringLiteral("]")), xcb_keycode_t(35));
+    QVERIFY(!layout.keycode(QStringLiteral("C")));
+    QVERIFY(!layout.keycode(QStringLiteral("f5")));
+    QVERIFY(!layout.keycode(QString()));
+}
+
+void KeyLayoutX11Test::symbolsTakePrecedenceOverPositions()
+{
+    const KeyLayoutX11 layout(french(), {});
+    QCOMPARE(layout.keycode(QStringLiteral("a")), xcb_keycode_t(24));
+    QCOMPARE(layout.keycode(QStringLiteral("q")), xcb_keycode_t(38));
+    QCOMPARE(layout.keycode(QStringLiteral("m")), xcb_keycode_t(47));
+    QCOMPARE(layout.keycode(QStringLiteral(",")), xcb_keycode_t(58));
+}
+
+void KeyLayoutX11Test::lettersFallBackToTheirPositions()
+{
+    const KeyLayoutX11 layout(withoutLatin(), {});
+    QCOMPARE(layout.keycode(QStringLiteral("c")), xcb_keycode_t(54));
+    QCOMPARE(layout.keycode(QStringLiteral("q")), xcb_keycode_t(24));
+    QCOMPARE(layout.keyName(54), QStringLiteral("c"));
+}
+
+void KeyLayoutX11Test::emptyMappingFallsBackToPositions()
+{
+    const KeyLayoutX11 layout({}, {});
+    for (const char16_t *name = u"abcdefghijklmnopqrstuvwxyz0123456789=-][';\\,/.`"; *name; ++name)
+        QVERIFY(layout.keycode(QString(QChar(*name))));
+}
+
+void KeyLayoutX11Test::displacedNamesUseShiftedSymbols()
+{
+    const KeyLayoutX11 layout(french(), {});
+    // Digits need shift there, but no other bindable symbol is at their positions.
+    QCOMPARE(layout.keycode(QStringLiteral("1")), xcb_keycode_t(10));
+    QCOMPARE(layout.keycode(QStringLiteral("3")), xcb_keycode_t(12));
+    // No other bindable symbol is at the position of "[".
+    QCOMPARE(layout.keycode(QStringLiteral("[")), xcb_keycode_t(34));
+
+    // A name whose position is taken moves to the key that types it with shift.
+    Keys keys = american();
+    keys.insert(61, {'-', '_'});
+    keys.insert(20, {0xdf, '/'});
+    QCOMPARE(KeyLayoutX11(keys, {}).keycode(QStringLiteral("/")), xcb_keycode_t(20));
+}
+
+void KeyLayoutX11Test::keyNameIsTheInverseOfKeycode()
+{
+    for (const Keys &keys : {american(), french(), withoutLatin()}) {
+        const KeyLayoutX11 layout(keys, {});
+        for (quint32 code = 0; code < 300; ++code) {
+            const QString name = layout.keyName(code);
+            if (!name.isEmpty())
+                QCOMPARE(layout.keycode(name), static_cast<xcb_keycode_t>(code));
+        }
+        // A letter key is named after the letter that it types.
+        for (auto it = keys.cbegin(); it != keys.cend(); ++it) {
+            if (it->plain >= 'a' && it->plain <= 'z')
+                QCOMPARE(layout.keyName(it.key()),
+                         QString(QChar(static_cast<char16_t>(it->plain))));
+        }
+    }
+}
+
+void KeyLayoutX11Test::ansiPositionWinsAmongDuplicates()
+{
+    Keys keys = american();
+    keys.insert(94, {'\\', '|'});
+    keys.insert(8, {'\\', '|'});
+    QCOMPARE(KeyLayoutX11(keys, {}).keycode(QStringLiteral("\\")), xcb_keycode_t(51));
+    keys.insert(51, {'#', '~'});
+    QCOMPARE(KeyLayoutX11(keys, {}).keycode(QStringLiteral("\\")), xcb_keycode_t(8));
+}
+
+void KeyLayoutX11Test::translatesModifiers()
+{
+    const KeyLayoutX11 layout(american(), {.alt = 8, .super = 64, .numLock = 16});
+    QCOMPARE(layout.modifierBits(0), quint16(0));
+    QCOMPARE(layout.modifierBits(GlobalHotkeys::Shift), quint16(1));
+    QCOMPARE(layout.modifierBits(GlobalHotkeys::Control), quint16(4));
+    QCOMPARE(layout.modifierBits(GlobalHotkeys::Option), quint16(8));
+    QCOMPARE(layout.modifierBits(GlobalHotkeys::Command), quint16(64));
+    QCOMPARE(layout.modifierBits(GlobalHotkeys::Shift | GlobalHotkeys::Control |
+                                 GlobalHotkeys::Option | GlobalHotkeys::Command),
+             quint16(77));
+}
+
+void KeyLayoutX11Test::listsLockVariants()
+{
+    QCOMPARE(KeyLayoutX11({}, {.numLock = 16}).lockVariants(), (QList<quint16>{0, 2, 16, 18}));
+    QCOMPARE(KeyLayoutX11({}, {.numLock = 0}).lockVariants(), (QList<quint16>{0, 2}));
+}
+
+void KeyLayoutX11Test::ignoresLocksAndGroupsInEvents()
+{
+    const KeyLayoutX11 layout({}, {.numLock = 16});
+    // Control and Super with both locks, a mouse button and the second layout.
+    QCOMPARE(layout.relevantState(0x2000 | 0x100 | 64 | 16 | 4 | 2), quint16(64 | 4));
+}
+
+QUELLORA_TEST(QCoreApplication, KeyLayoutX11Test)
+#include "test_key_layout_x11.moc"

@@ -1,0 +1,223 @@
+#include "platform/Platform.h"
+#include "platform/linux/DeviceInfoLinux.h"
+#include "platform/linux/LinuxPaths.h"
+#include "platform/linux/PermissionsLinux.h"
+#include "platform/null/NullPlatform.h"
+#include "support/TestProgram.h"
+
+#include <QDir>
+#include <QGuiApplication>
+#include <QSurfaceFormat>
+#include <QSysInfo>
+#include <QtTest>
+
+using namespace quellora;
+
+namespace {
+
+/// Sets or removes variables and puts the old ones back.
+class Environment
+{
+public:
+    void set(const char *name, const QByteArray &value)
+    {
+        remember(name);
+        qputenv(name, value);
+    }
+    void unset(const char *name)
+    {
+        remember(name);
+        qunsetenv(name);
+    }
+    ~Environment()
+    {
+        for (auto it = m_before.cbegin(); it != m_before.cend(); ++it) {
+            if (it->isNull())
+                qunsetenv(it.key().constData());
+            else
+                qputenv(it.key().constData(), *it);
+        }
+    }
+
+private:
+    void remember(const char *name)
+    {
+        if (!m_before.contains(name))
+            m_before.insert(name, qEnvironmentVariableIsSet(name) ? qgetenv(name) : QByteArray());
+    }
+    QMap<QByteArray, QByteArray> m_before;
+};
+
+} // namespace
+
+class PlatformLinuxTest : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void offscreenTheNullPortServes();
+    void offscreenKnowsTheMachine();
+    void osVersionNamesSystemAndKernel();
+    void cpuArchHasTwoValues();
+    void applicationSupportFollowsXdg();
+    void captureToolLiesBesideTheProgram();
+    void sessionKindComesFromTheEnvironment();
+    void permissionsAreGrantedOnX11Only();
+    void asksForXcbOnWayland();
+    void sessionsAreToldApartByTheirDisplay();
+    void asksForNothingElsewhere_data();
+    void asksForNothingElsewhere();
+    void asksForAnAlphaChannel();
+};
+
+void PlatformLinuxTest::offscreenTheNullPortServes()
+{
+    const std::unique_ptr<Platform> platform = Platform::create();
+    QVERIFY(dynamic_cast<NullPlatform *>(platform.get()));
+}
+
+void PlatformLinuxTest::offscreenKnowsTheMachine()
+{
+    const std::unique_ptr<Platform> platform = Platform::create();
+    QCOMPARE(platform->deviceInfo().osVersion(), DeviceInfoLinux().osVersion());
+    QCOMPARE(platform->captureTool().program, LinuxPaths::captureTool().program);
+    QCOMPARE(platform->applicationSupportDirectory(), LinuxPaths::applicationSupportDirectory());
+    QCOMPARE(platform->vocabulary().command, QStringLiteral("Super"));
+}
+
+void PlatformLinuxTest::osVersionNamesSystemAndKernel()
+{
+    QCOMPARE(DeviceInfoLinux(QStringLiteral("Debian GNU/Linux 12 (bookworm)"),
+                             QStringLiteral("6.1.0-18-arm64"), QStringLiteral("arm64"))
+                 .osVersion(),
+             QStringLiteral("Debian GNU/Linux 12 (bookworm) (kernel 6.1.0-18-arm64)"));
+    QCOMPARE(DeviceInfoLinux(QString(), QStringLiteral("6.1"), QString()).osVersion(),
+             QStringLiteral("Linux (kernel 6.1)"));
+    const QString here = DeviceInfoLinux().osVersion();
+    QVERIFY2(here.contains(QSysInfo::kernelVersion()), qPrintable(here));
+}
+
+void PlatformLinuxTest::cpuArchHasTwoValues()
+{
+    const auto archOf = [](const QString &name) {
+        return DeviceInfoLinux(QString(), QString(), name).cpuArch();
+    };
+    QCOMPARE(archOf(QStringLiteral("arm64")), QStringLiteral("arm64"));
+    for (const char *other : {"x86_64", "i386", "arm", "riscv64", ""})
+        QCOMPARE(archOf(QString::fromLatin1(other)), QStringLiteral("x86_64"));
+}
+
+void PlatformLinuxTest::applicationSupportFollowsXdg()
+{
+    Environment environment;
+    environment.set("XDG_DATA_HOME", "/data/home/");
+    QCOMPARE(LinuxPaths::applicationSupportDirectory(), QStringLiteral("/data/home"));
+    const QString standard = QDir::homePath() + QStringLiteral("/.local/share");
+    environment.set("XDG_DATA_HOME", "relative/path");
+    QCOMPARE(LinuxPaths::applicationSupportDirectory(), standard);
+    environment.set("XDG_DATA_HOME", "");
+    QCOMPARE(LinuxPaths::applicationSupportDirectory(), standard);
+    environment.unset("XDG_DATA_HOME");
+    QCOMPARE(LinuxPaths::applicationSupportDirectory(), standard);
+}
+
+void PlatformLinuxTest::captureToolLiesBesideTheProgram()
+{
+    const CaptureTool tool = LinuxPaths::captureTool();
+    QCOMPARE(tool.program,
+             QCoreApplication::applicationDirPath() + QStringLiteral("/quellora-screencapture"));
+    QCOMPARE(tool.arguments, (QStringList{QStringLiteral("-x"), QStringLiteral("-C")}));
+    QCOMPARE(tool.allScreensArguments, tool.arguments + QStringList{QStringLiteral("--all")});
+}
+
+void PlatformLinuxTest::sessionKindComesFromTheEnvironment()
+{
+    using Session = PermissionsLinux::Session;
+    Environment environment;
+    environment.unset("WAYLAND_DISPLAY");
+    environment.unset("XDG_SESSION_TYPE");
+    QCOMPARE(PermissionsLinux::currentSession(), Session::X11);
+    environment.set("XDG_SESSION_TYPE", "x11");
+    QCOMPARE(PermissionsLinux::currentSession(), Session::X11);
+    environment.set("XDG_SESSION_TYPE", "wayland");
+    QCOMPARE(PermissionsLinux::currentSession(), Session::Wayland);
+    environment.unset("XDG_SESSION_TYPE");
+    environment.set("WAYLAND_DISPLAY", "wayland-0");
+    QCOMPARE(PermissionsLinux::currentSession(), Session::Wayland);
+}
+
+void PlatformLinuxTest::permissionsAreGrantedOnX11Only()
+{
+    const PermissionsLinux x11(PermissionsLinux::Session::X11);
+    QVERIFY(x11.isAccessibilityTrusted());
+    QVERIFY(x11.isScreenRecordingGranted());
+    PermissionsLinux wayland(PermissionsLinux::Session::Wayland, QString());
+    wayland.requestScreenRecording();
+    QVERIFY(!wayland.isAccessibilityTrusted());
+    QVERIFY(!wayland.isScreenRecordingGranted());
+}
+
+void PlatformLinuxTest::sessionsAreToldApartByTheirDisplay()
+{
+    Environment environment;
+    environment.set("WAYLAND_DISPLAY", "wayland-7");
+    environment.set("DISPLAY", ":3");
+    QCOMPARE(Platform::displaySession(), QStringLiteral(":3"));
+    environment.set("DISPLAY", ":3.1");
+    QCOMPARE(Platform::displaySession(), QStringLiteral(":3"));
+    environment.set("DISPLAY", "host.example:30");
+    QCOMPARE(Platform::displaySession(), QStringLiteral("host.example:30"));
+    environment.unset("DISPLAY");
+    QCOMPARE(Platform::displaySession(), QStringLiteral("wayland-7"));
+    environment.unset("WAYLAND_DISPLAY");
+    QCOMPARE(Platform::displaySession(), QString());
+}
+
+void PlatformLinuxTest::asksForXcbOnWayland()
+{
+    Environment environment;
+    environment.unset("QT_QPA_PLATFORM");
+    environment.set("WAYLAND_DISPLAY", "wayland-0");
+    environment.set("DISPLAY", ":0");
+    Platform::prepareProcess();
+    QCOMPARE(qgetenv("QT_QPA_PLATFORM"), QByteArray("xcb"));
+    // Programs that are started from here do not inherit it.
+    Platform::create();
+    QVERIFY(!qEnvironmentVariableIsSet("QT_QPA_PLATFORM"));
+}
+
+void PlatformLinuxTest::asksForNothingElsewhere_data()
+{
+    QTest::addColumn<QByteArray>("chosen");
+    QTest::addColumn<QByteArray>("wayland");
+    QTest::addColumn<QByteArray>("x11");
+    QTest::newRow("chosen by the user")
+        << QByteArray("offscreen") << QByteArray("wayland-0") << QByteArray(":0");
+    QTest::newRow("X11 session") << QByteArray() << QByteArray() << QByteArray(":0");
+    QTest::newRow("no X server") << QByteArray() << QByteArray("wayland-0") << QByteArray();
+}
+
+void PlatformLinuxTest::asksForNothingElsewhere()
+{
+    QFETCH(QByteArray, chosen);
+    QFETCH(QByteArray, wayland);
+    QFETCH(QByteArray, x11);
+    Environment environment;
+    environment.unset("XDG_SESSION_TYPE");
+    environment.set("QT_QPA_PLATFORM", chosen);
+    environment.set("WAYLAND_DISPLAY", wayland);
+    environment.set("DISPLAY", x11);
+    Platform::prepareProcess();
+    QCOMPARE(qgetenv("QT_QPA_PLATFORM"), chosen);
+    Platform::create();
+    QCOMPARE(qgetenv("QT_QPA_PLATFORM"), chosen);
+}
+
+void PlatformLinuxTest::asksForAnAlphaChannel()
+{
+    QSurfaceFormat::setDefaultFormat({});
+    Platform::prepareProcess();
+    QCOMPARE(QSurfaceFormat::defaultFormat().alphaBufferSize(), 8);
+}
+
+QUELLORA_TEST(QGuiApplication, PlatformLinuxTest)
+#include "test_platform_linux.moc"

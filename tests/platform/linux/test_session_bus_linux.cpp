@@ -1,0 +1,69 @@
+#include "platform/linux/FakePortal.h"
+#include "platform/linux/SessionBusLinux.h"
+#include "support/TestProgram.h"
+
+#include <QCoreApplication>
+#include <QSignalSpy>
+#include <QThreadPool>
+
+#include <memory>
+
+using namespace quellora;
+
+/// Against a session bus of its own.
+class SessionBusLinuxTest : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase() { QVERIFY(m_bus.start()); }
+
+    void connectsBesideTheMainThread()
+    {
+        SessionBusLinux bus(QStringLiteral("test"), m_bus.address());
+        QSignalSpy connected(&bus, &SessionBusLinux::connected);
+        QVERIFY(!bus.connection().isConnected());
+        QTRY_COMPARE(connected.size(), 1);
+        QVERIFY(bus.connection().isConnected());
+    }
+
+    void isSilentWithoutABus_data()
+    {
+        QTest::addColumn<QString>("address");
+        QTest::newRow("none") << QString();
+        QTest::newRow("nobody there") << QStringLiteral("unix:path=/nonexistent/bus");
+    }
+    void isSilentWithoutABus()
+    {
+        QFETCH(QString, address);
+        SessionBusLinux bus(QStringLiteral("test"), address);
+        QSignalSpy connected(&bus, &SessionBusLinux::connected);
+        QVERIFY(QThreadPool::globalInstance()->waitForDone(30'000));
+        QCoreApplication::processEvents();
+        QCOMPARE(connected.size(), 0);
+        QVERIFY(!bus.connection().isConnected());
+    }
+
+    void mayBeDestroyedWhileConnecting()
+    {
+        for (int i = 0; i < 1200; ++i) {
+            auto bus = std::make_unique<SessionBusLinux>(QStringLiteral("test"), m_bus.address());
+            // Early on, and between being connected and hearing of that.
+            QElapsedTimer clock;
+            clock.start();
+            while (i % 10 != 0 && !bus->connection().isConnected())
+                QVERIFY(clock.elapsed() < 10'000);
+            // Known by its name from then on.
+            const QString name = bus->connection().name();
+            bus.reset();
+            QVERIFY(QThreadPool::globalInstance()->waitForDone(30'000));
+            QCoreApplication::processEvents();
+            QVERIFY(!QDBusConnection(name).isConnected());
+        }
+    }
+
+private:
+    PrivateBus m_bus;
+};
+
+QUELLORA_TEST(QCoreApplication, SessionBusLinuxTest)
+#include "test_session_bus_linux.moc"

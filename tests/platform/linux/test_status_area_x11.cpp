@@ -1,0 +1,66 @@
+#include "platform/linux/StatusAreaLinux.h"
+#include "support/TestProgram.h"
+
+#include <QGuiApplication>
+#include <QtTest>
+
+#include <xcb/xcb.h>
+
+using namespace quellora;
+
+namespace {
+
+/// A tray of the older kind: a client of its own that owns the selection while it lives.
+class OldTray
+{
+public:
+    OldTray() : m_connection(xcb_connect(nullptr, nullptr))
+    {
+        const xcb_screen_t *screen = xcb_setup_roots_iterator(xcb_get_setup(m_connection)).data;
+        const xcb_window_t window = xcb_generate_id(m_connection);
+        xcb_create_window(m_connection, 0, window, screen->root, 0, 0, 1, 1, 0,
+                          XCB_WINDOW_CLASS_INPUT_ONLY, XCB_COPY_FROM_PARENT, 0, nullptr);
+        const QByteArray name("_NET_SYSTEM_TRAY_S0");
+        const XcbPtr<xcb_intern_atom_reply_t> atom(xcb_intern_atom_reply(
+            m_connection,
+            xcb_intern_atom(m_connection, 0, static_cast<uint16_t>(name.size()), name.constData()),
+            nullptr));
+        xcb_set_selection_owner(m_connection, window, atom->atom, XCB_CURRENT_TIME);
+        xcb_flush(m_connection);
+    }
+    ~OldTray() { xcb_disconnect(m_connection); }
+    Q_DISABLE_COPY_MOVE(OldTray)
+
+private:
+    xcb_connection_t *m_connection;
+};
+
+} // namespace
+
+/// The tray of the older kind, which shows itself by owning a selection.
+class StatusAreaX11Test : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void theSelectionsOwnerIsATray()
+    {
+        StatusAreaLinux area(*X11Connection::current(), QString());
+        QList<bool> seen;
+        area.onChanged([&] { seen << area.isAvailable(); });
+        QVERIFY(!area.isAvailable());
+        auto tray = std::make_unique<OldTray>();
+        QTRY_COMPARE(seen, QList<bool>{true});
+        {
+            // Already there when somebody asks.
+            StatusAreaLinux late(*X11Connection::current(), QString());
+            QVERIFY(late.isAvailable());
+        }
+        tray.reset();
+        QTRY_COMPARE(seen, (QList<bool>{true, false}));
+        tray = std::make_unique<OldTray>();
+        QTRY_COMPARE(seen, (QList<bool>{true, false, true}));
+    }
+};
+
+QUELLORA_TEST(QGuiApplication, StatusAreaX11Test)
+#include "test_status_area_x11.moc"

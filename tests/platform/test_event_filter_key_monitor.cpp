@@ -1,0 +1,136 @@
+#include "platform/EventFilterKeyMonitor.h"
+#include "support/TestProgram.h"
+
+#include <QGuiApplication>
+#include <QKeyEvent>
+#include <QTest>
+
+using namespace quellora;
+
+namespace {
+
+/// Accepts nothing by itself and counts what reaches it.
+class Target : public QObject
+{
+public:
+    bool event(QEvent *event) override
+    {
+        reached << event->type();
+        return true;
+    }
+    QList<QEvent::Type> reached;
+};
+
+bool send(QObject &target, QEvent::Type type, int key = Qt::Key_F6,
+          Qt::KeyboardModifiers modifiers = {}, quint32 scanCode = 0)
+{
+    QKeyEvent event(type, key, modifiers, scanCode, 0, 0);
+    event.ignore();
+    QCoreApplication::sendEvent(&target, &event);
+    return event.isAccepted();
+}
+
+QString names(quint32 scanCode)
+{
+    return scanCode == 12 ? QStringLiteral("3") : QString();
+}
+
+} // namespace
+
+class TestEventFilterKeyMonitor : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void takesEveryKeyWhileInstalled()
+    {
+        Target target;
+        EventFilterKeyMonitor monitor(names);
+        QList<KeyDown> keys;
+        monitor.install([&keys](const KeyDown &key) { keys << key; });
+        QVERIFY(send(target, QEvent::ShortcutOverride));
+        send(target, QEvent::KeyPress, Qt::Key_NumberSign, Qt::ControlModifier, 12);
+        send(target, QEvent::KeyRelease, Qt::Key_NumberSign, Qt::ControlModifier, 12);
+        send(target, QEvent::KeyPress, Qt::Key_Escape);
+        QCOMPARE(target.reached, QList<QEvent::Type>());
+        QCOMPARE(keys.size(), 2);
+        QCOMPARE(keys[0].character, "3");
+        QCOMPARE(keys[0].modifiers, quint32(GlobalHotkeys::Control));
+        QVERIFY(!keys[0].isEscape);
+        QVERIFY(keys[1].isEscape);
+        QCOMPARE(keys[1].character, QString());
+
+        monitor.remove();
+        monitor.remove();
+        send(target, QEvent::ShortcutOverride);
+        send(target, QEvent::KeyPress);
+        QCOMPARE(target.reached, (QList<QEvent::Type>{QEvent::ShortcutOverride, QEvent::KeyPress}));
+        QCOMPARE(keys.size(), 2);
+    }
+
+    void otherEventsPass()
+    {
+        Target target;
+        EventFilterKeyMonitor monitor(names);
+        monitor.install([](const KeyDown &) {});
+        QEvent other(QEvent::User);
+        QCoreApplication::sendEvent(&target, &other);
+        QCOMPARE(target.reached, QList<QEvent::Type>{QEvent::User});
+    }
+
+    void handlerMayRemoveIt()
+    {
+        Target target;
+        EventFilterKeyMonitor monitor(names);
+        int presses = 0;
+        monitor.install([&](const KeyDown &) {
+            ++presses;
+            monitor.remove();
+        });
+        send(target, QEvent::KeyPress);
+        send(target, QEvent::KeyPress);
+        QCOMPARE(presses, 1);
+        QCOMPARE(target.reached, QList<QEvent::Type>{QEvent::KeyPress});
+    }
+
+    void destructionLetsGo()
+    {
+        Target target;
+        {
+            EventFilterKeyMonitor monitor(names);
+            monitor.install([](const KeyDown &) { QFAIL("gone"); });
+        }
+        send(target, QEvent::KeyPress);
+        QCOMPARE(target.reached, QList<QEvent::Type>{QEvent::KeyPress});
+    }
+
+    void modifiersInTheRecordersTerms_data()
+    {
+        QTest::addColumn<Qt::KeyboardModifiers>("held");
+        QTest::addColumn<quint32>("flags");
+        QTest::newRow("none") << Qt::KeyboardModifiers() << 0U;
+        QTest::newRow("control") << Qt::KeyboardModifiers(Qt::ControlModifier)
+                                 << quint32(GlobalHotkeys::Control);
+        QTest::newRow("alt") << Qt::KeyboardModifiers(Qt::AltModifier)
+                             << quint32(GlobalHotkeys::Option);
+        QTest::newRow("super") << Qt::KeyboardModifiers(Qt::MetaModifier)
+                               << quint32(GlobalHotkeys::Command);
+        QTest::newRow("shift") << Qt::KeyboardModifiers(Qt::ShiftModifier)
+                               << quint32(GlobalHotkeys::Shift);
+        QTest::newRow("keypad and group do not count")
+            << (Qt::KeypadModifier | Qt::GroupSwitchModifier | Qt::AltModifier)
+            << quint32(GlobalHotkeys::Option);
+    }
+    void modifiersInTheRecordersTerms()
+    {
+        QFETCH(Qt::KeyboardModifiers, held);
+        QFETCH(quint32, flags);
+        const QKeyEvent event(QEvent::KeyPress, Qt::Key_NumberSign, held, 12, 0, 0);
+        const KeyDown key = EventFilterKeyMonitor::keyDown(event, names);
+        QCOMPARE(key.modifiers, flags);
+        QCOMPARE(key.character, "3");
+        QVERIFY(!key.isEscape);
+    }
+};
+
+QUELLORA_TEST(QGuiApplication, TestEventFilterKeyMonitor)
+#include "test_event_filter_key_monitor.moc"

@@ -1,0 +1,238 @@
+#include "platform/LogFile.h"
+#include "support/TestProgram.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace quellora;
+
+namespace {
+
+QByteArray contents(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("(none)");
+}
+
+unsigned mode(const QString &path)
+{
+    struct stat info = {};
+    return ::stat(QFile::encodeName(path).constData(), &info) == 0 ? info.st_mode & 0777U : 0U;
+}
+
+void write(const QString &path, const QByteArray &text)
+{
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(text);
+}
+
+/// A descriptor that stands for a standard output.
+class Output
+{
+public:
+    explicit Output(const char *path = "/dev/null") : m_descriptor(::open(path, O_RDWR)) {}
+    ~Output() { ::close(m_descriptor); }
+    Output(const Output &) = delete;
+    Output &operator=(const Output &) = delete;
+
+    int get() const { return m_descriptor; }
+    void print(const QByteArray &text) const
+    {
+        QCOMPARE(::write(m_descriptor, text.constData(), size_t(text.size())), text.size());
+    }
+
+private:
+    int m_descriptor;
+};
+
+} // namespace
+
+class TestLogFile : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void init()
+    {
+        m_home = std::make_unique<QTemporaryDir>();
+        m_folder = m_home->filePath(QStringLiteral("Library/Logs/Vantiro"));
+        m_file = m_folder + QStringLiteral("/pipeline.log");
+        m_older = m_file + QStringLiteral(".1");
+    }
+
+    void takesOverAnOutput()
+    {
+        Output output;
+        {
+            auto log = open();
+            QVERIFY2(log, qPrintable(log ? QString() : log.error()));
+            QCOMPARE(log->takeOver(output.get()), QString());
+        }
+        output.print("one\n");
+        output.print("two\n");
+        QCOMPARE(contents(m_file), QByteArray("one\ntwo\n"));
+        QCOMPARE(mode(m_folder), 0700U);
+        QCOMPARE(mode(m_file), 0600U);
+    }
+
+    void appendsAndMakesPrivate()
+    {
+        QVERIFY(QDir().mkpath(m_folder));
+        write(m_file, "before\n");
+        QVERIFY(::chmod(QFile::encodeName(m_file).constData(), 0644) == 0);
+        QVERIFY(::chmod(QFile::encodeName(m_folder).constData(), 0755) == 0);
+        Output output;
+        QCOMPARE(open()->takeOver(output.get()), QString());
+        output.print("after\n");
+        QCOMPARE(contents(m_file), QByteArray("before\nafter\n"));
+        QCOMPARE(mode(m_folder), 0700U);
+        QCOMPARE(mode(m_file), 0600U);
+    }
+
+    void putsALargeFileAside()
+    {
+        QVERIFY(QDir().mkpath(m_folder));
+        write(m_file, "12345");
+        write(m_older, "oldest");
+        QVERIFY(open(5));
+        QCOMPARE(contents(m_file), QByteArray("12345"));
+        QCOMPARE(contents(m_older), QByteArray("oldest"));
+        QVERIFY(open(4));
+        QCOMPARE(contents(m_file), QByteArray());
+        QCOMPARE(contents(m_older), QByteArray("12345"));
+        QCOMPARE(mode(m_file), 0600U);
+    }
+
+    void aSecondStartLeavesTheFileWhereItIs()
+    {
+        QVERIFY(QDir().mkpath(m_folder));
+        write(m_file, "12345");
+        {
+            const auto first = open(100);
+            QVERIFY(first);
+            Output output;
+            QCOMPARE(open(1)->takeOver(output.get()), QString());
+            output.print("6");
+            QCOMPARE(contents(m_file), QByteArray("123456"));
+            QVERIFY(!QFile::exists(m_older));
+        }
+    }
+
+    void linksAreNotFollowed()
+    {
+        const QString elsewhere = m_home->filePath(QStringLiteral("elsewhere"));
+        write(elsewhere, "mine");
+        QVERIFY(QDir().mkpath(m_folder));
+        QVERIFY(QFile::link(elsewhere, m_file));
+        const auto log = open();
+        QVERIFY(!log);
+        QVERIFY2(log.error().startsWith(m_file), qPrintable(log.error()));
+        QCOMPARE(contents(elsewhere), QByteArray("mine"));
+    }
+
+    void aLinkedFolderIsNotFollowed()
+    {
+        const QString elsewhere = m_home->filePath(QStringLiteral("elsewhere"));
+        QVERIFY(QDir().mkpath(elsewhere));
+        QVERIFY(QDir().mkpath(m_home->filePath(QStringLiteral("Library/Logs"))));
+        QVERIFY(QFile::link(elsewhere, m_folder));
+        QVERIFY(!open());
+        QVERIFY(QDir(elsewhere).isEmpty());
+    }
+
+    void whatIsNoFileIsRefused()
+    {
+        QVERIFY(QDir().mkpath(m_folder));
+        QVERIFY(::mkfifo(QFile::encodeName(m_file).constData(), 0600) == 0);
+        QVERIFY(!open());
+        QVERIFY(QFile::remove(m_file));
+        QVERIFY(QDir().mkpath(m_file));
+        QVERIFY(!open());
+    }
+
+    void aFolderThatCannotBeMade()
+    {
+        write(m_home->filePath(QStringLiteral("Library")), "a file");
+        const auto log = open();
+        QVERIFY(!log);
+        QVERIFY2(log.error().contains(QStringLiteral("Library")), qPrintable(log.error()));
+    }
+
+    void withoutAHomeThereIsNone()
+    {
+        QVERIFY(!LogFile::open({}));
+        QVERIFY(!LogFile::open("relative"));
+    }
+
+    void keepsALostOutput()
+    {
+        const Output output;
+        QCOMPARE(LogFile::keepLostOutput(output.get(), home()), QString());
+        output.print("kept\n");
+        QCOMPARE(contents(m_file), QByteArray("kept\n"));
+        // It is not lost any more.
+        QVERIFY(QFile::remove(m_file));
+        QCOMPARE(LogFile::keepLostOutput(output.get(), home()), QString());
+        QVERIFY(!QFile::exists(m_file));
+    }
+
+    void keepsAClosedOutputWithTheLock()
+    {
+        const int closed = ::open("/dev/null", O_RDWR);
+        ::close(closed);
+        QCOMPARE(LogFile::keepLostOutput(closed, home()), QString());
+        QCOMPARE(::write(closed, "kept", 4), 4);
+        QVERIFY(open(1));
+        QCOMPARE(contents(m_file), QByteArray("kept"));
+        ::close(closed);
+    }
+
+    void leavesOtherOutputsAlone()
+    {
+        const Output zero("/dev/zero");
+        QCOMPARE(LogFile::keepLostOutput(zero.get(), home()), QString());
+        QVERIFY(!QFile::exists(m_folder));
+    }
+
+    void anOutputThatCannotBeKeptStays()
+    {
+        write(m_home->filePath(QStringLiteral("Library")), "a file");
+        const Output output;
+        QVERIFY(!LogFile::keepLostOutput(output.get(), home()).isEmpty());
+        QVERIFY(LogFile::isLost(output.get()));
+    }
+
+    void theNullDeviceAndNothingAreLost()
+    {
+        QVERIFY(LogFile::isLost(Output().get()));
+        const Output zero("/dev/zero");
+        QVERIFY(!LogFile::isLost(zero.get()));
+        int pipe[2];
+        QVERIFY(::pipe(pipe) == 0);
+        QVERIFY(!LogFile::isLost(pipe[1]));
+        ::close(pipe[0]);
+        ::close(pipe[1]);
+        QVERIFY(LogFile::isLost(pipe[1]));
+    }
+
+private:
+    tl::expected<LogFile, QString> open(qint64 largest = LogFile::largest) const
+    {
+        return LogFile::open(home(), largest);
+    }
+    QByteArray home() const { return QFile::encodeName(m_home->path()); }
+
+    std::unique_ptr<QTemporaryDir> m_home;
+    QString m_folder;
+    QString m_file;
+    QString m_older;
+};
+
+QUELLORA_TEST(void, TestLogFile)
+#include "test_log_file.moc"

@@ -1,0 +1,366 @@
+#include "base/UserDefaults.h"
+#include "fakes/FakeThreadLibrary.h"
+#include "fakes/LogCapture.h"
+#include "history/ThreadController.h"
+#include "sheets/history/HistoryModel.h"
+#include "support/TestProgram.h"
+
+#include <QGuiApplication>
+#include <QAbstractItemModelTester>
+#include <QSignalSpy>
+#include <QTest>
+
+using namespace quellora;
+
+namespace {
+
+const QDateTime noon(QDate(2026, 3, 1), QTime(12, 0));
+
+} // namespace
+
+class TestHistoryModel : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void init()
+    {
+        m_library = std::make_unique<FakeThreadLibrary>();
+        m_defaults = std::make_unique<JsonUserDefaults>();
+        m_threads = std::make_unique<ThreadController>(*m_defaults, nullptr);
+        m_history = std::make_unique<HistoryController>(*m_library, *m_threads);
+        m_model = std::make_unique<HistoryModel>(*m_history, *m_threads, Vocabulary::macOS(),
+                                                 QLocale("en_US"), [] { return noon; });
+        m_tester = std::make_unique<QAbstractItemModelTester>(
+            m_model.get(), QAbstractItemModelTester::FailureReportingMode::Fatal);
+        m_log = std::make_unique<LogCapture>();
+    }
+    void cleanup()
+    {
+        m_log.reset();
+        m_tester.reset();
+        m_model.reset();
+        m_history.reset();
+    }
+
+    void rowsTellWhatTheThreadHolds()
+    {
+        CaptureSession session = CaptureSession::create(noon);
+        session.addTurn("Budget for March\nsecond line", "a", noon, noon.addSecs(-3600));
+        session.addNote("n", noon.addSecs(-3600));
+        session.addNote("m", noon.addSecs(-3600));
+        m_library->sessions.insert(session.id, session);
+        open();
+        QCOMPARE(m_model->rowCount(), 1);
+        QCOMPARE(value(0, HistoryModel::TitleRole).toString(), QStringLiteral("Budget for March"));
+        QCOMPARE(value(0, HistoryModel::TimeRole).toString(),
+                 QLocale("en_US").toString(QTime(11, 0), QLocale::ShortFormat));
+        QCOMPARE(value(0, HistoryModel::TurnsRole).toInt(), 1);
+        QCOMPARE(value(0, HistoryModel::NotesRole).toInt(), 2);
+        QCOMPARE(value(0, HistoryModel::DayRole).toString(), QStringLiteral("Today"));
+        QVERIFY(!value(0, HistoryModel::IsCurrentRole).toBool());
+    }
+
+    void timesHaveNoSecondsInAnyLocale()
+    {
+        m_library->add("thread", noon);
+        open();
+        const HistoryModel plain(*m_history, *m_threads, Vocabulary::macOS(), QLocale::c(),
+                                 [] { return noon; });
+        QCOMPARE(plain.data(plain.index(0), HistoryModel::TimeRole).toString(),
+                 QStringLiteral("12:00"));
+    }
+
+    void threeDaysGiveThreeGroupsTodayFirst()
+    {
+        m_library->add("a", noon.addDays(-9));
+        m_library->add("b", noon.addSecs(-60));
+        m_library->add("c", noon.addDays(-1));
+        m_library->add("d", noon.addSecs(-120));
+        open();
+        QCOMPARE(column(HistoryModel::DayRole),
+                 QStringList({"Today", "Today", "Yesterday", "Feb 20, 2026"}));
+        QCOMPARE(titles(), QStringList({"b", "d", "c", "a"}));
+    }
+
+    void searchLooksAtTitlesWithoutCase()
+    {
+        m_library->add("Nightly EXPORT rows", noon);
+        m_library->add("Unrelated", noon.addDays(-1));
+        open();
+        m_model->setSearchText("  export ");
+        QCOMPARE(titles(), QStringList("Nightly EXPORT rows"));
+        QCOMPARE(value(0, HistoryModel::MatchStartRole).toInt(), 8);
+        QCOMPARE(value(0, HistoryModel::MatchLengthRole).toInt(), 6);
+        // "An answer." is in both, but no title has it.
+        m_model->setSearchText("answer");
+        QCOMPARE(m_model->count(), 0);
+        QVERIFY(m_model->hasThreads());
+        m_model->setSearchText("   ");
+        QCOMPARE(m_model->count(), 2);
+        QCOMPARE(value(0, HistoryModel::MatchStartRole).toInt(), -1);
+    }
+
+    void searchFollowsTheLocale()
+    {
+        m_library->add(QString::fromUtf8("ISPARTA raporu"), noon);
+        open();
+        HistoryModel turkish(*m_history, *m_threads, Vocabulary::macOS(), QLocale("tr_TR"),
+                             [] { return noon; });
+        turkish.setSearchText(QString::fromUtf8("ısparta"));
+        QCOMPARE(turkish.count(), 1);
+        m_model->setSearchText("isparta");
+        QCOMPARE(m_model->count(), 1);
+    }
+
+    void searchFindsCustomTitles()
+    {
+        const auto thread = m_library->add("derived", noon);
+        open();
+        m_model->rename(0, "Custom words");
+        m_model->setSearchText("custom");
+        QCOMPARE(titles(), QStringList("Custom words"));
+        m_model->setSearchText("derived");
+        QCOMPARE(m_model->count(), 0);
+    }
+
+    void searchStaysWhileMoreArrives()
+    {
+        m_library->holdsList = true;
+        m_history->historyButtonClicked();
+        m_model->setSearchText("b");
+        deliver({"ab", "c"}, 0);
+        deliver({"bb", "d"}, -1);
+        deliver({"newest b"}, 1);
+        QCOMPARE(titles(), QStringList({"newest b", "ab", "bb"}));
+        QCOMPARE(m_model->progressText(), QStringLiteral("Reading threads… 5 of 2,000"));
+        QCOMPARE(m_model->progress(), 5.0 / 2000);
+    }
+
+    void rowsComeInOneByOneWhateverTheOrder()
+    {
+        m_library->holdsList = true;
+        m_history->historyButtonClicked();
+        m_model->setSearchText("b");
+        deliver({"b2", "c"}, 0);
+        QSignalSpy reset(m_model.get(), &QAbstractItemModel::modelReset);
+        QSignalSpy inserted(m_model.get(), &QAbstractItemModel::rowsInserted);
+        const QPersistentModelIndex kept = m_model->index(0);
+        deliver({"b1", "c"}, 1);
+        deliver({"b3", "c"}, -1);
+        deliver({"c"}, 2);
+        QCOMPARE(titles(), QStringList({"b1", "b2", "b3"}));
+        QCOMPARE(kept.data(HistoryModel::TitleRole).toString(), QStringLiteral("b2"));
+        QCOMPARE(inserted.size(), 2);
+        QVERIFY(reset.isEmpty());
+    }
+
+    void readingAgainKeepsTheRows()
+    {
+        m_library->add("a", noon);
+        const auto gone = m_library->add("b", noon.addDays(-1));
+        m_library->add("c", noon.addDays(-2));
+        open();
+        m_history->historyButtonClicked();
+        const QPersistentModelIndex kept = m_model->index(2);
+        QSignalSpy reset(m_model.get(), &QAbstractItemModel::modelReset);
+        QSignalSpy deleted(m_model.get(), &HistoryModel::rowDeleted);
+        m_library->sessions.remove(gone.id);
+        m_library->add("d", noon.addSecs(-1));
+        open();
+        QCOMPARE(titles(), QStringList({"a", "d", "c"}));
+        QCOMPARE(kept.data(HistoryModel::TitleRole).toString(), QStringLiteral("c"));
+        QVERIFY(reset.isEmpty());
+        // It was not the user who deleted it just now.
+        QVERIFY(deleted.isEmpty());
+    }
+
+    void renamingInASearchMovesNoOtherRow()
+    {
+        m_library->add("one apple", noon);
+        m_library->add("two apples", noon.addDays(-1));
+        m_library->add("pear", noon.addDays(-2));
+        open();
+        m_model->setSearchText("apple");
+        QSignalSpy reset(m_model.get(), &QAbstractItemModel::modelReset);
+        const QPersistentModelIndex kept = m_model->index(1);
+        m_model->rename(0, "plum");
+        QCOMPARE(titles(), QStringList("two apples"));
+        QCOMPARE(kept.row(), 0);
+        m_history->renameSession(m_history->historySessions().at(2).id, "green apple");
+        QCOMPARE(titles(), QStringList({"two apples", "green apple"}));
+        QVERIFY(reset.isEmpty());
+    }
+
+    void deletedRowIsSaid()
+    {
+        m_library->add("apple", noon);
+        m_library->add("pear", noon.addDays(-1));
+        open();
+        QSignalSpy deleted(m_model.get(), &HistoryModel::rowDeleted);
+        m_model->setSearchText("pear");
+        m_model->requestDelete(0);
+        m_model->confirmDelete();
+        QTRY_COMPARE(deleted.size(), 1);
+        QCOMPARE(deleted.first().first().toInt(), 0);
+        // One that the search hides has no row.
+        m_history->deleteSession(m_history->historySessions().at(0).id);
+        QTRY_VERIFY(m_history->historySessions().isEmpty());
+        QCOMPARE(deleted.size(), 1);
+    }
+
+    void openingClearsTheSearch()
+    {
+        m_library->add("thread", noon);
+        open();
+        m_model->setSearchText("nothing");
+        m_model->close();
+        QVERIFY(m_model->searchText().isEmpty());
+        QCOMPARE(m_model->count(), 1);
+    }
+
+    void renamingAndDeletingWhileSearching()
+    {
+        m_library->add("one apple", noon);
+        m_library->add("pear", noon.addDays(-1));
+        m_library->add("two apples", noon.addDays(-2));
+        open();
+        m_model->setSearchText("apple");
+        m_model->rename(1, "two plums");
+        QCOMPARE(titles(), QStringList("one apple"));
+        m_model->setSearchText("");
+        QCOMPARE(titles(), QStringList({"one apple", "pear", "two plums"}));
+        m_model->setSearchText("p");
+        m_model->requestDelete(1);
+        m_model->confirmDelete();
+        QTRY_COMPARE(titles(), QStringList({"one apple", "two plums"}));
+        QCOMPARE(value(1, HistoryModel::TitleRole).toString(), QStringLiteral("two plums"));
+        // One that the search hides goes, too, and the rows still name the right threads.
+        m_model->setSearchText("plums");
+        m_history->deleteSession(m_history->historySessions().at(0).id);
+        QTRY_COMPARE(m_history->historySessions().size(), 1);
+        QCOMPARE(titles(), QStringList("two plums"));
+    }
+
+    void untouchedTitleIsNoRename()
+    {
+        const auto thread = m_library->add("question", noon);
+        open();
+        m_model->setRenaming(true);
+        QVERIFY(m_history->isRenamingHistoryRow());
+        m_model->rename(0, "question");
+        m_model->setRenaming(false);
+        QVERIFY(!m_history->isRenamingHistoryRow());
+        QVERIFY(m_library->calls.isEmpty());
+        m_model->rename(0, "   ");
+        QCOMPARE(m_library->calls, QStringList("updateTitle"));
+        QVERIFY(!m_library->sessions[thread.id].customTitle);
+    }
+
+    void deletingNamesTheMachineAsTheSystemDoes()
+    {
+        m_library->add("thread", noon);
+        open();
+        HistoryModel onLinux(*m_history, *m_threads, Vocabulary::linuxDesktop());
+        onLinux.requestDelete(0);
+        QCOMPARE(onLinux.deleteText(),
+                 QStringLiteral("\"thread\" will be permanently removed from this computer. This "
+                                "can't be undone."));
+    }
+
+    void deletingAsksFirst()
+    {
+        const auto thread = m_library->add("Tax \"2025\"", noon);
+        open();
+        m_model->requestDelete(0);
+        QVERIFY(m_model->isDeletePending());
+        QCOMPARE(m_model->deleteText(),
+                 QStringLiteral("\"Tax \"2025\"\" will be permanently removed from your Mac. This "
+                                "can't be undone."));
+        m_model->cancelDelete();
+        m_model->confirmDelete();
+        QVERIFY(m_library->calls.isEmpty());
+        m_model->requestDelete(0);
+        // The list may change while the question stands: the answer still means the same thread.
+        m_library->add("newer", noon.addDays(1));
+        m_history->historyButtonClicked();
+        QVERIFY(!m_model->isDeletePending());
+        open();
+        m_model->requestDelete(1);
+        m_model->confirmDelete();
+        QTRY_COMPARE(titles(), QStringList("newer"));
+        QVERIFY(!m_library->sessions.contains(thread.id));
+    }
+
+    void currentThreadIsMarked()
+    {
+        m_library->add("other", noon);
+        const auto thread = m_library->add("mine", noon.addDays(-1));
+        open();
+        QCOMPARE(m_model->currentRow(), -1);
+        m_model->open(1);
+        QTRY_VERIFY(m_threads->currentSession());
+        open();
+        QCOMPARE(m_model->currentRow(), 1);
+        QCOMPARE(column(HistoryModel::IsCurrentRole), QStringList({"false", "true"}));
+        QSignalSpy changed(m_model.get(), &QAbstractItemModel::dataChanged);
+        m_threads->startNewThread();
+        QVERIFY(!changed.isEmpty());
+        QCOMPARE(m_model->currentRow(), -1);
+    }
+
+    void rowsThatAreNotThereDoNothing()
+    {
+        open();
+        m_model->open(0);
+        m_model->rename(3, "x");
+        m_model->requestDelete(-1);
+        QVERIFY(!m_model->isDeletePending());
+        QVERIFY(m_library->calls.isEmpty());
+    }
+
+    void lineBreaksInATitleDoNotBreakTheRow()
+    {
+        auto session = m_library->add("question", noon);
+        m_library->sessions[session.id].customTitle = QStringLiteral("two\nlines");
+        open();
+        QCOMPARE(titles(), QStringList("two lines"));
+    }
+
+private:
+    void open()
+    {
+        m_history->historyButtonClicked();
+        QTRY_VERIFY(!m_history->isLoading());
+        QVERIFY(m_model->isOpen());
+    }
+    QVariant value(int row, int role) const { return m_model->data(m_model->index(row), role); }
+    QStringList column(int role) const
+    {
+        QStringList values;
+        for (int row = 0; row < m_model->rowCount(); ++row)
+            values.append(value(row, role).toString());
+        return values;
+    }
+    QStringList titles() const { return column(HistoryModel::TitleRole); }
+    void deliver(const QStringList &titles, int days)
+    {
+        ThreadBatch batch;
+        for (const QString &title : titles)
+            batch.threads.append(FakeThreadLibrary::summary(title, noon.addDays(days)));
+        batch.total = 2000;
+        QSignalSpy progress(m_history.get(), &HistoryController::progressChanged);
+        m_library->held->addResult(batch);
+        QTRY_VERIFY(!progress.isEmpty());
+    }
+
+    std::unique_ptr<FakeThreadLibrary> m_library;
+    std::unique_ptr<JsonUserDefaults> m_defaults;
+    std::unique_ptr<ThreadController> m_threads;
+    std::unique_ptr<HistoryController> m_history;
+    std::unique_ptr<HistoryModel> m_model;
+    std::unique_ptr<QAbstractItemModelTester> m_tester;
+    std::unique_ptr<LogCapture> m_log;
+};
+
+QUELLORA_TEST(QGuiApplication, TestHistoryModel)
+#include "test_history_model.moc"

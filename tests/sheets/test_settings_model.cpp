@@ -1,0 +1,369 @@
+#include "base/UserDefaults.h"
+#include "fakes/FakeKeyMonitor.h"
+#include "fakes/FakePlatform.h"
+#include "hotkeys/HotkeyManager.h"
+#include "hotkeys/HotkeyRebinding.h"
+#include "sheets/settings/SettingsModel.h"
+#include "support/TestProgram.h"
+
+#include <QCoreApplication>
+#include <QSignalSpy>
+#include <QTest>
+
+using namespace quellora;
+
+namespace {
+
+constexpr quint32 three = GlobalHotkeys::Control | GlobalHotkeys::Option | GlobalHotkeys::Command;
+
+struct Fixture
+{
+    explicit Fixture(Vocabulary vocabulary = Vocabulary::macOS()) : words(std::move(vocabulary))
+    {
+        manager.start({});
+        models.setModels({{"m1", "One", "first"}, {"m2", "Two", "second"}});
+    }
+    QVariant row(HotkeyAction action, HotkeyRows::Role role)
+    {
+        HotkeyRows *rows = settings.hotkeyRows();
+        return rows->data(rows->index(int(action)), role);
+    }
+
+    const Vocabulary words;
+    FakeGlobalHotkeys platform;
+    JsonUserDefaults defaults;
+    FakeKeyMonitor keys;
+    HotkeyManager manager{platform, words, &std::chrono::steady_clock::now,
+                          [](HotkeyAction, const QString &) {}};
+    HotkeyRebinding rebinding{manager, defaults, keys, {}};
+    ModelListModel models;
+    SettingsModel settings{models, rebinding, words};
+};
+
+} // namespace
+
+class TestSettingsModel : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void hexText_data()
+    {
+        QTest::addColumn<QString>("typed");
+        QTest::addColumn<QString>("stored");
+        QTest::newRow("bare") << "8899AA"
+                              << "#8899aa";
+        QTest::newRow("blanks") << "  #8899aa \t"
+                                << "#8899aa";
+        QTest::newRow("hash") << "#8899aa"
+                              << "#8899aa";
+        QTest::newRow("blank before the hash only") << " #00FF00"
+                                                    << "#00ff00";
+        QTest::newRow("three digits") << "#fff" << QString();
+        QTest::newRow("no digit") << "#8899aag" << QString();
+        QTest::newRow("six with a letter too far") << "8899ag" << QString();
+        QTest::newRow("two hashes") << "##8899aa" << QString();
+        QTest::newRow("sign") << "+12345" << QString();
+        QTest::newRow("prefix") << "0x1234" << QString();
+        QTest::newRow("blank inside") << "#88 9aa" << QString();
+        QTest::newRow("line end inside") << "#8899aa\nx" << QString();
+        QTest::newRow("empty") << "" << QString();
+    }
+    void hexText()
+    {
+        QFETCH(QString, typed);
+        QFETCH(QString, stored);
+        QCOMPARE(TextColors::normalizedHex(typed).value_or(QString()), stored);
+        Fixture f;
+        QSignalSpy chosen(&f.settings, &SettingsModel::responseTextColorChosen);
+        f.settings.setHexInput(typed);
+        f.settings.commitHexInput();
+        if (stored.isEmpty()) {
+            QCOMPARE(f.settings.hexError(), "Enter a valid hex color, e.g. #8899aa");
+            QCOMPARE(chosen.size(), 0);
+            QCOMPARE(f.settings.hexInput(), typed);
+        } else {
+            QCOMPARE(f.settings.hexError(), QString());
+            QCOMPARE(chosen, (QList<QVariantList>{{stored}}));
+        }
+    }
+
+    void aGoodColorClearsTheError()
+    {
+        Fixture f;
+        f.settings.setHexInput("#fff");
+        f.settings.commitHexInput();
+        QVERIFY(!f.settings.hexError().isEmpty());
+        f.settings.setHexInput("ffffff");
+        f.settings.commitHexInput();
+        QVERIFY(f.settings.hexError().isEmpty());
+    }
+
+    void leavingAnEmptyFieldIsNoMistake()
+    {
+        Fixture f;
+        QSignalSpy chosen(&f.settings, &SettingsModel::responseTextColorChosen);
+        f.settings.setResponseTextColorHex("#22d3ee");
+        f.settings.setHexInput(" ");
+        f.settings.leaveHexInput();
+        QCOMPARE(f.settings.hexError(), QString());
+        QCOMPARE(f.settings.hexInput(), "#22d3ee");
+        f.settings.leaveHexInput();
+        QCOMPARE(chosen.size(), 0);
+        f.settings.setHexInput("xyz");
+        f.settings.leaveHexInput();
+        QVERIFY(!f.settings.hexError().isEmpty());
+        f.settings.setHexInput("123456");
+        f.settings.leaveHexInput();
+        QCOMPARE(chosen, (QList<QVariantList>{{"#123456"}}));
+    }
+
+    void openingShowsTheColorInForce()
+    {
+        Fixture f;
+        f.settings.setResponseTextColorHex("#22d3ee");
+        f.settings.setHexInput("zz");
+        f.settings.commitHexInput();
+        QSignalSpy opened(&f.settings, &SettingsModel::isOpenChanged);
+        f.settings.setOpen(true);
+        QCOMPARE(opened.size(), 1);
+        QCOMPARE(f.settings.hexInput(), "#22d3ee");
+        QCOMPARE(f.settings.hexError(), QString());
+    }
+
+    void swatches()
+    {
+        Fixture f;
+        const QList<QStringList> expected{{"theme", "Theme", "", "#e8e8ea"},
+                                          {"white", "White", "#ffffff", "#ffffff"},
+                                          {"nearBlack", "Near black", "#15171c", "#15171c"},
+                                          {"green", "Green", "#3ddc84", "#3ddc84"},
+                                          {"cyan", "Cyan", "#22d3ee", "#22d3ee"},
+                                          {"blue", "Blue", "#2f80ed", "#2f80ed"},
+                                          {"violet", "Violet", "#c77dff", "#c77dff"},
+                                          {"magenta", "Magenta", "#ff4fd8", "#ff4fd8"},
+                                          {"amber", "Amber", "#ffb020", "#ffb020"}};
+        TextColors *colors = f.settings.textColors();
+        QCOMPARE(colors->rowCount(), expected.size());
+        for (int row = 0; row < expected.size(); ++row) {
+            const QModelIndex at = colors->index(row);
+            QCOMPARE((QStringList{colors->data(at, TextColors::IdRole).toString(),
+                                  colors->data(at, TextColors::NameRole).toString(),
+                                  colors->data(at, TextColors::HexRole).toString(),
+                                  colors->data(at, TextColors::ColorRole).value<QColor>().name()}),
+                     expected.at(row));
+        }
+        QSignalSpy recolored(colors, &QAbstractItemModel::dataChanged);
+        f.settings.setLightTheme(true);
+        QCOMPARE(recolored.size(), 1);
+        QCOMPARE(colors->data(colors->index(0), TextColors::ColorRole).value<QColor>(),
+                 QColor(0x1c, 0x1e, 0x24));
+        QCOMPARE(colors->data(colors->index(5), TextColors::ColorRole).value<QColor>(),
+                 QColor(0x1c, 0x6a, 0xd0));
+        QCOMPARE(colors->hexAt(5), "#2f80ed");
+    }
+
+    void selectedSwatch_data()
+    {
+        QTest::addColumn<QString>("hex");
+        QTest::addColumn<int>("row");
+        QTest::newRow("no override") << "" << 0;
+        QTest::newRow("upper case") << "#FFFFFF" << 1;
+        QTest::newRow("mixed case") << "#3DdC84" << 3;
+        QTest::newRow("last") << "#ffb020" << 8;
+        QTest::newRow("own colour") << "#8899aa" << -1;
+        QTest::newRow("short form of white") << "#fff" << -1;
+    }
+    void selectedSwatch()
+    {
+        QFETCH(QString, hex);
+        QFETCH(int, row);
+        Fixture f;
+        f.settings.setResponseTextColorHex(hex);
+        QCOMPARE(f.settings.textColors()->chosenRow(), row);
+        QCOMPARE(f.settings.hexInput(), hex);
+    }
+
+    void choosingASwatch()
+    {
+        Fixture f;
+        QSignalSpy chosen(&f.settings, &SettingsModel::responseTextColorChosen);
+        f.settings.chooseTextColor(2);
+        f.settings.chooseTextColor(0);
+        f.settings.chooseTextColor(9);
+        f.settings.chooseTextColor(-1);
+        QCOMPARE(chosen, (QList<QVariantList>{{"#15171c"}, {""}}));
+    }
+
+    void aSwatchReplacesWhatWasTyped()
+    {
+        Fixture f;
+        f.settings.setHexInput("zz");
+        f.settings.commitHexInput();
+        // The same colour as before: nothing changes but the field.
+        f.settings.setResponseTextColorHex(QString());
+        QCOMPARE(f.settings.hexInput(), QString());
+        QCOMPARE(f.settings.hexError(), QString());
+    }
+
+    void models()
+    {
+        Fixture f;
+        f.settings.setSelectedModelId("m1");
+        QSignalSpy selected(&f.settings, &SettingsModel::modelSelected);
+        f.settings.selectModel("m1");
+        f.settings.selectModel("gone");
+        f.settings.selectModel("m2");
+        // The marked one, too: it may be no choice of the user's yet.
+        QCOMPARE(selected, (QList<QVariantList>{{"m1"}, {"m2"}}));
+    }
+
+    void appearance()
+    {
+        Fixture f;
+        QCOMPARE(f.settings.appearanceMode(), "system");
+        QSignalSpy chosen(&f.settings, &SettingsModel::appearanceChosen);
+        f.settings.chooseAppearance("system");
+        f.settings.chooseAppearance("Dark");
+        f.settings.chooseAppearance("dark");
+        QCOMPARE(chosen, (QList<QVariantList>{{"dark"}}));
+    }
+
+    void switchesAskForTheOpposite()
+    {
+        Fixture f;
+        QSignalSpy thread(&f.settings, &SettingsModel::startNewThreadPerSendToggled);
+        QSignalSpy prompt(&f.settings, &SettingsModel::dontClearPromptAfterSendToggled);
+        f.settings.toggleStartNewThreadPerSend();
+        f.settings.setDontClearPromptAfterSendEnabled(true);
+        f.settings.toggleDontClearPromptAfterSend();
+        QCOMPARE(thread, (QList<QVariantList>{{true}}));
+        QCOMPARE(prompt, (QList<QVariantList>{{false}}));
+        QVERIFY(!f.settings.startNewThreadPerSendEnabled());
+    }
+
+    void closingAsksOnlyWhileOpen()
+    {
+        Fixture f;
+        QSignalSpy closing(&f.settings, &SettingsModel::closeRequested);
+        f.settings.close();
+        QCOMPARE(closing.size(), 0);
+        f.settings.setOpen(true);
+        f.settings.close();
+        QCOMPARE(closing.size(), 1);
+        QVERIFY(f.settings.isOpen());
+    }
+
+    void hotkeyRowsInTheOrderOfTheActions()
+    {
+        Fixture f;
+        HotkeyRows *rows = f.settings.hotkeyRows();
+        QStringList shown;
+        for (int row = 0; row < rows->rowCount(); ++row)
+            shown << rows->data(rows->index(row), HotkeyRows::TitleRole).toString() + ": " +
+                         rows->data(rows->index(row), HotkeyRows::ComboRole).toString();
+        QCOMPARE(shown, (QStringList{"Capture screen and send to Claude: Ctrl+Option+Cmd+C",
+                                     "Clear the response area: Ctrl+Option+Cmd+X",
+                                     "Toggle overlay visibility: Ctrl+Option+Cmd+T",
+                                     "Increase opacity: Ctrl+Option+Cmd+]",
+                                     "Decrease opacity: Ctrl+Option+Cmd+[",
+                                     "Capture (no send): Ctrl+Option+Cmd+Shift+C",
+                                     "Start a new thread: Cmd+N"}));
+    }
+
+    void keysAndSettingsHaveTheSystemsNames()
+    {
+        Fixture f(Vocabulary::linuxDesktop());
+        QCOMPARE(f.row(HotkeyAction::CaptureNoSend, HotkeyRows::ComboRole),
+                 "Ctrl+Alt+Super+Shift+C");
+        f.settings.hotkeyRows()->beginCapture(int(HotkeyAction::Clear));
+        f.keys.press(GlobalHotkeys::Command, "q");
+        QCOMPARE(f.row(HotkeyAction::Clear, HotkeyRows::ConflictComboRole), "Super+Q");
+        QCOMPARE(f.settings.appearanceHint(),
+                 "Match your background: dark theme over dark apps, light theme over documents or "
+                 "bright UIs. System follows your desktop's setting.");
+        QCOMPARE(Fixture().settings.appearanceHint(),
+                 "Match your background: dark theme over dark apps, light theme over documents or "
+                 "bright UIs. System follows your macOS setting.");
+    }
+
+    void modelsOfAnotherMakerAreNotCalledByTheGivenName()
+    {
+        Fixture f;
+        QSignalSpy changed(&f.settings, &SettingsModel::modelHintChanged);
+        QCOMPARE(f.settings.modelHint(), "Choose which Claude model handles your requests.");
+        f.settings.setAnswererName("Offline reader");
+        QCOMPARE(f.settings.modelHint(), "Choose which model handles your requests.");
+        f.settings.setAnswererName("Offline reader");
+        QCOMPARE(changed.size(), 1);
+        f.settings.setAnswererName("Claude");
+        QCOMPARE(f.settings.modelHint(), "Choose which Claude model handles your requests.");
+        QCOMPARE(changed.size(), 2);
+    }
+
+    void hotkeyRowStates()
+    {
+        Fixture f;
+        HotkeyRows *rows = f.settings.hotkeyRows();
+        QSignalSpy changed(rows, &QAbstractItemModel::dataChanged);
+        QSignalSpy rebuilt(rows, &QAbstractItemModel::modelReset);
+        const auto clear = HotkeyAction::Clear;
+        rows->beginCapture(int(clear));
+        QVERIFY(changed.size() > 0);
+        QCOMPARE(f.row(clear, HotkeyRows::CapturingRole), true);
+        QCOMPARE(f.row(HotkeyAction::Toggle, HotkeyRows::CapturingRole), false);
+        QCOMPARE(f.row(clear, HotkeyRows::ErrorRole), QString());
+
+        f.keys.press(three, "c");
+        QCOMPARE(f.row(clear, HotkeyRows::ErrorRole),
+                 "Already used by Capture screen and send to Claude. Try a different combo.");
+        QCOMPARE(f.row(HotkeyAction::Capture, HotkeyRows::ErrorRole), QString());
+
+        f.keys.press(GlobalHotkeys::Command, "q");
+        QCOMPARE(f.row(clear, HotkeyRows::ConflictRole), "This may conflict with Quit application");
+        QCOMPARE(f.row(clear, HotkeyRows::ConflictComboRole), "Cmd+Q");
+        QCOMPARE(f.row(HotkeyAction::Capture, HotkeyRows::ConflictRole), QString());
+        rows->cancelConflict();
+        QCOMPARE(f.row(clear, HotkeyRows::ConflictRole), QString());
+        f.keys.press(GlobalHotkeys::Command, "q");
+        rows->confirmConflict();
+        QCOMPARE(f.row(clear, HotkeyRows::ComboRole), "Cmd+Q");
+        QCOMPARE(f.row(clear, HotkeyRows::CapturingRole), false);
+        QCOMPARE(f.row(clear, HotkeyRows::ChangedRole), true);
+        QCOMPARE(f.row(HotkeyAction::Capture, HotkeyRows::ChangedRole), false);
+
+        f.platform.claim("k", three);
+        rows->beginCapture(int(clear));
+        f.keys.press(three, "k");
+        QCOMPARE(f.row(clear, HotkeyRows::ErrorRole),
+                 "Couldn't register that combo — kept your previous one.");
+        QCOMPARE(f.row(HotkeyAction::Toggle, HotkeyRows::ErrorRole), QString());
+        // Another row's recording takes the message away.
+        rows->beginCapture(int(HotkeyAction::Toggle));
+        QCOMPARE(f.row(clear, HotkeyRows::ErrorRole), QString());
+        rows->cancelCapture();
+        QVERIFY(!f.rebinding.capturingHotkeyAction());
+
+        rows->reset(int(clear));
+        QCOMPARE(f.row(clear, HotkeyRows::ComboRole), "Ctrl+Option+Cmd+X");
+        QCOMPARE(f.row(clear, HotkeyRows::ChangedRole), false);
+        rows->beginCapture(7);
+        rows->beginCapture(-1);
+        rows->reset(7);
+        QVERIFY(!f.rebinding.capturingHotkeyAction());
+        // Views keep their rows.
+        QCOMPARE(rebuilt.size(), 0);
+    }
+
+    void resettingAll()
+    {
+        Fixture f;
+        f.settings.hotkeyRows()->beginCapture(1);
+        f.keys.press(three, "m");
+        f.settings.hotkeyRows()->resetAll();
+        QCOMPARE(f.row(HotkeyAction::Clear, HotkeyRows::ComboRole), "Ctrl+Option+Cmd+X");
+        QVERIFY(!f.defaults.stringDictionary("hotkeyBindings"));
+    }
+};
+
+QUELLORA_TEST(QCoreApplication, TestSettingsModel)
+#include "test_settings_model.moc"

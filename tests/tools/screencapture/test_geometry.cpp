@@ -1,0 +1,199 @@
+#include "screencapture/Geometry.h"
+#include "support/TestProgram.h"
+
+#include <QTest>
+
+#include <set>
+#include <utility>
+#include <vector>
+
+using namespace quellora::screencapture;
+
+namespace {
+
+using Pixels = std::set<std::pair<int, int>>;
+
+/// The pixels of @p region; fails when its rectangles overlap.
+Pixels pixelsOf(const Region &region)
+{
+    Pixels pixels;
+    for (const Rect &rect : region.rects()) {
+        for (int y = rect.y; y < rect.bottom(); ++y) {
+            for (int x = rect.x; x < rect.right(); ++x) {
+                if (!pixels.emplace(x, y).second)
+                    QTest::qFail("rectangles overlap", __FILE__, __LINE__);
+            }
+        }
+    }
+    return pixels;
+}
+
+Pixels pixelsOf(const Rect &rect)
+{
+    return pixelsOf(Region(rect));
+}
+
+/// Small deterministic rectangles, some of them empty.
+class RectSource
+{
+public:
+    Rect next() { return {draw(12) - 2, draw(12) - 2, draw(8), draw(8)}; }
+
+private:
+    int draw(unsigned int limit)
+    {
+        m_state = m_state * 1664525U + 1013904223U;
+        return static_cast<int>((m_state >> 16) % limit);
+    }
+
+    unsigned int m_state = 7;
+};
+
+} // namespace
+
+class GeometryTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void intersections()
+    {
+        QCOMPARE(intersected({0, 0, 10, 10}, {5, 6, 10, 10}), (Rect{5, 6, 5, 4}));
+        QCOMPARE(intersected({0, 0, 10, 10}, {10, 0, 5, 5}), Rect{});
+        QCOMPARE(intersected({-5, -5, 10, 10}, {0, 0, 100, 100}), (Rect{0, 0, 5, 5}));
+        QVERIFY(intersected({0, 0, 10, 10}, {2, 2, 0, 5}).isEmpty());
+    }
+
+    void inflation()
+    {
+        QCOMPARE((Rect{10, 20, 30, 40}.inflated(5)), (Rect{5, 15, 40, 50}));
+        QCOMPARE((Rect{5, 15, 40, 50}.inflated(-5)), (Rect{10, 20, 30, 40}));
+    }
+
+    void operationsEqualSetOperations()
+    {
+        RectSource source;
+        for (int round = 0; round < 200; ++round) {
+            Region region;
+            Pixels expected;
+            for (int step = 0; step < 8; ++step) {
+                const Rect rect = source.next();
+                const Pixels pixels = pixelsOf(rect);
+                if (step % 3 == 2) {
+                    region.subtract(rect);
+                    for (const auto &pixel : pixels)
+                        expected.erase(pixel);
+                } else {
+                    region.unite(rect);
+                    expected.insert(pixels.begin(), pixels.end());
+                }
+                QCOMPARE(pixelsOf(region), expected);
+                QCOMPARE(region.isEmpty(), expected.empty());
+            }
+            Region other(source.next());
+            other.unite(source.next());
+            const Pixels others = pixelsOf(other);
+            Pixels common;
+            for (const auto &pixel : expected) {
+                if (others.contains(pixel))
+                    common.insert(pixel);
+            }
+            QCOMPARE(pixelsOf(region.intersected(other.rects())), common);
+        }
+    }
+
+    void bounds()
+    {
+        Region region;
+        QCOMPARE(region.bounds(), Rect{});
+        region.unite(Rect{10, 10, 5, 5});
+        region.unite(Rect{-3, 40, 2, 2});
+        QCOMPARE(region.bounds(), (Rect{-3, 10, 18, 32}));
+    }
+
+    void boundedRegionsStaySmall()
+    {
+        Region region;
+        for (int i = 0; i < 10; ++i)
+            region.unite(Rect{i * 3, i * 3, 2, 2});
+        QCOMPARE(region.bounded(10).rects().size(), std::size_t(10));
+        const Region rough = region.bounded(9);
+        QCOMPARE(rough.rects().size(), std::size_t(1));
+        QCOMPARE(rough.bounds(), region.bounds());
+    }
+
+    void captureAreaIsTheMonitorsWithinTheRoot()
+    {
+        QCOMPARE(captureArea(1920, 1080, {}), (Rect{0, 0, 1920, 1080}));
+        const std::vector<Rect> sideBySide{{0, 0, 1920, 1080}, {1920, 100, 1280, 1024}};
+        QCOMPARE(captureArea(3200, 1124, sideBySide), (Rect{0, 0, 3200, 1124}));
+        // One monitor switched off: the rest of the root window belongs to nobody.
+        const std::vector<Rect> right{{1920, 0, 1280, 1024}};
+        QCOMPARE(captureArea(3200, 1080, right), (Rect{1920, 0, 1280, 1024}));
+        const std::vector<Rect> tooLarge{{0, 0, 4000, 4000}};
+        QCOMPARE(captureArea(1920, 1080, tooLarge), (Rect{0, 0, 1920, 1080}));
+        const std::vector<Rect> elsewhere{{5000, 5000, 10, 10}};
+        QCOMPARE(captureArea(1920, 1080, elsewhere), (Rect{0, 0, 1920, 1080}));
+        const std::vector<Rect> mirrored{{0, 0, 1920, 1080}, {0, 0, 1280, 1024}};
+        QCOMPARE(captureArea(1920, 1080, mirrored), (Rect{0, 0, 1920, 1080}));
+    }
+
+    void pointedMonitorIsTheOneWithThePointer()
+    {
+        const auto at = [](int x, int y) { return Rect{x, y, 1, 1}; };
+        const std::vector<Rect> sideBySide{{0, 0, 1920, 1080}, {1920, 100, 1280, 1024}};
+        QCOMPARE(pointedMonitor(3200, 1124, sideBySide, at(0, 0)), sideBySide[0]);
+        QCOMPARE(pointedMonitor(3200, 1124, sideBySide, at(1919, 1079)), sideBySide[0]);
+        QCOMPARE(pointedMonitor(3200, 1124, sideBySide, at(1920, 100)), sideBySide[1]);
+        QCOMPARE(pointedMonitor(3200, 1124, sideBySide, at(3199, 1123)), sideBySide[1]);
+        // In a corner that no monitor shows: the nearest one.
+        QCOMPARE(pointedMonitor(3200, 1124, sideBySide, at(3000, 5)), sideBySide[1]);
+        QCOMPARE(pointedMonitor(3200, 1124, sideBySide, at(1930, 2)), sideBySide[0]);
+        QCOMPARE(pointedMonitor(3200, 1124, sideBySide, at(10, 1110)), sideBySide[0]);
+        // The same place on two monitors: the larger picture holds both.
+        const std::vector<Rect> mirrored{{0, 0, 1280, 1024}, {0, 0, 1920, 1080}};
+        QCOMPARE(pointedMonitor(1920, 1080, mirrored, at(5, 5)), mirrored[1]);
+        QCOMPARE(pointedMonitor(1920, 1080, mirrored, at(1900, 5)), mirrored[1]);
+    }
+
+    void pointedMonitorWithoutPointerOrMonitors()
+    {
+        const std::vector<Rect> sideBySide{{1920, 0, 1280, 1024}, {0, 0, 1920, 1080}};
+        QCOMPARE(pointedMonitor(3200, 1080, sideBySide, {}), sideBySide[0]);
+        QCOMPARE(pointedMonitor(1920, 1080, {}, {5, 5, 1, 1}), (Rect{0, 0, 1920, 1080}));
+        const std::vector<Rect> elsewhere{{5000, 5000, 10, 10}};
+        QCOMPARE(pointedMonitor(1920, 1080, elsewhere, {5, 5, 1, 1}), (Rect{0, 0, 1920, 1080}));
+        const std::vector<Rect> tooLarge{{0, 0, 4000, 4000}};
+        QCOMPARE(pointedMonitor(1920, 1080, tooLarge, {5, 5, 1, 1}), (Rect{0, 0, 1920, 1080}));
+        const std::vector<Rect> huge{{0, 0, 32767, 16000}, {0, 16000, 32767, 16767}};
+        QCOMPARE(pointedMonitor(32767, 32767, huge, {32766, 32766, 1, 1}), huge[1]);
+    }
+
+    void unseenCornersOfUnevenMonitors()
+    {
+        const Rect area{0, 0, 3200, 1124};
+        const std::vector<Rect> monitors{{0, 0, 1920, 1080}, {1920, 100, 1280, 1024}};
+        const Region unseen = unseenRegion(area, monitors);
+        const Region below = unseen.intersected(Rect{0, 1080, 1920, 44});
+        const Region above = unseen.intersected(Rect{1920, 0, 1280, 100});
+        QCOMPARE(below.bounds(), (Rect{0, 1080, 1920, 44}));
+        QCOMPARE(above.bounds(), (Rect{1920, 0, 1280, 100}));
+        long pixels = 0;
+        for (const Rect &rect : unseen.rects())
+            pixels += static_cast<long>(rect.width) * rect.height;
+        QCOMPARE(pixels, 1920L * 44 + 1280L * 100);
+    }
+
+    void nothingIsUnseenWithoutGaps()
+    {
+        const Rect area{0, 0, 1920, 1080};
+        QVERIFY(unseenRegion(area, {}).isEmpty());
+        const std::vector<Rect> whole{{0, 0, 1920, 1080}};
+        QVERIFY(unseenRegion(area, whole).isEmpty());
+        const std::vector<Rect> elsewhere{{5000, 5000, 10, 10}};
+        QVERIFY(unseenRegion(area, elsewhere).isEmpty());
+    }
+};
+
+QUELLORA_TEST(void, GeometryTest)
+#include "test_geometry.moc"
