@@ -1,14 +1,14 @@
 #include "app/AppDelegate.h"
 
-#include "base/Log.h"
 #include "app/MenuBarController.h"
-#include "backend/NotificationCenter.h"
-#include "query/PermissionChecker.h"
 #include "backend/HeartbeatService.h"
+#include "backend/NotificationCenter.h"
 #include "backend/SessionManager.h"
+#include "base/Log.h"
 #include "hotkeys/HotkeyBindings.h"
 #include "hotkeys/HotkeyManager.h"
 #include "platform/Platform.h"
+#include "query/PermissionChecker.h"
 
 #include <QPointer>
 

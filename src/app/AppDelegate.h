@@ -1,8 +1,8 @@
 #pragma once
 
+#include "base/VantiroConfig.h"
 #include "login/LoginPresenter.h"
 #include "overlay/OverlayPresenter.h"
-#include "base/VantiroConfig.h"
 
 #include <QObject>
 

@@ -1,9 +1,9 @@
 #include "app/Application.h"
 
-#include "base/AppConfig.h"
-#include "base/Log.h"
 #include "app/MenuBarController.h"
 #include "backend/OAuthCallbackListener.h"
+#include "base/AppConfig.h"
+#include "base/Log.h"
 #include "hotkeys/HotkeyBindings.h"
 #include "login/LoginWindowController.h"
 #include "overlay/OverlayWindowController.h"

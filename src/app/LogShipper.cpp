@@ -1,11 +1,11 @@
 #include "app/LogShipper.h"
 
-#include "base/AppConfig.h"
-#include "base/Log.h"
-#include "backend/NotificationCenter.h"
-#include "base/WhenFinished.h"
 #include "backend/Http.h"
 #include "backend/HttpExchange.h"
+#include "backend/NotificationCenter.h"
+#include "base/AppConfig.h"
+#include "base/Log.h"
+#include "base/WhenFinished.h"
 
 #include <QDir>
 #include <QFile>

@@ -1,9 +1,9 @@
 #include "app/MenuBarController.h"
 
-#include "base/Log.h"
 #include "backend/NotificationCenter.h"
-#include "base/WhenFinished.h"
 #include "backend/SessionManager.h"
+#include "base/Log.h"
+#include "base/WhenFinished.h"
 #include "platform/Platform.h"
 
 #include <utility>

@@ -1,7 +1,7 @@
-#include "base/AppConfig.h"
 #include "app/Application.h"
-#include "base/Log.h"
 #include "app/SingleInstance.h"
+#include "base/AppConfig.h"
+#include "base/Log.h"
 #include "page/WebEngineSetup.h"
 #include "platform/Platform.h"
 

@@ -1,10 +1,10 @@
 #include "backend/HeartbeatService.h"
 
-#include "base/Log.h"
 #include "backend/NotificationCenter.h"
+#include "backend/SessionManager.h"
+#include "base/Log.h"
 #include "base/Text.h"
 #include "base/WhenFinished.h"
-#include "backend/SessionManager.h"
 
 #include <algorithm>
 #include <utility>

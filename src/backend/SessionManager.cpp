@@ -1,7 +1,7 @@
 #include "backend/SessionManager.h"
 
-#include "base/Log.h"
 #include "backend/NotificationCenter.h"
+#include "base/Log.h"
 
 #include <utility>
 

@@ -1,7 +1,7 @@
 #include "hotkeys/HotkeyBindings.h"
 
-#include "base/UserDefaults.h"
 #include "backend/Answerer.h"
+#include "base/UserDefaults.h"
 
 #include <algorithm>
 

@@ -1,7 +1,7 @@
 #include "hotkeys/HotkeyManager.h"
 
-#include "base/Log.h"
 #include "backend/Answerer.h"
+#include "base/Log.h"
 #include "hotkeys/HotkeyBindings.h"
 #include "hotkeys/HotkeyCombo.h"
 

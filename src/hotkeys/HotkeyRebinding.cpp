@@ -1,8 +1,8 @@
 #include "hotkeys/HotkeyRebinding.h"
 
+#include "backend/Answerer.h"
 #include "base/Log.h"
 #include "base/UserDefaults.h"
-#include "backend/Answerer.h"
 #include "hotkeys/HotkeyBindings.h"
 #include "hotkeys/HotkeyCombo.h"
 #include "hotkeys/HotkeyManager.h"

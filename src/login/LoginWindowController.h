@@ -1,9 +1,9 @@
 #pragma once
 
-#include "base/AppConfig.h"
-#include "login/LoginPresenter.h"
 #include "backend/AuthService.h"
 #include "backend/BrowserSignIn.h"
+#include "base/AppConfig.h"
+#include "login/LoginPresenter.h"
 #include "login/LoginViewModel.h"
 
 #include <QObject>

@@ -1,9 +1,9 @@
 #include "overlay/OverlayConfig.h"
 
-#include "query/PermissionChecker.h"
-#include "base/UserDefaults.h"
 #include "backend/SessionManager.h"
+#include "base/UserDefaults.h"
 #include "panels/BottomPanelsModel.h"
+#include "query/PermissionChecker.h"
 #include "query/QueryOrchestrator.h"
 #include "query/ServiceMessages.h"
 

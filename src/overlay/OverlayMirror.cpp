@@ -1,8 +1,8 @@
 #include "overlay/OverlayMirror.h"
 
 #include "history/ThreadController.h"
-#include "page/ResponseDisplay.h"
 #include "overlay/OverlayModel.h"
+#include "page/ResponseDisplay.h"
 #include "panels/BottomPanelsModel.h"
 #include "panels/HamburgerMenuModel.h"
 #include "query/QueryOrchestrator.h"

@@ -3,9 +3,9 @@
 #include "base/UserDefaults.h"
 #include "history/ThreadController.h"
 #include "hotkeys/HotkeyCombo.h"
-#include "page/ResponseDisplay.h"
 #include "overlay/NonFocusPanel.h"
 #include "overlay/OverlayModel.h"
+#include "page/ResponseDisplay.h"
 #include "panels/BottomPanelsModel.h"
 #include "platform/Platform.h"
 

@@ -5,8 +5,8 @@
 #include "hotkeys/HotkeyRebinding.h"
 #include "overlay/PanelKeyMonitor.h"
 #include "page/AppTheme.h"
-#include "sheets/settings/SettingsModel.h"
 #include "platform/Vocabulary.h"
+#include "sheets/settings/SettingsModel.h"
 
 #include <QObject>
 

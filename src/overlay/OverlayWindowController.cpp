@@ -1,12 +1,12 @@
 #include "overlay/OverlayWindowController.h"
 
-#include "base/Log.h"
 #include "backend/NotificationCenter.h"
-#include "query/PermissionChecker.h"
+#include "backend/SessionManager.h"
+#include "base/Log.h"
 #include "base/Text.h"
 #include "base/UserDefaults.h"
-#include "backend/SessionManager.h"
 #include "platform/Platform.h"
+#include "query/PermissionChecker.h"
 
 #include <QClipboard>
 #include <QDir>

@@ -1,8 +1,8 @@
 #include "panels/BottomPanelsModel.h"
 
-#include "query/PromptConfig.h"
-#include "base/UserDefaults.h"
 #include "backend/Answerer.h"
+#include "base/UserDefaults.h"
+#include "query/PromptConfig.h"
 
 #include <QClipboard>
 #include <QGuiApplication>

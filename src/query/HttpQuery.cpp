@@ -1,7 +1,7 @@
 #include "query/HttpQuery.h"
 
-#include "base/Log.h"
 #include "backend/Http.h"
+#include "base/Log.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>

@@ -1,7 +1,7 @@
 #include "query/ProxyQueryService.h"
 
-#include "base/Log.h"
 #include "backend/Http.h"
+#include "base/Log.h"
 #include "query/HttpQuery.h"
 
 #include <QJsonDocument>

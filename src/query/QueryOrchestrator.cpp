@@ -1,16 +1,16 @@
 #include "query/QueryOrchestrator.h"
 
+#include "backend/SessionManager.h"
 #include "base/Log.h"
-#include "query/PromptConfig.h"
 #include "base/Text.h"
 #include "base/UserDefaults.h"
 #include "base/WhenFinished.h"
-#include "backend/SessionManager.h"
 #include "history/ThreadController.h"
 #include "query/ActiveQuery.h"
 #include "query/AnswerDisplay.h"
 #include "query/ContextPrompt.h"
 #include "query/FailureReport.h"
+#include "query/PromptConfig.h"
 #include "query/ProxyQueryService.h"
 #include "query/ServiceMessages.h"
 

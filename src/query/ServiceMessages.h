@@ -1,7 +1,7 @@
 #pragma once
 
-#include "base/AppConfig.h"
 #include "backend/Records.h"
+#include "base/AppConfig.h"
 
 #include <QDateTime>
 #include <QObject>

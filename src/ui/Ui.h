@@ -13,7 +13,8 @@ void initializeUi();
 
 /// Keeps a QML module in a program that links its static library, which drops what nobody names.
 /// @tparam registerTypes the generated function qml_register_types_<URI with underscores>
-template <void (*registerTypes)()> void keepQmlModule()
+template <void (*registerTypes)()>
+void keepQmlModule()
 {
     [[maybe_unused]] static void (*volatile kept)() = registerTypes;
 }

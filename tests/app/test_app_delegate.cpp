@@ -1,13 +1,13 @@
 #include "app/AppDelegate.h"
 #include "app/MenuBarController.h"
-#include "backend/NotificationCenter.h"
-#include "query/PermissionChecker.h"
-#include "base/UserDefaults.h"
 #include "backend/HeartbeatService.h"
+#include "backend/NotificationCenter.h"
 #include "backend/SessionManager.h"
+#include "base/UserDefaults.h"
 #include "fakes/FakePlatform.h"
 #include "fakes/LogCapture.h"
 #include "hotkeys/HotkeyManager.h"
+#include "query/PermissionChecker.h"
 #include "support/TestProgram.h"
 
 #include <QGuiApplication>

@@ -102,7 +102,8 @@ private Q_SLOTS:
         QProcess process;
         process.setProcessEnvironment(environment);
         process.start(QCoreApplication::applicationFilePath(),
-                      {QStringLiteral("emergency_exit"), QStringLiteral("--end-as"), QLatin1String(QTest::currentDataTag())});
+                      {QStringLiteral("emergency_exit"), QStringLiteral("--end-as"),
+                       QLatin1String(QTest::currentDataTag())});
         QVERIFY(process.waitForFinished());
         QCOMPARE(process.exitStatus(), QProcess::NormalExit);
         QCOMPARE(process.exitCode(), status);

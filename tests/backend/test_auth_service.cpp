@@ -1,6 +1,6 @@
 #include "SignInAnswers.h"
-#include "backend/NotificationCenter.h"
 #include "backend/AuthService.h"
+#include "backend/NotificationCenter.h"
 #include "backend/SessionManager.h"
 #include "fakes/StatuslessNetwork.h"
 #include "support/TestProgram.h"

@@ -1,6 +1,6 @@
 #include "SignInAnswers.h"
-#include "backend/NotificationCenter.h"
 #include "backend/HeartbeatService.h"
+#include "backend/NotificationCenter.h"
 #include "backend/SessionManager.h"
 #include "support/TestProgram.h"
 

@@ -1,7 +1,6 @@
 #include "base/AppConfig.h"
 #include "base/Log.h"
 #include "base/ProjectPaths.h"
-#include "query/PromptConfig.h"
 #include "base/Text.h"
 #include "base/UserDefaults.h"
 #include "base/VantiroConfig.h"
@@ -216,44 +215,6 @@ private Q_SLOTS:
     {
         QTemporaryDir empty;
         QVERIFY(!ProjectPaths::projectRoot(empty.path(), "/nowhere/quellora"));
-    }
-
-    void promptFollowsItsOrder()
-    {
-        JsonUserDefaults defaults;
-        QCOMPARE(PromptConfig::current(defaults, std::nullopt), PromptConfig::builtIn());
-        AppConfigResponse config;
-        QCOMPARE(PromptConfig::current(defaults, config), QString());
-        config.defaultPrompt = "server";
-        QCOMPARE(PromptConfig::current(defaults, config), "server");
-        defaults.setString("userPrompt", "");
-        QCOMPARE(PromptConfig::current(defaults, config), "server");
-        defaults.setString("userPrompt", "   ");
-        QCOMPARE(PromptConfig::current(defaults, config), "   ");
-        defaults.setBool("userPrompt", true);
-        QCOMPARE(PromptConfig::current(defaults, config), "server");
-    }
-
-    void builtInPromptIsExact()
-    {
-        const QStringList lines{
-            "You are a silent vantiro assistant.",
-            "The user will send you a screenshot of content.",
-            "",
-            "Respond in this EXACT format, very concise:",
-            "",
-            "## Approach",
-            "- [3 bullet points max, one line each, what to do step by step]",
-            "",
-            "## Solution",
-            "- [3 bullet possible solutions or ideas]",
-            "- Output the full code solution. ",
-            "    Display in the desired language as a md code block so it's easy to read.",
-            "",
-            "Be extremely terse. The user needs to read this at a glance under time pressure.",
-            "Do not add explanations outside this format.",
-        };
-        QCOMPARE(PromptConfig::builtIn().split('\n'), lines);
     }
 
     void decimalsAlwaysHaveAFraction()

@@ -99,7 +99,8 @@ private Q_SLOTS:
 
     void missingFirstArgumentIsFatal()
     {
-        const Outcome outcome = run(m_program, {"project_paths", withoutArguments}, m_root + "/elsewhere", {});
+        const Outcome outcome =
+            run(m_program, {"project_paths", withoutArguments}, m_root + "/elsewhere", {});
         QVERIFY(outcome.crashed);
         QVERIFY2(outcome.errors.contains(
                      "The program was started without its own path as first argument"),
@@ -135,15 +136,17 @@ private:
     static Outcome start(const QString &name, const QString &workingFolder,
                          const QString &path = {})
     {
-        return run("/bin/sh", {"-c", "exec " + name + " project_paths " + tellRoot}, workingFolder, path);
+        return run("/bin/sh", {"-c", "exec " + name + " project_paths " + tellRoot}, workingFolder,
+                   path);
     }
 
     /// Started with @p argumentZero in place of its own name.
     Outcome startAs(const QString &argumentZero, const QString &workingFolder) const
     {
-        return run("/bin/bash",
-                   {"-c", "exec -a '" + argumentZero + "' " + m_program + " project_paths " + tellRoot},
-                   workingFolder, {});
+        return run(
+            "/bin/bash",
+            {"-c", "exec -a '" + argumentZero + "' " + m_program + " project_paths " + tellRoot},
+            workingFolder, {});
     }
 
     std::unique_ptr<QTemporaryDir> m_folder;

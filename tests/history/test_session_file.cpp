@@ -133,7 +133,7 @@ private Q_SLOTS:
     {
         SessionFile file;
         file.createdAt = QDateTime({2026, 12, 31}, {23, 59, 59, 999}, Qt::OffsetFromUTC, -3600);
-        file.updatedAt = QDateTime({2026, 3, 1}, {1, 2, 3}, QTimeZone("Asia/Kolkata"));
+        file.updatedAt = QDateTime({2026, 3, 1}, {1, 2, 3}, QTimeZone(19800));
         const QJsonObject json = QJsonDocument::fromJson(file.encode()).object();
         QCOMPARE(json["createdAt"].toString(), "2027-01-01T00:59:59Z");
         QCOMPARE(json["updatedAt"].toString(), "2026-02-28T19:32:03Z");

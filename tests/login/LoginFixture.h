@@ -1,10 +1,10 @@
 #pragma once
 
 #include "FakeSignIn.h"
-#include "ui/QuickItems.h"
 #include "fakes/FakePlatform.h"
 #include "fakes/LogCapture.h"
 #include "login/LoginWindowController.h"
+#include "ui/QuickItems.h"
 #include "ui/Ui.h"
 
 #include <QQmlEngine>

@@ -1,16 +1,16 @@
 #pragma once
 
-#include "page/FakePageSurface.h"
 #include "backend/NotificationCenter.h"
-#include "query/PermissionChecker.h"
-#include "base/UserDefaults.h"
 #include "backend/SessionManager.h"
+#include "base/UserDefaults.h"
 #include "fakes/FakePlatform.h"
 #include "fakes/FakeThreadLibrary.h"
 #include "fakes/LogCapture.h"
 #include "hotkeys/HotkeyBindings.h"
 #include "hotkeys/HotkeyManager.h"
 #include "overlay/OverlayWindowController.h"
+#include "page/FakePageSurface.h"
+#include "query/PermissionChecker.h"
 #include "query/ProxyQueryService.h"
 #include "ui/Ui.h"
 

@@ -1,7 +1,7 @@
 #include "fakes/FakePlatform.h"
 #include "fakes/FakeThreadLibrary.h"
-#include "overlay/OverlayHistory.h"
 #include "overlay/NonFocusPanel.h"
+#include "overlay/OverlayHistory.h"
 #include "overlay/OverlayModel.h"
 #include "panels/HamburgerMenuModel.h"
 #include "query/OrchestratorFixture.h"

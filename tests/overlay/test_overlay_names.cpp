@@ -1,8 +1,8 @@
 #include "OverlayFixture.h"
 #include "support/TestProgram.h"
 
-#include <QGuiApplication>
 #include <QAccessible>
+#include <QGuiApplication>
 #include <QSignalSpy>
 #include <QTest>
 

@@ -1,8 +1,8 @@
 #include "OverlayDriver.h"
 #include "support/TestProgram.h"
 
-#include <QGuiApplication>
 #include <QClipboard>
+#include <QGuiApplication>
 
 #include <algorithm>
 #include <ctime>

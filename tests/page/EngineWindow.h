@@ -42,7 +42,8 @@ bool runUntil(Condition condition, std::chrono::milliseconds timeout = std::chro
     } while (false)
 
 /// Runs the tests in @p Test, which need the page engine.
-template <class Test> int runEngineTest(int argc, char **argv)
+template <class Test>
+int runEngineTest(int argc, char **argv)
 {
     prepareWebEngine();
     QGuiApplication application(argc, argv);

@@ -1,10 +1,10 @@
 #include "BundledFonts.h"
 #include "support/TestProgram.h"
 
-#include <QGuiApplication>
 #include <QFile>
 #include <QFontDatabase>
 #include <QFontInfo>
+#include <QGuiApplication>
 #include <QTest>
 
 using namespace quellora;

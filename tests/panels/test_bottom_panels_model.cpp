@@ -1,12 +1,12 @@
 #include "panels/BottomPanelsModel.h"
 
-#include "query/PromptConfig.h"
 #include "base/UserDefaults.h"
 #include "fakes/LogCapture.h"
+#include "query/PromptConfig.h"
 #include "support/TestProgram.h"
 
-#include <QGuiApplication>
 #include <QBuffer>
+#include <QGuiApplication>
 #include <QSignalSpy>
 #include <QTest>
 #include <QUrl>

@@ -1,12 +1,12 @@
 #pragma once
 
 #include "backend/NotificationCenter.h"
-#include "query/PromptConfig.h"
-#include "base/UserDefaults.h"
 #include "backend/SessionManager.h"
+#include "base/UserDefaults.h"
 #include "fakes/FakeAnswerDisplay.h"
 #include "fakes/LogCapture.h"
 #include "history/ThreadController.h"
+#include "query/PromptConfig.h"
 #include "query/ProxyQueryService.h"
 #include "query/QueryOrchestrator.h"
 #include "query/ServiceMessages.h"

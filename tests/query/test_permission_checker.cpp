@@ -1,6 +1,6 @@
-#include "query/PermissionChecker.h"
 #include "fakes/FakePlatform.h"
 #include "fakes/LogCapture.h"
+#include "query/PermissionChecker.h"
 #include "support/TestProgram.h"
 
 #include <QCoreApplication>

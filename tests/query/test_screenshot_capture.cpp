@@ -3,8 +3,8 @@
 #include "query/ScreenshotCapture.h"
 #include "support/TestProgram.h"
 
-#include <QCoreApplication>
 #include <QBuffer>
+#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QImage>

@@ -5,8 +5,8 @@
 #include "sheets/history/HistoryModel.h"
 #include "support/TestProgram.h"
 
-#include <QGuiApplication>
 #include <QAbstractItemModelTester>
+#include <QGuiApplication>
 #include <QSignalSpy>
 #include <QTest>
 

@@ -19,7 +19,8 @@ public:
     TestProgram(const char *file, Main main);
 
     /// Runs the tests in @p Test with an application object, or with none for void.
-    template <class Application, class Test> static int run(int argc, char **argv)
+    template <class Application, class Test>
+    static int run(int argc, char **argv)
     {
         if constexpr (std::is_void_v<Application>) {
             Test test;
@@ -35,9 +36,8 @@ public:
 } // namespace quellora
 
 /// Registers a file whose tests need no more than the application object of class @p Application.
-#define QUELLORA_TEST(Application, Test) \
+#define QUELLORA_TEST(Application, Test)                                                           \
     QUELLORA_TEST_MAIN((quellora::TestProgram::run<Application, Test>))
 
 /// Registers a file that has a main function of its own.
-#define QUELLORA_TEST_MAIN(main) \
-    static const quellora::TestProgram registeredTest(__FILE__, main);
+#define QUELLORA_TEST_MAIN(main) static const quellora::TestProgram registeredTest(__FILE__, main);

@@ -1,8 +1,8 @@
 #include "UiStage.h"
 #include "fakes/FakePlatform.h"
 #include "fakes/LogCapture.h"
-#include "ui/IconItem.h"
 #include "support/TestProgram.h"
+#include "ui/IconItem.h"
 
 #include <QFontDatabase>
 #include <QFontInfo>

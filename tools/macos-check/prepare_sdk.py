@@ -19,11 +19,9 @@ arch_headers = headers / "x86_64-linux-gnu"
 
 # What our sources and these libraries' own headers include.
 libraries = """
-    CLI brotli gtest httplib.h jerror.h jmorecfg.h jpeglib.h leptonica libdeflate.h nlohmann simdjson.h
-    sodium sodium.h spng.h sqlite3.h tesseract tl toml++ turbojpeg.h zlib.h png.h pngconf.h
-    pnglibconf.h zconf.h GL KHR
+    CLI brotli gtest httplib.h leptonica libdeflate.h nlohmann simdjson.h sodium sodium.h spng.h
+    sqlite3.h tesseract tl toml++ turbojpeg.h zlib.h png.h pngconf.h pnglibconf.h zconf.h GL KHR
 """.split()
-arch_libraries = ["jconfig.h"]
 # The toolkit's headers name them; nothing of ours calls any of it.
 drawing = {"gl.h": "GL/gl.h", "gl3.h": "GL/glcorearb.h", "glext.h": "GL/glext.h"}
 
@@ -33,8 +31,6 @@ def link_headers(folder):
     folder.mkdir(parents=True)
     for name in libraries:
         (folder / name).symlink_to(headers / name)
-    for name in arch_libraries:
-        (folder / name).symlink_to(arch_headers / name)
     (folder / "openssl").mkdir()
     for source in [*headers.glob("openssl/*"), *arch_headers.glob("openssl/*")]:
         (folder / "openssl" / source.name).symlink_to(source)

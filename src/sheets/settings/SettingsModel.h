@@ -1,9 +1,9 @@
 #pragma once
 
 #include "panels/ModelListModel.h"
+#include "platform/Vocabulary.h"
 #include "sheets/settings/HotkeyRows.h"
 #include "sheets/settings/TextColors.h"
-#include "platform/Vocabulary.h"
 
 #include <QObject>
 #include <QtQml/qqmlregistration.h>

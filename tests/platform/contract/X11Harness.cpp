@@ -1,8 +1,8 @@
 #include "platform/contract/X11Harness.h"
 
-#include "platform/linux/X11Tools.h"
 #include "platform/contract/OtherProgram.h"
 #include "platform/linux/WindowHintsX11.h"
+#include "platform/linux/X11Tools.h"
 
 #include <QDir>
 #include <QFile>

@@ -1,8 +1,8 @@
 #pragma once
 
+#include "platform/contract/PlatformHarness.h"
 #include "platform/linux/FakePortal.h"
 #include "platform/linux/OtherClient.h"
-#include "platform/contract/PlatformHarness.h"
 
 #include <QTemporaryDir>
 

@@ -1,5 +1,5 @@
-#include "platform/linux/FakePortal.h"
 #include "platform/linux/AppearanceLinux.h"
+#include "platform/linux/FakePortal.h"
 #include "support/TestProgram.h"
 
 #include <QGuiApplication>

@@ -1,6 +1,6 @@
 #include "platform/linux/OtherClient.h"
-#include "platform/linux/X11Tools.h"
 #include "platform/linux/PlatformX11.h"
+#include "platform/linux/X11Tools.h"
 #include "support/TestProgram.h"
 
 #include <QGuiApplication>

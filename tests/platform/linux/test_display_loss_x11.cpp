@@ -42,7 +42,8 @@ private Q_SLOTS:
     void aDrawingThreadLeavesInTheGivenWay()
     {
         QProcess process;
-        process.start(QCoreApplication::applicationFilePath(), {QStringLiteral("display_loss_x11"), QLatin1String(loseOption)});
+        process.start(QCoreApplication::applicationFilePath(),
+                      {QStringLiteral("display_loss_x11"), QLatin1String(loseOption)});
         QVERIFY(process.waitForFinished());
         QCOMPARE(process.exitStatus(), QProcess::NormalExit);
         QCOMPARE(process.exitCode(), ownStatus);

@@ -1,7 +1,7 @@
 #include "base/Log.h"
+#include "platform/linux/GlobalHotkeysX11.h"
 #include "platform/linux/OtherClient.h"
 #include "platform/linux/X11Tools.h"
-#include "platform/linux/GlobalHotkeysX11.h"
 #include "support/TestProgram.h"
 
 #include <QGuiApplication>

@@ -1,7 +1,7 @@
-#include "platform/linux/OtherClient.h"
-#include "platform/linux/X11Tools.h"
 #include "platform/linux/ApplicationShellX11.h"
+#include "platform/linux/OtherClient.h"
 #include "platform/linux/PanelWindowX11.h"
+#include "platform/linux/X11Tools.h"
 #include "support/TestProgram.h"
 
 #include <QGuiApplication>

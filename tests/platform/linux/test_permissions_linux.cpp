@@ -1,11 +1,11 @@
 #include "platform/linux/PermissionsLinux.h"
 #include "support/TestProgram.h"
 
-#include <QGuiApplication>
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusVariant>
 #include <QDBusVirtualObject>
+#include <QGuiApplication>
 #include <QProcess>
 #include <QThreadPool>
 #include <QtTest>
