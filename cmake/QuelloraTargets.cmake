@@ -80,6 +80,12 @@ function(quellora_add_library name)
     endif()
 endfunction()
 
+set(QUELLORA_NO_WARNINGS "")
+foreach(warning all extra pedantic shadow old-style-cast conversion useless-cast unused
+        unused-parameter unused-variable unused-but-set-variable)
+    string(APPEND QUELLORA_NO_WARNINGS "#pragma GCC diagnostic ignored \"-W${warning}\"\n")
+endforeach()
+
 # The module's types are known to an engine once somebody names its registration function (see
 # keepQmlModule() in ui/Ui.h) and the engine looks in qrc:/qt/qml.
 function(quellora_add_qml_module name)
@@ -114,10 +120,16 @@ function(quellora_add_qml_module name)
     target_link_libraries(${name}
         PUBLIC Qt6::Qml Qt6::Quick ${arg_DEPENDS} PRIVATE ${arg_PRIVATE_DEPENDS})
     quellora_precompile(${name} VIEWS)
-    # Warnings are for handwritten code, not for what the QML compiler generates.
+    # What is compiled from QML is many small files with the same includes. Warnings are for
+    # handwritten code.
     get_target_property(sources ${name} SOURCES)
-    list(FILTER sources INCLUDE REGEX "qmlcache|qmltyperegistrations")
-    set_source_files_properties(${sources} PROPERTIES COMPILE_OPTIONS -w SKIP_PRECOMPILE_HEADERS ON)
+    list(FILTER sources INCLUDE REGEX "qmlcache.*\\.cpp$")
+    set_source_files_properties(${sources} PROPERTIES UNITY_GROUP qml)
+    set_target_properties(${name} PROPERTIES UNITY_BUILD ON UNITY_BUILD_MODE GROUP
+        UNITY_BUILD_CODE_BEFORE_INCLUDE "${QUELLORA_NO_WARNINGS}")
+    get_target_property(sources ${name} SOURCES)
+    list(FILTER sources INCLUDE REGEX "qmltyperegistrations")
+    set_source_files_properties(${sources} PROPERTIES COMPILE_OPTIONS -w)
 endfunction()
 
 function(quellora_add_test_program name)
