@@ -189,15 +189,11 @@ Config loadConfig(const Options &options, const CommandContext &context)
     if (options.data)
         config->dataFile = *options.data;
     config->server.port = options.port.value_or(config->server.port);
-    if (options.host) {
-        const bool loopback =
-            *options.host == "127.0.0.1" || *options.host == "localhost" || *options.host == "::1";
-        if (!loopback && !config->server.allowRemote)
-            throw std::runtime_error("\"" + *options.host +
-                                     "\" can be reached from other machines; set "
-                                     "server.allow_remote = true in the configuration to mean it");
-        config->server.host = *options.host;
-    }
+    config->server.host = options.host.value_or(config->server.host);
+    if (!config->server.isHostPermitted())
+        throw std::runtime_error("\"" + config->server.host +
+                                 "\" can be reached from other machines; set "
+                                 "server.allow_remote = true in the configuration to mean it");
     if (options.offline)
         config->useFallbackProvider();
     return *config;
@@ -242,7 +238,7 @@ public:
     }
     std::string make_subcommand(const CLI::App *command) const override
     {
-        std::string usage = "  " + command->get_name();
+        std::string usage = command->get_name();
         for (const CLI::Option *argument : command->get_options())
             usage += ' ' + make_option_usage(argument);
         std::ostringstream text;
@@ -251,7 +247,7 @@ public:
     }
 };
 
-/// The error, and the usage of the command that was given.
+/// The error, followed by the usage of the given command.
 std::string wrongUsage(const CLI::App *app, const CLI::Error &error)
 {
     const auto commands = app->get_subcommands();
@@ -317,17 +313,17 @@ int runCommand(const std::vector<std::string> &words, CommandContext &context)
     const auto addChange = [&](const char *name, const char *description, auto change) {
         return addForEmail(
             name, description,
-            [name, change](const Options &given, const Config &config, CommandContext &used) {
+            [&, name, change](const Options &, const Config &config, CommandContext &) {
                 Store store(config);
-                if (!change(store.accounts, given))
-                    failWithoutAccount(given.email);
-                used.out << name << ": " << given.email << '\n';
+                if (!change(store.accounts))
+                    failWithoutAccount(options.email);
+                context.out << name << ": " << options.email << '\n';
             });
     };
 
     add("serve", "answer the app's requests until SIGINT or SIGTERM",
-        [&status](const Options &, const Config &config, CommandContext &used) {
-            status = serve(config, used);
+        [&](const Options &, const Config &config, CommandContext &) {
+            status = serve(config, context);
         });
     add("ensure-account",
         "create the first account unless there is one (EMAIL: me@localhost);\n"
@@ -339,30 +335,23 @@ int runCommand(const std::vector<std::string> &words, CommandContext &context)
                 createAccount);
     addForEmail("set-password", "new password, same options; ends the account's sessions",
                 setPassword);
-    addChange("set-cap", "tokens per calendar month, 0 for no cap",
-              [](Accounts &accounts, const Options &given) {
-                  return accounts.setTokenCap(given.email, given.tokens);
-              })
+    addChange(
+        "set-cap", "tokens per calendar month, 0 for no cap",
+        [&](Accounts &accounts) { return accounts.setTokenCap(options.email, options.tokens); })
         ->add_option("TOKENS", options.tokens)
         ->required()
         ->transform(wholeNumber(mostTokens));
     addChange("set-plan", "the plan's name as the app shows it",
-              [](Accounts &accounts, const Options &given) {
-                  return accounts.setPlan(given.email, given.planName);
-              })
+              [&](Accounts &accounts) { return accounts.setPlan(options.email, options.planName); })
         ->add_option("NAME", options.planName)
         ->required();
     addChange("suspend", "refuse the account from now on",
-              [](Accounts &accounts, const Options &given) {
-                  return accounts.setSuspended(given.email, true);
-              });
-    addChange("resume", "accept it again", [](Accounts &accounts, const Options &given) {
-        return accounts.setSuspended(given.email, false);
-    });
+              [&](Accounts &accounts) { return accounts.setSuspended(options.email, true); });
+    addChange("resume", "accept it again",
+              [&](Accounts &accounts) { return accounts.setSuspended(options.email, false); });
     addForEmail("sign-out", "end all its sessions", signOut);
-    addChange(
-        "delete-account", "remove it with its usage and telemetry",
-        [](Accounts &accounts, const Options &given) { return accounts.remove(given.email); });
+    addChange("delete-account", "remove it with its usage and telemetry",
+              [&](Accounts &accounts) { return accounts.remove(options.email); });
     add("list-accounts", "accounts with this month's usage", listAccounts);
     add("check-config", "read the configuration and say what is in force", checkConfig);
 

@@ -152,9 +152,7 @@ void complete(Config &config, std::string &error)
         if (error.empty())
             error = text;
     };
-    const bool loopback = config.server.host == "127.0.0.1" || config.server.host == "localhost" ||
-                          config.server.host == "::1";
-    if (!loopback && !config.server.allowRemote)
+    if (!config.server.isHostPermitted())
         fail("server.host: \"" + config.server.host +
              "\" can be reached from other machines; set server.allow_remote = true to mean it");
 
@@ -185,6 +183,11 @@ void complete(Config &config, std::string &error)
 }
 
 } // namespace
+
+bool ServerSettings::isHostPermitted() const
+{
+    return allowRemote || host == "127.0.0.1" || host == "localhost" || host == "::1";
+}
 
 ServiceSettings::ServiceSettings()
     : defaultPrompt("You are a silent vantiro assistant.\n"

@@ -29,6 +29,9 @@ struct ServerSettings
     bool oneClickSignIn = true;
     /// Worker threads; each running answer occupies one.
     std::size_t threads = 48;
+
+    /// Whether the server may listen on its host: a loopback address, unless allowRemote is set.
+    bool isHostPermitted() const;
 };
 
 /// Sign-in sessions and password hashing.

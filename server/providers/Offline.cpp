@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <functional>
 #include <memory>
 
 namespace quellora::server {
@@ -103,7 +104,7 @@ bool looksLikeCode(const ReadBlock &block)
     return block.lines.size() >= 2 && static_cast<std::size_t>(code) * 2 >= block.lines.size();
 }
 
-AnswerOutcome answer(TextRecognizer &recognizer, const std::string &footer,
+AnswerOutcome answer(const std::shared_ptr<TextRecognizer> &recognizer, const std::string &footer,
                      const ModelRequest &request, const TextSink &sink, const StopToken &stop)
 {
     AnswerOutcome outcome;
@@ -120,7 +121,7 @@ AnswerOutcome answer(TextRecognizer &recognizer, const std::string &footer,
         pieces.push_back("Your question arrived (" + std::to_string(request.prompt.size()) +
                          " bytes), but there is no model here to answer it. With a screenshot, "
                          "this backend would at least show the text in it.\n");
-    } else if (const auto page = recognizer.read(request.jpeg, stop)) {
+    } else if (const auto page = recognizer->read(request.jpeg, stop)) {
         pieces = offlineMarkdown(*page);
     } else if (page.error() == ReadError::NoLanguageData) {
         pieces.push_back("The screenshot arrived, but the language data for reading its text is "
@@ -149,12 +150,9 @@ ConfiguredProvider configure(TomlReader &table, const Environment &)
 
     provider.models = {
         {"offline", "Offline reader", "Reads the screenshot's text on this machine"}};
-    provider.makeAnswer = [settings](const Config &config) -> AnswerFunction {
-        return [recognizer = std::make_shared<TextRecognizer>(settings),
-                footer = footerStart + config.setupHint("`", "`") + footerEnd](
-                   const ModelRequest &request, const TextSink &sink, const StopToken &stop) {
-            return answer(*recognizer, footer, request, sink, stop);
-        };
+    provider.makeAnswer = [settings](const Config &config) {
+        return std::bind_front(answer, std::make_shared<TextRecognizer>(settings),
+                               footerStart + config.setupHint("`", "`") + footerEnd);
     };
     return provider;
 }

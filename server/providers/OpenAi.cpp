@@ -4,6 +4,8 @@
 #include "model/UpstreamTransfer.h"
 #include "providers/UpstreamSettings.h"
 
+#include <functional>
+
 namespace quellora::server {
 namespace {
 
@@ -109,11 +111,8 @@ ConfiguredProvider configure(TomlReader &table, const Environment &environment)
     const std::string model = settings.model.empty() ? "default" : settings.model;
     provider.models = {{model, model, "OpenAI-compatible server"}};
     provider.offersAdditionally = !settings.model.empty();
-    provider.makeAnswer = [settings](const Config &config) -> AnswerFunction {
-        return [settings, timing = config.timing](const ModelRequest &request, const TextSink &sink,
-                                                  const StopToken &stop) {
-            return answer(settings, timing, request, sink, stop);
-        };
+    provider.makeAnswer = [settings](const Config &config) {
+        return std::bind_front(answer, settings, config.timing);
     };
     return provider;
 }
