@@ -1,15 +1,15 @@
 # quellora_add_app_icon(target SVG …)
 #
-# Renders the program's drawing at build time and adds `target`, part of the default build:
+# Renders the icon at build time and adds `target`, part of the default build. Outputs, below the
+# current binary folder:
 #
-#   png/<size>.png      square pictures; what Linux desktops want
-#   Quellora.iconset/   the same pictures under the names that Apple's iconutil knows
+#   png/<size>.png      square images for Linux desktops
+#   Quellora.iconset/   the same images under the names that Apple's iconutil expects
 #   Quellora.icns       the icon of the macOS bundle
 #
-# all below the current binary folder. rsvg-convert renders; iconutil packs on a Mac and png2icns
-# elsewhere. The latter leaves the double-density entries below 512 out: good enough to check a
-# bundle with, while what is released comes from a Mac. Without either tool there is no .icns, which
-# only a build for macOS needs.
+# rsvg-convert renders; iconutil packs on a Mac and png2icns elsewhere. png2icns omits the @2x entries
+# below 512, which is sufficient for checking a bundle; releases are built on a Mac. Without either
+# tool there is no .icns, which only a macOS build needs.
 # Sets QUELLORA_ICON_PNG_DIR and QUELLORA_ICNS (empty without a packer) for the caller.
 function(quellora_add_app_icon target svg)
     find_program(QUELLORA_RSVG_CONVERT rsvg-convert REQUIRED)

@@ -27,9 +27,9 @@ function(quellora_configure_target target)
     endif()
 endfunction()
 
-# Qt's and the standard library's headers take most of the compile time. They are compiled once per set
-# of compiler options and shared; headers of ours stay out, so that a change compiles only what
-# includes them.
+# Qt's and the standard library's headers take most of the compile time. They are precompiled once per
+# set of compiler options and shared. The project's own headers are not, so that changing one
+# recompiles only the files that include it.
 #
 #   quellora_precompile(target [VIEWS])    VIEWS for targets that link Qt6::Quick
 function(quellora_precompile target)
@@ -45,7 +45,7 @@ function(quellora_precompile target)
     target_precompile_headers(${target} REUSE_FROM quellora_precompiled_${kind})
 endfunction()
 
-# After the modules of Qt were found.
+# Call after find_package(Qt6).
 function(quellora_add_precompiled_headers)
     set(nothing ${CMAKE_BINARY_DIR}/precompiled.cpp)
     file(GENERATE OUTPUT ${nothing} CONTENT "int main() {}\n")
@@ -86,12 +86,12 @@ foreach(warning all extra pedantic shadow old-style-cast conversion useless-cast
     string(APPEND QUELLORA_NO_WARNINGS "#pragma GCC diagnostic ignored \"-W${warning}\"\n")
 endforeach()
 
-# The module's types are known to an engine once somebody names its registration function (see
-# keepQmlModule() in ui/Ui.h) and the engine looks in qrc:/qt/qml.
+# To use the module, reference its registration function (see keepQmlModule() in ui/Ui.h) and add
+# qrc:/qt/qml to the engine's import path.
 function(quellora_add_qml_module name)
     cmake_parse_arguments(arg "" "URI" "SOURCES;QML_FILES;IMPORTS;DEPENDS;PRIVATE_DEPENDS" ${ARGN})
     string(REPLACE "." "/" path ${arg_URI})
-    # Types are named after their files, in whatever folder those are.
+    # The alias drops the folder, so that types are named after their files.
     set(folders ${CMAKE_CURRENT_SOURCE_DIR})
     foreach(file IN LISTS arg_QML_FILES arg_SOURCES)
         get_filename_component(folder ${file} DIRECTORY)
@@ -120,8 +120,8 @@ function(quellora_add_qml_module name)
     target_link_libraries(${name}
         PUBLIC Qt6::Qml Qt6::Quick ${arg_DEPENDS} PRIVATE ${arg_PRIVATE_DEPENDS})
     quellora_precompile(${name} VIEWS)
-    # What is compiled from QML is many small files with the same includes. Warnings are for
-    # handwritten code.
+    # QML compiles to many small files with the same includes: build them as one unit. Warnings are
+    # for handwritten code only.
     get_target_property(sources ${name} SOURCES)
     list(FILTER sources INCLUDE REGEX "qmlcache.*\\.cpp$")
     set_source_files_properties(${sources} PROPERTIES UNITY_GROUP qml)
@@ -139,7 +139,7 @@ function(quellora_add_test_program name)
     set_target_properties(${name} PROPERTIES
         AUTOMOC ON RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
     quellora_configure_target(${name})
-    # Tests are compiled more often than they run.
+    # Unoptimised: tests spend more time compiling than running.
     target_compile_options(${name} PRIVATE $<$<CONFIG:Release>:-O0>)
     target_include_directories(${name} PRIVATE
         ${PROJECT_SOURCE_DIR}/tests ${CMAKE_CURRENT_SOURCE_DIR})
@@ -151,8 +151,8 @@ function(quellora_add_test_program name)
     endif()
 endfunction()
 
-# RUNNER is a command that runs the program given as its last argument, for instance on a display of
-# its own. VARIANT names a second run of the same tests in another environment.
+# RUNNER is a command that runs the program given as its last argument, for instance on a private
+# display. VARIANT names a second run of the same tests in another environment.
 function(quellora_add_tests program)
     cmake_parse_arguments(arg "" "TIMEOUT;VARIANT" "NAMES;LABELS;ENVIRONMENT;RUNNER" ${ARGN})
     if(NOT arg_LABELS)
@@ -161,7 +161,7 @@ function(quellora_add_tests program)
     if(NOT arg_TIMEOUT)
         set(arg_TIMEOUT 120)
     endif()
-    # Tests on a display of their own choose the platform themselves.
+    # Tests on a private display choose the platform themselves.
     if(NOT arg_RUNNER)
         list(PREPEND arg_ENVIRONMENT QT_QPA_PLATFORM=offscreen)
     endif()

@@ -5,7 +5,7 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 # shellcheck disable=SC2034
 bin_dir=$root/build/release/bin
 
-# What is being done, on standard error so that a program's own output stays clean.
+# Progress goes to standard error; standard output belongs to the programs.
 say() { printf '\033[1m==> %s\033[0m\n' "$*" >&2; }
 note() { printf '    %s\n' "$*" >&2; }
 fail() {
@@ -17,7 +17,7 @@ listed_packages() {
     cat "$@" | sed -e 's/#.*//' -e 's/[[:space:]]//g' -e '/^$/d'
 }
 
-# missing_packages LIST...: the listed packages that dpkg does not know as installed.
+# missing_packages LIST...: prints the listed packages that are not installed.
 missing_packages() {
     local package
     local -A installed=()
@@ -42,7 +42,7 @@ as_root() {
     fi
 }
 
-# install_packages [LIST...]: installs what the program needs, and what further lists name.
+# install_packages [LIST...]: installs the packages of packages.txt and of the given lists.
 install_packages() {
     local missing
     command -v dpkg-query >/dev/null || fail "this needs Debian 12 or a system derived from it"
@@ -58,7 +58,7 @@ install_packages() {
         "${missing[@]}" </dev/null >&2
 }
 
-# The packages that the build may use, with their versions, as dpkg knows them now.
+# Prints the installed packages among those listed, with their versions.
 installed_packages() {
     local listed
     mapfile -t listed < <(listed_packages "$root"/scripts/packages*.txt)
@@ -67,11 +67,10 @@ installed_packages() {
     command -v node npm || true
 }
 
-# build [TARGET...]: configures the release preset and builds the targets (all by default). Both
-# commands share the folder and the options, so neither undoes the other's work.
+# build [TARGET...]: configures the release preset and builds the targets (all by default).
 #
-# Configuring looks tools and libraries up and remembers what was missing. It is done again, from
-# nothing, when a package that the build may use came, went or changed since.
+# CMake caches failed look-ups of tools and libraries, so the build is configured from scratch when
+# a listed package was installed, removed or updated.
 build() {
     local targets=() stamp=$root/build/release/packages.stamp packages
     [[ $# -eq 0 ]] || targets=(--target "$@")

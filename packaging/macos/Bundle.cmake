@@ -1,12 +1,12 @@
-# The macOS application bundle: names and versions in one place, and the target's properties.
+# The macOS application bundle: names, identifier and target properties.
 #
-# Included on every system: Info.plist is written and tested on all of them, used on macOS only.
-# The oldest macOS we run on is CMAKE_OSX_DEPLOYMENT_TARGET, set once in the root CMakeLists.txt.
+# Included on every system: Info.plist is generated and tested everywhere, used on macOS only.
+# The root CMakeLists.txt sets the minimum macOS version, CMAKE_OSX_DEPLOYMENT_TARGET.
 
 # The bundle's folder, executable and visible name.
 set(QUELLORA_BUNDLE_NAME Quellora)
-# Also the domain of the standard user defaults, and what the user's permissions are granted to:
-# a change here makes every user start over.
+# Also the domain of the standard user defaults and the key of the user's granted permissions:
+# changing it loses both.
 set(QUELLORA_BUNDLE_IDENTIFIER com.quellora.app)
 set(QUELLORA_BUNDLE_COPYRIGHT "Copyright © 2026 The Quellora authors")
 
@@ -14,7 +14,7 @@ set(QUELLORA_INFO_PLIST ${PROJECT_BINARY_DIR}/packaging/macos/Info.plist)
 configure_file(${CMAKE_CURRENT_LIST_DIR}/Info.plist.in ${QUELLORA_INFO_PLIST} @ONLY)
 
 # quellora_make_bundle(target): makes the executable an application bundle with Info.plist and icon.
-# Call it where the target is made; the icon target must exist.
+# Call it in the target's directory; the icon target must exist.
 function(quellora_make_bundle target)
     set_target_properties(${target} PROPERTIES
         OUTPUT_NAME ${QUELLORA_BUNDLE_NAME}
