@@ -41,9 +41,6 @@ Config testConfig(const TemporaryDirectory &directory, const std::string &toml,
     config.server.threads = 16;
     config.security.passwordCost = weakCost();
     config.dataFile = directory.path() / "data" / "backend.sqlite";
-    config.timing.keepAlive = std::chrono::milliseconds(150);
-    config.timing.connect = std::chrono::milliseconds(1000);
-    config.timing.stall = std::chrono::milliseconds(400);
     return config;
 }
 

@@ -48,7 +48,7 @@ private:
 PasswordCost weakCost();
 /// An environment of exactly these variables.
 Environment environmentOf(std::map<std::string, std::string> variables);
-/// Configuration from @p toml with a free port, short waits and the data file in @p directory.
+/// Configuration from @p toml with a free port and the data file in @p directory.
 Config testConfig(const TemporaryDirectory &directory, const std::string &toml = "",
                   const Environment &environment = environmentOf({}),
                   const std::vector<Provider> &providers = builtInProviders());

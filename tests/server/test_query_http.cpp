@@ -170,6 +170,7 @@ TEST_F(QueryHttp, FailureMidStreamEndsTheStreamWithoutDone)
 
 TEST_F(QueryHttp, KeepAliveCommentsAreSentDuringSilence)
 {
+    config.timing.keepAlive = std::chrono::milliseconds(50);
     std::promise<void> release;
     auto released = release.get_future().share();
     const auto server = start([released](auto &, const TextSink &sink, auto) {
@@ -204,6 +205,7 @@ TEST_F(QueryHttp, KeepAliveCommentsAreSentDuringSilence)
 
 TEST_F(QueryHttp, FailureAfterAKeepAliveEndsTheStream)
 {
+    config.timing.keepAlive = std::chrono::milliseconds(50);
     const auto server = start([this](auto &, auto &, auto) {
         std::this_thread::sleep_for(config.timing.keepAlive * 3);
         AnswerOutcome outcome;

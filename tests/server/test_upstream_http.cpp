@@ -337,6 +337,8 @@ TEST_P(Upstream, ErrorMidStreamEndsTheAnswerWithoutDone)
 
 TEST_P(Upstream, StallMidStreamEndsTheAnswer)
 {
+    config.timing.keepAlive = std::chrono::milliseconds(100);
+    config.timing.stall = std::chrono::milliseconds(1000);
     std::promise<void> over;
     auto ended = over.get_future().share();
     const std::string start = startedAnswer();
