@@ -33,6 +33,11 @@ endfunction()
 #
 #   quellora_precompile(target [VIEWS])    VIEWS for targets that link Qt6::Quick
 function(quellora_precompile target)
+    # Objective-C++ cannot share them. The check for macOS also shows that every file includes what
+    # it uses.
+    if(APPLE)
+        return()
+    endif()
     cmake_parse_arguments(arg "VIEWS" "" "" ${ARGN})
     get_target_property(type ${target} TYPE)
     set(kind core)
@@ -47,6 +52,9 @@ endfunction()
 
 # Call after find_package(Qt6).
 function(quellora_add_precompiled_headers)
+    if(APPLE)
+        return()
+    endif()
     set(nothing ${CMAKE_BINARY_DIR}/precompiled.cpp)
     file(GENERATE OUTPUT ${nothing} CONTENT "int main() {}\n")
     set(core <algorithm> <chrono> <functional> <memory> <optional> <utility> <vector> <QtCore/QtCore>)
