@@ -19,7 +19,7 @@ void OverlayAnswerDisplay::loadContent(const QString &markdown)
 
 void OverlayAnswerDisplay::renderThread(const CaptureSession &session)
 {
-    m_pages.renderThread(session);
+    m_stream.renderThread(session);
 }
 
 void OverlayAnswerDisplay::handleStreamStart(

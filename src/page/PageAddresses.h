@@ -15,6 +15,8 @@ inline constexpr QByteArrayView lightCodeStyle =
 inline constexpr QByteArrayView darkCodeStyle =
     "https://cdn.jsdelivr.net/gh/highlightjs/cdn-release@11.9.0/build/styles/github-dark.min.css";
 
+/// Where pages and their pictures come from.
+inline constexpr QByteArrayView pages = "quellora-page:";
 /// The pages' own script and the place where all assets come from in the end.
 inline constexpr QByteArrayView pageScript = "quellora-asset://page/page.js";
 inline constexpr QByteArrayView assets = "quellora-asset://page";

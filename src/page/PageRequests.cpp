@@ -73,6 +73,22 @@ std::optional<quint64> loadIdOf(const QUrl &url)
     return ok && id != 0 ? std::optional(id) : std::nullopt;
 }
 
+QString pictureAddress(const QByteArray &key, qint64 index)
+{
+    return QStringLiteral("%1:picture/%2/%3")
+        .arg(QLatin1StringView(pageScheme), QLatin1StringView(key))
+        .arg(index);
+}
+
+std::optional<qint64> pictureIndexOf(const QUrl &url, const QByteArray &key)
+{
+    const QString text = url.toString(QUrl::FullyEncoded);
+    bool ok = false;
+    const qint64 index = text.mid(text.lastIndexOf(QLatin1Char('/')) + 1).toLongLong(&ok);
+    return ok && !key.isEmpty() && text == pictureAddress(key, index) ? std::optional(index)
+                                                                      : std::nullopt;
+}
+
 QUrl assetFor(const QUrl &address)
 {
     const QByteArray text = address.toEncoded();
@@ -92,6 +108,9 @@ void PageRequestFilter::interceptRequest(QWebEngineUrlRequestInfo &info)
     if (get && info.resourceType() == QWebEngineUrlRequestInfo::ResourceTypeMainFrame &&
         pagerequests::loadIdOf(url) == m_currentLoad)
         return;
+    if (get && info.resourceType() == QWebEngineUrlRequestInfo::ResourceTypeImage &&
+        pagerequests::pictureIndexOf(url, m_pictureKey))
+        return;
     const bool assetKind = info.resourceType() == QWebEngineUrlRequestInfo::ResourceTypeScript ||
                            info.resourceType() == QWebEngineUrlRequestInfo::ResourceTypeStylesheet;
     if (get && assetKind) {
@@ -106,21 +125,29 @@ void PageRequestFilter::interceptRequest(QWebEngineUrlRequestInfo &info)
     info.block(true);
 }
 
-void PageBytes::setPage(quint64 loadId, const QByteArray &html)
+void PageBytes::setPage(quint64 loadId, const PageContent &page)
 {
     m_loadId = loadId;
-    m_html = html;
+    m_page = page;
     m_served = false;
 }
 
 void PageBytes::requestStarted(QWebEngineUrlRequestJob *job)
 {
-    if (job->requestMethod() != "GET" || pagerequests::loadIdOf(job->requestUrl()) != m_loadId) {
-        job->fail(QWebEngineUrlRequestJob::RequestDenied);
+    const QUrl url = job->requestUrl();
+    const bool get = job->requestMethod() == "GET";
+    if (get && pagerequests::loadIdOf(url) == m_loadId) {
+        m_served = true;
+        reply(job, "text/html", m_page.html);
         return;
     }
-    m_served = true;
-    reply(job, "text/html", m_html);
+    const auto index = pagerequests::pictureIndexOf(url, m_page.pictureKey);
+    if (const auto picture = m_page.pictures.constFind(index.value_or(-1));
+        get && index && picture != m_page.pictures.constEnd()) {
+        reply(job, picture->startsWith("\x89PNG") ? "image/png" : "image/jpeg", *picture);
+        return;
+    }
+    job->fail(QWebEngineUrlRequestJob::RequestDenied);
 }
 
 void AssetBytes::requestStarted(QWebEngineUrlRequestJob *job)
@@ -144,14 +171,12 @@ QByteArray AssetBytes::bytes(const QString &name)
     if (name != QLatin1StringView("marked.js"))
         return resource(folder + name);
     if (m_renderer.isEmpty()) {
-        m_renderer =
-            resource(folder + name) + '\n' + resource(folder + QStringLiteral("purify.min.js")) +
-            '\n' +
-            resource(scripts + QStringLiteral("sanitized-marked.js"))
-                .replace("%incremental-render%",
-                         resource(scripts + QStringLiteral("incremental-render.js")).trimmed())
-                .replace("%markdown-blocks%",
-                         resource(scripts + QStringLiteral("markdown-blocks.js")).trimmed());
+        m_renderer = resource(folder + name) + '\n' +
+                     resource(folder + QStringLiteral("purify.min.js")) +
+                     "\n(() => {\n'use strict';\n";
+        for (const char *part : {"sanitizer.js", "markdown-blocks.js", "streamed-answer.js"})
+            m_renderer += resource(scripts + QLatin1StringView(part));
+        m_renderer += "})();\n";
     }
     return m_renderer;
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "page/PageSurface.h"
+
 #include <QByteArray>
 #include <QByteArrayView>
 #include <QUrl>
@@ -19,33 +21,43 @@ inline constexpr QByteArrayView assetScheme = "quellora-asset";
 QUrl pageUrl(quint64 loadId);
 /// Reverse of pageUrl(), ignoring a fragment; nothing for any other address.
 std::optional<quint64> loadIdOf(const QUrl &url);
+/// Address of a picture of the page with that key.
+QString pictureAddress(const QByteArray &key, qint64 index);
+/// Reverse of pictureAddress(); nothing for any other address.
+std::optional<qint64> pictureIndexOf(const QUrl &url, const QByteArray &key);
 /// The bundled asset that stands in for an address named by the pages; empty for any other.
 QUrl assetFor(const QUrl &address);
 
 } // namespace pagerequests
 
-/// Lets the page shown load itself and the bundled assets, and refuses every other request.
+/// Lets the current page load itself, its pictures and the bundled assets, and refuses every other
+/// request.
 class PageRequestFilter : public QWebEngineUrlRequestInterceptor
 {
     Q_OBJECT
 
 public:
     using QWebEngineUrlRequestInterceptor::QWebEngineUrlRequestInterceptor;
-    void setCurrentLoad(quint64 loadId) { m_currentLoad = loadId; }
+    void setCurrentLoad(quint64 loadId, const QByteArray &pictureKey)
+    {
+        m_currentLoad = loadId;
+        m_pictureKey = pictureKey;
+    }
     void interceptRequest(QWebEngineUrlRequestInfo &info) override;
 
 private:
     quint64 m_currentLoad = 0;
+    QByteArray m_pictureKey;
 };
 
-/// Serves the bytes of the current page. Keeps them, so that the page can be loaded again.
+/// Serves the current page and its pictures. Keeps them, so that the page can be loaded again.
 class PageBytes : public QWebEngineUrlSchemeHandler
 {
     Q_OBJECT
 
 public:
     using QWebEngineUrlSchemeHandler::QWebEngineUrlSchemeHandler;
-    void setPage(quint64 loadId, const QByteArray &html);
+    void setPage(quint64 loadId, const PageContent &page);
     /// The page is about to be loaded again.
     void rewind() { m_served = false; }
     /// Whether the engine has asked for the current page since it was set.
@@ -54,7 +66,7 @@ public:
 
 private:
     quint64 m_loadId = 0;
-    QByteArray m_html;
+    PageContent m_page;
     bool m_served = false;
 };
 
@@ -70,7 +82,7 @@ public:
 private:
     QByteArray bytes(const QString &name);
 
-    /// Renderer, sanitiser and what joins them, put together on first use.
+    /// Markdown renderer, sanitizer library and our own scripts as one, read on first use.
     QByteArray m_renderer;
 };
 

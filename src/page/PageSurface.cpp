@@ -19,25 +19,24 @@ PageSurface::PageSurface(QObject *parent) : PageSurface(monotonicNow, parent) {}
 
 PageSurface::PageSurface(Clock clock, QObject *parent)
     : QObject(parent)
-    , m_latestScript(clock,
-                     [this](const QString &script, quint64 token) { runScript(script, token); })
+    , m_pacer(clock, [this](const QString &script, quint64 token) { runScript(script, token); })
     , m_restarts(clock)
     , m_messages(std::move(clock))
 {
-    // First of all listeners: a script that ran while the page was on its way may never report, and
-    // those that follow would wait for it.
-    connect(this, &PageSurface::loadFinished, this, [this] { m_latestScript.drop(); });
+    // The first listener: a script that was sent while the page was loading may never report, and
+    // later ones would wait for it.
+    connect(this, &PageSurface::loadFinished, this, [this] { m_pacer.drop(); });
 }
 
-PageSurface::LoadId PageSurface::load(const QByteArray &html, const QString &logLine)
+PageSurface::LoadId PageSurface::load(const PageContent &page, const QString &logLine)
 {
     const LoadId id = ++m_latestLoad;
-    m_waitingLoad = [this, id, html, logLine] {
+    m_waitingLoad = [this, id, page, logLine] {
         Log::event(logLine);
-        m_latestScript.drop();
+        m_pacer.drop();
         m_startedLoad = id;
         m_isPageLost = false;
-        startLoad(id, html);
+        startLoad(id, page);
     };
     QMetaObject::invokeMethod(this, &PageSurface::startLatestLoad, Qt::QueuedConnection);
     return id;
@@ -56,16 +55,16 @@ void PageSurface::evaluate(const QString &script)
     runScript(script, 0);
 }
 
-void PageSurface::evaluateLatest(ScriptMaker script)
+void PageSurface::evaluatePaced(ScriptPacer::Maker script, std::function<void()> hasRun)
 {
-    m_latestScript.request(std::move(script));
+    m_pacer.request(std::move(script), std::move(hasRun));
 }
 
 void PageSurface::setHeld(bool held)
 {
     if (std::exchange(m_isHeld, held) == held)
         return;
-    m_latestScript.setHeld(held);
+    m_pacer.setHeld(held);
     if (!held)
         startLatestLoad();
 }
@@ -83,7 +82,7 @@ bool PageSurface::admitsMessage()
 
 void PageSurface::renderProcessEnded(const QString &how)
 {
-    m_latestScript.drop();
+    m_pacer.drop();
     const bool isShown = m_startedLoad != 0;
     m_isPageLost = isShown && !m_restarts.take();
     QString next;
@@ -95,7 +94,7 @@ void PageSurface::renderProcessEnded(const QString &how)
         QStringLiteral("[ResponseView] ERROR: The page's process ended (%1)%2").arg(how, next));
     emit renderProcessTerminated();
     if (isShown && !m_isPageLost) {
-        // Not from inside the engine's own report; another page may take its place until then.
+        // Not from inside the engine's own report; another page may take its place before.
         QMetaObject::invokeMethod(
             this,
             [this, id = m_startedLoad] {

@@ -1,10 +1,11 @@
 #pragma once
 
-#include "page/LatestScript.h"
 #include "page/MessageBudget.h"
 #include "page/RestartBudget.h"
+#include "page/ScriptPacer.h"
 
 #include <QByteArray>
+#include <QHash>
 #include <QObject>
 #include <QString>
 #include <QVariant>
@@ -12,6 +13,17 @@
 #include <functional>
 
 namespace quellora {
+
+/// A page with the pictures that it names by pagerequests::pictureAddress().
+struct PageContent
+{
+    /// UTF-8 bytes.
+    QByteArray html = {};
+    /// Part of the pictures' addresses; nobody else can guess it.
+    QByteArray pictureKey = {};
+    /// The bytes of JPEG or PNG files.
+    QHash<qint64, QByteArray> pictures = {};
+};
 
 /// Something that shows one page at a time, runs scripts in it and passes its messages on. Main
 /// thread only. Everything that a message carries comes from page content and is untrusted.
@@ -32,20 +44,18 @@ public:
     /// Loads a page with the next turn of the event loop, writing @p logLine at that moment. A load
     /// that has not started by then is dropped without a trace when another one is requested. While
     /// the page is held, a load waits.
-    /// @param html UTF-8 bytes of the page
-    LoadId load(const QByteArray &html, const QString &logLine);
-
-    using ScriptMaker = LatestScript::Maker;
+    LoadId load(const PageContent &page, const QString &logLine);
 
     /// Runs a script in the page shown; its result and its errors are ignored.
     void evaluate(const QString &script);
 
-    /// As evaluate(), for scripts that make earlier ones of this kind pointless: one runs at a
-    /// time, and of those that come meanwhile only the newest is kept and run next, after a pause
-    /// when they take long. A load that starts drops what is kept.
-    void evaluateLatest(ScriptMaker script);
+    /// As evaluate(), for scripts that follow a stream: one runs at a time, made when its turn has
+    /// come, and the page gets time for itself after a slow one. A newer request replaces one that
+    /// waits. A load that starts or finishes drops them.
+    /// @param hasRun called when the script has run, unless it has been dropped
+    void evaluatePaced(ScriptPacer::Maker script, std::function<void()> hasRun = nullptr);
 
-    /// Holds the page as it is while the user drags it: neither loads nor evaluateLatest() scripts
+    /// Holds the page as it is while the user drags it: neither loads nor evaluatePaced() scripts
     /// start; the newest of each follow when it is let go.
     void setHeld(bool held);
 
@@ -66,14 +76,14 @@ signals:
     void renderProcessTerminated();
 
 protected:
-    virtual void startLoad(LoadId id, const QByteArray &html) = 0;
+    virtual void startLoad(LoadId id, const PageContent &page) = 0;
     /// Runs a script and afterwards calls scriptDone() with @p token, unless it is 0.
     virtual void runScript(const QString &script, quint64 token) = 0;
     /// Starts the latest load again, in a new process.
     virtual void restartLoad() = 0;
 
     /// To be called when the script given with @p token has run or can no longer run.
-    void scriptDone(quint64 token) { m_latestScript.done(token); }
+    void scriptDone(quint64 token) { m_pacer.done(token); }
     /// To be called for each message of the page: whether it may be passed on. Of a flood, most may
     /// not; it is logged once.
     bool admitsMessage();
@@ -87,7 +97,7 @@ private:
     LoadId m_startedLoad = 0;
     /// What starts the latest load, until it has started.
     std::function<void()> m_waitingLoad;
-    LatestScript m_latestScript;
+    ScriptPacer m_pacer;
     RestartBudget m_restarts;
     MessageBudget m_messages;
     bool m_isHeld = false;

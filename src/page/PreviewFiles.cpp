@@ -48,12 +48,9 @@ PreviewFiles::PreviewFiles(const QString &temporaryDirectory)
     , m_folder(m_root + QLatin1Char('/') + folderPrefix + uuidText(QUuid::createUuid()))
 {}
 
-QString PreviewFiles::pathOf(const CaptureSession::Screenshot &screenshot,
-                             const CaptureSession &session) const
+QString PreviewFiles::pathOf(const QUuid &threadId, qint64 index) const
 {
-    return QStringLiteral("%1/%2/screenshot-%3.jpg")
-        .arg(m_folder, uuidText(session.id))
-        .arg(screenshot.index);
+    return QStringLiteral("%1/%2/screenshot-%3.jpg").arg(m_folder, uuidText(threadId)).arg(index);
 }
 
 QString PreviewFiles::claimFolder()
@@ -103,8 +100,7 @@ void PreviewFiles::removeThread(const QUuid &threadId)
 void PreviewFiles::removeScreenshot(const QUuid &threadId, qint64 index)
 {
     if (m_claim)
-        QFile::remove(
-            QStringLiteral("%1/%2/screenshot-%3.jpg").arg(m_folder, uuidText(threadId)).arg(index));
+        QFile::remove(pathOf(threadId, index));
 }
 
 void PreviewFiles::removeAll()

@@ -22,8 +22,7 @@ public:
     explicit PreviewFiles(const QString &temporaryDirectory);
 
     /// Where the preview of a screenshot is, or would be. Callable from any thread.
-    QString pathOf(const CaptureSession::Screenshot &screenshot,
-                   const CaptureSession &session) const;
+    QString pathOf(const QUuid &threadId, qint64 index) const;
     /// Writes a preview unless it is there. False, after a log line, when the folder or the file
     /// cannot be written, or when the folder belongs to somebody else.
     bool write(const QString &path, const QByteArray &image);

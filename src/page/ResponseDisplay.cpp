@@ -2,16 +2,19 @@
 
 #include "base/Log.h"
 #include "base/Text.h"
+#include "page/PageRequests.h"
 #include "platform/Platform.h"
 
 #include <QColor>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonValue>
+#include <QRandomGenerator>
 #include <QRegularExpression>
 #include <QUrl>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <utility>
 
@@ -72,6 +75,23 @@ std::optional<double> finiteNumber(const QVariantMap &map, const QString &key)
     }
     const double number = value.toDouble();
     return std::isfinite(number) ? std::optional(number) : std::nullopt;
+}
+
+/// A whole number out of a page message.
+std::optional<qint64> wholeNumber(const QVariantMap &map, const QString &key)
+{
+    constexpr double limit = 1LL << 53;
+    const auto number = finiteNumber(map, key);
+    return number && std::abs(*number) < limit && std::trunc(*number) == *number
+               ? std::optional(static_cast<qint64>(*number))
+               : std::nullopt;
+}
+
+QByteArray randomKey()
+{
+    std::array<quint32, 4> words;
+    QRandomGenerator::system()->fillRange(words.data(), words.size());
+    return QByteArray(reinterpret_cast<const char *>(words.data()), sizeof words).toHex();
 }
 
 bool looksAlike(const responsepage::PageAppearance &a, const responsepage::PageAppearance &b)
@@ -144,8 +164,8 @@ void ResponseDisplay::removeAllPreviews()
 
 bool ResponseDisplay::showsScreenshot(const QUuid &threadId, qint64 index) const
 {
-    return std::any_of(m_previews.begin(), m_previews.end(), [&](const Preview &preview) {
-        return preview.threadId == threadId && preview.index == index;
+    return std::any_of(m_pictures.begin(), m_pictures.end(), [&](const Pictures &pictures) {
+        return pictures.threadId == threadId && pictures.images.contains(index);
     });
 }
 
@@ -163,34 +183,47 @@ ResponseDisplay::PageId ResponseDisplay::loadContent(const QString &markdown)
                               "char payload")
                    .arg(characterCount(markdown)));
     return show(
-        markdown.trimmed().isEmpty() ? Content::Hint : Content::Message,
+        markdown.trimmed().isEmpty() ? Content::Hint : Content::Message, {},
         [markdown](const auto &appearance, const auto &) {
             return responsepage::singleAnswerPage(markdown, appearance);
         },
         triggerLine);
 }
 
-ResponseDisplay::PageId ResponseDisplay::renderThread(const CaptureSession &session)
+ResponseDisplay::PageId ResponseDisplay::renderThread(const CaptureSession &session,
+                                                      const std::function<void()> &keepPage)
 {
     Log::event(QStringLiteral("[OverlayWindowController] renderThread() — %1 notes, %2 turns")
                    .arg(session.notes.size())
                    .arg(session.turns.size()));
+    if (keepPage) {
+        QMetaObject::invokeMethod(
+            this,
+            [this, page = m_latestPage, keepPage] {
+                if (page != m_latestPage)
+                    return;
+                Log::event(triggerLine);
+                keepPage();
+            },
+            Qt::QueuedConnection);
+        return m_latestPage;
+    }
     if (session.notes.isEmpty() && session.turns.isEmpty()) {
         if (session.screenshots.isEmpty()) {
             Log::event(QStringLiteral("[OverlayWindowController] Content cleared"));
             return loadContent(QString());
         }
         return show(
-            Content::Thread,
-            [session](const auto &appearance, const auto &previewPath) {
-                return responsepage::screenshotOnlyPage(session, appearance, previewPath);
+            Content::Thread, session.id,
+            [session](const auto &appearance, const auto &address) {
+                return responsepage::screenshotOnlyPage(session, appearance, address);
             },
             triggerLine);
     }
     return show(
-        Content::Thread,
-        [session](const auto &appearance, const auto &previewPath) {
-            return responsepage::threadPage(session, appearance, previewPath);
+        Content::Thread, session.id,
+        [session](const auto &appearance, const auto &address) {
+            return responsepage::threadPage(session, appearance, address);
         },
         triggerLine);
 }
@@ -201,58 +234,62 @@ ResponseDisplay::loadStreamingShell(const std::optional<CaptureSession> &session
                                     const std::optional<CaptureSession::Screenshot> &screenshot)
 {
     return show(
-        Content::Thread,
-        [=](const auto &appearance, const auto &previewPath) {
+        Content::Thread, session ? session->id : QUuid(),
+        [=](const auto &appearance, const auto &address) {
             return responsepage::streamingShellPage(session, prompt, queryStart, screenshot,
-                                                    appearance, previewPath);
+                                                    appearance, address);
         },
         triggerShellLine);
 }
 
-ResponseDisplay::PageId ResponseDisplay::show(Content content, Build build, const QString &logLine)
+void ResponseDisplay::logPageFinished()
+{
+    Log::event(QStringLiteral("[OverlayWindowController] WebView finished loading"));
+}
+
+ResponseDisplay::PageId ResponseDisplay::show(Content content, const QUuid &threadId, Build build,
+                                              const QString &logLine)
 {
     const PageId page = ++m_latestPage;
     if (std::exchange(m_content, content) != content)
         emit contentChanged();
-    m_builder.start([this, page, build = std::move(build), appearance = m_appearance,
-                     files = m_files, logLine] {
-        BuiltPage built;
-        built.html = build(appearance, [&](const CaptureSession::Screenshot &screenshot,
-                                           const CaptureSession &session) {
-            const QString path = files->pathOf(screenshot, session);
-            built.previews.insert(path, {session.id, screenshot.index, screenshot.imageData});
-            return std::optional(path);
+    m_builder.start(
+        [this, page, threadId, build = std::move(build), appearance = m_appearance, logLine] {
+            PageContent built;
+            built.pictureKey = randomKey();
+            built.html = build(appearance, [&built](const CaptureSession::Screenshot &screenshot) {
+                built.pictures.insert(screenshot.index, screenshot.imageData);
+                return pagerequests::pictureAddress(built.pictureKey, screenshot.index);
+            });
+            QMetaObject::invokeMethod(
+                this,
+                [this, page, threadId, built = std::move(built), appearance, logLine] {
+                    onBuilt(page, threadId, built, appearance, logLine);
+                },
+                Qt::QueuedConnection);
         });
-        QMetaObject::invokeMethod(
-            this,
-            [this, page, built = std::move(built), appearance, logLine] {
-                onBuilt(page, built, appearance, logLine);
-            },
-            Qt::QueuedConnection);
-    });
     return page;
 }
 
-void ResponseDisplay::onBuilt(PageId page, const BuiltPage &built,
+void ResponseDisplay::onBuilt(PageId page, const QUuid &threadId, const PageContent &built,
                               const responsepage::PageAppearance &appearance,
                               const QString &logLine)
 {
     if (page != m_latestPage)
         return;
-    // The page before it is on show a little longer.
-    m_previews.insert(built.previews);
-    m_latestPreviews = built.previews;
     m_builtAppearance = appearance;
     m_loadingPage = page;
-    m_loadId = m_surface.load(built.html, logLine);
+    m_loadId = m_surface.load(built, logLine);
+    // The page before it stays on show for some time.
+    m_pictures.insert(m_loadId, {threadId, built.pictures});
 }
 
 void ResponseDisplay::onLoadFinished(PageSurface::LoadId id)
 {
-    Log::event(QStringLiteral("[OverlayWindowController] WebView finished loading"));
+    logPageFinished();
     if (id != m_loadId)
         return;
-    m_previews = m_latestPreviews;
+    m_pictures.removeIf([id](auto entry) { return entry.key() != id; });
     // What changed while the page was on its way reached the page before it. A page that is loaded
     // again after its process ended has missed everything since it was built.
     if (!looksAlike(m_builtAppearance, m_appearance))
@@ -333,14 +370,17 @@ void ResponseDisplay::onScrollPosition(const QVariant &body)
 
 void ResponseDisplay::onOpenScreenshot(const QVariant &body)
 {
-    const QString path = body.toString();
-    // Page content could name any file: only a path that a page of ours was given is opened.
-    const auto preview = m_previews.constFind(path);
-    if (body.typeId() != QMetaType::QString || preview == m_previews.constEnd()) {
+    const QVariantMap map = body.toMap();
+    const auto page = wholeNumber(map, QStringLiteral("page"));
+    const auto index = wholeNumber(map, QStringLiteral("index"));
+    const Pictures pictures = m_pictures.value(static_cast<PageSurface::LoadId>(page.value_or(0)));
+    // Any number may come: only a picture that this very page shows is opened.
+    if (!index || !pictures.images.contains(*index)) {
         logMalformed(QStringLiteral("openScreenshot"), body);
         return;
     }
-    m_builder.start([this, files = m_files, path, image = preview->image] {
+    const QString path = m_files->pathOf(pictures.threadId, *index);
+    m_builder.start([this, files = m_files, path, image = pictures.images.value(*index)] {
         const bool isThere = files->write(path, image);
         QMetaObject::invokeMethod(
             this,

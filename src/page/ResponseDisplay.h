@@ -21,7 +21,7 @@ class Workspace;
 
 /// Shows answers and threads in the response area: decides which page is loaded, pushes theme,
 /// text colour and transparency into it and judges what it reports back. Main thread only; pages
-/// are put together on a worker, because screenshots make them large.
+/// are built on a worker.
 class ResponseDisplay : public QObject
 {
     Q_OBJECT
@@ -74,7 +74,12 @@ public:
     /// Shows one answer; blank text shows the hint, "__LOADING__" the thinking indicator.
     PageId loadContent(const QString &markdown);
     /// Shows a whole thread.
-    PageId renderThread(const CaptureSession &session);
+    /// @param keepPage where given, the page on show has become the thread's page but for what this
+    ///        does to it: nothing is loaded, and it is called when the load would start.
+    PageId renderThread(const CaptureSession &session,
+                        const std::function<void()> &keepPage = nullptr);
+    /// Logs that a page is complete, as after a load.
+    static void logPageFinished();
     /// Shows the thread so far with a new question and an empty answer slot.
     PageId loadStreamingShell(const std::optional<CaptureSession> &session, const QString &prompt,
                               const QDateTime &queryStart,
@@ -126,24 +131,17 @@ signals:
     void pageFinished(quellora::ResponseDisplay::PageId page);
 
 private:
-    struct Preview
+    /// The pictures of a thread that a page shows.
+    struct Pictures
     {
         QUuid threadId;
-        qint64 index = 0;
-        QByteArray image;
-    };
-    /// The pictures that a page offers to open, by the paths of their previews.
-    using Previews = QHash<QString, Preview>;
-    struct BuiltPage
-    {
-        QByteArray html;
-        Previews previews;
+        QHash<qint64, QByteArray> images;
     };
     using Build = std::function<QByteArray(const responsepage::PageAppearance &,
-                                           const responsepage::PreviewPath &)>;
+                                           const responsepage::PictureAddress &)>;
 
-    PageId show(Content content, Build build, const QString &logLine);
-    void onBuilt(PageId page, const BuiltPage &built,
+    PageId show(Content content, const QUuid &threadId, Build build, const QString &logLine);
+    void onBuilt(PageId page, const QUuid &threadId, const PageContent &built,
                  const responsepage::PageAppearance &appearance, const QString &logLine);
     void onLoadFinished(PageSurface::LoadId id);
     void onMessage(const QString &name, const QVariant &body);
@@ -156,10 +154,8 @@ private:
     Workspace &m_workspace;
     /// Used on the builder's thread, but for the paths.
     const std::shared_ptr<PreviewFiles> m_files;
-    /// What the page on show, and one that is replacing it, may have opened.
-    Previews m_previews;
-    /// Those of the page loaded last.
-    Previews m_latestPreviews;
+    /// Those of the page on show, and of one that is replacing it.
+    QHash<PageSurface::LoadId, Pictures> m_pictures;
     responsepage::PageAppearance m_appearance;
     /// Appearance with which the page being loaded or shown was built.
     responsepage::PageAppearance m_builtAppearance;

@@ -1,11 +1,14 @@
 #include "page/ResponsePage.h"
 
-#include "base/Log.h"
 #include "page/PageAddresses.h"
 #include "page/PageStyle.h"
 
 #include <QCryptographicHash>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QLocale>
 
+#include <algorithm>
 #include <initializer_list>
 
 namespace quellora::responsepage {
@@ -54,14 +57,19 @@ QByteArray headWithPolicy(QByteArrayView css)
            sources({pageaddress::highlightScript, pageaddress::markedScript, pageaddress::assets}) +
            "; style-src " + hashSource(css) +
            sources({pageaddress::darkCodeStyle, pageaddress::lightCodeStyle, pageaddress::assets}) +
-           "; style-src-attr 'unsafe-hashes' " + hashSource(dotsStyle) +
-           "; img-src data:; base-uri 'none'; form-action 'none'\">\n";
+           "; style-src-attr 'unsafe-hashes' " + hashSource(dotsStyle) + "; img-src " +
+           pageaddress::pages.toByteArray() + "; base-uri 'none'; form-action 'none'\">\n";
 }
 
 /// Text in quotes, as data inside the page.
 QByteArray jsonString(const QString &text)
 {
     return '"' + escapedForJson(text).toUtf8() + '"';
+}
+
+QByteArrayView codeStyleAddress(AppTheme theme)
+{
+    return theme == AppTheme::Dark ? pageaddress::darkCodeStyle : pageaddress::lightCodeStyle;
 }
 
 /// What the page shows, and the script that shows it.
@@ -74,9 +82,8 @@ QByteArray dataAndScript(const QByteArray &json)
 /// Code style, highlighter and Markdown renderer.
 QByteArray headResources(AppTheme theme)
 {
-    const QByteArrayView style =
-        theme == AppTheme::Dark ? pageaddress::darkCodeStyle : pageaddress::lightCodeStyle;
-    return "<link id=\"hljs-theme\" rel=\"stylesheet\" href=\"" + style.toByteArray() + "\">" +
+    return "<link id=\"hljs-theme\" rel=\"stylesheet\" href=\"" +
+           codeStyleAddress(theme).toByteArray() + "\">" +
            scriptElement(pageaddress::highlightScript) + scriptElement(pageaddress::markedScript) +
            '\n';
 }
@@ -107,11 +114,11 @@ QByteArray timestampHTML(const QDateTime &time)
 
 QByteArray turnPromptHTML(const QString &prompt,
                           const std::optional<CaptureSession::Screenshot> &screenshot,
-                          const CaptureSession &session, const PreviewPath &previewPath)
+                          const PictureAddress &address)
 {
     QByteArray html = "<div class=\"turn-prompt\">";
     if (screenshot)
-        html += thumbnailHTML(*screenshot, session, "thumb", previewPath);
+        html += thumbnailHTML(*screenshot, "thumb", address);
     return html + "<div class=\"prompt-text truncatable\">" + escapedForHtml(prompt).toUtf8() +
            "</div></div>";
 }
@@ -144,14 +151,14 @@ QByteArray pageOfEntries(const QByteArray &entriesHtml, const QList<Response> &r
 }
 
 /// Entries with dividers between them; fills @p responses.
-QByteArray entriesHTML(const CaptureSession &session, const PreviewPath &previewPath,
+QByteArray entriesHTML(const CaptureSession &session, const PictureAddress &address,
                        QList<Response> &responses)
 {
     QByteArray html;
     for (const ThreadEntry &entry : chronologicalEntries(session)) {
         if (!html.isEmpty())
             html += divider;
-        html += entryBodyHTML(entry, session, previewPath);
+        html += entryBodyHTML(entry, session, address);
         if (const auto *turn = std::get_if<CaptureSession::Turn>(&entry))
             responses.append({responseElementId(*turn), turn->response});
     }
@@ -159,6 +166,71 @@ QByteArray entriesHTML(const CaptureSession &session, const PreviewPath &preview
 }
 
 } // namespace
+
+QString escapedForJson(const QString &text)
+{
+    // Not the library's writer: it would lose half of a character that two pieces share.
+    const auto isHalf = [&text](qsizetype i) {
+        return text[i].isHighSurrogate()
+                   ? i + 1 == text.size() || !text[i + 1].isLowSurrogate()
+                   : text[i].isLowSurrogate() && (i == 0 || !text[i - 1].isHighSurrogate());
+    };
+    QString escaped;
+    escaped.reserve(text.size() + text.size() / 16);
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        const QChar c = text[i];
+        if (c == QLatin1Char('"') || c == QLatin1Char('\\')) {
+            escaped += QLatin1Char('\\');
+            escaped += c;
+        } else if (c == QLatin1Char('\n')) {
+            escaped += QLatin1StringView("\\n");
+        } else if (c < QLatin1Char(' ') || c == QLatin1Char('<') || c == QChar::LineSeparator ||
+                   c == QChar::ParagraphSeparator || isHalf(i)) {
+            escaped += QStringLiteral("\\u%1").arg(c.unicode(), 4, 16, QLatin1Char('0'));
+        } else {
+            escaped += c;
+        }
+    }
+    return escaped;
+}
+
+QString escapedForHtml(const QString &text)
+{
+    QString escaped = text;
+    escaped.replace(QLatin1Char('&'), QLatin1StringView("&amp;"));
+    escaped.replace(QLatin1Char('<'), QLatin1StringView("&lt;"));
+    escaped.replace(QLatin1Char('>'), QLatin1StringView("&gt;"));
+    escaped.replace(QLatin1Char('"'), QLatin1StringView("&quot;"));
+    escaped.replace(QLatin1Char('\''), QLatin1StringView("&#39;"));
+    return escaped;
+}
+
+QString shortestDecimal(double value)
+{
+    return QString::number(value, 'f', QLocale::FloatingPointShortest);
+}
+
+QString defaultDecimal(double value)
+{
+    const QString text = shortestDecimal(value);
+    return text.contains(QLatin1Char('.')) ? text : text + QStringLiteral(".0");
+}
+
+double pillAlpha(double windowAlpha)
+{
+    return (1 - std::clamp(windowAlpha, 0.0, 1.0)) * 0.72;
+}
+
+double codeAlpha(double windowAlpha)
+{
+    return std::max(pillAlpha(windowAlpha), 0.15);
+}
+
+QString threadTimestamp(const QDateTime &time)
+{
+    static const QLocale english(QLocale::English, QLocale::UnitedStates);
+    return english.toString(time.toLocalTime(), QStringLiteral("MMM d, h:mm AP"));
+}
 
 QString hintEnd(const QString &answererName)
 {
@@ -207,12 +279,12 @@ QByteArray singleAnswerPage(const QString &markdown, const PageAppearance &appea
 }
 
 QByteArray screenshotOnlyPage(const CaptureSession &session, const PageAppearance &appearance,
-                              const PreviewPath &previewPath)
+                              const PictureAddress &address)
 {
     QByteArray page = pageStart(appearance, {}, rules(appearance, {}, pagestyle::screenshotOnly));
     page += "<div id=\"ct\">";
     for (const CaptureSession::Screenshot &screenshot : session.screenshots)
-        page += thumbnailHTML(screenshot, session, "thumb thumb-empty", previewPath);
+        page += thumbnailHTML(screenshot, "thumb thumb-empty", address);
     page += QStringLiteral("</div>\n<div id=\"empty-note\">Screenshot only — no notes or AI turns "
                            "yet.</div>\n")
                 .toUtf8();
@@ -221,26 +293,26 @@ QByteArray screenshotOnlyPage(const CaptureSession &session, const PageAppearanc
 }
 
 QByteArray threadPage(const CaptureSession &session, const PageAppearance &appearance,
-                      const PreviewPath &previewPath)
+                      const PictureAddress &address)
 {
     QList<Response> responses;
-    const QByteArray entries = entriesHTML(session, previewPath, responses);
+    const QByteArray entries = entriesHTML(session, address, responses);
     return pageOfEntries(entries, responses, appearance);
 }
 
 QByteArray streamingShellPage(const std::optional<CaptureSession> &session, const QString &prompt,
                               const QDateTime &queryStart,
                               const std::optional<CaptureSession::Screenshot> &screenshot,
-                              const PageAppearance &appearance, const PreviewPath &previewPath)
+                              const PageAppearance &appearance, const PictureAddress &address)
 {
     const CaptureSession thread = session.value_or(CaptureSession{});
     QList<Response> responses;
-    QByteArray entries = entriesHTML(thread, previewPath, responses);
+    QByteArray entries = entriesHTML(thread, address, responses);
     if (!entries.isEmpty())
         entries += divider;
     entries += "<div class=\"entry turn-entry\">" + timestampHTML(queryStart) +
-               turnPromptHTML(prompt, screenshot, thread, previewPath) +
-               "<div class=\"turn-response\" id=\"" + streamingElementId + "\">";
+               turnPromptHTML(prompt, screenshot, address) + "<div class=\"turn-response\" id=\"" +
+               streamingElementId + "\">";
     entries +=
         "<div id=\"loading\" style=\"" + dotsStyle.toByteArray() +
         "\"><div class=\"dot\"></div><div class=\"dot\"></div><div class=\"dot\"></div></div>";
@@ -249,7 +321,7 @@ QByteArray streamingShellPage(const std::optional<CaptureSession> &session, cons
 }
 
 QByteArray entryBodyHTML(const ThreadEntry &entry, const CaptureSession &session,
-                         const PreviewPath &previewPath)
+                         const PictureAddress &address)
 {
     if (const auto *note = std::get_if<CaptureSession::Note>(&entry)) {
         return "<div class=\"entry note-entry\">" + timestampHTML(note->createdAt) +
@@ -260,28 +332,91 @@ QByteArray entryBodyHTML(const ThreadEntry &entry, const CaptureSession &session
     }
     const auto &turn = std::get<CaptureSession::Turn>(entry);
     return "<div class=\"entry turn-entry\">" + timestampHTML(turn.createdAt) +
-           turnPromptHTML(turn.prompt, screenshotOfTurn(session, turn.id), session, previewPath) +
+           turnPromptHTML(turn.prompt, screenshotOfTurn(session, turn.id), address) +
            "<div class=\"turn-response\" id=\"" + responseElementId(turn) + "\"></div></div>";
 }
 
-QByteArray thumbnailHTML(const CaptureSession::Screenshot &screenshot,
-                         const CaptureSession &session, QByteArrayView cssClass,
-                         const PreviewPath &previewPath)
+QByteArray thumbnailHTML(const CaptureSession::Screenshot &screenshot, QByteArrayView cssClass,
+                         const PictureAddress &address)
 {
-    const std::optional<QString> path = previewPath(screenshot, session);
-    if (!path) {
-        Log::event(QStringLiteral("[OverlayWindowController] renderThread: dropping thumbnail for "
-                                  "screenshot %1 in session %2 — tempFileURL failed, see prior "
-                                  "error")
-                       .arg(screenshot.index)
-                       .arg(uuidText(session.id)));
-        return {};
-    }
-    return "<img class=\"" + cssClass.toByteArray() + "\" src=\"data:image/jpeg;base64," +
-           screenshot.imageData.toBase64() + "\" alt=\"Screenshot " +
+    const QByteArray index = QByteArray::number(screenshot.index);
+    return "<img class=\"" + cssClass.toByteArray() + "\" src=\"" +
+           escapedForHtml(address(screenshot)).toUtf8() + "\" loading=\"lazy\" alt=\"Screenshot " +
            QByteArray::number(screenshot.index + 1) +
-           "\" role=\"button\" tabindex=\"0\" data-file=\"" + escapedForHtml(*path).toUtf8() +
-           "\">";
+           "\" role=\"button\" tabindex=\"0\" data-picture=\"" + index + "\">";
+}
+
+QString themeScript(const PageAppearance &appearance)
+{
+    const QString color = appearance.textColorHex
+                              ? QStringLiteral("document.documentElement.style.setProperty("
+                                               "'--text', '%1');")
+                                    .arg(*appearance.textColorHex)
+                              : QStringLiteral("document.documentElement.style.removeProperty("
+                                               "'--text');");
+    return color +
+           QStringLiteral("document.body.className = '%1';"
+                          "(function(){var link=document.getElementById('hljs-theme');"
+                          "if(link){link.href='%2';}})();")
+               .arg(appearance.theme == AppTheme::Light ? QStringLiteral("light") : QString(),
+                    QLatin1StringView(codeStyleAddress(appearance.theme)));
+}
+
+QString hintScript(const PageAppearance &appearance)
+{
+    // As a JSON text they are literals of the script whatever they hold.
+    const QJsonArray texts{appearance.captureHotkey, hintEnd(appearance.answererName),
+                           thinkingText(appearance.answererName)};
+    return QStringLiteral("(function(texts){var key=document.querySelector('#ph kbd');"
+                          "if(key){key.textContent=texts[0];key.nextSibling.textContent=texts[1];"
+                          "document.getElementById('ld').textContent=texts[2];}})(") +
+           QString::fromUtf8(QJsonDocument(texts).toJson(QJsonDocument::Compact)) +
+           QStringLiteral(");");
+}
+
+QString pillAlphaScript(double windowAlpha)
+{
+    return QStringLiteral("document.documentElement.style.setProperty('--pill-alpha', '%1');"
+                          "document.documentElement.style.setProperty('--code-alpha', '%2');")
+        .arg(shortestDecimal(pillAlpha(windowAlpha)), shortestDecimal(codeAlpha(windowAlpha)));
+}
+
+QString hideLoadingScript()
+{
+    return QStringLiteral("document.getElementById('loading').style.display='none';");
+}
+
+QString streamAppendScript(const QString &text)
+{
+    return QStringLiteral("answers.append(\"") + escapedForJson(text) + QStringLiteral("\");");
+}
+
+QString streamFinishScript()
+{
+    return QStringLiteral("answers.finish();");
+}
+
+QString streamedTurnScript(const CaptureSession::Turn &turn)
+{
+    return QStringLiteral("(function(slot){slot.id=\"%1\";slot.parentNode.querySelector("
+                          "'.entry-timestamp').textContent=\"%2\";})"
+                          "(document.getElementById('%3'));")
+        .arg(QLatin1StringView(responseElementId(turn)),
+             escapedForJson(threadTimestamp(turn.createdAt)),
+             QLatin1StringView(streamingElementId));
+}
+
+QString scrollByScript(double pixels)
+{
+    return QStringLiteral("document.body.scrollBy(0, %1);").arg(defaultDecimal(pixels));
+}
+
+QString scrollToFractionScript(double fraction)
+{
+    return QStringLiteral("(function(){var extent=Math.max(1, document.body.scrollHeight-"
+                          "document.body.clientHeight); document.body.scrollTop = extent * %1;"
+                          "})();")
+        .arg(defaultDecimal(fraction));
 }
 
 } // namespace quellora::responsepage

@@ -32,9 +32,8 @@ struct PageAppearance
     QString answererName = givenAnswerer;
 };
 
-/// Gives the path of a screenshot's preview file, or nothing when it cannot be had.
-using PreviewPath = std::function<std::optional<QString>(const CaptureSession::Screenshot &,
-                                                         const CaptureSession &)>;
+/// Gives the address at which the page finds a screenshot.
+using PictureAddress = std::function<QString(const CaptureSession::Screenshot &)>;
 
 /// Id of the element that receives a streamed answer.
 inline constexpr const char *streamingElementId = "streaming-response";
@@ -71,23 +70,22 @@ QString thinkingText(const QString &answererName);
 QByteArray singleAnswerPage(const QString &markdown, const PageAppearance &appearance);
 /// The page of a thread that has screenshots but no notes and no turns.
 QByteArray screenshotOnlyPage(const CaptureSession &session, const PageAppearance &appearance,
-                              const PreviewPath &previewPath);
+                              const PictureAddress &address);
 /// The page of a thread with at least one entry.
 QByteArray threadPage(const CaptureSession &session, const PageAppearance &appearance,
-                      const PreviewPath &previewPath);
+                      const PictureAddress &address);
 /// The thread so far, if any, with the new question and an empty slot for its answer.
 QByteArray streamingShellPage(const std::optional<CaptureSession> &session, const QString &prompt,
                               const QDateTime &queryStart,
                               const std::optional<CaptureSession::Screenshot> &screenshot,
-                              const PageAppearance &appearance, const PreviewPath &previewPath);
+                              const PageAppearance &appearance, const PictureAddress &address);
 
 /// One entry of a thread page, without the divider.
 QByteArray entryBodyHTML(const ThreadEntry &entry, const CaptureSession &session,
-                         const PreviewPath &previewPath);
-/// Image element of a screenshot; empty, with a log line, when there is no preview file.
-QByteArray thumbnailHTML(const CaptureSession::Screenshot &screenshot,
-                         const CaptureSession &session, QByteArrayView cssClass,
-                         const PreviewPath &previewPath);
+                         const PictureAddress &address);
+/// Image element of a screenshot.
+QByteArray thumbnailHTML(const CaptureSession::Screenshot &screenshot, QByteArrayView cssClass,
+                         const PictureAddress &address);
 
 /// Applies theme, text colour and code style to a loaded page.
 QString themeScript(const PageAppearance &appearance);
@@ -98,10 +96,13 @@ QString hintScript(const PageAppearance &appearance);
 QString pillAlphaScript(double windowAlpha);
 /// Takes the loading dots away.
 QString hideLoadingScript();
-/// Renders the whole @p buffer into the answer slot and scrolls to the bottom.
-QString streamRenderScript(const QString &buffer, bool highlightCode);
-/// As streamRenderScript(), for a buffer that has been escaped for JSON piece by piece.
-QString streamRenderScriptOfEscaped(const QString &escaped, bool highlightCode);
+/// Adds @p text to the streamed answer and scrolls to the bottom.
+QString streamAppendScript(const QString &text);
+/// Completes the streamed answer: its code is highlighted and its elements are those of a loaded
+/// page.
+QString streamFinishScript();
+/// Makes the entry of a completed streamed answer the entry of @p turn.
+QString streamedTurnScript(const CaptureSession::Turn &turn);
 /// Scrolls by @p pixels, down when positive.
 QString scrollByScript(double pixels);
 /// Scrolls to @p fraction of the scrollable extent, 0 to 1.

@@ -139,12 +139,12 @@ void ResponseView::fitIntoContainer()
     m_item->setSize(m_container->size());
 }
 
-void ResponseView::startLoad(LoadId id, const QByteArray &html)
+void ResponseView::startLoad(LoadId id, const PageContent &page)
 {
     m_currentLoad = id;
     m_loadReported = false;
-    m_pageBytes.setPage(id, html);
-    m_filter.setCurrentLoad(id);
+    m_pageBytes.setPage(id, page);
+    m_filter.setCurrentLoad(id, page.pictureKey);
     m_navigationWatch.setInterval(navigationPatience);
     if (!m_item)
         return;

@@ -10,7 +10,6 @@
 #include <QtQml/qqmlregistration.h>
 
 #include <memory>
-#include <vector>
 
 class QQmlComponent;
 class QQmlEngine;
@@ -79,7 +78,7 @@ signals:
     void scriptRequested(const QString &script, double token);
 
 protected:
-    void startLoad(LoadId id, const QByteArray &html) override;
+    void startLoad(LoadId id, const PageContent &page) override;
     void runScript(const QString &script, quint64 token) override;
     void restartLoad() override;
 

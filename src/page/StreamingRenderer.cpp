@@ -9,6 +9,25 @@
 
 namespace quellora {
 
+namespace {
+
+std::optional<qint64> indexOf(const std::optional<CaptureSession::Screenshot> &screenshot)
+{
+    return screenshot ? std::optional(screenshot->index) : std::nullopt;
+}
+
+/// Whether the turns of @p thread have the same pictures in @p other, which may have more turns.
+bool haveSamePictures(const CaptureSession &thread, const CaptureSession &other)
+{
+    // Without recorded pictures, screenshots and times decide; those rarely differ.
+    return std::all_of(thread.turns.begin(), thread.turns.end(), [&](const auto &turn) {
+        return turn.screenshot || indexOf(responsepage::screenshotOfTurn(thread, turn.id)) ==
+                                      indexOf(responsepage::screenshotOfTurn(other, turn.id));
+    });
+}
+
+} // namespace
+
 StreamingRenderer::StreamingRenderer(ResponseDisplay &display, QObject *parent)
     : QObject(parent), m_display(display)
 {
@@ -34,143 +53,159 @@ void StreamingRenderer::resume(const std::optional<CaptureSession> &session, con
     Log::event(QStringLiteral("[OverlayWindowController] Stream resumed (%1 chars)")
                    .arg(characterCount(answer)));
     loadShell(session, prompt, queryStart, screenshot);
-    if (!answer.isEmpty())
-        m_pendingChunks.append(answer);
+    m_answer = answer;
+    m_queuedChunks = answer.isEmpty() ? 0 : 1;
 }
 
 void StreamingRenderer::loadShell(const std::optional<CaptureSession> &session,
                                   const QString &prompt, const QDateTime &queryStart,
                                   const std::optional<CaptureSession::Screenshot> &screenshot)
 {
-    clear();
+    abandon();
     Log::event(QStringLiteral("[OverlayWindowController] loadStreamingThreadShell() — building "
                               "shell HTML"));
+    m_question = {session.value_or(CaptureSession()), prompt, indexOf(screenshot)};
     m_shell = m_display.loadStreamingShell(session, prompt, queryStart, screenshot);
-    m_loadingShell = m_shell;
 }
 
-void StreamingRenderer::clear()
+void StreamingRenderer::abandon()
 {
-    m_streamBuffer.clear();
-    m_escapedBuffer.clear();
-    m_pendingChunks.clear();
-    m_isFirstChunk = true;
+    m_question = {};
+    m_answer.clear();
+    m_queuedChunks = 0;
+    m_isShellReady = false;
+    m_areDotsHidden = false;
     m_isFinished = false;
-    m_shellReady = false;
+    m_turn.reset();
+    m_sent = {};
     m_shell = 0;
-    m_loadingShell = 0;
-    ++m_stream;
 }
 
 void StreamingRenderer::handleStreamChunk(const QString &text)
 {
-    if (m_shellReady) {
-        processStreamChunk(text);
+    // The slot is the place of a turn that is complete.
+    if (m_turn)
+        return;
+    // After the end, a chunk begins another answer in the slot.
+    if (std::exchange(m_isFinished, false)) {
+        m_answer.clear();
+        m_sent = {};
+    }
+    m_answer += text;
+    if (!m_isShellReady) {
+        ++m_queuedChunks;
+        Log::event(QStringLiteral("[OverlayWindowController] Chunk queued (shell not ready yet), "
+                                  "queue size %1")
+                       .arg(m_queuedChunks));
         return;
     }
-    m_pendingChunks.append(text);
-    Log::event(QStringLiteral("[OverlayWindowController] Chunk queued (shell not ready yet), queue "
-                              "size %1")
-                   .arg(m_pendingChunks.size()));
+    hideLoadingDots();
+    update();
 }
 
-QString StreamingRenderer::handleStreamEnd()
+void StreamingRenderer::handleStreamEnd()
 {
-    // An answer that came faster than its page is whole all the same.
-    for (const QString &chunk : std::exchange(m_pendingChunks, {}))
-        append(chunk);
+    m_queuedChunks = 0;
     Log::event(QStringLiteral("[OverlayWindowController] Stream end received, finalizing render "
                               "(%1 chars)")
-                   .arg(characterCount(m_streamBuffer)));
+                   .arg(characterCount(m_answer)));
     m_isFinished = true;
-    // A page that is still on its way gets this render, too, when it is there.
-    renderFinished();
+    update();
     Log::event(QStringLiteral("[OverlayWindowController] Stream complete, buffer cleared"));
-    return std::exchange(m_streamBuffer, QString());
 }
 
-QString StreamingRenderer::abandon()
+void StreamingRenderer::renderThread(const CaptureSession &session)
 {
-    const QString answer = m_streamBuffer + m_pendingChunks.join(QString());
-    clear();
-    return answer;
+    if (isPageOf(session)) {
+        m_display.renderThread(session, [self = QPointer(this), turn = session.turns.last()] {
+            if (self)
+                self->keepPage(turn);
+        });
+    } else {
+        m_display.renderThread(session);
+    }
+}
+
+/// Whether the page shows this thread, with the answer as its last turn, but for what identifies
+/// the turn.
+bool StreamingRenderer::isPageOf(const CaptureSession &session) const
+{
+    if (!m_isFinished || !m_isShellReady || m_turn || m_shell != m_display.latestPage() ||
+        session.turns.isEmpty())
+        return false;
+    const CaptureSession::Turn &turn = session.turns.last();
+    QList<ThreadEntry> entries = chronologicalEntries(m_question.thread);
+    entries.append(turn);
+    return turn.prompt == m_question.prompt && turn.response == m_answer &&
+           indexOf(responsepage::screenshotOfTurn(session, turn.id)) == m_question.screenshot &&
+           entries == chronologicalEntries(session) && haveSamePictures(m_question.thread, session);
+}
+
+void StreamingRenderer::keepPage(const CaptureSession::Turn &turn)
+{
+    m_turn = turn;
+    update(&ResponseDisplay::logPageFinished);
 }
 
 void StreamingRenderer::onPageFinished(ResponseDisplay::PageId page)
 {
     if (m_isFinished && page > m_shell) {
-        // The thread's own page has taken over.
-        m_shell = 0;
-        m_loadingShell = 0;
-        m_escapedBuffer.clear();
-    }
-    if (m_loadingShell == 0 || page != m_loadingShell)
+        // Another page has taken over.
+        abandon();
         return;
-    m_loadingShell = 0;
-    m_shellReady = true;
-    const QStringList chunks = std::exchange(m_pendingChunks, {});
+    }
+    if (m_shell == 0 || page != m_shell)
+        return;
+    m_isShellReady = true;
+    m_sent = {};
     QString line = QStringLiteral("[OverlayWindowController] Streaming shell ready");
-    if (!chunks.isEmpty())
-        line += QStringLiteral(", draining %1 queued chunk(s)").arg(chunks.size());
+    const qsizetype queuedChunks = std::exchange(m_queuedChunks, 0);
+    if (queuedChunks > 0)
+        line += QStringLiteral(", draining %1 queued chunk(s)").arg(queuedChunks);
     Log::event(line);
-    if (m_isFinished) {
-        renderFinished();
-        return;
-    }
-    if (!m_isFirstChunk) {
-        // The page was loaded again in the middle of the answer.
+    if (m_areDotsHidden && !m_isFinished) // The page was loaded again in the middle of the answer.
         m_display.surface().evaluate(responsepage::hideLoadingScript());
-        renderStreamBuffer();
-    }
-    for (const QString &chunk : chunks)
-        processStreamChunk(chunk);
+    else if (queuedChunks > 0)
+        hideLoadingDots();
+    update();
 }
 
 void StreamingRenderer::onRenderProcessTerminated()
 {
-    if (m_shell == 0)
-        return;
     // The shell page comes again, empty.
-    m_loadingShell = m_shell;
-    m_shellReady = false;
+    m_isShellReady = false;
 }
 
-void StreamingRenderer::processStreamChunk(const QString &text)
+void StreamingRenderer::hideLoadingDots()
 {
-    if (m_isFirstChunk) {
-        m_isFirstChunk = false;
-        m_display.surface().evaluate(responsepage::hideLoadingScript());
-        Log::event(QStringLiteral("[OverlayWindowController] First chunk received, hiding loading "
-                                  "dots"));
-    }
-    append(text);
-    renderStreamBuffer();
+    if (std::exchange(m_areDotsHidden, true))
+        return;
+    m_display.surface().evaluate(responsepage::hideLoadingScript());
+    Log::event(QStringLiteral("[OverlayWindowController] First chunk received, hiding loading "
+                              "dots"));
 }
 
-void StreamingRenderer::append(const QString &text)
+/// Sends the page what it does not have yet, as soon as it is ready for it.
+void StreamingRenderer::update(std::function<void()> hasRun)
 {
-    // A chunk after the end begins a buffer of its own.
-    if (std::exchange(m_isFinished, false))
-        m_escapedBuffer.clear();
-    m_streamBuffer += text;
-    m_escapedBuffer += responsepage::escapedForJson(text);
+    m_display.surface().evaluatePaced(
+        [self = QPointer(this)] { return self ? self->nextScript() : QString(); },
+        std::move(hasRun));
 }
 
-void StreamingRenderer::renderStreamBuffer()
+QString StreamingRenderer::nextScript()
 {
-    // Put together only when its turn has come: with a slow page most of them are never needed.
-    m_display.surface().evaluateLatest([self = QPointer(this), stream = m_stream] {
-        if (!self || self->m_stream != stream)
-            return QString();
-        return responsepage::streamRenderScriptOfEscaped(self->m_escapedBuffer, false);
-    });
-}
-
-void StreamingRenderer::renderFinished()
-{
-    m_display.surface().evaluateLatest([escaped = m_escapedBuffer] {
-        return responsepage::streamRenderScriptOfEscaped(escaped, true);
-    });
+    QString script;
+    if (!m_isShellReady)
+        return script;
+    if (m_sent.length < m_answer.size())
+        script += responsepage::streamAppendScript(m_answer.mid(m_sent.length));
+    m_sent.length = m_answer.size();
+    if (m_isFinished && !std::exchange(m_sent.finish, true))
+        script += responsepage::streamFinishScript();
+    if (m_turn && !std::exchange(m_sent.turn, true))
+        script += responsepage::streamedTurnScript(*m_turn);
+    return script;
 }
 
 } // namespace quellora

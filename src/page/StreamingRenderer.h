@@ -3,7 +3,6 @@
 #include "page/ResponseDisplay.h"
 
 #include <QObject>
-#include <QStringList>
 
 #include <optional>
 
@@ -11,8 +10,9 @@ namespace quellora {
 
 /// Shows a streamed answer growing in place at the end of the current thread. Main thread only.
 ///
-/// The whole answer so far is rendered again with every chunk, so that Markdown split across chunks
-/// comes out right; chunks that arrive before the page is there wait for it.
+/// The page is sent only what is new; it renders the answer so that Markdown split across chunks
+/// comes out right. What arrives before the page is ready, or while it is busy, is sent as one
+/// piece. A finished answer stays where it is when its thread is shown with it as the last turn.
 class StreamingRenderer : public QObject
 {
     Q_OBJECT
@@ -33,15 +33,14 @@ public:
                 const QDateTime &queryStart,
                 const std::optional<CaptureSession::Screenshot> &screenshot, const QString &answer);
     void handleStreamChunk(const QString &text);
-    /// Renders the answer a last time, with highlighted code. Returns the complete answer, with the
-    /// chunks that still waited for the page.
-    QString handleStreamEnd();
-    /// Ends a failed or cancelled stream without rendering; returns what has arrived.
-    QString abandon();
+    /// Completes the answer in the page, with highlighted code.
+    void handleStreamEnd();
+    /// Ends a failed or cancelled stream; the page stays as it is.
+    void abandon();
 
-    /// What of the current answer has been rendered; empty once the stream has ended.
-    const QString &streamBuffer() const { return m_streamBuffer; }
-    bool isStreamingShellReady() const { return m_shellReady; }
+    /// Shows a whole thread, keeping the page if it shows just that thread with the finished
+    /// answer.
+    void renderThread(const CaptureSession &session);
 
 signals:
     /// A stream has started: the window is to be shown in front, without activating the
@@ -49,32 +48,46 @@ signals:
     void showWindowRequested();
 
 private:
+    /// What the shell page shows besides the answer.
+    struct Question
+    {
+        CaptureSession thread;
+        QString prompt;
+        std::optional<qint64> screenshot;
+    };
+    /// What the page on show has been sent.
+    struct Sent
+    {
+        qsizetype length = 0;
+        bool finish = false;
+        bool turn = false;
+    };
+
     void loadShell(const std::optional<CaptureSession> &session, const QString &prompt,
                    const QDateTime &queryStart,
                    const std::optional<CaptureSession::Screenshot> &screenshot);
     void onPageFinished(ResponseDisplay::PageId page);
     void onRenderProcessTerminated();
-    void processStreamChunk(const QString &text);
-    void renderStreamBuffer();
-    void renderFinished();
-    void append(const QString &text);
-    void clear();
+    void hideLoadingDots();
+    bool isPageOf(const CaptureSession &session) const;
+    void keepPage(const CaptureSession::Turn &turn);
+    void update(std::function<void()> hasRun = nullptr);
+    QString nextScript();
 
     ResponseDisplay &m_display;
-    QString m_streamBuffer;
-    /// The buffer as the render script takes it. Escaped chunk by chunk, because a whole answer
-    /// would be too much for every chunk; kept after the end for a page that has to be rebuilt.
-    QString m_escapedBuffer;
-    QStringList m_pendingChunks;
-    bool m_isFirstChunk = true;
-    bool m_shellReady = false;
+    Question m_question;
+    /// Everything that has arrived; kept after the end for a page that has to be rebuilt.
+    QString m_answer;
+    /// How many chunks the page has not been told of because it was not ready.
+    qsizetype m_queuedChunks = 0;
+    bool m_isShellReady = false;
+    bool m_areDotsHidden = false;
     bool m_isFinished = false;
+    /// What the finished answer has become.
+    std::optional<CaptureSession::Turn> m_turn;
+    Sent m_sent;
     /// The shell page of the stream; 0 when there is none.
     ResponseDisplay::PageId m_shell = 0;
-    /// The shell page that is being loaded; 0 when none is.
-    ResponseDisplay::PageId m_loadingShell = 0;
-    /// Counts streams, so that a render that waited is not taken for one of the next stream.
-    quint64 m_stream = 0;
 };
 
 } // namespace quellora

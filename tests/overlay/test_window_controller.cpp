@@ -555,9 +555,9 @@ private Q_SLOTS:
         const auto render = [] { return QString("render"); };
         const auto runs = [&f] { return f.surface->scripts.count("render"); };
         QTest::mousePress(&panel, Qt::LeftButton, {}, center);
-        f.surface->evaluateLatest(render);
+        f.surface->evaluatePaced(render);
         QTest::mouseMove(&panel, center + QPoint(0, 5));
-        f.surface->evaluateLatest(render);
+        f.surface->evaluatePaced(render);
         QCOMPARE(runs(), 0);
         // What the drag itself asks for reaches the page.
         QVERIFY(f.surface->scripts.last().contains("extent"));

@@ -70,10 +70,10 @@ public:
     EngineWindow &operator=(const EngineWindow &) = delete;
 
     /// Loads a page and waits until it is there.
-    bool load(const QByteArray &html)
+    bool load(const PageContent &page)
     {
         QSignalSpy finished(&view, &PageSurface::loadFinished);
-        const auto id = view.load(html, QStringLiteral("load"));
+        const auto id = view.load(page, QStringLiteral("load"));
         return runUntil(
             [&] { return !finished.isEmpty() && finished.last().first().toULongLong() == id; });
     }

@@ -31,11 +31,11 @@ public:
 
     QString page() const
     {
-        return loads.isEmpty() ? QString() : QString::fromUtf8(loads.last().second);
+        return loads.isEmpty() ? QString() : QString::fromUtf8(loads.last().second.html);
     }
 
     /// Loads that have started.
-    QList<QPair<LoadId, QByteArray>> loads;
+    QList<QPair<LoadId, PageContent>> loads;
     QStringList scripts;
     QList<quint64> tokens;
     /// Loads that were started again.
@@ -45,7 +45,7 @@ public:
     bool runsAtOnce = true;
 
 protected:
-    void startLoad(LoadId id, const QByteArray &html) override { loads.append({id, html}); }
+    void startLoad(LoadId id, const PageContent &page) override { loads.append({id, page}); }
     void runScript(const QString &script, quint64 token) override
     {
         scripts.append(script);

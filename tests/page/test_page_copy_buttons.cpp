@@ -251,7 +251,7 @@ void TestPageCopyButtons::buttonsAppearWhenTheStreamEnds()
     StreamingRenderer renderer(*m_display);
     renderer.handleStreamStart(std::nullopt, QStringLiteral("q"), QDateTime::currentDateTime(),
                                std::nullopt);
-    QVERIFY(runUntil([&] { return renderer.isStreamingShellReady(); }));
+    QVERIFY(finished(m_display->latestPage()));
     renderer.handleStreamChunk(twoBlocks);
     const QString blocks = QStringLiteral("document.getElementsByTagName('pre').length");
     QVERIFY(runUntil([&] { return m_engine->value(blocks).toInt() == 2; }));

@@ -8,7 +8,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QRegularExpression>
+#include <QSet>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -27,6 +27,7 @@ private slots:
     void renderThreadShowsEntries();
     void emptyThreadClears();
     void screenshotOnlyThread();
+    void pictureKeyIsAnotherForEachPage();
     void pictureThatCannotBeWrittenIsShownButNotOpened();
     void newerPageSupersedesOneBeingBuilt();
     void themeChangeWhileLoadingIsApplied();
@@ -42,7 +43,7 @@ private slots:
     void malformedMessages_data();
     void malformedMessages();
     void longBodiesAreCut();
-    void openScreenshotOpensKnownPathsOnly();
+    void openScreenshotOpensPicturesOfThePageOnly();
     void previewsGoWithTheirThread();
     void tellsWhatIsOnThePage();
     void noteDelete();
@@ -55,11 +56,12 @@ private:
         return QTest::qWaitFor([&] { return m_surface->loads.size() >= count; }, 5000);
     }
 
-    /// The path of the first picture that the page offers.
-    QString offeredPath() const
+    /// A press on the picture with that number in the page that was loaded last.
+    void openPicture(qint64 index)
     {
-        static const QRegularExpression path(QStringLiteral("/[^\\s'\"&]+/screenshot-0\\.jpg"));
-        return path.match(m_surface->page()).captured();
+        m_surface->post(QStringLiteral("openScreenshot"),
+                        QVariantMap{{QStringLiteral("page"), m_surface->loads.last().first},
+                                    {QStringLiteral("index"), index}});
     }
 
     std::unique_ptr<LogCapture> m_log;
@@ -101,7 +103,7 @@ void TestPageDisplay::loadContentLogsAndLoads()
     QVERIFY(shown());
     QCOMPARE(m_log->lines.last(),
              QStringLiteral("[OverlayWindowController] Triggering WebView load"));
-    QCOMPARE(m_surface->loads.last().second,
+    QCOMPARE(m_surface->loads.last().second.html,
              responsepage::singleAnswerPage(
                  QStringLiteral("hello"),
                  {AppTheme::Light, 0.5, QStringLiteral("#8899aa"), QStringLiteral("KEY")}));
@@ -150,7 +152,23 @@ void TestPageDisplay::screenshotOnlyThread()
     m_display->renderThread(session);
     QVERIFY(shown());
     QVERIFY(m_surface->page().contains(QStringLiteral("empty-note")));
-    QVERIFY(m_surface->page().contains(QStringLiteral("screenshot-0.jpg")));
+    const PageContent &page = m_surface->loads.last().second;
+    QCOMPARE(page.pictures, (QHash<qint64, QByteArray>{{0, "AB"}}));
+    QVERIFY(page.html.contains("src=\"quellora-page:picture/" + page.pictureKey + "/0\""));
+}
+
+void TestPageDisplay::pictureKeyIsAnotherForEachPage()
+{
+    CaptureSession session = CaptureSession::create();
+    session.addScreenshot("AB", QDateTime::currentDateTime());
+    QSet<QByteArray> keys;
+    for (int i = 1; i <= 3; ++i) {
+        m_display->renderThread(session);
+        QVERIFY(shown(i));
+        keys.insert(m_surface->loads.last().second.pictureKey);
+        QCOMPARE(m_surface->loads.last().second.pictureKey.size(), 32);
+    }
+    QCOMPARE(keys.size(), 3);
 }
 
 void TestPageDisplay::pictureThatCannotBeWrittenIsShownButNotOpened()
@@ -165,7 +183,7 @@ void TestPageDisplay::pictureThatCannotBeWrittenIsShownButNotOpened()
     QVERIFY(m_surface->page().contains(QStringLiteral("<img")));
     QVERIFY(m_surface->page().contains(QStringLiteral("prompt-text")));
     QSignalSpy failed(m_display.get(), &ResponseDisplay::previewFailed);
-    m_surface->post(QStringLiteral("openScreenshot"), offeredPath());
+    openPicture(0);
     QTRY_COMPARE(failed.size(), 1);
     QVERIFY(m_workspace->files.isEmpty());
     QCOMPARE(m_log->lines.filter(QStringLiteral("Could not create thread-preview")).size(), 1);
@@ -348,10 +366,19 @@ void TestPageDisplay::malformedMessages_data()
                     {QStringLiteral("scrollHeight"), 2},
                     {QStringLiteral("clientHeight"), 3}},
         "{\"clientHeight\":3,\"scrollHeight\":2,\"scrollTop\":null}");
+    const auto picture = [](const QVariant &page, const QVariant &index) {
+        return QVariantMap{{QStringLiteral("page"), page}, {QStringLiteral("index"), index}};
+    };
     row("open number", "openScreenshot", 3, "3");
-    row("open unknown", "openScreenshot", QStringLiteral("/etc/passwd"), "/etc/passwd");
+    row("open path", "openScreenshot", QStringLiteral("/etc/passwd"), "/etc/passwd");
     row("open lines", "openScreenshot", QStringLiteral("/a\n[00:00:00.000] fake"),
         "/a [00:00:00.000] fake");
+    row("open unknown", "openScreenshot", picture(1, 0), "{\"index\":0,\"page\":1}");
+    row("open negative", "openScreenshot", picture(-1, 0), "{\"index\":0,\"page\":-1}");
+    row("open texts", "openScreenshot", picture(1, QStringLiteral("0")),
+        "{\"index\":\"0\",\"page\":1}");
+    row("open fraction", "openScreenshot", picture(1, 0.5), "{\"index\":0.5,\"page\":1}");
+    row("open huge", "openScreenshot", picture(1e300, 0), "{\"index\":0,\"page\":1e+300}");
     row("delete list", "noteDelete", QVariantList{1}, "[1]");
     row("delete no id", "noteDelete", QStringLiteral("123"), "123");
     row("delete braces", "noteDelete", QStringLiteral("{0A1B2C3D-0000-4000-8000-00000000ABCD}"),
@@ -381,33 +408,50 @@ void TestPageDisplay::longBodiesAreCut()
     QVERIFY(m_log->lines[0].size() < 1000);
 }
 
-void TestPageDisplay::openScreenshotOpensKnownPathsOnly()
+void TestPageDisplay::openScreenshotOpensPicturesOfThePageOnly()
 {
     CaptureSession session = CaptureSession::create();
     session.addScreenshot("AB", QDateTime::currentDateTime());
     session.addScreenshot("CD", QDateTime::currentDateTime());
     m_display->renderThread(session);
     QVERIFY(shown());
-    const QString path = offeredPath();
     // A page that is only shown writes nothing.
     QVERIFY(QDir(m_dir->path()).isEmpty());
-    m_surface->post(QStringLiteral("openScreenshot"), path);
-    QTRY_COMPARE(m_workspace->files, QStringList{path});
+    openPicture(0);
+    QTRY_COMPARE(m_workspace->files.size(), 1);
+    const QString path = m_workspace->files[0];
+    QVERIFY(path.endsWith(uuidText(session.id) + QStringLiteral("/screenshot-0.jpg")));
     QFile file(path);
     QVERIFY(file.open(QIODevice::ReadOnly));
     QCOMPARE(file.readAll(), QByteArray("AB"));
     QCOMPARE(QFileInfo(path).dir().entryList(QDir::Files), QStringList{"screenshot-0.jpg"});
-    m_surface->post(QStringLiteral("openScreenshot"), path + QStringLiteral("/../x"));
-    m_surface->post(QStringLiteral("openScreenshot"), QStringLiteral("/etc/passwd"));
+    openPicture(2);
+    openPicture(-1);
     QCOMPARE(m_log->lines.filter(QStringLiteral("malformed openScreenshot")).size(), 2);
-    // The next page offers nothing of this one.
     m_surface->finishLoad();
-    m_display->loadContent(QStringLiteral("other"));
+    const auto first = m_surface->loads.last().first;
+    const auto openOfFirst = [&](qint64 index) {
+        m_surface->post(
+            QStringLiteral("openScreenshot"),
+            QVariantMap{{QStringLiteral("page"), first}, {QStringLiteral("index"), index}});
+    };
+    // While the next page is on its way, each page has its own pictures under the same numbers.
+    CaptureSession other = CaptureSession::create();
+    other.addScreenshot("EF", QDateTime::currentDateTime());
+    m_display->renderThread(other);
     QVERIFY(shown(2));
+    openOfFirst(1);
+    QTRY_COMPARE(m_workspace->files.size(), 2);
+    QVERIFY(
+        m_workspace->files[1].endsWith(uuidText(session.id) + QStringLiteral("/screenshot-1.jpg")));
+    openPicture(0);
+    QTRY_COMPARE(m_workspace->files.size(), 3);
+    QVERIFY(
+        m_workspace->files[2].endsWith(uuidText(other.id) + QStringLiteral("/screenshot-0.jpg")));
     m_surface->finishLoad();
-    m_surface->post(QStringLiteral("openScreenshot"), path);
+    openOfFirst(0);
     QCOMPARE(m_log->lines.filter(QStringLiteral("malformed openScreenshot")).size(), 3);
-    QCOMPARE(m_workspace->files.size(), 1);
+    QCOMPARE(m_workspace->files.size(), 3);
 }
 
 void TestPageDisplay::previewsGoWithTheirThread()
@@ -416,14 +460,16 @@ void TestPageDisplay::previewsGoWithTheirThread()
     session.addScreenshot("AB", QDateTime::currentDateTime());
     m_display->renderThread(session);
     QVERIFY(shown());
-    const QString path = offeredPath();
     QVERIFY(m_display->showsScreenshot(session.id, 0));
     QVERIFY(!m_display->showsScreenshot(session.id, 1));
     QVERIFY(!m_display->showsScreenshot(QUuid::createUuid(), 0));
+    QString path;
     const auto open = [&] {
         m_workspace->files.clear();
-        m_surface->post(QStringLiteral("openScreenshot"), path);
-        return QTest::qWaitFor([&] { return !m_workspace->files.isEmpty(); }, 5000);
+        openPicture(0);
+        const bool isOpened = QTest::qWaitFor([&] { return !m_workspace->files.isEmpty(); }, 5000);
+        path = m_workspace->files.value(0);
+        return isOpened && QFile::exists(path);
     };
     QVERIFY(open());
     m_display->removePreview(session.id, 0);

@@ -4,8 +4,10 @@
 #include "page/WebEngineSetup.h"
 #include "support/TestProgram.h"
 
+#include <QBuffer>
 #include <QClipboard>
 #include <QGuiApplication>
+#include <QImage>
 
 using namespace quellora;
 
@@ -16,6 +18,17 @@ const QString sample = QStringLiteral("# Title\n\nSome **bold** and *soft* text 
                                       "```cpp\nint main() { return 0; }\n```\n\n"
                                       "- one\n- two\n  - [x] nested\n\n> quote\n\n"
                                       "| a | b |\n|:-:|--:|\n| 1 | 2 |\n\n1. first\n2. second\n");
+
+QByteArray picture(const char *format)
+{
+    QImage image(4, 3, QImage::Format_RGB32);
+    image.fill(Qt::red);
+    QByteArray bytes;
+    QBuffer buffer(&bytes);
+    if (!image.save(&buffer, format))
+        qFatal("no %s picture", format);
+    return bytes;
+}
 
 } // namespace
 
@@ -43,6 +56,8 @@ private slots:
     void ownTextColorIsChangedLiveInBothThemes();
     void captureHotkeyOfTheHintIsChangedLive();
     void streamedAnswerEqualsAWholeRender();
+    void streamedTurnEqualsALoadedOne();
+    void picturesAreShownByAddress();
     void dotsHideOnTheFirstChunk();
     void linkOpensOutside_data();
     void linkOpensOutside();
@@ -421,11 +436,80 @@ void TestPageEngine::streamedAnswerEqualsAWholeRender()
     for (qsizetype at = 0; at < sample.size(); at += 3)
         renderer.handleStreamChunk(sample.mid(at, 3));
     QVERIFY(finished(m_display->latestPage()));
-    QCOMPARE(renderer.handleStreamEnd(), sample);
+    renderer.handleStreamEnd();
     QVERIFY(runUntil([&] { return m_engine->text(slot).contains(QStringLiteral("hljs-type")); }));
     const QString streamed = m_engine->text(slot);
     QVERIFY(finished(m_display->loadContent(sample)));
     QCOMPARE(m_engine->text(QStringLiteral("document.getElementById('ct').innerHTML")), streamed);
+}
+
+void TestPageEngine::streamedTurnEqualsALoadedOne()
+{
+    const QDateTime start = QDateTime::currentDateTime().addSecs(-600);
+    CaptureSession session = CaptureSession::create();
+    session.addNote(QStringLiteral("1\n2\n3\n4\n5"), start);
+    session.addScreenshot(picture("PNG"), start.addSecs(1));
+    session.addTurn(QStringLiteral("before"), sample, start.addSecs(2));
+    session.addScreenshot(picture("PNG"), start.addSecs(3));
+    StreamingRenderer renderer(*m_display);
+    renderer.handleStreamStart(session, QStringLiteral("<q>"), start.addSecs(3),
+                               session.screenshots[1]);
+    QVERIFY(finished(m_display->latestPage()));
+    const QString answer = sample + QStringLiteral("\n\n<b>x\n\n") +
+                           QStringLiteral("- i\n").repeated(60) + QStringLiteral("\n```js\n") +
+                           QStringLiteral("let x = 1;\n").repeated(300);
+    for (qsizetype at = 0; at < answer.size(); at += 13)
+        renderer.handleStreamChunk(answer.mid(at, 13));
+    renderer.handleStreamEnd();
+    // A minute later than the question.
+    session.addTurn(QStringLiteral("<q>"), answer, start.addSecs(90), start,
+                    CaptureSession::TurnScreenshot{1});
+    QSignalSpy loads(&m_engine->view, &PageSurface::loadFinished);
+    m_log->clear();
+    renderer.renderThread(session);
+    QVERIFY(runUntil([&] {
+        return m_log->contains(
+            QStringLiteral("[OverlayWindowController] WebView finished loading"));
+    }));
+    QVERIFY(loads.isEmpty());
+    const QString page = QStringLiteral(
+        "(() => { const copy = document.documentElement.cloneNode(true);"
+        "for (const image of copy.querySelectorAll('img.thumb')) "
+        "image.setAttribute('src', image.getAttribute('src').replace(/:picture.[0-9a-f]{32}/, ''));"
+        "return copy.outerHTML; })()");
+    const QString tree =
+        QStringLiteral("[...document.querySelectorAll('*')].map(e => e.childNodes.length).join()");
+    const QString scroll =
+        QStringLiteral("[document.body.scrollTop, document.body.scrollHeight].join()");
+    QVERIFY(m_engine->painted());
+    const QString streamed = m_engine->text(page);
+    const QString streamedTree = m_engine->text(tree);
+    const QString streamedScroll = m_engine->text(scroll);
+    QVERIFY(streamed.contains(QStringLiteral("hljs-keyword")));
+    QVERIFY(streamed.contains(uuidText(session.turns.last().id)));
+    QVERIFY(!streamed.contains(QStringLiteral("streaming-response")));
+    QVERIFY(finished(m_display->renderThread(session)));
+    QVERIFY(m_engine->painted());
+    QCOMPARE(m_engine->text(page), streamed);
+    QCOMPARE(m_engine->text(tree), streamedTree);
+    QCOMPARE(m_engine->text(scroll), streamedScroll);
+}
+
+void TestPageEngine::picturesAreShownByAddress()
+{
+    CaptureSession session = CaptureSession::create();
+    session.addScreenshot(picture("PNG"), QDateTime::currentDateTime());
+    session.addScreenshot(picture("JPEG"), QDateTime::currentDateTime());
+    QVERIFY(finished(m_display->renderThread(session)));
+    ENGINE_TRY_COMPARE(
+        m_engine->text(QStringLiteral(
+            "[...document.images].map(e => e.complete && e.naturalWidth > 0).join()")),
+        QStringLiteral("true,true"));
+    QVERIFY(
+        m_engine
+            ->value(QStringLiteral("[...document.images].every(e => "
+                                   "/^quellora-page:picture\\/[0-9a-f]{32}\\/\\d$/.test(e.src))"))
+            .toBool());
 }
 
 void TestPageEngine::dotsHideOnTheFirstChunk()
@@ -560,10 +644,10 @@ void TestPageEngine::loadsBeforeTheViewWait()
 {
     ResponseView view;
     QSignalSpy finishedLoad(&view, &PageSurface::loadFinished);
-    const auto id = view.load("<p>early</p>", QString());
+    const auto id = view.load({"<p>early</p>"}, QString());
     QCoreApplication::processEvents();
     view.evaluate(QStringLiteral("1"));
-    view.evaluateLatest([] { return QStringLiteral("2"); });
+    view.evaluatePaced([] { return QStringLiteral("2"); });
     QVERIFY(!view.item());
     view.warmUp(*m_engine->window().engine());
     ENGINE_TRY_COMPARE(finishedLoad.size(), 1);
@@ -573,13 +657,10 @@ void TestPageEngine::loadsBeforeTheViewWait()
 void TestPageEngine::largePageLoads()
 {
     CaptureSession session = CaptureSession::create();
-    for (int i = 0; i < 264; ++i)
-        session.addScreenshot(QByteArray(142'000, static_cast<char>('a' + i % 26)),
-                              QDateTime::currentDateTime());
-    const auto page = m_display->renderThread(session);
-    QVERIFY(finished(page));
-    QCOMPARE(m_engine->value(QStringLiteral("document.images.length")).toInt(), 264);
-    QVERIFY(m_engine->value(QStringLiteral("document.documentElement.outerHTML.length > 49e6"))
+    session.addNote(QString(5'000'000, QLatin1Char('n')));
+    session.addTurn(QStringLiteral("p"), QStringLiteral("r"), QDateTime::currentDateTime());
+    QVERIFY(finished(m_display->renderThread(session)));
+    QVERIFY(m_engine->value(QStringLiteral("document.documentElement.outerHTML.length > 5e6"))
                 .toBool());
 }
 

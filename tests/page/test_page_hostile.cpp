@@ -3,7 +3,9 @@
 #include "page/WebEngineSetup.h"
 #include "support/TestProgram.h"
 
+#include <QBuffer>
 #include <QGuiApplication>
+#include <QImage>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QUdpSocket>
@@ -22,6 +24,7 @@ private slots:
     void canaryHears();
     void markupDoesNotRun_data();
     void markupDoesNotRun();
+    void answerShowsNoPictures();
     void answersAreShownAsSent_data();
     void answersAreShownAsSent();
     void answerPressesNothing();
@@ -171,6 +174,50 @@ void TestPageHostile::markupDoesNotRun()
     verifyUntouched();
 }
 
+/// Pictures of a page have addresses; an answer gets at none, neither of its own page nor of
+/// another.
+void TestPageHostile::answerShowsNoPictures()
+{
+    QImage image(4, 3, QImage::Format_RGB32);
+    image.fill(Qt::red);
+    QByteArray png;
+    QBuffer buffer(&png);
+    QVERIFY(image.save(&buffer, "PNG"));
+    CaptureSession other = CaptureSession::create();
+    other.addScreenshot(png, QDateTime::currentDateTime());
+    QVERIFY(finished(m_display->renderThread(other)));
+    const QString address = m_engine->text(QStringLiteral("document.querySelector('.thumb').src"));
+    const QString loaded =
+        QStringLiteral("[...document.images].filter(e => e.complete && e.naturalWidth > 0).length");
+    ENGINE_TRY_COMPARE(m_engine->value(loaded).toInt(), 1);
+
+    CaptureSession session = CaptureSession::create();
+    session.addScreenshot(png, QDateTime::currentDateTime());
+    const QString data =
+        QStringLiteral("data:image/png;base64,") + QString::fromLatin1(png.toBase64());
+    session.addTurn(QStringLiteral("q"),
+                    aimed(QStringLiteral("![a](%1) <img src=\"%1\"> ![b](%2) <img src=\"%2\"> "
+                                         "![c](0) ![d](picture/0) ![e](#0) ![f](HTTP/i.png) "
+                                         "![g](QUELLORA-PAGE:1) <img src=\"\tquellora-page:1\">")
+                              .arg(address, data)),
+                    QDateTime::currentDateTime());
+    QVERIFY(finished(m_display->renderThread(session)));
+    ENGINE_TRY_COMPARE(m_engine->value(loaded).toInt(), 1);
+    // Not past the sanitizer either.
+    const QString own = m_engine->text(QStringLiteral("document.querySelector('.thumb').src"));
+    for (const QString &source :
+         {address, data, own + QStringLiteral("0"), own + QStringLiteral("?"),
+          QStringLiteral("quellora-page:1"), m_engine->text(QStringLiteral("location.href"))}) {
+        m_engine->value(QStringLiteral("document.body.append(Object.assign(new Image(), "
+                                       "{src: '%1'}))")
+                            .arg(source));
+    }
+    settle();
+    QCOMPARE(m_engine->value(loaded).toInt(), 1);
+    QCOMPARE(m_engine->value(QStringLiteral("[...document.images].every(e => e.complete)")), true);
+    verifyUntouched();
+}
+
 void TestPageHostile::answersAreShownAsSent_data()
 {
     QTest::addColumn<QString>("answer");
@@ -240,7 +287,7 @@ void TestPageHostile::answerPressesNothing()
         QStringLiteral("q"),
         aimed(QStringLiteral("shown ${%1}\n\n<script>%1</script>\n\n<img src=x onerror=\"%2\">\n\n"
                              "<button class=note-delete data-note=\"%3\">press</button> <a href=x "
-                             "data-file=\"/etc/passwd\" onclick=\"%2\">press</a>\n\n`${%1}`")
+                             "data-picture=\"0\" onclick=\"%2\">press</a>\n\n`${%1}`")
                   .arg(code, code.toHtmlEscaped(), uuidText(session.notes[0].id))),
         QDateTime::currentDateTime());
     QSignalSpy messages(&m_engine->view, &PageSurface::message);
@@ -265,7 +312,7 @@ void TestPageHostile::answerPressesNothing()
 
     // What an answer brings along has none of the page's own meaning, whoever presses it.
     QCOMPARE(m_engine
-                 ->value(QStringLiteral("document.querySelectorAll('.turn-response [data-file], "
+                 ->value(QStringLiteral("document.querySelectorAll('.turn-response [data-picture], "
                                         ".turn-response [data-note]').length"))
                  .toInt(),
              0);

@@ -32,7 +32,6 @@ private slots:
 
 private:
     QString root() const { return m_dir->filePath(QStringLiteral("quellora-thread-preview")); }
-    const CaptureSession::Screenshot &first() const { return m_session.screenshots[0]; }
     QStringList everything() const
     {
         return QDir(root()).entryList(QDir::AllEntries | QDir::Hidden | QDir::System |
@@ -65,18 +64,18 @@ void TestPagePreviews::writesOnlyWhatIsOpened()
 {
     PreviewFiles files(m_dir->path());
     m_session.addScreenshot("OTHER", QDateTime::currentDateTime());
-    const QString path = files.pathOf(first(), m_session);
+    const QString path = files.pathOf(m_session.id, 0);
     QVERIFY(path.startsWith(root() + QStringLiteral("/process-")));
     QVERIFY(path.endsWith(QLatin1Char('/') + uuidText(m_session.id) +
                           QStringLiteral("/screenshot-0.jpg")));
     QVERIFY(!QFileInfo::exists(root()));
-    QVERIFY(files.write(path, first().imageData));
+    QVERIFY(files.write(path, "JPEG"));
     QFile file(path);
     QVERIFY(file.open(QIODevice::ReadOnly));
     QCOMPARE(file.readAll(), QByteArray("JPEG"));
-    QVERIFY(!QFileInfo::exists(files.pathOf(m_session.screenshots[1], m_session)));
+    QVERIFY(!QFileInfo::exists(files.pathOf(m_session.id, 1)));
     // Another process, or another session of this one, has a folder of its own.
-    QVERIFY(PreviewFiles(m_dir->path()).pathOf(first(), m_session) != path);
+    QVERIFY(PreviewFiles(m_dir->path()).pathOf(m_session.id, 0) != path);
 }
 
 void TestPagePreviews::foldersAreForTheUserOnly()
@@ -84,7 +83,7 @@ void TestPagePreviews::foldersAreForTheUserOnly()
     QVERIFY(QDir().mkdir(root()));
     QVERIFY(QFile::setPermissions(root(), QFile::Permissions(0x7777)));
     PreviewFiles files(m_dir->path());
-    const QString path = files.pathOf(first(), m_session);
+    const QString path = files.pathOf(m_session.id, 0);
     QVERIFY(files.write(path, "JPEG"));
     const QFile::Permissions others = QFile::ReadGroup | QFile::WriteGroup | QFile::ExeGroup |
                                       QFile::ReadOther | QFile::WriteOther | QFile::ExeOther;
@@ -97,7 +96,7 @@ void TestPagePreviews::foldersAreForTheUserOnly()
 void TestPagePreviews::existingFileIsReused()
 {
     PreviewFiles files(m_dir->path());
-    const QString path = files.pathOf(first(), m_session);
+    const QString path = files.pathOf(m_session.id, 0);
     QVERIFY(files.write(path, "JPEG"));
     QFile file(path);
     QVERIFY(file.open(QIODevice::WriteOnly));
@@ -115,7 +114,7 @@ void TestPagePreviews::folderThatCannotBeMade()
     inTheWay.close();
     LogCapture log;
     PreviewFiles files(m_dir->path());
-    QVERIFY(!files.write(files.pathOf(first(), m_session), "JPEG"));
+    QVERIFY(!files.write(files.pathOf(m_session.id, 0), "JPEG"));
     QCOMPARE(log.lines.size(), 1);
     QVERIFY(log.lines[0].startsWith(QStringLiteral(
         "[OverlayWindowController] ERROR: Could not create thread-preview temp dir: ")));
@@ -128,7 +127,7 @@ void TestPagePreviews::folderThatIsALink()
     QVERIFY(QFile::link(target, root()));
     LogCapture log;
     PreviewFiles files(m_dir->path());
-    QVERIFY(!files.write(files.pathOf(first(), m_session), "JPEG"));
+    QVERIFY(!files.write(files.pathOf(m_session.id, 0), "JPEG"));
     QCOMPARE(log.lines.size(), 1);
     QVERIFY(QDir(target).isEmpty());
 }
@@ -137,8 +136,8 @@ void TestPagePreviews::fileThatCannotBeWritten()
 {
     PreviewFiles files(m_dir->path());
     m_session.addScreenshot("B", QDateTime::currentDateTime());
-    QVERIFY(files.write(files.pathOf(first(), m_session), "JPEG"));
-    const QString path = files.pathOf(m_session.screenshots[1], m_session);
+    QVERIFY(files.write(files.pathOf(m_session.id, 0), "JPEG"));
+    const QString path = files.pathOf(m_session.id, 1);
     QVERIFY(QFile::link(m_dir->filePath(QStringLiteral("missing/target")), path));
     LogCapture log;
     QVERIFY(!files.write(path, "B"));
@@ -154,11 +153,9 @@ void TestPagePreviews::goesWithItsThreadOrItsPicture()
     files.removeThread(m_session.id);
     files.removeScreenshot(m_session.id, 0);
     m_session.addScreenshot("B", QDateTime::currentDateTime());
-    CaptureSession other = m_session;
-    other.id = QUuid::createUuid();
-    const QStringList paths{files.pathOf(m_session.screenshots[0], m_session),
-                            files.pathOf(m_session.screenshots[1], m_session),
-                            files.pathOf(other.screenshots[0], other)};
+    const QUuid other = QUuid::createUuid();
+    const QStringList paths{files.pathOf(m_session.id, 0), files.pathOf(m_session.id, 1),
+                            files.pathOf(other, 0)};
     for (const QString &path : paths)
         QVERIFY(files.write(path, "JPEG"));
     files.removeScreenshot(m_session.id, 1);
@@ -173,8 +170,8 @@ void TestPagePreviews::leavesNothing()
     PreviewFiles files(m_dir->path());
     files.removeAll();
     PreviewFiles other(m_dir->path());
-    QVERIFY(files.write(files.pathOf(first(), m_session), "JPEG"));
-    const QString kept = other.pathOf(first(), m_session);
+    QVERIFY(files.write(files.pathOf(m_session.id, 0), "JPEG"));
+    const QString kept = other.pathOf(m_session.id, 0);
     QVERIFY(other.write(kept, "JPEG"));
     files.removeAll();
     QCOMPARE(everything().size(), 1);
@@ -182,7 +179,7 @@ void TestPagePreviews::leavesNothing()
     other.removeAll();
     QVERIFY(!QFileInfo::exists(root()));
     // It may be needed once more.
-    QVERIFY(files.write(files.pathOf(first(), m_session), "JPEG"));
+    QVERIFY(files.write(files.pathOf(m_session.id, 0), "JPEG"));
 }
 
 void TestPagePreviews::abandonedFoldersGo()
@@ -198,7 +195,7 @@ void TestPagePreviews::abandonedFoldersGo()
 void TestPagePreviews::foldersOfTheLivingStay()
 {
     PreviewFiles living(m_dir->path());
-    const QString path = living.pathOf(first(), m_session);
+    const QString path = living.pathOf(m_session.id, 0);
     QVERIFY(living.write(path, "JPEG"));
     const QString gone = abandoned();
     PreviewFiles::removeAbandoned(m_dir->path());

@@ -49,7 +49,7 @@ private Q_SLOTS:
             const auto connection = connect(&engine.view, &PageSurface::loadFinished, this,
                                             [&finished](PageSurface::LoadId id) { finished = id; });
             for (int i = 0; i < 4; ++i) {
-                last = engine.view.load(page(++number), QStringLiteral("load"));
+                last = engine.view.load({page(++number)}, QStringLiteral("load"));
                 pause(gap);
             }
             runUntil([&] { return finished == last; }, std::chrono::seconds(15));

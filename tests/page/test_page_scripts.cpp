@@ -31,7 +31,7 @@ void TestPageScripts::sendsInvokeMessages()
 
     QJSEngine engine;
     engine.evaluate(QStringLiteral(
-        "var sent = []; var listeners = {}; var window = this;"
+        "var sent = []; var listeners = {}; var window = this; var location = {pathname: '12'};"
         "var listen = (type, f) => { (listeners[type] = listeners[type] || []).push(f); };"
         "window.addEventListener = listen;"
         "var Element = class { constructor(name, value) { this.name = name; this.value = value; }"
@@ -49,9 +49,9 @@ void TestPageScripts::sendsInvokeMessages()
     for (const char *isTrusted : {"true", "false"}) {
         const QJSValue done = engine.evaluate(
             QStringLiteral("if (%1) happen('DOMContentLoaded', true); else happen('scroll', false);"
-                           "happen('click', %1, new Element('data-file', '/p'));"
-                           "happen('keydown', %1, new Element('data-file', '/q'), 'Enter');"
-                           "happen('keydown', %1, new Element('data-file', '/r'), 'a');"
+                           "happen('click', %1, new Element('data-picture', '3'));"
+                           "happen('keydown', %1, new Element('data-picture', '4'), 'Enter');"
+                           "happen('keydown', %1, new Element('data-picture', '5'), 'a');"
                            "happen('keydown', %1, new Element('data-note', 'n'), 'Enter');"
                            "happen('click', %1, new Element('data-note', 'n'));"
                            "happen('click', %1, new Element('href', 'l'));")
@@ -64,10 +64,10 @@ void TestPageScripts::sendsInvokeMessages()
                  R"({"scrollTop":1.5,"scrollHeight":2,"clientHeight":3}]})"
                  "\n"
                  R"({"type":6,"id":1,"object":"bridge","method":"post","args":["openScreenshot",)"
-                 R"("/p"]})"
+                 R"({"page":12,"index":3}]})"
                  "\n"
                  R"({"type":6,"id":2,"object":"bridge","method":"post","args":["openScreenshot",)"
-                 R"("/q"]})"
+                 R"({"page":12,"index":4}]})"
                  "\n"
                  R"({"type":6,"id":3,"object":"bridge","method":"post","args":["noteDelete","n"]})"
                  "\n"

@@ -2,7 +2,6 @@
 #include "page/PageStyle.h"
 #include "page/ResponsePage.h"
 
-#include "fakes/LogCapture.h"
 #include "support/TestProgram.h"
 
 #include <QCoreApplication>
@@ -26,10 +25,9 @@ PageAppearance light(double alpha)
     return {AppTheme::Light, alpha, std::nullopt, QStringLiteral("⌃⌥⌘C")};
 }
 
-std::optional<QString> previewOf(const CaptureSession::Screenshot &screenshot,
-                                 const CaptureSession &)
+QString addressOf(const CaptureSession::Screenshot &screenshot)
 {
-    return QStringLiteral("/tmp/p/screenshot-%1.jpg").arg(screenshot.index);
+    return QStringLiteral("quellora-page:&/%1").arg(screenshot.index);
 }
 
 CaptureSession::Turn turn(const char *prompt, const char *response, const QDateTime &at)
@@ -64,7 +62,7 @@ QByteArray head(QByteArrayView css)
                                   QCryptographicHash::Sha256)
              .toBase64(),
          "'; "
-         "img-src data:; base-uri 'none'; form-action 'none'\">\n"});
+         "img-src quellora-page:; base-uri 'none'; form-action 'none'\">\n"});
 }
 
 QByteArray resources(QByteArrayView codeStyle)
@@ -179,7 +177,6 @@ private slots:
     void thread();
     void shellWithoutThread();
     void shellAfterEntries();
-    void thumbnailWithoutFileIsDropped();
     void screenshotBelongsToTheTurnThatFollows();
     void recordedScreenshotOfATurnIsShown();
     void palettesHaveEveryValue();
@@ -216,7 +213,9 @@ void TestPageText::jsonMayBePutTogetherFromHalves()
     QString pieces;
     for (const QChar c : text)
         pieces += escapedForJson(QString(c));
-    QCOMPARE(pieces, escapedForJson(text));
+    QCOMPARE(pieces, QStringLiteral("a\\ud83c\\udf0db"));
+    QCOMPARE(QJsonDocument::fromJson("[\"" + pieces.toUtf8() + "\"]").array().at(0).toString(),
+             text);
 }
 
 void TestPageText::escapesForHtml()
@@ -262,16 +261,16 @@ void TestPageText::scripts()
 {
     QCOMPARE(hideLoadingScript(),
              QStringLiteral("document.getElementById('loading').style.display='none';"));
-    QCOMPARE(streamRenderScript(QStringLiteral("it's `x` \\"), false),
-             QStringLiteral("document.getElementById('streaming-response').innerHTML = "
-                            "marked.parse(\"it's `x` \\\\\");\n"
-                            "document.body.scrollTop = document.body.scrollHeight;"));
-    QCOMPARE(streamRenderScript(QString(), true),
-             QStringLiteral("document.getElementById('streaming-response').innerHTML = "
-                            "marked.parse(\"\");\n"
-                            "document.body.scrollTop = document.body.scrollHeight;\n"
-                            "document.querySelectorAll('pre code').forEach(el => "
-                            "hljs.highlightElement(el));"));
+    QCOMPARE(streamAppendScript(QStringLiteral("it's `x` \\\"\n</script>\u2028")),
+             QStringLiteral("answers.append(\"it's `x` \\\\\\\"\\n\\u003c/script>\\u2028\");"));
+    QCOMPARE(streamFinishScript(), QStringLiteral("answers.finish();"));
+    CaptureSession::Turn answered = turn("", "", noon);
+    answered.id = QUuid(QStringLiteral("0a1b2c3d-0000-4000-8000-00000000abcd"));
+    QCOMPARE(streamedTurnScript(answered),
+             QStringLiteral("(function(slot){slot.id=\"resp-0A1B2C3D-0000-4000-8000-00000000ABCD\";"
+                            "slot.parentNode.querySelector('.entry-timestamp').textContent="
+                            "\"Nov 21, 12:00 PM\";})"
+                            "(document.getElementById('streaming-response'));"));
     QCOMPARE(scrollByScript(-60), QStringLiteral("document.body.scrollBy(0, -60.0);"));
     QCOMPARE(scrollByScript(10.5), QStringLiteral("document.body.scrollBy(0, 10.5);"));
     QCOMPARE(scrollToFractionScript(1),
@@ -346,22 +345,20 @@ void TestPageText::screenshotOnly()
     const QByteArray expected = joined(
         {head(css), "<style>", css,
          "</style></head><body class=\"light\"><div id=\"ct\">"
-         "<img class=\"thumb thumb-empty\" src=\"data:image/jpeg;base64,QUI=\" alt=\"Screenshot "
-         "1\" "
-         "role=\"button\" tabindex=\"0\" data-file=\"/tmp/p/screenshot-0.jpg\">"
-         "<img class=\"thumb thumb-empty\" src=\"data:image/jpeg;base64,Q0Q=\" alt=\"Screenshot "
-         "2\" "
-         "role=\"button\" tabindex=\"0\" data-file=\"/tmp/p/screenshot-1.jpg\">"
+         "<img class=\"thumb thumb-empty\" src=\"quellora-page:&amp;/0\" loading=\"lazy\" "
+         "alt=\"Screenshot 1\" role=\"button\" tabindex=\"0\" data-picture=\"0\">"
+         "<img class=\"thumb thumb-empty\" src=\"quellora-page:&amp;/1\" loading=\"lazy\" "
+         "alt=\"Screenshot 2\" role=\"button\" tabindex=\"0\" data-picture=\"1\">"
          "</div>\n<div id=\"empty-note\">Screenshot only \u2014 no notes or AI turns yet.</div>\n"
          "</body></html>"});
-    QCOMPARE(screenshotOnlyPage(session, light(1), previewOf), expected);
+    QCOMPARE(screenshotOnlyPage(session, light(1), addressOf), expected);
 }
 
 void TestPageText::noteEntry()
 {
     const CaptureSession::Note note{QUuid(QStringLiteral("0a1b2c3d-0000-4000-8000-00000000abcd")),
                                     QStringLiteral("use <b>"), noon};
-    QCOMPARE(entryBodyHTML(note, {}, previewOf),
+    QCOMPARE(entryBodyHTML(note, {}, addressOf),
              QByteArray("<div class=\"entry note-entry\"><div class=\"entry-timestamp\">"
                         "Nov 21, 12:00 PM</div><button class=\"note-delete\" aria-label=\"Delete "
                         "note\" data-note=\"0A1B2C3D-0000-4000-8000-00000000ABCD\">\u00d7</button>"
@@ -376,11 +373,11 @@ void TestPageText::turnEntry()
     CaptureSession::Turn item = turn("a & b", "answer", noon.addSecs(5));
     item.id = QUuid(QStringLiteral("0a1b2c3d-0000-4000-8000-00000000abcd"));
     session.turns.append(item);
-    QCOMPARE(entryBodyHTML(item, session, previewOf),
+    QCOMPARE(entryBodyHTML(item, session, addressOf),
              QByteArray("<div class=\"entry turn-entry\"><div class=\"entry-timestamp\">"
                         "Nov 21, 12:00 PM</div><div class=\"turn-prompt\"><img class=\"thumb\" "
-                        "src=\"data:image/jpeg;base64,QUI=\" alt=\"Screenshot 1\" role=\"button\" "
-                        "tabindex=\"0\" data-file=\"/tmp/p/screenshot-0.jpg\">"
+                        "src=\"quellora-page:&amp;/0\" loading=\"lazy\" alt=\"Screenshot 1\" "
+                        "role=\"button\" tabindex=\"0\" data-picture=\"0\">"
                         "<div class=\"prompt-text truncatable\">a &amp; b</div></div>"
                         "<div class=\"turn-response\" id=\"resp-0A1B2C3D-0000-4000-8000-"
                         "00000000ABCD\"></div></div>"));
@@ -400,24 +397,24 @@ void TestPageText::thread()
     const QByteArray expected = joined(
         {head(css), resources(pageaddress::lightCodeStyle), "<style>", css,
          "</style></head><body class=\"light\"><div id=\"ct\">",
-         entryBodyHTML(session.notes[0], session, previewOf), "<div class=\"divider\"></div>",
-         entryBodyHTML(session.turns[0], session, previewOf), "<div class=\"divider\"></div>",
-         entryBodyHTML(session.turns[1], session, previewOf),
+         entryBodyHTML(session.notes[0], session, addressOf), "<div class=\"divider\"></div>",
+         entryBodyHTML(session.turns[0], session, addressOf), "<div class=\"divider\"></div>",
+         entryBodyHTML(session.turns[1], session, addressOf),
          "</div>\n<script type=\"application/json\" id=\"page-data\">{\"responses\":{\"resp-",
          first, "\":\"r`1\",\"resp-", second, "\":\"\\u003c/script>\\\\\"}}</script>\n", end});
-    QCOMPARE(threadPage(session, light(1), previewOf), expected);
+    QCOMPARE(threadPage(session, light(1), addressOf), expected);
 }
 
 void TestPageText::shellWithoutThread()
 {
     const QByteArray page =
         streamingShellPage(std::nullopt, QStringLiteral("What's <this>?"), noon,
-                           CaptureSession::Screenshot{3, "AB", noon}, light(1), previewOf);
+                           CaptureSession::Screenshot{3, "AB", noon}, light(1), addressOf);
     QVERIFY(page.contains(
         "<div id=\"ct\"><div class=\"entry turn-entry\"><div class=\"entry-timestamp\">Nov 21, "
-        "12:00 PM</div><div class=\"turn-prompt\"><img class=\"thumb\" src=\"data:image/jpeg;"
-        "base64,QUI=\" alt=\"Screenshot 4\" role=\"button\" tabindex=\"0\" "
-        "data-file=\"/tmp/p/screenshot-3.jpg\"><div class=\"prompt-text truncatable\">What&#39;s "
+        "12:00 PM</div><div class=\"turn-prompt\"><img class=\"thumb\" src=\"quellora-page:"
+        "&amp;/3\" loading=\"lazy\" alt=\"Screenshot 4\" role=\"button\" tabindex=\"0\" "
+        "data-picture=\"3\"><div class=\"prompt-text truncatable\">What&#39;s "
         "&lt;this&gt;?</div></div><div class=\"turn-response\" id=\"streaming-response\">"
         "<div id=\"loading\" style=\"display:flex; gap:6px; padding:4px 0;\"><div class=\"dot\">"
         "</div><div class=\"dot\"></div><div class=\"dot\"></div></div></div></div></div>\n"
@@ -430,26 +427,11 @@ void TestPageText::shellAfterEntries()
     CaptureSession session = CaptureSession::create(noon);
     session.turns = {turn("p1", "r1", noon)};
     const QByteArray page =
-        streamingShellPage(session, QStringLiteral("p2"), noon, std::nullopt, light(1), previewOf);
-    QVERIFY(page.contains(entryBodyHTML(session.turns[0], session, previewOf) +
+        streamingShellPage(session, QStringLiteral("p2"), noon, std::nullopt, light(1), addressOf);
+    QVERIFY(page.contains(entryBodyHTML(session.turns[0], session, addressOf) +
                           "<div class=\"divider\"></div><div class=\"entry turn-entry\">"));
     QVERIFY(page.contains("{\"resp-" + uuidText(session.turns[0].id).toLatin1() + "\":\"r1\"}}"));
     QVERIFY(!page.contains("<img"));
-}
-
-void TestPageText::thumbnailWithoutFileIsDropped()
-{
-    LogCapture log;
-    CaptureSession session = CaptureSession::create(noon);
-    session.addScreenshot("AB", noon, noon);
-    const auto none = [](const auto &, const auto &) { return std::optional<QString>(); };
-    QCOMPARE(thumbnailHTML(session.screenshots[0], session, "thumb", none), QByteArray());
-    QCOMPARE(log.lines,
-             QStringList{QStringLiteral("[OverlayWindowController] renderThread: dropping "
-                                        "thumbnail for screenshot 0 in session %1 — tempFileURL "
-                                        "failed, see prior error")
-                             .arg(uuidText(session.id))});
-    QVERIFY(screenshotOnlyPage(session, light(1), none).contains("<div id=\"ct\"></div>"));
 }
 
 void TestPageText::screenshotBelongsToTheTurnThatFollows()

@@ -20,10 +20,13 @@ QString line(const char *text)
     return QStringLiteral("[OverlayWindowController] ") + QString::fromUtf8(text);
 }
 
-QString render(const char *text, bool highlight = false)
+QString append(const char *text)
 {
-    return responsepage::streamRenderScript(QString::fromUtf8(text), highlight);
+    return responsepage::streamAppendScript(QString::fromUtf8(text));
 }
+
+const QString finish = responsepage::streamFinishScript();
+const QString hideDots = responsepage::hideLoadingScript();
 
 } // namespace
 
@@ -36,28 +39,34 @@ private slots:
     void cleanup();
     void startLoadsTheShellAndShowsTheWindow();
     void chunksBeforeTheShellAreDrainedInOrder();
-    void chunksAfterTheShellRenderTheWholeBuffer();
-    void endRendersWithHighlighting();
-    void streamWithoutChunksEmptiesTheSlot();
+    void onlyWhatIsNewIsSent();
+    void endFinishesTheAnswer();
+    void streamWithoutChunksIsFinished();
     void endBeforeTheShellLosesNothing();
     void otherPageDoesNotMakeTheShellReady();
     void pageThatReplacesTheShellDoesNotMakeItReady();
     void startDiscardsWhatWasUnderWay();
     void staleShellDoesNotMakeTheNewOneReady();
-    void slowPageGetsTheNewestBuffer();
-    void abandonReturnsWhatArrived();
-    void chunkAfterTheEndIsRendered();
+    void slowPageGetsWhatArrivedMeanwhileAsOnePiece();
+    void abandonedStreamIsSentNoMore();
+    void chunkAfterTheEndBeginsAnotherAnswer();
     void resumeShowsWhatHasArrived();
     void resumeWithoutTextWaits();
-    void streamGoesOnAfterThePageIsRebuilt();
+    void rebuiltPageIsSentEverythingAgain();
+    void pageThatEndsDuringAnAppendIsSentEverythingAgain();
     void streamThatEndsWhileThePageIsRebuiltIsFinished();
     void finishedAnswerIsRebuilt();
     void rebuiltShellWithoutChunksKeepsTheDots();
-    void lostPageKeepsTheAnswer();
+    void lostPageTakesNothing();
     void otherPageIsNotTakenForTheShellWhenRebuilt();
     void rebuiltPageHasTheCurrentLook();
-    void rendersWaitWhileThePageIsHeld();
-    void pieceByPieceEscapingEqualsTheWhole();
+    void appendsWaitWhileThePageIsHeld();
+    void halvesOfACharacterReachThePage();
+    void finishedAnswerStaysAsTheTurn();
+    void otherThreadIsLoaded_data();
+    void otherThreadIsLoaded();
+    void pageThatIsNotReadyIsLoaded();
+    void newQuestionTakesThePlaceOfAKeptPage();
 
 private:
     void start()
@@ -77,6 +86,7 @@ private:
         m_surface->finishLoad();
         m_log->clear();
     }
+    CaptureSession answered();
 
     std::unique_ptr<LogCapture> m_log;
     QTemporaryDir m_dir;
@@ -112,11 +122,9 @@ void TestStreamingRenderer::startLoadsTheShellAndShowsTheWindow()
     QVERIFY(shown());
     QCOMPARE(m_log->lines.last(), line("Triggering streaming shell WebView load"));
     QVERIFY(m_surface->page().contains(QStringLiteral("id=\"streaming-response\"")));
-    QVERIFY(!m_renderer->isStreamingShellReady());
     m_surface->finishLoad();
     QCOMPARE(m_log->lines.mid(3),
              (QStringList{line("WebView finished loading"), line("Streaming shell ready")}));
-    QVERIFY(m_renderer->isStreamingShellReady());
 }
 
 void TestStreamingRenderer::chunksBeforeTheShellAreDrainedInOrder()
@@ -125,45 +133,41 @@ void TestStreamingRenderer::chunksBeforeTheShellAreDrainedInOrder()
     for (const char *chunk : {"a", "b", "c"})
         m_renderer->handleStreamChunk(QString::fromLatin1(chunk));
     QCOMPARE(m_log->lines.last(), line("Chunk queued (shell not ready yet), queue size 3"));
-    QVERIFY(m_renderer->streamBuffer().isEmpty());
     QVERIFY(shown());
+    QVERIFY(m_surface->scripts.isEmpty());
     m_log->clear();
     m_surface->finishLoad();
     QCOMPARE(m_log->lines, (QStringList{line("WebView finished loading"),
                                         line("Streaming shell ready, draining 3 queued chunk(s)"),
                                         line("First chunk received, hiding loading dots")}));
-    QCOMPARE(m_surface->scripts, (QStringList{responsepage::hideLoadingScript(), render("a"),
-                                              render("ab"), render("abc")}));
+    QCOMPARE(m_surface->scripts, (QStringList{hideDots, append("abc")}));
 }
 
-void TestStreamingRenderer::chunksAfterTheShellRenderTheWholeBuffer()
+void TestStreamingRenderer::onlyWhatIsNewIsSent()
 {
     startAndFinishShell();
     m_renderer->handleStreamChunk(QStringLiteral("it's "));
     m_renderer->handleStreamChunk(QStringLiteral("`x`"));
     QCOMPARE(m_log->lines, QStringList{line("First chunk received, hiding loading dots")});
-    QCOMPARE(m_surface->scripts,
-             (QStringList{responsepage::hideLoadingScript(), render("it's "), render("it's `x`")}));
-    QCOMPARE(m_renderer->streamBuffer(), QStringLiteral("it's `x`"));
+    QCOMPARE(m_surface->scripts, (QStringList{hideDots, append("it's "), append("`x`")}));
 }
 
-void TestStreamingRenderer::endRendersWithHighlighting()
+void TestStreamingRenderer::endFinishesTheAnswer()
 {
     startAndFinishShell();
     m_renderer->handleStreamChunk(QStringLiteral("abc"));
     m_log->clear();
-    QCOMPARE(m_renderer->handleStreamEnd(), QStringLiteral("abc"));
+    m_renderer->handleStreamEnd();
     QCOMPARE(m_log->lines, (QStringList{line("Stream end received, finalizing render (3 chars)"),
                                         line("Stream complete, buffer cleared")}));
-    QCOMPARE(m_surface->scripts.last(), render("abc", true));
-    QVERIFY(m_renderer->streamBuffer().isEmpty());
+    QCOMPARE(m_surface->scripts.last(), finish);
 }
 
-void TestStreamingRenderer::streamWithoutChunksEmptiesTheSlot()
+void TestStreamingRenderer::streamWithoutChunksIsFinished()
 {
     startAndFinishShell();
-    QCOMPARE(m_renderer->handleStreamEnd(), QString());
-    QCOMPARE(m_surface->scripts, QStringList{render("", true)});
+    m_renderer->handleStreamEnd();
+    QCOMPARE(m_surface->scripts, QStringList{finish});
 }
 
 void TestStreamingRenderer::endBeforeTheShellLosesNothing()
@@ -171,11 +175,11 @@ void TestStreamingRenderer::endBeforeTheShellLosesNothing()
     start();
     m_renderer->handleStreamChunk(QStringLiteral("a"));
     m_renderer->handleStreamChunk(QStringLiteral("b"));
-    QCOMPARE(m_renderer->handleStreamEnd(), QStringLiteral("ab"));
+    m_renderer->handleStreamEnd();
     QVERIFY(m_log->contains(line("Stream end received, finalizing render (2 chars)")));
     QVERIFY(shown());
     m_surface->finishLoad();
-    QCOMPARE(m_surface->scripts.last(), render("ab", true));
+    QCOMPARE(m_surface->scripts, QStringList{append("ab") + finish});
     QCOMPARE(m_log->lines.last(), line("Streaming shell ready"));
 }
 
@@ -184,12 +188,13 @@ void TestStreamingRenderer::otherPageDoesNotMakeTheShellReady()
     m_display->loadContent(QStringLiteral("before"));
     QVERIFY(shown());
     start();
+    m_renderer->handleStreamChunk(QStringLiteral("a"));
     // The page before reports only now.
     m_surface->finishLoad();
-    QVERIFY(!m_renderer->isStreamingShellReady());
+    QVERIFY(m_surface->scripts.isEmpty());
     QVERIFY(shown(2));
     m_surface->finishLoad();
-    QVERIFY(m_renderer->isStreamingShellReady());
+    QCOMPARE(m_surface->scripts.last(), append("a"));
 }
 
 void TestStreamingRenderer::pageThatReplacesTheShellDoesNotMakeItReady()
@@ -199,9 +204,8 @@ void TestStreamingRenderer::pageThatReplacesTheShellDoesNotMakeItReady()
     m_display->loadContent(QStringLiteral("error page"));
     QVERIFY(shown());
     m_surface->finishLoad();
-    QVERIFY(!m_renderer->isStreamingShellReady());
+    m_renderer->handleStreamEnd();
     QVERIFY(m_surface->scripts.isEmpty());
-    QCOMPARE(m_renderer->handleStreamEnd(), QStringLiteral("a"));
 }
 
 void TestStreamingRenderer::startDiscardsWhatWasUnderWay()
@@ -209,13 +213,11 @@ void TestStreamingRenderer::startDiscardsWhatWasUnderWay()
     startAndFinishShell();
     m_renderer->handleStreamChunk(QStringLiteral("old"));
     start();
-    QVERIFY(m_renderer->streamBuffer().isEmpty());
-    QVERIFY(!m_renderer->isStreamingShellReady());
     m_renderer->handleStreamChunk(QStringLiteral("new"));
     QVERIFY(shown(2));
+    m_surface->scripts.clear();
     m_surface->finishLoad();
-    QCOMPARE(m_surface->scripts.last(), render("new"));
-    QCOMPARE(m_surface->scripts.count(responsepage::hideLoadingScript()), 2);
+    QCOMPARE(m_surface->scripts, (QStringList{hideDots, append("new")}));
 }
 
 void TestStreamingRenderer::staleShellDoesNotMakeTheNewOneReady()
@@ -223,47 +225,54 @@ void TestStreamingRenderer::staleShellDoesNotMakeTheNewOneReady()
     start();
     QVERIFY(shown());
     start();
+    m_renderer->handleStreamChunk(QStringLiteral("a"));
     m_surface->finishLoad();
-    QVERIFY(!m_renderer->isStreamingShellReady());
+    QVERIFY(m_surface->scripts.isEmpty());
 }
 
-void TestStreamingRenderer::slowPageGetsTheNewestBuffer()
+void TestStreamingRenderer::slowPageGetsWhatArrivedMeanwhileAsOnePiece()
 {
     startAndFinishShell();
     m_surface->runsAtOnce = false;
-    for (const char *chunk : {"a", "b", "c", "d"})
+    for (const char *chunk : {"a", "b", "c"})
         m_renderer->handleStreamChunk(QString::fromLatin1(chunk));
-    QCOMPARE(m_surface->scripts, (QStringList{responsepage::hideLoadingScript(), render("a")}));
-    m_renderer->handleStreamEnd();
+    QCOMPARE(m_surface->scripts, (QStringList{hideDots, append("a")}));
     m_surface->finishScript();
-    QCOMPARE(m_surface->scripts.last(), render("abcd", true));
+    QCOMPARE(m_surface->scripts.last(), append("bc"));
+    m_renderer->handleStreamChunk(QStringLiteral("d"));
+    m_renderer->handleStreamEnd();
     QCOMPARE(m_surface->scripts.size(), 3);
+    m_surface->finishScript();
+    QCOMPARE(m_surface->scripts.last(), append("d") + finish);
+    m_surface->finishScript();
+    QCOMPARE(m_surface->scripts.size(), 4);
 }
 
-void TestStreamingRenderer::abandonReturnsWhatArrived()
+void TestStreamingRenderer::abandonedStreamIsSentNoMore()
 {
     start();
     m_renderer->handleStreamChunk(QStringLiteral("a"));
     QVERIFY(shown());
-    QCOMPARE(m_renderer->abandon(), QStringLiteral("a"));
+    m_renderer->abandon();
     m_surface->finishLoad();
-    QVERIFY(!m_renderer->isStreamingShellReady());
     QVERIFY(m_surface->scripts.isEmpty());
 
     startAndFinishShell();
-    m_renderer->handleStreamChunk(QStringLiteral("xy"));
-    QCOMPARE(m_renderer->abandon(), QStringLiteral("xy"));
-    QVERIFY(m_renderer->streamBuffer().isEmpty());
-    QCOMPARE(m_surface->scripts.last(), render("xy"));
+    m_surface->runsAtOnce = false;
+    m_renderer->handleStreamChunk(QStringLiteral("x"));
+    m_renderer->handleStreamChunk(QStringLiteral("y"));
+    m_renderer->abandon();
+    m_surface->finishScript();
+    QCOMPARE(m_surface->scripts.last(), append("x"));
 }
 
-void TestStreamingRenderer::chunkAfterTheEndIsRendered()
+void TestStreamingRenderer::chunkAfterTheEndBeginsAnotherAnswer()
 {
     startAndFinishShell();
     m_renderer->handleStreamChunk(QStringLiteral("a"));
     m_renderer->handleStreamEnd();
     m_renderer->handleStreamChunk(QStringLiteral("b"));
-    QCOMPARE(m_surface->scripts.last(), render("b"));
+    QCOMPARE(m_surface->scripts.last(), append("b"));
 }
 
 void TestStreamingRenderer::resumeShowsWhatHasArrived()
@@ -279,10 +288,9 @@ void TestStreamingRenderer::resumeShowsWhatHasArrived()
     m_renderer->handleStreamChunk(QStringLiteral("two"));
     QVERIFY(shown(before + 1));
     m_surface->finishLoad();
-    QCOMPARE(m_renderer->streamBuffer(), QStringLiteral("one two"));
+    QCOMPARE(m_surface->scripts.last(), append("one two"));
     QVERIFY(m_log->contains(line("Streaming shell ready, draining 2 queued chunk(s)")));
     QCOMPARE(shows.size(), 0);
-    QCOMPARE(m_renderer->handleStreamEnd(), QStringLiteral("one two"));
 }
 
 void TestStreamingRenderer::resumeWithoutTextWaits()
@@ -296,27 +304,35 @@ void TestStreamingRenderer::resumeWithoutTextWaits()
     QVERIFY(!m_log->contains(line("First chunk received, hiding loading dots")));
 }
 
-void TestStreamingRenderer::streamGoesOnAfterThePageIsRebuilt()
+void TestStreamingRenderer::rebuiltPageIsSentEverythingAgain()
 {
     startAndFinishShell();
     m_renderer->handleStreamChunk(QStringLiteral("a"));
     m_surface->crash();
-    QVERIFY(!m_renderer->isStreamingShellReady());
     m_renderer->handleStreamChunk(QStringLiteral("b"));
     QCOMPARE(m_log->lines.last(), line("Chunk queued (shell not ready yet), queue size 1"));
     m_surface->scripts.clear();
     m_surface->finishLoad();
-    QVERIFY(m_renderer->isStreamingShellReady());
-    QCOMPARE(m_surface->scripts,
-             (QStringList{responsepage::hideLoadingScript(), render("a"), render("ab")}));
+    QCOMPARE(m_surface->scripts, (QStringList{hideDots, append("ab")}));
 
     // At once, not only with the next chunk.
     m_surface->crash();
     m_surface->scripts.clear();
     m_surface->finishLoad();
-    QCOMPARE(m_surface->scripts, (QStringList{responsepage::hideLoadingScript(), render("ab")}));
+    QCOMPARE(m_surface->scripts, (QStringList{hideDots, append("ab")}));
     m_renderer->handleStreamChunk(QStringLiteral("c"));
-    QCOMPARE(m_renderer->handleStreamEnd(), QStringLiteral("abc"));
+    QCOMPARE(m_surface->scripts.last(), append("c"));
+}
+
+void TestStreamingRenderer::pageThatEndsDuringAnAppendIsSentEverythingAgain()
+{
+    startAndFinishShell();
+    m_surface->runsAtOnce = false;
+    m_renderer->handleStreamChunk(QStringLiteral("a"));
+    m_renderer->handleStreamChunk(QStringLiteral("b"));
+    m_surface->crash();
+    m_surface->finishLoad();
+    QCOMPARE(m_surface->scripts.last(), append("ab"));
 }
 
 void TestStreamingRenderer::streamThatEndsWhileThePageIsRebuiltIsFinished()
@@ -325,10 +341,10 @@ void TestStreamingRenderer::streamThatEndsWhileThePageIsRebuiltIsFinished()
     m_renderer->handleStreamChunk(QStringLiteral("a"));
     m_surface->crash();
     m_renderer->handleStreamChunk(QStringLiteral("`b`"));
-    QCOMPARE(m_renderer->handleStreamEnd(), QStringLiteral("a`b`"));
+    m_renderer->handleStreamEnd();
     m_surface->scripts.clear();
     m_surface->finishLoad();
-    QCOMPARE(m_surface->scripts, QStringList{render("a`b`", true)});
+    QCOMPARE(m_surface->scripts, QStringList{append("a`b`") + finish});
 }
 
 void TestStreamingRenderer::finishedAnswerIsRebuilt()
@@ -339,7 +355,7 @@ void TestStreamingRenderer::finishedAnswerIsRebuilt()
     m_surface->crash();
     m_surface->scripts.clear();
     m_surface->finishLoad();
-    QCOMPARE(m_surface->scripts, QStringList{render("a", true)});
+    QCOMPARE(m_surface->scripts, QStringList{append("a") + finish});
 }
 
 void TestStreamingRenderer::rebuiltShellWithoutChunksKeepsTheDots()
@@ -347,11 +363,11 @@ void TestStreamingRenderer::rebuiltShellWithoutChunksKeepsTheDots()
     startAndFinishShell();
     m_surface->crash();
     m_surface->finishLoad();
-    QVERIFY(m_renderer->isStreamingShellReady());
+    QVERIFY(m_log->contains(line("Streaming shell ready")));
     QVERIFY(m_surface->scripts.isEmpty());
 }
 
-void TestStreamingRenderer::lostPageKeepsTheAnswer()
+void TestStreamingRenderer::lostPageTakesNothing()
 {
     startAndFinishShell();
     m_renderer->handleStreamChunk(QStringLiteral("a"));
@@ -360,11 +376,13 @@ void TestStreamingRenderer::lostPageKeepsTheAnswer()
     QVERIFY(m_surface->isPageLost());
     m_surface->scripts.clear();
     m_renderer->handleStreamChunk(QStringLiteral("b"));
+    m_renderer->handleStreamEnd();
     QVERIFY(m_surface->scripts.isEmpty());
-    QCOMPARE(m_renderer->handleStreamEnd(), QStringLiteral("ab"));
+    QVERIFY(m_log->contains(line("Stream end received, finalizing render (2 chars)")));
     // The next stream has its page.
     startAndFinishShell();
-    QVERIFY(m_renderer->isStreamingShellReady());
+    m_renderer->handleStreamChunk(QStringLiteral("c"));
+    QCOMPARE(m_surface->scripts.last(), append("c"));
 }
 
 void TestStreamingRenderer::otherPageIsNotTakenForTheShellWhenRebuilt()
@@ -398,7 +416,7 @@ void TestStreamingRenderer::rebuiltPageHasTheCurrentLook()
     }
 }
 
-void TestStreamingRenderer::rendersWaitWhileThePageIsHeld()
+void TestStreamingRenderer::appendsWaitWhileThePageIsHeld()
 {
     startAndFinishShell();
     m_renderer->handleStreamChunk(QStringLiteral("a"));
@@ -408,26 +426,138 @@ void TestStreamingRenderer::rendersWaitWhileThePageIsHeld()
     m_renderer->handleStreamChunk(QStringLiteral("c"));
     QVERIFY(m_surface->scripts.isEmpty());
     m_surface->setHeld(false);
-    QCOMPARE(m_surface->scripts, QStringList{render("abc")});
+    QCOMPARE(m_surface->scripts, QStringList{append("bc")});
 
     m_surface->setHeld(true);
     m_surface->scripts.clear();
     m_renderer->handleStreamChunk(QStringLiteral("d"));
-    QCOMPARE(m_renderer->handleStreamEnd(), QStringLiteral("abcd"));
+    m_renderer->handleStreamEnd();
     QVERIFY(m_surface->scripts.isEmpty());
     m_surface->setHeld(false);
-    QCOMPARE(m_surface->scripts, QStringList{render("abcd", true)});
+    QCOMPARE(m_surface->scripts, QStringList{append("d") + finish});
 }
 
-void TestStreamingRenderer::pieceByPieceEscapingEqualsTheWhole()
+void TestStreamingRenderer::halvesOfACharacterReachThePage()
 {
     startAndFinishShell();
-    const QString text = QStringLiteral("\\`'\\\\`` it's ${x} \\u{41}\U0001F30D'");
-    for (const QChar c : text)
-        m_renderer->handleStreamChunk(QString(c));
-    QCOMPARE(m_surface->scripts.last(), responsepage::streamRenderScript(text, false));
+    const QString text = QStringLiteral("\U0001F30D");
+    m_renderer->handleStreamChunk(text.left(1));
+    m_renderer->handleStreamChunk(text.mid(1));
+    QCOMPARE(m_surface->scripts.mid(1),
+             (QStringList{QStringLiteral("answers.append(\"\\ud83c\");"),
+                          QStringLiteral("answers.append(\"\\udf0d\");")}));
+}
+
+// ---- the finished answer becomes a turn of its thread
+// -----------------------------------------------
+
+/// Streams an answer for a thread that has an entry, and returns the thread with it.
+CaptureSession TestStreamingRenderer::answered()
+{
+    CaptureSession session = CaptureSession::create();
+    session.addTurn(QStringLiteral("before"), QStringLiteral("answer"),
+                    QDateTime::currentDateTime().addSecs(-60));
+    session.addScreenshot("AB", QDateTime::currentDateTime().addSecs(-1));
+    const auto before = static_cast<int>(m_surface->loads.size());
+    m_renderer->handleStreamStart(session, QStringLiteral("question"), QDateTime::currentDateTime(),
+                                  session.screenshots[0]);
+    if (!shown(before + 1))
+        qFatal("the shell page is not loaded");
+    m_surface->finishLoad();
+    m_renderer->handleStreamChunk(QStringLiteral("the answer"));
     m_renderer->handleStreamEnd();
-    QCOMPARE(m_surface->scripts.last(), responsepage::streamRenderScript(text, true));
+    session.addTurn(QStringLiteral("question"), QStringLiteral("the answer"),
+                    QDateTime::currentDateTime(), QDateTime::currentDateTime(),
+                    CaptureSession::TurnScreenshot{0});
+    m_log->clear();
+    m_surface->scripts.clear();
+    return session;
+}
+
+void TestStreamingRenderer::finishedAnswerStaysAsTheTurn()
+{
+    const CaptureSession session = answered();
+    const QString turn = responsepage::streamedTurnScript(session.turns.last());
+    m_renderer->renderThread(session);
+    QCOMPARE(m_log->lines, QStringList{line("renderThread() — 0 notes, 2 turns")});
+    m_surface->runsAtOnce = false;
+    QTRY_COMPARE(m_surface->scripts, QStringList{turn});
+    QCOMPARE(m_log->lines.mid(1), QStringList{line("Triggering WebView load")});
+    m_surface->finishScript();
+    QCOMPARE(m_log->lines.mid(2), QStringList{line("WebView finished loading")});
+    QCOMPARE(m_surface->loads.size(), 1);
+
+    // A page whose process ends comes back as the same thread.
+    m_surface->scripts.clear();
+    m_surface->crash();
+    m_surface->finishLoad();
+    QCOMPARE(m_surface->scripts, QStringList{append("the answer") + finish + turn});
+    // Nothing is added to a turn.
+    m_surface->scripts.clear();
+    m_renderer->handleStreamChunk(QStringLiteral("late"));
+    m_surface->finishScript();
+    QVERIFY(m_surface->scripts.isEmpty());
+    // Shown once more, the thread is loaded.
+    m_renderer->renderThread(session);
+    QVERIFY(shown(2));
+}
+
+void TestStreamingRenderer::otherThreadIsLoaded_data()
+{
+    QTest::addColumn<std::function<void(CaptureSession &)>>("change");
+    const auto row = [](const char *tag, const std::function<void(CaptureSession &)> &change) {
+        QTest::newRow(tag) << change;
+    };
+    row("note", [](auto &session) { session.addNote(QStringLiteral("n")); });
+    row("other answer", [](auto &session) { session.turns.last().response = QStringLiteral("x"); });
+    row("other question", [](auto &session) { session.turns.last().prompt = QStringLiteral("x"); });
+    row("other earlier answer",
+        [](auto &session) { session.turns.first().response = QStringLiteral("x"); });
+    row("earlier turn with a picture",
+        [](auto &session) { session.screenshots[0].capturedAt = session.turns.first().createdAt; });
+    row("without the picture", [](auto &session) { session.removeScreenshot(0); });
+    row("another picture", [](auto &session) {
+        session.addScreenshot("CD", QDateTime::currentDateTime());
+        session.turns.last().screenshot = CaptureSession::TurnScreenshot{1};
+    });
+    row("turn not at the end", [](auto &session) {
+        session.turns.last().createdAt = session.turns.first().createdAt.addSecs(-1);
+    });
+    row("no turn", [](auto &session) { session.turns.clear(); });
+}
+
+void TestStreamingRenderer::otherThreadIsLoaded()
+{
+    QFETCH(std::function<void(CaptureSession &)>, change);
+    CaptureSession session = answered();
+    change(session);
+    m_renderer->renderThread(session);
+    QVERIFY(shown(2));
+    QVERIFY(m_surface->scripts.isEmpty());
+}
+
+void TestStreamingRenderer::pageThatIsNotReadyIsLoaded()
+{
+    const CaptureSession session = answered();
+    m_surface->crash();
+    m_renderer->renderThread(session);
+    QVERIFY(shown(2));
+    // Another page is on show, or on its way.
+    const CaptureSession next = answered();
+    m_display->loadContent(QStringLiteral("error"));
+    m_renderer->renderThread(next);
+    QVERIFY(shown(4));
+    QVERIFY(m_surface->scripts.isEmpty());
+}
+
+void TestStreamingRenderer::newQuestionTakesThePlaceOfAKeptPage()
+{
+    const CaptureSession session = answered();
+    m_renderer->renderThread(session);
+    start();
+    QVERIFY(shown(2));
+    QVERIFY(m_surface->scripts.isEmpty());
+    QCOMPARE(m_log->lines.filter(QStringLiteral("Triggering WebView load")).size(), 0);
 }
 
 QUELLORA_TEST(QCoreApplication, TestStreamingRenderer)

@@ -2,30 +2,22 @@
 // opens clamped texts. What posts messages is in the bridge, which this script cannot reach.
 (() => {
     'use strict';
-    const data = JSON.parse(document.getElementById('page-data').textContent);
-
-    const show = (element, markdown) => {
-        try {
-            element.innerHTML = marked.parse(markdown);
-        } catch {
-            // Nested too deeply for the renderer: such an answer is shown as it was written, and the
-            // others of its thread are shown at all.
-            element.textContent = markdown;
-        }
-    };
+    const element = document.getElementById('page-data');
+    const data = JSON.parse(element.textContent);
+    // A page keeps no second copy of its answers.
+    element.remove();
 
     if ('responses' in data) {
         for (const [id, markdown] of Object.entries(data.responses))
-            show(document.getElementById(id), markdown);
+            answers.show(document.getElementById(id), markdown);
     } else if (data.raw.trim() === '') {
         document.getElementById('ph').style.display = 'block';
     } else if (data.raw === '__LOADING__') {
         document.getElementById('ld').style.display = 'block';
     } else {
         document.getElementById('ph').style.display = 'none';
-        show(document.getElementById('ct'), data.raw);
+        answers.show(document.getElementById('ct'), data.raw);
     }
-    document.querySelectorAll('pre code').forEach(el => hljs.highlightElement(el));
 
     if (!('responses' in data))
         return;

@@ -8,10 +8,10 @@
 
 namespace quellora {
 
-/// Decides when a script runs that makes earlier ones of its kind pointless: one runs at a time, of
-/// those that come meanwhile only the newest is kept. After one that took long, the page gets time
-/// for itself before the next. Main thread only.
-class LatestScript
+/// Runs scripts one at a time. A script is made when its turn has come, so that one script can do
+/// what several requests ask for. After a slow one the page gets as much time for itself. Main
+/// thread only.
+class ScriptPacer
 {
 public:
     using Nanoseconds = std::chrono::nanoseconds;
@@ -22,31 +22,37 @@ public:
     /// Runs a script; done() is to be called with the token afterwards.
     using Run = std::function<void(const QString &script, quint64 token)>;
 
-    LatestScript(Clock clock, Run run);
+    ScriptPacer(Clock clock, Run run);
 
-    /// How long the page is left alone after a script of @p size characters that took @p took from
-    /// call to report. Slow ones leave the page half of its time. Long ones cost in proportion to
-    /// their text wherever they pass, so they come less often: for an answer of 128 KB after 16 ms.
-    static Nanoseconds pauseAfter(Nanoseconds took, qsizetype size);
+    /// How long the page is left alone after a script that took @p took from call to report.
+    static Nanoseconds pauseAfter(Nanoseconds took);
 
-    void request(Maker script);
+    /// Runs the script of @p make when no other runs; replaces a request that waits.
+    /// @param hasRun called when the script has run, unless it has been dropped
+    void request(Maker make, std::function<void()> hasRun);
     /// The script given with @p token has run or can no longer run.
     void done(quint64 token);
     /// Forgets running and waiting scripts.
     void drop();
-    /// While held nothing starts; the newest script waits.
+    /// While held nothing starts; the newest request waits.
     void setHeld(bool held);
 
 private:
+    struct Request
+    {
+        Maker make;
+        std::function<void()> hasRun;
+    };
+
     bool isBusy() const { return m_runningToken != 0 || m_isHeld || m_pause.isActive(); }
     void runWaiting();
 
     Clock m_clock;
     Run m_run;
     QTimer m_pause;
-    Maker m_waiting;
+    Request m_waiting;
+    std::function<void()> m_hasRun;
     Nanoseconds m_startedAt{0};
-    qsizetype m_runningSize = 0;
     quint64 m_lastToken = 0;
     quint64 m_runningToken = 0;
     bool m_isHeld = false;
