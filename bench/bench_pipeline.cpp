@@ -1,9 +1,8 @@
-// From the hot key to the request that is ready to send: capture tool, PNG, decoding, black test,
-// scaling, JPEG, base64 and body, on private displays of three sizes. References in the same run:
+// Time from the hot key until the request is ready to send: capture tool, PNG decoding, black test,
+// scaling, JPEG, base64 and body, on private displays of three sizes. References of the same run:
 //   (a) a shared-memory grab, Lanczos scaling, JPEG, base64 and body inside one process,
 //   (b) scrot, then convert to a JPEG of the same width.
-// The parts behind the tool are timed as well, and the JPEG is compared with a scaling in double
-// precision.
+// Also times each step and compares the JPEG with a scaling in double precision.
 
 #include "BenchClock.h"
 #include "ImageQuality.h"
@@ -36,7 +35,7 @@ using namespace quellora;
 constexpr int runs = 31;
 constexpr int jpegQuality = 85;
 
-/// A private X server that ends with the object; DISPLAY names it meanwhile.
+/// A private X server for the lifetime of the object; sets DISPLAY.
 class PrivateDisplay
 {
 public:
@@ -68,7 +67,7 @@ private:
     bool m_isRunning = false;
 };
 
-/// A desktop: a gradient, two windows, and text in several sizes.
+/// A picture of a desktop: a gradient and two windows with text in several sizes.
 QImage desktop(QSize size)
 {
     QImage image(size, QImage::Format_RGB32);
@@ -123,8 +122,8 @@ void paint(const screencapture::XConnection &x, const QImage &image)
     std::free(xcb_get_input_focus_reply(c, xcb_get_input_focus(c), nullptr));
 }
 
-/// Processor time of this process and of the tools it has run, in milliseconds. On a busy machine
-/// it says more than the clock.
+/// Processor time of this process and its finished children in milliseconds; less sensitive to load
+/// than the clock.
 double processorTime()
 {
     double total = 0;
@@ -248,7 +247,7 @@ bool measure(QSize size, const CaptureTool &tool)
     const uchar *mapped = file.open(QIODevice::ReadOnly) ? file.map(0, file.size()) : nullptr;
     if (mapped == nullptr)
         return false;
-    QFile::remove(path); // or the next tool would shorten it beneath us
+    QFile::remove(path); // a later run of the tool would replace the file
     const QByteArray png =
         QByteArray::fromRawData(reinterpret_cast<const char *>(mapped), file.size());
     report("    decoding", fastestMilliseconds(runs, [&] { decodePng(png); }));

@@ -28,7 +28,7 @@ std::string folderOf(const std::string &path)
 std::string temporaryName(const std::string &path)
 {
     std::uint64_t number = 0;
-    // Blocks only in the first moments after booting; a short read merely makes a worse name.
+    // Never blocks after booting; a short read only makes the name less random.
     [[maybe_unused]] const ssize_t got = getrandom(&number, sizeof number, 0);
     std::string digits(16, '0');
     for (char &digit : digits) {
@@ -70,7 +70,7 @@ tl::expected<AtomicFile, Failure> AtomicFile::create(const std::string &path)
     if (descriptor >= 0) {
         if (access(descriptorPath(descriptor).c_str(), F_OK) == 0)
             return AtomicFile(path, descriptor, {});
-        close(descriptor); // without /proc it could never get its name
+        close(descriptor); // cannot be linked without /proc
     }
     for (int attempt = 0; attempt < nameAttempts; ++attempt) {
         std::string temporaryPath = temporaryName(path);

@@ -10,14 +10,14 @@
 
 namespace quellora::screencapture {
 
-/// A file that appears under its name only when it is complete (mode 0600). Until commit() it has
-/// no name, or where the file system cannot do that, a hidden temporary name in the same folder.
-/// An uncommitted file is gone with the object.
+/// A file (mode 0600) that gets its name only when it is complete. Until commit() it has no name
+/// or, where the file system does not support that, a hidden temporary name in the same folder. The
+/// destructor discards an uncommitted file.
 class AtomicFile
 {
 public:
     /// @return PathUnwritable when the folder cannot be written or @p path names something that is
-    /// no regular file; DiskFull
+    /// not a regular file; DiskFull
     static tl::expected<AtomicFile, Failure> create(const std::string &path);
 
     AtomicFile(AtomicFile &&other) noexcept;
@@ -28,7 +28,7 @@ public:
 
     /// Appends all of @p bytes. @return DiskFull or PathUnwritable
     tl::expected<void, Failure> write(std::span<const std::byte> bytes);
-    /// Puts the file under its name, replacing an older one. @return DiskFull or PathUnwritable
+    /// Gives the file its name, replacing an older file. @return DiskFull or PathUnwritable
     tl::expected<void, Failure> commit();
 
 private:

@@ -8,8 +8,9 @@
 
 namespace quellora::screencapture {
 
-/// The picture being put together: a view of 32-bit words 0x??RRGGBB (the top byte means nothing)
-/// that covers @p area of the root window. All drawing is clipped to it.
+/// The picture being composed: a view of 32-bit words 0x??RRGGBB (the top byte is ignored) that
+/// covers
+/// @p area of the root window. All drawing is clipped to it.
 struct Canvas
 {
     std::uint32_t *pixels = nullptr;
@@ -31,7 +32,7 @@ struct SourceImage
     const std::byte *data = nullptr;
     std::size_t bytesPerLine = 0;
     PixelFormat format;
-    /// Where the pixels lie, in root window coordinates.
+    /// In root window coordinates.
     Rect rect;
 
     const std::byte *at(int x, int y) const
@@ -57,11 +58,11 @@ void drawBlended(const Canvas &canvas, const SourceImage &source, const Region &
 /// Fills @p clip with one colour 0x??RRGGBB.
 void fillRegion(const Canvas &canvas, const Region &clip, std::uint32_t colour);
 
-/// Repeats @p tile, anchored at the root window's origin, over @p clip. The tile's own position
-/// is not looked at.
+/// Repeats @p tile, anchored at the root window's origin, over @p clip. The tile's own position is
+/// ignored.
 void drawTiled(const Canvas &canvas, const SourceImage &tile, const Region &clip);
 
-/// The colour that occurs most often on a coarse grid inside @p region; 0 for an empty region.
+/// The most frequent colour on a coarse grid inside @p region; 0 for an empty region.
 std::uint32_t dominantColour(const Canvas &canvas, const Region &region);
 
 } // namespace quellora::screencapture

@@ -8,7 +8,7 @@ namespace {
 
 /// A patch with more rectangles is replaced by its bounds.
 constexpr std::size_t maximumPatchRects = 1024;
-/// Windows with more complicated shapes do not count as covering what lies beneath.
+/// Windows with more complicated shapes do not count as covering what is below.
 constexpr std::size_t maximumCoverRects = 256;
 
 bool isBlended(const TopLevel &window, bool compositing)
@@ -21,7 +21,7 @@ bool canCover(const TopLevel &window, bool compositing)
     return !isBlended(window, compositing) && window.shape.size() <= maximumCoverRects;
 }
 
-/// What must be put together anew: our windows where they show.
+/// The area to recompose: our windows where they are visible.
 Region patchFor(std::span<const TopLevel> windows, const Rect &area, bool compositing)
 {
     Region patch;

@@ -23,7 +23,7 @@ tl::expected<Options, Failure> parseCommandLine(std::span<const char *const> arg
             } else if (argument == "--version") {
                 options.action = Options::Action::ShowVersion;
                 return options;
-            } else if (argument != "-x") { // -x asks for silence, and nothing here makes a sound
+            } else if (argument != "-x") { // -x asks for silence; there is no sound
                 return tl::unexpected(
                     Failure{ExitStatus::UnknownOption, "unknown option " + std::string(argument)});
             }

@@ -19,20 +19,20 @@ struct Options
     bool includeCursor = false;
     /// All screens in one picture; otherwise the one with the pointer.
     bool allScreens = false;
-    /// Where the picture goes; never empty for Action::Capture.
+    /// The file to write; never empty for Action::Capture.
     std::string path;
 };
 
-/// Reads the arguments after the program's name. `--help` and `--version` win over everything that
-/// follows them; `--` ends the options.
+/// Parses the arguments after the program's name. Arguments after `--help` or `--version` are
+/// ignored; `--` ends the options.
 /// @return UnknownOption, MissingPath or TooManyPaths on misuse
 tl::expected<Options, Failure> parseCommandLine(std::span<const char *const> arguments);
 
 /// The text of `--help`, ending in a line break.
 std::string_view helpText();
 
-/// The one line for standard error: program name, message, line end. Control characters of the
-/// message become '?', so that a hostile path cannot add lines or terminal sequences.
+/// The line for standard error: program name, message, line end. Control characters in the message
+/// become '?', so that a path cannot inject lines or terminal sequences.
 std::string errorLine(std::string_view message);
 
 } // namespace quellora::screencapture

@@ -14,14 +14,14 @@ struct CursorPicture
 {
     /// Premultiplied 0xAARRGGBB words, without padding.
     std::vector<std::uint32_t> pixels;
-    /// Where they go, in root window coordinates.
+    /// In root window coordinates.
     Rect rect;
 };
 
-/// @return nothing when the server cannot tell (no XFixes extension)
+/// @return nothing without the XFixes extension
 std::optional<CursorPicture> readCursor(const XConnection &x);
 
-/// Blends the cursor over the picture; parts outside are cut off.
+/// Blends the cursor over the picture, clipped to it.
 void drawCursor(const Canvas &canvas, const CursorPicture &cursor);
 
 } // namespace quellora::screencapture

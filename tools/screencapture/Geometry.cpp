@@ -42,7 +42,7 @@ void Region::unite(const Rect &rect)
 {
     if (rect.isEmpty())
         return;
-    // The new rectangle stays whole and the old ones give way: shapes then keep large rectangles.
+    // Cuts the old rectangles rather than the new one, which keeps rectangles large.
     subtract(rect);
     m_rects.push_back(rect);
 }
@@ -125,7 +125,7 @@ Rect pointedMonitor(int rootWidth, int rootHeight, std::span<const Rect> monitor
     const auto gap = [](int place, int start, int end) {
         return static_cast<long>(std::max({start - place, place - (end - 1), 0}));
     };
-    // Distance first, then size: the smaller is the better choice.
+    // Distance first, then size; the lowest rank wins.
     const auto rank = [&](const Rect &rect) {
         if (pointer.isEmpty())
             return std::pair(0L, 0L);
@@ -146,7 +146,7 @@ Region unseenRegion(const Rect &area, std::span<const Rect> monitors)
 {
     Region unseen(area);
     unseen.subtract(monitors);
-    // No monitor known or none inside: captureArea() has taken everything, so all of it counts.
+    // No monitor known or none inside: captureArea() has chosen the whole root window.
     return unseen.bounds() == area && unseen.rects().size() == 1 ? Region() : unseen;
 }
 

@@ -27,8 +27,8 @@ struct Rect
 /// The common part; empty (width and height 0) when there is none.
 Rect intersected(const Rect &a, const Rect &b);
 
-/// A set of pixels, held as rectangles that do not overlap. Every operation costs the product of
-/// the rectangle counts, which are small here; bounded() keeps hostile shapes from growing it.
+/// A set of pixels, stored as rectangles that do not overlap. The cost of an operation is the
+/// product of the numbers of rectangles, which are small here; bounded() limits hostile shapes.
 class Region
 {
 public:
@@ -57,14 +57,14 @@ private:
 /// the root window, or the whole root window when no monitor is known.
 Rect captureArea(int rootWidth, int rootHeight, std::span<const Rect> monitors);
 
-/// The monitor to take a picture of: the one with the pointer, the largest where monitors show the
-/// same place; the nearest when the pointer is on none; the first when it is on another display.
-/// Within the root window, and all of it when no monitor is known.
+/// The monitor to capture, clipped to the root window: the one with the pointer (the largest of
+/// mirrored monitors), else the nearest; the first one when the pointer is unknown; the whole root
+/// window when no monitor is known.
 /// @param pointer position in root window coordinates, width and height 1; empty when unknown
 Rect pointedMonitor(int rootWidth, int rootHeight, std::span<const Rect> monitors,
                     const Rect &pointer);
 
-/// The corners of @p area that no monitor shows (monitors of different sizes side by side).
+/// The parts of @p area that no monitor shows, as with monitors of different sizes side by side.
 Region unseenRegion(const Rect &area, std::span<const Rect> monitors);
 
 } // namespace quellora::screencapture

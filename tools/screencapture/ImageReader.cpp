@@ -49,7 +49,7 @@ void ImageReader::attach()
     }
     m_shared = static_cast<std::byte *>(memory);
     m_segment = xcb_generate_id(m_x.get());
-    xcb_shm_attach_fd(m_x.get(), m_segment, descriptor, 0); // takes the descriptor over
+    xcb_shm_attach_fd(m_x.get(), m_segment, descriptor, 0); // takes ownership of the descriptor
 }
 
 std::optional<SourceImage> ImageReader::read(xcb_drawable_t drawable, const Rect &part,

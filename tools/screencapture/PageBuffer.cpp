@@ -44,7 +44,7 @@ std::byte *PageBuffer::resize(std::size_t length)
     const std::uintptr_t aligned = (address + hugePageLength - 1) / hugePageLength * hugePageLength;
     m_data = static_cast<std::byte *>(mapping) + (aligned - address);
     m_length = length;
-    madvise(m_data, length, MADV_HUGEPAGE); // a wish: ordinary pages do as well
+    madvise(m_data, length, MADV_HUGEPAGE); // only a hint
     return m_data;
 }
 

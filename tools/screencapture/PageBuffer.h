@@ -4,8 +4,8 @@
 
 namespace quellora::screencapture {
 
-/// Uninitialised memory for pictures, in huge pages where the system gives them: a fresh picture
-/// of 4K in ordinary pages costs more in page faults than everything else that is done with it.
+/// Uninitialised memory for pictures, in huge pages where available: the page faults of a 4K
+/// picture in ordinary pages cost more than all processing of it.
 class PageBuffer
 {
 public:
@@ -14,7 +14,7 @@ public:
     PageBuffer(const PageBuffer &) = delete;
     PageBuffer &operator=(const PageBuffer &) = delete;
 
-    /// Memory of at least @p length bytes; the former contents may be gone. Throws std::bad_alloc.
+    /// Memory of at least @p length bytes; may discard the contents. Throws std::bad_alloc.
     std::byte *resize(std::size_t length);
 
 private:

@@ -5,8 +5,8 @@
 
 namespace quellora::screencapture {
 
-/// How the display server lays out the pixels of one visual. The tool's own pixels are 32-bit
-/// words 0xAARRGGBB in the machine's byte order, colour premultiplied by alpha.
+/// The pixel layout of one visual. The tool's own pixels are 32-bit words 0xAARRGGBB in host byte
+/// order, premultiplied by alpha.
 class PixelFormat
 {
 public:
@@ -14,21 +14,21 @@ public:
     {
         /// 8, 16, 24 or 32.
         int bitsPerPixel = 32;
-        /// Bits to whose multiple every line is padded.
+        /// Lines are padded to a multiple of this number of bits.
         int scanlinePad = 32;
         bool mostSignificantByteFirst = false;
         std::uint32_t redMask = 0xff0000;
         std::uint32_t greenMask = 0xff00;
         std::uint32_t blueMask = 0xff;
-        /// 0 where the visual has no alpha channel; pixels then are opaque.
+        /// 0 for a visual without alpha channel, whose pixels are opaque.
         std::uint32_t alphaMask = 0;
     };
 
     explicit PixelFormat(const Layout &layout);
 
-    /// Whether the pixel size is one that convertRow() reads and all colours have bits.
+    /// Whether convertRow() supports the pixel size and all colours have bits.
     bool isSupported() const;
-    /// Whether the words are the tool's own but for the alpha byte of visuals without alpha.
+    /// Whether the layout is the tool's own, apart from the unused byte of visuals without alpha.
     bool isNative() const;
     bool hasAlpha() const { return m_layout.alphaMask != 0; }
     std::size_t bytesPerPixel() const
@@ -42,7 +42,7 @@ public:
     void convertRow(const std::byte *source, std::uint32_t *target, int count) const;
 
 private:
-    /// One colour component: where it is and how its values map to 0..255.
+    /// The position of one component and its mapping to 0..255.
     struct Channel
     {
         explicit Channel(std::uint32_t mask);

@@ -36,7 +36,7 @@ std::uint64_t streamLength(std::uint64_t rawLength)
     return 2 + blocks * blockHeaderLength + rawLength + 4;
 }
 
-/// Collects the file's bytes and passes them on in large pieces, keeping the chunk checksum.
+/// Buffers the output and computes the checksums of chunks.
 class SlabWriter
 {
 public:
@@ -154,14 +154,14 @@ private:
     std::uint32_t m_adler = 1;
 };
 
-/// Packs as many leading pixels as the machine's byte shuffles allow; returns their number.
+/// Packs leading pixels with vector instructions; returns their number.
 #if defined(__x86_64__)
 __attribute__((target("ssse3"))) int packWithShuffles(const std::uint32_t *source,
                                                       std::byte *target, int count)
 {
     const __m128i order = _mm_setr_epi8(2, 1, 0, 6, 5, 4, 10, 9, 8, 14, 13, 12, -1, -1, -1, -1);
     int done = 0;
-    // Sixteen bytes are stored for twelve: the last pixels are left to the plain loop.
+    // Stores sixteen bytes for twelve, so the scalar loop packs the last pixels.
     for (; done + 8 <= count; done += 4) {
         const __m128i words = _mm_loadu_si128(reinterpret_cast<const __m128i *>(source + done));
         _mm_storeu_si128(reinterpret_cast<__m128i *>(target + 3 * done),

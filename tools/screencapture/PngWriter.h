@@ -12,16 +12,15 @@
 
 namespace quellora::screencapture {
 
-/// Takes the next bytes of the file; a failure ends the encoding and is handed on.
+/// Receives the next bytes of the file; a failure ends the encoding and is returned by it.
 using ByteSink = std::function<tl::expected<void, Failure>(std::span<const std::byte>)>;
 
-/// Whether a picture of this size fits the format as it is written here (one IDAT chunk).
+/// Whether a picture of this size fits into one IDAT chunk.
 /// @return ImageTooLarge
 tl::expected<void, Failure> checkImageSize(int width, int height);
 
-/// Writes @p canvas as an 8-bit RGB PNG without filters in stored deflate blocks: the picture is
-/// read once by the program that asked for it and then deleted, so any time spent on compression
-/// is lost on both sides.
+/// Writes @p canvas as an 8-bit RGB PNG without filters in stored deflate blocks: the file is read
+/// once and then deleted, so that compression would only cost time.
 tl::expected<void, Failure> writePng(const Canvas &canvas, const ByteSink &sink);
 
 /// Packs 0x??RRGGBB words into bytes R, G, B. @p target has room for 3 × @p count bytes.

@@ -6,7 +6,7 @@ namespace quellora::screencapture {
 
 namespace {
 
-/// Many small drawings would cut the missing region to shreds.
+/// Limits the region, which many small drawings fragment.
 constexpr std::size_t maximumMissingRects = 256;
 
 } // namespace
@@ -23,7 +23,7 @@ RepaintWait::RepaintWait(std::vector<Region> expected, Time start) : m_start(sta
 void RepaintWait::drawn(std::size_t window, const Rect &rect, Time now)
 {
     Entry &entry = m_entries.at(window);
-    // Drawing elsewhere in the window, such as a running clock, must not stretch the wait.
+    // Drawing elsewhere in the window must not prolong the wait.
     if (entry.expected.intersected(rect).isEmpty())
         return;
     entry.missing.subtract(rect);

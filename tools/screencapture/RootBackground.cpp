@@ -31,15 +31,15 @@ std::optional<RootBackground> paintedBackground(const XConnection &x, const Rect
 {
     xcb_connection_t *c = x.get();
     const xcb_window_t window = xcb_generate_id(c);
-    // Black first: where the root window has no background, nothing at all would be painted.
+    // Black first: without a root window background nothing would be painted.
     const std::array<std::uint32_t, 2> values{x.screen().black_pixel, 1};
     xcb_create_window(
         c, XCB_COPY_FROM_PARENT, window, x.root(), static_cast<std::int16_t>(bounds.x),
         static_cast<std::int16_t>(bounds.y), static_cast<std::uint16_t>(bounds.width),
         static_cast<std::uint16_t>(bounds.height), 0, XCB_WINDOW_CLASS_INPUT_OUTPUT,
         XCB_COPY_FROM_PARENT, XCB_CW_BACK_PIXEL | XCB_CW_OVERRIDE_REDIRECT, values.data());
-    // Redirected manually it never reaches the screen and hides nothing, whatever its place in
-    // the stack; the bottom keeps it away from the pointer as well.
+    // Manual redirection keeps it off the screen; at the bottom of the stack it gets no pointer
+    // events either.
     const XReply<xcb_generic_error_t> redirectError(xcb_request_check(
         c, xcb_composite_redirect_window_checked(c, window, XCB_COMPOSITE_REDIRECT_MANUAL)));
     if (redirectError)
@@ -53,7 +53,7 @@ std::optional<RootBackground> paintedBackground(const XConnection &x, const Rect
     const xcb_pixmap_t pixmap = xcb_generate_id(c);
     const XReply<xcb_generic_error_t> nameError(
         xcb_request_check(c, xcb_composite_name_window_pixmap_checked(c, window, pixmap)));
-    xcb_destroy_window(c, window); // the named pixmap stays
+    xcb_destroy_window(c, window); // the named pixmap survives
     if (nameError)
         return std::nullopt;
     return RootBackground{pixmap, bounds, false};

@@ -7,7 +7,7 @@
 
 namespace quellora::screencapture {
 
-/// Contents that stand for the desktop's background.
+/// A picture of the desktop's background.
 struct RootBackground
 {
     xcb_pixmap_t pixmap = XCB_PIXMAP_NONE;
@@ -21,9 +21,9 @@ struct RootBackground
 /// @return nothing when there is none, it has been freed, or it has another depth than the root
 std::optional<RootBackground> publishedBackground(const XConnection &x);
 
-/// What the server itself paints where no window lies, for @p bounds: an invisible window that
-/// shares the root window's background is filled with it. Without a compositor only; the server
-/// must be grabbed, so that window managers never meet the window.
+/// What the server paints in @p bounds of the root window, captured by an invisible window with the
+/// same background. Only without a compositor. The server must be grabbed, so that window managers
+/// do not see the window.
 std::optional<RootBackground> paintedBackground(const XConnection &x, const Rect &bounds);
 
 } // namespace quellora::screencapture

@@ -33,13 +33,13 @@ Rect takePointer(const XConnection &x, xcb_query_pointer_cookie_t cookie)
     return {reply->root_x, reply->root_y, 1, 1};
 }
 
-/// The picture's pixels: as the server sent them where they are the tool's own, else converted.
+/// The picture's pixels, converted unless the server's format is the tool's own.
 class Picture
 {
 public:
     explicit Picture(const XConnection &x) : m_reader(x) {}
 
-    /// Reads @p area of the root window. @return whether the server gave it
+    /// Reads @p area of the root window. @return false when the server refuses
     bool readRoot(const XConnection &x, const Rect &area, const PixelFormat &format)
     {
         const auto image = m_reader.read(x.root(), area, format);
@@ -62,7 +62,7 @@ private:
     Canvas m_canvas;
 };
 
-/// Puts the plan's patch together anew from the contents beneath our windows.
+/// Recomposes the plan's patch from the contents below our windows.
 class Patcher
 {
 public:
@@ -110,7 +110,7 @@ private:
     ImageReader m_reader;
 };
 
-/// Where neither a window nor the patch covers what the compositor shows as the desktop.
+/// The desktop that is visible outside all windows and the patch.
 Region openDesktop(const Rect &area, std::span<const TopLevel> windows, const CapturePlan &plan)
 {
     Region desktop(area);
@@ -120,8 +120,8 @@ Region openDesktop(const Rect &area, std::span<const TopLevel> windows, const Ca
     return desktop;
 }
 
-/// Replaces the patch. Called with the server grabbed; releases @p grab as soon as the contents
-/// cannot change any more.
+/// Recomposes the patch. Called with the server grabbed; releases @p grab as soon as the contents
+/// can no longer change.
 void leaveOursOut(const XConnection &x, const Canvas &canvas, std::span<const TopLevel> windows,
                   const CapturePlan &plan, bool compositing, const PixelFormat &rootFormat,
                   ServerGrab &grab)
@@ -136,8 +136,8 @@ void leaveOursOut(const XConnection &x, const Canvas &canvas, std::span<const To
     grab.release();
     pixmaps.waitForRepaint();
 
-    // A compositor without a published background paints its own; the commonest colour of the
-    // desktop in sight is the best guess. In any case nothing of our windows may stay.
+    // Without a published background the compositor paints its own: guess the most frequent colour
+    // of the visible desktop. The fill also removes all traces of our windows.
     const std::uint32_t infill =
         compositing && !plan.background.isEmpty() && !background
             ? dominantColour(canvas, openDesktop(canvas.area, windows, plan))
@@ -183,8 +183,8 @@ captureScreen(bool includeCursor, bool allScreens,
         return tl::unexpected(unreadable(*x, "its pixels are palette indices"));
     Picture picture(*x);
 
-    // Windows and picture belong to the same moment, or a panel that is just being shown or moved
-    // would slip into the picture.
+    // The window list and the picture must be from the same moment, or a panel that is being shown
+    // or moved would appear in the picture.
     ServerGrab grab(*x);
     const bool compositing = isCompositorRunning(*x);
     const auto windows = readWindowStack(*x, compositing);

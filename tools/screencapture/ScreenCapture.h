@@ -9,8 +9,8 @@
 
 namespace quellora::screencapture {
 
-/// Takes a picture of the screen with the pointer, or of all screens, without our windows and hands
-/// it to @p consume, which runs when the display has been left as it was found.
+/// Takes a picture of the screen with the pointer, or of all screens, without our windows and
+/// passes it to @p consume, which runs after the server grab has been released.
 /// @return NoDisplay, ScreenUnreadable, NoComposite, ImageTooLarge, or what @p consume returns
 tl::expected<void, Failure>
 captureScreen(bool includeCursor, bool allScreens,

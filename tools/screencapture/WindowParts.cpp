@@ -16,7 +16,7 @@ struct Child
     Rect inner;
 };
 
-/// The viewable children with contents, bottom to top, in root window coordinates.
+/// The viewable children that can have contents, bottom to top, in root window coordinates.
 std::vector<Child> readChildren(const XConnection &x, const WindowPart &parent)
 {
     xcb_connection_t *c = x.get();
@@ -65,7 +65,7 @@ std::vector<WindowPart> readWindowParts(const XConnection &x, const TopLevel &to
     parts.push_back({topLevel.window, inner.x, inner.y, region.intersected(inner), false});
     for (std::size_t i = 0; i < parts.size(); ++i) {
         const std::vector<Child> children = readChildren(x, parts[i]);
-        // From the top, so that each child gets what no sibling above it has taken.
+        // From the top: each child gets what its siblings above leave over.
         for (auto child = children.rbegin(); child != children.rend(); ++child) {
             if (parts.size() >= maximumParts)
                 break;

@@ -7,7 +7,7 @@
 
 namespace quellora::screencapture {
 
-/// A window or one inside it, with the part that shows its own contents.
+/// A window or subwindow with the region that shows its own contents.
 struct WindowPart
 {
     xcb_window_t window = XCB_WINDOW_NONE;
@@ -16,12 +16,12 @@ struct WindowPart
     int originY = 0;
     /// Pixels of the window itself, without borders and children; root window coordinates.
     Region own;
-    /// Whether a program listens for requests to draw it.
+    /// Whether a program selects Expose events on it.
     bool drawnOnExpose = false;
 };
 
-/// Splits @p region of @p topLevel among the windows inside it. Bounded: beyond a generous number
-/// of windows their parents count as showing.
+/// Splits @p region of @p topLevel among its subwindows. Beyond a limit, subwindows count as part
+/// of their parents.
 std::vector<WindowPart> readWindowParts(const XConnection &x, const TopLevel &topLevel,
                                         const Region &region);
 

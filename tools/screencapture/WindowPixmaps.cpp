@@ -74,8 +74,8 @@ void WindowPixmaps::nameAll(std::span<const std::size_t> layers)
     }
 }
 
-/// Fills what the server could not know with black and has window backgrounds painted over it;
-/// the server has asked the programs for the rest when the window was redirected.
+/// Fills what our windows covered with black and paints window backgrounds over it. Redirecting the
+/// window has made the server ask the programs for the rest.
 void WindowPixmaps::blank(Layer &layer, const Region &obscured)
 {
     xcb_connection_t *c = m_x.get();
@@ -98,8 +98,8 @@ void WindowPixmaps::blank(Layer &layer, const Region &obscured)
     }
 }
 
-/// Asks to be told of drawing. The first report of each window, sent at once, only says that the
-/// watch has begun, so those are taken out while no program can draw.
+/// Subscribes to drawing. The server reports the whole window once at the start; those reports are
+/// dropped while the grab keeps programs from drawing.
 void WindowPixmaps::watch()
 {
     xcb_connection_t *c = m_x.get();

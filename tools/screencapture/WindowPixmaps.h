@@ -11,17 +11,16 @@ namespace quellora::screencapture {
 
 /// The off-screen contents of the windows that a plan draws.
 ///
-/// Under a compositor every window has such contents already. Other windows are redirected for as
-/// long as the connection lives; what lay beneath our windows then has to be drawn anew by their
-/// programs, and until they do it is blanked, so that no remainder of our windows is in it.
+/// A compositor has redirected all windows already. Otherwise this class redirects them for the
+/// lifetime of the connection and blanks what our windows covered, which their programs then
+/// repaint.
 class WindowPixmaps
 {
 public:
-    /// Gets hold of the contents. The server must be grabbed, so that nothing is drawn between
-    /// redirecting and blanking.
+    /// The server must be grabbed, so that nothing is drawn between redirecting and blanking.
     WindowPixmaps(const XConnection &x, std::span<const TopLevel> windows, const CapturePlan &plan);
 
-    /// Waits, within limits, until the redirected windows have been drawn. The server must no
+    /// Waits, within limits, until the redirected windows have been repainted. The server must no
     /// longer be grabbed.
     void waitForRepaint();
 

@@ -13,7 +13,7 @@ namespace quellora::screencapture {
 namespace {
 
 constexpr int maximumSearchDepth = 8;
-// Some window managers' frames consist of more than fifty windows each.
+// Some window managers build frames of more than fifty windows.
 constexpr std::size_t maximumSearchedWindows = 32768;
 
 std::span<const xcb_window_t> childrenOf(const xcb_query_tree_reply_t &tree)
@@ -82,8 +82,8 @@ std::uint32_t toByte(std::uint32_t opacity)
                                       0xffffffff);
 }
 
-/// Reads the exclusion property, and @p withOpacity the opacity, of all windows and of what they
-/// hold.
+/// Reads the exclusion property and, if @p withOpacity, the opacity of all windows and their
+/// subwindows.
 void readProperties(const XConnection &x, std::vector<TopLevel> &windows, bool withOpacity)
 {
     struct Node
@@ -115,7 +115,8 @@ void readProperties(const XConnection &x, std::vector<TopLevel> &windows, bool w
             TopLevel &window = windows[node.topLevel];
             if (takeCardinal(x, node.excluded) == 1U)
                 window.excluded = true;
-            // Most window managers copy a client's opacity to its frame; else the client's counts.
+            // Most window managers copy a client's opacity to its frame; otherwise use the
+            // client's.
             const auto opacity = withOpacity ? takeCardinal(x, node.opacity) : std::nullopt;
             if (opacity && !hasOpacity[node.topLevel]) {
                 hasOpacity[node.topLevel] = true;
@@ -131,7 +132,7 @@ void readProperties(const XConnection &x, std::vector<TopLevel> &windows, bool w
         }
         level = std::move(next);
     }
-    // Replies to what the depth limit cut off are of no interest.
+    // Discard the replies beyond the depth limit.
     for (const Node &node : level) {
         xcb_discard_reply(c, node.excluded.sequence);
         if (withOpacity)
@@ -161,7 +162,7 @@ void readShapes(const XConnection &x, std::vector<TopLevel> &windows)
         TopLevel &window = windows[i];
         const auto extents = takeReply(c, xcb_shape_query_extents_reply, pending[i].extents);
         const auto reply = takeReply(c, xcb_shape_get_rectangles_reply, pending[i].rectangles);
-        // Servers leave half of the border out of the rectangle of a window without a shape.
+        // For a window without a shape, servers report a rectangle without half of the border.
         if (!extents || !reply || extents->bounding_shaped == 0) {
             window.shape = {window.rect};
             continue;
@@ -171,7 +172,7 @@ void readShapes(const XConnection &x, std::vector<TopLevel> &windows)
             xcb_shape_get_rectangles_rectangles(reply.get()),
             static_cast<std::size_t>(xcb_shape_get_rectangles_rectangles_length(reply.get())));
         for (const xcb_rectangle_t &rect : rects) {
-            // A shape may be larger than its window; what is beyond the border never shows.
+            // A shape may be larger than its window, which clips it.
             const Rect shown = intersected(
                 Rect{rect.x, rect.y, rect.width, rect.height}.translated(inner.x, inner.y),
                 window.rect);

@@ -34,17 +34,17 @@ auto takeReply(xcb_connection_t *connection, Function function, Cookie cookie)
     return XReply<std::remove_pointer_t<decltype(reply)>>(reply);
 }
 
-/// The connection to the display server with what every step needs: screen, extensions, formats.
+/// The connection to the display server with its screen, extensions, atoms and pixel formats.
 class XConnection
 {
 public:
-    /// The extensions found, asked once.
+    /// The usable extensions.
     struct Extensions
     {
         bool composite = false;
         bool damage = false;
         bool randr = false;
-        /// RandR tells the monitors as the desktop sees them, not only what drives them.
+        /// RandR lists monitors, not only CRTCs.
         bool monitors = false;
         bool shape = false;
         /// Shared memory passed as a file descriptor: needs a local server.
@@ -94,7 +94,7 @@ private:
     Atoms m_atoms;
 };
 
-/// Keeps every other client from changing anything while it lives.
+/// Blocks all other clients for the lifetime of the object.
 class ServerGrab
 {
 public:

@@ -29,8 +29,7 @@ int print(std::string_view text)
 
 tl::expected<void, Failure> captureTo(const Options &options)
 {
-    // The file comes last: a run that is ended while it waits for the display leaves nothing
-    // behind.
+    // Creates the file last, so that a run killed while it waits for the display leaves none.
     return captureScreen(
         options.includeCursor, options.allScreens,
         [&](const Canvas &canvas) -> tl::expected<void, Failure> {
@@ -47,7 +46,7 @@ tl::expected<void, Failure> captureTo(const Options &options)
 
 int main(int argc, char *argv[])
 {
-    // Both would end the program without a word: a broken connection, a file size limit.
+    // A broken connection or a file size limit must end the program with a message and status.
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
     try {
