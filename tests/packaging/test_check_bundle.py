@@ -1,4 +1,4 @@
-"""The bundle's last check, on bundles made of small hand-written images."""
+"""check-bundle, on bundles of small synthetic Mach-O images."""
 
 import pathlib
 import plistlib
@@ -9,7 +9,7 @@ import sys
 import tempfile
 import unittest
 
-from places import MACOS
+from paths import MACOS
 
 ARM64 = 0x0100000C
 X86_64 = 0x01000007
@@ -17,7 +17,7 @@ SYSTEM = "/usr/lib/libSystem.B.dylib"
 
 
 def text_command(kind, text, fields=()):
-    """A load command that ends in a text."""
+    """A load command with a trailing string."""
     start = 12 + 4 * len(fields)
     body = text.encode() + b"\0"
     body += bytes(-(start + len(body)) % 8)
@@ -25,7 +25,7 @@ def text_command(kind, text, fields=()):
 
 
 def image(kind=6, cpu=ARM64, oldest=(13, 0), loads=(SYSTEM,), rpaths=()):
-    """Machine code without code: a header and what the loader reads first."""
+    """A Mach-O image without code: header and load commands."""
     commands = [text_command(0xC, load, (0, 0, 0)) for load in loads]
     commands += [text_command(0x8000001C, rpath) for rpath in rpaths]
     if oldest:
@@ -82,9 +82,9 @@ class CheckBundleTest(unittest.TestCase):
     def write_info(self):
         self.put("Contents/Info.plist", plistlib.dumps(self.info))
 
-    def put_main(self, **what):
+    def put_main(self, **options):
         self.put("Contents/MacOS/Quellora",
-                 image(**({"kind": 2, "rpaths": ("@executable_path/../Frameworks",)} | what)))
+                 image(**({"kind": 2, "rpaths": ("@executable_path/../Frameworks",)} | options)))
         (self.app / "Contents/MacOS/Quellora").chmod(0o755)
 
     def problems(self, *options):
@@ -93,7 +93,7 @@ class CheckBundleTest(unittest.TestCase):
         self.assertEqual(result.returncode, 1 if result.stderr else 0, result)
         return result.stderr
 
-    def test_a_complete_bundle_is_fine(self):
+    def test_a_complete_bundle_has_no_problems(self):
         self.assertEqual(self.problems("--deployed"), "")
 
     def test_an_undeployed_bundle_needs_no_libraries(self):
@@ -101,7 +101,7 @@ class CheckBundleTest(unittest.TestCase):
         self.assertEqual(self.problems(), "")
         self.assertIn("QtWebEngineProcess: is missing", self.problems("--deployed"))
 
-    def test_the_basics(self):
+    def test_basic_problems(self):
         def no_executable():
             (self.app / "Contents/MacOS/Quellora").unlink()
 
@@ -117,25 +117,25 @@ class CheckBundleTest(unittest.TestCase):
         def no_plist():
             self.put("Contents/Info.plist", b"<plist><dict>")
 
-        def no_promise():
+        def no_minimum_system():
             del self.info["LSMinimumSystemVersion"]
             self.write_info()
 
-        for spoil, text in (
+        for damage, text in (
                 (no_executable, "is not there"), (not_executable, "is not there"),
                 (elf, "no machine code"), (short_icon, "icon"), (no_plist, "no usable Info.plist"),
-                (no_promise, "LSMinimumSystemVersion"),
+                (no_minimum_system, "LSMinimumSystemVersion"),
                 (lambda: self.put_main(cpu=X86_64), "is not arm64"),
                 (lambda: self.put_main(kind=6), "is no executable"),
                 (lambda: self.put_main(oldest=None), "does not say which system"),
                 (lambda: self.put_main(oldest=(14, 2)), "needs macOS 14.2, the bundle promises 13.0")):
             with self.subTest(text=text):
-                spoil()
+                damage()
                 self.assertIn(text, self.problems())
                 shutil.rmtree(self.folder)
                 self.setUp()
 
-    def test_what_would_fail_on_another_mac(self):
+    def test_problems_on_other_macs(self):
         plugin = "Contents/PlugIns/tls/libqopensslbackend.dylib"
         for data, text in (
                 (image(loads=("/opt/homebrew/lib/libssl.dylib",)), "from outside the bundle"),
@@ -159,7 +159,7 @@ class CheckBundleTest(unittest.TestCase):
                 self.assertIn("not into the bundle", self.problems("--deployed"))
                 link.unlink()
 
-    def test_older_images_and_relative_names_are_understood(self):
+    def test_older_version_commands_and_relative_names(self):
         old = image(oldest=None, loads=("@loader_path/libinner.dylib",))
         commands = struct.pack("<4I", 0x24, 16, 12 << 16 | 3 << 8, 0)
         fields = list(struct.unpack("<8I", old[:32]))

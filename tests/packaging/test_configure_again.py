@@ -1,4 +1,4 @@
-"""When the two commands configure the build folder anew, with stand-ins for dpkg and cmake."""
+"""When ./run and ./test reconfigure the build folder, with stubs for dpkg-query and cmake."""
 
 import os
 import pathlib
@@ -7,11 +7,11 @@ import subprocess
 import tempfile
 import unittest
 
-from places import ROOT
+from paths import ROOT
 
 DPKG_QUERY = """#!/bin/sh
 cat "$STATE/installed"
-# What dpkg-query does when it does not know one of the names.
+# As dpkg-query does for unknown package names.
 exit 1
 """
 CMAKE = """#!/bin/sh
@@ -50,7 +50,7 @@ class ConfigureAgainTest(unittest.TestCase):
             "".join(f"installed {package}\n" for package in packages))
 
     def build(self, *targets, configure_fails=False):
-        """The arguments of each call of cmake while the targets are built."""
+        """Builds the targets; returns the arguments of each cmake call."""
         log = self.root / "cmake.log"
         log.unlink(missing_ok=True)
         done = subprocess.run(
@@ -69,27 +69,27 @@ class ConfigureAgainTest(unittest.TestCase):
         self.build("quellora")
         self.assertEqual(self.build(), ["--build --preset release"])
 
-    def test_a_package_that_came_is_looked_up(self):
+    def test_a_newly_installed_package_reconfigures(self):
         self.build("quellora")
         self.install("cmake 3.25.1", "icnsutils 0.8.1", "ninja-build 1.11.1")
         self.assertEqual(self.build(), [CONFIGURE, "--build --preset release"])
         self.assertEqual(self.build(), ["--build --preset release"])
 
-    def test_a_package_that_went_or_changed_is_looked_up(self):
+    def test_a_removed_or_updated_package_reconfigures(self):
         self.build()
         self.install("cmake 3.25.1")
         self.assertIn(CONFIGURE, self.build())
         self.install("cmake 3.25.2")
         self.assertIn(CONFIGURE, self.build())
 
-    def test_a_failed_configuration_is_not_remembered(self):
+    def test_a_failed_configuration_is_repeated(self):
         self.build()
         self.install("cmake 3.25.2")
         self.assertEqual(self.build(configure_fails=True), [CONFIGURE])
         self.install("cmake 3.25.1", "ninja-build 1.11.1")
         self.assertIn(CONFIGURE, self.build())
 
-    def test_a_folder_that_was_configured_by_hand_is_configured_once(self):
+    def test_a_manually_configured_folder_is_reconfigured_once(self):
         (self.root / "build/release").mkdir(parents=True)
         (self.root / "build/release/build.ninja").touch()
         self.assertIn(CONFIGURE, self.build())

@@ -1,4 +1,4 @@
-"""What happens to the installed bundle on a Mac, with stand-ins for the Mac's tools."""
+"""The deployment script for the installed bundle, with stubs for the Mac's tools."""
 
 import os
 import pathlib
@@ -8,10 +8,10 @@ import subprocess
 import tempfile
 import unittest
 
-from places import MACOS, ROOT
+from paths import MACOS, ROOT
 
 IDENTITY = "Developer ID Application: Somebody (ABCDE12345)"
-# Configures the script like the build does, with paths of this test.
+# Configures the script as the build does, with this test's paths.
 CONFIGURE = """
 set(QUELLORA_BUNDLE_NAME Quellora)
 configure_file("${template}" "${out}" @ONLY)
@@ -29,7 +29,7 @@ class DeployTest(unittest.TestCase):
             "CFBundleExecutable": "Quellora", "CFBundleIconFile": "Quellora",
             "LSMinimumSystemVersion": "13.0"}))
         self.log = self.folder / "log"
-        # The scripts of this folder find theirs beside them.
+        # The scripts call each other by relative path.
         self.scripts = self.folder / "packaging"
         shutil.copytree(MACOS, self.scripts)
         self.tool("bin/macdeployqt")
@@ -43,7 +43,7 @@ class DeployTest(unittest.TestCase):
              "-P", self.folder / "configure.cmake"], check=True, capture_output=True)
 
     def tool(self, path, status=0):
-        """A program that writes down how it was called."""
+        """Creates a stub that logs its arguments."""
         path = self.folder / path
         path.parent.mkdir(exist_ok=True)
         path.write_text(f'#!/bin/bash\necho "{path.name} $*" >>"$LOG"\nexit {status}\n')
@@ -59,7 +59,7 @@ class DeployTest(unittest.TestCase):
         calls = self.log.read_text().splitlines() if self.log.exists() else []
         return result.returncode, result.stdout + result.stderr, calls
 
-    def test_complete_then_signed_then_looked_over(self):
+    def test_deploys_then_signs_then_checks(self):
         self.tool("packaging/check-bundle")
         status, output, calls = self.deploy()
         self.assertEqual(status, 0, output)
@@ -70,7 +70,7 @@ class DeployTest(unittest.TestCase):
         self.assertTrue(calls[2].startswith("codesign --verify "), calls[2])
         self.assertEqual(calls[3:], [f"check-bundle --deployed {self.app}"])
 
-    def test_the_identity_of_the_environment_is_used(self):
+    def test_uses_the_identity_from_the_environment(self):
         self.tool("packaging/check-bundle")
         _, _, calls = self.deploy(QUELLORA_SIGN_IDENTITY=IDENTITY)
         self.assertIn(f"--sign {IDENTITY} --timestamp --options runtime", calls[1])
@@ -78,8 +78,8 @@ class DeployTest(unittest.TestCase):
         _, _, calls = self.deploy(QUELLORA_SIGN_IDENTITY="")
         self.assertIn("--sign - ", calls[1])
 
-    def test_problems_stop_what_is_for_others(self):
-        """The bundle of this test lacks nearly everything."""
+    def test_problems_are_errors_only_with_an_identity(self):
+        """This test's bundle is incomplete."""
         status, output, _ = self.deploy()
         self.assertEqual(status, 0)
         self.assertIn("QtWebEngineProcess: is missing", output)
@@ -88,7 +88,7 @@ class DeployTest(unittest.TestCase):
         self.assertNotEqual(status, 0)
         self.assertIn("would not run on every Mac", output)
 
-    def test_a_failing_tool_stops_it(self):
+    def test_a_failing_tool_aborts_the_deployment(self):
         for tool, further in (("macdeployqt", "codesign"), ("codesign", "check-bundle")):
             with self.subTest(tool):
                 self.tool("packaging/check-bundle")

@@ -1,11 +1,11 @@
-"""The icon in all its sizes, as rendered by the build."""
+"""The icon in all sizes, as rendered by the build."""
 
 import struct
 import unittest
 import xml.etree.ElementTree as ElementTree
 import zlib
 
-from places import BUILD, ROOT
+from paths import BUILD, ROOT
 
 ICONS = BUILD / "assets" / "icons"
 DRAWING = ROOT / "assets" / "icons" / "quellora.svg"
@@ -17,7 +17,7 @@ ICONSET = {
     "icon_256x256.png": 256, "icon_256x256@2x.png": 512,
     "icon_512x512.png": 512, "icon_512x512@2x.png": 1024,
 }
-# Pixels of an entry of an .icns file by its type: classic, and those that iconutil writes.
+# Pixel sizes of .icns entries by type: classic types and those written by iconutil.
 ICNS_TYPES = {
     b"is32": 16, b"il32": 32, b"ih32": 48, b"it32": 128,
     b"ic04": 16, b"ic05": 32, b"ic07": 128, b"ic08": 256, b"ic09": 512, b"ic10": 1024,
@@ -27,7 +27,7 @@ ICNS_TYPES = {
 
 
 def png_rows(data):
-    """(width, height, rows of RGBA bytes) of a PNG with 8 bits and alpha."""
+    """(width, height, rows of RGBA bytes) of an 8-bit RGBA PNG."""
     assert data[:8] == b"\x89PNG\r\n\x1a\n", "no PNG"
     at, packed = 8, b""
     while at < len(data):
@@ -55,7 +55,7 @@ def png_rows(data):
 
 
 def icns_sizes(data):
-    """The pixel sizes in an .icns file; raises when it is damaged."""
+    """The pixel sizes in an .icns file; raises ValueError if it is damaged."""
     magic, length = struct.unpack_from(">4sI", data)
     if magic != b"icns" or length != len(data):
         raise ValueError("no complete icns file")
@@ -81,7 +81,7 @@ class IconTest(unittest.TestCase):
 
     def test_the_packed_icon_holds_every_size(self):
         packed = ICONS / "Quellora.icns"
-        self.assertTrue(packed.exists(), "nothing packed it: the Debian package is icnsutils")
+        self.assertTrue(packed.exists(), "no .icns: install the Debian package icnsutils")
         data = packed.read_bytes()
         self.assertLessEqual({16, 32, 128, 256, 512, 1024}, icns_sizes(data))
         for damaged in (data[:-1], b"icon" + data[4:], data[:12] + b"\0\0\0\0" + data[16:]):
@@ -89,7 +89,7 @@ class IconTest(unittest.TestCase):
                 icns_sizes(damaged)
 
     def test_the_smallest_is_legible(self):
-        """White lines stand on the blue panel in whole pixels, and the margins are clear."""
+        """White lines on the blue panel cover whole pixels, and the margins are transparent."""
         width, height, rows = png_rows((ICONS / "png" / "16.png").read_bytes())
         self.assertEqual((width, height), (16, 16))
 
@@ -102,7 +102,7 @@ class IconTest(unittest.TestCase):
         self.assertGreater(blue - red, 120)
 
     def test_every_picture_keeps_the_margins(self):
-        """The body is 824 of 1024 wide, in the middle."""
+        """The body is 824 of 1024 wide and centred."""
         for size in (128, 256):
             with self.subTest(size):
                 _, _, rows = png_rows((ICONS / "png" / f"{size}.png").read_bytes())
@@ -111,7 +111,7 @@ class IconTest(unittest.TestCase):
                 self.assertAlmostEqual(inside[0], size * 100 / 1024, delta=1)
                 self.assertAlmostEqual(inside[-1] + 1, size * 924 / 1024, delta=1)
 
-    def test_the_drawing_uses_what_every_renderer_knows(self):
+    def test_the_drawing_uses_basic_svg_elements_only(self):
         tags = {element.tag.partition("}")[2] for element in ElementTree.parse(DRAWING).iter()
                 if isinstance(element.tag, str)}
         self.assertLessEqual(tags, {"svg", "defs", "linearGradient", "stop", "rect", "circle", "path"})

@@ -1,4 +1,4 @@
-"""What is installed and packed on Linux."""
+"""Installed and packed files on Linux."""
 
 import os
 import pathlib
@@ -9,7 +9,7 @@ import tarfile
 import tempfile
 import unittest
 
-from places import BUILD, LINUX, ROOT
+from paths import BUILD, LINUX, ROOT
 
 PROGRAMS = {"quellora", "quellora-backend", "quellora-screencapture", "quellora-launcher"}
 SIZES = (16, 24, 32, 48, 64, 128, 256, 512)
@@ -42,7 +42,7 @@ class InstallTest(unittest.TestCase):
         self.check_installed(prefix)
 
     def test_the_installation_can_be_moved(self):
-        """The launcher finds the program beside itself, through the link."""
+        """The launcher resolves the link and finds the program in its own folder."""
         self.run_quietly("cmake", "--install", BUILD, "--prefix", self.folder / "one")
         moved = self.folder / "two"
         (self.folder / "one").rename(moved)
@@ -72,7 +72,7 @@ class InstallTest(unittest.TestCase):
         for program in PROGRAMS:
             self.assertTrue(members[f"lib/quellora/{program}"].mode & stat.S_IXOTH, program)
 
-    def test_the_script_installs_and_removes_without_a_trace(self):
+    def test_the_script_installs_and_removes_all_files(self):
         if BUILD.resolve() != (ROOT / "build/release").resolve():
             self.skipTest("the script installs the release build only")
         prefix = self.folder / "a prefix"

@@ -1,7 +1,7 @@
-"""The rules for macOS, run on Linux: two empty programs become a bundle, which is installed.
+"""The macOS install rules, run on Linux: two empty programs are built and installed as a bundle.
 
-Compiler and linker are the Mac's kind (clang, lld); the programs hold no system call, so that no
-system library is needed beyond an empty description of one.
+Uses clang and lld for Mach-O. The programs make no system calls, so that an empty stub of
+libSystem suffices.
 """
 
 import pathlib
@@ -12,7 +12,7 @@ import subprocess
 import tempfile
 import unittest
 
-from places import BUILD, MACOS, ROOT, VERSION
+from paths import BUILD, MACOS, ROOT, VERSION
 
 TOOLS = ("clang-14", "ld64.lld-14", "llvm-install-name-tool-14", "llvm-ar-14", "llvm-ranlib-14")
 PROJECT = """
@@ -42,7 +42,7 @@ set(CMAKE_TRY_COMPILE_TARGET_TYPE STATIC_LIBRARY)
 set(CMAKE_USER_MAKE_RULES_OVERRIDE ${CMAKE_CURRENT_LIST_DIR}/rules.cmake)
 set(CMAKE_EXE_LINKER_FLAGS_INIT "--ld-path=/usr/bin/ld64.lld-14 -mlinker-version=711")
 """
-# CMake asks the machine it runs on whether programs have search paths for libraries.
+# CMake takes the rpath flag from the host system unless it is set.
 RULES = """
 set(CMAKE_SHARED_LIBRARY_RUNTIME_C_FLAG -Wl,-rpath,)
 """
@@ -90,32 +90,32 @@ class MacosLayoutTest(unittest.TestCase):
             raise AssertionError(f"{command}\n{result.stdout}\n{result.stderr}")
         return result.stdout
 
-    def test_the_bundle_is_all_that_is_installed(self):
+    def test_only_the_bundle_is_installed(self):
         found = {str(path.relative_to(self.folder / "out"))
                  for path in (self.folder / "out").rglob("*") if path.is_file()}
         self.assertEqual(found, {"Quellora.app/Contents/Info.plist",
                                  "Quellora.app/Contents/MacOS/Quellora",
                                  "Quellora.app/Contents/Resources/Quellora.icns"})
 
-    def test_the_bundle_is_what_it_says(self):
+    def test_the_bundle_passes_the_check(self):
         self.run_tool(MACOS / "check-bundle", self.app)
         with open(self.app / "Contents/Info.plist", "rb") as file:
             info = plistlib.load(file)
         with open(BUILD / "packaging/macos/Info.plist", "rb") as file:
             self.assertEqual(info, plistlib.load(file))
 
-    def test_libraries_are_looked_for_in_the_bundle(self):
+    def test_the_rpath_is_inside_the_bundle(self):
         program = (self.app / "Contents/MacOS/Quellora").read_bytes()
         self.assertEqual(program.count(b"@executable_path/../Frameworks\0"), 1)
 
-    def test_the_backend_is_there_for_who_asks(self):
+    def test_the_backend_is_an_optional_component(self):
         out = self.folder / "backend"
         self.run_tool("cmake", "--install", self.build, "--component", "backend",
                       "--prefix", out)
         found = [str(path.relative_to(out)) for path in out.rglob("*") if path.is_file()]
         self.assertEqual(found, ["bin/quellora-backend"])
 
-    def test_the_image(self):
+    def test_the_disk_image_settings(self):
         settings = dict(re.findall(r'^set\((CPACK_\w+) "(.*)"\)$',
                                    (self.build / "CPackConfig.cmake").read_text(), re.MULTILINE))
         self.assertEqual(settings["CPACK_GENERATOR"], "DragNDrop")

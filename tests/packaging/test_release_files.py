@@ -1,4 +1,4 @@
-"""Presets, the workflow, the list of Homebrew formulae and the release guide fit together."""
+"""Presets, workflow, Brewfile and release guide are consistent."""
 
 import json
 import os
@@ -8,11 +8,11 @@ import unittest
 
 import yaml
 
-from places import MACOS, ROOT
+from paths import MACOS, ROOT
 
 WORKFLOW = ROOT / ".github" / "workflows" / "macos.yml"
 GUIDE = ROOT / "docs" / "RELEASE.md"
-# What CMake looks for, by the formula that brings it.
+# Names that CMake searches for, with the formulae that provide them.
 FORMULAE = {
     "Qt6": "qt", "PkgConfig": "pkgconf", "tl-expected": "tl-expected", "simdjson": "simdjson",
     "spng": "libspng", "libspng": "libspng", "libturbojpeg": "jpeg-turbo",
@@ -29,7 +29,7 @@ LINUX_ONLY = ("tools/", "tests/tools/", "tests/e2e/", "tests/platform/", "src/pl
 
 
 def commands(text):
-    """(tool, preset) of each command with a preset."""
+    """(kind of preset, name) of each command with a preset."""
     found = re.findall(r"\b(cmake --build|cmake|ctest|cpack) --preset[ =]([\w-]+)", text)
     kinds = {"cmake": "configurePresets", "cmake --build": "buildPresets",
              "ctest": "testPresets", "cpack": "packagePresets"}
@@ -37,7 +37,7 @@ def commands(text):
 
 
 def searched_for():
-    """Names that find_package, pkg_check_modules and find_program get on a Mac."""
+    """Names passed to find_package, pkg_check_modules and find_program on a Mac."""
     names = set()
     for path in [*ROOT.rglob("CMakeLists.txt"), *(ROOT / "cmake").glob("*.cmake")]:
         if str(path.relative_to(ROOT)).startswith(LINUX_ONLY):
@@ -61,7 +61,7 @@ class ReleaseFilesTest(unittest.TestCase):
     def preset(self, kind, name):
         return next((preset for preset in self.presets[kind] if preset["name"] == name), None)
 
-    def test_the_presets_are_understood(self):
+    def test_the_presets_are_valid(self):
         result = subprocess.run(["cmake", "--list-presets=all"], cwd=ROOT, capture_output=True,
                                 text=True, check=False)
         self.assertEqual(result.returncode, 0, result.stderr)
@@ -86,7 +86,7 @@ class ReleaseFilesTest(unittest.TestCase):
         self.assertEqual([kind for kind, _ in commands(self.scripts)][:4],
                          ["configurePresets", "buildPresets", "testPresets", "packagePresets"])
 
-    def test_what_is_called_is_there(self):
+    def test_referenced_scripts_exist(self):
         for text in (self.scripts, GUIDE.read_text()):
             paths = set(re.findall(r"packaging/macos/[\w.-]+\w", text))
             self.assertIn("packaging/macos/sign", paths)
@@ -104,11 +104,11 @@ class ReleaseFilesTest(unittest.TestCase):
         self.assertNotIn("secrets.", str(jobs["build"]))
         for step in jobs["release"]["steps"]:
             self.assertIn("CAN_SIGN", step["if"], step)
-        # The identity is forgotten whatever happened before.
+        # The identity is removed even after a failure.
         self.assertIn("always()", jobs["release"]["steps"][-1]["if"])
         self.assertEqual(self.workflow["permissions"], {"contents": "read"})
 
-    def test_secrets_are_variables_and_never_part_of_a_command(self):
+    def test_secrets_are_never_part_of_a_command(self):
         self.assertNotIn("${{", self.scripts)
 
     def test_every_dependency_has_a_formula(self):

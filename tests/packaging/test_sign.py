@@ -1,4 +1,4 @@
-"""The signing script: which commands it would run on a Mac, in which order, with which options."""
+"""The signing script's commands, their order and their options."""
 
 import os
 import pathlib
@@ -8,7 +8,7 @@ import subprocess
 import tempfile
 import unittest
 
-from places import LINUX, MACOS
+from paths import LINUX, MACOS
 
 SIGN = MACOS / "sign"
 CODE = b"\xcf\xfa\xed\xfe" + bytes(28)
@@ -22,7 +22,7 @@ class SignTest(unittest.TestCase):
     def setUp(self):
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="sign-"))
         self.addCleanup(shutil.rmtree, self.folder, ignore_errors=True)
-        # With a space: paths are given to the shell.
+        # With a space, to test the quoting.
         self.app = self.folder / "with space" / "Quellora.app"
         self.put("Contents/Info.plist", b"<plist/>")
         self.put("Contents/MacOS/Quellora", CODE)
@@ -98,10 +98,10 @@ class SignTest(unittest.TestCase):
                 self.assertEqual(given[given.index("--sign") + 1], IDENTITY)
                 self.assertIn("--timestamp", given)
                 self.assertEqual(given[given.index("--options") + 1], "runtime")
-                # Signing deep would give everything the same entitlements.
+                # --deep would give everything the same entitlements.
                 self.assertNotIn("--deep", given)
 
-    def test_only_programs_have_entitlements_and_each_its_own(self):
+    def test_only_programs_have_entitlements(self):
         _, options = self.signed(self.commands("app", "--identity", IDENTITY, str(self.app)))
         found = {path: os.path.basename(given[given.index("--entitlements") + 1])
                  for path, given in options.items() if "--entitlements" in given}
@@ -112,7 +112,7 @@ class SignTest(unittest.TestCase):
                 self.assertTrue(os.path.isfile(given[given.index("--entitlements") + 1]))
 
     def test_ad_hoc_is_not_hardened(self):
-        """Libraries without a team would be refused by the hardened runtime."""
+        """The hardened runtime would reject libraries without a team identifier."""
         _, options = self.signed(self.commands("app", "--identity", "-", str(self.app)))
         for given in options.values():
             self.assertNotIn("runtime", given)
@@ -137,7 +137,7 @@ class SignTest(unittest.TestCase):
              "--verbose=4", str(image)]])
 
     def test_it_stops_at_the_first_failure(self):
-        """A stand-in for the Mac's tool that refuses frameworks."""
+        """With a codesign stub that fails for frameworks."""
         tool = self.folder / "bin" / "codesign"
         tool.parent.mkdir()
         tool.write_text('#!/bin/bash\necho "$@" >>"$SIGNED"\n[[ ${!#} != *.framework ]]\n')
@@ -150,7 +150,7 @@ class SignTest(unittest.TestCase):
         self.assertTrue(lines[-1].endswith(".framework"), lines[-1])
         self.assertFalse(any(line.endswith("Quellora.app") for line in lines))
 
-    def test_mistakes_are_named(self):
+    def test_usage_errors(self):
         image = self.folder / "image.dmg"
         image.write_bytes(b"image")
         for arguments, text in (
@@ -168,7 +168,7 @@ class SignTest(unittest.TestCase):
                 self.assertEqual(result.returncode, 1)
                 self.assertIn(text, result.stderr)
 
-    def test_the_scripts_are_sound(self):
+    def test_the_scripts_pass_shellcheck(self):
         if not shutil.which("shellcheck"):
             self.skipTest("needs the Debian package shellcheck")
         scripts = [SIGN, MACOS / "ci-keychain", LINUX / "install", LINUX / "quellora-launcher"]
@@ -176,8 +176,8 @@ class SignTest(unittest.TestCase):
                                 check=False)
         self.assertEqual(result.stdout, "")
 
-    def test_it_runs_with_the_shell_of_a_mac(self):
-        """Version 3.2: what later ones brought is not used."""
+    def test_it_uses_no_features_newer_than_bash_3_2(self):
+        """macOS ships bash 3.2."""
         text = "\n".join(line for line in SIGN.read_text().splitlines()
                          if not line.lstrip().startswith("#"))
         for later in ("mapfile", "readarray", "declare -A", "local -A", "local -n", ",,}", "^^}",

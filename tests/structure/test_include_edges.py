@@ -1,4 +1,4 @@
-"""What may include what: the folders of src depend on each other in one direction only."""
+"""Allowed includes between the folders of src: dependencies go in one direction only."""
 
 import pathlib
 import re
@@ -6,7 +6,7 @@ import unittest
 
 SRC = pathlib.Path(__file__).resolve().parents[2] / "src"
 
-# Each folder and the folders that its files may include from; only those above it in this list.
+# Each folder with the folders it may include from; only folders listed before it.
 ALLOWED = {
     "base": [],
     "platform": ["base"],
@@ -43,7 +43,7 @@ class IncludeEdgesTest(unittest.TestCase):
         known = []
         for folder, below in ALLOWED.items():
             for other in below:
-                self.assertIn(other, known, f"{folder} may not depend on {other}: it is not below")
+                self.assertIn(other, known, f"{folder} may not depend on {other}: it is listed later")
             known.append(folder)
 
     def test_every_folder_is_listed(self):
@@ -63,14 +63,14 @@ class IncludeEdgesTest(unittest.TestCase):
                     wrong.append(f"{path.relative_to(SRC)} includes {included}")
         self.assertEqual(wrong, [])
         unused = {(folder, other) for folder, below in ALLOWED.items() for other in below} - used
-        self.assertEqual(unused, set(), "listed, but nothing includes so")
+        self.assertEqual(unused, set(), "listed, but unused")
 
     def test_only_folders_with_views_include_view_headers(self):
         wrong = [str(path.relative_to(SRC)) for path, folder, text in sources()
                  if folder not in WITH_VIEWS and VIEW_HEADER.search(text)]
         self.assertEqual(wrong, [])
 
-    def test_only_ports_know_their_system(self):
+    def test_only_the_platform_folder_checks_the_system(self):
         wrong = [str(path.relative_to(SRC)) for path, folder, text in sources()
                  if folder != "platform" and OF_ONE_SYSTEM.search(text)]
         self.assertEqual(wrong, [])

@@ -1,4 +1,4 @@
-// Everything that the macOS port may use, for the check of the declarations.
+// Imports every declaration header, for verify_declarations.py.
 #import <AppKit/AppKit.h>
 #import <ApplicationServices/ApplicationServices.h>
 #import <Carbon/Carbon.h>

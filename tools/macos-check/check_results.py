@@ -1,12 +1,12 @@
 #!/usr/bin/env python3
-"""Looks at what the build for macOS has made.
+"""Checks the output of the build for macOS.
 
 usage: check_results.py [--list-objects] REPOSITORY BUILD
 
-Every source that belongs on macOS was compiled, with and without the stricter declarations, and
-the programs are Mach-O executables for arm64, and the application bundle holds what it promises.
---list-objects prints the objects of all sources that the build knows, tests included, but for the
-backend's: their test library wants a header of the C++ ABI, which is not among those fetched.
+Every macOS source is compiled, with and without the stricter declarations; the programs are Mach-O
+executables for arm64; the application bundle passes check-bundle.
+--list-objects prints the objects of all sources, including tests except the backend's: GoogleTest
+needs a header of the C++ ABI that is not fetched.
 """
 import json
 import shlex
@@ -18,18 +18,18 @@ from pathlib import Path
 
 lists_objects = sys.argv[1] == "--list-objects"
 root, build = (Path(a).resolve() for a in sys.argv[-2:])
-# Sources of other systems, and programs that no Mac needs.
+# Sources and programs of other systems.
 elsewhere = ["src/platform/linux", "tools/screencapture"]
 
 problems = []
-# A source may be part of several targets, of which not all are built.
+# A source may belong to several targets, not all of which are built.
 commands = defaultdict(list)
 for entry in json.loads((build / "compile_commands.json").read_text()):
     commands[Path(entry["file"]).resolve()].append(entry)
 
 
 def objects_of(path):
-    """What a source is compiled into, as the build names it."""
+    """Object files of a source, as named in the build."""
     for entry in commands[path]:
         arguments = shlex.split(entry["command"])
         yield arguments[arguments.index("-o") + 1]
@@ -51,9 +51,9 @@ def own_sources():
 
 
 def compile_as_the_system_declares(path):
-    """Compiles a source of the port against the looser option types of the system's headers."""
+    """Compiles a source of the port with the looser option types of the system's headers."""
     command = [a for a in shlex.split(commands[path][0]["command"]) if a != "-DSDK_STRICT"]
-    # Without the compiler's cache, which has nothing of it.
+    # Without ccache: -fsyntax-only is not cached.
     command = command[1:] if command[0].endswith("ccache") else command
     output = command.index("-o")
     command[output:output + 2] = ["-fsyntax-only"]

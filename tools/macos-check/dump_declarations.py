@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""Writes clang's syntax tree of our declarations of the system's API, as JSON.
+"""Writes clang's AST of our declarations of the system's API, as JSON.
 
 usage: dump_declarations.py BUILD >FILE
 
-BUILD   the configured build for macOS, whose flags for the port are used
+BUILD   the configured build for macOS, which provides the flags
 """
 import json
 import sys

@@ -1,15 +1,15 @@
-"""Mistakes for the self-test to plant, as plain data.
+"""Mistakes that the self-test injects, as plain data.
 
-Files named with a folder of a framework are declarations (sdk/include), the others are sources of
-the port. Texts are literal; every occurrence of one is replaced, and there must be one.
+File names with a folder are declarations (sdk/include), the others are sources of the port. Texts are
+literal and must occur; every occurrence is replaced.
 """
 from dataclasses import dataclass
 
-# Where a mistake has to be caught; what comes before must let it through.
+# The stage that must catch a mistake; earlier stages must let it pass.
 COMPILE = "compile"
 DECLARATIONS = "declarations"
 LINK = "link"
-# Known not to be caught: nothing but a Mac tells.
+# Known not to be caught by any stage.
 NOWHERE = "nowhere"
 
 APPKIT = "AppKit/AppKit.h"
@@ -24,9 +24,9 @@ COCOA = "Cocoa.mm"
 class Mistake:
     """One mistake.
 
-    name       what it is
-    caught_by  where it has to be caught
-    says       part of what is said then, so that nothing else is caught in its place
+    name       description
+    caught_by  the stage that must catch it
+    says       part of that stage's message, to exclude other errors
     changes    (file, text, replacement)s
     """
     name: str
@@ -36,7 +36,7 @@ class Mistake:
 
 
 MISTAKES = (
-    # In the port only.
+    # Mistakes in the port only.
     Mistake("misspelled selector", COMPILE, "declares the selector 'orderAway:'", (
         (KEEPER, "[native orderOut:nil]", "[native orderAway:nil]"),)),
     Mistake("misspelled property", COMPILE, "property 'hideOnDeactivate' not found", (
@@ -62,7 +62,7 @@ MISTAKES = (
         "property 'becomesKeyOnlyIfNeeded' not found", (
         (KEEPER, "native.hidesOnDeactivate = NO", "native.becomesKeyOnlyIfNeeded = YES"),)),
     Mistake(
-        "value for a property that can only be read", COMPILE,
+        "assignment to a read-only property", COMPILE,
         "assignment to readonly property", (
         (KEEPER, "native.hasShadow = YES", "native.keyWindow = YES"),)),
     Mistake("misspelled @selector", COMPILE, "undeclared selector 'runEditComand:'", (
@@ -75,7 +75,7 @@ MISTAKES = (
         (COCOA, "handler:^NSEvent *(NSEvent *event) {", "handler:^void(NSEvent *event) {"),
         (COCOA, "return call(event);", "call(event);"))),
     Mistake(
-        "block with an argument too many", COMPILE,
+        "block with an extra argument", COMPILE,
         "with an rvalue of type 'void (^)(NSEvent *", (
         (COCOA, "handler:^(NSEvent *event) {", "handler:^(NSEvent *event, id) {"),)),
     Mistake(
@@ -91,11 +91,11 @@ MISTAKES = (
         (HOTKEYS, "RegisterEventHotKey(keyCode, modifiers, {signature, id},",
          "RegisterEventHotKey(EventHotKeyID{signature, id}, modifiers, keyCode,"),)),
     Mistake(
-        "method of the class sent to an object", COMPILE,
+        "class method called on an instance", COMPILE,
         "declares the selector 'separatorItem'", (
         (SHELL, "[NSMenuItem separatorItem]", "[item separatorItem]"),)),
 
-    # In the declarations, and in the port where it uses them.
+    # Mistakes in the declarations, repeated in the port if used there.
     Mistake("selector, in both", DECLARATIONS, "orderFrontAnyway]: no such method", (
         (APPKIT, "orderFrontRegardless", "orderFrontAnyway"),
         (KEEPER, "orderFrontRegardless", "orderFrontAnyway"))),
@@ -122,7 +122,7 @@ MISTAKES = (
         (APPKIT, "- (void)activateIgnoringOtherApps:(BOOL)",
          "- (void)activateIgnoringOtherApps:(NSInteger)"),)),
     Mistake(
-        "parameter too many, in both", DECLARATIONS,
+        "extra parameter, in both", DECLARATIONS,
         "activateIgnoringOtherApps:options:]: no such method", (
         (APPKIT, "- (void)activateIgnoringOtherApps:(BOOL)",
          "- (void)activateIgnoringOtherApps:(BOOL)now options:(NSUInteger)"),
@@ -133,19 +133,19 @@ MISTAKES = (
         (APPKIT, "@property BOOL hidesOnDeactivate;",
          "@property BOOL hidesOnDeactivate;\n@property BOOL becomesKeyOnlyIfNeeded;"),)),
     Mistake(
-        "method of the class as one of its objects, in both", DECLARATIONS,
+        "class method as instance method, in both", DECLARATIONS,
         "-[NSMenuItem separatorItem]: ", (
         (APPKIT, "+ (NSMenuItem *)separatorItem;", "- (NSMenuItem *)separatorItem;"),
         (SHELL, "[NSMenuItem separatorItem]", "[item separatorItem]"))),
     Mistake(
-        "fields of a struct swapped", DECLARATIONS,
+        "swapped fields of a struct", DECLARATIONS,
         "has the fields signature, id, not id, signature", (
         (CARBON, "OSType signature;\n    UInt32 id;", "UInt32 id;\n    OSType signature;"),)),
     Mistake("name of a function, in both", DECLARATIONS, "UnregisterHotKey: no such function", (
         (CARBON, "UnregisterEventHotKey", "UnregisterHotKey"),
         (HOTKEYS, "UnregisterEventHotKey", "UnregisterHotKey"))),
     Mistake(
-        "constant that there is not, in both", DECLARATIONS,
+        "nonexistent constant, in both", DECLARATIONS,
         "NSApplicationDidComeForwardNotification: no such constant", (
         (APPKIT, "NSApplicationDidBecomeActiveNotification",
          "NSApplicationDidComeForwardNotification"),
@@ -170,7 +170,7 @@ MISTAKES = (
          "@interface NSMenuItem : NSObject <NSFastEnumeration>"),)),
     Mistake("result of a block", DECLARATIONS, "not (p1: NSEvent) => NSEvent", (
         (APPKIT, "handler:(NSEvent *_Nullable (^)(NSEvent *))", "handler:(BOOL (^)(NSEvent *))"),)),
-    Mistake("property that can only be read, as one to write", DECLARATIONS, "can only be read", (
+    Mistake("read-only property declared writable", DECLARATIONS, "can only be read", (
         (APPKIT, "@property (getter=isKeyWindow, readonly) BOOL keyWindow;",
          "@property (getter=isKeyWindow) BOOL keyWindow;"),)),
     Mistake("getter of a property", DECLARATIONS, "reads it with isKeyWindow", (
@@ -181,23 +181,23 @@ MISTAKES = (
         "NSAppearanceNameAqua: is a signed integer", (
         (APPKIT, "SDK_EXTERN NSAppearanceName const NSAppearanceNameAqua;",
          "SDK_EXTERN NSInteger const NSAppearanceNameAqua;"),)),
-    Mistake("constant as a macro, which no tree shows", DECLARATIONS, "macro kFirstKey", (
+    Mistake("constant as a macro", DECLARATIONS, "macro kFirstKey", (
         (CARBON, "SDK_EXTERN EventTargetRef GetApplicationEventTarget(void);",
          "SDK_EXTERN EventTargetRef GetApplicationEventTarget(void);\n#define kFirstKey 1"),)),
 
-    # Between the port and the rest of the program.
-    Mistake("function of an interface left out", LINK, "PreferenceStoreMac11synchronize", (
+    # Mistakes found when linking.
+    Mistake("missing member function of an interface", LINK, "PreferenceStoreMac11synchronize", (
         ("PreferenceStoreMac.mm",
          "bool PreferenceStoreMac::synchronize()\n{\n"
          "    return [NSUserDefaults.standardUserDefaults synchronize];\n}\n",
          ""),)),
 
-    # The limits.
-    Mistake("two arguments of one type swapped", NOWHERE, "", (
+    # Undetectable mistakes.
+    Mistake("swapped arguments of the same type", NOWHERE, "", (
         (HOTKEYS, "RegisterEventHotKey(keyCode, modifiers,",
          "RegisterEventHotKey(modifiers, keyCode,"),)),
     Mistake("misspelled name in a string", NOWHERE, "", (
         ("AppearanceMac.mm", '@"effectiveAppearance"', '@"effectivAppearance"'),)),
-    Mistake("misspelled selector of a method that the system calls", NOWHERE, "", (
+    Mistake("misspelled selector of a callback method", NOWHERE, "", (
         ("AppearanceMac.mm", "ofObject:(id)__unused object", "onObject:(id)__unused object"),)),
 )

@@ -1,4 +1,4 @@
-"""Compiles changed copies of the port's sources as the build for macOS does."""
+"""Compiles modified copies of the port's sources with the flags of the macOS build."""
 import json
 import os
 import re
@@ -14,17 +14,17 @@ port_folder = root / "src/platform/macos"
 
 
 def run(command, folder=None):
-    """Runs a command; its status and what it said."""
+    """Runs a command; returns its status and output."""
     result = subprocess.run([str(c) for c in command], cwd=folder, capture_output=True, text=True)
     return result.returncode, result.stdout + result.stderr
 
 
 class Command:
-    """How the build compiles one source.
+    """The build's compile command of one source.
 
-    flags    without the compiler's cache, the source and what it makes
-    folder   where it runs
-    object   what it makes
+    flags    without ccache, source and outputs
+    folder   working directory
+    object   output file
     """
 
     def __init__(self, entry):
@@ -43,20 +43,20 @@ class Command:
                 self.flags.append(word)
 
     def with_declarations(self, folder):
-        """The flags with other declarations in place of ours."""
+        """The flags with another folder in place of sdk/include."""
         own = os.path.realpath(declarations_folder)
         return [re.sub(r"^(-I)?(/.*)$", lambda m: (m[1] or "") + str(folder), f)
                 if os.path.realpath(f.removeprefix("-I")) == own else f for f in self.flags]
 
 
 class PortCompiler:
-    """Compiles sources of the port that lie anywhere, against declarations that lie anywhere.
+    """Compiles copies of the port's sources against a given folder of declarations.
 
-    What the sources include of the toolkit and the standard library is compiled once, ahead.
+    Headers of Qt and the standard library are precompiled once.
     """
 
     def __init__(self, build, scratch=None):
-        """`scratch` is a folder for what prepare() makes."""
+        """`scratch` is a folder for prepare()'s output."""
         entries = json.loads((build / "compile_commands.json").read_text())
         self.commands = {Path(e["file"]).name: Command(e) for e in entries
                          if Path(e["file"]).resolve().parent == port_folder
@@ -67,7 +67,7 @@ class PortCompiler:
         self._ahead = {}
 
     def prepare(self, name):
-        """Compiles ahead what sources with this one's flags include."""
+        """Precompiles the library headers with this source's flags."""
         command = self.commands[name]
         key = tuple(command.flags)
         if key in self._ahead:
@@ -83,7 +83,7 @@ class PortCompiler:
         self._ahead[key] = made
 
     def check(self, source, name, declarations):
-        """What the compiler has against a copy of the source `name`, or nothing."""
+        """Compiler errors of a copy of the source `name`, or an empty string."""
         command = self.commands[name]
         ahead = ["-Xclang", "-include-pch", "-Xclang", self._ahead[tuple(command.flags)]]
         status, said = run([*command.with_declarations(declarations), *ahead, "-fsyntax-only",
@@ -91,13 +91,13 @@ class PortCompiler:
         return said or "failed" if status else ""
 
     def make(self, source, name, made):
-        """Compiles a copy of the source into an object file."""
+        """Compiles a copy of the source into the object file `made`; returns errors."""
         command = self.commands[name]
         status, said = run([*command.flags, "-o", made, "-c", source], command.folder)
         return said or "failed" if status else ""
 
     def tree(self, declarations):
-        """(clang's dump of everything that a folder declares, what it has against that)"""
+        """(clang's AST dump of the declarations in a folder, errors)"""
         command = next(iter(self.commands.values()))
         result = subprocess.run(
             [*command.with_declarations(declarations), "-fsyntax-only", "-Xclang",
@@ -109,7 +109,7 @@ class PortCompiler:
 
 
 def without_language(flags):
-    """Flags without the language that they set."""
+    """The flags without -x options."""
     kept = list(flags)
     while "-x" in kept:
         del kept[kept.index("-x"):kept.index("-x") + 2]
@@ -117,7 +117,7 @@ def without_language(flags):
 
 
 def library_headers():
-    """What the port's sources and headers include of the toolkit and the standard library."""
+    """Qt and standard library headers included by the port."""
     names = set()
     for path in [*port_folder.iterdir(), *port_folder.parent.glob("*.h")]:
         names |= set(re.findall(r"^#include <(Q\w+|[a-z_]+)>", path.read_text(), re.MULTILINE))
@@ -125,7 +125,7 @@ def library_headers():
 
 
 class PortLinker:
-    """Links the program anew with one of the port's objects replaced."""
+    """Links the program with one of the port's objects replaced."""
 
     program = "bin/Quellora.app/Contents/MacOS/Quellora"
 
@@ -140,7 +140,7 @@ class PortLinker:
             raise SystemExit(f"selftest: {build} does not say how it links:\n{said}")
 
     def link(self, replaced, name):
-        """What the linker has against the program with this object, or nothing."""
+        """Linker errors of the program with this object, or an empty string."""
         words = shlex.split(self._command)
         output = self._scratch / name
         words[words.index(self.program)] = str(output)
@@ -152,6 +152,6 @@ class PortLinker:
                 run(["llvm-ar-14", "r", archive, replaced])
                 words[i] = str(archive)
         status, said = run(words, self._build)
-        # Left by the linker for the next time, which there is none.
+        # A by-product of tools/macos-check/link.
         (self._sdk / "stubs" / f"{name}.names.tbd").unlink(missing_ok=True)
         return said or "failed" if status else ""

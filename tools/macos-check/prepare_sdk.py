@@ -1,11 +1,10 @@
 #!/usr/bin/env python3
-"""Lays out what the toolchain compiles and links against, from what fetch-headers has brought.
+"""Creates the header and library folders for the toolchain from the files of fetch-headers.
 
 usage: prepare_sdk.py FOLDER
 
-FOLDER/libraries   headers of the libraries in use, without those of the machine's C library
-FOLDER/sdk         names of the system's libraries; those of the frameworks come from the check of
-                   our declarations
+FOLDER/libraries   links to the headers of the libraries in use, without the host's C library
+FOLDER/sdk         stubs of the system's libraries; verify_declarations.py adds the frameworks
 """
 import shutil
 import sys
@@ -17,12 +16,12 @@ here = Path(__file__).resolve().parent
 headers = Path("/usr/include")
 arch_headers = headers / "x86_64-linux-gnu"
 
-# What our sources and these libraries' own headers include.
+# Headers included by our sources and by these libraries.
 libraries = """
     CLI brotli gtest httplib.h leptonica libdeflate.h nlohmann simdjson.h sodium sodium.h spng.h
     sqlite3.h tesseract tl toml++ turbojpeg.h zlib.h png.h pngconf.h pnglibconf.h zconf.h GL KHR
 """.split()
-# The toolkit's headers name them; nothing of ours calls any of it.
+# Included by Qt's headers only.
 drawing = {"gl.h": "GL/gl.h", "gl3.h": "GL/glcorearb.h", "glext.h": "GL/glext.h"}
 
 
@@ -47,8 +46,8 @@ def write_system_libraries(root, sdk):
     folder.mkdir(parents=True, exist_ok=True)
     shutil.copy(root / "libc/lib/libc/darwin/libSystem.13.tbd", folder / "libSystem.tbd")
     shutil.copy(here / "sdk/usr/lib/libobjc.tbd", folder)
-    # The system's libc++ hands on what its ABI library exports.
-    # Counts with 64 bits there, with 32 on the system that the names come from.
+    # macOS's libc++ re-exports its ABI library. The wait function takes 64-bit values there, 32-bit
+    # values on Linux.
     names = {"__ZNSt3__120__libcpp_atomic_waitEPVKvx"}
     for library in ("libc++.so.1.0", "libc++abi.so.1.0"):
         names |= exported_names(root / "libcxx/usr/lib/llvm-16/lib" / library)

@@ -1,2 +1,2 @@
-# CMake asks the machine it runs on whether programs have search paths for libraries.
+# CMake takes the rpath flag from the host system unless it is set.
 set(CMAKE_SHARED_LIBRARY_RUNTIME_C_FLAG "-Wl,-rpath,")

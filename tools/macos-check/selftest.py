@@ -1,16 +1,16 @@
 #!/usr/bin/env python3
-"""Plants known mistakes into copies of the macOS port and of the declarations it is compiled
-against, and sees that each is caught where it has to be: by the compiler, by the check of the
-declarations, or by the linker. What is known to pass has to pass: so the limits stay true.
+"""Injects known mistakes into copies of the macOS port and of the declarations it is compiled
+against, and verifies that each is caught by the expected stage: compiler, check of the declarations
+or linker. Known undetectable mistakes must pass, so that the documented limits stay accurate.
 
 usage: selftest.py --build DIR --sdk DIR --pascal DIR
 
 --build    the build for macOS
---sdk      the folder that fetch-headers has filled
+--sdk      the folder filled by fetch-headers
 --pascal   the packages folder of Free Pascal's sources
 
-The list is in planted.py. A mistake whose text is no longer in its file is an error, and so is one
-that an earlier stage catches already. Exit status 1 if there is any error.
+planted.py lists the mistakes. A mistake whose text is no longer in its file is an error, as is one
+that an earlier stage catches. Exit status 1 if there is any error.
 """
 import argparse
 import os
@@ -26,7 +26,7 @@ from verify_declarations import read_descriptions, verify
 
 
 class SelfTest:
-    """Runs one mistake after another through the stages."""
+    """Runs all mistakes through the stages."""
 
     def __init__(self, arguments, scratch):
         self._scratch = scratch
@@ -36,7 +36,7 @@ class SelfTest:
             declarations_folder, arguments.sdk / "api/types", arguments.pascal)
 
     def run(self):
-        """Lines that say what went wrong; prints what went right."""
+        """Returns error messages; prints the successes."""
         for name in self._compiler.commands:
             self._compiler.prepare(name)
         with ThreadPoolExecutor(os.cpu_count()) as pool:
@@ -46,12 +46,12 @@ class SelfTest:
             return [r.result() for r in results if r.result()]
 
     def _control(self, name):
-        """What is wrong with a source that has no mistake, or nothing."""
+        """Error message if an unchanged source does not compile, else empty."""
         said = self._compiler.check(port_folder / name, name, declarations_folder)
         return said and f"{name} does not compile without a mistake:\n{said}"
 
     def _control_of_all(self):
-        """What is wrong with declarations and program without a mistake, or nothing."""
+        """Error message if the unchanged declarations or program fail a stage, else empty."""
         _, said = self._declaration_errors(declarations_folder)
         if said:
             return f"errors in the declarations without a mistake:\n{said}"
@@ -60,7 +60,7 @@ class SelfTest:
         return said and f"does not link without a mistake:\n{said}"
 
     def _try(self, number, mistake):
-        """What is wrong with how this mistake is caught, or nothing."""
+        """Error message if a mistake is not caught as expected, else None."""
         folder = self._scratch / str(number)
         try:
             sources, declarations = plant(mistake, folder)
@@ -77,7 +77,7 @@ class SelfTest:
         return None
 
     def _stage(self, mistake, folder, sources, declarations):
-        """(the first stage that catches it, what that said)"""
+        """(first stage that catches the mistake, its output)"""
         for name, source in sources.items():
             said = self._compiler.check(source, name, declarations)
             if said:
@@ -86,7 +86,7 @@ class SelfTest:
             stage, said = self._declaration_errors(declarations)
             if said:
                 return stage, said
-        # Only where it can matter: linking takes seconds.
+        # Only if expected to matter: linking takes seconds.
         if mistake.caught_by == LINK:
             for name, source in sources.items():
                 said = self._link(source, name, folder.name)
@@ -108,7 +108,7 @@ class SelfTest:
 
 
 def plant(mistake, folder):
-    """Copies what the mistake touches and changes it: ({source's name: copy}, declarations)."""
+    """Applies a mistake to copies of its files; returns ({source name: copy}, declarations)."""
     sources, declarations = {}, declarations_folder
     for file, text, replacement in mistake.changes:
         if "/" in file:

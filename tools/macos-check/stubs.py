@@ -1,4 +1,4 @@
-"""Text stubs (.tbd) that let a Mach-O linker know which names a library exports."""
+"""Text stubs (.tbd) that list a library's exported symbols for a Mach-O linker."""
 import os
 import subprocess
 from pathlib import Path
@@ -21,7 +21,7 @@ def tbd(install_name, symbols, classes=()):
 
 
 def exported_names(library):
-    """Names that an ELF library defines for others, as Mach-O writes them."""
+    """Exported symbols of an ELF library, with the leading underscore of Mach-O."""
     out = subprocess.run(
         ["llvm-nm-14", "-D", "--defined-only", "-j", str(library)],
         check=True, capture_output=True, text=True).stdout
@@ -37,7 +37,7 @@ def install_name_of(library):
 
 
 def stub_of(library, folder):
-    """The stub of an ELF library, made when it is missing or older."""
+    """Path of an ELF library's stub, which is written if missing or outdated."""
     real = library.resolve()
     stub = folder / (library.name.split(".so")[0] + ".tbd")
     if not stub.exists() or stub.stat().st_mtime < real.stat().st_mtime:
@@ -49,7 +49,7 @@ def stub_of(library, folder):
 
 
 def demangled(names):
-    """The C++ spelling of each Mach-O name that has one."""
+    """Maps each mangled C++ Mach-O name to its demangled form."""
     names = sorted(names)
     out = subprocess.run(
         ["llvm-cxxfilt-14"], input="\n".join(n[1:] for n in names) + "\n",
@@ -58,8 +58,8 @@ def demangled(names):
 
 
 def spelled_alike(text):
-    """A C++ name without what differs between the two systems' standard libraries: their inner
-    namespaces, and which of two types of the same width the 64-bit integers are."""
+    """A demangled name without differences between libstdc++ and libc++: inner namespaces, and
+    long versus long long for 64-bit integers."""
     for inner in ("__1::", "__cxx11::", "__exception_ptr::"):
         text = text.replace("std::" + inner, "std::")
     return text.replace("long long", "long").replace("[abi:cxx11]", "")

@@ -1,8 +1,8 @@
-# Compiles and links the whole program for arm64 macOS on Linux: clang with the C library's headers
-# for macOS, our own declarations of the system's API, and libraries that hold names only. What
-# comes out cannot run; that it comes out is the point.
+# Compiles and links the program for arm64 macOS on Linux with clang, the macOS C library's headers, our
+# own declarations of the system's API and text stubs of libraries. The result is not executable; the
+# build itself is the check.
 #
-# QUELLORA_MACOS_SDK names the folder that the check script fills.
+# QUELLORA_MACOS_SDK is the folder filled by tools/macos-check/run.
 
 if(NOT IS_DIRECTORY "${QUELLORA_MACOS_SDK}")
     message(FATAL_ERROR "QUELLORA_MACOS_SDK names no folder; use tools/macos-check/run")
@@ -48,11 +48,11 @@ set(CMAKE_EXE_LINKER_FLAGS_INIT "--ld-path=${CMAKE_CURRENT_LIST_DIR}/link -mlink
 
 set(CMAKE_USER_MAKE_RULES_OVERRIDE "${CMAKE_CURRENT_LIST_DIR}/rules.cmake")
 
-# Checks of the compiler need no program.
+# Compiler checks cannot link a program yet.
 set(CMAKE_TRY_COMPILE_TARGET_TYPE STATIC_LIBRARY)
 list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES QUELLORA_MACOS_SDK)
 
-# The libraries' own descriptions and names come from the machine's packages.
+# CMake packages and symbol names of the libraries come from the host.
 set(Qt6_DIR /usr/lib/x86_64-linux-gnu/cmake/Qt6)
 set(CMAKE_LIBRARY_PATH /usr/lib/x86_64-linux-gnu)
 set(CMAKE_PREFIX_PATH /usr/lib/x86_64-linux-gnu/cmake /usr)

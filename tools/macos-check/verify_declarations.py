@@ -1,14 +1,14 @@
 #!/usr/bin/env python3
-"""Checks the hand-written declarations of the system's API against two descriptions of it that
-others have published; README.md says where these come from.
+"""Checks the hand-written declarations of the system's API against two published descriptions of it;
+README.md names their sources.
 
 usage: verify_declarations.py --ast FILE --headers DIR --api DIR --pascal DIR [--stubs OUT]
 
---ast      clang's JSON dump of a file that includes every header, made with -DSDK_STRICT
+--ast      clang's JSON AST dump of a file that includes every header, with -DSDK_STRICT
 --headers  the declarations (sdk/include)
 --api      description A: the types folder of @nativescript/macos-node-api
 --pascal   description B: the packages folder of Free Pascal's sources
---stubs    also write a stub of every framework for the linker, with the names of description A
+--stubs    also write a linker stub of every framework, with the names of description A
 
 Prints a line for every error and note, then the totals. Exit status 1 if there is any error.
 """
@@ -25,7 +25,7 @@ from declarations.typescript import TypeScript
 
 
 def read_descriptions(folder, api_folder, pascal_folder):
-    """Both descriptions, of the frameworks that the headers below a folder belong to."""
+    """Reads both descriptions, for the frameworks that have headers in `folder`."""
     api, pascal_sources = TypeScript(), Pascal()
     api.read_folder(api_folder, headers.frameworks(folder))
     pascal_sources.read_folder(pascal_folder)
@@ -33,7 +33,7 @@ def read_descriptions(folder, api_folder, pascal_folder):
 
 
 def verify(tree, folder, api, pascal_sources):
-    """(lines of errors, lines of notes, number confirmed) of the declarations in a folder."""
+    """Checks the declarations in a folder; returns (errors, notes, number confirmed)."""
     reader = Reader(tree, folder)
     verdicts = Comparison(api, pascal_sources).check_all(reader.declarations)
     errors = [str(v) for v in verdicts if v.outcome == "error"]

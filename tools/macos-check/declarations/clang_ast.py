@@ -1,8 +1,8 @@
-"""Reads clang's JSON dump of the syntax tree (-Xclang -ast-dump=json) of a file that includes every
-header with declarations, compiled with -DSDK_STRICT so that option sets are enums.
+"""Reads clang's JSON AST dump (-Xclang -ast-dump=json) of a file that includes every header with
+declarations, compiled with -DSDK_STRICT so that option sets are enums.
 
-The dump names a file only where it differs from the one named before, so that the whole tree is
-gone through in its order to know where each declaration stands.
+The dump names a file only if it differs from the previous one, so that the whole tree must be
+traversed in order to locate the declarations.
 """
 import os
 from dataclasses import dataclass
@@ -10,7 +10,7 @@ from pathlib import Path
 
 from .kinds import CTypes, Kind
 
-# Declarations inside others, looked at with them.
+# Declarations checked as parts of others.
 PARTS = {"ParmVarDecl", "FieldDecl", "ObjCTypeParamDecl", "LinkageSpecDecl"}
 
 
@@ -20,8 +20,8 @@ class Declaration:
 
     sort       class, forward class, category, protocol, method, property, enum, forward enum,
                enumerator, function, constant, struct, forward struct, typedef, operator; else
-               what clang calls it
-    name       its name; a method's selector
+               clang's node kind
+    name       name, or selector of a method
     place      file and line
     owner      class or protocol of a member, enum of an enumerator ("" without a name)
     kind       type of a property, constant, typedef; underlying type of an enum
@@ -47,8 +47,8 @@ class Declaration:
     superclass: str = ""
 
 
-class Places:
-    """Where each node of a dump stands: a file below a folder and a line."""
+class Locations:
+    """Source locations of a dump's nodes: a file below a folder and a line."""
 
     def __init__(self, folder):
         self.folder = Path(os.path.realpath(folder))
@@ -58,7 +58,7 @@ class Places:
         self._of = {}
 
     def read(self, node):
-        """Goes through a tree in its order."""
+        """Traverses a tree in order."""
         for key, value in node.items():
             if key == "loc":
                 self._location(value)
@@ -91,30 +91,30 @@ class Places:
         return self._relative[file]
 
 
-def count_declarations(node, places):
-    """How many declarations a tree has in the folder, counted without knowing what they are."""
+def count_declarations(node, locations):
+    """Number of declarations that a tree has in the folder, of whatever kind."""
     count = 0
     for child in node.get("inner", ()):
         kind = child.get("kind", "")
         if kind.endswith("Stmt"):
             continue
         own = (kind.endswith("Decl") and kind not in PARTS and not child.get("isImplicit")
-               and "loc" in child and places.of(child) is not None)
-        count += own + count_declarations(child, places)
+               and "loc" in child and locations.of(child) is not None)
+        count += own + count_declarations(child, locations)
     return count
 
 
 class Reader:
-    """Turns a dump into declarations.
+    """Converts a dump to declarations.
 
-    declarations   those in the folder, in order
-    counted        how many the tree has there
+    declarations   the declarations in the folder, in order
+    counted        number of declaration nodes in the folder
     """
 
     def __init__(self, root, folder):
-        self.places = Places(folder)
-        self.places.read(root)
-        self.counted = count_declarations(root, self.places)
+        self.locations = Locations(folder)
+        self.locations.read(root)
+        self.counted = count_declarations(root, self.locations)
         self.declarations = []
         self.types = CTypes()
         self._names_by_typedef = {}
@@ -122,7 +122,7 @@ class Reader:
         self._read_all(root)
 
     def _note_names(self, node):
-        """Every named type, of the C library too: ours are made of them."""
+        """Records every named type, including the C library's, which ours refer to."""
         for child in node.get("inner", ()):
             kind, name = child.get("kind"), child.get("name")
             if kind == "LinkageSpecDecl":
@@ -139,7 +139,7 @@ class Reader:
                 self.types.classes.add(name)
 
     def _name_by_typedef(self, node):
-        """A struct or enum without a name goes by that of the typedef that holds it."""
+        """An unnamed struct or enum gets the name of its typedef."""
         tag = next(iter(node.get("inner", ())), {}).get("ownedTagDecl", {})
         if tag and not tag.get("name"):
             self._names_by_typedef[tag["id"]] = node["name"]
@@ -155,7 +155,7 @@ class Reader:
 
     def _is_ours(self, node):
         return (node.get("kind", "").endswith("Decl") and not node.get("isImplicit")
-                and self.places.of(node) is not None)
+                and self.locations.of(node) is not None)
 
     def _read_one(self, node):
         readers = {
@@ -175,7 +175,7 @@ class Reader:
         by_typedef = self._names_by_typedef.get(node.get("id"), "")
         details.setdefault("name", node.get("name", by_typedef))
         self.declarations.append(
-            Declaration(sort=sort, place=self.places.of(node), **details))
+            Declaration(sort=sort, place=self.locations.of(node), **details))
 
     def _class(self, node):
         name, inner = node.get("name", ""), node.get("inner", ())

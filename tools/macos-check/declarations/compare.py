@@ -1,21 +1,21 @@
-"""Holds our declarations against the two descriptions: A (TypeScript), B (Pascal).
+"""Compares our declarations with the two descriptions: A (TypeScript), B (Pascal).
 
-Every declaration gets exactly one verdict. It is confirmed when what the descriptions say of it
-agrees; a note when a part of it rests on one description only, or on none where that part cannot
-do harm; an error when a description contradicts it or no description knows it.
+Every declaration gets exactly one verdict: confirmed if it agrees with the descriptions; note if a part
+of it is confirmed by only one description, or by none where that is harmless; error if a description
+contradicts it or neither contains it.
 """
 import re
 from dataclasses import dataclass
 
 from . import pascal, typescript
 
-# What the compiler and the language's runtime define; both descriptions leave it out.
+# Defined by the compiler and the language's runtime; in neither description.
 LANGUAGE_TYPES = {"BOOL", "SEL", "IMP", "Class", "id", "instancetype"}
 
 
 @dataclass
 class Verdict:
-    """What became of a declaration: "confirmed", "note" or "error", and why."""
+    """Result for a declaration: "confirmed", "note" or "error", and the reason."""
     declaration: object
     outcome: str
     reason: str = ""
@@ -26,7 +26,7 @@ class Verdict:
 
 
 def title(d):
-    """A declaration as a person names it."""
+    """Display name of a declaration."""
     if d.sort == "method":
         return f"{'+' if d.is_class else '-'}[{d.owner.lstrip('@')} {d.name}]"
     if d.sort == "property":
@@ -39,7 +39,7 @@ def title(d):
 
 
 class Wrong(Exception):
-    """A declaration that a description contradicts, or that none knows."""
+    """Raised for a declaration that a description contradicts or that neither contains."""
 
 
 class Comparison:
@@ -143,7 +143,7 @@ class Comparison:
         self._method_by_b(d, owner)
 
     def _candidates(self, d):
-        """(argument types, result type) of what description A has under the selector."""
+        """(argument types, result type) of the selector's methods in description A."""
         word, colons = typescript.in_one_word(d.name), d.name.count(":")
         found = []
         for owner in self._chain(d.owner):
@@ -173,7 +173,7 @@ class Comparison:
             self._note("newer than description B: rests on description A alone")
 
     def _signature_by_b(self, d, methods, owner):
-        """Description B may have several; one must agree in everything that it tells."""
+        """Description B may have several overloads; one must agree completely."""
         def disagreement(method):
             if len(method.arguments) != len(d.parts):
                 return f"{len(d.parts)} arguments, description B has {len(method.arguments)}"
@@ -227,7 +227,7 @@ class Comparison:
 
     def _enum(self, d):
         if not d.name:
-            return  # its members are looked up by their own names
+            return  # its members are checked by name
         if d.name not in self.api.enums:
             raise Wrong("no such enum")
         theirs = self.pascal.kind(d.name)
@@ -258,7 +258,7 @@ class Comparison:
         prefixes = {name: d.name.removesuffix(name) for name in members if d.name.endswith(name)}
         known = {n: p for n, p in prefixes.items() if prefix_of_enum(p, d.owner)}
         if theirs is not None:
-            # Some names have the member's own word in the middle: kCGHIDEventTap.
+            # Some names contain the member's name in the middle: kCGHIDEventTap.
             known = prefixes or {name: "" for name in members
                                  if name in d.name and members[name] == d.value}
         if not known:
@@ -294,7 +294,7 @@ class Comparison:
         elif pascal.agrees(d.kind, self.pascal.kind(type_name)) is False:
             raise Wrong(f"is {d.kind}, description B has {type_name}")
 
-    # What C has
+    # C functions, structs and typedefs
 
     def _function(self, d):
         theirs = self.pascal.function(d.name)
@@ -346,7 +346,7 @@ class Comparison:
 
     @staticmethod
     def _forward_struct(d):
-        """Only pointed at, its name is not seen by what uses it."""
+        """Used through pointers only; the name does not matter to callers."""
 
     def _typedef(self, d):
         if d.name in LANGUAGE_TYPES or d.kind.name == d.name:
@@ -359,14 +359,14 @@ class Comparison:
 
     @staticmethod
     def _operator(d):
-        """The strict mode's own: combining members of one option set."""
+        """Operators of the strict mode that combine members of one option set."""
         kinds = set(d.parts)
         if len(kinds) != 1 or next(iter(kinds)).family != "enum":
             raise Wrong("only members of one option set are combined")
 
 
 def word_prefixes(name):
-    """NSEventMask: NSEventMask, NSEvent, NS; of a plural also without its s."""
+    """Prefixes by whole words: NSEventMask, NSEvent, NS; for a plural also without its s."""
     cuts = [m.start() for m in re.finditer(r"(?<=[a-z0-9])(?=[A-Z])|(?<=^NS)(?=[A-Z])", name)]
     found = [name[:cut] for cut in cuts] + [name]
     if name.endswith("s"):
@@ -375,10 +375,10 @@ def word_prefixes(name):
 
 
 def prefix_of_enum(prefix, enum):
-    """Whether members of an enum may begin so: with whole words of its name, in C after a k."""
+    """Whether a prefix consists of whole words of the enum's name, optionally after a k."""
     return prefix in word_prefixes(enum) or prefix[:1] == "k" and prefix[1:] in word_prefixes(enum)
 
 
 def is_whole_prefix(prefix, enum):
-    """Whether a member begins with the whole name of its enum, a plural without its s."""
+    """Whether a prefix is the enum's full name, in the singular or plural."""
     return prefix in (enum, enum.removesuffix("s"))

@@ -1,12 +1,12 @@
-"""Looks at the text of the headers: what the syntax tree cannot show."""
+"""Checks the headers' text for what the AST does not contain."""
 import re
 
-# Our own, and what the system's object header defines too.
+# Our own, and those that <objc/objc.h> defines too.
 ALLOWED_MACROS = re.compile(r"SDK_\w+|YES|NO|nil|Nil")
 
 
 def frameworks(folder):
-    """Names of the frameworks that have a header here."""
+    """Names of the frameworks with headers in a folder."""
     return sorted(p.name for p in folder.iterdir() if p.is_dir() and any(p.rglob("*.h")))
 
 
@@ -16,13 +16,13 @@ def without_comments(text):
 
 
 def declaring_text(text):
-    """What is left of a header without comments, directives and space."""
+    """A header's text without comments, directives and whitespace."""
     text = re.sub(r"\\\n", "", without_comments(text))
     return re.sub(r"^\s*#[^\n]*", "", text, flags=re.MULTILINE).strip()
 
 
 def unseen(folder, declarations):
-    """An error for each header that declares something of which the dump has nothing."""
+    """An error for each header whose declarations are missing from the dump."""
     seen = {d.place.rsplit(":", 1)[0] for d in declarations}
     errors = []
     for header in sorted(folder.rglob("*.h")):
@@ -33,7 +33,7 @@ def unseen(folder, declarations):
 
 
 def unchecked_macros(folder):
-    """An error for each macro that stands for something of the system: no dump shows it."""
+    """An error for each macro that defines system API: the AST does not contain macros."""
     errors = []
     for header in sorted(folder.rglob("*.h")):
         text = without_comments(header.read_text())

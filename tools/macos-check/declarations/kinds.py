@@ -1,8 +1,8 @@
-"""What a type is to a caller: the common ground on which declarations and descriptions meet."""
+"""Types as callers see them: the common form in which declarations and descriptions are compared."""
 import re
 from dataclasses import dataclass
 
-# What a C name of a type is on arm64 macOS: family, bits, signed.
+# Built-in C types on arm64 macOS: family, bits, signed.
 BUILTINS = {
     "void": ("void", 0, False),
     "bool": ("bool", 8, False),
@@ -26,7 +26,7 @@ BUILTINS = {
     "Class": ("class", 0, False),
 }
 
-# Words that say how a value is owned or whether it may be missing, not what it is.
+# Ownership, nullability and other qualifiers, which do not affect the type.
 QUALIFIERS = re.compile(
     r"\b(_Nonnull|_Nullable|_Null_unspecified|_Nullable_result|__strong|__weak"
     r"|__unsafe_unretained|__autoreleasing|__kindof|const|volatile|enum|struct|union)\b")
@@ -38,8 +38,8 @@ class Kind:
 
     family     void, bool, integer, real, enum, struct, selector, id, self, class, object, block,
                function, text (characters of C), pointer, array, or unknown
-    name       of the enum, struct, class; the protocol of an id; what a pointer points at
-    bits       of a number, 0 when not known
+    name       of the enum, struct, class; the protocol of an id; the pointee of a pointer
+    bits       of a number, 0 if unknown
     arguments, result   of a block or function
     """
     family: str
@@ -61,7 +61,7 @@ class Kind:
 
 
 def split_outside_brackets(text, separator):
-    """The parts of a text between separators that stand outside brackets of any kind."""
+    """Splits a text at the separators outside brackets of any kind."""
     parts, depth, start, i = [], 0, 0, 0
     while i < len(text):
         if text.startswith("=>", i):
@@ -82,7 +82,7 @@ def split_outside_brackets(text, separator):
 
 
 def closing_bracket(text):
-    """Where the bracket that the text begins with ends."""
+    """Index of the bracket that closes the text's first one."""
     depth = 0
     for i, character in enumerate(text):
         depth += (character in "([{") - (character in ")]}")
@@ -92,7 +92,7 @@ def closing_bracket(text):
 
 
 class CTypes:
-    """Reads the spelling that clang gives types, knowing the names that a file has declared."""
+    """Parses clang's spelling of types, using the names declared in a file."""
 
     def __init__(self):
         self.typedefs = {}
@@ -101,7 +101,7 @@ class CTypes:
         self.classes = set()
 
     def kind(self, text, parameters=()):
-        """The kind of a type; `parameters` are the type parameters of the class around it."""
+        """The kind of a type; `parameters` are the enclosing class's type parameters."""
         text = re.sub(r"\s+", " ", QUALIFIERS.sub(" ", text)).strip()
         called = re.match(r"(.*?)\(([\^*]) ?\) ?\((.*)\)$", text)
         if called:

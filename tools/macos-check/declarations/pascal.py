@@ -1,8 +1,8 @@
 """Reads description B: the interfaces of the system's API in Free Pascal's sources (Debian package
-fpc-source), hand-made and generated years before description A and from older headers.
+fpc-source), partly handwritten, partly generated, from older headers than description A.
 
-packages/cocoaint/src/*/*.inc holds Objective-C, packages/univint/src/*.pas holds C, and
-rtl/inc/objcbase.pp the root class. Shape of the source:
+packages/cocoaint/src/*/*.inc contains Objective-C, packages/univint/src/*.pas contains C, and
+rtl/inc/objcbase.pp the root class. Format of the source:
     NSMenu = objcclass external (NSObject, NSCopyingProtocol)
       class function separatorItem: NSMenuItem; message 'separatorItem';
       procedure addItem (newItem: NSMenuItem); message 'addItem:';
@@ -12,17 +12,17 @@ rtl/inc/objcbase.pp the root class. Shape of the source:
     NSAppearanceNameAqua: NSString; cvar; external;
     EventHotKeyID = record signature: OSType; id: UInt32; end;
     function AXIsProcessTrusted: Boolean; external name '_AXIsProcessTrusted';
-It keeps what description A lost: colons of selectors, widths of integers, values of constants.
+Unlike description A it has the colons of selectors, widths of integers and values of constants.
 """
 import re
 from dataclasses import dataclass
 
 from .kinds import Kind
 
-# Units of Objective-C that are read; every unit of C is.
+# The Objective-C units to read; all C units are read.
 COCOA_UNITS = ("foundation", "appkit", "quartzcore", "coredata")
 
-# Names whose definition depends on the machine or lies in the compiler.
+# Types whose definitions are platform-dependent or built into the compiler.
 BASE_TYPES = {
     "NSInteger": Kind("integer", bits=64, signed=True),
     "NSUInteger": Kind("integer", bits=64),
@@ -92,12 +92,12 @@ class Method:
 
 
 class Pascal:
-    """Everything that description B says.
+    """The contents of description B.
 
     classes    names of classes
     written    (class or protocol, is_class, selector): (parameters, result) as written
-    selectors  every selector of any class
-    variables  name: type of what a library exports
+    selectors  the selectors of all classes
+    variables  name: type of each exported variable
     """
 
     def __init__(self):
@@ -131,7 +131,7 @@ class Pascal:
         for match in CONSTANT.finditer(text):
             self._expressions.setdefault(match[1], match[2])
         for match in FUNCTION.finditer(text):
-            # What has no "external" here is written out elsewhere: an inline function.
+            # Functions without "external" are inline functions implemented elsewhere.
             exported = re.search(r"external name '_(\w+)'", match[4])
             name = exported[1] if exported else match[1]
             self._functions.setdefault(name, (match[2], match[3]))
@@ -156,7 +156,7 @@ class Pascal:
                 owner = None
 
     def _owner(self, match):
-        """Notes a class; returns whose methods the lines after it are."""
+        """Records a class; returns the owner of the methods that follow."""
         name, sort, external, parents = match.groups()
         if sort == "category" and parents:
             return parents.split(",")[0].strip()
@@ -183,7 +183,7 @@ class Pascal:
         return [self._method(self.written[key]) for key in keys if key in self.written]
 
     def value(self, name, depth=0):
-        """The number that a constant's expression comes to, or None."""
+        """The value of a constant's expression, or None."""
         if name not in self._expressions or depth > 5:
             return None
         text = self._expressions[name].strip()
@@ -192,16 +192,16 @@ class Pascal:
         text = re.sub(r"\$([0-9a-fA-F]+)", r"0x\1", text)
         text = text.replace(" shl ", " << ").replace(" or ", " | ")
         text = re.sub(r"\b[A-Za-z_]\w*\b", lambda m: str(self.value(m[0], depth + 1)), text)
-        # Nothing but numbers and these signs is worked out.
+        # Only numbers and these operators are evaluated.
         if not re.fullmatch(r"[0-9a-fA-Fx\s<|()+*-]+", text):
             return None
         try:
-            return int(eval(text, {"__builtins__": {}}))  # only digits and signs by now
+            return int(eval(text, {"__builtins__": {}}))  # only digits and operators
         except (SyntaxError, TypeError, ValueError):
             return None
 
     def kind(self, name, depth=0):
-        """The kind that the name of a type stands for."""
+        """The kind of a type name."""
         if name in BASE_TYPES:
             return BASE_TYPES[name]
         if name in self.classes:
@@ -220,7 +220,7 @@ class Pascal:
         return Kind("unknown", name)
 
     def parameters(self, text):
-        """[(name, kind)] of a parameter list or of fields; by reference it is a pointer."""
+        """[(name, kind)] of a parameter list or of fields; parameters by reference are pointers."""
         found = []
         for part in without_comments(text or "").split(";"):
             names, colon, type_name = part.partition(":")
@@ -246,9 +246,9 @@ def without_comments(text):
 
 
 def agrees(ours, theirs, owner=""):
-    """Whether two kinds can be of one type; None when this description does not tell.
+    """Whether two kinds may be the same type; None if the description does not tell.
 
-    It knows fewer enums, calls what is now `instancetype` id, and writes no types of blocks.
+    The description has fewer enums, id instead of `instancetype`, and no types of blocks.
     """
     if theirs.family == "unknown":
         return None

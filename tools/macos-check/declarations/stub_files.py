@@ -1,11 +1,11 @@
-"""Stubs that tell the linker which names each framework exports, as description A has them."""
+"""Linker stubs of the frameworks, with the names of description A."""
 from stubs import tbd
 
-# Frameworks whose names the program may link against.
+# Frameworks that the program may link.
 FRAMEWORKS = ("Foundation", "CoreFoundation", "AppKit", "CoreGraphics", "ApplicationServices",
               "Carbon", "CoreServices")
 
-# What the compiler refers to for literals of strings, arrays and dictionaries; in no header.
+# Symbols that the compiler references for string, array and dictionary literals; in no header.
 LITERALS = {
     "CoreFoundation": ["___CFConstantStringClassReference"],
     "Foundation": ["___NSArray0__", "___NSDictionary0__"],
@@ -24,7 +24,7 @@ def names(api, framework):
 
 
 def write(folder, api):
-    """Writes the stub of each framework below a folder, where the linker looks for it."""
+    """Writes each framework's stub to its place in a system root."""
     for framework in FRAMEWORKS:
         place = folder / f"System/Library/Frameworks/{framework}.framework"
         place.mkdir(parents=True, exist_ok=True)

@@ -1,7 +1,7 @@
 """Reads description A: the npm package @nativescript/macos-node-api (MIT), generated from the
 system's own headers. Its types/*.d.ts hold one TypeScript declaration file per framework.
 
-Shape of the source, one item per line:
+Format of the source, one item per line:
     declare class NSMenu extends NSObject implements NSCopying {      a class
       static separatorItem(): NSMenuItem;                             a method of the class
       addItemWithTitleActionKeyEquivalent(string: string, ...): NSMenuItem;
@@ -11,14 +11,14 @@ Shape of the source, one item per line:
     declare const NSEventMask: {  LeftMouseDown: 2,                   an enum, its prefix dropped
     declare const noErr: number;                                      a constant, without its value
     declare function CGWindowLevelForKey(key: ...): number;           a function
-A selector has lost its colons and is written in one word; integers have lost their width.
+Selectors are single words without colons; integers have no width.
 """
 import re
 from dataclasses import dataclass, field
 
 from .kinds import closing_bracket, split_outside_brackets
 
-# Frameworks whose contents another one hands on.
+# Frameworks re-exported by others.
 ALWAYS_READ = ("Runtime", "CoreFoundation", "CoreServices")
 
 HEAD = re.compile(
@@ -43,7 +43,7 @@ class Property:
 
 @dataclass
 class Method:
-    """A method: its name in one word, its types as written."""
+    """A method: its name as a single word, its types as written."""
     is_class: bool
     name: str
     arguments: list
@@ -64,7 +64,7 @@ class Class:
 
 
 class TypeScript:
-    """Everything that description A says about a set of frameworks.
+    """The contents of description A for a set of frameworks.
 
     classes    name: Class
     enums      name: {member without its prefix: value}
@@ -81,7 +81,7 @@ class TypeScript:
         self.home = {}
 
     def read_folder(self, folder, frameworks):
-        """Reads the files of these frameworks; one without a file is an error of the caller."""
+        """Reads the files of these frameworks, all of which must exist."""
         for framework in sorted({*frameworks, *ALWAYS_READ}):
             text = (folder / f"{framework}.d.ts").read_text(encoding="utf8")
             self.read(framework, text)
@@ -121,7 +121,7 @@ class TypeScript:
         return names
 
     def protocol(self, name):
-        """The protocol of this name; one that shares a class's name carries a suffix here."""
+        """The protocol of this name; one that shares a class's name has a suffix here."""
         for spelled in (name + "Protocol", name):
             found = self.classes.get(spelled)
             if found and found.is_protocol:
@@ -129,7 +129,7 @@ class TypeScript:
         return None
 
     def _declaration(self, framework, line):
-        """Takes in a declaration; returns what the lines after it belong to."""
+        """Records a declaration; returns the owner of the lines that follow."""
         if match := ENUM.match(line):
             self.home.setdefault(match[1], framework)
             return self.enums.setdefault(match[1], {})
@@ -169,21 +169,21 @@ class TypeScript:
 
 
 def argument_types(text):
-    """The types of a parameter list, without the one that stands for the receiver."""
+    """The types of a parameter list, without the receiver's."""
     return [part.split(":", 1)[1].strip() for part in split_outside_brackets(text, ",")
             if not part.startswith("this:")]
 
 
 def in_one_word(selector):
-    """A selector as this description writes it."""
+    """A selector as spelled in this description."""
     first, *rest = selector.split(":")
     return first + "".join(part[:1].upper() + part[1:] for part in rest)
 
 
 def accepts(written, kind, owner=""):
-    """Whether a type as written here can be what a declaration calls `kind`.
+    """Whether a type as written here matches a declaration's `kind`.
 
-    `owner` is the class around it, which a method may name instead of its own type.
+    `owner` is the enclosing class, which methods may name instead of `this`.
     """
     alternatives = split_outside_brackets(written, " | ")
     return any(_accepts_one(a, kind, owner) for a in alternatives if a != "null")
@@ -223,7 +223,7 @@ def _accepts_one(written, kind, owner):
 
 
 def _accepts_called(written, kind):
-    """Blocks and functions: as many arguments, each of them and the result of the same kind."""
+    """Blocks and functions match if all arguments and the result do."""
     if kind.family not in ("block", "function") or not written.startswith("("):
         return False
     end = closing_bracket(written)

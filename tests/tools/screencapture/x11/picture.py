@@ -1,4 +1,4 @@
-"""Runs the capture tool and reads the PNG that it wrote, with nothing but the standard library."""
+"""Runs the capture tool and decodes its PNG with the standard library only."""
 
 import os
 import struct
@@ -66,13 +66,13 @@ class Picture:
 
 
 def run(arguments, environment, **options):
-    """The finished process of one run of the tool."""
+    """Runs the tool to completion."""
     return subprocess.run([TOOL, *arguments], env=environment, capture_output=True, text=True,
                           timeout=TOOL_DEADLINE, check=False, **options)
 
 
 def capture(screen, *arguments):
-    """Takes a picture and checks that the tool reported success and nothing else."""
+    """Takes a picture; fails if the tool reports an error or prints anything."""
     path = os.path.join(screen.folder, "picture.png")
     result = run([*arguments, path], screen.environment)
     if (result.returncode, result.stdout, result.stderr) != (0, "", ""):

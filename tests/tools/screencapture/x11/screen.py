@@ -1,4 +1,4 @@
-"""A private display with an optional window manager and compositor, and windows to put on it."""
+"""A private display with an optional window manager and compositor, and test windows."""
 
 import contextlib
 import os
@@ -13,7 +13,7 @@ from Xlib import X, Xatom, display, error, ext
 from Xlib.ext import shape
 from Xlib.protocol import event as xevent
 
-# The library confuses the events of the other extensions on displays that lack some of them.
+# python-xlib misnumbers the events of other extensions if the display lacks some of them.
 ext.__extensions__[:] = [entry for entry in ext.__extensions__ if entry[0] == "SHAPE"]
 
 DEADLINE = 15.0
@@ -22,7 +22,7 @@ CAPTURE_EXCLUDE = "_QUELLORA_CAPTURE_EXCLUDE"
 
 
 def wait_until(condition, what):
-    """Polls until condition() is true; fails loudly after the deadline."""
+    """Polls until condition() is true; raises AssertionError after the deadline."""
     end = time.monotonic() + DEADLINE
     while not condition():
         if time.monotonic() > end:
@@ -41,7 +41,7 @@ def stop(process):
 
 
 class Screen:
-    """Xvfb on a free display number, picked by the server itself."""
+    """Xvfb on a free display number chosen by the server."""
 
     def __init__(self, size="640x480x24", arguments=(), window_manager=False, compositor=None):
         self._processes = contextlib.ExitStack()
@@ -89,7 +89,7 @@ class Screen:
         self._processes.callback(stop, process)
 
     def _start_window_manager(self):
-        # Its own announcement comes before it can manage windows; the start-up command after.
+        # openbox sets its EWMH properties before it manages windows; it runs --startup afterwards.
         mark = os.path.join(self.folder, "window-manager-started")
         self._run("openbox", "--sm-disable", "--startup", "touch " + mark)
         wait_until(lambda: os.path.exists(mark), "the window manager")
@@ -110,7 +110,7 @@ class Screen:
         return self.display.intern_atom(name)
 
     def pixel(self, x, y):
-        """What the screen shows."""
+        """The colour of a pixel on the screen."""
         data = self.root.get_image(x, y, 1, 1, X.ZPixmap, 0xffffffff).data
         return int.from_bytes(data[:3], "little")
 
@@ -121,7 +121,7 @@ class Screen:
         return all(set(data[i::4]) == {colour >> 8 * i & 0xff} for i in range(3))
 
     def fill_root(self, colour=ROOT_COLOUR):
-        """Publishes a one-colour background the way background programs do."""
+        """Publishes a solid background as wallpaper programs do."""
         pixmap = self.root.create_pixmap(8, 8, self.screen.root_depth)
         gc = pixmap.create_gc(foreground=colour)
         pixmap.fill_rectangle(gc, 0, 0, 8, 8)
@@ -148,7 +148,7 @@ class Screen:
                managed=False, opacity=None, title=None, parent=None, window_class=X.InputOutput):
         """Creates and maps a window and waits until it is viewable.
 
-        colour None leaves the background undefined."""
+        Without a colour the background is undefined."""
         x, y, width, height = rect
         arguments = {"override_redirect": 0 if managed else 1,
                      "event_mask": X.StructureNotifyMask}
@@ -193,14 +193,14 @@ class Screen:
         self.display.sync()
 
     def raise_managed(self, window):
-        """Asks the window manager to put a client on top."""
+        """Asks the window manager to raise a client."""
         message = xevent.ClientMessage(window=window, client_type=self.atom("_NET_RESTACK_WINDOW"),
                                        data=(32, [2, 0, X.Above, 0, 0]))
         self.root.send_event(message, X.SubstructureRedirectMask | X.SubstructureNotifyMask)
         self.display.sync()
 
     def frame_of(self, window):
-        """The child of the root window that holds the given one."""
+        """The top-level ancestor of a window."""
         while True:
             parent = window.query_tree().parent
             if parent == self.root or parent == 0:
@@ -208,7 +208,7 @@ class Screen:
             window = parent
 
     def destroy_all(self, windows):
-        """Destroys windows and puts the background back."""
+        """Destroys windows and restores the background."""
         for window in windows:
             window.destroy()
         self.fill_root()
@@ -222,7 +222,7 @@ class Screen:
 
 
 class Painter(threading.Thread):
-    """A program of its own with one window, which it draws only when it is asked to."""
+    """A separate X client whose window is drawn only on Expose events."""
 
     def __init__(self, screen, rect, colour, background=None, delay=0.0):
         super().__init__(daemon=True)
@@ -270,7 +270,7 @@ class Painter(threading.Thread):
 
 
 class Watcher:
-    """Counts the events of given windows that would betray flicker."""
+    """Records the events of windows that indicate flicker."""
 
     NAMES = {X.MapNotify: "map", X.UnmapNotify: "unmap", X.ConfigureNotify: "configure",
              X.Expose: "expose", X.VisibilityNotify: "visibility", X.DestroyNotify: "destroy",

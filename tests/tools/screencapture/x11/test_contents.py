@@ -1,5 +1,5 @@
-"""What is in the picture, pixel by pixel, on a display with or without window manager and
-compositor (chosen by the environment, so that every combination runs the same checks)."""
+"""The picture's contents, pixel by pixel. The environment selects window manager and compositor, so
+that every combination runs the same checks."""
 
 import os
 import time
@@ -13,7 +13,7 @@ from screen import ROOT_COLOUR, Painter, Screen, Watcher, wait_until
 WITH_WINDOW_MANAGER = os.environ.get("CAPTURE_TEST_WM") == "1"
 WITH_COMPOSITOR = os.environ.get("CAPTURE_TEST_COMPOSITOR") == "1"
 
-RED, GREEN, BLUE, YELLOW, OURS = 0xc81e1e, 0x1ec832, 0x2828dc, 0xe6dc14, 0xff00ff
+RED, GREEN, BLUE, YELLOW, EXCLUDED = 0xc81e1e, 0x1ec832, 0x2828dc, 0xe6dc14, 0xff00ff
 
 
 def over(backdrop, source, alpha):
@@ -48,7 +48,7 @@ class ContentsTest(unittest.TestCase):
                    "%06x at %d,%d" % (colour, x, y))
 
     def window(self, rect, colour, **options):
-        """A window, waited for until the screen shows it."""
+        """Creates a window and waits until the screen shows it."""
         window = self.screen.window(rect, colour, **options)
         self.windows.append(window)
         if colour is not None and not options.get("managed"):
@@ -59,8 +59,8 @@ class ContentsTest(unittest.TestCase):
                 self.wait_for_colour(*place, colour)
         return window
 
-    def ours(self, rect=(200, 150, 160, 120), **options):
-        return self.window(rect, OURS, excluded=True, **options)
+    def excluded_window(self, rect=(200, 150, 160, 120), **options):
+        return self.window(rect, EXCLUDED, excluded=True, **options)
 
     def painter(self, *arguments, **options):
         painter = Painter(self.screen, *arguments, **options)
@@ -73,7 +73,7 @@ class ContentsTest(unittest.TestCase):
     def assert_same(self, before, after):
         self.assertIsNone(after.differences(before), "bounding box of differing pixels")
 
-    def test_window_is_in_the_picture(self):
+    def test_window_is_captured(self):
         self.window((100, 80, 120, 90), RED)
         picture = capture(self.screen)
         self.assertEqual((picture.width, picture.height), (640, 480))
@@ -87,26 +87,26 @@ class ContentsTest(unittest.TestCase):
         self.screen.display.sync()
         self.assert_uniform(capture(self.screen), (100, 80, 120, 90), RED)
 
-    def test_ours_over_the_desktop(self):
+    def test_excluded_window_over_the_desktop(self):
         before = capture(self.screen)
-        self.ours()
+        self.excluded_window()
         self.assert_same(before, capture(self.screen))
 
-    def test_ours_over_a_window_with_background(self):
+    def test_excluded_window_over_a_window_with_background(self):
         self.window((150, 100, 300, 250), RED)
         before = capture(self.screen)
-        self.ours()
+        self.excluded_window()
         picture = capture(self.screen)
         self.assert_uniform(picture, (200, 150, 160, 120), RED)
         self.assert_same(before, picture)
 
-    def test_ours_over_a_window_that_draws_on_request(self):
+    def test_excluded_window_over_a_window_that_draws_on_request(self):
         for background in (None, BLUE):
             with self.subTest(background=background):
                 self.painter((150, 100, 300, 250), YELLOW, background=background)
                 self.wait_for_colour(300, 200, YELLOW)
                 before = capture(self.screen)
-                self.ours()
+                self.excluded_window()
                 self.assert_same(before, capture(self.screen))
                 self.doCleanups()
                 self.setUp()
@@ -115,60 +115,60 @@ class ContentsTest(unittest.TestCase):
         self.painter((150, 100, 300, 250), YELLOW, background=BLUE, delay=0.04)
         self.wait_for_colour(300, 200, YELLOW)
         before = capture(self.screen)
-        self.ours()
+        self.excluded_window()
         self.assert_same(before, capture(self.screen))
 
-    def test_hung_program_never_shows_ours(self):
+    def test_hung_program_beneath_excluded_window(self):
         window = self.window((150, 100, 300, 250), None)
         window.change_attributes(event_mask=X.ExposureMask)  # and never draws
         self.screen.display.sync()
-        self.ours()
+        self.excluded_window()
         start = time.monotonic()
         picture = capture(self.screen)
         self.assertLess(time.monotonic() - start, 10)
-        self.assertNotIn(OURS, picture.colours((0, 0, 640, 480)))
+        self.assertNotIn(EXCLUDED, picture.colours((0, 0, 640, 480)))
 
-    def test_children_beneath_ours(self):
+    def test_children_beneath_excluded_window(self):
         parent = self.window((150, 100, 300, 250), RED)
         self.screen.window((20, 30, 100, 100), BLUE, parent=parent, border=5, border_colour=GREEN)
         self.screen.window((90, 60, 150, 150), YELLOW, parent=parent)
         self.wait_for_colour(300, 250, YELLOW)
         before = capture(self.screen)
-        self.ours()
+        self.excluded_window()
         self.assert_same(before, capture(self.screen))
 
     def test_stacking_order(self):
         self.window((150, 100, 200, 200), RED)
         self.window((180, 130, 200, 200), BLUE)
         before = capture(self.screen)
-        self.ours((160, 110, 230, 180))
-        self.window((250, 200, 60, 60), GREEN)  # above ours, like a menu
+        self.excluded_window((160, 110, 230, 180))
+        self.window((250, 200, 60, 60), GREEN)  # above the excluded window, like a menu
         picture = capture(self.screen)
         self.assert_uniform(picture, (250, 200, 60, 60), GREEN)
         self.assertEqual(picture[160, 110], RED)
         self.assertEqual(picture[185, 135], BLUE)
         self.assertEqual(picture[385, 120], before[385, 120])
-        self.assertNotIn(OURS, picture.colours((0, 0, 640, 480)))
+        self.assertNotIn(EXCLUDED, picture.colours((0, 0, 640, 480)))
 
-    def test_ours_fully_covered(self):
-        self.ours()
+    def test_excluded_window_fully_covered(self):
+        self.excluded_window()
         self.window((190, 140, 200, 160), GREEN)
         picture = capture(self.screen)
         self.assert_uniform(picture, (190, 140, 200, 160), GREEN)
-        self.assertNotIn(OURS, picture.colours((0, 0, 640, 480)))
+        self.assertNotIn(EXCLUDED, picture.colours((0, 0, 640, 480)))
 
-    def test_several_of_ours(self):
+    def test_several_excluded_windows(self):
         self.window((100, 100, 400, 300), RED)
         before = capture(self.screen)
-        self.ours((120, 120, 80, 80))
-        self.ours((180, 180, 90, 90))
-        self.ours((400, 300, 150, 150))
+        self.excluded_window((120, 120, 80, 80))
+        self.excluded_window((180, 180, 90, 90))
+        self.excluded_window((400, 300, 150, 150))
         self.assert_same(before, capture(self.screen))
 
-    def test_unmapped_ours_does_not_matter(self):
+    def test_unmapped_excluded_window(self):
         self.window((100, 100, 400, 300), RED)
-        ours = self.ours()
-        ours.unmap()
+        excluded = self.excluded_window()
+        excluded.unmap()
         self.screen.display.sync()
         self.wait_for_colour(300, 200, RED)
         self.assert_uniform(capture(self.screen), (200, 150, 160, 120), RED)
@@ -179,16 +179,16 @@ class ContentsTest(unittest.TestCase):
         expected = over(ROOT_COLOUR, 0x008000, 0x80) if WITH_COMPOSITOR else 0x008000
         self.wait_for_colour(300, 200, expected)
         before = capture(self.screen)
-        self.ours()
+        self.excluded_window()
         picture = capture(self.screen)
         self.assert_uniform(picture, (200, 150, 160, 120), expected)
         self.assert_same(before, picture)
 
-    def test_argb_ours(self):
+    def test_argb_excluded_window(self):
         self.window((150, 100, 300, 250), RED)
         before = capture(self.screen)
         self.window((200, 150, 160, 120), 0x40400040, depth=32, excluded=True)
-        wait_until(lambda: self.screen.pixel(300, 200) != RED, "our translucent window")
+        wait_until(lambda: self.screen.pixel(300, 200) != RED, "the translucent excluded window")
         self.assert_same(before, capture(self.screen))
 
     def test_opacity(self):
@@ -197,7 +197,7 @@ class ContentsTest(unittest.TestCase):
         if WITH_COMPOSITOR:
             wait_until(lambda: self.screen.pixel(300, 200) != RED, "the opacity")
         before = capture(self.screen)
-        self.ours()
+        self.excluded_window()
         picture = capture(self.screen)
         self.assert_same(before, picture)
         for shift in (16, 8, 0):
@@ -210,17 +210,17 @@ class ContentsTest(unittest.TestCase):
         self.screen.set_shape(window, [(0, 0, 100, 100), (120, 120, 150, 100)])
         self.wait_for_colour(260, 210, ROOT_COLOUR)
         before = capture(self.screen)
-        self.ours((170, 120, 240, 200))
+        self.excluded_window((170, 120, 240, 200))
         picture = capture(self.screen)
         self.assert_uniform(picture, (170, 120, 80, 80), RED)
         self.assert_uniform(picture, (252, 122, 15, 60), ROOT_COLOUR)
         self.assert_same(before, picture)
 
-    def test_shaped_ours(self):
+    def test_shaped_excluded_window(self):
         self.window((150, 100, 300, 250), RED)
         before = capture(self.screen)
-        ours = self.ours()
-        self.screen.set_shape(ours, [(10 * i, 5 * i, 40, 12) for i in range(12)])
+        excluded = self.excluded_window()
+        self.screen.set_shape(excluded, [(10 * i, 5 * i, 40, 12) for i in range(12)])
         self.wait_for_colour(355, 160, RED)
         self.assert_same(before, capture(self.screen))
 
@@ -228,7 +228,7 @@ class ContentsTest(unittest.TestCase):
         self.window((150, 100, 200, 150), RED, border=12, border_colour=YELLOW)
         before = capture(self.screen)
         self.assert_uniform(before, (150, 100, 12, 174), YELLOW)
-        self.ours((155, 105, 60, 100), border=7, border_colour=OURS)
+        self.excluded_window((155, 105, 60, 100), border=7, border_colour=EXCLUDED)
         picture = capture(self.screen)
         self.assert_uniform(picture, (162, 112, 200, 150), RED)
         self.assert_same(before, picture)
@@ -237,14 +237,14 @@ class ContentsTest(unittest.TestCase):
         self.window((-60, -50, 200, 150), RED)
         self.window((580, 420, 200, 150), BLUE)
         before = capture(self.screen)
-        self.ours((-30, -20, 120, 90))
-        self.ours((600, 440, 300, 300))
+        self.excluded_window((-30, -20, 120, 90))
+        self.excluded_window((600, 440, 300, 300))
         self.assert_same(before, capture(self.screen))
 
     def test_input_only_windows(self):
         self.window((150, 100, 300, 250), RED)
         before = capture(self.screen)
-        self.ours()
+        self.excluded_window()
         self.window((0, 0, 640, 480), None, window_class=X.InputOnly)
         self.assert_same(before, capture(self.screen))
 
@@ -257,48 +257,48 @@ class ContentsTest(unittest.TestCase):
         self.wait_for_colour(600, 30, RED)
         self.wait_for_colour(605, 35, GREEN)
         before = capture(self.screen)
-        self.ours()
+        self.excluded_window()
         self.assert_same(before, capture(self.screen))
 
-    def test_background_without_publication(self):
+    def test_background_without_root_pixmap_property(self):
         self.screen.remove_background()
         if WITH_COMPOSITOR:
             wait_until(lambda: self.screen.pixel(600, 460) != ROOT_COLOUR, "another background")
         self.window((10, 10, 50, 50), RED)
         before = capture(self.screen)
-        self.ours()
+        self.excluded_window()
         self.assert_same(before, capture(self.screen))
 
-    def test_stale_background(self):
+    def test_freed_background_pixmap(self):
         pixmap = self.screen.fill_root(GREEN)
         self.wait_for_colour(600, 460, GREEN)
         before = capture(self.screen)
         pixmap.free()
         self.screen.display.sync()
-        self.ours()
+        self.excluded_window()
         self.assert_same(before, capture(self.screen))
 
     def test_no_flicker(self):
         self.painter((150, 100, 300, 250), YELLOW, background=BLUE)
-        ours = self.ours()
-        watcher = Watcher(self.screen, [ours])
+        excluded = self.excluded_window()
+        watcher = Watcher(self.screen, [excluded])
         self.addCleanup(watcher.close)
         for _ in range(10):
             capture(self.screen, "-C")
-            self.assertEqual(self.screen.pixel(250, 200), OURS)
+            self.assertEqual(self.screen.pixel(250, 200), EXCLUDED)
         self.assertEqual(watcher.events(), [])
-        self.assertEqual(self.screen.pixel(250, 200), OURS)
+        self.assertEqual(self.screen.pixel(250, 200), EXCLUDED)
 
-    def test_display_is_left_as_found(self):
+    def test_stacking_order_is_unchanged(self):
         self.window((150, 100, 300, 250), RED)
-        self.ours()
+        self.excluded_window()
         stack = [window.id for window in self.screen.stack()]
         capture(self.screen)
         self.assertEqual([window.id for window in self.screen.stack()], stack)
 
 
 class ManagedWindowsTest(ContentsTest):
-    """Windows in frames; part of the runs with a window manager."""
+    """Framed windows; runs only with a window manager."""
 
     def managed(self, rect, colour, **options):
         window = self.window(rect, colour, managed=True, title="test", **options)
@@ -306,26 +306,26 @@ class ManagedWindowsTest(ContentsTest):
         self.wait_for_colour(-place.x + 5, -place.y + 5, colour)
         return window
 
-    def test_frame_goes_with_the_client(self):
+    def test_frame_of_an_excluded_client_is_excluded(self):
         self.managed((150, 100, 300, 250), RED)
         before = capture(self.screen)
-        ours = self.managed((200, 150, 160, 120), OURS, excluded=True)
-        self.assertNotEqual(self.screen.frame_of(ours).id, ours.id)
-        # The title bar of the window beneath changes its colour with the focus.
+        excluded = self.managed((200, 150, 160, 120), EXCLUDED, excluded=True)
+        self.assertNotEqual(self.screen.frame_of(excluded).id, excluded.id)
+        # The excluded window takes the focus; title bar colours depend on it.
         self.screen.display.set_input_focus(X.PointerRoot, X.RevertToPointerRoot, X.CurrentTime)
         picture = capture(self.screen)
-        self.assertNotIn(OURS, picture.colours((0, 0, 640, 480)))
-        frame = self.screen.frame_of(ours).get_geometry()
+        self.assertNotIn(EXCLUDED, picture.colours((0, 0, 640, 480)))
+        frame = self.screen.frame_of(excluded).get_geometry()
         beneath = (max(210, frame.x), max(160, frame.y), 100, 80)
         self.assert_uniform(picture, beneath, RED)
         self.assertEqual(before[300, 250], picture[300, 250])
 
-    def test_property_deep_inside(self):
-        outer = self.window((200, 150, 160, 120), OURS)
+    def test_property_on_a_nested_child(self):
+        outer = self.window((200, 150, 160, 120), EXCLUDED)
         inner = outer
         for _ in range(4):
-            inner = self.screen.window((5, 5, 100, 80), OURS, parent=inner)
-        self.assertIn(OURS, capture(self.screen).colours((200, 150, 160, 120)))
+            inner = self.screen.window((5, 5, 100, 80), EXCLUDED, parent=inner)
+        self.assertIn(EXCLUDED, capture(self.screen).colours((200, 150, 160, 120)))
         self.screen.exclude(inner)
         self.screen.display.sync()
         self.assert_uniform(capture(self.screen), (200, 150, 160, 120), ROOT_COLOUR)
@@ -336,27 +336,27 @@ class ManagedWindowsTest(ContentsTest):
         if WITH_COMPOSITOR:
             wait_until(lambda: self.screen.pixel(300, 250) != RED, "the opacity")
         before = capture(self.screen)
-        self.ours((220, 180, 100, 80))
+        self.excluded_window((220, 180, 100, 80))
         self.assertEqual("%06x" % capture(self.screen)[250, 220], "%06x" % before[250, 220])
 
 
 class CompositorEffectsTest(unittest.TestCase):
-    """What a compositor adds around windows; part of the runs with one."""
+    """Shadows and unredirection; runs only with a compositor."""
 
-    def test_no_shadow_of_ours_stays(self):
+    def test_shadow_of_excluded_window_is_removed(self):
         screen = Screen(window_manager=WITH_WINDOW_MANAGER,
                         compositor=["--shadow", "--shadow-opacity", "1"])
         self.addCleanup(screen.close)
         screen.fill_root()
         wait_until(lambda: screen.pixel(100, 100) == ROOT_COLOUR, "the background")
         before = capture(screen)
-        screen.window((200, 150, 160, 120), OURS, excluded=True)
-        wait_until(lambda: screen.pixel(201, 151) == OURS, "ours")
+        screen.window((200, 150, 160, 120), EXCLUDED, excluded=True)
+        wait_until(lambda: screen.pixel(201, 151) == EXCLUDED, "the excluded window")
         wait_until(lambda: screen.pixel(364, 220) != ROOT_COLOUR, "the shadow")
         self.assertIsNone(capture(screen).differences(before))
 
-    def test_window_that_the_compositor_left_alone(self):
-        """A program in full screen is often taken out of the compositor's hands."""
+    def test_unredirected_window(self):
+        """Compositors may unredirect full-screen windows."""
         screen = Screen(window_manager=WITH_WINDOW_MANAGER, compositor=["--unredir-if-possible"])
         self.addCleanup(screen.close)
         screen.fill_root()
@@ -365,7 +365,7 @@ class CompositorEffectsTest(unittest.TestCase):
         wait_until(lambda: screen.pixel(300, 200) == YELLOW, "the window")
         before = capture(screen)
         self.assertEqual(before.colours((0, 0, 640, 480)), {YELLOW})
-        screen.window((200, 150, 160, 120), OURS, excluded=True)
+        screen.window((200, 150, 160, 120), EXCLUDED, excluded=True)
         self.assertIsNone(capture(screen).differences(before))
 
 

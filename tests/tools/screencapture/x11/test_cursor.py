@@ -1,5 +1,5 @@
-"""The mouse cursor: in the picture with -C only, at its hot spot, also upon the part that is put
-together anew."""
+"""The mouse cursor: captured with -C only, positioned by its hot spot, also above reconstructed
+areas."""
 
 import unittest
 
@@ -8,7 +8,7 @@ from Xlib import X
 from picture import capture
 from screen import ROOT_COLOUR, Screen
 
-RED, OURS, CURSOR = 0xc81e1e, 0xff00ff, 0x00ff80
+RED, EXCLUDED, CURSOR = 0xc81e1e, 0xff00ff, 0x00ff80
 
 
 class CursorTest(unittest.TestCase):
@@ -19,7 +19,7 @@ class CursorTest(unittest.TestCase):
         self.screen.window((100, 80, 300, 250), RED)
 
     def show_cursor(self, x, y):
-        """A block of 8 by 8 pixels with its hot spot at (2, 3), for windows that set none."""
+        """Sets the root window's cursor to an 8×8 block with its hot spot at (2, 3)."""
         root = self.screen.root
         block = root.create_pixmap(8, 8, 1)
         block.fill_rectangle(block.create_gc(foreground=1), 0, 0, 8, 8)
@@ -36,13 +36,13 @@ class CursorTest(unittest.TestCase):
         self.assertEqual(picture.differences(without), (198, 147, 8, 8))
         self.assertEqual(picture.colours((198, 147, 8, 8)), {CURSOR})
 
-    def test_where_ours_is_left_out(self):
+    def test_over_an_excluded_window(self):
         self.show_cursor(200, 150)
         before = capture(self.screen, "-C")
-        self.screen.window((150, 120, 160, 120), OURS, excluded=True)
+        self.screen.window((150, 120, 160, 120), EXCLUDED, excluded=True)
         self.assertIsNone(capture(self.screen, "-C").differences(before))
 
-    def test_cut_off_at_the_edge(self):
+    def test_clipped_at_the_edge(self):
         self.show_cursor(0, 0)
         picture = capture(self.screen, "-C")
         self.assertEqual(picture.differences(capture(self.screen)), (0, 0, 6, 5))

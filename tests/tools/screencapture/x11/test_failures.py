@@ -1,5 +1,5 @@
-"""Every failure: its own exit status, exactly one line on standard error, nothing on standard
-output, and no trace of a file."""
+"""Failures: a distinct exit status, exactly one line on standard error, nothing on standard output
+and no file left behind."""
 
 import os
 import resource
@@ -15,7 +15,7 @@ from screen import Screen, stop, wait_until
 
 (UNKNOWN_OPTION, MISSING_PATH, TOO_MANY_PATHS, NO_DISPLAY, SCREEN_UNREADABLE, NO_COMPOSITE,
  IMAGE_TOO_LARGE, PATH_UNWRITABLE, DISK_FULL) = range(2, 11)
-OURS = 0xff00ff
+EXCLUDED = 0xff00ff
 
 
 def limit_file_size():
@@ -39,7 +39,7 @@ class FailureTest(unittest.TestCase):
 
 
 class CommandLineTest(FailureTest):
-    """None of these needs a display."""
+    """Errors that occur before the display is opened."""
 
     def setUp(self):
         super().setUp()
@@ -79,7 +79,7 @@ class CommandLineTest(FailureTest):
         self.assertEqual((result.returncode, result.stderr), (0, ""))
         self.assertRegex(result.stdout, r"^quellora-screencapture \d+\.\d+\.\d+\n$")
 
-    def test_reader_that_has_gone(self):
+    def test_closed_standard_output(self):
         read_end, write_end = os.pipe()
         os.close(read_end)
         process = subprocess.Popen([TOOL, "--help"], env=self.environment, stdout=write_end)
@@ -154,7 +154,7 @@ class FileTest(FailureTest):
         self.assertEqual(os.listdir(self.folder), ["picture.png"])
 
     def test_full_file_system(self):
-        """A file system of its own, where the tests may make one; else the size limit above."""
+        """Uses a private file system if the test may mount one, else a file size limit."""
         script = ("mount -t tmpfs -o size=64k tmpfs \"$1\" || exit 77; \"$2\" \"$1/picture.png\";"
                   " status=$?; ls -A \"$1\"; exit $status")
         result = subprocess.run(
@@ -168,7 +168,7 @@ class FileTest(FailureTest):
         self.assertEqual(result.stderr.count("\n"), 1)
         self.assertIn("No space left on device", result.stderr)
 
-    def test_killed_in_the_middle_leaves_nothing(self):
+    def test_killed_during_capture_leaves_no_partial_file(self):
         process = subprocess.Popen([TOOL, self.path], env=self.screen.environment)
         os.kill(self.screen.server.pid, signal.SIGSTOP)
         try:
@@ -182,7 +182,7 @@ class FileTest(FailureTest):
 
 
 class ServerTest(FailureTest):
-    """Displays that lack something."""
+    """Displays with missing extensions or unusual formats."""
 
     def screen(self, *arguments, **options):
         screen = Screen(*arguments, **options)
@@ -199,12 +199,12 @@ class ServerTest(FailureTest):
         self.assert_fails(NO_COMPOSITE, "Composite", [self.path], screen.environment)
 
     def check_whole_capture(self, screen, environment=None):
-        """Desktop, window, ours and cursor on an unusual display."""
+        """Captures desktop and windows without an excluded window."""
         environment = environment or screen.environment
         screen.fill_root()
         screen.window((50, 40, 200, 150), 0xf80000)
         before = capture(screen)
-        screen.window((100, 80, 120, 90), OURS, excluded=True)
+        screen.window((100, 80, 120, 90), EXCLUDED, excluded=True)
         result = run(["-x", self.path], environment)
         self.assertEqual((result.returncode, result.stderr), (0, ""))
         with open(self.path, "rb") as file:
@@ -224,7 +224,7 @@ class ServerTest(FailureTest):
         for extension in ("DAMAGE", "RANDR", "SHAPE", "XFIXES"):
             with self.subTest(extension=extension):
                 screen = self.screen(arguments=["-extension", extension])
-                if extension == "XFIXES":  # Composite cannot do without it
+                if extension == "XFIXES":  # Composite requires it
                     result = run(["-C", self.path], screen.environment)
                     self.assertEqual((result.returncode, result.stderr), (0, ""))
                 else:
@@ -265,7 +265,7 @@ class ServerTest(FailureTest):
         process = subprocess.Popen([TOOL, self.path], env=screen.environment,
                                    stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
         self.addCleanup(stop, process)
-        # It is connected and waits for the first answer when it sleeps in poll.
+        # Sleeping means that it is connected and waits for the first reply.
         wait_until(lambda: "poll" in self.wait_channel(process.pid), "the tool to wait")
         screen.server.kill()
         output, errors = process.communicate(timeout=60)

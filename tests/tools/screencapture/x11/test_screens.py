@@ -1,4 +1,4 @@
-"""Which screen is in the picture: several monitors, and screens of the largest size."""
+"""The captured area with several monitors, and screens of the maximum size."""
 
 import subprocess
 import unittest
@@ -51,22 +51,22 @@ class SeveralMonitorsTest(unittest.TestCase):
         self.assert_shows((600, 100), (400, 300), {RIGHT})
         self.assert_shows((999, 399), (400, 300), {RIGHT})
 
-    def test_the_nearest_screen_when_the_pointer_is_on_none(self):
+    def test_the_nearest_screen_if_the_pointer_is_on_none(self):
         self.assert_shows((990, 5), (400, 300), {RIGHT})
         self.assert_shows((605, 5), (600, 500), {LEFT})
 
     def test_all_screens(self):
         self.assert_shows((990, 250), (1000, 500), {LEFT, RIGHT, 0}, "--all")
 
-    def test_a_monitor_that_is_taken_away(self):
+    def test_a_removed_monitor(self):
         self.xrandr("--delmonitor", "right")
-        # What nobody sees is not in the picture, wherever the pointer is.
+        # Areas outside all monitors are not captured, wherever the pointer is.
         self.assert_shows((990, 250), (600, 500), {LEFT})
         self.assert_shows((990, 250), (600, 500), {LEFT}, "--all")
 
-    def test_our_windows_are_left_out_of_either(self):
-        ours = self.screen.window((500, 150, 300, 100), 0xff00ff, excluded=True)
-        self.addCleanup(self.screen.destroy_all, [ours])
+    def test_excluded_windows(self):
+        excluded = self.screen.window((500, 150, 300, 100), 0xff00ff, excluded=True)
+        self.addCleanup(self.screen.destroy_all, [excluded])
         self.assert_shows((10, 10), (600, 500), {LEFT})
         self.assert_shows((700, 150), (400, 300), {RIGHT})
         self.assert_shows((700, 150), (1000, 500), {LEFT, RIGHT, 0}, "--all")

@@ -1,5 +1,5 @@
-"""Windows that come, change and go while pictures are taken must never make one fail, and ours
-must never be in one."""
+"""Captures while windows are created, changed and destroyed: none fails, and none contains an
+excluded window."""
 
 import os
 import random
@@ -12,12 +12,12 @@ from picture import capture
 from screen import CAPTURE_EXCLUDE, ROOT_COLOUR, Screen
 
 WITH_COMPOSITOR = os.environ.get("CAPTURE_TEST_COMPOSITOR") == "1"
-OURS = 0xff00ff
+EXCLUDED = 0xff00ff
 ROUNDS = 40
 
 
 class Churn(threading.Thread):
-    """Another program whose windows never rest."""
+    """An X client that constantly creates, moves and destroys windows."""
 
     def __init__(self, name):
         super().__init__(daemon=True)
@@ -48,7 +48,7 @@ class Churn(threading.Thread):
 
 
 class MovingPanel(threading.Thread):
-    """Our own window, moved, hidden and shown again all the time."""
+    """An excluded window that is constantly moved, hidden and shown."""
 
     def __init__(self, name):
         super().__init__(daemon=True)
@@ -60,7 +60,8 @@ class MovingPanel(threading.Thread):
     def run(self):
         root = self.display.screen().root
         window = root.create_window(200, 150, 100, 80, 0, X.CopyFromParent, X.InputOutput,
-                                    X.CopyFromParent, override_redirect=1, background_pixel=OURS)
+                                    X.CopyFromParent, override_redirect=1,
+                                    background_pixel=EXCLUDED)
         window.change_property(self.display.intern_atom(CAPTURE_EXCLUDE), Xatom.CARDINAL, 32, [1])
         while not self.stopping.is_set():
             window.map()
@@ -89,15 +90,15 @@ class VanishingTest(unittest.TestCase):
         return thread
 
     def test_windows_that_vanish(self):
-        self.screen.window((100, 80, 300, 250), OURS, excluded=True)
+        self.screen.window((100, 80, 300, 250), EXCLUDED, excluded=True)
         churns = [self.start(Churn(self.screen.name)) for _ in range(2)]
         for _ in range(ROUNDS):
             picture = capture(self.screen, "-C")
-            self.assertNotIn(OURS, picture.colours((0, 0, 640, 480)))
+            self.assertNotIn(EXCLUDED, picture.colours((0, 0, 640, 480)))
         self.assertTrue(all(churn.turns > 0 for churn in churns))
 
     def test_panel_that_moves(self):
-        """A compositor shows ours for a moment where it has been, so this is without one."""
+        """Without a compositor, which may show a moved window at its old place for a moment."""
         if WITH_COMPOSITOR:
             self.screen = Screen()
             self.addCleanup(self.screen.close)
@@ -109,7 +110,7 @@ class VanishingTest(unittest.TestCase):
         self.assertGreater(panel.turns, 0)
 
     def test_several_captures_at_once(self):
-        self.screen.window((100, 80, 300, 250), OURS, excluded=True)
+        self.screen.window((100, 80, 300, 250), EXCLUDED, excluded=True)
         problems = []
 
         def work(number):
@@ -118,8 +119,8 @@ class VanishingTest(unittest.TestCase):
             os.mkdir(view.folder)
             try:
                 for _ in range(8):
-                    if OURS in capture(view).colours((0, 0, 640, 480)):
-                        problems.append("ours is in the picture")
+                    if EXCLUDED in capture(view).colours((0, 0, 640, 480)):
+                        problems.append("the excluded window is in the picture")
             except AssertionError as error:
                 problems.append(str(error))
 

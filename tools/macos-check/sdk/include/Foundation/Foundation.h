@@ -1,4 +1,4 @@
-// Hand-written minimal declarations of the macOS API this project uses. NOT Apple's headers.
+// Hand-written minimal declarations of the macOS API used by this project. Not Apple's headers.
 #pragma once
 #include <stdbool.h>
 #include <stddef.h>
@@ -13,7 +13,7 @@
     typedef enum N N;                                                                              \
     enum __attribute__((enum_extensibility(open))) N : T
 #if defined(SDK_STRICT) && defined(__cplusplus)
-// stricter than the SDK: flags of different option sets do not mix
+// stricter than the SDK: flags of different option sets cannot be combined
 #define SDK_OPTIONS(T, N)                                                                          \
     enum N : T;                                                                                    \
     constexpr N operator|(N a, N b)                                                                \

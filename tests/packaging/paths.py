@@ -1,4 +1,4 @@
-"""Where the files under test are, for every test here."""
+"""Paths of the files under test."""
 
 import os
 import pathlib
