@@ -6,17 +6,17 @@ namespace quellora {
 
 QString answererName(const QList<ModelOption> &models, const QString &selectedId)
 {
-    const bool isGivenOffered =
+    const bool isDefaultAvailable =
         std::any_of(models.begin(), models.end(), [](const ModelOption &model) {
             return model.id.contains(givenAnswerer, Qt::CaseInsensitive) ||
                    model.displayName.contains(givenAnswerer, Qt::CaseInsensitive);
         });
-    if (isGivenOffered || models.isEmpty())
+    if (isDefaultAvailable || models.isEmpty())
         return givenAnswerer;
-    const auto chosen =
+    const auto selected =
         std::find_if(models.begin(), models.end(),
                      [&selectedId](const ModelOption &model) { return model.id == selectedId; });
-    const QString name = chosen == models.end() ? QString() : chosen->displayName.simplified();
+    const QString name = selected == models.end() ? QString() : selected->displayName.simplified();
     return name.isEmpty() ? QStringLiteral("the model") : name;
 }
 

@@ -4,13 +4,13 @@
 
 namespace quellora {
 
-/// Default name of the answering model in texts for the user.
+/// Default name of the assistant in user-visible texts.
 inline const QString givenAnswerer = QStringLiteral("Claude");
 
-/// Whom texts name while these models are on offer: the given name, unless no model has it in its
-/// id or name, in whatever case. Then it is the chosen model's name, or "the model" while none is
-/// chosen. With no models at all the given name stays.
-/// @param selectedId id of the chosen model; empty when none is
+/// Name of the assistant in user-visible texts: the default name if @p models is empty or any
+/// model's id or display name contains it (case-insensitive). Otherwise the selected model's name,
+/// or "the model" if none is selected.
+/// @param selectedId id of the selected model; empty if none is selected
 QString answererName(const QList<ModelOption> &models, const QString &selectedId);
 
 } // namespace quellora

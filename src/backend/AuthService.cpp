@@ -18,9 +18,8 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// How long the network may say nothing.
-constexpr auto silence = 60s;
-/// An answer that trickles in is given up after this, however alive it looks.
+constexpr auto inactivityTimeout = 60s;
+/// The total time-out also ends a response that arrives too slowly.
 constexpr HttpExchange::Limits limits{200, 4 * 1024 * 1024, 180s};
 
 void addCommonHeaders(QNetworkRequest &request)
@@ -41,7 +40,7 @@ AuthService::AuthService(QNetworkAccessManager &network, BackendEndpoints endpoi
 
 QFuture<LoginResult> AuthService::login(const QString &email, const QString &password)
 {
-    QNetworkRequest request = http::request(m_endpoints.appLogin(), silence);
+    QNetworkRequest request = http::request(m_endpoints.appLogin(), inactivityTimeout);
     addCommonHeaders(request);
     return post(request, encodeLoginRequest(email, password, m_device()),
                 QStringLiteral("[AuthService] Login failed: "),
@@ -57,7 +56,7 @@ QFuture<LoginResult> AuthService::verify(const QString &token)
         Log::event(failurePrefix + QStringLiteral("network error: ") + http::badTokenText());
         return QtFuture::makeReadyFuture<LoginResult>(tl::unexpected(AuthError::networkError(-1)));
     }
-    QNetworkRequest request = http::request(m_endpoints.appVerify(), silence);
+    QNetworkRequest request = http::request(m_endpoints.appVerify(), inactivityTimeout);
     request.setRawHeader("Authorization", "Bearer " + bearer);
     addCommonHeaders(request);
     return post(request, encodeVerifyRequest(m_device()), failurePrefix,
@@ -93,7 +92,7 @@ QFuture<LoginResult> AuthService::post(const QNetworkRequest &request, const QBy
             promise->addResult(classify(answer, failurePrefix, unauthorizedReason, successLine));
             promise->finish();
         });
-    // Whoever cancels the future wants neither the answer nor the transfer.
+    // Cancelling the future aborts the transfer.
     auto *watcher = new QFutureWatcher<LoginResult>(exchange);
     connect(watcher, &QFutureWatcherBase::canceled, exchange, &QObject::deleteLater);
     watcher->setFuture(promise->future());

@@ -18,9 +18,9 @@ struct HttpAnswer;
 using LoginResult = tl::expected<LoginResponse, AuthError>;
 
 /// Signs in with e-mail and password, verifies tokens, and holds the session in memory only.
-/// Main thread; the network wait does not block it. Failures are logged once and never retried.
+/// Main thread, non-blocking. Failures are logged once and never retried.
 ///
-/// Cancelling a future, or deleting the service, ends the call: nothing is stored or logged then.
+/// Cancelling a future or deleting the service aborts the call: nothing is stored or logged.
 class AuthService : public QObject
 {
     Q_OBJECT
@@ -30,8 +30,8 @@ public:
     AuthService(QNetworkAccessManager &network, BackendEndpoints endpoints,
                 DeviceFieldsProvider device, QObject *parent = nullptr);
 
-    /// Signs in. On success the token and configuration are stored before the future finishes;
-    /// on failure both stay as they were. The future finishes on the main thread.
+    /// Signs in. On success the token and configuration are stored before the future finishes; on
+    /// failure both are unchanged. The future finishes on the main thread.
     virtual QFuture<LoginResult> login(const QString &email, const QString &password);
     /// Verifies @p token; stores and reports like login().
     virtual QFuture<LoginResult> verify(const QString &token);

@@ -7,17 +7,17 @@
 
 namespace quellora {
 
-/// Waits for the one request that the browser sends back after a sign-in there.
+/// Waits for the callback request that the browser sends after a sign-in.
 class BrowserSignIn
 {
 public:
     virtual ~BrowserSignIn() = default;
 
     /// Starts waiting. @p onReady is called once requests can be accepted; @p onToken exactly once
-    /// per start with the token, or with nothing on any failure. Both may come on any thread.
+    /// per start with the token, or with nothing on any failure. Both may be called on any thread.
     virtual void start(std::function<void()> onReady,
                        std::function<void(std::optional<QString> token)> onToken) = 0;
-    /// Stops waiting, if it still does. No callback follows.
+    /// Stops waiting, if active. No callback follows.
     virtual void cancel() = 0;
 };
 

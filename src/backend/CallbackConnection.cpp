@@ -13,7 +13,7 @@ CallbackConnection::CallbackConnection(std::unique_ptr<QTcpSocket> socket, Timeo
     , m_end(m_socket->socketDescriptor())
     , m_timeouts(timeouts)
 {
-    // The server that made it goes first.
+    // The server that created the socket may be deleted first.
     m_socket->setParent(nullptr);
     m_socket->setReadBufferSize(maxRequestBytes);
     m_deadline.setSingleShot(true);
@@ -29,7 +29,7 @@ CallbackConnection::CallbackConnection(std::unique_ptr<QTcpSocket> socket, Timeo
 
 CallbackConnection::~CallbackConnection()
 {
-    // Closing it is no news any more.
+    // Destroying the socket must not emit signals into this object.
     m_socket->disconnect(this);
 }
 
@@ -46,11 +46,11 @@ void CallbackConnection::readAvailable()
 {
     if (m_state == State::Reading) {
         m_request += m_socket->read(maxRequestBytes - m_request.size());
-        // The line may come in pieces; nothing after it matters.
+        // The request line may arrive in pieces; the rest of the request is ignored.
         if (m_request.contains("\r\n") || m_request.size() >= maxRequestBytes)
             decide();
     } else if (m_state == State::Closing) {
-        // Of what is skipped, only the end of the header is of interest.
+        // Discard everything but what is needed to detect the end of the header.
         m_request = m_request.right(3) + m_socket->readAll();
         if (m_request.contains("\r\n\r\n"))
             m_socket->disconnectFromHost();
@@ -73,20 +73,20 @@ void CallbackConnection::answer(const QByteArray &bytes)
         return;
     }
     m_deadline.start(m_timeouts.request);
-    // At once, because an end of the other side's stream closes the socket for both.
+    // Flush now: when the peer half-closes, the socket is closed for writing as well.
     m_socket->flush();
 }
 
-void CallbackConnection::answerFinished(const QString &problem)
+void CallbackConnection::answerFinished(const QString &error)
 {
     m_state = State::Closing;
     setParent(QCoreApplication::instance());
     m_deadline.start(m_timeouts.linger);
-    if (!problem.isEmpty() || m_socket->state() == QAbstractSocket::UnconnectedState)
+    if (!error.isEmpty() || m_socket->state() == QAbstractSocket::UnconnectedState)
         deleteLater();
     else if (m_request.contains("\r\n\r\n"))
         m_socket->disconnectFromHost();
-    Q_EMIT answered(problem);
+    Q_EMIT answered(error);
 }
 
 void CallbackConnection::deadlinePassed()
@@ -113,7 +113,8 @@ void CallbackConnection::deadlinePassed()
 
 void CallbackConnection::socketError(QAbstractSocket::SocketError error)
 {
-    // An end of the stream, which a reset is reported as, is no error; disconnected() follows.
+    // RemoteHostClosedError (also reported for a reset) is handled in disconnected(), which
+    // follows.
     if (m_state == State::Reading && error != QAbstractSocket::RemoteHostClosedError)
         Q_EMIT failed(m_socket->errorString());
     else if (m_state == State::Answering)

@@ -12,47 +12,46 @@
 
 namespace quellora {
 
-/// One connection to the browser sign-in's listener: reads the beginning of a request, sends the
-/// answer, closes. Whatever the other side does, it holds no more than a few kilobytes and is over
-/// after a while. Main thread.
+/// One connection to the OAuth callback listener: reads the beginning of a request, sends the
+/// response and closes. Memory use and lifetime are bounded whatever the peer does. Main thread.
 class CallbackConnection : public QObject
 {
     Q_OBJECT
 public:
     struct Timeouts
     {
-        /// For the first line of a request, and again for taking the answer.
+        /// For receiving the request line, and again for sending the response.
         std::chrono::milliseconds request{5000};
-        /// For the rest of a request whose answer has been sent: closing sooner could cost a
-        /// browser the answer.
+        /// For receiving the rest of the request after the response: closing with unread data
+        /// resets the connection, and the browser may lose the response.
         std::chrono::milliseconds linger{1000};
     };
 
-    /// Only so much of a request is looked at.
+    /// The rest of a longer request is ignored.
     static constexpr qint64 maxRequestBytes = 8192;
 
     CallbackConnection(std::unique_ptr<QTcpSocket> socket, Timeouts timeouts, QObject *parent);
     ~CallbackConnection() override;
 
-    /// Starts reading. Signals may come from within.
+    /// Starts reading. May emit signals synchronously.
     void read();
-    /// Sends the answer, after requestRead(). The connection then closes and deletes itself, also
-    /// when its parent has gone.
+    /// Sends the response; call it after requestRead(). The connection then closes and deletes
+    /// itself, even if its parent is deleted first.
     void answer(const QByteArray &bytes);
 
-    /// Whether nothing at all has come yet.
+    /// Whether nothing has been received yet.
     bool isSilent() const { return m_request.isEmpty(); }
 
 Q_SIGNALS:
-    /// The first line, or as much of it as will come; nothing when the other side left at once.
-    /// Emitted at most once.
+    /// The request line, or what was received of it before a time-out or disconnection. Emitted at
+    /// most once.
     void requestRead(const QByteArray &request);
-    /// Nothing came in time. Emitted instead of requestRead().
+    /// Nothing was received in time. Emitted instead of requestRead().
     void timedOut();
-    /// The answer has left, or cannot.
-    /// @param problem why it could not; empty for success
-    void answered(const QString &problem);
-    /// The connection broke while a request was awaited; requestRead() follows.
+    /// The response was sent, or sending failed.
+    /// @param error empty on success
+    void answered(const QString &error);
+    /// The connection failed while waiting for the request; requestRead() follows.
     void failed(const QString &description);
 
 private:
@@ -63,10 +62,10 @@ private:
     void socketError(QAbstractSocket::SocketError error);
     void disconnected();
     void decide();
-    void answerFinished(const QString &problem);
+    void answerFinished(const QString &error);
 
     std::unique_ptr<QTcpSocket> m_socket;
-    /// While a request is awaited.
+    /// Used until the request has been read.
     SocketEnd m_end;
     Timeouts m_timeouts;
     QTimer m_deadline;

@@ -15,10 +15,10 @@ using namespace std::chrono_literals;
 
 namespace {
 
-/// A timer holds at most 2^31 milliseconds, some 24 days; longer waits take several turns.
-constexpr std::chrono::milliseconds longestTurn = 480h;
-/// Decades: longer than any session, and well within what the clock can count.
-constexpr double longestInterval = 1e9;
+/// QTimer is limited to 2^31 milliseconds (about 24 days); longer waits are split.
+constexpr std::chrono::milliseconds maxTimerDelay = 480h;
+/// About 30 years; keeps the arithmetic within the clock's range.
+constexpr double maxIntervalSeconds = 1e9;
 
 } // namespace
 
@@ -44,7 +44,7 @@ HeartbeatService::HeartbeatService(SessionManager &session, NotificationCenter &
 
 void HeartbeatService::start(double intervalSeconds)
 {
-    // What an earlier session asked for must not end this one.
+    // A poll of an earlier session must not affect this one.
     stop();
     m_intervalSeconds = intervalSeconds;
     Log::event(QStringLiteral("[HeartbeatService] Starting, interval: ") +
@@ -60,7 +60,8 @@ void HeartbeatService::stop()
 
 void HeartbeatService::scheduleNext()
 {
-    const double seconds = m_intervalSeconds > 0 ? std::min(m_intervalSeconds, longestInterval) : 0;
+    const double seconds =
+        m_intervalSeconds > 0 ? std::min(m_intervalSeconds, maxIntervalSeconds) : 0;
     m_due = m_clock() + std::chrono::milliseconds(static_cast<qint64>(seconds * 1000));
     waitUntilDue();
 }
@@ -68,12 +69,12 @@ void HeartbeatService::scheduleNext()
 void HeartbeatService::waitUntilDue()
 {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(m_due - m_clock());
-    m_timer->start(std::clamp(left, 0ms, longestTurn));
+    m_timer->start(std::clamp(left, 0ms, maxTimerDelay));
 }
 
 void HeartbeatService::timerFired()
 {
-    // Timers may be early by what they round.
+    // Coarse timers may fire slightly early.
     if (m_due - m_clock() > 1s)
         waitUntilDue();
     else
@@ -92,9 +93,9 @@ void HeartbeatService::poll()
     }
     m_timer->stop();
     m_verifier = m_makeVerifier();
-    // The verifier is the context, so nothing comes back from one that has been dropped.
+    // The verifier is the context: deleting it drops the result.
     whenFinished(m_verifier->verify(*token), m_verifier.get(), [this](const LoginResult &result) {
-        // This runs within the verifier's own event.
+        // Deferred, because the verifier is handling an event.
         m_verifier.release()->deleteLater();
         pollFinished(result);
     });
@@ -107,7 +108,7 @@ void HeartbeatService::pollFinished(const LoginResult &result)
         Q_EMIT m_notifications.sessionExpired();
         return;
     }
-    // Before anybody is told, who may stop it again.
+    // Before notifying observers, which may call stop().
     scheduleNext();
     if (!result) {
         Log::event(QStringLiteral("[HeartbeatService] Poll failed (non-fatal): ") +

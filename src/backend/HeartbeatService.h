@@ -14,33 +14,33 @@ namespace quellora {
 class NotificationCenter;
 class SessionManager;
 
-/// Re-verifies the session token at a fixed interval while the user is signed in, announces fresh
-/// configurations and ends a session whose token the backend rejects. One poll runs at a time.
-/// Main thread.
+/// Verifies the session token at a fixed interval while the user is signed in, announces updated
+/// configurations and expires a session whose token the backend rejects. At most one poll runs at a
+/// time. Main thread.
 class HeartbeatService : public QObject
 {
     Q_OBJECT
 public:
-    /// Makes the separate AuthService that verifies one poll.
+    /// Creates the AuthService used for one poll.
     using VerifierFactory = std::function<std::unique_ptr<AuthService>()>;
     using Clock = std::function<std::chrono::steady_clock::time_point()>;
 
     HeartbeatService(SessionManager &session, NotificationCenter &notifications,
                      VerifierFactory makeVerifier, QObject *parent = nullptr);
-    /// With a timer and a clock of the caller's choice.
+    /// Overload with an injected timer and clock.
     HeartbeatService(SessionManager &session, NotificationCenter &notifications,
                      VerifierFactory makeVerifier, std::unique_ptr<OneShotTimer> timer, Clock clock,
                      QObject *parent = nullptr);
 
-    /// Stores the interval and schedules the first poll one interval from now. Zero and less poll
-    /// as fast as the network answers.
+    /// Schedules the first poll one interval from now. With an interval of zero or less, the next
+    /// poll starts as soon as the previous one has finished.
     void start(double intervalSeconds);
-    /// Drops the pending poll and the one under way.
+    /// Cancels the scheduled poll and the one in progress.
     void stop();
-    /// Verifies now, unless that is under way; run by the timer.
+    /// Verifies now unless a poll is in progress.
     void poll();
 
-    double intervalSeconds() const { return m_intervalSeconds; }
+    /// Whether a poll is scheduled.
     bool isScheduled() const { return m_timer->isActive(); }
 
 private:
@@ -56,7 +56,7 @@ private:
     Clock m_clock;
     double m_intervalSeconds = 0;
     std::chrono::steady_clock::time_point m_due;
-    /// Lives while a poll is under way; ending it ends the poll.
+    /// Set while a poll is in progress; deleting it aborts the poll.
     std::unique_ptr<AuthService> m_verifier;
 };
 

@@ -10,8 +10,7 @@ namespace quellora::http {
 
 namespace {
 
-/// A body that can be sent once: the network classes repeat a request only when they can rewind
-/// its body.
+/// A request body that cannot be rewound, so that QNetworkAccessManager cannot resend the request.
 class SingleUseBody : public QIODevice
 {
 public:
@@ -47,17 +46,17 @@ private:
 
 } // namespace
 
-QNetworkRequest request(const QUrl &url, std::chrono::milliseconds silence)
+QNetworkRequest request(const QUrl &url, std::chrono::milliseconds inactivityTimeout)
 {
     QNetworkRequest request(url);
-    request.setTransferTimeout(static_cast<int>(silence.count()));
+    request.setTransferTimeout(static_cast<int>(inactivityTimeout.count()));
     request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
                          QNetworkRequest::ManualRedirectPolicy);
     request.setAttribute(QNetworkRequest::CookieLoadControlAttribute, QNetworkRequest::Manual);
     request.setAttribute(QNetworkRequest::CookieSaveControlAttribute, QNetworkRequest::Manual);
     request.setAttribute(QNetworkRequest::AuthenticationReuseAttribute, QNetworkRequest::Manual);
     request.setAttribute(QNetworkRequest::CacheSaveControlAttribute, false);
-    // Cancelling is to close the socket, which a connection shared by several transfers would not.
+    // Aborting must close the socket; an HTTP/2 connection is shared and would stay open.
     request.setAttribute(QNetworkRequest::Http2AllowedAttribute, false);
     return request;
 }
@@ -88,15 +87,15 @@ QNetworkReply *postOnce(QNetworkAccessManager &network, QNetworkRequest request,
 
 bool isBroken(const QNetworkReply &reply)
 {
-    // 0 when no answer has come.
+    // 0 without a response.
     const int status = reply.attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
     const int error = reply.error();
     switch (error) {
     case QNetworkReply::NoError:
         return false;
     case QNetworkReply::ContentReSendError:
-        // The end of a body that lasts as long as its connection may pass for a reason to ask
-        // again, which a body for one use makes fail.
+        // When the closing connection delimits the body, Qt may try to resend the request, which
+        // SingleUseBody prevents. The response itself is complete.
         return status == 0 || reply.hasRawHeader("Content-Length") ||
                reply.hasRawHeader("Transfer-Encoding");
     case QNetworkReply::ProxyAuthenticationRequiredError:
@@ -110,7 +109,7 @@ bool isBroken(const QNetworkReply &reply)
 
 QString describe(const QNetworkReply &reply)
 {
-    // Nobody but the transfer time-out cancels a reply that still has its listener.
+    // The only source of this error here is the transfer time-out.
     if (reply.error() == QNetworkReply::OperationCanceledError)
         return timeoutText();
     if (reply.error() == QNetworkReply::ContentReSendError)
@@ -125,7 +124,7 @@ QString timeoutText()
 
 void endTransfer(QNetworkReply *reply)
 {
-    // Queued, because a reply does not bear being aborted within its own signals.
+    // Queued: a reply must not be aborted from within its own signals.
     QMetaObject::invokeMethod(
         reply,
         [reply] {

@@ -9,33 +9,32 @@
 
 #include <chrono>
 
-/// What every request to the backend has in common. Used on the network manager's thread.
+/// Helpers shared by all requests to the backend. Used on the network manager's thread.
 namespace quellora::http {
 
-/// A request whose credentials reach @p url and no other address: redirects are answers like any
-/// other status, and neither cookies nor stored or asked-for credentials are used.
-/// @param silence how long the network may say nothing before the request fails
-QNetworkRequest request(const QUrl &url, std::chrono::milliseconds silence);
+/// A request whose credentials are sent to @p url only: redirects are not followed, and cookies,
+/// stored credentials and credential prompts are disabled.
+/// @param inactivityTimeout the request fails after this time without network activity
+QNetworkRequest request(const QUrl &url, std::chrono::milliseconds inactivityTimeout);
 
-/// Whether @p value can stand in a header line. A line break in a token would add header lines of
-/// somebody else's choice.
+/// Whether @p value is a valid header value. Rejects control characters, which would allow header
+/// injection.
 bool isHeaderValue(const QByteArray &value);
-/// Why a token that is no header value is not sent.
+/// Error text for a token that is not a valid header value.
 QString badTokenText();
 
-/// Posts @p body at most once. Left to themselves, the network classes repeat a request whose
-/// connection closes before an answer, and then the backend may act twice.
+/// Posts @p body at most once. By default, QNetworkAccessManager resends a request whose connection
+/// closes before a response, and the backend might process it twice.
 QNetworkReply *postOnce(QNetworkAccessManager &network, QNetworkRequest request,
                         const QByteArray &body);
 
-/// Whether the transfer of a finished reply broke. Statuses that the reply restates as errors do
-/// not count.
+/// Whether the transfer of a finished reply failed. HTTP error statuses do not count.
 bool isBroken(const QNetworkReply &reply);
-/// The description of a failed reply.
+/// Error text of a failed reply.
 QString describe(const QNetworkReply &reply);
-/// Text of a wait that exceeded its time-out.
+/// Error text of a time-out.
 QString timeoutText();
-/// Closes a reply's connection and deletes it, as soon as the event loop runs.
+/// Closes a reply's connection and deletes the reply from the event loop.
 void endTransfer(QNetworkReply *reply);
 
 } // namespace quellora::http

@@ -10,7 +10,7 @@ namespace quellora {
 
 namespace {
 
-/// How much may wait to be read, so that an answer that is never asked for does not pile up.
+/// Bounds the memory used by unread data.
 constexpr qint64 readBufferBytes = 64 * 1024;
 
 } // namespace
@@ -18,7 +18,7 @@ constexpr qint64 readBufferBytes = 64 * 1024;
 HttpExchange::HttpExchange(QNetworkReply *reply, Limits limits, QObject *parent)
     : QObject(parent), m_reply(reply), m_limits(limits)
 {
-    // Heard only by a transfer that runs, which this one does once the event loop does.
+    // Queued: the reply ignores the size until its transfer has started in the event loop.
     QMetaObject::invokeMethod(
         reply, [reply] { reply->setReadBufferSize(readBufferBytes); }, Qt::QueuedConnection);
     connect(reply, &QNetworkReply::metaDataChanged, this, &HttpExchange::readHeader);
@@ -26,8 +26,8 @@ HttpExchange::HttpExchange(QNetworkReply *reply, Limits limits, QObject *parent)
     connect(reply, &QNetworkReply::finished, this, &HttpExchange::replyFinished);
     connect(reply, &QObject::destroyed, this,
             [this] { fail(QStringLiteral("The network connection was shut down.")); });
-    if (m_limits.whole.count() > 0)
-        QTimer::singleShot(m_limits.whole, this, [this] { fail(http::timeoutText()); });
+    if (m_limits.total.count() > 0)
+        QTimer::singleShot(m_limits.total, this, [this] { fail(http::timeoutText()); });
 }
 
 HttpExchange::~HttpExchange()

@@ -11,23 +11,23 @@
 
 namespace quellora {
 
-/// How a request ended.
+/// Result of a request.
 struct HttpAnswer
 {
-    /// The HTTP status; 0 when the answer was not HTTP or none came.
+    /// The HTTP status; 0 without an HTTP response.
     int status = 0;
-    /// Whole, if the status is the one whose body was wanted.
+    /// The complete body, if the status is Limits::bodyStatus.
     QByteArray body;
-    /// The body went beyond its limit and was dropped.
+    /// The body exceeded its limit and was dropped.
     bool isTooLong = false;
-    /// Why the transfer failed; nothing else counts then.
+    /// Error text of a failed transfer; the other members are unset then.
     std::optional<QString> failure;
 };
 
-/// Waits for the answer to one request and keeps it within bounds.
+/// Receives the response to one request within size and time limits.
 ///
-/// The body of one status is read; with every other status the answer is over when its header has
-/// come. Lives on the thread of the network manager; deleting it ends the transfer.
+/// The body is read for one status only; with any other status the exchange finishes after the
+/// header. Lives on the network manager's thread; deleting it aborts the transfer.
 class HttpExchange : public QObject
 {
     Q_OBJECT
@@ -37,16 +37,16 @@ public:
         /// The status whose body is read; 0 for none.
         int bodyStatus = 0;
         qint64 bodyBytes = 0;
-        /// For request and answer together, however busy the network is; 0 for no limit.
-        std::chrono::milliseconds whole{0};
+        /// Total time for request and response; 0 for no limit.
+        std::chrono::milliseconds total{0};
     };
 
-    /// Takes over @p reply, which has just been started.
+    /// Takes ownership of @p reply, which must have just been started.
     HttpExchange(QNetworkReply *reply, Limits limits, QObject *parent);
     ~HttpExchange() override;
 
 Q_SIGNALS:
-    /// Emitted once, never from within the constructor. The exchange deletes itself afterwards.
+    /// Emitted once, never from the constructor. The exchange deletes itself afterwards.
     void finished(const quellora::HttpAnswer &answer);
 
 private:

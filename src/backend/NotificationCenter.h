@@ -6,22 +6,22 @@
 
 namespace quellora {
 
-/// The three named notifications of the program as typed signals. Main thread only.
+/// Application-wide session notifications. Main thread only.
 class NotificationCenter : public QObject
 {
     Q_OBJECT
 public:
     using QObject::QObject;
 
-    /// The process-wide centre; tests construct their own.
+    /// The process-wide instance; tests construct their own.
     static NotificationCenter &shared();
 
 Q_SIGNALS:
-    /// The session ended by sign-out or rejection and must be replaced by the login window.
+    /// The session ended by sign-out or rejection; the login window must be shown.
     void sessionExpired();
     /// The session was cleared from memory.
     void sessionDidEnd();
-    /// A fresh account configuration arrived.
+    /// An updated account configuration was received.
     void configDidUpdate(const quellora::AppConfigResponse &config);
 };
 

@@ -57,7 +57,7 @@ QByteArray page(const PageTexts &texts)
     return html;
 }
 
-/// Percent-decoded text; nothing when its bytes are no UTF-8.
+/// Percent-decoded text; nothing if the bytes are not valid UTF-8.
 std::optional<QString> decoded(const QString &encoded)
 {
     QStringDecoder decode(QStringDecoder::Utf8);
@@ -117,7 +117,7 @@ void OAuthCallbackListener::cancel()
 
 void OAuthCallbackListener::takeConnections()
 {
-    // A request that decides at once may end the listener.
+    // A request that is already complete may delete the listener.
     const QPointer self(this);
     while (self && m_server && m_server->isListening()) {
         std::unique_ptr<QTcpSocket> socket(m_server->nextPendingConnection());
@@ -153,14 +153,14 @@ void OAuthCallbackListener::drop(CallbackConnection *connection)
 void OAuthCallbackListener::decide(CallbackConnection *connection, const QByteArray &request)
 {
     const std::optional<QString> token = tokenFrom(request);
-    // Nobody else is heard any more.
+    // All other connections are closed.
     m_connections.removeOne(connection);
     while (!m_connections.isEmpty())
         drop(m_connections.first());
     m_server->close();
-    connect(connection, &CallbackConnection::answered, this, [this, token](const QString &problem) {
-        if (!problem.isEmpty())
-            log(QStringLiteral("Failed to send response: ") + problem);
+    connect(connection, &CallbackConnection::answered, this, [this, token](const QString &error) {
+        if (!error.isEmpty())
+            log(QStringLiteral("Failed to send response: ") + error);
         stop();
         report(token);
     });
@@ -170,7 +170,7 @@ void OAuthCallbackListener::decide(CallbackConnection *connection, const QByteAr
 
 void OAuthCallbackListener::report(const std::optional<QString> &token)
 {
-    // Whoever is told may start again or delete the listener.
+    // The callback may call start() or delete the listener.
     if (const auto onToken = std::exchange(m_onToken, nullptr))
         onToken(token);
 }
@@ -183,7 +183,7 @@ void OAuthCallbackListener::stop()
         answering->disconnect(this);
     if (m_server) {
         m_server->close();
-        // Its own signal may be on the stack.
+        // Deferred: a signal of the server may be on the stack.
         m_server.release()->deleteLater();
         log(QStringLiteral("Listener state changed: cancelled"));
     }
@@ -207,7 +207,7 @@ std::optional<QString> OAuthCallbackListener::tokenFrom(const QByteArray &reques
         const qsizetype end = item.indexOf(QLatin1Char('='));
         if (decoded(item.left(end)) != QLatin1String("token"))
             continue;
-        // An item without "=" has no value, which is not the same as an empty one.
+        // An item without "=" has no value, in contrast to an empty one.
         return end < 0 ? std::nullopt : decoded(item.mid(end + 1));
     }
     return std::nullopt;

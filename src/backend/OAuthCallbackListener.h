@@ -14,19 +14,19 @@
 
 namespace quellora {
 
-/// Receives the one request that the browser sends back after a sign-in there, on a fixed loopback
-/// port: takes the token out of it, answers with a small page, closes and hands the token on.
+/// Receives the callback request of a browser sign-in on a loopback port: extracts the token,
+/// responds with a small page, stops listening and reports the token.
 ///
-/// Reachable from this machine only. The first request decides, whatever it is. A connection that
-/// sends nothing is closed after a while and does not count: browsers open spare ones. Main thread.
+/// The first request is final, whether or not it has a token. A connection that sends nothing is
+/// closed after a time-out and ignored, because browsers open spare connections. Main thread.
 class OAuthCallbackListener : public QObject, public BrowserSignIn
 {
     Q_OBJECT
 public:
-    /// More connections than these wait for nothing but room; the oldest silent one makes it.
+    /// A further connection replaces the oldest one that has sent nothing.
     static constexpr int maxConnections = 16;
 
-    /// @param port 0 picks a free one (tests)
+    /// @param port 0 picks a free port (for tests)
     explicit OAuthCallbackListener(quint16 port, QObject *parent = nullptr);
     OAuthCallbackListener(quint16 port, CallbackConnection::Timeouts timeouts,
                           QObject *parent = nullptr);
@@ -36,14 +36,14 @@ public:
                std::function<void(std::optional<QString>)> onToken) override;
     void cancel() override;
 
-    /// The port listened on; 0 when stopped.
+    /// The listening port; 0 when stopped.
     quint16 listeningPort() const { return m_server ? m_server->serverPort() : 0; }
     int connectionCount() const { return static_cast<int>(m_connections.size()); }
 
-    /// The token in a request: the first query item named "token" of the request line's target,
-    /// percent-decoded; empty counts. Nothing when there is none or the text is no request.
+    /// The percent-decoded value, possibly empty, of the first query item "token" in the request
+    /// target. Nothing without such an item or if the request is malformed.
     static std::optional<QString> tokenFrom(const QByteArray &request);
-    /// Header and page sent to the browser.
+    /// The HTTP response sent to the browser.
     static QByteArray answer(bool hasToken);
 
 private:
@@ -57,9 +57,9 @@ private:
     CallbackConnection::Timeouts m_timeouts;
     std::function<void(std::optional<QString>)> m_onToken;
     std::unique_ptr<QTcpServer> m_server;
-    /// Those whose request has not come yet, oldest first.
+    /// Connections waiting for their request, oldest first.
     QList<CallbackConnection *> m_connections;
-    /// The one that decided.
+    /// The connection that is sent the response.
     QPointer<CallbackConnection> m_answering;
 };
 

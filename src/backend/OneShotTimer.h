@@ -7,13 +7,13 @@
 
 namespace quellora {
 
-/// Calls back once after a delay, from the event loop. Main thread.
+/// Single-shot timer that can be replaced in tests. Main thread.
 class OneShotTimer
 {
 public:
     virtual ~OneShotTimer() = default;
 
-    /// Starts anew; a call that is due from an earlier start is dropped.
+    /// Restarts the timer; a pending time-out is dropped.
     virtual void start(std::chrono::milliseconds delay) = 0;
     virtual void stop() = 0;
     virtual bool isActive() const = 0;
@@ -21,7 +21,7 @@ public:
     std::function<void()> onTimeout;
 };
 
-/// The real one. Time that the machine sleeps does not count.
+/// OneShotTimer based on QTimer. Time during which the machine is suspended does not count.
 class QtOneShotTimer : public OneShotTimer
 {
 public:

@@ -10,7 +10,7 @@ namespace quellora {
 
 namespace {
 
-/// Reads typed members of one record; the first problem wins and names its key.
+/// Reads typed members of one JSON object and records the first error.
 class RecordReader
 {
 public:

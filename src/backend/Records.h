@@ -53,7 +53,7 @@ struct AdminMessagePayload
     QJsonObject toJson() const;
 };
 
-/// The account's configuration at one moment. Integers are taken as sent, without cross-checks.
+/// The account's configuration as sent by the backend; values are not cross-checked.
 struct AppConfigResponse
 {
     QString model;
@@ -78,7 +78,7 @@ struct AppConfigResponse
     QJsonObject toJson() const;
 };
 
-/// Answer to sign-in and token verification.
+/// Response to sign-in and token verification.
 struct LoginResponse
 {
     QString token;
@@ -87,12 +87,12 @@ struct LoginResponse
 
     bool operator==(const LoginResponse &) const = default;
     static Decoded<LoginResponse> fromJson(const QJsonValue &value);
-    /// Decodes a whole response body.
+    /// Decodes a response body.
     static Decoded<LoginResponse> decode(const QByteArray &body);
     QJsonObject toJson() const;
 };
 
-/// What this machine tells the backend about itself.
+/// Device information sent with sign-in and verification requests.
 struct DeviceFields
 {
     QString osVersion;
@@ -104,7 +104,7 @@ struct DeviceFields
 /// Body of a sign-in request, UTF-8 JSON.
 QByteArray encodeLoginRequest(const QString &email, const QString &password,
                               const DeviceFields &device);
-/// Body of a verification request, UTF-8 JSON. The token travels in the header only.
+/// Body of a verification request, UTF-8 JSON. The token is sent in the header only.
 QByteArray encodeVerifyRequest(const DeviceFields &device);
 
 /// Why signing in or verifying failed; description() is shown to the user verbatim.
@@ -113,7 +113,7 @@ struct AuthError
     enum class Kind { InvalidCredentials, AccountSuspended, DecodingError, NetworkError };
 
     Kind kind = Kind::NetworkError;
-    /// HTTP status, or -1 when there was no HTTP response. Only for NetworkError.
+    /// HTTP status, or -1 without an HTTP response. Only for NetworkError.
     int status = -1;
 
     static AuthError invalidCredentials() { return {Kind::InvalidCredentials, -1}; }

@@ -11,8 +11,7 @@ namespace quellora {
 
 class NotificationCenter;
 
-/// Owner of the session: one AuthService that is never replaced, and the way to end the session.
-/// The session lives in memory only. Main thread.
+/// Access to the current session and its end. The session is held in memory only. Main thread.
 class SessionManager : public QObject
 {
     Q_OBJECT
@@ -31,8 +30,8 @@ public:
     /// Called first by logout(), to stop the configuration polls.
     void setHeartbeatStopper(std::function<void()> stopper);
 
-    /// Stops the heartbeat, forgets token and configuration and posts sessionDidEnd. Harmless when
-    /// already signed out.
+    /// Stops the heartbeat, clears token and configuration and emits sessionDidEnd. May be called
+    /// when already signed out.
     void logout();
 
 private:

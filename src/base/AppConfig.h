@@ -5,8 +5,8 @@
 
 namespace quellora {
 
-/// The addresses of one backend: plain concatenation of the base URL and fixed paths.
-/// A base that ends in "/" yields a double slash. An address that does not parse stops the process.
+/// The URLs of one backend: the base URL concatenated with fixed paths.
+/// A base that ends in "/" yields a double slash. An invalid URL is a fatal error.
 class BackendEndpoints
 {
 public:
@@ -32,7 +32,7 @@ private:
     QString m_base;
 };
 
-/// Values computed once from the environment and kept for the life of the process.
+/// Process-wide configuration, computed once from the environment.
 class AppConfig
 {
 public:
@@ -41,17 +41,17 @@ public:
     /// Fixed TCP port of the browser sign-in's local listener.
     static constexpr quint16 oauthCallbackPort = 9877;
 
-    /// The backend base URL: QUELLORA_BACKEND_URL when set and not empty, unchanged; else the
-    /// production origin fixed at build time. The first call logs which of the two is used.
+    /// The backend base URL: QUELLORA_BACKEND_URL unchanged if it is set and not empty, otherwise
+    /// the production origin fixed at build time. The first call logs which of the two is used.
     static const QString &backendBaseURL();
     /// The endpoints on backendBaseURL().
     static const BackendEndpoints &endpoints();
 
-    /// backendBaseURL() without its cache, for a given value of the environment variable.
+    /// Uncached backendBaseURL() for a given value of the environment variable.
     static QString resolveBackendBaseURL(const QString &override);
 
-    /// Credits shown for a token count: one credit is 100 tokens, truncated toward zero; from
-    /// 100000 tokens on in thousands with the suffix "K".
+    /// Formats a token count as credits: one credit is 100 tokens, truncated toward zero. From
+    /// 100000 tokens on the result is in thousands with the suffix "K".
     static QString formatCredits(qint64 tokens);
 };
 

@@ -7,17 +7,17 @@
 
 namespace quellora {
 
-/// Diagnostic lines of the whole program, one per call, on standard output.
+/// The program's diagnostic log on standard output, one line per call.
 ///
-/// A line reads "[HH:mm:ss.SSS] message" in local time and is written with a single unbuffered
-/// write, so lines of different threads never mix. Secrets, prompts and answers are never logged.
+/// A line reads "[HH:mm:ss.SSS] message" in local time and is written with a single call, so lines
+/// of different threads never interleave. Secrets, prompts and answers are never logged.
 class Log
 {
 public:
     /// Writes one line now. Callable from any thread.
     static void event(const QString &message);
 
-    /// The text of a line without its line feed.
+    /// The text of a log line, without the line feed.
     static QString formatLine(const QDateTime &localTime, const QString &message);
 
     /// Sends every later message (without its time) to @p sink instead of standard output; an

@@ -19,7 +19,7 @@ std::optional<QDir> ProjectPaths::projectRoot()
     const QStringList arguments = QCoreApplication::arguments();
     if (arguments.isEmpty())
         qFatal("The program was started without its own path as first argument");
-    // A bare name from PATH is no usable path; the application object knows the real one.
+    // A bare name was found through PATH and is not a usable path.
     const QString program = arguments.constFirst().contains(QLatin1Char('/'))
                                 ? arguments.constFirst()
                                 : QCoreApplication::applicationFilePath();

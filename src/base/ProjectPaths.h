@@ -7,14 +7,14 @@
 
 namespace quellora {
 
-/// Where `config.json` is looked for.
+/// Locates the folder that holds `config.json`.
 class ProjectPaths
 {
 public:
-    /// The working directory if it holds "config.json"; else the program's folder (links in its
-    /// path resolved) or the nearest of its seven ancestors that does; else nothing.
+    /// The first folder that holds "config.json": the working directory, then the program's folder
+    /// (symbolic links resolved) and its seven nearest ancestors. Empty if none does.
     static std::optional<QDir> projectRoot();
-    /// The same for given places. @p programPath must not be empty.
+    /// Overload with explicit locations. @p programPath must not be empty.
     static std::optional<QDir> projectRoot(const QString &workingDirectory,
                                            const QString &programPath);
 };

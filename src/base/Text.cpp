@@ -9,9 +9,9 @@ namespace quellora {
 
 namespace {
 
-/// Whether a UTF-16 unit is a character of its own beside another one of this kind: most letters
-/// of most answers are, and finding their borders the long way would take much too long.
-bool standsAlone(QChar unit)
+/// Whether there is always a grapheme boundary between two such UTF-16 units. Fast path: covers
+/// most text without the slow QTextBoundaryFinder.
+bool isSimple(QChar unit)
 {
     const char16_t u = unit.unicode();
     return (u < 0x300 && u != '\r') || (u >= 0x370 && u < 0x483) || (u >= 0x3041 && u < 0x3097) ||
@@ -25,14 +25,14 @@ qsizetype characterCount(const QString &text)
     qsizetype count = 0;
     const qsizetype size = text.size();
     for (qsizetype at = 0; at < size;) {
-        if (standsAlone(text[at]) && (at + 1 == size || standsAlone(text[at + 1]))) {
+        if (isSimple(text[at]) && (at + 1 == size || isSimple(text[at + 1]))) {
             ++count;
             ++at;
             continue;
         }
-        // Up to the next border that is sure: the one between two that stand alone.
+        // Advance to the next known boundary, which is between two simple units.
         qsizetype end = at + 1;
-        while (end < size && !(standsAlone(text[end - 1]) && standsAlone(text[end])))
+        while (end < size && !(isSimple(text[end - 1]) && isSimple(text[end])))
             ++end;
         QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, text.constData() + at, end - at);
         while (finder.toNextBoundary() != -1)

@@ -135,13 +135,13 @@ void JsonUserDefaults::scheduleWrite()
     if (m_path.isEmpty())
         return;
     m_isDirty = true;
-    // While the disk refuses, a change waits for the next attempt with the others.
+    // After a failed write, changes wait for the next attempt.
     if (m_writing || m_retry.isActive())
         return;
     m_isDirty = false;
     m_writing = std::make_shared<Write>();
     m_writer.start([this, path = m_path, values = m_values, write = m_writing] {
-        write->problem = writeFile(path, values);
+        write->error = writeFile(path, values);
         QMetaObject::invokeMethod(
             this, [this, write] { finish(write); }, Qt::QueuedConnection);
     });
@@ -149,32 +149,32 @@ void JsonUserDefaults::scheduleWrite()
 
 void JsonUserDefaults::finish(const std::shared_ptr<Write> &write)
 {
-    // A flush may have been faster than the worker's report.
+    // flush() may already have handled this write.
     if (write != m_writing)
         return;
     m_writing.reset();
-    report(write->problem);
-    if (m_problem.isEmpty() && m_isDirty)
+    report(write->error);
+    if (m_lastError.isEmpty() && m_isDirty)
         scheduleWrite();
 }
 
-void JsonUserDefaults::report(const QString &problem)
+void JsonUserDefaults::report(const QString &error)
 {
-    if (problem.isEmpty()) {
-        if (!m_problem.isEmpty())
+    if (error.isEmpty()) {
+        if (!m_lastError.isEmpty())
             Log::event(QStringLiteral("[UserDefaults] %1 is written again").arg(m_path));
-        m_problem.clear();
+        m_lastError.clear();
         m_retry.stop();
         return;
     }
     m_isDirty = true;
     const std::chrono::milliseconds delay =
-        m_problem.isEmpty() ? m_firstRetryDelay
-                            : std::min(m_retry.intervalAsDuration() * 2, longestRetryDelay);
-    if (problem != m_problem)
+        m_lastError.isEmpty() ? m_firstRetryDelay
+                              : std::min(m_retry.intervalAsDuration() * 2, longestRetryDelay);
+    if (error != m_lastError)
         Log::event(QStringLiteral("[UserDefaults] ERROR: Could not write %1: %2 (non-fatal)")
-                       .arg(m_path, problem));
-    m_problem = problem;
+                       .arg(m_path, error));
+    m_lastError = error;
     m_retry.start(delay);
 }
 
@@ -183,7 +183,7 @@ void JsonUserDefaults::flush()
     m_writer.waitForDone();
     if (m_writing) {
         const auto write = std::exchange(m_writing, nullptr);
-        report(write->problem);
+        report(write->error);
     }
     if (!m_isDirty)
         return;
@@ -197,7 +197,7 @@ QString JsonUserDefaults::writeFile(const QString &path, const QJsonObject &valu
     QSaveFile file(path);
     file.setDirectWriteFallback(false);
     const QByteArray json = QJsonDocument(values).toJson(QJsonDocument::Indented);
-    // Without a buffer the write says that it failed; QSaveFile would put an empty file there.
+    // Unbuffered, so that write() reports failures; otherwise QSaveFile could commit an empty file.
     if (file.open(QIODevice::WriteOnly | QIODevice::Unbuffered)) {
         file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
         if (file.write(json) == json.size() && file.commit())

@@ -29,7 +29,7 @@ inline constexpr auto captureAllScreens = "captureAllScreens";
 
 /// The user's stored preferences: a small typed key-value store.
 ///
-/// A value of another type than asked for counts as absent. Every change is stored at once and
+/// A value of another type than requested counts as absent. Every change is stored immediately and
 /// announced with changed(). Main thread only.
 class UserDefaults : public QObject
 {
@@ -39,7 +39,7 @@ public:
 
     virtual std::optional<bool> boolValue(const QString &key) const = 0;
     virtual std::optional<QString> stringValue(const QString &key) const = 0;
-    /// Entries whose value is not a string are left out; absent when the key holds no dictionary.
+    /// Skips entries whose value is not a string; absent if the key holds no dictionary.
     virtual std::optional<QMap<QString, QString>> stringDictionary(const QString &key) const = 0;
 
     virtual void setBool(const QString &key, bool value) = 0;
@@ -47,28 +47,28 @@ public:
     virtual void setStringDictionary(const QString &key, const QMap<QString, QString> &value) = 0;
     virtual void remove(const QString &key) = 0;
 
-    /// Blocks until every change so far is stored. What could not be stored before is tried once
-    /// more; a failure is logged.
+    /// Blocks until all changes are stored, retrying earlier failures once. A failure is logged.
     virtual void flush() = 0;
 
 Q_SIGNALS:
     void changed(const QString &key);
 };
 
-/// UserDefaults over one JSON object, kept in memory and, when a path is given, in a file that is
-/// replaced atomically after every change by a worker thread, so that typing never waits for the
-/// disk; changes made while a write runs share the next one. A write that fails is tried again, at
-/// longer and longer intervals, and at flush(); each reason is logged once. A file that cannot be
-/// parsed is kept aside with the extension ".damaged" and the store starts empty (one log line).
+/// UserDefaults backed by one JSON object in memory and, if a path is given, a file.
+///
+/// A worker thread replaces the file atomically after every change; changes made during a write are
+/// coalesced into the next one. A failed write is retried with exponential backoff and by flush();
+/// consecutive identical errors are logged once. A file that cannot be parsed is renamed to
+/// "….damaged" and the store starts empty (one log line).
 class JsonUserDefaults : public UserDefaults
 {
     Q_OBJECT
 public:
-    /// @param path file to load and write; empty keeps everything in memory.
-    /// @param retryDelay from a failed write to the next attempt; doubles up to a minute
+    /// @param path file to load and write; empty for memory only
+    /// @param retryDelay delay from a failed write to the next attempt; doubles up to one minute
     explicit JsonUserDefaults(QString path = {}, QObject *parent = nullptr,
                               std::chrono::milliseconds retryDelay = std::chrono::seconds(1));
-    /// Waits until everything is stored.
+    /// Calls flush().
     ~JsonUserDefaults() override;
 
     /// `$XDG_CONFIG_HOME/Quellora/defaults.json`.
@@ -91,29 +91,29 @@ private:
     /// One write on the worker.
     struct Write
     {
-        /// Why it failed; empty when it did not.
-        QString problem;
+        /// Empty on success.
+        QString error;
     };
 
     void load();
     void store(const QString &key, const QJsonValue &value);
     void scheduleWrite();
     void finish(const std::shared_ptr<Write> &write);
-    void report(const QString &problem);
+    void report(const QString &error);
     static QString writeFile(const QString &path, const QJsonObject &values);
 
     QString m_path;
     QJsonObject m_values;
     QThreadPool m_writer;
-    /// The write under way.
+    /// The write in progress.
     std::shared_ptr<Write> m_writing;
-    /// The file lacks something that m_values has, beyond the write under way.
+    /// m_values has changes that neither the file nor the write in progress contains.
     bool m_isDirty = false;
-    /// Runs while a failed write waits for its next attempt.
+    /// Active while a failed write waits for its next attempt.
     QTimer m_retry;
     std::chrono::milliseconds m_firstRetryDelay;
-    /// Why the last write failed; empty when it did not.
-    QString m_problem;
+    /// Error of the last write; empty on success.
+    QString m_lastError;
 };
 
 } // namespace quellora

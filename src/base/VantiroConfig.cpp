@@ -13,7 +13,7 @@ namespace {
 
 const QString fileName = QStringLiteral("config.json");
 
-/// Reads typed members of one JSON object and remembers the first problem.
+/// Reads typed members of one JSON object and records the first error.
 class ObjectReader
 {
 public:

@@ -22,8 +22,8 @@ enum class HotkeyAction {
     NewThread,
 };
 
-/// The parsed `config.json`: hotkey combos and the panel's initial geometry. Loaded once at launch
-/// and never written.
+/// The parsed `config.json`: hotkeys and the panel's initial geometry. Loaded once at launch and
+/// never written.
 struct VantiroConfig
 {
     using HotkeyAction = quellora::HotkeyAction;
@@ -59,11 +59,11 @@ struct VantiroConfig
 
     bool operator==(const VantiroConfig &) const = default;
 
-    /// Finds and reads `config.json`; falls back to the built-in values as a whole. Never fails.
+    /// Finds and reads `config.json`. On any error returns the built-in defaults.
     static VantiroConfig load();
-    /// The same for an already chosen folder (none: built-in values).
+    /// Overload for a given folder; without one, returns the built-in defaults.
     static VantiroConfig load(const std::optional<QDir> &folder);
-    /// Decodes the file's content; on failure returns nothing and describes why in @p error.
+    /// Decodes the file's content; on failure returns nothing and sets @p error.
     static std::optional<VantiroConfig> decode(const QByteArray &json, QString *error);
 };
 

@@ -8,11 +8,11 @@
 
 namespace quellora {
 
-/// Calls @p callback with the result of @p future on the thread of @p context, from its event loop,
-/// unless the context has gone by then or the future was cancelled.
+/// Calls @p callback with the result of @p future from the event loop of @p context's thread,
+/// unless the context is destroyed first or the future is cancelled.
 ///
-/// QFuture::then() with a context is not used, because in Qt 6.4 it stops the process when the
-/// context is destroyed before the future finishes.
+/// Replaces QFuture::then() with a context, which in Qt 6.4 aborts the process if the context is
+/// destroyed before the future finishes.
 template <typename Result, typename Callback>
 void whenFinished(const QFuture<Result> &future, QObject *context, Callback callback)
 {

@@ -2,7 +2,7 @@
 
 namespace quellora {
 
-/// The two pages as the browser has to receive them, written out in full.
+/// The exact pages that the browser must receive.
 inline constexpr auto successPage =
     "<!DOCTYPE html>\n"
     "<html>\n"

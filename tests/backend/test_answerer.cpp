@@ -22,7 +22,7 @@ class TestAnswerer : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void names_data()
+    void resolvesAssistantName_data()
     {
         QTest::addColumn<QList<ModelOption>>("models");
         QTest::addColumn<QString>("selected");
@@ -54,7 +54,7 @@ private Q_SLOTS:
         QTest::newRow("nameless") << Models{model("x", " ")} << "x"
                                   << "the model";
     }
-    void names()
+    void resolvesAssistantName()
     {
         QFETCH(QList<ModelOption>, models);
         QFETCH(QString, selected);

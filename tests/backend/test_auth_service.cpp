@@ -30,17 +30,17 @@ struct Fixture
     }
 };
 
-/// Notes how long the network may say nothing during each request.
-class PatienceNetwork : public StatuslessNetwork
+/// Records the transfer time-out of each request.
+class TimeoutRecordingNetwork : public StatuslessNetwork
 {
 public:
-    QList<int> silences;
+    QList<int> timeouts;
 
 protected:
     QNetworkReply *createRequest(Operation operation, const QNetworkRequest &request,
                                  QIODevice *body) override
     {
-        silences << request.transferTimeout();
+        timeouts << request.transferTimeout();
         return StatuslessNetwork::createRequest(operation, request, body);
     }
 };
@@ -48,7 +48,7 @@ protected:
 LoginResult wait(QFuture<LoginResult> future)
 {
     if (!QTest::qWaitFor([&future] { return future.isFinished(); }, 10'000))
-        qFatal("the call never ended");
+        qFatal("the call did not finish");
     return future.result();
 }
 
@@ -58,7 +58,7 @@ class TestAuthService : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void loginSendsItsRequest()
+    void loginSendsRequest()
     {
         Fixture f;
         f.answer(200, goodBody());
@@ -73,21 +73,22 @@ private Q_SLOTS:
         QCOMPARE(request.header("Content-Type"), "application/json");
         QCOMPARE(request.header("X-App-Version"), "1.0.0");
         QVERIFY(request.header("Authorization").isEmpty());
-        const auto names = request.headerNames();
-        QVERIFY(names.indexOf("Content-Type") < names.indexOf("X-App-Version"));
+        const auto resolvesAssistantName = request.headerNames();
+        QVERIFY(resolvesAssistantName.indexOf("Content-Type") <
+                resolvesAssistantName.indexOf("X-App-Version"));
         const QJsonObject body = QJsonDocument::fromJson(request.body()).object();
         QCOMPARE(body["email"].toString(), " me@x ");
         QCOMPARE(body["password"].toString(), " pass ");
         QCOMPARE(body["hotkeys"].toObject()["capture"].toString(), "ctrl+c");
     }
 
-    void silenceIsEndedAfterAMinute()
+    void inactivityTimeoutIsOneMinute()
     {
-        PatienceNetwork network;
+        TimeoutRecordingNetwork network;
         AuthService auth(network, BackendEndpoints("http://127.0.0.1:1"), &sampleDevice);
         auth.login("me@x", "pass");
         auth.verify("token");
-        QCOMPARE(network.silences, (QList<int>{60'000, 60'000}));
+        QCOMPARE(network.timeouts, (QList<int>{60'000, 60'000}));
     }
 
     void verifySendsTheTokenInTheHeaderOnly()
@@ -101,12 +102,14 @@ private Q_SLOTS:
         QCOMPARE(request.startLine(), "POST /api/auth/app-verify HTTP/1.1");
         QCOMPARE(request.header("Authorization"), "Bearer old-token");
         QVERIFY(!request.body().contains("old-token"));
-        const auto names = request.headerNames();
-        QVERIFY(names.indexOf("Authorization") < names.indexOf("Content-Type"));
-        QVERIFY(names.indexOf("Content-Type") < names.indexOf("X-App-Version"));
+        const auto resolvesAssistantName = request.headerNames();
+        QVERIFY(resolvesAssistantName.indexOf("Authorization") <
+                resolvesAssistantName.indexOf("Content-Type"));
+        QVERIFY(resolvesAssistantName.indexOf("Content-Type") <
+                resolvesAssistantName.indexOf("X-App-Version"));
     }
 
-    void statusesAreMapped_data()
+    void mapsStatusesToErrors_data()
     {
         QTest::addColumn<int>("status");
         QTest::addColumn<QByteArray>("body");
@@ -130,7 +133,7 @@ private Q_SLOTS:
                 << reason << reason;
         }
     }
-    void statusesAreMapped()
+    void mapsStatusesToErrors()
     {
         QFETCH(int, status);
         QFETCH(QByteArray, body);
@@ -151,7 +154,7 @@ private Q_SLOTS:
         QCOMPARE(f.auth.sessionToken(), "kept");
     }
 
-    void unreadableAnswerIsADecodingError()
+    void undecodableResponseIsADecodingError()
     {
         for (const QByteArray &body :
              {QByteArray("<html>"), QByteArray("{}"), QByteArray(), QByteArray("{\"token\":1}")}) {
@@ -165,7 +168,7 @@ private Q_SLOTS:
         }
     }
 
-    void transportFailureIsMinusOne()
+    void transportFailureHasStatusMinusOne()
     {
         QTcpServer closed;
         closed.listen(QHostAddress::LocalHost);
@@ -182,7 +185,7 @@ private Q_SLOTS:
             "[AuthService] Token verification failed: network error: "));
     }
 
-    void lostConnectionsAreNotMadeUpFor_data()
+    void lostConnectionIsReportedWithoutRetry_data()
     {
         QTest::addColumn<QByteArray>("bytes");
         QTest::addColumn<bool>("reset");
@@ -195,7 +198,7 @@ private Q_SLOTS:
                 << QByteArray("HTTP/1.1 200 OK\r\nContent-Length: 5000\r\n\r\n{") << reset;
         }
     }
-    void lostConnectionsAreNotMadeUpFor()
+    void lostConnectionIsReportedWithoutRetry()
     {
         QFETCH(QByteArray, bytes);
         QFETCH(bool, reset);
@@ -208,11 +211,11 @@ private Q_SLOTS:
         QCOMPARE(f.log.lines.size(), 2);
         QVERIFY(f.log.lines.last().startsWith(
             "[AuthService] Token verification failed: network error: "));
-        // The user's password and token went out once for each call.
+        // Password and token were sent once per call.
         QCOMPARE(f.server.requests().size(), 2);
     }
 
-    void answerThatIsNotHttp()
+    void nonHttpResponseHasNoStatus()
     {
         StatuslessNetwork network;
         LogCapture log;
@@ -237,10 +240,10 @@ private Q_SLOTS:
         QCOMPARE(elsewhere.connectionCount(), 0);
     }
 
-    void hugeAnswerIsNotSwallowed()
+    void oversizedResponseIsADecodingError()
     {
         Fixture f;
-        // Readable, but for its size.
+        // Valid except for its size.
         f.answer(200, goodBody() + QByteArray(10'000'000, ' '));
         QCOMPARE(wait(f.auth.login("e", "p")).error(), AuthError::decodingError());
         QCOMPARE(f.log.lines, QStringList{"[AuthService] Login failed: could not decode response: "
@@ -248,7 +251,7 @@ private Q_SLOTS:
         QVERIFY(!f.auth.sessionToken());
     }
 
-    void bodyOfARefusalIsNotWaitedFor()
+    void doesNotWaitForBodyOfErrorStatus()
     {
         Fixture f;
         f.server.answerWith("HTTP/1.1 403 S\r\nContent-Length: 1000000000\r\n\r\n" +
@@ -258,7 +261,7 @@ private Q_SLOTS:
         QTRY_VERIFY(f.server.requests().first().disconnected);
     }
 
-    void tokenWithLineBreaksIsNotSent()
+    void tokenWithControlCharactersIsNotSent()
     {
         for (const char *token : {"t\r\nX-Evil: 1", "t\n", "t\x7f"}) {
             Fixture f;
@@ -271,7 +274,7 @@ private Q_SLOTS:
         }
     }
 
-    void emptyTokenIsVerifiedLikeAnyOther()
+    void emptyTokenIsVerified()
     {
         Fixture f;
         f.answer(401);
@@ -279,7 +282,7 @@ private Q_SLOTS:
         QCOMPARE(f.server.requests().first().header("Authorization"), "Bearer");
     }
 
-    void cancelledCallEndsItsTransfer()
+    void cancellingAbortsTheTransfer()
     {
         Fixture f;
         QSignalSpy arrived(&f.server, &ScriptedHttpServer::requestArrived);
@@ -297,7 +300,7 @@ private Q_SLOTS:
         QSignalSpy arrived(&f.server, &ScriptedHttpServer::requestArrived);
         QFuture<LoginResult> call = f.auth.login("e", "p");
         QVERIFY(arrived.wait());
-        // The answer is on the way already.
+        // The response is already in transit.
         f.server.send(0, ScriptedHttpServer::answer(200, goodBody("ghost")));
         call.cancel();
         f.answer(401);
@@ -307,7 +310,7 @@ private Q_SLOTS:
                  QStringList{"[AuthService] Token verification failed: invalid or expired token"});
     }
 
-    void deletedServiceDropsItsCalls()
+    void deletingTheServiceAbortsItsCalls()
     {
         Fixture f;
         auto service = std::make_unique<AuthService>(
@@ -321,7 +324,7 @@ private Q_SLOTS:
         QCOMPARE(f.log.lines, QStringList());
     }
 
-    void credentialsNeverReachTheLog()
+    void credentialsAreNotLogged()
     {
         Fixture f;
         f.answer(500, "secret-body");
@@ -332,7 +335,7 @@ private Q_SLOTS:
             QVERIFY(!log.contains(secret));
     }
 
-    void logoutForgetsEverything()
+    void logoutClearsTheSession()
     {
         Fixture f;
         NotificationCenter notifications;

@@ -22,7 +22,7 @@ constexpr auto expiredLine = "[HeartbeatService] Token invalid/expired — sessi
 constexpr auto noTokenLine = "[HeartbeatService] No session token — stopping";
 constexpr auto succeededLine = "[HeartbeatService] Poll succeeded, config refreshed";
 
-/// Fires when the test says so.
+/// Timer fired manually by the test.
 class FakeTimer : public OneShotTimer
 {
 public:
@@ -59,33 +59,33 @@ struct Fixture
     {
         server.answerWith(ScriptedHttpServer::answer(status, body), Ending::KeepOpen);
     }
-    /// Starts the heartbeat and forgets what that logged.
+    /// Starts the heartbeat and clears the log.
     void start(double seconds)
     {
         heartbeat.start(seconds);
         log.clear();
     }
-    /// Lets the time that the timer was given pass.
-    void pass()
+    /// Advances the clock by the timer's delay and fires the timer.
+    void elapse()
     {
         now += timer->delay();
         timer->fire();
     }
-    /// The same, until the poll's request has reached the server.
-    bool passAndReach()
+    /// elapse(), then waits until the poll's request has reached the server.
+    bool elapseAndPoll()
     {
         const qsizetype before = server.requests().size();
-        pass();
+        elapse();
         return QTest::qWaitFor([&] { return server.requests().size() > before; });
     }
 
-    /// A later session's poll comes and goes, and with it whatever was on the way before. True when
-    /// that is all that was heard.
-    bool laterPollIsAllThatIsHeard()
+    /// Polls for a new session and returns whether this poll's effects are the only ones, so that
+    /// nothing of an earlier poll was delivered.
+    bool onlyNextPollHasEffects()
     {
         auth.setSession("later", {});
         start(30);
-        if (!passAndReach())
+        if (!elapseAndPoll())
             return false;
         const int last = static_cast<int>(server.requests().size()) - 1;
         server.send(last, ScriptedHttpServer::answer(200, goodBody()));
@@ -141,18 +141,17 @@ private Q_SLOTS:
         QCOMPARE(
             f.log.lines,
             QStringList{QStringLiteral("[HeartbeatService] Starting, interval: %1s").arg(text)});
-        QCOMPARE(f.heartbeat.intervalSeconds(), seconds);
     }
 
-    void firstPollComesAfterOneInterval()
+    void firstPollIsDueAfterOneInterval()
     {
         Fixture f;
         f.start(60);
         QCOMPARE(f.timer->delay(), 60s);
-        QVERIFY(f.heartbeat.isScheduled());
+        QVERIFY(f.timer->isActive());
         QCoreApplication::processEvents();
         QCOMPARE(f.server.connectionCount(), 0);
-        QVERIFY(f.passAndReach());
+        QVERIFY(f.elapseAndPoll());
         QCOMPARE(f.server.requests().first().startLine(), "POST /api/auth/app-verify HTTP/1.1");
         QCOMPARE(f.server.requests().first().header("Authorization"), "Bearer t");
     }
@@ -162,37 +161,36 @@ private Q_SLOTS:
         Fixture f;
         f.answer(200, goodBody("next", 77));
         f.start(60);
-        f.pass();
+        f.elapse();
         QTRY_COMPARE(f.updated.count(), 1);
         QCOMPARE(f.session.sessionToken(), "next");
         QCOMPARE(f.session.currentConfig()->tokensUsed, 77);
         QCOMPARE(f.updated.first().first().value<AppConfigResponse>().tokensUsed, 77);
         QCOMPARE(f.log.lines,
                  (QStringList{"[AuthService] Token verification successful", succeededLine}));
-        // A new interval counts from the next sign-in only.
-        QCOMPARE(f.heartbeat.intervalSeconds(), 60.0);
+        // A changed interval takes effect with the next sign-in.
         QCOMPARE(f.timer->delay(), 60s);
-        QVERIFY(f.passAndReach());
+        QVERIFY(f.elapseAndPoll());
         QCOMPARE(f.server.requests().last().header("Authorization"), "Bearer next");
     }
 
-    void nextPollIsScheduledWhenTheAnswerHasCome()
+    void nextPollIsScheduledAfterTheResponse()
     {
         Fixture f;
         f.start(60);
-        QVERIFY(f.passAndReach());
-        QVERIFY(!f.heartbeat.isScheduled());
+        QVERIFY(f.elapseAndPoll());
+        QVERIFY(!f.timer->isActive());
         f.now += 20s;
         f.server.send(0, ScriptedHttpServer::answer(200, goodBody()));
         QTRY_COMPARE(f.updated.count(), 1);
         QCOMPARE(f.timer->delay(), 60s);
     }
 
-    void oneRequestAtATime()
+    void sendsOneRequestAtATime()
     {
         Fixture f;
         f.start(60);
-        QVERIFY(f.passAndReach());
+        QVERIFY(f.elapseAndPoll());
         f.heartbeat.poll();
         f.heartbeat.poll();
         f.server.send(0, ScriptedHttpServer::answer(200, goodBody()));
@@ -206,13 +204,13 @@ private Q_SLOTS:
         Fixture f;
         f.answer(401);
         f.start(60);
-        f.pass();
+        f.elapse();
         QTRY_COMPARE(f.expired.count(), 1);
-        QVERIFY(!f.heartbeat.isScheduled());
+        QVERIFY(!f.timer->isActive());
         QCOMPARE(f.log.lines,
                  (QStringList{"[AuthService] Token verification failed: invalid or expired token",
                               QString::fromUtf8(expiredLine)}));
-        // It is the delegate that ends the session.
+        // Ending the session is the observer's task.
         QCOMPARE(f.session.sessionToken(), "t");
         f.session.logout();
         QCoreApplication::processEvents();
@@ -220,7 +218,7 @@ private Q_SLOTS:
         QCOMPARE(f.updated.count(), 0);
     }
 
-    void everyOtherFailureKeepsPolling_data()
+    void otherFailuresKeepPolling_data()
     {
         QTest::addColumn<int>("status");
         QTest::addColumn<QString>("description");
@@ -234,7 +232,7 @@ private Q_SLOTS:
                        .arg(status);
         }
     }
-    void everyOtherFailureKeepsPolling()
+    void otherFailuresKeepPolling()
     {
         QFETCH(int, status);
         QFETCH(QString, description);
@@ -245,8 +243,8 @@ private Q_SLOTS:
             f.answer(status, status == 204 ? "" : "nonsense");
         f.start(3600);
         for (int i = 0; i < 2; ++i) {
-            f.pass();
-            QTRY_VERIFY(f.heartbeat.isScheduled());
+            f.elapse();
+            QTRY_VERIFY(f.timer->isActive());
             QCOMPARE(f.timer->delay(), 3600s);
             QCOMPARE(f.log.lines.last(),
                      "[HeartbeatService] Poll failed (non-fatal): " + description);
@@ -257,59 +255,59 @@ private Q_SLOTS:
         QCOMPARE(f.session.sessionToken(), "t");
     }
 
-    void withoutTokenItStops()
+    void stopsWithoutToken()
     {
         Fixture f;
         f.start(3600);
         f.auth.clearSession();
-        f.pass();
+        f.elapse();
         QCOMPARE(f.log.lines, QStringList{QString::fromUtf8(noTokenLine)});
-        QVERIFY(!f.heartbeat.isScheduled());
+        QVERIFY(!f.timer->isActive());
         QCOMPARE(f.server.connectionCount(), 0);
     }
 
-    void signOutDropsThePendingPoll()
+    void signOutCancelsTheScheduledPoll()
     {
         Fixture f;
         f.start(60);
         f.session.logout();
-        QVERIFY(!f.heartbeat.isScheduled());
+        QVERIFY(!f.timer->isActive());
     }
 
-    void answerAfterSignOutIsIgnored_data()
+    void responseAfterSignOutIsIgnored_data()
     {
         QTest::addColumn<int>("status");
         QTest::newRow("success") << 200;
         QTest::newRow("rejection") << 401;
         QTest::newRow("failure") << 500;
     }
-    void answerAfterSignOutIsIgnored()
+    void responseAfterSignOutIsIgnored()
     {
         QFETCH(int, status);
         Fixture f;
         f.start(60);
-        QVERIFY(f.passAndReach());
+        QVERIFY(f.elapseAndPoll());
         f.session.logout();
         f.server.send(0, ScriptedHttpServer::answer(status, goodBody("ghost")));
         QVERIFY(!f.session.sessionToken());
-        QVERIFY(!f.heartbeat.isScheduled());
-        QVERIFY(f.laterPollIsAllThatIsHeard());
+        QVERIFY(!f.timer->isActive());
+        QVERIFY(f.onlyNextPollHasEffects());
     }
 
-    void signOutEndsTheTransfer()
+    void signOutAbortsTheTransfer()
     {
         Fixture f;
         f.start(60);
-        QVERIFY(f.passAndReach());
+        QVERIFY(f.elapseAndPoll());
         f.session.logout();
         QTRY_VERIFY(f.server.requests().first().disconnected);
     }
 
-    void answerThatHasArrivedWhenSigningOutIsIgnored()
+    void undeliveredResultIsDroppedOnSignOut()
     {
         Fixture f;
         f.answer(401);
-        // Signing out when the verification is over and its result is on the way.
+        // Sign out after the verification has finished, before its result is delivered.
         Log::setSinkForTesting([&f](const QString &line) {
             if (line.startsWith("[AuthService] Token verification"))
                 QMetaObject::invokeMethod(
@@ -317,40 +315,40 @@ private Q_SLOTS:
         });
         QSignalSpy ended(&f.notifications, &NotificationCenter::sessionDidEnd);
         f.heartbeat.start(60);
-        f.pass();
+        f.elapse();
         QTRY_COMPARE(ended.count(), 1);
         QCoreApplication::sendPostedEvents();
         QCoreApplication::processEvents();
         QCOMPARE(f.expired.count(), 0);
-        QVERIFY(!f.heartbeat.isScheduled());
+        QVERIFY(!f.timer->isActive());
     }
 
-    void startingAgainWhilePollingStartsOver()
+    void restartWhilePollingDropsThePoll()
     {
         Fixture f;
         f.start(60);
-        QVERIFY(f.passAndReach());
+        QVERIFY(f.elapseAndPoll());
         f.start(45);
         QCOMPARE(f.timer->delay(), 45s);
-        // For the earlier one.
+        // Response to the earlier poll.
         f.server.send(0, ScriptedHttpServer::answer(401, {}));
-        QVERIFY(f.laterPollIsAllThatIsHeard());
+        QVERIFY(f.onlyNextPollHasEffects());
     }
 
-    void observerMayStopIt()
+    void observerMayCallStop()
     {
         Fixture f;
         f.answer(200, goodBody());
         QObject::connect(&f.notifications, &NotificationCenter::configDidUpdate, &f.heartbeat,
                          [&f] { f.session.logout(); });
         f.start(60);
-        f.pass();
+        f.elapse();
         QTRY_COMPARE(f.updated.count(), 1);
-        QVERIFY(!f.heartbeat.isScheduled());
+        QVERIFY(!f.timer->isActive());
         QVERIFY(!f.session.sessionToken());
     }
 
-    void oddIntervals_data()
+    void invalidIntervalsPollWithoutDelay_data()
     {
         QTest::addColumn<double>("seconds");
         QTest::newRow("zero") << 0.0;
@@ -358,20 +356,20 @@ private Q_SLOTS:
         QTest::newRow("most negative") << static_cast<double>(std::numeric_limits<qint64>::min());
         QTest::newRow("no number") << std::numeric_limits<double>::quiet_NaN();
     }
-    void oddIntervals()
+    void invalidIntervalsPollWithoutDelay()
     {
         QFETCH(double, seconds);
         Fixture f;
         f.start(seconds);
-        // As fast as the network answers, and through the event loop.
+        // Polls without delay, through the event loop.
         QCOMPARE(f.timer->delay(), 0ms);
         f.answer(200, goodBody());
-        f.pass();
+        f.elapse();
         QTRY_COMPARE(f.updated.count(), 1);
         QCOMPARE(f.timer->delay(), 0ms);
     }
 
-    void longIntervalsTakeSeveralTurns()
+    void longIntervalsAreSplit()
     {
         Fixture f;
         constexpr auto month = 30 * 24h;
@@ -380,7 +378,7 @@ private Q_SLOTS:
         QVERIFY(f.timer->delay() <= std::chrono::milliseconds(std::numeric_limits<int>::max()));
         while (f.now - begin < month) {
             QCOMPARE(f.server.connectionCount(), 0);
-            f.pass();
+            f.elapse();
         }
         QCOMPARE(f.now - begin, month);
         QTRY_COMPARE(f.server.requests().size(), 1);
@@ -392,18 +390,18 @@ private Q_SLOTS:
         f.start(static_cast<double>(std::numeric_limits<qint64>::max()));
         for (int turns = 0; turns < 100; ++turns) {
             QVERIFY(f.timer->delay() >= 24h);
-            f.pass();
+            f.elapse();
         }
-        QVERIFY(f.heartbeat.isScheduled());
+        QVERIFY(f.timer->isActive());
         QCOMPARE(f.server.connectionCount(), 0);
     }
 
-    void missedIntervalsAreNotMadeUpFor()
+    void missedIntervalsAreSkipped()
     {
         Fixture f;
         f.answer(200, goodBody());
         f.start(60);
-        // The machine stood still for ten intervals.
+        // The machine was suspended for ten intervals.
         f.now += 600s;
         f.timer->fire();
         QTRY_COMPARE(f.updated.count(), 1);
@@ -411,7 +409,7 @@ private Q_SLOTS:
         QCOMPARE(f.timer->delay(), 60s);
     }
 
-    void theRealTimerPolls()
+    void pollsWithQtTimer()
     {
         Fixture f;
         f.answer(200, goodBody());
@@ -422,7 +420,9 @@ private Q_SLOTS:
         heartbeat.start(0);
         QTRY_VERIFY(f.updated.count() >= 3);
         heartbeat.stop();
-        QVERIFY(!heartbeat.isScheduled());
+        const qsizetype updates = f.updated.count();
+        QTest::qWait(0);
+        QCOMPARE(f.updated.count(), updates);
     }
 };
 

@@ -29,10 +29,10 @@ struct Fixture
     QList<HttpAnswer> answers;
 
     HttpExchange *post(HttpExchange::Limits limits = {200, 1000, 0ms},
-                       std::chrono::milliseconds silence = 10s)
+                       std::chrono::milliseconds inactivityTimeout = 10s)
     {
         const QNetworkRequest request =
-            http::request(QUrl(server.baseUrl() + QStringLiteral("/x")), silence);
+            http::request(QUrl(server.baseUrl() + QStringLiteral("/x")), inactivityTimeout);
         auto *exchange =
             new HttpExchange(http::postOnce(*network, request, "question"), limits, &owner);
         QObject::connect(exchange, &HttpExchange::finished, &owner,
@@ -42,7 +42,7 @@ struct Fixture
     HttpAnswer wait()
     {
         if (!QTest::qWaitFor([this] { return !answers.isEmpty(); }, 10'000))
-            qFatal("the exchange never ended");
+            qFatal("the exchange did not finish");
         return answers.takeFirst();
     }
 };
@@ -53,7 +53,7 @@ class TestHttpExchange : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void bodyIsRead()
+    void readsBody()
     {
         Fixture f;
         f.server.answerWith(ScriptedHttpServer::answer(200, "hello"), Ending::KeepOpen);
@@ -65,7 +65,7 @@ private Q_SLOTS:
         QCOMPARE(f.server.requests().first().body(), "question");
     }
 
-    void bodyMayEndWithItsConnection()
+    void connectionCloseMayDelimitTheBody()
     {
         Fixture f;
         f.server.answerWith("HTTP/1.1 200 OK\r\n\r\nhello", Ending::Close);
@@ -75,17 +75,17 @@ private Q_SLOTS:
         QVERIFY(!answer.failure);
     }
 
-    void bodyOfAnotherStatusIsNotWaitedFor_data()
+    void doesNotWaitForBodyOfOtherStatuses_data()
     {
         QTest::addColumn<int>("status");
         for (const int status : {201, 202, 301, 307, 400, 403, 404, 500, 503, 599})
             QTest::addRow("%d", status) << status;
     }
-    void bodyOfAnotherStatusIsNotWaitedFor()
+    void doesNotWaitForBodyOfOtherStatuses()
     {
         QFETCH(int, status);
         Fixture f;
-        // The announced body never becomes whole.
+        // The announced body is never completed.
         f.server.answerWith("HTTP/1.1 " + QByteArray::number(status) +
                                 " S\r\nContent-Length: 100000000\r\n\r\nx",
                             Ending::KeepOpen);
@@ -96,14 +96,14 @@ private Q_SLOTS:
         QTRY_VERIFY(f.server.requests().first().disconnected);
     }
 
-    void challengesAreNotTakenUp_data()
+    void doesNotAnswerAuthenticationChallenges_data()
     {
         QTest::addColumn<int>("status");
         QTest::addColumn<QByteArray>("header");
         QTest::newRow("401") << 401 << QByteArray("WWW-Authenticate: Basic realm=\"x\"\r\n");
         QTest::newRow("407") << 407 << QByteArray("Proxy-Authenticate: Basic realm=\"x\"\r\n");
     }
-    void challengesAreNotTakenUp()
+    void doesNotAnswerAuthenticationChallenges()
     {
         QFETCH(int, status);
         QFETCH(QByteArray, header);
@@ -116,7 +116,7 @@ private Q_SLOTS:
         QCOMPARE(f.server.requests().size(), 1);
     }
 
-    void redirectsAreNotFollowed()
+    void doesNotFollowRedirects()
     {
         Fixture f;
         ScriptedHttpServer elsewhere;
@@ -128,7 +128,7 @@ private Q_SLOTS:
         QCOMPARE(elsewhere.connectionCount(), 0);
     }
 
-    void nothingIsEverSentTwice_data()
+    void neverResendsARequest_data()
     {
         QTest::addColumn<QByteArray>("bytes");
         QTest::addColumn<bool>("reset");
@@ -144,7 +144,7 @@ private Q_SLOTS:
         row("within a chunk", "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nhe");
         row("another protocol", "SSH-2.0-x\r\n\r\n");
     }
-    void nothingIsEverSentTwice()
+    void neverResendsARequest()
     {
         QFETCH(QByteArray, bytes);
         QFETCH(bool, reset);
@@ -154,14 +154,14 @@ private Q_SLOTS:
         const HttpAnswer answer = f.wait();
         QVERIFY(answer.failure && !answer.failure->isEmpty());
         QVERIFY(answer.body.isEmpty());
-        // A second request would have come with the loss of the first connection.
+        // A resent request would already have been received.
         f.server.answerWith(ScriptedHttpServer::answer(200, "late"), Ending::Close);
         f.post();
         QCOMPARE(f.wait().body, "late");
         QCOMPARE(f.server.requests().size(), 2);
     }
 
-    void connectionThatWasKeptIsNoReasonToRepeat()
+    void doesNotResendOnKeptAliveConnection()
     {
         Fixture f;
         f.server.answerWith(ScriptedHttpServer::answer(200, "one"), Ending::KeepOpen);
@@ -173,7 +173,7 @@ private Q_SLOTS:
         QCOMPARE(f.server.requests().size(), 2);
     }
 
-    void longBodiesAreDropped_data()
+    void oversizedBodyIsDropped_data()
     {
         QTest::addColumn<qsizetype>("size");
         QTest::addColumn<bool>("tooLong");
@@ -181,7 +181,7 @@ private Q_SLOTS:
         QTest::newRow("one more") << qsizetype(100'001) << true;
         QTest::newRow("ten megabytes") << qsizetype(10'000'000) << true;
     }
-    void longBodiesAreDropped()
+    void oversizedBodyIsDropped()
     {
         QFETCH(qsizetype, size);
         QFETCH(bool, tooLong);
@@ -195,7 +195,7 @@ private Q_SLOTS:
         QVERIFY(!answer.failure);
     }
 
-    void endlessBodyIsBrokenOff()
+    void endlessBodyIsAborted()
     {
         Fixture f;
         f.server.answerWith("HTTP/1.1 200 OK\r\nContent-Length: 1000000000\r\n\r\n" +
@@ -206,10 +206,10 @@ private Q_SLOTS:
         QTRY_VERIFY(f.server.requests().first().disconnected);
     }
 
-    void compressedBodyCountsAsItUnfolds()
+    void limitAppliesToDecompressedBody()
     {
         Fixture f;
-        // Four million blanks.
+        // Four million spaces.
         const QByteArray packed = qCompress(QByteArray(4'000'000, ' '), 9).mid(4);
         f.server.answerWith(
             ScriptedHttpServer::answer(200, packed, "Content-Encoding: deflate\r\n"),
@@ -218,7 +218,7 @@ private Q_SLOTS:
         QVERIFY(f.wait().isTooLong);
     }
 
-    void silenceTimesOut()
+    void inactivityTimesOut()
     {
         for (const QByteArray &begin :
              {QByteArray(), QByteArray("HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nhe")}) {
@@ -230,7 +230,7 @@ private Q_SLOTS:
         }
     }
 
-    void trickleTimesOut()
+    void slowResponseTimesOut()
     {
         Fixture f;
         f.server.answerWith("HTTP/1.1 200 OK\r\nContent-Length: 100000\r\n\r\n", Ending::KeepOpen);
@@ -246,7 +246,7 @@ private Q_SLOTS:
         QTRY_VERIFY(f.server.requests().first().disconnected);
     }
 
-    void answerThatIsNotHttp()
+    void nonHttpResponseHasNoStatus()
     {
         StatuslessNetwork network;
         QObject owner;
@@ -261,7 +261,7 @@ private Q_SLOTS:
         QVERIFY(!got->failure);
     }
 
-    void refusedConnection()
+    void refusedConnectionFails()
     {
         QTcpServer closed;
         QVERIFY(closed.listen(QHostAddress::LocalHost));
@@ -275,7 +275,7 @@ private Q_SLOTS:
         QCOMPARE(f.wait().failure, QStringLiteral("Connection refused"));
     }
 
-    void deletionEndsTheTransferSilently()
+    void deletionAbortsTheTransferSilently()
     {
         Fixture f;
         QSignalSpy arrived(&f.server, &ScriptedHttpServer::requestArrived);
@@ -286,7 +286,7 @@ private Q_SLOTS:
         QVERIFY(f.answers.isEmpty());
     }
 
-    void networkThatGoesFirstEndsTheExchange()
+    void deletingTheNetworkManagerFailsTheExchange()
     {
         Fixture f;
         f.post();
@@ -294,7 +294,7 @@ private Q_SLOTS:
         QCOMPARE(f.wait().failure, QStringLiteral("The network connection was shut down."));
     }
 
-    void headerValues_data()
+    void recognisesHeaderValues_data()
     {
         QTest::addColumn<QByteArray>("value");
         QTest::addColumn<bool>("good");
@@ -306,7 +306,7 @@ private Q_SLOTS:
         QTest::newRow("nul") << QByteArray("a\0b", 3) << false;
         QTest::newRow("delete") << QByteArray("\x7f") << false;
     }
-    void headerValues()
+    void recognisesHeaderValues()
     {
         QFETCH(QByteArray, value);
         QFETCH(bool, good);

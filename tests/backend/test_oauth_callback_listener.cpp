@@ -56,7 +56,7 @@ class TestOAuthCallbackListener : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void tokensAreTakenFromTheRequestLine_data()
+    void extractsTokenFromRequestLine_data()
     {
         QTest::addColumn<QByteArray>("request");
         QTest::addColumn<bool>("found");
@@ -115,7 +115,7 @@ private Q_SLOTS:
         row("token in a later line", "GET / HTTP/1.1\r\nX: /?token=z\r\n\r\n");
         row("second request", "GET / HTTP/1.1\r\n\r\nGET /?token=z HTTP/1.1\r\n\r\n");
     }
-    void tokensAreTakenFromTheRequestLine()
+    void extractsTokenFromRequestLine()
     {
         QFETCH(QByteArray, request);
         QFETCH(bool, found);
@@ -126,14 +126,14 @@ private Q_SLOTS:
             QCOMPARE(*result, token);
     }
 
-    void answersAreExact_data()
+    void sendsExactResponses_data()
     {
         QTest::addColumn<bool>("success");
         QTest::addColumn<QByteArray>("page");
         QTest::newRow("success") << true << QByteArray(successPage);
         QTest::newRow("failure") << false << QByteArray(failurePage);
     }
-    void answersAreExact()
+    void sendsExactResponses()
     {
         QFETCH(bool, success);
         QFETCH(QByteArray, page);
@@ -143,7 +143,7 @@ private Q_SLOTS:
                      QByteArray::number(page.size()) + "\r\nConnection: close\r\n\r\n" + page);
     }
 
-    void deliversTheTokenOnceAndCloses()
+    void reportsTheTokenOnceAndCloses()
     {
         Fixture f;
         f.start();
@@ -164,7 +164,7 @@ private Q_SLOTS:
         QVERIFY(!canConnect(port));
     }
 
-    void firstRequestDecides()
+    void firstRequestIsFinal()
     {
         Fixture f;
         f.start();
@@ -174,7 +174,7 @@ private Q_SLOTS:
         QCOMPARE(f.listener.listeningPort(), 0);
     }
 
-    void takenPortIsReportedAtOnce()
+    void portInUseIsReportedImmediately()
     {
         QTcpServer other;
         QVERIFY(other.listen(QHostAddress::LocalHost));
@@ -194,7 +194,7 @@ private Q_SLOTS:
                                                      "The bound address is already in use")
                                           .arg(other.serverPort())});
         QVERIFY(other.isListening());
-        // The next try works when the other program has gone.
+        // The next attempt succeeds once the port is free.
         other.close();
         start();
         QCOMPARE(ready, 1);
@@ -202,7 +202,7 @@ private Q_SLOTS:
         QCOMPARE(tokens, (Tokens{std::nullopt, "then"}));
     }
 
-    void portIsFreeForTheNextTime()
+    void portIsReleased()
     {
         Fixture f;
         f.start();
@@ -216,13 +216,13 @@ private Q_SLOTS:
         QCOMPARE(tokens, Tokens{"second"});
     }
 
-    void startingAgainReplacesTheListener()
+    void restartReplacesTheListener()
     {
         Fixture f;
         f.start();
         const quint16 port = f.port();
         OAuthCallbackListener &listener = f.listener;
-        // A visitor of the first one is dropped with it.
+        // Connections of the first listener are closed.
         QTcpSocket early;
         early.connectToHost(QHostAddress::LocalHost, port);
         QTRY_COMPARE(listener.connectionCount(), 1);
@@ -235,7 +235,7 @@ private Q_SLOTS:
             QVERIFY(!canConnect(port));
     }
 
-    void startingAgainOnTheSamePort()
+    void restartsOnTheSamePort()
     {
         QTcpServer probe;
         QVERIFY(probe.listen(QHostAddress::LocalHost));
@@ -253,7 +253,7 @@ private Q_SLOTS:
         QCOMPARE(tokens, Tokens{"last"});
     }
 
-    void cancelSaysNothing()
+    void cancelCallsNoCallback()
     {
         Fixture f;
         f.start();
@@ -265,7 +265,7 @@ private Q_SLOTS:
         f.listener.cancel();
     }
 
-    void receiverMayStartAgain()
+    void callbackMayRestart()
     {
         LogCapture log;
         OAuthCallbackListener listener(0);
@@ -279,23 +279,23 @@ private Q_SLOTS:
         QVERIFY(listener.listeningPort() != 0);
     }
 
-    void receiverMayDeleteIt()
+    void callbackMayDeleteTheListener()
     {
         LogCapture log;
         auto listener = std::make_unique<OAuthCallbackListener>(0);
         listener->start([] {}, [&listener](const auto &) { listener.reset(); });
-        // The page reaches the browser nevertheless.
+        // The response is still sent.
         QCOMPARE(exchange(listener->listeningPort(), "GET /?token=a HTTP/1.1\r\n\r\n"),
                  OAuthCallbackListener::answer(true));
         QVERIFY(!listener);
     }
 
-    void onlyThisMachineIsServed()
+    void bindsLoopbackOnly()
     {
         Fixture f;
         f.start();
         QTcpServer everywhereElse;
-        // Another loopback address on the same port is still free: nothing wider is bound.
+        // Another loopback address with the same port is free: only 127.0.0.1 is bound.
         QVERIFY(everywhereElse.listen(QHostAddress("127.0.0.2"), f.port()));
     }
 };

@@ -23,7 +23,7 @@ namespace {
 const QString prefix = QStringLiteral("[OAuthCallbackListener] ");
 const QByteArray good = "GET /oauth-callback?token=abc HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n";
 
-/// A client over a raw connection that keeps what it is sent.
+/// A client over a raw connection that records what it receives.
 struct Client
 {
     explicit Client(quint16 port)
@@ -46,7 +46,7 @@ struct Client
                    sizeof now);
         socket.abort();
     }
-    /// Says that nothing more will come, and goes on reading.
+    /// Closes the connection for writing only.
     void endWriting() { shutdown(static_cast<int>(socket.socketDescriptor()), SHUT_WR); }
     bool waitForEnd()
     {
@@ -79,14 +79,14 @@ struct Fixture
 
 } // namespace
 
-/// None of these visitors may hang the program, keep the port, or make it grow.
+/// Misbehaving clients must not block the program, hold the port or grow memory use.
 class TestOAuthHostileClients : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
     void init() { QTest::failOnWarning(QRegularExpression(QStringLiteral("."))); }
 
-    void silentVisitorDoesNotCount()
+    void silentConnectionIsIgnored()
     {
         Fixture f({50ms, 10s});
         Client silent(f.port);
@@ -96,14 +96,14 @@ private Q_SLOTS:
         QCOMPARE(f.log.lines,
                  QStringList{prefix + QStringLiteral("Connection error: no request came in time")});
         QCOMPARE(f.listener.connectionCount(), 0);
-        // The browser may still come.
+        // The listener still accepts the browser's request.
         Client browser(f.port);
         browser.send(good);
         QVERIFY(f.waitForToken());
         QCOMPARE(f.tokens, Tokens{"abc"});
     }
 
-    void spareConnectionDoesNotHoldUpTheRequest()
+    void spareConnectionDoesNotDelayTheRequest()
     {
         Fixture f;
         Client spare(f.port);
@@ -117,7 +117,7 @@ private Q_SLOTS:
         QVERIFY(spare.waitForEnd());
     }
 
-    void tricklingVisitorIsJudgedByWhatItSent()
+    void slowRequestIsEvaluatedAtTimeout()
     {
         Fixture f({150ms, 10s});
         Client slow(f.port);
@@ -130,7 +130,7 @@ private Q_SLOTS:
         QCOMPARE(f.listener.listeningPort(), 0);
     }
 
-    void unfinishedLineMayCarryAToken()
+    void tokenOfUnfinishedLineIsAccepted()
     {
         Fixture f({50ms, 10s});
         Client slow(f.port);
@@ -139,7 +139,7 @@ private Q_SLOTS:
         QCOMPARE(f.tokens, Tokens{"abc"});
     }
 
-    void requestInPieces()
+    void requestMayArriveInPieces()
     {
         Fixture f;
         Client client(f.port);
@@ -153,14 +153,14 @@ private Q_SLOTS:
         QCOMPARE(client.answer, OAuthCallbackListener::answer(true));
     }
 
-    void restOfTheHeaderMayComeAfterTheAnswer()
+    void restOfHeaderMayArriveAfterTheResponse()
     {
         Fixture f;
         Client client(f.port);
         client.send("GET /?token=abc HTTP/1.1\r\nHost: x\r\n");
         QVERIFY(f.waitForToken());
         QTRY_COMPARE(client.answer, OAuthCallbackListener::answer(true));
-        // A connection that was closed with this on the way would be reset.
+        // Closing with this data unread would reset the connection.
         QCOMPARE(client.socket.state(), QAbstractSocket::ConnectedState);
         client.send("Accept: */*\r\n\r");
         client.send("\n");
@@ -168,7 +168,7 @@ private Q_SLOTS:
         QCOMPARE(client.socket.error(), QAbstractSocket::RemoteHostClosedError);
     }
 
-    void headerWithoutEndIsNotAwaited()
+    void doesNotWaitForUnfinishedHeader()
     {
         Fixture f({10s, 50ms});
         Client client(f.port);
@@ -178,7 +178,7 @@ private Q_SLOTS:
         QCOMPARE(client.answer, OAuthCallbackListener::answer(true));
     }
 
-    void endlessRequest_data()
+    void endlessRequestIsCutOff_data()
     {
         QTest::addColumn<QByteArray>("begin");
         QTest::addColumn<bool>("found");
@@ -187,7 +187,7 @@ private Q_SLOTS:
         QTest::newRow("header without end") << good.left(good.size() - 2) + "X: " << true;
         QTest::newRow("garbage") << QByteArray(1, '\0') << false;
     }
-    void endlessRequest()
+    void endlessRequestIsCutOff()
     {
         QFETCH(QByteArray, begin);
         QFETCH(bool, found);
@@ -195,14 +195,14 @@ private Q_SLOTS:
         Client client(f.port);
         client.send(begin + QByteArray(20'000'000, 'a'));
         QVERIFY(f.waitForToken());
-        // More than all buffers on the way hold: the rest was not taken in.
+        // More than the buffers in between hold: the rest was not read.
         QVERIFY(client.socket.bytesToWrite() > 1'000'000);
         QCOMPARE(f.tokens.first().has_value(), found);
         QCOMPARE(f.listener.listeningPort(), 0);
         QVERIFY(client.waitForEnd());
     }
 
-    void onlyTheFirstEightKilobytesCount()
+    void onlyFirstEightKilobytesAreEvaluated()
     {
         const auto request = [](qsizetype size) {
             const QByteArray begin = "GET /?x=";
@@ -212,7 +212,7 @@ private Q_SLOTS:
         for (const bool fits : {true, false}) {
             Fixture f({10s, 50ms});
             Client client(f.port);
-            // The token's item ends with the line, four bytes before the end.
+            // The token ends with the line, four bytes before the end of the request.
             client.send(request(8192 + (fits ? 4 : 4000)));
             QVERIFY(f.waitForToken());
             QCOMPARE(f.tokens.first().has_value(), fits);
@@ -220,7 +220,7 @@ private Q_SLOTS:
         }
     }
 
-    void pipelinedRequestsGetOneAnswer()
+    void pipelinedRequestsGetOneResponse()
     {
         Fixture f;
         Client client(f.port);
@@ -230,13 +230,13 @@ private Q_SLOTS:
         QCOMPARE(f.tokens, Tokens{std::nullopt});
     }
 
-    void visitorThatLeavesAtOnce_data()
+    void immediateDisconnectReportsNoToken_data()
     {
         QTest::addColumn<bool>("reset");
         QTest::newRow("close") << false;
         QTest::newRow("reset") << true;
     }
-    void visitorThatLeavesAtOnce()
+    void immediateDisconnectReportsNoToken()
     {
         QFETCH(bool, reset);
         Fixture f;
@@ -257,7 +257,7 @@ private Q_SLOTS:
         QCOMPARE(f.listener.listeningPort(), 0);
     }
 
-    void visitorThatBreaksOffWithinTheLineIsJudgedByWhatItSent()
+    void resetWithinLineEvaluatesReceivedData()
     {
         Fixture f;
         Client client(f.port);
@@ -271,8 +271,8 @@ private Q_SLOTS:
         QCOMPARE(f.tokens, Tokens{"abc"});
     }
 
-    void visitorThatLeavesWithoutItsAnswer_data() { visitorThatLeavesAtOnce_data(); }
-    void visitorThatLeavesWithoutItsAnswer()
+    void disconnectBeforeResponseStopsListening_data() { immediateDisconnectReportsNoToken_data(); }
+    void disconnectBeforeResponseStopsListening()
     {
         QFETCH(bool, reset);
         Fixture f;
@@ -283,13 +283,13 @@ private Q_SLOTS:
         else
             client.socket.close();
         QVERIFY(f.waitForToken());
-        // A reset may overtake what was sent before it.
+        // A reset may discard data sent before it.
         if (!reset)
             QCOMPARE(f.tokens, Tokens{"abc"});
         QCOMPARE(f.listener.listeningPort(), 0);
     }
 
-    void visitorThatLeavesWithinTheLine()
+    void disconnectWithinLineEvaluatesReceivedData()
     {
         Fixture f;
         Client client(f.port);
@@ -299,7 +299,7 @@ private Q_SLOTS:
         QCOMPARE(f.tokens, Tokens{"abc"});
     }
 
-    void halfClosedConnectionGetsItsAnswer()
+    void halfClosedConnectionGetsTheResponse()
     {
         Fixture f;
         Client client(f.port);
@@ -310,7 +310,7 @@ private Q_SLOTS:
         QCOMPARE(f.tokens, Tokens{"abc"});
     }
 
-    void visitorThatNeverReads()
+    void clientThatNeverReadsTimesOut()
     {
         Fixture f({50ms, 50ms});
         Client client(f.port);
@@ -322,7 +322,7 @@ private Q_SLOTS:
         QCOMPARE(f.listener.listeningPort(), 0);
     }
 
-    void crowdIsBoundedAndTheBrowserGetsThrough()
+    void connectionCountIsBounded()
     {
         Fixture f;
         std::vector<std::unique_ptr<Client>> crowd;
@@ -342,7 +342,7 @@ private Q_SLOTS:
             QVERIFY(client->waitForEnd());
     }
 
-    void crowdOfRequestsIsAnsweredOnce()
+    void oneOfManyRequestsIsAnswered()
     {
         Fixture f;
         std::vector<std::unique_ptr<Client>> crowd;
@@ -360,20 +360,20 @@ private Q_SLOTS:
         QCOMPARE(f.tokens.size(), 1);
     }
 
-    void failingListenerReportsNoToken()
+    void listenerFailureReportsNoToken()
     {
         Fixture f;
         Client client(f.port);
-        // No descriptor is left for the connection that waits to be accepted.
+        // No file descriptor is left for accepting the pending connection.
         const int next = dup(0);
         close(next);
         rlimit before{};
         getrlimit(RLIMIT_NOFILE, &before);
         const rlimit none{static_cast<rlim_t>(next), before.rlim_max};
         setrlimit(RLIMIT_NOFILE, &none);
-        const bool told = f.waitForToken();
+        const bool hasReported = f.waitForToken();
         setrlimit(RLIMIT_NOFILE, &before);
-        QVERIFY(told);
+        QVERIFY(hasReported);
         QCOMPARE(f.tokens, Tokens{std::nullopt});
         QCOMPARE(f.log.lines.value(0), prefix + QStringLiteral("Listener state changed: failed"));
         QVERIFY(

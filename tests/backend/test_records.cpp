@@ -42,7 +42,7 @@ class TestRecords : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void fullConfigurationDecodes()
+    void decodesFullConfiguration()
     {
         QJsonObject object = configObject();
         object["heartbeatIntervalSeconds"] = 60;
@@ -71,7 +71,7 @@ private Q_SLOTS:
         QCOMPARE(config->toJson(), object);
     }
 
-    void missingOptionalsHoldNoValue()
+    void missingOptionalsAreEmpty()
     {
         const auto config = AppConfigResponse::fromJson(configObject());
         QVERIFY(config);
@@ -82,7 +82,7 @@ private Q_SLOTS:
                 !encoded.contains("adminMessage"));
     }
 
-    void nullOptionalsHoldNoValue()
+    void nullOptionalsAreEmpty()
     {
         QJsonObject object = configObject();
         for (const char *key :
@@ -94,14 +94,14 @@ private Q_SLOTS:
         QVERIFY(!config->adminMessage && !config->requestLogs);
     }
 
-    void zeroIntervalIsKept()
+    void zeroIntervalIsAccepted()
     {
         QJsonObject object = configObject();
         object["heartbeatIntervalSeconds"] = 0;
         QCOMPARE(AppConfigResponse::fromJson(object)->heartbeatIntervalSeconds, 0);
     }
 
-    void figuresAreNotCrossChecked()
+    void tokenCountsAreNotCrossChecked()
     {
         QJsonObject object = configObject();
         object["tokensUsed"] = -5;
@@ -109,14 +109,14 @@ private Q_SLOTS:
         QCOMPARE(AppConfigResponse::fromJson(object)->tokensUsed, -5);
     }
 
-    void everyRequiredKeyIsRequired_data()
+    void missingOrMistypedRequiredKeyFails_data()
     {
         QTest::addColumn<QString>("key");
         const QJsonObject object = configObject();
         for (const QString &key : object.keys())
             QTest::newRow(qPrintable(key)) << key;
     }
-    void everyRequiredKeyIsRequired()
+    void missingOrMistypedRequiredKeyFails()
     {
         QFETCH(QString, key);
         for (const QJsonValue &bad :
@@ -134,7 +134,7 @@ private Q_SLOTS:
         }
     }
 
-    void fractionsAndHugeNumbersAreNoIntegers()
+    void rejectsFractionsAndHugeNumbersAsIntegers()
     {
         for (const double bad : {1.5, 1e30, -1e30}) {
             QJsonObject object = configObject();
@@ -150,14 +150,14 @@ private Q_SLOTS:
         QVERIFY(!AppConfigResponse::fromJson(object));
     }
 
-    void modelWithoutDescriptorFailsTheWhole()
+    void invalidModelFailsTheConfiguration()
     {
         QJsonObject object = configObject();
         object["availableModels"] = QJsonArray{QJsonObject{{"id", "a"}, {"displayName", "b"}}};
         QVERIFY(!AppConfigResponse::fromJson(object));
     }
 
-    void messageWithoutHeaderFailsTheWhole()
+    void invalidAdminMessageFailsTheResponse()
     {
         QJsonObject object = configObject();
         QJsonObject message = messageObject();
@@ -166,7 +166,7 @@ private Q_SLOTS:
         QVERIFY(!LoginResponse::fromJson(response(object)));
     }
 
-    void responseNeedsItsConfig()
+    void responseRequiresConfig()
     {
         QVERIFY(!LoginResponse::decode(R"({"token":"t","sessionId":"s"})"));
         QVERIFY(!LoginResponse::decode("[]"));
@@ -178,7 +178,7 @@ private Q_SLOTS:
         QCOMPARE(*LoginResponse::fromJson(whole->toJson()), *whole);
     }
 
-    void requestBodiesHoldTheirFields()
+    void encodesRequestBodies()
     {
         const DeviceFields device{"Debian", {{"capture", "ctrl+c"}}, "x86_64"};
         const QJsonObject login =
@@ -192,7 +192,7 @@ private Q_SLOTS:
         QCOMPARE(verify.keys(), (QStringList{"cpuArch", "hotkeys", "osVersion"}));
     }
 
-    void errorsDescribeThemselves()
+    void describesErrors()
     {
         QCOMPARE(AuthError::invalidCredentials().description(), "Invalid email or password");
         QCOMPARE(AuthError::accountSuspended().description(),

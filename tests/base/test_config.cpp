@@ -47,7 +47,7 @@ private Q_SLOTS:
         QCOMPARE(Log::formatLine(time, QStringLiteral("x")), QStringLiteral("[09:05:03.007] x"));
     }
 
-    void baseUrlOverrideIsUsedUnchanged()
+    void usesBaseUrlOverrideUnchanged()
     {
         LogCapture log;
         QCOMPARE(AppConfig::resolveBackendBaseURL(QStringLiteral("http://host:1/ ")),
@@ -56,7 +56,7 @@ private Q_SLOTS:
                  QStringList{"[AppConfig] Using QUELLORA_BACKEND_URL override: http://host:1/ "});
     }
 
-    void emptyOverrideMeansProduction()
+    void usesProductionUrlWithoutOverride()
     {
         LogCapture log;
         const QString base = AppConfig::resolveBackendBaseURL({});
@@ -66,7 +66,7 @@ private Q_SLOTS:
                  QStringList{"[AppConfig] QUELLORA_BACKEND_URL not set, defaulting to production"});
     }
 
-    void endpointsAreConcatenated()
+    void concatenatesEndpoints()
     {
         const BackendEndpoints plain(QStringLiteral("http://127.0.0.1:8080"));
         QCOMPARE(plain.appLogin().toString(), "http://127.0.0.1:8080/api/auth/app-login");
@@ -86,7 +86,7 @@ private Q_SLOTS:
         QCOMPARE(slash.appLogin().toString(), "http://host//api/auth/app-login");
     }
 
-    void creditsAreTruncated_data()
+    void truncatesCredits_data()
     {
         QTest::addColumn<qint64>("tokens");
         QTest::addColumn<QString>("text");
@@ -99,14 +99,14 @@ private Q_SLOTS:
         QTest::newRow("250000") << qint64(250000) << "2K";
         QTest::newRow("million") << qint64(1000000) << "10K";
     }
-    void creditsAreTruncated()
+    void truncatesCredits()
     {
         QFETCH(qint64, tokens);
         QFETCH(QString, text);
         QCOMPARE(AppConfig::formatCredits(tokens), text);
     }
 
-    void wholeFileIsDecoded()
+    void decodesCompleteFile()
     {
         QString error;
         const auto config = VantiroConfig::decode(
@@ -121,7 +121,7 @@ private Q_SLOTS:
         QCOMPARE(config->overlay, (VantiroConfig::Overlay{1.5, 2, 700, 500, 0.5}));
     }
 
-    void laterHotkeysAreOptional()
+    void optionalHotkeysHaveDefaults()
     {
         QString error;
         const auto config = VantiroConfig::decode(configFile(requiredHotkeys, overlay), &error);
@@ -130,7 +130,7 @@ private Q_SLOTS:
         QCOMPARE(config->hotkeys.newThread, "cmd+n");
     }
 
-    void badFilesAreRefusedAsAWhole_data()
+    void invalidFileYieldsDefaults_data()
     {
         QTest::addColumn<QByteArray>("content");
         QTest::newRow("not JSON") << QByteArray("{");
@@ -144,7 +144,7 @@ private Q_SLOTS:
         QTest::newRow("optional of wrong type")
             << configFile(requiredHotkeys + R"(,"new_thread":7)", overlay);
     }
-    void badFilesAreRefusedAsAWhole()
+    void invalidFileYieldsDefaults()
     {
         QFETCH(QByteArray, content);
         QTemporaryDir folder;
@@ -157,7 +157,7 @@ private Q_SLOTS:
         QVERIFY(log.lines.first().endsWith(". Using built-in defaults"));
     }
 
-    void unreadableFileMeansDefaults()
+    void unreadableFileYieldsDefaults()
     {
         QTemporaryDir folder;
         QVERIFY(QDir(folder.path()).mkdir("config.json"));
@@ -166,14 +166,14 @@ private Q_SLOTS:
         QVERIFY(log.lines.value(0).startsWith("[Config] Failed to parse "));
     }
 
-    void missingFileMeansDefaults()
+    void missingFileYieldsDefaults()
     {
         LogCapture log;
         QCOMPARE(VantiroConfig::load(std::optional<QDir>()), VantiroConfig());
         QCOMPARE(log.lines, QStringList{"[Config] config.json not found, using built-in defaults"});
     }
 
-    void loadedFileIsLogged()
+    void logsLoadedFile()
     {
         QTemporaryDir folder;
         write(folder.filePath("config.json"), configFile(requiredHotkeys, overlay));
@@ -182,7 +182,7 @@ private Q_SLOTS:
         QCOMPARE(log.lines, QStringList{"[Config] Loaded " + folder.filePath("config.json")});
     }
 
-    void configIsSoughtInWorkingFolderThenUpwards()
+    void searchesWorkingDirectoryThenProgramAncestors()
     {
         QTemporaryDir root;
         const QString deep = root.filePath("1/2/3/4/5/6/7/8");
@@ -192,7 +192,7 @@ private Q_SLOTS:
         write(program, "x");
         const QString cwd = root.filePath("cwd");
 
-        // The ninth folder upwards is out of reach, the eighth is not.
+        // Eight folders are searched: the ninth is out of range, the eighth is not.
         write(root.filePath("config.json"), "{}");
         QVERIFY(!ProjectPaths::projectRoot(cwd, program));
         write(root.filePath("1/config.json"), "{}");
@@ -201,7 +201,7 @@ private Q_SLOTS:
         write(deep + "/config.json", "{}");
         QCOMPARE(ProjectPaths::projectRoot(cwd, program)->canonicalPath(),
                  QDir(deep).canonicalPath());
-        // Links are resolved before the search.
+        // Symbolic links are resolved before the search.
         const QString link = cwd + "/link";
         QVERIFY(QFile::link(program, link));
         QCOMPARE(ProjectPaths::projectRoot(root.filePath("1/2"), link)->canonicalPath(),
@@ -217,7 +217,7 @@ private Q_SLOTS:
         QVERIFY(!ProjectPaths::projectRoot(empty.path(), "/nowhere/quellora"));
     }
 
-    void decimalsAlwaysHaveAFraction()
+    void decimalTextAlwaysHasAFraction()
     {
         QCOMPARE(decimalText(60), "60.0");
         QCOMPARE(decimalText(0), "0.0");
@@ -226,7 +226,7 @@ private Q_SLOTS:
         QCOMPARE(decimalText(-0.1), "-0.1");
     }
 
-    void decimalsHaveNoExponent_data()
+    void decimalTextHasNoExponent_data()
     {
         QTest::addColumn<double>("value");
         QTest::addColumn<QString>("text");
@@ -241,7 +241,7 @@ private Q_SLOTS:
         QTest::newRow("very small") << 1e-300 << "0." + QString(299, '0') + "1";
         QTest::newRow("long fraction") << 1234567.125 << "1234567.125";
     }
-    void decimalsHaveNoExponent()
+    void decimalTextHasNoExponent()
     {
         QFETCH(double, value);
         QFETCH(QString, text);
@@ -249,7 +249,7 @@ private Q_SLOTS:
         QCOMPARE(decimalText(value).toDouble(), value);
     }
 
-    void charactersAreWhatAReaderCounts()
+    void countsGraphemeClusters()
     {
         QCOMPARE(characterCount("abc"), 3);
         QCOMPARE(characterCount(""), 0);
@@ -258,7 +258,7 @@ private Q_SLOTS:
         QCOMPARE(characterCount("\r\n\r\n\r"), 3);
     }
 
-    void charactersOfMixedTextsAreCountedExactly()
+    void countsGraphemeClustersOfMixedScripts()
     {
         const QStringList pieces{"a",
                                  "\r",

@@ -14,11 +14,11 @@ using namespace quellora;
 
 namespace {
 
-// What this program does when it is started by its own tests.
-constexpr auto tellRoot = "--tell-root";
+// Modes in which the tests start this program as a child process.
+constexpr auto printRootOption = "--print-root";
 constexpr auto withoutArguments = "--without-arguments";
 
-/// Prints the folder that a program started in this way takes its configuration from.
+/// Prints ProjectPaths::projectRoot() of this process.
 int printRoot(int &argc, char **argv)
 {
     const QCoreApplication application(argc, argv);
@@ -36,7 +36,7 @@ struct Outcome
 
 } // namespace
 
-/// Where the configuration is looked for, by how the program was started.
+/// Project root depending on how the program was started.
 class TestProjectPaths : public QObject
 {
     Q_OBJECT
@@ -52,18 +52,18 @@ private Q_SLOTS:
         touch(m_root + "/install/config.json");
     }
 
-    void absolutePathIsFollowedUpwards()
+    void searchesAncestorsOfAbsoluteProgramPath()
     {
         QCOMPARE(start(m_program, m_root + "/elsewhere").root, m_root + "/install");
     }
 
-    void relativePathIsTakenFromTheWorkingFolder()
+    void resolvesRelativeProgramPath()
     {
         QCOMPARE(start("./program", m_root + "/install/bin").root, m_root + "/install");
         QCOMPARE(start("../install/bin/program", m_root + "/elsewhere").root, m_root + "/install");
     }
 
-    void linkLeadsToTheProgramItself()
+    void resolvesSymbolicLinkToProgram()
     {
         const QString link = m_root + "/links/quellora";
         QVERIFY(QFile::link(m_program, link));
@@ -71,27 +71,27 @@ private Q_SLOTS:
         QCOMPARE(start(link, m_root + "/elsewhere").root, m_root + "/install");
     }
 
-    void bareNameFoundInThePathIsNoPathOfItsOwn()
+    void usesProgramPathForBareName()
     {
-        // In the working folder it would name another file.
+        // The same name in the working directory is a different file.
         touch(m_root + "/elsewhere/program");
         QCOMPARE(start("program", m_root + "/elsewhere", m_root + "/install/bin").root,
                  m_root + "/install");
     }
 
-    void nameThatSaysNothingIsNoHindrance()
+    void usesProgramPathWhenArgvZeroIsMeaningless()
     {
-        // What a system puts in place of a missing first argument.
+        // Some systems pass an empty string when the first argument is missing.
         QCOMPARE(startAs(QString(), m_root + "/elsewhere").root, m_root + "/install");
     }
 
-    void workingFolderComesFirst()
+    void prefersWorkingDirectory()
     {
         touch(m_root + "/elsewhere/config.json");
         QCOMPARE(start(m_program, m_root + "/elsewhere").root, m_root + "/elsewhere");
     }
 
-    void noFileIsNoRoot()
+    void returnsNothingWithoutConfigFile()
     {
         QVERIFY(QFile::remove(m_root + "/install/config.json"));
         QCOMPARE(start(m_program, m_root + "/elsewhere").root, "none");
@@ -132,21 +132,21 @@ private:
                 process.exitStatus() == QProcess::CrashExit};
     }
 
-    /// Started by a shell, which hands the name on as it was typed.
+    /// Starts the program through a shell, which passes @p name unchanged as argv[0].
     static Outcome start(const QString &name, const QString &workingFolder,
                          const QString &path = {})
     {
-        return run("/bin/sh", {"-c", "exec " + name + " project_paths " + tellRoot}, workingFolder,
-                   path);
+        return run("/bin/sh", {"-c", "exec " + name + " project_paths " + printRootOption},
+                   workingFolder, path);
     }
 
-    /// Started with @p argumentZero in place of its own name.
+    /// Starts the program with @p argumentZero as argv[0].
     Outcome startAs(const QString &argumentZero, const QString &workingFolder) const
     {
-        return run(
-            "/bin/bash",
-            {"-c", "exec -a '" + argumentZero + "' " + m_program + " project_paths " + tellRoot},
-            workingFolder, {});
+        return run("/bin/bash",
+                   {"-c", "exec -a '" + argumentZero + "' " + m_program + " project_paths " +
+                              printRootOption},
+                   workingFolder, {});
     }
 
     std::unique_ptr<QTemporaryDir> m_folder;
@@ -158,7 +158,7 @@ namespace {
 
 int runTests(int argc, char **argv)
 {
-    if (argc > 1 && std::strcmp(argv[1], tellRoot) == 0)
+    if (argc > 1 && std::strcmp(argv[1], printRootOption) == 0)
         return printRoot(argc, argv);
     if (argc > 1 && std::strcmp(argv[1], withoutArguments) == 0) {
         int none = 0;

@@ -31,7 +31,7 @@ private Q_SLOTS:
         QCOMPARE(*defaults.stringDictionary("map"), (QMap<QString, QString>{{"a", "b"}}));
     }
 
-    void dictionarySkipsEntriesThatAreNoStrings()
+    void dictionarySkipsNonStringEntries()
     {
         QTemporaryDir folder;
         const QString path = folder.filePath("defaults.json");
@@ -44,7 +44,7 @@ private Q_SLOTS:
                  (QMap<QString, QString>{{"clear", "ctrl+k"}}));
     }
 
-    void changesReachTheFileAndAreAnnouncedOnce()
+    void changesAreStoredAndAnnouncedOnce()
     {
         QTemporaryDir folder;
         const QString path = folder.filePath("deep/er/defaults.json");
@@ -68,7 +68,7 @@ private Q_SLOTS:
         QVERIFY(!JsonUserDefaults(path).stringValue("userPrompt"));
     }
 
-    void writesDuringAWriteAreNotLost()
+    void changesDuringAWriteAreStored()
     {
         QTemporaryDir folder;
         const QString path = folder.filePath("defaults.json");
@@ -81,18 +81,18 @@ private Q_SLOTS:
                        ? QJsonDocument::fromJson(file.readAll())["userPrompt"].toString()
                        : QString();
         };
-        // Without flush(): the event loop alone brings the last value to the disk.
+        // No flush(): the last value must be written by the event loop.
         QTRY_COMPARE(stored(), "199");
     }
 
-    void damagedFileIsKeptAside_data()
+    void damagedFileIsRenamed_data()
     {
         QTest::addColumn<QByteArray>("content");
         QTest::newRow("half") << QByteArray("{\"userPrompt\":\"x");
         QTest::newRow("array") << QByteArray("[1]");
         QTest::newRow("empty") << QByteArray();
     }
-    void damagedFileIsKeptAside()
+    void damagedFileIsRenamed()
     {
         QFETCH(QByteArray, content);
         QTemporaryDir folder;
@@ -114,7 +114,7 @@ private Q_SLOTS:
         QCOMPARE(JsonUserDefaults(path).boolValue("hasLaunchedBefore"), true);
     }
 
-    void aSecondDamagedFileReplacesTheFirst()
+    void secondDamagedFileReplacesTheFirst()
     {
         QTemporaryDir folder;
         const QString path = folder.filePath("defaults.json");
@@ -130,7 +130,7 @@ private Q_SLOTS:
         }
     }
 
-    void whatAnInterruptedWriteLeavesIsIgnored()
+    void ignoresTemporaryFileOfInterruptedWrite()
     {
         QTemporaryDir folder;
         const QString path = folder.filePath("defaults.json");
@@ -138,11 +138,11 @@ private Q_SLOTS:
             JsonUserDefaults defaults(path);
             defaults.setString("userPrompt", "whole");
         }
-        // A process that dies while it writes leaves its half beside the file.
-        QFile half(path + ".AbCdEf");
-        QVERIFY(half.open(QIODevice::WriteOnly));
-        half.write("{\"userPrompt\":\"ha");
-        half.close();
+        // Temporary file of a process that died while writing.
+        QFile partial(path + ".AbCdEf");
+        QVERIFY(partial.open(QIODevice::WriteOnly));
+        partial.write("{\"userPrompt\":\"ha");
+        partial.close();
         LogCapture log;
         JsonUserDefaults again(path);
         QCOMPARE(again.stringValue("userPrompt"), "whole");
@@ -163,7 +163,7 @@ private Q_SLOTS:
         QVERIFY(log.lines.first().endsWith("(non-fatal)"));
     }
 
-    void failedWriteIsTriedAgainUntilItSucceeds()
+    void failedWriteIsRetriedUntilItSucceeds()
     {
         QTemporaryDir folder;
         QFile blocker(folder.filePath("file"));
@@ -174,12 +174,12 @@ private Q_SLOTS:
         defaults.setString("userPrompt", "first");
         QTRY_COMPARE(log.lines.size(), 1);
         defaults.setBool("hasLaunchedBefore", true);
-        // Several attempts fail for the same reason, which is said once.
+        // Repeated failures with the same error are logged once.
         const QTimer *retry = defaults.findChild<QTimer *>();
         QTRY_VERIFY(retry->intervalAsDuration() >= std::chrono::milliseconds(8));
         QCOMPARE(log.lines.size(), 1);
         QVERIFY(blocker.remove());
-        // Without a further change and without flush().
+        // The retry succeeds without another change or flush().
         QTRY_COMPARE(log.lines.size(), 2);
         QCOMPARE(log.lines.last(), "[UserDefaults] " + path + " is written again");
         const JsonUserDefaults stored(path);
@@ -187,7 +187,7 @@ private Q_SLOTS:
         QCOMPARE(stored.boolValue("hasLaunchedBefore"), true);
     }
 
-    void failedWriteIsTriedOnceMoreAtTheEnd()
+    void failedWriteIsRetriedOnDestruction()
     {
         QTemporaryDir folder;
         QFile blocker(folder.filePath("file"));
@@ -197,14 +197,14 @@ private Q_SLOTS:
         {
             JsonUserDefaults defaults(path, nullptr, std::chrono::hours(1));
             defaults.setString("userPrompt", "kept");
-            // Nothing more is due for an hour.
+            // The next retry is an hour away.
             QTRY_COMPARE(log.lines.size(), 1);
             QVERIFY(blocker.remove());
         }
         QCOMPARE(JsonUserDefaults(path).stringValue("userPrompt"), "kept");
     }
 
-    void attemptsBecomeRarer()
+    void retryDelayDoublesUpToOneMinute()
     {
         QTemporaryDir folder;
         QFile blocker(folder.filePath("file"));

@@ -6,19 +6,19 @@
 
 namespace quellora {
 
-/// One test program holds the tests of a whole folder: "test_query png_decoder" runs those of
-/// test_png_decoder.cpp, further arguments are Qt Test's. Each file registers itself by one of the
-/// macros below.
+/// Registry of the tests in one program. "test_query png_decoder" runs the tests of
+/// test_png_decoder.cpp; further arguments are passed to Qt Test. Each file registers itself with
+/// one of the macros below.
 class TestProgram
 {
 public:
     using Main = int (*)(int argc, char **argv);
 
-    /// @param file the source file, which names the test
-    /// @param main runs it; its argv has no name of the test any more
+    /// @param file source file; determines the test's name
+    /// @param main runs the test; its argv does not contain the test's name
     TestProgram(const char *file, Main main);
 
-    /// Runs the tests in @p Test with an application object, or with none for void.
+    /// Runs the tests in @p Test with an application object; void means none.
     template <class Application, class Test>
     static int run(int argc, char **argv)
     {
@@ -35,9 +35,9 @@ public:
 
 } // namespace quellora
 
-/// Registers a file whose tests need no more than the application object of class @p Application.
+/// Registers a test class; it runs with an application object of class @p Application (void: none).
 #define QUELLORA_TEST(Application, Test)                                                           \
     QUELLORA_TEST_MAIN((quellora::TestProgram::run<Application, Test>))
 
-/// Registers a file that has a main function of its own.
+/// Registers a file with its own main function.
 #define QUELLORA_TEST_MAIN(main) static const quellora::TestProgram registeredTest(__FILE__, main);
