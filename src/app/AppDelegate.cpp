@@ -5,7 +5,6 @@
 #include "backend/NotificationCenter.h"
 #include "backend/SessionManager.h"
 #include "base/Log.h"
-#include "hotkeys/HotkeyBindings.h"
 #include "hotkeys/HotkeyManager.h"
 #include "platform/Platform.h"
 #include "query/PermissionChecker.h"
@@ -42,10 +41,11 @@ void AppDelegate::applicationDidFinishLaunching()
     if (accessory.state() == Capability::State::Unsupported)
         log(QStringLiteral("WARNING: ") + accessory.reason());
     setupEditMenu();
-    wireHotkeys();
+    connect(&m_with.hotkeys, &HotkeyManager::pressed, this, &AppDelegate::runHotkey);
     m_with.permissions.checkAccessibility();
     m_with.permissions.checkScreenRecording();
-    m_with.hotkeys.start(HotkeyBindings::loadEffective(m_config->hotkeys, m_with.defaults));
+    m_with.hotkeys.start(
+        HotkeyBindings::loadEffective(HotkeyCombos(m_config->hotkeys), m_with.defaults));
     connect(&m_with.notifications, &NotificationCenter::sessionExpired, this,
             &AppDelegate::handleSessionExpired);
     showLogin();
@@ -60,27 +60,27 @@ void AppDelegate::setupEditMenu()
         log(QStringLiteral("WARNING: ") + installed.reason());
 }
 
-void AppDelegate::wireHotkeys()
+void AppDelegate::runHotkey(HotkeyAction action)
 {
-    // Each callback finds the delegate and its overlay anew: before sign-in there is none and a
-    // press does nothing.
-    const auto onOverlay = [self = QPointer(this)](auto action) {
-        return [self, action] {
-            if (self && self->m_overlay)
-                action(*self->m_overlay);
-        };
-    };
-    HotkeyManager &hotkeys = m_with.hotkeys;
-    hotkeys.onCapture =
-        onOverlay([](OverlayPresenter &overlay) { overlay.triggerCaptureAndSend(); });
-    hotkeys.onClear = onOverlay([](OverlayPresenter &overlay) { overlay.clearContent(); });
-    hotkeys.onToggle = onOverlay([](OverlayPresenter &overlay) { overlay.toggleVisibility(); });
-    hotkeys.onOpacityUp =
-        onOverlay([](OverlayPresenter &overlay) { overlay.adjustOpacity(opacityStep); });
-    hotkeys.onOpacityDown =
-        onOverlay([](OverlayPresenter &overlay) { overlay.adjustOpacity(-opacityStep); });
-    hotkeys.onCaptureNoSend = onOverlay([](OverlayPresenter &overlay) { overlay.captureNoSend(); });
-    hotkeys.onNewThread = onOverlay([](OverlayPresenter &overlay) { overlay.startNewThread(); });
+    // Before sign-in a press does nothing.
+    if (!m_overlay)
+        return;
+    switch (action) {
+    case HotkeyAction::Capture:
+        return m_overlay->triggerCaptureAndSend();
+    case HotkeyAction::Clear:
+        return m_overlay->clearContent();
+    case HotkeyAction::Toggle:
+        return m_overlay->toggleVisibility();
+    case HotkeyAction::OpacityUp:
+        return m_overlay->adjustOpacity(opacityStep);
+    case HotkeyAction::OpacityDown:
+        return m_overlay->adjustOpacity(-opacityStep);
+    case HotkeyAction::CaptureNoSend:
+        return m_overlay->captureNoSend();
+    case HotkeyAction::NewThread:
+        return m_overlay->startNewThread();
+    }
 }
 
 void AppDelegate::showLogin()

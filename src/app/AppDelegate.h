@@ -20,6 +20,7 @@ class NotificationCenter;
 class PermissionChecker;
 class SessionManager;
 class UserDefaults;
+enum class HotkeyAction;
 
 /// The application's life: launch, the login window, the overlay between sign-in and sign-out, and
 /// the end. Main thread only.
@@ -62,7 +63,7 @@ public:
 
 private:
     void setupEditMenu();
-    void wireHotkeys();
+    void runHotkey(HotkeyAction action);
     void showLogin();
     void dropLogin();
     void startOverlay();

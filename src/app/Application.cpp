@@ -4,7 +4,7 @@
 #include "backend/OAuthCallbackListener.h"
 #include "base/AppConfig.h"
 #include "base/Log.h"
-#include "hotkeys/HotkeyBindings.h"
+#include "hotkeys/HotkeyActions.h"
 #include "login/LoginWindowController.h"
 #include "overlay/OverlayWindowController.h"
 #include "page/PreviewFiles.h"
@@ -31,7 +31,7 @@ Application::Application(std::unique_ptr<SingleInstance> instance)
     , m_hotkeys(m_platform->globalHotkeys(), m_platform->vocabulary(),
                 &std::chrono::steady_clock::now,
                 [this](HotkeyAction action, const QString &line) {
-                    m_permissions.setProblem(HotkeyActions::jsonKey(action), line);
+                    m_permissions.setProblem(hotkeyAction(action).jsonKey, line);
                 })
     , m_auth(m_network, m_endpoints, [this] { return deviceFields(); })
     , m_session(m_auth, m_notifications)
@@ -115,7 +115,7 @@ AppDelegate::Collaborators Application::collaborators()
         m_heartbeat,
         m_hotkeys,
         m_permissions,
-        [] { return VantiroConfig::load(); },
+        [] { return VantiroConfig::load(hotkeyConfigKeys()); },
         [this] { return makeLogin(); },
         [this](const VantiroConfig &config) { return makeOverlay(config); },
         [this] { return makeMenuBar(); },

@@ -27,7 +27,7 @@ public:
         if (value.isString())
             target = value.toString();
         else
-            fail(key, value, "a string");
+            fail(key, "a string");
     }
 
     void required(const char *key, double &target)
@@ -36,25 +36,24 @@ public:
         if (value.isDouble())
             target = value.toDouble();
         else
-            fail(key, value, "a number");
+            fail(key, "a number");
     }
 
-    void optional(const char *key, QString &target)
+    /// Whether there is a value other than null.
+    bool has(const char *key) const
     {
         const QJsonValue value = m_object.value(QLatin1String(key));
-        if (!value.isUndefined() && !value.isNull())
-            required(key, target);
+        return !value.isUndefined() && !value.isNull();
     }
 
 private:
-    void fail(const char *key, const QJsonValue &value, const char *expected)
+    void fail(const char *key, const char *expected)
     {
         if (!m_error->isEmpty())
             return;
         const QString name = m_path + QLatin1String(key);
-        *m_error = value.isUndefined() || value.isNull()
-                       ? QStringLiteral("the key \"%1\" is missing").arg(name)
-                       : QStringLiteral("the key \"%1\" is not %2").arg(name, expected);
+        *m_error = has(key) ? QStringLiteral("the key \"%1\" is not %2").arg(name, expected)
+                            : QStringLiteral("the key \"%1\" is missing").arg(name);
     }
 
     QJsonObject m_object;
@@ -64,7 +63,8 @@ private:
 
 } // namespace
 
-std::optional<VantiroConfig> VantiroConfig::decode(const QByteArray &json, QString *error)
+std::optional<VantiroConfig>
+VantiroConfig::decode(const QByteArray &json, const QList<HotkeyKey> &hotkeyKeys, QString *error)
 {
     error->clear();
     QJsonParseError parseError;
@@ -84,13 +84,10 @@ std::optional<VantiroConfig> VantiroConfig::decode(const QByteArray &json, QStri
     VantiroConfig config;
     ObjectReader hotkeys(root.value(QLatin1String("hotkeys")).toObject(),
                          QStringLiteral("hotkeys."), error);
-    hotkeys.required("capture", config.hotkeys.capture);
-    hotkeys.required("clear", config.hotkeys.clear);
-    hotkeys.required("toggle", config.hotkeys.toggle);
-    hotkeys.required("opacity_up", config.hotkeys.opacityUp);
-    hotkeys.required("opacity_down", config.hotkeys.opacityDown);
-    hotkeys.optional("capture_no_send", config.hotkeys.captureNoSend);
-    hotkeys.optional("new_thread", config.hotkeys.newThread);
+    for (const HotkeyKey &key : hotkeyKeys) {
+        if (key.isRequired || hotkeys.has(key.name))
+            hotkeys.required(key.name, config.hotkeys[key.name]);
+    }
 
     ObjectReader overlay(root.value(QLatin1String("overlay")).toObject(),
                          QStringLiteral("overlay."), error);
@@ -105,12 +102,13 @@ std::optional<VantiroConfig> VantiroConfig::decode(const QByteArray &json, QStri
     return config;
 }
 
-VantiroConfig VantiroConfig::load()
+VantiroConfig VantiroConfig::load(const QList<HotkeyKey> &hotkeyKeys)
 {
-    return load(ProjectPaths::projectRoot());
+    return load(ProjectPaths::projectRoot(), hotkeyKeys);
 }
 
-VantiroConfig VantiroConfig::load(const std::optional<QDir> &folder)
+VantiroConfig VantiroConfig::load(const std::optional<QDir> &folder,
+                                  const QList<HotkeyKey> &hotkeyKeys)
 {
     if (!folder) {
         Log::event(QStringLiteral("[Config] config.json not found, using built-in defaults"));
@@ -121,7 +119,7 @@ VantiroConfig VantiroConfig::load(const std::optional<QDir> &folder)
     QString error;
     if (!file.open(QIODevice::ReadOnly)) {
         error = file.errorString();
-    } else if (const auto config = decode(file.readAll(), &error)) {
+    } else if (const auto config = decode(file.readAll(), hotkeyKeys, &error)) {
         Log::event(QStringLiteral("[Config] Loaded ") + path);
         return *config;
     }

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <QDir>
-#include <QJsonValue>
+#include <QList>
 #include <QMap>
 #include <QString>
 
@@ -9,37 +9,20 @@
 
 namespace quellora {
 
-class UserDefaults;
-
-/// The seven bindable actions in their fixed order (registration, hot-key ids, settings list).
-enum class HotkeyAction {
-    Capture,
-    Clear,
-    Toggle,
-    OpacityUp,
-    OpacityDown,
-    CaptureNoSend,
-    NewThread,
-};
-
 /// The parsed `config.json`: hotkeys and the panel's initial geometry. Loaded once at launch and
 /// never written.
 struct VantiroConfig
 {
-    using HotkeyAction = quellora::HotkeyAction;
+    /// Combos as written, e.g. "ctrl+alt+cmd+c", by the action's key. The grammar lives in
+    /// hotkeys/.
+    using Hotkeys = QMap<QString, QString>;
 
-    /// One combo string per action, e.g. "ctrl+alt+cmd+c". The grammar lives in hotkeys/.
-    struct Hotkeys
+    /// A key that the section "hotkeys" may have.
+    struct HotkeyKey
     {
-        QString capture = QStringLiteral("ctrl+alt+cmd+c");
-        QString clear = QStringLiteral("ctrl+alt+cmd+x");
-        QString toggle = QStringLiteral("ctrl+alt+cmd+t");
-        QString opacityUp = QStringLiteral("ctrl+alt+cmd+]");
-        QString opacityDown = QStringLiteral("ctrl+alt+cmd+[");
-        QString captureNoSend = QStringLiteral("ctrl+alt+cmd+shift+c");
-        QString newThread = QStringLiteral("cmd+n");
-
-        bool operator==(const Hotkeys &) const = default;
+        const char *name;
+        /// Whether a file without the key is refused.
+        bool isRequired;
     };
 
     /// Initial panel geometry in points and opacity from 0 to 1.
@@ -60,11 +43,14 @@ struct VantiroConfig
     bool operator==(const VantiroConfig &) const = default;
 
     /// Finds and reads `config.json`. On any error returns the built-in defaults.
-    static VantiroConfig load();
+    /// @param hotkeyKeys the keys to read from the section "hotkeys"; others are ignored
+    static VantiroConfig load(const QList<HotkeyKey> &hotkeyKeys);
     /// Overload for a given folder; without one, returns the built-in defaults.
-    static VantiroConfig load(const std::optional<QDir> &folder);
+    static VantiroConfig load(const std::optional<QDir> &folder,
+                              const QList<HotkeyKey> &hotkeyKeys);
     /// Decodes the file's content; on failure returns nothing and sets @p error.
-    static std::optional<VantiroConfig> decode(const QByteArray &json, QString *error);
+    static std::optional<VantiroConfig> decode(const QByteArray &json,
+                                               const QList<HotkeyKey> &hotkeyKeys, QString *error);
 };
 
 } // namespace quellora

@@ -1,52 +1,42 @@
 #pragma once
 
-#include "base/VantiroConfig.h"
+#include "hotkeys/HotkeyActions.h"
 
+#include <QMap>
 #include <QString>
 
 #include <array>
-#include <optional>
 
 namespace quellora {
 
 class UserDefaults;
 
-/// Names and fields of the seven bindable actions.
-namespace HotkeyActions {
+/// One combo per action, as it was written, e.g. "ctrl+alt+cmd+c". A combo is not checked before it
+/// is registered.
+class HotkeyCombos
+{
+public:
+    /// The default combos.
+    HotkeyCombos();
+    /// The default combos replaced by those of `config.json`.
+    explicit HotkeyCombos(const VantiroConfig::Hotkeys &configured);
 
-/// In the order of registration, of the hot-key ids and of the settings list.
-inline constexpr std::array<HotkeyAction, 7> all{
-    HotkeyAction::Capture,   HotkeyAction::Clear,       HotkeyAction::Toggle,
-    HotkeyAction::OpacityUp, HotkeyAction::OpacityDown, HotkeyAction::CaptureNoSend,
-    HotkeyAction::NewThread,
+    const QString &operator[](HotkeyAction action) const;
+    QString &operator[](HotkeyAction action);
+    /// Takes over the combos of a map by JSON key; ignores keys of no action.
+    void replace(const QMap<QString, QString> &combos);
+
+    bool operator==(const HotkeyCombos &) const = default;
+
+private:
+    std::array<QString, hotkeyActions.size()> m_combos;
 };
 
-/// Key in `config.json`, in the stored overrides and in the record sent at sign-in.
-QString jsonKey(HotkeyAction action);
-/// Title of the row in the settings sheet, as log lines give it.
-QString settingsTitle(HotkeyAction action);
-/// The title with the name of who answers in it.
-QString settingsTitle(HotkeyAction action, const QString &answererName);
-/// Name in log lines and in messages about failed registrations.
-QString logName(HotkeyAction action);
-/// The action with this key, compared exactly.
-std::optional<HotkeyAction> fromJsonKey(const QString &key);
-
-/// The action's combo in @p hotkeys.
-QString combo(HotkeyAction action, const VantiroConfig::Hotkeys &hotkeys);
-/// A copy of @p hotkeys with the action's combo replaced.
-VantiroConfig::Hotkeys updating(HotkeyAction action, const QString &combo,
-                                VantiroConfig::Hotkeys hotkeys);
-
-} // namespace HotkeyActions
-
-/// The user's own bindings, stored per action over those of `config.json`. Combos are stored and
-/// returned as they are; an invalid one shows when it is registered. Main thread only.
+/// The user's own bindings, stored per action over those of `config.json`. Main thread only.
 namespace HotkeyBindings {
 
 /// @p fallback with every stored override applied.
-VantiroConfig::Hotkeys loadEffective(const VantiroConfig::Hotkeys &fallback,
-                                     const UserDefaults &defaults);
+HotkeyCombos loadEffective(const HotkeyCombos &fallback, const UserDefaults &defaults);
 void setOverride(const QString &combo, HotkeyAction action, UserDefaults &defaults);
 /// Leaves an empty dictionary behind when it was the last override.
 void clearOverride(HotkeyAction action, UserDefaults &defaults);

@@ -1,6 +1,8 @@
 #include "hotkeys/HotkeyCombo.h"
 
-#include "platform/Platform.h"
+#include "platform/Vocabulary.h"
+
+#include <QStringList>
 
 #include <algorithm>
 #include <array>
@@ -8,38 +10,21 @@
 namespace quellora {
 namespace {
 
-struct KeyEntry
-{
-    char16_t name;
-    quint32 code;
-};
-
-// Virtual key codes of the standard ANSI layout; 10 and 36 are no bindable keys.
-constexpr std::array<KeyEntry, 47> keyTable{{
-    {u'a', 0},  {u's', 1},  {u'd', 2},   {u'f', 3},  {u'h', 4},  {u'g', 5},   {u'z', 6},
-    {u'x', 7},  {u'c', 8},  {u'v', 9},   {u'b', 11}, {u'q', 12}, {u'w', 13},  {u'e', 14},
-    {u'r', 15}, {u'y', 16}, {u't', 17},  {u'1', 18}, {u'2', 19}, {u'3', 20},  {u'4', 21},
-    {u'6', 22}, {u'5', 23}, {u'=', 24},  {u'9', 25}, {u'7', 26}, {u'-', 27},  {u'8', 28},
-    {u'0', 29}, {u']', 30}, {u'o', 31},  {u'u', 32}, {u'[', 33}, {u'i', 34},  {u'p', 35},
-    {u'l', 37}, {u'j', 38}, {u'\'', 39}, {u'k', 40}, {u';', 41}, {u'\\', 42}, {u',', 43},
-    {u'/', 44}, {u'n', 45}, {u'm', 46},  {u'.', 47}, {u'`', 50},
-}};
-
 struct ModifierWord
 {
     const char16_t *word;
-    quint32 flag;
+    Qt::KeyboardModifier modifier;
     QString Vocabulary::*display;
 };
 
 constexpr std::array<ModifierWord, 7> modifierWords{{
-    {u"cmd", GlobalHotkeys::Command, &Vocabulary::command},
-    {u"command", GlobalHotkeys::Command, &Vocabulary::command},
-    {u"shift", GlobalHotkeys::Shift, &Vocabulary::shift},
-    {u"alt", GlobalHotkeys::Option, &Vocabulary::option},
-    {u"option", GlobalHotkeys::Option, &Vocabulary::option},
-    {u"ctrl", GlobalHotkeys::Control, &Vocabulary::control},
-    {u"control", GlobalHotkeys::Control, &Vocabulary::control},
+    {u"cmd", Qt::MetaModifier, &Vocabulary::command},
+    {u"command", Qt::MetaModifier, &Vocabulary::command},
+    {u"shift", Qt::ShiftModifier, &Vocabulary::shift},
+    {u"alt", Qt::AltModifier, &Vocabulary::option},
+    {u"option", Qt::AltModifier, &Vocabulary::option},
+    {u"ctrl", Qt::ControlModifier, &Vocabulary::control},
+    {u"control", Qt::ControlModifier, &Vocabulary::control},
 }};
 
 const ModifierWord *findModifier(QStringView token)
@@ -50,6 +35,14 @@ const ModifierWord *findModifier(QStringView token)
     return found == modifierWords.end() ? nullptr : found;
 }
 
+/// Every bindable character is the value of its key, letters in upper case.
+std::optional<Qt::Key> keyNamed(QStringView name)
+{
+    if (name.size() != 1 || !HotkeyCombo::bindableKeys.contains(name.front()))
+        return std::nullopt;
+    return static_cast<Qt::Key>(name.front().toUpper().unicode());
+}
+
 QStringList tokens(const QString &text)
 {
     return text.toLower().split(u'+', Qt::SkipEmptyParts);
@@ -57,41 +50,20 @@ QStringList tokens(const QString &text)
 
 } // namespace
 
-std::optional<quint32> HotkeyCombo::keyCodeFor(const QString &key)
+std::optional<QKeyCombination> HotkeyCombo::parse(const QString &text)
 {
-    if (key.size() != 1)
-        return std::nullopt;
-    const auto *found =
-        std::find_if(keyTable.begin(), keyTable.end(),
-                     [&key](const KeyEntry &entry) { return key.front() == QChar(entry.name); });
-    if (found == keyTable.end())
-        return std::nullopt;
-    return found->code;
-}
-
-QStringList HotkeyCombo::keyNames()
-{
-    QStringList names;
-    names.reserve(static_cast<qsizetype>(keyTable.size()));
-    for (const KeyEntry &entry : keyTable)
-        names << QString(QChar(entry.name));
-    return names;
-}
-
-std::optional<HotkeyCombo> HotkeyCombo::parse(const QString &text)
-{
-    HotkeyCombo combo;
+    Qt::KeyboardModifiers modifiers;
+    QString name;
     for (const QString &token : tokens(text)) {
         if (const ModifierWord *modifier = findModifier(token))
-            combo.modifiers |= modifier->flag;
+            modifiers |= modifier->modifier;
         else
-            combo.key = token;
+            name = token;
     }
-    const std::optional<quint32> code = keyCodeFor(combo.key);
-    if (!code)
+    const std::optional<Qt::Key> key = keyNamed(name);
+    if (!key)
         return std::nullopt;
-    combo.keyCode = *code;
-    return combo;
+    return QKeyCombination(modifiers, *key);
 }
 
 QString HotkeyCombo::displayString(const QString &text, const Vocabulary &words)

@@ -2,37 +2,14 @@
 
 #include "backend/Answerer.h"
 #include "base/Log.h"
-#include "hotkeys/HotkeyBindings.h"
 #include "hotkeys/HotkeyCombo.h"
 
 #include <QPointer>
 
+#include <algorithm>
 #include <utility>
 
 namespace quellora {
-namespace {
-
-HotkeyAction configAction(HotkeyManager::Action action)
-{
-    return static_cast<HotkeyAction>(action);
-}
-
-HotkeyManager::Action managerAction(HotkeyAction action)
-{
-    return static_cast<HotkeyManager::Action>(action);
-}
-
-QString jsonKeyOf(HotkeyManager::Action action)
-{
-    return HotkeyActions::jsonKey(configAction(action));
-}
-
-QString nameOf(HotkeyManager::Action action)
-{
-    return HotkeyActions::logName(configAction(action));
-}
-
-} // namespace
 
 HotkeyManager::HotkeyManager(GlobalHotkeys &platform, Vocabulary words, Clock clock,
                              ProblemSink problemSink, QObject *parent)
@@ -51,10 +28,10 @@ HotkeyManager::~HotkeyManager()
         m_platform.removeHandler();
 }
 
-void HotkeyManager::start(const VantiroConfig::Hotkeys &hotkeys)
+void HotkeyManager::start(const HotkeyCombos &combos)
 {
     installHandler();
-    registerAll(hotkeys);
+    registerAll(combos);
 }
 
 void HotkeyManager::stop()
@@ -71,22 +48,24 @@ void HotkeyManager::suspendAll()
     Log::event(QStringLiteral("[HotkeyManager] Suspended all hotkeys for capture"));
 }
 
-void HotkeyManager::resume(const VantiroConfig::Hotkeys &hotkeys)
+void HotkeyManager::resume(const HotkeyCombos &combos)
 {
-    registerAll(hotkeys);
+    registerAll(combos);
     Log::event(QStringLiteral("[HotkeyManager] Resumed all hotkeys after capture"));
 }
 
 bool HotkeyManager::updateHotkey(const QString &jsonKey, const QString &combo)
 {
-    const std::optional<HotkeyAction> found = HotkeyActions::fromJsonKey(jsonKey);
-    if (!found) {
+    const auto *const row =
+        std::find_if(hotkeyActions.begin(), hotkeyActions.end(),
+                     [&jsonKey](const HotkeyActionInfo &each) { return jsonKey == each.jsonKey; });
+    if (row == hotkeyActions.end()) {
         Log::event(
             QStringLiteral("[HotkeyManager] ERROR: updateHotkey called with unknown jsonKey '") +
             jsonKey + u'\'');
         return false;
     }
-    const Action action = managerAction(*found);
+    const HotkeyAction action = row->action;
     const auto active = m_activeHotkeys.constFind(jsonKey);
     const std::optional<QString> previous =
         active == m_activeHotkeys.constEnd() ? std::nullopt : std::optional(*active);
@@ -97,7 +76,7 @@ bool HotkeyManager::updateHotkey(const QString &jsonKey, const QString &combo)
 
     unregisterAction(action);
     if (registerAction(action, combo)) {
-        const QMap<Action, Refusal> refusals = m_refusals;
+        const QMap<HotkeyAction, Refusal> refusals = m_refusals;
         for (auto it = refusals.begin(); it != refusals.end(); ++it) {
             if (it->reason == Refusal::Reason::OwnAction && it->holder == action)
                 registerAction(it.key(), it->combo);
@@ -105,12 +84,12 @@ bool HotkeyManager::updateHotkey(const QString &jsonKey, const QString &combo)
         return true;
     }
     if (!previous) {
-        // What was wrong before still is.
+        // Restores the problem that this attempt replaced.
         if (standing)
             setRefusal(action, standing);
     } else {
         Log::event(QStringLiteral("[HotkeyManager] '") + combo +
-                   QStringLiteral("' failed to register for ") + nameOf(action) +
+                   QStringLiteral("' failed to register for ") + row->logName +
                    QStringLiteral(" — rolling back to previous combo '") + *previous + u'\'');
         registerAction(action, *previous);
     }
@@ -119,27 +98,27 @@ bool HotkeyManager::updateHotkey(const QString &jsonKey, const QString &combo)
 
 void HotkeyManager::installHandler()
 {
-    // The guard keeps a late press of the system from reaching a manager that is gone.
-    m_platform.installHandler([self = QPointer(this)](quint32 id) {
+    // The system may deliver a press after the manager was destroyed.
+    m_platform.installHandler([self = QPointer(this)](GlobalHotkeys::Registration id) {
         if (self)
-            self->handleFire(id);
+            self->handlePress(id);
     });
     m_handlerInstalled = true;
 }
 
-void HotkeyManager::registerAll(const VantiroConfig::Hotkeys &hotkeys)
+void HotkeyManager::registerAll(const HotkeyCombos &combos)
 {
-    for (const HotkeyAction action : HotkeyActions::all)
-        registerAction(managerAction(action), HotkeyActions::combo(action, hotkeys));
+    for (const HotkeyActionInfo &row : hotkeyActions)
+        registerAction(row.action, combos[row.action]);
 }
 
-bool HotkeyManager::registerAction(Action action, const QString &combo)
+bool HotkeyManager::registerAction(HotkeyAction action, const QString &combo)
 {
-    // An action holds one registration at most, however often it is registered.
+    // An action has one registration at most.
     unregisterAction(action);
 
-    const QString name = nameOf(action);
-    const std::optional<HotkeyCombo> parsed = HotkeyCombo::parse(combo);
+    const QString name = hotkeyAction(action).logName;
+    const std::optional<QKeyCombination> parsed = HotkeyCombo::parse(combo);
     if (!parsed) {
         Log::event(
             QStringLiteral("[HotkeyManager] ERROR: Unsupported hotkey combo '") + combo +
@@ -149,12 +128,10 @@ bool HotkeyManager::registerAction(Action action, const QString &combo)
         return false;
     }
 
-    const GlobalHotkeys::Result result =
-        m_platform.registerHotkey(parsed->key, parsed->keyCode, parsed->modifiers, signature,
-                                  static_cast<quint32>(action) + 1);
-    if (result.status == 0 && result.registration != 0) {
-        m_hotKeyRefs.insert(action, result.registration);
-        m_activeHotkeys.insert(jsonKeyOf(action), combo);
+    const GlobalHotkeys::Result result = m_platform.registerHotkey(*parsed);
+    if (result) {
+        m_registrations.insert(action, *result);
+        m_activeHotkeys.insert(hotkeyAction(action).jsonKey, combo);
         Log::event(QStringLiteral("[HotkeyManager] Registered ") + name + QStringLiteral(" -> ") +
                    combo);
         setRefusal(action, std::nullopt);
@@ -162,36 +139,40 @@ bool HotkeyManager::registerAction(Action action, const QString &combo)
     }
     Log::event(QStringLiteral("[HotkeyManager] ERROR: Failed to register ") + name +
                QStringLiteral(" (") + combo + QStringLiteral("), OSStatus ") +
-               QString::number(result.status) +
+               QString::number(result.error().status) +
                QStringLiteral(" — likely already claimed by another app"));
-    const std::optional<Action> holder = holderOf(*parsed);
+    if (result.error().kind == GlobalHotkeys::Failure::Kind::UnsupportedKey) {
+        setRefusal(action, Refusal{combo, Refusal::Reason::UnsupportedKey});
+        return false;
+    }
+    const std::optional<HotkeyAction> holder = holderOf(*parsed);
     setRefusal(action, holder ? Refusal{combo, Refusal::Reason::OwnAction, *holder}
                               : Refusal{combo, Refusal::Reason::OtherProgram});
     return false;
 }
 
-std::optional<HotkeyManager::Action> HotkeyManager::holderOf(const HotkeyCombo &combo) const
+std::optional<HotkeyAction> HotkeyManager::holderOf(QKeyCombination combo) const
 {
-    for (const HotkeyAction action : HotkeyActions::all) {
-        const auto active = m_activeHotkeys.constFind(HotkeyActions::jsonKey(action));
+    for (const HotkeyActionInfo &row : hotkeyActions) {
+        const auto active = m_activeHotkeys.constFind(row.jsonKey);
         if (active != m_activeHotkeys.constEnd() && HotkeyCombo::parse(*active) == combo)
-            return managerAction(action);
+            return row.action;
     }
     return std::nullopt;
 }
 
-void HotkeyManager::setRefusal(Action action, const std::optional<Refusal> &refusal)
+void HotkeyManager::setRefusal(HotkeyAction action, const std::optional<Refusal> &refusal)
 {
     if (refusal)
         m_refusals.insert(action, *refusal);
     else
         m_refusals.remove(action);
-    m_problemSink(configAction(action), refusal ? problemLine(action, *refusal) : QString());
+    m_problemSink(action, refusal ? problemLine(action, *refusal) : QString());
 }
 
-QString HotkeyManager::problemLine(Action action, const Refusal &refusal) const
+QString HotkeyManager::problemLine(HotkeyAction action, const Refusal &refusal) const
 {
-    const QString name = nameOf(action);
+    const QString name = hotkeyAction(action).logName;
     const QString display = HotkeyCombo::displayString(refusal.combo, m_words);
     const QString unavailable = QStringLiteral("**") + display + QStringLiteral(" (") + name +
                                 QStringLiteral(") is unavailable** — already ");
@@ -205,7 +186,7 @@ QString HotkeyManager::problemLine(Action action, const Refusal &refusal) const
                               "free up that shortcut and relaunch.");
     case Refusal::Reason::OwnAction:
         return unavailable + QStringLiteral("used by ") +
-               HotkeyActions::settingsTitle(configAction(refusal.holder), m_answerer) +
+               hotkeyAction(refusal.holder).titleNaming(m_answerer) +
                QStringLiteral(". Choose another shortcut for one of the two in Settings.");
     }
     Q_UNREACHABLE();
@@ -217,65 +198,41 @@ void HotkeyManager::setAnswererName(const QString &name)
         return;
     m_answerer = name;
     for (auto it = m_refusals.begin(); it != m_refusals.end(); ++it)
-        m_problemSink(configAction(it.key()), problemLine(it.key(), *it));
+        m_problemSink(it.key(), problemLine(it.key(), *it));
 }
 
-void HotkeyManager::unregisterAction(Action action)
+void HotkeyManager::unregisterAction(HotkeyAction action)
 {
-    m_activeHotkeys.remove(jsonKeyOf(action));
-    if (const GlobalHotkeys::Registration registration = m_hotKeyRefs.take(action))
+    m_activeHotkeys.remove(hotkeyAction(action).jsonKey);
+    if (const GlobalHotkeys::Registration registration = m_registrations.take(action))
         m_platform.unregisterHotkey(registration);
 }
 
 void HotkeyManager::unregisterAll()
 {
-    for (const HotkeyAction action : HotkeyActions::all)
-        unregisterAction(managerAction(action));
+    for (const HotkeyActionInfo &row : hotkeyActions)
+        unregisterAction(row.action);
 }
 
-void HotkeyManager::handleFire(quint32 id)
+void HotkeyManager::handlePress(GlobalHotkeys::Registration registration)
 {
-    if (id < 1 || id > HotkeyActions::all.size())
+    const auto found =
+        std::find(m_registrations.constBegin(), m_registrations.constEnd(), registration);
+    if (found == m_registrations.constEnd())
         return;
-    const auto action = static_cast<Action>(id - 1);
+    const HotkeyAction action = found.key();
+    const QString name = hotkeyAction(action).logName;
     const std::chrono::steady_clock::time_point now = m_clock();
     const auto last = m_lastFireTime.constFind(action);
     if (last != m_lastFireTime.constEnd() && now - *last < debounceInterval) {
-        Log::event(QStringLiteral("[HotkeyManager] Ignored re-fire of ") + nameOf(action) +
+        Log::event(QStringLiteral("[HotkeyManager] Ignored re-fire of ") + name +
                    QStringLiteral(" within debounce window"));
         return;
     }
     m_lastFireTime.insert(action, now);
-    Log::event(QStringLiteral("[HotkeyManager] Fired: ") + nameOf(action));
+    Log::event(QStringLiteral("[HotkeyManager] Fired: ") + name);
     QMetaObject::invokeMethod(
-        this,
-        [this, action] {
-            // A copy: the callback may replace itself.
-            if (const Callback run = callback(action))
-                run();
-        },
-        Qt::QueuedConnection);
-}
-
-HotkeyManager::Callback HotkeyManager::callback(Action action) const
-{
-    switch (action) {
-    case Action::Capture:
-        return onCapture;
-    case Action::Clear:
-        return onClear;
-    case Action::Toggle:
-        return onToggle;
-    case Action::OpacityUp:
-        return onOpacityUp;
-    case Action::OpacityDown:
-        return onOpacityDown;
-    case Action::CaptureNoSend:
-        return onCaptureNoSend;
-    case Action::NewThread:
-        return onNewThread;
-    }
-    Q_UNREACHABLE();
+        this, [this, action] { Q_EMIT pressed(action); }, Qt::QueuedConnection);
 }
 
 } // namespace quellora

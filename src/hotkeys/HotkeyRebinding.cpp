@@ -3,7 +3,6 @@
 #include "backend/Answerer.h"
 #include "base/Log.h"
 #include "base/UserDefaults.h"
-#include "hotkeys/HotkeyBindings.h"
 #include "hotkeys/HotkeyCombo.h"
 #include "hotkeys/HotkeyManager.h"
 #include "hotkeys/LocalKeyMonitor.h"
@@ -35,7 +34,7 @@ std::optional<QString> systemFeature(const QString &combo)
 
 const std::array<std::pair<QString, QString>, 12> &HotkeyRebinding::knownSystemShortcuts()
 {
-    // Some of these can never be recorded; they stay for whoever reads the table.
+    // The recorder never yields the combos with space, tab and comma.
     static const std::array<std::pair<QString, QString>, 12> table{{
         {QStringLiteral("cmd+space"), QStringLiteral("Spotlight Search")},
         {QStringLiteral("ctrl+cmd+space"), QStringLiteral("Emoji & Symbols picker")},
@@ -56,13 +55,13 @@ const std::array<std::pair<QString, QString>, 12> &HotkeyRebinding::knownSystemS
 std::optional<QString> HotkeyRebinding::captureComboString(const KeyDown &key)
 {
     QStringList parts;
-    if (key.modifiers & GlobalHotkeys::Control)
+    if (key.modifiers & Qt::ControlModifier)
         parts << QStringLiteral("ctrl");
-    if (key.modifiers & GlobalHotkeys::Option)
+    if (key.modifiers & Qt::AltModifier)
         parts << QStringLiteral("alt");
-    if (key.modifiers & GlobalHotkeys::Command)
+    if (key.modifiers & Qt::MetaModifier)
         parts << QStringLiteral("cmd");
-    if (key.modifiers & GlobalHotkeys::Shift)
+    if (key.modifiers & Qt::ShiftModifier)
         parts << QStringLiteral("shift");
     if (parts.isEmpty())
         return std::nullopt;
@@ -77,7 +76,7 @@ std::optional<QString> HotkeyRebinding::captureComboString(const KeyDown &key)
 }
 
 HotkeyRebinding::HotkeyRebinding(HotkeyManager &manager, UserDefaults &defaults,
-                                 LocalKeyMonitor &monitor, Hotkeys configFileHotkeys,
+                                 LocalKeyMonitor &monitor, HotkeyCombos configFileHotkeys,
                                  QObject *parent)
     : QObject(parent)
     , m_manager(manager)
@@ -106,7 +105,7 @@ void HotkeyRebinding::beginCapturingHotkey(HotkeyAction action)
     m_manager.suspendAll();
     m_monitor.install([this](const KeyDown &key) { handleCaptureKeyDown(key); },
                       [this] { cancelHotkeyCapture(); });
-    log(QStringLiteral("Hotkey capture started for ") + HotkeyActions::settingsTitle(action));
+    log(QStringLiteral("Hotkey capture started for ") + hotkeyAction(action).title);
     Q_EMIT changed();
 }
 
@@ -143,11 +142,12 @@ void HotkeyRebinding::handleCaptureKeyDown(const KeyDown &key)
 std::optional<HotkeyAction> HotkeyRebinding::ownerOf(const QString &combo,
                                                      HotkeyAction except) const
 {
-    const std::optional<HotkeyCombo> wanted = HotkeyCombo::parse(combo);
-    for (const HotkeyAction other : HotkeyActions::all) {
-        const QString held = HotkeyActions::combo(other, m_hotkeysConfig);
-        if (other != except && (held == combo || (wanted && HotkeyCombo::parse(held) == wanted)))
-            return other;
+    const std::optional<QKeyCombination> wanted = HotkeyCombo::parse(combo);
+    for (const HotkeyActionInfo &other : hotkeyActions) {
+        const QString &held = m_hotkeysConfig[other.action];
+        if (other.action != except &&
+            (held == combo || (wanted && HotkeyCombo::parse(held) == wanted)))
+            return other.action;
     }
     return std::nullopt;
 }
@@ -162,7 +162,7 @@ std::optional<QString> HotkeyRebinding::hotkeyCaptureError() const
 
 QString HotkeyRebinding::title(HotkeyAction action) const
 {
-    return HotkeyActions::settingsTitle(action, m_answerer);
+    return hotkeyAction(action).titleNaming(m_answerer);
 }
 
 void HotkeyRebinding::setAnswererName(const QString &name)
@@ -205,19 +205,21 @@ void HotkeyRebinding::cancelHotkeyCapture()
 bool HotkeyRebinding::bind(HotkeyAction action, const QString &combo, const QString &failure)
 {
     cancelHotkeyCapture();
-    if (!m_manager.updateHotkey(HotkeyActions::jsonKey(action), combo)) {
+    if (!m_manager.updateHotkey(hotkeyAction(action).jsonKey, combo)) {
         m_rollback = Rollback{action, failure};
         Q_EMIT changed();
         return false;
     }
     m_rollback.reset();
-    setHotkeysConfig(HotkeyActions::updating(action, combo, m_hotkeysConfig));
+    HotkeyCombos combos = m_hotkeysConfig;
+    combos[action] = combo;
+    setHotkeysConfig(combos);
     return true;
 }
 
 void HotkeyRebinding::setHotkey(HotkeyAction action, const QString &combo)
 {
-    const QString title = HotkeyActions::settingsTitle(action);
+    const QString title = hotkeyAction(action).title;
     const bool isBound = bind(
         action, combo, QStringLiteral("Couldn't register that combo — kept your previous one."));
     const QString line = QStringLiteral("Hotkey ") + title + QStringLiteral(" -> ") + combo;
@@ -231,8 +233,8 @@ void HotkeyRebinding::setHotkey(HotkeyAction action, const QString &combo)
 
 void HotkeyRebinding::resetHotkey(HotkeyAction action)
 {
-    const QString title = HotkeyActions::settingsTitle(action);
-    const QString combo = HotkeyActions::combo(action, m_configFileHotkeys);
+    const QString title = hotkeyAction(action).title;
+    const QString combo = m_configFileHotkeys[action];
     const bool isBound =
         bind(action, combo,
              QStringLiteral("Couldn't register the default combo — kept your previous one."));
@@ -248,7 +250,7 @@ void HotkeyRebinding::resetHotkey(HotkeyAction action)
 void HotkeyRebinding::resetAllHotkeys()
 {
     m_defaults.remove(QString::fromLatin1(DefaultsKey::hotkeyBindings));
-    // What was said about a single change no longer holds.
+    // The message about an earlier change no longer applies.
     m_rollback.reset();
     setHotkeysConfig(m_configFileHotkeys);
     cancelHotkeyCapture();
@@ -258,10 +260,10 @@ void HotkeyRebinding::resetAllHotkeys()
         "All hotkeys reset to config.json defaults, persisted + re-registered live"));
 }
 
-void HotkeyRebinding::setHotkeysConfig(const Hotkeys &hotkeys)
+void HotkeyRebinding::setHotkeysConfig(const HotkeyCombos &combos)
 {
-    const bool differs = hotkeys != m_hotkeysConfig;
-    m_hotkeysConfig = hotkeys;
+    const bool differs = combos != m_hotkeysConfig;
+    m_hotkeysConfig = combos;
     Q_EMIT changed();
     if (differs)
         Q_EMIT hotkeysConfigChanged();

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "base/VantiroConfig.h"
+#include "hotkeys/HotkeyBindings.h"
 
 #include <QObject>
 #include <QString>
@@ -16,25 +16,23 @@ class LocalKeyMonitor;
 class UserDefaults;
 struct KeyDown;
 
-/// Records a new combo for one action, binds it live and remembers it. Main thread only.
+/// Records a new combo for one action, registers it at once and stores it. Main thread only.
 ///
-/// Idle, then recording (every global hot key released, the keyboard taken), then either waiting
-/// for the user's word on a combo that the system uses too, or applied, or given up. A combo that
-/// cannot be registered leaves the previous one in force and nothing stored.
+/// While recording, every global hot key is unregistered and the monitor receives all key presses.
+/// A combo that the system uses too has to be confirmed. A combo that cannot be registered is not
+/// stored, and the previous one stays in force.
 class HotkeyRebinding : public QObject
 {
     Q_OBJECT
 public:
-    using Hotkeys = VantiroConfig::Hotkeys;
-
-    /// A recorded combo that awaits confirmation, and the system's feature that uses it.
+    /// A recorded combo that awaits confirmation, and the system feature that uses it.
     struct Conflict
     {
         QString combo;
         QString featureName;
         bool operator==(const Conflict &) const = default;
     };
-    /// Why the last change of an action did not come about.
+    /// Why the last change of an action failed.
     struct Rollback
     {
         HotkeyAction action;
@@ -42,49 +40,49 @@ public:
         bool operator==(const Rollback &) const = default;
     };
 
-    /// Combos of the operating system and what they do there; looked up by their exact text.
+    /// Combos that macOS uses and their features, looked up by exact text.
     static const std::array<std::pair<QString, QString>, 12> &knownSystemShortcuts();
     /// The combo text of a key press, modifiers in the order ctrl, alt, cmd, shift. Nothing without
     /// a modifier or for a key that is no letter, digit or one of []-=;',./\`.
     static std::optional<QString> captureComboString(const KeyDown &key);
 
-    /// Everything must outlive this object.
-    /// @param configFileHotkeys the bindings that a reset goes back to
+    /// All collaborators must outlive this object.
+    /// @param configFileHotkeys the combos that a reset restores
     HotkeyRebinding(HotkeyManager &manager, UserDefaults &defaults, LocalKeyMonitor &monitor,
-                    Hotkeys configFileHotkeys, QObject *parent = nullptr);
-    /// Lets go of the keyboard; whoever ends a session calls cancelHotkeyCapture() before.
+                    HotkeyCombos configFileHotkeys, QObject *parent = nullptr);
+    /// Removes the key monitor; does not register the hot keys again.
     ~HotkeyRebinding() override;
 
-    /// The bindings in force.
-    const Hotkeys &hotkeysConfig() const { return m_hotkeysConfig; }
-    const Hotkeys &configFileHotkeys() const { return m_configFileHotkeys; }
+    /// The combos in force.
+    const HotkeyCombos &hotkeysConfig() const { return m_hotkeysConfig; }
+    const HotkeyCombos &configFileHotkeys() const { return m_configFileHotkeys; }
     /// The action that is being recorded.
     const std::optional<HotkeyAction> &capturingHotkeyAction() const { return m_capturing; }
-    /// Why the last combo recorded was not taken.
+    /// Why the combo recorded last was refused.
     std::optional<QString> hotkeyCaptureError() const;
     const std::optional<Conflict> &pendingSystemConflict() const { return m_conflict; }
     const std::optional<Rollback> &hotkeyRollbackMessage() const { return m_rollback; }
 
-    /// Title of an action's row.
+    /// Title of an action's row in the settings.
     QString title(HotkeyAction action) const;
-    /// Whom titles name as the one who answers.
+    /// Sets the model's name used in titles.
     void setAnswererName(const QString &name);
 
-    /// Starts recording; a recording under way is given up first.
+    /// Starts recording; cancels a recording under way.
     void beginCapturingHotkey(HotkeyAction action);
-    /// Gives up recording and registers every binding again; nothing when none is under way.
+    /// Ends recording without a change and registers every hot key again; without effect when idle.
     void cancelHotkeyCapture();
-    /// Binds the combo in spite of the system's use of it.
+    /// Applies the combo that awaits confirmation.
     void confirmSystemConflict();
-    /// Drops the pending combo; recording goes on.
+    /// Drops the combo that awaits confirmation; recording continues.
     void cancelPendingSystemConflict();
-    /// Back to the file's combo for one action.
+    /// Restores the config file's combo of one action.
     void resetHotkey(HotkeyAction action);
-    /// Back to the file's combos for all.
+    /// Restores the config file's combos of all actions.
     void resetAllHotkeys();
 
 Q_SIGNALS:
-    /// Anything that a row shows has changed.
+    /// Something that a row shows has changed.
     void changed();
     /// hotkeysConfig() has a new value.
     void hotkeysConfigChanged();
@@ -92,20 +90,20 @@ Q_SIGNALS:
 private:
     void handleCaptureKeyDown(const KeyDown &key);
     void setHotkey(HotkeyAction action, const QString &combo);
-    /// Binds live; on failure the message is kept for the action's row.
+    /// Registers the combo; on failure keeps @p failure as the row's message.
     bool bind(HotkeyAction action, const QString &combo, const QString &failure);
-    void setHotkeysConfig(const Hotkeys &hotkeys);
-    /// The other action that has this combo, however it is written.
+    void setHotkeysConfig(const HotkeyCombos &combos);
+    /// The other action with this combo, compared by meaning rather than by text.
     std::optional<HotkeyAction> ownerOf(const QString &combo, HotkeyAction except) const;
 
     HotkeyManager &m_manager;
     UserDefaults &m_defaults;
     LocalKeyMonitor &m_monitor;
-    Hotkeys m_configFileHotkeys;
-    Hotkeys m_hotkeysConfig;
+    HotkeyCombos m_configFileHotkeys;
+    HotkeyCombos m_hotkeysConfig;
     QString m_answerer;
     std::optional<HotkeyAction> m_capturing;
-    /// The action that has the combo which was recorded last.
+    /// The action that already has the combo recorded last.
     std::optional<HotkeyAction> m_takenBy;
     std::optional<Conflict> m_conflict;
     std::optional<Rollback> m_rollback;

@@ -16,21 +16,19 @@
 namespace quellora {
 namespace {
 
-HotkeyTexts displayTexts(const VantiroConfig::Hotkeys &hotkeys, const Vocabulary &words)
+QVariantMap displayTexts(const HotkeyCombos &combos, const Vocabulary &words)
 {
-    const auto text = [&words](const QString &combo) {
-        return HotkeyCombo::displayString(combo, words);
-    };
-    return {text(hotkeys.capture),   text(hotkeys.clear),       text(hotkeys.toggle),
-            text(hotkeys.opacityUp), text(hotkeys.opacityDown), text(hotkeys.captureNoSend),
-            text(hotkeys.newThread)};
+    QVariantMap texts;
+    for (const HotkeyActionInfo &row : hotkeyActions)
+        texts.insert(row.jsonKey, HotkeyCombo::displayString(combos[row.action], words));
+    return texts;
 }
 
 } // namespace
 
 OverlaySettings::OverlaySettings(Platform &platform, Workspace &workspace, UserDefaults &defaults,
                                  HotkeyManager &hotkeys, ModelListModel &models,
-                                 const VantiroConfig::Hotkeys &configFileHotkeys)
+                                 const HotkeyCombos &configFileHotkeys)
     : m_platform(platform)
     , m_workspace(workspace)
     , m_defaults(defaults)
@@ -166,9 +164,10 @@ void OverlaySettings::close()
 
 void OverlaySettings::applyHotkeys()
 {
-    const VantiroConfig::Hotkeys &hotkeys = m_rebinding.hotkeysConfig();
-    m_targets->display.setCaptureHotkey(HotkeyCombo::displayString(hotkeys.capture, m_words));
-    m_targets->panels.setHotkeys(displayTexts(hotkeys, m_words));
+    const HotkeyCombos &combos = m_rebinding.hotkeysConfig();
+    m_targets->display.setCaptureHotkey(
+        HotkeyCombo::displayString(combos[HotkeyAction::Capture], m_words));
+    m_targets->panels.setHotkeys(displayTexts(combos, m_words));
 }
 
 void OverlaySettings::setAppearanceMode(AppearanceMode mode)

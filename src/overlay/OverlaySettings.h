@@ -48,7 +48,7 @@ public:
     /// @param configFileHotkeys what resetting a hot key goes back to
     OverlaySettings(Platform &platform, Workspace &workspace, UserDefaults &defaults,
                     HotkeyManager &hotkeys, ModelListModel &models,
-                    const VantiroConfig::Hotkeys &configFileHotkeys);
+                    const HotkeyCombos &configFileHotkeys);
 
     /// Applies what is stored and follows the user's choices from then on. Once.
     void attach(const Targets &targets, const BackendEndpoints &endpoints);

@@ -40,7 +40,7 @@ OverlayWindowController::OverlayWindowController(const VantiroConfig &config,
     , m_workspace(m_with.platform.workspace())
     , m_panels(m_with.defaults)
     , m_settings(m_with.platform, m_workspace, m_with.defaults, m_with.hotkeys, *m_panels.models(),
-                 config.hotkeys)
+                 HotkeyCombos(config.hotkeys))
     , m_panel(m_with.platform.panelWindow())
     , m_placement(m_panel, config.overlay)
     , m_theme(m_with.platform.appearance())

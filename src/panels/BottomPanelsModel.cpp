@@ -53,7 +53,7 @@ void BottomPanelsModel::followPrompt()
     Q_EMIT promptTextChanged();
 }
 
-void BottomPanelsModel::setHotkeys(const HotkeyTexts &hotkeys)
+void BottomPanelsModel::setHotkeys(const QVariantMap &hotkeys)
 {
     if (replace(m_hotkeys, hotkeys))
         Q_EMIT hotkeysChanged();

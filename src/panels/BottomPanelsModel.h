@@ -7,6 +7,7 @@
 #include "panels/StyledMarkdown.h"
 
 #include <QObject>
+#include <QVariantMap>
 #include <QtQml/qqmlregistration.h>
 
 #include <optional>
@@ -14,20 +15,6 @@
 namespace quellora {
 
 class UserDefaults;
-
-/// Key combinations in their display form ("Ctrl+Alt+Super+C"); empty when an action has none.
-struct HotkeyTexts
-{
-    QString capture;
-    QString clear;
-    QString toggle;
-    QString opacityUp;
-    QString opacityDown;
-    QString captureNoSend;
-    QString newThread;
-
-    bool operator==(const HotkeyTexts &) const = default;
-};
 
 /// Everything the bottom panels show, and every wish they pass on.
 ///
@@ -40,12 +27,8 @@ class BottomPanelsModel : public QObject
     QML_ELEMENT
     QML_UNCREATABLE("Provided by the overlay")
 
-    Q_PROPERTY(QString captureHotkey READ captureHotkey NOTIFY hotkeysChanged)
-    Q_PROPERTY(QString captureNoSendHotkey READ captureNoSendHotkey NOTIFY hotkeysChanged)
-    Q_PROPERTY(QString toggleHotkey READ toggleHotkey NOTIFY hotkeysChanged)
-    Q_PROPERTY(QString opacityUpHotkey READ opacityUpHotkey NOTIFY hotkeysChanged)
-    Q_PROPERTY(QString opacityDownHotkey READ opacityDownHotkey NOTIFY hotkeysChanged)
-    Q_PROPERTY(QString newThreadHotkey READ newThreadHotkey NOTIFY hotkeysChanged)
+    /// Combos in their display form ("Ctrl+Alt+Super+C") by the JSON keys of the actions.
+    Q_PROPERTY(QVariantMap hotkeys READ hotkeys NOTIFY hotkeysChanged)
     Q_PROPERTY(double availableHeight READ availableHeight WRITE setAvailableHeight NOTIFY
                    availableHeightChanged)
 
@@ -96,7 +79,7 @@ public:
     explicit BottomPanelsModel(UserDefaults &defaults, QObject *parent = nullptr);
 
     // Inputs set by the owner.
-    void setHotkeys(const HotkeyTexts &hotkeys);
+    void setHotkeys(const QVariantMap &hotkeys);
     void setAvailableHeight(double points);
     void setAdminMessage(const std::optional<AdminMessagePayload> &message);
     void setInformationalCollapsed(bool isCollapsed);
@@ -115,12 +98,7 @@ public:
     /// Ends the first-launch card: the user has found out how to capture.
     Q_INVOKABLE void finishFirstLaunch();
 
-    QString captureHotkey() const { return m_hotkeys.capture; }
-    QString captureNoSendHotkey() const { return m_hotkeys.captureNoSend; }
-    QString toggleHotkey() const { return m_hotkeys.toggle; }
-    QString opacityUpHotkey() const { return m_hotkeys.opacityUp; }
-    QString opacityDownHotkey() const { return m_hotkeys.opacityDown; }
-    QString newThreadHotkey() const { return m_hotkeys.newThread; }
+    const QVariantMap &hotkeys() const { return m_hotkeys; }
     double availableHeight() const { return m_availableHeight; }
     bool hasMessage() const { return m_message.has_value(); }
     QString messageId() const { return m_message ? m_message->id : QString(); }
@@ -229,7 +207,7 @@ private:
 
     UserDefaults &m_defaults;
     PromptText m_prompt;
-    HotkeyTexts m_hotkeys;
+    QVariantMap m_hotkeys;
     double m_availableHeight = 0;
     double m_reportedHeight = 0;
     std::optional<AdminMessagePayload> m_message;

@@ -73,16 +73,16 @@ Card {
 
         ShortcutRow {
             text: qsTr("Capture screen and send to %1").arg(card.panels.answererName)
-            KeyCap { text: card.panels.captureHotkey }
+            KeyCap { text: card.panels.hotkeys.capture ?? "" }
         }
         ShortcutRow {
             text: qsTr("Toggle overlay visibility")
-            KeyCap { text: card.panels.toggleHotkey }
+            KeyCap { text: card.panels.hotkeys.toggle ?? "" }
         }
         ShortcutRow {
             text: qsTr("Increase opacity · Decrease opacity")
-            KeyCap { text: card.panels.opacityUpHotkey }
-            KeyCap { text: card.panels.opacityDownHotkey }
+            KeyCap { text: card.panels.hotkeys.opacity_up ?? "" }
+            KeyCap { text: card.panels.hotkeys.opacity_down ?? "" }
         }
         Item {
             width: parent.width

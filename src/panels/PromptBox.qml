@@ -214,7 +214,7 @@ Rectangle {
         y: box.rowY
         iconName: "image-plus"
         name: qsTr("Capture without sending")
-        shortcutText: box.panels.captureNoSendHotkey
+        shortcutText: box.panels.hotkeys.capture_no_send ?? ""
         disabledReason: qsTr("A capture is under way")
         enabled: !box.panels.isCapturing
         onClicked: box.panels.captureNoSend()
@@ -227,7 +227,7 @@ Rectangle {
         look: IconButton.Boxed
         iconName: "camera"
         name: qsTr("Capture and send")
-        shortcutText: box.panels.captureHotkey
+        shortcutText: box.panels.hotkeys.capture ?? ""
         disabledReason: qsTr("A capture is under way")
         enabled: !box.panels.isCapturing
         busy: box.panels.isCapturing
@@ -277,7 +277,7 @@ Rectangle {
         y: box.rowY
         iconName: "plus"
         name: qsTr("New thread")
-        shortcutText: box.panels.newThreadHotkey
+        shortcutText: box.panels.hotkeys.new_thread ?? ""
         onClicked: box.panels.startNewThread()
     }
 }

@@ -61,8 +61,8 @@ Item {
         width: 8 + 14 + 6 + newWords.implicitWidth + 8
         kind: Button.Ghost
         text: qsTr("New thread")
-        shortcutText: row.panels.newThreadHotkey
-        tooltip: row.panels.newThreadHotkey.length > 0 ? text : ""
+        shortcutText: row.panels.hotkeys.new_thread ?? ""
+        tooltip: shortcutText.length > 0 ? text : ""
         onClicked: row.panels.startNewThread()
 
         contentItem: Item {

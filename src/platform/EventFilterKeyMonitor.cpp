@@ -6,24 +6,6 @@
 #include <utility>
 
 namespace quellora {
-namespace {
-
-quint32 hotkeyModifiers(Qt::KeyboardModifiers modifiers)
-{
-    quint32 flags = 0;
-    if (modifiers.testFlag(Qt::ControlModifier))
-        flags |= GlobalHotkeys::Control;
-    if (modifiers.testFlag(Qt::AltModifier))
-        flags |= GlobalHotkeys::Option;
-    if (modifiers.testFlag(Qt::MetaModifier))
-        flags |= GlobalHotkeys::Command;
-    if (modifiers.testFlag(Qt::ShiftModifier))
-        flags |= GlobalHotkeys::Shift;
-    return flags;
-}
-
-} // namespace
-
 EventFilterKeyMonitor::EventFilterKeyMonitor(KeyNames names) : m_names(std::move(names)) {}
 
 EventFilterKeyMonitor::~EventFilterKeyMonitor()
@@ -49,8 +31,10 @@ void EventFilterKeyMonitor::remove()
 
 KeyDown EventFilterKeyMonitor::keyDown(const QKeyEvent &event, const KeyNames &names)
 {
-    return {hotkeyModifiers(event.modifiers()), names(event.nativeScanCode()),
-            event.key() == Qt::Key_Escape};
+    // Not the keypad and not the layout group.
+    constexpr Qt::KeyboardModifiers held =
+        Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier | Qt::ShiftModifier;
+    return {event.modifiers() & held, names(event.nativeScanCode()), event.key() == Qt::Key_Escape};
 }
 
 bool EventFilterKeyMonitor::eventFilter(QObject *watched, QEvent *event)

@@ -4,6 +4,7 @@
 
 #include <QFuture>
 #include <QImage>
+#include <QKeyCombination>
 #include <QList>
 #include <QObject>
 #include <QRect>
@@ -23,7 +24,7 @@ namespace quellora {
 
 class UserDefaults;
 
-/// What really happened when a platform capability was asked for.
+/// The outcome of a request to the platform.
 class Capability
 {
 public:
@@ -37,7 +38,7 @@ public:
     }
 
     State state() const { return m_state; }
-    /// Why it is not fully there; empty when applied.
+    /// Why the request was not fully applied; empty when it was.
     const QString &reason() const { return m_reason; }
     bool isApplied() const { return m_state == State::Applied; }
 
@@ -67,12 +68,11 @@ public:
     virtual Capability setClickThrough(QWindow &window, const QRect &responseRect) = 0;
     /// Shows the window above others without activating the application or taking the focus.
     virtual Capability orderFront(QWindow &window) = 0;
-    /// Gives the window the keyboard focus, because the user pressed on something that takes text.
-    /// Never Applied for a window that is not on the screen; hiding the window gives the focus
-    /// back.
+    /// Gives the window the keyboard focus when the user clicks a text input. Never Applied while
+    /// the window is not on the screen; hiding the window returns the focus.
     virtual Capability makeKey(QWindow &window) = 0;
-    /// Gives the keyboard focus back to the window that had it before makeKey(); without effect
-    /// when @p window does not have it.
+    /// Returns the keyboard focus to the window that had it before makeKey(); without effect when
+    /// @p window does not have it.
     virtual void resignKey(QWindow &window) = 0;
     /// Whether translucent windows are composited; the panel is drawn opaque and square otherwise.
     virtual bool isCompositing() const = 0;
@@ -80,63 +80,64 @@ public:
     virtual void onCompositingChanged(std::function<void()> handler) = 0;
 };
 
-/// Global hot keys: registration by key name and modifiers, press events carrying a numeric id.
+/// System-wide hot keys. On every system Qt::ControlModifier is Control, Qt::AltModifier Alt or
+/// Option, and Qt::MetaModifier Super or Command.
 class GlobalHotkeys
 {
 public:
-    enum Modifier : quint32 {
-        Command = 0x0100,
-        Shift = 0x0200,
-        Option = 0x0800,
-        Control = 0x1000,
-    };
-    /// Opaque registration; 0 is none.
+    /// Identifies a hot key while it is registered; never 0.
     using Registration = quint64;
-    struct Result
+    /// Why a hot key was not registered.
+    struct Failure
     {
-        /// The platform's status code; 0 on success.
+        enum class Kind {
+            /// Another program or another hot key of this one holds the combination.
+            Taken,
+            /// The system has no such key.
+            UnsupportedKey,
+            /// The system registers no hot keys at the moment.
+            Unavailable,
+        };
+        Kind kind = Kind::Unavailable;
+        /// The system's own number of the error, for log lines.
         int status = 0;
-        Registration registration = 0;
     };
+    using Result = tl::expected<Registration, Failure>;
 
     virtual ~GlobalHotkeys() = default;
 
-    /// Starts delivering presses: @p onPress gets the id given at registration, on the main thread.
-    virtual void installHandler(std::function<void(quint32 id)> onPress) = 0;
+    /// Starts delivering presses: @p onPress gets the hot key that was pressed, on the main thread.
+    virtual void installHandler(std::function<void(Registration)> onPress) = 0;
     virtual void removeHandler() = 0;
-    /// Registers one hot key system-wide. A combination that is registered already, by this program
-    /// or, where the system tells, by another one, is refused with a status.
-    /// @param key lower-case key name of the key table, e.g. "c", "]"
-    /// @param keyCode the key's ANSI virtual key code
-    /// @param modifiers combination of Modifier flags
-    /// @param signature four-character code of the application
-    virtual Result registerHotkey(const QString &key, quint32 keyCode, quint32 modifiers,
-                                  quint32 signature, quint32 id) = 0;
+    /// Registers one hot key. Refuses a combination that this program has registered or, where the
+    /// system reports it, another program.
+    /// @param combo a letter, a digit or one of []-=;',./\` with its modifiers
+    virtual Result registerHotkey(QKeyCombination combo) = 0;
     /// Without effect for a registration that is not in force.
     virtual void unregisterHotkey(Registration registration) = 0;
 };
 
-/// One key going down in a window of this program, as the recorder of a new combo sees it. Some
-/// systems report modifier keys by themselves, too, without a character.
+/// A key press in a window of this program, for the recorder of a new combo. Some systems also
+/// report modifier keys alone, without a character.
 struct KeyDown
 {
-    /// Combination of GlobalHotkeys::Modifier flags that are held.
-    quint32 modifiers = 0;
-    /// What the key writes in the current layout without any modifier, lower-case; empty for keys
+    /// Named as in GlobalHotkeys.
+    Qt::KeyboardModifiers modifiers;
+    /// The lower-case character of the key in the current layout without modifiers; empty for keys
     /// that cannot be bound.
     QString character;
     bool isEscape = false;
 };
 
-/// Takes the key presses of this program's windows ahead of its menus, shortcuts and text fields.
+/// Intercepts the key presses of this program's windows before menus, shortcuts and text fields.
 /// Main thread only.
 class KeyMonitor
 {
 public:
     virtual ~KeyMonitor() = default;
-    /// From now on every key press goes to @p onKeyDown and nowhere else; it may call remove().
+    /// Sends every key press to @p onKeyDown only, which may call remove().
     virtual void install(std::function<void(const KeyDown &)> onKeyDown) = 0;
-    /// Ends it; without effect when not installed.
+    /// Without effect when not installed.
     virtual void remove() = 0;
 };
 
@@ -149,11 +150,11 @@ public:
     virtual bool isScreenRecordingGranted() const = 0;
     /// May show the system's own prompt.
     virtual void requestScreenRecording() = 0;
-    /// Called on the main thread whenever an answer changes, as far as the system tells.
+    /// Called on the main thread when a permission changes, as far as the system reports it.
     virtual void onChanged(std::function<void()> handler) = 0;
 };
 
-/// How the system looks and moves.
+/// The system's colour scheme and its setting for animations.
 class Appearance
 {
 public:
@@ -161,7 +162,7 @@ public:
     virtual bool isDark() const = 0;
     /// Called on the main thread whenever isDark() changes.
     virtual void onChanged(std::function<void()> handler) = 0;
-    /// Whether the user asked for less movement on the screen.
+    /// Whether the user asked for reduced motion.
     virtual bool reducesMotion() const = 0;
     /// Called on the main thread whenever reducesMotion() changes.
     virtual void onMotionChanged(std::function<void()> handler) = 0;
@@ -171,14 +172,14 @@ public:
 struct OpenFailure
 {
     enum class Kind {
-        /// It is not handed on: an address of neither the web nor mail, a file that is not there.
+        /// Not passed on: neither a web nor a mail address, or a missing file.
         Refused,
-        /// Nothing here opened it.
+        /// No program opened it.
         Failed,
     };
 
     Kind kind = Kind::Failed;
-    /// What should have opened, e.g. "the browser".
+    /// The program that should have opened it, e.g. "the browser".
     QString what;
     /// E.g. "xdg-open is not installed".
     QString reason;
@@ -189,9 +190,9 @@ struct OpenFailure
 
 using OpenResult = tl::expected<void, OpenFailure>;
 
-/// Opens addresses and files with the user's default programs, without blocking. The result comes
-/// as soon as it is known, on any thread; a program that goes on running counts as opened after a
-/// while. Every failure is logged, too.
+/// Opens addresses and files with the user's default programs, without blocking. The result arrives
+/// on any thread; a helper program that is still running after a while counts as success. Failures
+/// are logged.
 class Workspace
 {
 public:
@@ -200,12 +201,12 @@ public:
     virtual QFuture<OpenResult> openFile(const QString &path) = 0;
 };
 
-/// The desktop's place for status items.
+/// The desktop's area for status items.
 class StatusArea
 {
 public:
     virtual ~StatusArea() = default;
-    /// Whether there is one now.
+    /// Whether the desktop has one at present.
     virtual bool isAvailable() const = 0;
     /// Called on the main thread whenever isAvailable() changes.
     virtual void onChanged(std::function<void()> handler) = 0;
@@ -216,8 +217,7 @@ class SystemSymbols
 {
 public:
     virtual ~SystemSymbols() = default;
-    /// The named symbol, drawn in one colour on a transparent ground; null when the system has no
-    /// such symbol.
+    /// The named symbol in one colour on a transparent background; null when the system lacks it.
     /// @param points size of the symbol's font
     /// @param scale pixels per point
     virtual QImage image(const QString &name, double points, int scale) const = 0;
@@ -228,14 +228,13 @@ class ApplicationShell
 {
 public:
     virtual ~ApplicationShell() = default;
-    /// No Dock or task-bar entry, not in the application switcher; not for the windows that are
-    /// made ordinary.
+    /// Removes the program's windows from the Dock or task bar and the application switcher, except
+    /// those passed to makeOrdinary().
     virtual Capability becomeAccessory() = 0;
-    /// Makes the window, not yet shown, an exception from becomeAccessory(): it is in the task bar
-    /// and in the switcher like other programs' windows. Its title bar is dark where the system
-    /// offers that, whatever the desktop's theme.
+    /// Exempts a window that was not yet shown from becomeAccessory(). Its title bar is dark where
+    /// the system supports that, regardless of the desktop's theme.
     virtual Capability makeOrdinary(QWindow &window) = 0;
-    /// Undo, Redo, Cut, Copy, Paste and Select All key equivalents in text fields.
+    /// Makes the keys for Undo, Redo, Cut, Copy, Paste and Select All work in text fields.
     virtual Capability installEditMenu() = 0;
     /// Brings the program's window to the front and gives it the focus (login window only).
     virtual Capability activate(QWindow &window) = 0;
@@ -256,13 +255,12 @@ struct CaptureTool
 {
     QString program;
     QStringList arguments;
-    /// The same for a picture of all screens instead of one; empty where the tool has no such
-    /// choice.
+    /// The arguments that capture all screens instead of one; empty where the tool cannot.
     QStringList allScreensArguments = {};
 };
 
-/// All roles of one system. Created once at start; outlives everything that uses it. In every role
-/// a handler that is set replaces the one before.
+/// All roles of one system. Created once at start; outlives its users. In every role a new handler
+/// replaces the previous one.
 class Platform
 {
 public:
@@ -278,24 +276,23 @@ public:
     virtual ApplicationShell &shell() = 0;
     virtual DeviceInfo &deviceInfo() = 0;
     virtual CaptureTool captureTool() const = 0;
-    /// The same at every call.
+    /// Constant while the program runs.
     virtual Vocabulary vocabulary() const = 0;
     /// Per-user Application Support directory (not created).
     virtual QString applicationSupportDirectory() const = 0;
-    /// The place where this system keeps a program's preferences.
+    /// The system's store for the program's preferences.
     virtual std::unique_ptr<UserDefaults> makeUserDefaults() const = 0;
 
-    /// To be called first of all: sees to it that standard output is kept where support finds it,
-    /// as far as nobody who started the program does.
+    /// Redirects standard output to the log file unless the parent process captures it. Call first.
     static void prepareOutput();
-    /// To be called before the application object exists: environment and attributes that the
-    /// windowing system reads at start.
+    /// Sets the environment and the attributes that the windowing system reads at start. Call
+    /// before the application object exists.
     static void prepareProcess();
-    /// To be called with the application object there. When the display goes away under the
-    /// program, @p leave is called on any thread that notices, perhaps on several, and must not
-    /// return. Does nothing where the system ends its programs in order.
+    /// Calls @p leave when the connection to the display is lost: on any thread, perhaps on several
+    /// at once. @p leave must not return. Needs the application object; does nothing on systems
+    /// that quit programs before the display goes away.
     static void leaveWithDisplay(void (*leave)());
-    /// Tells the display sessions of one user apart, e.g. ":0"; callable at any time.
+    /// Identifies the display session among those of one user, e.g. ":0"; callable at any time.
     static QString displaySession();
     /// The port for the running windowing system; needs the application object. Falls back to the
     /// null port (everything Unsupported) offscreen.

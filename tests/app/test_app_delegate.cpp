@@ -262,10 +262,8 @@ private Q_SLOTS:
         Fixture f;
         f.launch();
         f.log.clear();
-        for (const auto &callback :
-             {f.hotkeys.onCapture, f.hotkeys.onClear, f.hotkeys.onToggle, f.hotkeys.onOpacityUp,
-              f.hotkeys.onOpacityDown, f.hotkeys.onCaptureNoSend, f.hotkeys.onNewThread})
-            callback();
+        for (const HotkeyActionInfo &row : hotkeyActions)
+            Q_EMIT f.hotkeys.pressed(row.action);
         QVERIFY(f.log.lines.isEmpty());
         QVERIFY(f.calls.isEmpty());
     }
@@ -276,13 +274,8 @@ private Q_SLOTS:
         f.launch();
         f.signIn(account());
         f.calls.clear();
-        f.hotkeys.onCapture();
-        f.hotkeys.onClear();
-        f.hotkeys.onToggle();
-        f.hotkeys.onOpacityUp();
-        f.hotkeys.onOpacityDown();
-        f.hotkeys.onCaptureNoSend();
-        f.hotkeys.onNewThread();
+        for (const HotkeyActionInfo &row : hotkeyActions)
+            Q_EMIT f.hotkeys.pressed(row.action);
         QCOMPARE(f.calls, (QStringList{"triggerCaptureAndSend", "clearContent", "toggleVisibility",
                                        "adjustOpacity 0.1", "adjustOpacity -0.1", "captureNoSend",
                                        "startNewThread"}));

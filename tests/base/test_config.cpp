@@ -5,6 +5,7 @@
 #include "base/UserDefaults.h"
 #include "base/VantiroConfig.h"
 #include "fakes/LogCapture.h"
+#include "query/PromptConfig.h"
 #include "support/TestProgram.h"
 
 #include <QCoreApplication>
@@ -22,6 +23,11 @@ namespace {
 const QByteArray requiredHotkeys = R"("capture":"ctrl+1","clear":"ctrl+2","toggle":"ctrl+3",)"
                                    R"("opacity_up":"ctrl+4","opacity_down":"ctrl+5")";
 const QByteArray overlay = R"({"x":1.5,"y":2,"width":700,"height":500,"default_opacity":0.5})";
+
+const QList<VantiroConfig::HotkeyKey> hotkeyKeys{{"capture", true},      {"clear", true},
+                                                 {"toggle", true},       {"opacity_up", true},
+                                                 {"opacity_down", true}, {"capture_no_send", false},
+                                                 {"new_thread", false}};
 
 QByteArray configFile(const QByteArray &hotkeys, const QByteArray &overlayObject)
 {
@@ -112,22 +118,27 @@ private Q_SLOTS:
         const auto config = VantiroConfig::decode(
             configFile(requiredHotkeys + R"(,"capture_no_send":"ctrl+6","new_thread":"ctrl+7")",
                        overlay),
-            &error);
+            hotkeyKeys, &error);
         QVERIFY2(config, qPrintable(error));
-        QCOMPARE(config->hotkeys.capture, "ctrl+1");
-        QCOMPARE(config->hotkeys.opacityUp, "ctrl+4");
-        QCOMPARE(config->hotkeys.captureNoSend, "ctrl+6");
-        QCOMPARE(config->hotkeys.newThread, "ctrl+7");
+        QCOMPARE(config->hotkeys, (VantiroConfig::Hotkeys{{"capture", "ctrl+1"},
+                                                          {"clear", "ctrl+2"},
+                                                          {"toggle", "ctrl+3"},
+                                                          {"opacity_up", "ctrl+4"},
+                                                          {"opacity_down", "ctrl+5"},
+                                                          {"capture_no_send", "ctrl+6"},
+                                                          {"new_thread", "ctrl+7"}}));
         QCOMPARE(config->overlay, (VantiroConfig::Overlay{1.5, 2, 700, 500, 0.5}));
     }
 
     void optionalHotkeysHaveDefaults()
     {
         QString error;
-        const auto config = VantiroConfig::decode(configFile(requiredHotkeys, overlay), &error);
+        const auto config = VantiroConfig::decode(
+            configFile(requiredHotkeys + R"(,"new_thread":null,"unknown":7)", overlay), hotkeyKeys,
+            &error);
         QVERIFY2(config, qPrintable(error));
-        QCOMPARE(config->hotkeys.captureNoSend, "ctrl+alt+cmd+shift+c");
-        QCOMPARE(config->hotkeys.newThread, "cmd+n");
+        QCOMPARE(config->hotkeys.keys(),
+                 (QStringList{"capture", "clear", "opacity_down", "opacity_up", "toggle"}));
     }
 
     void invalidFileYieldsDefaults_data()
@@ -151,7 +162,7 @@ private Q_SLOTS:
         const QString path = folder.filePath("config.json");
         write(path, content);
         LogCapture log;
-        QCOMPARE(VantiroConfig::load(QDir(folder.path())), VantiroConfig());
+        QCOMPARE(VantiroConfig::load(QDir(folder.path()), hotkeyKeys), VantiroConfig());
         QCOMPARE(log.lines.size(), 1);
         QVERIFY(log.lines.first().startsWith("[Config] Failed to parse " + path + ": "));
         QVERIFY(log.lines.first().endsWith(". Using built-in defaults"));
@@ -162,14 +173,14 @@ private Q_SLOTS:
         QTemporaryDir folder;
         QVERIFY(QDir(folder.path()).mkdir("config.json"));
         LogCapture log;
-        QCOMPARE(VantiroConfig::load(QDir(folder.path())), VantiroConfig());
+        QCOMPARE(VantiroConfig::load(QDir(folder.path()), hotkeyKeys), VantiroConfig());
         QVERIFY(log.lines.value(0).startsWith("[Config] Failed to parse "));
     }
 
     void missingFileYieldsDefaults()
     {
         LogCapture log;
-        QCOMPARE(VantiroConfig::load(std::optional<QDir>()), VantiroConfig());
+        QCOMPARE(VantiroConfig::load(std::nullopt, hotkeyKeys), VantiroConfig());
         QCOMPARE(log.lines, QStringList{"[Config] config.json not found, using built-in defaults"});
     }
 
@@ -178,7 +189,7 @@ private Q_SLOTS:
         QTemporaryDir folder;
         write(folder.filePath("config.json"), configFile(requiredHotkeys, overlay));
         LogCapture log;
-        QCOMPARE(VantiroConfig::load(QDir(folder.path())).overlay.width, 700.0);
+        QCOMPARE(VantiroConfig::load(QDir(folder.path()), hotkeyKeys).overlay.width, 700.0);
         QCOMPARE(log.lines, QStringList{"[Config] Loaded " + folder.filePath("config.json")});
     }
 

@@ -1,34 +1,23 @@
 #pragma once
 
+#include "hotkeys/HotkeyCombo.h"
 #include "platform/Platform.h"
 
 #include <QList>
 #include <QMap>
-#include <QPair>
 
 #include <algorithm>
 #include <utility>
 
 namespace quellora {
 
-/// Hot-key service with claims of other programs.
+/// Hot-key service with claims of other programs. Registrations are numbered from 1.
 class FakeGlobalHotkeys : public GlobalHotkeys
 {
 public:
-    /// Status of a combination that is taken.
-    static constexpr int taken = -9878;
+    static constexpr Failure taken{Failure::Kind::Taken, -9878};
 
-    struct Entry
-    {
-        QString key;
-        quint32 keyCode = 0;
-        quint32 modifiers = 0;
-        quint32 signature = 0;
-        quint32 id = 0;
-        bool operator==(const Entry &) const = default;
-    };
-
-    void installHandler(std::function<void(quint32 id)> onPress) override
+    void installHandler(std::function<void(Registration)> onPress) override
     {
         ++installs;
         handler = std::move(onPress);
@@ -38,17 +27,18 @@ public:
         ++removals;
         handler = nullptr;
     }
-    Result registerHotkey(const QString &key, quint32 keyCode, quint32 modifiers, quint32 signature,
-                          quint32 id) override
+    Result registerHotkey(QKeyCombination combo) override
     {
-        attempts << Entry{key, keyCode, modifiers, signature, id};
-        if (const int status = claims.value({key, modifiers}, 0))
-            return {status, 0};
-        if (isRegistered(key, modifiers))
-            return {taken, 0};
+        attempts << combo;
+        if (combo.key() > 0x7F || !HotkeyCombo::bindableKeys.contains(QChar(combo.key()).toLower()))
+            return tl::unexpected(Failure{Failure::Kind::UnsupportedKey, -9879});
+        if (const auto claim = claims.constFind(combo.toCombined()); claim != claims.constEnd())
+            return tl::unexpected(*claim);
+        if (isRegistered(combo))
+            return tl::unexpected(taken);
         const Registration registration = ++m_last;
-        registered.insert(registration, attempts.last());
-        return {0, registration};
+        registered.insert(registration, combo);
+        return registration;
     }
     void unregisterHotkey(Registration registration) override
     {
@@ -58,50 +48,36 @@ public:
             ++unknownUnregistrations;
     }
 
-    /// Another program holds this combination: registering it fails with @p status.
-    void claim(const QString &key, quint32 modifiers, int status = taken)
+    /// Registering this combination fails, as when another program holds it.
+    void claim(QKeyCombination combo, Failure failure = taken)
     {
-        claims.insert({key, modifiers}, status);
+        claims.insert(combo.toCombined(), failure);
     }
-    void release(const QString &key, quint32 modifiers) { claims.remove({key, modifiers}); }
-    /// The service reports a press with this id, whatever is registered.
-    void press(quint32 id)
+    void release(QKeyCombination combo) { claims.remove(combo.toCombined()); }
+    /// The service reports a press, whatever is registered.
+    void press(Registration registration)
     {
         // A copy: the handler may remove itself.
         if (const auto onPress = handler)
-            onPress(id);
+            onPress(registration);
     }
-    bool isRegistered(const QString &key, quint32 modifiers) const
+    bool isRegistered(QKeyCombination combo) const
     {
-        return std::any_of(registered.begin(), registered.end(), [&](const Entry &entry) {
-            return entry.key == key && entry.modifiers == modifiers;
-        });
+        return std::find(registered.begin(), registered.end(), combo) != registered.end();
     }
     /// The user presses a combination; true when it was registered.
-    bool pressCombo(const QString &key, quint32 modifiers)
+    bool pressCombo(QKeyCombination combo)
     {
-        // A copy: the handler may unregister it.
-        const auto entries = registered;
-        for (const Entry &entry : entries) {
-            if (entry.key == key && entry.modifiers == modifiers) {
-                press(entry.id);
-                return true;
-            }
-        }
-        return false;
-    }
-    QList<quint32> registeredIds() const
-    {
-        QList<quint32> ids;
-        for (const Entry &entry : registered)
-            ids << entry.id;
-        return ids;
+        if (!isRegistered(combo))
+            return false;
+        press(registered.key(combo));
+        return true;
     }
 
-    QList<Entry> attempts;
-    QMap<Registration, Entry> registered;
-    QMap<QPair<QString, quint32>, int> claims;
-    std::function<void(quint32)> handler;
+    QList<QKeyCombination> attempts;
+    QMap<Registration, QKeyCombination> registered;
+    QMap<int, Failure> claims;
+    std::function<void(Registration)> handler;
     int installs = 0;
     int removals = 0;
     int unregistrations = 0;

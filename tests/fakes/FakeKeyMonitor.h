@@ -26,8 +26,11 @@ public:
 
     bool isInstalled() const { return m_onKeyDown != nullptr; }
     /// A key goes down. The monitor swallows it only while installed.
-    void press(quint32 modifiers, const QString &character) { send({modifiers, character, false}); }
-    void pressEscape() { send({0, QString(), true}); }
+    void press(Qt::KeyboardModifiers modifiers, const QString &character)
+    {
+        send({modifiers, character, false});
+    }
+    void pressEscape() { send({{}, QString(), true}); }
     void lose()
     {
         if (const auto lost = m_onLost)

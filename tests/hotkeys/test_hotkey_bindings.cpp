@@ -1,8 +1,10 @@
 #include "base/UserDefaults.h"
 #include "hotkeys/HotkeyBindings.h"
+#include "hotkeys/HotkeyCombo.h"
 #include "support/TestProgram.h"
 
 #include <QCoreApplication>
+#include <QSet>
 #include <QtTest>
 
 using namespace quellora;
@@ -11,15 +13,13 @@ namespace {
 
 const QString bindingsKey = QStringLiteral("hotkeyBindings");
 
-VantiroConfig::Hotkeys fileBindings()
+HotkeyCombos fileBindings()
 {
-    return {.capture = QStringLiteral("cmd+1"),
-            .clear = QStringLiteral("cmd+2"),
-            .toggle = QStringLiteral("cmd+3"),
-            .opacityUp = QStringLiteral("cmd+4"),
-            .opacityDown = QStringLiteral("cmd+5"),
-            .captureNoSend = QStringLiteral("cmd+6"),
-            .newThread = QStringLiteral("cmd+7")};
+    HotkeyCombos combos;
+    int digit = 1;
+    for (const HotkeyActionInfo &row : hotkeyActions)
+        combos[row.action] = QStringLiteral("cmd+%1").arg(digit++);
+    return combos;
 }
 
 } // namespace
@@ -29,8 +29,10 @@ class HotkeyBindingsTest : public QObject
     Q_OBJECT
 private Q_SLOTS:
     void namesTheActions();
-    void findsActionsByExactKey();
-    void readsAndReplacesOneField();
+    void rowsAreDistinctAndComplete();
+    void titlesNameWhoAnswers();
+    void configKeysFollowTheTable();
+    void combosAreReplacedByExactKey();
     void withoutOverridesKeepsTheFile();
     void appliesOneOverride();
     void appliesAllOverridesUnvalidated();
@@ -42,52 +44,75 @@ private Q_SLOTS:
 void HotkeyBindingsTest::namesTheActions()
 {
     const QList<QStringList> expected{
-        {QStringLiteral("capture"), QStringLiteral("Capture screen and send to Claude"),
-         QStringLiteral("Capture")},
-        {QStringLiteral("clear"), QStringLiteral("Clear the response area"),
-         QStringLiteral("Clear")},
-        {QStringLiteral("toggle"), QStringLiteral("Toggle overlay visibility"),
-         QStringLiteral("Toggle")},
-        {QStringLiteral("opacity_up"), QStringLiteral("Increase opacity"),
-         QStringLiteral("Opacity Up")},
-        {QStringLiteral("opacity_down"), QStringLiteral("Decrease opacity"),
-         QStringLiteral("Opacity Down")},
-        {QStringLiteral("capture_no_send"), QStringLiteral("Capture (no send)"),
-         QStringLiteral("Capture (No Send)")},
-        {QStringLiteral("new_thread"), QStringLiteral("Start a new thread"),
-         QStringLiteral("New Thread")},
+        {"capture", "Capture screen and send to Claude", "Capture", "ctrl+alt+cmd+c", "required"},
+        {"clear", "Clear the response area", "Clear", "ctrl+alt+cmd+x", "required"},
+        {"toggle", "Toggle overlay visibility", "Toggle", "ctrl+alt+cmd+t", "required"},
+        {"opacity_up", "Increase opacity", "Opacity Up", "ctrl+alt+cmd+]", "required"},
+        {"opacity_down", "Decrease opacity", "Opacity Down", "ctrl+alt+cmd+[", "required"},
+        {"capture_no_send", "Capture (no send)", "Capture (No Send)", "ctrl+alt+cmd+shift+c", ""},
+        {"new_thread", "Start a new thread", "New Thread", "cmd+n", ""},
     };
     QList<QStringList> actual;
-    for (const HotkeyAction action : HotkeyActions::all)
-        actual << QStringList{HotkeyActions::jsonKey(action), HotkeyActions::settingsTitle(action),
-                              HotkeyActions::logName(action)};
+    for (const HotkeyActionInfo &row : hotkeyActions)
+        actual << QStringList{row.jsonKey, row.title, row.logName, row.defaultCombo,
+                              row.isRequired ? "required" : ""};
     QCOMPARE(actual, expected);
 }
 
-void HotkeyBindingsTest::findsActionsByExactKey()
+void HotkeyBindingsTest::rowsAreDistinctAndComplete()
 {
-    QCOMPARE(HotkeyActions::fromJsonKey(QStringLiteral("opacity_up")), HotkeyAction::OpacityUp);
-    QVERIFY(!HotkeyActions::fromJsonKey(QStringLiteral("opacity-up")));
-    QVERIFY(!HotkeyActions::fromJsonKey(QStringLiteral("Opacity_up")));
-    QVERIFY(!HotkeyActions::fromJsonKey(QString()));
+    QSet<QString> keys;
+    QSet<QString> titles;
+    QSet<QString> logNames;
+    QSet<int> combos;
+    for (const HotkeyActionInfo &row : hotkeyActions) {
+        QCOMPARE(&hotkeyAction(row.action), &row);
+        keys << row.jsonKey;
+        titles << row.title;
+        logNames << row.logName;
+        const auto combo = HotkeyCombo::parse(row.defaultCombo);
+        QVERIFY2(combo, row.jsonKey);
+        combos << combo->toCombined();
+    }
+    const auto count = qsizetype(hotkeyActions.size());
+    for (const QSet<QString> &texts : {keys, titles, logNames}) {
+        QCOMPARE(texts.size(), count);
+        QVERIFY(!texts.contains(QString()));
+    }
+    QCOMPARE(combos.size(), count);
 }
 
-void HotkeyBindingsTest::readsAndReplacesOneField()
+void HotkeyBindingsTest::titlesNameWhoAnswers()
 {
-    const VantiroConfig::Hotkeys before = fileBindings();
-    QStringList combos;
-    for (const HotkeyAction action : HotkeyActions::all)
-        combos << HotkeyActions::combo(action, before);
-    QCOMPARE(combos.join(u' '), QStringLiteral("cmd+1 cmd+2 cmd+3 cmd+4 cmd+5 cmd+6 cmd+7"));
+    QCOMPARE(hotkeyAction(HotkeyAction::Capture).titleNaming("Offline reader"),
+             "Capture screen and send to Offline reader");
+    QCOMPARE(hotkeyAction(HotkeyAction::Clear).titleNaming("Offline reader"),
+             "Clear the response area");
+}
 
-    for (const HotkeyAction changed : HotkeyActions::all) {
-        const auto after = HotkeyActions::updating(changed, QStringLiteral("alt+q"), before);
-        for (const HotkeyAction action : HotkeyActions::all)
-            QCOMPARE(HotkeyActions::combo(action, after),
-                     action == changed ? QStringLiteral("alt+q")
-                                       : HotkeyActions::combo(action, before));
-    }
-    QCOMPARE(before, fileBindings());
+void HotkeyBindingsTest::configKeysFollowTheTable()
+{
+    QString error;
+    const auto config = VantiroConfig::decode(
+        R"({"hotkeys":{"capture":"cmd+1","clear":"cmd+2","toggle":"cmd+3","opacity_up":"cmd+4",
+            "opacity_down":"cmd+5","new_thread":"cmd+7"},
+            "overlay":{"x":1,"y":2,"width":700,"height":500,"default_opacity":0.5}})",
+        hotkeyConfigKeys(), &error);
+    QVERIFY2(config, qPrintable(error));
+    HotkeyCombos expected = fileBindings();
+    expected[HotkeyAction::CaptureNoSend] = "ctrl+alt+cmd+shift+c";
+    QCOMPARE(HotkeyCombos(config->hotkeys), expected);
+    QVERIFY(!VantiroConfig::decode(R"({"hotkeys":{},"overlay":{}})", hotkeyConfigKeys(), &error));
+    QCOMPARE(error, "the key \"hotkeys.capture\" is missing");
+}
+
+void HotkeyBindingsTest::combosAreReplacedByExactKey()
+{
+    HotkeyCombos combos;
+    combos.replace({{"opacity_up", "alt+u"}, {"opacity-up", "alt+v"}, {"Clear", "alt+k"}});
+    HotkeyCombos expected;
+    expected[HotkeyAction::OpacityUp] = "alt+u";
+    QCOMPARE(combos, expected);
 }
 
 void HotkeyBindingsTest::withoutOverridesKeepsTheFile()
@@ -102,8 +127,8 @@ void HotkeyBindingsTest::appliesOneOverride()
 {
     JsonUserDefaults defaults;
     defaults.setStringDictionary(bindingsKey, {{QStringLiteral("clear"), QStringLiteral("alt+k")}});
-    VantiroConfig::Hotkeys expected = fileBindings();
-    expected.clear = QStringLiteral("alt+k");
+    HotkeyCombos expected = fileBindings();
+    expected[HotkeyAction::Clear] = QStringLiteral("alt+k");
     QCOMPARE(HotkeyBindings::loadEffective(fileBindings(), defaults), expected);
 }
 
@@ -111,13 +136,12 @@ void HotkeyBindingsTest::appliesAllOverridesUnvalidated()
 {
     JsonUserDefaults defaults;
     QMap<QString, QString> stored;
-    for (const HotkeyAction action : HotkeyActions::all)
-        stored.insert(HotkeyActions::jsonKey(action),
-                      QStringLiteral("nonsense ") + HotkeyActions::jsonKey(action));
+    for (const HotkeyActionInfo &row : hotkeyActions)
+        stored.insert(row.jsonKey, QStringLiteral("nonsense ") + row.jsonKey);
     defaults.setStringDictionary(bindingsKey, stored);
     const auto effective = HotkeyBindings::loadEffective(fileBindings(), defaults);
-    for (const HotkeyAction action : HotkeyActions::all)
-        QCOMPARE(HotkeyActions::combo(action, effective), stored[HotkeyActions::jsonKey(action)]);
+    for (const HotkeyActionInfo &row : hotkeyActions)
+        QCOMPARE(effective[row.action], stored[row.jsonKey]);
 }
 
 void HotkeyBindingsTest::ignoresUnknownEntries()

@@ -1,6 +1,6 @@
 #include "base/Log.h"
 #include "fakes/FakePlatform.h"
-#include "hotkeys/HotkeyBindings.h"
+#include "hotkeys/HotkeyCombo.h"
 #include "hotkeys/HotkeyManager.h"
 #include "support/TestProgram.h"
 
@@ -14,8 +14,8 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr quint32 ctrlAltCmd =
-    GlobalHotkeys::Control | GlobalHotkeys::Option | GlobalHotkeys::Command;
+constexpr Qt::KeyboardModifiers ctrlAltCmd =
+    Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier;
 
 } // namespace
 
@@ -26,20 +26,18 @@ private Q_SLOTS:
     void init();
     void cleanup();
 
-    void startRegistersTheSevenActionsInOrder();
-    void eachIdReachesItsCallback();
-    void missingCallbackIsNoError();
-    void callbackRunsLaterOnTheEventLoop();
-    void pendingCallbackDiesWithTheManager();
-    void callbackMayReplaceItself();
-    void ignoresForeignIds();
+    void startRegistersTheActionsInOrder();
+    void eachPressIsReportedOnce();
+    void pressesAreReportedFromTheEventLoop();
+    void latePressesAreDroppedWithTheManager();
+    void ignoresUnknownRegistrations();
     void debouncesPerAction();
     void ignoredPressDoesNotMoveTheDebounce();
     void differentActionsDoNotDebounceEachOther();
     void unsupportedCombosAreReported_data();
     void unsupportedCombosAreReported();
     void takenComboIsReportedAndLeavesTheOthers();
-    void zeroStatusWithoutReferenceIsAFailure();
+    void aKeyThatTheSystemLacksIsUnsupported();
     void stopReleasesEverything();
     void suspendKeepsTheHandler();
     void resumeRegistersAgain();
@@ -62,7 +60,7 @@ private Q_SLOTS:
     void destructionReleasesEverything();
 
 private:
-    void press(quint32 id);
+    void press(HotkeyAction action);
     HotkeyManager::ProblemSink problemSink();
 
     FakeGlobalHotkeys m_platform;
@@ -72,7 +70,7 @@ private:
     /// Those that stand.
     QMap<HotkeyAction, QString> m_standing;
     QStringList m_log;
-    QStringList m_fired;
+    QList<HotkeyAction> m_pressed;
     std::unique_ptr<HotkeyManager> m_manager;
 };
 
@@ -83,17 +81,12 @@ void HotkeyManagerTest::init()
     m_problems.clear();
     m_standing.clear();
     m_log.clear();
-    m_fired.clear();
+    m_pressed.clear();
     Log::setSinkForTesting([this](const QString &line) { m_log << line; });
     m_manager = std::make_unique<HotkeyManager>(
         m_platform, Vocabulary::macOS(), [this] { return m_now; }, problemSink());
-    m_manager->onCapture = [this] { m_fired << QStringLiteral("capture"); };
-    m_manager->onClear = [this] { m_fired << QStringLiteral("clear"); };
-    m_manager->onToggle = [this] { m_fired << QStringLiteral("toggle"); };
-    m_manager->onOpacityUp = [this] { m_fired << QStringLiteral("opacity_up"); };
-    m_manager->onOpacityDown = [this] { m_fired << QStringLiteral("opacity_down"); };
-    m_manager->onCaptureNoSend = [this] { m_fired << QStringLiteral("capture_no_send"); };
-    m_manager->onNewThread = [this] { m_fired << QStringLiteral("new_thread"); };
+    connect(m_manager.get(), &HotkeyManager::pressed, this,
+            [this](HotkeyAction action) { m_pressed << action; });
 }
 
 void HotkeyManagerTest::cleanup()
@@ -102,9 +95,10 @@ void HotkeyManagerTest::cleanup()
     Log::setSinkForTesting({});
 }
 
-void HotkeyManagerTest::press(quint32 id)
+void HotkeyManagerTest::press(HotkeyAction action)
 {
-    m_platform.press(id);
+    const QString combo = m_manager->activeHotkeys().value(hotkeyAction(action).jsonKey);
+    QVERIFY(m_platform.pressCombo(HotkeyCombo::parse(combo).value()));
     QCoreApplication::processEvents();
 }
 
@@ -120,19 +114,17 @@ HotkeyManager::ProblemSink HotkeyManagerTest::problemSink()
     };
 }
 
-void HotkeyManagerTest::startRegistersTheSevenActionsInOrder()
+void HotkeyManagerTest::startRegistersTheActionsInOrder()
 {
     m_manager->start({});
-    const quint32 signature =
-        (quint32('Q') << 24) | (quint32('l') << 16) | (quint32('o') << 8) | quint32('r');
-    const QList<FakeGlobalHotkeys::Entry> expected{
-        {QStringLiteral("c"), 8, ctrlAltCmd, signature, 1},
-        {QStringLiteral("x"), 7, ctrlAltCmd, signature, 2},
-        {QStringLiteral("t"), 17, ctrlAltCmd, signature, 3},
-        {QStringLiteral("]"), 30, ctrlAltCmd, signature, 4},
-        {QStringLiteral("["), 33, ctrlAltCmd, signature, 5},
-        {QStringLiteral("c"), 8, ctrlAltCmd | GlobalHotkeys::Shift, signature, 6},
-        {QStringLiteral("n"), 45, GlobalHotkeys::Command, signature, 7},
+    const QList<QKeyCombination> expected{
+        ctrlAltCmd | Qt::Key_C,
+        ctrlAltCmd | Qt::Key_X,
+        ctrlAltCmd | Qt::Key_T,
+        ctrlAltCmd | Qt::Key_BracketRight,
+        ctrlAltCmd | Qt::Key_BracketLeft,
+        ctrlAltCmd | Qt::ShiftModifier | Qt::Key_C,
+        Qt::META | Qt::Key_N,
     };
     QCOMPARE(m_platform.attempts, expected);
     QCOMPARE(m_platform.installs, 1);
@@ -159,95 +151,70 @@ void HotkeyManagerTest::startRegistersTheSevenActionsInOrder()
     QCOMPARE(m_problems, QStringList());
 }
 
-void HotkeyManagerTest::eachIdReachesItsCallback()
+void HotkeyManagerTest::eachPressIsReportedOnce()
 {
     m_manager->start({});
-    m_log.clear();
-    for (quint32 id = 1; id <= 7; ++id)
-        press(id);
-    QCOMPARE(m_fired.join(u' '), QStringLiteral("capture clear toggle opacity_up opacity_down "
-                                                "capture_no_send new_thread"));
-    QCOMPARE(m_log, (QStringList{QStringLiteral("[HotkeyManager] Fired: Capture"),
-                                 QStringLiteral("[HotkeyManager] Fired: Clear"),
-                                 QStringLiteral("[HotkeyManager] Fired: Toggle"),
-                                 QStringLiteral("[HotkeyManager] Fired: Opacity Up"),
-                                 QStringLiteral("[HotkeyManager] Fired: Opacity Down"),
-                                 QStringLiteral("[HotkeyManager] Fired: Capture (No Send)"),
-                                 QStringLiteral("[HotkeyManager] Fired: New Thread")}));
+    for (const HotkeyActionInfo &row : hotkeyActions) {
+        m_log.clear();
+        m_pressed.clear();
+        press(row.action);
+        QCOMPARE(m_pressed, QList{row.action});
+        QCOMPARE(m_log, QStringList{QStringLiteral("[HotkeyManager] Fired: ") + row.logName});
+    }
 }
 
-void HotkeyManagerTest::missingCallbackIsNoError()
-{
-    m_manager->onClear = nullptr;
-    m_manager->start({});
-    press(2);
-    QCOMPARE(m_fired, QStringList());
-    QCOMPARE(m_log.last(), QStringLiteral("[HotkeyManager] Fired: Clear"));
-}
-
-void HotkeyManagerTest::callbackRunsLaterOnTheEventLoop()
+void HotkeyManagerTest::pressesAreReportedFromTheEventLoop()
 {
     m_manager->start({});
-    m_platform.press(3);
+    QVERIFY(m_platform.pressCombo(ctrlAltCmd | Qt::Key_T));
     QCOMPARE(m_log.last(), QStringLiteral("[HotkeyManager] Fired: Toggle"));
-    QCOMPARE(m_fired, QStringList());
+    QVERIFY(m_pressed.isEmpty());
     QCoreApplication::processEvents();
-    QCOMPARE(m_fired, QStringList{QStringLiteral("toggle")});
+    QCOMPARE(m_pressed, QList{HotkeyAction::Toggle});
 }
 
-void HotkeyManagerTest::pendingCallbackDiesWithTheManager()
+void HotkeyManagerTest::latePressesAreDroppedWithTheManager()
 {
     m_manager->start({});
     const auto lateHandler = m_platform.handler;
-    m_platform.press(3);
+    const auto registration = m_platform.registered.key(ctrlAltCmd | Qt::Key_T);
+    m_platform.press(registration);
     m_manager.reset();
-    lateHandler(3);
+    lateHandler(registration);
     QCoreApplication::processEvents();
-    QCOMPARE(m_fired, QStringList());
+    QVERIFY(m_pressed.isEmpty());
 }
 
-void HotkeyManagerTest::callbackMayReplaceItself()
-{
-    m_manager->onToggle = [this] {
-        m_manager->onToggle = [this] { m_fired << QStringLiteral("second"); };
-        m_fired << QStringLiteral("first");
-    };
-    m_manager->start({});
-    press(3);
-    m_now += 1s;
-    press(3);
-    QCOMPARE(m_fired.join(u' '), QStringLiteral("first second"));
-}
-
-void HotkeyManagerTest::ignoresForeignIds()
+void HotkeyManagerTest::ignoresUnknownRegistrations()
 {
     m_manager->start({});
     m_log.clear();
-    for (const quint32 id : {0U, 8U, 9U, 0xFFFFFFFFU})
-        press(id);
-    QCOMPARE(m_fired, QStringList());
+    for (const GlobalHotkeys::Registration unknown : {0U, 8U, 0xFFFFFFFFU})
+        m_platform.press(unknown);
+    QCoreApplication::processEvents();
+    QVERIFY(m_pressed.isEmpty());
     QCOMPARE(m_log, QStringList());
 }
 
 void HotkeyManagerTest::debouncesPerAction()
 {
     m_manager->start({});
-    press(1);
+    press(HotkeyAction::Capture);
     m_now += 200ms;
-    press(1);
-    QCOMPARE(m_fired.size(), 1);
+    press(HotkeyAction::Capture);
+    QCOMPARE(m_pressed.size(), 1);
     QCOMPARE(m_log.last(),
              QStringLiteral("[HotkeyManager] Ignored re-fire of Capture within debounce window"));
     m_now += 150ms;
-    press(1);
-    QCOMPARE(m_fired.size(), 2);
+    press(HotkeyAction::Capture);
+    QCOMPARE(m_pressed.size(), 2);
     QCOMPARE(m_log.last(), QStringLiteral("[HotkeyManager] Fired: Capture"));
     m_now += 299ms;
-    press(1);
-    QCOMPARE(m_fired.size(), 2);
+    press(HotkeyAction::Capture);
+    QCOMPARE(m_pressed.size(), 2);
     m_now += 1ms;
-    press(1);
-    QCOMPARE(m_fired.size(), 3);
+    press(HotkeyAction::Capture);
+    QCOMPARE(m_pressed.size(), 3);
 }
 
 void HotkeyManagerTest::ignoredPressDoesNotMoveTheDebounce()
@@ -255,19 +222,19 @@ void HotkeyManagerTest::ignoredPressDoesNotMoveTheDebounce()
     m_manager->start({});
     // A key repeating every 50 ms for 1.2 s: accepted at 0, 0.3, 0.6, 0.9 and 1.2 s.
     for (int press50 = 0; press50 <= 24; ++press50) {
-        press(4);
+        press(HotkeyAction::OpacityUp);
         m_now += 50ms;
     }
-    QCOMPARE(m_fired.size(), 5);
+    QCOMPARE(m_pressed.size(), 5);
 }
 
 void HotkeyManagerTest::differentActionsDoNotDebounceEachOther()
 {
     m_manager->start({});
-    press(4);
+    press(HotkeyAction::OpacityUp);
     m_now += 100ms;
-    press(5);
-    QCOMPARE(m_fired.join(u' '), QStringLiteral("opacity_up opacity_down"));
+    press(HotkeyAction::OpacityDown);
+    QCOMPARE(m_pressed, (QList{HotkeyAction::OpacityUp, HotkeyAction::OpacityDown}));
 }
 
 void HotkeyManagerTest::unsupportedCombosAreReported_data()
@@ -283,8 +250,8 @@ void HotkeyManagerTest::unsupportedCombosAreReported()
 {
     QFETCH(QString, combo);
     QFETCH(QString, display);
-    VantiroConfig::Hotkeys hotkeys;
-    hotkeys.captureNoSend = combo;
+    HotkeyCombos hotkeys;
+    hotkeys[HotkeyAction::CaptureNoSend] = combo;
     m_manager->start(hotkeys);
     QVERIFY(m_log.contains(
         QStringLiteral("[HotkeyManager] ERROR: Unsupported hotkey combo '%1' for Capture (No Send) "
@@ -300,7 +267,7 @@ void HotkeyManagerTest::unsupportedCombosAreReported()
 
 void HotkeyManagerTest::takenComboIsReportedAndLeavesTheOthers()
 {
-    m_platform.claim(QStringLiteral("t"), ctrlAltCmd, 10);
+    m_platform.claim(ctrlAltCmd | Qt::Key_T, {GlobalHotkeys::Failure::Kind::Taken, 10});
     m_manager->start({});
     QVERIFY(m_log.contains(
         QStringLiteral("[HotkeyManager] ERROR: Failed to register Toggle (ctrl+alt+cmd+t), "
@@ -309,39 +276,25 @@ void HotkeyManagerTest::takenComboIsReportedAndLeavesTheOthers()
              QStringList{QStringLiteral(
                  "**Ctrl+Option+Cmd+T (Toggle) is unavailable** — already in use by another app. "
                  "Use the Prompt panel buttons instead, or free up that shortcut and relaunch.")});
-    QCOMPARE(m_platform.registeredIds(), (QList<quint32>{1, 2, 4, 5, 6, 7}));
+    QCOMPARE(m_platform.registered.size(), 6);
     QCOMPARE(m_manager->activeHotkeys().size(), 6);
     QVERIFY(!m_manager->activeHotkeys().contains(QStringLiteral("toggle")));
 }
 
-namespace {
-
-/// A service that reports success without a reference.
-class RefusingHotkeys : public FakeGlobalHotkeys
+void HotkeyManagerTest::aKeyThatTheSystemLacksIsUnsupported()
 {
-public:
-    Result registerHotkey(const QString &, quint32, quint32, quint32, quint32) override
-    {
-        return {0, 0};
-    }
-};
-
-} // namespace
-
-void HotkeyManagerTest::zeroStatusWithoutReferenceIsAFailure()
-{
-    RefusingHotkeys refusing;
-    HotkeyManager manager(
-        refusing, Vocabulary::macOS(), [this] { return m_now; }, problemSink());
-    manager.start({});
-    QCOMPARE(m_problems.size(), 7);
-    QVERIFY(manager.activeHotkeys().isEmpty());
-    QVERIFY(m_log.first().contains(QStringLiteral("OSStatus 0 — likely")));
+    m_platform.claim(ctrlAltCmd | Qt::Key_T, {GlobalHotkeys::Failure::Kind::UnsupportedKey, 2});
+    m_manager->start({});
+    QVERIFY(m_log.contains(
+        QStringLiteral("[HotkeyManager] ERROR: Failed to register Toggle (ctrl+alt+cmd+t), "
+                       "OSStatus 2 — likely already claimed by another app")));
+    QCOMPARE(m_problems, QStringList{QStringLiteral("**Toggle (Ctrl+Option+Cmd+T) could not be "
+                                                    "registered** — unsupported key.")});
 }
 
 void HotkeyManagerTest::stopReleasesEverything()
 {
-    m_platform.claim(QStringLiteral("t"), ctrlAltCmd);
+    m_platform.claim(ctrlAltCmd | Qt::Key_T);
     m_manager->start({});
     m_log.clear();
     m_manager->stop();
@@ -375,17 +328,17 @@ void HotkeyManagerTest::resumeRegistersAgain()
     m_manager->start({});
     m_manager->suspendAll();
     m_log.clear();
-    VantiroConfig::Hotkeys hotkeys;
-    hotkeys.clear = QStringLiteral("alt+k");
+    HotkeyCombos hotkeys;
+    hotkeys[HotkeyAction::Clear] = QStringLiteral("alt+k");
     m_manager->resume(hotkeys);
     QCOMPARE(m_log.size(), 8);
     QCOMPARE(m_log.at(1), QStringLiteral("[HotkeyManager] Registered Clear -> alt+k"));
     QCOMPARE(m_log.last(), QStringLiteral("[HotkeyManager] Resumed all hotkeys after capture"));
     QCOMPARE(m_platform.registered.size(), 7);
     QCOMPARE(m_platform.installs, 1);
-    QVERIFY(m_platform.pressCombo(QStringLiteral("k"), GlobalHotkeys::Option));
+    QVERIFY(m_platform.pressCombo(Qt::ALT | Qt::Key_K));
     QCoreApplication::processEvents();
-    QCOMPARE(m_fired, QStringList{QStringLiteral("clear")});
+    QCOMPARE(m_pressed, QList{HotkeyAction::Clear});
 }
 
 void HotkeyManagerTest::startAgainAfterStop()
@@ -394,8 +347,8 @@ void HotkeyManagerTest::startAgainAfterStop()
     m_manager->stop();
     m_manager->start({});
     QCOMPARE(m_platform.registered.size(), 7);
-    press(7);
-    QCOMPARE(m_fired, QStringList{QStringLiteral("new_thread")});
+    press(HotkeyAction::NewThread);
+    QCOMPARE(m_pressed, QList{HotkeyAction::NewThread});
 }
 
 void HotkeyManagerTest::repeatedStartLeaksNothing()
@@ -417,11 +370,10 @@ void HotkeyManagerTest::updateBindsAnew()
     QCOMPARE(m_manager->activeHotkeys().value(QStringLiteral("opacity_up")),
              QStringLiteral("CMD+Alt+U"));
     QCOMPARE(m_platform.registered.size(), 7);
-    QVERIFY(!m_platform.pressCombo(QStringLiteral("]"), ctrlAltCmd));
-    QVERIFY(
-        m_platform.pressCombo(QStringLiteral("u"), GlobalHotkeys::Command | GlobalHotkeys::Option));
+    QVERIFY(!m_platform.pressCombo(ctrlAltCmd | Qt::Key_BracketRight));
+    QVERIFY(m_platform.pressCombo(Qt::META | Qt::ALT | Qt::Key_U));
     QCoreApplication::processEvents();
-    QCOMPARE(m_fired, QStringList{QStringLiteral("opacity_up")});
+    QCOMPARE(m_pressed, QList{HotkeyAction::OpacityUp});
     QCOMPARE(m_problems, QStringList());
 }
 
@@ -440,7 +392,7 @@ void HotkeyManagerTest::updateOfUnknownKeyChangesNothing()
 
 void HotkeyManagerTest::updateRollsBack()
 {
-    m_platform.claim(QStringLiteral("u"), GlobalHotkeys::Command, -9878);
+    m_platform.claim(Qt::META | Qt::Key_U);
     m_manager->start({});
     m_log.clear();
     QVERIFY(!m_manager->updateHotkey(QStringLiteral("opacity_up"), QStringLiteral("cmd+u")));
@@ -456,7 +408,7 @@ void HotkeyManagerTest::updateRollsBack()
              QStringLiteral("ctrl+alt+cmd+]"));
     QCOMPARE(m_platform.registered.size(), 7);
     QCOMPARE(m_problems.size(), 1);
-    QVERIFY(m_platform.pressCombo(QStringLiteral("]"), ctrlAltCmd));
+    QVERIFY(m_platform.pressCombo(ctrlAltCmd | Qt::Key_BracketRight));
 }
 
 void HotkeyManagerTest::updateRollsBackFromUnsupportedCombo()
@@ -471,15 +423,15 @@ void HotkeyManagerTest::updateRollsBackFromUnsupportedCombo()
 
 void HotkeyManagerTest::updateWithoutPreviousComboJustFails()
 {
-    m_platform.claim(QStringLiteral("t"), ctrlAltCmd);
-    m_platform.claim(QStringLiteral("u"), GlobalHotkeys::Command);
+    m_platform.claim(ctrlAltCmd | Qt::Key_T);
+    m_platform.claim(Qt::META | Qt::Key_U);
     m_manager->start({});
     m_log.clear();
     QVERIFY(!m_manager->updateHotkey(QStringLiteral("toggle"), QStringLiteral("cmd+u")));
     QCOMPARE(m_log.size(), 1);
     QVERIFY(!m_manager->activeHotkeys().contains(QStringLiteral("toggle")));
 
-    m_platform.release(QStringLiteral("u"), GlobalHotkeys::Command);
+    m_platform.release(Qt::META | Qt::Key_U);
     QVERIFY(m_manager->updateHotkey(QStringLiteral("toggle"), QStringLiteral("cmd+u")));
     QCOMPARE(m_platform.registered.size(), 7);
 }
@@ -488,9 +440,9 @@ void HotkeyManagerTest::problemsAreNamedInTheSystemsWords()
 {
     m_manager = std::make_unique<HotkeyManager>(
         m_platform, Vocabulary::linuxDesktop(), [this] { return m_now; }, problemSink());
-    m_platform.claim(QStringLiteral("t"), ctrlAltCmd);
-    VantiroConfig::Hotkeys hotkeys;
-    hotkeys.newThread = QStringLiteral("alt+cmd+f5");
+    m_platform.claim(ctrlAltCmd | Qt::Key_T);
+    HotkeyCombos hotkeys;
+    hotkeys[HotkeyAction::NewThread] = QStringLiteral("alt+cmd+f5");
     m_manager->start(hotkeys);
     QCOMPARE(m_problems,
              (QStringList{
@@ -505,8 +457,8 @@ void HotkeyManagerTest::problemsAreNamedInTheSystemsWords()
 
 void HotkeyManagerTest::aComboOfOurOwnIsNamedByItsRow()
 {
-    VantiroConfig::Hotkeys hotkeys;
-    hotkeys.toggle = hotkeys.clear;
+    HotkeyCombos hotkeys;
+    hotkeys[HotkeyAction::Toggle] = hotkeys[HotkeyAction::Clear];
     m_manager->start(hotkeys);
     QCOMPARE(m_standing,
              (QMap<HotkeyAction, QString>{
@@ -516,7 +468,7 @@ void HotkeyManagerTest::aComboOfOurOwnIsNamedByItsRow()
                                  "two in Settings.")}}));
     // Held by another program, it is the other program's.
     m_manager->stop();
-    m_platform.claim(QStringLiteral("x"), ctrlAltCmd);
+    m_platform.claim(ctrlAltCmd | Qt::Key_X);
     m_manager->start(hotkeys);
     QCOMPARE(m_standing.size(), 2);
     for (const QString &line : std::as_const(m_standing))
@@ -525,8 +477,8 @@ void HotkeyManagerTest::aComboOfOurOwnIsNamedByItsRow()
 
 void HotkeyManagerTest::aComboOfOurOwnIsFoundHoweverItIsWritten()
 {
-    VantiroConfig::Hotkeys hotkeys;
-    hotkeys.newThread = QStringLiteral("Command+Control+OPTION+x");
+    HotkeyCombos hotkeys;
+    hotkeys[HotkeyAction::NewThread] = QStringLiteral("Command+Control+OPTION+x");
     m_manager->start(hotkeys);
     QVERIFY(m_standing.value(HotkeyAction::NewThread)
                 .contains(QStringLiteral("(New Thread) is unavailable** — already used by Clear "
@@ -535,9 +487,9 @@ void HotkeyManagerTest::aComboOfOurOwnIsFoundHoweverItIsWritten()
 
 void HotkeyManagerTest::theNameOfWhoAnswersIsKeptUpToDate()
 {
-    VantiroConfig::Hotkeys hotkeys;
-    hotkeys.clear = hotkeys.capture;
-    hotkeys.newThread = QStringLiteral("f5");
+    HotkeyCombos hotkeys;
+    hotkeys[HotkeyAction::Clear] = hotkeys[HotkeyAction::Capture];
+    hotkeys[HotkeyAction::NewThread] = QStringLiteral("f5");
     m_manager->start(hotkeys);
     QVERIFY(m_standing.value(HotkeyAction::Clear)
                 .contains(QStringLiteral("used by Capture screen and send to Claude. Choose")));
@@ -553,7 +505,7 @@ void HotkeyManagerTest::theNameOfWhoAnswersIsKeptUpToDate()
 
 void HotkeyManagerTest::repeatedRegistrationReportsAProblemOnce()
 {
-    m_platform.claim(QStringLiteral("t"), ctrlAltCmd);
+    m_platform.claim(ctrlAltCmd | Qt::Key_T);
     m_manager->start({});
     const auto standing = m_standing;
     QCOMPARE(standing.size(), 1);
@@ -568,18 +520,18 @@ void HotkeyManagerTest::repeatedRegistrationReportsAProblemOnce()
 
 void HotkeyManagerTest::aSolvedProblemIsWithdrawn()
 {
-    m_platform.claim(QStringLiteral("t"), ctrlAltCmd);
-    m_platform.claim(QStringLiteral("x"), ctrlAltCmd);
+    m_platform.claim(ctrlAltCmd | Qt::Key_T);
+    m_platform.claim(ctrlAltCmd | Qt::Key_X);
     m_manager->start({});
     QCOMPARE(m_standing.keys(), (QList{HotkeyAction::Clear, HotkeyAction::Toggle}));
     // The one gets another combo, the other program lets go of the other.
     QVERIFY(m_manager->updateHotkey(QStringLiteral("toggle"), QStringLiteral("cmd+u")));
     QCOMPARE(m_standing.keys(), QList{HotkeyAction::Clear});
-    m_platform.release(QStringLiteral("x"), ctrlAltCmd);
+    m_platform.release(ctrlAltCmd | Qt::Key_X);
     m_manager->suspendAll();
     m_manager->resume({});
     QCOMPARE(m_standing.keys(), QList{HotkeyAction::Toggle});
-    m_platform.release(QStringLiteral("t"), ctrlAltCmd);
+    m_platform.release(ctrlAltCmd | Qt::Key_T);
     m_manager->stop();
     m_manager->start({});
     QVERIFY(m_standing.isEmpty());
@@ -587,7 +539,7 @@ void HotkeyManagerTest::aSolvedProblemIsWithdrawn()
 
 void HotkeyManagerTest::aFailedChangeLeavesNoProblemBehind()
 {
-    m_platform.claim(QStringLiteral("u"), GlobalHotkeys::Command);
+    m_platform.claim(Qt::META | Qt::Key_U);
     m_manager->start({});
     QVERIFY(!m_manager->updateHotkey(QStringLiteral("clear"), QStringLiteral("cmd+u")));
     QCOMPARE(m_problems.size(), 1);
@@ -596,8 +548,8 @@ void HotkeyManagerTest::aFailedChangeLeavesNoProblemBehind()
 
 void HotkeyManagerTest::aFailedChangeLeavesTheProblemBeforeIt()
 {
-    m_platform.claim(QStringLiteral("x"), ctrlAltCmd);
-    m_platform.claim(QStringLiteral("u"), GlobalHotkeys::Command);
+    m_platform.claim(ctrlAltCmd | Qt::Key_X);
+    m_platform.claim(Qt::META | Qt::Key_U);
     m_manager->start({});
     const auto standing = m_standing;
     QVERIFY(!m_manager->updateHotkey(QStringLiteral("clear"), QStringLiteral("cmd+u")));
@@ -606,18 +558,18 @@ void HotkeyManagerTest::aFailedChangeLeavesTheProblemBeforeIt()
 
 void HotkeyManagerTest::aFreedComboGoesToWhoeverLackedIt()
 {
-    VantiroConfig::Hotkeys hotkeys;
-    hotkeys.clear = hotkeys.capture;
-    hotkeys.newThread = hotkeys.capture;
+    HotkeyCombos hotkeys;
+    hotkeys[HotkeyAction::Clear] = hotkeys[HotkeyAction::Capture];
+    hotkeys[HotkeyAction::NewThread] = hotkeys[HotkeyAction::Capture];
     m_manager->start(hotkeys);
     QCOMPARE(m_standing.keys(), (QList{HotkeyAction::Clear, HotkeyAction::NewThread}));
     m_log.clear();
     QVERIFY(m_manager->updateHotkey(QStringLiteral("capture"), QStringLiteral("cmd+u")));
     QCOMPARE(m_log.first(), QStringLiteral("[HotkeyManager] Registered Capture -> cmd+u"));
     QCOMPARE(m_log.at(1), QStringLiteral("[HotkeyManager] Registered Clear -> ctrl+alt+cmd+c"));
-    QVERIFY(m_platform.pressCombo(QStringLiteral("c"), ctrlAltCmd));
+    QVERIFY(m_platform.pressCombo(ctrlAltCmd | Qt::Key_C));
     QCoreApplication::processEvents();
-    QCOMPARE(m_fired, QStringList{QStringLiteral("clear")});
+    QCOMPARE(m_pressed, QList{HotkeyAction::Clear});
     QCOMPARE(m_standing.keys(), QList{HotkeyAction::NewThread});
     QVERIFY(m_standing.first().contains(QStringLiteral("already used by Clear the response area")));
 }

@@ -2,7 +2,6 @@
 #include "fakes/FakeKeyMonitor.h"
 #include "fakes/FakePlatform.h"
 #include "fakes/LogCapture.h"
-#include "hotkeys/HotkeyBindings.h"
 #include "hotkeys/HotkeyCombo.h"
 #include "hotkeys/HotkeyManager.h"
 #include "hotkeys/HotkeyRebinding.h"
@@ -12,16 +11,14 @@
 #include <QSignalSpy>
 #include <QTest>
 
-#include <algorithm>
-
 using namespace quellora;
 
 namespace {
 
-constexpr quint32 ctrl = GlobalHotkeys::Control;
-constexpr quint32 alt = GlobalHotkeys::Option;
-constexpr quint32 cmd = GlobalHotkeys::Command;
-constexpr quint32 shift = GlobalHotkeys::Shift;
+constexpr Qt::KeyboardModifiers ctrl = Qt::ControlModifier;
+constexpr Qt::KeyboardModifiers alt = Qt::AltModifier;
+constexpr Qt::KeyboardModifiers cmd = Qt::MetaModifier;
+constexpr Qt::KeyboardModifiers shift = Qt::ShiftModifier;
 
 const QString prefix = QStringLiteral("[OverlayWindowController] ");
 const QString resumed = QStringLiteral("[HotkeyManager] Resumed all hotkeys after capture");
@@ -29,7 +26,7 @@ const QString suspended = QStringLiteral("[HotkeyManager] Suspended all hotkeys 
 
 struct Fixture
 {
-    explicit Fixture(const VantiroConfig::Hotkeys &given = {}) : file(given)
+    explicit Fixture(const HotkeyCombos &given = {}) : file(given)
     {
         manager.start(HotkeyBindings::loadEffective(file, defaults));
         make();
@@ -45,19 +42,14 @@ struct Fixture
     }
     bool isRegistered(const QString &combo) const
     {
-        const auto parsed = HotkeyCombo::parse(combo);
-        return std::any_of(platform.registered.cbegin(), platform.registered.cend(),
-                           [&parsed](const FakeGlobalHotkeys::Entry &entry) {
-                               return entry.key == parsed->key &&
-                                      entry.modifiers == parsed->modifiers;
-                           });
+        return platform.isRegistered(HotkeyCombo::parse(combo).value());
     }
 
     LogCapture log;
     FakeGlobalHotkeys platform;
     JsonUserDefaults defaults;
     FakeKeyMonitor keys;
-    VantiroConfig::Hotkeys file;
+    HotkeyCombos file;
     HotkeyManager manager{platform, Vocabulary::macOS(), &std::chrono::steady_clock::now,
                           [](HotkeyAction, const QString &) {}};
     std::unique_ptr<HotkeyRebinding> rebinding;
@@ -71,7 +63,7 @@ class TestHotkeyRebinding : public QObject
 private Q_SLOTS:
     void comboText_data()
     {
-        QTest::addColumn<quint32>("modifiers");
+        QTest::addColumn<Qt::KeyboardModifiers>("modifiers");
         QTest::addColumn<QString>("character");
         QTest::addColumn<QString>("combo");
         QTest::newRow("all four") << (ctrl | alt | cmd | shift) << "c"
@@ -84,7 +76,7 @@ private Q_SLOTS:
                                     << "ctrl+c";
         QTest::newRow("digit") << (cmd | shift) << "3"
                                << "cmd+shift+3";
-        QTest::newRow("bare key") << 0U << "c" << QString();
+        QTest::newRow("bare key") << Qt::KeyboardModifiers() << "c" << QString();
         QTest::newRow("modifier alone") << ctrl << "" << QString();
         QTest::newRow("space") << cmd << " " << QString();
         QTest::newRow("tab") << cmd << "\t" << QString();
@@ -100,7 +92,7 @@ private Q_SLOTS:
     }
     void comboText()
     {
-        QFETCH(quint32, modifiers);
+        QFETCH(Qt::KeyboardModifiers, modifiers);
         QFETCH(QString, character);
         QFETCH(QString, combo);
         QCOMPARE(
@@ -110,9 +102,9 @@ private Q_SLOTS:
 
     void everyBindableKeyCanBeRecorded()
     {
-        for (const QString &key : HotkeyCombo::keyNames()) {
+        for (const QChar key : HotkeyCombo::bindableKeys) {
             const auto combo = HotkeyRebinding::captureComboString({cmd, key, false});
-            QVERIFY2(combo && HotkeyCombo::parse(*combo), qPrintable(key));
+            QVERIFY2(combo && HotkeyCombo::parse(*combo), qPrintable(QString(key)));
         }
     }
 
@@ -141,9 +133,9 @@ private Q_SLOTS:
         Fixture f;
         f.defaults.setStringDictionary("hotkeyBindings", {{"clear", "ctrl+k"}});
         f.make();
-        QCOMPARE(f.rebinding->hotkeysConfig().clear, "ctrl+k");
-        QCOMPARE(f.rebinding->hotkeysConfig().capture, "ctrl+alt+cmd+c");
-        QCOMPARE(f.rebinding->configFileHotkeys().clear, "ctrl+alt+cmd+x");
+        QCOMPARE(f.rebinding->hotkeysConfig()[HotkeyAction::Clear], "ctrl+k");
+        QCOMPARE(f.rebinding->hotkeysConfig()[HotkeyAction::Capture], "ctrl+alt+cmd+c");
+        QCOMPARE(f.rebinding->configFileHotkeys()[HotkeyAction::Clear], "ctrl+alt+cmd+x");
     }
 
     void recordingSuspendsAndTakesTheKeys()
@@ -167,7 +159,7 @@ private Q_SLOTS:
         f.keys.press(ctrl | alt | cmd | shift, "k");
         QVERIFY(!f.rebinding->capturingHotkeyAction());
         QVERIFY(!f.keys.isInstalled());
-        QCOMPARE(f.rebinding->hotkeysConfig().capture, "ctrl+alt+cmd+shift+k");
+        QCOMPARE(f.rebinding->hotkeysConfig()[HotkeyAction::Capture], "ctrl+alt+cmd+shift+k");
         QCOMPARE(f.stored(), (QMap<QString, QString>{{"capture", "ctrl+alt+cmd+shift+k"}}));
         QVERIFY(f.isRegistered("ctrl+alt+cmd+shift+k"));
         QVERIFY(!f.isRegistered("ctrl+alt+cmd+c"));
@@ -200,7 +192,7 @@ private Q_SLOTS:
         f.rebinding->beginCapturingHotkey(HotkeyAction::Clear);
         QSignalSpy changed(f.rebinding.get(), &HotkeyRebinding::changed);
         f.log.clear();
-        f.keys.press(0, "c");
+        f.keys.press({}, "c");
         f.keys.press(ctrl, QString());
         f.keys.press(cmd, " ");
         QCOMPARE(f.rebinding->capturingHotkeyAction(), HotkeyAction::Clear);
@@ -232,7 +224,7 @@ private Q_SLOTS:
         QCOMPARE(f.platform.attempts.size(), attempts);
         QVERIFY(f.stored().isEmpty());
         // A key that is no combo leaves the error; the next combo clears it.
-        f.keys.press(0, "c");
+        f.keys.press({}, "c");
         QVERIFY(f.rebinding->hotkeyCaptureError());
         f.keys.press(cmd, "h");
         QVERIFY(!f.rebinding->hotkeyCaptureError());
@@ -242,8 +234,8 @@ private Q_SLOTS:
     void anotherActionsComboIsFoundHoweverItIsWritten()
     {
         Fixture f;
-        f.file.clear = "Command+X";
-        f.file.toggle = "cmd+nonsense";
+        f.file[HotkeyAction::Clear] = "Command+X";
+        f.file[HotkeyAction::Toggle] = "cmd+nonsense";
         f.make();
         f.rebinding->beginCapturingHotkey(HotkeyAction::Capture);
         f.keys.press(cmd, "x");
@@ -288,7 +280,7 @@ private Q_SLOTS:
                  "Already used by Clear the response area. Try a different combo.");
         // What it was before is free.
         f.keys.press(ctrl | alt | cmd, "x");
-        QCOMPARE(f.rebinding->hotkeysConfig().toggle, "ctrl+alt+cmd+x");
+        QCOMPARE(f.rebinding->hotkeysConfig()[HotkeyAction::Toggle], "ctrl+alt+cmd+x");
     }
 
     void systemShortcutAsksFirst()
@@ -308,7 +300,7 @@ private Q_SLOTS:
         QVERIFY(f.rebinding->pendingSystemConflict());
         QVERIFY(f.stored().isEmpty());
         f.rebinding->confirmSystemConflict();
-        QCOMPARE(f.rebinding->hotkeysConfig().capture, "cmd+shift+3");
+        QCOMPARE(f.rebinding->hotkeysConfig()[HotkeyAction::Capture], "cmd+shift+3");
         QVERIFY(!f.rebinding->capturingHotkeyAction());
         QVERIFY(!f.rebinding->pendingSystemConflict());
         QVERIFY(f.isRegistered("cmd+shift+3"));
@@ -326,7 +318,7 @@ private Q_SLOTS:
         QCOMPARE(changed.size(), 1);
         QVERIFY(f.log.lines.isEmpty());
         f.keys.press(ctrl | alt, "m");
-        QCOMPARE(f.rebinding->hotkeysConfig().capture, "ctrl+alt+m");
+        QCOMPARE(f.rebinding->hotkeysConfig()[HotkeyAction::Capture], "ctrl+alt+m");
     }
 
     void escapeEndsAPendingConflict()
@@ -394,7 +386,7 @@ private Q_SLOTS:
     void aComboThatAnotherProgramHoldsRollsBack()
     {
         Fixture f;
-        f.platform.claim("m", ctrl | alt);
+        f.platform.claim(ctrl | alt | Qt::Key_M);
         QSignalSpy bindings(f.rebinding.get(), &HotkeyRebinding::hotkeysConfigChanged);
         f.rebinding->beginCapturingHotkey(HotkeyAction::Clear);
         f.keys.press(ctrl | alt, "m");
@@ -403,7 +395,7 @@ private Q_SLOTS:
             (HotkeyRebinding::Rollback{HotkeyAction::Clear,
                                        "Couldn't register that combo — kept your previous one."}));
         QVERIFY(!f.rebinding->capturingHotkeyAction());
-        QCOMPARE(f.rebinding->hotkeysConfig().clear, "ctrl+alt+cmd+x");
+        QCOMPARE(f.rebinding->hotkeysConfig()[HotkeyAction::Clear], "ctrl+alt+cmd+x");
         QVERIFY(f.isRegistered("ctrl+alt+cmd+x"));
         QVERIFY(f.stored().isEmpty());
         QCOMPARE(bindings.size(), 0);
@@ -420,7 +412,7 @@ private Q_SLOTS:
         Fixture f;
         f.rebinding->beginCapturingHotkey(HotkeyAction::Clear);
         f.keys.press(ctrl | alt, "m");
-        f.platform.claim("k", ctrl | alt);
+        f.platform.claim(ctrl | alt | Qt::Key_K);
         f.rebinding->beginCapturingHotkey(HotkeyAction::Clear);
         f.keys.press(ctrl | alt, "k");
         QCOMPARE(f.stored(), (QMap<QString, QString>{{"clear", "ctrl+alt+m"}}));
@@ -433,7 +425,7 @@ private Q_SLOTS:
         f.rebinding->beginCapturingHotkey(HotkeyAction::Clear);
         f.keys.press(ctrl | alt, "m");
         f.rebinding->resetHotkey(HotkeyAction::Clear);
-        QCOMPARE(f.rebinding->hotkeysConfig().clear, "ctrl+alt+cmd+x");
+        QCOMPARE(f.rebinding->hotkeysConfig()[HotkeyAction::Clear], "ctrl+alt+cmd+x");
         QVERIFY(f.isRegistered("ctrl+alt+cmd+x"));
         QVERIFY(!f.isRegistered("ctrl+alt+m"));
         // The dictionary stays, empty.
@@ -457,7 +449,7 @@ private Q_SLOTS:
         Fixture f;
         f.rebinding->beginCapturingHotkey(HotkeyAction::Clear);
         f.keys.press(ctrl | alt, "m");
-        f.platform.claim("x", ctrl | alt | cmd);
+        f.platform.claim(ctrl | alt | cmd | Qt::Key_X);
         f.rebinding->resetHotkey(HotkeyAction::Clear);
         QCOMPARE(f.rebinding->hotkeyRollbackMessage(),
                  (HotkeyRebinding::Rollback{
@@ -468,19 +460,19 @@ private Q_SLOTS:
         QCOMPARE(f.log.lines.last(),
                  prefix + "Hotkey Clear the response area reset to default FAILED to register — "
                           "rolled back, not persisted");
-        f.platform.release("x", ctrl | alt | cmd);
+        f.platform.release(ctrl | alt | cmd | Qt::Key_X);
         f.rebinding->resetHotkey(HotkeyAction::Clear);
         QVERIFY(!f.rebinding->hotkeyRollbackMessage());
     }
 
     void resetAll()
     {
-        VantiroConfig::Hotkeys file;
-        file.clear = QStringLiteral("ctrl+shift+z");
+        HotkeyCombos file;
+        file[HotkeyAction::Clear] = QStringLiteral("ctrl+shift+z");
         Fixture f(file);
         f.rebinding->beginCapturingHotkey(HotkeyAction::Clear);
         f.keys.press(ctrl | alt, "m");
-        f.platform.claim("k", ctrl | alt);
+        f.platform.claim(ctrl | alt | Qt::Key_K);
         f.rebinding->beginCapturingHotkey(HotkeyAction::Toggle);
         f.keys.press(ctrl | alt, "k");
         QVERIFY(f.rebinding->hotkeyRollbackMessage());

@@ -55,7 +55,7 @@ struct ControllerFixture
     ProxyQueryService service{network, BackendEndpoints("http://host")};
     HotkeyManager hotkeys{platform.hotkeys, platform.words, &std::chrono::steady_clock::now,
                           [this](HotkeyAction action, const QString &line) {
-                              permissions.setProblem(HotkeyActions::jsonKey(action), line);
+                              permissions.setProblem(hotkeyAction(action).jsonKey, line);
                           }};
     FakeThreadLibrary library;
     QPromise<ScreenshotCapture::Outcome> capture;

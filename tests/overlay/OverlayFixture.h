@@ -35,14 +35,13 @@ struct OverlayFixture
         prepareQmlEngine(engine);
         defaults.setString(QLatin1String(DefaultsKey::userPrompt), QString());
         defaults.setBool(QLatin1String(DefaultsKey::hasLaunchedBefore), true);
-        HotkeyTexts keys;
-        keys.capture = QStringLiteral("Ctrl+Alt+Super+C");
-        keys.captureNoSend = QStringLiteral("Ctrl+Alt+Super+Shift+C");
-        keys.toggle = QStringLiteral("Ctrl+Alt+Super+T");
-        keys.opacityUp = QStringLiteral("Ctrl+Alt+Super+]");
-        keys.opacityDown = QStringLiteral("Ctrl+Alt+Super+[");
-        keys.newThread = QStringLiteral("Super+N");
-        panels.setHotkeys(keys);
+        panels.setHotkeys(
+            {{QStringLiteral("capture"), QStringLiteral("Ctrl+Alt+Super+C")},
+             {QStringLiteral("capture_no_send"), QStringLiteral("Ctrl+Alt+Super+Shift+C")},
+             {QStringLiteral("toggle"), QStringLiteral("Ctrl+Alt+Super+T")},
+             {QStringLiteral("opacity_up"), QStringLiteral("Ctrl+Alt+Super+]")},
+             {QStringLiteral("opacity_down"), QStringLiteral("Ctrl+Alt+Super+[")},
+             {QStringLiteral("new_thread"), QStringLiteral("Super+N")}});
         overlay.setStopShortcut(QStringLiteral("Super+."));
         panels.setAvailableModels({{QStringLiteral("fast"), QStringLiteral("Fast"),
                                     QStringLiteral("Quick answers, fewest credits")},

@@ -18,14 +18,14 @@ const QString question = QStringLiteral(
 
 void applyHotkeyState(OverlayFixture &f, const QString &word)
 {
-    constexpr quint32 three =
-        GlobalHotkeys::Control | GlobalHotkeys::Option | GlobalHotkeys::Command;
-    f.hotkeys.claim(QStringLiteral("k"), three);
+    constexpr Qt::KeyboardModifiers three =
+        Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier;
+    f.hotkeys.claim(three | Qt::Key_K);
     f.rebinding.beginCapturingHotkey(HotkeyAction::Capture);
     if (word == QLatin1String("duplicate"))
         f.keyMonitor.press(three, QStringLiteral("x"));
     else if (word == QLatin1String("conflict"))
-        f.keyMonitor.press(GlobalHotkeys::Command | GlobalHotkeys::Shift, QStringLiteral("3"));
+        f.keyMonitor.press(Qt::MetaModifier | Qt::ShiftModifier, QStringLiteral("3"));
     else if (word == QLatin1String("rollback"))
         f.keyMonitor.press(three, QStringLiteral("k"));
 }
@@ -143,7 +143,7 @@ bool apply(OverlayFixture &f, const QString &word)
         applyHotkeyState(f, word);
     } else if (word == QLatin1String("rebound")) {
         f.rebinding.beginCapturingHotkey(HotkeyAction::NewThread);
-        f.keyMonitor.press(GlobalHotkeys::Control | GlobalHotkeys::Option, QStringLiteral("n"));
+        f.keyMonitor.press(Qt::ControlModifier | Qt::AltModifier, QStringLiteral("n"));
     } else if (word == QLatin1String("badhex")) {
         f.settings.setHexInput(QStringLiteral("#fff"));
         f.settings.commitHexInput();

@@ -8,8 +8,8 @@ using namespace quellora;
 
 namespace {
 
-constexpr quint32 threeKeys =
-    GlobalHotkeys::Control | GlobalHotkeys::Option | GlobalHotkeys::Command;
+constexpr Qt::KeyboardModifiers threeKeys =
+    Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier;
 const QString resumed = QStringLiteral("[HotkeyManager] Resumed all hotkeys after capture");
 
 struct Fixture : ControllerFixture
@@ -118,7 +118,7 @@ private Q_SLOTS:
         QCOMPARE(f.model().responseTextColorHex(), QString());
         QVERIFY(!f.model().startNewThreadPerSendEnabled());
         QVERIFY(!f.model().dontClearPromptAfterSendEnabled());
-        QCOMPARE(f.rebinding().hotkeysConfig(), VantiroConfig().hotkeys);
+        QCOMPARE(f.rebinding().hotkeysConfig(), HotkeyCombos());
         // The first choice puts the entry right.
         f.model().chooseAppearance("light");
         f.model().toggleStartNewThreadPerSend();
@@ -285,8 +285,9 @@ private Q_SLOTS:
         QSignalSpy panels(&f.overlay->panelsModel(), &BottomPanelsModel::hotkeysChanged);
         f.model().hotkeyRows()->beginCapture(0);
         f.platform.keys.press({threeKeys, "k"});
-        QCOMPARE(f.rebinding().hotkeysConfig().capture, "ctrl+alt+cmd+k");
-        QCOMPARE(f.overlay->panelsModel().captureHotkey(), "Ctrl+Option+Cmd+K");
+        QCOMPARE(f.rebinding().hotkeysConfig()[HotkeyAction::Capture], "ctrl+alt+cmd+k");
+        QCOMPARE(f.overlay->panelsModel().hotkeys().value("capture").toString(),
+                 "Ctrl+Option+Cmd+K");
         QCOMPARE(panels.size(), 1);
         QVERIFY(f.lastScript().contains("#ph kbd"));
         QVERIFY(f.lastScript().contains("\"Ctrl+Option+Cmd+K\""));
@@ -309,9 +310,9 @@ private Q_SLOTS:
         f.start();
         QTRY_VERIFY(f.surface->page().contains("Hit <kbd>Ctrl+Alt+Super+C</kbd>"));
         const BottomPanelsModel &panels = f.overlay->panelsModel();
-        QCOMPARE(panels.captureHotkey(), "Ctrl+Alt+Super+C");
-        QCOMPARE(panels.captureNoSendHotkey(), "Ctrl+Alt+Super+Shift+C");
-        QCOMPARE(panels.newThreadHotkey(), "Super+N");
+        QCOMPARE(panels.hotkeys().value("capture").toString(), "Ctrl+Alt+Super+C");
+        QCOMPARE(panels.hotkeys().value("capture_no_send").toString(), "Ctrl+Alt+Super+Shift+C");
+        QCOMPARE(panels.hotkeys().value("new_thread").toString(), "Super+N");
         QCOMPARE(f.overlay->overlayModel().stopShortcut(), "Super+.");
         HotkeyRows *rows = f.model().hotkeyRows();
         QCOMPARE(rows->data(rows->index(3), HotkeyRows::ComboRole), "Ctrl+Alt+Super+]");
@@ -325,16 +326,15 @@ private Q_SLOTS:
 
         f.platform.words = Vocabulary::macOS();
         f.make();
-        QCOMPARE(f.overlay->panelsModel().captureNoSendHotkey(), "Ctrl+Option+Cmd+Shift+C");
+        QCOMPARE(f.overlay->panelsModel().hotkeys().value("capture_no_send").toString(),
+                 "Ctrl+Option+Cmd+Shift+C");
         QCOMPARE(f.overlay->overlayModel().stopShortcut(), "Cmd+.");
     }
 
     void whoAnswersIsNamedEverywhereAndAtOnce()
     {
         Fixture f;
-        VantiroConfig::Hotkeys doubled = f.config.hotkeys;
-        doubled.clear = doubled.capture;
-        f.config.hotkeys = doubled;
+        f.config.hotkeys.insert("clear", hotkeyAction(HotkeyAction::Capture).defaultCombo);
         f.make();
         f.start();
         QTRY_VERIFY(
@@ -395,7 +395,7 @@ private Q_SLOTS:
     void aConflictThatIsSolvedLeavesTheCard()
     {
         Fixture f;
-        f.platform.hotkeys.claim("x", threeKeys);
+        f.platform.hotkeys.claim(threeKeys | Qt::Key_X);
         f.start();
         const auto shown = [&f] { return f.overlay->messages().currentAdminMessage(); };
         QVERIFY(shown());
@@ -407,7 +407,7 @@ private Q_SLOTS:
         f.model().hotkeyRows()->cancelCapture();
         QCOMPARE(shown()->bodyMarkdown, body);
         // The row says why a change was not made; the card is about what lasts.
-        f.platform.hotkeys.claim("j", threeKeys);
+        f.platform.hotkeys.claim(threeKeys | Qt::Key_J);
         f.model().hotkeyRows()->beginCapture(int(HotkeyAction::Toggle));
         f.platform.keys.press({threeKeys, "j"});
         QCOMPARE(shown()->bodyMarkdown, body);
@@ -425,9 +425,9 @@ private Q_SLOTS:
         f.model().hotkeyRows()->beginCapture(1);
         QCOMPARE(f.platform.panel.count("makeKey"), 1);
         f.platform.keys.press({threeKeys, QString()}); // a key without a name
-        f.platform.keys.press({0, "k"});
+        f.platform.keys.press({{}, "k"});
         QVERIFY(f.rebinding().capturingHotkeyAction());
-        f.platform.keys.press({0, QString(), true});
+        f.platform.keys.press({{}, QString(), true});
         QVERIFY(!f.rebinding().capturingHotkeyAction());
         QVERIFY(f.model().isOpen());
         QVERIFY(f.log.contains(resumed));
@@ -475,7 +475,7 @@ private Q_SLOTS:
         Fixture f;
         f.defaults.setStringDictionary("hotkeyBindings", {{"capture", "ctrl+k"}});
         f.make();
-        QCOMPARE(f.overlay->panelsModel().captureHotkey(), "Ctrl+K");
+        QCOMPARE(f.overlay->panelsModel().hotkeys().value("capture").toString(), "Ctrl+K");
         QTRY_VERIFY(f.surface->page().contains("Hit <kbd>Ctrl+K</kbd>"));
     }
 };

@@ -7,7 +7,7 @@ using namespace quellora;
 
 namespace {
 
-constexpr quint32 three = GlobalHotkeys::Control | GlobalHotkeys::Option | GlobalHotkeys::Command;
+constexpr Qt::KeyboardModifiers three = Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier;
 
 } // namespace
 
@@ -471,7 +471,7 @@ private Q_SLOTS:
         open();
         f().find("hotkeyButton-6")->forceActiveFocus(Qt::TabFocusReason);
         key(Qt::Key_Return);
-        f().keyMonitor.press(GlobalHotkeys::Command | GlobalHotkeys::Shift, "3");
+        f().keyMonitor.press(Qt::MetaModifier | Qt::ShiftModifier, "3");
         QCOMPARE(text("chip-6"), QString("Super+Shift+3"));
         QVERIFY(f().find("chip-6")->property("conflict").toBool());
         QVERIFY(!f().find("chip-6")->property("recording").toBool());
@@ -490,7 +490,7 @@ private Q_SLOTS:
         clickItem(inRow("conflictCancel"));
         QVERIFY(f().rebinding.capturingHotkeyAction());
         QCOMPARE(text("chip-6"), QString("Press a shortcut…"));
-        f().keyMonitor.press(GlobalHotkeys::Command | GlobalHotkeys::Shift, "3");
+        f().keyMonitor.press(Qt::MetaModifier | Qt::ShiftModifier, "3");
         clickItem(inRow("conflictConfirm"));
         QCOMPARE(text("chip-6"), QString("Super+Shift+3"));
         QVERIFY(!f().find("chip-6")->property("conflict").toBool());
@@ -503,7 +503,7 @@ private Q_SLOTS:
     void aRollbackIsToldOnItsRow()
     {
         open();
-        f().hotkeys.claim("k", three);
+        f().hotkeys.claim(three | Qt::Key_K);
         clickInContent("hotkeyButton-0");
         f().keyMonitor.press(three, "k");
         QCOMPARE(text("notice-0"),

@@ -14,7 +14,7 @@ using namespace quellora;
 
 namespace {
 
-constexpr quint32 three = GlobalHotkeys::Control | GlobalHotkeys::Option | GlobalHotkeys::Command;
+constexpr Qt::KeyboardModifiers three = Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier;
 
 struct Fixture
 {
@@ -276,7 +276,7 @@ private Q_SLOTS:
         QCOMPARE(f.row(HotkeyAction::CaptureNoSend, HotkeyRows::ComboRole),
                  "Ctrl+Alt+Super+Shift+C");
         f.settings.hotkeyRows()->beginCapture(int(HotkeyAction::Clear));
-        f.keys.press(GlobalHotkeys::Command, "q");
+        f.keys.press(Qt::MetaModifier, "q");
         QCOMPARE(f.row(HotkeyAction::Clear, HotkeyRows::ConflictComboRole), "Super+Q");
         QCOMPARE(f.settings.appearanceHint(),
                  "Match your background: dark theme over dark apps, light theme over documents or "
@@ -318,20 +318,20 @@ private Q_SLOTS:
                  "Already used by Capture screen and send to Claude. Try a different combo.");
         QCOMPARE(f.row(HotkeyAction::Capture, HotkeyRows::ErrorRole), QString());
 
-        f.keys.press(GlobalHotkeys::Command, "q");
+        f.keys.press(Qt::MetaModifier, "q");
         QCOMPARE(f.row(clear, HotkeyRows::ConflictRole), "This may conflict with Quit application");
         QCOMPARE(f.row(clear, HotkeyRows::ConflictComboRole), "Cmd+Q");
         QCOMPARE(f.row(HotkeyAction::Capture, HotkeyRows::ConflictRole), QString());
         rows->cancelConflict();
         QCOMPARE(f.row(clear, HotkeyRows::ConflictRole), QString());
-        f.keys.press(GlobalHotkeys::Command, "q");
+        f.keys.press(Qt::MetaModifier, "q");
         rows->confirmConflict();
         QCOMPARE(f.row(clear, HotkeyRows::ComboRole), "Cmd+Q");
         QCOMPARE(f.row(clear, HotkeyRows::CapturingRole), false);
         QCOMPARE(f.row(clear, HotkeyRows::ChangedRole), true);
         QCOMPARE(f.row(HotkeyAction::Capture, HotkeyRows::ChangedRole), false);
 
-        f.platform.claim("k", three);
+        f.platform.claim(three | Qt::Key_K);
         rows->beginCapture(int(clear));
         f.keys.press(three, "k");
         QCOMPARE(f.row(clear, HotkeyRows::ErrorRole),

@@ -12,8 +12,6 @@
 namespace quellora {
 namespace {
 
-constexpr int badValue = XCB_VALUE;
-constexpr int badAccess = XCB_ACCESS;
 // Milliseconds; keyboards repeat at most about every 10.
 constexpr xcb_timestamp_t shortestRepeat = 8;
 
@@ -45,7 +43,7 @@ GlobalHotkeysX11::~GlobalHotkeysX11()
     m_x11.flush();
 }
 
-void GlobalHotkeysX11::installHandler(std::function<void(quint32)> onPress)
+void GlobalHotkeysX11::installHandler(std::function<void(Registration)> onPress)
 {
     m_onPress = std::move(onPress);
 }
@@ -55,18 +53,15 @@ void GlobalHotkeysX11::removeHandler()
     m_onPress = nullptr;
 }
 
-GlobalHotkeys::Result GlobalHotkeysX11::registerHotkey(const QString &key, quint32,
-                                                       quint32 modifiers, quint32, quint32 id)
+GlobalHotkeys::Result GlobalHotkeysX11::registerHotkey(QKeyCombination combo)
 {
     Binding binding;
-    binding.key = key;
-    binding.modifiers = modifiers;
-    binding.id = id;
-    if (const int status = grab(binding))
-        return {status, 0};
+    binding.combo = combo;
+    if (const auto grabbed = grab(binding); !grabbed)
+        return tl::unexpected(grabbed.error());
     const Registration registration = ++m_lastRegistration;
     m_bindings.insert(registration, binding);
-    return {0, registration};
+    return registration;
 }
 
 void GlobalHotkeysX11::unregisterHotkey(Registration registration)
@@ -91,17 +86,17 @@ xcb_keycode_t GlobalHotkeysX11::grabbedKeycode(Registration registration) const
                                                                        : found->keycode;
 }
 
-int GlobalHotkeysX11::grab(Binding &binding)
+tl::expected<void, GlobalHotkeys::Failure> GlobalHotkeysX11::grab(Binding &binding)
 {
-    const auto keycode = m_layout.keycode(binding.key);
+    const auto keycode = m_layout.keycode(binding.combo.key());
     if (!keycode)
-        return badValue;
-    const quint16 bits = m_layout.modifierBits(binding.modifiers);
+        return tl::unexpected(Failure{Failure::Kind::UnsupportedKey, XCB_VALUE});
+    const quint16 bits = m_layout.modifierBits(binding.combo.keyboardModifiers());
     // The server lets one client grab a combination twice; the first binding would stop firing.
     for (const Binding &other : std::as_const(m_bindings)) {
         if (&other != &binding && !other.variants.isEmpty() && other.keycode == *keycode &&
             other.bits == bits)
-            return badAccess;
+            return tl::unexpected(Failure{Failure::Kind::Taken, XCB_ACCESS});
     }
     binding.keycode = *keycode;
     binding.bits = bits;
@@ -123,11 +118,12 @@ int GlobalHotkeysX11::grab(Binding &binding)
         else if (status == 0)
             status = error->error_code;
     }
-    if (status != 0) {
-        ungrab(binding);
-        m_x11.flush();
-    }
-    return status;
+    if (status == 0)
+        return {};
+    ungrab(binding);
+    m_x11.flush();
+    return tl::unexpected(
+        Failure{status == XCB_ACCESS ? Failure::Kind::Taken : Failure::Kind::Unavailable, status});
 }
 
 void GlobalHotkeysX11::ungrab(Binding &binding)
@@ -176,16 +172,14 @@ void GlobalHotkeysX11::handleKeyPress(const xcb_key_press_event_t &event)
     if (repeats)
         return;
     const quint16 bits = m_layout.relevantState(event.state);
-    for (const Binding &binding : std::as_const(m_bindings)) {
-        if (!binding.variants.isEmpty() && binding.keycode == event.detail &&
-            binding.bits == bits) {
-            if (m_onPress) {
-                // A copy: the press may remove handler or binding.
-                const auto onPress = m_onPress;
-                onPress(binding.id);
-            }
-            return;
-        }
+    for (auto it = m_bindings.cbegin(); it != m_bindings.cend(); ++it) {
+        if (it->variants.isEmpty() || it->keycode != event.detail || it->bits != bits)
+            continue;
+        // Copies: the press may remove handler or binding.
+        const Registration pressed = it.key();
+        if (const auto onPress = m_onPress)
+            onPress(pressed);
+        return;
     }
 }
 
@@ -209,8 +203,8 @@ void GlobalHotkeysX11::applyMappingChange()
     QList<Binding *> changed;
     for (Binding &binding : m_bindings) {
         const bool stays = sameLocks && !binding.variants.isEmpty() &&
-                           m_layout.keycode(binding.key) == binding.keycode &&
-                           m_layout.modifierBits(binding.modifiers) == binding.bits;
+                           m_layout.keycode(binding.combo.key()) == binding.keycode &&
+                           m_layout.modifierBits(binding.combo.keyboardModifiers()) == binding.bits;
         if (!stays)
             changed.append(&binding);
     }
@@ -218,11 +212,11 @@ void GlobalHotkeysX11::applyMappingChange()
     for (Binding *binding : std::as_const(changed))
         ungrab(*binding);
     for (Binding *binding : std::as_const(changed)) {
-        if (const int status = grab(*binding))
+        if (const auto grabbed = grab(*binding); !grabbed)
             Log::event(QStringLiteral("[GlobalHotkeys] WARNING: Key '%1' is not available in the "
                                       "new keyboard layout (X error %2)")
-                           .arg(binding->key)
-                           .arg(status));
+                           .arg(QChar(binding->combo.key()).toLower())
+                           .arg(grabbed.error().status));
     }
     m_x11.flush();
 }

@@ -25,10 +25,9 @@ public:
     explicit GlobalHotkeysX11(const X11Connection &x11);
     ~GlobalHotkeysX11() override;
 
-    void installHandler(std::function<void(quint32 id)> onPress) override;
+    void installHandler(std::function<void(Registration)> onPress) override;
     void removeHandler() override;
-    Result registerHotkey(const QString &key, quint32 keyCode, quint32 modifiers, quint32 signature,
-                          quint32 id) override;
+    Result registerHotkey(QKeyCombination combo) override;
     void unregisterHotkey(Registration registration) override;
     /// The name to register for a physical key in the current layout; empty for a key that cannot
     /// be bound.
@@ -42,9 +41,7 @@ public:
 private:
     struct Binding
     {
-        QString key;
-        quint32 modifiers = 0;
-        quint32 id = 0;
+        QKeyCombination combo;
         xcb_keycode_t keycode = 0;
         /// X modifier bits without the lock variants.
         quint16 bits = 0;
@@ -52,7 +49,7 @@ private:
         QList<quint16> variants;
     };
 
-    int grab(Binding &binding);
+    tl::expected<void, Failure> grab(Binding &binding);
     void ungrab(Binding &binding);
     void handleKeyPress(const xcb_key_press_event_t &event);
     bool isMappingChange(const xcb_generic_event_t *event) const;
@@ -61,7 +58,7 @@ private:
     X11Connection m_x11;
     KeyLayoutX11 m_layout;
     quint8 m_xkbFirstEvent;
-    std::function<void(quint32)> m_onPress;
+    std::function<void(Registration)> m_onPress;
     QMap<Registration, Binding> m_bindings;
     Registration m_lastRegistration = 0;
     xcb_timestamp_t m_lastPressTime = XCB_CURRENT_TIME;

@@ -1,7 +1,5 @@
 #include "platform/linux/KeyLayoutX11.h"
 
-#include "platform/Platform.h"
-
 #include <xcb/xcb_keysyms.h>
 #include <xkbcommon/xkbcommon.h>
 
@@ -103,7 +101,7 @@ KeyLayoutX11::KeyLayoutX11(const QHash<xcb_keycode_t, Symbols> &keys, const Modi
     QList<Position> withoutSymbol;
     for (const Position &entry : ansiPositions) {
         if (const auto keycode = keyWith(entry, &Symbols::plain))
-            m_assignments.append({QString(QChar(entry.name)), *keycode});
+            m_assignments.append({entry.name, *keycode});
         else
             withoutSymbol.append(entry);
     }
@@ -112,19 +110,19 @@ KeyLayoutX11::KeyLayoutX11(const QHash<xcb_keycode_t, Symbols> &keys, const Modi
         if (isTaken(entry.keycode))
             displaced.append(entry);
         else
-            m_assignments.append({QString(QChar(entry.name)), entry.keycode});
+            m_assignments.append({entry.name, entry.keycode});
     }
     for (const Position &entry : std::as_const(displaced)) {
         const auto shifted = keyWith(entry, &Symbols::shifted);
         m_assignments.append(
-            {QString(QChar(entry.name)), shifted && !isTaken(*shifted) ? *shifted : entry.keycode});
+            {entry.name, shifted && !isTaken(*shifted) ? *shifted : entry.keycode});
     }
 }
 
-std::optional<xcb_keycode_t> KeyLayoutX11::keycode(const QString &keyName) const
+std::optional<xcb_keycode_t> KeyLayoutX11::keycode(Qt::Key key) const
 {
     for (const Assignment &entry : m_assignments) {
-        if (entry.name == keyName)
+        if (QChar(entry.name).toUpper().unicode() == key)
             return entry.keycode;
     }
     return std::nullopt;
@@ -134,21 +132,21 @@ QString KeyLayoutX11::keyName(quint32 keycode) const
 {
     for (const Assignment &entry : m_assignments) {
         if (entry.keycode == keycode)
-            return entry.name;
+            return QChar(entry.name);
     }
     return {};
 }
 
-quint16 KeyLayoutX11::modifierBits(quint32 hotkeyModifiers) const
+quint16 KeyLayoutX11::modifierBits(Qt::KeyboardModifiers modifiers) const
 {
     int bits = 0;
-    if (hotkeyModifiers & GlobalHotkeys::Shift)
+    if (modifiers & Qt::ShiftModifier)
         bits |= XCB_MOD_MASK_SHIFT;
-    if (hotkeyModifiers & GlobalHotkeys::Control)
+    if (modifiers & Qt::ControlModifier)
         bits |= XCB_MOD_MASK_CONTROL;
-    if (hotkeyModifiers & GlobalHotkeys::Option)
+    if (modifiers & Qt::AltModifier)
         bits |= m_masks.alt;
-    if (hotkeyModifiers & GlobalHotkeys::Command)
+    if (modifiers & Qt::MetaModifier)
         bits |= m_masks.super;
     return static_cast<quint16>(bits);
 }

@@ -5,6 +5,7 @@
 #include <QHash>
 #include <QList>
 #include <QString>
+#include <Qt>
 
 #include <optional>
 
@@ -39,13 +40,13 @@ public:
     /// letters working in non-Latin layouts); the key that types it with shift; its ANSI position.
     KeyLayoutX11(const QHash<xcb_keycode_t, Symbols> &keys, const ModifierMasks &masks);
 
-    /// The key for a lower-case key name; absent for an unknown name.
-    std::optional<xcb_keycode_t> keycode(const QString &keyName) const;
+    /// The key code of a hot key; absent for a key that cannot be bound.
+    std::optional<xcb_keycode_t> keycode(Qt::Key key) const;
     /// The name of a key; empty for a key without one.
     QString keyName(quint32 keycode) const;
 
-    /// X modifier bits for a combination of GlobalHotkeys::Modifier flags.
-    quint16 modifierBits(quint32 hotkeyModifiers) const;
+    /// X modifier bits for the modifiers of a hot key.
+    quint16 modifierBits(Qt::KeyboardModifiers modifiers) const;
     /// All combinations of Caps Lock and Num Lock, starting with none.
     QList<quint16> lockVariants() const;
     /// The modifiers in an event's state without locks, buttons and layout group.
@@ -54,7 +55,7 @@ public:
 private:
     struct Assignment
     {
-        QString name;
+        char16_t name;
         xcb_keycode_t keycode;
     };
 

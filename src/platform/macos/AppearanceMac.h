@@ -6,7 +6,7 @@
 
 namespace quellora {
 
-/// The program's effective appearance and the system's wish for less movement. Main thread only.
+/// The program's effective appearance and the system's "reduce motion" setting. Main thread only.
 class AppearanceMac : public Appearance
 {
 public:

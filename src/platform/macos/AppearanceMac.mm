@@ -8,8 +8,8 @@ NSString *const appearanceKey = @"effectiveAppearance";
 
 } // namespace
 
-/// Hears of the program's new appearance. The system-wide notification of a new theme comes before
-/// the program has it.
+/// Observes the program's effective appearance: the system-wide notification of a new theme arrives
+/// before the program has adopted it.
 @interface QuelloraAppearanceObserver : NSObject
 - (instancetype)initWithHandler:(void (^)(void))handler;
 @end

@@ -9,10 +9,10 @@ class ApplicationShellMac : public ApplicationShell
 {
 public:
     Capability becomeAccessory() override;
-    /// The program is in the Dock and in the switcher as long as the window is on the screen.
+    /// The program has a Dock and switcher entry while the window is visible.
     Capability makeOrdinary(QWindow &window) override;
-    /// Replaces the program's main menu. It is never seen, as an accessory has no menu bar, but
-    /// its key equivalents work.
+    /// Replaces the program's main menu. An accessory program shows no menu bar, but the key
+    /// equivalents work.
     Capability installEditMenu() override;
     /// BestEffort when the window did not become the key window at once.
     Capability activate(QWindow &window) override;

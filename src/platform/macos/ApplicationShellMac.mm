@@ -10,8 +10,8 @@
 
 namespace {
 
-/// The toolkit's window that has the keyboard; null when a window of the system's own has it. The
-/// toolkit itself goes on naming its last one then.
+/// The QWindow that is the key window; null when another kind of window is, for which Qt still
+/// reports its own last focus window.
 QWindow *keyWindow()
 {
     NSWindow *key = NSApp.keyWindow;
@@ -29,9 +29,9 @@ QWindow *keyWindow()
 
 /// Runs the commands of the Edit menu.
 ///
-/// Items without a target would reach the toolkit's view, which says that it knows cut:, copy:,
-/// paste: and selectAll: but raises an exception for menu items that the toolkit did not make, and
-/// knows nothing of undo: and redo:. It gets the keys instead.
+/// Items without a target would reach Qt's view, which claims to implement cut:, copy:, paste: and
+/// selectAll: but raises an exception for menu items that Qt did not create, and which lacks undo:
+/// and redo:. This target sends key presses to the view instead.
 @interface QuelloraEditMenuTarget : NSObject
 - (void)runEditCommand:(NSMenuItem *)item;
 @end
@@ -68,7 +68,7 @@ Capability ApplicationShellMac::makeOrdinary(QWindow &window)
     if (!native)
         return Capability::unsupported(QStringLiteral("The window could not be made"));
     native.appearance = [NSAppearance appearanceNamed:NSAppearanceNameDarkAqua];
-    // Dock and switcher list programs, not windows.
+    // The Dock and the switcher list programs, not windows.
     QObject::connect(&window, &QWindow::visibleChanged, &window, [](bool isVisible) {
         [NSApp setActivationPolicy:isVisible ? NSApplicationActivationPolicyRegular
                                              : NSApplicationActivationPolicyAccessory];
@@ -78,10 +78,10 @@ Capability ApplicationShellMac::makeOrdinary(QWindow &window)
 
 Capability ApplicationShellMac::installEditMenu()
 {
-    // Menu items do not keep their target.
+    // Menu items do not retain their target.
     static QuelloraEditMenuTarget *const target = [[QuelloraEditMenuTarget alloc] init];
     NSMenu *edit = [[NSMenu alloc] initWithTitle:@"Edit"];
-    // Always there, whatever has the keyboard.
+    // The items stay enabled whatever has the focus.
     edit.autoenablesItems = NO;
     NSInteger tag = 0;
     for (const EditCommand &command : editCommands) {

@@ -3,7 +3,7 @@
 namespace quellora {
 namespace {
 
-// From here on the system's newer way of capturing does not look at it.
+// The newer capture API ignores the exclusion from this version on.
 constexpr int firstVersionThatCaptures = 15;
 
 } // namespace

@@ -4,9 +4,9 @@
 
 namespace quellora {
 
-/// What keeping a window out of captures has come to.
-/// @param isTaken whether the system took the request
-/// @param majorVersion of the system
+/// The outcome of excluding a window from captures.
+/// @param isTaken whether the system accepted the request
+/// @param majorVersion of macOS
 Capability captureExclusion(bool isTaken, int majorVersion);
 
 } // namespace quellora

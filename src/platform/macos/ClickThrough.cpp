@@ -14,9 +14,9 @@ std::optional<bool> letsPointerPass(const QPointF &pointer, bool isButtonHeld, c
         return false;
     if (isButtonHeld)
         return std::nullopt;
-    // What sticks out of the window is not the window's.
+    // The rectangle may extend beyond the window.
     const QRect area = responseRect.translated(window.topLeft()).intersected(window);
-    // Positions are fractions of points: the right and lower edges belong to the neighbours.
+    // Positions are fractions of points, so the right and lower edges are outside.
     return pointer.x() >= area.x() && pointer.x() < area.x() + area.width() &&
            pointer.y() >= area.y() && pointer.y() < area.y() + area.height();
 }

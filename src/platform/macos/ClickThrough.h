@@ -7,18 +7,18 @@
 
 namespace quellora {
 
-/// A position of the system's desktop, whose y grows upwards from the lower edge of the primary
-/// screen, in the toolkit's, whose y grows downwards from that screen's upper edge. Points.
-/// @param primaryHeight of the primary screen
+/// Converts a desktop position from AppKit's coordinates (y upwards from the lower edge of the
+/// primary screen) to Qt's (y downwards from its upper edge), in points.
+/// @param primaryHeight height of the primary screen
 QPointF fromDesktop(double x, double y, double primaryHeight);
 
-/// Whether a window lets the pointer pass to what lies underneath; nullopt: as before.
+/// Whether the window should pass pointer events to what lies underneath; nullopt for no change.
 ///
-/// The whole window takes it or does not, so the answer follows the pointer. While a button is
-/// held nothing changes: a drag goes on where it began.
-/// @param pointer in the toolkit's desktop coordinates, points
-/// @param window the window's geometry there
-/// @param responseRect what lets through, in the window; empty: nothing does
+/// The setting applies to the whole window, so it follows the pointer. It does not change while a
+/// button is held: a drag ends where it began.
+/// @param pointer in Qt's desktop coordinates, points
+/// @param window the window's geometry in the same coordinates
+/// @param responseRect the click-through area in the window; may be empty
 std::optional<bool> letsPointerPass(const QPointF &pointer, bool isButtonHeld, const QRect &window,
                                     const QRect &responseRect);
 

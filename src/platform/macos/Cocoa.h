@@ -11,10 +11,10 @@
 
 class QWindow;
 
-/// What the port's Objective-C++ files share. Main thread only.
+/// Helpers for the Objective-C++ files of the port. Main thread only.
 namespace quellora::Cocoa {
 
-/// The window's view; nil without a native window. Never makes one.
+/// The window's view; nil without a native window, which this does not create.
 NSView *view(const QWindow &window);
 /// The native window; nil without one.
 NSWindow *window(const QWindow &window);
@@ -23,16 +23,16 @@ NSString *string(const QString &text);
 /// A null string for nil.
 QString string(NSString *text);
 
-/// Where the pointer is now, in the toolkit's desktop coordinates, points.
+/// The current position of the pointer in Qt's desktop coordinates, points.
 QPointF pointerPosition();
 
-/// Calls @p handler on the main thread at every notification of this name.
+/// Calls @p handler on the main thread for every notification of this name.
 Subscription observe(NSNotificationCenter *center, NSNotificationName name,
                      std::function<void()> handler);
-/// Shows @p handler the program's own events before anything else sees them; the one it returns
-/// goes on, nil goes nowhere. It may end the subscription.
+/// Calls @p handler with the program's own events before they are dispatched. The returned event is
+/// dispatched instead; nil drops it. The handler may end the subscription.
 Subscription monitorOwnEvents(NSEventMask mask, std::function<NSEvent *(NSEvent *)> handler);
-/// Shows @p handler copies of the events that go to other programs. It may end the subscription.
+/// Calls @p handler with copies of events for other programs. It may end the subscription.
 Subscription monitorOthersEvents(NSEventMask mask, std::function<void(NSEvent *)> handler);
 
 } // namespace quellora::Cocoa

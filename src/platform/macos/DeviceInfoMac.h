@@ -4,7 +4,7 @@
 
 namespace quellora {
 
-/// The system's own text for its version, and the processor, whatever the program was built for.
+/// The operating-system version string and the processor, also when running translated.
 class DeviceInfoMac : public DeviceInfo
 {
 public:

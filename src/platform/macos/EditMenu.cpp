@@ -29,7 +29,7 @@ bool sendStandardKey(QWindow &window, QKeySequence::StandardKey standardKey)
     const QScopedValueRollback sending(isSending, true);
     const QPointer<QWindow> target(&window);
     const QKeyCombination keys = sequence[0];
-    // As the toolkit does: a text field first says that the combination is its own.
+    // As Qt does: a text field first claims the combination as its own.
     send(window, QEvent::ShortcutOverride, keys);
     const bool isTaken = target && send(window, QEvent::KeyPress, keys);
     // The press may have closed the window.

@@ -8,16 +8,16 @@ class QWindow;
 
 namespace quellora {
 
-/// One command of the Edit menu; its key equivalent is the key with Command.
+/// A command of the Edit menu; its key equivalent is the key with Command.
 struct EditCommand
 {
     const char *title;
-    /// The action that native text fields know it by.
+    /// The action selector of native text fields.
     const char *action;
     char key;
     bool withShift;
     QKeySequence::StandardKey standardKey;
-    /// Whether a line comes below it.
+    /// Whether a separator follows.
     bool endsGroup;
 };
 
@@ -31,10 +31,9 @@ inline constexpr std::array<EditCommand, 6> editCommands{{
     {"Select All", "selectAll:", 'a', false, QKeySequence::SelectAll, false},
 }};
 
-/// Presses and releases the key combination of a command in @p window, for whatever has the focus
-/// there. Without effect while it is at it already, so that a key that comes back to the menu ends
-/// there. Main thread only.
-/// @return whether anything took the press
+/// Sends the press and release of a command's key combination to @p window. Ignores nested calls,
+/// so that a press which returns to the menu is not sent again. Main thread only.
+/// @return whether the press was accepted
 bool sendStandardKey(QWindow &window, QKeySequence::StandardKey standardKey);
 
 } // namespace quellora

@@ -6,7 +6,7 @@
 
 namespace quellora {
 
-/// Global hot keys of the system. Statuses are the system's own. Main thread only.
+/// Hot keys of Carbon's event manager. Main thread only.
 class GlobalHotkeysMac : public GlobalHotkeys
 {
 public:
@@ -16,19 +16,18 @@ public:
     GlobalHotkeysMac(const GlobalHotkeysMac &) = delete;
     GlobalHotkeysMac &operator=(const GlobalHotkeysMac &) = delete;
 
-    /// When it fails, every later registration fails with its status.
-    void installHandler(std::function<void(quint32 id)> onPress) override;
+    /// If this fails, every registration fails with its status.
+    void installHandler(std::function<void(Registration)> onPress) override;
     void removeHandler() override;
-    Result registerHotkey(const QString &key, quint32 keyCode, quint32 modifiers, quint32 signature,
-                          quint32 id) override;
+    Result registerHotkey(QKeyCombination combo) override;
     void unregisterHotkey(Registration registration) override;
 
-    /// To be called by the system's handler.
-    void deliver(quint32 id) const;
+    /// Called by the system's event handler.
+    void deliver(Registration registration) const;
 
 private:
-    std::function<void(quint32)> m_onPress;
-    // The system's references.
+    std::function<void(Registration)> m_onPress;
+    // EventHandlerRef and EventHotKeyRef.
     void *m_handler = nullptr;
     std::map<Registration, void *> m_hotkeys;
     Registration m_lastRegistration = 0;

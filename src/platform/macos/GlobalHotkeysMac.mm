@@ -1,5 +1,7 @@
 #include "platform/macos/GlobalHotkeysMac.h"
 
+#include "platform/macos/CarbonKeys.h"
+
 #include <utility>
 
 #import <Carbon/Carbon.h>
@@ -7,11 +9,19 @@
 namespace quellora {
 namespace {
 
-static_assert(quint32{GlobalHotkeys::Command} == quint32{cmdKey});
-static_assert(quint32{GlobalHotkeys::Shift} == quint32{shiftKey});
-static_assert(quint32{GlobalHotkeys::Option} == quint32{optionKey});
-static_assert(quint32{GlobalHotkeys::Control} == quint32{controlKey});
+static_assert(CarbonKeys::command == quint32{cmdKey});
+static_assert(CarbonKeys::shift == quint32{shiftKey});
+static_assert(CarbonKeys::option == quint32{optionKey});
+static_assert(CarbonKeys::control == quint32{controlKey});
 static_assert(sizeof(EventHotKeyID) == 8);
+
+constexpr OSType signature = 0x516C6F72; // "Qlor"
+
+GlobalHotkeys::Failure failure(OSStatus status)
+{
+    using Kind = GlobalHotkeys::Failure::Kind;
+    return {status == eventHotKeyExistsErr ? Kind::Taken : Kind::Unavailable, status};
+}
 
 OSStatus onHotkeyPressed(EventHandlerCallRef, EventRef event, void *userData)
 {
@@ -35,7 +45,7 @@ GlobalHotkeysMac::~GlobalHotkeysMac()
     removeHandler();
 }
 
-void GlobalHotkeysMac::installHandler(std::function<void(quint32)> onPress)
+void GlobalHotkeysMac::installHandler(std::function<void(Registration)> onPress)
 {
     removeHandler();
     m_onPress = std::move(onPress);
@@ -54,19 +64,23 @@ void GlobalHotkeysMac::removeHandler()
     m_handlerStatus = noErr;
 }
 
-GlobalHotkeys::Result GlobalHotkeysMac::registerHotkey(const QString &, quint32 keyCode,
-                                                       quint32 modifiers, quint32 signature,
-                                                       quint32 id)
+GlobalHotkeys::Result GlobalHotkeysMac::registerHotkey(QKeyCombination combo)
 {
     if (m_handlerStatus != noErr)
-        return {m_handlerStatus, 0};
+        return tl::unexpected(failure(m_handlerStatus));
+    const std::optional<quint32> found = CarbonKeys::keyCode(combo.key());
+    if (!found)
+        return tl::unexpected(Failure{Failure::Kind::UnsupportedKey, eventHotKeyInvalidErr});
+    const quint32 keyCode = *found;
+    const quint32 modifiers = CarbonKeys::modifierFlags(combo.keyboardModifiers());
+    const auto id = static_cast<quint32>(m_lastRegistration + 1);
     EventHotKeyRef hotkey = nullptr;
     const OSStatus status = RegisterEventHotKey(keyCode, modifiers, {signature, id},
                                                 GetApplicationEventTarget(), 0, &hotkey);
     if (status != noErr)
-        return {status, 0};
+        return tl::unexpected(failure(status));
     m_hotkeys.emplace(++m_lastRegistration, hotkey);
-    return {noErr, m_lastRegistration};
+    return m_lastRegistration;
 }
 
 void GlobalHotkeysMac::unregisterHotkey(Registration registration)
@@ -78,11 +92,11 @@ void GlobalHotkeysMac::unregisterHotkey(Registration registration)
     m_hotkeys.erase(found);
 }
 
-void GlobalHotkeysMac::deliver(quint32 id) const
+void GlobalHotkeysMac::deliver(Registration registration) const
 {
     // A copy: it may remove the handler.
     if (const auto onPress = m_onPress)
-        onPress(id);
+        onPress(registration);
 }
 
 } // namespace quellora

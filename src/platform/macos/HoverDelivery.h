@@ -6,17 +6,17 @@ class QWindow;
 
 namespace quellora {
 
-/// Lets a window know about a pointer that moves over it without a button held. The toolkit drops
-/// such moves while the program is not active, and the panel's program seldom is. Main thread only.
+/// Sends hover events to a window. Qt drops pointer moves without a button while the program is not
+/// active, which the panel's program rarely is. Main thread only.
 class HoverDelivery
 {
 public:
     explicit HoverDelivery(QWindow &window) : m_window(window) {}
 
-    /// @param pointer in the toolkit's desktop coordinates, points
+    /// @param pointer in Qt's desktop coordinates, points
     /// @param isOver whether the pointer's events are for the window
     void pointerMoved(const QPointF &pointer, bool isOver);
-    /// The toolkit reports the pointer itself from now on; the window hears nothing of it.
+    /// Stops without an event to the window: Qt reports the pointer itself from now on.
     void leaveToToolkit() { m_isOver = false; }
 
 private:

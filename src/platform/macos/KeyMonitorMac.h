@@ -5,7 +5,7 @@
 
 namespace quellora {
 
-/// Takes the program's key presses before its menus and windows see them. Main thread only.
+/// Intercepts the program's key presses with a local event monitor. Main thread only.
 class KeyMonitorMac : public KeyMonitor
 {
 public:

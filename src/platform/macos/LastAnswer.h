@@ -4,8 +4,7 @@
 
 namespace quellora {
 
-/// Remembers what the system last answered, for those of its notifications that say "look again"
-/// rather than "this changed".
+/// Remembers the last value of a setting, for notifications that do not tell what changed.
 template <typename T>
 class LastAnswer
 {
@@ -13,7 +12,7 @@ public:
     explicit LastAnswer(T answer) : m_answer(std::move(answer)) {}
 
     const T &value() const { return m_answer; }
-    /// @return whether @p answer is another one than the last
+    /// @return whether @p answer differs from the last one
     bool update(T answer)
     {
         if (answer == m_answer)

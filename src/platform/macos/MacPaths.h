@@ -2,13 +2,13 @@
 
 #include "platform/Platform.h"
 
-/// Where things lie on macOS.
+/// Paths on macOS.
 namespace quellora::MacPaths {
 
 /// `~/Library/Application Support`.
 QString applicationSupportDirectory();
 
-/// The system's own capture program, without its sound and with the pointer.
+/// The system's capture program, silent and with the pointer in the picture.
 CaptureTool captureTool();
 
 } // namespace quellora::MacPaths

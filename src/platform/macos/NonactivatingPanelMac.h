@@ -2,10 +2,9 @@
 
 namespace quellora {
 
-/// While one lives, panels are made as panels that take events without bringing their program to
-/// the front. The window server hears of that when a panel is made and never again, whatever its
-/// style says later, and the toolkit has no way to ask for it. At most one at a time; main thread
-/// only.
+/// While an instance exists, new NSPanels are created with the non-activating style. The window
+/// server evaluates that style only at creation, and Qt offers no way to request it. At most one
+/// instance at a time; main thread only.
 class NonactivatingPanelMac
 {
 public:

@@ -8,7 +8,7 @@
 namespace quellora {
 namespace {
 
-// Passed through as they come: nothing here owns the objects, so nothing counts them.
+// Untyped pointers: the objects are passed through without retain and release.
 using InitPanel = void *(*)(void *self, SEL selector, NSRect contentRect, NSWindowStyleMask style,
                             NSBackingStoreType backing, BOOL defer, void *screen);
 
@@ -35,7 +35,8 @@ NonactivatingPanelMac::NonactivatingPanelMac()
     const Method method = class_getInstanceMethod(panels, initSelector());
     originalInit = reinterpret_cast<InitPanel>(method_getImplementation(method));
     const auto replacement = reinterpret_cast<IMP>(&initNonactivating);
-    // Panels that inherit it from windows get a method of their own: windows are left alone.
+    // Where NSPanel inherits the method from NSWindow, it gets its own, so that windows keep
+    // theirs.
     if (!class_addMethod(panels, initSelector(), replacement, method_getTypeEncoding(method)))
         method_setImplementation(method, replacement);
 }

@@ -8,19 +8,19 @@
 
 namespace quellora {
 
-/// Keeps the traits, the capture exclusion, the click-through and the keyboard of one panel window
-/// as asked for: the toolkit resets them with the window's flags, with the program's activation
-/// and with every new native window. Lives as a child of its window. Main thread only.
+/// Reapplies the traits, the capture exclusion, the click-through area and the keyboard focus of
+/// one panel window, which Qt resets when it sets the window's flags, when the program is activated
+/// and with every new native window. A child object of its window. Main thread only.
 class PanelKeeperMac : public QObject
 {
     Q_OBJECT
 public:
-    /// The keeper of this window, made when there is none.
+    /// The keeper of this window; created on the first call.
     static PanelKeeperMac &of(QWindow &window);
 
-    /// BestEffort when the toolkit made an ordinary window.
+    /// BestEffort when Qt created an ordinary window.
     Capability keepTraits();
-    /// As captureExclusion() says.
+    /// See captureExclusion().
     Capability keepCaptureExclusion();
     Capability keepClickThrough(const QRect &responseRect);
     Capability orderFront();
@@ -31,8 +31,8 @@ public:
 
 private:
     explicit PanelKeeperMac(QWindow &window);
-    /// Sees to it that there is a native window that does not activate the program.
-    /// @return whether there is
+    /// Creates the native window as a non-activating panel if necessary.
+    /// @return whether the window has one
     bool makeNative();
     void apply();
     void applyTraits();
@@ -44,7 +44,7 @@ private:
     bool m_isExcluded = false;
     bool m_isMaking = false;
     bool m_isNonactivating = false;
-    /// The program to give the front back to when this one has it; 0 for none.
+    /// The process to activate when the keyboard is returned; 0 for none.
     int m_previousProcess = 0;
     Subscription m_activated;
     Subscription m_deactivated;

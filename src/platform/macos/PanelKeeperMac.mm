@@ -31,8 +31,8 @@ PanelKeeperMac::PanelKeeperMac(QWindow &window)
     : QObject(&window), m_window(window), m_pointer(window)
 {
     window.installEventFilter(this);
-    // Having lost the keyboard, the panel refuses it again: a click on it would otherwise make the
-    // toolkit believe that it has it. Later, as the toolkit is in the midst of the change.
+    // After losing the keyboard the panel refuses it again: otherwise Qt would treat a click as
+    // giving it the focus. Queued, because Qt is still processing the change.
     connect(
         &window, &QWindow::activeChanged, this,
         [this] {
@@ -40,7 +40,7 @@ PanelKeeperMac::PanelKeeperMac(QWindow &window)
                 setAcceptsKeyboard(false);
         },
         Qt::QueuedConnection);
-    // The toolkit lowers floating windows that stay when the program is left.
+    // Qt lowers the level of visible floating windows when the program is deactivated.
     NSNotificationCenter *center = NSNotificationCenter.defaultCenter;
     m_activated =
         Cocoa::observe(center, NSApplicationDidBecomeActiveNotification, [this] { applyTraits(); });
@@ -113,12 +113,12 @@ Capability PanelKeeperMac::takeKeyboard()
             QStringLiteral("The window takes the keyboard only while it is on the screen"));
     if (!native.keyWindow) {
         m_previousProcess = NSWorkspace.sharedWorkspace.frontmostApplication.processIdentifier;
-        // The toolkit's panels refuse to become the key window while they do not accept the focus.
+        // Qt's panels refuse to become the key window while they do not accept the focus.
         setAcceptsKeyboard(true);
-        // Makes it the key window and its view the one that gets the keys, and activates nothing.
+        // Makes the panel the key window and its view the first responder without activation.
         m_window.requestActivate();
     }
-    // The flag stays: should the system be late, the window becomes the key window after all.
+    // The flag stays set: the window may still become the key window later.
     return native.keyWindow ? Capability::applied()
                             : Capability::bestEffort(QStringLiteral(
                                   "The system has not given the window the keyboard yet"));
@@ -129,15 +129,15 @@ void PanelKeeperMac::returnKeyboard()
     NSWindow *native = Cocoa::window(m_window);
     if (!native.keyWindow)
         return;
-    // With the program itself in front, the one that was there has to come back.
+    // If this program is active, the previous one has to be activated.
     const int previous = std::exchange(m_previousProcess, 0);
     if (NSApp.active && previous != 0 && previous != NSProcessInfo.processInfo.processIdentifier) {
         [[NSRunningApplication runningApplicationWithProcessIdentifier:previous]
             activateWithOptions:NSApplicationActivationOptions(0)];
     }
-    // A key window cannot be asked to stop being it. Taken off the screen, it leaves the keyboard
-    // to the key window of the program in front; and as it refuses the keyboard from then on, it
-    // comes back without. Nothing is drawn in between.
+    // A key window cannot resign on request. Ordering it out gives the keyboard to the key window
+    // of the active program; since the panel refuses the keyboard from then on, ordering it front
+    // does not take it back. Nothing is drawn in between.
     const NSWindowAnimationBehavior animation = native.animationBehavior;
     native.animationBehavior = NSWindowAnimationBehaviorNone;
     [native orderOut:nil];
@@ -160,7 +160,7 @@ bool PanelKeeperMac::eventFilter(QObject *watched, QEvent *event)
         }
         break;
     case QEvent::Show:
-        // Arrives before the native window is on the screen.
+        // Sent before the native window is visible.
         apply();
         break;
     case QEvent::Hide:
@@ -182,7 +182,7 @@ void PanelKeeperMac::setAcceptsKeyboard(bool accepts)
     if (m_window.flags().testFlag(Qt::WindowDoesNotAcceptFocus) != accepts)
         return;
     m_window.setFlag(Qt::WindowDoesNotAcceptFocus, !accepts);
-    // The toolkit has set the style, the level and the pointer's events anew with the flags.
+    // With the flags Qt has reset the style, the level and the handling of pointer events.
     apply();
 }
 
@@ -204,13 +204,13 @@ void PanelKeeperMac::applyTraits()
         panel.styleMask = panel.styleMask | NSWindowStyleMaskNonactivatingPanel;
         panel.becomesKeyOnlyIfNeeded = YES;
     }
-    // In place of the toolkit's, which may hold one that excludes this.
+    // Replaces Qt's behaviour, which may contain a conflicting option.
     native.collectionBehavior =
         NSWindowCollectionBehaviorCanJoinAllSpaces | NSWindowCollectionBehaviorFullScreenAuxiliary;
     native.hidesOnDeactivate = NO;
     native.hasShadow = YES;
     native.appearance = [NSAppearance appearanceNamed:NSAppearanceNameDarkAqua];
-    // Last: it makes the system look at style and behaviour again.
+    // Set last: it makes the system evaluate style and behaviour again.
     native.level = NSFloatingWindowLevel;
 }
 

@@ -9,19 +9,19 @@ class QWindow;
 
 namespace quellora {
 
-/// The pointer over the panel: lets its events pass where they are meant for what lies underneath,
-/// and tells the panel of moves that the toolkit drops because the program is not active. Watches
-/// the pointer only while the panel is shown. Main thread only.
+/// Passes pointer events in the click-through area to the window underneath, and delivers the hover
+/// events that Qt drops while the program is not active. Monitors the pointer only while the panel
+/// is shown. Main thread only.
 class PanelPointerMac
 {
 public:
     explicit PanelPointerMac(QWindow &window);
 
-    /// @param responseRect in the window, points; empty: the whole window takes the events
+    /// @param responseRect in the window, points; when empty the whole window receives events
     void setResponseRect(const QRect &responseRect);
-    /// To be called when the window was shown, hidden, moved, resized or changed its flags.
+    /// Call after the window was shown, hidden, moved, resized or changed its flags.
     void windowChanged();
-    /// To be called for every new native window.
+    /// Call for every new native window.
     void windowRecreated();
 
 private:

@@ -9,7 +9,7 @@ namespace quellora {
 namespace {
 
 constexpr NSEventMask moves = NSEventMaskMouseMoved;
-// The end of a drag decides anew.
+// Releases: after a drag the setting is evaluated again.
 constexpr NSEventMask releases =
     NSEventMaskLeftMouseUp | NSEventMaskRightMouseUp | NSEventMaskOtherMouseUp;
 constexpr NSEventMask crossings = NSEventMaskMouseEntered | NSEventMaskMouseExited;
@@ -65,7 +65,7 @@ void PanelPointerMac::watch()
             return event;
         });
     }
-    // Events of the panel itself never come this way, and those of other programs never the other.
+    // Global monitors do not receive the program's own events, nor local ones those of others.
     if (!isShown || m_responseRect.isEmpty()) {
         m_othersEvents.reset();
     } else if (!m_othersEvents.isActive()) {
@@ -84,8 +84,8 @@ void PanelPointerMac::applyPassing()
         letsPointerPass(pointer, isButtonHeld(), m_window.geometry(), m_responseRect);
     if (passes)
         m_isPassing = *passes;
-    // Set once at least: until then the system itself lets events pass where nothing is drawn. And
-    // the toolkit puts it back when the window's flags change.
+    // Set explicitly at least once: until then the system passes events where nothing is drawn. Qt
+    // resets it when the window's flags change.
     if (!m_isSet || bool(native.ignoresMouseEvents) != m_isPassing)
         native.ignoresMouseEvents = m_isPassing;
     m_isSet = true;

@@ -10,14 +10,14 @@ namespace quellora {
 
 Capability PanelWindowMac::applyPanelTraits(QWindow &window)
 {
-    // Tool windows are the toolkit's panels. Its flags for staying on top and for shadows would
-    // mean another level and no shadow whenever it sets them anew.
+    // Qt creates an NSPanel for tool windows. Its stay-on-top and no-shadow flags would override
+    // the level and the shadow whenever Qt applies them.
     constexpr Qt::WindowFlags panelFlags = Qt::Tool | Qt::FramelessWindowHint;
     constexpr Qt::WindowFlags otherFlags =
         Qt::WindowType_Mask | Qt::WindowStaysOnTopHint | Qt::NoDropShadowWindowHint;
     const Qt::WindowFlags flags = (window.flags() & ~otherFlags) | panelFlags;
     if (window.flags() != flags) {
-        // Ground and kind are fixed once the native window exists.
+        // Transparency and window class are fixed once the native window exists.
         const bool wasVisible = window.isVisible();
         window.destroy();
         QSurfaceFormat format = window.requestedFormat();

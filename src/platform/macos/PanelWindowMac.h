@@ -4,9 +4,9 @@
 
 namespace quellora {
 
-/// The floating panel on macOS: a panel that takes clicks without bringing its program to the
-/// front, above ordinary windows, on every space and beside full-screen programs. Only makeKey()
-/// gives it the keyboard; the program in front stays there meanwhile.
+/// The floating panel on macOS: a non-activating NSPanel above ordinary windows, on every space and
+/// beside full-screen programs. Only makeKey() gives it the keyboard, without activating the
+/// program.
 class PanelWindowMac : public PanelWindow
 {
 public:
@@ -14,7 +14,7 @@ public:
     Capability excludeFromCapture(QWindow &window) override;
     Capability setClickThrough(QWindow &window, const QRect &responseRect) override;
     Capability orderFront(QWindow &window) override;
-    /// BestEffort while the window is not on the screen or the system is late.
+    /// BestEffort while the window is not visible or not yet the key window.
     Capability makeKey(QWindow &window) override;
     void resignKey(QWindow &window) override;
     bool isCompositing() const override { return true; }

@@ -6,9 +6,8 @@
 
 namespace quellora {
 
-/// The system's privacy permissions. It announces no change: they are asked again whenever the
-/// program comes to the front or the user goes to another one, as out of the settings. Main thread
-/// only.
+/// Privacy permissions. The system does not announce changes, so they are checked whenever this or
+/// another program is activated, as when the user leaves the system settings. Main thread only.
 class PermissionsMac : public Permissions
 {
 public:

@@ -24,9 +24,9 @@ void setDefault(const char *variable, const char *value)
 
 void Platform::prepareOutput()
 {
-    // The page engine's long report of its own settings would bury everything else.
+    // WebEngine's long report of its settings would fill the log.
     setDefault("QT_LOGGING_RULES", "qt.webenginecontext=false");
-    // A terminal or a pipe keeps what is written; started from the desktop, nobody does.
+    // Programs started from the desktop have no standard output to keep.
     const QString problem = LogFile::keepLostOutput(STDOUT_FILENO, qgetenv("HOME"));
     if (!problem.isEmpty())
         std::fprintf(stderr, "quellora: no log is kept: %s\n", qPrintable(problem));
@@ -34,9 +34,9 @@ void Platform::prepareOutput()
 
 void Platform::prepareProcess()
 {
-    // No entry in the Dock that flashes up until the program has become an accessory.
+    // Prevents a Dock entry before the program becomes an accessory.
     setDefault("QT_MAC_DISABLE_FOREGROUND_APPLICATION_TRANSFORM", "1");
-    // A window that comes above others brings its program to the front only when that is asked for.
+    // Raising a window must not activate the program.
     setDefault("QT_MAC_SET_RAISE_PROCESS", "0");
     QSurfaceFormat format = QSurfaceFormat::defaultFormat();
     format.setAlphaBufferSize(8);
@@ -45,12 +45,12 @@ void Platform::prepareProcess()
 
 void Platform::leaveWithDisplay(void (*)())
 {
-    // Logging out asks every program to quit first.
+    // At logout the system asks every program to quit first.
 }
 
 QString Platform::displaySession()
 {
-    // A user has one at a time.
+    // A user has one session at a time.
     return QStringLiteral("desktop");
 }
 

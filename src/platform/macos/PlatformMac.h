@@ -13,7 +13,7 @@
 
 namespace quellora {
 
-/// The menu bar, which is always there.
+/// The menu bar; always available.
 class StatusAreaMac : public StatusArea
 {
 public:

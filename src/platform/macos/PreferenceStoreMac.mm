@@ -11,7 +11,7 @@ QVariant variant(id value)
         return {};
     if ([value isKindOfClass:NSString.class])
         return Cocoa::string(static_cast<NSString *>(value));
-    // There are two truth values. Numbers are of the same class, and equal to them.
+    // Compared by identity: numbers have the same class and may be equal to booleans.
     const CFTypeRef reference = (__bridge CFTypeRef)value;
     if (reference == kCFBooleanTrue || reference == kCFBooleanFalse)
         return reference == kCFBooleanTrue;
@@ -25,7 +25,7 @@ QVariant variant(id value)
         }
         return map;
     }
-    // Valid, and nothing that this program stores.
+    // A valid variant of a type that this program never stores.
     return QVariant::fromValue(nullptr);
 }
 

@@ -58,7 +58,7 @@ void PreferencesUserDefaults::setBool(const QString &key, bool value)
 
 void PreferencesUserDefaults::setString(const QString &key, const QString &value)
 {
-    // A null string is an empty one.
+    // Stores a null string as an empty one.
     store(key, value.isNull() ? QStringLiteral("") : value);
 }
 

@@ -8,30 +8,30 @@
 
 namespace quellora {
 
-/// The system's store of one program's preferences: values by key. Main thread only.
+/// The system's key-value store for the program's preferences. Main thread only.
 class PreferenceStore
 {
 public:
     virtual ~PreferenceStore() = default;
-    /// A bool, a QString, a QVariantMap (its values alike) or, for what a program like this one
-    /// never stores, something else that is valid; invalid when there is nothing.
+    /// A bool, a QString or a QVariantMap of those; a valid variant of another type for other kinds
+    /// of values; invalid when the key is absent.
     virtual QVariant value(const QString &key) const = 0;
     /// @param value a bool, a QString or a QVariantMap of strings
     virtual void setValue(const QString &key, const QVariant &value) = 0;
     virtual void removeValue(const QString &key) = 0;
     /// Blocks until everything is stored.
-    /// @return whether it is
+    /// @return whether that succeeded
     virtual bool synchronize() = 0;
 };
 
-/// UserDefaults over the system's own preferences, which keep themselves on the disk.
+/// UserDefaults over the system's preferences store, which persists itself.
 class PreferencesUserDefaults : public UserDefaults
 {
     Q_OBJECT
 public:
     explicit PreferencesUserDefaults(std::unique_ptr<PreferenceStore> store,
                                      QObject *parent = nullptr);
-    /// Waits until everything is stored.
+    /// Flushes the store.
     ~PreferencesUserDefaults() override;
 
     std::optional<bool> boolValue(const QString &key) const override;

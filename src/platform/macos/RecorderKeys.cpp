@@ -12,17 +12,16 @@ constexpr QStringView bindablePunctuation = u"[]-=;',./\\`";
 struct ModifierFlag
 {
     quint64 native;
-    GlobalHotkeys::Modifier modifier;
+    Qt::KeyboardModifier modifier;
 };
 constexpr std::array<ModifierFlag, 4> modifierFlagTable{{
-    {1U << 17, GlobalHotkeys::Shift},
-    {1U << 18, GlobalHotkeys::Control},
-    {1U << 19, GlobalHotkeys::Option},
-    {1U << 20, GlobalHotkeys::Command},
+    {1U << 17, Qt::ShiftModifier},
+    {1U << 18, Qt::ControlModifier},
+    {1U << 19, Qt::AltModifier},
+    {1U << 20, Qt::MetaModifier},
 }};
 
-/// Letters of every alphabet count: the recorder says that one without a key of its own cannot be
-/// registered, which tells more than silence.
+/// Keeps letters of every alphabet: registering reports those without a key of their own.
 QString bindableCharacter(const QString &characters)
 {
     const QString lower = characters.toLower();

@@ -4,9 +4,9 @@
 
 namespace quellora {
 
-/// A key press as the recorder of a new combination sees it.
-/// @param modifierFlags the system's flags of the modifiers that are held
-/// @param characters what the key writes in the current layout without any modifier
+/// Converts a native key press for the recorder of a new combination.
+/// @param modifierFlags the NSEventModifierFlags held
+/// @param characters the key's characters in the current layout without modifiers
 /// @param keyCode the key's virtual key code
 KeyDown recorderKeyDown(quint64 modifierFlags, const QString &characters, quint16 keyCode);
 

@@ -5,13 +5,13 @@
 
 namespace quellora {
 
-/// Something of the system's that goes on until this object ends it: an observer, an event
-/// monitor. Movable; ends what it held when it is destroyed, replaced or reset. Main thread only.
+/// Owns an observer or event monitor and removes it when destroyed, replaced or reset. Movable.
+/// Main thread only.
 class Subscription
 {
 public:
     Subscription() = default;
-    /// @param end called once; must not throw
+    /// @param end removes it; called once; must not throw
     explicit Subscription(std::function<void()> end) : m_end(std::move(end)) {}
     Subscription(Subscription &&other) noexcept : m_end(std::exchange(other.m_end, nullptr)) {}
     Subscription &operator=(Subscription &&other) noexcept
@@ -27,7 +27,7 @@ public:
     bool isActive() const { return m_end != nullptr; }
     void reset()
     {
-        // Out of the member first: what ends may look at this object.
+        // Cleared first: the function may query this object.
         if (const auto end = std::exchange(m_end, nullptr))
             end();
     }

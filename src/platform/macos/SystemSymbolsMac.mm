@@ -16,7 +16,7 @@ NSImage *symbolImage(const QString &name, double points)
     return [symbol imageWithSymbolConfiguration:size];
 }
 
-/// Draws the image, whose own pixels are made for some screen, with the wanted ones.
+/// Renders the image at the given scale.
 NSData *drawnAsPng(NSImage *image, int scale)
 {
     const NSSize size = image.size;
@@ -33,7 +33,7 @@ NSData *drawnAsPng(NSImage *image, int scale)
                                               bitsPerPixel:0];
     if (!pixels)
         return nil;
-    // In points: the context's scale is the ratio of the two.
+    // The size in points determines the scale of the drawing context.
     pixels.size = NSMakeSize(double(pixels.pixelsWide) / scale, double(pixels.pixelsHigh) / scale);
     [NSGraphicsContext saveGraphicsState];
     NSGraphicsContext.currentContext = [NSGraphicsContext graphicsContextWithBitmapImageRep:pixels];

@@ -4,8 +4,8 @@
 
 namespace quellora {
 
-/// Hands web and mail addresses and existing regular files to the user's default programs; all else
-/// is refused.
+/// Opens web and mail addresses and existing regular files with the user's default programs and
+/// refuses everything else.
 class WorkspaceMac : public Workspace
 {
 public:

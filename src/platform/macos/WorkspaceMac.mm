@@ -18,7 +18,7 @@ QFuture<OpenResult> handOver(NSURL *native, const QUrl &url)
             OpenRules::failure(url, QStringLiteral("the address is not valid")));
     const auto promise = std::make_shared<QPromise<OpenResult>>();
     promise->start();
-    // The simple call waits for the other program.
+    // openURL: would block until the other program responds.
     [NSWorkspace.sharedWorkspace openURL:native
                            configuration:[NSWorkspaceOpenConfiguration configuration]
                        completionHandler:^(NSRunningApplication *, NSError *error) {

@@ -41,11 +41,11 @@ public:
 class NullGlobalHotkeys : public GlobalHotkeys
 {
 public:
-    void installHandler(std::function<void(quint32)>) override {}
+    void installHandler(std::function<void(Registration)>) override {}
     void removeHandler() override {}
-    Result registerHotkey(const QString &, quint32, quint32, quint32, quint32) override
+    Result registerHotkey(QKeyCombination) override
     {
-        return {NullPlatform::hotkeysUnavailable, 0};
+        return tl::unexpected(Failure{Failure::Kind::Unavailable, -1});
     }
     void unregisterHotkey(Registration) override {}
 };

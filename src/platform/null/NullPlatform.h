@@ -9,9 +9,6 @@ namespace quellora {
 class NullPlatform : public Platform
 {
 public:
-    /// Status of every hot-key registration.
-    static constexpr int hotkeysUnavailable = -1;
-
     /// @param deviceInfo facts about the machine, which need no windows
     /// @param vocabulary of the system beneath
     NullPlatform(std::unique_ptr<DeviceInfo> deviceInfo, CaptureTool captureTool,

@@ -8,7 +8,7 @@ Card {
 
     required property SettingsModel settings
 
-    /// A row has something to show that may lie out of view.
+    /// Asks to scroll the row into view.
     signal attention(Item row)
 
     implicitHeight: column.height
@@ -18,7 +18,7 @@ Card {
         width: parent.width
 
         Repeater {
-            id: rows
+            id: repeater
             model: card.settings.hotkeyRows
 
             delegate: HotkeyRow {
@@ -28,7 +28,7 @@ Card {
                 theme: card.theme
                 width: card.width
                 isFirst: index === 0
-                isLast: index === 6
+                isLast: index === repeater.count - 1
                 outerRadius: card.radius
             }
         }

@@ -3,7 +3,7 @@ import QtQuick.Controls.Basic as Basic
 import Quellora.Sheets
 import Quellora.Ui
 
-/// One action's shortcut: a press records a new one. Below the row, what is wrong or to be decided.
+/// One action with its shortcut; a click records a new one. An error or a question is shown below.
 Item {
     id: row
 
@@ -21,14 +21,14 @@ Item {
     property bool isLast: false
     property real outerRadius: 0
     readonly property bool isPending: conflict.length > 0
-    /// In narrow windows title and chip stand below each other.
+    /// In narrow windows the chip is below the title.
     readonly property bool isStacked: Tokens.space3 + title_.implicitWidth + Tokens.space3
                                       + chip.width + 44 > width
     readonly property real topHeight: isStacked ? 64 : 40
     readonly property bool isPendingStacked: notice.x + notice.implicitWidth + Tokens.space2
                                              + choices.width + Tokens.space3 > width
 
-    /// It has something to show that may lie out of view.
+    /// Asks to scroll this row into view.
     signal attention()
 
     onIsCapturingChanged: {
@@ -57,7 +57,7 @@ Item {
         background: RowBackground {
             control: button
             theme: row.theme
-            // While a decision is due no key moves in the sheet, so there is no place to mark.
+            // The keyboard does not navigate the sheet while the question is open.
             showsRing: !row.isPending
             isFirst: row.isFirst
             isLast: row.isLast
@@ -106,7 +106,7 @@ Item {
         foreground: down || hovered ? theme.text : theme.dimText
         iconName: cancels ? "x" : "rotate-ccw"
         name: cancels ? qsTr("Cancel recording") : qsTr("Reset %1").arg(row.title)
-        // Keys belong to the recording.
+        // The recording takes all keys.
         focusPolicy: cancels ? Qt.NoFocus : Qt.TabFocus
         onClicked: cancels ? row.rows.cancelCapture() : row.rows.reset(row.index)
     }

@@ -1,6 +1,5 @@
 #include "sheets/settings/HotkeyRows.h"
 
-#include "hotkeys/HotkeyBindings.h"
 #include "hotkeys/HotkeyCombo.h"
 #include "hotkeys/HotkeyRebinding.h"
 
@@ -11,9 +10,9 @@ namespace {
 
 std::optional<HotkeyAction> actionAt(int row)
 {
-    if (row < 0 || row >= int(HotkeyActions::all.size()))
+    if (row < 0 || row >= int(hotkeyActions.size()))
         return std::nullopt;
-    return HotkeyActions::all.at(std::size_t(row));
+    return hotkeyActions.at(std::size_t(row)).action;
 }
 
 } // namespace
@@ -21,14 +20,14 @@ std::optional<HotkeyAction> actionAt(int row)
 HotkeyRows::HotkeyRows(HotkeyRebinding &rebinding, Vocabulary words, QObject *parent)
     : QAbstractListModel(parent), m_rebinding(rebinding), m_words(std::move(words))
 {
-    // The rows stay, so that a view keeps its focus and scroll position.
+    // No reset of the model: the view keeps its focus and scroll position.
     connect(&rebinding, &HotkeyRebinding::changed, this,
             [this] { Q_EMIT dataChanged(index(0), index(rowCount() - 1)); });
 }
 
 int HotkeyRows::rowCount(const QModelIndex &parent) const
 {
-    return parent.isValid() ? 0 : int(HotkeyActions::all.size());
+    return parent.isValid() ? 0 : int(hotkeyActions.size());
 }
 
 QVariant HotkeyRows::data(const QModelIndex &index, int role) const
@@ -36,7 +35,7 @@ QVariant HotkeyRows::data(const QModelIndex &index, int role) const
     if (!checkIndex(index, CheckIndexOption::IndexIsValid | CheckIndexOption::ParentIsInvalid))
         return {};
     const HotkeyAction action = *actionAt(index.row());
-    const QString combo = HotkeyActions::combo(action, m_rebinding.hotkeysConfig());
+    const QString &combo = m_rebinding.hotkeysConfig()[action];
     const bool isCapturing = m_rebinding.capturingHotkeyAction() == action;
     const auto &conflict = m_rebinding.pendingSystemConflict();
     const auto &rollback = m_rebinding.hotkeyRollbackMessage();
@@ -47,7 +46,7 @@ QVariant HotkeyRows::data(const QModelIndex &index, int role) const
     case ComboRole:
         return HotkeyCombo::displayString(combo, m_words);
     case ChangedRole:
-        return combo != HotkeyActions::combo(action, m_rebinding.configFileHotkeys());
+        return combo != m_rebinding.configFileHotkeys()[action];
     case CapturingRole:
         return isCapturing;
     case ErrorRole:

@@ -9,8 +9,8 @@ namespace quellora {
 
 class HotkeyRebinding;
 
-/// One row per action in the actions' fixed order: what the settings show of its binding and of a
-/// recording under way. Main thread only.
+/// The rows of the hot-key settings: one per action, in the order of hotkeyActions. Main thread
+/// only.
 class HotkeyRows : public QAbstractListModel
 {
     Q_OBJECT
@@ -24,7 +24,7 @@ public:
         /// Whether the combo differs from the file's.
         ChangedRole,
         CapturingRole,
-        /// Why a recorded combo was not taken; empty when nothing is wrong.
+        /// Why a recorded combo was refused; empty without an error.
         ErrorRole,
         /// "This may conflict with …" while a combo awaits confirmation, else empty.
         ConflictRole,
@@ -33,14 +33,14 @@ public:
     };
 
     /// @param rebinding must outlive the model
-    /// @param words in which keys are named
+    /// @param words names the keys
     HotkeyRows(HotkeyRebinding &rebinding, Vocabulary words, QObject *parent = nullptr);
 
     int rowCount(const QModelIndex &parent = {}) const override;
     QVariant data(const QModelIndex &index, int role) const override;
     QHash<int, QByteArray> roleNames() const override;
 
-    // What the view asks for; rows out of range are ignored.
+    // Rows out of range are ignored.
     Q_INVOKABLE void beginCapture(int row);
     Q_INVOKABLE void cancelCapture();
     Q_INVOKABLE void confirmConflict();

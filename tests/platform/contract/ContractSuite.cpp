@@ -159,7 +159,7 @@ SceneSuite::Receiver SceneSuite::whoHasTheKeyboard()
     using Changed = std::function<bool()>;
     const auto before = m_panel->keys.size();
     const auto otherBefore = m_other->keys().size();
-    if (!harness().press({{QStringLiteral("k"), 0}}))
+    if (!harness().press({{QStringLiteral("k"), {}}}))
         return Receiver::Nobody;
     return awaitReceiver(Changed([&] { return m_panel->keys.size() > before; }),
                          Changed([&] { return m_other->keys().size() > otherBefore; }));

@@ -1,5 +1,6 @@
 #include "platform/contract/FakeHarness.h"
 
+#include "hotkeys/HotkeyCombo.h"
 #include "platform/contract/ProbeWindow.h"
 
 #include <QGuiApplication>
@@ -74,7 +75,11 @@ bool FakeHarness::press(const QList<Combo> &combos)
 
 void FakeHarness::pressOne(const Combo &combo)
 {
-    if (m_fakes->hotkeys.pressCombo(combo.key, combo.modifiers))
+    const std::optional<QKeyCombination> bindable = HotkeyCombo::parse(combo.key);
+    const Qt::Key key = bindable                                ? bindable->key()
+                        : combo.key == QStringLiteral("escape") ? Qt::Key_Escape
+                                                                : Qt::Key_Space;
+    if (m_fakes->hotkeys.pressCombo(combo.modifiers | key))
         return;
     QWindow *owner = m_fakes->panel.keyboardOwner();
     if (!owner) {
@@ -82,22 +87,10 @@ void FakeHarness::pressOne(const Combo &combo)
             m_others.last()->typed << combo.key;
         return;
     }
-    const bool isEscape = combo.key == QStringLiteral("escape");
-    const bool canBeBound = combo.key.size() == 1;
-    if (m_fakes->keys.press({combo.modifiers, canBeBound ? combo.key : QString(), isEscape}))
+    if (m_fakes->keys.press(
+            {combo.modifiers, bindable ? combo.key : QString(), key == Qt::Key_Escape}))
         return;
-    const QList<std::pair<quint32, Qt::KeyboardModifier>> table{
-        {GlobalHotkeys::Control, Qt::ControlModifier},
-        {GlobalHotkeys::Option, Qt::AltModifier},
-        {GlobalHotkeys::Command, Qt::MetaModifier},
-        {GlobalHotkeys::Shift, Qt::ShiftModifier}};
-    Qt::KeyboardModifiers held;
-    for (const auto &[flag, modifier] : table)
-        held.setFlag(modifier, combo.modifiers & flag);
-    const Qt::Key key = isEscape     ? Qt::Key_Escape
-                        : canBeBound ? Qt::Key(combo.key.front().toUpper().unicode())
-                                     : Qt::Key_Space;
-    QTest::keyClick(owner, key, held);
+    QTest::keyClick(owner, key, combo.modifiers);
 }
 
 /// Our window that a click at a place of the screen is for; null when it is another program's.
@@ -128,13 +121,13 @@ bool FakeHarness::click(const QPoint &place)
 
 bool FakeHarness::claimHotkey(const Combo &combo)
 {
-    m_fakes->hotkeys.claim(combo.key, combo.modifiers);
+    m_fakes->hotkeys.claim(combo.modifiers | HotkeyCombo::parse(combo.key)->key());
     return true;
 }
 
 bool FakeHarness::releaseHotkey(const Combo &combo)
 {
-    m_fakes->hotkeys.release(combo.key, combo.modifiers);
+    m_fakes->hotkeys.release(combo.modifiers | HotkeyCombo::parse(combo.key)->key());
     return true;
 }
 

@@ -3,6 +3,7 @@
 #include "platform/contract/ContractSuite.h"
 
 #include <QList>
+#include <QMap>
 
 namespace quellora {
 
@@ -16,17 +17,18 @@ private Q_SLOTS:
     void init();
     void cleanup();
 
-    void pressDeliversItsIdOnce();
+    void aPressIsDeliveredOnce();
     void pressReachesNobodyElse();
     void firesInOurOwnWindow();
     void modifiersMustMatchExactly();
     void modifiersAreToldApart();
-    void everyKeyOfTheTableWorks();
+    void everyBindableKeyWorks();
     void registrationsAreDistinct();
     void unregisteredKeyIsSilentAndFree();
     void unregisteringWhatIsNotRegisteredIsNoError();
     void ourOwnDuplicateIsRefused();
     void mayBeRegisteredAgain();
+    void unsupportedKeyIsRefused();
     void anotherProgramsHotkeyIsRefused();
     void removedHandlerHearsNothing();
     void handlerMayUnregisterAndRemoveItself();
@@ -34,13 +36,15 @@ private Q_SLOTS:
 
 private:
     GlobalHotkeys &role() { return platform().globalHotkeys(); }
-    GlobalHotkeys::Result add(const QString &key, quint32 modifiers, quint32 id);
+    /// @param id stands for the hot key in m_fired
+    GlobalHotkeys::Result add(const QString &key, Qt::KeyboardModifiers modifiers, int id);
     /// Presses a last hot key: what was pressed before it has fired by then or never will.
     bool pressMarker();
     void listen();
 
     std::unique_ptr<OtherWindow> m_other;
-    QList<quint32> m_fired;
+    QMap<GlobalHotkeys::Registration, int> m_ids;
+    QList<int> m_fired;
     /// Presses that did not come on the main thread.
     int m_elsewhere = 0;
 };

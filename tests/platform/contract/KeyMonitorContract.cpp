@@ -7,7 +7,7 @@
 namespace quellora {
 namespace {
 
-constexpr quint32 three = GlobalHotkeys::Control | GlobalHotkeys::Option | GlobalHotkeys::Command;
+constexpr Qt::KeyboardModifiers three = Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier;
 const QString c = QStringLiteral("c");
 const QString x = QStringLiteral("x");
 const QString escape = QStringLiteral("escape");
@@ -42,7 +42,7 @@ void KeyMonitorContract::takesPressesAheadOfTheField()
 {
     QVERIFY(preparePanel());
     collect();
-    QVERIFY(harness().press({{c, 0}, {x, GlobalHotkeys::Control | GlobalHotkeys::Option}}));
+    QVERIFY(harness().press({{c, {}}, {x, Qt::ControlModifier | Qt::AltModifier}}));
     CONTRACT_TRY_COMPARE(characters(), (QStringList{c, x}));
     QCOMPARE(panel().keys, QStringList());
     QCOMPARE(panel().overrides, 0);
@@ -74,7 +74,7 @@ void KeyMonitorContract::leavesOtherProgramsKeysAlone()
     QVERIFY(preparePanel());
     collect();
     QCOMPARE(clickBeside(), Receiver::Other);
-    QVERIFY(harness().press({{c, 0}}));
+    QVERIFY(harness().press({{c, {}}}));
     CONTRACT_TRY_COMPARE(other().keys(), QStringList{c});
     QVERIFY(m_keys.isEmpty());
 }
@@ -84,11 +84,11 @@ void KeyMonitorContract::afterRemovalTheFieldHasThem()
     QVERIFY(preparePanel());
     monitor().remove();
     collect();
-    QVERIFY(harness().press({{c, 0}}));
+    QVERIFY(harness().press({{c, {}}}));
     CONTRACT_TRY_COMPARE(characters(), QStringList{c});
     monitor().remove();
     monitor().remove();
-    QVERIFY(harness().press({{x, 0}}));
+    QVERIFY(harness().press({{x, {}}}));
     CONTRACT_TRY_COMPARE(panel().keys, QStringList{x});
     QCOMPARE(m_keys.size(), 1);
 }
@@ -100,7 +100,7 @@ void KeyMonitorContract::handlerMayRemoveIt()
         monitor().remove();
         m_keys << key;
     });
-    QVERIFY(harness().press({{c, 0}, {x, 0}}));
+    QVERIFY(harness().press({{c, {}}, {x, {}}}));
     CONTRACT_TRY_COMPARE(panel().keys, QStringList{x});
     QCOMPARE(characters(), QStringList{c});
 }
@@ -111,11 +111,11 @@ void KeyMonitorContract::installingAgainReplacesTheHandler()
     int first = 0;
     monitor().install([&first](const KeyDown &) { ++first; });
     collect();
-    QVERIFY(harness().press({{c, 0}}));
+    QVERIFY(harness().press({{c, {}}}));
     CONTRACT_TRY_COMPARE(characters(), QStringList{c});
     QCOMPARE(first, 0);
     monitor().remove();
-    QVERIFY(harness().press({{x, 0}}));
+    QVERIFY(harness().press({{x, {}}}));
     CONTRACT_TRY_COMPARE(panel().keys, QStringList{x});
     QCOMPARE(first, 0);
 }
@@ -124,7 +124,7 @@ void KeyMonitorContract::escapeIsFlagged()
 {
     QVERIFY(preparePanel());
     collect();
-    QVERIFY(harness().press({{escape, 0}, {c, 0}}));
+    QVERIFY(harness().press({{escape, {}}, {c, {}}}));
     CONTRACT_TRY_COMPARE(m_keys.size(), 2);
     QVERIFY(m_keys.at(0).isEscape);
     QCOMPARE(m_keys.at(0).character, QString());
@@ -135,18 +135,18 @@ void KeyMonitorContract::escapeIsFlagged()
 
 void KeyMonitorContract::modifiersAreReported_data()
 {
-    QTest::addColumn<quint32>("modifiers");
-    QTest::newRow("none") << 0U;
-    QTest::newRow("command") << quint32(GlobalHotkeys::Command);
-    QTest::newRow("shift") << quint32(GlobalHotkeys::Shift);
-    QTest::newRow("option") << quint32(GlobalHotkeys::Option);
-    QTest::newRow("control") << quint32(GlobalHotkeys::Control);
-    QTest::newRow("all") << (GlobalHotkeys::Shift | three);
+    QTest::addColumn<Qt::KeyboardModifiers>("modifiers");
+    QTest::newRow("none") << Qt::KeyboardModifiers();
+    QTest::newRow("command") << Qt::KeyboardModifiers(Qt::MetaModifier);
+    QTest::newRow("shift") << Qt::KeyboardModifiers(Qt::ShiftModifier);
+    QTest::newRow("option") << Qt::KeyboardModifiers(Qt::AltModifier);
+    QTest::newRow("control") << Qt::KeyboardModifiers(Qt::ControlModifier);
+    QTest::newRow("all") << (Qt::ShiftModifier | three);
 }
 
 void KeyMonitorContract::modifiersAreReported()
 {
-    QFETCH(quint32, modifiers);
+    QFETCH(Qt::KeyboardModifiers, modifiers);
     QVERIFY(preparePanel());
     collect();
     QVERIFY(harness().press({{c, modifiers}}));
@@ -160,9 +160,9 @@ void KeyMonitorContract::shiftDoesNotChangeTheCharacter()
 {
     QVERIFY(preparePanel());
     collect();
-    QVERIFY(harness().press({{QStringLiteral("3"), GlobalHotkeys::Shift},
-                             {QStringLiteral("a"), GlobalHotkeys::Shift},
-                             {QStringLiteral("/"), GlobalHotkeys::Shift}}));
+    QVERIFY(harness().press({{QStringLiteral("3"), Qt::ShiftModifier},
+                             {QStringLiteral("a"), Qt::ShiftModifier},
+                             {QStringLiteral("/"), Qt::ShiftModifier}}));
     CONTRACT_TRY_COMPARE(
         characters(), (QStringList{QStringLiteral("3"), QStringLiteral("a"), QStringLiteral("/")}));
     monitor().remove();
@@ -178,7 +178,7 @@ void KeyMonitorContract::keysThatCannotBeBoundHaveNoCharacter()
         else
             m_keys << key;
     });
-    QVERIFY(harness().press({{QStringLiteral("space"), 0}, {c, 0}}));
+    QVERIFY(harness().press({{QStringLiteral("space"), {}}, {c, {}}}));
     CONTRACT_TRY_COMPARE(characters(), QStringList{c});
     QVERIFY2(others > 0, "the key is taken all the same");
     QCOMPARE(panel().keys, QStringList());
@@ -190,11 +190,11 @@ void KeyMonitorContract::everyKeyOfTheTableHasItsName()
     QVERIFY(preparePanel());
     collect();
     QList<Combo> combos;
-    for (const QString &key : HotkeyCombo::keyNames())
-        combos << Combo{key, GlobalHotkeys::Control};
+    for (const QChar key : HotkeyCombo::bindableKeys)
+        combos << Combo{key, Qt::ControlModifier};
     QVERIFY(harness().press(combos));
     CONTRACT_TRY_COMPARE(m_keys.size(), combos.size());
-    QCOMPARE(characters(), HotkeyCombo::keyNames());
+    QCOMPARE(characters().join(QString()), HotkeyCombo::bindableKeys.toString());
     monitor().remove();
 }
 

@@ -27,7 +27,7 @@ public:
     bool isProgramInFront() override;
     bool press(const QList<Combo> &combos) override;
     bool click(const QPoint &place) override;
-    quint32 editModifier() const override { return GlobalHotkeys::Command; }
+    Qt::KeyboardModifiers editModifier() const override { return Qt::MetaModifier; }
 
     bool claimHotkey(const Combo &combo) override;
     bool releaseHotkey(const Combo &combo) override;

@@ -2,6 +2,7 @@
 
 #include "hotkeys/HotkeyCombo.h"
 #include "platform/contract/OtherProgram.h"
+#include "platform/macos/CarbonKeys.h"
 
 #include <QCursor>
 #include <QHash>
@@ -52,7 +53,7 @@ CGKeyCode keyCodeOf(const QString &key)
         return 53;
     if (key == QStringLiteral("space"))
         return 49;
-    return static_cast<CGKeyCode>(HotkeyCombo::keyCodeFor(key).value());
+    return static_cast<CGKeyCode>(CarbonKeys::keyCode(HotkeyCombo::parse(key)->key()).value());
 }
 
 bool post(CGEventRef event)
@@ -70,16 +71,16 @@ bool postKey(CGKeyCode keyCode, bool isDown)
 }
 
 /// The modifier keys of a combination, as they lie on the keyboard.
-QList<CGKeyCode> modifierKeys(quint32 modifiers)
+QList<CGKeyCode> modifierKeys(Qt::KeyboardModifiers modifiers)
 {
     QList<CGKeyCode> keys;
-    if (modifiers & GlobalHotkeys::Control)
+    if (modifiers & Qt::ControlModifier)
         keys << 59;
-    if (modifiers & GlobalHotkeys::Option)
+    if (modifiers & Qt::AltModifier)
         keys << 58;
-    if (modifiers & GlobalHotkeys::Shift)
+    if (modifiers & Qt::ShiftModifier)
         keys << 56;
-    if (modifiers & GlobalHotkeys::Command)
+    if (modifiers & Qt::MetaModifier)
         keys << 55;
     return keys;
 }
@@ -188,12 +189,14 @@ bool MacHarness::click(const QPoint &place)
 
 bool MacHarness::claimHotkey(const Combo &combo)
 {
-    return m_other && m_other->claim(keyCodeOf(combo.key), combo.modifiers, true);
+    return m_other &&
+           m_other->claim(keyCodeOf(combo.key), CarbonKeys::modifierFlags(combo.modifiers), true);
 }
 
 bool MacHarness::releaseHotkey(const Combo &combo)
 {
-    return m_other && m_other->claim(keyCodeOf(combo.key), combo.modifiers, false);
+    return m_other &&
+           m_other->claim(keyCodeOf(combo.key), CarbonKeys::modifierFlags(combo.modifiers), false);
 }
 
 void MacHarness::setDark(bool on)

@@ -109,17 +109,17 @@ public:
     MistakenHotkeys(GlobalHotkeys &real, const Mistake &mistake) : m_real(real), m_mistake(mistake)
     {}
 
-    void installHandler(std::function<void(quint32)> onPress) override
+    void installHandler(std::function<void(Registration)> onPress) override
     {
         if (m_mistake.is("pressesCountTwice"))
-            m_real.installHandler([onPress](quint32 id) {
+            m_real.installHandler([onPress](Registration id) {
                 onPress(id);
                 onPress(id);
             });
         else if (m_mistake.is("idsAreShifted"))
-            m_real.installHandler([onPress](quint32 id) { onPress(id + 1); });
+            m_real.installHandler([onPress](Registration id) { onPress(id + 1); });
         else if (m_mistake.is("pressesComeOnAnotherThread"))
-            m_real.installHandler([onPress](quint32 id) { std::thread(onPress, id).join(); });
+            m_real.installHandler([onPress](Registration id) { std::thread(onPress, id).join(); });
         else
             m_real.installHandler(std::move(onPress));
     }
@@ -128,18 +128,21 @@ public:
         if (!m_mistake.is("removedHandlerStays"))
             m_real.removeHandler();
     }
-    Result registerHotkey(const QString &key, quint32 keyCode, quint32 modifiers, quint32 signature,
-                          quint32 id) override
+    Result registerHotkey(QKeyCombination combo) override
     {
-        if (m_mistake.is("oneKeyIsMissing") && key == QStringLiteral("`"))
-            return {1, 0};
+        if (m_mistake.is("oneKeyIsMissing") && combo.key() == Qt::Key_QuoteLeft)
+            return tl::unexpected(Failure{Failure::Kind::UnsupportedKey, 1});
+        if (m_mistake.is("unknownKeysRegister") && combo.key() == Qt::Key_F5)
+            return 5;
         if (m_mistake.is("shiftIsIgnored"))
-            modifiers &= ~quint32(Shift);
-        Result result = m_real.registerHotkey(key, keyCode, modifiers, signature, id);
-        if (m_mistake.is("refusalsAreHidden"))
-            result.status = 0;
-        if (m_mistake.is("registrationsAreAllOne") && result.registration)
-            result.registration = 1;
+            combo = (combo.keyboardModifiers() & ~Qt::ShiftModifier) | combo.key();
+        const Result result = m_real.registerHotkey(combo);
+        if (m_mistake.is("refusalsAreHidden") && !result)
+            return 9;
+        if (m_mistake.is("refusalsHaveNoReason") && !result)
+            return tl::unexpected(Failure{Failure::Kind::Unavailable, 0});
+        if (m_mistake.is("registrationsAreAllOne") && result)
+            return 1;
         return result;
     }
     void unregisterHotkey(Registration registration) override
@@ -167,8 +170,8 @@ public:
             if (m_mistake.is("escapeIsNotFlagged"))
                 told.isEscape = false;
             if (m_mistake.is("heldModifiersAreNotTold"))
-                told.modifiers = 0;
-            if (m_mistake.is("shiftChangesTheCharacter") && told.modifiers & GlobalHotkeys::Shift)
+                told.modifiers = {};
+            if (m_mistake.is("shiftChangesTheCharacter") && told.modifiers & Qt::ShiftModifier)
                 told.character = told.character.toUpper();
             onKeyDown(told);
         });
@@ -357,13 +360,15 @@ QMap<QString, QString> plantedMistakes()
         {"clickThroughIsAColumnTooNarrow", "ClickThroughContract::theEdgesAreExact"},
         {"clickThroughIsOnTheScreen", "ClickThroughContract::theEdgesAreExact"},
         {"emptyRectangleIsIgnored", "ClickThroughContract::emptyRectangleTakesAllAgain"},
-        {"pressesCountTwice", "GlobalHotkeysContract::pressDeliversItsIdOnce"},
-        {"idsAreShifted", "GlobalHotkeysContract::pressDeliversItsIdOnce"},
-        {"pressesComeOnAnotherThread", "GlobalHotkeysContract::pressDeliversItsIdOnce"},
+        {"pressesCountTwice", "GlobalHotkeysContract::aPressIsDeliveredOnce"},
+        {"idsAreShifted", "GlobalHotkeysContract::aPressIsDeliveredOnce"},
+        {"pressesComeOnAnotherThread", "GlobalHotkeysContract::aPressIsDeliveredOnce"},
         {"removedHandlerStays", "GlobalHotkeysContract::removedHandlerHearsNothing"},
-        {"oneKeyIsMissing", "GlobalHotkeysContract::everyKeyOfTheTableWorks"},
+        {"oneKeyIsMissing", "GlobalHotkeysContract::everyBindableKeyWorks"},
         {"shiftIsIgnored", "GlobalHotkeysContract::modifiersAreToldApart"},
+        {"unknownKeysRegister", "GlobalHotkeysContract::unsupportedKeyIsRefused"},
         {"refusalsAreHidden", "GlobalHotkeysContract::anotherProgramsHotkeyIsRefused"},
+        {"refusalsHaveNoReason", "GlobalHotkeysContract::ourOwnDuplicateIsRefused"},
         {"registrationsAreAllOne", "GlobalHotkeysContract::registrationsAreDistinct"},
         {"unregisteringDoesNothing", "GlobalHotkeysContract::unregisteredKeyIsSilentAndFree"},
         {"monitorTakesNothing", "KeyMonitorContract::takesPressesAheadOfTheField"},

@@ -16,10 +16,10 @@ namespace quellora {
 /// A key with modifiers held, as a user presses it.
 struct Combo
 {
-    /// A name of the key table, "escape" or "space".
+    /// One of HotkeyCombo::bindableKeys, "escape" or "space".
     QString key;
-    /// Combination of GlobalHotkeys::Modifier flags.
-    quint32 modifiers = 0;
+    /// Named as in GlobalHotkeys.
+    Qt::KeyboardModifiers modifiers = {};
 };
 
 /// Another program's window: what it tells is what that program saw itself.
@@ -82,7 +82,7 @@ public:
     /// @param place in points of the screen
     virtual bool click(const QPoint &place) = 0;
     /// The modifier of the keys for Copy, Paste and their like.
-    virtual quint32 editModifier() const = 0;
+    virtual Qt::KeyboardModifiers editModifier() const = 0;
 
     // Each of these only where the ability is not missing.
     /// Another program takes or gives up a hot key; false when it could not.

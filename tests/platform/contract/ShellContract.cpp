@@ -12,8 +12,8 @@ const QList<QKeySequence::StandardKey> edits{QKeySequence::Undo,  QKeySequence::
 /// The keys of Undo, Redo, Cut, Copy, Paste and Select All.
 QList<Combo> ShellContract::editCombos()
 {
-    const quint32 modifier = harness().editModifier();
-    return {{QStringLiteral("z"), modifier}, {QStringLiteral("z"), modifier | GlobalHotkeys::Shift},
+    const Qt::KeyboardModifiers modifier = harness().editModifier();
+    return {{QStringLiteral("z"), modifier}, {QStringLiteral("z"), modifier | Qt::ShiftModifier},
             {QStringLiteral("x"), modifier}, {QStringLiteral("c"), modifier},
             {QStringLiteral("v"), modifier}, {QStringLiteral("a"), modifier}};
 }
@@ -47,7 +47,7 @@ void ShellContract::activateBringsTheWindowToTheFront()
     ProbeWindow own;
     QVERIFY(activate(own));
     QVERIFY(own.isVisible());
-    QVERIFY(harness().press({{QStringLiteral("j"), 0}}));
+    QVERIFY(harness().press({{QStringLiteral("j"), {}}}));
     CONTRACT_TRY_COMPARE(own.keys, QStringList{QStringLiteral("j")});
     QCOMPARE(other().keys(), QStringList());
 }
@@ -61,7 +61,7 @@ void ShellContract::activateBringsABuriedWindowBack()
     CONTRACT_TRY_VERIFY(!harness().isProgramInFront());
     QVERIFY(!harness().isAbove(own, other()));
     QVERIFY(activate(own));
-    QVERIFY(harness().press({{QStringLiteral("j"), 0}}));
+    QVERIFY(harness().press({{QStringLiteral("j"), {}}}));
     CONTRACT_TRY_COMPARE(own.keys, QStringList{QStringLiteral("j")});
 }
 
@@ -71,7 +71,7 @@ void ShellContract::accessoryWindowsStillActivate()
     platform().shell().becomeAccessory();
     ProbeWindow own;
     QVERIFY(activate(own));
-    QVERIFY(harness().press({{QStringLiteral("j"), 0}}));
+    QVERIFY(harness().press({{QStringLiteral("j"), {}}}));
     CONTRACT_TRY_COMPARE(own.keys, QStringList{QStringLiteral("j")});
 }
 
@@ -85,7 +85,7 @@ void ShellContract::ordinaryWindowsStillActivate()
     QVERIFY2(hasHappened(ordinary), qPrintable(ordinary.reason()));
     QVERIFY(!own.isVisible());
     QVERIFY(activate(own));
-    QVERIFY(harness().press({{QStringLiteral("j"), 0}}));
+    QVERIFY(harness().press({{QStringLiteral("j"), {}}}));
     CONTRACT_TRY_COMPARE(own.keys, QStringList{QStringLiteral("j")});
 }
 
@@ -99,7 +99,7 @@ void ShellContract::editKeysReachTheFocusedWindow()
     CONTRACT_TRY_COMPARE(own.edits.size(), edits.size());
     QCOMPARE(own.edits, edits);
     // Plain keys come after them, so that none of them comes twice.
-    QVERIFY(harness().press({{QStringLiteral("j"), 0}}));
+    QVERIFY(harness().press({{QStringLiteral("j"), {}}}));
     CONTRACT_TRY_VERIFY(own.keys.contains(QStringLiteral("j")));
     QCOMPARE(own.edits, edits);
 }

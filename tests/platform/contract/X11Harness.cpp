@@ -34,10 +34,10 @@ int keycodeOf(const QString &key)
 QString toolName(const Combo &combo)
 {
     QString name;
-    const QList<std::pair<quint32, const char *>> words{{GlobalHotkeys::Control, "ctrl+"},
-                                                        {GlobalHotkeys::Option, "alt+"},
-                                                        {GlobalHotkeys::Command, "super+"},
-                                                        {GlobalHotkeys::Shift, "shift+"}};
+    const QList<std::pair<Qt::KeyboardModifier, const char *>> words{{Qt::ControlModifier, "ctrl+"},
+                                                                     {Qt::AltModifier, "alt+"},
+                                                                     {Qt::MetaModifier, "super+"},
+                                                                     {Qt::ShiftModifier, "shift+"}};
     for (const auto &[flag, word] : words) {
         if (combo.modifiers & flag)
             name += QString::fromLatin1(word);
@@ -49,11 +49,10 @@ QString toolName(const Combo &combo)
 
 quint16 xModifiers(const Combo &combo)
 {
-    return static_cast<quint16>(
-        (combo.modifiers & GlobalHotkeys::Control ? XCB_MOD_MASK_CONTROL : 0) |
-        (combo.modifiers & GlobalHotkeys::Option ? XCB_MOD_MASK_1 : 0) |
-        (combo.modifiers & GlobalHotkeys::Command ? XCB_MOD_MASK_4 : 0) |
-        (combo.modifiers & GlobalHotkeys::Shift ? XCB_MOD_MASK_SHIFT : 0));
+    return static_cast<quint16>((combo.modifiers & Qt::ControlModifier ? XCB_MOD_MASK_CONTROL : 0) |
+                                (combo.modifiers & Qt::AltModifier ? XCB_MOD_MASK_1 : 0) |
+                                (combo.modifiers & Qt::MetaModifier ? XCB_MOD_MASK_4 : 0) |
+                                (combo.modifiers & Qt::ShiftModifier ? XCB_MOD_MASK_SHIFT : 0));
 }
 
 } // namespace

@@ -22,7 +22,7 @@ public:
     bool isProgramInFront() override;
     bool press(const QList<Combo> &combos) override;
     bool click(const QPoint &place) override;
-    quint32 editModifier() const override { return GlobalHotkeys::Control; }
+    Qt::KeyboardModifiers editModifier() const override { return Qt::ControlModifier; }
 
     bool claimHotkey(const Combo &combo) override;
     bool releaseHotkey(const Combo &combo) override;

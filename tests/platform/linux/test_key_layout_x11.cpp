@@ -1,4 +1,3 @@
-#include "platform/Platform.h"
 #include "platform/linux/KeyLayoutX11.h"
 #include "support/TestProgram.h"
 
@@ -58,6 +57,11 @@ Keys withoutLatin()
     return keys;
 }
 
+Qt::Key keyNamed(QChar name)
+{
+    return static_cast<Qt::Key>(name.toUpper().unicode());
+}
+
 } // namespace
 
 class KeyLayoutX11Test : public QObject
@@ -79,29 +83,28 @@ private Q_SLOTS:
 void KeyLayoutX11Test::usKeysAreAtTheirAnsiPositions()
 {
     const KeyLayoutX11 layout(american(), {});
-    QCOMPARE(layout.keycode(QStringLiteral("c")), xcb_keycode_t(54));
-    QCOMPARE(layout.keycode(QStringLiteral("3")), xcb_keycode_t(12));
-    QCOMPARE(layout.keycode(QStringLiteral("`")), xcb_keycode_t(49));
-    QCOMPARE(layout.keycode(QStringLiteral("]")), xcb_keycode_t(35));
-    QVERIFY(!layout.keycode(QStringLiteral("C")));
-    QVERIFY(!layout.keycode(QStringLiteral("f5")));
-    QVERIFY(!layout.keycode(QString()));
+    QCOMPARE(layout.keycode(Qt::Key_C), xcb_keycode_t(54));
+    QCOMPARE(layout.keycode(Qt::Key_3), xcb_keycode_t(12));
+    QCOMPARE(layout.keycode(Qt::Key_QuoteLeft), xcb_keycode_t(49));
+    QCOMPARE(layout.keycode(Qt::Key_BracketRight), xcb_keycode_t(35));
+    QVERIFY(!layout.keycode(Qt::Key_F5));
+    QVERIFY(!layout.keycode(Qt::Key(0)));
 }
 
 void KeyLayoutX11Test::symbolsTakePrecedenceOverPositions()
 {
     const KeyLayoutX11 layout(french(), {});
-    QCOMPARE(layout.keycode(QStringLiteral("a")), xcb_keycode_t(24));
-    QCOMPARE(layout.keycode(QStringLiteral("q")), xcb_keycode_t(38));
-    QCOMPARE(layout.keycode(QStringLiteral("m")), xcb_keycode_t(47));
-    QCOMPARE(layout.keycode(QStringLiteral(",")), xcb_keycode_t(58));
+    QCOMPARE(layout.keycode(Qt::Key_A), xcb_keycode_t(24));
+    QCOMPARE(layout.keycode(Qt::Key_Q), xcb_keycode_t(38));
+    QCOMPARE(layout.keycode(Qt::Key_M), xcb_keycode_t(47));
+    QCOMPARE(layout.keycode(Qt::Key_Comma), xcb_keycode_t(58));
 }
 
 void KeyLayoutX11Test::lettersFallBackToTheirPositions()
 {
     const KeyLayoutX11 layout(withoutLatin(), {});
-    QCOMPARE(layout.keycode(QStringLiteral("c")), xcb_keycode_t(54));
-    QCOMPARE(layout.keycode(QStringLiteral("q")), xcb_keycode_t(24));
+    QCOMPARE(layout.keycode(Qt::Key_C), xcb_keycode_t(54));
+    QCOMPARE(layout.keycode(Qt::Key_Q), xcb_keycode_t(24));
     QCOMPARE(layout.keyName(54), QStringLiteral("c"));
 }
 
@@ -109,23 +112,23 @@ void KeyLayoutX11Test::emptyMappingFallsBackToPositions()
 {
     const KeyLayoutX11 layout({}, {});
     for (const char16_t *name = u"abcdefghijklmnopqrstuvwxyz0123456789=-][';\\,/.`"; *name; ++name)
-        QVERIFY(layout.keycode(QString(QChar(*name))));
+        QVERIFY(layout.keycode(keyNamed(QChar(*name))));
 }
 
 void KeyLayoutX11Test::displacedNamesUseShiftedSymbols()
 {
     const KeyLayoutX11 layout(french(), {});
     // Digits need shift there, but no other bindable symbol is at their positions.
-    QCOMPARE(layout.keycode(QStringLiteral("1")), xcb_keycode_t(10));
-    QCOMPARE(layout.keycode(QStringLiteral("3")), xcb_keycode_t(12));
+    QCOMPARE(layout.keycode(Qt::Key_1), xcb_keycode_t(10));
+    QCOMPARE(layout.keycode(Qt::Key_3), xcb_keycode_t(12));
     // No other bindable symbol is at the position of "[".
-    QCOMPARE(layout.keycode(QStringLiteral("[")), xcb_keycode_t(34));
+    QCOMPARE(layout.keycode(Qt::Key_BracketLeft), xcb_keycode_t(34));
 
     // A name whose position is taken moves to the key that types it with shift.
     Keys keys = american();
     keys.insert(61, {'-', '_'});
     keys.insert(20, {0xdf, '/'});
-    QCOMPARE(KeyLayoutX11(keys, {}).keycode(QStringLiteral("/")), xcb_keycode_t(20));
+    QCOMPARE(KeyLayoutX11(keys, {}).keycode(Qt::Key_Slash), xcb_keycode_t(20));
 }
 
 void KeyLayoutX11Test::keyNameIsTheInverseOfKeycode()
@@ -135,7 +138,7 @@ void KeyLayoutX11Test::keyNameIsTheInverseOfKeycode()
         for (quint32 code = 0; code < 300; ++code) {
             const QString name = layout.keyName(code);
             if (!name.isEmpty())
-                QCOMPARE(layout.keycode(name), static_cast<xcb_keycode_t>(code));
+                QCOMPARE(layout.keycode(keyNamed(name.front())), static_cast<xcb_keycode_t>(code));
         }
         // A letter key is named after the letter that it types.
         for (auto it = keys.cbegin(); it != keys.cend(); ++it) {
@@ -151,21 +154,21 @@ void KeyLayoutX11Test::ansiPositionWinsAmongDuplicates()
     Keys keys = american();
     keys.insert(94, {'\\', '|'});
     keys.insert(8, {'\\', '|'});
-    QCOMPARE(KeyLayoutX11(keys, {}).keycode(QStringLiteral("\\")), xcb_keycode_t(51));
+    QCOMPARE(KeyLayoutX11(keys, {}).keycode(Qt::Key_Backslash), xcb_keycode_t(51));
     keys.insert(51, {'#', '~'});
-    QCOMPARE(KeyLayoutX11(keys, {}).keycode(QStringLiteral("\\")), xcb_keycode_t(8));
+    QCOMPARE(KeyLayoutX11(keys, {}).keycode(Qt::Key_Backslash), xcb_keycode_t(8));
 }
 
 void KeyLayoutX11Test::translatesModifiers()
 {
     const KeyLayoutX11 layout(american(), {.alt = 8, .super = 64, .numLock = 16});
-    QCOMPARE(layout.modifierBits(0), quint16(0));
-    QCOMPARE(layout.modifierBits(GlobalHotkeys::Shift), quint16(1));
-    QCOMPARE(layout.modifierBits(GlobalHotkeys::Control), quint16(4));
-    QCOMPARE(layout.modifierBits(GlobalHotkeys::Option), quint16(8));
-    QCOMPARE(layout.modifierBits(GlobalHotkeys::Command), quint16(64));
-    QCOMPARE(layout.modifierBits(GlobalHotkeys::Shift | GlobalHotkeys::Control |
-                                 GlobalHotkeys::Option | GlobalHotkeys::Command),
+    QCOMPARE(layout.modifierBits({}), quint16(0));
+    QCOMPARE(layout.modifierBits(Qt::ShiftModifier), quint16(1));
+    QCOMPARE(layout.modifierBits(Qt::ControlModifier), quint16(4));
+    QCOMPARE(layout.modifierBits(Qt::AltModifier), quint16(8));
+    QCOMPARE(layout.modifierBits(Qt::MetaModifier), quint16(64));
+    QCOMPARE(layout.modifierBits(Qt::ShiftModifier | Qt::ControlModifier | Qt::AltModifier |
+                                 Qt::MetaModifier),
              quint16(77));
 }
 

@@ -1,4 +1,5 @@
 #include "platform/macos/CaptureExclusion.h"
+#include "platform/macos/CarbonKeys.h"
 #include "platform/macos/LastAnswer.h"
 #include "platform/macos/RecorderKeys.h"
 #include "platform/macos/Subscription.h"
@@ -28,22 +29,52 @@ private Q_SLOTS:
     void modifiers_data()
     {
         QTest::addColumn<quint64>("native");
-        QTest::addColumn<quint32>("modifiers");
-        QTest::newRow("none") << quint64(0) << 0U;
-        QTest::newRow("shift") << shift << quint32(GlobalHotkeys::Shift);
-        QTest::newRow("control") << control << quint32(GlobalHotkeys::Control);
-        QTest::newRow("option") << option << quint32(GlobalHotkeys::Option);
-        QTest::newRow("command") << command << quint32(GlobalHotkeys::Command);
+        QTest::addColumn<Qt::KeyboardModifiers>("modifiers");
+        QTest::newRow("none") << quint64(0) << Qt::KeyboardModifiers();
+        QTest::newRow("shift") << shift << Qt::KeyboardModifiers(Qt::ShiftModifier);
+        QTest::newRow("control") << control << Qt::KeyboardModifiers(Qt::ControlModifier);
+        QTest::newRow("option") << option << Qt::KeyboardModifiers(Qt::AltModifier);
+        QTest::newRow("command") << command << Qt::KeyboardModifiers(Qt::MetaModifier);
         QTest::newRow("all") << (shift | control | option | command)
-                             << (GlobalHotkeys::Shift | GlobalHotkeys::Control |
-                                 GlobalHotkeys::Option | GlobalHotkeys::Command);
-        QTest::newRow("others do not count")
-            << (capsLock | keypad | leftCommandKey | command) << quint32(GlobalHotkeys::Command);
+                             << (Qt::ShiftModifier | Qt::ControlModifier | Qt::AltModifier |
+                                 Qt::MetaModifier);
+        QTest::newRow("others do not count") << (capsLock | keypad | leftCommandKey | command)
+                                             << Qt::KeyboardModifiers(Qt::MetaModifier);
     }
     void modifiers()
     {
         QFETCH(quint64, native);
         QTEST(recorderKeyDown(native, QStringLiteral("c"), 8).modifiers, "modifiers");
+    }
+
+    void keyCodesOfTheAnsiLayout()
+    {
+        // Written as one text so that the table of the program is not its own witness.
+        const QStringList rows =
+            QStringLiteral("a 0|s 1|d 2|f 3|h 4|g 5|z 6|x 7|c 8|v 9|b 11|q 12|w 13|e 14|r 15|y 16|"
+                           "t 17|1 18|2 19|3 20|4 21|6 22|5 23|= 24|9 25|7 26|- 27|8 28|0 29|] 30|"
+                           "o 31|u 32|[ 33|i 34|p 35|l 37|j 38|' 39|k 40|; 41|\\ 42|, 43|/ 44|"
+                           "n 45|m 46|. 47|` 50")
+                .split(u'|');
+        QCOMPARE(rows.size(), 47);
+        for (const QString &row : rows)
+            QCOMPARE(CarbonKeys::keyCode(Qt::Key(row.front().toUpper().unicode())),
+                     row.mid(2).toUInt());
+        int found = 0;
+        for (int key = 0; key < 0x500; ++key)
+            found += CarbonKeys::keyCode(Qt::Key(key)).has_value();
+        QCOMPARE(found, 47);
+        QVERIFY(!CarbonKeys::keyCode(Qt::Key_F5));
+    }
+
+    void carbonModifiers()
+    {
+        QCOMPARE(CarbonKeys::modifierFlags({}), 0U);
+        QCOMPARE(CarbonKeys::modifierFlags(Qt::MetaModifier), 0x0100U);
+        QCOMPARE(CarbonKeys::modifierFlags(Qt::ShiftModifier), 0x0200U);
+        QCOMPARE(CarbonKeys::modifierFlags(Qt::AltModifier), 0x0800U);
+        QCOMPARE(CarbonKeys::modifierFlags(Qt::ControlModifier), 0x1000U);
+        QCOMPARE(CarbonKeys::modifierFlags(Qt::ControlModifier | Qt::ShiftModifier), 0x1200U);
     }
 
     void characters_data()

@@ -26,6 +26,7 @@ typedef OSStatus (*EventHandlerProcPtr)(EventHandlerCallRef, EventRef, void *);
 typedef EventHandlerProcPtr EventHandlerUPP;
 enum { cmdKey = 1 << 8, shiftKey = 1 << 9, optionKey = 1 << 11, controlKey = 1 << 12 };
 enum { noErr = 0, eventNotHandledErr = -9874 };
+enum { eventHotKeyExistsErr = -9878, eventHotKeyInvalidErr = -9879 };
 enum { kEventClassKeyboard = 'keyb', kEventHotKeyPressed = 5 };
 enum { kEventHotKeyExclusive = 1 };
 enum { kEventParamDirectObject = '----', typeEventHotKeyID = 'hkid' };

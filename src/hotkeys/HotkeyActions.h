@@ -1,0 +1,66 @@
+#pragma once
+
+#include "base/VantiroConfig.h"
+
+#include <QList>
+#include <QString>
+
+#include <array>
+
+namespace quellora {
+
+/// What a hot key does. The values index hotkeyActions.
+enum class HotkeyAction {
+    Capture,
+    Clear,
+    Toggle,
+    OpacityUp,
+    OpacityDown,
+    CaptureNoSend,
+    NewThread,
+};
+
+/// One row of the table of actions.
+struct HotkeyActionInfo
+{
+    HotkeyAction action;
+    /// Key in `config.json`, in the stored overrides and in the record sent at sign-in.
+    const char *jsonKey;
+    /// Title in the settings, as log lines give it.
+    const char *title;
+    /// Name in log lines and in messages about failed registrations.
+    const char *logName;
+    /// Combo of an action that `config.json` does not name.
+    const char *defaultCombo;
+    /// Whether a `config.json` without this key is refused.
+    bool isRequired;
+
+    /// The title with the name of who answers in it.
+    QString titleNaming(const QString &answererName) const;
+};
+
+/// Every action, in the order of registration and of the settings list. A new action takes a value
+/// of HotkeyAction, a row here and a case where AppDelegate runs actions.
+inline constexpr auto hotkeyActions = std::to_array<HotkeyActionInfo>({
+    {HotkeyAction::Capture, "capture", "Capture screen and send to Claude", "Capture",
+     "ctrl+alt+cmd+c", true},
+    {HotkeyAction::Clear, "clear", "Clear the response area", "Clear", "ctrl+alt+cmd+x", true},
+    {HotkeyAction::Toggle, "toggle", "Toggle overlay visibility", "Toggle", "ctrl+alt+cmd+t", true},
+    {HotkeyAction::OpacityUp, "opacity_up", "Increase opacity", "Opacity Up", "ctrl+alt+cmd+]",
+     true},
+    {HotkeyAction::OpacityDown, "opacity_down", "Decrease opacity", "Opacity Down",
+     "ctrl+alt+cmd+[", true},
+    {HotkeyAction::CaptureNoSend, "capture_no_send", "Capture (no send)", "Capture (No Send)",
+     "ctrl+alt+cmd+shift+c", false},
+    {HotkeyAction::NewThread, "new_thread", "Start a new thread", "New Thread", "cmd+n", false},
+});
+
+constexpr const HotkeyActionInfo &hotkeyAction(HotkeyAction action)
+{
+    return hotkeyActions.at(static_cast<std::size_t>(action));
+}
+
+/// The keys that `config.json` may have for the actions.
+QList<VantiroConfig::HotkeyKey> hotkeyConfigKeys();
+
+} // namespace quellora
