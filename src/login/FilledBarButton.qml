@@ -13,7 +13,7 @@ Basic.AbstractButton {
     property color borderColor: "transparent"
     property int weight: Font.Medium
     property bool showsGoogleMark: false
-    /// Shows a spinner, and presses do nothing.
+    /// Shows a spinner and ignores presses.
     property bool waiting: false
 
     readonly property real share: enabled ? 1 : Tokens.disabledOpacity
@@ -54,7 +54,7 @@ Basic.AbstractButton {
                 anchors.verticalCenter: parent.verticalCenter
                 text: control.text
                 type: TypeTokens { size: 14; line: 20; weight: control.weight }
-                // Words fade into what is behind the bar, not into its own fill.
+                // Disabled text is mixed with the background behind the bar.
                 color: Tokens.blend(Tokens.login.surface, control.textColor,
                                     control.waiting ? 0.75 : control.share)
                 Accessible.ignored: true

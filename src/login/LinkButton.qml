@@ -2,7 +2,7 @@ import QtQuick
 import QtQuick.Controls.Basic as Basic
 import Quellora.Ui
 
-/// A plain link, 28 high, optionally after words that belong to it.
+/// A plain link, 28 high, optionally preceded by a text.
 Basic.AbstractButton {
     id: control
 
@@ -10,7 +10,7 @@ Basic.AbstractButton {
     property string lead
     property string name: text
     property color textColor: theme.dimText
-    /// Read by assistive programs.
+    /// Read by assistive technology.
     property int role: Accessible.Link
     property int weight: Font.Normal
 

@@ -1,7 +1,7 @@
 import QtQuick
 import Quellora.Ui
 
-/// A field of the sign-in form, 340 × 40; dimmed and not editable while a sign-in runs.
+/// A field of the sign-in form, 340 × 40; dimmed and read-only during a sign-in.
 TextField {
     id: field
 

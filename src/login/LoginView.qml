@@ -12,10 +12,10 @@ Item {
     readonly property bool complete: viewModel.isComplete(email.text, password.text)
     readonly property bool loading: viewModel.isLoading
     readonly property int margin: 40
-    /// How far the error line pushes what stands below it.
+    /// Distance by which the error line moves the items below it.
     readonly property int push: error.visible ? error.height + 2 : 0
 
-    /// Signed in: nothing of it stays in the window.
+    /// Clears the fields after sign-in.
     function forgetTexts() {
         password.clear()
         email.clear()
@@ -90,12 +90,12 @@ Item {
         x: view.margin
         y: 178
         name: "Password"
-        // The focus comes here after an error: it is what gets read out.
+        // Receives the focus after an error, so that screen readers announce it.
         hint: view.viewModel.errorMessage
         busy: view.loading
         echoMode: TextInput.Password
         inputMethodHints: Qt.ImhSensitiveData | Qt.ImhNoAutoUppercase | Qt.ImhNoPredictiveText
-        // Whether the form is complete decides about the button only.
+        // Return submits regardless of `complete`, which enables the button only.
         onAccepted: view.viewModel.submit(email.text, password.text)
     }
 
@@ -192,7 +192,7 @@ Item {
         onClicked: view.viewModel.requestGoogleSignIn()
     }
 
-    // On the bar, which takes no presses meanwhile.
+    // On top of the bar, which ignores presses meanwhile.
     LinkButton {
         x: google.x + google.width - Tokens.space3 - width
         y: google.y + (google.height - height) / 2
@@ -201,7 +201,7 @@ Item {
         role: Accessible.Button
         theme: view.theme
         onClicked: {
-            // It goes away: the focus stays beside it.
+            // This link is about to be hidden, so the focus moves to the bar.
             if (activeFocus)
                 google.forceActiveFocus(visualFocus ? Qt.TabFocusReason : Qt.OtherFocusReason)
             view.viewModel.cancelGoogleSignIn()

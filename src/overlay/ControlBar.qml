@@ -2,7 +2,7 @@ import QtQuick
 import Quellora.Overlay
 import Quellora.Ui
 
-/// The bar at the top: window buttons, opacity, menu. Its free area drags the panel.
+/// The bar at the top: window buttons, opacity, menu. Dragging its free area moves the panel.
 Item {
     id: bar
 
@@ -62,7 +62,7 @@ Item {
     IconButton {
         id: menuButton
         objectName: "menuButton"
-        /// Read by assistive programs.
+        /// Read by assistive technology.
         readonly property bool expandable: true
         readonly property bool expanded: bar.overlay.isMenuOpen
 

@@ -2,7 +2,7 @@ import QtQuick
 import Quellora.Overlay
 import Quellora.Ui
 
-/// A dot in a halo: text is arriving.
+/// A dot with a halo, shown while text is arriving.
 Item {
     id: dot
 

@@ -4,7 +4,7 @@ import Quellora.Panels
 import Quellora.Sheets
 import Quellora.Ui
 
-/// Everything inside the overlay's window.
+/// The content of the overlay's window.
 FocusScope {
     id: root
 
@@ -18,7 +18,7 @@ FocusScope {
     property SettingsModel settings
     property url responseView
     property QtObject responseHost
-    /// The answer's view waits for the panel's first frame, so that the panel shows sooner.
+    /// The web view is created after the panel's first frame, so that the panel appears sooner.
     property bool isResponseActive: false
     readonly property bool compact: overlay.isCompact
     readonly property real corner: overlay.isCompositing ? Tokens.radiusWindow : 0
@@ -33,7 +33,7 @@ FocusScope {
             response.setSource(responseView, {"host": responseHost})
     }
 
-    /// What lies open on top of the rest and keeps the keyboard; null when nothing does.
+    /// The topmost open sheet, dialog or menu that confines the keyboard focus, or null.
     function keyboardScope() {
         if (overlay.isMenuOpen)
             return menuView
@@ -46,7 +46,7 @@ FocusScope {
             item = item.parent
         return item !== null && item === outer
     }
-    /// Takes the focus back from what is covered. The answer beside an open menu may have it.
+    /// Moves the focus out of covered items. The answer may have it while the menu is open.
     function keepFocus() {
         const scope = keyboardScope()
         const item = Window.activeFocusItem
@@ -54,7 +54,7 @@ FocusScope {
                 && !(scope === menuView && isWithin(item, response)))
             scope.forceActiveFocus(Qt.OtherFocusReason)
     }
-    /// Closes what lies on top.
+    /// Closes the topmost sheet, dialog or menu.
     function closeTopmost() {
         if (overlay.isMenuOpen)
             menuView.close(true)
@@ -83,13 +83,13 @@ FocusScope {
         if (!inStrip && !response.activeFocus && !bottom.promptItem.activeFocus)
             at = direction > 0 ? -1 : 1
         const next = stops[(at + direction + stops.length) % stops.length]
-        // The page is inside its loader, which is no stop of its own.
+        // The loader itself is not focusable; the page inside it is.
         const inner = next === response ? next.nextItemInFocusChain(true) : null
         const target = isWithin(inner, response) ? inner : next
         target.forceActiveFocus(Qt.TabFocusReason)
     }
 
-    // The free areas: whatever no control takes drags the panel.
+    // Presses that no control accepts drag the panel.
     MouseArea {
         objectName: "dragArea"
         anchors.fill: parent
@@ -97,7 +97,7 @@ FocusScope {
         onPressed: mouse => root.panelWindow.mouseDown(Qt.point(mouse.x, mouse.y))
     }
 
-    // Without a compositor nothing shines through; what is translucent blends with this instead.
+    // Opaque background for translucent colours on systems without a compositor.
     Rectangle {
         anchors.fill: parent
         visible: !root.overlay.isCompositing
@@ -145,7 +145,7 @@ FocusScope {
         }
     }
 
-    // First in the order of Tab, whatever is above it.
+    // Declared before the items above it, to be first in the Tab order.
     BottomPanelsView {
         id: bottom
         objectName: "bottomPanels"
@@ -260,7 +260,7 @@ FocusScope {
         open: root.overlay.isMenuOpen
         opener: settingsSheet.isOpen ? settingsSheet.firstControl
               : root.isHistoryOpen ? sidebar.item.firstControl : bar.menuButton
-        // Only to the answer, not to a sheet that lies over it.
+        // Presses pass to the answer, but not to a sheet above it.
         passage: settingsSheet.isOpen || root.isHistoryOpen ? Qt.rect(0, 0, 0, 0)
                                                             : root.overlay.responseRect
     }
@@ -270,7 +270,7 @@ FocusScope {
     }
 
     Shortcut {
-        // The Command key has another name in the toolkit on each system.
+        // Qt maps the Command key to Ctrl on macOS and to Meta elsewhere.
         sequence: Qt.platform.os === "osx" ? "Ctrl+." : "Meta+."
         enabled: root.overlay.canStop
         onActivated: root.overlay.stop()
@@ -284,7 +284,7 @@ FocusScope {
         onActivated: root.cycleFocus(-1)
     }
     Shortcut {
-        // A title that is being typed has its own use for it.
+        // Escape ends title editing first.
         sequence: "Escape"
         enabled: root.keyboardScope() !== null && !root.isRenaming || bottom.isModelListOpen
         onActivated: root.closeTopmost()

@@ -60,7 +60,7 @@ Item {
         model: [Qt.TopEdge | Qt.LeftEdge, Qt.TopEdge | Qt.RightEdge,
                 Qt.BottomEdge | Qt.LeftEdge, Qt.BottomEdge | Qt.RightEdge]
 
-        // Two strips per corner: a square would reach over the window buttons.
+        // Two strips per corner: a square would cover the window buttons.
         Item {
             id: both
 

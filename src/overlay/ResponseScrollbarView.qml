@@ -2,7 +2,7 @@ import QtQuick
 import Quellora.Overlay
 import Quellora.Ui
 
-/// The persistent scrollbar beside the answer. It reports what the user wants; the page moves.
+/// The persistent scrollbar next to the answer. It reports the user's input; the page scrolls.
 Rectangle {
     id: bar
 
@@ -18,7 +18,7 @@ Rectangle {
             bar.scrollbar.setSize(width, height)
     }
 
-    // The release of a drag under way goes to nobody when the panel is hidden.
+    // A drag ends without a release event when the panel is hidden.
     Connections {
         target: bar.Window.window
         function onVisibleChanged() { bar.scrollbar.mouseUp() }
@@ -34,7 +34,7 @@ Rectangle {
         onReleased: bar.scrollbar.mouseUp()
         onCanceled: bar.scrollbar.mouseUp()
         onWheel: wheel => {
-            // Only trackpads report distances that can be trusted; wheels report notches.
+            // Only trackpads report reliable pixel distances; wheels report notches.
             const isPrecise = wheel.pixelDelta.y !== 0
                               && wheel.device.type === PointerDevice.TouchPad
             if (isPrecise)
@@ -63,7 +63,7 @@ Rectangle {
     Rectangle {
         id: thumb
         objectName: "scrollThumb"
-        // Read by assistive programs as the bar's value in percent.
+        // Value for assistive technology, in percent.
         readonly property int value: Math.round(bar.scrollbar.fraction * 100)
         readonly property int minimumValue: 0
         readonly property int maximumValue: 100

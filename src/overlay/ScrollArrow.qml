@@ -10,7 +10,7 @@ Basic.AbstractButton {
     required property ResponseScrollbarModel scrollbar
     property string name
     property string iconName
-    /// The arrow as drawn, in the column; the area that takes presses is larger.
+    /// Position of the drawn arrow; the pressable area is larger.
     property rect frame
 
     y: frame.y - 2

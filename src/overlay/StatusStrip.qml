@@ -2,8 +2,8 @@ import QtQuick
 import Quellora.Overlay
 import Quellora.Ui
 
-/// The strip below the control bar: the thread at the left, what is going on at the right. A notice
-/// stands in the thread's place for a while; the controls at the right stay.
+/// The strip below the control bar: the thread at the left, the status at the right. A notice
+/// temporarily replaces the thread; the controls at the right stay.
 FocusScope {
     id: strip
 
@@ -14,17 +14,17 @@ FocusScope {
                                       && status !== OverlayModel.Answer
     readonly property bool isThreadShown: !compact || !hasStatus
     readonly property bool isNoticeShown: overlay.notice.length > 0
-    /// The smallest window has room for one text.
+    /// Set in the smallest window, which has room for one text.
     readonly property bool isNarrow: compact && (hasStatus || isNoticeShown
                                                  || overlay.isThreadCovered)
-    /// Where the texts at the left begin, behind the drive symbol.
+    /// Left edge of the texts, after the drive icon.
     readonly property real textStart: notSavedWords.visible
                                       ? notSavedWords.x + notSavedWords.width + 10
                                       : drive.visible || notSaved.visible ? 34 : 12
     readonly property bool isBusy: status === OverlayModel.Waiting
                                    || status === OverlayModel.Streaming
 
-    /// The first control that can take the focus, or null.
+    /// The first focusable control, or null.
     function firstControl() {
         return notSaved.visible ? notSaved : usage.visible ? usage : back.visible ? back : stop.visible ? stop : copy.visible ? copy : null
     }
@@ -33,7 +33,7 @@ FocusScope {
 
     Item {
         id: drive
-        // A tooltip asks its control for these.
+        // Read by the tooltip.
         readonly property bool pressed: false
         readonly property bool visualFocus: false
         readonly property bool isSaving: strip.overlay.saveState === OverlayModel.Saving
@@ -138,7 +138,7 @@ FocusScope {
 
         UsageBadge {
             id: usage
-            // In the smallest window a notice needs its room.
+            // Hidden in the smallest window while a notice is shown.
             visible: strip.overlay.isUsageShown
                      && (!strip.compact || !strip.isNoticeShown || activeFocus)
             overlay: strip.overlay
@@ -163,7 +163,7 @@ FocusScope {
             width: (statusWords.visible ? statusWords.x + statusWords.width : 14)
                    + (seconds.visible ? seconds.width + seconds.gap : 0)
             height: parent.height
-            // Changes of the name are announced without taking the focus.
+            // Changes are announced without taking the focus.
             Accessible.role: Accessible.StatusBar
             Accessible.name: strip.overlay.statusText
 
@@ -185,7 +185,7 @@ FocusScope {
             }
             Label {
                 id: statusWords
-                // In the smallest window the symbol alone stands beside the controls.
+                // Icon only in the smallest window.
                 visible: !strip.compact || strip.status === OverlayModel.Stopped
                          || !(strip.overlay.isThreadCovered || notSaved.visible)
                 x: strip.status === OverlayModel.Stopped ? 0 : 22
@@ -256,7 +256,7 @@ FocusScope {
             }
             onVisibleChanged: isDone = false
 
-            // The control keeps its name while its tooltip says what happened.
+            // The tooltip changes, the accessible name does not.
             Accessible.name: qsTr("Copy answer")
             Accessible.description: isDone ? qsTr("Copied") : ""
 

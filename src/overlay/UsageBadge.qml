@@ -3,7 +3,7 @@ import QtQuick.Controls.Basic as Basic
 import Quellora.Overlay
 import Quellora.Ui
 
-/// How much of the allowance is used, once it is worth knowing. Opens the menu.
+/// The share of the allowance used, shown above a threshold. Opens the menu.
 Basic.AbstractButton {
     id: badge
 

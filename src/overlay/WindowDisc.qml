@@ -3,7 +3,7 @@ import QtQuick.Controls.Basic as Basic
 import Quellora.Overlay
 import Quellora.Ui
 
-/// One of the round window buttons. Its sign appears while the pointer is over the group.
+/// A round window button. Its icon appears while the pointer is over the group.
 Basic.AbstractButton {
     id: disc
 

@@ -1,13 +1,13 @@
 import QtQuick
 import Quellora.Page
 
-/// The response page. Give it the host that the overlay made; it fills this item.
+/// The response page, filling this item.
 Item {
     id: root
 
-    /// The ResponseHost whose page is shown here.
+    /// The ResponseHost that provides the page.
     property ResponseHost host
-    /// Things in the page stand still.
+    /// Disables animations in the page.
     property bool reducedMotion: false
 
     Accessible.role: Accessible.Pane

@@ -3,7 +3,7 @@ import QtWebChannel
 import QtWebEngine
 import Quellora.Page
 
-/// The engine's view, closed off: it shows the host's pages and refuses everything else.
+/// The sandboxed web view: shows the host's pages and rejects all other navigation.
 WebEngineView {
     id: view
 
@@ -39,7 +39,7 @@ WebEngineView {
     settings.webGLEnabled: false
     settings.webRTCPublicInterfacesOnly: true
 
-    // In the world of the bridge script alone: page scripts have no way to the host.
+    // In the bridge script's world only: page scripts cannot access the host.
     webChannelWorld: WebEngineScript.ApplicationWorld
     webChannel: WebChannel {
         id: channel
@@ -83,7 +83,7 @@ WebEngineView {
     }
     onRenderProcessTerminated: (status, exitCode) => view.host.onRenderProcessTerminated(status, exitCode)
 
-    // No windows, dialogs or menus of the engine's own: they would be outside the panel.
+    // No windows, dialogs or menus of the engine: they would open outside the panel.
     onContextMenuRequested: request => request.accepted = true
     onTooltipRequested: request => request.accepted = true
     onTouchSelectionMenuRequested: request => request.accepted = true
@@ -112,6 +112,6 @@ WebEngineView {
     onSelectClientCertificate: selection => selection.selectNone()
     onNewWindowRequested: request => {}
     onWindowCloseRequested: {}
-    // Page content is not ours to print.
+    // Console messages may contain page content, so they are not logged.
     onJavaScriptConsoleMessage: (level, message, line, source) => {}
 }

@@ -2,7 +2,7 @@ import QtQuick
 import Quellora.Panels
 import Quellora.Ui
 
-/// The staged screenshot that goes with the next message.
+/// The staged screenshot, which is sent with the next message.
 Card {
     id: row
 

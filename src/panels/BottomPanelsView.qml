@@ -2,8 +2,7 @@ import QtQuick
 import Quellora.Panels
 import Quellora.Ui
 
-/// The strip of controls at the foot of the overlay. Its implicit height is what it needs; it is
-/// reported to the model whenever it changes.
+/// The controls at the bottom of the overlay. Changes of the implicit height are reported to the model.
 FocusScope {
     id: view
 
@@ -72,7 +71,7 @@ FocusScope {
 
             y: layout.pad
             width: parent.width
-            // The gap below the last row stays free while the rows scroll.
+            // Keeps the gap below the last row while the rows scroll.
             height: Math.max(0, layout.upperHeight - layout.gap)
             contentWidth: width
             contentHeight: Math.max(0, layout.upperContentHeight - layout.gap)

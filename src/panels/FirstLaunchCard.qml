@@ -2,7 +2,7 @@ import QtQuick
 import Quellora.Panels
 import Quellora.Ui
 
-/// The shortcuts to begin with, until they are acknowledged or the first capture succeeds.
+/// The basic shortcuts, shown until acknowledged or until the first capture succeeds.
 Card {
     id: card
 

@@ -2,8 +2,8 @@ import QtQuick
 import Quellora.Panels
 import Quellora.Ui
 
-/// The menu behind the menu button. While open it takes every press in the window but those on the
-/// answer: one outside the menu closes it, and focus goes back to the button.
+/// The menu of the menu button. While open it handles every press in the window except on the answer:
+/// a press outside the menu closes it, and the focus returns to the button.
 FocusScope {
     id: host
 
@@ -12,14 +12,14 @@ FocusScope {
     property bool open: false
     /// The button that opens it.
     property Item opener
-    /// Where presses go to what is below; the menu stays open.
+    /// Area in which presses reach the items below; the menu stays open.
     property rect passage
 
     readonly property int tier: menu.tier
     readonly property bool isUrgent: tier === HamburgerMenuModel.Danger
                                      || tier === HamburgerMenuModel.Exceeded
     property bool byKeyboard: false
-    /// Lower in the smallest windows, so that the last row stays on the panel.
+    /// Row height; smaller in the smallest windows, so that the last row fits.
     readonly property int rowHeight: Math.max(28, Math.min(
         34, Math.floor((height - 36 - 4 - 92) / rows().length)))
 
@@ -47,7 +47,7 @@ FocusScope {
 
     onOpenChanged: {
         if (open) {
-            // In this order: what is hidden or disabled takes no focus.
+            // In this order: hidden or disabled items cannot take the focus.
             visible = true
             enabled = true
             byKeyboard = opener !== null && opener.visualFocus === true
@@ -66,7 +66,7 @@ FocusScope {
         objectName: "menuScrim"
         anchors.fill: parent
         acceptedButtons: Qt.AllButtons
-        // What is not accepted goes to what is below.
+        // Events not accepted reach the items below.
         onPressed: mouse => {
             mouse.accepted = !host.isPassage(mouse)
             if (mouse.accepted)
@@ -118,7 +118,7 @@ FocusScope {
             event.accepted = true
         }
 
-        // Between the rows, too, nothing goes through to the answer.
+        // Blocks presses between the rows from reaching the answer.
         MouseArea {
             anchors.fill: parent
             acceptedButtons: Qt.AllButtons

@@ -3,7 +3,7 @@ import QtQuick.Controls.Basic as Basic
 import Quellora.Panels
 import Quellora.Ui
 
-/// One row of the menu: icon, words, and a mark at the right end.
+/// A row of the menu: icon, text, and a mark at the right end.
 Basic.AbstractButton {
     id: row
 
@@ -12,10 +12,10 @@ Basic.AbstractButton {
     property bool filled: false
     property bool available: true
     property color color: "#e8e8ea"
-    /// Read by assistive programs.
+    /// Read by assistive technology.
     readonly property int role: Accessible.MenuItem
 
-    /// Tab goes to the next row (1) or the one before (-1): the menu keeps the focus.
+    /// Tab moves to the next (1) or previous (-1) row; the focus stays in the menu.
     signal tabbed(int step)
 
     visible: available

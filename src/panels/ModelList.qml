@@ -2,18 +2,17 @@ import QtQuick
 import Quellora.Panels
 import Quellora.Ui
 
-/// The models to choose from, inside the panels: what opened outside them would be covered by the
-/// answer's click-through.
+/// The available models. Part of the panels, because the area above them is click-through.
 Card {
     id: card
 
     required property BottomPanelsModel panels
     property bool compact: false
     readonly property alias list: view
-    /// Whether keys are used in it; only then the row they act on is marked.
+    /// Whether the list is operated by keyboard; only then the current row is marked.
     property bool byKeyboard: false
 
-    /// The list is done: a model was chosen or the choice given up.
+    /// A model was chosen, or the choice cancelled.
     signal closed()
 
     function choose(row) {
@@ -32,7 +31,7 @@ Card {
         clip: contentHeight > height
         boundsBehavior: Flickable.StopAtBounds
         currentIndex: card.panels.models.rowOf(card.panels.selectedModelId)
-        // There is no highlight item; following with it would animate for ever.
+        // Without a highlight item, following the current item would animate forever.
         highlightFollowsCurrentItem: false
         onCurrentIndexChanged: positionViewAtIndex(currentIndex, ListView.Contain)
         keyNavigationEnabled: true

@@ -10,7 +10,7 @@ Basic.AbstractButton {
     required property BottomPanelsModel panels
     property real maximumLabelWidth: 120
     property bool isOpen: false
-    /// Read by assistive programs, as are the others without a use here.
+    /// Read by assistive technology, like the other unused properties.
     readonly property int role: Accessible.ComboBox
     readonly property string value: panels.selectedModelName
     readonly property bool expandable: true

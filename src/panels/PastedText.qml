@@ -2,7 +2,7 @@ import QtQuick
 import Quellora.Panels
 import Quellora.Ui
 
-/// What was pasted into the prompt and is too long for its field, as one line below it.
+/// A pasted text too long for the prompt field, shown as one line below it.
 Item {
     id: row
 

@@ -3,7 +3,7 @@ import Quellora.Panels
 import Quellora.Ui
 
 /// The prompt box: the text, and below it the model picker and the actions. In the compact size it
-/// holds the thread controls as well.
+/// contains the thread controls as well.
 Rectangle {
     id: box
 
@@ -34,7 +34,7 @@ Rectangle {
         x: 2
         y: 7
         width: parent.width - 4
-        // Whole lines only.
+        // A whole number of lines.
         height: Math.floor((box.rowY - y) / 20) * 20
         contentWidth: width
         contentHeight: input.implicitHeight + pasted.shownHeight
@@ -58,7 +58,7 @@ Rectangle {
             objectName: "promptInput"
             x: box.compact ? 8 : 10
             width: scroller.width - 2 * x
-            // The whole free area takes the press that starts typing.
+            // A press anywhere in the free area focuses the text.
             height: Math.max(implicitHeight, (box.compact ? 20 : 40) - pasted.shownHeight)
             focus: true
             activeFocusOnTab: true
@@ -99,7 +99,7 @@ Rectangle {
                                    .forceActiveFocus(Qt.BacktabFocusReason)
             HoverHandler { cursorShape: Qt.IBeamCursor }
 
-            // The caret blinks by itself, and not for ever; the field's own timer would.
+            // PromptCaret stops blinking after a while; the built-in cursor would not.
             function stopOwnBlinking() {
                 cursorVisible = true
                 cursorVisible = false
@@ -116,13 +116,13 @@ Rectangle {
                 Qt.callLater(scroller.revealPasted)
                 return true
             }
-            // Only what the user types is stored, not the state before the text was loaded.
+            // Only the user's edits are stored, not the initial empty text.
             property bool isLoaded: false
             Component.onCompleted: {
                 load()
                 isLoaded = true
             }
-            // The middle button pastes what is selected anywhere, where the system has that.
+            // The middle button pastes the primary selection, if the system has one.
             MouseArea {
                 anchors.fill: parent
                 acceptedButtons: Qt.MiddleButton

@@ -1,7 +1,7 @@
 import QtQuick
 
-/// The text cursor. It blinks while it is used and stands still after a while, so that a panel that
-/// merely has the keyboard costs nothing.
+/// The text cursor. It stops blinking after a while without input, so that an idle panel causes no
+/// repaints.
 Rectangle {
     id: caret
 

@@ -2,7 +2,7 @@ import QtQuick
 import Quellora.Panels
 import Quellora.Ui
 
-/// A thin mark beside a Flickable that shows how far it is scrolled; nothing when all fits.
+/// A thin scroll indicator next to a Flickable; hidden if all content fits.
 Rectangle {
     id: mark
 

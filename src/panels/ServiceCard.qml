@@ -2,8 +2,7 @@ import QtQuick
 import Quellora.Panels
 import Quellora.Ui
 
-/// The service message: a header with what it is about, a body that scrolls where room is short,
-/// and the action it offers.
+/// A service message: a header, a body that scrolls if space is limited, and an optional action.
 Card {
     id: card
 
@@ -16,7 +15,7 @@ Card {
     readonly property bool hasAction: panels.messageActionLabel.length > 0
     readonly property real actionHeight: hasAction && !compact ? 12 + 28 : 0
     readonly property real bottomPad: compact ? 10 : 12
-    /// What the body would like to have, with its action and the space below.
+    /// Preferred height of the body, including its action and the space below.
     readonly property real bodyHeight: body.height + actionHeight + bottomPad
 
     bar: blocking ? theme.dangerBar : theme.accent
@@ -53,7 +52,7 @@ Card {
         implicitHeight: 24
         leftPadding: 10
         rightPadding: 10
-        // A long label may not push the header away.
+        // Keeps a long label from displacing the header.
         width: Math.min(implicitWidth, card.width / 2)
         kind: Button.Primary
         text: card.panels.messageActionLabel

@@ -2,7 +2,7 @@ import QtQuick
 import Quellora.Panels
 import Quellora.Ui
 
-/// The row below the prompt box: whether the thread is saved, how to send, and a new thread.
+/// The row below the prompt box: the save switch, the send hint and the new-thread button.
 Item {
     id: row
 
@@ -19,7 +19,7 @@ Item {
         checked: row.panels.keepAIHistoryEnabled
         onToggled: {
             row.panels.toggleKeepAIHistory()
-            // What shows is what is stored, whatever the press did to the switch.
+            // Restores the binding that the press has broken.
             checked = Qt.binding(() => row.panels.keepAIHistoryEnabled)
         }
 
@@ -45,7 +45,7 @@ Item {
         objectName: "sendHint"
         readonly property bool fits: row.width >= 560 - 24
         visible: fits && row.panels.isPromptFocused
-        // Centred in the space that the two controls leave.
+        // Centred in the space between the two controls.
         x: Math.round((save.x + save.width + newThread.x - width) / 2)
         height: parent.height
         text: qsTr("Return sends · Shift+Return adds a line")

@@ -2,7 +2,7 @@ import QtQuick
 import Quellora.Ui
 import QtQuick.Controls.Basic as Basic
 
-/// A push button with words, optionally after an icon: 28 high, 32 in dialogs, 40 in the sign-in
+/// A push button with a text and an optional icon: 28 high, 32 in dialogs, 40 in the sign-in
 /// window (set `implicitHeight`).
 Basic.AbstractButton {
     id: control
@@ -38,7 +38,7 @@ Basic.AbstractButton {
     readonly property color restForeground: kind === Button.Danger ? "#ffffff"
                                           : kind === Button.Primary ? theme.textOnAccent
                                           : theme.text
-    // Words on a filled button fade into what is behind it, not into its own fill.
+    // Disabled text on a filled button is mixed with the background behind the button.
     readonly property color foreground: enabled || !filled ? restForeground
                       : Tokens.blend(theme.surface, restForeground, Tokens.disabledOpacity)
 

@@ -5,7 +5,7 @@ Rectangle {
     id: card
 
     property ThemeTokens theme: Tokens.frame
-    /// Transparent for a plain card.
+    /// Transparent: no bar.
     property color bar: "transparent"
     default property alias content: inner.data
 
@@ -15,7 +15,7 @@ Rectangle {
     border.color: theme.line
     antialiasing: true
 
-    // The bar keeps the card's round corners: a full-size shape of which only 3 px show.
+    // A full-size shape clipped to 3 px, so that the bar follows the card's round corners.
     Item {
         width: 3
         height: parent.height

@@ -1,7 +1,7 @@
 import QtQuick
 
-/// The caret of a text item: blinks at the system's pace while it may be seen, and stays on for a
-/// moment after every move.
+/// The caret of a text item: blinks at the system's rate while visible, and stays on briefly after
+/// every move.
 Item {
     id: caret
 

@@ -1,20 +1,20 @@
 import QtQuick
 import Quellora.Ui
 
-/// Asks before something that cannot be undone: a card 320 wide over a scrim, inside the window.
-/// The focus starts on the safe choice; Escape and a press beside the card choose it too.
+/// Confirms an irreversible action: a card 320 wide over a scrim, inside the window.
+/// The safe choice has the initial focus; Escape and a press outside the card choose it too.
 FocusScope {
     id: dialog
 
     property ThemeTokens theme: Tokens.sheetDark
     property string title
     property string text
-    /// A part of `text` that is shortened where the whole would be too long to read.
+    /// A part of `text` that is elided if the text is too long.
     property string shortened
     property string confirmText
     property string cancelText: "Cancel"
     property bool open: false
-    /// Radius of the window's lower corners that the scrim lies in.
+    /// Radius of the window's lower corners.
     property real cornerRadius: 0
 
     readonly property TypeTokens buttonType: TypeTokens {
@@ -69,7 +69,7 @@ FocusScope {
     }
 
     Rectangle {
-        /// Read by the window: a press anywhere in here brings the keyboard to it.
+        /// Read by the window: a press inside gives it the keyboard focus.
         readonly property bool takesKeyboard: true
 
         objectName: "dialogCard"
@@ -102,7 +102,7 @@ FocusScope {
             Label {
                 id: words
 
-                // Six lines, or what leaves the card its distance from the edges.
+                // Six lines, or less to keep the card's margins.
                 readonly property int lines: {
                     const others = heading.height + buttons.height + Tokens.space2 + Tokens.space4
                     const room = dialog.height - 2 * Tokens.space4 - 2 * Tokens.space5 - others
@@ -110,7 +110,7 @@ FocusScope {
                 }
 
                 width: parent.width
-                // Two lines and a half stay for the rest of the text and for the ends of lines.
+                // Two and a half lines are reserved for the rest of the text and for line breaks.
                 text: dialog.shortened.length === 0
                       ? dialog.text : dialog.text.replace(dialog.shortened, () => shownPart.elidedText)
                 type: Tokens.body

@@ -1,10 +1,10 @@
 import QtQuick
 
-/// Ring around the parent control, outside it; shown for keyboard focus only.
+/// Ring outside the parent control; shown for keyboard focus only.
 Rectangle {
     id: ring
 
-    /// Whether the control has the focus because of the keyboard.
+    /// Whether the control has visual focus.
     required property bool shown
     property ThemeTokens theme: Tokens.frame
     property real controlRadius: Tokens.radiusControl

@@ -2,7 +2,7 @@ import QtQuick
 
 /// Colours of the frame: control bar, strip, bottom panels, menu. Dark in both themes.
 ThemeTokens {
-    /// Control bar, strip and bottom panels; the opacity never changes.
+    /// Control bar, strip and bottom panels; independent of the opacity setting.
     background: Qt.rgba(0x12 / 255, 0x12 / 255, 0x1c / 255, 0.97)
     surface: "#12121c"
     raised: "#242730"

@@ -2,11 +2,10 @@ import QtQuick
 import Quellora.Ui
 import QtQuick.Controls.Basic as Basic
 
-/// A button that shows an icon only. `name` is what it is called: to assistive programs always,
-/// to others in its tooltip.
+/// A button that shows an icon only. `name` is its accessible name and its tooltip.
 ///
-/// Disabled takes no press. Blocked looks locked but keeps focus and presses, so that the action
-/// runs and can explain itself; give the reason.
+/// A disabled button ignores presses. A blocked one looks locked but keeps focus and presses, so that
+/// the action runs and can explain the reason.
 Basic.AbstractButton {
     id: control
 
@@ -20,7 +19,7 @@ Basic.AbstractButton {
     property int look: IconButton.Plain
     property ThemeTokens theme: Tokens.frame
     property string shortcutText
-    /// Why it is disabled; shown instead of the name then.
+    /// Why it is disabled; replaces the name in the tooltip.
     property string disabledReason
     property bool active: false
     property bool busy: false
@@ -28,9 +27,9 @@ Basic.AbstractButton {
     property string blockedReason
     property color badgeSurface: theme.surface
     property int cursor: Qt.ArrowCursor
-    /// What it is to assistive programs.
+    /// Accessible role.
     property int role: Accessible.Button
-    /// A button that stands for a switch: whether it is one, and whether it is on.
+    /// Accessible switch state: whether it is checkable, and whether it is checked.
     property bool isSwitch: false
     property bool isOn: false
     property color foreground: control.defaultForeground()

@@ -6,7 +6,7 @@ Rectangle {
 
     property alias text: label.text
     property ThemeTokens theme: Tokens.frame
-    /// Space on either side of the words.
+    /// Padding on either side of the text.
     property int pad: 5
 
     implicitWidth: label.implicitWidth + 2 * kbd.pad

@@ -2,8 +2,8 @@ import QtQuick
 import QtQuick.Controls.Basic as Basic
 import Quellora.Ui
 
-/// One row of a list or menu that can be pressed: 34, 36, 40, 44 or 48 high (set `implicitHeight`).
-/// What is put inside lies over the row's fill.
+/// A pressable row of a list or menu: 34, 36, 40, 44 or 48 high (set `implicitHeight`).
+/// Children are drawn above the row's fill.
 Basic.AbstractButton {
     id: control
 
@@ -11,7 +11,7 @@ Basic.AbstractButton {
     property string name: text
     property string hint
     property bool selected: false
-    /// A bar in the accent colour at the left of a selected row.
+    /// Shows an accent-coloured bar at the left of a selected row.
     property bool showsBar: false
     property real radius: Tokens.radiusControl
     property int role: Accessible.ListItem
@@ -48,7 +48,7 @@ Basic.AbstractButton {
             color: control.theme.accent
         }
         FocusRing {
-            // Rows touch each other: the ring lies inside.
+            // Inside the row, because rows are adjacent.
             anchors.margins: 0
             shown: control.visualFocus
             theme: control.theme

@@ -31,6 +31,6 @@ ThemeTokens {
     selection: Qt.rgba(0x2f / 255, 0x80 / 255, 0xed / 255, 0.45)
     raised: "#1f1f1f"
 
-    /// The divider's word only: too faint for anything that must be read.
+    /// For the divider's text only: too low in contrast for other text.
     property color muted: Qt.rgba(0.391667, 0.391667, 0.391667, 1)
 }

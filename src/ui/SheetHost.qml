@@ -2,7 +2,7 @@ import QtQuick
 import Quellora.Ui
 
 /// A sheet over its parent: a scrim and a panel that slides in from the left while it fades in. Tab
-/// stays inside. Escape and a press on the scrim ask for closing; whoever owns `open` decides.
+/// stays inside. Escape and a press on the scrim emit closeRequested; the owner of `open` decides.
 FocusScope {
     id: host
 
@@ -11,10 +11,10 @@ FocusScope {
     property bool open: false
     /// 0 covers the whole width, without a scrim.
     property int panelWidth: 0
-    /// Radius of the window's lower corners that the panel lies in.
+    /// Radius of the window's lower corners.
     property real cornerRadius: 0
     default property alias content: panel.data
-    /// 0 closed, 1 open, in between while it moves.
+    /// 0 closed, 1 open, in between during the animation.
     property real progress: open ? 1 : 0
 
     signal closeRequested()
@@ -55,7 +55,7 @@ FocusScope {
     }
     Item {
         id: panel
-        /// Read by the window: a press anywhere in here brings the keyboard to it.
+        /// Read by the window: a press inside gives it the keyboard focus.
         readonly property bool takesKeyboard: true
 
         x: Math.round(-Tokens.sheetShift * (1 - host.progress))
@@ -70,7 +70,7 @@ FocusScope {
             clip: host.cornerRadius > 0
 
             Rectangle {
-                // Only the corners that are the window's, too, are seen.
+                // Only the window's corners are visible.
                 y: -radius
                 width: parent.width + (panel.width < host.width ? radius : 0)
                 height: parent.height + radius

@@ -3,8 +3,7 @@ import QtQuick.Controls.Basic as Basic
 
 /// A horizontal slider from 0 to 1: Left and Right step by 1 %, with Shift by 10 %.
 ///
-/// Bind `modelValue`; `edited` reports what the user wants, from pointer, keys or an assistive
-/// program alike.
+/// Bind `modelValue`; `edited` reports the user's changes by pointer, keys or assistive technology.
 Basic.Slider {
     id: control
 

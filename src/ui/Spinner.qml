@@ -1,8 +1,7 @@
 import QtQuick
 import Quellora.Ui
 
-/// A turning quarter ring: something is under way. With reduced motion a still ring; put words
-/// beside it.
+/// A rotating quarter ring; a static one with reduced motion. Accompany it with a text.
 Item {
     id: spinner
 
@@ -10,7 +9,7 @@ Item {
     property color color: theme.accentText
     property int size: 14
     property bool running: true
-    /// What is under way, for assistive programs; empty where a text beside it says so.
+    /// Accessible name; empty if a text next to it says the same.
     property string name
 
     implicitWidth: size

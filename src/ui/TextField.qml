@@ -9,7 +9,7 @@ Basic.TextField {
 
     property ThemeTokens theme: Tokens.frame
     property TypeTokens type: Tokens.body
-    /// What it is called, for assistive programs.
+    /// Accessible name.
     property string name
     property string hint
     property bool failed: false

@@ -1,10 +1,10 @@
 import QtQuick
 
-/// Colours that every control needs, on one kind of surface. Controls take one of these as `theme`:
+/// Colours of controls on one kind of surface. Controls take one of these as `theme`:
 /// Tokens.frame, Tokens.sheetDark or Tokens.sheetLight.
 QtObject {
     property color background
-    /// `background` without translucency: what dimmed controls are mixed with.
+    /// Opaque variant of `background`, mixed into dimmed controls.
     property color surface: background
     property color raised
     property color input
@@ -23,7 +23,7 @@ QtObject {
     property color secondaryOutline
     property color secondaryOutlineHover
     property color secondaryOutlinePressed
-    /// Marks and slider fills; `accentText` for words, carets, spinners and active icons.
+    /// Marks and slider fills; `accentText` is for text, carets, spinners and active icons.
     property color accent
     property color accentText
     property color accentFill
@@ -37,7 +37,7 @@ QtObject {
     property color dangerFillPressed: "#a82121"
     property color warnText
     property color ring
-    /// Outline of a field that has the focus.
+    /// Outline of a focused field.
     property color fieldFocus
     property color selection
     property color switchOff

@@ -1,8 +1,8 @@
 import QtQuick
 import Quellora.Ui
 
-/// A small preview of a screenshot, 72 × 45, or 44 × 28 where room is short. A picture that cannot
-/// be shown becomes a grey box with a camera.
+/// A small preview of a screenshot, 72 × 45, or 44 × 28 in compact layouts. A picture that cannot be
+/// loaded is replaced by a grey box with a camera icon.
 Item {
     id: thumbnail
 

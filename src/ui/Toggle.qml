@@ -1,21 +1,21 @@
 import QtQuick
 import QtQuick.Controls.Basic as Basic
 
-/// A switch with its words in a row 28 high; the whole row toggles. Bind `checked` to the model and
+/// A switch with a label in a row 28 high; the whole row toggles. Bind `checked` to the model and
 /// change the model in `onToggled`.
 Basic.AbstractButton {
     id: control
 
     property ThemeTokens theme: Tokens.frame
     property TypeTokens type: Tokens.control
-    /// Switch at the right end of the row instead of before the words.
+    /// Switch at the right end of the row instead of before the label.
     property bool trailing: false
     property string tooltip
     property int cursor: Qt.ArrowCursor
-    /// Name for assistive programs where the visible words are elsewhere.
+    /// Accessible name if the visible label is elsewhere.
     property string name: text
 
-    /// Read by assistive programs.
+    /// Read by assistive technology.
     readonly property int role: Accessible.CheckBox
     readonly property real share: enabled ? 1 : Tokens.disabledOpacity
 

@@ -18,8 +18,8 @@ QtObject {
     function faded(color, share) {
         return Qt.rgba(color.r, color.g, color.b, color.a * share)
     }
-    /// An opacity in steps that a pixel can show. A fade that ends flat passes values so close to 1
-    /// that the software renderer takes the last step for none and goes on blending.
+    /// An opacity rounded to steps of 1/255. Near the end of a fade, unrounded values so close to 1 that
+    /// the software renderer ignores the last change would leave the item translucent.
     function opacityStep(opacity) {
         return Math.round(opacity * 255) / 255
     }
@@ -63,7 +63,7 @@ QtObject {
     readonly property int ringWidth: 2
     readonly property int ringOffset: 2
 
-    /// Follows the system's preference. No slides and no pulses then; fades stay, shorter.
+    /// The system's preference. Disables slides and pulses and shortens fades.
     property bool reducedMotion: false
     readonly property int hoverTime: reducedMotion ? 80 : 100
     readonly property int menuTime: reducedMotion ? 80 : 160

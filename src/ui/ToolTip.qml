@@ -1,18 +1,18 @@
 import QtQuick
 
-/// What a control is called, its shortcut, or why it is blocked. Shown half a second after the
-/// pointer came, at once on keyboard focus, gone on press. It is an item of the control's own
-/// window, never a window: another window would not be left out of captures.
+/// A control's name, its shortcut, or why it is blocked. Shown after half a second of hovering or at once
+/// on keyboard focus, hidden on press. It is an item in the control's window, because a separate window
+/// would not be excluded from captures.
 Item {
     id: tip
 
-    /// The control that it explains: an AbstractButton or a Slider.
+    /// The described control: an AbstractButton or a Slider.
     required property Item target
     property string text
     property string shortcutText
     property string blockedReason
     readonly property bool worthShowing: text.length > 0 || blockedReason.length > 0
-    /// Whether the bubble is on show.
+    /// Whether the bubble is shown.
     readonly property bool shown: bubble.active
     property bool dismissed: false
     property bool rested: false

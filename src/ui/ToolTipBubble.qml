@@ -1,7 +1,7 @@
 import QtQuick
 import Quellora.Ui
 
-/// The bubble of a ToolTip: below its control, or above it where there is no room, inside the window.
+/// The bubble of a ToolTip: below its control, or above it if there is no room; always inside the window.
 Rectangle {
     id: bubble
 

@@ -1,11 +1,11 @@
 import QtQuick
 
-/// How much of the allowance is used: 4 high in the strip, 6 in the menu. Put the figure in words
-/// beside it.
+/// A bar showing the share of the allowance used: 4 high in the strip, 6 in the menu. Accompany it
+/// with a text.
 Item {
     id: bar
 
-    /// Share used, 0 to 1 and beyond.
+    /// Share used; may exceed 1.
     property real fraction: 0
     property bool exceeded: false
     property ThemeTokens theme: Tokens.frame

@@ -1,19 +1,19 @@
-"""Looking at a whole screen as assistive programs do: what can be used, what it says, where Tab goes."""
+"""Checks a whole screen through accessibility: controls, names, states and Tab order."""
 
 import re
 
 from harness import wait_until
 
-#: Roles that something to press may have.
+#: Roles of pressable controls.
 PRESSABLE = {"push button", "check box", "radio button", "menu item", "list item", "link",
              "combo box", "toggle button"}
-#: Roles that are worked with, whether or not they take presses just now.
+#: Roles of controls, enabled or not.
 CONTROLS = PRESSABLE | {"document web", "text", "password text", "slider", "scroll bar", "list", "page tab"}
 _PRESSES = {"press", "toggle", "click", "activate"}
 
 
-class Seen:
-    """One node as it was when the screen was looked at."""
+class Node:
+    """Snapshot of an accessible node."""
 
     def __init__(self, access, node):
         self.access = access
@@ -31,31 +31,30 @@ class Seen:
 
     @property
     def is_control(self):
-        """Whether it can be used, now or in another state."""
-        # The toolkit lets assistive programs take the focus to any text.
+        """Whether it is a control, enabled or not."""
+        # Qt makes every text focusable for assistive technology.
         return (self.role in CONTROLS or bool(self.actions & _PRESSES)
                 or ("focusable" in self.states and self.role != "label"))
 
     def has_focus(self):
-        """Whether it has the keyboard focus now."""
+        """Whether it has the keyboard focus."""
         return self.access.has_state(self.node, "FOCUSED")
 
 
 class Screen:
-    """What shows below a node (the whole program by default)."""
+    """Snapshot of the shown nodes below a node (the whole program by default)."""
 
     def __init__(self, app, below=None, scrolled=False):
         self.app = app
         self.access = app.access
         nodes = self.access.shown(below)
         if scrolled:
-            # What is scrolled out of sight belongs to it, too, and cannot be told from what is
-            # hidden.
+            # Includes nodes scrolled out of view, which cannot be distinguished from hidden ones.
             nodes = (node for _, node in self.access.walk(below))
-        self.seen = [Seen(self.access, node) for node in nodes]
+        self.seen = [Node(self.access, node) for node in nodes]
 
     def problems(self):
-        """What is wrong with any control on show, as lines of text."""
+        """Accessibility problems of the shown controls, as text."""
         found = []
         for item in self.seen:
             if not item.is_control:
@@ -73,7 +72,7 @@ class Screen:
         return found
 
     def secrets(self, *texts):
-        """Nodes that give a secret away."""
+        """Nodes that expose a secret."""
         return [str(item) for item in self.seen for text in texts
                 if text in item.name + item.description + self.access.text_of(item.node)]
 
@@ -92,14 +91,14 @@ class Screen:
         return found[0]
 
     def controls(self):
-        """(name, role) of every control on show, in the order of the tree."""
+        """(name, role) of every shown control, in tree order."""
         return [(item.name, item.role) for item in self.seen if item.role in CONTROLS]
 
     def walk_with_tab(self, *names, key="tab"):
-        """Presses Tab once for each name and once more, from the control before the first.
+        """Presses Tab once for each name and once more, starting before the first.
 
-        Every press must lead to the named control, the last one back to where the walk began. A
-        name that stands there twice is meant in the order of the tree.
+        Every press must focus the named control, the last one the starting point. Repeated names
+        refer to the controls in tree order.
         """
         used = {}
         stops = []
@@ -107,7 +106,7 @@ class Screen:
             same = [item for item in self.all(name) if item.role in CONTROLS]
             at = used.get(name, 0)
             if same and same[0].role == "document web":
-                # It counts as focused all the time; its first stop is the page as a whole.
+                # The page is always reported as focused; its first stop is the whole page.
                 at = 0
             if at >= len(same):
                 raise AssertionError(f"no control {name!r}\n{self.access.dump()}")
@@ -127,5 +126,5 @@ class Screen:
 
 
 def titled(title):
-    """Expression for a History row's name: its title and a time."""
+    """Regular expression for a History row's name: title and time."""
     return re.compile(f"^{re.escape(title)}, ")

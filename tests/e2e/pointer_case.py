@@ -1,4 +1,4 @@
-"""A signed-in panel above a document that has the keyboard; shared by tests with the pointer."""
+"""Base case for pointer tests: a signed-in panel above a focused document."""
 
 from harness import HostileServer, SignedInCase, wait_until
 from harness.server import QUERY
@@ -8,7 +8,7 @@ MODELS = [{"id": f"m{number}", "displayName": f"Model {number}", "descriptor": f
 
 
 class PointerCase(SignedInCase):
-    """A document lies beneath the panel and has the keyboard."""
+    """A focused document below the panel."""
 
     server_config = {"availableModels": MODELS, "model": "m0", "tokensUsed": 850000,
                      "tokensRemaining": 150000}
@@ -19,7 +19,7 @@ class PointerCase(SignedInCase):
         self.access = self.shared_app.access
         self.shared_server.on(QUERY, HostileServer.answer_with("Hello from the server.",
                                                                tokensRemaining=150000))
-        self.give_back()
+        self.focus_document()
         self.before = len(self.shared_server.requests(QUERY))
 
     def tearDown(self):
@@ -31,20 +31,15 @@ class PointerCase(SignedInCase):
         _, x, y, width, _ = self.shared_app.panel()
         return x + width + 40, y + 40
 
-    def give_back(self):
-        """Returns the keyboard to the document with a click on it."""
+    def focus_document(self):
+        """Focuses the document with a click."""
         mark = self.window.mark()
         self.desktop.click(*self.beside())
         self.window.wait_for("press", 1, since=mark)
-        wait_until(lambda: self.desktop.focus_window() == self.window.window_id,
-                   what="the focus of the document")
-
-    def stored(self, key):
-        return self.shared_app.stored_defaults().get(key)
+        self.window.wait_focus()
 
     def type_prompt(self, text):
-        self.access.click("Write a message")
-        self.access.wait_focused("Write a message")
+        self.shared_app.focus_prompt()
         self.desktop.type_text(text)
         wait_until(lambda: self.stored("userPrompt") == text.replace("\n", ""),
                    what="the stored prompt")
@@ -53,7 +48,7 @@ class PointerCase(SignedInCase):
         return self.shared_server.wait_for_request(QUERY, self.before + 1).json()
 
     def assert_border(self, panels_height):
-        """Clicks pass just above the bottom panels, and not just below their upper edge."""
+        """Checks that clicks pass just above the bottom panels, but not below their upper edge."""
         _, x, y, width, height = self.shared_app.panel()
         edge = y + height - panels_height
         column = x + width // 2

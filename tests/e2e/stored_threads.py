@@ -1,4 +1,4 @@
-"""Threads on disk, as earlier runs and other programs leave them, and the program over them."""
+"""Base case with threads stored before the program starts."""
 
 import json
 import re
@@ -18,14 +18,14 @@ def note(text, stamp):
 
 class StoredThreadsCase(E2ECase):
     def app_with_threads(self, *threads, defaults=None):
-        """A signed-in app whose folder holds threads (prompt, response, time)."""
+        """A signed-in app with stored threads (prompt, response, time)."""
         server, app = self.app_to_start(defaults)
         self.ids = [self.store(prompt, response, stamp) for prompt, response, stamp in threads]
         app.start().sign_in()
         return server, app
 
     def app_to_start(self, defaults=None):
-        """An app that has not been started, with an empty folder of threads."""
+        """An app that is not started, with an empty thread folder."""
         server = self.server()
         app = App(self.desktop, server.url, **({"defaults": defaults} if defaults else {}))
         self.apps.append(app)
@@ -36,7 +36,7 @@ class StoredThreadsCase(E2ECase):
         return server, app
 
     def store(self, prompt, response, stamp, notes=(), pictures=()):
-        """Writes a thread with one turn, notes and pictures; returns its folder's name."""
+        """Stores a thread with one turn, notes and pictures; returns its folder's name."""
         name = str(uuid.uuid4()).upper()
         folder = self.root / name
         folder.mkdir()

@@ -1,4 +1,4 @@
-"""Every screen as assistive programs see it: names, roles, states, and where Tab leads."""
+"""Accessibility of every screen: names, roles, states and Tab order."""
 
 import json
 import re
@@ -23,7 +23,7 @@ SIGN_UP = "Don't have an account? Sign up"
 
 
 class AccessTreeTest(E2ECase):
-    """One program, led through its screens."""
+    """Walks one program through all screens."""
 
     def setUp(self):
         self.desktop.fill_root((90, 120, 150))
@@ -36,11 +36,11 @@ class AccessTreeTest(E2ECase):
         self.access = self.program.access
 
     def look(self, below=None, **options):
-        """The screen as it is now, after the checks that hold for all of them."""
+        """The current screen, after the checks that apply to every screen."""
         screens = []
 
         def is_sound():
-            # A page that is being loaded has no name yet.
+            # A loading page has no name yet.
             screens.append(Screen(self.program, below, **options))
             return not screens[-1].problems()
         try:
@@ -53,10 +53,6 @@ class AccessTreeTest(E2ECase):
     def assert_states(self, item, *expected, absent=()):
         self.assertEqual(set(expected) - item.states, set(), item)
         self.assertEqual(set(absent) & item.states, set(), item)
-
-    def focus_prompt(self):
-        self.access.click("Write a message")
-        self.access.wait_for("Write a message", focused=True)
 
     def open_from_menu(self, name, sign):
         self.access.press("Menu")
@@ -128,7 +124,7 @@ class AccessTreeTest(E2ECase):
     def first_launch(self):
         self.access.wait_for("Got it")
         self.access.wait_for("Read more")
-        self.focus_prompt()
+        self.program.focus_prompt()
         self.desktop.type_text("x")
         self.access.wait_for("Send", enabled=True)
         screen = self.look()
@@ -161,12 +157,12 @@ class AccessTreeTest(E2ECase):
         self.access.press("Save thread", "check box")
         self.backend.on(QUERY, HostileServer.answer_with(ANSWER, tokensRemaining=150000,
                                                          tokensUsed=850000))
-        self.focus_prompt()
+        self.program.focus_prompt()
         self.desktop.press("return")
         self.access.wait_for("Copy answer")
         self.access.wait_for("Copy code", BUTTON)
         self.access.wait_for("Scroll up", enabled=True)
-        self.focus_prompt()
+        self.program.focus_prompt()
         self.desktop.type_text("more")
         self.access.wait_for("Send", enabled=True)
         screen = self.look()
@@ -193,7 +189,7 @@ class AccessTreeTest(E2ECase):
         self.access.press("Capture without sending")
         self.access.wait_for("Attached screenshot", "image")
         self.access.wait_for("Capture and send", enabled=True)
-        self.focus_prompt()
+        self.program.focus_prompt()
         screen = self.look()
         self.desktop.press("shift+tab")
         wait_until(screen.get("Remove screenshot", BUTTON).has_focus, what="the row's button")
@@ -258,7 +254,7 @@ class AccessTreeTest(E2ECase):
         self.assert_states(rows[0], "selected", "selectable")
         self.assert_states(rows[1], "selectable", absent=("selected",))
         self.assertEqual(rows[1].description, "1 turn")
-        # One row takes Tab; the arrows lead to the others. Its buttons come with it.
+        # Tab reaches one row and its buttons; arrows move to the others.
         self.desktop.press("tab")
         wait_until(rows[0].has_focus, what="the focus on the first row")
         screen = self.pane()
@@ -342,12 +338,12 @@ class AccessTreeTest(E2ECase):
 
     def blocking(self):
         self.backend.on(QUERY, HostileServer.status(429, b"{}"))
-        self.focus_prompt()
+        self.program.focus_prompt()
         self.desktop.press("ctrl+a")
         self.desktop.type_text("again\n")
         self.access.wait_for("Upgrade Now")
         self.access.wait_for("Sending is blocked")
-        self.focus_prompt()
+        self.program.focus_prompt()
         screen = self.look()
         self.assertEqual(screen.get("Credit Limit Reached").role, "alert")
         self.assertTrue(screen.get("Credit Limit Reached").description)

@@ -3,9 +3,8 @@
 import unittest
 
 from harness import E2ECase, wait_until
+from harness.messages import STREAM_COMPLETE
 from harness.backend import Backend
-
-PREFIX = "[OverlayWindowController] "
 
 
 class LocalBackendTest(E2ECase):
@@ -14,7 +13,7 @@ class LocalBackendTest(E2ECase):
         self.addCleanup(backend.close)
         return backend
 
-    def test_account_is_made_once(self):
+    def test_account_is_created_once(self):
         backend = self.backend()
         email, password = backend.ensure_account()
         self.assertTrue(password)
@@ -35,7 +34,7 @@ class LocalBackendTest(E2ECase):
                           "(single-process, no pipeline.py dependency).")
         self.other_window()
         app.hotkey("ctrl+alt+super+c", "Capture")
-        app.wait_for_line(PREFIX + "Stream complete, buffer cleared", timeout=60)
+        app.wait_for_line(STREAM_COMPLETE, timeout=60)
         turns = wait_until(app.turns, what="the kept turn")
         self.assertEqual(len(turns), 1)
         self.assertGreater(len(turns[0][1]), 20)

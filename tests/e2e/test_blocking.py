@@ -1,26 +1,21 @@
-"""Refusals by the backend: rate limit, spent allowance, error events, and local blocking."""
+"""Refusals by the backend: rate limit, used-up allowance, error events, and local blocking."""
 
 import re
 import unittest
 
 from harness import E2ECase, HostileServer, wait_until
+from harness.messages import PREFIX, STREAM_COMPLETE
 from harness.server import QUERY
 
-PREFIX = "[OverlayWindowController] "
 QUERY_LOG = "[ProxyQueryService] "
 
 
 class BlockingTest(E2ECase):
-    def ask(self, app, text="question"):
-        app.access.click("Write a message")
-        app.access.wait_for("Write a message", focused=True)
-        self.desktop.type_text(text + "\n")
-
-    def test_rate_limit_shows_a_card_for_its_time(self):
+    def test_rate_limit_shows_a_card_until_it_ends(self):
         server = self.server()
         server.on(QUERY, HostileServer.status(429, b'{"resetInSeconds": 3}'))
         app = self.app(server).sign_in()
-        self.ask(app)
+        app.send_prompt("question")
         app.wait_for_line(QUERY_LOG + "Proxy returned 429 (rate limited) — reset in 3s")
         app.access.wait_for("Rate Limited")
         app.access.wait_for(re.compile("please wait 3 seconds"))
@@ -28,16 +23,16 @@ class BlockingTest(E2ECase):
         # Nothing stays blocked.
         server.on(QUERY, HostileServer.answer_with("fine again"))
         app.access.press("Send")
-        app.wait_for_line(PREFIX + "Stream complete, buffer cleared")
+        app.wait_for_line(STREAM_COMPLETE)
 
-    def test_malformed_limit_counts_as_a_spent_allowance(self):
+    def test_malformed_limit_counts_as_used_up_allowance(self):
         for body in (b'{"resetInSeconds": "42"}', b"", b"<html>", b"[1]",
                      b'{"resetInSeconds": 1.5}', b'{"tokensRemaining": 0}'):
             with self.subTest(body=body):
                 server = self.server()
                 server.on(QUERY, HostileServer.status(429, body))
                 app = self.app(server).sign_in()
-                self.ask(app)
+                app.send_prompt("question")
                 app.wait_for_line(QUERY_LOG + "Proxy returned 429 (cap exceeded)")
                 app.access.wait_for("Credit Limit Reached")
                 mark = app.mark()
@@ -53,7 +48,7 @@ class BlockingTest(E2ECase):
         server.on(QUERY, HostileServer.stream(
             b'data: {"type":"error","message":"pay at evil.example"}\n'))
         app = self.app(server).sign_in()
-        self.ask(app)
+        app.send_prompt("question")
         app.wait_for_line(QUERY_LOG + "Proxy sent an error event: pay at evil.example")
         app.wait_for_line(PREFIX + "Server sent an error event (rendered as the standard "
                           "credits-exhausted card, not shown verbatim): pay at evil.example")
@@ -70,7 +65,7 @@ class BlockingTest(E2ECase):
         app.access.press("Upgrade Now")
         wait_until(lambda: f"{server.url}/account/billing" in app.opened(), what="the page")
 
-    def test_spent_allowance_is_known_from_the_start(self):
+    def test_used_up_allowance_blocks_from_the_start(self):
         server = self.server(tokensUsed=1000, tokensRemaining=0, tokenCap=1000)
         app = self.app(server).sign_in()
         app.access.wait_for_page_text("Out of Credits")

@@ -1,14 +1,14 @@
-"""The bottom panels and the strip as assistive programs see and press them."""
+"""Accessibility of the bottom panels and the strip."""
 
 import threading
 import unittest
 
 from harness import HostileServer, SignedInCase, chunk_event, done_event, wait_until
+from harness.messages import PREFIX
 from harness.server import QUERY
 
-PREFIX = "[OverlayWindowController] "
 
-#: Name and role of everything that always shows in the regular size.
+#: Name and role of everything always shown in the regular size.
 ALWAYS = [("Write a message", "text"), ("Model", "combo box"), ("Add note", "push button"),
           ("Capture without sending", "push button"), ("Capture and send", "push button"),
           ("Send", "push button"), ("Save thread", "check box"), ("New thread", "push button"),
@@ -32,22 +32,19 @@ class AccessTest(SignedInCase):
         self.shared_server.on(QUERY, HostileServer.answer_with("Hello from the server.",
                                                                tokensRemaining=150000))
 
-    def stored(self, key):
-        return self.shared_app.stored_defaults().get(key)
-
     def shown(self):
-        """(name, role) of every named control on show."""
+        """(name, role) of every named shown control."""
         return {(node.get_name(), node.get_role_name()): node
                 for _, node in self.access.walk()
                 if node.get_name() and self.access.has_state(node, "SHOWING")}
 
     def write(self, text):
-        """Writes the prompt through the text interface, as dictation does."""
+        """Sets the prompt through the text interface, as dictation does."""
         node = self.access.wait_for("Write a message", "text")
         node.get_editable_text_iface().set_text_contents(text)
         wait_until(lambda: self.stored("userPrompt") == text, what="the stored prompt")
 
-    def test_the_prompt_ends_at_its_box(self):
+    def test_the_prompt_stays_inside_its_box(self):
         prompt = self.access.wait_for("Write a message", "text")
         self.write("\n".join(f"line {number}" for number in range(40)))
         picker = self.access.bounds(self.access.wait_for("Model", "combo box"))
@@ -76,7 +73,7 @@ class AccessTest(SignedInCase):
         self.assertTrue(self.access.has_state(save, "CHECKED"))
         box = shown["Write a message", "text"]
         self.assertTrue(self.access.has_state(box, "EDITABLE", "MULTI_LINE", "FOCUSABLE"))
-        # Nothing on show is without a name.
+        # Everything shown has a name.
         nameless = [node.get_role_name() for _, node in self.access.walk()
                     if not node.get_name() and self.access.has_state(node, "SHOWING")
                     and node.get_role_name() in ("push button", "check box", "combo box", "text")]
@@ -111,7 +108,7 @@ class AccessTest(SignedInCase):
         self.access.press("Capture and send")
         self.shared_server.wait_for_request(QUERY, self.before + 2)
 
-    def test_status_is_told(self):
+    def test_status_is_announced(self):
         gate = threading.Event()
         self.addCleanup(gate.set)
         begin = threading.Event()

@@ -1,11 +1,11 @@
-"""The bottom panels in the smallest window: clicks that pass, icons for the thread's controls."""
+"""The bottom panels in the smallest window: click-through and icon buttons."""
 
 import unittest
 
 import pointer_case
 from harness import wait_until
+from harness.messages import PREFIX
 
-PREFIX = "[OverlayWindowController] "
 HOTKEYS = {"capture": "ctrl+alt+cmd+c", "clear": "ctrl+alt+cmd+x", "toggle": "ctrl+alt+cmd+t",
            "opacity_up": "ctrl+alt+cmd+]", "opacity_down": "ctrl+alt+cmd+["}
 

@@ -1,12 +1,12 @@
-"""The bottom panels and the strip without a pointer: order of Tab, F6, and every control's keys."""
+"""Keyboard operation of the bottom panels and the strip: Tab order, F6 and the controls' keys."""
 
 import threading
 import unittest
 
-from harness import HostileServer, SignedInCase, chunk_event, wait_until
+from harness import HostileServer, SignedInCase, wait_until
+from harness.messages import PREFIX
 from harness.server import QUERY
 
-PREFIX = "[OverlayWindowController] "
 MODELS = [{"id": f"m{number}", "displayName": f"Model {number}", "descriptor": f"Number {number}"}
           for number in range(8)]
 IN_THE_BOX = ["Model", "Add note", "Capture without sending", "Capture and send", "Send",
@@ -28,27 +28,20 @@ class KeyboardTest(SignedInCase):
         self.access = self.shared_app.access
         self.shared_server.on(QUERY, HostileServer.answer_with("Hello from the server.",
                                                                tokensRemaining=150000))
-        self.focus_prompt()
-
-    def focus_prompt(self):
-        self.access.click("Write a message")
-        self.access.wait_focused("Write a message")
+        self.shared_app.focus_prompt()
 
     def key(self, combo, focused):
-        """Presses a key and waits for the control that has the focus then."""
+        """Presses a key and waits for the focus on a control."""
         self.desktop.press(combo)
         self.access.wait_focused(focused)
 
     def go_to(self, name):
-        """Tab from the prompt box to a control of the box or the row below."""
+        """Tabs from the prompt box to a control of the box or the row below."""
         names = [each for each in IN_THE_BOX
                  if each not in ("Add note", "Send") or self.stored("userPrompt")]
         for each in names[:names.index(name) + 1]:
             self.desktop.press("tab")
         self.access.wait_focused(name)
-
-    def stored(self, key):
-        return self.shared_app.stored_defaults().get(key)
 
     def type_prompt(self, text):
         self.desktop.type_text(text)
@@ -67,11 +60,11 @@ class KeyboardTest(SignedInCase):
             self.key("tab", name)
         self.key("shift+tab", "Copy answer")
 
-    def test_disabled_actions_are_passed_over(self):
+    def test_tab_skips_disabled_actions(self):
         for name in [each for each in IN_THE_BOX if each not in ("Add note", "Send")]:
             self.key("tab", name)
 
-    def test_f6_goes_round_prompt_strip_and_page(self):
+    def test_f6_cycles_through_prompt_strip_and_page(self):
         for name in ("Usage 85%", "", "Write a message"):
             self.key("f6", name)
         for name in ("", "Usage 85%", "Write a message"):
@@ -91,7 +84,7 @@ class KeyboardTest(SignedInCase):
         self.go_to("Capture without sending")
         self.desktop.press("space")
         self.access.wait_for("Attached screenshot")
-        self.focus_prompt()
+        self.shared_app.focus_prompt()
         self.key("shift+tab", "Remove screenshot")
         self.desktop.press("return")
         self.access.wait_gone("Attached screenshot")
@@ -117,7 +110,7 @@ class KeyboardTest(SignedInCase):
         self.desktop.press("space")
         self.assertEqual(self.request(before)["prompt"], "by button")
 
-    def test_blanks_are_not_sent(self):
+    def test_whitespace_is_not_sent(self):
         before = len(self.shared_server.requests(QUERY))
         self.type_prompt("   ")
         self.desktop.press("shift+return")
@@ -125,7 +118,7 @@ class KeyboardTest(SignedInCase):
         self.access.wait_for("Send", enabled=False)
         self.access.wait_for("Add note", enabled=False)
         self.desktop.press("return")
-        # What comes afterwards shows that Return did nothing.
+        # The later effects show that Return did nothing.
         self.desktop.type_text("a\n")
         self.assertEqual(self.request(before)["prompt"], "   \na")
         self.assertEqual(len(self.shared_server.requests(QUERY)), before + 1)
@@ -161,7 +154,7 @@ class KeyboardTest(SignedInCase):
         self.key("f6", "Usage 85%")
         self.key("tab", "Copy answer")
         self.desktop.press("return")
-        self.focus_prompt()
+        self.shared_app.focus_prompt()
         self.desktop.press("ctrl+v")
         wait_until(lambda: self.stored("userPrompt") == "Hello from the server.",
                    what="the pasted answer")
@@ -169,12 +162,7 @@ class KeyboardTest(SignedInCase):
     def test_command_period_stops(self):
         left = threading.Event()
 
-        def handler(connection, _request):
-            connection.begin_stream()
-            connection.send(chunk_event("partial"))
-            if connection.wait_closed():
-                left.set()
-        self.shared_server.on(QUERY, handler)
+        self.shared_server.on(QUERY, HostileServer.unfinished(left, "partial"))
         self.ask("long question")
         self.access.wait_for("Stop")
         self.shared_app.wait_for_line(PREFIX + "First chunk received, hiding loading dots",
@@ -209,7 +197,7 @@ class KeyboardTest(SignedInCase):
         self.access.wait_gone("Model", "list")
         self.access.wait_focused("Model")
         self.assertEqual(self.stored("selectedModelId"), "m6")
-        self.focus_prompt()
+        self.shared_app.focus_prompt()
         before = len(self.shared_server.requests(QUERY))
         self.desktop.type_text("hello\n")
         self.assertEqual(self.request(before)["model"], "m6")

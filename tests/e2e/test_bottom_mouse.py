@@ -1,4 +1,4 @@
-"""The bottom panels with the pointer: every control, and where clicks pass to the other program."""
+"""Pointer operation of the bottom panels: every control, and click-through."""
 
 import contextlib
 import threading
@@ -10,13 +10,12 @@ from Xlib import display as xdisplay
 from Xlib import error
 from Xlib.protocol import event
 from harness import HostileServer, chunk_event, done_event, wait_until
+from harness.messages import PREFIX
 from harness.server import QUERY
-
-PREFIX = "[OverlayWindowController] "
 
 
 class SelectionOwner:
-    """Another program with something copied ("CLIPBOARD") or selected ("PRIMARY")."""
+    """Another program that owns the CLIPBOARD or PRIMARY selection."""
 
     def __init__(self, desktop, selection, text):
         self._text = text.encode()
@@ -53,7 +52,7 @@ class SelectionOwner:
 
 
 class MouseTest(pointer_case.PointerCase):
-    def test_long_text_of_another_program_goes_beside_the_field(self):
+    def test_long_pasted_text_is_shown_below_the_field(self):
         text = "many words " * 10000
         access = self.access
         for selection in ("PRIMARY", "CLIPBOARD"):
@@ -75,7 +74,7 @@ class MouseTest(pointer_case.PointerCase):
         wait_until(lambda: self.stored("userPrompt") == "", what="the emptied box")
         access.wait_gone("Remove pasted text")
 
-    def test_buttons_work_and_leave_the_keyboard_alone(self):
+    def test_buttons_work_without_taking_the_focus(self):
         mark = self.window.mark()
         self.access.click("Save thread")
         wait_until(lambda: self.stored("keepAIHistoryEnabled") is False, what="the choice")
@@ -85,7 +84,7 @@ class MouseTest(pointer_case.PointerCase):
         self.access.wait_for("Attached screenshot")
         self.access.wait_for("Screenshot attached")
         self.access.click("Capture and send")
-        # The fresh picture goes, the staged one is dropped.
+        # The new picture is sent, the staged one dropped.
         self.assertIn("image", " ".join(self.request()))
         self.access.wait_gone("Attached screenshot")
         self.access.wait_for("Copy answer")
@@ -142,7 +141,7 @@ class MouseTest(pointer_case.PointerCase):
         wait_until(lambda: self.shared_app.turns()[self.turns_before:]
                    == [("question", "partial")], what="the kept part")
 
-    def test_disabled_buttons_take_no_click(self):
+    def test_disabled_buttons_ignore_clicks(self):
         mark = self.shared_app.mark()
         self.access.click("Send")
         self.access.click("Add note")
@@ -165,16 +164,14 @@ class MouseTest(pointer_case.PointerCase):
         self.access.click("Remove screenshot")
         self.access.wait_gone("Attached screenshot")
         self.assert_border(140)
-        self.access.click("Write a message")
-        self.access.wait_focused("Write a message")
+        self.shared_app.focus_prompt()
         for lines, height in ((4, 180), (7, 200)):
             for _ in range(lines - 1):
                 self.desktop.press("shift+return")
             wait_until(lambda: (self.stored("userPrompt") or "").count("\n") >= 3,
                        what="the lines")
             self.assert_border(height)
-            self.access.click("Write a message")
-            self.access.wait_focused("Write a message")
+            self.shared_app.focus_prompt()
         self.empty_prompt()
         self.assert_border(140)
 

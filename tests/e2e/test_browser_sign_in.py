@@ -5,10 +5,9 @@ import unittest
 import urllib.parse
 
 from harness import E2ECase, wait_until
+from harness.messages import RUNNING
 from harness.backend import Backend
 from harness.browser import Browser
-
-RUNNING = "[AppDelegate] Vantiro Overlay running (single-process, no pipeline.py dependency)."
 
 
 @unittest.skipUnless(Browser.program(), "needs the Debian package chromium")
@@ -37,7 +36,7 @@ class BrowserSignInTest(E2ECase):
         return app
 
     def assert_signed_in(self, app):
-        """Both ends say so, and nobody wrote the token down."""
+        """Both sides report the sign-in, and the token is stored nowhere."""
         self.browser.wait_for_text("You're signed in")
         self.assertIn("You can close this browser tab and return to Vantiro.", self.browser.text)
         address = urllib.parse.urlsplit(self.browser.url)
@@ -67,7 +66,7 @@ class BrowserSignInTest(E2ECase):
         self.assert_signed_in(app)
 
     def fill(self, password):
-        """Fills the page's form in and sends it with its button."""
+        """Fills in and submits the page's form."""
         self.browser.fill_in("email", self.email)
         self.browser.fill_in("password", password)
         self.browser.click_button("Sign in")

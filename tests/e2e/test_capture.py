@@ -1,4 +1,4 @@
-"""Capture and send: what the picture shows, what goes over the wire, what comes back."""
+"""Capture and send: the picture, the request and the answer."""
 
 import base64
 import json
@@ -6,12 +6,12 @@ import re
 import unittest
 
 from harness import E2ECase, HostileServer, Image, wait_until
+from harness.messages import STREAM_COMPLETE
 from harness.server import QUERY, TELEMETRY
 from harness.windows import QUARTERS
 
 CAPTURED = re.compile(r"^\[ScreenshotCapture\] Captured (\d+) bytes PNG -> (\d+) bytes JPEG "
                       r"\((\d+)x(\d+)\)$")
-FINISHED = "[OverlayWindowController] Stream complete, buffer cleared"
 ANSWER = "The *document* has four quarters.\n\n```python\nprint('quarters')\n```\n"
 
 
@@ -24,7 +24,7 @@ class CaptureTest(E2ECase):
         return data, Image.from_file_bytes(data)
 
     def assert_shows_document(self, image, pointer):
-        """Every part of the picture is the document, except where the pointer is."""
+        """The picture shows only the document and the pointer."""
         wrong = []
         for row in range(8, image.height - 8, 40):
             for column in range(8, image.width - 8, 40):
@@ -37,7 +37,7 @@ class CaptureTest(E2ECase):
                     wrong.append((column, row, image.pixel(column, row)))
         self.assertEqual(wrong, [], "something covers the document")
 
-    def test_whole_way(self):
+    def test_capture_request_and_answer(self):
         server = self.server()
         server.on(QUERY, HostileServer.answer_with(*ANSWER, tokensUsed=321,
                                                    tokensRemaining=998000))
@@ -73,7 +73,7 @@ class CaptureTest(E2ECase):
         self.assertIn(keys, (["prompt", "imageBase64"], ["prompt", "imageBase64", "model"]))
         self.assertEqual(request.json()["prompt"], "Describe what is on the screen.")
 
-        app.wait_for_line(FINISHED)
+        app.wait_for_line(STREAM_COMPLETE)
         index = app.wait_for_line(CAPTURED, since=mark)
         numbers = CAPTURED.match(app.lines[index])
         self.assertEqual(int(numbers[2]), len(data))
@@ -82,7 +82,7 @@ class CaptureTest(E2ECase):
         self.assertIn("four quarters", text)
         self.assertIn("Describe what is on the screen.", text)
         self.assertNotIn("```", text)
-        # What assistive software reads is also drawn: text leaves more than one colour.
+        # The accessible text is also drawn: more than one colour.
         left, top = x + 16, y + 90
         wait_until(lambda: len(self.desktop.screenshot(left, top, 500, 120).colours()) > 20,
                    what="the answer to be drawn in the panel")
@@ -109,14 +109,14 @@ class CaptureTest(E2ECase):
             "tokens_remaining_after": 998000, "token_cap": 1000000, "over_cap": False,
             "app_version": "1.0.0", "platform": "mac"})
 
-    def test_panel_with_an_answer_stays_out_of_the_next_picture(self):
+    def test_panel_with_an_answer_is_not_captured(self):
         server = self.server()
         server.on(QUERY, HostileServer.answer_with("# Big heading\n\n" + "word " * 400))
         app = self.app(server).sign_in()
         self.other_window()
         self.desktop.move_pointer(1590, 990)
         app.hotkey("ctrl+alt+super+c", "Capture")
-        app.wait_for_line(FINISHED)
+        app.wait_for_line(STREAM_COMPLETE)
         app.access.wait_for_page_text("Big heading")
         mark = app.mark()
         wait_until(lambda: (self.desktop.press("ctrl+alt+super+c") or
@@ -124,14 +124,14 @@ class CaptureTest(E2ECase):
                    what="the second capture", interval=0.35)
         _, image = self.captured_image(server, 2)
         self.assert_shows_document(image, (1272, 792))
-        # The earlier turn goes along as context; the kept turn holds only the prompt.
+        # The earlier turn is sent as context; the stored turn has only the prompt.
         prompt = server.wait_for_request(QUERY, 2).json()["prompt"]
         self.assertTrue(prompt.startswith(
             "Previous conversation:\nUser: Describe what is on the screen.\nAssistant: # Big"))
         self.assertTrue(prompt.endswith(
             "\n\nCurrent message:\nDescribe what is on the screen."))
 
-    def test_capture_without_sending_goes_with_the_next_message(self):
+    def test_staged_capture_is_sent_with_the_next_message(self):
         server = self.server()
         app = self.app(server).sign_in()
         self.other_window()
@@ -139,14 +139,12 @@ class CaptureTest(E2ECase):
         app.wait_for_line("[OverlayWindowController] Capture (no send) triggered")
         app.access.wait_for("Attached screenshot")
         self.assertEqual(server.requests(QUERY), [])
-        app.access.click("Write a message")
-        app.access.wait_for("Write a message", focused=True)
-        self.desktop.type_text("What colour is it?\n")
+        app.send_prompt("What colour is it?")
         request = server.wait_for_request(QUERY)
         self.assertEqual(request.json()["prompt"], "What colour is it?")
         image = Image.from_file_bytes(base64.b64decode(request.json()["imageBase64"]))
         self.assertEqual((image.width, image.height), (1280, 800))
-        app.wait_for_line(FINISHED)
+        app.wait_for_line(STREAM_COMPLETE)
         app.access.wait_gone("Attached screenshot")
         self.desktop.type_text("And now?\n")
         second = server.wait_for_request(QUERY, 2)
@@ -160,9 +158,7 @@ class CaptureTest(E2ECase):
         app.access.wait_for("Attached screenshot")
         app.access.press("Remove screenshot")
         app.access.wait_gone("Attached screenshot")
-        app.access.click("Write a message")
-        app.access.wait_for("Write a message", focused=True)
-        self.desktop.type_text("Hello\n")
+        app.send_prompt("Hello")
         self.assertNotIn("imageBase64", server.wait_for_request(QUERY).json())
 
 

@@ -11,7 +11,7 @@ from harness.windows import QUARTERS
 class CompositedCaptureTest(E2ECase):
     desktop_options = {"compositor": ""}
 
-    def test_translucent_panel_leaves_no_trace(self):
+    def test_translucent_panel_is_not_captured(self):
         server = self.server()
         app = self.app(server).sign_in()
         self.other_window()

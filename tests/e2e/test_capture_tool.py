@@ -1,4 +1,4 @@
-"""Failures of the capture tool, with a stand-in beside the program."""
+"""Failures of the capture tool, with a stub in place of the tool."""
 
 import os
 import pathlib
@@ -8,6 +8,7 @@ import tempfile
 import unittest
 
 from harness import App, E2ECase, HostileServer, wait_until
+from harness.messages import STREAM_COMPLETE
 from harness.app import BIN_DIR
 from harness.image import png
 from harness.server import QUERY
@@ -16,7 +17,7 @@ FAILED = "[OverlayWindowController] ERROR: Screenshot capture failed: "
 
 
 class CaptureToolTest(E2ECase):
-    """One program with a tool that does what the file "behaviour" says."""
+    """One program with a tool stub that runs the script "behaviour"."""
 
     @classmethod
     def setUpClass(cls):
@@ -116,12 +117,11 @@ class CaptureToolTest(E2ECase):
         mark = self.capture()
         self.shared_app.wait_for_line(re.compile(r"JPEG \(1280x831\)$"), since=mark)
         self.shared_server.wait_for_request(QUERY, self.queries_before + 1)
-        self.shared_app.wait_for_line("[OverlayWindowController] Stream complete, buffer cleared",
-                                      since=mark)
+        self.shared_app.wait_for_line(STREAM_COMPLETE, since=mark)
         wait_until(lambda: not [name for name in self.shared_app.temporary_files()
                                 if "vantiro_capture" in name], what="the file to be removed")
 
-    def test_a_tool_that_hangs_is_given_up_with_stop(self):
+    def test_stop_ends_a_hanging_tool(self):
         self.behave('echo half > "$3"; echo $$ > "$here/pid"; exec sleep 1000')
         app = self.shared_app
         mark = self.capture()
@@ -138,25 +138,24 @@ class CaptureToolTest(E2ECase):
                    what="the end of the tool")
         wait_until(lambda: not [name for name in app.temporary_files()
                                 if "vantiro_capture" in name], what="the file to be removed")
-        # The next one works, and nothing of the first is in it.
+        # The next capture works and contains nothing of the first.
         (self.bin_dir / "small.png").write_bytes(png(320, 200, (200, 100, 50)))
         self.behave('cp "$here/small.png" "$3"')
         app.access.wait_for("Capture and send", enabled=True)
         mark = self.capture()
-        app.wait_for_line("[OverlayWindowController] Stream complete, buffer cleared", since=mark)
+        app.wait_for_line(STREAM_COMPLETE, since=mark)
         self.assertEqual(len(self.shared_server.requests(QUERY)), self.queries_before + 1)
 
-    def test_a_tool_that_hangs_is_given_up_by_the_keyboard(self):
+    def test_keyboard_stop_ends_a_hanging_tool(self):
         self.behave('exec sleep 1000')
         app = self.shared_app
         mark = self.capture()
         app.access.wait_for("Capturing screen…")
-        app.access.click("Write a message")
-        app.access.wait_for("Write a message", focused=True)
+        app.focus_prompt()
         self.desktop.press("super+.")
         app.wait_for_line("[OverlayWindowController] Capture given up by the user", since=mark)
 
-    def test_a_slow_tool_does_not_hold_up_the_program(self):
+    def test_a_slow_tool_does_not_block_the_program(self):
         release = self.bin_dir / "release"
         os.mkfifo(release)
         (self.bin_dir / "small.png").write_bytes(png(320, 200, (200, 100, 50)))
@@ -171,10 +170,10 @@ class CaptureToolTest(E2ECase):
         with open(release, "w", encoding="ascii") as gate:
             gate.write("go\n")
         app.wait_for_line(re.compile(r"JPEG \(320x200\)$"), since=mark)
-        # The answer brings the hidden panel back.
+        # The answer shows the hidden panel again.
         app.wait_for_line("[OverlayWindowController] Window shown", since=mark)
         app.wait_overlay_shown()
-        app.wait_for_line("[OverlayWindowController] Stream complete, buffer cleared", since=mark)
+        app.wait_for_line(STREAM_COMPLETE, since=mark)
 
 
 if __name__ == "__main__":

@@ -4,13 +4,12 @@ import re
 import unittest
 
 from harness import E2ECase, wait_until
+from harness.messages import PREFIX
 from harness.server import QUERY
-
-PREFIX = "[OverlayWindowController] "
 
 
 def message(kind="INFORMATIONAL", **fields):
-    """A message of the administrator."""
+    """An administrator message."""
     return {"id": "m1", "type": kind, "headerText": "Maintenance",
             "bodyMarkdown": "Back **soon**.\n\n- [status](https://status.example/now)"} | fields
 
@@ -23,7 +22,7 @@ class FirstLaunchTest(E2ECase):
                 app = self.app(self.server(), defaults={}).sign_in()
                 access = app.access
                 access.wait_for("Shortcuts to start with")
-                # Nothing is stored yet, so the box holds the built-in instruction.
+                # Nothing is stored yet, so the box shows the built-in instruction.
                 self.assertNotIn("userPrompt", app.stored_defaults())
                 box = access.find("Write a message")
                 self.assertGreater(len(access.text_of(box)), 20)
@@ -70,7 +69,7 @@ class InformationTest(E2ECase):
 
 
 class BlockedTest(E2ECase):
-    def test_what_still_works_and_what_says_why(self):
+    def test_blocked_actions_explain_why_and_others_work(self):
         self.desktop.fill_root((90, 120, 150))
         server = self.server(adminMessage=message("BLOCKING"))
         app = self.app(server).sign_in()
@@ -104,7 +103,7 @@ class BlockedTest(E2ECase):
 
 
 class ForcedUpdateTest(E2ECase):
-    def test_the_minutes_left(self):
+    def test_the_remaining_minutes(self):
         server = self.server(adminMessage=message("BLOCKING", forceUpdateInMinutes=5))
         app = self.app(server).sign_in()
         app.wait_for_line(PREFIX + "Forced update countdown started: 5min, message id m1", since=0)

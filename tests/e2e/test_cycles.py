@@ -1,30 +1,29 @@
-"""Signing in and out again and again: nothing piles up, everything still works."""
+"""Repeated sign-in and sign-out: no leaks, everything still works."""
 
 import os
 import threading
 import unittest
 
-from harness import E2ECase, HostileServer, chunk_event, wait_until
+from harness import E2ECase, HostileServer, wait_until
+from harness.messages import PREFIX, RUNNING, STREAM_COMPLETE
 from harness.server import QUERY
 from harness.tray import TrayHost
 
-RUNNING = "[AppDelegate] Vantiro Overlay running (single-process, no pipeline.py dependency)."
 EXPIRED = "[AppDelegate] sessionExpired received — tearing down overlay, showing login window"
-PREFIX = "[OverlayWindowController] "
 CYCLES = 15
-#: The first rounds fill caches that stay.
+#: The first rounds fill permanent caches.
 WARM_UP = 5
 
 
 class CyclesTest(E2ECase):
     def setUp(self):
-        # Captures of a black screen would be refused.
+        # Captures of a black screen are rejected.
         self.desktop.fill_root((90, 120, 160))
         self.tray = TrayHost(self.desktop)
         self.addCleanup(self.tray.close)
 
     def windows(self):
-        """How many windows the X server has, whatever their state."""
+        """Number of windows on the X server, in any state."""
         def count(window):
             return 1 + sum(count(child) for child in window.query_tree().children)
         return count(self.desktop.root)
@@ -57,7 +56,7 @@ class CyclesTest(E2ECase):
         app.access.wait_for("Email", focused=True)
         self.assertEqual(len(self.desktop.viewable_windows("Quellora")), 1)
 
-    def test_cycles_leave_nothing_behind(self):
+    def test_cycles_leak_nothing(self):
         app = self.app(self.server())
         app.wait_login_window()
         counts = []
@@ -73,7 +72,7 @@ class CyclesTest(E2ECase):
         self.assertEqual(sum("Registered Capture ->" in line for line in app.lines), 1)
         self.sign_in(app)
         app.hotkey("ctrl+alt+super+c", "Capture")
-        app.wait_for_line(PREFIX + "Stream complete, buffer cleared")
+        app.wait_for_line(STREAM_COMPLETE)
         app.hotkey("ctrl+alt+super+t", "Toggle")
         app.wait_overlay_hidden()
 
@@ -81,25 +80,18 @@ class CyclesTest(E2ECase):
         left = threading.Event()
         server = self.server()
 
-        def endless(connection, _request):
-            connection.begin_stream()
-            connection.send(chunk_event("never ends"))
-            if connection.wait_closed():
-                left.set()
-        server.on(QUERY, endless)
+        server.on(QUERY, HostileServer.unfinished(left, "never ends"))
         app = self.app(server).sign_in()
         app.hotkey("ctrl+alt+super+c", "Capture")
         app.wait_for_line(PREFIX + "First chunk received, hiding loading dots")
         self.sign_out(app)
         self.assertTrue(left.wait(5))
-        # What had arrived is kept, as Stop keeps it.
+        # The partial answer is stored, as after Stop.
         wait_until(lambda: [response for _, response in app.turns()] == ["never ends"],
                    what="the kept part")
         server.on(QUERY, HostileServer.answer_with("a new start"))
         self.sign_in(app)
-        app.access.click("Write a message")
-        app.access.wait_for("Write a message", focused=True)
-        self.desktop.type_text("again\n")
+        app.send_prompt("again")
         app.access.wait_for_page_text("a new start")
         self.assertNotIn("never ends", app.access.page_text())
 

@@ -1,30 +1,29 @@
-"""Answers that come in floods: nothing is lost, and the program stays with its user."""
+"""Floods of answer data: nothing is lost, and the program stays responsive."""
 
 import threading
 import unittest
 
 from harness import HostileServer, SignedInCase, chunk_event, done_event, wait_until
+from harness.messages import PREFIX
 from harness.server import QUERY
-
-PREFIX = "[OverlayWindowController] "
 
 
 class FloodTest(SignedInCase):
 
     def kept_answer(self):
-        """The answer that the thread on disk holds."""
+        """The answer in the stored thread."""
         turns = wait_until(lambda: self.shared_app.turns()[self.turns_before:], what="the turn")
         self.assertEqual(len(turns), 1)
         return turns[0][1]
 
     def toggle(self, state):
-        """Presses the hot key that hides or shows the panel, which is `state` before."""
+        """Presses the hot key that toggles the panel, which is `state` before."""
         mark = self.shared_app.mark()
         self.desktop.press("ctrl+alt+super+t")
         self.shared_app.wait_for_line(
             f"{PREFIX}Toggling visibility (currently {state})", since=mark)
 
-    def test_hot_key_answers_in_a_flood_of_tiny_chunks(self):
+    def test_hot_key_works_during_a_flood_of_tiny_chunks(self):
         answered = threading.Event()
         self.addCleanup(answered.set)
         sent = []
@@ -32,7 +31,7 @@ class FloodTest(SignedInCase):
         def handler(connection, _request):
             connection.begin_stream()
             number = 0
-            # A hundred thousand at least, and then on until the key has been answered.
+            # At least a hundred thousand chunks, then until the key was handled.
             while number < 100_000 or not answered.is_set():
                 words = [str(n)[-1 - n % 4:] + ("\n\n" if n % 50 == 0 else "")
                          for n in range(number, number + 1000)]
@@ -52,7 +51,7 @@ class FloodTest(SignedInCase):
         self.wait_answer()
         mark = self.shared_app.mark()
         self.assertTrue(self.kept_answer() == "".join(sent), "the answer is not what was sent")
-        # By then the hot key is no repetition of the one before.
+        # By then the hot key is no longer debounced.
         self.shared_app.wait_for_line(f"{PREFIX}WebView finished loading", since=mark)
         self.toggle("hidden")
 
@@ -62,7 +61,7 @@ class FloodTest(SignedInCase):
         self.shared_server.on(QUERY, HostileServer.answer_with(text))
         self.ask("question")
         self.wait_answer()
-        # The page has much to do with it; the program has not.
+        # Rendering keeps the page busy, but not the program.
         self.toggle("visible")
         self.assertTrue(self.kept_answer() == text, "the answer is not what was sent")
 

@@ -1,13 +1,11 @@
-"""The panel beside the program in which the user works: focus, clicks, typing."""
+"""The panel and the program in which the user works: focus, clicks, typing."""
 
 import threading
 import unittest
 
 from harness import E2ECase, HostileServer, chunk_event, done_event, wait_until
+from harness.messages import PREFIX, STREAM_COMPLETE
 from harness.server import QUERY
-
-PREFIX = "[OverlayWindowController] "
-ENDED = PREFIX + "Stream complete, buffer cleared"
 
 
 class FocusTest(E2ECase):
@@ -17,9 +15,8 @@ class FocusTest(E2ECase):
         server = server or self.server()
         app = self.app(server).sign_in()
         window = self.other_window()
-        wait_until(lambda: self.desktop.focus_window() == window.window_id,
-                   what="the focus of the document")
-        # It may hear of that later than the server knows.
+        window.wait_focus()
+        # The event may arrive after the server has changed the focus.
         window.wait_for("focus-in")
         return server, app, window
 
@@ -31,28 +28,28 @@ class FocusTest(E2ECase):
         window.wait_for("key", ord("k"), since=mark)
 
     def response_centre(self, app):
-        """A place over the answer, clear of the frame."""
+        """A point over the answer, away from the frame."""
         _, x, y, width, _ = app.panel()
         return x + (width - 28) // 2, y + 72 + 120
 
-    def test_sign_in_gives_the_focus_back(self):
+    def test_sign_in_returns_the_focus(self):
         window = self.other_window()
         app = self.app(self.server()).sign_in()
         wait_until(lambda: self.desktop.focus_window() == window.window_id,
                    what="the document to have the focus again")
         self.assertNotEqual(app.panel()[0], self.desktop.active_window())
 
-    def test_answers_and_toggling_never_take_it(self):
+    def test_answers_and_toggling_never_take_the_focus(self):
         server, app, window = self.start()
         mark = window.mark()
         app.hotkey("ctrl+alt+super+c", "Capture")
-        app.wait_for_line(ENDED)
+        app.wait_for_line(STREAM_COMPLETE)
         app.access.wait_for_page_text("Hello from the server.")
         self.assert_kept_focus(window, mark)
         app.hotkey("ctrl+alt+super+t", "Toggle")
         app.wait_overlay_hidden()
         self.assert_kept_focus(window, mark)
-        # An answer brings the hidden panel back, again without the focus.
+        # An answer shows the hidden panel again, without the focus.
         gate = threading.Event()
         self.addCleanup(gate.set)
         server.on(QUERY, HostileServer.stream(chunk_event("more"), gate, done_event()))
@@ -63,7 +60,7 @@ class FocusTest(E2ECase):
         app.wait_overlay_shown()
         self.assert_kept_focus(window, mark)
         gate.set()
-        app.wait_for_line(ENDED, since=start)
+        app.wait_for_line(STREAM_COMPLETE, since=start)
         self.assert_kept_focus(window, mark)
 
     def test_clicks_over_the_answer_reach_the_document(self):
@@ -76,7 +73,7 @@ class FocusTest(E2ECase):
             self.assertEqual((press.x, press.y), (x, y))
         self.assertEqual(self.desktop.focus_window(), window.window_id)
 
-    def test_clicks_on_the_frame_do_not(self):
+    def test_clicks_on_the_frame_do_not_reach_the_document(self):
         _, app, window = self.start()
         _, x, y, width, height = app.panel()
         mark = window.mark()
@@ -90,7 +87,7 @@ class FocusTest(E2ECase):
         window.wait_for("press", 1, since=mark)
         self.assertEqual(len(window.events("press", since=mark)), 1, places)
 
-    def test_open_menu_takes_the_clicks(self):
+    def test_open_menu_receives_the_clicks(self):
         _, app, window = self.start()
         x, y = self.response_centre(app)
         app.access.press("Menu")
@@ -103,7 +100,7 @@ class FocusTest(E2ECase):
         window.wait_for("press", 1, since=mark)
         self.assertEqual(len(window.events("press", since=mark)), 1,
                          "a click went through the answer while the menu was open")
-        # Nor did it close the menu: the answer had it.
+        # The answer received it, so the menu stays open.
         self.assertIsNotNone(app.access.find("Account"))
         self.desktop.click(left + 200, top + 53)
         app.wait_for_line(PREFIX + "Hamburger button clicked — menu open=false")
@@ -117,8 +114,7 @@ class FocusTest(E2ECase):
 
     def test_typing_after_a_click_on_the_prompt(self):
         server, app, window = self.start()
-        app.access.click("Write a message")
-        app.access.wait_for("Write a message", focused=True)
+        app.focus_prompt()
         mark = window.mark()
         self.desktop.type_text("two words")
         self.desktop.press("shift+return")
@@ -126,18 +122,17 @@ class FocusTest(E2ECase):
         request = server.wait_for_request(QUERY)
         self.assertEqual(request.json()["prompt"], "two words\nsecond line")
         self.assertEqual(window.events("key", since=mark), [])
-        app.wait_for_line(ENDED)
+        app.wait_for_line(STREAM_COMPLETE)
         wait_until(lambda: app.stored_defaults().get("userPrompt") == "",
                    what="the prompt box to empty")
-        # A click on the document gives the keyboard back.
+        # A click on the document returns the focus.
         _, x, y, width, _ = app.panel()
         self.desktop.click(x + width + 60, y + 100)
-        wait_until(lambda: self.desktop.focus_window() == window.window_id,
-                   what="the focus of the document")
+        window.wait_focus()
         self.desktop.type_text("k")
         window.wait_for("key", ord("k"), since=mark)
 
-    def test_buttons_leave_the_keyboard_with_the_document(self):
+    def test_buttons_do_not_take_the_focus(self):
         _, app, window = self.start()
         mark = window.mark()
         app.access.click("New thread")
@@ -146,8 +141,7 @@ class FocusTest(E2ECase):
 
     def test_escape_in_the_prompt_changes_nothing(self):
         _, app, _ = self.start()
-        app.access.click("Write a message")
-        app.access.wait_for("Write a message", focused=True)
+        app.focus_prompt()
         self.desktop.type_text("keep")
         self.desktop.press("escape")
         self.desktop.type_text(" me")
@@ -157,7 +151,7 @@ class FocusTest(E2ECase):
 
 
 class ScaledFocusTest(E2ECase):
-    """The same borders at twice the size, where points and pixels differ."""
+    """The same borders at a scale factor of 2."""
 
     def test_clicks_pass_exactly_over_the_answer(self):
         hotkeys = {"capture": "ctrl+alt+cmd+c", "clear": "ctrl+alt+cmd+x",

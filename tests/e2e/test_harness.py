@@ -48,7 +48,7 @@ class ServerTest(unittest.TestCase):
             release.set()
             self.assertIn(b'"done"', answer.read())
 
-    def test_notices_that_the_client_leaves(self):
+    def test_detects_a_disconnected_client(self):
         noticed = threading.Event()
 
         def handler(connection, _request):
@@ -83,7 +83,7 @@ class ProcessesTest(unittest.TestCase):
         parent.wait()
         self.assertEqual(select.select([watch], [], [], 10)[0], [watch], "the helper lives on")
 
-    def test_stop_ends_a_whole_family(self):
+    def test_stop_ends_all_descendants(self):
         family = processes.spawn(["sh", "-c", "sleep 1000 & echo $!; wait"],
                                  stdout=subprocess.PIPE)
         watch = os.pidfd_open(int(family.stdout.readline()))

@@ -1,4 +1,4 @@
-"""The History sidebar over threads on disk, as earlier runs and other programs leave them."""
+"""The History sidebar with threads stored before the program starts."""
 
 import json
 import re
@@ -7,10 +7,10 @@ import unittest
 import uuid
 
 from harness import App, HostileServer, wait_until
-from harness.server import QUERY, chunk_event
+from harness.messages import PREFIX
+from harness.server import QUERY
 from stored_threads import StoredThreadsCase
 
-PREFIX = "[OverlayWindowController] "
 DIALOG = "Delete this thread?"
 HOTKEYS = {"capture": "ctrl+alt+cmd+c", "clear": "ctrl+alt+cmd+x", "toggle": "ctrl+alt+cmd+t",
            "opacity_up": "ctrl+alt+cmd+]", "opacity_down": "ctrl+alt+cmd+["}
@@ -35,13 +35,11 @@ class HistoryTest(StoredThreadsCase):
         app.wait_for_line(PREFIX + f"Session {self.ids[0]} loaded from History "
                           "(0 notes, 1 turns, 0 screenshots)")
         app.access.wait_for_page_text("The older answer.")
-        app.access.click("Write a message")
-        app.access.wait_for("Write a message", focused=True)
-        self.desktop.type_text("more\n")
+        app.send_prompt("more")
         self.assertEqual(server.wait_for_request(QUERY).json()["prompt"],
                          "Previous conversation:\nUser: Older question\n"
                          "Assistant: The older answer.\n\nCurrent message:\nmore")
-        # The thread grows where it lay.
+        # The thread is continued in its folder.
         wait_until(lambda: len(self.description(self.ids[0])["turns"]) == 2,
                    what="the second turn on disk")
         self.open_history(app)
@@ -55,7 +53,7 @@ class HistoryTest(StoredThreadsCase):
             ("Keep me", "answer", "2026-01-02T10:00:00Z"),
             ("Remove me", "answer", "2026-01-03T10:00:00Z"))
         self.open_history(app)
-        # The sidebar has the keyboard as soon as it is open.
+        # The sidebar has the focus once open.
         app.access.wait_for("Search threads", focused=True)
         self.desktop.press("down")
         app.access.wait_for(re.compile("^Remove me, "), focused=True)
@@ -70,7 +68,7 @@ class HistoryTest(StoredThreadsCase):
         stored = self.description(self.ids[0])
         self.assertEqual(stored["customTitle"], "Plan")
         self.assertEqual(stored["updatedAt"], "2026-01-02T10:00:00Z")
-        # Blanks bring the derived title back; Escape leaves the title alone.
+        # A blank title restores the derived one; Escape cancels.
         self.desktop.press("F2")
         app.access.wait_for("Thread title", focused=True)
         self.desktop.press("ctrl+a")
@@ -107,7 +105,7 @@ class HistoryTest(StoredThreadsCase):
                           since=mark)
         app.access.wait_gone("Search threads")
 
-    def test_deleting_the_thread_on_show_in_mid_answer(self):
+    def test_deleting_the_current_thread_during_an_answer(self):
         server, app = self.app_with_threads(
             ("Long talk", "The first answer.", "2026-01-03T10:00:00Z"),
             defaults={"keepAIHistoryEnabled": True, "userPrompt": "", "hasLaunchedBefore": True})
@@ -116,15 +114,8 @@ class HistoryTest(StoredThreadsCase):
         app.access.wait_for_page_text("The first answer.")
         left = threading.Event()
 
-        def half_an_answer(connection, _request):
-            connection.begin_stream()
-            connection.send(chunk_event("half an "))
-            if connection.wait_closed():
-                left.set()
-        server.on(QUERY, half_an_answer)
-        app.access.click("Write a message")
-        app.access.wait_for("Write a message", focused=True)
-        self.desktop.type_text("more\n")
+        server.on(QUERY, HostileServer.unfinished(left, "half an "))
+        app.send_prompt("more")
         app.access.wait_for_page_text("half an")
         self.open_history(app)
         x, y, width, height = app.access.settled_bounds(re.compile("^Long talk, "))
@@ -137,17 +128,16 @@ class HistoryTest(StoredThreadsCase):
         self.assertTrue(left.wait(10), "the answer was not given up")
         app.access.wait_for("No saved threads yet")
         self.desktop.press("escape")
-        # A later question begins a thread of its own, and the deleted one stays away.
+        # A later question starts a new thread, and the deleted one does not reappear.
         server.on(QUERY, HostileServer.answer_with("fresh"))
-        app.access.click("Write a message")
-        app.access.wait_for("Write a message", focused=True)
+        app.focus_prompt()
         self.desktop.press("ctrl+a")
         self.desktop.type_text("anew\n")
         app.access.wait_for_page_text("fresh")
         wait_until(lambda: [t["turns"][0]["prompt"] for t in app.threads()] == ["anew"],
                    what="the new thread alone on disk")
 
-    def test_the_pencil_opens_the_title_at_its_first_press_on_every_row(self):
+    def test_the_first_press_on_a_pencil_edits_the_title(self):
         titles = ("First", "Second", "Third")
         _, app = self.app_with_threads(*((title, "answer", f"2026-01-0{9 - index}T10:00:00Z")
                                          for index, title in enumerate(titles)))
@@ -181,7 +171,7 @@ class HistoryTest(StoredThreadsCase):
         self.desktop.type_text("Plan\n")
         app.wait_for_line(PREFIX + f"Session {self.ids[1]} renamed")
 
-    def test_days_stand_before_their_rows_in_the_tree(self):
+    def test_day_headings_precede_their_rows_in_the_tree(self):
         _, app = self.app_with_threads(("Newer", "answer", "2026-01-03T10:00:00Z"),
                                        ("Older", "answer", "2026-01-02T10:00:00Z"))
         self.open_history(app)
@@ -191,7 +181,7 @@ class HistoryTest(StoredThreadsCase):
                  if node.get_role_name() in ("heading", "list item")]
         self.assertEqual(names, ["3 Jan 2026", "Newer", "2 Jan 2026", "Older"])
 
-    def test_the_question_stays_in_sight_however_long_the_title_is(self):
+    def test_the_question_is_visible_with_a_long_title(self):
         server = self.server()
         for width, height in ((624, 744), (320, 280)):
             app = App(self.desktop, server.url,
@@ -226,14 +216,14 @@ class HistoryTest(StoredThreadsCase):
             app.access.wait_gone(DIALOG)
             app.close()
 
-    def test_what_is_not_a_thread_is_left_out(self):
+    def test_invalid_threads_are_ignored(self):
         _, app = self.app_with_threads(("Good one", "answer", "2026-01-03T10:00:00Z"))
         bad = [str(uuid.uuid4()).upper() for _ in range(4)]
         for name in bad:
             (self.root / name).mkdir()
         (self.root / bad[0] / "session.json").write_text("{")
         (self.root / bad[1] / "session.json").write_bytes(bytes(range(256)))
-        # No description at all in the third; the fourth names an image that is not there.
+        # The third has no metadata; the fourth refers to a missing image.
         stamp = "2026-01-03T10:00:00Z"
         (self.root / bad[3] / "session.json").write_text(json.dumps({
             "id": bad[3], "createdAt": stamp, "updatedAt": stamp, "notes": [], "turns": [],

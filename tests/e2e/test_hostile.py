@@ -1,21 +1,20 @@
-"""Answers that attack: nothing leaves the page, nothing opens, nothing runs in the host."""
+"""Malicious answers: no network access, nothing opens, no code runs in the host."""
 
 import unittest
 import urllib.request
 
 from harness import E2ECase, HostileServer, wait_until
+from harness.messages import STREAM_COMPLETE
 from harness.server import QUERY
-
-ENDED = "[OverlayWindowController] Stream complete, buffer cleared"
 
 
 def template(code):
-    """A script for a template literal, should a page put answers into one; double quotes only."""
+    """A script injected through a template literal; double quotes only."""
     return "${(() => {try { " + code + " } catch (problem) {} return ''; })()}".replace("'", '"')
 
 
 def attacks(canary):
-    """Markdown that tries every way out to the canary's address."""
+    """Markdown that tries to reach the canary's URL in every known way."""
     host = canary.split("//")[1]
     return "\n\n".join([
         "# Innocent heading",
@@ -60,15 +59,10 @@ def attacks(canary):
 
 
 class HostileAnswerTest(E2ECase):
-    def test_canary_hears_what_reaches_it(self):
+    def test_canary_records_requests(self):
         canary = self.server()
         urllib.request.urlopen(canary.url + "/api/logs/app", b"", timeout=10).close()
         self.assertEqual(canary.connection_count, 1)
-
-    def ask(self, app, text):
-        app.access.click("Write a message")
-        app.access.wait_for("Write a message", focused=True)
-        self.desktop.type_text(text + "\n")
 
     def test_nothing_reaches_the_network(self):
         canary = self.server()
@@ -76,34 +70,34 @@ class HostileAnswerTest(E2ECase):
         text = attacks(canary.url)
         server.on(QUERY, HostileServer.answer_with(text[:len(text) // 2], text[len(text) // 2:]))
         app = self.app(server).sign_in()
-        self.ask(app, "attack")
-        app.wait_for_line(ENDED)
+        app.send_prompt("attack")
+        app.wait_for_line(STREAM_COMPLETE)
         wait_until(app.turns, what="the kept turn")
         app.access.wait_for_page_text("Visible end")
-        # A second, harmless answer in the same thread loads the first one once more and gives
-        # everything that was scheduled the time to run.
+        # A second, harmless answer in the same thread reloads the first one and gives scheduled
+        # scripts time to run.
         server.on(QUERY, HostileServer.answer_with("second answer"))
-        self.ask(app, "again")
-        app.wait_for_line(ENDED)
+        app.send_prompt("again")
+        app.wait_for_line(STREAM_COMPLETE)
         app.access.wait_for_page_text("second answer")
         self.assertEqual([request.target for request in canary.requests()], [])
         self.assertEqual(canary.connection_count, 0)
         self.assertEqual(app.opened(), [])
         self.assertTrue(app.running)
-        # The program still works as before.
+        # The program still works.
         app.access.press("New thread")
         server.on(QUERY, HostileServer.answer_with("third answer"))
-        self.ask(app, "still there")
+        app.send_prompt("still there")
         app.access.wait_for_page_text("third answer")
 
-    def test_prompts_and_notes_are_text(self):
+    def test_prompts_and_notes_are_shown_as_text(self):
         server = self.server()
         app = self.app(server).sign_in()
-        self.ask(app, "<b>bold</b> & <img src=x onerror=alert(1)>")
-        app.wait_for_line(ENDED)
+        app.send_prompt("<b>bold</b> & <img src=x onerror=alert(1)>")
+        app.wait_for_line(STREAM_COMPLETE)
         text = app.access.wait_for_page_text("<b>bold</b>")
         self.assertIn("<img src=x onerror=alert(1)>", text)
-        app.access.click("Write a message")
+        app.focus_prompt()
         self.desktop.type_text("a <i>note</i>")
         app.access.press("Add note")
         app.wait_for_line("[OverlayWindowController] Note added to current session")
@@ -113,7 +107,7 @@ class HostileAnswerTest(E2ECase):
         canary = self.server()
         server = self.server()
         app = self.app(server).sign_in()
-        app.access.click("Write a message")
+        app.focus_prompt()
         self.desktop.type_text("a note to keep")
         app.access.press("Add note")
         note = wait_until(lambda: [note["id"] for thread in app.threads()
@@ -133,22 +127,22 @@ class HostileAnswerTest(E2ECase):
              f'<button class="note-delete" data-note="{note}">x</button>', "Visible end"])
         server.on(QUERY, HostileServer.answer_with(text[:300], text[300:]))
         mark = app.mark()
-        self.ask(app, "attack")
-        app.wait_for_line(ENDED, since=mark)
+        app.send_prompt("attack")
+        app.wait_for_line(STREAM_COMPLETE, since=mark)
         wait_until(app.turns, what="the kept turn")
         shown = app.access.wait_for_page_text("Visible end")
         self.assertIn("echo ${HOME} and ${ too", shown)
         self.assertIn("${(() => {try { document.querySelector", shown)
         server.on(QUERY, HostileServer.answer_with("the next answer"))
-        self.ask(app, "again")
-        app.wait_for_line(ENDED)
+        app.send_prompt("again")
+        app.wait_for_line(STREAM_COMPLETE)
         app.access.wait_for_page_text("the next answer")
         self.assertIn("a note to keep", app.access.page_text())
         self.assertEqual([note["text"] for note in app.threads()[0]["notes"]], ["a note to keep"])
         self.assertEqual([line for line in app.lines_since(mark) if "ERROR" in line], [])
         self.assertEqual(canary.connection_count, 0)
         self.assertEqual(app.opened(), [])
-        # The user's own press still counts; the note is at the upper end.
+        # The user's own press still works; the note is at the top.
         self.desktop.press("shift+f6")
         app.access.wait_focused("")
         self.desktop.press("home")

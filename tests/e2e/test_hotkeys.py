@@ -1,4 +1,4 @@
-"""Global hotkeys: what they do, bounces, lock keys, other holders, and after the end."""
+"""Global hotkeys: actions, debouncing, lock keys, conflicts, release at exit."""
 
 import re
 import unittest
@@ -8,9 +8,9 @@ from Xlib import display as xdisplay
 from Xlib import error as xerror
 
 from harness import E2ECase, wait_until
+from harness.messages import PREFIX, STREAM_COMPLETE
 from harness.server import QUERY
 
-PREFIX = "[OverlayWindowController] "
 CAPTURE = "ctrl+alt+super+c"
 
 
@@ -35,13 +35,13 @@ class HotkeyTest(E2ECase):
         self.desktop.press(CAPTURE)
         app.wait_for_line("[HotkeyManager] Ignored re-fire of Capture within debounce window",
                           since=mark)
-        app.wait_for_line(PREFIX + "Stream complete, buffer cleared", since=mark)
+        app.wait_for_line(STREAM_COMPLETE, since=mark)
         lines = app.lines_since(mark)
         self.assertEqual(lines.count("[HotkeyManager] Fired: Capture"), 1)
         self.assertEqual(lines.count(PREFIX + "Capture & Send triggered"), 1)
         self.assertEqual(len(server.requests(QUERY)), 1)
 
-    def test_different_actions_do_not_hold_each_other_back(self):
+    def test_debouncing_is_per_action(self):
         app = self.app(self.server()).sign_in()
         mark = app.mark()
         self.desktop.press("ctrl+alt+super+]")
@@ -50,7 +50,7 @@ class HotkeyTest(E2ECase):
         app.wait_for_line(PREFIX + "Opacity adjusted by -0.1 -> 0.88", since=mark)
 
     def repeat(self, app, combo, line):
-        """Presses until the action is taken again, however long the debounce lasts."""
+        """Repeats a press until it is no longer debounced."""
         mark = app.mark()
 
         def is_taken():
@@ -62,7 +62,7 @@ class HotkeyTest(E2ECase):
         wait_until(is_taken, what=line, interval=0.32)
         app.wait_for_line(line, since=mark)
 
-    def test_opacity_ends_at_its_limits(self):
+    def test_opacity_stops_at_its_limits(self):
         app = self.app(self.server(), config={
             "hotkeys": {"capture": CAPTURE.replace("super", "cmd"), "clear": "ctrl+alt+cmd+x",
                         "toggle": "ctrl+alt+cmd+t", "opacity_up": "ctrl+alt+cmd+]",
@@ -90,10 +90,8 @@ class HotkeyTest(E2ECase):
     def test_clear_keeps_the_thread_and_new_thread_ends_it(self):
         server = self.server()
         app = self.app(server).sign_in()
-        app.access.click("Write a message")
-        app.access.wait_for("Write a message", focused=True)
-        self.desktop.type_text("first\n")
-        app.wait_for_line(PREFIX + "Stream complete, buffer cleared")
+        app.send_prompt("first")
+        app.wait_for_line(STREAM_COMPLETE)
         app.access.wait_for_page_text("Hello from the server.")
         app.hotkey("ctrl+alt+super+x", "Clear")
         app.wait_for_line(PREFIX + "Content cleared")
@@ -101,13 +99,13 @@ class HotkeyTest(E2ECase):
         app.access.wait_for_page_text("to capture screen")
         self.desktop.type_text("second\n")
         self.assertIn("User: first", server.wait_for_request(QUERY, 2).json()["prompt"])
-        app.wait_for_line(PREFIX + "Stream complete, buffer cleared")
+        app.wait_for_line(STREAM_COMPLETE)
         app.hotkey("super+n", "New Thread")
         app.wait_for_line(PREFIX + "New thread started")
         self.desktop.type_text("third\n")
         self.assertEqual(server.wait_for_request(QUERY, 3).json()["prompt"], "third")
 
-    def test_lock_keys_make_no_difference(self):
+    def test_lock_keys_are_ignored(self):
         app = self.app(self.server()).sign_in()
         for lock in ("num_lock", "caps_lock"):
             with self.subTest(lock=lock):
@@ -128,7 +126,7 @@ class HotkeyTest(E2ECase):
         other.sync()
         return other, problem.get_error()
 
-    def test_combination_that_another_program_holds(self):
+    def test_combination_grabbed_by_another_program(self):
         other, problem = self.grab()
         self.addCleanup(other.close)
         self.assertIsNone(problem)
@@ -149,7 +147,7 @@ class HotkeyTest(E2ECase):
         app.wait_for_line("[HotkeyManager] ERROR: Unsupported hotkey combo 'ctrl+f5' for Clear — "
                           "no virtual keycode mapping for its key, skipping registration", since=0)
 
-    def test_they_are_held_while_running_and_free_after_the_end(self):
+    def test_they_are_grabbed_while_running_and_released_at_exit(self):
         app = self.app(self.server())
         app.wait_login_window()
         other, problem = self.grab()

@@ -1,15 +1,14 @@
-"""What of a thread is kept on disk, and which picture goes with which question."""
+"""Stored parts of a thread, and the assignment of pictures to questions."""
 
 import re
 import threading
 import unittest
 
 from harness import HostileServer, chunk_event, done_event, wait_until
+from harness.messages import PREFIX, STREAM_COMPLETE
 from harness.server import QUERY
 from stored_threads import StoredThreadsCase
 
-PREFIX = "[OverlayWindowController] "
-COMPLETE = PREFIX + "Stream complete, buffer cleared"
 STAMP = "2026-01-02T10:00:00Z"
 NOTES = ["first note", "second note", "third note"]
 PICTURES = [b"\xff\xd8 one", b"\xff\xd8 two"]
@@ -25,7 +24,7 @@ class KeptThreadsTest(StoredThreadsCase):
         self.desktop.fill_root(GREY)
 
     def start(self, **defaults):
-        """A signed-in app over a thread with notes and pictures."""
+        """A signed-in app with a stored thread with notes and pictures."""
         self.server_of_app, self.running = self.app_to_start(kept(**defaults))
         self.name = self.store("Stored question", "The stored answer.", STAMP, NOTES, PICTURES)
         self.running.start().sign_in()
@@ -38,8 +37,7 @@ class KeptThreadsTest(StoredThreadsCase):
         self.access.wait_gone("Search threads")
 
     def type_prompt(self, text):
-        self.access.click("Write a message")
-        self.access.wait_for("Write a message", focused=True)
+        self.running.focus_prompt()
         self.desktop.press("ctrl+a")
         self.desktop.type_text(text)
         wait_until(lambda: self.running.stored_defaults()["userPrompt"] == text,
@@ -49,7 +47,7 @@ class KeptThreadsTest(StoredThreadsCase):
         mark = self.running.mark()
         self.type_prompt(text)
         self.desktop.press("return")
-        self.running.wait_for_line(COMPLETE, since=mark)
+        self.running.wait_for_line(STREAM_COMPLETE, since=mark)
         wait_until(lambda: self.running.stored_defaults()["userPrompt"] == "",
                    what="the empty box")
 
@@ -74,13 +72,12 @@ class KeptThreadsTest(StoredThreadsCase):
                 if self.access.has_state(node, "FOCUSED")]
 
     def delete_note(self, text):
-        """Goes to the cross beside a note with the keyboard and presses it."""
+        """Deletes a note by keyboard."""
         self.access.wait_for_page_text(text)
         _, text_y, _, _ = self.access.settled_bounds(text)
         crosses = self.access.find_all(re.compile("^(×|Delete note)$"))
         wanted = min(crosses, key=lambda cross: abs(self.access.bounds(cross)[1] - text_y))
-        self.access.click("Write a message")
-        self.access.wait_for("Write a message", focused=True)
+        self.running.focus_prompt()
         self.desktop.press("F6")
         while not self.access.has_state(wanted, "FOCUSED"):
             before = self.focused_bounds()
@@ -135,7 +132,7 @@ class KeptThreadsTest(StoredThreadsCase):
         self.assertEqual(self.open_history(app), 1)
         self.desktop.press("escape")
         self.access.wait_gone("Search threads")
-        # A picture first, then saving, then the question.
+        # First a picture, then saving, then the question.
         self.access.press("Capture without sending")
         self.access.wait_for("Attached screenshot")
         self.switch_saving(True)
@@ -147,7 +144,7 @@ class KeptThreadsTest(StoredThreadsCase):
         self.assertEqual(self.description(name)["turns"][0]["screenshotIndex"], 0)
 
     def colours_on_the_page(self):
-        """Which of the painted colours the panel shows, by its thumbnails."""
+        """Colours of the thumbnails in the panel."""
         _, x, y, width, height = self.running.panel()
         shot = self.desktop.screenshot(x, y, width, height)
         found = shot.colours()
@@ -158,10 +155,10 @@ class KeptThreadsTest(StoredThreadsCase):
         self.access.wait_for_page_text("The last answer.")
         wait_until(lambda: self.colours_on_the_page() == {"blue"}, what="the one thumbnail")
 
-    def test_a_thumbnail_is_the_picture_that_went_with_its_question(self):
+    def test_thumbnails_belong_to_their_questions(self):
         app = self.start(saves=True)
         server = self.server_of_app
-        # One that was staged and removed.
+        # One staged and removed.
         self.desktop.fill_root(RED)
         self.access.press("Capture without sending")
         self.access.wait_for("Attached screenshot")
@@ -176,7 +173,7 @@ class KeptThreadsTest(StoredThreadsCase):
         app.wait_for_line(PREFIX + "ERROR: Proxy HTTP 500")
         server.on(QUERY, HostileServer.answer_with("An answer."))
         self.ask("without green")
-        # One that was staged while another answer came.
+        # One staged during another answer.
         gate = threading.Event()
         self.addCleanup(gate.set)
 
@@ -195,7 +192,7 @@ class KeptThreadsTest(StoredThreadsCase):
         self.access.wait_for("Attached screenshot")
         self.desktop.fill_root(GREY)
         gate.set()
-        app.wait_for_line(COMPLETE, since=mark)
+        app.wait_for_line(STREAM_COMPLETE, since=mark)
         server.on(QUERY, HostileServer.answer_with("The last answer."))
         self.ask("with blue")
 
@@ -214,16 +211,15 @@ class KeptThreadsTest(StoredThreadsCase):
         self.open_thread("without red")
         self.wait_for_blue_alone()
 
-    def test_one_thread_per_send_keeps_the_thread_on_show(self):
+    def test_one_thread_per_send_keeps_showing_the_thread(self):
         app = self.start(saves=True, startNewThreadPerSendEnabled=True)
         self.server_of_app.on(QUERY, HostileServer.answer_with("The first answer."))
         self.ask("first question")
         self.access.wait_for_page_text("The first answer.")
-        # Its title is in the strip, its answer can be copied, and notes go to it.
+        # The strip shows its title, its answer can be copied, and notes are added to it.
         self.access.wait_for("first question")
         self.access.press("Copy answer")
-        self.access.click("Write a message")
-        self.access.wait_for("Write a message", focused=True)
+        self.running.focus_prompt()
         self.desktop.press("ctrl+v")
         wait_until(lambda: app.stored_defaults()["userPrompt"] == "The first answer.",
                    what="the copied answer in the box")
@@ -232,7 +228,7 @@ class KeptThreadsTest(StoredThreadsCase):
         self.wait_content(name, ["first question"], ["a note"], [])
         self.delete_note("a note")
         self.wait_content(name, ["first question"], [], [])
-        # What is staged now goes with the next question, in a thread of its own.
+        # A picture staged now is sent with the next question, in a new thread.
         self.access.press("Capture without sending")
         self.access.wait_for("Attached screenshot")
         self.server_of_app.on(QUERY, HostileServer.answer_with("The second answer."))

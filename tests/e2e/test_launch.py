@@ -1,9 +1,10 @@
-"""From process start to the running overlay: the log, to the character, and the configuration."""
+"""From process start to the running overlay: exact log lines, and the configuration."""
 
 import re
 import unittest
 
 from harness import E2ECase
+from harness.messages import RUNNING
 
 REGISTERED = {
     "Capture": "ctrl+alt+cmd+c", "Clear": "ctrl+alt+cmd+x", "Toggle": "ctrl+alt+cmd+t",
@@ -11,11 +12,9 @@ REGISTERED = {
     "Capture (No Send)": "ctrl+alt+cmd+shift+c", "New Thread": "cmd+n",
 }
 
-#: Components whose start-up lines are fixed; others may speak in between.
+#: Components with fixed start-up lines; others may log in between.
 FIXED = re.compile(r"\[(main|AppConfig|AppDelegate|Config|PermissionChecker|HotkeyManager"
                    r"|LoginWindowController|AuthService|HeartbeatService)\] ")
-
-RUNNING = "[AppDelegate] Vantiro Overlay running (single-process, no pipeline.py dependency)."
 
 
 def launch_lines(url, configuration="[Config] config.json not found, using built-in defaults",
@@ -84,7 +83,7 @@ class LaunchTest(E2ECase):
         self.assertEqual(position, len(expected),
                          app.describe(f"no line {expected[position:][:1]} in its place"))
 
-    def test_every_line_has_a_time_and_times_never_go_back(self):
+    def test_every_line_has_a_monotonic_time(self):
         app = self.app(self.server()).sign_in()
         times = []
         for line in app.raw_lines:
@@ -120,7 +119,7 @@ class LaunchTest(E2ECase):
         app.hotkey("ctrl+alt+=", "Opacity Up")
         app.wait_for_line("[OverlayWindowController] Opacity adjusted by +0.1 -> 0.60")
 
-    def test_bad_configuration_file_is_not_used_at_all(self):
+    def test_invalid_configuration_file_is_ignored(self):
         app = self.app(self.server(), config='{"overlay": {"width": 500}}')
         app.wait_login_window()
         path = f"{app.work}/config.json"
@@ -129,7 +128,7 @@ class LaunchTest(E2ECase):
             since=0)
         app.wait_for_line("[HotkeyManager] Registered Capture -> ctrl+alt+cmd+c", since=0)
 
-    def test_stored_hotkey_overrides_win(self):
+    def test_stored_hotkey_overrides_take_precedence(self):
         app = self.app(self.server(), defaults={"hotkeyBindings": {"clear": "ctrl+alt+m"}})
         app.wait_login_window()
         app.wait_for_line("[HotkeyManager] Registered Clear -> ctrl+alt+m", since=0)

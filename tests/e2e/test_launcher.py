@@ -1,4 +1,4 @@
-"""The launcher: where the log goes, who may read it, how it is kept small."""
+"""The launcher: destination, permissions and rotation of the log."""
 
 import os
 import pathlib
@@ -17,7 +17,7 @@ LIMIT = 10 * 1024 * 1024
 
 
 class LauncherTest(unittest.TestCase):
-    """With a script in the place of the program: only the launcher is looked at."""
+    """Runs the launcher with a script in place of the program."""
 
     def setUp(self):
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="launcher-"))
@@ -29,7 +29,7 @@ class LauncherTest(unittest.TestCase):
         self.older = self.logs / "pipeline.log.1"
 
     def program(self, script):
-        """Puts a shell script where the launcher looks for the program."""
+        """Installs a shell script as the program."""
         path = self.folder / "quellora"
         path.write_text("#!/bin/bash\n" + script)
         path.chmod(0o755)
@@ -67,14 +67,14 @@ class LauncherTest(unittest.TestCase):
         self.wait_log("one\nthree\n")
         self.assertFalse(self.older.exists())
 
-    def test_modes_of_an_older_log_are_narrowed(self):
+    def test_modes_of_an_existing_log_are_restricted(self):
         self.logs.mkdir(parents=True, mode=0o755)
         self.log.write_text("before\n")
         self.log.chmod(0o644)
         self.run_program("true")
         self.assertEqual((self.mode(self.logs), self.mode(self.log)), (0o700, 0o600))
 
-    def test_large_log_is_put_aside(self):
+    def test_large_log_is_rotated(self):
         self.logs.mkdir(parents=True)
         self.older.write_text("oldest")
         with open(self.log, "wb") as file:
@@ -84,7 +84,7 @@ class LauncherTest(unittest.TestCase):
         self.assertEqual(self.older.stat().st_size, LIMIT + 1)
         self.assertEqual(self.mode(self.log), 0o600)
 
-    def test_log_of_exactly_the_limit_stays(self):
+    def test_log_of_exactly_the_limit_is_not_rotated(self):
         self.logs.mkdir(parents=True)
         with open(self.log, "wb") as file:
             file.truncate(LIMIT)
@@ -92,7 +92,7 @@ class LauncherTest(unittest.TestCase):
         wait_until(lambda: self.log.stat().st_size == LIMIT + len("fresh\n"), what="the line")
         self.assertFalse(self.older.exists())
 
-    def test_second_start_leaves_the_running_ones_log_alone(self):
+    def test_second_start_does_not_rotate_a_log_in_use(self):
         self.program('if [ "$(cat "$HOME/number")" = 1 ]; then echo first; read -r < "$HOME/go";'
                      ' echo last; else echo second; fi')
         number = self.home / "number"
@@ -100,7 +100,7 @@ class LauncherTest(unittest.TestCase):
         os.mkfifo(self.home / "go")
         first = self.start()
         self.wait_log("first\n")
-        # Meanwhile the file has become large.
+        # The file exceeds the limit meanwhile.
         with open(self.log, "ab") as file:
             file.truncate(LIMIT + 1)
         number.write_text("2")
@@ -112,7 +112,7 @@ class LauncherTest(unittest.TestCase):
         self.assertTrue(self.log.read_bytes().startswith(b"first\n"))
         self.assertFalse(self.older.exists())
 
-    def test_program_takes_the_signals_itself(self):
+    def test_program_receives_the_signals_itself(self):
         self.program('trap "echo asked; exit 5" TERM; echo ready; while :; do read -r -t 1 '
                      '< /dev/zero || true; done')
         child = self.start(stdout=subprocess.DEVNULL)
@@ -121,7 +121,7 @@ class LauncherTest(unittest.TestCase):
         self.assertEqual(child.wait(30), 5)
         self.wait_log("ready\nasked\n")
 
-    def test_terminal_that_goes_away_costs_no_lines(self):
+    def test_closed_terminal_loses_no_lines(self):
         self.program('echo one; read -r < "$HOME/go"; echo two; echo three')
         os.mkfifo(self.home / "go")
         child = self.start()
@@ -131,7 +131,7 @@ class LauncherTest(unittest.TestCase):
         self.assertEqual(child.wait(30), 0)
         self.wait_log("one\ntwo\nthree\n")
 
-    def test_without_a_place_for_the_log_the_program_starts_all_the_same(self):
+    def test_program_starts_without_a_writable_log(self):
         (self.home / "Library").write_text("in the way")
         status, output, errors = self.run_program("echo one; exit 3")
         self.assertEqual((status, output), (3, "one\n"))

@@ -1,4 +1,4 @@
-"""The login window: what is sent, every outcome, and what secrets must never do."""
+"""The login window: requests, outcomes, and handling of secrets."""
 
 import pathlib
 import re
@@ -9,9 +9,8 @@ import urllib.request
 
 from harness import (E2ECase, HostileServer, TEST_EMAIL, TEST_PASSWORD, login_response,
                      wait_until)
+from harness.messages import RUNNING
 from harness.server import LOGIN, VERIFY
-
-RUNNING = "[AppDelegate] Vantiro Overlay running (single-process, no pipeline.py dependency)."
 
 
 class LoginTest(E2ECase):
@@ -110,7 +109,7 @@ class LoginTest(E2ECase):
         app.wait_for_line(RUNNING)
         self.assertEqual(server.requests(LOGIN)[0].json()["email"], TEST_EMAIL)
 
-    def test_second_return_while_running_sends_nothing_more(self):
+    def test_second_return_during_sign_in_is_ignored(self):
         release = threading.Event()
         server = self.server()
 
@@ -126,7 +125,7 @@ class LoginTest(E2ECase):
         app.access.wait_for("Signing in")
         self.desktop.press("return")
         self.desktop.press("return")
-        # A round through the program's event loop shows that the presses have been handled.
+        # A round trip through the program's event loop ensures that the presses were handled.
         app.hotkey("ctrl+alt+super+x", "Clear")
         release.set()
         app.wait_for_line(RUNNING)
@@ -151,7 +150,7 @@ class LoginTest(E2ECase):
         app.access.click("Don't have an account? Sign up")
         wait_until(lambda: f"{server.url}/signup" in app.opened(), what="the page")
 
-    def test_links_that_do_not_open_are_said(self):
+    def test_links_that_fail_to_open_are_reported(self):
         app = self.app(self.server())
         app.wait_login_window()
         app.end_openers_with(3)
@@ -160,7 +159,7 @@ class LoginTest(E2ECase):
                             "(xdg-open, status 3)")
         app.wait_for_line("[LoginWindowController] WARNING: The browser could not be opened: "
                           "there is no program for it (xdg-open, status 3)")
-        # The form works on, and the next try tells anew.
+        # The form still works, and the next failure is reported again.
         app.end_openers_with(0)
         app.fill_login()
         self.desktop.press("return")
@@ -174,7 +173,7 @@ class LoginTest(E2ECase):
         self.assertNotIn("_NET_WM_STATE_SKIP_TASKBAR", states)
         self.assertNotIn("_NET_WM_STATE_SKIP_PAGER", states)
         self.assertEqual(self.desktop.window_text(window, "_GTK_THEME_VARIANT"), "dark")
-        # What task bars and switchers list.
+        # Listed in task bars and switchers.
         self.assertIn(window, self.desktop.client_list())
         # The panel that follows is in neither.
         app.fill_login()
@@ -203,7 +202,7 @@ class LoginTest(E2ECase):
                 if path.is_file():
                     self.assertNotIn(secret.encode(), path.read_bytes(), path)
 
-    def test_redirected_sign_in_gives_the_password_to_nobody_else(self):
+    def test_redirected_sign_in_does_not_forward_the_password(self):
         thief = self.server()
         server = self.server()
         server.on(LOGIN, HostileServer.status(307, headers=[f"Location: {thief.url}{LOGIN}"]))
@@ -290,7 +289,7 @@ class BrowserSignInTest(E2ECase):
         self.assert_port_is_free()
         self.assertEqual(server.requests(VERIFY), [])
 
-    def test_strangers_do_not_keep_the_browser_out(self):
+    def test_other_connections_do_not_block_the_browser(self):
         server = self.server()
         app = self.start(server)
         strangers = [socket.create_connection(("127.0.0.1", PORT)) for _ in range(40)]
@@ -341,7 +340,7 @@ class BrowserSignInTest(E2ECase):
         self.desktop.press("return")
         app.wait_for_line(RUNNING)
 
-    def test_a_browser_that_does_not_open_is_said(self):
+    def test_a_browser_that_fails_to_open_is_reported(self):
         server = self.server()
         app = self.app(server)
         app.wait_login_window()
@@ -364,7 +363,7 @@ class BrowserSignInTest(E2ECase):
         app.access.wait_for("Sign in with Google")
         self.assert_port_is_free()
 
-    def test_the_window_comes_back_from_behind_the_browser(self):
+    def test_the_window_is_raised_above_the_browser(self):
         for query, shown in (("?error=denied", "Google sign-in failed. Please try again."),
                              ("?token=old", "Invalid email or password")):
             with self.subTest(query=query):
@@ -372,13 +371,13 @@ class BrowserSignInTest(E2ECase):
                 server.on(VERIFY, HostileServer.status(401))
                 app = self.start(server)
                 browser = self.other_window(title="Browser")
-                # The last thing that the user pressed is in the browser.
+                # The user's last press was in the browser.
                 self.desktop.click(5, 5)
                 browser.wait_for("press")
                 self.visit(query)
                 self.desktop.wait_for_active("Quellora")
                 app.access.wait_for(shown)
-                # In front, not behind: a press in the middle of the screen is the form's.
+                # In front: a press in the middle of the screen reaches the form.
                 before = browser.mark()
                 app.access.click("Email")
                 app.access.wait_for("Email", focused=True)

@@ -1,4 +1,4 @@
-"""The answer under the pointer while the menu is open: everything in it works and the menu stays."""
+"""Clicks on the answer while the menu is open: they work, and the menu stays open."""
 
 import re
 import unittest
@@ -23,12 +23,12 @@ class MenuClicksTest(pointer_case.PointerCase):
         self.ask(LONG)
         self.wait_answer()
         wait_until(lambda: self.stored("userPrompt") == "", what="the empty box")
-        # Last, so that it stands below the menu.
+        # Last, so that it is below the menu.
         self.type_prompt("a note")
         self.access.click("Add note")
         self.access.wait_for_page_text("a note")
         self.access.wait_for("Copy code", "push button")
-        self.give_back()
+        self.focus_document()
         self.access.click("Menu")
         self.access.wait_for("Account", "menu item")
         self.presses = self.window.mark()
@@ -47,14 +47,14 @@ class MenuClicksTest(pointer_case.PointerCase):
                           what=f"the {role} in the page")
 
     def bounds(self, node):
-        """Where a part of the page is on the screen; the engine counts from the window's corner."""
+        """Screen bounds of a page node; the engine reports window coordinates."""
         page = self.access.bounds(self.access.find(re.compile(""), "document web"))
         _, left, top, _, _ = self.app.panel()
         x, y, width, height = self.access.bounds(node)
         return x + left - page[0], y + top + 72 - page[1], width, height
 
     def place(self, node):
-        """The middle of a part of the page, which must lie clear of the menu."""
+        """The centre of a page node, which must not be covered by the menu."""
         x, y, width, height = self.bounds(node)
         left, top, card_width, card_height = self.access.bounds(
             self.access.find("Menu", "popup menu"))
@@ -70,7 +70,7 @@ class MenuClicksTest(pointer_case.PointerCase):
         self.desktop.click(*self.place(self.in_page(name, role)))
 
     def assert_menu_stayed(self):
-        """Nothing but the page had the press: not the menu, not the other program."""
+        """Only the page received the press, neither the menu nor the other program."""
         self.assertIsNotNone(self.access.find("Account", "menu item"))
         self.assertEqual([line for line in self.app.lines_since(self.lines) if "menu open" in line],
                          [])
@@ -97,7 +97,7 @@ class MenuClicksTest(pointer_case.PointerCase):
         left, top, width, _ = self.bounds(thumbnail)
         at = left + width + 60, top + 8
         self.desktop.click(*at)
-        # What stands below moves, down in the page or up on the screen.
+        # The content below moves, down in the page or up on the screen.
         wait_until(lambda: self.access.bounds(link)[1] != closed, what="the whole text")
         self.assert_menu_stayed()
         self.desktop.click(*at)
@@ -109,8 +109,7 @@ class MenuClicksTest(pointer_case.PointerCase):
         self.assert_menu_stayed()
         self.access.click("Menu")
         self.access.wait_gone("Account")
-        self.access.click("Write a message")
-        self.access.wait_focused("Write a message")
+        self.shared_app.focus_prompt()
         self.desktop.press("ctrl+a")
         self.desktop.press("ctrl+v")
         wait_until(lambda: (self.stored("userPrompt") or "").strip() == CODE,
@@ -129,7 +128,7 @@ class MenuClicksTest(pointer_case.PointerCase):
     def test_sideways_scrolling(self):
         x, y, width, _ = self.bounds(self.in_page("^Copy code$", "push button"))
         right = x + width
-        # The line of code and, below it, the bar that moves it.
+        # The line of code and its scrollbar.
         area = right - 450, y + 14, 300, 20
         bar = right - 435, y + 54
 
@@ -144,7 +143,7 @@ class MenuClicksTest(pointer_case.PointerCase):
         wait_until(lambda: picture() == before, what="the code to move back")
         self.assert_menu_stayed()
 
-    def test_beside_the_answer_a_press_closes_it(self):
+    def test_a_press_outside_the_answer_closes_the_menu(self):
         _, x, y, width, height = self.app.panel()
         for place in ((x + 200, y + 53), (x + width - 14, y + 400), (x + 300, y + height - 100)):
             self.desktop.click(*place)

@@ -1,4 +1,4 @@
-"""What arrived and what was stored is not lost: broken answers, spent credits, full disks."""
+"""No data loss: broken answers, used-up credits, full disks."""
 
 import os
 import pathlib
@@ -11,46 +11,29 @@ import threading
 import unittest
 
 from harness import E2ECase, HostileServer, chunk_event, done_event, wait_until
+from harness.messages import PREFIX
 from harness.app import BIN_DIR
 from harness.image import png
 from harness.server import QUERY, TELEMETRY, VERIFY
 
-PREFIX = "[OverlayWindowController] "
 SAVE_ERROR = re.compile(r"^\[OverlayWindowController\] ERROR: Failed to save session to disk: .*"
                         r": No space left on device$")
 BACK = "Back to thread"
 
 
-def never_ending(left, *texts):
-    """Handler that sends texts and no end; `left` is set when the client leaves."""
-    def handler(connection, _request):
-        connection.begin_stream()
-        for text in texts:
-            connection.send(chunk_event(text))
-        if connection.wait_closed():
-            left.set()
-    return handler
-
-
 class Case(E2ECase):
-    def ask(self, app, text):
-        app.access.click("Write a message")
-        app.access.wait_for("Write a message", focused=True)
-        self.desktop.press("ctrl+a")
-        self.desktop.type_text(text + "\n")
-
     def wait_turns(self, app, *turns):
         wait_until(lambda: app.turns() == list(turns), what=f"the turns {turns} on disk")
 
 
 class CutOffTest(Case):
-    """The end of the session in the middle of an answer keeps what has arrived."""
+    """The partial answer is stored when the session ends."""
 
     def half_an_answer(self, server):
         left = threading.Event()
-        server.on(QUERY, never_ending(left, "half an ", "answer"))
+        server.on(QUERY, HostileServer.unfinished(left, "half an ", "answer"))
         app = self.app(server).sign_in()
-        self.ask(app, "question")
+        app.send_prompt("question", replace=True)
         app.access.wait_for_page_text("half an answer")
         self.assertEqual(app.turns(), [])
         return app, left
@@ -85,21 +68,21 @@ class CutOffTest(Case):
 
 
 class ErrorPageTest(Case):
-    """Pages that are not the thread's lead back to it."""
+    """Error pages lead back to the thread."""
 
-    def test_a_broken_stream_keeps_what_arrived_and_leads_back(self):
+    def test_a_broken_stream_keeps_the_partial_answer(self):
         server = self.server()
         app = self.app(server).sign_in()
-        self.ask(app, "first")
+        app.send_prompt("first", replace=True)
         app.access.wait_for_page_text("Hello from the server.")
         self.assertIsNone(app.access.find(BACK))
         server.on(QUERY, HostileServer.stream(chunk_event("half an ans")))
-        self.ask(app, "second")
+        app.send_prompt("second", replace=True)
         shown = app.access.wait_for_page_text("Stream ended unexpectedly")
         self.assertNotIn("half an ans", shown)
         self.wait_turns(app, ("first", "Hello from the server."), ("second", "half an ans"))
         self.assertEqual(app.stored_defaults()["userPrompt"], "second")
-        # One press with the pointer, on a control that is outside the page.
+        # A click on a control outside the page.
         app.access.click(BACK)
         shown = app.access.wait_for_page_text("half an ans")
         self.assertIn("Hello from the server.", shown)
@@ -110,10 +93,10 @@ class ErrorPageTest(Case):
     def test_back_by_keyboard(self):
         server = self.server()
         app = self.app(server).sign_in()
-        self.ask(app, "first")
+        app.send_prompt("first", replace=True)
         app.access.wait_for_page_text("Hello from the server.")
         server.on(QUERY, HostileServer.status(500))
-        self.ask(app, "second")
+        app.send_prompt("second", replace=True)
         app.access.wait_for_page_text("Proxy request failed: HTTP 500")
         app.access.wait_for("Write a message", focused=True)
         self.desktop.press("f6")
@@ -122,26 +105,26 @@ class ErrorPageTest(Case):
         app.access.wait_for_page_text("Hello from the server.")
         app.access.wait_gone(BACK)
 
-    def test_a_refused_first_question_has_nothing_to_go_back_to(self):
+    def test_a_refused_first_question_offers_no_way_back(self):
         server = self.server()
         server.on(QUERY, HostileServer.status(500))
         app = self.app(server).sign_in()
-        self.ask(app, "first")
+        app.send_prompt("first", replace=True)
         app.access.wait_for_page_text("Proxy request failed: HTTP 500")
         self.assertIsNone(app.access.find(BACK))
 
-    def test_an_error_of_another_thread_leaves_the_answer_on_show(self):
+    def test_an_error_of_another_thread_keeps_the_answer_shown(self):
         server = self.server()
         gate = threading.Event()
         self.addCleanup(gate.set)
         server.on(QUERY, HostileServer.stream(chunk_event("the other half"), gate))
         app = self.app(server).sign_in()
-        self.ask(app, "other")
+        app.send_prompt("other", replace=True)
         app.access.wait_for_page_text("the other half")
         app.access.press("New thread")
         app.wait_for_line(PREFIX + "New thread started")
         server.on(QUERY, HostileServer.answer_with("the answer on show"))
-        self.ask(app, "mine")
+        app.send_prompt("mine", replace=True)
         app.access.wait_for_page_text("the answer on show")
         app.access.wait_for("Copy answer")
         mark = app.mark()
@@ -156,7 +139,7 @@ class ErrorPageTest(Case):
 
 
 class CreditsTest(Case):
-    """The answer that spends the last credits is kept and one press away."""
+    """The answer that uses up the credits is stored and reachable with one press."""
 
     def spends_everything(self, **defaults):
         server = self.server()
@@ -164,7 +147,7 @@ class CreditsTest(Case):
         app = self.app(server, defaults={
             "hasLaunchedBefore": True, "userPrompt": "", "keepAIHistoryEnabled": True} | defaults)
         app.sign_in()
-        self.ask(app, "last one")
+        app.send_prompt("last one", replace=True)
         shown = app.access.wait_for_page_text("Out of Credits")
         self.assertIn("You're out of credits. Upgrade to keep going.", shown)
         self.assertNotIn("worth it", shown)
@@ -183,7 +166,7 @@ class CreditsTest(Case):
     def test_one_thread_per_send(self):
         self.spends_everything(startNewThreadPerSendEnabled=True)
 
-    def test_an_answer_under_way_is_not_rendered_into_the_page(self):
+    def test_a_running_answer_is_not_rendered_into_the_page(self):
         server = self.server()
         first, second = threading.Event(), threading.Event()
         self.addCleanup(first.set)
@@ -191,14 +174,14 @@ class CreditsTest(Case):
         server.on(QUERY, HostileServer.stream(
             chunk_event("short"), first, done_event(tokensRemaining=0)))
         app = self.app(server).sign_in()
-        self.ask(app, "one")
+        app.send_prompt("one", replace=True)
         app.access.wait_for_page_text("short")
         more = threading.Event()
         self.addCleanup(more.set)
         server.on(QUERY, HostileServer.stream(
             chunk_event("long be"), more, chunk_event("ginning"), second, chunk_event(" and end"),
             done_event(tokensRemaining=0)))
-        self.ask(app, "two")
+        app.send_prompt("two", replace=True)
         app.access.wait_for_page_text("long be")
         first.set()
         app.access.wait_for_page_text("Out of Credits")
@@ -213,7 +196,7 @@ class CreditsTest(Case):
 
 
 class PictureTest(Case):
-    """Pictures stay where they are wanted, and nowhere else."""
+    """Pictures are stored only as long as needed."""
 
     def with_tool(self, script):
         """An app whose capture tool runs a script; "$last" is the file to write."""
@@ -228,7 +211,7 @@ class PictureTest(Case):
         server = self.server()
         return server, self.app(server, bin_dir=folder).sign_in()
 
-    def test_quitting_in_the_middle_of_a_slow_capture(self):
+    def test_quitting_during_a_slow_capture(self):
         for leave in (lambda app: app.access.press("Close"),
                       lambda app: app.process.send_signal(signal.SIGTERM)):
             with self.subTest():
@@ -244,7 +227,7 @@ class PictureTest(Case):
 
     def test_a_removed_picture_leaves_its_thread(self):
         server, app = self.with_tool('cp "$here/small.png" "$last"')
-        self.ask(app, "first")
+        app.send_prompt("first", replace=True)
         self.wait_turns(app, ("first", "Hello from the server."))
         folder = app.data_home / "Quellora" / "sessions" / app.threads()[0]["id"]
 
@@ -260,7 +243,7 @@ class PictureTest(Case):
         app.access.press("Capture without sending")
         app.access.wait_for("Remove screenshot")
         wait_until(lambda: pictures() == (["screenshot-1.png"], [1]), what="the next picture")
-        self.ask(app, "second")
+        app.send_prompt("second", replace=True)
         self.assertIn("imageBase64", server.wait_for_request(QUERY, 2).json())
         self.wait_turns(app, ("first", "Hello from the server."),
                         ("second", "Hello from the server."))
@@ -270,17 +253,17 @@ class PictureTest(Case):
 
 @unittest.skipUnless(os.geteuid() == 0, "mounting a small disk needs root")
 class DiskTest(Case):
-    """Saves and deletions that the disk refuses."""
+    """Failed saves and deletions."""
 
     def small_disk(self, folder, *options):
-        """Mounts a disk of 256 KB on a folder for the length of the test."""
+        """Mounts a file system of 256 KB on a folder for the duration of the test."""
         subprocess.run(["mount", "-t", "tmpfs", "-o", "size=256k,mode=700", "none", folder],
                        check=True)
         self.addCleanup(subprocess.run, ["umount", "-l", str(folder)], check=False)
 
     @staticmethod
     def fill(path):
-        """Takes all the space there is."""
+        """Fills the file system."""
         try:
             with open(path, "wb", buffering=0) as ballast:
                 while ballast.write(b"x" * 4096) == 4096:
@@ -294,19 +277,19 @@ class DiskTest(Case):
         self.small_disk(app.data_home)
         return app.sign_in()
 
-    def test_a_full_disk_is_said_and_a_press_tries_again(self):
+    def test_a_full_disk_is_reported_and_a_press_retries(self):
         app = self.app_on_a_small_disk()
-        self.ask(app, "first")
+        app.send_prompt("first", replace=True)
         self.wait_turns(app, ("first", "Hello from the server."))
         app.access.wait_for("Thread saved")
         ballast = app.data_home / "ballast"
         self.fill(ballast)
-        self.ask(app, "second")
+        app.send_prompt("second", replace=True)
         app.wait_for_line(SAVE_ERROR)
         node = app.access.wait_for("Not saved", role="push button")
         self.assertIn("No space left on device", node.get_description())
         self.assertEqual(app.turns(), [("first", "Hello from the server.")])
-        # Still full: it says so again.
+        # Still full: reported again.
         mark = app.mark()
         app.access.click("Not saved", role="push button")
         app.wait_for_line(SAVE_ERROR, since=mark)
@@ -317,13 +300,13 @@ class DiskTest(Case):
         self.assertEqual(app.turns(), [("first", "Hello from the server."),
                                        ("second", "Hello from the server.")])
 
-    def test_what_could_not_be_saved_is_tried_again_at_quit(self):
+    def test_a_failed_save_is_retried_at_quit(self):
         app = self.app_on_a_small_disk()
         ballast = app.data_home / "ballast"
         self.fill(ballast)
-        self.ask(app, "only in memory")
+        app.send_prompt("only in memory", replace=True)
         app.access.wait_for("Not saved", role="push button")
-        # Another thread is on show by then.
+        # Another thread is shown by then.
         app.access.press("New thread")
         app.wait_for_line(PREFIX + "New thread started")
         ballast.unlink()
@@ -333,8 +316,7 @@ class DiskTest(Case):
 
     def test_a_note_that_cannot_be_deleted_stays(self):
         app = self.app_on_a_small_disk()
-        app.access.click("Write a message")
-        app.access.wait_for("Write a message", focused=True)
+        app.focus_prompt()
         self.desktop.type_text("remember this")
         app.access.press("Add note")
         app.access.wait_for_page_text("remember this")
@@ -364,10 +346,10 @@ class DiskTest(Case):
         server = self.server()
         app = self.app(server)
         app.sign_in()
-        self.ask(app, "keep me")
+        app.send_prompt("keep me", replace=True)
         self.wait_turns(app, ("keep me", "Hello from the server."))
         folder = app.data_home / "Quellora" / "sessions" / app.threads()[0]["id"]
-        # A folder that something is mounted on can be written, but not removed.
+        # A mount point can be written, but not removed.
         subprocess.run(["mount", "--bind", folder, folder], check=True)
         self.addCleanup(subprocess.run, ["umount", "-l", str(folder)], check=False)
         app.access.press("Menu")
@@ -386,12 +368,12 @@ class DiskTest(Case):
         self.assertIn("Hello from the server.", app.access.wait_for_page_text("keep me"))
         self.assertFalse(app.has_line(PREFIX + "Content cleared",
                                       app.lines.index(PREFIX + "Stream start received")))
-        # The thread goes on where it was.
-        self.ask(app, "and on")
+        # The thread is continued in its folder.
+        app.send_prompt("and on", replace=True)
         self.wait_turns(app, ("keep me", "Hello from the server."),
                         ("and on", "Hello from the server."))
 
-    def test_preferences_reach_a_disk_that_was_full(self):
+    def test_preferences_are_saved_once_the_disk_has_space(self):
         app = self.app(self.server())
         app.sign_in()
         self.small_disk(app.config_home / "Quellora")
@@ -401,7 +383,7 @@ class DiskTest(Case):
         app.wait_for_line(re.compile(r"^\[UserDefaults\] ERROR: Could not write "))
         self.assertNotIn("defaults.json", [path.name for path in ballast.parent.iterdir()])
         ballast.unlink()
-        # Nothing else is changed, and the program goes on.
+        # Nothing else changes, and the program keeps running.
         app.wait_for_line(re.compile(r"^\[UserDefaults\] .* is written again$"))
         self.assertIs(app.stored_defaults()["keepAIHistoryEnabled"], False)
         self.fill(ballast)

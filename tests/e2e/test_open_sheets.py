@@ -1,4 +1,4 @@
-"""The keyboard while the menu, History or Settings is open: it stays inside, Escape closes."""
+"""Keyboard focus while the menu, History or Settings is open: it stays inside, Escape closes."""
 
 import re
 import unittest
@@ -7,7 +7,6 @@ from harness import wait_until
 from harness.server import QUERY
 from stored_threads import StoredThreadsCase
 
-PREFIX = "[OverlayWindowController] "
 STAMP = "2026-01-03T10:00:00Z"
 
 
@@ -16,20 +15,14 @@ class OpenSheetsTest(StoredThreadsCase):
         self.server_, self.app_ = self.app_with_threads(("A question", "An answer.", STAMP))
         self.access = self.app_.access
         self.window = self.other_window()
-        wait_until(lambda: self.desktop.focus_window() == self.window.window_id,
-                   what="the focus of the document")
-
-    def focus_prompt(self):
-        self.access.click("Write a message")
-        self.access.wait_focused("Write a message")
+        self.window.wait_focus()
 
     def focus_document(self):
         _, x, y, width, _ = self.app_.panel()
         mark = self.window.mark()
         self.desktop.click(x + width + 60, y + 100)
         self.window.wait_for("press", 1, since=mark)
-        wait_until(lambda: self.desktop.focus_window() == self.window.window_id,
-                   what="the focus of the document")
+        self.window.wait_focus()
 
     def wait_panel_key(self):
         panel = self.app_.panel()[0]
@@ -49,7 +42,7 @@ class OpenSheetsTest(StoredThreadsCase):
 
     def test_menu_keeps_f6_and_escape_closes_it_from_the_answer(self):
         self.start()
-        self.focus_prompt()
+        self.app_.focus_prompt()
         self.desktop.type_text("do not send")
         wait_until(lambda: self.app_.stored_defaults().get("userPrompt") == "do not send",
                    what="the stored prompt")
@@ -59,7 +52,7 @@ class OpenSheetsTest(StoredThreadsCase):
             self.desktop.press(key)
         self.desktop.press("down")
         self.access.wait_for("Settings", "menu item", focused=True)
-        # A press on the answer moves the focus there; F6 leads back into the menu.
+        # A press on the answer moves the focus there; F6 returns it to the menu.
         self.desktop.click(*self.answer_centre())
         self.access.wait_focused("")
         self.desktop.press("f6")
@@ -69,12 +62,12 @@ class OpenSheetsTest(StoredThreadsCase):
         self.access.wait_focused("")
         self.desktop.press("escape")
         self.access.wait_gone("Account", "menu item")
-        self.focus_prompt()
+        self.app_.focus_prompt()
         self.assert_nothing_sent()
 
-    def test_history_keeps_f6_and_what_is_typed(self):
+    def test_history_keeps_f6_and_typed_text(self):
         self.start()
-        self.focus_prompt()
+        self.app_.focus_prompt()
         self.desktop.type_text("do not send")
         self.open_history(self.app_)
         self.access.wait_for("Search threads", focused=True)
@@ -87,13 +80,13 @@ class OpenSheetsTest(StoredThreadsCase):
         self.access.wait_gone("Search threads")
         self.assert_nothing_sent()
 
-    def test_a_press_in_history_takes_the_keyboard_back(self):
+    def test_a_press_in_history_returns_the_focus(self):
         self.start()
         self.open_history(self.app_)
         self.wait_panel_key()
         self.focus_document()
         _, x, y, _, height = self.app_.panel()
-        # Where nothing stands: below the rows.
+        # In the empty area below the rows.
         self.desktop.click(x + 150, y + height - 100)
         self.wait_panel_key()
         self.desktop.type_text("zzz")
@@ -101,7 +94,7 @@ class OpenSheetsTest(StoredThreadsCase):
         self.desktop.press("escape")
         self.access.wait_gone("Search threads")
 
-    def test_a_rename_ended_by_another_program_can_be_taken_up_again(self):
+    def test_a_rename_interrupted_by_another_program_can_be_repeated(self):
         self.start()
         self.open_history(self.app_)
         self.wait_panel_key()
@@ -118,7 +111,7 @@ class OpenSheetsTest(StoredThreadsCase):
         self.desktop.press("f2")
         self.access.wait_for("Thread title", focused=True)
 
-    def test_a_press_in_settings_takes_the_keyboard_back(self):
+    def test_a_press_in_settings_returns_the_focus(self):
         self.start()
         self.open_menu()
         self.access.click("Settings", "menu item")

@@ -1,4 +1,4 @@
-"""What the response page offers to the keyboard and to assistive programs."""
+"""Keyboard and accessibility support of the response page."""
 
 import re
 import unittest
@@ -13,7 +13,7 @@ OPEN_SCREENSHOT = re.compile(r"/screenshot-0\.jpg$")
 
 class PageKeysTest(SignedInCase):
     def make_thread(self):
-        """A thread with a note, a picture and a prompt that is too long to be shown whole."""
+        """A thread with a note, a picture and a prompt that is clamped."""
         self.desktop.fill_root((90, 120, 150))
         access = self.shared_app.access
         access.click("Write a message")

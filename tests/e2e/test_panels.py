@@ -5,9 +5,8 @@ import threading
 import unittest
 
 from harness import E2ECase, HostileServer, wait_until
+from harness.messages import PREFIX
 from harness.server import QUERY, chunk_event
-
-PREFIX = "[OverlayWindowController] "
 
 
 class MenuTest(E2ECase):
@@ -26,7 +25,7 @@ class MenuTest(E2ECase):
         wait_until(lambda: f"{server.url}/pricing" in app.opened(), what="the pricing page")
 
 
-    def test_a_page_that_does_not_open_is_said_while_stop_stays(self):
+    def test_a_page_that_fails_to_open_is_reported_next_to_stop(self):
         server = self.server()
         release = threading.Event()
         self.addCleanup(release.set)
@@ -37,9 +36,7 @@ class MenuTest(E2ECase):
             connection.wait_for(release)
         server.on(QUERY, endless)
         app = self.app(server).sign_in()
-        app.access.click("Write a message")
-        app.access.wait_for("Write a message", focused=True)
-        self.desktop.type_text("go on\n")
+        app.send_prompt("go on")
         app.access.wait_for_page_text("Once upon a time")
         app.end_openers_with(3)
         app.access.click("Menu")
@@ -50,10 +47,10 @@ class MenuTest(E2ECase):
                           "for it (xdg-open, status 3)")
         app.access.click("Stop")
         app.access.wait_gone("Stop")
-        # It leaves by itself.
+        # It disappears by itself.
         app.access.wait_gone(re.compile("^Could not open"))
 
-    def test_without_an_opener_the_panel_says_so(self):
+    def test_a_missing_opener_is_reported(self):
         app = self.app(self.server(), environment={"PATH": "/nonexistent"}).sign_in()
         app.access.click("Menu")
         app.access.click("Upgrade")
@@ -62,8 +59,7 @@ class MenuTest(E2ECase):
     def test_sign_out_is_the_last_row(self):
         server = self.server()
         app = self.app(server).sign_in()
-        app.access.click("Write a message")
-        app.access.wait_for("Write a message", focused=True)
+        app.focus_prompt()
         app.access.click("Menu")
         app.access.wait_for("History", focused=True)
         self.desktop.press("end")
@@ -85,16 +81,14 @@ class MenuTest(E2ECase):
 
 
 class ModelTest(E2ECase):
-    def test_model_choice_goes_with_the_question(self):
+    def test_chosen_model_is_sent_with_the_question(self):
         server = self.server()
         app = self.app(server).sign_in()
         app.access.press("Model")
         app.access.press(re.compile("^Deep"))
         wait_until(lambda: app.stored_defaults().get("selectedModelId") == "deep-1",
                    what="the stored choice")
-        app.access.click("Write a message")
-        app.access.wait_for("Write a message", focused=True)
-        self.desktop.type_text("hello\n")
+        app.send_prompt("hello")
         self.assertEqual(server.wait_for_request(QUERY).json()["model"], "deep-1")
         record = server.wait_for_request("/api/telemetry/query").json()
         self.assertEqual(record["model_used"], "deep-1")
@@ -106,8 +100,7 @@ class NoteTest(E2ECase):
         server.on(QUERY, HostileServer.answer_with("noted"))
         app = self.app(server, defaults={"hasLaunchedBefore": True, "userPrompt": ""}).sign_in()
         app.access.wait_for("Add note", enabled=False)
-        app.access.click("Write a message")
-        app.access.wait_for("Write a message", focused=True)
+        app.focus_prompt()
         self.desktop.type_text("use metric")
         app.access.press("Add note")
         app.wait_for_line(PREFIX + "Note added to current session")
@@ -124,15 +117,13 @@ class NoteTest(E2ECase):
         mark = app.mark()
         self.press_in_page(app, re.compile("^(×|Delete note)$"))
         app.wait_for_line(PREFIX + "renderThread() — 0 notes, 1 turns", since=mark)
-        # The note was all that was kept of this thread.
+        # Only the note of this thread was stored.
         wait_until(lambda: not app.threads(), what="the note to go from the disk")
         shown = app.access.wait_for_page_text("noted")
         wait_until(lambda: "use metric" not in app.access.page_text(),
                    what="the note to go from the page")
         self.assertIn("how far", shown)
-        app.access.click("Write a message")
-        app.access.wait_for("Write a message", focused=True)
-        self.desktop.type_text("and now\n")
+        app.send_prompt("and now")
         self.assertEqual(server.wait_for_request(QUERY, 2).json()["prompt"],
                          "Previous conversation:\nUser: how far\nAssistant: noted\n\n"
                          "Current message:\nand now")

@@ -1,4 +1,4 @@
-"""Frames that are almost entirely black are refused."""
+"""Almost entirely black frames are rejected."""
 
 import unittest
 
@@ -11,7 +11,7 @@ CARD = "Couldn't Capture Screen"
 
 
 class ProtectedContentTest(E2ECase):
-    def test_black_screen_is_refused_by_both_actions(self):
+    def test_both_actions_reject_a_black_screen(self):
         server = self.server()
         app = self.app(server).sign_in()
         self.desktop.fill_root((0, 0, 0))
@@ -30,7 +30,7 @@ class ProtectedContentTest(E2ECase):
         self.assertEqual(server.requests(QUERY), [])
         self.assertEqual([name for name in app.temporary_files() if "vantiro" in name], [])
 
-    def test_the_border_between_dark_and_black(self):
+    def test_the_limit_between_dark_and_black(self):
         server = self.server()
         app = self.app(server).sign_in()
         window = self.other_window(colours=((8, 8, 8),) * 4)
@@ -44,11 +44,11 @@ class ProtectedContentTest(E2ECase):
         server.wait_for_request(QUERY)
         self.assertFalse(app.has_line(DISCARDED, mark))
 
-    def test_a_dark_theme_with_text_passes(self):
+    def test_a_dark_theme_with_text_is_accepted(self):
         server = self.server()
         app = self.app(server).sign_in()
         self.desktop.fill_root((0, 0, 0))
-        # 1.2 % of the screen is light: far more than the one in a thousand that is allowed.
+        # 1.2 % of the screen is light, above the limit of 0.1 %.
         self.other_window(x=900, y=300, width=120, height=120, colours=((220, 220, 220),) * 4)
         app.hotkey("ctrl+alt+super+c", "Capture")
         server.wait_for_request(QUERY)

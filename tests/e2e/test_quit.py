@@ -1,4 +1,4 @@
-"""The end of the program: nothing stays behind."""
+"""Quitting leaves no processes and files behind."""
 
 import os
 import signal
@@ -6,11 +6,10 @@ import threading
 import unittest
 import uuid
 
-from harness import E2ECase, chunk_event, wait_until
-from harness import processes
+from harness import E2ECase, HostileServer, processes, wait_until
+from harness.messages import PREFIX, STREAM_COMPLETE
 from harness.server import QUERY
 
-PREFIX = "[OverlayWindowController] "
 LAST_LINES = [
     PREFIX + "Close button clicked, quitting application",
     "[AppDelegate] applicationWillTerminate — clearing session",
@@ -26,7 +25,7 @@ class QuitTest(E2ECase):
 
     def assert_nothing_left(self, app, last_lines=tuple(LAST_LINES)):
         self.assertEqual(app.wait_exit(), 0)
-        # Services of the session bus belong to the desktop.
+        # Session bus services belong to the desktop.
         def ours():
             processes.reap()
             return {pid: name for pid, name in processes.descendants(os.getpid()).items()
@@ -41,16 +40,11 @@ class QuitTest(E2ECase):
         app.access.press("Close")
         self.assert_nothing_left(app)
 
-    def test_in_the_middle_of_an_answer(self):
+    def test_quit_during_an_answer(self):
         left = threading.Event()
         server = self.server()
 
-        def handler(connection, _request):
-            connection.begin_stream()
-            connection.send(chunk_event("never ends"))
-            if connection.wait_closed():
-                left.set()
-        server.on(QUERY, handler)
+        server.on(QUERY, HostileServer.unfinished(left, "never ends"))
         app = self.start(server)
         self.other_window()
         app.hotkey("ctrl+alt+super+c", "Capture")
@@ -59,12 +53,12 @@ class QuitTest(E2ECase):
         self.assert_nothing_left(app)
         self.assertTrue(left.wait(10))
 
-    def test_kill_leaves_nothing_in_the_way_of_the_next_start(self):
+    def test_next_start_works_after_a_kill(self):
         server = self.server()
         app = self.start(server)
         app.process.kill()
         app.wait_exit()
-        # What a killed process left of opened pictures goes with the next start, and only that.
+        # The next start removes the opened pictures of the killed process, and nothing else.
         previews = app.temporary / "quellora-thread-preview"
         left = previews / f"process-{str(uuid.uuid4()).upper()}" / "thread"
         left.mkdir(parents=True)
@@ -81,14 +75,12 @@ class QuitTest(E2ECase):
         wait_until(lambda: not left.parent.exists(), what="the abandoned pictures to go")
         self.assertEqual(foreign.read_text(), "mine")
 
-    def test_termination_requests_end_in_order(self):
+    def test_termination_signals_quit_regularly(self):
         for request in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP):
             with self.subTest(request=request):
                 app = self.start(self.server())
-                app.access.click("Write a message")
-                app.access.wait_for("Write a message", focused=True)
-                self.desktop.type_text("question\n")
-                app.wait_for_line(PREFIX + "Stream complete, buffer cleared")
+                app.send_prompt("question")
+                app.wait_for_line(STREAM_COMPLETE)
                 app.process.send_signal(request)
                 self.assert_nothing_left(app, LAST_LINES[1:])
                 self.assertEqual(app.turns(), [("question", "Hello from the server.")])

@@ -1,4 +1,4 @@
-"""Changing hotkeys in the settings with real key presses: live, exclusive, kept, undone."""
+"""Changing hotkeys in the settings with real key presses: applied, exclusive, stored, reset."""
 
 import re
 import unittest
@@ -8,15 +8,15 @@ from Xlib import display as xdisplay
 from Xlib import error as xerror
 
 from harness import E2ECase, SignedInCase, wait_until
+from harness.messages import PREFIX
 from harness.server import QUERY
 
-PREFIX = "[OverlayWindowController] "
 CLEAR = "Clear the response area"
 MASKS = {"ctrl": X.ControlMask, "alt": X.Mod1Mask, "super": X.Mod4Mask, "shift": X.ShiftMask}
 
 
 class Holder:
-    """Another program that asks for a combination."""
+    """Another program that grabs a combination."""
 
     def __init__(self, desktop, combo):
         *modifiers, key = combo.split("+")
@@ -45,14 +45,12 @@ class RebindingTest(SignedInCase):
     def open_settings(self):
         app = self.shared_app
         if app.access.find("Reset all hotkeys") is None:
-            app.access.press("Menu")
-            app.access.press("Settings")
-            app.access.wait_for("Response text color")
+            app.open_settings()
             self.desktop.press("end")
         app.access.wait_for("Reset all hotkeys")
 
     def restore(self):
-        """Leaves the next test the bindings of the file."""
+        """Restores the bindings of the configuration file."""
         app = self.shared_app
         self.open_settings()
         mark = app.mark()
@@ -61,7 +59,7 @@ class RebindingTest(SignedInCase):
                           "re-registered live", since=mark)
 
     def press_close(self):
-        """The sheet's own button, not that of the window."""
+        """Presses the sheet's close button, not the window's."""
         app = self.shared_app
         buttons = app.access.find_all("Close")
         buttons[-1].get_action_iface().do_action(0)
@@ -82,7 +80,7 @@ class RebindingTest(SignedInCase):
             self.desktop.press(combo)
         return mark
 
-    def test_a_new_combo_is_live_and_the_old_one_free(self):
+    def test_a_new_combo_is_grabbed_and_the_old_one_released(self):
         app = self.shared_app
         mark = self.record(CLEAR, "Ctrl+Alt+Super+X", "ctrl+alt+m")
         app.wait_for_line(PREFIX + f"Hotkey {CLEAR} -> ctrl+alt+m, persisted + registered live",
@@ -97,7 +95,7 @@ class RebindingTest(SignedInCase):
         self.desktop.press("ctrl+alt+super+x")
         app.hotkey("ctrl+alt+super+]", "Opacity Up")
         self.assertEqual(app.lines_since(mark).count("[HotkeyManager] Fired: Clear"), 1)
-        # One row back to the file's combo.
+        # Resets one row to the file's combination.
         mark = app.mark()
         app.access.press(f"Reset {CLEAR}")
         app.wait_for_line(PREFIX + f"Hotkey {CLEAR} reset to config.json default "
@@ -109,12 +107,12 @@ class RebindingTest(SignedInCase):
         wait_until(lambda: app.stored_defaults().get("hotkeyBindings") == {},
                    what="the removed override")
 
-    def test_keys_stay_with_the_recorder(self):
+    def test_the_recorder_receives_all_keys(self):
         app = self.shared_app
         server_before = len(self.shared_server.requests(QUERY))
         document = self.window.mark()
         mark = self.record(CLEAR, "Ctrl+Alt+Super+X")
-        # Neither a bound combo nor a bare key nor Tab does anything but what the recorder says.
+        # Bound combinations, single keys and Tab reach only the recorder.
         self.desktop.press("ctrl+alt+super+c")
         app.access.wait_for("Already used by Capture screen and send to Balanced. "
                             "Try a different combo.")
@@ -129,7 +127,7 @@ class RebindingTest(SignedInCase):
         self.assertEqual(len(self.shared_server.requests(QUERY)), server_before)
         self.assertIsNotNone(app.access.find("Reset all hotkeys"), "Escape closed the sheet")
         app.hotkey("ctrl+alt+super+[", "Opacity Down")
-        # The next Escape is for the sheet, and the keyboard goes back to the document.
+        # The next Escape closes the sheet, and the focus returns to the document.
         self.desktop.press("escape")
         app.access.wait_gone("Reset all hotkeys")
         wait_until(lambda: self.desktop.focus_window() == self.window.window_id,
@@ -153,7 +151,7 @@ class RebindingTest(SignedInCase):
                          app.lines_since(mark))
         app.hotkey("super+shift+4", "Clear")
 
-    def test_a_combo_that_another_program_holds_is_rolled_back(self):
+    def test_a_combo_grabbed_by_another_program_is_rolled_back(self):
         app = self.shared_app
         holder = Holder(self.desktop, "ctrl+alt+k")
         self.addCleanup(holder.close)
@@ -167,7 +165,7 @@ class RebindingTest(SignedInCase):
         self.assertFalse(self.can_grab("ctrl+alt+super+x"))
         app.hotkey("ctrl+alt+super+x", "Clear")
 
-    def test_lock_keys_do_not_matter(self):
+    def test_lock_keys_are_ignored(self):
         app = self.shared_app
         for number, (lock, key) in enumerate((("num_lock", "5"), ("caps_lock", "g"))):
             with self.subTest(lock=lock):
@@ -180,7 +178,7 @@ class RebindingTest(SignedInCase):
                 finally:
                     self.desktop.press(lock)
 
-    def test_recording_ends_with_what_it_belongs_to(self):
+    def test_recording_ends_when_its_row_or_sheet_closes(self):
         app = self.shared_app
         resumed = "[HotkeyManager] Resumed all hotkeys after capture"
         with self.subTest("cancel"):
@@ -221,9 +219,7 @@ class KeptTest(E2ECase):
             "hotkeyBindings": {"clear": "ctrl+alt+m", "new_thread": "ctrl+alt+n"}}).sign_in()
         app.wait_for_line("[HotkeyManager] Registered Clear -> ctrl+alt+m", since=0)
         app.hotkey("ctrl+alt+m", "Clear")
-        app.access.press("Menu")
-        app.access.press("Settings")
-        app.access.wait_for("Response text color")
+        app.open_settings()
         self.desktop.press("end")
         app.access.wait_for(f"{CLEAR}, Ctrl+Alt+M")
         app.access.wait_for("Start a new thread, Ctrl+Alt+N")
@@ -236,7 +232,7 @@ class KeptTest(E2ECase):
         app.hotkey("ctrl+alt+super+x", "Clear")
         self.assertIsNone(app.access.find(f"Reset {CLEAR}"))
 
-    def test_after_reset_all_the_file_counts_at_the_next_start(self):
+    def test_after_reset_all_the_next_start_uses_the_file(self):
         server = self.server()
         config = {"hotkeys": {"capture": "ctrl+alt+cmd+c", "clear": "ctrl+alt+l",
                               "toggle": "ctrl+alt+cmd+t", "opacity_up": "ctrl+alt+cmd+]",
@@ -247,9 +243,7 @@ class KeptTest(E2ECase):
             "hasLaunchedBefore": True, "userPrompt": "",
             "hotkeyBindings": {"clear": "ctrl+alt+m", "new_thread": "ctrl+alt+n"}}).sign_in()
         first.wait_for_line("[HotkeyManager] Registered Clear -> ctrl+alt+m", since=0)
-        first.access.press("Menu")
-        first.access.press("Settings")
-        first.access.wait_for("Response text color")
+        first.open_settings()
         self.desktop.press("end")
         first.access.press("Reset all hotkeys")
         first.wait_for_line(PREFIX + "All hotkeys reset to config.json defaults, persisted + "
@@ -268,13 +262,11 @@ class KeptTest(E2ECase):
 
 
 class StartupIssueTest(E2ECase):
-    """The card about hot keys that could not be had."""
+    """The card about hot keys that could not be registered."""
 
     def change(self, app, title, shown, combo):
         if app.access.find("Reset all hotkeys") is None:
-            app.access.press("Menu")
-            app.access.press("Settings")
-            app.access.wait_for("Response text color")
+            app.open_settings()
             self.desktop.press("end")
         mark = app.mark()
         app.access.press(f"{title}, {shown}")
@@ -282,7 +274,7 @@ class StartupIssueTest(E2ECase):
         self.desktop.press(combo)
         return mark
 
-    def test_a_conflict_is_told_once_and_goes_when_it_is_solved(self):
+    def test_a_conflict_is_reported_once_until_resolved(self):
         holder = Holder(self.desktop, "ctrl+alt+super+x")
         self.addCleanup(holder.close)
         self.assertTrue(holder.has_it)
@@ -291,7 +283,7 @@ class StartupIssueTest(E2ECase):
                           r"another app\.")
         app.access.wait_for("Startup issue")
         text = app.access.text_of(app.access.wait_for(card))
-        # Every recording registers all of them anew.
+        # Every recording registers all of them again.
         for _ in range(2):
             mark = self.change(app, CLEAR, "Ctrl+Alt+Super+X", "escape")
             app.wait_for_line("[HotkeyManager] Resumed all hotkeys after capture", since=mark)
@@ -306,7 +298,7 @@ class StartupIssueTest(E2ECase):
         app.access.wait_gone("Startup issue")
         self.assertIsNone(app.access.find(card))
 
-    def test_a_combination_of_our_own_is_called_by_its_row(self):
+    def test_a_conflict_with_an_own_combination_names_its_row(self):
         app = self.app(self.server(), defaults={
             "hasLaunchedBefore": True, "userPrompt": "",
             "hotkeyBindings": {"toggle": "cmd+X",
@@ -315,7 +307,7 @@ class StartupIssueTest(E2ECase):
         app.access.wait_for(re.compile(
             r"^Super\+X \(Toggle\) is unavailable — already used by Clear the response area\. "
             r"Choose another shortcut for one of the two in Settings\.$"))
-        # The one that gets another leaves it to the other.
+        # Rebinding one action frees the combination for the other.
         mark = self.change(app, CLEAR, "Super+X", "ctrl+alt+m")
         app.wait_for_line("[HotkeyManager] Registered Toggle -> cmd+X", since=mark)
         self.desktop.press("escape")

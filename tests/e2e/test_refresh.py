@@ -1,13 +1,13 @@
-"""Refreshed configurations while the user is busy: they change what they are about, and no more."""
+"""Configuration refreshes during user activity have no side effects."""
 
 import re
 import threading
 import unittest
 
 from harness import E2ECase, HostileServer, chunk_event, done_event, login_response, wait_until
+from harness.messages import PREFIX, STREAM_COMPLETE
 from harness.server import QUERY, VERIFY
 
-PREFIX = "[OverlayWindowController] "
 REFRESHED = "[HeartbeatService] Poll succeeded, config refreshed"
 NEWS = {"id": "news", "type": "INFORMATIONAL", "headerText": "Good news",
         "bodyMarkdown": "There is more."}
@@ -23,13 +23,13 @@ class RefreshTest(E2ECase):
             200, login_response(**({"heartbeatIntervalSeconds": 1} | self.fresh))))
 
     def refresh(self, app, **config):
-        """The backend's record changes and the program learns of it."""
+        """Changes the backend's configuration and waits for the refresh."""
         self.fresh = config
         polls = len(self.backend.requests(VERIFY))
         self.backend.wait_for_request(VERIFY, polls + 1)
         app.wait_for_line(REFRESHED, since=app.mark())
 
-    def test_typing_goes_on_through_refreshes(self):
+    def test_refreshes_do_not_disturb_typing(self):
         app = self.app(self.backend).sign_in()
         app.access.click("Write a message")
         box = app.access.wait_for("Write a message", focused=True)
@@ -42,7 +42,7 @@ class RefreshTest(E2ECase):
         self.desktop.type_text("two ")
         wait_until(lambda: app.stored_defaults().get("userPrompt") == "one two three",
                    what="the caret where it was")
-        # A selection survives as well: typing replaces it.
+        # A selection persists too: typing replaces it.
         self.desktop.press("home")
         self.desktop.press("shift+right")
         self.desktop.press("shift+right")
@@ -59,12 +59,12 @@ class RefreshTest(E2ECase):
         self.desktop.type_text("\n")
         query = self.backend.wait_for_request(QUERY).json()
         self.assertIn("other-1", str(query))
-        app.wait_for_line(PREFIX + "Stream complete, buffer cleared")
+        app.wait_for_line(STREAM_COMPLETE)
         self.refresh(app)
         app.access.wait_gone("Good news")
         self.assertTrue(app.access.is_enabled(box))
 
-    def test_answer_goes_on_through_refreshes(self):
+    def test_refreshes_do_not_disturb_an_answer(self):
         go_on = threading.Event()
         self.addCleanup(go_on.set)
         self.backend.on(QUERY, HostileServer.stream(
@@ -74,9 +74,7 @@ class RefreshTest(E2ECase):
         app.access.press("Menu")
         app.wait_for_line(PREFIX + "Hamburger button clicked — menu open=true", since=0)
         app.access.press("Menu")
-        app.access.click("Write a message")
-        app.access.wait_for("Write a message", focused=True)
-        self.desktop.type_text("question\n")
+        app.send_prompt("question")
         app.access.wait_for_page_text("The first half")
         self.refresh(app, adminMessage=UPDATE, tokensUsed=1000000, tokensRemaining=0)
         app.access.wait_for("Update required")
@@ -92,7 +90,7 @@ class RefreshTest(E2ECase):
         mark = app.mark()
         app.hotkey("ctrl+alt+super+c", "Capture")
         app.wait_for_line(re.compile("blocked — isBlocked is true|Query pre-blocked"), since=mark)
-        # The message goes, the allowance grows: everything is as before.
+        # The message is removed and the allowance raised: back to normal.
         self.refresh(app)
         app.access.wait_gone("Update required")
         self.desktop.type_text("again\n")

@@ -1,4 +1,4 @@
-"""The page engine's sandbox, which is there for every user but root."""
+"""The page engine's sandbox, which works for every user except root."""
 
 import os
 import pathlib
@@ -16,7 +16,7 @@ from harness.processes import descendants
 
 
 def run_as_nobody():
-    """Runs this file once more without root's rights and returns its exit status."""
+    """Runs this file again as `nobody`; returns its exit status."""
     user = pwd.getpwnam("nobody")
     evidence = case.ARTIFACTS / "sandbox"
     evidence.mkdir(parents=True, exist_ok=True)
@@ -38,7 +38,7 @@ def run_as_nobody():
 
 
 def is_readable_for_all():
-    """Whether everybody can read the tests and run the program."""
+    """Whether `nobody` can read the tests and run the program."""
     return all(folder.stat().st_mode & 0o005 == 0o005
                for path in (BIN_DIR / "quellora", pathlib.Path(__file__).resolve())
                for folder in (path, *path.parents) if folder.is_dir())
@@ -51,17 +51,15 @@ def setUpModule():
 
 
 def state(pid):
-    """What the kernel says of a process: {field: value}."""
+    """Fields of /proc/<pid>/status."""
     text = pathlib.Path(f"/proc/{pid}/status").read_text(encoding="utf-8")
     return dict(re.findall(r"^(\w+):\s*(.*)$", text, re.MULTILINE))
 
 
 class SandboxTest(E2ECase):
-    def test_pages_are_drawn_in_the_sandbox(self):
+    def test_pages_are_rendered_in_the_sandbox(self):
         app = self.app(self.server()).sign_in()
-        app.access.click("Write a message")
-        app.access.wait_for("Write a message", focused=True)
-        self.desktop.type_text("question\n")
+        app.send_prompt("question")
         app.access.wait_for_page_text("Hello from the server.")
         self.assertFalse(any("sandbox" in line for line in app.lines))
         self.assertFalse(any("andboxing disabled" in line for line in app.error_output))
@@ -72,8 +70,7 @@ class SandboxTest(E2ECase):
                 renderers.append(state(pid))
         self.assertNotEqual(renderers, [])
         for renderer in renderers:
-            # System calls are filtered, and its number among the processes of the sandbox is
-            # another one than out here.
+            # System calls are filtered, and it is in a separate PID namespace.
             self.assertEqual(renderer["Seccomp"], "2", renderer)
             self.assertEqual(renderer["NoNewPrivs"], "1", renderer)
             self.assertGreater(len(renderer["NSpid"].split()), 1, renderer)

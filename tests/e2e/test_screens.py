@@ -1,18 +1,18 @@
-"""Screens of many sizes, several of them, and screens that come and go."""
+"""Screen sizes, several screens, and screens added and removed."""
 
 import re
 import unittest
 
 from harness import E2ECase, wait_until
+from harness.messages import PREFIX, STREAM_COMPLETE
 from harness.server import QUERY
 
-PREFIX = "[OverlayWindowController] "
 OUTPUT = "screen"
 BAR = 34
 
 
 class ScreensCase(E2ECase):
-    """The display has one output whose mode is changed; monitors are cut out of it."""
+    """The display has one output with changing modes, which is divided into monitors."""
 
     desktop_options = {"width": 3840, "height": 2160}
     modes = set()
@@ -21,7 +21,7 @@ class ScreensCase(E2ECase):
         self.desktop.run("xrandr", *arguments, capture_output=True)
 
     def use_mode(self, width, height):
-        """The whole display becomes one screen of this size."""
+        """Makes the whole display one screen of this size."""
         name = f"own-{width}x{height}"
         if name not in self.modes:
             self.xrandr("--newmode", name, "0", str(width), "0", "0", "0", str(height), "0", "0",
@@ -55,7 +55,7 @@ class ScreensCase(E2ECase):
         wait_until(lambda: app.panel() and app.panel()[1:] == frame, what=f"{what}: {frame}")
 
     def drag_bar(self, app, by_x, by_y):
-        """Takes the free part of the control bar."""
+        """Drags the panel by the free area of the control bar."""
         _, x, y, _, _ = app.panel()
         self.desktop.drag(x + 220, y + 17, x + 220 + by_x, y + 17 + by_y)
 
@@ -66,16 +66,15 @@ class PanelPlaceTest(ScreensCase):
         app.wait_overlay_shown()
         return app
 
-    def test_first_place_on_small_screens(self):
+    def test_initial_position_on_small_screens(self):
         server = self.server()
         for width, height in ((1280, 720), (1366, 768), (1280, 800)):
             with self.subTest(f"{width}x{height}"):
                 self.use_mode(width, height)
                 app = self.start(server)
                 self.wait_panel(app, (40, 0, 624, min(744, height)), "the first place")
-                # The highest and the lowest controls are in reach of the pointer.
-                app.access.click("Write a message")
-                app.access.wait_for("Write a message", focused=True)
+                # The top and bottom controls can be clicked.
+                app.focus_prompt()
                 app.access.click("Menu")
                 app.wait_for_line(PREFIX + "Hamburger button clicked — menu open=true")
                 self.desktop.press("escape")
@@ -85,15 +84,14 @@ class PanelPlaceTest(ScreensCase):
                 self.wait_panel(app, (40, 0, 624, min(744, height)), "the panel as before")
                 app.close()
 
-    def test_twice_the_scale(self):
+    def test_scale_factor_2(self):
         self.use_mode(3840, 2160)
         app = self.start(self.server(), environment={"QT_SCALE_FACTOR": "2"})
         first = (80, 2160 - 2 * (80 + 744), 2 * 624, 2 * 744)
         self.wait_panel(app, first, "the first place")
         self.use_mode(2560, 1440)
         self.wait_panel(app, (80, 0, 2 * 624, 1440), "the panel on the smaller screen")
-        app.access.click("Write a message")
-        app.access.wait_for("Write a message", focused=True)
+        app.focus_prompt()
         self.use_mode(3840, 2160)
         self.wait_panel(app, first, "the panel at its own place again")
         self.drag_bar(app, -2000, 900)
@@ -101,7 +99,7 @@ class PanelPlaceTest(ScreensCase):
         _, _, y, _, _ = app.panel()
         self.assertLessEqual(y + 2 * BAR, 2160)
 
-    def test_follows_a_screen_that_changes_its_size(self):
+    def test_follows_screen_size_changes(self):
         self.use_mode(1920, 1080)
         app = self.start(self.server())
         self.wait_panel(app, (40, 256, 624, 744), "the first place")
@@ -119,7 +117,7 @@ class PanelPlaceTest(ScreensCase):
         app.access.press("Zoom")
         self.wait_panel(app, (40, 24, 624, 744), "the panel as near to its place as it goes")
 
-        # Hidden meanwhile, it is shown where it can be reached.
+        # Hidden during the change, it is shown at a reachable position.
         self.use_mode(1920, 1080)
         self.wait_panel(app, (40, 256, 624, 744), "the panel at its own place again")
         app.access.press("Minimize")
@@ -147,26 +145,25 @@ class PanelPlaceTest(ScreensCase):
                    what="the higher panel inside the screen")
         _, x, _, width, _ = app.panel()
         self.assertLessEqual(x + width, 1366)
-        # A smaller screen leaves alone what the user let hang over the edge, but for the bar.
+        # On a smaller screen the panel may overlap the edge as before, except for the bar.
         self.use_mode(1280, 720)
         wait_until(lambda: app.panel()[2] >= 0 and app.panel()[1] + app.panel()[3] <= 1280,
                    what="the bar on the smaller screen")
 
-    def test_monitor_that_is_taken_away(self):
+    def test_removed_monitor(self):
         self.two_monitors()
         app = self.start(self.server())
         self.wait_panel(app, (40, 256, 624, 744), "the first place on the main screen")
         self.drag_bar(app, 2000, -100)
         self.wait_panel(app, (2040, 156, 624, 744), "the panel on the other screen")
-        # Let go across both: it belongs to the one that has more of it.
+        # Dropped across both screens, it belongs to the one with the larger part.
         self.drag_bar(app, -300, 0)
         self.wait_panel(app, (1920, 156, 624, 744), "the panel wholly on the other screen")
         self.drag_bar(app, 300, 0)
         self.wait_panel(app, (2220, 156, 624, 744), "the panel inside the other screen")
         self.remove_right()
         self.wait_panel(app, (1920 - 624, 156, 624, 744), "the panel on the screen that is left")
-        app.access.click("Write a message")
-        app.access.wait_for("Write a message", focused=True)
+        app.focus_prompt()
         self.bring_right_back()
         self.wait_panel(app, (2220, 156, 624, 744), "the panel back on the other screen")
 
@@ -181,10 +178,10 @@ class CapturedScreensTest(ScreensCase):
         mark = app.mark()
         app.hotkey("ctrl+alt+super+c", "Capture")
         index = app.wait_for_line(re.compile(r"bytes JPEG \(\d+x\d+\)$"), since=mark)
-        app.wait_for_line(PREFIX + "Stream complete, buffer cleared", since=mark)
+        app.wait_for_line(STREAM_COMPLETE, since=mark)
         return re.search(r"\((\d+x\d+)\)$", app.lines[index])[1]
 
-    def test_one_screen_or_all_as_chosen(self):
+    def test_captures_one_screen_or_all(self):
         self.two_monitors(1200, 900)
         server = self.server()
         app = self.app(server).sign_in()
@@ -196,7 +193,7 @@ class CapturedScreensTest(ScreensCase):
         app.access.press("Menu")
         app.access.press("Settings")
         app.access.wait_for("All screens")
-        # Live: the choice goes with the second screen and comes back with it.
+        # The choice is shown only while there is a second screen.
         self.remove_right()
         app.access.wait_gone("All screens")
         self.bring_right_back(1200, 900)

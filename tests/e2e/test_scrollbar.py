@@ -1,9 +1,10 @@
-"""The scrollbar beside the answer: arrows, wheel, keys, dragging, and an answer that grows."""
+"""The scrollbar next to the answer: arrows, wheel, keys, dragging, and a growing answer."""
 
 import threading
 import unittest
 
 from harness import HostileServer, SignedInCase, chunk_event, done_event, wait_until
+from harness.messages import STREAM_COMPLETE
 from harness.server import QUERY
 
 LINES = "\n\n".join(f"line {number}" for number in range(120))
@@ -15,7 +16,7 @@ class ScrollbarTest(SignedInCase):
         super().setUp()
         self.access = self.shared_app.access
         _, self.x, self.y, self.width, self.height = self.shared_app.panel()
-        # Looked up while the page is short: a search goes through all of its text.
+        # Looked up while the page is short, because a search walks all of its nodes.
         self.nodes = {name: self.access.wait_for(name)
                       for name in ("Scroll up", "Scroll down", BAR, "Write a message")}
 
@@ -33,7 +34,7 @@ class ScrollbarTest(SignedInCase):
         wait_until(lambda: self.access.is_enabled(self.nodes["Scroll up"]), what="the arrows")
 
     def thumb(self):
-        """(top, height) of the thumb in the track, in points."""
+        """(top, height) of the thumb in the track, in logical pixels."""
         _, y, _, height = self.access.bounds(self.nodes[BAR])
         return y - self.y - 72 - 30, height
 
@@ -58,7 +59,7 @@ class ScrollbarTest(SignedInCase):
     def show_long(self):
         self.show(LINES)
         self.wait_enabled()
-        # The page that replaces the stream begins at its end.
+        # The page that replaces the stream starts scrolled to its end.
         self.wait_thumb(self.at_bottom, "the end of the answer")
 
     def wheel(self, button, count, x=None):
@@ -76,7 +77,7 @@ class ScrollbarTest(SignedInCase):
         self.focus_bar()
         self.desktop.press("home")
         self.wait_thumb(self.at_top, "the top")
-        # Two presses of the arrow go as far as three notches of the wheel: 2 × 60 = 3 × 40.
+        # Two arrow presses scroll as far as three wheel notches: 2 × 60 = 3 × 40.
         self.click_on("Scroll down")
         self.wait_thumb(lambda top, _: top > 0, "the first step")
         first = self.wait_rest()
@@ -107,7 +108,7 @@ class ScrollbarTest(SignedInCase):
             return now if equal else None
         return wait_until(same, what="the thumb to rest", interval=0.15)
 
-    def test_dragging_pins_at_the_ends(self):
+    def test_dragging_stops_at_the_ends(self):
         self.show_long()
         top, height = self.wait_rest()
         column = self.x + self.width - 14
@@ -115,7 +116,7 @@ class ScrollbarTest(SignedInCase):
         self.wait_thumb(self.at_top, "the upper end")
         self.desktop.drag(column, self.y + 102 + 10, column, self.y + self.height + 40)
         self.wait_thumb(self.at_bottom, "the lower end")
-        # A press on the track beside the thumb does nothing.
+        # A press on the track outside the thumb does nothing.
         self.desktop.click(column, self.y + 104)
         self.press("Scroll up")
         place = self.wait_thumb(lambda top, height: not self.at_bottom(top, height), "a step up")
@@ -133,7 +134,7 @@ class ScrollbarTest(SignedInCase):
         self.wait_thumb(lambda top, height: (top, height) == (0, self.track), "the full track")
 
     def stream(self):
-        """Asks for an answer whose pieces the test releases; returns their gates."""
+        """Asks for an answer whose pieces the test releases; returns the events."""
         gates = [threading.Event(), threading.Event()]
         for gate in gates:
             self.addCleanup(gate.set)
@@ -144,7 +145,7 @@ class ScrollbarTest(SignedInCase):
         self.wait_thumb(self.at_bottom, "the end of the first part")
         return gates
 
-    def test_follows_an_answer_that_grows(self):
+    def test_follows_a_growing_answer(self):
         gates = self.stream()
         _, height = self.wait_rest()
         gates[0].set()
@@ -154,9 +155,9 @@ class ScrollbarTest(SignedInCase):
         self.wait_answer()
 
     def take_hold(self, column):
-        """Presses on the thumb until it follows the pointer; (its top before, where it is held).
+        """Presses the thumb until it follows the pointer; returns (initial top, grab position).
 
-        A page that has just grown may move the thumb away under a hand that reaches for it.
+        A growing page may move the thumb away before the press.
         """
         for _ in range(3):
             top, height = self.wait_rest()
@@ -171,7 +172,7 @@ class ScrollbarTest(SignedInCase):
                 self.desktop.release()
         self.fail("the thumb never follows the pointer")
 
-    def test_growing_never_takes_the_thumb_from_a_hand(self):
+    def test_growing_does_not_interrupt_a_drag(self):
         gates = self.stream()
         column = self.x + self.width - 14
         top, grip = self.take_hold(column)
@@ -181,9 +182,8 @@ class ScrollbarTest(SignedInCase):
             mark = self.shared_app.mark()
             gates[0].set()
             gates[1].set()
-            # The whole answer is there, and the thumb is still where the hand is.
-            self.shared_app.wait_for_line(
-                "[OverlayWindowController] Stream complete, buffer cleared", since=mark)
+            # The answer is complete, and the thumb is still at the pointer.
+            self.shared_app.wait_for_line(STREAM_COMPLETE, since=mark)
             wait_until(lambda: self.shared_app.turns()[self.turns_before:], what="the kept answer")
             self.assertEqual(self.thumb(), held)
             self.desktop.move_pointer(column, grip - 120)
@@ -191,7 +191,7 @@ class ScrollbarTest(SignedInCase):
         finally:
             self.desktop.release()
 
-    def test_hiding_the_panel_takes_the_thumb_from_the_hand(self):
+    def test_hiding_the_panel_ends_a_drag(self):
         gates = self.stream()
         column = self.x + self.width - 14
         app = self.shared_app
@@ -199,7 +199,7 @@ class ScrollbarTest(SignedInCase):
         try:
             app.hotkey("ctrl+alt+super+t", "Toggle")
             app.wait_overlay_hidden()
-            # Let go while there is nothing that could hear of it.
+            # Released while the panel is hidden.
             self.desktop.release()
             app.hotkey("ctrl+alt+super+t", "Toggle")
             app.wait_overlay_shown()
@@ -207,11 +207,11 @@ class ScrollbarTest(SignedInCase):
             self.desktop.release()
         before = self.wait_rest()
         self.desktop.move_pointer(column, grip - 60)
-        # The page is no longer held: the rest of the answer comes in, and the thumb stays with it.
+        # The drag has ended: the thumb follows the rest of the answer.
         mark = app.mark()
         gates[0].set()
         gates[1].set()
-        app.wait_for_line("[OverlayWindowController] Stream complete, buffer cleared", since=mark)
+        app.wait_for_line(STREAM_COMPLETE, since=mark)
         self.wait_thumb(lambda _, height: height < before[1] - 10, "the thumb of the whole answer")
         self.wait_answer()
 

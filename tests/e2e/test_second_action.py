@@ -1,12 +1,12 @@
-"""A second action, a note or another thread while an answer streams: nothing lost or mixed up."""
+"""A second action, a note or another thread during an answer: nothing is lost or mixed up."""
 
 import threading
 import unittest
 
-from harness import HostileServer, SignedInCase, chunk_event, done_event, wait_until
+from harness import SignedInCase, chunk_event, done_event, wait_until
+from harness.messages import PREFIX
 from harness.server import QUERY
 
-PREFIX = "[OverlayWindowController] "
 FIRST = PREFIX + "First chunk received, hiding loading dots"
 
 
@@ -44,10 +44,9 @@ class SecondActionTest(SignedInCase):
         return (question, f"first half of {question}, second half of {question}")
 
     def replace_prompt(self, text):
-        """Types another text into the box, which keeps the keyboard once it has it."""
+        """Replaces the text in the box, which keeps the focus."""
         if not self.has_keyboard:
-            self.access.click("Write a message")
-            self.access.wait_focused("Write a message")
+            self.shared_app.focus_prompt()
             self.has_keyboard = True
         self.desktop.press("ctrl+a")
         self.desktop.type_text(text)
@@ -55,14 +54,14 @@ class SecondActionTest(SignedInCase):
                    what="the stored prompt")
 
     def ask_on(self, question):
-        """Replaces what is in the box and sends it; returns when the first half has come."""
+        """Replaces the text in the box and sends it; returns when the first half has arrived."""
         mark = self.shared_app.mark()
         self.replace_prompt(question)
         self.desktop.press("return")
         self.shared_app.wait_for_line(FIRST, since=mark)
 
     def release(self, question):
-        """Lets an answer end, and waits until it is kept."""
+        """Completes an answer and waits until it is stored."""
         telemetry = len(self.shared_server.requests("/api/telemetry/query"))
         self.gates[question].set()
         self.shared_server.wait_for_request("/api/telemetry/query", telemetry + 1)
@@ -75,7 +74,7 @@ class SecondActionTest(SignedInCase):
                 if record["id"] not in self.threads_before]
 
     def wait_threads(self, *expected):
-        """Waits until exactly these threads are on disk: saving goes on beside the answers."""
+        """Waits until exactly these threads are stored; saving is asynchronous."""
         wait_until(lambda: sorted(self.new_threads()) == sorted(expected),
                    what=f"the threads {expected} on disk")
 
@@ -83,7 +82,7 @@ class SecondActionTest(SignedInCase):
         self.ask_on("one")
         self.ask_on("two")
         self.release("two")
-        # The older answer is on show again, below the one that is done.
+        # The older answer is shown again, below the completed one.
         page = self.access.wait_for_page_text("first half of one")
         self.assertIn("second half of two", page)
         self.assertIsNotNone(self.access.find("Stop"))
@@ -97,10 +96,10 @@ class SecondActionTest(SignedInCase):
         self.ask_on("two")
         self.release("one")
         self.access.wait_for_page_text("second half of one")
-        # The answer under way comes back a moment after its page.
+        # The running answer is shown again after its page has loaded.
         page = self.access.wait_for_page_text("first half of two")
         self.assertIn("second half of one", page)
-        # The next question was in the box; the older answer does not remove it.
+        # The next question was in the box; the older answer does not clear it.
         self.assertEqual(self.shared_app.stored_defaults()["userPrompt"], "two")
         self.release("two")
         self.wait_threads([self.whole("one"), self.whole("two")])
@@ -164,7 +163,7 @@ class SecondActionTest(SignedInCase):
         mark = self.shared_app.mark()
         self.shared_app.hotkey("ctrl+alt+super+x", "Clear")
         self.shared_app.wait_for_line(PREFIX + "Content cleared", since=mark)
-        # Clearing is about the answer; the picture stays with the thread.
+        # Clearing affects the answer only; the picture stays staged.
         self.assertIsNotNone(self.access.find("Attached screenshot"))
         mark = self.shared_app.mark()
         self.shared_app.hotkey("super+n", "New Thread")

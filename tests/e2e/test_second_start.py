@@ -1,4 +1,4 @@
-"""A second start of the program: the first one's window comes forward."""
+"""A second start of the program raises the first one's window."""
 
 import signal
 import socket
@@ -14,7 +14,7 @@ AGAIN = "[AppDelegate] Started once more — bringing the window to the front"
 
 class SecondStartTest(E2ECase):
     def start_again(self, app, **environment):
-        """(exit status, messages) of one more start."""
+        """Starts the program again; returns (exit status, messages)."""
         child = processes.spawn([str(app.bin_dir / "quellora")], stdout=subprocess.PIPE,
                                 env=app.environment | environment, cwd=app.work)
         self.addCleanup(processes.stop, child)
@@ -25,7 +25,7 @@ class SecondStartTest(E2ECase):
         folder = self.desktop.folder / "runtime"
         return next(folder.glob("quellora-*.socket"))
 
-    def test_login_window_comes_forward(self):
+    def test_login_window_is_raised(self):
         app = self.app(self.server())
         app.wait_login_window()
         other = self.other_window()
@@ -39,7 +39,7 @@ class SecondStartTest(E2ECase):
         app.access.wait_for("Email", focused=True)
         self.assertEqual(len(self.desktop.viewable_windows("Quellora")), 1)
 
-    def test_hidden_overlay_comes_forward_without_the_keyboard(self):
+    def test_hidden_overlay_is_shown_without_the_focus(self):
         app = self.app(self.server()).sign_in()
         app.hotkey("ctrl+alt+super+t", "Toggle")
         app.wait_overlay_hidden()
@@ -49,10 +49,10 @@ class SecondStartTest(E2ECase):
         self.assertEqual((status, lines[-1]), (0, ALREADY))
         app.wait_overlay_shown()
         self.assertEqual(self.desktop.title(self.desktop.active_window()), other.title)
-        # The hot keys are still the first one's.
+        # The first instance still owns the hot keys.
         app.hotkey("ctrl+alt+super+x", "Clear")
 
-    def test_hung_first_does_not_hang_the_second(self):
+    def test_hanging_instance_does_not_block_the_second(self):
         app = self.app(self.server())
         app.wait_login_window()
         app.process.send_signal(signal.SIGSTOP)
@@ -62,7 +62,7 @@ class SecondStartTest(E2ECase):
         app.process.send_signal(signal.SIGCONT)
         self.assertEqual(self.start_again(app)[0], 0)
 
-    def test_socket_takes_no_other_word(self):
+    def test_socket_ignores_other_messages(self):
         app = self.app(self.server()).sign_in()
         mark = app.mark()
         for words in (b"quit\n", b"activate now\n", b"\0" * 4096, b"GET / HTTP/1.1\r\n\r\n"):
@@ -79,7 +79,7 @@ class SecondStartTest(E2ECase):
         self.assertEqual(app.lines_since(mark).count(AGAIN), 1)
         self.assertEqual(self.socket_path().stat().st_mode & 0o077, 0)
 
-    def test_crash_leaves_the_way_free(self):
+    def test_starts_after_a_crash(self):
         server = self.server()
         app = self.app(server)
         app.wait_login_window()

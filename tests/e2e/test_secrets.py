@@ -1,25 +1,23 @@
-"""Token, password, prompts and answers: in memory, on the wire, and nowhere else."""
+"""Token, password, prompts and answers are neither stored nor logged."""
 
 import pathlib
 import re
 import unittest
 
 from harness import E2ECase, HostileServer, login_response, wait_until
+from harness.messages import PREFIX, STREAM_COMPLETE
 from harness.server import LOGIN, LOGS, QUERY, VERIFY
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-PREFIX = "[OverlayWindowController] "
 TOKENS = ("token-of-the-sign-in", "token-of-the-refresh")
 PASSWORDS = ("wrong pass-word 1", "right pass-word 2")
 
 
 class SecretsTest(E2ECase):
-    """Every flow once, with the log kept; threads are kept only where the user adds a note."""
+    """Runs every flow once with a log file; threads are stored only if the user adds a note."""
 
     def ask(self, app, text):
-        app.access.click("Write a message")
-        app.access.wait_for("Write a message", focused=True)
-        self.desktop.type_text(text + "\n")
+        app.send_prompt(text)
         app.wait_for_line(PREFIX + "Send button clicked — prompt-only query")
 
     def sign_in(self, app, password):
@@ -27,7 +25,7 @@ class SecretsTest(E2ECase):
         self.desktop.press("return")
 
     def empty_login(self, app):
-        """Clears the form after a refusal."""
+        """Clears the form after a failed sign-in."""
         app.access.click("Email")
         self.desktop.press("ctrl+a")
 
@@ -52,16 +50,15 @@ class SecretsTest(E2ECase):
 
         server.on(QUERY, HostileServer.answer_with("first-secret-", "answer"))
         self.ask(app, "first-secret-prompt")
-        app.wait_for_line(PREFIX + "Stream complete, buffer cleared")
+        app.wait_for_line(STREAM_COMPLETE)
         self.other_window()
         server.on(QUERY, HostileServer.answer_with("second-secret-answer"))
-        app.access.click("Write a message")
-        app.access.wait_for("Write a message", focused=True)
+        app.focus_prompt()
         self.desktop.type_text("second-secret-prompt")
         wait_until(lambda: app.stored_defaults().get("userPrompt") == "second-secret-prompt",
                    what="the prompt in the box")
         app.hotkey("ctrl+alt+super+c", "Capture")
-        app.wait_for_line(PREFIX + "Stream complete, buffer cleared")
+        app.wait_for_line(STREAM_COMPLETE)
         self.assertIn("imageBase64", server.wait_for_request(QUERY, 2).json())
         wait_until(lambda: app.stored_defaults().get("userPrompt") == "", what="the empty box")
 
@@ -114,7 +111,7 @@ class SecretsTest(E2ECase):
                 found = [secret for secret in secrets for form in ("utf-8", "utf-16-le")
                          if secret.encode(form) in data]
                 self.assertEqual(found, [], path)
-                # Whatever holds the user's words is the user's alone.
+                # Files with the user's texts are readable by their owner only.
                 if b"a note to keep" in data or path == app.log_path:
                     self.assertEqual(path.stat().st_mode & 0o077, 0, path)
         self.assertTrue({"pipeline.log", "defaults.json", "session.json"} <= looked_at)

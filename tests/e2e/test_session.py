@@ -5,10 +5,8 @@ import threading
 import unittest
 
 from harness import E2ECase, HostileServer, login_response, wait_until
+from harness.messages import PREFIX, RUNNING, STREAM_COMPLETE
 from harness.server import LOGS, QUERY, TELEMETRY, VERIFY
-
-PREFIX = "[OverlayWindowController] "
-RUNNING = "[AppDelegate] Vantiro Overlay running (single-process, no pipeline.py dependency)."
 
 
 class HeartbeatTest(E2ECase):
@@ -53,7 +51,7 @@ class HeartbeatTest(E2ECase):
 
 
 class RedirectTest(E2ECase):
-    """Whatever the backend answers, the token goes to the backend only."""
+    """The token is sent to the backend only, whatever it answers."""
 
     def test_token_and_prompt_stay_with_the_backend(self):
         for status in (301, 302, 303, 307, 308):
@@ -64,9 +62,7 @@ class RedirectTest(E2ECase):
                     server.on(path, HostileServer.status(
                         status, headers=[f"Location: {thief.url}{path}"]))
                 app = self.app(server).sign_in()
-                app.access.click("Write a message")
-                app.access.wait_for("Write a message", focused=True)
-                self.desktop.type_text("private words\n")
+                app.send_prompt("private words")
                 app.wait_for_line(PREFIX + f"ERROR: Proxy HTTP {status}")
                 app.wait_for_line(f"[AuthService] Token verification failed: unexpected status "
                                   f"code {status}", since=0)
@@ -75,7 +71,7 @@ class RedirectTest(E2ECase):
 
 
 class LogUploadTest(E2ECase):
-    def test_log_is_sent_when_asked_for(self):
+    def test_log_is_sent_on_request(self):
         server = self.server(requestLogs=True)
         app = self.app(server)
         folder = app.home / "Library" / "Logs" / "Vantiro"
@@ -89,7 +85,7 @@ class LogUploadTest(E2ECase):
                          ["Authorization", "Content-Type", "X-App-Version"])
         app.wait_for_line("[LogShipper] Logs shipped successfully (35 bytes)", since=0)
 
-    def test_refreshed_configuration_asks_for_the_log(self):
+    def test_refreshed_configuration_requests_the_log(self):
         server = self.server(heartbeatIntervalSeconds=1)
         server.on(VERIFY, HostileServer.status(200, login_response(
             token="token-2", requestLogs=True)))
@@ -102,7 +98,7 @@ class LogUploadTest(E2ECase):
         first = server.wait_for_request(LOGS)
         self.assertEqual(first.header("Authorization"), "Bearer token-2")
         self.assertEqual(first.body, b"[00:00:00.000] x\n")
-        # Every configuration that asks gets the whole file again.
+        # Every request uploads the whole file again.
         self.assertEqual(server.wait_for_request(LOGS, 2).body, first.body)
 
     def test_without_a_log_nothing_is_sent(self):
@@ -113,13 +109,11 @@ class LogUploadTest(E2ECase):
 
 
 class SlowTelemetryTest(E2ECase):
-    def test_telemetry_failure_is_no_failure(self):
+    def test_telemetry_failure_is_ignored(self):
         server = self.server()
         server.on(TELEMETRY, lambda connection, _request: connection.reset())
         app = self.app(server).sign_in()
-        app.access.click("Write a message")
-        app.access.wait_for("Write a message", focused=True)
-        self.desktop.type_text("hello\n")
+        app.send_prompt("hello")
         app.wait_for_line(re.compile(
             r"^\[OverlayWindowController\] Telemetry send failed \(non-fatal\): .+"))
         app.access.wait_for_page_text("Hello from the server.")
@@ -128,7 +122,7 @@ class SlowTelemetryTest(E2ECase):
         server.on(TELEMETRY, lambda connection, _request: connection.wait_for(gate))
         mark = app.mark()
         self.desktop.type_text("again\n")
-        app.wait_for_line(PREFIX + "Stream complete, buffer cleared", since=mark)
+        app.wait_for_line(STREAM_COMPLETE, since=mark)
         self.desktop.type_text("and again\n")
         server.wait_for_request(QUERY, 3)
 

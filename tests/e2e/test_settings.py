@@ -1,31 +1,26 @@
-"""The settings sheet: every control at work in the program, on the disk and on the screen."""
+"""The settings sheet: effects of every control in the program, on disk and on the screen."""
 
 import re
 import unittest
 
 from harness import E2ECase, HostileServer, SignedInCase, wait_until
+from harness.messages import STREAM_COMPLETE
 from harness.app import DEFAULTS
 from harness.server import QUERY
 
-PREFIX = "[OverlayWindowController] "
 DARK, LIGHT = (28, 30, 36), (247, 245, 240)
 
 
 class SheetMixin:
-    """Opening, closing and looking at the sheet."""
-
-    def open_settings(self, app):
-        app.access.press("Menu")
-        app.access.press("Settings")
-        app.access.wait_for("Response text color")
+    """Helpers for the sheet."""
 
     def close_settings(self, app):
-        # The window's own button comes first.
+        # The window's own close button comes first.
         app.access.find_all("Close")[-1].get_action_iface().do_action(0)
         app.access.wait_gone("Response text color")
 
     def wait_colour(self, app, colour, x=300, y=60):
-        """Waits until a place of the panel, in points from its corner, has a colour."""
+        """Waits for a colour at a position in the panel, in logical pixels."""
         _, left, top, _, _ = app.panel()
 
         def look():
@@ -50,7 +45,7 @@ class SettingsTest(SheetMixin, SignedInCase):
         app.access.click("Menu")
         app.access.click("Settings")
         app.access.wait_for("Response text color")
-        # It is above everything below the control bar and takes clicks and keys.
+        # It covers everything below the control bar and receives clicks and keys.
         self.wait_colour(app, DARK)
         _, x, y, width, height = app.panel()
         mark = window.mark()
@@ -67,8 +62,7 @@ class SettingsTest(SheetMixin, SignedInCase):
 
     def test_keyboard_alone(self):
         app = self.shared_app
-        app.access.click("Write a message")
-        app.access.wait_for("Write a message", focused=True)
+        app.focus_prompt()
         app.access.press("Menu")
         app.access.wait_for("Account")
 
@@ -91,19 +85,19 @@ class SettingsTest(SheetMixin, SignedInCase):
         app.access.wait_gone("Response text color")
         app.access.wait_for("Menu", focused=True)
 
-    def test_appearance_is_live(self):
+    def test_appearance_applies_immediately(self):
         app = self.shared_app
-        self.open_settings(app)
+        app.open_settings()
         app.access.press("Light", "radio button")
         self.wait_stored(app, "com.quellora.app.appearance", "light")
         self.wait_colour(app, LIGHT)
-        # The frame stays dark; the answer's area follows once the sheet is gone.
+        # The frame stays dark; the answer area changes once the sheet is closed.
         self.wait_colour(app, (18, 18, 28), x=200, y=17)
         self.close_settings(app)
         _, x, y, _, _ = app.panel()
         wait_until(lambda: min(self.desktop.screenshot().average(x + 30, y + 400, 20, 20)) > 150,
                    what="a light answer area", interval=0.1)
-        self.open_settings(app)
+        app.open_settings()
         app.access.press("Dark", "radio button")
         self.wait_stored(app, "com.quellora.app.appearance", "dark")
         self.wait_colour(app, DARK)
@@ -113,7 +107,7 @@ class SettingsTest(SheetMixin, SignedInCase):
         self.ask("hello")
         self.wait_answer()
         app.access.wait_for_page_text("Hello from the server.")
-        self.open_settings(app)
+        app.open_settings()
         app.access.press("Text color: Magenta")
         self.wait_stored(app, "responseTextColorHex", "#ff4fd8")
         self.close_settings(app)
@@ -124,7 +118,7 @@ class SettingsTest(SheetMixin, SignedInCase):
             return any(test(*colour) for colour in picture.colours())
         wait_until(lambda: coloured(lambda r, g, b: r > 220 and g < 110 and b > 180),
                    what="magenta text", interval=0.1)
-        self.open_settings(app)
+        app.open_settings()
         app.access.click("Custom text color")
         app.access.wait_for("Custom text color", focused=True)
         self.desktop.press("ctrl+a")
@@ -142,9 +136,9 @@ class SettingsTest(SheetMixin, SignedInCase):
         wait_until(lambda: not coloured(lambda r, g, b: g > 200 and r < 100 or r - g > 120),
                    what="the theme's text colour", interval=0.1)
 
-    def test_escape_gives_up_a_colour_half_typed(self):
+    def test_escape_discards_a_partly_typed_colour(self):
         app = self.shared_app
-        self.open_settings(app)
+        app.open_settings()
         app.access.press("Text color: Green")
         self.wait_stored(app, "responseTextColorHex", "#3ddc84")
         app.access.click("Custom text color")
@@ -155,7 +149,7 @@ class SettingsTest(SheetMixin, SignedInCase):
         wait_until(lambda: app.access.text_of(field) == "#00ff00", what="the typed colour")
         self.desktop.press("escape")
         app.access.wait_gone("Response text color")
-        self.open_settings(app)
+        app.open_settings()
         self.assertEqual(app.access.text_of(app.access.wait_for("Custom text color")), "#3ddc84")
         # Later choices are stored after earlier ones.
         app.access.press("Text color: Theme")
@@ -165,7 +159,7 @@ class SettingsTest(SheetMixin, SignedInCase):
 
     def test_choosing_the_marked_model_stores_it(self):
         app = self.shared_app
-        self.open_settings(app)
+        app.open_settings()
         marked = next(node for node in app.access.find_all(re.compile("^(Balanced|Deep)$"),
                                                            "radio button")
                       if app.access.has_state(node, "CHECKED"))
@@ -175,9 +169,9 @@ class SettingsTest(SheetMixin, SignedInCase):
             self.wait_stored(app, "selectedModelId", "balanced-1")
         self.close_settings(app)
 
-    def test_help_and_what_the_desktop_cannot_give(self):
+    def test_help_links_and_unsupported_features(self):
         app = self.shared_app
-        self.open_settings(app)
+        app.open_settings()
         app.access.wait_for("Other programs' screenshots and screen sharing show this panel.")
         self.desktop.press("end")
         app.access.press("Need help? See the Help docs ↗")
@@ -186,18 +180,17 @@ class SettingsTest(SheetMixin, SignedInCase):
 
 class SendingTest(SheetMixin, E2ECase):
     def ask(self, app, text):
-        app.access.click("Write a message")
-        app.access.wait_for("Write a message", focused=True)
+        app.focus_prompt()
         self.desktop.press("ctrl+a")
         mark = app.mark()
         self.desktop.type_text(text + "\n")
-        app.wait_for_line(PREFIX + "Stream complete, buffer cleared", since=mark)
+        app.wait_for_line(STREAM_COMPLETE, since=mark)
 
-    def test_switches_and_model_change_what_is_sent_and_are_kept(self):
+    def test_switches_and_model_affect_requests_and_are_stored(self):
         server = self.server()
         server.on(QUERY, HostileServer.answer_with("one"))
         app = self.app(server).sign_in()
-        self.open_settings(app)
+        app.open_settings()
         app.access.press("Start a new thread with each Send")
         self.wait_stored(app, "startNewThreadPerSendEnabled", True)
         app.access.press("Don't clear prompt after sending", "check box")
@@ -206,7 +199,7 @@ class SendingTest(SheetMixin, E2ECase):
         self.wait_stored(app, "selectedModelId", "deep-1")
         self.close_settings(app)
         self.ask(app, "question")
-        self.assertEqual(app.stored_defaults()["userPrompt"], "question")
+        self.wait_stored(app, "userPrompt", "question")
         self.ask(app, "another")
         request = server.wait_for_request(QUERY, 2).json()
         self.assertEqual((request["prompt"], request["model"]), ("another", "deep-1"))
@@ -214,7 +207,7 @@ class SendingTest(SheetMixin, E2ECase):
         kept = app.stored_defaults()
         app.close()
         again = self.app(server, defaults=kept).sign_in()
-        self.open_settings(again)
+        again.open_settings()
         for name in ("Start a new thread with each Send", "Don't clear prompt after sending"):
             node = again.access.wait_for(name)
             self.assertTrue(again.access.has_state(node, "CHECKED"), name)

@@ -1,4 +1,4 @@
-"""Answers as they may arrive from the network, and what becomes of them."""
+"""Answer streams in all forms, and their results."""
 
 import json
 import re
@@ -6,22 +6,20 @@ import threading
 import unittest
 
 from harness import HostileServer, SignedInCase, chunk_event, done_event, wait_until
+from harness.messages import PREFIX, STREAM_COMPLETE
 from harness.server import QUERY
-
-ENDED = "[OverlayWindowController] Stream complete, buffer cleared"
-PREFIX = "[OverlayWindowController] "
 
 
 def chunk(text):
-    """The JSON of a chunk without its line prefix and end."""
+    """The JSON of a chunk without line prefix and line end."""
     return json.dumps({"type": "chunk", "text": text}, ensure_ascii=False).encode()
 
 
 class AnswerTest(SignedInCase):
-    """Every stream here is a good one, however odd, and gives exactly one kept turn."""
+    """Valid streams, however unusual; each results in exactly one stored turn."""
 
     def answer_to(self, handler, prompt="question"):
-        """Asks, waits for the end and returns the kept answer."""
+        """Asks, waits for the end and returns the stored answer."""
         self.shared_server.on(QUERY, handler)
         self.ask(prompt)
         self.wait_answer()
@@ -33,7 +31,7 @@ class AnswerTest(SignedInCase):
     def stream(self, *pieces):
         return HostileServer.stream(*pieces)
 
-    def test_every_byte_in_its_own_packet(self):
+    def test_every_byte_in_a_separate_packet(self):
         def handler(connection, _request):
             connection.begin_stream()
             connection.send_bytewise(chunk_event("Grüße, ") + chunk_event("世界 🌍")
@@ -69,7 +67,7 @@ class AnswerTest(SignedInCase):
             b"data: " + chunk("a") + b"\r", gate, b"\ndata: " + chunk("b") + b"\r", gate,
             b"\n", done_event())), "ab")
 
-    def test_separators_inside_the_text_are_no_line_ends(self):
+    def test_unicode_separators_are_not_line_ends(self):
         text = "a\u2028b\u2029c\u0085d"
         line = json.dumps({"type": "chunk", "text": text}, ensure_ascii=False)
         self.assertIn("\u2028", line)
@@ -95,11 +93,11 @@ class AnswerTest(SignedInCase):
         self.assertEqual(self.answer_to(self.stream(
             *pieces, chunk_event("fore and after"), done_event())), "before and after")
 
-    def test_bytes_that_are_no_text_become_replacement_characters(self):
+    def test_invalid_utf8_becomes_replacement_characters(self):
         self.assertEqual(self.answer_to(self.stream(
             b"data: {\"type\": \"chunk\", \"text\": \"a\xffb\"}\n", done_event())), "a\ufffdb")
 
-    def test_text_that_is_missing_or_of_another_type_is_empty(self):
+    def test_missing_or_mistyped_text_is_empty(self):
         self.assertEqual(self.answer_to(self.stream(
             b"data: {\"type\":\"chunk\"}\n", b"data: {\"type\":\"chunk\",\"text\":7}\n",
             b"data: {\"type\":\"chunk\",\"text\":null}\n", chunk_event("x"), done_event())), "x")
@@ -146,13 +144,13 @@ class AnswerTest(SignedInCase):
         self.assertEqual(answer, "".join(words))
         self.shared_app.access.wait_for_page_text("w9999")
 
-    def test_characters_of_scripts_are_shown_as_they_are(self):
+    def test_script_characters_are_shown_literally(self):
         text = "It's a `back\\tick` and C:\\new\\path isn't `` ` `` gone"
         self.assertEqual(self.answer_to(self.stream(chunk_event(text), done_event())), text)
         shown = self.shared_app.access.wait_for_page_text("back\\tick")
         self.assertIn("It's a", shown.replace("’", "'"))
 
-    def test_text_shows_while_the_answer_is_open(self):
+    def test_text_is_shown_while_streaming(self):
         gate = threading.Event()
         self.addCleanup(gate.set)
         self.shared_server.on(QUERY, self.stream(
@@ -160,22 +158,17 @@ class AnswerTest(SignedInCase):
         self.ask("question")
         self.shared_app.access.wait_for_page_text("early words")
         self.shared_app.access.wait_for("Stop")
-        self.assertFalse(self.shared_app.has_line(ENDED, self.mark))
+        self.assertFalse(self.shared_app.has_line(STREAM_COMPLETE, self.mark))
         gate.set()
         self.wait_answer()
         self.shared_app.access.wait_for_page_text("and the rest")
         self.shared_app.access.wait_gone("Stop")
         self.shared_app.access.wait_for("Copy answer")
 
-    def test_stop_keeps_what_has_arrived(self):
+    def test_stop_keeps_the_partial_answer(self):
         left = threading.Event()
 
-        def handler(connection, _request):
-            connection.begin_stream()
-            connection.send(chunk_event("partial answer"))
-            if connection.wait_closed():
-                left.set()
-        self.shared_server.on(QUERY, handler)
+        self.shared_server.on(QUERY, HostileServer.unfinished(left, "partial answer"))
         telemetry = len(self.shared_server.requests("/api/telemetry/query"))
         self.ask("long question")
         self.shared_app.access.wait_for_page_text("partial answer")
@@ -203,7 +196,7 @@ class AnswerTest(SignedInCase):
 
 
 class BrokenAnswerTest(SignedInCase):
-    """Streams that fail: an error page; what has arrived is kept, and the prompt stays."""
+    """Failing streams: an error page; the partial answer is stored, and the prompt stays."""
 
     def fails_with(self, handler, logged, page, kept=None):
         app = self.shared_app
@@ -216,9 +209,9 @@ class BrokenAnswerTest(SignedInCase):
         self.assertIn("Error:", shown)
         turns = [("question", kept)] if kept else []
         wait_until(lambda: app.turns()[self.turns_before:] == turns, what=f"the turns {turns}")
-        self.assertEqual(app.stored_defaults()["userPrompt"], "question")
+        self.wait_stored(app, "userPrompt", "question")
         self.assertEqual(len(self.shared_server.requests("/api/telemetry/query")), telemetry)
-        # The text is still in the box; empty it for the next question.
+        # The text is still in the box; clear it for the next question.
         self.empty_prompt()
 
     def test_end_without_done(self):

@@ -3,11 +3,11 @@
 import unittest
 
 from harness import E2ECase, wait_until
+from harness.messages import RUNNING
 from harness.tray import TrayHost
 
 MENU_LOG = "[MenuBarController] "
 NO_TRAY = MENU_LOG + "ERROR: statusItem.button is nil — cannot assign an image"
-RUNNING = "[AppDelegate] Vantiro Overlay running (single-process, no pipeline.py dependency)."
 
 
 class TrayTest(E2ECase):
@@ -86,7 +86,7 @@ class TrayTest(E2ECase):
         app.wait_for_line(MENU_LOG + "Show Quellora clicked")
         app.wait_overlay_shown()
 
-    def test_an_account_page_that_does_not_open_is_said_in_the_panel(self):
+    def test_an_account_page_that_fails_to_open_is_reported_in_the_panel(self):
         tray = self.tray()
         app = self.app(self.server()).sign_in()
         tray.wait_item()
@@ -99,7 +99,7 @@ class TrayTest(E2ECase):
                             "(xdg-open, status 3)")
 
     def check_icon(self, pictures):
-        """The gear is there in the usual sizes: its edge is drawn, its corners are not."""
+        """The gear exists in the usual sizes: its edge is opaque, its corners transparent."""
         self.assertTrue({16, 22, 32, 48} <= {width for width, _, _ in pictures})
         for width, height, argb in pictures:
             self.assertEqual((width, len(argb)), (height, width * height * 4))
@@ -107,7 +107,7 @@ class TrayTest(E2ECase):
             self.assertEqual({alpha[0], alpha[width - 1], alpha[-1]}, {0})
             self.assertGreater(sum(value > 200 for value in alpha), width * height // 8)
 
-    def test_without_a_tray_everything_else_works_and_one_that_comes_later_shows_the_item(self):
+    def test_a_tray_that_appears_later_shows_the_item(self):
         app = self.app(self.server()).sign_in()
         self.assertEqual([line for line in app.lines if line.startswith(MENU_LOG + "ERROR")],
                          [NO_TRAY])
@@ -119,7 +119,7 @@ class TrayTest(E2ECase):
         tray.choose("Show Quellora")
         app.wait_overlay_shown()
 
-        # Desktops restart their panels: the item comes back by itself.
+        # The item reappears after the desktop restarts its panel.
         tray.close()
         tray = self.tray()
         tray.wait_item()

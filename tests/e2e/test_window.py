@@ -4,8 +4,7 @@ import re
 import unittest
 
 from harness import E2ECase, wait_until
-
-PREFIX = "[OverlayWindowController] "
+from harness.messages import PREFIX
 
 
 class WindowTest(E2ECase):
@@ -27,7 +26,7 @@ class WindowTest(E2ECase):
         wait_until(lambda: app.panel()[1:] == (x + 100, y - 40, width, height),
                    what="the panel to have moved")
 
-    def test_is_no_ordinary_window(self):
+    def test_window_type_and_states(self):
         app = self.app(self.server()).sign_in()
         states = self.desktop.window_states(app.panel()[0])
         for state in ("ABOVE", "SKIP_TASKBAR", "SKIP_PAGER"):
@@ -35,24 +34,22 @@ class WindowTest(E2ECase):
 
     def test_escape_closes_the_menu_and_nothing_else(self):
         app = self.app(self.server()).sign_in()
-        app.access.click("Write a message")
-        app.access.wait_for("Write a message", focused=True)
+        app.focus_prompt()
         app.access.press("Menu")
         app.wait_for_line(PREFIX + "Hamburger button clicked — menu open=true")
         app.access.wait_for("Account")
         self.desktop.press("escape")
         app.wait_for_line(PREFIX + "Hamburger button clicked — menu open=false")
         self.desktop.press("escape")
-        # The focus is back on the menu's button; the prompt takes it again with a click.
+        # The focus is back on the menu button; a click moves it to the prompt again.
         app.access.wait_for("Menu", focused=True)
-        app.access.click("Write a message")
-        app.access.wait_for("Write a message", focused=True)
+        app.focus_prompt()
         self.desktop.type_text("still here")
         wait_until(lambda: app.stored_defaults().get("userPrompt") == "still here",
                    what="typing after Escape")
         self.assertIsNotNone(app.panel())
 
-    def test_exclusion_that_cannot_be_had_is_said_once(self):
+    def test_unsupported_capture_exclusion_is_logged_once(self):
         app = self.app(self.server()).sign_in()
         warnings = [line for line in app.lines
                     if re.match(r"^\[\w+\] WARNING: .*captur", line, re.IGNORECASE)]

@@ -1,4 +1,4 @@
-"""What texts call keys, the machine and the models: this system's words, the names on offer."""
+"""System-specific terms for keys and the machine in texts, and the names of models."""
 
 import re
 import unittest
@@ -6,7 +6,7 @@ import unittest
 from harness import E2ECase, login_response, wait_until
 from harness.server import VERIFY
 
-#: Words of another system's keyboard, settings and machines.
+#: Another system's terms for keyboard, settings and machines.
 FOREIGN = re.compile(r"\b(Option|Cmd|Command|macOS|Mac)\b")
 CLAUDE = re.compile("claude", re.IGNORECASE)
 GIVEN = [{"id": "claude-1", "displayName": "Deep", "descriptor": "Slower"}]
@@ -23,11 +23,6 @@ class WordsCase(E2ECase):
 
     def assert_no(self, app, words):
         self.assertEqual([text for text in self.texts(app) if words.search(text)], [])
-
-    def open_settings(self, app):
-        app.access.press("Menu")
-        app.access.press("Settings")
-        app.access.wait_for("Response text color")
 
 
 class SystemWordsTest(WordsCase):
@@ -59,9 +54,7 @@ class SystemWordsTest(WordsCase):
         self.desktop.press("escape")
         app.access.wait_gone("Reset all hotkeys")
 
-        app.access.click("Write a message")
-        app.access.wait_focused("Write a message")
-        self.desktop.type_text("question\n")
+        app.send_prompt("question")
         wait_until(lambda: len(app.threads()) == 1, what="the stored thread")
         app.access.press("Menu")
         app.access.press("History")
@@ -85,18 +78,18 @@ class ModelNamesTest(WordsCase):
         app.access.wait_for_page_text("→ Balanced responds here")
         app.access.wait_for("Capture screen and send to Balanced")
         self.assert_no(app, CLAUDE)
-        # The user's choice counts in the texts that are on show.
+        # Shown texts follow the user's choice.
         app.access.press("Model")
         app.access.press(re.compile("^Deep"))
         app.access.wait_for_page_text("→ Deep responds here")
         app.access.wait_for("Capture screen and send to Deep")
         app.access.press("Got it")
-        self.open_settings(app)
+        app.open_settings()
         app.access.wait_for("Choose which model handles your requests.")
         self.desktop.press("end")
         app.access.wait_for("Capture screen and send to Deep, Ctrl+Alt+Super+C")
         self.assert_no(app, CLAUDE)
-        # So does what the backend offers.
+        # And the backend's offers.
         self.fresh = {"availableModels": GIVEN, "model": "claude-1"}
         app.access.wait_for("Capture screen and send to Claude, Ctrl+Alt+Super+C")
         self.desktop.press("home")
@@ -109,7 +102,7 @@ class ModelNamesTest(WordsCase):
                        defaults={"userPrompt": ""}).sign_in()
         app.access.wait_for_page_text("to capture screen → Claude responds here")
         app.access.wait_for("Capture screen and send to Claude")
-        self.open_settings(app)
+        app.open_settings()
         app.access.wait_for("Choose which Claude model handles your requests.")
 
 

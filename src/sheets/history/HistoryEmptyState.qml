@@ -3,7 +3,7 @@ import Quellora.Panels
 import Quellora.Sheets
 import Quellora.Ui
 
-/// What stands in place of the list while nothing is stored, or nothing matches the search.
+/// Placeholder if no threads are stored or none matches the search.
 Column {
     id: empty
 

@@ -3,7 +3,7 @@ import Quellora.Panels
 import Quellora.Sheets
 import Quellora.Ui
 
-/// How far a long list has been read. Most lists are there before anybody could read this.
+/// Loading progress of a long list; shown only if loading takes noticeable time.
 Column {
     id: loading
 

@@ -3,8 +3,7 @@ import Quellora.Panels
 import Quellora.Sheets
 import Quellora.Ui
 
-/// The stored threads over the overlay's content: searched, reopened, renamed and deleted. Covers
-/// its parent below the control bar.
+/// The stored threads: search, reopen, rename and delete. Covers its parent below the control bar.
 Item {
     id: overlay
 
@@ -13,14 +12,14 @@ Item {
     property bool compact: false
     /// Radius of the window's bottom corners.
     property real cornerRadius: 0
-    /// Gets the focus back when the sidebar closes.
+    /// Receives the focus when the sidebar closes.
     property Item opener
     property bool closedByKey: false
-    /// What the keyboard stays in while the sidebar is open.
+    /// The item that confines the keyboard focus while the sidebar is open.
     readonly property Item keyboardScope: history.isDeletePending ? dialog : sheet
     readonly property Item firstControl: search
 
-    /// Focus on a row, or on the search field when there is none.
+    /// Focuses a row, or the search field if there is none.
     function focusRow(row) {
         if (row >= list.count)
             row = list.count - 1
@@ -122,7 +121,7 @@ Item {
                     color: overlay.theme.dimText
                 }
             }
-            // Beside the field, not in it: assistive programs see nothing inside a field.
+            // A sibling of the field: assistive technology does not see a field's children.
             IconButton {
                 objectName: "historyClearSearch"
                 x: search.x + search.width - width - 2
@@ -204,7 +203,7 @@ Item {
                     theme: overlay.theme
                     width: list.width
                     isHeld: list.keepsFocus
-                    // An assistive program may have given it the focus.
+                    // Assistive technology may have focused it.
                     onActiveFocusChanged: if (activeFocus) list.currentIndex = index
                     onClicked: overlay.openThread(index, visualFocus)
                     onRenamed: title => overlay.history.rename(index, title)
@@ -232,7 +231,7 @@ Item {
                 theme: overlay.theme
                 visible: list.count === 0 && !overlay.history.isLoading && !notice.visible
                 x: Tokens.space5
-                // The icon stays where it is, whatever stands below it.
+                // Keeps the icon in place whatever is below it.
                 y: Math.max(list.y, Math.min(Math.round(parent.height * 0.464) - 14,
                                              parent.height - height - Tokens.space2))
                 width: parent.width - 2 * x
@@ -248,7 +247,7 @@ Item {
                 width: parent.width - 2 * x
             }
 
-            // Last in the order of Tab.
+            // Last in the Tab order.
             IconButton {
                 objectName: "historyClose"
                 x: parent.width - width - Tokens.space2
@@ -281,7 +280,7 @@ Item {
                 overlay.focusRow(row)
             }
             onConfirmed: {
-                // Not on the row that is about to go.
+                // Not on the row being deleted.
                 search.forceActiveFocus()
                 overlay.history.confirmDelete()
             }

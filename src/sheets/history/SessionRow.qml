@@ -3,7 +3,7 @@ import Quellora.Panels
 import Quellora.Sheets
 import Quellora.Ui
 
-/// One stored thread: a press opens it; its title can be edited in place, the thread deleted.
+/// A stored thread: a press opens it; its title can be edited in place, and it can be deleted.
 ListRow {
     id: row
 
@@ -16,7 +16,7 @@ ListRow {
     required property int notes
     required property bool isCurrent
     property bool isEditing: false
-    /// Loses the keyboard for a moment, against the user's will.
+    /// Set while the row temporarily loses the focus because the list changes.
     property bool isHeld: false
     property bool hasActionFocus: false
     readonly property bool usesActions: hovered || activeFocus || hasActionFocus
@@ -31,14 +31,14 @@ ListRow {
         return count === 1 ? "1 " + one : count + " " + many
     }
     function edit() {
-        // First: the view gives the focus to the row that becomes the current one, and the row that
-        // was it must have lost it by then.
+        // First, because the view moves the focus to the new current row, and the previous one must have
+        // lost it by then.
         row.forceActiveFocus(Qt.OtherFocusReason)
         row.editingChanged(true)
         isEditing = true
     }
     function endEditing() {
-        // Without the keyboard the whole window has no focus; the row gets it when it comes back.
+        // In an inactive window nothing has the focus; the row gets it on reactivation.
         const hadFocus = editor.activeFocus || !row.Window.active
         isEditing = false
         row.editingChanged(false)
@@ -77,7 +77,7 @@ ListRow {
         elide: Text.ElideRight
         Accessible.ignored: true
 
-        // Where the search text stands.
+        // Position of the search text.
         Loader {
             active: row.matchStart >= 0
             sourceComponent: Rectangle {
@@ -128,7 +128,7 @@ ListRow {
             Accessible.ignored: true
         }
     }
-    // Made for the one row that can use them: they take longer to make than the rest of it.
+    // Created for the hovered or focused row only: creation takes longer than the rest of the row.
     Loader {
         id: actions
         active: row.usesActions || row.takesTab

@@ -1,14 +1,14 @@
 import QtQuick
 import Quellora.Ui
 
-/// The field in which a thread's title is edited. Return and leaving it save, Escape gives up.
+/// Edits a thread's title. Return and losing the focus save, Escape cancels.
 TextField {
     id: field
 
     signal committed(string title)
     signal abandoned()
 
-    /// Losing the keyboard means nothing now.
+    /// Ignores focus loss while set.
     property bool isHeld: false
     property bool isDone: false
 

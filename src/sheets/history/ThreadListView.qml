@@ -2,30 +2,30 @@ import QtQuick
 import Quellora.Panels
 import Quellora.Sheets
 
-/// The rows of threads. While the list is being read they come and go, which moves nothing that the
-/// user looks at: neither the row with the keyboard nor, once scrolled, the row at the top.
+/// The rows of threads. Rows are inserted and removed while the list loads; the focused row or, once
+/// scrolled, the top row keeps its position.
 ListView {
     id: list
 
     required property HistoryModel history
-    /// The row that stays where it is while others change, and how far from the top that is.
+    /// The row whose position is kept while others change, and its distance from the top.
     property int keptRow: -1
     property real keptY: 0
-    /// Has the keyboard meanwhile; the view would give it to the row as a whole.
+    /// The item to focus again; the view itself would focus the whole row.
     property Item keptFocus: null
     property bool keptRing: false
     readonly property bool keepsFocus: keptFocus !== null
 
-    /// The row with the keyboard is no longer there; another one has its place.
+    /// The focused row was removed; @p row is now at its position.
     signal focusedRowGone(int row)
 
-    /// At the top, with the current thread's row next in the order of Tab.
+    /// Scrolls to the top and makes the current thread's row the Tab stop.
     function rest() {
         currentIndex = Math.max(0, history.currentRow())
         positionViewAtBeginning()
     }
     function stayAtTop() {
-        // Unless the user was faster.
+        // Unless the user has scrolled or focused the list meanwhile.
         if (atYBeginning && !activeFocus)
             rest()
     }
@@ -40,7 +40,7 @@ ListView {
             Qt.callLater(stayAtTop)
             return
         }
-        // Or below the heading of a day.
+        // The second position skips a section heading.
         keptRow = activeFocus && isInSight(currentItem)
                   ? currentIndex : Math.max(indexAt(1, contentY), indexAt(1, contentY + 32))
         if (keptRow < 0)
@@ -53,7 +53,7 @@ ListView {
     function returnToPlace() {
         if (keptRow < 0)
             return
-        // The row itself may have gone.
+        // The row may have been removed.
         const row = Math.min(keptRow, count - 1)
         positionViewAtIndex(row, ListView.Contain)
         if (row >= 0)
@@ -92,7 +92,7 @@ ListView {
             if (last < list.keptRow)
                 list.keptRow -= last - first + 1
         }
-        /// A part of the list is in: no key or frame may come before all is back in its place.
+        /// Synchronously after each batch, before the next key event or frame.
         function onProgressChanged() {
             list.returnToPlace()
         }

@@ -2,14 +2,14 @@ import QtQuick
 import Quellora.Sheets
 import Quellora.Ui
 
-/// Light, dark, or as the desktop is.
+/// Light, dark, or the desktop's appearance.
 Rectangle {
     id: segment
 
     required property SettingsModel settings
     property ThemeTokens theme: Tokens.sheetDark
     readonly property var modes: ["light", "dark", "system"]
-    /// Narrow windows get narrower segments.
+    /// Narrower segments for narrow windows.
     property real available: width
     readonly property real step: Math.min(96, Math.floor((available - 4) / 3))
 

@@ -2,7 +2,7 @@ import QtQuick
 import QtQuick.Controls.Basic as Basic
 import Quellora.Ui
 
-/// One of several exclusive choices: Tab reaches the chosen one, arrows move among all.
+/// One of several exclusive choices: Tab focuses the chosen one, arrows move among all.
 Basic.AbstractButton {
     id: choice
 
@@ -12,12 +12,12 @@ Basic.AbstractButton {
     property string name
     property string hint
     readonly property bool chosen: group.current === index
-    /// Read by assistive programs.
+    /// Read by assistive technology.
     readonly property int role: Accessible.RadioButton
     readonly property bool isSwitch: true
     readonly property bool isOn: chosen
 
-    /// By a press, also of the chosen one, or by moving to it.
+    /// Emitted on a press, also of the chosen one, and on arrow navigation.
     signal picked()
 
     padding: 0

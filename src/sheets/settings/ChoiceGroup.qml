@@ -1,15 +1,15 @@
 import QtQuick
 
-/// The order among choices that belong together.
+/// Keyboard navigation among the choices of a group.
 QtObject {
     id: group
 
-    /// Whose children the choices are, in their order; a Repeater's delegates.
+    /// Parent of the choices, which are a Repeater's delegates, in order.
     required property Repeater choices
-    /// Index of the chosen one, -1 for none.
+    /// Index of the chosen one, or -1.
     property int current: -1
 
-    /// Chooses another one and moves the focus along; past the end it starts again.
+    /// Chooses and focuses another one, wrapping around at the ends.
     function go(index) {
         const count = group.choices.count
         const next = group.choices.itemAt((index + count) % count)

@@ -2,12 +2,12 @@ import QtQuick
 import QtQuick.Controls.Basic as Basic
 import Quellora.Ui
 
-/// Underlined words that open a page.
+/// An underlined link that opens a page.
 Basic.AbstractButton {
     id: link
 
     property ThemeTokens theme: Tokens.sheetDark
-    /// Read by assistive programs.
+    /// Read by assistive technology.
     readonly property int role: Accessible.Link
 
     implicitWidth: words.implicitWidth

@@ -2,7 +2,7 @@ import QtQuick
 import Quellora.Sheets
 import Quellora.Ui
 
-/// The models on offer, one radio each.
+/// The available models as radio rows.
 Card {
     id: modelCard
 

@@ -1,15 +1,15 @@
 import QtQuick
 import Quellora.Ui
 
-/// One of several exclusive choices, drawn as a row of a card: the mark, the name, the hint.
+/// One of several exclusive choices as a row of a card: mark, name, hint.
 Choice {
     id: row
 
-    /// The card around the rows.
+    /// The card that contains the rows.
     required property Card card
     /// Number of rows in the card.
     required property int count
-    /// Where the hint begins at the earliest, so that the hints of short names stand in line.
+    /// Minimum x of the hint, so that the hints of short names are aligned.
     property real minimumNameWidth: 0
 
     theme: card.theme
@@ -25,7 +25,7 @@ Choice {
         outerRadius: row.card.radius
     }
 
-    // The mark of a radio: a ring, filled with a hole when chosen.
+    // The radio mark: a ring, filled with a hole if chosen.
     Rectangle {
         x: Tokens.space3
         anchors.verticalCenter: parent.verticalCenter

@@ -24,7 +24,7 @@ Item {
         clip: fill.isFirst !== fill.isLast
 
         Rectangle {
-            // Where the card goes on, the round corners lie outside.
+            // At inner edges the round corners are clipped.
             y: fill.isFirst ? 0 : -radius
             width: parent.width
             height: parent.height + (fill.isFirst ? 0 : radius) + (fill.isLast ? 0 : radius)

@@ -2,7 +2,7 @@ import QtQuick
 import Quellora.Sheets
 import Quellora.Ui
 
-/// Which screens a capture shows.
+/// Selects the screens to capture.
 Card {
     id: screenCard
 

@@ -2,7 +2,7 @@ import QtQuick
 import Quellora.Sheets
 import Quellora.Ui
 
-/// The sections of the settings, below each other.
+/// The sections of the settings in a column.
 Column {
     id: content
 
@@ -10,7 +10,7 @@ Column {
     property ThemeTokens theme: Tokens.sheetDark
     property bool compact: false
 
-    /// An item of the content has something to show that may lie out of view.
+    /// An item of the content should be scrolled into view.
     signal attention(Item item)
 
     spacing: Tokens.space6
@@ -75,11 +75,11 @@ Column {
             theme: content.theme
         }
     }
-    // Made only when offered, so that assistive programs do not find it otherwise.
+    // Created only if offered, so that assistive technology does not find it otherwise.
     Loader {
         id: screens
 
-        // Within the section "content" is the section's own property.
+        // Inside the section, "content" would be the section's own property.
         readonly property SettingsModel settings: content.settings
         readonly property ThemeTokens theme: content.theme
 

@@ -1,7 +1,7 @@
 import QtQuick
 import Quellora.Sheets
 
-/// Builds the settings sheet when it is first asked for and drops it once it has closed.
+/// Creates the settings sheet when it opens and destroys it once it has closed.
 Loader {
     id: loader
 
@@ -10,7 +10,7 @@ Loader {
     property real cornerRadius: 0
     property Item opener
     readonly property bool isOpen: settings !== null && settings.isOpen
-    /// Where the focus starts.
+    /// The initially focused control.
     readonly property Item firstControl: item ? item.firstControl : null
     property bool isNeeded: false
 
@@ -25,9 +25,9 @@ Loader {
         compact: loader.compact
         cornerRadius: loader.cornerRadius
         opener: loader.opener
-        // Not from the start, so that it slides in.
+        // After creation, so that the opening is animated.
         Component.onCompleted: open = Qt.binding(() => loader.isOpen)
-        // Queued: it is the sheet itself that says so.
+        // Queued, because the sheet must not be destroyed in its own signal handler.
         onClosed: Qt.callLater(() => loader.isNeeded = loader.isOpen)
     }
 }

@@ -1,7 +1,7 @@
 import QtQuick
 import Quellora.Ui
 
-/// A heading, a hint and what it is about.
+/// A section with a heading, a hint and its controls.
 Item {
     id: section
 

@@ -3,14 +3,14 @@ import QtQuick.Controls.Basic as Basic
 import Quellora.Sheets
 import Quellora.Ui
 
-/// The settings over everything below the control bar. Tab stays inside; Escape closes it, and the
-/// focus goes back to `opener`.
+/// The settings sheet; covers everything below the control bar. Tab stays inside; Escape closes it, and
+/// the focus returns to `opener`.
 SheetHost {
     id: sheet
 
     required property SettingsModel settings
     property bool compact: false
-    /// The control that leads here.
+    /// The control that opened the sheet.
     property Item opener
     property bool byKeyboard: false
     property bool isFocusDue: false
@@ -18,17 +18,17 @@ SheetHost {
     readonly property int pad: compact ? Tokens.space3 : Tokens.space5
     readonly property int headerHeight: compact ? 40 : 48
 
-    /// It has closed and is no longer seen.
+    /// The closing animation has finished.
     signal closed()
 
-    /// Once it can be taken: what is hidden or disabled takes no focus.
+    /// Deferred, because hidden or disabled items cannot take the focus.
     function takeFocus() {
         if (!isFocusDue || !visible || !enabled)
             return
         isFocusDue = false
         closeButton.forceActiveFocus(byKeyboard ? Qt.TabFocusReason : Qt.OtherFocusReason)
     }
-    /// Brings an item of the content into view.
+    /// Scrolls an item of the content into view.
     function reveal(item) {
         for (let above = item; above; above = above.parent) {
             if (above !== sections)
@@ -48,7 +48,7 @@ SheetHost {
     theme: Tokens.sheet(!settings.isLightTheme)
     onCloseRequested: {
         byKeyboard = true
-        // A colour half typed is given up; leaving the field would take it.
+        // Discards a partly typed colour; losing the focus would apply it.
         settings.restoreHexInput()
         settings.close()
     }
@@ -59,7 +59,7 @@ SheetHost {
             takeFocus()
             return
         }
-        // Before the sheet is disabled, which would take the focus from it.
+        // Before disabling the sheet, which would clear the focus.
         if (opener && sheet.activeFocus)
             opener.forceActiveFocus(byKeyboard ? Qt.TabFocusReason : Qt.OtherFocusReason)
     }
@@ -152,7 +152,7 @@ SheetHost {
         width: sheet.width
         height: sheet.height - y
         clip: true
-        // The wheel and the bar scroll; a drag selects text or does nothing.
+        // Scrolled by wheel and scrollbar only; dragging selects text.
         interactive: false
         contentHeight: sections.height + 2 * sections.y
         onRangeChanged: scrollBy(0)
@@ -170,7 +170,7 @@ SheetHost {
             settings: sheet.settings
             theme: sheet.theme
             compact: sheet.compact
-            // Once what is new has its place.
+            // After the new item is laid out.
             onAttention: item => Qt.callLater(sheet.reveal, item)
         }
         Basic.ScrollBar.vertical: Basic.ScrollBar {

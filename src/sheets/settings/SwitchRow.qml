@@ -6,7 +6,7 @@ Toggle {
     id: row
 
     property string hint
-    /// What is stored; the row asks for a change and shows what came of it.
+    /// The stored value; the row requests a change and shows the result.
     property bool on: false
     property bool isFirst: false
     property bool isLast: false
@@ -17,7 +17,7 @@ Toggle {
     theme: Tokens.sheetDark
     trailing: true
     checked: on
-    // The switch stands beside the title.
+    // The switch is next to the title.
     leftPadding: Tokens.space3
     rightPadding: Tokens.space3
     topPadding: 5

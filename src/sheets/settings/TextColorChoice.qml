@@ -2,14 +2,14 @@ import QtQuick
 import Quellora.Sheets
 import Quellora.Ui
 
-/// Swatches and a field for a colour of one's own.
+/// Swatches and a field for a custom colour.
 Item {
     id: choice
 
     required property SettingsModel settings
     property ThemeTokens theme: Tokens.sheetDark
     readonly property int perRow: Math.max(1, Math.floor((swatchSpace + 8) / 36))
-    /// Beside each other where both fit, else the field goes below.
+    /// Side by side if both fit, else the field is below.
     readonly property bool isWide: width >= buttons.count * 36 - 8 + 24 + field.width
     readonly property real swatchSpace: isWide ? width - field.width - 24 : width
     readonly property int swatchLines: Math.ceil(buttons.count / perRow)
@@ -56,7 +56,7 @@ Item {
                     scale: swatch.down ? 0.92 : 1
                 }
                 Rectangle {
-                    // One ring for the chosen colour, a stronger one for the keyboard's place.
+                    // A ring marks the chosen colour, a stronger one the keyboard focus.
                     anchors.fill: parent
                     anchors.margins: -4
                     radius: 18

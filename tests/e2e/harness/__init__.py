@@ -1,4 +1,4 @@
-"""Harness of the end-to-end tests: real programs on a private display, driven like a user would."""
+"""Harness of the end-to-end tests: real programs on a private display, driven as by a user."""
 
 from .access import Accessibility
 from .app import App, TEST_EMAIL, TEST_PASSWORD

@@ -1,4 +1,4 @@
-"""Finding and using controls by their accessible role and name."""
+"""Finds and uses controls by accessible role and name."""
 
 import re
 import time
@@ -6,7 +6,7 @@ import warnings
 
 from .waiting import PATIENCE, wait_until
 
-#: How the accessibility library names the press of different controls.
+#: Names of the press action for different kinds of controls.
 _PRESS_NAMES = ("press", "click", "toggle", "activate", "jump")
 
 #: Roles that continue a line of the page instead of starting a new one.
@@ -14,7 +14,7 @@ _INLINE_ROLES = ("label", "static", "link", "text")
 
 
 class Accessibility:
-    """The program's controls as assistive software sees them."""
+    """The program's controls as exposed to assistive technology."""
 
     def __init__(self, app):
         self._app = app
@@ -22,9 +22,9 @@ class Accessibility:
 
     @property
     def api(self):
-        """The library, loaded when first needed because it binds to the bus of that moment."""
+        """The library, loaded lazily because it binds to the current session bus."""
         if self._api is None:
-            # The library's own names for its interfaces are marked as deprecated.
+            # The introspected interface names are marked as deprecated.
             warnings.simplefilter("ignore", DeprecationWarning)
             warnings.simplefilter("ignore", ImportWarning)
             import gi  # pylint: disable=import-outside-toplevel
@@ -41,7 +41,7 @@ class Accessibility:
             pass
 
     def root(self):
-        """The program's node, or None before it has registered."""
+        """The program's root node, or None before it has registered."""
         atspi, glib = self.api
         self._pump()
         desktop = atspi.get_desktop(0)
@@ -89,7 +89,7 @@ class Accessibility:
             return False
 
     def shown(self, node=None):
-        """All nodes on show below a node (the program by default), parents first."""
+        """All shown nodes below a node (the program by default), parents first."""
         node = node or self.root()
         if node is None:
             return
@@ -98,7 +98,7 @@ class Accessibility:
         except self.api[1].Error:
             return
         for child in children:
-            # What is inside a hidden part is hidden too.
+            # Children of hidden nodes are hidden too.
             if child is not None and self.has_state(child, "SHOWING"):
                 yield child
                 yield from self.shown(child)
@@ -141,7 +141,7 @@ class Accessibility:
             try:
                 for index in range(node.get_child_count()):
                     child = node.get_child_at_index(index)
-                    # Neither hidden parts nor the page's inside need a look.
+                    # Skips hidden parts and the content of the page.
                     if child is None or not self.has_state(child, "SHOWING"):
                         continue
                     if child.get_role_name() == "panel" and child.get_name() == "Response":
@@ -166,11 +166,11 @@ class Accessibility:
             raise AssertionError(f"{error}; it is on {seen[0]!r}") from None
 
     def is_enabled(self, node):
-        """Whether a control takes presses."""
+        """Whether a control is enabled."""
         return self.has_state(node, "SENSITIVE")
 
     def press(self, name, role=None):
-        """Presses a control the way a screen reader does."""
+        """Presses a control as a screen reader does."""
         node = self.wait_for(name, role, enabled=True)
         actions = node.get_action_iface()
         if actions is None:
@@ -184,7 +184,7 @@ class Accessibility:
         raise AssertionError(f"the control {name!r} offers only {offered}")
 
     def focus(self, name, role=None):
-        """Focuses a control the way a screen reader does; the page's offer no press of their own."""
+        """Focuses a control as a screen reader does; the page's controls have no press action."""
         node = self.wait_for(name, role, enabled=True)
         actions = node.get_action_iface()
         offered = [actions.get_action_name(index).lower()
@@ -196,7 +196,7 @@ class Accessibility:
         """(x, y, width, height) of a node on the screen, in pixels."""
         atspi = self.api[0]
         box = node.get_component_iface().get_extents(atspi.CoordType.SCREEN)
-        # The toolkit reports points.
+        # Qt reports logical pixels.
         scale = int(self._app.environment.get("QT_SCALE_FACTOR", "1"))
         return box.x * scale, box.y * scale, box.width * scale, box.height * scale
 
@@ -206,7 +206,7 @@ class Accessibility:
         self._app.desktop.click(x + width // 2, y + height // 2, button)
 
     def settled_bounds(self, name, role=None):
-        """Bounds of a control once two looks in a row agree (it may still be moving)."""
+        """Bounds of a control once two consecutive readings agree, because it may be moving."""
         last = [None]
 
         def look():
@@ -216,7 +216,7 @@ class Accessibility:
         return wait_until(look, what=f"the control {name!r} to come to rest", interval=0.05)
 
     def text_of(self, node):
-        """A node's text: its text interface when it has one, else its name."""
+        """A node's text: from its text interface if it has one, else its name."""
         try:
             text = node.get_text_iface()
             if text is not None:
@@ -230,14 +230,14 @@ class Accessibility:
             return ""
 
     def page_text(self):
-        """Everything that the response page shows, in reading order."""
+        """The text of the response page, in reading order."""
         page = self.find(re.compile(""), "document web")
         if page is None:
             return ""
         return self._block_text(page)
 
     def _block_text(self, node):
-        """Text below a node: pieces of a line joined as they stand, blocks on lines of their own."""
+        """Text below a node: inline pieces concatenated, blocks on separate lines."""
         lines = [""]
         try:
             for index in range(node.get_child_count()):
@@ -256,7 +256,7 @@ class Accessibility:
         return "\n".join(line for line in lines if line)
 
     def wait_for_page_text(self, text, timeout=PATIENCE):
-        """Waits until the response page shows a text, and returns all it shows."""
+        """Waits until the response page shows a text; returns the whole page text."""
         seen = [""]
 
         def look():

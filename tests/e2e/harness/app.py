@@ -1,4 +1,4 @@
-"""The real program with a private home, its log, and the everyday actions on it."""
+"""The real program with a private home, its log, and common user actions."""
 
 import json
 import os
@@ -13,32 +13,33 @@ import time
 
 from . import processes
 from .access import Accessibility
+from .messages import RUNNING
 from .waiting import PATIENCE, wait_until
 
 TEST_EMAIL = "sam@example.com"
 TEST_PASSWORD = "correct horse 9"
 
-#: Where the programs under test are; the test runner sets it.
+#: Folder of the programs under test, set by the test runner.
 BIN_DIR = pathlib.Path(os.environ.get(
     "QUELLORA_BIN_DIR",
     pathlib.Path(__file__).resolve().parents[3] / "build" / "release" / "bin"))
 
 _LINE = re.compile(r"\[(\d\d:\d\d:\d\d\.\d\d\d)\] (.*)", re.DOTALL)
 
-#: First-launch hints off, empty prompt box, threads kept: what most tests want.
+#: Defaults for most tests: no first-launch hints, empty prompt box, threads saved.
 DEFAULTS = {"hasLaunchedBefore": True, "userPrompt": "", "keepAIHistoryEnabled": True}
 
 
 class App:
     """One run of the program on a desktop.
 
-    Everything it may write lies below `folder`, which is removed by `close`. Log messages (without
+    All its files are below `folder`, which `close` removes. Log messages (without
     their time) collect in `lines` while it runs.
     """
 
     def __init__(self, desktop, backend_url, defaults=None, config=None, bin_dir=None,
                  environment=None, launcher=None):
-        """With `launcher`, the path of a launcher, it starts the program and keeps its log."""
+        """With `launcher`, the path of a launcher script, starts the program through it."""
         self.desktop = desktop
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="app-"))
         self.home = self._make_folder("home")
@@ -84,25 +85,25 @@ class App:
         return folder
 
     def _fake_openers(self):
-        """A folder with an `xdg-open` that notes what it was asked to open."""
+        """Creates a folder with an `xdg-open` stub that records its arguments."""
         folder = self._make_folder("openers")
         self._opener = folder / "xdg-open"
         self.end_openers_with(0)
         return folder
 
     def end_openers_with(self, status):
-        """From now on every opener ends with this exit status."""
-        # Replaced as a whole: one that is just being started sees either.
+        """Sets the exit status of the `xdg-open` stub."""
+        # Replaced atomically, because one may be starting.
         part = self._opener.with_suffix(".part")
         part.write_text(f'#!/bin/sh\nprintf "%s\\n" "$@" >> "{self.opened_log}"\n'
                         f"exit {status}\n")
         part.chmod(0o755)
         part.rename(self._opener)
 
-    # -- life -----------------------------------------------------------------------------------
+    # -- process --------------------------------------------------------------------------------
 
     def start(self):
-        """Starts the program and returns the app itself."""
+        """Starts the program; returns self."""
         self.process = processes.spawn(
             self.command, env=self.environment, cwd=self.work,
             stdout=subprocess.PIPE, stderr=subprocess.PIPE)
@@ -153,7 +154,7 @@ class App:
     # -- log ------------------------------------------------------------------------------------
 
     def mark(self):
-        """A place in the log to look from later."""
+        """Current end of the log, for `since`."""
         with self._changed:
             return len(self.lines)
 
@@ -161,7 +162,7 @@ class App:
         """Waits for a log message and returns its index.
 
         `pattern` is a string, which must be the whole message, or a compiled expression, which
-        must match somewhere in it. The search starts after the message found by the last call,
+        must match part of it. The search starts after the message found by the last call,
         or at `since`.
         """
         def matches(line):
@@ -187,7 +188,7 @@ class App:
             return found - 1
 
     def lines_since(self, mark):
-        """Copy of the messages after a mark."""
+        """The messages after a mark."""
         with self._changed:
             return self.lines[mark:]
 
@@ -196,7 +197,7 @@ class App:
         return text in self.lines_since(since)
 
     def describe(self, problem, start=0):
-        """Text of a failure with the log around it."""
+        """Failure text with an excerpt of the log."""
         shown = "\n    ".join(self.raw_lines[max(0, start - 5):][-60:])
         errors = "\n    ".join(self.error_output[-15:])
         return (f"{problem}\n  log:\n    {shown}\n  standard error:\n    {errors}")
@@ -205,7 +206,7 @@ class App:
 
     @property
     def defaults_path(self):
-        """The stored preferences."""
+        """Path of the stored preferences."""
         return self.config_home / "Quellora" / "defaults.json"
 
     def store_defaults(self, values):
@@ -215,44 +216,44 @@ class App:
 
     @property
     def log_path(self):
-        """Where a launcher keeps the log."""
+        """Path of the launcher's log file."""
         return self.home / "Library" / "Logs" / "Vantiro" / "pipeline.log"
 
     def stored_defaults(self):
-        """The preferences as they are on disk now."""
+        """The preferences currently on disk."""
         return json.loads(self.defaults_path.read_text())
 
     def threads(self):
-        """The kept threads on disk, oldest first."""
+        """The stored threads, oldest first."""
         found = []
         for path in (self.data_home / "Quellora" / "sessions").glob("*/session.json"):
             try:
                 found.append((json.loads(path.read_text()), path.stat().st_mtime_ns))
             except (OSError, ValueError):
                 continue
-        # Dates on disk have whole seconds; the files themselves tell the order within one.
+        # Stored dates have whole seconds; file times give the order within one.
         return [record for record, _ in
                 sorted(found, key=lambda entry: (entry[0]["createdAt"], entry[1]))]
 
     def turns(self):
-        """All kept turns as (prompt, response), in order."""
+        """All stored turns as (prompt, response), in order."""
         turns = [turn for record in self.threads() for turn in record["turns"]]
         return [(turn["prompt"], turn["response"])
                 for turn in sorted(turns, key=lambda turn: turn["createdAt"])]
 
     def opened(self):
-        """What the program has asked the desktop to open."""
+        """URLs and files that the program has opened."""
         return self.opened_log.read_text().splitlines() if self.opened_log.exists() else []
 
     def temporary_files(self):
-        """Names of everything in its temporary folder, sub-folders included."""
+        """Names of all files in its temporary folder, including subfolders."""
         return sorted(str(path.relative_to(self.temporary))
                       for path in self.temporary.rglob("*"))
 
-    # -- everyday actions -----------------------------------------------------------------------
+    # -- user actions ---------------------------------------------------------------------------
 
     def wait_login_window(self):
-        """Waits until the login window is there and takes the keyboard."""
+        """Waits until the login window is shown and has the focus."""
         self.wait_for_line("[AppDelegate] Login window shown, overlay deferred until sign-in")
         self.desktop.wait_for_active("Quellora")
         self.access.wait_for("Email", focused=True)
@@ -262,14 +263,31 @@ class App:
         self.desktop.type_text(email + "\t" + password)
 
     def sign_in(self):
-        """From the login window to the running overlay, with real key presses."""
+        """Signs in with real key presses and waits for the overlay; returns self."""
         self.wait_login_window()
         self.fill_login()
         self.desktop.press("return")
-        self.wait_for_line(
-            "[AppDelegate] Vantiro Overlay running (single-process, no pipeline.py dependency).")
+        self.wait_for_line(RUNNING)
         self.wait_overlay_shown()
         return self
+
+    def focus_prompt(self):
+        """Clicks the prompt box and waits until it has the focus."""
+        self.access.click("Write a message")
+        self.access.wait_for("Write a message", focused=True)
+
+    def send_prompt(self, text, replace=False):
+        """Types a prompt into the box and sends it; `replace` overwrites the box's text."""
+        self.focus_prompt()
+        if replace:
+            self.desktop.press("ctrl+a")
+        self.desktop.type_text(text + "\n")
+
+    def open_settings(self):
+        """Opens the settings from the menu."""
+        self.access.press("Menu")
+        self.access.press("Settings")
+        self.access.wait_for("Response text color")
 
     def panel(self):
         """(id, x, y, width, height) of the panel on the screen, or None while it is hidden."""
@@ -277,7 +295,7 @@ class App:
         return found[0] if len(found) == 1 else None
 
     def wait_overlay_shown(self):
-        """Waits until the panel, and only the panel, is on the screen."""
+        """Waits until the panel is the only window on the screen."""
         return wait_until(self.panel, what="the panel on the screen")
 
     def wait_overlay_hidden(self):
@@ -288,7 +306,7 @@ class App:
     def hotkey(self, combo, fired=None):
         """Presses a global hotkey and, with `fired`, waits until it is reported under that name.
 
-        Presses again when this one fell into the debounce time of the same action.
+        Repeats the press if it was debounced.
         """
         if not fired:
             self.desktop.press(combo)

@@ -1,4 +1,4 @@
-"""The real local backend with data of its own."""
+"""The real local backend with private data."""
 
 import pathlib
 import re
@@ -17,7 +17,7 @@ _LISTENING = re.compile(r"listening on (http://127\.0\.0\.1:\d+)")
 class Backend:
     """One `quellora-backend` on a free loopback port, with a private data folder.
 
-    Only the built-in offline reader answers, whatever providers the user's environment names.
+    Always offline, regardless of providers in the user's environment.
     """
 
     def __init__(self, desktop_environment, bin_dir=None):
@@ -36,18 +36,18 @@ class Backend:
         self._reader = None
 
     def command(self, *arguments):
-        """Runs one command of the backend and returns what it printed."""
+        """Runs a backend command; returns its output."""
         return subprocess.run([self._program, *arguments], env=self._environment, check=True,
                               stdout=subprocess.PIPE, text=True).stdout
 
     def ensure_account(self):
-        """Creates the account when there is none; (email, password), the latter None if it was."""
+        """Creates the account if missing; returns (email, password), password None if it existed."""
         fields = dict(line.split(": ", 1) for line in self.command("ensure-account").splitlines()
                       if ": " in line)
         return fields["email"], fields.get("password")
 
     def start(self):
-        """Starts serving and waits for the address."""
+        """Starts the server and waits for its address."""
         self._process = processes.spawn(
             [self._program, "serve", "--port", "0", "--offline"], env=self._environment,
             stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)

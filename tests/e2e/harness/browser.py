@@ -1,4 +1,4 @@
-"""A web browser as the user has one, without a window."""
+"""A headless web browser."""
 
 import base64
 import json
@@ -18,14 +18,14 @@ _FLAGS = ("--headless", "--disable-gpu", "--disable-quic", "--no-first-run",
 
 
 class Browser:
-    """Chromium with a profile of its own, driven over its debugging pipe.
+    """Chromium with a private profile, controlled over its debugging pipe.
 
-    Every page is visited in the same tab; clicks are pointer events like a user's.
+    All pages open in the same tab; clicks are real pointer events.
     """
 
     @staticmethod
     def program():
-        """Path of the browser, or None where there is none."""
+        """Path of the browser, or None if not installed."""
         return shutil.which("chromium")
 
     def __init__(self):
@@ -35,7 +35,7 @@ class Browser:
         flags = list(_FLAGS) + [f"--user-data-dir={self.folder / 'profile'}"]
         if os.geteuid() == 0:
             flags.append("--no-sandbox")
-        # The pipe's ends have to be the descriptors 3 and 4.
+        # Chromium expects the pipe at descriptors 3 and 4.
         self._process = processes.spawn(
             ["/bin/bash", "-c", f'exec "$@" 3<&{commands} 4>&{events}', "browser",
              self.program(), *flags, "about:blank"],
@@ -98,28 +98,28 @@ class Browser:
                                                "returnByValue": True})["result"].get("value")
 
     def visit(self, url):
-        """Opens an address and waits until its page is there."""
+        """Opens a URL and waits until the page is loaded."""
         self._call("Page.navigate", {"url": url})
         wait_until(lambda: self.evaluate("document.readyState") == "complete"
                    and self.url != "about:blank", what="the page")
 
     @property
     def url(self):
-        """Address of the page on show."""
+        """URL of the current page."""
         return self.evaluate("location.href")
 
     @property
     def text(self):
-        """What the page says."""
+        """Text of the page."""
         return self.evaluate("document.body ? document.body.innerText : ''")
 
     def wait_for_text(self, text):
-        """Waits until the page says something."""
+        """Waits until the page contains a text."""
         wait_until(lambda: text in (self.text or ""),
                    what=f"{text!r} in the browser; it says {self.text!r}")
 
     def click_button(self, caption):
-        """One click in the middle of the button with this caption."""
+        """Clicks the middle of the button with this caption."""
         place = wait_until(lambda: self.evaluate(
             "(() => { for (const button of document.querySelectorAll('button')) {"
             f" if (button.innerText !== {json.dumps(caption)}) continue;"
@@ -127,7 +127,7 @@ class Browser:
             " const box = button.getBoundingClientRect();"
             " return [box.x + box.width / 2, box.y + box.height / 2]; } return null; })()"),
             what=f"the button {caption!r}")
-        # A page takes no input before it has been painted.
+        # A page accepts no input before its first paint.
         self._call("Runtime.evaluate", {"awaitPromise": True, "expression":
                                         "new Promise(done => requestAnimationFrame(() =>"
                                         " requestAnimationFrame(() => done())))"})
@@ -137,7 +137,7 @@ class Browser:
                         "clickCount": 1})
 
     def fill_in(self, name, value):
-        """Puts text into a field of the page's last form."""
+        """Fills in a field of the page's last form."""
         self.evaluate(f"document.forms[document.forms.length - 1].elements[{json.dumps(name)}]"
                       f".value = {json.dumps(value)}")
 

@@ -7,19 +7,20 @@ import unittest
 
 from .app import App
 from .desktop import Desktop
+from .messages import PREFIX, STREAM_COMPLETE
 from .server import QUERY, HostileServer
 from .waiting import wait_until
 from .windows import OtherWindow
 
-#: Pictures and logs of failed tests go here.
+#: Folder for screenshots and logs of failed tests.
 ARTIFACTS = pathlib.Path(os.environ.get(
     "QUELLORA_E2E_ARTIFACTS", pathlib.Path(__file__).resolve().parents[3] / "out" / "e2e"))
 
 
 class E2ECase(unittest.TestCase):
-    """One desktop per test file; every test starts and ends its own programs."""
+    """One desktop per test file; every test starts its own programs."""
 
-    #: Arguments of the file's Desktop.
+    #: Arguments for the Desktop.
     desktop_options = {}
     desktop = None
 
@@ -44,7 +45,7 @@ class E2ECase(unittest.TestCase):
         return len(self._result.failures) + len(self._result.errors) if self._result else 0
 
     def _keep_evidence(self):
-        """Cleanup that runs first: after a failure, keeps a picture and the logs."""
+        """Cleanup that runs first: saves a screenshot and the logs after a failure."""
         if self._problems() == self._problems_before or self.desktop is None:
             return
         ARTIFACTS.mkdir(parents=True, exist_ok=True)
@@ -55,17 +56,17 @@ class E2ECase(unittest.TestCase):
             (ARTIFACTS / f"{name}-{index}.log").write_text(text + "\n")
 
     def server(self, **config):
-        """A server that lives as long as the test."""
+        """Starts a server that is closed at the end of the test."""
         server = HostileServer(**config)
         self.addCleanup(self._close_server, server)
         return server
 
     def _close_server(self, server):
         server.close()
-        self.assertEqual(server.errors, [], "the test's own server failed")
+        self.assertEqual(server.errors, [], "the test server failed")
 
     def app(self, server, **options):
-        """A started program that lives as long as the test."""
+        """Starts a program that is closed at the end of the test."""
         url = server if isinstance(server, str) else server.url
         app = App(self.desktop, url, **options)
         self.apps.append(app)
@@ -74,9 +75,8 @@ class E2ECase(unittest.TestCase):
         return app.start()
 
     def press_in_page(self, app, name):
-        """Leads the keyboard from the prompt box to a control of the response page and presses it."""
-        app.access.click("Write a message")
-        app.access.wait_for("Write a message", focused=True)
+        """Moves the focus from the prompt box to a control of the response page and presses it."""
+        app.focus_prompt()
         while before := app.access.focused_name():
             self.desktop.press("f6")
             wait_until(lambda: app.access.focused_name() != before, what="the focus to move on")
@@ -88,20 +88,20 @@ class E2ECase(unittest.TestCase):
 
     @staticmethod
     def _focused_in_page(app):
-        """Place of the page's control that has the focus."""
+        """Index of the focused control of the page."""
         page = app.access.find("Response", "document web")
         return [index for index, node in enumerate(app.access.shown(page))
                 if app.access.has_state(node, "FOCUSED")] if page else None
 
     def other_window(self, **options):
-        """A document window that lives as long as the test."""
+        """Opens a document window that is closed at the end of the test."""
         window = OtherWindow(self.desktop, **options)
         self.addCleanup(window.close)
         return window
 
 
 class SignedInCase(E2ECase):
-    """One signed-in program for all tests of the class; each test starts with a new thread."""
+    """One signed-in program for all tests of a class; each test starts with a new thread."""
 
     server_config = {}
     app_options = {}
@@ -122,33 +122,32 @@ class SignedInCase(E2ECase):
         app = self.shared_app
         mark = app.mark()
         app.access.press("New thread")
-        app.wait_for_line("[OverlayWindowController] New thread started", since=mark)
+        app.wait_for_line(PREFIX + "New thread started", since=mark)
         if app.stored_defaults().get("userPrompt"):
             self.empty_prompt()
         self.mark = app.mark()
         self.turns_before = len(app.turns())
 
     def empty_prompt(self):
-        """Removes what is in the prompt box."""
+        """Clears the prompt box."""
         app = self.shared_app
-        app.access.click("Write a message")
-        app.access.wait_for("Write a message", focused=True)
+        app.focus_prompt()
         self.desktop.press("ctrl+a")
         self.desktop.press("delete")
         wait_until(lambda: app.stored_defaults().get("userPrompt") == "", what="the empty box")
 
+    def stored(self, key):
+        """A stored preference."""
+        return self.shared_app.stored_defaults().get(key)
+
     def ask(self, text):
         """Sends a prompt with the keyboard, as a user would."""
         app = self.shared_app
-        app.access.click("Write a message")
-        app.access.wait_for("Write a message", focused=True)
-        self.desktop.type_text(text + "\n")
-        app.wait_for_line("[OverlayWindowController] Send button clicked — prompt-only query",
-                          since=self.mark)
+        app.send_prompt(text)
+        app.wait_for_line(PREFIX + "Send button clicked — prompt-only query", since=self.mark)
 
     def wait_answer(self):
-        """Waits for the end of the answer and returns the new turns on disk."""
+        """Waits for the end of the answer; returns the app."""
         app = self.shared_app
-        app.wait_for_line("[OverlayWindowController] Stream complete, buffer cleared",
-                          since=self.mark)
+        app.wait_for_line(STREAM_COMPLETE, since=self.mark)
         return app

@@ -32,14 +32,14 @@ _SHIFT = _NAMED_KEYS["shift"]
 
 
 class Desktop:
-    """One X display with a window manager and a session bus that nothing else uses.
+    """A private X display with a window manager and a session bus.
 
-    There can be one per test process, because the accessibility library binds to the first bus it
-    sees. Everything is torn down by `close`, or by the kernel when the test process dies.
+    Only one per test process, because the accessibility library binds to the first bus it
+    sees. `close` ends everything, or the kernel does when the test process dies.
     """
 
     def __init__(self, width=1280, height=960, compositor=None, window_manager=True):
-        """`compositor` is None for none, or the path of a picom configuration ("" for its own)."""
+        """`compositor`: None, or the path of a picom configuration ("" for its default)."""
         processes.adopt_orphans()
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="desktop-"))
         self.width, self.height = width, height
@@ -68,7 +68,7 @@ class Desktop:
                                                   event_mask=X.PropertyChangeMask)
         if compositor is not None:
             self._start_compositor(compositor)
-        # The accessibility library reads these when it is first used.
+        # The accessibility library reads these on first use.
         os.environ.update(DISPLAY=self.name, XDG_RUNTIME_DIR=str(runtime),
                           DBUS_SESSION_BUS_ADDRESS=self.environment["DBUS_SESSION_BUS_ADDRESS"])
 
@@ -118,7 +118,7 @@ class Desktop:
         self.environment["DBUS_SESSION_BUS_ADDRESS"] = address
 
     def _start_window_manager(self):
-        # Its root properties appear before it manages windows; its start-up command runs after.
+        # openbox sets its root properties before it manages windows, and runs --startup afterwards.
         ready = self.folder / "window-manager-ready"
         os.mkfifo(ready)
         descriptor = os.open(ready, os.O_RDWR)
@@ -138,12 +138,12 @@ class Desktop:
                    what="the compositor")
 
     def kill_x_server(self):
-        """The display is gone, as after a crash of the X server. Nothing works here afterwards."""
+        """Kills the X server. The desktop is unusable afterwards."""
         self._children[0].kill()
         self._children[0].wait()
 
     def close(self):
-        """Ends every helper and removes the private folder. May be called twice."""
+        """Ends every helper and removes the private folder. Idempotent."""
         atexit.unregister(self.close)
         if self.connection is not None:
             try:
@@ -170,7 +170,7 @@ class Desktop:
             left = deadline - time.monotonic()
             if left <= 0:
                 raise AssertionError(f"waited {timeout:.0f} s for {what}")
-            # The short upper bound covers changes that announce themselves elsewhere.
+            # The short timeout covers changes without a property event.
             select.select([self.connection.fileno()], [], [], min(left, 0.2))
             while self.connection.pending_events():
                 self.connection.next_event()
@@ -189,7 +189,7 @@ class Desktop:
         return self.wait_for_root(is_active, f"the window {title!r} to be active", timeout)
 
     def title(self, window_id):
-        """Title of a window, empty when it has none or is gone."""
+        """Title of a window, empty if it has none or no longer exists."""
         window = self.connection.create_resource_object("window", window_id)
         try:
             utf8 = window.get_full_property(self.connection.intern_atom("_NET_WM_NAME"),
@@ -221,7 +221,7 @@ class Desktop:
                         and window.get_attributes().map_state == X.IsViewable):
                     size = window.get_geometry()
                     origin = window.translate_coords(self.root, 0, 0)
-                    # translate_coords answers with the position of our origin, negated.
+                    # translate_coords returns the negated position of the window's origin.
                     found.append((window.id, -origin.x, -origin.y, size.width, size.height))
                 for child in window.query_tree().children:
                     visit(child)
@@ -231,13 +231,13 @@ class Desktop:
         return found
 
     def window_states(self, window_id):
-        """Names of the window manager's states of a window."""
+        """Names of a window's _NET_WM_STATE atoms."""
         window = self.connection.create_resource_object("window", window_id)
         found = window.get_full_property(self.connection.intern_atom("_NET_WM_STATE"), Xatom.ATOM)
         return [self.connection.get_atom_name(atom) for atom in found.value] if found else []
 
     def window_text(self, window_id, name):
-        """A property of a window that is a text, or None."""
+        """A text property of a window, or None."""
         window = self.connection.create_resource_object("window", window_id)
         found = window.get_full_property(self.connection.intern_atom(name), X.AnyPropertyType)
         if found is None:
@@ -245,7 +245,7 @@ class Desktop:
         return found.value.decode() if isinstance(found.value, bytes) else str(found.value)
 
     def client_list(self):
-        """Ids of the windows that the window manager looks after: what a switcher offers."""
+        """Ids of the managed windows, as listed in a window switcher."""
         found = self.root.get_full_property(
             self.connection.intern_atom("_NET_CLIENT_LIST"), Xatom.WINDOW)
         return list(found.value) if found else []
@@ -294,7 +294,7 @@ class Desktop:
                 self._fake(X.KeyRelease, self._keycode("shift")[0])
 
     def move_pointer(self, x, y):
-        """Moves the pointer to a place on the screen."""
+        """Moves the pointer."""
         xtest.fake_input(self.connection, X.MotionNotify, x=int(x), y=int(y))
         self.connection.sync()
 
@@ -307,9 +307,9 @@ class Desktop:
         self._wait_for_window_manager()
 
     def _wait_for_window_manager(self):
-        """Returns when the window manager has dealt with everything up to now.
+        """Waits until the window manager has handled all previous events.
 
-        It holds each press until it has looked at it; no hand clicks again before that.
+        It grabs each press until it has handled it; a click before that would be lost.
         """
         if self._probe is None:
             return
@@ -340,12 +340,12 @@ class Desktop:
         self._wait_for_window_manager()
 
     def release(self, button=1):
-        """Ends what `hold` began."""
+        """Releases the button pressed by `hold`."""
         self._fake(X.ButtonRelease, button)
         self._wait_for_window_manager()
 
     def drag(self, x, y, to_x, to_y):
-        """Drags with the first button, in a few steps as a hand would."""
+        """Drags with the first button in several steps."""
         self.move_pointer(x, y)
         self._fake(X.ButtonPress, 1)
         for step in range(1, 6):
@@ -355,21 +355,21 @@ class Desktop:
     # -- pictures -------------------------------------------------------------------------------
 
     def screenshot(self, x=0, y=0, width=None, height=None):
-        """What the screen shows, our panel included."""
+        """An Image of the screen, including the panel."""
         width, height = width or self.width, height or self.height
         answer = self.root.get_image(x, y, width, height, X.ZPixmap, 0xFFFFFFFF)
         data = answer.data if isinstance(answer.data, bytes) else answer.data.encode("latin1")
         return Image.from_bgrx(width, height, data)
 
     def fill_root(self, colour):
-        """Paints the bare desktop in one colour."""
+        """Fills the root window with one colour."""
         red, green, blue = colour
         self.root.change_attributes(background_pixel=red << 16 | green << 8 | blue)
         self.root.clear_area()
         self.connection.sync()
 
     def paint_gradient(self, top, bottom):
-        """Gives the bare desktop a vertical gradient, in the way compositors look for it."""
+        """Sets a vertical gradient as root pixmap, where compositors expect it."""
         pixmap = self.root.create_pixmap(self.width, self.height,
                                          self.connection.screen().root_depth)
         for row in range(self.height):
@@ -385,5 +385,5 @@ class Desktop:
         self.connection.sync()
 
     def run(self, *arguments, **options):
-        """Runs a helper program on this desktop and returns its completed process."""
+        """Runs a helper program to completion on this desktop."""
         return subprocess.run(arguments, env=self.environment, check=True, **options)

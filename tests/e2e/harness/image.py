@@ -1,4 +1,4 @@
-"""Pictures as plain bytes: pixels, comparison, JPEG in, PNG out."""
+"""Images as raw bytes: pixels, comparison, JPEG decoding, PNG encoding."""
 
 import struct
 import subprocess
@@ -6,7 +6,7 @@ import zlib
 
 
 class Image:
-    """An RGB picture of `width` x `height` pixels, three bytes each."""
+    """An RGB image of `width` × `height` pixels, three bytes each."""
 
     def __init__(self, width, height, rgb):
         if len(rgb) != width * height * 3:
@@ -60,7 +60,7 @@ class Image:
         return all(abs(a - b) <= tolerance for a, b in zip(mean, colour))
 
     def differing_pixels(self, other, x, y, width, height, tolerance=40):
-        """How many pixels of a rectangle differ from those of another picture."""
+        """Number of pixels in a rectangle that differ from another image."""
         count = 0
         for row in range(y, y + height):
             for column in range(x, x + width):

@@ -1,4 +1,4 @@
-"""Child processes that cannot outlive the test that started them."""
+"""Child processes that cannot outlive their test."""
 
 import ctypes
 import os
@@ -31,7 +31,7 @@ def spawn(arguments, **options):
 
 
 def children_by_parent():
-    """Every live process of the system: parent id -> [(id, command name)]. Zombies are left out."""
+    """All live processes except zombies: parent id -> [(id, command name)]."""
     table = {}
     for entry in os.listdir("/proc"):
         if not entry.isdigit():
@@ -62,7 +62,7 @@ def descendants(root):
 
 
 def reap():
-    """Collects orphans that were handed to this process and have ended."""
+    """Reaps adopted orphans that have ended."""
     try:
         while os.waitpid(-1, os.WNOHANG)[0] > 0:
             pass
@@ -71,7 +71,7 @@ def reap():
 
 
 def stop(process, timeout=5.0):
-    """Ends a child and everything it started: politely first, then by force."""
+    """Ends a child and its descendants: SIGTERM, then SIGKILL."""
     if process is None:
         return
     family = [process.pid, *descendants(process.pid)]
@@ -93,7 +93,7 @@ def stop(process, timeout=5.0):
 
 
 def kill_all_descendants():
-    """Kills whatever this process has started, directly or not."""
+    """Kills all descendants of this process."""
     deadline = time.monotonic() + 5
     while time.monotonic() < deadline:
         left = descendants(os.getpid())

@@ -40,7 +40,7 @@ def login_response(token="session-token-1", **config):
 
 
 def chunk_event(text):
-    """One stream line carrying a piece of the answer."""
+    """A stream line with a piece of the answer."""
     return b"data: " + json.dumps({"type": "chunk", "text": text}).encode() + b"\n\n"
 
 
@@ -52,7 +52,7 @@ def done_event(**fields):
 
 
 class Request:
-    """One received request, with its header lines in the order in which they came."""
+    """A received request, with its header lines in wire order."""
 
     def __init__(self, method, target, headers, body, token_of_connection):
         self.method = method
@@ -69,7 +69,7 @@ class Request:
         return None
 
     def header_order(self, *names):
-        """Those of `names` that are present, in the order on the wire."""
+        """Those of `names` that are present, in wire order."""
         wanted = {name.lower(): name for name in names}
         return [wanted[key.lower()] for key, _ in self.headers if key.lower() in wanted]
 
@@ -83,7 +83,7 @@ class Gone(Exception):
 
 
 class Connection:
-    """The server's end of one connection while a request is answered."""
+    """The server's end of a connection while answering a request."""
 
     def __init__(self, server, connection):
         self._server = server
@@ -91,7 +91,7 @@ class Connection:
         self.closed_by_client = threading.Event()
 
     def send(self, data):
-        """Sends bytes as they are; raises Gone when the client has left."""
+        """Sends raw bytes; raises Gone if the client has disconnected."""
         try:
             self._socket.sendall(data)
         except OSError as error:
@@ -99,31 +99,31 @@ class Connection:
             raise Gone from error
 
     def send_bytewise(self, data):
-        """Sends every byte in a network packet of its own."""
+        """Sends every byte in a separate packet."""
         for index in range(len(data)):
             self.send(data[index:index + 1])
 
     def respond(self, status, body=b"", content_type="application/json", headers=(),
                 reason="Status"):
-        """Sends a whole answer and ends the connection."""
+        """Sends a complete response and closes the connection."""
         lines = [f"HTTP/1.1 {status} {reason}", f"Content-Length: {len(body)}",
                  f"Content-Type: {content_type}", "Connection: close", *headers]
         self.send("\r\n".join(lines).encode() + b"\r\n\r\n" + body)
 
     def begin_stream(self, headers=()):
-        """Sends the head of a streamed answer whose end is the end of the connection."""
+        """Sends the header of a streamed response that ends with the connection."""
         lines = ["HTTP/1.1 200 OK", "Content-Type: text/event-stream", "Cache-Control: no-store",
                  "Connection: close", *headers]
         self.send("\r\n".join(lines).encode() + b"\r\n\r\n")
 
     def reset(self):
-        """Breaks the connection with a reset instead of an orderly end."""
+        """Resets the connection."""
         self._socket.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
         self._socket.close()
 
     def wait_closed(self, timeout=None):
-        """Waits until the client ends the connection; false when it does not in this time, or not
-        before the server stops."""
+        """Waits until the client closes the connection; False after the timeout or when the server
+        stops."""
         ready, _, _ = select.select([self._socket, self._server.stopping], [], [], timeout)
         if self._socket not in ready:
             return False
@@ -136,7 +136,7 @@ class Connection:
         return gone
 
     def wait_for(self, event, timeout=PATIENCE):
-        """Holds the answer back until the test sets `event`."""
+        """Blocks the response until the test sets `event`."""
         if not event.wait(timeout):
             raise AssertionError("the test never released the answer")
 
@@ -144,7 +144,7 @@ class Connection:
 class HostileServer:
     """Answers each path with a handler `handler(connection, request)`, one thread per connection.
 
-    Without handlers it is a friendly backend: sign-in succeeds and every question is answered
+    Without handlers it acts as a working backend: sign-in succeeds and every question is answered
     with "Hello from the server.". Handlers may be replaced at any time.
     """
 
@@ -171,7 +171,7 @@ class HostileServer:
 
     @staticmethod
     def answer_with(*texts, **done):
-        """Handler that streams the given texts as chunks and ends the answer properly."""
+        """Handler that streams the texts as chunks and completes the answer."""
         def handler(connection, _request):
             connection.begin_stream()
             for text in texts:
@@ -181,7 +181,7 @@ class HostileServer:
 
     @staticmethod
     def stream(*pieces):
-        """Handler that sends pieces: bytes as they are; an event is waited for."""
+        """Handler that streams pieces: sends bytes, waits for events."""
         def handler(connection, _request):
             connection.begin_stream()
             for piece in pieces:
@@ -192,16 +192,27 @@ class HostileServer:
         return handler
 
     @staticmethod
+    def unfinished(left, *texts):
+        """Handler that streams texts without an end; sets the event `left` on disconnection."""
+        def handler(connection, _request):
+            connection.begin_stream()
+            for text in texts:
+                connection.send(chunk_event(text))
+            if connection.wait_closed():
+                left.set()
+        return handler
+
+    @staticmethod
     def status(code, body=b"{}", **options):
         """Handler that answers with a status."""
         return lambda connection, _request: connection.respond(code, body, **options)
 
     def on(self, path, handler):
-        """Sets the handler of a path; it serves requests from now on."""
+        """Sets the handler for a path."""
         with self._changed:
             self._handlers[path] = handler
 
-    # -- what came in ---------------------------------------------------------------------------
+    # -- requests -------------------------------------------------------------------------------
 
     def requests(self, path=None):
         """Received requests, all or those of one path."""
@@ -210,12 +221,12 @@ class HostileServer:
 
     @property
     def connection_count(self):
-        """How many connections have been opened."""
+        """Number of connections opened so far."""
         with self._changed:
             return self._connections
 
     def wait_for_request(self, path, count=1, timeout=PATIENCE):
-        """Waits until `count` requests of a path have come and returns the last of them."""
+        """Waits for `count` requests of a path; returns the last of them."""
         def enough():
             found = [r for r in self._requests if r.target.split("?")[0] == path]
             return found[count - 1] if len(found) >= count else None
@@ -298,7 +309,7 @@ class HostileServer:
         return request
 
     def close(self):
-        """Stops listening and breaks every open connection."""
+        """Stops listening and closes every open connection."""
         with self._changed:
             if self._closing:
                 return

@@ -34,7 +34,7 @@ def _load():
 
 
 def serve(address):
-    """The watcher and host itself, in a process of its own. Writes the items to its output."""
+    """Runs the watcher and host in a separate process; prints the items."""
     gio, glib = _load()
     flags = (gio.DBusConnectionFlags.AUTHENTICATION_CLIENT
              | gio.DBusConnectionFlags.MESSAGE_BUS_CONNECTION)
@@ -82,7 +82,7 @@ def serve(address):
 
 
 class TrayHost:
-    """A tray that comes to a desktop and shows what programs put there."""
+    """A StatusNotifier tray that appears on a desktop."""
 
     def __init__(self, desktop):
         self._gio, self._glib = _load()
@@ -113,7 +113,7 @@ class TrayHost:
                 self.items = [item for item in self.items if item != tuple(rest)]
 
     def close(self):
-        """The tray goes away. May be called twice."""
+        """Removes the tray. Idempotent."""
         if self._process is None:
             return
         processes.stop(self._process)
@@ -121,14 +121,14 @@ class TrayHost:
         self._bus.close_sync(None)
         self._process = None
 
-    # -- what a tray does -----------------------------------------------------------------------
+    # -- items and menus ------------------------------------------------------------------------
 
     def wait_item(self):
         """Waits until exactly one item is shown."""
         wait_until(lambda: len(self.items) == 1, what="the item in the tray")
 
     def wait_empty(self):
-        """Waits until nothing is shown."""
+        """Waits until no item is shown."""
         wait_until(lambda: not self.items, what="the item to leave the tray")
 
     def _call(self, path, interface, method, arguments=None):
@@ -142,7 +142,7 @@ class TrayHost:
                           self._glib.Variant("(ss)", (ITEM, name)))[0]
 
     def activate(self):
-        """A click on the item itself."""
+        """Clicks the item."""
         self._call(self.items[0][1], ITEM, "Activate", self._glib.Variant("(ii)", (0, 0)))
 
     def rows(self):
@@ -152,7 +152,7 @@ class TrayHost:
         return [(number, properties) for number, properties, _ in children]
 
     def choose(self, label):
-        """A click on a row."""
+        """Chooses a menu row."""
         number = next(number for number, properties in self.rows()
                       if properties.get("label") == label)
         self._call(self.property("Menu"), MENU, "Event", self._glib.Variant(

@@ -1,9 +1,8 @@
-"""Bounded waiting for things that announce themselves by no event."""
+"""Polling with a timeout, for conditions without an event."""
 
 import time
 
-#: Seconds after which something that should have happened counts as failed. Generous, because it
-#: only costs time when a test fails.
+#: Default timeout in seconds. Generous, because it costs time only when a test fails.
 PATIENCE = 30.0
 
 

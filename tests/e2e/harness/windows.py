@@ -1,4 +1,4 @@
-"""The other program: an X client that records what the user's input does to it."""
+"""Another program: an X client that records the input it receives."""
 
 import collections
 import os
@@ -8,7 +8,7 @@ import threading
 from Xlib import X, Xatom, Xcursorfont
 from Xlib import display as xdisplay
 
-from .waiting import PATIENCE
+from .waiting import PATIENCE, wait_until
 
 #: One recorded event: kind is "focus-in", "focus-out", "key", "press", "release" or "wheel".
 Event = collections.namedtuple("Event", "kind detail x y")
@@ -18,7 +18,7 @@ QUARTERS = ((200, 60, 60), (60, 180, 75), (66, 99, 216), (240, 200, 60))
 
 
 class OtherWindow:
-    """A window with a four-coloured document, on its own X connection and thread."""
+    """A window with a four-coloured document, with its own X connection and thread."""
 
     def __init__(self, desktop, x=0, y=0, width=None, height=None, title="Document",
                  colours=QUARTERS, override_redirect=False):
@@ -57,7 +57,7 @@ class OtherWindow:
             self._display.intern_atom("_NET_WM_NAME"),
             self._display.intern_atom("UTF8_STRING"), self.title.encode())
         self._window.set_wm_normal_hints(flags=1 << 0 | 1 << 2, x=x, y=y)
-        # No decorations, so that the document fills the place it asked for.
+        # No decorations, so that the document has the requested geometry.
         hints = self._display.intern_atom("_MOTIF_WM_HINTS")
         self._window.change_property(hints, hints, 32, [2, 0, 0, 0, 0])
         self._window.change_property(
@@ -91,7 +91,7 @@ class OtherWindow:
                 self._paint()
                 self._ready.set()
         elif event.type in (X.FocusIn, X.FocusOut):
-            # A key grab takes the focus for the length of the press; that is nobody's focus change.
+            # A key grab takes the focus during the press; this is no real focus change.
             if event.mode in (X.NotifyNormal, X.NotifyWhileGrabbed):
                 self._record("focus-in" if event.type == X.FocusIn else "focus-out", 0, 0, 0)
         elif event.type == X.KeyPress:
@@ -108,17 +108,22 @@ class OtherWindow:
             self._changed.notify_all()
 
     def events(self, kind=None, since=0):
-        """What has been recorded so far."""
+        """The events recorded so far."""
         with self._changed:
             return [event for event in self._events[since:] if kind in (None, event.kind)]
 
     def mark(self):
-        """A place in the recording to look from later."""
+        """Current end of the recording, for `since`."""
         with self._changed:
             return len(self._events)
 
+    def wait_focus(self):
+        """Waits until the window has the keyboard focus."""
+        wait_until(lambda: self.desktop.focus_window() == self.window_id,
+                   what="the focus of the document")
+
     def wait_for(self, kind, detail=None, since=0, timeout=PATIENCE):
-        """Waits for an event of this kind and returns it."""
+        """Waits for an event of this kind; returns it."""
         def find():
             for event in self._events[since:]:
                 if event.kind == kind and detail in (None, event.detail):
@@ -131,7 +136,7 @@ class OtherWindow:
             return find()
 
     def close(self):
-        """Destroys the window. May be called twice."""
+        """Destroys the window. Idempotent."""
         if self._closed:
             return
         self._closed = True
