@@ -35,7 +35,7 @@ class LocalBackendTest(E2ECase):
         self.other_window()
         app.hotkey("ctrl+alt+super+c", "Capture")
         app.wait_for_line(STREAM_COMPLETE, timeout=60)
-        turns = wait_until(app.turns, what="the kept turn")
+        turns = wait_until(app.turns, what="the stored turn")
         self.assertEqual(len(turns), 1)
         self.assertGreater(len(turns[0][1]), 20)
 

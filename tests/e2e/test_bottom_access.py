@@ -125,7 +125,7 @@ class AccessTest(SignedInCase):
         self.access.press("Stop")
         self.access.wait_for("Stopped", "status bar")
 
-    def test_only_what_is_typed_of_a_saved_thread_is_kept(self):
+    def test_note_of_an_unsaved_thread_stores_notes_and_pictures_only(self):
         app = self.shared_app
         self.access.press("Save thread")
         wait_until(lambda: self.stored("keepAIHistoryEnabled") is False, what="the choice")
@@ -140,7 +140,7 @@ class AccessTest(SignedInCase):
         # The note keeps the thread's pictures and notes, not its answers.
         self.write("kept note")
         self.access.press("Add note")
-        record = wait_until(lambda: app.threads()[known:], what="the kept thread")[0]
+        record = wait_until(lambda: app.threads()[known:], what="the stored thread")[0]
         self.assertEqual([note["text"] for note in record["notes"]], ["kept note"])
         self.assertEqual(record["turns"], [])
         self.assertEqual(len(record["screenshots"]), 1)

@@ -50,7 +50,7 @@ class KeyboardTest(SignedInCase):
     def request(self, before):
         return self.shared_server.wait_for_request(QUERY, before + 1).json()
 
-    def test_tab_goes_through_everything_in_order(self):
+    def test_tab_order(self):
         self.ask("question")
         self.wait_answer()
         self.access.wait_for("Copy answer")
@@ -77,7 +77,7 @@ class KeyboardTest(SignedInCase):
         self.shared_app.wait_for_line(PREFIX + "Note added to current session", since=self.mark)
         wait_until(lambda: self.stored("userPrompt") == "", what="the empty box")
         wait_until(lambda: any(record["notes"] for record in self.shared_app.threads()[-1:]),
-                   what="the kept note")
+                   what="the stored note")
         self.assertEqual(self.shared_app.threads()[-1]["notes"][0]["text"], "metric units")
 
     def test_capture_staged_and_removed(self):
@@ -172,7 +172,7 @@ class KeyboardTest(SignedInCase):
         self.desktop.press("super+.")
         self.assertTrue(left.wait(10), "the transfer was not ended")
         wait_until(lambda: self.shared_app.turns()[self.turns_before:]
-                   == [("long question", "partial")], what="the kept part")
+                   == [("long question", "partial")], what="the stored part")
         self.access.wait_for("Stopped", "status bar")
 
     def test_model_list(self):

@@ -102,7 +102,7 @@ class MouseTest(pointer_case.PointerCase):
                           if event.kind in ("focus-in", "focus-out", "press")], [])
         self.assertEqual(len(self.shared_server.requests(QUERY)), self.before + 1)
 
-    def test_staged_screenshot_goes_with_the_next_send_only(self):
+    def test_staged_screenshot_is_sent_only_once(self):
         self.access.click("Capture without sending")
         self.access.wait_for("1280 × 960 · goes with your next message")
         self.type_prompt("first")
@@ -139,7 +139,7 @@ class MouseTest(pointer_case.PointerCase):
         self.access.click("Stop")
         self.access.wait_gone("Stop")
         wait_until(lambda: self.shared_app.turns()[self.turns_before:]
-                   == [("question", "partial")], what="the kept part")
+                   == [("question", "partial")], what="the stored part")
 
     def test_disabled_buttons_ignore_clicks(self):
         mark = self.shared_app.mark()

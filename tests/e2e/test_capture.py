@@ -87,7 +87,7 @@ class CaptureTest(E2ECase):
         wait_until(lambda: len(self.desktop.screenshot(left, top, 500, 120).colours()) > 20,
                    what="the answer to be drawn in the panel")
 
-        wait_until(app.turns, what="the kept turn")
+        wait_until(app.turns, what="the stored turn")
         self.assertEqual(app.turns(), [("Describe what is on the screen.", ANSWER)])
         thread = app.threads()[0]
         folder = app.data_home / "Quellora" / "sessions" / thread["id"]

@@ -111,7 +111,7 @@ class CaptureToolTest(E2ECase):
         finally:
             hidden.rename(self.tool)
 
-    def test_own_pictures_are_used_as_they_are(self):
+    def test_tool_picture_is_scaled_and_removed(self):
         (self.bin_dir / "ready.png").write_bytes(png(3024, 1964, (200, 100, 50)))
         self.behave('cp "$here/ready.png" "$3"')
         mark = self.capture()

@@ -95,10 +95,10 @@ class BlockedTest(E2ECase):
         access.press("Add note")
         app.wait_for_line(PREFIX + "Note added to current session", since=mark)
         access.wait_for_page_text("kept note")
-        wait_until(lambda: app.threads() and app.threads()[0]["notes"], what="the kept note")
+        wait_until(lambda: app.threads() and app.threads()[0]["notes"], what="the stored note")
         folders = list((app.data_home / "Quellora" / "sessions").iterdir())
         self.assertEqual(len(folders), 1)
-        wait_until(lambda: (folders[0] / "screenshot-0.png").exists(), what="the kept picture")
+        wait_until(lambda: (folders[0] / "screenshot-0.png").exists(), what="the stored picture")
         self.assertEqual(server.requests(QUERY), [])
 
 

@@ -88,7 +88,7 @@ class CyclesTest(E2ECase):
         self.assertTrue(left.wait(5))
         # The partial answer is stored, as after Stop.
         wait_until(lambda: [response for _, response in app.turns()] == ["never ends"],
-                   what="the kept part")
+                   what="the stored part")
         server.on(QUERY, HostileServer.answer_with("a new start"))
         self.sign_in(app)
         app.send_prompt("again")

@@ -124,7 +124,7 @@ class FocusTest(E2ECase):
         self.assertEqual(window.events("key", since=mark), [])
         app.wait_for_line(STREAM_COMPLETE)
         wait_until(lambda: app.stored_defaults().get("userPrompt") == "",
-                   what="the prompt box to empty")
+                   what="the empty prompt box")
         # A click on the document returns the focus.
         _, x, y, width, _ = app.panel()
         self.desktop.click(x + width + 60, y + 100)

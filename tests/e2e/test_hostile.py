@@ -72,7 +72,7 @@ class HostileAnswerTest(E2ECase):
         app = self.app(server).sign_in()
         app.send_prompt("attack")
         app.wait_for_line(STREAM_COMPLETE)
-        wait_until(app.turns, what="the kept turn")
+        wait_until(app.turns, what="the stored turn")
         app.access.wait_for_page_text("Visible end")
         # A second, harmless answer in the same thread reloads the first one and gives scheduled
         # scripts time to run.
@@ -111,7 +111,7 @@ class HostileAnswerTest(E2ECase):
         self.desktop.type_text("a note to keep")
         app.access.press("Add note")
         note = wait_until(lambda: [note["id"] for thread in app.threads()
-                                   for note in thread["notes"]], what="the kept note")[0]
+                                   for note in thread["notes"]], what="the stored note")[0]
         post = "webkit.messageHandlers."
         codes = ("document.querySelector('.note-delete').click()",
                  f"{post}noteDelete.postMessage('{note}')",
@@ -129,7 +129,7 @@ class HostileAnswerTest(E2ECase):
         mark = app.mark()
         app.send_prompt("attack")
         app.wait_for_line(STREAM_COMPLETE, since=mark)
-        wait_until(app.turns, what="the kept turn")
+        wait_until(app.turns, what="the stored turn")
         shown = app.access.wait_for_page_text("Visible end")
         self.assertIn("echo ${HOME} and ${ too", shown)
         self.assertIn("${(() => {try { document.querySelector", shown)
@@ -148,7 +148,7 @@ class HostileAnswerTest(E2ECase):
         self.desktop.press("home")
         app.access.focus("Delete note")
         self.desktop.press("return")
-        wait_until(lambda: not app.threads()[0]["notes"], what="the note to go")
+        wait_until(lambda: not app.threads()[0]["notes"], what="the note to disappear")
         self.assertEqual(len(app.turns()), 2)
 
 

@@ -82,7 +82,7 @@ class KeptThreadsTest(StoredThreadsCase):
         while not self.access.has_state(wanted, "FOCUSED"):
             before = self.focused_bounds()
             self.desktop.press("tab")
-            wait_until(lambda: self.focused_bounds() != before, what="the next stop of Tab")
+            wait_until(lambda: self.focused_bounds() != before, what="the next Tab stop")
         self.desktop.press("return")
         wait_until(lambda: text not in self.access.page_text(), what=f"{text} to go")
 
@@ -112,7 +112,7 @@ class KeptThreadsTest(StoredThreadsCase):
             path = self.root / self.name / f"screenshot-{index}.png"
             self.assertEqual(path.read_bytes(), picture)
 
-    def test_a_reopened_thread_loses_nothing_when_saving_is_switched(self):
+    def test_a_reopened_thread_loses_nothing_when_saving_is_toggled(self):
         self.start(saves=True)
         self.open_thread("Stored question")
         self.ask("second question")
@@ -124,7 +124,7 @@ class KeptThreadsTest(StoredThreadsCase):
         self.wait_content(self.name, ["Stored question", "second question", "third question"],
                           NOTES[1:], [0, 1])
 
-    def test_an_empty_thread_makes_no_entry_and_a_waiting_picture_is_kept(self):
+    def test_an_empty_thread_is_not_listed_and_a_staged_picture_is_kept(self):
         app = self.start(saves=False)
         self.access.press("New thread")
         self.switch_saving(True)

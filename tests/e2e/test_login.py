@@ -165,7 +165,7 @@ class LoginTest(E2ECase):
         self.desktop.press("return")
         app.wait_for_line(RUNNING)
 
-    def test_the_window_is_an_ordinary_one_with_a_dark_title_bar(self):
+    def test_the_window_is_managed_and_has_a_dark_title_bar(self):
         app = self.app(self.server())
         app.wait_login_window()
         window = self.desktop.wait_for_active("Quellora")
@@ -183,7 +183,7 @@ class LoginTest(E2ECase):
         self.assertIn("_NET_WM_STATE_SKIP_TASKBAR", self.desktop.window_states(panel))
         self.assertNotIn(panel, self.desktop.client_list())
 
-    def test_secrets_stay_out_of_logs_files_and_the_accessibility_bus(self):
+    def test_secrets_are_not_in_logs_files_or_the_accessibility_tree(self):
         server = self.server()
         server.on(LOGIN, HostileServer.status(401))
         app = self.app(server)
@@ -253,7 +253,7 @@ class BrowserSignInTest(E2ECase):
                          ["Authorization", "Content-Type", "X-App-Version"])
         self.assertEqual(set(request.json()), {"osVersion", "hotkeys", "cpuArch"})
 
-    def test_no_token_then_a_rejected_one(self):
+    def test_missing_then_rejected_token(self):
         server = self.server()
         server.on(VERIFY, HostileServer.status(401))
         app = self.start(server)

@@ -120,9 +120,9 @@ class MenuClicksTest(pointer_case.PointerCase):
 
         def notes():
             return [each["notes"] for each in self.app.threads() if each["id"] == thread][0]
-        wait_until(notes, what="the kept note")
+        wait_until(notes, what="the stored note")
         self.click_on("^(Delete note|×)$", "push button")
-        wait_until(lambda: not notes(), what="the note to go from the disk")
+        wait_until(lambda: not notes(), what="the note to be removed from disk")
         self.assert_menu_stayed()
 
     def test_sideways_scrolling(self):

@@ -239,7 +239,7 @@ class PictureTest(Case):
         wait_until(lambda: pictures() == (["screenshot-0.png"], [0]), what="the stored picture")
         app.access.click("Remove screenshot")
         app.access.wait_gone("Remove screenshot")
-        wait_until(lambda: pictures() == ([], []), what="the picture to go")
+        wait_until(lambda: pictures() == ([], []), what="the picture to disappear")
         app.access.press("Capture without sending")
         app.access.wait_for("Remove screenshot")
         wait_until(lambda: pictures() == (["screenshot-1.png"], [1]), what="the next picture")
@@ -337,9 +337,9 @@ class DiskTest(Case):
         ballast.unlink()
         self.press_in_page(app, re.compile("^(×|Delete note)$"))
         wait_until(lambda: [n["text"] for n in app.threads()[0]["notes"]] == notes[1:],
-                   what="the note to go from the disk")
+                   what="the note to be removed from disk")
         wait_until(lambda: "remember this" not in app.access.page_text(),
-                   what="the note to go from the page")
+                   what="the note to be removed from the page")
         self.assertIn("and this", app.access.page_text())
 
     def test_a_thread_that_cannot_be_deleted_stays(self):

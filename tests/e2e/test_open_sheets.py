@@ -26,7 +26,7 @@ class OpenSheetsTest(StoredThreadsCase):
 
     def wait_panel_key(self):
         panel = self.app_.panel()[0]
-        wait_until(lambda: self.desktop.focus_window() == panel, what="the panel to have the keys")
+        wait_until(lambda: self.desktop.focus_window() == panel, what="the focus of the panel")
 
     def answer_centre(self):
         _, x, y, _, _ = self.app_.panel()

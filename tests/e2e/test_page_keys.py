@@ -84,7 +84,7 @@ class PageKeysTest(SignedInCase):
         access.focus("Delete note", BUTTON)
         self.desktop.press("return")
         access.wait_gone("Delete note")
-        wait_until(lambda: not app.threads()[-1]["notes"], what="the note to go from the disk")
+        wait_until(lambda: not app.threads()[-1]["notes"], what="the note to be removed from disk")
 
 
 if __name__ == "__main__":

@@ -105,7 +105,7 @@ class NoteTest(E2ECase):
         app.access.press("Add note")
         app.wait_for_line(PREFIX + "Note added to current session")
         app.access.wait_for_page_text("use metric")
-        wait_until(lambda: app.threads() and app.threads()[0]["notes"], what="the kept note")
+        wait_until(lambda: app.threads() and app.threads()[0]["notes"], what="the stored note")
         self.assertEqual(app.threads()[0]["notes"][0]["text"], "use metric")
         self.assertEqual(server.requests(QUERY), [])
         wait_until(lambda: app.stored_defaults().get("userPrompt") == "", what="the empty box")
@@ -118,10 +118,10 @@ class NoteTest(E2ECase):
         self.press_in_page(app, re.compile("^(×|Delete note)$"))
         app.wait_for_line(PREFIX + "renderThread() — 0 notes, 1 turns", since=mark)
         # Only the note of this thread was stored.
-        wait_until(lambda: not app.threads(), what="the note to go from the disk")
+        wait_until(lambda: not app.threads(), what="the note to be removed from disk")
         shown = app.access.wait_for_page_text("noted")
         wait_until(lambda: "use metric" not in app.access.page_text(),
-                   what="the note to go from the page")
+                   what="the note to be removed from the page")
         self.assertIn("how far", shown)
         app.send_prompt("and now")
         self.assertEqual(server.wait_for_request(QUERY, 2).json()["prompt"],

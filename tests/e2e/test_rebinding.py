@@ -131,7 +131,7 @@ class RebindingTest(SignedInCase):
         self.desktop.press("escape")
         app.access.wait_gone("Reset all hotkeys")
         wait_until(lambda: self.desktop.focus_window() == self.window.window_id,
-                   what="the document to have the keyboard again")
+                   what="the focus of the document")
 
     def test_a_system_shortcut_asks_first(self):
         app = self.shared_app

@@ -184,7 +184,7 @@ class ScrollbarTest(SignedInCase):
             gates[1].set()
             # The answer is complete, and the thumb is still at the pointer.
             self.shared_app.wait_for_line(STREAM_COMPLETE, since=mark)
-            wait_until(lambda: self.shared_app.turns()[self.turns_before:], what="the kept answer")
+            wait_until(lambda: self.shared_app.turns()[self.turns_before:], what="the stored answer")
             self.assertEqual(self.thumb(), held)
             self.desktop.move_pointer(column, grip - 120)
             self.wait_thumb(lambda now, _: abs(now - (top - 120)) <= 1, "the thumb to follow on")

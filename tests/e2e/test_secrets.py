@@ -29,7 +29,7 @@ class SecretsTest(E2ECase):
         app.access.click("Email")
         self.desktop.press("ctrl+a")
 
-    def test_nothing_is_written_after_every_flow(self):
+    def test_no_flow_writes_secrets(self):
         server = self.server(heartbeatIntervalSeconds=2)
         polls = [HostileServer.status(200, login_response(
             token=TOKENS[1], heartbeatIntervalSeconds=2, requestLogs=True))]
@@ -80,7 +80,7 @@ class SecretsTest(E2ECase):
         app.access.press("Add note")
         app.wait_for_line(PREFIX + "Note added to current session")
         wait_until(lambda: any("a note to keep" in str(thread) for thread in app.threads()),
-                   what="the kept note")
+                   what="the stored note")
 
         log = server.wait_for_request(LOGS).body.decode()
         self.assertEqual(server.wait_for_request(LOGS).header("Authorization"),

@@ -53,7 +53,7 @@ class SettingsTest(SheetMixin, SignedInCase):
         self.desktop.press("escape")
         app.access.wait_gone("Response text color")
         wait_until(lambda: self.desktop.focus_window() == window.window_id,
-                   what="the document to have the keyboard again")
+                   what="the focus of the document")
         self.desktop.type_text("k")
         window.wait_for("key", ord("k"), since=mark)
         self.assertEqual([event for event in window.events(since=mark)
@@ -68,7 +68,7 @@ class SettingsTest(SheetMixin, SignedInCase):
 
         def is_on_settings():
             return app.access.has_state(app.access.find("Settings", "menu item"), "FOCUSED")
-        wait_until(lambda: is_on_settings() or self.desktop.press("down"), what="the row Settings")
+        wait_until(lambda: is_on_settings() or self.desktop.press("down"), what="the Settings row")
         self.desktop.press("return")
         app.access.wait_for("Response text color")
         self.desktop.press("tab")
@@ -131,7 +131,7 @@ class SettingsTest(SheetMixin, SignedInCase):
         app.access.wait_gone("Enter a valid hex color, e.g. #8899aa")
         app.access.press("Text color: Theme")
         wait_until(lambda: "responseTextColorHex" not in app.stored_defaults(),
-                   what="no colour of one's own")
+                   what="no custom colour")
         self.close_settings(app)
         wait_until(lambda: not coloured(lambda r, g, b: g > 200 and r < 100 or r - g > 120),
                    what="the theme's text colour", interval=0.1)
@@ -154,7 +154,7 @@ class SettingsTest(SheetMixin, SignedInCase):
         # Later choices are stored after earlier ones.
         app.access.press("Text color: Theme")
         wait_until(lambda: "responseTextColorHex" not in app.stored_defaults(),
-                   what="no colour of one's own")
+                   what="no custom colour")
         self.close_settings(app)
 
     def test_choosing_the_marked_model_stores_it(self):
@@ -180,10 +180,8 @@ class SettingsTest(SheetMixin, SignedInCase):
 
 class SendingTest(SheetMixin, E2ECase):
     def ask(self, app, text):
-        app.focus_prompt()
-        self.desktop.press("ctrl+a")
         mark = app.mark()
-        self.desktop.type_text(text + "\n")
+        app.send_prompt(text, replace=True)
         app.wait_for_line(STREAM_COMPLETE, since=mark)
 
     def test_switches_and_model_affect_requests_and_are_stored(self):
@@ -203,7 +201,7 @@ class SendingTest(SheetMixin, E2ECase):
         self.ask(app, "another")
         request = server.wait_for_request(QUERY, 2).json()
         self.assertEqual((request["prompt"], request["model"]), ("another", "deep-1"))
-        wait_until(lambda: len(app.threads()) == 2, what="two kept threads")
+        wait_until(lambda: len(app.threads()) == 2, what="two stored threads")
         kept = app.stored_defaults()
         app.close()
         again = self.app(server, defaults=kept).sign_in()

@@ -209,7 +209,7 @@ class BrokenAnswerTest(SignedInCase):
         self.assertIn("Error:", shown)
         turns = [("question", kept)] if kept else []
         wait_until(lambda: app.turns()[self.turns_before:] == turns, what=f"the turns {turns}")
-        self.wait_stored(app, "userPrompt", "question")
+        self.assertEqual(self.stored("userPrompt"), "question")
         self.assertEqual(len(self.shared_server.requests("/api/telemetry/query")), telemetry)
         # The text is still in the box; clear it for the next question.
         self.empty_prompt()

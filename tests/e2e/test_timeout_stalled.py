@@ -28,7 +28,7 @@ class StalledBackendTest(E2ECase):
         self.assertGreater(waited, 25)
         self.assertLess(waited, 40)
         # The partial answer is stored, as after Stop.
-        wait_until(lambda: app.turns() == [("go on", "only this")], what="the kept part")
+        wait_until(lambda: app.turns() == [("go on", "only this")], what="the stored part")
 
 
 if __name__ == "__main__":

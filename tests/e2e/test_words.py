@@ -73,7 +73,7 @@ class ModelNamesTest(WordsCase):
         self.backend.on(VERIFY, lambda connection, _request: connection.respond(
             200, login_response(**({"heartbeatIntervalSeconds": 1} | self.fresh))))
 
-    def test_the_chosen_model_is_named_where_no_other_name_is_on_offer(self):
+    def test_texts_name_the_chosen_model_if_the_default_is_not_offered(self):
         app = self.app(self.backend, defaults={"userPrompt": ""}).sign_in()
         app.access.wait_for_page_text("→ Balanced responds here")
         app.access.wait_for("Capture screen and send to Balanced")
@@ -97,7 +97,7 @@ class ModelNamesTest(WordsCase):
         self.desktop.press("escape")
         app.access.wait_for_page_text("→ Claude responds here")
 
-    def test_given_texts_stay_where_the_name_is_on_offer(self):
+    def test_texts_are_unchanged_if_the_default_name_is_offered(self):
         app = self.app(self.server(availableModels=GIVEN, model="claude-1"),
                        defaults={"userPrompt": ""}).sign_in()
         app.access.wait_for_page_text("to capture screen → Claude responds here")

@@ -1,4 +1,4 @@
-"""Small made-up descriptions of an API, and clang dumps of declarations of it."""
+"""Small synthetic API descriptions and clang dumps of declarations."""
 
 import sys
 from pathlib import Path
@@ -149,7 +149,7 @@ function BoxClose( var box: Corner; a, b: double ): Boolean; external name '_Box
 
 
 def descriptions():
-    """Both descriptions of the made-up API."""
+    """Both descriptions of the synthetic API."""
     api, pascal = TypeScript(), Pascal()
     api.read("Boxes", API)
     pascal.read(PASCAL)
@@ -157,7 +157,7 @@ def descriptions():
 
 
 def c_types():
-    """Types as a header of the made-up API would have declared them."""
+    """C types of the synthetic API."""
     types = CTypes()
     types.classes |= {"NSObject", "NSString", "NSBox", "NSLid", "NSArray"}
     types.enums["NSBoxShape"] = "unsigned long"
@@ -169,12 +169,12 @@ def c_types():
 
 
 def kind(text, parameters=()):
-    """The kind of a C type of the made-up API."""
+    """The kind of a C type of the synthetic API."""
     return c_types().kind(text, parameters)
 
 
 def verdict(sort, name, **details):
-    """The outcome and reason of the check of one declaration; types as C spells them."""
+    """Checks one declaration, with types in C spelling; returns (outcome, reason)."""
     for key in ("kind", "result"):
         if key in details:
             details[key] = kind(details[key])

@@ -1,4 +1,4 @@
-"""What the check of our declarations says about right and wrong ones."""
+"""Verdicts on correct and incorrect declarations."""
 
 import unittest
 
@@ -29,7 +29,7 @@ class ClassTest(ComparisonTest):
         self.assertWrong("no such class", "forward class", "NSBax")
         self.assertWrong("not derived from NSLid", "class", "NSBox", superclass="NSLid")
 
-    def test_names_in_what_is_said(self):
+    def test_display_names(self):
         for sort, details, name in (
                 ("class", {}, "class x"), ("enumerator", {}, "x"),
                 ("method", {"owner": "NSBox"}, "-[NSBox x]"),
@@ -70,13 +70,13 @@ class MethodTest(ComparisonTest):
         self.assertConfirmed("method", "foldAt:", owner="NSBox", parts=("NSInteger",),
                              result="BOOL")
 
-    def test_on_a_class_above(self):
+    def test_declared_on_a_superclass(self):
         self.assertWrong("no such method", "method", "addItem:atRow:",
                          **{**self.right, "owner": "NSObject"})
 
     def test_selector(self):
         self.assertWrong("no such method", "method", "addItm:atRow:", **self.right)
-        # The same word with as many colons, elsewhere: description A alone cannot tell.
+        # The same word and number of colons, split differently: description A cannot distinguish them.
         self.assertNote("colons by their number only", "method", "addItemAt:row:", **self.right)
 
     def test_number_of_arguments(self):
@@ -106,7 +106,7 @@ class MethodTest(ComparisonTest):
         self.assertWrong("no such method", "method", "setLid:", owner="NSBox",
                          parts=("NSLid *",), result="void")
 
-    def test_own_type(self):
+    def test_own_class_as_type(self):
         self.assertConfirmed("method", "init", owner="NSBox", result="instancetype")
         self.assertConfirmed("method", "emptyBox", owner="NSBox", is_class=True,
                              result="instancetype")
@@ -136,7 +136,7 @@ class MethodTest(ComparisonTest):
         self.assertNote("in other classes only", "method", "addItem:atRow:",
                         **{**self.right, "owner": "NSArray"})
 
-    def test_type_that_is_not_understood(self):
+    def test_unknown_type(self):
         self.assertWrong("does not understand the type Mystery", "method", "brandNewThing:",
                          owner="NSBox", parts=("Mystery",), result="void")
 
@@ -195,7 +195,7 @@ class ConstantTest(ComparisonTest):
                          owner="NSBoxShape", value=7)
         self.assertWrong("no such member", "enumerator", "NSBoxShapeSquare",
                          owner="NSBoxShape", value=8)
-        # Ends as a member does, but its beginning is none of the enum's words.
+        # Ends like a member, but does not begin with words of the enum.
         self.assertWrong("no such member", "enumerator", "NSBoFlat", owner="NSBoxShape", value=8)
 
     def test_member_whose_prefix_only_description_b_has(self):
@@ -215,7 +215,7 @@ class ConstantTest(ComparisonTest):
         self.assertNote("where its prefix ends", "enumerator", "NSBoxWild", owner="NSBoxMoods",
                         value=5)
 
-    def test_member_whose_prefix_nothing_confirms(self):
+    def test_member_with_unconfirmed_prefix(self):
         self.assertNote("description B, which is older, has NSBoxShapeFlat", "enumerator",
                         "NSBoxFlat", owner="NSBoxShape", value=8)
 
@@ -274,7 +274,7 @@ class CTest(ComparisonTest):
                          parts=(("left", "short"), ("top", "int")))
         self.assertWrong("no such struct", "struct", "Ledge", parts=(("left", "int"),))
 
-    def test_struct_of_which_the_descriptions_differ(self):
+    def test_struct_on_which_the_descriptions_differ(self):
         self.assertWrong("1 fields, description B has 2", "struct", "Edge",
                          parts=(("left", "int"),))
         right = (("width", "int"), ("marks", "long[4]"))
@@ -296,7 +296,7 @@ class CTest(ComparisonTest):
         self.assertConfirmed("operator", "operator|", parts=("NSBoxShape", "NSBoxShape"))
         self.assertWrong("one option set", "operator", "operator|", parts=("NSBoxShape", "int"))
 
-    def test_what_the_check_does_not_know(self):
+    def test_unknown_sort_of_declaration(self):
         self.assertWrong("does not know this sort", "ConceptDecl", "Boxed")
 
 

@@ -1,4 +1,4 @@
-"""The list of planted mistakes, and how one is planted."""
+"""The list of injected mistakes, and their injection."""
 
 import tempfile
 import unittest
@@ -22,12 +22,12 @@ class PlantingTest(unittest.TestCase):
             with self.subTest(mistake.name):
                 plant(mistake, Path(self.folder.parent) / str(id(mistake)))
 
-    def test_text_that_is_gone(self):
+    def test_missing_text(self):
         mistake = Mistake("x", COMPILE, "", (("Cocoa.mm", "no such text there", ""),))
         with self.assertRaisesRegex(LookupError, "no such text there"):
             plant(mistake, self.folder)
 
-    def test_copies_are_changed_and_nothing_else(self):
+    def test_only_copies_are_changed(self):
         before = (port_folder / "Cocoa.mm").read_text()
         mistake = Mistake("x", DECLARATIONS, "", (
             ("Cocoa.mm", "NSView", "NSViev"), ("AppKit/AppKit.h", "NSView", "NSViev")))

@@ -1,4 +1,4 @@
-"""How the two descriptions, clang's dump and the headers' text are read."""
+"""Parsers of the two descriptions, clang dumps and header texts."""
 
 import tempfile
 import unittest
@@ -40,7 +40,7 @@ class KindTest(unittest.TestCase):
         self.assertEqual(block.result, kind("NSLid *"))
         self.assertEqual(kind("int (*)(void)"), Kind("function", result=kind("int")))
 
-    def test_what_is_not_known(self):
+    def test_unknown_types(self):
         self.assertEqual(kind("Mystery"), Kind("unknown", "Mystery"))
 
 
@@ -62,11 +62,11 @@ class TypeScriptTest(unittest.TestCase):
         self.assertTrue(by_name["lid"].readonly)
         self.assertFalse(by_name["title"].readonly)
 
-    def test_the_receiver_is_no_argument(self):
+    def test_the_receiver_is_not_an_argument(self):
         root = descriptions()[0].classes["NSObject"]
         self.assertEqual(root.methods[0].arguments, [])
 
-    def test_enums_and_the_rest(self):
+    def test_enums_constants_and_functions(self):
         api, _ = descriptions()
         self.assertEqual(api.enums["NSBoxShape"], {"Round": 0, "Flat": 8})
         self.assertEqual(api.constants["kBoxLimit"], "number")
@@ -127,7 +127,7 @@ class PascalTest(unittest.TestCase):
         self.assertEqual(kinds, {"BoxRef": "pointer", "BoxHandler": "function",
                                  "NSLid": "object", "id": "id"})
 
-    def test_nothing_but_numbers_is_worked_out(self):
+    def test_only_numeric_expressions_are_evaluated(self):
         self.pascal.read("const\n  kBoxText = 'abc';\n  kBoxCall = Ord('a');\n")
         self.assertIsNone(self.pascal.value("kBoxText"))
         self.assertIsNone(self.pascal.value("kBoxCall"))
@@ -149,7 +149,7 @@ class PascalTest(unittest.TestCase):
 
 
 def node(kind_name, name="", line=1, file=None, inner=(), **details):
-    """A node of a dump; it names a file only when that is another than before."""
+    """A node of a dump; `file` only if it differs from the previous node's."""
     place = {"line": line, **({"file": file} if file else {})}
     return {"kind": kind_name, "name": name, "loc": place,
             "range": {"begin": {}, "end": {}}, "inner": list(inner), **details}
@@ -170,7 +170,7 @@ class TreeTest(unittest.TestCase):
     def ours(self, *arguments, **details):
         return node(*arguments, file=str(self.header), **details)
 
-    def test_only_what_is_in_the_folder(self):
+    def test_only_declarations_in_the_folder(self):
         reader = self.read(node("TypedefDecl", "size_t", file="/usr/include/x.h",
                                 type={"qualType": "unsigned long"}),
                            self.ours("TypedefDecl", "BoxSize", line=3,
@@ -183,7 +183,7 @@ class TreeTest(unittest.TestCase):
         self.assertEqual(reader.declarations[0].kind, Kind("integer", bits=64))
         self.assertEqual(reader.counted, 2)
 
-    def test_what_a_macro_makes_stands_where_it_is_used(self):
+    def test_macro_expansions_are_located_at_their_use(self):
         made = node("VarDecl", "boxes", type={"qualType": "int"})
         made["loc"] = {"spellingLoc": {"file": "/elsewhere.h", "line": 1},
                        "expansionLoc": {"file": str(self.header), "line": 9}}
@@ -224,7 +224,7 @@ class TreeTest(unittest.TestCase):
                          Kind("enum", "NSBoxShape", bits=64, signed=True))
         self.assertEqual(reader.counted, 9)
 
-    def test_files_that_only_a_range_names(self):
+    def test_files_named_only_in_a_range(self):
         first = self.ours("TypedefDecl", "BoxSize", type={"qualType": "int"})
         first["range"] = {"begin": {"file": "/elsewhere.h"}, "end": {}}
         second = node("TypedefDecl", "other_t", type={"qualType": "int"})
@@ -241,7 +241,7 @@ class TreeTest(unittest.TestCase):
         reader = self.read(self.ours("EnumDecl", "", inner=members))
         self.assertEqual([d.value for d in reader.declarations[1:]], [4, 5, -3])
 
-    def test_struct_that_goes_by_its_typedef(self):
+    def test_unnamed_struct_gets_its_typedef_name(self):
         field = {"kind": "FieldDecl", "name": "left", "loc": {}, "type": {"qualType": "int"}}
         struct = self.ours("CXXRecordDecl", inner=[field], completeDefinition=True, id="0x1")
         del struct["name"]
@@ -252,7 +252,7 @@ class TreeTest(unittest.TestCase):
         self.assertEqual(reader.declarations[0].name, "Edge")
         self.assertEqual(reader.declarations[1].kind, Kind("struct", "Edge"))
 
-    def test_nothing_is_left_out(self):
+    def test_every_declaration_is_read(self):
         strange = self.ours("ConceptDecl", "Boxed")
         hidden = node("VarDecl", "deep", type={"qualType": "int"})
         reader = self.read(strange, node("FunctionDecl", "BoxOpen", inner=[
@@ -260,8 +260,8 @@ class TreeTest(unittest.TestCase):
         self.assertEqual([d.sort for d in reader.declarations], ["ConceptDecl", "function"])
         self.assertEqual(reader.counted, 2)
 
-    def test_one_that_the_reader_misses_is_an_error(self):
-        # Inside a declaration that the reader does not look into.
+    def test_a_missed_declaration_is_an_error(self):
+        # Inside a declaration that the reader does not traverse.
         tree = {"inner": [self.ours("NamespaceDecl", "boxes", inner=[
             node("VarDecl", "NSBoxTitle", type={"qualType": "int"})])]}
         errors, _, _ = verify(tree, self.folder, *descriptions())
@@ -293,7 +293,7 @@ class HeadersTest(unittest.TestCase):
         self.assertEqual(len(errors), 1)
         self.assertIn("Boxes/Boxes.h:4: macro kNew", errors[0])
 
-    def test_header_that_the_dump_lacks(self):
+    def test_header_missing_from_the_dump(self):
         self.write("Boxes.h", "int x;\n")
         self.write("All.h", "#pragma once\n#import <Boxes/Boxes.h> // everything\n")
         self.assertEqual(len(headers.unseen(self.folder, [])), 1)
