@@ -3,7 +3,7 @@
 // database with the same rows; and what opening the History sidebar's list costs the main thread.
 
 #include "BenchClock.h"
-#include "base/UserDefaults.h"
+#include "base/Settings.h"
 #include "history/SessionFile.h"
 #include "history/StoredThreadLibrary.h"
 #include "history/ThreadController.h"
@@ -221,7 +221,7 @@ struct Sidebar
     explicit Sidebar(const Shelf &shelf)
         : saver(shelf.store)
         , library(shelf.store, saver)
-        , threads(defaults, nullptr)
+        , threads(settings, nullptr)
         , history(library, threads)
         , model(history, threads, Vocabulary::linuxDesktop())
     {}
@@ -249,6 +249,7 @@ struct Sidebar
     void close() { history.close(); }
 
     JsonUserDefaults defaults;
+    Settings settings{defaults};
     BackgroundThreadSaver saver;
     StoredThreadLibrary library;
     ThreadController threads;

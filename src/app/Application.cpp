@@ -27,6 +27,7 @@ Application::Application(std::unique_ptr<SingleInstance> instance)
     , m_platform(Platform::create())
     , m_endpoints(AppConfig::endpoints())
     , m_defaults(m_platform->makeUserDefaults())
+    , m_settings(*m_defaults)
     , m_permissions(m_platform->permissions(), m_platform->vocabulary())
     , m_hotkeys(m_platform->globalHotkeys(), m_platform->vocabulary(),
                 &std::chrono::steady_clock::now,
@@ -153,7 +154,7 @@ std::unique_ptr<OverlayPresenter> Application::makeOverlay(const VantiroConfig &
     return std::make_unique<OverlayWindowController>(
         config,
         OverlayWindowController::Collaborators{
-            *m_platform, *m_defaults, m_notifications, m_session, m_queries, m_engine,
+            *m_platform, m_settings, *m_defaults, m_notifications, m_session, m_queries, m_engine,
             std::move(view), QUrl(QStringLiteral("qrc:/qt/qml/Quellora/Page/ResponseView.qml")),
             &m_saver, m_endpoints,
             [this] { return ScreenshotCapture::captureInBackground(captureTool()); },
@@ -163,8 +164,7 @@ std::unique_ptr<OverlayPresenter> Application::makeOverlay(const VantiroConfig &
 CaptureTool Application::captureTool() const
 {
     CaptureTool tool = m_platform->captureTool();
-    const QString key = QLatin1String(DefaultsKey::captureAllScreens);
-    if (!tool.allScreensArguments.isEmpty() && m_defaults->boolValue(key).value_or(false))
+    if (!tool.allScreensArguments.isEmpty() && m_settings.captureAllScreens())
         tool.arguments = tool.allScreensArguments;
     return tool;
 }

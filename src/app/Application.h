@@ -9,7 +9,7 @@
 #include "backend/HeartbeatService.h"
 #include "backend/NotificationCenter.h"
 #include "backend/SessionManager.h"
-#include "base/UserDefaults.h"
+#include "base/Settings.h"
 #include "history/BackgroundThreadSaver.h"
 #include "history/CaptureSessionStore.h"
 #include "history/StoredThreadLibrary.h"
@@ -62,6 +62,7 @@ private:
     BackendEndpoints m_endpoints;
     QNetworkAccessManager m_network;
     std::unique_ptr<UserDefaults> m_defaults;
+    Settings m_settings;
     NotificationCenter m_notifications;
     PermissionChecker m_permissions;
     HotkeyManager m_hotkeys;

@@ -1,6 +1,7 @@
 #include "base/Text.h"
 
 #include <QLocale>
+#include <QRegularExpression>
 #include <QTextBoundaryFinder>
 
 #include <algorithm>
@@ -51,6 +52,13 @@ QString decimalText(double value)
     if (isWhole)
         text += QLatin1String(".0");
     return text;
+}
+
+bool isHexColor(const QString &text)
+{
+    static const QRegularExpression hexColor(
+        QStringLiteral("\\A#(?:[0-9a-fA-F]{3,4}|[0-9a-fA-F]{6}|[0-9a-fA-F]{8})\\z"));
+    return hexColor.match(text).hasMatch();
 }
 
 } // namespace quellora

@@ -13,21 +13,13 @@
 
 namespace quellora {
 
-/// Names of the stored preferences.
+/// Storage keys that are not in the table of Settings.
 namespace DefaultsKey {
-inline constexpr auto keepAIHistoryEnabled = "keepAIHistoryEnabled";
-inline constexpr auto startNewThreadPerSendEnabled = "startNewThreadPerSendEnabled";
-inline constexpr auto dontClearPromptAfterSendEnabled = "dontClearPromptAfterSendEnabled";
-inline constexpr auto selectedModelId = "selectedModelId";
-inline constexpr auto appearance = "com.quellora.app.appearance";
-inline constexpr auto responseTextColorHex = "responseTextColorHex";
-inline constexpr auto userPrompt = "userPrompt";
-inline constexpr auto hasLaunchedBefore = "hasLaunchedBefore";
 inline constexpr auto hotkeyBindings = "hotkeyBindings";
-inline constexpr auto captureAllScreens = "captureAllScreens";
 } // namespace DefaultsKey
 
-/// The user's stored preferences: a small typed key-value store.
+/// The store of the user's preferences: a small typed key-value store. Settings gives its values
+/// their names, types and defaults.
 ///
 /// A value of another type than requested counts as absent. Every change is stored immediately and
 /// announced with changed(). Main thread only.

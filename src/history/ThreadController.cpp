@@ -1,7 +1,5 @@
 #include "history/ThreadController.h"
 
-#include "base/UserDefaults.h"
-
 #include <algorithm>
 #include <utility>
 
@@ -16,16 +14,12 @@ const QString commitFailure = QStringLiteral(
 
 } // namespace
 
-ThreadController::ThreadController(UserDefaults &defaults, ThreadSaver *saver, Clock clock,
+ThreadController::ThreadController(const Settings &settings, ThreadSaver *saver, Clock clock,
                                    QObject *parent)
-    : QObject(parent), m_defaults(defaults), m_saver(saver), m_clock(std::move(clock))
+    : QObject(parent), m_settings(settings), m_saver(saver), m_clock(std::move(clock))
 {
-    const auto read = [&defaults](const char *key) {
-        return defaults.boolValue(QLatin1String(key)).value_or(false);
-    };
-    m_keepAIHistory = read(DefaultsKey::keepAIHistoryEnabled);
-    m_startNewThreadPerSend = read(DefaultsKey::startNewThreadPerSendEnabled);
-    m_dontClearPrompt = read(DefaultsKey::dontClearPromptAfterSendEnabled);
+    connect(&m_settings, &Settings::keepAIHistoryEnabledChanged, this,
+            &ThreadController::markWhenKept);
     if (m_saver)
         connect(m_saver, &ThreadSaver::stateChanged, this, &ThreadController::saverReported);
 }
@@ -87,34 +81,16 @@ void ThreadController::restoreNotes(const QString &reason)
     Q_EMIT noteDeletionFailed(reason);
 }
 
-void ThreadController::setPreference(const char *key, bool &field, bool enabled)
+void ThreadController::markWhenKept()
 {
-    field = enabled;
-    m_defaults.setBool(QLatin1String(key), enabled);
-    Q_EMIT preferencesChanged();
-}
-
-void ThreadController::setKeepAIHistoryEnabled(bool enabled)
-{
-    if (enabled && m_current) {
-        CaptureSession session = *m_current;
-        if (m_loadedFromHistory)
-            session.resumeTurnPersistingFromDisk();
-        else
-            session.beginPersistingTurns(stagedIndex());
-        setCurrentSession(session);
-    }
-    setPreference(DefaultsKey::keepAIHistoryEnabled, m_keepAIHistory, enabled);
-}
-
-void ThreadController::setStartNewThreadPerSendEnabled(bool enabled)
-{
-    setPreference(DefaultsKey::startNewThreadPerSendEnabled, m_startNewThreadPerSend, enabled);
-}
-
-void ThreadController::setDontClearPromptAfterSendEnabled(bool enabled)
-{
-    setPreference(DefaultsKey::dontClearPromptAfterSendEnabled, m_dontClearPrompt, enabled);
+    if (!m_settings.keepAIHistoryEnabled() || !m_current)
+        return;
+    CaptureSession session = *m_current;
+    if (m_loadedFromHistory)
+        session.resumeTurnPersistingFromDisk();
+    else
+        session.beginPersistingTurns(stagedIndex());
+    setCurrentSession(session);
 }
 
 CaptureSession ThreadController::takeOrCreate()
@@ -124,7 +100,7 @@ CaptureSession ThreadController::takeOrCreate()
 
 CaptureSession ThreadController::threadForQuery()
 {
-    if (m_endsAtNextSend && m_startNewThreadPerSend)
+    if (m_endsAtNextSend && m_settings.startNewThreadPerSendEnabled())
         beginNextThread();
     m_endsAtNextSend = false;
     CaptureSession session = takeOrCreate();
@@ -152,7 +128,7 @@ void ThreadController::beginNextThread()
 
 void ThreadController::markForQuery(CaptureSession &session) const
 {
-    if (!m_keepAIHistory || session.turnPersistenceCursor)
+    if (!m_settings.keepAIHistoryEnabled() || session.turnPersistenceCursor)
         return;
     if (m_loadedFromHistory && m_current && m_current->id == session.id)
         session.resumeTurnPersistingFromDisk();
@@ -319,7 +295,7 @@ void ThreadController::openFromHistory(const CaptureSession &session)
     opened.markAsStored();
     opened.nextScreenshotIndex =
         std::max(opened.nextScreenshotIndex, m_nextScreenshotIndex.value(opened.id));
-    if (m_keepAIHistory)
+    if (m_settings.keepAIHistoryEnabled())
         opened.resumeTurnPersistingFromDisk();
     m_current = opened;
     m_loadedFromHistory = true;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/Settings.h"
 #include "history/CaptureSession.h"
 #include "history/ThreadSaver.h"
 
@@ -12,19 +13,17 @@
 
 namespace quellora {
 
-class UserDefaults;
-
-/// Owner of the current thread, the staged screenshot and the thread-related preferences.
-/// Main thread only.
+/// Owner of the current thread and the staged screenshot. When the user turns keeping threads on,
+/// it marks the current thread: what comes from then on is kept. Main thread only.
 class ThreadController : public QObject
 {
     Q_OBJECT
 public:
     using Clock = std::function<QDateTime()>;
 
-    /// @param saver borrowed; none keeps every thread in memory only
+    /// @param settings, saver borrowed; no saver keeps every thread in memory only
     ThreadController(
-        UserDefaults &defaults, ThreadSaver *saver,
+        const Settings &settings, ThreadSaver *saver,
         Clock clock = [] { return QDateTime::currentDateTime(); }, QObject *parent = nullptr);
 
     const std::optional<CaptureSession> &currentSession() const { return m_current; }
@@ -36,14 +35,6 @@ public:
     /// The screenshot of the current thread that goes with the next question.
     const std::optional<CaptureSession::Screenshot> &stagedScreenshot() const { return m_staged; }
     bool hasAttachedScreenshot() const { return m_staged.has_value(); }
-
-    bool keepAIHistoryEnabled() const { return m_keepAIHistory; }
-    bool startNewThreadPerSendEnabled() const { return m_startNewThreadPerSend; }
-    bool dontClearPromptAfterSendEnabled() const { return m_dontClearPrompt; }
-    /// Also marks the current thread: what comes from now on is kept.
-    void setKeepAIHistoryEnabled(bool enabled);
-    void setStartNewThreadPerSendEnabled(bool enabled);
-    void setDontClearPromptAfterSendEnabled(bool enabled);
 
     /// The current thread, created when there is none.
     CaptureSession takeOrCreate();
@@ -106,7 +97,6 @@ Q_SIGNALS:
     /// A thread that has ended got its answer.
     void endedThreadChanged(const QUuid &threadId);
     void stagedScreenshotChanged();
-    void preferencesChanged();
     /// A screenshot has left its thread.
     void screenshotRemoved(const QUuid &threadId, qint64 index);
     /// saveState() may have changed.
@@ -135,6 +125,7 @@ private:
         QString failurePrefix;
     };
 
+    void markWhenKept();
     void markForQuery(CaptureSession &session) const;
     std::optional<qint64> stagedIndex() const;
     void beginNextThread();
@@ -144,9 +135,8 @@ private:
     void save(const CaptureSession &session, const QString &failurePrefix);
     void saverReported(const QUuid &threadId);
     void restoreNotes(const QString &reason);
-    void setPreference(const char *key, bool &field, bool enabled);
 
-    UserDefaults &m_defaults;
+    const Settings &m_settings;
     ThreadSaver *m_saver;
     Clock m_clock;
     std::optional<CaptureSession> m_current;
@@ -160,9 +150,6 @@ private:
     QMap<QUuid, std::optional<WaitingSave>> m_suspended;
     bool m_loadedFromHistory = false;
     bool m_endsAtNextSend = false;
-    bool m_keepAIHistory = false;
-    bool m_startNewThreadPerSend = false;
-    bool m_dontClearPrompt = false;
 };
 
 } // namespace quellora

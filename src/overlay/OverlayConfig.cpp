@@ -1,20 +1,15 @@
 #include "overlay/OverlayConfig.h"
 
 #include "backend/SessionManager.h"
-#include "base/UserDefaults.h"
-#include "panels/BottomPanelsModel.h"
+#include "panels/ModelListModel.h"
 #include "query/PermissionChecker.h"
 #include "query/QueryOrchestrator.h"
 #include "query/ServiceMessages.h"
-
-#include <algorithm>
 
 namespace quellora {
 
 OverlayConfig::OverlayConfig(const Collaborators &collaborators) : m_with(collaborators)
 {
-    connect(&m_with.panels, &BottomPanelsModel::modelSelected, this,
-            &OverlayConfig::setSelectedModel);
     if (m_with.permissions)
         connect(m_with.permissions, &PermissionChecker::pendingAdminMessageChanged, this,
                 &OverlayConfig::startupMessageChanged);
@@ -28,7 +23,7 @@ void OverlayConfig::applyConfig(const AppConfigResponse &config)
     using Page = ServiceMessages::OutOfCreditsPage;
     m_with.messages.updateUsage(config.tokensUsed, config.tokenCap,
                                 isAnswering ? Page::Withhold : Page::Show);
-    resolveModelSelection(config);
+    m_with.models.setOffer(config.availableModels, config.model);
     if (config.adminMessage) {
         m_with.messages.setCurrentAdminMessage(config.adminMessage);
         return;
@@ -39,31 +34,6 @@ void OverlayConfig::applyConfig(const AppConfigResponse &config)
     if (!shown || !shown->id.startsWith(QLatin1String("local_")))
         m_with.messages.setCurrentAdminMessage(
             m_with.permissions ? m_with.permissions->pendingAdminMessage() : std::nullopt);
-}
-
-void OverlayConfig::resolveModelSelection(const AppConfigResponse &config)
-{
-    m_with.panels.setAvailableModels(config.availableModels);
-    const auto isOffered = [&config](const QString &id) {
-        return std::any_of(config.availableModels.begin(), config.availableModels.end(),
-                           [&id](const ModelOption &model) { return model.id == id; });
-    };
-    // The stored choice stays stored: it counts again when the backend offers it again.
-    const auto stored = m_with.defaults.stringValue(QLatin1String(DefaultsKey::selectedModelId));
-    std::optional<QString> resolved;
-    if (stored && isOffered(*stored))
-        resolved = stored;
-    else if (isOffered(config.model))
-        resolved = config.model;
-    m_with.orchestrator.setSelectedModelId(resolved);
-    m_with.panels.setSelectedModelId(resolved.value_or(QString()));
-}
-
-void OverlayConfig::setSelectedModel(const QString &id)
-{
-    m_with.defaults.setString(QLatin1String(DefaultsKey::selectedModelId), id);
-    m_with.orchestrator.setSelectedModelId(id);
-    m_with.panels.setSelectedModelId(id);
 }
 
 void OverlayConfig::handleAppDidBecomeActive()

@@ -6,12 +6,11 @@
 
 namespace quellora {
 
-class BottomPanelsModel;
+class ModelListModel;
 class PermissionChecker;
 class QueryOrchestrator;
 class ServiceMessages;
 class SessionManager;
-class UserDefaults;
 
 /// What the backend's configuration means for the overlay: usage, the models on offer and the
 /// message on show; and how the problems found at start-up share the card with it. Nothing here
@@ -24,10 +23,9 @@ public:
     struct Collaborators
     {
         SessionManager &session;
-        UserDefaults &defaults;
         ServiceMessages &messages;
         QueryOrchestrator &orchestrator;
-        BottomPanelsModel &panels;
+        ModelListModel &models;
         /// Problems found at start-up; may be null.
         PermissionChecker *permissions = nullptr;
     };
@@ -36,13 +34,10 @@ public:
 
     /// A refreshed configuration has arrived.
     void applyConfig(const AppConfigResponse &config);
-    /// Offers the models and picks the stored choice, else the configuration's own model.
-    void resolveModelSelection(const AppConfigResponse &config);
     /// The user has turned to the program, perhaps after granting what it lacked.
     void handleAppDidBecomeActive();
 
 private:
-    void setSelectedModel(const QString &id);
     void startupMessageChanged();
 
     Collaborators m_with;

@@ -36,8 +36,6 @@ OverlayMirror::OverlayMirror(const Collaborators &collaborators) : m_with(collab
             &OverlayMirror::refreshThread);
     connect(&m_with.threads, &ThreadController::saveStateChanged, this,
             &OverlayMirror::refreshThread);
-    connect(&m_with.threads, &ThreadController::preferencesChanged, this,
-            &OverlayMirror::refreshThread);
     connect(&m_with.threads, &ThreadController::stagedScreenshotChanged, this, [this] {
         const auto &staged = m_with.threads.stagedScreenshot();
         m_with.panels.setStagedScreenshotData(staged ? std::optional(staged->imageData)
@@ -81,10 +79,6 @@ void OverlayMirror::refreshThread()
     m_with.overlay.setThreadCovered(m_with.display.content() == ResponseDisplay::Content::Message &&
                                     (!isEmpty || !asked.isEmpty()));
     m_with.overlay.setHasAnswer(session && !session->turns.isEmpty());
-    m_with.panels.setKeepAIHistoryEnabled(m_with.threads.keepAIHistoryEnabled());
-    m_with.panels.setStartNewThreadPerSendEnabled(m_with.threads.startNewThreadPerSendEnabled());
-    m_with.panels.setDontClearPromptAfterSendEnabled(
-        m_with.threads.dontClearPromptAfterSendEnabled());
 }
 
 void OverlayMirror::refreshActivity()

@@ -13,7 +13,7 @@ class ServiceMessages;
 class ThreadController;
 
 /// Keeps what the overlay's views show equal to the state behind them: the message and the usage,
-/// the thread and its preferences, and what is under way. Main thread only.
+/// the thread, and what is under way. Main thread only.
 class OverlayMirror : public QObject
 {
     Q_OBJECT

@@ -62,14 +62,6 @@ QColor OverlayModel::responseColor() const
     return color;
 }
 
-void OverlayModel::setResponseTextColor(const QString &color)
-{
-    if (color == m_responseTextColor)
-        return;
-    m_responseTextColor = color;
-    Q_EMIT responseTextColorChanged();
-}
-
 void OverlayModel::setCompositing(bool isCompositing)
 {
     if (isCompositing == m_isCompositing)
@@ -293,14 +285,6 @@ void OverlayModel::setSheetOpen(bool isOpen)
         return;
     m_isSheetOpen = isOpen;
     announceGeometry();
-}
-
-void OverlayModel::setZoomedLarge(bool isZoomedLarge)
-{
-    if (isZoomedLarge == m_isZoomedLarge)
-        return;
-    m_isZoomedLarge = isZoomedLarge;
-    Q_EMIT isZoomedLargeChanged();
 }
 
 void OverlayModel::setWindowSize(const QSizeF &size)

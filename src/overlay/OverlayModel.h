@@ -25,17 +25,13 @@ class OverlayModel : public QObject
     QML_ELEMENT
     QML_UNCREATABLE("Provided by the overlay")
 
-    Q_PROPERTY(
-        double currentAlpha READ currentAlpha WRITE setCurrentAlpha NOTIFY currentAlphaChanged)
+    Q_PROPERTY(double currentAlpha READ currentAlpha NOTIFY currentAlphaChanged)
     Q_PROPERTY(bool isLightTheme READ isLightTheme NOTIFY appliedThemeChanged)
     Q_PROPERTY(QColor responseColor READ responseColor NOTIFY appliedThemeChanged)
     Q_PROPERTY(QColor leftBorderColor READ leftBorderColor CONSTANT)
-    Q_PROPERTY(QString responseTextColor READ responseTextColor WRITE setResponseTextColor NOTIFY
-                   responseTextColorChanged)
-    Q_PROPERTY(
-        bool isCompositing READ isCompositing WRITE setCompositing NOTIFY isCompositingChanged)
+    Q_PROPERTY(bool isCompositing READ isCompositing NOTIFY isCompositingChanged)
 
-    Q_PROPERTY(QString title READ title WRITE setTitle NOTIFY stripChanged)
+    Q_PROPERTY(QString title READ title NOTIFY stripChanged)
     Q_PROPERTY(SaveState saveState READ saveState NOTIFY stripChanged)
     Q_PROPERTY(QString saveProblem READ saveProblem NOTIFY stripChanged)
     Q_PROPERTY(Status status READ status NOTIFY stripChanged)
@@ -44,19 +40,14 @@ class OverlayModel : public QObject
     Q_PROPERTY(bool canStop READ canStop NOTIFY stripChanged)
     Q_PROPERTY(QString notice READ notice NOTIFY noticeChanged)
     Q_PROPERTY(QString stopShortcut READ stopShortcut NOTIFY stripChanged)
-    Q_PROPERTY(bool isThreadCovered READ isThreadCovered WRITE setThreadCovered NOTIFY stripChanged)
-    Q_PROPERTY(bool hasAnswer READ hasAnswer WRITE setHasAnswer NOTIFY stripChanged)
+    Q_PROPERTY(bool isThreadCovered READ isThreadCovered NOTIFY stripChanged)
     Q_PROPERTY(UsageTier usageTier READ usageTier NOTIFY usageChanged)
     Q_PROPERTY(bool isUsageShown READ isUsageShown NOTIFY usageChanged)
     Q_PROPERTY(int usagePercent READ usagePercent NOTIFY usageChanged)
 
-    Q_PROPERTY(bool isMenuOpen READ isMenuOpen WRITE setMenuOpen NOTIFY isMenuOpenChanged)
-    Q_PROPERTY(
-        bool isZoomedLarge READ isZoomedLarge WRITE setZoomedLarge NOTIFY isZoomedLargeChanged)
+    Q_PROPERTY(bool isMenuOpen READ isMenuOpen NOTIFY isMenuOpenChanged)
     Q_PROPERTY(bool isCompact READ isCompact NOTIFY windowSizeChanged)
     Q_PROPERTY(QRectF responseRect READ responseRect NOTIFY geometryChanged)
-    Q_PROPERTY(double availablePanelsHeight READ availablePanelsHeight NOTIFY windowSizeChanged)
-    Q_PROPERTY(double bottomPanelsHeight READ bottomPanelsHeight NOTIFY geometryChanged)
 
 public:
     enum class Activity { Idle, Capturing, Waiting, Streaming };
@@ -86,9 +77,6 @@ public:
     /// Colour of the backdrop and of the background layer behind the answer.
     QColor responseColor() const;
     QColor leftBorderColor() const { return QColor::fromRgbF(0.07f, 0.07f, 0.11f, 0.9f); }
-    QString responseTextColor() const { return m_responseTextColor; }
-    /// Empty for the theme's own colour.
-    void setResponseTextColor(const QString &color);
     bool isCompositing() const { return m_isCompositing; }
     /// Without a compositor the panel is drawn opaque and square.
     void setCompositing(bool isCompositing);
@@ -139,8 +127,6 @@ public:
     void setMenuOpen(bool isOpen);
     /// A side sheet covers the answer, which then takes clicks.
     void setSheetOpen(bool isOpen);
-    bool isZoomedLarge() const { return m_isZoomedLarge; }
-    void setZoomedLarge(bool isZoomedLarge);
 
     /// Size of the panel in points.
     void setWindowSize(const QSizeF &size);
@@ -182,14 +168,12 @@ Q_SIGNALS:
 
     void currentAlphaChanged();
     void appliedThemeChanged();
-    void responseTextColorChanged();
     void isCompositingChanged();
     void stripChanged();
     void secondsChanged();
     void noticeChanged();
     void usageChanged();
     void isMenuOpenChanged();
-    void isZoomedLargeChanged();
     void windowSizeChanged();
     /// The window's size or the height of the bottom panels changed.
     void geometryChanged();
@@ -208,7 +192,6 @@ private:
     QTimer m_noticeTimer;
     double m_currentAlpha = 0.88;
     AppTheme m_theme = AppTheme::Dark;
-    QString m_responseTextColor;
     bool m_isCompositing = true;
     QString m_title;
     SaveState m_saveState = SaveState::None;
@@ -225,7 +208,6 @@ private:
     std::optional<double> m_usage;
     bool m_isMenuOpen = false;
     bool m_isSheetOpen = false;
-    bool m_isZoomedLarge = false;
     QSizeF m_windowSize;
     double m_bottomPanelsHeight = 0;
     QRect m_announcedClickThrough;

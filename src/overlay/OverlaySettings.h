@@ -22,35 +22,34 @@ class NonFocusPanel;
 class OverlayModel;
 class Platform;
 class ResponseDisplay;
-class ThreadController;
 class UserDefaults;
 class Workspace;
 
-/// The overlay's part of the settings: opens and closes the sheet, and brings every choice into
-/// force and onto the disk at once. Main thread only.
+/// The overlay's part of the settings: opens and closes the sheet, and brings into force what is
+/// not read where it is needed. Main thread only.
 class OverlaySettings : public QObject
 {
     Q_OBJECT
 public:
-    /// What the choices act on. Everything must outlive this object, but for the panel, which goes
+    /// What the settings act on. Everything must outlive this object, but for the panel, which goes
     /// before the models that it shows.
     struct Targets
     {
         NonFocusPanel &panel;
         OverlayModel &overlay;
         BottomPanelsModel &panels;
-        ThreadController &threads;
         ThemeController &theme;
         ResponseDisplay &display;
     };
 
     /// @param workspace opens the help
     /// @param configFileHotkeys what resetting a hot key goes back to
-    OverlaySettings(Platform &platform, Workspace &workspace, UserDefaults &defaults,
-                    HotkeyManager &hotkeys, ModelListModel &models,
+    /// @param defaults keeps the hot keys
+    OverlaySettings(Platform &platform, Workspace &workspace, Settings &settings,
+                    UserDefaults &defaults, HotkeyManager &hotkeys, ModelListModel &models,
                     const HotkeyCombos &configFileHotkeys);
 
-    /// Applies what is stored and follows the user's choices from then on. Once.
+    /// Applies the settings and follows their changes from then on. Once.
     void attach(const Targets &targets, const BackendEndpoints &endpoints);
     /// Says in the sheet what the desktop cannot give.
     void setCaptureExclusion(const Capability &exclusion);
@@ -69,16 +68,14 @@ Q_SIGNALS:
 private:
     void applyHotkeys();
     /// Brings the name of who answers into every text that has it.
-    void nameAnswerer(const QString &name);
-    void setAppearanceMode(AppearanceMode mode);
-    void setResponseTextColorHex(const QString &hex);
+    void nameAnswerer();
     void showTheme(AppTheme theme);
-    void followPanels();
     void followScreens();
 
     Platform &m_platform;
     Workspace &m_workspace;
-    UserDefaults &m_defaults;
+    Settings &m_settings;
+    ModelListModel &m_models;
     Vocabulary m_words;
     PanelKeyMonitor m_keyMonitor;
     HotkeyRebinding m_rebinding;

@@ -3,8 +3,8 @@
 #include "backend/NotificationCenter.h"
 #include "backend/SessionManager.h"
 #include "base/Log.h"
+#include "base/Settings.h"
 #include "base/Text.h"
-#include "base/UserDefaults.h"
 #include "platform/Platform.h"
 #include "query/PermissionChecker.h"
 
@@ -38,9 +38,9 @@ OverlayWindowController::OverlayWindowController(const VantiroConfig &config,
     : m_with(begin(std::move(collaborators)))
     , m_config(config)
     , m_workspace(m_with.platform.workspace())
-    , m_panels(m_with.defaults)
-    , m_settings(m_with.platform, m_workspace, m_with.defaults, m_with.hotkeys, *m_panels.models(),
-                 HotkeyCombos(config.hotkeys))
+    , m_panels(m_with.settings)
+    , m_settings(m_with.platform, m_workspace, m_with.settings, m_with.defaults, m_with.hotkeys,
+                 *m_panels.models(), HotkeyCombos(config.hotkeys))
     , m_panel(m_with.platform.panelWindow())
     , m_placement(m_panel, config.overlay)
     , m_theme(m_with.platform.appearance())
@@ -48,10 +48,13 @@ OverlayWindowController::OverlayWindowController(const VantiroConfig &config,
     , m_stream(m_display)
     , m_answers(m_display, m_stream, [this] { show(); })
     , m_messages(m_answers, m_with.endpoints)
-    , m_threads(m_with.defaults, m_with.saver)
-    , m_orchestrator(std::make_unique<QueryOrchestrator>(
-          QueryOrchestrator::Collaborators{m_with.session, m_with.defaults, m_threads, m_messages,
-                                           m_with.service, m_answers, m_with.capture}))
+    , m_threads(m_with.settings, m_with.saver)
+    , m_orchestrator(std::make_unique<QueryOrchestrator>(QueryOrchestrator::Collaborators{
+          m_with.session, m_with.settings, m_threads, m_messages, m_with.service, m_answers,
+          m_with.capture, [this] {
+              const QString id = m_panels.models()->selectedId();
+              return id.isEmpty() ? std::nullopt : std::optional(id);
+          }}))
 {
     if (m_with.library)
         m_history = std::make_unique<OverlayHistory>(*m_with.library, m_threads,
@@ -60,9 +63,8 @@ OverlayWindowController::OverlayWindowController(const VantiroConfig &config,
     setupContentView();
     m_mirror = std::make_unique<OverlayMirror>(OverlayMirror::Collaborators{
         m_messages, m_threads, *m_orchestrator, m_display, m_overlay, m_panels, m_menu});
-    m_configuration = std::make_unique<OverlayConfig>(
-        OverlayConfig::Collaborators{m_with.session, m_with.defaults, m_messages, *m_orchestrator,
-                                     m_panels, m_with.permissions});
+    m_configuration = std::make_unique<OverlayConfig>(OverlayConfig::Collaborators{
+        m_with.session, m_messages, *m_orchestrator, *m_panels.models(), m_with.permissions});
     connect(&m_with.notifications, &NotificationCenter::configDidUpdate, this,
             &OverlayWindowController::handleConfigDidUpdate);
     connect(qGuiApp, &QGuiApplication::applicationStateChanged, this,
@@ -104,8 +106,7 @@ void OverlayWindowController::setupContentView()
             .arg(decimalText(m_panel.width()), decimalText(m_panel.height())));
     m_overlay.setCurrentAlpha(m_config.overlay.defaultOpacity);
     m_display.setCurrentAlpha(m_config.overlay.defaultOpacity);
-    m_settings.attach({m_panel, m_overlay, m_panels, m_threads, m_theme, m_display},
-                      m_with.endpoints);
+    m_settings.attach({m_panel, m_overlay, m_panels, m_theme, m_display}, m_with.endpoints);
     wireOverlay();
     wirePanels();
     m_panel.setContent(m_with.engine,
@@ -131,8 +132,6 @@ void OverlayWindowController::wireOverlay()
     connect(&m_overlay, &OverlayModel::zoomRequested, this,
             &OverlayWindowController::handleZoomButton);
     connect(&m_panel, &NonFocusPanel::draggedTo, &m_placement, &PanelPlacement::placedByUser);
-    connect(&m_placement, &PanelPlacement::isZoomedLargeChanged, &m_overlay,
-            &OverlayModel::setZoomedLarge);
     connect(&m_overlay, &OverlayModel::sliderMoved, this, &OverlayWindowController::sliderChanged);
     connect(&m_overlay, &OverlayModel::menuToggled, this,
             &OverlayWindowController::toggleHamburgerMenu);
@@ -188,8 +187,6 @@ void OverlayWindowController::wireOverlay()
         if (m_threads.removeNote(id))
             m_orchestrator->showCurrentThread();
     });
-    connect(&m_stream, &StreamingRenderer::showWindowRequested, this,
-            &OverlayWindowController::show);
 
     connect(&m_menu, &HamburgerMenuModel::closeRequested, this, [this] {
         if (m_overlay.isMenuOpen())
@@ -233,8 +230,8 @@ void OverlayWindowController::wirePanels()
             &QueryOrchestrator::sendPromptOnly);
     connect(&m_panels, &BottomPanelsModel::noteRequested, orchestrator,
             &QueryOrchestrator::addNote);
-    connect(orchestrator, &QueryOrchestrator::captureSucceeded, &m_panels,
-            &BottomPanelsModel::finishFirstLaunch);
+    connect(orchestrator, &QueryOrchestrator::captureSucceeded, this,
+            [this] { m_with.settings.setHasLaunchedBefore(true); });
     // A hot key works while the panel is hidden; the reason must be seen.
     connect(orchestrator, &QueryOrchestrator::refused, this, [this] {
         if (!m_isVisible)
@@ -244,16 +241,10 @@ void OverlayWindowController::wirePanels()
             &OverlayWindowController::startNewThread);
     connect(&m_panels, &BottomPanelsModel::attachmentRemoved, &m_threads,
             &ThreadController::removeStagedScreenshot);
-    connect(&m_panels, &BottomPanelsModel::keepAIHistoryToggled, &m_threads,
-            &ThreadController::setKeepAIHistoryEnabled);
     connect(&m_panels, &BottomPanelsModel::informationalCollapseToggled, &m_messages,
             &ServiceMessages::toggleInformationalCollapse);
     connect(&m_panels, &BottomPanelsModel::messageActionRequested, this,
             [this](const QUrl &url) { m_workspace.openUrl(url); });
-    connect(&m_panels, &BottomPanelsModel::heightChanged, &m_overlay,
-            &OverlayModel::setBottomPanelsHeight);
-    connect(&m_overlay, &OverlayModel::geometryChanged, this,
-            [this] { m_panels.setAvailableHeight(m_overlay.availablePanelsHeight()); });
 }
 
 void OverlayWindowController::show()

@@ -37,6 +37,7 @@ class PermissionChecker;
 class Platform;
 class ProxyQueryService;
 class SessionManager;
+class Settings;
 class ThreadLibrary;
 class ThreadSaver;
 class UserDefaults;
@@ -51,6 +52,8 @@ public:
     struct Collaborators
     {
         Platform &platform;
+        Settings &settings;
+        /// Keeps the hot keys.
         UserDefaults &defaults;
         NotificationCenter &notifications;
         SessionManager &session;
@@ -89,7 +92,7 @@ public:
     void updateUsage(qint64 tokensUsed, qint64 tokenCap) override;
     void resolveModelSelection(const AppConfigResponse &config) override
     {
-        m_configuration->resolveModelSelection(config);
+        m_panels.models()->setOffer(config.availableModels, config.model);
     }
     void setCurrentAdminMessage(const std::optional<AdminMessagePayload> &message) override;
 

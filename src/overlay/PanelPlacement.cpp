@@ -157,7 +157,6 @@ void PanelPlacement::handleZoomButton()
         m_priorFrameBeforeZoom.reset();
         log(QStringLiteral("Zoom button — restored to prior frame"));
     }
-    Q_EMIT isZoomedLargeChanged(m_isZoomedLarge);
 }
 
 QRect PanelPlacement::targetFrame() const

@@ -35,12 +35,8 @@ public:
     void keepOnScreen();
     /// Grows the panel to its screen's visible area, or restores the frame from before.
     void handleZoomButton();
-    bool isZoomedLarge() const { return m_isZoomedLarge; }
     /// The frame that the window has or is moving to.
     QRect targetFrame() const;
-
-Q_SIGNALS:
-    void isZoomedLargeChanged(bool isZoomedLarge);
 
 private:
     struct Place

@@ -88,17 +88,6 @@ void ResponseScrollbarModel::setDragging(bool isDragging)
     Q_EMIT draggingChanged();
 }
 
-void ResponseScrollbarModel::updatePosition(double scrollTop, double scrollHeight,
-                                            double clientHeight)
-{
-    // The page is not trusted to send sane numbers.
-    if (!std::isfinite(scrollTop) || !std::isfinite(scrollHeight) || !std::isfinite(clientHeight))
-        return;
-    const double extent = scrollHeight - clientHeight;
-    setPosition(clientHeight < scrollHeight, clientHeight / std::max(scrollHeight, 1.0),
-                extent >= 1 ? scrollTop / extent : scrollTop);
-}
-
 void ResponseScrollbarModel::setPosition(bool isEnabled, double thumbRatio, double fraction)
 {
     setEnabled(isEnabled);

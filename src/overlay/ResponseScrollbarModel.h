@@ -31,7 +31,6 @@ class ResponseScrollbarModel : public QObject
     Q_PROPERTY(QColor backgroundColor READ backgroundColor CONSTANT)
     Q_PROPERTY(bool isEnabled READ isEnabled NOTIFY enabledChanged)
     Q_PROPERTY(double fraction READ fraction NOTIFY layoutChanged)
-    Q_PROPERTY(bool isDragging READ isDragging NOTIFY draggingChanged)
 
 public:
     using QObject::QObject;
@@ -68,10 +67,8 @@ public:
     double thumbRatio() const { return m_thumbRatio; }
     bool isDragging() const { return m_isDragging; }
 
-    /// A position report of the page, in page pixels. Ignored for the thumb while it is dragged.
-    Q_INVOKABLE void updatePosition(double scrollTop, double scrollHeight, double clientHeight);
-    /// The same with the figures already worked out: whether the content overflows, its visible
-    /// part and the scroll position, both 0 to 1.
+    /// What the page reports: whether the content overflows, its visible part and the scroll
+    /// position, both 0 to 1. Ignored for the thumb while it is dragged.
     void setPosition(bool isEnabled, double thumbRatio, double fraction);
 
     // Pointer events in view coordinates (y downward).
@@ -86,9 +83,9 @@ public:
     Q_INVOKABLE void pressUp();
     Q_INVOKABLE void pressDown();
     /// One view height up (-1) or down (1), less a line of context.
-    Q_INVOKABLE void scrollByPage(int direction);
+    void scrollByPage(int direction);
     /// To the top (0) or the bottom (1).
-    Q_INVOKABLE void scrollToFraction(double fraction);
+    void scrollToFraction(double fraction);
     /// A key (Qt::Key) pressed while the scrollbar has the focus; true when it means scrolling.
     Q_INVOKABLE bool handleKey(int key);
 

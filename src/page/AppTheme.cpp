@@ -6,28 +6,6 @@
 
 namespace quellora {
 
-QString appearanceModeText(AppearanceMode mode)
-{
-    switch (mode) {
-    case AppearanceMode::Light:
-        return QStringLiteral("light");
-    case AppearanceMode::Dark:
-        return QStringLiteral("dark");
-    case AppearanceMode::System:
-        break;
-    }
-    return QStringLiteral("system");
-}
-
-AppearanceMode appearanceModeFromText(const QString &text)
-{
-    if (text == QLatin1StringView("light"))
-        return AppearanceMode::Light;
-    if (text == QLatin1StringView("dark"))
-        return AppearanceMode::Dark;
-    return AppearanceMode::System;
-}
-
 QColor responseBackdropColor(AppTheme theme)
 {
     QColor color(theme == AppTheme::Dark ? QRgb(0x1c1e24) : QRgb(0xf7f5f0));
@@ -44,12 +22,12 @@ ThemeController::ThemeController(Appearance &appearance, QObject *parent)
     : QObject(parent), m_appearance(appearance)
 {
     m_appearance.onChanged([self = QPointer(this)] {
-        if (self && self->m_mode == AppearanceMode::System)
+        if (self && self->m_mode == Settings::Appearance::System)
             self->apply();
     });
 }
 
-void ThemeController::setMode(AppearanceMode mode)
+void ThemeController::setMode(Settings::Appearance mode)
 {
     m_mode = mode;
     apply();
@@ -63,13 +41,13 @@ AppTheme ThemeController::currentSystemTheme() const
 void ThemeController::apply()
 {
     switch (m_mode) {
-    case AppearanceMode::Light:
+    case Settings::Appearance::Light:
         m_appliedTheme = AppTheme::Light;
         break;
-    case AppearanceMode::Dark:
+    case Settings::Appearance::Dark:
         m_appliedTheme = AppTheme::Dark;
         break;
-    case AppearanceMode::System:
+    case Settings::Appearance::System:
         m_appliedTheme = currentSystemTheme();
         break;
     }

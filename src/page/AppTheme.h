@@ -1,8 +1,9 @@
 #pragma once
 
+#include "base/Settings.h"
+
 #include <QColor>
 #include <QObject>
-#include <QString>
 
 namespace quellora {
 
@@ -10,14 +11,6 @@ class Appearance;
 
 /// Colours in force.
 enum class AppTheme { Light, Dark };
-
-/// What the user chose; System follows the desktop.
-enum class AppearanceMode { Light, Dark, System };
-
-/// Stored form: "light", "dark" or "system".
-QString appearanceModeText(AppearanceMode mode);
-/// Reverse of appearanceModeText(); any other text, also in another case, means System.
-AppearanceMode appearanceModeFromText(const QString &text);
 
 /// Colour of the layers behind the response page, at their fixed alpha of 0.93.
 QColor responseBackdropColor(AppTheme theme);
@@ -34,8 +27,7 @@ public:
     ///        is taken by this object.
     explicit ThemeController(Appearance &appearance, QObject *parent = nullptr);
 
-    AppearanceMode mode() const { return m_mode; }
-    void setMode(AppearanceMode mode);
+    void setMode(Settings::Appearance mode);
 
     /// The mode's own theme, or the desktop's for System. Dark until a mode is set.
     AppTheme appliedTheme() const { return m_appliedTheme; }
@@ -50,7 +42,7 @@ private:
     void apply();
 
     Appearance &m_appearance;
-    AppearanceMode m_mode = AppearanceMode::System;
+    Settings::Appearance m_mode = Settings::Appearance::System;
     AppTheme m_appliedTheme = AppTheme::Dark;
 };
 

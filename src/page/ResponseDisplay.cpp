@@ -172,9 +172,7 @@ bool ResponseDisplay::showsScreenshot(const QUuid &threadId, qint64 index) const
 void ResponseDisplay::setResponseTextColorHex(const std::optional<QString> &color)
 {
     // The text goes into style sheets and scripts, so nothing but a hex colour may pass.
-    static const QRegularExpression hexColor(
-        QStringLiteral("\\A#(?:[0-9a-fA-F]{3,4}|[0-9a-fA-F]{6}|[0-9a-fA-F]{8})\\z"));
-    m_appearance.textColorHex = color && hexColor.match(*color).hasMatch() ? color : std::nullopt;
+    m_appearance.textColorHex = color && isHexColor(*color) ? color : std::nullopt;
 }
 
 ResponseDisplay::PageId ResponseDisplay::loadContent(const QString &markdown)

@@ -42,7 +42,6 @@ void StreamingRenderer::handleStreamStart(
 {
     Log::event(QStringLiteral("[OverlayWindowController] Stream start received"));
     loadShell(session, prompt, queryStart, screenshot);
-    emit showWindowRequested();
 }
 
 void StreamingRenderer::resume(const std::optional<CaptureSession> &session, const QString &prompt,

@@ -42,11 +42,6 @@ public:
     /// answer.
     void renderThread(const CaptureSession &session);
 
-signals:
-    /// A stream has started: the window is to be shown in front, without activating the
-    /// application.
-    void showWindowRequested();
-
 private:
     /// What the shell page shows besides the answer.
     struct Question

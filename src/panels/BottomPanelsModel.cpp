@@ -1,7 +1,5 @@
 #include "panels/BottomPanelsModel.h"
 
-#include "backend/Answerer.h"
-#include "base/UserDefaults.h"
 #include "query/PromptConfig.h"
 
 #include <QClipboard>
@@ -12,11 +10,6 @@
 namespace quellora {
 
 namespace {
-
-QString key(const char *name)
-{
-    return QLatin1String(name);
-}
 
 /// Stores a changed input; true when there is something to announce.
 template <typename T>
@@ -30,16 +23,11 @@ bool replace(T &stored, const T &value)
 
 } // namespace
 
-BottomPanelsModel::BottomPanelsModel(UserDefaults &defaults, QObject *parent)
-    : QObject(parent), m_defaults(defaults), m_models(this), m_screenshot(this)
+BottomPanelsModel::BottomPanelsModel(Settings &settings, QObject *parent)
+    : QObject(parent), m_settings(settings), m_models(settings, this), m_screenshot(this)
 {
     connect(&m_screenshot, &StagedScreenshot::changed, this, &BottomPanelsModel::attachmentChanged);
-    connect(&m_defaults, &UserDefaults::changed, this, [this](const QString &changedKey) {
-        if (changedKey == QLatin1String(DefaultsKey::userPrompt))
-            followPrompt();
-        else if (changedKey == QLatin1String(DefaultsKey::hasLaunchedBefore))
-            Q_EMIT isFirstLaunchCardDueChanged();
-    });
+    connect(&m_settings, &Settings::userPromptChanged, this, &BottomPanelsModel::followPrompt);
     connect(this, &BottomPanelsModel::messageChanged, this,
             &BottomPanelsModel::blockedReasonChanged);
     followPrompt();
@@ -90,42 +78,6 @@ void BottomPanelsModel::setBlocked(bool isBlocked)
         Q_EMIT isBlockedChanged();
 }
 
-void BottomPanelsModel::setKeepAIHistoryEnabled(bool isEnabled)
-{
-    if (replace(m_keepAIHistory, isEnabled))
-        Q_EMIT keepAIHistoryEnabledChanged();
-}
-
-void BottomPanelsModel::setStartNewThreadPerSendEnabled(bool isEnabled)
-{
-    if (replace(m_startNewThreadPerSend, isEnabled))
-        Q_EMIT startNewThreadPerSendEnabledChanged();
-}
-
-void BottomPanelsModel::setDontClearPromptAfterSendEnabled(bool isEnabled)
-{
-    if (replace(m_dontClearPromptAfterSend, isEnabled))
-        Q_EMIT dontClearPromptAfterSendEnabledChanged();
-}
-
-void BottomPanelsModel::setAppearanceMode(const QString &mode)
-{
-    if (replace(m_appearanceMode, mode))
-        Q_EMIT appearanceModeChanged();
-}
-
-void BottomPanelsModel::setAvailableModels(const QList<ModelOption> &models)
-{
-    m_models.setModels(models);
-    Q_EMIT selectedModelChanged();
-}
-
-void BottomPanelsModel::setSelectedModelId(const QString &id)
-{
-    if (replace(m_selectedModelId, id))
-        Q_EMIT selectedModelChanged();
-}
-
 void BottomPanelsModel::setStagedScreenshotData(const std::optional<QByteArray> &jpeg)
 {
     const bool isAttached = jpeg.has_value();
@@ -139,16 +91,6 @@ void BottomPanelsModel::setCapturing(bool isCapturing)
 {
     if (replace(m_isCapturing, isCapturing))
         Q_EMIT isCapturingChanged();
-}
-
-void BottomPanelsModel::finishFirstLaunch()
-{
-    m_defaults.setBool(key(DefaultsKey::hasLaunchedBefore), true);
-}
-
-bool BottomPanelsModel::isFirstLaunchCardDue() const
-{
-    return !m_defaults.boolValue(key(DefaultsKey::hasLaunchedBefore)).value_or(false);
 }
 
 QString BottomPanelsModel::messageHeader() const
@@ -176,17 +118,6 @@ QString BottomPanelsModel::blockedReason() const
            (header.isEmpty() ? QStringLiteral("out of credits") : header);
 }
 
-QString BottomPanelsModel::selectedModelName() const
-{
-    const int row = m_models.rowOf(m_selectedModelId);
-    return row < 0 ? QStringLiteral("Model") : m_models.models().at(row).displayName;
-}
-
-QString BottomPanelsModel::answererName() const
-{
-    return quellora::answererName(m_models.models(), m_selectedModelId);
-}
-
 bool BottomPanelsModel::hasAttachmentFailed() const
 {
     return m_hasAttachedScreenshot && (m_screenshot.state() == StagedScreenshot::State::Failed ||
@@ -205,7 +136,7 @@ QString BottomPanelsModel::attachmentCaption() const
 
 QString BottomPanelsModel::promptText() const
 {
-    const auto stored = m_defaults.stringValue(key(DefaultsKey::userPrompt));
+    const auto stored = m_settings.userPrompt();
     return stored ? *stored : PromptConfig::builtIn();
 }
 
@@ -213,7 +144,7 @@ void BottomPanelsModel::setPromptText(const QString &text)
 {
     // The box echoes what it was given; only a real edit may create the key.
     if (text != promptText())
-        m_defaults.setString(key(DefaultsKey::userPrompt), text);
+        m_settings.setUserPrompt(text);
 }
 
 void BottomPanelsModel::setTypedText(const QString &text)
@@ -278,17 +209,6 @@ void BottomPanelsModel::captureNoSend()
 {
     if (!m_isCapturing)
         Q_EMIT captureNoSendRequested();
-}
-
-void BottomPanelsModel::toggleKeepAIHistory()
-{
-    Q_EMIT keepAIHistoryToggled(!m_keepAIHistory);
-}
-
-void BottomPanelsModel::selectModel(const QString &id)
-{
-    if (m_models.rowOf(id) >= 0)
-        Q_EMIT modelSelected(id);
 }
 
 void BottomPanelsModel::removeAttachment()

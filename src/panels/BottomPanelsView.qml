@@ -17,7 +17,7 @@ FocusScope {
     }
     function openModelList() {
         modelList.byKeyboard = prompt.pickerItem.visualFocus
-        modelList.list.currentIndex = panels.models.rowOf(panels.selectedModelId)
+        modelList.list.currentIndex = panels.models.rowOf(panels.models.selectedId)
         view.isModelListOpen = true
         modelList.list.forceActiveFocus(Qt.PopupFocusReason)
     }
@@ -40,7 +40,7 @@ FocusScope {
         hasCard: view.panels.hasMessage
         isCardCollapsed: view.panels.isMessageCollapsed
         cardBodyHeight: card.bodyHeight
-        hasFirstLaunchCard: view.panels.isFirstLaunchCardDue
+        hasFirstLaunchCard: !view.panels.settings.hasLaunchedBefore
         firstLaunchCardHeight: firstLaunch.implicitHeight
         hasAttachment: view.panels.hasAttachedScreenshot
         isModelListOpen: view.isModelListOpen

@@ -72,7 +72,7 @@ Card {
         spacing: 5
 
         ShortcutRow {
-            text: qsTr("Capture screen and send to %1").arg(card.panels.answererName)
+            text: qsTr("Capture screen and send to %1").arg(card.panels.models.answererName)
             KeyCap { text: card.panels.hotkeys.capture ?? "" }
         }
         ShortcutRow {
@@ -110,7 +110,7 @@ Card {
             objectName: "gotIt"
             text: qsTr("Got it")
             onClicked: {
-                card.panels.finishFirstLaunch()
+                card.panels.settings.hasLaunchedBefore = true
                 card.panels.focusPrompt()
             }
         }

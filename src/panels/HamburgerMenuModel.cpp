@@ -33,16 +33,6 @@ void HamburgerMenuModel::setSettingsAvailable(bool isAvailable)
     Q_EMIT rowsChanged();
 }
 
-QString HamburgerMenuModel::tokensUsedLabel() const
-{
-    return AppConfig::formatCredits(m_tokensUsed);
-}
-
-QString HamburgerMenuModel::tokenCapLabel() const
-{
-    return AppConfig::formatCredits(m_tokenCap);
-}
-
 double HamburgerMenuModel::usagePercent() const
 {
     return hasCap() ? double(m_tokensUsed) / double(m_tokenCap) * 100.0 : 0.0;
@@ -65,7 +55,9 @@ double HamburgerMenuModel::fillFraction() const
 
 QString HamburgerMenuModel::usageText() const
 {
-    return hasCap() ? QStringLiteral("%1 of %2 credits").arg(tokensUsedLabel(), tokenCapLabel())
+    return hasCap() ? QStringLiteral("%1 of %2 credits")
+                          .arg(AppConfig::formatCredits(m_tokensUsed),
+                               AppConfig::formatCredits(m_tokenCap))
                     : QStringLiteral("No limit set");
 }
 

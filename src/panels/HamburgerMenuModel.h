@@ -13,15 +13,8 @@ class HamburgerMenuModel : public QObject
     QML_ELEMENT
     QML_UNCREATABLE("Provided by the overlay")
 
-    Q_PROPERTY(
-        bool historyAvailable READ historyAvailable WRITE setHistoryAvailable NOTIFY rowsChanged)
-    Q_PROPERTY(
-        bool settingsAvailable READ settingsAvailable WRITE setSettingsAvailable NOTIFY rowsChanged)
-    Q_PROPERTY(QString tokensUsedLabel READ tokensUsedLabel NOTIFY usageChanged)
-    Q_PROPERTY(QString tokenCapLabel READ tokenCapLabel NOTIFY usageChanged)
-    Q_PROPERTY(double usagePercent READ usagePercent NOTIFY usageChanged)
-    Q_PROPERTY(bool hasCap READ hasCap NOTIFY usageChanged)
-    Q_PROPERTY(bool capExceeded READ capExceeded NOTIFY usageChanged)
+    Q_PROPERTY(bool historyAvailable READ historyAvailable NOTIFY rowsChanged)
+    Q_PROPERTY(bool settingsAvailable READ settingsAvailable NOTIFY rowsChanged)
     Q_PROPERTY(Tier tier READ tier NOTIFY usageChanged)
     Q_PROPERTY(double fillFraction READ fillFraction NOTIFY usageChanged)
     Q_PROPERTY(QString usageText READ usageText NOTIFY usageChanged)
@@ -44,12 +37,6 @@ public:
 
     bool historyAvailable() const { return m_historyAvailable; }
     bool settingsAvailable() const { return m_settingsAvailable; }
-    QString tokensUsedLabel() const;
-    QString tokenCapLabel() const;
-    /// Used share of the cap in percent; 0 without a cap.
-    double usagePercent() const;
-    bool hasCap() const { return m_tokenCap >= 1; }
-    bool capExceeded() const { return m_capExceeded; }
     Tier tier() const;
     /// Filled share of the bar, 0 to 1; full when the cap is exceeded.
     double fillFraction() const;
@@ -70,6 +57,10 @@ Q_SIGNALS:
     void rowsChanged();
 
 private:
+    bool hasCap() const { return m_tokenCap >= 1; }
+    /// Used share of the cap in percent; 0 without a cap.
+    double usagePercent() const;
+
     qint64 m_tokensUsed = 0;
     qint64 m_tokenCap = 0;
     bool m_capExceeded = false;

@@ -16,7 +16,7 @@ Card {
     signal closed()
 
     function choose(row) {
-        card.panels.selectModel(card.panels.models.idAt(row))
+        card.panels.models.choose(card.panels.models.idAt(row))
         card.closed()
     }
 
@@ -30,7 +30,7 @@ Card {
         model: card.panels.models
         clip: contentHeight > height
         boundsBehavior: Flickable.StopAtBounds
-        currentIndex: card.panels.models.rowOf(card.panels.selectedModelId)
+        currentIndex: card.panels.models.rowOf(card.panels.models.selectedId)
         // Without a highlight item, following the current item would animate forever.
         highlightFollowsCurrentItem: false
         onCurrentIndexChanged: positionViewAtIndex(currentIndex, ListView.Contain)
@@ -62,7 +62,7 @@ Card {
             required property string modelId
             required property string displayName
             required property string descriptor
-            readonly property bool chosen: modelId === card.panels.selectedModelId
+            readonly property bool chosen: modelId === card.panels.models.selectedId
 
             width: view.width
             height: 36

@@ -1,8 +1,16 @@
 #include "panels/ModelListModel.h"
 
+#include "backend/Answerer.h"
+
 #include <algorithm>
 
 namespace quellora {
+
+ModelListModel::ModelListModel(Settings &settings, QObject *parent)
+    : QAbstractListModel(parent), m_settings(settings)
+{
+    connect(&m_settings, &Settings::selectedModelIdChanged, this, &ModelListModel::selectedChanged);
+}
 
 int ModelListModel::rowCount(const QModelIndex &parent) const
 {
@@ -32,16 +40,47 @@ QHash<int, QByteArray> ModelListModel::roleNames() const
     return {{IdRole, "modelId"}, {DisplayNameRole, "displayName"}, {DescriptorRole, "descriptor"}};
 }
 
-void ModelListModel::setModels(const QList<ModelOption> &models)
+void ModelListModel::setOffer(const QList<ModelOption> &models, const QString &backendsChoice)
 {
-    if (m_models == models)
+    if (m_models == models && m_backendsChoice == backendsChoice)
         return;
-    const bool countDiffers = m_models.size() != models.size();
-    beginResetModel();
-    m_models = models;
-    endResetModel();
-    if (countDiffers)
-        Q_EMIT countChanged();
+    m_backendsChoice = backendsChoice;
+    if (m_models != models) {
+        const bool countDiffers = m_models.size() != models.size();
+        beginResetModel();
+        m_models = models;
+        endResetModel();
+        if (countDiffers)
+            Q_EMIT countChanged();
+    }
+    Q_EMIT selectedChanged();
+}
+
+QString ModelListModel::selectedId() const
+{
+    // A stored choice that is not on offer stays stored: it counts again when it is offered again.
+    for (const QString &id : {m_settings.selectedModelId(), m_backendsChoice}) {
+        if (!id.isEmpty() && rowOf(id) >= 0)
+            return id;
+    }
+    return {};
+}
+
+QString ModelListModel::selectedName() const
+{
+    const int row = rowOf(selectedId());
+    return row < 0 ? QStringLiteral("Model") : m_models.at(row).displayName;
+}
+
+QString ModelListModel::answererName() const
+{
+    return quellora::answererName(m_models, selectedId());
+}
+
+void ModelListModel::choose(const QString &id)
+{
+    if (rowOf(id) >= 0)
+        m_settings.setSelectedModelId(id);
 }
 
 int ModelListModel::rowOf(const QString &id) const

@@ -12,7 +12,7 @@ Basic.AbstractButton {
     property bool isOpen: false
     /// Read by assistive technology, like the other unused properties.
     readonly property int role: Accessible.ComboBox
-    readonly property string value: panels.selectedModelName
+    readonly property string value: panels.models.selectedName
     readonly property bool expandable: true
     readonly property bool expanded: isOpen
     readonly property ThemeTokens theme: Tokens.frame
@@ -41,7 +41,7 @@ Basic.AbstractButton {
             x: 6
             width: Math.min(implicitWidth, picker.maximumLabelWidth)
             height: picker.height
-            text: picker.panels.selectedModelName
+            text: picker.panels.models.selectedName
             type: Tokens.control
             color: picker.theme.icon
             elide: Text.ElideRight
@@ -57,7 +57,7 @@ Basic.AbstractButton {
     }
     ToolTip {
         target: picker
-        text: label.truncated ? picker.panels.selectedModelName : ""
+        text: label.truncated ? picker.panels.models.selectedName : ""
     }
 
     Keys.onReturnPressed: picker.clicked()

@@ -262,13 +262,17 @@ Rectangle {
         name: qsTr("Save thread")
         role: Accessible.CheckBox
         isSwitch: true
-        isOn: box.panels.keepAIHistoryEnabled
+        isOn: box.panels.settings.keepAIHistoryEnabled
         foreground: isOn ? box.theme.accentText : box.theme.icon
-        onClicked: box.panels.toggleKeepAIHistory()
+        onClicked: flip()
+
+        function flip() {
+            box.panels.settings.keepAIHistoryEnabled = !isOn
+        }
 
         Accessible.checkable: true
         Accessible.checked: isOn
-        Accessible.onToggleAction: box.panels.toggleKeepAIHistory()
+        Accessible.onToggleAction: flip()
     }
     IconButton {
         objectName: "compactNewThread"

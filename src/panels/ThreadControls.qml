@@ -16,11 +16,11 @@ Item {
         x: 4
         width: 28 + 8 + 14 + 8 + words.implicitWidth
         name: qsTr("Save thread")
-        checked: row.panels.keepAIHistoryEnabled
+        checked: row.panels.settings.keepAIHistoryEnabled
         onToggled: {
-            row.panels.toggleKeepAIHistory()
+            row.panels.settings.keepAIHistoryEnabled = checked
             // Restores the binding that the press has broken.
-            checked = Qt.binding(() => row.panels.keepAIHistoryEnabled)
+            checked = Qt.binding(() => row.panels.settings.keepAIHistoryEnabled)
         }
 
         Icon {

@@ -1,15 +1,12 @@
 #include "query/PromptConfig.h"
 
-#include "base/UserDefaults.h"
-
 namespace quellora {
 
-QString PromptConfig::current(const UserDefaults &defaults,
+QString PromptConfig::current(const std::optional<QString> &userPrompt,
                               const std::optional<AppConfigResponse> &config)
 {
-    const auto own = defaults.stringValue(QLatin1String(DefaultsKey::userPrompt));
-    if (own && !own->isEmpty())
-        return *own;
+    if (userPrompt && !userPrompt->isEmpty())
+        return *userPrompt;
     return config ? config->defaultPrompt : builtIn();
 }
 

@@ -2,8 +2,8 @@
 
 #include "backend/SessionManager.h"
 #include "base/Log.h"
+#include "base/Settings.h"
 #include "base/Text.h"
-#include "base/UserDefaults.h"
 #include "base/WhenFinished.h"
 #include "history/ThreadController.h"
 #include "query/ActiveQuery.h"
@@ -49,11 +49,6 @@ QueryOrchestrator::Activity QueryOrchestrator::activity() const
     if (isCapturing())
         return Activity::Capturing;
     return m_stopped ? Activity::Stopped : Activity::Idle;
-}
-
-QDateTime QueryOrchestrator::activityStart() const
-{
-    return m_shown ? m_shown->queryStart : QDateTime();
 }
 
 QString QueryOrchestrator::shownPrompt() const
@@ -117,7 +112,8 @@ void QueryOrchestrator::captureAndSendFinished(const ScreenshotCapture::Outcome 
                       QStringLiteral("Screenshot capture"));
         return;
     }
-    const QString prompt = PromptConfig::current(m_with.defaults, m_with.session.currentConfig());
+    const QString prompt =
+        PromptConfig::current(m_with.settings.userPrompt(), m_with.session.currentConfig());
     // A screenshot that waits is not sent with this question: it stays where it is.
     m_with.threads.clearStagedScreenshot();
     CaptureSession session = m_with.threads.threadForQuery();
@@ -198,13 +194,13 @@ void QueryOrchestrator::runQuery(const QString &apiPrompt, const QString &turnPr
     }
     auto query = std::make_shared<ActiveQuery>();
     query->turnPrompt = turnPrompt;
-    query->promptBox = m_with.defaults.stringValue(QLatin1String(DefaultsKey::userPrompt));
+    query->promptBox = m_with.settings.userPrompt();
     query->screenshot = screenshot;
     query->promptCharacters = characterCount(turnPrompt);
     query->hasImage = screenshot.has_value();
     query->tokensUsedBefore = m_with.messages.tokensUsed();
     query->queryStart = queryStart;
-    query->model = m_selectedModelId;
+    query->model = m_with.model();
     if (const auto &session = m_with.threads.currentSession())
         query->threadId = session->id;
     m_with.threads.retain(query->threadId);
@@ -215,6 +211,7 @@ void QueryOrchestrator::runQuery(const QString &apiPrompt, const QString &turnPr
     m_queries.append(query);
     m_with.display.handleStreamStart(m_with.threads.currentSession(), turnPrompt, queryStart,
                                      screenshot);
+    m_with.display.showWindow();
     runQueryOnMain(query, apiPrompt, *token);
     Q_EMIT activityChanged();
 }
@@ -260,7 +257,7 @@ bool QueryOrchestrator::keepAnswer(const ActiveQueryPtr &query)
     const bool isCurrent = m_with.threads.addTurn(query->threadId, query->turnPrompt, query->answer,
                                                   query->screenshot);
     // The thread on show stays the one that the user sees, copies from and notes on.
-    if (isCurrent && !m_shown && m_with.threads.startNewThreadPerSendEnabled())
+    if (isCurrent && !m_shown && m_with.settings.startNewThreadPerSendEnabled())
         m_with.threads.endThreadAtNextSend();
     return isCurrent;
 }
@@ -274,11 +271,10 @@ void QueryOrchestrator::storeAnswer(const ActiveQueryPtr &query)
 
 void QueryOrchestrator::emptyPromptBox(const ActiveQueryPtr &query)
 {
-    const QString box = QLatin1String(DefaultsKey::userPrompt);
     // A next question that is being typed is not this one's to remove.
-    if (!m_with.threads.dontClearPromptAfterSendEnabled() &&
-        m_with.defaults.stringValue(box) == query->promptBox)
-        m_with.defaults.setString(box, QString());
+    if (!m_with.settings.dontClearPromptAfterSendEnabled() &&
+        m_with.settings.userPrompt() == query->promptBox)
+        m_with.settings.setUserPrompt(QString());
 }
 
 QueryOrchestrator::ActiveQueryPtr QueryOrchestrator::newestOfCurrentThread() const

@@ -22,8 +22,8 @@ class ProxyQueryService;
 class RunningQuery;
 class ServiceMessages;
 class SessionManager;
+class Settings;
 class ThreadController;
-class UserDefaults;
 
 /// The user's actions from button or hotkey to stored turn: Capture & Send, Capture without
 /// sending, Send and Add note; the context prompt, the running query and its telemetry.
@@ -46,12 +46,14 @@ public:
     struct Collaborators
     {
         SessionManager &session;
-        UserDefaults &defaults;
+        Settings &settings;
         ThreadController &threads;
         ServiceMessages &messages;
         ProxyQueryService &service;
         AnswerDisplay &display;
         Capture capture;
+        /// Id of the model to ask; nothing leaves the choice to the backend.
+        std::function<std::optional<QString>()> model;
         Clock clock = [] { return QDateTime::currentDateTime(); };
     };
 
@@ -77,13 +79,8 @@ public:
     /// thread is shown again.
     void leavePage();
 
-    std::optional<QString> selectedModelId() const { return m_selectedModelId; }
-    void setSelectedModelId(const std::optional<QString> &id) { m_selectedModelId = id; }
-
     Activity activity() const;
     bool isCapturing() const { return !m_captures.isEmpty(); }
-    /// When the answer on show was asked for; for the seconds in the strip.
-    QDateTime activityStart() const;
     /// The question of the answer on show; empty when none is under way.
     QString shownPrompt() const;
 
@@ -129,7 +126,6 @@ private:
     void fireTelemetry(const ActiveQueryPtr &query, const DoneInfo &info, qint64 usedAfter);
 
     Collaborators m_with;
-    std::optional<QString> m_selectedModelId;
     /// Every answer under way, oldest first.
     QList<ActiveQueryPtr> m_queries;
     /// The newest one of the current thread: the strip tells of it, Stop ends it.

@@ -228,6 +228,15 @@ private Q_SLOTS:
         QVERIFY(!ProjectPaths::projectRoot(empty.path(), "/nowhere/quellora"));
     }
 
+    void hexColors()
+    {
+        for (const char *color : {"#fff", "#ABCd", "#8899aa", "#8899AAff"})
+            QVERIFY2(isHexColor(color), color);
+        for (const char *other :
+             {"", "#", "#ff", "#12345", "#1234567", "8899aa", "#ggg", "red;}", "#fff\n", " #fff"})
+            QVERIFY2(!isHexColor(other), other);
+    }
+
     void decimalTextAlwaysHasAFraction()
     {
         QCOMPARE(decimalText(60), "60.0");

@@ -1,4 +1,4 @@
-#include "base/UserDefaults.h"
+#include "base/Settings.h"
 #include "fakes/LogCapture.h"
 #include "history/BackgroundThreadSaver.h"
 #include "history/StoreFixture.h"
@@ -297,8 +297,9 @@ private Q_SLOTS:
         auto files = std::make_shared<SlowFiles>();
         StoreFixture f(files);
         JsonUserDefaults defaults;
+        Settings settings(defaults);
         BackgroundThreadSaver saver(f.store);
-        ThreadController threads(defaults, &saver, [] { return t0; });
+        ThreadController threads(settings, &saver, [] { return t0; });
         for (const char *text : {"one", "two", "three", "four"})
             QVERIFY(threads.addNote(text));
         saver.flush();
@@ -337,10 +338,11 @@ private Q_SLOTS:
     {
         StoreFixture f;
         JsonUserDefaults defaults;
+        Settings settings(defaults);
         BackgroundThreadSaver saver(f.store);
-        ThreadController threads(defaults, &saver, [] { return t0; });
+        ThreadController threads(settings, &saver, [] { return t0; });
         QCOMPARE(threads.saveState(), SaveState());
-        threads.setKeepAIHistoryEnabled(true);
+        settings.setKeepAIHistoryEnabled(true);
         threads.setCurrentSession(threads.threadForQuery());
         saver.flush();
         // The question is under way, and nothing has been written.
@@ -353,7 +355,7 @@ private Q_SLOTS:
         // A thread from the disk is there before its first save.
         const CaptureSession stored = *f.store.load(threads.currentSession()->id);
         BackgroundThreadSaver later(f.store);
-        ThreadController again(defaults, &later, [] { return t0; });
+        ThreadController again(settings, &later, [] { return t0; });
         again.openFromHistory(stored);
         QCOMPARE(again.saveState().kind, SaveState::Kind::Saved);
         again.startNewThread();
@@ -364,8 +366,9 @@ private Q_SLOTS:
     {
         StoreFixture f;
         JsonUserDefaults defaults;
+        Settings settings(defaults);
         BackgroundThreadSaver saver(f.store);
-        ThreadController threads(defaults, &saver, [] { return t0; });
+        ThreadController threads(settings, &saver, [] { return t0; });
         QVERIFY(threads.addNote("one"));
         saver.flush();
         const QUuid id = threads.currentSession()->id;
@@ -393,8 +396,9 @@ private Q_SLOTS:
         StoreFixture f(files);
         LogCapture log;
         JsonUserDefaults defaults;
+        Settings settings(defaults);
         BackgroundThreadSaver saver(f.store);
-        ThreadController threads(defaults, &saver, [] { return t0; });
+        ThreadController threads(settings, &saver, [] { return t0; });
         files->isFull = true;
         QVERIFY(threads.addNote("first"));
         saver.flush();

@@ -1,4 +1,4 @@
-#include "base/UserDefaults.h"
+#include "base/Settings.h"
 #include "fakes/LogCapture.h"
 #include "history/CaptureSession.h"
 #include "history/ThreadController.h"
@@ -241,8 +241,9 @@ private Q_SLOTS:
     void cursorsFollowTheSetting()
     {
         JsonUserDefaults defaults;
+        Settings settings(defaults);
         RecordingSaver saver;
-        ThreadController threads(defaults, &saver, [] { return t0; });
+        ThreadController threads(settings, &saver, [] { return t0; });
         CaptureSession session = threads.threadForQuery();
         QVERIFY(!session.turnPersistenceCursor);
         session.addScreenshot("a", t0, t0);
@@ -251,22 +252,23 @@ private Q_SLOTS:
         threads.setCurrentSession(session);
         QVERIFY(saver.saved.isEmpty());
 
-        threads.setKeepAIHistoryEnabled(true);
+        settings.setKeepAIHistoryEnabled(true);
         QCOMPARE(defaults.boolValue("keepAIHistoryEnabled"), true);
         QCOMPARE(*threads.currentSession()->turnPersistenceCursor,
                  (CaptureSession::TurnPersistenceCursor{1, 2}));
         QCOMPARE(saver.saved.size(), 1);
 
         // Off again: a thread that is being kept stays kept.
-        threads.setKeepAIHistoryEnabled(false);
+        settings.setKeepAIHistoryEnabled(false);
         QVERIFY(threads.currentSession()->turnPersistenceCursor);
     }
 
     void queryOnANewThreadIsKeptFromItsStart()
     {
         JsonUserDefaults defaults;
+        Settings settings(defaults);
         defaults.setBool("keepAIHistoryEnabled", true);
-        ThreadController threads(defaults, nullptr, [] { return t0; });
+        ThreadController threads(settings, nullptr, [] { return t0; });
         CaptureSession session = threads.threadForQuery();
         QCOMPARE(*session.turnPersistenceCursor, (CaptureSession::TurnPersistenceCursor{0, 0}));
         session.addScreenshot("a", t0);
@@ -278,13 +280,14 @@ private Q_SLOTS:
     void threadFromHistoryIsKeptWhole()
     {
         JsonUserDefaults defaults;
-        ThreadController threads(defaults, nullptr, [] { return t0; });
+        Settings settings(defaults);
+        ThreadController threads(settings, nullptr, [] { return t0; });
         CaptureSession stored = CaptureSession::create(t0);
         stored.addTurn("p", "r", t0);
         threads.openFromHistory(stored);
         QVERIFY(threads.isSessionLoadedFromHistory());
         QVERIFY(!threads.currentSession()->turnPersistenceCursor);
-        threads.setKeepAIHistoryEnabled(true);
+        settings.setKeepAIHistoryEnabled(true);
         QCOMPARE(*threads.currentSession()->turnPersistenceCursor,
                  (CaptureSession::TurnPersistenceCursor{0, 0}));
         threads.openFromHistory(stored);
@@ -295,8 +298,9 @@ private Q_SLOTS:
     void savesNameTheirFailure()
     {
         JsonUserDefaults defaults;
+        Settings settings(defaults);
         RecordingSaver saver;
-        ThreadController threads(defaults, &saver, [] { return t0; });
+        ThreadController threads(settings, &saver, [] { return t0; });
         QVERIFY(threads.addNote("note"));
         threads.startNewThread();
         QCOMPARE(saver.prefixes,
@@ -309,7 +313,8 @@ private Q_SLOTS:
     void noteClearsTheStagedScreenshot()
     {
         JsonUserDefaults defaults;
-        ThreadController threads(defaults, nullptr, [] { return t0; });
+        Settings settings(defaults);
+        ThreadController threads(settings, nullptr, [] { return t0; });
         threads.stageScreenshot("jpeg");
         QSignalSpy staged(&threads, &ThreadController::stagedScreenshotChanged);
         QVERIFY(!threads.addNote("  "));
@@ -322,9 +327,10 @@ private Q_SLOTS:
     void answerOfAnEndedThreadJoinsThatThread()
     {
         JsonUserDefaults defaults;
+        Settings settings(defaults);
         defaults.setBool("keepAIHistoryEnabled", true);
         RecordingSaver saver;
-        ThreadController threads(defaults, &saver, [] { return t0; });
+        ThreadController threads(settings, &saver, [] { return t0; });
         CaptureSession session = threads.threadForQuery();
         threads.setCurrentSession(session);
         threads.retain(session.id);

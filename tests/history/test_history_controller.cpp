@@ -1,4 +1,4 @@
-#include "base/UserDefaults.h"
+#include "base/Settings.h"
 #include "fakes/FakeThreadLibrary.h"
 #include "fakes/LogCapture.h"
 #include "history/DayLabel.h"
@@ -39,7 +39,8 @@ private Q_SLOTS:
         m_library = std::make_unique<FakeThreadLibrary>();
         m_saver = std::make_unique<CountingSaver>();
         m_defaults = std::make_unique<JsonUserDefaults>();
-        m_threads = std::make_unique<ThreadController>(*m_defaults, m_saver.get());
+        m_settings = std::make_unique<Settings>(*m_defaults);
+        m_threads = std::make_unique<ThreadController>(*m_settings, m_saver.get());
         m_history = std::make_unique<HistoryController>(*m_library, *m_threads);
         m_log = std::make_unique<LogCapture>();
     }
@@ -259,7 +260,7 @@ private Q_SLOTS:
     void openingAThread()
     {
         QFETCH(bool, keeps);
-        m_threads->setKeepAIHistoryEnabled(keeps);
+        m_settings->setKeepAIHistoryEnabled(keeps);
         const auto stored = m_library->add("question", noon);
         m_threads->stageScreenshot("jpeg");
         open();
@@ -310,7 +311,7 @@ private Q_SLOTS:
 
     void answerThatComesWhileItsThreadIsOpenedIsNotLost()
     {
-        m_threads->setKeepAIHistoryEnabled(true);
+        m_settings->setKeepAIHistoryEnabled(true);
         auto stored = m_library->add("question", noon);
         open();
         m_history->loadSession(stored.id);
@@ -375,7 +376,7 @@ private Q_SLOTS:
 
     void deletingTheCurrentThread()
     {
-        m_threads->setKeepAIHistoryEnabled(true);
+        m_settings->setKeepAIHistoryEnabled(true);
         const auto stored = m_library->add("question", noon);
         open();
         m_history->loadSession(stored.id);
@@ -401,7 +402,7 @@ private Q_SLOTS:
 
     void endedThreadWithAnAnswerUnderWayIsNotBroughtBack()
     {
-        m_threads->setKeepAIHistoryEnabled(true);
+        m_settings->setKeepAIHistoryEnabled(true);
         const auto stored = m_library->add("question", noon);
         open();
         m_history->loadSession(stored.id);
@@ -432,7 +433,7 @@ private Q_SLOTS:
 
     void currentThreadThatCannotBeDeletedStaysAsItIs()
     {
-        m_threads->setKeepAIHistoryEnabled(true);
+        m_settings->setKeepAIHistoryEnabled(true);
         const auto stored = m_library->add("stays", noon);
         open();
         m_history->loadSession(stored.id);
@@ -473,7 +474,7 @@ private Q_SLOTS:
 
     void renamingReachesTheCurrentThreadAndItsLaterSaves()
     {
-        m_threads->setKeepAIHistoryEnabled(true);
+        m_settings->setKeepAIHistoryEnabled(true);
         const auto stored = m_library->add("question", noon);
         open();
         m_history->loadSession(stored.id);
@@ -590,6 +591,7 @@ private:
     std::unique_ptr<FakeThreadLibrary> m_library;
     std::unique_ptr<CountingSaver> m_saver;
     std::unique_ptr<JsonUserDefaults> m_defaults;
+    std::unique_ptr<Settings> m_settings;
     std::unique_ptr<ThreadController> m_threads;
     std::unique_ptr<HistoryController> m_history;
     std::unique_ptr<LogCapture> m_log;

@@ -1,6 +1,6 @@
 // What of a thread reaches the disk, from the user's actions to the files.
 
-#include "base/UserDefaults.h"
+#include "base/Settings.h"
 #include "history/BackgroundThreadSaver.h"
 #include "history/StoreFixture.h"
 #include "history/ThreadController.h"
@@ -19,8 +19,9 @@ struct Desk
 {
     StoreFixture f;
     JsonUserDefaults defaults;
+    Settings settings{defaults};
     BackgroundThreadSaver saver{f.store};
-    ThreadController threads{defaults, &saver, [] { return t0; }};
+    ThreadController threads{settings, &saver, [] { return t0; }};
 
     void addScreenshot(const QByteArray &jpeg)
     {
@@ -100,7 +101,7 @@ private Q_SLOTS:
         Desk desk;
         desk.addScreenshot("a");
         desk.ask("unkept");
-        desk.threads.setKeepAIHistoryEnabled(true);
+        desk.settings.setKeepAIHistoryEnabled(true);
         desk.ask("kept");
         QCOMPARE(desk.storedCount("screenshots"), 0);
         QVERIFY(desk.threads.addNote("note"));
@@ -117,7 +118,7 @@ private Q_SLOTS:
         desk.ask("1");
         desk.addScreenshot("b");
         desk.ask("2");
-        desk.threads.setKeepAIHistoryEnabled(true);
+        desk.settings.setKeepAIHistoryEnabled(true);
         desk.addScreenshot("c");
         desk.ask("3");
         desk.ask("4");
@@ -129,17 +130,17 @@ private Q_SLOTS:
                  (QStringList{"screenshot-2.png", "session.json"}));
 
         // Switching it off stops nothing in this thread, and on again takes nothing away.
-        desk.threads.setKeepAIHistoryEnabled(false);
+        desk.settings.setKeepAIHistoryEnabled(false);
         desk.ask("5");
         QCOMPARE(desk.storedCount("turns"), 3);
-        desk.threads.setKeepAIHistoryEnabled(true);
+        desk.settings.setKeepAIHistoryEnabled(true);
         QCOMPARE(*desk.current().turnPersistenceCursor,
                  (CaptureSession::TurnPersistenceCursor{2, 2}));
         QCOMPARE(desk.storedCount("turns"), 3);
         QCOMPARE(desk.storedCount("screenshots"), 1);
 
         // The next thread begins without.
-        desk.threads.setKeepAIHistoryEnabled(false);
+        desk.settings.setKeepAIHistoryEnabled(false);
         desk.threads.startNewThread();
         desk.ask("elsewhere");
         QVERIFY(!desk.current().isMarkedForPersistence());
@@ -154,7 +155,7 @@ private Q_SLOTS:
         QVERIFY(desk.f.store.save(session));
         desk.threads.openFromHistory(*desk.f.store.load(session.id));
         QVERIFY(!desk.current().isMarkedForPersistence());
-        desk.threads.setKeepAIHistoryEnabled(true);
+        desk.settings.setKeepAIHistoryEnabled(true);
         QVERIFY(desk.threads.isSessionLoadedFromHistory());
         desk.threads.startNewThread();
         QVERIFY(!desk.threads.isSessionLoadedFromHistory());
@@ -178,7 +179,7 @@ private Q_SLOTS:
         QVERIFY(desk.f.store.save(session));
         desk.threads.openFromHistory(*desk.f.store.load(session.id));
         desk.defaults.setBool("keepAIHistoryEnabled", true);
-        ThreadController later(desk.defaults, &desk.saver, [] { return t0; });
+        ThreadController later(desk.settings, &desk.saver, [] { return t0; });
         later.openFromHistory(*desk.f.store.load(session.id));
         CaptureSession opened = later.takeOrCreate();
         opened.turnPersistenceCursor.reset();
@@ -199,7 +200,7 @@ private Q_SLOTS:
         session.beginPersistingTurns();
         session.addScreenshot("third", t0, t0);
         QVERIFY(desk.f.store.save(session));
-        desk.threads.setKeepAIHistoryEnabled(true);
+        desk.settings.setKeepAIHistoryEnabled(true);
         desk.threads.openFromHistory(*desk.f.store.load(session.id));
         desk.addScreenshot("new");
         desk.addScreenshot("newer");
@@ -265,7 +266,7 @@ private Q_SLOTS:
         for (const char *text : {"1", "2", "3"})
             session.addNote(text, t0);
         QVERIFY(desk.f.store.save(session));
-        desk.threads.setKeepAIHistoryEnabled(keepsAtOpening);
+        desk.settings.setKeepAIHistoryEnabled(keepsAtOpening);
         desk.threads.openFromHistory(*desk.f.store.load(session.id));
         const auto take = [&](const QString &step) {
             const QString action = step.section(' ', 0, 0);
@@ -279,7 +280,7 @@ private Q_SLOTS:
             else if (action == "delete")
                 desk.threads.removeNote(desk.noteId(text));
             else
-                desk.threads.setKeepAIHistoryEnabled(action == "on");
+                desk.settings.setKeepAIHistoryEnabled(action == "on");
         };
         for (const QString &step : std::as_const(steps))
             take(step);
@@ -319,7 +320,7 @@ private Q_SLOTS:
         Desk desk;
         const auto reached = [&](const char *moment) {
             if (switchedOn == QLatin1String(moment))
-                desk.threads.setKeepAIHistoryEnabled(true);
+                desk.settings.setKeepAIHistoryEnabled(true);
         };
         desk.addScreenshot("earlier");
         desk.ask("earlier");
@@ -350,10 +351,10 @@ private Q_SLOTS:
     void emptyThreadMakesNoEntry()
     {
         Desk desk;
-        desk.threads.setKeepAIHistoryEnabled(true);
+        desk.settings.setKeepAIHistoryEnabled(true);
         desk.threads.startNewThread();
-        desk.threads.setKeepAIHistoryEnabled(false);
-        desk.threads.setKeepAIHistoryEnabled(true);
+        desk.settings.setKeepAIHistoryEnabled(false);
+        desk.settings.setKeepAIHistoryEnabled(true);
         // A question that is never answered leaves nothing behind.
         desk.threads.setCurrentSession(desk.threads.threadForQuery());
         QVERIFY(desk.isRootUntouched());

@@ -2,7 +2,7 @@
 
 #include "backend/NotificationCenter.h"
 #include "backend/SessionManager.h"
-#include "base/UserDefaults.h"
+#include "base/Settings.h"
 #include "fakes/FakePlatform.h"
 #include "fakes/FakeThreadLibrary.h"
 #include "fakes/LogCapture.h"
@@ -37,7 +37,7 @@ struct ControllerFixture
         surface = pages.get();
         overlay = std::make_unique<OverlayWindowController>(
             config, OverlayWindowController::Collaborators{
-                        platform, defaults, notifications, session, service, engine,
+                        platform, settings, defaults, notifications, session, service, engine,
                         std::move(pages), QUrl(), nullptr, BackendEndpoints("http://host"),
                         [this] { return capture.future(); }, [this] { ++quits; }, hotkeys, &library,
                         &permissions});
@@ -48,6 +48,7 @@ struct ControllerFixture
     FakePlatform platform;
     PermissionChecker permissions{platform.permission, platform.words};
     JsonUserDefaults defaults;
+    Settings settings{defaults};
     NotificationCenter notifications;
     QNetworkAccessManager network;
     AuthService auth{network, BackendEndpoints("http://host"), [] { return DeviceFields(); }};

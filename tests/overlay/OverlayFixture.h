@@ -1,6 +1,7 @@
 #pragma once
 
-#include "base/UserDefaults.h"
+#include "PagePosition.h"
+#include "base/Settings.h"
 #include "fakes/FakeKeyMonitor.h"
 #include "fakes/FakePlatform.h"
 #include "fakes/FakeThreadLibrary.h"
@@ -26,15 +27,16 @@ namespace quellora {
 struct OverlayFixture
 {
     OverlayFixture()
-        : panels(defaults)
-        , threads(defaults, nullptr)
+        : panels(stored)
+        , threads(stored, nullptr)
         , history(library, threads)
         , sidebar(history, threads, words, QLocale(QStringLiteral("en_US")), [this] { return now; })
         , panel(platform)
     {
         prepareQmlEngine(engine);
-        defaults.setString(QLatin1String(DefaultsKey::userPrompt), QString());
-        defaults.setBool(QLatin1String(DefaultsKey::hasLaunchedBefore), true);
+        stored.setUserPrompt(QString());
+        stored.setHasLaunchedBefore(true);
+        stored.setAppearance(Settings::Appearance::Dark);
         panels.setHotkeys(
             {{QStringLiteral("capture"), QStringLiteral("Ctrl+Alt+Super+C")},
              {QStringLiteral("capture_no_send"), QStringLiteral("Ctrl+Alt+Super+Shift+C")},
@@ -43,20 +45,18 @@ struct OverlayFixture
              {QStringLiteral("opacity_down"), QStringLiteral("Ctrl+Alt+Super+[")},
              {QStringLiteral("new_thread"), QStringLiteral("Super+N")}});
         overlay.setStopShortcut(QStringLiteral("Super+."));
-        panels.setAvailableModels({{QStringLiteral("fast"), QStringLiteral("Fast"),
+        panels.models()->setOffer({{QStringLiteral("claude-fast"), QStringLiteral("Fast"),
                                     QStringLiteral("Quick answers, fewest credits")},
-                                   {QStringLiteral("balanced"), QStringLiteral("Balanced"),
+                                   {QStringLiteral("claude-balanced"), QStringLiteral("Balanced"),
                                     QStringLiteral("Good for most screens")},
-                                   {QStringLiteral("deep"), QStringLiteral("Deep"),
-                                    QStringLiteral("Slower, for hard problems")}});
-        panels.setSelectedModelId(QStringLiteral("balanced"));
+                                   {QStringLiteral("claude-deep"), QStringLiteral("Deep"),
+                                    QStringLiteral("Slower, for hard problems")}},
+                                  QStringLiteral("claude-balanced"));
         panel.resize(624, 744);
         manager.start(rebinding.hotkeysConfig());
-        settings.setSelectedModelId(QStringLiteral("balanced"));
-        settings.setAppearanceMode(QStringLiteral("dark"));
     }
 
-    /// The owner's part of the settings: what is chosen is in force.
+    /// The owner's part of the settings: the sheet opens and closes, the theme follows the choice.
     void obeySettings()
     {
         QObject::connect(&menu, &HamburgerMenuModel::settingsRequested, &settings,
@@ -65,19 +65,8 @@ struct OverlayFixture
             settings.setOpen(false);
             rebinding.cancelHotkeyCapture();
         });
-        QObject::connect(&settings, &SettingsModel::modelSelected, &settings,
-                         &SettingsModel::setSelectedModelId);
-        QObject::connect(&settings, &SettingsModel::appearanceChosen, &settings,
-                         [this](const QString &mode) {
-                             settings.setAppearanceMode(mode);
-                             setLight(mode == QLatin1String("light"));
-                         });
-        QObject::connect(&settings, &SettingsModel::responseTextColorChosen, &settings,
-                         &SettingsModel::setResponseTextColorHex);
-        QObject::connect(&settings, &SettingsModel::startNewThreadPerSendToggled, &settings,
-                         &SettingsModel::setStartNewThreadPerSendEnabled);
-        QObject::connect(&settings, &SettingsModel::dontClearPromptAfterSendToggled, &settings,
-                         &SettingsModel::setDontClearPromptAfterSendEnabled);
+        QObject::connect(&stored, &Settings::appearanceChanged, &settings,
+                         [this] { setLight(stored.appearance() == Settings::Appearance::Light); });
     }
     void setLight(bool isLight)
     {
@@ -187,7 +176,18 @@ struct OverlayFixture
     /// The words of the system that the pictures show.
     const Vocabulary words = Vocabulary::linuxDesktop();
     FakePanelWindow platform;
-    JsonUserDefaults defaults;
+    /// A store that can be made to refuse changes.
+    struct Defaults : JsonUserDefaults
+    {
+        void setBool(const QString &key, bool value) override
+        {
+            if (!refuses)
+                JsonUserDefaults::setBool(key, value);
+        }
+        bool refuses = false;
+    };
+    Defaults defaults;
+    Settings stored{defaults};
     QQmlEngine engine;
     OverlayModel overlay;
     BottomPanelsModel panels;
@@ -198,7 +198,7 @@ struct OverlayFixture
     HotkeyManager manager{hotkeys, words, &std::chrono::steady_clock::now,
                           [](HotkeyAction, const QString &) {}};
     HotkeyRebinding rebinding{manager, defaults, keyMonitor, {}};
-    SettingsModel settings{*panels.models(), rebinding, words};
+    SettingsModel settings{stored, *panels.models(), rebinding, words};
     QUrl responseView;
     QDateTime now = QDateTime(QDate(2025, 3, 14), QTime(15, 0));
     FakeThreadLibrary library;

@@ -37,16 +37,16 @@ bool apply(OverlayFixture &f, const QString &word)
     const auto setPrompt = [&f](const QString &text) { f.panels.setPromptText(text); };
     if (word == QLatin1String("idle")) {
     } else if (word == QLatin1String("first")) {
-        f.defaults.remove(QLatin1String(DefaultsKey::hasLaunchedBefore));
+        f.defaults.remove("hasLaunchedBefore");
     } else if (word == QLatin1String("builtin")) {
-        f.defaults.remove(QLatin1String(DefaultsKey::userPrompt));
+        f.defaults.remove("userPrompt");
     } else if (word == QLatin1String("thread")) {
         f.overlay.setTitle(question);
         f.overlay.setHasAnswer(true);
-        f.scrollbar.updatePosition(0, 900, 532);
+        reportPosition(f.scrollbar, 0, 900, 532);
     } else if (word == QLatin1String("saved")) {
         f.overlay.setSaveState(OverlayModel::SaveState::Saved);
-        f.panels.setKeepAIHistoryEnabled(true);
+        f.stored.setKeepAIHistoryEnabled(true);
     } else if (word == QLatin1String("saving")) {
         f.overlay.setSaveState(OverlayModel::SaveState::Saving);
     } else if (word == QLatin1String("unsaved")) {
@@ -102,8 +102,7 @@ bool apply(OverlayFixture &f, const QString &word)
         QList<ModelOption> models;
         for (int i = 0; i < 8; ++i)
             models.append({QString::number(i), longName.repeated(i % 3 + 1), longName.repeated(4)});
-        f.panels.setAvailableModels(models);
-        f.panels.setSelectedModelId(QStringLiteral("1"));
+        f.panels.models()->setOffer(models, QStringLiteral("1"));
     } else if (word == QLatin1String("endless")) {
         f.panels.setAdminMessage(OverlayFixture::message(
             QStringLiteral("INFORMATIONAL"), QStringLiteral("Release notes"),
@@ -127,7 +126,7 @@ bool apply(OverlayFixture &f, const QString &word)
     } else if (word == QLatin1String("delete")) {
         f.sidebar.requestDelete(5);
     } else if (word == QLatin1String("settings")) {
-        f.settings.setDontClearPromptAfterSendEnabled(true);
+        f.stored.setDontClearPromptAfterSendEnabled(true);
         f.settings.setOpen(true);
     } else if (word == QLatin1String("note")) {
         f.settings.setCaptureNote(
@@ -148,7 +147,7 @@ bool apply(OverlayFixture &f, const QString &word)
         f.settings.setHexInput(QStringLiteral("#fff"));
         f.settings.commitHexInput();
     } else if (word.startsWith(QLatin1String("color"))) {
-        f.settings.setResponseTextColorHex(word.mid(5));
+        f.stored.setResponseTextColorHex(word.mid(5));
     } else if (word == QLatin1String("opaque")) {
         f.platform.setCompositing(false);
     } else {
@@ -185,20 +184,15 @@ int main(int argc, char *argv[])
     f.panel.resize(size.value(0).toInt(), size.value(1).toInt());
     f.panel.setPosition(at.value(0).toInt(), at.value(1).toInt());
     f.overlay.setCurrentAlpha(parser.value(QStringLiteral("alpha")).toDouble());
-    if (parser.value(QStringLiteral("theme")) == QLatin1String("light"))
-        f.setLight(true);
-    f.settings.setAppearanceMode(parser.value(QStringLiteral("theme")));
     f.obeySettings();
+    if (parser.value(QStringLiteral("theme")) == QLatin1String("light"))
+        f.stored.setAppearance(Settings::Appearance::Light);
     QObject::connect(&f.overlay, &OverlayModel::sliderMoved, &f.overlay,
                      &OverlayModel::setCurrentAlpha);
     QObject::connect(&f.overlay, &OverlayModel::menuToggled, &f.overlay,
                      [&f] { f.overlay.setMenuOpen(!f.overlay.isMenuOpen()); });
     QObject::connect(&f.menu, &HamburgerMenuModel::closeRequested, &f.overlay,
                      [&f] { f.overlay.setMenuOpen(false); });
-    QObject::connect(&f.panels, &BottomPanelsModel::modelSelected, &f.panels,
-                     &BottomPanelsModel::setSelectedModelId);
-    QObject::connect(&f.panels, &BottomPanelsModel::keepAIHistoryToggled, &f.panels,
-                     &BottomPanelsModel::setKeepAIHistoryEnabled);
     QObject::connect(&f.overlay, &OverlayModel::closeRequested, &app, &QCoreApplication::quit);
     f.show();
     const QStringList words = parser.value(QStringLiteral("state")).split(QLatin1Char('+'));

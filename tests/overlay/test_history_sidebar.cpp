@@ -96,7 +96,7 @@ private Q_SLOTS:
     {
         openWithThreads();
         type("EUR");
-        QCOMPARE(f().sidebar.count(), 1);
+        QCOMPARE(f().sidebar.rowCount(), 1);
         key(Qt::Key_Return);
         QTRY_VERIFY(!f().history.isHistorySidebarOpen());
         QCOMPARE(f().threads.currentSession()->notes.size(), 3);
@@ -138,7 +138,7 @@ private Q_SLOTS:
     void thePencilOpensTheTitleAtItsFirstPressOnEveryRow()
     {
         openWithThreads();
-        for (int row = 0; row < f().sidebar.count(); ++row) {
+        for (int row = 0; row < f().sidebar.rowCount(); ++row) {
             QTest::mouseMove(&f().panel, rowCentre(row));
             const auto pencil = [this, row] {
                 return OverlayFixture::findIn(rowItem(row), QStringLiteral("renameThread"));
@@ -361,12 +361,12 @@ private Q_SLOTS:
         QVERIFY(f().sidebar.isDeletePending());
         key(Qt::Key_Return);
         QVERIFY(!f().sidebar.isDeletePending());
-        QCOMPARE(f().sidebar.count(), 6);
+        QCOMPARE(f().sidebar.rowCount(), 6);
         QCOMPARE(focusedRow(), 1);
         key(Qt::Key_Delete);
         key(Qt::Key_Tab);
         key(Qt::Key_Return);
-        QTRY_COMPARE(f().sidebar.count(), 5);
+        QTRY_COMPARE(f().sidebar.rowCount(), 5);
         QCOMPARE(titleAt(1), QStringLiteral("Explain this stack trace"));
         QTRY_COMPARE(focusedRow(), 1);
     }
@@ -419,7 +419,7 @@ private Q_SLOTS:
         batch.threads = {FakeThreadLibrary::summary("first", f().now)};
         batch.total = 10000;
         f().library.held->addResult(batch);
-        QTRY_COMPARE(f().sidebar.count(), 1);
+        QTRY_COMPARE(f().sidebar.rowCount(), 1);
         const QQuickItem *progress = f().find("historyProgress");
         QVERIFY(!progress->isVisible());
         QTRY_VERIFY(progress->isVisible());
@@ -456,7 +456,7 @@ private Q_SLOTS:
                 FakeThreadLibrary::summary(QString::number(i), f().now.addSecs(-600 * i)));
         batch.total = 10000;
         f().library.held->addResult(batch);
-        QTRY_COMPARE(f().sidebar.count(), 10000);
+        QTRY_COMPARE(f().sidebar.rowCount(), 10000);
         f().panel.grabWindow();
         const auto *content =
             f().find("historyList")->property("contentItem").value<QQuickItem *>();
@@ -493,7 +493,7 @@ private Q_SLOTS:
         deliver(0, 30, 0);
         deliver(100, 5, 300);
         deliver(900, 50, 0);
-        QCOMPARE(f().sidebar.count(), 185);
+        QCOMPARE(f().sidebar.rowCount(), 185);
         QCOMPARE(topTitle(), seen);
         QCOMPARE(topY(), y);
         f().library.held->finish();
@@ -538,7 +538,7 @@ private Q_SLOTS:
         f().history.close();
         f().library.sessions.remove(f().history.historySessions().at(1).id);
         openSidebar();
-        QCOMPARE(f().sidebar.count(), 5);
+        QCOMPARE(f().sidebar.rowCount(), 5);
         QVERIFY(f().find("historySearch")->hasActiveFocus());
         // Not even when it is the focused row that has gone.
         f().history.close();
@@ -555,7 +555,7 @@ private Q_SLOTS:
         batch.total = 4;
         f().library.held->addResult(batch);
         f().library.held->finish();
-        QTRY_COMPARE(f().sidebar.count(), 4);
+        QTRY_COMPARE(f().sidebar.rowCount(), 4);
         QTRY_COMPARE(focusedRow(), 1);
         QCOMPARE(titleAt(1), next);
     }
@@ -591,16 +591,16 @@ private:
             batch.threads.append(
                 FakeThreadLibrary::summary(QString::number(i), f().now.addSecs(-60 * i - seconds)));
         batch.total = 1000;
-        const int before = f().sidebar.count();
+        const int before = f().sidebar.rowCount();
         f().library.held->addResult(batch);
-        QTRY_COMPARE(f().sidebar.count(), before + threads);
+        QTRY_COMPARE(f().sidebar.rowCount(), before + threads);
         f().panel.grabWindow();
     }
     /// The first row that is in sight as a whole.
     QQuickItem *topRow()
     {
         QQuickItem *list = f().find("historyList");
-        for (int row = 0; row < f().sidebar.count(); ++row) {
+        for (int row = 0; row < f().sidebar.rowCount(); ++row) {
             QQuickItem *item = rowItem(row);
             if (item && item->mapToItem(list, {}).y() >= 0)
                 return item;
@@ -622,7 +622,7 @@ private:
     {
         f().addThreads();
         openSidebar();
-        QCOMPARE(f().sidebar.count(), 6);
+        QCOMPARE(f().sidebar.rowCount(), 6);
     }
     QString titleAt(int row)
     {

@@ -14,30 +14,30 @@ private Q_SLOTS:
     {
         QSignalSpy reported(&f().panels, &BottomPanelsModel::heightChanged);
         show();
-        QCOMPARE(f().panels.reportedHeight(), 140.0);
+        QCOMPARE(f().overlay.bottomPanelsHeight(), 140.0);
         QCOMPARE(f().overlay.responseRect(), QRectF(0, 72, 596, 532));
         QCOMPARE(f().overlay.clickThroughRect(), QRect(0, 72, 596, 532));
         f().panels.setStagedScreenshotData(OverlayFixture::screenshot());
-        QCOMPARE(f().panels.reportedHeight(), 204.0);
+        QCOMPARE(f().overlay.bottomPanelsHeight(), 204.0);
         QCOMPARE(f().find("responseArea")->height(), 468.0);
         f().panels.setStagedScreenshotData(std::nullopt);
-        QCOMPARE(f().panels.reportedHeight(), 140.0);
+        QCOMPARE(f().overlay.bottomPanelsHeight(), 140.0);
         QVERIFY(reported.size() >= 3);
         f().panel.resize(320, 280);
-        QTRY_COMPARE(f().panels.reportedHeight(), 76.0);
+        QTRY_COMPARE(f().overlay.bottomPanelsHeight(), 76.0);
         QCOMPARE(f().overlay.responseRect().height(), 132.0);
     }
 
     void firstLaunchCardStaysUntilAcknowledged()
     {
-        f().defaults.remove(QLatin1String(DefaultsKey::hasLaunchedBefore));
+        f().defaults.remove("hasLaunchedBefore");
         show();
         QCOMPARE(f().find("firstLaunchCard")->height(), 185.0);
-        QCOMPARE(f().panels.reportedHeight(), 140.0 + 185 + 8);
+        QCOMPARE(f().overlay.bottomPanelsHeight(), 140.0 + 185 + 8);
         click("gotIt");
         QVERIFY(!f().find("firstLaunchCard")->isVisible());
-        QCOMPARE(f().panels.reportedHeight(), 140.0);
-        QCOMPARE(f().defaults.boolValue(QLatin1String(DefaultsKey::hasLaunchedBefore)), true);
+        QCOMPARE(f().overlay.bottomPanelsHeight(), 140.0);
+        QCOMPARE(f().defaults.boolValue("hasLaunchedBefore"), true);
     }
 
     void informationalCardCollapses()
@@ -149,59 +149,61 @@ private Q_SLOTS:
 
     void modelListByPointer()
     {
-        storeChosenModel();
         show();
         click("modelPicker");
-        QCOMPARE(f().panels.reportedHeight(), 140.0 + 3 * 36 + 8 + 8);
+        QCOMPARE(f().overlay.bottomPanelsHeight(), 140.0 + 3 * 36 + 8 + 8);
         f().panel.grabWindow(); // rows exist once they were laid out
         const QPoint top = f().find("modelList")->mapToScene({40, 18}).toPoint();
         QTest::mouseClick(&f().panel, Qt::LeftButton, {}, top);
-        QCOMPARE(f().panels.selectedModelId(), QStringLiteral("fast"));
-        QCOMPARE(f().panels.reportedHeight(), 140.0);
+        QCOMPARE(f().stored.selectedModelId(), QStringLiteral("claude-fast"));
+        QCOMPARE(f().overlay.bottomPanelsHeight(), 140.0);
         click("modelPicker");
         click("modelPicker");
-        QCOMPARE(f().panels.reportedHeight(), 140.0);
+        QCOMPARE(f().overlay.bottomPanelsHeight(), 140.0);
     }
 
     void modelListByKeys()
     {
-        storeChosenModel();
         showActive();
         f().find("modelPicker")->forceActiveFocus(Qt::TabFocusReason);
         QTest::keyClick(&f().panel, Qt::Key_Return);
         QVERIFY(f().find("modelList")->hasActiveFocus());
         QTest::keyClick(&f().panel, Qt::Key_Down);
         QTest::keyClick(&f().panel, Qt::Key_Return);
-        QCOMPARE(f().panels.selectedModelId(), QStringLiteral("deep"));
+        QCOMPARE(f().stored.selectedModelId(), QStringLiteral("claude-deep"));
         QVERIFY(f().find("modelPicker")->hasActiveFocus());
         QTest::keyClick(&f().panel, Qt::Key_Down);
         QTest::keyClick(&f().panel, Qt::Key_Home);
         QTest::keyClick(&f().panel, Qt::Key_Escape);
-        QCOMPARE(f().panels.selectedModelId(), QStringLiteral("deep"));
+        QCOMPARE(f().stored.selectedModelId(), QStringLiteral("claude-deep"));
         QVERIFY(f().find("modelPicker")->hasActiveFocus());
-        QCOMPARE(f().panels.reportedHeight(), 140.0);
+        QCOMPARE(f().overlay.bottomPanelsHeight(), 140.0);
     }
 
     void modelListClosesWhenTheModelsGo()
     {
         show();
         click("modelPicker");
-        f().panels.setAvailableModels({});
-        QCOMPARE(f().panels.reportedHeight(), 140.0);
+        f().panels.models()->setOffer({}, {});
+        QCOMPARE(f().overlay.bottomPanelsHeight(), 140.0);
         QVERIFY(!f().find("modelPicker")->isEnabled());
     }
 
     void saveThreadShowsWhatIsStored()
     {
         show();
-        QSignalSpy toggled(&f().panels, &BottomPanelsModel::keepAIHistoryToggled);
-        click("saveThread"); // nobody stores it
-        QCOMPARE(toggled.size(), 1);
-        QVERIFY(!f().find("saveThread")->property("checked").toBool());
-        f().panels.setKeepAIHistoryEnabled(true);
-        QVERIFY(f().find("saveThread")->property("checked").toBool());
+        f().defaults.refuses = true;
         click("saveThread");
-        QCOMPARE(toggled.last().first().toBool(), false);
+        QVERIFY(!f().find("saveThread")->property("checked").toBool());
+        f().defaults.refuses = false;
+        click("saveThread");
+        QVERIFY(f().find("saveThread")->property("checked").toBool());
+        QVERIFY(f().stored.keepAIHistoryEnabled());
+        click("saveThread");
+        QVERIFY(!f().stored.keepAIHistoryEnabled());
+        // From outside.
+        f().stored.setKeepAIHistoryEnabled(true);
+        QVERIFY(f().find("saveThread")->property("checked").toBool());
     }
 
     void newThread()
@@ -223,7 +225,7 @@ private Q_SLOTS:
         QTRY_COMPARE(f().find("promptBox")->height(), 108.0);
         f().panels.setPromptText(QStringLiteral("1\n2\n3\n4\n5\n6\n7\n8"));
         QTRY_COMPARE(f().find("promptBox")->height(), 148.0);
-        QCOMPARE(f().panels.reportedHeight(), 200.0);
+        QCOMPARE(f().overlay.bottomPanelsHeight(), 200.0);
         f().panels.setPromptText(QString());
         QTRY_COMPARE(f().find("promptBox")->height(), 88.0);
     }
@@ -246,14 +248,6 @@ private Q_SLOTS:
         const QQuickItem *box = f().find("promptBox");
         QCOMPARE(box->width(), 960.0);
         QCOMPARE(box->mapToScene({}).x(), 240.0);
-    }
-
-private:
-    /// The owner's part of choosing a model.
-    void storeChosenModel()
-    {
-        connect(&f().panels, &BottomPanelsModel::modelSelected, &f().panels,
-                &BottomPanelsModel::setSelectedModelId);
     }
 };
 

@@ -279,7 +279,7 @@ private Q_SLOTS:
     {
         show();
         QCOMPARE(f().scrollbar.trackRect().height(), 532.0 - 60);
-        f().scrollbar.updatePosition(0, 1064, 532);
+        reportPosition(f().scrollbar, 0, 1064, 532);
         QSignalSpy fraction(&f().scrollbar, &ResponseScrollbarModel::thumbFractionChanged);
         QSignalSpy pixels(&f().scrollbar, &ResponseScrollbarModel::scrollByPixels);
         QSignalSpy up(&f().scrollbar, &ResponseScrollbarModel::scrollUp);
@@ -306,7 +306,7 @@ private Q_SLOTS:
     void scrollbarByKeys()
     {
         showActive();
-        f().scrollbar.updatePosition(0, 1064, 532);
+        reportPosition(f().scrollbar, 0, 1064, 532);
         QSignalSpy down(&f().scrollbar, &ResponseScrollbarModel::scrollDown);
         QSignalSpy fraction(&f().scrollbar, &ResponseScrollbarModel::thumbFractionChanged);
         f().find("scrollThumb")->forceActiveFocus(Qt::TabFocusReason);
@@ -319,7 +319,7 @@ private Q_SLOTS:
     void disabledScrollbarTakesNoPress()
     {
         show();
-        f().scrollbar.updatePosition(0, 100, 532);
+        reportPosition(f().scrollbar, 0, 100, 532);
         QSignalSpy up(&f().scrollbar, &ResponseScrollbarModel::scrollUp);
         click("scrollUp");
         QCOMPARE(up.size(), 0);

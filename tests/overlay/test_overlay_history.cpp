@@ -80,7 +80,7 @@ private Q_SLOTS:
     void answerUnderWayStaysWithItsThread()
     {
         Fixture f;
-        f.threads.setKeepAIHistoryEnabled(true);
+        f.settings.setKeepAIHistoryEnabled(true);
         f.orchestrator.sendPromptOnly("question");
         f.transfer()->answer("half ");
         const QUuid asked = f.threads.currentSession()->id;

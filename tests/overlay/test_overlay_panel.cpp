@@ -129,7 +129,7 @@ private Q_SLOTS:
     void hidingLetsGoOfTheScrollbarsThumb()
     {
         show();
-        f().scrollbar.updatePosition(0, 2000, 500);
+        reportPosition(f().scrollbar, 0, 2000, 500);
         const QPoint at = centre("scrollThumb");
         press(at);
         QVERIFY(f().scrollbar.isDragging());
@@ -171,7 +171,7 @@ private Q_SLOTS:
     {
         show();
         f().panel.setPosition(100, 100);
-        f().scrollbar.updatePosition(0, 2000, 500);
+        reportPosition(f().scrollbar, 0, 2000, 500);
         for (const char *name : {"captureAndSend", "menuButton", "promptInput", "scrollbarArea"}) {
             const QPoint at = centre(name);
             press(at);
@@ -356,7 +356,7 @@ private Q_SLOTS:
     {
         showActive();
         type(QStringLiteral("question"));
-        f().defaults.setString(QLatin1String(DefaultsKey::userPrompt), QString());
+        f().defaults.setString("userPrompt", QString());
         QCOMPARE(f().find("promptInput")->property("text").toString(), QString());
         type(QStringLiteral("next"));
         QCOMPARE(f().panels.promptText(), QStringLiteral("next"));
@@ -364,9 +364,9 @@ private Q_SLOTS:
 
     void showingTheBoxStoresNothing()
     {
-        f().defaults.remove(QLatin1String(DefaultsKey::userPrompt));
+        f().defaults.remove("userPrompt");
         show();
-        QVERIFY(!f().defaults.stringValue(QLatin1String(DefaultsKey::userPrompt)));
+        QVERIFY(!f().defaults.stringValue("userPrompt"));
         QVERIFY(f().find("promptInput")
                     ->property("text")
                     .toString()
@@ -483,7 +483,7 @@ private Q_SLOTS:
         f().panels.setPromptText(QStringLiteral("text"));
         f().overlay.setUsage(90);
         f().overlay.setActivity(OverlayModel::Activity::Streaming);
-        f().scrollbar.updatePosition(0, 2000, 500);
+        reportPosition(f().scrollbar, 0, 2000, 500);
         showActive();
         QStringList names{focusName()};
         do {

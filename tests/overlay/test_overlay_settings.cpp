@@ -34,20 +34,6 @@ class TestOverlaySettings : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void choiceOfScreensIsStored()
-    {
-        Fixture f;
-        QVERIFY(!f.model().captureAllScreens());
-        f.model().chooseCaptureAllScreens(true);
-        QVERIFY(f.model().captureAllScreens());
-        QCOMPARE(f.defaults.boolValue("captureAllScreens"), true);
-        f.model().chooseCaptureAllScreens(false);
-        QCOMPARE(f.defaults.boolValue("captureAllScreens"), false);
-        f.defaults.setBool("captureAllScreens", true);
-        f.make();
-        QVERIFY(f.model().captureAllScreens());
-    }
-
     void oneScreenLeavesNothingToChoose()
     {
         Fixture f;
@@ -73,12 +59,12 @@ private Q_SLOTS:
         QVERIFY(f.model().isOpen());
         QCOMPARE(opened.count(), 0);
         QVERIFY(f.overlay->messages().isBlocked());
-        QCOMPARE(f.overlay->panelsModel().selectedModelName(), "Two");
+        QCOMPARE(f.overlay->panelsModel().models()->selectedName(), "Two");
 
         f.model().close();
         f.library.add("thread", QDateTime::currentDateTime());
         f.overlay->history()->historyButtonClicked();
-        QTRY_COMPARE(f.overlay->history()->model().count(), 1);
+        QTRY_COMPARE(f.overlay->history()->model().rowCount(), 1);
         f.overlay->history()->model().setRenaming(true);
         config.tokensUsed = 995;
         config.adminMessage.reset();
@@ -113,15 +99,14 @@ private Q_SLOTS:
         f.defaults.setString("dontClearPromptAfterSendEnabled", "true");
         f.defaults.setString("hotkeyBindings", "ctrl+k");
         f.make();
-        QCOMPARE(f.model().appearanceMode(), "system");
+        QCOMPARE(f.settings.appearance(), Settings::Appearance::System);
         QVERIFY(!f.model().isLightTheme());
-        QCOMPARE(f.model().responseTextColorHex(), QString());
-        QVERIFY(!f.model().startNewThreadPerSendEnabled());
-        QVERIFY(!f.model().dontClearPromptAfterSendEnabled());
+        QCOMPARE(f.model().hexInput(), QString());
+        QCOMPARE(f.model().textColors()->chosenRow(), 0);
         QCOMPARE(f.rebinding().hotkeysConfig(), HotkeyCombos());
         // The first choice puts the entry right.
-        f.model().chooseAppearance("light");
-        f.model().toggleStartNewThreadPerSend();
+        f.settings.setAppearance(Settings::Appearance::Light);
+        f.settings.setStartNewThreadPerSendEnabled(true);
         QCOMPARE(f.defaults.stringValue("com.quellora.app.appearance"), "light");
         QCOMPARE(f.defaults.boolValue("startNewThreadPerSendEnabled"), true);
     }
@@ -176,20 +161,19 @@ private Q_SLOTS:
         Fixture f;
         f.platform.systemAppearance.dark = true;
         f.make();
-        QCOMPARE(f.model().appearanceMode(), "system");
+        QCOMPARE(f.settings.appearance(), Settings::Appearance::System);
         QVERIFY(!f.model().isLightTheme());
-        f.model().chooseAppearance("light");
+        f.settings.setAppearance(Settings::Appearance::Light);
         QCOMPARE(f.defaults.stringValue("com.quellora.app.appearance"), "light");
         QVERIFY(f.model().isLightTheme());
         QCOMPARE(f.overlay->overlayModel().appliedTheme(), AppTheme::Light);
-        QCOMPARE(f.overlay->panelsModel().appearanceMode(), "light");
         QVERIFY(f.lastScript().contains("document.body.className = 'light'"));
-        f.model().chooseAppearance("dark");
+        f.settings.setAppearance(Settings::Appearance::Dark);
         QVERIFY(f.lastScript().contains("document.body.className = ''"));
         // The desktop's changes count only while it is followed.
         f.platform.systemAppearance.setDark(false);
         QVERIFY(!f.model().isLightTheme());
-        f.model().chooseAppearance("system");
+        f.settings.setAppearance(Settings::Appearance::System);
         QVERIFY(f.model().isLightTheme());
         f.platform.systemAppearance.setDark(true);
         QVERIFY(!f.model().isLightTheme());
@@ -203,7 +187,7 @@ private Q_SLOTS:
         f.defaults.setString("responseTextColorHex", "#FFFFFF");
         f.make();
         QCOMPARE(f.model().textColors()->chosenRow(), 1);
-        QCOMPARE(f.overlay->overlayModel().responseTextColor(), "#FFFFFF");
+        QCOMPARE(f.model().hexInput(), "#FFFFFF");
         f.model().chooseTextColor(3);
         QCOMPARE(f.defaults.stringValue("responseTextColorHex"), "#3ddc84");
         QCOMPARE(f.model().textColors()->chosenRow(), 3);
@@ -211,10 +195,14 @@ private Q_SLOTS:
         f.model().chooseTextColor(0);
         QVERIFY(!f.defaults.stringValue("responseTextColorHex"));
         QVERIFY(f.lastScript().contains("removeProperty('--text')"));
-        QCOMPARE(f.overlay->overlayModel().responseTextColor(), QString());
+        QCOMPARE(f.model().hexInput(), QString());
         f.model().setHexInput("ABCDEF");
         f.model().commitHexInput();
         QCOMPARE(f.defaults.stringValue("responseTextColorHex"), "#abcdef");
+        // From outside.
+        f.defaults.setString("responseTextColorHex", "#123456");
+        QVERIFY(f.lastScript().contains("setProperty('--text', '#123456')"));
+        QCOMPARE(f.model().hexInput(), "#123456");
     }
 
     void aStoredTextThatIsNoColorCountsAsNone()
@@ -222,7 +210,7 @@ private Q_SLOTS:
         Fixture f;
         f.defaults.setString("responseTextColorHex", "red;}");
         f.make();
-        QCOMPARE(f.model().responseTextColorHex(), QString());
+        QCOMPARE(f.model().hexInput(), QString());
         QCOMPARE(f.model().textColors()->chosenRow(), 0);
     }
 
@@ -233,30 +221,12 @@ private Q_SLOTS:
         account.model = "m1";
         account.availableModels = {{"m1", "One", "d"}, {"m2", "Two", "d"}};
         f.overlay->resolveModelSelection(account);
-        QCOMPARE(f.model().selectedModelId(), "m1");
+        QCOMPARE(f.model().models(), f.overlay->panelsModel().models());
+        QCOMPARE(f.model().models()->selectedId(), "m1");
         QCOMPARE(f.model().models()->count(), 2);
-        f.model().selectModel("m2");
+        f.model().models()->choose("m2");
         QCOMPARE(f.defaults.stringValue("selectedModelId"), "m2");
-        QCOMPARE(f.overlay->orchestrator().selectedModelId(), "m2");
-        QCOMPARE(f.overlay->panelsModel().selectedModelId(), "m2");
-        QCOMPARE(f.model().selectedModelId(), "m2");
-        f.overlay->panelsModel().selectModel("m1");
-        QCOMPARE(f.model().selectedModelId(), "m1");
-    }
-
-    void switchesAreLiveAndStored()
-    {
-        Fixture f;
-        f.defaults.setBool("dontClearPromptAfterSendEnabled", true);
-        f.make();
-        QVERIFY(f.model().dontClearPromptAfterSendEnabled());
-        f.model().toggleDontClearPromptAfterSend();
-        f.model().toggleStartNewThreadPerSend();
-        QCOMPARE(f.defaults.boolValue("dontClearPromptAfterSendEnabled"), false);
-        QCOMPARE(f.defaults.boolValue("startNewThreadPerSendEnabled"), true);
-        QVERIFY(f.overlay->threads().startNewThreadPerSendEnabled());
-        QVERIFY(f.model().startNewThreadPerSendEnabled());
-        QVERIFY(!f.model().dontClearPromptAfterSendEnabled());
+        QCOMPARE(f.model().models()->selectedId(), "m2");
     }
 
     void helpOpensThePageOfTheBackend()
@@ -320,7 +290,7 @@ private Q_SLOTS:
         f.library.add("thread", QDateTime::currentDateTime());
         f.overlay->history()->historyButtonClicked();
         HistoryModel &history = f.overlay->history()->model();
-        QTRY_COMPARE(history.count(), 1);
+        QTRY_COMPARE(history.rowCount(), 1);
         history.requestDelete(0);
         QVERIFY(history.deleteText().contains("removed from this computer."));
 
@@ -351,7 +321,7 @@ private Q_SLOTS:
         config.availableModels = {{"r1", "Offline reader", "d"}, {"r2", "<Deep>", "d"}};
         config.model = "r1";
         Q_EMIT f.notifications.configDidUpdate(config);
-        QCOMPARE(f.overlay->panelsModel().answererName(), "Offline reader");
+        QCOMPARE(f.model().models()->answererName(), "Offline reader");
         QCOMPARE(firstRow(), "Capture screen and send to Offline reader");
         QCOMPARE(f.model().modelHint(), "Choose which model handles your requests.");
         QVERIFY(card().contains("already used by Capture screen and send to Offline reader."));
@@ -359,14 +329,14 @@ private Q_SLOTS:
         QVERIFY(f.lastScript().contains("⏳ Offline reader is thinking..."));
 
         // The user's own choice counts at once; a page that is built from now on has it in it.
-        f.overlay->panelsModel().selectModel("r2");
+        f.model().models()->choose("r2");
         QCOMPARE(firstRow(), "Capture screen and send to <Deep>");
         QVERIFY(f.lastScript().contains("→ <Deep> responds here"));
         f.overlay->clearContent();
         QTRY_VERIFY(f.surface->page().contains(
             "</kbd> to capture screen → &lt;Deep&gt; responds here</div>"));
         // One that was on its way is put right when it is there.
-        f.overlay->panelsModel().selectModel("r1");
+        f.model().models()->choose("r1");
         const qsizetype before = f.surface->scripts.size();
         f.surface->finishLoad();
         QVERIFY(f.surface->scripts.size() > before);

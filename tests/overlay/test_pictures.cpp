@@ -142,7 +142,7 @@ QImage TestPictures::render(const QString &state, bool isLight, const QSize &siz
     f.panel.resize(size);
     if (isLight) {
         f.overlay.setAppliedTheme(AppTheme::Light);
-        f.settings.setAppearanceMode(QStringLiteral("light"));
+        f.stored.setAppearance(Settings::Appearance::Light);
     }
     // Nothing shines through: what is behind the panel is not ours to compare.
     f.platform.setCompositing(false);
@@ -154,7 +154,7 @@ QImage TestPictures::render(const QString &state, bool isLight, const QSize &siz
         if (word == QLatin1String("thread")) {
             f.overlay.setTitle(QStringLiteral("Which week is the outlier?"));
             f.overlay.setHasAnswer(true);
-            f.scrollbar.updatePosition(0, 900, 532);
+            reportPosition(f.scrollbar, 0, 900, 532);
         } else if (word == QLatin1String("card")) {
             f.panels.setAdminMessage(OverlayFixture::blocking());
             f.panels.setBlocked(true);

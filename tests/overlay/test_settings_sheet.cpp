@@ -83,16 +83,14 @@ private Q_SLOTS:
         QCOMPARE(face("captureScreens-1")->text(QAccessible::Name), "All screens");
         QVERIFY(face("captureScreens-0")->state().checked);
 
-        QSignalSpy chosen(&f().settings, &SettingsModel::captureAllScreensChosen);
         clickInContent("captureScreens-1");
-        QCOMPARE(chosen, (QList<QVariantList>{{true}}));
-        f().settings.setCaptureAllScreens(true);
+        QCOMPARE(f().defaults.boolValue("captureAllScreens"), true);
         QVERIFY(!face("captureScreens-0")->state().checked);
         QVERIFY(face("captureScreens-1")->state().checked);
         f().find("captureScreens-1")->forceActiveFocus();
         key(Qt::Key_Up);
-        QCOMPARE(chosen.size(), 2);
-        QCOMPARE(chosen.last(), QVariantList{false});
+        QCOMPARE(f().defaults.boolValue("captureAllScreens"), false);
+        QVERIFY(face("captureScreens-0")->state().checked);
         // A screen goes while the sheet is open.
         f().settings.setScreenChoiceOffered(false);
         QVERIFY(!words().contains("All screens"));
@@ -150,7 +148,7 @@ private Q_SLOTS:
             QCOMPARE(found->role(), role);
         };
         check("settingsClose", "Close", QAccessible::Button);
-        check("model-balanced", "Balanced", QAccessible::RadioButton);
+        check("model-claude-balanced", "Balanced", QAccessible::RadioButton);
         check("appearance-dark", "Dark", QAccessible::RadioButton);
         check("swatch-nearBlack", "Text color: Near black", QAccessible::RadioButton);
         check("hexField", "Custom text color", QAccessible::EditableText);
@@ -158,14 +156,14 @@ private Q_SLOTS:
         check("hotkeyButton-1", "Clear the response area, Ctrl+Alt+Super+X", QAccessible::Button);
         check("resetAllHotkeys", "Reset all hotkeys", QAccessible::Button);
         check("helpLink", "Need help? See the Help docs ↗", QAccessible::Link);
-        QVERIFY(face("model-balanced")->state().checked);
-        QVERIFY(!face("model-fast")->state().checked);
-        QCOMPARE(face("model-fast")->text(QAccessible::Description),
+        QVERIFY(face("model-claude-balanced")->state().checked);
+        QVERIFY(!face("model-claude-fast")->state().checked);
+        QCOMPARE(face("model-claude-fast")->text(QAccessible::Description),
                  QString("Quick answers, fewest credits"));
         QVERIFY(face("appearance-dark")->state().checked);
         QVERIFY(face("swatch-theme")->state().checked);
         QVERIFY(!face("startNewThreadPerSend")->state().checked);
-        f().settings.setStartNewThreadPerSendEnabled(true);
+        f().stored.setStartNewThreadPerSendEnabled(true);
         QVERIFY(face("startNewThreadPerSend")->state().checked);
     }
 
@@ -176,16 +174,16 @@ private Q_SLOTS:
             auto *actions = face(item)->actionInterface();
             actions->doAction(QAccessibleActionInterface::pressAction());
         };
-        press("model-deep");
-        QCOMPARE(f().settings.selectedModelId(), QString("deep"));
+        press("model-claude-deep");
+        QCOMPARE(f().stored.selectedModelId(), QString("claude-deep"));
         press("appearance-light");
-        QCOMPARE(f().settings.appearanceMode(), QString("light"));
+        QCOMPARE(f().stored.appearance(), Settings::Appearance::Light);
         press("swatch-cyan");
-        QCOMPARE(f().settings.responseTextColorHex(), QString("#22d3ee"));
+        QCOMPARE(f().stored.responseTextColorHex(), std::optional<QString>("#22d3ee"));
         face("dontClearPromptAfterSend")
             ->actionInterface()
             ->doAction(QAccessibleActionInterface::toggleAction());
-        QVERIFY(f().settings.dontClearPromptAfterSendEnabled());
+        QVERIFY(f().stored.dontClearPromptAfterSendEnabled());
         press("hotkeyButton-2");
         QCOMPARE(f().rebinding.capturingHotkeyAction(), HotkeyAction::Toggle);
         QSignalSpy help(&f().settings, &SettingsModel::helpRequested);
@@ -201,7 +199,7 @@ private Q_SLOTS:
         f().rebinding.beginCapturingHotkey(HotkeyAction::NewThread);
         f().keyMonitor.press(three, "n");
         const QStringList order{"settingsClose",
-                                "model-balanced",
+                                "model-claude-balanced",
                                 "appearance-dark",
                                 "swatch-theme",
                                 "hexField",
@@ -234,17 +232,17 @@ private Q_SLOTS:
         open();
         key(Qt::Key_Tab);
         key(Qt::Key_Down);
-        QCOMPARE(f().settings.selectedModelId(), QString("deep"));
-        QCOMPARE(focused(), QString("model-deep"));
+        QCOMPARE(f().stored.selectedModelId(), QString("claude-deep"));
+        QCOMPARE(focused(), QString("model-claude-deep"));
         key(Qt::Key_Down);
-        QCOMPARE(f().settings.selectedModelId(), QString("fast"));
+        QCOMPARE(f().stored.selectedModelId(), QString("claude-fast"));
         key(Qt::Key_Up);
-        QCOMPARE(f().settings.selectedModelId(), QString("deep"));
+        QCOMPARE(f().stored.selectedModelId(), QString("claude-deep"));
         key(Qt::Key_Home);
-        QCOMPARE(f().settings.selectedModelId(), QString("fast"));
+        QCOMPARE(f().stored.selectedModelId(), QString("claude-fast"));
         key(Qt::Key_End);
-        QCOMPARE(f().settings.selectedModelId(), QString("deep"));
-        QCOMPARE(focused(), QString("model-deep"));
+        QCOMPARE(f().stored.selectedModelId(), QString("claude-deep"));
+        QCOMPARE(focused(), QString("model-claude-deep"));
     }
 
     void arrowsMoveInSegmentAndSwatches()
@@ -253,50 +251,50 @@ private Q_SLOTS:
         key(Qt::Key_Tab);
         key(Qt::Key_Tab);
         key(Qt::Key_Left);
-        QCOMPARE(f().settings.appearanceMode(), QString("light"));
+        QCOMPARE(f().stored.appearance(), Settings::Appearance::Light);
         QVERIFY(f().settings.isLightTheme());
         QCOMPARE(focused(), QString("appearance-light"));
         key(Qt::Key_Left);
-        QCOMPARE(f().settings.appearanceMode(), QString("system"));
+        QCOMPARE(f().stored.appearance(), Settings::Appearance::System);
         key(Qt::Key_Tab);
         key(Qt::Key_Right);
-        QCOMPARE(f().settings.responseTextColorHex(), QString("#ffffff"));
+        QCOMPARE(f().stored.responseTextColorHex(), std::optional<QString>("#ffffff"));
         key(Qt::Key_End);
-        QCOMPARE(f().settings.responseTextColorHex(), QString("#ffb020"));
+        QCOMPARE(f().stored.responseTextColorHex(), std::optional<QString>("#ffb020"));
         key(Qt::Key_Home);
-        QCOMPARE(f().settings.responseTextColorHex(), QString());
+        QVERIFY(!f().stored.responseTextColorHex());
     }
 
     void swatchesCanBeReachedWithAColorOfOnesOwn()
     {
         open();
-        f().settings.setResponseTextColorHex("#8899aa");
+        f().stored.setResponseTextColorHex("#8899aa");
         key(Qt::Key_Tab);
         key(Qt::Key_Tab);
         key(Qt::Key_Tab);
         QCOMPARE(focused(), QString("swatch-theme"));
         key(Qt::Key_Return);
-        QCOMPARE(f().settings.responseTextColorHex(), QString());
+        QVERIFY(!f().stored.responseTextColorHex());
     }
 
     void clicksChoose()
     {
         open();
-        click("model-fast");
-        QCOMPARE(f().settings.selectedModelId(), QString("fast"));
+        click("model-claude-fast");
+        QCOMPARE(f().stored.selectedModelId(), QString("claude-fast"));
         click("appearance-light");
-        QCOMPARE(f().settings.appearanceMode(), QString("light"));
+        QCOMPARE(f().stored.appearance(), Settings::Appearance::Light);
         click("swatch-green");
-        QCOMPARE(f().settings.responseTextColorHex(), QString("#3ddc84"));
+        QCOMPARE(f().stored.responseTextColorHex(), std::optional<QString>("#3ddc84"));
         QCOMPARE(f().find("hexField")->property("text").toString(), QString("#3ddc84"));
         // Anywhere in the row.
         const QQuickItem *row = f().find("startNewThreadPerSend");
         const QPoint left = row->mapToScene(QPointF(20, row->height() - 12)).toPoint();
         QTest::mouseClick(&f().panel, Qt::LeftButton, {}, left);
-        QVERIFY(f().settings.startNewThreadPerSendEnabled());
+        QVERIFY(f().stored.startNewThreadPerSendEnabled());
         QVERIFY(row->property("checked").toBool());
         QTest::mouseClick(&f().panel, Qt::LeftButton, {}, left);
-        QVERIFY(!f().settings.startNewThreadPerSendEnabled());
+        QVERIFY(!f().stored.startNewThreadPerSendEnabled());
         QVERIFY(!row->property("checked").toBool());
     }
 
@@ -306,7 +304,8 @@ private Q_SLOTS:
         show();
         f().settings.setOpen(true);
         QTRY_VERIFY(isThere());
-        // Nobody obeys: the switch must not pretend.
+        // Where the store refuses, the switch must not pretend.
+        f().defaults.refuses = true;
         click("startNewThreadPerSend");
         QVERIFY(!f().find("startNewThreadPerSend")->property("checked").toBool());
     }
@@ -320,26 +319,26 @@ private Q_SLOTS:
         key(Qt::Key_Return);
         QVERIFY(f().find("hexError")->isVisible());
         QVERIFY(f().find("hexField")->property("failed").toBool());
-        QCOMPARE(f().settings.responseTextColorHex(), QString());
+        QVERIFY(!f().stored.responseTextColorHex());
         QVERIFY(
             texts(f().find("hexError")).contains(QString("Enter a valid hex color, e.g. #8899aa")));
         key(Qt::Key_A, Qt::ControlModifier);
         type(" 8899AA ");
         key(Qt::Key_Return);
-        QCOMPARE(f().settings.responseTextColorHex(), QString("#8899aa"));
+        QCOMPARE(f().stored.responseTextColorHex(), std::optional<QString>("#8899aa"));
         QVERIFY(!f().find("hexError")->isVisible());
         QCOMPARE(f().find("hexField")->property("text").toString(), QString("#8899aa"));
         key(Qt::Key_A, Qt::ControlModifier);
         type("123456");
         key(Qt::Key_Tab);
-        QCOMPARE(f().settings.responseTextColorHex(), QString("#123456"));
+        QCOMPARE(f().stored.responseTextColorHex(), std::optional<QString>("#123456"));
     }
 
     void escapeInTheHexFieldGivesUpWhatWasTyped()
     {
         open();
-        f().settings.setResponseTextColorHex("#123456");
-        QSignalSpy chosen(&f().settings, &SettingsModel::responseTextColorChosen);
+        f().stored.setResponseTextColorHex("#123456");
+        QSignalSpy chosen(&f().stored, &Settings::responseTextColorHexChanged);
         clickInContent("hexField");
         key(Qt::Key_A, Qt::ControlModifier);
         type("#00ff00");
@@ -356,9 +355,9 @@ private Q_SLOTS:
     void theMarkedModelCanBeChosen()
     {
         open();
-        QSignalSpy selected(&f().settings, &SettingsModel::modelSelected);
-        clickInContent("model-balanced");
-        QCOMPARE(selected, (QList<QVariantList>{{"balanced"}}));
+        QVERIFY(!f().defaults.stringValue("selectedModelId"));
+        clickInContent("model-claude-balanced");
+        QCOMPARE(f().defaults.stringValue("selectedModelId"), QString("claude-balanced"));
     }
 
     void escapeClosesFromAnywhere()
@@ -573,7 +572,7 @@ private Q_SLOTS:
         open();
         QTRY_COMPARE(f().find("settingsScroll")->mapToScene(QPointF()).y(), 34 + 48);
         QCOMPARE(f().find("settingsContent")->width(), 624 - 2 * 20);
-        QCOMPARE(f().find("model-fast")->height(), 44);
+        QCOMPARE(f().find("model-claude-fast")->height(), 44);
         QCOMPARE(f().find("startNewThreadPerSend")->height(), 78);
         QCOMPARE(f().find("hotkey-0")->height(), 40);
         QCOMPARE(f().find("chip-0")->height(), 24);
@@ -587,8 +586,8 @@ private Q_SLOTS:
         QTRY_COMPARE(f().find("settingsScroll")->mapToScene(QPointF()).y(), 34 + 40);
         QCOMPARE(f().find("settingsScroll")->width(), 320);
         // Nothing is wider than the panel.
-        for (const char *name : {"model-fast", "appearance-system", "swatch-amber", "hexField",
-                                 "dontClearPromptAfterSend", "chip-5", "helpLink"}) {
+        for (const char *name : {"model-claude-fast", "appearance-system", "swatch-amber",
+                                 "hexField", "dontClearPromptAfterSend", "chip-5", "helpLink"}) {
             const QQuickItem *item = f().find(name);
             const double right = item->mapToScene(QPointF(item->width(), 0)).x();
             QVERIFY2(right <= 320 - 12 + 0.5, qPrintable(QString("%1 %2").arg(name).arg(right)));

@@ -122,10 +122,8 @@ private Q_SLOTS:
         f.log.clear();
         f.overlay->handleZoomButton();
         QCOMPARE(f.overlay->panel().geometry(), f.overlay->panel().screen()->availableGeometry());
-        QVERIFY(f.overlay->overlayModel().isZoomedLarge());
         f.overlay->handleZoomButton();
         QCOMPARE(f.overlay->panel().geometry(), before);
-        QVERIFY(!f.overlay->overlayModel().isZoomedLarge());
         QCOMPARE(f.log.lines,
                  (QStringList{
                      prefix + QString::fromUtf8("Zoom button — grew to fill the current screen's "
@@ -264,17 +262,18 @@ private Q_SLOTS:
     void modelSelectionIsResolved()
     {
         Fixture f;
+        ModelListModel &models = *f.overlay->panelsModel().models();
         f.overlay->resolveModelSelection(account());
-        QCOMPARE(f.overlay->orchestrator().selectedModelId(), "m1");
+        QCOMPARE(models.selectedId(), "m1");
         QVERIFY(!f.defaults.stringValue("selectedModelId"));
-        Q_EMIT f.overlay->panelsModel().modelSelected("m2");
+        models.choose("m2");
         QCOMPARE(f.defaults.stringValue("selectedModelId"), "m2");
         f.overlay->resolveModelSelection(account());
-        QCOMPARE(f.overlay->orchestrator().selectedModelId(), "m2");
+        QCOMPARE(models.selectedId(), "m2");
         AppConfigResponse other = account("x");
         other.availableModels = {{"m3", "Three", "d"}};
         f.overlay->resolveModelSelection(other);
-        QVERIFY(!f.overlay->orchestrator().selectedModelId());
+        QCOMPARE(models.selectedId(), QString());
         QCOMPARE(f.defaults.stringValue("selectedModelId"), "m2");
     }
 
@@ -398,8 +397,8 @@ private Q_SLOTS:
         QVERIFY(f.overlay->panelsModel().isMessageCollapsed());
         QVERIFY(f.overlay->overlayModel().isMenuOpen());
         // The chosen model has gone: the server's choice takes its place.
-        QCOMPARE(f.overlay->panelsModel().selectedModelName(), "Two");
-        QCOMPARE(f.overlay->orchestrator().selectedModelId(), "m2");
+        QCOMPARE(f.overlay->panelsModel().models()->selectedName(), "Two");
+        QCOMPARE(f.overlay->panelsModel().models()->selectedId(), "m2");
         // A message of another kind is a new one and opens.
         config.adminMessage->id = "other";
         Q_EMIT f.notifications.configDidUpdate(config);
@@ -536,7 +535,7 @@ private Q_SLOTS:
         f.capture.finish();
         QTRY_VERIFY(!f.overlay->panelsModel().isCapturing());
         QVERIFY(f.overlay->panelsModel().hasAttachedScreenshot());
-        QVERIFY(!f.overlay->panelsModel().isFirstLaunchCardDue());
+        QVERIFY(f.settings.hasLaunchedBefore());
     }
 
     void pageIsHeldWhileItsThumbIsDragged()

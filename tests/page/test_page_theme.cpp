@@ -13,45 +13,11 @@ class TestPageTheme : public QObject
     Q_OBJECT
 
 private slots:
-    void modesAsText_data();
-    void modesAsText();
-    void unknownTextMeansSystem_data();
-    void unknownTextMeansSystem();
     void startsDark();
     void followsTheDesktopInSystemModeOnly();
     void handlerOutlivesNothing();
     void layerColors();
 };
-
-void TestPageTheme::modesAsText_data()
-{
-    QTest::addColumn<AppearanceMode>("mode");
-    QTest::newRow("light") << AppearanceMode::Light;
-    QTest::newRow("dark") << AppearanceMode::Dark;
-    QTest::newRow("system") << AppearanceMode::System;
-}
-
-void TestPageTheme::modesAsText()
-{
-    QFETCH(AppearanceMode, mode);
-    const QString text = QString::fromLatin1(QTest::currentDataTag());
-    QCOMPARE(appearanceModeText(mode), text);
-    QCOMPARE(appearanceModeFromText(text), mode);
-}
-
-void TestPageTheme::unknownTextMeansSystem_data()
-{
-    QTest::addColumn<QString>("text");
-    QTest::newRow("case") << QStringLiteral("Dark");
-    QTest::newRow("empty") << QString();
-    QTest::newRow("blanks") << QStringLiteral(" light");
-}
-
-void TestPageTheme::unknownTextMeansSystem()
-{
-    QFETCH(QString, text);
-    QCOMPARE(appearanceModeFromText(text), AppearanceMode::System);
-}
 
 void TestPageTheme::startsDark()
 {
@@ -68,7 +34,7 @@ void TestPageTheme::followsTheDesktopInSystemModeOnly()
     desktop.dark = false;
     ThemeController theme(desktop);
     QSignalSpy applied(&theme, &ThemeController::themeApplied);
-    theme.setMode(AppearanceMode::System);
+    theme.setMode(Settings::Appearance::System);
     QCOMPARE(theme.appliedTheme(), AppTheme::Light);
     QCOMPARE(applied.size(), 1);
 
@@ -76,14 +42,14 @@ void TestPageTheme::followsTheDesktopInSystemModeOnly()
     QCOMPARE(theme.appliedTheme(), AppTheme::Dark);
     QCOMPARE(applied.size(), 2);
 
-    theme.setMode(AppearanceMode::Light);
+    theme.setMode(Settings::Appearance::Light);
     QCOMPARE(theme.appliedTheme(), AppTheme::Light);
     desktop.setDark(false);
     desktop.setDark(true);
     QCOMPARE(applied.size(), 3);
     QCOMPARE(theme.appliedTheme(), AppTheme::Light);
 
-    theme.setMode(AppearanceMode::Dark);
+    theme.setMode(Settings::Appearance::Dark);
     QCOMPARE(theme.appliedTheme(), AppTheme::Dark);
 }
 
@@ -92,7 +58,7 @@ void TestPageTheme::handlerOutlivesNothing()
     FakeAppearance desktop;
     {
         ThemeController theme(desktop);
-        theme.setMode(AppearanceMode::System);
+        theme.setMode(Settings::Appearance::System);
     }
     desktop.setDark(!desktop.dark);
     QVERIFY(desktop.handler);

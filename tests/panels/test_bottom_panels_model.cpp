@@ -48,24 +48,24 @@ private Q_SLOTS:
     void init()
     {
         m_defaults = std::make_unique<JsonUserDefaults>();
-        m_model = std::make_unique<BottomPanelsModel>(*m_defaults);
+        m_settings = std::make_unique<Settings>(*m_defaults);
+        m_model = std::make_unique<BottomPanelsModel>(*m_settings);
     }
 
     void promptHoldsTheBuiltInTextWhileNothingIsStored()
     {
         QCOMPARE(m_model->promptText(), PromptConfig::builtIn());
         m_model->setPromptText(PromptConfig::builtIn());
-        QVERIFY(!m_defaults->stringValue(QLatin1String(DefaultsKey::userPrompt)));
+        QVERIFY(!m_defaults->stringValue("userPrompt"));
     }
 
     void promptIsStoredAndFollowsTheStore()
     {
         QSignalSpy changed(m_model.get(), &BottomPanelsModel::promptTextChanged);
         m_model->setPromptText(QStringLiteral("Why?"));
-        QCOMPARE(m_defaults->stringValue(QLatin1String(DefaultsKey::userPrompt)),
-                 QStringLiteral("Why?"));
+        QCOMPARE(m_defaults->stringValue("userPrompt"), QStringLiteral("Why?"));
         QCOMPARE(changed.size(), 1);
-        m_defaults->setString(QLatin1String(DefaultsKey::userPrompt), QString());
+        m_defaults->setString("userPrompt", QString());
         QCOMPARE(changed.size(), 2);
         QCOMPARE(m_model->promptText(), QString());
     }
@@ -231,39 +231,6 @@ private Q_SLOTS:
         QCOMPARE(changed.size(), 1);
     }
 
-    void modelChoice()
-    {
-        QCOMPARE(m_model->selectedModelName(), QStringLiteral("Model"));
-        m_model->setAvailableModels({{QStringLiteral("f"), QStringLiteral("Fast"), QString()},
-                                     {QStringLiteral("b"), QStringLiteral("Balanced"), QString()}});
-        m_model->setSelectedModelId(QStringLiteral("b"));
-        QCOMPARE(m_model->selectedModelName(), QStringLiteral("Balanced"));
-        QSignalSpy selected(m_model.get(), &BottomPanelsModel::modelSelected);
-        m_model->selectModel(QStringLiteral("f"));
-        QCOMPARE(selected.takeFirst().first().toString(), QStringLiteral("f"));
-        m_model->selectModel(QStringLiteral("unknown"));
-        QCOMPARE(selected.size(), 0);
-        m_model->setAvailableModels({});
-        QCOMPARE(m_model->selectedModelName(), QStringLiteral("Model"));
-    }
-
-    void modelListRoles()
-    {
-        m_model->setAvailableModels(
-            {{QStringLiteral("f"), QStringLiteral("Fast"), QStringLiteral("Quick answers")}});
-        ModelListModel *list = m_model->models();
-        QCOMPARE(list->rowCount(), 1);
-        QCOMPARE(list->count(), 1);
-        const QModelIndex row = list->index(0);
-        QCOMPARE(row.data(ModelListModel::IdRole).toString(), QStringLiteral("f"));
-        QCOMPARE(row.data(ModelListModel::DisplayNameRole).toString(), QStringLiteral("Fast"));
-        QCOMPARE(row.data(ModelListModel::DescriptorRole).toString(),
-                 QStringLiteral("Quick answers"));
-        QCOMPARE(list->idAt(0), QStringLiteral("f"));
-        QCOMPARE(list->idAt(1), QString());
-        QCOMPARE(list->rowOf(QStringLiteral("x")), -1);
-    }
-
     void attachmentIsDecodedInTheBackground()
     {
         QVERIFY(!m_model->hasAttachedScreenshot());
@@ -314,35 +281,10 @@ private Q_SLOTS:
         QCoreApplication::processEvents();
     }
 
-    void firstLaunchCardEndsForGood()
+    void aPromptOfAnotherTypeCountsAsAbsent()
     {
-        QVERIFY(m_model->isFirstLaunchCardDue());
-        QSignalSpy changed(m_model.get(), &BottomPanelsModel::isFirstLaunchCardDueChanged);
-        m_model->finishFirstLaunch();
-        QVERIFY(!m_model->isFirstLaunchCardDue());
-        QCOMPARE(changed.size(), 1);
-        QCOMPARE(m_defaults->boolValue(QLatin1String(DefaultsKey::hasLaunchedBefore)), true);
-        BottomPanelsModel next(*m_defaults);
-        QVERIFY(!next.isFirstLaunchCardDue());
-    }
-
-    void aStoredValueOfAnotherTypeCountsAsAbsent()
-    {
-        m_defaults->setString(QLatin1String(DefaultsKey::hasLaunchedBefore),
-                              QStringLiteral("true"));
-        m_defaults->setBool(QLatin1String(DefaultsKey::userPrompt), true);
-        QVERIFY(m_model->isFirstLaunchCardDue());
+        m_defaults->setBool("userPrompt", true);
         QCOMPARE(m_model->promptText(), PromptConfig::builtIn());
-    }
-
-    void saveThreadAsksForTheOtherState()
-    {
-        QSignalSpy toggled(m_model.get(), &BottomPanelsModel::keepAIHistoryToggled);
-        m_model->toggleKeepAIHistory();
-        QCOMPARE(toggled.takeFirst().first().toBool(), true);
-        m_model->setKeepAIHistoryEnabled(true);
-        m_model->toggleKeepAIHistory();
-        QCOMPARE(toggled.takeFirst().first().toBool(), false);
     }
 
     void heightIsReportedOnlyWhenItChanges()
@@ -367,6 +309,7 @@ private Q_SLOTS:
 
 private:
     std::unique_ptr<JsonUserDefaults> m_defaults;
+    std::unique_ptr<Settings> m_settings;
     std::unique_ptr<BottomPanelsModel> m_model;
 };
 

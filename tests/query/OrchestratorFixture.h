@@ -2,7 +2,7 @@
 
 #include "backend/NotificationCenter.h"
 #include "backend/SessionManager.h"
-#include "base/UserDefaults.h"
+#include "base/Settings.h"
 #include "fakes/FakeAnswerDisplay.h"
 #include "fakes/LogCapture.h"
 #include "history/ThreadController.h"
@@ -89,7 +89,7 @@ struct OrchestratorFixture
 {
     /// @param keeper where threads go; by default `saver` records them
     explicit OrchestratorFixture(ThreadSaver *keeper = nullptr)
-        : threads(defaults, keeper ? keeper : &saver, [this] { return now; })
+        : threads(settings, keeper ? keeper : &saver, [this] { return now; })
     {
         auth.setSession("token", account());
         messages.updateUsage(100, 1000);
@@ -118,6 +118,7 @@ struct OrchestratorFixture
     QNetworkAccessManager network;
     NotificationCenter notifications;
     JsonUserDefaults defaults;
+    Settings settings{defaults};
     AuthService auth{network, BackendEndpoints("http://host"), [] { return DeviceFields(); }};
     SessionManager session{auth, notifications};
     FakeAnswerDisplay display;
@@ -126,9 +127,10 @@ struct OrchestratorFixture
     ThreadController threads;
     FakeService service{network, BackendEndpoints("http://host")};
     QPromise<ScreenshotCapture::Outcome> capturePromise;
-    QueryOrchestrator orchestrator{{session, defaults, threads, messages, service, display,
+    std::optional<QString> model;
+    QueryOrchestrator orchestrator{{session, settings, threads, messages, service, display,
                                     [this] { return capturePromise.future(); },
-                                    [this] { return now; }}};
+                                    [this] { return model; }, [this] { return now; }}};
 };
 
 inline QueryOutcome done(qint64 remaining = 800, qint64 used = 100)

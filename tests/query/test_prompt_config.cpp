@@ -1,4 +1,3 @@
-#include "base/UserDefaults.h"
 #include "query/PromptConfig.h"
 #include "support/TestProgram.h"
 
@@ -13,18 +12,13 @@ class TestPromptConfig : public QObject
 private Q_SLOTS:
     void promptFollowsItsOrder()
     {
-        JsonUserDefaults defaults;
-        QCOMPARE(PromptConfig::current(defaults, std::nullopt), PromptConfig::builtIn());
+        QCOMPARE(PromptConfig::current(std::nullopt, std::nullopt), PromptConfig::builtIn());
         AppConfigResponse config;
-        QCOMPARE(PromptConfig::current(defaults, config), QString());
+        QCOMPARE(PromptConfig::current(std::nullopt, config), QString());
         config.defaultPrompt = "server";
-        QCOMPARE(PromptConfig::current(defaults, config), "server");
-        defaults.setString("userPrompt", "");
-        QCOMPARE(PromptConfig::current(defaults, config), "server");
-        defaults.setString("userPrompt", "   ");
-        QCOMPARE(PromptConfig::current(defaults, config), "   ");
-        defaults.setBool("userPrompt", true);
-        QCOMPARE(PromptConfig::current(defaults, config), "server");
+        QCOMPARE(PromptConfig::current(std::nullopt, config), "server");
+        QCOMPARE(PromptConfig::current("", config), "server");
+        QCOMPARE(PromptConfig::current("   ", config), "   ");
     }
 
     void builtInPromptIsExact()

@@ -52,7 +52,7 @@ private Q_SLOTS:
     void answersOfADeletedThreadAreGivenUp()
     {
         Fixture f;
-        f.threads.setKeepAIHistoryEnabled(true);
+        f.settings.setKeepAIHistoryEnabled(true);
         f.orchestrator.sendPromptOnly("kept");
         const QPointer<FakeTransfer> kept = f.service.transfers.at(0);
         const QUuid keptThread = f.threads.currentSession()->id;
@@ -153,7 +153,7 @@ private Q_SLOTS:
     void aNewThreadIsQuietWhileTheOldOneAnswers()
     {
         Fixture f;
-        f.threads.setKeepAIHistoryEnabled(true);
+        f.settings.setKeepAIHistoryEnabled(true);
         f.orchestrator.sendPromptOnly("one");
         const QUuid old = f.threads.currentSession()->id;
         f.transfer()->answer("a");
@@ -175,7 +175,7 @@ private Q_SLOTS:
     void answersOfTwoThreadsJoinTheirOwn()
     {
         Fixture f;
-        f.threads.setKeepAIHistoryEnabled(true);
+        f.settings.setKeepAIHistoryEnabled(true);
         f.orchestrator.sendPromptOnly("one");
         const QUuid first = f.threads.currentSession()->id;
         f.threads.startNewThread();
@@ -260,7 +260,7 @@ private Q_SLOTS:
     {
         Fixture f;
         QSignalSpy lost(&f.orchestrator, &QueryOrchestrator::answerLost);
-        f.threads.setKeepAIHistoryEnabled(true);
+        f.settings.setKeepAIHistoryEnabled(true);
         f.orchestrator.sendPromptOnly("one");
         const QUuid old = f.threads.currentSession()->id;
         f.service.transfers.at(0)->answer("half");
@@ -343,7 +343,7 @@ private Q_SLOTS:
     void oneThreadPerSendWaitsForItsLastAnswer()
     {
         Fixture f;
-        f.threads.setStartNewThreadPerSendEnabled(true);
+        f.settings.setStartNewThreadPerSendEnabled(true);
         f.orchestrator.sendPromptOnly("one");
         f.orchestrator.sendPromptOnly("two");
         const QUuid first = f.threads.currentSession()->id;
@@ -396,7 +396,7 @@ private Q_SLOTS:
     void aThreadThatIsOpenedAgainShowsItsAnswer()
     {
         Fixture f;
-        f.threads.setKeepAIHistoryEnabled(true);
+        f.settings.setKeepAIHistoryEnabled(true);
         f.orchestrator.sendPromptOnly("one");
         f.transfer()->answer("a");
         const CaptureSession old = *f.threads.currentSession();

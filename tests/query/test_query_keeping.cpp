@@ -20,7 +20,7 @@ private Q_SLOTS:
     void removedScreenshotIsNoPartOfTheQuestion()
     {
         Fixture k;
-        k.f.threads.setKeepAIHistoryEnabled(true);
+        k.f.settings.setKeepAIHistoryEnabled(true);
         k.capture("removed");
         k.f.threads.clearStagedScreenshot();
         k.ask("text");
@@ -31,7 +31,7 @@ private Q_SLOTS:
     void screenshotOfAFailedQuestionIsNotTheNextOnes()
     {
         Fixture k;
-        k.f.threads.setKeepAIHistoryEnabled(true);
+        k.f.settings.setKeepAIHistoryEnabled(true);
         k.f.captureAndSend("failed");
         k.f.transfer()->finish(failure(QueryError::Kind::HttpError, {}, 500));
         k.ask("text");
@@ -41,7 +41,7 @@ private Q_SLOTS:
     void screenshotStagedWhileAnsweringGoesWithTheNextQuestion()
     {
         Fixture k;
-        k.f.threads.setKeepAIHistoryEnabled(true);
+        k.f.settings.setKeepAIHistoryEnabled(true);
         k.f.orchestrator.sendPromptOnly("one");
         k.capture("staged");
         k.answer();
@@ -54,7 +54,7 @@ private Q_SLOTS:
     void equalScreenshotsAreTwo()
     {
         Fixture k;
-        k.f.threads.setKeepAIHistoryEnabled(true);
+        k.f.settings.setKeepAIHistoryEnabled(true);
         k.capture("same");
         k.f.orchestrator.sendPromptOnly("one");
         k.capture("same");
@@ -67,7 +67,7 @@ private Q_SLOTS:
     void stoppedAnswerKeepsItsScreenshot()
     {
         Fixture k;
-        k.f.threads.setKeepAIHistoryEnabled(true);
+        k.f.settings.setKeepAIHistoryEnabled(true);
         k.f.captureAndSend("sent");
         k.f.transfer()->answer("half");
         k.f.orchestrator.stop();
@@ -77,7 +77,7 @@ private Q_SLOTS:
     void answerOfAnEndedThreadKeepsItsScreenshot()
     {
         Fixture k;
-        k.f.threads.setKeepAIHistoryEnabled(true);
+        k.f.settings.setKeepAIHistoryEnabled(true);
         k.f.captureAndSend("sent");
         const QUuid id = k.current().id;
         k.f.threads.startNewThread();
@@ -89,7 +89,7 @@ private Q_SLOTS:
     {
         Fixture k;
         k.f.captureAndSend("sent");
-        k.f.threads.setKeepAIHistoryEnabled(true);
+        k.f.settings.setKeepAIHistoryEnabled(true);
         k.answer();
         QCOMPARE(k.stored(k.current().id), "server prompt<sent | sent |");
     }
@@ -99,7 +99,7 @@ private Q_SLOTS:
         Fixture k;
         k.f.captureAndSend("sent");
         FakeTransfer *first = k.f.transfer();
-        k.f.threads.setKeepAIHistoryEnabled(true);
+        k.f.settings.setKeepAIHistoryEnabled(true);
         k.ask("two");
         const QUuid id = k.current().id;
         k.f.threads.startNewThread();
@@ -117,7 +117,7 @@ private Q_SLOTS:
     void droppedScreenshotDoesNotBeginTheKeeping()
     {
         Fixture k;
-        k.f.threads.setKeepAIHistoryEnabled(true);
+        k.f.settings.setKeepAIHistoryEnabled(true);
         k.capture("dropped");
         k.f.captureAndSend("sent");
         k.answer();
@@ -127,8 +127,8 @@ private Q_SLOTS:
     void oneThreadPerSendKeepsTheThreadOnShow()
     {
         Fixture k;
-        k.f.threads.setKeepAIHistoryEnabled(true);
-        k.f.threads.setStartNewThreadPerSendEnabled(true);
+        k.f.settings.setKeepAIHistoryEnabled(true);
+        k.f.settings.setStartNewThreadPerSendEnabled(true);
         k.ask("one");
         const QUuid first = k.current().id;
         // Notes are made and deleted in it.
@@ -156,8 +156,8 @@ private Q_SLOTS:
     {
         QFETCH(bool, whileAnswering);
         Fixture k;
-        k.f.threads.setKeepAIHistoryEnabled(true);
-        k.f.threads.setStartNewThreadPerSendEnabled(true);
+        k.f.settings.setKeepAIHistoryEnabled(true);
+        k.f.settings.setStartNewThreadPerSendEnabled(true);
         k.f.orchestrator.sendPromptOnly("one");
         if (whileAnswering)
             k.capture("staged");
@@ -180,8 +180,8 @@ private Q_SLOTS:
     void oneThreadPerSendLeavesAnUnsentScreenshotWhereItIs()
     {
         Fixture k;
-        k.f.threads.setKeepAIHistoryEnabled(true);
-        k.f.threads.setStartNewThreadPerSendEnabled(true);
+        k.f.settings.setKeepAIHistoryEnabled(true);
+        k.f.settings.setStartNewThreadPerSendEnabled(true);
         k.ask("one");
         k.capture("staged");
         const QUuid first = k.current().id;
@@ -194,7 +194,7 @@ private Q_SLOTS:
     void theThreadStaysWhenNothingGoesOut()
     {
         Fixture k;
-        k.f.threads.setStartNewThreadPerSendEnabled(true);
+        k.f.settings.setStartNewThreadPerSendEnabled(true);
         k.ask("one");
         const QUuid first = k.current().id;
         k.f.orchestrator.triggerCaptureAndSend();
@@ -209,8 +209,8 @@ private Q_SLOTS:
     void threadGoesOnWhenItIsChosenInHistory()
     {
         Fixture k;
-        k.f.threads.setKeepAIHistoryEnabled(true);
-        k.f.threads.setStartNewThreadPerSendEnabled(true);
+        k.f.settings.setKeepAIHistoryEnabled(true);
+        k.f.settings.setStartNewThreadPerSendEnabled(true);
         k.ask("one");
         const QUuid first = k.current().id;
         k.open(first);
@@ -225,13 +225,13 @@ private Q_SLOTS:
     void threadGoesOnWhenTheSettingIsTakenBack()
     {
         Fixture k;
-        k.f.threads.setStartNewThreadPerSendEnabled(true);
+        k.f.settings.setStartNewThreadPerSendEnabled(true);
         k.ask("one");
-        k.f.threads.setStartNewThreadPerSendEnabled(false);
+        k.f.settings.setStartNewThreadPerSendEnabled(false);
         k.ask("two");
         QCOMPARE(k.current().turns.size(), 2);
         // Switched on again, it ends after the answer to the next question.
-        k.f.threads.setStartNewThreadPerSendEnabled(true);
+        k.f.settings.setStartNewThreadPerSendEnabled(true);
         k.ask("three");
         QCOMPARE(k.current().turns.size(), 3);
         k.ask("four");
@@ -241,7 +241,7 @@ private Q_SLOTS:
     void threadWithoutAnAnswerTakesTheNextQuestion()
     {
         Fixture k;
-        k.f.threads.setStartNewThreadPerSendEnabled(true);
+        k.f.settings.setStartNewThreadPerSendEnabled(true);
         k.f.captureAndSend("sent");
         const QUuid first = k.current().id;
         k.f.transfer()->finish(failure(QueryError::Kind::HttpError, {}, 500));
@@ -252,8 +252,8 @@ private Q_SLOTS:
     void numbersOfRemovedScreenshotsStayTakenAfterReopening()
     {
         Fixture k;
-        k.f.threads.setKeepAIHistoryEnabled(true);
-        k.f.threads.setStartNewThreadPerSendEnabled(true);
+        k.f.settings.setKeepAIHistoryEnabled(true);
+        k.f.settings.setStartNewThreadPerSendEnabled(true);
         k.ask("one");
         const QUuid first = k.current().id;
         k.capture("moved");

@@ -294,7 +294,7 @@ private:
     {
         m_saves = !m_saves;
         history << (m_saves ? "saving on" : "saving off");
-        m_k.f.threads.setKeepAIHistoryEnabled(m_saves);
+        m_k.f.settings.setKeepAIHistoryEnabled(m_saves);
         if (m_saves && hasCurrent())
             current().beginKeepingTurns(m_staged);
     }
@@ -302,7 +302,7 @@ private:
     {
         m_perSend = !m_perSend;
         history << (m_perSend ? "one thread per send" : "one thread for all");
-        m_k.f.threads.setStartNewThreadPerSendEnabled(m_perSend);
+        m_k.f.settings.setStartNewThreadPerSendEnabled(m_perSend);
     }
     void startNewThread()
     {

@@ -44,7 +44,7 @@ private Q_SLOTS:
     void captureAndSendGoesAllTheWay()
     {
         Fixture f;
-        f.orchestrator.setSelectedModelId("model-a");
+        f.model = "model-a";
         f.defaults.setString("userPrompt", "What now?");
         f.orchestrator.triggerCaptureAndSend();
         QCOMPARE(f.orchestrator.activity(), QueryOrchestrator::Activity::Capturing);
@@ -52,6 +52,7 @@ private Q_SLOTS:
         f.now = f.now.addMSecs(250);
         f.captureReturns(ScreenshotCapture::Result{"jpeg", 99});
         QCOMPARE(f.orchestrator.activity(), QueryOrchestrator::Activity::Waiting);
+        QCOMPARE(f.display.calls, (QStringList{"streamStart", "showWindow"}));
 
         QCOMPARE(f.service.requests.size(), 1);
         const QueryRequest request = f.service.requests.first();
@@ -366,7 +367,7 @@ private Q_SLOTS:
     void oneThreadPerSendReleasesTheThread()
     {
         Fixture f;
-        f.threads.setStartNewThreadPerSendEnabled(true);
+        f.settings.setStartNewThreadPerSendEnabled(true);
         f.captureAndSend();
         const QUuid first = f.threads.currentSession()->id;
         f.transfer()->answer("x");
@@ -381,7 +382,7 @@ private Q_SLOTS:
     void theAnswerThatSpendsTheLastCreditsIsKeptAndComesBack()
     {
         Fixture f;
-        f.threads.setKeepAIHistoryEnabled(true);
+        f.settings.setKeepAIHistoryEnabled(true);
         f.orchestrator.sendPromptOnly("last");
         const QUuid thread = f.threads.currentSession()->id;
         f.transfer()->answer("worth it");
@@ -410,7 +411,7 @@ private Q_SLOTS:
     void promptCanBeKept()
     {
         Fixture f;
-        f.threads.setDontClearPromptAfterSendEnabled(true);
+        f.settings.setDontClearPromptAfterSendEnabled(true);
         f.defaults.setString("userPrompt", "again");
         f.captureAndSend();
         f.transfer()->finish(done());
@@ -606,7 +607,7 @@ private Q_SLOTS:
     void theEndOfTheSessionKeepsWhatArrived()
     {
         Fixture f;
-        f.threads.setKeepAIHistoryEnabled(true);
+        f.settings.setKeepAIHistoryEnabled(true);
         f.defaults.setString("userPrompt", "one");
         f.orchestrator.sendPromptOnly("one");
         const QUuid first = f.threads.currentSession()->id;

@@ -1,4 +1,4 @@
-#include "base/UserDefaults.h"
+#include "base/Settings.h"
 #include "fakes/FakeThreadLibrary.h"
 #include "fakes/LogCapture.h"
 #include "history/ThreadController.h"
@@ -26,7 +26,8 @@ private Q_SLOTS:
     {
         m_library = std::make_unique<FakeThreadLibrary>();
         m_defaults = std::make_unique<JsonUserDefaults>();
-        m_threads = std::make_unique<ThreadController>(*m_defaults, nullptr);
+        m_settings = std::make_unique<Settings>(*m_defaults);
+        m_threads = std::make_unique<ThreadController>(*m_settings, nullptr);
         m_history = std::make_unique<HistoryController>(*m_library, *m_threads);
         m_model = std::make_unique<HistoryModel>(*m_history, *m_threads, Vocabulary::macOS(),
                                                  QLocale("en_US"), [] { return noon; });
@@ -93,10 +94,10 @@ private Q_SLOTS:
         QCOMPARE(value(0, HistoryModel::MatchLengthRole).toInt(), 6);
         // "An answer." is in both, but no title has it.
         m_model->setSearchText("answer");
-        QCOMPARE(m_model->count(), 0);
+        QCOMPARE(m_model->rowCount(), 0);
         QVERIFY(m_model->hasThreads());
         m_model->setSearchText("   ");
-        QCOMPARE(m_model->count(), 2);
+        QCOMPARE(m_model->rowCount(), 2);
         QCOMPARE(value(0, HistoryModel::MatchStartRole).toInt(), -1);
     }
 
@@ -107,9 +108,9 @@ private Q_SLOTS:
         HistoryModel turkish(*m_history, *m_threads, Vocabulary::macOS(), QLocale("tr_TR"),
                              [] { return noon; });
         turkish.setSearchText(QString::fromUtf8("ısparta"));
-        QCOMPARE(turkish.count(), 1);
+        QCOMPARE(turkish.rowCount(), 1);
         m_model->setSearchText("isparta");
-        QCOMPARE(m_model->count(), 1);
+        QCOMPARE(m_model->rowCount(), 1);
     }
 
     void searchFindsCustomTitles()
@@ -120,7 +121,7 @@ private Q_SLOTS:
         m_model->setSearchText("custom");
         QCOMPARE(titles(), QStringList("Custom words"));
         m_model->setSearchText("derived");
-        QCOMPARE(m_model->count(), 0);
+        QCOMPARE(m_model->rowCount(), 0);
     }
 
     void searchStaysWhileMoreArrives()
@@ -215,7 +216,7 @@ private Q_SLOTS:
         m_model->setSearchText("nothing");
         m_model->close();
         QVERIFY(m_model->searchText().isEmpty());
-        QCOMPARE(m_model->count(), 1);
+        QCOMPARE(m_model->rowCount(), 1);
     }
 
     void renamingAndDeletingWhileSearching()
@@ -355,6 +356,7 @@ private:
 
     std::unique_ptr<FakeThreadLibrary> m_library;
     std::unique_ptr<JsonUserDefaults> m_defaults;
+    std::unique_ptr<Settings> m_settings;
     std::unique_ptr<ThreadController> m_threads;
     std::unique_ptr<HistoryController> m_history;
     std::unique_ptr<HistoryModel> m_model;

@@ -1,4 +1,5 @@
-#include "base/UserDefaults.h"
+#include "base/Settings.h"
+#include "base/Text.h"
 #include "fakes/FakeKeyMonitor.h"
 #include "fakes/FakePlatform.h"
 #include "hotkeys/HotkeyManager.h"
@@ -21,7 +22,7 @@ struct Fixture
     explicit Fixture(Vocabulary vocabulary = Vocabulary::macOS()) : words(std::move(vocabulary))
     {
         manager.start({});
-        models.setModels({{"m1", "One", "first"}, {"m2", "Two", "second"}});
+        models.setOffer({{"m1", "Claude One", "first"}, {"m2", "Claude Two", "second"}}, "m1");
     }
     QVariant row(HotkeyAction action, HotkeyRows::Role role)
     {
@@ -32,12 +33,13 @@ struct Fixture
     const Vocabulary words;
     FakeGlobalHotkeys platform;
     JsonUserDefaults defaults;
+    Settings stored{defaults};
     FakeKeyMonitor keys;
     HotkeyManager manager{platform, words, &std::chrono::steady_clock::now,
                           [](HotkeyAction, const QString &) {}};
     HotkeyRebinding rebinding{manager, defaults, keys, {}};
-    ModelListModel models;
-    SettingsModel settings{models, rebinding, words};
+    ModelListModel models{stored};
+    SettingsModel settings{stored, models, rebinding, words};
 };
 
 } // namespace
@@ -49,7 +51,7 @@ private Q_SLOTS:
     void hexText_data()
     {
         QTest::addColumn<QString>("typed");
-        QTest::addColumn<QString>("stored");
+        QTest::addColumn<QString>("color");
         QTest::newRow("bare") << "8899AA"
                               << "#8899aa";
         QTest::newRow("blanks") << "  #8899aa \t"
@@ -71,19 +73,19 @@ private Q_SLOTS:
     void hexText()
     {
         QFETCH(QString, typed);
-        QFETCH(QString, stored);
-        QCOMPARE(TextColors::normalizedHex(typed).value_or(QString()), stored);
+        QFETCH(QString, color);
+        QCOMPARE(TextColors::normalizedHex(typed).value_or(QString()), color);
         Fixture f;
-        QSignalSpy chosen(&f.settings, &SettingsModel::responseTextColorChosen);
         f.settings.setHexInput(typed);
         f.settings.commitHexInput();
-        if (stored.isEmpty()) {
+        if (color.isEmpty()) {
             QCOMPARE(f.settings.hexError(), "Enter a valid hex color, e.g. #8899aa");
-            QCOMPARE(chosen.size(), 0);
+            QVERIFY(!f.stored.responseTextColorHex());
             QCOMPARE(f.settings.hexInput(), typed);
         } else {
             QCOMPARE(f.settings.hexError(), QString());
-            QCOMPARE(chosen, (QList<QVariantList>{{stored}}));
+            QCOMPARE(f.stored.responseTextColorHex(), color);
+            QCOMPARE(f.settings.hexInput(), color);
         }
     }
 
@@ -101,8 +103,8 @@ private Q_SLOTS:
     void leavingAnEmptyFieldIsNoMistake()
     {
         Fixture f;
-        QSignalSpy chosen(&f.settings, &SettingsModel::responseTextColorChosen);
-        f.settings.setResponseTextColorHex("#22d3ee");
+        f.stored.setResponseTextColorHex("#22d3ee");
+        QSignalSpy chosen(&f.stored, &Settings::responseTextColorHexChanged);
         f.settings.setHexInput(" ");
         f.settings.leaveHexInput();
         QCOMPARE(f.settings.hexError(), QString());
@@ -114,13 +116,14 @@ private Q_SLOTS:
         QVERIFY(!f.settings.hexError().isEmpty());
         f.settings.setHexInput("123456");
         f.settings.leaveHexInput();
-        QCOMPARE(chosen, (QList<QVariantList>{{"#123456"}}));
+        QCOMPARE(f.stored.responseTextColorHex(), "#123456");
+        QCOMPARE(chosen.size(), 1);
     }
 
     void openingShowsTheColorInForce()
     {
         Fixture f;
-        f.settings.setResponseTextColorHex("#22d3ee");
+        f.stored.setResponseTextColorHex("#22d3ee");
         f.settings.setHexInput("zz");
         f.settings.commitHexInput();
         QSignalSpy opened(&f.settings, &SettingsModel::isOpenChanged);
@@ -172,26 +175,30 @@ private Q_SLOTS:
         QTest::newRow("last") << "#ffb020" << 8;
         QTest::newRow("own colour") << "#8899aa" << -1;
         QTest::newRow("short form of white") << "#fff" << -1;
+        QTest::newRow("no colour") << "red;}" << 0;
     }
     void selectedSwatch()
     {
         QFETCH(QString, hex);
         QFETCH(int, row);
         Fixture f;
-        f.settings.setResponseTextColorHex(hex);
+        f.stored.setResponseTextColorHex(hex);
         QCOMPARE(f.settings.textColors()->chosenRow(), row);
-        QCOMPARE(f.settings.hexInput(), hex);
+        QCOMPARE(f.settings.hexInput(), isHexColor(hex) ? hex : QString());
     }
 
     void choosingASwatch()
     {
         Fixture f;
-        QSignalSpy chosen(&f.settings, &SettingsModel::responseTextColorChosen);
         f.settings.chooseTextColor(2);
+        QCOMPARE(f.stored.responseTextColorHex(), "#15171c");
         f.settings.chooseTextColor(0);
+        QVERIFY(!f.stored.responseTextColorHex());
+        QVERIFY(!f.defaults.stringValue("responseTextColorHex"));
+        QSignalSpy changed(&f.stored, &Settings::responseTextColorHexChanged);
         f.settings.chooseTextColor(9);
         f.settings.chooseTextColor(-1);
-        QCOMPARE(chosen, (QList<QVariantList>{{"#15171c"}, {""}}));
+        QCOMPARE(changed.size(), 0);
     }
 
     void aSwatchReplacesWhatWasTyped()
@@ -200,45 +207,9 @@ private Q_SLOTS:
         f.settings.setHexInput("zz");
         f.settings.commitHexInput();
         // The same colour as before: nothing changes but the field.
-        f.settings.setResponseTextColorHex(QString());
+        f.settings.chooseTextColor(0);
         QCOMPARE(f.settings.hexInput(), QString());
         QCOMPARE(f.settings.hexError(), QString());
-    }
-
-    void models()
-    {
-        Fixture f;
-        f.settings.setSelectedModelId("m1");
-        QSignalSpy selected(&f.settings, &SettingsModel::modelSelected);
-        f.settings.selectModel("m1");
-        f.settings.selectModel("gone");
-        f.settings.selectModel("m2");
-        // The marked one, too: it may be no choice of the user's yet.
-        QCOMPARE(selected, (QList<QVariantList>{{"m1"}, {"m2"}}));
-    }
-
-    void appearance()
-    {
-        Fixture f;
-        QCOMPARE(f.settings.appearanceMode(), "system");
-        QSignalSpy chosen(&f.settings, &SettingsModel::appearanceChosen);
-        f.settings.chooseAppearance("system");
-        f.settings.chooseAppearance("Dark");
-        f.settings.chooseAppearance("dark");
-        QCOMPARE(chosen, (QList<QVariantList>{{"dark"}}));
-    }
-
-    void switchesAskForTheOpposite()
-    {
-        Fixture f;
-        QSignalSpy thread(&f.settings, &SettingsModel::startNewThreadPerSendToggled);
-        QSignalSpy prompt(&f.settings, &SettingsModel::dontClearPromptAfterSendToggled);
-        f.settings.toggleStartNewThreadPerSend();
-        f.settings.setDontClearPromptAfterSendEnabled(true);
-        f.settings.toggleDontClearPromptAfterSend();
-        QCOMPARE(thread, (QList<QVariantList>{{true}}));
-        QCOMPARE(prompt, (QList<QVariantList>{{false}}));
-        QVERIFY(!f.settings.startNewThreadPerSendEnabled());
     }
 
     void closingAsksOnlyWhileOpen()
@@ -291,11 +262,11 @@ private Q_SLOTS:
         Fixture f;
         QSignalSpy changed(&f.settings, &SettingsModel::modelHintChanged);
         QCOMPARE(f.settings.modelHint(), "Choose which Claude model handles your requests.");
-        f.settings.setAnswererName("Offline reader");
+        f.models.setOffer({{"r", "Offline reader", ""}}, "r");
         QCOMPARE(f.settings.modelHint(), "Choose which model handles your requests.");
-        f.settings.setAnswererName("Offline reader");
+        f.models.setOffer({{"r", "Offline reader", ""}}, "r");
         QCOMPARE(changed.size(), 1);
-        f.settings.setAnswererName("Claude");
+        f.models.setOffer({{"m1", "Claude One", "first"}}, "m1");
         QCOMPARE(f.settings.modelHint(), "Choose which Claude model handles your requests.");
         QCOMPARE(changed.size(), 2);
     }

@@ -17,7 +17,7 @@ ALLOWED = {
     "page": ["base", "platform", "backend", "history"],
     "ui": ["base", "platform"],
     "panels": ["base", "backend", "query"],
-    "sheets": ["platform", "backend", "hotkeys", "history", "panels"],
+    "sheets": ["base", "platform", "backend", "hotkeys", "history", "panels"],
     "login": ["base", "platform", "backend", "ui"],
     "overlay": ["base", "platform", "backend", "hotkeys", "history", "query", "page", "ui",
                 "panels", "sheets"],

@@ -26,7 +26,6 @@ class HistoryModel : public QAbstractListModel
     Q_PROPERTY(bool isOpen READ isOpen NOTIFY openChanged)
     Q_PROPERTY(bool isRenaming READ isRenaming NOTIFY renamingChanged)
     Q_PROPERTY(QString searchText READ searchText WRITE setSearchText NOTIFY searchTextChanged)
-    Q_PROPERTY(int count READ count NOTIFY countChanged)
     Q_PROPERTY(bool hasThreads READ hasThreads NOTIFY countChanged)
     Q_PROPERTY(bool isLoading READ isLoading NOTIFY progressChanged)
     Q_PROPERTY(double progress READ progress NOTIFY progressChanged)
@@ -64,7 +63,6 @@ public:
     bool isRenaming() const { return m_history.isRenamingHistoryRow(); }
     QString searchText() const { return m_searchText; }
     void setSearchText(const QString &text);
-    int count() const { return int(m_visible.size()); }
     bool hasThreads() const { return !m_history.historySessions().isEmpty(); }
     bool isLoading() const { return m_history.isLoading(); }
     /// Share of the list that has been read, 0 to 1.
@@ -100,6 +98,7 @@ Q_SIGNALS:
     void rowDeleted(int row);
 
 private:
+    int count() const { return int(m_visible.size()); }
     const ThreadSummary &at(int row) const;
     bool matches(const ThreadSummary &thread) const;
     void rebuild();

@@ -8,7 +8,6 @@ Rectangle {
 
     required property SettingsModel settings
     property ThemeTokens theme: Tokens.sheetDark
-    readonly property var modes: ["light", "dark", "system"]
     /// Narrower segments for narrow windows.
     property real available: width
     readonly property real step: Math.min(96, Math.floor((available - 4) / 3))
@@ -24,14 +23,15 @@ Rectangle {
     ChoiceGroup {
         id: order
         choices: buttons
-        current: segment.modes.indexOf(segment.settings.appearanceMode)
+        current: buttons.model.findIndex(
+                     choice => choice.value === segment.settings.stored.appearance)
     }
     Repeater {
         id: buttons
         model: [
-            {"mode": "light", "words": qsTr("Light"), "icon": "sun"},
-            {"mode": "dark", "words": qsTr("Dark"), "icon": "moon"},
-            {"mode": "system", "words": qsTr("System"), "icon": "monitor"}
+            {"value": Settings.Light, "id": "light", "words": qsTr("Light"), "icon": "sun"},
+            {"value": Settings.Dark, "id": "dark", "words": qsTr("Dark"), "icon": "moon"},
+            {"value": Settings.System, "id": "system", "words": qsTr("System"), "icon": "monitor"}
         ]
 
         delegate: Choice {
@@ -43,13 +43,13 @@ Rectangle {
 
             theme: segment.theme
             group: order
-            objectName: "appearance-" + modelData.mode
+            objectName: "appearance-" + modelData.id
             name: modelData.words
             x: 2 + index * segment.step
             y: 2
             width: segment.step
             height: 28
-            onPicked: segment.settings.chooseAppearance(modelData.mode)
+            onPicked: segment.settings.stored.appearance = modelData.value
 
             background: Item {
                 Rectangle {

@@ -16,7 +16,7 @@ Card {
         choices: rows
         current: {
             void rows.count
-            return modelCard.settings.models.rowOf(modelCard.settings.selectedModelId)
+            return modelCard.settings.models.rowOf(modelCard.settings.models.selectedId)
         }
     }
     Label {
@@ -46,7 +46,8 @@ Card {
                 objectName: "model-" + modelId
                 name: displayName
                 hint: descriptor
-                onPicked: modelCard.settings.selectModel(modelId)
+                // Also the one in use: it may be the backend's choice, and becomes the user's.
+                onPicked: modelCard.settings.models.choose(modelId)
             }
         }
     }

@@ -13,7 +13,7 @@ Card {
     ChoiceGroup {
         id: order
         choices: rows
-        current: screenCard.settings.captureAllScreens ? 1 : 0
+        current: screenCard.settings.stored.captureAllScreens ? 1 : 0
     }
     Column {
         width: parent.width
@@ -30,7 +30,7 @@ Card {
                 group: order
                 objectName: "captureScreens-" + index
                 name: modelData
-                onPicked: screenCard.settings.chooseCaptureAllScreens(index === 1)
+                onPicked: screenCard.settings.stored.captureAllScreens = index === 1
             }
         }
     }

@@ -124,8 +124,8 @@ Column {
                     hint: qsTr("Off: threads accumulate — every Send/Capture & Send continues the "
                                + "current one. On: each Send/Capture & Send begins a fresh thread "
                                + "automatically.")
-                    on: content.settings.startNewThreadPerSendEnabled
-                    onToggledByUser: content.settings.toggleStartNewThreadPerSend()
+                    on: content.settings.stored.startNewThreadPerSendEnabled
+                    onToggledByUser: content.settings.stored.startNewThreadPerSendEnabled = !on
                 }
                 SwitchRow {
                     objectName: "dontClearPromptAfterSend"
@@ -136,8 +136,8 @@ Column {
                     name: qsTr("Don't clear prompt after sending")
                     hint: qsTr("Keep your prompt in the box after Send or Capture & Send, so you "
                                + "can capture something new and ask again. Notes still clear.")
-                    on: content.settings.dontClearPromptAfterSendEnabled
-                    onToggledByUser: content.settings.toggleDontClearPromptAfterSend()
+                    on: content.settings.stored.dontClearPromptAfterSendEnabled
+                    onToggledByUser: content.settings.stored.dontClearPromptAfterSendEnabled = !on
                 }
             }
         }

@@ -1,20 +1,26 @@
 #include "sheets/settings/SettingsModel.h"
 
 #include "backend/Answerer.h"
+#include "base/Text.h"
 
 #include <optional>
 #include <utility>
 
 namespace quellora {
 
-SettingsModel::SettingsModel(ModelListModel &models, HotkeyRebinding &rebinding, Vocabulary words,
-                             QObject *parent)
+SettingsModel::SettingsModel(Settings &settings, ModelListModel &models, HotkeyRebinding &rebinding,
+                             Vocabulary words, QObject *parent)
     : QObject(parent)
+    , m_settings(settings)
     , m_models(models)
     , m_words(std::move(words))
     , m_hotkeyRows(rebinding, m_words)
-    , m_answerer(givenAnswerer)
-{}
+{
+    connect(&m_models, &ModelListModel::selectedChanged, this, &SettingsModel::modelHintChanged);
+    connect(&m_settings, &Settings::responseTextColorHexChanged, this,
+            &SettingsModel::showTextColor);
+    showTextColor();
+}
 
 void SettingsModel::setOpen(bool isOpen)
 {
@@ -35,17 +41,9 @@ void SettingsModel::setLightTheme(bool isLight)
     Q_EMIT isLightThemeChanged();
 }
 
-void SettingsModel::setAnswererName(const QString &name)
-{
-    if (name == m_answerer)
-        return;
-    m_answerer = name;
-    Q_EMIT modelHintChanged();
-}
-
 QString SettingsModel::modelHint() const
 {
-    return m_answerer == givenAnswerer
+    return m_models.answererName() == givenAnswerer
                ? QStringLiteral("Choose which Claude model handles your requests.")
                : QStringLiteral("Choose which model handles your requests.");
 }
@@ -65,62 +63,12 @@ void SettingsModel::setCaptureNote(const QString &note)
     Q_EMIT captureNoteChanged();
 }
 
-void SettingsModel::setSelectedModelId(const QString &id)
-{
-    if (id == m_selectedModelId)
-        return;
-    m_selectedModelId = id;
-    Q_EMIT selectedModelIdChanged();
-}
-
-void SettingsModel::setAppearanceMode(const QString &mode)
-{
-    if (mode == m_appearanceMode)
-        return;
-    m_appearanceMode = mode;
-    Q_EMIT appearanceModeChanged();
-}
-
-void SettingsModel::setResponseTextColorHex(const QString &hex)
-{
-    if (hex != m_responseTextColorHex) {
-        m_responseTextColorHex = hex;
-        m_textColors.setChosenHex(hex);
-        Q_EMIT responseTextColorHexChanged();
-    }
-    restoreHexInput();
-}
-
-void SettingsModel::setStartNewThreadPerSendEnabled(bool isEnabled)
-{
-    if (isEnabled == m_startNewThreadPerSend)
-        return;
-    m_startNewThreadPerSend = isEnabled;
-    Q_EMIT startNewThreadPerSendEnabledChanged();
-}
-
-void SettingsModel::setDontClearPromptAfterSendEnabled(bool isEnabled)
-{
-    if (isEnabled == m_dontClearPromptAfterSend)
-        return;
-    m_dontClearPromptAfterSend = isEnabled;
-    Q_EMIT dontClearPromptAfterSendEnabledChanged();
-}
-
 void SettingsModel::setScreenChoiceOffered(bool isOffered)
 {
     if (isOffered == m_isScreenChoiceOffered)
         return;
     m_isScreenChoiceOffered = isOffered;
     Q_EMIT isScreenChoiceOfferedChanged();
-}
-
-void SettingsModel::setCaptureAllScreens(bool isEnabled)
-{
-    if (isEnabled == m_captureAllScreens)
-        return;
-    m_captureAllScreens = isEnabled;
-    Q_EMIT captureAllScreensChanged();
 }
 
 void SettingsModel::setHexInput(const QString &text)
@@ -139,10 +87,29 @@ void SettingsModel::setHexError(const QString &error)
     Q_EMIT hexErrorChanged();
 }
 
+QString SettingsModel::textColorHex() const
+{
+    const QString stored = m_settings.responseTextColorHex().value_or(QString());
+    return isHexColor(stored) ? stored : QString();
+}
+
+void SettingsModel::storeTextColor(const QString &hex)
+{
+    m_settings.setResponseTextColorHex(hex.isEmpty() ? std::nullopt : std::optional(hex));
+    // Also when it is the colour in force already.
+    restoreHexInput();
+}
+
+void SettingsModel::showTextColor()
+{
+    m_textColors.setChosenHex(textColorHex());
+    restoreHexInput();
+}
+
 void SettingsModel::restoreHexInput()
 {
     setHexError(QString());
-    setHexInput(m_responseTextColorHex);
+    setHexInput(textColorHex());
 }
 
 void SettingsModel::close()
@@ -151,24 +118,10 @@ void SettingsModel::close()
         Q_EMIT closeRequested();
 }
 
-void SettingsModel::selectModel(const QString &id)
-{
-    if (m_models.rowOf(id) >= 0)
-        Q_EMIT modelSelected(id);
-}
-
-void SettingsModel::chooseAppearance(const QString &mode)
-{
-    const bool isKnown = mode == QLatin1StringView("light") || mode == QLatin1StringView("dark") ||
-                         mode == QLatin1StringView("system");
-    if (isKnown && mode != m_appearanceMode)
-        Q_EMIT appearanceChosen(mode);
-}
-
 void SettingsModel::chooseTextColor(int row)
 {
     if (row >= 0 && row < m_textColors.rowCount())
-        Q_EMIT responseTextColorChosen(m_textColors.hexAt(row));
+        storeTextColor(m_textColors.hexAt(row));
 }
 
 void SettingsModel::commitHexInput()
@@ -178,31 +131,15 @@ void SettingsModel::commitHexInput()
         setHexError(QStringLiteral("Enter a valid hex color, e.g. #8899aa"));
         return;
     }
-    setHexError(QString());
-    Q_EMIT responseTextColorChosen(*hex);
+    storeTextColor(*hex);
 }
 
 void SettingsModel::leaveHexInput()
 {
-    if (m_hexInput.trimmed().isEmpty() || m_hexInput == m_responseTextColorHex)
+    if (m_hexInput.trimmed().isEmpty() || m_hexInput == textColorHex())
         restoreHexInput();
     else
         commitHexInput();
-}
-
-void SettingsModel::toggleStartNewThreadPerSend()
-{
-    Q_EMIT startNewThreadPerSendToggled(!m_startNewThreadPerSend);
-}
-
-void SettingsModel::toggleDontClearPromptAfterSend()
-{
-    Q_EMIT dontClearPromptAfterSendToggled(!m_dontClearPromptAfterSend);
-}
-
-void SettingsModel::chooseCaptureAllScreens(bool isEnabled)
-{
-    Q_EMIT captureAllScreensChosen(isEnabled);
 }
 
 } // namespace quellora

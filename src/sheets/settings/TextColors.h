@@ -35,7 +35,7 @@ public:
     void setChosenHex(const QString &hex);
     int chosenRow() const;
     /// What choosing a row stores; empty for the theme's colour.
-    Q_INVOKABLE QString hexAt(int row) const;
+    QString hexAt(int row) const;
 
 Q_SIGNALS:
     void chosenRowChanged();

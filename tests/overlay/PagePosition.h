@@ -1,0 +1,18 @@
+#pragma once
+
+#include "overlay/ResponseScrollbarModel.h"
+
+#include <algorithm>
+
+namespace quellora {
+
+/// Reports to @p bar what the display makes of a page's position in pixels.
+inline void reportPosition(ResponseScrollbarModel &bar, double scrollTop, double scrollHeight,
+                           double clientHeight)
+{
+    const double extent = scrollHeight - clientHeight;
+    bar.setPosition(clientHeight < scrollHeight, clientHeight / std::max(scrollHeight, 1.0),
+                    extent >= 1 ? scrollTop / extent : scrollTop);
+}
+
+} // namespace quellora
