@@ -278,7 +278,7 @@ void streamTimes(EngineWindow &engine)
         const double pageBusy =
             (pageMilliseconds(engine) - pageBefore) / static_cast<double>(clock.elapsed()) * 100;
         QObject::disconnect(counter);
-        renderer.abandon();
+        renderer.abandonStream();
         std::printf("%-12s %5lld KB %12.1f %12.3f %12.2f %12d %10.0f %%\n", name,
                     text.size() / 1024, busy, busy * perFrame / static_cast<double>(text.size()),
                     worst, renders, pageBusy);

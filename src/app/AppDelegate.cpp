@@ -120,7 +120,7 @@ void AppDelegate::startOverlay()
     if (!m_overlay)
         qFatal("The overlay could not be created");
     log(QStringLiteral("OverlayWindowController created"));
-    m_overlay->showWindow();
+    m_overlay->show();
     log(QStringLiteral("Overlay window shown"));
     applyConfigAtStart();
 
@@ -143,11 +143,7 @@ void AppDelegate::applyConfigAtStart()
     const std::optional<AppConfigResponse> config = m_with.session.currentConfig();
     if (!config)
         return;
-    m_overlay->updateUsage(config->tokensUsed, config->tokenCap);
-    m_overlay->resolveModelSelection(*config);
-    // A local problem keeps the user from working at all, so it goes before the server's message.
-    const auto &local = m_with.permissions.pendingAdminMessage();
-    m_overlay->setCurrentAdminMessage(local ? local : config->adminMessage);
+    m_overlay->applyConfigAtStart(*config);
     const auto token = m_with.session.sessionToken();
     if (config->requestLogs.value_or(false) && token && m_with.shipLogs)
         m_with.shipLogs(*token);

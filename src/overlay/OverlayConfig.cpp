@@ -15,6 +15,16 @@ OverlayConfig::OverlayConfig(const Collaborators &collaborators) : m_with(collab
                 &OverlayConfig::startupMessageChanged);
 }
 
+void OverlayConfig::applyConfigAtStart(const AppConfigResponse &config)
+{
+    m_with.messages.updateUsage(config.tokensUsed, config.tokenCap);
+    m_with.models.setOffer(config.availableModels, config.model);
+    // A local problem keeps the user from working at all, so it takes precedence.
+    const auto local =
+        m_with.permissions ? m_with.permissions->pendingAdminMessage() : std::nullopt;
+    m_with.messages.setCurrentAdminMessage(local ? local : config.adminMessage);
+}
+
 void OverlayConfig::applyConfig(const AppConfigResponse &config)
 {
     const QueryOrchestrator::Activity activity = m_with.orchestrator.activity();

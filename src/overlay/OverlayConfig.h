@@ -32,6 +32,8 @@ public:
 
     explicit OverlayConfig(const Collaborators &collaborators);
 
+    /// The configuration that sign-in brought.
+    void applyConfigAtStart(const AppConfigResponse &config);
     /// A refreshed configuration has arrived.
     void applyConfig(const AppConfigResponse &config);
     /// The user has turned to the program, perhaps after granting what it lacked.

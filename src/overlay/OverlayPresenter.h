@@ -14,7 +14,6 @@ class OverlayPresenter
 public:
     virtual ~OverlayPresenter() = default;
 
-    virtual void showWindow() = 0;
     virtual void closeWindow() = 0;
     /// The process is about to end past the window's own end: keeps what has arrived of answers and
     /// leaves no picture behind. Nothing is shown any more.
@@ -33,9 +32,8 @@ public:
     /// for elsewhere did not happen.
     virtual void showNotice(const QString &text) = 0;
 
-    virtual void updateUsage(qint64 tokensUsed, qint64 tokenCap) = 0;
-    virtual void resolveModelSelection(const AppConfigResponse &config) = 0;
-    virtual void setCurrentAdminMessage(const std::optional<AdminMessagePayload> &message) = 0;
+    /// Applies the configuration that sign-in brought.
+    virtual void applyConfigAtStart(const AppConfigResponse &config) = 0;
 };
 
 } // namespace quellora

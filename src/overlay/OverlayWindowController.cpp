@@ -46,11 +46,10 @@ OverlayWindowController::OverlayWindowController(const VantiroConfig &config,
     , m_theme(m_with.platform.appearance())
     , m_display(*m_with.surface, m_workspace, QDir::tempPath())
     , m_stream(m_display)
-    , m_answers(m_display, m_stream, [this] { show(); })
-    , m_messages(m_answers, m_with.endpoints)
+    , m_messages(m_stream, m_with.endpoints)
     , m_threads(m_with.settings, m_with.saver)
     , m_orchestrator(std::make_unique<QueryOrchestrator>(QueryOrchestrator::Collaborators{
-          m_with.session, m_with.settings, m_threads, m_messages, m_with.service, m_answers,
+          m_with.session, m_with.settings, m_threads, m_messages, m_with.service, m_stream,
           m_with.capture, [this] {
               const QString id = m_panels.models()->selectedId();
               return id.isEmpty() ? std::nullopt : std::optional(id);
@@ -65,12 +64,12 @@ OverlayWindowController::OverlayWindowController(const VantiroConfig &config,
         m_messages, m_threads, *m_orchestrator, m_display, m_overlay, m_panels, m_menu});
     m_configuration = std::make_unique<OverlayConfig>(OverlayConfig::Collaborators{
         m_with.session, m_messages, *m_orchestrator, *m_panels.models(), m_with.permissions});
-    connect(&m_with.notifications, &NotificationCenter::configDidUpdate, this,
-            &OverlayWindowController::handleConfigDidUpdate);
+    connect(&m_with.notifications, &NotificationCenter::configDidUpdate, m_configuration.get(),
+            &OverlayConfig::applyConfig);
     connect(qGuiApp, &QGuiApplication::applicationStateChanged, this,
             [this](Qt::ApplicationState state) {
                 if (state == Qt::ApplicationActive)
-                    handleAppDidBecomeActive();
+                    m_configuration->handleAppDidBecomeActive();
             });
     log(QStringLiteral("init complete"));
 }
@@ -129,8 +128,10 @@ void OverlayWindowController::wireOverlay()
         if (m_isVisible)
             toggleVisibility();
     });
-    connect(&m_overlay, &OverlayModel::zoomRequested, this,
-            &OverlayWindowController::handleZoomButton);
+    connect(&m_overlay, &OverlayModel::zoomRequested, &m_placement,
+            &PanelPlacement::handleZoomButton);
+    connect(&m_stream, &StreamingRenderer::showWindowRequested, this,
+            &OverlayWindowController::show);
     connect(&m_panel, &NonFocusPanel::draggedTo, &m_placement, &PanelPlacement::placedByUser);
     connect(&m_overlay, &OverlayModel::sliderMoved, this, &OverlayWindowController::sliderChanged);
     connect(&m_overlay, &OverlayModel::menuToggled, this,
@@ -205,8 +206,7 @@ void OverlayWindowController::wireOverlay()
                 &OverlayHistory::close);
     }
     m_menu.setSettingsAvailable(true);
-    connect(&m_menu, &HamburgerMenuModel::settingsRequested, this,
-            &OverlayWindowController::settingsMenuItemClicked);
+    connect(&m_menu, &HamburgerMenuModel::settingsRequested, &m_settings, &OverlaySettings::open);
     connect(&m_menu, &HamburgerMenuModel::accountRequested, this, [this] {
         log(QStringLiteral("Account link clicked"));
         m_workspace.openUrl(m_with.endpoints.account());
@@ -339,15 +339,9 @@ void OverlayWindowController::showNotice(const QString &text)
     m_overlay.showNotice(text);
 }
 
-void OverlayWindowController::updateUsage(qint64 tokensUsed, qint64 tokenCap)
+void OverlayWindowController::applyConfigAtStart(const AppConfigResponse &config)
 {
-    m_messages.updateUsage(tokensUsed, tokenCap);
-}
-
-void OverlayWindowController::setCurrentAdminMessage(
-    const std::optional<AdminMessagePayload> &message)
-{
-    m_messages.setCurrentAdminMessage(message);
+    m_configuration->applyConfigAtStart(config);
 }
 
 void OverlayWindowController::updateClickThroughState()

@@ -3,7 +3,6 @@
 #include "base/VantiroConfig.h"
 #include "history/ThreadController.h"
 #include "overlay/NonFocusPanel.h"
-#include "overlay/OverlayAnswerDisplay.h"
 #include "overlay/OverlayConfig.h"
 #include "overlay/OverlayHistory.h"
 #include "overlay/OverlayMirror.h"
@@ -78,10 +77,9 @@ public:
     OverlayWindowController(const VantiroConfig &config, Collaborators collaborators);
     ~OverlayWindowController() override;
 
-    void showWindow() override { show(); }
+    void show() override;
     void closeWindow() override;
     void finishAtOnce() override;
-    void show() override;
     void triggerCaptureAndSend() override { m_orchestrator->triggerCaptureAndSend(); }
     void captureNoSend() override { m_orchestrator->captureNoSend(); }
     void clearContent() override;
@@ -89,27 +87,13 @@ public:
     void adjustOpacity(double delta) override;
     void startNewThread() override;
     void showNotice(const QString &text) override;
-    void updateUsage(qint64 tokensUsed, qint64 tokenCap) override;
-    void resolveModelSelection(const AppConfigResponse &config) override
-    {
-        m_panels.models()->setOffer(config.availableModels, config.model);
-    }
-    void setCurrentAdminMessage(const std::optional<AdminMessagePayload> &message) override;
+    void applyConfigAtStart(const AppConfigResponse &config) override;
 
     /// The opacity slider moved; the value is within its range.
     void sliderChanged(double value);
-    void handleZoomButton() { m_placement.handleZoomButton(); }
     void toggleHamburgerMenu();
     /// Ends the session through the session-expired path, as the status item does.
     void signOutClicked();
-    void settingsMenuItemClicked() { m_settings.open(); }
-    /// A refreshed configuration has arrived.
-    void handleConfigDidUpdate(const AppConfigResponse &config)
-    {
-        m_configuration->applyConfig(config);
-    }
-    /// The user has turned to the program, perhaps after granting what it lacked.
-    void handleAppDidBecomeActive() { m_configuration->handleAppDidBecomeActive(); }
 
     bool isVisible() const { return m_isVisible; }
     NonFocusPanel &panel() { return m_panel; }
@@ -149,7 +133,6 @@ private:
     ThemeController m_theme;
     ResponseDisplay m_display;
     StreamingRenderer m_stream;
-    OverlayAnswerDisplay m_answers;
     ServiceMessages m_messages;
     ThreadController m_threads;
     std::unique_ptr<QueryOrchestrator> m_orchestrator;

@@ -44,10 +44,10 @@ void StreamingRenderer::handleStreamStart(
     loadShell(session, prompt, queryStart, screenshot);
 }
 
-void StreamingRenderer::resume(const std::optional<CaptureSession> &session, const QString &prompt,
-                               const QDateTime &queryStart,
-                               const std::optional<CaptureSession::Screenshot> &screenshot,
-                               const QString &answer)
+void StreamingRenderer::resumeStream(const std::optional<CaptureSession> &session,
+                                     const QString &prompt, const QDateTime &queryStart,
+                                     const std::optional<CaptureSession::Screenshot> &screenshot,
+                                     const QString &answer)
 {
     Log::event(QStringLiteral("[OverlayWindowController] Stream resumed (%1 chars)")
                    .arg(characterCount(answer)));
@@ -60,14 +60,14 @@ void StreamingRenderer::loadShell(const std::optional<CaptureSession> &session,
                                   const QString &prompt, const QDateTime &queryStart,
                                   const std::optional<CaptureSession::Screenshot> &screenshot)
 {
-    abandon();
+    abandonStream();
     Log::event(QStringLiteral("[OverlayWindowController] loadStreamingThreadShell() — building "
                               "shell HTML"));
     m_question = {session.value_or(CaptureSession()), prompt, indexOf(screenshot)};
     m_shell = m_display.loadStreamingShell(session, prompt, queryStart, screenshot);
 }
 
-void StreamingRenderer::abandon()
+void StreamingRenderer::abandonStream()
 {
     m_question = {};
     m_answer.clear();
@@ -150,7 +150,7 @@ void StreamingRenderer::onPageFinished(ResponseDisplay::PageId page)
 {
     if (m_isFinished && page > m_shell) {
         // Another page has taken over.
-        abandon();
+        abandonStream();
         return;
     }
     if (m_shell == 0 || page != m_shell)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "page/ResponseDisplay.h"
+#include "query/AnswerDisplay.h"
 
 #include <QObject>
 
@@ -13,7 +14,7 @@ namespace quellora {
 /// The page is sent only what is new; it renders the answer so that Markdown split across chunks
 /// comes out right. What arrives before the page is ready, or while it is busy, is sent as one
 /// piece. A finished answer stays where it is when its thread is shown with it as the last turn.
-class StreamingRenderer : public QObject
+class StreamingRenderer : public QObject, public AnswerDisplay
 {
     Q_OBJECT
 
@@ -21,26 +22,27 @@ public:
     /// @param display must outlive this object
     explicit StreamingRenderer(ResponseDisplay &display, QObject *parent = nullptr);
 
-    /// Begins an answer, discarding one that is still under way.
-    /// @param session the current thread, whose entries are shown above
-    /// @param screenshot the one that goes with this question, if any
+    void loadContent(const QString &markdown) override { m_display.loadContent(markdown); }
+    /// Keeps the page if it shows just this thread with the finished answer.
+    void renderThread(const CaptureSession &session) override;
+    /// Discards an answer that is still under way.
     void handleStreamStart(const std::optional<CaptureSession> &session, const QString &prompt,
                            const QDateTime &queryStart,
-                           const std::optional<CaptureSession::Screenshot> &screenshot);
-    /// Shows an answer under way again with @p answer, which has arrived already; its thread may
-    /// have changed meanwhile.
-    void resume(const std::optional<CaptureSession> &session, const QString &prompt,
-                const QDateTime &queryStart,
-                const std::optional<CaptureSession::Screenshot> &screenshot, const QString &answer);
-    void handleStreamChunk(const QString &text);
+                           const std::optional<CaptureSession::Screenshot> &screenshot) override;
+    void resumeStream(const std::optional<CaptureSession> &session, const QString &prompt,
+                      const QDateTime &queryStart,
+                      const std::optional<CaptureSession::Screenshot> &screenshot,
+                      const QString &answer) override;
+    void handleStreamChunk(const QString &text) override;
     /// Completes the answer in the page, with highlighted code.
-    void handleStreamEnd();
-    /// Ends a failed or cancelled stream; the page stays as it is.
-    void abandon();
+    void handleStreamEnd() override;
+    /// The page stays as it is.
+    void abandonStream() override;
+    void showWindow() override { Q_EMIT showWindowRequested(); }
 
-    /// Shows a whole thread, keeping the page if it shows just that thread with the finished
-    /// answer.
-    void renderThread(const CaptureSession &session);
+Q_SIGNALS:
+    /// The window is to be brought to the front without activating the application.
+    void showWindowRequested();
 
 private:
     /// What the shell page shows besides the answer.

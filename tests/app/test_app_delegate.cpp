@@ -36,13 +36,12 @@ private:
 class FakeOverlay : public OverlayPresenter
 {
 public:
-    FakeOverlay(QStringList &calls, int &alive, std::function<void()> onUsageUpdate)
-        : m_calls(calls), m_alive(alive), m_onUsageUpdate(std::move(onUsageUpdate))
+    FakeOverlay(QStringList &calls, int &alive, std::function<void()> onConfig)
+        : m_calls(calls), m_alive(alive), m_onConfig(std::move(onConfig))
     {
         ++m_alive;
     }
     ~FakeOverlay() override { --m_alive; }
-    void showWindow() override { m_calls << "showWindow"; }
     void closeWindow() override { m_calls << "closeWindow"; }
     void finishAtOnce() override { m_calls << "finishAtOnce"; }
     void show() override { m_calls << "show"; }
@@ -56,25 +55,17 @@ public:
     }
     void startNewThread() override { m_calls << "startNewThread"; }
     void showNotice(const QString &text) override { m_calls << "showNotice " + text; }
-    void updateUsage(qint64 used, qint64 cap) override
+    void applyConfigAtStart(const AppConfigResponse &config) override
     {
-        m_calls << QStringLiteral("updateUsage %1 %2").arg(used).arg(cap);
-        if (m_onUsageUpdate)
-            m_onUsageUpdate();
-    }
-    void resolveModelSelection(const AppConfigResponse &config) override
-    {
-        m_calls << "resolveModelSelection " + config.model;
-    }
-    void setCurrentAdminMessage(const std::optional<AdminMessagePayload> &message) override
-    {
-        m_calls << "setCurrentAdminMessage " + (message ? message->id : QString("none"));
+        m_calls << "applyConfigAtStart " + config.model;
+        if (m_onConfig)
+            m_onConfig();
     }
 
 private:
     QStringList &m_calls;
     int &m_alive;
-    std::function<void()> m_onUsageUpdate;
+    std::function<void()> m_onConfig;
 };
 
 class FakeStatusItem : public StatusItem
@@ -172,7 +163,7 @@ struct Fixture
                 },
                 [this](const VantiroConfig &given) {
                     overlayConfig = given;
-                    return std::make_unique<FakeOverlay>(calls, overlaysAlive, onUsageUpdate);
+                    return std::make_unique<FakeOverlay>(calls, overlaysAlive, onConfig);
                 },
                 [this] {
                     return std::make_unique<MenuBarController>(
@@ -211,7 +202,7 @@ struct Fixture
     int quits = 0;
     QStringList calls;
     QStringList shippedTokens;
-    std::function<void()> onUsageUpdate;
+    std::function<void()> onConfig;
     std::optional<VantiroConfig> overlayConfig;
     FakeLogin *lastLogin = nullptr;
     std::unique_ptr<AppDelegate> delegate;
@@ -289,8 +280,7 @@ private Q_SLOTS:
         f.log.clear();
         f.signIn(account());
         QCOMPARE(f.overlayConfig, f.config);
-        QCOMPARE(f.calls, (QStringList{"showWindow", "updateUsage 5 50", "resolveModelSelection m",
-                                       "setCurrentAdminMessage none"}));
+        QCOMPARE(f.calls, (QStringList{"show", "applyConfigAtStart m"}));
         QCOMPARE(f.log.lines.first(), "[AppDelegate] OverlayWindowController created");
         QCOMPARE(f.log.lines.at(1), "[AppDelegate] Overlay window shown");
         QCOMPARE(f.log.lines.at(2), "[HeartbeatService] Starting, interval: 60.0s");
@@ -304,22 +294,6 @@ private Q_SLOTS:
         f.calls.clear();
         f.delegate->menuBar()->onShowOverlay();
         QCOMPARE(f.calls, QStringList{"show"});
-    }
-
-    void localProblemGoesBeforeTheServersMessage()
-    {
-        Fixture f;
-        f.systemPermissions.accessibility = false;
-        f.launch();
-        AppConfigResponse config = account();
-        config.adminMessage = AdminMessagePayload{"server", "BLOCKING", "h", "b", {}, {}, {}};
-        f.signIn(config);
-        QVERIFY(f.calls.contains("setCurrentAdminMessage startup-permission-issues"));
-
-        Fixture healthy;
-        healthy.launch();
-        healthy.signIn(config);
-        QVERIFY(healthy.calls.contains("setCurrentAdminMessage server"));
     }
 
     void logsAreShippedOnlyWhenAskedFor()
@@ -345,10 +319,10 @@ private Q_SLOTS:
         Fixture f;
         f.launch();
         // The session ends while the overlay takes the configuration over.
-        f.onUsageUpdate = [&f] { f.auth.clearSession(); };
+        f.onConfig = [&f] { f.auth.clearSession(); };
         f.signIn(config);
         QVERIFY(!f.session.sessionToken());
-        QVERIFY(f.calls.contains("setCurrentAdminMessage none"));
+        QVERIFY(f.calls.contains("applyConfigAtStart m"));
         QCOMPARE(f.shippedTokens, QStringList());
     }
 
@@ -357,7 +331,7 @@ private Q_SLOTS:
         Fixture f;
         f.launch();
         f.lastLogin->onLoginSuccess();
-        QCOMPARE(f.calls, QStringList{"showWindow"});
+        QCOMPARE(f.calls, QStringList{"show"});
         QVERIFY(!f.heartbeat.isScheduled());
         QVERIFY(f.delegate->menuBar());
     }

@@ -22,7 +22,7 @@ struct Fixture : ControllerFixture
     {
         hotkeys.start(rebinding().hotkeysConfig());
         overlay->show();
-        overlay->settingsMenuItemClicked();
+        overlay->settings().open();
     }
     QString lastScript() const { return surface->scripts.value(surface->scripts.size() - 1); }
 };
@@ -134,8 +134,8 @@ private Q_SLOTS:
         Fixture f;
         f.overlay->show();
         f.platform.panel.calls.clear();
-        f.overlay->settingsMenuItemClicked();
-        f.overlay->settingsMenuItemClicked();
+        f.overlay->settings().open();
+        f.overlay->settings().open();
         QCOMPARE(f.platform.panel.count("makeKey"), 1);
         f.model().close();
         QCOMPARE(f.platform.panel.count("resignKey"), 1);
@@ -150,7 +150,7 @@ private Q_SLOTS:
         f.overlay->show();
         f.overlay->panel().requestActivate();
         QVERIFY(QTest::qWaitForWindowActive(&f.overlay->panel()));
-        f.overlay->settingsMenuItemClicked();
+        f.overlay->settings().open();
         f.model().close();
         QCOMPARE(f.platform.panel.count("makeKey"), 0);
         QCOMPARE(f.platform.panel.count("resignKey"), 0);
@@ -220,7 +220,7 @@ private Q_SLOTS:
         AppConfigResponse account;
         account.model = "m1";
         account.availableModels = {{"m1", "One", "d"}, {"m2", "Two", "d"}};
-        f.overlay->resolveModelSelection(account);
+        f.overlay->applyConfigAtStart(account);
         QCOMPARE(f.model().models(), f.overlay->panelsModel().models());
         QCOMPARE(f.model().models()->selectedId(), "m1");
         QCOMPARE(f.model().models()->count(), 2);

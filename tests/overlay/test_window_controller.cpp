@@ -120,9 +120,9 @@ private Q_SLOTS:
         Fixture f;
         const QRect before = f.overlay->panel().geometry();
         f.log.clear();
-        f.overlay->handleZoomButton();
+        Q_EMIT f.overlay->overlayModel().zoomRequested();
         QCOMPARE(f.overlay->panel().geometry(), f.overlay->panel().screen()->availableGeometry());
-        f.overlay->handleZoomButton();
+        Q_EMIT f.overlay->overlayModel().zoomRequested();
         QCOMPARE(f.overlay->panel().geometry(), before);
         QCOMPARE(f.log.lines,
                  (QStringList{
@@ -136,7 +136,7 @@ private Q_SLOTS:
         Fixture f;
         f.overlay->show();
         const QRect target = f.overlay->panel().screen()->availableGeometry();
-        f.overlay->handleZoomButton();
+        Q_EMIT f.overlay->overlayModel().zoomRequested();
         QTRY_COMPARE(f.overlay->panel().geometry(), target);
     }
 
@@ -263,16 +263,16 @@ private Q_SLOTS:
     {
         Fixture f;
         ModelListModel &models = *f.overlay->panelsModel().models();
-        f.overlay->resolveModelSelection(account());
+        f.overlay->applyConfigAtStart(account());
         QCOMPARE(models.selectedId(), "m1");
         QVERIFY(!f.defaults.stringValue("selectedModelId"));
         models.choose("m2");
         QCOMPARE(f.defaults.stringValue("selectedModelId"), "m2");
-        f.overlay->resolveModelSelection(account());
+        f.overlay->applyConfigAtStart(account());
         QCOMPARE(models.selectedId(), "m2");
         AppConfigResponse other = account("x");
         other.availableModels = {{"m3", "Three", "d"}};
-        f.overlay->resolveModelSelection(other);
+        f.overlay->applyConfigAtStart(other);
         QCOMPARE(models.selectedId(), QString());
         QCOMPARE(f.defaults.stringValue("selectedModelId"), "m2");
     }
@@ -334,7 +334,7 @@ private Q_SLOTS:
         AppConfigResponse config = account();
         config.adminMessage = AdminMessagePayload{"server", "INFORMATIONAL", "h", "b", {}, {}, {}};
         f.auth.setSession("token", config);
-        f.overlay->setCurrentAdminMessage(f.permissions.pendingAdminMessage());
+        f.overlay->messages().setCurrentAdminMessage(f.permissions.pendingAdminMessage());
         const auto activate = [] {
             Q_EMIT qGuiApp->applicationStateChanged(Qt::ApplicationInactive);
             Q_EMIT qGuiApp->applicationStateChanged(Qt::ApplicationActive);
@@ -356,15 +356,28 @@ private Q_SLOTS:
         QVERIFY(!f.overlay->messages().currentAdminMessage());
     }
 
+    void localProblemTakesPrecedenceAtStart()
+    {
+        AppConfigResponse config = account();
+        config.adminMessage = AdminMessagePayload{"server", "BLOCKING", "h", "b", {}, {}, {}};
+        Fixture f;
+        f.overlay->applyConfigAtStart(config);
+        QCOMPARE(f.overlay->messages().currentAdminMessage()->id, "server");
+        f.platform.permission.accessibility = false;
+        f.permissions.checkAccessibility();
+        f.overlay->applyConfigAtStart(config);
+        QCOMPARE(f.overlay->messages().currentAdminMessage()->id, "startup-permission-issues");
+    }
+
     void becomingActiveLeavesOtherMessagesAlone()
     {
         Fixture f;
         f.platform.permission.accessibility = false;
         f.permissions.checkAccessibility();
-        f.overlay->setCurrentAdminMessage(
+        f.overlay->messages().setCurrentAdminMessage(
             AdminMessagePayload{"server", "INFORMATIONAL", "h", "b", {}, {}, {}});
         f.platform.permission.accessibility = true;
-        f.overlay->handleAppDidBecomeActive();
+        Q_EMIT qGuiApp->applicationStateChanged(Qt::ApplicationActive);
         QCOMPARE(f.overlay->messages().currentAdminMessage()->id, "server");
         Q_EMIT f.notifications.configDidUpdate(account());
         QVERIFY(!f.overlay->messages().currentAdminMessage());
@@ -373,7 +386,7 @@ private Q_SLOTS:
     void refreshLeavesWhatTheUserIsDoing()
     {
         Fixture f;
-        f.overlay->resolveModelSelection(account());
+        f.overlay->applyConfigAtStart(account());
         f.overlay->show();
         f.overlay->panelsModel().setPromptText("half a ques");
         f.overlay->panelsModel().setPromptFocused(true);
@@ -425,7 +438,7 @@ private Q_SLOTS:
     {
         Fixture f;
         f.auth.setSession("token", account());
-        f.overlay->updateUsage(1, 1000);
+        f.overlay->messages().updateUsage(1, 1000);
         f.overlay->panelsModel().setPromptText("question");
         f.overlay->panelsModel().send();
         QCOMPARE(f.overlay->orchestrator().activity(), QueryOrchestrator::Activity::Waiting);
@@ -456,7 +469,7 @@ private Q_SLOTS:
         };
         const auto cycle = [&] {
             f.make();
-            f.overlay->updateUsage(1, 1000);
+            f.overlay->messages().updateUsage(1, 1000);
             f.overlay->show();
             settle();
             f.overlay->closeWindow();
@@ -478,7 +491,7 @@ private Q_SLOTS:
     void blockingReachesPanelsAndStrip()
     {
         Fixture f;
-        f.overlay->updateUsage(1, 1000);
+        f.overlay->messages().updateUsage(1, 1000);
         QVERIFY(!f.overlay->panelsModel().isBlocked());
         f.overlay->messages().handleServerMessage("no");
         QVERIFY(f.overlay->panelsModel().isBlocked());
@@ -526,9 +539,9 @@ private Q_SLOTS:
     void captureDisablesTheButtonsWhileItRuns()
     {
         Fixture f;
-        f.overlay->updateUsage(0, 1000);
+        f.overlay->messages().updateUsage(0, 1000);
         f.capture.start();
-        f.overlay->captureNoSend();
+        f.overlay->orchestrator().captureNoSend();
         QVERIFY(f.overlay->panelsModel().isCapturing());
         QCOMPARE(f.overlay->overlayModel().status(), OverlayModel::Status::Capturing);
         f.capture.addResult(ScreenshotCapture::Result{"jpeg", 1});
@@ -567,9 +580,9 @@ private Q_SLOTS:
     void stopGivesUpTheCaptureAndFreesTheButtons()
     {
         Fixture f;
-        f.overlay->updateUsage(0, 1000);
+        f.overlay->messages().updateUsage(0, 1000);
         f.capture.start();
-        f.overlay->captureNoSend();
+        f.overlay->orchestrator().captureNoSend();
         QVERIFY(f.overlay->overlayModel().canStop());
         f.overlay->overlayModel().stop();
         QVERIFY(f.capture.isCanceled());
@@ -582,26 +595,26 @@ private Q_SLOTS:
     void hiddenPanelComesForwardWithTheReason()
     {
         Fixture f;
-        f.overlay->updateUsage(1000, 1000);
+        f.overlay->messages().updateUsage(1000, 1000);
         f.overlay->show();
         f.overlay->toggleVisibility();
         f.log.clear();
-        f.overlay->triggerCaptureAndSend();
+        f.overlay->orchestrator().triggerCaptureAndSend();
         QVERIFY(f.overlay->isVisible() && f.overlay->panel().isVisible());
         QCOMPARE(f.log.lines.last(), prefix + "Window shown");
         QCOMPARE(f.overlay->panelsModel().messageHeader(), "Credit Limit Reached");
         // One that is on the screen stays as it is.
         f.log.clear();
-        f.overlay->triggerCaptureAndSend();
+        f.overlay->orchestrator().triggerCaptureAndSend();
         QVERIFY(!f.log.lines.contains(prefix + "Window shown"));
     }
 
     void refusedPictureBringsTheHiddenPanelForward()
     {
         Fixture f;
-        f.overlay->updateUsage(0, 1000);
+        f.overlay->messages().updateUsage(0, 1000);
         f.capture.start();
-        f.overlay->captureNoSend();
+        f.overlay->orchestrator().captureNoSend();
         f.capture.addResult(tl::unexpected(ScreenshotCapture::CaptureError{
             ScreenshotCapture::CaptureError::Kind::ProtectedContent, {}, 0}));
         f.capture.finish();
@@ -661,18 +674,18 @@ private Q_SLOTS:
         QTest::mouseRelease(&panel, Qt::LeftButton, {}, {498, before.height() / 2});
         const QRect placed = panel.geometry();
         QVERIFY(placed.width() < before.width());
-        f.overlay->handleZoomButton();
+        Q_EMIT f.overlay->overlayModel().zoomRequested();
         QTRY_COMPARE(panel.geometry(), area);
-        f.overlay->handleZoomButton();
+        Q_EMIT f.overlay->overlayModel().zoomRequested();
         QTRY_COMPARE(panel.geometry(), placed);
     }
 
     void captureThatOutlivesTheOverlayIsDropped()
     {
         Fixture f;
-        f.overlay->updateUsage(0, 1000);
+        f.overlay->messages().updateUsage(0, 1000);
         f.capture.start();
-        f.overlay->triggerCaptureAndSend();
+        f.overlay->orchestrator().triggerCaptureAndSend();
         f.overlay.reset();
         f.capture.addResult(ScreenshotCapture::Result{"jpeg", 1});
         f.capture.finish();

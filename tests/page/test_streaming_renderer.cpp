@@ -250,7 +250,7 @@ void TestStreamingRenderer::abandonedStreamIsSentNoMore()
     start();
     m_renderer->handleStreamChunk(QStringLiteral("a"));
     QVERIFY(shown());
-    m_renderer->abandon();
+    m_renderer->abandonStream();
     m_surface->finishLoad();
     QVERIFY(m_surface->scripts.isEmpty());
 
@@ -258,7 +258,7 @@ void TestStreamingRenderer::abandonedStreamIsSentNoMore()
     m_surface->runsAtOnce = false;
     m_renderer->handleStreamChunk(QStringLiteral("x"));
     m_renderer->handleStreamChunk(QStringLiteral("y"));
-    m_renderer->abandon();
+    m_renderer->abandonStream();
     m_surface->finishScript();
     QCOMPARE(m_surface->scripts.last(), append("x"));
 }
@@ -278,8 +278,8 @@ void TestStreamingRenderer::resumeShowsWhatHasArrived()
     m_renderer->handleStreamChunk(QStringLiteral("one "));
     const auto before = static_cast<int>(m_surface->loads.size());
     m_log->clear();
-    m_renderer->resume(std::nullopt, QStringLiteral("question"), QDateTime::currentDateTime(),
-                       std::nullopt, QStringLiteral("one "));
+    m_renderer->resumeStream(std::nullopt, QStringLiteral("question"), QDateTime::currentDateTime(),
+                             std::nullopt, QStringLiteral("one "));
     QCOMPARE(m_log->lines.first(), line("Stream resumed (4 chars)"));
     m_renderer->handleStreamChunk(QStringLiteral("two"));
     QVERIFY(shown(before + 1));
@@ -290,8 +290,8 @@ void TestStreamingRenderer::resumeShowsWhatHasArrived()
 
 void TestStreamingRenderer::resumeWithoutTextWaits()
 {
-    m_renderer->resume(std::nullopt, QStringLiteral("question"), QDateTime::currentDateTime(),
-                       std::nullopt, QString());
+    m_renderer->resumeStream(std::nullopt, QStringLiteral("question"), QDateTime::currentDateTime(),
+                             std::nullopt, QString());
     QVERIFY(shown());
     m_log->clear();
     m_surface->finishLoad();

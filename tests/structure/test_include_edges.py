@@ -14,7 +14,7 @@ ALLOWED = {
     "hotkeys": ["base", "platform", "backend"],
     "history": ["base", "platform"],
     "query": ["base", "platform", "backend", "history"],
-    "page": ["base", "platform", "backend", "history"],
+    "page": ["base", "platform", "backend", "history", "query"],
     "ui": ["base", "platform"],
     "panels": ["base", "backend", "query"],
     "sheets": ["base", "platform", "backend", "hotkeys", "history", "panels"],
