@@ -6,7 +6,7 @@
 
 namespace quellora {
 
-/// Bounds how many messages a page may post within a second. One thread at a time.
+/// Limits how many messages a page may post per second. Not thread-safe.
 class MessageBudget
 {
 public:
@@ -16,18 +16,18 @@ public:
 
     enum class Verdict {
         Taken,
-        /// Refused, as the first one of a flood.
+        /// Refused; the first refusal of a flood.
         FloodBegins,
         Refused,
     };
 
-    /// Far more than scrolling and presses come to on the fastest screen.
+    /// Far more than scrolling and pressing produce on the fastest screen.
     static constexpr int messages = 500;
     static constexpr std::chrono::seconds span{1};
 
     explicit MessageBudget(Clock clock) : m_clock(std::move(clock)) {}
 
-    /// Counts one message. A flood lasts until a second without a refusal.
+    /// Counts one message. A flood ends with a second without a refusal.
     Verdict take()
     {
         const Nanoseconds now = m_clock();

@@ -4,8 +4,8 @@
 
 namespace quellora::pageaddress {
 
-/// Addresses that the pages name. They are part of the page text only: the app never connects to
-/// one, every request is answered from the bundled assets.
+/// Addresses that the pages refer to. The app never connects to one of them: every request is
+/// answered from the bundled assets.
 inline constexpr QByteArrayView markedScript =
     "https://cdn.jsdelivr.net/npm/marked/lib/marked.umd.js";
 inline constexpr QByteArrayView highlightScript =
@@ -17,7 +17,7 @@ inline constexpr QByteArrayView darkCodeStyle =
 
 /// Where pages and their pictures come from.
 inline constexpr QByteArrayView pages = "quellora-page:";
-/// The pages' own script and the place where all assets come from in the end.
+/// The pages' own script, and the origin that serves all bundled assets.
 inline constexpr QByteArrayView pageScript = "quellora-asset://page/page.js";
 inline constexpr QByteArrayView assets = "quellora-asset://page";
 

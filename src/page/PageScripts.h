@@ -5,12 +5,12 @@
 
 namespace quellora::pagescripts {
 
-/// The scripts that run in every page beside its own, as QWebEngineScript values: the message
-/// bridge with the Copy buttons, in the application's world, no peer connections, the bundled
-/// faces.
-/// @param isMotionReduced whether things stand still
+/// The scripts that run in every page besides its own, as QWebEngineScript values: the message
+/// bridge with the Copy buttons (in the application world), removal of peer connections, bundled
+/// fonts, text colour and motion.
+/// @param isMotionReduced whether animations are off
 QVariantList userScripts(bool isMotionReduced);
-/// Makes things stand still, or move again, in a page that is there.
+/// Script that turns the animations of a loaded page off or on.
 QString motionScript(bool isReduced);
 
 } // namespace quellora::pagescripts

@@ -6,7 +6,7 @@ namespace quellora::pagestyle {
 
 /// Colour variables and the rules of every page.
 extern const QByteArrayView base;
-/// Rules for what the others leave to the engine: rules between sections, the focus ring.
+/// Rules for what the other sheets leave to the engine's defaults: horizontal rules, focus ring.
 extern const QByteArrayView details;
 /// Rules of thread pages and of the streaming shell, after the base rules.
 extern const QByteArrayView thread;

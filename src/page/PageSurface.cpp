@@ -94,7 +94,7 @@ void PageSurface::renderProcessEnded(const QString &how)
         QStringLiteral("[ResponseView] ERROR: The page's process ended (%1)%2").arg(how, next));
     emit renderProcessTerminated();
     if (isShown && !m_isPageLost) {
-        // Not from inside the engine's own report; another page may take its place before.
+        // Not within the engine's own notification; another load may start before.
         QMetaObject::invokeMethod(
             this,
             [this, id = m_startedLoad] {

@@ -6,15 +6,15 @@
 
 namespace quellora {
 
-/// Limits a push to one per 1/30 s without losing the last one. Main thread only.
+/// Limits pushes to one per 1/30 s; the last one is never lost. Main thread only.
 class PillAlphaThrottle
 {
 public:
     using Nanoseconds = std::chrono::nanoseconds;
     /// Monotonic time.
     using Clock = std::function<Nanoseconds()>;
-    /// Runs the callback given at construction after a delay, replacing an earlier request;
-    /// nothing cancels the request.
+    /// Schedules fire() after a delay, replacing an earlier request; without a delay it cancels
+    /// the request.
     using Schedule = std::function<void(std::optional<Nanoseconds> delay)>;
 
     static constexpr Nanoseconds interval{1'000'000'000 / 30};
@@ -23,8 +23,8 @@ public:
         : m_clock(std::move(clock)), m_schedule(std::move(schedule)), m_push(std::move(push))
     {}
 
-    /// Pushes now when the last push is at least the interval ago, else schedules one push for the
-    /// rest of it.
+    /// Pushes now if the last push is at least the interval ago, else schedules one push at the end
+    /// of the interval.
     void request()
     {
         m_schedule(std::nullopt);
@@ -36,7 +36,7 @@ public:
         m_schedule(interval - (now - *m_lastPush));
     }
 
-    /// The scheduled moment has come.
+    /// Pushes at the scheduled time.
     void fire()
     {
         m_lastPush = m_clock();

@@ -15,7 +15,7 @@ namespace quellora {
 
 namespace {
 
-/// Begins the name of each process's folder; a UUID follows.
+/// Prefix of each process's folder name; a UUID follows.
 constexpr QLatin1StringView folderPrefix("process-");
 
 QString rootIn(const QString &temporaryDirectory)
@@ -23,9 +23,8 @@ QString rootIn(const QString &temporaryDirectory)
     return QDir(temporaryDirectory).filePath(QStringLiteral("quellora-thread-preview"));
 }
 
-/// Makes sure that @p path is a folder of this user that nobody else can look into; returns the
-/// reason when it is not. The temporary folder is shared, so somebody else may have been there
-/// first.
+/// Ensures that @p path is a folder that only this user can access; returns the problem otherwise.
+/// The temporary folder is shared, so another user may have created the path first.
 QString ensurePrivateDirectory(const QString &path)
 {
     if (const QString problem = makePrivateFolder(path); !problem.isEmpty())
@@ -80,7 +79,7 @@ bool PreviewFiles::write(const QString &path, const QByteArray &image)
     }
     if (QFile::exists(path))
         return true;
-    // Written beside and renamed, so that a file that is reused later is never half a picture.
+    // Written beside and renamed, so that an existing file is always complete.
     QSaveFile file(path);
     if (file.open(QIODevice::WriteOnly | QIODevice::Unbuffered) &&
         file.write(image) == image.size() && file.commit())
@@ -109,7 +108,7 @@ void PreviewFiles::removeAll()
         return;
     QDir(m_folder).removeRecursively();
     m_claim.reset();
-    // Fails, as intended, while another process still has a folder in it.
+    // Fails while another process still has a folder in it, as intended.
     QDir().rmdir(m_root);
 }
 

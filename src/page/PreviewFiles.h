@@ -12,19 +12,19 @@ namespace quellora {
 /// Copies of a thread's screenshots in the temporary folder, so that a click on a thumbnail can
 /// open one in the user's image viewer. A picture is written only when it is opened.
 ///
-/// They lie in a folder of this object's own that only the user can enter. The folder is claimed
-/// as long as the object lives, so that a later start can tell what a process left behind that was
-/// killed. Everything but pathOf() blocks for the disk and belongs on one worker.
+/// Each object has its own folder, which only the user can enter. The object holds a claim on the
+/// folder while it exists, so that a later start recognises what a killed process left behind. All
+/// functions but pathOf() block on the disk and must be called on one worker.
 class PreviewFiles
 {
 public:
     /// @param temporaryDirectory folder below which everything is written
     explicit PreviewFiles(const QString &temporaryDirectory);
 
-    /// Where the preview of a screenshot is, or would be. Callable from any thread.
+    /// Path of a screenshot's preview, whether it exists or not. Thread-safe.
     QString pathOf(const QUuid &threadId, qint64 index) const;
-    /// Writes a preview unless it is there. False, after a log line, when the folder or the file
-    /// cannot be written, or when the folder belongs to somebody else.
+    /// Writes a preview unless it exists. Logs and returns false if the folder or the file cannot
+    /// be written, or if the folder belongs to another user.
     bool write(const QString &path, const QByteArray &image);
     /// Removes the previews of a thread.
     void removeThread(const QUuid &threadId);
@@ -33,8 +33,7 @@ public:
     /// Removes everything this object has written.
     void removeAll();
 
-    /// Removes what processes wrote that are gone. Other files are left alone, and so are the
-    /// folders of processes that are alive.
+    /// Removes the folders of processes that no longer run. Everything else is left alone.
     static void removeAbandoned(const QString &temporaryDirectory);
 
 private:

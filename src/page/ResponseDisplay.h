@@ -20,7 +20,7 @@ namespace quellora {
 class Workspace;
 
 /// Shows answers and threads in the response area: decides which page is loaded, pushes theme,
-/// text colour and transparency into it and judges what it reports back. Main thread only; pages
+/// text colour and transparency into it and validates what it posts. Main thread only; pages
 /// are built on a worker.
 class ResponseDisplay : public QObject
 {
@@ -40,45 +40,44 @@ public:
     enum class Content {
         /// The hint, or nothing yet.
         Hint,
-        /// A page of its own that is not part of the thread, such as an error.
+        /// A page that is not part of the thread, such as an error.
         Message,
         Thread,
     };
 
-    /// @param surface where pages go; @param workspace opens screenshots and links;
-    /// @param temporaryDirectory where preview files go. The references must outlive this object.
+    /// @param surface shows the pages; @param workspace opens screenshots and links;
+    /// @param temporaryDirectory holds preview files. The references must outlive this object.
     ResponseDisplay(PageSurface &surface, Workspace &workspace, const QString &temporaryDirectory,
                     Timing timing, QObject *parent = nullptr);
     ResponseDisplay(PageSurface &surface, Workspace &workspace, const QString &temporaryDirectory,
                     QObject *parent = nullptr);
-    /// Removes the previews and waits until they are gone.
+    /// Removes the previews; blocks until that is done.
     ~ResponseDisplay() override;
 
     AppTheme appliedTheme() const { return m_appearance.theme; }
     double currentAlpha() const { return m_appearance.alpha; }
     const std::optional<QString> &responseTextColorHex() const { return m_appearance.textColorHex; }
 
-    /// The setters change what the next page and the next push use; they push nothing by
-    /// themselves.
+    /// The setters affect the next page and the next push; they push nothing themselves.
     void setAppliedTheme(AppTheme theme) { m_appearance.theme = theme; }
     /// @param alpha window opacity, 0 to 1
     void setCurrentAlpha(double alpha) { m_appearance.alpha = alpha; }
-    /// A text that is no colour counts as none.
+    /// Anything that is not a hex colour clears the colour.
     void setResponseTextColorHex(const std::optional<QString> &color);
     /// @param display the capture hot key in its display form
     void setCaptureHotkey(const QString &display) { m_appearance.captureHotkey = display; }
-    /// Whom the hint and the thinking indicator name as the one who answers.
+    /// The name of the answering assistant in the hint and the thinking indicator.
     void setAnswererName(const QString &name) { m_appearance.answererName = name; }
     const QString &answererName() const { return m_appearance.answererName; }
 
     /// Shows one answer; blank text shows the hint, "__LOADING__" the thinking indicator.
     PageId loadContent(const QString &markdown);
     /// Shows a whole thread.
-    /// @param keepPage where given, the page on show has become the thread's page but for what this
-    ///        does to it: nothing is loaded, and it is called when the load would start.
+    /// @param keepPage if given, called in place of the load: it turns the page on show, which has
+    ///        the same content, into the thread's page
     PageId renderThread(const CaptureSession &session,
                         const std::function<void()> &keepPage = nullptr);
-    /// Logs that a page is complete, as after a load.
+    /// Writes the log line of a page that has finished loading.
     static void logPageFinished();
     /// Shows the thread so far with a new question and an empty answer slot.
     PageId loadStreamingShell(const std::optional<CaptureSession> &session, const QString &prompt,
@@ -86,13 +85,13 @@ public:
                               const std::optional<CaptureSession::Screenshot> &screenshot);
     /// The page requested last.
     PageId latestPage() const { return m_latestPage; }
-    /// The thread has been deleted: its pictures go from the temporary folder.
+    /// Removes a deleted thread's pictures from the temporary folder.
     void removePreviews(const QUuid &threadId);
-    /// The picture is no longer in its thread: it goes from the temporary folder.
+    /// Removes a picture that is no longer in its thread from the temporary folder.
     void removePreview(const QUuid &threadId, qint64 index);
-    /// Removes every picture from the temporary folder and waits until that is done.
+    /// Removes every picture from the temporary folder; blocks until that is done.
     void removeAllPreviews();
-    /// Whether a page that shows this picture is on show or on its way.
+    /// Whether the page on show or the one being loaded shows this picture.
     bool showsScreenshot(const QUuid &threadId, qint64 index) const;
 
     /// What the page requested last shows.
@@ -100,8 +99,7 @@ public:
 
     /// Pushes theme, text colour and code style into the page shown.
     void applyTheme();
-    /// Pushes the capture hot key and the name of who answers into the hint, if that is what is
-    /// shown.
+    /// Pushes the capture hot key and the assistant's name into the page if it shows the hint.
     void pushHint();
     /// Pushes the opacity-derived variables into the page shown.
     void pushPillAlphaLive();
@@ -120,12 +118,12 @@ public:
 signals:
     /// content() has changed.
     void contentChanged();
-    /// The page scrolled, grew or shrank. @p enabled: the content overflows; @p thumbRatio: visible
+    /// The page scrolled or was resized. @p enabled: the content overflows; @p thumbRatio: visible
     /// part of the content; @p fraction: position, 0 at the top, 1 at the bottom.
     void scrollPositionChanged(bool enabled, double thumbRatio, double fraction);
-    /// A picture that the user wants to open could not be written for the viewer.
+    /// A picture that the user wants to open could not be written.
     void previewFailed();
-    /// The user asked for a note to be deleted. The id is well formed, but any id may come.
+    /// The user asked to delete a note. The id is well-formed but need not exist.
     void noteDeleteRequested(const QUuid &noteId);
     /// A page requested here has finished loading.
     void pageFinished(quellora::ResponseDisplay::PageId page);
@@ -152,9 +150,9 @@ private:
 
     PageSurface &m_surface;
     Workspace &m_workspace;
-    /// Used on the builder's thread, but for the paths.
+    /// Used on the builder's thread, except for the paths.
     const std::shared_ptr<PreviewFiles> m_files;
-    /// Those of the page on show, and of one that is replacing it.
+    /// Pictures of the page on show and of the one that is replacing it.
     QHash<PageSurface::LoadId, Pictures> m_pictures;
     responsepage::PageAppearance m_appearance;
     /// Appearance with which the page being loaded or shown was built.

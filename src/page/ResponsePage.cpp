@@ -35,15 +35,15 @@ QByteArray scriptElement(QByteArrayView address)
     return "<script src=\"" + address.toByteArray() + "\"></script>";
 }
 
-/// A policy's source expression for this very text.
+/// A policy's source expression for exactly this text.
 QByteArray hashSource(QByteArrayView text)
 {
     return "'sha256-" + QCryptographicHash::hash(text, QCryptographicHash::Sha256).toBase64() +
            '\'';
 }
 
-/// Start of a page with the rules @p css: nothing is loaded, run or styled but what is named here.
-/// The bundled assets stand for the addresses of the content delivery.
+/// Start of a page with the rules @p css. The policy allows nothing but what is listed here; the
+/// content delivery addresses are served from the bundled assets.
 QByteArray headWithPolicy(QByteArrayView css)
 {
     const auto sources = [](std::initializer_list<QByteArrayView> addresses) {
@@ -72,7 +72,7 @@ QByteArrayView codeStyleAddress(AppTheme theme)
     return theme == AppTheme::Dark ? pageaddress::darkCodeStyle : pageaddress::lightCodeStyle;
 }
 
-/// What the page shows, and the script that shows it.
+/// The page's data and the script that shows it.
 QByteArray dataAndScript(const QByteArray &json)
 {
     return "<script type=\"application/json\" id=\"page-data\">" + json + "</script>\n" +
@@ -88,7 +88,7 @@ QByteArray headResources(AppTheme theme)
            '\n';
 }
 
-/// The rules that every page has, with @p before and @p after in their places.
+/// The rules of every page, with page-specific rules @p before and @p after the user's settings.
 QByteArray rules(const PageAppearance &appearance, QByteArrayView before, QByteArrayView after)
 {
     QByteArray style = pagestyle::base.toByteArray() + before.toByteArray() + '\n';
@@ -169,7 +169,7 @@ QByteArray entriesHTML(const CaptureSession &session, const PictureAddress &addr
 
 QString escapedForJson(const QString &text)
 {
-    // Not the library's writer: it would lose half of a character that two pieces share.
+    // Not QJsonDocument: it would lose the half of a surrogate pair that two pieces share.
     const auto isHalf = [&text](qsizetype i) {
         return text[i].isHighSurrogate()
                    ? i + 1 == text.size() || !text[i + 1].isLowSurrogate()
@@ -364,7 +364,7 @@ QString themeScript(const PageAppearance &appearance)
 
 QString hintScript(const PageAppearance &appearance)
 {
-    // As a JSON text they are literals of the script whatever they hold.
+    // As JSON they are valid script literals whatever they contain.
     const QJsonArray texts{appearance.captureHotkey, hintEnd(appearance.answererName),
                            thinkingText(appearance.answererName)};
     return QStringLiteral("(function(texts){var key=document.querySelector('#ph kbd');"

@@ -28,7 +28,7 @@ struct PageAppearance
     std::optional<QString> textColorHex;
     /// The capture hot key in its display form.
     QString captureHotkey;
-    /// Whom the page names as the one who answers.
+    /// Name of the answering assistant.
     QString answererName = givenAnswerer;
 };
 

@@ -20,7 +20,7 @@ namespace quellora {
 
 namespace {
 
-/// How long the engine may take to ask for a page before it is told again.
+/// How long the engine may take to request a page before the navigation is repeated.
 constexpr std::chrono::milliseconds navigationPatience{300};
 constexpr std::chrono::milliseconds maxNavigationPatience{4000};
 
@@ -28,7 +28,7 @@ constexpr std::chrono::milliseconds maxNavigationPatience{4000};
 
 ResponseView::ResponseView(QObject *parent) : PageSurface(parent)
 {
-    // Named here so that the linker keeps the module's registration.
+    // Referenced here so that the linker keeps the module's registration.
     static const bool registered = (qml_register_types_Quellora_Page(), true);
     Q_UNUSED(registered)
     connect(&m_bridge, &PageBridge::posted, this, &ResponseView::onPosted);
@@ -38,7 +38,7 @@ ResponseView::ResponseView(QObject *parent) : PageSurface(parent)
 
 ResponseView::~ResponseView()
 {
-    // The engine wants its views gone before their profile.
+    // Views must be destroyed before their profile.
     delete m_item;
     delete m_profile;
 }
@@ -121,7 +121,7 @@ void ResponseView::finishCreation()
         qFatal("the response view cannot be created: %s",
                qUtf8Printable(m_component->errorString()));
     QQmlEngine::setObjectOwnership(m_item, QQmlEngine::CppOwnership);
-    // A container or engine that goes away takes its children along.
+    // The item is also destroyed with its container or QML engine.
     connect(m_item, &QObject::destroyed, this, [this] {
         m_item = nullptr;
         m_component.reset();
@@ -162,14 +162,14 @@ void ResponseView::navigate()
     m_navigationWatch.start();
 }
 
-/// The engine took too long to say what became of a navigation: it may have dropped it.
+/// Repeats a navigation that the engine has not reported on in time and may have dropped.
 void ResponseView::navigateAgain()
 {
     if (!m_item || m_loadReported)
         return;
     const bool isOwnPageArriving = m_underWay == m_currentLoad && m_pageBytes.wasServed();
     const auto patience = m_navigationWatch.intervalAsDuration();
-    // A busy machine or a large page may just need longer.
+    // A busy machine or a large page may just take longer.
     m_navigationWatch.setInterval(std::min(patience * 2, maxNavigationPatience));
     if (isOwnPageArriving && patience < maxNavigationPatience)
         m_navigationWatch.start();
@@ -186,7 +186,7 @@ void ResponseView::navigationEnded(const QUrl &url)
         m_navigationWatch.stop();
         return;
     }
-    // Not from inside the engine's own report.
+    // Not within the engine's own notification.
     QMetaObject::invokeMethod(
         this,
         [this] {
@@ -198,8 +198,8 @@ void ResponseView::navigationEnded(const QUrl &url)
 
 bool ResponseView::mayNavigate(const QUrl &url)
 {
-    // One that has been replaced meanwhile is let through, too: refusing it would stop the one that
-    // replaced it. It gets no bytes.
+    // A navigation that has been replaced is accepted as well, because refusing it would stop its
+    // replacement; it is served no bytes.
     const auto id = pagerequests::loadIdOf(url);
     return id && m_expectedNavigations.remove(*id);
 }

@@ -17,8 +17,8 @@ class QQuickWebEngineProfile;
 
 namespace quellora {
 
-/// What the bridge script in the page can reach of the host: one call that takes a message.
-/// Everything that comes through it is untrusted.
+/// The only part of the host that the bridge script in the page can reach: one call that takes a
+/// message. Everything passed to it is untrusted.
 class PageBridge : public QObject
 {
     Q_OBJECT
@@ -31,12 +31,12 @@ signals:
     void posted(const QString &name, const QVariant &body);
 };
 
-/// The web view: a page surface over Qt WebEngine Quick. Main thread only.
+/// The page surface implemented with Qt WebEngine Quick. Main thread only.
 ///
-/// The engine item is created when it is first needed, or ahead of time by warmUp(), and put into
-/// the ResponseView item of QML that names this object as its host. Loads and scripts asked for
-/// earlier wait for it. prepareWebEngine() must have been called before the application object.
-/// This object must go before the QML engine that shows it.
+/// The engine item is created when it is first needed, or earlier by warmUp(), and is shown inside
+/// the QML ResponseView item that has this object as its host. Loads requested before that wait
+/// for it. prepareWebEngine() must be called before the application object is created. This object
+/// must be destroyed before the QML engine that shows it.
 class ResponseView : public PageSurface
 {
     Q_OBJECT
@@ -60,7 +60,7 @@ public:
     QObject *bridge() { return &m_bridge; }
     /// Scripts that run in every page, as the engine's script collection takes them.
     Q_INVOKABLE QVariantList userScripts() const;
-    /// Whether things stand still in this page and the next ones.
+    /// Turns animations off or on, in this page and in later ones.
     Q_INVOKABLE void setMotionReduced(bool isReduced);
 
     /// Called by the engine's item.
@@ -73,7 +73,7 @@ public:
 
 signals:
     void userScriptsChanged();
-    /// To the engine's item.
+    /// Requests to the engine's item.
     void navigateTo(const QUrl &url);
     void scriptRequested(const QString &script, double token);
 
@@ -102,8 +102,9 @@ private:
     LoadId m_currentLoad = 0;
     /// Runs from a navigation until the engine asks for the page.
     QTimer m_navigationWatch;
-    /// The load that the engine was told of last and has not reported on; 0 when there is none. The
-    /// next one waits for it, because the engine loses a page that replaces another in mid-load.
+    /// The load the engine was given last and has not reported on; 0 if there is none. The next
+    /// load waits for it, because the engine can lose a page that replaces another one while it
+    /// loads.
     LoadId m_underWay = 0;
     /// Navigations of ours that the engine has not announced yet.
     QSet<LoadId> m_expectedNavigations;

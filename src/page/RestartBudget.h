@@ -8,8 +8,8 @@
 
 namespace quellora {
 
-/// Says whether something that keeps breaking may be started again: at most so many times within a
-/// span of time. One thread at a time.
+/// Limits how often something that keeps failing is restarted within a span of time. Not
+/// thread-safe.
 class RestartBudget
 {
 public:
@@ -22,7 +22,7 @@ public:
 
     explicit RestartBudget(Clock clock) : m_clock(std::move(clock)) {}
 
-    /// True, and counted, when another restart is allowed now.
+    /// Returns whether another restart is allowed now, and counts it.
     bool take()
     {
         const Nanoseconds now = m_clock();

@@ -54,7 +54,7 @@ void ScriptPacer::setHeld(bool held)
 
 void ScriptPacer::runWaiting()
 {
-    // A script may report at once and another may have been requested meanwhile: no recursion.
+    // A loop instead of recursion, because a script may finish synchronously.
     while (!isBusy() && m_waiting.make) {
         Request request = std::exchange(m_waiting, {});
         const QString text = request.make();

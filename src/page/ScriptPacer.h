@@ -8,9 +8,8 @@
 
 namespace quellora {
 
-/// Runs scripts one at a time. A script is made when its turn has come, so that one script can do
-/// what several requests ask for. After a slow one the page gets as much time for itself. Main
-/// thread only.
+/// Runs scripts one at a time. A script is made just before it runs, so that one script can serve
+/// several requests. A slow script is followed by a pause of the same length. Main thread only.
 class ScriptPacer
 {
 public:
@@ -24,11 +23,11 @@ public:
 
     ScriptPacer(Clock clock, Run run);
 
-    /// How long the page is left alone after a script that took @p took from call to report.
+    /// Pause after a script that took @p took from start to done().
     static Nanoseconds pauseAfter(Nanoseconds took);
 
-    /// Runs the script of @p make when no other runs; replaces a request that waits.
-    /// @param hasRun called when the script has run, unless it has been dropped
+    /// Runs the script of @p make as soon as no other runs; replaces a request that waits.
+    /// @param hasRun called when the script has run, unless it was dropped
     void request(Maker make, std::function<void()> hasRun);
     /// The script given with @p token has run or can no longer run.
     void done(quint64 token);

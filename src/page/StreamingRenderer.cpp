@@ -19,7 +19,7 @@ std::optional<qint64> indexOf(const std::optional<CaptureSession::Screenshot> &s
 /// Whether the turns of @p thread have the same pictures in @p other, which may have more turns.
 bool haveSamePictures(const CaptureSession &thread, const CaptureSession &other)
 {
-    // Without recorded pictures, screenshots and times decide; those rarely differ.
+    // For turns without a recorded picture it follows from all screenshots and times.
     return std::all_of(thread.turns.begin(), thread.turns.end(), [&](const auto &turn) {
         return turn.screenshot || indexOf(responsepage::screenshotOfTurn(thread, turn.id)) ==
                                       indexOf(responsepage::screenshotOfTurn(other, turn.id));
@@ -82,7 +82,7 @@ void StreamingRenderer::abandonStream()
 
 void StreamingRenderer::handleStreamChunk(const QString &text)
 {
-    // The slot is the place of a turn that is complete.
+    // The slot holds a complete turn of the thread.
     if (m_turn)
         return;
     // After the end, a chunk begins another answer in the slot.
@@ -125,8 +125,7 @@ void StreamingRenderer::renderThread(const CaptureSession &session)
     }
 }
 
-/// Whether the page shows this thread, with the answer as its last turn, but for what identifies
-/// the turn.
+/// Whether the page shows this thread with the finished answer as its last turn.
 bool StreamingRenderer::isPageOf(const CaptureSession &session) const
 {
     if (!m_isFinished || !m_isShellReady || m_turn || m_shell != m_display.latestPage() ||
@@ -162,7 +161,8 @@ void StreamingRenderer::onPageFinished(ResponseDisplay::PageId page)
     if (queuedChunks > 0)
         line += QStringLiteral(", draining %1 queued chunk(s)").arg(queuedChunks);
     Log::event(line);
-    if (m_areDotsHidden && !m_isFinished) // The page was loaded again in the middle of the answer.
+    // The dots are hidden already if the page was reloaded during the answer.
+    if (m_areDotsHidden && !m_isFinished)
         m_display.surface().evaluate(responsepage::hideLoadingScript());
     else if (queuedChunks > 0)
         hideLoadingDots();
@@ -171,7 +171,7 @@ void StreamingRenderer::onPageFinished(ResponseDisplay::PageId page)
 
 void StreamingRenderer::onRenderProcessTerminated()
 {
-    // The shell page comes again, empty.
+    // The shell page is loaded again, without the answer.
     m_isShellReady = false;
 }
 
@@ -184,7 +184,7 @@ void StreamingRenderer::hideLoadingDots()
                               "dots"));
 }
 
-/// Sends the page what it does not have yet, as soon as it is ready for it.
+/// Sends the page what it does not have yet as soon as it can take it.
 void StreamingRenderer::update(std::function<void()> hasRun)
 {
     m_display.surface().evaluatePaced(

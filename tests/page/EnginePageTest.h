@@ -35,7 +35,7 @@ protected Q_SLOTS:
     }
 
 protected:
-    /// Waits until this page is there.
+    /// Waits until this page has finished loading.
     bool finished(ResponseDisplay::PageId page)
     {
         return runUntil([&] { return m_finishedPage == page; });

@@ -69,7 +69,7 @@ public:
     EngineWindow(const EngineWindow &) = delete;
     EngineWindow &operator=(const EngineWindow &) = delete;
 
-    /// Loads a page and waits until it is there.
+    /// Loads a page and waits until it has finished loading.
     bool load(const PageContent &page)
     {
         QSignalSpy finished(&view, &PageSurface::loadFinished);
@@ -106,7 +106,7 @@ public:
                              "requestAnimationFrame(() => { window.painted = true; }))"));
         return runUntil([&] { return value(QStringLiteral("window.painted")).toBool(); });
     }
-    /// Clicks the middle of an element, an expression, with the pointer.
+    /// Clicks the centre of an element, given as an expression.
     bool click(const QString &element)
     {
         value(QStringLiteral("(%1).scrollIntoView({block: 'center'})").arg(element));
@@ -123,7 +123,7 @@ public:
                           QPoint(middle[0].toInt(), middle[1].toInt()));
         return true;
     }
-    /// Gives an element, an expression, the keyboard focus.
+    /// Focuses an element, given as an expression.
     bool focus(const QString &element)
     {
         m_window.requestActivate();
@@ -142,7 +142,7 @@ private:
     QQuickView m_window;
 
 public:
-    /// After the window: the view must go before the QML engine.
+    /// Declared after the window: the view must be destroyed before the QML engine.
     ResponseView view;
 
 private:

@@ -12,7 +12,7 @@ class FakePageSurface : public PageSurface
 public:
     FakePageSurface() : PageSurface([this] { return now; }, nullptr) {}
 
-    /// The load that has started last is there.
+    /// Finishes the load that has started last.
     void finishLoad() { emit loadFinished(loads.last().first); }
     void failLoad(const QString &description, bool provisional)
     {

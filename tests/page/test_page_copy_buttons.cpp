@@ -90,7 +90,7 @@ void TestPageCopyButtons::everyFinishedBlockHasOne()
     QVERIFY(show(twoBlocks));
     QVERIFY(hasButton(0));
     QVERIFY(hasButton(1));
-    // One that goes away takes its button along.
+    // A block that is removed loses its button.
     m_engine->value(QStringLiteral("window.r = document.querySelectorAll('pre')[1]"
                                    ".getBoundingClientRect();"
                                    "document.querySelectorAll('pre')[1].remove();"));

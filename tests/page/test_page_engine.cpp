@@ -115,7 +115,7 @@ void TestPageEngine::nothingMovesWhenMotionIsReduced()
     const QString indicator = QStringLiteral("__LOADING__");
     QVERIFY(finished(m_display->loadContent(indicator)));
     ENGINE_TRY_COMPARE(m_engine->value(moving).toInt(), 1);
-    // The page that is there, and the next ones; back again, too.
+    // Affects the current page and later ones, and can be undone.
     m_engine->view.setMotionReduced(true);
     ENGINE_TRY_COMPARE(m_engine->value(moving).toInt(), 0);
     QVERIFY(finished(m_display->loadContent(indicator)));
@@ -213,7 +213,7 @@ void TestPageEngine::clampedTextIsOpenedByKey()
     const QString state = QStringLiteral(
         "[...document.querySelectorAll('.note-text')].map(e => [e.tabIndex, "
         "e.getAttribute('role'), e.getAttribute('aria-expanded')].join()).join(' ')");
-    // A text that fits is no stop of the Tab key.
+    // The Tab key skips a text that fits.
     ENGINE_TRY_COMPARE(m_engine->text(state), QStringLiteral("0,button,false -1,,"));
     QVERIFY(m_engine->focus(text));
     for (const Qt::Key key : {Qt::Key_Return, Qt::Key_Space}) {
@@ -223,7 +223,7 @@ void TestPageEngine::clampedTextIsOpenedByKey()
         QTest::keyClick(&m_engine->window(), key);
         ENGINE_TRY_COMPARE(m_engine->text(state), QStringLiteral("0,button,false -1,,"));
     }
-    // As narrow as this the other one does not fit either.
+    // When it is this narrow, the other text does not fit either.
     m_engine->value(QStringLiteral("document.querySelectorAll('.note-text')[1].style.width = '1ch';"
                                    "document.querySelectorAll('.note-text')[1].style"
                                    ".overflowWrap = 'anywhere'"));
@@ -602,7 +602,7 @@ void TestPageEngine::copyButtonCopiesTheBlock()
             .toList();
     QCOMPARE(corner.size(), 2);
     const QPoint button(corner[0].toInt() - 20, corner[1].toInt() + 18);
-    // The layer answers for the button once it has been placed.
+    // The layer receives the click once the button has been placed.
     QVERIFY(runUntil([&] {
         return m_engine
             ->value(QStringLiteral("document.elementFromPoint(%1, %2).parentElement === "

@@ -12,8 +12,8 @@
 
 using namespace quellora;
 
-/// Answers that try to act: as markup or as script, they must not run at all. And should a script
-/// ever get into the page, it must reach nothing outside of it.
+/// Answers that try to act: neither markup nor script in them may run. A script that gets into the
+/// page anyway must not reach anything outside of it.
 class TestPageHostile : public EnginePageTest
 {
     Q_OBJECT
@@ -37,8 +37,8 @@ private slots:
     void storageIsRefused();
 
 private:
-    /// Lets everything that the page started go its way: two timers of the page, one after the
-    /// other, and a turn of the engine's own loop.
+    /// Gives everything that the page has started time to take effect: two consecutive timers of
+    /// the page and a turn of the engine's loop.
     void settle()
     {
         m_engine->value(QStringLiteral("window.settled = false; setTimeout(() => setTimeout(() => "
@@ -174,8 +174,7 @@ void TestPageHostile::markupDoesNotRun()
     verifyUntouched();
 }
 
-/// Pictures of a page have addresses; an answer gets at none, neither of its own page nor of
-/// another.
+/// An answer cannot show pictures by address, neither those of its own page nor of another one.
 void TestPageHostile::answerShowsNoPictures()
 {
     QImage image(4, 3, QImage::Format_RGB32);
@@ -203,7 +202,7 @@ void TestPageHostile::answerShowsNoPictures()
                     QDateTime::currentDateTime());
     QVERIFY(finished(m_display->renderThread(session)));
     ENGINE_TRY_COMPARE(m_engine->value(loaded).toInt(), 1);
-    // Not past the sanitizer either.
+    // The same without the sanitizer.
     const QString own = m_engine->text(QStringLiteral("document.querySelector('.thumb').src"));
     for (const QString &source :
          {address, data, own + QStringLiteral("0"), own + QStringLiteral("?"),
@@ -240,7 +239,7 @@ void TestPageHostile::answersAreShownAsSent_data()
 void TestPageHostile::answersAreShownAsSent()
 {
     QFETCH(QString, answer);
-    // As code, so that Markdown has no part in it.
+    // As code, so that Markdown does not change it.
     const QString markdown = QStringLiteral("~~~\n%1\n~~~").arg(answer);
     const QString shown = QStringLiteral("[...document.querySelectorAll('pre')].map(e => "
                                          "e.textContent.trim()).join('\\n')");
@@ -299,7 +298,7 @@ void TestPageHostile::answerPressesNothing()
     QVERIFY(m_engine->text(QStringLiteral("document.querySelector('.turn-response').innerText"))
                 .startsWith(QStringLiteral("shown ${(window.pwned = 1")));
     QCOMPARE(m_engine->text(QStringLiteral("typeof window.pwned")), QStringLiteral("undefined"));
-    // The page's own report, and that it scrolled to its end.
+    // The page's initial report, and one after it scrolled to its end.
     for (const QList<QVariant> &message : messages) {
         QCOMPARE(message[0].toString(), QStringLiteral("scrollPosition"));
         QCOMPARE(message[1].value<QVariant>().toMap().size(), 3);
@@ -310,7 +309,7 @@ void TestPageHostile::answerPressesNothing()
     verifyUntouched();
     QVERIFY(m_log->lines.filter(QStringLiteral("ERROR")).isEmpty());
 
-    // What an answer brings along has none of the page's own meaning, whoever presses it.
+    // Elements of an answer cannot pose as the page's own pictures or delete buttons.
     QCOMPARE(m_engine
                  ->value(QStringLiteral("document.querySelectorAll('.turn-response [data-picture], "
                                         ".turn-response [data-note]').length"))
@@ -358,7 +357,7 @@ void TestPageHostile::pageRunsNoScriptOfItsContent_data()
                            "})()");
 }
 
-/// The page's policy, tried with what a hole in the sanitiser would let through.
+/// The page's policy against what a flaw in the sanitizer would let through.
 void TestPageHostile::pageRunsNoScriptOfItsContent()
 {
     QFETCH(QString, code);
@@ -458,7 +457,7 @@ void TestPageHostile::scriptReachesNothing()
     QVERIFY(finished(m_display->loadContent(QStringLiteral("an answer"))));
     const QString place = m_engine->text(QStringLiteral("location.href"));
     QVERIFY(place.startsWith(QStringLiteral("quellora-page:")));
-    // Run by the host, past the page's policy, as if an answer had got that far.
+    // Run by the host, bypassing the page's policy, as if an answer had managed to.
     m_engine->value(QStringLiteral("window.ran = 1; try { void (%1); } catch {}").arg(aimed(code)));
     settle();
     QCOMPARE(m_engine->text(QStringLiteral("location.href")), place);

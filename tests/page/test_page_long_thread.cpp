@@ -18,7 +18,7 @@ constexpr int turns = 300;
 constexpr int screenshots = 50;
 constexpr int notes = 20;
 
-/// A thread of many weeks: every sixth turn with a screenshot, a note now and then.
+/// A long thread: every sixth turn has a screenshot, and there are notes in between.
 CaptureSession longThread()
 {
     CaptureSession session = CaptureSession::create();
@@ -44,7 +44,7 @@ CaptureSession longThread()
 
 } // namespace
 
-/// A long thread with many screenshots: everything is there, in order, and works.
+/// A long thread with many screenshots: everything is shown in order and works.
 class TestPageLongThread : public QObject
 {
     Q_OBJECT
@@ -82,8 +82,7 @@ void TestPageLongThread::initTestCase()
 
 void TestPageLongThread::mainThreadStaysFree()
 {
-    // The page's 10 MB are put together elsewhere: between its request and its start, the event
-    // loop is never away for as long as that takes.
+    // The page is built on a worker: the call returns long before it is ready.
     QElapsedTimer clock;
     clock.start();
     const auto page = m_display.renderThread(m_thread);
@@ -122,7 +121,7 @@ void TestPageLongThread::everythingIsThereInOrder()
     QCOMPARE(
         m_engine.value(QStringLiteral("document.querySelectorAll('img.thumb').length")).toInt(),
         screenshots);
-    // At its end, as a thread opens.
+    // A thread opens scrolled to its end.
     QVERIFY(m_engine
                 .value(QStringLiteral("Math.abs(document.body.scrollHeight - "
                                       "document.body.clientHeight - document.body.scrollTop) < 2"))

@@ -178,7 +178,7 @@ void TestPagePreviews::leavesNothing()
     QVERIFY(QFile::exists(kept));
     other.removeAll();
     QVERIFY(!QFileInfo::exists(root()));
-    // It may be needed once more.
+    // Writing works again afterwards.
     QVERIFY(files.write(files.pathOf(m_session.id, 0), "JPEG"));
 }
 

@@ -8,7 +8,7 @@
 
 using namespace quellora;
 
-/// The process that runs the page ends before its time.
+/// The process that runs the page ends unexpectedly.
 class TestPageProcess : public EnginePageTest
 {
     Q_OBJECT
@@ -65,7 +65,7 @@ void TestPageProcess::streamGoesOnWhenThePageProcessEnds()
     QSignalSpy loaded(&m_engine->view, &PageSurface::loadFinished);
     killPageProcess();
     ENGINE_TRY_COMPARE(loaded.size(), 1);
-    // Without another chunk, and as the user had made it look.
+    // Without another chunk, and with the user's appearance settings.
     ENGINE_TRY_COMPARE(m_engine->text(slot), QStringLiteral("first part"));
     QCOMPARE(m_engine->text(QStringLiteral("document.body.className")), QStringLiteral("light"));
     QCOMPARE(m_engine->text(QStringLiteral("document.documentElement.style"

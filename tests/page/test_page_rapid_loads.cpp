@@ -9,7 +9,7 @@ using namespace quellora;
 
 namespace {
 
-/// A page with a sub-resource, as real pages have, that says who it is.
+/// A page with a sub-resource, as real pages have, and its number as text.
 QByteArray page(int number)
 {
     return "<!DOCTYPE html><html><head><script src=\"https://cdn.jsdelivr.net/npm/marked/lib/"
@@ -26,7 +26,7 @@ void pause(int milliseconds)
 
 } // namespace
 
-/// Answers come fast: a page that is replaced while it loads must not cost the page after it.
+/// Loads in quick succession: a page that is replaced while it loads must not prevent the next one.
 class TestPageRapidLoads : public QObject
 {
     Q_OBJECT

@@ -8,8 +8,8 @@
 
 using namespace quellora;
 
-/// The bridge in a bare script engine: what it sends is the web channel's own message format, which
-/// the host's side of the channel must understand without a hand-shake.
+/// The bridge script in a plain script engine: it sends the web channel's message format, which the
+/// host's end of the channel understands without a handshake.
 class TestPageScripts : public QObject
 {
     Q_OBJECT
@@ -81,11 +81,11 @@ void TestPageScripts::scriptsRunWhereTheyMust()
     for (const QVariant &value : scripts) {
         const auto script = value.value<QWebEngineScript>();
         QCOMPARE(script.injectionPoint(), QWebEngineScript::DocumentCreation);
-        // The bridge has a world of its own, in which nothing of the page runs.
+        // The bridge runs in a separate world, in which no page script runs.
         QCOMPARE(script.worldId(), static_cast<quint32>(script.name() == QStringLiteral("bridge")
                                                             ? QWebEngineScript::ApplicationWorld
                                                             : QWebEngineScript::MainWorld));
-        // Frames get no bridge, and no peer connections either.
+        // Frames get no bridge, but peer connections are removed there as well.
         QCOMPARE(script.runsOnSubFrames(), script.name() == QStringLiteral("no-peer-connections"));
         QVERIFY(!script.sourceCode().contains(QStringLiteral("%inter-400%")));
         QVERIFY(!script.sourceCode().contains(QStringLiteral("%parts%")));

@@ -167,7 +167,7 @@ void TestPageSurface::tellsWhenAScriptHasRun()
     QVERIFY(run.isEmpty());
     surface.finishScript();
     surface.finishScript();
-    // The one in between has been replaced.
+    // The request in between has been replaced.
     QCOMPARE(run, (QStringList{QStringLiteral("a"), QStringLiteral("c")}));
     request("dropped");
     surface.crash();
@@ -186,7 +186,7 @@ void TestPageSurface::slowScriptIsFollowedByAPause()
     QCOMPARE(surface.scripts, QStringList{QStringLiteral("a")});
     surface.evaluatePaced([] { return QStringLiteral("c"); });
     QCOMPARE(surface.scripts, QStringList{QStringLiteral("a")});
-    // The newest of those that waited runs by itself.
+    // After the pause, the newest waiting request runs.
     QTRY_COMPARE(surface.scripts, (QStringList{QStringLiteral("a"), QStringLiteral("c")}));
 }
 
@@ -328,7 +328,7 @@ void TestPageSurface::scriptLostWhileLoadingHoldsNobodyUp()
     QCoreApplication::processEvents();
     surface.crash();
     surface.runsAtOnce = false;
-    // In no page: nobody will report on it.
+    // There is no page to run it, so it never reports.
     surface.evaluatePaced([] { return QStringLiteral("lost"); });
     QCoreApplication::processEvents();
     surface.finishLoad();
@@ -349,7 +349,7 @@ void TestPageSurface::floodOfMessagesIsLoggedOnce()
     };
     QCOMPARE(post(500), 500);
     QVERIFY(log.lines.isEmpty());
-    // A flood that goes on from second to second is one.
+    // A flood that continues from second to second counts as one.
     QCOMPARE(post(1000), 0);
     for (int second = 0; second < 5; ++second) {
         surface.now += 1s;
@@ -358,7 +358,7 @@ void TestPageSurface::floodOfMessagesIsLoggedOnce()
     const QString line = QStringLiteral("[ResponseView] ERROR: The page posts more than 500 "
                                         "messages a second, dropping the rest");
     QCOMPARE(log.lines, QStringList{line});
-    // After a second within the bounds, and after a silence, it is another one.
+    // After a second within the limit, or a pause, the next flood is logged again.
     surface.now += 1s;
     QCOMPARE(post(500), 500);
     surface.now += 1s;

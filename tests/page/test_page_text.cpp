@@ -72,7 +72,7 @@ QByteArray resources(QByteArrayView codeStyle)
                    pageaddress::markedScript, "\"></script>\n"});
 }
 
-// Every value and every rule once more, as a page must have them.
+// Every value and every rule repeated, as a page must contain them.
 
 struct PaletteEntry
 {

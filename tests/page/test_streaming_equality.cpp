@@ -313,7 +313,7 @@ void TestStreamingEquality::randomDocuments()
         QStringLiteral("</div>\n\n"),
         QStringLiteral("\tq\n"),
     };
-    // Most documents go without block HTML, after which nothing is frozen.
+    // Most documents have no block HTML, because nothing is frozen after it.
     const auto kinds = static_cast<quint32>(seed % 4 == 0 ? pieces.size() : pieces.size() - 3);
     quint32 state = seed * 2654435761U;
     QString text;

@@ -186,7 +186,7 @@ void TestStreamingRenderer::otherPageDoesNotMakeTheShellReady()
     QVERIFY(shown());
     start();
     m_renderer->handleStreamChunk(QStringLiteral("a"));
-    // The page before reports only now.
+    // The previous page finishes only now.
     m_surface->finishLoad();
     QVERIFY(m_surface->scripts.isEmpty());
     QVERIFY(shown(2));
@@ -310,7 +310,7 @@ void TestStreamingRenderer::rebuiltPageIsSentEverythingAgain()
     m_surface->finishLoad();
     QCOMPARE(m_surface->scripts, (QStringList{hideDots, append("ab")}));
 
-    // At once, not only with the next chunk.
+    // Immediately, not only with the next chunk.
     m_surface->crash();
     m_surface->scripts.clear();
     m_surface->finishLoad();
@@ -443,8 +443,7 @@ void TestStreamingRenderer::halvesOfACharacterReachThePage()
                           QStringLiteral("answers.append(\"\\udf0d\");")}));
 }
 
-// ---- the finished answer becomes a turn of its thread
-// -----------------------------------------------
+// ---- the finished answer becomes a turn of its thread ----------------------------------------
 
 /// Streams an answer for a thread that has an entry, and returns the thread with it.
 CaptureSession TestStreamingRenderer::answered()
@@ -482,7 +481,7 @@ void TestStreamingRenderer::finishedAnswerStaysAsTheTurn()
     QCOMPARE(m_log->lines.mid(2), QStringList{line("WebView finished loading")});
     QCOMPARE(m_surface->loads.size(), 1);
 
-    // A page whose process ends comes back as the same thread.
+    // After its process has ended, the page is rebuilt as the same thread.
     m_surface->scripts.clear();
     m_surface->crash();
     m_surface->finishLoad();
@@ -537,7 +536,7 @@ void TestStreamingRenderer::pageThatIsNotReadyIsLoaded()
     m_surface->crash();
     m_renderer->renderThread(session);
     QVERIFY(shown(2));
-    // Another page is on show, or on its way.
+    // Another page is on show or being loaded.
     const CaptureSession next = answered();
     m_display->loadContent(QStringLiteral("error"));
     m_renderer->renderThread(next);

@@ -1,5 +1,5 @@
-// Runs before any script of a page, in a world of its own: it shares the page's elements and events
-// with the page's scripts, but no object. Only here can messages be posted.
+// Runs before any script of a page, in an isolated world: it shares elements and events with the
+// page's scripts, but no objects. Only this world can post messages.
 (() => {
     'use strict';
     const transport = qt.webChannelTransport;

@@ -1,5 +1,5 @@
-// Part of the bridge script: one Copy button per finished code block, in a layer of its own outside
-// the body, so that the page's rules and scripts do not see it.
+// Part of the bridge script: one Copy button per finished code block, in a separate layer outside
+// the body that the page's rules and scripts cannot reach.
 post => {
     'use strict';
     const height = 24;
@@ -51,13 +51,13 @@ post => {
             }, feedback);
             place(button, code);
         });
-        // With the Tab key, blocks out of sight are reached, too.
+        // The Tab key also reaches blocks that are scrolled out of view.
         button.addEventListener('focus', () => code.parentElement.scrollIntoView({ block: 'nearest' }));
         root.lastChild.append(button);
         return button;
     };
 
-    // Boxes are all read before a button moves, and buttons out of sight stay where they are: a long
+    // All boxes are read before any button moves, and buttons out of view are not moved: a long
     // thread has hundreds.
     const place = () => {
         const width = document.documentElement.clientWidth;
@@ -73,7 +73,7 @@ post => {
         }
     };
 
-    // A block is finished when it has been highlighted, which the page does when the stream ends.
+    // A block is finished once it is highlighted, which happens when the stream ends.
     const update = () => {
         scheduled = false;
         if (stale)

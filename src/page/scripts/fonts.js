@@ -1,5 +1,5 @@
-// Maps the faces that the pages name to the bundled ones. The faces come as data, because a page
-// without an origin may not fetch fonts.
+// Maps the font families that the pages use to the bundled fonts. They are embedded as data, because
+// a page with an opaque origin may not fetch fonts.
 (() => {
     'use strict';
     const bytes = text => Uint8Array.from(atob(text), c => c.charCodeAt(0));

@@ -1,4 +1,4 @@
-// Whether anything moves in the page. Runs in every new page, and again when that changes.
+// Turns animations off or on. Runs in every new page, and again when the setting changes.
 (() => {
     'use strict';
     const place = Symbol.for('sheetThatStopsMotion');

@@ -1,4 +1,4 @@
-// Assistive programs read a page without a title as nothing: the answer has the view's name.
+// Gives the page the view's name: assistive programs announce nothing for a page without a title.
 document.addEventListener('DOMContentLoaded', () => {
     'use strict';
     document.documentElement.setAttribute('aria-label', 'Response');

@@ -1,10 +1,10 @@
-// The pages' own script, at the end of the body: shows the answers that the page carries as data, and
-// opens clamped texts. What posts messages is in the bridge, which this script cannot reach.
+// The pages' own script, at the end of the body: shows the answers that the page contains as data, and
+// expands clamped texts. It cannot reach the bridge, which posts the messages.
 (() => {
     'use strict';
     const element = document.getElementById('page-data');
     const data = JSON.parse(element.textContent);
-    // A page keeps no second copy of its answers.
+    // The page does not keep a second copy of its answers.
     element.remove();
 
     if ('responses' in data) {
@@ -29,7 +29,7 @@
         mark(text);
     };
 
-    /// A text that is cut off, or was opened, is a button; one that fits is only a text.
+    /// A text that is cut off, or has been expanded, acts as a button; one that fits is plain text.
     const mark = text => {
         const isOpen = text.classList.contains('expanded');
         if (isOpen || text.scrollHeight > text.clientHeight) {

@@ -1,8 +1,8 @@
-// Part of the bridge script: what a press in the page asks of the host. Only a person's press counts,
-// with the pointer, a key or an assistive program; the engine marks it as trusted.
+// Part of the bridge script: forwards presses on links, pictures and delete buttons to the host. Only
+// presses by the user count (pointer, key, assistive program), which the engine marks as trusted.
 post => {
     'use strict';
-    // A page that is being replaced may still be pressed: its number says whose picture is meant.
+    // The page's number tells its pictures from those of a page that is replacing it.
     const openPicture = element => post('openScreenshot', {
         page: Number(location.pathname), index: Number(element.getAttribute('data-picture')),
     });
@@ -23,7 +23,7 @@ post => {
         }
     }, true);
 
-    // Links and buttons turn these keys into clicks themselves, pictures do not.
+    // Links and buttons turn these keys into clicks, pictures do not.
     window.addEventListener('keydown', event => {
         const isPress = event.isTrusted && (event.key === 'Enter' || event.key === ' ');
         if (!isPress || !(event.target instanceof Element) || !event.target.hasAttribute('data-picture'))

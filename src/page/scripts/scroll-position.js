@@ -1,4 +1,4 @@
-// Part of the bridge script: tells the host where the page stands, at first and after each change.
+// Part of the bridge script: reports the scroll position to the host, initially and after changes.
 post => {
     'use strict';
     window.addEventListener('DOMContentLoaded', () => {

@@ -1,6 +1,6 @@
-// Keeps the user's text colour changeable. Pages are built with it as a rule, and the light theme
-// sets its own on the body, where it would win: the rule becomes the root's own style, which the
-// host changes live, and the body takes it from there.
+// Makes the user's text colour changeable at run time. Pages contain it as a rule, which the light
+// theme's rule on the body would override: this script moves it to the root's inline style, which
+// the host changes live, and makes the body inherit it.
 (() => {
     'use strict';
     const lift = root => {
