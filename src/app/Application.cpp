@@ -15,7 +15,6 @@
 #include <QDir>
 #include <QNetworkCookieJar>
 #include <QThreadPool>
-#include <QTimer>
 
 #include <chrono>
 #include <utility>
@@ -67,7 +66,6 @@ Application::~Application()
 {
     // Windows go before the engine that made them.
     m_delegate.reset();
-    m_nextView.reset();
     finishWriting();
 }
 
@@ -132,13 +130,6 @@ DeviceFields Application::deviceFields() const
 
 std::unique_ptr<LoginPresenter> Application::makeLogin()
 {
-    // The engine takes a while to start: let the form appear first, then use the user's typing.
-    QTimer::singleShot(0, this, [this] {
-        if (m_nextView)
-            return;
-        m_nextView = std::make_unique<ResponseView>();
-        m_nextView->warmUp(m_engine);
-    });
     return std::make_unique<LoginWindowController>(LoginWindowController::Collaborators{
         m_engine, m_auth, m_platform->workspace(), m_platform->shell(), m_endpoints,
         std::make_unique<OAuthCallbackListener>(AppConfig::oauthCallbackPort),
@@ -147,10 +138,9 @@ std::unique_ptr<LoginPresenter> Application::makeLogin()
 
 std::unique_ptr<OverlayPresenter> Application::makeOverlay(const VantiroConfig &config)
 {
-    std::unique_ptr<ResponseView> view = std::move(m_nextView);
-    if (!view)
-        view = std::make_unique<ResponseView>();
-    m_emergencyExit.comeFirst();
+    auto view = std::make_unique<ResponseView>();
+    connect(view.get(), &ResponseView::engineStarted, this,
+            [this] { m_emergencyExit.comeFirst(); });
     return std::make_unique<OverlayWindowController>(
         config,
         OverlayWindowController::Collaborators{

@@ -77,8 +77,6 @@ private:
     LogShipper m_logShipper;
     QtStatusBar m_statusBar;
     QQmlEngine m_engine;
-    /// The next overlay's web view, warmed up while the user looks at the login window.
-    std::unique_ptr<ResponseView> m_nextView;
     std::unique_ptr<AppDelegate> m_delegate;
     TerminationSignals m_terminationSignals{&QCoreApplication::quit};
 };

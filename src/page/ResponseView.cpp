@@ -72,11 +72,6 @@ void ResponseView::setMotionReduced(bool isReduced)
     evaluate(pagescripts::motionScript(isReduced));
 }
 
-void ResponseView::warmUp(QQmlEngine &engine)
-{
-    createItem(engine);
-}
-
 void ResponseView::attachTo(QQuickItem *container)
 {
     if (m_container == container)
@@ -127,6 +122,7 @@ void ResponseView::finishCreation()
         m_component.reset();
     });
     fitIntoContainer();
+    emit engineStarted();
     if (m_currentLoad != 0)
         navigate();
 }

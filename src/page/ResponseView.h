@@ -33,10 +33,10 @@ signals:
 
 /// The page surface implemented with Qt WebEngine Quick. Main thread only.
 ///
-/// The engine item is created when it is first needed, or earlier by warmUp(), and is shown inside
-/// the QML ResponseView item that has this object as its host. Loads requested before that wait
-/// for it. prepareWebEngine() must be called before the application object is created. This object
-/// must be destroyed before the QML engine that shows it.
+/// The engine item is created when the first QML ResponseView item has this object as its host, and
+/// is shown inside it. Loads requested before that wait for it. prepareWebEngine() must be called
+/// before the application object is created. This object must be destroyed before the QML engine
+/// that shows it.
 class ResponseView : public PageSurface
 {
     Q_OBJECT
@@ -49,8 +49,6 @@ public:
     explicit ResponseView(QObject *parent = nullptr);
     ~ResponseView() override;
 
-    /// Starts the engine before it is shown anywhere; returns at once.
-    void warmUp(QQmlEngine &engine);
     /// Shows the page inside @p container, filling it.
     Q_INVOKABLE void attachTo(QQuickItem *container);
     /// The engine's item; null until it has been created.
@@ -72,6 +70,8 @@ public:
     Q_INVOKABLE void onRenderProcessTerminated(int status, int exitCode);
 
 signals:
+    /// The engine's item has been created.
+    void engineStarted();
     void userScriptsChanged();
     /// Requests to the engine's item.
     void navigateTo(const QUrl &url);

@@ -1,7 +1,7 @@
 import QtQuick
 
-/// The caret of a text item: blinks at the system's rate while visible, and stays on briefly after
-/// every move.
+/// The caret of a text item: blinks at the system's rate while visible, stays on briefly after every
+/// move, and stops blinking 20 half periods after the last one, so that an idle window draws nothing.
 Item {
     id: caret
 
@@ -9,10 +9,13 @@ Item {
     required property Item field
     property alias color: line.color
     property bool on: true
+    property int blinksLeft: 20
 
     width: 1.5
     visible: caret.field.activeFocus && !caret.field.readOnly
              && caret.field.selectionStart === caret.field.selectionEnd
+
+    onVisibleChanged: caret.blinksLeft = 20
 
     Rectangle {
         id: line
@@ -25,16 +28,20 @@ Item {
         target: caret.field
         function onCursorPositionChanged() {
             caret.on = true
+            caret.blinksLeft = 20
             blink.restart()
         }
     }
     Timer {
         id: blink
         interval: Math.max(250, Qt.styleHints.cursorFlashTime / 2)
-        running: caret.visible && Qt.styleHints.cursorFlashTime > 0
+        running: caret.visible && caret.blinksLeft > 0 && Qt.styleHints.cursorFlashTime > 0
                  && Qt.application.state === Qt.ApplicationActive
         repeat: true
-        onTriggered: caret.on = !caret.on
+        onTriggered: {
+            caret.on = !caret.on
+            caret.blinksLeft -= 1
+        }
         onRunningChanged: caret.on = true
     }
 }

@@ -649,9 +649,13 @@ void TestPageEngine::loadsBeforeTheViewWait()
     view.evaluate(QStringLiteral("1"));
     view.evaluatePaced([] { return QStringLiteral("2"); });
     QVERIFY(!view.item());
-    view.warmUp(*m_engine->window().engine());
+    QSignalSpy engineStarted(&view, &ResponseView::engineStarted);
+    QQuickItem container;
+    QQmlEngine::setContextForObject(&container, m_engine->window().engine()->rootContext());
+    view.attachTo(&container);
     ENGINE_TRY_COMPARE(finishedLoad.size(), 1);
     QCOMPARE(finishedLoad[0][0].toULongLong(), id);
+    QCOMPARE(engineStarted.size(), 1);
 }
 
 void TestPageEngine::largePageLoads()

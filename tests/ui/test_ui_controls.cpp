@@ -26,6 +26,7 @@ private Q_SLOTS:
     void blockedStillActs();
     void focusRingOnKeyboardFocusOnly();
     void clickLeavesTheFocusWhereItWas();
+    void caretComesToRest();
     void toggleReports();
     void toggleFollowsTheModel();
     void wholeToggleRowToggles();
@@ -135,6 +136,19 @@ void TestUiControls::clickLeavesTheFocusWhereItWas()
     stage.item(QStringLiteral("field"))->forceActiveFocus();
     click(stage.item(QStringLiteral("it")));
     QVERIFY(stage.item(QStringLiteral("field"))->hasActiveFocus());
+}
+
+void TestUiControls::caretComesToRest()
+{
+    Stage stage(R"(TextField { objectName: 'field'; focus: true })");
+    stage.item(QStringLiteral("field"))->forceActiveFocus();
+    QQuickItem *caret = findItem(stage.root.get(), "blinksLeft", 20);
+    QVERIFY(caret);
+    caret->setProperty("blinksLeft", 1);
+    QTRY_COMPARE(caret->property("blinksLeft").toInt(), 0);
+    QVERIFY(caret->property("on").toBool());
+    stage.press(Qt::Key_A);
+    QCOMPARE(caret->property("blinksLeft").toInt(), 20);
 }
 
 void TestUiControls::toggleReports()
