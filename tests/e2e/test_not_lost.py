@@ -340,7 +340,8 @@ class DiskTest(Case):
                    what="the note to be removed from disk")
         wait_until(lambda: "remember this" not in app.access.page_text(),
                    what="the note to be removed from the page")
-        self.assertIn("and this", app.access.page_text())
+        # The page is loaded again, so its text is away for a moment.
+        app.access.wait_for_page_text("and this")
 
     def test_a_thread_that_cannot_be_deleted_stays(self):
         server = self.server()
