@@ -207,7 +207,7 @@ TEST_F(QueryHttp, FailureAfterAKeepAliveEndsTheStream)
 {
     config.timing.keepAlive = std::chrono::milliseconds(50);
     const auto server = start([this](auto &, auto &, auto) {
-        std::this_thread::sleep_for(config.timing.keepAlive * 3);
+        std::this_thread::sleep_for(config.timing.keepAlive * 8);
         AnswerOutcome outcome;
         outcome.kind = AnswerOutcome::Kind::RateLimited;
         return outcome;
