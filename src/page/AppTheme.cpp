@@ -51,7 +51,7 @@ void ThemeController::apply()
         m_appliedTheme = currentSystemTheme();
         break;
     }
-    emit themeApplied(m_appliedTheme);
+    Q_EMIT themeApplied(m_appliedTheme);
 }
 
 } // namespace quellora

@@ -33,7 +33,7 @@ public:
     AppTheme appliedTheme() const { return m_appliedTheme; }
     AppTheme currentSystemTheme() const;
 
-signals:
+Q_SIGNALS:
     /// After a change of mode and, in System mode, after a change of the desktop's appearance: the
     /// theme is to be applied again.
     void themeApplied(quellora::AppTheme theme);

@@ -92,7 +92,7 @@ void PageSurface::renderProcessEnded(const QString &how)
         next = QStringLiteral(", loading the page again");
     Log::event(
         QStringLiteral("[ResponseView] ERROR: The page's process ended (%1)%2").arg(how, next));
-    emit renderProcessTerminated();
+    Q_EMIT renderProcessTerminated();
     if (isShown && !m_isPageLost) {
         // Not within the engine's own notification; another load may start before.
         QMetaObject::invokeMethod(

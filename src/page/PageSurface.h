@@ -61,7 +61,7 @@ public:
     /// True after the page's process has ended too often, until the next load starts.
     bool isPageLost() const { return m_isPageLost; }
 
-signals:
+Q_SIGNALS:
     /// The page and everything it refers to has loaded.
     void loadFinished(quellora::PageSurface::LoadId id);
     /// The page could not be loaded; @p provisional if nothing of it had arrived.

@@ -250,7 +250,7 @@ ResponseDisplay::PageId ResponseDisplay::show(Content content, const QUuid &thre
 {
     const PageId page = ++m_latestPage;
     if (std::exchange(m_content, content) != content)
-        emit contentChanged();
+        Q_EMIT contentChanged();
     m_builder.start(
         [this, page, threadId, build = std::move(build), appearance = m_appearance, logLine] {
             PageContent built;
@@ -297,7 +297,7 @@ void ResponseDisplay::onLoadFinished(PageSurface::LoadId id)
     if (m_builtAppearance.captureHotkey != m_appearance.captureHotkey ||
         m_builtAppearance.answererName != m_appearance.answererName)
         pushHint();
-    emit pageFinished(m_loadingPage);
+    Q_EMIT pageFinished(m_loadingPage);
 }
 
 void ResponseDisplay::applyTheme()
@@ -363,7 +363,7 @@ void ResponseDisplay::onScrollPosition(const QVariant &body)
     const double extent = *height - *visible;
     const double fraction = std::clamp(extent >= 1 ? *top / extent : *top, 0.0, 1.0);
     const double thumbRatio = std::clamp(*visible / std::max(*height, 1.0), 0.0, 1.0);
-    emit scrollPositionChanged(*visible < *height, thumbRatio, fraction);
+    Q_EMIT scrollPositionChanged(*visible < *height, thumbRatio, fraction);
 }
 
 void ResponseDisplay::onOpenScreenshot(const QVariant &body)
@@ -386,7 +386,7 @@ void ResponseDisplay::onOpenScreenshot(const QVariant &body)
                 if (isThere)
                     m_workspace.openFile(path);
                 else
-                    emit previewFailed();
+                    Q_EMIT previewFailed();
             },
             Qt::QueuedConnection);
     });
@@ -401,7 +401,7 @@ void ResponseDisplay::onNoteDelete(const QVariant &body)
         logMalformed(QStringLiteral("noteDelete"), body);
         return;
     }
-    emit noteDeleteRequested(QUuid::fromString(text));
+    Q_EMIT noteDeleteRequested(QUuid::fromString(text));
 }
 
 void ResponseDisplay::onLinkActivated(const QString &address)

@@ -115,7 +115,7 @@ public:
     /// The surface, for scripts of the streaming render.
     PageSurface &surface() { return m_surface; }
 
-signals:
+Q_SIGNALS:
     /// content() has changed.
     void contentChanged();
     /// The page scrolled or was resized. @p enabled: the content overflows; @p thumbRatio: visible

@@ -68,7 +68,7 @@ void ResponseView::setMotionReduced(bool isReduced)
     if (isReduced == m_isMotionReduced)
         return;
     m_isMotionReduced = isReduced;
-    emit userScriptsChanged();
+    Q_EMIT userScriptsChanged();
     evaluate(pagescripts::motionScript(isReduced));
 }
 
@@ -122,7 +122,7 @@ void ResponseView::finishCreation()
         m_component.reset();
     });
     fitIntoContainer();
-    emit engineStarted();
+    Q_EMIT engineStarted();
     if (m_currentLoad != 0)
         navigate();
 }
@@ -154,7 +154,7 @@ void ResponseView::navigate()
 {
     m_underWay = m_currentLoad;
     m_expectedNavigations.insert(m_currentLoad);
-    emit navigateTo(pagerequests::pageUrl(m_currentLoad));
+    Q_EMIT navigateTo(pagerequests::pageUrl(m_currentLoad));
     m_navigationWatch.start();
 }
 
@@ -203,7 +203,7 @@ bool ResponseView::mayNavigate(const QUrl &url)
 void ResponseView::runScript(const QString &script, quint64 token)
 {
     if (m_item)
-        emit scriptRequested(script, static_cast<double>(token));
+        Q_EMIT scriptRequested(script, static_cast<double>(token));
     else
         scriptDone(token);
 }
@@ -214,7 +214,7 @@ void ResponseView::onLoadSucceeded(const QUrl &url)
     const bool isNews = isCurrent && !std::exchange(m_loadReported, true);
     navigationEnded(url);
     if (isNews)
-        emit loadFinished(m_currentLoad);
+        Q_EMIT loadFinished(m_currentLoad);
 }
 
 void ResponseView::onLoadFailed(const QUrl &url, const QString &description)
@@ -223,7 +223,7 @@ void ResponseView::onLoadFailed(const QUrl &url, const QString &description)
     const bool isNews = isCurrent && !std::exchange(m_loadReported, true);
     navigationEnded(url);
     if (isNews)
-        emit loadFailed(m_currentLoad, description, !m_pageBytes.wasServed());
+        Q_EMIT loadFailed(m_currentLoad, description, !m_pageBytes.wasServed());
 }
 
 void ResponseView::onLoadStopped(const QUrl &url)
@@ -255,11 +255,11 @@ void ResponseView::onPosted(const QString &name, const QVariant &body)
     if (!admitsMessage())
         return;
     if (name == QLatin1StringView("link"))
-        emit linkActivated(body.toString());
+        Q_EMIT linkActivated(body.toString());
     else if (name == QLatin1StringView("copy"))
         QGuiApplication::clipboard()->setText(body.toString());
     else
-        emit message(name, body);
+        Q_EMIT message(name, body);
 }
 
 } // namespace quellora

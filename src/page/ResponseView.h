@@ -25,9 +25,9 @@ class PageBridge : public QObject
 
 public:
     using QObject::QObject;
-    Q_INVOKABLE void post(const QString &name, const QVariant &body) { emit posted(name, body); }
+    Q_INVOKABLE void post(const QString &name, const QVariant &body) { Q_EMIT posted(name, body); }
 
-signals:
+Q_SIGNALS:
     void posted(const QString &name, const QVariant &body);
 };
 
@@ -69,7 +69,7 @@ public:
     Q_INVOKABLE void onScriptDone(double token) { scriptDone(static_cast<quint64>(token)); }
     Q_INVOKABLE void onRenderProcessTerminated(int status, int exitCode);
 
-signals:
+Q_SIGNALS:
     /// The engine's item has been created.
     void engineStarted();
     void userScriptsChanged();

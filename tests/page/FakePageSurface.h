@@ -13,16 +13,16 @@ public:
     FakePageSurface() : PageSurface([this] { return now; }, nullptr) {}
 
     /// Finishes the load that has started last.
-    void finishLoad() { emit loadFinished(loads.last().first); }
+    void finishLoad() { Q_EMIT loadFinished(loads.last().first); }
     void failLoad(const QString &description, bool provisional)
     {
-        emit loadFailed(loads.last().first, description, provisional);
+        Q_EMIT loadFailed(loads.last().first, description, provisional);
     }
     /// The page posts a message.
     void post(const QString &name, const QVariant &body)
     {
         if (admitsMessage())
-            emit message(name, body);
+            Q_EMIT message(name, body);
     }
     /// The page's process dies.
     void crash() { renderProcessEnded(QStringLiteral("killed")); }

@@ -13,7 +13,7 @@ class TestPageAssets : public QObject
 {
     Q_OBJECT
 
-private slots:
+private Q_SLOTS:
     void pageFilesAreThere_data();
     void pageFilesAreThere();
     void iconsAreSvg_data();

@@ -17,7 +17,7 @@ class TestPageCopyButtons : public EnginePageTest
 {
     Q_OBJECT
 
-private slots:
+private Q_SLOTS:
     void pageItselfStaysAsItIs();
     void everyFinishedBlockHasOne();
     void buttonsFollowScrollingAndResizing();

@@ -19,7 +19,7 @@ class TestPageDisplay : public QObject
 {
     Q_OBJECT
 
-private slots:
+private Q_SLOTS:
     void init();
     void cleanup();
     void loadContentLogsAndLoads();
@@ -532,7 +532,7 @@ void TestPageDisplay::links()
 {
     QFETCH(QString, address);
     QFETCH(bool, opens);
-    emit m_surface->linkActivated(address);
+    Q_EMIT m_surface->linkActivated(address);
     QCOMPARE(m_workspace->urls.size(), opens ? 1 : 0);
     if (opens)
         QCOMPARE(m_workspace->urls[0], QUrl(address));

@@ -36,7 +36,7 @@ class TestPageEngine : public EnginePageTest
 {
     Q_OBJECT
 
-private slots:
+private Q_SLOTS:
     void rendersMarkdownWithoutNetwork();
     void hintAndIndicator();
     void nothingMovesWhenMotionIsReduced();

@@ -18,7 +18,7 @@ class TestPageHostile : public EnginePageTest
 {
     Q_OBJECT
 
-private slots:
+private Q_SLOTS:
     void initTestCase();
     void init();
     void canaryHears();

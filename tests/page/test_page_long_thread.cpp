@@ -49,7 +49,7 @@ class TestPageLongThread : public QObject
 {
     Q_OBJECT
 
-private slots:
+private Q_SLOTS:
     void initTestCase();
     void everythingIsThereInOrder();
     void mainThreadStaysFree();

@@ -15,7 +15,7 @@ class TestPagePreviews : public QObject
 {
     Q_OBJECT
 
-private slots:
+private Q_SLOTS:
     void init();
     void writesOnlyWhatIsOpened();
     void foldersAreForTheUserOnly();

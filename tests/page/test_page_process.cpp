@@ -13,7 +13,7 @@ class TestPageProcess : public EnginePageTest
 {
     Q_OBJECT
 
-private slots:
+private Q_SLOTS:
     void pageIsLoadedAgainWhenItsProcessEnds();
     void streamGoesOnWhenThePageProcessEnds();
     void pageArrivesWhenItsProcessEndsInMidLoad();

@@ -14,7 +14,7 @@ class TestPageScripts : public QObject
 {
     Q_OBJECT
 
-private slots:
+private Q_SLOTS:
     void sendsInvokeMessages();
     void scriptsRunWhereTheyMust();
 };

@@ -13,7 +13,7 @@ class TestPageSurface : public QObject
 {
     Q_OBJECT
 
-private slots:
+private Q_SLOTS:
     void loadsWithTheNextTurn();
     void newerLoadSupersedesOneThatHasNotStarted();
     void oneRenderAtATimeAndTheNewestOfTheWaiting();

@@ -160,7 +160,7 @@ class TestPageText : public QObject
 {
     Q_OBJECT
 
-private slots:
+private Q_SLOTS:
     void escapesForJson_data();
     void escapesForJson();
     void jsonMayBePutTogetherFromHalves();

@@ -12,7 +12,7 @@ class TestPageTheme : public QObject
 {
     Q_OBJECT
 
-private slots:
+private Q_SLOTS:
     void startsDark();
     void followsTheDesktopInSystemModeOnly();
     void handlerOutlivesNothing();

@@ -76,7 +76,7 @@ class TestStreamingEquality : public QObject
 {
     Q_OBJECT
 
-private slots:
+private Q_SLOTS:
     void initTestCase();
     void slotEqualsWholeRender_data();
     void slotEqualsWholeRender();

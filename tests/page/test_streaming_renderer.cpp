@@ -33,7 +33,7 @@ class TestStreamingRenderer : public QObject
 {
     Q_OBJECT
 
-private slots:
+private Q_SLOTS:
     void init();
     void cleanup();
     void startLoadsTheShell();

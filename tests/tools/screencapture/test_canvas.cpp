@@ -77,7 +77,7 @@ class CanvasTest : public QObject
 {
     Q_OBJECT
 
-private slots:
+private Q_SLOTS:
     void blendingExtremes()
     {
         QCOMPARE(blendOver(0xff123456, 0xffabcdef, 255), 0xffabcdefU);

@@ -27,7 +27,7 @@ class CommandLineTest : public QObject
 {
     Q_OBJECT
 
-private slots:
+private Q_SLOTS:
     void asTheAppRunsIt()
     {
         const auto options = parse({"-x", "-C", "/tmp/picture.png"});

@@ -26,7 +26,7 @@ class FileTest : public QObject
 {
     Q_OBJECT
 
-private slots:
+private Q_SLOTS:
     void init() { QVERIFY(m_folder.isValid()); }
 
     void cleanup()

@@ -55,7 +55,7 @@ class GeometryTest : public QObject
 {
     Q_OBJECT
 
-private slots:
+private Q_SLOTS:
     void intersections()
     {
         QCOMPARE(intersected({0, 0, 10, 10}, {5, 6, 10, 10}), (Rect{5, 6, 5, 4}));

@@ -32,7 +32,7 @@ class PixelFormatTest : public QObject
 {
     Q_OBJECT
 
-private slots:
+private Q_SLOTS:
     void thirtyTwoBitsInBothByteOrders()
     {
         PixelFormat::Layout layout;

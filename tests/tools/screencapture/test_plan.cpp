@@ -34,7 +34,7 @@ class PlanTest : public QObject
 {
     Q_OBJECT
 
-private slots:
+private Q_SLOTS:
     void nothingToLeaveOut()
     {
         const std::vector<TopLevel> windows{window({0, 0, 500, 500})};

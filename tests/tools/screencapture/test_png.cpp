@@ -44,7 +44,7 @@ class PngTest : public QObject
 {
     Q_OBJECT
 
-private slots:
+private Q_SLOTS:
     void picturesSurvive_data()
     {
         QTest::addColumn<int>("width");

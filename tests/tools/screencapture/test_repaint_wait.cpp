@@ -17,7 +17,7 @@ class RepaintWaitTest : public QObject
 {
     Q_OBJECT
 
-private slots:
+private Q_SLOTS:
     void nothingToWaitFor()
     {
         QVERIFY(!RepaintWait({}, start).nextCheck(start));
