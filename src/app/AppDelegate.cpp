@@ -27,7 +27,7 @@ void log(const QString &message)
 } // namespace
 
 AppDelegate::AppDelegate(Collaborators collaborators, QObject *parent)
-    : QObject(parent), m_with(std::move(collaborators))
+    : QObject(parent), m_collaborators(std::move(collaborators))
 {}
 
 AppDelegate::~AppDelegate() = default;
@@ -35,18 +35,18 @@ AppDelegate::~AppDelegate() = default;
 void AppDelegate::applicationDidFinishLaunching()
 {
     log(QStringLiteral("applicationDidFinishLaunching"));
-    m_config = m_with.loadConfig();
-    const Capability accessory = m_with.shell.becomeAccessory();
+    m_config = m_collaborators.loadConfig();
+    const Capability accessory = m_collaborators.shell.becomeAccessory();
     log(QStringLiteral("Activation policy set to .accessory (no Dock/App Switcher)"));
     if (accessory.state() == Capability::State::Unsupported)
         log(QStringLiteral("WARNING: ") + accessory.reason());
     setupEditMenu();
-    connect(&m_with.hotkeys, &HotkeyManager::pressed, this, &AppDelegate::runHotkey);
-    m_with.permissions.checkAccessibility();
-    m_with.permissions.checkScreenRecording();
-    m_with.hotkeys.start(
-        HotkeyBindings::loadEffective(HotkeyCombos(m_config->hotkeys), m_with.defaults));
-    connect(&m_with.notifications, &NotificationCenter::sessionExpired, this,
+    connect(&m_collaborators.hotkeys, &HotkeyManager::pressed, this, &AppDelegate::runHotkey);
+    m_collaborators.permissions.checkAccessibility();
+    m_collaborators.permissions.checkScreenRecording();
+    m_collaborators.hotkeys.start(
+        HotkeyBindings::loadEffective(HotkeyCombos(m_config->hotkeys), m_collaborators.defaults));
+    connect(&m_collaborators.notifications, &NotificationCenter::sessionExpired, this,
             &AppDelegate::handleSessionExpired);
     showLogin();
     log(QStringLiteral("Login window shown, overlay deferred until sign-in"));
@@ -54,7 +54,7 @@ void AppDelegate::applicationDidFinishLaunching()
 
 void AppDelegate::setupEditMenu()
 {
-    const Capability installed = m_with.shell.installEditMenu();
+    const Capability installed = m_collaborators.shell.installEditMenu();
     log(QStringLiteral("Edit menu installed to prime standard key-equivalent shortcuts"));
     if (installed.state() == Capability::State::Unsupported)
         log(QStringLiteral("WARNING: ") + installed.reason());
@@ -85,7 +85,7 @@ void AppDelegate::runHotkey(HotkeyAction action)
 
 void AppDelegate::showLogin()
 {
-    m_login = m_with.makeLogin();
+    m_login = m_collaborators.makeLogin();
     if (!m_login)
         qFatal("The login window could not be created");
     m_login->onLoginSuccess = [self = QPointer(this)] {
@@ -116,7 +116,7 @@ void AppDelegate::startOverlay()
 {
     if (!m_config)
         qFatal("The overlay was started without a configuration");
-    m_overlay = m_with.makeOverlay(*m_config);
+    m_overlay = m_collaborators.makeOverlay(*m_config);
     if (!m_overlay)
         qFatal("The overlay could not be created");
     log(QStringLiteral("OverlayWindowController created"));
@@ -124,7 +124,7 @@ void AppDelegate::startOverlay()
     log(QStringLiteral("Overlay window shown"));
     applyConfigAtStart();
 
-    m_menuBar = m_with.makeMenuBar();
+    m_menuBar = m_collaborators.makeMenuBar();
     m_menuBar->onShowOverlay = [self = QPointer(this)] {
         if (self && self->m_overlay)
             self->m_overlay->show();
@@ -140,20 +140,20 @@ void AppDelegate::startOverlay()
 
 void AppDelegate::applyConfigAtStart()
 {
-    const std::optional<AppConfigResponse> config = m_with.session.currentConfig();
+    const std::optional<AppConfigResponse> config = m_collaborators.session.currentConfig();
     if (!config)
         return;
     m_overlay->applyConfigAtStart(*config);
-    const auto token = m_with.session.sessionToken();
-    if (config->requestLogs.value_or(false) && token && m_with.shipLogs)
-        m_with.shipLogs(*token);
-    m_with.heartbeat.start(static_cast<double>(config->heartbeatIntervalSeconds));
+    const auto token = m_collaborators.session.sessionToken();
+    if (config->requestLogs.value_or(false) && token && m_collaborators.shipLogs)
+        m_collaborators.shipLogs(*token);
+    m_collaborators.heartbeat.start(static_cast<double>(config->heartbeatIntervalSeconds));
 }
 
 void AppDelegate::handleSessionExpired()
 {
     log(QStringLiteral("sessionExpired received — tearing down overlay, showing login window"));
-    m_with.session.logout();
+    m_collaborators.session.logout();
     // The login window is on show already, perhaps with an e-mail half typed: it stays.
     if (!m_overlay && m_login)
         return;
@@ -170,8 +170,8 @@ void AppDelegate::handleSessionExpired()
 void AppDelegate::applicationWillTerminate()
 {
     log(QStringLiteral("applicationWillTerminate — clearing session"));
-    m_with.session.logout();
-    m_with.hotkeys.stop();
+    m_collaborators.session.logout();
+    m_collaborators.hotkeys.stop();
 }
 
 } // namespace quellora

@@ -70,7 +70,7 @@ private:
     void applyConfigAtStart();
     void handleSessionExpired();
 
-    Collaborators m_with;
+    Collaborators m_collaborators;
     std::optional<VantiroConfig> m_config;
     std::unique_ptr<LoginPresenter> m_login;
     std::unique_ptr<OverlayPresenter> m_overlay;

@@ -59,7 +59,7 @@ Application::Application(std::unique_ptr<SingleInstance> instance)
     initializeUi();
     prepareQmlEngine(m_engine);
     followMotion(m_engine, m_platform->appearance());
-    Platform::leaveWithDisplay(&EmergencyExit::leave);
+    Platform::setDisplayLossHandler(&EmergencyExit::leave);
 }
 
 Application::~Application()

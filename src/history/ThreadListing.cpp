@@ -1,7 +1,7 @@
 #include "history/ThreadListing.h"
 
 #include "history/ThreadSummaryReader.h"
-#include "platform/FileLook.h"
+#include "platform/FileStatus.h"
 
 #include <QFile>
 #include <QThread>
@@ -53,7 +53,7 @@ void sortByChange(QList<Candidate> &candidates, const QByteArray &root,
             const qsizetype end = std::min(count, (part + 1) * share);
             for (qsizetype i = part * share; i < end && !promise.isCanceled(); ++i) {
                 all[i].changed =
-                    lookAt(ThreadSummaryReader::folderOf(root, all[i].id) + "/session.json")
+                    fileStatus(ThreadSummaryReader::folderOf(root, all[i].id) + "/session.json")
                         .modified;
             }
         };

@@ -1,7 +1,7 @@
 #include "history/ThreadSummaryReader.h"
 
 #include "history/SessionFile.h"
-#include "platform/FileLook.h"
+#include "platform/FileStatus.h"
 
 #include <QFile>
 
@@ -311,7 +311,7 @@ tl::expected<ThreadSummary, QString> ThreadSummaryReader::readDescription(const 
     for (const qint64 index : std::as_const(found->screenshots)) {
         const QByteArray image =
             folder + '/' + QFile::encodeName(CaptureSessionStore::screenshotFileName(index));
-        if (lookAt(image).kind != FileLook::Kind::File) {
+        if (fileStatus(image).kind != FileStatus::Kind::File) {
             return tl::unexpected(
                 StoreError{Kind::ScreenshotFileMissing, id, index, {}}.description());
         }

@@ -36,8 +36,8 @@ void logNotOpened(const OpenFailure &failure)
 
 LoginWindowController::LoginWindowController(Collaborators collaborators, QObject *parent)
     : QObject(parent)
-    , m_with(std::move(collaborators))
-    , m_viewModel(m_with.auth, m_with.oauthListener != nullptr)
+    , m_collaborators(std::move(collaborators))
+    , m_viewModel(m_collaborators.auth, m_collaborators.oauthListener != nullptr)
 {
     connect(&m_viewModel, &LoginViewModel::signedIn, this,
             &LoginWindowController::handleLoginSuccess);
@@ -46,9 +46,9 @@ LoginWindowController::LoginWindowController(Collaborators collaborators, QObjec
     connect(&m_viewModel, &LoginViewModel::googleSignInCancelled, this,
             &LoginWindowController::cancelGoogleSignIn);
     connect(&m_viewModel, &LoginViewModel::forgotPasswordRequested, this,
-            [this] { open(m_with.endpoints.forgotPassword()); });
+            [this] { open(m_collaborators.endpoints.forgotPassword()); });
     connect(&m_viewModel, &LoginViewModel::signupRequested, this,
-            [this] { open(m_with.endpoints.signup()); });
+            [this] { open(m_collaborators.endpoints.signup()); });
     createWindow();
     log(QStringLiteral("Login window created"));
 }
@@ -56,15 +56,15 @@ LoginWindowController::LoginWindowController(Collaborators collaborators, QObjec
 LoginWindowController::~LoginWindowController()
 {
     m_verification.cancel();
-    if (m_with.oauthListener)
-        m_with.oauthListener->cancel();
+    if (m_collaborators.oauthListener)
+        m_collaborators.oauthListener->cancel();
 }
 
 void LoginWindowController::createWindow()
 {
     keepQmlModule<&qml_register_types_Quellora_Login>();
 
-    m_window = std::make_unique<QQuickView>(&m_with.engine, nullptr);
+    m_window = std::make_unique<QQuickView>(&m_collaborators.engine, nullptr);
     m_window->setTitle(QStringLiteral("Quellora"));
     m_window->setFlags(Qt::Window | Qt::CustomizeWindowHint | Qt::WindowTitleHint |
                        Qt::WindowSystemMenuHint | Qt::WindowMinimizeButtonHint |
@@ -82,7 +82,7 @@ void LoginWindowController::createWindow()
     m_window->setSource(QUrl(QStringLiteral("qrc:/qt/qml/Quellora/Login/LoginView.qml")));
     if (m_window->status() != QQuickView::Ready)
         qFatal("The sign-in form could not be loaded");
-    const Capability ordinary = m_with.shell.makeOrdinary(*m_window);
+    const Capability ordinary = m_collaborators.shell.makeOrdinary(*m_window);
     if (ordinary.state() == Capability::State::Unsupported)
         log(QStringLiteral("WARNING: ") + ordinary.reason());
     m_window->installEventFilter(this);
@@ -98,7 +98,7 @@ void LoginWindowController::showWindow()
         m_window->setPosition(area.topLeft());
     }
     m_window->show();
-    const Capability activated = m_with.shell.activate(*m_window);
+    const Capability activated = m_collaborators.shell.activate(*m_window);
     log(QStringLiteral("Activated app and made login window key"));
     if (activated.state() == Capability::State::Unsupported)
         log(QStringLiteral("WARNING: ") + activated.reason());
@@ -107,12 +107,12 @@ void LoginWindowController::showWindow()
 void LoginWindowController::bringToFront()
 {
     m_window->setWindowStates(m_window->windowStates() & ~Qt::WindowMinimized);
-    m_with.shell.activate(*m_window);
+    m_collaborators.shell.activate(*m_window);
 }
 
 void LoginWindowController::open(const QUrl &url)
 {
-    whenFinished(m_with.workspace.openUrl(url), this, [this](const OpenResult &opened) {
+    whenFinished(m_collaborators.workspace.openUrl(url), this, [this](const OpenResult &opened) {
         if (opened)
             return;
         logNotOpened(opened.error());
@@ -122,7 +122,7 @@ void LoginWindowController::open(const QUrl &url)
 
 void LoginWindowController::startGoogleSignIn()
 {
-    if (!m_with.oauthListener)
+    if (!m_collaborators.oauthListener)
         return;
     m_viewModel.setErrorMessage({});
     m_viewModel.setGoogleLoading(true);
@@ -137,7 +137,7 @@ void LoginWindowController::startGoogleSignIn()
             },
             Qt::QueuedConnection);
     };
-    m_with.oauthListener->start(
+    m_collaborators.oauthListener->start(
         [onMainThread] {
             onMainThread([](LoginWindowController &controller) { controller.openSignInPage(); });
         },
@@ -151,7 +151,7 @@ void LoginWindowController::startGoogleSignIn()
 void LoginWindowController::openSignInPage()
 {
     log(QStringLiteral("OAuth callback listener ready, opening browser for Google sign-in"));
-    whenFinished(m_with.workspace.openUrl(m_with.endpoints.googleLogin()), this,
+    whenFinished(m_collaborators.workspace.openUrl(m_collaborators.endpoints.googleLogin()), this,
                  [this, attempt = m_attempt](const OpenResult &opened) {
                      // Once an answer is there, how the browser fares does not matter any more.
                      if (opened || attempt != m_attempt || m_didAuthenticate)
@@ -179,7 +179,7 @@ void LoginWindowController::handleOAuthCallback(const std::optional<QString> &to
         if (attempt == m_attempt)
             finishVerification(watcher->future());
     });
-    m_verification = m_with.auth.verify(*token);
+    m_verification = m_collaborators.auth.verify(*token);
     watcher->setFuture(m_verification);
 }
 
@@ -212,8 +212,8 @@ void LoginWindowController::cancelGoogleSignIn()
 void LoginWindowController::endGoogleSignIn()
 {
     ++m_attempt;
-    if (m_with.oauthListener)
-        m_with.oauthListener->cancel();
+    if (m_collaborators.oauthListener)
+        m_collaborators.oauthListener->cancel();
     m_verification.cancel();
     m_viewModel.setGoogleLoading(false);
 }
@@ -234,8 +234,8 @@ void LoginWindowController::handleLoginSuccess()
     m_didAuthenticate = true;
     qApp->removeEventFilter(this);
     // What the other way still waits for must not replace this session.
-    if (m_with.oauthListener)
-        m_with.oauthListener->cancel();
+    if (m_collaborators.oauthListener)
+        m_collaborators.oauthListener->cancel();
     m_verification.cancel();
     m_viewModel.dropSubmit();
     QMetaObject::invokeMethod(m_window->rootObject(), "forgetTexts");
@@ -259,7 +259,7 @@ void LoginWindowController::windowWillClose()
         return;
     m_quitting = true;
     log(QStringLiteral("Login window closed before sign-in — quitting"));
-    m_with.quit();
+    m_collaborators.quit();
 }
 
 } // namespace quellora

@@ -76,7 +76,7 @@ private:
     void handleLoginSuccess();
     void windowWillClose();
 
-    Collaborators m_with;
+    Collaborators m_collaborators;
     LoginViewModel m_viewModel;
     std::unique_ptr<QQuickView> m_window;
     bool m_didAuthenticate = false;

@@ -42,7 +42,7 @@ public:
 private:
     void startupMessageChanged();
 
-    Collaborators m_with;
+    Collaborators m_collaborators;
 };
 
 } // namespace quellora

@@ -29,21 +29,23 @@ OverlayModel::SaveState shown(SaveState::Kind kind)
 
 } // namespace
 
-OverlayMirror::OverlayMirror(const Collaborators &collaborators) : m_with(collaborators)
+OverlayMirror::OverlayMirror(const Collaborators &collaborators) : m_collaborators(collaborators)
 {
-    connect(&m_with.messages, &ServiceMessages::changed, this, &OverlayMirror::refreshMessages);
-    connect(&m_with.threads, &ThreadController::sessionChanged, this,
+    connect(&m_collaborators.messages, &ServiceMessages::changed, this,
+            &OverlayMirror::refreshMessages);
+    connect(&m_collaborators.threads, &ThreadController::sessionChanged, this,
             &OverlayMirror::refreshThread);
-    connect(&m_with.threads, &ThreadController::saveStateChanged, this,
+    connect(&m_collaborators.threads, &ThreadController::saveStateChanged, this,
             &OverlayMirror::refreshThread);
-    connect(&m_with.threads, &ThreadController::stagedScreenshotChanged, this, [this] {
-        const auto &staged = m_with.threads.stagedScreenshot();
-        m_with.panels.setStagedScreenshotData(staged ? std::optional(staged->imageData)
-                                                     : std::nullopt);
+    connect(&m_collaborators.threads, &ThreadController::stagedScreenshotChanged, this, [this] {
+        const auto &staged = m_collaborators.threads.stagedScreenshot();
+        m_collaborators.panels.setStagedScreenshotData(staged ? std::optional(staged->imageData)
+                                                              : std::nullopt);
     });
-    connect(&m_with.orchestrator, &QueryOrchestrator::activityChanged, this,
+    connect(&m_collaborators.orchestrator, &QueryOrchestrator::activityChanged, this,
             &OverlayMirror::refreshActivity);
-    connect(&m_with.display, &ResponseDisplay::contentChanged, this, &OverlayMirror::refreshThread);
+    connect(&m_collaborators.display, &ResponseDisplay::contentChanged, this,
+            &OverlayMirror::refreshThread);
     refreshMessages();
     refreshThread();
     refreshActivity();
@@ -51,56 +53,59 @@ OverlayMirror::OverlayMirror(const Collaborators &collaborators) : m_with(collab
 
 void OverlayMirror::refreshMessages()
 {
-    m_with.panels.setAdminMessage(m_with.messages.displayedAdminMessage());
-    m_with.panels.setInformationalCollapsed(m_with.messages.isInformationalCollapsed());
-    m_with.panels.setBlocked(m_with.messages.isBlocked());
-    m_with.overlay.setSendingBlocked(m_with.messages.isBlocked());
-    m_with.overlay.setUsage(m_with.messages.tokenCap() >= 1
-                                ? std::optional(m_with.messages.usagePercent())
-                                : std::nullopt);
-    m_with.menu.setUsage(m_with.messages.tokensUsed(), m_with.messages.tokenCap(),
-                         m_with.messages.capExceeded());
+    m_collaborators.panels.setAdminMessage(m_collaborators.messages.displayedAdminMessage());
+    m_collaborators.panels.setInformationalCollapsed(
+        m_collaborators.messages.isInformationalCollapsed());
+    m_collaborators.panels.setBlocked(m_collaborators.messages.isBlocked());
+    m_collaborators.overlay.setSendingBlocked(m_collaborators.messages.isBlocked());
+    m_collaborators.overlay.setUsage(m_collaborators.messages.tokenCap() >= 1
+                                         ? std::optional(m_collaborators.messages.usagePercent())
+                                         : std::nullopt);
+    m_collaborators.menu.setUsage(m_collaborators.messages.tokensUsed(),
+                                  m_collaborators.messages.tokenCap(),
+                                  m_collaborators.messages.capExceeded());
 }
 
 void OverlayMirror::refreshThread()
 {
-    const auto &session = m_with.threads.currentSession();
+    const auto &session = m_collaborators.threads.currentSession();
     const bool isEmpty = !session || (session->turns.isEmpty() && session->notes.isEmpty() &&
                                       session->screenshots.isEmpty());
     // The first question names its thread while its answer is still under way.
-    const QString asked = m_with.orchestrator.shownPrompt();
+    const QString asked = m_collaborators.orchestrator.shownPrompt();
     if (session && session->turns.isEmpty() && !session->customTitle && !asked.isEmpty())
-        m_with.overlay.setTitle(CaptureSession::firstLine(asked));
+        m_collaborators.overlay.setTitle(CaptureSession::firstLine(asked));
     else
-        m_with.overlay.setTitle(isEmpty ? QString()
-                                        : session->customTitle.value_or(session->previewText()));
-    const SaveState saved = m_with.threads.saveState();
-    m_with.overlay.setSaveState(shown(saved.kind), saved.reason);
-    m_with.overlay.setThreadCovered(m_with.display.content() == ResponseDisplay::Content::Message &&
-                                    (!isEmpty || !asked.isEmpty()));
-    m_with.overlay.setHasAnswer(session && !session->turns.isEmpty());
+        m_collaborators.overlay.setTitle(
+            isEmpty ? QString() : session->customTitle.value_or(session->previewText()));
+    const SaveState saved = m_collaborators.threads.saveState();
+    m_collaborators.overlay.setSaveState(shown(saved.kind), saved.reason);
+    m_collaborators.overlay.setThreadCovered(m_collaborators.display.content() ==
+                                                 ResponseDisplay::Content::Message &&
+                                             (!isEmpty || !asked.isEmpty()));
+    m_collaborators.overlay.setHasAnswer(session && !session->turns.isEmpty());
 }
 
 void OverlayMirror::refreshActivity()
 {
-    m_with.panels.setCapturing(m_with.orchestrator.isCapturing());
+    m_collaborators.panels.setCapturing(m_collaborators.orchestrator.isCapturing());
     refreshThread();
-    switch (m_with.orchestrator.activity()) {
+    switch (m_collaborators.orchestrator.activity()) {
     case QueryOrchestrator::Activity::Capturing:
-        m_with.overlay.setActivity(OverlayModel::Activity::Capturing);
+        m_collaborators.overlay.setActivity(OverlayModel::Activity::Capturing);
         break;
     case QueryOrchestrator::Activity::Waiting:
-        m_with.overlay.setActivity(OverlayModel::Activity::Waiting);
+        m_collaborators.overlay.setActivity(OverlayModel::Activity::Waiting);
         break;
     case QueryOrchestrator::Activity::Streaming:
-        m_with.overlay.setActivity(OverlayModel::Activity::Streaming);
+        m_collaborators.overlay.setActivity(OverlayModel::Activity::Streaming);
         break;
     case QueryOrchestrator::Activity::Stopped:
-        m_with.overlay.setActivity(OverlayModel::Activity::Idle);
-        m_with.overlay.showStopped();
+        m_collaborators.overlay.setActivity(OverlayModel::Activity::Idle);
+        m_collaborators.overlay.showStopped();
         break;
     case QueryOrchestrator::Activity::Idle:
-        m_with.overlay.setActivity(OverlayModel::Activity::Idle);
+        m_collaborators.overlay.setActivity(OverlayModel::Activity::Idle);
         break;
     }
 }

@@ -37,7 +37,7 @@ private:
     void refreshThread();
     void refreshActivity();
 
-    Collaborators m_with;
+    Collaborators m_collaborators;
 };
 
 } // namespace quellora

@@ -35,37 +35,39 @@ void logIfLacking(const Capability &capability)
 
 OverlayWindowController::OverlayWindowController(const VantiroConfig &config,
                                                  Collaborators collaborators)
-    : m_with(begin(std::move(collaborators)))
+    : m_collaborators(begin(std::move(collaborators)))
     , m_config(config)
-    , m_workspace(m_with.platform.workspace())
-    , m_panels(m_with.settings)
-    , m_settings(m_with.platform, m_workspace, m_with.settings, m_with.defaults, m_with.hotkeys,
-                 *m_panels.models(), HotkeyCombos(config.hotkeys))
-    , m_panel(m_with.platform.panelWindow())
+    , m_workspace(m_collaborators.platform.workspace())
+    , m_panels(m_collaborators.settings)
+    , m_settings(m_collaborators.platform, m_workspace, m_collaborators.settings,
+                 m_collaborators.defaults, m_collaborators.hotkeys, *m_panels.models(),
+                 HotkeyCombos(config.hotkeys))
+    , m_panel(m_collaborators.platform.panelWindow())
     , m_placement(m_panel, config.overlay)
-    , m_theme(m_with.platform.appearance())
-    , m_display(*m_with.surface, m_workspace, QDir::tempPath())
+    , m_theme(m_collaborators.platform.appearance())
+    , m_display(*m_collaborators.surface, m_workspace, QDir::tempPath())
     , m_stream(m_display)
-    , m_messages(m_stream, m_with.endpoints)
-    , m_threads(m_with.settings, m_with.saver)
+    , m_messages(m_stream, m_collaborators.endpoints)
+    , m_threads(m_collaborators.settings, m_collaborators.saver)
     , m_orchestrator(std::make_unique<QueryOrchestrator>(QueryOrchestrator::Collaborators{
-          m_with.session, m_with.settings, m_threads, m_messages, m_with.service, m_stream,
-          m_with.capture, [this] {
+          m_collaborators.session, m_collaborators.settings, m_threads, m_messages,
+          m_collaborators.service, m_stream, m_collaborators.capture, [this] {
               const QString id = m_panels.models()->selectedId();
               return id.isEmpty() ? std::nullopt : std::optional(id);
           }}))
 {
-    if (m_with.library)
-        m_history = std::make_unique<OverlayHistory>(*m_with.library, m_threads,
-                                                     m_with.platform.vocabulary());
+    if (m_collaborators.library)
+        m_history = std::make_unique<OverlayHistory>(*m_collaborators.library, m_threads,
+                                                     m_collaborators.platform.vocabulary());
     configurePanel();
     setupContentView();
     m_mirror = std::make_unique<OverlayMirror>(OverlayMirror::Collaborators{
         m_messages, m_threads, *m_orchestrator, m_display, m_overlay, m_panels, m_menu});
-    m_configuration = std::make_unique<OverlayConfig>(OverlayConfig::Collaborators{
-        m_with.session, m_messages, *m_orchestrator, *m_panels.models(), m_with.permissions});
-    connect(&m_with.notifications, &NotificationCenter::configDidUpdate, m_configuration.get(),
-            &OverlayConfig::applyConfig);
+    m_configuration = std::make_unique<OverlayConfig>(
+        OverlayConfig::Collaborators{m_collaborators.session, m_messages, *m_orchestrator,
+                                     *m_panels.models(), m_collaborators.permissions});
+    connect(&m_collaborators.notifications, &NotificationCenter::configDidUpdate,
+            m_configuration.get(), &OverlayConfig::applyConfig);
     connect(qGuiApp, &QGuiApplication::applicationStateChanged, this,
             [this](Qt::ApplicationState state) {
                 if (state == Qt::ApplicationActive)
@@ -91,7 +93,7 @@ void OverlayWindowController::configurePanel()
     log(QStringLiteral("NonFocusPanel created (%1x%2)")
             .arg(decimalText(m_config.overlay.width), decimalText(m_config.overlay.height)));
     m_panel.setTitle(QStringLiteral("Quellora"));
-    PanelWindow &platform = m_with.platform.panelWindow();
+    PanelWindow &platform = m_collaborators.platform.panelWindow();
     const Capability exclusion = platform.excludeFromCapture(m_panel);
     logIfLacking(exclusion);
     m_settings.setCaptureExclusion(exclusion);
@@ -105,12 +107,13 @@ void OverlayWindowController::setupContentView()
             .arg(decimalText(m_panel.width()), decimalText(m_panel.height())));
     m_overlay.setCurrentAlpha(m_config.overlay.defaultOpacity);
     m_display.setCurrentAlpha(m_config.overlay.defaultOpacity);
-    m_settings.attach({m_panel, m_overlay, m_panels, m_theme, m_display}, m_with.endpoints);
+    m_settings.attach({m_panel, m_overlay, m_panels, m_theme, m_display},
+                      m_collaborators.endpoints);
     wireOverlay();
     wirePanels();
-    m_panel.setContent(m_with.engine,
-                       {m_overlay, m_panels, m_menu, m_scrollbar, m_with.responseView,
-                        m_with.surface.get(), m_history ? &m_history->model() : nullptr,
+    m_panel.setContent(m_collaborators.engine,
+                       {m_overlay, m_panels, m_menu, m_scrollbar, m_collaborators.responseView,
+                        m_collaborators.surface.get(), m_history ? &m_history->model() : nullptr,
                         &m_settings.model()});
     m_display.loadContent(QString());
     log(QStringLiteral("Content view built and attached (WebView + control bar + bottom panels)"));
@@ -120,7 +123,7 @@ void OverlayWindowController::wireOverlay()
 {
     connect(&m_overlay, &OverlayModel::closeRequested, this, [this] {
         log(QStringLiteral("Close button clicked, quitting application"));
-        m_with.quit();
+        m_collaborators.quit();
     });
     // There is no Dock or task bar to minimise into: the toggle hot key or the status item brings
     // the panel back.
@@ -183,7 +186,7 @@ void OverlayWindowController::wireOverlay()
             &ResponseScrollbarModel::setPosition);
     // The page must not jump under the pointer.
     connect(&m_scrollbar, &ResponseScrollbarModel::draggingChanged, this,
-            [this] { m_with.surface->setHeld(m_scrollbar.isDragging()); });
+            [this] { m_collaborators.surface->setHeld(m_scrollbar.isDragging()); });
     connect(&m_display, &ResponseDisplay::noteDeleteRequested, this, [this](const QUuid &id) {
         if (m_threads.removeNote(id))
             m_orchestrator->showCurrentThread();
@@ -209,11 +212,11 @@ void OverlayWindowController::wireOverlay()
     connect(&m_menu, &HamburgerMenuModel::settingsRequested, &m_settings, &OverlaySettings::open);
     connect(&m_menu, &HamburgerMenuModel::accountRequested, this, [this] {
         log(QStringLiteral("Account link clicked"));
-        m_workspace.openUrl(m_with.endpoints.account());
+        m_workspace.openUrl(m_collaborators.endpoints.account());
     });
     connect(&m_menu, &HamburgerMenuModel::upgradeRequested, this, [this] {
         log(QStringLiteral("Usage row Upgrade link clicked"));
-        m_workspace.openUrl(m_with.endpoints.pricing());
+        m_workspace.openUrl(m_collaborators.endpoints.pricing());
     });
     connect(&m_menu, &HamburgerMenuModel::signOutRequested, this,
             &OverlayWindowController::signOutClicked);
@@ -231,7 +234,7 @@ void OverlayWindowController::wirePanels()
     connect(&m_panels, &BottomPanelsModel::noteRequested, orchestrator,
             &QueryOrchestrator::addNote);
     connect(orchestrator, &QueryOrchestrator::captureSucceeded, this,
-            [this] { m_with.settings.setHasLaunchedBefore(true); });
+            [this] { m_collaborators.settings.setHasLaunchedBefore(true); });
     // A hot key works while the panel is hidden; the reason must be seen.
     connect(orchestrator, &QueryOrchestrator::refused, this, [this] {
         if (!m_isVisible)
@@ -250,7 +253,7 @@ void OverlayWindowController::wirePanels()
 void OverlayWindowController::show()
 {
     m_placement.keepOnScreen();
-    logIfLacking(m_with.platform.panelWindow().orderFront(m_panel));
+    logIfLacking(m_collaborators.platform.panelWindow().orderFront(m_panel));
     m_isVisible = true;
     updateClickThroughState();
     log(QStringLiteral("Window shown"));
@@ -328,9 +331,9 @@ void OverlayWindowController::toggleHamburgerMenu()
 void OverlayWindowController::signOutClicked()
 {
     log(QStringLiteral("Sign Out clicked"));
-    m_with.session.logout();
+    m_collaborators.session.logout();
     // Closes the panel.
-    Q_EMIT m_with.notifications.sessionExpired();
+    Q_EMIT m_collaborators.notifications.sessionExpired();
 }
 
 void OverlayWindowController::showNotice(const QString &text)
@@ -347,7 +350,8 @@ void OverlayWindowController::applyConfigAtStart(const AppConfigResponse &config
 void OverlayWindowController::updateClickThroughState()
 {
     if (m_isVisible)
-        m_with.platform.panelWindow().setClickThrough(m_panel, m_overlay.clickThroughRect());
+        m_collaborators.platform.panelWindow().setClickThrough(m_panel,
+                                                               m_overlay.clickThroughRect());
 }
 
 void OverlayWindowController::copyAnswer()

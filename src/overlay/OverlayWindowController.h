@@ -117,7 +117,7 @@ private:
     void updateClickThroughState();
     void copyAnswer();
 
-    Collaborators m_with;
+    Collaborators m_collaborators;
     VantiroConfig m_config;
     /// For everything in the panel that opens an address or a file.
     OverlayWorkspace m_workspace;

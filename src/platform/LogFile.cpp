@@ -61,7 +61,7 @@ int lock(int folder, int operation)
     return status;
 }
 
-/// The size of a regular file made private; nullopt with errno set when it is none.
+/// Sets mode 0600 on a regular file and returns its size; nullopt with errno set on failure.
 std::optional<qint64> privateSize(int file)
 {
     struct stat info = {};
@@ -92,8 +92,7 @@ tl::expected<LogFile, QString> LogFile::open(const QByteArray &home, qint64 larg
     if (!folder.isOpen() || ::fchmod(folder.get(), S_IRWXU) != 0)
         return failure(path);
 
-    // Whoever is running writes to the file and holds the lock meanwhile: a second start leaves
-    // the file where it is.
+    // A running process holds the lock and writes to the file, so a second one must not rotate it.
     const bool isFirst = lock(folder.get(), LOCK_EX | LOCK_NB) == 0;
     if (!isFirst)
         lock(folder.get(), LOCK_SH);
@@ -126,16 +125,16 @@ LogFile::~LogFile()
     }
 }
 
-QString LogFile::takeOver(int descriptor)
+QString LogFile::redirect(int descriptor)
 {
     if (::dup2(m_file, descriptor) < 0)
         return qt_error_string(errno);
-    // Not closed: the lock goes with the process.
+    // Stays open so that the lock lasts until the process ends.
     m_folder = noDescriptor;
     return {};
 }
 
-bool LogFile::isLost(int descriptor)
+bool LogFile::isDiscarded(int descriptor)
 {
     struct stat info = {};
     if (::fstat(descriptor, &info) != 0)
@@ -145,17 +144,17 @@ bool LogFile::isLost(int descriptor)
            info.st_rdev == null.st_rdev;
 }
 
-QString LogFile::keepLostOutput(int descriptor, const QByteArray &home)
+QString LogFile::redirectIfDiscarded(int descriptor, const QByteArray &home)
 {
-    if (!isLost(descriptor))
+    if (!isDiscarded(descriptor))
         return {};
-    // What is opened next gets the number of a closed one.
+    // open() reuses the lowest free descriptor, so occupy it first.
     if (const int null = ::open("/dev/null", O_RDWR); null >= 0 && null != descriptor) {
         ::dup2(null, descriptor);
         ::close(null);
     }
     auto log = open(home);
-    return log ? log->takeOver(descriptor) : log.error();
+    return log ? log->redirect(descriptor) : log.error();
 }
 
 } // namespace quellora

@@ -288,10 +288,10 @@ public:
     /// Sets the environment and the attributes that the windowing system reads at start. Call
     /// before the application object exists.
     static void prepareProcess();
-    /// Calls @p leave when the connection to the display is lost: on any thread, perhaps on several
-    /// at once. @p leave must not return. Needs the application object; does nothing on systems
-    /// that quit programs before the display goes away.
-    static void leaveWithDisplay(void (*leave)());
+    /// Sets the function called when the connection to the display is lost. It runs on any thread,
+    /// possibly on several at once, and must not return. Requires the application object. Does
+    /// nothing on systems that quit programs before the display goes away.
+    static void setDisplayLossHandler(void (*handler)());
     /// Identifies the display session among those of one user, e.g. ":0"; callable at any time.
     static QString displaySession();
     /// The port for the running windowing system; needs the application object. Falls back to the

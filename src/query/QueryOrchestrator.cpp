@@ -29,11 +29,11 @@ void log(const QString &message)
 } // namespace
 
 QueryOrchestrator::QueryOrchestrator(Collaborators collaborators, QObject *parent)
-    : QObject(parent), m_with(std::move(collaborators))
+    : QObject(parent), m_collaborators(std::move(collaborators))
 {
-    connect(&m_with.threads, &ThreadController::sessionChanged, this,
+    connect(&m_collaborators.threads, &ThreadController::sessionChanged, this,
             &QueryOrchestrator::followThread);
-    connect(&m_with.messages, &ServiceMessages::aboutToShowPage, this,
+    connect(&m_collaborators.messages, &ServiceMessages::aboutToShowPage, this,
             &QueryOrchestrator::leavePage);
 }
 
@@ -58,17 +58,17 @@ QString QueryOrchestrator::shownPrompt() const
 
 void QueryOrchestrator::triggerCaptureAndSend()
 {
-    if (m_with.messages.blockIfKnownOverCap()) {
+    if (m_collaborators.messages.blockIfKnownOverCap()) {
         Q_EMIT refused();
         return;
     }
-    if (m_with.messages.isBlocked()) {
+    if (m_collaborators.messages.isBlocked()) {
         log(QStringLiteral("Capture & Send blocked — isBlocked is true"));
         Q_EMIT refused();
         return;
     }
     log(QStringLiteral("Capture & Send triggered"));
-    const QDateTime queryStart = m_with.clock();
+    const QDateTime queryStart = m_collaborators.clock();
     startCapture([this, queryStart](const ScreenshotCapture::Outcome &outcome) {
         captureAndSendFinished(outcome, queryStart);
     });
@@ -84,7 +84,7 @@ void QueryOrchestrator::captureNoSend()
 void QueryOrchestrator::startCapture(std::function<void(const ScreenshotCapture::Outcome &)> done)
 {
     const quint64 number = ++m_lastCapture;
-    const QFuture<ScreenshotCapture::Outcome> capture = m_with.capture();
+    const QFuture<ScreenshotCapture::Outcome> capture = m_collaborators.capture();
     m_captures.insert(number, capture);
     m_stopped = false;
     Q_EMIT activityChanged();
@@ -112,14 +112,14 @@ void QueryOrchestrator::captureAndSendFinished(const ScreenshotCapture::Outcome 
                       QStringLiteral("Screenshot capture"));
         return;
     }
-    const QString prompt =
-        PromptConfig::current(m_with.settings.userPrompt(), m_with.session.currentConfig());
+    const QString prompt = PromptConfig::current(m_collaborators.settings.userPrompt(),
+                                                 m_collaborators.session.currentConfig());
     // A screenshot that waits is not sent with this question: it stays where it is.
-    m_with.threads.clearStagedScreenshot();
-    CaptureSession session = m_with.threads.threadForQuery();
+    m_collaborators.threads.clearStagedScreenshot();
+    CaptureSession session = m_collaborators.threads.threadForQuery();
     const QString apiPrompt = contextAugmentedPrompt(prompt, session);
-    session.addScreenshot(outcome->jpegData, m_with.clock(), m_with.clock());
-    m_with.threads.setCurrentSession(session);
+    session.addScreenshot(outcome->jpegData, m_collaborators.clock(), m_collaborators.clock());
+    m_collaborators.threads.setCurrentSession(session);
     Q_EMIT captureSucceeded();
     runQuery(apiPrompt, prompt, queryStart, session.screenshots.constLast());
 }
@@ -131,7 +131,7 @@ void QueryOrchestrator::captureNoSendFinished(const ScreenshotCapture::Outcome &
                       QStringLiteral("Capture (no send)"));
         return;
     }
-    m_with.threads.stageScreenshot(outcome->jpegData);
+    m_collaborators.threads.stageScreenshot(outcome->jpegData);
     Q_EMIT captureSucceeded();
 }
 
@@ -140,7 +140,7 @@ void QueryOrchestrator::captureFailed(const ScreenshotCapture::CaptureError &err
 {
     if (error.kind == ScreenshotCapture::CaptureError::Kind::ProtectedContent) {
         log(action + QStringLiteral(" aborted — near-black frame (protected content suspected)"));
-        m_with.messages.handleProtectedContentCapture();
+        m_collaborators.messages.handleProtectedContentCapture();
         Q_EMIT refused();
         return;
     }
@@ -151,31 +151,33 @@ void QueryOrchestrator::captureFailed(const ScreenshotCapture::CaptureError &err
 void QueryOrchestrator::showErrorPage(const QString &title, const QString &text)
 {
     leavePage();
-    m_with.display.loadContent(QStringLiteral("**") + title + QStringLiteral(":**\n```\n") + text +
-                               QStringLiteral("\n```"));
-    m_with.display.showWindow();
+    m_collaborators.display.loadContent(QStringLiteral("**") + title +
+                                        QStringLiteral(":**\n```\n") + text +
+                                        QStringLiteral("\n```"));
+    m_collaborators.display.showWindow();
 }
 
 void QueryOrchestrator::sendPromptOnly(const QString &text)
 {
-    if (m_with.messages.blockIfKnownOverCap())
+    if (m_collaborators.messages.blockIfKnownOverCap())
         return;
-    if (m_with.messages.isBlocked()) {
+    if (m_collaborators.messages.isBlocked()) {
         log(QStringLiteral("Send blocked — isBlocked is true"));
         return;
     }
     log(QStringLiteral("Send button clicked — prompt-only query"));
-    const CaptureSession session = m_with.threads.threadForQuery();
+    const CaptureSession session = m_collaborators.threads.threadForQuery();
     const QString apiPrompt = contextAugmentedPrompt(text, session);
-    m_with.threads.setCurrentSession(session);
-    const std::optional<CaptureSession::Screenshot> staged = m_with.threads.stagedScreenshot();
-    m_with.threads.clearStagedScreenshot();
-    runQuery(apiPrompt, text, m_with.clock(), staged);
+    m_collaborators.threads.setCurrentSession(session);
+    const std::optional<CaptureSession::Screenshot> staged =
+        m_collaborators.threads.stagedScreenshot();
+    m_collaborators.threads.clearStagedScreenshot();
+    runQuery(apiPrompt, text, m_collaborators.clock(), staged);
 }
 
 void QueryOrchestrator::addNote(const QString &text)
 {
-    if (!m_with.threads.addNote(text))
+    if (!m_collaborators.threads.addNote(text))
         return;
     showCurrentThread();
     log(QStringLiteral("Note added to current session"));
@@ -185,7 +187,7 @@ void QueryOrchestrator::runQuery(const QString &apiPrompt, const QString &turnPr
                                  const QDateTime &queryStart,
                                  const std::optional<CaptureSession::Screenshot> &screenshot)
 {
-    const auto token = m_with.session.sessionToken();
+    const auto token = m_collaborators.session.sessionToken();
     if (!token) {
         log(QStringLiteral("ERROR: No session token — not logged in"));
         showErrorPage(QStringLiteral("Error"),
@@ -194,24 +196,24 @@ void QueryOrchestrator::runQuery(const QString &apiPrompt, const QString &turnPr
     }
     auto query = std::make_shared<ActiveQuery>();
     query->turnPrompt = turnPrompt;
-    query->promptBox = m_with.settings.userPrompt();
+    query->promptBox = m_collaborators.settings.userPrompt();
     query->screenshot = screenshot;
     query->promptCharacters = characterCount(turnPrompt);
     query->hasImage = screenshot.has_value();
-    query->tokensUsedBefore = m_with.messages.tokensUsed();
+    query->tokensUsedBefore = m_collaborators.messages.tokensUsed();
     query->queryStart = queryStart;
-    query->model = m_with.model();
-    if (const auto &session = m_with.threads.currentSession())
+    query->model = m_collaborators.model();
+    if (const auto &session = m_collaborators.threads.currentSession())
         query->threadId = session->id;
-    m_with.threads.retain(query->threadId);
+    m_collaborators.threads.retain(query->threadId);
 
     m_stopped = false;
     m_shown = query;
     m_isShownOnPage = true;
     m_queries.append(query);
-    m_with.display.handleStreamStart(m_with.threads.currentSession(), turnPrompt, queryStart,
-                                     screenshot);
-    m_with.display.showWindow();
+    m_collaborators.display.handleStreamStart(m_collaborators.threads.currentSession(), turnPrompt,
+                                              queryStart, screenshot);
+    m_collaborators.display.showWindow();
     runQueryOnMain(query, apiPrompt, *token);
     Q_EMIT activityChanged();
 }
@@ -222,10 +224,11 @@ void QueryOrchestrator::runQueryOnMain(const ActiveQueryPtr &query, const QStrin
     std::optional<QByteArray> imageBase64;
     if (query->screenshot)
         imageBase64 = query->screenshot->imageData.toBase64();
-    RunningQuery *transfer = m_with.service.query({apiPrompt, imageBase64, query->model, token});
+    RunningQuery *transfer =
+        m_collaborators.service.query({apiPrompt, imageBase64, query->model, token});
     query->transfer = transfer;
     connect(transfer, &RunningQuery::firstByte, this, [this, query] {
-        query->firstToken = m_with.clock();
+        query->firstToken = m_collaborators.clock();
         Q_EMIT activityChanged();
     });
     connect(transfer, &RunningQuery::chunk, this,
@@ -238,7 +241,7 @@ void QueryOrchestrator::chunkArrived(const ActiveQueryPtr &query, const QString 
 {
     query->answer += text;
     if (query == m_shown && m_isShownOnPage)
-        m_with.display.handleStreamChunk(text);
+        m_collaborators.display.handleStreamChunk(text);
 }
 
 void QueryOrchestrator::queryFinished(const ActiveQueryPtr &query, const QueryOutcome &outcome)
@@ -254,11 +257,11 @@ void QueryOrchestrator::queryFinished(const ActiveQueryPtr &query, const QueryOu
 
 bool QueryOrchestrator::keepAnswer(const ActiveQueryPtr &query)
 {
-    const bool isCurrent = m_with.threads.addTurn(query->threadId, query->turnPrompt, query->answer,
-                                                  query->screenshot);
+    const bool isCurrent = m_collaborators.threads.addTurn(query->threadId, query->turnPrompt,
+                                                           query->answer, query->screenshot);
     // The thread on show stays the one that the user sees, copies from and notes on.
-    if (isCurrent && !m_shown && m_with.settings.startNewThreadPerSendEnabled())
-        m_with.threads.endThreadAtNextSend();
+    if (isCurrent && !m_shown && m_collaborators.settings.startNewThreadPerSendEnabled())
+        m_collaborators.threads.endThreadAtNextSend();
     return isCurrent;
 }
 
@@ -272,14 +275,14 @@ void QueryOrchestrator::storeAnswer(const ActiveQueryPtr &query)
 void QueryOrchestrator::emptyPromptBox(const ActiveQueryPtr &query)
 {
     // A next question that is being typed is not this one's to remove.
-    if (!m_with.settings.dontClearPromptAfterSendEnabled() &&
-        m_with.settings.userPrompt() == query->promptBox)
-        m_with.settings.setUserPrompt(QString());
+    if (!m_collaborators.settings.dontClearPromptAfterSendEnabled() &&
+        m_collaborators.settings.userPrompt() == query->promptBox)
+        m_collaborators.settings.setUserPrompt(QString());
 }
 
 QueryOrchestrator::ActiveQueryPtr QueryOrchestrator::newestOfCurrentThread() const
 {
-    const auto &session = m_with.threads.currentSession();
+    const auto &session = m_collaborators.threads.currentSession();
     const auto found = std::find_if(m_queries.crbegin(), m_queries.crend(), [&](const auto &query) {
         return session && query->threadId == session->id;
     });
@@ -299,7 +302,7 @@ void QueryOrchestrator::followThread()
 void QueryOrchestrator::leavePage()
 {
     if (m_isShownOnPage)
-        m_with.display.abandonStream();
+        m_collaborators.display.abandonStream();
     m_isShownOnPage = false;
 }
 
@@ -315,14 +318,14 @@ void QueryOrchestrator::forget(const ActiveQueryPtr &query)
 void QueryOrchestrator::querySucceeded(const ActiveQueryPtr &query, const DoneInfo &info)
 {
     if (query == m_shown && m_isShownOnPage)
-        m_with.display.handleStreamEnd();
+        m_collaborators.display.handleStreamEnd();
     forget(query);
     storeAnswer(query);
-    m_with.threads.release(query->threadId);
+    m_collaborators.threads.release(query->threadId);
 
-    const qint64 cap = m_with.messages.tokenCap();
+    const qint64 cap = m_collaborators.messages.tokenCap();
     const qint64 usedAfter = cap - info.tokensRemaining;
-    m_with.messages.updateUsage(usedAfter, cap);
+    m_collaborators.messages.updateUsage(usedAfter, cap);
     fireTelemetry(query, info, usedAfter);
 }
 
@@ -334,7 +337,7 @@ void QueryOrchestrator::queryFailed(const ActiveQueryPtr &query, const QueryErro
     forget(query);
     // What has arrived is kept. The prompt stays, too: the question is still without its answer.
     const bool joinsCurrent = !query->answer.isEmpty() && keepAnswer(query);
-    m_with.threads.release(query->threadId);
+    m_collaborators.threads.release(query->threadId);
 
     const auto report = failureReport(error);
     if (report)
@@ -351,7 +354,7 @@ void QueryOrchestrator::queryFailed(const ActiveQueryPtr &query, const QueryErro
         Q_EMIT answerLost(report->pageText);
         return;
     }
-    ServiceMessages &messages = m_with.messages;
+    ServiceMessages &messages = m_collaborators.messages;
     if (error.kind == QueryError::Kind::RateLimited)
         messages.handleRateLimited(error.resetInSeconds);
     else if (error.kind == QueryError::Kind::ServerMessage)
@@ -386,11 +389,11 @@ void QueryOrchestrator::stop()
         showCurrentThread();
     } else {
         if (m_isShownOnPage)
-            m_with.display.handleStreamEnd();
+            m_collaborators.display.handleStreamEnd();
         forget(query);
         storeAnswer(query);
     }
-    m_with.threads.release(query->threadId);
+    m_collaborators.threads.release(query->threadId);
     m_stopped = true;
     Q_EMIT activityChanged();
 }
@@ -406,7 +409,7 @@ void QueryOrchestrator::discardAnswers(const QUuid &threadId)
         if (query == m_shown)
             leavePage();
         forget(query);
-        m_with.threads.release(threadId);
+        m_collaborators.threads.release(threadId);
         log(QStringLiteral("Answer given up with its thread"));
     }
     Q_EMIT activityChanged();
@@ -428,29 +431,29 @@ void QueryOrchestrator::cancelAll()
             keepAnswer(query);
             emptyPromptBox(query);
         }
-        m_with.threads.release(query->threadId);
+        m_collaborators.threads.release(query->threadId);
     }
 }
 
 void QueryOrchestrator::showCurrentThread()
 {
-    const auto &session = m_with.threads.currentSession();
+    const auto &session = m_collaborators.threads.currentSession();
     if (m_shown) {
         m_isShownOnPage = true;
-        m_with.display.resumeStream(session, m_shown->turnPrompt, m_shown->queryStart,
-                                    m_shown->screenshot, m_shown->answer);
+        m_collaborators.display.resumeStream(session, m_shown->turnPrompt, m_shown->queryStart,
+                                             m_shown->screenshot, m_shown->answer);
     } else if (session) {
-        m_with.display.renderThread(*session);
+        m_collaborators.display.renderThread(*session);
     }
 }
 
 void QueryOrchestrator::fireTelemetry(const ActiveQueryPtr &query, const DoneInfo &info,
                                       qint64 usedAfter)
 {
-    if (const auto token = m_with.session.sessionToken())
-        m_with.service.sendTelemetry(
-            *token,
-            telemetryRecord(*query, info, m_with.clock(), usedAfter, m_with.messages.tokenCap()));
+    if (const auto token = m_collaborators.session.sessionToken())
+        m_collaborators.service.sendTelemetry(
+            *token, telemetryRecord(*query, info, m_collaborators.clock(), usedAfter,
+                                    m_collaborators.messages.tokenCap()));
 }
 
 } // namespace quellora

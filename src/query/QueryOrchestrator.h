@@ -125,7 +125,7 @@ private:
     void followThread();
     void fireTelemetry(const ActiveQueryPtr &query, const DoneInfo &info, qint64 usedAfter);
 
-    Collaborators m_with;
+    Collaborators m_collaborators;
     /// Every answer under way, oldest first.
     QList<ActiveQueryPtr> m_queries;
     /// The newest one of the current thread: the strip tells of it, Stop ends it.

@@ -72,7 +72,7 @@ private Q_SLOTS:
         {
             auto log = open();
             QVERIFY2(log, qPrintable(log ? QString() : log.error()));
-            QCOMPARE(log->takeOver(output.get()), QString());
+            QCOMPARE(log->redirect(output.get()), QString());
         }
         output.print("one\n");
         output.print("two\n");
@@ -88,7 +88,7 @@ private Q_SLOTS:
         QVERIFY(::chmod(QFile::encodeName(m_file).constData(), 0644) == 0);
         QVERIFY(::chmod(QFile::encodeName(m_folder).constData(), 0755) == 0);
         Output output;
-        QCOMPARE(open()->takeOver(output.get()), QString());
+        QCOMPARE(open()->redirect(output.get()), QString());
         output.print("after\n");
         QCOMPARE(contents(m_file), QByteArray("before\nafter\n"));
         QCOMPARE(mode(m_folder), 0700U);
@@ -117,7 +117,7 @@ private Q_SLOTS:
             const auto first = open(100);
             QVERIFY(first);
             Output output;
-            QCOMPARE(open(1)->takeOver(output.get()), QString());
+            QCOMPARE(open(1)->redirect(output.get()), QString());
             output.print("6");
             QCOMPARE(contents(m_file), QByteArray("123456"));
             QVERIFY(!QFile::exists(m_older));
@@ -173,12 +173,12 @@ private Q_SLOTS:
     void keepsALostOutput()
     {
         const Output output;
-        QCOMPARE(LogFile::keepLostOutput(output.get(), home()), QString());
+        QCOMPARE(LogFile::redirectIfDiscarded(output.get(), home()), QString());
         output.print("kept\n");
         QCOMPARE(contents(m_file), QByteArray("kept\n"));
         // It is not lost any more.
         QVERIFY(QFile::remove(m_file));
-        QCOMPARE(LogFile::keepLostOutput(output.get(), home()), QString());
+        QCOMPARE(LogFile::redirectIfDiscarded(output.get(), home()), QString());
         QVERIFY(!QFile::exists(m_file));
     }
 
@@ -186,7 +186,7 @@ private Q_SLOTS:
     {
         const int closed = ::open("/dev/null", O_RDWR);
         ::close(closed);
-        QCOMPARE(LogFile::keepLostOutput(closed, home()), QString());
+        QCOMPARE(LogFile::redirectIfDiscarded(closed, home()), QString());
         QCOMPARE(::write(closed, "kept", 4), 4);
         QVERIFY(open(1));
         QCOMPARE(contents(m_file), QByteArray("kept"));
@@ -196,7 +196,7 @@ private Q_SLOTS:
     void leavesOtherOutputsAlone()
     {
         const Output zero("/dev/zero");
-        QCOMPARE(LogFile::keepLostOutput(zero.get(), home()), QString());
+        QCOMPARE(LogFile::redirectIfDiscarded(zero.get(), home()), QString());
         QVERIFY(!QFile::exists(m_folder));
     }
 
@@ -204,21 +204,21 @@ private Q_SLOTS:
     {
         write(m_home->filePath(QStringLiteral("Library")), "a file");
         const Output output;
-        QVERIFY(!LogFile::keepLostOutput(output.get(), home()).isEmpty());
-        QVERIFY(LogFile::isLost(output.get()));
+        QVERIFY(!LogFile::redirectIfDiscarded(output.get(), home()).isEmpty());
+        QVERIFY(LogFile::isDiscarded(output.get()));
     }
 
     void theNullDeviceAndNothingAreLost()
     {
-        QVERIFY(LogFile::isLost(Output().get()));
+        QVERIFY(LogFile::isDiscarded(Output().get()));
         const Output zero("/dev/zero");
-        QVERIFY(!LogFile::isLost(zero.get()));
+        QVERIFY(!LogFile::isDiscarded(zero.get()));
         int pipe[2];
         QVERIFY(::pipe(pipe) == 0);
-        QVERIFY(!LogFile::isLost(pipe[1]));
+        QVERIFY(!LogFile::isDiscarded(pipe[1]));
         ::close(pipe[0]);
         ::close(pipe[1]);
-        QVERIFY(LogFile::isLost(pipe[1]));
+        QVERIFY(LogFile::isDiscarded(pipe[1]));
     }
 
 private:

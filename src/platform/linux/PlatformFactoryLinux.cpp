@@ -35,9 +35,9 @@ void Platform::prepareProcess()
     QSurfaceFormat::setDefaultFormat(format);
 }
 
-void Platform::leaveWithDisplay(void (*leave)())
+void Platform::setDisplayLossHandler(void (*handler)())
 {
-    X11Connection::setLossHandler(leave);
+    X11Connection::setLossHandler(handler);
 }
 
 QString Platform::displaySession()

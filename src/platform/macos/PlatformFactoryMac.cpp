@@ -27,7 +27,7 @@ void Platform::prepareOutput()
     // WebEngine's long report of its settings would fill the log.
     setDefault("QT_LOGGING_RULES", "qt.webenginecontext=false");
     // Programs started from the desktop have no standard output to keep.
-    const QString problem = LogFile::keepLostOutput(STDOUT_FILENO, qgetenv("HOME"));
+    const QString problem = LogFile::redirectIfDiscarded(STDOUT_FILENO, qgetenv("HOME"));
     if (!problem.isEmpty())
         std::fprintf(stderr, "quellora: no log is kept: %s\n", qPrintable(problem));
 }
@@ -43,7 +43,7 @@ void Platform::prepareProcess()
     QSurfaceFormat::setDefaultFormat(format);
 }
 
-void Platform::leaveWithDisplay(void (*)())
+void Platform::setDisplayLossHandler(void (*)())
 {
     // At logout the system asks every program to quit first.
 }

@@ -23,7 +23,7 @@ constexpr int ownStatus = 42;
 /// The process under test: a drawing thread finds its connection to the display cut.
 int loseDisplay()
 {
-    Platform::leaveWithDisplay([] { std::_Exit(ownStatus); });
+    Platform::setDisplayLossHandler([] { std::_Exit(ownStatus); });
     std::thread([] {
         Display *display = XOpenDisplay(nullptr);
         ::shutdown(ConnectionNumber(display), SHUT_RDWR);

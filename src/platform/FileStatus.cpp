@@ -1,4 +1,4 @@
-#include "platform/FileLook.h"
+#include "platform/FileStatus.h"
 
 #include <cerrno>
 
@@ -53,9 +53,9 @@ private:
 
 } // namespace
 
-FileLook lookAt(const QByteArray &path)
+FileStatus fileStatus(const QByteArray &path)
 {
-    using Kind = FileLook::Kind;
+    using Kind = FileStatus::Kind;
     struct stat info = {};
     if (::lstat(path.constData(), &info) != 0)
         return {};
