@@ -112,13 +112,26 @@ QByteArray timestampHTML(const QDateTime &time)
     return "<div class=\"entry-timestamp\">" + threadTimestamp(time).toUtf8() + "</div>";
 }
 
+/// Image element of a screenshot.
+/// @param sourceAttribute "src", or "data-src" where the page's script fetches it when it comes
+/// near
+QByteArray thumbnailHTML(const CaptureSession::Screenshot &screenshot, QByteArrayView cssClass,
+                         QByteArrayView sourceAttribute, const PictureAddress &address)
+{
+    const QByteArray index = QByteArray::number(screenshot.index);
+    return "<img class=\"" + cssClass.toByteArray() + "\" " + sourceAttribute.toByteArray() +
+           "=\"" + escapedForHtml(address(screenshot)).toUtf8() + "\" alt=\"Screenshot " +
+           QByteArray::number(screenshot.index + 1) +
+           "\" role=\"button\" tabindex=\"0\" data-picture=\"" + index + "\">";
+}
+
 QByteArray turnPromptHTML(const QString &prompt,
                           const std::optional<CaptureSession::Screenshot> &screenshot,
                           const PictureAddress &address)
 {
     QByteArray html = "<div class=\"turn-prompt\">";
     if (screenshot)
-        html += thumbnailHTML(*screenshot, "thumb", address);
+        html += thumbnailHTML(*screenshot, "thumb", "data-src", address);
     return html + "<div class=\"prompt-text truncatable\">" + escapedForHtml(prompt).toUtf8() +
            "</div></div>";
 }
@@ -284,7 +297,7 @@ QByteArray screenshotOnlyPage(const CaptureSession &session, const PageAppearanc
     QByteArray page = pageStart(appearance, {}, rules(appearance, {}, pagestyle::screenshotOnly));
     page += "<div id=\"ct\">";
     for (const CaptureSession::Screenshot &screenshot : session.screenshots)
-        page += thumbnailHTML(screenshot, "thumb thumb-empty", address);
+        page += thumbnailHTML(screenshot, "thumb thumb-empty", "src", address);
     page += QStringLiteral("</div>\n<div id=\"empty-note\">Screenshot only — no notes or AI turns "
                            "yet.</div>\n")
                 .toUtf8();
@@ -334,16 +347,6 @@ QByteArray entryBodyHTML(const ThreadEntry &entry, const CaptureSession &session
     return "<div class=\"entry turn-entry\">" + timestampHTML(turn.createdAt) +
            turnPromptHTML(turn.prompt, screenshotOfTurn(session, turn.id), address) +
            "<div class=\"turn-response\" id=\"" + responseElementId(turn) + "\"></div></div>";
-}
-
-QByteArray thumbnailHTML(const CaptureSession::Screenshot &screenshot, QByteArrayView cssClass,
-                         const PictureAddress &address)
-{
-    const QByteArray index = QByteArray::number(screenshot.index);
-    return "<img class=\"" + cssClass.toByteArray() + "\" src=\"" +
-           escapedForHtml(address(screenshot)).toUtf8() + "\" loading=\"lazy\" alt=\"Screenshot " +
-           QByteArray::number(screenshot.index + 1) +
-           "\" role=\"button\" tabindex=\"0\" data-picture=\"" + index + "\">";
 }
 
 QString themeScript(const PageAppearance &appearance)

@@ -83,9 +83,6 @@ QByteArray streamingShellPage(const std::optional<CaptureSession> &session, cons
 /// One entry of a thread page, without the divider.
 QByteArray entryBodyHTML(const ThreadEntry &entry, const CaptureSession &session,
                          const PictureAddress &address);
-/// Image element of a screenshot.
-QByteArray thumbnailHTML(const CaptureSession::Screenshot &screenshot, QByteArrayView cssClass,
-                         const PictureAddress &address);
 
 /// Applies theme, text colour and code style to a loaded page.
 QString themeScript(const PageAppearance &appearance);

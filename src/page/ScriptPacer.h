@@ -9,7 +9,7 @@
 namespace quellora {
 
 /// Runs scripts one at a time. A script is made just before it runs, so that one script can serve
-/// several requests. A slow script is followed by a pause of the same length. Main thread only.
+/// several requests. A slow script is followed by a pause of twice its length. Main thread only.
 class ScriptPacer
 {
 public:

@@ -345,9 +345,9 @@ void TestPageText::screenshotOnly()
     const QByteArray expected = joined(
         {head(css), "<style>", css,
          "</style></head><body class=\"light\"><div id=\"ct\">"
-         "<img class=\"thumb thumb-empty\" src=\"quellora-page:&amp;/0\" loading=\"lazy\" "
+         "<img class=\"thumb thumb-empty\" src=\"quellora-page:&amp;/0\" "
          "alt=\"Screenshot 1\" role=\"button\" tabindex=\"0\" data-picture=\"0\">"
-         "<img class=\"thumb thumb-empty\" src=\"quellora-page:&amp;/1\" loading=\"lazy\" "
+         "<img class=\"thumb thumb-empty\" src=\"quellora-page:&amp;/1\" "
          "alt=\"Screenshot 2\" role=\"button\" tabindex=\"0\" data-picture=\"1\">"
          "</div>\n<div id=\"empty-note\">Screenshot only \u2014 no notes or AI turns yet.</div>\n"
          "</body></html>"});
@@ -376,7 +376,7 @@ void TestPageText::turnEntry()
     QCOMPARE(entryBodyHTML(item, session, addressOf),
              QByteArray("<div class=\"entry turn-entry\"><div class=\"entry-timestamp\">"
                         "Nov 21, 12:00 PM</div><div class=\"turn-prompt\"><img class=\"thumb\" "
-                        "src=\"quellora-page:&amp;/0\" loading=\"lazy\" alt=\"Screenshot 1\" "
+                        "data-src=\"quellora-page:&amp;/0\" alt=\"Screenshot 1\" "
                         "role=\"button\" tabindex=\"0\" data-picture=\"0\">"
                         "<div class=\"prompt-text truncatable\">a &amp; b</div></div>"
                         "<div class=\"turn-response\" id=\"resp-0A1B2C3D-0000-4000-8000-"
@@ -412,8 +412,8 @@ void TestPageText::shellWithoutThread()
                            CaptureSession::Screenshot{3, "AB", noon}, light(1), addressOf);
     QVERIFY(page.contains(
         "<div id=\"ct\"><div class=\"entry turn-entry\"><div class=\"entry-timestamp\">Nov 21, "
-        "12:00 PM</div><div class=\"turn-prompt\"><img class=\"thumb\" src=\"quellora-page:"
-        "&amp;/3\" loading=\"lazy\" alt=\"Screenshot 4\" role=\"button\" tabindex=\"0\" "
+        "12:00 PM</div><div class=\"turn-prompt\"><img class=\"thumb\" data-src=\"quellora-page:"
+        "&amp;/3\" alt=\"Screenshot 4\" role=\"button\" tabindex=\"0\" "
         "data-picture=\"3\"><div class=\"prompt-text truncatable\">What&#39;s "
         "&lt;this&gt;?</div></div><div class=\"turn-response\" id=\"streaming-response\">"
         "<div id=\"loading\" style=\"display:flex; gap:6px; padding:4px 0;\"><div class=\"dot\">"

@@ -57,5 +57,31 @@
     const sizes = new ResizeObserver(entries => entries.forEach(entry => mark(entry.target)));
     document.querySelectorAll('.truncatable').forEach(text => sizes.observe(text));
 
+    // ---- screenshots: fetched when they come within a screenful of what is visible ----------------
+    // (the engine ignores loading="lazy")
+
+    const loadPicture = picture => {
+        picture.src = picture.dataset.src;
+    };
+    const farPictures = new IntersectionObserver(entries => {
+        for (const { isIntersecting, target } of entries) {
+            if (!isIntersecting)
+                continue;
+            farPictures.unobserve(target);
+            loadPicture(target);
+        }
+    }, { root: document.body, rootMargin: '100% 0%' });
+    // Near ones at once, so that the page counts as loaded only with them.
+    const loadPictures = () => {
+        const isNear = ({ top, bottom }) => bottom >= -innerHeight && top <= 2 * innerHeight;
+        for (const picture of document.querySelectorAll('.thumb')) {
+            if (isNear(picture.getBoundingClientRect()))
+                loadPicture(picture);
+            else
+                farPictures.observe(picture);
+        }
+    };
+
     document.body.scrollTop = document.body.scrollHeight;
+    loadPictures();
 })();
