@@ -11,7 +11,7 @@
 namespace quellora {
 namespace {
 
-QFuture<OpenResult> handOver(NSURL *native, const QUrl &url)
+QFuture<OpenResult> openNative(NSURL *native, const QUrl &url)
 {
     if (!native)
         return OpenRules::failedFuture(
@@ -38,7 +38,7 @@ QFuture<OpenResult> WorkspaceMac::openUrl(const QUrl &url)
 {
     if (const auto refusal = OpenRules::checkAllowed(url))
         return OpenRules::failedFuture(*refusal);
-    return handOver([NSURL URLWithString:Cocoa::string(url.toString(QUrl::FullyEncoded))], url);
+    return openNative([NSURL URLWithString:Cocoa::string(url.toString(QUrl::FullyEncoded))], url);
 }
 
 QFuture<OpenResult> WorkspaceMac::openFile(const QString &path)
@@ -46,7 +46,8 @@ QFuture<OpenResult> WorkspaceMac::openFile(const QString &path)
     if (const auto refusal = OpenRules::checkAllowed(path))
         return OpenRules::failedFuture(*refusal);
     const QString absolute = QFileInfo(path).absoluteFilePath();
-    return handOver([NSURL fileURLWithPath:Cocoa::string(absolute)], QUrl::fromLocalFile(absolute));
+    return openNative([NSURL fileURLWithPath:Cocoa::string(absolute)],
+                      QUrl::fromLocalFile(absolute));
 }
 
 } // namespace quellora
