@@ -38,7 +38,7 @@ public:
     }
 
     State state() const { return m_state; }
-    /// Why the request was not fully applied; empty when it was.
+    /// Why the request was not fully applied; empty if it was.
     const QString &reason() const { return m_reason; }
     bool isApplied() const { return m_state == State::Applied; }
 

@@ -20,8 +20,9 @@ void syncFolderToDisk(const QString &path);
 /// @return the error; empty on success or if the path already exists
 QString makePrivateFolder(const QString &path);
 
-/// An advisory lock on a private folder. The kernel releases it when the process ends, so neither a
-/// crash nor a reused process id is mistaken for a live owner. Blocking; callable from any thread.
+/// An advisory lock on a private folder, held by this object. The kernel releases it when the
+/// process ends, so neither a crash nor a reused process id is mistaken for a live owner. Blocking;
+/// callable from any thread.
 class FolderClaim
 {
 public:

@@ -32,7 +32,7 @@ public:
     }
     void pressEscape() { send({{}, QString(), true}); }
     /// Simulates another program taking the keyboard.
-    void lose()
+    void loseKeyboard()
     {
         if (const auto onLost = m_onLost)
             onLost();

@@ -31,8 +31,7 @@ public:
     /// @return the X error code, 0 on success
     int takeFocus(xcb_timestamp_t time);
     /// Returns the focus to the window that had it before takeFocus(), if this window has it.
-    /// @param time timestamp of the user action; with a time later than the newest event, the
-    /// server
+    /// @param time timestamp of the user action; after one later than the newest event, the server
     ///        would ignore the next takeFocus()
     void returnFocus(xcb_timestamp_t time);
 

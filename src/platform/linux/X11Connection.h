@@ -28,8 +28,8 @@ public:
     static std::optional<X11Connection> current();
     /// Calls @p handler instead of Xlib's exit() when a connection to the server is lost. It runs
     /// on the thread that uses the connection and must not return. Applies to every Xlib connection
-    /// of the process, including those of render threads; Qt handles the one of its event loop
-    /// itself.
+    /// of the process, including those of render threads, except the one of Qt's event loop, which
+    /// Qt handles itself.
     static void setLossHandler(void (*handler)());
 
     xcb_connection_t *get() const { return m_connection; }
