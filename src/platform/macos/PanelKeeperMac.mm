@@ -182,7 +182,7 @@ void PanelKeeperMac::setAcceptsKeyboard(bool accepts)
     if (m_window.flags().testFlag(Qt::WindowDoesNotAcceptFocus) != accepts)
         return;
     m_window.setFlag(Qt::WindowDoesNotAcceptFocus, !accepts);
-    // With the flags Qt has reset the style, the level and the handling of pointer events.
+    // Setting the flags made Qt reset the style, the level and the handling of pointer events.
     apply();
 }
 
