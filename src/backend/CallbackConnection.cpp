@@ -10,7 +10,7 @@ CallbackConnection::CallbackConnection(std::unique_ptr<QTcpSocket> socket, Timeo
                                        QObject *parent)
     : QObject(parent)
     , m_socket(std::move(socket))
-    , m_end(m_socket->socketDescriptor())
+    , m_resetProbe(m_socket->socketDescriptor())
     , m_timeouts(timeouts)
 {
     // The server that created the socket may be deleted first.
@@ -60,7 +60,7 @@ void CallbackConnection::readAvailable()
 void CallbackConnection::decide()
 {
     m_state = State::Deciding;
-    m_end.release();
+    m_resetProbe.release();
     m_deadline.stop();
     Q_EMIT requestRead(m_request);
 }
@@ -125,8 +125,8 @@ void CallbackConnection::disconnected()
 {
     if (m_state == State::Reading) {
         m_request += m_socket->read(maxRequestBytes - m_request.size());
-        if (m_end.isReset())
-            Q_EMIT failed(SocketEnd::resetText());
+        if (m_resetProbe.isReset())
+            Q_EMIT failed(SocketResetProbe::resetErrorText());
         decide();
     } else if (m_state == State::Answering) {
         answerFinished(m_socket->errorString());

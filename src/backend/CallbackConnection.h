@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/SocketEnd.h"
+#include "platform/SocketResetProbe.h"
 
 #include <QByteArray>
 #include <QObject>
@@ -66,7 +66,7 @@ private:
 
     std::unique_ptr<QTcpSocket> m_socket;
     /// Used until the request has been read.
-    SocketEnd m_end;
+    SocketResetProbe m_resetProbe;
     Timeouts m_timeouts;
     QTimer m_deadline;
     QByteArray m_request;

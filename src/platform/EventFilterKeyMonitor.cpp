@@ -17,7 +17,7 @@ void EventFilterKeyMonitor::install(std::function<void(const KeyDown &)> onKeyDo
 {
     remove();
     m_onKeyDown = std::move(onKeyDown);
-    // At the application: shortcuts and focus chains of the windows see nothing of it.
+    // On the application, so that it runs before the windows' shortcuts and key handlers.
     qGuiApp->installEventFilter(this);
 }
 
@@ -31,7 +31,7 @@ void EventFilterKeyMonitor::remove()
 
 KeyDown EventFilterKeyMonitor::keyDown(const QKeyEvent &event, const KeyNames &names)
 {
-    // Not the keypad and not the layout group.
+    // Excludes the keypad and group-switch modifiers.
     constexpr Qt::KeyboardModifiers held =
         Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier | Qt::ShiftModifier;
     return {event.modifiers() & held, names(event.nativeScanCode()), event.key() == Qt::Key_Escape};
@@ -44,10 +44,10 @@ bool EventFilterKeyMonitor::eventFilter(QObject *watched, QEvent *event)
         event->accept();
         return true;
     case QEvent::KeyRelease:
-        // Of a press that was taken, or of the one that started the recording.
+        // Its press was intercepted or started the recording.
         return true;
     case QEvent::KeyPress: {
-        // A copy: the handler may remove the monitor.
+        // A copy: the handler may call remove().
         const auto onKeyDown = m_onKeyDown;
         onKeyDown(keyDown(*static_cast<QKeyEvent *>(event), m_names));
         return true;

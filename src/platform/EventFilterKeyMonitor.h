@@ -8,13 +8,14 @@ class QKeyEvent;
 
 namespace quellora {
 
-/// KeyMonitor over the toolkit's own events, for systems whose menus and shortcuts all pass
-/// through the toolkit. Main thread only.
+/// KeyMonitor based on an application-wide Qt event filter, for systems on which Qt handles all
+/// menus and shortcuts. Main thread only.
 class EventFilterKeyMonitor : public QObject, public KeyMonitor
 {
     Q_OBJECT
 public:
-    /// The character of a physical key without modifiers; empty for keys that cannot be bound.
+    /// Returns the character of a physical key without modifiers; empty for keys that cannot be
+    /// bound.
     /// @param nativeScanCode QKeyEvent::nativeScanCode() of a press
     using KeyNames = std::function<QString(quint32 nativeScanCode)>;
 
@@ -24,7 +25,7 @@ public:
     void install(std::function<void(const KeyDown &)> onKeyDown) override;
     void remove() override;
 
-    /// A key press in the recorder's terms.
+    /// Converts a Qt key press for the recorder.
     static KeyDown keyDown(const QKeyEvent &event, const KeyNames &names);
 
     bool eventFilter(QObject *watched, QEvent *event) override;

@@ -23,14 +23,14 @@ qint64 modifiedTime(const struct stat &info)
 tl::unexpected<ReadFailure> failure(int error)
 {
     using Kind = ReadFailure::Kind;
-    // With O_NOFOLLOW a link is a loop.
+    // O_NOFOLLOW fails with ELOOP on a symbolic link.
     const Kind kind = error == ENOENT || error == ENOTDIR ? Kind::Nothing
                       : error == ELOOP || error == ENXIO  ? Kind::NotAFile
                                                           : Kind::Other;
     return tl::unexpected(ReadFailure{kind, qt_error_string(error)});
 }
 
-/// Closes itself.
+/// Closes the descriptor on destruction.
 class OpenFile
 {
 public:

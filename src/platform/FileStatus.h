@@ -17,8 +17,8 @@ struct FileStatus
     qint64 modified = 0;
 };
 
-/// Status of a path. For folders of ten thousand files, where QFileInfo costs more than the system
-/// call. Blocking; callable from any thread.
+/// Status of a path. Avoids QFileInfo, whose overhead exceeds that of the system call and matters
+/// in folders with ten thousand files. Blocking; callable from any thread.
 FileStatus fileStatus(const QByteArray &path);
 
 /// Why readFileInto() failed.

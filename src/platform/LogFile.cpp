@@ -17,7 +17,7 @@ constexpr auto fileName = "pipeline.log";
 constexpr auto olderName = "pipeline.log.1";
 constexpr int noDescriptor = -1;
 
-/// Closes itself unless it is taken out.
+/// Closes the descriptor on destruction unless take() was called.
 class Descriptor
 {
 public:
@@ -46,7 +46,7 @@ tl::unexpected<QString> failure(const QByteArray &what)
 
 int openLog(int folder, int moreFlags = 0)
 {
-    // Without O_NONBLOCK a pipe in its place would be waited for.
+    // O_NONBLOCK: if the path is a pipe, open() must not wait for a reader.
     return ::openat(folder, fileName,
                     O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | moreFlags,
                     S_IRUSR | S_IWUSR);

@@ -4,7 +4,7 @@
 
 namespace quellora {
 
-/// For systems without symbol images of their own; callers draw the bundled ones.
+/// SystemSymbols for systems that provide none; callers fall back to the bundled images.
 class NoSystemSymbols : public SystemSymbols
 {
 public:

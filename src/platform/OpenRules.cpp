@@ -17,7 +17,7 @@ bool isAllowed(const QUrl &url)
     return scheme == QStringLiteral("mailto") && !url.path().isEmpty();
 }
 
-/// What the user sees of the program that the address is for.
+/// The kind of program that opens the address, in user-visible text.
 QString programFor(const QUrl &url)
 {
     if (url.isLocalFile())
@@ -34,7 +34,7 @@ OpenFailure logged(const OpenFailure &failure)
 
 } // namespace
 
-std::optional<OpenFailure> OpenRules::refusalOf(const QUrl &url)
+std::optional<OpenFailure> OpenRules::checkAllowed(const QUrl &url)
 {
     if (isAllowed(url))
         return std::nullopt;
@@ -43,7 +43,7 @@ std::optional<OpenFailure> OpenRules::refusalOf(const QUrl &url)
                        .arg(url.scheme())});
 }
 
-std::optional<OpenFailure> OpenRules::refusalOf(const QString &path)
+std::optional<OpenFailure> OpenRules::checkAllowed(const QString &path)
 {
     if (!path.isEmpty() && QFileInfo(path).isFile())
         return std::nullopt;
@@ -56,7 +56,7 @@ OpenFailure OpenRules::failure(const QUrl &url, const QString &reason)
     return logged({OpenFailure::Kind::Failed, programFor(url), reason});
 }
 
-QFuture<OpenResult> OpenRules::notOpened(const OpenFailure &failure)
+QFuture<OpenResult> OpenRules::failedFuture(const OpenFailure &failure)
 {
     return QtFuture::makeReadyFuture<OpenResult>(tl::unexpected(failure));
 }

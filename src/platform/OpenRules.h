@@ -7,18 +7,20 @@
 
 #include <optional>
 
-/// What is handed to the user's programs: web and mail addresses and existing regular files, and
-/// nothing else, such as other schemes out of an answer.
+/// Rules for opening addresses and files with other programs. Only web and mail addresses and
+/// existing regular files are allowed, because links in answers may have any scheme.
 namespace quellora::OpenRules {
 
-/// Why the address is not handed on; nothing when it is.
-std::optional<OpenFailure> refusalOf(const QUrl &url);
-/// Why the file is not handed on; nothing when it is.
-std::optional<OpenFailure> refusalOf(const QString &path);
-/// The failure to open what was handed on, with its line in the log.
+/// Checks whether an address may be opened. Logs a refusal.
+/// @return the refusal; nullopt if the address is allowed
+std::optional<OpenFailure> checkAllowed(const QUrl &url);
+/// Checks whether a file may be opened. Logs a refusal.
+/// @return the refusal; nullopt if the file is allowed
+std::optional<OpenFailure> checkAllowed(const QString &path);
+/// Creates and logs a failure to open an allowed address.
 /// @param url a web, mail or file address
 OpenFailure failure(const QUrl &url, const QString &reason);
-/// The result of what did not even begin.
-QFuture<OpenResult> notOpened(const OpenFailure &failure);
+/// A finished future that contains @p failure.
+QFuture<OpenResult> failedFuture(const OpenFailure &failure);
 
 } // namespace quellora::OpenRules

@@ -38,7 +38,7 @@ public:
     }
 
     State state() const { return m_state; }
-    /// Why the request was not fully applied; empty when it was.
+    /// Why the request was not fully applied; empty if it was.
     const QString &reason() const { return m_reason; }
     bool isApplied() const { return m_state == State::Applied; }
 
@@ -49,32 +49,34 @@ private:
     QString m_reason;
 };
 
-/// Traits of the floating panel window. All sizes are points (logical pixels), main thread only.
+/// Window-system operations on the floating panel window. All sizes are in points (logical pixels).
+/// Main thread only.
 class PanelWindow
 {
 public:
     virtual ~PanelWindow() = default;
 
-    /// Above ordinary windows, on every desktop, out of task switchers, never activated by being
-    /// shown. Call before the first show; idempotent, may be repeated when the native window was
-    /// recreated.
+    /// Places the window above ordinary windows and on every desktop, hides it from task switchers
+    /// and prevents activation when it is shown. Call before the first show. Idempotent; may be
+    /// called again after the native window was recreated.
     virtual Capability applyPanelTraits(QWindow &window) = 0;
-    /// Keeps the window out of screen captures and sharing. Call before the first show. BestEffort
-    /// where only some ways of capturing leave it out.
+    /// Excludes the window from screen captures and screen sharing. Call before the first show.
+    /// BestEffort if only some capture methods honour it.
     virtual Capability excludeFromCapture(QWindow &window) = 0;
-    /// Lets pointer events inside @p responseRect (window coordinates) pass to the application
-    /// underneath; an empty rectangle makes the whole window take events again. May be called
-    /// before the first show; stays in force when the window is hidden or gets a new native window.
+    /// Passes pointer events inside @p responseRect (window coordinates) to the window underneath;
+    /// with an empty rectangle the whole window receives events again. May be called before the
+    /// first show; persists when the window is hidden or its native window is recreated.
     virtual Capability setClickThrough(QWindow &window, const QRect &responseRect) = 0;
     /// Shows the window above others without activating the application or taking the focus.
     virtual Capability orderFront(QWindow &window) = 0;
     /// Gives the window the keyboard focus when the user clicks a text input. Never Applied while
-    /// the window is not on the screen; hiding the window returns the focus.
+    /// the window is not visible; hiding the window returns the focus.
     virtual Capability makeKey(QWindow &window) = 0;
-    /// Returns the keyboard focus to the window that had it before makeKey(); without effect when
-    /// @p window does not have it.
+    /// Returns the keyboard focus to the window that had it before makeKey(). No effect if
+    /// @p window does not have the focus.
     virtual void resignKey(QWindow &window) = 0;
-    /// Whether translucent windows are composited; the panel is drawn opaque and square otherwise.
+    /// Whether translucent windows are composited; otherwise the panel is drawn opaque and with
+    /// square corners.
     virtual bool isCompositing() const = 0;
     /// Called on the main thread whenever isCompositing() changes.
     virtual void onCompositingChanged(std::function<void()> handler) = 0;
@@ -91,53 +93,53 @@ public:
     struct Failure
     {
         enum class Kind {
-            /// Another program or another hot key of this one holds the combination.
+            /// The combination is already registered, by this or another program.
             Taken,
             /// The system has no such key.
             UnsupportedKey,
-            /// The system registers no hot keys at the moment.
+            /// Hot keys cannot be registered at the moment.
             Unavailable,
         };
         Kind kind = Kind::Unavailable;
-        /// The system's own number of the error, for log lines.
+        /// The system's error code, for log messages.
         int status = 0;
     };
     using Result = tl::expected<Registration, Failure>;
 
     virtual ~GlobalHotkeys() = default;
 
-    /// Starts delivering presses: @p onPress gets the hot key that was pressed, on the main thread.
+    /// Starts delivering presses: @p onPress is called on the main thread with the pressed hot key.
     virtual void installHandler(std::function<void(Registration)> onPress) = 0;
     virtual void removeHandler() = 0;
-    /// Registers one hot key. Refuses a combination that this program has registered or, where the
-    /// system reports it, another program.
+    /// Registers one hot key. Fails if this program already registered the combination or, where
+    /// the system reports it, another program did.
     /// @param combo a letter, a digit or one of []-=;',./\` with its modifiers
     virtual Result registerHotkey(QKeyCombination combo) = 0;
-    /// Without effect for a registration that is not in force.
+    /// No effect for an unknown registration.
     virtual void unregisterHotkey(Registration registration) = 0;
 };
 
-/// A key press in a window of this program, for the recorder of a new combo. Some systems also
-/// report modifier keys alone, without a character.
+/// A key press in a window of this program, used to record a new hot key. Some systems also report
+/// presses of modifier keys alone, with an empty character.
 struct KeyDown
 {
-    /// Named as in GlobalHotkeys.
+    /// Mapped as in GlobalHotkeys.
     Qt::KeyboardModifiers modifiers;
-    /// The lower-case character of the key in the current layout without modifiers; empty for keys
-    /// that cannot be bound.
+    /// The lower-case character that the key types in the current layout without modifiers; empty
+    /// for keys that cannot be bound.
     QString character;
     bool isEscape = false;
 };
 
-/// Intercepts the key presses of this program's windows before menus, shortcuts and text fields.
-/// Main thread only.
+/// Intercepts key presses in this program's windows before menus, shortcuts and text fields get
+/// them. Main thread only.
 class KeyMonitor
 {
 public:
     virtual ~KeyMonitor() = default;
-    /// Sends every key press to @p onKeyDown only, which may call remove().
+    /// Delivers every key press to @p onKeyDown only, which may call remove().
     virtual void install(std::function<void(const KeyDown &)> onKeyDown) = 0;
-    /// Without effect when not installed.
+    /// No effect if not installed.
     virtual void remove() = 0;
 };
 
@@ -150,11 +152,11 @@ public:
     virtual bool isScreenRecordingGranted() const = 0;
     /// May show the system's own prompt.
     virtual void requestScreenRecording() = 0;
-    /// Called on the main thread when a permission changes, as far as the system reports it.
+    /// Called on the main thread when a permission changes, if the system reports the change.
     virtual void onChanged(std::function<void()> handler) = 0;
 };
 
-/// The system's colour scheme and its setting for animations.
+/// The system's colour scheme and reduced-motion setting.
 class Appearance
 {
 public:
@@ -172,27 +174,27 @@ public:
 struct OpenFailure
 {
     enum class Kind {
-        /// Not passed on: neither a web nor a mail address, or a missing file.
+        /// Not a web or mail address, or not an existing regular file.
         Refused,
-        /// No program opened it.
+        /// The program could not be started or reported an error.
         Failed,
     };
 
     Kind kind = Kind::Failed;
-    /// The program that should have opened it, e.g. "the browser".
+    /// The program or item in question, e.g. "the browser" or "the file".
     QString what;
     /// E.g. "xdg-open is not installed".
     QString reason;
 
-    /// The sentence for the user.
+    /// The user-visible message.
     QString text() const { return QStringLiteral("Could not open %1: %2").arg(what, reason); }
 };
 
 using OpenResult = tl::expected<void, OpenFailure>;
 
-/// Opens addresses and files with the user's default programs, without blocking. The result arrives
-/// on any thread; a helper program that is still running after a while counts as success. Failures
-/// are logged.
+/// Opens addresses and files with the user's default programs. Non-blocking: the future finishes
+/// on any thread. A helper program that is still running after a timeout counts as success.
+/// Failures are logged.
 class Workspace
 {
 public:
@@ -201,24 +203,24 @@ public:
     virtual QFuture<OpenResult> openFile(const QString &path) = 0;
 };
 
-/// The desktop's area for status items.
+/// The desktop's status area (system tray).
 class StatusArea
 {
 public:
     virtual ~StatusArea() = default;
-    /// Whether the desktop has one at present.
+    /// Whether the desktop currently has one.
     virtual bool isAvailable() const = 0;
     /// Called on the main thread whenever isAvailable() changes.
     virtual void onChanged(std::function<void()> handler) = 0;
 };
 
-/// The system's own set of symbol images.
+/// The symbol images that the system provides.
 class SystemSymbols
 {
 public:
     virtual ~SystemSymbols() = default;
-    /// The named symbol in one colour on a transparent background; null when the system lacks it.
-    /// @param points size of the symbol's font
+    /// The named symbol in one colour on a transparent background; null if the system lacks it.
+    /// @param points font size of the symbol
     /// @param scale pixels per point
     virtual QImage image(const QString &name, double points, int scale) const = 0;
 };
@@ -231,16 +233,16 @@ public:
     /// Removes the program's windows from the Dock or task bar and the application switcher, except
     /// those passed to makeOrdinary().
     virtual Capability becomeAccessory() = 0;
-    /// Exempts a window that was not yet shown from becomeAccessory(). Its title bar is dark where
-    /// the system supports that, regardless of the desktop's theme.
+    /// Exempts a window that has not been shown yet from becomeAccessory() and gives it a dark
+    /// title bar where the system supports that, regardless of the desktop's theme.
     virtual Capability makeOrdinary(QWindow &window) = 0;
-    /// Makes the keys for Undo, Redo, Cut, Copy, Paste and Select All work in text fields.
+    /// Enables the shortcuts for Undo, Redo, Cut, Copy, Paste and Select All in text fields.
     virtual Capability installEditMenu() = 0;
-    /// Brings the program's window to the front and gives it the focus (login window only).
+    /// Raises the window and gives it the focus (login window only).
     virtual Capability activate(QWindow &window) = 0;
 };
 
-/// Facts about this machine sent at sign-in.
+/// Information about this machine that is sent at sign-in.
 class DeviceInfo
 {
 public:
@@ -255,12 +257,12 @@ struct CaptureTool
 {
     QString program;
     QStringList arguments;
-    /// The arguments that capture all screens instead of one; empty where the tool cannot.
+    /// The arguments for capturing all screens instead of one; empty if the tool cannot.
     QStringList allScreensArguments = {};
 };
 
-/// All roles of one system. Created once at start; outlives its users. In every role a new handler
-/// replaces the previous one.
+/// All platform interfaces of one system. Created once at start-up; outlives its users. In every
+/// interface, setting a handler replaces the previous one.
 class Platform
 {
 public:
@@ -276,26 +278,27 @@ public:
     virtual ApplicationShell &shell() = 0;
     virtual DeviceInfo &deviceInfo() = 0;
     virtual CaptureTool captureTool() const = 0;
-    /// Constant while the program runs.
+    /// Does not change while the program runs.
     virtual Vocabulary vocabulary() const = 0;
     /// Per-user Application Support directory (not created).
     virtual QString applicationSupportDirectory() const = 0;
     /// The system's store for the program's preferences.
     virtual std::unique_ptr<UserDefaults> makeUserDefaults() const = 0;
 
-    /// Redirects standard output to the log file unless the parent process captures it. Call first.
+    /// Redirects standard output to the log file where nothing else captures it. Call first.
     static void prepareOutput();
-    /// Sets the environment and the attributes that the windowing system reads at start. Call
-    /// before the application object exists.
+    /// Sets the environment variables and attributes that Qt's platform plugin reads at start-up.
+    /// Call before creating the application object.
     static void prepareProcess();
-    /// Sets the function called when the connection to the display is lost. It runs on any thread,
-    /// possibly on several at once, and must not return. Requires the application object. Does
-    /// nothing on systems that quit programs before the display goes away.
+    /// Sets the function to call when the connection to the display is lost. It is called on any
+    /// thread, possibly on several at once, and must not return. Requires the application object.
+    /// No effect on systems that quit programs before the display goes away.
     static void setDisplayLossHandler(void (*handler)());
-    /// Identifies the display session among those of one user, e.g. ":0"; callable at any time.
+    /// Identifies the display session among the sessions of one user, e.g. ":0". Callable at any
+    /// time.
     static QString displaySession();
-    /// The port for the running windowing system; needs the application object. Falls back to the
-    /// null port (everything Unsupported) offscreen.
+    /// Creates the implementation for the running window system; falls back to NullPlatform if
+    /// there is none, e.g. offscreen. Requires the application object.
     static std::unique_ptr<Platform> create();
 };
 

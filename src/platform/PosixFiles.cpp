@@ -14,14 +14,14 @@ namespace quellora {
 
 namespace {
 
-/// Opens a folder, not what a link there points to; -1 when that fails.
+/// Opens a folder without following symbolic links; -1 with errno set on failure.
 int openFolder(const QString &path)
 {
     return ::open(QFile::encodeName(path).constData(),
                   O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
 }
 
-/// Whether an open folder is of this user and still the one of that name.
+/// Whether an open folder belongs to this user and is still the one at @p path.
 bool isOwnFolder(int descriptor, const QString &path)
 {
     struct stat opened = {};
@@ -39,8 +39,8 @@ QString syncFileToDisk(int descriptor)
     while (::fsync(descriptor) != 0) {
         if (errno == EINTR)
             continue;
-        const bool isUnknownThere = errno == EINVAL || errno == ENOTSUP || errno == ENOSYS;
-        return isUnknownThere ? QString() : qt_error_string(errno);
+        const bool isUnsupported = errno == EINVAL || errno == ENOTSUP || errno == ENOSYS;
+        return isUnsupported ? QString() : qt_error_string(errno);
     }
     return {};
 }
@@ -56,15 +56,14 @@ void syncFolderToDisk(const QString &path)
 
 QString makePrivateFolder(const QString &path)
 {
-    const bool isThere =
+    const bool exists =
         ::mkdir(QFile::encodeName(path).constData(), S_IRWXU) == 0 || errno == EEXIST;
-    return isThere ? QString() : qt_error_string(errno);
+    return exists ? QString() : qt_error_string(errno);
 }
 
 tl::expected<FolderClaim, QString> FolderClaim::make(const QString &path)
 {
-    // Between its making and its claim somebody may take the folder for an abandoned one and
-    // remove it.
+    // Another process may consider the folder abandoned and remove it before it is locked here.
     constexpr int attempts = 100;
     for (int i = 0; i < attempts; ++i) {
         if (const QString problem = makePrivateFolder(path); !problem.isEmpty())

@@ -8,28 +8,30 @@
 
 namespace quellora {
 
-/// Waits until what was written through an open file descriptor is on the disk.
-/// @return why it is not; empty when it is, or when the file system knows no such promise
+/// Flushes the data written through an open file descriptor to disk. Blocking.
+/// @return the error; empty on success or if the file system does not support flushing
 QString syncFileToDisk(int descriptor);
 
-/// Waits until the names in a folder are on the disk: a file's content is safe by itself, its name
-/// is not. Best effort, because some file systems refuse it for folders.
+/// Flushes a folder's entries to disk: syncing a file does not persist its name. Blocking. Best
+/// effort, because some file systems do not support it for folders.
 void syncFolderToDisk(const QString &path);
 
-/// Makes one folder that only the user can enter.
-/// @return why it could not be made; empty when it was, or when it is there already
+/// Creates a folder with mode 0700; its parent must exist. Does not change an existing folder.
+/// @return the error; empty on success or if the path already exists
 QString makePrivateFolder(const QString &path);
 
-/// A sign on a folder that its owner is alive. It lasts as long as this object and goes with the
-/// process, however that ends, so that neither a crash nor another process with the same number is
-/// mistaken for the owner. Blocking; callable from any thread.
+/// An advisory lock on a private folder, held by this object. The kernel releases it when the
+/// process ends, so neither a crash nor a reused process id is mistaken for a live owner. Blocking;
+/// callable from any thread.
 class FolderClaim
 {
 public:
-    /// Makes a folder that only the user can enter and claims it. An error says why not.
+    /// Creates a folder with mode 0700 if it does not exist and locks it, waiting for another owner
+    /// to release it.
+    /// @return the lock, or the reason it could not be acquired
     static tl::expected<FolderClaim, QString> make(const QString &path);
-    /// Claims a folder of this user whose owner is gone; nothing when the owner is alive, or when
-    /// there is no such folder.
+    /// Locks a folder of this user whose owner has ended. Does not wait.
+    /// @return the lock; nullopt if the folder is locked, missing or owned by another user
     static std::optional<FolderClaim> takeOver(const QString &path);
 
     FolderClaim(FolderClaim &&other) noexcept;

@@ -15,13 +15,14 @@ namespace {
 
 constexpr std::array signalsHandled{SIGTERM, SIGINT, SIGHUP};
 
-// A signal handler may only do very little: it writes one byte that the event loop reads.
-int wakeUpEnd = -1;
+// Write end of the pipe. Only async-signal-safe functions may be called in a signal handler, so it
+// writes one byte, which wakes up the event loop.
+int wakeUpDescriptor = -1;
 
 void onSignal(int number)
 {
     const char byte = 1;
-    if (::write(wakeUpEnd, &byte, 1) != 1)
+    if (::write(wakeUpDescriptor, &byte, 1) != 1)
         ::_exit(128 + number);
     std::signal(number, SIG_DFL);
 }
@@ -37,7 +38,7 @@ TerminationSignals::TerminationSignals(std::function<void()> handler, QObject *p
         ::fcntl(end, F_SETFD, FD_CLOEXEC);
         ::fcntl(end, F_SETFL, O_NONBLOCK);
     }
-    wakeUpEnd = m_pipe[1];
+    wakeUpDescriptor = m_pipe[1];
     m_notifier = std::make_unique<QSocketNotifier>(m_pipe[0], QSocketNotifier::Read);
     connect(m_notifier.get(), &QSocketNotifier::activated, this, [this] {
         char byte = 0;
@@ -53,7 +54,7 @@ TerminationSignals::~TerminationSignals()
 {
     for (const int number : signalsHandled)
         std::signal(number, SIG_DFL);
-    wakeUpEnd = -1;
+    wakeUpDescriptor = -1;
     m_notifier.reset();
     for (const int end : m_pipe)
         ::close(end);

@@ -9,16 +9,17 @@ class QSocketNotifier;
 
 namespace quellora {
 
-/// Turns the system's requests to end the process (SIGTERM, SIGINT, SIGHUP) into one call from the
-/// event loop, so that the program quits in order: session cleared, hot keys released, temporary
-/// files gone. A second request while the first is being served ends the process at once.
+/// Handles SIGTERM, SIGINT and SIGHUP in the event loop, so that the program can shut down cleanly:
+/// clear the session, release the hot keys and remove temporary files. A second signal of the same
+/// kind terminates the process immediately.
 class TerminationSignals : public QObject
 {
     Q_OBJECT
 public:
-    /// @param handler called on the main thread; one object per process
+    /// At most one instance per process.
+    /// @param handler called on the main thread
     explicit TerminationSignals(std::function<void()> handler, QObject *parent = nullptr);
-    /// Restores the system's own treatment.
+    /// Restores the default signal handlers.
     ~TerminationSignals() override;
 
 private:

@@ -4,22 +4,22 @@
 
 namespace quellora {
 
-/// What a system calls its keys, its settings and itself, in texts for the user. Every port has its
-/// own; nothing else decides by system which words stand on the screen.
+/// The system-dependent terms in user-visible text: names of keys, settings and the machine. Each
+/// port provides its own; no other code chooses wording by system.
 struct Vocabulary
 {
-    // The modifier keys as they are written on the keyboard.
+    // The modifier keys as labelled on the keyboard.
     QString control;
     QString option;
     QString command;
     QString shift;
-    /// The machine, in the middle of a sentence.
+    /// The machine, for use within a sentence.
     QString computer;
-    /// Where light and dark are chosen for all programs, in the middle of a sentence.
+    /// The system-wide setting for the light or dark theme, for use within a sentence.
     QString appearanceSetting;
-    /// What to do where watching keys is not permitted, in whole sentences.
+    /// What to do if the permission for global hot keys is missing, in whole sentences.
     QString accessibilityAdvice;
-    /// What to do where reading the screen is not permitted, in whole sentences.
+    /// What to do if the permission for screen capture is missing, in whole sentences.
     QString screenRecordingAdvice;
 
     static Vocabulary macOS()
@@ -40,7 +40,7 @@ struct Vocabulary
 
     static Vocabulary linuxDesktop()
     {
-        // No desktop has a switch for either: it is the kind of session that keeps programs apart.
+        // Linux desktops have no setting for either permission: both depend on the session type.
         const QString otherSession = QStringLiteral(
             " Log out, choose a session with X11 (also called Xorg) at the login screen, then log "
             "in again.");

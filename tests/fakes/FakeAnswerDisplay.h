@@ -6,7 +6,7 @@
 
 namespace quellora {
 
-/// Records what the query flow asks of the overlay.
+/// Records the calls that the query flow makes to the overlay.
 class FakeAnswerDisplay : public AnswerDisplay
 {
 public:

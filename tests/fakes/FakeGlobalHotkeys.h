@@ -11,7 +11,8 @@
 
 namespace quellora {
 
-/// Hot-key service with claims of other programs. Registrations are numbered from 1.
+/// GlobalHotkeys with simulated presses and simulated claims by other programs. Registrations are
+/// numbered from 1.
 class FakeGlobalHotkeys : public GlobalHotkeys
 {
 public:
@@ -48,13 +49,13 @@ public:
             ++unknownUnregistrations;
     }
 
-    /// Registering this combination fails, as when another program holds it.
+    /// Makes registering this combination fail, as if another program had registered it.
     void claim(QKeyCombination combo, Failure failure = taken)
     {
         claims.insert(combo.toCombined(), failure);
     }
     void release(QKeyCombination combo) { claims.remove(combo.toCombined()); }
-    /// The service reports a press, whatever is registered.
+    /// Reports a press, even for a registration that does not exist.
     void press(Registration registration)
     {
         // A copy: the handler may remove itself.
@@ -65,7 +66,8 @@ public:
     {
         return std::find(registered.begin(), registered.end(), combo) != registered.end();
     }
-    /// The user presses a combination; true when it was registered.
+    /// Simulates the user pressing a combination.
+    /// @return whether it is registered
     bool pressCombo(QKeyCombination combo)
     {
         if (!isRegistered(combo))
@@ -81,7 +83,7 @@ public:
     int installs = 0;
     int removals = 0;
     int unregistrations = 0;
-    /// Attempts to release something that was not registered.
+    /// Attempts to unregister an unknown registration.
     int unknownUnregistrations = 0;
 
 private:

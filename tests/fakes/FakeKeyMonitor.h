@@ -7,7 +7,7 @@
 
 namespace quellora {
 
-/// A keyboard in the test's hands.
+/// LocalKeyMonitor with simulated key presses.
 class FakeKeyMonitor : public LocalKeyMonitor
 {
 public:
@@ -25,16 +25,17 @@ public:
     }
 
     bool isInstalled() const { return m_onKeyDown != nullptr; }
-    /// A key goes down. The monitor swallows it only while installed.
+    /// Simulates a key press; ignored while not installed.
     void press(Qt::KeyboardModifiers modifiers, const QString &character)
     {
         send({modifiers, character, false});
     }
     void pressEscape() { send({{}, QString(), true}); }
-    void lose()
+    /// Simulates another program taking the keyboard.
+    void loseKeyboard()
     {
-        if (const auto lost = m_onLost)
-            lost();
+        if (const auto onLost = m_onLost)
+            onLost();
     }
 
     int installs = 0;

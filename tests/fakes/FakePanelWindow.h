@@ -11,8 +11,7 @@
 
 namespace quellora {
 
-/// Panel role that shows and hides windows for real; who has the keyboard is the fake's own
-/// account, not the toolkit's.
+/// PanelWindow that really shows and hides windows, but only simulates the keyboard focus.
 class FakePanelWindow : public PanelWindow
 {
 public:
@@ -40,7 +39,7 @@ public:
     {
         calls << QStringLiteral("orderFront");
         m_orderedFront << &window;
-        // Hiding it gave the keyboard back: shown again it does not bring it along.
+        // Hiding returned the keyboard, and showing the window again does not reclaim it.
         if (!window.isVisible() && keyWindow == &window)
             keyWindow = std::exchange(m_previousKeyWindow, nullptr);
         window.show();
@@ -67,7 +66,7 @@ public:
         compositingHandler = std::move(handler);
     }
 
-    /// The desktop starts or stops compositing.
+    /// Simulates the desktop starting or stopping compositing.
     void setCompositing(bool on)
     {
         if (on == compositing)
@@ -76,13 +75,13 @@ public:
         if (compositingHandler)
             compositingHandler();
     }
-    /// Whether a window is above those of other programs.
+    /// Whether a window is above other programs' windows.
     bool isFloating(const QWindow &window) const
     {
         return window.isVisible() && m_withTraits.contains(&window) &&
                m_orderedFront.contains(&window);
     }
-    /// The window that gets what the user types; null when it is another program's.
+    /// The window that receives key presses; null if it belongs to another program.
     QWindow *keyboardOwner() const
     {
         if (keyWindow && keyWindow->isVisible())
@@ -90,14 +89,14 @@ public:
         return m_previousKeyWindow && m_previousKeyWindow->isVisible() ? m_previousKeyWindow.data()
                                                                        : nullptr;
     }
-    /// The user turns to another window; null for another program's.
+    /// Simulates the user focusing a window; null stands for another program's window.
     void focus(QWindow *window)
     {
         keyWindow = window;
         m_previousKeyWindow = nullptr;
     }
     int count(const QString &call) const { return static_cast<int>(calls.count(call)); }
-    /// The rectangle in force; null when none was ever set.
+    /// The current click-through rectangle; null if none was set.
     QRect clickThroughRect() const
     {
         return clickThroughRects.isEmpty() ? QRect() : clickThroughRects.last();
@@ -116,7 +115,7 @@ public:
 
 private:
     QPointer<QWindow> m_previousKeyWindow;
-    // Only compared, never used: the windows may be gone.
+    // Only compared, never dereferenced: the windows may have been deleted.
     QSet<const QWindow *> m_withTraits;
     QSet<const QWindow *> m_orderedFront;
 };

@@ -17,12 +17,12 @@
 #include <optional>
 #include <utility>
 
-/// Recording stand-ins for every platform role. Each one keeps what it was asked for in public
-/// members, answers what the test put into its `…Answer` members and lets the test raise the
-/// system's own events (press(), setDark(), setCompositing()).
+/// Fakes for every platform interface. Each one records its calls in public members, returns the
+/// values of its `answer` and `…Answer` members and simulates system events on request (press(),
+/// setDark(), setCompositing()).
 namespace quellora {
 
-/// The keyboard of the program's windows.
+/// KeyMonitor with simulated key presses.
 class FakeKeys : public KeyMonitor
 {
 public:
@@ -34,7 +34,8 @@ public:
     void remove() override { handler = nullptr; }
 
     bool isInstalled() const { return handler != nullptr; }
-    /// A key goes down; true when the monitor took it, so that no window hears of it.
+    /// Simulates a key press.
+    /// @return whether the monitor intercepted it
     bool press(const KeyDown &key)
     {
         // A copy: the handler may remove itself.
@@ -48,7 +49,7 @@ public:
     int installs = 0;
 };
 
-/// Symbols that the test puts there, at one pixel per point.
+/// SystemSymbols with the test's own images, stored at one pixel per point.
 class FakeSymbols : public SystemSymbols
 {
 public:
@@ -69,7 +70,7 @@ public:
     void requestScreenRecording() override { ++requests; }
     void onChanged(std::function<void()> newHandler) override { handler = std::move(newHandler); }
 
-    /// The system's answers change.
+    /// Changes the permissions and calls the handler if they differ.
     void answer(bool newAccessibility, bool newScreenRecording)
     {
         if (accessibility == newAccessibility && screenRecording == newScreenRecording)
@@ -91,7 +92,7 @@ class FakeAppearance : public Appearance
 public:
     bool isDark() const override { return dark; }
     void onChanged(std::function<void()> newHandler) override { handler = std::move(newHandler); }
-    bool reducesMotion() const override { return lessMotion; }
+    bool reducesMotion() const override { return reducedMotion; }
     void onMotionChanged(std::function<void()> newHandler) override
     {
         motionHandler = std::move(newHandler);
@@ -107,15 +108,15 @@ public:
     }
     void setReducesMotion(bool on)
     {
-        if (on == lessMotion)
+        if (on == reducedMotion)
             return;
-        lessMotion = on;
+        reducedMotion = on;
         if (motionHandler)
             motionHandler();
     }
 
     bool dark = false;
-    bool lessMotion = false;
+    bool reducedMotion = false;
     std::function<void()> handler;
     std::function<void()> motionHandler;
 };
@@ -126,7 +127,7 @@ public:
     QFuture<OpenResult> openUrl(const QUrl &url) override
     {
         if (!url.isValid())
-            return refuse(QStringLiteral("the address"), QStringLiteral("that is none"));
+            return refuse(QStringLiteral("the address"), QStringLiteral("it is not valid"));
         urls << url;
         return begin();
     }
@@ -143,13 +144,13 @@ public:
         static const OpenResult result;
         return result;
     }
-    /// What failing to open the browser is.
+    /// A failure to open the browser.
     static OpenResult failure()
     {
         return tl::unexpected(OpenFailure{OpenFailure::Kind::Failed, QStringLiteral("the browser"),
                                           QStringLiteral("nobody answers")});
     }
-    /// The end of the oldest call that has none yet.
+    /// Finishes the oldest pending call.
     void finish(const OpenResult &result)
     {
         const auto promise = m_pending.takeFirst();
@@ -159,7 +160,7 @@ public:
 
     QList<QUrl> urls;
     QStringList files;
-    /// The end of every call; without it, calls stay open until finish().
+    /// The immediate result of every call; if nullopt, calls stay pending until finish().
     std::optional<OpenResult> answer = opened();
 
 private:
@@ -187,7 +188,7 @@ public:
     bool isAvailable() const override { return available; }
     void onChanged(std::function<void()> newHandler) override { handler = std::move(newHandler); }
 
-    /// The desktop's tray comes or goes.
+    /// Simulates the tray appearing or disappearing.
     void setAvailable(bool on)
     {
         if (on == available)
@@ -247,7 +248,7 @@ public:
     QString arch = QStringLiteral("x86_64");
 };
 
-/// All fakes together; use the typed members to prepare and inspect them.
+/// A Platform made of the fakes, which are accessible as typed members.
 class FakePlatform : public Platform
 {
 public:
@@ -259,15 +260,15 @@ public:
     PanelWindow &panelWindow() override { return panel; }
     GlobalHotkeys &globalHotkeys() override { return hotkeys; }
     KeyMonitor &keyMonitor() override { return keys; }
-    Permissions &permissions() override { return permission; }
+    Permissions &permissions() override { return systemPermissions; }
     Appearance &appearance() override { return systemAppearance; }
-    Workspace &workspace() override { return opened; }
-    StatusArea &statusArea() override { return area; }
+    Workspace &workspace() override { return systemWorkspace; }
+    StatusArea &statusArea() override { return systemStatusArea; }
     SystemSymbols &symbols() override { return systemSymbols; }
     ApplicationShell &shell() override { return applicationShell; }
     DeviceInfo &deviceInfo() override { return device; }
     CaptureTool captureTool() const override { return tool; }
-    Vocabulary vocabulary() const override { return words; }
+    Vocabulary vocabulary() const override { return systemVocabulary; }
     QString applicationSupportDirectory() const override { return supportDirectory; }
     std::unique_ptr<UserDefaults> makeUserDefaults() const override
     {
@@ -278,18 +279,18 @@ public:
     FakePanelWindow panel;
     FakeGlobalHotkeys hotkeys;
     FakeKeys keys;
-    FakePermissions permission;
+    FakePermissions systemPermissions;
     FakeAppearance systemAppearance;
-    FakeWorkspace opened;
-    FakeStatusArea area;
+    FakeWorkspace systemWorkspace;
+    FakeStatusArea systemStatusArea;
     FakeSymbols systemSymbols;
     FakeShell applicationShell;
     FakeDeviceInfo device;
     CaptureTool tool{QStringLiteral("/nonexistent/capture"),
                      {QStringLiteral("-x"), QStringLiteral("-C")}};
-    Vocabulary words = Vocabulary::macOS();
+    Vocabulary systemVocabulary = Vocabulary::macOS();
     QString supportDirectory = QStringLiteral("/nonexistent/support");
-    /// What every UserDefaults made here shares.
+    /// Folder of the file shared by all UserDefaults created here.
     QTemporaryDir preferences;
 };
 

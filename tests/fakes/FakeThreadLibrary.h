@@ -10,8 +10,8 @@
 
 namespace quellora {
 
-/// Stored threads in memory. Everything finishes at once, except a list that is held back: the test
-/// hands out its batches.
+/// In-memory ThreadLibrary. Every operation finishes immediately, except list() while holdsList is
+/// set: the test then delivers the batches through `held`.
 class FakeThreadLibrary : public ThreadLibrary
 {
 public:
@@ -84,7 +84,7 @@ public:
         return thread;
     }
 
-    /// Keeps a thread with one turn.
+    /// Stores a new thread with one turn.
     CaptureSession add(const QString &prompt, const QDateTime &updatedAt)
     {
         CaptureSession session = CaptureSession::create(updatedAt);
@@ -96,10 +96,13 @@ public:
     QMap<QUuid, CaptureSession> sessions;
     QList<SkippedThread> skipped;
     std::optional<StoreError> listError;
-    /// Makes opening, deleting and renaming fail.
+    /// If set, load(), remove() and updateTitle() fail with it.
     std::optional<StoreError> failure;
+    /// Whether list() leaves its future pending.
     bool holdsList = false;
+    /// Promise of the last pending list().
     std::shared_ptr<Batches> held;
+    /// Number of calls of list().
     int lists = 0;
     QStringList calls;
 

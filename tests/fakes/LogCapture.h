@@ -6,7 +6,7 @@
 
 namespace quellora {
 
-/// Collects every log message while it lives. One at a time, main thread.
+/// Captures all log messages during its lifetime. At most one instance at a time; main thread only.
 class LogCapture
 {
 public:

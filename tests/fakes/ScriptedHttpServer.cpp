@@ -61,7 +61,7 @@ ScriptedHttpServer::ScriptedHttpServer(QObject *parent) : QObject(parent)
 
 ScriptedHttpServer::~ScriptedHttpServer()
 {
-    // Closing sockets would still report to the members that go first.
+    // Closing the sockets would otherwise call slots that use members destroyed before them.
     for (QTcpSocket *socket : m_server.findChildren<QTcpSocket *>())
         socket->disconnect(this);
 }
@@ -115,10 +115,8 @@ void ScriptedHttpServer::accept()
                 [this, socket, pending] { read(socket, pending); });
         connect(socket, &QTcpSocket::disconnected, this, [this, socket] {
             for (qsizetype i = 0; i < m_sockets.size(); ++i) {
-                if (m_sockets[i] == socket && !m_requests[i].disconnected) {
+                if (m_sockets[i] == socket)
                     m_requests[i].disconnected = true;
-                    Q_EMIT clientLeft(static_cast<int>(i));
-                }
             }
         });
     }

@@ -10,31 +10,31 @@ class QTcpSocket;
 
 namespace quellora {
 
-/// A server on a loopback port that says exactly the bytes a test wants said, at the TCP level.
+/// A TCP server on a loopback port that sends exactly the bytes specified by the test.
 ///
-/// Requests are numbered in the order in which they become complete (header and announced body).
-/// Without a canned answer the connection just waits for send() and close().
+/// Requests are numbered from 0 in the order in which they become complete (header and body of the
+/// announced length). Without a canned response, connections wait for send() and end().
 class ScriptedHttpServer : public QObject
 {
     Q_OBJECT
 public:
     enum class Ending {
         KeepOpen,
-        /// An orderly end of the stream.
+        /// Orderly close.
         Close,
-        /// The connection breaks off.
+        /// Connection reset.
         Reset,
     };
 
     struct Request
     {
-        /// Everything that arrived, header and body, unchanged.
+        /// The raw request, header and body.
         QByteArray bytes;
         bool disconnected = false;
 
         QByteArray startLine() const;
         QByteArray body() const;
-        /// Names in the order in which they came.
+        /// Header names in the order received.
         QList<QByteArray> headerNames() const;
         QByteArray header(const QByteArray &name) const;
     };
@@ -46,20 +46,19 @@ public:
     int connectionCount() const { return m_connections; }
     const QList<Request> &requests() const { return m_requests; }
 
-    /// Every later request gets these bytes at once.
+    /// Sends these bytes immediately in response to every later request.
     void answerWith(const QByteArray &bytes, Ending ending);
     void send(int request, const QByteArray &bytes);
     void end(int request, Ending ending);
 
-    /// A complete answer with its length.
+    /// A complete response with a Content-Length header.
     static QByteArray answer(int status, const QByteArray &body,
                              const QByteArray &extraHeaders = {});
-    /// Header of an answer whose body ends with the connection.
+    /// Header of an event stream response whose body is delimited by the end of the connection.
     static QByteArray streamHeader();
 
 Q_SIGNALS:
     void requestArrived(int request);
-    void clientLeft(int request);
 
 private:
     void accept();

@@ -5,7 +5,7 @@
 
 namespace quellora {
 
-/// An answer that claims to be anything but HTTP: it has no status.
+/// A finished reply without an HTTP status code, as for a protocol other than HTTP.
 class StatuslessReply : public QNetworkReply
 {
 public:
@@ -20,7 +20,7 @@ protected:
     qint64 readData(char *, qint64) override { return -1; }
 };
 
-/// Answers every request that way, without a connection.
+/// Returns a StatuslessReply for every request, without a connection.
 class StatuslessNetwork : public QNetworkAccessManager
 {
 protected:

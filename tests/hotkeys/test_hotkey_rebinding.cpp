@@ -351,7 +351,7 @@ private Q_SLOTS:
     {
         Fixture f;
         f.rebinding->beginCapturingHotkey(HotkeyAction::Capture);
-        f.keys.lose();
+        f.keys.loseKeyboard();
         QVERIFY(!f.rebinding->capturingHotkeyAction());
         QCOMPARE(f.log.lines.last(), resumed);
     }

@@ -46,7 +46,7 @@ struct ControllerFixture
     VantiroConfig config;
     LogCapture log;
     FakePlatform platform;
-    PermissionChecker permissions{platform.permission, platform.words};
+    PermissionChecker permissions{platform.systemPermissions, platform.systemVocabulary};
     JsonUserDefaults defaults;
     Settings settings{defaults};
     NotificationCenter notifications;
@@ -54,7 +54,8 @@ struct ControllerFixture
     AuthService auth{network, BackendEndpoints("http://host"), [] { return DeviceFields(); }};
     SessionManager session{auth, notifications};
     ProxyQueryService service{network, BackendEndpoints("http://host")};
-    HotkeyManager hotkeys{platform.hotkeys, platform.words, &std::chrono::steady_clock::now,
+    HotkeyManager hotkeys{platform.hotkeys, platform.systemVocabulary,
+                          &std::chrono::steady_clock::now,
                           [this](HotkeyAction action, const QString &line) {
                               permissions.setProblem(hotkeyAction(action).jsonKey, line);
                           }};

@@ -233,7 +233,7 @@ private Q_SLOTS:
     {
         Fixture f;
         f.model().openHelp();
-        QCOMPARE(f.platform.opened.urls, QList<QUrl>{QUrl("http://host/help")});
+        QCOMPARE(f.platform.systemWorkspace.urls, QList<QUrl>{QUrl("http://host/help")});
     }
 
     void whatCaptureExclusionLacksIsShown()
@@ -275,7 +275,7 @@ private Q_SLOTS:
     void keysHaveTheSystemsNamesEverywhere()
     {
         Fixture f;
-        f.platform.words = Vocabulary::linuxDesktop();
+        f.platform.systemVocabulary = Vocabulary::linuxDesktop();
         f.make();
         f.start();
         QTRY_VERIFY(f.surface->page().contains("Hit <kbd>Ctrl+Alt+Super+C</kbd>"));
@@ -294,7 +294,7 @@ private Q_SLOTS:
         history.requestDelete(0);
         QVERIFY(history.deleteText().contains("removed from this computer."));
 
-        f.platform.words = Vocabulary::macOS();
+        f.platform.systemVocabulary = Vocabulary::macOS();
         f.make();
         QCOMPARE(f.overlay->panelsModel().hotkeys().value("capture_no_send").toString(),
                  "Ctrl+Option+Cmd+Shift+C");

@@ -21,7 +21,7 @@ private Q_SLOTS:
         QTest::newRow("address") << QUrl("https://example.org/") << QString()
                                  << "Could not open the browser: nobody answers";
         QTest::newRow("no address")
-            << QUrl() << QString() << "Could not open the address: that is none";
+            << QUrl() << QString() << "Could not open the address: it is not valid";
         QTest::newRow("file") << QUrl() << program << "Could not open the browser: nobody answers";
         QTest::newRow("no file") << QUrl() << program + ".missing"
                                  << "Could not open the file: there is no such file";

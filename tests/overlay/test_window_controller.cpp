@@ -178,7 +178,7 @@ private Q_SLOTS:
         Q_EMIT f.overlay->menuModel().upgradeRequested();
         QCOMPARE(f.log.lines, (QStringList{prefix + "Account link clicked",
                                            prefix + "Usage row Upgrade link clicked"}));
-        QCOMPARE(f.platform.opened.urls,
+        QCOMPARE(f.platform.systemWorkspace.urls,
                  (QList<QUrl>{QUrl("http://host/account"), QUrl("http://host/pricing")}));
     }
 
@@ -203,16 +203,16 @@ private Q_SLOTS:
         using Press = std::function<void(Fixture &)>;
         QFETCH(Press, press);
         Fixture f;
-        f.platform.opened.answer.reset();
+        f.platform.systemWorkspace.answer.reset();
         press(f);
-        QCOMPARE(f.platform.opened.urls.size(), 1);
+        QCOMPARE(f.platform.systemWorkspace.urls.size(), 1);
         QVERIFY(f.overlay->overlayModel().notice().isEmpty());
-        f.platform.opened.finish(FakeWorkspace::failure());
+        f.platform.systemWorkspace.finish(FakeWorkspace::failure());
         QTRY_COMPARE(f.overlay->overlayModel().notice(),
                      "Could not open the browser: nobody answers");
         f.overlay->overlayModel().showNotice(QString());
         press(f);
-        f.platform.opened.finish(FakeWorkspace::opened());
+        f.platform.systemWorkspace.finish(FakeWorkspace::opened());
         QCoreApplication::processEvents();
         QVERIFY(f.overlay->overlayModel().notice().isEmpty());
     }
@@ -327,8 +327,8 @@ private Q_SLOTS:
     void startupMessageGoesOnBecomingActiveOnceGranted()
     {
         Fixture f;
-        f.platform.permission.accessibility = false;
-        f.platform.permission.screenRecording = false;
+        f.platform.systemPermissions.accessibility = false;
+        f.platform.systemPermissions.screenRecording = false;
         f.permissions.checkAccessibility();
         f.permissions.checkScreenRecording();
         AppConfigResponse config = account();
@@ -341,10 +341,10 @@ private Q_SLOTS:
         };
         activate();
         QCOMPARE(f.overlay->panelsModel().messageHeader(), "Startup issues");
-        f.platform.permission.accessibility = true;
+        f.platform.systemPermissions.accessibility = true;
         activate();
         QCOMPARE(f.overlay->panelsModel().messageHeader(), "Startup issue");
-        f.platform.permission.screenRecording = true;
+        f.platform.systemPermissions.screenRecording = true;
         activate();
         // What the server had to say all the time.
         QCOMPARE(f.overlay->messages().currentAdminMessage()->id, "server");
@@ -363,7 +363,7 @@ private Q_SLOTS:
         Fixture f;
         f.overlay->applyConfigAtStart(config);
         QCOMPARE(f.overlay->messages().currentAdminMessage()->id, "server");
-        f.platform.permission.accessibility = false;
+        f.platform.systemPermissions.accessibility = false;
         f.permissions.checkAccessibility();
         f.overlay->applyConfigAtStart(config);
         QCOMPARE(f.overlay->messages().currentAdminMessage()->id, "startup-permission-issues");
@@ -372,11 +372,11 @@ private Q_SLOTS:
     void becomingActiveLeavesOtherMessagesAlone()
     {
         Fixture f;
-        f.platform.permission.accessibility = false;
+        f.platform.systemPermissions.accessibility = false;
         f.permissions.checkAccessibility();
         f.overlay->messages().setCurrentAdminMessage(
             AdminMessagePayload{"server", "INFORMATIONAL", "h", "b", {}, {}, {}});
-        f.platform.permission.accessibility = true;
+        f.platform.systemPermissions.accessibility = true;
         Q_EMIT qGuiApp->applicationStateChanged(Qt::ApplicationActive);
         QCOMPARE(f.overlay->messages().currentAdminMessage()->id, "server");
         Q_EMIT f.notifications.configDidUpdate(account());
@@ -498,7 +498,7 @@ private Q_SLOTS:
         QCOMPARE(f.overlay->panelsModel().messageHeader(), "Credit Limit Reached");
         QCOMPARE(f.overlay->overlayModel().status(), OverlayModel::Status::Blocked);
         f.overlay->panelsModel().performMessageAction();
-        QCOMPARE(f.platform.opened.urls.last(), QUrl("http://host/account/billing"));
+        QCOMPARE(f.platform.systemWorkspace.urls.last(), QUrl("http://host/account/billing"));
     }
 
     void themeComesFromThePreference()

@@ -15,7 +15,7 @@ std::map<std::string, TestProgram::Main, std::less<>> &registeredTests()
     return tests;
 }
 
-/// "a/test_b.cpp" yields "b".
+/// The test's name: "b" for "a/test_b.cpp".
 std::string testName(std::string_view file)
 {
     constexpr std::string_view prefix = "test_";

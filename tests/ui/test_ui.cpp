@@ -282,7 +282,7 @@ void TestUi::reducedMotionStopsTheSpinner()
 void TestUi::motionFollowsTheSystem()
 {
     FakeAppearance system;
-    system.lessMotion = true;
+    system.reducedMotion = true;
     Stage stage(R"(UsageBar { exceeded: true; objectName: 'bar' }
                    property int slide: Tokens.sheetShift + Tokens.menuShift
                    property int longestFade: Math.max(Tokens.hoverTime, Tokens.menuTime,

@@ -30,21 +30,21 @@ AppearanceLinux::AppearanceLinux(const QString &busAddress)
     : m_bus(QStringLiteral("appearance"), busAddress), m_dark(isPaletteDark())
 {
     qGuiApp->installEventFilter(this);
-    connect(&m_bus, &SessionBusLinux::connected, this, &AppearanceLinux::askPortal);
+    connect(&m_bus, &SessionBusLinux::connected, this, &AppearanceLinux::readSettings);
 }
 
-void AppearanceLinux::askPortal()
+void AppearanceLinux::readSettings()
 {
     QDBusConnection bus = m_bus.connection();
-    // Without a sender: naming one would ask the bus for its owner and wait. Only the portal's own
-    // path and interface match, and the value is a bare number.
+    // No sender: Qt would look up a named sender's owner with a blocking call. Path and interface
+    // identify the portal, and the value is only a number or a flag.
     bus.connect(QString(), portalPath, settingsInterface, QStringLiteral("SettingChanged"), this,
                 SLOT(settingChanged(QString, QString, QDBusVariant)));
-    ask(appearanceGroup, colorSchemeKey);
-    ask(interfaceGroup, animationsKey);
+    readSetting(appearanceGroup, colorSchemeKey);
+    readSetting(interfaceGroup, animationsKey);
 }
 
-void AppearanceLinux::ask(const QString &group, const QString &key)
+void AppearanceLinux::readSetting(const QString &group, const QString &key)
 {
     QDBusMessage read = QDBusMessage::createMethodCall(portalService, portalPath, settingsInterface,
                                                        QStringLiteral("Read"));
@@ -54,7 +54,7 @@ void AppearanceLinux::ask(const QString &group, const QString &key)
             [this, group, key](QDBusPendingCallWatcher *finished) {
                 const QDBusPendingReply<QVariant> reply = *finished;
                 if (!reply.isError())
-                    take(group, key, reply.value());
+                    applySetting(group, key, reply.value());
                 finished->deleteLater();
             });
 }
@@ -62,21 +62,21 @@ void AppearanceLinux::ask(const QString &group, const QString &key)
 void AppearanceLinux::settingChanged(const QString &group, const QString &key,
                                      const QDBusVariant &value)
 {
-    take(group, key, value.variant());
+    applySetting(group, key, value.variant());
 }
 
-void AppearanceLinux::take(const QString &group, const QString &key, const QVariant &value)
+void AppearanceLinux::applySetting(const QString &group, const QString &key, const QVariant &value)
 {
     // Read() wraps the value in a second variant.
     const QVariant inner =
         value.canConvert<QDBusVariant>() ? value.value<QDBusVariant>().variant() : value;
     if (group == appearanceGroup && key == colorSchemeKey)
-        setScheme(inner);
+        applyColorScheme(inner);
     else if (group == interfaceGroup && key == animationsKey)
-        setAnimated(inner);
+        applyAnimations(inner);
 }
 
-void AppearanceLinux::setAnimated(const QVariant &value)
+void AppearanceLinux::applyAnimations(const QVariant &value)
 {
     const bool reduces = value.typeId() == QMetaType::Bool && !value.toBool();
     if (reduces == m_reducesMotion)
@@ -86,11 +86,11 @@ void AppearanceLinux::setAnimated(const QVariant &value)
         m_motionHandler();
 }
 
-void AppearanceLinux::setScheme(const QVariant &value)
+void AppearanceLinux::applyColorScheme(const QVariant &value)
 {
     bool isNumber = false;
     const uint number = value.toUInt(&isNumber);
-    // The portal reserves other numbers: they mean no preference.
+    // The portal reserves other values; treat them as no preference.
     m_scheme = isNumber && number <= static_cast<uint>(Scheme::Light) ? static_cast<Scheme>(number)
                                                                       : Scheme::NoPreference;
     update();
@@ -109,8 +109,8 @@ void AppearanceLinux::update()
     if (dark == m_dark)
         return;
     m_dark = dark;
-    if (m_handler)
-        m_handler();
+    if (m_schemeHandler)
+        m_schemeHandler();
 }
 
 } // namespace quellora

@@ -10,20 +10,19 @@ class QDBusPendingCallWatcher;
 
 namespace quellora {
 
-/// The desktop portal's `color-scheme`, else the lightness of the palette; and its
-/// `enable-animations`, else movement as designed.
+/// The desktop portal's `color-scheme` and `enable-animations` settings.
 ///
-/// Asks the portal without waiting: until it answers, and when it has no preference, the palette
-/// counts and everything moves. Main thread only.
+/// The portal is queried asynchronously. Until it replies, and if it has no preference, the scheme
+/// follows the lightness of the palette and motion is not reduced. Main thread only.
 class AppearanceLinux : public QObject, public Appearance
 {
     Q_OBJECT
 public:
-    /// @param busAddress session bus; empty when there is none
+    /// @param busAddress address of the session bus; empty if there is none
     explicit AppearanceLinux(const QString &busAddress = SessionBusLinux::address());
 
     bool isDark() const override { return m_dark; }
-    void onChanged(std::function<void()> handler) override { m_handler = std::move(handler); }
+    void onChanged(std::function<void()> handler) override { m_schemeHandler = std::move(handler); }
     bool reducesMotion() const override { return m_reducesMotion; }
     void onMotionChanged(std::function<void()> handler) override
     {
@@ -36,21 +35,21 @@ private Q_SLOTS:
     void settingChanged(const QString &group, const QString &key, const QDBusVariant &value);
 
 private:
-    /// Values of the portal's setting.
+    /// Values of the portal's `color-scheme`.
     enum class Scheme : uint { NoPreference = 0, Dark = 1, Light = 2 };
 
-    void askPortal();
-    void ask(const QString &group, const QString &key);
-    void take(const QString &group, const QString &key, const QVariant &value);
-    void setScheme(const QVariant &value);
-    void setAnimated(const QVariant &value);
+    void readSettings();
+    void readSetting(const QString &group, const QString &key);
+    void applySetting(const QString &group, const QString &key, const QVariant &value);
+    void applyColorScheme(const QVariant &value);
+    void applyAnimations(const QVariant &value);
     void update();
 
     SessionBusLinux m_bus;
     Scheme m_scheme = Scheme::NoPreference;
     bool m_dark = false;
     bool m_reducesMotion = false;
-    std::function<void()> m_handler;
+    std::function<void()> m_schemeHandler;
     std::function<void()> m_motionHandler;
 };
 

@@ -25,8 +25,8 @@ Capability ApplicationShellX11::makeOrdinary(QWindow &window)
     m_ordinary.append(&window);
     window.create();
     const xcb_window_t native = nativeWindow(window);
-    // Read when the window is mapped: by window managers with the GTK's decorations, and by KWin,
-    // which wants a file.
+    // Read when the window is mapped: the first by window managers with GTK decorations, the second
+    // by KWin, which expects the path of a scheme file.
     setText(m_x11, native, "_GTK_THEME_VARIANT", m_x11.atom("UTF8_STRING"), "dark");
     const QString scheme = QStandardPaths::locate(
         QStandardPaths::GenericDataLocation, QStringLiteral("color-schemes/BreezeDark.colors"));
@@ -41,7 +41,7 @@ Capability ApplicationShellX11::activate(QWindow &window)
     window.show();
     window.raise();
     window.requestActivate();
-    askForActivation(m_x11, window);
+    requestActivation(m_x11, window);
     return Capability::bestEffort(QStringLiteral("The window manager decides about the focus"));
 }
 
@@ -53,8 +53,8 @@ bool ApplicationShellX11::eventFilter(QObject *watched, QEvent *event)
     auto *window = qobject_cast<QWindow *>(watched);
     if (!window || !window->isTopLevel() || m_ordinary.contains(window))
         return QObject::eventFilter(watched, event);
-    // Before the native window is mapped the states are a property. A window manager that is still
-    // busy with hiding the window drops it, so whoever has the window on the screen is asked again.
+    // Before the native window is mapped, the states are written to its property. A window manager
+    // that is still withdrawing the window deletes the property, so check again once it is exposed.
     const QList<QByteArray> states{"_NET_WM_STATE_SKIP_TASKBAR", "_NET_WM_STATE_SKIP_PAGER"};
     if (isShown || (window->isExposed() && !hasWindowStates(m_x11, *window, states)))
         addWindowStates(m_x11, *window, states);

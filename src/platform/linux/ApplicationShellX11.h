@@ -10,21 +10,21 @@
 
 namespace quellora {
 
-/// Application-level integration on X11, where programs have no activation policy: every window
-/// but the ordinary ones is kept out of task bar and pager by itself.
+/// Application-level integration on X11, which has no activation policy for programs: each window
+/// except the ordinary ones is removed from the task bar and the pager individually.
 class ApplicationShellX11 : public QObject, public ApplicationShell
 {
     Q_OBJECT
 public:
     explicit ApplicationShellX11(const X11Connection &x11) : m_x11(x11) {}
 
-    /// BestEffort: acts on every window shown from now on.
+    /// BestEffort: applies to every window shown from now on.
     Capability becomeAccessory() override;
-    /// BestEffort: whether the title bar is dark is the window manager's choice.
+    /// BestEffort: the window manager may ignore the dark title bar.
     Capability makeOrdinary(QWindow &window) override;
-    /// Text fields bring the standard keys with them.
+    /// Nothing to install: Qt's text fields handle the standard shortcuts.
     Capability installEditMenu() override { return Capability::applied(); }
-    /// BestEffort: the window manager has the last word about the focus.
+    /// BestEffort: the window manager may refuse the focus.
     Capability activate(QWindow &window) override;
 
     bool eventFilter(QObject *watched, QEvent *event) override;

@@ -4,14 +4,14 @@
 
 namespace quellora {
 
-/// The distribution's own name for itself with the kernel's release, and the processor.
+/// The distribution's name with the kernel release, and the CPU architecture.
 class DeviceInfoLinux : public DeviceInfo
 {
 public:
     /// This machine.
     DeviceInfoLinux();
-    /// @param prettyName the distribution's PRETTY_NAME; "Linux" stands in for an empty one
-    /// @param architecture as QSysInfo::currentCpuArchitecture() names it
+    /// @param prettyName the distribution's PRETTY_NAME; replaced by "Linux" if empty
+    /// @param architecture in the format of QSysInfo::currentCpuArchitecture()
     DeviceInfoLinux(const QString &prettyName, const QString &kernelRelease,
                     const QString &architecture);
 

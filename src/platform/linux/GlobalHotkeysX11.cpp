@@ -12,10 +12,10 @@
 namespace quellora {
 namespace {
 
-// Milliseconds; keyboards repeat at most about every 10.
+// In milliseconds; the fastest key repeat is about 10.
 constexpr xcb_timestamp_t shortestRepeat = 8;
 
-/// First event code of the keyboard extension; 0 when the server does not have it.
+/// First event code of the XKB extension; 0 if the server lacks it.
 quint8 xkbFirstEvent(const X11Connection &x11)
 {
     quint8 first = 0;
@@ -92,7 +92,7 @@ tl::expected<void, GlobalHotkeys::Failure> GlobalHotkeysX11::grab(Binding &bindi
     if (!keycode)
         return tl::unexpected(Failure{Failure::Kind::UnsupportedKey, XCB_VALUE});
     const quint16 bits = m_layout.modifierBits(binding.combo.keyboardModifiers());
-    // The server lets one client grab a combination twice; the first binding would stop firing.
+    // The server lets a client grab the same combination twice, and only one binding would fire.
     for (const Binding &other : std::as_const(m_bindings)) {
         if (&other != &binding && !other.variants.isEmpty() && other.keycode == *keycode &&
             other.bits == bits)
@@ -104,7 +104,8 @@ tl::expected<void, GlobalHotkeys::Failure> GlobalHotkeysX11::grab(Binding &bindi
     QList<std::pair<quint16, xcb_void_cookie_t>> requests;
     const QList<quint16> variants = m_layout.lockVariants();
     for (const quint16 variant : variants) {
-        // Without owner events a press is reported on the root window, even in our own windows.
+        // With owner_events off, presses are reported on the root window even if one of this
+        // program's windows has the focus.
         requests.append(
             {variant, xcb_grab_key_checked(m_x11.get(), 0, m_x11.root(),
                                            static_cast<uint16_t>(bits | variant), *keycode,
@@ -149,8 +150,8 @@ bool GlobalHotkeysX11::nativeEventFilter(const QByteArray &eventType, void *mess
     }
     case XCB_KEY_RELEASE: {
         const auto *release = reinterpret_cast<const xcb_key_release_event_t *>(event);
-        // Tracked for all windows: while a combination that was just recorded is still held, its
-        // repeats reach the new grab but its releases our own window.
+        // Tracked for all windows: while a newly recorded combination is still held, its repeated
+        // presses go to the new grab but their releases to the focused window.
         m_lastReleasedKey = release->detail;
         m_lastReleaseTime = release->time;
         return release->event == m_x11.root();
@@ -164,18 +165,18 @@ bool GlobalHotkeysX11::nativeEventFilter(const QByteArray &eventType, void *mess
 
 void GlobalHotkeysX11::handleKeyPress(const xcb_key_press_event_t &event)
 {
-    // A key repeat is a release and a press with the same time. Injected presses may share it as
-    // well, but follow the previous press faster than any repeat rate.
-    const bool repeats = event.detail == m_lastReleasedKey && event.time == m_lastReleaseTime &&
-                         event.time - m_lastPressTime >= shortestRepeat;
+    // A key repeat is a release and a press with the same timestamp. Injected presses may also
+    // share a timestamp, but follow the previous press faster than any repeat rate.
+    const bool isRepeat = event.detail == m_lastReleasedKey && event.time == m_lastReleaseTime &&
+                          event.time - m_lastPressTime >= shortestRepeat;
     m_lastPressTime = event.time;
-    if (repeats)
+    if (isRepeat)
         return;
     const quint16 bits = m_layout.relevantState(event.state);
     for (auto it = m_bindings.cbegin(); it != m_bindings.cend(); ++it) {
         if (it->variants.isEmpty() || it->keycode != event.detail || it->bits != bits)
             continue;
-        // Copies: the press may remove handler or binding.
+        // Copies: the handler may remove itself or the binding.
         const Registration pressed = it.key();
         if (const auto onPress = m_onPress)
             onPress(pressed);
@@ -191,7 +192,7 @@ bool GlobalHotkeysX11::isMappingChange(const xcb_generic_event_t *event) const
                XCB_MAPPING_POINTER;
     if (m_xkbFirstEvent == 0 || type != m_xkbFirstEvent)
         return false;
-    // Events of the keyboard extension share one code; their kind is in the detail byte.
+    // All XKB events share one code; the XKB type is in the detail byte.
     const quint8 kind = event->pad0;
     return kind == XkbNewKeyboardNotify || kind == XkbMapNotify;
 }
@@ -202,13 +203,14 @@ void GlobalHotkeysX11::applyMappingChange()
     const bool sameLocks = previous.lockVariants() == m_layout.lockVariants();
     QList<Binding *> changed;
     for (Binding &binding : m_bindings) {
-        const bool stays = sameLocks && !binding.variants.isEmpty() &&
-                           m_layout.keycode(binding.combo.key()) == binding.keycode &&
-                           m_layout.modifierBits(binding.combo.keyboardModifiers()) == binding.bits;
-        if (!stays)
+        const bool isUnchanged =
+            sameLocks && !binding.variants.isEmpty() &&
+            m_layout.keycode(binding.combo.key()) == binding.keycode &&
+            m_layout.modifierBits(binding.combo.keyboardModifiers()) == binding.bits;
+        if (!isUnchanged)
             changed.append(&binding);
     }
-    // Release all first: one may take over the combination of another.
+    // Release all first: a binding may move to the previous combination of another.
     for (Binding *binding : std::as_const(changed))
         ungrab(*binding);
     for (Binding *binding : std::as_const(changed)) {

@@ -11,12 +11,12 @@
 
 namespace quellora {
 
-/// Implements hot keys as passive key grabs on the root window, one per lock key state; a hot key
-/// gets all of its grabs or none.
+/// Hot keys as passive key grabs on the root window, one grab for each combination of Caps Lock and
+/// Num Lock; a hot key gets all of its grabs or none.
 ///
-/// A status is the X error code: 10 (BadAccess) when another program or another hot key holds the
-/// combination; 2 (BadValue) when the key does not exist. Key repeats are dropped. When the
-/// keyboard mapping changes, all keys are looked up and grabbed again; a hot key whose new
+/// Failure::status is the X error code: 10 (BadAccess) if the combination is already grabbed by
+/// this or another program, 2 (BadValue) if the key does not exist. Key repeats are dropped. When
+/// the keyboard mapping changes, all keys are looked up and grabbed again; a hot key whose new
 /// combination is taken logs one line and stays inactive until the next change. Main thread only;
 /// destroy before the application object.
 class GlobalHotkeysX11 : public GlobalHotkeys, public QAbstractNativeEventFilter
@@ -29,13 +29,13 @@ public:
     void removeHandler() override;
     Result registerHotkey(QKeyCombination combo) override;
     void unregisterHotkey(Registration registration) override;
-    /// The name to register for a physical key in the current layout; empty for a key that cannot
-    /// be bound.
+    /// The character by which a physical key is registered in the current layout; empty for keys
+    /// that cannot be bound.
     QString keyName(quint32 nativeScanCode) const;
 
     bool nativeEventFilter(const QByteArray &eventType, void *message, qintptr *result) override;
 
-    /// The key code grabbed for a registration; 0 when none is.
+    /// The key code grabbed for a registration; 0 if none.
     xcb_keycode_t grabbedKeycode(Registration registration) const;
 
 private:
@@ -43,9 +43,10 @@ private:
     {
         QKeyCombination combo;
         xcb_keycode_t keycode = 0;
-        /// X modifier bits without the lock variants.
+        /// X modifier bits without Caps Lock and Num Lock.
         quint16 bits = 0;
-        /// The grabbed lock variants; empty while another program holds the combination.
+        /// The grabbed combinations of Caps Lock and Num Lock bits; empty while the hot key is
+        /// inactive.
         QList<quint16> variants;
     };
 
@@ -64,7 +65,7 @@ private:
     xcb_timestamp_t m_lastPressTime = XCB_CURRENT_TIME;
     xcb_keycode_t m_lastReleasedKey = 0;
     xcb_timestamp_t m_lastReleaseTime = XCB_CURRENT_TIME;
-    /// Merges the burst of events of one mapping change.
+    /// Debounces the burst of events that one mapping change causes.
     QTimer m_mappingTimer;
 };
 

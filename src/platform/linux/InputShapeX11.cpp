@@ -10,7 +10,7 @@ namespace {
 
 QRect scaled(const QRect &rect, qreal scale)
 {
-    // Edge by edge, so that neighbouring rectangles never overlap or leave a gap.
+    // Rounds each edge, so that adjacent rectangles neither overlap nor leave a gap.
     const int left = qRound(rect.x() * scale);
     const int top = qRound(rect.y() * scale);
     const int right = qRound((rect.x() + rect.width()) * scale);

@@ -16,7 +16,7 @@ struct Position
     xcb_keycode_t keycode;
 };
 
-// Key codes of the main block of an ANSI keyboard; the same for every X driver.
+// Key codes of the main block of an ANSI keyboard; the same with every X driver.
 constexpr std::array<Position, 47> ansiPositions{{
     {u'`', 49}, {u'1', 10},  {u'2', 11}, {u'3', 12}, {u'4', 13},  {u'5', 14}, {u'6', 15},
     {u'7', 16}, {u'8', 17},  {u'9', 18}, {u'0', 19}, {u'-', 20},  {u'=', 21}, {u'q', 24},
@@ -58,7 +58,7 @@ KeyLayoutX11 KeyLayoutX11::read(const X11Connection &x11)
         return {keys, masks};
     const xcb_keycode_t *codes = xcb_get_modifier_mapping_keycodes(modifiers.get());
     const int perModifier = modifiers->keycodes_per_modifier;
-    // Shift, Lock and Control have fixed bits; the layout assigns the other five.
+    // Shift, Lock and Control have fixed bits; the modifier mapping assigns the other five.
     const auto bitOf = [&](std::initializer_list<xcb_keysym_t> wanted, quint16 fallback) {
         for (int index = XCB_MAP_INDEX_1; index <= XCB_MAP_INDEX_5; ++index) {
             for (int i = 0; i < perModifier; ++i) {
@@ -84,7 +84,7 @@ KeyLayoutX11::KeyLayoutX11(const QHash<xcb_keycode_t, Symbols> &keys, const Modi
         return std::any_of(m_assignments.cbegin(), m_assignments.cend(),
                            [keycode](const Assignment &entry) { return entry.keycode == keycode; });
     };
-    // Among several keys with the symbol: the one at the ANSI position, else the lowest code.
+    // If several keys have the symbol, prefers the one at the ANSI position, then the lowest code.
     const auto keyWith = [&keys](const Position &entry,
                                  xcb_keysym_t Symbols::*level) -> std::optional<xcb_keycode_t> {
         const xcb_keysym_t wanted = xkb_utf32_to_keysym(entry.name);

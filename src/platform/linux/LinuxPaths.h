@@ -2,13 +2,13 @@
 
 #include "platform/Platform.h"
 
-/// Where things lie on Linux.
+/// Paths on Linux.
 namespace quellora::LinuxPaths {
 
-/// `$XDG_DATA_HOME` when it is an absolute path, else `~/.local/share`.
+/// `$XDG_DATA_HOME` if it is an absolute path, otherwise `~/.local/share`.
 QString applicationSupportDirectory();
 
-/// The capture program beside the running one.
+/// The capture program in the directory of the running executable.
 CaptureTool captureTool();
 
 } // namespace quellora::LinuxPaths

@@ -39,7 +39,7 @@ PanelKeeperX11::PanelKeeperX11(const X11Connection &x11, QWindow &window)
     : QObject(&window), m_x11(x11), m_window(window)
 {
     window.installEventFilter(this);
-    // Moving to a screen of another scale changes the pixels but not always the size in points.
+    // A screen with another scale changes the size in pixels, but not always the size in points.
     connect(&window, &QWindow::screenChanged, this, &PanelKeeperX11::applyShape);
 }
 
@@ -66,8 +66,8 @@ int PanelKeeperX11::takeFocus(xcb_timestamp_t time)
     const xcb_window_t native = nativeWindow(m_window);
     const xcb_window_t before = focusedWindow(m_x11);
     int status = setFocus(m_x11, native, time);
-    // A press that comes from an assistive program brings no time: the last one known may be older
-    // than the focus, and the server then leaves the focus where it is.
+    // A press triggered by assistive software has no timestamp. The server ignores the request if
+    // the last known timestamp is older than the last focus change.
     if (status == 0 && focusedWindow(m_x11) != native)
         status = setFocus(m_x11, native, XCB_CURRENT_TIME);
     if (status == 0 && before != native)
@@ -81,12 +81,13 @@ void PanelKeeperX11::returnFocus(xcb_timestamp_t time)
         setFocus(m_x11, std::exchange(m_previousFocus, XCB_NONE), time);
 }
 
-void PanelKeeperX11::giveFocusBack()
+void PanelKeeperX11::restoreFocusAfterHide()
 {
     const xcb_window_t previous = std::exchange(m_previousFocus, XCB_NONE);
     if (previous == XCB_NONE)
         return;
-    // Hidden, the window has left the focus to the root. Anywhere else the user has put it.
+    // Hiding a focused window moves the focus to the root window. If another window has the focus,
+    // the user has chosen it.
     if (const xcb_window_t now = focusedWindow(m_x11);
         now == m_x11.root() || now == XCB_INPUT_FOCUS_POINTER_ROOT || now == XCB_NONE)
         setFocus(m_x11, previous, XCB_CURRENT_TIME);
@@ -103,11 +104,11 @@ bool PanelKeeperX11::eventFilter(QObject *watched, QEvent *event)
         }
         break;
     case QEvent::Show:
-        // Arrives before the native window is mapped, when properties still speak for it.
+        // Sent before the native window is mapped, while its properties still determine its state.
         apply();
         break;
     case QEvent::Hide:
-        giveFocusBack();
+        restoreFocusAfterHide();
         break;
     case QEvent::Resize:
         applyShape();

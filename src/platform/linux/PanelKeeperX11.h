@@ -9,30 +9,30 @@ class QWindow;
 
 namespace quellora {
 
-/// Keeps the X properties, the input shape and the focus of one panel window as asked for: the
-/// window manager drops the states of a hidden window, Qt makes new native windows, and a shape
-/// does not follow a resized one. Lives as a child of its window.
+/// Reapplies the X properties and the input shape of one panel window, and manages its focus. The
+/// window manager removes the states of a hidden window, Qt may recreate the native window, and the
+/// input shape does not follow resizes. A child object of its window. Main thread only.
 class PanelKeeperX11 : public QObject
 {
     Q_OBJECT
 public:
-    /// Marks windows that our own screen captures leave out; CARDINAL 1.
+    /// Property (CARDINAL 1) of windows that this program's own screen captures omit.
     static constexpr auto captureExclusionProperty = "_QUELLORA_CAPTURE_EXCLUDE";
 
-    /// The keeper of this window, made when there is none.
+    /// The keeper of this window; created on the first call.
     static PanelKeeperX11 &of(const X11Connection &x11, QWindow &window);
 
     void keepTraits();
     void keepCaptureExclusion();
-    /// @param responseRect in points; empty makes the whole window take events
+    /// @param responseRect in points; if empty, the whole window receives events
     void keepClickThrough(const QRect &responseRect);
-    /// Gives the focus to the window, and back to where it was when the window is hidden while it
-    /// has it: no window manager does that for a window which it does not manage.
+    /// Gives the window the focus. Hiding the focused window returns the focus to the previous
+    /// window: window managers do not do that for windows that they do not manage.
     /// @return the X error code, 0 on success
     int takeFocus(xcb_timestamp_t time);
-    /// Gives the focus back to where it was, if the window has it.
-    /// @param time of the user's action; a later one than the server's newest event would make it
-    ///        ignore the next takeFocus()
+    /// Returns the focus to the window that had it before takeFocus(), if this window has it.
+    /// @param time timestamp of the user action; after one later than the newest event, the server
+    ///        would ignore the next takeFocus()
     void returnFocus(xcb_timestamp_t time);
 
     bool eventFilter(QObject *watched, QEvent *event) override;
@@ -42,7 +42,7 @@ private:
     void apply();
     void applyTraits();
     void applyShape();
-    void giveFocusBack();
+    void restoreFocusAfterHide();
 
     X11Connection m_x11;
     QWindow &m_window;

@@ -14,15 +14,15 @@ PanelWindowX11::PanelWindowX11(const X11Connection &x11)
 
 Capability PanelWindowX11::applyPanelTraits(QWindow &window)
 {
-    // Without the window manager: several of them put a focused full-screen window above every
-    // window they manage, whatever its states, and the panel belongs above those, too. The states
-    // are written all the same, for compositors and whoever else reads them.
+    // Bypasses the window manager, because several of them place a focused full-screen window above
+    // all managed windows regardless of their states. The states are set anyway for compositors
+    // and other clients that read them.
     constexpr Qt::WindowFlags panelFlags =
         Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint | Qt::NoDropShadowWindowHint |
         Qt::WindowDoesNotAcceptFocus | Qt::BypassWindowManagerHint;
     const Qt::WindowFlags flags = (window.flags() & ~Qt::WindowType_Mask) | panelFlags;
     if (window.flags() != flags) {
-        // Visual and these flags are fixed once the native window exists.
+        // The visual and these flags are fixed once the native window exists.
         const bool wasVisible = window.isVisible();
         window.destroy();
         QSurfaceFormat format = window.requestedFormat();

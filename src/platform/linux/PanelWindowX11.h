@@ -7,23 +7,22 @@
 
 namespace quellora {
 
-/// The floating panel on X11: a window that the window manager leaves alone, above all others. It
-/// is on every desktop and in no task bar or switcher; moving and resizing it is the program's own
-/// business. Other programs' windows come above it only when they do the same later. It never takes
-/// the focus by itself, neither when it is shown nor when it is clicked; only makeKey() gives it
-/// the keyboard, and hiding the window gives the keyboard back to the window manager's choice.
+/// The floating panel on X11: an unmanaged (override-redirect) window above all others, on every
+/// desktop and in no task bar or switcher. The program has to move and resize it. Only unmanaged
+/// windows that are raised later can cover it. Neither showing nor clicking it moves the focus;
+/// only makeKey() gives it the keyboard, and hiding it returns the keyboard to the previous window.
 class PanelWindowX11 : public PanelWindow
 {
 public:
     explicit PanelWindowX11(const X11Connection &x11);
 
     Capability applyPanelTraits(QWindow &window) override;
-    /// Always Unsupported: our own captures leave the window out, those of other programs cannot
-    /// be prevented.
+    /// Always Unsupported: this program's own captures omit the window, but other programs'
+    /// captures cannot be prevented.
     Capability excludeFromCapture(QWindow &window) override;
     Capability setClickThrough(QWindow &window, const QRect &responseRect) override;
     Capability orderFront(QWindow &window) override;
-    /// BestEffort while the window is not on the screen.
+    /// BestEffort while the window is not visible.
     Capability makeKey(QWindow &window) override;
     void resignKey(QWindow &window) override;
     bool isCompositing() const override { return m_compositor.isOwned(); }

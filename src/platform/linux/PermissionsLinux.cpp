@@ -30,28 +30,28 @@ PermissionsLinux::PermissionsLinux(Session session, const QString &busAddress)
 
 void PermissionsLinux::watchPortal()
 {
-    // Started at login, this program may be there before the portal is.
+    // At login this program may start before the portal.
     m_bus.connection().connect(QString(), QStringLiteral("/org/freedesktop/DBus"),
                                QStringLiteral("org.freedesktop.DBus"),
                                QStringLiteral("NameOwnerChanged"), {portalService}, QString(), this,
                                SLOT(portalChanged(QString, QString, QString)));
-    askPortal();
+    queryPortals();
 }
 
 void PermissionsLinux::portalChanged(const QString &, const QString &, const QString &now)
 {
-    // A portal that went away is started again by its next use.
+    // Nothing to do if the portal exits: D-Bus activation restarts it on the next call.
     if (!now.isEmpty())
-        askPortal();
+        queryPortals();
 }
 
-void PermissionsLinux::askPortal()
+void PermissionsLinux::queryPortals()
 {
-    ask(QStringLiteral("org.freedesktop.portal.GlobalShortcuts"), m_hasShortcuts);
-    ask(QStringLiteral("org.freedesktop.portal.Screenshot"), m_hasScreenshots);
+    queryPortal(QStringLiteral("org.freedesktop.portal.GlobalShortcuts"), m_hasShortcuts);
+    queryPortal(QStringLiteral("org.freedesktop.portal.Screenshot"), m_hasScreenshots);
 }
 
-void PermissionsLinux::ask(const QString &portal, bool &available)
+void PermissionsLinux::queryPortal(const QString &portal, bool &available)
 {
     QDBusMessage get = QDBusMessage::createMethodCall(
         portalService, portalPath, QStringLiteral("org.freedesktop.DBus.Properties"),
@@ -61,12 +61,12 @@ void PermissionsLinux::ask(const QString &portal, bool &available)
     connect(watcher, &QDBusPendingCallWatcher::finished, this,
             [this, &available](QDBusPendingCallWatcher *finished) {
                 const QDBusPendingReply<QDBusVariant> reply = *finished;
-                set(available, !reply.isError() && reply.value().variant().toUInt() > 0);
+                setAvailable(available, !reply.isError() && reply.value().variant().toUInt() > 0);
                 finished->deleteLater();
             });
 }
 
-void PermissionsLinux::set(bool &available, bool value)
+void PermissionsLinux::setAvailable(bool &available, bool value)
 {
     if (available == value)
         return;

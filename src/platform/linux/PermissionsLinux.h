@@ -7,26 +7,26 @@
 
 namespace quellora {
 
-/// X11 has no privacy gate: every client may watch keys and read the screen. In a Wayland session
-/// the X server sees neither other programs' keys nor their windows; there a permission counts as
-/// granted when the desktop's portal offers the way to it. The portal is asked without waiting:
-/// until it answers nothing is granted. Main thread only.
+/// X11 has no permissions: every client may monitor keys and read the screen. In a Wayland session
+/// the X server sees neither the keys nor the windows of other programs, so a permission counts as
+/// granted if the desktop offers the corresponding portal. The portals are queried asynchronously;
+/// until they reply nothing is granted. Main thread only.
 class PermissionsLinux : public QObject, public Permissions
 {
     Q_OBJECT
 public:
     enum class Session { X11, Wayland };
 
-    /// @param busAddress session bus; empty when there is none
+    /// @param busAddress address of the session bus; empty if there is none
     explicit PermissionsLinux(Session session,
                               const QString &busAddress = SessionBusLinux::address());
 
-    /// The session this process was started in, from its environment.
+    /// The session type of this process, from its environment.
     static Session currentSession();
 
     bool isAccessibilityTrusted() const override { return m_hasShortcuts; }
     bool isScreenRecordingGranted() const override { return m_hasScreenshots; }
-    /// Nothing to ask for ahead of time: the portal asks at each use, X11 never does.
+    /// Does nothing: the portal prompts on each use, X11 never prompts.
     void requestScreenRecording() override {}
     void onChanged(std::function<void()> handler) override { m_handler = std::move(handler); }
 
@@ -35,10 +35,10 @@ private Q_SLOTS:
 
 private:
     void watchPortal();
-    void askPortal();
-    /// Asks for the version of a portal; it has one when the desktop offers the portal.
-    void ask(const QString &portal, bool &available);
-    void set(bool &available, bool value);
+    void queryPortals();
+    /// Sets @p available if the portal has a version, i.e. if the desktop implements it.
+    void queryPortal(const QString &portal, bool &available);
+    void setAvailable(bool &available, bool value);
 
     SessionBusLinux m_bus;
     bool m_hasShortcuts;

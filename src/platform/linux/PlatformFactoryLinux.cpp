@@ -11,24 +11,24 @@ namespace quellora {
 namespace {
 
 constexpr auto qtPlatformVariable = "QT_QPA_PLATFORM";
-// Whether the variable is ours, to be taken back once the application object has read it.
-bool platformVariableIsOurs = false;
+// Whether prepareProcess() set the variable; create() then unsets it.
+bool hasSetPlatformVariable = false;
 
 } // namespace
 
 void Platform::prepareOutput()
 {
-    // The launcher keeps what is written.
+    // The terminal or the session journal captures standard output.
 }
 
 void Platform::prepareProcess()
 {
-    // Panels, hot keys and captures need X11: on Wayland the X server of the session serves.
+    // Panels, hot keys and captures require X11, so a Wayland session uses its X server.
     const bool hasX11 = !qEnvironmentVariableIsEmpty("DISPLAY");
     if (hasX11 && qEnvironmentVariableIsEmpty(qtPlatformVariable) &&
         PermissionsLinux::currentSession() == PermissionsLinux::Session::Wayland) {
         qputenv(qtPlatformVariable, "xcb");
-        platformVariableIsOurs = true;
+        hasSetPlatformVariable = true;
     }
     QSurfaceFormat format = QSurfaceFormat::defaultFormat();
     format.setAlphaBufferSize(8);
@@ -45,15 +45,15 @@ QString Platform::displaySession()
     const QString x11 = qEnvironmentVariable("DISPLAY");
     if (x11.isEmpty())
         return qEnvironmentVariable("WAYLAND_DISPLAY");
-    // The number behind the dot names a screen of the same display.
+    // The suffix after the dot selects a screen of the same display.
     static const QRegularExpression screen(QStringLiteral("\\.[0-9]+$"));
     return QString(x11).remove(screen);
 }
 
 std::unique_ptr<Platform> Platform::create()
 {
-    // Programs started from here choose their own windowing system.
-    if (std::exchange(platformVariableIsOurs, false))
+    // Child processes must not inherit it.
+    if (std::exchange(hasSetPlatformVariable, false))
         qunsetenv(qtPlatformVariable);
     if (const std::optional<X11Connection> x11 = X11Connection::current())
         return std::make_unique<PlatformX11>(*x11);

@@ -14,7 +14,7 @@
 
 namespace quellora {
 
-/// All roles on X11. Destroy it before the application object.
+/// All platform interfaces on X11. Destroy it before the application object.
 class PlatformX11 : public Platform
 {
 public:

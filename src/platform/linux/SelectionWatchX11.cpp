@@ -12,7 +12,7 @@ SelectionWatchX11::SelectionWatchX11(const X11Connection &x11, const QByteArray 
     , m_firstEvent(x11.firstEvent(&xcb_xfixes_id))
 {
     if (m_firstEvent != 0) {
-        // The server refuses every other request of the extension before it knows the version.
+        // The extension rejects other requests until the version has been negotiated.
         const XcbPtr<xcb_xfixes_query_version_reply_t> version(xcb_xfixes_query_version_reply(
             x11.get(), xcb_xfixes_query_version(x11.get(), 5, 0), nullptr));
         xcb_xfixes_select_selection_input(
@@ -37,7 +37,7 @@ bool SelectionWatchX11::nativeEventFilter(const QByteArray &eventType, void *mes
     const auto *notify = reinterpret_cast<const xcb_xfixes_selection_notify_event_t *>(event);
     if (notify->selection != m_selection)
         return false;
-    // A closing or destroyed owner is reported with its dead window.
+    // Events for a closed or destroyed owner still contain its former window.
     const bool owned = notify->subtype == XCB_XFIXES_SELECTION_EVENT_SET_SELECTION_OWNER &&
                        notify->owner != XCB_NONE;
     if (owned != m_owned) {

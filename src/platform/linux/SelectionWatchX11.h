@@ -8,16 +8,16 @@
 
 namespace quellora {
 
-/// Watches whether somebody owns a screen's selection: compositors and trays announce themselves
-/// so.
+/// Monitors whether a per-screen selection has an owner. Compositors and system trays announce
+/// themselves by owning one. Main thread only.
 class SelectionWatchX11 : public QAbstractNativeEventFilter
 {
 public:
-    /// @param name the selection without the screen's number, e.g. "_NET_WM_CM_S"
+    /// @param name name of the selection without the screen number, e.g. "_NET_WM_CM_S"
     SelectionWatchX11(const X11Connection &x11, const QByteArray &name);
 
     bool isOwned() const { return m_owned; }
-    /// Replaces the handler; it is called on the main thread after every change.
+    /// Called on the main thread after every change; replaces the previous handler.
     void onChanged(std::function<void()> handler) { m_handler = std::move(handler); }
 
     bool nativeEventFilter(const QByteArray &eventType, void *message, qintptr *result) override;

@@ -25,7 +25,7 @@ SessionBusLinux::SessionBusLinux(const QString &purpose, const QString &busAddre
                 app,
                 [self, name] {
                     if (self)
-                        self->connectingEnded();
+                        self->handleConnectFinished();
                     else
                         QDBusConnection::disconnectFromBus(name);
                 },
@@ -35,12 +35,12 @@ SessionBusLinux::SessionBusLinux(const QString &purpose, const QString &busAddre
 
 SessionBusLinux::~SessionBusLinux()
 {
-    // A connection that is being made bears no disconnecting: that follows when it has been made.
+    // Cannot be disconnected while connecting; the queued call then disconnects it.
     if (!m_isConnecting)
         QDBusConnection::disconnectFromBus(m_name);
 }
 
-void SessionBusLinux::connectingEnded()
+void SessionBusLinux::handleConnectFinished()
 {
     m_isConnecting = false;
     if (connection().isConnected())

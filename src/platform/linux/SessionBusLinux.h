@@ -6,29 +6,29 @@
 
 namespace quellora {
 
-/// A connection of its own to the session bus, made beside the main thread because connecting
-/// speaks with the bus before it returns. Main thread only.
+/// A private connection to the session bus. Connects on a worker thread, because connecting blocks
+/// until the bus replies. Main thread only.
 class SessionBusLinux : public QObject
 {
     Q_OBJECT
 public:
     /// Starts connecting.
-    /// @param purpose tells the connections of the process apart
-    /// @param busAddress session bus; empty when there is none, then nothing ever happens
+    /// @param purpose used in the connection's name
+    /// @param busAddress address of the session bus; if empty, connected() is never emitted
     SessionBusLinux(const QString &purpose, const QString &busAddress, QObject *parent = nullptr);
     ~SessionBusLinux() override;
 
-    /// The address of the running session bus; empty when none runs (none is ever started).
+    /// The address of the running session bus; empty if there is none. Never starts one.
     static QString address();
 
-    /// Usable from connected() on.
+    /// Valid once connected() has been emitted.
     QDBusConnection connection() const { return QDBusConnection(m_name); }
 
 Q_SIGNALS:
     void connected();
 
 private:
-    void connectingEnded();
+    void handleConnectFinished();
 
     QString m_name;
     bool m_isConnecting = false;

@@ -24,15 +24,15 @@ StatusAreaLinux::StatusAreaLinux(const X11Connection &x11, const QString &busAdd
 void StatusAreaLinux::watchBus()
 {
     QDBusConnection bus = m_bus.connection();
-    // Without senders: naming one would ask the bus for its owner and wait. The signals only make
-    // us ask again.
+    // No senders: Qt would look up a named sender's owner with a blocking call. The signals only
+    // trigger another query.
     bus.connect(QString(), QStringLiteral("/org/freedesktop/DBus"),
                 QStringLiteral("org.freedesktop.DBus"), QStringLiteral("NameOwnerChanged"),
                 {watcherService}, QString(), this, SLOT(watcherChanged(QString, QString, QString)));
     for (const auto &signal : {QStringLiteral("StatusNotifierHostRegistered"),
                                QStringLiteral("StatusNotifierHostUnregistered")})
-        bus.connect(QString(), watcherPath, watcherService, signal, this, SLOT(askForHost()));
-    askForHost();
+        bus.connect(QString(), watcherPath, watcherService, signal, this, SLOT(queryHost()));
+    queryHost();
 }
 
 void StatusAreaLinux::watcherChanged(const QString &, const QString &, const QString &now)
@@ -40,16 +40,16 @@ void StatusAreaLinux::watcherChanged(const QString &, const QString &, const QSt
     if (now.isEmpty())
         setHostRegistered(false);
     else
-        askForHost();
+        queryHost();
 }
 
-void StatusAreaLinux::askForHost()
+void StatusAreaLinux::queryHost()
 {
     QDBusMessage get = QDBusMessage::createMethodCall(
         watcherService, watcherPath, QStringLiteral("org.freedesktop.DBus.Properties"),
         QStringLiteral("Get"));
     get << watcherService << QStringLiteral("IsStatusNotifierHostRegistered");
-    // A desktop without a tray must not get one started by our question.
+    // The query must not start a tray through D-Bus activation.
     get.setAutoStartService(false);
     auto *watcher = new QDBusPendingCallWatcher(m_bus.connection().asyncCall(get), this);
     connect(watcher, &QDBusPendingCallWatcher::finished, this,

@@ -8,14 +8,14 @@
 
 namespace quellora {
 
-/// The tray, in either of the ways desktops have one: a host of status items that registered on
-/// the session bus, or the older owner of the X selection _NET_SYSTEM_TRAY_S<screen>. Both may come
-/// and go. Asks the bus without waiting; until it answers there is no host. Main thread only.
+/// The system tray: a StatusNotifierItem host on the session bus, or the owner of the X selection
+/// _NET_SYSTEM_TRAY_S<screen>. Both may appear and disappear. The bus is queried asynchronously;
+/// until it replies there is no host. Main thread only.
 class StatusAreaLinux : public QObject, public StatusArea
 {
     Q_OBJECT
 public:
-    /// @param busAddress session bus; empty when there is none
+    /// @param busAddress address of the session bus; empty if there is none
     explicit StatusAreaLinux(const X11Connection &x11,
                              const QString &busAddress = SessionBusLinux::address());
 
@@ -23,7 +23,7 @@ public:
     void onChanged(std::function<void()> handler) override { m_handler = std::move(handler); }
 
 private Q_SLOTS:
-    void askForHost();
+    void queryHost();
     void watcherChanged(const QString &name, const QString &before, const QString &now);
 
 private:

@@ -13,7 +13,7 @@ constexpr quint32 stateAdd = 1;
 constexpr quint32 sourceApplication = 1;
 constexpr quint32 sourceUser = 2;
 
-/// Whether a window manager watches the window now, so that it has to be asked.
+/// Whether the window is mapped and managed, so that changes must go through the window manager.
 bool isManaged(const X11Connection &x11, xcb_window_t window)
 {
     const XcbPtr<xcb_get_window_attributes_reply_t> reply(xcb_get_window_attributes_reply(
@@ -21,8 +21,8 @@ bool isManaged(const X11Connection &x11, xcb_window_t window)
     return reply && reply->map_state != XCB_MAP_STATE_UNMAPPED && !reply->override_redirect;
 }
 
-void askWindowManager(const X11Connection &x11, xcb_window_t window, const QByteArray &message,
-                      const std::array<quint32, 5> &data)
+void sendClientMessage(const X11Connection &x11, xcb_window_t window, const QByteArray &message,
+                       const std::array<quint32, 5> &data)
 {
     xcb_client_message_event_t event{};
     event.response_type = XCB_CLIENT_MESSAGE;
@@ -62,8 +62,8 @@ void addWindowStates(const X11Connection &x11, const QWindow &window,
     const xcb_atom_t property = x11.atom("_NET_WM_STATE");
     if (isManaged(x11, native)) {
         for (const QByteArray &state : states)
-            askWindowManager(x11, native, "_NET_WM_STATE",
-                             {stateAdd, x11.atom(state), 0, sourceApplication, 0});
+            sendClientMessage(x11, native, "_NET_WM_STATE",
+                              {stateAdd, x11.atom(state), 0, sourceApplication, 0});
     } else {
         QList<xcb_atom_t> atoms = atomProperty(x11, native, property);
         for (const QByteArray &state : states) {
@@ -92,19 +92,20 @@ void showOnAllDesktops(const X11Connection &x11, const QWindow &window)
     if (native == XCB_NONE)
         return;
     if (isManaged(x11, native))
-        askWindowManager(x11, native, "_NET_WM_DESKTOP", {allDesktops, sourceApplication, 0, 0, 0});
+        sendClientMessage(x11, native, "_NET_WM_DESKTOP",
+                          {allDesktops, sourceApplication, 0, 0, 0});
     else
         setCardinal(x11, native, "_NET_WM_DESKTOP", allDesktops);
     x11.flush();
 }
 
-void askForActivation(const X11Connection &x11, const QWindow &window)
+void requestActivation(const X11Connection &x11, const QWindow &window)
 {
     const xcb_window_t native = nativeWindow(window);
     if (native == XCB_NONE || !isManaged(x11, native))
         return;
-    askWindowManager(x11, native, "_NET_ACTIVE_WINDOW",
-                     {sourceUser, XCB_CURRENT_TIME, XCB_NONE, 0, 0});
+    sendClientMessage(x11, native, "_NET_ACTIVE_WINDOW",
+                      {sourceUser, XCB_CURRENT_TIME, XCB_NONE, 0, 0});
     x11.flush();
 }
 

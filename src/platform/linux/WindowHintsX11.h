@@ -9,30 +9,30 @@ class QWindow;
 
 namespace quellora {
 
-/// The native window; XCB_NONE while it does not exist. Never creates it.
+/// The native window; XCB_NONE if there is none. Does not create it.
 xcb_window_t nativeWindow(const QWindow &window);
 
-/// Adds window-manager states such as "_NET_WM_STATE_ABOVE". They are written to the
-/// window's property, unless a window manager has the window by now: then it is asked.
+/// Adds window states such as "_NET_WM_STATE_ABOVE": asks the window manager if it already manages
+/// the window, otherwise writes them to the window's property.
 void addWindowStates(const X11Connection &x11, const QWindow &window,
                      const QList<QByteArray> &states);
 
-/// Whether the window's property names all of the states.
+/// Whether the window's property contains all of the states.
 bool hasWindowStates(const X11Connection &x11, const QWindow &window,
                      const QList<QByteArray> &states);
 
-/// Puts the window on every desktop.
+/// Shows the window on every desktop.
 void showOnAllDesktops(const X11Connection &x11, const QWindow &window);
 
-/// Asks the window manager for the focus in the user's name, as a task bar does, whatever the user
-/// has pressed elsewhere since. Without effect on a window that is not on the screen.
-void askForActivation(const X11Connection &x11, const QWindow &window);
+/// Requests activation from the window manager as a pager does (source indication 2), so that focus
+/// stealing prevention does not apply. No effect if the window is not mapped or not managed.
+void requestActivation(const X11Connection &x11, const QWindow &window);
 
-/// Writes a text.
+/// Replaces an 8-bit text property.
 void setText(const X11Connection &x11, xcb_window_t window, const QByteArray &property,
              xcb_atom_t type, const QByteArray &text);
 
-/// Writes one CARDINAL.
+/// Replaces a property with one CARDINAL.
 void setCardinal(const X11Connection &x11, xcb_window_t window, const QByteArray &property,
                  quint32 value);
 

@@ -17,8 +17,8 @@ namespace {
 
 const OpenResult opened;
 
-/// What a status of xdg-open means, as its manual says.
-QString meaningOf(int status)
+/// User-visible meaning of an exit status, as documented in the manual of xdg-open.
+QString statusText(int status)
 {
     switch (status) {
     case 2:
@@ -32,21 +32,21 @@ QString meaningOf(int status)
     }
 }
 
-/// One run of the opener. Deletes itself when the run has ended; deleted before, it leaves the run
-/// alone.
+/// One run of xdg-open. Deletes itself when the process has finished; deleting it earlier does not
+/// end the process.
 class Opener : public QProcess
 {
 public:
     Opener(const QString &program, const QUrl &url, QObject *parent) : QProcess(parent), m_url(url)
     {
         setProgram(program);
-        // Encoded and with its scheme in front, an address can never be taken for an option.
+        // Encoded and starting with its scheme, an address cannot be parsed as an option.
         setArguments({url.toString(QUrl::FullyEncoded)});
-        // Standard output is the log's alone, and browsers are talkative.
+        // Keeps the output of browsers out of the log on standard output.
         setStandardInputFile(nullDevice());
         setStandardOutputFile(nullDevice());
         setStandardErrorFile(nullDevice());
-        // What ends this program from a terminal does not end the user's browser.
+        // A new session, so that signals from this program's terminal do not reach the browser.
         setChildProcessModifier([] { ::setsid(); });
         connect(this, &QProcess::errorOccurred, this, [this](QProcess::ProcessError error) {
             if (error != QProcess::FailedToStart)
@@ -58,7 +58,7 @@ public:
             if (how == QProcess::CrashExit)
                 fail(QStringLiteral("xdg-open crashed"));
             else if (status != 0)
-                fail(meaningOf(status));
+                fail(statusText(status));
             else
                 finish(opened);
             deleteLater();
@@ -66,28 +66,28 @@ public:
     }
     ~Opener() override
     {
-        // Or the base class would kill it.
+        // Otherwise the base class would kill the process.
         setProcessState(QProcess::NotRunning);
     }
     Q_DISABLE_COPY_MOVE(Opener)
 
-    QFuture<OpenResult> run(std::chrono::milliseconds patience)
+    QFuture<OpenResult> run(std::chrono::milliseconds timeout)
     {
         m_promise.start();
         start();
-        QTimer::singleShot(patience, this, [this] { finish(opened); });
+        QTimer::singleShot(timeout, this, [this] { finish(opened); });
         return m_promise.future();
     }
 
 private:
     void fail(const QString &reason)
     {
-        if (!m_told)
+        if (!m_isFinished)
             finish(tl::unexpected(OpenRules::failure(m_url, reason)));
     }
     void finish(const OpenResult &result)
     {
-        if (std::exchange(m_told, true))
+        if (std::exchange(m_isFinished, true))
             return;
         m_promise.addResult(result);
         m_promise.finish();
@@ -95,33 +95,33 @@ private:
 
     QUrl m_url;
     QPromise<OpenResult> m_promise;
-    bool m_told = false;
+    bool m_isFinished = false;
 };
 
 } // namespace
 
 QFuture<OpenResult> WorkspaceLinux::openUrl(const QUrl &url)
 {
-    if (const auto refusal = OpenRules::refusalOf(url))
-        return OpenRules::notOpened(*refusal);
-    return handOver(url);
+    if (const auto refusal = OpenRules::checkAllowed(url))
+        return OpenRules::failedFuture(*refusal);
+    return startOpener(url);
 }
 
 QFuture<OpenResult> WorkspaceLinux::openFile(const QString &path)
 {
-    if (const auto refusal = OpenRules::refusalOf(path))
-        return OpenRules::notOpened(*refusal);
-    return handOver(QUrl::fromLocalFile(QFileInfo(path).absoluteFilePath()));
+    if (const auto refusal = OpenRules::checkAllowed(path))
+        return OpenRules::failedFuture(*refusal);
+    return startOpener(QUrl::fromLocalFile(QFileInfo(path).absoluteFilePath()));
 }
 
-QFuture<OpenResult> WorkspaceLinux::handOver(const QUrl &url)
+QFuture<OpenResult> WorkspaceLinux::startOpener(const QUrl &url)
 {
     const QString program = QStandardPaths::findExecutable(QStringLiteral("xdg-open"));
     if (program.isEmpty())
-        return OpenRules::notOpened(
+        return OpenRules::failedFuture(
             OpenRules::failure(url, QStringLiteral("xdg-open is not installed")));
-    auto *opener = new Opener(program, url, &m_openers);
-    return opener->run(m_patience);
+    auto *opener = new Opener(program, url, &m_openerParent);
+    return opener->run(m_timeout);
 }
 
 } // namespace quellora

@@ -8,30 +8,29 @@
 
 namespace quellora {
 
-/// Hands addresses and files to the desktop's opener, `xdg-open`, and watches how it ends.
+/// Opens addresses and files with `xdg-open` and reports its exit status.
 ///
-/// Only web and mail addresses and existing regular files are handed on; everything else, such as
-/// other schemes out of an answer, is refused. Some openers run the other program themselves and
-/// stay as long as it does: one that has not failed within the patience has opened it. Openers and
-/// their programs outlive this object. Main thread only.
+/// Only web and mail addresses and existing regular files are opened; everything else, such as
+/// links with other schemes in an answer, is refused. On some desktops `xdg-open` runs until the
+/// opened program exits, so a process that has not failed within the timeout counts as success.
+/// Processes outlive this object. Main thread only.
 class WorkspaceLinux : public Workspace
 {
 public:
-    static constexpr std::chrono::milliseconds defaultPatience = std::chrono::seconds(10);
+    static constexpr std::chrono::milliseconds defaultTimeout = std::chrono::seconds(10);
 
-    explicit WorkspaceLinux(std::chrono::milliseconds patience = defaultPatience)
-        : m_patience(patience)
+    explicit WorkspaceLinux(std::chrono::milliseconds timeout = defaultTimeout) : m_timeout(timeout)
     {}
 
     QFuture<OpenResult> openUrl(const QUrl &url) override;
     QFuture<OpenResult> openFile(const QString &path) override;
 
 private:
-    QFuture<OpenResult> handOver(const QUrl &url);
+    QFuture<OpenResult> startOpener(const QUrl &url);
 
-    std::chrono::milliseconds m_patience;
-    /// Parent of the openers that run.
-    QObject m_openers;
+    std::chrono::milliseconds m_timeout;
+    /// Parent of the running processes' objects.
+    QObject m_openerParent;
 };
 
 } // namespace quellora

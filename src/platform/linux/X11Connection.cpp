@@ -5,7 +5,7 @@
 
 #include <xcb/xcb_aux.h>
 
-// Last, because its macros collide with ordinary names.
+// Last, because it defines macros with common names.
 #include <X11/Xlib.h>
 
 namespace quellora {
@@ -14,7 +14,7 @@ namespace {
 
 void (*lossHandler)() = nullptr;
 
-int onLoss(Display *)
+int onIoError(Display *)
 {
     lossHandler();
     return 0;
@@ -40,15 +40,15 @@ std::optional<X11Connection> X11Connection::current()
     return X11Connection(x11->connection(), screen->root, screenNumber);
 }
 
-void X11Connection::setLossHandler(void (*leave)())
+void X11Connection::setLossHandler(void (*handler)())
 {
-    lossHandler = leave;
-    XSetIOErrorHandler(leave ? &onLoss : nullptr);
+    lossHandler = handler;
+    XSetIOErrorHandler(handler ? &onIoError : nullptr);
 }
 
 xcb_atom_t X11Connection::atom(const QByteArray &name) const
 {
-    // Atoms never change while a server runs, and there is one server per process.
+    // A global cache: atoms are constant while the server runs, and a process uses one server.
     static QHash<QByteArray, xcb_atom_t> known;
     const auto found = known.constFind(name);
     if (found != known.constEnd())

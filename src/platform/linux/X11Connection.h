@@ -15,29 +15,30 @@ struct FreeDeleter
 {
     void operator()(void *reply) const { std::free(reply); }
 };
-/// An xcb reply or error that is freed when it goes out of scope.
+/// Owns an xcb reply or error.
 template <typename T>
 using XcbPtr = std::unique_ptr<T, FreeDeleter>;
 
-/// The application's own connection to the X server. A plain handle: copies name the same
-/// connection, which lives as long as the application object. Main thread only.
+/// A non-owning handle to the application's connection to the X server, which is valid as long as
+/// the application object exists. Main thread only.
 class X11Connection
 {
 public:
-    /// Absent when the application does not run on X11.
+    /// nullopt if the application does not run on X11.
     static std::optional<X11Connection> current();
-    /// Calls @p leave, which must not return, on a thread whose connection to the server is lost,
-    /// in place of the exit() of Xlib. For every connection of the process that goes through Xlib,
-    /// the drawing threads' included; the toolkit looks after its event loop's itself.
-    static void setLossHandler(void (*leave)());
+    /// Calls @p handler instead of Xlib's exit() when a connection to the server is lost. It runs
+    /// on the thread that uses the connection and must not return. Applies to every Xlib connection
+    /// of the process, including those of render threads, except the one of Qt's event loop, which
+    /// Qt handles itself.
+    static void setLossHandler(void (*handler)());
 
     xcb_connection_t *get() const { return m_connection; }
     xcb_window_t root() const { return m_root; }
     int screenNumber() const { return m_screenNumber; }
 
-    /// Interns the atom; XCB_ATOM_NONE when the server fails. One round trip on first use.
+    /// Interns an atom; XCB_ATOM_NONE on failure. One round trip on first use of a name.
     xcb_atom_t atom(const QByteArray &name) const;
-    /// First event code of an extension; 0 when the server does not have it.
+    /// First event code of an extension; 0 if the server lacks it.
     quint8 firstEvent(xcb_extension_t *extension) const;
     void flush() const { xcb_flush(m_connection); }
 

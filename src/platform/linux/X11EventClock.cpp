@@ -35,7 +35,7 @@ xcb_timestamp_t X11EventClock::timeOf(const xcb_generic_event_t *event, quint8 i
         const auto *generic = reinterpret_cast<const xcb_ge_generic_event_t *>(event);
         if (inputExtension == 0 || generic->extension != inputExtension)
             return XCB_CURRENT_TIME;
-        // Every event of the input extension has its time after type and device id.
+        // In every XInput event the timestamp follows the event type and the device id.
         xcb_timestamp_t time = XCB_CURRENT_TIME;
         std::memcpy(&time, reinterpret_cast<const char *>(event) + 12, sizeof time);
         return time;
@@ -51,7 +51,7 @@ bool X11EventClock::nativeEventFilter(const QByteArray &eventType, void *message
         return false;
     const xcb_timestamp_t time =
         timeOf(static_cast<const xcb_generic_event_t *>(message), m_inputExtension);
-    // The server's clock wraps around every 49.7 days: compare by signed distance.
+    // The server's 32-bit clock wraps around every 49.7 days, so compare by signed difference.
     if (time != XCB_CURRENT_TIME &&
         (m_lastTime == XCB_CURRENT_TIME || static_cast<qint32>(time - m_lastTime) > 0))
         m_lastTime = time;

@@ -6,20 +6,20 @@
 
 namespace quellora {
 
-/// Remembers the X server's time of the newest event that carried one, so that focus requests
-/// can name the user action they follow.
+/// Remembers the newest event timestamp from the X server, so that focus requests can carry the
+/// timestamp of the user action that caused them. Main thread only.
 class X11EventClock : public QAbstractNativeEventFilter
 {
 public:
     explicit X11EventClock(const X11Connection &x11);
 
-    /// Milliseconds of the server's clock; XCB_CURRENT_TIME while no event told the time.
+    /// Milliseconds of the server's clock; XCB_CURRENT_TIME if no event had a timestamp yet.
     xcb_timestamp_t lastTime() const { return m_lastTime; }
 
     bool nativeEventFilter(const QByteArray &eventType, void *message, qintptr *result) override;
 
-    /// The time carried by an event; XCB_CURRENT_TIME when it has none.
-    /// @param inputExtension major opcode of the input extension; 0 when there is none
+    /// The timestamp of an event; XCB_CURRENT_TIME if it has none.
+    /// @param inputExtension major opcode of the XInput extension; 0 if the server lacks it
     static xcb_timestamp_t timeOf(const xcb_generic_event_t *event, quint8 inputExtension);
 
 private:

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/Platform.h"
-#include "platform/macos/LastAnswer.h"
+#include "platform/macos/LastValue.h"
 #include "platform/macos/Subscription.h"
 
 namespace quellora {
@@ -21,8 +21,8 @@ public:
     }
 
 private:
-    LastAnswer<bool> m_dark;
-    LastAnswer<bool> m_reducesMotion;
+    LastValue<bool> m_dark;
+    LastValue<bool> m_reducesMotion;
     std::function<void()> m_handler;
     std::function<void()> m_motionHandler;
     Subscription m_appearanceChanged;

@@ -5,8 +5,8 @@
 namespace quellora {
 
 /// The outcome of excluding a window from captures.
-/// @param isTaken whether the system accepted the request
+/// @param isAccepted whether the system accepted the request
 /// @param majorVersion of macOS
-Capability captureExclusion(bool isTaken, int majorVersion);
+Capability captureExclusion(bool isAccepted, int majorVersion);
 
 } // namespace quellora

@@ -16,8 +16,8 @@ public:
     /// @param pointer in Qt's desktop coordinates, points
     /// @param isOver whether the pointer's events are for the window
     void pointerMoved(const QPointF &pointer, bool isOver);
-    /// Stops without an event to the window: Qt reports the pointer itself from now on.
-    void leaveToToolkit() { m_isOver = false; }
+    /// Stops without sending a leave event: Qt delivers the pointer events itself from now on.
+    void reset() { m_isOver = false; }
 
 private:
     QWindow &m_window;

@@ -35,8 +35,8 @@ NonactivatingPanelMac::NonactivatingPanelMac()
     const Method method = class_getInstanceMethod(panels, initSelector());
     originalInit = reinterpret_cast<InitPanel>(method_getImplementation(method));
     const auto replacement = reinterpret_cast<IMP>(&initNonactivating);
-    // Where NSPanel inherits the method from NSWindow, it gets its own, so that windows keep
-    // theirs.
+    // If NSPanel inherits the method from NSWindow, adds an override to NSPanel, so that other
+    // windows keep the original.
     if (!class_addMethod(panels, initSelector(), replacement, method_getTypeEncoding(method)))
         method_setImplementation(method, replacement);
 }

@@ -33,7 +33,7 @@ private:
     explicit PanelKeeperMac(QWindow &window);
     /// Creates the native window as a non-activating panel if necessary.
     /// @return whether the window has one
-    bool makeNative();
+    bool createNative();
     void apply();
     void applyTraits();
     void setAcceptsKeyboard(bool accepts);
@@ -42,7 +42,7 @@ private:
     PanelPointerMac m_pointer;
     bool m_hasTraits = false;
     bool m_isExcluded = false;
-    bool m_isMaking = false;
+    bool m_isCreating = false;
     bool m_isNonactivating = false;
     /// The process to activate when the keyboard is returned; 0 for none.
     int m_previousProcess = 0;

@@ -48,17 +48,17 @@ PanelKeeperMac::PanelKeeperMac(QWindow &window)
         Cocoa::observe(center, NSApplicationDidResignActiveNotification, [this] { applyTraits(); });
 }
 
-bool PanelKeeperMac::makeNative()
+bool PanelKeeperMac::createNative()
 {
     if (m_window.handle() && m_isNonactivating)
         return true;
     const bool wasVisible = m_window.isVisible();
     m_window.destroy();
     {
-        const NonactivatingPanelMac making;
-        m_isMaking = true;
+        const NonactivatingPanelMac nonactivating;
+        m_isCreating = true;
         m_window.create();
-        m_isMaking = false;
+        m_isCreating = false;
     }
     if (wasVisible)
         m_window.show();
@@ -68,7 +68,7 @@ bool PanelKeeperMac::makeNative()
 Capability PanelKeeperMac::keepTraits()
 {
     m_hasTraits = true;
-    if (!makeNative())
+    if (!createNative())
         return noNativeWindow();
     applyTraits();
     if ([Cocoa::window(m_window) isKindOfClass:NSPanel.class])
@@ -80,7 +80,7 @@ Capability PanelKeeperMac::keepTraits()
 Capability PanelKeeperMac::keepCaptureExclusion()
 {
     m_isExcluded = true;
-    if (!makeNative())
+    if (!createNative())
         return noNativeWindow();
     apply();
     return captureExclusion(Cocoa::window(m_window).sharingType == NSWindowSharingNone,
@@ -95,7 +95,7 @@ Capability PanelKeeperMac::keepClickThrough(const QRect &responseRect)
 
 Capability PanelKeeperMac::orderFront()
 {
-    if (!makeNative())
+    if (!createNative())
         return noNativeWindow();
     m_window.show();
     // Not QWindow::raise(), which activates the program.
@@ -152,7 +152,7 @@ bool PanelKeeperMac::eventFilter(QObject *watched, QEvent *event)
     case QEvent::PlatformSurface:
         if (static_cast<QPlatformSurfaceEvent *>(event)->surfaceEventType() ==
             QPlatformSurfaceEvent::SurfaceCreated) {
-            m_isNonactivating = m_isMaking;
+            m_isNonactivating = m_isCreating;
             apply();
             m_pointer.windowRecreated();
         } else {
@@ -182,7 +182,7 @@ void PanelKeeperMac::setAcceptsKeyboard(bool accepts)
     if (m_window.flags().testFlag(Qt::WindowDoesNotAcceptFocus) != accepts)
         return;
     m_window.setFlag(Qt::WindowDoesNotAcceptFocus, !accepts);
-    // With the flags Qt has reset the style, the level and the handling of pointer events.
+    // Setting the flags made Qt reset the style, the level and the handling of pointer events.
     apply();
 }
 

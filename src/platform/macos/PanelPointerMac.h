@@ -25,7 +25,7 @@ public:
     void windowRecreated();
 
 private:
-    void watch();
+    void updateMonitors();
     void applyPassing();
 
     QWindow &m_window;

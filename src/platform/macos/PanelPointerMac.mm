@@ -43,21 +43,21 @@ void PanelPointerMac::windowRecreated()
 
 void PanelPointerMac::windowChanged()
 {
-    watch();
+    updateMonitors();
     applyPassing();
 }
 
-void PanelPointerMac::watch()
+void PanelPointerMac::updateMonitors()
 {
     const bool isShown = m_window.isVisible() && Cocoa::window(m_window);
     if (!isShown) {
         m_ownEvents.reset();
-        m_hover.leaveToToolkit();
+        m_hover.reset();
     } else if (!m_ownEvents.isActive()) {
         m_ownEvents = Cocoa::monitorOwnEvents(moves | releases | crossings, [this](NSEvent *event) {
             applyPassing();
             if (NSApp.active)
-                m_hover.leaveToToolkit();
+                m_hover.reset();
             else if (isHover(event.type) && !isButtonHeld())
                 m_hover.pointerMoved(Cocoa::pointerPosition(),
                                      event.type != NSEventTypeMouseExited && !m_isPassing &&

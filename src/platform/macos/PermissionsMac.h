@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/Platform.h"
-#include "platform/macos/LastAnswer.h"
+#include "platform/macos/LastValue.h"
 #include "platform/macos/Subscription.h"
 
 namespace quellora {
@@ -19,16 +19,16 @@ public:
     void onChanged(std::function<void()> handler) override { m_handler = std::move(handler); }
 
 private:
-    struct Answers
+    struct State
     {
         bool accessibility = false;
         bool screenRecording = false;
-        bool operator==(const Answers &) const = default;
+        bool operator==(const State &) const = default;
     };
-    Answers ask() const;
-    void askAgain();
+    State currentState() const;
+    void recheck();
 
-    LastAnswer<Answers> m_answers;
+    LastValue<State> m_state;
     std::function<void()> m_handler;
     Subscription m_activated;
     Subscription m_otherActivated;

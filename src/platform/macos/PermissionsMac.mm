@@ -6,13 +6,13 @@
 
 namespace quellora {
 
-PermissionsMac::PermissionsMac() : m_answers(ask())
+PermissionsMac::PermissionsMac() : m_state(currentState())
 {
     m_activated = Cocoa::observe(NSNotificationCenter.defaultCenter,
-                                 NSApplicationDidBecomeActiveNotification, [this] { askAgain(); });
+                                 NSApplicationDidBecomeActiveNotification, [this] { recheck(); });
     m_otherActivated =
         Cocoa::observe(NSWorkspace.sharedWorkspace.notificationCenter,
-                       NSWorkspaceDidActivateApplicationNotification, [this] { askAgain(); });
+                       NSWorkspaceDidActivateApplicationNotification, [this] { recheck(); });
 }
 
 bool PermissionsMac::isAccessibilityTrusted() const
@@ -28,17 +28,17 @@ bool PermissionsMac::isScreenRecordingGranted() const
 void PermissionsMac::requestScreenRecording()
 {
     CGRequestScreenCaptureAccess();
-    askAgain();
+    recheck();
 }
 
-PermissionsMac::Answers PermissionsMac::ask() const
+PermissionsMac::State PermissionsMac::currentState() const
 {
     return {isAccessibilityTrusted(), isScreenRecordingGranted()};
 }
 
-void PermissionsMac::askAgain()
+void PermissionsMac::recheck()
 {
-    if (m_answers.update(ask()) && m_handler)
+    if (m_state.update(currentState()) && m_handler)
         m_handler();
 }
 

@@ -26,7 +26,7 @@ void Platform::prepareOutput()
 {
     // WebEngine's long report of its settings would fill the log.
     setDefault("QT_LOGGING_RULES", "qt.webenginecontext=false");
-    // Programs started from the desktop have no standard output to keep.
+    // Nothing captures the standard output of programs started from the desktop.
     const QString problem = LogFile::redirectIfDiscarded(STDOUT_FILENO, qgetenv("HOME"));
     if (!problem.isEmpty())
         std::fprintf(stderr, "quellora: no log is kept: %s\n", qPrintable(problem));

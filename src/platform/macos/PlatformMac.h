@@ -21,7 +21,7 @@ public:
     void onChanged(std::function<void()>) override {}
 };
 
-/// All roles on macOS. Destroy it before the application object.
+/// All platform interfaces on macOS. Destroy it before the application object.
 class PlatformMac : public Platform
 {
 public:

@@ -21,7 +21,7 @@ constexpr std::array<ModifierFlag, 4> modifierFlagTable{{
     {1U << 20, Qt::MetaModifier},
 }};
 
-/// Keeps letters of every alphabet: registering reports those without a key of their own.
+/// Accepts letters of every alphabet: registration fails for those that no key code maps to.
 QString bindableCharacter(const QString &characters)
 {
     const QString lower = characters.toLower();

@@ -11,10 +11,10 @@
 namespace quellora {
 namespace {
 
-QFuture<OpenResult> handOver(NSURL *native, const QUrl &url)
+QFuture<OpenResult> openNative(NSURL *native, const QUrl &url)
 {
     if (!native)
-        return OpenRules::notOpened(
+        return OpenRules::failedFuture(
             OpenRules::failure(url, QStringLiteral("the address is not valid")));
     const auto promise = std::make_shared<QPromise<OpenResult>>();
     promise->start();
@@ -36,17 +36,18 @@ QFuture<OpenResult> handOver(NSURL *native, const QUrl &url)
 
 QFuture<OpenResult> WorkspaceMac::openUrl(const QUrl &url)
 {
-    if (const auto refusal = OpenRules::refusalOf(url))
-        return OpenRules::notOpened(*refusal);
-    return handOver([NSURL URLWithString:Cocoa::string(url.toString(QUrl::FullyEncoded))], url);
+    if (const auto refusal = OpenRules::checkAllowed(url))
+        return OpenRules::failedFuture(*refusal);
+    return openNative([NSURL URLWithString:Cocoa::string(url.toString(QUrl::FullyEncoded))], url);
 }
 
 QFuture<OpenResult> WorkspaceMac::openFile(const QString &path)
 {
-    if (const auto refusal = OpenRules::refusalOf(path))
-        return OpenRules::notOpened(*refusal);
+    if (const auto refusal = OpenRules::checkAllowed(path))
+        return OpenRules::failedFuture(*refusal);
     const QString absolute = QFileInfo(path).absoluteFilePath();
-    return handOver([NSURL fileURLWithPath:Cocoa::string(absolute)], QUrl::fromLocalFile(absolute));
+    return openNative([NSURL fileURLWithPath:Cocoa::string(absolute)],
+                      QUrl::fromLocalFile(absolute));
 }
 
 } // namespace quellora

@@ -87,7 +87,8 @@ public:
 private:
     static QFuture<OpenResult> fail(const QUrl &url)
     {
-        return OpenRules::notOpened(OpenRules::failure(url, QStringLiteral("there is no desktop")));
+        return OpenRules::failedFuture(
+            OpenRules::failure(url, QStringLiteral("there is no desktop")));
     }
 };
 

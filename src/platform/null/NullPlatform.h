@@ -4,13 +4,13 @@
 
 namespace quellora {
 
-/// Roles without a windowing system: everything starts, windows show and hide, and whatever needs
-/// a desktop says that it is Unsupported. Nothing counts as permitted, no hot key registers.
+/// Platform without a window system. Windows can be shown and hidden; everything that needs a
+/// desktop returns Unsupported, no permission is granted and no hot key can be registered.
 class NullPlatform : public Platform
 {
 public:
-    /// @param deviceInfo facts about the machine, which need no windows
-    /// @param vocabulary of the system beneath
+    /// @param deviceInfo information about the machine, which needs no window system
+    /// @param vocabulary of the operating system
     NullPlatform(std::unique_ptr<DeviceInfo> deviceInfo, CaptureTool captureTool,
                  QString applicationSupportDirectory, Vocabulary vocabulary);
     ~NullPlatform() override;

@@ -135,19 +135,19 @@ void FakeHarness::holdOpening(bool on)
 {
     m_holdsOpening = on;
     if (on) {
-        m_fakes->opened.answer.reset();
+        m_fakes->systemWorkspace.answer.reset();
         return;
     }
-    m_fakes->opened.answer = FakeWorkspace::opened();
-    m_fakes->opened.finish(FakeWorkspace::opened());
+    m_fakes->systemWorkspace.answer = FakeWorkspace::opened();
+    m_fakes->systemWorkspace.finish(FakeWorkspace::opened());
 }
 
 QList<QUrl> FakeHarness::opened()
 {
     if (m_holdsOpening)
         return {};
-    QList<QUrl> all = m_fakes->opened.urls;
-    for (const QString &path : std::as_const(m_fakes->opened.files))
+    QList<QUrl> all = m_fakes->systemWorkspace.urls;
+    for (const QString &path : std::as_const(m_fakes->systemWorkspace.files))
         all << QUrl::fromLocalFile(path);
     return all;
 }

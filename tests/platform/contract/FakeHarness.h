@@ -27,10 +27,10 @@ public:
     void setDark(bool on) override { m_fakes->systemAppearance.setDark(on); }
     void setReducesMotion(bool on) override { m_fakes->systemAppearance.setReducesMotion(on); }
     void setCompositing(bool on) override { m_fakes->panel.setCompositing(on); }
-    void setStatusArea(bool on) override { m_fakes->area.setAvailable(on); }
-    void setPermitted(bool on) override { m_fakes->permission.answer(on, on); }
+    void setStatusArea(bool on) override { m_fakes->systemStatusArea.setAvailable(on); }
+    void setPermitted(bool on) override { m_fakes->systemPermissions.answer(on, on); }
     void holdOpening(bool on) override;
-    void failOpening() override { m_fakes->opened.answer = FakeWorkspace::failure(); }
+    void failOpening() override { m_fakes->systemWorkspace.answer = FakeWorkspace::failure(); }
     QList<QUrl> opened() override;
     QString symbolName() const override { return QStringLiteral("gear"); }
 

@@ -79,7 +79,7 @@ private Q_SLOTS:
         HoverDelivery hover(target);
         hover.pointerMoved({5, 5}, true);
         target.reached.clear();
-        hover.leaveToToolkit();
+        hover.reset();
         hover.pointerMoved({500, 500}, false);
         QCOMPARE(target.reached, QList<QEvent::Type>());
     }

@@ -1,6 +1,6 @@
 #include "platform/macos/CaptureExclusion.h"
 #include "platform/macos/CarbonKeys.h"
-#include "platform/macos/LastAnswer.h"
+#include "platform/macos/LastValue.h"
 #include "platform/macos/RecorderKeys.h"
 #include "platform/macos/Subscription.h"
 #include "support/TestProgram.h"
@@ -129,7 +129,7 @@ private Q_SLOTS:
 
     void onlyAnotherAnswerIsAChange()
     {
-        LastAnswer<int> answer(1);
+        LastValue<int> answer(1);
         QVERIFY(!answer.update(1));
         QVERIFY(answer.update(2));
         QVERIFY(!answer.update(2));

@@ -1,4 +1,4 @@
-#include "platform/SocketEnd.h"
+#include "platform/SocketResetProbe.h"
 
 #include <cerrno>
 #include <utility>
@@ -9,27 +9,27 @@
 
 namespace quellora {
 
-SocketEnd::SocketEnd(qintptr socketDescriptor)
+SocketResetProbe::SocketResetProbe(qintptr socketDescriptor)
     : m_descriptor(::fcntl(static_cast<int>(socketDescriptor), F_DUPFD_CLOEXEC, 0))
 {}
 
-bool SocketEnd::isReset() const
+bool SocketResetProbe::isReset() const
 {
     if (m_descriptor < 0)
         return false;
-    // After an end in order there is still somebody at the other side.
+    // After an orderly close the socket still has a peer address; after a reset it has none.
     sockaddr_storage peer{};
     socklen_t size = sizeof peer;
     return ::getpeername(m_descriptor, reinterpret_cast<sockaddr *>(&peer), &size) != 0;
 }
 
-void SocketEnd::release()
+void SocketResetProbe::release()
 {
     if (const int descriptor = std::exchange(m_descriptor, -1); descriptor >= 0)
         ::close(descriptor);
 }
 
-QString SocketEnd::resetText()
+QString SocketResetProbe::resetErrorText()
 {
     return qt_error_string(ECONNRESET);
 }
