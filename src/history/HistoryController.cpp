@@ -13,9 +13,9 @@ void log(const QString &message)
     Log::event(QStringLiteral("[OverlayWindowController] ") + message);
 }
 
-/// Changes in one go. A few microseconds each with their rows on show; threads that came from a
-/// backup can be in any order and make thousands.
-constexpr int changesAtATime = 32;
+/// Changes applied per event loop iteration. Each takes a few microseconds while its row is
+/// visible, but threads restored from a backup can be in any order and cause thousands of changes.
+constexpr int changesPerIteration = 32;
 
 } // namespace
 
@@ -23,11 +23,12 @@ HistoryController::HistoryController(ThreadLibrary &library, ThreadController &t
                                      QObject *parent)
     : QObject(parent), m_library(library), m_threads(threads)
 {
-    m_more.setSingleShot(true);
-    m_more.setInterval(0);
-    connect(&m_more, &QTimer::timeout, this, &HistoryController::applyChanges);
-    connect(&m_threads, &ThreadController::endedThreadChanged, this,
-            [this](const QUuid &id) { m_isWantedStale = m_isWantedStale || id == m_wanted; });
+    m_continueTimer.setSingleShot(true);
+    m_continueTimer.setInterval(0);
+    connect(&m_continueTimer, &QTimer::timeout, this, &HistoryController::applyChanges);
+    connect(&m_threads, &ThreadController::endedThreadChanged, this, [this](const QUuid &id) {
+        m_isRequestStale = m_isRequestStale || id == m_requestedId;
+    });
 }
 
 HistoryController::~HistoryController()
@@ -54,7 +55,7 @@ void HistoryController::close()
         return;
     m_isOpen = false;
     m_isRenaming = false;
-    m_wanted = {};
+    m_requestedId = {};
     stopLoading();
     logOpen();
     Q_EMIT openChanged();
@@ -86,11 +87,11 @@ void HistoryController::stopLoading()
 {
     if (!m_listing)
         return;
-    m_more.stop();
+    m_continueTimer.stop();
     m_listed.abandonReading();
     m_listing->disconnect(this);
     m_listing->cancel();
-    // It may be the one whose signal is being handled.
+    // Deleted later because one of its signals may be being handled.
     m_listing.release()->deleteLater();
     Q_EMIT progressChanged();
 }
@@ -119,7 +120,7 @@ void HistoryController::batchArrived(const ThreadLibrary::Result<ThreadBatch> &b
 void HistoryController::applyChanges()
 {
     using Kind = ListedThreads::Change::Kind;
-    for (int i = 0; i < changesAtATime; ++i) {
+    for (int i = 0; i < changesPerIteration; ++i) {
         const auto change = m_listed.applyNext();
         if (!change) {
             if (m_listing && m_listed.isComplete())
@@ -138,7 +139,7 @@ void HistoryController::applyChanges()
             break;
         }
     }
-    m_more.start();
+    m_continueTimer.start();
 }
 
 void HistoryController::listingFinished()
@@ -162,15 +163,16 @@ void HistoryController::loadSession(const QUuid &id)
         opened(*current);
         return;
     }
-    m_wanted = id;
-    m_isWantedStale = false;
+    m_requestedId = id;
+    m_isRequestStale = false;
     whenFinished(m_library.load(id), this,
                  [this, id](const ThreadLibrary::Result<CaptureSession> &session) {
-                     if (m_wanted != id)
+                     if (m_requestedId != id)
                          return;
-                     m_wanted = {};
-                     // Opened as it was, it would lose what has come since with its next save.
-                     if (m_isWantedStale) {
+                     m_requestedId = {};
+                     // The thread changed while it was loading; its next save would lose the
+                     // change.
+                     if (m_isRequestStale) {
                          loadSession(id);
                          return;
                      }
@@ -199,9 +201,9 @@ void HistoryController::opened(const CaptureSession &session)
 void HistoryController::deleteSession(const QUuid &id)
 {
     setNotice({});
-    if (m_wanted == id)
-        m_wanted = {};
-    // The thread and its answers stay as they are until its files have gone.
+    if (m_requestedId == id)
+        m_requestedId = {};
+    // The thread and its answers stay until its files are removed.
     m_threads.suspendSaving(id);
     whenFinished(m_library.remove(id), this,
                  [this, id](const ThreadLibrary::Result<void> &removed) {
@@ -236,7 +238,7 @@ void HistoryController::renameSession(const QUuid &id, const QString &title)
     const QString trimmed = title.trimmed();
     const std::optional<QString> before = historySessions().at(position).customTitle;
     const std::optional<QString> after = trimmed.isEmpty() ? std::nullopt : std::optional(trimmed);
-    // Shown at once; a failure takes it back.
+    // Show the new title at once and revert it on failure.
     applyTitle(id, after);
     whenFinished(m_library.updateTitle(id, after), this,
                  [this, id, before](const ThreadLibrary::Result<void> &updated) {
@@ -254,7 +256,7 @@ void HistoryController::renameSession(const QUuid &id, const QString &title)
 void HistoryController::applyTitle(const QUuid &id, const std::optional<QString> &title)
 {
     m_threads.setCustomTitle(id, title);
-    m_isWantedStale = m_isWantedStale || id == m_wanted;
+    m_isRequestStale = m_isRequestStale || id == m_requestedId;
     const qsizetype position = m_listed.setTitle(id, title);
     if (position >= 0)
         Q_EMIT sessionChanged(position);
