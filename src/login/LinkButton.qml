@@ -10,7 +10,7 @@ Basic.AbstractButton {
     property string leadingText
     property string name: text
     property color textColor: theme.dimText
-    /// Accessible role.
+    /// Accessible role, read by the accessibility interface.
     property int role: Accessible.Link
     property int weight: Font.Normal
 
