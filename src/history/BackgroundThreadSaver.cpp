@@ -21,8 +21,8 @@ void BackgroundThreadSaver::save(const CaptureSession &session, const QString &f
 {
     auto job = std::make_shared<Job>(Job{session, failurePrefix, {}, {}, {}});
     m_failed.remove(session.id);
-    const auto older = std::find_if(m_queue.begin(), m_queue.end(), [&](const auto &waiting) {
-        return waiting->session && waiting->session->id == session.id;
+    const auto older = std::find_if(m_queue.begin(), m_queue.end(), [&](const auto &queued) {
+        return queued->session && queued->session->id == session.id;
     });
     if (older != m_queue.end())
         *older = std::move(job);
@@ -53,8 +53,8 @@ void BackgroundThreadSaver::forget(const QUuid &threadId)
 
 bool BackgroundThreadSaver::isQueued(const QUuid &threadId) const
 {
-    return std::any_of(m_queue.begin(), m_queue.end(), [&](const auto &waiting) {
-        return waiting->session && waiting->session->id == threadId;
+    return std::any_of(m_queue.begin(), m_queue.end(), [&](const auto &queued) {
+        return queued->session && queued->session->id == threadId;
     });
 }
 
@@ -88,13 +88,13 @@ void BackgroundThreadSaver::finish(const std::shared_ptr<Job> &job)
         return;
     const std::shared_ptr<Job> done = std::exchange(m_running, nullptr);
     if (done->session)
-        saved(*done);
+        finishSave(*done);
     else if (done->after)
         done->after();
     startNext();
 }
 
-void BackgroundThreadSaver::saved(const Job &job)
+void BackgroundThreadSaver::finishSave(const Job &job)
 {
     const QUuid id = job.session->id;
     if (!job.result)

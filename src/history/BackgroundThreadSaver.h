@@ -54,7 +54,7 @@ private:
 
     void startNext();
     void finish(const std::shared_ptr<Job> &job);
-    void saved(const Job &job);
+    void finishSave(const Job &job);
     bool isQueued(const QUuid &threadId) const;
 
     const CaptureSessionStore &m_store;

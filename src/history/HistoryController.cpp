@@ -72,11 +72,11 @@ void HistoryController::loadAllSessions()
 {
     stopLoading();
     m_listed.beginReading();
-    m_read = 0;
-    m_total = 0;
+    m_threadsRead = 0;
+    m_totalThreads = 0;
     m_listing = std::make_unique<ListWatcher>();
     connect(m_listing.get(), &QFutureWatcherBase::resultReadyAt, this,
-            [this](int index) { batchArrived(m_listing->resultAt(index)); });
+            [this](int index) { onBatchRead(m_listing->resultAt(index)); });
     connect(m_listing.get(), &QFutureWatcherBase::finished, this,
             &HistoryController::listingFinished);
     m_listing->setFuture(m_library.list());
@@ -96,7 +96,7 @@ void HistoryController::stopLoading()
     Q_EMIT progressChanged();
 }
 
-void HistoryController::batchArrived(const ThreadLibrary::Result<ThreadBatch> &batch)
+void HistoryController::onBatchRead(const ThreadLibrary::Result<ThreadBatch> &batch)
 {
     if (!batch) {
         log(QStringLiteral("ERROR: Failed to list sessions for History sidebar: ") +
@@ -110,8 +110,8 @@ void HistoryController::batchArrived(const ThreadLibrary::Result<ThreadBatch> &b
         log(QStringLiteral("WARNING: Session %1 left out of History (non-fatal): %2")
                 .arg(uuidText(skipped.id), skipped.reason));
     }
-    m_read += batch->threads.size() + batch->skipped.size();
-    m_total = batch->total;
+    m_threadsRead += batch->threads.size() + batch->skipped.size();
+    m_totalThreads = batch->total;
     m_listed.add(batch->threads);
     applyChanges();
     Q_EMIT progressChanged();
@@ -124,7 +124,7 @@ void HistoryController::applyChanges()
         const auto change = m_listed.applyNext();
         if (!change) {
             if (m_listing && m_listed.isComplete())
-                readingDone();
+                finishLoading();
             return;
         }
         switch (change->kind) {
@@ -148,7 +148,7 @@ void HistoryController::listingFinished()
     applyChanges();
 }
 
-void HistoryController::readingDone()
+void HistoryController::finishLoading()
 {
     m_listing.release()->deleteLater();
     logOpen();
@@ -160,7 +160,7 @@ void HistoryController::loadSession(const QUuid &id)
     setNotice({});
     if (const auto &current = m_threads.currentSession(); current && current->id == id) {
         m_threads.continueThread();
-        opened(*current);
+        onThreadOpened(*current);
         return;
     }
     m_requestedId = id;
@@ -183,11 +183,11 @@ void HistoryController::loadSession(const QUuid &id)
                          return;
                      }
                      m_threads.openFromHistory(*session);
-                     opened(*session);
+                     onThreadOpened(*session);
                  });
 }
 
-void HistoryController::opened(const CaptureSession &session)
+void HistoryController::onThreadOpened(const CaptureSession &session)
 {
     close();
     Q_EMIT threadOpened();
@@ -217,12 +217,12 @@ void HistoryController::deleteSession(const QUuid &id)
                      Q_EMIT threadDeleted(id);
                      if (m_threads.forget(id))
                          Q_EMIT currentThreadDeleted();
-                     deleted(id);
+                     onThreadDeleted(id);
                      log(QStringLiteral("Session %1 deleted").arg(uuidText(id)));
                  });
 }
 
-void HistoryController::deleted(const QUuid &id)
+void HistoryController::onThreadDeleted(const QUuid &id)
 {
     const qsizetype position = m_listed.remove(id);
     if (position >= 0)

@@ -30,8 +30,8 @@ public:
     /// Whether the list is being read.
     bool isLoading() const { return m_listing != nullptr; }
     /// Number of threads read so far, including skipped ones, and number of threads on disk.
-    qsizetype threadsRead() const { return m_read; }
-    qsizetype threadsInAll() const { return m_total; }
+    qsizetype threadsRead() const { return m_threadsRead; }
+    qsizetype threadsInAll() const { return m_totalThreads; }
     const QList<ThreadSummary> &historySessions() const { return m_listed.threads(); }
     /// The last action's error for the user; empty if there was none.
     const QString &notice() const { return m_notice; }
@@ -78,14 +78,14 @@ private:
 
     void loadAllSessions();
     void stopLoading();
-    void batchArrived(const ThreadLibrary::Result<ThreadBatch> &batch);
+    void onBatchRead(const ThreadLibrary::Result<ThreadBatch> &batch);
     void listingFinished();
-    void readingDone();
+    void finishLoading();
     void applyChanges();
     void setNotice(const QString &notice);
     void logOpen() const;
-    void opened(const CaptureSession &session);
-    void deleted(const QUuid &id);
+    void onThreadOpened(const CaptureSession &session);
+    void onThreadDeleted(const QUuid &id);
     void applyTitle(const QUuid &id, const std::optional<QString> &title);
 
     ThreadLibrary &m_library;
@@ -96,8 +96,8 @@ private:
     QTimer m_continueTimer;
     bool m_isOpen = false;
     bool m_isRenaming = false;
-    qsizetype m_read = 0;
-    qsizetype m_total = 0;
+    qsizetype m_threadsRead = 0;
+    qsizetype m_totalThreads = 0;
     /// The thread requested last; results for others are outdated.
     QUuid m_requestedId;
     /// The requested thread changed while it was being loaded.

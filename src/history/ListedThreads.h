@@ -67,7 +67,7 @@ private:
     /// Threads listed before that the reload has not reached, with the time they are sorted by.
     QHash<QUuid, QDateTime> m_stale;
     /// Positions from here on have been searched for stale threads.
-    qsizetype m_swept = 0;
+    qsizetype m_sweepEnd = 0;
     QSet<QUuid> m_removed;
     QHash<QUuid, std::optional<QString>> m_titles;
 };

@@ -261,8 +261,8 @@ void ThreadController::suspendSaving(const QUuid &threadId)
 
 void ThreadController::resumeSaving(const QUuid &threadId)
 {
-    if (const auto waiting = m_suspended.take(threadId))
-        save(waiting->session, waiting->failurePrefix);
+    if (const auto deferred = m_suspended.take(threadId))
+        save(deferred->session, deferred->failurePrefix);
 }
 
 bool ThreadController::forget(const QUuid &threadId)
@@ -348,8 +348,8 @@ void ThreadController::saveIfNeeded(const CaptureSession &session, const QString
 
 void ThreadController::save(const CaptureSession &session, const QString &failurePrefix)
 {
-    if (const auto waiting = m_suspended.find(session.id); waiting != m_suspended.end())
-        *waiting = DeferredSave{session, failurePrefix};
+    if (const auto deferred = m_suspended.find(session.id); deferred != m_suspended.end())
+        *deferred = DeferredSave{session, failurePrefix};
     else
         m_saver->save(session, failurePrefix);
 }

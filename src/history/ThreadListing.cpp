@@ -18,7 +18,7 @@ struct Candidate
 {
     QUuid id;
     /// Modification time of the description.
-    qint64 changed = 0;
+    qint64 modified = 0;
 };
 
 /// Calls the functor that @p makeWork creates per worker with 0 to @p count - 1, each number once
@@ -43,8 +43,8 @@ void forEachOnTwoWorkers(qsizetype count, MakeWork makeWork)
 }
 
 /// Sorts the threads by the modification time of their description, newest first.
-void sortByChange(QList<Candidate> &candidates, const QByteArray &root,
-                  const ThreadListing::Promise &promise)
+void sortByModificationTime(QList<Candidate> &candidates, const QByteArray &root,
+                            const ThreadListing::Promise &promise)
 {
     constexpr qsizetype chunkSize = 500;
     Candidate *const all = candidates.data();
@@ -53,14 +53,15 @@ void sortByChange(QList<Candidate> &candidates, const QByteArray &root,
         return [&](qsizetype part) {
             const qsizetype end = std::min(count, (part + 1) * chunkSize);
             for (qsizetype i = part * chunkSize; i < end && !promise.isCanceled(); ++i) {
-                all[i].changed =
+                all[i].modified =
                     fileStatus(ThreadSummaryReader::folderOf(root, all[i].id) + "/session.json")
                         .modified;
             }
         };
     });
     std::sort(candidates.begin(), candidates.end(), [](const auto &left, const auto &right) {
-        return left.changed != right.changed ? left.changed > right.changed : left.id < right.id;
+        return left.modified != right.modified ? left.modified > right.modified
+                                               : left.id < right.id;
     });
 }
 
@@ -88,7 +89,7 @@ void ThreadListing::read(const CaptureSessionStore &store, Promise &promise, Bat
     candidates.reserve(ids->size());
     for (const QUuid &id : *ids)
         candidates.append({id});
-    sortByChange(candidates, QFile::encodeName(*root), promise);
+    sortByModificationTime(candidates, QFile::encodeName(*root), promise);
 
     const QList<qsizetype> boundaries = batchBoundaries(candidates.size(), sizes);
     const auto readBatch = [&](ThreadSummaryReader &reader, qsizetype number) {

@@ -130,7 +130,7 @@ public:
     Q_INVOKABLE void openMessageLink(const QString &address);
     /// Sets the view's height in points; emits heightChanged() if it differs from the last one.
     Q_INVOKABLE void reportHeight(double points);
-    /// Asks the view to put the keyboard focus into the prompt box.
+    /// Requests keyboard focus for the prompt field.
     Q_INVOKABLE void focusPrompt() { Q_EMIT promptFocusRequested(); }
 
 Q_SIGNALS:

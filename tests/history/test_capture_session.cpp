@@ -135,7 +135,7 @@ private Q_SLOTS:
         CaptureSession other = session;
         session.beginPersistingTurns(1);
         QCOMPARE(*session.turnPersistenceCursor, (CaptureSession::TurnPersistenceCursor{1, 0}));
-        // An unknown screenshot number is ignored.
+        // With an unknown number, persistence starts after the last screenshot.
         other.beginPersistingTurns(7);
         QCOMPARE(*other.turnPersistenceCursor, (CaptureSession::TurnPersistenceCursor{3, 0}));
     }
@@ -238,7 +238,7 @@ private Q_SLOTS:
         QCOMPARE(std::get<CaptureSession::Turn>(entries.at(2)).prompt, "late");
     }
 
-    void cursorsFollowTheSetting()
+    void cursorsFollowSetting()
     {
         JsonUserDefaults defaults;
         Settings settings(defaults);

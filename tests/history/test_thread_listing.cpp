@@ -37,7 +37,7 @@ struct ListingFixture : StoreFixture
             const QUuid id = QUuid::createUuid();
             ids.append(id);
             if (!QDir().mkdir(folder(id)))
-                qFatal("The folder could not be made");
+                qFatal("The folder could not be created");
             writeFile(description(id),
                       QByteArray(json).replace(uuidText(original).toUtf8(), uuidText(id).toUtf8()));
             for (const char *image : {"/screenshot-0.png", "/screenshot-1.png"})

@@ -118,7 +118,7 @@ class TestThreadStoreFaults : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void stepsOfASave()
+    void saveSteps()
     {
         auto files = std::make_shared<FailingFiles>();
         StoreFixture f(files);

@@ -122,7 +122,7 @@ private Q_SLOTS:
         QCOMPARE(inodeOf(image) != inode, isRewritten);
     }
 
-    void fileInPlaceOfTheFolder()
+    void fileInPlaceOfFolder()
     {
         StoreFixture f;
         const CaptureSession session = keptSample();
