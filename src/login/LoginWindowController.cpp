@@ -74,8 +74,8 @@ void LoginWindowController::createWindow()
     m_window->setMinimumSize(contentSize);
     m_window->setMaximumSize(contentSize);
     m_window->resize(contentSize);
-    // The hidden window exists until its controller is deleted after sign-in; release its
-    // graphics resources until then.
+    // After sign-in the hidden window exists until its controller is deleted, so it must not keep
+    // graphics resources.
     m_window->setPersistentGraphics(false);
     m_window->setPersistentSceneGraph(false);
     m_window->setInitialProperties(

@@ -58,9 +58,9 @@ private Q_SLOTS:
         m_saver->save(session, "failed: ");
         QVERIFY(result(m_library->remove(session.id)));
         m_saver->flush();
-        const auto gone = result(m_library->load(session.id));
-        QVERIFY(!gone);
-        QCOMPARE(gone.error().kind, StoreError::Kind::SessionNotFound);
+        const auto afterRemoval = result(m_library->load(session.id));
+        QVERIFY(!afterRemoval);
+        QCOMPARE(afterRemoval.error().kind, StoreError::Kind::SessionNotFound);
     }
 
     void listsSavedThreads()
