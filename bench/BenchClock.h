@@ -6,9 +6,9 @@
 
 namespace quellora {
 
-/// The fastest of @p runs calls in milliseconds, after one call to warm up: other programs only
-/// make a call slower. Pauses between calls, so that work that a call left to other threads is
-/// done.
+/// Returns the fastest of @p runs calls in milliseconds, after one warm-up call. The minimum is
+/// used because load on the machine only makes calls slower. Pauses 10 ms between calls, so that
+/// background work of a call can finish.
 template <typename Work>
 double fastestMilliseconds(int runs, Work &&work)
 {

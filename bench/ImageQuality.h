@@ -10,7 +10,7 @@
 
 namespace quellora {
 
-/// One brightness plane in double precision.
+/// One image component in double precision, row by row.
 struct Plane
 {
     int width = 0;
@@ -28,7 +28,7 @@ inline Plane emptyPlane(int width, int height)
         std::vector<double>(static_cast<std::size_t>(width) * static_cast<std::size_t>(height))};
 }
 
-/// Weighted sums of red, green and blue; (0.299, 0.587, 0.114) is brightness.
+/// Weighted sum of red, green and blue per pixel; (0.299, 0.587, 0.114) gives the luma.
 inline Plane planeOf(const Bitmap &bitmap, double red, double green, double blue)
 {
     Plane plane = emptyPlane(bitmap.width, bitmap.height);
@@ -40,8 +40,8 @@ inline Plane planeOf(const Bitmap &bitmap, double red, double green, double blue
     return plane;
 }
 
-/// Three-lobed Lanczos along the rows, in double precision and by definition; the result is
-/// turned by the diagonal, so that a second call scales the other axis and turns it back.
+/// Reference implementation of three-lobed Lanczos scaling along the rows. The result is
+/// transposed, so that a second call scales the other axis and restores the orientation.
 inline Plane lanczosRowsTransposed(const Plane &source, int target)
 {
     Plane result = emptyPlane(source.height, target);
@@ -79,8 +79,9 @@ inline Plane exactLanczos(const Plane &source, int width, int height)
     return scaled;
 }
 
-/// Mean structural similarity over windows of 8 x 8 every 4 pixels (Wang, Bovik, Sheikh and
-/// Simoncelli, "Image quality assessment: from error visibility to structural similarity", 2004).
+/// Mean structural similarity (SSIM) over windows of 8 x 8 pixels with a step of 4 (Wang, Bovik,
+/// Sheikh and Simoncelli, "Image quality assessment: from error visibility to structural
+/// similarity", 2004).
 inline double structuralSimilarity(const Plane &a, const Plane &b)
 {
     constexpr int window = 8;

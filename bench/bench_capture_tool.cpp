@@ -1,8 +1,9 @@
-// Times quellora-screencapture as a whole process on private displays of three sizes against
+// Measures quellora-screencapture, including process start, on private displays of three sizes and
+// compares it with
 //   (a) a shared-memory grab with the same encoding inside one process, and
-//   (b) scrot followed by ImageMagick's convert to a 1280 pixel wide JPEG,
-// and prints the fastest runs and their ratios. The picture is a desktop-like one: flat areas,
-// gradients, lines of text-like noise. A second pass has one of our own panels on the screen.
+//   (b) scrot followed by ImageMagick's convert to a 1280 pixel wide JPEG.
+// Prints the fastest runs and their ratios. The screen shows a desktop-like picture: flat areas,
+// gradients and lines of text-like noise. A second pass has an excluded panel on the screen.
 
 #include "screencapture/ImageReader.h"
 #include "screencapture/PngWriter.h"
@@ -73,7 +74,7 @@ bool isInstalled(const std::string &program)
     return false;
 }
 
-/// A display server that ends with the object; DISPLAY names it meanwhile.
+/// A private X server for the lifetime of the object; sets DISPLAY.
 class PrivateDisplay
 {
 public:
@@ -127,7 +128,7 @@ std::uint32_t desktopPixel(int x, int y, int width, int height)
     return textLine && noise % 3 == 0 ? 0x202020 + noise % 64 * 0x010101 : 0xfafafa;
 }
 
-/// Puts the picture into a pixmap that becomes the root window's background.
+/// Sets the desktop picture as the root window's background pixmap.
 void paintDesktop(const XConnection &x, int width, int height)
 {
     xcb_connection_t *c = x.get();
@@ -137,18 +138,18 @@ void paintDesktop(const XConnection &x, int width, int height)
     const xcb_gcontext_t gc = xcb_generate_id(c);
     xcb_create_gc(c, gc, pixmap, 0, nullptr);
     constexpr int strip = 16;
-    std::vector<std::uint32_t> words(static_cast<std::size_t>(width) * strip);
+    std::vector<std::uint32_t> pixels(static_cast<std::size_t>(width) * strip);
     for (int top = 0; top < height; top += strip) {
         const int lines = std::min(strip, height - top);
         for (int y = 0; y < lines; ++y) {
             for (int column = 0; column < width; ++column)
-                words[static_cast<std::size_t>(y * width + column)] =
+                pixels[static_cast<std::size_t>(y * width + column)] =
                     desktopPixel(column, top + y, width, height);
         }
         xcb_put_image(c, XCB_IMAGE_FORMAT_Z_PIXMAP, pixmap, gc, static_cast<std::uint16_t>(width),
                       static_cast<std::uint16_t>(lines), 0, static_cast<std::int16_t>(top), 0,
                       x.screen().root_depth, static_cast<std::uint32_t>(width * lines * 4),
-                      reinterpret_cast<const std::uint8_t *>(words.data()));
+                      reinterpret_cast<const std::uint8_t *>(pixels.data()));
     }
     xcb_change_window_attributes(c, x.root(), XCB_CW_BACK_PIXMAP, &pixmap);
     xcb_clear_area(c, 0, x.root(), 0, 0, 0, 0);
@@ -170,7 +171,7 @@ xcb_window_t showWindow(const XConnection &x, const Rect &rect, std::uint32_t co
     return window;
 }
 
-/// A large window and one of our panels upon it.
+/// Shows a large window and, on top of it, a panel marked for exclusion from captures.
 void showPanel(const XConnection &x, int width, int height)
 {
     xcb_connection_t *c = x.get();
@@ -186,8 +187,9 @@ void showPanel(const XConnection &x, int width, int height)
     takeReply(c, xcb_get_input_focus_reply, xcb_get_input_focus(c));
 }
 
-/// The fastest of @p count runs: other programs on the machine only ever make a run slower.
-/// @p path is removed before each, as nothing has its name when the app runs the tool.
+/// Returns the fastest of @p count runs in milliseconds, because load on the machine only makes
+/// runs slower; nullopt if a run fails. Removes @p path before each run, because the app always
+/// runs the tool with a new file name.
 template <typename Work>
 std::optional<double> fastestOf(int count, const std::string &path, Work work)
 {
@@ -203,7 +205,7 @@ std::optional<double> fastestOf(int count, const std::string &path, Work work)
     return fastest;
 }
 
-/// The reference: grab into memory that is already there, encode, write.
+/// Reference (a): grabs into preallocated memory, encodes and writes the file.
 bool grabInProcess(const XConnection &x, ImageReader &reader, const Rect &area,
                    const PixelFormat &format, const std::string &path)
 {
@@ -223,14 +225,14 @@ bool grabInProcess(const XConnection &x, ImageReader &reader, const Rect &area,
     return std::fclose(file) == 0 && done.has_value();
 }
 
-/// What the consumer pays to get the pixels back: read the file, inflate.
+/// The consumer's cost: reads the file and inflates the pixels.
 bool readBack(const std::string &path, const Rect &area)
 {
     std::ifstream file(path, std::ios::binary);
     std::vector<char> bytes(std::filesystem::file_size(path));
     if (!file.read(bytes.data(), static_cast<std::streamsize>(bytes.size())))
         return false;
-    // Signature, IHDR, then the one IDAT chunk, at whose end stand checksum and IEND.
+    // Signature, IHDR, a single IDAT chunk with its checksum, IEND.
     constexpr std::size_t dataStart = 8 + 25 + 8;
     constexpr std::size_t tail = 4 + 12;
     std::vector<char> raw(static_cast<std::size_t>(area.height) *
@@ -272,29 +274,29 @@ bool measure(int width, int height, const std::string &tool, const std::string &
     report("(a) grab and encode in one process", inProcess);
     const auto whole = fastestOf(rounds, path, [&] { return run({tool, "-x", "-C", path}); });
     report("quellora-screencapture -x -C, whole process", whole);
-    const auto back = fastestOf(rounds, jpeg, [&] { return readBack(path, area); });
-    report("reading the file back and inflating it", back);
+    const auto readBackTime = fastestOf(rounds, jpeg, [&] { return readBack(path, area); });
+    report("reading the file back and inflating it", readBackTime);
     if (inProcess && whole)
         std::printf("  tool / (a): %.2f\n", *whole / *inProcess);
 
     if (isInstalled("scrot") && isInstalled("convert")) {
-        const auto usual = fastestOf(3, path, [&] {
+        const auto external = fastestOf(3, path, [&] {
             return run({"scrot", "--overwrite", "--silent", path}) &&
                    run({"convert", path, "-resize", "1280", "-quality", "85", jpeg});
         });
-        report("(b) scrot, then convert", usual);
-        if (usual && whole)
-            std::printf("  (b) / tool: %.1f\n", *usual / *whole);
+        report("(b) scrot, then convert", external);
+        if (external && whole)
+            std::printf("  (b) / tool: %.1f\n", *external / *whole);
     } else {
         std::printf("  (b) left out: scrot or convert is not installed\n");
     }
 
     showPanel(*x, width, height);
-    const auto patched = fastestOf(rounds, path, [&] { return run({tool, "-x", "-C", path}); });
-    report("tool with one of our panels to leave out", patched);
-    if (patched && whole)
-        std::printf("  with panel / without: %.2f\n", *patched / *whole);
-    return inProcess && whole && back && patched;
+    const auto withPanel = fastestOf(rounds, path, [&] { return run({tool, "-x", "-C", path}); });
+    report("tool with one of our panels to leave out", withPanel);
+    if (withPanel && whole)
+        std::printf("  with panel / without: %.2f\n", *withPanel / *whole);
+    return inProcess && whole && readBackTime && withPanel;
 }
 
 } // namespace

@@ -1,8 +1,8 @@
 #!/usr/bin/python3
-"""Measures the app at rest and at sign-in, on a private virtual display.
+"""Measures the app during sign-in and when idle, on a private virtual display.
 
-Real program, scripted backend, no assistive technology. Prints the values beside their goals and
-never fails on them.
+Runs the real program with a scripted backend and without assistive technology. Prints each value
+with its goal; a missed goal is not a failure.
 """
 
 import argparse
@@ -30,13 +30,13 @@ from harness.server import QUERY  # noqa: E402
 LOGIN_SIZE = (420, 480)
 KEY_INTERVAL = 0.05
 TYPING_TIME = 2.0
-#: The caret blinks for 10 s after the last key.
+#: Shorter than the 10 s for which the caret blinks after the last key.
 BLINK_TIME = 8.0
 REST_TIME = 10.0
 SETTLE_TIME = 3.0
 MEGABYTE = 1024.0
 
-#: About 4 KB of Markdown with the parts of an everyday answer.
+#: About 4 KB of Markdown with the elements of a typical answer.
 ANSWER = "".join(
     f"## Step {number}\n\nThe **export** reads rows until the _cut-off_; see `rows[{number}]`.\n\n"
     f"- first point of step {number}\n- second point, somewhat longer than the first one\n\n"
@@ -45,13 +45,13 @@ ANSWER = "".join(
 
 
 def log_time(line):
-    """Milliseconds of a log line's time of day."""
+    """Returns a log line's time of day in milliseconds since midnight."""
     time_of_day = datetime.datetime.strptime(line[1:13], "%H:%M:%S.%f")
     return (time_of_day - datetime.datetime.min).total_seconds() * 1000 % 86_400_000
 
 
-class Paints:
-    """Notes when and where the screen changes."""
+class PaintRecorder:
+    """Records the time and size of all screen updates with the X damage extension."""
 
     def __init__(self, desktop):
         self._display = xdisplay.Display(desktop.name)
@@ -73,13 +73,13 @@ class Paints:
                 self.seen.append((time.monotonic(), event.area.width, event.area.height))
 
     def first_after(self, moment, size=None):
-        """When anything, or an area of this size, was first painted after `moment`, or None."""
+        """Returns the time of the first update (of the given size) after `moment`, or None."""
         return next((at for at, *area in list(self.seen)
                      if at >= moment and size in (None, tuple(area))), None)
 
 
 def context_switches(pid):
-    """Voluntary context switches of a process so far, as {(thread id, name): count}."""
+    """Returns a process's voluntary context switches so far as {(thread id, name): count}."""
     counts = {}
     for task in pathlib.Path(f"/proc/{pid}/task").iterdir():
         try:
@@ -93,7 +93,7 @@ def context_switches(pid):
 
 
 def wake_ups(pid, duration=REST_TIME):
-    """Wake-ups per second over some seconds, as {thread name: rate} without the idle ones."""
+    """Returns wake-ups per second as {thread name: rate}, without idle threads."""
     before, started = context_switches(pid), time.monotonic()
     time.sleep(duration)
     after, elapsed = context_switches(pid), time.monotonic() - started
@@ -104,7 +104,7 @@ def wake_ups(pid, duration=REST_TIME):
 
 
 def memory_of(pid):
-    """(name, PSS, private part) of a process, sizes in MiB, or None when it has ended."""
+    """Returns (name, PSS, private memory) of a process in MiB, or None if it has ended."""
     folder = pathlib.Path(f"/proc/{pid}")
     try:
         text = (folder / "smaps_rollup").read_text()
@@ -124,13 +124,13 @@ class Run:
     def __init__(self, desktop, server, paints):
         self.desktop, self.paints = desktop, paints
         self.app = App(desktop, server.url)
-        # Assistive technology costs memory and wake-ups that most users do not have.
+        # Accessibility support, off for most users, would add memory and wake-ups.
         for name in ("QT_LINUX_ACCESSIBILITY_ALWAYS_ON", "QTWEBENGINE_ENABLE_LINUX_ACCESSIBILITY"):
             del self.app.environment[name]
 
     def type_into_login(self):
-        """In ms: process start to the form's first picture, then the longest and the median wait
-        of keys from the press to the next change of the screen."""
+        """Returns the time from process start to the form's first frame, and the longest and median
+        time from a key press to the next screen update, in milliseconds."""
         started = time.monotonic()
         self.app.start()
         self.app.wait_for_line("[AppDelegate] Login window shown, overlay deferred until sign-in")
@@ -144,13 +144,13 @@ class Run:
             pressed.append(time.monotonic())
             self.desktop.press("abcdefghij"[len(pressed) % 10])
         time.sleep(0.5)
-        # A key whose picture never came is one that the window did not get.
+        # A key press without a screen update was lost; it counts as 7 to 9 s.
         waits = [(self.paints.first_after(at) or begin + 9) - at for at in pressed]
         return [value * 1000
                 for value in (first - started, max(waits), statistics.median(waits))]
 
     def sign_in(self):
-        """Milliseconds from the sign-in answer to the panel, by the log."""
+        """Returns the time from the sign-in response to the visible panel in ms, from the log."""
         self.desktop.type_text("\tcorrect horse 9")
         time.sleep(0.5)
         mark = self.app.mark()
@@ -170,7 +170,7 @@ class Run:
         time.sleep(SETTLE_TIME)
 
     def memory(self):
-        """memory_of() of each process, the app's own first."""
+        """Returns memory_of() of all processes, starting with the app's own."""
         own = self.app.process.pid
         found = [memory_of(pid) for pid in [own, *processes.descendants(own)]]
         return [entry for entry in found if entry]
@@ -182,14 +182,14 @@ def show(what, value, unit, goal):
 
 
 def show_wake_ups(what, rates, goal):
-    """Prints the sum and who woke."""
+    """Prints the total rate and the rate of each thread."""
     show(what, sum(rates.values()), "/s", goal)
     for name, rate in rates.items():
         print(f"    {name:<24} {rate:6.1f} /s", flush=True)
 
 
 def show_memory(what, sizes, goal):
-    """Prints the sum and each process."""
+    """Prints the total and each process."""
     show(f"{what}: PSS of all processes", sum(pss for _, pss, _ in sizes), "MiB", goal)
     show("    of which the engine's processes", sum(pss for _, pss, _ in sizes[1:]), "MiB", "-")
     for name, pss, private in sizes:
@@ -197,7 +197,7 @@ def show_memory(what, sizes, goal):
 
 
 def measure(desktop, server, paints):
-    """One run from start to a resting answer."""
+    """Measures one run from process start to an idle answer."""
     run = Run(desktop, server, paints)
     try:
         first, longest, median = run.type_into_login()
@@ -219,7 +219,7 @@ def measure(desktop, server, paints):
 
 
 def main():
-    """Parses the options and measures."""
+    """Parses the options and runs the measurements."""
     parser = argparse.ArgumentParser(description=__doc__.split("\n", maxsplit=1)[0])
     parser.add_argument("--runs", type=int, default=1, help="how often to measure")
     options = parser.parse_args()
@@ -229,7 +229,7 @@ def main():
     server = HostileServer()
     server.on(QUERY, HostileServer.answer_with(ANSWER))
     try:
-        paints = Paints(desktop)
+        paints = PaintRecorder(desktop)
         for _ in range(options.runs):
             print(f"load {os.getloadavg()[0]:.1f}", flush=True)
             measure(desktop, server, paints)

@@ -18,10 +18,10 @@ using namespace quellora;
 
 namespace {
 
-/// A thread with this many turns, some with a screenshot of 150 KB.
+/// A thread with @p turns turns and @p screenshots screenshots of 150 KB each.
 CaptureSession thread(int turns, int screenshots)
 {
-    // Pictures as a screen has them, hard to compress.
+    // An image that compresses badly, like a screenshot.
     QImage image(640, 400, QImage::Format_RGB32);
     for (int y = 0; y < image.height(); ++y) {
         for (int x = 0; x < image.width(); ++x)
@@ -51,7 +51,7 @@ double milliseconds(const QElapsedTimer &clock)
     return static_cast<double>(clock.nsecsElapsed()) / 1e6;
 }
 
-/// Memory of this process and its children, shared pages in parts, in MiB.
+/// Proportional set size (PSS) of this process and its descendants in MiB.
 double proportionalSize()
 {
     double kilobytes = 0;
@@ -95,7 +95,7 @@ int main(int argc, char **argv)
                      [&finished](ResponseDisplay::PageId page) { finished = page; });
     double worstGap = 0;
     QElapsedTimer gap;
-    // The main thread is to come by every few milliseconds.
+    // Measures the longest time for which the main thread is blocked.
     QTimer heartbeat;
     heartbeat.setTimerType(Qt::PreciseTimer);
     QObject::connect(&heartbeat, &QTimer::timeout, &heartbeat, [&] {
@@ -125,17 +125,17 @@ int main(int argc, char **argv)
         int screenshots;
         QList<double> pages = {};
         QList<double> shells = {};
-        double away = 0;
+        double longestBlock = 0;
         double memory = 0;
     };
     std::array rows{Row{10, 2}, Row{300, 0}, Row{300, 50}};
-    // In turns, so that what else the machine does meets all of them.
+    // Alternate between the rows, so that load on the machine affects all of them alike.
     for (int run = 0; run < 5; ++run) {
         for (Row &row : rows) {
             const CaptureSession session = thread(row.turns, row.screenshots);
             row.pages.append(time([&] { return display.renderThread(session); }));
-            row.away = std::max(row.away, worstGap);
-            // Pictures are decoded with the next frames.
+            row.longestBlock = std::max(row.longestBlock, worstGap);
+            // Images are decoded with the next frames.
             engine.painted();
             row.memory = proportionalSize();
             row.shells.append(time([&] {
@@ -143,7 +143,7 @@ int main(int argc, char **argv)
                                            QDateTime::currentDateTime(), std::nullopt);
                 return display.latestPage();
             }));
-            row.away = std::max(row.away, worstGap);
+            row.longestBlock = std::max(row.longestBlock, worstGap);
         }
     }
     const auto median = [](QList<double> values) {
@@ -152,7 +152,7 @@ int main(int argc, char **argv)
     };
     for (const Row &row : rows) {
         std::printf("%6d %12d %10.1f %16.1f %16.1f %8.0f\n", row.turns, row.screenshots,
-                    median(row.pages), median(row.shells), row.away, row.memory);
+                    median(row.pages), median(row.shells), row.longestBlock, row.memory);
     }
     std::printf("with / without pictures: %.2f\n", median(rows[2].pages) / median(rows[1].pages));
     return 0;

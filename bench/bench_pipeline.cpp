@@ -1,8 +1,9 @@
-// Time from the hot key until the request is ready to send: capture tool, PNG decoding, black test,
-// scaling, JPEG, base64 and body, on private displays of three sizes. References of the same run:
+// Measures the time from the hot key until the request is ready to send: capture tool, PNG
+// decoding, test for a black image, scaling, JPEG encoding, base64 and request body, on private
+// displays of three sizes. References measured in the same run:
 //   (a) a shared-memory grab, Lanczos scaling, JPEG, base64 and body inside one process,
 //   (b) scrot, then convert to a JPEG of the same width.
-// Also times each step and compares the JPEG with a scaling in double precision.
+// Also measures each step and compares the JPEG with scaling in double precision.
 
 #include "BenchClock.h"
 #include "ImageQuality.h"
@@ -67,7 +68,7 @@ private:
     bool m_isRunning = false;
 };
 
-/// A picture of a desktop: a gradient and two windows with text in several sizes.
+/// A desktop-like image: a gradient and two windows with text in several sizes.
 QImage desktop(QSize size)
 {
     QImage image(size, QImage::Format_RGB32);
@@ -100,8 +101,8 @@ QImage desktop(QSize size)
     return image;
 }
 
-/// Makes the picture the root window's background.
-void paint(const screencapture::XConnection &x, const QImage &image)
+/// Sets the image as the root window's background.
+void paintRootWindow(const screencapture::XConnection &x, const QImage &image)
 {
     xcb_connection_t *c = x.get();
     const auto width = static_cast<std::uint16_t>(image.width());
@@ -122,8 +123,8 @@ void paint(const screencapture::XConnection &x, const QImage &image)
     std::free(xcb_get_input_focus_reply(c, xcb_get_input_focus(c), nullptr));
 }
 
-/// Processor time of this process and its finished children in milliseconds; less sensitive to load
-/// than the clock.
+/// CPU time of this process and its finished children in milliseconds; less sensitive to load than
+/// elapsed time.
 double processorTime()
 {
     double total = 0;
@@ -187,7 +188,7 @@ bool measure(QSize size, const CaptureTool &tool)
         std::fprintf(stderr, "bench_pipeline: no display server\n");
         return false;
     }
-    paint(*x, desktop(size));
+    paintRootWindow(*x, desktop(size));
     const auto format = x->format(x->screen().root_depth, x->screen().root_visual);
     screencapture::ImageReader reader(*x);
     const screencapture::Rect area{0, 0, size.width(), size.height()};
@@ -247,7 +248,7 @@ bool measure(QSize size, const CaptureTool &tool)
     const uchar *mapped = file.open(QIODevice::ReadOnly) ? file.map(0, file.size()) : nullptr;
     if (mapped == nullptr)
         return false;
-    QFile::remove(path); // a later run of the tool would replace the file
+    QFile::remove(path); // keeps the mapping valid: a later run of the tool creates a new file
     const QByteArray png =
         QByteArray::fromRawData(reinterpret_cast<const char *>(mapped), file.size());
     report("    decoding", fastestMilliseconds(runs, [&] { decodePng(png); }));
@@ -265,15 +266,15 @@ bool measure(QSize size, const CaptureTool &tool)
     if (!QStandardPaths::findExecutable(QStringLiteral("scrot")).isEmpty() &&
         !QStandardPaths::findExecutable(QStringLiteral("convert")).isEmpty()) {
         const QString small = folder.filePath(QStringLiteral("picture.jpg"));
-        const double usual = fastestMilliseconds(3, [&] {
+        const double external = fastestMilliseconds(3, [&] {
             QProcess::execute(QStringLiteral("scrot"),
                               {QStringLiteral("--overwrite"), QStringLiteral("--silent"), path});
             QProcess::execute(QStringLiteral("convert"),
                               {path, QStringLiteral("-resize"), QStringLiteral("1280"),
                                QStringLiteral("-quality"), QStringLiteral("85"), small});
         });
-        report("(b) scrot, then convert", usual);
-        std::printf("  %-44s %8.1f\n", "(b) / hot key to request ready", usual / ours);
+        report("(b) scrot, then convert", external);
+        std::printf("  %-44s %8.1f\n", "(b) / hot key to request ready", external / ours);
     }
     reportQuality(*decoded, jpeg);
     return true;

@@ -1,5 +1,5 @@
-// Streamed answer: lines and JSON as the program reads them, against simdjson alone on the bare
-// payloads. Both end with the type and the text of every event in hand.
+// Compares parsing a streamed answer, lines and JSON, with simdjson alone on the bare payloads.
+// Both extract the type and the text of every event.
 
 #include "BenchClock.h"
 #include "query/StreamEventParser.h"
@@ -16,7 +16,7 @@ namespace {
 constexpr int eventCount = 4000;
 constexpr int runs = 60;
 
-/// The text of an event as it stands in the JSON; every eighth one has escapes.
+/// The JSON-encoded text of an event; every eighth one contains escapes.
 std::string text(int index)
 {
     static constexpr const char *words[] = {"The ",  "overlay ", "shows ",    "an answer",
@@ -29,7 +29,7 @@ std::string text(int index)
     return result;
 }
 
-/// Nanoseconds per event with simdjson's on-demand reader.
+/// Nanoseconds per event with simdjson's on-demand parser.
 double simdjsonOnDemand(const std::string &json,
                         const std::vector<std::pair<size_t, size_t>> &spans)
 {
@@ -48,7 +48,7 @@ double simdjsonOnDemand(const std::string &json,
     return seen == 0 ? 0 : time * 1e6 / eventCount;
 }
 
-/// Nanoseconds per event with simdjson's document reader.
+/// Nanoseconds per event with simdjson's DOM parser.
 double simdjsonDocument(const std::string &json,
                         const std::vector<std::pair<size_t, size_t>> &spans)
 {
@@ -66,7 +66,8 @@ double simdjsonDocument(const std::string &json,
     return seen == 0 ? 0 : time * 1e6 / eventCount;
 }
 
-double wholeStream(const std::string &body, size_t piece)
+/// Nanoseconds per event with StreamEventParser, fed with @p piece bytes at a time.
+double streamParser(const std::string &body, size_t piece)
 {
     size_t seen = 0;
     const double time = quellora::fastestMilliseconds(runs, [&] {
@@ -80,7 +81,7 @@ double wholeStream(const std::string &body, size_t piece)
     return seen == 0 ? 0 : time * 1e6 / eventCount;
 }
 
-/// One table, for events whose fields stand in the given spelling.
+/// Prints one table for events that consist of @p start, the text and @p end.
 void compare(const char *title, const std::string &start, const std::string &end)
 {
     std::string body;
@@ -100,7 +101,7 @@ void compare(const char *title, const std::string &start, const std::string &end
     std::printf("  %-32s %8.1f ns per event\n", "simdjson alone, on demand", onDemand);
     std::printf("  %-32s %8.1f ns per event\n", "simdjson alone, document", document);
     for (const size_t piece : {90, 256, 1024, 4096, 16384}) {
-        const double ours = wholeStream(body, piece);
+        const double ours = streamParser(body, piece);
         std::printf("  lines and JSON, %5zu-byte pieces %8.1f ns per event   %4.2f x on demand, "
                     "%4.2f x document\n",
                     piece, ours, ours / onDemand, ours / document);

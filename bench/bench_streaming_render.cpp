@@ -19,13 +19,13 @@ using namespace quellora;
 
 namespace {
 
-/// Characters per chunk, and so per frame.
-constexpr int perFrame = 32;
-/// Where in the growing answer frames are measured, and how many in a row there. A frame costs
-/// about the same as its neighbours, so a sample tells the whole without waiting for it.
-constexpr int places = 16;
+/// Characters per chunk; each frame renders one chunk.
+constexpr int charactersPerFrame = 32;
+/// Number of points in the growing answer at which consecutive frames are measured. Adjacent frames
+/// cost about the same, so samples are sufficient to extrapolate the total.
+constexpr int samplePoints = 16;
 
-/// Markdown of the kind models write: headings, lists, paragraphs and code, @p size characters.
+/// Typical Markdown of @p size characters: headings, lists, paragraphs, code and tables.
 QString answer(qsizetype size)
 {
     const QString section = QStringLiteral(
@@ -42,8 +42,8 @@ QString answer(qsizetype size)
     return text.left(size);
 }
 
-/// @p line and @p start repeated to @p size characters: one block that never ends.
-QString giant(qsizetype size, const QString &start, const QString &line)
+/// A single unfinished block of @p size characters: @p start, then @p line repeated.
+QString singleBlock(qsizetype size, const QString &start, const QString &line)
 {
     QString text = start;
     while (text.size() < size)
@@ -66,21 +66,22 @@ QByteArray shellPage()
     QByteArray page =
         responsepage::streamingShellPage(std::nullopt, QStringLiteral("question"),
                                          QDateTime::currentDateTime(), std::nullopt, {}, {});
-    // Scripts are compiled by the page here, not by the host: its policy would refuse that.
+    // Here the page itself compiles scripts with eval(), so remove the policy that forbids it.
     const qsizetype policy = page.indexOf("<meta http-equiv");
     return page.remove(policy, page.indexOf('>', policy) + 1 - policy);
 }
 
-/// Runs one script per frame in the page and takes the time spent in it, layout included. The page
-/// yields between frames, so that its observers run as they do with a real stream.
-Result measure(EngineWindow &engine, const QString &text, const QString &step, int inARow)
+/// Runs one script per frame in the page and measures its time, including layout. The page yields
+/// between frames, so that its observers run as with a real stream.
+Result measure(EngineWindow &engine, const QString &text, const QString &step, int framesPerSample)
 {
     if (!engine.load({shellPage()}))
         qFatal("the page does not load");
     engine.value(
         QStringLiteral(
             "window.run = (async () => {\n"
-            "const text = \"%1\"; const size = %2; const places = %3; const inARow = %4;\n"
+            "const text = \"%1\"; const size = %2; const samplePoints = %3; const framesPerSample "
+            "= %4;\n"
             "const slot = document.getElementById('streaming-response'); const times = [];\n"
             "const channel = new MessageChannel(); let resume;\n"
             "channel.port1.onmessage = () => resume();\n"
@@ -88,10 +89,10 @@ Result measure(EngineWindow &engine, const QString &text, const QString &step, i
             "const literal = s => JSON.stringify(s).replace(/</g, '\\\\u003c');\n"
             "const step = (%5)(slot, literal);\n"
             "const frames = Math.ceil(text.length / size);\n"
-            "const row = Math.min(inARow, Math.floor(frames / places));\n"
+            "const row = Math.min(framesPerSample, Math.floor(frames / samplePoints));\n"
             "slot.textContent = ''; let done = 0;\n"
-            "for (let place = 1; place <= places; ++place) {\n"
-            "  const last = Math.floor(frames * place / places);\n"
+            "for (let place = 1; place <= samplePoints; ++place) {\n"
+            "  const last = Math.floor(frames * place / samplePoints);\n"
             "  for (let frame = last - row - 1; frame < last; ++frame) {\n"
             "    const end = Math.min((frame + 1) * size, text.length);\n"
             "    const run = step(text, done, end); done = end;\n"
@@ -99,7 +100,7 @@ Result measure(EngineWindow &engine, const QString &text, const QString &step, i
             "    run();\n"
             "    void document.body.scrollHeight;\n"
             "    await Promise.resolve();\n"
-            // The first one catches up with what has been left out.
+            // The first frame of a sample also renders the skipped text and does not count.
             "    if (frame >= last - row) times.push(performance.now() - start);\n"
             "    await turn();\n"
             "  }\n"
@@ -110,9 +111,9 @@ Result measure(EngineWindow &engine, const QString &text, const QString &step, i
             "  later[Math.ceil(later.length * 0.99) - 1], later[later.length - 1]];\n"
             "})(); 0")
             .arg(responsepage::escapedForJson(text))
-            .arg(perFrame)
-            .arg(places)
-            .arg(inARow)
+            .arg(charactersPerFrame)
+            .arg(samplePoints)
+            .arg(framesPerSample)
             .arg(step));
     QVariantList result;
     runUntil(
@@ -126,30 +127,30 @@ Result measure(EngineWindow &engine, const QString &text, const QString &step, i
     return {result[0].toDouble(), result[1].toDouble(), result[2].toDouble(), result[3].toDouble()};
 }
 
-/// What the app does: the script of one chunk, compiled and run.
+/// The app's rendering: compiles and runs the script of one chunk.
 const QString renderStep =
     QStringLiteral("(slot, literal) => (text, from, end) => { const script = \"answers.append(\" + "
                    "literal(text.slice(from, end)) + \");\"; return () => (0, eval)(script); }");
 
-/// The whole answer is rendered again for every chunk.
+/// Renders the whole answer again for every chunk.
 const QString wholeStep =
     QStringLiteral("slot => { const plain = document.createElement('div'); slot.after(plain); "
                    "return (text, from, end) => () => { answers.show(plain, text.slice(0, end)); "
                    "document.body.scrollTop = document.body.scrollHeight; }; }");
 
-/// The least that can be done: the new characters go to the end as plain text, a block per line.
+/// Lower bound: appends the new characters as plain text, with one block per line.
 const QString appendStep = QStringLiteral(
     "slot => (text, from, end) => { const lines = text.slice(from, end).split('\\n'); "
     "return () => { lines.forEach((line, i) => { if (i > 0 || !slot.lastChild) "
     "slot.append(document.createElement('div')); slot.lastChild.append(line); }); "
     "document.body.scrollTop = document.body.scrollHeight; }; }");
 
-/// The run with the median total of three.
-Result medianOf(EngineWindow &engine, const QString &text, const QString &step, int inARow)
+/// The run with the median total time of three.
+Result medianOf(EngineWindow &engine, const QString &text, const QString &step, int framesPerSample)
 {
     std::array<Result, 3> runs;
     for (Result &run : runs)
-        run = measure(engine, text, step, inARow);
+        run = measure(engine, text, step, framesPerSample);
     std::sort(runs.begin(), runs.end(),
               [](const Result &a, const Result &b) { return a.total < b.total; });
     return runs[1];
@@ -163,11 +164,11 @@ void print(const char *name, qsizetype kilobytes, const Result &append, const Re
     std::fflush(stdout);
 }
 
-void pageTimes(EngineWindow &engine, bool isUsualOnly)
+void measurePage(EngineWindow &engine, bool onlyUsual)
 {
     std::printf("one script per frame of %d characters, page time in ms, median of three runs; "
                 "single frames without the first\n",
-                perFrame);
+                charactersPerFrame);
     std::printf("%-12s %8s %12s %12s %8s %8s %8s %8s\n", "answer", "size", "append", "render",
                 "median", "p99", "worst", "ratio");
     double previous = 0;
@@ -179,29 +180,32 @@ void pageTimes(EngineWindow &engine, bool isUsualOnly)
         if (kilobytes == 512)
             std::printf("512 KB / 128 KB: %.1f\n", render.total / previous);
         previous = render.total;
-        if (!isUsualOnly && kilobytes <= 32)
+        if (!onlyUsual && kilobytes <= 32)
             print("whole", kilobytes, append, measure(engine, text, wholeStep, 1));
     }
-    if (isUsualOnly)
+    if (onlyUsual)
         return;
     const qsizetype kilobytes = 128;
     const struct
     {
         const char *name;
         QString text;
-    } giants[]{
-        {"one fence", giant(kilobytes * 1024, QStringLiteral("```cpp\n"),
-                            QStringLiteral("queue.push(values[i]); // <next>\n"))},
-        {"one list", giant(kilobytes * 1024, {},
-                           QStringLiteral("- a point about `push` and *pop*, of usual length\n"))},
-        {"one table", giant(kilobytes * 1024, QStringLiteral("| call | cost |\n|---|---|\n"),
-                            QStringLiteral("| `push` of one entry | 1 |\n"))},
-        {"one quote", giant(kilobytes * 1024, {},
-                            QStringLiteral("> The consumer may be slower than the producer.\n"))},
-        {"one text", giant(kilobytes * 1024, {},
-                           QStringLiteral("The consumer may be *slower* than the producer.\n"))},
+    } singleBlocks[]{
+        {"one fence", singleBlock(kilobytes * 1024, QStringLiteral("```cpp\n"),
+                                  QStringLiteral("queue.push(values[i]); // <next>\n"))},
+        {"one list",
+         singleBlock(kilobytes * 1024, {},
+                     QStringLiteral("- a point about `push` and *pop*, of usual length\n"))},
+        {"one table", singleBlock(kilobytes * 1024, QStringLiteral("| call | cost |\n|---|---|\n"),
+                                  QStringLiteral("| `push` of one entry | 1 |\n"))},
+        {"one quote",
+         singleBlock(kilobytes * 1024, {},
+                     QStringLiteral("> The consumer may be slower than the producer.\n"))},
+        {"one text",
+         singleBlock(kilobytes * 1024, {},
+                     QStringLiteral("The consumer may be *slower* than the producer.\n"))},
     };
-    for (const auto &[name, text] : giants)
+    for (const auto &[name, text] : singleBlocks)
         print(name, kilobytes, medianOf(engine, text, appendStep, 16),
               medianOf(engine, text, renderStep, 4));
 }
@@ -213,7 +217,7 @@ double threadMilliseconds()
     return static_cast<double>(now.tv_sec) * 1e3 + static_cast<double>(now.tv_nsec) / 1e6;
 }
 
-/// Processor time of the page's main thread.
+/// CPU time of the page's main thread in milliseconds.
 double pageMilliseconds(EngineWindow &engine)
 {
     const auto pid = engine.view.item()->property("renderProcessPid").toLongLong();
@@ -226,13 +230,13 @@ double pageMilliseconds(EngineWindow &engine)
            static_cast<double>(sysconf(_SC_CLK_TCK));
 }
 
-/// The app's own way: chunks arrive, one every two milliseconds, renders are sent as the page keeps
-/// up. Prints what the main thread spent, the engine's share of it included, how often the page was
-/// rendered and how busy its main thread was.
-void streamTimes(EngineWindow &engine)
+/// Streams through the app's renderer with one chunk every 2 ms; renders are sent at the rate that
+/// the page can handle. Prints the main thread's CPU time including the engine's part, the number
+/// of renders and the load of the page's main thread.
+void measureStream(EngineWindow &engine)
 {
     std::printf("\na chunk of %d characters every 2 ms through the app, main thread's time in ms\n",
-                perFrame);
+                charactersPerFrame);
     std::printf("%-12s %8s %12s %12s %12s %12s %12s\n", "answer", "size", "busy", "per chunk",
                 "worst chunk", "renders", "page busy");
     QTemporaryDir folder;
@@ -262,8 +266,8 @@ void streamTimes(EngineWindow &engine)
         chunks.setTimerType(Qt::PreciseTimer);
         QObject::connect(&chunks, &QTimer::timeout, &chunks, [&] {
             const double start = threadMilliseconds();
-            renderer.handleStreamChunk(text.mid(at, perFrame));
-            at += perFrame;
+            renderer.handleStreamChunk(text.mid(at, charactersPerFrame));
+            at += charactersPerFrame;
             worst = std::max(worst, threadMilliseconds() - start);
         });
         chunks.start(2);
@@ -279,15 +283,16 @@ void streamTimes(EngineWindow &engine)
             (pageMilliseconds(engine) - pageBefore) / static_cast<double>(clock.elapsed()) * 100;
         QObject::disconnect(counter);
         renderer.abandonStream();
-        std::printf("%-12s %5lld KB %12.1f %12.3f %12.2f %12d %10.0f %%\n", name,
-                    text.size() / 1024, busy, busy * perFrame / static_cast<double>(text.size()),
-                    worst, renders, pageBusy);
+        std::printf(
+            "%-12s %5lld KB %12.1f %12.3f %12.2f %12d %10.0f %%\n", name, text.size() / 1024, busy,
+            busy * charactersPerFrame / static_cast<double>(text.size()), worst, renders, pageBusy);
         std::fflush(stdout);
     };
     for (const qsizetype kilobytes : {4, 32, 128, 512})
         stream("usual", answer(kilobytes * 1024));
-    stream("one text", giant(128 * 1024, {},
-                             QStringLiteral("The consumer may be *slower* than the producer.\n")));
+    stream("one text",
+           singleBlock(128 * 1024, {},
+                       QStringLiteral("The consumer may be *slower* than the producer.\n")));
 }
 
 } // namespace
@@ -297,11 +302,11 @@ int main(int argc, char **argv)
     prepareWebEngine();
     QGuiApplication app(argc, argv);
     EngineWindow engine;
-    // The page warms up before anything counts.
+    // Warm up the page.
     measure(engine, answer(2048), renderStep, 32);
-    const bool isUsualOnly = argc > 1 && QByteArrayView(argv[1]) == "usual";
-    pageTimes(engine, isUsualOnly);
-    if (!isUsualOnly)
-        streamTimes(engine);
+    const bool onlyUsual = argc > 1 && QByteArrayView(argv[1]) == "usual";
+    measurePage(engine, onlyUsual);
+    if (!onlyUsual)
+        measureStream(engine);
     return 0;
 }

@@ -1,6 +1,6 @@
-// The list of 10,000 stored threads of about 15 KB with 15,000 screenshots, against looking at the
-// files only, against two threads that do nothing but parse the same descriptions, and against a
-// database with the same rows; and what opening the History sidebar's list costs the main thread.
+// Compares listing 10,000 stored threads of about 15 KB with 15,000 screenshots with stat calls
+// alone, with parsing the same descriptions on two threads, and with a database of the same rows.
+// Also measures what opening the History sidebar costs the main thread.
 
 #include "BenchClock.h"
 #include "base/Settings.h"
@@ -33,10 +33,10 @@ constexpr int threadCount = 10'000;
 constexpr int turnsPerThread = 10;
 constexpr int runs = 5;
 
-/// The threads as files and as rows.
-struct Shelf
+/// The same threads as files and as database rows.
+struct StoredThreads
 {
-    Shelf()
+    StoredThreads()
     {
         const QDateTime now = QDateTime::currentDateTimeUtc();
         sqlite3_open(QFile::encodeName(folder.filePath(QStringLiteral("threads.db"))).constData(),
@@ -60,7 +60,7 @@ struct Shelf
                     {QUuid::createUuid(), QStringLiteral("What does it show?"),
                      QStringLiteral("It shows a *curve* with \"points\".\n").repeated(37), now});
             }
-            // Three screenshots to two threads.
+            // One or two screenshots per thread, alternating.
             for (int shot = 0; shot <= i % 2; ++shot)
                 file.screenshots.append({shot, now});
             write(file.id, file.encode(), insert);
@@ -70,9 +70,9 @@ struct Shelf
         sqlite3_finalize(insert);
         run("COMMIT");
     }
-    ~Shelf() { sqlite3_close(database); }
-    Shelf(const Shelf &) = delete;
-    Shelf &operator=(const Shelf &) = delete;
+    ~StoredThreads() { sqlite3_close(database); }
+    StoredThreads(const StoredThreads &) = delete;
+    StoredThreads &operator=(const StoredThreads &) = delete;
 
     void run(const char *statement) const
     {
@@ -116,11 +116,11 @@ void require(bool isTrue)
         qFatal("A reader missed threads");
 }
 
-void readOurs(const Shelf &shelf)
+void listSummaries(const StoredThreads &stored)
 {
     QPromise<ThreadLibrary::Result<ThreadBatch>> promise;
     promise.start();
-    ThreadListing::read(shelf.store, promise);
+    ThreadListing::read(stored.store, promise);
     promise.finish();
     qsizetype threads = 0;
     for (const auto &batch : promise.future().results())
@@ -128,46 +128,46 @@ void readOurs(const Shelf &shelf)
     require(threads == threadCount);
 }
 
-void lookOnly(const Shelf &shelf)
+void statFiles(const StoredThreads &stored)
 {
     int files = 0;
     for (const auto &entry :
-         std::filesystem::directory_iterator(shelf.store.sessionsRoot()->toStdString()))
+         std::filesystem::directory_iterator(stored.store.sessionsRoot()->toStdString()))
         files += std::filesystem::file_size(entry.path() / "session.json") > 0 ? 1 : 0;
     require(files == threadCount);
 }
 
-/// What a list from an index could not do without: whether each thread is still what it was.
-void lookAtDescriptionsAndFolders(const Shelf &shelf)
+/// Lower bound for a list from an index, which would have to check whether each thread changed.
+void readModificationTimes(const StoredThreads &stored)
 {
     std::atomic_size_t next = 0;
-    std::atomic_size_t old = 0;
+    std::atomic_size_t found = 0;
     const auto begin = std::filesystem::file_time_type::min();
     const auto work = [&] {
-        for (size_t i = next++; i < shelf.paths.size(); i = next++) {
-            const std::filesystem::path file(shelf.paths[i]);
-            old += std::filesystem::last_write_time(file) > begin &&
-                           std::filesystem::last_write_time(file.parent_path()) > begin
-                       ? 1
-                       : 0;
+        for (size_t i = next++; i < stored.paths.size(); i = next++) {
+            const std::filesystem::path file(stored.paths[i]);
+            found += std::filesystem::last_write_time(file) > begin &&
+                             std::filesystem::last_write_time(file.parent_path()) > begin
+                         ? 1
+                         : 0;
         }
     };
     std::thread other(work);
     work();
     other.join();
-    require(old == threadCount);
+    require(found == threadCount);
 }
 
-void parseWithTwoThreads(const Shelf &shelf)
+void parseWithTwoThreads(const StoredThreads &stored)
 {
     std::atomic_size_t next = 0;
     std::atomic_size_t turns = 0;
     const auto work = [&] {
         simdjson::dom::parser parser;
-        for (size_t i = next++; i < shelf.paths.size(); i = next++) {
+        for (size_t i = next++; i < stored.paths.size(); i = next++) {
             simdjson::dom::element document;
             simdjson::dom::array array;
-            if (parser.load(shelf.paths[i]).get(document) == simdjson::SUCCESS &&
+            if (parser.load(stored.paths[i]).get(document) == simdjson::SUCCESS &&
                 document["turns"].get(array) == simdjson::SUCCESS)
                 turns += array.size();
         }
@@ -178,10 +178,10 @@ void parseWithTwoThreads(const Shelf &shelf)
     require(turns == size_t{threadCount} * turnsPerThread);
 }
 
-void readDatabase(const Shelf &shelf)
+void readDatabase(const StoredThreads &stored)
 {
     sqlite3_stmt *select = nullptr;
-    sqlite3_prepare_v2(shelf.database,
+    sqlite3_prepare_v2(stored.database,
                        "SELECT id, created, updated, title, preview, turns, notes FROM threads", -1,
                        &select, nullptr);
     int rows = 0;
@@ -191,7 +191,7 @@ void readDatabase(const Shelf &shelf)
     require(rows == threadCount);
 }
 
-/// Measures every event of the main thread.
+/// Measures the duration of every event on the main thread.
 class MeasuredApplication : public QCoreApplication
 {
 public:
@@ -207,20 +207,20 @@ public:
     }
     void count(qint64 nanoseconds)
     {
-        longest = std::max(longest, nanoseconds);
-        inAll += nanoseconds;
+        longestEvent = std::max(longestEvent, nanoseconds);
+        totalTime += nanoseconds;
     }
 
-    qint64 longest = 0;
-    qint64 inAll = 0;
+    qint64 longestEvent = 0;
+    qint64 totalTime = 0;
 };
 
-/// The sidebar's list from button to last row.
+/// The sidebar's list, measured from the button to the last row.
 struct Sidebar
 {
-    explicit Sidebar(const Shelf &shelf)
-        : saver(shelf.store)
-        , library(shelf.store, saver)
+    explicit Sidebar(const StoredThreads &stored)
+        : saver(stored.store)
+        , library(stored.store, saver)
         , threads(settings, nullptr)
         , history(library, threads)
         , model(history, threads, Vocabulary::linuxDesktop())
@@ -228,7 +228,7 @@ struct Sidebar
 
     void open(MeasuredApplication &application, const char *name)
     {
-        application.longest = application.inAll = 0;
+        application.longestEvent = application.totalTime = 0;
         double firstRows = 0;
         QElapsedTimer time;
         time.start();
@@ -243,8 +243,8 @@ struct Sidebar
         require(model.rowCount() == threadCount);
         std::printf("  %-28s first rows read after %6.1f ms, all after %6.1f ms; main thread %6.1f "
                     "ms in all, %5.2f ms at most\n",
-                    name, firstRows, allRows, double(application.inAll) / 1e6,
-                    double(application.longest) / 1e6);
+                    name, firstRows, allRows, double(application.totalTime) / 1e6,
+                    double(application.longestEvent) / 1e6);
     }
     void close() { history.close(); }
 
@@ -257,21 +257,21 @@ struct Sidebar
     HistoryModel model;
 };
 
-/// As a copy from a backup can leave the threads: the times of the files say nothing.
-void shuffleTimes(const Shelf &shelf)
+/// Sets modification times unrelated to the threads' order, as after restoring a backup.
+void shuffleTimes(const StoredThreads &stored)
 {
     const auto now = std::filesystem::file_time_type::clock::now();
-    for (size_t i = 0; i < shelf.paths.size(); ++i)
-        std::filesystem::last_write_time(shelf.paths[i],
+    for (size_t i = 0; i < stored.paths.size(); ++i)
+        std::filesystem::last_write_time(stored.paths[i],
                                          now - std::chrono::seconds(i * 7919 % threadCount));
 }
 
-void openSidebar(const Shelf &shelf, int argc, char **argv)
+void openSidebar(const StoredThreads &stored, int argc, char **argv)
 {
     MeasuredApplication application(argc, argv);
     std::printf("History sidebar, its model included (a frame is 16 ms)\n");
     {
-        Sidebar sidebar(shelf);
+        Sidebar sidebar(stored);
         sidebar.open(application, "first time");
         sidebar.close();
         sidebar.open(application, "again");
@@ -283,27 +283,27 @@ void openSidebar(const Shelf &shelf, int argc, char **argv)
         std::printf("  %-28s %6.2f ms\n", "one more letter of a search",
                     double(time.nsecsElapsed()) / 1e6);
     }
-    shuffleTimes(shelf);
-    Sidebar(shelf).open(application, "files' times in no order");
+    shuffleTimes(stored);
+    Sidebar(stored).open(application, "files' times in no order");
 }
 
 } // namespace
 
 int main(int argc, char **argv)
 {
-    const Shelf shelf;
-    std::printf("%d threads of %lld bytes\n", threadCount, shelf.bytes / threadCount);
-    const double ours = fastestMilliseconds(runs, [&] { readOurs(shelf); });
+    const StoredThreads stored;
+    std::printf("%d threads of %lld bytes\n", threadCount, stored.bytes / threadCount);
+    const double ours = fastestMilliseconds(runs, [&] { listSummaries(stored); });
     std::printf("  %-44s %8.1f ms\n", "list of summaries, 2 threads", ours);
     const auto compare = [ours](const char *name, double reference) {
         std::printf("  %-44s %8.1f ms   ratio %.2f\n", name, reference, ours / reference);
     };
-    compare("folder and file sizes only", fastestMilliseconds(runs, [&] { lookOnly(shelf); }));
+    compare("folder and file sizes only", fastestMilliseconds(runs, [&] { statFiles(stored); }));
     compare("times of descriptions and folders, 2 threads",
-            fastestMilliseconds(runs, [&] { lookAtDescriptionsAndFolders(shelf); }));
+            fastestMilliseconds(runs, [&] { readModificationTimes(stored); }));
     compare("simdjson alone, 2 threads",
-            fastestMilliseconds(runs, [&] { parseWithTwoThreads(shelf); }));
-    compare("SQLite", fastestMilliseconds(runs, [&] { readDatabase(shelf); }));
-    openSidebar(shelf, argc, argv);
+            fastestMilliseconds(runs, [&] { parseWithTwoThreads(stored); }));
+    compare("SQLite", fastestMilliseconds(runs, [&] { readDatabase(stored); }));
+    openSidebar(stored, argc, argv);
     return 0;
 }

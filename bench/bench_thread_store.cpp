@@ -1,5 +1,5 @@
-// One more turn in a long thread: a save of 300 turns and 50 screenshots of 200 KB that are on the
-// disk already, against writing the same JSON bytes with one plain QSaveFile.
+// Compares saving one more turn of a long thread, with 300 turns and 50 screenshots of 200 KB that
+// are already on the disk, with writing the same JSON bytes with a single QSaveFile.
 
 #include "history/CaptureSessionStore.h"
 
@@ -38,7 +38,7 @@ CaptureSession longThread()
     return session;
 }
 
-/// The thread on a disk, and its description's bytes.
+/// The stored thread and the bytes of its description.
 struct Disk
 {
     Disk()
@@ -52,13 +52,13 @@ struct Disk
         json = file.readAll();
     }
 
-    void saveOnceMore() const
+    void saveAgain() const
     {
         if (!store.save(session))
             qFatal("The thread could not be stored");
     }
 
-    void writePlainly() const
+    void writePlainFile() const
     {
         QSaveFile file(folder.filePath(QStringLiteral("plain.json")));
         file.setDirectWriteFallback(false);
@@ -83,18 +83,18 @@ const Disk &disk()
 void saveOfOneMoreTurn(benchmark::State &state)
 {
     for (auto _ : state)
-        disk().saveOnceMore();
+        disk().saveAgain();
 }
 BENCHMARK(saveOfOneMoreTurn)->Unit(benchmark::kMicrosecond);
 
 void plainSaveFile(benchmark::State &state)
 {
     for (auto _ : state)
-        disk().writePlainly();
+        disk().writePlainFile();
 }
 BENCHMARK(plainSaveFile)->Unit(benchmark::kMicrosecond);
 
-/// Both in turn, so that a busy disk hurts both alike; the medians' ratio.
+/// Prints the ratio of the medians. Alternates both, so that load on the disk affects them alike.
 void printRatio()
 {
     constexpr int rounds = 200;
@@ -107,8 +107,8 @@ void printRatio()
     std::vector<double> saves;
     std::vector<double> writes;
     for (int i = 0; i < rounds; ++i) {
-        saves.push_back(microseconds([] { disk().saveOnceMore(); }));
-        writes.push_back(microseconds([] { disk().writePlainly(); }));
+        saves.push_back(microseconds([] { disk().saveAgain(); }));
+        writes.push_back(microseconds([] { disk().writePlainFile(); }));
     }
     const auto median = [](std::vector<double> &times) {
         std::nth_element(times.begin(), times.begin() + rounds / 2, times.end());

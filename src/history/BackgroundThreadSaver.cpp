@@ -21,20 +21,20 @@ void BackgroundThreadSaver::save(const CaptureSession &session, const QString &f
 {
     auto job = std::make_shared<Job>(Job{session, failurePrefix, {}, {}, {}});
     m_failed.remove(session.id);
-    const auto older = std::find_if(m_waiting.begin(), m_waiting.end(), [&](const auto &waiting) {
-        return waiting->session && waiting->session->id == session.id;
+    const auto older = std::find_if(m_queue.begin(), m_queue.end(), [&](const auto &queued) {
+        return queued->session && queued->session->id == session.id;
     });
-    if (older != m_waiting.end())
+    if (older != m_queue.end())
         *older = std::move(job);
     else
-        m_waiting.append(std::move(job));
+        m_queue.append(std::move(job));
     setState(session.id, {SaveState::Kind::Saving, {}});
     startNext();
 }
 
 void BackgroundThreadSaver::runAfterSaves(std::function<void()> work, std::function<void()> after)
 {
-    m_waiting.append(std::make_shared<Job>(Job{{}, {}, {}, std::move(work), std::move(after)}));
+    m_queue.append(std::make_shared<Job>(Job{{}, {}, {}, std::move(work), std::move(after)}));
     startNext();
 }
 
@@ -51,10 +51,10 @@ void BackgroundThreadSaver::forget(const QUuid &threadId)
     forgetState(threadId);
 }
 
-bool BackgroundThreadSaver::isWaiting(const QUuid &threadId) const
+bool BackgroundThreadSaver::isQueued(const QUuid &threadId) const
 {
-    return std::any_of(m_waiting.begin(), m_waiting.end(), [&](const auto &waiting) {
-        return waiting->session && waiting->session->id == threadId;
+    return std::any_of(m_queue.begin(), m_queue.end(), [&](const auto &queued) {
+        return queued->session && queued->session->id == threadId;
     });
 }
 
@@ -68,39 +68,39 @@ void BackgroundThreadSaver::flush()
 
 void BackgroundThreadSaver::startNext()
 {
-    if (m_running || m_waiting.isEmpty())
+    if (m_running || m_queue.isEmpty())
         return;
-    m_running = m_waiting.takeFirst();
+    m_running = m_queue.takeFirst();
     m_worker.start([this, job = m_running] {
         if (job->session)
             job->result = m_store.save(*job->session);
         else
             job->work();
         QMetaObject::invokeMethod(
-            &m_reports, [this, job] { finish(job); }, Qt::QueuedConnection);
+            &m_receiver, [this, job] { finish(job); }, Qt::QueuedConnection);
     });
 }
 
 void BackgroundThreadSaver::finish(const std::shared_ptr<Job> &job)
 {
-    // A flush may have been faster than the worker's report.
+    // flush() may already have finished this job.
     if (job != m_running)
         return;
     const std::shared_ptr<Job> done = std::exchange(m_running, nullptr);
     if (done->session)
-        saved(*done);
+        finishSave(*done);
     else if (done->after)
         done->after();
     startNext();
 }
 
-void BackgroundThreadSaver::saved(const Job &job)
+void BackgroundThreadSaver::finishSave(const Job &job)
 {
     const QUuid id = job.session->id;
     if (!job.result)
         Log::event(job.failurePrefix + job.result.error().description());
-    // A newer state of the thread is on its way: it is that one that counts.
-    const bool isLatest = !isWaiting(id);
+    // If a newer save of the thread is queued, only its result counts.
+    const bool isLatest = !isQueued(id);
     if (!job.result) {
         if (isLatest) {
             m_failed.insert(id, std::make_shared<Job>(job));
@@ -110,7 +110,7 @@ void BackgroundThreadSaver::saved(const Job &job)
     }
     if (isLatest)
         setState(id, {SaveState::Kind::Saved, {}});
-    // A save succeeded, so the failed ones are retried.
+    // The disk works again, so retry the failed saves.
     retryFailed();
 }
 

@@ -14,57 +14,56 @@
 
 namespace quellora {
 
-/// Saves threads through the store on one worker, so that the main thread never waits for the disk.
+/// Saves threads through the store on one worker, so that the main thread never blocks on the disk.
 ///
-/// Threads are saved in the order of the requests. While a save waits, a newer state of the same
-/// thread takes its place: each save writes the thread whole. A failure is logged with the caller's
-/// prefix and told as the thread's state; what could not be saved is kept and tried again with the
-/// thread's next change, as soon as another thread could be saved, and by retryFailed(). Main
-/// thread only.
+/// Saves run in request order. Since each save writes the whole thread, a newer save of the same
+/// thread replaces a queued one in its position. A failure is logged with the caller's prefix and
+/// reported as the thread's state; the failed save is kept and retried with the thread's next
+/// change, after the next successful save of any thread, and by retryFailed(). Main thread only.
 class BackgroundThreadSaver : public ThreadSaver
 {
 public:
     /// @param store borrowed
     explicit BackgroundThreadSaver(const CaptureSessionStore &store);
-    /// Waits until everything is stored.
+    /// Blocks until all queued jobs are done.
     ~BackgroundThreadSaver() override;
 
     void save(const CaptureSession &session, const QString &failurePrefix) override;
-    /// Does @p work on the worker after the saves so far and before later ones, then @p after on
-    /// the main thread.
+    /// Runs @p work on the worker after the saves queued so far and before later ones, then
+    /// @p after on the main thread.
     void runAfterSaves(std::function<void()> work, std::function<void()> after = {});
-    /// Tries once more to save whatever could not be saved.
+    /// Queues all failed saves again.
     void retryFailed();
-    /// The thread is no longer on the disk and is not to be written there again.
+    /// Drops the failed save and the state of a thread that has been deleted from the disk.
     void forget(const QUuid &threadId);
-    /// Blocks until every save so far has been done and its failure logged.
+    /// Blocks until all queued jobs are done and their failures logged.
     void flush();
 
 private:
     struct Job
     {
-        /// The thread to save, or
+        /// The thread to save; without one the job runs @c work instead.
         std::optional<CaptureSession> session;
         QString failurePrefix;
         CaptureSessionStore::Result<void> result;
-        /// something else to do.
+        /// Runs on the worker.
         std::function<void()> work;
-        /// What follows the work.
+        /// Runs on the main thread after @c work; may be empty.
         std::function<void()> after;
     };
 
     void startNext();
     void finish(const std::shared_ptr<Job> &job);
-    void saved(const Job &job);
-    bool isWaiting(const QUuid &threadId) const;
+    void finishSave(const Job &job);
+    bool isQueued(const QUuid &threadId) const;
 
     const CaptureSessionStore &m_store;
-    QList<std::shared_ptr<Job>> m_waiting;
+    QList<std::shared_ptr<Job>> m_queue;
     std::shared_ptr<Job> m_running;
-    /// The last save of each thread that could not be saved.
+    /// The latest failed save of each thread.
     QHash<QUuid, std::shared_ptr<Job>> m_failed;
-    /// Receiver of the worker's reports.
-    QObject m_reports;
+    /// Context object for the worker's queued calls; lives on the main thread.
+    QObject m_receiver;
     QThreadPool m_worker;
 };
 

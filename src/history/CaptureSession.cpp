@@ -15,9 +15,9 @@ QString uuidText(const QUuid &id)
 
 namespace {
 
-/// The elements that were stored before or stand at or behind the cursor, if there is one.
+/// The first @p stored elements plus those from index @p since on, if set.
 template <typename T>
-QList<T> keptOf(const QList<T> &list, qint64 stored, const std::optional<qint64> &since)
+QList<T> selectKept(const QList<T> &list, qint64 stored, const std::optional<qint64> &since)
 {
     QList<T> kept = list.mid(0, stored);
     if (since)
@@ -25,8 +25,8 @@ QList<T> keptOf(const QList<T> &list, qint64 stored, const std::optional<qint64>
     return kept;
 }
 
-/// Keeps a position right when the element at @p removed has gone.
-void moveUp(qint64 &position, qsizetype removed)
+/// Adjusts @p position after the element at index @p removed has been removed.
+void shiftAfterRemoval(qint64 &position, qsizetype removed)
 {
     if (removed < position)
         --position;
@@ -78,11 +78,11 @@ bool CaptureSession::removeScreenshot(qint64 index)
     const qsizetype position = found - screenshots.cbegin();
     screenshots.removeAt(position);
     if (storedPart)
-        moveUp(storedPart->screenshots, position);
+        shiftAfterRemoval(storedPart->screenshots, position);
     if (notePersistenceCursor)
-        moveUp(notePersistenceCursor->sinceScreenshotIndex, position);
+        shiftAfterRemoval(notePersistenceCursor->sinceScreenshotIndex, position);
     if (turnPersistenceCursor)
-        moveUp(turnPersistenceCursor->sinceScreenshotIndex, position);
+        shiftAfterRemoval(turnPersistenceCursor->sinceScreenshotIndex, position);
     return true;
 }
 
@@ -113,15 +113,15 @@ bool CaptureSession::removeNote(const QUuid &noteId)
     const qsizetype position = found - notes.cbegin();
     notes.removeAt(position);
     if (storedPart)
-        moveUp(storedPart->notes, position);
+        shiftAfterRemoval(storedPart->notes, position);
     if (notePersistenceCursor)
-        moveUp(notePersistenceCursor->sinceNoteIndex, position);
+        shiftAfterRemoval(notePersistenceCursor->sinceNoteIndex, position);
     return true;
 }
 
 void CaptureSession::beginPersistingNotes()
 {
-    // From the very beginning: a thread worth a note is worth keeping whole.
+    // The first note marks the whole thread for persistence, including earlier entries.
     if (!notePersistenceCursor)
         notePersistenceCursor = NotePersistenceCursor{0, 0};
 }
@@ -130,7 +130,7 @@ void CaptureSession::beginPersistingTurns(const std::optional<qint64> &stagedInd
 {
     TurnPersistenceCursor cursor{findScreenshot(stagedIndex) - screenshots.cbegin(), turns.size()};
     if (turnPersistenceCursor) {
-        // What was kept stays kept.
+        // A new cursor must not drop entries that an earlier one kept.
         cursor.sinceScreenshotIndex =
             std::min(cursor.sinceScreenshotIndex, turnPersistenceCursor->sinceScreenshotIndex);
         cursor.sinceTurnIndex =
@@ -167,9 +167,10 @@ CaptureSession::KeptPart CaptureSession::keptPart() const
     }
 
     KeptPart kept;
-    kept.notes = keptOf(notes, stored.notes, sinceNote);
-    kept.turns = keptOf(turns, stored.turns, sinceTurn);
-    // A question may have gone out before its thread was kept, and be answered after.
+    kept.notes = selectKept(notes, stored.notes, sinceNote);
+    kept.turns = selectKept(turns, stored.turns, sinceTurn);
+    // The screenshot of a kept turn is kept too, even if the question was sent before persistence
+    // began.
     QSet<qint64> sent;
     for (const Turn &turn : std::as_const(kept.turns)) {
         if (turn.screenshot && turn.screenshot->index)
@@ -211,7 +212,7 @@ QList<ThreadEntry> chronologicalEntries(const CaptureSession &session)
     const auto timeOf = [](const ThreadEntry &entry) {
         return std::visit([](const auto &item) { return item.createdAt; }, entry);
     };
-    // Stable: at equal times the note, which was there first in the list, stays first.
+    // A stable sort keeps notes before turns at equal times.
     std::stable_sort(
         entries.begin(), entries.end(),
         [&timeOf](const ThreadEntry &a, const ThreadEntry &b) { return timeOf(a) < timeOf(b); });

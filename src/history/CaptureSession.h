@@ -11,19 +11,19 @@
 
 namespace quellora {
 
-/// Upper-case hyphenated text of a UUID, 36 characters: the form used on disk and in pages.
+/// A UUID as 36 upper-case hyphenated characters, the form used on disk and in pages.
 QString uuidText(const QUuid &id);
 
-/// Reads that form, in either case; nothing else counts as a UUID.
+/// Parses the form of uuidText() in either case; nullopt for any other text.
 std::optional<QUuid> uuidFromText(const QString &text);
 
-/// One thread in memory: screenshots, notes and turns in the order in which they were added, and
-/// what says which of them are kept on disk. A value type.
+/// One thread in memory: screenshots, notes and turns in insertion order, and the cursors that
+/// select which of them are kept on disk. A value type.
 struct CaptureSession
 {
     struct Screenshot
     {
-        /// Number within the thread, also in its file name; never renumbered, never given twice.
+        /// Number within the thread and in the file name; never changed or reused.
         qint64 index = 0;
         /// JPEG bytes.
         QByteArray imageData;
@@ -39,10 +39,10 @@ struct CaptureSession
 
         bool operator==(const Note &) const = default;
     };
-    /// Which screenshot went with a question.
+    /// The screenshot sent with a question.
     struct TurnScreenshot
     {
-        /// Nothing when the question went out without one.
+        /// nullopt if the question was sent without a screenshot.
         std::optional<qint64> index;
 
         bool operator==(const TurnScreenshot &) const = default;
@@ -53,7 +53,7 @@ struct CaptureSession
         QString prompt;
         QString response;
         QDateTime createdAt;
-        /// Nothing in threads that were stored before this was recorded.
+        /// nullopt in threads stored before this field existed.
         std::optional<TurnScreenshot> screenshot = std::nullopt;
 
         bool operator==(const Turn &) const = default;
@@ -73,8 +73,8 @@ struct CaptureSession
         bool operator==(const TurnPersistenceCursor &) const = default;
     };
 
-    /// What came from the disk: the first so many elements of each list. They stay there, whatever
-    /// the cursors say, until the user removes them.
+    /// How many leading elements of each list were loaded from disk. They stay stored regardless of
+    /// the cursors until the user removes them.
     struct StoredPart
     {
         qint64 screenshots = 0;
@@ -84,7 +84,7 @@ struct CaptureSession
 
         bool operator==(const StoredPart &) const = default;
     };
-    /// What of a thread belongs on the disk.
+    /// The part of a thread that is stored on disk.
     struct KeptPart
     {
         QList<Screenshot> screenshots;
@@ -105,20 +105,20 @@ struct CaptureSession
     std::optional<TurnPersistenceCursor> turnPersistenceCursor;
     std::optional<QString> customTitle;
     std::optional<StoredPart> storedPart;
-    /// Number of the next screenshot; those of removed ones are not given again.
+    /// Number of the next screenshot; numbers of removed screenshots are not reused.
     qint64 nextScreenshotIndex = 0;
 
     bool operator==(const CaptureSession &) const = default;
 
-    /// A new, empty thread with a fresh id.
+    /// Creates an empty thread with a new id.
     static CaptureSession create(const QDateTime &now = QDateTime::currentDateTime());
 
     void addScreenshot(const QByteArray &data, const QDateTime &capturedAt,
                        const QDateTime &now = QDateTime::currentDateTime());
-    /// Gives the thread a screenshot of its own back, under its number, if it does not have it: one
-    /// that is opened again comes without what was not kept.
+    /// Puts a screenshot of this thread back under its number unless it is still there: a thread
+    /// reopened from disk lacks the screenshots that were not kept.
     void restoreScreenshot(const Screenshot &screenshot);
-    /// Removes the screenshot of that number, if any; returns whether there was one.
+    /// Removes the screenshot with number @p index; returns false if there is none.
     bool removeScreenshot(qint64 index);
     void addTurn(const QString &prompt, const QString &response, const QDateTime &createdAt,
                  const QDateTime &now = QDateTime::currentDateTime(),
@@ -126,36 +126,36 @@ struct CaptureSession
     /// Appends a note unless @p text is blank; starts note persistence from the beginning of the
     /// thread. Returns whether a note was added.
     bool addNote(const QString &text, const QDateTime &now = QDateTime::currentDateTime());
-    /// Removes the note with that id, if any; returns whether there was one.
+    /// Removes a note; returns false if there is none with this id.
     bool removeNote(const QUuid &noteId);
 
     void beginPersistingNotes();
-    /// Keeps what comes from now on, and what was kept before.
-    /// @param stagedIndex number of a screenshot that waits for its question, which is kept as well
+    /// Keeps future turns and screenshots in addition to those already kept.
+    /// @param stagedIndex number of the staged screenshot, which is kept as well
     void beginPersistingTurns(const std::optional<qint64> &stagedIndex = std::nullopt);
     void resumeTurnPersistingFromDisk();
-    /// Everything in the thread has just been read from the disk.
+    /// Records that the whole thread has just been loaded from disk.
     void markAsStored();
-    /// Whether additions are kept.
+    /// Whether new entries will be kept on disk.
     bool isMarkedForPersistence() const
     {
         return notePersistenceCursor.has_value() || turnPersistenceCursor.has_value();
     }
 
-    /// What the cursors, the stored part and the links from turns to screenshots keep.
+    /// The part selected by the cursors, the stored part and the screenshots of kept turns.
     KeptPart keptPart() const;
 
-    /// Title of a thread without a custom one: first line of the first prompt, else of the first
-    /// note, else "Screenshot".
+    /// Default title: the first line of the first prompt, else of the first note, else
+    /// "Screenshot".
     QString previewText() const;
-    /// First line of @p text after trimming white space and line breaks at both ends.
+    /// First line of @p text after trimming surrounding whitespace.
     static QString firstLine(const QString &text);
 
 private:
     QList<Screenshot>::const_iterator findScreenshot(const std::optional<qint64> &index) const;
 };
 
-/// One item of a thread page.
+/// One entry of a thread's page.
 using ThreadEntry = std::variant<CaptureSession::Note, CaptureSession::Turn>;
 
 /// Notes and turns in time order; at equal times notes come first.

@@ -40,8 +40,8 @@ CaptureSessionStore::Result<void> replaceFile(ThreadFiles &files, const QUuid &i
     return {};
 }
 
-/// Whether a screenshot's file is still to be written. One that is there is never touched again,
-/// unless it is no file at all or only the beginning of the image: then a write was cut off.
+/// Whether a screenshot's file must be written. An existing file is never rewritten unless it is
+/// not a regular file or holds only a prefix of the image, i.e. an earlier write was interrupted.
 bool isImageMissing(const QString &path, const QByteArray &image)
 {
     const QFileInfo info(path);
@@ -53,7 +53,7 @@ bool isImageMissing(const QString &path, const QByteArray &image)
     return content && image.startsWith(*content);
 }
 
-/// What a deleted thread's folder is called until its files have gone.
+/// Prefix of a deleted thread's folder until its files are removed.
 const QString deletedPrefix = QStringLiteral(".deleted-");
 
 std::string nativePath(const QString &path)
@@ -61,7 +61,7 @@ std::string nativePath(const QString &path)
     return QFile::encodeName(path).toStdString();
 }
 
-/// The numbers of the screenshots whose files lie in a thread's folder.
+/// Numbers of the screenshot files in a thread's folder.
 QList<qint64> screenshotFilesIn(const QString &folder)
 {
     static const QRegularExpression name(QStringLiteral("\\Ascreenshot-(-?\\d+)\\.png\\z"));
@@ -76,7 +76,7 @@ QList<qint64> screenshotFilesIn(const QString &folder)
     return indices;
 }
 
-/// The first number above all that a thread uses, or used when its last save was interrupted.
+/// The number after the highest one used by the description or by files of an interrupted save.
 qint64 freeScreenshotIndex(const SessionFile &file, const QString &folder)
 {
     QList<qint64> taken = screenshotFilesIn(folder);
@@ -207,7 +207,7 @@ CaptureSessionStore::saveImages(const QUuid &id,
             return written;
         wroteAny = true;
     }
-    // Images before the description that names them, also after a loss of power.
+    // The images must be durable before the description that refers to them.
     if (wroteAny)
         m_files->syncFolder(folderOf(id));
     return {};
@@ -259,8 +259,8 @@ CaptureSessionStore::Result<QList<QUuid>> CaptureSessionStore::list() const
     const auto root = sessionsRoot();
     if (!root)
         return tl::unexpected(root.error());
-    // Five times as fast as QDir, with which half the time of a long list would go by before its
-    // first thread.
+    // Five times as fast as QDir, which would take half the time of a long listing before its first
+    // thread is read.
     std::error_code error;
     std::filesystem::directory_iterator entry(nativePath(*root), error);
     QList<QUuid> ids;
@@ -273,7 +273,7 @@ CaptureSessionStore::Result<QList<QUuid>> CaptureSessionStore::list() const
         else if (text.startsWith(deletedPrefix) && uuidFromText(text.mid(deletedPrefix.size())))
             deleted.append(text);
     }
-    // A deletion that was cut off ends here.
+    // Complete interrupted deletions.
     for (const QString &name : std::as_const(deleted))
         QDir(*root + QLatin1Char('/') + name).removeRecursively();
     if (error)
@@ -288,7 +288,7 @@ CaptureSessionStore::Result<void> CaptureSessionStore::remove(const QUuid &id) c
     if (info.isDir() && !info.isSymLink()) {
         return removeFolder(id);
     }
-    // A file in the folder's place, or a link: the link goes, not what it points to.
+    // A file or a link in place of the folder: remove the link itself, not its target.
     if (QFile file(folder); (info.exists() || info.isSymLink()) && !file.remove())
         return fileError(id, folder, file.errorString());
     return {};
@@ -296,25 +296,24 @@ CaptureSessionStore::Result<void> CaptureSessionStore::remove(const QUuid &id) c
 
 CaptureSessionStore::Result<void> CaptureSessionStore::removeFolder(const QUuid &id) const
 {
-    // Out of the list in one step, and only then file by file: a thread is there as a whole or not
-    // at all.
+    // Rename first, then delete file by file, so that the thread leaves the list atomically.
     const QString folder = folderOf(id);
-    const QString doomed = m_root + QLatin1Char('/') + deletedPrefix + uuidText(id);
+    const QString deletedFolder = m_root + QLatin1Char('/') + deletedPrefix + uuidText(id);
     std::error_code error;
-    std::filesystem::rename(nativePath(folder), nativePath(doomed), error);
-    const auto refused = [&] {
+    std::filesystem::rename(nativePath(folder), nativePath(deletedFolder), error);
+    const auto failure = [&] {
         return fileError(id, folder, QString::fromLocal8Bit(error.message().c_str()));
     };
     if (error)
-        return refused();
-    std::filesystem::remove(nativePath(doomed + QStringLiteral("/session.json")), error);
+        return failure();
+    std::filesystem::remove(nativePath(deletedFolder + QStringLiteral("/session.json")), error);
     if (error) {
-        // A folder in which nothing can be deleted goes back as it was.
+        // Roll back if nothing can be deleted in the folder.
         std::error_code ignored;
-        std::filesystem::rename(nativePath(doomed), nativePath(folder), ignored);
-        return refused();
+        std::filesystem::rename(nativePath(deletedFolder), nativePath(folder), ignored);
+        return failure();
     }
-    QDir(doomed).removeRecursively();
+    QDir(deletedFolder).removeRecursively();
     return {};
 }
 

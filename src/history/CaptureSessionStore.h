@@ -12,70 +12,70 @@
 
 namespace quellora {
 
-/// Why a stored thread could not be written, read or changed.
+/// Error of writing, reading or changing a stored thread.
 struct StoreError
 {
     enum class Kind {
         SessionNotFound,
         NotPersisting,
         ScreenshotFileMissing,
-        /// The description is not what it should be.
+        /// The JSON description is malformed.
         Decoding,
-        /// The file system refused.
+        /// A file system operation failed.
         File,
     };
 
     Kind kind = Kind::File;
     QUuid id;
-    /// Index of the screenshot, for ScreenshotFileMissing.
+    /// Number of the screenshot, for ScreenshotFileMissing.
     qint64 screenshotIndex = 0;
-    /// The platform's or decoder's own text, for Decoding and File.
+    /// Message of the platform or the decoder, for Decoding and File.
     QString detail;
-    /// The platform's text alone, without the file, for File.
+    /// Message of the platform without the path, for File.
     QString reason = {};
 
     QString description() const;
-    /// What the user is told.
+    /// The reason as shown to the user.
     QString reasonForUser() const { return reason.isEmpty() ? description() : reason; }
 };
 
 /// Threads on disk: one folder per thread with a JSON description and one file per kept screenshot.
 ///
-/// Stateless over its root folder; every operation works on the file system directly and blocks
-/// for it. Files are replaced as a whole and images come before the description that names them, so
-/// that a crash or a full disk leaves the old thread or the new one. What an interrupted save
-/// leaves behind goes with the thread's next one. Callable from any thread, one call per thread
-/// folder at a time.
+/// Keeps no state in memory; every operation is blocking file I/O. Files are replaced atomically
+/// and images are written before the description that refers to them, so a crash or a full disk
+/// leaves either the old or the new thread. Files left by an interrupted save are removed by the
+/// thread's next save. May be called from any thread, but not concurrently for the same folder.
 class CaptureSessionStore
 {
 public:
     template <typename T>
     using Result = tl::expected<T, StoreError>;
 
-    /// @param applicationSupport per-user Application Support directory; the store lies in
-    ///        "Quellora/sessions" below it
-    /// @param files what the store changes on the disk goes through this
+    /// @param applicationSupport per-user Application Support directory; the store is in its
+    ///        subfolder "Quellora/sessions"
+    /// @param files performs all changes on the disk
     explicit CaptureSessionStore(
         const QString &applicationSupport,
         std::shared_ptr<ThreadFiles> files = std::make_shared<DiskThreadFiles>());
 
-    /// The root folder, created when needed.
+    /// The root folder, created if missing.
     Result<QString> sessionsRoot() const;
-    /// Writes what is kept of the thread: complete description, images not written before. Images
-    /// that the thread no longer has are removed, and so is a thread of which nothing is kept, not
-    /// even a title.
+    /// Writes the kept part of the thread: the whole description and images not written before.
+    /// Removes images that are no longer kept, and the whole folder if nothing is kept and there is
+    /// no custom title.
     Result<void> save(const CaptureSession &session) const;
-    /// Reads a thread back, without cursors.
+    /// Loads a thread; its persistence cursors are unset.
     Result<CaptureSession> load(const QUuid &id) const;
-    /// Ids of all stored threads in directory order; entries not named by a UUID are ignored.
+    /// Ids of all stored threads in directory order. Ignores entries not named by a UUID and
+    /// completes interrupted deletions.
     Result<QList<QUuid>> list() const;
-    /// Removes a thread with everything in its folder; an unknown id is a success. When its files
-    /// cannot be removed, the thread stays as it was.
+    /// Removes a thread's folder; succeeds for an unknown id. If its description cannot be
+    /// removed, the thread is left unchanged.
     Result<void> remove(const QUuid &id) const;
-    /// Sets or removes the custom title and nothing else.
+    /// Changes only the custom title; nullopt removes it.
     Result<void> updateTitle(const QUuid &id, const std::optional<QString> &customTitle) const;
 
-    /// Name of a screenshot's file in the thread's folder.
+    /// File name of a screenshot in the thread's folder.
     static QString screenshotFileName(qint64 index);
 
 private:

@@ -18,7 +18,7 @@ QString dayLabel(const QDateTime &moment, const QDateTime &now, const QLocale &l
 QString mediumDateFormat(const QLocale &locale)
 {
     QString format = locale.dateFormat(QLocale::LongFormat);
-    // The weekday goes with the separators that tie it to the date, on whichever side it stands.
+    // Remove the weekday and its separators, whether it precedes or follows the date.
     static const QRegularExpression weekdayFirst(QStringLiteral("^\\s*d{3,4}[\\s,،.]*"));
     static const QRegularExpression weekdayElsewhere(QStringLiteral("[\\s,،]*\\bd{3,4}"));
     format.remove(weekdayFirst);

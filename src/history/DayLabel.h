@@ -5,12 +5,12 @@
 
 namespace quellora {
 
-/// Heading of a day in a list: "Today", "Yesterday" or the date in the medium style of @p locale,
-/// each in local time.
+/// Day heading in a list, in local time: "Today", "Yesterday" or the date in the medium style of
+/// @p locale.
 QString dayLabel(const QDateTime &moment, const QDateTime &now, const QLocale &locale);
 
-/// Pattern of a date with an abbreviated month and no weekday, derived from the long style of
-/// @p locale, which has no medium one.
+/// Date pattern with an abbreviated month and no weekday, derived from the long format of
+/// @p locale because QLocale has no medium format.
 QString mediumDateFormat(const QLocale &locale);
 
 } // namespace quellora

@@ -13,9 +13,9 @@ void log(const QString &message)
     Log::event(QStringLiteral("[OverlayWindowController] ") + message);
 }
 
-/// Changes in one go. A few microseconds each with their rows on show; threads that came from a
-/// backup can be in any order and make thousands.
-constexpr int changesAtATime = 32;
+/// Changes applied per event loop iteration. Each takes a few microseconds while its row is
+/// visible, but threads restored from a backup can be in any order and cause thousands of changes.
+constexpr int changesPerIteration = 32;
 
 } // namespace
 
@@ -23,11 +23,12 @@ HistoryController::HistoryController(ThreadLibrary &library, ThreadController &t
                                      QObject *parent)
     : QObject(parent), m_library(library), m_threads(threads)
 {
-    m_more.setSingleShot(true);
-    m_more.setInterval(0);
-    connect(&m_more, &QTimer::timeout, this, &HistoryController::applyChanges);
-    connect(&m_threads, &ThreadController::endedThreadChanged, this,
-            [this](const QUuid &id) { m_isWantedStale = m_isWantedStale || id == m_wanted; });
+    m_continueTimer.setSingleShot(true);
+    m_continueTimer.setInterval(0);
+    connect(&m_continueTimer, &QTimer::timeout, this, &HistoryController::applyChanges);
+    connect(&m_threads, &ThreadController::endedThreadChanged, this, [this](const QUuid &id) {
+        m_isRequestStale = m_isRequestStale || id == m_requestedId;
+    });
 }
 
 HistoryController::~HistoryController()
@@ -54,7 +55,7 @@ void HistoryController::close()
         return;
     m_isOpen = false;
     m_isRenaming = false;
-    m_wanted = {};
+    m_requestedId = {};
     stopLoading();
     logOpen();
     Q_EMIT openChanged();
@@ -71,11 +72,11 @@ void HistoryController::loadAllSessions()
 {
     stopLoading();
     m_listed.beginReading();
-    m_read = 0;
-    m_total = 0;
+    m_threadsRead = 0;
+    m_totalThreads = 0;
     m_listing = std::make_unique<ListWatcher>();
     connect(m_listing.get(), &QFutureWatcherBase::resultReadyAt, this,
-            [this](int index) { batchArrived(m_listing->resultAt(index)); });
+            [this](int index) { onBatchRead(m_listing->resultAt(index)); });
     connect(m_listing.get(), &QFutureWatcherBase::finished, this,
             &HistoryController::listingFinished);
     m_listing->setFuture(m_library.list());
@@ -86,16 +87,16 @@ void HistoryController::stopLoading()
 {
     if (!m_listing)
         return;
-    m_more.stop();
+    m_continueTimer.stop();
     m_listed.abandonReading();
     m_listing->disconnect(this);
     m_listing->cancel();
-    // It may be the one whose signal is being handled.
+    // Deleted later because one of its signals may be being handled.
     m_listing.release()->deleteLater();
     Q_EMIT progressChanged();
 }
 
-void HistoryController::batchArrived(const ThreadLibrary::Result<ThreadBatch> &batch)
+void HistoryController::onBatchRead(const ThreadLibrary::Result<ThreadBatch> &batch)
 {
     if (!batch) {
         log(QStringLiteral("ERROR: Failed to list sessions for History sidebar: ") +
@@ -109,8 +110,8 @@ void HistoryController::batchArrived(const ThreadLibrary::Result<ThreadBatch> &b
         log(QStringLiteral("WARNING: Session %1 left out of History (non-fatal): %2")
                 .arg(uuidText(skipped.id), skipped.reason));
     }
-    m_read += batch->threads.size() + batch->skipped.size();
-    m_total = batch->total;
+    m_threadsRead += batch->threads.size() + batch->skipped.size();
+    m_totalThreads = batch->total;
     m_listed.add(batch->threads);
     applyChanges();
     Q_EMIT progressChanged();
@@ -119,11 +120,11 @@ void HistoryController::batchArrived(const ThreadLibrary::Result<ThreadBatch> &b
 void HistoryController::applyChanges()
 {
     using Kind = ListedThreads::Change::Kind;
-    for (int i = 0; i < changesAtATime; ++i) {
+    for (int i = 0; i < changesPerIteration; ++i) {
         const auto change = m_listed.applyNext();
         if (!change) {
             if (m_listing && m_listed.isComplete())
-                readingDone();
+                finishLoading();
             return;
         }
         switch (change->kind) {
@@ -138,7 +139,7 @@ void HistoryController::applyChanges()
             break;
         }
     }
-    m_more.start();
+    m_continueTimer.start();
 }
 
 void HistoryController::listingFinished()
@@ -147,7 +148,7 @@ void HistoryController::listingFinished()
     applyChanges();
 }
 
-void HistoryController::readingDone()
+void HistoryController::finishLoading()
 {
     m_listing.release()->deleteLater();
     logOpen();
@@ -159,18 +160,19 @@ void HistoryController::loadSession(const QUuid &id)
     setNotice({});
     if (const auto &current = m_threads.currentSession(); current && current->id == id) {
         m_threads.continueThread();
-        opened(*current);
+        onThreadOpened(*current);
         return;
     }
-    m_wanted = id;
-    m_isWantedStale = false;
+    m_requestedId = id;
+    m_isRequestStale = false;
     whenFinished(m_library.load(id), this,
                  [this, id](const ThreadLibrary::Result<CaptureSession> &session) {
-                     if (m_wanted != id)
+                     if (m_requestedId != id)
                          return;
-                     m_wanted = {};
-                     // Opened as it was, it would lose what has come since with its next save.
-                     if (m_isWantedStale) {
+                     m_requestedId = {};
+                     // The thread changed while it was loading; its next save would lose the
+                     // change.
+                     if (m_isRequestStale) {
                          loadSession(id);
                          return;
                      }
@@ -181,11 +183,11 @@ void HistoryController::loadSession(const QUuid &id)
                          return;
                      }
                      m_threads.openFromHistory(*session);
-                     opened(*session);
+                     onThreadOpened(*session);
                  });
 }
 
-void HistoryController::opened(const CaptureSession &session)
+void HistoryController::onThreadOpened(const CaptureSession &session)
 {
     close();
     Q_EMIT threadOpened();
@@ -199,9 +201,9 @@ void HistoryController::opened(const CaptureSession &session)
 void HistoryController::deleteSession(const QUuid &id)
 {
     setNotice({});
-    if (m_wanted == id)
-        m_wanted = {};
-    // The thread and its answers stay as they are until its files have gone.
+    if (m_requestedId == id)
+        m_requestedId = {};
+    // The thread and its answers stay until its files are removed.
     m_threads.suspendSaving(id);
     whenFinished(m_library.remove(id), this,
                  [this, id](const ThreadLibrary::Result<void> &removed) {
@@ -215,12 +217,12 @@ void HistoryController::deleteSession(const QUuid &id)
                      Q_EMIT threadDeleted(id);
                      if (m_threads.forget(id))
                          Q_EMIT currentThreadDeleted();
-                     deleted(id);
+                     onThreadDeleted(id);
                      log(QStringLiteral("Session %1 deleted").arg(uuidText(id)));
                  });
 }
 
-void HistoryController::deleted(const QUuid &id)
+void HistoryController::onThreadDeleted(const QUuid &id)
 {
     const qsizetype position = m_listed.remove(id);
     if (position >= 0)
@@ -236,7 +238,7 @@ void HistoryController::renameSession(const QUuid &id, const QString &title)
     const QString trimmed = title.trimmed();
     const std::optional<QString> before = historySessions().at(position).customTitle;
     const std::optional<QString> after = trimmed.isEmpty() ? std::nullopt : std::optional(trimmed);
-    // Shown at once; a failure takes it back.
+    // Show the new title at once and revert it on failure.
     applyTitle(id, after);
     whenFinished(m_library.updateTitle(id, after), this,
                  [this, id, before](const ThreadLibrary::Result<void> &updated) {
@@ -254,7 +256,7 @@ void HistoryController::renameSession(const QUuid &id, const QString &title)
 void HistoryController::applyTitle(const QUuid &id, const std::optional<QString> &title)
 {
     m_threads.setCustomTitle(id, title);
-    m_isWantedStale = m_isWantedStale || id == m_wanted;
+    m_isRequestStale = m_isRequestStale || id == m_requestedId;
     const qsizetype position = m_listed.setTitle(id, title);
     if (position >= 0)
         Q_EMIT sessionChanged(position);

@@ -13,8 +13,8 @@ namespace quellora {
 
 class ThreadController;
 
-/// State of the History sidebar: the list of stored threads, newest first, and what can be done
-/// with them. Main thread only; the disk is used by the library's worker.
+/// State and actions of the History sidebar with its list of stored threads, newest first. Main
+/// thread only; disk access happens on the library's worker.
 class HistoryController : public QObject
 {
     Q_OBJECT
@@ -24,29 +24,29 @@ public:
     ~HistoryController() override;
 
     bool isHistorySidebarOpen() const { return m_isOpen; }
-    /// A title is being typed: Escape ends that and nothing else.
+    /// Whether a title is being edited; Escape then cancels only the editing.
     bool isRenamingHistoryRow() const { return m_isRenaming; }
     void setRenamingHistoryRow(bool isRenaming) { m_isRenaming = isRenaming; }
-    /// The list is being read.
+    /// Whether the list is being read.
     bool isLoading() const { return m_listing != nullptr; }
-    /// Threads read so far, left-out ones included, and threads on disk.
-    qsizetype threadsRead() const { return m_read; }
-    qsizetype threadsInAll() const { return m_total; }
+    /// Number of threads read so far, including skipped ones, and number of threads on disk.
+    qsizetype threadsRead() const { return m_threadsRead; }
+    qsizetype threadsInAll() const { return m_totalThreads; }
     const QList<ThreadSummary> &historySessions() const { return m_listed.threads(); }
-    /// What went wrong last, for the user; empty when nothing did.
+    /// The last action's error for the user; empty if there was none.
     const QString &notice() const { return m_notice; }
 
-    /// Opens the sidebar and reads the list anew, or closes it.
+    /// Toggles the sidebar; opening it reloads the list.
     void historyButtonClicked();
-    /// Closes an open sidebar.
+    /// Closes the sidebar if it is open.
     void close();
-    /// Makes a stored thread current and closes the sidebar. The thread that is current already
-    /// stays as it is in memory, with whatever of it is not kept on disk.
+    /// Makes a stored thread current and closes the sidebar. If it is the current thread already,
+    /// it is not reloaded, so that its unsaved entries are not lost.
     void loadSession(const QUuid &id);
-    /// Deletes a thread for good. The current thread ends with it; when its files cannot be
-    /// removed, everything stays as it is.
+    /// Deletes a thread permanently and ends it if it is current. Nothing changes if its files
+    /// cannot be removed.
     void deleteSession(const QUuid &id);
-    /// Gives a thread a title of its own; a blank one brings the derived title back.
+    /// Sets a thread's custom title; a blank one restores the derived title.
     void renameSession(const QUuid &id, const QString &title);
 
 Q_SIGNALS:
@@ -54,23 +54,23 @@ Q_SIGNALS:
     /// isLoading(), threadsRead() or threadsInAll() changed.
     void progressChanged();
     void noticeChanged();
-    /// historySessions() has become empty.
+    /// historySessions() has been cleared.
     void sessionsReset();
-    /// @p count threads came in at position @p first.
+    /// @p count threads were inserted at position @p first.
     void sessionsInserted(qsizetype first, qsizetype count);
-    /// @p count threads from position @p first on are no longer on the disk.
+    /// @p count threads were removed from position @p first on.
     void sessionsRemoved(qsizetype first, qsizetype count);
-    /// The thread at this position has another title or other contents.
+    /// The title or contents of the thread at this position changed.
     void sessionChanged(qsizetype position);
-    /// The user deleted the thread that was at this position.
+    /// The user deleted the thread at this position.
     void sessionDeleted(qsizetype position);
 
-    /// A thread became current and is to be shown.
+    /// A stored thread became current and must be shown.
     void threadOpened();
-    /// The thread with this id has been deleted and is about to be forgotten: nothing may bring it
-    /// back.
+    /// A thread has been deleted and is about to be forgotten; handlers must drop their references
+    /// so that it is not saved again.
     void threadDeleted(const QUuid &id);
-    /// The current thread has been deleted; the answer's area is to be emptied.
+    /// The current thread has been deleted; the answer area must be cleared.
     void currentThreadDeleted();
 
 private:
@@ -78,30 +78,30 @@ private:
 
     void loadAllSessions();
     void stopLoading();
-    void batchArrived(const ThreadLibrary::Result<ThreadBatch> &batch);
+    void onBatchRead(const ThreadLibrary::Result<ThreadBatch> &batch);
     void listingFinished();
-    void readingDone();
+    void finishLoading();
     void applyChanges();
     void setNotice(const QString &notice);
     void logOpen() const;
-    void opened(const CaptureSession &session);
-    void deleted(const QUuid &id);
+    void onThreadOpened(const CaptureSession &session);
+    void onThreadDeleted(const QUuid &id);
     void applyTitle(const QUuid &id, const std::optional<QString> &title);
 
     ThreadLibrary &m_library;
     ThreadController &m_threads;
     std::unique_ptr<ListWatcher> m_listing;
     ListedThreads m_listed;
-    /// Goes on with changes that would have kept everything else waiting.
-    QTimer m_more;
+    /// Continues applying changes in the next event loop iteration.
+    QTimer m_continueTimer;
     bool m_isOpen = false;
     bool m_isRenaming = false;
-    qsizetype m_read = 0;
-    qsizetype m_total = 0;
-    /// The thread that was asked for last; an answer for another one comes too late.
-    QUuid m_wanted;
-    /// What is being read has changed meanwhile.
-    bool m_isWantedStale = false;
+    qsizetype m_threadsRead = 0;
+    qsizetype m_totalThreads = 0;
+    /// The thread requested last; results for others are outdated.
+    QUuid m_requestedId;
+    /// The requested thread changed while it was being loaded.
+    bool m_isRequestStale = false;
     QString m_notice;
 };
 

@@ -38,7 +38,7 @@ void ListedThreads::abandonReading()
     m_incoming.clear();
     m_next = 0;
     m_isComplete = false;
-    m_swept = std::numeric_limits<qsizetype>::max();
+    m_sweepEnd = std::numeric_limits<qsizetype>::max();
     m_stale.clear();
 }
 
@@ -55,7 +55,7 @@ std::optional<ListedThreads::Change> ListedThreads::applyNext()
     return m_isComplete ? removeStale() : std::nullopt;
 }
 
-/// As it was read, with what the user did since.
+/// The thread as read from disk, with a title that the user has set since.
 ThreadSummary ListedThreads::incoming(qsizetype at) const
 {
     ThreadSummary thread = m_incoming.at(at);
@@ -94,7 +94,7 @@ std::optional<ListedThreads::Change> ListedThreads::updateKnown(ThreadSummary th
     key.updatedAt = m_stale.take(thread.id);
     const qsizetype position = lowerBound(key);
     if (key.updatedAt != thread.updatedAt) {
-        // Comes in again at its new place.
+        // The next call inserts it at its new position.
         m_threads.removeAt(position);
         return Change{Change::Kind::Removed, position, 1};
     }
@@ -110,7 +110,7 @@ std::optional<ListedThreads::Change> ListedThreads::insertRun()
     QList<ThreadSummary> run{incoming(m_next)};
     const qsizetype position = lowerBound(run.constFirst());
     const bool isAtEnd = position == m_threads.size();
-    // Folders whose names differ in case only are one thread.
+    // Folders whose names differ only in case are the same thread.
     if (!isAtEnd && m_threads.at(position).id == run.constFirst().id) {
         ++m_next;
         return std::nullopt;
@@ -136,17 +136,17 @@ std::optional<ListedThreads::Change> ListedThreads::insertRun()
 std::optional<ListedThreads::Change> ListedThreads::removeStale()
 {
     const auto isStale = [this](qsizetype at) { return m_stale.contains(m_threads.at(at).id); };
-    m_swept = std::min(m_swept, m_threads.size());
-    // From the end, so that the positions still to be looked at stay the same.
-    while (m_swept > 0 && !m_stale.isEmpty()) {
-        const qsizetype end = m_swept;
-        while (m_swept > 0 && isStale(m_swept - 1))
-            m_stale.remove(m_threads.at(--m_swept).id);
-        if (m_swept < end) {
-            m_threads.remove(m_swept, end - m_swept);
-            return Change{Change::Kind::Removed, m_swept, end - m_swept};
+    m_sweepEnd = std::min(m_sweepEnd, m_threads.size());
+    // From the end, so that removals do not shift the positions still to be checked.
+    while (m_sweepEnd > 0 && !m_stale.isEmpty()) {
+        const qsizetype end = m_sweepEnd;
+        while (m_sweepEnd > 0 && isStale(m_sweepEnd - 1))
+            m_stale.remove(m_threads.at(--m_sweepEnd).id);
+        if (m_sweepEnd < end) {
+            m_threads.remove(m_sweepEnd, end - m_sweepEnd);
+            return Change{Change::Kind::Removed, m_sweepEnd, end - m_sweepEnd};
         }
-        --m_swept;
+        --m_sweepEnd;
     }
     return std::nullopt;
 }
@@ -159,8 +159,8 @@ qsizetype ListedThreads::remove(const QUuid &id)
     if (position < 0)
         return position;
     m_threads.removeAt(position);
-    if (position < m_swept && m_swept <= m_threads.size())
-        --m_swept;
+    if (position < m_sweepEnd && m_sweepEnd <= m_threads.size())
+        --m_sweepEnd;
     return position;
 }
 

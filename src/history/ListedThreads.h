@@ -10,13 +10,13 @@
 
 namespace quellora {
 
-/// The list of stored threads on show, newest first, and how a new reading of the disk changes it:
-/// row by row instead of all at once, so that whoever looks at it keeps their place. What the
-/// reading has not come to yet stays until its end.
+/// The displayed list of stored threads, newest first. A reload is merged row by row instead of
+/// replacing the list, so that views keep their scroll position and selection. Threads that the
+/// reload has not reached stay listed until it ends.
 class ListedThreads
 {
 public:
-    /// What happened to the rows from @c first on.
+    /// A change of @c count rows from @c first on.
     struct Change
     {
         enum class Kind { Inserted, Removed, Changed };
@@ -29,23 +29,25 @@ public:
     };
 
     const QList<ThreadSummary> &threads() const { return m_threads; }
-    /// -1 for a thread that is not in the list.
+    /// -1 if the thread is not in the list.
     qsizetype positionOf(const QUuid &id) const;
 
     void beginReading();
-    /// A part of the reading, newest first; takes effect with applyNext().
+    /// Adds a batch of the reload, newest first; applyNext() merges it.
     void add(const QList<ThreadSummary> &threads);
-    /// All parts have been added: what none of them held goes, with applyNext().
+    /// All batches have been added; applyNext() then removes the threads that none contained.
     void endReading();
     bool isComplete() const { return m_isComplete; }
-    /// Forgets the reading; what it has changed stays changed.
+    /// Cancels the reload; changes already applied remain.
     void abandonReading();
-    /// Makes the next change; none when there is nothing to change at present.
+    /// Applies the next pending change and returns it; nullopt if there is none.
     std::optional<Change> applyNext();
 
-    /// The user removed this thread; the reading may have seen it before. Returns where it was.
+    /// Removes a thread that the user deleted, even if the running reload has already read it.
+    /// Returns its former position or -1.
     qsizetype remove(const QUuid &id);
-    /// The user changed its title, likewise. Returns where it is.
+    /// Sets a title, which also overrides the one read by the running reload. Returns the thread's
+    /// position or -1.
     qsizetype setTitle(const QUuid &id, const std::optional<QString> &title);
     void clear();
 
@@ -58,14 +60,14 @@ private:
     qsizetype lowerBound(const ThreadSummary &thread) const;
 
     QList<ThreadSummary> m_threads;
-    /// Read and not yet in the list; everything before m_next is.
+    /// Threads read from disk; those before m_next are already merged.
     QList<ThreadSummary> m_incoming;
     qsizetype m_next = 0;
     bool m_isComplete = false;
-    /// Threads of earlier readings that this one has not come to, with the time they are sorted by.
+    /// Threads listed before that the reload has not reached, with the time they are sorted by.
     QHash<QUuid, QDateTime> m_stale;
-    /// Everything from here on has been searched for stale threads.
-    qsizetype m_swept = 0;
+    /// Positions from here on have been searched for stale threads.
+    qsizetype m_sweepEnd = 0;
     QSet<QUuid> m_removed;
     QHash<QUuid, std::optional<QString>> m_titles;
 };

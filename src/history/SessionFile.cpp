@@ -10,11 +10,11 @@ namespace {
 
 QString dateText(const QDateTime &date)
 {
-    // Seconds only, with a "Z" because of UTC.
+    // UTC in whole seconds, with the suffix "Z".
     return date.toUTC().toString(Qt::ISODate);
 }
 
-/// Reads members of one object; remembers the first that is missing or wrong.
+/// Reads the members of one object and records the first error.
 class Reader
 {
 public:
@@ -57,7 +57,7 @@ public:
         return value.toInteger();
     }
 
-    /// Null when no screenshot went with the question; absent when that was not recorded.
+    /// Null if the question was sent without a screenshot; absent in files from before this key.
     std::optional<CaptureSession::TurnScreenshot> screenshotIndex()
     {
         const char *key = "screenshotIndex";
@@ -125,7 +125,7 @@ QByteArray SessionFile::encode() const
             QJsonObject{{QStringLiteral("index"), screenshot.index},
                         {QStringLiteral("capturedAt"), dateText(screenshot.capturedAt)}});
     }
-    // JSON objects keep their keys sorted.
+    // QJsonObject writes its keys sorted.
     QJsonObject object{{QStringLiteral("id"), uuidText(id)},
                        {QStringLiteral("createdAt"), dateText(createdAt)},
                        {QStringLiteral("updatedAt"), dateText(updatedAt)},

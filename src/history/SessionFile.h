@@ -8,7 +8,7 @@
 
 namespace quellora {
 
-/// The kept part of a thread as it is stored in `session.json`; the images are files of their own.
+/// The kept part of a thread as stored in `session.json`; images are separate files.
 struct SessionFile
 {
     struct ScreenshotMetadata
@@ -25,9 +25,9 @@ struct SessionFile
     QList<ScreenshotMetadata> screenshots;
     std::optional<QString> customTitle;
 
-    /// Pretty-printed UTF-8 JSON with sorted keys; dates in UTC with second precision.
+    /// Indented UTF-8 JSON with sorted keys; dates in UTC with second precision.
     QByteArray encode() const;
-    /// @return the record, or which key is wrong
+    /// @return the record, or a message naming the first invalid key
     static tl::expected<SessionFile, QString> decode(const QByteArray &json);
 };
 

@@ -20,7 +20,7 @@ StoredThreadLibrary::~StoredThreadLibrary()
 {
     for (auto &list : m_lists)
         list.cancel();
-    // What waits in there speaks to this object.
+    // Queued jobs refer to this object.
     m_saver.flush();
     m_readers.waitForDone();
 }
@@ -31,7 +31,7 @@ StoredThreadLibrary::afterSaves(std::function<Result<T>()> work)
 {
     auto promise = std::make_shared<QPromise<Result<T>>>();
     promise->start();
-    // What could not be saved so far belongs to the thread that is asked for.
+    // A failed save may belong to the requested thread, so retry it first.
     m_saver.retryFailed();
     m_saver.runAfterSaves([promise, work = std::move(work)] {
         promise->addResult(work());

@@ -7,14 +7,14 @@
 
 namespace quellora {
 
-/// The threads in the store. Opening, renaming and deleting take their turn behind the saves asked
-/// for before; a list is read beside them, so that a long one keeps nobody waiting.
+/// ThreadLibrary over the store. Loading, renaming and deleting run in the saver's queue after
+/// earlier saves; lists are then read on a separate worker, so that a long one does not block it.
 class StoredThreadLibrary : public ThreadLibrary
 {
 public:
     /// Both borrowed.
     StoredThreadLibrary(const CaptureSessionStore &store, BackgroundThreadSaver &saver);
-    /// Gives up lists that are still being read, waits for everything else.
+    /// Cancels running lists and blocks until all other work is done.
     ~StoredThreadLibrary() override;
 
     QFuture<Result<ThreadBatch>> list() override;

@@ -19,9 +19,9 @@ ThreadController::ThreadController(const Settings &settings, ThreadSaver *saver,
     : QObject(parent), m_settings(settings), m_saver(saver), m_clock(std::move(clock))
 {
     connect(&m_settings, &Settings::keepAIHistoryEnabledChanged, this,
-            &ThreadController::markWhenKept);
+            &ThreadController::markForPersistence);
     if (m_saver)
-        connect(m_saver, &ThreadSaver::stateChanged, this, &ThreadController::saverReported);
+        connect(m_saver, &ThreadSaver::stateChanged, this, &ThreadController::onSaveStateChanged);
 }
 
 SaveState ThreadController::saveState() const
@@ -31,8 +31,8 @@ SaveState ThreadController::saveState() const
     SaveState state = m_saver->stateOf(m_current->id);
     if (state.kind == SaveState::Kind::Failed)
         return state;
-    // Of a thread that is not kept, only what the user deleted can be missing on the disk; an empty
-    // one is not there at all.
+    // A thread that is not marked is saved only when the user deletes something from it; an empty
+    // one is not stored at all.
     if (!m_current->isMarkedForPersistence() || m_current->keptPart().isEmpty())
         return {};
     if (state.kind == SaveState::Kind::None && m_loadedFromHistory)
@@ -46,7 +46,7 @@ void ThreadController::retrySaving()
         save(*m_current, saveFailure);
 }
 
-void ThreadController::saverReported(const QUuid &threadId)
+void ThreadController::onSaveStateChanged(const QUuid &threadId)
 {
     const SaveState state = m_saver->stateOf(threadId);
     const bool isCurrent = m_current && m_current->id == threadId;
@@ -76,12 +76,12 @@ void ThreadController::restoreNotes(const QString &reason)
     }
     if (!isRestored)
         return;
-    // What is tried next is the thread as it is shown.
-    setShortenedSession(session);
+    // The next save writes the thread as shown, with its notes.
+    setSessionAfterRemoval(session);
     Q_EMIT noteDeletionFailed(reason);
 }
 
-void ThreadController::markWhenKept()
+void ThreadController::markForPersistence()
 {
     if (!m_settings.keepAIHistoryEnabled() || !m_current)
         return;
@@ -117,11 +117,11 @@ void ThreadController::beginNextThread()
         next.addScreenshot(m_staged->imageData, m_staged->capturedAt, m_clock());
         m_staged = next.screenshots.constLast();
         markForQuery(next);
-        // Saved in the new thread before it is removed from the old one.
+        // Save it in the new thread before removing it from the old one.
         saveIfNeeded(next, saveFailure);
     }
     saveIfNeeded(ending, commitFailure);
-    leaveThread();
+    resetCurrentThread();
     m_current = next;
     Q_EMIT sessionChanged();
 }
@@ -144,13 +144,13 @@ std::optional<qint64> ThreadController::stagedIndex() const
 void ThreadController::setCurrentSession(const CaptureSession &session)
 {
     if (!m_current || m_current->id != session.id)
-        leaveThread();
+        resetCurrentThread();
     m_current = session;
     saveIfNeeded(*m_current, saveFailure);
     Q_EMIT sessionChanged();
 }
 
-void ThreadController::setShortenedSession(const CaptureSession &session)
+void ThreadController::setSessionAfterRemoval(const CaptureSession &session)
 {
     setCurrentSession(session);
     // Deletions are saved even while additions are not.
@@ -184,7 +184,7 @@ void ThreadController::removeStagedScreenshot()
     CaptureSession session = *m_current;
     if (!session.removeScreenshot(index))
         return;
-    setShortenedSession(session);
+    setSessionAfterRemoval(session);
     Q_EMIT screenshotRemoved(session.id, index);
 }
 
@@ -250,7 +250,7 @@ bool ThreadController::removeNote(const QUuid &noteId)
     session.removeNote(noteId);
     if (m_saver && (session.isMarkedForPersistence() || session.storedPart))
         m_removedNotes.append(removed);
-    setShortenedSession(session);
+    setSessionAfterRemoval(session);
     return true;
 }
 
@@ -261,8 +261,8 @@ void ThreadController::suspendSaving(const QUuid &threadId)
 
 void ThreadController::resumeSaving(const QUuid &threadId)
 {
-    if (const auto waiting = m_suspended.take(threadId))
-        save(waiting->session, waiting->failurePrefix);
+    if (const auto deferred = m_suspended.take(threadId))
+        save(deferred->session, deferred->failurePrefix);
 }
 
 bool ThreadController::forget(const QUuid &threadId)
@@ -272,7 +272,7 @@ bool ThreadController::forget(const QUuid &threadId)
         it->ended.reset();
     if (!m_current || m_current->id != threadId)
         return false;
-    leaveThread();
+    resetCurrentThread();
     clearStagedScreenshot();
     Q_EMIT sessionChanged();
     return true;
@@ -309,12 +309,12 @@ void ThreadController::endCurrentThread()
         if (auto it = m_retained.find(m_current->id); it != m_retained.end())
             it->ended = *m_current;
     }
-    leaveThread();
+    resetCurrentThread();
     clearStagedScreenshot();
     Q_EMIT sessionChanged();
 }
 
-void ThreadController::leaveThread()
+void ThreadController::resetCurrentThread()
 {
     if (m_current)
         m_nextScreenshotIndex.insert(m_current->id, m_current->nextScreenshotIndex);
@@ -348,8 +348,8 @@ void ThreadController::saveIfNeeded(const CaptureSession &session, const QString
 
 void ThreadController::save(const CaptureSession &session, const QString &failurePrefix)
 {
-    if (const auto waiting = m_suspended.find(session.id); waiting != m_suspended.end())
-        *waiting = WaitingSave{session, failurePrefix};
+    if (const auto deferred = m_suspended.find(session.id); deferred != m_suspended.end())
+        *deferred = DeferredSave{session, failurePrefix};
     else
         m_saver->save(session, failurePrefix);
 }

@@ -13,95 +13,98 @@
 
 namespace quellora {
 
-/// Owner of the current thread and the staged screenshot. When the user turns keeping threads on,
-/// it marks the current thread: what comes from then on is kept. Main thread only.
+/// Owns the current thread and the staged screenshot. When the user turns on history keeping, marks
+/// the current thread so that its further entries are kept. Main thread only.
 class ThreadController : public QObject
 {
     Q_OBJECT
 public:
     using Clock = std::function<QDateTime()>;
 
-    /// @param settings, saver borrowed; no saver keeps every thread in memory only
+    /// @param settings borrowed
+    /// @param saver borrowed; if null, threads are kept in memory only
     ThreadController(
         const Settings &settings, ThreadSaver *saver,
         Clock clock = [] { return QDateTime::currentDateTime(); }, QObject *parent = nullptr);
 
     const std::optional<CaptureSession> &currentSession() const { return m_current; }
-    /// How far what is kept of the current thread is on the disk.
+    /// Whether the kept part of the current thread has been saved.
     SaveState saveState() const;
-    /// Saves the current thread once more after a failure.
+    /// Retries a failed save of the current thread.
     void retrySaving();
     bool isSessionLoadedFromHistory() const { return m_loadedFromHistory; }
-    /// The screenshot of the current thread that goes with the next question.
+    /// The screenshot to send with the next question; part of the current thread.
     const std::optional<CaptureSession::Screenshot> &stagedScreenshot() const { return m_staged; }
     bool hasAttachedScreenshot() const { return m_staged.has_value(); }
 
-    /// The current thread, created when there is none.
+    /// A copy of the current thread, or a new thread if there is none.
     CaptureSession takeOrCreate();
-    /// The thread that a question is about to go to: the current one or, where each send begins a
-    /// thread and the current one has its answer, a new one, to which the staged screenshot moves.
-    /// With history keeping on it has its persistence starting point.
+    /// The thread for the next question: the current one or, if each send starts a new thread and
+    /// endThreadAtNextSend() was called, a new one that takes over the staged screenshot. Marked
+    /// for persistence if history keeping is on.
     CaptureSession threadForQuery();
-    /// Replaces the current thread and saves it when it is marked for persistence.
+    /// Replaces the current thread and saves it if it is marked for persistence.
     void setCurrentSession(const CaptureSession &session);
 
-    /// Adds a screenshot to the current thread (created when needed) and keeps it for the next
+    /// Adds a screenshot to the current thread, created if needed, and stages it for the next
     /// question.
+    /// @param jpeg encoded image
     void stageScreenshot(const QByteArray &jpeg);
-    /// The screenshot does not wait any more; it stays in its thread.
+    /// Unstages the screenshot; it stays in its thread.
     void clearStagedScreenshot();
-    /// The user does not want the screenshot that waits: it leaves the thread, too, also on disk.
+    /// Unstages the screenshot and removes it from its thread, also on disk.
     void removeStagedScreenshot();
 
-    /// Adds a finished answer to the thread @p threadId, be it current or one that ended while its
-    /// answer was still under way. Returns whether that thread is the current one.
-    /// @param screenshot what went with the question, if anything
+    /// Adds a finished answer to the thread @p threadId, which is current or retained. Returns
+    /// whether it is the current one.
+    /// @param screenshot the screenshot sent with the question, if any
     bool addTurn(const QUuid &threadId, const QString &prompt, const QString &response,
                  const std::optional<CaptureSession::Screenshot> &screenshot = std::nullopt);
-    /// While an answer for @p threadId is under way its thread outlives its end.
+    /// Keeps a thread available for addTurn() after it ends, while an answer is streaming. Calls
+    /// are counted; each must be matched by release().
     void retain(const QUuid &threadId);
     void release(const QUuid &threadId);
 
-    /// Appends a note to the current thread (created when needed); blank texts change nothing.
+    /// Appends a note to the current thread, created if needed. Returns false for a blank text.
     bool addNote(const QString &text);
-    /// Removes a note of the current thread. It comes back, with noteDeletionFailed(), when the
-    /// thread cannot be saved without it.
+    /// Removes a note of the current thread; returns false if there is none with this id. If saving
+    /// the thread fails, the note is restored and noteDeletionFailed() emitted.
     bool removeNote(const QUuid &noteId);
 
-    /// The thread is being deleted: saves of it wait for the outcome, because after the deletion
-    /// they would write it again. Either forget() or resumeSaving() follows.
+    /// Defers saves of a thread that is being deleted, because a later save would create it again.
+    /// Must be followed by forget() or resumeSaving().
     void suspendSaving(const QUuid &threadId);
-    /// The thread was not deleted: makes up for the save that waits, if any.
+    /// The deletion failed: performs the deferred save, if any.
     void resumeSaving(const QUuid &threadId);
-    /// Forgets a thread that has been deleted, without saving it: neither it nor an answer that is
-    /// still under way for it comes back. Returns whether it was the current one.
+    /// Drops a deleted thread without saving it, including answers still streaming for it. Returns
+    /// whether it was the current one.
     bool forget(const QUuid &threadId);
-    /// Gives a thread another title wherever it is held, so that later saves keep it.
+    /// Sets the title on all copies of the thread in memory, so that later saves keep it.
     void setCustomTitle(const QUuid &threadId, const std::optional<QString> &title);
 
-    /// The current thread stays until the next question, which begins a thread of its own when each
-    /// send does.
+    /// Lets the next question start a new thread if the setting says that each send does; until
+    /// then the thread stays current.
     void endThreadAtNextSend();
-    /// The user goes on with the current thread: the next question is one of it.
+    /// Reverts endThreadAtNextSend(): the next question belongs to the current thread.
     void continueThread();
 
     /// Makes a stored thread current.
     void openFromHistory(const CaptureSession &session);
-    /// Saves the thread that ends and leaves none current, nothing staged.
+    /// Saves the current thread; afterwards there is no current thread and no staged screenshot.
     void endCurrentThread();
-    /// endCurrentThread(), then a new empty thread is current.
+    /// Ends the current thread and makes a new empty one current.
     void startNewThread();
 
 Q_SIGNALS:
     void sessionChanged();
-    /// A thread that has ended got its answer.
+    /// An answer was added to a thread that is no longer current.
     void endedThreadChanged(const QUuid &threadId);
     void stagedScreenshotChanged();
-    /// A screenshot has left its thread.
+    /// A screenshot was removed from its thread.
     void screenshotRemoved(const QUuid &threadId, qint64 index);
     /// saveState() may have changed.
     void saveStateChanged();
-    /// A note of the current thread is there again; @p reason is for the user.
+    /// A removed note of the current thread was restored; @p reason is shown to the user.
     void noteDeletionFailed(const QString &reason);
 
 private:
@@ -116,24 +119,24 @@ private:
         QUuid threadId;
         qsizetype position = 0;
         CaptureSession::Note note;
-        /// How many notes were stored before.
+        /// Number of stored notes before the removal.
         qint64 storedNotes = 0;
     };
-    struct WaitingSave
+    struct DeferredSave
     {
         CaptureSession session;
         QString failurePrefix;
     };
 
-    void markWhenKept();
+    void markForPersistence();
     void markForQuery(CaptureSession &session) const;
     std::optional<qint64> stagedIndex() const;
     void beginNextThread();
-    void setShortenedSession(const CaptureSession &session);
-    void leaveThread();
+    void setSessionAfterRemoval(const CaptureSession &session);
+    void resetCurrentThread();
     void saveIfNeeded(const CaptureSession &session, const QString &failurePrefix);
     void save(const CaptureSession &session, const QString &failurePrefix);
-    void saverReported(const QUuid &threadId);
+    void onSaveStateChanged(const QUuid &threadId);
     void restoreNotes(const QString &reason);
 
     const Settings &m_settings;
@@ -142,12 +145,13 @@ private:
     std::optional<CaptureSession> m_current;
     std::optional<CaptureSession::Screenshot> m_staged;
     QMap<QUuid, Retained> m_retained;
-    /// Of the threads that were left: the number of a removed screenshot is known nowhere else.
+    /// Next screenshot number of threads that were current before. Not derivable from the disk once
+    /// the last screenshot is removed.
     QHash<QUuid, qint64> m_nextScreenshotIndex;
-    /// Notes whose deletion has not reached the disk yet, in the order of the deletions.
+    /// Notes whose removal is not saved yet, in the order of removal.
     QList<RemovedNote> m_removedNotes;
-    /// Threads that are being deleted, with the latest save of each that waits.
-    QMap<QUuid, std::optional<WaitingSave>> m_suspended;
+    /// Threads being deleted, each with its latest deferred save.
+    QMap<QUuid, std::optional<DeferredSave>> m_suspended;
     bool m_loadedFromHistory = false;
     bool m_endsAtNextSend = false;
 };

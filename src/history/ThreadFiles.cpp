@@ -17,8 +17,9 @@ namespace {
 
 constexpr auto privateFile = QFileDevice::ReadOwner | QFileDevice::WriteOwner;
 
-/// What a file is called until it takes its place. QSaveFile alone would follow a link in that
-/// place, and the random names that it may leave behind could be a user's own ("x.backup").
+/// Suffix of a file that is being written. QSaveFile on the final name would follow a symbolic
+/// link there, and the random names that it may leave behind could match a user's own file
+/// ("x.backup").
 const QString unfinishedSuffix = QStringLiteral(".saving");
 
 class DiskReplacement : public FileReplacement
@@ -31,7 +32,7 @@ public:
 
     Result open() override
     {
-        // Without a buffer a write says at once that it failed, and why.
+        // Unbuffered, so that a write reports its failure and reason at once.
         if (!m_file.open(QIODevice::WriteOnly | QIODevice::Unbuffered))
             return failure();
         m_file.setPermissions(privateFile);
@@ -40,7 +41,7 @@ public:
 
     Result write(const QByteArray &content) override
     {
-        // A disk that runs full takes a part first and says why only when asked for more.
+        // A full disk causes a short write first; only the next write reports the reason.
         for (qsizetype at = 0; at < content.size();) {
             const qint64 written = m_file.write(content.constData() + at, content.size() - at);
             if (written <= 0)
@@ -52,7 +53,7 @@ public:
 
     Result commit() override
     {
-        // QSaveFile syncs too, but does not say when that failed.
+        // QSaveFile syncs too but ignores errors.
         if (const QString error = syncFileToDisk(m_file.handle()); !error.isEmpty())
             return tl::unexpected(error);
         if (!m_file.commit())
@@ -111,7 +112,7 @@ void DiskThreadFiles::syncFolder(const QString &path)
 
 void DiskThreadFiles::removeLeftovers(const QString &folder)
 {
-    // QSaveFile adds six random letters while it writes.
+    // QSaveFile appends six random letters while it writes.
     static const QRegularExpression leftover(
         QStringLiteral("\\A(session\\.json|screenshot--?\\d+\\.png)\\.saving(\\.[A-Za-z]{6})?\\z"));
     const QDir entries(folder);

@@ -9,41 +9,42 @@
 
 namespace quellora {
 
-/// A file that takes the place of another one, or of none, as a whole: until commit() has succeeded
-/// nothing of it can be seen, and what is not committed leaves no trace.
+/// Atomic replacement of a file: the target is unchanged until commit() succeeds, and an
+/// uncommitted replacement is discarded on destruction.
 class FileReplacement
 {
 public:
-    /// Nothing, or why not.
+    /// Success, or the reason of the failure.
     using Result = tl::expected<void, QString>;
 
     virtual ~FileReplacement() = default;
     virtual Result open() = 0;
     virtual Result write(const QByteArray &content) = 0;
-    /// The content is on the disk before the name shows it.
+    /// Syncs the content to the disk, then renames it to the target.
     virtual Result commit() = 0;
 };
 
-/// Every change that storing a thread makes on the file system, so that a test can let each one
-/// fail. Blocking; callable from any thread.
+/// All file system changes made while storing threads; an interface so that tests can inject
+/// failures. Blocking; may be called from any thread.
 class ThreadFiles
 {
 public:
     using Result = FileReplacement::Result;
 
     virtual ~ThreadFiles() = default;
-    /// Makes the folder and those above it that are missing; an existing one is a success.
+    /// Creates a folder and its missing parents; succeeds if it exists.
     virtual Result createFolder(const QString &path) = 0;
     virtual std::unique_ptr<FileReplacement> replacement(const QString &path) = 0;
     virtual Result removeFile(const QString &path) = 0;
-    /// Makes the names in a folder survive a loss of power, as far as the file system can.
+    /// Syncs a folder's entries to the disk, so that they survive a power loss where the file
+    /// system supports it.
     virtual void syncFolder(const QString &path) = 0;
-    /// Removes what interrupted replacements left in a thread's folder.
+    /// Removes temporary files of interrupted replacements from a thread's folder.
     virtual void removeLeftovers(const QString &folder) = 0;
 };
 
-/// ThreadFiles on the real disk. What it makes is readable by the user only. A symbolic link in the
-/// place of a file is replaced, never written through.
+/// ThreadFiles on the real disk. Files and folders are private to the user. A symbolic link in
+/// place of a file is replaced, never followed.
 class DiskThreadFiles : public ThreadFiles
 {
 public:
@@ -54,8 +55,8 @@ public:
     void removeLeftovers(const QString &folder) override;
 };
 
-/// The content of a regular file. Links, devices and pipes are refused: a folder that came from
-/// elsewhere must not show other files of the user, or block the reader.
+/// Reads a regular file. Links, devices and pipes are rejected, because a folder from an untrusted
+/// source must not expose the user's other files or block the reader.
 tl::expected<QByteArray, QString> readRegularFile(const QString &path);
 
 } // namespace quellora

@@ -7,7 +7,7 @@
 
 namespace quellora {
 
-/// A stored thread that a list leaves out, and why.
+/// A stored thread omitted from a list, and the reason.
 struct SkippedThread
 {
     QUuid id;
@@ -16,20 +16,20 @@ struct SkippedThread
     bool operator==(const SkippedThread &) const = default;
 };
 
-/// A part of the list of stored threads.
+/// One batch of the list of stored threads.
 struct ThreadBatch
 {
     /// Newest first.
     QList<ThreadSummary> threads;
     QList<SkippedThread> skipped;
-    /// Threads on disk in all, the same in every batch.
+    /// Total number of threads on disk, the same in every batch.
     qsizetype total = 0;
 };
 
-/// The stored threads, for whoever lists, opens, renames or deletes them.
+/// Lists, loads, renames and deletes the stored threads.
 ///
-/// Called on the main thread; the disk is used on a worker. Whatever is asked for happens in the
-/// order of the calls and after the saves asked for before it.
+/// Called on the main thread; disk access happens on a worker. Operations run in call order and
+/// after the saves requested before them.
 class ThreadLibrary
 {
 public:
@@ -38,13 +38,13 @@ public:
 
     virtual ~ThreadLibrary() = default;
 
-    /// All threads in batches, about newest first; a single error when the folder cannot be read.
-    /// Cancelling the future ends the reading.
+    /// All threads in batches, roughly newest first; a single error if the folder cannot be read.
+    /// Cancelling the future stops the reading.
     virtual QFuture<Result<ThreadBatch>> list() = 0;
     virtual QFuture<Result<CaptureSession>> load(const QUuid &id) = 0;
-    /// Removing an unknown thread is a success.
+    /// Succeeds for an unknown thread.
     virtual QFuture<Result<void>> remove(const QUuid &id) = 0;
-    /// Sets or removes the custom title and nothing else.
+    /// Changes only the custom title; nullopt removes it.
     virtual QFuture<Result<void>> updateTitle(const QUuid &id,
                                               const std::optional<QString> &customTitle) = 0;
 };

@@ -17,12 +17,13 @@ namespace {
 struct Candidate
 {
     QUuid id;
-    /// When the description changed.
-    qint64 changed = 0;
+    /// Modification time of the description.
+    qint64 modified = 0;
 };
 
-/// Calls @p work with 0 to @p count - 1, each number once and about in order, on this worker and,
-/// when there is more than one number and more than one processor, on a second one.
+/// Calls the functor that @p makeWork creates per worker with 0 to @p count - 1, each number once
+/// and roughly in order: on the calling thread and, given more than one number and processor, on a
+/// second one.
 template <typename MakeWork>
 void forEachOnTwoWorkers(qsizetype count, MakeWork makeWork)
 {
@@ -41,36 +42,37 @@ void forEachOnTwoWorkers(qsizetype count, MakeWork makeWork)
     second.join();
 }
 
-/// The threads on the disk, the last changed first.
-void sortByChange(QList<Candidate> &candidates, const QByteArray &root,
-                  const ThreadListing::Promise &promise)
+/// Sorts the threads by the modification time of their description, newest first.
+void sortByModificationTime(QList<Candidate> &candidates, const QByteArray &root,
+                            const ThreadListing::Promise &promise)
 {
-    constexpr qsizetype share = 500;
+    constexpr qsizetype chunkSize = 500;
     Candidate *const all = candidates.data();
     const qsizetype count = candidates.size();
-    forEachOnTwoWorkers((count + share - 1) / share, [&] {
+    forEachOnTwoWorkers((count + chunkSize - 1) / chunkSize, [&] {
         return [&](qsizetype part) {
-            const qsizetype end = std::min(count, (part + 1) * share);
-            for (qsizetype i = part * share; i < end && !promise.isCanceled(); ++i) {
-                all[i].changed =
+            const qsizetype end = std::min(count, (part + 1) * chunkSize);
+            for (qsizetype i = part * chunkSize; i < end && !promise.isCanceled(); ++i) {
+                all[i].modified =
                     fileStatus(ThreadSummaryReader::folderOf(root, all[i].id) + "/session.json")
                         .modified;
             }
         };
     });
     std::sort(candidates.begin(), candidates.end(), [](const auto &left, const auto &right) {
-        return left.changed != right.changed ? left.changed > right.changed : left.id < right.id;
+        return left.modified != right.modified ? left.modified > right.modified
+                                               : left.id < right.id;
     });
 }
 
-/// Where each batch begins, and the end of the last.
-QList<qsizetype> bordersOf(qsizetype count, ThreadListing::BatchSizes sizes)
+/// Start index of each batch, followed by the end of the last one.
+QList<qsizetype> batchBoundaries(qsizetype count, ThreadListing::BatchSizes sizes)
 {
-    QList<qsizetype> borders{0};
-    for (qsizetype size = sizes.first; borders.constLast() < count;
+    QList<qsizetype> boundaries{0};
+    for (qsizetype size = sizes.first; boundaries.constLast() < count;
          size = std::min(2 * size, sizes.largest))
-        borders.append(std::min(count, borders.constLast() + size));
-    return borders;
+        boundaries.append(std::min(count, boundaries.constLast() + size));
+    return boundaries;
 }
 
 } // namespace
@@ -87,13 +89,13 @@ void ThreadListing::read(const CaptureSessionStore &store, Promise &promise, Bat
     candidates.reserve(ids->size());
     for (const QUuid &id : *ids)
         candidates.append({id});
-    sortByChange(candidates, QFile::encodeName(*root), promise);
+    sortByModificationTime(candidates, QFile::encodeName(*root), promise);
 
-    const QList<qsizetype> borders = bordersOf(candidates.size(), sizes);
+    const QList<qsizetype> boundaries = batchBoundaries(candidates.size(), sizes);
     const auto readBatch = [&](ThreadSummaryReader &reader, qsizetype number) {
         ThreadBatch batch;
         batch.total = candidates.size();
-        for (qsizetype i = borders.at(number); i < borders.at(number + 1); ++i) {
+        for (qsizetype i = boundaries.at(number); i < boundaries.at(number + 1); ++i) {
             if (promise.isCanceled())
                 return;
             const QUuid &id = candidates.at(i).id;
@@ -107,10 +109,10 @@ void ThreadListing::read(const CaptureSessionStore &store, Promise &promise, Bat
     };
     if (candidates.isEmpty())
         return;
-    // The first rows wait for nobody.
+    // Deliver the first rows before starting a second worker.
     ThreadSummaryReader reader(*root);
     readBatch(reader, 0);
-    forEachOnTwoWorkers(borders.size() - 2, [&] {
+    forEachOnTwoWorkers(boundaries.size() - 2, [&] {
         return [&, own = std::make_unique<ThreadSummaryReader>(*root)](qsizetype i) {
             readBatch(*own, i + 1);
         };

@@ -6,26 +6,26 @@
 
 namespace quellora {
 
-/// Reads the list of all stored threads on the calling worker and, for long ones, on a second one.
+/// Reads the list of all stored threads on the calling worker and, for long lists, on a second one.
 ///
-/// Blocking, and lists may be read beside each other.
+/// Blocking; several lists may be read concurrently.
 class ThreadListing
 {
 public:
     using Promise = QPromise<ThreadLibrary::Result<ThreadBatch>>;
 
-    /// How many threads go into a batch: few at first, so that the first rows are there at once,
-    /// then twice as many each time.
+    /// Threads per batch: few at first, so that the first rows appear quickly, then doubling up to
+    /// @c largest.
     struct BatchSizes
     {
         qsizetype first = 50;
         qsizetype largest = 400;
     };
 
-    /// Adds all threads of @p store to @p promise in batches, those whose description changed last
-    /// first, or a single error when the folder cannot be read. Two workers may add batches out of
-    /// turn, under the index that says their place. Ends early when the promise's future is
-    /// cancelled. Starting and finishing the promise is up to the caller.
+    /// Adds all threads of @p store to @p promise in batches, most recently modified first, or a
+    /// single error if the folder cannot be read. With two workers, batches may arrive out of
+    /// order, each under its result index. Returns early if the promise's future is cancelled. The
+    /// caller starts and finishes the promise.
     static void read(const CaptureSessionStore &store, Promise &promise, BatchSizes sizes);
     static void read(const CaptureSessionStore &store, Promise &promise)
     {

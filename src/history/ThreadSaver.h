@@ -7,11 +7,11 @@
 
 namespace quellora {
 
-/// How the latest save of a thread went.
+/// State of a thread's latest save.
 struct SaveState
 {
     enum class Kind {
-        /// Nothing was saved yet.
+        /// Never saved.
         None,
         Saving,
         Saved,
@@ -19,27 +19,27 @@ struct SaveState
     };
 
     Kind kind = Kind::None;
-    /// Why, for Failed; for the user.
+    /// Reason of a failure, shown to the user.
     QString reason;
 
     bool operator==(const SaveState &) const = default;
 };
 
-/// Where threads that are marked for persistence go. Main thread only.
+/// Saves threads marked for persistence. Main thread only.
 class ThreadSaver : public QObject
 {
     Q_OBJECT
 public:
     using QObject::QObject;
 
-    /// Stores the kept part of @p session, now or in the order of the calls; a failure is logged
-    /// as @p failurePrefix and its description.
+    /// Saves the kept part of @p session, synchronously or queued in call order; a failure is
+    /// logged as @p failurePrefix followed by its description.
     virtual void save(const CaptureSession &session, const QString &failurePrefix) = 0;
 
     SaveState stateOf(const QUuid &threadId) const { return m_states.value(threadId); }
 
 Q_SIGNALS:
-    /// stateOf() has another value for this thread, or a save of it ended like the one before.
+    /// stateOf() changed for this thread, or another save of it ended in the same state.
     void stateChanged(const QUuid &threadId);
 
 protected:

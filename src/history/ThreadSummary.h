@@ -4,7 +4,7 @@
 
 namespace quellora {
 
-/// What the list of stored threads knows about one: everything but its contents.
+/// Summary of a stored thread for the list, without its contents.
 struct ThreadSummary
 {
     QUuid id;
@@ -23,7 +23,7 @@ struct ThreadSummary
     bool operator==(const ThreadSummary &) const = default;
 };
 
-/// The order of the list: the last change first, and among equals always the same.
+/// List order: most recently updated first, ties broken by id.
 inline bool isNewer(const ThreadSummary &left, const ThreadSummary &right)
 {
     return left.updatedAt != right.updatedAt ? left.updatedAt > right.updatedAt

@@ -18,16 +18,17 @@ namespace {
 namespace ondemand = simdjson::ondemand;
 using simdjson::simdjson_result;
 
-/// The description is not what the program itself writes; the strict reader decides about it.
-struct Unusual
+/// Thrown when the description is not exactly in the form that the program writes; the strict
+/// reader is used then.
+struct UnexpectedForm
 {};
 
 template <typename T>
-T need(simdjson_result<T> &&result)
+T require(simdjson_result<T> &&result)
 {
     T value;
     if (std::move(result).get(value) != simdjson::SUCCESS)
-        throw Unusual();
+        throw UnexpectedForm();
     return value;
 }
 
@@ -46,16 +47,16 @@ bool isUuid(std::string_view text)
     return true;
 }
 
-/// A date in the form that the program writes, with digits only where digits belong.
-QDateTime plainDate(std::string_view text)
+/// Parses a date in exactly the form that the program writes.
+QDateTime parseDate(std::string_view text)
 {
     constexpr std::string_view pattern = "0000-00-00T00:00:00Z";
     if (text.size() != pattern.size())
-        throw Unusual();
+        throw UnexpectedForm();
     for (size_t i = 0; i < pattern.size(); ++i) {
         const bool isDigit = text[i] >= '0' && text[i] <= '9';
         if (pattern[i] == '0' ? !isDigit : text[i] != pattern[i])
-            throw Unusual();
+            throw UnexpectedForm();
     }
     const auto number = [text](size_t at, size_t digits) {
         int value = 0;
@@ -66,7 +67,7 @@ QDateTime plainDate(std::string_view text)
     const QDateTime date(QDate(number(0, 4), number(5, 2), number(8, 2)),
                          QTime(number(11, 2), number(14, 2), number(17, 2)), Qt::UTC);
     if (!date.isValid())
-        throw Unusual();
+        throw UnexpectedForm();
     return date;
 }
 
@@ -77,52 +78,52 @@ QString toText(std::string_view text)
 
 void requireString(ondemand::value value)
 {
-    if (need(value.type()) != ondemand::json_type::string)
-        throw Unusual();
+    if (require(value.type()) != ondemand::json_type::string)
+        throw UnexpectedForm();
 }
 
 void requireIntegerOrNull(ondemand::value value)
 {
-    if (!need(value.is_null()))
-        need(value.get_int64());
+    if (!require(value.is_null()))
+        require(value.get_int64());
 }
 
-/// What a note or a turn shows of itself.
+/// The keys of a note or a turn.
 struct Entry
 {
-    /// The key of its text that may become the title, and of one that never does.
+    /// Key of the text used as a title, and of a required text that is not.
     std::string_view titleKey;
     std::string_view otherKey;
-    /// Key of the number of a screenshot, which may be missing.
+    /// Key of the optional screenshot number.
     std::string_view screenshotKey;
 };
 
 constexpr Entry noteEntry{"text", {}, {}};
 constexpr Entry turnEntry{"prompt", "response", "screenshotIndex"};
 
-/// Looks at every entry and returns the first one's title text.
+/// Validates all entries; returns their number and the first one's title text.
 std::pair<qint64, QString> readEntries(ondemand::value value, const Entry &entry)
 {
     qint64 count = 0;
     QString title;
-    for (auto element : need(value.get_array())) {
+    for (auto element : require(value.get_array())) {
         bool hasId = false;
         bool hasDate = false;
         bool hasTitle = false;
         bool hasOther = entry.otherKey.empty();
-        ondemand::object object = need(need(std::move(element)).get_object());
+        ondemand::object object = require(require(std::move(element)).get_object());
         for (auto result : object) {
-            ondemand::field field = need(std::move(result));
-            const std::string_view key = need(field.unescaped_key());
+            ondemand::field field = require(std::move(result));
+            const std::string_view key = require(field.unescaped_key());
             if (key == "id") {
-                hasId = isUuid(need(field.value().get_string()));
+                hasId = isUuid(require(field.value().get_string()));
             } else if (key == "createdAt") {
-                plainDate(need(field.value().get_string()));
+                parseDate(require(field.value().get_string()));
                 hasDate = true;
             } else if (key == entry.titleKey) {
                 hasTitle = true;
                 if (count == 0)
-                    title = toText(need(field.value().get_string()));
+                    title = toText(require(field.value().get_string()));
                 else
                     requireString(field.value());
             } else if (!entry.otherKey.empty() && key == entry.otherKey) {
@@ -133,7 +134,7 @@ std::pair<qint64, QString> readEntries(ondemand::value value, const Entry &entry
             }
         }
         if (!hasId || !hasDate || !hasTitle || !hasOther)
-            throw Unusual();
+            throw UnexpectedForm();
         ++count;
     }
     return {count, title};
@@ -142,25 +143,25 @@ std::pair<qint64, QString> readEntries(ondemand::value value, const Entry &entry
 QList<qint64> readScreenshots(ondemand::value value)
 {
     QList<qint64> indices;
-    for (auto element : need(value.get_array())) {
+    for (auto element : require(value.get_array())) {
         bool hasIndex = false;
         bool hasDate = false;
-        ondemand::object object = need(need(std::move(element)).get_object());
+        ondemand::object object = require(require(std::move(element)).get_object());
         for (auto result : object) {
-            ondemand::field field = need(std::move(result));
-            const std::string_view key = need(field.unescaped_key());
+            ondemand::field field = require(std::move(result));
+            const std::string_view key = require(field.unescaped_key());
             if (key == "index") {
-                const int64_t index = need(field.value().get_int64());
+                const int64_t index = require(field.value().get_int64());
                 if (std::exchange(hasIndex, true))
-                    throw Unusual();
+                    throw UnexpectedForm();
                 indices.append(index);
             } else if (key == "capturedAt") {
-                plainDate(need(field.value().get_string()));
+                parseDate(require(field.value().get_string()));
                 hasDate = true;
             }
         }
         if (!hasIndex || !hasDate)
-            throw Unusual();
+            throw UnexpectedForm();
     }
     return indices;
 }
@@ -171,8 +172,8 @@ struct Description
     QList<qint64> screenshots;
 };
 
-/// The description in the form that the program writes it; throws Unusual for everything else.
-Description readUsual(ondemand::parser &parser, simdjson::padded_string_view json)
+/// Fast path for descriptions written by the program; throws UnexpectedForm for any other form.
+Description readFast(ondemand::parser &parser, simdjson::padded_string_view json)
 {
     Description found;
     QString notePreview;
@@ -180,27 +181,27 @@ Description readUsual(ondemand::parser &parser, simdjson::padded_string_view jso
     unsigned seen = 0;
     const auto once = [&seen](unsigned bit) {
         if (seen & bit)
-            throw Unusual();
+            throw UnexpectedForm();
         seen |= bit;
     };
-    ondemand::document document = need(parser.iterate(json));
-    ondemand::object object = need(document.get_object());
+    ondemand::document document = require(parser.iterate(json));
+    ondemand::object object = require(document.get_object());
     for (auto result : object) {
-        ondemand::field field = need(std::move(result));
-        const std::string_view key = need(field.unescaped_key());
+        ondemand::field field = require(std::move(result));
+        const std::string_view key = require(field.unescaped_key());
         ondemand::value value = field.value();
         if (key == "id") {
             once(1);
-            const std::string_view id = need(value.get_string());
+            const std::string_view id = require(value.get_string());
             if (!isUuid(id))
-                throw Unusual();
+                throw UnexpectedForm();
             found.summary.id = QUuid::fromString(QLatin1String(id.data(), qsizetype(id.size())));
         } else if (key == "createdAt") {
             once(2);
-            found.summary.createdAt = plainDate(need(value.get_string()));
+            found.summary.createdAt = parseDate(require(value.get_string()));
         } else if (key == "updatedAt") {
             once(4);
-            found.summary.updatedAt = plainDate(need(value.get_string()));
+            found.summary.updatedAt = parseDate(require(value.get_string()));
         } else if (key == "notes") {
             once(8);
             std::tie(found.summary.notes, notePreview) = readEntries(value, noteEntry);
@@ -212,20 +213,20 @@ Description readUsual(ondemand::parser &parser, simdjson::padded_string_view jso
             found.screenshots = readScreenshots(value);
         } else if (key == "customTitle") {
             once(64);
-            found.summary.customTitle = toText(need(value.get_string()));
+            found.summary.customTitle = toText(require(value.get_string()));
         } else {
-            throw Unusual();
+            throw UnexpectedForm();
         }
     }
     if ((seen & 63) != 63 || document.current_location().error() != simdjson::OUT_OF_BOUNDS)
-        throw Unusual();
+        throw UnexpectedForm();
     found.summary.previewText = found.summary.turns > 0   ? CaptureSession::firstLine(turnPreview)
                                 : found.summary.notes > 0 ? CaptureSession::firstLine(notePreview)
                                                           : QStringLiteral("Screenshot");
     return found;
 }
 
-/// The same through the reader that also loads threads.
+/// Fallback that decodes like loading a thread does.
 tl::expected<Description, QString> readStrictly(const QByteArray &json)
 {
     const auto file = SessionFile::decode(json);
@@ -250,14 +251,14 @@ tl::expected<Description, QString> readStrictly(const QByteArray &json)
 
 } // namespace
 
-struct ThreadSummaryReader::Memory
+struct ThreadSummaryReader::Buffers
 {
     ondemand::parser parser;
     QByteArray json;
 };
 
 ThreadSummaryReader::ThreadSummaryReader(const QString &sessionsRoot)
-    : m_root(QFile::encodeName(sessionsRoot)), m_memory(std::make_unique<Memory>())
+    : m_root(QFile::encodeName(sessionsRoot)), m_buffers(std::make_unique<Buffers>())
 {}
 
 ThreadSummaryReader::~ThreadSummaryReader() = default;
@@ -279,9 +280,9 @@ tl::expected<ThreadSummary, QString> ThreadSummaryReader::readDescription(const 
                                                                           const QByteArray &folder)
 {
     using Kind = StoreError::Kind;
-    // The JSON reader looks a little beyond the end.
+    // The JSON parser may read beyond the end of the text.
     constexpr auto padding = static_cast<qsizetype>(simdjson::SIMDJSON_PADDING);
-    QByteArray &json = m_memory->json;
+    QByteArray &json = m_buffers->json;
     const auto size = readFileInto(folder + "/session.json", largestDescription, padding, json);
     if (!size) {
         switch (size.error().kind) {
@@ -300,10 +301,10 @@ tl::expected<ThreadSummary, QString> ThreadSummaryReader::readDescription(const 
 
     tl::expected<Description, QString> found;
     try {
-        found = readUsual(
-            m_memory->parser,
+        found = readFast(
+            m_buffers->parser,
             simdjson::padded_string_view(json.constData(), size_t(*size), size_t(json.size())));
-    } catch (const Unusual &) {
+    } catch (const UnexpectedForm &) {
         found = readStrictly(QByteArray::fromRawData(json.constData(), *size));
     }
     if (!found)

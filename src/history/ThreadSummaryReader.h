@@ -9,37 +9,35 @@
 
 namespace quellora {
 
-/// Reads what a list of stored threads shows of one, fast enough for many thousands: no image is
-/// opened, only its presence is looked at, and of a description only what the list needs is taken
-/// out.
+/// Reads the summaries of stored threads, fast enough for many thousands: images are only checked
+/// for existence and only the listed fields of a description are extracted.
 ///
-/// Blocking, for a worker thread; one call at a time, because the reader keeps its memory between
-/// threads.
+/// Blocking; for use on a worker. Not reentrant, because buffers are reused between calls.
 class ThreadSummaryReader
 {
 public:
-    /// Descriptions beyond this many bytes are skipped.
+    /// Maximum size of a description in bytes; larger ones are skipped.
     static constexpr qint64 largestDescription = 64 * 1024 * 1024;
 
-    /// @param sessionsRoot folder of all threads
+    /// @param sessionsRoot folder that contains the threads' folders
     explicit ThreadSummaryReader(const QString &sessionsRoot);
     ~ThreadSummaryReader();
     ThreadSummaryReader(const ThreadSummaryReader &) = delete;
     ThreadSummaryReader &operator=(const ThreadSummaryReader &) = delete;
 
-    /// One thread, or why it is left out: a thread that could not be loaded is not listed.
+    /// The summary, or why the thread is skipped. A thread that could not be loaded is not listed.
     tl::expected<ThreadSummary, QString> read(const QUuid &id);
 
-    /// The folder of a thread, in the file system's encoding.
+    /// Path of a thread's folder in the file system's encoding.
     static QByteArray folderOf(const QByteArray &root, const QUuid &id);
 
 private:
-    struct Memory;
+    struct Buffers;
 
     tl::expected<ThreadSummary, QString> readDescription(const QUuid &id, const QByteArray &folder);
 
     QByteArray m_root;
-    std::unique_ptr<Memory> m_memory;
+    std::unique_ptr<Buffers> m_buffers;
 };
 
 } // namespace quellora

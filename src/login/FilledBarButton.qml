@@ -2,7 +2,7 @@ import QtQuick
 import QtQuick.Controls.Basic as Basic
 import Quellora.Ui
 
-/// A filled bar whose fill switches to the pressed colour while pressed.
+/// A full-width button with a filled background.
 Basic.AbstractButton {
     id: control
 
@@ -16,7 +16,7 @@ Basic.AbstractButton {
     /// Shows a spinner and ignores presses.
     property bool waiting: false
 
-    readonly property real share: enabled ? 1 : Tokens.disabledOpacity
+    readonly property real opacityFactor: enabled ? 1 : Tokens.disabledOpacity
 
     function press() {
         if (control.enabled && !control.waiting)
@@ -28,7 +28,7 @@ Basic.AbstractButton {
 
     Component {
         id: mark
-        GoogleLogoMark { opacity: control.share }
+        GoogleLogoMark { opacity: control.opacityFactor }
     }
     Component {
         id: spinner
@@ -54,9 +54,9 @@ Basic.AbstractButton {
                 anchors.verticalCenter: parent.verticalCenter
                 text: control.text
                 type: TypeTokens { size: 14; line: 20; weight: control.weight }
-                // Disabled text is mixed with the background behind the bar.
+                // Opaque colour blended with the surface instead of a translucent text.
                 color: Tokens.blend(Tokens.login.surface, control.textColor,
-                                    control.waiting ? 0.75 : control.share)
+                                    control.waiting ? 0.75 : control.opacityFactor)
                 Accessible.ignored: true
             }
         }
@@ -68,9 +68,9 @@ Basic.AbstractButton {
         color: Tokens.faded(control.waiting ? control.fillColor
                             : control.down ? control.pressedFillColor
                             : control.hovered ? control.hoverFillColor : control.fillColor,
-                            control.share)
+                            control.opacityFactor)
         border.width: control.borderColor.a > 0 ? 1 : 0
-        border.color: Tokens.faded(control.borderColor, control.share)
+        border.color: Tokens.faded(control.borderColor, control.opacityFactor)
 
         Behavior on color {
             enabled: !control.down

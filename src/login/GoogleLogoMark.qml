@@ -1,7 +1,7 @@
 import QtQuick
 import Quellora.Ui
 
-/// The multicoloured "G" mark of the browser sign-in button, drawn from shapes.
+/// The multicoloured "G" logo of the Google sign-in button.
 Icon {
     source: "qrc:/quellora/login/google-mark.svg"
     size: 18

@@ -2,15 +2,15 @@ import QtQuick
 import QtQuick.Controls.Basic as Basic
 import Quellora.Ui
 
-/// A plain link, 28 high, optionally preceded by a text.
+/// A link, 28 pixels high, optionally preceded by plain text.
 Basic.AbstractButton {
     id: control
 
     property ThemeTokens theme: Tokens.login
-    property string lead
+    property string leadingText
     property string name: text
     property color textColor: theme.dimText
-    /// Read by assistive technology.
+    /// Accessible role, read by the accessibility interface.
     property int role: Accessible.Link
     property int weight: Font.Normal
 
@@ -27,8 +27,8 @@ Basic.AbstractButton {
             spacing: 3
 
             Label {
-                visible: control.lead.length > 0
-                text: control.lead
+                visible: control.leadingText.length > 0
+                text: control.leadingText
                 color: control.theme.dimText
                 Accessible.ignored: true
             }
@@ -36,7 +36,7 @@ Basic.AbstractButton {
                 text: control.text
                 color: control.hovered || control.down ? control.theme.text : control.textColor
                 font.weight: control.weight
-                font.underline: control.hovered && control.lead.length > 0
+                font.underline: control.hovered && control.leadingText.length > 0
                 Accessible.ignored: true
             }
         }

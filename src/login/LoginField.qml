@@ -1,7 +1,7 @@
 import QtQuick
 import Quellora.Ui
 
-/// A field of the sign-in form, 340 × 40; dimmed and read-only during a sign-in.
+/// A text field of the sign-in form, 340 × 40 pixels; dimmed and read-only while signing in.
 TextField {
     id: field
 

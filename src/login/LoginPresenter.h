@@ -4,16 +4,16 @@
 
 namespace quellora {
 
-/// The sign-in window as the application delegate sees it.
+/// The sign-in window's interface to the application delegate.
 class LoginPresenter
 {
 public:
     virtual ~LoginPresenter() = default;
     virtual void showWindow() = 0;
-    /// Raises the window and gives it the focus, where it is.
+    /// Restores, raises and focuses the window without moving it.
     virtual void bringToFront() = 0;
 
-    /// Called once after a successful sign-in, when the window has closed.
+    /// Called once after a successful sign-in, after the window has closed.
     std::function<void()> onLoginSuccess;
 };
 

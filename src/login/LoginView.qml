@@ -3,7 +3,7 @@ import QtQuick.Window
 import Quellora.Ui
 import Quellora.Login
 
-/// The sign-in form, 420 × 480. Positions are the design's, counted from the content's top.
+/// The sign-in form, 420 × 480 pixels. Positions are relative to the top of the content.
 Item {
     id: view
 
@@ -12,11 +12,11 @@ Item {
     readonly property bool complete: viewModel.isComplete(email.text, password.text)
     readonly property bool loading: viewModel.isLoading
     readonly property int margin: 40
-    /// Distance by which the error line moves the items below it.
-    readonly property int push: error.visible ? error.height + 2 : 0
+    /// Distance by which the error message shifts the items below it.
+    readonly property int errorOffset: error.visible ? error.height + 2 : 0
 
     /// Clears the fields after sign-in.
-    function forgetTexts() {
+    function clearFields() {
         password.clear()
         email.clear()
     }
@@ -90,12 +90,12 @@ Item {
         x: view.margin
         y: 178
         name: "Password"
-        // Receives the focus after an error, so that screen readers announce it.
+        // This field is focused after an error, so that screen readers announce the message.
         hint: view.viewModel.errorMessage
         busy: view.loading
         echoMode: TextInput.Password
         inputMethodHints: Qt.ImhSensitiveData | Qt.ImhNoAutoUppercase | Qt.ImhNoPredictiveText
-        // Return submits regardless of `complete`, which enables the button only.
+        // Return submits even if `complete` is false, which only disables the button.
         onAccepted: view.viewModel.submit(email.text, password.text)
     }
 
@@ -123,7 +123,7 @@ Item {
 
     Item {
         x: view.margin
-        y: 262 + view.push
+        y: 262 + view.errorOffset
         width: parent.width - 2 * x
         height: 40
 
@@ -146,26 +146,26 @@ Item {
 
     Item {
         x: view.margin
-        y: 316 + view.push
+        y: 316 + view.errorOffset
         width: parent.width - 2 * x
         height: 16
         visible: view.viewModel.offersGoogle
 
         Rectangle {
             y: 7.5
-            width: word.x - Tokens.space3
+            width: orLabel.x - Tokens.space3
             height: 1
             color: view.theme.line
         }
         Label {
-            id: word
+            id: orLabel
             x: Math.round((parent.width - width) / 2)
             height: 16
             text: "or"
             color: view.theme.muted
         }
         Rectangle {
-            x: word.x + Math.round(word.width) + Tokens.space3
+            x: orLabel.x + Math.round(orLabel.width) + Tokens.space3
             y: 7.5
             width: parent.width - x
             height: 1
@@ -176,7 +176,7 @@ Item {
     FilledBarButton {
         id: google
         x: view.margin
-        y: 346 + view.push
+        y: 346 + view.errorOffset
         width: parent.width - 2 * x
         height: 40
         visible: view.viewModel.offersGoogle
@@ -192,7 +192,7 @@ Item {
         onClicked: view.viewModel.requestGoogleSignIn()
     }
 
-    // On top of the bar, which ignores presses meanwhile.
+    // Overlaps the Google button, which ignores presses while waiting.
     LinkButton {
         x: google.x + google.width - Tokens.space3 - width
         y: google.y + (google.height - height) / 2
@@ -201,7 +201,7 @@ Item {
         role: Accessible.Button
         theme: view.theme
         onClicked: {
-            // This link is about to be hidden, so the focus moves to the bar.
+            // This link is about to be hidden, so move the focus to the Google button.
             if (activeFocus)
                 google.forceActiveFocus(visualFocus ? Qt.TabFocusReason : Qt.OtherFocusReason)
             view.viewModel.cancelGoogleSignIn()
@@ -210,7 +210,7 @@ Item {
 
     Label {
         x: view.margin
-        y: 396 + view.push
+        y: 396 + view.errorOffset
         width: parent.width - 2 * x
         height: 16
         visible: view.viewModel.isGoogleLoading
@@ -221,8 +221,8 @@ Item {
 
     LinkButton {
         x: Math.round((parent.width - width) / 2)
-        y: view.viewModel.isGoogleLoading ? Math.max(436, 410 + view.push) : 436
-        lead: "Don't have an account?"
+        y: view.viewModel.isGoogleLoading ? Math.max(436, 410 + view.errorOffset) : 436
+        leadingText: "Don't have an account?"
         text: "Sign up"
         name: "Don't have an account? Sign up"
         textColor: view.theme.text

@@ -43,7 +43,7 @@ void LoginViewModel::submit(const QString &email, const QString &password)
         return;
     setErrorMessage({});
     setLoading(true);
-    // A watcher reports the end in every case, also of a request that was dropped unanswered.
+    // A watcher is also notified if the request is cancelled without a result.
     auto *watcher = new QFutureWatcher<LoginResult>(this);
     connect(watcher, &QFutureWatcherBase::finished, this, [this, watcher] {
         watcher->deleteLater();

@@ -8,20 +8,20 @@
 
 namespace quellora {
 
-/// State of the sign-in form and what the user can do with it. The texts of the two fields stay in
-/// the view. Main thread only.
+/// State and actions of the sign-in form. The texts of the two fields stay in the view. Main thread
+/// only.
 class LoginViewModel : public QObject
 {
     Q_OBJECT
     QML_ELEMENT
     QML_UNCREATABLE("Made by the window controller")
-    /// The error line under the form; empty when there is none.
+    /// Error message of the form; empty if there is none.
     Q_PROPERTY(QString errorMessage READ errorMessage NOTIFY errorMessageChanged)
     /// An e-mail sign-in is in progress.
     Q_PROPERTY(bool isLoading READ isLoading NOTIFY isLoadingChanged)
     /// A browser sign-in is in progress.
     Q_PROPERTY(bool isGoogleLoading READ isGoogleLoading NOTIFY isGoogleLoadingChanged)
-    /// Whether signing in through the browser can be offered.
+    /// Whether browser sign-in is available.
     Q_PROPERTY(bool offersGoogle READ offersGoogle CONSTANT)
 public:
     /// @p auth outlives the model.
@@ -32,21 +32,21 @@ public:
     bool isGoogleLoading() const { return m_isGoogleLoading; }
     bool offersGoogle() const { return m_offersGoogle; }
 
-    /// An empty message removes the line.
+    /// An empty message hides the error.
     void setErrorMessage(const QString &message);
     void setGoogleLoading(bool loading);
-    /// Ends an e-mail sign-in that is running; nothing is heard of it. The user has signed in
-    /// another way.
+    /// Cancels a running e-mail sign-in without any signals, because the user has signed in
+    /// through the browser.
     void dropSubmit();
 
-    /// Whether there is something to submit: an e-mail beyond blanks and a password.
+    /// Whether the e-mail is not blank and the password is not empty.
     Q_INVOKABLE bool isComplete(const QString &email, const QString &password) const;
-    /// Signs in with both texts exactly as typed. Does nothing while a sign-in is running. Does not
-    /// ask whether the form is complete: that decides about the button only.
+    /// Signs in with both texts exactly as typed. Does nothing while an e-mail sign-in is running.
+    /// Does not check isComplete(), which only enables the button.
     Q_INVOKABLE void submit(const QString &email, const QString &password);
-    /// The Google button was pressed; ignored while either sign-in is running.
+    /// Requests a browser sign-in; ignored while either sign-in is running.
     Q_INVOKABLE void requestGoogleSignIn();
-    /// The user does not want to sign in through the browser any more.
+    /// Requests cancelling the browser sign-in.
     Q_INVOKABLE void cancelGoogleSignIn();
 
 Q_SIGNALS:
@@ -55,7 +55,7 @@ Q_SIGNALS:
     void isGoogleLoadingChanged();
     /// The e-mail sign-in succeeded.
     void signedIn();
-    /// The e-mail sign-in failed; the error line says why.
+    /// The e-mail sign-in failed; errorMessage holds the reason.
     void submitFailed();
     void googleSignInRequested();
     void googleSignInCancelled();

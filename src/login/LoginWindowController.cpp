@@ -27,7 +27,7 @@ void log(const QString &message)
     Log::event(QStringLiteral("[LoginWindowController] ") + message);
 }
 
-void logNotOpened(const OpenFailure &failure)
+void logOpenFailure(const OpenFailure &failure)
 {
     log(QStringLiteral("WARNING: The browser could not be opened: ") + failure.reason);
 }
@@ -74,7 +74,8 @@ void LoginWindowController::createWindow()
     m_window->setMinimumSize(contentSize);
     m_window->setMaximumSize(contentSize);
     m_window->resize(contentSize);
-    // The window waits unseen for its controller's end after sign-in: nothing to keep for it.
+    // After sign-in the hidden window exists until its controller is deleted, so it must not keep
+    // graphics resources.
     m_window->setPersistentGraphics(false);
     m_window->setPersistentSceneGraph(false);
     m_window->setInitialProperties(
@@ -86,7 +87,7 @@ void LoginWindowController::createWindow()
     if (ordinary.state() == Capability::State::Unsupported)
         log(QStringLiteral("WARNING: ") + ordinary.reason());
     m_window->installEventFilter(this);
-    // Quitting closes the windows too; that must not be taken for the user's closing.
+    // Quitting also closes the windows, which must not be handled as closing by the user.
     qApp->installEventFilter(this);
 }
 
@@ -115,7 +116,7 @@ void LoginWindowController::open(const QUrl &url)
     whenFinished(m_collaborators.workspace.openUrl(url), this, [this](const OpenResult &opened) {
         if (opened)
             return;
-        logNotOpened(opened.error());
+        logOpenFailure(opened.error());
         m_viewModel.setErrorMessage(opened.error().text());
     });
 }
@@ -126,7 +127,8 @@ void LoginWindowController::startGoogleSignIn()
         return;
     m_viewModel.setErrorMessage({});
     m_viewModel.setGoogleLoading(true);
-    // The answers may come on any thread; they are acted on here, if they still matter then.
+    // The callbacks may be called on any thread; handle them on the main thread unless the attempt
+    // is stale by then.
     const quint64 attempt = ++m_attempt;
     const auto onMainThread = [self = QPointer(this), attempt](auto action) {
         QMetaObject::invokeMethod(
@@ -153,11 +155,11 @@ void LoginWindowController::openSignInPage()
     log(QStringLiteral("OAuth callback listener ready, opening browser for Google sign-in"));
     whenFinished(m_collaborators.workspace.openUrl(m_collaborators.endpoints.googleLogin()), this,
                  [this, attempt = m_attempt](const OpenResult &opened) {
-                     // Once an answer is there, how the browser fares does not matter any more.
+                     // After the callback, a failure to open the browser no longer matters.
                      if (opened || attempt != m_attempt || m_didAuthenticate)
                          return;
-                     // Nobody would ever answer: waiting on would leave the user stuck.
-                     logNotOpened(opened.error());
+                     // Without a browser there will be no callback, so do not keep waiting.
+                     logOpenFailure(opened.error());
                      failGoogleSignIn(opened.error().text());
                  });
 }
@@ -170,9 +172,9 @@ void LoginWindowController::handleOAuthCallback(const std::optional<QString> &to
         failGoogleSignIn(googleFailed);
         return;
     }
-    // The browser has the front; the rest happens here.
+    // The browser is the active window, so raise this one.
     bringToFront();
-    // A watcher reports the end in every case, also of a request that was dropped unanswered.
+    // A watcher is also notified if the request is cancelled without a result.
     auto *watcher = new QFutureWatcher<LoginResult>(this);
     connect(watcher, &QFutureWatcherBase::finished, this, [this, watcher, attempt = m_attempt] {
         watcher->deleteLater();
@@ -227,18 +229,18 @@ void LoginWindowController::failGoogleSignIn(const QString &message)
 
 void LoginWindowController::handleLoginSuccess()
 {
-    // Both ways may be under way at once; the first one wins.
+    // E-mail and browser sign-in may run concurrently; the first success wins.
     if (m_didAuthenticate)
         return;
     log(QStringLiteral("Login successful, closing login window"));
     m_didAuthenticate = true;
     qApp->removeEventFilter(this);
-    // What the other way still waits for must not replace this session.
+    // Cancel the other sign-in so that its result does not replace this session.
     if (m_collaborators.oauthListener)
         m_collaborators.oauthListener->cancel();
     m_verification.cancel();
     m_viewModel.dropSubmit();
-    QMetaObject::invokeMethod(m_window->rootObject(), "forgetTexts");
+    QMetaObject::invokeMethod(m_window->rootObject(), "clearFields");
     m_window->close();
     if (onLoginSuccess)
         onLoginSuccess();

@@ -20,14 +20,14 @@ namespace quellora {
 class ApplicationShell;
 class Workspace;
 
-/// The sign-in window: shows the form, runs the browser sign-in and, once signed in, closes and
-/// calls onLoginSuccess. Closing it before that quits. Made anew for every sign-in. Main thread
-/// only.
+/// The sign-in window: shows the form, performs the browser sign-in and, after a successful
+/// sign-in, closes and calls onLoginSuccess. Closing it before that quits the application. A new
+/// instance is created for each sign-in. Main thread only.
 class LoginWindowController : public QObject, public LoginPresenter
 {
     Q_OBJECT
 public:
-    /// References are borrowed and outlive the controller.
+    /// References are borrowed and must outlive the controller.
     struct Collaborators
     {
         QQmlEngine &engine;
@@ -35,9 +35,9 @@ public:
         Workspace &workspace;
         ApplicationShell &shell;
         BackendEndpoints endpoints;
-        /// Without it the form offers no Google button.
+        /// May be null; the form then has no Google button.
         std::unique_ptr<BrowserSignIn> oauthListener;
-        /// Ends the application.
+        /// Quits the application.
         std::function<void()> quit;
     };
 
@@ -47,16 +47,17 @@ public:
     explicit LoginWindowController(Collaborators collaborators, QObject *parent = nullptr);
     ~LoginWindowController() override;
 
-    /// Shows the window in the middle of the screen and gives it the focus.
+    /// Shows the window centred on the screen and activates it.
     void showWindow() override;
     void bringToFront() override;
 
-    /// Signs in through the browser: waits for its answer, then opens the sign-in page there. The
-    /// window comes to the front when that ends.
+    /// Starts a browser sign-in: starts the callback listener and, once it is ready, opens the
+    /// sign-in page. The window is raised when the callback arrives or the attempt fails.
     void startGoogleSignIn();
-    /// The browser's answer: a token (possibly empty) or nothing.
+    /// Handles the browser's callback; nullopt if it carried no usable token. An empty token is
+    /// verified like any other.
     void handleOAuthCallback(const std::optional<QString> &token);
-    /// Ends the attempt through the browser, wherever it is.
+    /// Cancels a browser sign-in in any phase.
     void cancelGoogleSignIn();
 
     bool didAuthenticate() const { return m_didAuthenticate; }
@@ -82,7 +83,7 @@ private:
     bool m_didAuthenticate = false;
     bool m_quitting = false;
     QFuture<LoginResult> m_verification;
-    /// Counts beginnings and ends of browser sign-ins; answers to an earlier one are stale.
+    /// Incremented when a browser sign-in starts or ends; callbacks of earlier attempts are stale.
     quint64 m_attempt = 0;
 };
 

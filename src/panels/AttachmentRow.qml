@@ -2,7 +2,7 @@ import QtQuick
 import Quellora.Panels
 import Quellora.Ui
 
-/// The staged screenshot, which is sent with the next message.
+/// Row with the staged screenshot, which is sent with the next message.
 Card {
     id: row
 
@@ -51,7 +51,7 @@ Card {
         }
     }
     Column {
-        id: words
+        id: labels
         x: picture.x + picture.width + (row.compact ? 8 : 12)
         width: remove.x - x - 8
         anchors.verticalCenter: parent.verticalCenter

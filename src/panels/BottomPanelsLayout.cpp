@@ -8,12 +8,12 @@ namespace quellora {
 namespace {
 
 constexpr double compactPromptHeight = 64;
-constexpr double restingPromptHeight = 88;
-constexpr int restingLines = 2;
+constexpr double minimumPromptHeight = 88;
+constexpr int minimumLines = 2;
 constexpr int maximumLines = 5;
-/// Share of the available height that a service card may take.
-constexpr double cardShare = 0.4;
-/// Two lines of 18 and the space below them.
+/// Maximum height of a service card as a fraction of the available height.
+constexpr double maximumCardFraction = 0.4;
+/// Two lines of 18 points and the padding below them.
 constexpr double compactCardBodyHeight = 2 * 18 + 10;
 constexpr double modelListPad = 4;
 
@@ -24,8 +24,8 @@ double BottomPanelsLayout::promptHeight() const
     if (m_compact)
         return compactPromptHeight;
     const double lines = std::clamp(std::round(m_promptTextHeight / lineHeight),
-                                    double(restingLines), double(maximumLines));
-    return restingPromptHeight + (lines - restingLines) * lineHeight;
+                                    double(minimumLines), double(maximumLines));
+    return minimumPromptHeight + (lines - minimumLines) * lineHeight;
 }
 
 double BottomPanelsLayout::fixedHeight() const
@@ -33,7 +33,7 @@ double BottomPanelsLayout::fixedHeight() const
     return pad() + promptHeight() + (m_compact ? 0 : gap() + controlsHeight()) + pad();
 }
 
-double BottomPanelsLayout::upperBudget() const
+double BottomPanelsLayout::maximumUpperHeight() const
 {
     return std::max(m_availableHeight - minimumAnswerHeight - fixedHeight(), 0.0);
 }
@@ -45,7 +45,7 @@ double BottomPanelsLayout::naturalCardHeight() const
     if (m_isCardCollapsed)
         return cardHeaderHeight();
     const double limit = m_compact ? cardHeaderHeight() + compactCardBodyHeight
-                                   : std::max(std::floor(m_availableHeight * cardShare),
+                                   : std::max(std::floor(m_availableHeight * maximumCardFraction),
                                               cardHeaderHeight() + compactCardBodyHeight);
     return std::min(cardHeaderHeight() + m_cardBodyHeight, limit);
 }
@@ -57,7 +57,7 @@ double BottomPanelsLayout::naturalModelListHeight() const
     return std::clamp(m_modelCount, 0, maximumModelRows) * modelRowHeight + 2 * modelListPad;
 }
 
-double BottomPanelsLayout::heightOfOtherRows() const
+double BottomPanelsLayout::otherRowsHeight() const
 {
     return row(m_hasFirstLaunchCard ? m_firstLaunchCardHeight : 0) + row(naturalModelListHeight()) +
            row(m_hasAttachment ? attachmentHeight() : 0);
@@ -68,13 +68,14 @@ double BottomPanelsLayout::cardHeight() const
     const double natural = naturalCardHeight();
     if (natural <= cardHeaderHeight())
         return natural;
-    const double room = upperBudget() - heightOfOtherRows() - gap();
+    const double room = maximumUpperHeight() - otherRowsHeight() - gap();
     return std::clamp(room, std::min(natural, cardHeaderHeight() + compactCardBodyHeight), natural);
 }
 
 bool BottomPanelsLayout::areCardsShown() const
 {
-    return !m_isModelListOpen || row(naturalCardHeight()) + heightOfOtherRows() <= upperBudget();
+    return !m_isModelListOpen ||
+           row(naturalCardHeight()) + otherRowsHeight() <= maximumUpperHeight();
 }
 
 double BottomPanelsLayout::modelListHeight() const
@@ -82,7 +83,7 @@ double BottomPanelsLayout::modelListHeight() const
     const double natural = naturalModelListHeight();
     if (natural <= 0 || areCardsShown())
         return natural;
-    const double room = upperBudget() - gap();
+    const double room = maximumUpperHeight() - gap();
     return std::clamp(room, std::min(natural, modelRowHeight + 2 * modelListPad), natural);
 }
 
@@ -90,14 +91,15 @@ double BottomPanelsLayout::upperContentHeight() const
 {
     if (!areCardsShown())
         return row(modelListHeight());
-    return row(cardHeight()) + heightOfOtherRows();
+    return row(cardHeight()) + otherRowsHeight();
 }
 
 double BottomPanelsLayout::upperHeight() const
 {
     const double content = upperContentHeight();
-    // A list that had to be squeezed to one row must stay reachable even in the smallest window.
-    return areCardsShown() ? std::min(content, upperBudget()) : content;
+    // Do not clip a model list that is already reduced to its minimum, so that it stays usable even
+    // in the smallest window.
+    return areCardsShown() ? std::min(content, maximumUpperHeight()) : content;
 }
 
 double BottomPanelsLayout::totalHeight() const

@@ -5,8 +5,8 @@
 
 namespace quellora {
 
-/// Heights of the bottom panels, in points. Rows above the prompt box give way to the answer: they
-/// scroll instead of squeezing it below its least height.
+/// Computes the heights of the bottom panels, in points. The rows above the prompt box scroll
+/// rather than reduce the answer below its minimum height.
 class BottomPanelsLayout : public QObject
 {
     Q_OBJECT
@@ -47,20 +47,20 @@ public:
 
     double pad() const { return m_compact ? 6 : 8; }
     double gap() const { return m_compact ? 6 : 8; }
-    /// 88 for up to two lines of text, growing to 148 for five; compact: always 64.
+    /// 88 for up to two lines of text, growing to 148 for five; always 64 if compact.
     double promptHeight() const;
-    /// The row of thread controls; compact: none, they sit in the prompt box.
+    /// Height of the thread controls' row; 0 if compact, where they are part of the prompt box.
     double controlsHeight() const { return m_compact ? 0 : 28; }
     double cardHeaderHeight() const { return m_compact ? 32 : 36; }
-    /// The whole service card; its body scrolls when this is less than it needs.
+    /// Height of the service card including its header; its body scrolls if it does not fit.
     double cardHeight() const;
     double attachmentHeight() const { return m_compact ? 36 : 56; }
     double modelListHeight() const;
-    /// False while an open model list needs the room of the rows above it.
+    /// False while an open model list needs the space of the other rows.
     bool areCardsShown() const;
-    /// Everything above the prompt box including the gaps after each row.
+    /// Height of all rows above the prompt box, including the gap after each row.
     double upperContentHeight() const;
-    /// The part of it that fits; the rest scrolls.
+    /// Visible part of upperContentHeight(); the rest scrolls.
     double upperHeight() const;
     double totalHeight() const;
 
@@ -69,10 +69,10 @@ Q_SIGNALS:
 
 private:
     double fixedHeight() const;
-    double upperBudget() const;
+    double maximumUpperHeight() const;
     double naturalCardHeight() const;
     double naturalModelListHeight() const;
-    double heightOfOtherRows() const;
+    double otherRowsHeight() const;
     double row(double height) const { return height > 0 ? height + gap() : 0; }
 
     bool m_compact = false;

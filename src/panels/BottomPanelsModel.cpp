@@ -11,9 +11,9 @@ namespace quellora {
 
 namespace {
 
-/// Stores a changed input; true when there is something to announce.
+/// Assigns @p value; returns whether @p stored changed.
 template <typename T>
-bool replace(T &stored, const T &value)
+bool assign(T &stored, const T &value)
 {
     if (stored == value)
         return false;
@@ -27,35 +27,36 @@ BottomPanelsModel::BottomPanelsModel(Settings &settings, QObject *parent)
     : QObject(parent), m_settings(settings), m_models(settings, this), m_screenshot(this)
 {
     connect(&m_screenshot, &StagedScreenshot::changed, this, &BottomPanelsModel::attachmentChanged);
-    connect(&m_settings, &Settings::userPromptChanged, this, &BottomPanelsModel::followPrompt);
+    connect(&m_settings, &Settings::userPromptChanged, this,
+            &BottomPanelsModel::onUserPromptChanged);
     connect(this, &BottomPanelsModel::messageChanged, this,
             &BottomPanelsModel::blockedReasonChanged);
-    followPrompt();
+    onUserPromptChanged();
 }
 
-void BottomPanelsModel::followPrompt()
+void BottomPanelsModel::onUserPromptChanged()
 {
     const QString stored = promptText();
-    if (m_prompt.whole() != stored)
-        m_prompt.setWhole(stored);
+    if (m_prompt.fullText() != stored)
+        m_prompt.setFullText(stored);
     Q_EMIT promptTextChanged();
 }
 
 void BottomPanelsModel::setHotkeys(const QVariantMap &hotkeys)
 {
-    if (replace(m_hotkeys, hotkeys))
+    if (assign(m_hotkeys, hotkeys))
         Q_EMIT hotkeysChanged();
 }
 
 void BottomPanelsModel::setAvailableHeight(double points)
 {
-    if (replace(m_availableHeight, points))
+    if (assign(m_availableHeight, points))
         Q_EMIT availableHeightChanged();
 }
 
 void BottomPanelsModel::setAdminMessage(const std::optional<AdminMessagePayload> &message)
 {
-    if (!replace(m_message, message))
+    if (!assign(m_message, message))
         return;
     StyledMarkdown::Style compact;
     compact.lineHeight = 18;
@@ -68,28 +69,28 @@ void BottomPanelsModel::setAdminMessage(const std::optional<AdminMessagePayload>
 
 void BottomPanelsModel::setInformationalCollapsed(bool isCollapsed)
 {
-    if (replace(m_isInformationalCollapsed, isCollapsed))
+    if (assign(m_isInformationalCollapsed, isCollapsed))
         Q_EMIT messageChanged();
 }
 
 void BottomPanelsModel::setBlocked(bool isBlocked)
 {
-    if (replace(m_isBlocked, isBlocked))
+    if (assign(m_isBlocked, isBlocked))
         Q_EMIT isBlockedChanged();
 }
 
 void BottomPanelsModel::setStagedScreenshotData(const std::optional<QByteArray> &jpeg)
 {
     const bool isAttached = jpeg.has_value();
-    const bool differs = replace(m_hasAttachedScreenshot, isAttached);
+    const bool hasChanged = assign(m_hasAttachedScreenshot, isAttached);
     m_screenshot.setData(jpeg.value_or(QByteArray()));
-    if (differs)
+    if (hasChanged)
         Q_EMIT attachmentChanged();
 }
 
 void BottomPanelsModel::setCapturing(bool isCapturing)
 {
-    if (replace(m_isCapturing, isCapturing))
+    if (assign(m_isCapturing, isCapturing))
         Q_EMIT isCapturingChanged();
 }
 
@@ -142,7 +143,7 @@ QString BottomPanelsModel::promptText() const
 
 void BottomPanelsModel::setPromptText(const QString &text)
 {
-    // The box echoes what it was given; only a real edit may create the key.
+    // The field reports the text that was loaded into it; only an edit may create the settings key.
     if (text != promptText())
         m_settings.setUserPrompt(text);
 }
@@ -152,7 +153,7 @@ void BottomPanelsModel::setTypedText(const QString &text)
     if (text == m_prompt.typed())
         return;
     m_prompt.setTyped(text);
-    setPromptText(m_prompt.whole());
+    setPromptText(m_prompt.fullText());
 }
 
 QString BottomPanelsModel::pastedCaption() const
@@ -167,21 +168,21 @@ bool BottomPanelsModel::pasteLongText(int start, int end, bool fromSelection)
 {
     const QString text = QGuiApplication::clipboard()->text(fromSelection ? QClipboard::Selection
                                                                           : QClipboard::Clipboard);
-    if (!m_prompt.takePaste(text, start, end))
+    if (!m_prompt.pasteLongText(text, start, end))
         return false;
-    setPromptText(m_prompt.whole());
+    setPromptText(m_prompt.fullText());
     return true;
 }
 
 void BottomPanelsModel::removePastedText()
 {
     m_prompt.removePasted();
-    setPromptText(m_prompt.whole());
+    setPromptText(m_prompt.fullText());
 }
 
 void BottomPanelsModel::setPromptFocused(bool isFocused)
 {
-    if (replace(m_isPromptFocused, isFocused))
+    if (assign(m_isPromptFocused, isFocused))
         Q_EMIT isPromptFocusedChanged();
 }
 
@@ -242,7 +243,7 @@ void BottomPanelsModel::openMessageLink(const QString &address)
 
 void BottomPanelsModel::reportHeight(double points)
 {
-    if (replace(m_reportedHeight, points))
+    if (assign(m_reportedHeight, points))
         Q_EMIT heightChanged(points);
 }
 

@@ -15,17 +15,17 @@
 
 namespace quellora {
 
-/// Everything the bottom panels show, and every wish they pass on.
+/// View model of the bottom panels: their state and the actions they request.
 ///
-/// The owner sets the inputs and connects the signals; the view adds nothing but layout. What is
-/// stored, such as the prompt's text, lives in the settings. Main thread only.
+/// The owner sets the inputs and connects the signals; the view only adds the layout. Persistent
+/// state, such as the prompt, is kept in the settings. Main thread only.
 class BottomPanelsModel : public QObject
 {
     Q_OBJECT
     QML_ELEMENT
     QML_UNCREATABLE("Provided by the overlay")
 
-    /// Combos in their display form ("Ctrl+Alt+Super+C") by the JSON keys of the actions.
+    /// Display text of each hot key ("Ctrl+Alt+Super+C") by the JSON key of its action.
     Q_PROPERTY(QVariantMap hotkeys READ hotkeys NOTIFY hotkeysChanged)
     Q_PROPERTY(double availableHeight READ availableHeight NOTIFY availableHeightChanged)
 
@@ -59,13 +59,13 @@ public:
     /// @param settings must outlive the model.
     explicit BottomPanelsModel(Settings &settings, QObject *parent = nullptr);
 
-    // Inputs set by the owner.
+    // Inputs, set by the owner.
     void setHotkeys(const QVariantMap &hotkeys);
     void setAvailableHeight(double points);
     void setAdminMessage(const std::optional<AdminMessagePayload> &message);
     void setInformationalCollapsed(bool isCollapsed);
     void setBlocked(bool isBlocked);
-    /// The staged JPEG; nothing when no screenshot is staged.
+    /// The staged JPEG; nullopt if no screenshot is staged.
     void setStagedScreenshotData(const std::optional<QByteArray> &jpeg);
     void setCapturing(bool isCapturing);
 
@@ -74,18 +74,18 @@ public:
     bool hasMessage() const { return m_message.has_value(); }
     QString messageId() const { return m_message ? m_message->id : QString(); }
     bool isMessageBlocking() const { return m_message && m_message->isBlocking(); }
-    /// One line.
+    /// Single line; line breaks are replaced by blanks.
     QString messageHeader() const;
-    /// Rich text without active content.
+    /// Sanitised rich text without active content.
     QString messageBody() const { return m_body.richText; }
-    /// The same with the closer lines of the compact size.
+    /// messageBody() with the smaller line spacing of the compact size.
     QString messageBodyCompact() const { return m_bodyCompact.richText; }
     QString messageBodyText() const { return m_body.plainText; }
-    /// Empty unless the message has an action whose address may be opened.
+    /// Empty unless the message has an action with a safe address.
     QString messageActionLabel() const;
     bool isMessageCollapsed() const;
     bool isBlocked() const { return m_isBlocked; }
-    /// Why sending is refused, for tooltips.
+    /// Why sending is blocked, for tooltips.
     QString blockedReason() const;
     Settings *settings() { return &m_settings; }
     ModelListModel *models() { return &m_models; }
@@ -94,41 +94,43 @@ public:
     bool hasAttachmentFailed() const;
     QString attachmentCaption() const;
     bool isCapturing() const { return m_isCapturing; }
-    /// All of the prompt.
+    /// The whole prompt.
     QString promptText() const;
-    /// The part of it that the field shows: all but a pasted text that is too long for a field.
+    /// The part of the prompt shown in the field, i.e. without a pasted text too long for it.
     QString typedText() const { return m_prompt.typed(); }
     void setTypedText(const QString &text);
-    /// Says how long that other part is; empty when there is none.
+    /// Description of the long pasted text with its length; empty if there is none.
     QString pastedCaption() const;
-    /// Stores the text, unless it is what the box shows already.
+    /// Stores the prompt unless it is unchanged.
     void setPromptText(const QString &text);
     bool isPromptEmpty() const { return promptText().trimmed().isEmpty(); }
     bool isPromptFocused() const { return m_isPromptFocused; }
     void setPromptFocused(bool isFocused);
 
-    // What the view asks for.
-    /// Pastes the clipboard, or what is selected anywhere, over the typed characters from @p start
-    /// to @p end when that is too long for the field. Otherwise nothing, and the field may paste.
+    // Actions of the view.
+    /// Replaces the typed characters from @p start to @p end by the clipboard or, with
+    /// @p fromSelection, the primary selection, if the result is too long for the field. Returns
+    /// false if it is not; the field then pastes itself.
     Q_INVOKABLE bool pasteLongText(int start, int end, bool fromSelection);
     Q_INVOKABLE void removePastedText();
-    /// Sends the prompt; nothing while it is empty, unless blocked, where the owner explains.
+    /// Sends the prompt. Ignored if it is empty, except while blocked, when the owner shows the
+    /// reason.
     Q_INVOKABLE void send();
-    /// Adds the prompt's text as a note and empties the box; nothing while it is empty.
+    /// Adds the prompt as a note and clears it; ignored if it is empty.
     Q_INVOKABLE void addNote();
-    /// Nothing while a capture runs.
+    /// Ignored while a capture is running, like captureNoSend().
     Q_INVOKABLE void captureAndSend();
     Q_INVOKABLE void captureNoSend();
     Q_INVOKABLE void removeAttachment();
     Q_INVOKABLE void startNewThread();
-    /// Nothing for a blocking message.
+    /// Ignored for a blocking message.
     Q_INVOKABLE void toggleMessageCollapsed();
     Q_INVOKABLE void performMessageAction();
-    /// A link in the message's body; other addresses than http and https are dropped.
+    /// Opens a link of the message's body; addresses other than http and https are ignored.
     Q_INVOKABLE void openMessageLink(const QString &address);
-    /// The view's measured height in points; announced when it differs from the last one.
+    /// Sets the view's height in points; emits heightChanged() if it differs from the last one.
     Q_INVOKABLE void reportHeight(double points);
-    /// Asks the view to put the keyboard focus into the prompt box.
+    /// Requests keyboard focus for the prompt field.
     Q_INVOKABLE void focusPrompt() { Q_EMIT promptFocusRequested(); }
 
 Q_SIGNALS:
@@ -154,7 +156,7 @@ Q_SIGNALS:
     void isPromptFocusedChanged();
 
 private:
-    void followPrompt();
+    void onUserPromptChanged();
 
     Settings &m_settings;
     PromptText m_prompt;

@@ -2,7 +2,7 @@ import QtQuick
 import Quellora.Panels
 import Quellora.Ui
 
-/// The controls at the bottom of the overlay. Changes of the implicit height are reported to the model.
+/// The controls at the bottom of the overlay. Reports its implicit height to the model.
 FocusScope {
     id: view
 
@@ -71,7 +71,7 @@ FocusScope {
 
             y: layout.pad
             width: parent.width
-            // Keeps the gap below the last row while the rows scroll.
+            // The gap below the last row stays visible while the rows scroll.
             height: Math.max(0, layout.upperHeight - layout.gap)
             contentWidth: width
             contentHeight: Math.max(0, layout.upperContentHeight - layout.gap)

@@ -2,7 +2,7 @@ import QtQuick
 import Quellora.Panels
 import Quellora.Ui
 
-/// The basic shortcuts, shown until acknowledged or until the first capture succeeds.
+/// Card with the basic shortcuts, shown until acknowledged or until the first successful capture.
 Card {
     id: card
 
@@ -20,14 +20,14 @@ Card {
         id: row
 
         required property string text
-        default property alias keys: caps.data
-        readonly property bool fits: words.implicitWidth + 12 + caps.width <= width
+        default property alias keys: keyCaps.data
+        readonly property bool fits: label.implicitWidth + 12 + keyCaps.width <= width
 
         width: parent ? parent.width : 0
         height: fits ? 20 : 42
 
         Label {
-            id: words
+            id: label
             text: row.text
             type: Tokens.body
             color: "#d9dbe1"
@@ -35,7 +35,7 @@ Card {
             elide: Text.ElideRight
         }
         Row {
-            id: caps
+            id: keyCaps
             x: row.fits ? row.width - width : 0
             y: row.fits ? 1 : 22
             spacing: 4

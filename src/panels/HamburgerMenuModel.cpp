@@ -67,7 +67,7 @@ QString HamburgerMenuModel::caption() const
         return {};
     if (m_capExceeded)
         return QStringLiteral("Limit exceeded. Sending is blocked.");
-    // Rounded down, so that 100 % is never claimed early.
+    // Rounded down, so that 100 % is not shown early.
     const QString used =
         QStringLiteral("%1% used").arg(QString::number(qint64(std::floor(usagePercent()))));
     return tier() == Tier::Danger ? used + QStringLiteral(". Almost out of credits.") : used;

@@ -6,7 +6,7 @@
 
 namespace quellora {
 
-/// The menu behind the overlay's menu button: rows and the account's usage. Main thread only.
+/// View model of the overlay's menu: available rows and the account's usage. Main thread only.
 class HamburgerMenuModel : public QObject
 {
     Q_OBJECT
@@ -30,7 +30,7 @@ public:
 
     using QObject::QObject;
 
-    /// A cap below 1 means that none is known.
+    /// A cap below 1 means that there is none.
     void setUsage(qint64 tokensUsed, qint64 tokenCap, bool capExceeded);
     void setHistoryAvailable(bool isAvailable);
     void setSettingsAvailable(bool isAvailable);
@@ -38,11 +38,11 @@ public:
     bool historyAvailable() const { return m_historyAvailable; }
     bool settingsAvailable() const { return m_settingsAvailable; }
     Tier tier() const;
-    /// Filled share of the bar, 0 to 1; full when the cap is exceeded.
+    /// Filled fraction of the bar, 0 to 1; 1 if the cap is exceeded.
     double fillFraction() const;
     /// "4K of 10K credits" or "No limit set".
     QString usageText() const;
-    /// The line below the bar; empty without a cap.
+    /// Text below the bar; empty without a cap.
     QString caption() const;
 
 Q_SIGNALS:
@@ -58,7 +58,7 @@ Q_SIGNALS:
 
 private:
     bool hasCap() const { return m_tokenCap >= 1; }
-    /// Used share of the cap in percent; 0 without a cap.
+    /// Usage in percent of the cap; 0 without a cap.
     double usagePercent() const;
 
     qint64 m_tokensUsed = 0;

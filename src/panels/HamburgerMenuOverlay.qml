@@ -2,24 +2,24 @@ import QtQuick
 import Quellora.Panels
 import Quellora.Ui
 
-/// The menu of the menu button. While open it handles every press in the window except on the answer:
-/// a press outside the menu closes it, and the focus returns to the button.
+/// The overlay's menu. While it is open, a press outside closes it and returns the focus to the
+/// button; presses on the answer still reach the answer.
 FocusScope {
     id: host
 
     required property HamburgerMenuModel menu
     property bool compact: false
     property bool open: false
-    /// The button that opens it.
+    /// Button that opens the menu.
     property Item opener
-    /// Area in which presses reach the items below; the menu stays open.
+    /// Area in which presses reach the items below and do not close the menu.
     property rect passage
 
     readonly property int tier: menu.tier
     readonly property bool isUrgent: tier === HamburgerMenuModel.Danger
                                      || tier === HamburgerMenuModel.Exceeded
     property bool byKeyboard: false
-    /// Row height; smaller in the smallest windows, so that the last row fits.
+    /// Row height, reduced in small windows so that all rows fit.
     readonly property int rowHeight: Math.max(28, Math.min(
         34, Math.floor((height - 36 - 4 - 92) / rows().length)))
 
@@ -32,7 +32,7 @@ FocusScope {
         const next = at < 0 ? 0 : (at + step + all.length) % all.length
         all[next].forceActiveFocus(Qt.TabFocusReason)
     }
-    function isPassage(point) {
+    function isInPassage(point) {
         return point.x >= passage.left && point.x < passage.right
                && point.y >= passage.top && point.y < passage.bottom
     }
@@ -47,7 +47,7 @@ FocusScope {
 
     onOpenChanged: {
         if (open) {
-            // In this order: hidden or disabled items cannot take the focus.
+            // Before focusing: hidden or disabled items cannot take the focus.
             visible = true
             enabled = true
             byKeyboard = opener !== null && opener.visualFocus === true
@@ -66,13 +66,13 @@ FocusScope {
         objectName: "menuScrim"
         anchors.fill: parent
         acceptedButtons: Qt.AllButtons
-        // Events not accepted reach the items below.
+        // Events that are not accepted reach the items below.
         onPressed: mouse => {
-            mouse.accepted = !host.isPassage(mouse)
+            mouse.accepted = !host.isInPassage(mouse)
             if (mouse.accepted)
                 host.menu.closeRequested()
         }
-        onWheel: wheel => wheel.accepted = !host.isPassage(wheel)
+        onWheel: wheel => wheel.accepted = !host.isInPassage(wheel)
     }
 
     Rectangle {
@@ -118,7 +118,7 @@ FocusScope {
             event.accepted = true
         }
 
-        // Blocks presses between the rows from reaching the answer.
+        // Keeps presses between the rows from reaching the answer.
         MouseArea {
             anchors.fill: parent
             acceptedButtons: Qt.AllButtons

@@ -3,7 +3,7 @@ import QtQuick.Controls.Basic as Basic
 import Quellora.Panels
 import Quellora.Ui
 
-/// A row of the menu: icon, text, and a mark at the right end.
+/// A menu row: icon, text and an optional trailing icon.
 Basic.AbstractButton {
     id: row
 
@@ -12,10 +12,10 @@ Basic.AbstractButton {
     property bool filled: false
     property bool available: true
     property color color: "#e8e8ea"
-    /// Read by assistive technology.
+    /// Accessible role, read by the accessibility interface.
     readonly property int role: Accessible.MenuItem
 
-    /// Tab moves to the next (1) or previous (-1) row; the focus stays in the menu.
+    /// Emitted on Tab (1) and Backtab (-1) to move within the menu, which keeps the focus.
     signal tabbed(int step)
 
     visible: available
@@ -43,10 +43,10 @@ Basic.AbstractButton {
             x: 10
             y: (parent.height - height) / 2
             name: row.iconName
-            color: words.color
+            color: label.color
         }
         Label {
-            id: words
+            id: label
             x: 36
             width: parent.width - x - (trailing.visible ? 34 : 10)
             height: parent.height

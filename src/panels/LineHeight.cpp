@@ -25,8 +25,8 @@ void LineHeight::apply()
     if (!m_document || m_isApplying)
         return;
     QTextDocument *text = m_document->textDocument();
-    // Typed and pasted paragraphs take over the format of the one they come after, so only a text
-    // that was replaced as a whole lacks it.
+    // New paragraphs inherit the format of the preceding one, so the format is missing only after
+    // the whole text has been replaced.
     if (text->begin().blockFormat().lineHeight() == m_pixels &&
         text->lastBlock().blockFormat().lineHeight() == m_pixels)
         return;
@@ -34,7 +34,7 @@ void LineHeight::apply()
     QTextBlockFormat format;
     format.setLineHeight(m_pixels, QTextBlockFormat::FixedHeight);
     QTextCursor cursor(text);
-    // Part of the change that made it necessary: undoing that must not stop here.
+    // Join the edit that caused this call, so that undo reverts both in one step.
     cursor.joinPreviousEditBlock();
     cursor.select(QTextCursor::Document);
     cursor.mergeBlockFormat(format);

@@ -7,13 +7,13 @@
 
 namespace quellora {
 
-/// Gives every line of a text field the same height; the field itself only knows its font's.
+/// Sets a fixed line height on a text field's document, which QML's TextEdit does not offer.
 class LineHeight : public QObject
 {
     Q_OBJECT
     QML_ELEMENT
     Q_PROPERTY(QQuickTextDocument *document READ document WRITE setDocument NOTIFY documentChanged)
-    /// Logical pixels.
+    /// Line height in logical pixels.
     Q_PROPERTY(double pixels MEMBER m_pixels NOTIFY pixelsChanged)
 public:
     using QObject::QObject;

@@ -2,17 +2,17 @@ import QtQuick
 import Quellora.Panels
 import Quellora.Ui
 
-/// The available models. Part of the panels, because the area above them is click-through.
+/// List of the available models. Inside the panels, because the area above them is click-through.
 Card {
     id: card
 
     required property BottomPanelsModel panels
     property bool compact: false
     readonly property alias list: view
-    /// Whether the list is operated by keyboard; only then the current row is marked.
+    /// Whether the keyboard is used; the focus ring of the current row is shown only then.
     property bool byKeyboard: false
 
-    /// A model was chosen, or the choice cancelled.
+    /// A model was chosen or the list was dismissed.
     signal closed()
 
     function choose(row) {

@@ -40,17 +40,17 @@ QHash<int, QByteArray> ModelListModel::roleNames() const
     return {{IdRole, "modelId"}, {DisplayNameRole, "displayName"}, {DescriptorRole, "descriptor"}};
 }
 
-void ModelListModel::setOffer(const QList<ModelOption> &models, const QString &backendsChoice)
+void ModelListModel::setOffer(const QList<ModelOption> &models, const QString &backendDefaultId)
 {
-    if (m_models == models && m_backendsChoice == backendsChoice)
+    if (m_models == models && m_backendDefaultId == backendDefaultId)
         return;
-    m_backendsChoice = backendsChoice;
+    m_backendDefaultId = backendDefaultId;
     if (m_models != models) {
-        const bool countDiffers = m_models.size() != models.size();
+        const bool hasCountChanged = m_models.size() != models.size();
         beginResetModel();
         m_models = models;
         endResetModel();
-        if (countDiffers)
+        if (hasCountChanged)
             Q_EMIT countChanged();
     }
     Q_EMIT selectedChanged();
@@ -58,8 +58,8 @@ void ModelListModel::setOffer(const QList<ModelOption> &models, const QString &b
 
 QString ModelListModel::selectedId() const
 {
-    // A stored choice that is not on offer stays stored: it counts again when it is offered again.
-    for (const QString &id : {m_settings.selectedModelId(), m_backendsChoice}) {
+    // A stored choice that is not available stays stored and is used again once it is available.
+    for (const QString &id : {m_settings.selectedModelId(), m_backendDefaultId}) {
         if (!id.isEmpty() && rowOf(id) >= 0)
             return id;
     }

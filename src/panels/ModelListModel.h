@@ -8,8 +8,8 @@
 
 namespace quellora {
 
-/// The models on offer, in the backend's order, and the one that answers: the user's stored choice
-/// while it is on offer, else the backend's own. Main thread only.
+/// The available models in the backend's order and the selected one: the user's stored choice if it
+/// is available, else the backend's default. Main thread only.
 class ModelListModel : public QAbstractListModel
 {
     Q_OBJECT
@@ -30,16 +30,16 @@ public:
     QHash<int, QByteArray> roleNames() const override;
 
     int count() const { return int(m_models.size()); }
-    /// Replaces the list; views keep their state when nothing changed.
-    /// @param backendsChoice id of the model that answers where the user has chosen none
-    void setOffer(const QList<ModelOption> &models, const QString &backendsChoice);
-    /// Id of the model that answers; empty when neither choice is on offer.
+    /// Replaces the list; the model is not reset if the list is unchanged.
+    /// @param backendDefaultId id of the model used if the user has chosen none
+    void setOffer(const QList<ModelOption> &models, const QString &backendDefaultId);
+    /// Id of the selected model; empty if neither the user's nor the backend's is available.
     QString selectedId() const;
-    /// Its display name; "Model" without one.
+    /// Display name of the selected model; "Model" if there is none.
     QString selectedName() const;
-    /// Whom texts name as the one who answers.
+    /// Name of the answerer in user-visible texts.
     QString answererName() const;
-    /// Stores a model on offer as the user's choice; nothing for another id.
+    /// Stores the user's choice; ignored if the model is not available.
     Q_INVOKABLE void choose(const QString &id);
     /// Row of the model with this id, or -1.
     Q_INVOKABLE int rowOf(const QString &id) const;
@@ -47,13 +47,13 @@ public:
 
 Q_SIGNALS:
     void countChanged();
-    /// The model that answers, or the list in which it has its name, may have changed.
+    /// The selected model or its name may have changed.
     void selectedChanged();
 
 private:
     Settings &m_settings;
     QList<ModelOption> m_models;
-    QString m_backendsChoice;
+    QString m_backendDefaultId;
 };
 
 } // namespace quellora

@@ -3,14 +3,14 @@ import QtQuick.Controls.Basic as Basic
 import Quellora.Panels
 import Quellora.Ui
 
-/// Shows the chosen model and opens the list of models.
+/// Button that shows the selected model and opens the model list.
 Basic.AbstractButton {
     id: picker
 
     required property BottomPanelsModel panels
     property real maximumLabelWidth: 120
     property bool isOpen: false
-    /// Read by assistive technology, like the other unused properties.
+    /// Read by the accessibility interface, like value, expandable and expanded.
     readonly property int role: Accessible.ComboBox
     readonly property string value: panels.models.selectedName
     readonly property bool expandable: true

@@ -2,7 +2,7 @@ import QtQuick
 import Quellora.Panels
 import Quellora.Ui
 
-/// A pasted text too long for the prompt field, shown as one line below it.
+/// One-line placeholder for a pasted text that is too long for the prompt field.
 Item {
     id: row
 
@@ -27,7 +27,7 @@ Item {
         color: row.theme.dimText
     }
     Label {
-        id: words
+        id: caption
         objectName: "pastedText"
         x: 20
         width: Math.min(implicitWidth, row.width - x - 4 - remove.width)
@@ -40,7 +40,7 @@ Item {
     IconButton {
         id: remove
         objectName: "removePastedText"
-        x: words.x + words.width + 4
+        x: caption.x + caption.width + 4
         width: 20
         height: 20
         iconName: "x"

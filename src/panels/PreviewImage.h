@@ -6,7 +6,7 @@
 
 namespace quellora {
 
-/// Draws an image that is already in memory, stretched over the item.
+/// Draws an in-memory image scaled to the item's size.
 class PreviewImage : public QQuickItem
 {
     Q_OBJECT

@@ -2,8 +2,8 @@ import QtQuick
 import Quellora.Panels
 import Quellora.Ui
 
-/// The prompt box: the text, and below it the model picker and the actions. In the compact size it
-/// contains the thread controls as well.
+/// The prompt box: the text field with the model picker and the actions below. In the compact size,
+/// it also contains the thread controls.
 Rectangle {
     id: box
 
@@ -34,7 +34,7 @@ Rectangle {
         x: 2
         y: 7
         width: parent.width - 4
-        // A whole number of lines.
+        // Rounded down to whole lines.
         height: Math.floor((box.rowY - y) / 20) * 20
         contentWidth: width
         contentHeight: input.implicitHeight + pasted.shownHeight
@@ -58,7 +58,7 @@ Rectangle {
             objectName: "promptInput"
             x: box.compact ? 8 : 10
             width: scroller.width - 2 * x
-            // A press anywhere in the free area focuses the text.
+            // Fills the box, so that a press anywhere focuses the text.
             height: Math.max(implicitHeight, (box.compact ? 20 : 40) - pasted.shownHeight)
             focus: true
             activeFocusOnTab: true
@@ -75,7 +75,7 @@ Rectangle {
             onActiveFocusChanged: {
                 box.panels.isPromptFocused = activeFocus
                 if (activeFocus)
-                    Qt.callLater(input.stopOwnBlinking)
+                    Qt.callLater(input.stopBuiltInBlinking)
             }
             onCursorRectangleChanged: scroller.reveal(cursorRectangle)
 
@@ -99,8 +99,8 @@ Rectangle {
                                    .forceActiveFocus(Qt.BacktabFocusReason)
             HoverHandler { cursorShape: Qt.IBeamCursor }
 
-            // PromptCaret stops blinking after a while; the built-in cursor would not.
-            function stopOwnBlinking() {
+            // Stops the built-in cursor's blink timer; PromptCaret blinks only for a limited time.
+            function stopBuiltInBlinking() {
                 cursorVisible = true
                 cursorVisible = false
             }
@@ -116,20 +116,20 @@ Rectangle {
                 Qt.callLater(scroller.revealPasted)
                 return true
             }
-            // Only the user's edits are stored, not the initial empty text.
+            // Prevents the initial empty text from being stored.
             property bool isLoaded: false
             Component.onCompleted: {
                 load()
                 isLoaded = true
             }
-            // The middle button pastes the primary selection, if the system has one.
+            // The middle button pastes the primary selection where available.
             MouseArea {
                 anchors.fill: parent
                 acceptedButtons: Qt.MiddleButton
                 cursorShape: Qt.IBeamCursor
                 onPressed: mouse => {
-                    const place = input.positionAt(mouse.x, mouse.y)
-                    mouse.accepted = input.pasteLongText(place, place, true)
+                    const position = input.positionAt(mouse.x, mouse.y)
+                    mouse.accepted = input.pasteLongText(position, position, true)
                 }
             }
             LineHeight {

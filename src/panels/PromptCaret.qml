@@ -1,21 +1,21 @@
 import QtQuick
 
-/// The text cursor. It stops blinking after a while without input, so that an idle panel causes no
-/// repaints.
+/// Text caret that stops blinking after a while without input, so that an idle panel is not
+/// repainted.
 Rectangle {
     id: caret
 
     required property TextEdit field
     property int blinksLeft: 0
-    property bool isDark: false
+    property bool isHidden: false
     readonly property int flashTime: Qt.styleHints.cursorFlashTime
 
     function restart() {
-        isDark = false
+        isHidden = false
         blinksLeft = flashTime > 0 ? 20 : 0
     }
 
-    visible: field.activeFocus && !isDark
+    visible: field.activeFocus && !isHidden
     width: 1.5
 
     Connections {
@@ -28,7 +28,7 @@ Rectangle {
         repeat: true
         running: caret.field.activeFocus && caret.blinksLeft > 0
         onTriggered: {
-            caret.isDark = !caret.isDark && caret.blinksLeft > 1
+            caret.isHidden = !caret.isHidden && caret.blinksLeft > 1
             caret.blinksLeft -= 1
         }
     }

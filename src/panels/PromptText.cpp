@@ -7,21 +7,21 @@ bool PromptText::fitsField(const QString &text)
     return text.size() <= maximumFieldLength && text.count(u'\n') < maximumFieldLines;
 }
 
-QString PromptText::whole() const
+QString PromptText::fullText() const
 {
     if (m_pasted.isEmpty())
         return m_typed;
     return m_typed.isEmpty() ? m_pasted : m_typed + u'\n' + m_pasted;
 }
 
-void PromptText::setWhole(const QString &text)
+void PromptText::setFullText(const QString &text)
 {
     const bool fits = fitsField(text);
     m_typed = fits ? text : QString();
     m_pasted = fits ? QString() : text;
 }
 
-bool PromptText::takePaste(const QString &text, qsizetype start, qsizetype end)
+bool PromptText::pasteLongText(const QString &text, qsizetype start, qsizetype end)
 {
     QString plain = text;
     plain.replace(QStringLiteral("\r\n"), QStringLiteral("\n")).replace(u'\r', u'\n');

@@ -4,33 +4,34 @@
 
 namespace quellora {
 
-/// The text of the prompt box in two parts: what is typed in its field, and below it what was
-/// pasted but is too long for a field. Laying out a megabyte holds the main thread for seconds, and
-/// again with every key; so the field never gets it, and the prompt still holds all of it.
+/// The prompt in two parts: the text typed in the field, followed by pasted text that is too long
+/// for the field. Laying out a megabyte of text blocks the main thread for seconds, again on every
+/// key press, so such text is never put into the field.
 class PromptText
 {
 public:
-    /// What a field lays out within a few milliseconds, however its lines break.
+    /// Limits for text that a field lays out within a few milliseconds, regardless of line breaks.
     static constexpr qsizetype maximumFieldLength = 16000;
     static constexpr qsizetype maximumFieldLines = 800;
 
-    /// Whether @p text is short enough for the field.
+    /// Whether @p text is within the limits of the field.
     static bool fitsField(const QString &text);
 
     const QString &typed() const { return m_typed; }
-    /// Empty when nothing is too long.
+    /// The long pasted text; empty if there is none.
     const QString &pasted() const { return m_pasted; }
-    /// The prompt: what was typed, a line end, what was pasted.
-    QString whole() const;
+    /// The whole prompt: typed and pasted text, separated by a line break.
+    QString fullText() const;
 
     void setTyped(const QString &text) { m_typed = text; }
     void removePasted() { m_pasted.clear(); }
-    /// Takes over a prompt from elsewhere: all of it into the field, or all of it beside it.
-    void setWhole(const QString &text);
-    /// Takes @p text that is pasted over the typed characters from @p start to @p end, when it does
-    /// not fit the field. What was typed behind that place stays behind it.
-    /// @return whether it was taken; otherwise nothing has changed
-    bool takePaste(const QString &text, qsizetype start, qsizetype end);
+    /// Replaces the prompt; the text becomes the typed part if it fits the field, else the pasted
+    /// part.
+    void setFullText(const QString &text);
+    /// Pastes @p text over the typed characters from @p start to @p end if the result does not fit
+    /// the field. Text typed after @p end stays after the pasted text.
+    /// @return false, without any change, if it fits the field
+    bool pasteLongText(const QString &text, qsizetype start, qsizetype end);
 
 private:
     QString m_typed;

@@ -2,7 +2,7 @@ import QtQuick
 import Quellora.Panels
 import Quellora.Ui
 
-/// A thin scroll indicator next to a Flickable; hidden if all content fits.
+/// A thin scroll indicator for a Flickable; hidden if all content fits.
 Rectangle {
     id: mark
 

@@ -2,7 +2,7 @@ import QtQuick
 import Quellora.Panels
 import Quellora.Ui
 
-/// A service message: a header, a body that scrolls if space is limited, and an optional action.
+/// A service message with a header, a body that scrolls if space is limited and an optional action.
 Card {
     id: card
 
@@ -15,7 +15,7 @@ Card {
     readonly property bool hasAction: panels.messageActionLabel.length > 0
     readonly property real actionHeight: hasAction && !compact ? 12 + 28 : 0
     readonly property real bottomPad: compact ? 10 : 12
-    /// Preferred height of the body, including its action and the space below.
+    /// Preferred height of the body, including the action and the padding below.
     readonly property real bodyHeight: body.height + actionHeight + bottomPad
 
     bar: blocking ? theme.dangerBar : theme.accent
@@ -52,7 +52,7 @@ Card {
         implicitHeight: 24
         leftPadding: 10
         rightPadding: 10
-        // Keeps a long label from displacing the header.
+        // A long label must not displace the header.
         width: Math.min(implicitWidth, card.width / 2)
         kind: Button.Primary
         text: card.panels.messageActionLabel

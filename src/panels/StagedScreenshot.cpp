@@ -29,7 +29,7 @@ StagedScreenshot::Decoded StagedScreenshot::decode(const QByteArray &jpeg)
         return {};
 
     const QSize target = previewSize * previewScale;
-    // The decoder can shrink while it reads, which costs a fraction of decoding everything.
+    // Scaling while decoding is much cheaper than decoding at full size.
     reader.setScaledSize(
         pictureSize.scaled(target, Qt::KeepAspectRatioByExpanding).expandedTo({1, 1}));
     const QImage picture = reader.read();

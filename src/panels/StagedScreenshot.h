@@ -7,8 +7,8 @@
 
 namespace quellora {
 
-/// The preview of a staged screenshot. Decoding runs on the global thread pool; results of
-/// replaced or removed data are dropped. Main thread only.
+/// Preview of the staged screenshot. Decodes on the global thread pool; results for replaced or
+/// removed data are discarded. Main thread only.
 class StagedScreenshot : public QObject
 {
     Q_OBJECT
@@ -21,15 +21,14 @@ public:
     /// Preview size in logical pixels.
     static constexpr QSize previewSize{72, 45};
 
-    /// Starts decoding @p jpeg; empty data clears the preview at once. Setting the same data again
-    /// does nothing.
+    /// Starts decoding @p jpeg; empty data clears the preview. Ignored if the data is unchanged.
     void setData(const QByteArray &jpeg);
 
     State state() const { return m_state; }
-    /// The middle of the picture, filling previewSize at three times its resolution with rounded
-    /// corners. Null unless Ready.
+    /// The screenshot, centre-cropped to the aspect ratio of previewSize and scaled to three times
+    /// that size, with rounded corners. Null unless Ready.
     const QImage &preview() const { return m_preview; }
-    /// Size of the whole picture in pixels. Invalid unless Ready.
+    /// Size of the screenshot in pixels. Invalid unless Ready.
     QSize pictureSize() const { return m_pictureSize; }
 
     struct Decoded
@@ -37,7 +36,7 @@ public:
         QImage preview;
         QSize pictureSize;
     };
-    /// The work of the pool thread; a null preview means the data is no picture.
+    /// Decodes on the calling thread; the preview is null if the data is not a valid image.
     static Decoded decode(const QByteArray &jpeg);
 
 Q_SIGNALS:

@@ -10,7 +10,7 @@ namespace quellora {
 
 namespace {
 
-/// Text of one fragment: an image's description, or the escaped characters.
+/// Plain text of a fragment; for an image its description in brackets.
 QString fragmentText(const QTextFragment &fragment)
 {
     const QTextCharFormat format = fragment.charFormat();
@@ -50,7 +50,7 @@ QString fragmentHtml(const QTextFragment &fragment, const StyledMarkdown::Style 
     return html;
 }
 
-/// "• " or "2. " before an item of a list.
+/// "• " or "2. " for a list item, else empty.
 QString listMarker(const QTextBlock &block)
 {
     const QTextList *list = block.textList();
@@ -78,12 +78,12 @@ StyledMarkdown StyledMarkdown::fromMarkdown(const QString &markdown)
 StyledMarkdown StyledMarkdown::fromMarkdown(const QString &markdown, const Style &style)
 {
     QString source = markdown;
-    // The object replacement character would be taken for an image.
+    // The document uses this character as a placeholder for images.
     source.remove(QChar::ObjectReplacementCharacter);
     if (source.size() > maximumLength)
         source = source.left(maximumLength) + QStringLiteral("\u2026");
 
-    // The document is only read block by block, never laid out, so it resolves no resource.
+    // The document is never laid out, so it does not load any resources.
     QTextDocument document;
     document.setUndoRedoEnabled(false);
     QTextDocument::MarkdownFeatures features = QTextDocument::MarkdownDialectGitHub;

@@ -4,18 +4,18 @@
 
 namespace quellora {
 
-/// Markdown of a service message made safe to show.
+/// Markdown of a service message converted to safe rich text.
 struct StyledMarkdown
 {
-    /// Rich text built only from paragraphs, emphasis, code and links; every character of the
-    /// source is escaped, so nothing in it can load, run or draw anything.
+    /// Rich text that consists only of paragraphs, emphasis, code and links. All text is escaped,
+    /// so the source cannot inject active content or resources.
     QString richText;
-    /// The same words without markup, for assistive technology.
+    /// The text without markup, for assistive technology.
     QString plainText;
 
     bool operator==(const StyledMarkdown &) const = default;
 
-    /// Colours and, in logical pixels, line height and the space between paragraphs.
+    /// Colours, and line height and paragraph spacing in logical pixels.
     struct Style
     {
         QString linkColor = QStringLiteral("#7db2ff");
@@ -25,15 +25,15 @@ struct StyledMarkdown
         int paragraphGap = 8;
     };
 
-    /// Longest body that is shown; the rest is cut off with an ellipsis.
+    /// Maximum length in characters; longer text is truncated with an ellipsis.
     static constexpr qsizetype maximumLength = 20000;
 
-    /// Converts @p markdown. Raw HTML stays text, images become their description, and only links
-    /// to http and https addresses stay links.
+    /// Converts @p markdown. Raw HTML is shown as text, images are replaced by their description,
+    /// and only http and https links are kept.
     static StyledMarkdown fromMarkdown(const QString &markdown, const Style &style);
     static StyledMarkdown fromMarkdown(const QString &markdown);
 
-    /// Whether @p address may be opened for the user: a complete http or https address.
+    /// Whether @p address is an absolute http or https URL, which may be opened.
     static bool isSafeAddress(const QString &address);
 };
 

@@ -14,12 +14,12 @@ Item {
         id: save
         objectName: "saveThread"
         x: 4
-        width: 28 + 8 + 14 + 8 + words.implicitWidth
+        width: 28 + 8 + 14 + 8 + saveLabel.implicitWidth
         name: qsTr("Save thread")
         checked: row.panels.settings.keepAIHistoryEnabled
         onToggled: {
             row.panels.settings.keepAIHistoryEnabled = checked
-            // Restores the binding that the press has broken.
+            // Toggling has overwritten the binding, so restore it.
             checked = Qt.binding(() => row.panels.settings.keepAIHistoryEnabled)
         }
 
@@ -31,7 +31,7 @@ Item {
             color: Tokens.frame.icon
         }
         Label {
-            id: words
+            id: saveLabel
             x: 58
             height: parent.height
             text: save.name
@@ -58,7 +58,7 @@ Item {
         x: row.width - width
         leftPadding: 8
         rightPadding: 8
-        width: 8 + 14 + 6 + newWords.implicitWidth + 8
+        width: 8 + 14 + 6 + newThreadLabel.implicitWidth + 8
         kind: Button.Ghost
         text: qsTr("New thread")
         shortcutText: row.panels.hotkeys.new_thread ?? ""
@@ -73,7 +73,7 @@ Item {
                 color: newThread.hovered ? newThread.theme.text : newThread.theme.dimText
             }
             Label {
-                id: newWords
+                id: newThreadLabel
                 x: 20
                 height: parent.height
                 text: newThread.text

@@ -4,8 +4,8 @@
 
 namespace quellora {
 
-/// A thread whose every state can be told from the number of its turns: what was found on the disk
-/// after a crash must be one of them.
+/// A thread whose state is determined by its number of turns, so that a test can verify that the
+/// thread found on disk after a crash is one of the saved states.
 inline CaptureSession growingThread(const QUuid &id)
 {
     CaptureSession session;
@@ -17,7 +17,7 @@ inline CaptureSession growingThread(const QUuid &id)
     return session;
 }
 
-/// The next state: one more turn, with every fourth also a screenshot and a note.
+/// Advances to the next state: adds a turn, and with every fourth one a screenshot and a note.
 inline void grow(CaptureSession &session)
 {
     const int step = static_cast<int>(session.turns.size()) + 1;

@@ -25,7 +25,7 @@ inline CaptureSession sample()
     return session;
 }
 
-/// sample(), kept whole.
+/// sample(), entirely marked for persistence.
 inline CaptureSession keptSample()
 {
     CaptureSession session = sample();
@@ -46,7 +46,7 @@ inline void writeFile(const QString &path, const QByteArray &content)
         qFatal("The test could not write a file");
 }
 
-/// Changes when a file is replaced, even by one of the same content.
+/// Inode number, which changes when a file is replaced, even by one with the same content.
 inline quint64 inodeOf(const QString &path)
 {
     struct stat info = {};
@@ -59,14 +59,14 @@ inline int modeOf(const QString &path)
     return ::lstat(QFile::encodeName(path).constData(), &info) == 0 ? info.st_mode & 0777 : -1;
 }
 
-/// Where files cost no disk, if there is such a place.
+/// A folder in memory if available, else the temporary folder.
 inline QString fastFolder()
 {
     const QFileInfo memory(QStringLiteral("/dev/shm"));
     return memory.isDir() && memory.isWritable() ? memory.filePath() : QDir::tempPath();
 }
 
-/// A store in a folder of its own.
+/// A store in a temporary folder.
 struct StoreFixture
 {
     explicit StoreFixture(std::shared_ptr<ThreadFiles> files = std::make_shared<DiskThreadFiles>(),
@@ -87,7 +87,7 @@ struct StoreFixture
     {
         return QJsonDocument::fromJson(contentOf(description(id))).object();
     }
-    /// Everything in a thread's folder, sorted.
+    /// Sorted names of all entries in a thread's folder.
     QStringList names(const QUuid &id) const
     {
         return QDir(folder(id))
@@ -96,14 +96,14 @@ struct StoreFixture
     }
 };
 
-/// A thread that was loaded after an interrupted save, without the numbers which that save took.
-inline CaptureSession withoutTakenNumbers(CaptureSession loaded)
+/// @p loaded with the next screenshot number reset, ignoring numbers used by an interrupted save.
+inline CaptureSession withoutReservedNumbers(CaptureSession loaded)
 {
     loaded.nextScreenshotIndex = loaded.screenshots.size();
     return loaded;
 }
 
-/// What a load shows of a saved thread: everything, in whole seconds and without cursors.
+/// @p session as load() returns it: dates in whole seconds, no cursors.
 inline CaptureSession asStored(CaptureSession session)
 {
     const auto wholeSeconds = [](QDateTime &date) {

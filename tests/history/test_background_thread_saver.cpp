@@ -20,7 +20,7 @@ const QString saveFailure =
 const QString commitFailure = QStringLiteral(
     "[OverlayWindowController] ERROR: Failed to commit thread before starting a new one: ");
 
-/// A disk that a test can hold, and that can be full. Records which threads reach it.
+/// A disk that can block writes or report itself as full. Records the order of written threads.
 class SlowFiles : public DiskThreadFiles
 {
 public:
@@ -30,7 +30,7 @@ public:
         gate.acquire();
         gate.release();
         if (QFileInfo(path).fileName() == "session.json") {
-            // One save at a time, so nothing else touches this now.
+            // Saves run one at a time, so no lock is needed.
             written.append(QFileInfo(QFileInfo(path).path()).fileName());
         }
         if (isFull)
@@ -38,8 +38,8 @@ public:
         return DiskThreadFiles::replacement(path);
     }
 
-    void hold() { gate.acquire(); }
-    void letGo() { gate.release(); }
+    void block() { gate.acquire(); }
+    void unblock() { gate.release(); }
 
     QSemaphore gate{1};
     QSemaphore arrived;
@@ -69,7 +69,7 @@ class TestBackgroundThreadSaver : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void savesInTheOrderOfTheRequests()
+    void savesInRequestOrder()
     {
         auto files = std::make_shared<SlowFiles>();
         StoreFixture f(files);
@@ -85,25 +85,25 @@ private Q_SLOTS:
         QCOMPARE(files->written, expected);
     }
 
-    void callerDoesNotWaitForTheDisk()
+    void saveDoesNotBlock()
     {
         auto files = std::make_shared<SlowFiles>();
         StoreFixture f(files);
         BackgroundThreadSaver saver(f.store);
         CaptureSession session = keptThread();
-        files->hold();
+        files->block();
         saver.save(session, "P: ");
         QVERIFY(files->arrived.tryAcquire(1, 10'000));
-        // Returns although the disk does not.
+        // save() returns while the write is blocked.
         session.addTurn("q", "r", t0, t0);
         saver.save(session, "P: ");
         QCOMPARE(f.store.load(session.id).error().kind, StoreError::Kind::SessionNotFound);
-        files->letGo();
+        files->unblock();
         saver.flush();
         QCOMPARE(*f.store.load(session.id), asStored(session));
     }
 
-    void newestStateReplacesTheOneThatWaits()
+    void newerSaveReplacesQueuedOne()
     {
         auto files = std::make_shared<SlowFiles>();
         StoreFixture f(files);
@@ -111,7 +111,7 @@ private Q_SLOTS:
         CaptureSession first = keptThread();
         CaptureSession second = keptThread();
         CaptureSession third = keptThread();
-        files->hold();
+        files->block();
         saver.save(first, "P: ");
         QVERIFY(files->arrived.tryAcquire(1, 10'000));
         for (int i = 0; i < 10; ++i) {
@@ -122,7 +122,7 @@ private Q_SLOTS:
             if (i == 5)
                 saver.save(third, "P: ");
         }
-        files->letGo();
+        files->unblock();
         saver.flush();
         QCOMPARE(files->written, (QStringList{uuidText(first.id), uuidText(second.id),
                                               uuidText(first.id), uuidText(third.id)}));
@@ -131,7 +131,7 @@ private Q_SLOTS:
         QCOMPARE(*f.store.load(third.id), asStored(third));
     }
 
-    void eventLoopCarriesOnWithoutFlush()
+    void queueAdvancesFromEventLoop()
     {
         StoreFixture f;
         BackgroundThreadSaver saver(f.store);
@@ -144,14 +144,14 @@ private Q_SLOTS:
         QVERIFY(f.store.load(first.id) && f.store.load(second.id));
     }
 
-    void nothingIsLostAtQuit()
+    void destructorFlushes()
     {
         auto files = std::make_shared<SlowFiles>();
         StoreFixture f(files);
         LogCapture log;
         CaptureSession first = keptThread();
         CaptureSession second = keptThread();
-        files->hold();
+        files->block();
         {
             BackgroundThreadSaver saver(f.store);
             saver.save(first, "P: ");
@@ -159,8 +159,8 @@ private Q_SLOTS:
             first.addTurn("last words", "r", t0, t0);
             saver.save(first, "P: ");
             saver.save(second, "P: ");
-            // The disk answers only while the program is already on its way out.
-            files->letGo();
+            // The write is unblocked only just before the destructor flushes.
+            files->unblock();
         }
         QCOMPARE(*f.store.load(first.id), asStored(first));
         QCOMPARE(*f.store.load(second.id), asStored(second));
@@ -182,7 +182,7 @@ private Q_SLOTS:
                                         ": No space left on device"});
     }
 
-    void flushWithNothingToDoReturns()
+    void flushOfEmptyQueueReturns()
     {
         StoreFixture f;
         BackgroundThreadSaver saver(f.store);
@@ -192,7 +192,7 @@ private Q_SLOTS:
         saver.flush();
         saver.flush();
         QVERIFY(f.store.load(session.id));
-        // The worker's report of the flushed save arrives now and changes nothing.
+        // The queued call of the flushed save is delivered now and must have no effect.
         QCoreApplication::processEvents();
         saver.save(keptThread(), "P: ");
         saver.flush();
@@ -213,7 +213,7 @@ private Q_SLOTS:
                                         "resumeTurnPersistingFromDisk() was called)"});
     }
 
-    void tellsHowEachSaveWent()
+    void reportsSaveState()
     {
         auto files = std::make_shared<SlowFiles>();
         StoreFixture f(files);
@@ -239,7 +239,7 @@ private Q_SLOTS:
         QCOMPARE(saver.stateOf(session.id), states.last());
     }
 
-    void onlyTheNewestStateOfAThreadCounts()
+    void replacedSaveReportsNoState()
     {
         auto files = std::make_shared<SlowFiles>();
         StoreFixture f(files);
@@ -248,18 +248,18 @@ private Q_SLOTS:
         QList<SaveState::Kind> states;
         connect(&saver, &ThreadSaver::stateChanged, this,
                 [&](const QUuid &id) { states.append(saver.stateOf(id).kind); });
-        files->hold();
+        files->block();
         saver.save(session, "P: ");
         QVERIFY(files->arrived.tryAcquire(1, 10'000));
         session.addTurn("q", "r", t0, t0);
         saver.save(session, "P: ");
-        files->letGo();
+        files->unblock();
         saver.flush();
         QCOMPARE(states,
                  (QList{SaveState::Kind::Saving, SaveState::Kind::Saving, SaveState::Kind::Saved}));
     }
 
-    void whatCouldNotBeSavedIsTriedAgain()
+    void failedSavesAreRetried()
     {
         auto files = std::make_shared<SlowFiles>();
         StoreFixture f(files);
@@ -274,7 +274,7 @@ private Q_SLOTS:
         QCOMPARE(log.lines.size(), 2);
         saver.forget(dropped.id);
         QCOMPARE(saver.stateOf(dropped.id), SaveState());
-        // Another thread finds room; the ended one, which nobody changes any more, follows.
+        // A successful save of another thread retries the one that is no longer changed.
         files->isFull = false;
         saver.save(keptThread(), "P: ");
         saver.flush();
@@ -292,7 +292,7 @@ private Q_SLOTS:
         QVERIFY(f.store.load(last.id));
     }
 
-    void aNoteThatCannotBeDeletedComesBack()
+    void failedNoteDeletionRestoresNote()
     {
         auto files = std::make_shared<SlowFiles>();
         StoreFixture f(files);
@@ -316,7 +316,7 @@ private Q_SLOTS:
         QCOMPARE(threads.currentSession()->notes, notes);
         QCOMPARE(reasons, QStringList{"No space left on device"});
         QCOMPARE(threads.saveState().kind, SaveState::Kind::Failed);
-        // Later saves do not delete them behind the user's back.
+        // Later saves keep the restored notes.
         files->isFull = false;
         threads.retrySaving();
         saver.flush();
@@ -326,7 +326,7 @@ private Q_SLOTS:
         saver.flush();
         QCOMPARE(f.store.load(threads.currentSession()->id)->notes.size(), 3);
         QCOMPARE(reasons.size(), 1);
-        // What has been deleted stays deleted when a later save fails.
+        // A failure of a later save does not restore a note whose deletion was saved.
         files->isFull = true;
         QVERIFY(threads.addNote("five"));
         saver.flush();
@@ -334,7 +334,7 @@ private Q_SLOTS:
         QCOMPARE(reasons.size(), 1);
     }
 
-    void onlyAThreadThatIsOnTheDiskIsSaidToBeSaved()
+    void savedStateRequiresStoredThread()
     {
         StoreFixture f;
         JsonUserDefaults defaults;
@@ -345,14 +345,14 @@ private Q_SLOTS:
         settings.setKeepAIHistoryEnabled(true);
         threads.setCurrentSession(threads.threadForQuery());
         saver.flush();
-        // The question is under way, and nothing has been written.
+        // The question has been sent, but nothing has been written yet.
         QVERIFY(threads.currentSession()->isMarkedForPersistence());
         QCOMPARE(threads.saveState(), SaveState());
         QVERIFY(threads.addTurn(threads.currentSession()->id, "q", "r"));
         QCOMPARE(threads.saveState().kind, SaveState::Kind::Saving);
         saver.flush();
         QCOMPARE(threads.saveState().kind, SaveState::Kind::Saved);
-        // A thread from the disk is there before its first save.
+        // A loaded thread counts as saved before its first save.
         const CaptureSession stored = *f.store.load(threads.currentSession()->id);
         BackgroundThreadSaver later(f.store);
         ThreadController again(settings, &later, [] { return t0; });
@@ -362,7 +362,7 @@ private Q_SLOTS:
         QCOMPARE(again.saveState(), SaveState());
     }
 
-    void savesOfAThreadThatIsBeingDeletedWait()
+    void savesAreDeferredDuringDeletion()
     {
         StoreFixture f;
         JsonUserDefaults defaults;
@@ -390,7 +390,7 @@ private Q_SLOTS:
         QVERIFY(!f.store.load(id));
     }
 
-    void failedSaveIsMadeUpForByTheNextChange()
+    void nextChangeRetriesFailedSave()
     {
         auto files = std::make_shared<SlowFiles>();
         StoreFixture f(files);
@@ -405,7 +405,7 @@ private Q_SLOTS:
         const QUuid id = threads.currentSession()->id;
         const QString reason = f.description(id) + ": No space left on device";
         QCOMPARE(log.lines, QStringList{saveFailure + reason});
-        // The thread in memory has not noticed.
+        // The thread in memory is unchanged.
         QCOMPARE(threads.currentSession()->notes.size(), 1);
         QVERIFY(threads.currentSession()->isMarkedForPersistence());
 
@@ -415,7 +415,7 @@ private Q_SLOTS:
         QCOMPARE(log.lines.size(), 1);
         QCOMPARE(*f.store.load(id), asStored(*threads.currentSession()));
 
-        // A thread that ends says so in its own words.
+        // A failed save of a thread that ends has its own message.
         log.clear();
         files->isFull = true;
         threads.startNewThread();

@@ -43,7 +43,7 @@ private Q_SLOTS:
         QCOMPARE(uuidText(session.id), uuidText(session.id).toUpper());
     }
 
-    void additionsMoveUpdatedAt()
+    void additionsUpdateUpdatedAt()
     {
         CaptureSession session = CaptureSession::create(t0);
         session.addScreenshot("a", t0.addSecs(1), t0.addSecs(2));
@@ -67,7 +67,7 @@ private Q_SLOTS:
         QCOMPARE(session, before);
     }
 
-    void firstNoteKeepsTheWholeThread()
+    void firstNoteKeepsWholeThread()
     {
         CaptureSession session = CaptureSession::create(t0);
         session.addScreenshot("a", t0);
@@ -88,7 +88,7 @@ private Q_SLOTS:
         QCOMPARE(session.notes.first().text, "2");
     }
 
-    void screenshotNumbersAreNeverGivenTwice()
+    void screenshotNumbersAreNotReused()
     {
         CaptureSession session = CaptureSession::create(t0);
         session.addScreenshot("0", t0);
@@ -104,7 +104,7 @@ private Q_SLOTS:
         QCOMPARE(session.screenshots.constLast().index, 3);
     }
 
-    void removalsMoveWhatIsKept()
+    void removalsShiftCursors()
     {
         CaptureSession session = CaptureSession::create(t0);
         for (const char *jpeg : {"0", "1", "2"})
@@ -120,13 +120,13 @@ private Q_SLOTS:
         QCOMPARE(*session.notePersistenceCursor, (CaptureSession::NotePersistenceCursor{0, 0}));
         QCOMPARE(session.turnPersistenceCursor->sinceScreenshotIndex, 2);
         QCOMPARE(*session.storedPart, (CaptureSession::StoredPart{2, 1, 0, t0}));
-        // What stands behind the cursor or the stored part moves neither.
+        // Removing an element after the cursor and the stored part changes neither.
         session.removeScreenshot(3);
         QCOMPARE(session.turnPersistenceCursor->sinceScreenshotIndex, 2);
         QCOMPARE(session.storedPart->screenshots, 2);
     }
 
-    void keepingBeginsAtTheStagedScreenshot()
+    void persistenceStartsAtStagedScreenshot()
     {
         CaptureSession session = CaptureSession::create(t0);
         session.addScreenshot("unkept", t0);
@@ -135,12 +135,12 @@ private Q_SLOTS:
         CaptureSession other = session;
         session.beginPersistingTurns(1);
         QCOMPARE(*session.turnPersistenceCursor, (CaptureSession::TurnPersistenceCursor{1, 0}));
-        // One that is not there is no beginning.
+        // With an unknown number, persistence starts after the last screenshot.
         other.beginPersistingTurns(7);
         QCOMPARE(*other.turnPersistenceCursor, (CaptureSession::TurnPersistenceCursor{3, 0}));
     }
 
-    void keepingAnewKeepsWhatWasKept()
+    void restartingPersistenceKeepsEarlierStart()
     {
         CaptureSession session = CaptureSession::create(t0);
         session.addTurn("unkept", "r", t0);
@@ -155,7 +155,7 @@ private Q_SLOTS:
 
     void keptPart_data()
     {
-        // Three of each kind; the second turn went out with the first screenshot.
+        // Three entries of each kind; the second turn refers to the first screenshot.
         using Stored = std::optional<CaptureSession::StoredPart>;
         using Notes = std::optional<CaptureSession::NotePersistenceCursor>;
         using Turns = std::optional<CaptureSession::TurnPersistenceCursor>;
@@ -167,21 +167,21 @@ private Q_SLOTS:
         const auto stored = [](qint64 screenshots, qint64 notes, qint64 turns) {
             return Stored({screenshots, notes, turns, t0});
         };
-        QTest::newRow("nothing") << none << Notes() << Turns() << " / / ";
+        QTest::newRow("none") << none << Notes() << Turns() << " / / ";
         QTest::newRow("notes") << none << Notes({1, 0}) << Turns() << "12/012/";
-        QTest::newRow("notes from the second on") << none << Notes({0, 1}) << Turns() << "012/12/";
+        QTest::newRow("notes from second") << none << Notes({0, 1}) << Turns() << "012/12/";
         QTest::newRow("turns") << none << Notes() << Turns({1, 2}) << "12/ /2";
         QTest::newRow("both") << none << Notes({2, 1}) << Turns({1, 2}) << "12/12/2";
         QTest::newRow("past the end") << none << Notes({9, 9}) << Turns({9, 9}) << " / / ";
-        QTest::newRow("a sent screenshot before the cursor")
+        QTest::newRow("sent screenshot before cursor")
             << none << Notes() << Turns({3, 1}) << "0/ /12";
         QTest::newRow("stored") << stored(1, 2, 1) << Notes() << Turns() << "0/01/0";
-        QTest::newRow("stored whole") << stored(3, 3, 3) << Notes() << Turns() << "012/012/012";
-        QTest::newRow("stored with a gap")
+        QTest::newRow("stored entirely") << stored(3, 3, 3) << Notes() << Turns() << "012/012/012";
+        QTest::newRow("gap between stored part and cursors")
             << stored(1, 1, 1) << Notes({2, 2}) << Turns({2, 2}) << "02/02/02";
         QTest::newRow("stored beyond the cursors")
             << stored(2, 2, 2) << Notes({1, 1}) << Turns({0, 1}) << "012/012/012";
-        QTest::newRow("a note in a thread from the disk")
+        QTest::newRow("note added to loaded thread")
             << stored(1, 1, 2) << Notes({0, 0}) << Turns() << "012/012/01";
     }
     void keptPart()
@@ -225,7 +225,7 @@ private Q_SLOTS:
         QCOMPARE(CaptureSession::firstLine("  \n "), "");
     }
 
-    void entriesAreInTimeOrderNotesFirst()
+    void entriesAreChronologicalWithNotesFirst()
     {
         CaptureSession session = CaptureSession::create(t0);
         session.addTurn("late", "r", t0.addSecs(10));
@@ -238,7 +238,7 @@ private Q_SLOTS:
         QCOMPARE(std::get<CaptureSession::Turn>(entries.at(2)).prompt, "late");
     }
 
-    void cursorsFollowTheSetting()
+    void cursorsFollowSetting()
     {
         JsonUserDefaults defaults;
         Settings settings(defaults);
@@ -258,12 +258,12 @@ private Q_SLOTS:
                  (CaptureSession::TurnPersistenceCursor{1, 2}));
         QCOMPARE(saver.saved.size(), 1);
 
-        // Off again: a thread that is being kept stays kept.
+        // Turning the setting off does not stop keeping this thread.
         settings.setKeepAIHistoryEnabled(false);
         QVERIFY(threads.currentSession()->turnPersistenceCursor);
     }
 
-    void queryOnANewThreadIsKeptFromItsStart()
+    void newThreadIsKeptFromStart()
     {
         JsonUserDefaults defaults;
         Settings settings(defaults);
@@ -277,7 +277,7 @@ private Q_SLOTS:
         QCOMPARE(*session.turnPersistenceCursor, (CaptureSession::TurnPersistenceCursor{0, 0}));
     }
 
-    void threadFromHistoryIsKeptWhole()
+    void reopenedThreadIsKeptEntirely()
     {
         JsonUserDefaults defaults;
         Settings settings(defaults);
@@ -295,7 +295,7 @@ private Q_SLOTS:
                  (CaptureSession::TurnPersistenceCursor{0, 0}));
     }
 
-    void savesNameTheirFailure()
+    void savesPassFailurePrefix()
     {
         JsonUserDefaults defaults;
         Settings settings(defaults);
@@ -310,7 +310,7 @@ private Q_SLOTS:
         QVERIFY(threads.currentSession()->notes.isEmpty());
     }
 
-    void noteClearsTheStagedScreenshot()
+    void noteClearsStagedScreenshot()
     {
         JsonUserDefaults defaults;
         Settings settings(defaults);
@@ -324,7 +324,7 @@ private Q_SLOTS:
         QCOMPARE(staged.count(), 1);
     }
 
-    void answerOfAnEndedThreadJoinsThatThread()
+    void answerIsAddedToEndedThread()
     {
         JsonUserDefaults defaults;
         Settings settings(defaults);

@@ -13,7 +13,7 @@ class TestCaptureSessionStore : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void fileIsWrittenToTheByte()
+    void encodingIsExact()
     {
         StoreFixture f;
         CaptureSession session = CaptureSession::create(t0);
@@ -48,7 +48,7 @@ private Q_SLOTS:
         QCOMPARE(contentOf(f.folder(session.id) + "/screenshot-0.png"), "x");
     }
 
-    void unmarkedThreadIsNeverWritten()
+    void savingUnmarkedThreadFails()
     {
         StoreFixture f;
         const CaptureSession session = sample();
@@ -61,7 +61,7 @@ private Q_SLOTS:
         QVERIFY(!QFileInfo::exists(f.support.filePath("Quellora")));
     }
 
-    void noteCursorKeepsScreenshotsAndNotesOnly()
+    void noteCursorKeepsScreenshotsAndNotes()
     {
         StoreFixture f;
         CaptureSession session = sample();
@@ -74,7 +74,7 @@ private Q_SLOTS:
         QVERIFY(!json.contains("customTitle"));
     }
 
-    void turnCursorKeepsWhatComesAfterIt()
+    void turnCursorKeepsLaterEntries()
     {
         StoreFixture f;
         CaptureSession session = sample();
@@ -92,7 +92,7 @@ private Q_SLOTS:
         QCOMPARE(contentOf(f.folder(session.id) + "/screenshot-2.png"), "jpeg-2");
     }
 
-    void bothCursorsKeepFromTheSmallerStart()
+    void earlierCursorSelectsScreenshots()
     {
         StoreFixture f;
         CaptureSession session = sample();
@@ -102,7 +102,7 @@ private Q_SLOTS:
         QCOMPARE(f.json(session.id)["screenshots"].toArray().size(), 2);
     }
 
-    void cursorPastTheEndKeepsNothing()
+    void cursorPastEndKeepsNothing()
     {
         StoreFixture f;
         CaptureSession session = sample();
@@ -112,14 +112,14 @@ private Q_SLOTS:
         QCOMPARE(f.json(session.id)["turns"].toArray().size(), 0);
     }
 
-    void emptyThreadMakesNoEntry()
+    void emptyThreadIsNotStored()
     {
         StoreFixture f;
         CaptureSession session = sample();
         session.beginPersistingTurns();
         QVERIFY(f.store.save(session));
         QVERIFY(!QFileInfo::exists(f.support.filePath("Quellora")));
-        // It goes with the last thing that was kept of it.
+        // The folder is removed with the last kept entry.
         session.addNote("note", t0);
         session.screenshots.clear();
         QVERIFY(f.store.save(session));
@@ -127,7 +127,7 @@ private Q_SLOTS:
         session.removeNote(session.notes.constFirst().id);
         QVERIFY(f.store.save(session));
         QVERIFY(!QFileInfo::exists(f.folder(session.id)));
-        // A title of the user's own is something.
+        // A custom title alone keeps the thread.
         session.addNote("note", t0);
         session.customTitle = "Plan";
         QVERIFY(f.store.save(session));
@@ -156,11 +156,11 @@ private Q_SLOTS:
         QCOMPARE(stored->turns, asStored(session).turns);
         QCOMPARE(stored->notes.size(), 1);
         QCOMPARE(stored->notes.constFirst().text, "2");
-        // What is not kept does not show in its time either.
+        // Entries that are not kept do not change the stored updatedAt.
         QCOMPARE(stored->updatedAt, stamp);
     }
 
-    void removedScreenshotLeavesTheFolder()
+    void removedScreenshotFileIsDeleted()
     {
         StoreFixture f;
         CaptureSession session = keptSample();
@@ -175,17 +175,17 @@ private Q_SLOTS:
         QCOMPARE(f.store.load(session.id)->screenshots.size(), 1);
     }
 
-    void loadedThreadGivesNoNumberTwice()
+    void loadedThreadDoesNotReuseNumbers()
     {
         StoreFixture f;
         CaptureSession session = keptSample();
         QVERIFY(f.store.save(session));
         QCOMPARE(f.store.load(session.id)->nextScreenshotIndex, 2);
-        // A question whose screenshot has gone still has its number.
+        // A turn still refers to the number of a removed screenshot.
         session.turns[0].screenshot = CaptureSession::TurnScreenshot{4};
         QVERIFY(f.store.save(session));
         QCOMPARE(f.store.load(session.id)->nextScreenshotIndex, 5);
-        // An interrupted save left an image that no description names.
+        // An image left by an interrupted save, missing from the description.
         writeFile(f.folder(session.id) + "/screenshot-8.png", "cut off");
         CaptureSession loaded = *f.store.load(session.id);
         QCOMPARE(loaded.nextScreenshotIndex, 9);
@@ -214,22 +214,22 @@ private Q_SLOTS:
         QCOMPARE(f.json(session.id)["turns"].toArray().size(), 2);
     }
 
-    void savingTwiceRewritesTheDescriptionOnly()
+    void secondSaveRewritesOnlyDescription()
     {
         StoreFixture f;
         CaptureSession session = sample();
         session.resumeTurnPersistingFromDisk();
         QVERIFY(f.store.save(session));
         const QString image = f.folder(session.id) + "/screenshot-0.png";
-        const auto fileNumber = inodeOf(image);
+        const auto inode = inodeOf(image);
         session.addTurn("q", "r", t0, t0);
         QVERIFY(f.store.save(session));
-        QCOMPARE(inodeOf(image), fileNumber);
+        QCOMPARE(inodeOf(image), inode);
         QCOMPARE(f.names(session.id),
                  (QStringList{"screenshot-0.png", "screenshot-1.png", "session.json"}));
     }
 
-    void savedThreadComesBackWithoutCursors()
+    void loadRestoresThreadWithoutCursors()
     {
         StoreFixture f;
         CaptureSession session = sample();
@@ -246,7 +246,7 @@ private Q_SLOTS:
         QCOMPARE(loaded->createdAt.toSecsSinceEpoch(), t0.toSecsSinceEpoch());
     }
 
-    void loadingNamesWhatIsMissing()
+    void loadReportsMissingFiles()
     {
         StoreFixture f;
         const QUuid unknown = QUuid::createUuid();
@@ -263,14 +263,14 @@ private Q_SLOTS:
                  "Session " + uuidText(session.id) + " is missing screenshot-1.png");
     }
 
-    void listIgnoresWhatIsNoThread()
+    void listIgnoresOtherEntries()
     {
         StoreFixture f;
         QVERIFY(f.store.list()->isEmpty());
-        // Named like threads, but not quite.
-        const QString nearly = uuidText(QUuid::createUuid());
-        for (const QString &name : {nearly + "x", nearly.chopped(1), '{' + nearly + '}',
-                                    nearly.chopped(2) + "GG", QString(nearly).remove('-')})
+        // Names that resemble UUIDs.
+        const QString almostUuid = uuidText(QUuid::createUuid());
+        for (const QString &name : {almostUuid + "x", almostUuid.chopped(1), '{' + almostUuid + '}',
+                                    almostUuid.chopped(2) + "GG", QString(almostUuid).remove('-')})
             QVERIFY(QDir().mkpath(f.support.filePath("Quellora/sessions/" + name)));
         const QUuid a = QUuid::createUuid();
         const QUuid b = QUuid::createUuid();
@@ -283,7 +283,7 @@ private Q_SLOTS:
         QVERIFY(ids.contains(a) && ids.contains(b));
     }
 
-    void listKeepsEveryEntryNamedByAUuid()
+    void listIncludesAllUuidEntries()
     {
         StoreFixture f;
         QVERIFY(f.store.list());
@@ -299,7 +299,7 @@ private Q_SLOTS:
         QVERIFY(ids.contains(lowerCase) && ids.contains(plainFile) && ids.contains(danglingLink));
     }
 
-    void listNamesWhyItFails()
+    void listReportsReasonOfFailure()
     {
         StoreFixture f;
         writeFile(f.support.filePath("Quellora"), "no folder");
@@ -310,7 +310,7 @@ private Q_SLOTS:
                                                 ": something else is in the place of the folder");
     }
 
-    void removingIsIdempotent()
+    void removeIsIdempotent()
     {
         StoreFixture f;
         CaptureSession session = sample();
@@ -322,22 +322,22 @@ private Q_SLOTS:
         QVERIFY(f.store.remove(QUuid::createUuid()));
     }
 
-    void deletionThatWasCutOffEndsWithTheNextList()
+    void listCompletesInterruptedDeletion()
     {
         StoreFixture f;
         const CaptureSession kept = keptSample();
         const CaptureSession deleted = keptSample();
         QVERIFY(f.store.save(kept) && f.store.save(deleted));
         const QString root = f.support.filePath("Quellora/sessions");
-        const QString rest = root + "/.deleted-" + uuidText(deleted.id);
-        QVERIFY(QDir().rename(f.folder(deleted.id), rest));
+        const QString remains = root + "/.deleted-" + uuidText(deleted.id);
+        QVERIFY(QDir().rename(f.folder(deleted.id), remains));
         QVERIFY(QDir().mkdir(root + "/.deleted-by-the-user"));
         QCOMPARE(*f.store.list(), QList<QUuid>{kept.id});
-        QVERIFY(!QFileInfo::exists(rest));
+        QVERIFY(!QFileInfo::exists(remains));
         QVERIFY(QFileInfo::exists(root + "/.deleted-by-the-user"));
     }
 
-    void renamingTouchesTheTitleOnly()
+    void updateTitleChangesOnlyTitle()
     {
         StoreFixture f;
         CaptureSession session = sample();

@@ -51,7 +51,7 @@ private Q_SLOTS:
         m_threads.reset();
     }
 
-    void opensNewestFirstAndSaysHowMany()
+    void opensNewestFirstAndLogsCount()
     {
         m_library->add("old", noon.addDays(-2));
         m_library->add("new", noon);
@@ -64,7 +64,7 @@ private Q_SLOTS:
         QVERIFY(m_log->contains(line("History button clicked — sidebar open=false, 3 session(s)")));
     }
 
-    void everyOpeningReadsAnew()
+    void openingReloadsList()
     {
         open();
         QVERIFY(titles().isEmpty());
@@ -95,7 +95,7 @@ private Q_SLOTS:
         QTRY_VERIFY(!m_history->isLoading());
     }
 
-    void whatWasReadStaysUntilTheEndOfTheReading()
+    void threadsStayListedUntilReloadEnds()
     {
         m_library->add("kept", noon);
         m_library->add("gone", noon.addDays(-1));
@@ -119,13 +119,13 @@ private Q_SLOTS:
         m_library->held->finish();
         QTRY_VERIFY(!m_history->isLoading());
         QCOMPARE(titles(), QStringList({"fresh", "kept"}));
-        // Only what differs is said.
+        // Only differences are signalled.
         QCOMPARE(ranges(inserted), QStringList("0+1"));
         QCOMPARE(ranges(removed), QStringList("2+1"));
         QVERIFY(changed.isEmpty());
     }
 
-    void threadsInNoOrderComeInWithoutKeepingOthersWaiting()
+    void unorderedThreadsAreMergedInSmallSteps()
     {
         m_library->holdsList = true;
         m_history->historyButtonClicked();
@@ -142,11 +142,12 @@ private Q_SLOTS:
         QTRY_COMPARE(inserted.size(), 1);
         m_library->held->addResult(odd);
         m_library->held->finish();
-        // One event after the other, as many as it takes.
+        // Process events one by one until loading ends.
         qsizetype before = inserted.size();
         while (m_history->isLoading()) {
             QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
-            QVERIFY2(inserted.size() - before <= 200, "one turn made too many changes");
+            QVERIFY2(inserted.size() - before <= 200,
+                     "one event loop iteration made too many changes");
             before = inserted.size();
         }
         QCOMPARE(inserted.size(), 501);
@@ -154,7 +155,7 @@ private Q_SLOTS:
             QCOMPARE(m_history->historySessions().at(i).title(), QString::number(i));
     }
 
-    void closingInMidwayOfManyChangesEndsThem()
+    void closingStopsPendingChanges()
     {
         m_library->holdsList = true;
         m_history->historyButtonClicked();
@@ -174,7 +175,7 @@ private Q_SLOTS:
         QCOMPARE(m_history->historySessions().size(), 520);
     }
 
-    void emptyReadingEmptiesTheList()
+    void emptyReloadClearsList()
     {
         const auto thread = m_library->add("gone", noon);
         open();
@@ -184,7 +185,7 @@ private Q_SLOTS:
         QVERIFY(titles().isEmpty());
     }
 
-    void closingEndsTheReading()
+    void closingCancelsReload()
     {
         m_library->holdsList = true;
         m_history->historyButtonClicked();
@@ -193,7 +194,7 @@ private Q_SLOTS:
         QVERIFY(m_library->held->isCanceled());
         deliver({"late"}, {0}, 1);
         QVERIFY(titles().isEmpty());
-        // Opening once more is not disturbed by what the first reading still says.
+        // Late results of the cancelled list do not affect the next one.
         auto first = m_library->held;
         m_history->historyButtonClicked();
         first->finish();
@@ -201,19 +202,19 @@ private Q_SLOTS:
         QCOMPARE(titles(), QStringList("right"));
     }
 
-    void whatTheUserDoesMeanwhileOutweighsTheReading()
+    void userChangesOverrideReload()
     {
-        const auto doomed = m_library->add("doomed", noon);
+        const auto deleted = m_library->add("deleted", noon);
         const auto other = m_library->add("other", noon);
         open();
         m_history->historyButtonClicked();
         m_library->holdsList = true;
         m_history->historyButtonClicked();
-        m_history->deleteSession(doomed.id);
+        m_history->deleteSession(deleted.id);
         QTRY_COMPARE(titles(), QStringList("other"));
         m_history->renameSession(other.id, "renamed");
         ThreadBatch batch;
-        batch.threads = {FakeThreadLibrary::summary(doomed), FakeThreadLibrary::summary(other)};
+        batch.threads = {FakeThreadLibrary::summary(deleted), FakeThreadLibrary::summary(other)};
         batch.total = 2;
         m_library->held->addResult(batch);
         m_library->held->finish();
@@ -221,7 +222,7 @@ private Q_SLOTS:
         QCOMPARE(titles(), QStringList("renamed"));
     }
 
-    void oneLinePerThreadLeftOut()
+    void skippedThreadsAreLogged()
     {
         m_library->add("good", noon);
         const QUuid bad = QUuid::createUuid();
@@ -234,7 +235,7 @@ private Q_SLOTS:
         QVERIFY(m_history->notice().isEmpty());
     }
 
-    void unreadableFolderGivesAnEmptyListAndANotice()
+    void unreadableFolderClearsListAndShowsNotice()
     {
         m_library->add("before", noon);
         open();
@@ -251,13 +252,13 @@ private Q_SLOTS:
         QVERIFY(m_history->notice().isEmpty());
     }
 
-    void openingAThread_data()
+    void opensThread_data()
     {
         QTest::addColumn<bool>("keeps");
-        QTest::newRow("history is kept") << true;
-        QTest::newRow("history is not kept") << false;
+        QTest::newRow("history kept") << true;
+        QTest::newRow("history not kept") << false;
     }
-    void openingAThread()
+    void opensThread()
     {
         QFETCH(bool, keeps);
         m_settings->setKeepAIHistoryEnabled(keeps);
@@ -280,7 +281,7 @@ private Q_SLOTS:
                                      " loaded from History (0 notes, 1 turns, 0 screenshots)")));
     }
 
-    void currentThreadKeepsWhatIsNotOnDisk()
+    void currentThreadIsNotReloaded()
     {
         const auto stored = m_library->add("question", noon);
         open();
@@ -295,7 +296,7 @@ private Q_SLOTS:
         QVERIFY(!m_history->isHistorySidebarOpen());
     }
 
-    void theThreadAskedForLastIsOpened()
+    void lastRequestedThreadIsOpened()
     {
         const auto first = m_library->add("first", noon);
         const auto second = m_library->add("second", noon);
@@ -309,7 +310,7 @@ private Q_SLOTS:
         QCOMPARE(opened.size(), 1);
     }
 
-    void answerThatComesWhileItsThreadIsOpenedIsNotLost()
+    void answerDuringOpeningIsNotLost()
     {
         m_settings->setKeepAIHistoryEnabled(true);
         auto stored = m_library->add("question", noon);
@@ -320,7 +321,7 @@ private Q_SLOTS:
         m_threads->startNewThread();
         open();
         m_history->loadSession(stored.id);
-        // The thread has been read; its answer comes before it is opened.
+        // The answer arrives after the thread was read but before it is opened.
         m_threads->addTurn(stored.id, "late", "answer");
         m_library->sessions[stored.id] = m_saver->saved.constLast();
         m_threads->release(stored.id);
@@ -328,7 +329,7 @@ private Q_SLOTS:
         QCOMPARE(m_threads->currentSession()->turns.size(), 2);
     }
 
-    void titleGivenWhileItsThreadIsOpenedIsNotLost()
+    void titleChangeDuringOpeningIsNotLost()
     {
         const auto stored = m_library->add("question", noon);
         open();
@@ -338,7 +339,7 @@ private Q_SLOTS:
         QCOMPARE(m_threads->currentSession()->customTitle, std::optional(QString("Plan")));
     }
 
-    void closingGivesUpOpening()
+    void closingCancelsOpening()
     {
         const auto stored = m_library->add("question", noon);
         open();
@@ -349,7 +350,7 @@ private Q_SLOTS:
         QVERIFY(!m_threads->currentSession());
     }
 
-    void threadThatCannotBeOpened()
+    void failedOpeningShowsNotice()
     {
         open();
         const QUuid id = QUuid::createUuid();
@@ -360,21 +361,21 @@ private Q_SLOTS:
                                      " from History: No saved session found for " + uuidText(id))));
     }
 
-    void deletingAThread()
+    void deletesThread()
     {
-        const auto doomed = m_library->add("doomed", noon);
+        const auto deleted = m_library->add("deleted", noon);
         m_library->add("other", noon.addDays(-1));
         open();
         QSignalSpy announced(m_history.get(), &HistoryController::threadDeleted);
         QSignalSpy emptied(m_history.get(), &HistoryController::currentThreadDeleted);
-        m_history->deleteSession(doomed.id);
+        m_history->deleteSession(deleted.id);
         QTRY_COMPARE(titles(), QStringList("other"));
         QCOMPARE(announced.size(), 1);
-        QVERIFY(m_log->contains(line("Session " + uuidText(doomed.id) + " deleted")));
+        QVERIFY(m_log->contains(line("Session " + uuidText(deleted.id) + " deleted")));
         QVERIFY(emptied.isEmpty());
     }
 
-    void deletingTheCurrentThread()
+    void deletesCurrentThread()
     {
         m_settings->setKeepAIHistoryEnabled(true);
         const auto stored = m_library->add("question", noon);
@@ -387,20 +388,20 @@ private Q_SLOTS:
         m_saver->saved.clear();
         QSignalSpy emptied(m_history.get(), &HistoryController::currentThreadDeleted);
         m_history->deleteSession(stored.id);
-        // What comes while the files go is not written behind the deletion.
+        // An answer that arrives during the deletion must not be saved afterwards.
         m_threads->addTurn(stored.id, "meanwhile", "answer");
         QTRY_COMPARE(emptied.size(), 1);
         QVERIFY(!m_threads->currentSession());
         QVERIFY(!m_threads->isSessionLoadedFromHistory());
         QVERIFY(!m_threads->hasAttachedScreenshot());
-        // An answer that still comes must not bring the thread back.
+        // A late answer must not create the thread again.
         QVERIFY(!m_threads->addTurn(stored.id, "late", "answer"));
         m_threads->endCurrentThread();
         QVERIFY(m_saver->saved.isEmpty());
         QTRY_VERIFY(titles().isEmpty());
     }
 
-    void endedThreadWithAnAnswerUnderWayIsNotBroughtBack()
+    void lateAnswerDoesNotRestoreDeletedThread()
     {
         m_settings->setKeepAIHistoryEnabled(true);
         const auto stored = m_library->add("question", noon);
@@ -418,7 +419,7 @@ private Q_SLOTS:
         QVERIFY(m_saver->saved.isEmpty());
     }
 
-    void threadThatCannotBeDeletedStaysListed()
+    void failedDeletionKeepsThreadListed()
     {
         const auto stored = m_library->add("stays", noon);
         open();
@@ -431,7 +432,7 @@ private Q_SLOTS:
         QVERIFY(m_log->lines.filter(" deleted").isEmpty());
     }
 
-    void currentThreadThatCannotBeDeletedStaysAsItIs()
+    void failedDeletionKeepsCurrentThread()
     {
         m_settings->setKeepAIHistoryEnabled(true);
         const auto stored = m_library->add("stays", noon);
@@ -450,13 +451,13 @@ private Q_SLOTS:
         QVERIFY(announced.isEmpty() && emptied.isEmpty());
         QCOMPARE(m_threads->currentSession()->id, stored.id);
         QCOMPARE(m_threads->currentSession()->turns.size(), 2);
-        // What came meanwhile is stored after all.
+        // The deferred save is performed after the failure.
         QCOMPARE(m_saver->saved.last().turns.size(), 2);
         QVERIFY(m_threads->addTurn(stored.id, "after", "answer"));
         QCOMPARE(m_saver->saved.last().turns.size(), 3);
     }
 
-    void renaming()
+    void renamesThread()
     {
         const auto stored = m_library->add("question", noon);
         const auto newer = m_library->add("newer", noon.addDays(1));
@@ -472,7 +473,7 @@ private Q_SLOTS:
         QTRY_VERIFY(!m_library->sessions[stored.id].customTitle);
     }
 
-    void renamingReachesTheCurrentThreadAndItsLaterSaves()
+    void renamingUpdatesThreadInMemory()
     {
         m_settings->setKeepAIHistoryEnabled(true);
         const auto stored = m_library->add("question", noon);
@@ -483,7 +484,7 @@ private Q_SLOTS:
         m_history->renameSession(stored.id, "Budget");
         QCOMPARE(*m_threads->currentSession()->customTitle, QStringLiteral("Budget"));
         QCOMPARE(m_threads->currentSession()->updatedAt, stored.updatedAt);
-        // Also when it has ended while its answer is under way.
+        // Also after the thread has ended while its answer is streaming.
         m_threads->retain(stored.id);
         m_threads->startNewThread();
         m_history->renameSession(stored.id, "Plan");
@@ -491,7 +492,7 @@ private Q_SLOTS:
         QCOMPARE(*m_saver->saved.constLast().customTitle, QStringLiteral("Plan"));
     }
 
-    void renamingThatFailsIsTakenBack()
+    void failedRenamingReverts()
     {
         const auto stored = m_library->add("question", noon);
         open();
@@ -512,11 +513,11 @@ private Q_SLOTS:
                              << "Today";
         QTest::newRow("midnight") << QDateTime(QDate(2026, 3, 1), QTime(0, 0)) << "en_US"
                                   << "Today";
-        QTest::newRow("second before")
+        QTest::newRow("second before midnight")
             << QDateTime(QDate(2026, 2, 28), QTime(23, 59, 59)) << "en_US"
             << "Yesterday";
-        QTest::newRow("two days") << QDateTime(QDate(2026, 2, 27), QTime(23, 0)) << "en_US"
-                                  << "Feb 27, 2026";
+        QTest::newRow("two days ago") << QDateTime(QDate(2026, 2, 27), QTime(23, 0)) << "en_US"
+                                      << "Feb 27, 2026";
         QTest::newRow("tomorrow") << QDateTime(QDate(2026, 3, 2), QTime(1, 0)) << "en_US"
                                   << "Mar 2, 2026";
         QTest::newRow("British") << QDateTime(QDate(2025, 3, 11), QTime(1, 0)) << "en_GB"
@@ -565,7 +566,7 @@ private:
             titles.append(thread.title());
         return titles;
     }
-    /// "first+count" for each signal.
+    /// The arguments of each signal as "first+count".
     static QStringList ranges(const QSignalSpy &spy)
     {
         QStringList texts;

@@ -25,8 +25,8 @@ ThreadSummary stored(int number, int changed, const QString &title = {})
     return summary;
 }
 
-/// What a view knows: rows as the changes tell them.
-void follow(QList<ThreadSummary> &view, const Change &change, const QList<ThreadSummary> &now)
+/// Applies a change to @p view, like a view that only follows change notifications.
+void applyToView(QList<ThreadSummary> &view, const Change &change, const QList<ThreadSummary> &now)
 {
     switch (change.kind) {
     case Kind::Inserted:
@@ -72,7 +72,7 @@ class TestListedThreads : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void partsInOrderAreOneChangeEach()
+    void orderedBatchIsOneChange()
     {
         ListedThreads listed;
         listed.beginReading();
@@ -85,7 +85,7 @@ private Q_SLOTS:
         QCOMPARE(titles(listed), QStringList({"1", "2", "3", "4"}));
     }
 
-    void sameReadingChangesNothing()
+    void unchangedReloadChangesNothing()
     {
         ListedThreads listed;
         const QList<ThreadSummary> all{stored(1, 9), stored(2, 9), stored(3, 1)};
@@ -98,12 +98,12 @@ private Q_SLOTS:
         QCOMPARE(listed.threads().size(), 3);
     }
 
-    void whatChangedOnTheDiskChangesAlone()
+    void onlyChangedRowsChange()
     {
         ListedThreads listed;
         readAll(listed, {stored(1, 9), stored(2, 8), stored(3, 7), stored(4, 6)});
         listed.beginReading();
-        // One has moved up, one has another title, one has gone.
+        // One thread has moved up, one has a new title, one is missing.
         listed.add({stored(3, 10), stored(1, 9), stored(4, 6, "new")});
         QCOMPARE(
             applyAll(listed),
@@ -113,7 +113,7 @@ private Q_SLOTS:
         QCOMPARE(titles(listed), QStringList({"3", "1", "new"}));
     }
 
-    void whatHasGoneGoesInRuns()
+    void adjacentRemovalsAreMerged()
     {
         ListedThreads listed;
         QList<ThreadSummary> all;
@@ -129,7 +129,7 @@ private Q_SLOTS:
         QCOMPARE(titles(listed), QStringList({"2", "6"}));
     }
 
-    void abandonedReadingRemovesNothing()
+    void abandonedReloadRemovesNothing()
     {
         ListedThreads listed;
         readAll(listed, {stored(1, 9), stored(2, 8)});
@@ -140,7 +140,7 @@ private Q_SLOTS:
         QCOMPARE(titles(listed), QStringList({"1", "2"}));
     }
 
-    void theUserOutweighsTheReading()
+    void userChangesOverrideReload()
     {
         ListedThreads listed;
         readAll(listed, {stored(1, 9), stored(2, 8)});
@@ -152,12 +152,12 @@ private Q_SLOTS:
         QCOMPARE(listed.setTitle(stored(4, 6).id, "too"), -1);
         QCOMPARE(applyAll(listed), QList<Change>({{Kind::Inserted, 1, 1}}));
         QCOMPARE(titles(listed), QStringList({"mine", "too"}));
-        // With the next one it is the disk that counts.
+        // The next reload takes over the state on disk.
         readAll(listed, {stored(3, 7), stored(2, 8, "disk")});
         QCOMPARE(titles(listed), QStringList({"disk", "3"}));
     }
 
-    void removingBetweenTheLastChanges()
+    void removesDuringSweep()
     {
         ListedThreads listed;
         readAll(listed, {stored(1, 9), stored(2, 8), stored(3, 7), stored(4, 6), stored(5, 5)});
@@ -170,14 +170,14 @@ private Q_SLOTS:
         QCOMPARE(titles(listed), QStringList("4"));
     }
 
-    void threadThatComesTwiceIsListedOnce()
+    void duplicateIsListedOnce()
     {
         ListedThreads listed;
         readAll(listed, {stored(1, 9), stored(1, 9), stored(2, 8)});
         QCOMPARE(titles(listed), QStringList({"1", "2"}));
     }
 
-    void anyReadingLeadsToItsList()
+    void randomReloadsConverge()
     {
         std::mt19937 random(7);
         const auto upTo = [&random](unsigned limit) { return int(random() % limit); };
@@ -192,21 +192,21 @@ private Q_SLOTS:
             std::shuffle(disk.begin(), disk.end(), random);
             listed.beginReading();
             for (qsizetype at = 0; at < disk.size(); at += 16) {
-                QList<ThreadSummary> part = disk.mid(at, 16);
-                std::sort(part.begin(), part.end(), isNewer);
-                listed.add(part);
+                QList<ThreadSummary> batch = disk.mid(at, 16);
+                std::sort(batch.begin(), batch.end(), isNewer);
+                listed.add(batch);
                 for (int i = upTo(40); i > 0; --i) {
                     if (const auto change = listed.applyNext())
-                        follow(view, *change, listed.threads());
+                        applyToView(view, *change, listed.threads());
                     QCOMPARE(view, listed.threads());
                 }
             }
-            // Some readings are given up.
+            // Some reloads are abandoned.
             if (upTo(4) == 0)
                 continue;
             listed.endReading();
             while (const auto change = listed.applyNext())
-                follow(view, *change, listed.threads());
+                applyToView(view, *change, listed.threads());
             std::sort(disk.begin(), disk.end(), isNewer);
             QCOMPARE(listed.threads(), disk);
             QCOMPARE(view, disk);

@@ -11,8 +11,8 @@ using namespace quellora;
 
 namespace {
 
-/// A description that decodes, to be damaged one key at a time.
-QJsonObject wholeDescription()
+/// A valid description for tests that damage single keys.
+QJsonObject validDescription()
 {
     const QString date = "2026-03-01T14:05:09Z";
     const QString id = "6F1C2E0A-3B7D-4E55-9A21-0C7B5D2E8F14";
@@ -36,9 +36,9 @@ class TestSessionFile : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void wholeDescriptionIsRead()
+    void validDescriptionIsDecoded()
     {
-        const auto file = SessionFile::decode(bytes(wholeDescription()));
+        const auto file = SessionFile::decode(bytes(validDescription()));
         QVERIFY2(file, file ? "" : qPrintable(file.error()));
         QCOMPARE(file->notes.size(), 1);
         QCOMPARE(file->turns.size(), 1);
@@ -46,24 +46,24 @@ private Q_SLOTS:
         QVERIFY(!file->customTitle);
     }
 
-    void damageIsNamed_data()
+    void invalidKeyIsReported_data()
     {
         QTest::addColumn<QByteArray>("json");
         QTest::addColumn<QString>("reason");
-        const QByteArray whole = bytes(wholeDescription());
-        QTest::newRow("nothing") << QByteArray() << "";
-        QTest::newRow("half") << whole.left(whole.size() / 2) << "";
-        QTest::newRow("all but the last brace") << whole.trimmed().chopped(1) << "";
-        QTest::newRow("followed by more") << whole + "x"
-                                          << "";
+        const QByteArray whole = bytes(validDescription());
+        QTest::newRow("empty") << QByteArray() << "";
+        QTest::newRow("truncated") << whole.left(whole.size() / 2) << "";
+        QTest::newRow("missing last brace") << whole.trimmed().chopped(1) << "";
+        QTest::newRow("trailing text") << whole + "x"
+                                       << "";
         QTest::newRow("zeros") << QByteArray(whole.size(), '\0') << "";
-        QTest::newRow("no UTF-8") << QByteArray(whole).replace("\"t\"", "\"\xff\xfe\"") << "";
+        QTest::newRow("invalid UTF-8") << QByteArray(whole).replace("\"t\"", "\"\xff\xfe\"") << "";
         QTest::newRow("array") << QByteArray("[]") << "not a JSON object";
         for (const char *key : {"id", "createdAt", "updatedAt", "notes", "turns", "screenshots"}) {
-            QJsonObject without = wholeDescription();
+            QJsonObject without = validDescription();
             without.remove(QLatin1String(key));
             QTest::addRow("without %s", key) << bytes(without) << key;
-            QJsonObject wrong = wholeDescription();
+            QJsonObject wrong = validDescription();
             wrong[QLatin1String(key)] = true;
             QTest::addRow("wrong %s", key) << bytes(wrong) << key;
         }
@@ -72,11 +72,11 @@ private Q_SLOTS:
             {"turns", {"id", "prompt", "response", "createdAt"}},
             {"screenshots", {"index", "capturedAt"}}};
         for (const auto &[list, keys] : lists) {
-            QJsonObject noObject = wholeDescription();
+            QJsonObject noObject = validDescription();
             noObject[QLatin1String(list)] = QJsonArray{7};
             QTest::addRow("%s of numbers", list) << bytes(noObject) << "an entry is not an object";
             for (const char *key : keys) {
-                QJsonObject description = wholeDescription();
+                QJsonObject description = validDescription();
                 QJsonObject item = description[QLatin1String(list)][0].toObject();
                 item.remove(QLatin1String(key));
                 description[QLatin1String(list)] = QJsonArray{item};
@@ -84,32 +84,32 @@ private Q_SLOTS:
             }
         }
         const std::tuple<const char *, const char *, QJsonValue> values[] = {
-            {"date in words", "createdAt", "yesterday"},
-            {"date that does not exist", "createdAt", "2026-02-30T14:05:09Z"},
-            {"date in no zone", "updatedAt", "2026-03-01T14:05:09"},
+            {"date as word", "createdAt", "yesterday"},
+            {"nonexistent date", "createdAt", "2026-02-30T14:05:09Z"},
+            {"date without time zone", "updatedAt", "2026-03-01T14:05:09"},
             {"id with braces", "id", "{6F1C2E0A-3B7D-4E55-9A21-0C7B5D2E8F14}"},
-            {"id with more behind it", "id", "6F1C2E0A-3B7D-4E55-9A21-0C7B5D2E8F14/.."},
-            {"title that is a number", "customTitle", 5}};
+            {"id with trailing text", "id", "6F1C2E0A-3B7D-4E55-9A21-0C7B5D2E8F14/.."},
+            {"title as number", "customTitle", 5}};
         for (const auto &[name, key, value] : values) {
-            QJsonObject description = wholeDescription();
+            QJsonObject description = validDescription();
             description[QLatin1String(key)] = value;
             QTest::newRow(name) << bytes(description) << key;
         }
         for (const QJsonValue &index : {QJsonValue("0"), QJsonValue(0.5), QJsonValue(1e300)}) {
-            QJsonObject asked = wholeDescription();
-            QJsonObject turn = asked["turns"][0].toObject();
+            QJsonObject withScreenshot = validDescription();
+            QJsonObject turn = withScreenshot["turns"][0].toObject();
             turn["screenshotIndex"] = index;
-            asked["turns"] = QJsonArray{turn};
-            QTest::addRow("screenshot of a turn %s", bytes({{"", index}}).simplified().constData())
-                << bytes(asked) << "screenshotIndex";
-            QJsonObject description = wholeDescription();
+            withScreenshot["turns"] = QJsonArray{turn};
+            QTest::addRow("turn screenshot %s", bytes({{"", index}}).simplified().constData())
+                << bytes(withScreenshot) << "screenshotIndex";
+            QJsonObject description = validDescription();
             description["screenshots"] =
                 QJsonArray{QJsonObject{{"index", index}, {"capturedAt", "2026-03-01T14:05:09Z"}}};
             QTest::addRow("index %s", bytes({{"", index}}).simplified().constData())
                 << bytes(description) << "index";
         }
     }
-    void damageIsNamed()
+    void invalidKeyIsReported()
     {
         QFETCH(QByteArray, json);
         QFETCH(QString, reason);
@@ -118,7 +118,7 @@ private Q_SLOTS:
         QVERIFY(!file.error().isEmpty());
         QVERIFY2(file.error().contains(reason), qPrintable(file.error()));
 
-        // The store says so, for reading and for renaming, and leaves the file alone.
+        // The store reports the error on loading and renaming and leaves the file unchanged.
         StoreFixture f;
         const QUuid id = QUuid::createUuid();
         QVERIFY(QDir().mkpath(f.folder(id)));
@@ -139,9 +139,9 @@ private Q_SLOTS:
         QCOMPARE(json["updatedAt"].toString(), "2026-02-28T19:32:03Z");
     }
 
-    void datesOfOtherWritersAreRead()
+    void otherDateFormsAreAccepted()
     {
-        QJsonObject description = wholeDescription();
+        QJsonObject description = validDescription();
         description["createdAt"] = "2026-03-01T15:05:09+01:00";
         description["updatedAt"] = "2026-03-01T14:05:09.750Z";
         const auto file = SessionFile::decode(bytes(description));
@@ -152,27 +152,27 @@ private Q_SLOTS:
 
     void nullTitleIsNoTitle()
     {
-        QJsonObject description = wholeDescription();
+        QJsonObject description = validDescription();
         description["customTitle"] = QJsonValue::Null;
         QVERIFY(!SessionFile::decode(bytes(description))->customTitle);
         description["customTitle"] = "";
         QCOMPARE(SessionFile::decode(bytes(description))->customTitle, std::optional(QString("")));
     }
 
-    void anyTextComesBack_data()
+    void textRoundTrips_data()
     {
         QTest::addColumn<QString>("text");
         QTest::newRow("empty") << QString("");
-        QTest::newRow("quotes and breaks") << QString("\"\\/\b\f\n\r\t\v");
+        QTest::newRow("quotes and line breaks") << QString("\"\\/\b\f\n\r\t\v");
         QTest::newRow("NUL and controls")
             << QString(QChar(0)) + QChar(1) + QChar(0x1f) + QChar(0x7f) + QChar(0x85);
         QTest::newRow("separators") << QString("a") + QChar(0x2028) + QChar(0x2029) + "b";
-        QTest::newRow("beyond the first plane") << QString::fromUcs4(U"\U0001F600\U0010FFFD");
+        QTest::newRow("supplementary planes") << QString::fromUcs4(U"\U0001F600\U0010FFFD");
         QTest::newRow("lone surrogate") << QString("a") + QChar(0xd83d) + "b" + QChar(0xde00);
         QTest::newRow("looks like JSON") << QString("{\"id\": null}]}");
         QTest::newRow("long") << QString(3'000'000, 'x');
     }
-    void anyTextComesBack()
+    void textRoundTrips()
     {
         QFETCH(QString, text);
         SessionFile file;
@@ -189,7 +189,7 @@ private Q_SLOTS:
         QVERIFY(*decoded->customTitle == text);
     }
 
-    void whatWentWithAQuestionComesBack()
+    void turnScreenshotRoundTrips()
     {
         using TurnScreenshot = CaptureSession::TurnScreenshot;
         SessionFile file;
@@ -209,7 +209,7 @@ private Q_SLOTS:
             QCOMPARE(decoded->turns.at(i).screenshot, links[i]);
     }
 
-    void everyIndexKeepsItsNumber()
+    void indexRoundTrips()
     {
         for (const qint64 index : {qint64(0), qint64(-1), qint64(9007199254740993),
                                    std::numeric_limits<qint64>::max()}) {

@@ -40,7 +40,7 @@ private Q_SLOTS:
         m_saver.reset();
     }
 
-    void everythingHappensAfterTheSavesBeforeIt()
+    void operationsRunAfterEarlierSaves()
     {
         CaptureSession session = makeThread("question");
         m_saver->save(session, "failed: ");
@@ -58,12 +58,12 @@ private Q_SLOTS:
         m_saver->save(session, "failed: ");
         QVERIFY(result(m_library->remove(session.id)));
         m_saver->flush();
-        const auto gone = result(m_library->load(session.id));
-        QVERIFY(!gone);
-        QCOMPARE(gone.error().kind, StoreError::Kind::SessionNotFound);
+        const auto afterRemoval = result(m_library->load(session.id));
+        QVERIFY(!afterRemoval);
+        QCOMPARE(afterRemoval.error().kind, StoreError::Kind::SessionNotFound);
     }
 
-    void listsWhatHasBeenSaved()
+    void listsSavedThreads()
     {
         const CaptureSession one = makeThread("one");
         const CaptureSession two = makeThread("two");
@@ -83,7 +83,7 @@ private Q_SLOTS:
         QCOMPARE(titles, QStringList({"one", "two"}));
     }
 
-    void failuresComeBack()
+    void failuresAreReturned()
     {
         const QUuid id = QUuid::createUuid();
         QCOMPARE(result(m_library->load(id)).error().description(),
@@ -106,7 +106,7 @@ private Q_SLOTS:
         QVERIFY(!future.resultAt(0));
     }
 
-    void goingAwayInMidListIsSafe()
+    void destructionDuringListIsSafe()
     {
         for (int i = 0; i < 50; ++i)
             m_saver->save(makeThread(QString::number(i)), "failed: ");
@@ -120,13 +120,13 @@ private:
     static T result(QFuture<T> future)
     {
         T value{tl::unexpected(StoreError{})};
-        bool isThere = false;
+        bool isFinished = false;
         QObject context;
         whenFinished(future, &context, [&](const T &finished) {
             value = finished;
-            isThere = true;
+            isFinished = true;
         });
-        [&] { QTRY_VERIFY(isThere); }();
+        [&] { QTRY_VERIFY(isFinished); }();
         return value;
     }
 

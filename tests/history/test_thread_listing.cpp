@@ -15,7 +15,7 @@ namespace {
 
 using Listed = ThreadLibrary::Result<ThreadBatch>;
 
-struct Shelf : StoreFixture
+struct ListingFixture : StoreFixture
 {
     QUuid save(const QString &title = QStringLiteral("p"), int changed = 0) const
     {
@@ -27,24 +27,24 @@ struct Shelf : StoreFixture
         touch(session.id, changed);
         return session.id;
     }
-    /// Many threads, made quickly; the first is the one changed last.
+    /// Writes many copies of a thread without the store, which is faster. The first is the newest.
     QList<QUuid> saveMany(int count) const
     {
-        const QUuid model = save();
-        const QByteArray json = contentOf(description(model));
+        const QUuid original = save();
+        const QByteArray json = contentOf(description(original));
         QList<QUuid> ids;
         for (int i = 0; i < count; ++i) {
             const QUuid id = QUuid::createUuid();
             ids.append(id);
             if (!QDir().mkdir(folder(id)))
-                qFatal("The folder could not be made");
+                qFatal("The folder could not be created");
             writeFile(description(id),
-                      QByteArray(json).replace(uuidText(model).toUtf8(), uuidText(id).toUtf8()));
+                      QByteArray(json).replace(uuidText(original).toUtf8(), uuidText(id).toUtf8()));
             for (const char *image : {"/screenshot-0.png", "/screenshot-1.png"})
                 writeFile(folder(id) + image, "jpeg");
             touch(id, -i);
         }
-        if (!store.remove(model))
+        if (!store.remove(original))
             qFatal("The thread could not be removed");
         return ids;
     }
@@ -53,7 +53,7 @@ struct Shelf : StoreFixture
         QFile file(description(id));
         if (!file.open(QIODevice::ReadWrite) ||
             !file.setFileTime(t0.addSecs(changed), QFileDevice::FileModificationTime))
-            qFatal("The time of change could not be set");
+            qFatal("The modification time could not be set");
     }
     QList<Listed> list(ThreadListing::BatchSizes sizes = {}) const
     {
@@ -82,9 +82,9 @@ class TestThreadListing : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void batchesHoldEveryThread()
+    void batchesContainAllThreads()
     {
-        Shelf f;
+        ListingFixture f;
         QSet<QUuid> expected;
         for (int i = 0; i < 7; ++i)
             expected.insert(f.save("p", i));
@@ -97,8 +97,8 @@ private Q_SLOTS:
             QVERIFY(batch);
             QCOMPARE(batch->total, 8);
             QVERIFY(std::is_sorted(batch->threads.begin(), batch->threads.end(), isNewer));
-            for (const SkippedThread &left : batch->skipped) {
-                QCOMPARE(left.id, bad);
+            for (const SkippedThread &skippedThread : batch->skipped) {
+                QCOMPARE(skippedThread.id, bad);
                 ++skipped;
             }
         }
@@ -108,17 +108,17 @@ private Q_SLOTS:
         QCOMPARE(QSet<QUuid>(found.begin(), found.end()), expected);
     }
 
-    void lastChangedComeFirst()
+    void newestComeFirst()
     {
-        Shelf f;
-        // More than one worker's share, so that both have a hand in it.
+        ListingFixture f;
+        // More than one chunk, so that both workers take part.
         const QList<QUuid> ids = f.saveMany(700);
         QCOMPARE(idsOf(f.list({1, 1})), ids);
     }
 
-    void changesWithinASecondAreInOrder()
+    void changesWithinSameSecondAreOrdered()
     {
-        Shelf f;
+        ListingFixture f;
         const QUuid older = f.save();
         const QUuid newer = f.save();
         const QUuid oldest = f.save();
@@ -133,9 +133,9 @@ private Q_SLOTS:
         QCOMPARE(idsOf(f.list({1, 1})), QList<QUuid>({newer, older, oldest}));
     }
 
-    void firstBatchIsSmallLaterOnesGrow()
+    void batchSizesGrow()
     {
-        Shelf f;
+        ListingFixture f;
         f.saveMany(700);
         QList<qsizetype> sizes;
         for (const Listed &batch : f.list({50, 200}))
@@ -145,8 +145,8 @@ private Q_SLOTS:
 
     void everyBatchIsReportedOnce()
     {
-        // Whatever order two workers finish in.
-        Shelf f;
+        // Independently of the order in which two workers finish.
+        ListingFixture f;
         f.saveMany(300);
         QPromise<Listed> promise;
         QFutureWatcher<Listed> watcher;
@@ -165,9 +165,9 @@ private Q_SLOTS:
             QCOMPARE(reported.at(i), i);
     }
 
-    void cancelledReadingReadsNothing()
+    void cancelledListReadsNothing()
     {
-        Shelf f;
+        ListingFixture f;
         f.save();
         QPromise<Listed> promise;
         QFuture<Listed> future = promise.future();
@@ -178,9 +178,9 @@ private Q_SLOTS:
         QCOMPARE(future.resultCount(), 0);
     }
 
-    void cancellingInMidwayEndsBothWorkers()
+    void cancellingStopsBothWorkers()
     {
-        Shelf f;
+        ListingFixture f;
         f.saveMany(300);
         QPromise<Listed> promise;
         QFuture<Listed> future = promise.future();
@@ -196,51 +196,51 @@ private Q_SLOTS:
         QCOMPARE(QSet<QUuid>(found.begin(), found.end()).size(), found.size());
     }
 
-    void threadsChangedMeanwhileAreWholeOrLeftOut()
+    void concurrentlyChangedThreadIsCompleteOrSkipped()
     {
-        Shelf f;
-        const QList<QUuid> steady = f.saveMany(60);
-        CaptureSession moving = keptSample();
-        std::atomic_bool isOver = false;
-        std::thread user([&] {
-            while (!isOver) {
-                if (!f.store.save(moving) || !f.store.updateTitle(moving.id, "renamed") ||
-                    !f.store.remove(moving.id))
+        ListingFixture f;
+        const QList<QUuid> unchanged = f.saveMany(60);
+        CaptureSession changing = keptSample();
+        std::atomic_bool isDone = false;
+        std::thread writer([&] {
+            while (!isDone) {
+                if (!f.store.save(changing) || !f.store.updateTitle(changing.id, "renamed") ||
+                    !f.store.remove(changing.id))
                     qFatal("The thread could not be changed");
             }
         });
         int seen = 0;
         for (int i = 0; i < 30; ++i) {
-            int steadySeen = 0;
+            int unchangedSeen = 0;
             for (const Listed &batch : f.list({10, 10})) {
                 for (const ThreadSummary &thread : batch->threads) {
-                    if (thread.id != moving.id) {
-                        ++steadySeen;
+                    if (thread.id != changing.id) {
+                        ++unchangedSeen;
                         continue;
                     }
                     ++seen;
                     if (thread.title() != "p" && thread.title() != "renamed")
                         QTest::qFail(qPrintable(thread.title()), __FILE__, __LINE__);
                     if (thread.screenshots != 2)
-                        QTest::qFail("half a thread", __FILE__, __LINE__);
+                        QTest::qFail("incomplete thread", __FILE__, __LINE__);
                 }
-                for (const SkippedThread &left : batch->skipped) {
-                    if (left.id != moving.id)
-                        QTest::qFail(qPrintable(left.reason), __FILE__, __LINE__);
+                for (const SkippedThread &skippedThread : batch->skipped) {
+                    if (skippedThread.id != changing.id)
+                        QTest::qFail(qPrintable(skippedThread.reason), __FILE__, __LINE__);
                 }
             }
-            if (steadySeen != steady.size())
-                QTest::qFail("a thread nobody touched was left out", __FILE__, __LINE__);
+            if (unchangedSeen != unchanged.size())
+                QTest::qFail("an unchanged thread was skipped", __FILE__, __LINE__);
         }
-        isOver = true;
-        user.join();
-        // Left as it was: gone.
-        QCOMPARE(idsOf(f.list()).size(), steady.size());
+        isDone = true;
+        writer.join();
+        // The last operation removed the thread.
+        QCOMPARE(idsOf(f.list()).size(), unchanged.size());
     }
 
-    void savesRenamesAndDeletesShowInTheNextList()
+    void nextListReflectsChanges()
     {
-        Shelf f;
+        ListingFixture f;
         const QUuid one = f.save("one", 1);
         const QUuid two = f.save("two", 2);
         QCOMPARE(idsOf(f.list()), QList<QUuid>({two, one}));
@@ -254,9 +254,9 @@ private Q_SLOTS:
         QCOMPARE(idsOf(f.list()), QList<QUuid>({one}));
     }
 
-    void foldersThatDifferInCaseOnlyAreReadAsOne()
+    void foldersDifferingInCaseAreOneThread()
     {
-        Shelf f;
+        ListingFixture f;
         const QUuid id = f.save();
         QVERIFY(QDir().mkdir(f.support.filePath("Quellora/sessions/" + uuidText(id).toLower())));
         for (const QUuid &found : idsOf(f.list()))
@@ -265,7 +265,7 @@ private Q_SLOTS:
 
     void unreadableFolderIsOneError()
     {
-        Shelf f;
+        ListingFixture f;
         QVERIFY(f.list().isEmpty());
         QVERIFY(QDir(f.support.filePath("Quellora")).removeRecursively());
         writeFile(f.support.filePath("Quellora"), "");

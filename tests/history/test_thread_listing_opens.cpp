@@ -10,33 +10,33 @@
 
 using namespace quellora;
 
-/// What listing opens, as the kernel tells it.
+/// Verifies with inotify which files a listing opens.
 class TestThreadListingOpens : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void descriptionsOnlyAndNoImages()
+    void opensDescriptionsButNoImages()
     {
         const StoreFixture f;
         const int watch = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
         if (watch < 0)
-            QSKIP("the kernel tells nothing here");
+            QSKIP("inotify is not available");
         for (int i = 0; i < 3; ++i) {
             const CaptureSession session = keptSample();
             QVERIFY(f.store.save(session));
             QVERIFY(::inotify_add_watch(watch, QFile::encodeName(f.folder(session.id)),
                                         IN_OPEN | IN_ACCESS) >= 0);
         }
-        QCOMPARE(listed(f), 3);
-        QCOMPARE(touched(watch), QSet<QByteArray>({"session.json"}));
-        // The test would notice one.
+        QCOMPARE(listCount(f), 3);
+        QCOMPARE(openedFiles(watch), QSet<QByteArray>({"session.json"}));
+        // Verify that inotify does report an opened image.
         QVERIFY(f.store.load(f.store.list()->first()));
-        QVERIFY(touched(watch).contains("screenshot-0.png"));
+        QVERIFY(openedFiles(watch).contains("screenshot-0.png"));
         ::close(watch);
     }
 
 private:
-    static qsizetype listed(const StoreFixture &f)
+    static qsizetype listCount(const StoreFixture &f)
     {
         ThreadListing::Promise promise;
         promise.start();
@@ -44,7 +44,7 @@ private:
         promise.finish();
         return promise.future().result()->threads.size();
     }
-    static QSet<QByteArray> touched(int watch)
+    static QSet<QByteArray> openedFiles(int watch)
     {
         QSet<QByteArray> names;
         alignas(inotify_event) char buffer[16384];

@@ -1,4 +1,4 @@
-// What of a thread reaches the disk, from the user's actions to the files.
+// Which parts of a thread are stored, from the user's actions to the files.
 
 #include "base/Settings.h"
 #include "history/BackgroundThreadSaver.h"
@@ -14,8 +14,8 @@ using namespace quellora;
 
 namespace {
 
-/// The thread controller over a real store.
-struct Desk
+/// A ThreadController with a real store.
+struct ControllerFixture
 {
     StoreFixture f;
     JsonUserDefaults defaults;
@@ -29,7 +29,7 @@ struct Desk
         session.addScreenshot(jpeg, t0, t0);
         threads.setCurrentSession(session);
     }
-    /// A query with its answer, as a send makes it.
+    /// Sends a question and adds its answer.
     void ask(const QString &prompt)
     {
         CaptureSession session = threads.threadForQuery();
@@ -66,146 +66,147 @@ class TestThreadPersistence : public QObject
 private Q_SLOTS:
     void nothingIsStoredByDefault()
     {
-        Desk desk;
-        desk.addScreenshot("a");
-        desk.ask("1");
-        desk.addScreenshot("b");
-        desk.ask("2");
-        QVERIFY(!desk.threads.addNote(" \n\t\r\n "));
-        QVERIFY(!desk.current().isMarkedForPersistence());
-        QVERIFY(desk.current().notes.isEmpty());
-        desk.threads.startNewThread();
-        desk.threads.endCurrentThread();
-        QVERIFY(desk.isRootUntouched());
+        ControllerFixture fixture;
+        fixture.addScreenshot("a");
+        fixture.ask("1");
+        fixture.addScreenshot("b");
+        fixture.ask("2");
+        QVERIFY(!fixture.threads.addNote(" \n\t\r\n "));
+        QVERIFY(!fixture.current().isMarkedForPersistence());
+        QVERIFY(fixture.current().notes.isEmpty());
+        fixture.threads.startNewThread();
+        fixture.threads.endCurrentThread();
+        QVERIFY(fixture.isRootUntouched());
     }
 
-    void firstNoteKeepsAllScreenshotsAndNoTurns()
+    void firstNoteKeepsScreenshotsButNoTurns()
     {
-        Desk desk;
+        ControllerFixture fixture;
         for (const char *jpeg : {"a", "b", "c"})
-            desk.addScreenshot(jpeg);
-        desk.ask("1");
-        desk.ask("2");
-        QVERIFY(desk.threads.addNote("note"));
-        QCOMPARE(desk.storedCount("screenshots"), 3);
-        QCOMPARE(desk.storedCount("notes"), 1);
-        QVERIFY(desk.stored()["turns"].isArray());
-        QCOMPARE(desk.storedCount("turns"), 0);
-        QCOMPARE(desk.f.names(desk.current().id),
+            fixture.addScreenshot(jpeg);
+        fixture.ask("1");
+        fixture.ask("2");
+        QVERIFY(fixture.threads.addNote("note"));
+        QCOMPARE(fixture.storedCount("screenshots"), 3);
+        QCOMPARE(fixture.storedCount("notes"), 1);
+        QVERIFY(fixture.stored()["turns"].isArray());
+        QCOMPARE(fixture.storedCount("turns"), 0);
+        QCOMPARE(fixture.f.names(fixture.current().id),
                  (QStringList{"screenshot-0.png", "screenshot-1.png", "screenshot-2.png",
                               "session.json"}));
     }
 
-    void noteBesideKeptTurns()
+    void noteAndTurnsAreKeptTogether()
     {
-        Desk desk;
-        desk.addScreenshot("a");
-        desk.ask("unkept");
-        desk.settings.setKeepAIHistoryEnabled(true);
-        desk.ask("kept");
-        QCOMPARE(desk.storedCount("screenshots"), 0);
-        QVERIFY(desk.threads.addNote("note"));
-        QCOMPARE(desk.storedCount("screenshots"), 1);
-        QCOMPARE(desk.storedCount("notes"), 1);
-        QCOMPARE(desk.storedCount("turns"), 1);
-        QCOMPARE(desk.stored()["turns"][0]["prompt"].toString(), "kept");
+        ControllerFixture fixture;
+        fixture.addScreenshot("a");
+        fixture.ask("unkept");
+        fixture.settings.setKeepAIHistoryEnabled(true);
+        fixture.ask("kept");
+        QCOMPARE(fixture.storedCount("screenshots"), 0);
+        QVERIFY(fixture.threads.addNote("note"));
+        QCOMPARE(fixture.storedCount("screenshots"), 1);
+        QCOMPARE(fixture.storedCount("notes"), 1);
+        QCOMPARE(fixture.storedCount("turns"), 1);
+        QCOMPARE(fixture.stored()["turns"][0]["prompt"].toString(), "kept");
     }
 
-    void keepingFromTheThirdTurnOn()
+    void keepsTurnsFromThirdOn()
     {
-        Desk desk;
-        desk.addScreenshot("a");
-        desk.ask("1");
-        desk.addScreenshot("b");
-        desk.ask("2");
-        desk.settings.setKeepAIHistoryEnabled(true);
-        desk.addScreenshot("c");
-        desk.ask("3");
-        desk.ask("4");
-        QCOMPARE(desk.storedCount("turns"), 2);
-        QCOMPARE(desk.stored()["turns"][0]["prompt"].toString(), "3");
-        QCOMPARE(desk.storedCount("screenshots"), 1);
-        QCOMPARE(desk.stored()["screenshots"][0]["index"].toInt(), 2);
-        QCOMPARE(desk.f.names(desk.current().id),
+        ControllerFixture fixture;
+        fixture.addScreenshot("a");
+        fixture.ask("1");
+        fixture.addScreenshot("b");
+        fixture.ask("2");
+        fixture.settings.setKeepAIHistoryEnabled(true);
+        fixture.addScreenshot("c");
+        fixture.ask("3");
+        fixture.ask("4");
+        QCOMPARE(fixture.storedCount("turns"), 2);
+        QCOMPARE(fixture.stored()["turns"][0]["prompt"].toString(), "3");
+        QCOMPARE(fixture.storedCount("screenshots"), 1);
+        QCOMPARE(fixture.stored()["screenshots"][0]["index"].toInt(), 2);
+        QCOMPARE(fixture.f.names(fixture.current().id),
                  (QStringList{"screenshot-2.png", "session.json"}));
 
-        // Switching it off stops nothing in this thread, and on again takes nothing away.
-        desk.settings.setKeepAIHistoryEnabled(false);
-        desk.ask("5");
-        QCOMPARE(desk.storedCount("turns"), 3);
-        desk.settings.setKeepAIHistoryEnabled(true);
-        QCOMPARE(*desk.current().turnPersistenceCursor,
+        // Turning the setting off does not stop keeping this thread; turning it on again removes
+        // nothing.
+        fixture.settings.setKeepAIHistoryEnabled(false);
+        fixture.ask("5");
+        QCOMPARE(fixture.storedCount("turns"), 3);
+        fixture.settings.setKeepAIHistoryEnabled(true);
+        QCOMPARE(*fixture.current().turnPersistenceCursor,
                  (CaptureSession::TurnPersistenceCursor{2, 2}));
-        QCOMPARE(desk.storedCount("turns"), 3);
-        QCOMPARE(desk.storedCount("screenshots"), 1);
+        QCOMPARE(fixture.storedCount("turns"), 3);
+        QCOMPARE(fixture.storedCount("screenshots"), 1);
 
-        // The next thread begins without.
-        desk.settings.setKeepAIHistoryEnabled(false);
-        desk.threads.startNewThread();
-        desk.ask("elsewhere");
-        QVERIFY(!desk.current().isMarkedForPersistence());
-        QVERIFY(desk.stored().isEmpty());
+        // The next thread is not kept.
+        fixture.settings.setKeepAIHistoryEnabled(false);
+        fixture.threads.startNewThread();
+        fixture.ask("elsewhere");
+        QVERIFY(!fixture.current().isMarkedForPersistence());
+        QVERIFY(fixture.stored().isEmpty());
     }
 
-    void threadFromHistoryIsStoredWhole()
+    void reopenedThreadIsStoredEntirely()
     {
-        Desk desk;
+        ControllerFixture fixture;
         CaptureSession session = keptSample();
         session.addNote("note", t0);
-        QVERIFY(desk.f.store.save(session));
-        desk.threads.openFromHistory(*desk.f.store.load(session.id));
-        QVERIFY(!desk.current().isMarkedForPersistence());
-        desk.settings.setKeepAIHistoryEnabled(true);
-        QVERIFY(desk.threads.isSessionLoadedFromHistory());
-        desk.threads.startNewThread();
-        QVERIFY(!desk.threads.isSessionLoadedFromHistory());
+        QVERIFY(fixture.f.store.save(session));
+        fixture.threads.openFromHistory(*fixture.f.store.load(session.id));
+        QVERIFY(!fixture.current().isMarkedForPersistence());
+        fixture.settings.setKeepAIHistoryEnabled(true);
+        QVERIFY(fixture.threads.isSessionLoadedFromHistory());
+        fixture.threads.startNewThread();
+        QVERIFY(!fixture.threads.isSessionLoadedFromHistory());
 
-        desk.threads.openFromHistory(*desk.f.store.load(session.id));
-        QVERIFY(!desk.current().notePersistenceCursor);
-        // Kept notes need their own cursor; the turns are all there.
-        QVERIFY(desk.threads.addNote("another"));
-        desk.ask("more");
-        QCOMPARE(desk.storedCount("turns"), 2);
-        QCOMPARE(desk.storedCount("notes"), 2);
-        QCOMPARE(desk.storedCount("screenshots"), 2);
-        QVERIFY(desk.threads.isSessionLoadedFromHistory());
+        fixture.threads.openFromHistory(*fixture.f.store.load(session.id));
+        QVERIFY(!fixture.current().notePersistenceCursor);
+        // Notes need their own cursor; all turns are kept.
+        QVERIFY(fixture.threads.addNote("another"));
+        fixture.ask("more");
+        QCOMPARE(fixture.storedCount("turns"), 2);
+        QCOMPARE(fixture.storedCount("notes"), 2);
+        QCOMPARE(fixture.storedCount("screenshots"), 2);
+        QVERIFY(fixture.threads.isSessionLoadedFromHistory());
     }
 
-    void queryResumesAThreadFromHistory()
+    void queryResumesReopenedThread()
     {
-        // Opened while nothing was kept, asked while history is.
-        Desk desk;
+        // The thread is opened with history keeping off and queried with it on.
+        ControllerFixture fixture;
         const CaptureSession session = keptSample();
-        QVERIFY(desk.f.store.save(session));
-        desk.threads.openFromHistory(*desk.f.store.load(session.id));
-        desk.defaults.setBool("keepAIHistoryEnabled", true);
-        ThreadController later(desk.settings, &desk.saver, [] { return t0; });
-        later.openFromHistory(*desk.f.store.load(session.id));
+        QVERIFY(fixture.f.store.save(session));
+        fixture.threads.openFromHistory(*fixture.f.store.load(session.id));
+        fixture.defaults.setBool("keepAIHistoryEnabled", true);
+        ThreadController later(fixture.settings, &fixture.saver, [] { return t0; });
+        later.openFromHistory(*fixture.f.store.load(session.id));
         CaptureSession opened = later.takeOrCreate();
         opened.turnPersistenceCursor.reset();
         later.setCurrentSession(opened);
         QCOMPARE(*later.threadForQuery().turnPersistenceCursor,
                  (CaptureSession::TurnPersistenceCursor{0, 0}));
-        // Another thread that is not the one opened begins where it stands.
+        // In another thread, persistence starts at its current end.
         later.setCurrentSession(sample());
         QCOMPARE(*later.threadForQuery().turnPersistenceCursor,
                  (CaptureSession::TurnPersistenceCursor{2, 1}));
     }
 
-    void screenshotOfAReopenedThreadGetsItsOwnFile()
+    void newScreenshotOfReopenedThreadGetsNewFile()
     {
-        // Kept from its third screenshot on, the thread comes back with a single one.
-        Desk desk;
+        // The thread is kept from its third screenshot on, so only that one is loaded.
+        ControllerFixture fixture;
         CaptureSession session = sample();
         session.beginPersistingTurns();
         session.addScreenshot("third", t0, t0);
-        QVERIFY(desk.f.store.save(session));
-        desk.settings.setKeepAIHistoryEnabled(true);
-        desk.threads.openFromHistory(*desk.f.store.load(session.id));
-        desk.addScreenshot("new");
-        desk.addScreenshot("newer");
-        desk.saver.flush();
-        const auto loaded = desk.f.store.load(session.id);
+        QVERIFY(fixture.f.store.save(session));
+        fixture.settings.setKeepAIHistoryEnabled(true);
+        fixture.threads.openFromHistory(*fixture.f.store.load(session.id));
+        fixture.addScreenshot("new");
+        fixture.addScreenshot("newer");
+        fixture.saver.flush();
+        const auto loaded = fixture.f.store.load(session.id);
         QVERIFY(loaded);
         QCOMPARE(loaded->screenshots.size(), 3);
         QCOMPARE(loaded->screenshots.at(0).imageData, "third");
@@ -213,7 +214,7 @@ private Q_SLOTS:
         QCOMPARE(loaded->screenshots.at(2).imageData, "newer");
     }
 
-    void threadFromHistoryIsNeverStoredWithLess_data()
+    void reopenedThreadLosesNothing_data()
     {
         QTest::addColumn<bool>("keepsAtOpening");
         QTest::addColumn<QStringList>("steps");
@@ -240,53 +241,53 @@ private Q_SLOTS:
         QTest::newRow("asked and captured, then a note deleted, with saving off")
             << false << QStringList{"ask unkept", "capture unkept", "delete 1"} << p
             << QStringList{"2", "3"} << jpegs;
-        QTest::newRow("saving switched on") << false << QStringList{"on"} << p << notes << jpegs;
-        QTest::newRow("asked, then saving switched on")
+        QTest::newRow("saving turned on") << false << QStringList{"on"} << p << notes << jpegs;
+        QTest::newRow("asked, then saving turned on")
             << false << QStringList{"ask a", "on"} << p + QStringList{"a"} << notes << jpegs;
-        QTest::newRow("saving switched off, then asked")
+        QTest::newRow("saving turned off, then asked")
             << true << QStringList{"off", "ask a"} << p + QStringList{"a"} << notes << jpegs;
-        QTest::newRow("saving switched off and on, a note deleted between")
+        QTest::newRow("saving turned off, note deleted, saving turned on")
             << true << QStringList{"ask a", "off", "delete 3", "on", "ask b"}
             << p + QStringList{"a", "b"} << QStringList{"1", "2"} << jpegs;
         QTest::newRow("captured and noted with saving off")
             << false << QStringList{"capture new", "note 4"} << p << notes + QStringList{"4"}
             << jpegs + QStringList{"new"};
-        QTest::newRow("left alone with saving off")
+        QTest::newRow("nothing kept with saving off")
             << false << QStringList{"ask unkept", "capture unkept"} << p << notes << jpegs;
     }
-    void threadFromHistoryIsNeverStoredWithLess()
+    void reopenedThreadLosesNothing()
     {
         QFETCH(bool, keepsAtOpening);
         QFETCH(QStringList, steps);
         QFETCH(QStringList, questions);
         QFETCH(QStringList, notes);
         QFETCH(QStringList, screenshots);
-        Desk desk;
+        ControllerFixture fixture;
         CaptureSession session = keptSample();
         for (const char *text : {"1", "2", "3"})
             session.addNote(text, t0);
-        QVERIFY(desk.f.store.save(session));
-        desk.settings.setKeepAIHistoryEnabled(keepsAtOpening);
-        desk.threads.openFromHistory(*desk.f.store.load(session.id));
-        const auto take = [&](const QString &step) {
+        QVERIFY(fixture.f.store.save(session));
+        fixture.settings.setKeepAIHistoryEnabled(keepsAtOpening);
+        fixture.threads.openFromHistory(*fixture.f.store.load(session.id));
+        const auto perform = [&](const QString &step) {
             const QString action = step.section(' ', 0, 0);
             const QString text = step.section(' ', 1);
             if (action == "ask")
-                desk.ask(text);
+                fixture.ask(text);
             else if (action == "capture")
-                desk.addScreenshot(text.toUtf8());
+                fixture.addScreenshot(text.toUtf8());
             else if (action == "note")
-                desk.threads.addNote(text);
+                fixture.threads.addNote(text);
             else if (action == "delete")
-                desk.threads.removeNote(desk.noteId(text));
+                fixture.threads.removeNote(fixture.noteId(text));
             else
-                desk.settings.setKeepAIHistoryEnabled(action == "on");
+                fixture.settings.setKeepAIHistoryEnabled(action == "on");
         };
         for (const QString &step : std::as_const(steps))
-            take(step);
+            perform(step);
         const auto verify = [&] {
-            desk.saver.flush();
-            const auto stored = desk.f.store.load(session.id);
+            fixture.saver.flush();
+            const auto stored = fixture.f.store.load(session.id);
             QVERIFY(stored);
             QStringList found;
             for (const auto &turn : stored->turns)
@@ -302,44 +303,44 @@ private Q_SLOTS:
             QCOMPARE(found, screenshots);
         };
         verify();
-        // Ending the thread takes nothing away either.
-        desk.threads.startNewThread();
+        // Ending the thread removes nothing either.
+        fixture.threads.startNewThread();
         verify();
     }
 
-    void screenshotThatWaitsIsStoredWithItsQuestion_data()
+    void stagedScreenshotIsStoredWithQuestion_data()
     {
-        QTest::addColumn<QString>("switchedOn");
-        for (const char *when :
-             {"before the capture", "between capture and question", "while the answer comes"})
+        QTest::addColumn<QString>("turnedOn");
+        for (const char *when : {"before the capture", "between capture and question",
+                                 "while the answer is streaming"})
             QTest::newRow(when) << when;
     }
-    void screenshotThatWaitsIsStoredWithItsQuestion()
+    void stagedScreenshotIsStoredWithQuestion()
     {
-        QFETCH(QString, switchedOn);
-        Desk desk;
+        QFETCH(QString, turnedOn);
+        ControllerFixture fixture;
         const auto reached = [&](const char *moment) {
-            if (switchedOn == QLatin1String(moment))
-                desk.settings.setKeepAIHistoryEnabled(true);
+            if (turnedOn == QLatin1String(moment))
+                fixture.settings.setKeepAIHistoryEnabled(true);
         };
-        desk.addScreenshot("earlier");
-        desk.ask("earlier");
+        fixture.addScreenshot("earlier");
+        fixture.ask("earlier");
         reached("before the capture");
-        desk.threads.stageScreenshot("staged");
+        fixture.threads.stageScreenshot("staged");
         reached("between capture and question");
-        const CaptureSession session = desk.threads.threadForQuery();
-        desk.threads.setCurrentSession(session);
-        const auto staged = desk.threads.stagedScreenshot();
-        desk.threads.clearStagedScreenshot();
-        // Already while its question waits for the answer.
-        QCOMPARE(desk.storedCount("screenshots"),
-                 switchedOn == QLatin1String("while the answer comes") ? 0 : 1);
-        reached("while the answer comes");
-        desk.threads.addTurn(session.id, "asked", "r", staged);
-        desk.saver.flush();
-        const auto stored = desk.f.store.load(session.id);
+        const CaptureSession session = fixture.threads.threadForQuery();
+        fixture.threads.setCurrentSession(session);
+        const auto staged = fixture.threads.stagedScreenshot();
+        fixture.threads.clearStagedScreenshot();
+        // Stored before the answer arrives.
+        QCOMPARE(fixture.storedCount("screenshots"),
+                 turnedOn == QLatin1String("while the answer is streaming") ? 0 : 1);
+        reached("while the answer is streaming");
+        fixture.threads.addTurn(session.id, "asked", "r", staged);
+        fixture.saver.flush();
+        const auto stored = fixture.f.store.load(session.id);
         QVERIFY(stored);
-        // What was there before saving was switched on: nothing, or all that came while it was on.
+        // Nothing from before the setting was turned on is stored, except the staged screenshot.
         QCOMPARE(stored->turns.size(), 1);
         QCOMPARE(stored->turns.first().prompt, "asked");
         QCOMPARE(stored->turns.first().screenshot->index, 1);
@@ -348,38 +349,38 @@ private Q_SLOTS:
         QCOMPARE(stored->screenshots.first().imageData, "staged");
     }
 
-    void emptyThreadMakesNoEntry()
+    void emptyThreadIsNotStored()
     {
-        Desk desk;
-        desk.settings.setKeepAIHistoryEnabled(true);
-        desk.threads.startNewThread();
-        desk.settings.setKeepAIHistoryEnabled(false);
-        desk.settings.setKeepAIHistoryEnabled(true);
-        // A question that is never answered leaves nothing behind.
-        desk.threads.setCurrentSession(desk.threads.threadForQuery());
-        QVERIFY(desk.isRootUntouched());
-        desk.threads.startNewThread();
-        QVERIFY(desk.isRootUntouched());
-        // Neither does the thread whose only note is deleted.
-        desk.threads.addNote("note");
-        desk.saver.flush();
-        QCOMPARE(desk.f.store.list()->size(), 1);
-        desk.threads.removeNote(desk.current().notes.first().id);
-        desk.saver.flush();
-        QVERIFY(desk.f.store.list()->isEmpty());
+        ControllerFixture fixture;
+        fixture.settings.setKeepAIHistoryEnabled(true);
+        fixture.threads.startNewThread();
+        fixture.settings.setKeepAIHistoryEnabled(false);
+        fixture.settings.setKeepAIHistoryEnabled(true);
+        // A question without an answer is not stored.
+        fixture.threads.setCurrentSession(fixture.threads.threadForQuery());
+        QVERIFY(fixture.isRootUntouched());
+        fixture.threads.startNewThread();
+        QVERIFY(fixture.isRootUntouched());
+        // A thread is removed with its only note.
+        fixture.threads.addNote("note");
+        fixture.saver.flush();
+        QCOMPARE(fixture.f.store.list()->size(), 1);
+        fixture.threads.removeNote(fixture.current().notes.first().id);
+        fixture.saver.flush();
+        QVERIFY(fixture.f.store.list()->isEmpty());
     }
 
-    void removedNoteLeavesTheFile()
+    void removedNoteIsDeletedFromFile()
     {
-        Desk desk;
-        QVERIFY(desk.threads.addNote("1"));
-        QVERIFY(desk.threads.addNote("2"));
-        QVERIFY(desk.threads.removeNote(desk.current().notes.first().id));
-        QVERIFY(!desk.threads.removeNote(QUuid::createUuid()));
-        QCOMPARE(desk.storedCount("notes"), 1);
-        QCOMPARE(desk.stored()["notes"][0]["text"].toString(), "2");
-        desk.threads.endCurrentThread();
-        QVERIFY(!desk.threads.removeNote(QUuid::createUuid()));
+        ControllerFixture fixture;
+        QVERIFY(fixture.threads.addNote("1"));
+        QVERIFY(fixture.threads.addNote("2"));
+        QVERIFY(fixture.threads.removeNote(fixture.current().notes.first().id));
+        QVERIFY(!fixture.threads.removeNote(QUuid::createUuid()));
+        QCOMPARE(fixture.storedCount("notes"), 1);
+        QCOMPARE(fixture.stored()["notes"][0]["text"].toString(), "2");
+        fixture.threads.endCurrentThread();
+        QVERIFY(!fixture.threads.removeNote(QUuid::createUuid()));
     }
 };
 

@@ -1,4 +1,4 @@
-// The store on disks that are full, read-only or lose their writer in the middle of a save.
+// The store on full and read-only disks, and with writers killed during a save.
 
 #include "history/GrowingThread.h"
 #include "support/TestProgram.h"
@@ -27,15 +27,15 @@ void writeProcFile(const char *path, const QByteArray &content)
     ::close(file);
 }
 
-/// Gives this process mounts of its own, which go with it.
-/// @return why that is not allowed here
-QString enterOwnMounts()
+/// Moves this process into a private mount namespace, which the kernel removes when it ends.
+/// @return the reason of a failure; empty on success
+QString enterMountNamespace()
 {
     const uid_t user = ::getuid();
     const gid_t group = ::getgid();
     if (::unshare(CLONE_NEWNS) != 0) {
         if (::unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0)
-            return "no mounts of our own: " + qt_error_string(errno);
+            return "no mount namespace: " + qt_error_string(errno);
         writeProcFile("/proc/self/setgroups", "deny");
         writeProcFile("/proc/self/uid_map", "0 " + QByteArray::number(user) + " 1");
         writeProcFile("/proc/self/gid_map", "0 " + QByteArray::number(group) + " 1");
@@ -45,22 +45,22 @@ QString enterOwnMounts()
     return {};
 }
 
-QString mountsRefused;
+QString namespaceError;
 
-/// A small disk of its own with a store on it.
+/// A store on a small private tmpfs.
 class SmallDisk
 {
 public:
     explicit SmallDisk(const QByteArray &options)
     {
         if (::mount("none", path().constData(), "tmpfs", 0, options.constData()) != 0)
-            m_refusal = qt_error_string(errno);
+            m_mountError = qt_error_string(errno);
     }
     ~SmallDisk() { ::umount2(path().constData(), MNT_DETACH); }
     SmallDisk(const SmallDisk &) = delete;
     SmallDisk &operator=(const SmallDisk &) = delete;
 
-    QString refusal() const { return m_refusal; }
+    QString refusal() const { return m_mountError; }
 
     bool setReadOnly(bool readOnly) const
     {
@@ -68,11 +68,11 @@ public:
         return ::mount("none", path().constData(), "tmpfs", flags, nullptr) == 0;
     }
 
-    /// Takes all space but so many pages.
+    /// Fills the disk except for @p freePages pages of 4096 bytes.
     bool fill(int freePages) const
     {
         const QByteArray page(4096, 'x');
-        const int file = ::open(ballast().constData(), O_CREAT | O_TRUNC | O_WRONLY, 0600);
+        const int file = ::open(fillFile().constData(), O_CREAT | O_TRUNC | O_WRONLY, 0600);
         off_t size = 0;
         while (::write(file, page.constData(), page.size()) == page.size())
             size += page.size();
@@ -81,20 +81,20 @@ public:
         ::close(file);
         return isDone;
     }
-    void empty() const { ::unlink(ballast().constData()); }
+    void empty() const { ::unlink(fillFile().constData()); }
 
     StoreFixture f;
 
 private:
     QByteArray path() const { return QFile::encodeName(f.support.path()); }
-    QByteArray ballast() const { return path() + "/ballast"; }
+    QByteArray fillFile() const { return path() + "/fillFile"; }
 
-    QString m_refusal;
+    QString m_mountError;
 };
 
 #define SKIP_WITHOUT_MOUNTS(disk)                                                                  \
-    if (!mountsRefused.isEmpty() || !(disk).refusal().isEmpty())                                   \
-    QSKIP(qPrintable(mountsRefused.isEmpty() ? (disk).refusal() : mountsRefused))
+    if (!namespaceError.isEmpty() || !(disk).refusal().isEmpty())                                  \
+    QSKIP(qPrintable(namespaceError.isEmpty() ? (disk).refusal() : namespaceError))
 
 /// keptSample() with a screenshot of four pages and a description of three.
 CaptureSession grown(CaptureSession session)
@@ -130,7 +130,7 @@ private Q_SLOTS:
                 QCOMPARE(saved.error().kind, StoreError::Kind::File);
                 QVERIFY2(saved.error().description().endsWith(": No space left on device"),
                          qPrintable(saved.error().description()));
-                QCOMPARE(withoutTakenNumbers(*disk.f.store.load(before.id)), asStored(before));
+                QCOMPARE(withoutReservedNumbers(*disk.f.store.load(before.id)), asStored(before));
                 QVERIFY(disk.f.names(before.id).filter("saving").isEmpty());
             }
             disk.empty();
@@ -138,16 +138,16 @@ private Q_SLOTS:
             QCOMPARE(*disk.f.store.load(after.id), asStored(after));
             QVERIFY(disk.f.store.remove(after.id));
         }
-        // Four pages for the image, then three for the description.
+        // The image takes four pages, the description three.
         QCOMPARE(failures, 7);
         QCOMPARE(successes, 2);
     }
 
-    void diskWithoutRoomForNames()
+    void diskWithoutFreeInodes()
     {
         const SmallDisk disk("size=256k,nr_inodes=8");
         SKIP_WITHOUT_MOUNTS(disk);
-        // The disk, two folders, the thread's folder and three files leave room for one more.
+        // The root, two folders, the thread's folder and three files leave one inode.
         const CaptureSession before = keptSample();
         QVERIFY(disk.f.store.save(before));
         const CaptureSession after = grown(before);
@@ -155,7 +155,7 @@ private Q_SLOTS:
         QVERIFY(!saved);
         QCOMPARE(saved.error().kind, StoreError::Kind::File);
         QVERIFY(saved.error().description().startsWith(disk.f.description(after.id) + ": "));
-        QCOMPARE(withoutTakenNumbers(*disk.f.store.load(before.id)), asStored(before));
+        QCOMPARE(withoutReservedNumbers(*disk.f.store.load(before.id)), asStored(before));
         const auto other = disk.f.store.save(keptSample());
         QVERIFY(!other);
         QVERIFY2(other.error().description().endsWith(": No space left on device"),
@@ -190,13 +190,13 @@ private Q_SLOTS:
         QCOMPARE(*disk.f.store.load(after.id), asStored(after));
     }
 
-    void folderThatCannotBeRemovedStaysWhole()
+    void busyFolderIsNotRemoved()
     {
         const SmallDisk disk("size=256k");
         SKIP_WITHOUT_MOUNTS(disk);
         const CaptureSession session = keptSample();
         QVERIFY(disk.f.store.save(session));
-        // Something is mounted there, so that the folder is in use.
+        // A mount point makes the folder busy.
         const QByteArray folder = QFile::encodeName(disk.f.folder(session.id));
         QCOMPARE(::mount(folder.constData(), folder.constData(), nullptr, MS_BIND, nullptr), 0);
         const StoreError refusal = disk.f.store.remove(session.id).error();
@@ -210,13 +210,13 @@ private Q_SLOTS:
         QVERIFY(disk.f.store.list()->isEmpty());
     }
 
-    void folderInWhichNothingCanBeRemovedStaysWhole()
+    void failedRemovalIsRolledBack()
     {
         const SmallDisk disk("size=256k");
         SKIP_WITHOUT_MOUNTS(disk);
         const CaptureSession session = keptSample();
         QVERIFY(disk.f.store.save(session));
-        // Stands for whatever keeps a file from going: the folder itself can be renamed.
+        // The description cannot be removed, but the folder can be renamed.
         const QByteArray description = QFile::encodeName(disk.f.description(session.id));
         QCOMPARE(
             ::mount(description.constData(), description.constData(), nullptr, MS_BIND, nullptr),
@@ -240,14 +240,14 @@ private Q_SLOTS:
             const QUuid id = QUuid::createUuid();
             for (int round = 0; round < roundsPerThread; ++round) {
                 const int acknowledged =
-                    killInMidSave(f, id, random.bounded(1, 12), random.bounded(4'000));
+                    killDuringSave(f, id, random.bounded(1, 12), random.bounded(4'000));
                 QVERIFY(acknowledged >= 0);
-                verifyOneOfTheSavedStates(f, id, acknowledged, saves);
+                verifySavedState(f, id, acknowledged, saves);
                 if (QTest::currentTestFailed())
                     return;
             }
-            // The interrupted save made up for in peace leaves nothing behind. Its image may be
-            // there already, whole and not yet named.
+            // Repeating the interrupted save leaves no temporary files. Its image may already
+            // exist, complete but not yet in the description.
             CaptureSession session = growingThread(id);
             while (session.turns.size() <= saves)
                 grow(session);
@@ -260,9 +260,9 @@ private Q_SLOTS:
     }
 
 private:
-    /// Starts a writer, waits for some saves and kills it a moment later.
-    /// @return the turns that it said were stored; -1 when it did not work
-    static int killInMidSave(const StoreFixture &f, const QUuid &id, int reports, int microseconds)
+    /// Starts a writer, waits for @p reports saves and kills it @p microseconds later.
+    /// @return the number of turns last reported as stored; -1 on failure
+    static int killDuringSave(const StoreFixture &f, const QUuid &id, int reports, int microseconds)
     {
         QProcess writer;
         writer.start(QUELLORA_THREAD_STORE_WRITER, {f.support.path(), uuidText(id)});
@@ -272,9 +272,9 @@ private:
                 return -1;
             output += writer.readAllStandardOutput();
         }
-        QElapsedTimer moment;
-        moment.start();
-        while (moment.nsecsElapsed() < qint64(microseconds) * 1000) {
+        QElapsedTimer timer;
+        timer.start();
+        while (timer.nsecsElapsed() < qint64(microseconds) * 1000) {
         }
         writer.kill();
         if (!writer.waitForFinished(10'000) || writer.exitStatus() != QProcess::CrashExit)
@@ -284,12 +284,12 @@ private:
         return lines.last().toInt();
     }
 
-    static void verifyOneOfTheSavedStates(const StoreFixture &f, const QUuid &id, int acknowledged,
-                                          int &saves)
+    static void verifySavedState(const StoreFixture &f, const QUuid &id, int acknowledged,
+                                 int &saves)
     {
         const auto loaded = f.store.load(id);
         if (!loaded) {
-            // Killed before its first save was through.
+            // Killed before the first save finished.
             QCOMPARE(loaded.error().kind, StoreError::Kind::SessionNotFound);
             QCOMPARE(acknowledged, 0);
             saves = 0;
@@ -300,8 +300,8 @@ private:
         CaptureSession expected = growingThread(id);
         while (expected.turns.size() < saves)
             grow(expected);
-        QCOMPARE(withoutTakenNumbers(*loaded), asStored(expected));
-        // At most the file that was being written is left over.
+        QCOMPARE(withoutReservedNumbers(*loaded), asStored(expected));
+        // At most one temporary file is left.
         QVERIFY(f.names(id).filter("saving").size() <= 1);
     }
 };
@@ -310,8 +310,8 @@ namespace {
 
 int runTests(int argc, char **argv)
 {
-    // Before any other thread is there: the kernel asks for that.
-    mountsRefused = enterOwnMounts();
+    // unshare(CLONE_NEWUSER) requires a single-threaded process.
+    namespaceError = enterMountNamespace();
     QCoreApplication app(argc, argv);
     TestThreadStoreDisk test;
     return QTest::qExec(&test, argc, argv);

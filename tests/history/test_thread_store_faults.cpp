@@ -1,5 +1,5 @@
-// Every step of a save fails in turn, as a full disk, a failing disk or a missing right would have
-// it, with the real files underneath.
+// Fault injection on real files: every step of a save fails in turn, as with a full disk, an I/O
+// error or missing permissions.
 
 #include "history/StoreFixture.h"
 #include "support/TestProgram.h"
@@ -13,31 +13,31 @@ namespace {
 
 const QString noSpace = QStringLiteral("No space left on device");
 
-/// Which step of a save fails, and after how much of a file (as a share of its bytes).
+/// Which step of a save fails, and after which fraction of a file's bytes.
 struct Fault
 {
-    /// Steps that still succeed; none fails when negative.
-    int stepsBefore = -1;
-    double shareWritten = 0;
+    /// Number of steps that succeed before the failure; if negative, no step fails.
+    int stepsToSucceed = -1;
+    double writtenFraction = 0;
 
-    static Fault at(int step, double share = 0)
+    static Fault at(int step, double fraction = 0)
     {
         Fault fault;
-        fault.stepsBefore = step;
-        fault.shareWritten = share;
+        fault.stepsToSucceed = step;
+        fault.writtenFraction = fraction;
         return fault;
     }
 
     int stepsSeen = 0;
-    bool hasStruck = false;
+    bool hasTriggered = false;
     QStringList journal;
 
-    bool strikes(const QString &step)
+    bool triggers(const QString &step)
     {
         journal.append(step);
-        const bool strikesNow = stepsSeen++ == stepsBefore;
-        hasStruck = hasStruck || strikesNow;
-        return strikesNow;
+        const bool triggersNow = stepsSeen++ == stepsToSucceed;
+        hasTriggered = hasTriggered || triggersNow;
+        return triggersNow;
     }
 };
 
@@ -50,21 +50,21 @@ public:
 
     Result open() override
     {
-        return m_fault.strikes("open " + m_name) ? tl::unexpected(noSpace) : m_file->open();
+        return m_fault.triggers("open " + m_name) ? tl::unexpected(noSpace) : m_file->open();
     }
     Result write(const QByteArray &content) override
     {
-        if (!m_fault.strikes("write " + m_name))
+        if (!m_fault.triggers("write " + m_name))
             return m_file->write(content);
         const auto written =
-            static_cast<qsizetype>(m_fault.shareWritten * static_cast<double>(content.size()));
+            static_cast<qsizetype>(m_fault.writtenFraction * static_cast<double>(content.size()));
         if (!m_file->write(content.left(written)))
             qFatal("The test could not write");
         return tl::unexpected(noSpace);
     }
     Result commit() override
     {
-        return m_fault.strikes("commit " + m_name) ? tl::unexpected(noSpace) : m_file->commit();
+        return m_fault.triggers("commit " + m_name) ? tl::unexpected(noSpace) : m_file->commit();
     }
 
 private:
@@ -79,7 +79,7 @@ public:
     Result createFolder(const QString &path) override
     {
         const QString step = "folder " + QFileInfo(path).fileName();
-        return fault.strikes(step) ? tl::unexpected(noSpace) : DiskThreadFiles::createFolder(path);
+        return fault.triggers(step) ? tl::unexpected(noSpace) : DiskThreadFiles::createFolder(path);
     }
     std::unique_ptr<FileReplacement> replacement(const QString &path) override
     {
@@ -89,7 +89,7 @@ public:
     Result removeFile(const QString &path) override
     {
         const QString step = "remove " + QFileInfo(path).fileName();
-        return fault.strikes(step) ? tl::unexpected(noSpace) : DiskThreadFiles::removeFile(path);
+        return fault.triggers(step) ? tl::unexpected(noSpace) : DiskThreadFiles::removeFile(path);
     }
     void syncFolder(const QString &path) override
     {
@@ -110,7 +110,7 @@ CaptureSession grown(CaptureSession session)
     return session;
 }
 
-constexpr double shares[] = {0, 0.00001, 0.5, 0.99999, 1};
+constexpr double fractions[] = {0, 0.00001, 0.5, 0.99999, 1};
 
 } // namespace
 
@@ -118,14 +118,14 @@ class TestThreadStoreFaults : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void stepsOfASave()
+    void saveSteps()
     {
         auto files = std::make_shared<FailingFiles>();
         StoreFixture f(files);
         const CaptureSession session = keptSample();
         const QString folder = uuidText(session.id);
         QVERIFY(f.store.save(session));
-        // The images' names are safe before anything names them.
+        // The folder is synced before the description refers to the images.
         QCOMPARE(
             files->fault.journal,
             (QStringList{"folder sessions", "folder Quellora",
@@ -135,7 +135,7 @@ private Q_SLOTS:
                          "write screenshot-1.png", "commit screenshot-1.png", "sync " + folder,
                          "open session.json", "write session.json", "commit session.json",
                          "sync " + folder, "sync sessions"}));
-        // Later saves touch what is new and nothing else.
+        // A later save writes only the description.
         files->fault.journal.clear();
         QVERIFY(f.store.save(session));
         QCOMPARE(files->fault.journal,
@@ -143,20 +143,20 @@ private Q_SLOTS:
                               "write session.json", "commit session.json"}));
     }
 
-    void everyStepOfALaterSaveFails()
+    void failureAtAnyStepOfLaterSave()
     {
         int steps = 0;
-        for (const double share : shares) {
+        for (const double fraction : fractions) {
             for (int step = 0;; ++step) {
                 auto files = std::make_shared<FailingFiles>();
                 StoreFixture f(files);
                 const CaptureSession before = keptSample();
                 QVERIFY(f.store.save(before));
                 const CaptureSession after = grown(before);
-                files->fault = Fault::at(step, share);
+                files->fault = Fault::at(step, fraction);
 
                 const auto saved = f.store.save(after);
-                if (!files->fault.hasStruck) {
+                if (!files->fault.hasTriggered) {
                     QVERIFY(saved);
                     QCOMPARE(*f.store.load(after.id), asStored(after));
                     break;
@@ -164,16 +164,16 @@ private Q_SLOTS:
                 ++steps;
                 QVERIFY2(!saved, qPrintable(files->fault.journal.last()));
                 verifyFailure(saved.error(), after.id, files->fault);
-                QCOMPARE(withoutTakenNumbers(*f.store.load(after.id)), asStored(before));
-                verifyOnlyWholeFiles(f, after);
+                QCOMPARE(withoutReservedNumbers(*f.store.load(after.id)), asStored(before));
+                verifyOnlyCompleteFiles(f, after);
                 verifyNextSave(f, *files, after);
             }
         }
-        // Two folders; open, write and commit of two images and the description.
-        QCOMPARE(steps, 11 * static_cast<int>(std::size(shares)));
+        // Two createFolder() calls; open, write and commit of two images and the description.
+        QCOMPARE(steps, 11 * static_cast<int>(std::size(fractions)));
     }
 
-    void imageThatCannotBeRemovedGoesWithTheNextSave()
+    void nextSaveRetriesImageRemoval()
     {
         auto files = std::make_shared<FailingFiles>();
         StoreFixture f(files);
@@ -182,7 +182,7 @@ private Q_SLOTS:
         session.removeScreenshot(0);
         files->fault.journal.clear();
         QVERIFY(f.store.save(session));
-        // Not before the description that named it has gone.
+        // The image is removed after the description that referred to it is replaced.
         QCOMPARE(files->fault.journal.mid(files->fault.journal.size() - 2),
                  (QStringList{"commit session.json", "remove screenshot-0.png"}));
 
@@ -194,13 +194,13 @@ private Q_SLOTS:
         QCOMPARE(saved.error().description(),
                  f.folder(session.id) + "/screenshot-1.png: " + noSpace);
         QVERIFY(f.store.load(session.id)->screenshots.isEmpty());
-        // Its number stays taken as long as it lies there.
+        // Its number is not reused while the file exists.
         QCOMPARE(f.store.load(session.id)->nextScreenshotIndex, 2);
         QVERIFY(f.store.save(session));
         QCOMPARE(f.names(session.id), QStringList{"session.json"});
     }
 
-    void everyStepOfAFirstSaveFails()
+    void failureAtAnyStepOfFirstSave()
     {
         int steps = 0;
         for (int step = 0;; ++step) {
@@ -209,31 +209,31 @@ private Q_SLOTS:
             const CaptureSession session = grown(keptSample());
             files->fault = Fault::at(step, 0.5);
             const auto saved = f.store.save(session);
-            if (!files->fault.hasStruck)
+            if (!files->fault.hasTriggered)
                 break;
             ++steps;
             QVERIFY(!saved);
             verifyFailure(saved.error(), session.id, files->fault);
             QCOMPARE(f.store.load(session.id).error().kind, StoreError::Kind::SessionNotFound);
-            verifyOnlyWholeFiles(f, session);
+            verifyOnlyCompleteFiles(f, session);
             verifyNextSave(f, *files, session);
         }
-        // Five looks at folders, four images, the description.
+        // Five createFolder() calls; open, write and commit of four images and the description.
         QCOMPARE(steps, 5 + 3 * 5);
     }
 
-    void everyStepOfARenameFails()
+    void failureAtAnyStepOfRename()
     {
-        for (const double share : shares) {
+        for (const double fraction : fractions) {
             for (int step = 0; step < 3; ++step) {
                 auto files = std::make_shared<FailingFiles>();
                 StoreFixture f(files);
                 const CaptureSession session = keptSample();
                 QVERIFY(f.store.save(session));
                 const QByteArray before = contentOf(f.description(session.id));
-                files->fault = Fault::at(step, share);
+                files->fault = Fault::at(step, fraction);
                 const auto renamed = f.store.updateTitle(session.id, QString(20'000, 'T'));
-                QVERIFY(!renamed && files->fault.hasStruck);
+                QVERIFY(!renamed && files->fault.hasTriggered);
                 verifyFailure(renamed.error(), session.id, files->fault);
                 QCOMPARE(contentOf(f.description(session.id)), before);
                 QCOMPARE(f.names(session.id).size(), 3);
@@ -244,7 +244,7 @@ private Q_SLOTS:
         }
     }
 
-    void listingNeedsItsFolder()
+    void listFailsWithoutFolder()
     {
         auto files = std::make_shared<FailingFiles>();
         StoreFixture f(files);
@@ -262,15 +262,15 @@ private:
         const QString last = fault.journal.last();
         if (!last.startsWith("folder "))
             QCOMPARE(error.id, id);
-        // The text says what failed and why.
+        // The message names the file and the reason.
         QVERIFY2(error.description().endsWith(": " + noSpace), qPrintable(error.description()));
         QVERIFY2(error.description().contains(last.section(' ', 1)),
                  qPrintable(error.description()));
         QVERIFY(error.description().startsWith('/'));
     }
 
-    /// Nothing half-written and nothing temporary can be seen.
-    static void verifyOnlyWholeFiles(const StoreFixture &f, const CaptureSession &session)
+    /// Verifies that the folder contains only complete images and no temporary files.
+    static void verifyOnlyCompleteFiles(const StoreFixture &f, const CaptureSession &session)
     {
         for (const QString &name : f.names(session.id)) {
             if (name == "session.json")

@@ -1,4 +1,4 @@
-// What else may lie where a thread's files belong.
+// Unexpected entries in place of a thread's files.
 
 #include "history/StoreFixture.h"
 #include "support/TestProgram.h"
@@ -19,7 +19,7 @@ QString imageOf(const StoreFixture &f, const CaptureSession &session, int index)
     return f.folder(session.id) + '/' + CaptureSessionStore::screenshotFileName(index);
 }
 
-QStringList wholeSample()
+QStringList sampleFiles()
 {
     return {"screenshot-0.png", "screenshot-1.png", "session.json"};
 }
@@ -30,9 +30,9 @@ class TestThreadStorePlaces : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void everythingIsPrivate()
+    void filesAndFoldersArePrivate()
     {
-        // Also where the user's files are usually open to everybody.
+        // Independently of the umask.
         const mode_t mask = ::umask(0);
         StoreFixture f;
         const CaptureSession session = keptSample();
@@ -40,14 +40,14 @@ private Q_SLOTS:
         const auto renamed = f.store.updateTitle(session.id, "T");
         ::umask(mask);
         QVERIFY(saved && renamed);
-        for (const QString &name : wholeSample())
+        for (const QString &name : sampleFiles())
             QCOMPARE(modeOf(f.folder(session.id) + '/' + name), 0600);
         for (const QString &folder : {f.folder(session.id), f.support.filePath("Quellora/sessions"),
                                       f.support.filePath("Quellora")})
             QCOMPARE(modeOf(folder), 0700);
     }
 
-    void missingFoldersAboveAreMade()
+    void missingParentsAreCreated()
     {
         QTemporaryDir support;
         const CaptureSessionStore store(support.filePath("home/.local/share"));
@@ -58,7 +58,7 @@ private Q_SLOTS:
         QCOMPARE(modeOf(support.filePath("home")), 0700);
     }
 
-    void foldersOfTheUserKeepTheirRights()
+    void existingFoldersKeepTheirMode()
     {
         StoreFixture f;
         const QString root = f.support.filePath("Quellora/sessions");
@@ -68,7 +68,7 @@ private Q_SLOTS:
         QCOMPARE(modeOf(root), 0750);
     }
 
-    void leftoversGoWithTheNextSave()
+    void nextSaveRemovesTemporaryFiles()
     {
         StoreFixture f;
         CaptureSession session = keptSample();
@@ -78,7 +78,7 @@ private Q_SLOTS:
              {"session.json.saving", "session.json.saving.AbCdEf", "screenshot-0.png.saving.XyZabc",
               "screenshot-12.png.saving", "screenshot-12.png.saving.aaaaaa"})
             writeFile(folder + name, "half");
-        // What is not ours by its name stays.
+        // Files with other names stay.
         const QStringList others{"notes.txt.saving", "session.json.backup", "session.json.saving.a",
                                  "session.json.savings", "xsession.json.saving"};
         for (const QString &name : others)
@@ -87,7 +87,7 @@ private Q_SLOTS:
 
         session.addTurn("q", "r", t0, t0);
         QVERIFY(f.store.save(session));
-        QStringList expected = wholeSample() + others + QStringList{"screenshot-7.png.saving"};
+        QStringList expected = sampleFiles() + others + QStringList{"screenshot-7.png.saving"};
         QStringList found = f.names(session.id);
         expected.sort();
         found.sort();
@@ -95,34 +95,34 @@ private Q_SLOTS:
         QCOMPARE(*f.store.load(session.id), asStored(session));
     }
 
-    void cutOffImagesAreWrittenAgain_data()
+    void truncatedImagesAreRewritten_data()
     {
         QTest::addColumn<QByteArray>("found");
-        QTest::addColumn<bool>("isWrittenAgain");
+        QTest::addColumn<bool>("isRewritten");
         QTest::newRow("empty") << QByteArray() << true;
         QTest::newRow("one byte") << QByteArray("j") << true;
         QTest::newRow("all but one byte") << QByteArray("jpeg-") << true;
-        QTest::newRow("whole") << QByteArray("jpeg-0") << false;
-        QTest::newRow("other, shorter") << QByteArray("gif") << false;
-        QTest::newRow("other, as long") << QByteArray("jpeg-9") << false;
+        QTest::newRow("complete") << QByteArray("jpeg-0") << false;
+        QTest::newRow("different, shorter") << QByteArray("gif") << false;
+        QTest::newRow("different, same size") << QByteArray("jpeg-9") << false;
         QTest::newRow("longer") << QByteArray("jpeg-0 and more") << false;
     }
-    void cutOffImagesAreWrittenAgain()
+    void truncatedImagesAreRewritten()
     {
         QFETCH(QByteArray, found);
-        QFETCH(bool, isWrittenAgain);
+        QFETCH(bool, isRewritten);
         StoreFixture f;
         const CaptureSession session = keptSample();
         QVERIFY(QDir().mkpath(f.folder(session.id)));
         const QString image = imageOf(f, session, 0);
         writeFile(image, found);
-        const auto fileNumber = inodeOf(image);
+        const auto inode = inodeOf(image);
         QVERIFY(f.store.save(session));
-        QCOMPARE(contentOf(image), isWrittenAgain ? QByteArray("jpeg-0") : found);
-        QCOMPARE(inodeOf(image) != fileNumber, isWrittenAgain);
+        QCOMPARE(contentOf(image), isRewritten ? QByteArray("jpeg-0") : found);
+        QCOMPARE(inodeOf(image) != inode, isRewritten);
     }
 
-    void fileInPlaceOfTheFolder()
+    void fileInPlaceOfFolder()
     {
         StoreFixture f;
         const CaptureSession session = keptSample();
@@ -136,7 +136,7 @@ private Q_SLOTS:
         QCOMPARE(contentOf(f.folder(session.id)), "in the way");
         QCOMPARE(f.store.load(session.id).error().kind, Kind::SessionNotFound);
         QCOMPARE(f.store.updateTitle(session.id, "T").error().kind, Kind::SessionNotFound);
-        // It is listed, so it can be deleted.
+        // list() returns it, so it must be removable.
         QVERIFY(f.store.remove(session.id));
         QVERIFY(!QFileInfo::exists(f.folder(session.id)));
         QVERIFY(f.store.save(session));
@@ -184,12 +184,12 @@ private Q_SLOTS:
         QCOMPARE(contentOf(document), "the user's own");
         QVERIFY(!QFileInfo::exists(f.support.filePath("nowhere")));
         QCOMPARE(*f.store.load(session.id), asStored(session));
-        QCOMPARE(f.names(session.id), wholeSample());
-        for (const QString &name : wholeSample())
+        QCOMPARE(f.names(session.id), sampleFiles());
+        for (const QString &name : sampleFiles())
             QCOMPARE(modeOf(f.folder(session.id) + '/' + name), 0600);
     }
 
-    void linkedImageIsNotShown()
+    void linkedImageIsRejected()
     {
         StoreFixture f;
         const CaptureSession session = keptSample();
@@ -215,9 +215,9 @@ private Q_SLOTS:
         QCOMPARE(*f.store.load(session.id), asStored(session));
     }
 
-    void threadsMayLieElsewhere()
+    void linkedFolderWorks()
     {
-        // A folder on another disk, linked to: works, and deleting it deletes the link only.
+        // A symbolic link to a folder, e.g. on another disk, works; removing deletes only the link.
         StoreFixture f;
         const CaptureSession session = keptSample();
         const QString elsewhere = f.support.filePath("elsewhere");
@@ -230,20 +230,20 @@ private Q_SLOTS:
         QVERIFY(QFileInfo::exists(elsewhere + "/session.json"));
     }
 
-    void deletingSparesWhatLinksPointTo()
+    void removeDoesNotFollowLinks()
     {
         StoreFixture f;
         const CaptureSession session = keptSample();
         QVERIFY(f.store.save(session));
-        const QString precious = f.support.filePath("precious");
-        QVERIFY(QDir().mkpath(precious));
-        writeFile(precious + "/file", "x");
-        QVERIFY(QFile::link(precious, f.folder(session.id) + "/link"));
+        const QString linkTarget = f.support.filePath("linkTarget");
+        QVERIFY(QDir().mkpath(linkTarget));
+        writeFile(linkTarget + "/file", "x");
+        QVERIFY(QFile::link(linkTarget, f.folder(session.id) + "/link"));
         QVERIFY(QDir().mkpath(f.folder(session.id) + "/more/inside"));
         writeFile(f.folder(session.id) + "/.hidden", "x");
         QVERIFY(f.store.remove(session.id));
         QVERIFY(!QFileInfo::exists(f.folder(session.id)));
-        QCOMPARE(contentOf(precious + "/file"), "x");
+        QCOMPARE(contentOf(linkTarget + "/file"), "x");
     }
 };
 

@@ -10,7 +10,7 @@ using namespace quellora;
 
 namespace {
 
-struct Shelf : StoreFixture
+struct ReaderFixture : StoreFixture
 {
     ThreadSummaryReader reader{support.filePath("Quellora/sessions")};
 
@@ -23,13 +23,13 @@ struct Shelf : StoreFixture
         return session.id;
     }
     /// A stored thread whose description is replaced by @p json.
-    QUuid damaged(const QByteArray &json) const
+    QUuid saveDamaged(const QByteArray &json) const
     {
         const QUuid id = save(sample());
         writeFile(description(id), json);
         return id;
     }
-    /// As text: a summary's title, or why there is none.
+    /// The summary's title, or "skipped: " and the reason.
     QString outcome(const QUuid &id)
     {
         const auto summary = reader.read(id);
@@ -43,9 +43,9 @@ class TestThreadSummaryReader : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void summaryOfAThread()
+    void readsSummary()
     {
-        Shelf f;
+        ReaderFixture f;
         CaptureSession session = sample();
         session.addNote("note", t0);
         session.addTurn("second", "r", t0, t0.addSecs(60));
@@ -59,7 +59,7 @@ private Q_SLOTS:
 
     void titles()
     {
-        Shelf f;
+        ReaderFixture f;
         CaptureSession session = CaptureSession::create(t0);
         session.addScreenshot("jpeg", t0, t0);
         QCOMPARE(f.outcome(f.save(session)), "Screenshot");
@@ -74,7 +74,7 @@ private Q_SLOTS:
         QCOMPARE(f.reader.read(session.id)->customTitle, std::optional(QString("")));
     }
 
-    void unusualDescriptionsAreReadLikeLoading_data()
+    void unusualDescriptionsMatchLoad_data()
     {
         QTest::addColumn<QByteArray>("from");
         QTest::addColumn<QByteArray>("to");
@@ -83,45 +83,46 @@ private Q_SLOTS:
         QTest::newRow("other zone") << QByteArray("09Z\"") << QByteArray("09+02:00\"");
         QTest::newRow("null title")
             << QByteArray("\"turns\"") << QByteArray("\"customTitle\": null, \"turns\"");
-        QTest::newRow("more keys") << QByteArray("\"turns\"") << QByteArray("\"x\": {}, \"turns\"");
-        QTest::newRow("key twice")
+        QTest::newRow("unknown key")
+            << QByteArray("\"turns\"") << QByteArray("\"x\": {}, \"turns\"");
+        QTest::newRow("duplicate key")
             << QByteArray("\"turns\"") << QByteArray("\"notes\": [], \"turns\"");
         QTest::newRow("lone surrogate") << QByteArray("\"p\"") << QByteArray("\"a\\ud83db\"");
         QTest::newRow("escaped key") << QByteArray("\"turns\"") << QByteArray("\"t\\u0075rns\"");
         QTest::newRow("lower-case entry id")
             << QByteArray("\"id\": \"A") << QByteArray("\"id\": \"a");
-        QTest::newRow("index in other words")
+        QTest::newRow("index as floating point")
             << QByteArray("\"index\": 1") << QByteArray("\"index\": 1.0");
-        // Damage:
+        // Invalid descriptions:
         QTest::newRow("broken constant")
             << QByteArray("\"turns\"") << QByteArray("\"x\": nul, \"turns\"");
-        QTest::newRow("no such date") << QByteArray("2026-03-01") << QByteArray("2026-02-30");
-        QTest::newRow("number for a text")
+        QTest::newRow("nonexistent date") << QByteArray("2026-03-01") << QByteArray("2026-02-30");
+        QTest::newRow("number instead of text")
             << QByteArray("\"response\": \"r\"") << QByteArray("\"response\": 5");
-        QTest::newRow("no response") << QByteArray("\"response\"") << QByteArray("\"answer\"");
+        QTest::newRow("missing response") << QByteArray("\"response\"") << QByteArray("\"answer\"");
         QTest::newRow("bad id") << QByteArray("\"prompt\": \"p\"")
                                 << QByteArray("\"id\": \"\", \"prompt\": \"p\"");
-        QTest::newRow("no UTF-8") << QByteArray("\"p\"") << QByteArray("\"\xff\"");
-        QTest::newRow("wrong list")
+        QTest::newRow("invalid UTF-8") << QByteArray("\"p\"") << QByteArray("\"\xff\"");
+        QTest::newRow("object instead of list")
             << QByteArray("\"turns\": [") << QByteArray("\"turns\": {}, \"t\": [");
-        QTest::newRow("screenshot of a turn in other words")
+        QTest::newRow("turn screenshot in scientific notation")
             << QByteArray("\"screenshotIndex\": 1") << QByteArray("\"screenshotIndex\": 1e0");
-        QTest::newRow("no screenshot of a turn")
+        QTest::newRow("null turn screenshot")
             << QByteArray("\"screenshotIndex\": 1") << QByteArray("\"screenshotIndex\": null");
-        QTest::newRow("text for the screenshot of a turn")
+        QTest::newRow("text as turn screenshot")
             << QByteArray("\"screenshotIndex\": 1") << QByteArray("\"screenshotIndex\": \"1\"");
-        QTest::newRow("no index") << QByteArray("\"index\"") << QByteArray("\"position\"");
+        QTest::newRow("missing index") << QByteArray("\"index\"") << QByteArray("\"position\"");
         QTest::newRow("two values")
             << QByteArray("{\n    \"createdAt\"") << QByteArray("{}{\n    \"createdAt\"");
-        QTest::newRow("more behind") << QByteArray("\n}\n") << QByteArray("\n}\n7");
-        QTest::newRow("half") << QByteArray("\n}\n") << QByteArray("\n");
-        QTest::newRow("control in a text") << QByteArray("\"p\"") << QByteArray("\"\n\"");
+        QTest::newRow("trailing text") << QByteArray("\n}\n") << QByteArray("\n}\n7");
+        QTest::newRow("truncated") << QByteArray("\n}\n") << QByteArray("\n");
+        QTest::newRow("control character in text") << QByteArray("\"p\"") << QByteArray("\"\n\"");
     }
-    void unusualDescriptionsAreReadLikeLoading()
+    void unusualDescriptionsMatchLoad()
     {
         QFETCH(QByteArray, from);
         QFETCH(QByteArray, to);
-        Shelf f;
+        ReaderFixture f;
         CaptureSession session = sample();
         session.addNote("note", t0);
         session.turns[0].id = QUuid("{ABCDEF01-3b7d-4e55-9a21-0c7b5d2e8f14}");
@@ -147,22 +148,22 @@ private Q_SLOTS:
 
     void reasonsForSkipping()
     {
-        Shelf f;
+        ReaderFixture f;
         const QUuid unknown = QUuid::createUuid();
         QCOMPARE(f.outcome(unknown), "skipped: No saved session found for " + uuidText(unknown));
 
-        const QUuid imageless = f.save(sample());
-        QVERIFY(QFile::remove(f.folder(imageless) + "/screenshot-1.png"));
-        QCOMPARE(f.outcome(imageless),
-                 "skipped: Session " + uuidText(imageless) + " is missing screenshot-1.png");
-        QVERIFY(QFile::link("/etc/passwd", f.folder(imageless) + "/screenshot-1.png"));
-        QVERIFY(!f.reader.read(imageless));
+        const QUuid withoutImage = f.save(sample());
+        QVERIFY(QFile::remove(f.folder(withoutImage) + "/screenshot-1.png"));
+        QCOMPARE(f.outcome(withoutImage),
+                 "skipped: Session " + uuidText(withoutImage) + " is missing screenshot-1.png");
+        QVERIFY(QFile::link("/etc/passwd", f.folder(withoutImage) + "/screenshot-1.png"));
+        QVERIFY(!f.reader.read(withoutImage));
 
         const QUuid other = f.save(sample());
-        const QUuid foreign = f.damaged(contentOf(f.description(other)));
+        const QUuid foreign = f.saveDamaged(contentOf(f.description(other)));
         QCOMPARE(f.outcome(foreign), "skipped: it describes thread " + uuidText(other));
-        QCOMPARE(f.outcome(f.damaged("[1, 2]")), "skipped: not a JSON object");
-        QVERIFY(f.outcome(f.damaged("")).startsWith("skipped: "));
+        QCOMPARE(f.outcome(f.saveDamaged("[1, 2]")), "skipped: not a JSON object");
+        QVERIFY(f.outcome(f.saveDamaged("")).startsWith("skipped: "));
 
         const QUuid huge = f.save(sample());
         QVERIFY(QFile::resize(f.description(huge), ThreadSummaryReader::largestDescription + 1));
@@ -173,7 +174,7 @@ private Q_SLOTS:
         QVERIFY(QFile::link(f.folder(linked) + "/elsewhere", f.description(linked)));
         QCOMPARE(f.outcome(linked), "skipped: not a regular file");
 
-        // Nobody writes into this pipe; the reader must not wait for it.
+        // A pipe without a writer; the reader must not block on it.
         const QUuid piped = f.save(sample());
         QVERIFY(QFile::remove(f.description(piped)));
         QCOMPARE(::mkfifo(QFile::encodeName(f.description(piped)), 0600), 0);
@@ -187,14 +188,14 @@ private Q_SLOTS:
         QVERIFY(QFile::remove(f.description(nested)));
         QVERIFY(QDir().mkdir(f.description(nested)));
         QCOMPARE(f.outcome(nested), "skipped: not a regular file");
-        // The reader is none the worse for it.
+        // The reader still works after these failures.
         QCOMPARE(f.outcome(other), "p");
     }
 
     void imagesAreNotRead()
     {
-        // One of a terabyte, which nobody reads in passing.
-        Shelf f;
+        // A sparse file of one tebibyte; reading it would take far too long.
+        ReaderFixture f;
         const QUuid id = f.save(sample());
         const QString image = f.folder(id) + "/screenshot-0.png";
         QVERIFY(QFile::resize(image, qint64(1) << 40));

@@ -1,5 +1,5 @@
-// Saves one thread again and again, a little longer each time, until it is killed. After each save
-// it prints the number of turns that are stored now.
+// Saves a growing thread in a loop until it is killed. Prints the number of stored turns after each
+// save.
 
 #include "history/GrowingThread.h"
 

@@ -11,7 +11,7 @@
 
 namespace quellora {
 
-/// Keeps what it was asked for; the test decides when and how each call ends.
+/// Records its calls; the test completes each of them.
 class FakeAuthService : public AuthService
 {
 public:
@@ -33,7 +33,7 @@ public:
 
     void succeed(qsizetype call = -1) { finish(LoginResponse(), call); }
     void fail(AuthError error, qsizetype call = -1) { finish(tl::unexpected(error), call); }
-    /// Drops the call without an answer.
+    /// Destroys the last call's promise without a result.
     void drop() { m_promises.removeLast(); }
 
     bool isCancelled(qsizetype call) const { return m_promises.at(call)->isCanceled(); }
@@ -59,7 +59,7 @@ private:
     QList<std::shared_ptr<QPromise<LoginResult>>> m_promises;
 };
 
-/// What a FakeBrowserSignIn was asked for; outlives it.
+/// Calls of a FakeBrowserSignIn; outlives it.
 struct BrowserSignInRecord
 {
     int cancels = 0;

@@ -13,7 +13,7 @@ namespace quellora {
 
 inline const QString prefix = QStringLiteral("[LoginWindowController] ");
 
-/// One window with everything around it faked.
+/// A sign-in window with fake collaborators.
 struct Fixture
 {
     explicit Fixture(bool withBrowser = true)
@@ -28,7 +28,7 @@ struct Fixture
         };
     }
 
-    /// Shows the window and waits until it can take keys.
+    /// Shows the window and waits until it is active.
     bool show()
     {
         controller.showWindow();
@@ -71,7 +71,7 @@ struct Fixture
         email()->setProperty("text", QStringLiteral("you@example.com"));
         password()->setProperty("text", QStringLiteral("secret"));
     }
-    /// The close button of the title bar.
+    /// Closes the window like its close button.
     void closeByUser() { controller.window().close(); }
 
     LogCapture log;

@@ -1,4 +1,4 @@
-// Shows the sign-in window with stand-ins for the backend and the browser:
+// Shows the sign-in window with a fake backend and browser, and saves a screenshot if requested:
 //   login_preview STATE [OUT.png]
 // STATE: idle, ready, loading, error, error2, waiting, nogoogle
 #include "FakeSignIn.h"

@@ -13,24 +13,24 @@ class TestLoginActions : public QObject
 private Q_SLOTS:
     void initTestCase() { initializeUi(); }
 
-    void linksOpenInTheBrowser();
-    void browserThatCannotOpenIsSaid();
-    void buttonFollowsCompleteness();
-    void returnInEmailPressesSignInWhenComplete();
-    void returnInPasswordSubmitsAlways();
-    void returnOnALinkFollowsIt();
-    void secondReturnWhileLoadingSendsNothing();
-    void spaceAndClickPressSignIn();
-    void clickOnInactiveWindowActs();
-    void successClosesAndReports();
-    void passwordLeavesTheFieldAfterSuccess();
+    void linksOpenInBrowser();
+    void failureToOpenBrowserIsShown();
+    void buttonIsEnabledWhenFormIsComplete();
+    void returnInEmailSubmitsWhenComplete();
+    void returnInPasswordAlwaysSubmits();
+    void returnActivatesFocusedLink();
+    void secondReturnWhileLoadingIsIgnored();
+    void spaceAndClickSubmit();
+    void clickWorksInInactiveWindow();
+    void successClosesWindowAndCallsBack();
+    void fieldsAreClearedAfterSuccess();
     void closingBeforeSignInQuits();
     void closingAfterSignInDoesNotQuit();
-    void quittingElsewhereIsNotTakenForClosing();
-    void nothingSecretIsLogged();
+    void applicationQuitIsNotHandledAsClosing();
+    void credentialsAreNotLogged();
 };
 
-void TestLoginActions::linksOpenInTheBrowser()
+void TestLoginActions::linksOpenInBrowser()
 {
     Fixture f;
     QVERIFY(f.show());
@@ -42,7 +42,7 @@ void TestLoginActions::linksOpenInTheBrowser()
     QCOMPARE(f.workspace.urls.size(), 2);
 }
 
-void TestLoginActions::browserThatCannotOpenIsSaid()
+void TestLoginActions::failureToOpenBrowserIsShown()
 {
     Fixture f;
     QVERIFY(f.show());
@@ -54,25 +54,25 @@ void TestLoginActions::browserThatCannotOpenIsSaid()
              prefix + QStringLiteral("WARNING: The browser could not be opened: nobody answers"));
 }
 
-void TestLoginActions::buttonFollowsCompleteness()
+void TestLoginActions::buttonIsEnabledWhenFormIsComplete()
 {
     Fixture f;
     QVERIFY(f.show());
     QVERIFY(!f.signIn()->isEnabled());
-    QCOMPARE(f.signIn()->property("share").toReal(), 0.45);
+    QCOMPARE(f.signIn()->property("opacityFactor").toReal(), 0.45);
     f.email()->setProperty("text", QStringLiteral("   "));
     f.password()->setProperty("text", QStringLiteral("secret"));
     QVERIFY(!f.signIn()->isEnabled());
     f.email()->setProperty("text", QStringLiteral(" a@b"));
     QVERIFY(f.signIn()->isEnabled());
-    QCOMPARE(f.signIn()->property("share").toReal(), 1.0);
+    QCOMPARE(f.signIn()->property("opacityFactor").toReal(), 1.0);
     f.password()->setProperty("text", QString());
     QVERIFY(!f.signIn()->isEnabled());
     click(f.signIn());
     QVERIFY(f.auth.logins.isEmpty());
 }
 
-void TestLoginActions::returnInEmailPressesSignInWhenComplete()
+void TestLoginActions::returnInEmailSubmitsWhenComplete()
 {
     Fixture f;
     QVERIFY(f.show());
@@ -86,7 +86,7 @@ void TestLoginActions::returnInEmailPressesSignInWhenComplete()
     QCOMPARE(f.auth.logins.first().second, QStringLiteral("secret"));
 }
 
-void TestLoginActions::returnInPasswordSubmitsAlways()
+void TestLoginActions::returnInPasswordAlwaysSubmits()
 {
     Fixture f;
     QVERIFY(f.show());
@@ -97,7 +97,7 @@ void TestLoginActions::returnInPasswordSubmitsAlways()
     QVERIFY(f.auth.logins.first().first.isEmpty());
 }
 
-void TestLoginActions::returnOnALinkFollowsIt()
+void TestLoginActions::returnActivatesFocusedLink()
 {
     Fixture f;
     QVERIFY(f.show());
@@ -112,7 +112,7 @@ void TestLoginActions::returnOnALinkFollowsIt()
     QCOMPARE(f.auth.logins.size(), 1);
 }
 
-void TestLoginActions::secondReturnWhileLoadingSendsNothing()
+void TestLoginActions::secondReturnWhileLoadingIsIgnored()
 {
     Fixture f;
     QVERIFY(f.show());
@@ -125,7 +125,7 @@ void TestLoginActions::secondReturnWhileLoadingSendsNothing()
     QCOMPARE(f.auth.logins.size(), 1);
 }
 
-void TestLoginActions::spaceAndClickPressSignIn()
+void TestLoginActions::spaceAndClickSubmit()
 {
     Fixture f;
     QVERIFY(f.show());
@@ -142,7 +142,7 @@ void TestLoginActions::spaceAndClickPressSignIn()
     QCOMPARE(f.auth.logins.size(), 2);
 }
 
-void TestLoginActions::clickOnInactiveWindowActs()
+void TestLoginActions::clickWorksInInactiveWindow()
 {
     Fixture f;
     QVERIFY(f.show());
@@ -155,7 +155,7 @@ void TestLoginActions::clickOnInactiveWindowActs()
     QCOMPARE(f.workspace.urls.size(), 1);
 }
 
-void TestLoginActions::successClosesAndReports()
+void TestLoginActions::successClosesWindowAndCallsBack()
 {
     Fixture f;
     QVERIFY(f.show());
@@ -172,7 +172,7 @@ void TestLoginActions::successClosesAndReports()
     QCOMPARE(f.quits, 0);
 }
 
-void TestLoginActions::passwordLeavesTheFieldAfterSuccess()
+void TestLoginActions::fieldsAreClearedAfterSuccess()
 {
     Fixture f;
     QVERIFY(f.show());
@@ -213,7 +213,7 @@ void TestLoginActions::closingAfterSignInDoesNotQuit()
     QVERIFY(f.log.lines.isEmpty());
 }
 
-void TestLoginActions::quittingElsewhereIsNotTakenForClosing()
+void TestLoginActions::applicationQuitIsNotHandledAsClosing()
 {
     Fixture f;
     QVERIFY(f.show());
@@ -225,7 +225,7 @@ void TestLoginActions::quittingElsewhereIsNotTakenForClosing()
     QVERIFY(f.log.lines.isEmpty());
 }
 
-void TestLoginActions::nothingSecretIsLogged()
+void TestLoginActions::credentialsAreNotLogged()
 {
     Fixture f;
     QVERIFY(f.show());

@@ -14,34 +14,34 @@ class TestLoginBrowser : public QObject
 private Q_SLOTS:
     void initTestCase() { initializeUi(); }
 
-    void googleIsHiddenWithoutAListener();
-    void googleOpensTheBrowserWhenReady();
+    void googleIsHiddenWithoutListener();
+    void googleOpensBrowserWhenListenerIsReady();
     void googleWaitingState();
     void googleWithoutTokenFails();
-    void googleEmptyTokenGoesOn();
+    void googleEmptyTokenIsVerified();
     void googleTokenSignsIn();
-    void googleTokenRejected();
-    void googleVerificationDropped();
+    void googleRejectedTokenShowsError();
+    void googleVerificationWithoutResultShowsError();
     void googleCallbacksFromAnotherThread();
-    void googleAgainAfterAnErrorIgnoresTheOldListener();
-    void googleAnswerAfterEmailSignInIsIgnored();
-    void firstWayInEndsTheOther();
-    void emailFailsWhileWaiting();
+    void googleRetryIgnoresEarlierAttempt();
+    void googleResultAfterEmailSignInIsIgnored();
+    void firstSignInCancelsTheOther();
+    void emailFailureKeepsBrowserSignIn();
     void closingWhileWaitingQuits();
-    void googleBrowserThatCannotOpen();
-    void browserFailingAfterItsAnswerIsNotSaid();
-    void linkThatCannotOpenIsSaid_data();
-    void linkThatCannotOpenIsSaid();
-    void cancelEndsTheAttempt();
-    void cancelEndsTheVerification();
-    void cancelByKeyboardKeepsTheFocus();
-    void windowComesForwardWhenItEnds_data();
-    void windowComesForwardWhenItEnds();
-    void emailStaysUsableWhileWaiting();
-    void destructionCancelsTheListener();
+    void googleFailureToOpenBrowserEndsAttempt();
+    void lateFailureToOpenBrowserIsIgnored();
+    void failureToOpenLinkIsShown_data();
+    void failureToOpenLinkIsShown();
+    void cancelEndsAttempt();
+    void cancelEndsVerification();
+    void cancelByKeyboardMovesFocusToGoogleButton();
+    void callbackRaisesWindow_data();
+    void callbackRaisesWindow();
+    void emailSignInWorksWhileWaiting();
+    void destructionCancelsListener();
 };
 
-void TestLoginBrowser::googleIsHiddenWithoutAListener()
+void TestLoginBrowser::googleIsHiddenWithoutListener()
 {
     Fixture f(false);
     QVERIFY(f.show());
@@ -51,7 +51,7 @@ void TestLoginBrowser::googleIsHiddenWithoutAListener()
     QVERIFY(!f.controller.viewModel().isGoogleLoading());
 }
 
-void TestLoginBrowser::googleOpensTheBrowserWhenReady()
+void TestLoginBrowser::googleOpensBrowserWhenListenerIsReady()
 {
     Fixture f;
     QVERIFY(f.show());
@@ -110,7 +110,7 @@ void TestLoginBrowser::googleWithoutTokenFails()
     QVERIFY(f.auth.tokens.isEmpty());
 }
 
-void TestLoginBrowser::googleEmptyTokenGoesOn()
+void TestLoginBrowser::googleEmptyTokenIsVerified()
 {
     Fixture f;
     f.controller.handleOAuthCallback(QString());
@@ -134,7 +134,7 @@ void TestLoginBrowser::googleTokenSignsIn()
     QVERIFY(!f.controller.window().isVisible());
 }
 
-void TestLoginBrowser::googleTokenRejected()
+void TestLoginBrowser::googleRejectedTokenShowsError()
 {
     Fixture f;
     QVERIFY(f.show());
@@ -153,7 +153,7 @@ void TestLoginBrowser::googleTokenRejected()
     QVERIFY(f.controller.window().isVisible());
 }
 
-void TestLoginBrowser::googleVerificationDropped()
+void TestLoginBrowser::googleVerificationWithoutResultShowsError()
 {
     Fixture f;
     f.controller.handleOAuthCallback(QStringLiteral("token"));
@@ -180,7 +180,7 @@ void TestLoginBrowser::googleCallbacksFromAnotherThread()
     QCOMPARE(f.workspace.urls.size(), 1);
 }
 
-void TestLoginBrowser::googleAgainAfterAnErrorIgnoresTheOldListener()
+void TestLoginBrowser::googleRetryIgnoresEarlierAttempt()
 {
     Fixture f;
     QVERIFY(f.show());
@@ -194,7 +194,7 @@ void TestLoginBrowser::googleAgainAfterAnErrorIgnoresTheOldListener()
     QTRY_COMPARE(f.auth.tokens, QStringList{QStringLiteral("new")});
 }
 
-void TestLoginBrowser::googleAnswerAfterEmailSignInIsIgnored()
+void TestLoginBrowser::googleResultAfterEmailSignInIsIgnored()
 {
     Fixture f;
     QVERIFY(f.show());
@@ -212,7 +212,7 @@ void TestLoginBrowser::googleAnswerAfterEmailSignInIsIgnored()
     QCOMPARE(f.auth.tokens.size(), 1);
 }
 
-void TestLoginBrowser::firstWayInEndsTheOther()
+void TestLoginBrowser::firstSignInCancelsTheOther()
 {
     for (const bool emailFirst : {true, false}) {
         Fixture f;
@@ -223,7 +223,7 @@ void TestLoginBrowser::firstWayInEndsTheOther()
         f.controller.viewModel().submit(QStringLiteral("a@b"), QStringLiteral("c"));
         f.auth.succeed(emailFirst ? 1 : 0);
         QTRY_COMPARE(f.successes, 1);
-        // An answer to the other would replace the session.
+        // A result of the other sign-in would replace the session.
         QVERIFY(f.auth.isCancelled(emailFirst ? 0 : 1));
         QCoreApplication::processEvents();
         QCOMPARE(f.successes, 1);
@@ -231,7 +231,7 @@ void TestLoginBrowser::firstWayInEndsTheOther()
     }
 }
 
-void TestLoginBrowser::emailFailsWhileWaiting()
+void TestLoginBrowser::emailFailureKeepsBrowserSignIn()
 {
     Fixture f;
     QVERIFY(f.show());
@@ -241,7 +241,7 @@ void TestLoginBrowser::emailFailsWhileWaiting()
     f.auth.fail(AuthError::invalidCredentials());
     QTRY_COMPARE(f.controller.viewModel().errorMessage(),
                  QStringLiteral("Invalid email or password"));
-    // The browser may still come back.
+    // The browser sign-in is still running.
     QVERIFY(f.controller.viewModel().isGoogleLoading());
     QCOMPARE(f.browser.cancels, 0);
     f.browser.token.last()(QStringLiteral("token"));
@@ -262,7 +262,7 @@ void TestLoginBrowser::closingWhileWaitingQuits()
              QStringList{prefix + QStringLiteral("Login window closed before sign-in — quitting")});
 }
 
-void TestLoginBrowser::googleBrowserThatCannotOpen()
+void TestLoginBrowser::googleFailureToOpenBrowserEndsAttempt()
 {
     Fixture f;
     QVERIFY(f.show());
@@ -280,13 +280,13 @@ void TestLoginBrowser::googleBrowserThatCannotOpen()
              QStringList{prefix + QStringLiteral("WARNING: The browser could not be opened: "
                                                  "nobody answers")});
     QCOMPARE(f.browser.cancels, 1);
-    // The next attempt has nothing of this one.
+    // The next attempt starts clean.
     click(f.google());
     QCOMPARE(f.browser.starts(), 2);
     QVERIFY(f.controller.viewModel().errorMessage().isEmpty());
 }
 
-void TestLoginBrowser::browserFailingAfterItsAnswerIsNotSaid()
+void TestLoginBrowser::lateFailureToOpenBrowserIsIgnored()
 {
     Fixture f;
     QVERIFY(f.show());
@@ -302,14 +302,14 @@ void TestLoginBrowser::browserFailingAfterItsAnswerIsNotSaid()
     QTRY_COMPARE(f.successes, 1);
 }
 
-void TestLoginBrowser::linkThatCannotOpenIsSaid_data()
+void TestLoginBrowser::failureToOpenLinkIsShown_data()
 {
     QTest::addColumn<QString>("link");
     QTest::newRow("password") << QStringLiteral("Forgot password?");
     QTest::newRow("sign up") << QStringLiteral("Sign up");
 }
 
-void TestLoginBrowser::linkThatCannotOpenIsSaid()
+void TestLoginBrowser::failureToOpenLinkIsShown()
 {
     QFETCH(QString, link);
     Fixture f;
@@ -320,7 +320,7 @@ void TestLoginBrowser::linkThatCannotOpenIsSaid()
                  QStringLiteral("Could not open the browser: nobody answers"));
 }
 
-void TestLoginBrowser::cancelEndsTheAttempt()
+void TestLoginBrowser::cancelEndsAttempt()
 {
     Fixture f;
     QVERIFY(f.show());
@@ -336,7 +336,7 @@ void TestLoginBrowser::cancelEndsTheAttempt()
     QVERIFY(!f.controller.viewModel().isGoogleLoading());
     QVERIFY(f.controller.viewModel().errorMessage().isEmpty());
     QCOMPARE(f.quits, 0);
-    // What comes of it all the same is not heard.
+    // Late callbacks are ignored.
     f.browser.ready.last()();
     f.browser.token.last()(QStringLiteral("late"));
     QCoreApplication::processEvents();
@@ -351,7 +351,7 @@ void TestLoginBrowser::cancelEndsTheAttempt()
     QTRY_COMPARE(f.successes, 1);
 }
 
-void TestLoginBrowser::cancelEndsTheVerification()
+void TestLoginBrowser::cancelEndsVerification()
 {
     Fixture f;
     QVERIFY(f.show());
@@ -366,7 +366,7 @@ void TestLoginBrowser::cancelEndsTheVerification()
     QCOMPARE(f.successes, 0);
 }
 
-void TestLoginBrowser::cancelByKeyboardKeepsTheFocus()
+void TestLoginBrowser::cancelByKeyboardMovesFocusToGoogleButton()
 {
     Fixture f;
     QVERIFY(f.show());
@@ -381,14 +381,14 @@ void TestLoginBrowser::cancelByKeyboardKeepsTheFocus()
     QCOMPARE(f.browser.cancels, 1);
 }
 
-void TestLoginBrowser::windowComesForwardWhenItEnds_data()
+void TestLoginBrowser::callbackRaisesWindow_data()
 {
     QTest::addColumn<std::optional<QString>>("token");
     QTest::newRow("token") << std::optional(QStringLiteral("token"));
     QTest::newRow("none") << std::optional<QString>();
 }
 
-void TestLoginBrowser::windowComesForwardWhenItEnds()
+void TestLoginBrowser::callbackRaisesWindow()
 {
     using Token = std::optional<QString>;
     QFETCH(Token, token);
@@ -403,7 +403,7 @@ void TestLoginBrowser::windowComesForwardWhenItEnds()
     QCOMPARE(f.controller.viewModel().isGoogleLoading(), token.has_value());
 }
 
-void TestLoginBrowser::emailStaysUsableWhileWaiting()
+void TestLoginBrowser::emailSignInWorksWhileWaiting()
 {
     Fixture f;
     QVERIFY(f.show());
@@ -414,7 +414,7 @@ void TestLoginBrowser::emailStaysUsableWhileWaiting()
     QCOMPARE(f.auth.logins.size(), 1);
 }
 
-void TestLoginBrowser::destructionCancelsTheListener()
+void TestLoginBrowser::destructionCancelsListener()
 {
     Fixture f;
     {
@@ -426,7 +426,7 @@ void TestLoginBrowser::destructionCancelsTheListener()
         QCOMPARE(f.browser.cancels, 0);
     }
     QCOMPARE(f.browser.cancels, 1);
-    // An answer that was under way already finds nobody and does no harm.
+    // A late callback after destruction is ignored.
     f.browser.token.last()(QStringLiteral("late"));
     QCoreApplication::processEvents();
     QVERIFY(f.auth.tokens.isEmpty());

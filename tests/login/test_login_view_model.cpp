@@ -23,15 +23,15 @@ private Q_SLOTS:
     void completeness_data();
     void completeness();
     void sendsTextsExactlyAsTyped();
-    void submitDoesNotAskForCompleteness();
-    void secondSubmitWhileRunningSendsNothing();
-    void successEndsLoadingFirst();
+    void submitDoesNotCheckCompleteness();
+    void secondSubmitWhileRunningIsIgnored();
+    void loadingEndsBeforeSignedIn();
     void failures_data();
     void failures();
-    void droppedRequestHasItsOwnWords();
-    void submitClearsTheLastError();
-    void googlePressesAreIgnoredWhileBusy();
-    void googleIsNotOfferedWithoutAListener();
+    void requestWithoutResultShowsGenericError();
+    void submitClearsError();
+    void googleRequestsAreIgnoredWhileBusy();
+    void googleIsNotOfferedWithoutListener();
 };
 
 void TestLoginViewModel::startsIdle()
@@ -49,11 +49,11 @@ void TestLoginViewModel::completeness_data()
     QTest::addColumn<QString>("typedPassword");
     QTest::addColumn<bool>("complete");
     QTest::newRow("both") << email << secret << true;
-    QTest::newRow("nothing") << QString() << QString() << false;
+    QTest::newRow("both empty") << QString() << QString() << false;
     QTest::newRow("no e-mail") << QString() << secret << false;
     QTest::newRow("no password") << email << QString() << false;
     QTest::newRow("blank e-mail") << QStringLiteral(" \t ") << secret << false;
-    QTest::newRow("blanks around") << QStringLiteral("  a@b ") << secret << true;
+    QTest::newRow("surrounding blanks") << QStringLiteral("  a@b ") << secret << true;
     QTest::newRow("password is not trimmed") << email << QStringLiteral(" ") << true;
 }
 
@@ -77,7 +77,7 @@ void TestLoginViewModel::sendsTextsExactlyAsTyped()
     QVERIFY(model.isLoading());
 }
 
-void TestLoginViewModel::submitDoesNotAskForCompleteness()
+void TestLoginViewModel::submitDoesNotCheckCompleteness()
 {
     FakeAuthService auth;
     LoginViewModel model(auth, true);
@@ -85,7 +85,7 @@ void TestLoginViewModel::submitDoesNotAskForCompleteness()
     QCOMPARE(auth.logins.size(), 1);
 }
 
-void TestLoginViewModel::secondSubmitWhileRunningSendsNothing()
+void TestLoginViewModel::secondSubmitWhileRunningIsIgnored()
 {
     FakeAuthService auth;
     LoginViewModel model(auth, true);
@@ -99,7 +99,7 @@ void TestLoginViewModel::secondSubmitWhileRunningSendsNothing()
     QCOMPARE(auth.logins.size(), 2);
 }
 
-void TestLoginViewModel::successEndsLoadingFirst()
+void TestLoginViewModel::loadingEndsBeforeSignedIn()
 {
     FakeAuthService auth;
     LoginViewModel model(auth, true);
@@ -147,7 +147,7 @@ void TestLoginViewModel::failures()
     QCOMPARE(auth.logins.size(), 1);
 }
 
-void TestLoginViewModel::droppedRequestHasItsOwnWords()
+void TestLoginViewModel::requestWithoutResultShowsGenericError()
 {
     FakeAuthService auth;
     LoginViewModel model(auth, true);
@@ -159,7 +159,7 @@ void TestLoginViewModel::droppedRequestHasItsOwnWords()
     QVERIFY(!model.isLoading());
 }
 
-void TestLoginViewModel::submitClearsTheLastError()
+void TestLoginViewModel::submitClearsError()
 {
     FakeAuthService auth;
     LoginViewModel model(auth, true);
@@ -168,7 +168,7 @@ void TestLoginViewModel::submitClearsTheLastError()
     QVERIFY(model.errorMessage().isEmpty());
 }
 
-void TestLoginViewModel::googlePressesAreIgnoredWhileBusy()
+void TestLoginViewModel::googleRequestsAreIgnoredWhileBusy()
 {
     FakeAuthService auth;
     LoginViewModel model(auth, true);
@@ -184,7 +184,7 @@ void TestLoginViewModel::googlePressesAreIgnoredWhileBusy()
     QCOMPARE(requested.count(), 1);
 }
 
-void TestLoginViewModel::googleIsNotOfferedWithoutAListener()
+void TestLoginViewModel::googleIsNotOfferedWithoutListener()
 {
     FakeAuthService auth;
     LoginViewModel model(auth, false);

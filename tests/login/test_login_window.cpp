@@ -14,19 +14,19 @@ class TestLoginWindow : public QObject
 private Q_SLOTS:
     void initTestCase() { initializeUi(); }
 
-    void windowTraits();
+    void windowProperties();
     void showWindowActivates();
     void texts();
-    void measures();
-    void emailHasTheFocusAtOpen();
+    void geometry();
+    void emailIsFocusedInitially();
     void tabOrder();
     void pointingHandCursors();
     void loadingState();
     void errorState();
-    void twoLineErrorPushesFurther();
+    void twoLineErrorShiftsFurther();
 };
 
-void TestLoginWindow::windowTraits()
+void TestLoginWindow::windowProperties()
 {
     Fixture f;
     QQuickView &window = f.controller.window();
@@ -73,7 +73,7 @@ void TestLoginWindow::texts()
                           QStringLiteral("Don't have an account?"), QStringLiteral("Sign up")}));
 }
 
-void TestLoginWindow::measures()
+void TestLoginWindow::geometry()
 {
     Fixture f;
     QVERIFY(f.show());
@@ -95,7 +95,7 @@ void TestLoginWindow::measures()
     QVERIFY(qAbs(signUp.center().x() - 210) <= 1);
 }
 
-void TestLoginWindow::emailHasTheFocusAtOpen()
+void TestLoginWindow::emailIsFocusedInitially()
 {
     Fixture f;
     QVERIFY(f.show());
@@ -154,7 +154,7 @@ void TestLoginWindow::loadingState()
         QVERIFY(field->property("readOnly").toBool());
     }
     QVERIFY(!f.google()->isEnabled());
-    QCOMPARE(f.google()->property("share").toReal(), 0.45);
+    QCOMPARE(f.google()->property("opacityFactor").toReal(), 0.45);
     f.type(QStringLiteral("x"));
     QCOMPARE(f.email()->property("text").toString(), QStringLiteral("you@example.com"));
     click(f.google());
@@ -187,7 +187,7 @@ void TestLoginWindow::errorState()
     QVERIFY(!error->isVisible());
 }
 
-void TestLoginWindow::twoLineErrorPushesFurther()
+void TestLoginWindow::twoLineErrorShiftsFurther()
 {
     Fixture f;
     QVERIFY(f.show());

@@ -8,7 +8,7 @@ using quellora::BottomPanelsLayout;
 
 namespace {
 
-/// Height that panels and answer share in a window of this height.
+/// Height available for the panels and the answer in a window of this height.
 double availableIn(int windowHeight)
 {
     return windowHeight - 34 - 38;
@@ -27,9 +27,9 @@ private Q_SLOTS:
         set("promptTextHeight", 20.0);
     }
 
-    void resting() { QCOMPARE(m_layout->totalHeight(), 140.0); }
+    void defaultHeight() { QCOMPARE(m_layout->totalHeight(), 140.0); }
 
-    void restingCompactLeaves132ForTheAnswer()
+    void compactDefaultLeaves132ForAnswer()
     {
         compact();
         QCOMPARE(m_layout->totalHeight(), 76.0);
@@ -56,7 +56,7 @@ private Q_SLOTS:
         QCOMPARE(m_layout->promptHeight(), 64.0);
     }
 
-    void attachmentAddsItsRow()
+    void attachmentAddsRow()
     {
         set("hasAttachment", true);
         QCOMPARE(m_layout->totalHeight(), 140.0 + 56 + 8);
@@ -64,14 +64,14 @@ private Q_SLOTS:
         QCOMPARE(m_layout->totalHeight(), 76.0 + 36 + 6);
     }
 
-    void firstLaunchCard()
+    void firstLaunchCardAddsRow()
     {
         set("hasFirstLaunchCard", true);
         set("firstLaunchCardHeight", 185.0);
         QCOMPARE(m_layout->totalHeight(), 140.0 + 185 + 8);
     }
 
-    void cardCollapsesToItsHeader()
+    void cardCollapsesToHeader()
     {
         set("hasCard", true);
         set("cardBodyHeight", 100.0);
@@ -81,7 +81,7 @@ private Q_SLOTS:
         QCOMPARE(m_layout->totalHeight(), 140.0 + 36 + 8);
     }
 
-    void cardTakesAtMostTwoFifths()
+    void cardTakesAtMost40Percent()
     {
         set("hasCard", true);
         set("cardBodyHeight", 5000.0);
@@ -107,7 +107,7 @@ private Q_SLOTS:
         QCOMPARE(m_layout->modelListHeight(), 5 * 36.0 + 8);
     }
 
-    void theAnswerKeepsItsLeastHeight_data()
+    void answerKeepsMinimumHeight_data()
     {
         QTest::addColumn<bool>("isCompact");
         QTest::addColumn<int>("windowHeight");
@@ -116,7 +116,7 @@ private Q_SLOTS:
         for (const int height : {420, 500, 744})
             QTest::addRow("regular %d", height) << false << height;
     }
-    void theAnswerKeepsItsLeastHeight()
+    void answerKeepsMinimumHeight()
     {
         QFETCH(bool, isCompact);
         QFETCH(int, windowHeight);
@@ -138,7 +138,7 @@ private Q_SLOTS:
         }
     }
 
-    void anOpenModelListHidesCardsOnlyWhenItMust()
+    void openModelListHidesCardsOnlyIfNeeded()
     {
         set("hasCard", true);
         set("cardBodyHeight", 60.0);

@@ -52,14 +52,14 @@ private Q_SLOTS:
         m_model = std::make_unique<BottomPanelsModel>(*m_settings);
     }
 
-    void promptHoldsTheBuiltInTextWhileNothingIsStored()
+    void promptDefaultsToBuiltInText()
     {
         QCOMPARE(m_model->promptText(), PromptConfig::builtIn());
         m_model->setPromptText(PromptConfig::builtIn());
         QVERIFY(!m_defaults->stringValue("userPrompt"));
     }
 
-    void promptIsStoredAndFollowsTheStore()
+    void promptIsStoredAndFollowsSettings()
     {
         QSignalSpy changed(m_model.get(), &BottomPanelsModel::promptTextChanged);
         m_model->setPromptText(QStringLiteral("Why?"));
@@ -70,16 +70,16 @@ private Q_SLOTS:
         QCOMPARE(m_model->promptText(), QString());
     }
 
-    void blanksCountAsEmpty_data()
+    void blankPromptIsEmpty_data()
     {
         QTest::addColumn<QString>("text");
         QTest::addColumn<bool>("isEmpty");
-        QTest::newRow("nothing") << QString() << true;
+        QTest::newRow("empty") << QString() << true;
         QTest::newRow("blanks") << QStringLiteral("  \t ") << true;
         QTest::newRow("line breaks") << QStringLiteral(" \n\n") << true;
-        QTest::newRow("text between blanks") << QStringLiteral("  a ") << false;
+        QTest::newRow("text with blanks") << QStringLiteral("  a ") << false;
     }
-    void blanksCountAsEmpty()
+    void blankPromptIsEmpty()
     {
         QFETCH(QString, text);
         QFETCH(bool, isEmpty);
@@ -95,7 +95,7 @@ private Q_SLOTS:
             QCOMPARE(sent.first().first().toString(), text);
     }
 
-    void blockedSendStillRuns()
+    void emptySendIsRequestedWhileBlocked()
     {
         m_model->setPromptText(QString());
         m_model->setBlocked(true);
@@ -104,7 +104,7 @@ private Q_SLOTS:
         QCOMPARE(sent.size(), 1);
     }
 
-    void addingANoteEmptiesTheBox()
+    void addingNoteClearsPrompt()
     {
         m_model->setPromptText(QStringLiteral("remember"));
         QSignalSpy noted(m_model.get(), &BottomPanelsModel::noteRequested);
@@ -113,7 +113,7 @@ private Q_SLOTS:
         QVERIFY(m_model->promptText().isEmpty());
     }
 
-    void capturesAreRefusedWhileOneRuns()
+    void capturesAreIgnoredWhileCapturing()
     {
         QSignalSpy andSend(m_model.get(), &BottomPanelsModel::captureAndSendRequested);
         QSignalSpy noSend(m_model.get(), &BottomPanelsModel::captureNoSendRequested);
@@ -156,7 +156,7 @@ private Q_SLOTS:
         QVERIFY(!m_model->isMessageCollapsed());
     }
 
-    void removedMessageLeavesNothing()
+    void removedMessageIsCleared()
     {
         m_model->setAdminMessage(messageOf(blocking));
         m_model->setAdminMessage(std::nullopt);
@@ -167,7 +167,7 @@ private Q_SLOTS:
         m_model->performMessageAction();
     }
 
-    void headerIsOneLine()
+    void headerIsSingleLine()
     {
         auto message = messageOf(informational);
         message.headerText = QStringLiteral("Two\nlines");
@@ -186,7 +186,8 @@ private Q_SLOTS:
         QTest::newRow("no address") << QStringLiteral("Go") << QString() << false;
         QTest::newRow("file") << QStringLiteral("Go") << QStringLiteral("file:///bin/sh") << false;
         QTest::newRow("script") << QStringLiteral("Go") << QStringLiteral("javascript:x") << false;
-        QTest::newRow("broken") << QStringLiteral("Go") << QStringLiteral("https://a b") << false;
+        QTest::newRow("invalid address")
+            << QStringLiteral("Go") << QStringLiteral("https://a b") << false;
     }
     void actionNeedsLabelAndSafeAddress()
     {
@@ -200,25 +201,25 @@ private Q_SLOTS:
             message.actionUrl = url;
         m_model->setAdminMessage(message);
         QCOMPARE(m_model->messageActionLabel(), isShown ? label : QString());
-        QSignalSpy asked(m_model.get(), &BottomPanelsModel::messageActionRequested);
+        QSignalSpy requested(m_model.get(), &BottomPanelsModel::messageActionRequested);
         m_model->performMessageAction();
-        QCOMPARE(asked.size(), isShown ? 1 : 0);
+        QCOMPARE(requested.size(), isShown ? 1 : 0);
         if (isShown)
-            QCOMPARE(asked.first().first().toUrl(), QUrl(url));
+            QCOMPARE(requested.first().first().toUrl(), QUrl(url));
     }
 
     void bodyLinksOpenOnlyWebAddresses()
     {
-        QSignalSpy asked(m_model.get(), &BottomPanelsModel::messageActionRequested);
+        QSignalSpy requested(m_model.get(), &BottomPanelsModel::messageActionRequested);
         m_model->openMessageLink(QStringLiteral("file:///etc/passwd"));
         m_model->openMessageLink(QStringLiteral("mailto:a@b.c"));
-        QCOMPARE(asked.size(), 0);
+        QCOMPARE(requested.size(), 0);
         m_model->openMessageLink(QStringLiteral("https://example.com/help"));
-        QCOMPARE(asked.takeFirst().first().toUrl(),
+        QCOMPARE(requested.takeFirst().first().toUrl(),
                  QUrl(QStringLiteral("https://example.com/help")));
     }
 
-    void blockedReasonNamesTheBlockingCard()
+    void blockedReasonNamesBlockingMessage()
     {
         QCOMPARE(m_model->blockedReason(), QStringLiteral("Blocked: out of credits"));
         m_model->setAdminMessage(messageOf(informational));
@@ -231,12 +232,12 @@ private Q_SLOTS:
         QCOMPARE(changed.size(), 1);
     }
 
-    void attachmentIsDecodedInTheBackground()
+    void attachmentIsDecodedInBackground()
     {
         QVERIFY(!m_model->hasAttachedScreenshot());
         m_model->setStagedScreenshotData(jpegOf({1280, 800}));
         QVERIFY(m_model->hasAttachedScreenshot());
-        QVERIFY(m_model->attachmentImage().isNull()); // nothing was decoded on this thread
+        QVERIFY(m_model->attachmentImage().isNull()); // not decoded synchronously
         QTRY_VERIFY(!m_model->attachmentImage().isNull());
         QCOMPARE(m_model->attachmentImage().size(), StagedScreenshot::previewSize * 3);
         QCOMPARE(m_model->attachmentCaption(),
@@ -252,7 +253,7 @@ private Q_SLOTS:
         QCOMPARE(removed.size(), 1);
     }
 
-    void aReplacedAttachmentNeverShowsTheOldPicture()
+    void replacedAttachmentDoesNotShowOldImage()
     {
         m_model->setStagedScreenshotData(jpegOf({3000, 2000}, Qt::red));
         m_model->setStagedScreenshotData(jpegOf({320, 200}, Qt::blue));
@@ -264,7 +265,7 @@ private Q_SLOTS:
         QVERIFY(m_model->attachmentCaption().startsWith(QStringLiteral("320 ")));
     }
 
-    void brokenAttachmentShowsTheFallback()
+    void invalidAttachmentShowsFallback()
     {
         LogCapture log;
         m_model->setStagedScreenshotData(QByteArray("no picture"));
@@ -273,7 +274,7 @@ private Q_SLOTS:
         QCOMPARE(log.lines.size(), 1);
     }
 
-    void closingWhileDecodingIsSafe()
+    void destructionWhileDecodingIsSafe()
     {
         m_model->setStagedScreenshotData(jpegOf({2000, 1200}));
         m_model.reset();
@@ -281,13 +282,13 @@ private Q_SLOTS:
         QCoreApplication::processEvents();
     }
 
-    void aPromptOfAnotherTypeCountsAsAbsent()
+    void promptOfWrongTypeIsIgnored()
     {
         m_defaults->setBool("userPrompt", true);
         QCOMPARE(m_model->promptText(), PromptConfig::builtIn());
     }
 
-    void heightIsReportedOnlyWhenItChanges()
+    void unchangedHeightIsNotReported()
     {
         QSignalSpy reported(m_model.get(), &BottomPanelsModel::heightChanged);
         m_model->reportHeight(140);
@@ -297,7 +298,7 @@ private Q_SLOTS:
         QCOMPARE(reported.last().first().toDouble(), 204.0);
     }
 
-    void hotkeyTexts()
+    void unchangedHotkeysAreNotSignalled()
     {
         QSignalSpy changed(m_model.get(), &BottomPanelsModel::hotkeysChanged);
         const QVariantMap texts{{"capture", "Ctrl+Option+Cmd+C"}};

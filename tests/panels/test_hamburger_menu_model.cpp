@@ -12,7 +12,7 @@ class TestHamburgerMenuModel : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void withoutCapThereIsNoPercentage()
+    void noPercentageWithoutCap()
     {
         HamburgerMenuModel menu;
         menu.setUsage(5000, 0, false);
@@ -77,7 +77,7 @@ private Q_SLOTS:
         QCOMPARE(menu.caption(), caption);
     }
 
-    void rowsAreHiddenUntilTheyWork()
+    void rowsAreHiddenUntilAvailable()
     {
         HamburgerMenuModel menu;
         QVERIFY(!menu.historyAvailable());
@@ -91,7 +91,7 @@ private Q_SLOTS:
         QVERIFY(menu.settingsAvailable());
     }
 
-    void unchangedUsageIsNotAnnounced()
+    void unchangedUsageIsNotSignalled()
     {
         HamburgerMenuModel menu;
         QSignalSpy changed(&menu, &HamburgerMenuModel::usageChanged);

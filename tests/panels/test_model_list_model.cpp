@@ -25,7 +25,7 @@ private Q_SLOTS:
         QCOMPARE(m_list.rowOf("x"), -1);
     }
 
-    void anOfferThatIsTheSameLeavesTheViewsAlone()
+    void unchangedListDoesNotReset()
     {
         m_list.setOffer(m_offer, "f");
         QSignalSpy reset(&m_list, &QAbstractItemModel::modelReset);
@@ -37,7 +37,7 @@ private Q_SLOTS:
         QCOMPARE(selected.size(), 1);
     }
 
-    void theUsersChoiceGoesBeforeTheBackends()
+    void userChoiceOverridesBackendDefault()
     {
         QCOMPARE(m_list.selectedId(), QString());
         QCOMPARE(m_list.selectedName(), "Model");
@@ -53,12 +53,12 @@ private Q_SLOTS:
         QCOMPARE(selected.size(), 1);
         m_list.choose("unknown");
         QCOMPARE(m_defaults.stringValue("selectedModelId"), "f");
-        // From outside.
+        // Changed in the settings by other code.
         m_defaults.setString("selectedModelId", "b");
         QCOMPARE(m_list.selectedName(), "Balanced");
     }
 
-    void theBackendsChoiceBecomesTheUsers()
+    void choosingBackendDefaultStoresIt()
     {
         m_list.setOffer(m_offer, "b");
         m_list.choose("b");
@@ -67,7 +67,7 @@ private Q_SLOTS:
         QCOMPARE(m_list.selectedId(), "b");
     }
 
-    void aChoiceThatIsNotOnOfferStaysStored()
+    void unavailableChoiceStaysStored()
     {
         m_settings.setSelectedModelId("gone");
         m_list.setOffer(m_offer, "b");
@@ -82,7 +82,7 @@ private Q_SLOTS:
         QCOMPARE(m_list.selectedName(), "Model");
     }
 
-    void answererIsNamedAfterTheModel()
+    void answererIsNamedAfterModel()
     {
         QCOMPARE(m_list.answererName(), "Claude");
         m_list.setOffer(m_offer, "b");

@@ -16,7 +16,7 @@ class TestPromptText : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void bordersOfTheField()
+    void fieldLimits()
     {
         QVERIFY(PromptText::fitsField(QString()));
         QVERIFY(PromptText::fitsField(longText));
@@ -26,62 +26,63 @@ private Q_SLOTS:
         QVERIFY(!PromptText::fitsField(lines + u'\n'));
     }
 
-    void shortPastesAreLeftToTheField()
+    void shortPastesFitField()
     {
         PromptText text;
-        text.setWhole(QStringLiteral("abc"));
-        QVERIFY(!text.takePaste(QStringLiteral("short"), 1, 2));
+        text.setFullText(QStringLiteral("abc"));
+        QVERIFY(!text.pasteLongText(QStringLiteral("short"), 1, 2));
         QCOMPARE(text.typed(), QStringLiteral("abc"));
         QVERIFY(text.pasted().isEmpty());
-        // What is replaced does not count.
-        text.setWhole(longText);
-        QVERIFY(!text.takePaste(longText, 0, longText.size()));
+        // Replaced text does not count towards the limit.
+        text.setFullText(longText);
+        QVERIFY(!text.pasteLongText(longText, 0, longText.size()));
     }
 
-    void severalPastesTogetherAreTooLong()
+    void combinedLengthIsLimited()
     {
         PromptText text;
-        text.setWhole(longText.left(longText.size() - 10));
-        QVERIFY(text.takePaste(QStringLiteral("twelve chars"), text.typed().size(),
-                               text.typed().size()));
+        text.setFullText(longText.left(longText.size() - 10));
+        QVERIFY(text.pasteLongText(QStringLiteral("twelve chars"), text.typed().size(),
+                                   text.typed().size()));
         QCOMPARE(text.pasted(), QStringLiteral("twelve chars"));
     }
 
-    void nothingIsLostAndTheOrderStays()
+    void orderIsPreserved()
     {
         PromptText text;
-        text.setWhole(QStringLiteral("before|selected|after"));
-        QVERIFY(text.takePaste(longText + u'1', 7, 15));
+        text.setFullText(QStringLiteral("before|selected|after"));
+        QVERIFY(text.pasteLongText(longText + u'1', 7, 15));
         QCOMPARE(text.typed(), QStringLiteral("before|"));
-        QCOMPARE(text.whole(), QStringLiteral("before|\n") + longText + QStringLiteral("1|after"));
-        // One more at the end comes behind the first.
-        QVERIFY(text.takePaste(longText + u'2', 7, 7));
-        QCOMPARE(text.whole(), QStringLiteral("before|\n") + longText +
-                                   QStringLiteral("1|after\n") + longText + u'2');
-        // One in the middle of what is typed comes before it.
-        QVERIFY(text.takePaste(longText + u'3', 0, 0));
-        QCOMPARE(text.whole(), longText + QStringLiteral("3before|\n") + longText +
-                                   QStringLiteral("1|after\n") + longText + u'2');
+        QCOMPARE(text.fullText(),
+                 QStringLiteral("before|\n") + longText + QStringLiteral("1|after"));
+        // A second paste at the end is appended to the first.
+        QVERIFY(text.pasteLongText(longText + u'2', 7, 7));
+        QCOMPARE(text.fullText(), QStringLiteral("before|\n") + longText +
+                                      QStringLiteral("1|after\n") + longText + u'2');
+        // A paste before typed text is inserted before it.
+        QVERIFY(text.pasteLongText(longText + u'3', 0, 0));
+        QCOMPARE(text.fullText(), longText + QStringLiteral("3before|\n") + longText +
+                                      QStringLiteral("1|after\n") + longText + u'2');
         text.setTyped(QStringLiteral("new"));
-        QVERIFY(text.whole().startsWith(QStringLiteral("new\nxxx")));
+        QVERIFY(text.fullText().startsWith(QStringLiteral("new\nxxx")));
         text.removePasted();
-        QCOMPARE(text.whole(), QStringLiteral("new"));
+        QCOMPARE(text.fullText(), QStringLiteral("new"));
     }
 
-    void lineEndsBecomeThoseOfTheField()
+    void lineBreaksAreNormalised()
     {
         PromptText text;
-        QVERIFY(text.takePaste(longText + QStringLiteral("a\r\nb\rc\nd"), 0, 0));
-        QVERIFY(text.whole().endsWith(QStringLiteral("a\nb\nc\nd")));
+        QVERIFY(text.pasteLongText(longText + QStringLiteral("a\r\nb\rc\nd"), 0, 0));
+        QVERIFY(text.fullText().endsWith(QStringLiteral("a\nb\nc\nd")));
     }
 
-    void aStoredPromptIsTakenOver()
+    void setsFullText()
     {
         PromptText text;
-        text.setWhole(longText + QStringLiteral(" more"));
+        text.setFullText(longText + QStringLiteral(" more"));
         QVERIFY(text.typed().isEmpty());
-        QCOMPARE(text.whole(), longText + QStringLiteral(" more"));
-        text.setWhole(QStringLiteral("short"));
+        QCOMPARE(text.fullText(), longText + QStringLiteral(" more"));
+        text.setFullText(QStringLiteral("short"));
         QCOMPARE(text.typed(), QStringLiteral("short"));
         QVERIFY(text.pasted().isEmpty());
     }

@@ -21,7 +21,7 @@ private Q_SLOTS:
         QVERIFY(styled.richText.contains(QStringLiteral(">Then sign in again.</i>")));
     }
 
-    void listsKeepTheirMarkers()
+    void listsKeepMarkers()
     {
         const auto styled =
             StyledMarkdown::fromMarkdown(QStringLiteral("- one\n- two\n\n1. first\n2. second\n"));
@@ -70,14 +70,14 @@ private Q_SLOTS:
         QVERIFY(styled.plainText.contains(QLatin1Char('x')));
     }
 
-    void imagesBecomeTheirDescription()
+    void imagesBecomeDescriptions()
     {
         const auto styled = StyledMarkdown::fromMarkdown(
             QStringLiteral("See ![a chart](https://e.com/x.png) here"));
         QCOMPARE(styled.plainText, QStringLiteral("See [a chart] here"));
     }
 
-    void longBodiesAreCutOff()
+    void longBodiesAreTruncated()
     {
         const QString body(StyledMarkdown::maximumLength * 3, QLatin1Char('a'));
         const auto styled = StyledMarkdown::fromMarkdown(body);
