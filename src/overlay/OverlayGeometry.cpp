@@ -35,7 +35,7 @@ QRect OverlayGeometry::fitted(const QRect &frame, Keep keep, const QList<QRect> 
         const int width = std::min(frame.width(), std::max(area.width(), minWindowWidth));
         const int height = std::min(frame.height(), std::max(area.height(), minWindowHeight));
         const int kept = keep == Keep::Panel ? height : qRound(barH);
-        // Left and top come last: what does not fit sticks out at the other sides.
+        // Clamp left and top last, so a frame that does not fit overflows at the right and bottom.
         const int x = std::max(std::min(frame.x(), area.x() + area.width() - width), area.x());
         const int y = std::max(std::min(frame.y(), area.y() + area.height() - kept), area.y());
         return QRect(x, y, width, height);
