@@ -51,9 +51,6 @@ class NonFocusPanel : public QQuickWindow
     QML_ELEMENT
     QML_UNCREATABLE("The overlay's own window")
 public:
-    /// Width of the resize handles along the edges, in points.
-    static constexpr int resizeMargin = 6;
-
     /// @param platform must outlive the panel; setContent() replaces its only compositing handler
     explicit NonFocusPanel(PanelWindow &platform, QWindow *parent = nullptr);
     ~NonFocusPanel() override;

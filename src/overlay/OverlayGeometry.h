@@ -19,10 +19,9 @@ struct OverlayGeometry
     static constexpr int minWindowHeight = 280;
     static constexpr int defaultZoomOutWidth = 624;
     static constexpr int defaultZoomOutHeight = 744;
-    static constexpr double barH = 34;
-    static constexpr double stripH = 38;
+    static constexpr double barHeight = 34;
+    static constexpr double stripHeight = 38;
     static constexpr double responseScrollbarWidth = 28;
-    static constexpr double leftBorderWidth = 4;
     static constexpr double compactBelowWidth = 440;
     static constexpr double compactBelowHeight = 420;
 

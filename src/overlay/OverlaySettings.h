@@ -68,7 +68,7 @@ Q_SIGNALS:
 
 private:
     void applyHotkeys();
-    /// Updates all texts that contain the name of the selected model's assistant.
+    /// Updates all texts that contain the display name of the answering model.
     void updateAnswererName();
     void setTheme(AppTheme theme);
     /// Offers the choice of screens to capture only while there are several.

@@ -583,18 +583,18 @@ private:
         f().history.historyButtonClicked();
         QTRY_COMPARE(f().find("historySheet")->property("progress").toDouble(), 1.0);
     }
-    /// Adds @p threads threads titled with numbers from @p first on, each a minute older than the
+    /// Adds @p count threads titled with numbers from @p first on, each a minute older than the
     /// previous one and all older by @p secondsOffset seconds.
-    void addBatch(int first, int threads, int secondsOffset)
+    void addBatch(int first, int count, int secondsOffset)
     {
         ThreadBatch batch;
-        for (int i = first; i < first + threads; ++i)
+        for (int i = first; i < first + count; ++i)
             batch.threads.append(FakeThreadLibrary::summary(
                 QString::number(i), f().now.addSecs(-60 * i - secondsOffset)));
         batch.total = 1000;
         const int before = f().sidebar.rowCount();
         f().library.held->addResult(batch);
-        QTRY_COMPARE(f().sidebar.rowCount(), before + threads);
+        QTRY_COMPARE(f().sidebar.rowCount(), before + count);
         f().panel.grabWindow();
     }
     /// The first fully visible row.

@@ -30,7 +30,7 @@ private Q_SLOTS:
         QCOMPARE(OverlayGeometry::responseRect(window, panels), rect);
     }
 
-    void compactBelowMinimumWidthOrHeight()
+    void compactBelowEitherThreshold()
     {
         QVERIFY(!OverlayGeometry::isCompact({440, 420}));
         QVERIFY(OverlayGeometry::isCompact({439, 900}));

@@ -255,7 +255,7 @@ private Q_SLOTS:
         QCOMPARE(picture.pixelColor(0, 0), QColor(Qt::black));
         QCOMPARE(picture.pixelColor(623, 743), QColor(Qt::black));
         QVERIFY(picture.pixelColor(300, 15).blue() > 20);
-        // Two layers of 0.93 x 0.5 each.
+        // Two layers with an opacity of 0.93 x 0.5 each.
         const int expected = qRound(0xf7 * (1 - (1 - 0.465) * (1 - 0.465)));
         QVERIFY(qAbs(picture.pixelColor(300, 300).red() - expected) <= 2);
     }
