@@ -35,9 +35,10 @@ bool isText(const QByteArray &bytes)
 {
     QStringDecoder decode(QStringDecoder::Utf8);
     bool isEmpty = true;
-    for (qsizetype at = 0; at < bytes.size() && !decode.hasError(); at += decodeChunkBytes) {
-        const QString text =
-            decode(QByteArrayView(bytes).sliced(at, std::min(decodeChunkBytes, bytes.size() - at)));
+    for (qsizetype offset = 0; offset < bytes.size() && !decode.hasError();
+         offset += decodeChunkBytes) {
+        const QString text = decode(QByteArrayView(bytes).sliced(
+            offset, std::min(decodeChunkBytes, bytes.size() - offset)));
         isEmpty = isEmpty && text.isEmpty();
     }
     return !isEmpty && !decode.hasError();

@@ -72,9 +72,9 @@ void OverlayMirror::refreshThread()
     const bool isEmpty = !session || (session->turns.isEmpty() && session->notes.isEmpty() &&
                                       session->screenshots.isEmpty());
     // Until the first turn is complete, the pending prompt is the title of a new thread.
-    const QString asked = m_collaborators.orchestrator.shownPrompt();
-    if (session && session->turns.isEmpty() && !session->customTitle && !asked.isEmpty())
-        m_collaborators.overlay.setTitle(CaptureSession::firstLine(asked));
+    const QString pendingPrompt = m_collaborators.orchestrator.shownPrompt();
+    if (session && session->turns.isEmpty() && !session->customTitle && !pendingPrompt.isEmpty())
+        m_collaborators.overlay.setTitle(CaptureSession::firstLine(pendingPrompt));
     else
         m_collaborators.overlay.setTitle(
             isEmpty ? QString() : session->customTitle.value_or(session->previewText()));
@@ -82,7 +82,7 @@ void OverlayMirror::refreshThread()
     m_collaborators.overlay.setSaveState(toModelState(saved.kind), saved.reason);
     m_collaborators.overlay.setThreadCovered(m_collaborators.display.content() ==
                                                  ResponseDisplay::Content::Message &&
-                                             (!isEmpty || !asked.isEmpty()));
+                                             (!isEmpty || !pendingPrompt.isEmpty()));
     m_collaborators.overlay.setHasAnswer(session && !session->turns.isEmpty());
 }
 

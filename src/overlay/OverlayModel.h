@@ -90,14 +90,12 @@ public:
     void setSaveState(SaveState state, const QString &problem = {});
     /// Waiting restarts the seconds counter; changing from Waiting to Streaming does not.
     void setActivity(Activity activity);
-    Activity activity() const { return m_activity; }
     /// Shows "Stopped" for stoppedNoticeMs or until the next activity starts.
     void showStopped();
     void setSendingBlocked(bool isBlocked);
     /// Whether another page, such as an error, is shown instead of the current thread.
     bool isThreadCovered() const { return m_isThreadCovered; }
     void setThreadCovered(bool isCovered);
-    bool hasAnswer() const { return m_hasAnswer; }
     void setHasAnswer(bool hasAnswer);
     /// What the right end of the strip shows, in order of precedence: activity, "Stopped", blocked
     /// sending, the copy button of an answer, nothing.

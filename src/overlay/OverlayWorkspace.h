@@ -23,7 +23,7 @@ Q_SIGNALS:
     void failed(const QString &text);
 
 private:
-    QFuture<OpenResult> watch(const QFuture<OpenResult> &opening);
+    QFuture<OpenResult> reportFailure(const QFuture<OpenResult> &opening);
 
     Workspace &m_system;
 };
