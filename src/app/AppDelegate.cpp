@@ -41,7 +41,7 @@ void AppDelegate::applicationDidFinishLaunching()
     if (accessory.state() == Capability::State::Unsupported)
         log(QStringLiteral("WARNING: ") + accessory.reason());
     setupEditMenu();
-    connect(&m_collaborators.hotkeys, &HotkeyManager::pressed, this, &AppDelegate::runHotkey);
+    connect(&m_collaborators.hotkeys, &HotkeyManager::pressed, this, &AppDelegate::handleHotkey);
     m_collaborators.permissions.checkAccessibility();
     m_collaborators.permissions.checkScreenRecording();
     m_collaborators.hotkeys.start(
@@ -60,9 +60,9 @@ void AppDelegate::setupEditMenu()
         log(QStringLiteral("WARNING: ") + installed.reason());
 }
 
-void AppDelegate::runHotkey(HotkeyAction action)
+void AppDelegate::handleHotkey(HotkeyAction action)
 {
-    // Before sign-in a press does nothing.
+    // Hot keys have no effect before sign-in.
     if (!m_overlay)
         return;
     switch (action) {
@@ -95,9 +95,9 @@ void AppDelegate::showLogin()
     m_login->showWindow();
 }
 
-void AppDelegate::dropLogin()
+void AppDelegate::deleteLoginLater()
 {
-    // Its success callback is on the stack.
+    // Deferred because the login window's success callback is still on the stack.
     QMetaObject::invokeMethod(
         this, [login = std::shared_ptr<LoginPresenter>(std::move(m_login))] {},
         Qt::QueuedConnection);
@@ -134,7 +134,7 @@ void AppDelegate::startOverlay()
             self->m_overlay->showNotice(text);
     };
     log(QStringLiteral("MenuBarController created"));
-    dropLogin();
+    deleteLoginLater();
     log(QStringLiteral("Vantiro Overlay running (single-process, no pipeline.py dependency)."));
 }
 
@@ -154,12 +154,13 @@ void AppDelegate::handleSessionExpired()
 {
     log(QStringLiteral("sessionExpired received — tearing down overlay, showing login window"));
     m_collaborators.session.logout();
-    // The login window is on show already, perhaps with an e-mail half typed: it stays.
+    // Keep a login window that is already shown: the user may be typing an e-mail address.
     if (!m_overlay && m_login)
         return;
     if (m_overlay)
         m_overlay->closeWindow();
-    // Both may be on the stack: sign-out starts in the status menu, expiry in a slot of the panel.
+    // Deferred because either may be on the stack: sign-out is called from the status menu, expiry
+    // from a slot of the panel.
     std::shared_ptr<OverlayPresenter> overlay = std::move(m_overlay);
     std::shared_ptr<MenuBarController> menuBar = std::move(m_menuBar);
     QMetaObject::invokeMethod(

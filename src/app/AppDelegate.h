@@ -22,13 +22,13 @@ class SessionManager;
 class UserDefaults;
 enum class HotkeyAction;
 
-/// The application's life: launch, the login window, the overlay between sign-in and sign-out, and
-/// the end. Main thread only.
+/// The application's life cycle: launch, login window, overlay between sign-in and sign-out, and
+/// termination. Main thread only.
 class AppDelegate : public QObject
 {
     Q_OBJECT
 public:
-    /// All collaborators are borrowed and outlive the delegate.
+    /// All references must outlive the delegate.
     struct Collaborators
     {
         ApplicationShell &shell;
@@ -42,18 +42,18 @@ public:
         std::function<std::unique_ptr<LoginPresenter>()> makeLogin;
         std::function<std::unique_ptr<OverlayPresenter>(const VantiroConfig &)> makeOverlay;
         std::function<std::unique_ptr<MenuBarController>()> makeMenuBar;
-        /// Uploads the log file with the given token; nothing waits for it. May be empty.
+        /// Starts an asynchronous upload of the log file; may be empty.
         std::function<void(const QString &sessionToken)> shipLogs;
     };
 
     explicit AppDelegate(Collaborators collaborators, QObject *parent = nullptr);
     ~AppDelegate() override;
 
-    /// The launch sequence; ends with the login window on show.
+    /// Runs the launch sequence, which ends by showing the login window.
     void applicationDidFinishLaunching();
     /// Clears the session and unregisters every hot key.
     void applicationWillTerminate();
-    /// The program was started once more: its window comes to the front.
+    /// Raises the current window after the program was started a second time.
     void startedAgain();
 
     const std::optional<VantiroConfig> &config() const { return m_config; }
@@ -63,9 +63,9 @@ public:
 
 private:
     void setupEditMenu();
-    void runHotkey(HotkeyAction action);
+    void handleHotkey(HotkeyAction action);
     void showLogin();
-    void dropLogin();
+    void deleteLoginLater();
     void startOverlay();
     void applyConfigAtStart();
     void handleSessionExpired();

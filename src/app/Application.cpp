@@ -44,14 +44,14 @@ Application::Application(std::unique_ptr<SingleInstance> instance)
     , m_store(m_platform->applicationSupportDirectory())
     , m_saver(m_store)
     , m_library(m_store, m_saver)
-    , m_emergencyExit([this] { finishAtOnce(); })
+    , m_emergencyExit([this] { emergencyShutdown(); })
     , m_logShipper(m_network, m_endpoints.logsUpload())
     , m_statusBar(m_platform->statusArea(), m_platform->symbols())
     , m_delegate(std::make_unique<AppDelegate>(collaborators()))
 {
     m_session.setHeartbeatStopper([this] { m_heartbeat.stop(); });
     m_logShipper.follow(m_notifications, [this] { return m_session.sessionToken(); });
-    // Nothing of one account may reach the next one.
+    // No cookies may carry over from one account to the next.
     connect(&m_notifications, &NotificationCenter::sessionDidEnd, this,
             [this] { m_network.setCookieJar(new QNetworkCookieJar); });
     QThreadPool::globalInstance()->start(
@@ -59,29 +59,29 @@ Application::Application(std::unique_ptr<SingleInstance> instance)
     initializeUi();
     prepareQmlEngine(m_engine);
     followMotion(m_engine, m_platform->appearance());
-    Platform::setDisplayLossHandler(&EmergencyExit::leave);
+    Platform::setDisplayLossHandler(&EmergencyExit::exitNow);
 }
 
 Application::~Application()
 {
-    // Windows go before the engine that made them.
+    // Destroy the windows before the QML engine that created them.
     m_delegate.reset();
-    finishWriting();
+    flushStorage();
 }
 
-void Application::finishAtOnce()
+void Application::emergencyShutdown()
 {
-    // First what is safe in any state.
-    finishWriting();
+    // Flush first: unlike the overlay's shutdown, this is safe in any state.
+    flushStorage();
     if (OverlayPresenter *overlay = m_delegate ? m_delegate->overlay() : nullptr) {
         overlay->finishAtOnce();
-        finishWriting();
+        flushStorage();
     }
 }
 
-void Application::finishWriting()
+void Application::flushStorage()
 {
-    // Space may have been freed, so failed saves are retried.
+    // Retry failed saves: disk space may have been freed since.
     m_saver.flush();
     m_saver.retryFailed();
     m_saver.flush();
@@ -97,7 +97,7 @@ int Application::run()
         this,
         [this] {
             m_delegate->applicationDidFinishLaunching();
-            m_emergencyExit.comeFirst();
+            m_emergencyExit.registerExitHandlers();
         },
         Qt::QueuedConnection);
     Log::event(QStringLiteral("[main] Delegate assigned, entering run loop"));
@@ -140,7 +140,7 @@ std::unique_ptr<OverlayPresenter> Application::makeOverlay(const VantiroConfig &
 {
     auto view = std::make_unique<ResponseView>();
     connect(view.get(), &ResponseView::engineStarted, this,
-            [this] { m_emergencyExit.comeFirst(); });
+            [this] { m_emergencyExit.registerExitHandlers(); });
     return std::make_unique<OverlayWindowController>(
         config,
         OverlayWindowController::Collaborators{

@@ -29,14 +29,13 @@
 
 namespace quellora {
 
-/// Puts the program together: the process-wide objects and the factories of its windows. Lives as
-/// long as the event loop. Main thread.
+/// Composition root: owns the process-wide objects and creates the windows. Main thread only.
 class Application : public QObject
 {
     Q_OBJECT
 public:
-    /// Needs the application object.
-    /// @param instance holds the display session for this process
+    /// Requires the QApplication object.
+    /// @param instance lock of this process on the display session
     explicit Application(std::unique_ptr<SingleInstance> instance);
     ~Application() override;
 
@@ -44,19 +43,19 @@ public:
     int run();
 
 private:
-    /// Waits until threads and preferences are on disk.
-    void finishWriting();
-    /// The last that happens when the process is ended from within.
-    void finishAtOnce();
+    /// Blocks until threads and preferences are on disk.
+    void flushStorage();
+    /// Emergency exit callback: saves all data before the process ends without running destructors.
+    void emergencyShutdown();
     std::unique_ptr<LoginPresenter> makeLogin();
     std::unique_ptr<OverlayPresenter> makeOverlay(const VantiroConfig &config);
     std::unique_ptr<MenuBarController> makeMenuBar();
-    /// The capture tool, with the arguments for the chosen screens.
+    /// The platform's capture tool with arguments for the screens selected in the settings.
     CaptureTool captureTool() const;
     AppDelegate::Collaborators collaborators();
     DeviceFields deviceFields() const;
 
-    /// Last to go: the next start may begin when everything is stored.
+    /// Destroyed last, so that the next instance starts only after all data is on disk.
     std::unique_ptr<SingleInstance> m_instance;
     std::unique_ptr<Platform> m_platform;
     BackendEndpoints m_endpoints;

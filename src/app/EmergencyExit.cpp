@@ -11,61 +11,61 @@ namespace quellora {
 
 namespace {
 
-constexpr int mostThreadsAtOnce = 16;
+constexpr int maxExitingThreads = 16;
 
-std::atomic<EmergencyExit *> current = nullptr;
+std::atomic<EmergencyExit *> activeInstance = nullptr;
 
 } // namespace
 
-EmergencyExit::EmergencyExit(std::function<void()> finish, std::chrono::milliseconds patience)
-    : m_finish(std::move(finish)), m_patience(patience), m_mainThread(std::this_thread::get_id())
+EmergencyExit::EmergencyExit(std::function<void()> finish, std::chrono::milliseconds timeout)
+    : m_finish(std::move(finish)), m_timeout(timeout), m_mainThread(std::this_thread::get_id())
 {
-    Q_ASSERT(!current);
-    current = this;
-    comeFirst();
+    Q_ASSERT(!activeInstance);
+    activeInstance = this;
+    registerExitHandlers();
 }
 
 EmergencyExit::~EmergencyExit()
 {
-    current = nullptr;
+    activeInstance = nullptr;
 }
 
-void EmergencyExit::comeFirst()
+void EmergencyExit::registerExitHandlers()
 {
-    // What was registered last is run first. Each thread that calls exit() takes one off the list,
-    // and would go on to the libraries' if there were no other.
-    for (int thread = 0; thread < mostThreadsAtOnce; ++thread)
+    // atexit() handlers run in reverse order of registration. Each thread that calls exit() pops
+    // one handler, so register enough that no thread gets to the libraries' handlers.
+    for (int thread = 0; thread < maxExitingThreads; ++thread)
         std::atexit(&EmergencyExit::onExit);
 }
 
-void EmergencyExit::leave()
+void EmergencyExit::exitNow()
 {
-    EmergencyExit *way = current;
-    if (way && std::this_thread::get_id() != way->m_mainThread) {
-        // The state that is stored belongs to the main thread.
+    EmergencyExit *instance = activeInstance;
+    if (instance && std::this_thread::get_id() != instance->m_mainThread) {
+        // Run on the main thread, which owns the state to be saved.
         if (QCoreApplication *application = QCoreApplication::instance())
             QMetaObject::invokeMethod(
-                application, [] { leave(); }, Qt::QueuedConnection);
-        // It may itself be waiting for this thread, which draws for it.
-        std::this_thread::sleep_for(way->m_patience);
-        // It may have stored everything and be leaving in order.
-        way = current;
+                application, [] { exitNow(); }, Qt::QueuedConnection);
+        // Use a timeout: the main thread may be blocked waiting for this one, e.g. a render thread.
+        std::this_thread::sleep_for(instance->m_timeout);
+        // The main thread may have exited in the ordinary way meanwhile.
+        instance = activeInstance;
     }
-    if (!way)
+    if (!instance)
         std::_Exit(EXIT_FAILURE);
-    way->finishAndEnd();
+    instance->finishAndTerminate();
 }
 
 void EmergencyExit::onExit()
 {
-    if (current)
-        leave();
+    if (activeInstance)
+        exitNow();
 }
 
-void EmergencyExit::finishAndEnd()
+void EmergencyExit::finishAndTerminate()
 {
     if (m_isFinishing.exchange(true)) {
-        // Somebody else does, and ends this thread with the process.
+        // Another thread is already finishing and will end the process.
         for (;;)
             std::this_thread::sleep_for(std::chrono::hours(1));
     }

@@ -7,37 +7,39 @@
 
 namespace quellora {
 
-/// The way out when the process is ended from within, past every destructor.
+/// Saves data and ends the process when exit() is called while the application is running.
 ///
-/// When the display goes away, the libraries that talk to it call exit(), each on the thread that
-/// notices, often on several at once and while the other threads go on. From the first such call
-/// on, this stores what has to be stored and then ends the process as it stands, with a status of
-/// failure: no destructor of a library runs beside a thread that still uses it. One at a time.
+/// When the connection to the display is lost, its client libraries call exit() on whichever thread
+/// notices, often on several at once while other threads keep running. On the first such call, this
+/// runs a callback that saves the data and then calls _Exit() with EXIT_FAILURE, so that no
+/// library's destructor runs while another thread still uses the library. Only one instance may
+/// exist at a time.
 class EmergencyExit
 {
 public:
-    /// To be made on the main thread.
-    /// @param finish stores everything; called at most once, on the main thread unless that hangs
-    /// @param patience how long another thread waits for the main thread
+    /// Must be constructed on the main thread. Calls registerExitHandlers().
+    /// @param finish saves all data; called at most once, on the main thread unless it is blocked
+    /// @param timeout how long another thread waits for the main thread
     explicit EmergencyExit(std::function<void()> finish,
-                           std::chrono::milliseconds patience = std::chrono::seconds(3));
-    /// From now on exit() is an ordinary exit.
+                           std::chrono::milliseconds timeout = std::chrono::seconds(3));
+    /// Restores the ordinary behaviour of exit().
     ~EmergencyExit();
 
     EmergencyExit(const EmergencyExit &) = delete;
     EmergencyExit &operator=(const EmergencyExit &) = delete;
 
-    /// Comes ahead of what libraries have registered to be run at exit since.
-    void comeFirst();
-    /// Ends the process. Any thread; does not return.
-    [[noreturn]] static void leave();
+    /// Registers the exit handlers again, so that they run before atexit() handlers that libraries
+    /// have registered since.
+    void registerExitHandlers();
+    /// Runs the callback and ends the process. Thread-safe.
+    [[noreturn]] static void exitNow();
 
 private:
     static void onExit();
-    [[noreturn]] void finishAndEnd();
+    [[noreturn]] void finishAndTerminate();
 
     std::function<void()> m_finish;
-    std::chrono::milliseconds m_patience;
+    std::chrono::milliseconds m_timeout;
     std::thread::id m_mainThread;
     std::atomic<bool> m_isFinishing = false;
 };

@@ -25,27 +25,29 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto silence = 30s;
-constexpr int accepted = 202;
-/// How much is decoded at once to see whether it is text.
-constexpr qsizetype decodedBytes = 1024 * 1024;
+constexpr auto transferTimeout = 30s;
+constexpr int statusAccepted = 202;
+/// Bytes decoded at a time when checking for UTF-8 text.
+constexpr qsizetype decodeChunkBytes = 1024 * 1024;
 
+/// Whether the bytes are valid UTF-8 with at least one character.
 bool isText(const QByteArray &bytes)
 {
     QStringDecoder decode(QStringDecoder::Utf8);
     bool isEmpty = true;
-    for (qsizetype at = 0; at < bytes.size() && !decode.hasError(); at += decodedBytes) {
-        const QString text =
-            decode(QByteArrayView(bytes).sliced(at, std::min(decodedBytes, bytes.size() - at)));
+    for (qsizetype offset = 0; offset < bytes.size() && !decode.hasError();
+         offset += decodeChunkBytes) {
+        const QString text = decode(QByteArrayView(bytes).sliced(
+            offset, std::min(decodeChunkBytes, bytes.size() - offset)));
         isEmpty = isEmpty && text.isEmpty();
     }
     return !isEmpty && !decode.hasError();
 }
 
-/// The whole file; empty when it cannot be read or is no UTF-8 text.
+/// The file's content; empty if it cannot be read or is not UTF-8 text.
 QByteArray readLog(const QString &path)
 {
-    // A pipe or a device in its place might never end.
+    // Reading a pipe or a device might never end.
     if (!QFileInfo(path).isFile())
         return {};
     QFile file(path);
@@ -112,24 +114,24 @@ void LogShipper::readFile()
 
 void LogShipper::post(const QByteArray &body)
 {
-    const QString failed = QStringLiteral("Failed to ship logs (non-fatal): ");
+    const QString failurePrefix = QStringLiteral("Failed to ship logs (non-fatal): ");
     const QByteArray token = m_token->toUtf8();
     if (!http::isHeaderValue(token)) {
-        finish(failed + http::badTokenText());
+        finish(failurePrefix + http::badTokenText());
         return;
     }
-    QNetworkRequest request = http::request(m_uploadURL, silence);
+    QNetworkRequest request = http::request(m_uploadURL, transferTimeout);
     request.setRawHeader("Authorization", "Bearer " + token);
     request.setRawHeader("Content-Type", "text/plain");
     request.setRawHeader("X-App-Version", AppConfig::appVersion);
     auto *exchange = new HttpExchange(http::postOnce(m_network, request, body), {}, this);
     connect(exchange, &HttpExchange::finished, this,
-            [this, failed, size = body.size()](const HttpAnswer &answer) {
+            [this, failurePrefix, size = body.size()](const HttpAnswer &answer) {
                 if (answer.failure)
-                    finish(failed + *answer.failure);
+                    finish(failurePrefix + *answer.failure);
                 else if (answer.status == 0)
-                    finish(failed + QStringLiteral("Response was not HTTP"));
-                else if (answer.status == accepted)
+                    finish(failurePrefix + QStringLiteral("Response was not HTTP"));
+                else if (answer.status == statusAccepted)
                     finish(QStringLiteral("Logs shipped successfully (%1 bytes)").arg(size));
                 else
                     finish(QStringLiteral("Log upload returned %1").arg(answer.status));

@@ -12,34 +12,33 @@ namespace quellora {
 
 class NotificationCenter;
 
-/// Uploads the accumulated log file when the backend asks for it. Failures are logged and
-/// otherwise ignored; nothing is retried, the file stays as it is. Main thread; the file is read on
-/// a worker.
+/// Uploads the log file when the backend requests it. Failures are logged and not retried; the file
+/// is never modified. Main thread only; the file is read on a thread-pool thread.
 ///
-/// One upload runs at a time. Requests that come meanwhile are served by one more after it, with
-/// the newest token.
+/// Only one upload runs at a time. Requests during an upload are combined into one subsequent
+/// upload with the latest token.
 class LogShipper : public QObject
 {
     Q_OBJECT
 public:
-    /// @param uploadURL where the text goes
-    /// @param path the log file, by default logFilePath()
+    /// @param uploadURL address to which the file is posted
+    /// @param path log file
     LogShipper(QNetworkAccessManager &network, QUrl uploadURL, QString path = logFilePath(),
                QObject *parent = nullptr);
 
-    /// Starts an upload with the given session token and returns at once.
+    /// Starts an asynchronous upload.
     void shipLogs(const QString &sessionToken);
 
-    /// From now on, starts an upload whenever a refreshed configuration asks for one.
-    /// @param sessionToken the current token; without one nothing is uploaded
+    /// Starts an upload whenever a refreshed configuration requests one.
+    /// @param sessionToken returns the current token; nullopt skips the upload
     void follow(NotificationCenter &notifications,
                 std::function<std::optional<QString>()> sessionToken);
 
-    /// The file that is expected to hold the process's standard output.
+    /// The log file to which the process's standard output is expected to be redirected.
     static QString logFilePath();
 
 Q_SIGNALS:
-    /// An upload has ended, one way or the other.
+    /// An upload has succeeded, failed or been skipped.
     void finished();
 
 private:
@@ -50,9 +49,9 @@ private:
     QNetworkAccessManager &m_network;
     QUrl m_uploadURL;
     QString m_path;
-    /// Of the upload under way.
+    /// Token of the running upload; nullopt when idle.
     std::optional<QString> m_token;
-    /// Of the one after it.
+    /// Token of the subsequent upload, if one was requested.
     std::optional<QString> m_nextToken;
 };
 

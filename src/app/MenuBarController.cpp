@@ -36,7 +36,7 @@ void MenuBarController::build(StatusBar &statusBar)
 {
     m_statusItem = statusBar.makeItem();
     const bool hasButton = m_statusItem->hasButton();
-    // Without a button too: a tray that comes later shows it.
+    // Set it even without a button: a tray that appears later shows it.
     const bool hasImage =
         m_statusItem->setSymbol(QStringLiteral("gear"), QStringLiteral("Quellora"));
     if (hasButton) {

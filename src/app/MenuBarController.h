@@ -15,8 +15,8 @@ class NotificationCenter;
 class SessionManager;
 class Workspace;
 
-/// The status-bar item and its menu while the user is signed in; both go with the controller. A
-/// click on the item brings the overlay back, as the menu's first row does.
+/// The status item and its menu while the user is signed in. Destroying the controller removes
+/// both. A click on the item shows the overlay, like the first menu row. Main thread only.
 class MenuBarController : public QObject
 {
     Q_OBJECT
@@ -25,14 +25,14 @@ public:
                       NotificationCenter &notifications, Workspace &workspace, QUrl accountURL,
                       std::function<void()> quit);
 
-    /// Brings the overlay back.
+    /// Called to show the overlay.
     std::function<void()> onShowOverlay;
-    /// Tells the user what could not be opened: the menu has gone by then.
+    /// Called with a message for the user if a URL could not be opened; by then the menu is closed.
     std::function<void(const QString &text)> onOpenFailed;
 
     void showOverlayClicked();
     void manageAccountClicked();
-    /// Ends the session through the session-expired path.
+    /// Logs out, then emits NotificationCenter::sessionExpired().
     void signOutClicked();
     void quitClicked();
 

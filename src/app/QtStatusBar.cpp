@@ -18,11 +18,11 @@ namespace quellora {
 
 namespace {
 
-// Legible on dark and bright panels alike.
-constexpr QColor darkEdge(0x12, 0x12, 0x1c);
-constexpr QColor lightInk(0xf2, 0xf3, 0xf5);
+// A light glyph with a dark outline is legible on both dark and light desktop panels.
+constexpr QColor outlineColor(0x12, 0x12, 0x1c);
+constexpr QColor fillColor(0xf2, 0xf3, 0xf5);
 
-/// The bundled drawing that stands for a system symbol; empty when there is none.
+/// Path of the bundled SVG for a system symbol; empty if there is none.
 QString symbolFile(const QString &symbolName)
 {
     static const QMap<QString, QString> symbols{
@@ -34,7 +34,7 @@ QString symbolFile(const QString &symbolName)
     return QFile::exists(path) ? path : QString();
 }
 
-/// Renders the one-colour drawing light with a dark edge.
+/// Renders a single-colour SVG in a light colour with a dark outline; null on failure.
 QIcon renderSymbol(const QString &path)
 {
     QFile file(path);
@@ -46,7 +46,8 @@ QIcon renderSymbol(const QString &path)
         QImage image(size, size, QImage::Format_ARGB32_Premultiplied);
         image.fill(Qt::transparent);
         QPainter painter(&image);
-        for (const auto &[color, width] : {std::pair(darkEdge, "4"), std::pair(lightInk, "1.75")}) {
+        for (const auto &[color, width] :
+             {std::pair(outlineColor, "4"), std::pair(fillColor, "1.75")}) {
             QByteArray tinted = svg;
             tinted.replace("currentColor", color.name().toLatin1());
             tinted.replace("stroke-width=\"2\"", QByteArray("stroke-width=\"") + width + '"');
@@ -58,7 +59,7 @@ QIcon renderSymbol(const QString &path)
     return icon;
 }
 
-/// The system's own drawing, left to the system to colour; null when it has none.
+/// The system's own symbol as a mask that the system colours; null if it has none.
 QIcon systemSymbol(const SystemSymbols &symbols, const QString &name)
 {
     constexpr double points = 16;
@@ -73,7 +74,7 @@ QIcon systemSymbol(const SystemSymbols &symbols, const QString &name)
     return icon;
 }
 
-/// The text's first letter, where there is no drawing.
+/// Fallback icon: the first letter of the text.
 QIcon letterIcon(const QString &text)
 {
     QIcon icon;
@@ -88,8 +89,8 @@ QIcon letterIcon(const QString &text)
         QPainterPath letter;
         letter.addText(0, 0, font, text.left(1));
         letter.translate(QRectF(image.rect()).center() - letter.boundingRect().center());
-        painter.strokePath(letter, QPen(darkEdge, size / 8.0));
-        painter.fillPath(letter, lightInk);
+        painter.strokePath(letter, QPen(outlineColor, size / 8.0));
+        painter.fillPath(letter, fillColor);
         painter.end();
         icon.addPixmap(QPixmap::fromImage(image));
     }
@@ -138,8 +139,8 @@ public:
     void setAction(std::function<void()> action) override { m_action = std::move(action); }
 
 private:
-    /// The toolkit decides once which protocol it speaks, so the item is made only when there is a
-    /// tray to speak to. From then on the toolkit itself tells trays that are restarted.
+    /// Creates the tray icon once a tray is available. Qt selects the tray protocol only once, so
+    /// creating the icon earlier could select the wrong one. Qt itself handles tray restarts.
     void show()
     {
         if (m_item || !m_area.isAvailable() || m_menu.isEmpty())
@@ -161,7 +162,7 @@ private:
     QString m_description;
     std::function<void()> m_action;
     QMenu m_menu;
-    /// After the menu, which it shows.
+    /// Declared after the menu it shows, so that it is destroyed first.
     std::unique_ptr<QSystemTrayIcon> m_item;
 };
 

@@ -7,14 +7,14 @@ namespace quellora {
 class StatusArea;
 class SystemSymbols;
 
-/// Status items through the toolkit's system tray: the desktop's own protocol where there is one,
-/// the older embedding protocol otherwise. A tray that appears later gets the item then. Needs the
-/// widget application object.
+/// Status items based on QSystemTrayIcon, which uses the StatusNotifierItem protocol if available
+/// and XEmbed otherwise on X11. The item is added when a tray appears later. Requires QApplication.
+/// Main thread only.
 class QtStatusBar : public StatusBar
 {
 public:
-    /// @param area borrowed; tells whether there is a tray; one item at a time
-    /// @param symbols borrowed; images of the system, preferred to the bundled drawings
+    /// @param area reports whether there is a tray; supports one item at a time; must outlive items
+    /// @param symbols system images, preferred to the bundled ones; must outlive items
     QtStatusBar(StatusArea &area, const SystemSymbols &symbols) : m_area(area), m_symbols(symbols)
     {}
 

@@ -16,15 +16,15 @@ namespace quellora {
 
 namespace {
 
-const QByteArray command = QByteArrayLiteral("activate\n");
-const QByteArray answer = QByteArrayLiteral("ok\n");
+const QByteArray activateCommand = QByteArrayLiteral("activate\n");
+const QByteArray okReply = QByteArrayLiteral("ok\n");
 
 void log(const QString &message)
 {
     Log::event(QStringLiteral("[SingleInstance] ") + message);
 }
 
-int left(const QDeadlineTimer &deadline)
+int remainingMs(const QDeadlineTimer &deadline)
 {
     return static_cast<int>(deadline.remainingTime());
 }
@@ -32,21 +32,22 @@ int left(const QDeadlineTimer &deadline)
 } // namespace
 
 SingleInstance::SingleInstance(const QString &folder, const QString &session,
-                               std::chrono::milliseconds commandTime, QObject *parent)
+                               std::chrono::milliseconds commandTimeout, QObject *parent)
     : QObject(parent)
-    // Socket paths are short by nature; a display's name may hold a whole path.
+    // Hashed because socket paths are limited in length and a display name may contain a path.
     , m_path(QDir(folder).filePath(
           QStringLiteral("quellora-") +
           QString::fromLatin1(QCryptographicHash::hash(session.toUtf8(), QCryptographicHash::Sha256)
                                   .toHex()
                                   .left(16))))
-    , m_commandTime(commandTime)
+    , m_commandTimeout(commandTimeout)
     , m_lock(m_path + QStringLiteral(".lock"))
 {
-    // The holder's age says nothing: the program runs for weeks. Only its death frees the lock.
+    // Disable expiry by age, because the program may run for weeks. A lock is stale only if the
+    // process that holds it has ended.
     m_lock.setStaleLockTime(0);
     m_server.setSocketOptions(QLocalServer::UserAccessOption);
-    connect(&m_server, &QLocalServer::newConnection, this, &SingleInstance::accept);
+    connect(&m_server, &QLocalServer::newConnection, this, &SingleInstance::acceptConnections);
 }
 
 QString SingleInstance::runtimeFolder()
@@ -57,34 +58,34 @@ QString SingleInstance::runtimeFolder()
 SingleInstance::Claim SingleInstance::claim()
 {
     if (m_lock.tryLock(0))
-        return Claim::First;
+        return Claim::Acquired;
     if (m_lock.error() == QLockFile::LockFailedError)
         return Claim::Taken;
     log(QStringLiteral("WARNING: No lock can be made; a second start will not be noticed"));
-    return Claim::First;
+    return Claim::Acquired;
 }
 
-bool SingleInstance::activateFirst(std::chrono::milliseconds patience)
+bool SingleInstance::activateRunningInstance(std::chrono::milliseconds timeout)
 {
-    const QDeadlineTimer deadline(patience);
+    const QDeadlineTimer deadline(timeout);
     QLocalSocket socket;
-    // The first may still be on its way to listening.
+    // Retry: the running instance may not be listening yet.
     while (true) {
         socket.connectToServer(socketPath());
-        if (socket.waitForConnected(left(deadline)))
+        if (socket.waitForConnected(remainingMs(deadline)))
             break;
         if (deadline.hasExpired())
             return false;
         QThread::msleep(20);
     }
-    socket.write(command);
+    socket.write(activateCommand);
     QByteArray received;
-    while (received.size() < answer.size()) {
-        if (socket.bytesAvailable() == 0 && !socket.waitForReadyRead(left(deadline)))
+    while (received.size() < okReply.size()) {
+        if (socket.bytesAvailable() == 0 && !socket.waitForReadyRead(remainingMs(deadline)))
             return false;
-        received += socket.read(answer.size());
+        received += socket.read(okReply.size());
     }
-    return received == answer;
+    return received == okReply;
 }
 
 void SingleInstance::listen(std::function<void()> onActivate)
@@ -92,13 +93,13 @@ void SingleInstance::listen(std::function<void()> onActivate)
     m_onActivate = std::move(onActivate);
     if (!m_lock.isLocked())
         return;
-    // What a crash has left; the lock says that nobody listens there any more.
+    // Remove a socket left by a crash; holding the lock means that no other instance listens on it.
     QLocalServer::removeServer(socketPath());
     if (!m_server.listen(socketPath()))
         log(QStringLiteral("WARNING: Not listening for further starts: ") + m_server.errorString());
 }
 
-void SingleInstance::accept()
+void SingleInstance::acceptConnections()
 {
     while (QLocalSocket *connection = m_server.nextPendingConnection()) {
         connection->setParent(this);
@@ -107,33 +108,33 @@ void SingleInstance::accept()
             continue;
         }
         ++m_connections;
-        connection->setReadBufferSize(command.size() + 1);
+        connection->setReadBufferSize(activateCommand.size() + 1);
         connect(connection, &QObject::destroyed, this, [this] { --m_connections; });
         connect(connection, &QLocalSocket::disconnected, connection, &QObject::deleteLater);
         connect(connection, &QLocalSocket::readyRead, this,
-                [this, connection] { read(*connection); });
-        QTimer::singleShot(m_commandTime, connection, [connection] { connection->abort(); });
-        // It may have spoken, or even left, before anybody listened.
+                [this, connection] { readCommand(*connection); });
+        QTimer::singleShot(m_commandTimeout, connection, [connection] { connection->abort(); });
+        // Data or a disconnect may have arrived before the signals were connected.
         if (connection->bytesAvailable() > 0)
-            read(*connection);
+            readCommand(*connection);
         if (connection->state() == QLocalSocket::UnconnectedState)
             connection->deleteLater();
     }
 }
 
-void SingleInstance::read(QLocalSocket &connection)
+void SingleInstance::readCommand(QLocalSocket &connection)
 {
-    if (connection.bytesAvailable() < command.size()) {
-        // The beginning of the word may come in pieces, anything else need not go on.
-        if (!command.startsWith(connection.peek(command.size())))
+    if (connection.bytesAvailable() < activateCommand.size()) {
+        // Wait for the rest of a partial command; drop anything else.
+        if (!activateCommand.startsWith(connection.peek(activateCommand.size())))
             connection.abort();
         return;
     }
-    if (connection.read(command.size() + 1) != command) {
+    if (connection.read(activateCommand.size() + 1) != activateCommand) {
         connection.abort();
         return;
     }
-    connection.write(answer);
+    connection.write(okReply);
     connection.disconnectFromServer();
     m_onActivate();
 }

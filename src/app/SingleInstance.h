@@ -12,54 +12,54 @@ class QLocalSocket;
 
 namespace quellora {
 
-/// One running program per user and display session. The first start holds a lock and listens on a
-/// private socket; a later one asks the first to come forward and ends. Main thread.
+/// Allows one running instance per user and display session. The first instance holds a lock file
+/// and listens on a private socket; later ones ask it to raise its window and exit. Main thread
+/// only.
 ///
-/// Whatever arrives at the socket is untrusted: the one word "activate" is acted on, anything else
-/// ends the connection. Nothing of it is logged.
+/// Data received on the socket is untrusted: only the command "activate" is accepted, anything else
+/// closes the connection. Received data is never logged.
 class SingleInstance : public QObject
 {
     Q_OBJECT
 public:
     enum class Claim {
-        /// This is the first start, or nobody can tell: go on.
-        First,
-        /// Another start holds the session.
+        /// This instance holds the session, or no lock could be created: continue.
+        Acquired,
+        /// Another running instance holds the session.
         Taken,
     };
 
-    /// @param folder private to the user; sockets and locks lie in it
-    /// @param session what tells display sessions of the user apart, e.g. the display's name
-    /// @param commandTime how long a connection may take to say its word
+    /// @param folder the user's private folder for the socket and the lock file
+    /// @param session identifies the display session among those of the user, e.g. the display name
+    /// @param commandTimeout a connection that sends no command in this time is closed
     SingleInstance(const QString &folder, const QString &session,
-                   std::chrono::milliseconds commandTime = std::chrono::seconds(2),
+                   std::chrono::milliseconds commandTimeout = std::chrono::seconds(2),
                    QObject *parent = nullptr);
 
-    /// The user's runtime folder.
     static QString runtimeFolder();
 
-    /// Takes the session if it is free; a lock whose holder has died is free. Where no lock can be
-    /// made the start goes on alone, with a line in the log.
+    /// Tries to lock the session, taking over the lock of a process that has ended. Logs a warning
+    /// and returns Acquired if no lock can be created.
     Claim claim();
-    /// Asks the holder to come forward and waits for its word; false when it has not answered in
-    /// time. For a start that has nothing else to do.
-    bool activateFirst(std::chrono::milliseconds patience);
-    /// Listens from now on; @p onActivate is called from the event loop. Needs the application
-    /// object and a successful claim.
+    /// Asks the running instance to raise its window. Blocks until it has replied; returns false if
+    /// it has not done so within @p timeout. Needs no application object.
+    bool activateRunningInstance(std::chrono::milliseconds timeout);
+    /// Starts listening for later instances; @p onActivate is called from the event loop. Requires
+    /// the application object. Does nothing unless claim() has locked the session; logs a warning
+    /// if listening fails.
     void listen(std::function<void()> onActivate);
 
-    /// Path of the socket.
     QString socketPath() const { return m_path + QStringLiteral(".socket"); }
 
-    /// Connections waiting for their word at the same time; more are refused.
+    /// Maximum number of simultaneous connections; further ones are refused.
     static constexpr int maxConnections = 8;
 
 private:
-    void accept();
-    void read(QLocalSocket &connection);
+    void acceptConnections();
+    void readCommand(QLocalSocket &connection);
 
     QString m_path;
-    std::chrono::milliseconds m_commandTime;
+    std::chrono::milliseconds m_commandTimeout;
     QLockFile m_lock;
     QLocalServer m_server;
     int m_connections = 0;

@@ -8,29 +8,29 @@
 
 namespace quellora {
 
-/// One row of the status item's menu.
+/// A row of the status item's menu.
 struct StatusMenuItem
 {
     /// Empty for a separator.
     QString title;
-    /// None: the row is shown but cannot be chosen.
+    /// Empty for a disabled row.
     std::function<void()> action;
 
     bool isSeparator() const { return title.isEmpty(); }
 };
 
-/// An item in the system's status area; gone when destroyed.
+/// An item in the system's status area, removed on destruction. Main thread only.
 class StatusItem
 {
 public:
     virtual ~StatusItem() = default;
-    /// Whether the desktop has a status area that shows the item.
+    /// Whether the desktop currently has a status area that can show the item.
     virtual bool hasButton() const = 0;
-    /// Shows the named system symbol; false when there is no such symbol: the item then shows the
-    /// description's first letter.
+    /// Sets the icon to the named system symbol. If there is none, falls back to the description's
+    /// first letter and returns false.
     virtual bool setSymbol(const QString &symbolName, const QString &description) = 0;
     virtual void setMenu(const QList<StatusMenuItem> &items) = 0;
-    /// What a click on the item itself does.
+    /// Sets the callback for a click on the item.
     virtual void setAction(std::function<void()> action) = 0;
 };
 

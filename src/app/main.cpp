@@ -14,15 +14,15 @@
 
 namespace {
 
-/// Asks the program that already runs to come forward; returns this start's exit code.
-int yieldTo(quellora::SingleInstance &first)
+/// Asks the running instance to raise its window; returns the exit code of this process.
+int activateRunningInstance(quellora::SingleInstance &instance)
 {
     using namespace std::chrono_literals;
-    const bool answered = first.activateFirst(2s);
+    const bool hasReplied = instance.activateRunningInstance(2s);
     quellora::Log::event(
-        answered ? QStringLiteral("[main] Already running; that window was brought to the front")
-                 : QStringLiteral("[main] ERROR: Already running, but it does not answer"));
-    return answered ? 0 : 1;
+        hasReplied ? QStringLiteral("[main] Already running; that window was brought to the front")
+                   : QStringLiteral("[main] ERROR: Already running, but it does not answer"));
+    return hasReplied ? 0 : 1;
 }
 
 } // namespace
@@ -32,7 +32,7 @@ int main(int argc, char **argv)
     using namespace quellora;
 
     Platform::prepareOutput();
-    // Log lines reach a console or a file at once.
+    // Unbuffered, so that log lines reach the console or file immediately.
     std::setvbuf(stdout, nullptr, _IONBF, 0);
     Log::event(QStringLiteral("[main] Process started, launching NSApplication"));
     AppConfig::backendBaseURL();
@@ -40,7 +40,7 @@ int main(int argc, char **argv)
     auto instance = std::make_unique<SingleInstance>(SingleInstance::runtimeFolder(),
                                                      Platform::displaySession());
     if (instance->claim() == SingleInstance::Claim::Taken)
-        return yieldTo(*instance);
+        return activateRunningInstance(*instance);
 
     Platform::prepareProcess();
     prepareWebEngine();
@@ -48,7 +48,7 @@ int main(int argc, char **argv)
     QApplication::setApplicationName(QStringLiteral("Quellora"));
     QApplication::setApplicationVersion(QLatin1String(AppConfig::appVersion));
     QApplication::setDesktopFileName(QStringLiteral("quellora"));
-    // The panel may be hidden and the login window closed while the program goes on.
+    // The program keeps running while the panel is hidden and the login window is closed.
     QApplication::setQuitOnLastWindowClosed(false);
 
     return Application(std::move(instance)).run();

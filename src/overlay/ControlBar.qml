@@ -2,7 +2,8 @@ import QtQuick
 import Quellora.Overlay
 import Quellora.Ui
 
-/// The bar at the top: window buttons, opacity, menu. Dragging its free area moves the panel.
+/// The bar at the top: window buttons, opacity slider, menu button. Dragging its empty area moves
+/// the panel.
 Item {
     id: bar
 
@@ -14,14 +15,14 @@ Item {
     Row {
         x: 6
         y: 5
-        HoverHandler { id: discsHover }
+        HoverHandler { id: windowButtonsHover }
 
         WindowDisc {
             objectName: "closeButton"
             name: qsTr("Close")
             iconName: "x"
             fill: Tokens.frame.windowClose
-            signShown: discsHover.hovered
+            iconShown: windowButtonsHover.hovered
             onClicked: bar.overlay.close()
         }
         WindowDisc {
@@ -29,7 +30,7 @@ Item {
             name: qsTr("Minimize")
             iconName: "minus"
             fill: Tokens.frame.windowMinimize
-            signShown: discsHover.hovered
+            iconShown: windowButtonsHover.hovered
             onClicked: bar.overlay.minimize()
         }
         WindowDisc {
@@ -37,7 +38,7 @@ Item {
             name: qsTr("Zoom")
             iconName: "maximize-2"
             fill: Tokens.frame.windowZoom
-            signShown: discsHover.hovered
+            iconShown: windowButtonsHover.hovered
             onClicked: bar.overlay.zoom()
         }
     }
@@ -62,7 +63,7 @@ Item {
     IconButton {
         id: menuButton
         objectName: "menuButton"
-        /// Read by assistive technology.
+        // Read by the accessibility bridge.
         readonly property bool expandable: true
         readonly property bool expanded: bar.overlay.isMenuOpen
 

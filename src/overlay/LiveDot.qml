@@ -2,7 +2,7 @@ import QtQuick
 import Quellora.Overlay
 import Quellora.Ui
 
-/// A dot with a halo, shown while text is arriving.
+/// A pulsing dot with a halo, shown while an answer is streaming.
 Item {
     id: dot
 

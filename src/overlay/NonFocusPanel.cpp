@@ -26,8 +26,8 @@ namespace quellora {
 
 namespace {
 
-/// The item that would get a left press at @p scenePosition: the topmost one that takes presses or
-/// text.
+/// Hit test: the topmost item below @p item that accepts left presses or text input at
+/// @p scenePosition; null if none.
 const QQuickItem *pressTargetAt(const QQuickItem *item, const QPointF &scenePosition)
 {
     if (!item->isVisible() || !item->isEnabled())
@@ -42,8 +42,8 @@ const QQuickItem *pressTargetAt(const QQuickItem *item, const QPointF &scenePosi
         if (const QQuickItem *target = pressTargetAt(*it, scenePosition))
             return target;
     }
-    // Plain texts say that they take presses, for their links, and pass the others on: a field's
-    // placeholder lies over the field.
+    // Text items accept the left button for their links but ignore other presses. Skip them: a
+    // placeholder text covers its input field.
     const bool takesPress =
         (item->acceptedMouseButtons().testFlag(Qt::LeftButton) && !item->inherits("QQuickText")) ||
         item->flags().testFlag(QQuickItem::ItemAcceptsInputMethod);
@@ -57,7 +57,7 @@ NonFocusPanel::NonFocusPanel(PanelWindow &platform, QWindow *parent)
 {
     setFlags(Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint |
              Qt::NoDropShadowWindowHint | Qt::WindowDoesNotAcceptFocus);
-    // Read by the windowing system at the first show; without it the panel would take the focus.
+    // Read by the Qt platform plugin on first show; without it the panel would take the focus.
     setProperty("_q_showWithoutActivating", true);
     QSurfaceFormat translucent = format();
     translucent.setAlphaBufferSize(8);
@@ -109,7 +109,7 @@ void NonFocusPanel::setContent(QQmlEngine &engine, const OverlayContent &content
     m_root->setParent(contentItem());
     m_root->setParentItem(contentItem());
     m_root->setFocus(true);
-    fitContent();
+    resizeContent();
     connect(&panels, &BottomPanelsModel::messageChanged, this, [this, &panels] {
         announceBlockingMessage(panels.isMessageBlocking() ? panels.messageId() : QString());
     });
@@ -153,7 +153,7 @@ void NonFocusPanel::makeKey()
 {
     if (m_platform.makeKey(*this).state() != Capability::State::Unsupported)
         return;
-    // A system that cannot hand over the keyboard alone: activating is the only way to type.
+    // Fallback where the platform cannot give keyboard focus without activating the window.
     setFlag(Qt::WindowDoesNotAcceptFocus, false);
     requestActivate();
 }
@@ -163,7 +163,7 @@ bool NonFocusPanel::isKeyboardTarget(const QPointF &location) const
     const QQuickItem *target = pressTargetAt(contentItem(), location);
     if (target && target->flags().testFlag(QQuickItem::ItemAcceptsInputMethod))
         return true;
-    // Sheets and dialogs are worked with by keys as a whole.
+    // Sheets and dialogs take the keyboard on a press anywhere inside them.
     for (; target; target = target->parentItem()) {
         if (target->property("takesKeyboard").toBool())
             return true;
@@ -182,18 +182,18 @@ void NonFocusPanel::mousePressEvent(QMouseEvent *event)
 void NonFocusPanel::mouseMoveEvent(QMouseEvent *event)
 {
     m_pointer = event->globalPosition();
-    // Positions on the screen, not in the window: the window follows later, and what it reports
-    // meanwhile would be counted twice.
+    // Use screen coordinates: the window moves asynchronously, so a delta in window coordinates
+    // would be applied twice.
     if (m_dragStart) {
-        m_draggedTo = QRect((m_pointer - *m_dragStart).toPoint(), size());
-        setPosition(m_draggedTo->topLeft());
+        m_draggedFrame = QRect((m_pointer - *m_dragStart).toPoint(), size());
+        setPosition(m_draggedFrame->topLeft());
         event->accept();
         return;
     }
     if (m_resize) {
-        m_draggedTo = OverlayGeometry::resized(m_resize->frame, m_resize->edges,
-                                               (m_pointer - m_resize->pointer).toPoint());
-        setGeometry(*m_draggedTo);
+        m_draggedFrame = OverlayGeometry::resized(m_resize->frame, m_resize->edges,
+                                                  (m_pointer - m_resize->pointer).toPoint());
+        setGeometry(*m_draggedFrame);
         event->accept();
         return;
     }
@@ -211,13 +211,13 @@ void NonFocusPanel::endDrag()
 {
     m_dragStart.reset();
     m_resize.reset();
-    if (const auto frame = std::exchange(m_draggedTo, std::nullopt))
-        Q_EMIT draggedTo(*frame);
+    if (const auto frame = std::exchange(m_draggedFrame, std::nullopt))
+        Q_EMIT dragFinished(*frame);
 }
 
 void NonFocusPanel::hideEvent(QHideEvent *event)
 {
-    // The release of a drag under way goes to nobody.
+    // A hidden window does not receive the release event of a drag in progress.
     endDrag();
     QQuickWindow::hideEvent(event);
 }
@@ -225,8 +225,8 @@ void NonFocusPanel::hideEvent(QHideEvent *event)
 void NonFocusPanel::closeEvent(QCloseEvent *event)
 {
     QQuickWindow::closeEvent(event);
-    // Closing from outside (a window manager's shortcut) means the same as the close button.
-    // Queued: the program that ends because of it closes its windows again.
+    // Closing from outside, e.g. by a window manager shortcut, acts like the close button. Queued
+    // because the resulting shutdown closes this window again.
     if (m_overlay && !m_isClosing)
         QMetaObject::invokeMethod(m_overlay, &OverlayModel::close, Qt::QueuedConnection);
 }
@@ -234,10 +234,10 @@ void NonFocusPanel::closeEvent(QCloseEvent *event)
 void NonFocusPanel::resizeEvent(QResizeEvent *event)
 {
     QQuickWindow::resizeEvent(event);
-    fitContent();
+    resizeContent();
 }
 
-void NonFocusPanel::fitContent()
+void NonFocusPanel::resizeContent()
 {
     if (!m_root)
         return;

@@ -21,71 +21,69 @@ class OverlayModel;
 class ResponseScrollbarModel;
 class SettingsModel;
 
-/// What fills the panel. Everything must outlive it.
+/// The models and views shown in the panel. All must outlive it.
 struct OverlayContent
 {
     OverlayModel &overlay;
     BottomPanelsModel &panels;
     HamburgerMenuModel &menu;
     ResponseScrollbarModel &scrollbar;
-    /// Component shown as the answer, created after the first frame; empty for none.
+    /// QML component that displays the answer, created after the first frame; empty for none.
     QUrl responseView;
-    /// Given to the component as its property `host`.
+    /// Passed to the component as its `host` property.
     QObject *responseHost = nullptr;
-    /// The sidebar of stored threads; none without a place for them.
+    /// Model of the History sidebar; null if threads are not stored.
     HistoryModel *history = nullptr;
-    /// What the settings sheet shows; none for a panel without settings.
+    /// Model of the settings sheet; null for a panel without settings.
     SettingsModel *settings = nullptr;
 };
 
-/// The floating panel: frameless, above other windows, never activated by being shown or clicked.
+/// The floating panel: a frameless, always-on-top window that is not activated when shown or
+/// clicked.
 ///
-/// A press on something that takes text, or anywhere in an item with a true property
-/// `takesKeyboard`, asks the platform for the keyboard; every other press leaves it with the
-/// program the user works in. Dragging the free areas moves the panel, dragging its edges resizes
-/// it. Escape never closes it. Main thread only.
+/// A press on a text input, or anywhere inside an item whose `takesKeyboard` property is true,
+/// requests keyboard focus from the platform; any other press leaves the focus with the active
+/// application. Dragging empty areas moves the panel, dragging its edges resizes it. Escape never
+/// closes it. Main thread only.
 class NonFocusPanel : public QQuickWindow
 {
     Q_OBJECT
     QML_ELEMENT
     QML_UNCREATABLE("The overlay's own window")
 public:
-    /// Width of the strips along the edges that resize the panel, in points.
-    static constexpr int resizeMargin = 6;
-
-    /// @param platform must outlive the panel; its one compositing handler is taken by the panel
-    ///        when it gets its content.
+    /// @param platform must outlive the panel; setContent() replaces its only compositing handler
     explicit NonFocusPanel(PanelWindow &platform, QWindow *parent = nullptr);
     ~NonFocusPanel() override;
 
-    /// Builds the overlay's view inside the panel and ties it to the panel's size. Once only; a
-    /// view that does not load is a programming error.
-    /// @param engine must have the program's QML modules; outlives the panel
+    /// Creates the overlay's view and keeps it at the panel's size. Call once. Aborts if the view
+    /// cannot be loaded.
+    /// @param engine must provide the program's QML modules and outlive the panel
     void setContent(QQmlEngine &engine, const OverlayContent &content);
-    /// Closes the panel on the program's own behalf. Any other way of closing it counts as a press
-    /// of the close button.
+    /// Closes the panel without emitting OverlayModel::closeRequested(). Closing it in any other
+    /// way acts like a press of the close button.
     bool close();
     /// The view built by setContent().
     QQuickItem *overlayItem() const { return m_root; }
 
-    /// Where the pointer was pressed inside the window while the panel is being moved.
+    /// Position of the press in window coordinates while the panel is being moved, else nullopt.
     const std::optional<QPointF> &dragStart() const { return m_dragStart; }
 
-    /// A left press reached the panel's background.
+    /// Starts moving the panel. Called on a left press on the background, in window coordinates.
     Q_INVOKABLE void mouseDown(QPointF location);
-    /// A left press reached a resize handle.
+    /// Starts resizing. Called on a left press on a resize handle.
+    /// @param edges Qt::Edges to move
     Q_INVOKABLE void beginResize(int edges);
-    /// Asks the platform for the keyboard focus.
+    /// Requests keyboard focus; activates the window where the platform cannot do less.
     Q_INVOKABLE void makeKey();
-    /// Gives the keyboard back to whoever had it before makeKey().
+    /// Returns keyboard focus to the window that had it before makeKey().
     void resignKey() { m_platform.resignKey(*this); }
 
 Q_SIGNALS:
-    /// Assistive programs were told that the message on @p card now stops the user.
+    /// An accessibility alert was sent for a new blocking message.
     void blockingMessageAnnounced(QQuickItem *card);
-    /// A drag has moved or resized the panel and has ended, also because the panel was hidden. The
-    /// window itself may report the last frame only later.
-    void draggedTo(const QRect &frame);
+    /// A drag that moved or resized the panel has ended, by release or by hiding the panel. The
+    /// window's geometry() may not have reached @p frame yet.
+    void dragFinished(const QRect &frame);
 
 protected:
     void mousePressEvent(QMouseEvent *event) override;
@@ -103,19 +101,20 @@ private:
         QRect frame;
     };
 
-    /// Whether a press there asks for the keyboard.
+    /// Whether a press at @p location, in window coordinates, requests keyboard focus.
     bool isKeyboardTarget(const QPointF &location) const;
     void endDrag();
-    /// Tells assistive programs that a message now stops the user; once per message.
+    /// Sends an accessibility alert for the blocking message @p id, once per message; empty for
+    /// none.
     void announceBlockingMessage(const QString &id);
-    void fitContent();
+    void resizeContent();
 
     PanelWindow &m_platform;
     QQuickItem *m_root = nullptr;
     OverlayModel *m_overlay = nullptr;
     std::optional<QPointF> m_dragStart;
     std::optional<Resize> m_resize;
-    std::optional<QRect> m_draggedTo;
+    std::optional<QRect> m_draggedFrame;
     QPointF m_pointer;
     bool m_isClosing = false;
     QString m_announcedMessageId;

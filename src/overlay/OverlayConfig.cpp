@@ -19,7 +19,7 @@ void OverlayConfig::applyConfigAtStart(const AppConfigResponse &config)
 {
     m_collaborators.messages.updateUsage(config.tokensUsed, config.tokenCap);
     m_collaborators.models.setOffer(config.availableModels, config.model);
-    // A local problem keeps the user from working at all, so it takes precedence.
+    // A local problem prevents use of the program altogether, so it takes precedence.
     const auto local = m_collaborators.permissions
                            ? m_collaborators.permissions->pendingAdminMessage()
                            : std::nullopt;
@@ -39,8 +39,8 @@ void OverlayConfig::applyConfig(const AppConfigResponse &config)
         m_collaborators.messages.setCurrentAdminMessage(config.adminMessage);
         return;
     }
-    // A message made here speaks of a refusal that the backend's record does not know about. Where
-    // nothing else is to be said, the problems found at start-up are, while they last.
+    // Keep a locally generated message: the backend does not know about it, so its absence from the
+    // configuration does not dismiss it. Otherwise fall back to unresolved start-up problems.
     const auto &shown = m_collaborators.messages.currentAdminMessage();
     if (!shown || !shown->id.startsWith(QLatin1String("local_")))
         m_collaborators.messages.setCurrentAdminMessage(
@@ -59,7 +59,7 @@ void OverlayConfig::startupMessageChanged()
     const auto &shown = m_collaborators.messages.currentAdminMessage();
     if (shown && shown->id != QLatin1String(PermissionChecker::messageId))
         return;
-    // Beneath it the backend's own message may have waited.
+    // Without start-up problems, show the backend message they replaced.
     const auto &config = m_collaborators.session.currentConfig();
     const auto &pending = m_collaborators.permissions->pendingAdminMessage();
     m_collaborators.messages.setCurrentAdminMessage(pending  ? pending

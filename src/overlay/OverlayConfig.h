@@ -12,14 +12,14 @@ class QueryOrchestrator;
 class ServiceMessages;
 class SessionManager;
 
-/// What the backend's configuration means for the overlay: usage, the models on offer and the
-/// message on show; and how the problems found at start-up share the card with it. Nothing here
-/// takes the focus, the typed text or the answer away. Main thread only.
+/// Applies the backend's configuration to the overlay: usage, available models and the message
+/// card, which it shares with problems found at start-up. Never changes the focus, the prompt text
+/// or the answer. Main thread only.
 class OverlayConfig : public QObject
 {
     Q_OBJECT
 public:
-    /// All borrowed.
+    /// All must outlive this object.
     struct Collaborators
     {
         SessionManager &session;
@@ -32,11 +32,11 @@ public:
 
     explicit OverlayConfig(const Collaborators &collaborators);
 
-    /// The configuration that sign-in brought.
+    /// Applies the configuration received at sign-in.
     void applyConfigAtStart(const AppConfigResponse &config);
-    /// A refreshed configuration has arrived.
+    /// Applies a refreshed configuration.
     void applyConfig(const AppConfigResponse &config);
-    /// The user has turned to the program, perhaps after granting what it lacked.
+    /// Rechecks permissions: the user may have granted one while another application was active.
     void handleAppDidBecomeActive();
 
 private:

@@ -7,14 +7,15 @@ namespace quellora {
 
 QRectF OverlayGeometry::responseRect(const QSizeF &window, double bottomPanelsHeight)
 {
-    const double height = std::max(window.height() - barH - stripH - bottomPanelsHeight, 0.0);
+    const double height =
+        std::max(window.height() - barHeight - stripHeight - bottomPanelsHeight, 0.0);
     return {0, window.height() - bottomPanelsHeight - height,
             std::max(window.width() - responseScrollbarWidth, 0.0), height};
 }
 
 double OverlayGeometry::availablePanelsHeight(const QSizeF &window)
 {
-    return std::max(window.height() - barH - stripH, 0.0);
+    return std::max(window.height() - barHeight - stripHeight, 0.0);
 }
 
 bool OverlayGeometry::isCompact(const QSizeF &window)
@@ -34,20 +35,21 @@ QRect OverlayGeometry::fitted(const QRect &frame, Keep keep, const QList<QRect> 
     const auto fittedTo = [&](const QRect &area) {
         const int width = std::min(frame.width(), std::max(area.width(), minWindowWidth));
         const int height = std::min(frame.height(), std::max(area.height(), minWindowHeight));
-        const int kept = keep == Keep::Panel ? height : qRound(barH);
-        // Left and top come last: what does not fit sticks out at the other sides.
+        const int requiredHeight = keep == Keep::Panel ? height : qRound(barHeight);
+        // Clamp left and top last, so a frame that does not fit overflows at the right and bottom.
         const int x = std::max(std::min(frame.x(), area.x() + area.width() - width), area.x());
-        const int y = std::max(std::min(frame.y(), area.y() + area.height() - kept), area.y());
+        const int y =
+            std::max(std::min(frame.y(), area.y() + area.height() - requiredHeight), area.y());
         return QRect(x, y, width, height);
     };
-    const auto change = [&](const QRect &other) {
+    const auto cost = [&](const QRect &other) {
         return std::abs(other.x() - frame.x()) + std::abs(other.y() - frame.y()) + frame.width() -
                other.width() + frame.height() - other.height();
     };
     QRect best = frame;
     for (qsizetype i = 0; i < visibleAreas.size(); ++i) {
         const QRect candidate = fittedTo(visibleAreas.at(i));
-        if (i == 0 || change(candidate) < change(best))
+        if (i == 0 || cost(candidate) < cost(best))
             best = candidate;
     }
     return best;

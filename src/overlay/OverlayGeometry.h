@@ -11,47 +11,48 @@
 
 namespace quellora {
 
-/// Fixed measures and rectangles of the overlay, in points. y grows downward unless said otherwise.
+/// Layout constants and geometry of the overlay, in points, with y downward unless stated
+/// otherwise.
 struct OverlayGeometry
 {
     static constexpr int minWindowWidth = 320;
     static constexpr int minWindowHeight = 280;
     static constexpr int defaultZoomOutWidth = 624;
     static constexpr int defaultZoomOutHeight = 744;
-    static constexpr double barH = 34;
-    static constexpr double stripH = 38;
+    static constexpr double barHeight = 34;
+    static constexpr double stripHeight = 38;
     static constexpr double responseScrollbarWidth = 28;
-    static constexpr double leftBorderWidth = 4;
     static constexpr double compactBelowWidth = 440;
     static constexpr double compactBelowHeight = 420;
 
-    /// The area of the answer, whose pointer events go to the application underneath.
+    /// The answer's rectangle in the window, which clicks pass through.
     static QRectF responseRect(const QSizeF &window, double bottomPanelsHeight);
-    /// Height that the bottom panels may share with the answer.
+    /// Height shared by the answer and the bottom panels.
     static double availablePanelsHeight(const QSizeF &window);
     static bool isCompact(const QSizeF &window);
-    /// Top-left corner of a panel whose lower-left corner lies at @p offset from the lower-left
-    /// corner of the screen's visible area, x rightward and y upward.
+    /// Top-left corner of a panel whose bottom-left corner is at @p offset from the bottom-left
+    /// corner of the screen's available area. In @p offset, y grows upward.
     static QPoint initialPosition(const QRect &visibleArea, const QPointF &offset,
                                   const QSize &window);
-    /// What must be on a screen.
+    /// The part of the panel that must be on a screen.
     enum class Keep {
-        /// The whole panel, as far as a screen holds one of the minimum size.
+        /// The whole panel, if the screen has room for the minimum size.
         Panel,
-        /// The control bar: the user lets the rest hang over the screen's edge.
+        /// Only the control bar: the user has moved the rest off the screen's bottom edge.
         Bar,
     };
-    /// The frame nearest to @p frame, by movement and shrinking together, that lies on one of the
-    /// screens. It moves in by as little as needed; a panel larger than the screen shrinks, down to
-    /// the minimum size, and only then sticks out at the right and at the bottom.
-    /// @param visibleAreas of the screens, the preferred one first; empty leaves the frame as it is
+    /// Moves @p frame onto the screen that needs the least change, i.e. the smallest sum of
+    /// distance moved and size lost. A frame larger than the screen shrinks to fit, down to the
+    /// minimum size, and then overflows at the right and bottom.
+    /// @param visibleAreas available areas of the screens; ties go to the first. If empty, returns
+    ///        @p frame unchanged.
     static QRect fitted(const QRect &frame, Keep keep, const QList<QRect> &visibleAreas);
-    /// Frame after un-zooming: the remembered one, else the built-in size in the middle of the
-    /// visible area, else at the origin when there is no screen.
+    /// Frame after un-zooming: @p priorFrame, else the default size centred in the available area,
+    /// else the default size at the origin if there is no screen.
     static QRect restoredFrame(const std::optional<QRect> &priorFrame,
                                const std::optional<QRect> &visibleArea);
-    /// @p frame with some of its edges moved by @p delta, never smaller than the minimum size; the
-    /// opposite edges stay where they are.
+    /// @p frame with @p edges moved by @p delta, but not below the minimum size. The opposite edges
+    /// do not move.
     static QRect resized(const QRect &frame, Qt::Edges edges, const QPoint &delta);
 };
 

@@ -26,14 +26,14 @@ void OverlayHistory::attach(NonFocusPanel &panel, OverlayModel &overlay, Hamburg
     connect(&m_history, &HistoryController::openChanged, &overlay,
             [this, &overlay] { overlay.setSheetOpen(m_history.isHistorySidebarOpen()); });
     connect(&m_history, &HistoryController::openChanged, &panel,
-            [this, &panel] { passKeyboard(panel); });
+            [this, &panel] { updateKeyboardFocus(panel); });
     connect(&m_history, &HistoryController::threadOpened, &orchestrator,
             &QueryOrchestrator::showCurrentThread);
     connect(&m_history, &HistoryController::threadDeleted, &orchestrator,
             &QueryOrchestrator::discardAnswers);
 }
 
-void OverlayHistory::passKeyboard(NonFocusPanel &panel)
+void OverlayHistory::updateKeyboardFocus(NonFocusPanel &panel)
 {
     if (m_history.isHistorySidebarOpen()) {
         m_tookKeyboard = !panel.isActive();

@@ -12,19 +12,19 @@ class NonFocusPanel;
 class OverlayModel;
 class QueryOrchestrator;
 
-/// The overlay's part of the stored threads: the sidebar over the panel, and what opening or
-/// deleting a thread means for the answer on show. Main thread only.
+/// Connects the History sidebar to the overlay: opening and closing it, and updating the displayed
+/// answer when a thread is opened or deleted. Main thread only.
 class OverlayHistory : public QObject
 {
     Q_OBJECT
 public:
     OverlayHistory(ThreadLibrary &library, ThreadController &threads, const Vocabulary &words);
 
-    /// Offers the sidebar in the menu and follows the user's choices from then on. Once. Everything
-    /// must outlive this object, but for the panel, which goes before the model that it shows.
+    /// Adds History to the menu and connects the sidebar. Call once. All arguments must outlive
+    /// this object, except @p panel, which must be destroyed before the model it shows.
     void attach(NonFocusPanel &panel, OverlayModel &overlay, HamburgerMenuModel &menu,
                 QueryOrchestrator &orchestrator);
-    /// Opens the sidebar, which has the keyboard while it is open, or closes it.
+    /// Toggles the sidebar, which has keyboard focus while open.
     void historyButtonClicked();
     void close() { m_history.close(); }
 
@@ -32,17 +32,18 @@ public:
     HistoryModel &model() { return m_model; }
 
 Q_SIGNALS:
-    /// Whatever else covers the panel has to go first.
+    /// Emitted before the sidebar opens, so that other sheets can close.
     void aboutToOpen();
-    /// The current thread has been deleted: the answer's area is to be emptied.
+    /// The current thread was deleted; the answer must be cleared.
     void currentThreadDeleted();
 
 private:
-    void passKeyboard(NonFocusPanel &panel);
+    /// Takes keyboard focus when the sidebar opens and returns it when it closes.
+    void updateKeyboardFocus(NonFocusPanel &panel);
 
     HistoryController m_history;
     HistoryModel m_model;
-    /// Whether another program had the keyboard when the sidebar opened.
+    /// Whether opening the sidebar took keyboard focus from another application.
     bool m_tookKeyboard = false;
 };
 

@@ -12,7 +12,7 @@ namespace quellora {
 
 namespace {
 
-OverlayModel::SaveState shown(SaveState::Kind kind)
+OverlayModel::SaveState toModelState(SaveState::Kind kind)
 {
     switch (kind) {
     case SaveState::Kind::Saving:
@@ -71,18 +71,18 @@ void OverlayMirror::refreshThread()
     const auto &session = m_collaborators.threads.currentSession();
     const bool isEmpty = !session || (session->turns.isEmpty() && session->notes.isEmpty() &&
                                       session->screenshots.isEmpty());
-    // The first question names its thread while its answer is still under way.
-    const QString asked = m_collaborators.orchestrator.shownPrompt();
-    if (session && session->turns.isEmpty() && !session->customTitle && !asked.isEmpty())
-        m_collaborators.overlay.setTitle(CaptureSession::firstLine(asked));
+    // Until the first turn is complete, the pending prompt is the title of a new thread.
+    const QString pendingPrompt = m_collaborators.orchestrator.shownPrompt();
+    if (session && session->turns.isEmpty() && !session->customTitle && !pendingPrompt.isEmpty())
+        m_collaborators.overlay.setTitle(CaptureSession::firstLine(pendingPrompt));
     else
         m_collaborators.overlay.setTitle(
             isEmpty ? QString() : session->customTitle.value_or(session->previewText()));
     const SaveState saved = m_collaborators.threads.saveState();
-    m_collaborators.overlay.setSaveState(shown(saved.kind), saved.reason);
+    m_collaborators.overlay.setSaveState(toModelState(saved.kind), saved.reason);
     m_collaborators.overlay.setThreadCovered(m_collaborators.display.content() ==
                                                  ResponseDisplay::Content::Message &&
-                                             (!isEmpty || !asked.isEmpty()));
+                                             (!isEmpty || !pendingPrompt.isEmpty()));
     m_collaborators.overlay.setHasAnswer(session && !session->turns.isEmpty());
 }
 

@@ -12,13 +12,13 @@ class ResponseDisplay;
 class ServiceMessages;
 class ThreadController;
 
-/// Keeps what the overlay's views show equal to the state behind them: the message and the usage,
-/// the thread, and what is under way. Main thread only.
+/// Copies application state into the overlay's view models whenever it changes: service message,
+/// usage, current thread and activity. Main thread only.
 class OverlayMirror : public QObject
 {
     Q_OBJECT
 public:
-    /// All borrowed.
+    /// All must outlive this object.
     struct Collaborators
     {
         const ServiceMessages &messages;

@@ -11,12 +11,12 @@ namespace quellora {
 
 namespace {
 
-constexpr double usageShownFrom = 80.0;
-constexpr double usageRedFrom = 95.0;
+constexpr double usageBadgeThreshold = 80.0;
+constexpr double usageRedThreshold = 95.0;
 constexpr qint64 msPerSecond = 1000;
 constexpr qsizetype maximumTitleLength = 2000;
 
-std::function<qint64()> systemClock()
+std::function<qint64()> monotonicClock()
 {
     QElapsedTimer timer;
     timer.start();
@@ -26,11 +26,11 @@ std::function<qint64()> systemClock()
 } // namespace
 
 OverlayModel::OverlayModel(std::function<qint64()> clock, QObject *parent)
-    : QObject(parent), m_clock(clock ? std::move(clock) : systemClock())
+    : QObject(parent), m_clock(clock ? std::move(clock) : monotonicClock())
 {
-    m_timer.setParent(this);
-    m_timer.setSingleShot(true);
-    connect(&m_timer, &QTimer::timeout, this, &OverlayModel::tick);
+    m_statusTimer.setParent(this);
+    m_statusTimer.setSingleShot(true);
+    connect(&m_statusTimer, &QTimer::timeout, this, &OverlayModel::tick);
     m_noticeTimer.setParent(this);
     m_noticeTimer.setObjectName(QStringLiteral("noticeTimer"));
     m_noticeTimer.setSingleShot(true);
@@ -72,11 +72,11 @@ void OverlayModel::setCompositing(bool isCompositing)
 
 void OverlayModel::setTitle(const QString &title)
 {
-    // The strip shows a part of it; laying out a megabyte would hold everything up.
-    const QString oneLine = title.left(maximumTitleLength).simplified();
-    if (oneLine == m_title)
+    // Truncated because laying out a very long title would block the UI.
+    const QString singleLine = title.left(maximumTitleLength).simplified();
+    if (singleLine == m_title)
         return;
-    m_title = oneLine;
+    m_title = singleLine;
     Q_EMIT stripChanged();
 }
 
@@ -193,12 +193,12 @@ void OverlayModel::scheduleTick()
 {
     const qint64 elapsed = m_clock() - m_startedAt;
     if (isAnswering())
-        m_timer.start(
+        m_statusTimer.start(
             int(std::max<qint64>((elapsed / msPerSecond + 1) * msPerSecond - elapsed, 1)));
     else if (m_isStoppedShown)
-        m_timer.start(int(std::max<qint64>(stoppedNoticeMs - elapsed, 1)));
+        m_statusTimer.start(int(std::max<qint64>(stoppedNoticeMs - elapsed, 1)));
     else
-        m_timer.stop();
+        m_statusTimer.stop();
 }
 
 void OverlayModel::tick()
@@ -219,7 +219,7 @@ void OverlayModel::tick()
 
 void OverlayModel::showNotice(const QString &text)
 {
-    // It leaves first: assistive programs announce what appears, not what stays.
+    // Clear first: screen readers announce a notice when it appears, not when its text changes.
     clearNotice();
     m_notice = text.simplified();
     if (m_notice.isEmpty())
@@ -249,12 +249,12 @@ OverlayModel::UsageTier OverlayModel::usageTier() const
 {
     if (!isUsageShown())
         return UsageTier::Grey;
-    return *m_usage >= usageRedFrom ? UsageTier::Red : UsageTier::Amber;
+    return *m_usage >= usageRedThreshold ? UsageTier::Red : UsageTier::Amber;
 }
 
 bool OverlayModel::isUsageShown() const
 {
-    return m_usage && *m_usage >= usageShownFrom;
+    return m_usage && *m_usage >= usageBadgeThreshold;
 }
 
 int OverlayModel::usagePercent() const
@@ -276,7 +276,7 @@ void OverlayModel::setMenuOpen(bool isOpen)
         return;
     m_isMenuOpen = isOpen;
     Q_EMIT isMenuOpenChanged();
-    announceGeometry();
+    updateClickThrough();
 }
 
 void OverlayModel::setSheetOpen(bool isOpen)
@@ -284,7 +284,7 @@ void OverlayModel::setSheetOpen(bool isOpen)
     if (isOpen == m_isSheetOpen)
         return;
     m_isSheetOpen = isOpen;
-    announceGeometry();
+    updateClickThrough();
 }
 
 void OverlayModel::setWindowSize(const QSizeF &size)
@@ -294,7 +294,7 @@ void OverlayModel::setWindowSize(const QSizeF &size)
     m_windowSize = size;
     Q_EMIT windowSizeChanged();
     Q_EMIT geometryChanged();
-    announceGeometry();
+    updateClickThrough();
 }
 
 void OverlayModel::setBottomPanelsHeight(double points)
@@ -303,7 +303,7 @@ void OverlayModel::setBottomPanelsHeight(double points)
         return;
     m_bottomPanelsHeight = points;
     Q_EMIT geometryChanged();
-    announceGeometry();
+    updateClickThrough();
 }
 
 double OverlayModel::availablePanelsHeight() const
@@ -325,19 +325,19 @@ QRect OverlayModel::clickThroughRect() const
 {
     if (m_isMenuOpen || m_isSheetOpen)
         return {};
-    // Rounded inward: a control at the border must never lose its edge to the program underneath.
+    // Round inward, so that no adjacent control becomes click-through at its edge.
     const QRectF rect = responseRect();
     const int left = int(std::ceil(rect.left()));
     const int top = int(std::ceil(rect.top()));
     return {left, top, int(std::floor(rect.right())) - left, int(std::floor(rect.bottom())) - top};
 }
 
-void OverlayModel::announceGeometry()
+void OverlayModel::updateClickThrough()
 {
     const QRect rect = clickThroughRect();
-    if (rect == m_announcedClickThrough)
+    if (rect == m_lastClickThroughRect)
         return;
-    m_announcedClickThrough = rect;
+    m_lastClickThroughRect = rect;
     Q_EMIT clickThroughRectChanged();
 }
 

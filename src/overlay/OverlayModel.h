@@ -16,9 +16,9 @@
 
 namespace quellora {
 
-/// What the overlay's frame shows: opacity, theme, the strip below the control bar, and the
-/// rectangle of the answer. The owner sets it; the signals say what the user asked for. Main thread
-/// only. Its timers run only while an answer is under way, "Stopped" or a notice is shown.
+/// State of the overlay's frame: opacity, theme, status strip and layout. The owner calls the
+/// setters; the *Requested signals report user actions. Timers run only while an answer is pending
+/// or streaming, or while "Stopped" or a notice is shown. Main thread only.
 class OverlayModel : public QObject
 {
     Q_OBJECT
@@ -54,27 +54,27 @@ public:
     Q_ENUM(Activity)
     enum class Status { Ready, Capturing, Waiting, Streaming, Stopped, Blocked, Answer };
     Q_ENUM(Status)
-    /// How far the thread is on the disk; None where it is not kept.
+    /// Save state of the current thread; None if it is not stored.
     enum class SaveState { None, Saving, Saved, Failed };
     Q_ENUM(SaveState)
     enum class UsageTier { Grey, Amber, Red };
     Q_ENUM(UsageTier)
 
-    /// How long "Stopped" stays, in milliseconds.
+    /// How long "Stopped" is shown, in milliseconds.
     static constexpr int stoppedNoticeMs = 4000;
-    /// How long a notice stays, in milliseconds.
+    /// How long a notice is shown, in milliseconds.
     static constexpr int noticeMs = 6000;
 
-    /// @param clock monotonic milliseconds; empty uses the system's
+    /// @param clock returns monotonic time in milliseconds; empty for the system clock
     explicit OverlayModel(std::function<qint64()> clock = {}, QObject *parent = nullptr);
 
     double currentAlpha() const { return m_currentAlpha; }
-    /// Opacity of the response area's background, clamped to 0..1.
+    /// Sets the opacity of the response area's background, clamped to 0..1.
     void setCurrentAlpha(double alpha);
     void setAppliedTheme(AppTheme theme);
     AppTheme appliedTheme() const { return m_theme; }
     bool isLightTheme() const { return m_theme == AppTheme::Light; }
-    /// Colour of the backdrop and of the background layer behind the answer.
+    /// Colour of the two background layers behind the answer.
     QColor responseColor() const;
     QColor leftBorderColor() const { return QColor::fromRgbF(0.07f, 0.07f, 0.11f, 0.9f); }
     bool isCompositing() const { return m_isCompositing; }
@@ -82,41 +82,39 @@ public:
     void setCompositing(bool isCompositing);
 
     QString title() const { return m_title; }
-    /// Title of the thread; empty shows "Ready".
+    /// Sets the thread's title, reduced to one line; "Ready" is shown if it is empty.
     void setTitle(const QString &title);
     SaveState saveState() const { return m_saveState; }
-    /// Why the thread could not be saved; empty unless it could not.
+    /// Why saving the thread failed; empty unless the state is Failed.
     QString saveProblem() const { return m_saveProblem; }
     void setSaveState(SaveState state, const QString &problem = {});
-    /// Waiting starts the seconds at 0; Streaming goes on counting.
+    /// Waiting restarts the seconds counter; changing from Waiting to Streaming does not.
     void setActivity(Activity activity);
-    Activity activity() const { return m_activity; }
-    /// Shows "Stopped" for a while, until something else happens.
+    /// Shows "Stopped" for stoppedNoticeMs or until the next activity starts.
     void showStopped();
     void setSendingBlocked(bool isBlocked);
-    /// A page that is not the thread's, such as an error, stands where the thread was.
+    /// Whether another page, such as an error, is shown instead of the current thread.
     bool isThreadCovered() const { return m_isThreadCovered; }
     void setThreadCovered(bool isCovered);
-    bool hasAnswer() const { return m_hasAnswer; }
     void setHasAnswer(bool hasAnswer);
-    /// What the right end of the strip shows: the activity, else "Stopped", else the block, else
-    /// the answer's copy button.
+    /// What the right end of the strip shows, in order of precedence: activity, "Stopped", blocked
+    /// sending, the copy button of an answer, nothing.
     Status status() const;
     QString statusText() const;
-    /// "2 s" while waiting or streaming, else empty.
+    /// Elapsed time, e.g. "2 s", while waiting or streaming; else empty.
     QString secondsText() const;
-    /// Something is under way that Stop ends.
+    /// Whether there is an activity that Stop can cancel.
     bool canStop() const { return m_activity != Activity::Idle; }
-    /// What showNotice() was told last, for as long as it is shown; else empty.
+    /// The notice currently shown; empty if none.
     QString notice() const { return m_notice; }
-    /// Says in the place of the title, for a while, that something the user asked for did not
-    /// happen. The status, Stop and the thread are left as they are; a newer notice replaces an
-    /// older one. Assistive programs announce it, also when it is the same text once more.
+    /// Shows @p text, usually why a user action failed, instead of the title for noticeMs. Does not
+    /// affect the status, Stop or the thread. Replaces the current notice; screen readers announce
+    /// it even if the text is the same. An empty text removes the notice.
     void showNotice(const QString &text);
     QString stopShortcut() const { return m_stopShortcut; }
-    /// @param display the keys that stop an answer, in their display form
+    /// @param display shortcut that stops an answer, in display form
     void setStopShortcut(const QString &display);
-    /// @param percent used share of the allowance; nothing when no allowance is known
+    /// @param percent used share of the allowance; nullopt if the allowance is unknown
     void setUsage(std::optional<double> percent);
     UsageTier usageTier() const;
     bool isUsageShown() const;
@@ -125,7 +123,7 @@ public:
 
     bool isMenuOpen() const { return m_isMenuOpen; }
     void setMenuOpen(bool isOpen);
-    /// A side sheet covers the answer, which then takes clicks.
+    /// Whether a sheet covers the answer, which disables click-through.
     void setSheetOpen(bool isOpen);
 
     /// Size of the panel in points.
@@ -135,22 +133,23 @@ public:
     double availablePanelsHeight() const;
     bool isCompact() const;
     QRectF responseRect() const;
-    /// responseRect() in whole points while clicks pass through it; empty while the menu or a sheet
-    /// is open.
+    /// The rectangle that clicks pass through: responseRect() rounded inward to whole points; empty
+    /// while the menu or a sheet is open.
     QRect clickThroughRect() const;
 
-    // What the view asks for.
+    // Called by the view.
     Q_INVOKABLE void close() { Q_EMIT closeRequested(); }
     Q_INVOKABLE void minimize() { Q_EMIT minimizeRequested(); }
     Q_INVOKABLE void zoom() { Q_EMIT zoomRequested(); }
     Q_INVOKABLE void moveSlider(double value);
     Q_INVOKABLE void toggleMenu() { Q_EMIT menuToggled(); }
-    /// Nothing while no answer is under way.
+    /// No effect unless canStop().
     Q_INVOKABLE void stop();
+    /// No effect without an answer.
     Q_INVOKABLE void copyAnswer();
-    /// Nothing unless the thread could not be saved.
+    /// No effect unless saving has failed.
     Q_INVOKABLE void retrySaving();
-    /// Nothing while the thread is not covered.
+    /// No effect unless isThreadCovered().
     Q_INVOKABLE void backToThread();
     Q_INVOKABLE void clickUsage() { Q_EMIT usageClicked(); }
 
@@ -175,9 +174,8 @@ Q_SIGNALS:
     void usageChanged();
     void isMenuOpenChanged();
     void windowSizeChanged();
-    /// The window's size or the height of the bottom panels changed.
+    /// The window size or the height of the bottom panels has changed.
     void geometryChanged();
-    /// clickThroughRect() has a new value.
     void clickThroughRectChanged();
 
 private:
@@ -185,10 +183,11 @@ private:
     void tick();
     void scheduleTick();
     void clearNotice();
-    void announceGeometry();
+    /// Emits clickThroughRectChanged() if the rectangle differs from the last one reported.
+    void updateClickThrough();
 
     std::function<qint64()> m_clock;
-    QTimer m_timer;
+    QTimer m_statusTimer;
     QTimer m_noticeTimer;
     double m_currentAlpha = 0.88;
     AppTheme m_theme = AppTheme::Dark;
@@ -210,7 +209,7 @@ private:
     bool m_isSheetOpen = false;
     QSizeF m_windowSize;
     double m_bottomPanelsHeight = 0;
-    QRect m_announcedClickThrough;
+    QRect m_lastClickThroughRect;
 };
 
 } // namespace quellora

@@ -18,7 +18,7 @@ FocusScope {
     property SettingsModel settings
     property url responseView
     property QtObject responseHost
-    /// The web view is created after the panel's first frame, so that the panel appears sooner.
+    /// Set after the panel's first frame: creating the web view late makes the panel appear sooner.
     property bool isResponseActive: false
     readonly property bool compact: overlay.isCompact
     readonly property real corner: overlay.isCompositing ? Tokens.radiusWindow : 0
@@ -46,7 +46,7 @@ FocusScope {
             item = item.parent
         return item !== null && item === outer
     }
-    /// Moves the focus out of covered items. The answer may have it while the menu is open.
+    /// Moves the focus back into the open scope. The answer may keep it while the menu is open.
     function keepFocus() {
         const scope = keyboardScope()
         const item = Window.activeFocusItem
@@ -65,6 +65,7 @@ FocusScope {
         else
             bottom.closeModelList()
     }
+    /// Moves the focus to the next (1) or previous (-1) of prompt, strip and answer.
     function cycleFocus(direction) {
         const scope = keyboardScope()
         if (scope) {
@@ -73,23 +74,23 @@ FocusScope {
             return
         }
         const control = strip.firstControl()
-        const stops = [bottom.promptItem]
+        const regions = [bottom.promptItem]
         if (control)
-            stops.push(control)
+            regions.push(control)
         if (response.item)
-            stops.push(response)
+            regions.push(response)
         const inStrip = strip.activeFocus && control
-        let at = inStrip ? 1 : response.activeFocus ? stops.indexOf(response) : 0
+        let current = inStrip ? 1 : response.activeFocus ? regions.indexOf(response) : 0
         if (!inStrip && !response.activeFocus && !bottom.promptItem.activeFocus)
-            at = direction > 0 ? -1 : 1
-        const next = stops[(at + direction + stops.length) % stops.length]
+            current = direction > 0 ? -1 : 1
+        const next = regions[(current + direction + regions.length) % regions.length]
         // The loader itself is not focusable; the page inside it is.
         const inner = next === response ? next.nextItemInFocusChain(true) : null
         const target = isWithin(inner, response) ? inner : next
         target.forceActiveFocus(Qt.TabFocusReason)
     }
 
-    // Presses that no control accepts drag the panel.
+    // Presses not accepted by any control drag the panel.
     MouseArea {
         objectName: "dragArea"
         anchors.fill: parent
@@ -97,7 +98,7 @@ FocusScope {
         onPressed: mouse => root.panelWindow.mouseDown(Qt.point(mouse.x, mouse.y))
     }
 
-    // Opaque background for translucent colours on systems without a compositor.
+    // Opaque background behind the translucent colours when there is no compositor.
     Rectangle {
         anchors.fill: parent
         visible: !root.overlay.isCompositing
@@ -145,7 +146,7 @@ FocusScope {
         }
     }
 
-    // Declared before the items above it, to be first in the Tab order.
+    // Declared before the items shown above it, so that it comes first in the Tab order.
     BottomPanelsView {
         id: bottom
         objectName: "bottomPanels"
@@ -260,7 +261,7 @@ FocusScope {
         open: root.overlay.isMenuOpen
         opener: settingsSheet.isOpen ? settingsSheet.firstControl
               : root.isHistoryOpen ? sidebar.item.firstControl : bar.menuButton
-        // Presses pass to the answer, but not to a sheet above it.
+        // Presses pass through to the answer, but not to a sheet that covers it.
         passage: settingsSheet.isOpen || root.isHistoryOpen ? Qt.rect(0, 0, 0, 0)
                                                             : root.overlay.responseRect
     }
@@ -284,7 +285,7 @@ FocusScope {
         onActivated: root.cycleFocus(-1)
     }
     Shortcut {
-        // Escape ends title editing first.
+        // While a title is being edited, Escape ends the editing instead.
         sequence: "Escape"
         enabled: root.keyboardScope() !== null && !root.isRenaming || bottom.isModelListOpen
         onActivated: root.closeTopmost()

@@ -48,7 +48,7 @@ void OverlaySettings::attach(const Targets &targets, const BackendEndpoints &end
         m_targets->display.applyTheme();
     });
 
-    connect(&targets.theme, &ThemeController::themeApplied, this, &OverlaySettings::showTheme);
+    connect(&targets.theme, &ThemeController::themeApplied, this, &OverlaySettings::setTheme);
     connect(&m_settings, &Settings::appearanceChanged, this,
             [this] { m_targets->theme.setMode(m_settings.appearance()); });
     targets.theme.setMode(m_settings.appearance());
@@ -63,29 +63,30 @@ void OverlaySettings::attach(const Targets &targets, const BackendEndpoints &end
     connect(&m_model, &SettingsModel::closeRequested, this, &OverlaySettings::close);
     connect(&m_model, &SettingsModel::helpRequested, this,
             [this, help = endpoints.help()] { m_workspace.openUrl(help); });
-    // Nobody can press a combo for a panel that is not there.
+    // A hidden panel cannot record a hot key.
     connect(&targets.panel, &QWindow::visibleChanged, this, [this](bool isVisible) {
         if (!isVisible)
             m_rebinding.cancelHotkeyCapture();
     });
-    connect(&m_models, &ModelListModel::selectedChanged, this, &OverlaySettings::nameAnswerer);
-    nameAnswerer();
-    followScreens();
+    connect(&m_models, &ModelListModel::selectedChanged, this,
+            &OverlaySettings::updateAnswererName);
+    updateAnswererName();
+    watchScreens();
 }
 
-void OverlaySettings::followScreens()
+void OverlaySettings::watchScreens()
 {
-    const auto offer = [this] {
+    const auto update = [this] {
         m_model.setScreenChoiceOffered(!m_platform.captureTool().allScreensArguments.isEmpty() &&
                                        QGuiApplication::screens().size() > 1);
     };
-    // Queued: the list of screens is complete afterwards.
-    connect(qGuiApp, &QGuiApplication::screenAdded, this, offer, Qt::QueuedConnection);
-    connect(qGuiApp, &QGuiApplication::screenRemoved, this, offer, Qt::QueuedConnection);
-    offer();
+    // Queued because QGuiApplication::screens() is updated after the signal.
+    connect(qGuiApp, &QGuiApplication::screenAdded, this, update, Qt::QueuedConnection);
+    connect(qGuiApp, &QGuiApplication::screenRemoved, this, update, Qt::QueuedConnection);
+    update();
 }
 
-void OverlaySettings::nameAnswerer()
+void OverlaySettings::updateAnswererName()
 {
     const QString name = m_models.answererName();
     m_rebinding.setAnswererName(name);
@@ -134,7 +135,7 @@ void OverlaySettings::applyHotkeys()
     m_targets->panels.setHotkeys(displayTexts(combos, m_words));
 }
 
-void OverlaySettings::showTheme(AppTheme theme)
+void OverlaySettings::setTheme(AppTheme theme)
 {
     m_model.setLightTheme(theme == AppTheme::Light);
     m_targets->overlay.setAppliedTheme(theme);

@@ -25,14 +25,14 @@ class ResponseDisplay;
 class UserDefaults;
 class Workspace;
 
-/// The overlay's part of the settings: opens and closes the sheet, and brings into force what is
-/// not read where it is needed. Main thread only.
+/// Opens and closes the settings sheet, and applies settings that must be pushed to the overlay
+/// when they change: theme, text colour, hot keys and the model's name. Main thread only.
 class OverlaySettings : public QObject
 {
     Q_OBJECT
 public:
-    /// What the settings act on. Everything must outlive this object, but for the panel, which goes
-    /// before the models that it shows.
+    /// What the settings are applied to. All must outlive this object, except the panel, which must
+    /// be destroyed before the models it shows.
     struct Targets
     {
         NonFocusPanel &panel;
@@ -42,35 +42,37 @@ public:
         ResponseDisplay &display;
     };
 
-    /// @param workspace opens the help
-    /// @param configFileHotkeys what resetting a hot key goes back to
-    /// @param defaults keeps the hot keys
+    /// @param workspace opens the help page
+    /// @param defaults stores the hot keys
+    /// @param configFileHotkeys hot keys restored by a reset
     OverlaySettings(Platform &platform, Workspace &workspace, Settings &settings,
                     UserDefaults &defaults, HotkeyManager &hotkeys, ModelListModel &models,
                     const HotkeyCombos &configFileHotkeys);
 
-    /// Applies the settings and follows their changes from then on. Once.
+    /// Applies the settings now and whenever they change. Call once.
     void attach(const Targets &targets, const BackendEndpoints &endpoints);
-    /// Says in the sheet what the desktop cannot give.
+    /// Shows a note in the sheet unless the panel is excluded from screen captures.
     void setCaptureExclusion(const Capability &exclusion);
-    /// Opens the sheet, which has the keyboard while it is open.
+    /// Opens the sheet, which has keyboard focus while open.
     void open();
-    /// Closes it, ends a recording and gives the keyboard back to the program it was taken from.
+    /// Closes the sheet, cancels hot-key recording and returns keyboard focus to where it was
+    /// before.
     void close();
 
     SettingsModel &model() { return m_model; }
     HotkeyRebinding &rebinding() { return m_rebinding; }
 
 Q_SIGNALS:
-    /// Whatever else covers the panel has to go first.
+    /// Emitted before the sheet opens, so that other sheets can close.
     void aboutToOpen();
 
 private:
     void applyHotkeys();
-    /// Brings the name of who answers into every text that has it.
-    void nameAnswerer();
-    void showTheme(AppTheme theme);
-    void followScreens();
+    /// Updates all texts that contain the display name of the answering model.
+    void updateAnswererName();
+    void setTheme(AppTheme theme);
+    /// Offers the choice of screens to capture only while there are several.
+    void watchScreens();
 
     Platform &m_platform;
     Workspace &m_workspace;
@@ -81,7 +83,7 @@ private:
     HotkeyRebinding m_rebinding;
     SettingsModel m_model;
     std::optional<Targets> m_targets;
-    /// Whether another program had the keyboard when the sheet opened.
+    /// Whether opening the sheet took keyboard focus from another application.
     bool m_tookKeyboard = false;
 };
 

@@ -24,8 +24,8 @@ void log(const QString &message)
     Log::event(QStringLiteral("[OverlayWindowController] ") + message);
 }
 
-/// A capability that is not fully there is said once, so that nobody relies on it wrongly.
-void logIfLacking(const Capability &capability)
+/// Warns about a capability that the platform provides only partly or not at all.
+void logIfNotApplied(const Capability &capability)
 {
     if (!capability.isApplied())
         log(QStringLiteral("WARNING: ") + capability.reason());
@@ -35,7 +35,7 @@ void logIfLacking(const Capability &capability)
 
 OverlayWindowController::OverlayWindowController(const VantiroConfig &config,
                                                  Collaborators collaborators)
-    : m_collaborators(begin(std::move(collaborators)))
+    : m_collaborators(logInit(std::move(collaborators)))
     , m_config(config)
     , m_workspace(m_collaborators.platform.workspace())
     , m_panels(m_collaborators.settings)
@@ -81,9 +81,9 @@ OverlayWindowController::~OverlayWindowController()
     m_orchestrator->cancelAll();
 }
 
-OverlayWindowController::Collaborators OverlayWindowController::begin(Collaborators collaborators)
+OverlayWindowController::Collaborators OverlayWindowController::logInit(Collaborators collaborators)
 {
-    // The first line comes before the members are built, whose lines follow it.
+    // Called from the first member initializer, so that "init" precedes the members' log lines.
     log(QStringLiteral("init"));
     return collaborators;
 }
@@ -95,9 +95,9 @@ void OverlayWindowController::configurePanel()
     m_panel.setTitle(QStringLiteral("Quellora"));
     PanelWindow &platform = m_collaborators.platform.panelWindow();
     const Capability exclusion = platform.excludeFromCapture(m_panel);
-    logIfLacking(exclusion);
+    logIfNotApplied(exclusion);
     m_settings.setCaptureExclusion(exclusion);
-    logIfLacking(platform.applyPanelTraits(m_panel));
+    logIfNotApplied(platform.applyPanelTraits(m_panel));
     m_placement.placeInitially();
 }
 
@@ -125,8 +125,8 @@ void OverlayWindowController::wireOverlay()
         log(QStringLiteral("Close button clicked, quitting application"));
         m_collaborators.quit();
     });
-    // There is no Dock or task bar to minimise into: the toggle hot key or the status item brings
-    // the panel back.
+    // The panel has no Dock or task bar entry to minimise to, so hide it. The toggle hot key or the
+    // status item shows it again.
     connect(&m_overlay, &OverlayModel::minimizeRequested, this, [this] {
         if (m_isVisible)
             toggleVisibility();
@@ -135,7 +135,7 @@ void OverlayWindowController::wireOverlay()
             &PanelPlacement::handleZoomButton);
     connect(&m_stream, &StreamingRenderer::showWindowRequested, this,
             &OverlayWindowController::show);
-    connect(&m_panel, &NonFocusPanel::draggedTo, &m_placement, &PanelPlacement::placedByUser);
+    connect(&m_panel, &NonFocusPanel::dragFinished, &m_placement, &PanelPlacement::setUserFrame);
     connect(&m_overlay, &OverlayModel::sliderMoved, this, &OverlayWindowController::sliderChanged);
     connect(&m_overlay, &OverlayModel::menuToggled, this,
             &OverlayWindowController::toggleHamburgerMenu);
@@ -184,7 +184,7 @@ void OverlayWindowController::wireOverlay()
             &ResponseDisplay::scrollToFraction);
     connect(&m_display, &ResponseDisplay::scrollPositionChanged, &m_scrollbar,
             &ResponseScrollbarModel::setPosition);
-    // The page must not jump under the pointer.
+    // Pause page updates during a drag, so that the page does not jump under the pointer.
     connect(&m_scrollbar, &ResponseScrollbarModel::draggingChanged, this,
             [this] { m_collaborators.surface->setHeld(m_scrollbar.isDragging()); });
     connect(&m_display, &ResponseDisplay::noteDeleteRequested, this, [this](const QUuid &id) {
@@ -202,7 +202,7 @@ void OverlayWindowController::wireOverlay()
                 &ResponseDisplay::removePreviews);
         connect(m_history.get(), &OverlayHistory::currentThreadDeleted, this,
                 &OverlayWindowController::clearContent);
-        // One sheet at a time.
+        // Only one sheet may be open at a time.
         connect(m_history.get(), &OverlayHistory::aboutToOpen, &m_settings,
                 &OverlaySettings::close);
         connect(&m_settings, &OverlaySettings::aboutToOpen, m_history.get(),
@@ -235,7 +235,7 @@ void OverlayWindowController::wirePanels()
             &QueryOrchestrator::addNote);
     connect(orchestrator, &QueryOrchestrator::captureSucceeded, this,
             [this] { m_collaborators.settings.setHasLaunchedBefore(true); });
-    // A hot key works while the panel is hidden; the reason must be seen.
+    // Hot keys also work while the panel is hidden; show it so that the user sees the reason.
     connect(orchestrator, &QueryOrchestrator::refused, this, [this] {
         if (!m_isVisible)
             show();
@@ -253,7 +253,7 @@ void OverlayWindowController::wirePanels()
 void OverlayWindowController::show()
 {
     m_placement.keepOnScreen();
-    logIfLacking(m_collaborators.platform.panelWindow().orderFront(m_panel));
+    logIfNotApplied(m_collaborators.platform.panelWindow().orderFront(m_panel));
     m_isVisible = true;
     updateClickThroughState();
     log(QStringLiteral("Window shown"));
@@ -332,7 +332,7 @@ void OverlayWindowController::signOutClicked()
 {
     log(QStringLiteral("Sign Out clicked"));
     m_collaborators.session.logout();
-    // Closes the panel.
+    // The delegate closes the panel in response.
     Q_EMIT m_collaborators.notifications.sessionExpired();
 }
 

@@ -41,34 +41,34 @@ class ThreadLibrary;
 class ThreadSaver;
 class UserDefaults;
 
-/// Coordinator of the overlay: owns the panel and hands each action to the collaborator whose
-/// concern it is. Built after sign-in, gone after sign-out. Main thread only.
+/// Coordinates the overlay: owns the panel and forwards each user action to the responsible
+/// collaborator. Created after sign-in, destroyed at sign-out. Main thread only.
 class OverlayWindowController : public QObject, public OverlayPresenter
 {
     Q_OBJECT
 public:
-    /// Borrowed unless said otherwise; everything must outlive the controller.
+    /// Not owned unless stated otherwise; all must outlive the controller.
     struct Collaborators
     {
         Platform &platform;
         Settings &settings;
-        /// Keeps the hot keys.
+        /// Stores the hot keys.
         UserDefaults &defaults;
         NotificationCenter &notifications;
         SessionManager &session;
         ProxyQueryService &service;
         QQmlEngine &engine;
-        /// Where pages are shown; owned.
+        /// Displays the pages; owned.
         std::unique_ptr<PageSurface> surface;
-        /// View component of the surface; empty offscreen.
+        /// QML component that shows the surface; empty for none.
         QUrl responseView;
-        /// Keeps threads on disk; may be null.
+        /// Saves threads to disk; may be null.
         ThreadSaver *saver = nullptr;
         BackendEndpoints endpoints;
         QueryOrchestrator::Capture capture;
         std::function<void()> quit;
         HotkeyManager &hotkeys;
-        /// The threads kept on disk; without it there is no History.
+        /// Threads stored on disk; without it there is no History.
         ThreadLibrary *library = nullptr;
         /// Problems found at start-up; may be null.
         PermissionChecker *permissions = nullptr;
@@ -89,10 +89,10 @@ public:
     void showNotice(const QString &text) override;
     void applyConfigAtStart(const AppConfigResponse &config) override;
 
-    /// The opacity slider moved; the value is within its range.
+    /// Applies the opacity slider's value, which is in 0..1.
     void sliderChanged(double value);
     void toggleHamburgerMenu();
-    /// Ends the session through the session-expired path, as the status item does.
+    /// Logs out, then emits sessionExpired() like the status item's Sign Out.
     void signOutClicked();
 
     bool isVisible() const { return m_isVisible; }
@@ -108,7 +108,8 @@ public:
     QueryOrchestrator &orchestrator() { return *m_orchestrator; }
 
 private:
-    static Collaborators begin(Collaborators collaborators);
+    /// Logs "init" and returns its argument.
+    static Collaborators logInit(Collaborators collaborators);
     void configurePanel();
     void setupContentView();
     void wireOverlay();
@@ -119,7 +120,7 @@ private:
 
     Collaborators m_collaborators;
     VantiroConfig m_config;
-    /// For everything in the panel that opens an address or a file.
+    /// Opens all URLs and files for the panel.
     OverlayWorkspace m_workspace;
     OverlayModel m_overlay;
     BottomPanelsModel m_panels;
@@ -127,7 +128,7 @@ private:
     ResponseScrollbarModel m_scrollbar;
     std::unique_ptr<OverlayHistory> m_history;
     OverlaySettings m_settings;
-    /// After the models that its view shows, so that it goes before them.
+    /// Declared after the models its view shows, so that it is destroyed before them.
     NonFocusPanel m_panel;
     PanelPlacement m_placement;
     ThemeController m_theme;

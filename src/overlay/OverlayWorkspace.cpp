@@ -6,15 +6,15 @@ namespace quellora {
 
 QFuture<OpenResult> OverlayWorkspace::openUrl(const QUrl &url)
 {
-    return watch(m_system.openUrl(url));
+    return reportFailure(m_system.openUrl(url));
 }
 
 QFuture<OpenResult> OverlayWorkspace::openFile(const QString &path)
 {
-    return watch(m_system.openFile(path));
+    return reportFailure(m_system.openFile(path));
 }
 
-QFuture<OpenResult> OverlayWorkspace::watch(const QFuture<OpenResult> &opening)
+QFuture<OpenResult> OverlayWorkspace::reportFailure(const QFuture<OpenResult> &opening)
 {
     whenFinished(opening, this, [this](const OpenResult &result) {
         if (!result)

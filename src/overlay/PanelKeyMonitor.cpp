@@ -27,7 +27,7 @@ void PanelKeyMonitor::install(std::function<void(const KeyDown &)> onKeyDown,
     m_panel->setKeyboardGrabEnabled(true);
     m_keys.install(std::move(onKeyDown));
     connect(m_panel, &QWindow::activeChanged, this, [this] {
-        // A copy: it removes the monitor.
+        // Copied because the callback calls remove(), which resets m_onLost.
         if (const auto lost = m_onLost; lost && !m_panel->isActive())
             lost();
     });

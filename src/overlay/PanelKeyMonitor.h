@@ -8,18 +8,19 @@
 
 namespace quellora {
 
-/// The panel's keyboard in the hands of the recorder: takes the focus and grabs the keyboard, so
-/// that combos which other programs or the desktop hold arrive here, too. Ends by itself when the
-/// user turns to another program.
+/// Routes the panel's key presses to the hot-key recorder. Takes keyboard focus and grabs the
+/// keyboard, so that combos reserved by the desktop or other applications arrive too. Calls onLost
+/// when the panel is no longer the active window.
 class PanelKeyMonitor : public QObject, public LocalKeyMonitor
 {
     Q_OBJECT
 public:
-    /// @param keys the program's key presses; must outlive the monitor
+    /// @param keys application-wide key monitor; must outlive this object
     explicit PanelKeyMonitor(KeyMonitor &keys);
     ~PanelKeyMonitor() override;
 
-    /// Whose keyboard it is; may be destroyed before the monitor.
+    /// Sets the panel to monitor, which must happen before install(). The panel may be destroyed
+    /// before the monitor.
     void setPanel(NonFocusPanel *panel);
 
     void install(std::function<void(const KeyDown &)> onKeyDown,

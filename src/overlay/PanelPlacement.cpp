@@ -32,23 +32,23 @@ PanelPlacement::PanelPlacement(QWindow &window, const VantiroConfig::Overlay &ov
     m_animation.setEasingCurve(QEasingCurve::OutCubic);
     connect(&m_animation, &QVariantAnimation::valueChanged, this,
             [this](const QVariant &frame) { m_window.setGeometry(frame.toRect()); });
-    // Several changes at once are one; by then all screens are known.
-    m_refit.setSingleShot(true);
-    m_refit.setInterval(0);
-    connect(&m_refit, &QTimer::timeout, this, &PanelPlacement::refit);
+    // Coalesces screen changes and runs after the list of screens has been updated.
+    m_refitTimer.setSingleShot(true);
+    m_refitTimer.setInterval(0);
+    connect(&m_refitTimer, &QTimer::timeout, this, &PanelPlacement::refit);
     const QList<QScreen *> screens = QGuiApplication::screens();
     for (QScreen *screen : screens)
-        followScreen(screen);
+        watchScreen(screen);
     connect(qGuiApp, &QGuiApplication::screenAdded, this, [this](QScreen *screen) {
-        followScreen(screen);
-        m_refit.start();
+        watchScreen(screen);
+        m_refitTimer.start();
     });
-    connect(qGuiApp, &QGuiApplication::screenRemoved, this, [this] { m_refit.start(); });
+    connect(qGuiApp, &QGuiApplication::screenRemoved, this, [this] { m_refitTimer.start(); });
 }
 
-void PanelPlacement::followScreen(QScreen *screen)
+void PanelPlacement::watchScreen(QScreen *screen)
 {
-    const auto changed = [this] { m_refit.start(); };
+    const auto changed = [this] { m_refitTimer.start(); };
     connect(screen, &QScreen::geometryChanged, this, changed);
     connect(screen, &QScreen::availableGeometryChanged, this, changed);
 }
@@ -56,7 +56,7 @@ void PanelPlacement::followScreen(QScreen *screen)
 void PanelPlacement::placeInitially()
 {
     m_window.resize(qRound(m_overlay.width), qRound(m_overlay.height));
-    m_place = Place{m_window.geometry()};
+    m_placement = Placement{m_window.geometry()};
     const QScreen *screen = QGuiApplication::primaryScreen();
     if (!screen) {
         log(QStringLiteral("WARNING: NSScreen.main unavailable, using default origin"));
@@ -64,65 +64,65 @@ void PanelPlacement::placeInitially()
         return;
     }
     const QRect area = screen->availableGeometry();
-    m_place.frame.moveTopLeft(
+    m_placement.frame.moveTopLeft(
         OverlayGeometry::initialPosition(area, {m_overlay.x, m_overlay.y}, m_window.size()));
-    m_window.setGeometry(frameOf(m_place));
+    m_window.setGeometry(fittedFrame(m_placement));
     log(QStringLiteral("Positioned at (%1, %2) on screen (%3, %4, %5, %6)")
             .arg(decimalText(area.x() + m_overlay.x), decimalText(area.y() + m_overlay.y),
                  decimalText(area.x()), decimalText(area.y()), decimalText(area.width()),
                  decimalText(area.height())));
 }
 
-QRect PanelPlacement::frameOf(const Place &place) const
+QRect PanelPlacement::fittedFrame(const Placement &placement) const
 {
-    if (const std::optional<QRect> area = place.fillsScreen ? visibleArea() : std::nullopt)
+    if (const std::optional<QRect> area = placement.fillsScreen ? visibleArea() : std::nullopt)
         return *area;
     QList<QRect> areas;
     QList<QScreen *> screens = QGuiApplication::screens();
-    // Where two are equally near, the main one.
+    // Primary screen first: it wins ties.
     std::stable_partition(screens.begin(), screens.end(), [](const QScreen *screen) {
         return screen == QGuiApplication::primaryScreen();
     });
     for (const QScreen *screen : std::as_const(screens))
         areas.append(screen->availableGeometry());
-    return OverlayGeometry::fitted(place.frame, place.keep, areas);
+    return OverlayGeometry::fitted(placement.frame, placement.keep, areas);
 }
 
-PanelPlacement::Place PanelPlacement::placeAt(const QRect &frame) const
+PanelPlacement::Placement PanelPlacement::placementFor(const QRect &frame) const
 {
-    Place place{frame};
-    if (frameOf(place) == frame)
-        return place;
-    // Part of it hangs over the edge: it may stay so.
-    place.keep = OverlayGeometry::Keep::Bar;
-    place.frame = frameOf(place);
-    return place;
+    Placement placement{frame};
+    if (fittedFrame(placement) == frame)
+        return placement;
+    // The user moved part of the panel off the screen: require only the control bar to be visible.
+    placement.keep = OverlayGeometry::Keep::Bar;
+    placement.frame = fittedFrame(placement);
+    return placement;
 }
 
-void PanelPlacement::placedByUser(const QRect &frame)
+void PanelPlacement::setUserFrame(const QRect &frame)
 {
     m_animation.stop();
-    m_place = placeAt(frame);
-    if (frameOf(m_place) != frame)
-        keepIn(frameOf(m_place));
+    m_placement = placementFor(frame);
+    if (fittedFrame(m_placement) != frame)
+        moveOntoScreen(fittedFrame(m_placement));
 }
 
 void PanelPlacement::keepOnScreen()
 {
-    const Place now{targetFrame(), OverlayGeometry::Keep::Bar};
-    if (frameOf(now) != now.frame)
+    const Placement current{targetFrame(), OverlayGeometry::Keep::Bar};
+    if (fittedFrame(current) != current.frame)
         refit();
 }
 
 void PanelPlacement::refit()
 {
-    if (const QRect frame = frameOf(m_place); frame != targetFrame())
-        keepIn(frame);
+    if (const QRect frame = fittedFrame(m_placement); frame != targetFrame())
+        moveOntoScreen(frame);
 }
 
-void PanelPlacement::keepIn(const QRect &frame)
+void PanelPlacement::moveOntoScreen(const QRect &frame)
 {
-    moveTo(frame);
+    animateTo(frame);
     log(QStringLiteral("Panel kept on the screen at (%1, %2), %3x%4")
             .arg(frame.x())
             .arg(frame.y())
@@ -142,19 +142,19 @@ void PanelPlacement::handleZoomButton()
     const std::optional<QRect> area = visibleArea();
     if (!m_isZoomedLarge) {
         const QRect frame = targetFrame();
-        m_priorFrameBeforeZoom = frame == frameOf(m_place) ? m_place : Place{frame};
+        m_placementBeforeZoom = frame == fittedFrame(m_placement) ? m_placement : Placement{frame};
         if (area) {
-            m_place = Place{frame, OverlayGeometry::Keep::Panel, true};
-            moveTo(*area);
+            m_placement = Placement{frame, OverlayGeometry::Keep::Panel, true};
+            animateTo(*area);
         }
         m_isZoomedLarge = true;
         log(QStringLiteral("Zoom button — grew to fill the current screen's visible frame"));
     } else {
-        m_place = m_priorFrameBeforeZoom.value_or(
-            Place{OverlayGeometry::restoredFrame(std::nullopt, area)});
-        moveTo(frameOf(m_place));
+        m_placement = m_placementBeforeZoom.value_or(
+            Placement{OverlayGeometry::restoredFrame(std::nullopt, area)});
+        animateTo(fittedFrame(m_placement));
         m_isZoomedLarge = false;
-        m_priorFrameBeforeZoom.reset();
+        m_placementBeforeZoom.reset();
         log(QStringLiteral("Zoom button — restored to prior frame"));
     }
 }
@@ -165,7 +165,7 @@ QRect PanelPlacement::targetFrame() const
                                                               : m_window.geometry();
 }
 
-void PanelPlacement::moveTo(const QRect &frame)
+void PanelPlacement::animateTo(const QRect &frame)
 {
     m_animation.stop();
     if (!m_window.isVisible()) {

@@ -14,9 +14,9 @@ class QWindow;
 
 namespace quellora {
 
-/// Where the panel stands: its first position, the frame before and after the zoom button, and the
-/// nearest place on a screen when there is none where it should be. It remembers where it was put,
-/// and goes back there when a screen that was missing returns. Points, main thread only.
+/// Positions the panel: initial placement, zooming, and moving it back onto a screen when screens
+/// change. Remembers the requested frame and restores it when a disconnected screen returns. All
+/// frames are in points. Main thread only.
 class PanelPlacement : public QObject
 {
     Q_OBJECT
@@ -25,43 +25,49 @@ public:
     PanelPlacement(QWindow &window, const VantiroConfig::Overlay &overlay,
                    QObject *parent = nullptr);
 
-    /// Sizes the panel and moves it to its place on the main screen, or as near to it as the screen
-    /// allows; logs where.
+    /// Sizes the panel and moves it to its configured position on the primary screen, or as close
+    /// to it as the screen allows. Logs the position.
     void placeInitially();
-    /// The user has moved or resized the panel to @p frame: that is its place from now on, with the
-    /// control bar on a screen.
-    void placedByUser(const QRect &frame);
-    /// Brings the panel back when its control bar is not on a screen.
+    /// Remembers @p frame, to which the user has moved or resized the panel, adjusted so that the
+    /// control bar is on a screen.
+    void setUserFrame(const QRect &frame);
+    /// Moves the panel back if its control bar is not on a screen.
     void keepOnScreen();
-    /// Grows the panel to its screen's visible area, or restores the frame from before.
+    /// Toggles between the screen's available area and the frame before zooming.
     void handleZoomButton();
-    /// The frame that the window has or is moving to.
+    /// The end frame of the running animation, else the window's frame.
     QRect targetFrame() const;
 
 private:
-    struct Place
+    struct Placement
     {
         QRect frame;
         OverlayGeometry::Keep keep = OverlayGeometry::Keep::Panel;
-        /// The visible area of the screen it is on, instead of the frame.
+        /// Use the available area of the panel's screen instead of the frame.
         bool fillsScreen = false;
     };
 
+    /// Available area of the panel's screen; nullopt without a screen.
     std::optional<QRect> visibleArea() const;
-    void followScreen(QScreen *screen);
-    QRect frameOf(const Place &place) const;
-    Place placeAt(const QRect &frame) const;
+    void watchScreen(QScreen *screen);
+    /// The frame for @p placement on the current screens.
+    QRect fittedFrame(const Placement &placement) const;
+    /// A placement that keeps @p frame if possible, with only the control bar visible if needed.
+    Placement placementFor(const QRect &frame) const;
+    /// Moves the window to the fitted frame of the requested placement.
     void refit();
-    void keepIn(const QRect &frame);
-    void moveTo(const QRect &frame);
+    /// Moves the window and logs that it was moved back onto a screen.
+    void moveOntoScreen(const QRect &frame);
+    /// Animates a visible window; moves a hidden one at once.
+    void animateTo(const QRect &frame);
 
     QWindow &m_window;
     VantiroConfig::Overlay m_overlay;
     QVariantAnimation m_animation;
-    /// Where it should be.
-    Place m_place;
-    std::optional<Place> m_priorFrameBeforeZoom;
-    QTimer m_refit;
+    /// The requested placement; the window differs from it while it does not fit on a screen.
+    Placement m_placement;
+    std::optional<Placement> m_placementBeforeZoom;
+    QTimer m_refitTimer;
     bool m_isZoomedLarge = false;
 };
 

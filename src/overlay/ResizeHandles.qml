@@ -1,12 +1,12 @@
 import QtQuick
 import Quellora.Overlay
 
-/// Invisible strips along the edges of the frameless panel that resize it.
+/// Invisible resize handles along the edges and corners of the frameless panel.
 Item {
     id: handles
 
     required property NonFocusPanel panelWindow
-    readonly property int reach: 6
+    readonly property int thickness: 6
     readonly property int corner: 12
 
     component Handle: MouseArea {
@@ -32,37 +32,37 @@ Item {
 
     Handle {
         edges: Qt.LeftEdge
-        width: handles.reach
+        width: handles.thickness
         height: parent.height
         onPressed: handles.panelWindow.beginResize(edges)
     }
     Handle {
         edges: Qt.RightEdge
         x: parent.width - width
-        width: handles.reach
+        width: handles.thickness
         height: parent.height
         onPressed: handles.panelWindow.beginResize(edges)
     }
     Handle {
         edges: Qt.TopEdge
         width: parent.width
-        height: handles.reach
+        height: handles.thickness
         onPressed: handles.panelWindow.beginResize(edges)
     }
     Handle {
         edges: Qt.BottomEdge
         y: parent.height - height
         width: parent.width
-        height: handles.reach
+        height: handles.thickness
         onPressed: handles.panelWindow.beginResize(edges)
     }
     Repeater {
         model: [Qt.TopEdge | Qt.LeftEdge, Qt.TopEdge | Qt.RightEdge,
                 Qt.BottomEdge | Qt.LeftEdge, Qt.BottomEdge | Qt.RightEdge]
 
-        // Two strips per corner: a square would cover the window buttons.
+        // Two strips per corner, because a square would cover the window buttons.
         Item {
-            id: both
+            id: cornerHandles
 
             required property int modelData
             readonly property bool atRight: (modelData & Qt.RightEdge) !== 0
@@ -72,19 +72,19 @@ Item {
             height: handles.height
 
             Handle {
-                edges: both.modelData
-                x: both.atRight ? both.width - width : 0
-                y: both.atBottom ? both.height - height : 0
-                width: handles.reach
+                edges: cornerHandles.modelData
+                x: cornerHandles.atRight ? cornerHandles.width - width : 0
+                y: cornerHandles.atBottom ? cornerHandles.height - height : 0
+                width: handles.thickness
                 height: handles.corner
                 onPressed: handles.panelWindow.beginResize(edges)
             }
             Handle {
-                edges: both.modelData
-                x: both.atRight ? both.width - width : 0
-                y: both.atBottom ? both.height - height : 0
+                edges: cornerHandles.modelData
+                x: cornerHandles.atRight ? cornerHandles.width - width : 0
+                y: cornerHandles.atBottom ? cornerHandles.height - height : 0
                 width: handles.corner
-                height: handles.reach
+                height: handles.thickness
                 onPressed: handles.panelWindow.beginResize(edges)
             }
         }

@@ -9,7 +9,7 @@ namespace {
 
 constexpr QRgb enabledThumbRgb = qRgb(69, 74, 90);
 constexpr QRgb disabledRgb = qRgb(53, 57, 70);
-/// Grey of 0.75.
+/// 75 % white.
 constexpr QRgb enabledArrowRgb = qRgb(191, 191, 191);
 
 } // namespace
@@ -91,7 +91,7 @@ void ResponseScrollbarModel::setDragging(bool isDragging)
 void ResponseScrollbarModel::setPosition(bool isEnabled, double thumbRatio, double fraction)
 {
     setEnabled(isEnabled);
-    // The thumb follows the pointer, not the page that lags behind it.
+    // During a drag the thumb follows the pointer; reported positions lag behind it.
     if (m_isDragging)
         return;
     m_thumbRatio = std::clamp(thumbRatio, 0.0, 1.0);

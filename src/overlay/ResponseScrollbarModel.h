@@ -11,10 +11,9 @@ namespace quellora {
 
 /// Geometry and logic of the persistent scrollbar beside the response page.
 ///
-/// It scrolls nothing itself: it reports what the user wants through signals, and the page reports
-/// its position back. Frames are in points with y growing upward, as the layout is defined; the
-/// properties for the view are the same rectangles with y growing downward, and so are all points
-/// handed in. Main thread only.
+/// It does not scroll itself: signals request scrolling, and the page reports its position back
+/// through setPosition(). All lengths are in points. *Frame() functions use y upward, as in the
+/// layout definition; *Rect properties and pointer positions use y downward. Main thread only.
 class ResponseScrollbarModel : public QObject
 {
     Q_OBJECT
@@ -39,17 +38,17 @@ public:
     static constexpr double margin = 4;
     static constexpr double thumbWidth = 6;
     static constexpr double minThumbHeight = 28;
-    /// Points per line of a wheel without precise deltas.
+    /// Points scrolled per wheel line (notch).
     static constexpr double wheelLineHeight = 40;
 
-    /// The view's size in points; lays everything out.
+    /// Sets the view's size in points and updates the layout.
     Q_INVOKABLE void setSize(double width, double height);
 
-    // y grows upward, relative to the view.
+    // Relative to the view, y upward.
     QRectF upButtonFrame() const;
     QRectF downButtonFrame() const;
     QRectF trackFrame() const;
-    /// Relative to the track.
+    /// Relative to the track, y upward.
     QRectF thumbFrame() const;
 
     QRectF upButtonRect() const { return flipped(upButtonFrame()); }
@@ -67,26 +66,28 @@ public:
     double thumbRatio() const { return m_thumbRatio; }
     bool isDragging() const { return m_isDragging; }
 
-    /// What the page reports: whether the content overflows, its visible part and the scroll
-    /// position, both 0 to 1. Ignored for the thumb while it is dragged.
+    /// Updates the scrollbar from the page. During a drag only @p isEnabled is applied.
+    /// @param isEnabled whether the content overflows the viewport
+    /// @param thumbRatio visible share of the content, clamped to 0..1
+    /// @param fraction scroll position, clamped to 0..1
     void setPosition(bool isEnabled, double thumbRatio, double fraction);
 
-    // Pointer events in view coordinates (y downward).
-    /// True when the press starts a drag.
+    // Pointer events, in view coordinates with y downward.
+    /// Returns whether the press starts a drag.
     Q_INVOKABLE bool mouseDown(QPointF point);
     Q_INVOKABLE void mouseDragged(QPointF point);
     Q_INVOKABLE void mouseUp();
-    /// @param pixels precise delta in points
+    /// @param pixels precise wheel delta in points; positive scrolls up
     Q_INVOKABLE void scrollPrecisely(double pixels);
-    /// @param lines delta of a wheel in lines (notches)
+    /// @param lines wheel delta in lines (notches); positive scrolls up
     Q_INVOKABLE void scrollByLines(double lines);
     Q_INVOKABLE void pressUp();
     Q_INVOKABLE void pressDown();
-    /// One view height up (-1) or down (1), less a line of context.
+    /// Scrolls by one view height less one line, up (-1) or down (1).
     void scrollByPage(int direction);
-    /// To the top (0) or the bottom (1).
+    /// Scrolls to a position from 0 (top) to 1 (bottom).
     void scrollToFraction(double fraction);
-    /// A key (Qt::Key) pressed while the scrollbar has the focus; true when it means scrolling.
+    /// Handles a Qt::Key pressed while the scrollbar has focus; returns whether it scrolls.
     Q_INVOKABLE bool handleKey(int key);
 
 Q_SIGNALS:

@@ -2,23 +2,23 @@ import QtQuick
 import Quellora.Overlay
 import Quellora.Ui
 
-/// The persistent scrollbar next to the answer. It reports the user's input; the page scrolls.
+/// The persistent scrollbar beside the answer. It forwards input to its model; the page scrolls.
 Rectangle {
     id: bar
 
     required property ResponseScrollbarModel scrollbar
 
     color: scrollbar.backgroundColor
-    onWidthChanged: bar.layOut()
-    onHeightChanged: bar.layOut()
-    Component.onCompleted: bar.layOut()
+    onWidthChanged: bar.updateSize()
+    onHeightChanged: bar.updateSize()
+    Component.onCompleted: bar.updateSize()
 
-    function layOut() {
+    function updateSize() {
         if (bar.scrollbar)
             bar.scrollbar.setSize(width, height)
     }
 
-    // A drag ends without a release event when the panel is hidden.
+    // A hidden panel does not receive the release event of a drag, so end it here.
     Connections {
         target: bar.Window.window
         function onVisibleChanged() { bar.scrollbar.mouseUp() }
@@ -63,7 +63,7 @@ Rectangle {
     Rectangle {
         id: thumb
         objectName: "scrollThumb"
-        // Value for assistive technology, in percent.
+        // Read by the accessibility bridge, in percent.
         readonly property int value: Math.round(bar.scrollbar.fraction * 100)
         readonly property int minimumValue: 0
         readonly property int maximumValue: 100

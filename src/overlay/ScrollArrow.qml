@@ -3,14 +3,14 @@ import QtQuick.Controls.Basic as Basic
 import Quellora.Overlay
 import Quellora.Ui
 
-/// An arrow of the response scrollbar: one step per press, repeated while held.
+/// An arrow button of the response scrollbar: one step per press, with auto-repeat.
 Basic.AbstractButton {
     id: arrow
 
     required property ResponseScrollbarModel scrollbar
     property string name
     property string iconName
-    /// Position of the drawn arrow; the pressable area is larger.
+    /// Rectangle of the drawn arrow; the clickable area is larger.
     property rect frame
 
     y: frame.y - 2

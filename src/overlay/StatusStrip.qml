@@ -3,7 +3,7 @@ import Quellora.Overlay
 import Quellora.Ui
 
 /// The strip below the control bar: the thread at the left, the status at the right. A notice
-/// temporarily replaces the thread; the controls at the right stay.
+/// temporarily replaces the thread title but not the controls at the right.
 FocusScope {
     id: strip
 
@@ -14,12 +14,12 @@ FocusScope {
                                       && status !== OverlayModel.Answer
     readonly property bool isThreadShown: !compact || !hasStatus
     readonly property bool isNoticeShown: overlay.notice.length > 0
-    /// Set in the smallest window, which has room for one text.
+    /// True if a compact window has room for only one text.
     readonly property bool isNarrow: compact && (hasStatus || isNoticeShown
                                                  || overlay.isThreadCovered)
-    /// Left edge of the texts, after the drive icon.
-    readonly property real textStart: notSavedWords.visible
-                                      ? notSavedWords.x + notSavedWords.width + 10
+    /// Left edge of the title and the notice, after the save indicator.
+    readonly property real textStart: notSavedLabel.visible
+                                      ? notSavedLabel.x + notSavedLabel.width + 10
                                       : drive.visible || notSaved.visible ? 34 : 12
     readonly property bool isBusy: status === OverlayModel.Waiting
                                    || status === OverlayModel.Streaming
@@ -33,7 +33,7 @@ FocusScope {
 
     Item {
         id: drive
-        // Read by the tooltip.
+        // Required by ToolTip.
         readonly property bool pressed: false
         readonly property bool visualFocus: false
         readonly property bool isSaving: strip.overlay.saveState === OverlayModel.Saving
@@ -74,7 +74,7 @@ FocusScope {
         Accessible.description: name
     }
     Label {
-        id: notSavedWords
+        id: notSavedLabel
         objectName: "notSavedWords"
         visible: notSaved.visible && !strip.isNarrow
         x: 34
@@ -104,7 +104,7 @@ FocusScope {
         x: strip.textStart
         width: Math.max(0, right.x - 12 - x)
         height: 37
-        // Announced when it appears, without taking the focus.
+        // Screen readers announce it when it appears; it does not take focus.
         Accessible.role: Accessible.Notification
         Accessible.name: strip.overlay.notice
 
@@ -138,7 +138,7 @@ FocusScope {
 
         UsageBadge {
             id: usage
-            // Hidden in the smallest window while a notice is shown.
+            // Hidden in a compact window while a notice is shown.
             visible: strip.overlay.isUsageShown
                      && (!strip.compact || !strip.isNoticeShown || activeFocus)
             overlay: strip.overlay
@@ -160,10 +160,10 @@ FocusScope {
         Item {
             objectName: "status"
             visible: strip.hasStatus && (!strip.compact || !strip.isNoticeShown)
-            width: (statusWords.visible ? statusWords.x + statusWords.width : 14)
+            width: (statusLabel.visible ? statusLabel.x + statusLabel.width : 14)
                    + (seconds.visible ? seconds.width + seconds.gap : 0)
             height: parent.height
-            // Changes are announced without taking the focus.
+            // Screen readers announce changes; it does not take focus.
             Accessible.role: Accessible.StatusBar
             Accessible.name: strip.overlay.statusText
 
@@ -184,8 +184,8 @@ FocusScope {
                 color: Tokens.frame.dangerText
             }
             Label {
-                id: statusWords
-                // Icon only in the smallest window.
+                id: statusLabel
+                // A compact window with other indicators shows only the icon.
                 visible: !strip.compact || strip.status === OverlayModel.Stopped
                          || !(strip.overlay.isThreadCovered || notSaved.visible)
                 x: strip.status === OverlayModel.Stopped ? 0 : 22
@@ -201,7 +201,7 @@ FocusScope {
                 id: seconds
                 readonly property int gap: strip.status === OverlayModel.Streaming ? 8 : 4
                 visible: strip.isBusy && !strip.compact
-                x: statusWords.x + statusWords.width + gap
+                x: statusLabel.x + statusLabel.width + gap
                 height: parent.height
                 text: strip.overlay.secondsText
                 type: Tokens.label
@@ -213,7 +213,7 @@ FocusScope {
             id: stop
             objectName: "stop"
             visible: strip.overlay.canStop
-            width: 10 + 9 + 8 + stopWords.implicitWidth + 10
+            width: 10 + 9 + 8 + stopLabel.implicitWidth + 10
             text: qsTr("Stop")
             tooltip: qsTr("Stop")
             shortcutText: strip.overlay.stopShortcut
@@ -228,7 +228,7 @@ FocusScope {
                     color: stop.foreground
                 }
                 Label {
-                    id: stopWords
+                    id: stopLabel
                     x: 17
                     height: parent.height
                     text: stop.text
@@ -256,7 +256,7 @@ FocusScope {
             }
             onVisibleChanged: isDone = false
 
-            // The tooltip changes, the accessible name does not.
+            // The tooltip changes to "Copied"; the accessible name stays the same.
             Accessible.name: qsTr("Copy answer")
             Accessible.description: isDone ? qsTr("Copied") : ""
 

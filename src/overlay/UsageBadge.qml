@@ -3,7 +3,7 @@ import QtQuick.Controls.Basic as Basic
 import Quellora.Overlay
 import Quellora.Ui
 
-/// The share of the allowance used, shown above a threshold. Opens the menu.
+/// The used share of the allowance, shown above a threshold. Opens the menu when clicked.
 Basic.AbstractButton {
     id: badge
 
@@ -16,7 +16,7 @@ Basic.AbstractButton {
     objectName: "usageBadge"
     text: qsTr("Usage %1%").arg(badge.overlay.usagePercent)
     implicitHeight: 28
-    implicitWidth: 10 + words.implicitWidth + (isBarShown ? 8 + 44 : 0) + 10
+    implicitWidth: 10 + label.implicitWidth + (isBarShown ? 8 + 44 : 0) + 10
     hoverEnabled: true
     focusPolicy: Qt.TabFocus
 
@@ -32,7 +32,7 @@ Basic.AbstractButton {
     }
     contentItem: Item {
         Label {
-            id: words
+            id: label
             x: 10
             height: parent.height
             text: badge.text

@@ -3,14 +3,15 @@ import QtQuick.Controls.Basic as Basic
 import Quellora.Overlay
 import Quellora.Ui
 
-/// A round window button. Its icon appears while the pointer is over the group.
+/// A round window button. Its icon is shown while the pointer is over the button group or the
+/// button has keyboard focus.
 Basic.AbstractButton {
     id: disc
 
     property string name
     property string iconName
     property color fill
-    property bool signShown: false
+    property bool iconShown: false
 
     implicitWidth: 24
     implicitHeight: 24
@@ -35,7 +36,7 @@ Basic.AbstractButton {
     contentItem: Item {
         Icon {
             anchors.centerIn: parent
-            visible: disc.signShown || disc.visualFocus
+            visible: disc.iconShown || disc.visualFocus
             name: disc.iconName
             size: 8
             strokeWidth: 3.5

@@ -214,7 +214,7 @@ class TestAppDelegate : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void launchFollowsItsOrder()
+    void launchSequence()
     {
         Fixture f;
         f.launch();
@@ -239,7 +239,7 @@ private Q_SLOTS:
         QCOMPARE(f.configLoads, 1);
     }
 
-    void savedOverridesAreRegistered()
+    void savedHotkeysAreRegistered()
     {
         Fixture f;
         f.defaults.setStringDictionary("hotkeyBindings", {{"clear", "ctrl+alt+k"}});
@@ -248,7 +248,7 @@ private Q_SLOTS:
         QCOMPARE(f.hotkeys.activeHotkeys().value("capture"), "ctrl+alt+cmd+c");
     }
 
-    void hotkeysBeforeSignInDoNothing()
+    void hotkeysHaveNoEffectBeforeSignIn()
     {
         Fixture f;
         f.launch();
@@ -259,7 +259,7 @@ private Q_SLOTS:
         QVERIFY(f.calls.isEmpty());
     }
 
-    void hotkeysActOnTheOverlay()
+    void hotkeysTriggerOverlayActions()
     {
         Fixture f;
         f.launch();
@@ -272,7 +272,7 @@ private Q_SLOTS:
                                        "startNewThread"}));
     }
 
-    void overlayStartFollowsItsOrder()
+    void overlayStartSequence()
     {
         Fixture f;
         f.config.overlay.width = 700;
@@ -296,7 +296,7 @@ private Q_SLOTS:
         QCOMPARE(f.calls, QStringList{"show"});
     }
 
-    void logsAreShippedOnlyWhenAskedFor()
+    void logsAreShippedOnlyOnRequest()
     {
         AppConfigResponse config = account();
         config.requestLogs = true;
@@ -312,13 +312,13 @@ private Q_SLOTS:
         QVERIFY(off.shippedTokens.isEmpty());
     }
 
-    void logsAreNotShippedWithoutAToken()
+    void logsAreNotShippedWithoutToken()
     {
         AppConfigResponse config = account();
         config.requestLogs = true;
         Fixture f;
         f.launch();
-        // The session ends while the overlay takes the configuration over.
+        // The session ends while the overlay applies the configuration.
         f.onConfig = [&f] { f.auth.clearSession(); };
         f.signIn(config);
         QVERIFY(!f.session.sessionToken());
@@ -326,7 +326,7 @@ private Q_SLOTS:
         QCOMPARE(f.shippedTokens, QStringList());
     }
 
-    void withoutConfigurationNothingIsAppliedAndNoHeartbeatRuns()
+    void noConfigurationMeansNoHeartbeat()
     {
         Fixture f;
         f.launch();
@@ -336,7 +336,7 @@ private Q_SLOTS:
         QVERIFY(f.delegate->menuBar());
     }
 
-    void expiryTearsDownAndShowsOneLogin()
+    void expiryReplacesOverlayWithLogin()
     {
         Fixture f;
         f.launch();
@@ -364,7 +364,7 @@ private Q_SLOTS:
         QVERIFY(f.delegate->overlay());
     }
 
-    void loginWindowGoesOnceTheOverlayRuns()
+    void loginWindowIsDestroyedAfterSignIn()
     {
         Fixture f;
         f.launch();
@@ -376,7 +376,7 @@ private Q_SLOTS:
         QVERIFY(f.delegate->overlay());
     }
 
-    void secondExpiryInARowKeepsTheLoginWindow()
+    void repeatedExpiryKeepsLoginWindow()
     {
         Fixture f;
         f.launch();
@@ -396,7 +396,7 @@ private Q_SLOTS:
         QVERIFY(f.delegate->overlay());
     }
 
-    void expiryBeforeTheFirstSignInKeepsTheLoginWindow()
+    void expiryBeforeSignInKeepsLoginWindow()
     {
         Fixture f;
         f.launch();
@@ -406,12 +406,12 @@ private Q_SLOTS:
         QCOMPARE(f.loginsAlive, 1);
     }
 
-    void expiryFromWithinTheOverlaysOwnCallIsSurvived()
+    void expiryDefersDestructionOfCallers()
     {
         Fixture f;
         f.launch();
         f.signIn(account());
-        // The overlay and the menu whose calls are on the stack live until those have returned.
+        // Destruction is deferred, because their functions may be on the stack.
         f.delegate->menuBar()->signOutClicked();
         QCOMPARE(f.overlaysAlive, 1);
         QCOMPARE(f.statusBar.alive, 1);
@@ -420,17 +420,17 @@ private Q_SLOTS:
         QCOMPARE(f.statusBar.alive, 0);
     }
 
-    void manyCyclesLeaveOneOfEachBehind()
+    void repeatedSignInDoesNotLeak()
     {
         Fixture f;
         f.launch();
-        const auto settle = [] {
+        const auto processEvents = [] {
             QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
             QCoreApplication::processEvents();
         };
         for (int cycle = 0; cycle < 100; ++cycle) {
             f.signIn(account());
-            settle();
+            processEvents();
             QCOMPARE(f.overlaysAlive, 1);
             QCOMPARE(f.statusBar.alive, 1);
             QCOMPARE(f.loginsAlive, 0);
@@ -439,7 +439,7 @@ private Q_SLOTS:
                 f.delegate->menuBar()->signOutClicked();
             else
                 Q_EMIT f.notifications.sessionExpired();
-            settle();
+            processEvents();
             QCOMPARE(f.overlaysAlive, 0);
             QCOMPARE(f.statusBar.alive, 0);
             QCOMPARE(f.loginsAlive, 1);
@@ -451,7 +451,7 @@ private Q_SLOTS:
         QCOMPARE(f.globalHotkeys.installs, 1);
     }
 
-    void startingAgainBringsTheWindowOfTheMomentToTheFront()
+    void secondStartRaisesCurrentWindow()
     {
         Fixture f;
         f.delegate->startedAgain();
@@ -467,7 +467,7 @@ private Q_SLOTS:
         QCOMPARE(f.lastLogin->broughtToFront, 1);
     }
 
-    void aClickOnTheItemShowsTheOverlay()
+    void statusItemClickShowsOverlay()
     {
         Fixture f;
         f.launch();
@@ -479,7 +479,7 @@ private Q_SLOTS:
         QCOMPARE(f.log.lines, QStringList{"[MenuBarController] Show Quellora clicked"});
     }
 
-    void anAccountPageThatDoesNotOpenIsSaidInTheOverlay()
+    void accountPageFailureShowsNotice()
     {
         Fixture f;
         f.launch();
@@ -493,7 +493,7 @@ private Q_SLOTS:
         QTRY_COMPARE(f.calls, QStringList{"showNotice Could not open the browser: nobody answers"});
     }
 
-    void terminationClearsTheSessionAndTheHotkeys()
+    void terminationClearsSessionAndHotkeys()
     {
         Fixture f;
         f.launch();
@@ -508,7 +508,7 @@ private Q_SLOTS:
         QVERIFY(f.hotkeys.activeHotkeys().isEmpty());
     }
 
-    void statusMenuIsBuiltAndActs()
+    void statusMenuRowsAndActions()
     {
         Fixture f;
         f.launch();
@@ -536,7 +536,7 @@ private Q_SLOTS:
         QVERIFY(f.log.contains("[MenuBarController] Quit clicked, terminating application"));
     }
 
-    void signOutEndsThenExpiresTheSession()
+    void signOutEndsThenExpiresSession()
     {
         Fixture f;
         f.launch();
@@ -555,7 +555,7 @@ private Q_SLOTS:
         QCOMPARE(f.loginsAlive, 1);
     }
 
-    void missingSymbolOrTrayIsLoggedOnly()
+    void missingSymbolOrTrayIsOnlyLogged()
     {
         Fixture f;
         f.statusBar.symbol = false;
@@ -573,7 +573,7 @@ private Q_SLOTS:
         QVERIFY(bare.log.contains(QString::fromUtf8(
             "[MenuBarController] ERROR: statusItem.button is nil — cannot assign an image")));
         QCOMPARE(bare.statusBar.menu.size(), 8);
-        // For a tray that comes later.
+        // The symbol is set anyway, for a tray that appears later.
         QCOMPARE(bare.statusBar.symbolsSet, 1);
     }
 };

@@ -18,14 +18,14 @@ using namespace quellora;
 
 namespace {
 
-constexpr int ordinaryStatus = 7;
+constexpr int ordinaryExitCode = 7;
 
-/// Adds a word to the notes of the process under test, at once.
-void note(const char *word)
+/// Appends a line to the notes file of the child process.
+void appendNote(const char *text)
 {
     QFile file(qEnvironmentVariable("EMERGENCY_NOTES"));
     if (file.open(QIODevice::Append))
-        file.write(QByteArray(word) + '\n');
+        file.write(QByteArray(text) + '\n');
 }
 
 void startThread(const std::function<void()> &work)
@@ -33,47 +33,48 @@ void startThread(const std::function<void()> &work)
     std::thread(work).detach();
 }
 
-/// The process under test: ends itself in the named way.
-int endAs(const QString &way)
+/// Main function of the child process: exits as the scenario says.
+int runChild(const QString &scenario)
 {
     auto guard = std::make_unique<EmergencyExit>(
         [main = std::this_thread::get_id()] {
-            note(std::this_thread::get_id() == main ? "stored-on-main" : "stored-elsewhere");
+            appendNote(std::this_thread::get_id() == main ? "saved-on-main"
+                                                          : "saved-on-other-thread");
         },
-        way == QLatin1String("main-hangs") ? std::chrono::milliseconds(50)
-                                           : std::chrono::milliseconds(60000));
-    // As libraries do once they are used.
-    std::atexit([] { note("library-gone"); });
-    if (way == QLatin1String("ordinary")) {
+        scenario == QLatin1String("main-thread-blocked") ? std::chrono::milliseconds(50)
+                                                         : std::chrono::milliseconds(60000));
+    // Stands for the exit handler of a library.
+    std::atexit([] { appendNote("library-handler-ran"); });
+    if (scenario == QLatin1String("ordinary")) {
         guard.reset();
-        std::exit(ordinaryStatus);
+        std::exit(ordinaryExitCode);
     }
-    if (way == QLatin1String("registered-before"))
-        std::exit(ordinaryStatus);
-    guard->comeFirst();
-    if (way == QLatin1String("exit"))
-        std::exit(ordinaryStatus);
-    if (way == QLatin1String("exit-elsewhere"))
-        startThread([] { std::exit(ordinaryStatus); });
-    if (way == QLatin1String("leave-elsewhere"))
-        startThread(&EmergencyExit::leave);
-    if (way == QLatin1String("main-hangs")) {
-        startThread(&EmergencyExit::leave);
+    if (scenario == QLatin1String("handler-registered-later"))
+        std::exit(ordinaryExitCode);
+    guard->registerExitHandlers();
+    if (scenario == QLatin1String("exit"))
+        std::exit(ordinaryExitCode);
+    if (scenario == QLatin1String("exit-on-other-thread"))
+        startThread([] { std::exit(ordinaryExitCode); });
+    if (scenario == QLatin1String("exit-now-on-other-thread"))
+        startThread(&EmergencyExit::exitNow);
+    if (scenario == QLatin1String("main-thread-blocked")) {
+        startThread(&EmergencyExit::exitNow);
         for (;;)
             std::this_thread::sleep_for(std::chrono::hours(1));
     }
-    if (way == QLatin1String("many")) {
+    if (scenario == QLatin1String("many-threads")) {
         for (int i = 0; i < 8; ++i)
-            startThread(i % 2 == 0 ? std::function<void()>(&EmergencyExit::leave)
-                                   : [] { std::exit(ordinaryStatus); });
-        QTimer::singleShot(0, qApp, [] { std::exit(ordinaryStatus); });
+            startThread(i % 2 == 0 ? std::function<void()>(&EmergencyExit::exitNow)
+                                   : [] { std::exit(ordinaryExitCode); });
+        QTimer::singleShot(0, qApp, [] { std::exit(ordinaryExitCode); });
     }
     return QCoreApplication::exec();
 }
 
 } // namespace
 
-/// Each case is a process of its own, which this program starts once more for it.
+/// Each scenario runs in a child process, which is this program with --end-as.
 class TestEmergencyExit : public QObject
 {
     Q_OBJECT
@@ -82,16 +83,18 @@ private Q_SLOTS:
     {
         QTest::addColumn<int>("status");
         QTest::addColumn<QByteArray>("notes");
-        const QByteArray stored("stored-on-main\n");
-        QTest::newRow("ordinary") << ordinaryStatus << QByteArray("library-gone\n");
-        QTest::newRow("exit") << EXIT_FAILURE << stored;
-        QTest::newRow("registered-before") << EXIT_FAILURE << "library-gone\n" + stored;
-        QTest::newRow("exit-elsewhere") << EXIT_FAILURE << stored;
-        QTest::newRow("leave-elsewhere") << EXIT_FAILURE << stored;
-        QTest::newRow("main-hangs") << EXIT_FAILURE << QByteArray("stored-elsewhere\n");
-        QTest::newRow("many") << EXIT_FAILURE << stored;
+        const QByteArray saved("saved-on-main\n");
+        QTest::newRow("ordinary") << ordinaryExitCode << QByteArray("library-handler-ran\n");
+        QTest::newRow("exit") << EXIT_FAILURE << saved;
+        QTest::newRow("handler-registered-later")
+            << EXIT_FAILURE << "library-handler-ran\n" + saved;
+        QTest::newRow("exit-on-other-thread") << EXIT_FAILURE << saved;
+        QTest::newRow("exit-now-on-other-thread") << EXIT_FAILURE << saved;
+        QTest::newRow("main-thread-blocked")
+            << EXIT_FAILURE << QByteArray("saved-on-other-thread\n");
+        QTest::newRow("many-threads") << EXIT_FAILURE << saved;
     }
-    void endsWithEverythingStored()
+    void savesDataBeforeExit()
     {
         QFETCH(int, status);
         QFETCH(QByteArray, notes);
@@ -119,7 +122,7 @@ int runTests(int argc, char **argv)
     QCoreApplication application(argc, argv);
     const QStringList arguments = QCoreApplication::arguments();
     if (arguments.size() == 3 && arguments.at(1) == QLatin1String("--end-as"))
-        return endAs(arguments.at(2));
+        return runChild(arguments.at(2));
     TestEmergencyExit test;
     return QTest::qExec(&test, argc, argv);
 }

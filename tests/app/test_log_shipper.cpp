@@ -52,20 +52,20 @@ struct Fixture
     LogCapture log;
 };
 
-/// Notes how long a silence each request allows, and allows almost none.
-class HurriedNetwork : public QNetworkAccessManager
+/// Records each request's transfer timeout and replaces it with 50 ms.
+class ShortTimeoutNetwork : public QNetworkAccessManager
 {
 public:
-    QList<int> asked;
+    QList<int> requestedTimeouts;
 
 protected:
     QNetworkReply *createRequest(Operation operation, const QNetworkRequest &request,
                                  QIODevice *body) override
     {
-        asked << request.transferTimeout();
-        QNetworkRequest hurried = request;
-        hurried.setTransferTimeout(50);
-        return QNetworkAccessManager::createRequest(operation, hurried, body);
+        requestedTimeouts << request.transferTimeout();
+        QNetworkRequest shortened = request;
+        shortened.setTransferTimeout(50);
+        return QNetworkAccessManager::createRequest(operation, shortened, body);
     }
 };
 
@@ -75,7 +75,7 @@ class TestLogShipper : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void wholeFileIsPosted()
+    void postsWholeFile()
     {
         Fixture f(QByteArray("line\n").repeated(1000));
         f.server.answerWith(ScriptedHttpServer::answer(202, {}), Ending::Close);
@@ -90,13 +90,13 @@ private Q_SLOTS:
         const auto names = request.headerNames();
         QVERIFY(names.indexOf("Authorization") < names.indexOf("Content-Type"));
         QVERIFY(names.indexOf("Content-Type") < names.indexOf("X-App-Version"));
-        // The file stays as it is, for the next time.
+        // The file is not modified.
         QFile file(f.folder.filePath("pipeline.log"));
         QVERIFY(file.open(QIODevice::ReadOnly));
         QCOMPARE(file.readAll(), QByteArray("line\n").repeated(1000));
     }
 
-    void otherStatusesAreNoSuccess()
+    void otherStatusCodesAreFailures()
     {
         for (const int status : {200, 201, 204, 302, 401, 413, 500}) {
             Fixture f;
@@ -108,20 +108,20 @@ private Q_SLOTS:
         }
     }
 
-    void filesWithoutTextAreSkipped_data()
+    void unusableFilesAreSkipped_data()
     {
         QTest::addColumn<QString>("name");
         QTest::addColumn<QByteArray>("content");
         QTest::newRow("absent") << "absent.log" << QByteArray("x");
         QTest::newRow("empty") << "pipeline.log" << QByteArray();
-        QTest::newRow("no text") << "pipeline.log" << QByteArray("\xff\xfe");
-        QTest::newRow("no text far behind")
+        QTest::newRow("invalid UTF-8") << "pipeline.log" << QByteArray("\xff\xfe");
+        QTest::newRow("invalid UTF-8 after 3 MB")
             << "pipeline.log" << QByteArray(3'000'000, 'x') + QByteArray("\xff");
         QTest::newRow("folder") << "." << QByteArray("x");
-        QTest::newRow("in a folder that does not exist") << "a/b.log" << QByteArray("x");
-        QTest::newRow("device without end") << "/dev/zero" << QByteArray("x");
+        QTest::newRow("missing folder") << "a/b.log" << QByteArray("x");
+        QTest::newRow("endless device") << "/dev/zero" << QByteArray("x");
     }
-    void filesWithoutTextAreSkipped()
+    void unusableFilesAreSkipped()
     {
         QFETCH(QString, name);
         QFETCH(QByteArray, content);
@@ -133,7 +133,7 @@ private Q_SLOTS:
         QCOMPARE(f.server.connectionCount(), 0);
     }
 
-    void pipeInItsPlaceIsNotWaitedFor()
+    void pipeIsSkippedWithoutBlocking()
     {
         Fixture f;
         f.name = "pipe";
@@ -147,21 +147,21 @@ private Q_SLOTS:
     {
         Fixture f;
         QFile::setPermissions(f.folder.filePath(f.name), QFileDevice::WriteOwner);
-        // The superuser reads everything: be somebody else meanwhile, with every thread.
+        // Root can read any file, so switch the effective user of all threads.
         const uid_t user = geteuid();
         constexpr uid_t nobody = 65534;
         if (user == 0)
             QCOMPARE(seteuid(nobody), 0);
-        const auto back = qScopeGuard([user] { Q_UNUSED(seteuid(user)) });
+        const auto restoreUser = qScopeGuard([user] { Q_UNUSED(seteuid(user)) });
         QVERIFY(!QFile(f.folder.filePath(f.name)).open(QIODevice::ReadOnly));
         f.ship();
         QCOMPARE(f.log.lines, QStringList{QString::fromUtf8(
                                   "[LogShipper] No log file found or empty — skipping")});
     }
 
-    void hugeFileIsSentWholeAndUnchanged()
+    void hugeFileIsPostedUnchanged()
     {
-        // Characters of three bytes, so that pieces of any size cut some.
+        // Multi-byte characters, so that some are split at chunk boundaries.
         const QByteArray content =
             QByteArray("[09:05:03.007] — \xe2\x82\xac\n").repeated(1'000'000);
         Fixture f(content);
@@ -173,7 +173,7 @@ private Q_SLOTS:
         QVERIFY(f.server.requests().first().body() == content);
     }
 
-    void fileIsReadOffTheMainThread()
+    void fileIsReadOnWorkerThread()
     {
         Fixture f;
         QThreadPool &pool = *QThreadPool::globalInstance();
@@ -184,7 +184,7 @@ private Q_SLOTS:
         const auto shipper = f.make();
         QSignalSpy finished(shipper.get(), &LogShipper::finished);
         shipper->shipLogs("t");
-        // The worker is busy: whatever happens now happens without it.
+        // The only worker is blocked, so anything done now would be done on the main thread.
         QCoreApplication::processEvents();
         QCOMPARE(f.server.connectionCount(), 0);
         QFile::remove(f.folder.filePath(f.name));
@@ -195,16 +195,16 @@ private Q_SLOTS:
                                   "[LogShipper] No log file found or empty — skipping")});
     }
 
-    void lostConnectionIsNotMadeUpFor_data()
+    void lostConnectionIsNotRetried_data()
     {
         QTest::addColumn<QByteArray>("bytes");
         QTest::addColumn<bool>("reset");
-        QTest::newRow("close before an answer") << QByteArray() << false;
-        QTest::newRow("reset before an answer") << QByteArray() << true;
-        QTest::newRow("close within the header") << QByteArray("HTTP/1.1 202 S\r\nX-") << false;
-        QTest::newRow("reset within the header") << QByteArray("HTTP/1.1 202 S\r\nX-") << true;
+        QTest::newRow("closed before response") << QByteArray() << false;
+        QTest::newRow("reset before response") << QByteArray() << true;
+        QTest::newRow("closed within header") << QByteArray("HTTP/1.1 202 S\r\nX-") << false;
+        QTest::newRow("reset within header") << QByteArray("HTTP/1.1 202 S\r\nX-") << true;
     }
-    void lostConnectionIsNotMadeUpFor()
+    void lostConnectionIsNotRetried()
     {
         QFETCH(QByteArray, bytes);
         QFETCH(bool, reset);
@@ -218,7 +218,7 @@ private Q_SLOTS:
         QCOMPARE(f.server.requests().size(), 2);
     }
 
-    void statusDecidesWithoutItsBody()
+    void statusSufficesWithoutBody()
     {
         Fixture f;
         f.server.answerWith("HTTP/1.1 202 S\r\nContent-Length: 1000000000\r\n\r\nx",
@@ -228,17 +228,17 @@ private Q_SLOTS:
         QTRY_VERIFY(f.server.requests().first().disconnected);
     }
 
-    void silenceOfHalfAMinuteEndsIt()
+    void timesOutAfterHalfAMinute()
     {
         Fixture f;
-        HurriedNetwork network;
+        ShortTimeoutNetwork network;
         f.server.answerWith({}, Ending::KeepOpen);
         LogShipper shipper(network, QUrl(f.server.baseUrl() + "/api/logs/app"),
                            f.folder.filePath(f.name));
         QSignalSpy finished(&shipper, &LogShipper::finished);
         shipper.shipLogs("token-value");
         QVERIFY(finished.wait());
-        QCOMPARE(network.asked, QList<int>{30'000});
+        QCOMPARE(network.requestedTimeouts, QList<int>{30'000});
         QCOMPARE(f.log.lines, QStringList{"[LogShipper] Failed to ship logs (non-fatal): The "
                                           "request timed out."});
     }
@@ -255,7 +255,7 @@ private Q_SLOTS:
         QCOMPARE(elsewhere.connectionCount(), 0);
     }
 
-    void answerThatIsNotHttp()
+    void nonHttpResponseFails()
     {
         Fixture f;
         StatuslessNetwork network;
@@ -268,7 +268,7 @@ private Q_SLOTS:
             QStringList{"[LogShipper] Failed to ship logs (non-fatal): Response was not HTTP"});
     }
 
-    void tokenWithLineBreaksIsNotSent()
+    void tokenWithLineBreakIsRejected()
     {
         Fixture f;
         f.ship("t\r\nX-Evil: 1");
@@ -278,7 +278,7 @@ private Q_SLOTS:
         QCOMPARE(f.server.connectionCount(), 0);
     }
 
-    void requestsDuringAnUploadShareTheNextOne()
+    void requestsDuringUploadAreCombined()
     {
         Fixture f;
         const auto shipper = f.make();
@@ -296,17 +296,17 @@ private Q_SLOTS:
         QCOMPARE(f.server.requests().last().header("Authorization"), "Bearer third");
     }
 
-    void refreshedConfigurationMayAskForLogs_data()
+    void refreshedConfigurationRequestsLogs_data()
     {
         QTest::addColumn<int>("requested");
         QTest::addColumn<bool>("signedIn");
         QTest::addColumn<int>("uploads");
-        QTest::newRow("yes") << 1 << true << 1;
-        QTest::newRow("no") << 0 << true << 0;
-        QTest::newRow("not said") << -1 << true << 0;
-        QTest::newRow("without a token") << 1 << false << 0;
+        QTest::newRow("requested") << 1 << true << 1;
+        QTest::newRow("not requested") << 0 << true << 0;
+        QTest::newRow("absent from the configuration") << -1 << true << 0;
+        QTest::newRow("no token") << 1 << false << 0;
     }
-    void refreshedConfigurationMayAskForLogs()
+    void refreshedConfigurationRequestsLogs()
     {
         QFETCH(int, requested);
         QFETCH(bool, signedIn);
@@ -327,14 +327,14 @@ private Q_SLOTS:
             Q_EMIT notifications.configDidUpdate(config);
             if (uploads == 0)
                 continue;
-            // Every such configuration counts, and the file goes whole again.
+            // Each such configuration uploads the whole file again.
             QTRY_COMPARE(finished.count(), i);
             QCOMPARE(f.server.requests().size(), i);
             QCOMPARE(f.server.requests().last().header("Authorization"), "Bearer current");
             QCOMPARE(f.server.requests().last().body(), "[09:05:03.007] x\n");
         }
         if (uploads == 0) {
-            // Of one that is asked for later, all earlier ones would have come first.
+            // Uploads run in order, so an earlier request would arrive before this one.
             shipper->shipLogs("later");
             QTRY_COMPARE(finished.count(), 1);
             QCOMPARE(f.server.requests().first().header("Authorization"), "Bearer later");

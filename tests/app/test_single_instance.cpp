@@ -17,20 +17,21 @@ using namespace std::chrono_literals;
 
 namespace {
 
-/// A second start on a thread of its own: it waits without an event loop, as the real one does.
-bool activateFrom(const QString &folder, const QString &session,
-                  std::chrono::milliseconds patience = 30s)
+/// Runs a second instance on its own thread, without an event loop like the real one. Returns
+/// whether the first one has replied.
+bool activateFromThread(const QString &folder, const QString &session,
+                        std::chrono::milliseconds timeout = 30s)
 {
-    bool done = false;
-    bool answered = false;
+    bool isDone = false;
+    bool hasReplied = false;
     QThreadPool::globalInstance()->start([&] {
-        answered = SingleInstance(folder, session).activateFirst(patience);
+        hasReplied = SingleInstance(folder, session).activateRunningInstance(timeout);
         QMetaObject::invokeMethod(
-            qApp, [&done] { done = true; }, Qt::QueuedConnection);
+            qApp, [&isDone] { isDone = true; }, Qt::QueuedConnection);
     });
-    [&done] { QTRY_VERIFY_WITH_TIMEOUT(done, 40'000); }();
+    [&isDone] { QTRY_VERIFY_WITH_TIMEOUT(isDone, 40'000); }();
     QThreadPool::globalInstance()->waitForDone();
-    return answered;
+    return hasReplied;
 }
 
 } // namespace
@@ -39,22 +40,22 @@ class TestSingleInstance : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void secondStartFindsTheFirst()
+    void secondInstanceActivatesFirst()
     {
         QTemporaryDir folder;
         SingleInstance first(folder.path(), ":1");
-        QCOMPARE(first.claim(), SingleInstance::Claim::First);
+        QCOMPARE(first.claim(), SingleInstance::Claim::Acquired);
         int activations = 0;
         first.listen([&activations] { ++activations; });
         SingleInstance second(folder.path(), ":1");
         QCOMPARE(second.claim(), SingleInstance::Claim::Taken);
-        QVERIFY(activateFrom(folder.path(), ":1"));
+        QVERIFY(activateFromThread(folder.path(), ":1"));
         QCOMPARE(activations, 1);
-        QVERIFY(activateFrom(folder.path(), ":1"));
+        QVERIFY(activateFromThread(folder.path(), ":1"));
         QCOMPARE(activations, 2);
     }
 
-    void socketIsTheUsersAlone()
+    void socketIsAccessibleOnlyToUser()
     {
         QTemporaryDir folder;
         SingleInstance first(folder.path(), ":1");
@@ -66,17 +67,17 @@ private Q_SLOTS:
         QCOMPARE(QFileInfo(first.socketPath()).permissions() & others, QFile::Permissions());
     }
 
-    void anotherDisplayOrUserIsAnotherSession()
+    void displaysAndUsersHaveSeparateSessions()
     {
         QTemporaryDir folder;
         QTemporaryDir other;
         SingleInstance first(folder.path(), ":1");
-        QCOMPARE(first.claim(), SingleInstance::Claim::First);
-        QCOMPARE(SingleInstance(folder.path(), ":2").claim(), SingleInstance::Claim::First);
-        QCOMPARE(SingleInstance(other.path(), ":1").claim(), SingleInstance::Claim::First);
+        QCOMPARE(first.claim(), SingleInstance::Claim::Acquired);
+        QCOMPARE(SingleInstance(folder.path(), ":2").claim(), SingleInstance::Claim::Acquired);
+        QCOMPARE(SingleInstance(other.path(), ":1").claim(), SingleInstance::Claim::Acquired);
     }
 
-    void endOfTheFirstFreesTheSession()
+    void exitReleasesSession()
     {
         QTemporaryDir folder;
         {
@@ -88,17 +89,17 @@ private Q_SLOTS:
             QDir(folder.path()).entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot),
             QStringList());
         SingleInstance next(folder.path(), ":1");
-        QCOMPARE(next.claim(), SingleInstance::Claim::First);
+        QCOMPARE(next.claim(), SingleInstance::Claim::Acquired);
     }
 
-    void whatACrashLeftIsNoObstacle()
+    void recoversFromCrash()
     {
         QTemporaryDir folder;
         SingleInstance next(folder.path(), ":1");
         {
-            // A socket nobody listens on, and the lock of a process that no longer is.
-            QLocalServer dead;
-            QVERIFY(dead.listen(next.socketPath()));
+            // Leave a socket without a listener and the lock file of a process that does not exist.
+            QLocalServer crashed;
+            QVERIFY(crashed.listen(next.socketPath()));
             QVERIFY(QFile::rename(next.socketPath(), next.socketPath() + ".aside"));
         }
         QVERIFY(QFile::rename(next.socketPath() + ".aside", next.socketPath()));
@@ -108,25 +109,25 @@ private Q_SLOTS:
         file.write("4194303\nquellora\n" + QSysInfo::machineHostName().toUtf8() + "\n" +
                    QSysInfo::machineUniqueId() + "\n" + QSysInfo::bootUniqueId() + "\n");
         file.close();
-        QCOMPARE(next.claim(), SingleInstance::Claim::First);
+        QCOMPARE(next.claim(), SingleInstance::Claim::Acquired);
         int activations = 0;
         next.listen([&activations] { ++activations; });
-        QVERIFY(activateFrom(folder.path(), ":1"));
+        QVERIFY(activateFromThread(folder.path(), ":1"));
         QCOMPARE(activations, 1);
     }
 
-    void onlyTheOneWordIsUnderstood_data()
+    void rejectsOtherCommands_data()
     {
         QTest::addColumn<QByteArray>("sent");
-        QTest::newRow("another word") << QByteArray("quit\n");
-        QTest::newRow("more after it") << QByteArray("activate\nactivate\n");
-        QTest::newRow("longer word") << QByteArray("activateX\n");
-        QTest::newRow("capitals") << QByteArray("ACTIVATE\n");
+        QTest::newRow("other command") << QByteArray("quit\n");
+        QTest::newRow("repeated command") << QByteArray("activate\nactivate\n");
+        QTest::newRow("longer command") << QByteArray("activateX\n");
+        QTest::newRow("upper case") << QByteArray("ACTIVATE\n");
         QTest::newRow("zero bytes") << QByteArray(9, '\0');
-        QTest::newRow("a flood") << QByteArray(1 << 20, 'a');
-        QTest::newRow("a path") << QByteArray("activate /etc/passwd\n");
+        QTest::newRow("1 MiB") << QByteArray(1 << 20, 'a');
+        QTest::newRow("argument") << QByteArray("activate /etc/passwd\n");
     }
-    void onlyTheOneWordIsUnderstood()
+    void rejectsOtherCommands()
     {
         QFETCH(QByteArray, sent);
         QTemporaryDir folder;
@@ -143,12 +144,12 @@ private Q_SLOTS:
         QCOMPARE(activations, 0);
         QCOMPARE(socket.readAll(), QByteArray());
         QVERIFY(log.lines.isEmpty());
-        // It still listens.
-        QVERIFY(activateFrom(folder.path(), ":1"));
+        // It is still listening.
+        QVERIFY(activateFromThread(folder.path(), ":1"));
         QCOMPARE(activations, 1);
     }
 
-    void wordMayComeInPieces()
+    void acceptsCommandInPieces()
     {
         QTemporaryDir folder;
         SingleInstance first(folder.path(), ":1");
@@ -169,7 +170,7 @@ private Q_SLOTS:
         QCOMPARE(socket.readAll(), QByteArray("ok\n"));
     }
 
-    void silentConnectionsDoNotPileUp()
+    void silentConnectionsAreLimited()
     {
         QTemporaryDir folder;
         SingleInstance first(folder.path(), ":1", 300ms);
@@ -187,51 +188,51 @@ private Q_SLOTS:
             });
         };
         QTRY_COMPARE(refused(), 3);
-        // Those that were let in have their time, and then their place is free.
+        // Accepted connections time out, which frees their slots.
         QTRY_COMPARE_WITH_TIMEOUT(refused(), qsizetype(silent.size()), 10'000);
-        QVERIFY(activateFrom(folder.path(), ":1"));
+        QVERIFY(activateFromThread(folder.path(), ":1"));
     }
 
-    void hungFirstIsNotWaitedForLong()
+    void hungInstanceTimesOut()
     {
         QTemporaryDir folder;
         SingleInstance first(folder.path(), ":1");
         first.claim();
-        // Somebody listens there and never answers.
+        // A listener that never replies.
         QLocalServer hung;
         QVERIFY(hung.listen(first.socketPath()));
         QElapsedTimer timer;
         timer.start();
-        QVERIFY(!SingleInstance(folder.path(), ":1").activateFirst(200ms));
+        QVERIFY(!SingleInstance(folder.path(), ":1").activateRunningInstance(200ms));
         QVERIFY2(timer.elapsed() < 5000, qPrintable(QString::number(timer.elapsed())));
     }
 
-    void nobodyListeningIsNotWaitedForLong()
+    void missingListenerTimesOut()
     {
         QTemporaryDir folder;
-        QVERIFY(!SingleInstance(folder.path(), ":1").activateFirst(100ms));
+        QVERIFY(!SingleInstance(folder.path(), ":1").activateRunningInstance(100ms));
     }
 
-    void unusableFolderDoesNotPreventTheStart()
+    void unusableFolderDoesNotPreventStart()
     {
         QTemporaryDir folder;
         LogCapture log;
-        SingleInstance alone(folder.filePath("missing"), ":1");
-        QCOMPARE(alone.claim(), SingleInstance::Claim::First);
+        SingleInstance instance(folder.filePath("missing"), ":1");
+        QCOMPARE(instance.claim(), SingleInstance::Claim::Acquired);
         QCOMPARE(log.lines, QStringList{"[SingleInstance] WARNING: No lock can be made; a second "
                                         "start will not be noticed"});
-        alone.listen([] {});
+        instance.listen([] {});
         QCOMPARE(log.lines.size(), 1);
     }
 
-    void pathTooLongForASocketIsSaid()
+    void socketPathTooLongIsLogged()
     {
         QTemporaryDir folder;
         const QString deep = folder.filePath(QString(120, 'x'));
         QVERIFY(QDir().mkpath(deep));
         LogCapture log;
         SingleInstance first(deep, ":1");
-        QCOMPARE(first.claim(), SingleInstance::Claim::First);
+        QCOMPARE(first.claim(), SingleInstance::Claim::Acquired);
         first.listen([] {});
         QCOMPARE(log.lines.size(), 1);
         QVERIFY(log.lines.first().startsWith(

@@ -9,7 +9,7 @@ using namespace quellora;
 
 namespace {
 
-QImage drawing()
+QImage testImage()
 {
     QImage image(16, 16, QImage::Format_ARGB32_Premultiplied);
     image.fill(Qt::black);
@@ -22,7 +22,7 @@ class TestStatusBar : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void bundledDrawingsServeWhereTheSystemHasNone()
+    void bundledSymbolsAreTheFallback()
     {
         FakeStatusArea area;
         FakeSymbols symbols;
@@ -32,17 +32,17 @@ private Q_SLOTS:
         QVERIFY(!item->setSymbol(QString(), "Quellora"));
     }
 
-    void symbolsOfTheSystemServe()
+    void usesSystemSymbols()
     {
         FakeStatusArea area;
         FakeSymbols symbols;
-        symbols.images.insert("bolt", drawing());
+        symbols.images.insert("bolt", testImage());
         const auto item = QtStatusBar(area, symbols).makeItem();
         QVERIFY(item->setSymbol("bolt", "Quellora"));
         QVERIFY(!item->setSymbol("leaf", "Quellora"));
     }
 
-    void hasAButtonWhereThereIsAnArea()
+    void hasButtonOnlyWithStatusArea()
     {
         FakeStatusArea area;
         FakeSymbols symbols;

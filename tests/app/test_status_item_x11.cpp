@@ -13,12 +13,11 @@ using namespace quellora;
 
 namespace {
 
-/// A tray of the older kind, on a connection of its own, that counts the items which ask for a
-/// place.
-class OldTray
+/// An XEmbed system tray on its own X11 connection that counts dock requests.
+class XEmbedTray
 {
 public:
-    OldTray() : m_connection(xcb_connect(nullptr, nullptr))
+    XEmbedTray() : m_connection(xcb_connect(nullptr, nullptr))
     {
         const xcb_screen_t *screen = xcb_setup_roots_iterator(xcb_get_setup(m_connection)).data;
         const xcb_window_t window = xcb_generate_id(m_connection);
@@ -28,20 +27,20 @@ public:
                                 XCB_CURRENT_TIME);
         m_opcode = atom("_NET_SYSTEM_TRAY_OPCODE");
     }
-    ~OldTray() { xcb_disconnect(m_connection); }
-    Q_DISABLE_COPY_MOVE(OldTray)
+    ~XEmbedTray() { xcb_disconnect(m_connection); }
+    Q_DISABLE_COPY_MOVE(XEmbedTray)
 
-    int items()
+    int itemCount()
     {
         constexpr quint32 requestDock = 0;
         while (xcb_generic_event_t *event = xcb_poll_for_event(m_connection)) {
             const auto *message = reinterpret_cast<const xcb_client_message_event_t *>(event);
             if ((event->response_type & 0x7f) == XCB_CLIENT_MESSAGE && message->type == m_opcode &&
                 message->data.data32[1] == requestDock)
-                ++m_items;
+                ++m_itemCount;
             std::free(event);
         }
-        return m_items;
+        return m_itemCount;
     }
 
 private:
@@ -58,34 +57,34 @@ private:
 
     xcb_connection_t *m_connection;
     xcb_atom_t m_opcode = XCB_ATOM_NONE;
-    int m_items = 0;
+    int m_itemCount = 0;
 };
 
 } // namespace
 
-/// What really reaches a tray.
+/// Status item on a real X11 tray.
 class StatusItemX11Test : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void theItemIsThereWithOrWithoutItsPicture_data()
+    void itemAppearsWithOrWithoutSymbol_data()
     {
         QTest::addColumn<QString>("symbol");
-        QTest::newRow("picture") << QStringLiteral("gear");
-        QTest::newRow("no picture") << QStringLiteral("bolt");
+        QTest::newRow("with symbol") << QStringLiteral("gear");
+        QTest::newRow("without symbol") << QStringLiteral("bolt");
     }
-    void theItemIsThereWithOrWithoutItsPicture()
+    void itemAppearsWithOrWithoutSymbol()
     {
         QFETCH(QString, symbol);
-        OldTray tray;
+        XEmbedTray tray;
         FakeStatusArea area;
         FakeSymbols symbols;
         const auto item = QtStatusBar(area, symbols).makeItem();
         QCOMPARE(item->setSymbol(symbol, QStringLiteral("Quellora")),
                  symbol == QStringLiteral("gear"));
-        QCOMPARE(tray.items(), 0);
+        QCOMPARE(tray.itemCount(), 0);
         item->setMenu({{QStringLiteral("Quit"), [] {}}});
-        QTRY_COMPARE(tray.items(), 1);
+        QTRY_COMPARE(tray.itemCount(), 1);
     }
 };
 
@@ -93,7 +92,7 @@ namespace {
 
 int runTests(int argc, char **argv)
 {
-    // Without a bus the toolkit speaks to the tray of the older kind.
+    // Without a session bus, Qt falls back to the XEmbed protocol.
     qputenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent");
     QApplication application(argc, argv);
     StatusItemX11Test test;

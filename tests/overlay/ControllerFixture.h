@@ -22,10 +22,10 @@
 
 namespace quellora {
 
-/// The whole overlay over fakes, without a page engine.
+/// The complete overlay with fake collaborators and no web engine.
 struct ControllerFixture
 {
-    explicit ControllerFixture(const VantiroConfig &given = {}) : config(given)
+    explicit ControllerFixture(const VantiroConfig &vantiroConfig = {}) : config(vantiroConfig)
     {
         prepareQmlEngine(engine);
         make();
@@ -33,12 +33,12 @@ struct ControllerFixture
 
     void make()
     {
-        auto pages = std::make_unique<FakePageSurface>();
-        surface = pages.get();
+        auto pageSurface = std::make_unique<FakePageSurface>();
+        surface = pageSurface.get();
         overlay = std::make_unique<OverlayWindowController>(
             config, OverlayWindowController::Collaborators{
                         platform, settings, defaults, notifications, session, service, engine,
-                        std::move(pages), QUrl(), nullptr, BackendEndpoints("http://host"),
+                        std::move(pageSurface), QUrl(), nullptr, BackendEndpoints("http://host"),
                         [this] { return capture.future(); }, [this] { ++quits; }, hotkeys, &library,
                         &permissions});
     }

@@ -10,7 +10,7 @@
 
 namespace quellora {
 
-/// Drives a fresh overlay with pointer and keys; base of test classes.
+/// Base of test classes that drive a fresh overlay with mouse and keyboard events.
 class OverlayDriver : public QObject
 {
     Q_OBJECT
@@ -23,7 +23,7 @@ private Q_SLOTS:
     void init()
     {
         m_fixture = std::make_unique<OverlayFixture>();
-        // The owner's part of opening and closing the menu.
+        // Opens and closes the menu like the window controller.
         connect(&f().overlay, &OverlayModel::menuToggled, &f().overlay,
                 [this] { f().overlay.setMenuOpen(!f().overlay.isMenuOpen()); });
         connect(&f().menu, &HamburgerMenuModel::closeRequested, &f().overlay,
@@ -50,7 +50,7 @@ protected:
 
     QPoint centre(const char *name)
     {
-        f().panel.grabWindow(); // brings every position up to date
+        f().panel.grabWindow(); // updates the layout
         const QQuickItem *item = f().find(name);
         if (!item) {
             QTest::qFail(name, __FILE__, __LINE__);
@@ -86,21 +86,22 @@ protected:
     QString focusName()
     {
         QQuickItem *item = f().panel.activeFocusItem();
-        QAccessibleInterface *face = item ? QAccessible::queryAccessibleInterface(item) : nullptr;
-        return face ? face->text(QAccessible::Name) : QString();
+        QAccessibleInterface *accessible =
+            item ? QAccessible::queryAccessibleInterface(item) : nullptr;
+        return accessible ? accessible->text(QAccessible::Name) : QString();
     }
-    /// Whether there is a while without a frame, as there is between two blinks of the caret but
-    /// not while anything moves.
+    /// Whether no frame is rendered for 250 ms within eight attempts. True if only the caret
+    /// blinks, false during animations.
     bool isStill()
     {
         QSignalSpy frames(&f().panel, &QQuickWindow::frameSwapped);
-        const auto isQuiet = [&frames] {
+        const auto hasNoFrames = [&frames] {
             frames.clear();
             QTest::qWait(250);
             return frames.isEmpty();
         };
         for (int attempt = 0; attempt < 8; ++attempt) {
-            if (isQuiet())
+            if (hasNoFrames())
                 return true;
         }
         return false;

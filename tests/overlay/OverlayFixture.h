@@ -23,7 +23,7 @@
 
 namespace quellora {
 
-/// A whole overlay over fakes: the real panel and views, nothing behind them.
+/// The real panel and views on top of fake collaborators.
 struct OverlayFixture
 {
     OverlayFixture()
@@ -56,8 +56,8 @@ struct OverlayFixture
         manager.start(rebinding.hotkeysConfig());
     }
 
-    /// The owner's part of the settings: the sheet opens and closes, the theme follows the choice.
-    void obeySettings()
+    /// Opens and closes the settings sheet and applies the theme like OverlaySettings.
+    void connectSettings()
     {
         QObject::connect(&menu, &HamburgerMenuModel::settingsRequested, &settings,
                          [this] { settings.setOpen(true); });
@@ -96,7 +96,7 @@ struct OverlayFixture
         payload.bodyMarkdown = body;
         return payload;
     }
-    /// The item that shows the answer, without a page engine.
+    /// A placeholder for the answer's view that needs no web engine.
     static QUrl emptyResponse()
     {
         const char *item = "import QtQuick\nItem { objectName: \"response\"; "
@@ -116,7 +116,7 @@ struct OverlayFixture
         return payload;
     }
 
-    /// Stored threads as a week of work leaves them; opens the sidebar when asked to.
+    /// Adds six stored threads from several days and opens the newest one.
     void addThreads()
     {
         const auto add = [this](const char *title, const QDateTime &moment, int turns, int notes) {
@@ -140,7 +140,7 @@ struct OverlayFixture
             1);
     }
 
-    /// A JPEG that looks like a screen with a table.
+    /// A JPEG that resembles a spreadsheet on screen.
     static QByteArray screenshot(const QSize &size = {1280, 800})
     {
         QImage image(size, QImage::Format_RGB32);
@@ -173,18 +173,18 @@ struct OverlayFixture
         return nullptr;
     }
 
-    /// The words of the system that the pictures show.
+    /// The vocabulary used in the reference pictures.
     const Vocabulary words = Vocabulary::linuxDesktop();
     FakePanelWindow platform;
-    /// A store that can be made to refuse changes.
+    /// A store that can be made to ignore changes of Boolean values.
     struct Defaults : JsonUserDefaults
     {
         void setBool(const QString &key, bool value) override
         {
-            if (!refuses)
+            if (!isReadOnly)
                 JsonUserDefaults::setBool(key, value);
         }
-        bool refuses = false;
+        bool isReadOnly = false;
     };
     Defaults defaults;
     Settings stored{defaults};

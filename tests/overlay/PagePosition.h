@@ -6,7 +6,7 @@
 
 namespace quellora {
 
-/// Reports to @p bar what the display makes of a page's position in pixels.
+/// Sets @p bar from a page's scroll position in pixels, like the response display.
 inline void reportPosition(ResponseScrollbarModel &bar, double scrollTop, double scrollHeight,
                            double clientHeight)
 {

@@ -1,4 +1,4 @@
-/// Shows the overlay in a chosen state without anything behind it, to look at or to photograph:
+/// Shows the overlay in a chosen state with fake collaborators, for inspection or screenshots:
 ///   preview_overlay --state streaming --size 624x744 --theme light --alpha 0.35 --out panel.png
 #include "OverlayFixture.h"
 
@@ -16,67 +16,67 @@ const QString question = QStringLiteral(
     "Why does the nightly export skip the last rows for two regions? Give me the fixed window "
     "function.");
 
-void applyHotkeyState(OverlayFixture &f, const QString &word)
+void applyHotkeyState(OverlayFixture &f, const QString &state)
 {
-    constexpr Qt::KeyboardModifiers three =
+    constexpr Qt::KeyboardModifiers threeModifiers =
         Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier;
-    f.hotkeys.claim(three | Qt::Key_K);
+    f.hotkeys.claim(threeModifiers | Qt::Key_K);
     f.rebinding.beginCapturingHotkey(HotkeyAction::Capture);
-    if (word == QLatin1String("duplicate"))
-        f.keyMonitor.press(three, QStringLiteral("x"));
-    else if (word == QLatin1String("conflict"))
+    if (state == QLatin1String("duplicate"))
+        f.keyMonitor.press(threeModifiers, QStringLiteral("x"));
+    else if (state == QLatin1String("conflict"))
         f.keyMonitor.press(Qt::MetaModifier | Qt::ShiftModifier, QStringLiteral("3"));
-    else if (word == QLatin1String("rollback"))
-        f.keyMonitor.press(three, QStringLiteral("k"));
+    else if (state == QLatin1String("rollback"))
+        f.keyMonitor.press(threeModifiers, QStringLiteral("k"));
 }
 
-/// Applies one word of --state; several may be joined with "+".
-bool apply(OverlayFixture &f, const QString &word)
+/// Applies one state of --state, whose states are joined with "+". Returns false if it is unknown.
+bool applyState(OverlayFixture &f, const QString &state)
 {
     using Activity = OverlayModel::Activity;
     const auto setPrompt = [&f](const QString &text) { f.panels.setPromptText(text); };
-    if (word == QLatin1String("idle")) {
-    } else if (word == QLatin1String("first")) {
+    if (state == QLatin1String("idle")) {
+    } else if (state == QLatin1String("first")) {
         f.defaults.remove("hasLaunchedBefore");
-    } else if (word == QLatin1String("builtin")) {
+    } else if (state == QLatin1String("builtin")) {
         f.defaults.remove("userPrompt");
-    } else if (word == QLatin1String("thread")) {
+    } else if (state == QLatin1String("thread")) {
         f.overlay.setTitle(question);
         f.overlay.setHasAnswer(true);
         reportPosition(f.scrollbar, 0, 900, 532);
-    } else if (word == QLatin1String("saved")) {
+    } else if (state == QLatin1String("saved")) {
         f.overlay.setSaveState(OverlayModel::SaveState::Saved);
         f.stored.setKeepAIHistoryEnabled(true);
-    } else if (word == QLatin1String("saving")) {
+    } else if (state == QLatin1String("saving")) {
         f.overlay.setSaveState(OverlayModel::SaveState::Saving);
-    } else if (word == QLatin1String("unsaved")) {
+    } else if (state == QLatin1String("unsaved")) {
         f.overlay.setSaveState(OverlayModel::SaveState::Failed,
                                QStringLiteral("No space left on device"));
-    } else if (word == QLatin1String("covered")) {
+    } else if (state == QLatin1String("covered")) {
         f.overlay.setThreadCovered(true);
-    } else if (word == QLatin1String("waiting")) {
+    } else if (state == QLatin1String("waiting")) {
         f.overlay.setActivity(Activity::Waiting);
         setPrompt(question);
-    } else if (word == QLatin1String("streaming")) {
+    } else if (state == QLatin1String("streaming")) {
         f.overlay.setActivity(Activity::Streaming);
         setPrompt(question);
-    } else if (word == QLatin1String("stopped")) {
+    } else if (state == QLatin1String("stopped")) {
         f.overlay.showStopped();
-    } else if (word == QLatin1String("notice")) {
+    } else if (state == QLatin1String("notice")) {
         f.overlay.showNotice(
             QStringLiteral("Could not open the browser: xdg-open is not installed"));
-    } else if (word == QLatin1String("capturing")) {
+    } else if (state == QLatin1String("capturing")) {
         f.overlay.setActivity(Activity::Capturing);
         f.panels.setCapturing(true);
-    } else if (word == QLatin1String("text")) {
+    } else if (state == QLatin1String("text")) {
         setPrompt(QStringLiteral("Which week is the outlier?"));
-    } else if (word == QLatin1String("long")) {
+    } else if (state == QLatin1String("long")) {
         setPrompt(QStringLiteral("one\ntwo\nthree\nfour\nfive\nsix\nseven"));
-    } else if (word == QLatin1String("attached")) {
+    } else if (state == QLatin1String("attached")) {
         f.panels.setStagedScreenshotData(OverlayFixture::screenshot());
-    } else if (word == QLatin1String("broken")) {
+    } else if (state == QLatin1String("broken")) {
         f.panels.setStagedScreenshotData(QByteArray("x"));
-    } else if (word == QLatin1String("info") || word == QLatin1String("collapsed")) {
+    } else if (state == QLatin1String("info") || state == QLatin1String("collapsed")) {
         f.panels.setAdminMessage(OverlayFixture::message(
             QStringLiteral("INFORMATIONAL"), QStringLiteral("Startup issues"),
             QStringLiteral("**Accessibility permission not granted.** Global hotkeys may not work "
@@ -85,12 +85,12 @@ bool apply(OverlayFixture &f, const QString &word)
                            "Recording permission not granted.** Captures will be blank or fail "
                            "silently. Grant it in System Settings → Privacy & Security → Screen "
                            "Recording → enable Quellora, then relaunch the app.")));
-        f.panels.setInformationalCollapsed(word == QLatin1String("collapsed"));
-    } else if (word == QLatin1String("blocking")) {
+        f.panels.setInformationalCollapsed(state == QLatin1String("collapsed"));
+    } else if (state == QLatin1String("blocking")) {
         f.panels.setAdminMessage(OverlayFixture::blocking());
         f.panels.setBlocked(true);
         f.overlay.setSendingBlocked(true);
-    } else if (word == QLatin1String("wordy")) {
+    } else if (state == QLatin1String("wordy")) {
         const QString longName = QStringLiteral("A name that goes on and on without an end ");
         auto message = OverlayFixture::blocking();
         message.headerText = longName.repeated(4);
@@ -103,52 +103,52 @@ bool apply(OverlayFixture &f, const QString &word)
         for (int i = 0; i < 8; ++i)
             models.append({QString::number(i), longName.repeated(i % 3 + 1), longName.repeated(4)});
         f.panels.models()->setOffer(models, QStringLiteral("1"));
-    } else if (word == QLatin1String("endless")) {
+    } else if (state == QLatin1String("endless")) {
         f.panels.setAdminMessage(OverlayFixture::message(
             QStringLiteral("INFORMATIONAL"), QStringLiteral("Release notes"),
             QStringLiteral("- A point among many others\n").repeated(40)));
-    } else if (word.startsWith(QLatin1String("usage"))) {
-        const double percent = word.mid(5).toDouble();
+    } else if (state.startsWith(QLatin1String("usage"))) {
+        const double percent = state.mid(5).toDouble();
         f.overlay.setUsage(percent);
         f.menu.setUsage(qint64(percent * 10000), 1000000, percent >= 125);
-    } else if (word == QLatin1String("menu")) {
+    } else if (state == QLatin1String("menu")) {
         f.overlay.setMenuOpen(true);
-    } else if (word == QLatin1String("allrows")) {
+    } else if (state == QLatin1String("allrows")) {
         f.menu.setHistoryAvailable(true);
         f.menu.setSettingsAvailable(true);
-    } else if (word == QLatin1String("threads")) {
+    } else if (state == QLatin1String("threads")) {
         f.addThreads();
-    } else if (word == QLatin1String("history")) {
+    } else if (state == QLatin1String("history")) {
         f.history.historyButtonClicked();
         QCoreApplication::processEvents();
-    } else if (word.startsWith(QLatin1String("search:"))) {
-        f.sidebar.setSearchText(word.mid(7));
-    } else if (word == QLatin1String("delete")) {
+    } else if (state.startsWith(QLatin1String("search:"))) {
+        f.sidebar.setSearchText(state.mid(7));
+    } else if (state == QLatin1String("delete")) {
         f.sidebar.requestDelete(5);
-    } else if (word == QLatin1String("settings")) {
+    } else if (state == QLatin1String("settings")) {
         f.stored.setDontClearPromptAfterSendEnabled(true);
         f.settings.setOpen(true);
-    } else if (word == QLatin1String("note")) {
+    } else if (state == QLatin1String("note")) {
         f.settings.setCaptureNote(
             QStringLiteral("Other programs' screenshots and screen sharing show this panel."));
-    } else if (word.startsWith(QLatin1String("scroll"))) {
-        // Once the sheet is laid out.
-        QTimer::singleShot(400, &f.settings, [&f, points = word.mid(6).toDouble()] {
+    } else if (state.startsWith(QLatin1String("scroll"))) {
+        // Delayed until the sheet has been laid out.
+        QTimer::singleShot(400, &f.settings, [&f, points = state.mid(6).toDouble()] {
             if (QQuickItem *scroll = f.find("settingsScroll"))
                 QMetaObject::invokeMethod(scroll, "scrollBy", Q_ARG(QVariant, points));
         });
-    } else if (word == QLatin1String("recording") || word == QLatin1String("duplicate") ||
-               word == QLatin1String("conflict") || word == QLatin1String("rollback")) {
-        applyHotkeyState(f, word);
-    } else if (word == QLatin1String("rebound")) {
+    } else if (state == QLatin1String("recording") || state == QLatin1String("duplicate") ||
+               state == QLatin1String("conflict") || state == QLatin1String("rollback")) {
+        applyHotkeyState(f, state);
+    } else if (state == QLatin1String("rebound")) {
         f.rebinding.beginCapturingHotkey(HotkeyAction::NewThread);
         f.keyMonitor.press(Qt::ControlModifier | Qt::AltModifier, QStringLiteral("n"));
-    } else if (word == QLatin1String("badhex")) {
+    } else if (state == QLatin1String("badhex")) {
         f.settings.setHexInput(QStringLiteral("#fff"));
         f.settings.commitHexInput();
-    } else if (word.startsWith(QLatin1String("color"))) {
-        f.stored.setResponseTextColorHex(word.mid(5));
-    } else if (word == QLatin1String("opaque")) {
+    } else if (state.startsWith(QLatin1String("color"))) {
+        f.stored.setResponseTextColorHex(state.mid(5));
+    } else if (state == QLatin1String("opaque")) {
         f.platform.setCompositing(false);
     } else {
         return false;
@@ -184,7 +184,7 @@ int main(int argc, char *argv[])
     f.panel.resize(size.value(0).toInt(), size.value(1).toInt());
     f.panel.setPosition(at.value(0).toInt(), at.value(1).toInt());
     f.overlay.setCurrentAlpha(parser.value(QStringLiteral("alpha")).toDouble());
-    f.obeySettings();
+    f.connectSettings();
     if (parser.value(QStringLiteral("theme")) == QLatin1String("light"))
         f.stored.setAppearance(Settings::Appearance::Light);
     QObject::connect(&f.overlay, &OverlayModel::sliderMoved, &f.overlay,
@@ -195,10 +195,10 @@ int main(int argc, char *argv[])
                      [&f] { f.overlay.setMenuOpen(false); });
     QObject::connect(&f.overlay, &OverlayModel::closeRequested, &app, &QCoreApplication::quit);
     f.show();
-    const QStringList words = parser.value(QStringLiteral("state")).split(QLatin1Char('+'));
-    for (const QString &word : words) {
-        if (!apply(f, word)) {
-            std::fprintf(stderr, "Unknown state: %s\n", qPrintable(word));
+    const QStringList states = parser.value(QStringLiteral("state")).split(QLatin1Char('+'));
+    for (const QString &state : states) {
+        if (!applyState(f, state)) {
+            std::fprintf(stderr, "Unknown state: %s\n", qPrintable(state));
             return 2;
         }
     }

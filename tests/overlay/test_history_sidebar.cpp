@@ -5,12 +5,12 @@
 
 using namespace quellora;
 
-/// The History sidebar inside the real panel, with pointer and keys.
+/// The History sidebar in the real panel, driven by mouse and keyboard.
 class TestHistorySidebar : public OverlayDriver
 {
     Q_OBJECT
 private Q_SLOTS:
-    void slidesOverTheLeftPartAndClosesOnAPressBeside()
+    void closesOnPressOutside()
     {
         openWithThreads();
         QQuickItem *sheet = f().find("historySheet");
@@ -23,7 +23,7 @@ private Q_SLOTS:
         QTRY_VERIFY(!sheet->isVisible());
     }
 
-    void takesTheWholeWidthWhenCompact()
+    void fillsCompactPanel()
     {
         f().panel.resize(320, 400);
         openWithThreads();
@@ -32,7 +32,7 @@ private Q_SLOTS:
         QCOMPARE(f().find("historySearch")->y(), 40.0);
     }
 
-    void pressOpensAThread()
+    void pressOpensThread()
     {
         openWithThreads();
         click(rowCentre(2));
@@ -41,7 +41,7 @@ private Q_SLOTS:
                  QStringLiteral("Explain this stack trace"));
     }
 
-    void keysWalkTheRowsAndOpenOne()
+    void keysSelectAndOpenRow()
     {
         openWithThreads();
         QVERIFY(f().find("historySearch")->hasActiveFocus());
@@ -65,7 +65,7 @@ private Q_SLOTS:
         QCOMPARE(f().threads.currentSession()->turns.size(), 4);
     }
 
-    void tabGoesFromSearchThroughTheRowToClose()
+    void tabOrder()
     {
         openWithThreads();
         key(Qt::Key_Tab);
@@ -84,7 +84,7 @@ private Q_SLOTS:
         QVERIFY(f().find("menuButton")->hasActiveFocus());
     }
 
-    void pressOnTheSearchFieldTakesTheKeyboard()
+    void pressOnSearchFieldRequestsKeyboard()
     {
         openWithThreads();
         f().platform.calls.clear();
@@ -92,7 +92,7 @@ private Q_SLOTS:
         QVERIFY(f().platform.calls.contains("makeKey"));
     }
 
-    void searchNarrowsAndOneMatchOpensOnReturn()
+    void searchFiltersAndReturnOpensOnlyMatch()
     {
         openWithThreads();
         type("EUR");
@@ -119,7 +119,7 @@ private Q_SLOTS:
         QVERIFY(!empty->isVisible());
     }
 
-    void renameInPlace()
+    void f2RenamesRow()
     {
         openWithThreads();
         key(Qt::Key_Down);
@@ -135,7 +135,7 @@ private Q_SLOTS:
         QVERIFY(f().history.isHistorySidebarOpen());
     }
 
-    void thePencilOpensTheTitleAtItsFirstPressOnEveryRow()
+    void renameButtonStartsEditingOnFirstPress()
     {
         openWithThreads();
         for (int row = 0; row < f().sidebar.rowCount(); ++row) {
@@ -155,7 +155,7 @@ private Q_SLOTS:
         }
     }
 
-    void f2RenamesTheRowThatAScreenReaderFocused()
+    void f2RenamesRowFocusedByScreenReader()
     {
         openWithThreads();
         rowItem(3)->forceActiveFocus();
@@ -164,13 +164,13 @@ private Q_SLOTS:
         QCOMPARE(focusName(), QStringLiteral("Thread title"));
         key(Qt::Key_Escape);
         QCOMPARE(focusedRow(), 3);
-        // The arrows go on from there.
+        // Arrow keys continue from the focused row.
         rowItem(1)->forceActiveFocus();
         key(Qt::Key_Down);
         QCOMPARE(focusedRow(), 2);
     }
 
-    void aRenameThatEndsWithTheKeyboardGoneLeavesTheFocusOnTheRow()
+    void windowDeactivationEndsRenameAndKeepsRowFocus()
     {
         openWithThreads();
         key(Qt::Key_Down);
@@ -187,7 +187,7 @@ private Q_SLOTS:
         QCOMPARE(focusedRow(), 1);
     }
 
-    void f6StaysInside()
+    void f6StaysInSidebar()
     {
         openWithThreads();
         key(Qt::Key_F6);
@@ -205,7 +205,7 @@ private Q_SLOTS:
         QTRY_COMPARE(focusName(), QStringLiteral("Cancel"));
     }
 
-    void escapeClosesWhatLiesOnTop()
+    void escapeClosesTopmost()
     {
         openWithThreads();
         f().overlay.setMenuOpen(true);
@@ -218,7 +218,7 @@ private Q_SLOTS:
         QVERIFY(!f().history.isHistorySidebarOpen());
     }
 
-    void theMenuOverItIsNoPassageToTheRows()
+    void menuBlocksPressesOnRows()
     {
         openWithThreads();
         f().overlay.setMenuOpen(true);
@@ -227,11 +227,11 @@ private Q_SLOTS:
         QVERIFY(f().history.isHistorySidebarOpen());
     }
 
-    void aPressAnywhereInItAsksForTheKeyboard()
+    void anyPressInsideRequestsKeyboard()
     {
         openWithThreads();
         f().platform.calls.clear();
-        click(QPoint(150, 50)); // the header, beside its words
+        click(QPoint(150, 50)); // the header, beside its text
         QCOMPARE(f().platform.count(QStringLiteral("makeKey")), 1);
         key(Qt::Key_Down);
         key(Qt::Key_Delete);
@@ -241,7 +241,7 @@ private Q_SLOTS:
         QVERIFY(f().sidebar.isDeletePending());
     }
 
-    void theQuestionKeepsItsPlaceHoweverLongTheTitleIs_data()
+    void deleteDialogFitsAnyTitle_data()
     {
         QTest::addColumn<QSize>("size");
         QTest::addColumn<QString>("title");
@@ -255,7 +255,7 @@ private Q_SLOTS:
             QTest::newRow(qPrintable(name + "short")) << size << QStringLiteral("$& short");
         }
     }
-    void theQuestionKeepsItsPlaceHoweverLongTheTitleIs()
+    void deleteDialogFitsAnyTitle()
     {
         QFETCH(QSize, size);
         QFETCH(QString, title);
@@ -267,9 +267,9 @@ private Q_SLOTS:
         f().panel.grabWindow();
         const QQuickItem *card = f().find("dialogCard");
         const QQuickItem *sheet = f().find("historySheet");
-        const QRectF room = sheet->mapRectToScene({0, 0, sheet->width(), sheet->height()});
-        const QRectF place = card->mapRectToScene({0, 0, card->width(), card->height()});
-        QVERIFY(room.adjusted(16, 16, -16, -16).contains(place));
+        const QRectF sheetRect = sheet->mapRectToScene({0, 0, sheet->width(), sheet->height()});
+        const QRectF cardRect = card->mapRectToScene({0, 0, card->width(), card->height()});
+        QVERIFY(sheetRect.adjusted(16, 16, -16, -16).contains(cardRect));
         QStringList shown;
         collect(card, shown);
         QVERIFY(shown.contains(QStringLiteral("Cancel")));
@@ -282,13 +282,13 @@ private Q_SLOTS:
             QVERIFY(it->startsWith(QLatin1Char('"') + title + QLatin1Char('"')));
         if (!title.contains(QChar(0x2028)))
             QVERIFY(!textItem(card, *it)->property("truncated").toBool());
-        // Assistive programs get all of it.
+        // Screen readers get the full title.
         QVERIFY(QAccessible::queryAccessibleInterface(f().find("deleteConfirmation"))
                     ->text(QAccessible::Description)
                     .startsWith(QLatin1Char('"') + title + QLatin1Char('"')));
     }
 
-    void aDayStandsBeforeItsRowsForAssistivePrograms()
+    void accessibleListContainsDayHeaders()
     {
         openWithThreads();
         QStringList names;
@@ -312,7 +312,7 @@ private Q_SLOTS:
         QCOMPARE(names.at(7), QStringLiteral("Finance wants amounts in EUR"));
     }
 
-    void escapeEndsARenameFirst()
+    void escapeCancelsRenameFirst()
     {
         openWithThreads();
         key(Qt::Key_Down);
@@ -327,7 +327,7 @@ private Q_SLOTS:
         QVERIFY(!f().history.isHistorySidebarOpen());
     }
 
-    void leavingTheFieldSaves()
+    void focusLossSavesRename()
     {
         openWithThreads();
         key(Qt::Key_Down);
@@ -339,7 +339,7 @@ private Q_SLOTS:
         QVERIFY(!f().history.isRenamingHistoryRow());
     }
 
-    void closingWhileRenamingSavesToo()
+    void closingSavesRename()
     {
         openWithThreads();
         key(Qt::Key_Down);
@@ -352,7 +352,7 @@ private Q_SLOTS:
         QCOMPARE(titleAt(0), QStringLiteral("Export"));
     }
 
-    void deleteAsksAndCancelIsTheSafeChoice()
+    void deleteAsksForConfirmation()
     {
         openWithThreads();
         key(Qt::Key_Down);
@@ -371,7 +371,7 @@ private Q_SLOTS:
         QTRY_COMPARE(focusedRow(), 1);
     }
 
-    void escapeClosesTheQuestionAndTheSidebarAndDeletesNothing()
+    void escapeCancelsDeleteAndClosesSidebar()
     {
         openWithThreads();
         key(Qt::Key_Down);
@@ -383,7 +383,7 @@ private Q_SLOTS:
         QTRY_VERIFY(f().find("menuButton")->hasActiveFocus());
     }
 
-    void hoverOffersTheActions()
+    void hoverShowsRowActions()
     {
         openWithThreads();
         QQuickItem *row = rowItem(3);
@@ -399,7 +399,7 @@ private Q_SLOTS:
         QVERIFY(f().history.isHistorySidebarOpen());
     }
 
-    void failuresAreSaid()
+    void openFailureShowsNotice()
     {
         openWithThreads();
         f().library.failure = StoreError{StoreError::Kind::File, {}, 0, "no"};
@@ -410,7 +410,7 @@ private Q_SLOTS:
         QVERIFY(f().history.isHistorySidebarOpen());
     }
 
-    void longReadingShowsItsProgress()
+    void slowLoadingShowsProgress()
     {
         f().library.holdsList = true;
         showActive();
@@ -428,7 +428,7 @@ private Q_SLOTS:
         QTRY_VERIFY(!progress->isVisible());
     }
 
-    void rowsAreNamedWithTitleAndTime()
+    void rowsHaveAccessibleNames()
     {
         openWithThreads();
         QAccessibleInterface *row = QAccessible::queryAccessibleInterface(rowItem(1));
@@ -445,7 +445,7 @@ private Q_SLOTS:
                  QStringLiteral("Search threads"));
     }
 
-    void manyThreadsMakeFewRows()
+    void listIsVirtualized()
     {
         f().library.holdsList = true;
         showActive();
@@ -469,47 +469,47 @@ private Q_SLOTS:
         QCOMPARE(focusedRow(), 9999);
     }
 
-    void rowsThatComeInShowAtTheTopUntilTheUserMoves()
+    void insertedRowsKeepViewAtTop()
     {
-        startReading();
-        deliver(100, 20, 0);
+        startLoading();
+        addBatch(100, 20, 0);
         QCOMPARE(topTitle(), QStringLiteral("100"));
-        deliver(0, 3, 0);
-        deliver(300, 20, 0);
+        addBatch(0, 3, 0);
+        addBatch(300, 20, 0);
         QCOMPARE(topTitle(), QStringLiteral("0"));
         QCOMPARE(f().find("historyList")->property("currentIndex").toInt(), 0);
     }
 
-    void rowsThatComeInDoNotMoveWhatIsScrolledTo()
+    void insertedRowsKeepScrolledRowsInPlace()
     {
-        startReading();
-        deliver(100, 100, 0);
+        startLoading();
+        addBatch(100, 100, 0);
         QQuickItem *list = f().find("historyList");
         list->setProperty("contentY", 1234);
         f().panel.grabWindow();
-        const QString seen = topTitle();
+        const QString title = topTitle();
         const double y = topY();
-        // Above, between the rows above, and below.
-        deliver(0, 30, 0);
-        deliver(100, 5, 300);
-        deliver(900, 50, 0);
+        // Insert rows above, between the rows above, and below.
+        addBatch(0, 30, 0);
+        addBatch(100, 5, 300);
+        addBatch(900, 50, 0);
         QCOMPARE(f().sidebar.rowCount(), 185);
-        QCOMPARE(topTitle(), seen);
+        QCOMPARE(topTitle(), title);
         QCOMPARE(topY(), y);
         f().library.held->finish();
         QTRY_VERIFY(!f().history.isLoading());
-        QCOMPARE(topTitle(), seen);
+        QCOMPARE(topTitle(), title);
     }
 
-    void rowsThatComeInLeaveTheFocusedRowFocused()
+    void insertedRowsKeepFocusedRow()
     {
-        startReading();
-        deliver(100, 30, 0);
+        startLoading();
+        addBatch(100, 30, 0);
         key(Qt::Key_Down);
         key(Qt::Key_Down);
         QCOMPARE(focusedRow(), 1);
         const double y = f().panel.activeFocusItem()->mapToScene({}).y();
-        deliver(0, 30, 0);
+        addBatch(0, 30, 0);
         QCOMPARE(focusedRow(), 31);
         QCOMPARE(titleAt(focusedRow()), QStringLiteral("101"));
         QCOMPARE(f().panel.activeFocusItem()->mapToScene({}).y(), y);
@@ -517,22 +517,22 @@ private Q_SLOTS:
         QCOMPARE(titleAt(focusedRow()), QStringLiteral("100"));
     }
 
-    void rowsThatComeInLeaveATitleBeingTyped()
+    void insertedRowsKeepTitleBeingEdited()
     {
-        startReading();
-        deliver(100, 30, 0);
+        startLoading();
+        addBatch(100, 30, 0);
         key(Qt::Key_Down);
         key(Qt::Key_F2);
         key(Qt::Key_A, Qt::ControlModifier);
         type("Wor");
-        deliver(0, 30, 0);
+        addBatch(0, 30, 0);
         type("ding");
         key(Qt::Key_Return);
         QCOMPARE(titleAt(30), QStringLiteral("Wording"));
         QCOMPARE(focusedRow(), 30);
     }
 
-    void rowsThatGoLeaveTheKeyboardWhereItIs()
+    void removedRowsKeepFocus()
     {
         openWithThreads();
         f().history.close();
@@ -540,7 +540,7 @@ private Q_SLOTS:
         openSidebar();
         QCOMPARE(f().sidebar.rowCount(), 5);
         QVERIFY(f().find("historySearch")->hasActiveFocus());
-        // Not even when it is the focused row that has gone.
+        // Removing the focused row moves the focus to its successor.
         f().history.close();
         f().library.holdsList = true;
         f().history.historyButtonClicked();
@@ -560,10 +560,10 @@ private Q_SLOTS:
         QCOMPARE(titleAt(1), next);
     }
 
-    void openingAgainStartsAtTheTop()
+    void reopeningScrollsToTop()
     {
-        startReading();
-        deliver(0, 100, 0);
+        startLoading();
+        addBatch(0, 100, 0);
         f().library.held->finish();
         QTRY_VERIFY(!f().history.isLoading());
         f().find("historyList")->setProperty("contentY", 1234);
@@ -576,27 +576,28 @@ private Q_SLOTS:
     }
 
 private:
-    void startReading()
+    void startLoading()
     {
         f().library.holdsList = true;
         showActive();
         f().history.historyButtonClicked();
         QTRY_COMPARE(f().find("historySheet")->property("progress").toDouble(), 1.0);
     }
-    /// Threads named by numbers from @p first on, each a minute older than the one before.
-    void deliver(int first, int threads, int seconds)
+    /// Adds @p count threads titled with numbers from @p first on, each a minute older than the
+    /// previous one and all older by @p secondsOffset seconds.
+    void addBatch(int first, int count, int secondsOffset)
     {
         ThreadBatch batch;
-        for (int i = first; i < first + threads; ++i)
-            batch.threads.append(
-                FakeThreadLibrary::summary(QString::number(i), f().now.addSecs(-60 * i - seconds)));
+        for (int i = first; i < first + count; ++i)
+            batch.threads.append(FakeThreadLibrary::summary(
+                QString::number(i), f().now.addSecs(-60 * i - secondsOffset)));
         batch.total = 1000;
         const int before = f().sidebar.rowCount();
         f().library.held->addResult(batch);
-        QTRY_COMPARE(f().sidebar.rowCount(), before + threads);
+        QTRY_COMPARE(f().sidebar.rowCount(), before + count);
         f().panel.grabWindow();
     }
-    /// The first row that is in sight as a whole.
+    /// The first fully visible row.
     QQuickItem *topRow()
     {
         QQuickItem *list = f().find("historyList");
@@ -654,7 +655,7 @@ private:
     {
         QTest::keyClick(&f().panel, key, modifiers);
     }
-    /// Every text on show below the sheet.
+    /// All visible texts in the sheet.
     QStringList texts()
     {
         QStringList found;

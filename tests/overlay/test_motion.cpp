@@ -7,19 +7,19 @@
 
 using namespace quellora;
 
-/// What moves when the system asks for less movement: nothing.
+/// Animations and the system's reduced-motion setting.
 class TestMotion : public OverlayDriver
 {
     Q_OBJECT
 private Q_SLOTS:
-    void everyBusyStateIsStill_data()
+    void reducedMotionStopsActivityAnimations_data()
     {
         QTest::addColumn<int>("activity");
         QTest::newRow("capturing") << int(OverlayModel::Activity::Capturing);
         QTest::newRow("waiting") << int(OverlayModel::Activity::Waiting);
         QTest::newRow("streaming") << int(OverlayModel::Activity::Streaming);
     }
-    void everyBusyStateIsStill()
+    void reducedMotionStopsActivityAnimations()
     {
         QFETCH(int, activity);
         FakeAppearance system;
@@ -35,7 +35,7 @@ private Q_SLOTS:
         QVERIFY(isStill());
     }
 
-    void thePageIsTold()
+    void pageReceivesReducedMotion()
     {
         FakeAppearance system;
         followMotion(f().engine, system);
@@ -48,7 +48,7 @@ private Q_SLOTS:
         QVERIFY(page->property("reducedMotion").toBool());
     }
 
-    void sheetsFadeInPlace()
+    void reducedMotionFadesSheetsInPlace()
     {
         FakeAppearance system;
         system.setReducesMotion(true);
@@ -56,40 +56,43 @@ private Q_SLOTS:
         f().addThreads();
         show();
         const QQuickItem *panel = f().find("historySearch")->parentItem()->parentItem();
-        QList<qreal> places;
-        QList<qreal> fades;
-        connect(panel, &QQuickItem::opacityChanged, this, [&] { fades << panel->opacity(); });
-        connect(panel, &QQuickItem::xChanged, this, [&] { places << panel->x(); });
+        QList<qreal> positions;
+        QList<qreal> opacities;
+        connect(panel, &QQuickItem::opacityChanged, this, [&] { opacities << panel->opacity(); });
+        connect(panel, &QQuickItem::xChanged, this, [&] { positions << panel->x(); });
         f().history.historyButtonClicked();
         QTRY_COMPARE(panel->opacity(), 1.0);
-        QVERIFY(fades.size() > 1);
-        QCOMPARE(places, QList<qreal>{});
+        QVERIFY(opacities.size() > 1);
+        QCOMPARE(positions, QList<qreal>{});
     }
 
-    /// The software renderer would take a value next to 1 for 1 and go on blending.
-    void fadesGoInStepsOfAPixel_data()
+    /// The opacity must be a multiple of 1/255: the software renderer treats a value just below 1
+    /// as 1 but keeps blending.
+    void fadesUseWholeOpacitySteps_data()
     {
         QTest::addColumn<bool>("isSheet");
         QTest::newRow("sheet") << true;
-        QTest::newRow("list of models") << false;
+        QTest::newRow("model list") << false;
     }
-    void fadesGoInStepsOfAPixel()
+    void fadesUseWholeOpacitySteps()
     {
         QFETCH(bool, isSheet);
         f().addThreads();
         show();
         const QQuickItem *item =
             isSheet ? f().find("historySearch")->parentItem()->parentItem() : f().find("modelCard");
-        QList<qreal> fades;
-        connect(item, &QQuickItem::opacityChanged, this, [&] { fades << item->opacity() * 255; });
+        QList<qreal> opacities;
+        connect(item, &QQuickItem::opacityChanged, this,
+                [&] { opacities << item->opacity() * 255; });
         if (isSheet)
             f().history.historyButtonClicked();
         else
             click("modelPicker");
         QTRY_COMPARE(item->opacity(), 1.0);
-        QVERIFY(fades.size() > 1);
-        for (const qreal fade : std::as_const(fades))
-            QVERIFY2(std::abs(fade - std::round(fade)) < 1e-9, qPrintable(QString::number(fade)));
+        QVERIFY(opacities.size() > 1);
+        for (const qreal opacity : std::as_const(opacities))
+            QVERIFY2(std::abs(opacity - std::round(opacity)) < 1e-9,
+                     qPrintable(QString::number(opacity)));
     }
 };
 

@@ -5,12 +5,12 @@
 
 using namespace quellora;
 
-/// The bottom panels inside the overlay: what they show, how high they are, what presses do.
+/// The bottom panels in the overlay: content, heights and actions.
 class TestOverlayBottomPanels : public OverlayDriver
 {
     Q_OBJECT
 private Q_SLOTS:
-    void heightIsReportedAndShapesTheAnswer()
+    void heightDeterminesAnswerRect()
     {
         QSignalSpy reported(&f().panels, &BottomPanelsModel::heightChanged);
         show();
@@ -28,7 +28,7 @@ private Q_SLOTS:
         QCOMPARE(f().overlay.responseRect().height(), 132.0);
     }
 
-    void firstLaunchCardStaysUntilAcknowledged()
+    void firstLaunchCardIsDismissedOnce()
     {
         f().defaults.remove("hasLaunchedBefore");
         show();
@@ -56,24 +56,24 @@ private Q_SLOTS:
         QVERIFY(f().find("messageScroller")->isVisible());
     }
 
-    void blockingCardHasNoChevronButItsAction()
+    void blockingCardHasActionButNoChevron()
     {
         f().panels.setAdminMessage(OverlayFixture::blocking());
         show();
         QVERIFY(!f().find("collapseMessage")->isVisible());
-        QSignalSpy asked(&f().panels, &BottomPanelsModel::messageActionRequested);
+        QSignalSpy requested(&f().panels, &BottomPanelsModel::messageActionRequested);
         click("messageAction");
-        QCOMPARE(asked.size(), 1);
-        QCOMPARE(asked.first().first().toUrl(),
+        QCOMPARE(requested.size(), 1);
+        QCOMPARE(requested.first().first().toUrl(),
                  QUrl(QStringLiteral("https://example.com/account/billing")));
         f().panel.resize(320, 280);
         QTRY_VERIFY(f().find("compactMessageAction")->isVisible());
         QVERIFY(!f().find("messageAction")->isVisible());
         click("compactMessageAction");
-        QCOMPARE(asked.size(), 2);
+        QCOMPARE(requested.size(), 2);
     }
 
-    void aLongMessageScrolls()
+    void longMessageScrolls()
     {
         f().panels.setAdminMessage(
             OverlayFixture::message(QStringLiteral("INFORMATIONAL"), QStringLiteral("News"),
@@ -90,7 +90,7 @@ private Q_SLOTS:
         QCOMPARE(scroller->property("contentY").toDouble(), 0.0);
     }
 
-    void removingTheAttachment()
+    void removeButtonRemovesAttachment()
     {
         f().panels.setStagedScreenshotData(OverlayFixture::screenshot());
         connect(&f().panels, &BottomPanelsModel::attachmentRemoved, &f().panels,
@@ -102,7 +102,7 @@ private Q_SLOTS:
         QVERIFY(!f().find("attachmentRow")->isVisible());
     }
 
-    void disabledActionsTakeNoPress()
+    void disabledActionsIgnorePresses()
     {
         show();
         QSignalSpy sent(&f().panels, &BottomPanelsModel::sendRequested);
@@ -118,7 +118,7 @@ private Q_SLOTS:
         QVERIFY(f().panels.promptText().isEmpty());
     }
 
-    void blockedActionsTakePresses()
+    void blockedActionsAcceptPresses()
     {
         f().panels.setBlocked(true);
         show();
@@ -136,7 +136,7 @@ private Q_SLOTS:
         QVERIFY(!f().find("captureNoSend")->property("blocked").toBool());
     }
 
-    void capturingDisablesBothCaptures()
+    void capturingDisablesCaptureButtons()
     {
         f().panels.setCapturing(true);
         f().panels.setPromptText(QStringLiteral("text"));
@@ -147,12 +147,12 @@ private Q_SLOTS:
         QVERIFY(f().find("send")->isEnabled());
     }
 
-    void modelListByPointer()
+    void modelListWithMouse()
     {
         show();
         click("modelPicker");
         QCOMPARE(f().overlay.bottomPanelsHeight(), 140.0 + 3 * 36 + 8 + 8);
-        f().panel.grabWindow(); // rows exist once they were laid out
+        f().panel.grabWindow(); // rows are created by the layout
         const QPoint top = f().find("modelList")->mapToScene({40, 18}).toPoint();
         QTest::mouseClick(&f().panel, Qt::LeftButton, {}, top);
         QCOMPARE(f().stored.selectedModelId(), QStringLiteral("claude-fast"));
@@ -162,7 +162,7 @@ private Q_SLOTS:
         QCOMPARE(f().overlay.bottomPanelsHeight(), 140.0);
     }
 
-    void modelListByKeys()
+    void modelListWithKeyboard()
     {
         showActive();
         f().find("modelPicker")->forceActiveFocus(Qt::TabFocusReason);
@@ -180,7 +180,7 @@ private Q_SLOTS:
         QCOMPARE(f().overlay.bottomPanelsHeight(), 140.0);
     }
 
-    void modelListClosesWhenTheModelsGo()
+    void modelListClosesWithoutModels()
     {
         show();
         click("modelPicker");
@@ -189,36 +189,36 @@ private Q_SLOTS:
         QVERIFY(!f().find("modelPicker")->isEnabled());
     }
 
-    void saveThreadShowsWhatIsStored()
+    void saveThreadShowsStoredValue()
     {
         show();
-        f().defaults.refuses = true;
+        f().defaults.isReadOnly = true;
         click("saveThread");
         QVERIFY(!f().find("saveThread")->property("checked").toBool());
-        f().defaults.refuses = false;
+        f().defaults.isReadOnly = false;
         click("saveThread");
         QVERIFY(f().find("saveThread")->property("checked").toBool());
         QVERIFY(f().stored.keepAIHistoryEnabled());
         click("saveThread");
         QVERIFY(!f().stored.keepAIHistoryEnabled());
-        // From outside.
+        // Changed elsewhere.
         f().stored.setKeepAIHistoryEnabled(true);
         QVERIFY(f().find("saveThread")->property("checked").toBool());
     }
 
-    void newThread()
+    void newThreadButtons()
     {
         show();
-        QSignalSpy asked(&f().panels, &BottomPanelsModel::newThreadRequested);
+        QSignalSpy requested(&f().panels, &BottomPanelsModel::newThreadRequested);
         click("newThread");
-        QCOMPARE(asked.size(), 1);
+        QCOMPARE(requested.size(), 1);
         f().panel.resize(320, 280);
         QTRY_VERIFY(f().find("compactNewThread")->isVisible());
         click("compactNewThread");
-        QCOMPARE(asked.size(), 2);
+        QCOMPARE(requested.size(), 2);
     }
 
-    void thePromptGrowsAndScrolls()
+    void promptBoxGrowsAndScrolls()
     {
         show();
         f().panels.setPromptText(QStringLiteral("1\n2\n3"));
@@ -230,7 +230,7 @@ private Q_SLOTS:
         QTRY_COMPARE(f().find("promptBox")->height(), 88.0);
     }
 
-    void theHintShowsWhileTypingInAWidePanel()
+    void sendHintNeedsFocusAndWidth()
     {
         showActive();
         QVERIFY(f().find("sendHint")->isVisible());
@@ -241,7 +241,7 @@ private Q_SLOTS:
         QTRY_VERIFY(!f().find("sendHint")->isVisible());
     }
 
-    void wideWindowsCentreTheContent()
+    void contentIsCentredInWideWindow()
     {
         f().panel.resize(1440, 900);
         show();

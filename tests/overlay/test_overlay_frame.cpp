@@ -5,14 +5,14 @@
 
 using namespace quellora;
 
-/// Menu, strip, scrollbar, opacity and window buttons; and rest.
+/// Menu, status strip, scrollbar, opacity, window buttons and rendering when idle.
 class TestOverlayFrame : public OverlayDriver
 {
     Q_OBJECT
 private Q_SLOTS:
-    // The menu
+    // Menu
 
-    void menuOpensOnItsFirstRowAndReturns()
+    void menuKeyboardNavigation()
     {
         showActive();
         QSignalSpy account(&f().menu, &HamburgerMenuModel::accountRequested);
@@ -34,7 +34,7 @@ private Q_SLOTS:
         QCOMPARE(account.size(), 0);
     }
 
-    void menuRowsRunAndClose()
+    void menuRowsTriggerActionAndClose()
     {
         showActive();
         QSignalSpy account(&f().menu, &HamburgerMenuModel::accountRequested);
@@ -56,7 +56,7 @@ private Q_SLOTS:
         QVERIFY(!f().overlay.isMenuOpen());
     }
 
-    void unavailableRowsAreNotThere()
+    void unavailableMenuRowsAreHidden()
     {
         show();
         f().overlay.setMenuOpen(true);
@@ -71,7 +71,7 @@ private Q_SLOTS:
         QCOMPARE(history.size(), 1);
     }
 
-    void theMenuFitsTheSmallestWindow()
+    void menuFitsSmallestWindow()
     {
         f().panel.resize(320, 280);
         f().menu.setHistoryAvailable(true);
@@ -87,12 +87,12 @@ private Q_SLOTS:
         QCOMPARE(signOut.size(), 1);
     }
 
-    void aPressOutsideClosesTheMenu()
+    void pressOutsideClosesMenu()
     {
         show();
         click("menuButton");
         QVERIFY(f().overlay.isMenuOpen());
-        press({300, 50}); // the strip's free area
+        press({300, 50}); // an empty area of the strip
         QVERIFY(!f().overlay.isMenuOpen());
         QTest::mouseRelease(&f().panel, Qt::LeftButton, {}, {300, 50});
         QVERIFY(!f().panel.dragStart());
@@ -101,7 +101,7 @@ private Q_SLOTS:
         QVERIFY(!f().overlay.isMenuOpen());
     }
 
-    void usageBadgeOpensTheMenu()
+    void usageBadgeReportsClick()
     {
         show();
         f().overlay.setUsage(96);
@@ -110,9 +110,9 @@ private Q_SLOTS:
         QCOMPARE(clicked.size(), 1);
     }
 
-    // The strip
+    // Strip
 
-    void stripShowsOneState()
+    void stripShowsOneStatus()
     {
         show();
         QCOMPARE(text("threadTitle"), QStringLiteral("Ready"));
@@ -136,7 +136,7 @@ private Q_SLOTS:
         QVERIFY(!f().find("stop")->isVisible());
     }
 
-    void aNoticeTakesThePlaceOfTheTitleOnly()
+    void noticeReplacesOnlyTitle()
     {
         show();
         f().overlay.setTitle(QStringLiteral("A thread"));
@@ -157,7 +157,7 @@ private Q_SLOTS:
         QVERIFY(f().find("threadTitle")->isVisible());
     }
 
-    void aNoticeFitsTheSmallestWindowBesideStop()
+    void noticeFitsSmallestWindow()
     {
         f().panel.resize(320, 280);
         f().overlay.setUsage(100);
@@ -177,7 +177,7 @@ private Q_SLOTS:
         QVERIFY(f().find("usageBadge")->isVisible());
     }
 
-    void stripFitsTheSmallestWindow()
+    void stripFitsSmallestWindow()
     {
         f().panel.resize(320, 280);
         f().overlay.setUsage(100);
@@ -194,7 +194,7 @@ private Q_SLOTS:
         QVERIFY(stop->mapToScene({stop->width(), 0}).x() <= 314);
     }
 
-    void oneButtonLeadsBackToTheThread()
+    void backToThreadButton()
     {
         show();
         f().overlay.setTitle(QStringLiteral("A thread"));
@@ -209,38 +209,38 @@ private Q_SLOTS:
         QVERIFY(!f().find("backToThread")->isVisible());
     }
 
-    void aThreadThatIsNotSavedSaysSo()
+    void saveStateIndicator()
     {
         using SaveState = OverlayModel::SaveState;
         show();
         f().overlay.setTitle(QStringLiteral("A thread"));
         QVERIFY(!f().find("drive")->isVisible() && !f().find("notSaved")->isVisible());
-        const qreal plain = f().find("threadTitle")->x();
+        const qreal xWithoutIcon = f().find("threadTitle")->x();
         f().overlay.setSaveState(SaveState::Saving);
         QVERIFY(f().find("drive")->isVisible() && !f().find("notSaved")->isVisible());
-        const qreal marked = f().find("threadTitle")->x();
-        QVERIFY(marked > plain);
+        const qreal xWithIcon = f().find("threadTitle")->x();
+        QVERIFY(xWithIcon > xWithoutIcon);
         f().overlay.setSaveState(SaveState::Saved);
         QVERIFY(f().find("drive")->isVisible());
-        QCOMPARE(f().find("threadTitle")->x(), marked);
+        QCOMPARE(f().find("threadTitle")->x(), xWithIcon);
         f().overlay.setSaveState(SaveState::Failed, QStringLiteral("No space left on device"));
         QVERIFY(!f().find("drive")->isVisible() && f().find("notSaved")->isVisible());
-        const QQuickItem *words = f().find("notSavedWords");
-        QVERIFY(words->isVisible());
-        QVERIFY(f().find("threadTitle")->x() >= words->x() + words->width());
+        const QQuickItem *label = f().find("notSavedWords");
+        QVERIFY(label->isVisible());
+        QVERIFY(f().find("threadTitle")->x() >= label->x() + label->width());
         QCOMPARE(f().find("notSaved")->property("name").toString(),
                  QStringLiteral("Not saved: No space left on device. Press to try again."));
         QSignalSpy retried(&f().overlay, &OverlayModel::retrySavingRequested);
         click("notSaved");
         QCOMPARE(retried.size(), 1);
-        // Also without a title, and beside a notice.
+        // Also shown without a title and beside a notice.
         f().overlay.setTitle(QString());
         QVERIFY(f().find("notSaved")->isVisible());
         f().overlay.showNotice(QStringLiteral("The note can't be deleted"));
-        QVERIFY(f().find("notice")->x() >= words->x() + words->width());
+        QVERIFY(f().find("notice")->x() >= label->x() + label->width());
     }
 
-    void everythingFitsTheSmallestWindowAtOnce()
+    void allIndicatorsFitSmallestWindow()
     {
         f().panel.resize(320, 280);
         f().overlay.setUsage(100);
@@ -261,7 +261,7 @@ private Q_SLOTS:
         QVERIFY(scene("stop").right() <= 314);
     }
 
-    void copySaysThatItCopied()
+    void copyButtonConfirms()
     {
         show();
         f().overlay.setHasAnswer(true);
@@ -273,9 +273,9 @@ private Q_SLOTS:
                      QStringLiteral("copy"));
     }
 
-    // The scrollbar
+    // Scrollbar
 
-    void scrollbarByPointer()
+    void scrollbarWithMouse()
     {
         show();
         QCOMPARE(f().scrollbar.trackRect().height(), 532.0 - 60);
@@ -293,17 +293,17 @@ private Q_SLOTS:
         QCOMPARE(up.size(), 1);
         wheel("scrollbarArea", {}, {0, -120});
         QCOMPARE(pixels.takeFirst().first().toDouble(), 40.0);
-        // A mouse whose driver adds pixel distances is still a wheel.
+        // Pixel deltas are ignored for a mouse wheel.
         wheel("scrollbarArea", {0, -15}, {0, -120});
         QCOMPARE(pixels.takeFirst().first().toDouble(), 40.0);
-        QPointingDevice pad(QStringLiteral("pad"), 77, QInputDevice::DeviceType::TouchPad,
-                            QPointingDevice::PointerType::Finger,
-                            QInputDevice::Capability::PixelScroll, 2, 0);
-        wheel("scrollbarArea", {0, -10}, {0, -20}, &pad);
+        QPointingDevice touchpad(QStringLiteral("pad"), 77, QInputDevice::DeviceType::TouchPad,
+                                 QPointingDevice::PointerType::Finger,
+                                 QInputDevice::Capability::PixelScroll, 2, 0);
+        wheel("scrollbarArea", {0, -10}, {0, -20}, &touchpad);
         QCOMPARE(pixels.takeFirst().first().toDouble(), 10.0);
     }
 
-    void scrollbarByKeys()
+    void scrollbarWithKeyboard()
     {
         showActive();
         reportPosition(f().scrollbar, 0, 1064, 532);
@@ -316,7 +316,7 @@ private Q_SLOTS:
         QCOMPARE(fraction.takeFirst().first().toDouble(), 1.0);
     }
 
-    void disabledScrollbarTakesNoPress()
+    void disabledScrollbarIgnoresPresses()
     {
         show();
         reportPosition(f().scrollbar, 0, 100, 532);
@@ -328,7 +328,7 @@ private Q_SLOTS:
 
     // Opacity
 
-    void opacityOfTheLayersFollows()
+    void opacityAppliesToLayers()
     {
         show();
         f().overlay.setCurrentAlpha(0.35);
@@ -338,7 +338,7 @@ private Q_SLOTS:
         QCOMPARE(f().find("controlBar")->opacity(), 1.0);
     }
 
-    void sliderByKeys()
+    void sliderWithKeyboard()
     {
         showActive();
         QSignalSpy moved(&f().overlay, &OverlayModel::sliderMoved);
@@ -368,9 +368,9 @@ private Q_SLOTS:
         QCOMPARE(zoomed.size(), 1);
     }
 
-    // Rest
+    // Rendering
 
-    void nothingIsDrawnAtRest()
+    void noFramesWhenIdle()
     {
         show();
         f().overlay.setTitle(QStringLiteral("Thread"));
@@ -382,7 +382,7 @@ private Q_SLOTS:
         QVERIFY(isStill());
     }
 
-    void theAnswerIsCreatedAfterTheFirstFrame()
+    void answerIsCreatedAfterFirstFrame()
     {
         f().responseView = OverlayFixture::emptyResponse();
         f().panel.setContent(f().engine, {f().overlay, f().panels, f().menu, f().scrollbar,

@@ -17,7 +17,7 @@ private Q_SLOTS:
         QTest::addColumn<QRectF>("rect");
         QTest::newRow("default") << QSizeF(624, 744) << 140.0 << QRectF(0, 72, 596, 532);
         QTest::newRow("smallest") << QSizeF(320, 280) << 76.0 << QRectF(0, 72, 292, 132);
-        QTest::newRow("panels over everything")
+        QTest::newRow("panels higher than the window")
             << QSizeF(320, 280) << 400.0 << QRectF(0, -120, 292, 0);
         QTest::newRow("narrower than the scrollbar")
             << QSizeF(20, 300) << 100.0 << QRectF(0, 72, 0, 128);
@@ -30,14 +30,14 @@ private Q_SLOTS:
         QCOMPARE(OverlayGeometry::responseRect(window, panels), rect);
     }
 
-    void compactBelowEitherLimit()
+    void compactBelowEitherThreshold()
     {
         QVERIFY(!OverlayGeometry::isCompact({440, 420}));
         QVERIFY(OverlayGeometry::isCompact({439, 900}));
         QVERIFY(OverlayGeometry::isCompact({900, 419}));
     }
 
-    void startsFromTheLowerLeftCorner()
+    void initialPositionIsFromBottomLeft()
     {
         // Screen 1440 x 900 with a 24-point bar at the top.
         QCOMPARE(OverlayGeometry::initialPosition({0, 24, 1440, 876}, {40, 80}, {624, 744}),
@@ -49,36 +49,36 @@ private Q_SLOTS:
     void fitted_data()
     {
         QTest::addColumn<QRect>("frame");
-        QTest::addColumn<bool>("isWholePanelKept");
+        QTest::addColumn<bool>("keepsWholePanel");
         QTest::addColumn<QList<QRect>>("screens");
         QTest::addColumn<QRect>("result");
         const QRect hd(0, 0, 1920, 1080);
         const QRect right(1920, 0, 1920, 1080);
         const QRect small(0, 0, 1366, 768);
 
-        const auto start = [](const QRect &screen) {
+        const auto initialFrame = [](const QRect &screen) {
             return QRect(OverlayGeometry::initialPosition(screen, {40, 80}, {624, 744}),
                          QSize(624, 744));
         };
-        QTest::newRow("start, room enough")
-            << start(hd) << true << QList{hd} << QRect(40, 256, 624, 744);
-        QTest::newRow("start, 1366 x 768: down")
-            << start(small) << true << QList{small} << QRect(40, 0, 624, 744);
-        QTest::newRow("start, 1280 x 800: down")
-            << start({0, 0, 1280, 800}) << true << QList{QRect(0, 0, 1280, 800)}
+        QTest::newRow("initial, fits")
+            << initialFrame(hd) << true << QList{hd} << QRect(40, 256, 624, 744);
+        QTest::newRow("initial, 1366 x 768: moves down")
+            << initialFrame(small) << true << QList{small} << QRect(40, 0, 624, 744);
+        QTest::newRow("initial, 1280 x 800: moves down")
+            << initialFrame({0, 0, 1280, 800}) << true << QList{QRect(0, 0, 1280, 800)}
             << QRect(40, 0, 624, 744);
-        QTest::newRow("start, 1280 x 720: down and lower")
-            << start({0, 0, 1280, 720}) << true << QList{QRect(0, 0, 1280, 720)}
+        QTest::newRow("initial, 1280 x 720: moves down and shrinks")
+            << initialFrame({0, 0, 1280, 720}) << true << QList{QRect(0, 0, 1280, 720)}
             << QRect(40, 0, 624, 720);
-        QTest::newRow("start, 3840 x 2160 at twice the scale")
-            << start(hd) << true << QList{hd} << QRect(40, 256, 624, 744);
-        QTest::newRow("start, bar at the top and dock at the left")
-            << start({64, 28, 1302, 740}) << true << QList{QRect(64, 28, 1302, 740)}
+        QTest::newRow("initial, 3840 x 2160 at scale 2")
+            << initialFrame(hd) << true << QList{hd} << QRect(40, 256, 624, 744);
+        QTest::newRow("initial, bar at the top and dock at the left")
+            << initialFrame({64, 28, 1302, 740}) << true << QList{QRect(64, 28, 1302, 740)}
             << QRect(104, 28, 624, 740);
-        QTest::newRow("start, screen above the main one: stays on the main one")
-            << start(small) << true << QList{small, QRect(0, -1080, 1920, 1080)}
+        QTest::newRow("initial, second screen above: stays on the primary")
+            << initialFrame(small) << true << QList{small, QRect(0, -1080, 1920, 1080)}
             << QRect(40, 0, 624, 744);
-        QTest::newRow("at the minimum it is cut off at the right and below")
+        QTest::newRow("minimum size overflows at the right and bottom")
             << QRect(40, 10, 624, 744) << true << QList{QRect(10, 10, 300, 200)}
             << QRect(10, 10, 320, 280);
         QTest::newRow("narrower screen") << QRect(40, 10, 624, 744) << true
@@ -90,20 +90,20 @@ private Q_SLOTS:
             << QRect(-100, -100, 624, 744) << true << QList{hd} << QRect(0, 0, 624, 744);
         QTest::newRow("too low") << QRect(100, 500, 624, 744) << true << QList{hd}
                                  << QRect(100, 336, 624, 744);
-        QTest::newRow("too low, only the bar")
+        QTest::newRow("too low, control bar only")
             << QRect(100, 500, 624, 744) << false << QList{hd} << QRect(100, 500, 624, 744);
-        QTest::newRow("far too low, only the bar")
+        QTest::newRow("far too low, control bar only")
             << QRect(100, 1070, 624, 744) << false << QList{hd} << QRect(100, 1046, 624, 744);
-        QTest::newRow("too high, only the bar")
+        QTest::newRow("too high, control bar only")
             << QRect(100, -1, 624, 744) << false << QList{hd} << QRect(100, 0, 624, 744);
-        QTest::newRow("bar half over the right edge")
+        QTest::newRow("control bar half off the right edge")
             << QRect(1600, 1000, 624, 744) << false << QList{hd} << QRect(1296, 1000, 624, 744);
 
         QTest::newRow("second screen")
             << QRect(2000, 100, 624, 744) << true << QList{hd, right} << QRect(2000, 100, 624, 744);
-        QTest::newRow("second screen taken away")
+        QTest::newRow("second screen removed")
             << QRect(2000, 100, 624, 744) << true << QList{hd} << QRect(1296, 100, 624, 744);
-        QTest::newRow("second screen became small")
+        QTest::newRow("second screen shrunk")
             << QRect(3100, 300, 624, 744) << true << QList{hd, QRect(1920, 0, 1280, 720)}
             << QRect(2576, 0, 624, 720);
         QTest::newRow("across two screens, more on the second")
@@ -112,32 +112,31 @@ private Q_SLOTS:
         QTest::newRow("across two screens, more on the first")
             << QRect(1500, 100, 624, 744) << false << QList{hd, right}
             << QRect(1296, 100, 624, 744);
-        QTest::newRow("equally near: the first named")
-            << QRect(1608, 100, 624, 744) << false << QList{right, hd}
-            << QRect(1920, 100, 624, 744);
+        QTest::newRow("tie: first screen") << QRect(1608, 100, 624, 744) << false
+                                           << QList{right, hd} << QRect(1920, 100, 624, 744);
         QTest::newRow("in the gap beside a lower screen")
             << QRect(2000, 10, 624, 744) << true << QList{hd, QRect(1920, 200, 1920, 1080)}
             << QRect(2000, 200, 624, 744);
         QTest::newRow("wider than any screen")
             << QRect(100, 100, 2500, 744) << false << QList{hd, right} << QRect(0, 100, 1920, 744);
-        QTest::newRow("no screen at all")
+        QTest::newRow("no screen")
             << QRect(2000, 100, 624, 744) << true << QList<QRect>() << QRect(2000, 100, 624, 744);
     }
     void fitted()
     {
         QFETCH(QRect, frame);
-        QFETCH(bool, isWholePanelKept);
+        QFETCH(bool, keepsWholePanel);
         QFETCH(QList<QRect>, screens);
         QFETCH(QRect, result);
         const auto keep =
-            isWholePanelKept ? OverlayGeometry::Keep::Panel : OverlayGeometry::Keep::Bar;
+            keepsWholePanel ? OverlayGeometry::Keep::Panel : OverlayGeometry::Keep::Bar;
         const QRect fitted = OverlayGeometry::fitted(frame, keep, screens);
         QCOMPARE(fitted, result);
-        // What fits stays.
+        // A frame that fits is not changed.
         QCOMPARE(OverlayGeometry::fitted(fitted, keep, screens), fitted);
     }
 
-    void unzoomRestoresOrCentresTheBuiltInSize()
+    void restoredFrameFallsBackToDefaultSize()
     {
         const QRect screen(0, 0, 1440, 900);
         QCOMPARE(OverlayGeometry::restoredFrame(QRect(5, 6, 700, 500), screen),
@@ -148,7 +147,7 @@ private Q_SLOTS:
         QCOMPARE(OverlayGeometry::restoredFrame(std::nullopt, std::nullopt), QRect(0, 0, 624, 744));
     }
 
-    void resizing_data()
+    void resized_data()
     {
         QTest::addColumn<Qt::Edges>("edges");
         QTest::addColumn<QPoint>("delta");
@@ -160,13 +159,13 @@ private Q_SLOTS:
         QTest::newRow("left") << Qt::Edges(Qt::LeftEdge) << QPoint(-30, 50)
                               << QRect(70, 100, 654, 744);
         QTest::newRow("corner") << bottomRight << QPoint(10, -20) << QRect(100, 100, 634, 724);
-        QTest::newRow("least, right edge moves")
+        QTest::newRow("minimum, bottom right edges move")
             << bottomRight << QPoint(-900, -900) << QRect(100, 100, 320, 280);
-        QTest::newRow("least, opposite corner stays")
+        QTest::newRow("minimum, opposite corner stays")
             << topLeft << QPoint(900, 900) << QRect(404, 564, 320, 280);
         QTest::newRow("no edge") << Qt::Edges() << QPoint(9, 9) << QRect(100, 100, 624, 744);
     }
-    void resizing()
+    void resized()
     {
         QFETCH(Qt::Edges, edges);
         QFETCH(QPoint, delta);

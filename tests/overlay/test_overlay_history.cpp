@@ -14,7 +14,7 @@ using namespace quellora;
 
 namespace {
 
-/// The stored threads beside a query flow over fakes.
+/// The sidebar and a query orchestrator with fake collaborators.
 struct Fixture : OrchestratorFixture
 {
     Fixture()
@@ -35,29 +35,29 @@ struct Fixture : OrchestratorFixture
 
 } // namespace
 
-/// What the sidebar means for the overlay and for the answer on show.
+/// Effects of the sidebar on the overlay and the displayed answer.
 class TestOverlayHistory : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void menuOpensAndClosesTheSidebar()
+    void menuTogglesSidebar()
     {
         Fixture f;
         QVERIFY(f.menu.historyAvailable());
         QVERIFY(!f.overlay.clickThroughRect().isEmpty());
-        QSignalSpy about(&f.history, &OverlayHistory::aboutToOpen);
+        QSignalSpy aboutToOpen(&f.history, &OverlayHistory::aboutToOpen);
         Q_EMIT f.menu.historyRequested();
-        QCOMPARE(about.size(), 1);
+        QCOMPARE(aboutToOpen.size(), 1);
         QVERIFY(f.history.model().isOpen());
-        // The answer's area takes clicks while the sidebar lies over it.
+        // No click-through while the sidebar covers the answer.
         QVERIFY(f.overlay.clickThroughRect().isEmpty());
         Q_EMIT f.menu.historyRequested();
-        QCOMPARE(about.size(), 1);
+        QCOMPARE(aboutToOpen.size(), 1);
         QVERIFY(!f.history.model().isOpen());
         QVERIFY(!f.overlay.clickThroughRect().isEmpty());
     }
 
-    void sidebarHasTheKeyboardWhileItIsOpen()
+    void sidebarHasKeyboardWhileOpen()
     {
         Fixture f;
         f.history.historyButtonClicked();
@@ -77,7 +77,7 @@ private Q_SLOTS:
         QVERIFY(!f.history.model().isOpen());
     }
 
-    void answerUnderWayStaysWithItsThread()
+    void pendingAnswerStaysWithItsThread()
     {
         Fixture f;
         f.settings.setKeepAIHistoryEnabled(true);
@@ -94,7 +94,7 @@ private Q_SLOTS:
                  QStringLiteral("half an answer"));
     }
 
-    void deletingTheThreadOnShowGivesUpItsAnswer()
+    void deletingCurrentThreadCancelsItsAnswer()
     {
         Fixture f;
         f.history.historyButtonClicked();
@@ -111,7 +111,7 @@ private Q_SLOTS:
         QVERIFY(!f.threads.currentSession());
     }
 
-    void aThreadThatCannotBeDeletedKeepsItsAnswer()
+    void failedDeletionKeepsAnswer()
     {
         Fixture f;
         f.history.historyButtonClicked();

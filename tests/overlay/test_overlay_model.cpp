@@ -33,17 +33,17 @@ private Q_SLOTS:
         QCOMPARE(changed.size(), 2);
     }
 
-    void sliderReportsOnlyRealMoves()
+    void sliderReportsOnlyChanges()
     {
         QSignalSpy moved(m_model.get(), &OverlayModel::sliderMoved);
         m_model->moveSlider(0.88);
         QCOMPARE(moved.size(), 0);
         m_model->moveSlider(0.5);
         QCOMPARE(moved.takeFirst().first().toDouble(), 0.5);
-        QCOMPARE(m_model->currentAlpha(), 0.88); // the owner decides
+        QCOMPARE(m_model->currentAlpha(), 0.88); // the owner applies the value
     }
 
-    void themeColours()
+    void themeColors()
     {
         QCOMPARE(m_model->responseColor().name(), QStringLiteral("#1c1e24"));
         QCOMPARE(qRound(m_model->responseColor().alphaF() * 100), 93);
@@ -72,7 +72,7 @@ private Q_SLOTS:
         QCOMPARE(m_model->status(), Status::Blocked);
     }
 
-    void secondsRunFromTheQuestion()
+    void secondsCountFromPrompt()
     {
         QVERIFY(m_model->secondsText().isEmpty());
         m_model->setActivity(Activity::Waiting);
@@ -89,7 +89,7 @@ private Q_SLOTS:
         QCOMPARE(m_model->secondsText(), QStringLiteral("0 s"));
     }
 
-    void stoppedGoesAway()
+    void stoppedExpires()
     {
         m_model->setHasAnswer(true);
         m_model->setActivity(Activity::Streaming);
@@ -104,7 +104,7 @@ private Q_SLOTS:
         QCOMPARE(m_model->status(), Status::Answer);
     }
 
-    void stoppedEndsWithTheNextAction()
+    void stoppedEndsWithNextActivity()
     {
         m_model->setActivity(Activity::Waiting);
         m_model->showStopped();
@@ -113,7 +113,7 @@ private Q_SLOTS:
         QCOMPARE(m_model->status(), Status::Ready);
     }
 
-    void noTimerRunsAtRest()
+    void noTimerWhenIdle()
     {
         const auto *timer = m_model->findChild<QTimer *>();
         QVERIFY(!timer->isActive());
@@ -125,7 +125,7 @@ private Q_SLOTS:
         QVERIFY(!timer->isActive());
     }
 
-    void aNoticeStaysForAWhile()
+    void noticeExpires()
     {
         QSignalSpy changed(m_model.get(), &OverlayModel::noticeChanged);
         QSignalSpy strip(m_model.get(), &OverlayModel::stripChanged);
@@ -134,7 +134,7 @@ private Q_SLOTS:
         m_model->showNotice(QStringLiteral("Nobody\nanswers"));
         QCOMPARE(m_model->notice(), QStringLiteral("Nobody answers"));
         QCOMPARE(changed.size(), 1);
-        // What is under way can still be stopped.
+        // The activity can still be stopped.
         QCOMPARE(strip.size(), 0);
         QCOMPARE(m_model->status(), Status::Streaming);
         QVERIFY(m_model->canStop());
@@ -147,20 +147,20 @@ private Q_SLOTS:
         QVERIFY(!timer->isActive());
     }
 
-    void aNoticeOnceMoreIsANewOne()
+    void repeatedNoticeIsAnnouncedAgain()
     {
         m_model->showNotice(QStringLiteral("Nobody answers"));
         QStringList seen;
         connect(m_model.get(), &OverlayModel::noticeChanged, m_model.get(),
                 [&] { seen << m_model->notice(); });
         m_model->showNotice(QStringLiteral("Nobody answers"));
-        // It has to be gone in between to be announced again.
+        // The notice must be cleared in between, so that screen readers announce it again.
         QCOMPARE(seen, (QStringList{QString(), QStringLiteral("Nobody answers")}));
         m_model->showNotice(QString());
         QCOMPARE(m_model->notice(), QString());
     }
 
-    void stopOnlyWhileSomethingIsUnderWay()
+    void stopNeedsActivity()
     {
         QSignalSpy stopped(m_model.get(), &OverlayModel::stopRequested);
         m_model->stop();
@@ -177,7 +177,7 @@ private Q_SLOTS:
         QCOMPARE(stopped.size(), 3);
     }
 
-    void copyNeedsAnAnswer()
+    void copyNeedsAnswer()
     {
         QSignalSpy copied(m_model.get(), &OverlayModel::copyAnswerRequested);
         m_model->copyAnswer();
@@ -187,7 +187,7 @@ private Q_SLOTS:
         QCOMPARE(copied.size(), 1);
     }
 
-    void onlyACoveredThreadCanBeGoneBackTo()
+    void backToThreadNeedsCoveredThread()
     {
         QSignalSpy changed(m_model.get(), &OverlayModel::stripChanged);
         QSignalSpy back(m_model.get(), &OverlayModel::backToThreadRequested);
@@ -200,7 +200,7 @@ private Q_SLOTS:
         QCOMPARE(back.size(), 1);
     }
 
-    void onlyAFailedSaveCanBeTriedAgain()
+    void retryNeedsFailedSave()
     {
         using SaveState = OverlayModel::SaveState;
         QSignalSpy changed(m_model.get(), &OverlayModel::stripChanged);
@@ -222,7 +222,7 @@ private Q_SLOTS:
         QCOMPARE(m_model->saveProblem(), QString());
     }
 
-    void titleIsOneLine()
+    void titleIsTruncatedToOneLine()
     {
         m_model->setTitle(QString(1024 * 1024, u'x'));
         QCOMPARE(m_model->title(), QString(2000, u'x'));
@@ -257,7 +257,7 @@ private Q_SLOTS:
         QCOMPARE(m_model->usageTier(), UsageTier::Grey);
     }
 
-    void clicksPassThroughTheAnswerUnlessSomethingIsOpen()
+    void clickThroughEndsWhileMenuOrSheetIsOpen()
     {
         m_model->setWindowSize({624, 744});
         m_model->setBottomPanelsHeight(140);
@@ -274,7 +274,7 @@ private Q_SLOTS:
         QCOMPARE(changed.size(), 2);
     }
 
-    void fractionsNeverTakeAControlsEdge()
+    void clickThroughRectIsRoundedInward()
     {
         m_model->setWindowSize({624, 744});
         m_model->setBottomPanelsHeight(140.4);

@@ -8,7 +8,7 @@
 
 using namespace quellora;
 
-/// What assistive programs see of the overlay.
+/// Accessible names, roles and states of the overlay.
 class TestOverlayNames : public QObject
 {
     Q_OBJECT
@@ -16,13 +16,13 @@ private Q_SLOTS:
     void initTestCase()
     {
         initializeUi();
-        // As with an assistive program: the toolkit resets roles and states then.
+        // As if a screen reader were running: Qt then resets roles and states.
         QAccessible::setActive(true);
     }
     void init() { m_fixture = std::make_unique<OverlayFixture>(); }
     void cleanup() { m_fixture.reset(); }
 
-    void controlsHaveTheirNames()
+    void controlsHaveNamesAndRoles()
     {
         f().panels.setAdminMessage(OverlayFixture::message(
             QStringLiteral("INFORMATIONAL"), QStringLiteral("News"), QStringLiteral("Body text")));
@@ -58,13 +58,13 @@ private Q_SLOTS:
             {QStringLiteral("New thread"), QAccessible::Button},
         };
         for (auto it = expected.begin(); it != expected.end(); ++it) {
-            QAccessibleInterface *face = find(it.key(), it.value());
-            QVERIFY2(face, qPrintable(it.key()));
-            QVERIFY2(!face->state().invisible, qPrintable(it.key()));
+            QAccessibleInterface *accessible = find(it.key(), it.value());
+            QVERIFY2(accessible, qPrintable(it.key()));
+            QVERIFY2(!accessible->state().invisible, qPrintable(it.key()));
         }
     }
 
-    void answerAndMenuHaveTheirNames()
+    void answerAndMenuHaveNamesAndRoles()
     {
         f().overlay.setHasAnswer(true);
         f().menu.setUsage(250000, 1000000, false);
@@ -81,7 +81,7 @@ private Q_SLOTS:
         QVERIFY(find(QStringLiteral("Menu"), QAccessible::ButtonMenu)->state().expanded);
     }
 
-    void aNoticeIsANotification()
+    void noticeIsNotification()
     {
         show();
         QVERIFY(!find(QStringLiteral("Nobody answers"), QAccessible::Notification));
@@ -92,7 +92,7 @@ private Q_SLOTS:
         QVERIFY(!notice->state().invisible && !notice->state().focusable);
     }
 
-    void theStripSaysWhatBecameOfTheThread()
+    void stripExposesSaveState()
     {
         using SaveState = OverlayModel::SaveState;
         for (const QSize &size : {QSize(624, 744), QSize(320, 280)}) {
@@ -114,7 +114,7 @@ private Q_SLOTS:
         }
     }
 
-    void compactControlsHaveTheSameNames()
+    void compactControlsHaveSameNames()
     {
         f().panel.resize(320, 280);
         f().stored.setKeepAIHistoryEnabled(true);
@@ -129,7 +129,7 @@ private Q_SLOTS:
         QVERIFY(find(QStringLiteral("Upgrade Now"), QAccessible::Button));
     }
 
-    void theModelPickerTellsItsChoice()
+    void modelPickerExposesSelection()
     {
         show();
         QAccessibleInterface *picker = find(QStringLiteral("Model"), QAccessible::ComboBox);
@@ -141,7 +141,7 @@ private Q_SLOTS:
         QVERIFY(picker->state().expanded);
     }
 
-    void aBlockingCardIsAnAlertOnce()
+    void blockingCardAlertsOnce()
     {
         show();
         QSignalSpy announced(&f().panel, &NonFocusPanel::blockingMessageAnnounced);
@@ -161,7 +161,7 @@ private Q_SLOTS:
         QCOMPARE(card->text(QAccessible::Description), QStringLiteral("Four minutes left"));
     }
 
-    void pressesOfAssistiveProgramsWork()
+    void accessibleActionsWork()
     {
         f().panels.setPromptText(QStringLiteral("question"));
         show();
@@ -180,7 +180,7 @@ private Q_SLOTS:
         QVERIFY(save->state().checked);
     }
 
-    void blockedSaysWhyAndTakesPresses()
+    void blockedControlsExposeReason()
     {
         f().panels.setAdminMessage(OverlayFixture::blocking());
         f().panels.setBlocked(true);
@@ -194,7 +194,7 @@ private Q_SLOTS:
         QVERIFY(find(QStringLiteral("Send"), QAccessible::Button)->state().disabled);
     }
 
-    void thePromptCanBeReadAndWritten()
+    void promptIsReadableAndEditable()
     {
         f().panels.setPromptText(QStringLiteral("before"));
         show();
@@ -219,23 +219,24 @@ private:
     {
         return findBelow(QAccessible::queryAccessibleInterface(&f().panel), name, role);
     }
-    static QAccessibleInterface *findBelow(QAccessibleInterface *face, const QString &name,
+    static QAccessibleInterface *findBelow(QAccessibleInterface *accessible, const QString &name,
                                            QAccessible::Role role)
     {
-        if (!face || (face->role() == role && face->text(QAccessible::Name) == name &&
-                      !face->state().invisible))
-            return face;
-        for (int i = 0; i < face->childCount(); ++i) {
-            if (QAccessibleInterface *found = findBelow(face->child(i), name, role))
+        if (!accessible ||
+            (accessible->role() == role && accessible->text(QAccessible::Name) == name &&
+             !accessible->state().invisible))
+            return accessible;
+        for (int i = 0; i < accessible->childCount(); ++i) {
+            if (QAccessibleInterface *found = findBelow(accessible->child(i), name, role))
                 return found;
         }
         return nullptr;
     }
     void press(const QString &name, QAccessible::Role role)
     {
-        QAccessibleInterface *face = find(name, role);
-        QVERIFY2(face && face->actionInterface(), qPrintable(name));
-        face->actionInterface()->doAction(QAccessibleActionInterface::pressAction());
+        QAccessibleInterface *accessible = find(name, role);
+        QVERIFY2(accessible && accessible->actionInterface(), qPrintable(name));
+        accessible->actionInterface()->doAction(QAccessibleActionInterface::pressAction());
     }
 
     std::unique_ptr<OverlayFixture> m_fixture;

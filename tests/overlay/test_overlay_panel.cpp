@@ -11,8 +11,8 @@ using namespace quellora;
 
 namespace {
 
-/// Processor time of this thread so far.
-double threadSeconds()
+/// CPU time used by this thread, in seconds.
+double threadCpuSeconds()
 {
     timespec time{};
     clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
@@ -21,14 +21,14 @@ double threadSeconds()
 
 } // namespace
 
-/// The panel as a window, and the keys inside it.
+/// Window behaviour of the panel and keyboard handling inside it.
 class TestOverlayPanel : public OverlayDriver
 {
     Q_OBJECT
 private Q_SLOTS:
-    // The window
+    // Window
 
-    void windowNeverTakesTheFocusByItself()
+    void windowDoesNotTakeFocus()
     {
         const Qt::WindowFlags flags = f().panel.flags();
         QVERIFY(flags.testFlag(Qt::FramelessWindowHint));
@@ -42,7 +42,7 @@ private Q_SLOTS:
         QCOMPARE(f().panel.format().alphaBufferSize(), 8);
     }
 
-    void aPressOnTheTextAsksForTheKeyboard()
+    void pressOnTextInputRequestsKeyboard()
     {
         show();
         click("promptInput");
@@ -50,19 +50,19 @@ private Q_SLOTS:
         QCOMPARE(f().platform.keyWindow.data(), static_cast<QWindow *>(&f().panel));
     }
 
-    void otherPressesLeaveTheKeyboardAlone()
+    void otherPressesDoNotRequestKeyboard()
     {
         show();
         f().panels.setPromptText(QStringLiteral("text"));
         for (const char *name : {"addNote", "captureAndSend", "menuButton", "menuScrim",
                                  "saveThread", "opacitySlider"})
             click(name);
-        press({300, 50}); // the strip's free area
+        press({300, 50}); // an empty area of the strip
         QTest::mouseRelease(&f().panel, Qt::LeftButton, {}, {300, 50});
         QCOMPARE(f().platform.count(QStringLiteral("makeKey")), 0);
     }
 
-    void anOpenMenuCoversTheText()
+    void menuCoversTextInput()
     {
         show();
         f().overlay.setMenuOpen(true);
@@ -71,17 +71,17 @@ private Q_SLOTS:
         QVERIFY(!f().overlay.isMenuOpen());
     }
 
-    void anOpenMenuLeavesTheAnswerFree()
+    void menuPassesPressesToAnswer()
     {
         show();
         f().overlay.setMenuOpen(true);
         QTRY_COMPARE(f().find("hamburgerMenu")->opacity(), 1.0);
-        // Without a page the free area is what is below.
+        // Without a page, the press reaches the drag area below.
         press({200, 400});
         QCOMPARE(f().panel.dragStart(), QPointF(200, 400));
         QTest::mouseRelease(&f().panel, Qt::LeftButton, {}, {200, 400});
         QVERIFY(f().overlay.isMenuOpen());
-        // Just inside the answer, and just outside: strip, scrollbar, bottom panels.
+        // Just inside the answer's edges.
         const QRectF answer = f().overlay.responseRect();
         const int right = int(answer.right());
         const int bottom = int(answer.bottom());
@@ -92,14 +92,14 @@ private Q_SLOTS:
         }
     }
 
-    void besideTheAnswerAPressClosesTheMenu_data()
+    void pressBesideAnswerClosesMenu_data()
     {
         QTest::addColumn<QPoint>("at");
         QTest::newRow("strip") << QPoint(20, 71);
         QTest::newRow("scrollbar") << QPoint(596, 400);
         QTest::newRow("bottom panels") << QPoint(20, 604);
     }
-    void besideTheAnswerAPressClosesTheMenu()
+    void pressBesideAnswerClosesMenu()
     {
         QFETCH(QPoint, at);
         show();
@@ -113,7 +113,7 @@ private Q_SLOTS:
         QVERIFY(!f().overlay.isMenuOpen());
     }
 
-    void nothingGoesThroughTheMenuItself()
+    void menuCardBlocksPresses()
     {
         show();
         f().overlay.setMenuOpen(true);
@@ -126,7 +126,7 @@ private Q_SLOTS:
         QVERIFY(f().overlay.isMenuOpen());
     }
 
-    void hidingLetsGoOfTheScrollbarsThumb()
+    void hidingEndsScrollbarDrag()
     {
         show();
         reportPosition(f().scrollbar, 0, 2000, 500);
@@ -141,7 +141,7 @@ private Q_SLOTS:
         QCOMPARE(f().scrollbar.fraction(), fraction);
     }
 
-    void draggingAFreeAreaMovesThePanel_data()
+    void draggingEmptyAreaMovesPanel_data()
     {
         QTest::addColumn<QPoint>("start");
         QTest::newRow("control bar") << QPoint(300, 17);
@@ -149,7 +149,7 @@ private Q_SLOTS:
         QTest::newRow("answer") << QPoint(300, 300);
         QTest::newRow("between the thread controls") << QPoint(300, 722);
     }
-    void draggingAFreeAreaMovesThePanel()
+    void draggingEmptyAreaMovesPanel()
     {
         QFETCH(QPoint, start);
         show();
@@ -158,7 +158,7 @@ private Q_SLOTS:
         QCOMPARE(f().panel.dragStart(), QPointF(start));
         moveTo(start + QPoint(25, -10));
         QCOMPARE(f().panel.position(), QPoint(125, 90));
-        // The pointer stands at the same place of the panel again, so nothing more moves.
+        // The pointer is at the same position in the panel again, so the panel must not move.
         moveTo(start);
         QCOMPARE(f().panel.position(), QPoint(125, 90));
         QTest::mouseRelease(&f().panel, Qt::LeftButton, {}, start);
@@ -167,7 +167,7 @@ private Q_SLOTS:
         QCOMPARE(f().panel.position(), QPoint(125, 90));
     }
 
-    void draggingAControlDoesNotMoveThePanel()
+    void draggingControlDoesNotMovePanel()
     {
         show();
         f().panel.setPosition(100, 100);
@@ -181,7 +181,7 @@ private Q_SLOTS:
         }
     }
 
-    void hidingEndsADrag()
+    void hidingEndsDrag()
     {
         show();
         press({300, 50});
@@ -189,7 +189,7 @@ private Q_SLOTS:
         QVERIFY(!f().panel.dragStart());
     }
 
-    void edgesResize_data()
+    void draggingEdgesResizesPanel_data()
     {
         QTest::addColumn<QPoint>("start");
         QTest::addColumn<QPoint>("delta");
@@ -199,10 +199,10 @@ private Q_SLOTS:
         QTest::newRow("top") << QPoint(300, 2) << QPoint(9, -20) << QRect(100, 80, 624, 764);
         QTest::newRow("bottom") << QPoint(300, 741) << QPoint(9, 10) << QRect(100, 100, 624, 754);
         QTest::newRow("corner") << QPoint(621, 741) << QPoint(10, 20) << QRect(100, 100, 634, 764);
-        QTest::newRow("not below the least size")
+        QTest::newRow("not below minimum size")
             << QPoint(621, 741) << QPoint(-600, -700) << QRect(100, 100, 320, 280);
     }
-    void edgesResize()
+    void draggingEdgesResizesPanel()
     {
         QFETCH(QPoint, start);
         QFETCH(QPoint, delta);
@@ -219,7 +219,7 @@ private Q_SLOTS:
         QCOMPARE(f().panel.overlayItem()->size(), QSizeF(geometry.size()));
     }
 
-    void closingFromOutsideCountsAsTheCloseButton()
+    void externalCloseActsLikeCloseButton()
     {
         show();
         QSignalSpy closed(&f().overlay, &OverlayModel::closeRequested);
@@ -233,7 +233,7 @@ private Q_SLOTS:
         QCOMPARE(closed.size(), 1);
     }
 
-    void compositingIsFollowed()
+    void opaqueWithoutCompositing()
     {
         f().overlay.setCurrentAlpha(0);
         show();
@@ -245,24 +245,24 @@ private Q_SLOTS:
         QCOMPARE(picture.pixelColor(300, 300), QColor(0x1c, 0x1e, 0x24));
     }
 
-    void cornersAreRoundAndTheAnswerTranslucent()
+    void roundCornersAndTranslucentAnswer()
     {
         f().overlay.setAppliedTheme(AppTheme::Light);
         f().overlay.setCurrentAlpha(0.5);
         show();
-        // Off screen everything lies over black.
+        // The offscreen platform renders on black.
         const QImage picture = f().panel.grabWindow();
         QCOMPARE(picture.pixelColor(0, 0), QColor(Qt::black));
         QCOMPARE(picture.pixelColor(623, 743), QColor(Qt::black));
         QVERIFY(picture.pixelColor(300, 15).blue() > 20);
-        // Two layers of 0.93 x 0.5 each.
+        // Two layers with an opacity of 0.93 x 0.5 each.
         const int expected = qRound(0xf7 * (1 - (1 - 0.465) * (1 - 0.465)));
         QVERIFY(qAbs(picture.pixelColor(300, 300).red() - expected) <= 2);
     }
 
-    // Keys
+    // Keyboard
 
-    void returnSendsAndShiftReturnAddsALine()
+    void returnSendsAndShiftReturnInsertsLineBreak()
     {
         showActive();
         QSignalSpy sent(&f().panels, &BottomPanelsModel::sendRequested);
@@ -279,7 +279,7 @@ private Q_SLOTS:
         QCOMPARE(sent.size(), 2);
     }
 
-    void aMegabytePastedHoldsNothingUp_data()
+    void pastingMegabyteDoesNotBlock_data()
     {
         QTest::addColumn<QString>("unit");
         QTest::newRow("lines") << QStringLiteral("The quick brown fox jumps over the lazy dog.\n");
@@ -289,7 +289,7 @@ private Q_SLOTS:
         QTest::newRow("empty lines") << QStringLiteral("\n");
         QTest::newRow("Chinese") << QString::fromUtf8("\u4e16\u754c\u4f60\u597d");
     }
-    void aMegabytePastedHoldsNothingUp()
+    void pastingMegabyteDoesNotBlock()
     {
         QFETCH(QString, unit);
         constexpr qsizetype megabyte = 1024 * 1024;
@@ -297,27 +297,27 @@ private Q_SLOTS:
         QGuiApplication::clipboard()->setText(pasted);
         showActive();
         type(QStringLiteral("Why? "));
-        // What the thread itself needs, so that a busy machine counts for nothing.
-        double longest = 0;
-        const auto step = [&longest](const auto &work) {
-            const double before = threadSeconds();
+        // Measure the thread's CPU time, which does not depend on the machine's load.
+        double longestStep = 0;
+        const auto measure = [&longestStep](const auto &work) {
+            const double before = threadCpuSeconds();
             work();
-            longest = std::max(longest, threadSeconds() - before);
+            longestStep = std::max(longestStep, threadCpuSeconds() - before);
         };
-        const auto settle = [&step] {
+        const auto processEvents = [&measure] {
             for (int i = 0; i < 30; ++i)
-                step([] { QCoreApplication::processEvents(); });
+                measure([] { QCoreApplication::processEvents(); });
         };
-        step([&] { QTest::keyClick(&f().panel, Qt::Key_V, Qt::ControlModifier); });
-        settle();
+        measure([&] { QTest::keyClick(&f().panel, Qt::Key_V, Qt::ControlModifier); });
+        processEvents();
         QVERIFY(f().panels.promptText() == QStringLiteral("Why? \n") + pasted);
         for (const char key : {'A', 'n', 'd', '?'})
-            step([&] { QTest::keyClick(&f().panel, key); });
-        settle();
+            measure([&] { QTest::keyClick(&f().panel, key); });
+        processEvents();
         QVERIFY(f().panels.promptText().endsWith(pasted));
-        QVERIFY2(longest < 0.1, qPrintable(QStringLiteral("%1 ms").arg(longest * 1000)));
+        QVERIFY2(longestStep < 0.1, qPrintable(QStringLiteral("%1 ms").arg(longestStep * 1000)));
 
-        // All of it goes out, and it goes away when it is not wanted.
+        // The whole text is sent, and the pasted text can be removed.
         QSignalSpy sent(&f().panels, &BottomPanelsModel::sendRequested);
         QTest::keyClick(&f().panel, Qt::Key_Return);
         QCOMPARE(sent.size(), 1);
@@ -328,7 +328,7 @@ private Q_SLOTS:
         QVERIFY(!f().find("pastedText")->isVisible());
     }
 
-    void aShortPasteGoesIntoTheField()
+    void shortPasteGoesIntoField()
     {
         QGuiApplication::clipboard()->setText(QStringLiteral("pasted\ntext"));
         showActive();
@@ -342,7 +342,7 @@ private Q_SLOTS:
         QCOMPARE(f().panels.promptText(), QStringLiteral("ab"));
     }
 
-    void returnInAnEmptyBoxDoesNothing()
+    void returnIgnoresEmptyPrompt()
     {
         showActive();
         QSignalSpy sent(&f().panels, &BottomPanelsModel::sendRequested);
@@ -352,7 +352,7 @@ private Q_SLOTS:
         QCOMPARE(f().panels.promptText(), QStringLiteral("  "));
     }
 
-    void theBoxFollowsTheStore()
+    void promptFollowsStoredValue()
     {
         showActive();
         type(QStringLiteral("question"));
@@ -362,7 +362,7 @@ private Q_SLOTS:
         QCOMPARE(f().panels.promptText(), QStringLiteral("next"));
     }
 
-    void showingTheBoxStoresNothing()
+    void showingPromptDoesNotStoreIt()
     {
         f().defaults.remove("userPrompt");
         show();
@@ -373,7 +373,7 @@ private Q_SLOTS:
                     .startsWith(QStringLiteral("You are a silent")));
     }
 
-    void escapeAloneChangesNothing()
+    void escapeHasNoEffectByItself()
     {
         showActive();
         type(QStringLiteral("text"));
@@ -413,7 +413,7 @@ private Q_SLOTS:
         QCOMPARE(focusName(), QStringLiteral("Write a message"));
     }
 
-    void f6ReachesTheAnswer()
+    void f6ReachesAnswer()
     {
         f().responseView = OverlayFixture::emptyResponse();
         showActive();
@@ -424,7 +424,7 @@ private Q_SLOTS:
         QCOMPARE(focusName(), QStringLiteral("Write a message"));
     }
 
-    void f6StaysInAnOpenMenu()
+    void f6StaysInOpenMenu()
     {
         f().responseView = OverlayFixture::emptyResponse();
         showActive();
@@ -433,13 +433,13 @@ private Q_SLOTS:
         QCOMPARE(focusName(), QStringLiteral("Account"));
         QTest::keyClick(&f().panel, Qt::Key_F6);
         QCOMPARE(focusName(), QStringLiteral("Account"));
-        // From the answer, which a press may have given the focus, it leads back.
+        // If the answer was given focus by a press, F6 returns to the menu.
         f().find("responseLoader")->forceActiveFocus();
         QTest::keyClick(&f().panel, Qt::Key_F6, Qt::ShiftModifier);
         QCOMPARE(focusName(), QStringLiteral("Account"));
     }
 
-    void whatIsCoveredByAnOpenMenuGetsNoFocus()
+    void itemsCoveredByMenuGetNoFocus()
     {
         f().responseView = OverlayFixture::emptyResponse();
         showActive();
@@ -452,7 +452,7 @@ private Q_SLOTS:
         QVERIFY(f().find("responseLoader")->hasActiveFocus());
     }
 
-    void escapeClosesTheMenuFromTheAnswer()
+    void escapeInAnswerClosesMenu()
     {
         f().responseView = OverlayFixture::emptyResponse();
         showActive();
@@ -463,7 +463,7 @@ private Q_SLOTS:
         QVERIFY(!f().overlay.isMenuOpen());
     }
 
-    void escapeClosesTheModelListFromThePrompt()
+    void escapeInPromptClosesModelList()
     {
         showActive();
         click("modelPicker");
@@ -515,7 +515,7 @@ private Q_SLOTS:
         QCOMPARE(focusName(), QStringLiteral("Remove screenshot"));
     }
 
-    void focusRingOnlyForTheKeyboard()
+    void focusRingOnlyForKeyboardFocus()
     {
         showActive();
         QTest::keyClick(&f().panel, Qt::Key_Tab);

@@ -8,9 +8,9 @@ using namespace quellora;
 
 namespace {
 
-constexpr Qt::KeyboardModifiers threeKeys =
+constexpr Qt::KeyboardModifiers threeModifiers =
     Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier;
-const QString resumed = QStringLiteral("[HotkeyManager] Resumed all hotkeys after capture");
+const QString resumedLine = QStringLiteral("[HotkeyManager] Resumed all hotkeys after capture");
 
 struct Fixture : ControllerFixture
 {
@@ -29,12 +29,12 @@ struct Fixture : ControllerFixture
 
 } // namespace
 
-/// What the settings do to the overlay.
+/// Effects of the settings on the overlay.
 class TestOverlaySettings : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void oneScreenLeavesNothingToChoose()
+    void noScreenChoiceWithOneScreen()
     {
         Fixture f;
         f.platform.tool = {"/tool", {"-x"}, {"-x", "--all"}};
@@ -42,7 +42,7 @@ private Q_SLOTS:
         QVERIFY(!f.model().isScreenChoiceOffered());
     }
 
-    void refreshLeavesARecordingAndTheSheetsAlone()
+    void refreshKeepsRecordingAndSheets()
     {
         Fixture f;
         f.start();
@@ -74,7 +74,7 @@ private Q_SLOTS:
         QVERIFY(!f.overlay->messages().isBlocked());
     }
 
-    void menuOpensThem()
+    void menuOpensSettings()
     {
         Fixture f;
         QVERIFY(f.overlay->menuModel().settingsAvailable());
@@ -88,7 +88,7 @@ private Q_SLOTS:
         QVERIFY(!f.platform.panel.clickThroughRect().isEmpty());
     }
 
-    void preferencesOfAnotherTypeCountAsAbsent()
+    void preferencesOfWrongTypeAreIgnored()
     {
         Fixture f;
         f.platform.systemAppearance.dark = true;
@@ -104,14 +104,14 @@ private Q_SLOTS:
         QCOMPARE(f.model().hexInput(), QString());
         QCOMPARE(f.model().textColors()->chosenRow(), 0);
         QCOMPARE(f.rebinding().hotkeysConfig(), HotkeyCombos());
-        // The first choice puts the entry right.
+        // Changing the setting replaces the invalid entry.
         f.settings.setAppearance(Settings::Appearance::Light);
         f.settings.setStartNewThreadPerSendEnabled(true);
         QCOMPARE(f.defaults.stringValue("com.quellora.app.appearance"), "light");
         QCOMPARE(f.defaults.boolValue("startNewThreadPerSendEnabled"), true);
     }
 
-    void oneSheetAtATime()
+    void onlyOneSheetIsOpen()
     {
         Fixture f;
         f.overlay->show();
@@ -129,7 +129,7 @@ private Q_SLOTS:
         QVERIFY(f.platform.panel.clickThroughRect().isEmpty());
     }
 
-    void theyHaveTheKeyboardWhileOpen()
+    void sheetHasKeyboardWhileOpen()
     {
         Fixture f;
         f.overlay->show();
@@ -143,7 +143,7 @@ private Q_SLOTS:
         QCOMPARE(f.platform.panel.count("resignKey"), 1);
     }
 
-    void aKeyboardThatWasOursStays()
+    void activePanelKeepsKeyboard()
     {
         Fixture f;
         f.overlay->panel().setFlag(Qt::WindowDoesNotAcceptFocus, false);
@@ -156,7 +156,7 @@ private Q_SLOTS:
         QCOMPARE(f.platform.panel.count("resignKey"), 0);
     }
 
-    void appearanceIsLiveAndStored()
+    void appearanceIsAppliedAndStored()
     {
         Fixture f;
         f.platform.systemAppearance.dark = true;
@@ -170,7 +170,7 @@ private Q_SLOTS:
         QVERIFY(f.lastScript().contains("document.body.className = 'light'"));
         f.settings.setAppearance(Settings::Appearance::Dark);
         QVERIFY(f.lastScript().contains("document.body.className = ''"));
-        // The desktop's changes count only while it is followed.
+        // The system appearance is applied only in System mode.
         f.platform.systemAppearance.setDark(false);
         QVERIFY(!f.model().isLightTheme());
         f.settings.setAppearance(Settings::Appearance::System);
@@ -181,7 +181,7 @@ private Q_SLOTS:
         QVERIFY(f.lastScript().contains("document.body.className = ''"));
     }
 
-    void textColorIsLiveAndStored()
+    void textColorIsAppliedAndStored()
     {
         Fixture f;
         f.defaults.setString("responseTextColorHex", "#FFFFFF");
@@ -199,13 +199,13 @@ private Q_SLOTS:
         f.model().setHexInput("ABCDEF");
         f.model().commitHexInput();
         QCOMPARE(f.defaults.stringValue("responseTextColorHex"), "#abcdef");
-        // From outside.
+        // Changed elsewhere.
         f.defaults.setString("responseTextColorHex", "#123456");
         QVERIFY(f.lastScript().contains("setProperty('--text', '#123456')"));
         QCOMPARE(f.model().hexInput(), "#123456");
     }
 
-    void aStoredTextThatIsNoColorCountsAsNone()
+    void invalidStoredColorIsIgnored()
     {
         Fixture f;
         f.defaults.setString("responseTextColorHex", "red;}");
@@ -214,7 +214,7 @@ private Q_SLOTS:
         QCOMPARE(f.model().textColors()->chosenRow(), 0);
     }
 
-    void modelIsSharedWithThePicker()
+    void modelListIsSharedWithPicker()
     {
         Fixture f;
         AppConfigResponse account;
@@ -229,14 +229,14 @@ private Q_SLOTS:
         QCOMPARE(f.model().models()->selectedId(), "m2");
     }
 
-    void helpOpensThePageOfTheBackend()
+    void helpOpensBackendPage()
     {
         Fixture f;
         f.model().openHelp();
         QCOMPARE(f.platform.systemWorkspace.urls, QList<QUrl>{QUrl("http://host/help")});
     }
 
-    void whatCaptureExclusionLacksIsShown()
+    void missingCaptureExclusionIsShown()
     {
         Fixture f;
         QCOMPARE(f.model().captureNote(), QString());
@@ -246,7 +246,7 @@ private Q_SLOTS:
                  "Other programs' screenshots and screen sharing show this panel.");
     }
 
-    void recordedKeysChangeEveryDisplay()
+    void recordedHotkeyIsShownEverywhere()
     {
         Fixture f;
         f.start();
@@ -254,7 +254,7 @@ private Q_SLOTS:
         f.surface->finishLoad();
         QSignalSpy panels(&f.overlay->panelsModel(), &BottomPanelsModel::hotkeysChanged);
         f.model().hotkeyRows()->beginCapture(0);
-        f.platform.keys.press({threeKeys, "k"});
+        f.platform.keys.press({threeModifiers, "k"});
         QCOMPARE(f.rebinding().hotkeysConfig()[HotkeyAction::Capture], "ctrl+alt+cmd+k");
         QCOMPARE(f.overlay->panelsModel().hotkeys().value("capture").toString(),
                  "Ctrl+Option+Cmd+K");
@@ -263,16 +263,16 @@ private Q_SLOTS:
         QVERIFY(f.lastScript().contains("\"Ctrl+Option+Cmd+K\""));
         QCOMPARE(f.defaults.stringDictionary("hotkeyBindings"),
                  (QMap<QString, QString>{{"capture", "ctrl+alt+cmd+k"}}));
-        // Pages from now on have it in them.
+        // New pages contain it.
         f.overlay->clearContent();
         QTRY_VERIFY(f.surface->page().contains("Hit <kbd>Ctrl+Option+Cmd+K</kbd>"));
-        // One that was on its way is put right when it is there.
+        // A page that was still loading is updated once it has loaded.
         f.model().hotkeyRows()->reset(0);
         f.surface->finishLoad();
         QVERIFY(f.lastScript().contains("\"Ctrl+Option+Cmd+C\""));
     }
 
-    void keysHaveTheSystemsNamesEverywhere()
+    void keysHavePlatformNames()
     {
         Fixture f;
         f.platform.systemVocabulary = Vocabulary::linuxDesktop();
@@ -301,7 +301,7 @@ private Q_SLOTS:
         QCOMPARE(f.overlay->overlayModel().stopShortcut(), "Cmd+.");
     }
 
-    void whoAnswersIsNamedEverywhereAndAtOnce()
+    void answererNameIsUpdatedEverywhere()
     {
         Fixture f;
         f.config.hotkeys.insert("clear", hotkeyAction(HotkeyAction::Capture).defaultCombo);
@@ -328,14 +328,14 @@ private Q_SLOTS:
         QVERIFY(f.lastScript().contains("→ Offline reader responds here"));
         QVERIFY(f.lastScript().contains("⏳ Offline reader is thinking..."));
 
-        // The user's own choice counts at once; a page that is built from now on has it in it.
+        // The user's choice is applied immediately, and new pages contain it.
         f.model().models()->choose("r2");
         QCOMPARE(firstRow(), "Capture screen and send to <Deep>");
         QVERIFY(f.lastScript().contains("→ <Deep> responds here"));
         f.overlay->clearContent();
         QTRY_VERIFY(f.surface->page().contains(
             "</kbd> to capture screen → &lt;Deep&gt; responds here</div>"));
-        // One that was on its way is put right when it is there.
+        // A page that was still loading is updated once it has loaded.
         f.model().models()->choose("r1");
         const qsizetype before = f.surface->scripts.size();
         f.surface->finishLoad();
@@ -349,7 +349,7 @@ private Q_SLOTS:
         QVERIFY(f.lastScript().contains("→ Claude responds here"));
     }
 
-    void aRefreshThatChangesNoNamePushesNothing()
+    void refreshWithSameNameRunsNoScript()
     {
         Fixture f;
         f.start();
@@ -362,56 +362,56 @@ private Q_SLOTS:
         QCOMPARE(f.surface->scripts.size(), before);
     }
 
-    void aConflictThatIsSolvedLeavesTheCard()
+    void resolvedConflictIsRemovedFromCard()
     {
         Fixture f;
-        f.platform.hotkeys.claim(threeKeys | Qt::Key_X);
+        f.platform.hotkeys.claim(threeModifiers | Qt::Key_X);
         f.start();
         const auto shown = [&f] { return f.overlay->messages().currentAdminMessage(); };
         QVERIFY(shown());
         QCOMPARE(shown()->headerText, "Startup issue");
         const QString body = shown()->bodyMarkdown;
         QVERIFY(body.startsWith("**Ctrl+Option+Cmd+X (Clear) is unavailable**"));
-        // Recording registers everything anew, which is no second problem.
+        // Recording registers all hot keys again, which must not add a second problem.
         f.model().hotkeyRows()->beginCapture(int(HotkeyAction::Clear));
         f.model().hotkeyRows()->cancelCapture();
         QCOMPARE(shown()->bodyMarkdown, body);
-        // The row says why a change was not made; the card is about what lasts.
-        f.platform.hotkeys.claim(threeKeys | Qt::Key_J);
+        // A rejected change is reported in its row; the card shows only persistent problems.
+        f.platform.hotkeys.claim(threeModifiers | Qt::Key_J);
         f.model().hotkeyRows()->beginCapture(int(HotkeyAction::Toggle));
-        f.platform.keys.press({threeKeys, "j"});
+        f.platform.keys.press({threeModifiers, "j"});
         QCOMPARE(shown()->bodyMarkdown, body);
         f.model().hotkeyRows()->beginCapture(int(HotkeyAction::Clear));
-        f.platform.keys.press({threeKeys, "k"});
+        f.platform.keys.press({threeModifiers, "k"});
         QVERIFY(!shown());
         QVERIFY(!f.overlay->panelsModel().hasMessage());
     }
 
-    void keysAreTakenWhileRecordingOnly()
+    void keysAreMonitoredOnlyWhileRecording()
     {
         Fixture f;
         f.start();
         f.platform.panel.calls.clear();
         f.model().hotkeyRows()->beginCapture(1);
         QCOMPARE(f.platform.panel.count("makeKey"), 1);
-        f.platform.keys.press({threeKeys, QString()}); // a key without a name
+        f.platform.keys.press({threeModifiers, QString()}); // a key without a name
         f.platform.keys.press({{}, "k"});
         QVERIFY(f.rebinding().capturingHotkeyAction());
         f.platform.keys.press({{}, QString(), true});
         QVERIFY(!f.rebinding().capturingHotkeyAction());
         QVERIFY(f.model().isOpen());
-        QVERIFY(f.log.contains(resumed));
+        QVERIFY(f.log.contains(resumedLine));
         QVERIFY(!f.platform.keys.isInstalled());
     }
 
-    void recordingEndsWithTheSheetThePanelAndTheSession_data()
+    void recordingEndsWithSheetPanelOrSession_data()
     {
         QTest::addColumn<QString>("end");
         QTest::newRow("sheet") << "sheet";
         QTest::newRow("panel") << "panel";
         QTest::newRow("session") << "session";
     }
-    void recordingEndsWithTheSheetThePanelAndTheSession()
+    void recordingEndsWithSheetPanelOrSession()
     {
         QFETCH(QString, end);
         Fixture f;
@@ -426,11 +426,11 @@ private Q_SLOTS:
         else
             f.overlay->closeWindow();
         QVERIFY(!f.rebinding().capturingHotkeyAction());
-        QCOMPARE(f.log.lines.count(resumed), 1);
+        QCOMPARE(f.log.lines.count(resumedLine), 1);
         QCOMPARE(f.platform.hotkeys.registered.size(), 7);
     }
 
-    void destructionWhileRecordingLetsGo()
+    void destructionEndsRecording()
     {
         Fixture f;
         f.start();
@@ -440,7 +440,7 @@ private Q_SLOTS:
         QVERIFY(!f.platform.keys.isInstalled());
     }
 
-    void overridesAreInForceFromTheStart()
+    void savedHotkeysAreShownAtStart()
     {
         Fixture f;
         f.defaults.setStringDictionary("hotkeyBindings", {{"capture", "ctrl+k"}});

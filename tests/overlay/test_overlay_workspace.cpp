@@ -12,36 +12,36 @@ class TestOverlayWorkspace : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void failuresAreTold_data()
+    void reportsFailures_data()
     {
         QTest::addColumn<QUrl>("url");
         QTest::addColumn<QString>("path");
-        QTest::addColumn<QString>("told");
+        QTest::addColumn<QString>("message");
         const QString program = QCoreApplication::applicationFilePath();
-        QTest::newRow("address") << QUrl("https://example.org/") << QString()
-                                 << "Could not open the browser: nobody answers";
-        QTest::newRow("no address")
+        QTest::newRow("URL") << QUrl("https://example.org/") << QString()
+                             << "Could not open the browser: nobody answers";
+        QTest::newRow("invalid URL")
             << QUrl() << QString() << "Could not open the address: it is not valid";
         QTest::newRow("file") << QUrl() << program << "Could not open the browser: nobody answers";
-        QTest::newRow("no file") << QUrl() << program + ".missing"
-                                 << "Could not open the file: there is no such file";
+        QTest::newRow("missing file") << QUrl() << program + ".missing"
+                                      << "Could not open the file: there is no such file";
     }
-    void failuresAreTold()
+    void reportsFailures()
     {
         QFETCH(QUrl, url);
         QFETCH(QString, path);
-        QFETCH(QString, told);
+        QFETCH(QString, message);
         FakeWorkspace system;
         system.answer = FakeWorkspace::failure();
         OverlayWorkspace workspace(system);
         QSignalSpy failed(&workspace, &OverlayWorkspace::failed);
         const auto opening = path.isEmpty() ? workspace.openUrl(url) : workspace.openFile(path);
         QTRY_COMPARE(failed.size(), 1);
-        QCOMPARE(failed.first().first().toString(), told);
-        QCOMPARE(opening.result().error().text(), told);
+        QCOMPARE(failed.first().first().toString(), message);
+        QCOMPARE(opening.result().error().text(), message);
     }
 
-    void whatOpensIsNotTold()
+    void doesNotReportSuccess()
     {
         FakeWorkspace system;
         system.answer.reset();
@@ -50,12 +50,12 @@ private Q_SLOTS:
         workspace.openUrl(QUrl("https://example.org/"));
         workspace.openUrl(QUrl("https://example.org/more"));
         system.finish(FakeWorkspace::opened());
-        // The second one's end comes after the first one's.
+        // The results are delivered in order, so the first one has been handled.
         system.finish(FakeWorkspace::failure());
         QTRY_COMPARE(failed.size(), 1);
     }
 
-    void anEndAfterTheOverlayHasGoneIsNobodysConcern()
+    void ignoresResultAfterDestruction()
     {
         FakeWorkspace system;
         system.answer.reset();

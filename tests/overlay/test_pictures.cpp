@@ -1,5 +1,5 @@
-/// Compares pictures of the panel with references, block by block: text may differ by a hair from
-/// one library version to the next, a moved or recoloured control may not.
+/// Compares screenshots of the panel with references block by block. Tolerates small differences in
+/// text rendering between library versions, but not moved or recoloured controls.
 #include "OverlayFixture.h"
 #include "support/TestProgram.h"
 
@@ -13,16 +13,17 @@ using namespace quellora;
 
 namespace {
 
-/// Side of a block in pixels; the smallest control is a few of them wide.
+/// Side of a block in pixels; the smallest control is a few blocks wide.
 constexpr int blockSize = 8;
-/// Largest difference of a block's mean in one channel, of 255.
+/// Tolerated difference of a block's mean in one channel, from 0 to 255.
 constexpr int meanTolerance = 6;
-/// Blocks that may exceed it: a glyph drawn differently here and there.
-constexpr double strayShare = 0.0005;
-/// No block may exceed this, not even one.
-constexpr int blockLimit = 40;
+/// Share of blocks that may exceed meanTolerance, for slightly different glyphs.
+constexpr double maxDeviatingShare = 0.0005;
+/// Difference that no block may exceed.
+constexpr int maxBlockDifference = 40;
 
-/// One pixel per block of @p image, with the block's mean colour: what references are kept as.
+/// Returns an image with one pixel per block of @p image, the block's mean colour. References are
+/// stored in this form.
 QImage blockMeans(const QImage &image)
 {
     QImage means((image.width() + blockSize - 1) / blockSize,
@@ -53,28 +54,29 @@ QImage blockMeans(const QImage &image)
 struct Difference
 {
     int blocks = 0;
-    int stray = 0;
+    int deviating = 0;
     int largest = 0;
-    /// Encloses every block that differs, in pixels.
+    /// Bounding rectangle of the deviating blocks, in pixels.
     QRect area;
-    QPoint worst;
+    QPoint largestAt;
 
     bool isTooLarge() const
     {
-        return stray > int(std::floor(blocks * strayShare)) || largest > blockLimit;
+        return deviating > int(std::floor(blocks * maxDeviatingShare)) ||
+               largest > maxBlockDifference;
     }
     QString text() const
     {
         return QStringLiteral("%1 of %2 blocks differ within (%3, %4, %5 x %6) px; most at "
                               "(%7, %8), by %9 of 255")
-            .arg(stray)
+            .arg(deviating)
             .arg(blocks)
             .arg(area.x())
             .arg(area.y())
             .arg(area.width())
             .arg(area.height())
-            .arg(worst.x())
-            .arg(worst.y())
+            .arg(largestAt.x())
+            .arg(largestAt.y())
             .arg(largest);
     }
 };
@@ -92,11 +94,11 @@ Difference compare(const QImage &actualMeans, const QImage &expectedMeans)
             ++difference.blocks;
             if (by > difference.largest) {
                 difference.largest = by;
-                difference.worst = block.topLeft();
+                difference.largestAt = block.topLeft();
             }
             if (by <= meanTolerance)
                 continue;
-            ++difference.stray;
+            ++difference.deviating;
             difference.area |= block;
         }
     }
@@ -110,25 +112,25 @@ class TestPictures : public QObject
     Q_OBJECT
 private Q_SLOTS:
     void initTestCase();
-    void states_data();
-    void states();
-    void comparisonNoticesWhatMatters_data();
-    void comparisonNoticesWhatMatters();
+    void matchesReference_data();
+    void matchesReference();
+    void comparisonDetectsChanges_data();
+    void comparisonDetectsChanges();
 
 private:
     static QImage render(const QString &state, bool isLight, const QSize &size);
-    static QString reference(const QString &name);
+    static QString referencePath(const QString &name);
 };
 
 void TestPictures::initTestCase()
 {
     initializeUi();
-    // The same font engine and the same faces everywhere, whatever the machine has installed.
+    // The bundled font and the software renderer make rendering independent of the machine.
     QCOMPARE(QFontInfo(QGuiApplication::font()).family(), QStringLiteral("Inter"));
     QCOMPARE(qEnvironmentVariable("QT_QUICK_BACKEND"), QStringLiteral("software"));
 }
 
-QString TestPictures::reference(const QString &name)
+QString TestPictures::referencePath(const QString &name)
 {
     return QStringLiteral(QUELLORA_PICTURES "/%1.png").arg(name);
 }
@@ -144,57 +146,57 @@ QImage TestPictures::render(const QString &state, bool isLight, const QSize &siz
         f.overlay.setAppliedTheme(AppTheme::Light);
         f.stored.setAppearance(Settings::Appearance::Light);
     }
-    // Nothing shines through: what is behind the panel is not ours to compare.
+    // Draw opaquely, so that the background does not show through.
     f.platform.setCompositing(false);
     f.show();
     if (!QTest::qWaitForWindowExposed(&f.panel))
         return {};
     using Activity = OverlayModel::Activity;
-    for (const QString &word : state.split(QLatin1Char('+'))) {
-        if (word == QLatin1String("thread")) {
+    for (const QString &part : state.split(QLatin1Char('+'))) {
+        if (part == QLatin1String("thread")) {
             f.overlay.setTitle(QStringLiteral("Which week is the outlier?"));
             f.overlay.setHasAnswer(true);
             reportPosition(f.scrollbar, 0, 900, 532);
-        } else if (word == QLatin1String("card")) {
+        } else if (part == QLatin1String("card")) {
             f.panels.setAdminMessage(OverlayFixture::blocking());
             f.panels.setBlocked(true);
             f.overlay.setSendingBlocked(true);
-        } else if (word == QLatin1String("attached")) {
+        } else if (part == QLatin1String("attached")) {
             f.panels.setStagedScreenshotData(OverlayFixture::screenshot());
-        } else if (word == QLatin1String("streaming")) {
+        } else if (part == QLatin1String("streaming")) {
             f.overlay.setActivity(Activity::Streaming);
             f.panels.setPromptText(QStringLiteral("Which week is the outlier?"));
-        } else if (word == QLatin1String("usage")) {
+        } else if (part == QLatin1String("usage")) {
             f.overlay.setUsage(85);
             f.menu.setUsage(850000, 1000000, false);
-        } else if (word == QLatin1String("menu")) {
+        } else if (part == QLatin1String("menu")) {
             f.menu.setHistoryAvailable(true);
             f.menu.setSettingsAvailable(true);
             f.overlay.setMenuOpen(true);
-        } else if (word == QLatin1String("history")) {
+        } else if (part == QLatin1String("history")) {
             f.addThreads();
             f.history.historyButtonClicked();
             if (!QTest::qWaitFor([&f] { return f.sidebar.rowCount() == 6; }))
                 return {};
-        } else if (word == QLatin1String("delete")) {
+        } else if (part == QLatin1String("delete")) {
             f.sidebar.requestDelete(5);
-        } else if (word == QLatin1String("settings")) {
+        } else if (part == QLatin1String("settings")) {
             f.settings.setOpen(true);
         }
     }
-    // Fades end, asynchronous pictures arrive: two looks in a row that agree.
+    // Wait for fades and asynchronously loaded images: until two consecutive screenshots are equal.
     QImage last;
-    for (int look = 0; look < 40; ++look) {
+    for (int attempt = 0; attempt < 40; ++attempt) {
         QTest::qWait(100);
         const QImage now = f.panel.grabWindow().convertToFormat(QImage::Format_RGB32);
-        if (look > 1 && now == last)
+        if (attempt > 1 && now == last)
             return now;
         last = now;
     }
     return last;
 }
 
-void TestPictures::states_data()
+void TestPictures::matchesReference_data()
 {
     QTest::addColumn<QString>("state");
     QTest::addColumn<bool>("light");
@@ -214,7 +216,7 @@ void TestPictures::states_data()
     QTest::newRow("settings-light") << "settings" << true << regular;
 }
 
-void TestPictures::states()
+void TestPictures::matchesReference()
 {
     QFETCH(QString, state);
     QFETCH(bool, light);
@@ -227,10 +229,10 @@ void TestPictures::states()
     const QImage means = blockMeans(actual);
 
     if (qEnvironmentVariableIsSet("QUELLORA_RENEW_PICTURES")) {
-        QVERIFY(means.convertToFormat(QImage::Format_RGB888).save(reference(name), "PNG", 0));
+        QVERIFY(means.convertToFormat(QImage::Format_RGB888).save(referencePath(name), "PNG", 0));
         return;
     }
-    const QImage expected = QImage(reference(name)).convertToFormat(QImage::Format_RGB32);
+    const QImage expected = QImage(referencePath(name)).convertToFormat(QImage::Format_RGB32);
     QVERIFY2(!expected.isNull(), "There is no reference; see docs/TESTING.md");
     QCOMPARE(means.size(), expected.size());
     const Difference difference = compare(means, expected);
@@ -243,28 +245,28 @@ void TestPictures::states()
     QFAIL(qPrintable(difference.text() + QStringLiteral("; see ") + kept));
 }
 
-void TestPictures::comparisonNoticesWhatMatters_data()
+void TestPictures::comparisonDetectsChanges_data()
 {
     QTest::addColumn<int>("dx");
     QTest::addColumn<int>("dColor");
-    QTest::addColumn<bool>("isNoticed");
-    QTest::newRow("nothing") << 0 << 0 << false;
-    QTest::newRow("moved by four") << 4 << 0 << true;
-    QTest::newRow("another shade") << 0 << 12 << true;
-    QTest::newRow("the same shade") << 0 << 3 << false;
+    QTest::addColumn<bool>("isDetected");
+    QTest::newRow("no change") << 0 << 0 << false;
+    QTest::newRow("moved by 4 px") << 4 << 0 << true;
+    QTest::newRow("different shade") << 0 << 12 << true;
+    QTest::newRow("similar shade") << 0 << 3 << false;
 }
 
-void TestPictures::comparisonNoticesWhatMatters()
+void TestPictures::comparisonDetectsChanges()
 {
     QFETCH(int, dx);
     QFETCH(int, dColor);
-    QFETCH(bool, isNoticed);
+    QFETCH(bool, isDetected);
     QImage one(624, 744, QImage::Format_RGB32);
     one.fill(QColor(18, 18, 28));
     QImage other = one;
     QPainter(&one).fillRect(QRect(101, 300, 36, 28), QColor(28, 106, 208));
     QPainter(&other).fillRect(QRect(101 + dx, 300, 36, 28), QColor(28, 106, 208 - dColor));
-    QCOMPARE(compare(blockMeans(other), blockMeans(one)).isTooLarge(), isNoticed);
+    QCOMPARE(compare(blockMeans(other), blockMeans(one)).isTooLarge(), isDetected);
 }
 
 QUELLORA_TEST(QGuiApplication, TestPictures)

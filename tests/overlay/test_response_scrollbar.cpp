@@ -9,7 +9,7 @@ using namespace quellora;
 
 namespace {
 
-// Column of the default panel: 28 wide, 532 high; the track is 532 - 2 * (22 + 4 + 4) high.
+// Size at the default panel size, in points. The track height is 532 - 2 * (22 + 4 + 4).
 constexpr double columnWidth = 28;
 constexpr double columnHeight = 532;
 constexpr double trackHeight = 472;
@@ -26,21 +26,21 @@ private Q_SLOTS:
         m_bar->setSize(columnWidth, columnHeight);
     }
 
-    void layoutGrowsUpward()
+    void framesUseYUpward()
     {
         QCOMPARE(m_bar->upButtonFrame(), QRectF(3, 506, 22, 22));
         QCOMPARE(m_bar->downButtonFrame(), QRectF(3, 4, 22, 22));
         QCOMPARE(m_bar->trackFrame(), QRectF(11, 30, 6, trackHeight));
     }
 
-    void theViewGetsTheSameDownward()
+    void rectsUseYDownward()
     {
         QCOMPARE(m_bar->upButtonRect(), QRectF(3, 4, 22, 22));
         QCOMPARE(m_bar->downButtonRect(), QRectF(3, 506, 22, 22));
         QCOMPARE(m_bar->trackRect(), QRectF(11, 30, 6, trackHeight));
     }
 
-    void aColumnTooSmallForATrack()
+    void trackIsEmptyIfTooSmall()
     {
         m_bar->setSize(28, 40);
         QCOMPARE(m_bar->trackFrame().height(), 0.0);
@@ -48,7 +48,7 @@ private Q_SLOTS:
         QCOMPARE(m_bar->thumbFrame().height(), 0.0);
     }
 
-    void shortContentDisables()
+    void disabledWithoutOverflow()
     {
         reportPosition(*m_bar, 0, 500, 500);
         QVERIFY(!m_bar->isEnabled());
@@ -70,7 +70,7 @@ private Q_SLOTS:
         QCOMPARE(pixels.size() + up.size() + down.size() + fraction.size(), 0);
     }
 
-    void overflowEnables()
+    void enabledOnOverflow()
     {
         QSignalSpy enabled(m_bar.get(), &ResponseScrollbarModel::enabledChanged);
         reportPosition(*m_bar, 0, 1064, 532);
@@ -79,12 +79,12 @@ private Q_SLOTS:
         QCOMPARE(m_bar->thumbColor(), QColor(69, 74, 90));
         QCOMPARE(m_bar->arrowColor(), QColor(191, 191, 191));
         QCOMPARE(m_bar->thumbRatio(), 0.5);
-        // At the top: the thumb's upper end touches the track's.
+        // At the top, the thumb touches the track's upper end.
         QCOMPARE(m_bar->thumbFrame(), QRectF(0, 236, 6, 236));
         QCOMPARE(m_bar->thumbRect(), QRectF(11, 30, 6, 236));
     }
 
-    void positionFollowsThePage_data()
+    void positionIsClamped_data()
     {
         QTest::addColumn<double>("reported");
         QTest::addColumn<double>("fraction");
@@ -94,7 +94,7 @@ private Q_SLOTS:
         QTest::newRow("beyond the bottom") << 1.1 << 1.0;
         QTest::newRow("beyond the top") << -0.1 << 0.0;
     }
-    void positionFollowsThePage()
+    void positionIsClamped()
     {
         QFETCH(double, reported);
         QFETCH(double, fraction);
@@ -102,7 +102,7 @@ private Q_SLOTS:
         QCOMPARE(m_bar->fraction(), fraction);
     }
 
-    void thumbIsNeverShorterThan28()
+    void thumbHasMinimumHeight()
     {
         reportPosition(*m_bar, 0, 1e7, 500);
         QCOMPARE(m_bar->thumbFrame().height(), 28.0);
@@ -110,7 +110,7 @@ private Q_SLOTS:
         QCOMPARE(m_bar->thumbFrame(), QRectF(0, 0, 6, 28));
     }
 
-    void aRatioOutOfRangeIsClamped()
+    void ratioIsClamped()
     {
         m_bar->setPosition(true, -10, 0);
         QVERIFY(m_bar->isEnabled());
@@ -119,7 +119,7 @@ private Q_SLOTS:
         QCOMPARE(m_bar->thumbRatio(), 1.0);
     }
 
-    void dragMovesTheThumbWithThePointer()
+    void dragMovesThumb()
     {
         reportPosition(*m_bar, 0, 1064, 532); // thumb 236 high, travel 236
         QSignalSpy fraction(m_bar.get(), &ResponseScrollbarModel::thumbFractionChanged);
@@ -134,7 +134,7 @@ private Q_SLOTS:
         QCOMPARE(fraction.size(), 0);
     }
 
-    void dragBeyondTheEndsIsPinned()
+    void dragIsClampedAtEnds()
     {
         reportPosition(*m_bar, 266, 1064, 532);
         QVERIFY(m_bar->mouseDown(m_bar->thumbRect().center()));
@@ -144,16 +144,16 @@ private Q_SLOTS:
         QCOMPARE(m_bar->fraction(), 0.0);
     }
 
-    void aThumbAsHighAsTheTrackDoesNotDivideByZero()
+    void dragOfFullHeightThumbDoesNotDivideByZero()
     {
         reportPosition(*m_bar, 0, 500.5, 500);
-        m_bar->setSize(28, 80); // track 20 high, below the least thumb height
+        m_bar->setSize(28, 80); // track 20 high, below the minimum thumb height
         QVERIFY(m_bar->mouseDown(m_bar->thumbRect().center()));
         m_bar->mouseDragged(m_bar->thumbRect().center() + QPointF(0, 3));
         QCOMPARE(m_bar->fraction(), 1.0);
     }
 
-    void reportsDuringADragAreIgnored()
+    void dragIgnoresReportedPosition()
     {
         reportPosition(*m_bar, 0, 1064, 532);
         QVERIFY(m_bar->mouseDown({14, 40}));
@@ -162,32 +162,32 @@ private Q_SLOTS:
         QCOMPARE(m_bar->fraction(), 0.25);
         QCOMPARE(m_bar->thumbRatio(), 0.5);
         reportPosition(*m_bar, 0, 400, 532);
-        QVERIFY(!m_bar->isEnabled()); // whether it overflows is taken over all the same
+        QVERIFY(!m_bar->isEnabled()); // isEnabled is still applied
         m_bar->mouseUp();
         reportPosition(*m_bar, 0, 4000, 532);
         QCOMPARE(m_bar->fraction(), 0.0);
     }
 
-    void aGrowingAnswerNeverMovesAHeldThumb()
+    void growingContentDoesNotMoveDraggedThumb()
     {
         reportPosition(*m_bar, 532, 1064, 532);
         QVERIFY(m_bar->mouseDown(m_bar->thumbRect().center()));
         m_bar->mouseDragged(m_bar->thumbRect().center() - QPointF(0, 118));
-        const QRectF held = m_bar->thumbRect();
+        const QRectF before = m_bar->thumbRect();
         QSignalSpy fraction(m_bar.get(), &ResponseScrollbarModel::thumbFractionChanged);
         for (double height = 1200; height < 5000; height += 100)
             reportPosition(*m_bar, height - 532, height, 532);
-        QCOMPARE(m_bar->thumbRect(), held);
+        QCOMPARE(m_bar->thumbRect(), before);
         QCOMPARE(fraction.size(), 0);
-        // After the release the next report counts again.
+        // After the release, reports are applied again.
         m_bar->mouseUp();
-        QCOMPARE(m_bar->thumbRect(), held);
+        QCOMPARE(m_bar->thumbRect(), before);
         reportPosition(*m_bar, 4468, 5000, 532);
         QCOMPARE(m_bar->fraction(), 1.0);
         QCOMPARE(m_bar->thumbRatio(), 532.0 / 5000);
     }
 
-    void keysOfTheBar()
+    void keysScroll()
     {
         reportPosition(*m_bar, 0, 2000, 500);
         QSignalSpy up(m_bar.get(), &ResponseScrollbarModel::scrollUp);
@@ -205,7 +205,7 @@ private Q_SLOTS:
         QVERIFY(!m_bar->handleKey(Qt::Key_Left));
     }
 
-    void aPressOnTheTrackDoesNothing()
+    void pressOnTrackHasNoEffect()
     {
         reportPosition(*m_bar, 0, 1064, 532);
         QSignalSpy fraction(m_bar.get(), &ResponseScrollbarModel::thumbFractionChanged);
@@ -215,7 +215,7 @@ private Q_SLOTS:
         QCOMPARE(fraction.size(), 0);
     }
 
-    void wheelAndTrackpad()
+    void wheelAndTouchpad()
     {
         reportPosition(*m_bar, 0, 2000, 500);
         QSignalSpy pixels(m_bar.get(), &ResponseScrollbarModel::scrollByPixels);
@@ -227,7 +227,7 @@ private Q_SLOTS:
         QCOMPARE(pixels.takeFirst().first().toDouble(), -20.0);
     }
 
-    void arrowsAndKeys()
+    void arrowsAndPageScrolling()
     {
         reportPosition(*m_bar, 0, 2000, 500);
         QSignalSpy up(m_bar.get(), &ResponseScrollbarModel::scrollUp);
@@ -244,7 +244,7 @@ private Q_SLOTS:
         QCOMPARE(pixels.at(1).first().toDouble(), 40 - columnHeight);
         m_bar->scrollToFraction(1);
         QCOMPARE(fraction.takeFirst().first().toDouble(), 1.0);
-        // The page answers with its own report; nothing moves before.
+        // The position changes only when the page reports it.
         QCOMPARE(m_bar->fraction(), 0.0);
     }
 

@@ -7,33 +7,34 @@ using namespace quellora;
 
 namespace {
 
-constexpr Qt::KeyboardModifiers three = Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier;
+constexpr Qt::KeyboardModifiers threeModifiers =
+    Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier;
 
 } // namespace
 
-/// The settings sheet inside the real panel.
+/// The settings sheet in the real panel.
 class TestSettingsSheet : public OverlayDriver
 {
     Q_OBJECT
 private:
     void open()
     {
-        f().obeySettings();
+        f().connectSettings();
         showActive();
         f().settings.setOpen(true);
-        QTRY_VERIFY(isThere());
+        QTRY_VERIFY(isLoaded());
     }
-    bool isThere() { return f().find("settingsClose") != nullptr; }
+    bool isLoaded() { return f().find("settingsClose") != nullptr; }
     void key(int key, Qt::KeyboardModifiers modifiers = {})
     {
         QTest::keyClick(&f().panel, Qt::Key(key), modifiers);
     }
-    QString focused()
+    QString focusedObjectName()
     {
         QQuickItem *item = f().panel.activeFocusItem();
         return item ? item->objectName() : QString();
     }
-    /// All texts on show, in no order.
+    /// All visible texts below @p item, in no particular order.
     QStringList texts(QQuickItem *item)
     {
         QStringList found;
@@ -46,31 +47,32 @@ private:
             found << texts(child);
         return found;
     }
-    QAccessibleInterface *face(const char *name)
+    QAccessibleInterface *accessible(const char *name)
     {
         return QAccessible::queryAccessibleInterface(f().find(name));
     }
-    /// Clicks a control of the content after scrolling to it.
+    /// Scrolls a control into view and clicks it.
     void clickInContent(const char *name)
     {
-        f().panel.grabWindow(); // lays everything out
+        f().panel.grabWindow(); // updates the layout
         QMetaObject::invokeMethod(f().find("settingsSheet"), "reveal",
                                   Q_ARG(QVariant, QVariant::fromValue(f().find(name))));
         click(name);
     }
-    double scrolled() { return f().find("settingsScroll")->property("contentY").toDouble(); }
-    /// Part of an item that lies inside the scrolled area, from 0 to 1.
-    double shownShare(const char *name)
+    double scrollOffset() { return f().find("settingsScroll")->property("contentY").toDouble(); }
+    /// Share of an item's height that is inside the viewport; 1 if it is fully visible.
+    double visibleShare(const char *name)
     {
         const QQuickItem *item = f().find(name);
         const QQuickItem *scroll = f().find("settingsScroll");
         const double top = item->mapToItem(scroll, QPointF()).y();
-        const double seen = std::min(top + item->height(), scroll->height()) - std::max(top, 0.0);
-        return seen / item->height();
+        const double visible =
+            std::min(top + item->height(), scroll->height()) - std::max(top, 0.0);
+        return visible / item->height();
     }
 
 private Q_SLOTS:
-    void screensAreOfferedWhileThereAreSeveral()
+    void screenChoiceNeedsSeveralScreens()
     {
         open();
         const auto words = [this] { return texts(f().find("settingsContent")); };
@@ -79,25 +81,25 @@ private Q_SLOTS:
         for (const char *text : {"Screenshots", "Screen with the pointer", "All screens",
                                  "What a capture shows while several screens are connected."})
             QVERIFY2(words().contains(QString::fromLatin1(text)), text);
-        QCOMPARE(face("captureScreens-0")->role(), QAccessible::RadioButton);
-        QCOMPARE(face("captureScreens-1")->text(QAccessible::Name), "All screens");
-        QVERIFY(face("captureScreens-0")->state().checked);
+        QCOMPARE(accessible("captureScreens-0")->role(), QAccessible::RadioButton);
+        QCOMPARE(accessible("captureScreens-1")->text(QAccessible::Name), "All screens");
+        QVERIFY(accessible("captureScreens-0")->state().checked);
 
         clickInContent("captureScreens-1");
         QCOMPARE(f().defaults.boolValue("captureAllScreens"), true);
-        QVERIFY(!face("captureScreens-0")->state().checked);
-        QVERIFY(face("captureScreens-1")->state().checked);
+        QVERIFY(!accessible("captureScreens-0")->state().checked);
+        QVERIFY(accessible("captureScreens-1")->state().checked);
         f().find("captureScreens-1")->forceActiveFocus();
         key(Qt::Key_Up);
         QCOMPARE(f().defaults.boolValue("captureAllScreens"), false);
-        QVERIFY(face("captureScreens-0")->state().checked);
-        // A screen goes while the sheet is open.
+        QVERIFY(accessible("captureScreens-0")->state().checked);
+        // A screen is disconnected while the sheet is open.
         f().settings.setScreenChoiceOffered(false);
         QVERIFY(!words().contains("All screens"));
         QVERIFY(f().settings.isOpen());
     }
 
-    void showsEveryText()
+    void showsAllTexts()
     {
         open();
         f().settings.setCaptureNote(QStringLiteral("Seen by others."));
@@ -142,7 +144,7 @@ private Q_SLOTS:
     {
         open();
         const auto check = [this](const char *item, const QString &name, QAccessible::Role role) {
-            QAccessibleInterface *found = face(item);
+            QAccessibleInterface *found = accessible(item);
             QVERIFY2(found, item);
             QCOMPARE(found->text(QAccessible::Name), name);
             QCOMPARE(found->role(), role);
@@ -156,22 +158,22 @@ private Q_SLOTS:
         check("hotkeyButton-1", "Clear the response area, Ctrl+Alt+Super+X", QAccessible::Button);
         check("resetAllHotkeys", "Reset all hotkeys", QAccessible::Button);
         check("helpLink", "Need help? See the Help docs ↗", QAccessible::Link);
-        QVERIFY(face("model-claude-balanced")->state().checked);
-        QVERIFY(!face("model-claude-fast")->state().checked);
-        QCOMPARE(face("model-claude-fast")->text(QAccessible::Description),
+        QVERIFY(accessible("model-claude-balanced")->state().checked);
+        QVERIFY(!accessible("model-claude-fast")->state().checked);
+        QCOMPARE(accessible("model-claude-fast")->text(QAccessible::Description),
                  QString("Quick answers, fewest credits"));
-        QVERIFY(face("appearance-dark")->state().checked);
-        QVERIFY(face("swatch-theme")->state().checked);
-        QVERIFY(!face("startNewThreadPerSend")->state().checked);
+        QVERIFY(accessible("appearance-dark")->state().checked);
+        QVERIFY(accessible("swatch-theme")->state().checked);
+        QVERIFY(!accessible("startNewThreadPerSend")->state().checked);
         f().stored.setStartNewThreadPerSendEnabled(true);
-        QVERIFY(face("startNewThreadPerSend")->state().checked);
+        QVERIFY(accessible("startNewThreadPerSend")->state().checked);
     }
 
-    void assistivePressesWork()
+    void accessibleActionsWork()
     {
         open();
         const auto press = [this](const char *item) {
-            auto *actions = face(item)->actionInterface();
+            auto *actions = accessible(item)->actionInterface();
             actions->doAction(QAccessibleActionInterface::pressAction());
         };
         press("model-claude-deep");
@@ -180,7 +182,7 @@ private Q_SLOTS:
         QCOMPARE(f().stored.appearance(), Settings::Appearance::Light);
         press("swatch-cyan");
         QCOMPARE(f().stored.responseTextColorHex(), std::optional<QString>("#22d3ee"));
-        face("dontClearPromptAfterSend")
+        accessible("dontClearPromptAfterSend")
             ->actionInterface()
             ->doAction(QAccessibleActionInterface::toggleAction());
         QVERIFY(f().stored.dontClearPromptAfterSendEnabled());
@@ -193,11 +195,11 @@ private Q_SLOTS:
         QVERIFY(!f().settings.isOpen());
     }
 
-    void tabGoesFromCloseToTheEndAndAround()
+    void tabOrder()
     {
         open();
         f().rebinding.beginCapturingHotkey(HotkeyAction::NewThread);
-        f().keyMonitor.press(three, "n");
+        f().keyMonitor.press(threeModifiers, "n");
         const QStringList order{"settingsClose",
                                 "model-claude-balanced",
                                 "appearance-dark",
@@ -216,24 +218,24 @@ private Q_SLOTS:
                                 "resetAllHotkeys",
                                 "helpLink",
                                 "settingsClose"};
-        QCOMPARE(focused(), order.first());
+        QCOMPARE(focusedObjectName(), order.first());
         for (const QString &next : order.mid(1)) {
             key(Qt::Key_Tab);
-            QCOMPARE(focused(), next);
+            QCOMPARE(focusedObjectName(), next);
             if (next != order.last())
-                QVERIFY2(shownShare(qPrintable(next)) > 0.999, qPrintable(next));
+                QVERIFY2(visibleShare(qPrintable(next)) > 0.999, qPrintable(next));
         }
         key(Qt::Key_Tab, Qt::ShiftModifier);
-        QCOMPARE(focused(), QString("helpLink"));
+        QCOMPARE(focusedObjectName(), QString("helpLink"));
     }
 
-    void arrowsMoveInTheModels()
+    void arrowKeysSelectModel()
     {
         open();
         key(Qt::Key_Tab);
         key(Qt::Key_Down);
         QCOMPARE(f().stored.selectedModelId(), QString("claude-deep"));
-        QCOMPARE(focused(), QString("model-claude-deep"));
+        QCOMPARE(focusedObjectName(), QString("model-claude-deep"));
         key(Qt::Key_Down);
         QCOMPARE(f().stored.selectedModelId(), QString("claude-fast"));
         key(Qt::Key_Up);
@@ -242,10 +244,10 @@ private Q_SLOTS:
         QCOMPARE(f().stored.selectedModelId(), QString("claude-fast"));
         key(Qt::Key_End);
         QCOMPARE(f().stored.selectedModelId(), QString("claude-deep"));
-        QCOMPARE(focused(), QString("model-claude-deep"));
+        QCOMPARE(focusedObjectName(), QString("model-claude-deep"));
     }
 
-    void arrowsMoveInSegmentAndSwatches()
+    void arrowKeysSelectAppearanceAndColor()
     {
         open();
         key(Qt::Key_Tab);
@@ -253,7 +255,7 @@ private Q_SLOTS:
         key(Qt::Key_Left);
         QCOMPARE(f().stored.appearance(), Settings::Appearance::Light);
         QVERIFY(f().settings.isLightTheme());
-        QCOMPARE(focused(), QString("appearance-light"));
+        QCOMPARE(focusedObjectName(), QString("appearance-light"));
         key(Qt::Key_Left);
         QCOMPARE(f().stored.appearance(), Settings::Appearance::System);
         key(Qt::Key_Tab);
@@ -265,19 +267,19 @@ private Q_SLOTS:
         QVERIFY(!f().stored.responseTextColorHex());
     }
 
-    void swatchesCanBeReachedWithAColorOfOnesOwn()
+    void customColorKeepsSwatchesInTabOrder()
     {
         open();
         f().stored.setResponseTextColorHex("#8899aa");
         key(Qt::Key_Tab);
         key(Qt::Key_Tab);
         key(Qt::Key_Tab);
-        QCOMPARE(focused(), QString("swatch-theme"));
+        QCOMPARE(focusedObjectName(), QString("swatch-theme"));
         key(Qt::Key_Return);
         QVERIFY(!f().stored.responseTextColorHex());
     }
 
-    void clicksChoose()
+    void clicksSelect()
     {
         open();
         click("model-claude-fast");
@@ -287,7 +289,7 @@ private Q_SLOTS:
         click("swatch-green");
         QCOMPARE(f().stored.responseTextColorHex(), std::optional<QString>("#3ddc84"));
         QCOMPARE(f().find("hexField")->property("text").toString(), QString("#3ddc84"));
-        // Anywhere in the row.
+        // A click anywhere in the row toggles the switch.
         const QQuickItem *row = f().find("startNewThreadPerSend");
         const QPoint left = row->mapToScene(QPointF(20, row->height() - 12)).toPoint();
         QTest::mouseClick(&f().panel, Qt::LeftButton, {}, left);
@@ -298,19 +300,19 @@ private Q_SLOTS:
         QVERIFY(!row->property("checked").toBool());
     }
 
-    void aSwitchShowsWhatIsStored()
+    void switchShowsStoredValue()
     {
         f().settings.setOpen(false);
         show();
         f().settings.setOpen(true);
-        QTRY_VERIFY(isThere());
-        // Where the store refuses, the switch must not pretend.
-        f().defaults.refuses = true;
+        QTRY_VERIFY(isLoaded());
+        // If the store ignores the change, the switch must not show it.
+        f().defaults.isReadOnly = true;
         click("startNewThreadPerSend");
         QVERIFY(!f().find("startNewThreadPerSend")->property("checked").toBool());
     }
 
-    void hexFieldCommitsOnReturnAndOnLeaving()
+    void hexFieldCommitsOnReturnAndFocusLoss()
     {
         open();
         f().find("hexField")->forceActiveFocus(Qt::TabFocusReason);
@@ -334,7 +336,7 @@ private Q_SLOTS:
         QCOMPARE(f().stored.responseTextColorHex(), std::optional<QString>("#123456"));
     }
 
-    void escapeInTheHexFieldGivesUpWhatWasTyped()
+    void escapeDiscardsHexInput()
     {
         open();
         f().stored.setResponseTextColorHex("#123456");
@@ -345,14 +347,14 @@ private Q_SLOTS:
         QCOMPARE(f().settings.hexInput(), QStringLiteral("#00ff00"));
         key(Qt::Key_Escape);
         QVERIFY(!f().settings.isOpen());
-        QTRY_VERIFY(!isThere());
+        QTRY_VERIFY(!isLoaded());
         QCOMPARE(chosen.size(), 0);
         f().settings.setOpen(true);
-        QTRY_VERIFY(isThere());
+        QTRY_VERIFY(isLoaded());
         QCOMPARE(text("hexField"), QStringLiteral("#123456"));
     }
 
-    void theMarkedModelCanBeChosen()
+    void defaultModelCanBeSelected()
     {
         open();
         QVERIFY(!f().defaults.stringValue("selectedModelId"));
@@ -363,25 +365,25 @@ private Q_SLOTS:
     void escapeClosesFromAnywhere()
     {
         open();
-        // As an assistive program may do.
+        // A screen reader may move the focus to a covered item.
         f().find("promptInput")->forceActiveFocus();
         key(Qt::Key_Escape);
         QVERIFY(!f().settings.isOpen());
     }
 
-    void aPressAnywhereInItAsksForTheKeyboard()
+    void anyPressInsideRequestsKeyboard()
     {
         open();
         QTRY_COMPARE(f().find("settingsSheet")->property("progress").toDouble(), 1.0);
         f().platform.calls.clear();
-        press({200, 50}); // the header, beside its words
+        press({200, 50}); // the header, beside its text
         QTest::mouseRelease(&f().panel, Qt::LeftButton, {}, {200, 50});
         QCOMPARE(f().platform.count(QStringLiteral("makeKey")), 1);
         click("settingsClose");
         QCOMPARE(f().platform.count(QStringLiteral("makeKey")), 2);
     }
 
-    void escapeClosesAndGivesTheFocusBack()
+    void escapeClosesAndRestoresFocus()
     {
         open();
         f().find("hexField")->forceActiveFocus(Qt::TabFocusReason);
@@ -389,28 +391,28 @@ private Q_SLOTS:
         QVERIFY(!f().settings.isOpen());
         QCOMPARE(focusName(), QString("Menu"));
         QVERIFY(f().panel.activeFocusItem()->property("visualFocus").toBool());
-        // Nothing of it stays behind.
-        QTRY_VERIFY(!isThere());
+        // The sheet is unloaded.
+        QTRY_VERIFY(!isLoaded());
     }
 
-    void openedByMouseItMarksNoPlace()
+    void noFocusRingWhenOpenedWithMouse()
     {
-        f().obeySettings();
+        f().connectSettings();
         f().menu.setSettingsAvailable(true);
         showActive();
         click("menuButton");
         click("menuSettings");
-        QTRY_VERIFY(isThere());
-        QCOMPARE(focused(), QString("settingsClose"));
+        QTRY_VERIFY(isLoaded());
+        QCOMPARE(focusedObjectName(), QString("settingsClose"));
         QVERIFY(!f().panel.activeFocusItem()->property("visualFocus").toBool());
         click("settingsClose");
-        QTRY_VERIFY(!isThere());
+        QTRY_VERIFY(!isLoaded());
         QCOMPARE(focusName(), QString("Menu"));
     }
 
-    void openedByKeysItMarksItsPlace()
+    void focusRingWhenOpenedWithKeyboard()
     {
-        f().obeySettings();
+        f().connectSettings();
         f().menu.setSettingsAvailable(true);
         showActive();
         f().find("menuButton")->forceActiveFocus(Qt::TabFocusReason);
@@ -418,12 +420,12 @@ private Q_SLOTS:
         QTRY_VERIFY(f().overlay.isMenuOpen());
         f().find("menuSettings")->forceActiveFocus(Qt::TabFocusReason);
         key(Qt::Key_Return);
-        QTRY_VERIFY(isThere());
-        QCOMPARE(focused(), QString("settingsClose"));
+        QTRY_VERIFY(isLoaded());
+        QCOMPARE(focusedObjectName(), QString("settingsClose"));
         QVERIFY(f().panel.activeFocusItem()->property("visualFocus").toBool());
     }
 
-    void theMenuOverTheSheetGivesTheFocusBackToIt()
+    void closingMenuRestoresFocusToSheet()
     {
         open();
         click("menuButton");
@@ -431,27 +433,27 @@ private Q_SLOTS:
         key(Qt::Key_Escape);
         QVERIFY(!f().overlay.isMenuOpen());
         QVERIFY(f().settings.isOpen());
-        QCOMPARE(focused(), QString("settingsClose"));
+        QCOMPARE(focusedObjectName(), QString("settingsClose"));
     }
 
-    void focusCannotLeaveByF6()
+    void f6StaysInSheet()
     {
         open();
         key(Qt::Key_F6);
-        QCOMPARE(focused(), QString("settingsClose"));
+        QCOMPARE(focusedObjectName(), QString("settingsClose"));
         key(Qt::Key_F6, Qt::ShiftModifier);
-        QCOMPARE(focused(), QString("settingsClose"));
+        QCOMPARE(focusedObjectName(), QString("settingsClose"));
     }
 
-    void aRowRecordsAndSaysWhatIsWrong()
+    void hotkeyRowShowsRecordingAndDuplicate()
     {
         open();
         clickInContent("hotkeyButton-1");
         QCOMPARE(f().rebinding.capturingHotkeyAction(), HotkeyAction::Clear);
         QCOMPARE(text("chip-1"), QString("Press a shortcut…"));
         QVERIFY(f().find("chip-1")->property("recording").toBool());
-        QCOMPARE(face("trailing-1")->text(QAccessible::Name), QString("Cancel recording"));
-        f().keyMonitor.press(three, "c");
+        QCOMPARE(accessible("trailing-1")->text(QAccessible::Name), QString("Cancel recording"));
+        f().keyMonitor.press(threeModifiers, "c");
         QVERIFY(f().find("notice-1")->isVisible());
         QCOMPARE(text("notice-1"),
                  QString("Already used by Capture screen and send to Claude. Try a different "
@@ -465,7 +467,7 @@ private Q_SLOTS:
         QCOMPARE(f().find("hotkey-1")->height(), 40);
     }
 
-    void aConflictIsDecidedWithThePointer()
+    void conflictIsResolvedWithMouse()
     {
         open();
         f().find("hotkeyButton-6")->forceActiveFocus(Qt::TabFocusReason);
@@ -475,8 +477,8 @@ private Q_SLOTS:
         QVERIFY(f().find("chip-6")->property("conflict").toBool());
         QVERIFY(!f().find("chip-6")->property("recording").toBool());
         QCOMPARE(text("notice-6"), QString("This may conflict with Screenshot (full screen)"));
-        // The grown row comes into view.
-        QTRY_VERIFY(shownShare("hotkey-6") > 0.999);
+        // The row grows and is scrolled into view.
+        QTRY_VERIFY(visibleShare("hotkey-6") > 0.999);
         const auto inRow = [this](const char *name) {
             return OverlayFixture::findIn(f().find("hotkey-6"), QLatin1String(name));
         };
@@ -493,18 +495,19 @@ private Q_SLOTS:
         clickItem(inRow("conflictConfirm"));
         QCOMPARE(text("chip-6"), QString("Super+Shift+3"));
         QVERIFY(!f().find("chip-6")->property("conflict").toBool());
-        QCOMPARE(face("trailing-6")->text(QAccessible::Name), QString("Reset Start a new thread"));
+        QCOMPARE(accessible("trailing-6")->text(QAccessible::Name),
+                 QString("Reset Start a new thread"));
         clickInContent("trailing-6");
         QCOMPARE(text("chip-6"), QString("Super+N"));
         QVERIFY(!f().find("trailing-6")->isVisible());
     }
 
-    void aRollbackIsToldOnItsRow()
+    void rollbackIsShownInRow()
     {
         open();
-        f().hotkeys.claim(three | Qt::Key_K);
+        f().hotkeys.claim(threeModifiers | Qt::Key_K);
         clickInContent("hotkeyButton-0");
-        f().keyMonitor.press(three, "k");
+        f().keyMonitor.press(threeModifiers, "k");
         QCOMPARE(text("notice-0"),
                  QString("Couldn't register that combo — kept your previous one."));
         QCOMPARE(text("chip-0"), QString("Ctrl+Alt+Super+C"));
@@ -516,7 +519,7 @@ private Q_SLOTS:
     {
         open();
         f().rebinding.beginCapturingHotkey(HotkeyAction::Clear);
-        f().keyMonitor.press(three, "m");
+        f().keyMonitor.press(threeModifiers, "m");
         QVERIFY(f().find("trailing-1")->isVisible());
         f().find("resetAllHotkeys")->forceActiveFocus(Qt::TabFocusReason);
         key(Qt::Key_Return);
@@ -530,27 +533,27 @@ private Q_SLOTS:
     void wheelAndKeysScroll()
     {
         open();
-        QCOMPARE(scrolled(), 0);
+        QCOMPARE(scrollOffset(), 0);
         wheel("settingsScroll", {}, {0, -240});
-        QCOMPARE(scrolled(), 120);
+        QCOMPARE(scrollOffset(), 120);
         wheel("settingsScroll", {}, {0, 2400});
-        QCOMPARE(scrolled(), 0);
+        QCOMPARE(scrollOffset(), 0);
         key(Qt::Key_PageDown);
-        QVERIFY(scrolled() > 200);
+        QVERIFY(scrollOffset() > 200);
         key(Qt::Key_PageUp);
-        QCOMPARE(scrolled(), 0);
+        QCOMPARE(scrollOffset(), 0);
         key(Qt::Key_End);
-        QVERIFY(shownShare("helpLink") > 0.999);
+        QVERIFY(visibleShare("helpLink") > 0.999);
         key(Qt::Key_Home);
-        QCOMPARE(scrolled(), 0);
+        QCOMPARE(scrollOffset(), 0);
         wheel("settingsScroll", {}, {0, -24000});
-        const double end = scrolled();
-        // A taller panel leaves no gap below the end.
+        const double end = scrollOffset();
+        // Enlarging the panel must not leave a gap below the content.
         f().panel.resize(624, 860);
-        QTRY_VERIFY(scrolled() < end);
+        QTRY_VERIFY(scrollOffset() < end);
     }
 
-    void themeChangesLive()
+    void themeChangesImmediately()
     {
         open();
         const auto pixel = [this] {
@@ -567,7 +570,7 @@ private Q_SLOTS:
         QTRY_COMPARE(pixel(), QColor(0x1c, 0x1e, 0x24));
     }
 
-    void sizes()
+    void layoutSizes()
     {
         open();
         QTRY_COMPARE(f().find("settingsScroll")->mapToScene(QPointF()).y(), 34 + 48);
@@ -585,7 +588,7 @@ private Q_SLOTS:
         f().panel.resize(320, 280);
         QTRY_COMPARE(f().find("settingsScroll")->mapToScene(QPointF()).y(), 34 + 40);
         QCOMPARE(f().find("settingsScroll")->width(), 320);
-        // Nothing is wider than the panel.
+        // No control extends beyond the panel.
         for (const char *name : {"model-claude-fast", "appearance-system", "swatch-amber",
                                  "hexField", "dontClearPromptAfterSend", "chip-5", "helpLink"}) {
             const QQuickItem *item = f().find(name);
@@ -594,7 +597,7 @@ private Q_SLOTS:
         }
     }
 
-    void atRestNothingMoves()
+    void noFramesWhenIdle()
     {
         open();
         QVERIFY(isStill());

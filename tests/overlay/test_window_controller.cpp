@@ -31,7 +31,7 @@ class TestWindowController : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void constructionFollowsItsOrder()
+    void constructionSequence()
     {
         VantiroConfig config;
         config.overlay = {10, 20, 500, 400, 0.5};
@@ -59,7 +59,7 @@ private Q_SLOTS:
         QVERIFY(!f.platform.panel.shownBeforeExclusion);
     }
 
-    void lackingExclusionIsSaidOnce()
+    void missingExclusionIsLoggedOnce()
     {
         Fixture f;
         f.platform.panel.exclusionAnswer = Capability::unsupported("cannot be prevented here");
@@ -86,7 +86,7 @@ private Q_SLOTS:
         QVERIFY(!f.overlay->isVisible() && !f.overlay->panel().isVisible());
     }
 
-    void minimiseHidesUntilToggled()
+    void minimizeHidesUntilToggled()
     {
         Fixture f;
         f.overlay->show();
@@ -98,7 +98,7 @@ private Q_SLOTS:
         QVERIFY(f.overlay->isVisible());
     }
 
-    void opacityStepsStayWithinBounds()
+    void opacityIsClamped()
     {
         VantiroConfig config;
         config.overlay.defaultOpacity = 0.88;
@@ -131,7 +131,7 @@ private Q_SLOTS:
                      prefix + QString::fromUtf8("Zoom button — restored to prior frame")}));
     }
 
-    void zoomOfAVisiblePanelIsAnimated()
+    void zoomOfVisiblePanelIsAnimated()
     {
         Fixture f;
         f.overlay->show();
@@ -148,7 +148,7 @@ private Q_SLOTS:
         QCOMPARE(f.log.lines.last(), prefix + "Close button clicked, quitting application");
     }
 
-    void clickThroughFollowsTheMenu()
+    void clickThroughEndsWhileMenuIsOpen()
     {
         Fixture f;
         f.overlay->show();
@@ -170,7 +170,7 @@ private Q_SLOTS:
                      prefix + QString::fromUtf8("Hamburger button clicked — menu open=false")}));
     }
 
-    void menuLinksOpenTheirPages()
+    void menuLinksOpenPages()
     {
         Fixture f;
         f.log.clear();
@@ -182,7 +182,7 @@ private Q_SLOTS:
                  (QList<QUrl>{QUrl("http://host/account"), QUrl("http://host/pricing")}));
     }
 
-    void whatDoesNotOpenIsSaidInTheStrip_data()
+    void openFailureShowsNotice_data()
     {
         QTest::addColumn<std::function<void(Fixture &)>>("press");
         const auto row = [](const char *name, std::function<void(Fixture &)> press) {
@@ -198,7 +198,7 @@ private Q_SLOTS:
         row("link", [](Fixture &f) { Q_EMIT f.surface->linkActivated("https://example.org/"); });
     }
 
-    void whatDoesNotOpenIsSaidInTheStrip()
+    void openFailureShowsNotice()
     {
         using Press = std::function<void(Fixture &)>;
         QFETCH(Press, press);
@@ -217,7 +217,7 @@ private Q_SLOTS:
         QVERIFY(f.overlay->overlayModel().notice().isEmpty());
     }
 
-    void aNoticeFromElsewhereBringsThePanelForward()
+    void showNoticeRaisesPanel()
     {
         Fixture f;
         QVERIFY(!f.overlay->isVisible());
@@ -226,7 +226,7 @@ private Q_SLOTS:
         QCOMPARE(f.overlay->overlayModel().notice(), "Could not open the browser: nobody answers");
     }
 
-    void signingOutInTheMenuEndsTheSession()
+    void menuSignOutEndsSession()
     {
         Fixture f;
         f.auth.setSession("token", account());
@@ -242,7 +242,7 @@ private Q_SLOTS:
         QCOMPARE(expired.size(), 1);
     }
 
-    void clearKeepsTheThreadAndNewThreadEndsIt()
+    void clearKeepsThreadAndNewThreadReplacesIt()
     {
         Fixture f;
         f.overlay->threads().addNote("note");
@@ -259,7 +259,7 @@ private Q_SLOTS:
         QVERIFY(f.overlay->threads().currentSession()->notes.isEmpty());
     }
 
-    void modelSelectionIsResolved()
+    void modelSelectionFallsBack()
     {
         Fixture f;
         ModelListModel &models = *f.overlay->panelsModel().models();
@@ -295,7 +295,7 @@ private Q_SLOTS:
         QCOMPARE(f.overlay->messages().currentAdminMessage()->id, "local_protected_content");
     }
 
-    void startupMessageYieldsToTheServersAndReturns()
+    void startupMessageYieldsToServerMessage()
     {
         Fixture f;
         f.permissions.setProblem("capture", "a hot key");
@@ -311,20 +311,20 @@ private Q_SLOTS:
         Q_EMIT f.notifications.configDidUpdate(config);
         QCOMPARE(shown(), "server");
         QVERIFY(f.overlay->messages().isBlocked());
-        // Another problem does not push the server's message aside.
+        // A further local problem does not replace the server's message.
         f.permissions.setProblem("clear", "another hot key");
         QCOMPARE(shown(), "server");
         config.adminMessage.reset();
         Q_EMIT f.notifications.configDidUpdate(config);
         QCOMPARE(shown(), "startup-permission-issues");
         QCOMPARE(f.overlay->panelsModel().messageHeader(), "Startup issues");
-        // A refusal made here is no word of the server's: its absence there changes nothing.
+        // A local refusal is not dismissed by a configuration without a message.
         f.overlay->messages().handleProtectedContentCapture();
         Q_EMIT f.notifications.configDidUpdate(config);
         QCOMPARE(shown(), "local_protected_content");
     }
 
-    void startupMessageGoesOnBecomingActiveOnceGranted()
+    void startupMessageIsRemovedOnceGranted()
     {
         Fixture f;
         f.platform.systemPermissions.accessibility = false;
@@ -346,7 +346,7 @@ private Q_SLOTS:
         QCOMPARE(f.overlay->panelsModel().messageHeader(), "Startup issue");
         f.platform.systemPermissions.screenRecording = true;
         activate();
-        // What the server had to say all the time.
+        // The server's message reappears.
         QCOMPARE(f.overlay->messages().currentAdminMessage()->id, "server");
         QVERIFY(!f.permissions.pendingAdminMessage());
 
@@ -356,7 +356,7 @@ private Q_SLOTS:
         QVERIFY(!f.overlay->messages().currentAdminMessage());
     }
 
-    void localProblemTakesPrecedenceAtStart()
+    void localProblemTakesPrecedenceAtSignIn()
     {
         AppConfigResponse config = account();
         config.adminMessage = AdminMessagePayload{"server", "BLOCKING", "h", "b", {}, {}, {}};
@@ -369,7 +369,7 @@ private Q_SLOTS:
         QCOMPARE(f.overlay->messages().currentAdminMessage()->id, "startup-permission-issues");
     }
 
-    void becomingActiveLeavesOtherMessagesAlone()
+    void activationKeepsOtherMessages()
     {
         Fixture f;
         f.platform.systemPermissions.accessibility = false;
@@ -383,7 +383,7 @@ private Q_SLOTS:
         QVERIFY(!f.overlay->messages().currentAdminMessage());
     }
 
-    void refreshLeavesWhatTheUserIsDoing()
+    void refreshKeepsUserState()
     {
         Fixture f;
         f.overlay->applyConfigAtStart(account());
@@ -409,16 +409,16 @@ private Q_SLOTS:
         QVERIFY(f.overlay->panelsModel().isPromptFocused());
         QVERIFY(f.overlay->panelsModel().isMessageCollapsed());
         QVERIFY(f.overlay->overlayModel().isMenuOpen());
-        // The chosen model has gone: the server's choice takes its place.
+        // The selected model is no longer offered, so the server's default is used.
         QCOMPARE(f.overlay->panelsModel().models()->selectedName(), "Two");
         QCOMPARE(f.overlay->panelsModel().models()->selectedId(), "m2");
-        // A message of another kind is a new one and opens.
+        // A message with another ID is new and is shown expanded.
         config.adminMessage->id = "other";
         Q_EMIT f.notifications.configDidUpdate(config);
         QVERIFY(!f.overlay->panelsModel().isMessageCollapsed());
     }
 
-    void forcedUpdateCountsOnThroughRefreshes()
+    void refreshKeepsForcedUpdateCountdown()
     {
         Fixture f;
         AppConfigResponse config = account();
@@ -434,7 +434,7 @@ private Q_SLOTS:
         QVERIFY(!f.overlay->messages().isBlocked());
     }
 
-    void spentCreditsDoNotPushARunningAnswerAside()
+    void outOfCreditsKeepsPendingAnswer()
     {
         Fixture f;
         f.auth.setSession("token", account());
@@ -442,7 +442,7 @@ private Q_SLOTS:
         f.overlay->panelsModel().setPromptText("question");
         f.overlay->panelsModel().send();
         QCOMPARE(f.overlay->orchestrator().activity(), QueryOrchestrator::Activity::Waiting);
-        // The page comes with the window in front of the others.
+        // Showing the out-of-credits page also shows the window.
         const auto pagesShown = [&f] { return f.log.lines.count(prefix + "Window shown"); };
         const auto before = pagesShown();
         AppConfigResponse config = account();
@@ -451,7 +451,7 @@ private Q_SLOTS:
         QVERIFY(f.overlay->messages().isBlocked());
         QCOMPARE(pagesShown(), before);
         f.overlay->orchestrator().stop();
-        // Without an answer under way the page says so.
+        // Without a pending answer, the page is shown.
         config.tokensUsed = 1;
         Q_EMIT f.notifications.configDidUpdate(config);
         config.tokensUsed = 1000;
@@ -460,10 +460,10 @@ private Q_SLOTS:
         QTRY_VERIFY(f.surface->page().contains("Out of Credits"));
     }
 
-    void manyOverlaysLeaveNothingBehind()
+    void repeatedCreationDoesNotLeak()
     {
         Fixture f;
-        const auto settle = [] {
+        const auto processEvents = [] {
             QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
             QCoreApplication::processEvents();
         };
@@ -471,10 +471,10 @@ private Q_SLOTS:
             f.make();
             f.overlay->messages().updateUsage(1, 1000);
             f.overlay->show();
-            settle();
+            processEvents();
             f.overlay->closeWindow();
             f.overlay.reset();
-            settle();
+            processEvents();
         };
         for (int i = 0; i < 3; ++i)
             cycle();
@@ -488,7 +488,7 @@ private Q_SLOTS:
         QCOMPARE(f.defaults.children().size(), defaultsChildren);
     }
 
-    void blockingReachesPanelsAndStrip()
+    void blockingIsShownInPanelsAndStrip()
     {
         Fixture f;
         f.overlay->messages().updateUsage(1, 1000);
@@ -501,7 +501,7 @@ private Q_SLOTS:
         QCOMPARE(f.platform.systemWorkspace.urls.last(), QUrl("http://host/account/billing"));
     }
 
-    void themeComesFromThePreference()
+    void themeFollowsPreference()
     {
         Fixture f;
         f.defaults.setString("com.quellora.app.appearance", "light");
@@ -525,7 +525,7 @@ private Q_SLOTS:
         QVERIFY(!f.overlay->panelsModel().hasAttachedScreenshot());
     }
 
-    void copyTakesTheLastAnswer()
+    void copyUsesLastAnswer()
     {
         Fixture f;
         CaptureSession session = CaptureSession::create();
@@ -536,7 +536,7 @@ private Q_SLOTS:
         QCOMPARE(QGuiApplication::clipboard()->text(), "**last**");
     }
 
-    void captureDisablesTheButtonsWhileItRuns()
+    void captureDisablesButtons()
     {
         Fixture f;
         f.overlay->messages().updateUsage(0, 1000);
@@ -551,7 +551,7 @@ private Q_SLOTS:
         QVERIFY(f.settings.hasLaunchedBefore());
     }
 
-    void pageIsHeldWhileItsThumbIsDragged()
+    void pageUpdatesPauseDuringThumbDrag()
     {
         Fixture f;
         f.overlay->toggleVisibility();
@@ -571,13 +571,13 @@ private Q_SLOTS:
         QTest::mouseMove(&panel, center + QPoint(0, 5));
         f.surface->evaluatePaced(render);
         QCOMPARE(runs(), 0);
-        // What the drag itself asks for reaches the page.
+        // Scrolling caused by the drag is not paused.
         QVERIFY(f.surface->scripts.last().contains("extent"));
         QTest::mouseRelease(&panel, Qt::LeftButton, {}, center + QPoint(0, 5));
         QCOMPARE(runs(), 1);
     }
 
-    void stopGivesUpTheCaptureAndFreesTheButtons()
+    void stopCancelsCaptureAndEnablesButtons()
     {
         Fixture f;
         f.overlay->messages().updateUsage(0, 1000);
@@ -592,7 +592,7 @@ private Q_SLOTS:
         f.capture.finish();
     }
 
-    void hiddenPanelComesForwardWithTheReason()
+    void refusalShowsHiddenPanel()
     {
         Fixture f;
         f.overlay->messages().updateUsage(1000, 1000);
@@ -603,13 +603,13 @@ private Q_SLOTS:
         QVERIFY(f.overlay->isVisible() && f.overlay->panel().isVisible());
         QCOMPARE(f.log.lines.last(), prefix + "Window shown");
         QCOMPARE(f.overlay->panelsModel().messageHeader(), "Credit Limit Reached");
-        // One that is on the screen stays as it is.
+        // A visible panel is not shown again.
         f.log.clear();
         f.overlay->orchestrator().triggerCaptureAndSend();
         QVERIFY(!f.log.lines.contains(prefix + "Window shown"));
     }
 
-    void refusedPictureBringsTheHiddenPanelForward()
+    void failedCaptureShowsHiddenPanel()
     {
         Fixture f;
         f.overlay->messages().updateUsage(0, 1000);
@@ -622,9 +622,9 @@ private Q_SLOTS:
         QCOMPARE(f.overlay->panelsModel().messageHeader(), "Couldn't Capture Screen");
     }
 
-    void startsWithItsControlBarOnTheScreen()
+    void initialFrameFitsScreen()
     {
-        // A place as for a much larger screen.
+        // A position and size for a much larger screen.
         VantiroConfig config;
         const QRect area = QGuiApplication::primaryScreen()->availableGeometry();
         config.overlay.x = area.width() + 500;
@@ -635,7 +635,7 @@ private Q_SLOTS:
         QCOMPARE(frame, QRect(area.x(), area.y(), area.width(), 744));
     }
 
-    void draggedOffTheScreenItComesBack()
+    void panelReturnsWhenDraggedOffScreen()
     {
         Fixture f;
         f.overlay->show();
@@ -646,7 +646,7 @@ private Q_SLOTS:
             QTest::mouseMove(&panel, position - panel.position() + QPoint(5, 5));
             QTest::mouseRelease(&panel, Qt::LeftButton, {}, {5, 5});
         };
-        // Moved by something else while hidden, it is brought back when it is shown.
+        // A panel moved off the screen while hidden is moved back when shown.
         f.overlay->toggleVisibility();
         const QPoint before = panel.position();
         panel.setPosition(area.topLeft() + QPoint(-3000, 0));
@@ -655,14 +655,14 @@ private Q_SLOTS:
 
         drop(area.topLeft() + QPoint(-300, -20));
         QTRY_COMPARE(panel.position(), area.topLeft());
-        // Only the bar has to stay: the rest may hang over the lower edge.
+        // Only the control bar must stay on the screen.
         drop(area.bottomLeft() + QPoint(10, -100));
         QTRY_COMPARE(panel.position(), area.bottomLeft() + QPoint(10, -100));
         drop(area.bottomLeft() + QPoint(10, 300));
         QTRY_COMPARE(panel.position(), area.bottomLeft() + QPoint(10, 1 - 34));
     }
 
-    void zoomGoesBackToWhereTheUserPutIt()
+    void unzoomRestoresUserFrame()
     {
         Fixture f;
         f.overlay->show();
@@ -680,7 +680,7 @@ private Q_SLOTS:
         QTRY_COMPARE(panel.geometry(), placed);
     }
 
-    void captureThatOutlivesTheOverlayIsDropped()
+    void captureAfterDestructionIsIgnored()
     {
         Fixture f;
         f.overlay->messages().updateUsage(0, 1000);
