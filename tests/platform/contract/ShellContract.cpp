@@ -9,7 +9,7 @@ const QList<QKeySequence::StandardKey> edits{QKeySequence::Undo,  QKeySequence::
 
 } // namespace
 
-/// The keys of Undo, Redo, Cut, Copy, Paste and Select All.
+/// The shortcuts of Undo, Redo, Cut, Copy, Paste and Select All.
 QList<Combo> ShellContract::editCombos()
 {
     const Qt::KeyboardModifiers modifier = harness().editModifier();
@@ -22,26 +22,26 @@ bool ShellContract::activate(ProbeWindow &own)
 {
     own.setGeometry(panel().geometry().translated(400, 300));
     const Capability result = platform().shell().activate(own);
-    if (!hasHappened(result))
+    if (!succeeded(result))
         qWarning() << result.reason();
-    return hasHappened(result) && QTest::qWaitForWindowExposed(&own) &&
-           awaits([this] { return harness().isProgramInFront(); }) &&
-           awaits([&] { return harness().isAbove(own, other()); });
+    return succeeded(result) && QTest::qWaitForWindowExposed(&own) &&
+           waitFor([this] { return harness().isProgramActive(); }) &&
+           waitFor([&] { return harness().isAbove(own, other()); });
 }
 
-void ShellContract::answersAreHonestAndRepeatable()
+void ShellContract::resultsAreRepeatable()
 {
     ApplicationShell &shell = platform().shell();
     const Capability accessory = shell.becomeAccessory();
-    QVERIFY2(hasHappened(accessory), qPrintable(accessory.reason()));
+    QVERIFY2(succeeded(accessory), qPrintable(accessory.reason()));
     QCOMPARE(shell.becomeAccessory().state(), accessory.state());
     const Capability menu = shell.installEditMenu();
-    QVERIFY2(hasHappened(menu), qPrintable(menu.reason()));
+    QVERIFY2(succeeded(menu), qPrintable(menu.reason()));
     QCOMPARE(shell.installEditMenu().state(), menu.state());
-    QVERIFY2(!harness().isProgramInFront(), "neither brings the program to the front");
+    QVERIFY2(!harness().isProgramActive(), "neither call may activate the program");
 }
 
-void ShellContract::activateBringsTheWindowToTheFront()
+void ShellContract::activateBringsWindowToFront()
 {
     QVERIFY(prepareScene());
     ProbeWindow own;
@@ -52,20 +52,20 @@ void ShellContract::activateBringsTheWindowToTheFront()
     QCOMPARE(other().keys(), QStringList());
 }
 
-void ShellContract::activateBringsABuriedWindowBack()
+void ShellContract::activateRaisesCoveredWindow()
 {
     QVERIFY(prepareScene());
     ProbeWindow own;
     QVERIFY(activate(own));
-    QVERIFY(openAnother());
-    CONTRACT_TRY_VERIFY(!harness().isProgramInFront());
+    QVERIFY(openAnotherWindow());
+    CONTRACT_TRY_VERIFY(!harness().isProgramActive());
     QVERIFY(!harness().isAbove(own, other()));
     QVERIFY(activate(own));
     QVERIFY(harness().press({{QStringLiteral("j"), {}}}));
     CONTRACT_TRY_COMPARE(own.keys, QStringList{QStringLiteral("j")});
 }
 
-void ShellContract::accessoryWindowsStillActivate()
+void ShellContract::accessoryWindowCanBeActivated()
 {
     QVERIFY(prepareScene());
     platform().shell().becomeAccessory();
@@ -75,51 +75,51 @@ void ShellContract::accessoryWindowsStillActivate()
     CONTRACT_TRY_COMPARE(own.keys, QStringList{QStringLiteral("j")});
 }
 
-void ShellContract::ordinaryWindowsStillActivate()
+void ShellContract::ordinaryWindowCanBeActivated()
 {
     QVERIFY(prepareScene());
     ApplicationShell &shell = platform().shell();
     shell.becomeAccessory();
     ProbeWindow own;
     const Capability ordinary = shell.makeOrdinary(own);
-    QVERIFY2(hasHappened(ordinary), qPrintable(ordinary.reason()));
+    QVERIFY2(succeeded(ordinary), qPrintable(ordinary.reason()));
     QVERIFY(!own.isVisible());
     QVERIFY(activate(own));
     QVERIFY(harness().press({{QStringLiteral("j"), {}}}));
     CONTRACT_TRY_COMPARE(own.keys, QStringList{QStringLiteral("j")});
 }
 
-void ShellContract::editKeysReachTheFocusedWindow()
+void ShellContract::editKeysReachFocusedWindow()
 {
     QVERIFY(prepareScene());
-    QVERIFY(hasHappened(platform().shell().installEditMenu()));
+    QVERIFY(succeeded(platform().shell().installEditMenu()));
     ProbeWindow own;
     QVERIFY(activate(own));
     QVERIFY(harness().press(editCombos()));
     CONTRACT_TRY_COMPARE(own.edits.size(), edits.size());
     QCOMPARE(own.edits, edits);
-    // Plain keys come after them, so that none of them comes twice.
+    // Once a later plain key has arrived, no edit command can arrive a second time.
     QVERIFY(harness().press({{QStringLiteral("j"), {}}}));
     CONTRACT_TRY_VERIFY(own.keys.contains(QStringLiteral("j")));
     QCOMPARE(own.edits, edits);
 }
 
-void ShellContract::editKeysReachThePanel()
+void ShellContract::editKeysReachPanel()
 {
     QVERIFY(prepareScene());
-    QVERIFY(hasHappened(platform().shell().installEditMenu()));
+    QVERIFY(succeeded(platform().shell().installEditMenu()));
     QVERIFY(showPanel());
-    QVERIFY(hasHappened(role().makeKey(panel())));
-    QCOMPARE(whoHasTheKeyboard(), Receiver::Panel);
+    QVERIFY(succeeded(role().makeKey(panel())));
+    QCOMPARE(keyboardReceiver(), Receiver::Panel);
     QVERIFY(harness().press(editCombos()));
     CONTRACT_TRY_COMPARE(panel().edits.size(), edits.size());
     QCOMPARE(panel().edits, edits);
 }
 
-void ShellContract::otherProgramsKeepTheirEditKeys()
+void ShellContract::editKeysOfOtherProgramsAreNotIntercepted()
 {
     QVERIFY(prepareScene());
-    QVERIFY(hasHappened(platform().shell().installEditMenu()));
+    QVERIFY(succeeded(platform().shell().installEditMenu()));
     QVERIFY(showPanel());
     QVERIFY(harness().press({{QStringLiteral("c"), harness().editModifier()}}));
     CONTRACT_TRY_COMPARE(other().keys(), QStringList{QStringLiteral("c")});

@@ -12,14 +12,14 @@ public:
     using SceneSuite::SceneSuite;
 
 private Q_SLOTS:
-    void answersAreHonestAndRepeatable();
-    void activateBringsTheWindowToTheFront();
-    void activateBringsABuriedWindowBack();
-    void accessoryWindowsStillActivate();
-    void ordinaryWindowsStillActivate();
-    void editKeysReachTheFocusedWindow();
-    void editKeysReachThePanel();
-    void otherProgramsKeepTheirEditKeys();
+    void resultsAreRepeatable();
+    void activateBringsWindowToFront();
+    void activateRaisesCoveredWindow();
+    void accessoryWindowCanBeActivated();
+    void ordinaryWindowCanBeActivated();
+    void editKeysReachFocusedWindow();
+    void editKeysReachPanel();
+    void editKeysOfOtherProgramsAreNotIntercepted();
 
 private:
     bool activate(ProbeWindow &own);
