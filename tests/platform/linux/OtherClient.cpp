@@ -273,7 +273,7 @@ int OtherClient::focusLosses()
     return m_focusLosses;
 }
 
-void OtherClient::forget()
+void OtherClient::clearInput()
 {
     readEvents();
     m_keys.clear();

@@ -75,12 +75,12 @@ public:
     QRect screenGeometry(xcb_window_t window) const;
     xcb_window_t root() const { return m_root; }
 
-    /// Input received by the window since it was opened or since forget().
+    /// Input received by the window since it was opened or since clearInput().
     QList<Key> keys();
     QList<Button> buttons();
     /// How often the window lost the focus, not counting key grabs.
     int focusLosses();
-    void forget();
+    void clearInput();
 
 private:
     void readEvents();
