@@ -85,7 +85,7 @@ int OtherProgram::run(int argc, char **argv, const System &system)
 std::unique_ptr<OtherProgram> OtherProgram::start()
 {
     std::unique_ptr<OtherProgram> other(new OtherProgram);
-    // Set by this process for itself; must not affect the other program.
+    // Set by this process for itself; the other program must not inherit it.
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.remove(QStringLiteral("QT_MAC_DISABLE_FOREGROUND_APPLICATION_TRANSFORM"));
     other->m_process.setProcessEnvironment(environment);

@@ -35,7 +35,8 @@ void WorkspaceContract::passesUrlUnchanged_data()
     QTest::newRow("sign-in") << QUrl(QStringLiteral(
         "https://app.example/login?callback=http://127.0.0.1:9877/oauth-callback&state=a%2Bb"));
     QTest::newRow("spaces and quotes") << QUrl(QStringLiteral("http://a.example/x y\"$(z)`'"));
-    QTest::newRow("other letters") << QUrl(QStringLiteral("https://a.example/ü?q=日本#teil"));
+    QTest::newRow("non-ASCII characters")
+        << QUrl(QStringLiteral("https://a.example/ü?q=日本#teil"));
     QTest::newRow("mail") << QUrl(QStringLiteral("mailto:help@a.example"));
 }
 

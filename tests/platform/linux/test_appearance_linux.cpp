@@ -95,7 +95,7 @@ void AppearanceLinuxTest::usesPortalsColourScheme_data()
     QTest::newRow("no preference, dark palette") << QVariant(0U) << true << true;
     QTest::newRow("no preference, light palette") << QVariant(0U) << false << false;
     QTest::newRow("reserved") << QVariant(3U) << true << true;
-    QTest::newRow("nonsense") << QVariant(QStringLiteral("purple")) << true << true;
+    QTest::newRow("string") << QVariant(QStringLiteral("purple")) << true << true;
 }
 
 void AppearanceLinuxTest::usesPortalsColourScheme()
@@ -187,8 +187,8 @@ void AppearanceLinuxTest::usesPortalsMotionSetting_data()
     QTest::newRow("on") << QVariant(true) << false;
     QTest::newRow("off") << QVariant(false) << true;
     QTest::newRow("no such setting") << QVariant() << false;
-    QTest::newRow("a number") << QVariant(0U) << false;
-    QTest::newRow("nonsense") << QVariant(QStringLiteral("false")) << false;
+    QTest::newRow("number") << QVariant(0U) << false;
+    QTest::newRow("string") << QVariant(QStringLiteral("false")) << false;
 }
 
 void AppearanceLinuxTest::usesPortalsMotionSetting()
