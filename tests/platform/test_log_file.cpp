@@ -126,24 +126,24 @@ private Q_SLOTS:
 
     void symlinkToFileIsRejected()
     {
-        const QString elsewhere = m_home->filePath(QStringLiteral("elsewhere"));
-        write(elsewhere, "mine");
+        const QString linkTarget = m_home->filePath(QStringLiteral("elsewhere"));
+        write(linkTarget, "mine");
         QVERIFY(QDir().mkpath(m_folder));
-        QVERIFY(QFile::link(elsewhere, m_file));
+        QVERIFY(QFile::link(linkTarget, m_file));
         const auto log = open();
         QVERIFY(!log);
         QVERIFY2(log.error().startsWith(m_file), qPrintable(log.error()));
-        QCOMPARE(contents(elsewhere), QByteArray("mine"));
+        QCOMPARE(contents(linkTarget), QByteArray("mine"));
     }
 
     void symlinkToFolderIsRejected()
     {
-        const QString elsewhere = m_home->filePath(QStringLiteral("elsewhere"));
-        QVERIFY(QDir().mkpath(elsewhere));
+        const QString linkTarget = m_home->filePath(QStringLiteral("elsewhere"));
+        QVERIFY(QDir().mkpath(linkTarget));
         QVERIFY(QDir().mkpath(m_home->filePath(QStringLiteral("Library/Logs"))));
-        QVERIFY(QFile::link(elsewhere, m_folder));
+        QVERIFY(QFile::link(linkTarget, m_folder));
         QVERIFY(!open());
-        QVERIFY(QDir(elsewhere).isEmpty());
+        QVERIFY(QDir(linkTarget).isEmpty());
     }
 
     void nonRegularFileIsRejected()

@@ -81,14 +81,14 @@ void GlobalHotkeysContract::pressDoesNotReachFocusedWindow()
 
 void GlobalHotkeysContract::firesInOwnWindow()
 {
-    ProbeWindow own;
-    own.resize(240, 200);
+    ProbeWindow ownWindow;
+    ownWindow.resize(240, 200);
     QVERIFY(add(c, ctrlAltCmd, 1));
-    QVERIFY(succeeded(platform().shell().activate(own)));
-    QVERIFY(QTest::qWaitForWindowExposed(&own));
+    QVERIFY(succeeded(platform().shell().activate(ownWindow)));
+    QVERIFY(QTest::qWaitForWindowExposed(&ownWindow));
     CONTRACT_TRY_VERIFY(harness().isProgramActive());
     QVERIFY(harness().press({{c, ctrlAltCmd}, {x, {}}}));
-    CONTRACT_TRY_COMPARE(own.keys, QStringList{x});
+    CONTRACT_TRY_COMPARE(ownWindow.keys, QStringList{x});
     CONTRACT_TRY_COMPARE(m_fired, QList<int>{1});
 }
 

@@ -99,19 +99,19 @@ void PanelKeyboardContract::resignKeyReturnsFocusToLatestWindow()
 void PanelKeyboardContract::resignKeyReturnsFocusToOwnWindow()
 {
     QVERIFY(prepareScene());
-    ProbeWindow own;
-    own.setGeometry(panel().geometry().translated(400, 300));
-    QVERIFY(succeeded(platform().shell().activate(own)));
-    QVERIFY(QTest::qWaitForWindowExposed(&own));
+    ProbeWindow ownWindow;
+    ownWindow.setGeometry(panel().geometry().translated(400, 300));
+    QVERIFY(succeeded(platform().shell().activate(ownWindow)));
+    QVERIFY(QTest::qWaitForWindowExposed(&ownWindow));
     CONTRACT_TRY_VERIFY(harness().isProgramActive());
     QVERIFY(showPanel());
     // The window manager may still be focusing our window, so retry.
     CONTRACT_TRY_VERIFY(succeeded(role().makeKey(panel())) &&
                         keyboardReceiver() == Receiver::Panel);
-    own.keys.clear();
+    ownWindow.keys.clear();
     role().resignKey(panel());
     QVERIFY(harness().press({{QStringLiteral("j"), {}}}));
-    CONTRACT_TRY_COMPARE(own.keys, QStringList{QStringLiteral("j")});
+    CONTRACT_TRY_COMPARE(ownWindow.keys, QStringList{QStringLiteral("j")});
     QVERIFY(!other().keys().contains(QStringLiteral("j")));
 }
 

@@ -18,15 +18,15 @@ QList<Combo> ShellContract::editCombos()
             {QStringLiteral("v"), modifier}, {QStringLiteral("a"), modifier}};
 }
 
-bool ShellContract::activate(ProbeWindow &own)
+bool ShellContract::activate(ProbeWindow &ownWindow)
 {
-    own.setGeometry(panel().geometry().translated(400, 300));
-    const Capability result = platform().shell().activate(own);
+    ownWindow.setGeometry(panel().geometry().translated(400, 300));
+    const Capability result = platform().shell().activate(ownWindow);
     if (!succeeded(result))
         qWarning() << result.reason();
-    return succeeded(result) && QTest::qWaitForWindowExposed(&own) &&
+    return succeeded(result) && QTest::qWaitForWindowExposed(&ownWindow) &&
            waitFor([this] { return harness().isProgramActive(); }) &&
-           waitFor([&] { return harness().isAbove(own, other()); });
+           waitFor([&] { return harness().isAbove(ownWindow, other()); });
 }
 
 void ShellContract::resultsAreRepeatable()
@@ -44,35 +44,35 @@ void ShellContract::resultsAreRepeatable()
 void ShellContract::activateBringsWindowToFront()
 {
     QVERIFY(prepareScene());
-    ProbeWindow own;
-    QVERIFY(activate(own));
-    QVERIFY(own.isVisible());
+    ProbeWindow ownWindow;
+    QVERIFY(activate(ownWindow));
+    QVERIFY(ownWindow.isVisible());
     QVERIFY(harness().press({{QStringLiteral("j"), {}}}));
-    CONTRACT_TRY_COMPARE(own.keys, QStringList{QStringLiteral("j")});
+    CONTRACT_TRY_COMPARE(ownWindow.keys, QStringList{QStringLiteral("j")});
     QCOMPARE(other().keys(), QStringList());
 }
 
 void ShellContract::activateRaisesCoveredWindow()
 {
     QVERIFY(prepareScene());
-    ProbeWindow own;
-    QVERIFY(activate(own));
+    ProbeWindow ownWindow;
+    QVERIFY(activate(ownWindow));
     QVERIFY(openAnotherWindow());
     CONTRACT_TRY_VERIFY(!harness().isProgramActive());
-    QVERIFY(!harness().isAbove(own, other()));
-    QVERIFY(activate(own));
+    QVERIFY(!harness().isAbove(ownWindow, other()));
+    QVERIFY(activate(ownWindow));
     QVERIFY(harness().press({{QStringLiteral("j"), {}}}));
-    CONTRACT_TRY_COMPARE(own.keys, QStringList{QStringLiteral("j")});
+    CONTRACT_TRY_COMPARE(ownWindow.keys, QStringList{QStringLiteral("j")});
 }
 
 void ShellContract::accessoryWindowCanBeActivated()
 {
     QVERIFY(prepareScene());
     platform().shell().becomeAccessory();
-    ProbeWindow own;
-    QVERIFY(activate(own));
+    ProbeWindow ownWindow;
+    QVERIFY(activate(ownWindow));
     QVERIFY(harness().press({{QStringLiteral("j"), {}}}));
-    CONTRACT_TRY_COMPARE(own.keys, QStringList{QStringLiteral("j")});
+    CONTRACT_TRY_COMPARE(ownWindow.keys, QStringList{QStringLiteral("j")});
 }
 
 void ShellContract::ordinaryWindowCanBeActivated()
@@ -80,28 +80,28 @@ void ShellContract::ordinaryWindowCanBeActivated()
     QVERIFY(prepareScene());
     ApplicationShell &shell = platform().shell();
     shell.becomeAccessory();
-    ProbeWindow own;
-    const Capability ordinary = shell.makeOrdinary(own);
+    ProbeWindow ownWindow;
+    const Capability ordinary = shell.makeOrdinary(ownWindow);
     QVERIFY2(succeeded(ordinary), qPrintable(ordinary.reason()));
-    QVERIFY(!own.isVisible());
-    QVERIFY(activate(own));
+    QVERIFY(!ownWindow.isVisible());
+    QVERIFY(activate(ownWindow));
     QVERIFY(harness().press({{QStringLiteral("j"), {}}}));
-    CONTRACT_TRY_COMPARE(own.keys, QStringList{QStringLiteral("j")});
+    CONTRACT_TRY_COMPARE(ownWindow.keys, QStringList{QStringLiteral("j")});
 }
 
 void ShellContract::editKeysReachFocusedWindow()
 {
     QVERIFY(prepareScene());
     QVERIFY(succeeded(platform().shell().installEditMenu()));
-    ProbeWindow own;
-    QVERIFY(activate(own));
+    ProbeWindow ownWindow;
+    QVERIFY(activate(ownWindow));
     QVERIFY(harness().press(editCombos()));
-    CONTRACT_TRY_COMPARE(own.edits.size(), edits.size());
-    QCOMPARE(own.edits, edits);
+    CONTRACT_TRY_COMPARE(ownWindow.edits.size(), edits.size());
+    QCOMPARE(ownWindow.edits, edits);
     // Once a later plain key has arrived, no edit command can arrive a second time.
     QVERIFY(harness().press({{QStringLiteral("j"), {}}}));
-    CONTRACT_TRY_VERIFY(own.keys.contains(QStringLiteral("j")));
-    QCOMPARE(own.edits, edits);
+    CONTRACT_TRY_VERIFY(ownWindow.keys.contains(QStringLiteral("j")));
+    QCOMPARE(ownWindow.edits, edits);
 }
 
 void ShellContract::editKeysReachPanel()

@@ -22,7 +22,7 @@ private Q_SLOTS:
     void editKeysOfOtherProgramsAreNotIntercepted();
 
 private:
-    bool activate(ProbeWindow &own);
+    bool activate(ProbeWindow &ownWindow);
     QList<Combo> editCombos();
 };
 

@@ -203,9 +203,9 @@ QList<QUrl> X11Harness::opened()
 
 QString X11Harness::installedPath(const QString &program) const
 {
-    const QFileInfo beside(program);
-    return beside.absolutePath() == QCoreApplication::applicationDirPath()
-               ? QStringLiteral(QUELLORA_BIN_DIR) + u'/' + beside.fileName()
+    const QFileInfo file(program);
+    return file.absolutePath() == QCoreApplication::applicationDirPath()
+               ? QStringLiteral(QUELLORA_BIN_DIR) + u'/' + file.fileName()
                : program;
 }
 
