@@ -58,40 +58,40 @@ class ClassTest(ComparisonTest):
 
 
 class MethodTest(ComparisonTest):
-    right = {"owner": "NSBox", "parts": ("NSLid *", "unsigned short"), "result": "BOOL"}
+    correct = {"owner": "NSBox", "parts": ("NSLid *", "unsigned short"), "result": "BOOL"}
 
     def test_method(self):
-        self.assertConfirmed("method", "addItem:atRow:", **self.right)
+        self.assertConfirmed("method", "addItem:atRow:", **self.correct)
         self.assertConfirmed("method", "foldAt:", owner="@NSFolding", parts=("NSInteger",),
                              result="BOOL")
 
     def test_inherited(self):
-        self.assertConfirmed("method", "addItem:atRow:", **{**self.right, "owner": "NSLid"})
+        self.assertConfirmed("method", "addItem:atRow:", **{**self.correct, "owner": "NSLid"})
         self.assertConfirmed("method", "foldAt:", owner="NSBox", parts=("NSInteger",),
                              result="BOOL")
 
     def test_declared_on_a_superclass(self):
         self.assertWrong("no such method", "method", "addItem:atRow:",
-                         **{**self.right, "owner": "NSObject"})
+                         **{**self.correct, "owner": "NSObject"})
 
     def test_selector(self):
-        self.assertWrong("no such method", "method", "addItm:atRow:", **self.right)
-        # The same word and number of colons, split differently: description A cannot distinguish them.
-        self.assertNote("colons by their number only", "method", "addItemAt:row:", **self.right)
+        self.assertWrong("no such method", "method", "addItm:atRow:", **self.correct)
+        # Same word and number of colons, split differently: description A cannot tell them apart.
+        self.assertNote("colons by their number only", "method", "addItemAt:row:", **self.correct)
 
     def test_number_of_arguments(self):
         self.assertWrong("1 arguments, not 2", "method", "addItemAtRow:",
-                         **{**self.right, "parts": ("NSLid *",)})
+                         **{**self.correct, "parts": ("NSLid *",)})
 
     def test_kinds(self):
         self.assertWrong("argument 1 is an object NSBox", "method", "addItem:atRow:",
-                         **{**self.right, "parts": ("NSBox *", "unsigned short")})
+                         **{**self.correct, "parts": ("NSBox *", "unsigned short")})
         self.assertWrong("returns a void", "method", "addItem:atRow:",
-                         **{**self.right, "result": "void"})
+                         **{**self.correct, "result": "void"})
 
     def test_width(self):
         self.assertWrong("description B has an unsigned integer of 16 bits", "method",
-                         "addItem:atRow:", **{**self.right, "parts": ("NSLid *", "int")})
+                         "addItem:atRow:", **{**self.correct, "parts": ("NSLid *", "int")})
 
     def test_class_and_instance(self):
         self.assertConfirmed("method", "emptyBox", owner="NSBox", is_class=True, result="NSBox *")
@@ -118,8 +118,8 @@ class MethodTest(ComparisonTest):
                          owner="NSBox", parts=("NSUInteger",), result="void")
 
     def test_blocks(self):
-        right = "NSLid * _Nullable (^)(NSBox * _Nonnull, void (^)(double))"
-        for written in (right, right.replace("double", "NSInteger")):
+        correct = "NSLid * _Nullable (^)(NSBox * _Nonnull, void (^)(double))"
+        for written in (correct, correct.replace("double", "NSInteger")):
             self.assertConfirmed("method", "whenOpened:", owner="NSBox", parts=(written,),
                                  result="id")
         for wrong in ("void (^)(NSBox *, void (^)(double))", "NSLid *(^)(NSBox *)",
@@ -134,7 +134,7 @@ class MethodTest(ComparisonTest):
         self.assertNote("rests on description A", "method", "brandNew", owner="NSBox",
                         result="void")
         self.assertNote("in other classes only", "method", "addItem:atRow:",
-                        **{**self.right, "owner": "NSArray"})
+                        **{**self.correct, "owner": "NSArray"})
 
     def test_unknown_type(self):
         self.assertWrong("does not understand the type Mystery", "method", "brandNewThing:",
@@ -195,16 +195,16 @@ class ConstantTest(ComparisonTest):
                          owner="NSBoxShape", value=7)
         self.assertWrong("no such member", "enumerator", "NSBoxShapeSquare",
                          owner="NSBoxShape", value=8)
-        # Ends like a member, but does not begin with words of the enum.
+        # Has the suffix of a member, but not the prefix of the enum.
         self.assertWrong("no such member", "enumerator", "NSBoFlat", owner="NSBoxShape", value=8)
 
-    def test_member_whose_prefix_only_description_b_has(self):
+    def test_member_with_prefix_from_description_b(self):
         self.assertConfirmed("enumerator", "NSBoxMoodilyCalm", owner="NSBoxMoods", value=0)
         self.assertConfirmed("enumerator", "kBoxWildMood", owner="NSBoxMoods", value=5)
         self.assertWrong("no such member", "enumerator", "kBoxCalmMood", owner="NSBoxMoods",
                          value=0)
 
-    def test_member_of_c(self):
+    def test_member_with_c_prefix(self):
         self.assertNote("where its prefix ends", "enumerator", "kNSBoxMoodWild",
                         owner="NSBoxMoods", value=5)
 
@@ -238,11 +238,11 @@ class ConstantTest(ComparisonTest):
 
 
 class CTest(ComparisonTest):
-    right = {"parts": ("void *", "Corner", "BoxFlags"), "result": "int"}
+    correct = {"parts": ("void *", "Corner", "BoxFlags"), "result": "int"}
 
     def test_function(self):
-        self.assertConfirmed("function", "BoxOpen", **self.right)
-        self.assertWrong("no such function", "function", "BoxOpn", **self.right)
+        self.assertConfirmed("function", "BoxOpen", **self.correct)
+        self.assertWrong("no such function", "function", "BoxOpn", **self.correct)
         self.assertWrong("2 arguments, not 3", "function", "BoxOpen", parts=("void *", "Corner"),
                          result="int")
         self.assertWrong("argument 2 is a pointer", "function", "BoxOpen",
@@ -250,21 +250,21 @@ class CTest(ComparisonTest):
         self.assertWrong("argument 3 is an unsigned integer of 64 bits", "function", "BoxOpen",
                          parts=("void *", "Corner", "NSUInteger"), result="int")
         self.assertWrong("result is an unsigned", "function", "BoxOpen",
-                         parts=self.right["parts"], result="unsigned int")
+                         parts=self.correct["parts"], result="unsigned int")
 
     def test_function_of_description_a_only(self):
-        right = {"parts": ("CFBoxRef", "int"), "result": "BOOL"}
-        self.assertNote("newer than description B", "function", "BoxShake", **right)
+        correct = {"parts": ("CFBoxRef", "int"), "result": "BOOL"}
+        self.assertNote("newer than description B", "function", "BoxShake", **correct)
         self.assertWrong("argument 1 is an unsigned", "function", "BoxShake",
-                         **{**right, "parts": ("NSUInteger", "int")})
+                         **{**correct, "parts": ("NSUInteger", "int")})
         self.assertWrong("returns a signed integer of 32 bits, not boolean", "function",
-                         "BoxShake", **{**right, "result": "int"})
+                         "BoxShake", **{**correct, "result": "int"})
 
     def test_function_of_description_b_only(self):
-        right = {"parts": ("Corner *", "double", "double"), "result": "unsigned char"}
-        self.assertNote("description A", "function", "BoxClose", **right)
+        correct = {"parts": ("Corner *", "double", "double"), "result": "unsigned char"}
+        self.assertNote("description A", "function", "BoxClose", **correct)
         self.assertWrong("2 arguments, description B has 3", "function", "BoxClose",
-                         **{**right, "parts": ("Corner *", "double")})
+                         **{**correct, "parts": ("Corner *", "double")})
 
     def test_struct(self):
         self.assertConfirmed("struct", "Corner", parts=(("left", "int"), ("top", "int")))
@@ -274,11 +274,11 @@ class CTest(ComparisonTest):
                          parts=(("left", "short"), ("top", "int")))
         self.assertWrong("no such struct", "struct", "Ledge", parts=(("left", "int"),))
 
-    def test_struct_on_which_the_descriptions_differ(self):
+    def test_struct_with_differing_descriptions(self):
         self.assertWrong("1 fields, description B has 2", "struct", "Edge",
                          parts=(("left", "int"),))
-        right = (("width", "int"), ("marks", "long[4]"))
-        self.assertNote("description B does not have it", "struct", "Gap", parts=right)
+        correct = (("width", "int"), ("marks", "long[4]"))
+        self.assertNote("description B does not have it", "struct", "Gap", parts=correct)
         self.assertWrong("marks is a signed integer", "struct", "Gap",
                          parts=(("width", "int"), ("marks", "long")))
 
@@ -292,7 +292,7 @@ class CTest(ComparisonTest):
         self.assertWrong("is a signed", "typedef", "BoxRef", kind="long")
         self.assertConfirmed("typedef", "BoxHandler", kind="int (*)(void *)")
 
-    def test_operators_of_the_strict_mode(self):
+    def test_option_set_operators(self):
         self.assertConfirmed("operator", "operator|", parts=("NSBoxShape", "NSBoxShape"))
         self.assertWrong("one option set", "operator", "operator|", parts=("NSBoxShape", "int"))
 

@@ -1,10 +1,10 @@
-"""The list of injected mistakes, and their injection."""
+"""The list of mistakes and their injection."""
 
 import tempfile
 import unittest
 from pathlib import Path
 
-import snippets  # noqa: F401  (finds the check's modules)
+import snippets  # noqa: F401  (adds the check's modules to sys.path)
 
 from planted import COMPILE, DECLARATIONS, LINK, MISTAKES, NOWHERE, Mistake
 from port_compiler import Command, declarations_folder, port_folder
@@ -17,7 +17,7 @@ class PlantingTest(unittest.TestCase):
         self.addCleanup(folder.cleanup)
         self.folder = Path(folder.name) / "1"
 
-    def test_every_text_is_in_its_file(self):
+    def test_every_replaced_text_occurs_in_its_file(self):
         for mistake in MISTAKES:
             with self.subTest(mistake.name):
                 plant(mistake, Path(self.folder.parent) / str(id(mistake)))
@@ -37,7 +37,7 @@ class PlantingTest(unittest.TestCase):
         self.assertNotEqual(declarations, declarations_folder)
         self.assertEqual((port_folder / "Cocoa.mm").read_text(), before)
 
-    def test_every_stage_has_mistakes_to_catch(self):
+    def test_every_stage_catches_a_mistake(self):
         self.assertEqual({m.caught_by for m in MISTAKES}, {COMPILE, DECLARATIONS, LINK, NOWHERE})
         for mistake in MISTAKES:
             self.assertEqual(bool(mistake.says), mistake.caught_by != NOWHERE, mistake.name)

@@ -62,7 +62,7 @@ class TypeScriptTest(unittest.TestCase):
         self.assertTrue(by_name["lid"].readonly)
         self.assertFalse(by_name["title"].readonly)
 
-    def test_the_receiver_is_not_an_argument(self):
+    def test_receiver_is_not_an_argument(self):
         root = descriptions()[0].classes["NSObject"]
         self.assertEqual(root.methods[0].arguments, [])
 
@@ -73,7 +73,7 @@ class TypeScriptTest(unittest.TestCase):
         self.assertEqual(api.functions["BoxOpen"][0],
                          ["interop.PointerConvertible", "Corner", "number"])
 
-    def test_words(self):
+    def test_selector_names_and_splitting(self):
         self.assertEqual(in_one_word("addItem:atRow:"), "addItemAtRow")
         self.assertEqual(split_outside_brackets("a: X<b, c>, d: (e, f) => void", ","),
                          ["a: X<b, c>", "d: (e, f) => void"])
@@ -106,11 +106,11 @@ class PascalTest(unittest.TestCase):
         self.assertEqual(values, {"NSBoxShapeFlat": 8, "kBoxLimit": 0x61626364,
                                   "kBoxNegative": -3, "kBoxHex": 0x1f, "kBoxMissing": None})
 
-    def test_types_of_types(self):
+    def test_type_aliases(self):
         self.assertEqual(self.pascal.kind("BoxFlags"), Kind("integer", bits=32))
         self.assertEqual(self.pascal.kind("Nowhere").family, "unknown")
 
-    def test_methods_with_those_of_categories_and_protocols(self):
+    def test_methods_of_categories_and_protocols(self):
         self.assertTrue(self.pascal.methods(["NSBox"], False, "whenOpened:"))
         self.assertTrue(self.pascal.methods(["NSFolding"], False, "foldAt:"))
         self.assertFalse(self.pascal.methods(["NSBox"], True, "whenOpened:"))
@@ -150,8 +150,8 @@ class PascalTest(unittest.TestCase):
 
 def node(kind_name, name="", line=1, file=None, inner=(), **details):
     """A node of a dump; `file` only if it differs from the previous node's."""
-    place = {"line": line, **({"file": file} if file else {})}
-    return {"kind": kind_name, "name": name, "loc": place,
+    location = {"line": line, **({"file": file} if file else {})}
+    return {"kind": kind_name, "name": name, "loc": location,
             "range": {"begin": {}, "end": {}}, "inner": list(inner), **details}
 
 
@@ -184,10 +184,10 @@ class TreeTest(unittest.TestCase):
         self.assertEqual(reader.counted, 2)
 
     def test_macro_expansions_are_located_at_their_use(self):
-        made = node("VarDecl", "boxes", type={"qualType": "int"})
-        made["loc"] = {"spellingLoc": {"file": "/elsewhere.h", "line": 1},
+        expanded = node("VarDecl", "boxes", type={"qualType": "int"})
+        expanded["loc"] = {"spellingLoc": {"file": "/elsewhere.h", "line": 1},
                        "expansionLoc": {"file": str(self.header), "line": 9}}
-        self.assertEqual(self.read(made).declarations[0].place, "Boxes/Boxes.h:9")
+        self.assertEqual(self.read(expanded).declarations[0].place, "Boxes/Boxes.h:9")
 
     def test_class(self):
         argument = {"kind": "ParmVarDecl", "loc": {}, "type": {"qualType": "int"}}
@@ -253,14 +253,14 @@ class TreeTest(unittest.TestCase):
         self.assertEqual(reader.declarations[1].kind, Kind("struct", "Edge"))
 
     def test_every_declaration_is_read(self):
-        strange = self.ours("ConceptDecl", "Boxed")
-        hidden = node("VarDecl", "deep", type={"qualType": "int"})
-        reader = self.read(strange, node("FunctionDecl", "BoxOpen", inner=[
-            {"kind": "CompoundStmt", "inner": [hidden]}], type={"qualType": "int (void)"}))
+        unknown = self.ours("ConceptDecl", "Boxed")
+        local = node("VarDecl", "deep", type={"qualType": "int"})
+        reader = self.read(unknown, node("FunctionDecl", "BoxOpen", inner=[
+            {"kind": "CompoundStmt", "inner": [local]}], type={"qualType": "int (void)"}))
         self.assertEqual([d.sort for d in reader.declarations], ["ConceptDecl", "function"])
         self.assertEqual(reader.counted, 2)
 
-    def test_a_missed_declaration_is_an_error(self):
+    def test_missed_declaration_is_an_error(self):
         # Inside a declaration that the reader does not traverse.
         tree = {"inner": [self.ours("NamespaceDecl", "boxes", inner=[
             node("VarDecl", "NSBoxTitle", type={"qualType": "int"})])]}
@@ -313,7 +313,7 @@ class StubsTest(unittest.TestCase):
                           "_kBoxWeight"])
         self.assertEqual(sorted(classes), ["NSArray", "NSBox", "NSLid", "NSObject", "NSString"])
 
-    def test_support_of_literals(self):
+    def test_symbols_of_literals(self):
         api = descriptions()[0]
         self.assertEqual(stub_files.names(api, "Foundation")[0],
                          ["___NSArray0__", "___NSDictionary0__"])

@@ -9,16 +9,16 @@ using namespace quellora;
 
 namespace {
 
-/// Accepts nothing by itself and counts what reaches it.
+/// Records the types of the events that it receives.
 class Target : public QObject
 {
 public:
     bool event(QEvent *event) override
     {
-        reached << event->type();
+        received << event->type();
         return true;
     }
-    QList<QEvent::Type> reached;
+    QList<QEvent::Type> received;
 };
 
 bool send(QObject &target, QEvent::Type type, int key = Qt::Key_F6,
@@ -30,7 +30,7 @@ bool send(QObject &target, QEvent::Type type, int key = Qt::Key_F6,
     return event.isAccepted();
 }
 
-QString names(quint32 scanCode)
+QString keyName(quint32 scanCode)
 {
     return scanCode == 12 ? QStringLiteral("3") : QString();
 }
@@ -41,17 +41,17 @@ class TestEventFilterKeyMonitor : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void takesEveryKeyWhileInstalled()
+    void interceptsAllKeysWhileInstalled()
     {
         Target target;
-        EventFilterKeyMonitor monitor(names);
+        EventFilterKeyMonitor monitor(keyName);
         QList<KeyDown> keys;
         monitor.install([&keys](const KeyDown &key) { keys << key; });
         QVERIFY(send(target, QEvent::ShortcutOverride));
         send(target, QEvent::KeyPress, Qt::Key_NumberSign, Qt::ControlModifier, 12);
         send(target, QEvent::KeyRelease, Qt::Key_NumberSign, Qt::ControlModifier, 12);
         send(target, QEvent::KeyPress, Qt::Key_Escape);
-        QCOMPARE(target.reached, QList<QEvent::Type>());
+        QCOMPARE(target.received, QList<QEvent::Type>());
         QCOMPARE(keys.size(), 2);
         QCOMPARE(keys[0].character, "3");
         QCOMPARE(keys[0].modifiers, Qt::KeyboardModifiers(Qt::ControlModifier));
@@ -63,24 +63,25 @@ private Q_SLOTS:
         monitor.remove();
         send(target, QEvent::ShortcutOverride);
         send(target, QEvent::KeyPress);
-        QCOMPARE(target.reached, (QList<QEvent::Type>{QEvent::ShortcutOverride, QEvent::KeyPress}));
+        QCOMPARE(target.received,
+                 (QList<QEvent::Type>{QEvent::ShortcutOverride, QEvent::KeyPress}));
         QCOMPARE(keys.size(), 2);
     }
 
-    void otherEventsPass()
+    void otherEventsPassThrough()
     {
         Target target;
-        EventFilterKeyMonitor monitor(names);
+        EventFilterKeyMonitor monitor(keyName);
         monitor.install([](const KeyDown &) {});
         QEvent other(QEvent::User);
         QCoreApplication::sendEvent(&target, &other);
-        QCOMPARE(target.reached, QList<QEvent::Type>{QEvent::User});
+        QCOMPARE(target.received, QList<QEvent::Type>{QEvent::User});
     }
 
-    void handlerMayRemoveIt()
+    void handlerCanRemoveMonitor()
     {
         Target target;
-        EventFilterKeyMonitor monitor(names);
+        EventFilterKeyMonitor monitor(keyName);
         int presses = 0;
         monitor.install([&](const KeyDown &) {
             ++presses;
@@ -89,27 +90,27 @@ private Q_SLOTS:
         send(target, QEvent::KeyPress);
         send(target, QEvent::KeyPress);
         QCOMPARE(presses, 1);
-        QCOMPARE(target.reached, QList<QEvent::Type>{QEvent::KeyPress});
+        QCOMPARE(target.received, QList<QEvent::Type>{QEvent::KeyPress});
     }
 
-    void destructionLetsGo()
+    void destructorRemovesEventFilter()
     {
         Target target;
         {
-            EventFilterKeyMonitor monitor(names);
-            monitor.install([](const KeyDown &) { QFAIL("gone"); });
+            EventFilterKeyMonitor monitor(keyName);
+            monitor.install([](const KeyDown &) { QFAIL("the handler outlived the monitor"); });
         }
         send(target, QEvent::KeyPress);
-        QCOMPARE(target.reached, QList<QEvent::Type>{QEvent::KeyPress});
+        QCOMPARE(target.received, QList<QEvent::Type>{QEvent::KeyPress});
     }
 
-    void keypadAndGroupAreNoModifiersOfACombo()
+    void keypadAndGroupSwitchModifiersAreDropped()
     {
         const Qt::KeyboardModifiers all =
             Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier | Qt::ShiftModifier;
         const QKeyEvent event(QEvent::KeyPress, Qt::Key_NumberSign,
                               all | Qt::KeypadModifier | Qt::GroupSwitchModifier, 12, 0, 0);
-        const KeyDown key = EventFilterKeyMonitor::keyDown(event, names);
+        const KeyDown key = EventFilterKeyMonitor::keyDown(event, keyName);
         QCOMPARE(key.modifiers, all);
         QCOMPARE(key.character, "3");
         QVERIFY(!key.isEscape);

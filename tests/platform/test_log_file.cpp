@@ -33,7 +33,7 @@ void write(const QString &path, const QByteArray &text)
     file.write(text);
 }
 
-/// A descriptor that stands for a standard output.
+/// A file descriptor that stands in for standard output.
 class Output
 {
 public:
@@ -63,10 +63,10 @@ private Q_SLOTS:
         m_home = std::make_unique<QTemporaryDir>();
         m_folder = m_home->filePath(QStringLiteral("Library/Logs/Vantiro"));
         m_file = m_folder + QStringLiteral("/pipeline.log");
-        m_older = m_file + QStringLiteral(".1");
+        m_rotated = m_file + QStringLiteral(".1");
     }
 
-    void takesOverAnOutput()
+    void redirectsOutputToFile()
     {
         Output output;
         {
@@ -81,7 +81,7 @@ private Q_SLOTS:
         QCOMPARE(mode(m_file), 0600U);
     }
 
-    void appendsAndMakesPrivate()
+    void appendsAndRestrictsPermissions()
     {
         QVERIFY(QDir().mkpath(m_folder));
         write(m_file, "before\n");
@@ -95,21 +95,21 @@ private Q_SLOTS:
         QCOMPARE(mode(m_file), 0600U);
     }
 
-    void putsALargeFileAside()
+    void rotatesLargeFile()
     {
         QVERIFY(QDir().mkpath(m_folder));
         write(m_file, "12345");
-        write(m_older, "oldest");
+        write(m_rotated, "oldest");
         QVERIFY(open(5));
         QCOMPARE(contents(m_file), QByteArray("12345"));
-        QCOMPARE(contents(m_older), QByteArray("oldest"));
+        QCOMPARE(contents(m_rotated), QByteArray("oldest"));
         QVERIFY(open(4));
         QCOMPARE(contents(m_file), QByteArray());
-        QCOMPARE(contents(m_older), QByteArray("12345"));
+        QCOMPARE(contents(m_rotated), QByteArray("12345"));
         QCOMPARE(mode(m_file), 0600U);
     }
 
-    void aSecondStartLeavesTheFileWhereItIs()
+    void secondInstanceDoesNotRotate()
     {
         QVERIFY(QDir().mkpath(m_folder));
         write(m_file, "12345");
@@ -120,33 +120,33 @@ private Q_SLOTS:
             QCOMPARE(open(1)->redirect(output.get()), QString());
             output.print("6");
             QCOMPARE(contents(m_file), QByteArray("123456"));
-            QVERIFY(!QFile::exists(m_older));
+            QVERIFY(!QFile::exists(m_rotated));
         }
     }
 
-    void linksAreNotFollowed()
+    void symlinkToFileIsRejected()
     {
-        const QString elsewhere = m_home->filePath(QStringLiteral("elsewhere"));
-        write(elsewhere, "mine");
+        const QString linkTarget = m_home->filePath(QStringLiteral("elsewhere"));
+        write(linkTarget, "mine");
         QVERIFY(QDir().mkpath(m_folder));
-        QVERIFY(QFile::link(elsewhere, m_file));
+        QVERIFY(QFile::link(linkTarget, m_file));
         const auto log = open();
         QVERIFY(!log);
         QVERIFY2(log.error().startsWith(m_file), qPrintable(log.error()));
-        QCOMPARE(contents(elsewhere), QByteArray("mine"));
+        QCOMPARE(contents(linkTarget), QByteArray("mine"));
     }
 
-    void aLinkedFolderIsNotFollowed()
+    void symlinkToFolderIsRejected()
     {
-        const QString elsewhere = m_home->filePath(QStringLiteral("elsewhere"));
-        QVERIFY(QDir().mkpath(elsewhere));
+        const QString linkTarget = m_home->filePath(QStringLiteral("elsewhere"));
+        QVERIFY(QDir().mkpath(linkTarget));
         QVERIFY(QDir().mkpath(m_home->filePath(QStringLiteral("Library/Logs"))));
-        QVERIFY(QFile::link(elsewhere, m_folder));
+        QVERIFY(QFile::link(linkTarget, m_folder));
         QVERIFY(!open());
-        QVERIFY(QDir(elsewhere).isEmpty());
+        QVERIFY(QDir(linkTarget).isEmpty());
     }
 
-    void whatIsNoFileIsRefused()
+    void nonRegularFileIsRejected()
     {
         QVERIFY(QDir().mkpath(m_folder));
         QVERIFY(::mkfifo(QFile::encodeName(m_file).constData(), 0600) == 0);
@@ -156,7 +156,7 @@ private Q_SLOTS:
         QVERIFY(!open());
     }
 
-    void aFolderThatCannotBeMade()
+    void folderCreationFailureIsReported()
     {
         write(m_home->filePath(QStringLiteral("Library")), "a file");
         const auto log = open();
@@ -164,25 +164,25 @@ private Q_SLOTS:
         QVERIFY2(log.error().contains(QStringLiteral("Library")), qPrintable(log.error()));
     }
 
-    void withoutAHomeThereIsNone()
+    void emptyOrRelativeHomeIsRejected()
     {
         QVERIFY(!LogFile::open({}));
         QVERIFY(!LogFile::open("relative"));
     }
 
-    void keepsALostOutput()
+    void redirectsDiscardedOutput()
     {
         const Output output;
         QCOMPARE(LogFile::redirectIfDiscarded(output.get(), home()), QString());
         output.print("kept\n");
         QCOMPARE(contents(m_file), QByteArray("kept\n"));
-        // It is not lost any more.
+        // The output is no longer discarded, so it is not redirected again.
         QVERIFY(QFile::remove(m_file));
         QCOMPARE(LogFile::redirectIfDiscarded(output.get(), home()), QString());
         QVERIFY(!QFile::exists(m_file));
     }
 
-    void keepsAClosedOutputWithTheLock()
+    void redirectsClosedDescriptorAndHoldsLock()
     {
         const int closed = ::open("/dev/null", O_RDWR);
         ::close(closed);
@@ -193,14 +193,14 @@ private Q_SLOTS:
         ::close(closed);
     }
 
-    void leavesOtherOutputsAlone()
+    void capturedOutputIsNotRedirected()
     {
         const Output zero("/dev/zero");
         QCOMPARE(LogFile::redirectIfDiscarded(zero.get(), home()), QString());
         QVERIFY(!QFile::exists(m_folder));
     }
 
-    void anOutputThatCannotBeKeptStays()
+    void failedRedirectionLeavesOutputUnchanged()
     {
         write(m_home->filePath(QStringLiteral("Library")), "a file");
         const Output output;
@@ -208,7 +208,7 @@ private Q_SLOTS:
         QVERIFY(LogFile::isDiscarded(output.get()));
     }
 
-    void theNullDeviceAndNothingAreLost()
+    void nullDeviceAndClosedDescriptorAreDiscarded()
     {
         QVERIFY(LogFile::isDiscarded(Output().get()));
         const Output zero("/dev/zero");
@@ -231,7 +231,7 @@ private:
     std::unique_ptr<QTemporaryDir> m_home;
     QString m_folder;
     QString m_file;
-    QString m_older;
+    QString m_rotated;
 };
 
 QUELLORA_TEST(void, TestLogFile)

@@ -12,27 +12,27 @@ class TestTerminationSignals : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void eachSignalCallsTheHandlerFromTheEventLoop_data()
+    void signalCallsHandlerFromEventLoop_data()
     {
         QTest::addColumn<int>("number");
         QTest::newRow("terminate") << SIGTERM;
         QTest::newRow("interrupt") << SIGINT;
         QTest::newRow("hang-up") << SIGHUP;
     }
-    void eachSignalCallsTheHandlerFromTheEventLoop()
+    void signalCallsHandlerFromEventLoop()
     {
         QFETCH(int, number);
         int calls = 0;
-        TerminationSignals handled([&calls] { ++calls; });
+        TerminationSignals terminationSignals([&calls] { ++calls; });
         std::raise(number);
         QCOMPARE(calls, 0);
         QTRY_COMPARE(calls, 1);
     }
 
-    void destructionRestoresTheSystemsTreatment()
+    void destructorRestoresDefaultAction()
     {
         {
-            TerminationSignals handled([] {});
+            TerminationSignals terminationSignals([] {});
         }
         QVERIFY(std::signal(SIGTERM, SIG_DFL) == SIG_DFL);
     }

@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""Runs one program on a private X server with a window manager, and ends both with it.
+"""Runs a program on a private X server with a window manager; both are killed when it exits.
 
 Usage: with_desktop.py [--bare] PROGRAM [ARGUMENT...]
 
-With --bare there is no window manager.
+With --bare no window manager is started.
 """
 
 import ctypes
@@ -15,10 +15,10 @@ import subprocess
 import sys
 import tempfile
 
-PATIENCE = 30  # seconds until the server or the window manager must be up
+START_TIMEOUT = 30  # seconds for the server and for the window manager
 PR_SET_PDEATHSIG = 1
 
-# No key bindings: the keys belong to the tests. A click gives the focus and raises.
+# No key bindings, so that every key reaches the tests. A click focuses and raises the window.
 OPENBOX_CONFIG = """<?xml version="1.0" encoding="UTF-8"?>
 <openbox_config xmlns="http://openbox.org/3.4/rc">
   <focus><focusNew>yes</focusNew><followMouse>no</followMouse></focus>
@@ -37,7 +37,7 @@ OPENBOX_CONFIG = """<?xml version="1.0" encoding="UTF-8"?>
 
 
 def die_with_parent():
-    """A killed test must not leave its server behind."""
+    """Kills this child when its parent dies, so that a killed test leaves no server behind."""
     ctypes.CDLL(None).prctl(PR_SET_PDEATHSIG, signal.SIGKILL)
 
 
@@ -52,11 +52,11 @@ def start_x_server(log):
                     "-nolisten", "tcp", "-noreset"], pass_fds=[writing], stdout=log, stderr=log)
     os.close(writing)
     with os.fdopen(reading) as pipe:
-        if not select.select([pipe], [], [], PATIENCE)[0]:
-            raise RuntimeError("the X server does not start")
+        if not select.select([pipe], [], [], START_TIMEOUT)[0]:
+            raise RuntimeError("the X server did not start in time")
         number = pipe.readline().strip()
     if not number:
-        raise RuntimeError("the X server ended")
+        raise RuntimeError("the X server exited")
     return server, ":" + number
 
 
@@ -70,8 +70,8 @@ def start_window_manager(folder, environment, log):
         manager = start(["openbox", "--sm-disable", "--config-file", str(config),
                          "--startup", f"sh -c 'echo > {ready}'"],
                         env=environment, stdout=log, stderr=log)
-        if not select.select([reading], [], [], PATIENCE)[0]:
-            raise RuntimeError("the window manager does not start")
+        if not select.select([reading], [], [], START_TIMEOUT)[0]:
+            raise RuntimeError("the window manager did not start in time")
         return manager
     finally:
         os.close(reading)

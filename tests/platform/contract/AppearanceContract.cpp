@@ -2,7 +2,7 @@
 
 namespace quellora {
 
-void AppearanceContract::answersAreStable()
+void AppearanceContract::queriesAreStable()
 {
     Appearance &role = platform().appearance();
     StatusArea &area = platform().statusArea();
@@ -10,7 +10,7 @@ void AppearanceContract::answersAreStable()
     role.onChanged([&changes] { ++changes; });
     role.onMotionChanged([&changes] { ++changes; });
     area.onChanged([&changes] { ++changes; });
-    // The answers change between events only: a system may be asked without waiting.
+    // Values may change only while events are processed.
     const bool dark = role.isDark();
     const bool lessMotion = role.reducesMotion();
     const bool hasArea = area.isAvailable();
@@ -30,13 +30,13 @@ void AppearanceContract::checkChanges(const std::function<void(bool)> &set,
     CONTRACT_TRY_VERIFY(!isOn());
     set(true);
     CONTRACT_TRY_VERIFY(isOn());
-    int early = 0;
-    onChanged([&early] { ++early; });
+    int replacedCalls = 0;
+    onChanged([&replacedCalls] { ++replacedCalls; });
     QList<bool> seen;
-    int elsewhere = 0;
+    int offMainThread = 0;
     onChanged([&] {
         seen << isOn();
-        elsewhere += QThread::currentThread() != thread();
+        offMainThread += QThread::currentThread() != thread();
     });
     set(true);
     set(false);
@@ -44,13 +44,13 @@ void AppearanceContract::checkChanges(const std::function<void(bool)> &set,
     set(false);
     set(true);
     CONTRACT_TRY_COMPARE(seen, (QList<bool>{false, true}));
-    QCOMPARE(elsewhere, 0);
-    QVERIFY2(early == 0, "the later handler replaces the earlier one");
+    QCOMPARE(offMainThread, 0);
+    QVERIFY2(replacedCalls == 0, "a new handler must replace the previous one");
 }
 
-void AppearanceContract::tellsWhenDarknessChanges()
+void AppearanceContract::notifiesOfDarkModeChange()
 {
-    CONTRACT_NEEDS(Ability::ChangeDarkness);
+    CONTRACT_REQUIRES(Ability::ChangeDarkMode);
     Appearance &role = platform().appearance();
     int motions = 0;
     role.onMotionChanged([&motions] { ++motions; });
@@ -59,18 +59,18 @@ void AppearanceContract::tellsWhenDarknessChanges()
     QCOMPARE(motions, 0);
 }
 
-void AppearanceContract::tellsWhenMotionChanges()
+void AppearanceContract::notifiesOfReducedMotionChange()
 {
-    CONTRACT_NEEDS(Ability::ChangeMotion);
+    CONTRACT_REQUIRES(Ability::ChangeReducedMotion);
     Appearance &role = platform().appearance();
     checkChanges([this](bool on) { harness().setReducesMotion(on); },
                  [&role] { return role.reducesMotion(); },
                  [&role](auto handler) { role.onMotionChanged(std::move(handler)); });
 }
 
-void AppearanceContract::tellsWhenTheStatusAreaChanges()
+void AppearanceContract::notifiesOfStatusAreaChange()
 {
-    CONTRACT_NEEDS(Ability::ChangeStatusArea);
+    CONTRACT_REQUIRES(Ability::ChangeStatusArea);
     StatusArea &role = platform().statusArea();
     checkChanges([this](bool on) { harness().setStatusArea(on); },
                  [&role] { return role.isAvailable(); },

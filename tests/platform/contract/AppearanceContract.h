@@ -4,7 +4,7 @@
 
 namespace quellora {
 
-/// Appearance and StatusArea: what the desktop looks like and has.
+/// Appearance and StatusArea.
 class AppearanceContract : public ContractSuite
 {
     Q_OBJECT
@@ -12,13 +12,14 @@ public:
     using ContractSuite::ContractSuite;
 
 private Q_SLOTS:
-    void answersAreStable();
-    void tellsWhenDarknessChanges();
-    void tellsWhenMotionChanges();
-    void tellsWhenTheStatusAreaChanges();
+    void queriesAreStable();
+    void notifiesOfDarkModeChange();
+    void notifiesOfReducedMotionChange();
+    void notifiesOfStatusAreaChange();
 
 private:
-    /// Sets something on, off and on again, each once more than needed, and checks what is told.
+    /// Toggles a setting, setting each state twice, and verifies that only the latest handler runs:
+    /// once per change, on the main thread.
     void checkChanges(const std::function<void(bool)> &set, const std::function<bool()> &isOn,
                       const std::function<void(std::function<void()>)> &onChanged);
 };

@@ -4,7 +4,7 @@
 
 namespace quellora {
 
-/// PanelWindow: the part of the panel that lets clicks through.
+/// PanelWindow: the click-through rectangle.
 class ClickThroughContract : public SceneSuite
 {
     Q_OBJECT
@@ -12,20 +12,22 @@ public:
     using SceneSuite::SceneSuite;
 
 private Q_SLOTS:
-    void theWholeWindowTakesClicksAtFirst();
-    void insideClicksReachTheWindowBeneath();
+    void wholeWindowReceivesClicksInitially();
+    void clicksInsidePassThrough();
     void theEdgesAreExact();
-    void emptyRectangleTakesAllAgain();
-    void theLatestRectangleCounts();
-    void theRectangleFollowsAMove();
-    void theRectangleKeepsItsPlaceInALargerWindow();
-    void theRectangleMayCoverTheWindow();
-    void theRectangleSurvivesHiding();
-    void theRectangleSurvivesANewNativeWindow();
-    void theRectangleMayBeSetBeforeTheFirstShow();
+    void emptyRectangleDisablesClickThrough();
+    void latestRectangleWins();
+    void rectangleMovesWithWindow();
+    void rectangleStaysInPlaceOnResize();
+    void rectangleCanCoverWholeWindow();
+    void rectangleSurvivesHiding();
+    void rectangleSurvivesNativeWindowRecreation();
+    void rectangleCanBeSetBeforeFirstShow();
 
 private:
-    bool isExact(const QRect &rect);
+    /// Clicks just inside and just outside each edge: inside, the window underneath must receive
+    /// the click, outside the panel.
+    bool isExact(const QRect &responseRect);
 };
 
 } // namespace quellora

@@ -21,7 +21,7 @@
 namespace quellora {
 namespace {
 
-const QRect panelPlace{60, 40, 240, 200};
+const QRect panelGeometry{60, 40, 240, 200};
 
 QRect desktop()
 {
@@ -53,8 +53,8 @@ int ContractSuite::runAll(PlatformHarness &harness, QStringList arguments)
         s_mistake = arguments.value(at + 1);
         arguments.remove(at, qMin(qsizetype(2), arguments.size() - at));
     }
-    if (const QString lacking = harness.prepare(); !lacking.isEmpty()) {
-        qCritical("This system cannot be tested: %s", qPrintable(lacking));
+    if (const QString reason = harness.prepare(); !reason.isEmpty()) {
+        qCritical("Cannot run the suite: %s", qPrintable(reason));
         return 1;
     }
     QString only;
@@ -65,9 +65,9 @@ int ContractSuite::runAll(PlatformHarness &harness, QStringList arguments)
                   GlobalHotkeysContract, KeyMonitorContract, PermissionsContract,
                   AppearanceContract, WorkspaceContract, ShellContract, SystemFactsContract,
                   UserDefaultsContract>(harness, only, arguments);
-    const QMap<Ability, QString> missing = harness.missing();
-    for (const QString &lacking : missing)
-        qInfo("Not observed here: %s", qPrintable(lacking));
+    const QMap<Ability, QString> missingAbilities = harness.missingAbilities();
+    for (const QString &reason : missingAbilities)
+        qInfo("Not covered: %s", qPrintable(reason));
     return failures;
 }
 
@@ -78,7 +78,7 @@ void ContractSuite::makePlatform()
         m_platform = withMistake(std::move(m_platform), s_mistake);
 }
 
-bool ContractSuite::isHonest(const Capability &result)
+bool ContractSuite::isConsistent(const Capability &result)
 {
     if (result.isApplied())
         return result.reason().isEmpty();
@@ -86,9 +86,9 @@ bool ContractSuite::isHonest(const Capability &result)
            result.reason().front() == result.reason().front().toUpper();
 }
 
-bool ContractSuite::hasHappened(const Capability &result)
+bool ContractSuite::succeeded(const Capability &result)
 {
-    return isHonest(result) && result.state() != Capability::State::Unsupported;
+    return isConsistent(result) && result.state() != Capability::State::Unsupported;
 }
 
 void ContractSuite::init()
@@ -108,59 +108,59 @@ bool SceneSuite::prepareScene()
     if (!m_other)
         return false;
     m_panel = std::make_unique<ProbeWindow>();
-    m_panel->setGeometry(panelPlace.translated(desktop().topLeft()));
-    return hasHappened(role().applyPanelTraits(*m_panel));
+    m_panel->setGeometry(panelGeometry.translated(desktop().topLeft()));
+    return succeeded(role().applyPanelTraits(*m_panel));
 }
 
 bool SceneSuite::showPanel()
 {
-    return hasHappened(role().orderFront(*m_panel)) && comesToTheFront();
+    return succeeded(role().orderFront(*m_panel)) && waitUntilInFront();
 }
 
-bool SceneSuite::openAnother()
+bool SceneSuite::openAnotherWindow()
 {
     m_first = std::move(m_other);
     m_other = harness().openOther();
     return m_other != nullptr;
 }
 
-bool SceneSuite::comesToTheFront()
+bool SceneSuite::waitUntilInFront()
 {
     return QTest::qWaitForWindowExposed(m_panel.get()) &&
-           awaits([this] { return harness().isAbove(*m_panel, *m_other); });
+           waitFor([this] { return harness().isAbove(*m_panel, *m_other); });
 }
 
 template <typename Count>
 SceneSuite::Receiver SceneSuite::awaitReceiver(Count panelCount, Count otherCount)
 {
-    if (!awaits([&] { return panelCount() || otherCount(); }))
-        return Receiver::Nobody;
+    if (!waitFor([&] { return panelCount() || otherCount(); }))
+        return Receiver::Neither;
     return panelCount() ? Receiver::Panel : Receiver::Other;
 }
 
-SceneSuite::Receiver SceneSuite::clickAt(const QPoint &place)
+SceneSuite::Receiver SceneSuite::clickAt(const QPoint &position)
 {
     using Changed = std::function<bool()>;
     const auto before = m_panel->clicks.size();
     const auto otherBefore = m_other->clicks().size();
-    if (!harness().click(m_panel->mapToGlobal(place)))
-        return Receiver::Nobody;
+    if (!harness().click(m_panel->mapToGlobal(position)))
+        return Receiver::Neither;
     return awaitReceiver(Changed([&] { return m_panel->clicks.size() > before; }),
                          Changed([&] { return m_other->clicks().size() > otherBefore; }));
 }
 
-SceneSuite::Receiver SceneSuite::clickBeside()
+SceneSuite::Receiver SceneSuite::clickOutsidePanel()
 {
     return clickAt(m_panel->mapFromGlobal(desktop().bottomRight() - QPoint(80, 60)));
 }
 
-SceneSuite::Receiver SceneSuite::whoHasTheKeyboard()
+SceneSuite::Receiver SceneSuite::keyboardReceiver()
 {
     using Changed = std::function<bool()>;
     const auto before = m_panel->keys.size();
     const auto otherBefore = m_other->keys().size();
     if (!harness().press({{QStringLiteral("k"), {}}}))
-        return Receiver::Nobody;
+        return Receiver::Neither;
     return awaitReceiver(Changed([&] { return m_panel->keys.size() > before; }),
                          Changed([&] { return m_other->keys().size() > otherBefore; }));
 }

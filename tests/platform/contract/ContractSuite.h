@@ -8,29 +8,29 @@
 
 #include <memory>
 
-/// Leaves a test out where the system lacks the ability, saying what was not observed.
-#define CONTRACT_NEEDS(ability)                                                                    \
+/// Skips the test if the harness lacks the ability; the message says what is not covered.
+#define CONTRACT_REQUIRES(ability)                                                                 \
     do {                                                                                           \
-        if (const QString lacking = harness().missing().value(ability); !lacking.isEmpty())        \
-            QSKIP(qPrintable(lacking));                                                            \
+        if (const QString reason = harness().missingAbilities().value(ability); !reason.isEmpty()) \
+            QSKIP(qPrintable(reason));                                                             \
     } while (false)
 
-/// Await what a system does in its own time.
+/// Wait up to the harness's timeout for asynchronous effects.
 #define CONTRACT_TRY_COMPARE(actual, expected)                                                     \
-    QTRY_COMPARE_WITH_TIMEOUT(actual, expected, harness().patience())
-#define CONTRACT_TRY_VERIFY(condition) QTRY_VERIFY_WITH_TIMEOUT(condition, harness().patience())
+    QTRY_COMPARE_WITH_TIMEOUT(actual, expected, harness().timeout())
+#define CONTRACT_TRY_VERIFY(condition) QTRY_VERIFY_WITH_TIMEOUT(condition, harness().timeout())
 
 namespace quellora {
 
-/// What every suite of the contract has: fresh roles for each test, and the world around them.
+/// Base of all contract suites. Each test gets a new Platform and access to the harness.
 class ContractSuite : public QObject
 {
     Q_OBJECT
 public:
     explicit ContractSuite(PlatformHarness &harness) : m_harness(harness) {}
 
-    /// Runs every suite, or the one that the first argument names with the rest for Qt Test.
-    /// "--mistake NAME" plants a mistake in every platform.
+    /// Runs all suites, or only the suite named by the first argument; Qt Test gets the other
+    /// arguments. "--mistake NAME" injects that mistake into every platform under test.
     /// @return the number of failures
     static int runAll(PlatformHarness &harness, QStringList arguments);
 
@@ -40,16 +40,16 @@ protected:
     void destroyPlatform() { m_platform.reset(); }
     void makePlatform();
 
-    /// Handles events until the condition holds; false when it never does.
+    /// Processes events until the condition holds; false on timeout.
     template <typename Condition>
-    bool awaits(Condition condition)
+    bool waitFor(Condition condition)
     {
-        return QTest::qWaitFor(condition, m_harness.patience());
+        return QTest::qWaitFor(condition, m_harness.timeout());
     }
-    /// Applied without a reason, or anything else with a sentence that says why.
-    static bool isHonest(const Capability &result);
-    /// That which happened: applied, or as well as this system can.
-    static bool hasHappened(const Capability &result);
+    /// Whether the reason fits the state: none if applied, otherwise a sentence.
+    static bool isConsistent(const Capability &result);
+    /// Whether the result is valid and Applied or BestEffort.
+    static bool succeeded(const Capability &result);
 
 private Q_SLOTS:
     void init();
@@ -61,14 +61,14 @@ private:
     static QString s_mistake;
 };
 
-/// Suites with a panel in front of another program's window, which has the keyboard.
+/// Base of suites with a panel in front of another program's window, which has the keyboard focus.
 class SceneSuite : public ContractSuite
 {
     Q_OBJECT
 public:
     using ContractSuite::ContractSuite;
 
-    enum class Receiver { Nobody, Panel, Other };
+    enum class Receiver { Neither, Panel, Other };
     Q_ENUM(Receiver)
 
 protected:
@@ -76,21 +76,21 @@ protected:
     ProbeWindow &panel() { return *m_panel; }
     PanelWindow &role() { return platform().panelWindow(); }
 
-    /// Opens the other program's window and makes the panel, not yet shown, with its traits.
+    /// Opens the other program's window and creates the hidden panel with its traits applied.
     bool prepareScene();
-    /// Shows the panel and waits until it is in front.
+    /// Shows the panel and waits until it is above the other program's window.
     bool showPanel();
-    /// Another window takes the place of the other program's.
-    bool openAnother();
-    /// Clicks and says who got it.
-    /// @param place in the panel's coordinates
-    Receiver clickAt(const QPoint &place);
-    /// Clicks on the other program, far from the panel.
-    Receiver clickBeside();
-    /// Presses a key and says who got it: the one that has the keyboard.
-    Receiver whoHasTheKeyboard();
-    /// Waits until the panel is in front of the other program.
-    bool comesToTheFront();
+    /// Opens a second window of another program; other() returns it from then on.
+    bool openAnotherWindow();
+    /// Clicks and returns which window received it.
+    /// @param position in the panel's coordinates
+    Receiver clickAt(const QPoint &position);
+    /// Clicks on the other program's window, outside the panel.
+    Receiver clickOutsidePanel();
+    /// Presses a key and returns which window received it, i.e. has the keyboard focus.
+    Receiver keyboardReceiver();
+    /// Waits until the panel is above the other program's window.
+    bool waitUntilInFront();
 
 private Q_SLOTS:
     void cleanup();

@@ -17,7 +17,7 @@ public:
     ~Other() override { m_harness.m_others.removeOne(this); }
     QStringList keys() const override { return typed; }
     QList<QPoint> clicks() const override { return clicked; }
-    int keyboardLosses() const override { return m_harness.m_fakes->panel.keyboardOwner() ? 1 : 0; }
+    int focusLosses() const override { return m_harness.m_fakes->panel.keyboardOwner() ? 1 : 0; }
 
     QStringList typed;
     QList<QPoint> clicked;
@@ -26,11 +26,11 @@ private:
     FakeHarness &m_harness;
 };
 
-QMap<Ability, QString> FakeHarness::missing() const
+QMap<Ability, QString> FakeHarness::missingAbilities() const
 {
     return {{Ability::FindCaptureTool,
-             QStringLiteral("whether the capture tool is there (the fake names none, so that "
-                            "nothing runs by accident)")}};
+             QStringLiteral("existence of the capture tool (the fake has none, so that no test "
+                            "can run it by accident)")}};
 }
 
 std::unique_ptr<Platform> FakeHarness::makePlatform()
@@ -57,10 +57,10 @@ bool FakeHarness::isAbove(QWindow &ours, const OtherWindow &other)
     if (!ours.isVisible() || m_others.isEmpty() || m_others.last() != &other)
         return false;
     return m_fakes->panel.isFloating(ours) ||
-           (isProgramInFront() && m_fakes->applicationShell.activated == &ours);
+           (isProgramActive() && m_fakes->applicationShell.activated == &ours);
 }
 
-bool FakeHarness::isProgramInFront()
+bool FakeHarness::isProgramActive()
 {
     const QWindow *owner = m_fakes->panel.keyboardOwner();
     return owner && !m_fakes->panel.isFloating(*owner);
@@ -93,28 +93,28 @@ void FakeHarness::pressOne(const Combo &combo)
     QTest::keyClick(owner, key, combo.modifiers);
 }
 
-/// Our window that a click at a place of the screen is for; null when it is another program's.
-QWindow *FakeHarness::windowAt(const QPoint &place) const
+/// Our window that receives a click at a screen position; null if another program's window does.
+QWindow *FakeHarness::windowAt(const QPoint &position) const
 {
     const QWindowList windows = QGuiApplication::topLevelWindows();
     for (QWindow *window : windows) {
-        const bool isHere = window->isVisible() && window->geometry().contains(place);
+        const bool isHere = window->isVisible() && window->geometry().contains(position);
         if (isHere && m_fakes->panel.isFloating(*window) &&
-            !m_fakes->panel.clickThroughRect().contains(window->mapFromGlobal(place)))
+            !m_fakes->panel.clickThroughRect().contains(window->mapFromGlobal(position)))
             return window;
     }
     return nullptr;
 }
 
-bool FakeHarness::click(const QPoint &place)
+bool FakeHarness::click(const QPoint &position)
 {
-    if (QWindow *ours = windowAt(place)) {
-        QTest::mouseClick(ours, Qt::LeftButton, {}, ours->mapFromGlobal(place));
+    if (QWindow *ours = windowAt(position)) {
+        QTest::mouseClick(ours, Qt::LeftButton, {}, ours->mapFromGlobal(position));
         return true;
     }
     if (m_others.isEmpty())
         return false;
-    m_others.last()->clicked << place;
+    m_others.last()->clicked << position;
     m_fakes->panel.focus(nullptr);
     return true;
 }

@@ -5,21 +5,21 @@
 
 namespace quellora {
 
-/// A desktop made of the fakes: other programs' windows are notes, ours are offscreen.
+/// Runs the contract against the fakes. Other programs' windows are simulated, ours are offscreen.
 class FakeHarness : public PlatformHarness
 {
 public:
-    /// Everything happens at once, except what the toolkit itself does.
-    int patience() const override { return 300; }
+    /// Short, because only the toolkit itself works asynchronously here.
+    int timeout() const override { return 300; }
     QString prepare() override { return {}; }
-    QMap<Ability, QString> missing() const override;
+    QMap<Ability, QString> missingAbilities() const override;
     std::unique_ptr<Platform> makePlatform() override;
 
     std::unique_ptr<OtherWindow> openOther() override;
     bool isAbove(QWindow &ours, const OtherWindow &other) override;
-    bool isProgramInFront() override;
+    bool isProgramActive() override;
     bool press(const QList<Combo> &combos) override;
-    bool click(const QPoint &place) override;
+    bool click(const QPoint &position) override;
     Qt::KeyboardModifiers editModifier() const override { return Qt::ControlModifier; }
 
     bool claimHotkey(const Combo &combo) override;
@@ -38,11 +38,11 @@ private:
     class Other;
 
     void pressOne(const Combo &combo);
-    QWindow *windowAt(const QPoint &place) const;
+    QWindow *windowAt(const QPoint &position) const;
 
-    // Of the platform under test, which the test owns.
+    // The platform under test; owned by the test.
     FakePlatform *m_fakes = nullptr;
-    // The latest one is in front; each is owned by the test.
+    // Bottom to top; owned by the test.
     QList<Other *> m_others;
     bool m_holdsOpening = false;
 };

@@ -7,7 +7,8 @@
 namespace quellora {
 namespace {
 
-constexpr Qt::KeyboardModifiers three = Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier;
+constexpr Qt::KeyboardModifiers ctrlAltCmd =
+    Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier;
 constexpr int markerId = 9999;
 const QString c = QStringLiteral("c");
 const QString x = QStringLiteral("x");
@@ -19,11 +20,11 @@ void GlobalHotkeysContract::init()
 {
     m_fired.clear();
     m_ids.clear();
-    m_elsewhere = 0;
+    m_offMainThread = 0;
     makePlatform();
     m_other = harness().openOther();
     QVERIFY(m_other);
-    listen();
+    recordPresses();
 }
 
 void GlobalHotkeysContract::cleanup()
@@ -32,11 +33,11 @@ void GlobalHotkeysContract::cleanup()
     destroyPlatform();
 }
 
-void GlobalHotkeysContract::listen()
+void GlobalHotkeysContract::recordPresses()
 {
     role().installHandler([this](GlobalHotkeys::Registration registration) {
         m_fired << m_ids.value(registration);
-        m_elsewhere += QThread::currentThread() != thread();
+        m_offMainThread += QThread::currentThread() != thread();
     });
 }
 
@@ -51,67 +52,67 @@ GlobalHotkeys::Result GlobalHotkeysContract::add(const QString &key,
 
 bool GlobalHotkeysContract::pressMarker()
 {
-    return add(marker, three, markerId) && harness().press({{marker, three}}) &&
-           awaits([this] { return m_fired.contains(markerId); });
+    return add(marker, ctrlAltCmd, markerId) && harness().press({{marker, ctrlAltCmd}}) &&
+           waitFor([this] { return m_fired.contains(markerId); });
 }
 
-void GlobalHotkeysContract::aPressIsDeliveredOnce()
+void GlobalHotkeysContract::pressIsDeliveredOnce()
 {
-    const auto result = add(c, three, 41);
+    const auto result = add(c, ctrlAltCmd, 41);
     QVERIFY(result);
     QVERIFY(*result != 0);
-    QVERIFY2(m_fired.isEmpty(), "registering presses nothing");
-    QVERIFY(harness().press({{c, three}}));
+    QVERIFY2(m_fired.isEmpty(), "registering must not fire");
+    QVERIFY(harness().press({{c, ctrlAltCmd}}));
     CONTRACT_TRY_COMPARE(m_fired, QList<int>{41});
-    QVERIFY(harness().press({{c, three}}));
+    QVERIFY(harness().press({{c, ctrlAltCmd}}));
     CONTRACT_TRY_COMPARE(m_fired, (QList<int>{41, 41}));
     QVERIFY(pressMarker());
     QCOMPARE(m_fired, (QList<int>{41, 41, markerId}));
-    QCOMPARE(m_elsewhere, 0);
+    QCOMPARE(m_offMainThread, 0);
 }
 
-void GlobalHotkeysContract::pressReachesNobodyElse()
+void GlobalHotkeysContract::pressDoesNotReachFocusedWindow()
 {
-    QVERIFY(add(c, three, 1));
-    QVERIFY(harness().press({{c, three}, {x, {}}}));
+    QVERIFY(add(c, ctrlAltCmd, 1));
+    QVERIFY(harness().press({{c, ctrlAltCmd}, {x, {}}}));
     CONTRACT_TRY_COMPARE(m_other->keys(), QStringList{x});
     CONTRACT_TRY_COMPARE(m_fired, QList<int>{1});
 }
 
-void GlobalHotkeysContract::firesInOurOwnWindow()
+void GlobalHotkeysContract::firesInOwnWindow()
 {
-    ProbeWindow own;
-    own.resize(240, 200);
-    QVERIFY(add(c, three, 1));
-    QVERIFY(hasHappened(platform().shell().activate(own)));
-    QVERIFY(QTest::qWaitForWindowExposed(&own));
-    CONTRACT_TRY_VERIFY(harness().isProgramInFront());
-    QVERIFY(harness().press({{c, three}, {x, {}}}));
-    CONTRACT_TRY_COMPARE(own.keys, QStringList{x});
+    ProbeWindow ownWindow;
+    ownWindow.resize(240, 200);
+    QVERIFY(add(c, ctrlAltCmd, 1));
+    QVERIFY(succeeded(platform().shell().activate(ownWindow)));
+    QVERIFY(QTest::qWaitForWindowExposed(&ownWindow));
+    CONTRACT_TRY_VERIFY(harness().isProgramActive());
+    QVERIFY(harness().press({{c, ctrlAltCmd}, {x, {}}}));
+    CONTRACT_TRY_COMPARE(ownWindow.keys, QStringList{x});
     CONTRACT_TRY_COMPARE(m_fired, QList<int>{1});
 }
 
 void GlobalHotkeysContract::modifiersMustMatchExactly()
 {
-    QVERIFY(add(c, three, 1));
+    QVERIFY(add(c, ctrlAltCmd, 1));
     QVERIFY(harness().press({{c, {}},
                              {c, Qt::ControlModifier},
                              {c, Qt::AltModifier | Qt::ControlModifier},
                              {c, Qt::AltModifier | Qt::MetaModifier},
-                             {c, three | Qt::ShiftModifier},
-                             {x, three}}));
+                             {c, ctrlAltCmd | Qt::ShiftModifier},
+                             {x, ctrlAltCmd}}));
     QVERIFY(pressMarker());
     QCOMPARE(m_fired, QList<int>{markerId});
 }
 
-void GlobalHotkeysContract::modifiersAreToldApart()
+void GlobalHotkeysContract::distinguishesModifiers()
 {
     const QList<Qt::KeyboardModifiers> sets{Qt::ControlModifier | Qt::AltModifier,
                                             Qt::ControlModifier | Qt::ShiftModifier,
                                             Qt::AltModifier | Qt::ShiftModifier,
                                             Qt::MetaModifier | Qt::AltModifier,
-                                            three,
-                                            three | Qt::ShiftModifier};
+                                            ctrlAltCmd,
+                                            ctrlAltCmd | Qt::ShiftModifier};
     QList<Combo> combos;
     QList<int> expected;
     for (qsizetype i = 0; i < sets.size(); ++i) {
@@ -130,8 +131,8 @@ void GlobalHotkeysContract::everyBindableKeyWorks()
     QList<int> expected;
     for (const QString key : HotkeyCombo::bindableKeys) {
         const auto id = static_cast<int>(100 + expected.size());
-        QVERIFY2(add(key, three, id), qPrintable(key));
-        combos << Combo{key, three};
+        QVERIFY2(add(key, ctrlAltCmd, id), qPrintable(key));
+        combos << Combo{key, ctrlAltCmd};
         expected << id;
     }
     QVERIFY(harness().press(combos));
@@ -139,127 +140,127 @@ void GlobalHotkeysContract::everyBindableKeyWorks()
     QCOMPARE(m_fired, expected);
 }
 
-void GlobalHotkeysContract::registrationsAreDistinct()
+void GlobalHotkeysContract::registrationsAreUnique()
 {
     QSet<GlobalHotkeys::Registration> seen;
     for (const QString &key : {c, x, QStringLiteral("1"), QStringLiteral("]")}) {
-        const auto result = add(key, three, 1);
+        const auto result = add(key, ctrlAltCmd, 1);
         QVERIFY(result);
         seen << *result;
     }
     QCOMPARE(seen.size(), 4);
 }
 
-void GlobalHotkeysContract::unregisteredKeyIsSilentAndFree()
+void GlobalHotkeysContract::unregisterReleasesKey()
 {
-    const auto first = add(c, three, 1).value();
-    QVERIFY(add(x, three, 2));
+    const auto first = add(c, ctrlAltCmd, 1).value();
+    QVERIFY(add(x, ctrlAltCmd, 2));
     role().unregisterHotkey(first);
-    QVERIFY(harness().press({{c, three}, {x, three}}));
+    QVERIFY(harness().press({{c, ctrlAltCmd}, {x, ctrlAltCmd}}));
     CONTRACT_TRY_COMPARE(m_fired, QList<int>{2});
-    // The other program gets it now.
+    // The other program receives the key now.
     CONTRACT_TRY_COMPARE(m_other->keys(), QStringList{c});
     QVERIFY(pressMarker());
     QCOMPARE(m_fired, (QList<int>{2, markerId}));
 }
 
-void GlobalHotkeysContract::unregisteringWhatIsNotRegisteredIsNoError()
+void GlobalHotkeysContract::unregisterIgnoresUnknownRegistration()
 {
-    const auto first = add(c, three, 1).value();
-    const auto second = add(x, three, 2).value();
+    const auto first = add(c, ctrlAltCmd, 1).value();
+    const auto second = add(x, ctrlAltCmd, 2).value();
     role().unregisterHotkey(0);
     role().unregisterHotkey(first + second + 1000);
     role().unregisterHotkey(first);
     role().unregisterHotkey(first);
-    QVERIFY(harness().press({{x, three}}));
+    QVERIFY(harness().press({{x, ctrlAltCmd}}));
     CONTRACT_TRY_COMPARE(m_fired, QList<int>{2});
 }
 
-void GlobalHotkeysContract::ourOwnDuplicateIsRefused()
+void GlobalHotkeysContract::ownDuplicateIsRefused()
 {
-    QVERIFY(add(c, three, 1));
-    const auto result = add(c, three, 2);
+    QVERIFY(add(c, ctrlAltCmd, 1));
+    const auto result = add(c, ctrlAltCmd, 2);
     QVERIFY(!result);
     QCOMPARE(result.error().kind, GlobalHotkeys::Failure::Kind::Taken);
-    QVERIFY(harness().press({{c, three}}));
+    QVERIFY(harness().press({{c, ctrlAltCmd}}));
     QVERIFY(pressMarker());
     QCOMPARE(m_fired, (QList<int>{1, markerId}));
 }
 
-void GlobalHotkeysContract::mayBeRegisteredAgain()
+void GlobalHotkeysContract::canRegisterAgainAfterUnregister()
 {
-    role().unregisterHotkey(add(c, three, 1).value());
-    QVERIFY(add(c, three, 2));
-    QVERIFY(harness().press({{c, three}}));
+    role().unregisterHotkey(add(c, ctrlAltCmd, 1).value());
+    QVERIFY(add(c, ctrlAltCmd, 2));
+    QVERIFY(harness().press({{c, ctrlAltCmd}}));
     QVERIFY(pressMarker());
     QCOMPARE(m_fired, (QList<int>{2, markerId}));
 }
 
 void GlobalHotkeysContract::unsupportedKeyIsRefused()
 {
-    const auto refused = role().registerHotkey(three | Qt::Key_F5);
+    const auto refused = role().registerHotkey(ctrlAltCmd | Qt::Key_F5);
     QVERIFY(!refused);
     QCOMPARE(refused.error().kind, GlobalHotkeys::Failure::Kind::UnsupportedKey);
 }
 
-void GlobalHotkeysContract::anotherProgramsHotkeyIsRefused()
+void GlobalHotkeysContract::otherProgramsHotkeyIsRefused()
 {
-    CONTRACT_NEEDS(Ability::ClaimHotkeys);
-    QVERIFY(harness().claimHotkey({c, three}));
-    const auto refused = add(c, three, 1);
+    CONTRACT_REQUIRES(Ability::ClaimHotkeys);
+    QVERIFY(harness().claimHotkey({c, ctrlAltCmd}));
+    const auto refused = add(c, ctrlAltCmd, 1);
     QVERIFY(!refused);
     QCOMPARE(refused.error().kind, GlobalHotkeys::Failure::Kind::Taken);
-    QVERIFY2(add(c, three | Qt::ShiftModifier, 2), "other combinations are free");
-    QVERIFY(harness().press({{c, three}}));
+    QVERIFY2(add(c, ctrlAltCmd | Qt::ShiftModifier, 2), "other combinations must remain available");
+    QVERIFY(harness().press({{c, ctrlAltCmd}}));
     QVERIFY(pressMarker());
     QCOMPARE(m_fired, QList<int>{markerId});
-    QVERIFY(harness().releaseHotkey({c, three}));
-    QVERIFY(add(c, three, 1));
-    QVERIFY(harness().press({{c, three}}));
+    QVERIFY(harness().releaseHotkey({c, ctrlAltCmd}));
+    QVERIFY(add(c, ctrlAltCmd, 1));
+    QVERIFY(harness().press({{c, ctrlAltCmd}}));
     CONTRACT_TRY_COMPARE(m_fired, (QList<int>{markerId, 1}));
 }
 
-void GlobalHotkeysContract::removedHandlerHearsNothing()
+void GlobalHotkeysContract::removedHandlerIsNotCalled()
 {
-    QVERIFY(add(c, three, 1));
+    QVERIFY(add(c, ctrlAltCmd, 1));
     role().removeHandler();
-    // The other program's key comes after the hot key, which by then was nobody's.
-    QVERIFY(harness().press({{c, three}, {x, {}}}));
+    // The plain key is pressed after the hot key: once it has arrived, the hot key was handled.
+    QVERIFY(harness().press({{c, ctrlAltCmd}, {x, {}}}));
     CONTRACT_TRY_VERIFY(m_other->keys().contains(x));
     role().removeHandler();
-    listen();
+    recordPresses();
     QVERIFY(pressMarker());
     QCOMPARE(m_fired, QList<int>{markerId});
-    QVERIFY(harness().press({{c, three}}));
+    QVERIFY(harness().press({{c, ctrlAltCmd}}));
     CONTRACT_TRY_COMPARE(m_fired, (QList<int>{markerId, 1}));
 }
 
-void GlobalHotkeysContract::handlerMayUnregisterAndRemoveItself()
+void GlobalHotkeysContract::handlerCanUnregisterAndRemoveItself()
 {
-    QVERIFY(add(c, three, 1));
+    QVERIFY(add(c, ctrlAltCmd, 1));
     role().installHandler([this](GlobalHotkeys::Registration registration) {
         role().unregisterHotkey(registration);
         role().removeHandler();
         m_fired << m_ids.value(registration);
     });
-    QVERIFY(harness().press({{c, three}}));
+    QVERIFY(harness().press({{c, ctrlAltCmd}}));
     CONTRACT_TRY_COMPARE(m_fired, QList<int>{1});
-    QVERIFY(add(c, three, 2));
-    listen();
-    QVERIFY(harness().press({{c, three}}));
+    QVERIFY(add(c, ctrlAltCmd, 2));
+    recordPresses();
+    QVERIFY(harness().press({{c, ctrlAltCmd}}));
     CONTRACT_TRY_COMPARE(m_fired, (QList<int>{1, 2}));
 }
 
-void GlobalHotkeysContract::endReleasesTheKeys()
+void GlobalHotkeysContract::destructorReleasesKeys()
 {
-    QVERIFY(add(c, three, 1));
+    QVERIFY(add(c, ctrlAltCmd, 1));
     destroyPlatform();
     makePlatform();
-    listen();
-    QVERIFY(harness().press({{c, three}, {x, {}}}));
+    recordPresses();
+    QVERIFY(harness().press({{c, ctrlAltCmd}, {x, {}}}));
     CONTRACT_TRY_COMPARE(m_other->keys(), (QStringList{c, x}));
-    QVERIFY(add(c, three, 2));
-    QVERIFY(harness().press({{c, three}}));
+    QVERIFY(add(c, ctrlAltCmd, 2));
+    QVERIFY(harness().press({{c, ctrlAltCmd}}));
     CONTRACT_TRY_COMPARE(m_fired, QList<int>{2});
 }
 

@@ -17,36 +17,37 @@ private Q_SLOTS:
     void init();
     void cleanup();
 
-    void aPressIsDeliveredOnce();
-    void pressReachesNobodyElse();
-    void firesInOurOwnWindow();
+    void pressIsDeliveredOnce();
+    void pressDoesNotReachFocusedWindow();
+    void firesInOwnWindow();
     void modifiersMustMatchExactly();
-    void modifiersAreToldApart();
+    void distinguishesModifiers();
     void everyBindableKeyWorks();
-    void registrationsAreDistinct();
-    void unregisteredKeyIsSilentAndFree();
-    void unregisteringWhatIsNotRegisteredIsNoError();
-    void ourOwnDuplicateIsRefused();
-    void mayBeRegisteredAgain();
+    void registrationsAreUnique();
+    void unregisterReleasesKey();
+    void unregisterIgnoresUnknownRegistration();
+    void ownDuplicateIsRefused();
+    void canRegisterAgainAfterUnregister();
     void unsupportedKeyIsRefused();
-    void anotherProgramsHotkeyIsRefused();
-    void removedHandlerHearsNothing();
-    void handlerMayUnregisterAndRemoveItself();
-    void endReleasesTheKeys();
+    void otherProgramsHotkeyIsRefused();
+    void removedHandlerIsNotCalled();
+    void handlerCanUnregisterAndRemoveItself();
+    void destructorReleasesKeys();
 
 private:
     GlobalHotkeys &role() { return platform().globalHotkeys(); }
-    /// @param id stands for the hot key in m_fired
+    /// @param id appended to m_fired when the hot key is pressed
     GlobalHotkeys::Result add(const QString &key, Qt::KeyboardModifiers modifiers, int id);
-    /// Presses a last hot key: what was pressed before it has fired by then or never will.
+    /// Presses a marker hot key and waits for it. Presses arrive in order, so all earlier ones have
+    /// been delivered by then.
     bool pressMarker();
-    void listen();
+    void recordPresses();
 
     std::unique_ptr<OtherWindow> m_other;
     QMap<GlobalHotkeys::Registration, int> m_ids;
     QList<int> m_fired;
-    /// Presses that did not come on the main thread.
-    int m_elsewhere = 0;
+    /// Number of presses reported on a thread other than the main thread.
+    int m_offMainThread = 0;
 };
 
 } // namespace quellora

@@ -7,7 +7,8 @@
 namespace quellora {
 namespace {
 
-constexpr Qt::KeyboardModifiers three = Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier;
+constexpr Qt::KeyboardModifiers ctrlAltCmd =
+    Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier;
 const QString c = QStringLiteral("c");
 const QString x = QStringLiteral("x");
 const QString escape = QStringLiteral("escape");
@@ -17,12 +18,12 @@ const QString escape = QStringLiteral("escape");
 bool KeyMonitorContract::preparePanel()
 {
     m_keys.clear();
-    return prepareScene() && showPanel() && hasHappened(role().makeKey(panel())) &&
-           awaits([this] { return whoHasTheKeyboard() == Receiver::Panel; }) &&
+    return prepareScene() && showPanel() && succeeded(role().makeKey(panel())) &&
+           waitFor([this] { return keyboardReceiver() == Receiver::Panel; }) &&
            (panel().keys.clear(), panel().overrides = 0, true);
 }
 
-void KeyMonitorContract::collect()
+void KeyMonitorContract::recordKeys()
 {
     monitor().install([this](const KeyDown &key) {
         if (!key.character.isEmpty() || key.isEscape)
@@ -38,10 +39,10 @@ QStringList KeyMonitorContract::characters() const
     return result;
 }
 
-void KeyMonitorContract::takesPressesAheadOfTheField()
+void KeyMonitorContract::interceptsKeysBeforeTextField()
 {
     QVERIFY(preparePanel());
-    collect();
+    recordKeys();
     QVERIFY(harness().press({{c, {}}, {x, Qt::ControlModifier | Qt::AltModifier}}));
     CONTRACT_TRY_COMPARE(characters(), (QStringList{c, x}));
     QCOMPARE(panel().keys, QStringList());
@@ -49,7 +50,7 @@ void KeyMonitorContract::takesPressesAheadOfTheField()
     monitor().remove();
 }
 
-void KeyMonitorContract::takesPressesAheadOfShortcuts()
+void KeyMonitorContract::interceptsKeysBeforeShortcuts()
 {
     QVERIFY(preparePanel());
     QShortcut shortcut(QKeySequence(Qt::CTRL | Qt::Key_J), &panel());
@@ -57,10 +58,10 @@ void KeyMonitorContract::takesPressesAheadOfShortcuts()
     int activations = 0;
     connect(&shortcut, &QShortcut::activated, this, [&activations] { ++activations; });
     const Combo combo{QStringLiteral("j"), harness().editModifier()};
-    // It works while nobody takes the keys.
+    // The shortcut works while no monitor is installed.
     QVERIFY(harness().press({combo}));
     CONTRACT_TRY_COMPARE(activations, 1);
-    collect();
+    recordKeys();
     QVERIFY(harness().press({combo}));
     CONTRACT_TRY_COMPARE(characters(), QStringList{QStringLiteral("j")});
     monitor().remove();
@@ -69,21 +70,21 @@ void KeyMonitorContract::takesPressesAheadOfShortcuts()
     CONTRACT_TRY_COMPARE(activations, 2);
 }
 
-void KeyMonitorContract::leavesOtherProgramsKeysAlone()
+void KeyMonitorContract::ignoresKeysOfOtherPrograms()
 {
     QVERIFY(preparePanel());
-    collect();
-    QCOMPARE(clickBeside(), Receiver::Other);
+    recordKeys();
+    QCOMPARE(clickOutsidePanel(), Receiver::Other);
     QVERIFY(harness().press({{c, {}}}));
     CONTRACT_TRY_COMPARE(other().keys(), QStringList{c});
     QVERIFY(m_keys.isEmpty());
 }
 
-void KeyMonitorContract::afterRemovalTheFieldHasThem()
+void KeyMonitorContract::removeRestoresDelivery()
 {
     QVERIFY(preparePanel());
     monitor().remove();
-    collect();
+    recordKeys();
     QVERIFY(harness().press({{c, {}}}));
     CONTRACT_TRY_COMPARE(characters(), QStringList{c});
     monitor().remove();
@@ -93,7 +94,7 @@ void KeyMonitorContract::afterRemovalTheFieldHasThem()
     QCOMPARE(m_keys.size(), 1);
 }
 
-void KeyMonitorContract::handlerMayRemoveIt()
+void KeyMonitorContract::handlerCanRemoveMonitor()
 {
     QVERIFY(preparePanel());
     monitor().install([this](const KeyDown &key) {
@@ -105,12 +106,12 @@ void KeyMonitorContract::handlerMayRemoveIt()
     QCOMPARE(characters(), QStringList{c});
 }
 
-void KeyMonitorContract::installingAgainReplacesTheHandler()
+void KeyMonitorContract::installReplacesHandler()
 {
     QVERIFY(preparePanel());
     int first = 0;
     monitor().install([&first](const KeyDown &) { ++first; });
-    collect();
+    recordKeys();
     QVERIFY(harness().press({{c, {}}}));
     CONTRACT_TRY_COMPARE(characters(), QStringList{c});
     QCOMPARE(first, 0);
@@ -123,7 +124,7 @@ void KeyMonitorContract::installingAgainReplacesTheHandler()
 void KeyMonitorContract::escapeIsFlagged()
 {
     QVERIFY(preparePanel());
-    collect();
+    recordKeys();
     QVERIFY(harness().press({{escape, {}}, {c, {}}}));
     CONTRACT_TRY_COMPARE(m_keys.size(), 2);
     QVERIFY(m_keys.at(0).isEscape);
@@ -141,14 +142,14 @@ void KeyMonitorContract::modifiersAreReported_data()
     QTest::newRow("shift") << Qt::KeyboardModifiers(Qt::ShiftModifier);
     QTest::newRow("option") << Qt::KeyboardModifiers(Qt::AltModifier);
     QTest::newRow("control") << Qt::KeyboardModifiers(Qt::ControlModifier);
-    QTest::newRow("all") << (Qt::ShiftModifier | three);
+    QTest::newRow("all") << (Qt::ShiftModifier | ctrlAltCmd);
 }
 
 void KeyMonitorContract::modifiersAreReported()
 {
     QFETCH(Qt::KeyboardModifiers, modifiers);
     QVERIFY(preparePanel());
-    collect();
+    recordKeys();
     QVERIFY(harness().press({{c, modifiers}}));
     CONTRACT_TRY_COMPARE(m_keys.size(), 1);
     QCOMPARE(m_keys.first().modifiers, modifiers);
@@ -156,10 +157,10 @@ void KeyMonitorContract::modifiersAreReported()
     monitor().remove();
 }
 
-void KeyMonitorContract::shiftDoesNotChangeTheCharacter()
+void KeyMonitorContract::shiftDoesNotChangeCharacter()
 {
     QVERIFY(preparePanel());
-    collect();
+    recordKeys();
     QVERIFY(harness().press({{QStringLiteral("3"), Qt::ShiftModifier},
                              {QStringLiteral("a"), Qt::ShiftModifier},
                              {QStringLiteral("/"), Qt::ShiftModifier}}));
@@ -168,7 +169,7 @@ void KeyMonitorContract::shiftDoesNotChangeTheCharacter()
     monitor().remove();
 }
 
-void KeyMonitorContract::keysThatCannotBeBoundHaveNoCharacter()
+void KeyMonitorContract::unbindableKeysHaveNoCharacter()
 {
     QVERIFY(preparePanel());
     int others = 0;
@@ -180,15 +181,15 @@ void KeyMonitorContract::keysThatCannotBeBoundHaveNoCharacter()
     });
     QVERIFY(harness().press({{QStringLiteral("space"), {}}, {c, {}}}));
     CONTRACT_TRY_COMPARE(characters(), QStringList{c});
-    QVERIFY2(others > 0, "the key is taken all the same");
+    QVERIFY2(others > 0, "the key must be intercepted nevertheless");
     QCOMPARE(panel().keys, QStringList());
     monitor().remove();
 }
 
-void KeyMonitorContract::everyKeyOfTheTableHasItsName()
+void KeyMonitorContract::everyBindableKeyReportsItsCharacter()
 {
     QVERIFY(preparePanel());
-    collect();
+    recordKeys();
     QList<Combo> combos;
     for (const QChar key : HotkeyCombo::bindableKeys)
         combos << Combo{key, Qt::ControlModifier};

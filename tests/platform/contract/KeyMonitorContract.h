@@ -6,7 +6,7 @@
 
 namespace quellora {
 
-/// KeyMonitor, in the panel, where combos are recorded.
+/// KeyMonitor, with the panel as the window that records a combo.
 class KeyMonitorContract : public SceneSuite
 {
     Q_OBJECT
@@ -14,25 +14,25 @@ public:
     using SceneSuite::SceneSuite;
 
 private Q_SLOTS:
-    void takesPressesAheadOfTheField();
-    void takesPressesAheadOfShortcuts();
-    void leavesOtherProgramsKeysAlone();
-    void afterRemovalTheFieldHasThem();
-    void handlerMayRemoveIt();
-    void installingAgainReplacesTheHandler();
+    void interceptsKeysBeforeTextField();
+    void interceptsKeysBeforeShortcuts();
+    void ignoresKeysOfOtherPrograms();
+    void removeRestoresDelivery();
+    void handlerCanRemoveMonitor();
+    void installReplacesHandler();
     void escapeIsFlagged();
     void modifiersAreReported_data();
     void modifiersAreReported();
-    void shiftDoesNotChangeTheCharacter();
-    void keysThatCannotBeBoundHaveNoCharacter();
-    void everyKeyOfTheTableHasItsName();
+    void shiftDoesNotChangeCharacter();
+    void unbindableKeysHaveNoCharacter();
+    void everyBindableKeyReportsItsCharacter();
 
 private:
     KeyMonitor &monitor() { return platform().keyMonitor(); }
-    /// Shows the panel with the keyboard.
+    /// Shows the panel and gives it the keyboard focus.
     bool preparePanel();
-    /// Collects what the monitor takes; modifier keys by themselves do not count.
-    void collect();
+    /// Installs a handler that records keys in m_keys, except modifier keys pressed alone.
+    void recordKeys();
     QStringList characters() const;
 
     QList<KeyDown> m_keys;

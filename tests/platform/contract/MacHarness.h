@@ -6,27 +6,27 @@ namespace quellora {
 
 class OtherProgram;
 
-/// The desktop of the user who runs the test, on macOS: keys and clicks are real and go where they
-/// would go for the user, so hands off while it runs. Needs the permission to control the computer
-/// (Privacy & Security, Accessibility) for the program that starts the test, mostly the terminal.
+/// The macOS desktop of the user who runs the test. Posts real key and mouse events, so do not
+/// touch the keyboard and mouse while it runs. Requires the Accessibility permission (Privacy &
+/// Security) for the program that starts the test, usually the terminal.
 ///
-/// This has been compiled and linked, but nobody has run it yet.
+/// Compiled and linked, but not run so far.
 class MacHarness : public PlatformHarness
 {
 public:
-    /// What another program does for it: the second program starts with this.
+    /// The main function of the other program.
     /// @return the exit code
     static int runOtherProgram(int argc, char **argv);
 
     QString prepare() override;
-    QMap<Ability, QString> missing() const override;
+    QMap<Ability, QString> missingAbilities() const override;
     std::unique_ptr<Platform> makePlatform() override { return Platform::create(); }
 
     std::unique_ptr<OtherWindow> openOther() override;
     bool isAbove(QWindow &ours, const OtherWindow &other) override;
-    bool isProgramInFront() override;
+    bool isProgramActive() override;
     bool press(const QList<Combo> &combos) override;
-    bool click(const QPoint &place) override;
+    bool click(const QPoint &position) override;
     Qt::KeyboardModifiers editModifier() const override { return Qt::MetaModifier; }
 
     bool claimHotkey(const Combo &combo) override;
@@ -35,7 +35,7 @@ public:
     QString symbolName() const override { return QStringLiteral("gearshape"); }
 
 private:
-    // The latest one; owned by the test.
+    // The latest instance; owned by the test.
     OtherProgram *m_other = nullptr;
 };
 

@@ -17,14 +17,14 @@
 namespace quellora {
 namespace {
 
-// A user's hand rests between reaching a place and pressing there: what follows the pointer has
-// this long, as there is nothing to be seen from outside that could be awaited.
-constexpr int restMilliseconds = 100;
+// Pause between moving the pointer and clicking, for code that tracks the pointer: there is no
+// observable effect to wait for.
+constexpr int pointerPauseMilliseconds = 100;
 
-// The system's own name for it is a macro.
+// kCGNullWindowID is a macro.
 constexpr CGWindowID noWindow = 0;
 
-/// The system's number of a window; 0 while it has none.
+/// The window server's number of a window; 0 if it has no native window.
 quint64 windowNumber(const QWindow &window)
 {
     if (!window.handle())
@@ -33,8 +33,8 @@ quint64 windowNumber(const QWindow &window)
     return static_cast<quint64>(view.window.windowNumber);
 }
 
-/// Front to back, what is on the screen.
-QList<quint64> windowsInOrder()
+/// Numbers of the windows on the screen, front to back.
+QList<quint64> windowsFrontToBack()
 {
     QList<quint64> numbers;
     const CFArrayRef windows = CGWindowListCreate(kCGWindowListOptionOnScreenOnly, noWindow);
@@ -70,7 +70,7 @@ bool postKey(CGKeyCode keyCode, bool isDown)
     return post(CGEventCreateKeyboardEvent(nullptr, keyCode, isDown));
 }
 
-/// The modifier keys of a combination, as they lie on the keyboard.
+/// Key codes of the modifier keys (left side of the keyboard).
 QList<CGKeyCode> modifierKeys(Qt::KeyboardModifiers modifiers)
 {
     QList<CGKeyCode> keys;
@@ -85,13 +85,13 @@ QList<CGKeyCode> modifierKeys(Qt::KeyboardModifiers modifiers)
     return keys;
 }
 
-bool postMouse(CGEventType type, const QPoint &place)
+bool postMouse(CGEventType type, const QPoint &position)
 {
-    const CGPoint point = {double(place.x()), double(place.y())};
+    const CGPoint point = {double(position.x()), double(position.y())};
     return post(CGEventCreateMouseEvent(nullptr, type, point, kCGMouseButtonLeft));
 }
 
-/// In the other program: takes a hot key for itself alone, or gives it up.
+/// In the other program: registers a hot key exclusively or unregisters it.
 int claimExclusively(quint32 keyCode, quint32 modifiers, bool taken)
 {
     static QHash<quint64, EventHotKeyRef> claimed;
@@ -122,11 +122,11 @@ QString MacHarness::prepare()
     return {};
 }
 
-QMap<Ability, QString> MacHarness::missing() const
+QMap<Ability, QString> MacHarness::missingAbilities() const
 {
     return {
-        {Ability::ChangeMotion,
-         QStringLiteral("the change to less movement (no program can ask the system for it)")},
+        {Ability::ChangeReducedMotion,
+         QStringLiteral("changes of reduced motion (programs cannot change this setting)")},
         {Ability::ChangeCompositing,
          QStringLiteral("changes of compositing (this system always composites)")},
         {Ability::ChangeStatusArea,
@@ -134,9 +134,9 @@ QMap<Ability, QString> MacHarness::missing() const
         {Ability::ChangePermissions,
          QStringLiteral("changes of the permissions (only the user can change them)")},
         {Ability::FailOpening,
-         QStringLiteral("failures to open (nothing here can make the user's programs fail)")},
-        {Ability::SeeWhatIsOpened,
-         QStringLiteral("what the default programs are given (a stand-in would have to become the "
+         QStringLiteral("failures to open (the user's programs cannot be made to fail)")},
+        {Ability::ObserveOpened,
+         QStringLiteral("arguments of the default programs (a stand-in would have to become the "
                         "user's default program)")},
     };
 }
@@ -150,13 +150,13 @@ std::unique_ptr<OtherWindow> MacHarness::openOther()
 
 bool MacHarness::isAbove(QWindow &ours, const OtherWindow &other)
 {
-    const QList<quint64> order = windowsInOrder();
+    const QList<quint64> order = windowsFrontToBack();
     const auto upper = order.indexOf(windowNumber(ours));
     const auto lower = order.indexOf(static_cast<const OtherProgram &>(other).window());
     return ours.isVisible() && upper >= 0 && lower > upper;
 }
 
-bool MacHarness::isProgramInFront()
+bool MacHarness::isProgramActive()
 {
     return NSWorkspace.sharedWorkspace.frontmostApplication.processIdentifier == ::getpid();
 }
@@ -165,7 +165,7 @@ bool MacHarness::press(const QList<Combo> &combos)
 {
     bool posted = true;
     for (const Combo &combo : combos) {
-        // Every key goes down by itself, as on a keyboard, and comes up whatever happened.
+        // One event per key, as from a keyboard; keys are released even after an error.
         const QList<CGKeyCode> modifiers = modifierKeys(combo.modifiers);
         const CGKeyCode key = keyCodeOf(combo.key);
         for (const CGKeyCode modifier : modifiers)
@@ -178,13 +178,13 @@ bool MacHarness::press(const QList<Combo> &combos)
     return posted;
 }
 
-bool MacHarness::click(const QPoint &place)
+bool MacHarness::click(const QPoint &position)
 {
-    if (!postMouse(kCGEventMouseMoved, place) ||
-        !QTest::qWaitFor([&place] { return QCursor::pos() == place; }))
+    if (!postMouse(kCGEventMouseMoved, position) ||
+        !QTest::qWaitFor([&position] { return QCursor::pos() == position; }))
         return false;
-    QTest::qWait(restMilliseconds);
-    return postMouse(kCGEventLeftMouseDown, place) && postMouse(kCGEventLeftMouseUp, place);
+    QTest::qWait(pointerPauseMilliseconds);
+    return postMouse(kCGEventLeftMouseDown, position) && postMouse(kCGEventLeftMouseUp, position);
 }
 
 bool MacHarness::claimHotkey(const Combo &combo)
@@ -201,7 +201,7 @@ bool MacHarness::releaseHotkey(const Combo &combo)
 
 void MacHarness::setDark(bool on)
 {
-    // For this program alone: the user's setting stays as it is.
+    // Changes this program only, not the user's setting.
     NSApp.appearance =
         [NSAppearance appearanceNamed:on ? NSAppearanceNameDarkAqua : NSAppearanceNameAqua];
 }

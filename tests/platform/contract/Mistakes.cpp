@@ -11,7 +11,7 @@
 namespace quellora {
 namespace {
 
-/// The name of the planted mistake, asked for where it would be made.
+/// The injected mistake, queried by the code that implements it.
 class Mistake
 {
 public:
@@ -22,10 +22,10 @@ private:
     QString m_name;
 };
 
-class MistakenPanel : public PanelWindow
+class FaultyPanel : public PanelWindow
 {
 public:
-    MistakenPanel(PanelWindow &real, const Mistake &mistake) : m_real(real), m_mistake(mistake) {}
+    FaultyPanel(PanelWindow &real, const Mistake &mistake) : m_real(real), m_mistake(mistake) {}
 
     Capability applyPanelTraits(QWindow &window) override
     {
@@ -35,32 +35,32 @@ public:
     Capability excludeFromCapture(QWindow &window) override
     {
         m_real.excludeFromCapture(window);
-        if (m_mistake.is("exclusionIsSilent"))
+        if (m_mistake.is("exclusionHasNoReason"))
             return Capability::unsupported(QString());
-        if (m_mistake.is("exclusionIsHalf"))
+        if (m_mistake.is("exclusionIsBestEffort"))
             return Capability::bestEffort(QStringLiteral("Some captures show it"));
-        if (m_mistake.is("exclusionShowsTheWindow"))
+        if (m_mistake.is("exclusionShowsWindow"))
             window.show();
         return m_real.excludeFromCapture(window);
     }
     Capability setClickThrough(QWindow &window, const QRect &rect) override
     {
-        if (m_mistake.is("clickThroughIsARowTooLong") && !rect.isEmpty())
+        if (m_mistake.is("clickThroughIsOneRowTooTall") && !rect.isEmpty())
             return m_real.setClickThrough(window, rect.adjusted(0, 0, 0, 1));
-        if (m_mistake.is("clickThroughIsAColumnTooNarrow") && !rect.isEmpty())
+        if (m_mistake.is("clickThroughIsOneColumnTooNarrow") && !rect.isEmpty())
             return m_real.setClickThrough(window, rect.adjusted(1, 0, 0, 0));
         if (m_mistake.is("emptyRectangleIsIgnored") && rect.isEmpty())
             return Capability::applied();
-        if (m_mistake.is("clickThroughIsOnTheScreen") && !rect.isEmpty())
+        if (m_mistake.is("clickThroughUsesScreenCoordinates") && !rect.isEmpty())
             return m_real.setClickThrough(window, rect.translated(window.position()));
         return m_real.setClickThrough(window, rect);
     }
     Capability orderFront(QWindow &window) override
     {
-        if (m_mistake.is("showingDoesNothing"))
+        if (m_mistake.is("orderFrontDoesNothing"))
             return Capability::applied();
         const Capability result = m_real.orderFront(window);
-        if (m_mistake.is("showingTakesTheKeyboard"))
+        if (m_mistake.is("orderFrontTakesFocus"))
             m_real.makeKey(window);
         return result;
     }
@@ -68,8 +68,8 @@ public:
     {
         if (m_mistake.is("makeKeyDoesNothing"))
             return Capability::applied();
-        m_lastKey = &window;
-        if (m_mistake.is("makeKeyClaimsSuccess")) {
+        m_lastFocused = &window;
+        if (m_mistake.is("makeKeyAlwaysReportsApplied")) {
             m_real.makeKey(window);
             return Capability::applied();
         }
@@ -79,75 +79,74 @@ public:
     {
         if (m_mistake.is("resignKeyDoesNothing"))
             return;
-        if (m_mistake.is("resignKeyTakesItFromAnyPanel") && m_lastKey)
-            m_real.resignKey(*m_lastKey);
+        if (m_mistake.is("resignKeyAffectsAnyPanel") && m_lastFocused)
+            m_real.resignKey(*m_lastFocused);
         m_real.resignKey(window);
-        if (m_mistake.is("resignKeyHidesThePanel"))
+        if (m_mistake.is("resignKeyHidesPanel"))
             window.hide();
     }
     bool isCompositing() const override { return m_real.isCompositing(); }
     void onCompositingChanged(std::function<void()> handler) override
     {
-        if (m_mistake.is("compositingIsToldTwice"))
+        if (m_mistake.is("compositingIsReportedTwice"))
             m_real.onCompositingChanged([handler] {
                 handler();
                 handler();
             });
-        else if (!m_mistake.is("compositingIsNotTold"))
+        else if (!m_mistake.is("compositingIsNotReported"))
             m_real.onCompositingChanged(std::move(handler));
     }
 
 private:
     PanelWindow &m_real;
     const Mistake &m_mistake;
-    QPointer<QWindow> m_lastKey;
+    QPointer<QWindow> m_lastFocused;
 };
 
-class MistakenHotkeys : public GlobalHotkeys
+class FaultyHotkeys : public GlobalHotkeys
 {
 public:
-    MistakenHotkeys(GlobalHotkeys &real, const Mistake &mistake) : m_real(real), m_mistake(mistake)
-    {}
+    FaultyHotkeys(GlobalHotkeys &real, const Mistake &mistake) : m_real(real), m_mistake(mistake) {}
 
     void installHandler(std::function<void(Registration)> onPress) override
     {
-        if (m_mistake.is("pressesCountTwice"))
+        if (m_mistake.is("pressesAreReportedTwice"))
             m_real.installHandler([onPress](Registration id) {
                 onPress(id);
                 onPress(id);
             });
-        else if (m_mistake.is("idsAreShifted"))
+        else if (m_mistake.is("registrationsAreOffByOne"))
             m_real.installHandler([onPress](Registration id) { onPress(id + 1); });
-        else if (m_mistake.is("pressesComeOnAnotherThread"))
+        else if (m_mistake.is("pressesAreReportedOffMainThread"))
             m_real.installHandler([onPress](Registration id) { std::thread(onPress, id).join(); });
         else
             m_real.installHandler(std::move(onPress));
     }
     void removeHandler() override
     {
-        if (!m_mistake.is("removedHandlerStays"))
+        if (!m_mistake.is("removeHandlerDoesNothing"))
             m_real.removeHandler();
     }
     Result registerHotkey(QKeyCombination combo) override
     {
-        if (m_mistake.is("oneKeyIsMissing") && combo.key() == Qt::Key_QuoteLeft)
+        if (m_mistake.is("oneKeyIsUnsupported") && combo.key() == Qt::Key_QuoteLeft)
             return tl::unexpected(Failure{Failure::Kind::UnsupportedKey, 1});
-        if (m_mistake.is("unknownKeysRegister") && combo.key() == Qt::Key_F5)
+        if (m_mistake.is("unsupportedKeysAreAccepted") && combo.key() == Qt::Key_F5)
             return 5;
         if (m_mistake.is("shiftIsIgnored"))
             combo = (combo.keyboardModifiers() & ~Qt::ShiftModifier) | combo.key();
         const Result result = m_real.registerHotkey(combo);
-        if (m_mistake.is("refusalsAreHidden") && !result)
+        if (m_mistake.is("refusalsAreReportedAsSuccess") && !result)
             return 9;
-        if (m_mistake.is("refusalsHaveNoReason") && !result)
+        if (m_mistake.is("refusalsHaveWrongKind") && !result)
             return tl::unexpected(Failure{Failure::Kind::Unavailable, 0});
-        if (m_mistake.is("registrationsAreAllOne") && result)
+        if (m_mistake.is("registrationsAreNotUnique") && result)
             return 1;
         return result;
     }
     void unregisterHotkey(Registration registration) override
     {
-        if (!m_mistake.is("unregisteringDoesNothing"))
+        if (!m_mistake.is("unregisterDoesNothing"))
             m_real.unregisterHotkey(registration);
     }
 
@@ -156,29 +155,29 @@ private:
     const Mistake &m_mistake;
 };
 
-class MistakenMonitor : public KeyMonitor
+class FaultyMonitor : public KeyMonitor
 {
 public:
-    MistakenMonitor(KeyMonitor &real, const Mistake &mistake) : m_real(real), m_mistake(mistake) {}
+    FaultyMonitor(KeyMonitor &real, const Mistake &mistake) : m_real(real), m_mistake(mistake) {}
 
     void install(std::function<void(const KeyDown &)> onKeyDown) override
     {
-        if (m_mistake.is("monitorTakesNothing"))
+        if (m_mistake.is("monitorInterceptsNothing"))
             return;
         m_real.install([this, onKeyDown](const KeyDown &key) {
-            KeyDown told = key;
+            KeyDown reported = key;
             if (m_mistake.is("escapeIsNotFlagged"))
-                told.isEscape = false;
-            if (m_mistake.is("heldModifiersAreNotTold"))
-                told.modifiers = {};
-            if (m_mistake.is("shiftChangesTheCharacter") && told.modifiers & Qt::ShiftModifier)
-                told.character = told.character.toUpper();
-            onKeyDown(told);
+                reported.isEscape = false;
+            if (m_mistake.is("modifiersAreNotReported"))
+                reported.modifiers = {};
+            if (m_mistake.is("shiftChangesCharacter") && reported.modifiers & Qt::ShiftModifier)
+                reported.character = reported.character.toUpper();
+            onKeyDown(reported);
         });
     }
     void remove() override
     {
-        if (!m_mistake.is("monitorStays"))
+        if (!m_mistake.is("monitorRemoveDoesNothing"))
             m_real.remove();
     }
 
@@ -187,23 +186,22 @@ private:
     const Mistake &m_mistake;
 };
 
-class MistakenAppearance : public Appearance
+class FaultyAppearance : public Appearance
 {
 public:
-    MistakenAppearance(Appearance &real, const Mistake &mistake) : m_real(real), m_mistake(mistake)
-    {}
+    FaultyAppearance(Appearance &real, const Mistake &mistake) : m_real(real), m_mistake(mistake) {}
 
     bool isDark() const override { return m_real.isDark(); }
     void onChanged(std::function<void()> handler) override
     {
-        if (m_mistake.is("darknessIsToldOnMotion"))
+        if (m_mistake.is("darkModeHandlerRunsOnMotionChange"))
             m_real.onMotionChanged(std::move(handler));
         else
             m_real.onChanged(std::move(handler));
     }
     bool reducesMotion() const override
     {
-        return !m_mistake.is("motionIsNeverReduced") && m_real.reducesMotion();
+        return !m_mistake.is("reducedMotionIsNeverReported") && m_real.reducesMotion();
     }
     void onMotionChanged(std::function<void()> handler) override
     {
@@ -215,44 +213,44 @@ private:
     const Mistake &m_mistake;
 };
 
-class MistakenWorkspace : public Workspace
+class FaultyWorkspace : public Workspace
 {
 public:
-    MistakenWorkspace(Workspace &real, const Mistake &mistake) : m_real(real), m_mistake(mistake) {}
+    FaultyWorkspace(Workspace &real, const Mistake &mistake) : m_real(real), m_mistake(mistake) {}
 
     QFuture<OpenResult> openUrl(const QUrl &url) override
     {
         const auto opening = m_real.openUrl(
-            m_mistake.is("addressesLoseTheirQuery") ? url.adjusted(QUrl::RemoveQuery) : url);
-        return m_mistake.is("failuresAreNotTold") ? fine() : opening;
+            m_mistake.is("urlsLoseTheirQuery") ? url.adjusted(QUrl::RemoveQuery) : url);
+        return m_mistake.is("failuresAreNotReported") ? success() : opening;
     }
     QFuture<OpenResult> openFile(const QString &path) override
     {
         const auto opening = m_real.openFile(path);
-        return m_mistake.is("missingFilesAreFine") ? fine() : opening;
+        return m_mistake.is("missingFilesAreReportedAsOpened") ? success() : opening;
     }
 
 private:
-    static QFuture<OpenResult> fine() { return QtFuture::makeReadyFuture(OpenResult()); }
+    static QFuture<OpenResult> success() { return QtFuture::makeReadyFuture(OpenResult()); }
 
     Workspace &m_real;
     const Mistake &m_mistake;
 };
 
-class MistakenShell : public ApplicationShell
+class FaultyShell : public ApplicationShell
 {
 public:
-    MistakenShell(ApplicationShell &real, const Mistake &mistake) : m_real(real), m_mistake(mistake)
+    FaultyShell(ApplicationShell &real, const Mistake &mistake) : m_real(real), m_mistake(mistake)
     {}
 
     Capability becomeAccessory() override
     {
-        return m_mistake.is("accessoryHasNoReason") ? Capability::bestEffort(QString())
-                                                    : m_real.becomeAccessory();
+        return m_mistake.is("accessoryResultHasNoReason") ? Capability::bestEffort(QString())
+                                                          : m_real.becomeAccessory();
     }
     Capability makeOrdinary(QWindow &window) override
     {
-        if (m_mistake.is("ordinaryWindowsAreShown"))
+        if (m_mistake.is("makeOrdinaryShowsWindow"))
             window.show();
         return m_real.makeOrdinary(window);
     }
@@ -268,10 +266,10 @@ private:
     const Mistake &m_mistake;
 };
 
-class MistakenDevice : public DeviceInfo
+class FaultyDevice : public DeviceInfo
 {
 public:
-    MistakenDevice(DeviceInfo &real, const Mistake &mistake) : m_real(real), m_mistake(mistake) {}
+    FaultyDevice(DeviceInfo &real, const Mistake &mistake) : m_real(real), m_mistake(mistake) {}
 
     QString osVersion() const override
     {
@@ -280,7 +278,7 @@ public:
     }
     QString cpuArch() const override
     {
-        return m_mistake.is("cpuArchIsAnother") ? QStringLiteral("amd64") : m_real.cpuArch();
+        return m_mistake.is("cpuArchIsUnknown") ? QStringLiteral("amd64") : m_real.cpuArch();
     }
 
 private:
@@ -288,10 +286,10 @@ private:
     const Mistake &m_mistake;
 };
 
-class MistakenPlatform : public Platform
+class FaultyPlatform : public Platform
 {
 public:
-    MistakenPlatform(std::unique_ptr<Platform> real, const QString &name)
+    FaultyPlatform(std::unique_ptr<Platform> real, const QString &name)
         : m_real(std::move(real)), m_mistake(name)
     {}
 
@@ -308,7 +306,7 @@ public:
     CaptureTool captureTool() const override
     {
         CaptureTool tool = m_real->captureTool();
-        if (m_mistake.is("captureMakesASound"))
+        if (m_mistake.is("captureToolMakesSound"))
             tool.arguments.removeFirst();
         return tool;
     }
@@ -320,7 +318,7 @@ public:
     }
     std::unique_ptr<UserDefaults> makeUserDefaults() const override
     {
-        if (m_mistake.is("preferencesAreForgotten"))
+        if (m_mistake.is("preferencesAreNotPersisted"))
             return std::make_unique<JsonUserDefaults>();
         return m_real->makeUserDefaults();
     }
@@ -328,68 +326,67 @@ public:
 private:
     std::unique_ptr<Platform> m_real;
     Mistake m_mistake;
-    MistakenPanel m_panel{m_real->panelWindow(), m_mistake};
-    MistakenHotkeys m_hotkeys{m_real->globalHotkeys(), m_mistake};
-    MistakenMonitor m_monitor{m_real->keyMonitor(), m_mistake};
-    MistakenAppearance m_appearance{m_real->appearance(), m_mistake};
-    MistakenWorkspace m_workspace{m_real->workspace(), m_mistake};
-    MistakenShell m_shell{m_real->shell(), m_mistake};
-    MistakenDevice m_device{m_real->deviceInfo(), m_mistake};
+    FaultyPanel m_panel{m_real->panelWindow(), m_mistake};
+    FaultyHotkeys m_hotkeys{m_real->globalHotkeys(), m_mistake};
+    FaultyMonitor m_monitor{m_real->keyMonitor(), m_mistake};
+    FaultyAppearance m_appearance{m_real->appearance(), m_mistake};
+    FaultyWorkspace m_workspace{m_real->workspace(), m_mistake};
+    FaultyShell m_shell{m_real->shell(), m_mistake};
+    FaultyDevice m_device{m_real->deviceInfo(), m_mistake};
 };
 
 } // namespace
 
-QMap<QString, QString> plantedMistakes()
+QMap<QString, QString> injectableMistakes()
 {
     const QList<std::pair<const char *, const char *>> table{
-        {"traitsAreNotApplied", "PanelWindowContract::staysAboveAClickedWindow"},
-        {"exclusionIsSilent", "PanelWindowContract::exclusionIsHonest"},
-        {"exclusionIsHalf", "PanelWindowContract::exclusionIsHonest"},
-        {"exclusionShowsTheWindow", "PanelWindowContract::exclusionChangesNothingElse"},
-        {"showingDoesNothing", "PanelWindowContract::showingTakesNothing"},
-        {"showingTakesTheKeyboard", "PanelWindowContract::showingTakesNothing"},
-        {"compositingIsToldTwice", "PanelWindowContract::tellsWhenCompositingChanges"},
-        {"compositingIsNotTold", "PanelWindowContract::tellsWhenCompositingChanges"},
-        {"makeKeyDoesNothing", "PanelKeyboardContract::makeKeyGivesTheKeyboard"},
-        {"makeKeyClaimsSuccess", "PanelKeyboardContract::makeKeyOfAHiddenWindowIsNoSuccess"},
-        {"resignKeyDoesNothing", "PanelKeyboardContract::resignKeyGivesItBack"},
-        {"resignKeyTakesItFromAnyPanel",
-         "PanelKeyboardContract::resignKeyOfAnotherPanelChangesNothing"},
-        {"resignKeyHidesThePanel", "PanelKeyboardContract::resignKeyGivesItBack"},
-        {"clickThroughIsARowTooLong", "ClickThroughContract::theEdgesAreExact"},
-        {"clickThroughIsAColumnTooNarrow", "ClickThroughContract::theEdgesAreExact"},
-        {"clickThroughIsOnTheScreen", "ClickThroughContract::theEdgesAreExact"},
-        {"emptyRectangleIsIgnored", "ClickThroughContract::emptyRectangleTakesAllAgain"},
-        {"pressesCountTwice", "GlobalHotkeysContract::aPressIsDeliveredOnce"},
-        {"idsAreShifted", "GlobalHotkeysContract::aPressIsDeliveredOnce"},
-        {"pressesComeOnAnotherThread", "GlobalHotkeysContract::aPressIsDeliveredOnce"},
-        {"removedHandlerStays", "GlobalHotkeysContract::removedHandlerHearsNothing"},
-        {"oneKeyIsMissing", "GlobalHotkeysContract::everyBindableKeyWorks"},
-        {"shiftIsIgnored", "GlobalHotkeysContract::modifiersAreToldApart"},
-        {"unknownKeysRegister", "GlobalHotkeysContract::unsupportedKeyIsRefused"},
-        {"refusalsAreHidden", "GlobalHotkeysContract::anotherProgramsHotkeyIsRefused"},
-        {"refusalsHaveNoReason", "GlobalHotkeysContract::ourOwnDuplicateIsRefused"},
-        {"registrationsAreAllOne", "GlobalHotkeysContract::registrationsAreDistinct"},
-        {"unregisteringDoesNothing", "GlobalHotkeysContract::unregisteredKeyIsSilentAndFree"},
-        {"monitorTakesNothing", "KeyMonitorContract::takesPressesAheadOfTheField"},
-        {"monitorStays", "KeyMonitorContract::afterRemovalTheFieldHasThem"},
+        {"traitsAreNotApplied", "PanelWindowContract::staysAboveClickedWindow"},
+        {"exclusionHasNoReason", "PanelWindowContract::exclusionIsAppliedOrUnsupported"},
+        {"exclusionIsBestEffort", "PanelWindowContract::exclusionIsAppliedOrUnsupported"},
+        {"exclusionShowsWindow", "PanelWindowContract::exclusionHasNoSideEffects"},
+        {"orderFrontDoesNothing", "PanelWindowContract::showingDoesNotTakeFocus"},
+        {"orderFrontTakesFocus", "PanelWindowContract::showingDoesNotTakeFocus"},
+        {"compositingIsReportedTwice", "PanelWindowContract::notifiesOfCompositingChange"},
+        {"compositingIsNotReported", "PanelWindowContract::notifiesOfCompositingChange"},
+        {"makeKeyDoesNothing", "PanelKeyboardContract::makeKeyFocusesPanel"},
+        {"makeKeyAlwaysReportsApplied", "PanelKeyboardContract::makeKeyOfHiddenWindowIsNotApplied"},
+        {"resignKeyDoesNothing", "PanelKeyboardContract::resignKeyReturnsFocus"},
+        {"resignKeyAffectsAnyPanel", "PanelKeyboardContract::resignKeyOfOtherPanelDoesNothing"},
+        {"resignKeyHidesPanel", "PanelKeyboardContract::resignKeyReturnsFocus"},
+        {"clickThroughIsOneRowTooTall", "ClickThroughContract::theEdgesAreExact"},
+        {"clickThroughIsOneColumnTooNarrow", "ClickThroughContract::theEdgesAreExact"},
+        {"clickThroughUsesScreenCoordinates", "ClickThroughContract::theEdgesAreExact"},
+        {"emptyRectangleIsIgnored", "ClickThroughContract::emptyRectangleDisablesClickThrough"},
+        {"pressesAreReportedTwice", "GlobalHotkeysContract::pressIsDeliveredOnce"},
+        {"registrationsAreOffByOne", "GlobalHotkeysContract::pressIsDeliveredOnce"},
+        {"pressesAreReportedOffMainThread", "GlobalHotkeysContract::pressIsDeliveredOnce"},
+        {"removeHandlerDoesNothing", "GlobalHotkeysContract::removedHandlerIsNotCalled"},
+        {"oneKeyIsUnsupported", "GlobalHotkeysContract::everyBindableKeyWorks"},
+        {"shiftIsIgnored", "GlobalHotkeysContract::distinguishesModifiers"},
+        {"unsupportedKeysAreAccepted", "GlobalHotkeysContract::unsupportedKeyIsRefused"},
+        {"refusalsAreReportedAsSuccess", "GlobalHotkeysContract::otherProgramsHotkeyIsRefused"},
+        {"refusalsHaveWrongKind", "GlobalHotkeysContract::ownDuplicateIsRefused"},
+        {"registrationsAreNotUnique", "GlobalHotkeysContract::registrationsAreUnique"},
+        {"unregisterDoesNothing", "GlobalHotkeysContract::unregisterReleasesKey"},
+        {"monitorInterceptsNothing", "KeyMonitorContract::interceptsKeysBeforeTextField"},
+        {"monitorRemoveDoesNothing", "KeyMonitorContract::removeRestoresDelivery"},
         {"escapeIsNotFlagged", "KeyMonitorContract::escapeIsFlagged"},
-        {"heldModifiersAreNotTold", "KeyMonitorContract::modifiersAreReported"},
-        {"shiftChangesTheCharacter", "KeyMonitorContract::shiftDoesNotChangeTheCharacter"},
-        {"darknessIsToldOnMotion", "AppearanceContract::tellsWhenDarknessChanges"},
-        {"motionIsNeverReduced", "AppearanceContract::tellsWhenMotionChanges"},
-        {"addressesLoseTheirQuery", "WorkspaceContract::handsOverTheVeryAddress"},
-        {"missingFilesAreFine", "WorkspaceContract::refusesWhatIsNoFile"},
-        {"failuresAreNotTold", "WorkspaceContract::tellsOfAFailure"},
-        {"accessoryHasNoReason", "ShellContract::answersAreHonestAndRepeatable"},
-        {"activateDoesNothing", "ShellContract::activateBringsTheWindowToTheFront"},
-        {"ordinaryWindowsAreShown", "ShellContract::ordinaryWindowsStillActivate"},
+        {"modifiersAreNotReported", "KeyMonitorContract::modifiersAreReported"},
+        {"shiftChangesCharacter", "KeyMonitorContract::shiftDoesNotChangeCharacter"},
+        {"darkModeHandlerRunsOnMotionChange", "AppearanceContract::notifiesOfDarkModeChange"},
+        {"reducedMotionIsNeverReported", "AppearanceContract::notifiesOfReducedMotionChange"},
+        {"urlsLoseTheirQuery", "WorkspaceContract::passesUrlUnchanged"},
+        {"missingFilesAreReportedAsOpened", "WorkspaceContract::refusesMissingFile"},
+        {"failuresAreNotReported", "WorkspaceContract::reportsFailure"},
+        {"accessoryResultHasNoReason", "ShellContract::resultsAreRepeatable"},
+        {"activateDoesNothing", "ShellContract::activateBringsWindowToFront"},
+        {"makeOrdinaryShowsWindow", "ShellContract::ordinaryWindowCanBeActivated"},
         {"osVersionHasTwoLines", "SystemFactsContract::osVersionIsOneLine"},
-        {"cpuArchIsAnother", "SystemFactsContract::cpuArchIsOneOfTwo"},
-        {"captureMakesASound", "SystemFactsContract::captureToolHasItsArguments"},
+        {"cpuArchIsUnknown", "SystemFactsContract::cpuArchIsKnown"},
+        {"captureToolMakesSound", "SystemFactsContract::captureToolHasFixedArguments"},
         {"supportDirectoryIsRelative",
          "SystemFactsContract::supportDirectoryIsAbsoluteAndNotCreated"},
-        {"preferencesAreForgotten", "UserDefaultsContract::aSecondInstanceSeesWhatWasFlushed"},
+        {"preferencesAreNotPersisted", "UserDefaultsContract::secondInstanceReadsFlushedValues"},
     };
     QMap<QString, QString> mistakes;
     for (const auto &[name, test] : table)
@@ -399,9 +396,9 @@ QMap<QString, QString> plantedMistakes()
 
 std::unique_ptr<Platform> withMistake(std::unique_ptr<Platform> platform, const QString &name)
 {
-    if (!plantedMistakes().contains(name))
-        qFatal("There is no mistake called %s", qPrintable(name));
-    return std::make_unique<MistakenPlatform>(std::move(platform), name);
+    if (!injectableMistakes().contains(name))
+        qFatal("Unknown mistake: %s", qPrintable(name));
+    return std::make_unique<FaultyPlatform>(std::move(platform), name);
 }
 
 } // namespace quellora

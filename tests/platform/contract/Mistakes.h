@@ -9,12 +9,12 @@
 
 namespace quellora {
 
-/// Mistakes to be planted in any port, each with the test that is there to notice it, as
-/// "Suite::test". They show that the contract can fail.
-QMap<QString, QString> plantedMistakes();
+/// Mistakes that can be injected into any port, each with the test that must detect it, as
+/// "Suite::test". They verify that the contract can fail.
+QMap<QString, QString> injectableMistakes();
 
-/// The platform with one mistake in it.
-/// @param name a key of plantedMistakes()
+/// Wraps the platform in one that makes the given mistake.
+/// @param name a key of injectableMistakes()
 std::unique_ptr<Platform> withMistake(std::unique_ptr<Platform> platform, const QString &name);
 
 } // namespace quellora

@@ -14,37 +14,37 @@
 namespace quellora {
 namespace {
 
-void tell(const QString &line)
+void report(const QString &line)
 {
     std::fputs(qPrintable(line + u'\n'), stdout);
     std::fflush(stdout);
 }
 
-/// Tells what reaches it, and nothing else.
-class TellingWindow : public QRasterWindow
+/// Reports its input events on standard output.
+class ReportingWindow : public QRasterWindow
 {
 public:
-    explicit TellingWindow(const OtherProgram::System &system) : m_system(system) {}
+    explicit ReportingWindow(const OtherProgram::System &system) : m_system(system) {}
 
 protected:
     void exposeEvent(QExposeEvent *event) override
     {
         QRasterWindow::exposeEvent(event);
         if (isExposed())
-            tell(QStringLiteral("window %1")
-                     .arg(m_system.windowNumber ? m_system.windowNumber(*this) : winId()));
+            report(QStringLiteral("window %1")
+                       .arg(m_system.windowNumber ? m_system.windowNumber(*this) : winId()));
     }
-    void focusInEvent(QFocusEvent *) override { tell(QStringLiteral("active 1")); }
-    void focusOutEvent(QFocusEvent *) override { tell(QStringLiteral("active 0")); }
+    void focusInEvent(QFocusEvent *) override { report(QStringLiteral("active 1")); }
+    void focusOutEvent(QFocusEvent *) override { report(QStringLiteral("active 0")); }
     void keyPressEvent(QKeyEvent *event) override
     {
         if (const QString name = contractKeyName(*event); !name.isEmpty() && !event->isAutoRepeat())
-            tell(QStringLiteral("key ") + name);
+            report(QStringLiteral("key ") + name);
     }
     void mousePressEvent(QMouseEvent *event) override
     {
-        const QPoint place = event->globalPosition().toPoint();
-        tell(QStringLiteral("click %1 %2").arg(place.x()).arg(place.y()));
+        const QPoint position = event->globalPosition().toPoint();
+        report(QStringLiteral("click %1 %2").arg(position.x()).arg(position.y()));
     }
     void paintEvent(QPaintEvent *) override
     {
@@ -60,22 +60,22 @@ private:
 int OtherProgram::run(int argc, char **argv, const System &system)
 {
     QGuiApplication application(argc, argv);
-    TellingWindow window(system);
+    ReportingWindow window(system);
     window.setFlags(Qt::FramelessWindowHint);
     window.setGeometry(QGuiApplication::primaryScreen()->availableGeometry());
     window.show();
     window.raise();
-    if (system.asksForKeyboard)
+    if (system.requestsActivation)
         window.requestActivate();
-    // Commands come one at a time; the end of the test is the end of its output.
+    // One command at a time. End of file means that the test has finished.
     QSocketNotifier commands(fileno(stdin), QSocketNotifier::Read);
     QObject::connect(&commands, &QSocketNotifier::activated, &application, [&system] {
         quint32 keyCode = 0;
         quint32 modifiers = 0;
         bool taken = false;
         if (std::cin >> keyCode >> modifiers >> taken)
-            tell(QStringLiteral("claim %1")
-                     .arg(system.claim ? system.claim(keyCode, modifiers, taken) : -1));
+            report(QStringLiteral("claim %1")
+                       .arg(system.claim ? system.claim(keyCode, modifiers, taken) : -1));
         else
             QCoreApplication::quit();
     });
@@ -85,7 +85,7 @@ int OtherProgram::run(int argc, char **argv, const System &system)
 std::unique_ptr<OtherProgram> OtherProgram::start()
 {
     std::unique_ptr<OtherProgram> other(new OtherProgram);
-    // What this program asked of the toolkit for itself is not for another one.
+    // Set by this process for itself; the other program must not inherit it.
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.remove(QStringLiteral("QT_MAC_DISABLE_FOREGROUND_APPLICATION_TRANSFORM"));
     other->m_process.setProcessEnvironment(environment);
@@ -131,7 +131,7 @@ void OtherProgram::read()
         else if (what == QStringLiteral("claim"))
             m_claims << value.toInt();
         else if (what == QStringLiteral("active")) {
-            m_losses += m_active && value == QStringLiteral("0");
+            m_focusLosses += m_active && value == QStringLiteral("0");
             m_active = value == QStringLiteral("1");
         }
     }

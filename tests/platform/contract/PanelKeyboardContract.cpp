@@ -2,175 +2,175 @@
 
 namespace quellora {
 
-void PanelKeyboardContract::makeKeyGivesTheKeyboard()
+void PanelKeyboardContract::makeKeyFocusesPanel()
 {
     QVERIFY(prepareScene());
     QVERIFY(showPanel());
-    QCOMPARE(whoHasTheKeyboard(), Receiver::Other);
+    QCOMPARE(keyboardReceiver(), Receiver::Other);
     const Capability result = role().makeKey(panel());
-    QVERIFY2(hasHappened(result), qPrintable(result.reason()));
-    QCOMPARE(whoHasTheKeyboard(), Receiver::Panel);
+    QVERIFY2(succeeded(result), qPrintable(result.reason()));
+    QCOMPARE(keyboardReceiver(), Receiver::Panel);
     QCOMPARE(panel().keys, QStringList{QStringLiteral("k")});
 }
 
-void PanelKeyboardContract::makeKeyAgainChangesNothing()
+void PanelKeyboardContract::makeKeyIsIdempotent()
 {
     QVERIFY(prepareScene());
     QVERIFY(showPanel());
-    QVERIFY(hasHappened(role().makeKey(panel())));
-    QCOMPARE(whoHasTheKeyboard(), Receiver::Panel);
-    QVERIFY(hasHappened(role().makeKey(panel())));
-    QCOMPARE(whoHasTheKeyboard(), Receiver::Panel);
+    QVERIFY(succeeded(role().makeKey(panel())));
+    QCOMPARE(keyboardReceiver(), Receiver::Panel);
+    QVERIFY(succeeded(role().makeKey(panel())));
+    QCOMPARE(keyboardReceiver(), Receiver::Panel);
 }
 
-void PanelKeyboardContract::makeKeyHidesAndRaisesNothing()
+void PanelKeyboardContract::makeKeyKeepsStackingOrder()
 {
     QVERIFY(prepareScene());
-    // A window of ours that the other program covers must stay beneath it.
+    // Our window covered by the other program's must stay covered.
     ProbeWindow covered;
     covered.setGeometry(panel().geometry().translated(400, 300));
-    QVERIFY(hasHappened(platform().shell().activate(covered)));
+    QVERIFY(succeeded(platform().shell().activate(covered)));
     QVERIFY(QTest::qWaitForWindowExposed(&covered));
-    CONTRACT_TRY_VERIFY(harness().isProgramInFront());
-    QVERIFY(openAnother());
+    CONTRACT_TRY_VERIFY(harness().isProgramActive());
+    QVERIFY(openAnotherWindow());
     QVERIFY(!harness().isAbove(covered, other()));
     QVERIFY(showPanel());
-    QVERIFY(hasHappened(role().makeKey(panel())));
-    QCOMPARE(whoHasTheKeyboard(), Receiver::Panel);
-    QVERIFY(!harness().isProgramInFront());
+    QVERIFY(succeeded(role().makeKey(panel())));
+    QCOMPARE(keyboardReceiver(), Receiver::Panel);
+    QVERIFY(!harness().isProgramActive());
     QVERIFY(!harness().isAbove(covered, other()));
     QVERIFY(harness().isAbove(panel(), other()));
-    // The other program is still to be seen and clicked.
-    QCOMPARE(clickBeside(), Receiver::Other);
+    // The other program's window is still visible and receives clicks.
+    QCOMPARE(clickOutsidePanel(), Receiver::Other);
 }
 
-void PanelKeyboardContract::makeKeyOfAHiddenWindowIsNoSuccess()
+void PanelKeyboardContract::makeKeyOfHiddenWindowIsNotApplied()
 {
     QVERIFY(prepareScene());
     const Capability result = role().makeKey(panel());
     QVERIFY(!result.isApplied());
-    QVERIFY2(isHonest(result), qPrintable(result.reason()));
+    QVERIFY2(isConsistent(result), qPrintable(result.reason()));
     QVERIFY(!panel().isVisible());
-    QCOMPARE(whoHasTheKeyboard(), Receiver::Other);
+    QCOMPARE(keyboardReceiver(), Receiver::Other);
 }
 
-void PanelKeyboardContract::resignKeyGivesItBack()
+void PanelKeyboardContract::resignKeyReturnsFocus()
 {
     QVERIFY(prepareScene());
     QVERIFY(showPanel());
     for (int round = 0; round < 2; ++round) {
-        QVERIFY(hasHappened(role().makeKey(panel())));
-        QCOMPARE(whoHasTheKeyboard(), Receiver::Panel);
+        QVERIFY(succeeded(role().makeKey(panel())));
+        QCOMPARE(keyboardReceiver(), Receiver::Panel);
         role().resignKey(panel());
-        QCOMPARE(whoHasTheKeyboard(), Receiver::Other);
-        QVERIFY2(panel().isVisible(), "giving the keyboard back hides nothing");
+        QCOMPARE(keyboardReceiver(), Receiver::Other);
+        QVERIFY2(panel().isVisible(), "returning the focus must not hide the panel");
         QVERIFY(harness().isAbove(panel(), other()));
     }
 }
 
-void PanelKeyboardContract::resignKeyAfterMakingKeyTwiceGivesItBack()
+void PanelKeyboardContract::resignKeyAfterRepeatedMakeKeyReturnsFocus()
 {
     QVERIFY(prepareScene());
     QVERIFY(showPanel());
-    QVERIFY(hasHappened(role().makeKey(panel())));
-    QCOMPARE(whoHasTheKeyboard(), Receiver::Panel);
-    QVERIFY(hasHappened(role().makeKey(panel())));
+    QVERIFY(succeeded(role().makeKey(panel())));
+    QCOMPARE(keyboardReceiver(), Receiver::Panel);
+    QVERIFY(succeeded(role().makeKey(panel())));
     role().resignKey(panel());
-    QCOMPARE(whoHasTheKeyboard(), Receiver::Other);
+    QCOMPARE(keyboardReceiver(), Receiver::Other);
 }
 
-void PanelKeyboardContract::resignKeyGivesItBackToTheLatestWindow()
+void PanelKeyboardContract::resignKeyReturnsFocusToLatestWindow()
 {
     QVERIFY(prepareScene());
     QVERIFY(showPanel());
-    QVERIFY(hasHappened(role().makeKey(panel())));
-    QCOMPARE(whoHasTheKeyboard(), Receiver::Panel);
+    QVERIFY(succeeded(role().makeKey(panel())));
+    QCOMPARE(keyboardReceiver(), Receiver::Panel);
     role().resignKey(panel());
-    QCOMPARE(whoHasTheKeyboard(), Receiver::Other);
-    // From now on another program has it, and gets it back.
-    QVERIFY(openAnother());
-    QVERIFY(comesToTheFront());
-    QVERIFY(hasHappened(role().makeKey(panel())));
-    QCOMPARE(whoHasTheKeyboard(), Receiver::Panel);
+    QCOMPARE(keyboardReceiver(), Receiver::Other);
+    // The focus returns to the window that had it last, not to the first one.
+    QVERIFY(openAnotherWindow());
+    QVERIFY(waitUntilInFront());
+    QVERIFY(succeeded(role().makeKey(panel())));
+    QCOMPARE(keyboardReceiver(), Receiver::Panel);
     role().resignKey(panel());
-    QCOMPARE(whoHasTheKeyboard(), Receiver::Other);
+    QCOMPARE(keyboardReceiver(), Receiver::Other);
 }
 
-void PanelKeyboardContract::resignKeyGivesItBackToOurOwnWindow()
+void PanelKeyboardContract::resignKeyReturnsFocusToOwnWindow()
 {
     QVERIFY(prepareScene());
-    ProbeWindow own;
-    own.setGeometry(panel().geometry().translated(400, 300));
-    QVERIFY(hasHappened(platform().shell().activate(own)));
-    QVERIFY(QTest::qWaitForWindowExposed(&own));
-    CONTRACT_TRY_VERIFY(harness().isProgramInFront());
+    ProbeWindow ownWindow;
+    ownWindow.setGeometry(panel().geometry().translated(400, 300));
+    QVERIFY(succeeded(platform().shell().activate(ownWindow)));
+    QVERIFY(QTest::qWaitForWindowExposed(&ownWindow));
+    CONTRACT_TRY_VERIFY(harness().isProgramActive());
     QVERIFY(showPanel());
-    // A window manager may still be giving our window the keyboard: ask again then.
-    CONTRACT_TRY_VERIFY(hasHappened(role().makeKey(panel())) &&
-                        whoHasTheKeyboard() == Receiver::Panel);
-    own.keys.clear();
+    // The window manager may still be focusing our window, so retry.
+    CONTRACT_TRY_VERIFY(succeeded(role().makeKey(panel())) &&
+                        keyboardReceiver() == Receiver::Panel);
+    ownWindow.keys.clear();
     role().resignKey(panel());
     QVERIFY(harness().press({{QStringLiteral("j"), {}}}));
-    CONTRACT_TRY_COMPARE(own.keys, QStringList{QStringLiteral("j")});
+    CONTRACT_TRY_COMPARE(ownWindow.keys, QStringList{QStringLiteral("j")});
     QVERIFY(!other().keys().contains(QStringLiteral("j")));
 }
 
-void PanelKeyboardContract::resignKeyWithoutItChangesNothing()
+void PanelKeyboardContract::resignKeyWithoutFocusDoesNothing()
 {
     QVERIFY(prepareScene());
     role().resignKey(panel());
     QVERIFY(showPanel());
-    const int losses = other().keyboardLosses();
+    const int losses = other().focusLosses();
     role().resignKey(panel());
-    QCOMPARE(whoHasTheKeyboard(), Receiver::Other);
-    QCOMPARE(other().keyboardLosses(), losses);
-    // Not even when it had it before.
-    QVERIFY(hasHappened(role().makeKey(panel())));
-    QCOMPARE(whoHasTheKeyboard(), Receiver::Panel);
-    QVERIFY(openAnother());
-    const int laterLosses = other().keyboardLosses();
+    QCOMPARE(keyboardReceiver(), Receiver::Other);
+    QCOMPARE(other().focusLosses(), losses);
+    // Also if the panel had the focus earlier.
+    QVERIFY(succeeded(role().makeKey(panel())));
+    QCOMPARE(keyboardReceiver(), Receiver::Panel);
+    QVERIFY(openAnotherWindow());
+    const int laterLosses = other().focusLosses();
     role().resignKey(panel());
-    QCOMPARE(whoHasTheKeyboard(), Receiver::Other);
-    QCOMPARE(other().keyboardLosses(), laterLosses);
+    QCOMPARE(keyboardReceiver(), Receiver::Other);
+    QCOMPARE(other().focusLosses(), laterLosses);
 }
 
-void PanelKeyboardContract::resignKeyOfAnotherPanelChangesNothing()
+void PanelKeyboardContract::resignKeyOfOtherPanelDoesNothing()
 {
     QVERIFY(prepareScene());
     ProbeWindow second;
     second.setGeometry(panel().geometry().translated(400, 300));
-    QVERIFY(hasHappened(role().applyPanelTraits(second)));
-    QVERIFY(hasHappened(role().orderFront(second)));
+    QVERIFY(succeeded(role().applyPanelTraits(second)));
+    QVERIFY(succeeded(role().orderFront(second)));
     QVERIFY(showPanel());
-    QVERIFY(hasHappened(role().makeKey(panel())));
-    QCOMPARE(whoHasTheKeyboard(), Receiver::Panel);
+    QVERIFY(succeeded(role().makeKey(panel())));
+    QCOMPARE(keyboardReceiver(), Receiver::Panel);
     role().resignKey(second);
-    QCOMPARE(whoHasTheKeyboard(), Receiver::Panel);
+    QCOMPARE(keyboardReceiver(), Receiver::Panel);
 }
 
-void PanelKeyboardContract::clickingElsewhereTakesItBack()
+void PanelKeyboardContract::clickOutsideReturnsFocus()
 {
     QVERIFY(prepareScene());
     QVERIFY(showPanel());
-    QVERIFY(hasHappened(role().makeKey(panel())));
-    QCOMPARE(whoHasTheKeyboard(), Receiver::Panel);
-    QCOMPARE(clickBeside(), Receiver::Other);
-    QCOMPARE(whoHasTheKeyboard(), Receiver::Other);
+    QVERIFY(succeeded(role().makeKey(panel())));
+    QCOMPARE(keyboardReceiver(), Receiver::Panel);
+    QCOMPARE(clickOutsidePanel(), Receiver::Other);
+    QCOMPARE(keyboardReceiver(), Receiver::Other);
 }
 
-void PanelKeyboardContract::hidingGivesItBack()
+void PanelKeyboardContract::hidingReturnsFocus()
 {
     QVERIFY(prepareScene());
     QVERIFY(showPanel());
-    QVERIFY(hasHappened(role().makeKey(panel())));
-    QCOMPARE(whoHasTheKeyboard(), Receiver::Panel);
+    QVERIFY(succeeded(role().makeKey(panel())));
+    QCOMPARE(keyboardReceiver(), Receiver::Panel);
     panel().hide();
     CONTRACT_TRY_VERIFY(!harness().isAbove(panel(), other()));
-    // A key may get lost while a window manager, too, looks for who is next.
-    CONTRACT_TRY_COMPARE(whoHasTheKeyboard(), Receiver::Other);
-    // Shown again it does not bring the keyboard along.
+    // Keys may get lost while the window manager selects the next window.
+    CONTRACT_TRY_COMPARE(keyboardReceiver(), Receiver::Other);
+    // Showing it again does not take the focus.
     QVERIFY(showPanel());
-    QCOMPARE(whoHasTheKeyboard(), Receiver::Other);
+    QCOMPARE(keyboardReceiver(), Receiver::Other);
 }
 
 } // namespace quellora

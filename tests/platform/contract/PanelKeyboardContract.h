@@ -4,7 +4,7 @@
 
 namespace quellora {
 
-/// PanelWindow: who has the keyboard.
+/// PanelWindow: keyboard focus.
 class PanelKeyboardContract : public SceneSuite
 {
     Q_OBJECT
@@ -12,18 +12,18 @@ public:
     using SceneSuite::SceneSuite;
 
 private Q_SLOTS:
-    void makeKeyGivesTheKeyboard();
-    void makeKeyAgainChangesNothing();
-    void makeKeyHidesAndRaisesNothing();
-    void makeKeyOfAHiddenWindowIsNoSuccess();
-    void resignKeyGivesItBack();
-    void resignKeyAfterMakingKeyTwiceGivesItBack();
-    void resignKeyGivesItBackToTheLatestWindow();
-    void resignKeyGivesItBackToOurOwnWindow();
-    void resignKeyWithoutItChangesNothing();
-    void resignKeyOfAnotherPanelChangesNothing();
-    void clickingElsewhereTakesItBack();
-    void hidingGivesItBack();
+    void makeKeyFocusesPanel();
+    void makeKeyIsIdempotent();
+    void makeKeyKeepsStackingOrder();
+    void makeKeyOfHiddenWindowIsNotApplied();
+    void resignKeyReturnsFocus();
+    void resignKeyAfterRepeatedMakeKeyReturnsFocus();
+    void resignKeyReturnsFocusToLatestWindow();
+    void resignKeyReturnsFocusToOwnWindow();
+    void resignKeyWithoutFocusDoesNothing();
+    void resignKeyOfOtherPanelDoesNothing();
+    void clickOutsideReturnsFocus();
+    void hidingReturnsFocus();
 };
 
 } // namespace quellora

@@ -2,63 +2,63 @@
 
 namespace quellora {
 
-void PanelWindowContract::traitsMayBeAppliedAgain()
+void PanelWindowContract::traitsCanBeReapplied()
 {
     QVERIFY(prepareScene());
     const Capability first = role().applyPanelTraits(panel());
     const Capability second = role().applyPanelTraits(panel());
     QCOMPARE(second.state(), first.state());
     QCOMPARE(second.reason(), first.reason());
-    QVERIFY2(!panel().isVisible(), "traits alone show nothing");
+    QVERIFY2(!panel().isVisible(), "applying traits must not show the window");
     QVERIFY(showPanel());
-    // As when the native window was made anew.
-    QVERIFY(hasHappened(role().applyPanelTraits(panel())));
+    // As after the native window was recreated.
+    QVERIFY(succeeded(role().applyPanelTraits(panel())));
     QVERIFY(panel().isVisible());
-    QVERIFY(comesToTheFront());
-    QCOMPARE(whoHasTheKeyboard(), Receiver::Other);
+    QVERIFY(waitUntilInFront());
+    QCOMPARE(keyboardReceiver(), Receiver::Other);
 }
 
-void PanelWindowContract::showingTakesNothing()
+void PanelWindowContract::showingDoesNotTakeFocus()
 {
     QVERIFY(prepareScene());
-    const int losses = other().keyboardLosses();
+    const int losses = other().focusLosses();
     QVERIFY(showPanel());
     QVERIFY(panel().isVisible());
-    QCOMPARE(whoHasTheKeyboard(), Receiver::Other);
-    QCOMPARE(other().keyboardLosses(), losses);
-    QVERIFY(!harness().isProgramInFront());
+    QCOMPARE(keyboardReceiver(), Receiver::Other);
+    QCOMPARE(other().focusLosses(), losses);
+    QVERIFY(!harness().isProgramActive());
     QCOMPARE(panel().keys, QStringList());
 }
 
-void PanelWindowContract::showingAgainTakesNothing()
+void PanelWindowContract::showingAgainDoesNotTakeFocus()
 {
     QVERIFY(prepareScene());
     QVERIFY(showPanel());
-    const int losses = other().keyboardLosses();
+    const int losses = other().focusLosses();
     for (int i = 0; i < 3; ++i) {
         panel().hide();
         CONTRACT_TRY_VERIFY(!harness().isAbove(panel(), other()));
         QVERIFY(showPanel());
     }
-    QCOMPARE(whoHasTheKeyboard(), Receiver::Other);
-    QCOMPARE(other().keyboardLosses(), losses);
-    QVERIFY(!harness().isProgramInFront());
+    QCOMPARE(keyboardReceiver(), Receiver::Other);
+    QCOMPARE(other().focusLosses(), losses);
+    QVERIFY(!harness().isProgramActive());
 }
 
-void PanelWindowContract::staysAboveAClickedWindow()
+void PanelWindowContract::staysAboveClickedWindow()
 {
     QVERIFY(prepareScene());
     QVERIFY(showPanel());
-    QCOMPARE(clickBeside(), Receiver::Other);
+    QCOMPARE(clickOutsidePanel(), Receiver::Other);
     QVERIFY(harness().isAbove(panel(), other()));
     QCOMPARE(clickAt({50, 60}), Receiver::Panel);
 }
 
-void PanelWindowContract::staysAboveALaterWindow()
+void PanelWindowContract::staysAboveNewWindow()
 {
     QVERIFY(prepareScene());
     QVERIFY(showPanel());
-    QVERIFY(openAnother());
+    QVERIFY(openAnotherWindow());
     QVERIFY(harness().isAbove(panel(), other()));
     QCOMPARE(clickAt({50, 60}), Receiver::Panel);
 }
@@ -70,38 +70,38 @@ void PanelWindowContract::traitsSurviveHiding()
     panel().hide();
     CONTRACT_TRY_VERIFY(!harness().isAbove(panel(), other()));
     QVERIFY(showPanel());
-    QCOMPARE(clickBeside(), Receiver::Other);
+    QCOMPARE(clickOutsidePanel(), Receiver::Other);
     QVERIFY(harness().isAbove(panel(), other()));
-    QCOMPARE(whoHasTheKeyboard(), Receiver::Other);
+    QCOMPARE(keyboardReceiver(), Receiver::Other);
 }
 
-void PanelWindowContract::traitsSurviveANewNativeWindow()
+void PanelWindowContract::traitsSurviveNativeWindowRecreation()
 {
     QVERIFY(prepareScene());
     QVERIFY(showPanel());
-    const int losses = other().keyboardLosses();
+    const int losses = other().focusLosses();
     panel().destroy();
     QVERIFY(showPanel());
-    QCOMPARE(clickBeside(), Receiver::Other);
+    QCOMPARE(clickOutsidePanel(), Receiver::Other);
     QVERIFY(harness().isAbove(panel(), other()));
     QCOMPARE(clickAt({50, 60}), Receiver::Panel);
-    QCOMPARE(whoHasTheKeyboard(), Receiver::Other);
-    QCOMPARE(other().keyboardLosses(), losses);
+    QCOMPARE(keyboardReceiver(), Receiver::Other);
+    QCOMPARE(other().focusLosses(), losses);
 }
 
-void PanelWindowContract::clicksTakeNoKeyboard()
+void PanelWindowContract::clickDoesNotTakeFocus()
 {
     QVERIFY(prepareScene());
     QVERIFY(showPanel());
-    const int losses = other().keyboardLosses();
+    const int losses = other().focusLosses();
     QCOMPARE(clickAt({50, 60}), Receiver::Panel);
     QCOMPARE(panel().clicks, (QList<QPoint>{{50, 60}}));
-    QCOMPARE(whoHasTheKeyboard(), Receiver::Other);
-    QCOMPARE(other().keyboardLosses(), losses);
-    QVERIFY(!harness().isProgramInFront());
+    QCOMPARE(keyboardReceiver(), Receiver::Other);
+    QCOMPARE(other().focusLosses(), losses);
+    QVERIFY(!harness().isProgramActive());
 }
 
-void PanelWindowContract::hiddenItIsGone()
+void PanelWindowContract::hiddenPanelReceivesNoClicks()
 {
     QVERIFY(prepareScene());
     QVERIFY(showPanel());
@@ -111,40 +111,40 @@ void PanelWindowContract::hiddenItIsGone()
     QCOMPARE(panel().clicks.size(), 0);
 }
 
-void PanelWindowContract::exclusionIsHonest()
+void PanelWindowContract::exclusionIsAppliedOrUnsupported()
 {
     QVERIFY(prepareScene());
     const Capability first = role().excludeFromCapture(panel());
-    QVERIFY2(isHonest(first), qPrintable(first.reason()));
+    QVERIFY2(isConsistent(first), qPrintable(first.reason()));
     QVERIFY2(first.state() != Capability::State::BestEffort,
-             "a window that some captures show is not kept out of them");
+             "exclusion from some captures only does not count as exclusion");
     const Capability second = role().excludeFromCapture(panel());
     QCOMPARE(second.state(), first.state());
     QCOMPARE(second.reason(), first.reason());
 }
 
-void PanelWindowContract::exclusionChangesNothingElse()
+void PanelWindowContract::exclusionHasNoSideEffects()
 {
     QVERIFY(prepareScene());
     role().excludeFromCapture(panel());
-    QVERIFY2(!panel().isVisible(), "the exclusion alone shows nothing");
+    QVERIFY2(!panel().isVisible(), "excluding must not show the window");
     QVERIFY(showPanel());
     QCOMPARE(clickAt({50, 60}), Receiver::Panel);
-    QCOMPARE(whoHasTheKeyboard(), Receiver::Other);
+    QCOMPARE(keyboardReceiver(), Receiver::Other);
 }
 
-void PanelWindowContract::tellsWhenCompositingChanges()
+void PanelWindowContract::notifiesOfCompositingChange()
 {
     const bool before = role().isCompositing();
     QCOMPARE(role().isCompositing(), before);
-    CONTRACT_NEEDS(Ability::ChangeCompositing);
+    CONTRACT_REQUIRES(Ability::ChangeCompositing);
     harness().setCompositing(true);
     CONTRACT_TRY_VERIFY(role().isCompositing());
     QList<bool> seen;
-    int elsewhere = 0;
+    int offMainThread = 0;
     role().onCompositingChanged([&] {
         seen << role().isCompositing();
-        elsewhere += QThread::currentThread() != thread();
+        offMainThread += QThread::currentThread() != thread();
     });
     harness().setCompositing(true);
     harness().setCompositing(false);
@@ -152,7 +152,7 @@ void PanelWindowContract::tellsWhenCompositingChanges()
     harness().setCompositing(false);
     harness().setCompositing(true);
     CONTRACT_TRY_COMPARE(seen, (QList<bool>{false, true}));
-    QCOMPARE(elsewhere, 0);
+    QCOMPARE(offMainThread, 0);
 }
 
 } // namespace quellora

@@ -4,7 +4,7 @@
 
 namespace quellora {
 
-/// PanelWindow: traits, order, exclusion from captures, compositing.
+/// PanelWindow: traits, stacking order, exclusion from captures, compositing.
 class PanelWindowContract : public SceneSuite
 {
     Q_OBJECT
@@ -12,18 +12,18 @@ public:
     using SceneSuite::SceneSuite;
 
 private Q_SLOTS:
-    void traitsMayBeAppliedAgain();
-    void showingTakesNothing();
-    void showingAgainTakesNothing();
-    void staysAboveAClickedWindow();
-    void staysAboveALaterWindow();
+    void traitsCanBeReapplied();
+    void showingDoesNotTakeFocus();
+    void showingAgainDoesNotTakeFocus();
+    void staysAboveClickedWindow();
+    void staysAboveNewWindow();
     void traitsSurviveHiding();
-    void traitsSurviveANewNativeWindow();
-    void clicksTakeNoKeyboard();
-    void hiddenItIsGone();
-    void exclusionIsHonest();
-    void exclusionChangesNothingElse();
-    void tellsWhenCompositingChanges();
+    void traitsSurviveNativeWindowRecreation();
+    void clickDoesNotTakeFocus();
+    void hiddenPanelReceivesNoClicks();
+    void exclusionIsAppliedOrUnsupported();
+    void exclusionHasNoSideEffects();
+    void notifiesOfCompositingChange();
 };
 
 } // namespace quellora

@@ -2,7 +2,7 @@
 
 namespace quellora {
 
-void PermissionsContract::askingChangesNothing()
+void PermissionsContract::queriesHaveNoSideEffects()
 {
     const Permissions &role = platform().permissions();
     int changes = 0;
@@ -15,17 +15,17 @@ void PermissionsContract::askingChangesNothing()
         QCoreApplication::processEvents();
     }
     QCOMPARE(changes, 0);
-    QVERIFY2(!QGuiApplication::focusWindow(), "asking opens no window");
+    QVERIFY2(!QGuiApplication::focusWindow(), "queries must not open a window");
 }
 
-void PermissionsContract::tellsWhenAnAnswerChanges()
+void PermissionsContract::notifiesOfChange()
 {
-    CONTRACT_NEEDS(Ability::ChangePermissions);
+    CONTRACT_REQUIRES(Ability::ChangePermissions);
     Permissions &role = platform().permissions();
     harness().setPermitted(true);
     CONTRACT_TRY_VERIFY(role.isAccessibilityTrusted() && role.isScreenRecordingGranted());
-    int early = 0;
-    role.onChanged([&early] { ++early; });
+    int replacedCalls = 0;
+    role.onChanged([&replacedCalls] { ++replacedCalls; });
     QList<bool> seen;
     role.onChanged(
         [&] { seen << (role.isAccessibilityTrusted() || role.isScreenRecordingGranted()); });
@@ -34,11 +34,11 @@ void PermissionsContract::tellsWhenAnAnswerChanges()
     CONTRACT_TRY_VERIFY(!role.isAccessibilityTrusted() && !role.isScreenRecordingGranted());
     CONTRACT_TRY_VERIFY(!seen.isEmpty() && !seen.last());
     const auto calls = seen.size();
-    QVERIFY2(calls <= 2, "one call for each answer at most");
+    QVERIFY2(calls <= 2, "at most one call per permission");
     harness().setPermitted(false);
     QCoreApplication::processEvents();
     QCOMPARE(seen.size(), calls);
-    QVERIFY2(early == 0, "the later handler replaces the earlier one");
+    QVERIFY2(replacedCalls == 0, "a new handler must replace the previous one");
 }
 
 } // namespace quellora

@@ -11,8 +11,8 @@ public:
     using ContractSuite::ContractSuite;
 
 private Q_SLOTS:
-    void askingChangesNothing();
-    void tellsWhenAnAnswerChanges();
+    void queriesHaveNoSideEffects();
+    void notifiesOfChange();
 };
 
 } // namespace quellora

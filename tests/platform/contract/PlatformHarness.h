@@ -13,7 +13,7 @@
 
 namespace quellora {
 
-/// A key with modifiers held, as a user presses it.
+/// A key combination as pressed by the user.
 struct Combo
 {
     /// One of HotkeyCombo::bindableKeys, "escape" or "space".
@@ -22,87 +22,88 @@ struct Combo
     Qt::KeyboardModifiers modifiers = {};
 };
 
-/// Another program's window: what it tells is what that program saw itself.
+/// Another program's window; reports the events that the program itself received.
 class OtherWindow
 {
 public:
     virtual ~OtherWindow() = default;
-    /// Names of the keys that went down in it, in order; modifier keys do not count.
+    /// Names of the keys pressed in it, in order, without modifier keys.
     virtual QStringList keys() const = 0;
-    /// Where it was clicked, in points of the screen.
+    /// Positions of the clicks in it, in screen coordinates (points).
     virtual QList<QPoint> clicks() const = 0;
-    /// How often it lost the keyboard.
-    virtual int keyboardLosses() const = 0;
+    /// How often it lost the keyboard focus.
+    virtual int focusLosses() const = 0;
 };
 
-/// What not every system lets a test bring about or see. Whatever is not listed here is essential:
-/// a system without it fails the suite.
+/// Optional abilities of a harness. Everything not listed here is required: without it the suite
+/// fails.
 enum class Ability {
-    ChangeDarkness,
-    ChangeMotion,
+    ChangeDarkMode,
+    ChangeReducedMotion,
     ChangeCompositing,
     ChangeStatusArea,
     ChangePermissions,
     ClaimHotkeys,
-    SeeWhatIsOpened,
+    ObserveOpened,
     FailOpening,
-    DrawSymbols,
+    RenderSymbols,
     FindCaptureTool,
 };
 
-/// The world around the program in the contract tests of one system: lets a test act as the user,
-/// as other programs and as the system's settings, and see from outside what came of it.
+/// The environment of the program in the contract tests of one system: acts as the user, as other
+/// programs and as the system's settings, and observes the effects from outside the program.
 ///
-/// Actions return once the system has taken them; their effects are awaited by the test. Main
-/// thread only, with the application object in place.
+/// Actions return once the system has accepted them; the tests wait for the effects. Main thread
+/// only; requires the application object.
 class PlatformHarness
 {
 public:
     virtual ~PlatformHarness() = default;
 
-    /// Milliseconds until something that has not happened counts as failed.
-    virtual int patience() const { return 5000; }
-    /// Called once; says what the system lacks for the whole suite, empty when it is ready.
+    /// Milliseconds to wait for an expected effect.
+    virtual int timeout() const { return 5000; }
+    /// Called once before all tests.
+    /// @return why the suite cannot run; empty if it can
     virtual QString prepare() = 0;
-    /// What cannot be brought about or seen here, each with what therefore is not observed.
-    virtual QMap<Ability, QString> missing() const = 0;
-    /// The roles under test, as the program has them after its start. One at a time.
+    /// The abilities that this system lacks, each with a text saying what is not covered.
+    virtual QMap<Ability, QString> missingAbilities() const = 0;
+    /// Creates the platform under test as the program does at start. One instance at a time.
     virtual std::unique_ptr<Platform> makePlatform() = 0;
 
-    /// Another program opens a window that fills the screen, comes to the front and has the
-    /// keyboard. Null when that failed.
+    /// Opens another program's window, which fills the screen, is in front and has the keyboard
+    /// focus; null on failure.
     virtual std::unique_ptr<OtherWindow> openOther() = 0;
-    /// Whether our window is on the screen and before the other program's.
+    /// Whether our window is visible and above the other program's.
     virtual bool isAbove(QWindow &ours, const OtherWindow &other) = 0;
-    /// Whether the system has our program as the one that the user works in.
-    virtual bool isProgramInFront() = 0;
-    /// The user presses and releases the combinations one after the other.
+    /// Whether our program is the active one.
+    virtual bool isProgramActive() = 0;
+    /// Presses and releases the combinations one after the other, as the user.
     virtual bool press(const QList<Combo> &combos) = 0;
-    /// The user clicks.
-    /// @param place in points of the screen
-    virtual bool click(const QPoint &place) = 0;
-    /// The modifier of the keys for Copy, Paste and their like.
+    /// Clicks with the left button, as the user.
+    /// @param position in screen coordinates (points)
+    virtual bool click(const QPoint &position) = 0;
+    /// The modifier of the standard shortcuts for Copy, Paste etc.
     virtual Qt::KeyboardModifiers editModifier() const = 0;
 
-    // Each of these only where the ability is not missing.
-    /// Another program takes or gives up a hot key; false when it could not.
+    // Called only if the corresponding ability is not missing.
+    /// Another program registers or releases a hot key; false on failure.
     virtual bool claimHotkey(const Combo &) { return false; }
     virtual bool releaseHotkey(const Combo &) { return false; }
     virtual void setDark(bool) {}
     virtual void setReducesMotion(bool) {}
     virtual void setCompositing(bool) {}
     virtual void setStatusArea(bool) {}
-    /// All permissions given or taken.
+    /// Grants or revokes all permissions.
     virtual void setPermitted(bool) {}
-    /// From now on nothing that is opened gets done until it is let go.
+    /// While on, opening an address or a file does not complete.
     virtual void holdOpening(bool) {}
-    /// From now on nothing opens what is handed over.
+    /// Makes every later attempt to open an address or a file fail.
     virtual void failOpening() {}
-    /// What the user's default programs were given so far.
+    /// Addresses and files passed to the user's default programs so far.
     virtual QList<QUrl> opened() { return {}; }
-    /// A symbol that this system has.
+    /// Name of a symbol that this system provides.
     virtual QString symbolName() const { return {}; }
-    /// Where a program of an installed Quellora lies now that the test runs from the build folder.
+    /// The path in the build folder of a program that is installed beside the application.
     virtual QString installedPath(const QString &program) const { return program; }
 };
 

@@ -10,7 +10,8 @@
 
 namespace quellora {
 
-/// The key table's name of a pressed key; "escape" or "space"; empty for modifier keys and others.
+/// The name of a pressed key: its lower-case ASCII character, "escape" or "space"; empty for all
+/// other keys.
 inline QString contractKeyName(const QKeyEvent &event)
 {
     if (event.key() == Qt::Key_Escape)
@@ -21,17 +22,17 @@ inline QString contractKeyName(const QKeyEvent &event)
                                                     : QString();
 }
 
-/// One of our windows, which takes text like a field and notes what reaches it.
+/// A window of this program that records its input like a text field.
 class ProbeWindow : public QRasterWindow
 {
 public:
-    /// Names of the keys that went down in it.
+    /// Names of the pressed keys.
     QStringList keys;
-    /// Questions whether a key is text for the field rather than a shortcut.
+    /// Number of ShortcutOverride events.
     int overrides = 0;
-    /// In points of the window.
+    /// In window coordinates (points).
     QList<QPoint> clicks;
-    /// The key of each edit command, in order.
+    /// Edit commands in the order of their key presses.
     QList<QKeySequence::StandardKey> edits;
 
 protected:

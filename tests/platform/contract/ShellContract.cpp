@@ -9,7 +9,7 @@ const QList<QKeySequence::StandardKey> edits{QKeySequence::Undo,  QKeySequence::
 
 } // namespace
 
-/// The keys of Undo, Redo, Cut, Copy, Paste and Select All.
+/// The shortcuts of Undo, Redo, Cut, Copy, Paste and Select All.
 QList<Combo> ShellContract::editCombos()
 {
     const Qt::KeyboardModifiers modifier = harness().editModifier();
@@ -18,108 +18,108 @@ QList<Combo> ShellContract::editCombos()
             {QStringLiteral("v"), modifier}, {QStringLiteral("a"), modifier}};
 }
 
-bool ShellContract::activate(ProbeWindow &own)
+bool ShellContract::activate(ProbeWindow &ownWindow)
 {
-    own.setGeometry(panel().geometry().translated(400, 300));
-    const Capability result = platform().shell().activate(own);
-    if (!hasHappened(result))
+    ownWindow.setGeometry(panel().geometry().translated(400, 300));
+    const Capability result = platform().shell().activate(ownWindow);
+    if (!succeeded(result))
         qWarning() << result.reason();
-    return hasHappened(result) && QTest::qWaitForWindowExposed(&own) &&
-           awaits([this] { return harness().isProgramInFront(); }) &&
-           awaits([&] { return harness().isAbove(own, other()); });
+    return succeeded(result) && QTest::qWaitForWindowExposed(&ownWindow) &&
+           waitFor([this] { return harness().isProgramActive(); }) &&
+           waitFor([&] { return harness().isAbove(ownWindow, other()); });
 }
 
-void ShellContract::answersAreHonestAndRepeatable()
+void ShellContract::resultsAreRepeatable()
 {
     ApplicationShell &shell = platform().shell();
     const Capability accessory = shell.becomeAccessory();
-    QVERIFY2(hasHappened(accessory), qPrintable(accessory.reason()));
+    QVERIFY2(succeeded(accessory), qPrintable(accessory.reason()));
     QCOMPARE(shell.becomeAccessory().state(), accessory.state());
     const Capability menu = shell.installEditMenu();
-    QVERIFY2(hasHappened(menu), qPrintable(menu.reason()));
+    QVERIFY2(succeeded(menu), qPrintable(menu.reason()));
     QCOMPARE(shell.installEditMenu().state(), menu.state());
-    QVERIFY2(!harness().isProgramInFront(), "neither brings the program to the front");
+    QVERIFY2(!harness().isProgramActive(), "neither call may activate the program");
 }
 
-void ShellContract::activateBringsTheWindowToTheFront()
+void ShellContract::activateBringsWindowToFront()
 {
     QVERIFY(prepareScene());
-    ProbeWindow own;
-    QVERIFY(activate(own));
-    QVERIFY(own.isVisible());
+    ProbeWindow ownWindow;
+    QVERIFY(activate(ownWindow));
+    QVERIFY(ownWindow.isVisible());
     QVERIFY(harness().press({{QStringLiteral("j"), {}}}));
-    CONTRACT_TRY_COMPARE(own.keys, QStringList{QStringLiteral("j")});
+    CONTRACT_TRY_COMPARE(ownWindow.keys, QStringList{QStringLiteral("j")});
     QCOMPARE(other().keys(), QStringList());
 }
 
-void ShellContract::activateBringsABuriedWindowBack()
+void ShellContract::activateRaisesCoveredWindow()
 {
     QVERIFY(prepareScene());
-    ProbeWindow own;
-    QVERIFY(activate(own));
-    QVERIFY(openAnother());
-    CONTRACT_TRY_VERIFY(!harness().isProgramInFront());
-    QVERIFY(!harness().isAbove(own, other()));
-    QVERIFY(activate(own));
+    ProbeWindow ownWindow;
+    QVERIFY(activate(ownWindow));
+    QVERIFY(openAnotherWindow());
+    CONTRACT_TRY_VERIFY(!harness().isProgramActive());
+    QVERIFY(!harness().isAbove(ownWindow, other()));
+    QVERIFY(activate(ownWindow));
     QVERIFY(harness().press({{QStringLiteral("j"), {}}}));
-    CONTRACT_TRY_COMPARE(own.keys, QStringList{QStringLiteral("j")});
+    CONTRACT_TRY_COMPARE(ownWindow.keys, QStringList{QStringLiteral("j")});
 }
 
-void ShellContract::accessoryWindowsStillActivate()
+void ShellContract::accessoryWindowCanBeActivated()
 {
     QVERIFY(prepareScene());
     platform().shell().becomeAccessory();
-    ProbeWindow own;
-    QVERIFY(activate(own));
+    ProbeWindow ownWindow;
+    QVERIFY(activate(ownWindow));
     QVERIFY(harness().press({{QStringLiteral("j"), {}}}));
-    CONTRACT_TRY_COMPARE(own.keys, QStringList{QStringLiteral("j")});
+    CONTRACT_TRY_COMPARE(ownWindow.keys, QStringList{QStringLiteral("j")});
 }
 
-void ShellContract::ordinaryWindowsStillActivate()
+void ShellContract::ordinaryWindowCanBeActivated()
 {
     QVERIFY(prepareScene());
     ApplicationShell &shell = platform().shell();
     shell.becomeAccessory();
-    ProbeWindow own;
-    const Capability ordinary = shell.makeOrdinary(own);
-    QVERIFY2(hasHappened(ordinary), qPrintable(ordinary.reason()));
-    QVERIFY(!own.isVisible());
-    QVERIFY(activate(own));
+    ProbeWindow ownWindow;
+    const Capability ordinary = shell.makeOrdinary(ownWindow);
+    QVERIFY2(succeeded(ordinary), qPrintable(ordinary.reason()));
+    QVERIFY(!ownWindow.isVisible());
+    QVERIFY(activate(ownWindow));
     QVERIFY(harness().press({{QStringLiteral("j"), {}}}));
-    CONTRACT_TRY_COMPARE(own.keys, QStringList{QStringLiteral("j")});
+    CONTRACT_TRY_COMPARE(ownWindow.keys, QStringList{QStringLiteral("j")});
 }
 
-void ShellContract::editKeysReachTheFocusedWindow()
+void ShellContract::editKeysReachFocusedWindow()
 {
     QVERIFY(prepareScene());
-    QVERIFY(hasHappened(platform().shell().installEditMenu()));
-    ProbeWindow own;
-    QVERIFY(activate(own));
+    QVERIFY(succeeded(platform().shell().installEditMenu()));
+    ProbeWindow ownWindow;
+    QVERIFY(activate(ownWindow));
     QVERIFY(harness().press(editCombos()));
-    CONTRACT_TRY_COMPARE(own.edits.size(), edits.size());
-    QCOMPARE(own.edits, edits);
-    // Plain keys come after them, so that none of them comes twice.
+    CONTRACT_TRY_COMPARE(ownWindow.edits.size(), edits.size());
+    QCOMPARE(ownWindow.edits, edits);
+    // Once a later plain key has arrived, no edit command can arrive a second time.
     QVERIFY(harness().press({{QStringLiteral("j"), {}}}));
-    CONTRACT_TRY_VERIFY(own.keys.contains(QStringLiteral("j")));
-    QCOMPARE(own.edits, edits);
+    CONTRACT_TRY_VERIFY(ownWindow.keys.contains(QStringLiteral("j")));
+    QCOMPARE(ownWindow.edits, edits);
 }
 
-void ShellContract::editKeysReachThePanel()
+void ShellContract::editKeysReachPanel()
 {
     QVERIFY(prepareScene());
-    QVERIFY(hasHappened(platform().shell().installEditMenu()));
+    QVERIFY(succeeded(platform().shell().installEditMenu()));
     QVERIFY(showPanel());
-    QVERIFY(hasHappened(role().makeKey(panel())));
-    QCOMPARE(whoHasTheKeyboard(), Receiver::Panel);
+    QVERIFY(succeeded(role().makeKey(panel())));
+    QCOMPARE(keyboardReceiver(), Receiver::Panel);
     QVERIFY(harness().press(editCombos()));
     CONTRACT_TRY_COMPARE(panel().edits.size(), edits.size());
     QCOMPARE(panel().edits, edits);
 }
 
-void ShellContract::otherProgramsKeepTheirEditKeys()
+void ShellContract::editKeysOfOtherProgramsAreNotIntercepted()
 {
     QVERIFY(prepareScene());
-    QVERIFY(hasHappened(platform().shell().installEditMenu()));
+    QVERIFY(succeeded(platform().shell().installEditMenu()));
     QVERIFY(showPanel());
     QVERIFY(harness().press({{QStringLiteral("c"), harness().editModifier()}}));
     CONTRACT_TRY_COMPARE(other().keys(), QStringList{QStringLiteral("c")});

@@ -12,17 +12,17 @@ public:
     using SceneSuite::SceneSuite;
 
 private Q_SLOTS:
-    void answersAreHonestAndRepeatable();
-    void activateBringsTheWindowToTheFront();
-    void activateBringsABuriedWindowBack();
-    void accessoryWindowsStillActivate();
-    void ordinaryWindowsStillActivate();
-    void editKeysReachTheFocusedWindow();
-    void editKeysReachThePanel();
-    void otherProgramsKeepTheirEditKeys();
+    void resultsAreRepeatable();
+    void activateBringsWindowToFront();
+    void activateRaisesCoveredWindow();
+    void accessoryWindowCanBeActivated();
+    void ordinaryWindowCanBeActivated();
+    void editKeysReachFocusedWindow();
+    void editKeysReachPanel();
+    void editKeysOfOtherProgramsAreNotIntercepted();
 
 private:
-    bool activate(ProbeWindow &own);
+    bool activate(ProbeWindow &ownWindow);
     QList<Combo> editCombos();
 };
 

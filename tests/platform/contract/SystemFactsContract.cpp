@@ -13,22 +13,22 @@ void SystemFactsContract::osVersionIsOneLine()
     QCOMPARE(platform().deviceInfo().osVersion(), version);
 }
 
-void SystemFactsContract::cpuArchIsOneOfTwo()
+void SystemFactsContract::cpuArchIsKnown()
 {
     const QString arch = platform().deviceInfo().cpuArch();
     QVERIFY2(arch == QStringLiteral("arm64") || arch == QStringLiteral("x86_64"), qPrintable(arch));
 }
 
-void SystemFactsContract::captureToolHasItsArguments()
+void SystemFactsContract::captureToolHasFixedArguments()
 {
     const CaptureTool tool = platform().captureTool();
     QVERIFY2(QDir::isAbsolutePath(tool.program), qPrintable(tool.program));
     QCOMPARE(tool.arguments, (QStringList{QStringLiteral("-x"), QStringLiteral("-C")}));
 }
 
-void SystemFactsContract::captureToolIsThere()
+void SystemFactsContract::captureToolExists()
 {
-    CONTRACT_NEEDS(Ability::FindCaptureTool);
+    CONTRACT_REQUIRES(Ability::FindCaptureTool);
     const QFileInfo tool(harness().installedPath(platform().captureTool().program));
     QVERIFY2(tool.isFile() && tool.isExecutable(), qPrintable(tool.filePath()));
 }
@@ -51,14 +51,14 @@ void SystemFactsContract::unknownSymbolsAreNull()
     }
 }
 
-void SystemFactsContract::symbolsAreDrawnAtTheirScale()
+void SystemFactsContract::symbolsAreRenderedAtScale()
 {
-    CONTRACT_NEEDS(Ability::DrawSymbols);
+    CONTRACT_REQUIRES(Ability::RenderSymbols);
     const QImage single = platform().symbols().image(harness().symbolName(), 32, 1);
     const QImage twice = platform().symbols().image(harness().symbolName(), 32, 2);
     QVERIFY(!single.isNull());
     QVERIFY(single.hasAlphaChannel());
-    // A fraction of a point may round either way.
+    // Fractions of a point may be rounded up or down.
     QVERIFY(qAbs(twice.width() - 2 * single.width()) <= 2);
     QVERIFY(qAbs(twice.height() - 2 * single.height()) <= 2);
     bool drawn = false;
@@ -66,7 +66,7 @@ void SystemFactsContract::symbolsAreDrawnAtTheirScale()
         for (int x = 0; x < twice.width(); ++x)
             drawn = drawn || twice.pixelColor(x, y).alpha() > 128;
     }
-    QVERIFY2(drawn, "there is something to see");
+    QVERIFY2(drawn, "the symbol must not be empty");
 }
 
 } // namespace quellora

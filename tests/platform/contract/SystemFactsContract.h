@@ -4,7 +4,7 @@
 
 namespace quellora {
 
-/// DeviceInfo, the capture tool, the place of stored data, and SystemSymbols.
+/// DeviceInfo, CaptureTool, the application support directory and SystemSymbols.
 class SystemFactsContract : public ContractSuite
 {
     Q_OBJECT
@@ -13,12 +13,12 @@ public:
 
 private Q_SLOTS:
     void osVersionIsOneLine();
-    void cpuArchIsOneOfTwo();
-    void captureToolHasItsArguments();
-    void captureToolIsThere();
+    void cpuArchIsKnown();
+    void captureToolHasFixedArguments();
+    void captureToolExists();
     void supportDirectoryIsAbsoluteAndNotCreated();
     void unknownSymbolsAreNull();
-    void symbolsAreDrawnAtTheirScale();
+    void symbolsAreRenderedAtScale();
 };
 
 } // namespace quellora

@@ -3,7 +3,7 @@
 namespace quellora {
 namespace {
 
-// Names that the program itself never uses: the store may be the user's.
+// Keys that the program itself never uses, because the store may be the user's.
 const QString a = QStringLiteral("quelloraContractTestA");
 const QString b = QStringLiteral("quelloraContractTestB");
 using Dictionary = QMap<QString, QString>;
@@ -32,14 +32,14 @@ void UserDefaultsContract::clear()
     m_defaults->flush();
 }
 
-void UserDefaultsContract::nothingIsThereAtFirst()
+void UserDefaultsContract::valuesAreAbsentInitially()
 {
     QCOMPARE(defaults().boolValue(a), std::nullopt);
     QCOMPARE(defaults().stringValue(a), std::nullopt);
     QCOMPARE(defaults().stringDictionary(a), std::nullopt);
 }
 
-void UserDefaultsContract::valuesComeBackAsTheyWere()
+void UserDefaultsContract::valuesRoundTrip()
 {
     for (const bool value : {true, false}) {
         defaults().setBool(a, value);
@@ -52,7 +52,7 @@ void UserDefaultsContract::valuesComeBackAsTheyWere()
     }
 }
 
-void UserDefaultsContract::anotherTypeCountsAsAbsent()
+void UserDefaultsContract::valueOfOtherTypeIsAbsent()
 {
     defaults().setBool(a, true);
     QCOMPARE(defaults().stringValue(a), std::nullopt);
@@ -68,7 +68,7 @@ void UserDefaultsContract::anotherTypeCountsAsAbsent()
     QCOMPARE(defaults().stringValue(a), std::nullopt);
 }
 
-void UserDefaultsContract::aLaterValueReplacesOneOfAnotherType()
+void UserDefaultsContract::valueReplacesOtherType()
 {
     defaults().setBool(a, true);
     defaults().setString(a, QStringLiteral("text"));
@@ -77,7 +77,7 @@ void UserDefaultsContract::aLaterValueReplacesOneOfAnotherType()
     QCOMPARE(defaults().boolValue(a), std::optional(false));
 }
 
-void UserDefaultsContract::dictionariesKeepEveryLetter()
+void UserDefaultsContract::dictionariesPreserveUnicode()
 {
     const Dictionary value{{QStringLiteral("capture"), QStringLiteral("ctrl+alt+]")},
                            {QStringLiteral("ü.日本/🙂"), QStringLiteral("„Wert“ \"\\\n")},
@@ -88,14 +88,14 @@ void UserDefaultsContract::dictionariesKeepEveryLetter()
     QCOMPARE(defaults().stringDictionary(a), std::optional(Dictionary()));
 }
 
-void UserDefaultsContract::changesAreTold()
+void UserDefaultsContract::changesAreSignalled()
 {
-    QStringList told;
-    QObject whileTold;
-    connect(&defaults(), &UserDefaults::changed, &whileTold, [&](const QString &key) {
-        told << key;
-        // Told after it was stored.
-        if (told.size() == 1)
+    QStringList changedKeys;
+    QObject context;
+    connect(&defaults(), &UserDefaults::changed, &context, [&](const QString &key) {
+        changedKeys << key;
+        // The signal is emitted after the value was stored.
+        if (changedKeys.size() == 1)
             QCOMPARE(defaults().stringValue(a), std::optional(QStringLiteral("one")));
     });
     defaults().setString(a, QStringLiteral("one"));
@@ -103,24 +103,24 @@ void UserDefaultsContract::changesAreTold()
     defaults().setBool(b, false);
     defaults().setStringDictionary(b, {{a, a}});
     defaults().remove(a);
-    QCOMPARE(told, (QStringList{a, a, b, b, a}));
+    QCOMPARE(changedKeys, (QStringList{a, a, b, b, a}));
 }
 
-void UserDefaultsContract::whatDoesNotChangeIsNotTold()
+void UserDefaultsContract::unchangedValuesAreNotSignalled()
 {
     defaults().setString(a, QStringLiteral("one"));
     defaults().setStringDictionary(b, {{a, a}});
-    QSignalSpy told(&defaults(), &UserDefaults::changed);
+    QSignalSpy changedKeys(&defaults(), &UserDefaults::changed);
     defaults().setString(a, QStringLiteral("one"));
     defaults().setStringDictionary(b, {{a, a}});
     defaults().remove(QStringLiteral("quelloraContractTestNever"));
-    QCOMPARE(told.size(), 0);
+    QCOMPARE(changedKeys.size(), 0);
     defaults().setBool(a, true);
     defaults().setBool(a, true);
-    QCOMPARE(told.size(), 1);
+    QCOMPARE(changedKeys.size(), 1);
 }
 
-void UserDefaultsContract::removedIsAbsent()
+void UserDefaultsContract::removedValueIsAbsent()
 {
     defaults().setString(a, QStringLiteral("text"));
     defaults().setBool(b, true);
@@ -129,7 +129,7 @@ void UserDefaultsContract::removedIsAbsent()
     QCOMPARE(defaults().boolValue(b), std::optional(true));
 }
 
-void UserDefaultsContract::aSecondInstanceSeesWhatWasFlushed()
+void UserDefaultsContract::secondInstanceReadsFlushedValues()
 {
     const Dictionary value{{QStringLiteral("ü"), QStringLiteral("日本")}};
     defaults().setBool(a, true);

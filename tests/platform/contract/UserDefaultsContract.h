@@ -15,15 +15,15 @@ private Q_SLOTS:
     void init();
     void cleanup();
 
-    void nothingIsThereAtFirst();
-    void valuesComeBackAsTheyWere();
-    void anotherTypeCountsAsAbsent();
-    void aLaterValueReplacesOneOfAnotherType();
-    void dictionariesKeepEveryLetter();
-    void changesAreTold();
-    void whatDoesNotChangeIsNotTold();
-    void removedIsAbsent();
-    void aSecondInstanceSeesWhatWasFlushed();
+    void valuesAreAbsentInitially();
+    void valuesRoundTrip();
+    void valueOfOtherTypeIsAbsent();
+    void valueReplacesOtherType();
+    void dictionariesPreserveUnicode();
+    void changesAreSignalled();
+    void unchangedValuesAreNotSignalled();
+    void removedValueIsAbsent();
+    void secondInstanceReadsFlushedValues();
 
 private:
     UserDefaults &defaults() { return *m_defaults; }

@@ -4,10 +4,10 @@
 
 namespace quellora {
 
-/// Nothing when it never ends.
+/// Waits for the result; nullopt on timeout.
 std::optional<OpenResult> WorkspaceContract::resultOf(const QFuture<OpenResult> &opening)
 {
-    if (!awaits([&] { return opening.isFinished(); }) || opening.resultCount() != 1)
+    if (!waitFor([&] { return opening.isFinished(); }) || opening.resultCount() != 1)
         return std::nullopt;
     return opening.result();
 }
@@ -20,7 +20,7 @@ bool WorkspaceContract::isOpened(const QFuture<OpenResult> &opening)
     return result && result->has_value();
 }
 
-/// The kind of an honest failure: one that says what and why.
+/// The kind of failure, if the failure has both texts; nullopt otherwise.
 std::optional<OpenFailure::Kind> WorkspaceContract::failureOf(const QFuture<OpenResult> &opening)
 {
     const auto result = resultOf(opening);
@@ -29,27 +29,28 @@ std::optional<OpenFailure::Kind> WorkspaceContract::failureOf(const QFuture<Open
     return result->error().kind;
 }
 
-void WorkspaceContract::handsOverTheVeryAddress_data()
+void WorkspaceContract::passesUrlUnchanged_data()
 {
     QTest::addColumn<QUrl>("url");
     QTest::newRow("sign-in") << QUrl(QStringLiteral(
         "https://app.example/login?callback=http://127.0.0.1:9877/oauth-callback&state=a%2Bb"));
     QTest::newRow("spaces and quotes") << QUrl(QStringLiteral("http://a.example/x y\"$(z)`'"));
-    QTest::newRow("other letters") << QUrl(QStringLiteral("https://a.example/ü?q=日本#teil"));
+    QTest::newRow("non-ASCII characters")
+        << QUrl(QStringLiteral("https://a.example/ü?q=日本#teil"));
     QTest::newRow("mail") << QUrl(QStringLiteral("mailto:help@a.example"));
 }
 
-void WorkspaceContract::handsOverTheVeryAddress()
+void WorkspaceContract::passesUrlUnchanged()
 {
-    CONTRACT_NEEDS(Ability::SeeWhatIsOpened);
+    CONTRACT_REQUIRES(Ability::ObserveOpened);
     QFETCH(QUrl, url);
     QVERIFY(isOpened(platform().workspace().openUrl(url)));
     CONTRACT_TRY_COMPARE(harness().opened(), QList<QUrl>{url});
 }
 
-void WorkspaceContract::handsOverTheVeryFile()
+void WorkspaceContract::passesFileUnchanged()
 {
-    CONTRACT_NEEDS(Ability::SeeWhatIsOpened);
+    CONTRACT_REQUIRES(Ability::ObserveOpened);
     QTemporaryDir folder;
     const QString path = folder.filePath(QStringLiteral("-a picture #1 ü.png"));
     QFile file(path);
@@ -58,12 +59,12 @@ void WorkspaceContract::handsOverTheVeryFile()
     CONTRACT_TRY_COMPARE(harness().opened(), QList<QUrl>{QUrl::fromLocalFile(path)});
 }
 
-void WorkspaceContract::doesNotWaitForTheOtherProgram()
+void WorkspaceContract::doesNotBlock()
 {
-    CONTRACT_NEEDS(Ability::SeeWhatIsOpened);
+    CONTRACT_REQUIRES(Ability::ObserveOpened);
     const QUrl url(QStringLiteral("https://a.example/"));
     harness().holdOpening(true);
-    // Waiting for the program here would never end: it goes on afterwards only.
+    // A blocking call would never return, because the opener is released only afterwards.
     const QFuture<OpenResult> opening = platform().workspace().openUrl(url);
     QVERIFY(!opening.isFinished());
     QCOMPARE(harness().opened(), QList<QUrl>());
@@ -72,16 +73,16 @@ void WorkspaceContract::doesNotWaitForTheOtherProgram()
     QVERIFY(isOpened(opening));
 }
 
-void WorkspaceContract::tellsOfAFailure_data()
+void WorkspaceContract::reportsFailure_data()
 {
     QTest::addColumn<bool>("isFile");
     QTest::newRow("address") << false;
     QTest::newRow("file") << true;
 }
 
-void WorkspaceContract::tellsOfAFailure()
+void WorkspaceContract::reportsFailure()
 {
-    CONTRACT_NEEDS(Ability::FailOpening);
+    CONTRACT_REQUIRES(Ability::FailOpening);
     QFETCH(bool, isFile);
     harness().failOpening();
     Workspace &workspace = platform().workspace();
@@ -90,21 +91,21 @@ void WorkspaceContract::tellsOfAFailure()
              OpenFailure::Kind::Failed);
 }
 
-void WorkspaceContract::refusesWhatIsNoAddress_data()
+void WorkspaceContract::refusesInvalidUrl_data()
 {
     QTest::addColumn<QUrl>("url");
     QTest::newRow("empty") << QUrl();
     QTest::newRow("broken") << QUrl(QStringLiteral("https://a.example:port/"));
 }
 
-void WorkspaceContract::refusesWhatIsNoAddress()
+void WorkspaceContract::refusesInvalidUrl()
 {
     QFETCH(QUrl, url);
     QCOMPARE(failureOf(platform().workspace().openUrl(url)), OpenFailure::Kind::Refused);
     QCOMPARE(harness().opened(), QList<QUrl>());
 }
 
-void WorkspaceContract::refusesWhatIsNoFile()
+void WorkspaceContract::refusesMissingFile()
 {
     QTemporaryDir folder;
     for (const QString &path : {QString(), folder.filePath(QStringLiteral("missing.png"))})

@@ -18,15 +18,15 @@ private:
     std::optional<OpenFailure::Kind> failureOf(const QFuture<OpenResult> &opening);
 
 private Q_SLOTS:
-    void handsOverTheVeryAddress_data();
-    void handsOverTheVeryAddress();
-    void handsOverTheVeryFile();
-    void doesNotWaitForTheOtherProgram();
-    void tellsOfAFailure_data();
-    void tellsOfAFailure();
-    void refusesWhatIsNoAddress_data();
-    void refusesWhatIsNoAddress();
-    void refusesWhatIsNoFile();
+    void passesUrlUnchanged_data();
+    void passesUrlUnchanged();
+    void passesFileUnchanged();
+    void doesNotBlock();
+    void reportsFailure_data();
+    void reportsFailure();
+    void refusesInvalidUrl_data();
+    void refusesInvalidUrl();
+    void refusesMissingFile();
 };
 
 } // namespace quellora

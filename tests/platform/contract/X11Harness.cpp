@@ -17,7 +17,7 @@
 namespace quellora {
 namespace {
 
-/// The physical key of a US keyboard; 0 when there is none.
+/// The keycode of a key on a US keyboard; 0 if there is none.
 int keycodeOf(const QString &key)
 {
     const QList<std::pair<int, QString>> rows{{10, QStringLiteral("1234567890-=")},
@@ -31,7 +31,7 @@ int keycodeOf(const QString &key)
     return 0;
 }
 
-QString toolName(const Combo &combo)
+QString xdotoolName(const Combo &combo)
 {
     QString name;
     const QList<std::pair<Qt::KeyboardModifier, const char *>> words{{Qt::ControlModifier, "ctrl+"},
@@ -63,13 +63,13 @@ QString X11Harness::prepare()
     qputenv("XDG_CONFIG_HOME", path("config").toLocal8Bit());
     m_client = std::make_unique<OtherClient>();
     if (!m_bus.start())
-        return QStringLiteral("the session bus does not start");
+        return QStringLiteral("the session bus did not start");
     qputenv("DBUS_SESSION_BUS_ADDRESS", m_bus.address().toLocal8Bit());
     m_portal = std::make_unique<FakePortal>(m_bus.address());
     if (!m_portal->isServing())
-        return QStringLiteral("the portal does not start");
-    // Written aside and moved, so that a noted line is always complete. Waits at the pipe while
-    // there is one.
+        return QStringLiteral("the portal did not start");
+    // Writes to a temporary file and renames it, so that "opened" is always complete. Blocks on the
+    // pipe "hold" while that exists and fails while "fail" exists.
     QFile opener(path("xdg-open"));
     if (!opener.open(QIODevice::WriteOnly) ||
         !opener.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner))
@@ -83,13 +83,13 @@ QString X11Harness::prepare()
     return {};
 }
 
-QMap<Ability, QString> X11Harness::missing() const
+QMap<Ability, QString> X11Harness::missingAbilities() const
 {
     return {
         {Ability::ChangePermissions,
-         QStringLiteral("changes of the permissions (X11 has none that could change)")},
-        {Ability::DrawSymbols,
-         QStringLiteral("the drawing of symbols (this system has no symbols of its own)")},
+         QStringLiteral("changes of the permissions (X11 has no permissions)")},
+        {Ability::RenderSymbols,
+         QStringLiteral("rendering of symbols (this system has no symbol set)")},
     };
 }
 
@@ -113,7 +113,7 @@ bool X11Harness::isAbove(QWindow &ours, const OtherWindow &other)
            m_client->isAbove(native, static_cast<xcb_window_t>(program.window()));
 }
 
-bool X11Harness::isProgramInFront()
+bool X11Harness::isProgramActive()
 {
     const QList<quint32> active = m_client->property(m_client->root(), "_NET_ACTIVE_WINDOW");
     const QWindowList windows = QGuiApplication::topLevelWindows();
@@ -127,13 +127,13 @@ bool X11Harness::press(const QList<Combo> &combos)
 {
     QStringList arguments{QStringLiteral("key")};
     for (const Combo &combo : combos)
-        arguments << toolName(combo);
+        arguments << xdotoolName(combo);
     return runTool(QStringLiteral("xdotool"), arguments);
 }
 
-bool X11Harness::click(const QPoint &place)
+bool X11Harness::click(const QPoint &position)
 {
-    const QPoint pixels = place * qRound(QGuiApplication::primaryScreen()->devicePixelRatio());
+    const QPoint pixels = position * qRound(QGuiApplication::primaryScreen()->devicePixelRatio());
     return xdotool(QStringLiteral("mousemove %1 %2 click 1").arg(pixels.x()).arg(pixels.y()));
 }
 
@@ -162,7 +162,7 @@ void X11Harness::setReducesMotion(bool on)
                          QStringLiteral("enable-animations"), !on);
 }
 
-void X11Harness::own(const QByteArray &selection, bool on)
+void X11Harness::setOwned(const QByteArray &selection, bool on)
 {
     if (on)
         m_client->ownSelection(selection);
@@ -176,7 +176,7 @@ void X11Harness::holdOpening(bool on)
         ::mkfifo(qPrintable(path("hold")), 0600);
         return;
     }
-    // Opening waits for the opener, which is there or comes: it was started.
+    // Blocks until the opener, which has already been started, opens its end.
     QFile pipe(path("hold"));
     if (pipe.open(QIODevice::WriteOnly | QIODevice::Unbuffered))
         pipe.write("go on\n");
@@ -203,9 +203,9 @@ QList<QUrl> X11Harness::opened()
 
 QString X11Harness::installedPath(const QString &program) const
 {
-    const QFileInfo beside(program);
-    return beside.absolutePath() == QCoreApplication::applicationDirPath()
-               ? QStringLiteral(QUELLORA_BIN_DIR) + u'/' + beside.fileName()
+    const QFileInfo file(program);
+    return file.absolutePath() == QCoreApplication::applicationDirPath()
+               ? QStringLiteral(QUELLORA_BIN_DIR) + u'/' + file.fileName()
                : program;
 }
 

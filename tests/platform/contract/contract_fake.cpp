@@ -3,7 +3,7 @@
 
 #include <QGuiApplication>
 
-/// The contract against the fakes that the other tests build upon.
+/// Runs the contract against the fakes that other tests use.
 int main(int argc, char **argv)
 {
     QGuiApplication application(argc, argv);

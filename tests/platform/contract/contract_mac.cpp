@@ -4,10 +4,9 @@
 
 #include <QGuiApplication>
 
-/// The contract against the macOS port, on the desktop of the user who runs it.
+/// Runs the contract against the macOS port, on the desktop of the user who starts it.
 ///
-/// This has been compiled and linked, but nobody has run it yet: what it says on its first run may
-/// well be about itself.
+/// Compiled and linked, but not run so far: the first failures may be errors of the test itself.
 int main(int argc, char **argv)
 {
     using namespace quellora;

@@ -4,7 +4,7 @@
 
 #include <QGuiApplication>
 
-/// The contract against the X11 port, on a desktop of its own (with_desktop.py).
+/// Runs the contract against the X11 port, on a private desktop (with_desktop.py).
 int main(int argc, char **argv)
 {
     using namespace quellora;

@@ -7,20 +7,19 @@
 
 using namespace quellora;
 
-/// Plants one mistake after the other in the fakes: the contract must notice each, in the test that
-/// is there for it.
+/// Injects one mistake at a time into the fakes; the test assigned to it must fail.
 class TestContractMistakes : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void isNoticed_data()
+    void isDetected_data()
     {
         QTest::addColumn<QString>("test");
-        const QMap<QString, QString> mistakes = plantedMistakes();
+        const QMap<QString, QString> mistakes = injectableMistakes();
         for (auto it = mistakes.begin(); it != mistakes.end(); ++it)
             QTest::newRow(qPrintable(it.key())) << it.value();
     }
-    void isNoticed()
+    void isDetected()
     {
         QFETCH(QString, test);
         const QStringList parts = test.split(QStringLiteral("::"));
@@ -28,7 +27,7 @@ private Q_SLOTS:
             QProcess suite;
             suite.start(QStringLiteral(QUELLORA_CONTRACT_FAKE), QStringList(parts) + mistake);
             if (!suite.waitForFinished())
-                return QStringLiteral("it does not end");
+                return QStringLiteral("timeout");
             const QString output = QString::fromLocal8Bit(suite.readAllStandardOutput());
             const QString failure =
                 QStringLiteral("FAIL!  : quellora::%1::%2(").arg(parts[0], parts[1]);

@@ -9,7 +9,7 @@ using namespace quellora;
 
 namespace {
 
-class SomeDevice : public DeviceInfo
+class StubDeviceInfo : public DeviceInfo
 {
 public:
     QString osVersion() const override { return QStringLiteral("Some OS 1"); }
@@ -23,12 +23,12 @@ bool isUnsupported(const Capability &result)
 
 } // namespace
 
-/// Without a desktop every role is there, promises nothing and says so.
+/// The null port provides every role and reports requests as unsupported, with a reason.
 class TestContractNull : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void panelsShowAndHideOnly()
+    void panelOnlyShowsAndHides()
     {
         QWindow window;
         PanelWindow &panel = m_platform.panelWindow();
@@ -43,14 +43,14 @@ private Q_SLOTS:
         panel.resignKey(window);
         QVERIFY(window.isVisible());
         QVERIFY(!panel.isCompositing());
-        panel.onCompositingChanged([] { QFAIL("nothing composites"); });
+        panel.onCompositingChanged([] { QFAIL("the null port never reports a change"); });
     }
 
-    void noHotkeyRegisters()
+    void hotkeysAreUnavailable()
     {
         GlobalHotkeys &hotkeys = m_platform.globalHotkeys();
         hotkeys.installHandler(
-            [](GlobalHotkeys::Registration) { QFAIL("nothing can be pressed"); });
+            [](GlobalHotkeys::Registration) { QFAIL("the null port never reports a press"); });
         const auto result = hotkeys.registerHotkey(Qt::META | Qt::Key_C);
         QVERIFY(!result);
         QCOMPARE(result.error().kind, GlobalHotkeys::Failure::Kind::Unavailable);
@@ -61,23 +61,24 @@ private Q_SLOTS:
         m_platform.keyMonitor().remove();
     }
 
-    void nothingIsPermittedOrThere()
+    void nothingIsGrantedOrAvailable()
     {
         Permissions &permissions = m_platform.permissions();
-        permissions.onChanged([] { QFAIL("nothing changes"); });
+        permissions.onChanged([] { QFAIL("the null port never reports a change"); });
         permissions.requestScreenRecording();
         QVERIFY(!permissions.isAccessibilityTrusted());
         QVERIFY(!permissions.isScreenRecordingGranted());
-        m_platform.appearance().onChanged([] { QFAIL("nothing changes"); });
-        m_platform.appearance().onMotionChanged([] { QFAIL("nothing changes"); });
+        m_platform.appearance().onChanged([] { QFAIL("the null port never reports a change"); });
+        m_platform.appearance().onMotionChanged(
+            [] { QFAIL("the null port never reports a change"); });
         QVERIFY(!m_platform.appearance().isDark());
         QVERIFY(!m_platform.appearance().reducesMotion());
-        m_platform.statusArea().onChanged([] { QFAIL("nothing changes"); });
+        m_platform.statusArea().onChanged([] { QFAIL("the null port never reports a change"); });
         QVERIFY(!m_platform.statusArea().isAvailable());
         QVERIFY(m_platform.symbols().image(QStringLiteral("gear"), 16, 1).isNull());
     }
 
-    void nothingIsOpenedOrActivated()
+    void openingAndActivatingAreUnsupported()
     {
         QWindow window;
         Workspace &workspace = m_platform.workspace();
@@ -94,7 +95,7 @@ private Q_SLOTS:
         QVERIFY(window.isVisible());
     }
 
-    void factsAreThoseOfTheMachine()
+    void reportsGivenFacts()
     {
         QCOMPARE(m_platform.deviceInfo().osVersion(), QStringLiteral("Some OS 1"));
         QCOMPARE(m_platform.deviceInfo().cpuArch(), QStringLiteral("arm64"));
@@ -103,7 +104,7 @@ private Q_SLOTS:
     }
 
 private:
-    NullPlatform m_platform{std::make_unique<SomeDevice>(),
+    NullPlatform m_platform{std::make_unique<StubDeviceInfo>(),
                             {QStringLiteral("/bin/capture"), {}},
                             QStringLiteral("/data"),
                             Vocabulary::linuxDesktop()};

@@ -9,7 +9,7 @@
 
 namespace quellora {
 
-/// A session bus that ends with the test.
+/// A session bus for one test; its daemon is killed by the destructor.
 class PrivateBus
 {
 public:
@@ -36,7 +36,7 @@ private:
     QString m_address;
 };
 
-/// A desktop portal with two settings, serving as long as it lives.
+/// A desktop portal with two settings; registered on the bus during its lifetime.
 class FakePortal : public QDBusVirtualObject
 {
     Q_OBJECT
@@ -44,17 +44,17 @@ public:
     explicit FakePortal(const QString &busAddress)
     {
         QDBusConnection bus = QDBusConnection::connectToBus(busAddress, QStringLiteral("portal"));
-        m_isServing = bus.isConnected() && bus.registerVirtualObject(path(), this) &&
+        m_isServing = bus.isConnected() && bus.registerVirtualObject(objectPath(), this) &&
                       bus.registerService(QStringLiteral("org.freedesktop.portal.Desktop"));
     }
     ~FakePortal() override { QDBusConnection::disconnectFromBus(QStringLiteral("portal")); }
 
     bool isServing() const { return m_isServing; }
-    /// A setting changes; this alone does not change what is answered.
+    /// Emits SettingChanged. Does not affect the values returned by Read.
     bool sendChange(const QString &group, const QString &key, const QVariant &newValue)
     {
-        QDBusMessage signal =
-            QDBusMessage::createSignal(path(), settings(), QStringLiteral("SettingChanged"));
+        QDBusMessage signal = QDBusMessage::createSignal(objectPath(), settingsInterface(),
+                                                         QStringLiteral("SettingChanged"));
         signal << group << key << QVariant::fromValue(QDBusVariant(newValue));
         return QDBusConnection(QStringLiteral("portal")).send(signal);
     }
@@ -62,14 +62,15 @@ public:
     QString introspect(const QString &) const override { return {}; }
     bool handleMessage(const QDBusMessage &message, const QDBusConnection &connection) override
     {
-        if (message.interface() != settings() || message.member() != QStringLiteral("Read"))
+        if (message.interface() != settingsInterface() ||
+            message.member() != QStringLiteral("Read"))
             return false;
         const bool isMotion =
             message.arguments() == QVariantList{QStringLiteral("org.gnome.desktop.interface"),
                                                 QStringLiteral("enable-animations")};
         ++(isMotion ? motionReads : reads);
         if (!isMotion)
-            asked = message.arguments();
+            readArguments = message.arguments();
         const QVariant &answer = isMotion ? animations : value;
         if (refuses || !answer.isValid())
             connection.send(message.createErrorReply(QDBusError::UnknownMethod,
@@ -81,16 +82,16 @@ public:
     }
 
     QVariant value = 0U;
-    /// Invalid: this desktop has no such setting.
+    /// Invalid if the desktop lacks the setting.
     QVariant animations;
     bool refuses = false;
     int reads = 0;
     int motionReads = 0;
-    QVariantList asked;
+    QVariantList readArguments;
 
 private:
-    static QString path() { return QStringLiteral("/org/freedesktop/portal/desktop"); }
-    static QString settings() { return QStringLiteral("org.freedesktop.portal.Settings"); }
+    static QString objectPath() { return QStringLiteral("/org/freedesktop/portal/desktop"); }
+    static QString settingsInterface() { return QStringLiteral("org.freedesktop.portal.Settings"); }
 
     bool m_isServing = false;
 };

@@ -70,11 +70,11 @@ void OtherClient::openWindow(const QRect &geometry)
                       static_cast<uint16_t>(geometry.width()),
                       static_cast<uint16_t>(geometry.height()), 0, XCB_WINDOW_CLASS_INPUT_OUTPUT,
                       XCB_COPY_FROM_PARENT, XCB_CW_EVENT_MASK, &mask);
-    // No decorations, so that the window lies where it was asked to.
+    // No decorations, so that the window is placed exactly where requested.
     const uint32_t motif[5] = {2, 0, 0, 0, 0};
     xcb_change_property(m_connection, XCB_PROP_MODE_REPLACE, m_window, atom("_MOTIF_WM_HINTS"),
                         atom("_MOTIF_WM_HINTS"), 32, 5, motif);
-    // Position given by the user (1) and by the program (4).
+    // USPosition (1) and PPosition (4).
     const uint32_t normalHints[18] = {1 | 4};
     xcb_change_property(m_connection, XCB_PROP_MODE_REPLACE, m_window, XCB_ATOM_WM_NORMAL_HINTS,
                         XCB_ATOM_WM_SIZE_HINTS, 32, 18, normalHints);
@@ -273,7 +273,7 @@ int OtherClient::focusLosses()
     return m_focusLosses;
 }
 
-void OtherClient::forget()
+void OtherClient::clearInput()
 {
     readEvents();
     m_keys.clear();
@@ -283,7 +283,7 @@ void OtherClient::forget()
 
 void OtherClient::readEvents()
 {
-    // Waiting for a reply may have read events, too: the notifier alone would miss those.
+    // Waiting for a reply may also have read events, for which the notifier does not fire.
     while (const auto event = take(xcb_poll_for_event(m_connection)))
         handle(event.get());
 }
@@ -302,7 +302,7 @@ void OtherClient::handle(const xcb_generic_event_t *event)
         break;
     }
     case XCB_FOCUS_OUT:
-        // A key grab takes the keyboard for the moment without moving the focus.
+        // A key grab sends FocusOut with another mode; the focus does not move.
         if (reinterpret_cast<const xcb_focus_out_event_t *>(event)->mode == XCB_NOTIFY_MODE_NORMAL)
             ++m_focusLosses;
         break;

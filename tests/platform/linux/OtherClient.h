@@ -12,8 +12,8 @@ class QSocketNotifier;
 
 namespace quellora {
 
-/// Another program on the same desktop: a client with its own connection to the X server and, when
-/// wanted, a window that notes what reaches it.
+/// Another program on the same desktop: a client with its own connection to the X server and
+/// optionally a window that records its input events. Main thread only.
 class OtherClient : public QObject
 {
     Q_OBJECT
@@ -27,7 +27,7 @@ public:
     struct Button
     {
         int button;
-        /// Position on the screen.
+        /// Screen position in pixels.
         QPoint position;
         bool operator==(const Button &) const = default;
     };
@@ -35,10 +35,10 @@ public:
     OtherClient();
     ~OtherClient() override;
 
-    /// Opens an ordinary window and waits until the window manager has given it the focus.
+    /// Opens a normal window and waits until the window manager has focused it.
     bool openFocusedWindow(const QRect &geometry);
     void openWindow(const QRect &geometry);
-    /// Gives the own window the focus, as it must where no window manager does.
+    /// Focuses its window, for servers without a window manager.
     bool takeFocus();
     xcb_window_t window() const { return m_window; }
     void closeWindow();
@@ -48,42 +48,44 @@ public:
     void ungrabKey(int keycode, quint16 modifiers);
     bool grabKeyboard();
     void ungrabKeyboard();
-    /// Takes or gives up a selection, as a compositor does.
+    /// Acquires or releases a selection, as a compositor does.
     void ownSelection(const QByteArray &name);
     void disownSelection(const QByteArray &name);
-    /// Ends the connection like a crash would.
+    /// Closes the connection, as a crash would.
     void disconnectNow();
 
     xcb_window_t focusedWindow() const;
-    /// Lock, Num Lock and the other modifiers in force.
+    /// The current modifier mask, including Caps Lock and Num Lock.
     quint16 modifierState() const;
-    /// The numbers of a property; atoms by name with atomNames().
+    /// The 32-bit values of a property; empty if it does not exist.
     QList<quint32> property(xcb_window_t window, const QByteArray &name) const;
+    /// The names of the atoms in a property.
     QStringList atomNames(xcb_window_t window, const QByteArray &property) const;
     /// The rectangles of a window's input shape.
     QList<QRect> inputShape(xcb_window_t window) const;
-    /// What the window manager manages, and task bars list.
+    /// The windows managed by the window manager and listed by task bars.
     QList<quint32> managedWindows() const;
     bool isViewable(xcb_window_t window) const;
-    /// Whether a window lies above another one of the screen.
+    /// Whether a window is stacked above another one.
     bool isAbove(xcb_window_t upper, xcb_window_t lower) const;
     bool currentDesktopIs(quint32 number) const;
-    /// Asks the window manager to make the own window fill the screen.
+    /// Asks the window manager to make its window full-screen.
     void makeFullScreen();
+    /// In pixels, without the frame.
     QRect screenGeometry(xcb_window_t window) const;
     xcb_window_t root() const { return m_root; }
 
-    /// What reached the window since it was opened or since forget().
+    /// Input received by the window since it was opened or since clearInput().
     QList<Key> keys();
     QList<Button> buttons();
-    /// How often the focus went elsewhere; the moment of a key grab does not count.
+    /// How often the window lost the focus, not counting key grabs.
     int focusLosses();
-    void forget();
+    void clearInput();
 
 private:
     void readEvents();
     void handle(const xcb_generic_event_t *event);
-    /// The window of the screen itself that a window is in: its frame, or it.
+    /// The ancestor that is a child of the root window: the frame, or the window itself.
     xcb_window_t outermost(xcb_window_t window) const;
     xcb_atom_t atom(const QByteArray &name) const;
 

@@ -6,7 +6,7 @@
 
 namespace quellora {
 
-/// Runs a program to its end while events are handled; true when it succeeded.
+/// Runs a program and waits for its end, processing events; true on exit status 0.
 inline bool runTool(const QString &program, const QStringList &arguments)
 {
     QProcess process;
@@ -20,13 +20,13 @@ inline bool runTool(const QString &program, const QStringList &arguments)
     return process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0;
 }
 
-/// Real input from another process, e.g. xdotool("key ctrl+alt+c").
+/// Sends input from another process, e.g. xdotool("key ctrl+alt+c").
 inline bool xdotool(const QString &commands)
 {
     return runTool(QStringLiteral("xdotool"), commands.split(u' ', Qt::SkipEmptyParts));
 }
 
-/// Switches the keyboard layout like a desktop's settings do.
+/// Switches the keyboard layout, as a desktop's settings do.
 inline bool setLayout(const QString &layout)
 {
     return runTool(QStringLiteral("setxkbmap"), {QStringLiteral("-layout"), layout});

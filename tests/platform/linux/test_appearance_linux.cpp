@@ -19,7 +19,7 @@ void setPaletteDark(bool dark)
 
 } // namespace
 
-/// Against a session bus of its own with a portal made for the test.
+/// Uses a private session bus with a fake portal.
 class AppearanceLinuxTest : public QObject
 {
     Q_OBJECT
@@ -28,18 +28,18 @@ private Q_SLOTS:
     void init();
     void cleanup();
 
-    void withoutBusThePaletteCounts();
-    void portalDecides_data();
-    void portalDecides();
-    void followsTheSignal();
+    void usesPaletteWithoutBus();
+    void usesPortalsColourScheme_data();
+    void usesPortalsColourScheme();
+    void followsSettingChanged();
     void otherSettingsAreIgnored();
-    void refusedReadKeepsThePalette();
-    void unreachableBusKeepsThePalette();
-    void mayBeDestroyedWhileAsking();
-    void portalDecidesOnMotion_data();
-    void portalDecidesOnMotion();
-    void followsTheSignalOfMotion();
-    void findsTheBusOfTheEnvironment();
+    void keepsPaletteIfReadFails();
+    void keepsPaletteIfBusIsUnreachable();
+    void canBeDestroyedDuringRead();
+    void usesPortalsMotionSetting_data();
+    void usesPortalsMotionSetting();
+    void followsMotionSettingChanged();
+    void findsSessionBusAddress();
 
 private:
     void sendChange(const QString &group, const QString &key, const QVariant &value);
@@ -73,7 +73,7 @@ void AppearanceLinuxTest::sendChange(const QString &group, const QString &key,
     QVERIFY(m_portal->sendChange(group, key, value));
 }
 
-void AppearanceLinuxTest::withoutBusThePaletteCounts()
+void AppearanceLinuxTest::usesPaletteWithoutBus()
 {
     setPaletteDark(true);
     AppearanceLinux appearance{QString()};
@@ -85,7 +85,7 @@ void AppearanceLinuxTest::withoutBusThePaletteCounts()
     QVERIFY(!appearance.isDark());
 }
 
-void AppearanceLinuxTest::portalDecides_data()
+void AppearanceLinuxTest::usesPortalsColourScheme_data()
 {
     QTest::addColumn<QVariant>("value");
     QTest::addColumn<bool>("darkPalette");
@@ -95,10 +95,10 @@ void AppearanceLinuxTest::portalDecides_data()
     QTest::newRow("no preference, dark palette") << QVariant(0U) << true << true;
     QTest::newRow("no preference, light palette") << QVariant(0U) << false << false;
     QTest::newRow("reserved") << QVariant(3U) << true << true;
-    QTest::newRow("nonsense") << QVariant(QStringLiteral("purple")) << true << true;
+    QTest::newRow("string") << QVariant(QStringLiteral("purple")) << true << true;
 }
 
-void AppearanceLinuxTest::portalDecides()
+void AppearanceLinuxTest::usesPortalsColourScheme()
 {
     QFETCH(QVariant, value);
     QFETCH(bool, darkPalette);
@@ -106,18 +106,18 @@ void AppearanceLinuxTest::portalDecides()
     setPaletteDark(darkPalette);
     m_portal->value = value;
     AppearanceLinux appearance(m_address);
-    // Until the answer the palette counts: nobody waits for the portal.
+    // The palette is used until the portal's reply arrives; the constructor does not block.
     QCOMPARE(appearance.isDark(), darkPalette);
     int changes = 0;
     appearance.onChanged([&changes] { ++changes; });
     QTRY_COMPARE(m_portal->reads, 1);
-    QCOMPARE(m_portal->asked, (QVariantList{QStringLiteral("org.freedesktop.appearance"),
-                                            QStringLiteral("color-scheme")}));
+    QCOMPARE(m_portal->readArguments, (QVariantList{QStringLiteral("org.freedesktop.appearance"),
+                                                    QStringLiteral("color-scheme")}));
     QTRY_COMPARE(appearance.isDark(), dark);
     QCOMPARE(changes, dark == darkPalette ? 0 : 1);
 }
 
-void AppearanceLinuxTest::followsTheSignal()
+void AppearanceLinuxTest::followsSettingChanged()
 {
     AppearanceLinux appearance(m_address);
     QList<bool> seen;
@@ -130,7 +130,7 @@ void AppearanceLinuxTest::followsTheSignal()
     sendChange(group, key, 1U);
     sendChange(group, key, 2U);
     QTRY_COMPARE(seen, (QList<bool>{true, false}));
-    // A light scheme holds against a dark palette, until there is no preference.
+    // A light scheme overrides a dark palette until the preference is removed.
     setPaletteDark(true);
     QCoreApplication::processEvents();
     QVERIFY(!appearance.isDark());
@@ -146,12 +146,12 @@ void AppearanceLinuxTest::otherSettingsAreIgnored()
     QTRY_COMPARE(m_portal->reads, 1);
     sendChange(QStringLiteral("org.freedesktop.appearance"), QStringLiteral("accent-color"), 1U);
     sendChange(QStringLiteral("org.example.appearance"), QStringLiteral("color-scheme"), 1U);
-    // Signals arrive in order: after this one the others have been seen.
+    // Signals arrive in order: once this one has arrived, the others have been handled.
     sendChange(QStringLiteral("org.freedesktop.appearance"), QStringLiteral("color-scheme"), 1U);
     QTRY_COMPARE(seen, QList<bool>{true});
 }
 
-void AppearanceLinuxTest::refusedReadKeepsThePalette()
+void AppearanceLinuxTest::keepsPaletteIfReadFails()
 {
     setPaletteDark(true);
     m_portal->refuses = true;
@@ -161,7 +161,7 @@ void AppearanceLinuxTest::refusedReadKeepsThePalette()
     QTRY_VERIFY(!appearance.isDark());
 }
 
-void AppearanceLinuxTest::unreachableBusKeepsThePalette()
+void AppearanceLinuxTest::keepsPaletteIfBusIsUnreachable()
 {
     setPaletteDark(true);
     AppearanceLinux appearance(QStringLiteral("unix:path=/nonexistent/bus"));
@@ -170,7 +170,7 @@ void AppearanceLinuxTest::unreachableBusKeepsThePalette()
     QVERIFY(appearance.isDark());
 }
 
-void AppearanceLinuxTest::mayBeDestroyedWhileAsking()
+void AppearanceLinuxTest::canBeDestroyedDuringRead()
 {
     for (int i = 0; i < 5; ++i)
         AppearanceLinux appearance(m_address);
@@ -180,18 +180,18 @@ void AppearanceLinuxTest::mayBeDestroyedWhileAsking()
     QTRY_COMPARE(m_portal->reads, 1);
 }
 
-void AppearanceLinuxTest::portalDecidesOnMotion_data()
+void AppearanceLinuxTest::usesPortalsMotionSetting_data()
 {
     QTest::addColumn<QVariant>("value");
     QTest::addColumn<bool>("reduces");
     QTest::newRow("on") << QVariant(true) << false;
     QTest::newRow("off") << QVariant(false) << true;
     QTest::newRow("no such setting") << QVariant() << false;
-    QTest::newRow("a number") << QVariant(0U) << false;
-    QTest::newRow("nonsense") << QVariant(QStringLiteral("false")) << false;
+    QTest::newRow("number") << QVariant(0U) << false;
+    QTest::newRow("string") << QVariant(QStringLiteral("false")) << false;
 }
 
-void AppearanceLinuxTest::portalDecidesOnMotion()
+void AppearanceLinuxTest::usesPortalsMotionSetting()
 {
     QFETCH(QVariant, value);
     QFETCH(bool, reduces);
@@ -203,14 +203,14 @@ void AppearanceLinuxTest::portalDecidesOnMotion()
     bool hasScheme = false;
     appearance.onChanged([&hasScheme] { hasScheme = true; });
     QTRY_COMPARE(m_portal->motionReads, 1);
-    // What the portal sends afterwards arrives afterwards.
+    // Messages arrive in order: once this signal has arrived, the reply has been handled.
     sendChange(QStringLiteral("org.freedesktop.appearance"), QStringLiteral("color-scheme"), 1U);
     QTRY_VERIFY(hasScheme);
     QCOMPARE(appearance.reducesMotion(), reduces);
     QCOMPARE(changes, reduces ? 1 : 0);
 }
 
-void AppearanceLinuxTest::followsTheSignalOfMotion()
+void AppearanceLinuxTest::followsMotionSettingChanged()
 {
     AppearanceLinux appearance(m_address);
     QList<bool> seen;
@@ -230,7 +230,7 @@ void AppearanceLinuxTest::followsTheSignalOfMotion()
     QCOMPARE(schemes, 0);
 }
 
-void AppearanceLinuxTest::findsTheBusOfTheEnvironment()
+void AppearanceLinuxTest::findsSessionBusAddress()
 {
     QTemporaryDir folder;
     const QByteArray before = qgetenv("DBUS_SESSION_BUS_ADDRESS");

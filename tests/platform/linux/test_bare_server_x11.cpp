@@ -23,7 +23,7 @@ protected:
 
 } // namespace
 
-/// The port as the factory makes it, on a server where no window manager helps.
+/// The X11 port as created by the factory, on a server without a window manager.
 class BareServerX11Test : public QObject
 {
     Q_OBJECT
@@ -31,11 +31,11 @@ private Q_SLOTS:
     void init();
     void cleanup();
 
-    void theFactoryMakesTheX11Port();
+    void factoryCreatesX11Port();
     void hotkeysNeedNoWindowManager();
-    void thePanelTakesAndReturnsTheKeyboard();
-    void theKeyboardStaysWhereTheUserPutIt();
-    void aVanishedProgramIsNoError();
+    void panelTakesAndReturnsFocus();
+    void focusChangedByUserIsKept();
+    void closedPreviousWindowIsNoError();
 
 private:
     bool isShown() const;
@@ -71,7 +71,7 @@ bool BareServerX11Test::isShown() const
     return m_other->isViewable(static_cast<xcb_window_t>(m_window->winId()));
 }
 
-void BareServerX11Test::theFactoryMakesTheX11Port()
+void BareServerX11Test::factoryCreatesX11Port()
 {
     QVERIFY(dynamic_cast<PlatformX11 *>(m_platform.get()));
     QVERIFY(m_platform->permissions().isAccessibilityTrusted());
@@ -102,10 +102,10 @@ void BareServerX11Test::hotkeysNeedNoWindowManager()
     QTRY_COMPARE(fired, QList{*result});
 }
 
-void BareServerX11Test::thePanelTakesAndReturnsTheKeyboard()
+void BareServerX11Test::panelTakesAndReturnsFocus()
 {
     QVERIFY(m_platform->panelWindow().makeKey(*m_window).isApplied());
-    // Asking again must not make the panel its own predecessor.
+    // A repeated call must not store the panel as the previously focused window.
     QVERIFY(m_platform->panelWindow().makeKey(*m_window).isApplied());
     QVERIFY(xdotool(QStringLiteral("key k")));
     QTRY_COMPARE(m_window->typed, QStringLiteral("k"));
@@ -115,7 +115,7 @@ void BareServerX11Test::thePanelTakesAndReturnsTheKeyboard()
     QTRY_COMPARE(m_other->keys().size(), 1);
 }
 
-void BareServerX11Test::theKeyboardStaysWhereTheUserPutIt()
+void BareServerX11Test::focusChangedByUserIsKept()
 {
     QVERIFY(m_platform->panelWindow().makeKey(*m_window).isApplied());
     OtherClient third;
@@ -127,7 +127,7 @@ void BareServerX11Test::theKeyboardStaysWhereTheUserPutIt()
     QCOMPARE(third.focusedWindow(), third.window());
 }
 
-void BareServerX11Test::aVanishedProgramIsNoError()
+void BareServerX11Test::closedPreviousWindowIsNoError()
 {
     QVERIFY(m_platform->panelWindow().makeKey(*m_window).isApplied());
     m_other->closeWindow();

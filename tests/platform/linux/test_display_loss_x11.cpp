@@ -10,7 +10,7 @@
 
 #include <sys/socket.h>
 
-// Last, because its macros collide with ordinary names.
+// Last, because its macros collide with common identifiers.
 #include <X11/Xlib.h>
 
 using namespace quellora;
@@ -18,12 +18,12 @@ using namespace quellora;
 namespace {
 
 constexpr auto loseOption = "--lose-display";
-constexpr int ownStatus = 42;
+constexpr int handlerExitCode = 42;
 
-/// The process under test: a drawing thread finds its connection to the display cut.
+/// The process under test: a rendering thread finds its display connection closed.
 int loseDisplay()
 {
-    Platform::setDisplayLossHandler([] { std::_Exit(ownStatus); });
+    Platform::setDisplayLossHandler([] { std::_Exit(handlerExitCode); });
     std::thread([] {
         Display *display = XOpenDisplay(nullptr);
         ::shutdown(ConnectionNumber(display), SHUT_RDWR);
@@ -34,19 +34,19 @@ int loseDisplay()
 
 } // namespace
 
-/// What becomes of the process is seen from outside: this program is started once more for it.
+/// The process under test exits, so it is a second instance of this program.
 class TestDisplayLossX11 : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void aDrawingThreadLeavesInTheGivenWay()
+    void handlerRunsOnRenderingThread()
     {
         QProcess process;
         process.start(QCoreApplication::applicationFilePath(),
                       {QStringLiteral("display_loss_x11"), QLatin1String(loseOption)});
         QVERIFY(process.waitForFinished());
         QCOMPARE(process.exitStatus(), QProcess::NormalExit);
-        QCOMPARE(process.exitCode(), ownStatus);
+        QCOMPARE(process.exitCode(), handlerExitCode);
     }
 };
 

@@ -22,7 +22,7 @@ constexpr quint16 xSuper = XCB_MOD_MASK_4;
 constexpr quint16 xNumLock = XCB_MOD_MASK_2;
 constexpr quint16 xCapsLock = XCB_MOD_MASK_LOCK;
 constexpr int badAccess = 10;
-// Physical keys, named by what is printed on a US keyboard.
+// Keycodes, named by the US layout.
 constexpr int keyC = 54;
 constexpr int keyX = 53;
 constexpr int keyY = 29;
@@ -34,7 +34,7 @@ constexpr int markerId = 99;
 class PressCounter : public QAbstractNativeEventFilter
 {
 public:
-    // A filter installed later sees an event earlier.
+    // Event filters run in reverse order of installation, so this one runs first.
     PressCounter() { qGuiApp->installNativeEventFilter(this); }
     bool nativeEventFilter(const QByteArray &, void *message, qintptr *) override
     {
@@ -47,7 +47,7 @@ public:
 
 } // namespace
 
-/// Presses come from another process while another program's window has the focus.
+/// Key presses are sent by another process while another program's window has the focus.
 class GlobalHotkeysX11Test : public QObject
 {
     Q_OBJECT
@@ -55,39 +55,39 @@ private Q_SLOTS:
     void init();
     void cleanup();
 
-    void firesWhileAnotherProgramHasTheFocus();
-    void firesInOurOwnWindow();
-    void lockKeysMakeNoDifference_data();
-    void lockKeysMakeNoDifference();
-    void otherModifiersDoNotFire();
+    void firesWhileOtherProgramHasFocus();
+    void firesInOwnWindow();
+    void lockKeysAreIgnored_data();
+    void lockKeysAreIgnored();
+    void modifiersMustMatchExactly();
     void distinguishesModifiers();
-    void shiftedDigitGrabsTheBaseKey();
+    void shiftedDigitGrabsBaseKey();
     void heldKeyFiresOnce();
     void quickPressesAllFire();
     void conflictIsBadAccess();
     void conflictOnOneLockVariantGrabsNothing();
-    void registersAfterTheOtherProgramReleases();
-    void ourOwnDuplicateIsRefused();
-    void unknownKeyIsRefused();
-    void unregisteredKeyReachesTheOtherProgramAgain();
-    void unregisterOfUnknownIsNoError();
+    void registersAfterOtherProgramReleasesKey();
+    void ownDuplicateIsRefused();
+    void unsupportedKeyIsRefused();
+    void unregisterReleasesKey();
+    void unregisterIgnoresUnknownRegistration();
     void removedHandlerIsNotCalled();
-    void handlerMayUnregisterItself();
-    void destructionReleasesTheKeys();
-    void activeGrabOfAnotherProgramWins();
-    void followsTheLayout();
-    void cyrillicLayoutKeepsTheLetters();
-    void secondLayoutOfTwoKeepsTheLetters();
+    void handlerCanUnregisterAndRemoveItself();
+    void destructorReleasesKeys();
+    void keyboardGrabOfOtherProgramWins();
+    void followsLayoutChange();
+    void lettersWorkInCyrillicLayout();
+    void lettersWorkInSecondLayout();
     void conflictAfterLayoutChangeIsLoggedAndRecovers();
-    void namesKeys();
+    void keyNameReturnsCharacter();
 
 private:
-    void listen();
-    /// @param id stands for the hot key in m_fired
-    /// @return 0 when it was refused
+    void recordPresses();
+    /// @param id appended to m_fired when the hot key is pressed
+    /// @return 0 if it was refused
     GlobalHotkeys::Registration add(QKeyCombination combo, int id);
     bool pressMarker();
-    bool heldByUs(int keycode, quint16 modifiers);
+    bool isGrabbedByUs(int keycode, quint16 modifiers);
     void setLock(const QString &key, quint16 mask, bool on);
 
     std::unique_ptr<OtherClient> m_other;
@@ -106,10 +106,10 @@ void GlobalHotkeysX11Test::init()
     m_other = std::make_unique<OtherClient>();
     QVERIFY(m_other->openFocusedWindow({0, 0, 400, 300}));
     m_hotkeys = std::make_unique<GlobalHotkeysX11>(*X11Connection::current());
-    listen();
+    recordPresses();
 }
 
-void GlobalHotkeysX11Test::listen()
+void GlobalHotkeysX11Test::recordPresses()
 {
     m_hotkeys->installHandler(
         [this](GlobalHotkeys::Registration registration) { m_fired << m_ids.value(registration); });
@@ -131,8 +131,8 @@ GlobalHotkeys::Registration GlobalHotkeysX11Test::add(QKeyCombination combo, int
     return *result;
 }
 
-/// Presses one more hot key and waits for it: events arrive in order, so earlier presses have been
-/// delivered by then.
+/// Presses a marker hot key and waits for it. Events arrive in order, so all earlier presses have
+/// been delivered by then.
 bool GlobalHotkeysX11Test::pressMarker()
 {
     if (!add(ctrlAltCmd | Qt::Key_M, markerId))
@@ -142,7 +142,7 @@ bool GlobalHotkeysX11Test::pressMarker()
 }
 
 /// Whether another program's grab of a combination is refused.
-bool GlobalHotkeysX11Test::heldByUs(int keycode, quint16 modifiers)
+bool GlobalHotkeysX11Test::isGrabbedByUs(int keycode, quint16 modifiers)
 {
     const int status = m_other->grabKey(keycode, modifiers);
     if (status == 0)
@@ -158,7 +158,7 @@ void GlobalHotkeysX11Test::setLock(const QString &key, quint16 mask, bool on)
     QTRY_COMPARE(bool(m_other->modifierState() & mask), on);
 }
 
-void GlobalHotkeysX11Test::firesWhileAnotherProgramHasTheFocus()
+void GlobalHotkeysX11Test::firesWhileOtherProgramHasFocus()
 {
     QVERIFY(add(ctrlAltCmd | Qt::Key_C, 1));
     QVERIFY(xdotool(QStringLiteral("key ctrl+alt+super+c")));
@@ -170,7 +170,7 @@ void GlobalHotkeysX11Test::firesWhileAnotherProgramHasTheFocus()
                          [](const OtherClient::Key &key) { return key.keycode == keyC; }));
 }
 
-void GlobalHotkeysX11Test::firesInOurOwnWindow()
+void GlobalHotkeysX11Test::firesInOwnWindow()
 {
     QVERIFY(add(ctrlAltCmd | Qt::Key_C, 1));
     QWindow window;
@@ -182,7 +182,7 @@ void GlobalHotkeysX11Test::firesInOurOwnWindow()
     QTRY_COMPARE(m_fired, QList<int>{1});
 }
 
-void GlobalHotkeysX11Test::lockKeysMakeNoDifference_data()
+void GlobalHotkeysX11Test::lockKeysAreIgnored_data()
 {
     QTest::addColumn<bool>("numLock");
     QTest::addColumn<bool>("capsLock");
@@ -192,7 +192,7 @@ void GlobalHotkeysX11Test::lockKeysMakeNoDifference_data()
     QTest::newRow("both") << true << true;
 }
 
-void GlobalHotkeysX11Test::lockKeysMakeNoDifference()
+void GlobalHotkeysX11Test::lockKeysAreIgnored()
 {
     QFETCH(bool, numLock);
     QFETCH(bool, capsLock);
@@ -204,7 +204,7 @@ void GlobalHotkeysX11Test::lockKeysMakeNoDifference()
     const bool fired = QTest::qWaitFor([this] { return m_fired == QList<int>{1}; });
 
     m_hotkeys->unregisterHotkey(registration);
-    m_other->forget();
+    m_other->clearInput();
     const bool pressedAgain = xdotool(QStringLiteral("key ctrl+alt+super+54"));
     const bool released = QTest::qWaitFor([this] {
         const auto keys = m_other->keys();
@@ -216,11 +216,11 @@ void GlobalHotkeysX11Test::lockKeysMakeNoDifference()
     QVERIFY(pressed);
     QVERIFY(fired);
     QVERIFY(pressedAgain);
-    QVERIFY2(released, "the key is still grabbed after it was unregistered");
+    QVERIFY2(released, "the key must not remain grabbed after unregistering");
     QCOMPARE(m_fired, QList<int>{1});
 }
 
-void GlobalHotkeysX11Test::otherModifiersDoNotFire()
+void GlobalHotkeysX11Test::modifiersMustMatchExactly()
 {
     QVERIFY(add(ctrlAltCmd | Qt::Key_C, 1));
     for (const char *combo :
@@ -243,7 +243,7 @@ void GlobalHotkeysX11Test::distinguishesModifiers()
     QTRY_COMPARE(m_fired, (QList<int>{3, 2, 1, 5, 4}));
 }
 
-void GlobalHotkeysX11Test::shiftedDigitGrabsTheBaseKey()
+void GlobalHotkeysX11Test::shiftedDigitGrabsBaseKey()
 {
     const auto registration = add(Qt::MetaModifier | Qt::ShiftModifier | Qt::Key_3, 1);
     QCOMPARE(m_hotkeys->grabbedKeycode(registration), xcb_keycode_t(key3));
@@ -254,7 +254,7 @@ void GlobalHotkeysX11Test::shiftedDigitGrabsTheBaseKey()
 void GlobalHotkeysX11Test::heldKeyFiresOnce()
 {
     QVERIFY(add(ctrlAltCmd | Qt::Key_C, 1));
-    // Fast repeats; the other program's window shows that they are generated.
+    // Fast auto-repeat; verified by the other program's window.
     QVERIFY(runTool(QStringLiteral("xset"), {QStringLiteral("r"), QStringLiteral("rate"),
                                              QStringLiteral("150"), QStringLiteral("50")}));
     QVERIFY(xdotool(QStringLiteral("keydown x")));
@@ -273,7 +273,7 @@ void GlobalHotkeysX11Test::heldKeyFiresOnce()
 void GlobalHotkeysX11Test::quickPressesAllFire()
 {
     QVERIFY(add(ctrlAltCmd | Qt::Key_C, 1));
-    // Without a pause several presses fall into one tick of the server's clock.
+    // Without a delay several presses get the same server timestamp.
     QVERIFY(xdotool(QStringLiteral("key --delay 0 ctrl+alt+super+54 ctrl+alt+super+54 "
                                    "ctrl+alt+super+54 ctrl+alt+super+54")));
     QTRY_COMPARE(m_fired, (QList<int>{1, 1, 1, 1}));
@@ -297,24 +297,24 @@ void GlobalHotkeysX11Test::conflictOnOneLockVariantGrabsNothing()
     QCOMPARE(m_other->grabKey(keyC, xControl | xAlt | xSuper | xNumLock | xCapsLock), 0);
     QCOMPARE(m_hotkeys->registerHotkey(ctrlAltCmd | Qt::Key_C).error().status, badAccess);
     for (const int locks : {0, int(xNumLock), int(xCapsLock)})
-        QVERIFY(!heldByUs(keyC, static_cast<quint16>(xControl | xAlt | xSuper | locks)));
+        QVERIFY(!isGrabbedByUs(keyC, static_cast<quint16>(xControl | xAlt | xSuper | locks)));
 }
 
-void GlobalHotkeysX11Test::registersAfterTheOtherProgramReleases()
+void GlobalHotkeysX11Test::registersAfterOtherProgramReleasesKey()
 {
     QCOMPARE(m_other->grabKey(keyC, xControl | xAlt | xSuper), 0);
     QCOMPARE(m_hotkeys->registerHotkey(ctrlAltCmd | Qt::Key_C).error().status, badAccess);
     m_other->ungrabKey(keyC, xControl | xAlt | xSuper);
     QVERIFY(add(ctrlAltCmd | Qt::Key_C, 1));
-    QVERIFY(heldByUs(keyC, xControl | xAlt | xSuper));
-    QVERIFY(heldByUs(keyC, xControl | xAlt | xSuper | xNumLock));
-    QVERIFY(heldByUs(keyC, xControl | xAlt | xSuper | xCapsLock));
-    QVERIFY(heldByUs(keyC, xControl | xAlt | xSuper | xNumLock | xCapsLock));
+    QVERIFY(isGrabbedByUs(keyC, xControl | xAlt | xSuper));
+    QVERIFY(isGrabbedByUs(keyC, xControl | xAlt | xSuper | xNumLock));
+    QVERIFY(isGrabbedByUs(keyC, xControl | xAlt | xSuper | xCapsLock));
+    QVERIFY(isGrabbedByUs(keyC, xControl | xAlt | xSuper | xNumLock | xCapsLock));
     QVERIFY(xdotool(QStringLiteral("key ctrl+alt+super+c")));
     QTRY_COMPARE(m_fired, QList<int>{1});
 }
 
-void GlobalHotkeysX11Test::ourOwnDuplicateIsRefused()
+void GlobalHotkeysX11Test::ownDuplicateIsRefused()
 {
     QVERIFY(add(ctrlAltCmd | Qt::Key_C, 1));
     QCOMPARE(m_hotkeys->registerHotkey(ctrlAltCmd | Qt::Key_C).error().status, badAccess);
@@ -322,14 +322,14 @@ void GlobalHotkeysX11Test::ourOwnDuplicateIsRefused()
     QTRY_COMPARE(m_fired, QList<int>{1});
 }
 
-void GlobalHotkeysX11Test::unknownKeyIsRefused()
+void GlobalHotkeysX11Test::unsupportedKeyIsRefused()
 {
     const auto result = m_hotkeys->registerHotkey(ctrlAltCmd | Qt::Key_F5);
     QVERIFY(!result);
     QCOMPARE(result.error().kind, GlobalHotkeys::Failure::Kind::UnsupportedKey);
 }
 
-void GlobalHotkeysX11Test::unregisteredKeyReachesTheOtherProgramAgain()
+void GlobalHotkeysX11Test::unregisterReleasesKey()
 {
     const auto first = add(ctrlAltCmd | Qt::Key_C, 1);
     QVERIFY(add(ctrlAltCmd | Qt::Key_X, 2));
@@ -340,21 +340,21 @@ void GlobalHotkeysX11Test::unregisteredKeyReachesTheOtherProgramAgain()
         const auto keys = m_other->keys();
         return std::any_of(keys.begin(), keys.end(), pressedC);
     }());
-    QVERIFY(!heldByUs(keyC, xControl | xAlt | xSuper));
-    QVERIFY(heldByUs(keyX, xControl | xAlt | xSuper));
+    QVERIFY(!isGrabbedByUs(keyC, xControl | xAlt | xSuper));
+    QVERIFY(isGrabbedByUs(keyX, xControl | xAlt | xSuper));
     QVERIFY(pressMarker());
     QCOMPARE(m_fired, QList<int>{markerId});
 }
 
-void GlobalHotkeysX11Test::unregisterOfUnknownIsNoError()
+void GlobalHotkeysX11Test::unregisterIgnoresUnknownRegistration()
 {
     const auto registration = add(ctrlAltCmd | Qt::Key_C, 1);
     m_hotkeys->unregisterHotkey(0);
     m_hotkeys->unregisterHotkey(registration + 7);
-    QVERIFY(heldByUs(keyC, xControl | xAlt | xSuper));
+    QVERIFY(isGrabbedByUs(keyC, xControl | xAlt | xSuper));
     m_hotkeys->unregisterHotkey(registration);
     m_hotkeys->unregisterHotkey(registration);
-    QVERIFY(!heldByUs(keyC, xControl | xAlt | xSuper));
+    QVERIFY(!isGrabbedByUs(keyC, xControl | xAlt | xSuper));
 }
 
 void GlobalHotkeysX11Test::removedHandlerIsNotCalled()
@@ -364,12 +364,12 @@ void GlobalHotkeysX11Test::removedHandlerIsNotCalled()
     PressCounter counter;
     QVERIFY(xdotool(QStringLiteral("key ctrl+alt+super+c")));
     QTRY_COMPARE(counter.presses, 1);
-    listen();
+    recordPresses();
     QVERIFY(pressMarker());
     QCOMPARE(m_fired, QList<int>{markerId});
 }
 
-void GlobalHotkeysX11Test::handlerMayUnregisterItself()
+void GlobalHotkeysX11Test::handlerCanUnregisterAndRemoveItself()
 {
     QVERIFY(add(ctrlAltCmd | Qt::Key_C, 1));
     m_hotkeys->installHandler([this](GlobalHotkeys::Registration registration) {
@@ -379,18 +379,18 @@ void GlobalHotkeysX11Test::handlerMayUnregisterItself()
     });
     QVERIFY(xdotool(QStringLiteral("key ctrl+alt+super+c")));
     QTRY_COMPARE(m_fired, QList<int>{1});
-    QVERIFY(!heldByUs(keyC, xControl | xAlt | xSuper));
+    QVERIFY(!isGrabbedByUs(keyC, xControl | xAlt | xSuper));
 }
 
-void GlobalHotkeysX11Test::destructionReleasesTheKeys()
+void GlobalHotkeysX11Test::destructorReleasesKeys()
 {
     QVERIFY(add(ctrlAltCmd | Qt::Key_C, 1));
-    QVERIFY(heldByUs(keyC, xControl | xAlt | xSuper));
+    QVERIFY(isGrabbedByUs(keyC, xControl | xAlt | xSuper));
     m_hotkeys.reset();
-    QTRY_VERIFY(!heldByUs(keyC, xControl | xAlt | xSuper));
+    QTRY_VERIFY(!isGrabbedByUs(keyC, xControl | xAlt | xSuper));
 }
 
-void GlobalHotkeysX11Test::activeGrabOfAnotherProgramWins()
+void GlobalHotkeysX11Test::keyboardGrabOfOtherProgramWins()
 {
     QVERIFY(add(ctrlAltCmd | Qt::Key_C, 1));
     QVERIFY(m_other->grabKeyboard());
@@ -407,7 +407,7 @@ void GlobalHotkeysX11Test::activeGrabOfAnotherProgramWins()
     QTRY_COMPARE(m_fired, (QList<int>{markerId, 1}));
 }
 
-void GlobalHotkeysX11Test::followsTheLayout()
+void GlobalHotkeysX11Test::followsLayoutChange()
 {
     const auto z = add(ctrlAltCmd | Qt::Key_Z, 1);
     const auto c = add(ctrlAltCmd | Qt::Key_C, 2);
@@ -416,7 +416,7 @@ void GlobalHotkeysX11Test::followsTheLayout()
     const bool moved = QTest::qWaitFor([&] { return m_hotkeys->grabbedKeycode(z) == keyY; });
     const bool pressed = xdotool(QStringLiteral("key ctrl+alt+super+52 key ctrl+alt+super+29"));
     const bool fired = QTest::qWaitFor([this] { return m_fired == QList<int>{1}; });
-    const bool freed = !heldByUs(keyZ, xControl | xAlt | xSuper);
+    const bool freed = !isGrabbedByUs(keyZ, xControl | xAlt | xSuper);
     const xcb_keycode_t unmoved = m_hotkeys->grabbedKeycode(c);
     QVERIFY(setLayout(QStringLiteral("us")));
     QTRY_COMPARE(m_hotkeys->grabbedKeycode(z), xcb_keycode_t(keyZ));
@@ -428,7 +428,7 @@ void GlobalHotkeysX11Test::followsTheLayout()
     QCOMPARE(m_log, QStringList());
 }
 
-void GlobalHotkeysX11Test::cyrillicLayoutKeepsTheLetters()
+void GlobalHotkeysX11Test::lettersWorkInCyrillicLayout()
 {
     const auto z = add(ctrlAltCmd | Qt::Key_Z, 1);
     QVERIFY(setLayout(QStringLiteral("de")));
@@ -444,14 +444,14 @@ void GlobalHotkeysX11Test::cyrillicLayoutKeepsTheLetters()
     QVERIFY(cyrillic);
     QVERIFY(c);
     QVERIFY(pressed);
-    QVERIFY2(fired, "letters do not work in a non-Latin layout");
+    QVERIFY2(fired, "letters must work in a non-Latin layout");
 }
 
-void GlobalHotkeysX11Test::secondLayoutOfTwoKeepsTheLetters()
+void GlobalHotkeysX11Test::lettersWorkInSecondLayout()
 {
     QVERIFY(setLayout(QStringLiteral("us,ru")));
     QVERIFY(add(ctrlAltCmd | Qt::Key_C, 1));
-    // xdotool switches to the second layout, the only one with this letter.
+    // xdotool switches to the second layout, the only one that has this letter.
     const bool pressed = xdotool(QStringLiteral("key ctrl+alt+super+Cyrillic_es"));
     const bool fired = QTest::qWaitFor([this] { return m_fired == QList<int>{1}; });
     QVERIFY(setLayout(QStringLiteral("us")));
@@ -476,14 +476,14 @@ void GlobalHotkeysX11Test::conflictAfterLayoutChangeIsLoggedAndRecovers()
     QTRY_COMPARE(m_fired, QList<int>{1});
 }
 
-void GlobalHotkeysX11Test::namesKeys()
+void GlobalHotkeysX11Test::keyNameReturnsCharacter()
 {
     QCOMPARE(m_hotkeys->keyName(keyC), QStringLiteral("c"));
     QCOMPARE(m_hotkeys->keyName(key3), QStringLiteral("3"));
     QCOMPARE(m_hotkeys->keyName(51), QStringLiteral("\\"));
     QCOMPARE(m_hotkeys->keyName(65), QString()); // space
     QCOMPARE(m_hotkeys->keyName(9), QString());  // escape
-    QCOMPARE(m_hotkeys->keyName(89), QString()); // 3 of the keypad
+    QCOMPARE(m_hotkeys->keyName(89), QString()); // keypad 3
     QCOMPARE(m_hotkeys->keyName(0), QString());
 }
 

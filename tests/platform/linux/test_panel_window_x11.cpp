@@ -16,18 +16,18 @@ using namespace quellora;
 
 namespace {
 
-/// A window that notes the input it gets.
+/// A window that records its input.
 class RecordingWindow : public QRasterWindow
 {
 public:
     QString typed;
     QList<QPoint> presses;
-    int wheels = 0;
+    int wheelEvents = 0;
 
 protected:
     void keyPressEvent(QKeyEvent *event) override { typed += event->text(); }
     void mousePressEvent(QMouseEvent *event) override { presses << event->position().toPoint(); }
-    void wheelEvent(QWheelEvent *) override { ++wheels; }
+    void wheelEvent(QWheelEvent *) override { ++wheelEvents; }
     void paintEvent(QPaintEvent *) override
     {
         QPainter(this).fillRect(QRect(QPoint(), size()), Qt::darkCyan);
@@ -40,8 +40,8 @@ const QStringList panelStates{
 
 } // namespace
 
-/// The panel beside another program whose window covers the screen and has the focus. Runs at
-/// scale 1 and 2; positions are points unless they say pixels.
+/// The panel in front of another program's window, which covers the screen and has the focus. Runs
+/// at scales 1 and 2; coordinates are in points unless noted as pixels.
 class PanelWindowX11Test : public QObject
 {
     Q_OBJECT
@@ -49,44 +49,44 @@ private Q_SLOTS:
     void init();
     void cleanup();
 
-    void showingLeavesTheFocusAlone();
-    void showingAgainLeavesTheFocusAlone();
-    void hasThePanelStates();
-    void keepsThePanelStatesAfterHiding();
-    void keepsThePanelStatesAfterRecreation();
-    void traitsOfAnExistingWindowAreAppliedToo();
-    void traitsOfAShownWindowAreAppliedToo();
-    void staysAboveARaisedWindow();
-    void staysAboveAFullScreenWindow();
-    void staysOnEveryDesktop();
-    void canBeTranslucent();
-    void clickLeavesTheFocusAlone();
-    void makeKeyGivesTyping();
-    void hidingGivesTheKeyboardBack();
-    void resigningGivesTheKeyboardBack();
-    void makeKeyOfAHiddenWindowIsNoSuccess();
-    void exclusionIsMarkedAndHonest();
+    void showingDoesNotTakeFocus();
+    void showingAgainDoesNotTakeFocus();
+    void setsPanelStates();
+    void keepsPanelStatesAfterHiding();
+    void keepsPanelStatesAfterRecreation();
+    void appliesTraitsToExistingWindow();
+    void appliesTraitsToShownWindow();
+    void staysAboveRaisedWindow();
+    void staysAboveFullScreenWindow();
+    void isOnAllDesktops();
+    void hasAlphaChannel();
+    void clickDoesNotTakeFocus();
+    void makeKeyFocusesPanel();
+    void hidingReturnsFocus();
+    void resignKeyReturnsFocus();
+    void makeKeyOfHiddenWindowIsBestEffort();
+    void exclusionSetsPropertyAndIsUnsupported();
     void exclusionSurvivesRecreation();
-    void wholeWindowTakesEventsAtFirst();
-    void responseAreaLetsEventsThrough();
+    void wholeWindowReceivesEventsInitially();
+    void eventsPassThroughResponseArea();
     void inputShapeIsExact();
-    void inputShapeFollowsTheSize();
+    void inputShapeFollowsWindowSize();
     void inputShapeSurvivesHidingAndRecreation();
-    void emptyRectangleMakesTheWholeWindowTakeEvents();
-    void rectangleSetBeforeTheWindowExists();
-    void noticesTheCompositor();
-    void noticesACrashedCompositor();
-    void seesACompositorThatRunsAlready();
-    void accessoryWindowsLeaveTheTaskBar();
-    void accessoryWindowsShownInHasteLeaveItToo();
-    void activateGivesTheFocus();
+    void emptyRectangleDisablesClickThrough();
+    void rectangleCanBeSetBeforeNativeWindowExists();
+    void notifiesOfCompositorStartAndExit();
+    void detectsCompositorCrash();
+    void detectsRunningCompositor();
+    void accessoryWindowsSkipTaskBar();
+    void accessoryWindowsSkipTaskBarAfterQuickReshow();
+    void activateFocusesWindow();
 
 private:
     void showPanel();
     xcb_window_t panelId() const { return static_cast<xcb_window_t>(m_window->winId()); }
     bool clickAt(const QPoint &panelPoint, int button = 1);
     bool typeKey(const QString &key);
-    bool clickBeside();
+    bool clickOutsidePanel();
     bool hasPanelStates();
     QRect pixels(const QRect &points) const
     {
@@ -127,27 +127,27 @@ void PanelWindowX11Test::showPanel()
 bool PanelWindowX11Test::clickAt(const QPoint &panelPoint, int button)
 {
     const int scale = qRound(m_window->devicePixelRatio());
-    const QPoint place = m_other->screenGeometry(panelId()).topLeft() + panelPoint * scale;
+    const QPoint position = m_other->screenGeometry(panelId()).topLeft() + panelPoint * scale;
     return xdotool(
-        QStringLiteral("mousemove %1 %2 click %3").arg(place.x()).arg(place.y()).arg(button));
+        QStringLiteral("mousemove %1 %2 click %3").arg(position.x()).arg(position.y()).arg(button));
 }
 
-/// Types into whatever has the focus.
+/// Presses a key; the focused window receives it.
 bool PanelWindowX11Test::typeKey(const QString &key)
 {
     return xdotool(QStringLiteral("key ") + key);
 }
 
-/// Clicks on the other program beside the panel and waits until it arrived: clicks before it have
-/// arrived, too, or never will.
-bool PanelWindowX11Test::clickBeside()
+/// Clicks on the other program's window, outside the panel, and waits for the click. Clicks arrive
+/// in order, so all earlier ones have been delivered by then.
+bool PanelWindowX11Test::clickOutsidePanel()
 {
-    const OtherClient::Button beside{1, {1200, 900}};
+    const OtherClient::Button outside{1, {1200, 900}};
     return xdotool(QStringLiteral("mousemove 1200 900 click 1")) &&
-           QTest::qWaitFor([&] { return m_other->buttons().contains(beside); });
+           QTest::qWaitFor([&] { return m_other->buttons().contains(outside); });
 }
 
-void PanelWindowX11Test::showingLeavesTheFocusAlone()
+void PanelWindowX11Test::showingDoesNotTakeFocus()
 {
     showPanel();
     QVERIFY(typeKey(QStringLiteral("k")));
@@ -158,7 +158,7 @@ void PanelWindowX11Test::showingLeavesTheFocusAlone()
     QCOMPARE(m_window->typed, QString());
 }
 
-void PanelWindowX11Test::showingAgainLeavesTheFocusAlone()
+void PanelWindowX11Test::showingAgainDoesNotTakeFocus()
 {
     showPanel();
     for (int i = 0; i < 3; ++i) {
@@ -183,7 +183,7 @@ bool PanelWindowX11Test::hasPanelStates()
     return QTest::qWaitFor(complete);
 }
 
-void PanelWindowX11Test::hasThePanelStates()
+void PanelWindowX11Test::setsPanelStates()
 {
     showPanel();
     QVERIFY(hasPanelStates());
@@ -191,7 +191,7 @@ void PanelWindowX11Test::hasThePanelStates()
     QVERIFY(!m_other->managedWindows().contains(panelId()));
 }
 
-void PanelWindowX11Test::keepsThePanelStatesAfterHiding()
+void PanelWindowX11Test::keepsPanelStatesAfterHiding()
 {
     showPanel();
     m_window->hide();
@@ -201,7 +201,7 @@ void PanelWindowX11Test::keepsThePanelStatesAfterHiding()
     QVERIFY(hasPanelStates());
 }
 
-void PanelWindowX11Test::keepsThePanelStatesAfterRecreation()
+void PanelWindowX11Test::keepsPanelStatesAfterRecreation()
 {
     showPanel();
     const xcb_window_t first = panelId();
@@ -215,7 +215,7 @@ void PanelWindowX11Test::keepsThePanelStatesAfterRecreation()
     QCOMPARE(m_other->focusLosses(), 0);
 }
 
-void PanelWindowX11Test::traitsOfAnExistingWindowAreAppliedToo()
+void PanelWindowX11Test::appliesTraitsToExistingWindow()
 {
     m_panels->excludeFromCapture(*m_window);
     m_window->create();
@@ -227,7 +227,7 @@ void PanelWindowX11Test::traitsOfAnExistingWindowAreAppliedToo()
     QCOMPARE(m_window->format().alphaBufferSize(), 8);
 }
 
-void PanelWindowX11Test::traitsOfAShownWindowAreAppliedToo()
+void PanelWindowX11Test::appliesTraitsToShownWindow()
 {
     m_window->show();
     QVERIFY(QTest::qWaitForWindowActive(m_window.get()));
@@ -235,22 +235,22 @@ void PanelWindowX11Test::traitsOfAShownWindowAreAppliedToo()
     QVERIFY(QTest::qWaitForWindowExposed(m_window.get()));
     QVERIFY(hasPanelStates());
     QTRY_COMPARE(m_other->focusedWindow(), m_other->window());
-    // Once more changes nothing.
+    // A repeated call has no effect.
     const xcb_window_t before = panelId();
     QVERIFY(m_panels->applyPanelTraits(*m_window).isApplied());
     QCOMPARE(panelId(), before);
     QVERIFY(m_window->isVisible());
 }
 
-void PanelWindowX11Test::staysAboveARaisedWindow()
+void PanelWindowX11Test::staysAboveRaisedWindow()
 {
     showPanel();
-    QVERIFY(clickBeside());
+    QVERIFY(clickOutsidePanel());
     QVERIFY(clickAt({50, 50}));
     QTRY_COMPARE(m_window->presses.size(), 1);
 }
 
-void PanelWindowX11Test::staysAboveAFullScreenWindow()
+void PanelWindowX11Test::staysAboveFullScreenWindow()
 {
     showPanel();
     OtherClient later;
@@ -264,7 +264,7 @@ void PanelWindowX11Test::staysAboveAFullScreenWindow()
     QCOMPARE(later.focusedWindow(), later.window());
 }
 
-void PanelWindowX11Test::staysOnEveryDesktop()
+void PanelWindowX11Test::isOnAllDesktops()
 {
     showPanel();
     QVERIFY(xdotool(QStringLiteral("set_desktop 1")));
@@ -276,13 +276,13 @@ void PanelWindowX11Test::staysOnEveryDesktop()
     QVERIFY(viewable);
 }
 
-void PanelWindowX11Test::canBeTranslucent()
+void PanelWindowX11Test::hasAlphaChannel()
 {
     showPanel();
     QCOMPARE(m_window->format().alphaBufferSize(), 8);
 }
 
-void PanelWindowX11Test::clickLeavesTheFocusAlone()
+void PanelWindowX11Test::clickDoesNotTakeFocus()
 {
     showPanel();
     QVERIFY(clickAt({50, 60}));
@@ -293,7 +293,7 @@ void PanelWindowX11Test::clickLeavesTheFocusAlone()
     QCOMPARE(m_window->typed, QString());
 }
 
-void PanelWindowX11Test::makeKeyGivesTyping()
+void PanelWindowX11Test::makeKeyFocusesPanel()
 {
     showPanel();
     QVERIFY(clickAt({50, 60}));
@@ -305,29 +305,29 @@ void PanelWindowX11Test::makeKeyGivesTyping()
     QVERIFY(m_window->isActive());
     QCOMPARE(m_other->keys().size(), 0);
 
-    // A click on the other program takes the keyboard back.
-    QVERIFY(clickBeside());
+    // A click on the other program's window moves the focus back to it.
+    QVERIFY(clickOutsidePanel());
     QTRY_COMPARE(m_other->focusedWindow(), m_other->window());
     QVERIFY(typeKey(QStringLiteral("j")));
     QTRY_COMPARE(m_other->keys().size(), 1);
     QCOMPARE(m_window->typed, QStringLiteral("k"));
 }
 
-void PanelWindowX11Test::hidingGivesTheKeyboardBack()
+void PanelWindowX11Test::hidingReturnsFocus()
 {
     showPanel();
     QVERIFY(m_panels->makeKey(*m_window).isApplied());
     QTRY_COMPARE(m_other->focusedWindow(), panelId());
     m_window->hide();
-    // The window manager, too, looks for the next one to have it: what counts is where it ends up.
+    // The window manager also selects a next window; only the final focus matters.
     QTRY_VERIFY(typeKey(QStringLiteral("j")) && !m_other->keys().isEmpty());
     QTRY_COMPARE(m_other->focusedWindow(), m_other->window());
 }
 
-void PanelWindowX11Test::resigningGivesTheKeyboardBack()
+void PanelWindowX11Test::resignKeyReturnsFocus()
 {
     showPanel();
-    // More than once without any input in between, as assistive programs do it.
+    // Repeatedly without input in between, as assistive technologies do.
     for (int round = 0; round < 2; ++round) {
         QVERIFY(m_panels->makeKey(*m_window).isApplied());
         QTRY_COMPARE(m_other->focusedWindow(), panelId());
@@ -336,17 +336,17 @@ void PanelWindowX11Test::resigningGivesTheKeyboardBack()
     }
     QVERIFY(typeKey(QStringLiteral("k")));
     QTRY_COMPARE(m_other->keys().size(), 1);
-    // What the panel does not have it cannot give back.
+    // Without the focus, resignKey() has no effect.
     QVERIFY(m_panels->makeKey(*m_window).isApplied());
     QTRY_COMPARE(m_other->focusedWindow(), panelId());
-    QVERIFY(clickBeside());
+    QVERIFY(clickOutsidePanel());
     QTRY_COMPARE(m_other->focusedWindow(), m_other->window());
     m_panels->resignKey(*m_window);
     QVERIFY(typeKey(QStringLiteral("j")));
     QTRY_COMPARE(m_other->keys().size(), 2);
 }
 
-void PanelWindowX11Test::makeKeyOfAHiddenWindowIsNoSuccess()
+void PanelWindowX11Test::makeKeyOfHiddenWindowIsBestEffort()
 {
     m_panels->applyPanelTraits(*m_window);
     QCOMPARE(m_panels->makeKey(*m_window).state(), Capability::State::BestEffort);
@@ -357,13 +357,13 @@ void PanelWindowX11Test::makeKeyOfAHiddenWindowIsNoSuccess()
     QCOMPARE(m_other->focusedWindow(), m_other->window());
 }
 
-void PanelWindowX11Test::exclusionIsMarkedAndHonest()
+void PanelWindowX11Test::exclusionSetsPropertyAndIsUnsupported()
 {
     const Capability result = m_panels->excludeFromCapture(*m_window);
     QCOMPARE(result.state(), Capability::State::Unsupported);
     QVERIFY(result.reason().contains(
         QStringLiteral("other programs' captures cannot be prevented on X11")));
-    // Marked before it is on the screen for the first time.
+    // The property is set before the window is first shown.
     m_window->create();
     QTRY_COMPARE(m_other->property(panelId(), "_QUELLORA_CAPTURE_EXCLUDE"), QList<quint32>{1});
     showPanel();
@@ -379,7 +379,7 @@ void PanelWindowX11Test::exclusionSurvivesRecreation()
     QTRY_COMPARE(m_other->property(panelId(), "_QUELLORA_CAPTURE_EXCLUDE"), QList<quint32>{1});
 }
 
-void PanelWindowX11Test::wholeWindowTakesEventsAtFirst()
+void PanelWindowX11Test::wholeWindowReceivesEventsInitially()
 {
     showPanel();
     QVERIFY(clickAt({120, 100}));
@@ -387,27 +387,27 @@ void PanelWindowX11Test::wholeWindowTakesEventsAtFirst()
     QCOMPARE(m_other->buttons().size(), 0);
 }
 
-void PanelWindowX11Test::responseAreaLetsEventsThrough()
+void PanelWindowX11Test::eventsPassThroughResponseArea()
 {
     showPanel();
     QVERIFY(m_panels->setClickThrough(*m_window, {20, 40, 180, 100}).isApplied());
     const int scale = qRound(m_window->devicePixelRatio());
-    const QPoint place = QPoint(60 + 100, 40 + 80) * scale;
+    const QPoint position = QPoint(60 + 100, 40 + 80) * scale;
     for (const int button : {1, 3, 4, 5}) {
         QVERIFY(clickAt({100, 80}, button));
-        QTRY_VERIFY(m_other->buttons().contains({button, place}));
+        QTRY_VERIFY(m_other->buttons().contains({button, position}));
     }
     QCOMPARE(m_window->presses.size(), 0);
-    QCOMPARE(m_window->wheels, 0);
+    QCOMPARE(m_window->wheelEvents, 0);
 
-    // Each side of the rectangle still belongs to the panel.
+    // On every side of the rectangle the panel still receives events.
     const QList<QPoint> inside{{100, 20}, {100, 160}, {10, 80}, {220, 80}};
     for (const QPoint &point : inside)
         QVERIFY(clickAt(point));
     QVERIFY(clickAt({100, 20}, 4));
     QTRY_COMPARE(m_window->presses, inside);
-    QTRY_COMPARE(m_window->wheels, 1);
-    QVERIFY(clickBeside());
+    QTRY_COMPARE(m_window->wheelEvents, 1);
+    QVERIFY(clickOutsidePanel());
     QCOMPARE(m_other->buttons().size(), 5);
 }
 
@@ -420,7 +420,7 @@ void PanelWindowX11Test::inputShapeIsExact()
                                pixels({200, 40, 40, 100}), pixels({0, 140, 240, 60})}));
 }
 
-void PanelWindowX11Test::inputShapeFollowsTheSize()
+void PanelWindowX11Test::inputShapeFollowsWindowSize()
 {
     showPanel();
     m_panels->setClickThrough(*m_window, {0, 40, 180, 100});
@@ -446,7 +446,7 @@ void PanelWindowX11Test::inputShapeSurvivesHidingAndRecreation()
     QTRY_COMPARE(m_other->inputShape(panelId()), expected);
 }
 
-void PanelWindowX11Test::emptyRectangleMakesTheWholeWindowTakeEvents()
+void PanelWindowX11Test::emptyRectangleDisablesClickThrough()
 {
     showPanel();
     m_panels->setClickThrough(*m_window, {20, 40, 180, 100});
@@ -454,12 +454,12 @@ void PanelWindowX11Test::emptyRectangleMakesTheWholeWindowTakeEvents()
     QTRY_COMPARE(m_other->inputShape(panelId()), (QList<QRect>{pixels({0, 0, 240, 200})}));
     QVERIFY(clickAt({100, 80}));
     QTRY_COMPARE(m_window->presses.size(), 1);
-    // It stays so when the window grows.
+    // The shape keeps covering the whole window after a resize.
     m_window->resize(300, 220);
     QTRY_COMPARE(m_other->inputShape(panelId()), (QList<QRect>{pixels({0, 0, 300, 220})}));
 }
 
-void PanelWindowX11Test::rectangleSetBeforeTheWindowExists()
+void PanelWindowX11Test::rectangleCanBeSetBeforeNativeWindowExists()
 {
     QVERIFY(m_panels->setClickThrough(*m_window, {0, 0, 240, 150}).isApplied());
     QVERIFY(!m_window->handle());
@@ -467,21 +467,21 @@ void PanelWindowX11Test::rectangleSetBeforeTheWindowExists()
     QTRY_COMPARE(m_other->inputShape(panelId()), (QList<QRect>{pixels({0, 150, 240, 50})}));
 }
 
-void PanelWindowX11Test::noticesTheCompositor()
+void PanelWindowX11Test::notifiesOfCompositorStartAndExit()
 {
     QList<bool> seen;
     m_panels->onCompositingChanged([&] { seen << m_panels->isCompositing(); });
     QVERIFY(!m_panels->isCompositing());
     m_other->ownSelection("_NET_WM_CM_S0");
     QTRY_COMPARE(seen, QList<bool>{true});
-    // A compositor that takes over from another changes nothing.
+    // One compositor replacing another is not a change.
     m_other->ownSelection("_NET_WM_CM_S0");
     m_other->ownSelection("_NET_WM_CM_S7");
     m_other->disownSelection("_NET_WM_CM_S0");
     QTRY_COMPARE(seen, (QList<bool>{true, false}));
 }
 
-void PanelWindowX11Test::noticesACrashedCompositor()
+void PanelWindowX11Test::detectsCompositorCrash()
 {
     OtherClient compositor;
     compositor.ownSelection("_NET_WM_CM_S0");
@@ -490,7 +490,7 @@ void PanelWindowX11Test::noticesACrashedCompositor()
     QTRY_VERIFY(!m_panels->isCompositing());
 }
 
-void PanelWindowX11Test::seesACompositorThatRunsAlready()
+void PanelWindowX11Test::detectsRunningCompositor()
 {
     m_other->ownSelection("_NET_WM_CM_S0");
     QTRY_VERIFY(m_panels->isCompositing());
@@ -498,7 +498,7 @@ void PanelWindowX11Test::seesACompositorThatRunsAlready()
     QVERIFY(later.isCompositing());
 }
 
-void PanelWindowX11Test::accessoryWindowsLeaveTheTaskBar()
+void PanelWindowX11Test::accessoryWindowsSkipTaskBar()
 {
     const auto states = [this] { return m_other->atomNames(panelId(), "_NET_WM_STATE"); };
     ApplicationShellX11 shell(*X11Connection::current());
@@ -516,24 +516,24 @@ void PanelWindowX11Test::accessoryWindowsLeaveTheTaskBar()
     QVERIFY(!states().contains(panelStates.at(0)));
 }
 
-void PanelWindowX11Test::accessoryWindowsShownInHasteLeaveItToo()
+void PanelWindowX11Test::accessoryWindowsSkipTaskBarAfterQuickReshow()
 {
-    const auto isLeftOut = [this] {
+    const auto skipsTaskBarAndPager = [this] {
         const QStringList states = m_other->atomNames(panelId(), "_NET_WM_STATE");
         return states.contains(panelStates.at(2)) && states.contains(panelStates.at(3));
     };
     ApplicationShellX11 shell(*X11Connection::current());
     shell.becomeAccessory();
-    // The window manager may still have to take note of the hiding when the window is back.
+    // The window may be shown again before the window manager has processed its hiding.
     for (int i = 0; i < 20; ++i) {
         m_window->show();
         QVERIFY(QTest::qWaitForWindowExposed(m_window.get()));
-        QVERIFY(QTest::qWaitFor(isLeftOut));
+        QVERIFY(QTest::qWaitFor(skipsTaskBarAndPager));
         m_window->hide();
     }
 }
 
-void PanelWindowX11Test::activateGivesTheFocus()
+void PanelWindowX11Test::activateFocusesWindow()
 {
     ApplicationShellX11 shell(*X11Connection::current());
     QCOMPARE(shell.activate(*m_window).state(), Capability::State::BestEffort);

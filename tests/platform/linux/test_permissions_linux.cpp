@@ -16,10 +16,10 @@ namespace {
 
 const QString portalService = QStringLiteral("org.freedesktop.portal.Desktop");
 const QString portalPath = QStringLiteral("/org/freedesktop/portal/desktop");
-const QString shortcuts = QStringLiteral("org.freedesktop.portal.GlobalShortcuts");
-const QString screenshot = QStringLiteral("org.freedesktop.portal.Screenshot");
+const QString shortcutsInterface = QStringLiteral("org.freedesktop.portal.GlobalShortcuts");
+const QString screenshotInterface = QStringLiteral("org.freedesktop.portal.Screenshot");
 
-/// A desktop portal that offers the portals in `versions`.
+/// A desktop portal that implements the interfaces in `versions`.
 class FakePortal : public QDBusVirtualObject
 {
     Q_OBJECT
@@ -29,27 +29,27 @@ public:
     {
         if (message.member() != QStringLiteral("Get"))
             return false;
-        const QString asked = message.arguments().value(0).toString();
+        const QString portal = message.arguments().value(0).toString();
         if (message.arguments().value(1) != QStringLiteral("version"))
             return false;
-        ++questions;
+        ++calls;
         if (isSilent)
             return true;
-        connection.send(versions.contains(asked)
+        connection.send(versions.contains(portal)
                             ? message.createReply(QVariant::fromValue(
-                                  QDBusVariant(QVariant::fromValue(versions.value(asked)))))
+                                  QDBusVariant(QVariant::fromValue(versions.value(portal)))))
                             : message.createErrorReply(QDBusError::UnknownInterface,
                                                        QStringLiteral("no such portal")));
         return true;
     }
     QMap<QString, uint> versions;
     bool isSilent = false;
-    int questions = 0;
+    int calls = 0;
 };
 
 } // namespace
 
-/// Against a session bus of its own with a portal made for the test.
+/// Uses a private session bus with a fake portal.
 class PermissionsLinuxTest : public QObject
 {
     Q_OBJECT
@@ -81,19 +81,19 @@ private Q_SLOTS:
         m_portal.reset();
     }
 
-    void onX11NobodyIsAsked()
+    void x11DoesNotQueryPortal()
     {
-        appear();
+        registerPortal();
         PermissionsLinux permissions(PermissionsLinux::Session::X11, m_address);
         QVERIFY(permissions.isAccessibilityTrusted());
         QVERIFY(permissions.isScreenRecordingGranted());
         QThreadPool::globalInstance()->waitForDone();
-        // A later question arrives after an earlier one would have.
+        // Calls arrive in order: any call from the X11 object would have been counted, too.
         PermissionsLinux other(PermissionsLinux::Session::Wayland, m_address);
-        QTRY_COMPARE(m_portal->questions, 2);
+        QTRY_COMPARE(m_portal->calls, 2);
     }
 
-    void thePortalsAnswerCounts_data()
+    void portalVersionsGrantPermissions_data()
     {
         QTest::addColumn<bool>("hasShortcuts");
         QTest::addColumn<bool>("hasScreenshots");
@@ -102,51 +102,51 @@ private Q_SLOTS:
         QTest::newRow("shortcuts only") << true << false;
         QTest::newRow("neither") << false << false;
     }
-    void thePortalsAnswerCounts()
+    void portalVersionsGrantPermissions()
     {
         QFETCH(bool, hasShortcuts);
         QFETCH(bool, hasScreenshots);
         if (hasShortcuts)
-            m_portal->versions.insert(shortcuts, 1);
+            m_portal->versions.insert(shortcutsInterface, 1);
         if (hasScreenshots)
-            m_portal->versions.insert(screenshot, 2);
-        appear();
+            m_portal->versions.insert(screenshotInterface, 2);
+        registerPortal();
         PermissionsLinux permissions(PermissionsLinux::Session::Wayland, m_address);
         int changes = 0;
         permissions.onChanged([&changes] { ++changes; });
         QVERIFY(!permissions.isAccessibilityTrusted());
         QVERIFY(!permissions.isScreenRecordingGranted());
-        QTRY_COMPARE(m_portal->questions, 2);
+        QTRY_COMPARE(m_portal->calls, 2);
         QTRY_COMPARE(changes, int(hasShortcuts) + int(hasScreenshots));
         QCOMPARE(permissions.isAccessibilityTrusted(), hasShortcuts);
         QCOMPARE(permissions.isScreenRecordingGranted(), hasScreenshots);
     }
 
-    void aPortalThatComesLaterIsAskedThen()
+    void portalStartedLaterIsQueried()
     {
-        m_portal->versions = {{shortcuts, 1}, {screenshot, 1}};
+        m_portal->versions = {{shortcutsInterface, 1}, {screenshotInterface, 1}};
         PermissionsLinux permissions(PermissionsLinux::Session::Wayland, m_address);
         QThreadPool::globalInstance()->waitForDone();
         QCoreApplication::processEvents();
         QVERIFY(!permissions.isAccessibilityTrusted());
-        appear();
+        registerPortal();
         QTRY_VERIFY(permissions.isAccessibilityTrusted());
         QTRY_VERIFY(permissions.isScreenRecordingGranted());
     }
 
-    void aSilentPortalGrantsNothingAndHoldsNobodyUp()
+    void unresponsivePortalGrantsNothingWithoutBlocking()
     {
         m_portal->isSilent = true;
-        appear();
+        registerPortal();
         QElapsedTimer timer;
         timer.start();
         PermissionsLinux permissions(PermissionsLinux::Session::Wayland, m_address);
-        QTRY_COMPARE(m_portal->questions, 2);
+        QTRY_COMPARE(m_portal->calls, 2);
         QVERIFY(!permissions.isAccessibilityTrusted());
         QVERIFY(timer.elapsed() < 5000);
     }
 
-    void withoutBusNothingIsGranted()
+    void nothingIsGrantedWithoutBus()
     {
         for (const QString &address : {QString(), QStringLiteral("unix:path=/nonexistent/bus")}) {
             PermissionsLinux permissions(PermissionsLinux::Session::Wayland, address);
@@ -157,9 +157,9 @@ private Q_SLOTS:
         }
     }
 
-    void mayBeDestroyedWhileAsking()
+    void canBeDestroyedDuringQuery()
     {
-        appear();
+        registerPortal();
         for (int i = 0; i < 5; ++i)
             PermissionsLinux permissions(PermissionsLinux::Session::Wayland, m_address);
         QThreadPool::globalInstance()->waitForDone();
@@ -167,7 +167,7 @@ private Q_SLOTS:
     }
 
 private:
-    void appear()
+    void registerPortal()
     {
         QVERIFY(QDBusConnection(QStringLiteral("portal")).registerService(portalService));
     }

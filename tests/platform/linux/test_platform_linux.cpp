@@ -15,7 +15,7 @@ using namespace quellora;
 
 namespace {
 
-/// Sets or removes variables and puts the old ones back.
+/// Sets or unsets environment variables and restores them on destruction.
 class Environment
 {
 public:
@@ -31,7 +31,7 @@ public:
     }
     ~Environment()
     {
-        for (auto it = m_before.cbegin(); it != m_before.cend(); ++it) {
+        for (auto it = m_previous.cbegin(); it != m_previous.cend(); ++it) {
             if (it->isNull())
                 qunsetenv(it.key().constData());
             else
@@ -42,10 +42,10 @@ public:
 private:
     void remember(const char *name)
     {
-        if (!m_before.contains(name))
-            m_before.insert(name, qEnvironmentVariableIsSet(name) ? qgetenv(name) : QByteArray());
+        if (!m_previous.contains(name))
+            m_previous.insert(name, qEnvironmentVariableIsSet(name) ? qgetenv(name) : QByteArray());
     }
-    QMap<QByteArray, QByteArray> m_before;
+    QMap<QByteArray, QByteArray> m_previous;
 };
 
 } // namespace
@@ -54,28 +54,28 @@ class PlatformLinuxTest : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void offscreenTheNullPortServes();
-    void offscreenKnowsTheMachine();
-    void osVersionNamesSystemAndKernel();
-    void cpuArchHasTwoValues();
+    void offscreenUsesNullPort();
+    void offscreenReportsMachineFacts();
+    void osVersionContainsSystemAndKernel();
+    void cpuArchIsArm64OrX86();
     void applicationSupportFollowsXdg();
-    void captureToolLiesBesideTheProgram();
-    void sessionKindComesFromTheEnvironment();
+    void captureToolIsBesideProgram();
+    void sessionTypeComesFromEnvironment();
     void permissionsAreGrantedOnX11Only();
-    void asksForXcbOnWayland();
-    void sessionsAreToldApartByTheirDisplay();
-    void asksForNothingElsewhere_data();
-    void asksForNothingElsewhere();
-    void asksForAnAlphaChannel();
+    void selectsXcbOnWayland();
+    void displaySessionIdentifiesDisplay();
+    void keepsPlatformPluginElsewhere_data();
+    void keepsPlatformPluginElsewhere();
+    void requestsAlphaChannel();
 };
 
-void PlatformLinuxTest::offscreenTheNullPortServes()
+void PlatformLinuxTest::offscreenUsesNullPort()
 {
     const std::unique_ptr<Platform> platform = Platform::create();
     QVERIFY(dynamic_cast<NullPlatform *>(platform.get()));
 }
 
-void PlatformLinuxTest::offscreenKnowsTheMachine()
+void PlatformLinuxTest::offscreenReportsMachineFacts()
 {
     const std::unique_ptr<Platform> platform = Platform::create();
     QCOMPARE(platform->deviceInfo().osVersion(), DeviceInfoLinux().osVersion());
@@ -84,7 +84,7 @@ void PlatformLinuxTest::offscreenKnowsTheMachine()
     QCOMPARE(platform->vocabulary().command, QStringLiteral("Super"));
 }
 
-void PlatformLinuxTest::osVersionNamesSystemAndKernel()
+void PlatformLinuxTest::osVersionContainsSystemAndKernel()
 {
     QCOMPARE(DeviceInfoLinux(QStringLiteral("Debian GNU/Linux 12 (bookworm)"),
                              QStringLiteral("6.1.0-18-arm64"), QStringLiteral("arm64"))
@@ -96,7 +96,7 @@ void PlatformLinuxTest::osVersionNamesSystemAndKernel()
     QVERIFY2(here.contains(QSysInfo::kernelVersion()), qPrintable(here));
 }
 
-void PlatformLinuxTest::cpuArchHasTwoValues()
+void PlatformLinuxTest::cpuArchIsArm64OrX86()
 {
     const auto archOf = [](const QString &name) {
         return DeviceInfoLinux(QString(), QString(), name).cpuArch();
@@ -120,7 +120,7 @@ void PlatformLinuxTest::applicationSupportFollowsXdg()
     QCOMPARE(LinuxPaths::applicationSupportDirectory(), standard);
 }
 
-void PlatformLinuxTest::captureToolLiesBesideTheProgram()
+void PlatformLinuxTest::captureToolIsBesideProgram()
 {
     const CaptureTool tool = LinuxPaths::captureTool();
     QCOMPARE(tool.program,
@@ -129,7 +129,7 @@ void PlatformLinuxTest::captureToolLiesBesideTheProgram()
     QCOMPARE(tool.allScreensArguments, tool.arguments + QStringList{QStringLiteral("--all")});
 }
 
-void PlatformLinuxTest::sessionKindComesFromTheEnvironment()
+void PlatformLinuxTest::sessionTypeComesFromEnvironment()
 {
     using Session = PermissionsLinux::Session;
     Environment environment;
@@ -156,7 +156,7 @@ void PlatformLinuxTest::permissionsAreGrantedOnX11Only()
     QVERIFY(!wayland.isScreenRecordingGranted());
 }
 
-void PlatformLinuxTest::sessionsAreToldApartByTheirDisplay()
+void PlatformLinuxTest::displaySessionIdentifiesDisplay()
 {
     Environment environment;
     environment.set("WAYLAND_DISPLAY", "wayland-7");
@@ -172,7 +172,7 @@ void PlatformLinuxTest::sessionsAreToldApartByTheirDisplay()
     QCOMPARE(Platform::displaySession(), QString());
 }
 
-void PlatformLinuxTest::asksForXcbOnWayland()
+void PlatformLinuxTest::selectsXcbOnWayland()
 {
     Environment environment;
     environment.unset("QT_QPA_PLATFORM");
@@ -180,12 +180,12 @@ void PlatformLinuxTest::asksForXcbOnWayland()
     environment.set("DISPLAY", ":0");
     Platform::prepareProcess();
     QCOMPARE(qgetenv("QT_QPA_PLATFORM"), QByteArray("xcb"));
-    // Programs that are started from here do not inherit it.
+    // Child processes must not inherit the variable.
     Platform::create();
     QVERIFY(!qEnvironmentVariableIsSet("QT_QPA_PLATFORM"));
 }
 
-void PlatformLinuxTest::asksForNothingElsewhere_data()
+void PlatformLinuxTest::keepsPlatformPluginElsewhere_data()
 {
     QTest::addColumn<QByteArray>("chosen");
     QTest::addColumn<QByteArray>("wayland");
@@ -196,7 +196,7 @@ void PlatformLinuxTest::asksForNothingElsewhere_data()
     QTest::newRow("no X server") << QByteArray() << QByteArray("wayland-0") << QByteArray();
 }
 
-void PlatformLinuxTest::asksForNothingElsewhere()
+void PlatformLinuxTest::keepsPlatformPluginElsewhere()
 {
     QFETCH(QByteArray, chosen);
     QFETCH(QByteArray, wayland);
@@ -212,7 +212,7 @@ void PlatformLinuxTest::asksForNothingElsewhere()
     QCOMPARE(qgetenv("QT_QPA_PLATFORM"), chosen);
 }
 
-void PlatformLinuxTest::asksForAnAlphaChannel()
+void PlatformLinuxTest::requestsAlphaChannel()
 {
     QSurfaceFormat::setDefaultFormat({});
     Platform::prepareProcess();

@@ -10,14 +10,14 @@
 
 using namespace quellora;
 
-/// Against a session bus of its own.
+/// Uses a private session bus.
 class SessionBusLinuxTest : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
     void initTestCase() { QVERIFY(m_bus.start()); }
 
-    void connectsBesideTheMainThread()
+    void connectsOnWorkerThread()
     {
         SessionBusLinux bus(QStringLiteral("test"), m_bus.address());
         QSignalSpy connected(&bus, &SessionBusLinux::connected);
@@ -26,13 +26,13 @@ private Q_SLOTS:
         QVERIFY(bus.connection().isConnected());
     }
 
-    void isSilentWithoutABus_data()
+    void doesNotConnectWithoutBus_data()
     {
         QTest::addColumn<QString>("address");
         QTest::newRow("none") << QString();
-        QTest::newRow("nobody there") << QStringLiteral("unix:path=/nonexistent/bus");
+        QTest::newRow("unreachable") << QStringLiteral("unix:path=/nonexistent/bus");
     }
-    void isSilentWithoutABus()
+    void doesNotConnectWithoutBus()
     {
         QFETCH(QString, address);
         SessionBusLinux bus(QStringLiteral("test"), address);
@@ -43,16 +43,17 @@ private Q_SLOTS:
         QVERIFY(!bus.connection().isConnected());
     }
 
-    void mayBeDestroyedWhileConnecting()
+    void canBeDestroyedWhileConnecting()
     {
         for (int i = 0; i < 1200; ++i) {
             auto bus = std::make_unique<SessionBusLinux>(QStringLiteral("test"), m_bus.address());
-            // Early on, and between being connected and hearing of that.
+            // Destroy it either immediately or after the thread has connected but before the signal
+            // is delivered.
             QElapsedTimer clock;
             clock.start();
             while (i % 10 != 0 && !bus->connection().isConnected())
                 QVERIFY(clock.elapsed() < 10'000);
-            // Known by its name from then on.
+            // The connection can be looked up by name after the object is gone.
             const QString name = bus->connection().name();
             bus.reset();
             QVERIFY(QThreadPool::globalInstance()->waitForDone(30'000));

@@ -10,11 +10,11 @@ using namespace quellora;
 
 namespace {
 
-/// A tray of the older kind: a client of its own that owns the selection while it lives.
-class OldTray
+/// A legacy (XEmbed) tray: a separate client that owns the tray selection during its lifetime.
+class LegacyTray
 {
 public:
-    OldTray() : m_connection(xcb_connect(nullptr, nullptr))
+    LegacyTray() : m_connection(xcb_connect(nullptr, nullptr))
     {
         const xcb_screen_t *screen = xcb_setup_roots_iterator(xcb_get_setup(m_connection)).data;
         const xcb_window_t window = xcb_generate_id(m_connection);
@@ -28,8 +28,8 @@ public:
         xcb_set_selection_owner(m_connection, window, atom->atom, XCB_CURRENT_TIME);
         xcb_flush(m_connection);
     }
-    ~OldTray() { xcb_disconnect(m_connection); }
-    Q_DISABLE_COPY_MOVE(OldTray)
+    ~LegacyTray() { xcb_disconnect(m_connection); }
+    Q_DISABLE_COPY_MOVE(LegacyTray)
 
 private:
     xcb_connection_t *m_connection;
@@ -37,27 +37,27 @@ private:
 
 } // namespace
 
-/// The tray of the older kind, which shows itself by owning a selection.
+/// Detection of a legacy (XEmbed) tray by the owner of its selection.
 class StatusAreaX11Test : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void theSelectionsOwnerIsATray()
+    void selectionOwnerCountsAsTray()
     {
         StatusAreaLinux area(*X11Connection::current(), QString());
         QList<bool> seen;
         area.onChanged([&] { seen << area.isAvailable(); });
         QVERIFY(!area.isAvailable());
-        auto tray = std::make_unique<OldTray>();
+        auto tray = std::make_unique<LegacyTray>();
         QTRY_COMPARE(seen, QList<bool>{true});
         {
-            // Already there when somebody asks.
-            StatusAreaLinux late(*X11Connection::current(), QString());
-            QVERIFY(late.isAvailable());
+            // A tray that exists before the object is detected, too.
+            StatusAreaLinux later(*X11Connection::current(), QString());
+            QVERIFY(later.isAvailable());
         }
         tray.reset();
         QTRY_COMPARE(seen, (QList<bool>{true, false}));
-        tray = std::make_unique<OldTray>();
+        tray = std::make_unique<LegacyTray>();
         QTRY_COMPARE(seen, (QList<bool>{true, false, true}));
     }
 };

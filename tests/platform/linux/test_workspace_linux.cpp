@@ -15,7 +15,7 @@ using namespace std::chrono_literals;
 
 using namespace quellora;
 
-/// With a stand-in for xdg-open that notes its arguments.
+/// Uses a stand-in for xdg-open that records its arguments.
 class WorkspaceLinuxTest : public QObject
 {
     Q_OBJECT
@@ -23,29 +23,29 @@ private Q_SLOTS:
     void init();
     void cleanup();
 
-    void opensAddresses_data();
-    void opensAddresses();
-    void refusesOtherAddresses_data();
-    void refusesOtherAddresses();
+    void opensUrls_data();
+    void opensUrls();
+    void refusesOtherUrls_data();
+    void refusesOtherUrls();
     void opensFiles();
-    void refusesWhatIsNoFile();
-    void withoutOpenerNothingOpens();
-    void anOpenerThatCannotStart();
-    void anOpenerThatFails_data();
-    void anOpenerThatFails();
-    void anOpenerThatIsKilled();
-    void anOpenerThatStaysHasOpenedIt();
-    void openersOutliveTheWorkspace();
-    void openersSayNothingOnStandardOutput();
+    void refusesNonRegularFile();
+    void missingOpenerIsReported();
+    void unstartableOpenerIsReported();
+    void failingOpenerIsReported_data();
+    void failingOpenerIsReported();
+    void crashedOpenerIsReported();
+    void runningOpenerCountsAsSuccess();
+    void openerOutlivesWorkspace();
+    void openerInheritsNullDevice();
 
 private:
     OpenResult open(const QString &address);
     static OpenResult resultOf(const QFuture<OpenResult> &opening);
     QStringList opened() const;
     void install(const QByteArray &script);
-    void installStaying(const QByteArray &end);
-    pid_t staying();
-    void letGo();
+    void installBlockingOpener(const QByteArray &lastCommand);
+    pid_t waitForBlockingOpener();
+    void releaseOpener();
 
     std::unique_ptr<QTemporaryDir> m_folder;
     QByteArray m_path;
@@ -57,7 +57,7 @@ void WorkspaceLinuxTest::init()
 {
     m_folder = std::make_unique<QTemporaryDir>();
     m_path = qgetenv("PATH");
-    // Written aside and moved, so that a noted line is always complete.
+    // Writes to a temporary file and renames it, so that "opened" is always complete.
     install("#!/bin/sh\nprintf '%s\\n' \"$#\" \"$@\" > '" + m_folder->path().toLocal8Bit() +
             "/part' && /bin/mv '" + m_folder->path().toLocal8Bit() + "/part' '" +
             m_folder->path().toLocal8Bit() + "/opened'\n");
@@ -84,7 +84,7 @@ OpenResult WorkspaceLinuxTest::resultOf(const QFuture<OpenResult> &opening)
 {
     if (QTest::qWaitFor([&] { return opening.isFinished(); }) && opening.resultCount() == 1)
         return opening.result();
-    return tl::unexpected(OpenFailure{OpenFailure::Kind::Failed, {}, QStringLiteral("no end")});
+    return tl::unexpected(OpenFailure{OpenFailure::Kind::Failed, {}, QStringLiteral("timeout")});
 }
 
 OpenResult WorkspaceLinuxTest::open(const QString &address)
@@ -92,7 +92,7 @@ OpenResult WorkspaceLinuxTest::open(const QString &address)
     return resultOf(m_workspace.openUrl(QUrl(address)));
 }
 
-/// Number of arguments and the arguments; empty while nothing was opened.
+/// The number of arguments followed by the arguments; empty if nothing was opened.
 QStringList WorkspaceLinuxTest::opened() const
 {
     QFile file(m_folder->filePath(QStringLiteral("opened")));
@@ -101,7 +101,7 @@ QStringList WorkspaceLinuxTest::opened() const
     return QString::fromUtf8(file.readAll()).split(u'\n', Qt::SkipEmptyParts);
 }
 
-void WorkspaceLinuxTest::opensAddresses_data()
+void WorkspaceLinuxTest::opensUrls_data()
 {
     QTest::addColumn<QString>("address");
     QTest::addColumn<QString>("argument");
@@ -115,7 +115,7 @@ void WorkspaceLinuxTest::opensAddresses_data()
     row("mailto:help@example.org", "mailto:help@example.org");
 }
 
-void WorkspaceLinuxTest::opensAddresses()
+void WorkspaceLinuxTest::opensUrls()
 {
     QFETCH(QString, address);
     QFETCH(QString, argument);
@@ -124,7 +124,7 @@ void WorkspaceLinuxTest::opensAddresses()
     QVERIFY(m_log.isEmpty());
 }
 
-void WorkspaceLinuxTest::refusesOtherAddresses_data()
+void WorkspaceLinuxTest::refusesOtherUrls_data()
 {
     QTest::addColumn<QString>("address");
     for (const char *address :
@@ -134,7 +134,7 @@ void WorkspaceLinuxTest::refusesOtherAddresses_data()
         QTest::newRow(address) << QString::fromUtf8(address);
 }
 
-void WorkspaceLinuxTest::refusesOtherAddresses()
+void WorkspaceLinuxTest::refusesOtherUrls()
 {
     QFETCH(QString, address);
     const OpenResult result = open(address);
@@ -143,7 +143,7 @@ void WorkspaceLinuxTest::refusesOtherAddresses()
     QVERIFY2(result.error().text().startsWith(QStringLiteral("Could not open the address: ")),
              qPrintable(result.error().text()));
     QCOMPARE(m_log, QStringList{QStringLiteral("[Workspace] ERROR: ") + result.error().text()});
-    // The next address is the first one that the opener sees.
+    // The next address is the first one passed to the opener.
     QVERIFY(open(QStringLiteral("https://marker.example/")));
     QCOMPARE(opened(),
              (QStringList{QStringLiteral("1"), QStringLiteral("https://marker.example/")}));
@@ -160,7 +160,7 @@ void WorkspaceLinuxTest::opensFiles()
     QVERIFY(opened().last().startsWith(QStringLiteral("file:///")));
 }
 
-void WorkspaceLinuxTest::refusesWhatIsNoFile()
+void WorkspaceLinuxTest::refusesNonRegularFile()
 {
     for (const QString &path :
          {QString(), m_folder->filePath(QStringLiteral("missing.png")), m_folder->path(),
@@ -173,7 +173,7 @@ void WorkspaceLinuxTest::refusesWhatIsNoFile()
     }
 }
 
-void WorkspaceLinuxTest::withoutOpenerNothingOpens()
+void WorkspaceLinuxTest::missingOpenerIsReported()
 {
     QVERIFY(QFile::remove(m_folder->filePath(QStringLiteral("xdg-open"))));
     const OpenResult result = open(QStringLiteral("https://example.org/"));
@@ -184,7 +184,7 @@ void WorkspaceLinuxTest::withoutOpenerNothingOpens()
     QCOMPARE(m_log, QStringList{QStringLiteral("[Workspace] ERROR: ") + result.error().text()});
 }
 
-void WorkspaceLinuxTest::anOpenerThatCannotStart()
+void WorkspaceLinuxTest::unstartableOpenerIsReported()
 {
     install("#!/nonexistent/interpreter\n");
     const OpenResult result = open(QStringLiteral("mailto:help@example.org"));
@@ -194,7 +194,7 @@ void WorkspaceLinuxTest::anOpenerThatCannotStart()
     QCOMPARE(m_log, QStringList{QStringLiteral("[Workspace] ERROR: ") + result.error().text()});
 }
 
-void WorkspaceLinuxTest::anOpenerThatFails_data()
+void WorkspaceLinuxTest::failingOpenerIsReported_data()
 {
     QTest::addColumn<int>("status");
     QTest::addColumn<QString>("reason");
@@ -205,7 +205,7 @@ void WorkspaceLinuxTest::anOpenerThatFails_data()
     QTest::newRow("unknown") << 255 << "xdg-open ended with status 255";
 }
 
-void WorkspaceLinuxTest::anOpenerThatFails()
+void WorkspaceLinuxTest::failingOpenerIsReported()
 {
     QFETCH(int, status);
     QFETCH(QString, reason);
@@ -220,7 +220,7 @@ void WorkspaceLinuxTest::anOpenerThatFails()
     QCOMPARE(result.error().text(), QStringLiteral("Could not open the file: ") + reason);
 }
 
-void WorkspaceLinuxTest::anOpenerThatIsKilled()
+void WorkspaceLinuxTest::crashedOpenerIsReported()
 {
     install("#!/bin/sh\nkill -9 $$\n");
     const OpenResult result = open(QStringLiteral("https://example.org/"));
@@ -228,17 +228,20 @@ void WorkspaceLinuxTest::anOpenerThatIsKilled()
     QCOMPARE(result.error().reason, QStringLiteral("xdg-open crashed"));
 }
 
-/// An opener that notes its process and stays until it is let go.
-void WorkspaceLinuxTest::installStaying(const QByteArray &end)
+/// Installs an opener that records its process id and blocks until releaseOpener().
+/// @param lastCommand shell command that it runs last
+void WorkspaceLinuxTest::installBlockingOpener(const QByteArray &lastCommand)
 {
     const QByteArray folder = m_folder->path().toLocal8Bit();
     QCOMPARE(::mkfifo(folder + "/hold", 0600), 0);
     install("#!/bin/sh\ncd '" + folder +
-            "'\necho $$ > part && /bin/mv part process\nread -r line < hold\n" + end + '\n');
+            "'\necho $$ > part && /bin/mv part process\nread -r line < hold\n" + lastCommand +
+            '\n');
 }
 
-/// The process of the opener that stays; waits for its start.
-pid_t WorkspaceLinuxTest::staying()
+/// Waits for the blocking opener to start.
+/// @return its process id, 0 on timeout
+pid_t WorkspaceLinuxTest::waitForBlockingOpener()
 {
     QFile file(m_folder->filePath(QStringLiteral("process")));
     return QTest::qWaitFor([&] { return file.open(QIODevice::ReadOnly); })
@@ -246,47 +249,47 @@ pid_t WorkspaceLinuxTest::staying()
                : 0;
 }
 
-void WorkspaceLinuxTest::letGo()
+void WorkspaceLinuxTest::releaseOpener()
 {
     QFile hold(m_folder->filePath(QStringLiteral("hold")));
     QVERIFY(hold.open(QIODevice::WriteOnly | QIODevice::Unbuffered));
     hold.write("go on\n");
 }
 
-void WorkspaceLinuxTest::anOpenerThatStaysHasOpenedIt()
+void WorkspaceLinuxTest::runningOpenerCountsAsSuccess()
 {
-    installStaying("exit 4");
+    installBlockingOpener("exit 4");
     WorkspaceLinux impatient(50ms);
     QVERIFY(resultOf(impatient.openUrl(QUrl(QStringLiteral("https://example.org/")))));
-    const pid_t process = staying();
+    const pid_t process = waitForBlockingOpener();
     QVERIFY(process > 0);
-    letGo();
-    // Its end, however bad, is nobody's concern any more; but it leaves no process behind.
+    releaseOpener();
+    // Its later exit status is ignored, but the process is reaped.
     QTRY_COMPARE(::kill(process, 0), -1);
     QVERIFY(m_log.isEmpty());
 }
 
-void WorkspaceLinuxTest::openersOutliveTheWorkspace()
+void WorkspaceLinuxTest::openerOutlivesWorkspace()
 {
-    installStaying("/bin/mv process opened");
+    installBlockingOpener("/bin/mv process opened");
     auto workspace = std::make_unique<WorkspaceLinux>();
     const QFuture<OpenResult> opening =
         workspace->openUrl(QUrl(QStringLiteral("https://example.org/")));
-    const pid_t process = staying();
+    const pid_t process = waitForBlockingOpener();
     QVERIFY(process > 0);
-    // What ends this program from a terminal ends its session only.
+    // Runs in a session of its own, so signals from this program's terminal do not reach it.
     QCOMPARE(::getsid(process), process);
     workspace.reset();
     QVERIFY(opening.isCanceled());
-    letGo();
+    releaseOpener();
     QTRY_COMPARE(opened(), QStringList{QString::number(process)});
 }
 
-void WorkspaceLinuxTest::openersSayNothingOnStandardOutput()
+void WorkspaceLinuxTest::openerInheritsNullDevice()
 {
     const QByteArray file = m_folder->path().toLocal8Bit() + "/opened";
-    install("#!/bin/sh\nme=/proc/$$/fd\nthere=$(/bin/readlink $me/0 $me/1 $me/2)\n"
-            "echo \"$there\" > '" +
+    install("#!/bin/sh\nme=/proc/$$/fd\ntargets=$(/bin/readlink $me/0 $me/1 $me/2)\n"
+            "echo \"$targets\" > '" +
             file + "'\n");
     QVERIFY(open(QStringLiteral("https://example.org/")));
     QCOMPARE(opened(), QStringList(3, QStringLiteral("/dev/null")));

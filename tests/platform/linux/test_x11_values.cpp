@@ -9,17 +9,17 @@
 
 using namespace quellora;
 
-/// The parts of the X11 port that compute without a server.
+/// The parts of the X11 port that do not need a server.
 class X11ValuesTest : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void inputRegionLeavesTheResponseOut_data();
-    void inputRegionLeavesTheResponseOut();
-    void readsTheTimeOfEvents();
+    void inputRegionExcludesResponseArea_data();
+    void inputRegionExcludesResponseArea();
+    void readsTimestampOfEvents();
 };
 
-void X11ValuesTest::inputRegionLeavesTheResponseOut_data()
+void X11ValuesTest::inputRegionExcludesResponseArea_data()
 {
     QTest::addColumn<QSize>("window");
     QTest::addColumn<QRect>("response");
@@ -42,7 +42,7 @@ void X11ValuesTest::inputRegionLeavesTheResponseOut_data()
     QTest::newRow("empty") << QSize(100, 100) << QRect() << 1.0 << QRegion(0, 0, 100, 100);
 }
 
-void X11ValuesTest::inputRegionLeavesTheResponseOut()
+void X11ValuesTest::inputRegionExcludesResponseArea()
 {
     QFETCH(QSize, window);
     QFETCH(QRect, response);
@@ -51,7 +51,7 @@ void X11ValuesTest::inputRegionLeavesTheResponseOut()
     QCOMPARE(inputRegion(window, response, scale), expected);
 }
 
-void X11ValuesTest::readsTheTimeOfEvents()
+void X11ValuesTest::readsTimestampOfEvents()
 {
     constexpr quint8 inputExtension = 131;
     alignas(8) char bytes[64] = {};

@@ -12,7 +12,7 @@ using namespace quellora;
 
 namespace {
 
-/// Notes the key events that reach it.
+/// Records the key events that it receives.
 class Target : public QWindow
 {
 public:
@@ -23,7 +23,7 @@ public:
         case QEvent::KeyPress:
         case QEvent::KeyRelease: {
             const auto *key = static_cast<QKeyEvent *>(event);
-            reached << event->type();
+            received << event->type();
             combinations << key->keyCombination();
             event->setAccepted(accepts);
             if (onEvent)
@@ -37,12 +37,12 @@ public:
 
     bool accepts = true;
     std::function<void()> onEvent;
-    QList<QEvent::Type> reached;
+    QList<QEvent::Type> received;
     QList<QKeyCombination> combinations;
 };
 
-const QList<QEvent::Type> wholePress{QEvent::ShortcutOverride, QEvent::KeyPress,
-                                     QEvent::KeyRelease};
+const QList<QEvent::Type> completePress{QEvent::ShortcutOverride, QEvent::KeyPress,
+                                        QEvent::KeyRelease};
 
 } // namespace
 
@@ -50,7 +50,7 @@ class TestMacEditMenu : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void commandsInTheirOrder()
+    void listsCommandsInMenuOrder()
     {
         QStringList lines;
         for (const EditCommand &command : editCommands) {
@@ -64,7 +64,7 @@ private Q_SLOTS:
                                      "Copy|copy:|c", "Paste|paste:|v", "Select All|selectAll:|a"}));
     }
 
-    void keysAreThoseOfTheStandardCommands()
+    void menuKeysMatchStandardKeys()
     {
         for (const EditCommand &command : editCommands) {
             const QKeySequence menu(
@@ -75,41 +75,41 @@ private Q_SLOTS:
         }
     }
 
-    void pressesAndReleases()
+    void sendsPressAndRelease()
     {
         Target target;
         QVERIFY(sendStandardKey(target, QKeySequence::Copy));
-        QCOMPARE(target.reached, wholePress);
+        QCOMPARE(target.received, completePress);
         const QKeyCombination copy = QKeySequence(QKeySequence::Copy)[0];
         QCOMPARE(target.combinations, (QList<QKeyCombination>{copy, copy, copy}));
     }
 
-    void saysWhetherItWasTaken()
+    void returnsWhetherEventWasAccepted()
     {
         Target target;
         target.accepts = false;
         QVERIFY(!sendStandardKey(target, QKeySequence::Paste));
-        QCOMPARE(target.reached, wholePress);
+        QCOMPARE(target.received, completePress);
     }
 
-    void keysThatComeBackEndThere()
+    void ignoresRecursiveCall()
     {
         Target target;
-        bool cameBack = true;
-        target.onEvent = [&] { cameBack = sendStandardKey(target, QKeySequence::Copy); };
+        bool nestedResult = true;
+        target.onEvent = [&] { nestedResult = sendStandardKey(target, QKeySequence::Copy); };
         QVERIFY(sendStandardKey(target, QKeySequence::Copy));
-        QVERIFY(!cameBack);
-        QCOMPARE(target.reached, wholePress);
-        // And the next one goes through again.
+        QVERIFY(!nestedResult);
+        QCOMPARE(target.received, completePress);
+        // Later calls work again.
         target.onEvent = nullptr;
         QVERIFY(sendStandardKey(target, QKeySequence::Copy));
     }
 
-    void theWindowMayGoMeanwhile()
+    void windowCanBeDeletedByHandler()
     {
         auto *target = new Target;
         target->onEvent = [target] {
-            if (target->reached.constLast() == QEvent::KeyPress)
+            if (target->received.constLast() == QEvent::KeyPress)
                 delete target;
         };
         sendStandardKey(*target, QKeySequence::Cut);

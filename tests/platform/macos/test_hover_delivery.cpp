@@ -10,7 +10,7 @@ using namespace quellora;
 
 namespace {
 
-/// Notes what it hears of the pointer.
+/// Records the hover events that it receives.
 class Target : public QWindow
 {
 public:
@@ -19,11 +19,11 @@ public:
         switch (event->type()) {
         case QEvent::Enter:
         case QEvent::Leave:
-            reached << event->type();
+            received << event->type();
             return true;
         case QEvent::MouseMove: {
             const auto *move = static_cast<QMouseEvent *>(event);
-            reached << event->type();
+            received << event->type();
             position = move->position();
             globalPosition = move->globalPosition();
             buttons = move->buttons();
@@ -34,7 +34,7 @@ public:
         }
     }
 
-    QList<QEvent::Type> reached;
+    QList<QEvent::Type> received;
     QPointF position;
     QPointF globalPosition;
     Qt::MouseButtons buttons;
@@ -46,42 +46,42 @@ class TestMacHover : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void entersMovesAndLeaves()
+    void sendsEnterMoveAndLeave()
     {
         Target target;
         target.setPosition(-200, 40);
         HoverDelivery hover(target);
         hover.pointerMoved({-190.5, 60}, true);
-        QCOMPARE(target.reached, (QList<QEvent::Type>{QEvent::Enter, QEvent::MouseMove}));
+        QCOMPARE(target.received, (QList<QEvent::Type>{QEvent::Enter, QEvent::MouseMove}));
         QCOMPARE(target.position, QPointF(9.5, 20));
         QCOMPARE(target.globalPosition, QPointF(-190.5, 60));
         QCOMPARE(target.buttons, Qt::MouseButtons(Qt::NoButton));
-        target.reached.clear();
+        target.received.clear();
         hover.pointerMoved({-180, 60}, true);
-        QCOMPARE(target.reached, QList<QEvent::Type>{QEvent::MouseMove});
-        target.reached.clear();
+        QCOMPARE(target.received, QList<QEvent::Type>{QEvent::MouseMove});
+        target.received.clear();
         hover.pointerMoved({0, 0}, false);
         hover.pointerMoved({1, 0}, false);
-        QCOMPARE(target.reached, QList<QEvent::Type>{QEvent::Leave});
+        QCOMPARE(target.received, QList<QEvent::Type>{QEvent::Leave});
     }
 
-    void elsewhereItHearsNothing()
+    void sendsNothingOutsideWindow()
     {
         Target target;
         HoverDelivery hover(target);
         hover.pointerMoved({5, 5}, false);
-        QCOMPARE(target.reached, QList<QEvent::Type>());
+        QCOMPARE(target.received, QList<QEvent::Type>());
     }
 
-    void theToolkitTakesOverInSilence()
+    void resetSendsNothing()
     {
         Target target;
         HoverDelivery hover(target);
         hover.pointerMoved({5, 5}, true);
-        target.reached.clear();
+        target.received.clear();
         hover.reset();
         hover.pointerMoved({500, 500}, false);
-        QCOMPARE(target.reached, QList<QEvent::Type>());
+        QCOMPARE(target.received, QList<QEvent::Type>());
     }
 };
 

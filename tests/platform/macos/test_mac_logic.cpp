@@ -11,7 +11,7 @@ using namespace quellora;
 
 namespace {
 
-// The system's flags.
+// NSEventModifierFlags.
 constexpr quint64 capsLock = 1U << 16;
 constexpr quint64 shift = 1U << 17;
 constexpr quint64 control = 1U << 18;
@@ -26,7 +26,7 @@ class TestMacLogic : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void modifiers_data()
+    void convertsNativeModifiers_data()
     {
         QTest::addColumn<quint64>("native");
         QTest::addColumn<Qt::KeyboardModifiers>("modifiers");
@@ -38,18 +38,18 @@ private Q_SLOTS:
         QTest::newRow("all") << (shift | control | option | command)
                              << (Qt::ShiftModifier | Qt::ControlModifier | Qt::AltModifier |
                                  Qt::MetaModifier);
-        QTest::newRow("others do not count") << (capsLock | keypad | leftCommandKey | command)
+        QTest::newRow("ignores other flags") << (capsLock | keypad | leftCommandKey | command)
                                              << Qt::KeyboardModifiers(Qt::MetaModifier);
     }
-    void modifiers()
+    void convertsNativeModifiers()
     {
         QFETCH(quint64, native);
         QTEST(recorderKeyDown(native, QStringLiteral("c"), 8).modifiers, "modifiers");
     }
 
-    void keyCodesOfTheAnsiLayout()
+    void keyCodesMatchAnsiLayout()
     {
-        // Written as one text so that the table of the program is not its own witness.
+        // Written independently of the program's table, as one string.
         const QStringList rows =
             QStringLiteral("a 0|s 1|d 2|f 3|h 4|g 5|z 6|x 7|c 8|v 9|b 11|q 12|w 13|e 14|r 15|y 16|"
                            "t 17|1 18|2 19|3 20|4 21|6 22|5 23|= 24|9 25|7 26|- 27|8 28|0 29|] 30|"
@@ -67,7 +67,7 @@ private Q_SLOTS:
         QVERIFY(!CarbonKeys::keyCode(Qt::Key_F5));
     }
 
-    void carbonModifiers()
+    void convertsModifiersToCarbonFlags()
     {
         QCOMPARE(CarbonKeys::modifierFlags({}), 0U);
         QCOMPARE(CarbonKeys::modifierFlags(Qt::MetaModifier), 0x0100U);
@@ -77,7 +77,7 @@ private Q_SLOTS:
         QCOMPARE(CarbonKeys::modifierFlags(Qt::ControlModifier | Qt::ShiftModifier), 0x1200U);
     }
 
-    void characters_data()
+    void convertsTypedCharacter_data()
     {
         QTest::addColumn<QString>("typed");
         QTest::addColumn<QString>("character");
@@ -87,28 +87,28 @@ private Q_SLOTS:
                                         << "c";
         QTest::newRow("digit") << "3"
                                << "3";
-        for (const char *sign : {"[", "]", "-", "=", ";", "'", ",", ".", "/", "\\", "`"})
-            QTest::newRow(sign) << QString::fromLatin1(sign) << QString::fromLatin1(sign);
-        QTest::newRow("letter of another alphabet") << QStringLiteral("Ф") << QStringLiteral("ф");
-        QTest::newRow("other sign") << "#"
-                                    << "";
+        for (const char *symbol : {"[", "]", "-", "=", ";", "'", ",", ".", "/", "\\", "`"})
+            QTest::newRow(symbol) << QString::fromLatin1(symbol) << QString::fromLatin1(symbol);
+        QTest::newRow("non-Latin letter") << QStringLiteral("Ф") << QStringLiteral("ф");
+        QTest::newRow("unbindable symbol") << "#"
+                                           << "";
         QTest::newRow("space") << " "
                                << "";
         QTest::newRow("return") << "\r"
                                 << "";
         QTest::newRow("function key") << QString(QChar(0xf704)) << "";
-        QTest::newRow("nothing") << ""
-                                 << "";
-        QTest::newRow("dead key that writes two") << "ab"
-                                                  << "";
+        QTest::newRow("empty") << ""
+                               << "";
+        QTest::newRow("dead key with two characters") << "ab"
+                                                      << "";
     }
-    void characters()
+    void convertsTypedCharacter()
     {
         QFETCH(QString, typed);
         QTEST(recorderKeyDown(0, typed, 8).character, "character");
     }
 
-    void escapeIsAKeyNotACharacter()
+    void escapeHasNoCharacter()
     {
         const KeyDown escape = recorderKeyDown(0, QStringLiteral("\x1b"), 53);
         QVERIFY(escape.isEscape);
@@ -116,7 +116,7 @@ private Q_SLOTS:
         QVERIFY(!recorderKeyDown(0, QStringLiteral("c"), 8).isEscape);
     }
 
-    void captureExclusionSaysWhatItIsWorth()
+    void captureExclusionDependsOnOsVersion()
     {
         QVERIFY(captureExclusion(true, 13).isApplied());
         QVERIFY(captureExclusion(true, 14).isApplied());
@@ -127,7 +127,7 @@ private Q_SLOTS:
         QCOMPARE(captureExclusion(false, 13).state(), Capability::State::Unsupported);
     }
 
-    void onlyAnotherAnswerIsAChange()
+    void updateReturnsTrueOnChangeOnly()
     {
         LastValue<int> answer(1);
         QVERIFY(!answer.update(1));
@@ -137,7 +137,7 @@ private Q_SLOTS:
         QVERIFY(answer.update(1));
     }
 
-    void subscriptionsEndOnce()
+    void subscriptionEndsOnce()
     {
         int ends = 0;
         {
@@ -159,7 +159,7 @@ private Q_SLOTS:
         QCOMPARE(ends, 12);
     }
 
-    void whatEndsMayLookAtTheSubscription()
+    void subscriptionIsInactiveWhileEnding()
     {
         Subscription subscription;
         bool wasActive = true;

@@ -11,7 +11,7 @@
 
 using namespace quellora;
 
-/// What the port hands to the toolkit, as the views' own elements take it.
+/// Qt Quick items receive the events that the macOS port synthesizes.
 class TestMacQuick : public QObject
 {
     Q_OBJECT
@@ -28,7 +28,7 @@ private Q_SLOTS:
         m_engine.reset();
     }
 
-    void fieldsTakeTheEditCommands()
+    void textEditHandlesEditCommands()
     {
         QQuickItem *field = show("import QtQuick\nTextEdit { width: 200; height: 100 }");
         QVERIFY(field);
@@ -47,7 +47,7 @@ private Q_SLOTS:
         QCOMPARE(field->property("text"), QVariant(QStringLiteral("one twoone two")));
     }
 
-    void elementsHearOfThePointer()
+    void itemsReceiveHoverEvents()
     {
         QQuickItem *area =
             show("import QtQuick\n"

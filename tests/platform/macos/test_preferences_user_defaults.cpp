@@ -9,37 +9,37 @@ using namespace quellora;
 
 namespace {
 
-struct Stored
+struct StoreData
 {
     QVariantMap values;
     int writes = 0;
     int synchronizations = 0;
-    bool canStore = true;
+    bool synchronizeSucceeds = true;
 };
 
 class FakeStore : public PreferenceStore
 {
 public:
-    explicit FakeStore(Stored &stored) : m_stored(stored) {}
-    QVariant value(const QString &key) const override { return m_stored.values.value(key); }
+    explicit FakeStore(StoreData &data) : m_data(data) {}
+    QVariant value(const QString &key) const override { return m_data.values.value(key); }
     void setValue(const QString &key, const QVariant &value) override
     {
-        m_stored.values.insert(key, value);
-        ++m_stored.writes;
+        m_data.values.insert(key, value);
+        ++m_data.writes;
     }
     void removeValue(const QString &key) override
     {
-        m_stored.values.remove(key);
-        ++m_stored.writes;
+        m_data.values.remove(key);
+        ++m_data.writes;
     }
     bool synchronize() override
     {
-        ++m_stored.synchronizations;
-        return m_stored.canStore;
+        ++m_data.synchronizations;
+        return m_data.synchronizeSucceeds;
     }
 
 private:
-    Stored &m_stored;
+    StoreData &m_data;
 };
 
 } // namespace
@@ -50,9 +50,8 @@ class TestMacUserDefaults : public QObject
 private Q_SLOTS:
     void init()
     {
-        m_stored = {};
-        m_defaults =
-            std::make_unique<PreferencesUserDefaults>(std::make_unique<FakeStore>(m_stored));
+        m_data = {};
+        m_defaults = std::make_unique<PreferencesUserDefaults>(std::make_unique<FakeStore>(m_data));
     }
     void cleanup()
     {
@@ -60,7 +59,7 @@ private Q_SLOTS:
         Log::setSinkForTesting({});
     }
 
-    void keepsWhatIsSet()
+    void valuesRoundTrip()
     {
         m_defaults->setBool(QStringLiteral("bool"), false);
         m_defaults->setString(QStringLiteral("string"), QStringLiteral("blue"));
@@ -71,15 +70,15 @@ private Q_SLOTS:
                  std::optional(QStringLiteral("blue")));
         QCOMPARE(m_defaults->stringDictionary(QStringLiteral("dictionary")),
                  std::optional(bindings));
-        QCOMPARE(m_stored.values.value(QStringLiteral("dictionary")).toMap().size(), 1);
+        QCOMPARE(m_data.values.value(QStringLiteral("dictionary")).toMap().size(), 1);
     }
 
-    void otherTypesCountAsAbsent()
+    void valueOfOtherTypeIsAbsent()
     {
-        m_stored.values = {{"number", 1},
-                           {"string", "true"},
-                           {"bool", true},
-                           {"other", QVariant::fromValue(nullptr)}};
+        m_data.values = {{"number", 1},
+                         {"string", "true"},
+                         {"bool", true},
+                         {"other", QVariant::fromValue(nullptr)}};
         for (const QString &key : {QStringLiteral("number"), QStringLiteral("string"),
                                    QStringLiteral("other"), QStringLiteral("missing")})
             QCOMPARE(m_defaults->boolValue(key), std::nullopt);
@@ -91,14 +90,14 @@ private Q_SLOTS:
             QCOMPARE(m_defaults->stringDictionary(key), std::nullopt);
     }
 
-    void dictionariesLeaveOutWhatIsNoString()
+    void dictionaryOmitsNonStrings()
     {
-        m_stored.values = {{"keys", QVariantMap{{"a", "x"}, {"b", true}, {"c", 3}, {"d", ""}}}};
+        m_data.values = {{"keys", QVariantMap{{"a", "x"}, {"b", true}, {"c", 3}, {"d", ""}}}};
         QCOMPARE(m_defaults->stringDictionary(QStringLiteral("keys")),
                  std::optional(QMap<QString, QString>{{"a", "x"}, {"d", ""}}));
     }
 
-    void tellsOfChangesAfterStoring()
+    void signalsChangesAfterStoring()
     {
         QSignalSpy changed(m_defaults.get(), &UserDefaults::changed);
         std::optional<bool> seen;
@@ -108,7 +107,7 @@ private Q_SLOTS:
         QCOMPARE(seen, std::optional(true));
         m_defaults->setBool(QStringLiteral("key"), true);
         QCOMPARE(changed.size(), 1);
-        QCOMPARE(m_stored.writes, 1);
+        QCOMPARE(m_data.writes, 1);
         m_defaults->setBool(QStringLiteral("key"), false);
         m_defaults->remove(QStringLiteral("key"));
         m_defaults->remove(QStringLiteral("key"));
@@ -116,10 +115,10 @@ private Q_SLOTS:
         QCOMPARE(seen, std::nullopt);
     }
 
-    void aValueOfAnotherTypeIsReplaced()
+    void valueReplacesOtherType()
     {
         QSignalSpy changed(m_defaults.get(), &UserDefaults::changed);
-        m_stored.values = {{"key", 1}};
+        m_data.values = {{"key", 1}};
         m_defaults->setBool(QStringLiteral("key"), true);
         QCOMPARE(changed.size(), 1);
         QCOMPARE(m_defaults->boolValue(QStringLiteral("key")), std::optional(true));
@@ -129,7 +128,7 @@ private Q_SLOTS:
                  std::optional(QStringLiteral("true")));
     }
 
-    void emptyTextsAreThere()
+    void emptyStringIsPresent()
     {
         m_defaults->setString(QStringLiteral("key"), QString());
         QCOMPARE(m_defaults->stringValue(QStringLiteral("key")), std::optional(QString("")));
@@ -137,24 +136,24 @@ private Q_SLOTS:
         QVERIFY(m_defaults->stringDictionary(QStringLiteral("keys")).has_value());
     }
 
-    void flushesAndLogsAFailure()
+    void flushLogsFailure()
     {
         QStringList lines;
         Log::setSinkForTesting([&lines](const QString &line) { lines << line; });
         m_defaults->flush();
-        QCOMPARE(m_stored.synchronizations, 1);
+        QCOMPARE(m_data.synchronizations, 1);
         QCOMPARE(lines, QStringList());
-        m_stored.canStore = false;
+        m_data.synchronizeSucceeds = false;
         m_defaults->flush();
         QCOMPARE(lines,
                  QStringList{"[UserDefaults] ERROR: The system did not store the preferences"});
-        m_stored.canStore = true;
+        m_data.synchronizeSucceeds = true;
         m_defaults.reset();
-        QCOMPARE(m_stored.synchronizations, 3);
+        QCOMPARE(m_data.synchronizations, 3);
     }
 
 private:
-    Stored m_stored;
+    StoreData m_data;
     std::unique_ptr<PreferencesUserDefaults> m_defaults;
 };
 

@@ -12,13 +12,13 @@ using namespace quellora::screencapture;
 
 namespace {
 
-constexpr std::uint32_t paper = 0xff101010;
+constexpr std::uint32_t backgroundColour = 0xff101010;
 
-/// A canvas that covers (10, 20) to (30, 36) of the root window, with guard words behind lines.
+/// A canvas that covers (10, 20) to (30, 36) of the root window, with guard words after each row.
 class TestCanvas
 {
 public:
-    TestCanvas() : m_words(24 * 16, paper) {}
+    TestCanvas() : m_words(24 * 16, backgroundColour) {}
 
     Canvas view() { return {m_words.data(), {10, 20, 20, 16}, 24}; }
     std::uint32_t at(int x, int y) const { return m_words[(y - 20) * 24 + x - 10] & 0xffffff; }
@@ -26,7 +26,7 @@ public:
     {
         for (int y = 0; y < 16; ++y) {
             for (int x = 20; x < 24; ++x) {
-                if (m_words[y * 24 + x] != paper)
+                if (m_words[y * 24 + x] != backgroundColour)
                     return false;
             }
         }
@@ -42,7 +42,7 @@ private:
     std::vector<std::uint32_t> m_words;
 };
 
-/// Pixels of one colour as the server of this machine would send them.
+/// A single-colour image in the byte order of a local X server.
 class TestSource
 {
 public:
@@ -78,14 +78,14 @@ class CanvasTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void blendingExtremes()
+    void blendOverHandlesOpaqueAndTransparent()
     {
         QCOMPARE(blendOver(0xff123456, 0xffabcdef, 255), 0xffabcdefU);
         QCOMPARE(blendOver(0xff123456, 0x00000000, 255), 0xff123456U);
         QCOMPARE(blendOver(0xff123456, 0xffabcdef, 0), 0xff123456U);
     }
 
-    void blendingIsRoundedToNearest()
+    void blendOverRoundsToNearest()
     {
         for (std::uint32_t alpha = 0; alpha < 256; ++alpha) {
             for (std::uint32_t back = 0; back < 256; back += 5) {
@@ -107,12 +107,12 @@ private Q_SLOTS:
         QCOMPARE(blendOver(0xffffffff, 0xff000000, 128) & 0xffffff, 0x7f7f7fU);
     }
 
-    void colourBeyondAlphaSaturates()
+    void colourAboveAlphaSaturates()
     {
         QCOMPARE(blendOver(0xffffffff, 0x10ff8000, 255) & 0xffffff, 0xffffefU);
     }
 
-    void opaqueDrawingIsClipped()
+    void drawOpaqueIsClipped()
     {
         TestCanvas canvas;
         const TestSource source({0, 0, 18, 25}, 0x00c81e1e);
@@ -125,7 +125,7 @@ private Q_SLOTS:
         QVERIFY(canvas.guardsAreIntact());
     }
 
-    void opaqueDrawingIgnoresAlpha()
+    void drawOpaqueIgnoresAlpha()
     {
         TestCanvas canvas;
         const TestSource source({10, 20, 20, 16}, 0x00123456, true);
@@ -133,7 +133,7 @@ private Q_SLOTS:
         QCOMPARE(canvas.count(0x123456), 20L * 16);
     }
 
-    void blendedDrawing()
+    void drawBlendedUsesAlpha()
     {
         TestCanvas canvas;
         TestSource source({12, 22, 4, 4}, 0x00000000, true);
@@ -144,7 +144,7 @@ private Q_SLOTS:
         QVERIFY(canvas.guardsAreIntact());
     }
 
-    void opacityOfWindowsWithoutAlpha()
+    void drawBlendedAppliesOpacityWithoutAlpha()
     {
         TestCanvas canvas;
         const TestSource source({12, 22, 4, 4}, 0x00ffffff);
@@ -152,7 +152,7 @@ private Q_SLOTS:
         QCOMPARE(canvas.at(12, 22), 0x404040U); // 51 + 16 * 204/255
     }
 
-    void filling()
+    void fillRegionIsClipped()
     {
         TestCanvas canvas;
         Region clip(Rect{0, 0, 12, 100});
@@ -162,7 +162,7 @@ private Q_SLOTS:
         QVERIFY(canvas.guardsAreIntact());
     }
 
-    void tilesAreAnchoredAtTheRootOrigin()
+    void tilesAreAnchoredAtRootOrigin()
     {
         TestCanvas canvas;
         TestSource tile({0, 0, 3, 5}, 0x00000000);
@@ -180,7 +180,7 @@ private Q_SLOTS:
         drawTiled(canvas.view(), TestSource({0, 0, 0, 0}, 0).view(), Region(Rect{0, 0, 9, 9}));
     }
 
-    void commonestColour()
+    void dominantColourIsMostFrequent()
     {
         TestCanvas canvas;
         fillRegion(canvas.view(), Region(Rect{10, 20, 16, 16}), 0x445566);
@@ -190,7 +190,7 @@ private Q_SLOTS:
         QCOMPARE(dominantColour(canvas.view(), Region(Rect{500, 500, 9, 9})), 0U);
     }
 
-    void cursorIsBlendedAndCutOff()
+    void cursorIsBlendedAndClipped()
     {
         TestCanvas canvas;
         CursorPicture cursor{std::vector<std::uint32_t>(16, 0xff00ff80), {8, 18, 4, 4}};

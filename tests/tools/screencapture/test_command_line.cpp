@@ -28,7 +28,7 @@ class CommandLineTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void asTheAppRunsIt()
+    void parsesArgumentsOfTheApplication()
     {
         const auto options = parse({"-x", "-C", "/tmp/picture.png"});
         QVERIFY(options);
@@ -44,7 +44,7 @@ private Q_SLOTS:
         QVERIFY(parse({"picture.png", "-C"})->includeCursor);
     }
 
-    void oneScreenUnlessAllAreAskedFor()
+    void capturesOneScreenByDefault()
     {
         QVERIFY(!parse({"-x", "-C", "picture.png"})->allScreens);
         QVERIFY(parse({"-x", "-C", "--all", "picture.png"})->allScreens);
@@ -52,13 +52,13 @@ private Q_SLOTS:
         QCOMPARE(parse({"--", "--all"})->path, std::string("--all"));
     }
 
-    void pathsThatLookLikeOptions()
+    void acceptsPathsThatLookLikeOptions()
     {
         QCOMPARE(parse({"--", "-x"})->path, std::string("-x"));
         QCOMPARE(parse({"-"})->path, std::string("-"));
     }
 
-    void misuse()
+    void rejectsInvalidArguments()
     {
         QCOMPARE(statusOf({}), ExitStatus::MissingPath);
         QCOMPARE(statusOf({"-x", "-C"}), ExitStatus::MissingPath);
@@ -71,14 +71,14 @@ private Q_SLOTS:
         QCOMPARE(statusOf({"a", "--", "b"}), ExitStatus::TooManyPaths);
     }
 
-    void informationNeedsNoPath()
+    void helpAndVersionNeedNoPath()
     {
         QCOMPARE(parse({"--help"})->action, Options::Action::ShowHelp);
         QCOMPARE(parse({"-x", "--version"})->action, Options::Action::ShowVersion);
         QCOMPARE(statusOf({"-y", "--help"}), ExitStatus::UnknownOption);
     }
 
-    void errorsAreOneLine()
+    void errorLineReplacesControlCharacters()
     {
         QCOMPARE(errorLine("plain"), std::string("quellora-screencapture: plain\n"));
         QCOMPARE(errorLine("a\nb\tc\x1b[0m\x7f"),

@@ -31,19 +31,19 @@ private Q_SLOTS:
 
     void cleanup()
     {
-        for (const QString &name : names())
+        for (const QString &name : fileNames())
             QVERIFY(QFile::remove(m_folder.filePath(name)));
     }
 
-    void appearsWhenCommitted()
+    void commitCreatesPrivateFile()
     {
         auto file = AtomicFile::create(path());
         QVERIFY(file);
         QVERIFY(file->write(bytesOf("first ")));
         QVERIFY(file->write(bytesOf("second")));
-        QVERIFY(!names().contains("picture.png"));
+        QVERIFY(!fileNames().contains("picture.png"));
         QVERIFY(file->commit());
-        QCOMPARE(names(), QStringList{"picture.png"});
+        QCOMPARE(fileNames(), QStringList{"picture.png"});
         QCOMPARE(contents(), QByteArray("first second"));
         QCOMPARE(QFile::permissions(m_folder.filePath("picture.png")) &
                      (QFile::ReadGroup | QFile::WriteGroup | QFile::ReadOther | QFile::WriteOther |
@@ -51,17 +51,17 @@ private Q_SLOTS:
                  QFile::Permissions());
     }
 
-    void vanishesWhenNotCommitted()
+    void uncommittedFileIsRemoved()
     {
         {
             auto file = AtomicFile::create(path());
             QVERIFY(file);
             QVERIFY(file->write(bytesOf("half")));
         }
-        QCOMPARE(names(), QStringList());
+        QCOMPARE(fileNames(), QStringList());
     }
 
-    void replacesAnOlderFile()
+    void commitReplacesExistingFile()
     {
         QFile old(m_folder.filePath("picture.png"));
         QVERIFY(old.open(QIODevice::WriteOnly));
@@ -73,16 +73,16 @@ private Q_SLOTS:
         QCOMPARE(contents(), QByteArray("old contents"));
         QVERIFY(file->commit());
         QCOMPARE(contents(), QByteArray("new"));
-        QCOMPARE(names(), QStringList{"picture.png"});
+        QCOMPARE(fileNames(), QStringList{"picture.png"});
     }
 
-    void refusesWhatIsNoFile()
+    void rejectsInvalidTargets()
     {
-        for (const char *place : {"/", "/no/such/folder/x.png"}) {
-            const auto file = AtomicFile::create(place);
+        for (const char *target : {"/", "/no/such/folder/x.png"}) {
+            const auto file = AtomicFile::create(target);
             QVERIFY(!file);
             QCOMPARE(file.error().status, ExitStatus::PathUnwritable);
-            QVERIFY(file.error().message.find(place) != std::string::npos);
+            QVERIFY(file.error().message.find(target) != std::string::npos);
         }
         QVERIFY(!AtomicFile::create(m_folder.path().toStdString()));
         QCOMPARE(mkfifo(path().c_str(), 0600), 0);
@@ -91,7 +91,7 @@ private Q_SLOTS:
         QVERIFY(!AtomicFile::create(m_folder.path().toStdString() + "/"));
     }
 
-    void folderThatVanishes()
+    void commitFailsIfFolderWasRemoved()
     {
         QVERIFY(QDir(m_folder.path()).mkdir("inner"));
         auto file = AtomicFile::create(m_folder.path().toStdString() + "/inner/picture.png");
@@ -102,17 +102,17 @@ private Q_SLOTS:
         QCOMPARE(result.error().status, ExitStatus::PathUnwritable);
     }
 
-    void reasonsForFailure()
+    void mapsErrnoToExitStatus()
     {
-        for (const int number : {ENOSPC, EDQUOT, EFBIG})
-            QCOMPARE(fileFailure("/a", number).status, ExitStatus::DiskFull);
-        for (const int number : {EACCES, EROFS, ENOENT, EIO, ENAMETOOLONG})
-            QCOMPARE(fileFailure("/a", number).status, ExitStatus::PathUnwritable);
+        for (const int errorNumber : {ENOSPC, EDQUOT, EFBIG})
+            QCOMPARE(fileFailure("/a", errorNumber).status, ExitStatus::DiskFull);
+        for (const int errorNumber : {EACCES, EROFS, ENOENT, EIO, ENAMETOOLONG})
+            QCOMPARE(fileFailure("/a", errorNumber).status, ExitStatus::PathUnwritable);
     }
 
 private:
     std::string path() const { return m_folder.filePath("picture.png").toStdString(); }
-    QStringList names() const
+    QStringList fileNames() const
     {
         return QDir(m_folder.path()).entryList(QDir::Files | QDir::Hidden | QDir::NoDotAndDotDot);
     }

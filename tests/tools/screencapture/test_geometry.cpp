@@ -13,7 +13,7 @@ namespace {
 
 using Pixels = std::set<std::pair<int, int>>;
 
-/// The pixels of @p region; fails when its rectangles overlap.
+/// The pixels of @p region; fails the test if its rectangles overlap.
 Pixels pixelsOf(const Region &region)
 {
     Pixels pixels;
@@ -33,7 +33,7 @@ Pixels pixelsOf(const Rect &rect)
     return pixelsOf(Region(rect));
 }
 
-/// Small deterministic rectangles, some of them empty.
+/// Generates small pseudo-random rectangles from a fixed seed; some are empty.
 class RectSource
 {
 public:
@@ -56,7 +56,7 @@ class GeometryTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void intersections()
+    void intersectsRects()
     {
         QCOMPARE(intersected({0, 0, 10, 10}, {5, 6, 10, 10}), (Rect{5, 6, 5, 4}));
         QCOMPARE(intersected({0, 0, 10, 10}, {10, 0, 5, 5}), Rect{});
@@ -64,13 +64,13 @@ private Q_SLOTS:
         QVERIFY(intersected({0, 0, 10, 10}, {2, 2, 0, 5}).isEmpty());
     }
 
-    void inflation()
+    void inflatesAndDeflates()
     {
         QCOMPARE((Rect{10, 20, 30, 40}.inflated(5)), (Rect{5, 15, 40, 50}));
         QCOMPARE((Rect{5, 15, 40, 50}.inflated(-5)), (Rect{10, 20, 30, 40}));
     }
 
-    void operationsEqualSetOperations()
+    void regionsMatchSetOperations()
     {
         RectSource source;
         for (int round = 0; round < 200; ++round) {
@@ -92,17 +92,17 @@ private Q_SLOTS:
             }
             Region other(source.next());
             other.unite(source.next());
-            const Pixels others = pixelsOf(other);
+            const Pixels otherPixels = pixelsOf(other);
             Pixels common;
             for (const auto &pixel : expected) {
-                if (others.contains(pixel))
+                if (otherPixels.contains(pixel))
                     common.insert(pixel);
             }
             QCOMPARE(pixelsOf(region.intersected(other.rects())), common);
         }
     }
 
-    void bounds()
+    void boundsEncloseAllRects()
     {
         Region region;
         QCOMPARE(region.bounds(), Rect{});
@@ -111,34 +111,34 @@ private Q_SLOTS:
         QCOMPARE(region.bounds(), (Rect{-3, 10, 18, 32}));
     }
 
-    void boundedRegionsStaySmall()
+    void boundedLimitsRectCount()
     {
         Region region;
         for (int i = 0; i < 10; ++i)
             region.unite(Rect{i * 3, i * 3, 2, 2});
         QCOMPARE(region.bounded(10).rects().size(), std::size_t(10));
-        const Region rough = region.bounded(9);
-        QCOMPARE(rough.rects().size(), std::size_t(1));
-        QCOMPARE(rough.bounds(), region.bounds());
+        const Region coarse = region.bounded(9);
+        QCOMPARE(coarse.rects().size(), std::size_t(1));
+        QCOMPARE(coarse.bounds(), region.bounds());
     }
 
-    void captureAreaIsTheMonitorsWithinTheRoot()
+    void captureAreaIsBoundsOfMonitorsWithinRoot()
     {
         QCOMPARE(captureArea(1920, 1080, {}), (Rect{0, 0, 1920, 1080}));
         const std::vector<Rect> sideBySide{{0, 0, 1920, 1080}, {1920, 100, 1280, 1024}};
         QCOMPARE(captureArea(3200, 1124, sideBySide), (Rect{0, 0, 3200, 1124}));
-        // One monitor switched off: the rest of the root window belongs to nobody.
+        // One monitor is switched off: the rest of the root window is on no monitor.
         const std::vector<Rect> right{{1920, 0, 1280, 1024}};
         QCOMPARE(captureArea(3200, 1080, right), (Rect{1920, 0, 1280, 1024}));
         const std::vector<Rect> tooLarge{{0, 0, 4000, 4000}};
         QCOMPARE(captureArea(1920, 1080, tooLarge), (Rect{0, 0, 1920, 1080}));
-        const std::vector<Rect> elsewhere{{5000, 5000, 10, 10}};
-        QCOMPARE(captureArea(1920, 1080, elsewhere), (Rect{0, 0, 1920, 1080}));
+        const std::vector<Rect> outsideRoot{{5000, 5000, 10, 10}};
+        QCOMPARE(captureArea(1920, 1080, outsideRoot), (Rect{0, 0, 1920, 1080}));
         const std::vector<Rect> mirrored{{0, 0, 1920, 1080}, {0, 0, 1280, 1024}};
         QCOMPARE(captureArea(1920, 1080, mirrored), (Rect{0, 0, 1920, 1080}));
     }
 
-    void pointedMonitorIsTheOneWithThePointer()
+    void pointedMonitorContainsPointer()
     {
         const auto at = [](int x, int y) { return Rect{x, y, 1, 1}; };
         const std::vector<Rect> sideBySide{{0, 0, 1920, 1080}, {1920, 100, 1280, 1024}};
@@ -146,30 +146,30 @@ private Q_SLOTS:
         QCOMPARE(pointedMonitor(3200, 1124, sideBySide, at(1919, 1079)), sideBySide[0]);
         QCOMPARE(pointedMonitor(3200, 1124, sideBySide, at(1920, 100)), sideBySide[1]);
         QCOMPARE(pointedMonitor(3200, 1124, sideBySide, at(3199, 1123)), sideBySide[1]);
-        // In a corner that no monitor shows: the nearest one.
+        // The pointer is on no monitor: the nearest one.
         QCOMPARE(pointedMonitor(3200, 1124, sideBySide, at(3000, 5)), sideBySide[1]);
         QCOMPARE(pointedMonitor(3200, 1124, sideBySide, at(1930, 2)), sideBySide[0]);
         QCOMPARE(pointedMonitor(3200, 1124, sideBySide, at(10, 1110)), sideBySide[0]);
-        // The same place on two monitors: the larger picture holds both.
+        // Mirrored monitors: the larger one, which covers both.
         const std::vector<Rect> mirrored{{0, 0, 1280, 1024}, {0, 0, 1920, 1080}};
         QCOMPARE(pointedMonitor(1920, 1080, mirrored, at(5, 5)), mirrored[1]);
         QCOMPARE(pointedMonitor(1920, 1080, mirrored, at(1900, 5)), mirrored[1]);
     }
 
-    void pointedMonitorWithoutPointerOrMonitors()
+    void pointedMonitorFallsBackWithoutPointerOrMonitors()
     {
         const std::vector<Rect> sideBySide{{1920, 0, 1280, 1024}, {0, 0, 1920, 1080}};
         QCOMPARE(pointedMonitor(3200, 1080, sideBySide, {}), sideBySide[0]);
         QCOMPARE(pointedMonitor(1920, 1080, {}, {5, 5, 1, 1}), (Rect{0, 0, 1920, 1080}));
-        const std::vector<Rect> elsewhere{{5000, 5000, 10, 10}};
-        QCOMPARE(pointedMonitor(1920, 1080, elsewhere, {5, 5, 1, 1}), (Rect{0, 0, 1920, 1080}));
+        const std::vector<Rect> outsideRoot{{5000, 5000, 10, 10}};
+        QCOMPARE(pointedMonitor(1920, 1080, outsideRoot, {5, 5, 1, 1}), (Rect{0, 0, 1920, 1080}));
         const std::vector<Rect> tooLarge{{0, 0, 4000, 4000}};
         QCOMPARE(pointedMonitor(1920, 1080, tooLarge, {5, 5, 1, 1}), (Rect{0, 0, 1920, 1080}));
         const std::vector<Rect> huge{{0, 0, 32767, 16000}, {0, 16000, 32767, 16767}};
         QCOMPARE(pointedMonitor(32767, 32767, huge, {32766, 32766, 1, 1}), huge[1]);
     }
 
-    void unseenCornersOfUnevenMonitors()
+    void unseenRegionCoversGapsOfUnevenMonitors()
     {
         const Rect area{0, 0, 3200, 1124};
         const std::vector<Rect> monitors{{0, 0, 1920, 1080}, {1920, 100, 1280, 1024}};
@@ -184,14 +184,14 @@ private Q_SLOTS:
         QCOMPARE(pixels, 1920L * 44 + 1280L * 100);
     }
 
-    void nothingIsUnseenWithoutGaps()
+    void unseenRegionIsEmptyWithoutGaps()
     {
         const Rect area{0, 0, 1920, 1080};
         QVERIFY(unseenRegion(area, {}).isEmpty());
         const std::vector<Rect> whole{{0, 0, 1920, 1080}};
         QVERIFY(unseenRegion(area, whole).isEmpty());
-        const std::vector<Rect> elsewhere{{5000, 5000, 10, 10}};
-        QVERIFY(unseenRegion(area, elsewhere).isEmpty());
+        const std::vector<Rect> outsideRoot{{5000, 5000, 10, 10}};
+        QVERIFY(unseenRegion(area, outsideRoot).isEmpty());
     }
 };
 

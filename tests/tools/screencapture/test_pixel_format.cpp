@@ -33,7 +33,7 @@ class PixelFormatTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void thirtyTwoBitsInBothByteOrders()
+    void converts32BitInBothByteOrders()
     {
         PixelFormat::Layout layout;
         QCOMPARE(convert(layout, {0x33, 0x22, 0x11, 0x00}), 0xff112233U);
@@ -41,7 +41,7 @@ private Q_SLOTS:
         QCOMPARE(convert(layout, {0x00, 0x11, 0x22, 0x33}), 0xff112233U);
     }
 
-    void alphaIsKeptWhereTheVisualHasIt()
+    void keepsAlphaIfVisualHasAlpha()
     {
         PixelFormat::Layout layout;
         layout.alphaMask = 0xff000000;
@@ -51,7 +51,7 @@ private Q_SLOTS:
         QCOMPARE(convert(layout, {0x80, 0x11, 0x22, 0x33}), 0x80112233U);
     }
 
-    void swappedMasks()
+    void convertsSwappedMasks()
     {
         PixelFormat::Layout layout;
         std::swap(layout.redMask, layout.blueMask);
@@ -59,7 +59,7 @@ private Q_SLOTS:
         QCOMPARE(convert(layout, {0x11, 0x22, 0x33, 0x00}), 0xff112233U);
     }
 
-    void sixteenBits()
+    void converts16Bit()
     {
         QCOMPARE(convert(rgb565(false), {0xff, 0xff}), 0xffffffffU);
         QCOMPARE(convert(rgb565(false), {0x00, 0x00}), 0xff000000U);
@@ -68,13 +68,13 @@ private Q_SLOTS:
         QCOMPARE(convert(rgb565(false), {0x10, 0x84}), 0xff848284U); // 16/31, 32/63, 16/31
     }
 
-    void twentyFourBits()
+    void converts24Bit()
     {
         const PixelFormat::Layout layout{24, 32, false, 0xff0000, 0xff00, 0xff, 0};
         QCOMPARE(convert(layout, {0x33, 0x22, 0x11}), 0xff112233U);
     }
 
-    void thirtyBitColours()
+    void converts30BitColours()
     {
         const PixelFormat::Layout layout{32, 32, false, 0x3ff00000, 0xffc00, 0x3ff, 0};
         const PixelFormat format(layout);
@@ -87,7 +87,7 @@ private Q_SLOTS:
             0xffff8001U);
     }
 
-    void rowsOfPixels()
+    void convertsUnalignedRows()
     {
         const std::array<std::byte, 9> source{std::byte{9},    std::byte{0},    std::byte{0xf8},
                                               std::byte{0xe0}, std::byte{0x07}, std::byte{0x1f},
@@ -100,7 +100,7 @@ private Q_SLOTS:
         QCOMPARE(target[3], 0U);
     }
 
-    void linesArePadded()
+    void bytesPerLineIncludesPadding()
     {
         QCOMPARE(PixelFormat(rgb565(false)).bytesPerLine(3), std::size_t(8));
         QCOMPARE(PixelFormat(rgb565(false)).bytesPerLine(4), std::size_t(8));
@@ -111,7 +111,7 @@ private Q_SLOTS:
         QCOMPARE(PixelFormat(PixelFormat::Layout{}).bytesPerLine(65535), std::size_t(262140));
     }
 
-    void unsupportedLayouts()
+    void rejectsUnsupportedLayouts()
     {
         QVERIFY(!PixelFormat({1, 32, false, 1, 1, 1, 0}).isSupported());
         QVERIFY(!PixelFormat({8, 32, false, 0, 0, 0, 0}).isSupported());

@@ -35,7 +35,7 @@ class PlanTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void nothingToLeaveOut()
+    void planIsEmptyWithoutExcludedWindows()
     {
         const std::vector<TopLevel> windows{window({0, 0, 500, 500})};
         for (const bool compositing : {false, true}) {
@@ -46,7 +46,7 @@ private Q_SLOTS:
         }
     }
 
-    void desktopBeneath()
+    void desktopIsDrawnBelowExcludedWindow()
     {
         const std::vector<TopLevel> windows{window({100, 100, 200, 150}, true)};
         const CapturePlan plan = planCapture(windows, screen, false);
@@ -55,12 +55,12 @@ private Q_SLOTS:
         QCOMPARE(plan.background.bounds(), plan.patch.bounds());
     }
 
-    void onlyWindowsInSightAreDrawn()
+    void onlyVisibleWindowsAreDrawn()
     {
         const std::vector<TopLevel> windows{
-            window({0, 0, 1000, 800}),           // fully beneath the next one where it counts
-            window({50, 50, 400, 400}),          // beneath ours
-            window({600, 600, 100, 100}),        // elsewhere
+            window({0, 0, 1000, 800}),           // covered by the next one within ours
+            window({50, 50, 400, 400}),          // below ours
+            window({600, 600, 100, 100}),        // outside ours
             window({100, 100, 200, 150}, true)}; // ours
         const CapturePlan plan = planCapture(windows, screen, false);
         QCOMPARE(plan.layers.size(), std::size_t(1));
@@ -71,7 +71,7 @@ private Q_SLOTS:
         QVERIFY(plan.background.isEmpty());
     }
 
-    void layersGoFromBottomToTop()
+    void layersAreOrderedBottomToTop()
     {
         const std::vector<TopLevel> windows{window({0, 0, 180, 800}), window({150, 0, 100, 800}),
                                             window({100, 100, 200, 100}, true)};
@@ -84,7 +84,7 @@ private Q_SLOTS:
         QCOMPARE(plan.background.bounds(), (Rect{250, 100, 50, 100}));
     }
 
-    void windowsAboveOursStayAsTheyAre()
+    void windowsAboveExcludedAreNotRedrawn()
     {
         const std::vector<TopLevel> windows{window({0, 0, 1000, 800}),
                                             window({100, 100, 200, 100}, true),
@@ -95,7 +95,7 @@ private Q_SLOTS:
         QCOMPARE(plan.layers[0].index, std::size_t(0));
     }
 
-    void hiddenOursNeedsNoWork()
+    void coveredExcludedWindowNeedsNoPatch()
     {
         const std::vector<TopLevel> windows{window({100, 100, 200, 100}, true),
                                             window({0, 0, 1000, 800})};
@@ -105,7 +105,7 @@ private Q_SLOTS:
         QVERIFY(planCapture(outside, screen, true).patch.isEmpty());
     }
 
-    void patchIsCutAtTheScreen()
+    void patchIsClippedToScreen()
     {
         const std::vector<TopLevel> windows{window({-50, 700, 200, 300}, true)};
         QCOMPARE(planCapture(windows, screen, false).patch.bounds(), (Rect{0, 700, 150, 100}));
@@ -113,25 +113,25 @@ private Q_SLOTS:
                  (Rect{0, 700 - compositorMargin, 150 + compositorMargin, 100 + compositorMargin}));
     }
 
-    void shapesCount()
+    void respectsWindowShapes()
     {
         TopLevel ours = window({100, 100, 200, 100}, true);
         ours.shape = {{100, 100, 50, 100}, {250, 100, 50, 100}};
-        TopLevel beneath = window({0, 0, 400, 400});
-        beneath.shape = {{0, 0, 400, 150}};
-        const CapturePlan plan = planCapture(std::vector{beneath, ours}, screen, false);
+        TopLevel below = window({0, 0, 400, 400});
+        below.shape = {{0, 0, 400, 150}};
+        const CapturePlan plan = planCapture(std::vector{below, ours}, screen, false);
         QCOMPARE(pixels(plan.patch), 2L * 50 * 100);
         QCOMPARE(pixels(plan.layers.at(0).visible), 2L * 50 * 50);
         QCOMPARE(pixels(plan.background), 2L * 50 * 50);
     }
 
-    void alphaAndOpacityMatterToCompositorsOnly()
+    void alphaAndOpacityApplyOnlyWithCompositor()
     {
         TopLevel translucent = window({0, 0, 1000, 800});
         translucent.opacity = 128;
-        TopLevel deep = window({0, 0, 1000, 800});
-        deep.depth = 32;
-        const std::vector<TopLevel> windows{window({0, 0, 1000, 800}), translucent, deep,
+        TopLevel argb = window({0, 0, 1000, 800});
+        argb.depth = 32;
+        const std::vector<TopLevel> windows{window({0, 0, 1000, 800}), translucent, argb,
                                             window({300, 300, 100, 100}, true)};
         const CapturePlan plain = planCapture(windows, screen, false);
         QCOMPARE(plain.layers.size(), std::size_t(1));
@@ -156,7 +156,7 @@ private Q_SLOTS:
         QCOMPARE(plan.layers.at(0).obscured.bounds(), (Rect{300, 300, 100, 100}));
     }
 
-    void translucentWindowAboveOursIsDrawnAnew()
+    void translucentWindowAboveExcludedIsRedrawn()
     {
         TopLevel menu = window({350, 350, 200, 200});
         menu.depth = 32;
@@ -168,14 +168,14 @@ private Q_SLOTS:
         QVERIFY(plan.layers[1].obscured.isEmpty());
     }
 
-    void windowsOfTheServer()
+    void detectsServerOwnedWindows()
     {
         QVERIFY(isServerId(0x50d, 0x1fffff));
         QVERIFY(!isServerId(0x200000, 0x1fffff));
         QVERIFY(!isServerId(0x40050d, 0x1fffff));
     }
 
-    void wildShapesStayBounded()
+    void complexShapesAreSimplified()
     {
         TopLevel ours = window({0, 0, 1000, 800}, true);
         ours.shape.clear();
@@ -183,9 +183,9 @@ private Q_SLOTS:
             for (int x = 0; x < 1000; x += 40)
                 ours.shape.push_back({x, y, 20, 2});
         }
-        TopLevel wild = window({0, 0, 1000, 800});
-        wild.shape = ours.shape;
-        const CapturePlan plan = planCapture(std::vector{wild, ours}, screen, false);
+        TopLevel complexWindow = window({0, 0, 1000, 800});
+        complexWindow.shape = ours.shape;
+        const CapturePlan plan = planCapture(std::vector{complexWindow, ours}, screen, false);
         QCOMPARE(plan.patch.rects().size(), std::size_t(1));
         QCOMPARE(pixels(plan.layers.at(0).visible), 200L * 25 * 40);
         QCOMPARE(plan.background.bounds(), plan.patch.bounds());

@@ -22,17 +22,17 @@ std::vector<std::uint32_t> noise(std::size_t count)
     return words;
 }
 
-struct Collected
+struct ByteCollector
 {
     QByteArray bytes;
-    std::size_t largestPiece = 0;
+    std::size_t largestChunk = 0;
 
     ByteSink sink()
     {
-        return [this](std::span<const std::byte> piece) -> tl::expected<void, Failure> {
-            bytes.append(reinterpret_cast<const char *>(piece.data()),
-                         static_cast<qsizetype>(piece.size()));
-            largestPiece = std::max(largestPiece, piece.size());
+        return [this](std::span<const std::byte> chunk) -> tl::expected<void, Failure> {
+            bytes.append(reinterpret_cast<const char *>(chunk.data()),
+                         static_cast<qsizetype>(chunk.size()));
+            largestChunk = std::max(largestChunk, chunk.size());
             return {};
         };
     }
@@ -45,7 +45,7 @@ class PngTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void picturesSurvive_data()
+    void imagesRoundTrip_data()
     {
         QTest::addColumn<int>("width");
         QTest::addColumn<int>("height");
@@ -56,16 +56,16 @@ private Q_SLOTS:
         QTest::newRow("two bytes into the next block") << 7 << 2979; // 22 * 2979 = 65538
         QTest::newRow("whole blocks") << 43688 << 2; // 2 * (1 + 3 * 43688) = 4 * 65535 - 10
         QTest::newRow("lines longer than a block") << 30000 << 3;
-        QTest::newRow("several pieces") << 801 << 601;
+        QTest::newRow("several chunks") << 801 << 601;
     }
 
-    void picturesSurvive()
+    void imagesRoundTrip()
     {
         QFETCH(int, width);
         QFETCH(int, height);
         const std::size_t stride = static_cast<std::size_t>(width) + 3;
         std::vector<std::uint32_t> words = noise(stride * static_cast<std::size_t>(height));
-        Collected file;
+        ByteCollector file;
         QVERIFY(writePng({words.data(), {100, 50, width, height}, stride}, file.sink()));
         const QImage image = QImage::fromData(file.bytes, "PNG");
         QCOMPARE(image.size(), QSize(width, height));
@@ -77,10 +77,10 @@ private Q_SLOTS:
                     QFAIL(qPrintable(QStringLiteral("pixel %1,%2").arg(x).arg(y)));
             }
         }
-        QVERIFY(file.largestPiece <= std::size_t(1024 * 1024));
+        QVERIFY(file.largestChunk <= std::size_t(1024 * 1024));
     }
 
-    void packingOfEveryLength()
+    void packsRowsOfEveryLength()
     {
         const std::vector<std::uint32_t> words = noise(67);
         for (int count = 0; count <= 67; ++count) {
@@ -88,17 +88,17 @@ private Q_SLOTS:
             packRgb(words.data(), target.data(), count);
             for (int i = 0; i < count; ++i) {
                 const std::uint32_t word = words[static_cast<std::size_t>(i)];
-                const std::size_t place = 3 * static_cast<std::size_t>(i);
-                QCOMPARE(target[place], static_cast<std::byte>(word >> 16));
-                QCOMPARE(target[place + 1], static_cast<std::byte>(word >> 8));
-                QCOMPARE(target[place + 2], static_cast<std::byte>(word));
+                const std::size_t offset = 3 * static_cast<std::size_t>(i);
+                QCOMPARE(target[offset], static_cast<std::byte>(word >> 16));
+                QCOMPARE(target[offset + 1], static_cast<std::byte>(word >> 8));
+                QCOMPARE(target[offset + 2], static_cast<std::byte>(word));
             }
-            // Not a byte too many.
+            // Nothing is written past the end.
             QCOMPARE(target[3 * static_cast<std::size_t>(count)], std::byte{0x5a});
         }
     }
 
-    void failureOfTheSinkEndsTheWriting()
+    void sinkFailureStopsWriting()
     {
         std::vector<std::uint32_t> words = noise(1000 * 1000);
         int calls = 0;
@@ -115,7 +115,7 @@ private Q_SLOTS:
         QCOMPARE(calls, 3);
     }
 
-    void sizeLimit()
+    void rejectsTooLargeImages()
     {
         QVERIFY(checkImageSize(26000, 26000));
         QVERIFY(checkImageSize(65535, 10000));
@@ -124,7 +124,7 @@ private Q_SLOTS:
             QVERIFY(!result);
             QCOMPARE(result.error().status, ExitStatus::ImageTooLarge);
         }
-        Collected file;
+        ByteCollector file;
         QVERIFY(!writePng({nullptr, {0, 0, 65535, 65535}, 65535}, file.sink()));
         QVERIFY(file.bytes.isEmpty());
     }

@@ -18,20 +18,20 @@ class RepaintWaitTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void nothingToWaitFor()
+    void doesNotWaitWithoutAreas()
     {
         QVERIFY(!RepaintWait({}, start).nextCheck(start));
         QVERIFY(!RepaintWait({Region(), Region()}, start).nextCheck(start));
     }
 
-    void silentProgramIsGivenUp()
+    void givesUpWithoutDrawing()
     {
         const RepaintWait wait({Region(area)}, start);
         QCOMPARE(*wait.nextCheck(start), start + RepaintWait::firstDrawLimit);
         QVERIFY(!wait.nextCheck(start + RepaintWait::firstDrawLimit));
     }
 
-    void completeDrawingNeedsAShortPause()
+    void completeDrawingWaitsShortPause()
     {
         RepaintWait wait({Region(area)}, start);
         wait.drawn(0, {0, 0, 500, 500}, start + 5ms);
@@ -39,7 +39,7 @@ private Q_SLOTS:
         QVERIFY(!wait.nextCheck(start + 5ms + RepaintWait::shortPause));
     }
 
-    void drawingOverCompleteDrawingIsWaitedForToo()
+    void laterDrawingRestartsShortPause()
     {
         RepaintWait wait({Region(area)}, start);
         wait.drawn(0, area, start + 5ms);
@@ -47,7 +47,7 @@ private Q_SLOTS:
         QCOMPARE(*wait.nextCheck(start + 7ms), start + 7ms + RepaintWait::shortPause);
     }
 
-    void partialDrawingNeedsALongPause()
+    void partialDrawingWaitsLongPause()
     {
         RepaintWait wait({Region(area)}, start);
         wait.drawn(0, {100, 100, 50, 25}, start + 5ms);
@@ -56,14 +56,14 @@ private Q_SLOTS:
         QCOMPARE(*wait.nextCheck(start + 9ms), start + 9ms + RepaintWait::shortPause);
     }
 
-    void drawingElsewhereDoesNotCount()
+    void ignoresDrawingOutsideArea()
     {
         RepaintWait wait({Region(area)}, start);
         wait.drawn(0, {0, 0, 50, 50}, start + 5ms);
         QCOMPARE(*wait.nextCheck(start + 5ms), start + RepaintWait::firstDrawLimit);
     }
 
-    void everyWindowIsWaitedFor()
+    void waitsForEveryWindow()
     {
         RepaintWait wait({Region(area), Region(), Region(area)}, start);
         wait.drawn(0, area, start + 1ms);
@@ -72,7 +72,7 @@ private Q_SLOTS:
         QCOMPARE(*wait.nextCheck(start + 50ms), start + 50ms + RepaintWait::shortPause);
     }
 
-    void endlessDrawingHitsTheLimit()
+    void endlessDrawingHitsTotalLimit()
     {
         RepaintWait wait({Region(area)}, start);
         for (auto now = start; now < start + 1s; now += 2ms)
@@ -81,7 +81,7 @@ private Q_SLOTS:
         QVERIFY(!wait.nextCheck(start + RepaintWait::totalLimit));
     }
 
-    void manySmallDrawingsEndAsWell()
+    void handlesManySmallDrawings()
     {
         RepaintWait wait({Region({0, 0, 1000, 1000})}, start);
         for (int i = 0; i < 2000; ++i)

@@ -36,13 +36,13 @@ class Picture:
         raw = zlib.decompress(compressed)
         line = 1 + 3 * self.width
         if len(raw) != line * self.height:
-            raise AssertionError("wrong amount of pixels")
+            raise AssertionError("wrong number of pixels")
         if any(raw[::line]):
-            raise AssertionError("a filter is used")
+            raise AssertionError("unexpected line filter")
         self.rows = [raw[y * line + 1:(y + 1) * line] for y in range(self.height)]
 
-    def __getitem__(self, place):
-        x, y = place
+    def __getitem__(self, position):
+        x, y = position
         return int.from_bytes(self.rows[y][3 * x:3 * x + 3], "big")
 
     def colours(self, rect):

@@ -31,6 +31,7 @@ def wait_until(condition, what):
 
 
 def stop(process):
+    """Terminates a process; kills it after the deadline."""
     if process.poll() is None:
         process.terminate()
         try:
@@ -73,12 +74,12 @@ class Screen:
         self._processes.callback(stop, process)
         self.server = process
         os.close(write_end)
-        with os.fdopen(read_end, "rb") as answer:
-            if not select.select([answer], [], [], DEADLINE)[0]:
+        with os.fdopen(read_end, "rb") as output:
+            if not select.select([output], [], [], DEADLINE)[0]:
                 raise AssertionError("the display server did not start")
-            number = answer.readline().strip().decode()
+            number = output.readline().strip().decode()
         if not number:
-            raise AssertionError("the display server ended at once")
+            raise AssertionError("the display server exited at start")
         self.name = ":" + number
 
     def _run(self, *command):
@@ -90,9 +91,9 @@ class Screen:
 
     def _start_window_manager(self):
         # openbox sets its EWMH properties before it manages windows; it runs --startup afterwards.
-        mark = os.path.join(self.folder, "window-manager-started")
-        self._run("openbox", "--sm-disable", "--startup", "touch " + mark)
-        wait_until(lambda: os.path.exists(mark), "the window manager")
+        marker = os.path.join(self.folder, "window-manager-started")
+        self._run("openbox", "--sm-disable", "--startup", "touch " + marker)
+        wait_until(lambda: os.path.exists(marker), "the window manager")
 
     def _start_compositor(self, arguments):
         self._run("picom", "--backend", "xrender", "--config", "/dev/null", *arguments)
@@ -100,7 +101,7 @@ class Screen:
         wait_until(lambda: self.display.get_selection_owner(selection) != X.NONE, "the compositor")
 
     def _disconnect(self):
-        with contextlib.suppress(error.ConnectionClosedError):  # a test may have ended the server
+        with contextlib.suppress(error.ConnectionClosedError):  # a test may have killed the server
             self.display.close()
 
     def close(self):
@@ -121,7 +122,7 @@ class Screen:
         return all(set(data[i::4]) == {colour >> 8 * i & 0xff} for i in range(3))
 
     def fill_root(self, colour=ROOT_COLOUR):
-        """Publishes a solid background as wallpaper programs do."""
+        """Publishes a solid background, as wallpaper programs do."""
         pixmap = self.root.create_pixmap(8, 8, self.screen.root_depth)
         gc = pixmap.create_gc(foreground=colour)
         pixmap.fill_rectangle(gc, 0, 0, 8, 8)
@@ -253,7 +254,7 @@ class Painter(threading.Thread):
                 event = self.display.next_event()
                 if event.type == X.Expose:
                     if self.exposures and self.delay:
-                        select.select([self._wake_read], [], [], self.delay)  # a slow program
+                        select.select([self._wake_read], [], [], self.delay)  # slow program
                     self.window.fill_rectangle(self.gc, event.x, event.y, event.width,
                                                event.height)
                     self.display.sync()

@@ -54,9 +54,9 @@ class ContentsTest(unittest.TestCase):
         if colour is not None and not options.get("managed"):
             x, y, width, height = rect
             border = options.get("border", 0)
-            place = (max(0, x + border) + 1, max(0, y + border) + 1)
+            position = (max(0, x + border) + 1, max(0, y + border) + 1)
             if options.get("depth") != 32 and options.get("opacity") is None:
-                self.wait_for_colour(*place, colour)
+                self.wait_for_colour(*position, colour)
         return window
 
     def excluded_window(self, rect=(200, 150, 160, 120), **options):
@@ -100,7 +100,7 @@ class ContentsTest(unittest.TestCase):
         self.assert_uniform(picture, (200, 150, 160, 120), RED)
         self.assert_same(before, picture)
 
-    def test_excluded_window_over_a_window_that_draws_on_request(self):
+    def test_excluded_window_over_a_window_that_draws_on_expose(self):
         for background in (None, BLUE):
             with self.subTest(background=background):
                 self.painter((150, 100, 300, 250), YELLOW, background=background)
@@ -111,16 +111,16 @@ class ContentsTest(unittest.TestCase):
                 self.doCleanups()
                 self.setUp()
 
-    def test_slow_program_is_waited_for(self):
+    def test_waits_for_slow_program(self):
         self.painter((150, 100, 300, 250), YELLOW, background=BLUE, delay=0.04)
         self.wait_for_colour(300, 200, YELLOW)
         before = capture(self.screen)
         self.excluded_window()
         self.assert_same(before, capture(self.screen))
 
-    def test_hung_program_beneath_excluded_window(self):
+    def test_hung_program_below_excluded_window(self):
         window = self.window((150, 100, 300, 250), None)
-        window.change_attributes(event_mask=X.ExposureMask)  # and never draws
+        window.change_attributes(event_mask=X.ExposureMask)  # but it never draws
         self.screen.display.sync()
         self.excluded_window()
         start = time.monotonic()
@@ -128,7 +128,7 @@ class ContentsTest(unittest.TestCase):
         self.assertLess(time.monotonic() - start, 10)
         self.assertNotIn(EXCLUDED, picture.colours((0, 0, 640, 480)))
 
-    def test_children_beneath_excluded_window(self):
+    def test_children_below_excluded_window(self):
         parent = self.window((150, 100, 300, 250), RED)
         self.screen.window((20, 30, 100, 100), BLUE, parent=parent, border=5, border_colour=GREEN)
         self.screen.window((90, 60, 150, 150), YELLOW, parent=parent)
@@ -205,7 +205,7 @@ class ContentsTest(unittest.TestCase):
             red, root = RED >> shift & 0xff, ROOT_COLOUR >> shift & 0xff
             self.assertAlmostEqual(value, (red + root) / 2 if WITH_COMPOSITOR else red, delta=1.5)
 
-    def test_shaped_window_beneath(self):
+    def test_shaped_window_below_excluded_window(self):
         window = self.window((150, 100, 300, 250), RED)
         self.screen.set_shape(window, [(0, 0, 100, 100), (120, 120, 150, 100)])
         self.wait_for_colour(260, 210, ROOT_COLOUR)
@@ -302,8 +302,8 @@ class ManagedWindowsTest(ContentsTest):
 
     def managed(self, rect, colour, **options):
         window = self.window(rect, colour, managed=True, title="test", **options)
-        place = window.translate_coords(self.screen.root, 0, 0)
-        self.wait_for_colour(-place.x + 5, -place.y + 5, colour)
+        position = window.translate_coords(self.screen.root, 0, 0)
+        self.wait_for_colour(-position.x + 5, -position.y + 5, colour)
         return window
 
     def test_frame_of_an_excluded_client_is_excluded(self):
@@ -316,8 +316,8 @@ class ManagedWindowsTest(ContentsTest):
         picture = capture(self.screen)
         self.assertNotIn(EXCLUDED, picture.colours((0, 0, 640, 480)))
         frame = self.screen.frame_of(excluded).get_geometry()
-        beneath = (max(210, frame.x), max(160, frame.y), 100, 80)
-        self.assert_uniform(picture, beneath, RED)
+        below = (max(210, frame.x), max(160, frame.y), 100, 80)
+        self.assert_uniform(picture, below, RED)
         self.assertEqual(before[300, 250], picture[300, 250])
 
     def test_property_on_a_nested_child(self):
@@ -372,8 +372,8 @@ class CompositorEffectsTest(unittest.TestCase):
 def load_tests(loader, _standard_tests, _pattern):
     suite = loader.loadTestsFromTestCase(ContentsTest)
     if WITH_WINDOW_MANAGER:
-        own = [name for name in vars(ManagedWindowsTest) if name.startswith("test_")]
-        suite.addTests(ManagedWindowsTest(name) for name in own)
+        names = [name for name in vars(ManagedWindowsTest) if name.startswith("test_")]
+        suite.addTests(ManagedWindowsTest(name) for name in names)
     if WITH_COMPOSITOR:
         suite.addTests(loader.loadTestsFromTestCase(CompositorEffectsTest))
     return suite

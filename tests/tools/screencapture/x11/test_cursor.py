@@ -28,7 +28,7 @@ class CursorTest(unittest.TestCase):
         root.change_attributes(cursor=cursor)
         self.screen.place_pointer(x, y)
 
-    def test_only_with_the_option(self):
+    def test_captured_only_with_option(self):
         self.show_cursor(200, 150)
         without = capture(self.screen, "-x")
         picture = capture(self.screen, "-x", "-C")
@@ -36,13 +36,13 @@ class CursorTest(unittest.TestCase):
         self.assertEqual(picture.differences(without), (198, 147, 8, 8))
         self.assertEqual(picture.colours((198, 147, 8, 8)), {CURSOR})
 
-    def test_over_an_excluded_window(self):
+    def test_over_excluded_window(self):
         self.show_cursor(200, 150)
         before = capture(self.screen, "-C")
         self.screen.window((150, 120, 160, 120), EXCLUDED, excluded=True)
         self.assertIsNone(capture(self.screen, "-C").differences(before))
 
-    def test_clipped_at_the_edge(self):
+    def test_clipped_at_screen_edge(self):
         self.show_cursor(0, 0)
         picture = capture(self.screen, "-C")
         self.assertEqual(picture.differences(capture(self.screen)), (0, 0, 6, 5))

@@ -66,13 +66,14 @@ class CommandLineTest(FailureTest):
         self.assert_fails(NO_DISPLAY, "cannot open the display no such", [self.path],
                           dict(self.environment, DISPLAY="no such"))
 
-    def test_hostile_text_stays_on_one_line(self):
+    def test_control_characters_are_replaced_in_messages(self):
         self.assert_fails(UNKNOWN_OPTION, "-a?b??[31m", ["-a\nb\r\x1b[31m"], self.environment)
 
     def test_help_and_version(self):
         result = run(["--help"], self.environment)
         self.assertEqual((result.returncode, result.stderr), (0, ""))
-        self.assertTrue(result.stdout.startswith("Usage: quellora-screencapture [-x] [-C] [--all] PATH\n"))
+        self.assertTrue(result.stdout.startswith(
+            "Usage: quellora-screencapture [-x] [-C] [--all] PATH\n"))
         for status in range(11):
             self.assertIn("\n  %-3d " % status, result.stdout)
         result = run(["--version"], self.environment)
@@ -84,7 +85,7 @@ class CommandLineTest(FailureTest):
         os.close(read_end)
         process = subprocess.Popen([TOOL, "--help"], env=self.environment, stdout=write_end)
         os.close(write_end)
-        self.assertGreaterEqual(process.wait(60), 0, "ended by a signal")
+        self.assertGreaterEqual(process.wait(60), 0, "killed by a signal")
 
 
 class FileTest(FailureTest):
@@ -107,7 +108,7 @@ class FileTest(FailureTest):
             self.assertEqual(os.listdir(self.folder), ["picture.png"])
             os.unlink(self.path)
 
-    def test_replaces_an_older_file(self):
+    def test_replaces_existing_file(self):
         with open(self.path, "w", encoding="utf-8") as file:
             file.write("x" * 2_000_000)
         os.chmod(self.path, 0o644)
@@ -145,7 +146,7 @@ class FileTest(FailureTest):
         self.assert_fails(DISK_FULL, "no space for " + self.path, ["-x", self.path],
                           self.screen.environment, preexec_fn=limit_file_size)
 
-    def test_no_space_leaves_the_older_file(self):
+    def test_no_space_keeps_existing_file(self):
         with open(self.path, "w", encoding="utf-8") as file:
             file.write("older")
         result = run([self.path], self.screen.environment, preexec_fn=limit_file_size)
@@ -259,24 +260,23 @@ class ServerTest(FailureTest):
         screen = self.screen("27000x27000x8")
         self.assert_fails(IMAGE_TOO_LARGE, "27000x27000", [self.path], screen.environment)
 
-    def test_server_dies(self):
+    def test_server_killed(self):
         screen = self.screen()
         os.kill(screen.server.pid, signal.SIGSTOP)
         process = subprocess.Popen([TOOL, self.path], env=screen.environment,
                                    stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
         self.addCleanup(stop, process)
-        # Sleeping means that it is connected and waits for the first reply.
-        wait_until(lambda: "poll" in self.wait_channel(process.pid), "the tool to wait")
+        # A sleeping tool has connected and waits for the first reply.
+        wait_until(lambda: self.is_sleeping(process.pid), "the tool to wait")
         screen.server.kill()
         output, errors = process.communicate(timeout=60)
         self.assertEqual((process.returncode, output, errors.count("\n")), (NO_DISPLAY, "", 1))
         self.assertEqual(os.listdir(self.folder), [])
 
     @staticmethod
-    def wait_channel(pid):
+    def is_sleeping(pid):
         with open("/proc/%d/stat" % pid, encoding="ascii") as file:
-            sleeping = file.read().rsplit(")", 1)[1].split()[0] == "S"
-        return "poll" if sleeping else ""
+            return file.read().rsplit(")", 1)[1].split()[0] == "S"
 
 
 if __name__ == "__main__":

@@ -26,10 +26,10 @@ class SeveralMonitorsTest(unittest.TestCase):
                              (RIGHT, (600, 100, 400, 300))):
             pixmap.fill_rectangle(pixmap.create_gc(foreground=colour), *rect)
         self.screen.publish_background(pixmap)
-        self.monitors(("left", "600/300x500/200+0+0", "screen"),
-                      ("right", "400/300x300/200+600+100", "none"))
+        self.set_monitors(("left", "600/300x500/200+0+0", "screen"),
+                          ("right", "400/300x300/200+600+100", "none"))
 
-    def monitors(self, *monitors):
+    def set_monitors(self, *monitors):
         for name in ("left", "right"):
             self.xrandr("--delmonitor", name, check=False)
         for monitor in monitors:
@@ -45,20 +45,20 @@ class SeveralMonitorsTest(unittest.TestCase):
         self.assertEqual((picture.width, picture.height), size)
         self.assertEqual(set(picture.colours((0, 0, *size))), colours)
 
-    def test_the_screen_with_the_pointer(self):
+    def test_captures_screen_with_pointer(self):
         self.assert_shows((0, 0), (600, 500), {LEFT})
         self.assert_shows((599, 499), (600, 500), {LEFT})
         self.assert_shows((600, 100), (400, 300), {RIGHT})
         self.assert_shows((999, 399), (400, 300), {RIGHT})
 
-    def test_the_nearest_screen_if_the_pointer_is_on_none(self):
+    def test_captures_nearest_screen_if_pointer_is_on_none(self):
         self.assert_shows((990, 5), (400, 300), {RIGHT})
         self.assert_shows((605, 5), (600, 500), {LEFT})
 
     def test_all_screens(self):
         self.assert_shows((990, 250), (1000, 500), {LEFT, RIGHT, 0}, "--all")
 
-    def test_a_removed_monitor(self):
+    def test_removed_monitor(self):
         self.xrandr("--delmonitor", "right")
         # Areas outside all monitors are not captured, wherever the pointer is.
         self.assert_shows((990, 250), (600, 500), {LEFT})
@@ -94,7 +94,7 @@ class LargestScreensTest(unittest.TestCase):
     def test_wide(self):
         self.check(32767, 1080)
 
-    def test_high(self):
+    def test_tall(self):
         self.check(1080, 32767)
 
 

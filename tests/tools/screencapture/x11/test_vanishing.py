@@ -17,14 +17,14 @@ ROUNDS = 40
 
 
 class Churn(threading.Thread):
-    """An X client that constantly creates, moves and destroys windows."""
+    """An X client that continuously creates, moves and destroys windows."""
 
     def __init__(self, name):
         super().__init__(daemon=True)
         self.display = display.Display(name)
         self.display.set_error_handler(lambda error, request: None)
         self.stopping = threading.Event()
-        self.turns = 0
+        self.iterations = 0
         self.random = random.Random(1)
 
     def run(self):
@@ -43,18 +43,18 @@ class Churn(threading.Thread):
             window.configure(x=pick(-50, 500), y=pick(-50, 400), width=pick(20, 300))
             self.display.sync()
             window.destroy()
-            self.turns += 1
+            self.iterations += 1
         self.display.close()
 
 
 class MovingPanel(threading.Thread):
-    """An excluded window that is constantly moved, hidden and shown."""
+    """An excluded window that is continuously moved, hidden and shown."""
 
     def __init__(self, name):
         super().__init__(daemon=True)
         self.display = display.Display(name)
         self.stopping = threading.Event()
-        self.turns = 0
+        self.iterations = 0
         self.random = random.Random(2)
 
     def run(self):
@@ -69,7 +69,7 @@ class MovingPanel(threading.Thread):
                 window.configure(x=self.random.randrange(500), y=self.random.randrange(400))
                 self.display.sync()
             window.unmap()
-            self.turns += 1
+            self.iterations += 1
         self.display.close()
 
 
@@ -82,23 +82,23 @@ class VanishingTest(unittest.TestCase):
     def start(self, thread):
         thread.start()
 
-        def end():
+        def stop_thread():
             thread.stopping.set()
             thread.join(30)
 
-        self.addCleanup(end)
+        self.addCleanup(stop_thread)
         return thread
 
-    def test_windows_that_vanish(self):
+    def test_vanishing_windows(self):
         self.screen.window((100, 80, 300, 250), EXCLUDED, excluded=True)
         churns = [self.start(Churn(self.screen.name)) for _ in range(2)]
         for _ in range(ROUNDS):
             picture = capture(self.screen, "-C")
             self.assertNotIn(EXCLUDED, picture.colours((0, 0, 640, 480)))
-        self.assertTrue(all(churn.turns > 0 for churn in churns))
+        self.assertTrue(all(churn.iterations > 0 for churn in churns))
 
-    def test_panel_that_moves(self):
-        """Without a compositor, which may show a moved window at its old place for a moment."""
+    def test_moving_panel(self):
+        """Without a compositor, which may briefly show a moved window at its old position."""
         if WITH_COMPOSITOR:
             self.screen = Screen()
             self.addCleanup(self.screen.close)
@@ -107,13 +107,13 @@ class VanishingTest(unittest.TestCase):
         for _ in range(ROUNDS):
             picture = capture(self.screen)
             self.assertEqual(picture.colours((0, 0, 640, 480)), {ROOT_COLOUR})
-        self.assertGreater(panel.turns, 0)
+        self.assertGreater(panel.iterations, 0)
 
     def test_several_captures_at_once(self):
         self.screen.window((100, 80, 300, 250), EXCLUDED, excluded=True)
         problems = []
 
-        def work(number):
+        def capture_repeatedly(number):
             view = type("View", (), {"environment": self.screen.environment,
                                      "folder": os.path.join(self.screen.folder, str(number))})
             os.mkdir(view.folder)
@@ -124,7 +124,8 @@ class VanishingTest(unittest.TestCase):
             except AssertionError as error:
                 problems.append(str(error))
 
-        threads = [threading.Thread(target=work, args=(number,)) for number in range(4)]
+        threads = [threading.Thread(target=capture_repeatedly, args=(number,))
+                   for number in range(4)]
         for thread in threads:
             thread.start()
         for thread in threads:
