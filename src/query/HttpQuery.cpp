@@ -94,7 +94,7 @@ void HttpQuery::readResponse()
 void HttpQuery::readAvailable()
 {
     // Re-entered from a slot's nested event loop: the outer call reads the new data.
-    if (m_isFinished || m_delivering || m_continuationQueued)
+    if (m_isFinished || m_delivering || m_batchScheduled)
         return;
     readResponse();
     if (m_isFinished)
@@ -103,13 +103,13 @@ void HttpQuery::readAvailable()
         readRejection();
         return;
     }
-    int eventsLeft = maxEventsPerTurn;
-    qint64 bytesLeft = maxBytesPerTurn;
+    int eventsLeft = maxEventsPerBatch;
+    qint64 bytesLeft = maxBytesPerBatch;
     while (m_reply && m_body == Body::Stream) {
         if (!deliverEvents(eventsLeft))
             return;
         if (eventsLeft == 0 || bytesLeft == 0) {
-            continueLater();
+            scheduleNextBatch();
             return;
         }
         const qint64 available = std::min(m_reply->bytesAvailable(), bytesLeft);
@@ -124,13 +124,13 @@ void HttpQuery::readAvailable()
     }
 }
 
-void HttpQuery::continueLater()
+void HttpQuery::scheduleNextBatch()
 {
-    m_continuationQueued = true;
+    m_batchScheduled = true;
     // Use a delay: a queued call would run before most pending events of the page engine, so that
     // a flood would prevent the page from rendering.
-    QTimer::singleShot(pauseBetweenTurns, this, [this] {
-        m_continuationQueued = false;
+    QTimer::singleShot(delayBetweenBatches, this, [this] {
+        m_batchScheduled = false;
         if (m_isFinished)
             return;
         if (m_reply && m_reply->isFinished())
@@ -205,7 +205,7 @@ void HttpQuery::replyFinished()
     const QPointer<HttpQuery> self(this);
     readAvailable();
     // If events are left, the next batch calls this function again.
-    if (!self || m_isFinished || m_continuationQueued)
+    if (!self || m_isFinished || m_batchScheduled)
         return;
 
     switch (m_body) {

@@ -21,10 +21,10 @@ class HttpQuery : public RunningQuery
     Q_OBJECT
 public:
     /// Maximum number of events delivered and bytes read per batch.
-    static constexpr int maxEventsPerTurn = 256;
-    static constexpr qint64 maxBytesPerTurn = 256 * 1024;
+    static constexpr int maxEventsPerBatch = 256;
+    static constexpr qint64 maxBytesPerBatch = 256 * 1024;
     /// Delay between two batches.
-    static constexpr std::chrono::milliseconds pauseBetweenTurns{1};
+    static constexpr std::chrono::milliseconds delayBetweenBatches{1};
 
     /// A query that fails with @p error from the event loop.
     explicit HttpQuery(const QueryError &error);
@@ -41,7 +41,7 @@ private:
     void readAvailable();
     void readRejection();
     /// Schedules the next batch.
-    void continueLater();
+    void scheduleNextBatch();
     /// Delivers up to @p budget complete events and reduces @p budget accordingly. Returns false
     /// if the query has finished or been deleted.
     bool deliverEvents(int &budget);
@@ -60,7 +60,7 @@ private:
     Body m_body = Body::Unknown;
     bool m_firstByteSeen = false;
     bool m_delivering = false;
-    bool m_continuationQueued = false;
+    bool m_batchScheduled = false;
     bool m_isFinished = false;
 };
 

@@ -24,8 +24,9 @@ public:
     /// Id of the message, independent of its content.
     static constexpr auto messageId = "startup-permission-issues";
 
+    /// Adds a problem if the accessibility permission is missing.
     void checkAccessibility();
-    /// Requests access when it is missing.
+    /// Requests the screen recording permission and adds a problem if it is missing.
     void checkScreenRecording();
     /// Sets the problem of @p subject to a Markdown line, replacing the previous one; an empty line
     /// clears it. Rebuilds pendingAdminMessage() if anything changed.

@@ -61,9 +61,13 @@ public:
     explicit QueryOrchestrator(Collaborators collaborators, QObject *parent = nullptr);
     ~QueryOrchestrator() override;
 
+    /// Captures the screen and sends the image with the user's prompt.
     void triggerCaptureAndSend();
+    /// Captures the screen and stages the image for the next send. Works while queries are blocked.
     void captureNoSend();
+    /// Sends @p text with the staged screenshot, if any.
     void sendPromptOnly(const QString &text);
+    /// Adds a note to the current thread; blank text is ignored.
     void addNote(const QString &text);
     /// Cancels the shown query and stores the text received so far as a turn; without any text, the
     /// waiting entry is removed. If no query is shown, cancels the running captures, if any.

@@ -59,10 +59,13 @@ public:
     /// True from 80 % of a known cap.
     bool isUsageIndicatorVisible() const;
 
+    /// Shows the rate limit card for @p resetInSeconds seconds.
     void handleRateLimited(qint64 resetInSeconds);
+    /// Stores the token figures and shows the cap card.
     void handleCapExceeded(qint64 tokensUsed, qint64 tokenCap);
-    /// The backend rejected the query. @p message is logged, never shown.
+    /// Shows the credits card for a query that the backend rejected. @p message is only logged.
     void handleServerMessage(const QString &message);
+    /// Shows the card for a near-black capture.
     void handleProtectedContentCapture();
     /// Whether running out of credits loads a page into the response area.
     enum class OutOfCreditsPage {
@@ -80,8 +83,11 @@ public:
     /// caller must not send the query.
     bool blockIfKnownOverCap();
 
+    /// Starts the forced-update countdown of the message with this id.
     void startForceUpdateCountdown(qint64 minutes, const QString &messageId);
+    /// Starts, keeps or cancels the countdown as @p message requires.
     void updateForceUpdateCountdown(const std::optional<AdminMessagePayload> &message);
+    /// Stops the countdown and lifts its block.
     void cancelForceUpdateCountdown();
     /// Handles a countdown tick.
     void checkUpdateDeadline();

@@ -286,14 +286,14 @@ void TestProxyAnswer::chunkFloodIsDeliveredInBatches()
     QVERIFY(recorder.outcome->has_value());
     QCOMPARE(recorder.events.size(), 100'002);
     QVERIFY(answer == expected);
-    QVERIFY2(largestBatch <= 2 * HttpQuery::maxEventsPerTurn,
+    QVERIFY2(largestBatch <= 2 * HttpQuery::maxEventsPerBatch,
              qPrintable(QString::number(largestBatch)));
     QCOMPARE(m_log->lines, QStringList());
 }
 
 void TestProxyAnswer::chunkFloodDoesNotStarveEventLoop()
 {
-    constexpr int events = 100 * HttpQuery::maxEventsPerTurn;
+    constexpr int events = 100 * HttpQuery::maxEventsPerBatch;
     m_server->answerWith(ScriptedHttpServer::streamHeader() + chunkLine("a").repeated(events) +
                              doneLine,
                          Ending::Close);
