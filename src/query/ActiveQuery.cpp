@@ -16,7 +16,7 @@ QJsonObject telemetryRecord(const ActiveQuery &query, const DoneInfo &info, cons
         {QStringLiteral("prompt_chars"), query.promptCharacters},
         {QStringLiteral("has_image"), query.hasImage},
         {QStringLiteral("response_time_ms"), millisecondsSinceStart(now)},
-        // An answer without any text has its first token when it is complete.
+        // An empty answer counts its completion as the first token.
         {QStringLiteral("time_to_first_token_ms"),
          millisecondsSinceStart(query.firstToken.value_or(now))},
         {QStringLiteral("input_tokens"), 0},

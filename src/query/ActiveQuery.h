@@ -15,13 +15,13 @@ namespace quellora {
 
 class RunningQuery;
 
-/// One answer under way: what was asked, in which thread, and what has arrived.
+/// State of one running query: its request, its thread and the answer received so far.
 struct ActiveQuery
 {
     QUuid threadId;
     QString turnPrompt;
-    /// What the prompt box held when the question went out.
-    std::optional<QString> promptBox;
+    /// Content of the prompt box when the query was sent.
+    std::optional<QString> promptBoxText;
     std::optional<CaptureSession::Screenshot> screenshot;
     QString answer;
     std::optional<QString> model;
@@ -33,9 +33,10 @@ struct ActiveQuery
     QPointer<RunningQuery> transfer;
 };
 
-/// The telemetry record of a finished answer.
-/// @param now when it was finished
-/// @param usedAfter the account's usage with this answer; @p cap its allowance
+/// The telemetry record of a completed query.
+/// @param now time of completion
+/// @param usedAfter the account's token usage including this query
+/// @param cap the account's token allowance
 QJsonObject telemetryRecord(const ActiveQuery &query, const DoneInfo &info, const QDateTime &now,
                             qint64 usedAfter, qint64 cap);
 

@@ -8,11 +8,11 @@
 
 namespace quellora {
 
-/// A picture of interleaved 8-bit samples: RGB (3 channels) or RGB and an ignored byte (4
+/// An image of interleaved 8-bit samples: RGB (3 channels) or RGB and an ignored byte (4
 /// channels).
 ///
-/// Rows may point into the file that was decoded; the bitmap owns what they point into. Movable,
-/// not copyable; rows are read-only and may be read by several threads.
+/// Rows may point into the encoded file, which the bitmap then keeps alive. Movable, not copyable.
+/// Rows are read-only and may be read by several threads.
 struct Bitmap
 {
     int width = 0;
@@ -20,19 +20,19 @@ struct Bitmap
     int channels = 3;
     std::vector<const std::uint8_t *> rows;
 
-    /// Own what the rows point into.
+    /// Storage that the rows point into.
     QByteArray file;
     std::vector<std::unique_ptr<std::uint8_t[]>> buffers;
 
-    /// Bytes of one row.
+    /// Size of one row in bytes.
     std::size_t rowBytes() const
     {
         return static_cast<std::size_t>(width) * static_cast<std::size_t>(channels);
     }
     bool isNull() const { return width < 1 || height < 1; }
 
-    /// A bitmap whose samples the caller writes to buffers.front(), row after row. Null when there
-    /// is no memory for it or a side is below one.
+    /// A bitmap with uninitialised samples, which the caller writes to buffers.front() row by row.
+    /// Null if the allocation fails or a side is less than one pixel.
     static Bitmap create(int width, int height, int channels);
 };
 

@@ -4,8 +4,8 @@
 
 namespace quellora {
 
-/// The text to send for @p fieldText in a thread: the whole thread's notes and earlier turns, then
-/// the text; in a thread without either the text alone. Nothing is cut short.
+/// The prompt to send: all notes and earlier turns of @p session, followed by @p fieldText. Without
+/// notes and turns, @p fieldText alone. Never truncated.
 QString contextAugmentedPrompt(const QString &fieldText, const CaptureSession &session);
 
 } // namespace quellora

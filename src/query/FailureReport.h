@@ -8,14 +8,15 @@
 
 namespace quellora {
 
-/// What is said of a query that failed.
+/// Texts that describe a failed query, for the log and for the error page.
 struct FailureReport
 {
     QString logText;
     QString pageText;
 };
 
-/// The report of @p error; nothing for the service's own states, which are told on a card.
+/// The report of @p error; nullopt for rate limits, the cap and server messages, which are shown
+/// on a card.
 std::optional<FailureReport> failureReport(const QueryError &error);
 
 } // namespace quellora

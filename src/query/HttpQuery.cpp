@@ -15,11 +15,11 @@ namespace quellora {
 
 namespace {
 
-/// Far beyond any refusal the backend writes; a longer one does not count as a JSON object.
-constexpr qint64 maxRefusalBytes = 64 * 1024;
+/// Far larger than any 429 body that the backend sends; a longer body is not parsed.
+constexpr qint64 maxRejectionBytes = 64 * 1024;
 
-/// An integral JSON number, or nothing.
-std::optional<qint64> integerOf(const QJsonValue &value)
+/// The value of an integral JSON number; otherwise nullopt.
+std::optional<qint64> toInteger(const QJsonValue &value)
 {
     constexpr qint64 none = std::numeric_limits<qint64>::min();
     const qint64 number = value.toInteger(none);
@@ -33,7 +33,7 @@ HttpQuery::HttpQuery(const QueryError &error)
     QMetaObject::invokeMethod(
         this,
         [this, error] {
-            if (!m_over)
+            if (!m_isFinished)
                 finish(tl::unexpected(error));
         },
         Qt::QueuedConnection);
@@ -49,13 +49,13 @@ HttpQuery::HttpQuery(QNetworkReply *reply) : m_reply(reply)
 
 HttpQuery::~HttpQuery()
 {
-    m_over = true;
+    m_isFinished = true;
     release();
 }
 
 void HttpQuery::cancel()
 {
-    if (std::exchange(m_over, true))
+    if (std::exchange(m_isFinished, true))
         return;
     release();
     deleteLater();
@@ -72,7 +72,7 @@ void HttpQuery::release()
 
 void HttpQuery::readResponse()
 {
-    if (m_over || m_body != Body::Unknown)
+    if (m_isFinished || m_body != Body::Unknown)
         return;
     const QVariant status = m_reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
     if (!status.isValid())
@@ -81,7 +81,7 @@ void HttpQuery::readResponse()
     if (code == 200) {
         m_body = Body::Stream;
     } else if (code == 429) {
-        m_body = Body::Refusal;
+        m_body = Body::Rejection;
     } else {
         Log::event(QStringLiteral("[ProxyQueryService] Proxy request failed: HTTP %1").arg(code));
         QueryError error;
@@ -93,45 +93,45 @@ void HttpQuery::readResponse()
 
 void HttpQuery::readAvailable()
 {
-    // A slot may run an event loop of its own; the loop below picks up what arrived meanwhile.
-    if (m_over || m_delivering || m_continuing)
+    // Re-entered from a slot's nested event loop: the outer call reads the new data.
+    if (m_isFinished || m_delivering || m_batchScheduled)
         return;
     readResponse();
-    if (m_over)
+    if (m_isFinished)
         return;
-    if (m_body == Body::Refusal) {
-        collectRefusal();
+    if (m_body == Body::Rejection) {
+        readRejection();
         return;
     }
-    int eventsLeft = maxEventsPerTurn;
-    qint64 bytesLeft = maxBytesPerTurn;
+    int eventsLeft = maxEventsPerBatch;
+    qint64 bytesLeft = maxBytesPerBatch;
     while (m_reply && m_body == Body::Stream) {
         if (!deliverEvents(eventsLeft))
             return;
         if (eventsLeft == 0 || bytesLeft == 0) {
-            continueLater();
+            scheduleNextBatch();
             return;
         }
         const qint64 available = std::min(m_reply->bytesAvailable(), bytesLeft);
         if (available <= 0)
             return;
-        char *room = m_parser.prepare(static_cast<std::size_t>(available));
-        const qint64 got = m_reply->read(room, available);
-        if (got <= 0)
+        char *buffer = m_parser.prepare(static_cast<std::size_t>(available));
+        const qint64 received = m_reply->read(buffer, available);
+        if (received <= 0)
             return;
-        m_parser.commit(static_cast<std::size_t>(got));
-        bytesLeft -= got;
+        m_parser.commit(static_cast<std::size_t>(received));
+        bytesLeft -= received;
     }
 }
 
-void HttpQuery::continueLater()
+void HttpQuery::scheduleNextBatch()
 {
-    m_continuing = true;
-    // After a pause: a posted event would come again before most of what the page engine has to do,
-    // and a flood would keep the page from appearing.
-    QTimer::singleShot(pauseBetweenTurns, this, [this] {
-        m_continuing = false;
-        if (m_over)
+    m_batchScheduled = true;
+    // Use a delay: a queued call would run before most pending events of the page engine, so that
+    // a flood would prevent the page from rendering.
+    QTimer::singleShot(delayBetweenBatches, this, [this] {
+        m_batchScheduled = false;
+        if (m_isFinished)
             return;
         if (m_reply && m_reply->isFinished())
             replyFinished();
@@ -140,21 +140,21 @@ void HttpQuery::continueLater()
     });
 }
 
-void HttpQuery::collectRefusal()
+void HttpQuery::readRejection()
 {
-    m_refusal += m_reply->read(maxRefusalBytes + 1 - m_refusal.size());
-    if (m_refusal.size() > maxRefusalBytes)
-        finishRefusal();
+    m_rejection += m_reply->read(maxRejectionBytes + 1 - m_rejection.size());
+    if (m_rejection.size() > maxRejectionBytes)
+        finishRejection();
 }
 
-bool HttpQuery::deliverEvents(int &left)
+bool HttpQuery::deliverEvents(int &budget)
 {
     m_delivering = true;
-    while (left > 0) {
+    while (budget > 0) {
         const auto event = m_parser.next();
         if (!event)
             break;
-        --left;
+        --budget;
         const QString text =
             QString::fromUtf8(event->text.data(), static_cast<qsizetype>(event->text.size()));
         switch (event->type) {
@@ -186,26 +186,26 @@ bool HttpQuery::deliverChunk(const QString &text)
     const QPointer<HttpQuery> self(this);
     if (!std::exchange(m_firstByteSeen, true)) {
         Q_EMIT firstByte();
-        if (!self || m_over)
+        if (!self || m_isFinished)
             return false;
     }
     Q_EMIT chunk(text);
-    return self && !m_over;
+    return self && !m_isFinished;
 }
 
 void HttpQuery::replyFinished()
 {
-    if (m_over)
+    if (m_isFinished)
         return;
     if (m_delivering) {
-        // Within a slot's own event loop: come back afterwards.
+        // Re-entered from a slot's nested event loop: retry afterwards.
         QMetaObject::invokeMethod(this, &HttpQuery::replyFinished, Qt::QueuedConnection);
         return;
     }
     const QPointer<HttpQuery> self(this);
     readAvailable();
-    // Before all has been handed on, the next turn comes back here.
-    if (!self || m_over || m_continuing)
+    // If events are left, the next batch calls this function again.
+    if (!self || m_isFinished || m_batchScheduled)
         return;
 
     switch (m_body) {
@@ -222,11 +222,11 @@ void HttpQuery::replyFinished()
                   QStringLiteral("Response was not HTTP")});
         }
         break;
-    case Body::Refusal:
+    case Body::Rejection:
         if (http::isBroken(*m_reply))
             fail({QueryError::Kind::Transport, 0, {}, 0, http::describe(*m_reply)});
         else
-            finishRefusal();
+            finishRejection();
         break;
     case Body::Stream: {
         if (http::isBroken(*m_reply)) {
@@ -244,7 +244,7 @@ void HttpQuery::replyFinished()
 
 void HttpQuery::replyDestroyed()
 {
-    if (!m_over)
+    if (!m_isFinished)
         fail({QueryError::Kind::NetworkError,
               0,
               {},
@@ -252,13 +252,13 @@ void HttpQuery::replyDestroyed()
               QStringLiteral("The network connection was shut down.")});
 }
 
-void HttpQuery::finishRefusal()
+void HttpQuery::finishRejection()
 {
-    const QJsonObject object = m_refusal.size() > maxRefusalBytes
+    const QJsonObject object = m_rejection.size() > maxRejectionBytes
                                    ? QJsonObject()
-                                   : QJsonDocument::fromJson(m_refusal).object();
+                                   : QJsonDocument::fromJson(m_rejection).object();
     QueryError error;
-    if (const auto seconds = integerOf(object.value(QLatin1String("resetInSeconds")))) {
+    if (const auto seconds = toInteger(object.value(QLatin1String("resetInSeconds")))) {
         Log::event(QStringLiteral("[ProxyQueryService] Proxy returned 429 (rate limited) — "
                                   "reset in %1s")
                        .arg(*seconds));
@@ -267,7 +267,7 @@ void HttpQuery::finishRefusal()
     } else {
         Log::event(QStringLiteral("[ProxyQueryService] Proxy returned 429 (cap exceeded)"));
         error.kind = QueryError::Kind::CapExceeded;
-        error.tokensRemaining = integerOf(object.value(QLatin1String("tokensRemaining")));
+        error.tokensRemaining = toInteger(object.value(QLatin1String("tokensRemaining")));
     }
     fail(std::move(error));
 }
@@ -279,7 +279,7 @@ void HttpQuery::fail(QueryError error)
 
 void HttpQuery::finish(const QueryOutcome &outcome)
 {
-    m_over = true;
+    m_isFinished = true;
     release();
     deleteLater();
     Q_EMIT finished(outcome);

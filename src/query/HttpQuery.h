@@ -11,57 +11,57 @@
 
 namespace quellora {
 
-/// One query over HTTP: reads the reply as it arrives and classifies how it ended.
+/// One query over HTTP: parses the reply as it arrives and classifies its outcome.
 ///
 /// Lives on the thread of its network manager and deletes itself after finished() or cancel().
-/// Any slot may cancel or delete it. A flood of events is handed on in slices, one per turn of the
-/// event loop, so that the thread stays free for others.
+/// Any slot may cancel or delete it. Events are delivered in batches, one batch per event loop
+/// iteration, so that a flood of events does not starve the thread.
 class HttpQuery : public RunningQuery
 {
     Q_OBJECT
 public:
-    /// What one turn of the event loop hands on or reads at most.
-    static constexpr int maxEventsPerTurn = 256;
-    static constexpr qint64 maxBytesPerTurn = 256 * 1024;
-    /// Between two turns.
-    static constexpr std::chrono::milliseconds pauseBetweenTurns{1};
+    /// Maximum number of events delivered and bytes read per batch.
+    static constexpr int maxEventsPerBatch = 256;
+    static constexpr qint64 maxBytesPerBatch = 256 * 1024;
+    /// Delay between two batches.
+    static constexpr std::chrono::milliseconds delayBetweenBatches{1};
 
-    /// A query that fails with @p error as soon as the event loop runs.
+    /// A query that fails with @p error from the event loop.
     explicit HttpQuery(const QueryError &error);
-    /// Takes over @p reply, which has just been started.
+    /// Takes ownership of @p reply, which must have just been started.
     explicit HttpQuery(QNetworkReply *reply);
     ~HttpQuery() override;
 
     void cancel() override;
 
 private:
-    enum class Body { Unknown, Stream, Refusal };
+    enum class Body { Unknown, Stream, Rejection };
 
     void readResponse();
     void readAvailable();
-    void collectRefusal();
-    /// Goes on with the next turn of the event loop.
-    void continueLater();
-    /// Hands on complete events, at most @p left of them, which it counts down; false when the
-    /// query is over or gone.
-    bool deliverEvents(int &left);
+    void readRejection();
+    /// Schedules the next batch.
+    void scheduleNextBatch();
+    /// Delivers up to @p budget complete events and reduces @p budget accordingly. Returns false
+    /// if the query has finished or been deleted.
+    bool deliverEvents(int &budget);
     bool deliverChunk(const QString &text);
     void replyFinished();
     void replyDestroyed();
-    void finishRefusal();
+    void finishRejection();
     void fail(QueryError error);
     void finish(const QueryOutcome &outcome);
-    /// Ends the transfer and lets go of the reply.
+    /// Aborts the transfer and disposes of the reply.
     void release();
 
     QPointer<QNetworkReply> m_reply;
     StreamEventParser m_parser;
-    QByteArray m_refusal;
+    QByteArray m_rejection;
     Body m_body = Body::Unknown;
     bool m_firstByteSeen = false;
     bool m_delivering = false;
-    bool m_continuing = false;
-    bool m_over = false;
+    bool m_batchScheduled = false;
+    bool m_isFinished = false;
 };
 
 } // namespace quellora

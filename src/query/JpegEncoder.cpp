@@ -20,8 +20,8 @@ struct BufferDeleter
     void operator()(unsigned char *buffer) const { tjFree(buffer); }
 };
 
-/// The distance from one row to the next; 0 when it varies.
-std::size_t evenStride(const Bitmap &bitmap)
+/// The row size in bytes if all rows are contiguous; otherwise 0.
+std::size_t contiguousStride(const Bitmap &bitmap)
 {
     const std::size_t stride = bitmap.rowBytes();
     for (std::size_t y = 1; y < bitmap.rows.size(); ++y) {
@@ -50,7 +50,7 @@ QByteArray encodeJpeg(const Bitmap &bitmap, int quality)
 {
     if (bitmap.isNull())
         return {};
-    if (evenStride(bitmap) == 0) {
+    if (contiguousStride(bitmap) == 0) {
         const Bitmap copy = compacted(bitmap);
         return copy.isNull() ? QByteArray() : encodeJpeg(copy, quality);
     }

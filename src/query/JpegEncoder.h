@@ -6,7 +6,7 @@
 
 namespace quellora {
 
-/// Encodes a baseline JPEG with 4:2:0 chroma subsampling. Empty when encoding fails.
+/// Encodes a baseline JPEG with 4:2:0 chroma subsampling. Empty if encoding fails.
 /// @param quality 1 to 100
 QByteArray encodeJpeg(const Bitmap &bitmap, int quality);
 

@@ -18,7 +18,7 @@ namespace quellora {
 namespace {
 
 constexpr double lobes = 3.0;
-/// Number of samples that the horizontal pass may read beyond its row.
+/// Padding in samples, because the horizontal pass reads beyond the end of its row.
 constexpr std::size_t readAhead = 64;
 
 double sinc(double x)
@@ -39,7 +39,7 @@ constexpr int verticalRounding = 1 << (verticalShift - 1);
 constexpr int horizontalShift = LanczosTable::fractionBits + LanczosKernels::middleBits;
 constexpr int horizontalRounding = 1 << (horizontalShift - 1);
 
-std::int16_t middleSample(int sum)
+std::int16_t intermediateSample(int sum)
 {
     return static_cast<std::int16_t>(std::clamp((sum + verticalRounding) >> verticalShift,
                                                 int{std::numeric_limits<std::int16_t>::min()},
@@ -52,7 +52,7 @@ std::uint8_t finalSample(int sum)
         std::clamp((sum + horizontalRounding) >> horizontalShift, 0, 255));
 }
 
-/// Works on blocks of fixed size, so that compilers keep the sums in vector registers.
+/// Processes fixed-size blocks, so that the compiler keeps the sums in vector registers.
 void verticalPortable(const std::uint8_t *const *rows, const std::int16_t *weights, int taps,
                       int samples, std::int16_t *out)
 {
@@ -67,13 +67,13 @@ void verticalPortable(const std::uint8_t *const *rows, const std::int16_t *weigh
                 sums[static_cast<std::size_t>(k)] += weight * row[k];
         }
         for (int k = 0; k < block; ++k)
-            out[i + k] = middleSample(sums[static_cast<std::size_t>(k)]);
+            out[i + k] = intermediateSample(sums[static_cast<std::size_t>(k)]);
     }
     for (; i < samples; ++i) {
         int sum = 0;
         for (int t = 0; t < taps; ++t)
             sum += weights[t] * rows[t][i];
-        out[i] = middleSample(sum);
+        out[i] = intermediateSample(sum);
     }
 }
 
@@ -121,7 +121,7 @@ QUELLORA_AVX2 __m128i load128(const void *address)
     return _mm_loadu_si128(static_cast<const __m128i *>(address));
 }
 
-/// Processes two rows at a time: interleaves their samples and multiplies by the pair of weights.
+/// Processes two rows at a time: interleaves their samples and multiplies by pairs of weights.
 QUELLORA_AVX2 void verticalAvx2(const std::uint8_t *const *rows, const std::int16_t *weights,
                                 int taps, int samples, std::int16_t *out)
 {
@@ -148,7 +148,7 @@ QUELLORA_AVX2 void verticalAvx2(const std::uint8_t *const *rows, const std::int1
             sum2 = _mm256_add_epi32(sum2, _mm256_madd_epi16(_mm256_unpacklo_epi16(a1, b1), weight));
             sum3 = _mm256_add_epi32(sum3, _mm256_madd_epi16(_mm256_unpackhi_epi16(a1, b1), weight));
         }
-        // Unpacking and packing both work within 128-bit lanes, which restores the order.
+        // Packing restores the sample order: it works within 128-bit lanes, as unpacking does.
         const __m256i low = _mm256_packs_epi32(_mm256_srai_epi32(sum0, verticalShift),
                                                _mm256_srai_epi32(sum1, verticalShift));
         const __m256i high = _mm256_packs_epi32(_mm256_srai_epi32(sum2, verticalShift),
@@ -160,11 +160,11 @@ QUELLORA_AVX2 void verticalAvx2(const std::uint8_t *const *rows, const std::int1
         int sum = 0;
         for (int t = 0; t < taps; ++t)
             sum += weights[t] * rows[t][i];
-        out[i] = middleSample(sum);
+        out[i] = intermediateSample(sum);
     }
 }
 
-/// Processes four taps at a time, two per 128-bit lane, each pair of pixels sorted by channel.
+/// Processes four taps at a time, two per 128-bit lane; each pixel pair is grouped by channel.
 template <int channels>
 QUELLORA_AVX2 void horizontalAvx2(const std::int16_t *in, const LanczosTable &table,
                                   int targetWidth, std::uint8_t *out)
@@ -200,7 +200,7 @@ QUELLORA_AVX2 void horizontalAvx2(const std::int16_t *in, const LanczosTable &ta
             _mm_srai_epi32(_mm_add_epi32(sum, _mm_set1_epi32(horizontalRounding)), horizontalShift);
         sum = _mm_packs_epi32(sum, sum);
         const int rgb = _mm_cvtsi128_si32(_mm_packus_epi16(sum, sum));
-        // Four bytes are stored for three, except for the last pixel of the row.
+        // Stores four bytes for three, except at the last pixel, where that would overrun the row.
         std::memcpy(out, &rgb, x + 1 < targetWidth ? 4 : 3);
         out += 3;
     }
@@ -259,57 +259,57 @@ const LanczosKernels &LanczosKernels::best()
 LanczosTable LanczosTable::create(int sourceSize, int targetSize, int multiple)
 {
     const double scale = static_cast<double>(sourceSize) / targetSize;
-    const double reach = lobes * scale;
+    const double support = lobes * scale;
     const auto centreOf = [scale](int i) { return (i + 0.5) * scale - 0.5; };
-    const auto firstOf = [reach](double centre) {
-        return static_cast<int>(std::floor(centre - reach)) + 1;
+    const auto firstOf = [support](double centre) {
+        return static_cast<int>(std::floor(centre - support)) + 1;
     };
-    int wanted = 1;
+    int tapCount = 1;
     for (int i = 0; i < targetSize; ++i) {
         const double centre = centreOf(i);
-        const int last = static_cast<int>(std::ceil(centre + reach)) - 1;
-        wanted = std::max(wanted, last - firstOf(centre) + 1);
+        const int last = static_cast<int>(std::ceil(centre + support)) - 1;
+        tapCount = std::max(tapCount, last - firstOf(centre) + 1);
     }
-    wanted = std::min(wanted, sourceSize);
+    tapCount = std::min(tapCount, sourceSize);
 
     LanczosTable table;
-    table.taps = (wanted + multiple - 1) / multiple * multiple;
+    table.taps = (tapCount + multiple - 1) / multiple * multiple;
     table.starts.reserve(static_cast<std::size_t>(targetSize));
     table.weights.reserve(static_cast<std::size_t>(targetSize) *
                           static_cast<std::size_t>(table.taps));
-    // Weights repeat with this period; reusing them saves computing the sines.
+    // Away from the edges, weights repeat with this period; copying them avoids the sines.
     const int period = targetSize / std::gcd(sourceSize, targetSize);
-    const auto isInside = [&](int i) {
+    const auto isInterior = [&](int i) {
         const int first = firstOf(centreOf(i));
-        return first >= 0 && first <= sourceSize - wanted;
+        return first >= 0 && first <= sourceSize - tapCount;
     };
-    std::vector<double> exact(static_cast<std::size_t>(wanted));
+    std::vector<double> exact(static_cast<std::size_t>(tapCount));
     std::vector<std::int16_t> rounded(static_cast<std::size_t>(table.taps));
     for (int i = 0; i < targetSize; ++i) {
         const double centre = centreOf(i);
-        const int start = std::clamp(firstOf(centre), 0, sourceSize - wanted);
+        const int start = std::clamp(firstOf(centre), 0, sourceSize - tapCount);
         table.starts.push_back(start);
-        if (i >= period && isInside(i) && isInside(i - period)) {
-            const auto twin = table.weights.size() - static_cast<std::size_t>(period) *
-                                                         static_cast<std::size_t>(table.taps);
+        if (i >= period && isInterior(i) && isInterior(i - period)) {
+            const auto previous = table.weights.size() - static_cast<std::size_t>(period) *
+                                                             static_cast<std::size_t>(table.taps);
             for (int t = 0; t < table.taps; ++t)
-                table.weights.push_back(table.weights[twin + static_cast<std::size_t>(t)]);
+                table.weights.push_back(table.weights[previous + static_cast<std::size_t>(t)]);
             continue;
         }
-        for (int t = 0; t < wanted; ++t)
+        for (int t = 0; t < tapCount; ++t)
             exact[static_cast<std::size_t>(t)] = lanczos((start + t - centre) / scale);
         const double sum = std::accumulate(exact.begin(), exact.end(), 0.0);
 
         std::fill(rounded.begin(), rounded.end(), std::int16_t{0});
-        int left = 1 << fractionBits;
+        int residual = 1 << fractionBits;
         for (std::size_t t = 0; t < exact.size(); ++t) {
             rounded[t] =
                 static_cast<std::int16_t>(std::lround(exact[t] / sum * (1 << fractionBits)));
-            left -= rounded[t];
+            residual -= rounded[t];
         }
-        // The rounding error goes to the largest weight, where it matters least.
+        // Add the rounding error to the largest weight, where it is relatively smallest.
         auto largest = std::max_element(rounded.begin(), rounded.end());
-        *largest = static_cast<std::int16_t>(*largest + left);
+        *largest = static_cast<std::int16_t>(*largest + residual);
         table.weights.insert(table.weights.end(), rounded.begin(), rounded.end());
     }
     return table;
@@ -329,7 +329,7 @@ Bitmap resampleLanczos(const Bitmap &source, int targetWidth, int targetHeight, 
     const auto bandStart = [&](int band) { return targetHeight * band / bands; };
     std::vector<std::future<void>> others;
     for (int band = 1; band < bands; ++band)
-        // Without a free thread, get() below computes the band.
+        // If no thread can be started, get() below computes the band on this thread.
         others.push_back(std::async(std::launch::async | std::launch::deferred, [&, band] {
             resampleRows(source, vertical, horizontal, target, bandStart(band),
                          bandStart(band + 1));

@@ -9,10 +9,10 @@ namespace quellora {
 
 namespace {
 
-void logAnswer(const char *question, bool answer)
+void logStatus(const char *check, bool granted)
 {
-    Log::event(QStringLiteral("[PermissionChecker] ") + QLatin1String(question) +
-               QStringLiteral(": ") + (answer ? QStringLiteral("true") : QStringLiteral("false")));
+    Log::event(QStringLiteral("[PermissionChecker] ") + QLatin1String(check) +
+               QStringLiteral(": ") + (granted ? QStringLiteral("true") : QStringLiteral("false")));
 }
 
 constexpr auto accessibilityTrusted = "Accessibility permission trusted";
@@ -23,8 +23,9 @@ const QString screenRecording = QStringLiteral("screen-recording");
 
 } // namespace
 
-PermissionChecker::PermissionChecker(Permissions &permissions, Vocabulary words, QObject *parent)
-    : QObject(parent), m_permissions(permissions), m_words(std::move(words))
+PermissionChecker::PermissionChecker(Permissions &permissions, Vocabulary vocabulary,
+                                     QObject *parent)
+    : QObject(parent), m_permissions(permissions), m_vocabulary(std::move(vocabulary))
 {
     m_permissions.onChanged([this] { retest(); });
 }
@@ -37,51 +38,51 @@ PermissionChecker::~PermissionChecker()
 void PermissionChecker::checkAccessibility()
 {
     const bool trusted = m_permissions.isAccessibilityTrusted();
-    logAnswer(accessibilityTrusted, trusted);
+    logStatus(accessibilityTrusted, trusted);
     if (!trusted) {
         setProblem(accessibility, QStringLiteral("**Accessibility permission not granted.** Global "
                                                  "hotkeys may not work reliably. ") +
-                                      m_words.accessibilityAdvice);
+                                      m_vocabulary.accessibilityAdvice);
     }
 }
 
 void PermissionChecker::checkScreenRecording()
 {
     const bool granted = m_permissions.isScreenRecordingGranted();
-    logAnswer(screenRecordingGranted, granted);
+    logStatus(screenRecordingGranted, granted);
     if (granted)
         return;
     m_permissions.requestScreenRecording();
     setProblem(screenRecording, QStringLiteral("**Screen Recording permission not granted.** "
                                                "Captures will be blank or fail silently. ") +
-                                    m_words.screenRecordingAdvice);
+                                    m_vocabulary.screenRecordingAdvice);
 }
 
 void PermissionChecker::setProblem(const QString &subject, const QString &line)
 {
-    const auto known =
+    const auto existing =
         std::find_if(m_problems.begin(), m_problems.end(),
                      [&subject](const Problem &problem) { return problem.subject == subject; });
-    const bool isKnown = known != m_problems.end();
-    if (isKnown ? known->line == line : line.isEmpty())
+    const bool exists = existing != m_problems.end();
+    if (exists ? existing->line == line : line.isEmpty())
         return;
-    if (!isKnown)
+    if (!exists)
         m_problems.append({subject, line});
     else if (line.isEmpty())
-        m_problems.erase(known);
+        m_problems.erase(existing);
     else
-        known->line = line;
+        existing->line = line;
     rebuild();
 }
 
 void PermissionChecker::retest()
 {
     if (has(accessibility) && m_permissions.isAccessibilityTrusted()) {
-        logAnswer(accessibilityTrusted, true);
+        logStatus(accessibilityTrusted, true);
         setProblem(accessibility, {});
     }
     if (has(screenRecording) && m_permissions.isScreenRecordingGranted()) {
-        logAnswer(screenRecordingGranted, true);
+        logStatus(screenRecordingGranted, true);
         setProblem(screenRecording, {});
     }
 }

@@ -11,27 +11,28 @@
 
 namespace quellora {
 
-/// Asks for the two privacy permissions at start-up and collects a user-facing line for every
-/// problem found there (hot keys add theirs) into one informational message. Main thread only.
+/// Checks the accessibility and screen recording permissions at start-up and combines all start-up
+/// problems, including those of hot keys, into one informational message. Main thread only.
 class PermissionChecker : public QObject
 {
     Q_OBJECT
 public:
-    /// @param words in which the user is told what to do
-    PermissionChecker(Permissions &permissions, Vocabulary words, QObject *parent = nullptr);
+    /// @param vocabulary platform-specific advice for the user
+    PermissionChecker(Permissions &permissions, Vocabulary vocabulary, QObject *parent = nullptr);
     ~PermissionChecker() override;
 
-    /// Id of the message, the same however long it grows.
+    /// Id of the message, independent of its content.
     static constexpr auto messageId = "startup-permission-issues";
 
+    /// Adds a problem if the accessibility permission is missing.
     void checkAccessibility();
-    /// Requests access when it is missing.
+    /// Requests the screen recording permission and adds a problem if it is missing.
     void checkScreenRecording();
-    /// Puts down what is wrong with one subject, as a Markdown line, in place of what was said
-    /// about it before; an empty line says that it is solved. Rebuilds pendingAdminMessage().
+    /// Sets the problem of @p subject to a Markdown line, replacing the previous one; an empty line
+    /// clears it. Rebuilds pendingAdminMessage() if anything changed.
     void setProblem(const QString &subject, const QString &line);
-    /// Asks again for what was missing. The line of a permission that is granted by now goes; lines
-    /// of other problems stay. Happens by itself when the system reports a change.
+    /// Rechecks missing permissions and clears the problems of those granted since. Called
+    /// automatically when the system reports a change.
     void retest();
 
     const std::optional<AdminMessagePayload> &pendingAdminMessage() const { return m_pending; }
@@ -51,8 +52,8 @@ private:
     void rebuild();
 
     Permissions &m_permissions;
-    Vocabulary m_words;
-    /// In order of discovery, one for each subject.
+    Vocabulary m_vocabulary;
+    /// In order of discovery; at most one per subject.
     QList<Problem> m_problems;
     std::optional<AdminMessagePayload> m_pending;
 };

@@ -43,13 +43,13 @@ struct Contents
 {
     int width = 0;
     int height = 0;
-    /// Of a picture with 8-bit RGB or RGBA samples, not interlaced; else 0.
+    /// 3 or 4 for a non-interlaced image with 8-bit RGB or RGBA samples; otherwise 0.
     int channels = 0;
-    /// The bodies of the IDAT chunks.
+    /// Contents of the IDAT chunks.
     std::vector<Bytes> data;
 };
 
-/// @return false when the header is invalid or the picture exceeds the limits
+/// @return false if the header is invalid or the image exceeds the limits
 bool readHeader(Bytes header, Contents &contents)
 {
     if (header.size() != headerBytes)
@@ -68,8 +68,8 @@ bool readHeader(Bytes header, Contents &contents)
     return true;
 }
 
-/// Reads the chunks up to IEND. Nothing when the file is damaged or truncated or has an unknown
-/// critical chunk.
+/// Reads the chunks up to IEND. Returns nullopt if the file is damaged or truncated or has an
+/// unknown critical chunk.
 std::optional<Contents> readContents(Bytes file)
 {
     if (file.size() < signature.size() ||
@@ -106,7 +106,7 @@ std::optional<Contents> readContents(Bytes file)
     return std::nullopt;
 }
 
-/// The blocks of a zlib stream; empty when a block is compressed or the checksum is wrong.
+/// The stored blocks of a zlib stream; empty if a block is compressed or the checksum is wrong.
 std::vector<Bytes> storedBlocks(Bytes stream, std::size_t expectedSize)
 {
     constexpr std::size_t blockHeader = 5;
@@ -139,8 +139,8 @@ std::vector<Bytes> storedBlocks(Bytes stream, std::size_t expectedSize)
     return blocks;
 }
 
-/// Reads a picture whose samples are neither compressed nor filtered. Rows are used in place; only
-/// those that cross a block border are copied. Nothing for every other picture.
+/// Reads an image whose samples are neither compressed nor filtered. Rows are used in place; only
+/// those that span two blocks are copied. Returns nullopt for all other images.
 std::optional<Bitmap> readInPlace(const QByteArray &file, const Contents &contents)
 {
     if (contents.channels == 0 || contents.data.size() != 1)
@@ -152,7 +152,7 @@ std::optional<Bitmap> readInPlace(const QByteArray &file, const Contents &conten
     bitmap.file = file;
     bitmap.rows.reserve(static_cast<std::size_t>(contents.height));
     const std::size_t rowBytes = bitmap.rowBytes();
-    // Each row is preceded by one byte for its filter.
+    // Each row starts with a byte for its filter type.
     const auto blocks = storedBlocks(contents.data.front(),
                                      (rowBytes + 1) * static_cast<std::size_t>(contents.height));
     if (blocks.empty())
@@ -173,13 +173,13 @@ std::optional<Bitmap> readInPlace(const QByteArray &file, const Contents &conten
         auto row = allocate(rowBytes);
         if (row == nullptr)
             return std::nullopt;
-        for (std::size_t have = 0; have < rowBytes;) {
+        for (std::size_t copied = 0; copied < rowBytes;) {
             while (rest.empty())
                 rest = *++block;
-            const std::size_t part = std::min(rowBytes - have, rest.size());
-            std::memcpy(row.get() + have, rest.data(), part);
-            have += part;
-            rest = rest.subspan(part);
+            const std::size_t count = std::min(rowBytes - copied, rest.size());
+            std::memcpy(row.get() + copied, rest.data(), count);
+            copied += count;
+            rest = rest.subspan(count);
         }
         bitmap.rows.push_back(row.get());
         bitmap.buffers.push_back(std::move(row));
@@ -218,7 +218,7 @@ std::optional<Bitmap> decodePng(const QByteArray &file)
     const Bytes bytes(
         static_cast<const std::uint8_t *>(static_cast<const void *>(file.constData())),
         static_cast<std::size_t>(file.size()));
-    // Checked for libspng as well, which does not check what follows the pixels.
+    // Needed for libspng as well, which does not verify the chunks after the pixels.
     const auto contents = readContents(bytes);
     if (!contents)
         return std::nullopt;

@@ -8,15 +8,15 @@
 
 namespace quellora {
 
-/// The instruction text that goes with a capture.
+/// Selects the instruction text that is sent with a capture.
 class PromptConfig
 {
 public:
-    /// The text in force: the user's own when not empty (blanks count as text), else the backend's
-    /// default prompt when a configuration is present (even when empty), else builtIn().
+    /// The effective text: the user's prompt unless empty (blanks count as text), else the default
+    /// prompt of the backend's configuration if there is one (even if empty), else builtIn().
     static QString current(const std::optional<QString> &userPrompt,
                            const std::optional<AppConfigResponse> &config);
-    /// The built-in instruction text.
+    /// The built-in fallback.
     static QString builtIn();
 };
 

@@ -17,10 +17,10 @@ namespace quellora {
 
 namespace {
 
-/// The answer to a telemetry record means nothing; no more than this is waited for.
-constexpr qint64 maxTelemetryAnswerBytes = 64 * 1024;
+/// The response to a telemetry record is ignored; a longer one is aborted.
+constexpr qint64 maxTelemetryResponseBytes = 64 * 1024;
 
-/// Appends @p text as a JSON string literal.
+/// Appends @p utf8 as a JSON string literal.
 void appendJsonString(QByteArray &out, const QByteArray &utf8)
 {
     constexpr std::array hex{'0', '1', '2', '3', '4', '5', '6', '7',
@@ -66,11 +66,11 @@ bool isBase64(const QByteArray &text)
             table[static_cast<unsigned char>(c)] = true;
         return table;
     }();
-    // Without leaving early, which is quicker for the good case.
-    bool good = true;
+    // No early exit: a branch-free loop is faster for valid input.
+    bool valid = true;
     for (const char c : text)
-        good &= allowed[static_cast<unsigned char>(c)];
-    return good;
+        valid &= allowed[static_cast<unsigned char>(c)];
+    return valid;
 }
 
 QNetworkRequest makeRequest(const QUrl &url, const QByteArray &token,
@@ -146,17 +146,17 @@ void ProxyQueryService::sendTelemetry(const QString &sessionToken, const QJsonOb
         logFailure(http::badTokenText());
         return;
     }
-    // A connection of its own: the answer's one is just being closed, by either side, and a record
-    // that is written to it at that moment gets lost.
+    // Uses a separate connection: the query's connection may be closing, and a record written to it
+    // would be lost.
     auto *network = new QNetworkAccessManager(&m_network);
     QNetworkReply *reply =
         http::postOnce(*network, makeRequest(m_endpoints.telemetry(), token, m_timeouts.telemetry),
                        QJsonDocument(record).toJson(QJsonDocument::Compact));
     auto *listener = new QObject(reply);
     QObject::connect(reply, &QNetworkReply::readyRead, listener,
-                     [reply, network, listener, dropped = qint64{0}]() mutable {
-                         dropped += reply->skip(reply->bytesAvailable());
-                         if (dropped > maxTelemetryAnswerBytes) {
+                     [reply, network, listener, discarded = qint64{0}]() mutable {
+                         discarded += reply->skip(reply->bytesAvailable());
+                         if (discarded > maxTelemetryResponseBytes) {
                              reply->disconnect(listener);
                              network->deleteLater();
                          }

@@ -11,34 +11,34 @@
 
 namespace quellora {
 
-/// A query under way. Delivers its signals in event order on the thread that started it, and
-/// exactly one of finished() or nothing after cancel(). Deletes itself afterwards.
+/// A running query. Emits its signals in order on the thread that started it. Emits finished()
+/// exactly once, or never after cancel(), and then deletes itself.
 class RunningQuery : public QObject
 {
     Q_OBJECT
 public:
     using QObject::QObject;
 
-    /// Ends the transfer and closes its socket; no signal follows.
+    /// Aborts the transfer and closes its socket; no signal follows.
     virtual void cancel() = 0;
 
 Q_SIGNALS:
-    /// Immediately before the first chunk, at most once.
+    /// Emitted at most once, immediately before the first chunk.
     void firstByte();
-    /// One per "chunk" event.
+    /// Emitted once per "chunk" event.
     void chunk(const QString &text);
     void finished(const quellora::QueryOutcome &outcome);
 };
 
-/// Client of the backend's query proxy and of its telemetry endpoint. Stateless; any number of
-/// queries may run at once and each outlives the service. Used on the network manager's thread.
+/// Client of the backend's query proxy and telemetry endpoints. Stateless: any number of queries
+/// may run concurrently, and they may outlive the service. Used on the network manager's thread.
 ///
-/// The token travels to the backend's own address only: redirects are answers like any other
-/// status, and neither cookies nor stored or asked-for credentials are used.
+/// The token is sent to the backend's own address only: redirects are not followed, and cookies,
+/// stored credentials and credential prompts are disabled.
 class ProxyQueryService
 {
 public:
-    /// Longest wait for the next sign of life of the network.
+    /// Maximum time without network activity.
     struct Timeouts
     {
         std::chrono::milliseconds query{30'000};
@@ -50,14 +50,14 @@ public:
                       Timeouts timeouts);
     virtual ~ProxyQueryService() = default;
 
-    /// Posts the query and streams its answer. Never emits before returning. The result belongs to
-    /// itself; deleting it, also from one of its own signals, is the same as cancel().
+    /// Posts the query and streams its answer. Never emits before returning. The returned object
+    /// deletes itself; deleting it earlier, even from a slot connected to it, equals cancel().
     virtual RunningQuery *query(const QueryRequest &request);
-    /// Posts one telemetry record; the answer is ignored, a failure is logged (non-fatal).
+    /// Posts one telemetry record. The response is ignored; failures are only logged.
     virtual void sendTelemetry(const QString &sessionToken, const QJsonObject &record);
 
     /// The request body: keys "prompt", then "imageBase64" and "model" when present, compact JSON.
-    /// Empty when the image is not base64 text.
+    /// Empty if the image is not valid base64.
     static QByteArray encodeBody(const QueryRequest &request);
 
 private:

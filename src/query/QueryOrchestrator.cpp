@@ -32,7 +32,7 @@ QueryOrchestrator::QueryOrchestrator(Collaborators collaborators, QObject *paren
     : QObject(parent), m_collaborators(std::move(collaborators))
 {
     connect(&m_collaborators.threads, &ThreadController::sessionChanged, this,
-            &QueryOrchestrator::followThread);
+            &QueryOrchestrator::currentThreadChanged);
     connect(&m_collaborators.messages, &ServiceMessages::aboutToShowPage, this,
             &QueryOrchestrator::leavePage);
 }
@@ -44,8 +44,8 @@ QueryOrchestrator::~QueryOrchestrator()
 
 QueryOrchestrator::Activity QueryOrchestrator::activity() const
 {
-    if (m_shown)
-        return m_shown->firstToken ? Activity::Streaming : Activity::Waiting;
+    if (m_shownQuery)
+        return m_shownQuery->firstToken ? Activity::Streaming : Activity::Waiting;
     if (isCapturing())
         return Activity::Capturing;
     return m_stopped ? Activity::Stopped : Activity::Idle;
@@ -53,7 +53,7 @@ QueryOrchestrator::Activity QueryOrchestrator::activity() const
 
 QString QueryOrchestrator::shownPrompt() const
 {
-    return m_shown ? m_shown->turnPrompt : QString();
+    return m_shownQuery ? m_shownQuery->turnPrompt : QString();
 }
 
 void QueryOrchestrator::triggerCaptureAndSend()
@@ -91,7 +91,7 @@ void QueryOrchestrator::startCapture(std::function<void(const ScreenshotCapture:
     whenFinished(capture, this,
                  [this, number, done = std::move(done)](const ScreenshotCapture::Outcome &outcome) {
                      m_captures.remove(number);
-                     if (!m_isOver)
+                     if (!m_isShutDown)
                          done(outcome);
                      Q_EMIT activityChanged();
                  });
@@ -114,7 +114,7 @@ void QueryOrchestrator::captureAndSendFinished(const ScreenshotCapture::Outcome 
     }
     const QString prompt = PromptConfig::current(m_collaborators.settings.userPrompt(),
                                                  m_collaborators.session.currentConfig());
-    // A screenshot that waits is not sent with this question: it stays where it is.
+    // A staged screenshot is not sent with this query, but stays in its thread.
     m_collaborators.threads.clearStagedScreenshot();
     CaptureSession session = m_collaborators.threads.threadForQuery();
     const QString apiPrompt = contextAugmentedPrompt(prompt, session);
@@ -196,7 +196,7 @@ void QueryOrchestrator::runQuery(const QString &apiPrompt, const QString &turnPr
     }
     auto query = std::make_shared<ActiveQuery>();
     query->turnPrompt = turnPrompt;
-    query->promptBox = m_collaborators.settings.userPrompt();
+    query->promptBoxText = m_collaborators.settings.userPrompt();
     query->screenshot = screenshot;
     query->promptCharacters = characterCount(turnPrompt);
     query->hasImage = screenshot.has_value();
@@ -208,7 +208,7 @@ void QueryOrchestrator::runQuery(const QString &apiPrompt, const QString &turnPr
     m_collaborators.threads.retain(query->threadId);
 
     m_stopped = false;
-    m_shown = query;
+    m_shownQuery = query;
     m_isShownOnPage = true;
     m_queries.append(query);
     m_collaborators.display.handleStreamStart(m_collaborators.threads.currentSession(), turnPrompt,
@@ -232,15 +232,15 @@ void QueryOrchestrator::runQueryOnMain(const ActiveQueryPtr &query, const QStrin
         Q_EMIT activityChanged();
     });
     connect(transfer, &RunningQuery::chunk, this,
-            [this, query](const QString &text) { chunkArrived(query, text); });
+            [this, query](const QString &text) { chunkReceived(query, text); });
     connect(transfer, &RunningQuery::finished, this,
             [this, query](const QueryOutcome &outcome) { queryFinished(query, outcome); });
 }
 
-void QueryOrchestrator::chunkArrived(const ActiveQueryPtr &query, const QString &text)
+void QueryOrchestrator::chunkReceived(const ActiveQueryPtr &query, const QString &text)
 {
     query->answer += text;
-    if (query == m_shown && m_isShownOnPage)
+    if (query == m_shownQuery && m_isShownOnPage)
         m_collaborators.display.handleStreamChunk(text);
 }
 
@@ -255,32 +255,33 @@ void QueryOrchestrator::queryFinished(const ActiveQueryPtr &query, const QueryOu
     Q_EMIT activityChanged();
 }
 
-bool QueryOrchestrator::keepAnswer(const ActiveQueryPtr &query)
+bool QueryOrchestrator::recordTurn(const ActiveQueryPtr &query)
 {
     const bool isCurrent = m_collaborators.threads.addTurn(query->threadId, query->turnPrompt,
                                                            query->answer, query->screenshot);
-    // The thread on show stays the one that the user sees, copies from and notes on.
-    if (isCurrent && !m_shown && m_collaborators.settings.startNewThreadPerSendEnabled())
+    // Keep the shown thread current until the next send: the user may still copy from it or add
+    // notes to it.
+    if (isCurrent && !m_shownQuery && m_collaborators.settings.startNewThreadPerSendEnabled())
         m_collaborators.threads.endThreadAtNextSend();
     return isCurrent;
 }
 
-void QueryOrchestrator::storeAnswer(const ActiveQueryPtr &query)
+void QueryOrchestrator::recordFinishedTurn(const ActiveQueryPtr &query)
 {
-    if (keepAnswer(query))
+    if (recordTurn(query))
         showCurrentThread();
-    emptyPromptBox(query);
+    clearSentPrompt(query);
 }
 
-void QueryOrchestrator::emptyPromptBox(const ActiveQueryPtr &query)
+void QueryOrchestrator::clearSentPrompt(const ActiveQueryPtr &query)
 {
-    // A next question that is being typed is not this one's to remove.
+    // Keep the box if the user has typed a new prompt.
     if (!m_collaborators.settings.dontClearPromptAfterSendEnabled() &&
-        m_collaborators.settings.userPrompt() == query->promptBox)
+        m_collaborators.settings.userPrompt() == query->promptBoxText)
         m_collaborators.settings.setUserPrompt(QString());
 }
 
-QueryOrchestrator::ActiveQueryPtr QueryOrchestrator::newestOfCurrentThread() const
+QueryOrchestrator::ActiveQueryPtr QueryOrchestrator::newestQueryOfCurrentThread() const
 {
     const auto &session = m_collaborators.threads.currentSession();
     const auto found = std::find_if(m_queries.crbegin(), m_queries.crend(), [&](const auto &query) {
@@ -289,13 +290,13 @@ QueryOrchestrator::ActiveQueryPtr QueryOrchestrator::newestOfCurrentThread() con
     return found == m_queries.crend() ? ActiveQueryPtr() : *found;
 }
 
-void QueryOrchestrator::followThread()
+void QueryOrchestrator::currentThreadChanged()
 {
-    const ActiveQueryPtr newest = newestOfCurrentThread();
-    if (newest == m_shown)
+    const ActiveQueryPtr newest = newestQueryOfCurrentThread();
+    if (newest == m_shownQuery)
         return;
     leavePage();
-    m_shown = newest;
+    m_shownQuery = newest;
     Q_EMIT activityChanged();
 }
 
@@ -306,21 +307,21 @@ void QueryOrchestrator::leavePage()
     m_isShownOnPage = false;
 }
 
-void QueryOrchestrator::forget(const ActiveQueryPtr &query)
+void QueryOrchestrator::removeQuery(const ActiveQueryPtr &query)
 {
     m_queries.removeOne(query);
-    if (m_shown == query) {
-        m_shown = newestOfCurrentThread();
+    if (m_shownQuery == query) {
+        m_shownQuery = newestQueryOfCurrentThread();
         m_isShownOnPage = false;
     }
 }
 
 void QueryOrchestrator::querySucceeded(const ActiveQueryPtr &query, const DoneInfo &info)
 {
-    if (query == m_shown && m_isShownOnPage)
+    if (query == m_shownQuery && m_isShownOnPage)
         m_collaborators.display.handleStreamEnd();
-    forget(query);
-    storeAnswer(query);
+    removeQuery(query);
+    recordFinishedTurn(query);
     m_collaborators.threads.release(query->threadId);
 
     const qint64 cap = m_collaborators.messages.tokenCap();
@@ -331,12 +332,12 @@ void QueryOrchestrator::querySucceeded(const ActiveQueryPtr &query, const DoneIn
 
 void QueryOrchestrator::queryFailed(const ActiveQueryPtr &query, const QueryError &error)
 {
-    const bool wasShown = query == m_shown;
+    const bool wasShown = query == m_shownQuery;
     if (wasShown)
         leavePage();
-    forget(query);
-    // What has arrived is kept. The prompt stays, too: the question is still without its answer.
-    const bool joinsCurrent = !query->answer.isEmpty() && keepAnswer(query);
+    removeQuery(query);
+    // Keep the text received so far. Keep the prompt as well, so that the user can send it again.
+    const bool joinedCurrentThread = !query->answer.isEmpty() && recordTurn(query);
     m_collaborators.threads.release(query->threadId);
 
     const auto report = failureReport(error);
@@ -346,9 +347,9 @@ void QueryOrchestrator::queryFailed(const ActiveQueryPtr &query, const QueryErro
         showErrorPage(QStringLiteral("Error"), report->pageText);
         return;
     }
-    // The service states show a card; the waiting entry must not stay on the page beneath it. What
-    // another answer brought joins the page only where the thread is on it.
-    if (wasShown || (joinsCurrent && m_isShownOnPage))
+    // Rate limits and the like show a card: remove the waiting entry from the page beneath it. A
+    // turn added by a query that was not shown is rendered only if the page shows the thread.
+    if (wasShown || (joinedCurrentThread && m_isShownOnPage))
         showCurrentThread();
     if (report) {
         Q_EMIT answerLost(report->pageText);
@@ -369,7 +370,7 @@ void QueryOrchestrator::queryFailed(const ActiveQueryPtr &query, const QueryErro
 
 void QueryOrchestrator::stop()
 {
-    if (!m_shown) {
+    if (!m_shownQuery) {
         if (m_captures.isEmpty())
             return;
         cancelCaptures();
@@ -378,20 +379,20 @@ void QueryOrchestrator::stop()
         Q_EMIT activityChanged();
         return;
     }
-    const ActiveQueryPtr query = m_shown;
+    const ActiveQueryPtr query = m_shownQuery;
     if (query->transfer)
         query->transfer->cancel();
     log(QStringLiteral("Answer stopped by the user (%1 chars kept)")
             .arg(characterCount(query->answer)));
     if (query->answer.isEmpty()) {
         leavePage();
-        forget(query);
+        removeQuery(query);
         showCurrentThread();
     } else {
         if (m_isShownOnPage)
             m_collaborators.display.handleStreamEnd();
-        forget(query);
-        storeAnswer(query);
+        removeQuery(query);
+        recordFinishedTurn(query);
     }
     m_collaborators.threads.release(query->threadId);
     m_stopped = true;
@@ -406,9 +407,9 @@ void QueryOrchestrator::discardAnswers(const QUuid &threadId)
             continue;
         if (query->transfer)
             query->transfer->cancel();
-        if (query == m_shown)
+        if (query == m_shownQuery)
             leavePage();
-        forget(query);
+        removeQuery(query);
         m_collaborators.threads.release(threadId);
         log(QStringLiteral("Answer given up with its thread"));
     }
@@ -417,10 +418,10 @@ void QueryOrchestrator::discardAnswers(const QUuid &threadId)
 
 void QueryOrchestrator::cancelAll()
 {
-    m_isOver = true;
+    m_isShutDown = true;
     cancelCaptures();
     const QList<ActiveQueryPtr> queries = std::exchange(m_queries, {});
-    m_shown.reset();
+    m_shownQuery.reset();
     m_isShownOnPage = false;
     for (const ActiveQueryPtr &query : queries) {
         if (query->transfer)
@@ -428,8 +429,8 @@ void QueryOrchestrator::cancelAll()
         if (!query->answer.isEmpty()) {
             log(QStringLiteral("Answer cut off by the end of the session (%1 chars kept)")
                     .arg(characterCount(query->answer)));
-            keepAnswer(query);
-            emptyPromptBox(query);
+            recordTurn(query);
+            clearSentPrompt(query);
         }
         m_collaborators.threads.release(query->threadId);
     }
@@ -438,10 +439,11 @@ void QueryOrchestrator::cancelAll()
 void QueryOrchestrator::showCurrentThread()
 {
     const auto &session = m_collaborators.threads.currentSession();
-    if (m_shown) {
+    if (m_shownQuery) {
         m_isShownOnPage = true;
-        m_collaborators.display.resumeStream(session, m_shown->turnPrompt, m_shown->queryStart,
-                                             m_shown->screenshot, m_shown->answer);
+        m_collaborators.display.resumeStream(session, m_shownQuery->turnPrompt,
+                                             m_shownQuery->queryStart, m_shownQuery->screenshot,
+                                             m_shownQuery->answer);
     } else if (session) {
         m_collaborators.display.renderThread(*session);
     }

@@ -25,24 +25,25 @@ class SessionManager;
 class Settings;
 class ThreadController;
 
-/// The user's actions from button or hotkey to stored turn: Capture & Send, Capture without
-/// sending, Send and Add note; the context prompt, the running query and its telemetry.
+/// Runs the user's actions from button or hotkey to stored turn: Capture & Send, Capture without
+/// sending, Send and Add note. Builds the context prompt, manages the running queries and sends
+/// their telemetry.
 ///
-/// Main thread only; captures run on a worker, the transfer in the event loop. Several answers may
-/// be under way; the newest one of the current thread is on show, the others are collected and join
-/// their own thread when they finish, so nothing is lost or mixed up.
+/// Main thread only; captures run on a worker thread, transfers in the event loop. Several queries
+/// may run at once: the newest one of the current thread is shown, the others are buffered and
+/// added to their own threads when they finish.
 class QueryOrchestrator : public QObject
 {
     Q_OBJECT
 public:
-    /// What the overlay's strip tells the user.
+    /// The state shown in the overlay's status strip.
     enum class Activity { Idle, Capturing, Waiting, Streaming, Stopped };
     Q_ENUM(Activity)
 
     using Capture = std::function<QFuture<ScreenshotCapture::Outcome>()>;
     using Clock = std::function<QDateTime()>;
 
-    /// All collaborators are borrowed and must outlive the orchestrator.
+    /// The references must outlive the orchestrator.
     struct Collaborators
     {
         SessionManager &session;
@@ -52,7 +53,7 @@ public:
         ProxyQueryService &service;
         AnswerDisplay &display;
         Capture capture;
-        /// Id of the model to ask; nothing leaves the choice to the backend.
+        /// Id of the selected model; nullopt lets the backend choose.
         std::function<std::optional<QString>()> model;
         Clock clock = [] { return QDateTime::currentDateTime(); };
     };
@@ -60,37 +61,40 @@ public:
     explicit QueryOrchestrator(Collaborators collaborators, QObject *parent = nullptr);
     ~QueryOrchestrator() override;
 
+    /// Captures the screen and sends the image with the user's prompt.
     void triggerCaptureAndSend();
+    /// Captures the screen and stages the image for the next send. Works while queries are blocked.
     void captureNoSend();
+    /// Sends @p text with the staged screenshot, if any.
     void sendPromptOnly(const QString &text);
+    /// Adds a note to the current thread; blank text is ignored.
     void addNote(const QString &text);
-    /// Cancels the answer on show and keeps what has arrived as its turn; with nothing arrived the
-    /// waiting entry goes away. With no answer on show it gives up the captures under way; without
-    /// any it does nothing.
+    /// Cancels the shown query and stores the text received so far as a turn; without any text, the
+    /// waiting entry is removed. If no query is shown, cancels the running captures, if any.
     void stop();
-    /// Shows the current thread with the answer under way in it, if any.
+    /// Shows the current thread including its running answer, if any.
     void showCurrentThread();
-    /// Cancels what is under way in a thread that is being deleted; its answers are not kept.
+    /// Cancels the queries of a thread that is being deleted and discards their answers.
     void discardAnswers(const QUuid &threadId);
-    /// Ends every answer under way, keeping what has arrived of it, and drops what is being
-    /// captured, without a trace on the display: the session is over, and nothing follows.
+    /// Shuts down at the end of the session: cancels all queries, storing the text received so far,
+    /// and all captures. Does not touch the display.
     void cancelAll();
-    /// Another page takes the place of the thread's: the answer on show is collected until the
-    /// thread is shown again.
+    /// Call when another page replaces the thread: the shown answer is buffered until the thread is
+    /// shown again.
     void leavePage();
 
     Activity activity() const;
     bool isCapturing() const { return !m_captures.isEmpty(); }
-    /// The question of the answer on show; empty when none is under way.
+    /// The prompt of the shown query; empty if none is running.
     QString shownPrompt() const;
 
 Q_SIGNALS:
     void activityChanged();
-    /// A capture succeeded (the first-launch hint has done its work).
+    /// A capture succeeded, so the first-launch hint is no longer needed.
     void captureSucceeded();
-    /// Something that the user asked for is not done: the service message on show says why.
+    /// An action was rejected; the current service message has the reason.
     void refused();
-    /// A query that is not on show failed; @p reason is for the user.
+    /// A query that is not shown failed; @p reason is user-facing text.
     void answerLost(const QString &reason);
 
 private:
@@ -101,43 +105,46 @@ private:
     void captureAndSendFinished(const ScreenshotCapture::Outcome &outcome,
                                 const QDateTime &queryStart);
     void captureNoSendFinished(const ScreenshotCapture::Outcome &outcome);
-    /// @param action what the user asked for; @param step what of it failed, both for the log
+    /// @param action the user's action, for the log
+    /// @param step the step of it that failed, for the log
     void captureFailed(const ScreenshotCapture::CaptureError &error, const QString &action,
                        const QString &step);
     void showErrorPage(const QString &title, const QString &text);
 
-    /// @param screenshot goes with the question
+    /// @param apiPrompt the text to send, with context; @p turnPrompt is stored and shown
+    /// @param screenshot sent with the prompt
     void runQuery(const QString &apiPrompt, const QString &turnPrompt, const QDateTime &queryStart,
                   const std::optional<CaptureSession::Screenshot> &screenshot);
     void runQueryOnMain(const ActiveQueryPtr &query, const QString &apiPrompt,
                         const QString &token);
-    void chunkArrived(const ActiveQueryPtr &query, const QString &text);
+    void chunkReceived(const ActiveQueryPtr &query, const QString &text);
     void queryFinished(const ActiveQueryPtr &query, const QueryOutcome &outcome);
     void querySucceeded(const ActiveQueryPtr &query, const DoneInfo &info);
     void queryFailed(const ActiveQueryPtr &query, const QueryError &error);
-    /// Adds what has arrived to the answer's thread; returns whether that is the current one.
-    bool keepAnswer(const ActiveQueryPtr &query);
-    /// keepAnswer() at the end of an answer, with what follows it.
-    void storeAnswer(const ActiveQueryPtr &query);
-    void emptyPromptBox(const ActiveQueryPtr &query);
-    void forget(const ActiveQueryPtr &query);
-    ActiveQueryPtr newestOfCurrentThread() const;
-    void followThread();
+    /// Adds the text received so far to the query's thread; returns whether that is the current
+    /// one.
+    bool recordTurn(const ActiveQueryPtr &query);
+    /// Calls recordTurn(), updates the display and clears the prompt box.
+    void recordFinishedTurn(const ActiveQueryPtr &query);
+    void clearSentPrompt(const ActiveQueryPtr &query);
+    void removeQuery(const ActiveQueryPtr &query);
+    ActiveQueryPtr newestQueryOfCurrentThread() const;
+    void currentThreadChanged();
     void fireTelemetry(const ActiveQueryPtr &query, const DoneInfo &info, qint64 usedAfter);
 
     Collaborators m_collaborators;
-    /// Every answer under way, oldest first.
+    /// All running queries, oldest first.
     QList<ActiveQueryPtr> m_queries;
-    /// The newest one of the current thread: the strip tells of it, Stop ends it.
-    ActiveQueryPtr m_shown;
-    /// Its text goes into the page; not while an error page has taken the place.
+    /// The newest one of the current thread: activity() reports it and stop() cancels it.
+    ActiveQueryPtr m_shownQuery;
+    /// Whether its text is streamed into the page; false while another page is shown.
     bool m_isShownOnPage = false;
-    /// Every capture under way by its number.
+    /// All running captures by number.
     QHash<quint64, QFuture<ScreenshotCapture::Outcome>> m_captures;
     quint64 m_lastCapture = 0;
     bool m_stopped = false;
-    /// The session is over: a capture that comes in late is nobody's.
-    bool m_isOver = false;
+    /// Set by cancelAll(): late capture results are ignored.
+    bool m_isShutDown = false;
 };
 
 } // namespace quellora

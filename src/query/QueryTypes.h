@@ -9,7 +9,7 @@
 
 namespace quellora {
 
-/// Figures of the final event of an answer; absent ones are 0 or false.
+/// Fields of the done event; missing ones are 0 or false.
 struct DoneInfo
 {
     qint64 tokensRemaining = 0;
@@ -21,7 +21,7 @@ struct DoneInfo
     bool operator==(const DoneInfo &) const = default;
 };
 
-/// Why a query failed. The texts shown to the user are chosen by the orchestration.
+/// Why a query failed. failureReport() has the texts shown to the user.
 struct QueryError
 {
     enum class Kind {
@@ -31,7 +31,7 @@ struct QueryError
         HttpError,
         NetworkError,
         StreamEndedUnexpectedly,
-        /// The transport failed while the stream was being read.
+        /// The connection failed while the response was being read.
         Transport,
     };
 
@@ -48,7 +48,7 @@ struct QueryError
     bool operator==(const QueryError &) const = default;
 };
 
-/// One question to the backend.
+/// One request to the query proxy.
 struct QueryRequest
 {
     QString prompt;

@@ -34,13 +34,13 @@ using Kind = CaptureError::Kind;
 constexpr int maxWidth = 1280;
 constexpr int samplingStep = 16;
 constexpr int darkThreshold = 8;
-constexpr double darkShare = 0.999;
+constexpr double darkFraction = 0.999;
 constexpr int jpegQuality = 85;
-/// Size of the largest picture that is decoded, uncompressed, with room for its headers.
+/// Uncompressed size of the largest image that is decoded, plus a margin for its headers.
 constexpr qint64 maxFileBytes = maxPngPixels * 4 + 64 * 1024 * 1024;
 constexpr int maxBands = 4;
-/// How often to check whether the picture has been given up.
-constexpr int givenUpCheckMs = 50;
+/// Interval for polling the cancellation callback.
+constexpr int cancellationPollMs = 50;
 
 QString temporaryPath()
 {
@@ -48,22 +48,22 @@ QString temporaryPath()
            QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper() + QStringLiteral(".png");
 }
 
-/// A capture in memory; owns what the bytes point to.
+/// The tool's file in memory; `bytes` may refer to a mapping owned by `file`.
 struct CaptureFile
 {
     std::unique_ptr<QFile> file;
     QByteArray bytes;
 };
 
-/// Maps the file where possible: allocating memory for a large screen takes several times as long
-/// as decoding. Removes the name first, so that nobody can open and truncate what is mapped.
+/// Maps the file if possible: allocating memory for a large screen takes several times as long as
+/// decoding. Unlinks it first, so that no other process can open and truncate the mapped file.
 tl::expected<CaptureFile, CaptureError> readCapture(const QString &path)
 {
     const auto failed = [](const QString &text) {
         return tl::unexpected(CaptureError{Kind::FileRead, text, 0});
     };
     const QFileInfo info(path);
-    // Other users can see the name while the tool runs; accept only a regular file.
+    // Other users can see the name while the tool runs: accept only a regular file.
     if (info.isSymLink() || (info.exists() && !info.isFile()))
         return failed(QStringLiteral("Not a regular file"));
     CaptureFile capture{std::make_unique<QFile>(path), {}};
@@ -92,8 +92,8 @@ int workerCount()
     return std::clamp(static_cast<int>(std::thread::hardware_concurrency()), 1, maxBands);
 }
 
-/// Threads for captures only, so that they never queue behind other background work. The pool is
-/// never destroyed: its destructor would wait for a tool that hangs.
+/// A dedicated pool, so that captures never queue behind other background work. Never destroyed,
+/// because its destructor would wait for a hanging tool.
 QThreadPool &capturePool()
 {
     static QThreadPool *const pool = [] {
@@ -106,15 +106,15 @@ QThreadPool &capturePool()
     return *pool;
 }
 
-/// @param png receives the tool's picture: freeing a large one takes milliseconds, which the caller
-///        can leave until after it has passed on the result
-Outcome capture(const CaptureTool &tool, const ScreenshotCapture::IsGivenUp &isGivenUp,
+/// @param png receives the tool's file: releasing a large one takes milliseconds, so the caller
+///        does it after delivering the result
+Outcome capture(const CaptureTool &tool, const ScreenshotCapture::IsCancelled &isCancelled,
                 CaptureFile &png)
 {
     const QString path = temporaryPath();
     const auto remove = qScopeGuard([&path] { QFile::remove(path); });
 
-    if (const auto run = ScreenshotCapture::runScreencapture(tool, path, isGivenUp); !run)
+    if (const auto run = ScreenshotCapture::runScreencapture(tool, path, isCancelled); !run)
         return tl::unexpected(run.error());
     auto read = readCapture(path);
     if (!read)
@@ -179,7 +179,7 @@ QFuture<Outcome> ScreenshotCapture::captureInBackground(const CaptureTool &tool)
 
 tl::expected<void, CaptureError> ScreenshotCapture::runScreencapture(const CaptureTool &tool,
                                                                      const QString &path,
-                                                                     const IsGivenUp &isGivenUp)
+                                                                     const IsCancelled &isCancelled)
 {
     QProcess process;
     process.setProgram(tool.program);
@@ -189,8 +189,9 @@ tl::expected<void, CaptureError> ScreenshotCapture::runScreencapture(const Captu
     process.setStandardErrorFile(QProcess::nullDevice());
     process.setChildProcessModifier([] { umask(S_IRWXG | S_IRWXO); });
     process.start();
-    while (!process.waitForFinished(givenUpCheckMs) && process.state() != QProcess::NotRunning) {
-        if (isGivenUp && isGivenUp())
+    while (!process.waitForFinished(cancellationPollMs) &&
+           process.state() != QProcess::NotRunning) {
+        if (isCancelled && isCancelled())
             process.kill();
     }
     if (process.error() == QProcess::FailedToStart)
@@ -226,7 +227,7 @@ bool ScreenshotCapture::isNearBlackFrame(const Bitmap &bitmap)
                 ++dark;
         }
     }
-    return static_cast<double>(dark) / static_cast<double>(sampled) >= darkShare;
+    return static_cast<double>(dark) / static_cast<double>(sampled) >= darkFraction;
 }
 
 } // namespace quellora

@@ -21,7 +21,7 @@ public:
     struct Result
     {
         QByteArray jpegData;
-        /// Size in bytes of the PNG that the tool wrote.
+        /// Size in bytes of the PNG written by the tool.
         qint64 originalSizeBytes = 0;
     };
 
@@ -33,7 +33,7 @@ public:
             ImageDecodeFailed,
             JpegEncodeFailed,
             ProtectedContent,
-            /// The tool's file could not be read; the detail is the file error's text.
+            /// The tool's file could not be read; `detail` is the error text.
             FileRead,
         };
         Kind kind = Kind::ImageDecodeFailed;
@@ -47,23 +47,24 @@ public:
 
     using Outcome = tl::expected<Result, CaptureError>;
 
-    /// Whether the picture is no longer wanted; called repeatedly on the capturing thread.
-    using IsGivenUp = std::function<bool()>;
+    /// Polled on the capturing thread; return true to abort the capture.
+    using IsCancelled = std::function<bool()>;
 
-    /// Captures on a worker thread. Callable from any thread. Cancelling the future kills the tool
-    /// and removes its file; no result follows.
+    /// Captures on a worker thread. Thread-safe. Cancelling the future kills the tool and removes
+    /// its file; the future then has no result.
     static QFuture<Outcome> captureInBackground(const CaptureTool &tool);
 
-    /// Runs the tool, which writes @p path, and waits for it without a time limit; kills it when
-    /// the picture is given up. A tool killed by a signal counts as exited with the signal's
+    /// Runs the tool, which writes @p path, and waits for it without a timeout; kills it once
+    /// @p isCancelled returns true. Death by a signal is reported as an exit with the signal's
     /// number. Files that the tool creates are private to the user.
-    static tl::expected<void, CaptureError>
-    runScreencapture(const CaptureTool &tool, const QString &path, const IsGivenUp &isGivenUp = {});
-    /// Scales to a width of at most 1280 pixels, keeping the aspect ratio. Returns the same bitmap
-    /// when it is narrow enough or there is no memory for a smaller one.
+    static tl::expected<void, CaptureError> runScreencapture(const CaptureTool &tool,
+                                                             const QString &path,
+                                                             const IsCancelled &isCancelled = {});
+    /// Scales to a width of at most 1280 pixels, keeping the aspect ratio. Returns @p bitmap itself
+    /// if it is narrow enough or cannot be scaled.
     static Bitmap resizeIfNeeded(Bitmap bitmap);
-    /// Whether at least 99.9 % of the points of a 16-pixel grid are black or nearly so, as when the
-    /// system blanks protected content.
+    /// Whether at least 99.9 % of the samples on a 16-pixel grid are black or nearly black, as when
+    /// the system blanks protected content.
     static bool isNearBlackFrame(const Bitmap &bitmap);
 };
 

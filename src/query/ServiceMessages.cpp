@@ -14,7 +14,7 @@ namespace {
 
 constexpr double amberPercent = 80.0;
 constexpr double redPercent = 95.0;
-/// Share of the allowance at which the hard block begins.
+/// Fraction of the token cap from which queries are blocked.
 constexpr double hardLimitFactor = 1.25;
 constexpr int countdownTickMs = 60'000;
 
@@ -56,7 +56,7 @@ ServiceMessages::ServiceMessages(AnswerDisplay &display, BackendEndpoints endpoi
     m_rateLimitedTimer.setObjectName(QStringLiteral("rateLimitedTimer"));
     m_rateLimitedTimer.setParent(this);
     m_rateLimitedTimer.setSingleShot(true);
-    // The toolkit's ordinary timers may be early or late by a twentieth: minutes of a long wait.
+    // Coarse timers are up to 5 % off, which is minutes for a long rate limit.
     m_rateLimitedTimer.setTimerType(Qt::PreciseTimer);
     connect(&m_rateLimitedTimer, &QTimer::timeout, this, &ServiceMessages::rateLimitEnded);
     m_updateCountdownTimer.setObjectName(QStringLiteral("updateCountdownTimer"));
@@ -129,7 +129,7 @@ bool ServiceMessages::isUsageIndicatorVisible() const
 
 void ServiceMessages::handleRateLimited(qint64 resetInSeconds)
 {
-    if (isBlockingOnShow()) {
+    if (isBlockingMessageShown()) {
         log(QStringLiteral("rate_limited received but a BLOCKING message is already showing — not "
                            "overwriting"));
         return;
@@ -137,7 +137,7 @@ void ServiceMessages::handleRateLimited(qint64 resetInSeconds)
     showLocal(rateLimitedId, informational, QStringLiteral("Rate Limited"),
               QStringLiteral("Too many requests — please wait %1 seconds before capturing again.")
                   .arg(resetInSeconds));
-    // The figure comes from outside: keep it within what a timer can hold.
+    // The value comes from the server: clamp it to the range of QTimer.
     const qint64 seconds =
         std::clamp<qint64>(resetInSeconds, 0, std::numeric_limits<int>::max() / 1000);
     m_rateLimitedTimer.start(static_cast<int>(seconds * 1000));
@@ -151,7 +151,7 @@ void ServiceMessages::rateLimitEnded()
 
 void ServiceMessages::handleProtectedContentCapture()
 {
-    if (isBlockingOnShow()) {
+    if (isBlockingMessageShown()) {
         log(QStringLiteral("Protected-content capture but a BLOCKING message is already showing — "
                            "not overwriting"));
         return;
@@ -167,7 +167,7 @@ void ServiceMessages::handleServerMessage(const QString &message)
     log(QStringLiteral("Server sent an error event (rendered as the standard credits-exhausted "
                        "card, not shown verbatim): ") +
         message);
-    if (isBlockingOnShow()) {
+    if (isBlockingMessageShown()) {
         log(QStringLiteral("Server message received but a BLOCKING message is already showing — "
                            "not overwriting"));
         Q_EMIT changed();
@@ -181,7 +181,7 @@ void ServiceMessages::handleCapExceeded(qint64 tokensUsed, qint64 tokenCap)
     m_tokensUsed = tokensUsed;
     m_tokenCap = tokenCap;
     refreshUsageBar();
-    if (!isBlockingOnShow())
+    if (!isBlockingMessageShown())
         setCapExceeded(true);
     Q_EMIT changed();
 }
@@ -205,7 +205,7 @@ bool ServiceMessages::blockIfKnownOverCap()
 
 bool ServiceMessages::isBlocked() const
 {
-    return m_capExceeded || m_forceUpdateRequired || isBlockingOnShow() || isExhausted();
+    return m_capExceeded || m_forceUpdateRequired || isBlockingMessageShown() || isExhausted();
 }
 
 void ServiceMessages::updateUsage(qint64 tokensUsed, qint64 tokenCap, OutOfCreditsPage page)
@@ -235,7 +235,7 @@ void ServiceMessages::setCapExceeded(bool exceeded)
     if (m_capExceeded == exceeded)
         return;
     m_capExceeded = exceeded;
-    if (exceeded && !isBlockingOnShow())
+    if (exceeded && !isBlockingMessageShown())
         showCreditsCard(capExceededId);
     else if (!exceeded && m_message && m_message->id == QLatin1String(capExceededId))
         setCurrentAdminMessage(std::nullopt);
@@ -249,7 +249,7 @@ void ServiceMessages::showLocal(const char *id, const char *type, const QString 
     message.type = QLatin1String(type);
     message.headerText = header;
     message.bodyMarkdown = body;
-    // Collapsed the last time, it has something new to say.
+    // A new occurrence expands a card that the user collapsed.
     if (m_collapsedInformationalMessageId == message.id)
         m_collapsedInformationalMessageId.clear();
     setCurrentAdminMessage(message);
@@ -297,7 +297,7 @@ void ServiceMessages::startForceUpdateCountdown(qint64 minutes, const QString &m
 {
     m_updateCountdownTimer.stop();
     m_updateCountdownMessageId = messageId;
-    // A hostile figure must not overflow the date arithmetic: a thousand years are long enough.
+    // Clamp the server's value to 1000 years, so that the date arithmetic cannot overflow.
     constexpr qint64 maxMinutes = 1000LL * 366 * 24 * 60;
     m_updateDeadline = m_clock().addSecs(std::clamp(minutes, -maxMinutes, maxMinutes) * 60);
     setForceUpdateRequired(false);
@@ -313,10 +313,10 @@ void ServiceMessages::checkUpdateDeadline()
         setForceUpdateRequired(true);
         m_updateCountdownTimer.stop();
     } else if (m_updateDeadline) {
-        // The timer stands still while the machine sleeps: the last tick has to meet the deadline.
-        const qint64 beyondMinute = m_clock().msecsTo(*m_updateDeadline) % countdownTickMs;
-        m_updateCountdownTimer.start(beyondMinute > 0 ? static_cast<int>(beyondMinute)
-                                                      : countdownTickMs);
+        // The timer does not run during system sleep: realign the ticks with the deadline.
+        const qint64 partialTickMs = m_clock().msecsTo(*m_updateDeadline) % countdownTickMs;
+        m_updateCountdownTimer.start(partialTickMs > 0 ? static_cast<int>(partialTickMs)
+                                                       : countdownTickMs);
     }
     Q_EMIT changed();
 }

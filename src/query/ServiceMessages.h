@@ -14,10 +14,10 @@ namespace quellora {
 
 class AnswerDisplay;
 
-/// The service message on show, the account's usage figures, and the tests that stop a query
+/// The current service message, the account's token usage, and the checks that reject a query
 /// before it is sent. Main thread only.
 ///
-/// At most one message shows at a time; a BLOCKING one is never replaced by a locally made one.
+/// At most one message is shown at a time; a local message never replaces a BLOCKING one.
 class ServiceMessages : public QObject
 {
     Q_OBJECT
@@ -38,12 +38,12 @@ public:
                     Clock clock = QDateTime::currentDateTimeUtc, QObject *parent = nullptr);
 
     const std::optional<AdminMessagePayload> &currentAdminMessage() const { return m_message; }
-    /// Shows @p message (none: no card) and re-evaluates the forced-update countdown.
+    /// Shows @p message, or no card for nullopt, and updates the forced-update countdown.
     void setCurrentAdminMessage(const std::optional<AdminMessagePayload> &message);
-    /// The message as the card shows it: with the countdown sentence added.
+    /// The message with the countdown sentence appended, as shown on the card.
     std::optional<AdminMessagePayload> displayedAdminMessage() const;
 
-    /// An informational message on show is collapsed to its header.
+    /// Whether the current informational message is collapsed to its header.
     bool isInformationalCollapsed() const;
     /// Collapses or expands the informational message; a blocking one cannot be collapsed.
     void toggleInformationalCollapse();
@@ -53,45 +53,53 @@ public:
     bool capExceeded() const { return m_capExceeded; }
     bool lastQueryHitServerMessage() const { return m_lastQueryHitServerMessage; }
     bool forceUpdateRequired() const { return m_forceUpdateRequired; }
-    /// 0 when no cap is known.
+    /// 0 to 100 and above; 0 when the cap is unknown.
     double usagePercent() const;
     UsageTier usageTier() const;
-    /// The indicator shows only from 80 % of a known cap.
+    /// True from 80 % of a known cap.
     bool isUsageIndicatorVisible() const;
 
+    /// Shows the rate limit card for @p resetInSeconds seconds.
     void handleRateLimited(qint64 resetInSeconds);
+    /// Stores the token figures and shows the cap card.
     void handleCapExceeded(qint64 tokensUsed, qint64 tokenCap);
-    /// The backend refused the query; its own text is logged, never shown.
+    /// Shows the credits card for a query that the backend rejected. @p message is only logged.
     void handleServerMessage(const QString &message);
+    /// Shows the card for a near-black capture.
     void handleProtectedContentCapture();
-    /// What happens to the response area when the credits turn out to be spent.
+    /// Whether running out of credits loads a page into the response area.
     enum class OutOfCreditsPage {
         Show,
-        /// An answer is being written there: it must not be lost.
+        /// Keep the answer that is being streamed there.
         Withhold,
     };
+    /// Stores the account's token figures and shows or removes the credit cards accordingly.
     void updateUsage(qint64 tokensUsed, qint64 tokenCap,
                      OutOfCreditsPage page = OutOfCreditsPage::Show);
 
-    /// Queries are refused.
+    /// Whether queries are rejected.
     bool isBlocked() const;
-    /// Refuses a query without a round trip when the credits are known to be spent; shows the card.
+    /// If the credits are known to be exhausted, shows the credits card and returns true: the
+    /// caller must not send the query.
     bool blockIfKnownOverCap();
 
+    /// Starts the forced-update countdown of the message with this id.
     void startForceUpdateCountdown(qint64 minutes, const QString &messageId);
+    /// Starts, keeps or cancels the countdown as @p message requires.
     void updateForceUpdateCountdown(const std::optional<AdminMessagePayload> &message);
+    /// Stops the countdown and lifts its block.
     void cancelForceUpdateCountdown();
-    /// Tick of the countdown.
+    /// Handles a countdown tick.
     void checkUpdateDeadline();
 
 Q_SIGNALS:
-    /// Anything that the panels or an open settings sheet show has changed.
+    /// State shown by the panels or the settings sheet has changed.
     void changed();
-    /// A page of this object's own is about to take the place of what the response area shows.
+    /// Emitted before this object replaces the content of the response area.
     void aboutToShowPage();
 
 private:
-    bool isBlockingOnShow() const { return m_message && m_message->isBlocking(); }
+    bool isBlockingMessageShown() const { return m_message && m_message->isBlocking(); }
     bool isExhausted() const;
     void showLocal(const char *id, const char *type, const QString &header, const QString &body);
     void showCreditsCard(const char *id);

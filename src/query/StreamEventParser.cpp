@@ -20,84 +20,85 @@ constexpr std::string_view linePrefix = "data: ";
 constexpr std::string_view unknownError = "Unknown error";
 constexpr std::size_t initialCapacity = 32 * 1024;
 
-/// What stands before and behind the text of a chunk.
-struct Spelling
+/// JSON before and after the text of a chunk event.
+struct ChunkTemplate
 {
-    std::string_view start;
-    std::string_view end;
+    std::string_view prefix;
+    std::string_view suffix;
 };
 
-/// How JSON writers spell nearly all events: compact or with blanks, keys as given or sorted.
-constexpr std::array<Spelling, 4> plainChunks{{
+/// The usual serialisations of a chunk event: compact or with blanks, keys in either order.
+constexpr std::array<ChunkTemplate, 4> chunkTemplates{{
     {R"({"type":"chunk","text":")", R"("})"},
     {R"({"text":")", R"(","type":"chunk"})"},
     {R"({"type": "chunk", "text": ")", R"("})"},
     {R"({"text": ")", R"(", "type": "chunk"})"},
 }};
 
-/// What becomes of the bytes of a JSON string that is used as it stands.
-struct StringBytes
+/// Properties of the raw bytes of a JSON string.
+struct StringScan
 {
-    bool needsDecoding = false; ///< quotes, escapes or control characters
+    bool needsDecoding = false; ///< has quotes, escapes or control characters
     bool isAscii = true;
 };
 
-constexpr std::uint64_t everyByte(std::uint8_t value)
+constexpr std::uint64_t broadcast(std::uint8_t value)
 {
     return 0x0101010101010101U * value;
 }
 
-/// Eight bytes at a time; a set top bit marks a byte. Borrows may mark too many, never too few.
-void inspect(std::uint64_t word, StringBytes &result)
+/// Tests eight bytes at once: the high bit of each byte of an intermediate word marks a match.
+/// Borrows between bytes can cause false positives but no false negatives.
+void scan(std::uint64_t word, StringScan &result)
 {
-    constexpr std::uint64_t tops = everyByte(0x80);
-    const auto zeroBytes = [](std::uint64_t w) { return (w - everyByte(1)) & ~w & tops; };
-    const std::uint64_t control = (word - everyByte(0x20)) & ~word & tops;
-    const std::uint64_t quote = zeroBytes(word ^ everyByte('"'));
-    const std::uint64_t backslash = zeroBytes(word ^ everyByte('\\'));
+    constexpr std::uint64_t highBits = broadcast(0x80);
+    const auto zeroBytes = [](std::uint64_t w) { return (w - broadcast(1)) & ~w & highBits; };
+    const std::uint64_t control = (word - broadcast(0x20)) & ~word & highBits;
+    const std::uint64_t quote = zeroBytes(word ^ broadcast('"'));
+    const std::uint64_t backslash = zeroBytes(word ^ broadcast('\\'));
     result.needsDecoding |= (control | quote | backslash) != 0;
-    result.isAscii &= (word & tops) == 0;
+    result.isAscii &= (word & highBits) == 0;
 }
 
-StringBytes inspect(std::string_view text)
+StringScan scan(std::string_view text)
 {
     constexpr std::size_t step = sizeof(std::uint64_t);
-    StringBytes result;
-    std::uint64_t word = everyByte(' ');
+    StringScan result;
+    std::uint64_t word = broadcast(' ');
     if (text.size() < step) {
         std::memcpy(&word, text.data(), text.size());
-        inspect(word, result);
+        scan(word, result);
         return result;
     }
     for (std::size_t i = 0; i + step < text.size(); i += step) {
         std::memcpy(&word, text.data() + i, step);
-        inspect(word, result);
+        scan(word, result);
     }
     std::memcpy(&word, text.data() + text.size() - step, step);
-    inspect(word, result);
+    scan(word, result);
     return result;
 }
 
-/// The text of a chunk in a usual spelling, when it stands for itself.
+/// Fast path: the text of a chunk in one of the usual serialisations, if it needs no decoding.
 std::optional<std::string_view> plainChunkText(std::string_view payload)
 {
-    for (const Spelling &spelling : plainChunks) {
-        if (payload.size() < spelling.start.size() + spelling.end.size() ||
-            !payload.starts_with(spelling.start) || !payload.ends_with(spelling.end))
+    for (const ChunkTemplate &layout : chunkTemplates) {
+        if (payload.size() < layout.prefix.size() + layout.suffix.size() ||
+            !payload.starts_with(layout.prefix) || !payload.ends_with(layout.suffix))
             continue;
         const std::string_view text = payload.substr(
-            spelling.start.size(), payload.size() - spelling.start.size() - spelling.end.size());
-        const StringBytes bytes = inspect(text);
-        if (bytes.needsDecoding ||
-            (!bytes.isAscii && !simdjson::validate_utf8(text.data(), text.size())))
+            layout.prefix.size(), payload.size() - layout.prefix.size() - layout.suffix.size());
+        const StringScan scanned = scan(text);
+        if (scanned.needsDecoding ||
+            (!scanned.isAscii && !simdjson::validate_utf8(text.data(), text.size())))
             return std::nullopt;
         return text;
     }
     return std::nullopt;
 }
 
-/// A number with an integral value, or 0.
-qint64 integerOf(simdjson::dom::element value)
+/// The value of an integral number; otherwise 0.
+qint64 toInteger(simdjson::dom::element value)
 {
     std::int64_t integer = 0;
     if (value.get(integer) == simdjson::SUCCESS)
@@ -110,14 +111,14 @@ qint64 integerOf(simdjson::dom::element value)
     return 0;
 }
 
-bool flagOf(simdjson::dom::element value)
+bool toBool(simdjson::dom::element value)
 {
     bool flag = false;
     return value.get(flag) == simdjson::SUCCESS && flag;
 }
 
-/// The value when it is a text.
-std::optional<std::string_view> textOf(simdjson::dom::element value)
+/// The value of a string; otherwise nullopt.
+std::optional<std::string_view> toText(simdjson::dom::element value)
 {
     std::string_view text;
     if (value.get(text) != simdjson::SUCCESS)
@@ -125,7 +126,7 @@ std::optional<std::string_view> textOf(simdjson::dom::element value)
     return text;
 }
 
-std::optional<StreamEvent> eventOf(simdjson::dom::object object)
+std::optional<StreamEvent> toEvent(simdjson::dom::object object)
 {
     std::optional<std::string_view> type;
     std::optional<std::string_view> text;
@@ -133,21 +134,21 @@ std::optional<StreamEvent> eventOf(simdjson::dom::object object)
     DoneInfo done;
     for (const auto &[key, value] : object) {
         if (key == "type")
-            type = textOf(value);
+            type = toText(value);
         else if (key == "text")
-            text = textOf(value);
+            text = toText(value);
         else if (key == "message")
-            message = textOf(value);
+            message = toText(value);
         else if (key == "tokensRemaining")
-            done.tokensRemaining = integerOf(value);
+            done.tokensRemaining = toInteger(value);
         else if (key == "usageWarning75")
-            done.usageWarning75 = flagOf(value);
+            done.usageWarning75 = toBool(value);
         else if (key == "usageWarning90")
-            done.usageWarning90 = flagOf(value);
+            done.usageWarning90 = toBool(value);
         else if (key == "usedFallback")
-            done.usedFallback = flagOf(value);
+            done.usedFallback = toBool(value);
         else if (key == "tokensUsed")
-            done.tokensUsed = integerOf(value);
+            done.tokensUsed = toInteger(value);
     }
     if (type == "chunk")
         return StreamEvent{StreamEvent::Type::Chunk, text.value_or(std::string_view()), {}};
@@ -160,13 +161,13 @@ std::optional<StreamEvent> eventOf(simdjson::dom::object object)
 
 } // namespace
 
-/// Payload to event, with what the views into it need to stay valid.
+/// Decodes payloads and owns the buffers that the returned views refer to.
 struct StreamEventParser::Decoder
 {
     simdjson::dom::parser parser;
     QByteArray repaired;
 
-    /// The payload is followed by the bytes that simdjson may look at.
+    /// @p payload must be followed by SIMDJSON_PADDING readable bytes.
     std::optional<StreamEvent> decode(std::string_view payload)
     {
         if (const auto text = plainChunkText(payload))
@@ -179,18 +180,18 @@ struct StreamEventParser::Decoder
                 parser.parse(repaired.constData(), static_cast<std::size_t>(repaired.size()));
         }
         if (document.error() == simdjson::NUMBER_ERROR) {
-            // Numbers that fit no machine type are still JSON. The general reader takes them, and
-            // writes them out in a form that fits.
-            const QJsonDocument general = QJsonDocument::fromJson(
+            // simdjson rejects numbers out of range, which are valid JSON. QJsonDocument accepts
+            // them and serialises them in range.
+            const QJsonDocument lenient = QJsonDocument::fromJson(
                 QByteArray(payload.data(), static_cast<qsizetype>(payload.size())));
-            repaired = general.toJson(QJsonDocument::Compact);
+            repaired = lenient.toJson(QJsonDocument::Compact);
             document =
                 parser.parse(repaired.constData(), static_cast<std::size_t>(repaired.size()));
         }
         simdjson::dom::object object;
         if (document.get(object) != simdjson::SUCCESS)
             return std::nullopt;
-        return eventOf(object);
+        return toEvent(object);
     }
 };
 
@@ -202,7 +203,7 @@ StreamEventParser::~StreamEventParser() = default;
 
 char *StreamEventParser::prepare(std::size_t size)
 {
-    // simdjson may look at this many bytes behind a payload.
+    // simdjson may read this many bytes beyond a payload.
     const std::size_t needed = size + simdjson::SIMDJSON_PADDING;
     if (m_lineStart == m_end || m_end + needed > m_capacity) {
         const std::size_t pending = m_end - m_lineStart;

@@ -15,29 +15,29 @@ struct StreamEvent
     enum class Type { Chunk, Done, Error };
 
     Type type = Type::Chunk;
-    /// UTF-8: the text of a chunk (empty when absent or not a text) or the message of an error
-    /// ("Unknown error" when absent or not a text). Valid until the parser is used again.
+    /// UTF-8 text of a chunk (empty if missing or not a string) or message of an error ("Unknown
+    /// error" if missing or not a string). Valid until the next call to the parser.
     std::string_view text;
-    /// Figures of a done event.
+    /// Fields of a done event.
     DoneInfo done;
 };
 
-/// Incremental reader of the answer stream: lines that begin with "data: " and carry a JSON object.
+/// Incremental parser of the answer stream: lines of "data: " followed by a JSON object.
 ///
-/// Bytes may arrive in pieces of any size. A line ends at LF, CR or CRLF and nowhere else, in
-/// particular not at U+2028, which may stand inside the JSON. Lines without the prefix, invalid
-/// JSON, other JSON values and unknown event types are skipped silently. Bytes that are not UTF-8
-/// count as U+FFFD. Where a key appears twice the last one holds.
+/// Input may be split anywhere. A line ends at LF, CR or CRLF only; in particular U+2028, which may
+/// occur inside the JSON, does not end it. Lines without the prefix, invalid JSON, other JSON
+/// values and unknown event types are silently skipped. Invalid UTF-8 is decoded as U+FFFD. Of
+/// duplicate keys, the last one wins.
 ///
-/// An integer figure is a JSON number with an integral value that fits 64 bits (42 and 42.0, not
-/// "42", 42.5 or true); a flag is true or false and nothing else.
+/// An integer field accepts a JSON number with an integral value that fits 64 bits (42 and 42.0,
+/// not "42", 42.5 or true); a boolean field accepts only true and false.
 ///
-/// Use: prepare() or feed() bytes, then call next() until it is empty; finish() at the end of the
-/// body, then next() again. One thread at a time.
+/// Usage: prepare() and commit(), or feed(), then next() until it returns nullopt; at the end of
+/// the body finish(), then next() again. Not thread-safe.
 class StreamEventParser
 {
 public:
-    /// A longer line, prefix included, fails the stream.
+    /// Maximum length of a line including its prefix; a longer one fails the stream.
     static constexpr std::size_t maxLineBytes = std::size_t{16} * 1024 * 1024;
 
     explicit StreamEventParser(std::size_t lineLimit = maxLineBytes);
@@ -45,25 +45,25 @@ public:
     StreamEventParser(const StreamEventParser &) = delete;
     StreamEventParser &operator=(const StreamEventParser &) = delete;
 
-    /// Room for @p size bytes, to be filled by the caller and then taken in with commit().
+    /// Returns a buffer for @p size bytes of input; call commit() after writing to it.
     char *prepare(std::size_t size);
-    /// Takes in the first @p size bytes written to prepare()'s room.
+    /// Appends the first @p size bytes of the buffer returned by prepare().
     void commit(std::size_t size) { m_end += size; }
-    /// prepare() and commit() with a copy of @p bytes.
+    /// Appends a copy of @p bytes.
     void feed(std::string_view bytes);
-    /// Marks the end of the body: a last line without line break is complete now.
+    /// Marks the end of the body, which completes a last line without a line break.
     void finish() { m_finished = true; }
 
-    /// The next complete event, or nothing until more bytes arrive.
+    /// The next complete event; nullopt if more input is needed.
     std::optional<StreamEvent> next();
 
-    /// True once a line exceeded the limit; next() yields nothing any more.
+    /// Whether a line exceeded the limit; next() then always returns nullopt.
     bool isLineTooLong() const { return m_lineTooLong; }
 
 private:
     struct Decoder;
 
-    /// Next occurrence of one break character; remembered so that every byte is searched once.
+    /// Caches the next occurrence of one line break character, so that each byte is scanned once.
     struct BreakFinder
     {
         char character;

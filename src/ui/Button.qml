@@ -2,8 +2,8 @@ import QtQuick
 import Quellora.Ui
 import QtQuick.Controls.Basic as Basic
 
-/// A push button with a text and an optional icon: 28 high, 32 in dialogs, 40 in the sign-in
-/// window (set `implicitHeight`).
+/// A push button with text and an optional icon. Height in logical pixels: 28, 32 in dialogs or 40 in
+/// the sign-in window (set `implicitHeight`).
 Basic.AbstractButton {
     id: control
 
@@ -38,7 +38,7 @@ Basic.AbstractButton {
     readonly property color restForeground: kind === Button.Danger ? "#ffffff"
                                           : kind === Button.Primary ? theme.textOnAccent
                                           : theme.text
-    // Disabled text on a filled button is mixed with the background behind the button.
+    // Disabled text on a filled button is blended with the surface behind the button.
     readonly property color foreground: enabled || !filled ? restForeground
                       : Tokens.blend(theme.surface, restForeground, Tokens.disabledOpacity)
 
@@ -52,10 +52,10 @@ Basic.AbstractButton {
 
     contentItem: Item {
         id: content
-        readonly property real iconRoom: control.iconName.length > 0
+        readonly property real iconSpace: control.iconName.length > 0
                                          ? Tokens.iconSize + Tokens.space2 : 0
 
-        implicitWidth: iconRoom + words.implicitWidth
+        implicitWidth: iconSpace + label.implicitWidth
         implicitHeight: row.implicitHeight
 
         Row {
@@ -70,10 +70,10 @@ Basic.AbstractButton {
                 color: control.foreground
             }
             Label {
-                id: words
+                id: label
                 anchors.verticalCenter: parent.verticalCenter
                 width: Math.min(implicitWidth,
-                                control.availableWidth - content.iconRoom)
+                                control.availableWidth - content.iconSpace)
                 elide: Text.ElideRight
                 text: control.text
                 type: control.type

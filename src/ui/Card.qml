@@ -1,11 +1,11 @@
 import QtQuick
 
-/// A raised rectangle; with a bar colour, a 3-px bar along its left edge.
+/// A raised rectangle with an optional coloured 3-px bar along its left edge.
 Rectangle {
     id: card
 
     property ThemeTokens theme: Tokens.frame
-    /// Transparent: no bar.
+    /// Colour of the bar; transparent for none.
     property color bar: "transparent"
     default property alias content: inner.data
 

@@ -1,11 +1,11 @@
 import QtQuick
 
-/// The caret of a text item: blinks at the system's rate while visible, stays on briefly after every
-/// move, and stops blinking 20 half periods after the last one, so that an idle window draws nothing.
+/// The caret of a text item. Blinks at the system's rate, restarts on every move, and stays on 20 half
+/// periods after the last one, so that an idle window is not redrawn.
 Item {
     id: caret
 
-    /// A TextInput, TextEdit or a control made from one.
+    /// A TextInput, a TextEdit or a control derived from one.
     required property Item field
     property alias color: line.color
     property bool on: true

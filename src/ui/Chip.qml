@@ -1,7 +1,7 @@
 import QtQuick
 import Quellora.Ui
 
-/// A key combination in a hotkey row, 24 high: at rest, while recording (it pulses), or in conflict.
+/// A key combination in a hotkey row, 24 px high. Pulses while recording.
 Rectangle {
     id: chip
 

@@ -12,7 +12,7 @@ namespace {
 
 constexpr QChar bullet(0x2022);
 
-/// One QML text input as assistive programs see it.
+/// Accessibility interface of a QML text input.
 class TextAccessible : public ItemAccessible,
                        public QAccessibleTextInterface,
                        public QAccessibleEditableTextInterface
@@ -50,25 +50,26 @@ public:
     }
     int childCount() const override { return 0; }
     QAccessibleInterface *child(int) const override { return nullptr; }
-    /// The part in sight: a field that scrolls is as high as all of its text.
+    /// The visible part: a scrolling field is as high as its whole text.
     QRect rect() const override
     {
         QRectF area = item()->mapRectToScene(QRectF(0, 0, item()->width(), item()->height()));
-        for (const QQuickItem *above = item()->parentItem(); above; above = above->parentItem()) {
-            if (above->clip())
-                area &= above->mapRectToScene(above->clipRect());
+        for (const QQuickItem *ancestor = item()->parentItem(); ancestor;
+             ancestor = ancestor->parentItem()) {
+            if (ancestor->clip())
+                area &= ancestor->mapRectToScene(ancestor->clipRect());
         }
         const QPointF corner = item()->mapToGlobal(item()->mapFromScene(area.topLeft()));
         return QRectF(corner, area.size()).toAlignedRect();
     }
 
-    // Reading.
+    // QAccessibleTextInterface
 
     void selection(int index, int *start, int *end) const override
     {
-        const bool known = index == 0 && selectionCount() == 1;
-        *start = known ? property("selectionStart").toInt() : 0;
-        *end = known ? property("selectionEnd").toInt() : 0;
+        const bool hasSelection = index == 0 && selectionCount() == 1;
+        *start = hasSelection ? property("selectionStart").toInt() : 0;
+        *end = hasSelection ? property("selectionEnd").toInt() : 0;
     }
     int selectionCount() const override
     {
@@ -112,7 +113,7 @@ public:
         return {};
     }
 
-    // Editing.
+    // QAccessibleEditableTextInterface
 
     void deleteText(int start, int end) override
     {
@@ -132,9 +133,9 @@ public:
 
 private:
     bool isReadOnly() const { return property("readOnly").toBool() || !item()->isEnabled(); }
-    /// Any echo mode but the normal one hides what is typed.
+    /// All echo modes except TextInput.Normal hide the text.
     bool isSecret() const { return property("echoMode").toInt() != 0; }
-    /// What somebody in front of the screen would see.
+    /// The text as displayed on the screen.
     QString visibleText() const
     {
         if (isSecret())
@@ -147,7 +148,8 @@ private:
     }
 };
 
-/// A button or switch. Its QML handler for the assistive press does the work.
+/// Accessibility interface of a button or switch. Actions call the handlers of its attached
+/// `Accessible` object.
 class ButtonAccessible : public ItemAccessible
 {
 public:
@@ -155,9 +157,10 @@ public:
 
     QAccessible::Role role() const override
     {
-        // The toolkit's buttons reset the attached role once assistive programs are there.
-        const int own = property("role").toInt();
-        const int role = own == QAccessible::NoRole ? attached("role").toInt() : own;
+        // Qt Quick buttons reset the attached role when accessibility is activated, so our controls
+        // have a property of their own.
+        const int declared = property("role").toInt();
+        const int role = declared == QAccessible::NoRole ? attached("role").toInt() : declared;
         return role == QAccessible::NoRole ? QAccessible::Button
                                            : static_cast<QAccessible::Role>(role);
     }
@@ -165,7 +168,7 @@ public:
     {
         QAccessible::State state = ItemAccessible::state();
         state.pressed = property("down").toBool();
-        // The toolkit's buttons reset the attached states of a switch as well.
+        // Qt Quick buttons reset the attached states of a switch as well.
         state.checkable = attached("checkable").toBool() || property("checkable").toBool() ||
                           property("isSwitch").toBool();
         state.checked =
@@ -215,8 +218,8 @@ private:
     }
 };
 
-/// A list of rows. Read in the order in which they are seen, whatever the order they were made in:
-/// a view makes its headings after its rows, and a row that is scrolled to after all others.
+/// Accessibility interface of a list. Sorts its children by position, because views create section
+/// headings after the rows and scrolled-in rows last.
 class ListAccessible : public ItemAccessible
 {
 public:
@@ -234,8 +237,8 @@ protected:
     QList<QAccessibleInterface *> children() const override
     {
         QList<QAccessibleInterface *> found = ItemAccessible::children();
-        const auto top = [](const QAccessibleInterface *face) {
-            return static_cast<QQuickItem *>(face->object())->mapToScene({}).y();
+        const auto top = [](const QAccessibleInterface *child) {
+            return static_cast<QQuickItem *>(child->object())->mapToScene({}).y();
         };
         std::stable_sort(found.begin(), found.end(),
                          [&top](const auto *a, const auto *b) { return top(a) < top(b); });
@@ -262,7 +265,7 @@ QAccessibleInterface *makeControlAccessible(const QString &className, QObject *o
 
 void installControlAccessibility()
 {
-    // The newest factory is asked first, so ours goes before the toolkit's own.
+    // The factory installed last takes precedence over that of Qt Quick.
     QAccessible::installFactory(makeControlAccessible);
 }
 

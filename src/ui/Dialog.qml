@@ -1,15 +1,15 @@
 import QtQuick
 import Quellora.Ui
 
-/// Confirms an irreversible action: a card 320 wide over a scrim, inside the window.
-/// The safe choice has the initial focus; Escape and a press outside the card choose it too.
+/// A modal confirmation of an irreversible action: a card 320 px wide over a scrim inside the window.
+/// Cancel has the initial focus; Escape and a press outside the card cancel as well.
 FocusScope {
     id: dialog
 
     property ThemeTokens theme: Tokens.sheetDark
     property string title
     property string text
-    /// A part of `text` that is elided if the text is too long.
+    /// The part of `text` to elide if the text is too long.
     property string shortened
     property string confirmText
     property string cancelText: "Cancel"
@@ -100,19 +100,19 @@ FocusScope {
             }
             Item { width: 1; height: Tokens.space2 }
             Label {
-                id: words
+                id: message
 
-                // Six lines, or less to keep the card's margins.
+                // At most six lines; fewer if the card's margins require it.
                 readonly property int lines: {
-                    const others = heading.height + buttons.height + Tokens.space2 + Tokens.space4
-                    const room = dialog.height - 2 * Tokens.space4 - 2 * Tokens.space5 - others
-                    return Math.max(1, Math.min(6, Math.floor(room / type.line)))
+                    const fixed = heading.height + buttons.height + Tokens.space2 + Tokens.space4
+                    const available = dialog.height - 2 * Tokens.space4 - 2 * Tokens.space5 - fixed
+                    return Math.max(1, Math.min(6, Math.floor(available / type.line)))
                 }
 
                 width: parent.width
-                // Two and a half lines are reserved for the rest of the text and for line breaks.
+                // Reserve two and a half lines for the rest of the text and for line breaks.
                 text: dialog.shortened.length === 0
-                      ? dialog.text : dialog.text.replace(dialog.shortened, () => shownPart.elidedText)
+                      ? dialog.text : dialog.text.replace(dialog.shortened, () => elidedPart.elidedText)
                 type: Tokens.body
                 color: dialog.theme.dimText
                 wrapMode: Text.Wrap
@@ -120,11 +120,11 @@ FocusScope {
                 elide: Text.ElideRight
 
                 TextMetrics {
-                    id: shownPart
-                    font: words.font
+                    id: elidedPart
+                    font: message.font
                     text: dialog.shortened
                     elide: Text.ElideRight
-                    elideWidth: Math.max(1, words.lines - 2.5) * words.width
+                    elideWidth: Math.max(1, message.lines - 2.5) * message.width
                 }
             }
             Item { width: 1; height: Tokens.space4 }

@@ -1,6 +1,6 @@
 import QtQuick
 
-/// Ring outside the parent control; shown for keyboard focus only.
+/// A focus ring around the parent control, shown for keyboard focus only.
 Rectangle {
     id: ring
 

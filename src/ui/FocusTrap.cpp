@@ -7,15 +7,15 @@ namespace quellora {
 
 namespace {
 
-/// Marks the items that some trap belongs to.
-constexpr char trapMark[] = "_quellora_focusTrap";
+/// Dynamic property that marks items with a trap.
+constexpr char trapProperty[] = "_quellora_focusTrap";
 
 } // namespace
 
 FocusTrap::~FocusTrap()
 {
     if (m_scope)
-        m_scope->setProperty(trapMark, QVariant());
+        m_scope->setProperty(trapProperty, QVariant());
 }
 
 void FocusTrap::setScope(QQuickItem *scope)
@@ -24,11 +24,11 @@ void FocusTrap::setScope(QQuickItem *scope)
         return;
     if (m_scope) {
         m_scope->disconnect(this);
-        m_scope->setProperty(trapMark, QVariant());
+        m_scope->setProperty(trapProperty, QVariant());
     }
     m_scope = scope;
     if (scope) {
-        scope->setProperty(trapMark, true);
+        scope->setProperty(trapProperty, true);
         connect(scope, &QQuickItem::windowChanged, this, &FocusTrap::watch);
     }
     watch(scope ? scope->window() : nullptr);
@@ -40,21 +40,21 @@ void FocusTrap::watch(QQuickWindow *window)
     if (m_window)
         m_window->removeEventFilter(this);
     m_window = window;
-    // Controls take Tab before any item around them sees it, so it is caught at the window.
+    // Controls handle Tab before their ancestors, so filter the events of the window.
     if (window)
         window->installEventFilter(this);
 }
 
-bool FocusTrap::isInnermostAround(const QQuickItem *item) const
+bool FocusTrap::isInnermostFor(const QQuickItem *item) const
 {
     for (; item; item = item->parentItem()) {
-        if (item->property(trapMark).toBool())
+        if (item->property(trapProperty).toBool())
             return item == m_scope;
     }
     return false;
 }
 
-void FocusTrap::move(QQuickItem &from, bool forward) const
+void FocusTrap::moveFocus(QQuickItem &from, bool forward) const
 {
     QQuickItem *next = from.nextItemInFocusChain(forward);
     while (next && next != &from && !m_scope->isAncestorOf(next))
@@ -72,9 +72,9 @@ bool FocusTrap::eventFilter(QObject *watched, QEvent *event)
                           (key->key() == Qt::Key_Tab && key->modifiers() == Qt::ShiftModifier);
     const bool forward = key->key() == Qt::Key_Tab && key->modifiers() == Qt::NoModifier;
     QQuickItem *focused = m_window->activeFocusItem();
-    if (!(forward || backward) || !m_scope->isEnabled() || !isInnermostAround(focused))
+    if (!(forward || backward) || !m_scope->isEnabled() || !isInnermostFor(focused))
         return QObject::eventFilter(watched, event);
-    move(*focused, forward);
+    moveFocus(*focused, forward);
     return true;
 }
 

@@ -7,8 +7,8 @@
 
 namespace quellora {
 
-/// Keeps Tab inside one item while the focus is there: from the last control it goes to the first.
-/// Of nested traps the innermost one holds.
+/// Confines Tab and Shift+Tab to `scope` while it contains the focus, wrapping around at the ends.
+/// Of nested traps, the innermost one applies.
 class FocusTrap : public QObject
 {
     Q_OBJECT
@@ -28,8 +28,9 @@ Q_SIGNALS:
 
 private:
     void watch(QQuickWindow *window);
-    bool isInnermostAround(const QQuickItem *item) const;
-    void move(QQuickItem &from, bool forward) const;
+    /// Whether this is the innermost trap that contains @p item.
+    bool isInnermostFor(const QQuickItem *item) const;
+    void moveFocus(QQuickItem &from, bool forward) const;
 
     QPointer<QQuickItem> m_scope;
     QPointer<QQuickWindow> m_window;

@@ -1,6 +1,6 @@
 import QtQuick
 
-/// Colours of the frame: control bar, strip, bottom panels, menu. Dark in both themes.
+/// Colours of the control bar, strip, bottom panels and menu. Dark in both themes.
 ThemeTokens {
     /// Control bar, strip and bottom panels; independent of the opacity setting.
     background: Qt.rgba(0x12 / 255, 0x12 / 255, 0x1c / 255, 0.97)

@@ -4,8 +4,8 @@ import QtQuick.Controls.Basic as Basic
 
 /// A button that shows an icon only. `name` is its accessible name and its tooltip.
 ///
-/// A disabled button ignores presses. A blocked one looks locked but keeps focus and presses, so that
-/// the action runs and can explain the reason.
+/// A disabled button ignores presses. A blocked one shows a lock but accepts focus and presses, so that
+/// the action can explain the reason.
 Basic.AbstractButton {
     id: control
 
@@ -29,7 +29,7 @@ Basic.AbstractButton {
     property int cursor: Qt.ArrowCursor
     /// Accessible role.
     property int role: Accessible.Button
-    /// Accessible switch state: whether it is checkable, and whether it is checked.
+    /// Accessible switch state: checkable and checked.
     property bool isSwitch: false
     property bool isOn: false
     property color foreground: control.defaultForeground()

@@ -18,9 +18,9 @@ namespace {
 QByteArray readSvg(const QString &path)
 {
     static QHash<QString, QByteArray> files;
-    const auto known = files.constFind(path);
-    if (known != files.constEnd())
-        return *known;
+    const auto cached = files.constFind(path);
+    if (cached != files.constEnd())
+        return *cached;
     QFile file(path);
     QByteArray svg;
     if (file.open(QIODevice::ReadOnly))
@@ -31,7 +31,7 @@ QByteArray readSvg(const QString &path)
     return svg;
 }
 
-/// Everything that decides an icon's pixels.
+/// Cache key: all parameters of a rendered icon.
 struct IconKey
 {
     QString path;
@@ -64,10 +64,10 @@ QByteArray tinted(QByteArray svg, const IconKey &key)
 
 QImage draw(const IconKey &key)
 {
-    // Hovering walks through many tints of few icons; a small cache covers all that are on show.
+    // Hover animations use many tints of few icons; a small cache covers all visible ones.
     static QCache<IconKey, QImage> cache(128);
-    if (const QImage *known = cache.object(key))
-        return *known;
+    if (const QImage *cached = cache.object(key))
+        return *cached;
     QImage image(key.pixels, key.pixels, QImage::Format_ARGB32_Premultiplied);
     image.fill(Qt::transparent);
     const QByteArray svg = readSvg(key.path);
@@ -76,7 +76,7 @@ QImage draw(const IconKey &key)
         QPainter painter(&image);
         painter.setRenderHint(QPainter::Antialiasing);
         renderer.render(&painter, QRectF(0, 0, key.pixels, key.pixels));
-        // Thinned as a whole, so that crossing strokes do not show.
+        // Apply the alpha to the whole image, so that crossing strokes do not add up.
         painter.setCompositionMode(QPainter::CompositionMode_DestinationIn);
         painter.fillRect(image.rect(), QColor(0, 0, 0, qAlpha(key.color)));
     }

@@ -8,11 +8,11 @@
 
 namespace quellora {
 
-/// A square icon drawn from an SVG at the screen's own resolution.
+/// A square icon rendered from an SVG in device pixels.
 ///
-/// `name` picks one of the bundled icons and is tinted with `color`; `source` names another SVG
-/// resource instead (`currentColor` in it is tinted, other colours stay). The item sizes itself to
-/// `size` logical pixels. An icon that cannot be read draws nothing and logs one line.
+/// `name` selects a bundled icon, which is tinted with `color`. `source` selects another SVG
+/// instead; only its `currentColor` is tinted. The implicit size is `size` logical pixels. An icon
+/// that cannot be read is logged once and draws nothing.
 class IconItem : public QQuickItem
 {
     Q_OBJECT
@@ -34,14 +34,14 @@ public:
     void setColor(const QColor &color);
     int size() const { return m_size; }
     void setSize(int size);
-    /// Stroke width in the icon's own 24-unit grid; bundled icons only.
+    /// Stroke width in units of the icon's 24 × 24 grid; bundled icons only.
     qreal strokeWidth() const { return m_strokeWidth; }
     void setStrokeWidth(qreal width);
-    /// Share of the tint that closed outlines are filled with; bundled icons only.
+    /// Opacity, 0 to 1, of the tint that fills closed outlines; bundled icons only.
     qreal fillOpacity() const { return m_fillOpacity; }
     void setFillOpacity(qreal opacity);
 
-    /// The icon as pixels. @p pixels is the edge in device pixels.
+    /// Renders the icon. @p pixels is the edge length in device pixels.
     QImage render(int pixels) const;
 
 Q_SIGNALS:

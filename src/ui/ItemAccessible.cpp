@@ -7,7 +7,7 @@ namespace quellora {
 
 namespace {
 
-/// The helper object behind the attached `Accessible`; its class is not public.
+/// The attached `Accessible` object; its class is not public.
 const QObject *attachedHelper(const QObject &item)
 {
     for (const QObject *child : item.children()) {
@@ -116,15 +116,16 @@ QAccessible::State ItemAccessible::state() const
 QString ItemAccessible::text(QAccessible::Text what) const
 {
     if (what == QAccessible::Description) {
-        // The toolkit replaces the description of fields with their placeholder, which may be the
-        // name once more.
+        // Qt Quick replaces the description of text fields with the placeholder, which may repeat
+        // the name.
         const QString hint = property("hint").toString();
         const QString description = hint.isEmpty() ? attached("description").toString() : hint;
         return description == text(QAccessible::Name) ? QString() : description;
     }
     if (what != QAccessible::Name)
         return {};
-    // The attached name reads empty on fields that hide their text; ours have it twice.
+    // The attached name is empty on fields with a hidden echo mode; our controls also have a `name`
+    // property.
     for (const QVariant &name : {attached("name"), property("name"), property("placeholderText")}) {
         if (!name.toString().isEmpty())
             return name.toString();

@@ -9,9 +9,8 @@ class QQuickItem;
 
 namespace quellora {
 
-/// What all our QML controls have in common for assistive programs: their place in the tree, their
-/// area, name and basic state. Everything is read from the item at the moment of asking, so nothing
-/// can go stale.
+/// Base of the accessibility interfaces of QML controls: position in the tree, rectangle, name and
+/// basic state. Everything is read from the item on demand; nothing is cached.
 class ItemAccessible : public QAccessibleObject, public QAccessibleActionInterface
 {
 public:
@@ -35,9 +34,9 @@ public:
 protected:
     QQuickItem *item() const;
     QVariant property(const char *name) const { return object()->property(name); }
-    /// A value set in QML through the attached `Accessible`.
+    /// A property of the `Accessible` object attached in QML.
     QVariant attached(const char *name) const;
-    /// What lies in it, in the order of the tree.
+    /// The nearest accessible descendants, in tree order.
     virtual QList<QAccessibleInterface *> children() const;
 };
 

@@ -1,6 +1,6 @@
 import QtQuick
 
-/// Plain text in one of the design's styles. Never interprets markup.
+/// Plain text in one of the design's text styles. Does not interpret markup.
 Text {
     id: label
 

@@ -2,8 +2,8 @@ import QtQuick
 import QtQuick.Controls.Basic as Basic
 import Quellora.Ui
 
-/// A pressable row of a list or menu: 34, 36, 40, 44 or 48 high (set `implicitHeight`).
-/// Children are drawn above the row's fill.
+/// A clickable row of a list or menu: 34, 36, 40, 44 or 48 px high (set `implicitHeight`).
+/// Children are drawn above the row's background.
 Basic.AbstractButton {
     id: control
 

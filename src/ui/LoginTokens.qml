@@ -1,6 +1,6 @@
 import QtQuick
 
-/// The sign-in window's fixed dark palette. The greys are the exact components of the form.
+/// The sign-in window's fixed dark palette. The greys are exact, not rounded to 8 bits.
 ThemeTokens {
     background: Qt.rgba(0.07451, 0.07451, 0.07451, 1)
     input: Qt.rgba(0.101961, 0.101961, 0.101961, 1)
@@ -31,6 +31,6 @@ ThemeTokens {
     selection: Qt.rgba(0x2f / 255, 0x80 / 255, 0xed / 255, 0.45)
     raised: "#1f1f1f"
 
-    /// For the divider's text only: too low in contrast for other text.
+    /// For the divider's text only: the contrast is too low for other text.
     property color muted: Qt.rgba(0.391667, 0.391667, 0.391667, 1)
 }

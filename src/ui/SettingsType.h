@@ -6,7 +6,7 @@
 
 namespace quellora {
 
-/// The QML type of Settings, which base declares without QML.
+/// Registers Settings as a QML type; `base` does not depend on QML.
 struct SettingsType
 {
     Q_GADGET

@@ -1,20 +1,20 @@
 import QtQuick
 import Quellora.Ui
 
-/// A sheet over its parent: a scrim and a panel that slides in from the left while it fades in. Tab
-/// stays inside. Escape and a press on the scrim emit closeRequested; the owner of `open` decides.
+/// A sheet over its parent: a scrim and a panel that slides and fades in from the left. Traps Tab.
+/// Escape and a press on the scrim emit closeRequested; the owner must set `open` to close it.
 FocusScope {
     id: host
 
     property ThemeTokens theme: Tokens.sheetDark
     property string name
     property bool open: false
-    /// 0 covers the whole width, without a scrim.
+    /// Width of the panel; 0 for the full width without a scrim.
     property int panelWidth: 0
     /// Radius of the window's lower corners.
     property real cornerRadius: 0
     default property alias content: panel.data
-    /// 0 closed, 1 open, in between during the animation.
+    /// Animation progress: 0 closed, 1 open.
     property real progress: open ? 1 : 0
 
     signal closeRequested()
@@ -70,7 +70,7 @@ FocusScope {
             clip: host.cornerRadius > 0
 
             Rectangle {
-                // Only the window's corners are visible.
+                // Extended so that only the window's rounded corners are visible.
                 y: -radius
                 width: parent.width + (panel.width < host.width ? radius : 0)
                 height: parent.height + radius

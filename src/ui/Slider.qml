@@ -1,7 +1,7 @@
 import QtQuick
 import QtQuick.Controls.Basic as Basic
 
-/// A horizontal slider from 0 to 1: Left and Right step by 1 %, with Shift by 10 %.
+/// A horizontal slider from 0 to 1. The arrow keys step by 1 %, with Shift by 10 %.
 ///
 /// Bind `modelValue`; `edited` reports the user's changes by pointer, keys or assistive technology.
 Basic.Slider {

@@ -1,7 +1,7 @@
 import QtQuick
 import Quellora.Ui
 
-/// A rotating quarter ring; a static one with reduced motion. Accompany it with a text.
+/// A rotating quarter ring, static with reduced motion. Always combine it with text.
 Item {
     id: spinner
 
@@ -9,7 +9,7 @@ Item {
     property color color: theme.accentText
     property int size: 14
     property bool running: true
-    /// Accessible name; empty if a text next to it says the same.
+    /// Accessible name; empty if adjacent text has the same content.
     property string name
 
     implicitWidth: size

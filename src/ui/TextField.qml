@@ -2,8 +2,8 @@ import QtQuick
 import QtQuick.Controls.Basic as Basic
 import Quellora.Ui
 
-/// A one-line text field: 32 high, 40 in the sign-in window (set `implicitHeight`). Any focus shows
-/// as a 2-px inner border.
+/// A single-line text field: 32 px high, 40 in the sign-in window (set `implicitHeight`). Focus, also by
+/// pointer, is shown as a 2-px inner border.
 Basic.TextField {
     id: control
 

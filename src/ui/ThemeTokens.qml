@@ -1,10 +1,10 @@
 import QtQuick
 
-/// Colours of controls on one kind of surface. Controls take one of these as `theme`:
-/// Tokens.frame, Tokens.sheetDark or Tokens.sheetLight.
+/// Colours of controls on one kind of surface. Assigned to the `theme` property of controls:
+/// Tokens.frame, Tokens.sheetDark, Tokens.sheetLight or Tokens.login.
 QtObject {
     property color background
-    /// Opaque variant of `background`, mixed into dimmed controls.
+    /// Opaque variant of `background`, blended into dimmed controls.
     property color surface: background
     property color raised
     property color input
@@ -16,7 +16,7 @@ QtObject {
     property color placeholder
     property color hover
     property color pressed
-    /// Fill of secondary buttons at rest, hovered and pressed, and their outline.
+    /// Fill of secondary buttons in the normal, hovered and pressed state, and their outline.
     property color secondary
     property color secondaryHover
     property color secondaryPressed

@@ -1,8 +1,8 @@
 import QtQuick
 import Quellora.Ui
 
-/// A small preview of a screenshot, 72 × 45, or 44 × 28 in compact layouts. A picture that cannot be
-/// loaded is replaced by a grey box with a camera icon.
+/// A preview of a screenshot, 72 × 45 px, or 44 × 28 in compact layouts. Shows a grey box with a camera
+/// icon if the image cannot be loaded.
 Item {
     id: thumbnail
 

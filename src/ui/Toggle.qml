@@ -1,14 +1,14 @@
 import QtQuick
 import QtQuick.Controls.Basic as Basic
 
-/// A switch with a label in a row 28 high; the whole row toggles. Bind `checked` to the model and
-/// change the model in `onToggled`.
+/// A switch with a label in a row 28 px high; the whole row toggles. Bind `checked` to the model and
+/// update the model in `onToggled`.
 Basic.AbstractButton {
     id: control
 
     property ThemeTokens theme: Tokens.frame
     property TypeTokens type: Tokens.control
-    /// Switch at the right end of the row instead of before the label.
+    /// Places the switch at the right end of the row instead of before the label.
     property bool trailing: false
     property string tooltip
     property int cursor: Qt.ArrowCursor
@@ -17,7 +17,7 @@ Basic.AbstractButton {
 
     /// Read by assistive technology.
     readonly property int role: Accessible.CheckBox
-    readonly property real share: enabled ? 1 : Tokens.disabledOpacity
+    readonly property real contentOpacity: enabled ? 1 : Tokens.disabledOpacity
 
     function flip() {
         if (!control.enabled)
@@ -28,7 +28,7 @@ Basic.AbstractButton {
 
     checkable: true
     implicitHeight: 28
-    implicitWidth: 28 + (text.length > 0 ? Tokens.space2 + words.implicitWidth : 0)
+    implicitWidth: 28 + (text.length > 0 ? Tokens.space2 + label.implicitWidth : 0)
     hoverEnabled: true
     focusPolicy: Qt.TabFocus
 
@@ -43,11 +43,11 @@ Basic.AbstractButton {
             radius: 8
             antialiasing: true
             color: Tokens.faded(control.checked ? control.theme.switchOn
-                                                : control.theme.switchOff, control.share)
+                                                : control.theme.switchOff, control.contentOpacity)
             border.width: 1
             border.color: Tokens.faded(control.checked ? control.theme.switchOnOutline
                                                        : control.theme.switchOffOutline,
-                                       control.share)
+                                       control.contentOpacity)
             Behavior on color { ColorAnimation { duration: Tokens.hoverTime } }
 
             Rectangle {
@@ -57,7 +57,8 @@ Basic.AbstractButton {
                 height: 12
                 radius: 6
                 antialiasing: true
-                color: Tokens.blend(control.theme.surface, control.theme.knob, control.share)
+                color: Tokens.blend(control.theme.surface, control.theme.knob,
+                                    control.contentOpacity)
                 Behavior on x {
                     enabled: !Tokens.reducedMotion
                     NumberAnimation { duration: Tokens.hoverTime }
@@ -71,14 +72,14 @@ Basic.AbstractButton {
             }
         }
         Label {
-            id: words
+            id: label
             x: control.trailing ? 0 : groove.width + Tokens.space2
             width: parent.width - groove.width - Tokens.space2
             anchors.verticalCenter: parent.verticalCenter
             visible: control.text.length > 0
             text: control.text
             type: control.type
-            opacity: control.share
+            opacity: control.contentOpacity
             theme: control.theme
             elide: Text.ElideRight
             Accessible.ignored: true

@@ -1,7 +1,7 @@
 pragma Singleton
 import QtQuick
 
-/// Colours, measures, type and motion of the design. Sizes are logical pixels, times milliseconds.
+/// Design tokens: colours, sizes in logical pixels, text styles and durations in milliseconds.
 QtObject {
     id: tokens
 
@@ -10,16 +10,18 @@ QtObject {
     readonly property SheetTokens sheetLight: SheetTokens { dark: false }
     readonly property LoginTokens login: LoginTokens {}
 
-    /// @p color over @p base with the given share, opaque.
-    function blend(base, color, share) {
-        return Qt.rgba(base.r + (color.r - base.r) * share, base.g + (color.g - base.g) * share,
-                       base.b + (color.b - base.b) * share, 1)
+    /// Blends @p color over @p base with @p opacity; the result is opaque.
+    function blend(base, color, opacity) {
+        return Qt.rgba(base.r + (color.r - base.r) * opacity,
+                       base.g + (color.g - base.g) * opacity,
+                       base.b + (color.b - base.b) * opacity, 1)
     }
-    function faded(color, share) {
-        return Qt.rgba(color.r, color.g, color.b, color.a * share)
+    /// Multiplies the alpha of @p color by @p opacity.
+    function faded(color, opacity) {
+        return Qt.rgba(color.r, color.g, color.b, color.a * opacity)
     }
-    /// An opacity rounded to steps of 1/255. Near the end of a fade, unrounded values so close to 1 that
-    /// the software renderer ignores the last change would leave the item translucent.
+    /// Rounds an opacity to multiples of 1/255. Near the end of a fade, an unrounded value so close to 1
+    /// that the software renderer ignores the last change would leave the item translucent.
     function opacityStep(opacity) {
         return Math.round(opacity * 255) / 255
     }
@@ -63,7 +65,7 @@ QtObject {
     readonly property int ringWidth: 2
     readonly property int ringOffset: 2
 
-    /// The system's preference. Disables slides and pulses and shortens fades.
+    /// The system's reduced-motion preference: disables slides and pulses and shortens fades.
     property bool reducedMotion: false
     readonly property int hoverTime: reducedMotion ? 80 : 100
     readonly property int menuTime: reducedMotion ? 80 : 160
@@ -73,7 +75,7 @@ QtObject {
     readonly property int pulseTime: 1100
     readonly property int tooltipDelay: 500
     readonly property int copiedTime: 1500
-    /// Curve of menus, cards and lists, for easing.bezierCurve.
+    /// Easing of menus, cards and lists, for easing.bezierCurve.
     readonly property var standardCurve: [0.2, 0, 0, 1, 1, 1]
     readonly property int menuShift: reducedMotion ? 0 : 4
     readonly property int sheetShift: reducedMotion ? 0 : 24

@@ -1,8 +1,8 @@
 import QtQuick
 
-/// A control's name, its shortcut, or why it is blocked. Shown after half a second of hovering or at once
-/// on keyboard focus, hidden on press. It is an item in the control's window, because a separate window
-/// would not be excluded from captures.
+/// Shows a control's name and shortcut, or why it is blocked, after hovering for half a second or
+/// immediately on keyboard focus. Hidden on press. An item in the control's window, because a separate
+/// window would not be excluded from captures.
 Item {
     id: tip
 
@@ -11,16 +11,16 @@ Item {
     property string text
     property string shortcutText
     property string blockedReason
-    readonly property bool worthShowing: text.length > 0 || blockedReason.length > 0
+    readonly property bool hasText: text.length > 0 || blockedReason.length > 0
     /// Whether the bubble is shown.
     readonly property bool shown: bubble.active
     property bool dismissed: false
-    property bool rested: false
+    property bool delayElapsed: false
 
     HoverHandler {
         id: hover
         onHoveredChanged: {
-            tip.rested = false
+            tip.delayElapsed = false
             tip.dismissed = false
         }
     }
@@ -34,8 +34,8 @@ Item {
     }
     Timer {
         interval: Tokens.tooltipDelay
-        running: hover.hovered && tip.worthShowing && !tip.dismissed
-        onTriggered: tip.rested = true
+        running: hover.hovered && tip.hasText && !tip.dismissed
+        onTriggered: tip.delayElapsed = true
     }
 
     anchors.fill: parent
@@ -43,8 +43,8 @@ Item {
 
     Loader {
         id: bubble
-        active: tip.worthShowing && !tip.dismissed && tip.visible
-                && (tip.rested || tip.target.visualFocus === true)
+        active: tip.hasText && !tip.dismissed && tip.visible
+                && (tip.delayElapsed || tip.target.visualFocus === true)
         sourceComponent: ToolTipBubble {
             anchorItem: tip.target
             text: tip.text

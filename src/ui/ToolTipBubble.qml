@@ -1,7 +1,8 @@
 import QtQuick
 import Quellora.Ui
 
-/// The bubble of a ToolTip: below its control, or above it if there is no room; always inside the window.
+/// The bubble of a ToolTip, placed below its control, or above it if it does not fit, and always inside
+/// the window.
 Rectangle {
     id: bubble
 
@@ -11,24 +12,25 @@ Rectangle {
     property string blockedReason
     readonly property bool isBlocked: blockedReason.length > 0
     readonly property int gap: 6
-    readonly property size room: parent ? Qt.size(parent.width, parent.height) : Qt.size(0, 0)
+    readonly property size windowSize: parent ? Qt.size(parent.width, parent.height)
+                                              : Qt.size(0, 0)
     readonly property int margin: 4
 
     function place() {
         const root = bubble.parent
         if (!root || !bubble.anchorItem)
             return
-        const at = bubble.anchorItem.mapToItem(root, 0, 0)
-        const wanted = at.x + (bubble.anchorItem.width - bubble.width) / 2
-        bubble.x = Math.round(Math.max(margin, Math.min(wanted, root.width - width - margin)))
-        const below = at.y + bubble.anchorItem.height + gap
+        const origin = bubble.anchorItem.mapToItem(root, 0, 0)
+        const centredX = origin.x + (bubble.anchorItem.width - bubble.width) / 2
+        bubble.x = Math.round(Math.max(margin, Math.min(centredX, root.width - width - margin)))
+        const below = origin.y + bubble.anchorItem.height + gap
         const fits = below + height + margin <= root.height
-        bubble.y = Math.round(fits ? below : Math.max(margin, at.y - height - gap))
+        bubble.y = Math.round(fits ? below : Math.max(margin, origin.y - height - gap))
     }
 
     parent: bubble.anchorItem.Window.window ? bubble.anchorItem.Window.window.contentItem : null
     onParentChanged: place()
-    onRoomChanged: place()
+    onWindowSizeChanged: place()
     onWidthChanged: place()
     Component.onCompleted: place()
 

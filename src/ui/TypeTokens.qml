@@ -1,6 +1,6 @@
 import QtQuick
 
-/// One text style: size, line and letter spacing in logical pixels.
+/// A text style: font size, line height and letter spacing in logical pixels.
 QtObject {
     property int size
     property int line

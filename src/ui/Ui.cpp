@@ -25,7 +25,7 @@ void initializeUi()
         Log::event(QStringLiteral("[Ui] WARNING: Not all bundled faces could be loaded"));
     QFont font(QStringLiteral("Inter"));
     font.setPixelSize(13);
-    // The design's letter forms and spacing, not the rasteriser's grid.
+    // Preserve the letter shapes and spacing of the design.
     font.setHintingPreference(QFont::PreferNoHinting);
     QGuiApplication::setFont(font);
     QGuiApplication::setWindowIcon(QIcon(QStringLiteral(":/quellora/program/icon.svg")));
@@ -41,15 +41,15 @@ void prepareQmlEngine(QQmlEngine &engine)
 
 void followMotion(QQmlEngine &engine, Appearance &appearance)
 {
-    // The engine knows the tokens only once something has imported them.
-    QQmlComponent finder(&engine);
-    finder.setData("import QtQml\nimport Quellora.Ui\n"
-                   "QtObject { readonly property QtObject tokens: Tokens }",
-                   QUrl());
-    const std::unique_ptr<QObject> found(finder.create());
-    if (!found)
-        qFatal("%s", qPrintable(finder.errorString()));
-    const auto apply = [tokens = QPointer(found->property("tokens").value<QObject *>()),
+    // The singleton is only created once a component imports it.
+    QQmlComponent component(&engine);
+    component.setData("import QtQml\nimport Quellora.Ui\n"
+                      "QtObject { readonly property QtObject tokens: Tokens }",
+                      QUrl());
+    const std::unique_ptr<QObject> holder(component.create());
+    if (!holder)
+        qFatal("%s", qPrintable(component.errorString()));
+    const auto apply = [tokens = QPointer(holder->property("tokens").value<QObject *>()),
                         &appearance] {
         if (tokens)
             tokens->setProperty("reducedMotion", appearance.reducesMotion());

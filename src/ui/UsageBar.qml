@@ -1,11 +1,11 @@
 import QtQuick
 
-/// A bar showing the share of the allowance used: 4 high in the strip, 6 in the menu. Accompany it
-/// with a text.
+/// A bar showing the used fraction of the allowance: 4 px high in the strip, 6 in the menu. Always
+/// combine it with text.
 Item {
     id: bar
 
-    /// Share used; may exceed 1.
+    /// Used fraction; may exceed 1.
     property real fraction: 0
     property bool exceeded: false
     property ThemeTokens theme: Tokens.frame

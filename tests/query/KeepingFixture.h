@@ -5,7 +5,7 @@
 
 namespace quellora {
 
-/// Stores threads at once.
+/// Saves threads synchronously.
 class StoreSaver : public ThreadSaver
 {
 public:
@@ -20,12 +20,12 @@ private:
     const CaptureSessionStore &m_store;
 };
 
-/// The query flow over a real store: the user's actions, and what of them is on the disk.
+/// The query flow with a real store, user actions and textual dumps of threads.
 struct KeepingFixture
 {
     StoreFixture disk;
-    StoreSaver keeper{disk.store};
-    OrchestratorFixture f{&keeper};
+    StoreSaver storeSaver{disk.store};
+    OrchestratorFixture f{&storeSaver};
 
     void capture(const QByteArray &jpeg)
     {
@@ -42,7 +42,7 @@ struct KeepingFixture
         f.orchestrator.sendPromptOnly(prompt);
         answer();
     }
-    /// Presses the thread in History.
+    /// Opens a thread as if clicked in History.
     void open(const QUuid &id)
     {
         if (f.threads.currentSession() && f.threads.currentSession()->id == id)
@@ -53,7 +53,8 @@ struct KeepingFixture
     }
     const CaptureSession &current() const { return *f.threads.currentSession(); }
 
-    /// A thread's turns as "question" or "question<screenshot", its screenshots and its notes.
+    /// Dumps a thread as "turns | screenshots | notes", with a turn as "prompt" or
+    /// "prompt<screenshot".
     static QString text(const QList<CaptureSession::Screenshot> &screenshots,
                         const QList<CaptureSession::Turn> &turns,
                         const QList<CaptureSession::Note> &notes)
@@ -81,7 +82,7 @@ struct KeepingFixture
     {
         return text(session.screenshots, session.turns, session.notes);
     }
-    /// The same of a thread on disk; empty when it is not there.
+    /// Dumps a thread from disk; empty if it is not stored.
     QString stored(const QUuid &id) const
     {
         const auto session = disk.store.load(id);

@@ -18,7 +18,7 @@ namespace quellora {
 
 inline const QString prefix = QStringLiteral("[OverlayWindowController] ");
 
-/// An answer that the test sends.
+/// A query that the test answers.
 class FakeTransfer : public RunningQuery
 {
 public:
@@ -44,7 +44,7 @@ public:
     bool cancelled = false;
 };
 
-/// Keeps the last saved state of every thread.
+/// Records the last saved state of each thread.
 class RecordingSaver : public ThreadSaver
 {
 public:
@@ -55,7 +55,7 @@ public:
     QHash<QUuid, CaptureSession> saved;
 };
 
-/// Records questions and telemetry.
+/// Records requests and telemetry.
 class FakeService : public ProxyQueryService
 {
 public:
@@ -84,12 +84,12 @@ inline AppConfigResponse account()
     return config;
 }
 
-/// The query flow over fakes, with a clock and transfers that the test moves.
+/// The query flow with fake collaborators, a manual clock and manually answered queries.
 struct OrchestratorFixture
 {
-    /// @param keeper where threads go; by default `saver` records them
-    explicit OrchestratorFixture(ThreadSaver *keeper = nullptr)
-        : threads(settings, keeper ? keeper : &saver, [this] { return now; })
+    /// @param threadSaver saves the threads; `saver` by default
+    explicit OrchestratorFixture(ThreadSaver *threadSaver = nullptr)
+        : threads(settings, threadSaver ? threadSaver : &saver, [this] { return now; })
     {
         auth.setSession("token", account());
         messages.updateUsage(100, 1000);

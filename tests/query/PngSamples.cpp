@@ -27,7 +27,7 @@ struct Source
     qsizetype position = 0;
 };
 
-void take(png_structp png, png_bytep data, png_size_t size)
+void readBytes(png_structp png, png_bytep data, png_size_t size)
 {
     auto *source = static_cast<Source *>(png_get_io_ptr(png));
     if (static_cast<qsizetype>(size) > source->bytes.size() - source->position)
@@ -118,7 +118,7 @@ QByteArray readWithLibpng(const QByteArray &file)
     QByteArray pixels;
     std::vector<png_bytep> rows;
     if (setjmp(png_jmpbuf(png)) == 0) {
-        png_set_read_fn(png, &source, take);
+        png_set_read_fn(png, &source, readBytes);
         png_read_info(png, info);
         png_set_expand(png);
         png_set_strip_16(png);

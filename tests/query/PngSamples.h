@@ -9,7 +9,7 @@
 
 namespace quellora {
 
-/// How a sample picture is written by libpng.
+/// Parameters for writing a sample image with libpng.
 struct PngSample
 {
     int width = 37;
@@ -19,17 +19,17 @@ struct PngSample
     int colour = 2;
     bool interlaced = false;
     int level = 6;
-    /// libpng's set of row filters; -1 for all of them.
+    /// libpng's row filter flags; -1 for the default.
     int filters = -1;
-    /// Largest IDAT chunk.
+    /// Maximum size of an IDAT chunk in bytes.
     int chunkSize = 8192;
 };
 
-/// A picture of pseudo-random smooth and noisy parts.
+/// Writes an image with pseudo-random smooth and noisy areas.
 QByteArray writePng(const PngSample &sample, quint32 seed = 1);
-/// An RGB picture, one colour per pixel, in one piece.
+/// Writes an 8-bit RGB image, not interlaced, with the colour of each pixel given by @p colour.
 QByteArray writePng(int width, int height, const std::function<QRgb(int x, int y)> &colour);
-/// What libpng makes of a file, as 8-bit RGB rows; empty when it refuses.
+/// Decodes a file with libpng to contiguous 8-bit RGB rows; empty if libpng rejects it.
 QByteArray readWithLibpng(const QByteArray &file);
 
 /// The samples of a bitmap as contiguous RGB rows.

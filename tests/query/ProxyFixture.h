@@ -14,7 +14,7 @@
 
 namespace quellora {
 
-/// A service, the scripted server it talks to, and what it logs; new for every test.
+/// Creates a service, a scripted server for it and a log capture for each test.
 class ProxyFixture : public QObject
 {
     Q_OBJECT
@@ -22,8 +22,8 @@ class ProxyFixture : public QObject
 private Q_SLOTS:
     void init()
     {
-        // The network classes complain this way about being used wrongly; but also when the end
-        // of a transfer crosses its cancellation, which is nobody's fault.
+        // Warnings reveal misuse of the network classes. The excepted one also occurs if a transfer
+        // ends while it is being cancelled, which is harmless.
         QTest::failOnWarning(QRegularExpression(
             QStringLiteral("^(?!QNetworkReplyImplPrivate::error: Internal problem)")));
         m_network = std::make_unique<QNetworkAccessManager>();
@@ -46,8 +46,8 @@ protected:
     {
         return m_service->query({QStringLiteral("Hi"), {}, {}, QStringLiteral("token-1")});
     }
-    /// Starts a query and waits until its request is complete at the server.
-    RunningQuery *startAndReach()
+    /// Starts a query and waits until the server has received its request.
+    RunningQuery *startAndWaitForRequest()
     {
         const qsizetype before = m_server->requests().size();
         RunningQuery *query = start();
@@ -55,14 +55,14 @@ protected:
             qFatal("the request did not arrive");
         return query;
     }
-    /// A query whose answer has begun with one chunk, "a".
+    /// Starts a query and waits until it has received one chunk, "a".
     RunningQuery *startStreaming(QueryRecorder *&recorder)
     {
-        RunningQuery *query = startAndReach();
+        RunningQuery *query = startAndWaitForRequest();
         m_recorders.append(std::make_shared<QueryRecorder>(query));
         recorder = m_recorders.last().get();
         m_server->send(0, ScriptedHttpServer::streamHeader() + chunkLine("a"));
-        if (!QTest::qWaitFor([&] { return recorder->said.size() == 2; }, 10'000))
+        if (!QTest::qWaitFor([&] { return recorder->events.size() == 2; }, 10'000))
             qFatal("the first chunk did not arrive");
         return query;
     }
@@ -71,8 +71,8 @@ protected:
     {
         return "data: {\"type\":\"chunk\",\"text\":\"" + text + "\"}\n";
     }
-    /// A port where nobody listens.
-    static QString deadUrl()
+    /// The URL of a port that no server listens on.
+    static QString unreachableUrl()
     {
         QTcpServer server;
         server.listen(QHostAddress::LocalHost);

@@ -12,19 +12,19 @@
 
 namespace quellora {
 
-/// What one query said, in order.
+/// Records the signals of one query in order.
 class QueryRecorder
 {
 public:
     explicit QueryRecorder(RunningQuery *running) : query(running)
     {
         QObject::connect(running, &RunningQuery::firstByte, running,
-                         [this] { said.append(QStringLiteral("first")); });
+                         [this] { events.append(QStringLiteral("first")); });
         QObject::connect(running, &RunningQuery::chunk, running,
-                         [this](const QString &text) { said.append(text); });
+                         [this](const QString &text) { events.append(text); });
         QObject::connect(running, &RunningQuery::finished, running,
                          [this](const QueryOutcome &result) {
-                             said.append(QStringLiteral("finished"));
+                             events.append(QStringLiteral("finished"));
                              outcome = result;
                          });
     }
@@ -33,7 +33,7 @@ public:
 
     bool waitForOutcome()
     {
-        // An event loop without pauses: large bodies take many turns of it.
+        // qWaitFor() sleeps between iterations, which is too slow for large bodies.
         if (!outcome && query) {
             QEventLoop loop;
             QObject::connect(query, &QObject::destroyed, &loop, &QEventLoop::quit);
@@ -49,7 +49,7 @@ public:
     }
 
     QPointer<RunningQuery> query;
-    QStringList said;
+    QStringList events;
     std::optional<QueryOutcome> outcome;
 };
 

@@ -22,7 +22,7 @@ inline AdminMessagePayload message(const QString &id, const QString &type)
     return payload;
 }
 
-/// A ServiceMessages with a clock that the test moves.
+/// ServiceMessages with a fake display and a manual clock.
 struct ServiceMessagesFixture
 {
     FakeAnswerDisplay display;

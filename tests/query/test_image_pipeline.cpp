@@ -29,7 +29,7 @@ double lanczos(double x)
     return 3.0 * std::sin(angle) * std::sin(angle / 3.0) / (angle * angle);
 }
 
-/// One axis in double precision, straight from the definition.
+/// Scales one axis in double precision, directly from the definition of the filter.
 std::vector<double> scaleAxis(const std::vector<double> &in, int target)
 {
     const double scale = static_cast<double>(in.size()) / target;
@@ -48,7 +48,7 @@ std::vector<double> scaleAxis(const std::vector<double> &in, int target)
     return out;
 }
 
-QByteArray exactLanczos(const Bitmap &source, int width, int height)
+QByteArray referenceLanczos(const Bitmap &source, int width, int height)
 {
     QByteArray result(qsizetype{width} * height * 3, Qt::Uninitialized);
     for (int c = 0; c < 3; ++c) {
@@ -72,7 +72,7 @@ QByteArray exactLanczos(const Bitmap &source, int width, int height)
     return result;
 }
 
-QRgb busy(int x, int y)
+QRgb testPattern(int x, int y)
 {
     const auto hash =
         static_cast<quint32>(x / 3) * 73856093U ^ static_cast<quint32>(y / 2) * 19349663U;
@@ -99,23 +99,23 @@ class TestImagePipeline : public QObject
 private Q_SLOTS:
     void weightsAddUpToOne_data();
     void weightsAddUpToOne();
-    void kernelsAgree_data();
-    void kernelsAgree();
-    void resamplesLikeExactArithmetic_data();
-    void resamplesLikeExactArithmetic();
-    void bandsMakeNoDifference();
-    void flatStaysFlat();
-    void resizesToTheRightSize_data();
-    void resizesToTheRightSize();
-    void narrowBitmapIsUntouched();
-    void bitmapTooFlatToScaleIsUntouched();
+    void kernelsProduceIdenticalResults_data();
+    void kernelsProduceIdenticalResults();
+    void resamplingMatchesReference_data();
+    void resamplingMatchesReference();
+    void resultIsIndependentOfThreadCount();
+    void uniformColourIsPreserved();
+    void resizedDimensions_data();
+    void resizedDimensions();
+    void narrowBitmapIsNotResized();
+    void bitmapTooFlatToScaleIsNotResized();
     void nearBlack_data();
     void nearBlack();
-    void nothingIsNotNearBlack();
+    void emptyBitmapIsNotNearBlack();
     void encodesJpeg_data();
     void encodesJpeg();
-    void encodesScatteredRows();
-    void jpegRefusesWhatItCannotHold();
+    void encodesNonContiguousRows();
+    void jpegRejectsInvalidSizes();
 };
 
 void TestImagePipeline::weightsAddUpToOne_data()
@@ -152,16 +152,16 @@ void TestImagePipeline::weightsAddUpToOne()
     }
 }
 
-void TestImagePipeline::kernelsAgree_data()
+void TestImagePipeline::kernelsProduceIdenticalResults_data()
 {
     QTest::addColumn<int>("width");
     QTest::addColumn<int>("channels");
     for (const int width : {1, 3, 10, 11, 64, 100, 1281})
         for (const int channels : {3, 4})
-            QTest::addRow("%d pixels of %d", width, channels) << width << channels;
+            QTest::addRow("%d pixels, %d channels", width, channels) << width << channels;
 }
 
-void TestImagePipeline::kernelsAgree()
+void TestImagePipeline::kernelsProduceIdenticalResults()
 {
     QFETCH(int, width);
     QFETCH(int, channels);
@@ -177,58 +177,58 @@ void TestImagePipeline::kernelsAgree()
     }
     const auto vertical = LanczosTable::create(10, 4, LanczosKernels::verticalMultiple);
     const auto horizontal = LanczosTable::create(width, target, LanczosKernels::horizontalMultiple);
-    const auto &plain = LanczosKernels::portable();
+    const auto &portable = LanczosKernels::portable();
     const auto &best = LanczosKernels::best();
-    const auto room = static_cast<std::size_t>(samples + horizontal.taps * channels + 64);
-    std::vector<std::int16_t> middle(room);
-    std::vector<std::int16_t> bestMiddle(room);
-    plain.vertical(pointers.data(), vertical.weights.data(), 10, samples, middle.data());
+    const auto capacity = static_cast<std::size_t>(samples + horizontal.taps * channels + 64);
+    std::vector<std::int16_t> middle(capacity);
+    std::vector<std::int16_t> bestMiddle(capacity);
+    portable.vertical(pointers.data(), vertical.weights.data(), 10, samples, middle.data());
     best.vertical(pointers.data(), vertical.weights.data(), 10, samples, bestMiddle.data());
     QCOMPARE(bestMiddle, middle);
-    // One byte more, to see that nobody writes behind the row.
+    // The extra byte detects writes beyond the row.
     std::vector<std::uint8_t> out(static_cast<std::size_t>(target * 3 + 1), 0x77);
     std::vector<std::uint8_t> bestOut = out;
-    plain.horizontal(middle.data(), channels, horizontal, target, out.data());
+    portable.horizontal(middle.data(), channels, horizontal, target, out.data());
     best.horizontal(middle.data(), channels, horizontal, target, bestOut.data());
     QCOMPARE(bestOut, out);
     QCOMPARE(int{out.back()}, 0x77);
 }
 
-void TestImagePipeline::resamplesLikeExactArithmetic_data()
+void TestImagePipeline::resamplingMatchesReference_data()
 {
     QTest::addColumn<QSize>("from");
     QTest::addColumn<QSize>("to");
     QTest::newRow("half") << QSize(120, 80) << QSize(60, 40);
     QTest::newRow("third") << QSize(150, 90) << QSize(50, 30);
     QTest::newRow("odd") << QSize(131, 77) << QSize(100, 59);
-    QTest::newRow("hardly") << QSize(101, 50) << QSize(100, 50);
+    QTest::newRow("one pixel narrower") << QSize(101, 50) << QSize(100, 50);
     QTest::newRow("to one row") << QSize(90, 3) << QSize(40, 1);
     QTest::newRow("to one pixel") << QSize(9, 9) << QSize(1, 1);
-    QTest::newRow("one row") << QSize(90, 1) << QSize(40, 1);
+    QTest::newRow("from one row") << QSize(90, 1) << QSize(40, 1);
 }
 
-void TestImagePipeline::resamplesLikeExactArithmetic()
+void TestImagePipeline::resamplingMatchesReference()
 {
     QFETCH(QSize, from);
     QFETCH(QSize, to);
     for (const int channels : {3, 4}) {
-        const Bitmap source = bitmapOf(from.width(), from.height(), busy, channels);
+        const Bitmap source = bitmapOf(from.width(), from.height(), testPattern, channels);
         const Bitmap scaled = resampleLanczos(source, to.width(), to.height(), 1);
         QCOMPARE(scaled.channels, 3);
-        QVERIFY(largestDifference(rgbOf(scaled), exactLanczos(source, to.width(), to.height())) <=
-                1);
+        QVERIFY(largestDifference(rgbOf(scaled),
+                                  referenceLanczos(source, to.width(), to.height())) <= 1);
     }
 }
 
-void TestImagePipeline::bandsMakeNoDifference()
+void TestImagePipeline::resultIsIndependentOfThreadCount()
 {
-    const Bitmap source = bitmapOf(200, 150, busy);
+    const Bitmap source = bitmapOf(200, 150, testPattern);
     const QByteArray expected = rgbOf(resampleLanczos(source, 90, 70, 1));
     for (const int threads : {2, 3, 4, 70, 1000})
         QCOMPARE(rgbOf(resampleLanczos(source, 90, 70, threads)), expected);
 }
 
-void TestImagePipeline::flatStaysFlat()
+void TestImagePipeline::uniformColourIsPreserved()
 {
     for (const int level : {0, 1, 8, 127, 254, 255}) {
         const Bitmap source =
@@ -238,7 +238,7 @@ void TestImagePipeline::flatStaysFlat()
     }
 }
 
-void TestImagePipeline::resizesToTheRightSize_data()
+void TestImagePipeline::resizedDimensions_data()
 {
     QTest::addColumn<QSize>("from");
     QTest::addColumn<QSize>("to");
@@ -253,7 +253,7 @@ void TestImagePipeline::resizesToTheRightSize_data()
     QTest::newRow("smallest height") << QSize(2560, 1) << QSize(1280, 1);
 }
 
-void TestImagePipeline::resizesToTheRightSize()
+void TestImagePipeline::resizedDimensions()
 {
     QFETCH(QSize, from);
     QFETCH(QSize, to);
@@ -263,18 +263,18 @@ void TestImagePipeline::resizesToTheRightSize()
     QCOMPARE(resized.rows.size(), static_cast<std::size_t>(to.height()));
 }
 
-void TestImagePipeline::narrowBitmapIsUntouched()
+void TestImagePipeline::narrowBitmapIsNotResized()
 {
-    Bitmap bitmap = bitmapOf(1280, 3, busy, 4);
+    Bitmap bitmap = bitmapOf(1280, 3, testPattern, 4);
     const std::uint8_t *first = bitmap.rows.front();
     const Bitmap resized = ScreenshotCapture::resizeIfNeeded(std::move(bitmap));
     QCOMPARE(resized.rows.front(), first);
     QCOMPARE(resized.channels, 4);
 }
 
-void TestImagePipeline::bitmapTooFlatToScaleIsUntouched()
+void TestImagePipeline::bitmapTooFlatToScaleIsNotResized()
 {
-    // 6 rows would become 0.47, and a bitmap without rows cannot be created.
+    // The scaled height of 0.47 rows would round to zero.
     const Bitmap resized = ScreenshotCapture::resizeIfNeeded(
         bitmapOf(16384, 6, [](int, int) { return qRgb(1, 2, 3); }));
     QCOMPARE(QSize(resized.width, resized.height), QSize(16384, 6));
@@ -284,9 +284,9 @@ void TestImagePipeline::nearBlack_data()
 {
     QTest::addColumn<QSize>("size");
     QTest::addColumn<QList<QPoint>>("lit");
-    QTest::addColumn<QColor>("ground");
-    QTest::addColumn<QColor>("light");
-    QTest::addColumn<bool>("refused");
+    QTest::addColumn<QColor>("background");
+    QTest::addColumn<QColor>("litColour");
+    QTest::addColumn<bool>("expected");
 
     const QColor black(0, 0, 0);
     const QColor white(255, 255, 255);
@@ -297,24 +297,24 @@ void TestImagePipeline::nearBlack_data()
     QTest::newRow("red 9") << QSize(320, 160) << none << QColor(9, 0, 0) << white << false;
     QTest::newRow("green 9") << QSize(320, 160) << none << QColor(0, 9, 0) << white << false;
     QTest::newRow("blue 9") << QSize(320, 160) << none << QColor(0, 0, 9) << white << false;
-    QTest::newRow("light between the points")
+    QTest::newRow("lit between sample points")
         << QSize(320, 160) << QList<QPoint>{{1, 0}, {15, 15}, {17, 16}, {16, 17}, {319, 159}}
         << black << white << true;
-    // 40 x 25 points: one lit leaves exactly 999 of 1000 dark, two leave 998.
+    // 40 x 25 sample points: exactly 99.9 % are dark with one lit, 99.8 % with two.
     QTest::newRow("one of 1000") << QSize(640, 400) << QList<QPoint>{{16, 32}} << black << white
                                  << true;
     QTest::newRow("two of 1000") << QSize(640, 400) << QList<QPoint>{{0, 0}, {624, 384}} << black
                                  << white << false;
-    QTest::newRow("two barely lit") << QSize(640, 400) << QList<QPoint>{{0, 0}, {624, 384}} << black
-                                    << QColor(8, 9, 8) << false;
-    QTest::newRow("two not lit enough")
+    QTest::newRow("two above threshold") << QSize(640, 400) << QList<QPoint>{{0, 0}, {624, 384}}
+                                         << black << QColor(8, 9, 8) << false;
+    QTest::newRow("two at threshold")
         << QSize(640, 400) << QList<QPoint>{{0, 0}, {624, 384}} << black << QColor(8, 8, 8) << true;
     QTest::newRow("one pixel, black") << QSize(1, 1) << none << black << white << true;
     QTest::newRow("one pixel, lit")
         << QSize(1, 1) << QList<QPoint>{{0, 0}} << black << white << false;
-    QTest::newRow("last column on a multiple")
+    QTest::newRow("last column on the grid")
         << QSize(17, 1) << QList<QPoint>{{16, 0}} << black << white << false;
-    QTest::newRow("last column between")
+    QTest::newRow("last column off the grid")
         << QSize(16, 1) << QList<QPoint>{{15, 0}} << black << white << true;
 }
 
@@ -322,19 +322,21 @@ void TestImagePipeline::nearBlack()
 {
     QFETCH(QSize, size);
     QFETCH(QList<QPoint>, lit);
-    QFETCH(QColor, ground);
-    QFETCH(QColor, light);
-    QFETCH(bool, refused);
+    QFETCH(QColor, background);
+    QFETCH(QColor, litColour);
+    QFETCH(bool, expected);
     for (const int channels : {3, 4}) {
         const Bitmap bitmap = bitmapOf(
             size.width(), size.height(),
-            [&](int x, int y) { return lit.contains(QPoint(x, y)) ? light.rgb() : ground.rgb(); },
+            [&](int x, int y) {
+                return lit.contains(QPoint(x, y)) ? litColour.rgb() : background.rgb();
+            },
             channels);
-        QCOMPARE(ScreenshotCapture::isNearBlackFrame(bitmap), refused);
+        QCOMPARE(ScreenshotCapture::isNearBlackFrame(bitmap), expected);
     }
 }
 
-void TestImagePipeline::nothingIsNotNearBlack()
+void TestImagePipeline::emptyBitmapIsNotNearBlack()
 {
     QVERIFY(!ScreenshotCapture::isNearBlackFrame(Bitmap()));
 }
@@ -343,7 +345,7 @@ void TestImagePipeline::encodesJpeg_data()
 {
     QTest::addColumn<int>("channels");
     QTest::newRow("RGB") << 3;
-    QTest::newRow("RGB and one more") << 4;
+    QTest::newRow("RGBX") << 4;
 }
 
 void TestImagePipeline::encodesJpeg()
@@ -358,30 +360,30 @@ void TestImagePipeline::encodesJpeg()
     QCOMPARE(image.size(), QSize(321, 200));
     for (int y = 0; y < 200; y += 7) {
         for (int x = 0; x < 250; x += 7) {
-            const QRgb is = image.pixel(x, y);
-            const QRgb was = smooth(x, y);
-            QVERIFY(std::abs(qRed(is) - qRed(was)) < 12);
-            QVERIFY(std::abs(qGreen(is) - qGreen(was)) < 12);
-            QVERIFY(std::abs(qBlue(is) - qBlue(was)) < 12);
+            const QRgb actual = image.pixel(x, y);
+            const QRgb expected = smooth(x, y);
+            QVERIFY(std::abs(qRed(actual) - qRed(expected)) < 12);
+            QVERIFY(std::abs(qGreen(actual) - qGreen(expected)) < 12);
+            QVERIFY(std::abs(qBlue(actual) - qBlue(expected)) < 12);
         }
     }
-    // The first luminance step of quality 85, by the standard's table.
+    // The first luminance quantiser for quality 85, derived from the standard table.
     const qsizetype table = jpeg.indexOf("\xff\xdb");
     QCOMPARE(int{jpeg[table + 5]}, (16 * 30 + 50) / 100);
 }
 
-void TestImagePipeline::encodesScatteredRows()
+void TestImagePipeline::encodesNonContiguousRows()
 {
-    const Bitmap even = bitmapOf(50, 40, busy);
-    Bitmap scattered = bitmapOf(50, 80, [](int x, int y) { return busy(x, y / 2); });
+    const Bitmap contiguous = bitmapOf(50, 40, testPattern);
+    Bitmap scattered = bitmapOf(50, 80, [](int x, int y) { return testPattern(x, y / 2); });
     for (std::size_t y = 0; y < 40; ++y)
         scattered.rows[y] = scattered.rows[y * 2];
     scattered.rows.resize(40);
     scattered.height = 40;
-    QCOMPARE(encodeJpeg(scattered, 85), encodeJpeg(even, 85));
+    QCOMPARE(encodeJpeg(scattered, 85), encodeJpeg(contiguous, 85));
 }
 
-void TestImagePipeline::jpegRefusesWhatItCannotHold()
+void TestImagePipeline::jpegRejectsInvalidSizes()
 {
     QVERIFY(encodeJpeg(Bitmap(), 85).isEmpty());
     const Bitmap tooHigh = bitmapOf(1, 70'000, [](int, int) { return qRgb(1, 2, 3); });

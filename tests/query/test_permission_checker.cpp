@@ -9,13 +9,11 @@
 
 using namespace quellora;
 
-namespace {} // namespace
-
 class TestPermissions : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void grantedPermissionsLeaveNoMessage()
+    void grantedPermissionsAddNoMessage()
     {
         FakePermissions system;
         PermissionChecker checker(system, Vocabulary::macOS());
@@ -30,7 +28,7 @@ private Q_SLOTS:
         QCOMPARE(system.requests, 0);
     }
 
-    void missingPermissionsGrowOneMessage()
+    void missingPermissionsShareOneMessage()
     {
         FakePermissions system;
         system.accessibility = false;
@@ -58,7 +56,7 @@ private Q_SLOTS:
         QVERIFY(log.contains("[PermissionChecker] Screen Recording permission granted: false"));
     }
 
-    void grantedLaterWithdrawsItsLineAndKeepsTheOthers()
+    void grantingPermissionRemovesOnlyItsLine()
     {
         FakePermissions system;
         system.accessibility = false;
@@ -91,7 +89,7 @@ private Q_SLOTS:
         QCOMPARE(system.requests, 1);
     }
 
-    void adviceIsThatOfTheSystem()
+    void adviceIsPlatformSpecific()
     {
         FakePermissions system;
         system.accessibility = false;
@@ -111,7 +109,7 @@ private Q_SLOTS:
                      "then log in again."}));
     }
 
-    void eachSubjectHasOneLineWhileItsProblemLasts()
+    void eachSubjectHasAtMostOneLine()
     {
         FakePermissions system;
         system.accessibility = false;
@@ -138,7 +136,7 @@ private Q_SLOTS:
         QCOMPARE(checker.pendingAdminMessage()->bodyMarkdown, "again");
     }
 
-    void answerOfTheSystemWithdrawsTheMessage()
+    void systemNotificationRemovesMessage()
     {
         FakePermissions system;
         system.accessibility = false;
@@ -151,7 +149,7 @@ private Q_SLOTS:
         QVERIFY(checker.problemLines().isEmpty());
     }
 
-    void deadCheckerIsNotCalled()
+    void destroyedCheckerIsNotCalled()
     {
         FakePermissions system;
         system.accessibility = false;

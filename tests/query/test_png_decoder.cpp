@@ -43,7 +43,7 @@ QByteArray header(quint32 width, quint32 height, int depth = 8, int colour = 2)
 
 const QByteArray signature("\x89PNG\r\n\x1a\n", 8);
 
-/// An uncompressed zlib stream in blocks of @p blockSize.
+/// An uncompressed zlib stream in blocks of @p blockSize bytes.
 QByteArray stored(const QByteArray &bytes, qsizetype blockSize)
 {
     QByteArray stream("\x78\x01", 2);
@@ -66,7 +66,7 @@ QByteArray stored(const QByteArray &bytes, qsizetype blockSize)
     return stream + bigEndian(b << 16 | a);
 }
 
-/// An uncompressed file whose rows have the given filter.
+/// An uncompressed PNG whose rows all have the given filter type.
 QByteArray storedFile(int width, int height, int filter, qsizetype blockSize, int colour = 2)
 {
     QRandomGenerator random(9);
@@ -88,24 +88,24 @@ class TestPngDecoder : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void decodesEveryKind_data();
-    void decodesEveryKind();
-    void decodesEveryFilter_data();
-    void decodesEveryFilter();
-    void decodesStoredRows_data();
-    void decodesStoredRows();
-    void usesStoredRowsInPlace();
-    void refusesTruncatedFiles_data();
-    void refusesTruncatedFiles();
-    void refusesDamagedFiles();
-    void refusesWrongChecksum();
-    void refusesUnreasonableSizes_data();
-    void refusesUnreasonableSizes();
-    void refusesOtherData_data();
-    void refusesOtherData();
+    void decodesAllColourTypes_data();
+    void decodesAllColourTypes();
+    void decodesAllFilters_data();
+    void decodesAllFilters();
+    void decodesUncompressedRows_data();
+    void decodesUncompressedRows();
+    void usesUncompressedRowsInPlace();
+    void rejectsTruncatedFiles_data();
+    void rejectsTruncatedFiles();
+    void detectsBitFlips();
+    void rejectsWrongChecksum();
+    void rejectsInvalidSizes_data();
+    void rejectsInvalidSizes();
+    void rejectsInvalidData_data();
+    void rejectsInvalidData();
 };
 
-void TestPngDecoder::decodesEveryKind_data()
+void TestPngDecoder::decodesAllColourTypes_data()
 {
     QTest::addColumn<int>("colour");
     QTest::addColumn<int>("depth");
@@ -122,7 +122,7 @@ void TestPngDecoder::decodesEveryKind_data()
     }
 }
 
-void TestPngDecoder::decodesEveryKind()
+void TestPngDecoder::decodesAllColourTypes()
 {
     QFETCH(int, colour);
     QFETCH(int, depth);
@@ -139,7 +139,7 @@ void TestPngDecoder::decodesEveryKind()
     }
 }
 
-void TestPngDecoder::decodesEveryFilter_data()
+void TestPngDecoder::decodesAllFilters_data()
 {
     QTest::addColumn<int>("colour");
     QTest::addColumn<int>("filters");
@@ -153,7 +153,7 @@ void TestPngDecoder::decodesEveryFilter_data()
     }
 }
 
-void TestPngDecoder::decodesEveryFilter()
+void TestPngDecoder::decodesAllFilters()
 {
     QFETCH(int, colour);
     QFETCH(int, filters);
@@ -167,14 +167,14 @@ void TestPngDecoder::decodesEveryFilter()
     }
 }
 
-void TestPngDecoder::decodesStoredRows_data()
+void TestPngDecoder::decodesUncompressedRows_data()
 {
     QTest::addColumn<int>("blockSize");
     for (const int size : {1, 2, 3, 91, 92, 93, 1000, 65535})
         QTest::addRow("%d", size) << size;
 }
 
-void TestPngDecoder::decodesStoredRows()
+void TestPngDecoder::decodesUncompressedRows()
 {
     QFETCH(int, blockSize);
     for (const int filter : {0, 1, 2, 3, 4}) {
@@ -185,7 +185,7 @@ void TestPngDecoder::decodesStoredRows()
     }
 }
 
-void TestPngDecoder::usesStoredRowsInPlace()
+void TestPngDecoder::usesUncompressedRowsInPlace()
 {
     for (const int colour : {2, 6}) {
         const QByteArray file = storedFile(30, 40, 0, 65535, colour);
@@ -199,7 +199,7 @@ void TestPngDecoder::usesStoredRowsInPlace()
     }
 }
 
-void TestPngDecoder::refusesTruncatedFiles_data()
+void TestPngDecoder::rejectsTruncatedFiles_data()
 {
     QTest::addColumn<QByteArray>("file");
     QTest::newRow("stored") << storedFile(12, 9, 0, 100);
@@ -208,33 +208,33 @@ void TestPngDecoder::refusesTruncatedFiles_data()
     QTest::newRow("palette") << writePng({20, 12, 4, 3});
 }
 
-void TestPngDecoder::refusesTruncatedFiles()
+void TestPngDecoder::rejectsTruncatedFiles()
 {
     QFETCH(QByteArray, file);
     QVERIFY(decodePng(file).has_value());
-    // The picture is complete before IEND, which has no data.
+    // The image is complete before the checksum of IEND, which has no data.
     const qsizetype dataEnd = file.size() - 12 - 4;
     for (qsizetype size = 0; size < dataEnd; ++size)
         QVERIFY2(!decodePng(file.left(size)).has_value(), qPrintable(QString::number(size)));
 }
 
-void TestPngDecoder::refusesDamagedFiles()
+void TestPngDecoder::detectsBitFlips()
 {
     for (const QByteArray &file : {storedFile(12, 9, 4, 100), writePng({20, 12, 8, 6})}) {
         const QByteArray expected = rgbOf(*decodePng(file));
         for (qsizetype i = 0; i < file.size() * 8; ++i) {
             QByteArray damaged = file;
             damaged[i / 8] = static_cast<char>(damaged[i / 8] ^ (1 << (i % 8)));
-            // Damage is either detected or does not change the picture.
+            // A bit flip is either detected or does not change the image.
             const auto bitmap = decodePng(damaged);
             QVERIFY2(!bitmap || rgbOf(*bitmap) == expected, qPrintable(QString::number(i)));
         }
     }
 }
 
-void TestPngDecoder::refusesWrongChecksum()
+void TestPngDecoder::rejectsWrongChecksum()
 {
-    // Chunk checksums are right, the zlib stream's is wrong.
+    // The chunk checksums are correct, but that of the zlib stream is wrong.
     QByteArray rows(10 * 31, '\0');
     QByteArray stream = stored(rows, 100);
     stream.back() = static_cast<char>(stream.back() ^ 1);
@@ -242,20 +242,20 @@ void TestPngDecoder::refusesWrongChecksum()
     QVERIFY(!decodePng(file).has_value());
 }
 
-void TestPngDecoder::refusesUnreasonableSizes_data()
+void TestPngDecoder::rejectsInvalidSizes_data()
 {
     QTest::addColumn<quint32>("width");
     QTest::addColumn<quint32>("height");
-    QTest::newRow("no width") << 0u << 10u;
-    QTest::newRow("no height") << 10u << 0u;
+    QTest::newRow("zero width") << 0u << 10u;
+    QTest::newRow("zero height") << 10u << 0u;
     QTest::newRow("too wide") << 32768u << 1u;
     QTest::newRow("too high") << 1u << 32768u;
     QTest::newRow("too many pixels") << 16384u << 16384u;
-    QTest::newRow("largest numbers") << 0xffffffffu << 0xffffffffu;
-    QTest::newRow("less data than announced") << 8000u << 8000u;
+    QTest::newRow("maximum values") << 0xffffffffu << 0xffffffffu;
+    QTest::newRow("less data than declared") << 8000u << 8000u;
 }
 
-void TestPngDecoder::refusesUnreasonableSizes()
+void TestPngDecoder::rejectsInvalidSizes()
 {
     QFETCH(quint32, width);
     QFETCH(quint32, height);
@@ -267,12 +267,12 @@ void TestPngDecoder::refusesUnreasonableSizes()
     }
 }
 
-void TestPngDecoder::refusesOtherData_data()
+void TestPngDecoder::rejectsInvalidData_data()
 {
     QTest::addColumn<QByteArray>("file");
     QTest::newRow("empty") << QByteArray();
     QTest::newRow("text") << QByteArray("not a picture");
-    QTest::newRow("signature alone") << signature;
+    QTest::newRow("signature only") << signature;
     QTest::newRow("no data") << signature + header(1, 1) + chunk("IEND", {});
     QTest::newRow("JPEG") << QByteArray("\xff\xd8\xff\xe0 more", 9);
     QTest::newRow("chunk longer than the file")
@@ -285,7 +285,7 @@ void TestPngDecoder::refusesOtherData_data()
                                            chunk("IEND", {});
 }
 
-void TestPngDecoder::refusesOtherData()
+void TestPngDecoder::rejectsInvalidData()
 {
     QFETCH(QByteArray, file);
     QVERIFY(!decodePng(file).has_value());

@@ -10,7 +10,7 @@ class TestPromptConfig : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void promptFollowsItsOrder()
+    void promptPrecedence()
     {
         QCOMPARE(PromptConfig::current(std::nullopt, std::nullopt), PromptConfig::builtIn());
         AppConfigResponse config;

@@ -15,31 +15,31 @@ class TestProxyAnswer : public ProxyFixture
     Q_OBJECT
 
 private Q_SLOTS:
-    void deliversAnAnswer();
-    void deliversSingleBytes();
-    void handsEachChunkOnBeforeTheNextArrives();
-    void doneBeforeAnyChunk();
-    void nothingAfterDoneIsRead();
-    void lastLineWithoutBreakCounts();
+    void deliversAnswer();
+    void acceptsByteWiseInput();
+    void deliversChunksImmediately();
+    void doneWithoutChunks();
+    void ignoresDataAfterDone();
+    void acceptsLastLineWithoutLineBreak();
     void errorEvent_data();
     void errorEvent();
-    void queriesDoNotMix();
+    void concurrentQueriesDoNotMix();
     void neverEmitsBeforeReturning();
-    void cancelClosesTheSocket();
-    void cancelBeforeTheAnswer();
+    void cancelClosesSocket();
+    void cancelBeforeResponse();
     void slotMayCancel();
     void slotMayDelete_data();
     void slotMayDelete();
-    void slotMayRunAnEventLoop();
-    void outlivesTheService();
-    void endsWithTheNetworkManager();
-    void floodOfTinyChunksLeavesTheThreadFree();
-    void floodLetsOthersWorkMeanwhile();
-    void floodThatIsCancelledStops();
-    void oneHugeChunkIsWhole();
+    void slotMayRunNestedEventLoop();
+    void queryOutlivesService();
+    void destroyingNetworkManagerFailsQuery();
+    void chunkFloodIsDeliveredInBatches();
+    void chunkFloodDoesNotStarveEventLoop();
+    void cancelStopsChunkFlood();
+    void hugeChunkIsDeliveredWhole();
 };
 
-void TestProxyAnswer::deliversAnAnswer()
+void TestProxyAnswer::deliversAnswer()
 {
     m_server->answerWith(ScriptedHttpServer::streamHeader() + chunkLine("Hel") + "\n" +
                              chunkLine("lo") +
@@ -48,19 +48,19 @@ void TestProxyAnswer::deliversAnAnswer()
                          Ending::KeepOpen);
     QueryRecorder recorder(start());
     QVERIFY(recorder.waitForOutcome());
-    QCOMPARE(recorder.said, (QStringList{QStringLiteral("first"), QStringLiteral("Hel"),
-                                         QStringLiteral("lo"), QStringLiteral("finished")}));
+    QCOMPARE(recorder.events, (QStringList{QStringLiteral("first"), QStringLiteral("Hel"),
+                                           QStringLiteral("lo"), QStringLiteral("finished")}));
     QVERIFY(recorder.outcome->has_value());
     QCOMPARE(recorder.outcome->value(), (DoneInfo{900, false, false, false, 100}));
     QVERIFY(recorder.waitForDeletion());
-    // The transfer is cancelled although the server would go on.
+    // The client closes the connection although the server keeps it open.
     QTRY_VERIFY(m_server->requests().constFirst().disconnected);
     QCOMPARE(m_log->lines, QStringList());
 }
 
-void TestProxyAnswer::deliversSingleBytes()
+void TestProxyAnswer::acceptsByteWiseInput()
 {
-    QueryRecorder recorder(startAndReach());
+    QueryRecorder recorder(startAndWaitForRequest());
     const QByteArray answer =
         ScriptedHttpServer::streamHeader() + ": hello\r\n" +
         "data: {\"type\":\"chunk\",\"text\":\"\xe2\x80\xa8\xf0\x9f\x98\x80\"}\r\n\r\n" +
@@ -70,46 +70,46 @@ void TestProxyAnswer::deliversSingleBytes()
         QCoreApplication::processEvents();
     }
     QVERIFY(recorder.waitForOutcome());
-    QCOMPARE(recorder.said,
+    QCOMPARE(recorder.events,
              (QStringList{QStringLiteral("first"), QStringLiteral("\u2028\U0001F600"),
                           QStringLiteral("b\ufffd"), QStringLiteral("finished")}));
 }
 
-void TestProxyAnswer::handsEachChunkOnBeforeTheNextArrives()
+void TestProxyAnswer::deliversChunksImmediately()
 {
     QueryRecorder *recorder = nullptr;
     startStreaming(recorder);
     for (const char *text : {"b", "c", "d"}) {
         m_server->send(0, chunkLine(text));
-        QTRY_COMPARE(recorder->said.last(), QLatin1String(text));
+        QTRY_COMPARE(recorder->events.last(), QLatin1String(text));
     }
     QVERIFY(!recorder->outcome);
     m_server->send(0, doneLine);
     QVERIFY(recorder->waitForOutcome());
 }
 
-void TestProxyAnswer::doneBeforeAnyChunk()
+void TestProxyAnswer::doneWithoutChunks()
 {
     m_server->answerWith(ScriptedHttpServer::streamHeader() + doneLine, Ending::Close);
     QueryRecorder recorder(start());
     QVERIFY(recorder.waitForOutcome());
-    QCOMPARE(recorder.said, QStringList{QStringLiteral("finished")});
+    QCOMPARE(recorder.events, QStringList{QStringLiteral("finished")});
     QCOMPARE(recorder.outcome->value(), DoneInfo());
 }
 
-void TestProxyAnswer::nothingAfterDoneIsRead()
+void TestProxyAnswer::ignoresDataAfterDone()
 {
     m_server->answerWith(ScriptedHttpServer::streamHeader() + chunkLine("a") + doneLine +
                              chunkLine("b") + "data: {\"type\":\"error\"}\n",
                          Ending::Close);
     QueryRecorder recorder(start());
     QVERIFY(recorder.waitForDeletion());
-    QCOMPARE(recorder.said, (QStringList{QStringLiteral("first"), QStringLiteral("a"),
-                                         QStringLiteral("finished")}));
+    QCOMPARE(recorder.events, (QStringList{QStringLiteral("first"), QStringLiteral("a"),
+                                           QStringLiteral("finished")}));
     QCOMPARE(m_log->lines, QStringList());
 }
 
-void TestProxyAnswer::lastLineWithoutBreakCounts()
+void TestProxyAnswer::acceptsLastLineWithoutLineBreak()
 {
     m_server->answerWith(ScriptedHttpServer::streamHeader() + chunkLine("a") + doneLine.trimmed(),
                          Ending::Close);
@@ -124,9 +124,10 @@ void TestProxyAnswer::errorEvent_data()
     QTest::addColumn<QString>("message");
     QTest::newRow("message") << QByteArray(R"({"type":"error","message":"Busy"})")
                              << QStringLiteral("Busy");
-    QTest::newRow("none") << QByteArray(R"({"type":"error"})") << QStringLiteral("Unknown error");
-    QTest::newRow("no text") << QByteArray(R"({"type":"error","message":1})")
+    QTest::newRow("missing") << QByteArray(R"({"type":"error"})")
                              << QStringLiteral("Unknown error");
+    QTest::newRow("not a string") << QByteArray(R"({"type":"error","message":1})")
+                                  << QStringLiteral("Unknown error");
 }
 
 void TestProxyAnswer::errorEvent()
@@ -139,29 +140,29 @@ void TestProxyAnswer::errorEvent()
     QueryRecorder recorder(start());
     QVERIFY(recorder.waitForOutcome());
     QCOMPARE(recorder.outcome->error(), queryError(Kind::ServerMessage, message));
-    QCOMPARE(recorder.said, (QStringList{QStringLiteral("first"), QStringLiteral("a"),
-                                         QStringLiteral("finished")}));
+    QCOMPARE(recorder.events, (QStringList{QStringLiteral("first"), QStringLiteral("a"),
+                                           QStringLiteral("finished")}));
     QCOMPARE(
         m_log->lines,
         QStringList{QStringLiteral("[ProxyQueryService] Proxy sent an error event: ") + message});
     QTRY_VERIFY(m_server->requests().constFirst().disconnected);
 }
 
-void TestProxyAnswer::queriesDoNotMix()
+void TestProxyAnswer::concurrentQueriesDoNotMix()
 {
-    QueryRecorder first(startAndReach());
-    QueryRecorder second(startAndReach());
+    QueryRecorder first(startAndWaitForRequest());
+    QueryRecorder second(startAndWaitForRequest());
     m_server->send(1, ScriptedHttpServer::streamHeader() + chunkLine("two"));
     m_server->send(0, ScriptedHttpServer::streamHeader() + chunkLine("one") + doneLine);
     m_server->send(1, doneLine);
     QVERIFY(first.waitForOutcome() && second.waitForOutcome());
-    QCOMPARE(first.said.at(1), QStringLiteral("one"));
-    QCOMPARE(second.said.at(1), QStringLiteral("two"));
+    QCOMPARE(first.events.at(1), QStringLiteral("one"));
+    QCOMPARE(second.events.at(1), QStringLiteral("two"));
 }
 
 void TestProxyAnswer::neverEmitsBeforeReturning()
 {
-    // Connecting after the call would miss an emission made within it.
+    // A signal emitted within the call would be lost, as nothing is connected yet.
     ProxyQueryService service(*m_network, BackendEndpoints(QStringLiteral("nothing://x")));
     QueryRecorder recorder(service.query({QStringLiteral("Hi"), {}, {}, QStringLiteral("t")}));
     QVERIFY(!recorder.outcome);
@@ -170,7 +171,7 @@ void TestProxyAnswer::neverEmitsBeforeReturning()
     QVERIFY(recorder.waitForDeletion());
 }
 
-void TestProxyAnswer::cancelClosesTheSocket()
+void TestProxyAnswer::cancelClosesSocket()
 {
     QueryRecorder *recorder = nullptr;
     RunningQuery *query = startStreaming(recorder);
@@ -179,51 +180,51 @@ void TestProxyAnswer::cancelClosesTheSocket()
     query->cancel();
     QVERIFY(recorder->waitForDeletion());
     QTRY_VERIFY(m_server->requests().constFirst().disconnected);
-    QCOMPARE(recorder->said, (QStringList{QStringLiteral("first"), QStringLiteral("a")}));
+    QCOMPARE(recorder->events, (QStringList{QStringLiteral("first"), QStringLiteral("a")}));
 }
 
-void TestProxyAnswer::cancelBeforeTheAnswer()
+void TestProxyAnswer::cancelBeforeResponse()
 {
     QueryRecorder early(start());
     early.query->cancel();
     QVERIFY(early.waitForDeletion());
-    QVERIFY(early.said.isEmpty());
+    QVERIFY(early.events.isEmpty());
 
     QueryRecorder rejected(
         m_service->query({QStringLiteral("Hi"), {}, {}, QStringLiteral("bad\n")}));
     rejected.query->cancel();
     QVERIFY(rejected.waitForDeletion());
-    QVERIFY(rejected.said.isEmpty());
+    QVERIFY(rejected.events.isEmpty());
 }
 
 void TestProxyAnswer::slotMayCancel()
 {
-    QueryRecorder recorder(startAndReach());
+    QueryRecorder recorder(startAndWaitForRequest());
     connect(recorder.query, &RunningQuery::chunk, recorder.query,
             [query = recorder.query.data()] { query->cancel(); });
     m_server->send(0,
                    ScriptedHttpServer::streamHeader() + chunkLine("a") + chunkLine("b") + doneLine);
     QVERIFY(recorder.waitForDeletion());
-    QCOMPARE(recorder.said, (QStringList{QStringLiteral("first"), QStringLiteral("a")}));
+    QCOMPARE(recorder.events, (QStringList{QStringLiteral("first"), QStringLiteral("a")}));
 }
 
 void TestProxyAnswer::slotMayDelete_data()
 {
     QTest::addColumn<QString>("when");
-    QTest::addColumn<QStringList>("said");
+    QTest::addColumn<QStringList>("events");
     const QString first = QStringLiteral("first");
     const QString text = QStringLiteral("a");
     const QString end = QStringLiteral("finished");
     QTest::newRow("first byte") << first << QStringList{first};
     QTest::newRow("chunk") << text << QStringList{first, text};
-    QTest::newRow("end") << end << QStringList{first, text, QStringLiteral("b"), end};
+    QTest::newRow("finished") << end << QStringList{first, text, QStringLiteral("b"), end};
 }
 
 void TestProxyAnswer::slotMayDelete()
 {
     QFETCH(QString, when);
-    QFETCH(QStringList, said);
-    QueryRecorder recorder(startAndReach());
+    QFETCH(QStringList, events);
+    QueryRecorder recorder(startAndWaitForRequest());
     RunningQuery *query = recorder.query;
     const auto deleteAt = [&](const QString &moment) {
         if (moment == when)
@@ -236,14 +237,14 @@ void TestProxyAnswer::slotMayDelete()
                    ScriptedHttpServer::streamHeader() + chunkLine("a") + chunkLine("b") + doneLine);
     QVERIFY(recorder.waitForDeletion());
     QTRY_VERIFY(m_server->requests().constFirst().disconnected);
-    QCOMPARE(recorder.said, said);
+    QCOMPARE(recorder.events, events);
 }
 
-void TestProxyAnswer::slotMayRunAnEventLoop()
+void TestProxyAnswer::slotMayRunNestedEventLoop()
 {
-    QueryRecorder recorder(startAndReach());
+    QueryRecorder recorder(startAndWaitForRequest());
     connect(recorder.query, &RunningQuery::firstByte, this, [&] {
-        // Everything else arrives, and the connection ends, while the first slot still runs.
+        // The rest arrives and the connection closes while the first slot is still running.
         m_server->send(0, chunkLine("b") + "data: {\"type\":\"error\",\"message\":\"m\"}\n");
         m_server->end(0, Ending::Close);
         QTRY_VERIFY(m_server->requests().constFirst().disconnected);
@@ -251,13 +252,13 @@ void TestProxyAnswer::slotMayRunAnEventLoop()
     });
     m_server->send(0, ScriptedHttpServer::streamHeader() + chunkLine("a"));
     QVERIFY(recorder.waitForOutcome());
-    QCOMPARE(recorder.said, (QStringList{QStringLiteral("first"), QStringLiteral("a"),
-                                         QStringLiteral("b"), QStringLiteral("finished")}));
+    QCOMPARE(recorder.events, (QStringList{QStringLiteral("first"), QStringLiteral("a"),
+                                           QStringLiteral("b"), QStringLiteral("finished")}));
     QCOMPARE(recorder.outcome->error().message, QStringLiteral("m"));
     QVERIFY(recorder.waitForDeletion());
 }
 
-void TestProxyAnswer::floodOfTinyChunksLeavesTheThreadFree()
+void TestProxyAnswer::chunkFloodIsDeliveredInBatches()
 {
     QByteArray flood = ScriptedHttpServer::streamHeader();
     QString expected;
@@ -269,59 +270,60 @@ void TestProxyAnswer::floodOfTinyChunksLeavesTheThreadFree()
     m_server->answerWith(flood + doneLine, Ending::Close);
     RunningQuery *query = start();
     QueryRecorder recorder(query);
-    // Somebody else on the same thread: no turn of the event loop may hand on more than its slice.
-    qsizetype inTurn = 0;
-    qsizetype most = 0;
-    QObject others;
+    // Count the chunks between two runs of another event on the same thread.
+    qsizetype batch = 0;
+    qsizetype largestBatch = 0;
+    QObject context;
     QString answer;
     connect(query, &RunningQuery::chunk, this, [&](const QString &text) {
         answer += text;
-        most = std::max(most, ++inTurn);
-        if (inTurn == 1)
+        largestBatch = std::max(largestBatch, ++batch);
+        if (batch == 1)
             QMetaObject::invokeMethod(
-                &others, [&inTurn] { inTurn = 0; }, Qt::QueuedConnection);
+                &context, [&batch] { batch = 0; }, Qt::QueuedConnection);
     });
     QVERIFY(recorder.waitForOutcome());
     QVERIFY(recorder.outcome->has_value());
-    QCOMPARE(recorder.said.size(), 100'002);
+    QCOMPARE(recorder.events.size(), 100'002);
     QVERIFY(answer == expected);
-    QVERIFY2(most <= 2 * HttpQuery::maxEventsPerTurn, qPrintable(QString::number(most)));
+    QVERIFY2(largestBatch <= 2 * HttpQuery::maxEventsPerBatch,
+             qPrintable(QString::number(largestBatch)));
     QCOMPARE(m_log->lines, QStringList());
 }
 
-void TestProxyAnswer::floodLetsOthersWorkMeanwhile()
+void TestProxyAnswer::chunkFloodDoesNotStarveEventLoop()
 {
-    constexpr int events = 100 * HttpQuery::maxEventsPerTurn;
+    constexpr int events = 100 * HttpQuery::maxEventsPerBatch;
     m_server->answerWith(ScriptedHttpServer::streamHeader() + chunkLine("a").repeated(events) +
                              doneLine,
                          Ending::Close);
     RunningQuery *query = start();
     QueryRecorder recorder(query);
-    // As the page engine does it: each piece of work posts the next one.
-    bool isFlood = false;
-    int worked = 0;
-    QObject others;
-    std::function<void()> work = [&] {
-        worked += isFlood ? 1 : 0;
+    // Like the page engine, each task queues the next one.
+    bool isStreaming = false;
+    int taskCount = 0;
+    QObject context;
+    std::function<void()> task = [&] {
+        taskCount += isStreaming ? 1 : 0;
         if (!recorder.outcome)
-            QMetaObject::invokeMethod(&others, work, Qt::QueuedConnection);
+            QMetaObject::invokeMethod(&context, task, Qt::QueuedConnection);
     };
-    connect(query, &RunningQuery::firstByte, this, [&] { isFlood = true; });
-    work();
+    connect(query, &RunningQuery::firstByte, this, [&] { isStreaming = true; });
+    task();
     QVERIFY(recorder.waitForOutcome());
     QVERIFY(recorder.outcome->has_value());
-    // Far more than one piece for each slice of the flood.
-    QVERIFY2(worked > 5 * 100, qPrintable(QString::number(worked)));
+    // Far more than one task per batch.
+    QVERIFY2(taskCount > 5 * 100, qPrintable(QString::number(taskCount)));
 }
 
-void TestProxyAnswer::floodThatIsCancelledStops()
+void TestProxyAnswer::cancelStopsChunkFlood()
 {
     m_server->answerWith(ScriptedHttpServer::streamHeader() + chunkLine("a").repeated(2000),
                          Ending::KeepOpen);
     RunningQuery *query = start();
     int chunks = 0;
     connect(query, &RunningQuery::chunk, this, [&] { ++chunks; });
-    // With its slice delivered and the rest waiting.
+    // Cancel after the first batch, with the rest pending.
     QVERIFY(QTest::qWaitFor([&] { return chunks > 0; }, 10'000));
     const int before = chunks;
     const QPointer<RunningQuery> watched(query);
@@ -330,7 +332,7 @@ void TestProxyAnswer::floodThatIsCancelledStops()
     QCOMPARE(chunks, before);
 }
 
-void TestProxyAnswer::oneHugeChunkIsWhole()
+void TestProxyAnswer::hugeChunkIsDeliveredWhole()
 {
     const QByteArray text = QByteArray("0123456789abcdef").repeated(5 * 1024 * 1024 / 16);
     m_server->answerWith(ScriptedHttpServer::streamHeader() + chunkLine(text) + doneLine,
@@ -338,20 +340,20 @@ void TestProxyAnswer::oneHugeChunkIsWhole()
     QueryRecorder recorder(start());
     QVERIFY(recorder.waitForOutcome());
     QVERIFY(recorder.outcome->has_value());
-    QCOMPARE(recorder.said.size(), 3);
-    QVERIFY(recorder.said[1] == QLatin1StringView(text));
+    QCOMPARE(recorder.events.size(), 3);
+    QVERIFY(recorder.events[1] == QLatin1StringView(text));
 }
 
-void TestProxyAnswer::outlivesTheService()
+void TestProxyAnswer::queryOutlivesService()
 {
-    QueryRecorder recorder(startAndReach());
+    QueryRecorder recorder(startAndWaitForRequest());
     m_service.reset();
     m_server->send(0, ScriptedHttpServer::streamHeader() + chunkLine("a") + doneLine);
     QVERIFY(recorder.waitForOutcome());
     QVERIFY(recorder.outcome->has_value());
 }
 
-void TestProxyAnswer::endsWithTheNetworkManager()
+void TestProxyAnswer::destroyingNetworkManagerFailsQuery()
 {
     QueryRecorder *recorder = nullptr;
     startStreaming(recorder);

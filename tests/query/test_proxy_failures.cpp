@@ -18,28 +18,28 @@ class TestProxyFailures : public ProxyFixture
     Q_OBJECT
 
 private Q_SLOTS:
-    void refusal_data();
-    void refusal();
-    void endlessRefusalIsCutOff();
-    void brokenRefusalIsATransportError();
-    void otherStatus_data();
-    void otherStatus();
-    void bodyOfAnotherStatusIsNotRead();
+    void tooManyRequests_data();
+    void tooManyRequests();
+    void oversizedRejectionIsAborted();
+    void truncatedRejectionIsTransportError();
+    void unexpectedStatus_data();
+    void unexpectedStatus();
+    void bodyOfUnexpectedStatusIsNotRead();
     void redirectIsNotFollowed();
-    void earlyCloseEndsUnexpectedly();
-    void brokenStreamIsATransportError_data();
-    void brokenStreamIsATransportError();
+    void closeBeforeDoneIsUnexpectedEnd();
+    void truncatedStreamIsTransportError_data();
+    void truncatedStreamIsTransportError();
     void connectionRefused();
-    void answerThatIsNotHttp_data();
-    void answerThatIsNotHttp();
+    void nonHttpResponse_data();
+    void nonHttpResponse();
     void replyWithoutStatus();
-    void silenceBeforeTheAnswerTimesOut();
-    void silenceWithinTheAnswerTimesOut();
-    void slowAnswerDoesNotTimeOut();
+    void timesOutBeforeResponse();
+    void timesOutDuringResponse();
+    void slowResponseDoesNotTimeOut();
     void overlongLineFails();
 };
 
-void TestProxyFailures::refusal_data()
+void TestProxyFailures::tooManyRequests_data()
 {
     QTest::addColumn<QByteArray>("body");
     QTest::addColumn<QueryError>("error");
@@ -65,18 +65,18 @@ void TestProxyFailures::refusal_data()
     limited("seconds", R"({"resetInSeconds": 42})", 42);
     limited("zero seconds", R"({"resetInSeconds":0})", 0);
     limited("integral fraction", R"({"resetInSeconds":42.0,"tokensRemaining":7})", 42);
-    capped("seconds as text", R"({"resetInSeconds": "42"})");
-    capped("seconds as flag", R"({"resetInSeconds": true})");
+    capped("seconds as string", R"({"resetInSeconds": "42"})");
+    capped("seconds as boolean", R"({"resetInSeconds": true})");
     capped("fraction", R"({"resetInSeconds": 1.5})");
     capped("remaining", R"({"tokensRemaining": -3})", -3);
-    capped("remaining as text", R"({"tokensRemaining": "3"})");
+    capped("remaining as string", R"({"tokensRemaining": "3"})");
     capped("empty", {});
     capped("not JSON", "<html>429</html>");
     capped("array", R"([{"resetInSeconds": 42}])");
     capped("not UTF-8", "{\"resetInSeconds\":42,\"x\":\"\xff\"}");
 }
 
-void TestProxyFailures::refusal()
+void TestProxyFailures::tooManyRequests()
 {
     QFETCH(QByteArray, body);
     QFETCH(QueryError, error);
@@ -84,12 +84,12 @@ void TestProxyFailures::refusal()
     m_server->answerWith(ScriptedHttpServer::answer(429, body), Ending::KeepOpen);
     QueryRecorder recorder(start());
     QVERIFY(recorder.waitForOutcome());
-    QCOMPARE(recorder.said, QStringList{QStringLiteral("finished")});
+    QCOMPARE(recorder.events, QStringList{QStringLiteral("finished")});
     QVERIFY(recorder.outcome->error() == error);
     QCOMPARE(m_log->lines, QStringList{line});
 }
 
-void TestProxyFailures::endlessRefusalIsCutOff()
+void TestProxyFailures::oversizedRejectionIsAborted()
 {
     m_server->answerWith("HTTP/1.1 429 Status\r\nContent-Length: 1000000000\r\n\r\n" +
                              QByteArray(200'000, ' '),
@@ -100,7 +100,7 @@ void TestProxyFailures::endlessRefusalIsCutOff()
     QTRY_VERIFY(m_server->requests().constFirst().disconnected);
 }
 
-void TestProxyFailures::brokenRefusalIsATransportError()
+void TestProxyFailures::truncatedRejectionIsTransportError()
 {
     m_server->answerWith("HTTP/1.1 429 Status\r\nContent-Length: 100\r\n\r\n{\"reset",
                          Ending::Close);
@@ -111,7 +111,7 @@ void TestProxyFailures::brokenRefusalIsATransportError()
     QCOMPARE(m_log->lines, QStringList());
 }
 
-void TestProxyFailures::otherStatus_data()
+void TestProxyFailures::unexpectedStatus_data()
 {
     QTest::addColumn<int>("status");
     QTest::addColumn<QByteArray>("headers");
@@ -122,7 +122,7 @@ void TestProxyFailures::otherStatus_data()
         << 401 << QByteArray("WWW-Authenticate: Basic realm=\"x\"\r\n");
 }
 
-void TestProxyFailures::otherStatus()
+void TestProxyFailures::unexpectedStatus()
 {
     QFETCH(int, status);
     QFETCH(QByteArray, headers);
@@ -133,16 +133,16 @@ void TestProxyFailures::otherStatus()
     QueryError error = queryError(Kind::HttpError);
     error.status = status;
     QCOMPARE(recorder.outcome->error(), error);
-    QCOMPARE(recorder.said, QStringList{QStringLiteral("finished")});
+    QCOMPARE(recorder.events, QStringList{QStringLiteral("finished")});
     QCOMPARE(m_log->lines,
              QStringList{
                  QStringLiteral("[ProxyQueryService] Proxy request failed: HTTP %1").arg(status)});
     QCOMPARE(m_server->requests().size(), 1);
 }
 
-void TestProxyFailures::bodyOfAnotherStatusIsNotRead()
+void TestProxyFailures::bodyOfUnexpectedStatusIsNotRead()
 {
-    // The announced body never comes; the status alone decides.
+    // The declared body never arrives; the status alone is sufficient.
     m_server->answerWith("HTTP/1.1 500 Status\r\nContent-Length: 1000000\r\n\r\nx",
                          Ending::KeepOpen);
     QueryRecorder recorder(start());
@@ -166,40 +166,40 @@ void TestProxyFailures::redirectIsNotFollowed()
     QCOMPARE(m_server->requests().size(), 1);
 }
 
-void TestProxyFailures::earlyCloseEndsUnexpectedly()
+void TestProxyFailures::closeBeforeDoneIsUnexpectedEnd()
 {
     m_server->answerWith(ScriptedHttpServer::streamHeader() + chunkLine("a") + chunkLine("b") +
                              "data: {\"type\":\"do",
                          Ending::Close);
     QueryRecorder recorder(start());
     QVERIFY(recorder.waitForOutcome());
-    QCOMPARE(recorder.said, (QStringList{QStringLiteral("first"), QStringLiteral("a"),
-                                         QStringLiteral("b"), QStringLiteral("finished")}));
+    QCOMPARE(recorder.events, (QStringList{QStringLiteral("first"), QStringLiteral("a"),
+                                           QStringLiteral("b"), QStringLiteral("finished")}));
     QCOMPARE(recorder.outcome->error(), queryError(Kind::StreamEndedUnexpectedly));
     QCOMPARE(m_log->lines, QStringList());
 }
 
-void TestProxyFailures::brokenStreamIsATransportError_data()
+void TestProxyFailures::truncatedStreamIsTransportError_data()
 {
     QTest::addColumn<QByteArray>("header");
     QTest::addColumn<QByteArray>("body");
-    QTest::newRow("shorter than announced")
+    QTest::newRow("shorter than Content-Length")
         << QByteArray("HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n") << chunkLine("a");
     const QByteArray line = chunkLine("a");
-    QTest::newRow("unfinished chunk coding")
+    QTest::newRow("incomplete chunked encoding")
         << QByteArray("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n")
         << QByteArray::number(line.size(), 16).append("\r\n" + line + "\r\n");
 }
 
-void TestProxyFailures::brokenStreamIsATransportError()
+void TestProxyFailures::truncatedStreamIsTransportError()
 {
     QFETCH(QByteArray, header);
     QFETCH(QByteArray, body);
     m_server->answerWith(header + body, Ending::Close);
     QueryRecorder recorder(start());
     QVERIFY(recorder.waitForOutcome());
-    QCOMPARE(recorder.said, (QStringList{QStringLiteral("first"), QStringLiteral("a"),
-                                         QStringLiteral("finished")}));
+    QCOMPARE(recorder.events, (QStringList{QStringLiteral("first"), QStringLiteral("a"),
+                                           QStringLiteral("finished")}));
     QCOMPARE(recorder.outcome->error().kind, Kind::Transport);
     QVERIFY(!recorder.outcome->error().message.isEmpty());
     QCOMPARE(m_log->lines, QStringList());
@@ -207,7 +207,7 @@ void TestProxyFailures::brokenStreamIsATransportError()
 
 void TestProxyFailures::connectionRefused()
 {
-    ProxyQueryService service(*m_network, BackendEndpoints(deadUrl()));
+    ProxyQueryService service(*m_network, BackendEndpoints(unreachableUrl()));
     QueryRecorder recorder(service.query({QStringLiteral("Hi"), {}, {}, QStringLiteral("t")}));
     QVERIFY(recorder.waitForOutcome());
     const QueryError error = recorder.outcome->error();
@@ -217,14 +217,14 @@ void TestProxyFailures::connectionRefused()
              QStringList{QStringLiteral("[ProxyQueryService] Network error: Connection refused")});
 }
 
-void TestProxyFailures::answerThatIsNotHttp_data()
+void TestProxyFailures::nonHttpResponse_data()
 {
     QTest::addColumn<QByteArray>("bytes");
     QTest::newRow("other protocol") << QByteArray("SSH-2.0-x\r\n\r\n");
-    QTest::newRow("nothing") << QByteArray();
+    QTest::newRow("empty") << QByteArray();
 }
 
-void TestProxyFailures::answerThatIsNotHttp()
+void TestProxyFailures::nonHttpResponse()
 {
     QFETCH(QByteArray, bytes);
     m_server->answerWith(bytes, Ending::Close);
@@ -235,7 +235,7 @@ void TestProxyFailures::answerThatIsNotHttp()
              queryError(Kind::NetworkError, QStringLiteral("The network connection was lost.")));
     QCOMPARE(m_log->lines,
              QStringList{QStringLiteral("[ProxyQueryService] Network error: ") + error.message});
-    // A query is never asked twice.
+    // A query is never sent twice.
     QCOMPARE(m_server->requests().size(), 1);
 }
 
@@ -250,7 +250,7 @@ void TestProxyFailures::replyWithoutStatus()
     QCOMPARE(m_log->lines, QStringList());
 }
 
-void TestProxyFailures::silenceBeforeTheAnswerTimesOut()
+void TestProxyFailures::timesOutBeforeResponse()
 {
     ProxyQueryService service(*m_network, BackendEndpoints(m_server->baseUrl()), {1s, 1s});
     QueryRecorder recorder(service.query({QStringLiteral("Hi"), {}, {}, QStringLiteral("t")}));
@@ -262,20 +262,20 @@ void TestProxyFailures::silenceBeforeTheAnswerTimesOut()
     QTRY_VERIFY(m_server->requests().constFirst().disconnected);
 }
 
-void TestProxyFailures::silenceWithinTheAnswerTimesOut()
+void TestProxyFailures::timesOutDuringResponse()
 {
     ProxyQueryService service(*m_network, BackendEndpoints(m_server->baseUrl()), {1s, 1s});
     m_server->answerWith(ScriptedHttpServer::streamHeader() + chunkLine("a"), Ending::KeepOpen);
     QueryRecorder recorder(service.query({QStringLiteral("Hi"), {}, {}, QStringLiteral("t")}));
     QVERIFY(recorder.waitForOutcome());
-    QCOMPARE(recorder.said.at(1), QStringLiteral("a"));
+    QCOMPARE(recorder.events.at(1), QStringLiteral("a"));
     QCOMPARE(recorder.outcome->error(),
              queryError(Kind::Transport, QStringLiteral("The request timed out.")));
 }
 
-void TestProxyFailures::slowAnswerDoesNotTimeOut()
+void TestProxyFailures::slowResponseDoesNotTimeOut()
 {
-    // Longer altogether than the time-out, but never silent for that long.
+    // The response takes longer than the timeout, but is never idle for that long.
     ProxyQueryService service(*m_network, BackendEndpoints(m_server->baseUrl()), {2s, 2s});
     m_server->answerWith(ScriptedHttpServer::streamHeader(), Ending::KeepOpen);
     QueryRecorder recorder(service.query({QStringLiteral("Hi"), {}, {}, QStringLiteral("t")}));
@@ -291,7 +291,7 @@ void TestProxyFailures::slowAnswerDoesNotTimeOut()
     timer.start(250ms);
     QVERIFY(recorder.waitForOutcome());
     QVERIFY(recorder.outcome->has_value());
-    QCOMPARE(recorder.said.size(), 1 + 11 + 1);
+    QCOMPARE(recorder.events.size(), 1 + 11 + 1);
 }
 
 void TestProxyFailures::overlongLineFails()
@@ -303,7 +303,7 @@ void TestProxyFailures::overlongLineFails()
     QueryRecorder recorder(start());
     QVERIFY(recorder.waitForOutcome());
     const QString text = QStringLiteral("The answer contains a line longer than 16 MiB");
-    QCOMPARE(recorder.said.at(1), QStringLiteral("a"));
+    QCOMPARE(recorder.events.at(1), QStringLiteral("a"));
     QCOMPARE(recorder.outcome->error(), queryError(Kind::Transport, text));
     QCOMPARE(m_log->lines, QStringList{QStringLiteral("[ProxyQueryService] ERROR: ") + text});
     QTRY_VERIFY(m_server->requests().constFirst().disconnected);

@@ -21,19 +21,19 @@ class TestProxyRequest : public ProxyFixture
 private Q_SLOTS:
     void encodesBody_data();
     void encodesBody();
-    void refusesImageThatIsNotBase64();
-    void sendsTheRequestAsGiven();
-    void sendsLargeBodiesWhole();
+    void rejectsImageThatIsNotBase64();
+    void sendsRequest();
+    void sendsLargeBody();
     void sendsNoCookies();
-    void refusesTokenWithLineBreak();
+    void rejectsTokenWithLineBreak();
     void telemetryRequest();
-    void telemetryIgnoresTheStatus_data();
-    void telemetryIgnoresTheStatus();
-    void telemetryHasAConnectionOfItsOwn();
+    void telemetryIgnoresStatus_data();
+    void telemetryIgnoresStatus();
+    void telemetryUsesSeparateConnection();
     void telemetryFailureIsLogged();
     void telemetryTimesOut();
-    void telemetryRefusesTokenWithLineBreak();
-    void telemetryAnswerIsBounded();
+    void telemetryRejectsTokenWithLineBreak();
+    void oversizedTelemetryResponseIsAborted();
 };
 
 void TestProxyRequest::encodesBody_data()
@@ -43,8 +43,8 @@ void TestProxyRequest::encodesBody_data()
     QTest::addColumn<bool>("withModel");
     QTest::addColumn<QByteArray>("body");
 
-    QTest::newRow("prompt alone") << QStringLiteral("Hi") << false << false
-                                  << QByteArray(R"({"prompt":"Hi"})");
+    QTest::newRow("prompt only") << QStringLiteral("Hi") << false << false
+                                 << QByteArray(R"({"prompt":"Hi"})");
     QTest::newRow("empty prompt") << QString() << false << false << QByteArray(R"({"prompt":""})");
     QTest::newRow("image") << QStringLiteral("Hi") << true << false
                            << QByteArray(R"({"prompt":"Hi","imageBase64":"/9j+AA=="})");
@@ -76,7 +76,7 @@ void TestProxyRequest::encodesBody()
     QCOMPARE(QJsonDocument::fromJson(encoded)[QLatin1String("prompt")].toString(), prompt);
 }
 
-void TestProxyRequest::refusesImageThatIsNotBase64()
+void TestProxyRequest::rejectsImageThatIsNotBase64()
 {
     QueryRecorder recorder(m_service->query(
         {QStringLiteral("Hi"), QByteArray("\",\"model\":\"x"), {}, QStringLiteral("t")}));
@@ -90,7 +90,7 @@ void TestProxyRequest::refusesImageThatIsNotBase64()
     QCOMPARE(m_log->lines, QStringList());
 }
 
-void TestProxyRequest::sendsTheRequestAsGiven()
+void TestProxyRequest::sendsRequest()
 {
     m_server->answerWith(ScriptedHttpServer::streamHeader() + doneLine, Ending::Close);
     QueryRecorder recorder(m_service->query({QStringLiteral("Wh\u00e4t?"), QByteArray("AAAA"),
@@ -98,11 +98,11 @@ void TestProxyRequest::sendsTheRequestAsGiven()
     QVERIFY(recorder.waitForOutcome());
     const auto &request = m_server->requests().constFirst();
     QCOMPARE(request.startLine(), "POST /api/proxy/query HTTP/1.1");
-    QList<QByteArray> ours = request.headerNames();
-    ours.removeIf([](const QByteArray &name) {
+    QList<QByteArray> names = request.headerNames();
+    names.removeIf([](const QByteArray &name) {
         return name != "Content-Type" && name != "Authorization" && name != "X-App-Version";
     });
-    QCOMPARE(ours, (QList<QByteArray>{"Content-Type", "Authorization", "X-App-Version"}));
+    QCOMPARE(names, (QList<QByteArray>{"Content-Type", "Authorization", "X-App-Version"}));
     QCOMPARE(request.header("Content-Type"), "application/json");
     QCOMPARE(request.header("Authorization"), "Bearer token-1");
     QCOMPARE(request.header("X-App-Version"), "1.0.0");
@@ -110,7 +110,7 @@ void TestProxyRequest::sendsTheRequestAsGiven()
              "{\"prompt\":\"Wh\xc3\xa4t?\",\"imageBase64\":\"AAAA\",\"model\":\"m1\"}");
 }
 
-void TestProxyRequest::sendsLargeBodiesWhole()
+void TestProxyRequest::sendsLargeBody()
 {
     m_server->answerWith(ScriptedHttpServer::streamHeader() + doneLine, Ending::Close);
     QByteArray image(6'000'000, 'A');
@@ -140,7 +140,7 @@ void TestProxyRequest::sendsNoCookies()
     QCOMPARE(m_network->cookieJar()->cookiesForUrl(QUrl(m_server->baseUrl())).size(), 1);
 }
 
-void TestProxyRequest::refusesTokenWithLineBreak()
+void TestProxyRequest::rejectsTokenWithLineBreak()
 {
     QueryRecorder recorder(
         m_service->query({QStringLiteral("Hi"), {}, {}, QStringLiteral("t\r\nX-Evil: 1")}));
@@ -163,25 +163,25 @@ void TestProxyRequest::telemetryRequest()
     QTRY_COMPARE(m_server->requests().size(), 1);
     const auto &request = m_server->requests().constFirst();
     QCOMPARE(request.startLine(), "POST /api/telemetry/query HTTP/1.1");
-    QList<QByteArray> ours = request.headerNames();
-    ours.removeIf([](const QByteArray &name) {
+    QList<QByteArray> names = request.headerNames();
+    names.removeIf([](const QByteArray &name) {
         return name != "Content-Type" && name != "Authorization" && name != "X-App-Version";
     });
-    QCOMPARE(ours, (QList<QByteArray>{"Content-Type", "Authorization", "X-App-Version"}));
+    QCOMPARE(names, (QList<QByteArray>{"Content-Type", "Authorization", "X-App-Version"}));
     QCOMPARE(request.header("Content-Type"), "application/json");
     QCOMPARE(request.header("Authorization"), "Bearer token-1");
     QCOMPARE(request.header("X-App-Version"), "1.0.0");
     QCOMPARE(QJsonDocument::fromJson(request.body()).object(), record);
 }
 
-void TestProxyRequest::telemetryIgnoresTheStatus_data()
+void TestProxyRequest::telemetryIgnoresStatus_data()
 {
     QTest::addColumn<int>("status");
     for (const int status : {200, 202, 302, 401, 404, 429, 500})
         QTest::addRow("%d", status) << status;
 }
 
-void TestProxyRequest::telemetryIgnoresTheStatus()
+void TestProxyRequest::telemetryIgnoresStatus()
 {
     QFETCH(int, status);
     m_server->answerWith(ScriptedHttpServer::answer(status, "body"), Ending::KeepOpen);
@@ -191,7 +191,7 @@ void TestProxyRequest::telemetryIgnoresTheStatus()
     QCOMPARE(m_server->requests().size(), 1);
 }
 
-void TestProxyRequest::telemetryHasAConnectionOfItsOwn()
+void TestProxyRequest::telemetryUsesSeparateConnection()
 {
     m_server->answerWith(ScriptedHttpServer::answer(200, "body"), Ending::KeepOpen);
     m_service->sendTelemetry(QStringLiteral("t"), {});
@@ -203,7 +203,7 @@ void TestProxyRequest::telemetryHasAConnectionOfItsOwn()
 
 void TestProxyRequest::telemetryFailureIsLogged()
 {
-    ProxyQueryService(*m_network, BackendEndpoints(deadUrl()))
+    ProxyQueryService(*m_network, BackendEndpoints(unreachableUrl()))
         .sendTelemetry(QStringLiteral("t"), {});
     const QStringList expected{
         QStringLiteral("[OverlayWindowController] Telemetry send failed (non-fatal): "
@@ -221,7 +221,7 @@ void TestProxyRequest::telemetryTimesOut()
     QTRY_COMPARE(m_log->lines, expected);
 }
 
-void TestProxyRequest::telemetryRefusesTokenWithLineBreak()
+void TestProxyRequest::telemetryRejectsTokenWithLineBreak()
 {
     m_service->sendTelemetry(QStringLiteral("t\nX: y"), {});
     QCOMPARE(m_log->lines, QStringList{QStringLiteral(
@@ -230,7 +230,7 @@ void TestProxyRequest::telemetryRefusesTokenWithLineBreak()
     QCOMPARE(m_server->connectionCount(), 0);
 }
 
-void TestProxyRequest::telemetryAnswerIsBounded()
+void TestProxyRequest::oversizedTelemetryResponseIsAborted()
 {
     m_server->answerWith("HTTP/1.1 200 OK\r\n\r\n" + QByteArray(300'000, 'x'), Ending::KeepOpen);
     m_service->sendTelemetry(QStringLiteral("t"), {});

@@ -21,12 +21,12 @@ QStringList responses(const CaptureSession &session)
 
 } // namespace
 
-/// A second action, another thread or a failure while an answer is under way.
+/// Further actions, other threads and failures while an answer is streaming.
 class TestQueryConcurrency : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void aNoteKeepsTheAnswerUnderWayOnShow()
+    void noteDoesNotInterruptStreaming()
     {
         Fixture f;
         f.captureAndSend("shot");
@@ -49,7 +49,7 @@ private Q_SLOTS:
         QCOMPARE(responses(shown), QStringList{"server prompt=half an answer"});
     }
 
-    void answersOfADeletedThreadAreGivenUp()
+    void discardAnswersCancelsQueriesOfDeletedThread()
     {
         Fixture f;
         f.settings.setKeepAIHistoryEnabled(true);
@@ -75,7 +75,7 @@ private Q_SLOTS:
         QVERIFY(!f.saver.saved.contains(doomedThread));
     }
 
-    void theOlderAnswerReturnsWhenTheNewerIsDone()
+    void olderAnswerIsShownAfterNewerFinishes()
     {
         Fixture f;
         f.orchestrator.sendPromptOnly("one");
@@ -101,7 +101,7 @@ private Q_SLOTS:
         QCOMPARE(responses(f.display.rendered.last()), (QStringList{"two=c", "one=abd"}));
     }
 
-    void theOlderAnswerShowsAboveTheNewerOne()
+    void olderAnswerFinishesAboveNewer()
     {
         Fixture f;
         f.orchestrator.sendPromptOnly("one");
@@ -116,7 +116,7 @@ private Q_SLOTS:
         QCOMPARE(f.display.streamed, "newer");
     }
 
-    void stopEndsTheNewestOnly()
+    void stopCancelsNewestOnly()
     {
         Fixture f;
         f.orchestrator.sendPromptOnly("one");
@@ -133,7 +133,7 @@ private Q_SLOTS:
         QCOMPARE(responses(*f.threads.currentSession()), QStringList{"one=older"});
     }
 
-    void captureAndSendWhileAnswering()
+    void captureAndSendWhileStreaming()
     {
         Fixture f;
         f.orchestrator.sendPromptOnly("one");
@@ -141,7 +141,7 @@ private Q_SLOTS:
         f.captureAndSend("second shot");
         QCOMPARE(f.service.requests.size(), 2);
         QCOMPARE(f.service.requests.last().imageBase64, QByteArray("second shot").toBase64());
-        // The unfinished answer is no context of the next question.
+        // The unfinished answer is not part of the next prompt's context.
         QCOMPARE(f.service.requests.last().prompt, "server prompt");
         f.service.transfers.at(0)->finish(done());
         f.service.transfers.at(1)->answer("b");
@@ -150,7 +150,7 @@ private Q_SLOTS:
         QCOMPARE(f.threads.currentSession()->screenshots.size(), 1);
     }
 
-    void aNewThreadIsQuietWhileTheOldOneAnswers()
+    void answerOfOldThreadIsNotShownInNewThread()
     {
         Fixture f;
         f.settings.setKeepAIHistoryEnabled(true);
@@ -172,7 +172,7 @@ private Q_SLOTS:
         QCOMPARE(f.service.telemetry.size(), 1);
     }
 
-    void answersOfTwoThreadsJoinTheirOwn()
+    void concurrentAnswersAreAddedToTheirThreads()
     {
         Fixture f;
         f.settings.setKeepAIHistoryEnabled(true);
@@ -192,7 +192,7 @@ private Q_SLOTS:
         QCOMPARE(responses(f.saver.saved.value(second)), QStringList{"two=b"});
     }
 
-    void aThreadThatIsNotKeptTakesItsAnswerAlong()
+    void answerOfUnsavedThreadIsDiscarded()
     {
         Fixture f;
         f.orchestrator.sendPromptOnly("one");
@@ -203,7 +203,7 @@ private Q_SLOTS:
         QVERIFY(f.threads.currentSession()->turns.isEmpty());
     }
 
-    void failureOfTheNewerShowsItsPageUntilTheOlderIsDone()
+    void newerFailureShowsErrorPageUntilOlderFinishes()
     {
         Fixture f;
         f.orchestrator.sendPromptOnly("one");
@@ -222,7 +222,7 @@ private Q_SLOTS:
         QCOMPARE(responses(f.display.rendered.last()), QStringList{"one=ab"});
     }
 
-    void failureOfTheOlderLeavesTheNewerRunning()
+    void olderFailureDoesNotInterruptNewer()
     {
         Fixture f;
         QSignalSpy lost(&f.orchestrator, &QueryOrchestrator::answerLost);
@@ -242,7 +242,7 @@ private Q_SLOTS:
         QCOMPARE(responses(f.display.rendered.last()), QStringList{"two=bc"});
     }
 
-    void whatArrivedOfTheOlderJoinsThePageOfTheNewer()
+    void partialOlderAnswerIsShownAboveNewer()
     {
         Fixture f;
         f.orchestrator.sendPromptOnly("one");
@@ -256,7 +256,7 @@ private Q_SLOTS:
         QCOMPARE(f.display.streamed, "b");
     }
 
-    void anErrorOfAnotherThreadLeavesThePageAlone()
+    void errorInOtherThreadKeepsPage()
     {
         Fixture f;
         QSignalSpy lost(&f.orchestrator, &QueryOrchestrator::answerLost);
@@ -275,11 +275,11 @@ private Q_SLOTS:
         QCOMPARE(lost.size(), 1);
         QCOMPARE(lost.first().first(), "Proxy request failed: HTTP 502");
         QVERIFY(f.log.contains(prefix + "ERROR: Proxy HTTP 502"));
-        // The thread has it when it is opened.
+        // The partial answer is saved in its thread.
         QCOMPARE(responses(f.saver.saved.value(old)), QStringList{"one=half"});
     }
 
-    void anotherAnswerThatCrossesTheCapTakesThePageOnly()
+    void outOfCreditsPageDoesNotCancelRunningAnswer()
     {
         Fixture f;
         f.orchestrator.sendPromptOnly("one");
@@ -293,7 +293,7 @@ private Q_SLOTS:
         f.service.transfers.at(1)->answer("c");
         QCOMPARE(f.display.streamed, "");
         QCOMPARE(f.orchestrator.activity(), Activity::Streaming);
-        // The way back shows all of it and goes on from there.
+        // Showing the thread again resumes the stream with the complete text.
         f.orchestrator.showCurrentThread();
         QCOMPARE(f.display.calls.last(), "resumeStream");
         QCOMPARE(f.display.streamed, "bc");
@@ -303,7 +303,7 @@ private Q_SLOTS:
         QCOMPARE(responses(f.display.rendered.last()), (QStringList{"one=", "two=bcd"}));
     }
 
-    void aPageThatTakesThePlaceOfTheThreadGetsNothingOfTheAnswer()
+    void chunksAreNotRenderedAfterLeavePage()
     {
         Fixture f;
         f.orchestrator.sendPromptOnly("one");
@@ -316,7 +316,7 @@ private Q_SLOTS:
         QCOMPARE(responses(f.display.rendered.last()), QStringList{"one=ab"});
     }
 
-    void aLimitOnTheNewerBringsTheOlderBack()
+    void rateLimitOnNewerResumesOlder()
     {
         Fixture f;
         f.orchestrator.sendPromptOnly("one");
@@ -328,7 +328,7 @@ private Q_SLOTS:
         QCOMPARE(f.display.streamed, "a");
     }
 
-    void aCaptureErrorDoesNotDisturbTheAnswer()
+    void captureErrorDoesNotInterruptAnswer()
     {
         Fixture f;
         f.orchestrator.sendPromptOnly("one");
@@ -340,7 +340,7 @@ private Q_SLOTS:
         QCOMPARE(responses(f.display.rendered.last()), QStringList{"one=ab"});
     }
 
-    void oneThreadPerSendWaitsForItsLastAnswer()
+    void threadPerSendWaitsForLastAnswer()
     {
         Fixture f;
         f.settings.setStartNewThreadPerSendEnabled(true);
@@ -357,7 +357,7 @@ private Q_SLOTS:
         QVERIFY(f.threads.currentSession()->id != first);
     }
 
-    void aNextQuestionThatIsBeingTypedStays()
+    void newlyTypedPromptIsNotCleared()
     {
         Fixture f;
         f.defaults.setString("userPrompt", "one");
@@ -370,7 +370,7 @@ private Q_SLOTS:
         QCOMPARE(f.defaults.stringValue("userPrompt"), "two");
     }
 
-    void theBoxEmptiesAlsoWhenNothingWasEverTyped()
+    void promptIsClearedIfNeverSet()
     {
         Fixture f;
         QVERIFY(!f.defaults.stringValue("userPrompt"));
@@ -379,7 +379,7 @@ private Q_SLOTS:
         QCOMPARE(f.defaults.stringValue("userPrompt"), "");
     }
 
-    void aScreenshotStagedWhileAnsweringIsKeptForTheNextQuestion()
+    void screenshotStagedWhileStreamingIsSentNext()
     {
         Fixture f;
         f.orchestrator.sendPromptOnly("one");
@@ -393,7 +393,7 @@ private Q_SLOTS:
         QVERIFY(!f.threads.hasAttachedScreenshot());
     }
 
-    void aThreadThatIsOpenedAgainShowsItsAnswer()
+    void reopenedThreadResumesStreaming()
     {
         Fixture f;
         f.settings.setKeepAIHistoryEnabled(true);

@@ -1,4 +1,4 @@
-// Which screenshot goes with which question, and which thread is on show and on disk.
+// Tests which screenshot is sent with which prompt, and which thread is shown and saved.
 
 #include "KeepingFixture.h"
 #include "support/TestProgram.h"
@@ -17,7 +17,7 @@ class TestQueryKeeping : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void removedScreenshotIsNoPartOfTheQuestion()
+    void removedScreenshotIsNotSent()
     {
         Fixture k;
         k.f.settings.setKeepAIHistoryEnabled(true);
@@ -28,7 +28,7 @@ private Q_SLOTS:
         verifyTurns(k, {"text"});
     }
 
-    void screenshotOfAFailedQuestionIsNotTheNextOnes()
+    void screenshotOfFailedQueryIsNotReused()
     {
         Fixture k;
         k.f.settings.setKeepAIHistoryEnabled(true);
@@ -38,7 +38,7 @@ private Q_SLOTS:
         verifyTurns(k, {"text"});
     }
 
-    void screenshotStagedWhileAnsweringGoesWithTheNextQuestion()
+    void screenshotStagedWhileStreamingIsSentWithNextPrompt()
     {
         Fixture k;
         k.f.settings.setKeepAIHistoryEnabled(true);
@@ -51,7 +51,7 @@ private Q_SLOTS:
         verifyTurns(k, {"one", "two<staged"});
     }
 
-    void equalScreenshotsAreTwo()
+    void identicalScreenshotsGetDistinctIndexes()
     {
         Fixture k;
         k.f.settings.setKeepAIHistoryEnabled(true);
@@ -74,7 +74,7 @@ private Q_SLOTS:
         verifyTurns(k, {"server prompt<sent"});
     }
 
-    void answerOfAnEndedThreadKeepsItsScreenshot()
+    void answerOfEndedThreadKeepsItsScreenshot()
     {
         Fixture k;
         k.f.settings.setKeepAIHistoryEnabled(true);
@@ -85,7 +85,7 @@ private Q_SLOTS:
         QCOMPARE(k.stored(id), "server prompt<sent | sent |");
     }
 
-    void questionOutBeforeSavingIsStoredWithItsScreenshot()
+    void querySentBeforeEnablingHistoryIsSavedWithScreenshot()
     {
         Fixture k;
         k.f.captureAndSend("sent");
@@ -94,7 +94,7 @@ private Q_SLOTS:
         QCOMPARE(k.stored(k.current().id), "server prompt<sent | sent |");
     }
 
-    void screenshotOfAThreadThatIsOpenedAgainComesWithItsAnswer()
+    void lateAnswerRestoresScreenshotOfReopenedThread()
     {
         Fixture k;
         k.f.captureAndSend("sent");
@@ -108,13 +108,13 @@ private Q_SLOTS:
         first->answer("r");
         first->finish(done());
         QCOMPARE(k.stored(id), "two server prompt<sent | sent |");
-        // It has its old number.
+        // It keeps its index.
         k.capture("staged");
         QCOMPARE(k.current().screenshots.constFirst().index, 0);
         QCOMPARE(k.current().screenshots.constLast().index, 1);
     }
 
-    void droppedScreenshotDoesNotBeginTheKeeping()
+    void unstagedScreenshotIsNotSaved()
     {
         Fixture k;
         k.f.settings.setKeepAIHistoryEnabled(true);
@@ -124,21 +124,21 @@ private Q_SLOTS:
         QCOMPARE(k.stored(k.current().id), "server prompt<sent | sent |");
     }
 
-    void oneThreadPerSendKeepsTheThreadOnShow()
+    void threadPerSendKeepsThreadCurrentUntilNextSend()
     {
         Fixture k;
         k.f.settings.setKeepAIHistoryEnabled(true);
         k.f.settings.setStartNewThreadPerSendEnabled(true);
         k.ask("one");
         const QUuid first = k.current().id;
-        // Notes are made and deleted in it.
+        // Notes can be added to it and deleted.
         k.f.orchestrator.addNote("note");
         QCOMPARE(k.current().id, first);
         QCOMPARE(k.f.display.rendered.last().turns.size(), 1);
         QCOMPARE(k.stored(first), "one | | note");
         QVERIFY(k.f.threads.removeNote(k.current().notes.first().id));
         QCOMPARE(k.stored(first), "one | |");
-        // The next question knows nothing of it.
+        // The next prompt is sent without its context.
         k.ask("two");
         QVERIFY(k.current().id != first);
         QCOMPARE(k.f.service.requests.last().prompt, "two");
@@ -146,13 +146,13 @@ private Q_SLOTS:
         QCOMPARE(k.stored(k.current().id), "two | |");
     }
 
-    void oneThreadPerSendTakesTheStagedScreenshotAlong_data()
+    void threadPerSendMovesStagedScreenshot_data()
     {
         QTest::addColumn<bool>("whileAnswering");
         QTest::newRow("staged while the answer streams") << true;
         QTest::newRow("staged after the answer") << false;
     }
-    void oneThreadPerSendTakesTheStagedScreenshotAlong()
+    void threadPerSendMovesStagedScreenshot()
     {
         QFETCH(bool, whileAnswering);
         Fixture k;
@@ -177,7 +177,7 @@ private Q_SLOTS:
         QCOMPARE(k.stored(k.current().id), "two<staged | staged |");
     }
 
-    void oneThreadPerSendLeavesAnUnsentScreenshotWhereItIs()
+    void captureAndSendLeavesStagedScreenshotInOldThread()
     {
         Fixture k;
         k.f.settings.setKeepAIHistoryEnabled(true);
@@ -191,7 +191,7 @@ private Q_SLOTS:
         QCOMPARE(k.stored(k.current().id), "server prompt<fresh | fresh |");
     }
 
-    void theThreadStaysWhenNothingGoesOut()
+    void threadPerSendKeepsThreadIfNothingIsSent()
     {
         Fixture k;
         k.f.settings.setStartNewThreadPerSendEnabled(true);
@@ -206,7 +206,7 @@ private Q_SLOTS:
         QCOMPARE(k.current().id, first);
     }
 
-    void threadGoesOnWhenItIsChosenInHistory()
+    void reopenedThreadContinues()
     {
         Fixture k;
         k.f.settings.setKeepAIHistoryEnabled(true);
@@ -222,7 +222,7 @@ private Q_SLOTS:
         QCOMPARE(k.stored(first), "one two four | |");
     }
 
-    void threadGoesOnWhenTheSettingIsTakenBack()
+    void disablingThreadPerSendContinuesThread()
     {
         Fixture k;
         k.f.settings.setStartNewThreadPerSendEnabled(true);
@@ -230,7 +230,7 @@ private Q_SLOTS:
         k.f.settings.setStartNewThreadPerSendEnabled(false);
         k.ask("two");
         QCOMPARE(k.current().turns.size(), 2);
-        // Switched on again, it ends after the answer to the next question.
+        // Enabled again, the thread ends after the next answer.
         k.f.settings.setStartNewThreadPerSendEnabled(true);
         k.ask("three");
         QCOMPARE(k.current().turns.size(), 3);
@@ -238,7 +238,7 @@ private Q_SLOTS:
         QCOMPARE(k.current().turns.size(), 1);
     }
 
-    void threadWithoutAnAnswerTakesTheNextQuestion()
+    void threadWithoutAnswerIsReused()
     {
         Fixture k;
         k.f.settings.setStartNewThreadPerSendEnabled(true);
@@ -249,7 +249,7 @@ private Q_SLOTS:
         QCOMPARE(k.current().id, first);
     }
 
-    void numbersOfRemovedScreenshotsStayTakenAfterReopening()
+    void indexesOfRemovedScreenshotsAreNotReused()
     {
         Fixture k;
         k.f.settings.setKeepAIHistoryEnabled(true);
@@ -265,7 +265,7 @@ private Q_SLOTS:
     }
 
 private:
-    /// In the thread on show and, opened again, in the stored one.
+    /// Compares the turns of the current thread, in memory and after reloading it.
     static void verifyTurns(Fixture &k, const QStringList &expected)
     {
         const QUuid id = k.current().id;

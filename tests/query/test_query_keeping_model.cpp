@@ -1,5 +1,5 @@
-// Random sequences of the user's actions over a real store, compared after each one with a plain
-// model in which every screenshot, note and turn knows for itself whether it is kept.
+// Model-based test: applies random user actions to the query flow with a real store and to a simple
+// model that tracks whether each screenshot, note and turn is saved, and compares both after each.
 
 #include "KeepingFixture.h"
 #include "support/TestProgram.h"
@@ -16,8 +16,8 @@ namespace {
 struct Item
 {
     QString text;
-    bool isKept = false;
-    /// Of a turn: what went with its question.
+    bool isSaved = false;
+    /// Of a turn: the screenshot sent with it.
     QString screenshot = {};
 };
 
@@ -26,71 +26,72 @@ struct ModelThread
     QList<Item> screenshots;
     QList<Item> turns;
     QList<Item> notes;
-    bool keepsTurns = false;
-    bool keepsScreenshots = false;
-    bool isFromDisk = false;
-    /// The next question begins another thread.
-    bool hasItsAnswer = false;
+    bool savesTurns = false;
+    bool savesScreenshots = false;
+    bool isLoadedFromDisk = false;
+    /// The next send starts a new thread.
+    bool endsAtNextSend = false;
 
-    static void keepAll(QList<Item> &items)
+    static void saveAll(QList<Item> &items)
     {
         for (Item &item : items)
-            item.isKept = true;
+            item.isSaved = true;
     }
-    static void keep(QList<Item> &items, const QString &text)
+    static void save(QList<Item> &items, const QString &text)
     {
         for (Item &item : items)
-            item.isKept = item.isKept || item.text == text;
+            item.isSaved = item.isSaved || item.text == text;
     }
-    void beginKeepingTurns(const QString &staged)
+    void startSavingTurns(const QString &staged)
     {
-        if (std::exchange(keepsTurns, true))
+        if (std::exchange(savesTurns, true))
             return;
-        keep(screenshots, staged);
-        if (isFromDisk) {
-            keepAll(screenshots);
-            keepAll(turns);
+        save(screenshots, staged);
+        if (isLoadedFromDisk) {
+            saveAll(screenshots);
+            saveAll(turns);
         }
     }
     void addScreenshot(const QString &text)
     {
-        screenshots.append({text, keepsTurns || keepsScreenshots});
+        screenshots.append({text, savesTurns || savesScreenshots});
     }
     void addNote(const QString &text)
     {
-        keepsScreenshots = true;
-        keepAll(screenshots);
+        savesScreenshots = true;
+        saveAll(screenshots);
         notes.append({text, true});
     }
     void addTurn(const QString &text, const QString &screenshot)
     {
-        // Opened again in between, the thread may have lost it.
-        const bool isThere = std::any_of(screenshots.cbegin(), screenshots.cend(),
-                                         [&](const Item &item) { return item.text == screenshot; });
-        if (!screenshot.isEmpty() && !isThere)
+        // Reopening the thread in the meantime may have dropped it.
+        const bool isPresent =
+            std::any_of(screenshots.cbegin(), screenshots.cend(),
+                        [&](const Item &item) { return item.text == screenshot; });
+        if (!screenshot.isEmpty() && !isPresent)
             addScreenshot(screenshot);
-        turns.append({text, keepsTurns, screenshot});
-        if (keepsTurns)
-            keep(screenshots, screenshot);
+        turns.append({text, savesTurns, screenshot});
+        if (savesTurns)
+            save(screenshots, screenshot);
     }
-    void reload(bool keeps)
+    void reload(bool saves)
     {
         for (QList<Item> *items : {&screenshots, &turns, &notes})
-            items->removeIf([](const Item &item) { return !item.isKept; });
-        keepsTurns = keeps;
-        keepsScreenshots = false;
-        isFromDisk = true;
-        hasItsAnswer = false;
+            items->removeIf([](const Item &item) { return !item.isSaved; });
+        savesTurns = saves;
+        savesScreenshots = false;
+        isLoadedFromDisk = true;
+        endsAtNextSend = false;
     }
 
-    /// In the form of KeepingFixture::text(); empty when nothing is kept.
+    /// The saved part in the format of KeepingFixture::text(); empty if nothing is saved.
     QString stored() const
     {
         QStringList words;
         qsizetype count = 0;
         for (const QList<Item> *items : {&turns, &screenshots, &notes}) {
             for (const Item &item : *items) {
-                if (!item.isKept)
+                if (!item.isSaved)
                     continue;
                 ++count;
                 words << (item.screenshot.isEmpty() ? item.text
@@ -103,8 +104,8 @@ struct ModelThread
     }
 };
 
-/// A question that waits for its answer.
-struct Asked
+/// A query without an answer yet.
+struct PendingQuery
 {
     QUuid thread;
     QString prompt;
@@ -112,162 +113,180 @@ struct Asked
     QPointer<FakeTransfer> transfer;
 };
 
-/// The program and the model of it, side by side.
-class Pair
+/// Applies the same actions to the program and to the model.
+class Simulation
 {
 public:
-    explicit Pair(quint32 seed) : m_random(seed) {}
+    explicit Simulation(quint32 seed) : m_random(seed) {}
 
-    QStringList history;
+    QStringList actions;
 
-    void act()
+    void performRandomAction()
     {
-        m_k.f.now = m_k.f.now.addSecs(1);
-        using Action = void (Pair::*)();
-        // Some come more often than others.
-        static constexpr Action actions[] = {
-            &Pair::captureOnly,  &Pair::captureOnly,   &Pair::captureAndSend, &Pair::captureAndSend,
-            &Pair::send,         &Pair::send,          &Pair::send,           &Pair::answer,
-            &Pair::answer,       &Pair::answer,        &Pair::answer,         &Pair::fail,
-            &Pair::stop,         &Pair::addNote,       &Pair::deleteNote,     &Pair::deleteNote,
-            &Pair::toggleSaving, &Pair::togglePerSend, &Pair::startNewThread, &Pair::open,
-            &Pair::open,         &Pair::deleteThread,  &Pair::dropStaged};
-        (this->*actions[m_random.bounded(int(std::size(actions)))])();
+        m_fixture.f.now = m_fixture.f.now.addSecs(1);
+        using Action = void (Simulation::*)();
+        // Repeated entries are more frequent.
+        static constexpr Action actionTable[] = {&Simulation::captureOnly,
+                                                 &Simulation::captureOnly,
+                                                 &Simulation::captureAndSend,
+                                                 &Simulation::captureAndSend,
+                                                 &Simulation::send,
+                                                 &Simulation::send,
+                                                 &Simulation::send,
+                                                 &Simulation::answer,
+                                                 &Simulation::answer,
+                                                 &Simulation::answer,
+                                                 &Simulation::answer,
+                                                 &Simulation::fail,
+                                                 &Simulation::stop,
+                                                 &Simulation::addNote,
+                                                 &Simulation::deleteNote,
+                                                 &Simulation::deleteNote,
+                                                 &Simulation::toggleHistory,
+                                                 &Simulation::toggleThreadPerSend,
+                                                 &Simulation::startNewThread,
+                                                 &Simulation::open,
+                                                 &Simulation::open,
+                                                 &Simulation::deleteThread,
+                                                 &Simulation::removeAttachment};
+        (this->*actionTable[m_random.bounded(int(std::size(actionTable)))])();
     }
 
-    /// Where the program and the model differ; empty when they agree.
+    /// Describes how the program and the model differ; empty if they agree.
     QString difference()
     {
         QStringList problems;
-        const auto ids = *m_k.disk.store.list();
+        const auto ids = *m_fixture.disk.store.list();
         for (auto it = m_threads.cbegin(); it != m_threads.cend(); ++it) {
             const QString expected = it->stored();
-            const QString found = m_k.stored(it.key());
+            const QString found = m_fixture.stored(it.key());
             if (found != expected || ids.contains(it.key()) == expected.isEmpty())
                 problems << "on disk: " + found + "\n  expected: " + expected;
         }
         for (const QUuid &id : ids) {
             if (!m_threads.contains(id))
-                problems << "a thread that should not be there: " + m_k.stored(id);
+                problems << "unexpected thread: " + m_fixture.stored(id);
             else
-                checkNumbers(*m_k.disk.store.load(id), problems);
+                checkIndexes(*m_fixture.disk.store.load(id), problems);
         }
-        const auto &current = m_k.f.threads.currentSession();
+        const auto &current = m_fixture.f.threads.currentSession();
         if (current) {
-            checkNumbers(*current, problems);
+            checkIndexes(*current, problems);
             const ModelThread &model = m_threads[current->id];
             if (current->screenshots.size() != model.screenshots.size() ||
                 current->turns.size() != model.turns.size() ||
                 current->notes.size() != model.notes.size())
-                problems << "in memory: " + m_k.text(*current);
+                problems << "in memory: " + m_fixture.text(*current);
         }
-        if (m_k.f.threads.hasAttachedScreenshot() == m_staged.isEmpty())
-            problems << "the attachment";
+        if (m_fixture.f.threads.hasAttachedScreenshot() == m_staged.isEmpty())
+            problems << "attachment";
         return problems.join('\n');
     }
 
 private:
-    /// A number names the same picture as long as the program runs.
-    void checkNumbers(const CaptureSession &session, QStringList &problems)
+    /// Verifies that an index always refers to the same image.
+    void checkIndexes(const CaptureSession &session, QStringList &problems)
     {
         for (const auto &screenshot : session.screenshots) {
             const auto key = std::pair(session.id, screenshot.index);
-            if (m_numbers.value(key, screenshot.imageData) != screenshot.imageData)
-                problems << QStringLiteral("number %1 was given twice").arg(screenshot.index);
-            m_numbers.insert(key, screenshot.imageData);
+            if (m_imagesByIndex.value(key, screenshot.imageData) != screenshot.imageData)
+                problems << QStringLiteral("index %1 was reused").arg(screenshot.index);
+            m_imagesByIndex.insert(key, screenshot.imageData);
         }
     }
 
     QString label(const char *kind) { return QLatin1String(kind) + QString::number(++m_labels); }
-    ModelThread &current() { return m_threads[m_k.current().id]; }
-    bool hasCurrent() const { return m_k.f.threads.currentSession().has_value(); }
+    ModelThread &current() { return m_threads[m_fixture.current().id]; }
+    bool hasCurrent() const { return m_fixture.f.threads.currentSession().has_value(); }
 
     void captureOnly()
     {
         const QString text = label("s");
-        history << "capture " + text;
-        m_k.capture(text.toLatin1());
+        actions << "capture " + text;
+        m_fixture.capture(text.toLatin1());
         current().addScreenshot(text);
         m_staged = text;
     }
 
-    void beforeQuestion()
+    void beforeSend()
     {
         if (!hasCurrent())
             return;
         ModelThread &thread = current();
-        m_moves = std::exchange(thread.hasItsAnswer, false) && m_perSend;
-        if (m_moves && !m_staged.isEmpty())
+        m_startsNewThread = std::exchange(thread.endsAtNextSend, false) && m_isThreadPerSendEnabled;
+        if (m_startsNewThread && !m_staged.isEmpty())
             thread.screenshots.removeIf([this](const Item &item) { return item.text == m_staged; });
     }
-    void afterQuestion(const QString &prompt, const QString &screenshot)
+    void afterSend(const QString &prompt, const QString &screenshot)
     {
-        m_asked.append({m_k.current().id, prompt, screenshot, m_k.f.transfer()});
-        m_moves = false;
+        m_pendingQueries.append(
+            {m_fixture.current().id, prompt, screenshot, m_fixture.f.transfer()});
+        m_startsNewThread = false;
         m_staged.clear();
     }
     void captureAndSend()
     {
         const QString text = label("s");
         const QString prompt = label("q");
-        history << "capture and send " + prompt + ' ' + text;
+        actions << "capture and send " + prompt + ' ' + text;
         m_staged.clear();
-        beforeQuestion();
-        m_k.f.defaults.setString("userPrompt", prompt);
-        m_k.f.captureAndSend(text.toLatin1());
-        if (m_saves)
-            current().beginKeepingTurns({});
+        beforeSend();
+        m_fixture.f.defaults.setString("userPrompt", prompt);
+        m_fixture.f.captureAndSend(text.toLatin1());
+        if (m_isHistoryEnabled)
+            current().startSavingTurns({});
         current().addScreenshot(text);
-        afterQuestion(prompt, text);
+        afterSend(prompt, text);
     }
     void send()
     {
         const QString prompt = label("q");
-        history << "send " + prompt;
-        beforeQuestion();
-        m_k.f.orchestrator.sendPromptOnly(prompt);
-        if (m_moves && !m_staged.isEmpty())
+        actions << "send " + prompt;
+        beforeSend();
+        m_fixture.f.orchestrator.sendPromptOnly(prompt);
+        if (m_startsNewThread && !m_staged.isEmpty())
             current().addScreenshot(m_staged);
-        if (m_saves)
-            current().beginKeepingTurns(m_staged);
-        afterQuestion(prompt, m_staged);
+        if (m_isHistoryEnabled)
+            current().startSavingTurns(m_staged);
+        afterSend(prompt, m_staged);
     }
 
-    std::optional<Asked> takeAsked()
+    std::optional<PendingQuery> takePendingQuery()
     {
-        if (m_asked.isEmpty())
+        if (m_pendingQueries.isEmpty())
             return std::nullopt;
-        return m_asked.takeAt(m_random.bounded(int(m_asked.size())));
+        return m_pendingQueries.takeAt(m_random.bounded(int(m_pendingQueries.size())));
     }
     void answer()
     {
-        const auto asked = takeAsked();
-        if (!asked)
+        const auto query = takePendingQuery();
+        if (!query)
             return;
-        history << "answer " + asked->prompt;
-        asked->transfer->answer("r");
-        asked->transfer->finish(done());
-        m_threads[asked->thread].addTurn(asked->prompt, asked->screenshot);
-        const bool isLast = std::none_of(m_asked.cbegin(), m_asked.cend(), [&](const Asked &other) {
-            return other.thread == asked->thread;
-        });
-        if (hasCurrent() && m_k.current().id == asked->thread && isLast && m_perSend)
-            current().hasItsAnswer = true;
+        actions << "answer " + query->prompt;
+        query->transfer->answer("r");
+        query->transfer->finish(done());
+        m_threads[query->thread].addTurn(query->prompt, query->screenshot);
+        const bool isLast =
+            std::none_of(m_pendingQueries.cbegin(), m_pendingQueries.cend(),
+                         [&](const PendingQuery &other) { return other.thread == query->thread; });
+        if (hasCurrent() && m_fixture.current().id == query->thread && isLast &&
+            m_isThreadPerSendEnabled)
+            current().endsAtNextSend = true;
     }
     void fail()
     {
-        if (const auto asked = takeAsked()) {
-            history << "fail " + asked->prompt;
-            asked->transfer->finish(failure(QueryError::Kind::HttpError, {}, 500));
+        if (const auto query = takePendingQuery()) {
+            actions << "fail " + query->prompt;
+            query->transfer->finish(failure(QueryError::Kind::HttpError, {}, 500));
         }
     }
     void stop()
     {
-        history << "stop";
-        m_k.f.orchestrator.stop();
-        for (qsizetype i = m_asked.size() - 1; i >= 0; --i) {
-            if (hasCurrent() && m_asked.at(i).thread == m_k.current().id) {
-                m_asked.removeAt(i);
+        actions << "stop";
+        m_fixture.f.orchestrator.stop();
+        for (qsizetype i = m_pendingQueries.size() - 1; i >= 0; --i) {
+            if (hasCurrent() && m_pendingQueries.at(i).thread == m_fixture.current().id) {
+                m_pendingQueries.removeAt(i);
                 return;
             }
         }
@@ -276,8 +295,8 @@ private:
     void addNote()
     {
         const QString text = label("n");
-        history << "note " + text;
-        m_k.f.orchestrator.addNote(text);
+        actions << "note " + text;
+        m_fixture.f.orchestrator.addNote(text);
         current().addNote(text);
         m_staged.clear();
     }
@@ -286,83 +305,83 @@ private:
         if (!hasCurrent() || current().notes.isEmpty())
             return;
         const int position = m_random.bounded(int(current().notes.size()));
-        history << "delete " + current().notes.at(position).text;
-        m_k.f.threads.removeNote(m_k.current().notes.at(position).id);
+        actions << "delete " + current().notes.at(position).text;
+        m_fixture.f.threads.removeNote(m_fixture.current().notes.at(position).id);
         current().notes.removeAt(position);
     }
-    void toggleSaving()
+    void toggleHistory()
     {
-        m_saves = !m_saves;
-        history << (m_saves ? "saving on" : "saving off");
-        m_k.f.settings.setKeepAIHistoryEnabled(m_saves);
-        if (m_saves && hasCurrent())
-            current().beginKeepingTurns(m_staged);
+        m_isHistoryEnabled = !m_isHistoryEnabled;
+        actions << (m_isHistoryEnabled ? "saving on" : "saving off");
+        m_fixture.f.settings.setKeepAIHistoryEnabled(m_isHistoryEnabled);
+        if (m_isHistoryEnabled && hasCurrent())
+            current().startSavingTurns(m_staged);
     }
-    void togglePerSend()
+    void toggleThreadPerSend()
     {
-        m_perSend = !m_perSend;
-        history << (m_perSend ? "one thread per send" : "one thread for all");
-        m_k.f.settings.setStartNewThreadPerSendEnabled(m_perSend);
+        m_isThreadPerSendEnabled = !m_isThreadPerSendEnabled;
+        actions << (m_isThreadPerSendEnabled ? "one thread per send" : "one thread for all");
+        m_fixture.f.settings.setStartNewThreadPerSendEnabled(m_isThreadPerSendEnabled);
     }
     void startNewThread()
     {
-        history << "new thread";
-        m_k.f.threads.startNewThread();
+        actions << "new thread";
+        m_fixture.f.threads.startNewThread();
         m_staged.clear();
     }
-    std::optional<QUuid> anyStored()
+    std::optional<QUuid> randomStoredThread()
     {
-        const auto ids = *m_k.disk.store.list();
+        const auto ids = *m_fixture.disk.store.list();
         return ids.isEmpty() ? std::nullopt
                              : std::optional(ids.at(m_random.bounded(int(ids.size()))));
     }
     void open()
     {
-        const auto id = anyStored();
+        const auto id = randomStoredThread();
         if (!id)
             return;
-        history << "open " + m_k.stored(*id);
-        const bool isCurrent = hasCurrent() && m_k.current().id == *id;
-        m_k.open(*id);
+        actions << "open " + m_fixture.stored(*id);
+        const bool isCurrent = hasCurrent() && m_fixture.current().id == *id;
+        m_fixture.open(*id);
         if (isCurrent) {
-            current().hasItsAnswer = false;
+            current().endsAtNextSend = false;
         } else {
-            m_threads[*id].reload(m_saves);
+            m_threads[*id].reload(m_isHistoryEnabled);
             m_staged.clear();
         }
     }
     void deleteThread()
     {
-        const auto id = anyStored();
+        const auto id = randomStoredThread();
         if (!id)
             return;
-        history << "delete thread " + m_k.stored(*id);
-        m_k.f.orchestrator.discardAnswers(*id);
-        if (m_k.f.threads.forget(*id))
+        actions << "delete thread " + m_fixture.stored(*id);
+        m_fixture.f.orchestrator.discardAnswers(*id);
+        if (m_fixture.f.threads.forget(*id))
             m_staged.clear();
-        if (!m_k.disk.store.remove(*id))
+        if (!m_fixture.disk.store.remove(*id))
             qFatal("The thread could not be removed");
-        m_asked.removeIf([&](const Asked &asked) { return asked.thread == *id; });
+        m_pendingQueries.removeIf([&](const PendingQuery &query) { return query.thread == *id; });
         m_threads.remove(*id);
     }
-    void dropStaged()
+    void removeAttachment()
     {
-        history << "drop the attachment";
-        m_k.f.threads.clearStagedScreenshot();
+        actions << "drop the attachment";
+        m_fixture.f.threads.clearStagedScreenshot();
         m_staged.clear();
     }
 
-    KeepingFixture m_k;
+    KeepingFixture m_fixture;
     QRandomGenerator m_random;
     QMap<QUuid, ModelThread> m_threads;
-    QList<Asked> m_asked;
+    QList<PendingQuery> m_pendingQueries;
     QString m_staged;
-    QMap<std::pair<QUuid, qint64>, QByteArray> m_numbers;
+    QMap<std::pair<QUuid, qint64>, QByteArray> m_imagesByIndex;
     int m_labels = 0;
-    bool m_saves = false;
-    bool m_perSend = false;
-    /// The question that is going out begins a thread of its own.
-    bool m_moves = false;
+    bool m_isHistoryEnabled = false;
+    bool m_isThreadPerSendEnabled = false;
+    /// The query being sent starts a new thread.
+    bool m_startsNewThread = false;
 };
 
 } // namespace
@@ -371,18 +390,18 @@ class TestQueryKeepingModel : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void theDiskHoldsWhatTheModelKeeps()
+    void storedThreadsMatchModel()
     {
-        // A long run: QUELLORA_MODEL_SEEDS=2000
+        // For a longer run, set QUELLORA_MODEL_SEEDS, for example to 2000.
         const int seeds = qEnvironmentVariableIntValue("QUELLORA_MODEL_SEEDS");
         for (quint32 seed = 1; seed <= (seeds ? quint32(seeds) : 40u); ++seed) {
-            Pair pair(seed);
+            Simulation simulation(seed);
             for (int step = 0; step < 100; ++step) {
-                pair.act();
-                const QString difference = pair.difference();
+                simulation.performRandomAction();
+                const QString difference = simulation.difference();
                 QVERIFY2(difference.isEmpty(),
                          qPrintable(QStringLiteral("seed %1:\n").arg(seed) +
-                                    pair.history.join('\n') + "\n" + difference));
+                                    simulation.actions.join('\n') + "\n" + difference));
             }
         }
     }

@@ -18,14 +18,14 @@ class TestQueryOrchestrator : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void contextPromptOfAnEmptyThreadIsTheText()
+    void contextPromptOfEmptyThreadIsPlainText()
     {
         CaptureSession session = CaptureSession::create();
         session.addScreenshot("x", session.createdAt);
         QCOMPARE(contextAugmentedPrompt("Explain", session), "Explain");
     }
 
-    void contextPromptHoldsNotesAndTurns()
+    void contextPromptIncludesNotesAndTurns()
     {
         CaptureSession session = CaptureSession::create();
         session.addNote("use metric");
@@ -41,7 +41,7 @@ private Q_SLOTS:
                  "message:\nE");
     }
 
-    void captureAndSendGoesAllTheWay()
+    void captureAndSendRoundTrip()
     {
         Fixture f;
         f.model = "model-a";
@@ -104,7 +104,7 @@ private Q_SLOTS:
                                                            {"platform", "mac"}}));
     }
 
-    void emptyPromptBoxSendsTheDefaultText()
+    void emptyPromptSendsDefault()
     {
         Fixture f;
         f.captureAndSend();
@@ -115,7 +115,7 @@ private Q_SLOTS:
         QCOMPARE(f.threads.currentSession()->turns.first().prompt, "server prompt");
     }
 
-    void secondTurnCarriesTheContextButStoresOnlyItsText()
+    void secondTurnSendsContextAndStoresPlainPrompt()
     {
         Fixture f;
         f.captureAndSend();
@@ -130,7 +130,7 @@ private Q_SLOTS:
         QCOMPARE(f.threads.currentSession()->turns.at(1).prompt, "And?");
     }
 
-    void captureDropsAnEarlierStagedScreenshot()
+    void captureAndSendUnstagesEarlierScreenshot()
     {
         Fixture f;
         f.orchestrator.captureNoSend();
@@ -144,7 +144,7 @@ private Q_SLOTS:
         QCOMPARE(f.threads.currentSession()->screenshots.size(), 2);
     }
 
-    void stagedScreenshotGoesWithTheNextSendEvenWhenItFails()
+    void stagedScreenshotIsConsumedByFailedSend()
     {
         Fixture f;
         f.orchestrator.captureNoSend();
@@ -198,7 +198,7 @@ private Q_SLOTS:
         }
     }
 
-    void protectedContentShowsItsCard()
+    void protectedContentShowsCard()
     {
         for (const bool send : {true, false}) {
             Fixture f;
@@ -215,7 +215,7 @@ private Q_SLOTS:
         }
     }
 
-    void blockedActionsStopWithTheirLine()
+    void blockedActionsAreLogged()
     {
         Fixture f;
         AdminMessagePayload block;
@@ -229,12 +229,12 @@ private Q_SLOTS:
             (QStringList{prefix + QString::fromUtf8("Capture & Send blocked — isBlocked is true"),
                          prefix + QString::fromUtf8("Send blocked — isBlocked is true")}));
         QVERIFY(f.service.requests.isEmpty());
-        // Capturing needs no backend.
+        // Capturing without sending does not need the backend.
         f.orchestrator.captureNoSend();
         QVERIFY(f.orchestrator.isCapturing());
     }
 
-    void spentCreditsArePreBlocked()
+    void exhaustedCreditsPreBlockQueries()
     {
         Fixture f;
         f.messages.updateUsage(1000, 1000);
@@ -245,7 +245,7 @@ private Q_SLOTS:
         QCOMPARE(f.messages.currentAdminMessage()->id, "local_credits_exhausted");
     }
 
-    void withoutATokenThereIsAnErrorPage()
+    void missingTokenShowsErrorPage()
     {
         Fixture f;
         f.auth.clearSession();
@@ -270,9 +270,9 @@ private Q_SLOTS:
         QTest::newRow("network") << int(QueryError::Kind::NetworkError) << "refused"
                                  << "refused"
                                  << "Could not reach backend proxy: refused";
-        QTest::newRow("early end") << int(QueryError::Kind::StreamEndedUnexpectedly) << ""
-                                   << "Stream ended without a done event"
-                                   << "Stream ended unexpectedly";
+        QTest::newRow("unexpected end") << int(QueryError::Kind::StreamEndedUnexpectedly) << ""
+                                        << "Stream ended without a done event"
+                                        << "Stream ended unexpectedly";
         QTest::newRow("transport") << int(QueryError::Kind::Transport) << "reset"
                                    << "Unexpected query error: reset"
                                    << "reset";
@@ -302,7 +302,7 @@ private Q_SLOTS:
         QCOMPARE(f.orchestrator.activity(), QueryOrchestrator::Activity::Idle);
     }
 
-    void aFailureBeforeAnythingArrivedLeavesNoTurn()
+    void failureBeforeFirstChunkAddsNoTurn()
     {
         Fixture f;
         f.captureAndSend();
@@ -311,7 +311,7 @@ private Q_SLOTS:
         QVERIFY(f.threads.currentSession()->turns.isEmpty());
     }
 
-    void aRefusalInMidAnswerKeepsWhatArrived()
+    void rejectionMidStreamKeepsPartialAnswer()
     {
         for (const auto kind : {QueryError::Kind::RateLimited, QueryError::Kind::CapExceeded,
                                 QueryError::Kind::ServerMessage}) {
@@ -325,7 +325,7 @@ private Q_SLOTS:
         }
     }
 
-    void serviceStatesShowTheirCards()
+    void serviceErrorsShowCards()
     {
         Fixture f;
         f.captureAndSend();
@@ -346,7 +346,7 @@ private Q_SLOTS:
         QVERIFY(f.service.telemetry.isEmpty());
     }
 
-    void capExceededWithoutFigureKeepsTheUsage()
+    void capExceededWithoutRemainingKeepsUsage()
     {
         Fixture f;
         f.captureAndSend();
@@ -355,7 +355,7 @@ private Q_SLOTS:
         QVERIFY(f.messages.capExceeded());
     }
 
-    void refusalIsNeverShownVerbatim()
+    void serverMessageIsNotShownVerbatim()
     {
         Fixture f;
         f.captureAndSend();
@@ -364,7 +364,7 @@ private Q_SLOTS:
         QVERIFY(!f.display.pages.join("").contains("text of the server"));
     }
 
-    void oneThreadPerSendReleasesTheThread()
+    void threadPerSendStartsNewThreadAtNextSend()
     {
         Fixture f;
         f.settings.setStartNewThreadPerSendEnabled(true);
@@ -379,7 +379,7 @@ private Q_SLOTS:
         QCOMPARE(f.service.requests.last().prompt, "server prompt");
     }
 
-    void theAnswerThatSpendsTheLastCreditsIsKeptAndComesBack()
+    void answerExhaustingCreditsIsSavedAndCanBeReshown()
     {
         Fixture f;
         f.settings.setKeepAIHistoryEnabled(true);
@@ -395,7 +395,7 @@ private Q_SLOTS:
         QCOMPARE(f.display.rendered.last().turns.value(0).response, "worth it");
     }
 
-    void telemetryTellsOfAnAnswerOverTheCap()
+    void telemetryReportsOverCap()
     {
         Fixture f;
         f.orchestrator.sendPromptOnly("at the cap");
@@ -408,7 +408,7 @@ private Q_SLOTS:
         QCOMPARE(over.service.telemetry.last().value("tokens_remaining_after"), QJsonValue(-1));
     }
 
-    void promptCanBeKept()
+    void promptIsKeptIfConfigured()
     {
         Fixture f;
         f.settings.setDontClearPromptAfterSendEnabled(true);
@@ -418,7 +418,7 @@ private Q_SLOTS:
         QCOMPARE(f.defaults.stringValue("userPrompt"), "again");
     }
 
-    void answerWithoutChunksCountsItsEndAsFirstToken()
+    void emptyAnswerReportsCompletionAsFirstToken()
     {
         Fixture f;
         f.captureAndSend();
@@ -429,7 +429,7 @@ private Q_SLOTS:
         QCOMPARE(f.threads.currentSession()->turns.first().response, "");
     }
 
-    void stopKeepsWhatArrived()
+    void stopKeepsPartialAnswer()
     {
         Fixture f;
         f.defaults.setString("userPrompt", "p");
@@ -447,7 +447,7 @@ private Q_SLOTS:
         QCOMPARE(f.threads.currentSession()->turns.size(), 1);
     }
 
-    void stopBeforeAnythingArrivedKeepsThePrompt()
+    void stopBeforeFirstChunkKeepsPrompt()
     {
         Fixture f;
         f.defaults.setString("userPrompt", "p");
@@ -458,7 +458,7 @@ private Q_SLOTS:
         QCOMPARE(f.display.calls.last(), "renderThread");
     }
 
-    void stopGivesUpACapture()
+    void stopCancelsCapture()
     {
         Fixture f;
         f.orchestrator.triggerCaptureAndSend();
@@ -469,7 +469,7 @@ private Q_SLOTS:
         QVERIFY(!f.orchestrator.isCapturing());
         QCOMPARE(f.orchestrator.activity(), QueryOrchestrator::Activity::Stopped);
         QCOMPARE(f.log.lines, QStringList{prefix + "Capture given up by the user"});
-        // The picture that comes in late is nobody's.
+        // A late result is ignored.
         f.captureReturns(ScreenshotCapture::Result{"late", 99});
         QVERIFY(!f.threads.currentSession());
         QVERIFY(f.service.requests.isEmpty());
@@ -481,7 +481,7 @@ private Q_SLOTS:
         QCOMPARE(f.service.requests.first().imageBase64, QByteArray("next").toBase64());
     }
 
-    void stopGivesUpACaptureWhoseResultIsOnItsWay()
+    void stopDiscardsPendingCaptureResult()
     {
         Fixture f;
         f.orchestrator.captureNoSend();
@@ -494,7 +494,7 @@ private Q_SLOTS:
         QVERIFY(!f.orchestrator.isCapturing());
     }
 
-    void stopEndsTheAnswerBeforeTheCapture()
+    void stopCancelsAnswerBeforeCapture()
     {
         Fixture f;
         f.orchestrator.sendPromptOnly("one");
@@ -508,7 +508,7 @@ private Q_SLOTS:
         QCOMPARE(f.orchestrator.activity(), QueryOrchestrator::Activity::Stopped);
     }
 
-    void endOfTheSessionGivesUpItsCaptures()
+    void cancelAllCancelsCaptures()
     {
         Fixture f;
         f.orchestrator.triggerCaptureAndSend();
@@ -516,7 +516,7 @@ private Q_SLOTS:
         QVERIFY(f.capturePromise.isCanceled());
     }
 
-    void everyRefusalIsAnnounced()
+    void everyRejectionEmitsRefused()
     {
         Fixture f;
         QSignalSpy refused(&f.orchestrator, &QueryOrchestrator::refused);
@@ -532,7 +532,7 @@ private Q_SLOTS:
         f.captureAndSend();
         f.transfer()->finish(failure(QueryError::Kind::ServerMessage));
         QCOMPARE(refused.size(), 4);
-        // Credits are known to be spent.
+        // The credits are now known to be exhausted.
         f.orchestrator.triggerCaptureAndSend();
         QCOMPARE(refused.size(), 5);
         f.messages.updateUsage(1, 1000);
@@ -545,7 +545,7 @@ private Q_SLOTS:
         QCOMPARE(f.log.lines.last(), prefix + "Capture & Send blocked — isBlocked is true");
     }
 
-    void twoAnswersAtOnceDoNotMix()
+    void concurrentAnswersDoNotMix()
     {
         Fixture f;
         f.orchestrator.sendPromptOnly("one");
@@ -568,7 +568,7 @@ private Q_SLOTS:
         QCOMPARE(turns.at(1).response, "b1b2");
     }
 
-    void answerOfAnEndedThreadStaysOutOfTheNewOne()
+    void answerOfEndedThreadIsNotAddedToNewThread()
     {
         Fixture f;
         f.captureAndSend();
@@ -580,7 +580,7 @@ private Q_SLOTS:
         QVERIFY(f.display.rendered.isEmpty());
     }
 
-    void notesRenderTheThread()
+    void noteRendersThread()
     {
         Fixture f;
         f.orchestrator.addNote(" \n");
@@ -592,7 +592,7 @@ private Q_SLOTS:
         QVERIFY(f.service.requests.isEmpty());
     }
 
-    void cancelAllLeavesNoTrace()
+    void cancelAllDoesNotTouchDisplay()
     {
         Fixture f;
         f.captureAndSend();
@@ -604,7 +604,7 @@ private Q_SLOTS:
         QVERIFY(f.threads.currentSession()->turns.isEmpty());
     }
 
-    void theEndOfTheSessionKeepsWhatArrived()
+    void cancelAllSavesPartialAnswers()
     {
         Fixture f;
         f.settings.setKeepAIHistoryEnabled(true);
@@ -625,7 +625,7 @@ private Q_SLOTS:
         QCOMPARE(f.saver.saved.value(first).turns.size(), 1);
         QCOMPARE(f.saver.saved.value(first).turns.first().prompt, "one");
         QCOMPARE(f.saver.saved.value(first).turns.first().response, "half");
-        // Nothing had come for the third question yet.
+        // The third query had not received any text yet.
         QCOMPARE(f.saver.saved.value(second).turns.size(), 1);
         QCOMPARE(f.saver.saved.value(second).turns.first().response, "start");
         QCOMPARE(f.defaults.stringValue("userPrompt"), "");
@@ -633,7 +633,7 @@ private Q_SLOTS:
         QVERIFY(f.display.calls.isEmpty());
     }
 
-    void captureThatComesAfterTheEndIsDropped()
+    void captureResultAfterCancelAllIsIgnored()
     {
         for (const bool send : {true, false}) {
             for (const bool succeeds : {true, false}) {

@@ -28,14 +28,14 @@ ScreenshotCapture::Outcome capture(const CaptureTool &tool)
     return ScreenshotCapture::captureInBackground(tool).result();
 }
 
-QRgb colourful(int x, int y)
+QRgb testPattern(int x, int y)
 {
     return qRgb(40 + x % 200, y % 256, 99);
 }
 
 } // namespace
 
-/// Runs small shell scripts in place of the capture tool.
+/// Uses small shell scripts as capture tools.
 class TestScreenshotCapture : public QObject
 {
     Q_OBJECT
@@ -49,31 +49,31 @@ private Q_SLOTS:
 
     void capturesAndScales_data();
     void capturesAndScales();
-    void runsTheToolAsGiven();
+    void passesArgumentsToTool();
     void toolOutputIsDiscarded();
     void fileIsPrivate();
     void missingTool();
-    void unusableTool();
+    void nonExecutableTool();
     void failingTool_data();
     void failingTool();
     void toolThatWritesNothing();
-    void toolThatWritesSomethingElse_data();
-    void toolThatWritesSomethingElse();
+    void toolThatCreatesIrregularFile_data();
+    void toolThatCreatesIrregularFile();
     void undecodableFile_data();
     void undecodableFile();
     void protectedContent();
-    void almostBlackPasses();
+    void slightlyLitFrameIsAccepted();
     void blackIsDetectedAfterScaling();
-    void tooFlatPictureIsSentUnscaled();
+    void tooFlatImageIsSentUnscaled();
     void largestScreens_data();
     void largestScreens();
-    void givenUpToolIsKilled();
+    void cancelledToolIsKilled();
     void cancelledCaptureLeavesNoFile();
     void capturesInBackground();
     void capturesInParallel();
 
 private:
-    /// A tool whose shell script sees the output path as $3.
+    /// A tool that runs a shell script with the output path as $3.
     CaptureTool tool(const QByteArray &script);
     CaptureTool toolThatWrites(const QByteArray &png);
     QStringList filesLeft() const
@@ -99,7 +99,7 @@ void TestScreenshotCapture::init()
 
 void TestScreenshotCapture::cleanup()
 {
-    // No picture stays behind, whatever the outcome.
+    // No test may leave a file behind, whatever its outcome.
     const QStringList left = filesLeft();
     qputenv("TMPDIR", m_oldTmp);
     m_log.reset();
@@ -165,7 +165,7 @@ void TestScreenshotCapture::capturesAndScales()
 {
     QFETCH(QSize, screen);
     QFETCH(QSize, sent);
-    const QByteArray png = writePng(screen.width(), screen.height(), colourful);
+    const QByteArray png = writePng(screen.width(), screen.height(), testPattern);
     const auto outcome = capture(toolThatWrites(png));
     QVERIFY(outcome.has_value());
     QCOMPARE(outcome->originalSizeBytes, png.size());
@@ -179,7 +179,7 @@ void TestScreenshotCapture::capturesAndScales()
                              .arg(sent.height())});
 }
 
-void TestScreenshotCapture::runsTheToolAsGiven()
+void TestScreenshotCapture::passesArgumentsToTool()
 {
     const CaptureTool script = tool("for a in \"$@\"; do echo \"$a\"; done > '" +
                                     m_tools->path().toUtf8() + "/arguments'; exit 3");
@@ -200,11 +200,11 @@ void TestScreenshotCapture::runsTheToolAsGiven()
 
 void TestScreenshotCapture::toolOutputIsDiscarded()
 {
-    // More output than a pipe holds: nobody reads it, and the tool must not block.
+    // More output than a pipe holds: the tool must not block on it.
     const auto outcome = capture(
         tool("test -t 0 && exit 5; read line && exit 6; "
-             "i=0; while [ $i -lt 3000 ]; do echo 'a long line of chatter of the capture tool'; "
-             "echo 'and of complaints' >&2; i=$((i+1)); done; exit 4"));
+             "i=0; while [ $i -lt 3000 ]; do echo 'a long line of output of the capture tool'; "
+             "echo 'and an error line' >&2; i=$((i+1)); done; exit 4"));
     QVERIFY(!outcome.has_value());
     QCOMPARE(outcome.error().exitStatus, 4);
     QCOMPARE(m_log->lines, QStringList());
@@ -232,7 +232,7 @@ void TestScreenshotCapture::missingTool()
              QStringLiteral("Could not launch screencapture: ") + outcome.error().detail);
 }
 
-void TestScreenshotCapture::unusableTool()
+void TestScreenshotCapture::nonExecutableTool()
 {
     const CaptureTool script = tool("exit 0");
     QFile::setPermissions(script.program, QFile::ReadOwner);
@@ -278,14 +278,14 @@ void TestScreenshotCapture::toolThatWritesNothing()
     QCOMPARE(m_log->lines, QStringList());
 }
 
-void TestScreenshotCapture::toolThatWritesSomethingElse_data()
+void TestScreenshotCapture::toolThatCreatesIrregularFile_data()
 {
     QTest::addColumn<QByteArray>("script");
     QTest::newRow("pipe") << QByteArray("mkfifo \"$3\"");
     QTest::newRow("link") << QByteArray("ln -s /etc/passwd \"$3\"");
 }
 
-void TestScreenshotCapture::toolThatWritesSomethingElse()
+void TestScreenshotCapture::toolThatCreatesIrregularFile()
 {
     QFETCH(QByteArray, script);
     const auto outcome = capture(tool(script));
@@ -296,10 +296,10 @@ void TestScreenshotCapture::toolThatWritesSomethingElse()
 void TestScreenshotCapture::undecodableFile_data()
 {
     QTest::addColumn<QByteArray>("png");
-    const QByteArray png = writePng(400, 300, colourful);
+    const QByteArray png = writePng(400, 300, testPattern);
     QTest::newRow("empty") << QByteArray();
     QTest::newRow("text") << QByteArray("hello");
-    QTest::newRow("half a picture") << png.left(png.size() / 2);
+    QTest::newRow("truncated") << png.left(png.size() / 2);
     QByteArray damaged = png;
     damaged[png.size() / 2] = static_cast<char>(damaged[png.size() / 2] ^ 0x10);
     QTest::newRow("damaged") << damaged;
@@ -325,7 +325,7 @@ void TestScreenshotCapture::protectedContent()
                                         "(protected/DRM content suspected)")});
 }
 
-void TestScreenshotCapture::almostBlackPasses()
+void TestScreenshotCapture::slightlyLitFrameIsAccepted()
 {
     // 0.2 % of the 80 x 50 sample points are lit.
     const QByteArray png = writePng(1280, 800, [](int x, int y) {
@@ -336,8 +336,8 @@ void TestScreenshotCapture::almostBlackPasses()
 
 void TestScreenshotCapture::blackIsDetectedAfterScaling()
 {
-    // Single lit pixels at points of the screen's 16-pixel grid that are not on the scaled
-    // picture's grid.
+    // Single lit pixels on the 16-pixel grid of the original frame, but not on that of the scaled
+    // one.
     const QByteArray png = writePng(2560, 1600, [](int x, int y) {
         return x % 32 == 16 && y % 32 == 16 ? qRgb(255, 255, 255) : qRgb(0, 0, 0);
     });
@@ -346,10 +346,10 @@ void TestScreenshotCapture::blackIsDetectedAfterScaling()
     QCOMPARE(outcome.error().kind, Kind::ProtectedContent);
 }
 
-void TestScreenshotCapture::tooFlatPictureIsSentUnscaled()
+void TestScreenshotCapture::tooFlatImageIsSentUnscaled()
 {
-    // Scaled, its height would round to zero.
-    const QByteArray png = writePng(16384, 6, colourful);
+    // The scaled height would round to zero.
+    const QByteArray png = writePng(16384, 6, testPattern);
     const auto outcome = capture(toolThatWrites(png));
     QVERIFY(outcome.has_value());
     QVERIFY(m_log->lines.constFirst().endsWith(QStringLiteral("(16384x6)")));
@@ -359,7 +359,7 @@ void TestScreenshotCapture::largestScreens_data()
 {
     QTest::addColumn<QSize>("screen");
     QTest::addColumn<QSize>("sent");
-    // The pixel to look at, on the screen and in the picture sent.
+    // The pixel to compare, on the screen and in the sent image.
     QTest::addColumn<QPoint>("from");
     QTest::addColumn<QPoint>("to");
     QTest::newRow("wide") << QSize(32767, 1080) << QSize(1280, 42) << QPoint(32000, 500)
@@ -374,7 +374,7 @@ void TestScreenshotCapture::largestScreens()
     QFETCH(QSize, sent);
     QFETCH(QPoint, from);
     QFETCH(QPoint, to);
-    // Broad bands, so that neither scaling nor JPEG changes their colours much.
+    // Broad bands, so that scaling and JPEG hardly change the colours.
     const auto bands = [](int x, int y) {
         return qRgb(40 + x / 4096 * 25, 40 + y / 4096 * 25, 99);
     };
@@ -395,15 +395,15 @@ void TestScreenshotCapture::largestScreens()
              qPrintable(QColor(found).name() + u' ' + QColor(expected).name()));
 }
 
-void TestScreenshotCapture::givenUpToolIsKilled()
+void TestScreenshotCapture::cancelledToolIsKilled()
 {
-    // The tool hangs after having written half a picture.
+    // The tool hangs after writing part of the image.
     const CaptureTool script = tool("echo half > \"$3\"; exec sleep 1000");
-    const auto hasBegun = [this] {
+    const auto hasStarted = [this] {
         return QFileInfo(m_tmp->path()).exists() && !filesLeft().isEmpty();
     };
     const QString path = m_tmp->filePath(QStringLiteral("picture.png"));
-    const auto outcome = ScreenshotCapture::runScreencapture(script, path, hasBegun);
+    const auto outcome = ScreenshotCapture::runScreencapture(script, path, hasStarted);
     QVERIFY(!outcome.has_value());
     QCOMPARE(outcome.error(), (CaptureError{Kind::NonZeroExit, {}, 9}));
     QVERIFY(QFile::remove(path));
@@ -428,7 +428,7 @@ void TestScreenshotCapture::cancelledCaptureLeavesNoFile()
 
 void TestScreenshotCapture::capturesInBackground()
 {
-    // The tool waits for this thread, so the capture cannot have run on it.
+    // The tool waits for this thread, so the capture must run on another one.
     const QByteArray gate = m_tools->path().toUtf8() + "/gate";
     QCOMPARE(QProcess::execute(QStringLiteral("mkfifo"), {QString::fromUtf8(gate)}), 0);
     const auto future =
@@ -444,7 +444,7 @@ void TestScreenshotCapture::capturesInBackground()
 
 void TestScreenshotCapture::capturesInParallel()
 {
-    // Each tool waits for the other one to have started.
+    // Each tool waits until the other one has started.
     const QByteArray base = m_tools->path().toUtf8();
     const CaptureTool script = tool(
         "if mkdir '" + base + "/first' 2>/dev/null; then while [ ! -d '" + base +

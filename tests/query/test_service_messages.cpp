@@ -10,7 +10,7 @@ class TestServiceMessages : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void rateLimitShowsAndItsTimerClearsIt()
+    void rateLimitCardIsRemovedByTimer()
     {
         Fixture f;
         f.messages.handleRateLimited(42);
@@ -32,7 +32,7 @@ private Q_SLOTS:
         QTRY_VERIFY(!f.messages.currentAdminMessage());
     }
 
-    void rateLimitTimerLeavesAnotherMessageAlone()
+    void rateLimitTimerKeepsOtherMessages()
     {
         Fixture f;
         f.messages.handleRateLimited(0);
@@ -41,7 +41,7 @@ private Q_SLOTS:
         QCOMPARE(f.shownId(), "local_protected_content");
     }
 
-    void absurdRateLimitsDoNotOverflow()
+    void outOfRangeRateLimitsAreClamped()
     {
         Fixture f;
         f.messages.handleRateLimited(std::numeric_limits<qint64>::max());
@@ -94,7 +94,7 @@ private Q_SLOTS:
         QVERIFY(!f.timer("rateLimitedTimer")->isActive());
     }
 
-    void rateLimitWhileCreditsCardShowsChangesNothing()
+    void rateLimitKeepsCreditsCard()
     {
         Fixture f;
         f.messages.handleServerMessage("no");
@@ -108,7 +108,7 @@ private Q_SLOTS:
         QVERIFY(!f.timer("rateLimitedTimer")->isActive());
     }
 
-    void refusalShowsTheStandardCard()
+    void serverMessageShowsStandardCard()
     {
         Fixture f;
         f.messages.handleServerMessage("<b>secret</b>");
@@ -125,7 +125,7 @@ private Q_SLOTS:
         QVERIFY(f.messages.isBlocked());
     }
 
-    void capExceededStoresFiguresAndShowsItsCard()
+    void capExceededStoresUsageAndShowsCard()
     {
         Fixture f;
         f.messages.handleCapExceeded(1200, 1000);
@@ -138,7 +138,7 @@ private Q_SLOTS:
         QCOMPARE(f.shownId(), "");
     }
 
-    void usageBordersWithACapOf1000()
+    void usageThresholds()
     {
         Fixture f;
         f.messages.updateUsage(999, 1000);
@@ -155,7 +155,7 @@ private Q_SLOTS:
         QVERIFY(!f.messages.capExceeded());
         QCOMPARE(f.shownId(), "");
 
-        // The page shows on the transition only.
+        // The page is shown on the transition only.
         f.messages.updateUsage(1249, 1000);
         QCOMPARE(f.display.pages.size(), 1);
         QVERIFY(!f.messages.capExceeded());
@@ -164,7 +164,7 @@ private Q_SLOTS:
         QCOMPARE(f.shownId(), "local_cap_exceeded");
     }
 
-    void unknownCapHasAThresholdOfZero()
+    void unknownCapBlocksAtZeroUsage()
     {
         Fixture f;
         f.messages.updateUsage(0, 0);
@@ -175,7 +175,7 @@ private Q_SLOTS:
         QVERIFY(!negative.messages.isBlocked());
     }
 
-    void oddCapsTruncateTheHardLimit()
+    void hardLimitIsTruncated()
     {
         Fixture f;
         // 3 × 1.25 = 3.75, truncated to 3.
@@ -183,7 +183,7 @@ private Q_SLOTS:
         QVERIFY(f.messages.capExceeded());
     }
 
-    void usageBelowTheCapEndsExhaustion()
+    void usageBelowCapClearsExhaustion()
     {
         Fixture f;
         f.messages.updateUsage(10, 1000);
@@ -195,7 +195,7 @@ private Q_SLOTS:
         QCOMPARE(f.shownId(), "");
     }
 
-    void preBlockSaysWhatItKnows()
+    void preBlockIsLogged()
     {
         Fixture f;
         f.messages.updateUsage(1000, 1000);
@@ -239,7 +239,7 @@ private Q_SLOTS:
         QCOMPARE(f.messages.isUsageIndicatorVisible(), visible);
     }
 
-    void countdownReadsItsMinutes()
+    void countdownShowsRemainingMinutes()
     {
         Fixture f;
         AdminMessagePayload update = message("u1", "BLOCKING");
@@ -275,7 +275,7 @@ private Q_SLOTS:
         QVERIFY(!f.messages.isBlocked());
     }
 
-    void sameMessageKeepsOneCountdown()
+    void repeatedMessageKeepsCountdown()
     {
         Fixture f;
         AdminMessagePayload update = message("u1", "BLOCKING");
@@ -314,7 +314,7 @@ private Q_SLOTS:
         QVERIFY(!f.messages.isInformationalCollapsed());
     }
 
-    void collapsedCardOpensAgainAtTheNextLimit()
+    void newOccurrenceExpandsCollapsedCard()
     {
         Fixture f;
         f.messages.handleRateLimited(60);
@@ -327,13 +327,13 @@ private Q_SLOTS:
         f.messages.toggleInformationalCollapse();
         f.messages.handleProtectedContentCapture();
         QVERIFY(!f.messages.isInformationalCollapsed());
-        // Nothing new: collapsed it stays.
+        // Usage updates do not expand the card.
         f.messages.toggleInformationalCollapse();
         f.messages.updateUsage(1, 1000);
         QVERIFY(f.messages.isInformationalCollapsed());
     }
 
-    void ordinaryMessageIsShownUnchanged()
+    void messageWithoutCountdownIsShownUnchanged()
     {
         Fixture f;
         f.messages.setCurrentAdminMessage(message("a", "INFORMATIONAL"));

@@ -6,12 +6,12 @@
 using namespace quellora;
 using Fixture = ServiceMessagesFixture;
 
-/// How cards, figures and countdowns follow one another.
+/// Transitions between cards, usage states and countdowns.
 class TestServiceStates : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void eachLocalMessageReplacesAnInformationalOne()
+    void localMessagesReplaceInformationalOnes()
     {
         Fixture f;
         QSignalSpy changed(&f.messages, &ServiceMessages::changed);
@@ -28,13 +28,13 @@ private Q_SLOTS:
         other.messages.handleRateLimited(5);
         other.messages.handleCapExceeded(10, 10);
         QCOMPARE(other.shownId(), "local_cap_exceeded");
-        // The timer of the limit ends later and must not take the other card away.
+        // The rate limit timer ends later and must not remove the other card.
         other.timer("rateLimitedTimer")->start(0);
         QTRY_VERIFY(!other.timer("rateLimitedTimer")->isActive());
         QCOMPARE(other.shownId(), "local_cap_exceeded");
     }
 
-    void capCardIsShownOnTheTransitionOnly()
+    void capCardIsShownOnTransitionOnly()
     {
         Fixture f;
         f.messages.handleCapExceeded(10, 10);
@@ -45,7 +45,7 @@ private Q_SLOTS:
         QVERIFY(f.messages.isBlocked());
     }
 
-    void capExceededUnderABlockingMessageOnlyCounts()
+    void capExceededKeepsBlockingMessage()
     {
         Fixture f;
         f.messages.setCurrentAdminMessage(message("server", "BLOCKING"));
@@ -60,29 +60,29 @@ private Q_SLOTS:
     {
         QTest::addColumn<qint64>("used");
         QTest::addColumn<qint64>("cap");
-        QTest::addColumn<bool>("refused");
+        QTest::addColumn<bool>("rejected");
         QTest::addColumn<QString>("type");
         QTest::addColumn<bool>("blocked");
         QTest::newRow("below the cap") << qint64(9) << qint64(10) << false << "" << false;
         QTest::newRow("at the cap") << qint64(10) << qint64(10) << false << "" << true;
         QTest::newRow("no cap") << qint64(-1) << qint64(0) << false << "" << false;
-        QTest::newRow("no cap, refused") << qint64(-1) << qint64(0) << true << "" << true;
-        QTest::newRow("below, refused") << qint64(9) << qint64(10) << true << "" << true;
+        QTest::newRow("no cap, rejected") << qint64(-1) << qint64(0) << true << "" << true;
+        QTest::newRow("below the cap, rejected") << qint64(9) << qint64(10) << true << "" << true;
         QTest::newRow("informational")
             << qint64(1) << qint64(10) << false << "INFORMATIONAL" << false;
         QTest::newRow("blocking") << qint64(1) << qint64(10) << false << "BLOCKING" << true;
-        QTest::newRow("lower case") << qint64(1) << qint64(10) << false << "blocking" << false;
+        QTest::newRow("lower-case type") << qint64(1) << qint64(10) << false << "blocking" << false;
     }
     void blockedStates()
     {
         QFETCH(qint64, used);
         QFETCH(qint64, cap);
-        QFETCH(bool, refused);
+        QFETCH(bool, rejected);
         QFETCH(QString, type);
         QFETCH(bool, blocked);
         Fixture f;
         f.messages.updateUsage(used, cap);
-        if (refused)
+        if (rejected)
             f.messages.handleServerMessage("no");
         f.messages.setCurrentAdminMessage(std::nullopt);
         if (!type.isEmpty())
@@ -90,7 +90,7 @@ private Q_SLOTS:
         QCOMPARE(f.messages.isBlocked(), blocked);
     }
 
-    void preBlockUnderABlockingMessageKeepsIt()
+    void preBlockKeepsBlockingMessage()
     {
         Fixture f;
         f.messages.updateUsage(10, 10);
@@ -103,7 +103,7 @@ private Q_SLOTS:
         QCOMPARE(f.shownId(), "server");
     }
 
-    void outOfCreditsPageComesWithEachTransition()
+    void outOfCreditsPageIsShownOnEachTransition()
     {
         Fixture f;
         f.messages.updateUsage(1000, 1000);
@@ -111,16 +111,16 @@ private Q_SLOTS:
         QVERIFY(!f.messages.isBlocked());
         f.messages.updateUsage(1001, 1000);
         QCOMPARE(f.display.pages.size(), 2);
-        // An account that was refused already is not told again by a page.
-        Fixture refused;
-        refused.messages.updateUsage(1, 1000);
-        refused.messages.handleServerMessage("no");
-        refused.messages.updateUsage(1000, 1000);
-        QVERIFY(refused.display.pages.isEmpty());
-        QCOMPARE(refused.shownId(), "local_credits_exhausted");
+        // No page if a query has already been rejected.
+        Fixture rejected;
+        rejected.messages.updateUsage(1, 1000);
+        rejected.messages.handleServerMessage("no");
+        rejected.messages.updateUsage(1000, 1000);
+        QVERIFY(rejected.display.pages.isEmpty());
+        QCOMPARE(rejected.shownId(), "local_credits_exhausted");
     }
 
-    void usageBelowTheCapLeavesOtherMessagesAlone()
+    void usageBelowCapKeepsOtherMessages()
     {
         Fixture f;
         f.messages.handleServerMessage("no");
@@ -128,14 +128,14 @@ private Q_SLOTS:
         f.messages.updateUsage(1, 1000);
         QVERIFY(!f.messages.lastQueryHitServerMessage());
         QCOMPARE(f.shownId(), "server");
-        // Without a known cap nothing is known to have ended.
+        // Without a known cap, the exhausted state persists.
         f.messages.handleServerMessage("no");
         f.messages.updateUsage(-1, 0);
         QVERIFY(f.messages.lastQueryHitServerMessage());
         QCOMPARE(f.shownId(), "local_credits_exhausted");
     }
 
-    void usagePercentageIsRoundedForTheLogOnly()
+    void usagePercentageIsRoundedInLogOnly()
     {
         Fixture f;
         f.messages.updateUsage(9496, 10000);
@@ -143,7 +143,7 @@ private Q_SLOTS:
                  QStringList{prefix + "Usage bar updated: 9496/10000 (95.0%), tier=amber"});
     }
 
-    void countdownTicksOnceAMinute()
+    void countdownTicksEveryMinute()
     {
         Fixture f;
         AdminMessagePayload update = message("u1", "BLOCKING");
@@ -158,15 +158,15 @@ private Q_SLOTS:
         QVERIFY(f.messages.displayedAdminMessage()->bodyMarkdown.contains("**1 minute**"));
     }
 
-    void timersKeepTheirTime()
+    void timersArePrecise()
     {
         Fixture f;
-        // A coarse timer may be three seconds early at each minute.
+        // A coarse timer may be three seconds early each minute.
         QCOMPARE(f.timer("updateCountdownTimer")->timerType(), Qt::PreciseTimer);
         QCOMPARE(f.timer("rateLimitedTimer")->timerType(), Qt::PreciseTimer);
     }
 
-    void ticksReadWholeMinutesAndTheLastOneBlocks()
+    void lastTickBlocksAtDeadline()
     {
         Fixture f;
         AdminMessagePayload update = message("u1", "BLOCKING");
@@ -190,14 +190,14 @@ private Q_SLOTS:
         QVERIFY(!timer->isActive());
     }
 
-    void ticksMeetTheDeadlineAfterTheMachineSlept()
+    void ticksRealignAfterSystemSleep()
     {
         Fixture f;
         AdminMessagePayload update = message("u1", "BLOCKING");
         update.forceUpdateInMinutes = 5;
         f.messages.setCurrentAdminMessage(update);
         QTimer *timer = f.timer("updateCountdownTimer");
-        // 95 seconds of sleep lie between the start and the first tick.
+        // The system sleeps for 95 seconds before the first tick.
         f.now = f.now.addSecs(60 + 95);
         f.messages.checkUpdateDeadline();
         QCOMPARE(timer->interval(), 25'000);
@@ -208,13 +208,13 @@ private Q_SLOTS:
         QVERIFY(timer->isActive() && !timer->isSingleShot());
     }
 
-    void countdownsWithoutAFutureReadZero_data()
+    void expiredCountdownShowsZero_data()
     {
         QTest::addColumn<int>("minutes");
-        QTest::newRow("now") << 0;
-        QTest::newRow("long ago") << -5;
+        QTest::newRow("zero") << 0;
+        QTest::newRow("negative") << -5;
     }
-    void countdownsWithoutAFutureReadZero()
+    void expiredCountdownShowsZero()
     {
         QFETCH(int, minutes);
         Fixture f;
@@ -227,7 +227,7 @@ private Q_SLOTS:
         QVERIFY(f.messages.forceUpdateRequired());
     }
 
-    void aPassedDeadlineStaysUntilTheMessageChanges()
+    void passedDeadlinePersistsUntilMessageChanges()
     {
         Fixture f;
         AdminMessagePayload update = message("u1", "BLOCKING");
@@ -250,7 +250,7 @@ private Q_SLOTS:
         QVERIFY(f.timer("updateCountdownTimer")->isActive());
     }
 
-    void aTickWithoutADeadlineOnlyRefreshes()
+    void tickWithoutDeadlineOnlyEmitsChanged()
     {
         Fixture f;
         QSignalSpy changed(&f.messages, &ServiceMessages::changed);

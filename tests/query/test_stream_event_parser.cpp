@@ -16,7 +16,7 @@ std::string_view view(const QByteArray &bytes)
     return {bytes.constData(), static_cast<std::size_t>(bytes.size())};
 }
 
-QString show(const StreamEvent &event)
+QString describe(const StreamEvent &event)
 {
     const auto text =
         QString::fromUtf8(event.text.data(), static_cast<qsizetype>(event.text.size()));
@@ -39,10 +39,10 @@ QString show(const StreamEvent &event)
 void drain(StreamEventParser &parser, QStringList &events)
 {
     while (const auto event = parser.next())
-        events.append(show(*event));
+        events.append(describe(*event));
 }
 
-/// Feeds @p body in pieces of @p piece bytes.
+/// Parses @p body in pieces of @p piece bytes.
 QStringList parse(const QByteArray &body, qsizetype piece = 1 << 20)
 {
     StreamEventParser parser;
@@ -79,22 +79,22 @@ class TestStreamEventParser : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void readsPayloads_data();
-    void readsPayloads();
-    void spellingMakesNoDifference();
-    void givesTheSameForEveryPieceSize();
-    void givesTheSameForRandomPieces();
-    void survivesDamagedStreams();
-    void deliversALineAsSoonAsItIsComplete();
-    void endOfBodyCompletesTheLastLine();
-    void holdsBackAnUnfinishedLine();
-    void linesUpToTheLimitPass();
-    void longerLinesFail_data();
-    void longerLinesFail();
-    void keepsPendingBytesWhenTheBufferGrows();
+    void parsesPayloads_data();
+    void parsesPayloads();
+    void fastPathMatchesGeneralParser();
+    void parsesInputSplitAtEveryInterval();
+    void parsesRandomlySplitInput();
+    void splittingDoesNotAffectDamagedInput();
+    void deliversCompleteLineImmediately();
+    void finishCompletesLastLine();
+    void waitsForIncompleteLine();
+    void acceptsLinesUpToLimit();
+    void rejectsLongerLines_data();
+    void rejectsLongerLines();
+    void growingBufferKeepsPendingBytes();
 };
 
-void TestStreamEventParser::readsPayloads_data()
+void TestStreamEventParser::parsesPayloads_data()
 {
     QTest::addColumn<QByteArray>("line");
     QTest::addColumn<QStringList>("events");
@@ -106,14 +106,14 @@ void TestStreamEventParser::readsPayloads_data()
     const auto chunk = [](const QString &text) {
         return QStringList{QStringLiteral("chunk:") + text};
     };
-    const auto done = [](const QString &figures) {
-        return QStringList{QStringLiteral("done:") + figures};
+    const auto done = [](const QString &fields) {
+        return QStringList{QStringLiteral("done:") + fields};
     };
-    const QString nothingDone = QStringLiteral("0,0,0,0,0");
+    const QString defaults = QStringLiteral("0,0,0,0,0");
 
     row("chunk", chunkLine("Hi"), chunk(QStringLiteral("Hi")));
     row("empty text", chunkLine(""), chunk({}));
-    row("no text", R"(data: {"type":"chunk"})", chunk({}));
+    row("missing text", R"(data: {"type":"chunk"})", chunk({}));
     row("text is a number", R"(data: {"type":"chunk","text":5})", chunk({}));
     row("text is null", R"(data: {"type":"chunk","text":null})", chunk({}));
     row("text is an object", R"(data: {"type":"chunk","text":{"a":[1]}})", chunk({}));
@@ -128,35 +128,35 @@ void TestStreamEventParser::readsPayloads_data()
         chunk(QStringLiteral("x")));
     row("nested unknown field", R"(data: {"a":[{"type":"error"}],"type":"chunk","text":"x"})",
         chunk(QStringLiteral("x")));
-    row("last of equal keys", R"(data: {"type":"error","type":"chunk","text":"a","text":"b"})",
+    row("duplicate keys", R"(data: {"type":"error","type":"chunk","text":"a","text":"b"})",
         chunk(QStringLiteral("b")));
     row("huge unknown number",
         R"(data: {"n":123456789012345678901234567890,"type":"chunk","text":"x"})",
         chunk(QStringLiteral("x")));
-    row("not UTF-8",
+    row("invalid UTF-8",
         "data: {\"type\":\"chunk\",\"text\":\"a\xff"
         "b\xc3\"}",
         chunk(QStringLiteral("a\ufffdb\ufffd")));
 
-    row("no blank after the colon", R"(data:{"type":"chunk","text":"x"})", none);
-    row("prefix in capitals", R"(DATA: {"type":"chunk","text":"x"})", none);
-    row("blank before the prefix", R"( data: {"type":"chunk","text":"x"})", none);
+    row("no space after the colon", R"(data:{"type":"chunk","text":"x"})", none);
+    row("upper-case prefix", R"(DATA: {"type":"chunk","text":"x"})", none);
+    row("leading space", R"( data: {"type":"chunk","text":"x"})", none);
     row("byte order mark", "\xef\xbb\xbf" + chunkLine("x"), none);
-    row("prefix alone", "data: ", none);
+    row("prefix only", "data: ", none);
     row("other field", R"(event: {"type":"chunk","text":"x"})", none);
     row("not JSON", "data: [DONE", none);
     row("array", R"(data: [{"type":"chunk","text":"x"}])", none);
     row("string", R"(data: "chunk")", none);
     row("number", "data: 42", none);
-    row("no type", R"(data: {"text":"x"})", none);
-    row("type is no text", R"(data: {"type":1,"text":"x"})", none);
+    row("missing type", R"(data: {"text":"x"})", none);
+    row("type is not a string", R"(data: {"type":1,"text":"x"})", none);
     row("unknown type", R"(data: {"type":"ping"})", none);
-    row("type in capitals", R"(data: {"type":"Chunk","text":"x"})", none);
-    row("unfinished", R"(data: {"type":"chunk","text":"x")", none);
+    row("capitalised type", R"(data: {"type":"Chunk","text":"x"})", none);
+    row("unclosed object", R"(data: {"type":"chunk","text":"x")", none);
     row("unclosed string", R"(data: {"type":"chunk","text":"x})", none);
     row("missing comma", R"(data: {"type":"chunk" "text":"x"})", none);
     row("trailing comma", R"(data: {"type":"chunk","text":"x",})", none);
-    row("something behind", R"(data: {"type":"chunk","text":"x"} y)", none);
+    row("trailing text", R"(data: {"type":"chunk","text":"x"} y)", none);
     row("second object", R"(data: {"type":"chunk","text":"x"}{"type":"chunk","text":"y"})", none);
     row("bad literal", R"(data: {"type":"chunk","text":"x","b":tru})", none);
     row("bad number", R"(data: {"type":"chunk","text":"x","n":01})", none);
@@ -168,14 +168,14 @@ void TestStreamEventParser::readsPayloads_data()
         R"(data: {"type":"done","tokensRemaining":900,"usageWarning75":true,)"
         R"("usageWarning90":true,"usedFallback":true,"tokensUsed":100})",
         done(QStringLiteral("900,1,1,1,100")));
-    row("done, nothing given", R"(data: {"type":"done"})", done(nothingDone));
-    row("flags that are none",
+    row("done without fields", R"(data: {"type":"done"})", done(defaults));
+    row("invalid booleans",
         R"(data: {"type":"done","usageWarning75":"yes","usageWarning90":1,"usedFallback":null})",
-        done(nothingDone));
-    row("figures that are none",
-        R"(data: {"type":"done","tokensRemaining":"900","tokensUsed":true})", done(nothingDone));
+        done(defaults));
+    row("invalid integers", R"(data: {"type":"done","tokensRemaining":"900","tokensUsed":true})",
+        done(defaults));
     row("fractions", R"(data: {"type":"done","tokensRemaining":1.5,"tokensUsed":-0.1})",
-        done(nothingDone));
+        done(defaults));
     row("integral fractions", R"(data: {"type":"done","tokensRemaining":42.0,"tokensUsed":1e3})",
         done(QStringLiteral("42,0,0,0,1000")));
     row("negative and large",
@@ -183,40 +183,40 @@ void TestStreamEventParser::readsPayloads_data()
         done(QStringLiteral("-5,0,0,0,9223372036854775807")));
     row("beyond 64 bits",
         R"(data: {"type":"done","tokensRemaining":9223372036854775808,"tokensUsed":1e300})",
-        done(nothingDone));
+        done(defaults));
 
     row("error", R"(data: {"type":"error","message":"Busy"})", {QStringLiteral("error:Busy")});
     row("error without message", R"(data: {"type":"error","text":"x"})",
         {QStringLiteral("error:Unknown error")});
-    row("error with another kind of message", R"(data: {"type":"error","message":[]})",
+    row("error with a non-string message", R"(data: {"type":"error","message":[]})",
         {QStringLiteral("error:Unknown error")});
     row("error with an empty message", R"(data: {"type":"error","message":""})",
         {QStringLiteral("error:")});
 }
 
-void TestStreamEventParser::readsPayloads()
+void TestStreamEventParser::parsesPayloads()
 {
     QFETCH(QByteArray, line);
     QFETCH(QStringList, events);
     QCOMPARE(parse(line + '\n'), events);
-    // The same between two other lines, so that nothing leaks from one to the next.
+    // Between two other lines, so that state leaking between lines is detected.
     const QStringList between = QStringList{QStringLiteral("chunk:before")} + events +
                                 QStringList{QStringLiteral("chunk:after")};
     QCOMPARE(parse(chunkLine("before") + "\n" + line + "\r\n" + chunkLine("after") + "\n"),
              between);
 }
 
-void TestStreamEventParser::spellingMakesNoDifference()
+void TestStreamEventParser::fastPathMatchesGeneralParser()
 {
-    // Some spellings are read in a quicker way than the last one here.
-    using Spelling = std::pair<QByteArray, QByteArray>;
-    const QList<Spelling> spellings{{"{\"type\":\"chunk\",\"text\":\"", "\"}"},
-                                    {"{\"text\":\"", "\",\"type\":\"chunk\"}"},
-                                    {"{\"type\": \"chunk\", \"text\": \"", "\"}"},
-                                    {"{\"text\": \"", "\", \"type\": \"chunk\"}"}};
-    const Spelling general{"{ \"text\" :\"", "\", \"type\" : \"chunk\" }"};
-    const auto read = [](const Spelling &spelling, const QByteArray &text) {
-        return parse("data: " + spelling.first + text + spelling.second);
+    // The usual layouts have a fast path; `general` does not.
+    using Layout = std::pair<QByteArray, QByteArray>;
+    const QList<Layout> layouts{{"{\"type\":\"chunk\",\"text\":\"", "\"}"},
+                                {"{\"text\":\"", "\",\"type\":\"chunk\"}"},
+                                {"{\"type\": \"chunk\", \"text\": \"", "\"}"},
+                                {"{\"text\": \"", "\", \"type\": \"chunk\"}"}};
+    const Layout general{"{ \"text\" :\"", "\", \"type\" : \"chunk\" }"};
+    const auto read = [](const Layout &layout, const QByteArray &text) {
+        return parse("data: " + layout.first + text + layout.second);
     };
     const QList<QByteArray> pieces{
         "x",    "\"",       "\\",   "\\n",  "\\u20ac",          "\x01", "\x1f",
@@ -226,28 +226,28 @@ void TestStreamEventParser::spellingMakesNoDifference()
             for (const QByteArray &piece : pieces) {
                 const QByteArray text = QByteArray(length, 'a').insert(at, piece);
                 const QStringList expected = read(general, text);
-                for (const Spelling &spelling : spellings)
-                    QCOMPARE(read(spelling, text), expected);
+                for (const Layout &layout : layouts)
+                    QCOMPARE(read(layout, text), expected);
             }
         }
     }
-    for (const Spelling &spelling : spellings) {
-        QCOMPARE(read(spelling, {}), QStringList{QStringLiteral("chunk:")});
-        // Start and end must not share a quote.
-        QByteArray overlapping = spelling.first + spelling.second;
-        overlapping.remove(spelling.first.size(), 1);
+    for (const Layout &layout : layouts) {
+        QCOMPARE(read(layout, {}), QStringList{QStringLiteral("chunk:")});
+        // Prefix and suffix must not share a quote.
+        QByteArray overlapping = layout.first + layout.second;
+        overlapping.remove(layout.first.size(), 1);
         QCOMPARE(parse("data: " + overlapping), QStringList());
-        QCOMPARE(read(spelling, "a\",\"text\":\"b"), QStringList{QStringLiteral("chunk:b")});
+        QCOMPARE(read(layout, "a\",\"text\":\"b"), QStringList{QStringLiteral("chunk:b")});
     }
 }
 
-void TestStreamEventParser::givesTheSameForEveryPieceSize()
+void TestStreamEventParser::parsesInputSplitAtEveryInterval()
 {
     for (qsizetype piece = 1; piece <= mixedStream.size(); ++piece)
         QCOMPARE(parse(mixedStream, piece), mixedEvents);
 }
 
-void TestStreamEventParser::givesTheSameForRandomPieces()
+void TestStreamEventParser::parsesRandomlySplitInput()
 {
     QRandomGenerator random(20240611);
     QByteArray body;
@@ -267,7 +267,7 @@ void TestStreamEventParser::givesTheSameForRandomPieces()
             parser.feed(
                 view(body).substr(static_cast<std::size_t>(at), static_cast<std::size_t>(piece)));
             at += piece;
-            // Not every piece is followed by reading, as when several arrive at once.
+            // Do not read after every piece, as if several had arrived at once.
             if (random.bounded(3) != 0)
                 drain(parser, events);
         }
@@ -277,7 +277,7 @@ void TestStreamEventParser::givesTheSameForRandomPieces()
     }
 }
 
-void TestStreamEventParser::survivesDamagedStreams()
+void TestStreamEventParser::splittingDoesNotAffectDamagedInput()
 {
     QRandomGenerator random(77);
     const QByteArray alphabet = "\"\\{}[]:,\r\n\x00\xff\xe2\x80u9te ";
@@ -296,30 +296,30 @@ void TestStreamEventParser::survivesDamagedStreams()
                 body.insert(at, body.mid(random.bounded(static_cast<int>(body.size())), 9));
             }
         }
-        // However a stream is damaged, how it is cut makes no difference.
+        // Splitting must not change the result.
         QCOMPARE(parse(body, random.bounded(1, 40)), parse(body));
     }
 }
 
-void TestStreamEventParser::deliversALineAsSoonAsItIsComplete()
+void TestStreamEventParser::deliversCompleteLineImmediately()
 {
     StreamEventParser parser;
     parser.feed(view(chunkLine("one")));
     QVERIFY(!parser.next());
-    parser.feed("\r"); // the line feed that may follow is not waited for
+    parser.feed("\r"); // does not wait for a line feed that may follow
     const auto event = parser.next();
     QVERIFY(event.has_value());
-    QCOMPARE(show(*event), QStringLiteral("chunk:one"));
+    QCOMPARE(describe(*event), QStringLiteral("chunk:one"));
     parser.feed("\n");
     QVERIFY(!parser.next());
 }
 
-void TestStreamEventParser::endOfBodyCompletesTheLastLine()
+void TestStreamEventParser::finishCompletesLastLine()
 {
     QCOMPARE(parse(chunkLine("x")), QStringList{QStringLiteral("chunk:x")});
 }
 
-void TestStreamEventParser::holdsBackAnUnfinishedLine()
+void TestStreamEventParser::waitsForIncompleteLine()
 {
     StreamEventParser parser;
     parser.feed(view(chunkLine("x")));
@@ -327,7 +327,7 @@ void TestStreamEventParser::holdsBackAnUnfinishedLine()
     QVERIFY(!parser.isLineTooLong());
 }
 
-void TestStreamEventParser::linesUpToTheLimitPass()
+void TestStreamEventParser::acceptsLinesUpToLimit()
 {
     const QByteArray line = chunkLine(QByteArray(1000, 'x'));
     StreamEventParser parser(static_cast<std::size_t>(line.size()));
@@ -338,20 +338,20 @@ void TestStreamEventParser::linesUpToTheLimitPass()
     QVERIFY(!parser.isLineTooLong());
 }
 
-void TestStreamEventParser::longerLinesFail_data()
+void TestStreamEventParser::rejectsLongerLines_data()
 {
     QTest::addColumn<QByteArray>("ending");
     QTest::newRow("complete") << QByteArray("\n");
-    QTest::newRow("still growing") << QByteArray();
+    QTest::newRow("incomplete") << QByteArray();
 }
 
-void TestStreamEventParser::longerLinesFail()
+void TestStreamEventParser::rejectsLongerLines()
 {
     QFETCH(QByteArray, ending);
     const QByteArray line = chunkLine(QByteArray(1000, 'x'));
     StreamEventParser parser(static_cast<std::size_t>(line.size()) - 1);
     parser.feed(view(chunkLine("first") + "\n" + line + ending));
-    QVERIFY(parser.next()); // what came before counts
+    QVERIFY(parser.next()); // earlier lines are still delivered
     QVERIFY(!parser.isLineTooLong());
     QVERIFY(!parser.next());
     QVERIFY(parser.isLineTooLong());
@@ -359,7 +359,7 @@ void TestStreamEventParser::longerLinesFail()
     QVERIFY(!parser.next());
 }
 
-void TestStreamEventParser::keepsPendingBytesWhenTheBufferGrows()
+void TestStreamEventParser::growingBufferKeepsPendingBytes()
 {
     const QByteArray text(3 * 1024 * 1024, 'y');
     QCOMPARE(parse(chunkLine("a") + "\n" + chunkLine(text) + "\n" + chunkLine("b") + "\n", 10'000),

@@ -43,7 +43,7 @@ private Q_SLOTS:
         m_history.reset();
     }
 
-    void rowsTellWhatTheThreadHolds()
+    void rowsExposeThreadSummary()
     {
         CaptureSession session = CaptureSession::create(noon);
         session.addTurn("Budget for March\nsecond line", "a", noon, noon.addSecs(-3600));
@@ -61,7 +61,7 @@ private Q_SLOTS:
         QVERIFY(!value(0, HistoryModel::IsCurrentRole).toBool());
     }
 
-    void timesHaveNoSecondsInAnyLocale()
+    void timesOmitSeconds()
     {
         m_library->add("thread", noon);
         open();
@@ -71,7 +71,7 @@ private Q_SLOTS:
                  QStringLiteral("12:00"));
     }
 
-    void threeDaysGiveThreeGroupsTodayFirst()
+    void threadsAreGroupedByDay()
     {
         m_library->add("a", noon.addDays(-9));
         m_library->add("b", noon.addSecs(-60));
@@ -83,7 +83,7 @@ private Q_SLOTS:
         QCOMPARE(titles(), QStringList({"b", "d", "c", "a"}));
     }
 
-    void searchLooksAtTitlesWithoutCase()
+    void searchIgnoresCase()
     {
         m_library->add("Nightly EXPORT rows", noon);
         m_library->add("Unrelated", noon.addDays(-1));
@@ -92,7 +92,7 @@ private Q_SLOTS:
         QCOMPARE(titles(), QStringList("Nightly EXPORT rows"));
         QCOMPARE(value(0, HistoryModel::MatchStartRole).toInt(), 8);
         QCOMPARE(value(0, HistoryModel::MatchLengthRole).toInt(), 6);
-        // "An answer." is in both, but no title has it.
+        // "An answer." occurs in both threads, but not in their titles.
         m_model->setSearchText("answer");
         QCOMPARE(m_model->rowCount(), 0);
         QVERIFY(m_model->hasThreads());
@@ -101,7 +101,7 @@ private Q_SLOTS:
         QCOMPARE(value(0, HistoryModel::MatchStartRole).toInt(), -1);
     }
 
-    void searchFollowsTheLocale()
+    void searchUsesLocaleCaseRules()
     {
         m_library->add(QString::fromUtf8("ISPARTA raporu"), noon);
         open();
@@ -115,7 +115,7 @@ private Q_SLOTS:
 
     void searchFindsCustomTitles()
     {
-        const auto thread = m_library->add("derived", noon);
+        m_library->add("derived", noon);
         open();
         m_model->rename(0, "Custom words");
         m_model->setSearchText("custom");
@@ -124,7 +124,7 @@ private Q_SLOTS:
         QCOMPARE(m_model->rowCount(), 0);
     }
 
-    void searchStaysWhileMoreArrives()
+    void searchAppliesToLaterBatches()
     {
         m_library->holdsList = true;
         m_history->historyButtonClicked();
@@ -137,7 +137,7 @@ private Q_SLOTS:
         QCOMPARE(m_model->progress(), 5.0 / 2000);
     }
 
-    void rowsComeInOneByOneWhateverTheOrder()
+    void batchesInsertRowsInAnyOrder()
     {
         m_library->holdsList = true;
         m_history->historyButtonClicked();
@@ -155,7 +155,7 @@ private Q_SLOTS:
         QVERIFY(reset.isEmpty());
     }
 
-    void readingAgainKeepsTheRows()
+    void reloadingKeepsRows()
     {
         m_library->add("a", noon);
         const auto gone = m_library->add("b", noon.addDays(-1));
@@ -171,11 +171,11 @@ private Q_SLOTS:
         QCOMPARE(titles(), QStringList({"a", "d", "c"}));
         QCOMPARE(kept.data(HistoryModel::TitleRole).toString(), QStringLiteral("c"));
         QVERIFY(reset.isEmpty());
-        // It was not the user who deleted it just now.
+        // Not emitted for threads that were not deleted by the user.
         QVERIFY(deleted.isEmpty());
     }
 
-    void renamingInASearchMovesNoOtherRow()
+    void renamingDuringSearchKeepsOtherRows()
     {
         m_library->add("one apple", noon);
         m_library->add("two apples", noon.addDays(-1));
@@ -192,7 +192,7 @@ private Q_SLOTS:
         QVERIFY(reset.isEmpty());
     }
 
-    void deletedRowIsSaid()
+    void deletionEmitsRowDeleted()
     {
         m_library->add("apple", noon);
         m_library->add("pear", noon.addDays(-1));
@@ -203,13 +203,13 @@ private Q_SLOTS:
         m_model->confirmDelete();
         QTRY_COMPARE(deleted.size(), 1);
         QCOMPARE(deleted.first().first().toInt(), 0);
-        // One that the search hides has no row.
+        // A thread hidden by the search has no row.
         m_history->deleteSession(m_history->historySessions().at(0).id);
         QTRY_VERIFY(m_history->historySessions().isEmpty());
         QCOMPARE(deleted.size(), 1);
     }
 
-    void openingClearsTheSearch()
+    void closingClearsSearch()
     {
         m_library->add("thread", noon);
         open();
@@ -219,7 +219,7 @@ private Q_SLOTS:
         QCOMPARE(m_model->rowCount(), 1);
     }
 
-    void renamingAndDeletingWhileSearching()
+    void renamingAndDeletingDuringSearch()
     {
         m_library->add("one apple", noon);
         m_library->add("pear", noon.addDays(-1));
@@ -235,14 +235,14 @@ private Q_SLOTS:
         m_model->confirmDelete();
         QTRY_COMPARE(titles(), QStringList({"one apple", "two plums"}));
         QCOMPARE(value(1, HistoryModel::TitleRole).toString(), QStringLiteral("two plums"));
-        // One that the search hides goes, too, and the rows still name the right threads.
+        // Deleting a thread hidden by the search must not affect the visible rows.
         m_model->setSearchText("plums");
         m_history->deleteSession(m_history->historySessions().at(0).id);
         QTRY_COMPARE(m_history->historySessions().size(), 1);
         QCOMPARE(titles(), QStringList("two plums"));
     }
 
-    void untouchedTitleIsNoRename()
+    void unchangedTitleIsNotRenamed()
     {
         const auto thread = m_library->add("question", noon);
         open();
@@ -257,18 +257,18 @@ private Q_SLOTS:
         QVERIFY(!m_library->sessions[thread.id].customTitle);
     }
 
-    void deletingNamesTheMachineAsTheSystemDoes()
+    void deleteTextIsPlatformSpecific()
     {
         m_library->add("thread", noon);
         open();
-        HistoryModel onLinux(*m_history, *m_threads, Vocabulary::linuxDesktop());
-        onLinux.requestDelete(0);
-        QCOMPARE(onLinux.deleteText(),
+        HistoryModel linuxModel(*m_history, *m_threads, Vocabulary::linuxDesktop());
+        linuxModel.requestDelete(0);
+        QCOMPARE(linuxModel.deleteText(),
                  QStringLiteral("\"thread\" will be permanently removed from this computer. This "
                                 "can't be undone."));
     }
 
-    void deletingAsksFirst()
+    void deletionRequiresConfirmation()
     {
         const auto thread = m_library->add("Tax \"2025\"", noon);
         open();
@@ -281,7 +281,7 @@ private Q_SLOTS:
         m_model->confirmDelete();
         QVERIFY(m_library->calls.isEmpty());
         m_model->requestDelete(0);
-        // The list may change while the question stands: the answer still means the same thread.
+        // Closing the sheet cancels the pending deletion; reopening it changes the rows.
         m_library->add("newer", noon.addDays(1));
         m_history->historyButtonClicked();
         QVERIFY(!m_model->isDeletePending());
@@ -309,7 +309,7 @@ private Q_SLOTS:
         QCOMPARE(m_model->currentRow(), -1);
     }
 
-    void rowsThatAreNotThereDoNothing()
+    void invalidRowsAreIgnored()
     {
         open();
         m_model->open(0);
@@ -319,7 +319,7 @@ private Q_SLOTS:
         QVERIFY(m_library->calls.isEmpty());
     }
 
-    void lineBreaksInATitleDoNotBreakTheRow()
+    void lineBreaksInTitleAreReplaced()
     {
         auto session = m_library->add("question", noon);
         m_library->sessions[session.id].customTitle = QStringLiteral("two\nlines");

@@ -15,11 +15,13 @@ using namespace quellora;
 
 namespace {
 
-constexpr Qt::KeyboardModifiers three = Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier;
+constexpr Qt::KeyboardModifiers modifiers =
+    Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier;
 
 struct Fixture
 {
-    explicit Fixture(Vocabulary vocabulary = Vocabulary::macOS()) : words(std::move(vocabulary))
+    explicit Fixture(Vocabulary platformVocabulary = Vocabulary::macOS())
+        : vocabulary(std::move(platformVocabulary))
     {
         manager.start({});
         models.setOffer({{"m1", "Claude One", "first"}, {"m2", "Claude Two", "second"}}, "m1");
@@ -30,16 +32,16 @@ struct Fixture
         return rows->data(rows->index(int(action)), role);
     }
 
-    const Vocabulary words;
+    const Vocabulary vocabulary;
     FakeGlobalHotkeys platform;
     JsonUserDefaults defaults;
     Settings stored{defaults};
     FakeKeyMonitor keys;
-    HotkeyManager manager{platform, words, &std::chrono::steady_clock::now,
+    HotkeyManager manager{platform, vocabulary, &std::chrono::steady_clock::now,
                           [](HotkeyAction, const QString &) {}};
     HotkeyRebinding rebinding{manager, defaults, keys, {}};
     ModelListModel models{stored};
-    SettingsModel settings{stored, models, rebinding, words};
+    SettingsModel settings{stored, models, rebinding, vocabulary};
 };
 
 } // namespace
@@ -48,40 +50,40 @@ class TestSettingsModel : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void hexText_data()
+    void hexInputValidation_data()
     {
-        QTest::addColumn<QString>("typed");
+        QTest::addColumn<QString>("input");
         QTest::addColumn<QString>("color");
-        QTest::newRow("bare") << "8899AA"
-                              << "#8899aa";
-        QTest::newRow("blanks") << "  #8899aa \t"
-                                << "#8899aa";
-        QTest::newRow("hash") << "#8899aa"
-                              << "#8899aa";
-        QTest::newRow("blank before the hash only") << " #00FF00"
-                                                    << "#00ff00";
+        QTest::newRow("without hash") << "8899AA"
+                                      << "#8899aa";
+        QTest::newRow("surrounding white space") << "  #8899aa \t"
+                                                 << "#8899aa";
+        QTest::newRow("with hash") << "#8899aa"
+                                   << "#8899aa";
+        QTest::newRow("leading blank") << " #00FF00"
+                                       << "#00ff00";
         QTest::newRow("three digits") << "#fff" << QString();
-        QTest::newRow("no digit") << "#8899aag" << QString();
-        QTest::newRow("six with a letter too far") << "8899ag" << QString();
+        QTest::newRow("seven characters") << "#8899aag" << QString();
+        QTest::newRow("invalid digit") << "8899ag" << QString();
         QTest::newRow("two hashes") << "##8899aa" << QString();
         QTest::newRow("sign") << "+12345" << QString();
-        QTest::newRow("prefix") << "0x1234" << QString();
-        QTest::newRow("blank inside") << "#88 9aa" << QString();
-        QTest::newRow("line end inside") << "#8899aa\nx" << QString();
+        QTest::newRow("hex prefix") << "0x1234" << QString();
+        QTest::newRow("inner blank") << "#88 9aa" << QString();
+        QTest::newRow("inner line break") << "#8899aa\nx" << QString();
         QTest::newRow("empty") << "" << QString();
     }
-    void hexText()
+    void hexInputValidation()
     {
-        QFETCH(QString, typed);
+        QFETCH(QString, input);
         QFETCH(QString, color);
-        QCOMPARE(TextColors::normalizedHex(typed).value_or(QString()), color);
+        QCOMPARE(TextColors::normalizedHex(input).value_or(QString()), color);
         Fixture f;
-        f.settings.setHexInput(typed);
+        f.settings.setHexInput(input);
         f.settings.commitHexInput();
         if (color.isEmpty()) {
             QCOMPARE(f.settings.hexError(), "Enter a valid hex color, e.g. #8899aa");
             QVERIFY(!f.stored.responseTextColorHex());
-            QCOMPARE(f.settings.hexInput(), typed);
+            QCOMPARE(f.settings.hexInput(), input);
         } else {
             QCOMPARE(f.settings.hexError(), QString());
             QCOMPARE(f.stored.responseTextColorHex(), color);
@@ -89,7 +91,7 @@ private Q_SLOTS:
         }
     }
 
-    void aGoodColorClearsTheError()
+    void validColorClearsError()
     {
         Fixture f;
         f.settings.setHexInput("#fff");
@@ -100,7 +102,7 @@ private Q_SLOTS:
         QVERIFY(f.settings.hexError().isEmpty());
     }
 
-    void leavingAnEmptyFieldIsNoMistake()
+    void leavingEmptyFieldReverts()
     {
         Fixture f;
         f.stored.setResponseTextColorHex("#22d3ee");
@@ -120,7 +122,7 @@ private Q_SLOTS:
         QCOMPARE(chosen.size(), 1);
     }
 
-    void openingShowsTheColorInForce()
+    void openingRestoresHexInput()
     {
         Fixture f;
         f.stored.setResponseTextColorHex("#22d3ee");
@@ -173,9 +175,9 @@ private Q_SLOTS:
         QTest::newRow("upper case") << "#FFFFFF" << 1;
         QTest::newRow("mixed case") << "#3DdC84" << 3;
         QTest::newRow("last") << "#ffb020" << 8;
-        QTest::newRow("own colour") << "#8899aa" << -1;
+        QTest::newRow("custom colour") << "#8899aa" << -1;
         QTest::newRow("short form of white") << "#fff" << -1;
-        QTest::newRow("no colour") << "red;}" << 0;
+        QTest::newRow("invalid") << "red;}" << 0;
     }
     void selectedSwatch()
     {
@@ -187,7 +189,7 @@ private Q_SLOTS:
         QCOMPARE(f.settings.hexInput(), isHexColor(hex) ? hex : QString());
     }
 
-    void choosingASwatch()
+    void choosingSwatchStoresColor()
     {
         Fixture f;
         f.settings.chooseTextColor(2);
@@ -201,18 +203,18 @@ private Q_SLOTS:
         QCOMPARE(changed.size(), 0);
     }
 
-    void aSwatchReplacesWhatWasTyped()
+    void choosingSwatchDiscardsTypedHex()
     {
         Fixture f;
         f.settings.setHexInput("zz");
         f.settings.commitHexInput();
-        // The same colour as before: nothing changes but the field.
+        // The colour is unchanged, but the field must revert.
         f.settings.chooseTextColor(0);
         QCOMPARE(f.settings.hexInput(), QString());
         QCOMPARE(f.settings.hexError(), QString());
     }
 
-    void closingAsksOnlyWhileOpen()
+    void closeIsRequestedOnlyWhileOpen()
     {
         Fixture f;
         QSignalSpy closing(&f.settings, &SettingsModel::closeRequested);
@@ -224,7 +226,7 @@ private Q_SLOTS:
         QVERIFY(f.settings.isOpen());
     }
 
-    void hotkeyRowsInTheOrderOfTheActions()
+    void hotkeyRowOrder()
     {
         Fixture f;
         HotkeyRows *rows = f.settings.hotkeyRows();
@@ -241,7 +243,7 @@ private Q_SLOTS:
                                      "Start a new thread: Cmd+N"}));
     }
 
-    void keysAndSettingsHaveTheSystemsNames()
+    void keyAndSettingNamesArePlatformSpecific()
     {
         Fixture f(Vocabulary::linuxDesktop());
         QCOMPARE(f.row(HotkeyAction::CaptureNoSend, HotkeyRows::ComboRole),
@@ -257,7 +259,7 @@ private Q_SLOTS:
                  "bright UIs. System follows your macOS setting.");
     }
 
-    void modelsOfAnotherMakerAreNotCalledByTheGivenName()
+    void modelHintOmitsNameForOtherMakers()
     {
         Fixture f;
         QSignalSpy changed(&f.settings, &SettingsModel::modelHintChanged);
@@ -284,7 +286,7 @@ private Q_SLOTS:
         QCOMPARE(f.row(HotkeyAction::Toggle, HotkeyRows::CapturingRole), false);
         QCOMPARE(f.row(clear, HotkeyRows::ErrorRole), QString());
 
-        f.keys.press(three, "c");
+        f.keys.press(modifiers, "c");
         QCOMPARE(f.row(clear, HotkeyRows::ErrorRole),
                  "Already used by Capture screen and send to Claude. Try a different combo.");
         QCOMPARE(f.row(HotkeyAction::Capture, HotkeyRows::ErrorRole), QString());
@@ -302,13 +304,13 @@ private Q_SLOTS:
         QCOMPARE(f.row(clear, HotkeyRows::ChangedRole), true);
         QCOMPARE(f.row(HotkeyAction::Capture, HotkeyRows::ChangedRole), false);
 
-        f.platform.claim(three | Qt::Key_K);
+        f.platform.claim(modifiers | Qt::Key_K);
         rows->beginCapture(int(clear));
-        f.keys.press(three, "k");
+        f.keys.press(modifiers, "k");
         QCOMPARE(f.row(clear, HotkeyRows::ErrorRole),
                  "Couldn't register that combo — kept your previous one.");
         QCOMPARE(f.row(HotkeyAction::Toggle, HotkeyRows::ErrorRole), QString());
-        // Another row's recording takes the message away.
+        // Recording in another row clears the message.
         rows->beginCapture(int(HotkeyAction::Toggle));
         QCOMPARE(f.row(clear, HotkeyRows::ErrorRole), QString());
         rows->cancelCapture();
@@ -321,15 +323,15 @@ private Q_SLOTS:
         rows->beginCapture(-1);
         rows->reset(7);
         QVERIFY(!f.rebinding.capturingHotkeyAction());
-        // Views keep their rows.
+        // The model is never reset, so that views keep their rows.
         QCOMPARE(rebuilt.size(), 0);
     }
 
-    void resettingAll()
+    void resetAllRestoresDefaults()
     {
         Fixture f;
         f.settings.hotkeyRows()->beginCapture(1);
-        f.keys.press(three, "m");
+        f.keys.press(modifiers, "m");
         f.settings.hotkeyRows()->resetAll();
         QCOMPARE(f.row(HotkeyAction::Clear, HotkeyRows::ComboRole), "Ctrl+Option+Cmd+X");
         QVERIFY(!f.defaults.stringDictionary("hotkeyBindings"));

@@ -6,7 +6,7 @@
 
 namespace quellora {
 
-/// The first item below @p root, visible or not, whose @p property has this value.
+/// The first descendant of @p root, visible or not, whose @p property equals @p value.
 inline QQuickItem *findItem(QQuickItem *root, const char *property, const QVariant &value)
 {
     for (QQuickItem *item : root->childItems()) {
@@ -18,7 +18,7 @@ inline QQuickItem *findItem(QQuickItem *root, const char *property, const QVaria
     return nullptr;
 }
 
-/// Every text on show below @p root, top item first.
+/// The texts of all visible descendants of @p root, in tree order.
 inline QStringList visibleTexts(QQuickItem *root)
 {
     QStringList texts;
@@ -32,7 +32,7 @@ inline QStringList visibleTexts(QQuickItem *root)
     return texts;
 }
 
-/// Where @p item lies in its window, in logical pixels.
+/// The rectangle of @p item in its window, in logical pixels.
 inline QRectF areaOf(QQuickItem *item)
 {
     return item->mapRectToScene(QRectF(0, 0, item->width(), item->height()));

@@ -11,7 +11,7 @@
 
 namespace quellora {
 
-/// A window, 400 × 200, with the given QML inside.
+/// A window of 400 × 200 pixels that contains the given QML.
 struct Stage
 {
     explicit Stage(const QByteArray &body)

@@ -19,37 +19,37 @@ class TestUi : public QObject
 private Q_SLOTS:
     void initTestCase() { initializeUi(); }
 
-    void facesAreBundled();
-    void windowsHaveTheProgramsIcon();
+    void fontsAreBundled();
+    void windowsHaveApplicationIcon();
     void tokens();
     void iconIsTintedAndSharp();
     void iconFillAndStroke();
     void missingIconIsLoggedOnce();
     void usageBarTiers();
-    void thumbnailFailure();
+    void thumbnailShowsPlaceholderOnError();
     void textFieldShowsFocusAndError();
-    void passwordIsHiddenFromTheBus();
-    void textFieldCanBeEditedOverTheBus();
-    void readOnlyFieldCannotBeEditedOverTheBus();
+    void passwordIsHiddenFromAssistiveTechnology();
+    void assistiveTechnologyCanEditTextField();
+    void assistiveTechnologyCannotEditReadOnlyField();
     void labelsShowMarkupAsText();
-    void reducedMotionStopsTheSpinner();
-    void motionFollowsTheSystem();
-    void theSystemMayOutliveTheEngine();
+    void reducedMotionStopsSpinner();
+    void motionFollowsSystemPreference();
+    void appearanceMayOutliveEngine();
 };
 
-void TestUi::facesAreBundled()
+void TestUi::fontsAreBundled()
 {
     QVERIFY(QFontDatabase::families().contains(QStringLiteral("Inter")));
     QVERIFY(QFontDatabase::families().contains(QStringLiteral("JetBrains Mono")));
     QCOMPARE(QFontInfo(QGuiApplication::font()).family(), QStringLiteral("Inter"));
 }
 
-void TestUi::windowsHaveTheProgramsIcon()
+void TestUi::windowsHaveApplicationIcon()
 {
     const QImage icon = QGuiApplication::windowIcon().pixmap(QSize(64, 64)).toImage();
     QCOMPARE(icon.size(), QSize(64, 64));
     QCOMPARE(icon.pixelColor(1, 1).alpha(), 0);
-    // The panel is the accent, its lines are white.
+    // The panel has the accent colour, its lines are white.
     const QColor panel = icon.pixelColor(24, 48);
     QVERIFY2(panel.blue() > 180 && panel.red() < 80, qPrintable(panel.name()));
     QCOMPARE(icon.pixelColor(36, 34).name(), QStringLiteral("#ffffff"));
@@ -92,7 +92,7 @@ void TestUi::iconIsTintedAndSharp()
     const QImage small = icon.render(16);
     const QImage large = icon.render(32);
     QCOMPARE(large.size(), QSize(32, 32));
-    // The middle of the cross is the pure tint, the corner is empty.
+    // The centre of the cross has the tint, the corner is transparent.
     QCOMPARE(large.pixelColor(16, 16), QColor(255, 0, 0));
     QCOMPARE(qAlpha(large.pixel(1, 1)), 0);
     QVERIFY(large != small.scaled(32, 32));
@@ -113,7 +113,7 @@ void TestUi::iconFillAndStroke()
 
     icon.setName(QStringLiteral("plus"));
     icon.setFillOpacity(0);
-    const auto ink = [](const QImage &image) {
+    const auto alphaSum = [](const QImage &image) {
         int sum = 0;
         for (int y = 0; y < image.height(); ++y) {
             for (int x = 0; x < image.width(); ++x)
@@ -121,9 +121,9 @@ void TestUi::iconFillAndStroke()
         }
         return sum;
     };
-    const int thin = ink(icon.render(48));
+    const int thin = alphaSum(icon.render(48));
     icon.setStrokeWidth(2.75);
-    QVERIFY(ink(icon.render(48)) > thin * 5 / 4);
+    QVERIFY(alphaSum(icon.render(48)) > thin * 5 / 4);
 }
 
 void TestUi::missingIconIsLoggedOnce()
@@ -158,7 +158,7 @@ void TestUi::usageBarTiers()
     QCOMPARE(fill(0.3), QStringLiteral("#e53935"));
 }
 
-void TestUi::thumbnailFailure()
+void TestUi::thumbnailShowsPlaceholderOnError()
 {
     QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("Cannot open")));
     Stage stage("Thumbnail { objectName: 'it'; source: 'file:///nowhere/at/all.png' }");
@@ -189,7 +189,7 @@ void TestUi::textFieldShowsFocusAndError()
     QCOMPARE(border("color").value<QColor>().name(), QStringLiteral("#ff8a80"));
 }
 
-void TestUi::passwordIsHiddenFromTheBus()
+void TestUi::passwordIsHiddenFromAssistiveTechnology()
 {
     Stage stage("TextField { objectName: 'it'; name: 'Password'; echoMode: TextInput.Password }");
     QQuickItem *it = stage.item(QStringLiteral("it"));
@@ -213,7 +213,7 @@ void TestUi::passwordIsHiddenFromTheBus()
     }
 }
 
-void TestUi::textFieldCanBeEditedOverTheBus()
+void TestUi::assistiveTechnologyCanEditTextField()
 {
     Stage stage("TextField { objectName: 'it'; name: 'Search threads'; hint: 'Titles only' }");
     QQuickItem *it = stage.item(QStringLiteral("it"));
@@ -241,7 +241,7 @@ void TestUi::textFieldCanBeEditedOverTheBus()
     QCOMPARE(accessible->parent()->window(), &stage.window);
 }
 
-void TestUi::readOnlyFieldCannotBeEditedOverTheBus()
+void TestUi::assistiveTechnologyCannotEditReadOnlyField()
 {
     Stage stage("TextField { objectName: 'it'; text: 'kept'; readOnly: true }");
     QQuickItem *it = stage.item(QStringLiteral("it"));
@@ -260,7 +260,7 @@ void TestUi::labelsShowMarkupAsText()
     QVERIFY(it->property("contentWidth").toDouble() > 50);
 }
 
-void TestUi::reducedMotionStopsTheSpinner()
+void TestUi::reducedMotionStopsSpinner()
 {
     Stage stage(R"(Spinner { objectName: 'it' }
                    property bool reduced: Tokens.reducedMotion
@@ -279,7 +279,7 @@ void TestUi::reducedMotionStopsTheSpinner()
     QMetaObject::invokeMethod(stage.root.get(), "reduce", Q_ARG(QVariant, false));
 }
 
-void TestUi::motionFollowsTheSystem()
+void TestUi::motionFollowsSystemPreference()
 {
     FakeAppearance system;
     system.reducedMotion = true;
@@ -302,7 +302,7 @@ void TestUi::motionFollowsTheSystem()
     QCOMPARE(stage.count("slide"), 0);
     QCOMPARE(stage.count("longestFade"), 80);
     QVERIFY(!pulse->property("running").toBool());
-    // What stands still stands in full colour, whenever it was stopped.
+    // A stopped pulse is fully opaque, regardless of when it was stopped.
     QCOMPARE(halo->opacity(), 1.0);
 
     system.setReducesMotion(false);
@@ -312,7 +312,7 @@ void TestUi::motionFollowsTheSystem()
     QCOMPARE(stage.count("slide"), 0);
 }
 
-void TestUi::theSystemMayOutliveTheEngine()
+void TestUi::appearanceMayOutliveEngine()
 {
     FakeAppearance system;
     {

@@ -22,7 +22,7 @@ double luminance(const QColor &color)
            0.0722 * channelLuminance(color.blueF());
 }
 
-/// Contrast of two opaque colours, 1 to 21.
+/// Contrast ratio of two opaque colours, 1 to 21, from their relative luminances.
 double contrast(const QColor &a, const QColor &b)
 {
     const double first = luminance(a);
@@ -30,16 +30,16 @@ double contrast(const QColor &a, const QColor &b)
     return (std::max(first, second) + 0.05) / (std::min(first, second) + 0.05);
 }
 
-/// A translucent colour over an opaque one.
-QColor over(const QColor &top, const QColor &base, double share = 1)
+/// Blends a translucent colour over an opaque one.
+QColor over(const QColor &top, const QColor &base, double opacity = 1)
 {
-    const double a = top.alphaF() * share;
+    const double a = top.alphaF() * opacity;
     const auto mix = [a](double t, double b) { return float(t * a + b * (1 - a)); };
     return QColor::fromRgbF(mix(top.redF(), base.redF()), mix(top.greenF(), base.greenF()),
                             mix(top.blueF(), base.blueF()));
 }
 
-/// One set of tokens.
+/// Reads the colours of one set of tokens.
 class Theme
 {
 public:
@@ -58,20 +58,20 @@ private:
     QObject *m_tokens;
 };
 
-void require(double ratio, double least, const char *what)
+void verifyContrast(double ratio, double minimum, const char *name)
 {
-    QVERIFY2(ratio >= least,
-             qPrintable(QStringLiteral("%1: %2, wanted %3")
-                            .arg(QLatin1StringView(what), QString::number(ratio, 'f', 2))
-                            .arg(least)));
+    QVERIFY2(ratio >= minimum,
+             qPrintable(QStringLiteral("%1: %2, expected at least %3")
+                            .arg(QLatin1StringView(name), QString::number(ratio, 'f', 2))
+                            .arg(minimum)));
 }
 
-constexpr double words = 4.5;
-constexpr double shapes = 3;
+constexpr double textMinimum = 4.5;
+constexpr double shapeMinimum = 3;
 
 } // namespace
 
-/// Words and outlines can be told from what is behind them, whatever that is.
+/// Minimum contrast of text and outlines with their backgrounds.
 class TestUiContrast : public QObject
 {
     Q_OBJECT
@@ -91,46 +91,50 @@ private Q_SLOTS:
         QCOMPARE(qRound(contrast(QColor(0x76, 0x76, 0x76), Qt::white) * 100), 454);
     }
 
-    void frameOverAnything_data()
+    void frameOverWhiteAndBlack_data()
     {
-        QTest::addColumn<QColor>("behind");
+        QTest::addColumn<QColor>("backdrop");
         QTest::newRow("white") << QColor(Qt::white);
         QTest::newRow("black") << QColor(Qt::black);
     }
-    void frameOverAnything()
+    void frameOverWhiteAndBlack()
     {
-        QFETCH(QColor, behind);
+        QFETCH(QColor, backdrop);
         const Theme frame(*m_stage, "frame");
-        const QColor surface = over(frame("background"), behind);
-        require(contrast(frame("text"), surface), 14, "text");
-        require(contrast(frame("dimText"), surface), 7, "secondary text");
-        require(contrast(frame("accentText"), surface), 7.9, "accent text");
-        require(contrast(frame("dangerText"), surface), words, "danger text");
-        require(contrast(frame("warnText"), surface), words, "warning text");
-        require(contrast(frame("icon"), surface), words, "icons");
-        require(contrast(frame("outline"), surface), shapes, "outline");
-        require(contrast(frame("ring"), surface), shapes, "focus ring");
-        require(contrast(frame("tooltipText"), frame("tooltip")), 7, "tooltip");
+        const QColor surface = over(frame("background"), backdrop);
+        verifyContrast(contrast(frame("text"), surface), 14, "text");
+        verifyContrast(contrast(frame("dimText"), surface), 7, "secondary text");
+        verifyContrast(contrast(frame("accentText"), surface), 7.9, "accent text");
+        verifyContrast(contrast(frame("dangerText"), surface), textMinimum, "danger text");
+        verifyContrast(contrast(frame("warnText"), surface), textMinimum, "warning text");
+        verifyContrast(contrast(frame("icon"), surface), textMinimum, "icons");
+        verifyContrast(contrast(frame("outline"), surface), shapeMinimum, "outline");
+        verifyContrast(contrast(frame("ring"), surface), shapeMinimum, "focus ring");
+        verifyContrast(contrast(frame("tooltipText"), frame("tooltip")), 7, "tooltip");
         for (const char *fill : {"raised", "input", "blockingCard"}) {
-            require(contrast(frame("text"), frame(fill)), words, fill);
-            require(contrast(frame("dimText"), frame(fill)), words, fill);
-            require(contrast(frame("dangerText"), frame(fill)), words, fill);
-            require(contrast(frame("accentText"), frame(fill)), words, fill);
+            verifyContrast(contrast(frame("text"), frame(fill)), textMinimum, fill);
+            verifyContrast(contrast(frame("dimText"), frame(fill)), textMinimum, fill);
+            verifyContrast(contrast(frame("dangerText"), frame(fill)), textMinimum, fill);
+            verifyContrast(contrast(frame("accentText"), frame(fill)), textMinimum, fill);
         }
-        // What hovers and presses keeps its words readable.
+        // Text stays readable in the hovered and pressed states.
         for (const char *state : {"hover", "pressed", "secondary", "secondaryHover"})
-            require(contrast(frame("text"), over(frame(state), surface)), words, state);
+            verifyContrast(contrast(frame("text"), over(frame(state), surface)), textMinimum,
+                           state);
     }
 
     void filledButtons()
     {
         for (const char *name : {"frame", "dark", "light"}) {
             const Theme theme(*m_stage, name);
-            require(contrast(theme("textOnAccent"), theme("accentFill")), 5.1, "at rest");
-            require(contrast(theme("textOnAccent"), theme("accentFillHover")), 4.6, "hovered");
-            require(contrast(theme("textOnAccent"), theme("accentFillPressed")), words, "pressed");
-            require(contrast(Qt::white, theme("dangerFill")), words, "danger");
-            require(contrast(Qt::white, theme("dangerFillHover")), words, "danger hovered");
+            verifyContrast(contrast(theme("textOnAccent"), theme("accentFill")), 5.1, "at rest");
+            verifyContrast(contrast(theme("textOnAccent"), theme("accentFillHover")), 4.6,
+                           "hovered");
+            verifyContrast(contrast(theme("textOnAccent"), theme("accentFillPressed")), textMinimum,
+                           "pressed");
+            verifyContrast(contrast(Qt::white, theme("dangerFill")), textMinimum, "danger");
+            verifyContrast(contrast(Qt::white, theme("dangerFillHover")), textMinimum,
+                           "danger hovered");
         }
     }
 
@@ -149,31 +153,32 @@ private Q_SLOTS:
                                      over(sheet("hover"), raised),
                                      over(sheet("selectedRow"), raised)};
         for (const QColor &surface : surfaces) {
-            require(contrast(sheet("text"), surface), 7, "text");
-            require(contrast(sheet("dimText"), surface), isDark ? 5 : words, "muted text");
-            require(contrast(sheet("outline"), surface), isDark ? 2.7 : shapes, "outline");
+            verifyContrast(contrast(sheet("text"), surface), 7, "text");
+            verifyContrast(contrast(sheet("dimText"), surface), isDark ? 5 : textMinimum,
+                           "muted text");
+            verifyContrast(contrast(sheet("outline"), surface), isDark ? 2.7 : shapeMinimum,
+                           "outline");
         }
         for (const QColor &surface : {sheet("background"), raised}) {
-            require(contrast(sheet("accentText"), surface), 5, "accent text");
-            require(contrast(sheet("dangerText"), surface), words, "danger text");
-            require(contrast(sheet("warnText"), surface), words, "warning text");
-            require(contrast(sheet("accent"), surface), shapes, "marks");
-            require(contrast(sheet("ring"), surface), shapes, "focus ring");
-            require(contrast(sheet("outline"), surface), shapes, "outline");
+            verifyContrast(contrast(sheet("accentText"), surface), 5, "accent text");
+            verifyContrast(contrast(sheet("dangerText"), surface), textMinimum, "danger text");
+            verifyContrast(contrast(sheet("warnText"), surface), textMinimum, "warning text");
+            verifyContrast(contrast(sheet("accent"), surface), shapeMinimum, "marks");
+            verifyContrast(contrast(sheet("ring"), surface), shapeMinimum, "focus ring");
+            verifyContrast(contrast(sheet("outline"), surface), shapeMinimum, "outline");
         }
-        // The recording chip, the chosen segment, the knob of a switch.
-        require(contrast(sheet("accentText"), over(sheet("accent"), raised, 0.16)), words,
-                "recording chip");
-        require(contrast(sheet("text"), sheet("segmentOn")), 7, "chosen segment");
-        require(contrast(sheet("knob"), sheet("switchOn")), shapes, "switch on");
-        require(contrast(sheet("knob"), sheet("switchOff")), shapes, "switch off");
-        // The ghost button of a conflict is drawn a little back.
-        require(contrast(over(sheet("text"), raised, 0.72), raised), words, "drawn back");
-        // A dialog over the scrim stands on its own surface.
-        require(contrast(sheet("text"), raised), 7, "dialog");
+        verifyContrast(contrast(sheet("accentText"), over(sheet("accent"), raised, 0.16)),
+                       textMinimum, "recording chip");
+        verifyContrast(contrast(sheet("text"), sheet("segmentOn")), 7, "selected segment");
+        verifyContrast(contrast(sheet("knob"), sheet("switchOn")), shapeMinimum, "switch on");
+        verifyContrast(contrast(sheet("knob"), sheet("switchOff")), shapeMinimum, "switch off");
+        // The ghost button of a conflict is dimmed.
+        verifyContrast(contrast(over(sheet("text"), raised, 0.72), raised), textMinimum,
+                       "dimmed button");
+        verifyContrast(contrast(sheet("text"), raised), 7, "dialog");
     }
 
-    void theTwoThemesDiffer()
+    void themesDiffer()
     {
         const Theme dark(*m_stage, "dark");
         const Theme light(*m_stage, "light");

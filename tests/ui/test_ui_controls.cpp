@@ -19,35 +19,35 @@ class TestUiControls : public QObject
 private Q_SLOTS:
     void initTestCase() { initializeUi(); }
 
-    void pressing_data();
-    void pressing();
-    void disabledTakesNothing_data();
-    void disabledTakesNothing();
-    void blockedStillActs();
+    void buttonActivation_data();
+    void buttonActivation();
+    void disabledControlIgnoresInput_data();
+    void disabledControlIgnoresInput();
+    void blockedButtonEmitsClicked();
     void focusRingOnKeyboardFocusOnly();
-    void clickLeavesTheFocusWhereItWas();
-    void caretComesToRest();
-    void toggleReports();
-    void toggleFollowsTheModel();
-    void wholeToggleRowToggles();
-    void sliderKeys();
-    void sliderPointerAndAssistiveEdits();
-    void sliderModelChangeIsNoEdit();
-    void tooltipAfterADelay();
-    void tooltipOnKeyboardFocusAtOnce();
-    void tooltipSaysWhy();
-    void tooltipOfADisabledControl();
-    void tooltipStaysInsideTheWindow();
+    void clickDoesNotMoveFocus();
+    void caretStopsBlinking();
+    void toggleEmitsToggled();
+    void toggleFollowsModel();
+    void wholeRowToggles();
+    void sliderKeyboardSteps();
+    void sliderPointerAndAccessibilityEdits();
+    void sliderModelChangeDoesNotEmitEdited();
+    void tooltipAppearsAfterDelay();
+    void tooltipAppearsImmediatelyOnKeyboardFocus();
+    void tooltipShowsBlockedReason();
+    void tooltipShowsDisabledReason();
+    void tooltipStaysInsideWindow();
 };
 
-void TestUiControls::pressing_data()
+void TestUiControls::buttonActivation_data()
 {
     QTest::addColumn<QByteArray>("type");
     QTest::newRow("button") << QByteArray("Button { text: 'Name'");
     QTest::newRow("icon button") << QByteArray("IconButton { name: 'Name'; iconName: 'plus'");
 }
 
-void TestUiControls::pressing()
+void TestUiControls::buttonActivation()
 {
     QFETCH(QByteArray, type);
     Stage stage("property int presses: 0\n" + type +
@@ -71,13 +71,13 @@ void TestUiControls::pressing()
     QCOMPARE(stage.count("presses"), 5);
 }
 
-void TestUiControls::disabledTakesNothing_data()
+void TestUiControls::disabledControlIgnoresInput_data()
 {
-    pressing_data();
+    buttonActivation_data();
     QTest::newRow("toggle") << QByteArray("Toggle { text: 'Name'; onToggled: presses += 1");
 }
 
-void TestUiControls::disabledTakesNothing()
+void TestUiControls::disabledControlIgnoresInput()
 {
     QFETCH(QByteArray, type);
     Stage stage("property int presses: 0\n" + type +
@@ -94,7 +94,7 @@ void TestUiControls::disabledTakesNothing()
     QVERIFY(QAccessible::queryAccessibleInterface(it)->state().disabled);
 }
 
-void TestUiControls::blockedStillActs()
+void TestUiControls::blockedButtonEmitsClicked()
 {
     Stage stage(R"(property int presses: 0
         IconButton { objectName: 'it'; name: 'Send'; iconName: 'arrow-up'; look: IconButton.Filled
@@ -129,7 +129,7 @@ void TestUiControls::focusRingOnKeyboardFocusOnly()
     QCOMPARE(areaOf(ring()), areaOf(it).adjusted(-4, -4, 4, 4));
 }
 
-void TestUiControls::clickLeavesTheFocusWhereItWas()
+void TestUiControls::clickDoesNotMoveFocus()
 {
     Stage stage(R"(TextField { objectName: 'field'; focus: true }
                    Button { objectName: 'it'; text: 'A'; y: 60 })");
@@ -138,7 +138,7 @@ void TestUiControls::clickLeavesTheFocusWhereItWas()
     QVERIFY(stage.item(QStringLiteral("field"))->hasActiveFocus());
 }
 
-void TestUiControls::caretComesToRest()
+void TestUiControls::caretStopsBlinking()
 {
     Stage stage(R"(TextField { objectName: 'field'; focus: true })");
     stage.item(QStringLiteral("field"))->forceActiveFocus();
@@ -151,7 +151,7 @@ void TestUiControls::caretComesToRest()
     QCOMPARE(caret->property("blinksLeft").toInt(), 20);
 }
 
-void TestUiControls::toggleReports()
+void TestUiControls::toggleEmitsToggled()
 {
     Stage stage(R"(property int toggles: 0
         Toggle { objectName: 'it'; text: 'Save thread'; onToggled: toggles += 1 })");
@@ -174,7 +174,7 @@ void TestUiControls::toggleReports()
     QVERIFY(!it->property("checked").toBool());
 }
 
-void TestUiControls::toggleFollowsTheModel()
+void TestUiControls::toggleFollowsModel()
 {
     Stage stage(R"(property bool model: false
         Toggle { objectName: 'it'; text: 'A'; checked: model; onToggled: model = checked })");
@@ -185,7 +185,7 @@ void TestUiControls::toggleFollowsTheModel()
     QVERIFY(!it->property("checked").toBool());
 }
 
-void TestUiControls::wholeToggleRowToggles()
+void TestUiControls::wholeRowToggles()
 {
     Stage stage(R"(property int toggles: 0
         Toggle { objectName: 'it'; width: 300; text: 'A'; trailing: true; onToggled: toggles += 1 })");
@@ -196,7 +196,7 @@ void TestUiControls::wholeToggleRowToggles()
     QCOMPARE(it->height(), 28);
 }
 
-void TestUiControls::sliderKeys()
+void TestUiControls::sliderKeyboardSteps()
 {
     Stage stage(R"(property real model: 0.5
         Slider { objectName: 'it'; modelValue: model; onEdited: value => model = value })");
@@ -215,7 +215,7 @@ void TestUiControls::sliderKeys()
     QCOMPARE(model(), 0);
 }
 
-void TestUiControls::sliderPointerAndAssistiveEdits()
+void TestUiControls::sliderPointerAndAccessibilityEdits()
 {
     Stage stage(R"(property real model: 0.5
         Slider { objectName: 'it'; name: 'Opacity'; modelValue: model
@@ -233,7 +233,7 @@ void TestUiControls::sliderPointerAndAssistiveEdits()
     QVERIFY(qAbs(stage.root->property("model").toDouble() - 0.36) < 0.001);
 }
 
-void TestUiControls::sliderModelChangeIsNoEdit()
+void TestUiControls::sliderModelChangeDoesNotEmitEdited()
 {
     Stage stage(R"(property real model: 0.5
         property int edits: 0
@@ -243,7 +243,7 @@ void TestUiControls::sliderModelChangeIsNoEdit()
     QCOMPARE(stage.count("edits"), 0);
 }
 
-void TestUiControls::tooltipAfterADelay()
+void TestUiControls::tooltipAppearsAfterDelay()
 {
     Stage stage(R"(IconButton { objectName: 'it'; name: 'Send'; iconName: 'plus'
                                 shortcutText: 'Return'; x: 100; y: 60 })");
@@ -260,7 +260,7 @@ void TestUiControls::tooltipAfterADelay()
     QCOMPARE(QGuiApplication::topLevelWindows().size(), 1);
 }
 
-void TestUiControls::tooltipOnKeyboardFocusAtOnce()
+void TestUiControls::tooltipAppearsImmediatelyOnKeyboardFocus()
 {
     Stage stage(
         R"(IconButton { objectName: 'it'; name: 'Menu'; iconName: 'menu'; x: 100; y: 60 })");
@@ -269,7 +269,7 @@ void TestUiControls::tooltipOnKeyboardFocusAtOnce()
     QCOMPARE(stage.texts(), QStringList{QStringLiteral("Menu")});
 }
 
-void TestUiControls::tooltipSaysWhy()
+void TestUiControls::tooltipShowsBlockedReason()
 {
     Stage stage(R"(IconButton { name: 'Send'; iconName: 'plus'; blocked: true
                                 blockedReason: 'Blocked: Credit Limit Reached'
@@ -278,7 +278,7 @@ void TestUiControls::tooltipSaysWhy()
     QCOMPARE(stage.texts(), QStringList{QStringLiteral("Blocked: Credit Limit Reached")});
 }
 
-void TestUiControls::tooltipOfADisabledControl()
+void TestUiControls::tooltipShowsDisabledReason()
 {
     Stage stage(R"(IconButton { objectName: 'it'; name: 'Send'; iconName: 'plus'; enabled: false
                                 disabledReason: 'Send needs text in the box'; x: 100; y: 60 })");
@@ -286,7 +286,7 @@ void TestUiControls::tooltipOfADisabledControl()
     QTRY_COMPARE(stage.texts(), QStringList{QStringLiteral("Send needs text in the box")});
 }
 
-void TestUiControls::tooltipStaysInsideTheWindow()
+void TestUiControls::tooltipStaysInsideWindow()
 {
     Stage stage(R"(IconButton { name: 'A rather long name of a thing'; iconName: 'plus'
                                 x: 372; y: 172 })");

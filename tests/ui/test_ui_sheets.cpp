@@ -8,7 +8,7 @@ using namespace quellora;
 
 namespace {
 
-const QByteArray deleteDialog = R"(
+const QByteArray dialogQml = R"(
     property int confirmations: 0
     property int cancellations: 0
     TextField { objectName: 'behind'; focus: true }
@@ -17,7 +17,7 @@ const QByteArray deleteDialog = R"(
              onConfirmed: confirmations += 1
              onCancelled: cancellations += 1 })";
 
-QQuickItem *buttonCalled(Stage &stage, const QString &text)
+QQuickItem *buttonWithText(Stage &stage, const QString &text)
 {
     return findItem(stage.item(QStringLiteral("it")), "text", text);
 }
@@ -30,27 +30,27 @@ class TestUiSheets : public QObject
 private Q_SLOTS:
     void initTestCase() { initializeUi(); }
 
-    void dialogStartsOnTheSafeChoice();
-    void dialogKeepsTabInside();
-    void dialogEscapeAndScrimCancel();
-    void dialogTakesClicksFromWhatIsBehind();
+    void dialogInitiallyFocusesCancel();
+    void dialogTrapsTab();
+    void escapeAndScrimCancelDialog();
+    void dialogBlocksClicksBehindIt();
     void dialogConfirms();
-    void dialogInASheetKeepsTabToItself();
+    void dialogInSheetTrapsTab();
     void sheetSlidesAndFades();
-    void sheetKeepsTabInside();
-    void sheetAsksForClosing();
-    void rowIsPressedAndSelected();
+    void sheetTrapsTab();
+    void sheetEmitsCloseRequested();
+    void rowActivationAndSelection();
     void chipStates();
 };
 
-void TestUiSheets::dialogStartsOnTheSafeChoice()
+void TestUiSheets::dialogInitiallyFocusesCancel()
 {
-    Stage stage(deleteDialog);
+    Stage stage(dialogQml);
     QQuickItem *dialog = stage.item(QStringLiteral("it"));
     QVERIFY(!dialog->isVisible());
     dialog->setProperty("open", true);
-    QVERIFY(buttonCalled(stage, QStringLiteral("Cancel"))->hasActiveFocus());
-    QCOMPARE(buttonCalled(stage, QStringLiteral("Cancel"))->height(), 32);
+    QVERIFY(buttonWithText(stage, QStringLiteral("Cancel"))->hasActiveFocus());
+    QCOMPARE(buttonWithText(stage, QStringLiteral("Cancel"))->height(), 32);
     QAccessibleInterface *accessible = QAccessible::queryAccessibleInterface(dialog);
     QCOMPARE(accessible->role(), QAccessible::Dialog);
     QCOMPARE(accessible->text(QAccessible::Name), QStringLiteral("Delete this thread?"));
@@ -59,12 +59,12 @@ void TestUiSheets::dialogStartsOnTheSafeChoice()
     QCOMPARE(stage.count("confirmations"), 0);
 }
 
-void TestUiSheets::dialogKeepsTabInside()
+void TestUiSheets::dialogTrapsTab()
 {
-    Stage stage(deleteDialog);
+    Stage stage(dialogQml);
     stage.item(QStringLiteral("it"))->setProperty("open", true);
-    QQuickItem *cancel = buttonCalled(stage, QStringLiteral("Cancel"));
-    QQuickItem *confirm = buttonCalled(stage, QStringLiteral("Delete"));
+    QQuickItem *cancel = buttonWithText(stage, QStringLiteral("Cancel"));
+    QQuickItem *confirm = buttonWithText(stage, QStringLiteral("Delete"));
     QVERIFY(cancel->hasActiveFocus());
     stage.press(Qt::Key_Tab);
     QVERIFY(confirm->hasActiveFocus());
@@ -74,9 +74,9 @@ void TestUiSheets::dialogKeepsTabInside()
     QVERIFY(confirm->hasActiveFocus());
 }
 
-void TestUiSheets::dialogEscapeAndScrimCancel()
+void TestUiSheets::escapeAndScrimCancelDialog()
 {
-    Stage stage(deleteDialog);
+    Stage stage(dialogQml);
     stage.item(QStringLiteral("it"))->setProperty("open", true);
     stage.press(Qt::Key_Escape);
     QCOMPARE(stage.count("cancellations"), 1);
@@ -86,7 +86,7 @@ void TestUiSheets::dialogEscapeAndScrimCancel()
     QCOMPARE(stage.count("cancellations"), 2);
 }
 
-void TestUiSheets::dialogTakesClicksFromWhatIsBehind()
+void TestUiSheets::dialogBlocksClicksBehindIt()
 {
     Stage stage("property int presses: 0\nButton { text: 'Behind'; onClicked: presses += 1 }\n"
                 "Dialog { open: true; title: 'T'; confirmText: 'Delete' }");
@@ -96,14 +96,14 @@ void TestUiSheets::dialogTakesClicksFromWhatIsBehind()
 
 void TestUiSheets::dialogConfirms()
 {
-    Stage stage(deleteDialog);
+    Stage stage(dialogQml);
     stage.item(QStringLiteral("it"))->setProperty("open", true);
-    click(buttonCalled(stage, QStringLiteral("Delete")));
+    click(buttonWithText(stage, QStringLiteral("Delete")));
     QCOMPARE(stage.count("confirmations"), 1);
     QCOMPARE(stage.count("cancellations"), 0);
 }
 
-void TestUiSheets::dialogInASheetKeepsTabToItself()
+void TestUiSheets::dialogInSheetTrapsTab()
 {
     Stage stage(R"(SheetHost { anchors.fill: parent; open: true
         Button { objectName: 'a'; text: 'A' }
@@ -113,7 +113,7 @@ void TestUiSheets::dialogInASheetKeepsTabToItself()
         stage.press(Qt::Key_Tab);
         QVERIFY(!stage.item(QStringLiteral("a"))->hasActiveFocus());
     }
-    QVERIFY(buttonCalled(stage, QStringLiteral("Cancel"))->hasActiveFocus());
+    QVERIFY(buttonWithText(stage, QStringLiteral("Cancel"))->hasActiveFocus());
 }
 
 void TestUiSheets::sheetSlidesAndFades()
@@ -133,7 +133,7 @@ void TestUiSheets::sheetSlidesAndFades()
     QTRY_VERIFY(!sheet->isVisible());
 }
 
-void TestUiSheets::sheetKeepsTabInside()
+void TestUiSheets::sheetTrapsTab()
 {
     Stage stage(R"(TextField { objectName: 'behind' }
         SheetHost { objectName: 'it'; anchors.fill: parent; open: true
@@ -147,7 +147,7 @@ void TestUiSheets::sheetKeepsTabInside()
     QVERIFY(stage.item(QStringLiteral("b"))->hasActiveFocus());
 }
 
-void TestUiSheets::sheetAsksForClosing()
+void TestUiSheets::sheetEmitsCloseRequested()
 {
     Stage stage(R"(property int requests: 0
         SheetHost { objectName: 'it'; anchors.fill: parent; panelWidth: 200; open: true
@@ -164,7 +164,7 @@ void TestUiSheets::sheetAsksForClosing()
     QVERIFY(stage.item(QStringLiteral("it"))->property("open").toBool());
 }
 
-void TestUiSheets::rowIsPressedAndSelected()
+void TestUiSheets::rowActivationAndSelection()
 {
     Stage stage(R"(property int presses: 0
         ListRow { objectName: 'it'; width: 300; implicitHeight: 44; name: 'Balanced'; selected: true

@@ -1,4 +1,4 @@
-// Shows a QML file that uses the shared components, or writes it to a picture:
+// Shows a QML file that uses the shared components, or saves a picture of it:
 //   ui_preview FILE.qml [OUT.png]
 #include "ui/Ui.h"
 

@@ -3,7 +3,7 @@ import Quellora.Panels
 import Quellora.Sheets
 import Quellora.Ui
 
-/// Placeholder if no threads are stored or none matches the search.
+/// Placeholder shown if no threads are stored or none matches the search.
 Column {
     id: empty
 

@@ -9,11 +9,12 @@
 namespace quellora {
 
 HistoryModel::HistoryModel(HistoryController &history, const ThreadController &threads,
-                           Vocabulary words, const QLocale &locale, Clock clock, QObject *parent)
+                           Vocabulary vocabulary, const QLocale &locale, Clock clock,
+                           QObject *parent)
     : QAbstractListModel(parent)
     , m_history(history)
     , m_threads(threads)
-    , m_words(std::move(words))
+    , m_vocabulary(std::move(vocabulary))
     , m_locale(locale)
     , m_timeFormat(locale.timeFormat(QLocale::ShortFormat).remove(QStringLiteral(":ss")))
     , m_clock(std::move(clock))
@@ -22,10 +23,10 @@ HistoryModel::HistoryModel(HistoryController &history, const ThreadController &t
     connect(&history, &HistoryController::progressChanged, this, &HistoryModel::progressChanged);
     connect(&history, &HistoryController::noticeChanged, this, &HistoryModel::noticeChanged);
     connect(&history, &HistoryController::sessionsReset, this, &HistoryModel::rebuild);
-    connect(&history, &HistoryController::sessionsInserted, this, &HistoryModel::insertThreads);
-    connect(&history, &HistoryController::sessionsRemoved, this, &HistoryModel::removeThreads);
-    connect(&history, &HistoryController::sessionDeleted, this, &HistoryModel::deleteThread);
-    connect(&history, &HistoryController::sessionChanged, this, &HistoryModel::changeThread);
+    connect(&history, &HistoryController::sessionsInserted, this, &HistoryModel::threadsInserted);
+    connect(&history, &HistoryController::sessionsRemoved, this, &HistoryModel::threadsRemoved);
+    connect(&history, &HistoryController::sessionDeleted, this, &HistoryModel::threadDeleted);
+    connect(&history, &HistoryController::sessionChanged, this, &HistoryModel::threadChanged);
     connect(&threads, &ThreadController::sessionChanged, this, [this] {
         if (isOpen() && !m_visible.isEmpty())
             Q_EMIT dataChanged(index(0), index(count() - 1), {IsCurrentRole});
@@ -56,7 +57,7 @@ QVariant HistoryModel::data(const QModelIndex &index, int role) const
 {
     if (!index.isValid() || index.row() >= count())
         return {};
-    // While a thread is being taken out, its row still stands.
+    // During removal, a row may still refer to a thread that the controller has already removed.
     if (m_visible.at(index.row()) >= m_history.historySessions().size())
         return {};
     const ThreadSummary &thread = at(index.row());
@@ -114,13 +115,13 @@ void HistoryModel::rebuild()
     Q_EMIT countChanged();
 }
 
-int HistoryModel::rowFrom(qsizetype position) const
+int HistoryModel::firstRowFrom(qsizetype position) const
 {
     return int(std::distance(m_visible.begin(),
                              std::lower_bound(m_visible.begin(), m_visible.end(), position)));
 }
 
-void HistoryModel::showPositions(int row, const QList<qsizetype> &positions)
+void HistoryModel::insertVisibleRows(int row, const QList<qsizetype> &positions)
 {
     if (positions.isEmpty())
         return;
@@ -131,7 +132,7 @@ void HistoryModel::showPositions(int row, const QList<qsizetype> &positions)
     endInsertRows();
 }
 
-void HistoryModel::hideRows(int row, int count)
+void HistoryModel::removeVisibleRows(int row, int count)
 {
     if (count == 0)
         return;
@@ -140,9 +141,9 @@ void HistoryModel::hideRows(int row, int count)
     endRemoveRows();
 }
 
-void HistoryModel::insertThreads(qsizetype first, qsizetype count)
+void HistoryModel::threadsInserted(qsizetype first, qsizetype count)
 {
-    const int row = rowFrom(first);
+    const int row = firstRowFrom(first);
     std::for_each(m_visible.begin() + row, m_visible.end(),
                   [count](qsizetype &later) { later += count; });
     QList<qsizetype> added;
@@ -150,41 +151,41 @@ void HistoryModel::insertThreads(qsizetype first, qsizetype count)
         if (matches(m_history.historySessions().at(position)))
             added.append(position);
     }
-    showPositions(row, added);
+    insertVisibleRows(row, added);
     Q_EMIT countChanged();
 }
 
-void HistoryModel::removeThreads(qsizetype first, qsizetype count)
+void HistoryModel::threadsRemoved(qsizetype first, qsizetype count)
 {
-    const int row = rowFrom(first);
-    const int end = rowFrom(first + count);
+    const int row = firstRowFrom(first);
+    const int end = firstRowFrom(first + count);
     std::for_each(m_visible.begin() + end, m_visible.end(),
                   [count](qsizetype &later) { later -= count; });
-    hideRows(row, end - row);
+    removeVisibleRows(row, end - row);
     Q_EMIT countChanged();
 }
 
-void HistoryModel::deleteThread(qsizetype position)
+void HistoryModel::threadDeleted(qsizetype position)
 {
-    const int row = rowFrom(position);
+    const int row = firstRowFrom(position);
     const bool isShown = row < count() && m_visible.at(row) == position;
-    removeThreads(position, 1);
+    threadsRemoved(position, 1);
     if (isShown)
         Q_EMIT rowDeleted(row);
 }
 
-void HistoryModel::changeThread(qsizetype position)
+void HistoryModel::threadChanged(qsizetype position)
 {
-    const int row = rowFrom(position);
+    const int row = firstRowFrom(position);
     const bool isShown = row < count() && m_visible.at(row) == position;
-    const bool isToBeShown = matches(m_history.historySessions().at(position));
-    if (isShown && isToBeShown)
+    const bool shouldBeShown = matches(m_history.historySessions().at(position));
+    if (isShown && shouldBeShown)
         Q_EMIT dataChanged(index(row), index(row));
     else if (isShown)
-        hideRows(row, 1);
-    else if (isToBeShown)
-        showPositions(row, {position});
-    if (isShown != isToBeShown)
+        removeVisibleRows(row, 1);
+    else if (shouldBeShown)
+        insertVisibleRows(row, {position});
+    if (isShown != shouldBeShown)
         Q_EMIT countChanged();
 }
 
@@ -228,7 +229,7 @@ void HistoryModel::setRenaming(bool isRenaming)
 
 void HistoryModel::rename(int row, const QString &title)
 {
-    // Leaving the field as it was is no wish for a title of its own.
+    // Unchanged text must not become a custom title.
     if (row >= 0 && row < count() && title != at(row).title())
         m_history.renameSession(at(row).id, title);
 }
@@ -240,7 +241,7 @@ void HistoryModel::requestDelete(int row)
     m_pendingDelete = at(row).id;
     m_deleteTitle = index(row).data(TitleRole).toString();
     m_deleteText = QLatin1Char('"') + m_deleteTitle +
-                   QStringLiteral("\" will be permanently removed from ") + m_words.computer +
+                   QStringLiteral("\" will be permanently removed from ") + m_vocabulary.computer +
                    QStringLiteral(". This can't be undone.");
     Q_EMIT pendingDeleteChanged();
 }

@@ -12,11 +12,11 @@
 
 namespace quellora {
 
-/// What the History sidebar shows: the stored threads that match the search, newest first, each
-/// with the label of its day. Main thread only.
+/// View model of the History sidebar: the stored threads that match the search, newest first, with
+/// day labels. Main thread only.
 ///
-/// Texts are made when a row asks for them, so that ten thousand threads cost no more than those on
-/// show.
+/// Texts are generated on demand, so that the cost depends on the visible rows, not on the number
+/// of threads.
 class HistoryModel : public QAbstractListModel
 {
     Q_OBJECT
@@ -37,7 +37,7 @@ class HistoryModel : public QAbstractListModel
 public:
     enum Role {
         TitleRole = Qt::UserRole + 1,
-        /// Where the search text stands in the title, in characters; -1 without a search.
+        /// Position of the search text in the title in UTF-16 units; -1 without a search.
         MatchStartRole,
         MatchLengthRole,
         TimeRole,
@@ -49,9 +49,9 @@ public:
 
     using Clock = std::function<QDateTime()>;
 
-    /// Both borrowed.
-    /// @param words in which the machine is named
-    HistoryModel(HistoryController &history, const ThreadController &threads, Vocabulary words,
+    /// @param history, threads must outlive the model
+    /// @param vocabulary platform-specific name of the computer
+    HistoryModel(HistoryController &history, const ThreadController &threads, Vocabulary vocabulary,
                  const QLocale &locale = QLocale::system(),
                  Clock clock = QDateTime::currentDateTime, QObject *parent = nullptr);
 
@@ -65,20 +65,20 @@ public:
     void setSearchText(const QString &text);
     bool hasThreads() const { return !m_history.historySessions().isEmpty(); }
     bool isLoading() const { return m_history.isLoading(); }
-    /// Share of the list that has been read, 0 to 1.
+    /// Loaded fraction of the list, 0 to 1.
     double progress() const;
     QString progressText() const;
     QString notice() const { return m_history.notice(); }
     bool isDeletePending() const { return m_pendingDelete.has_value(); }
-    /// What the dialog says about the thread that waits for confirmation.
+    /// Text of the confirmation dialog for the pending deletion.
     QString deleteText() const { return m_deleteText; }
-    /// The thread's title as it stands in deleteText().
+    /// The thread's title as contained in deleteText().
     QString deleteTitle() const { return m_deleteTitle; }
 
     Q_INVOKABLE void close() { m_history.close(); }
     Q_INVOKABLE void open(int row);
     Q_INVOKABLE void rename(int row, const QString &title);
-    /// A title field was opened or left.
+    /// Call when a title field is opened or closed.
     Q_INVOKABLE void setRenaming(bool isRenaming);
     Q_INVOKABLE void requestDelete(int row);
     Q_INVOKABLE void cancelDelete();
@@ -94,7 +94,7 @@ Q_SIGNALS:
     void progressChanged();
     void noticeChanged();
     void pendingDeleteChanged();
-    /// The user deleted the thread that was in this row.
+    /// The user has deleted the thread of this row, which is no longer in the model.
     void rowDeleted(int row);
 
 private:
@@ -102,27 +102,29 @@ private:
     const ThreadSummary &at(int row) const;
     bool matches(const ThreadSummary &thread) const;
     void rebuild();
-    /// The first row whose thread is at @p position or after it.
-    int rowFrom(qsizetype position) const;
-    void insertThreads(qsizetype first, qsizetype count);
-    void removeThreads(qsizetype first, qsizetype count);
-    void deleteThread(qsizetype position);
-    void changeThread(qsizetype position);
-    void showPositions(int row, const QList<qsizetype> &positions);
-    void hideRows(int row, int count);
+    // Positions refer to the controller's list, rows to the filtered one.
+
+    /// The first row whose position is at least @p position.
+    int firstRowFrom(qsizetype position) const;
+    void threadsInserted(qsizetype first, qsizetype count);
+    void threadsRemoved(qsizetype first, qsizetype count);
+    void threadDeleted(qsizetype position);
+    void threadChanged(qsizetype position);
+    void insertVisibleRows(int row, const QList<qsizetype> &positions);
+    void removeVisibleRows(int row, int count);
     void openStateChanged();
 
     HistoryController &m_history;
     const ThreadController &m_threads;
-    Vocabulary m_words;
+    Vocabulary m_vocabulary;
     QLocale m_locale;
-    /// Hours and minutes, also where the short style has seconds.
+    /// The locale's short format without seconds.
     QString m_timeFormat;
     Clock m_clock;
-    /// Positions in the controller's list.
+    /// Positions of the visible threads in the controller's list, ascending.
     QList<qsizetype> m_visible;
     QString m_searchText;
-    /// The trimmed text in lower case of the locale.
+    /// The search text, trimmed and lower-cased by the locale.
     QString m_needle;
     std::optional<QUuid> m_pendingDelete;
     QString m_deleteText;

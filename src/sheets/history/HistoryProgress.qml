@@ -3,7 +3,7 @@ import Quellora.Panels
 import Quellora.Sheets
 import Quellora.Ui
 
-/// Loading progress of a long list; shown only if loading takes noticeable time.
+/// Loading progress of the thread list, shown only if loading takes longer than 250 ms.
 Column {
     id: loading
 

@@ -15,7 +15,7 @@ Item {
     /// Receives the focus when the sidebar closes.
     property Item opener
     property bool closedByKey: false
-    /// The item that confines the keyboard focus while the sidebar is open.
+    /// The item that contains the keyboard focus while the sidebar is open.
     readonly property Item keyboardScope: history.isDeletePending ? dialog : sheet
     readonly property Item firstControl: search
 
@@ -45,7 +45,7 @@ Item {
         function onOpenChanged() {
             if (overlay.history.isOpen) {
                 search.forceActiveFocus()
-                list.rest()
+                list.resetPosition()
                 return
             }
             if (overlay.opener)
@@ -121,7 +121,7 @@ Item {
                     color: overlay.theme.dimText
                 }
             }
-            // A sibling of the field: assistive technology does not see a field's children.
+            // A sibling of the field, because the children of a field are not accessible.
             IconButton {
                 objectName: "historyClearSearch"
                 x: search.x + search.width - width - 2
@@ -160,7 +160,7 @@ Item {
                 width: parent.width - 2 * x
                 height: parent.height - y - (loading.visible ? loading.height : 0)
                 bottomMargin: Tokens.space2
-                onFocusedRowGone: row => overlay.focusRow(row)
+                onFocusedRowRemoved: row => overlay.focusRow(row)
                 section.property: "day"
                 section.delegate: Label {
                     required property string section
@@ -202,8 +202,8 @@ Item {
                 delegate: SessionRow {
                     theme: overlay.theme
                     width: list.width
-                    isHeld: list.keepsFocus
-                    // Assistive technology may have focused it.
+                    ignoresFocusLoss: list.isRestoringFocus
+                    // Assistive technology may focus any row.
                     onActiveFocusChanged: if (activeFocus) list.currentIndex = index
                     onClicked: overlay.openThread(index, visualFocus)
                     onRenamed: title => overlay.history.rename(index, title)
@@ -231,7 +231,7 @@ Item {
                 theme: overlay.theme
                 visible: list.count === 0 && !overlay.history.isLoading && !notice.visible
                 x: Tokens.space5
-                // Keeps the icon in place whatever is below it.
+                // The position of the icon does not depend on the items below it.
                 y: Math.max(list.y, Math.min(Math.round(parent.height * 0.464) - 14,
                                              parent.height - height - Tokens.space2))
                 width: parent.width - 2 * x
@@ -280,7 +280,7 @@ Item {
                 overlay.focusRow(row)
             }
             onConfirmed: {
-                // Not on the row being deleted.
+                // Move the focus off the row being deleted.
                 search.forceActiveFocus()
                 overlay.history.confirmDelete()
             }

@@ -3,7 +3,7 @@ import Quellora.Panels
 import Quellora.Sheets
 import Quellora.Ui
 
-/// A stored thread: a press opens it; its title can be edited in place, and it can be deleted.
+/// A stored thread. Clicking opens it; it can be renamed in place and deleted.
 ListRow {
     id: row
 
@@ -16,8 +16,8 @@ ListRow {
     required property int notes
     required property bool isCurrent
     property bool isEditing: false
-    /// Set while the row temporarily loses the focus because the list changes.
-    property bool isHeld: false
+    /// Set while the list changes, which temporarily removes the focus.
+    property bool ignoresFocusLoss: false
     property bool hasActionFocus: false
     readonly property bool usesActions: hovered || activeFocus || hasActionFocus
     readonly property bool takesTab: ListView.isCurrentItem
@@ -27,18 +27,18 @@ ListRow {
     signal deleteRequested()
 
     /// "3 turns"
-    function counted(count, one, many) {
+    function countText(count, one, many) {
         return count === 1 ? "1 " + one : count + " " + many
     }
     function edit() {
-        // First, because the view moves the focus to the new current row, and the previous one must have
-        // lost it by then.
+        // Take the focus before the view moves it to the new current row: the previous row must have lost
+        // it by then.
         row.forceActiveFocus(Qt.OtherFocusReason)
         row.editingChanged(true)
         isEditing = true
     }
     function endEditing() {
-        // In an inactive window nothing has the focus; the row gets it on reactivation.
+        // In an inactive window no item has active focus; the row gets it on reactivation.
         const hadFocus = editor.activeFocus || !row.Window.active
         isEditing = false
         row.editingChanged(false)
@@ -49,8 +49,8 @@ ListRow {
     implicitHeight: isEditing ? 58 : 48
     focusPolicy: takesTab ? Qt.TabFocus : Qt.NoFocus
     name: title + ", " + time
-    hint: [turns > 0 ? counted(turns, qsTr("turn"), qsTr("turns")) : "",
-           notes > 0 ? counted(notes, qsTr("note"), qsTr("notes")) : ""]
+    hint: [turns > 0 ? countText(turns, qsTr("turn"), qsTr("turns")) : "",
+           notes > 0 ? countText(notes, qsTr("note"), qsTr("notes")) : ""]
           .filter(part => part.length > 0).join(", ")
     selected: isCurrent && !isEditing
     showsBar: true
@@ -65,7 +65,7 @@ ListRow {
     }
 
     Label {
-        id: words
+        id: titleLabel
         visible: !row.isEditing
         x: Tokens.space3
         y: 7
@@ -77,25 +77,25 @@ ListRow {
         elide: Text.ElideRight
         Accessible.ignored: true
 
-        // Position of the search text.
+        // Underlines the search text.
         Loader {
             active: row.matchStart >= 0
             sourceComponent: Rectangle {
                 x: before.advanceWidth
                 y: 16
-                width: Math.min(match.advanceWidth, words.width - x)
+                width: Math.min(match.advanceWidth, titleLabel.width - x)
                 height: 1
-                visible: x < words.width
+                visible: x < titleLabel.width
                 color: row.theme.accentText
 
                 TextMetrics {
                     id: before
-                    font: words.font
+                    font: titleLabel.font
                     text: row.title.substring(0, Math.max(0, row.matchStart))
                 }
                 TextMetrics {
                     id: match
-                    font: words.font
+                    font: titleLabel.font
                     text: row.title.substring(row.matchStart, row.matchStart + row.matchLength)
                 }
             }
@@ -115,20 +115,21 @@ ListRow {
         }
         Label {
             visible: row.turns > 0
-            text: row.counted(row.turns, qsTr("turn"), qsTr("turns"))
+            text: row.countText(row.turns, qsTr("turn"), qsTr("turns"))
             type: Tokens.caption
             color: row.theme.aiKind
             Accessible.ignored: true
         }
         Label {
             visible: row.notes > 0
-            text: row.counted(row.notes, qsTr("note"), qsTr("notes"))
+            text: row.countText(row.notes, qsTr("note"), qsTr("notes"))
             type: Tokens.caption
             color: row.theme.noteKind
             Accessible.ignored: true
         }
     }
-    // Created for the hovered or focused row only: creation takes longer than the rest of the row.
+    // Created only for the hovered or focused row, because creating the buttons takes longer than the
+    // rest of the row.
     Loader {
         id: actions
         active: row.usesActions || row.takesTab
@@ -173,12 +174,12 @@ ListRow {
         sourceComponent: SessionTitleField {
             theme: row.theme
             text: row.title
-            isHeld: row.isHeld
+            ignoresFocusLoss: row.ignoresFocusLoss
             onCommitted: title => {
                 row.endEditing()
                 row.renamed(title)
             }
-            onAbandoned: row.endEditing()
+            onCancelled: row.endEditing()
         }
     }
     Label {

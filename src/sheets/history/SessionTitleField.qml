@@ -1,25 +1,25 @@
 import QtQuick
 import Quellora.Ui
 
-/// Edits a thread's title. Return and losing the focus save, Escape cancels.
+/// Edits a thread's title. Return and focus loss save, Escape cancels.
 TextField {
     id: field
 
     signal committed(string title)
-    signal abandoned()
+    signal cancelled()
 
-    /// Ignores focus loss while set.
-    property bool isHeld: false
-    property bool isDone: false
+    /// While set, focus loss does not save.
+    property bool ignoresFocusLoss: false
+    property bool isFinished: false
 
-    function finish(keep) {
-        if (isDone)
+    function finish(commit) {
+        if (isFinished)
             return
-        isDone = true
-        if (keep)
+        isFinished = true
+        if (commit)
             field.committed(field.text)
         else
-            field.abandoned()
+            field.cancelled()
     }
 
     implicitHeight: 28
@@ -32,7 +32,7 @@ TextField {
         forceActiveFocus()
     }
     onActiveFocusChanged: {
-        if (!activeFocus && !isHeld)
+        if (!activeFocus && !ignoresFocusLoss)
             finish(true)
     }
     Keys.onReturnPressed: finish(true)

@@ -2,69 +2,70 @@ import QtQuick
 import Quellora.Panels
 import Quellora.Sheets
 
-/// The rows of threads. Rows are inserted and removed while the list loads; the focused row or, once
-/// scrolled, the top row keeps its position.
+/// The list of threads. When rows are inserted or removed during loading, the focused row or, if
+/// scrolled, the top row keeps its position in the viewport.
 ListView {
     id: list
 
     required property HistoryModel history
-    /// The row whose position is kept while others change, and its distance from the top.
-    property int keptRow: -1
-    property real keptY: 0
-    /// The item to focus again; the view itself would focus the whole row.
-    property Item keptFocus: null
-    property bool keptRing: false
-    readonly property bool keepsFocus: keptFocus !== null
+    /// The row whose position is preserved, or -1, and its distance from the top of the viewport.
+    property int anchorRow: -1
+    property real anchorOffset: 0
+    /// The item to focus again, because the view would focus the row instead of its control.
+    property Item savedFocusItem: null
+    property bool savedVisualFocus: false
+    readonly property bool isRestoringFocus: savedFocusItem !== null
 
-    /// The focused row was removed; @p row is now at its position.
-    signal focusedRowGone(int row)
+    /// The focused row was removed; @p row now has its index.
+    signal focusedRowRemoved(int row)
 
     /// Scrolls to the top and makes the current thread's row the Tab stop.
-    function rest() {
+    function resetPosition() {
         currentIndex = Math.max(0, history.currentRow())
         positionViewAtBeginning()
     }
-    function stayAtTop() {
-        // Unless the user has scrolled or focused the list meanwhile.
+    function resetUnlessScrolled() {
+        // The user may have scrolled or focused the list in the meantime.
         if (atYBeginning && !activeFocus)
-            rest()
+            resetPosition()
     }
-    function isInSight(item) {
+    function isInViewport(item) {
         return item && item.y + item.height > contentY && item.y < contentY + height
     }
-    /// Called before rows change.
-    function keepPlace() {
-        if (keptRow >= 0)
+    /// Call before rows change.
+    function savePosition() {
+        if (anchorRow >= 0)
             return
         if (atYBeginning && !activeFocus) {
-            Qt.callLater(stayAtTop)
+            Qt.callLater(resetUnlessScrolled)
             return
         }
         // The second position skips a section heading.
-        keptRow = activeFocus && isInSight(currentItem)
+        anchorRow = activeFocus && isInViewport(currentItem)
                   ? currentIndex : Math.max(indexAt(1, contentY), indexAt(1, contentY + 32))
-        if (keptRow < 0)
+        if (anchorRow < 0)
             return
-        keptY = itemAtIndex(keptRow).y - contentY
-        keptFocus = activeFocus ? Window.activeFocusItem : null
-        keptRing = keptFocus !== null && keptFocus.visualFocus === true
-        Qt.callLater(returnToPlace)
+        anchorOffset = itemAtIndex(anchorRow).y - contentY
+        savedFocusItem = activeFocus ? Window.activeFocusItem : null
+        savedVisualFocus = savedFocusItem !== null && savedFocusItem.visualFocus === true
+        Qt.callLater(restorePosition)
     }
-    function returnToPlace() {
-        if (keptRow < 0)
+    function restorePosition() {
+        if (anchorRow < 0)
             return
         // The row may have been removed.
-        const row = Math.min(keptRow, count - 1)
+        const row = Math.min(anchorRow, count - 1)
         positionViewAtIndex(row, ListView.Contain)
         if (row >= 0)
-            contentY = itemAtIndex(row).y - keptY
-        if (keptFocus)
-            keptFocus.forceActiveFocus(keptRing ? Qt.TabFocusReason : Qt.OtherFocusReason)
-        forgetPlace()
+            contentY = itemAtIndex(row).y - anchorOffset
+        if (savedFocusItem)
+            savedFocusItem.forceActiveFocus(savedVisualFocus ? Qt.TabFocusReason
+                                                             : Qt.OtherFocusReason)
+        clearSavedPosition()
     }
-    function forgetPlace() {
-        keptRow = -1
-        keptFocus = null
+    function clearSavedPosition() {
+        anchorRow = -1
+        savedFocusItem = null
     }
 
     model: history
@@ -76,29 +77,29 @@ ListView {
     Connections {
         target: list.history
         function onRowsAboutToBeInserted() {
-            list.keepPlace()
+            list.savePosition()
         }
         function onRowsInserted(parent, first, last) {
-            if (first <= list.keptRow)
-                list.keptRow += last - first + 1
+            if (first <= list.anchorRow)
+                list.anchorRow += last - first + 1
         }
         function onRowsAboutToBeRemoved(parent, first, last) {
             if (list.activeFocus && list.currentIndex >= first && list.currentIndex <= last)
-                Qt.callLater(list.focusedRowGone, first)
+                Qt.callLater(list.focusedRowRemoved, first)
             else
-                list.keepPlace()
+                list.savePosition()
         }
         function onRowsRemoved(parent, first, last) {
-            if (last < list.keptRow)
-                list.keptRow -= last - first + 1
+            if (last < list.anchorRow)
+                list.anchorRow -= last - first + 1
         }
-        /// Synchronously after each batch, before the next key event or frame.
+        /// Restores the position synchronously after each batch, before the next key event or frame.
         function onProgressChanged() {
-            list.returnToPlace()
+            list.restorePosition()
         }
         function onModelReset() {
-            list.forgetPlace()
-            list.rest()
+            list.clearSavedPosition()
+            list.resetPosition()
         }
     }
 }

@@ -2,13 +2,13 @@ import QtQuick
 import Quellora.Sheets
 import Quellora.Ui
 
-/// Light, dark, or the desktop's appearance.
+/// Segmented control for the appearance: light, dark or that of the system.
 Rectangle {
     id: segment
 
     required property SettingsModel settings
     property ThemeTokens theme: Tokens.sheetDark
-    /// Narrower segments for narrow windows.
+    /// Available width; the segments shrink to fit.
     property real available: width
     readonly property real step: Math.min(96, Math.floor((available - 4) / 3))
 
@@ -21,7 +21,7 @@ Rectangle {
     antialiasing: true
 
     ChoiceGroup {
-        id: order
+        id: choiceGroup
         choices: buttons
         current: buttons.model.findIndex(
                      choice => choice.value === segment.settings.stored.appearance)
@@ -29,22 +29,22 @@ Rectangle {
     Repeater {
         id: buttons
         model: [
-            {"value": Settings.Light, "id": "light", "words": qsTr("Light"), "icon": "sun"},
-            {"value": Settings.Dark, "id": "dark", "words": qsTr("Dark"), "icon": "moon"},
-            {"value": Settings.System, "id": "system", "words": qsTr("System"), "icon": "monitor"}
+            {"value": Settings.Light, "id": "light", "label": qsTr("Light"), "icon": "sun"},
+            {"value": Settings.Dark, "id": "dark", "label": qsTr("Dark"), "icon": "moon"},
+            {"value": Settings.System, "id": "system", "label": qsTr("System"), "icon": "monitor"}
         ]
 
         delegate: Choice {
             id: button
 
             required property var modelData
-            readonly property color ink: chosen || hovered ? segment.theme.text
+            readonly property color contentColor: chosen || hovered ? segment.theme.text
                                                            : segment.theme.dimText
 
             theme: segment.theme
-            group: order
+            group: choiceGroup
             objectName: "appearance-" + modelData.id
-            name: modelData.words
+            name: modelData.label
             x: 2 + index * segment.step
             y: 2
             width: segment.step
@@ -79,13 +79,13 @@ Rectangle {
                         anchors.verticalCenter: parent.verticalCenter
                         name: button.modelData.icon
                         size: 14
-                        color: button.ink
+                        color: button.contentColor
                     }
                     Label {
                         anchors.verticalCenter: parent.verticalCenter
-                        text: button.modelData.words
+                        text: button.modelData.label
                         type: Tokens.control
-                        color: button.ink
+                        color: button.contentColor
                         Accessible.ignored: true
                     }
                 }

@@ -2,7 +2,7 @@ import QtQuick
 import QtQuick.Controls.Basic as Basic
 import Quellora.Ui
 
-/// One of several exclusive choices: Tab focuses the chosen one, arrows move among all.
+/// One of several exclusive choices. Tab focuses the chosen one, arrow keys choose another.
 Basic.AbstractButton {
     id: choice
 
@@ -17,7 +17,7 @@ Basic.AbstractButton {
     readonly property bool isSwitch: true
     readonly property bool isOn: chosen
 
-    /// Emitted on a press, also of the chosen one, and on arrow navigation.
+    /// Emitted when clicked, even if already chosen, and on arrow navigation.
     signal picked()
 
     padding: 0
@@ -31,17 +31,17 @@ Basic.AbstractButton {
         switch (event.key) {
         case Qt.Key_Up:
         case Qt.Key_Left:
-            choice.group.go(choice.index - 1)
+            choice.group.moveTo(choice.index - 1)
             break
         case Qt.Key_Down:
         case Qt.Key_Right:
-            choice.group.go(choice.index + 1)
+            choice.group.moveTo(choice.index + 1)
             break
         case Qt.Key_Home:
-            choice.group.go(0)
+            choice.group.moveTo(0)
             break
         case Qt.Key_End:
-            choice.group.go(-1)
+            choice.group.moveTo(-1)
             break
         default:
             return

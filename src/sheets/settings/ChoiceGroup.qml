@@ -1,16 +1,16 @@
 import QtQuick
 
-/// Keyboard navigation among the choices of a group.
+/// Keyboard navigation within a group of choices.
 QtObject {
     id: group
 
-    /// Parent of the choices, which are a Repeater's delegates, in order.
+    /// The Repeater that creates the choices.
     required property Repeater choices
-    /// Index of the chosen one, or -1.
+    /// Index of the current choice, or -1.
     property int current: -1
 
-    /// Chooses and focuses another one, wrapping around at the ends.
-    function go(index) {
+    /// Chooses and focuses the item at @p index, wrapping around at the ends.
+    function moveTo(index) {
         const count = group.choices.count
         const next = group.choices.itemAt((index + count) % count)
         if (!next)

@@ -2,7 +2,7 @@ import QtQuick
 import QtQuick.Controls.Basic as Basic
 import Quellora.Ui
 
-/// An underlined link that opens a page.
+/// An underlined link.
 Basic.AbstractButton {
     id: link
 
@@ -10,7 +10,7 @@ Basic.AbstractButton {
     /// Read by assistive technology.
     readonly property int role: Accessible.Link
 
-    implicitWidth: words.implicitWidth
+    implicitWidth: label.implicitWidth
     implicitHeight: 28
     padding: 0
     hoverEnabled: true
@@ -26,7 +26,7 @@ Basic.AbstractButton {
     }
     contentItem: Item {
         Label {
-            id: words
+            id: label
             width: parent.width
             height: parent.height
             text: link.text
@@ -37,9 +37,9 @@ Basic.AbstractButton {
         }
         Rectangle {
             y: 21
-            width: Math.min(words.implicitWidth, parent.width)
+            width: Math.min(label.implicitWidth, parent.width)
             height: 1
-            color: words.color
+            color: label.color
         }
     }
     HoverHandler { cursorShape: Qt.PointingHandCursor }

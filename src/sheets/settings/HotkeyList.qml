@@ -2,14 +2,14 @@ import QtQuick
 import Quellora.Sheets
 import Quellora.Ui
 
-/// The actions with their shortcuts.
+/// A card with a row for each hotkey action.
 Card {
     id: card
 
     required property SettingsModel settings
 
-    /// Asks to scroll the row into view.
-    signal attention(Item row)
+    /// Requests scrolling the row into view.
+    signal revealRequested(Item row)
 
     implicitHeight: column.height
 
@@ -23,7 +23,7 @@ Card {
 
             delegate: HotkeyRow {
                 id: row
-                onAttention: card.attention(row)
+                onRevealRequested: card.revealRequested(row)
                 rows: card.settings.hotkeyRows
                 theme: card.theme
                 width: card.width

@@ -3,7 +3,7 @@ import QtQuick.Controls.Basic as Basic
 import Quellora.Sheets
 import Quellora.Ui
 
-/// One action with its shortcut; a click records a new one. An error or a question is shown below.
+/// An action with its shortcut. Clicking records a new one. Errors and conflicts are shown below.
 Item {
     id: row
 
@@ -21,23 +21,23 @@ Item {
     property bool isLast: false
     property real outerRadius: 0
     readonly property bool isPending: conflict.length > 0
-    /// In narrow windows the chip is below the title.
-    readonly property bool isStacked: Tokens.space3 + title_.implicitWidth + Tokens.space3
+    /// Whether the chip is below the title, for narrow windows.
+    readonly property bool isStacked: Tokens.space3 + titleLabel.implicitWidth + Tokens.space3
                                       + chip.width + 44 > width
     readonly property real topHeight: isStacked ? 64 : 40
     readonly property bool isPendingStacked: notice.x + notice.implicitWidth + Tokens.space2
                                              + choices.width + Tokens.space3 > width
 
-    /// Asks to scroll this row into view.
-    signal attention()
+    /// Requests scrolling this row into view.
+    signal revealRequested()
 
     onIsCapturingChanged: {
         if (isCapturing)
-            attention()
+            revealRequested()
     }
     onImplicitHeightChanged: {
         if (isPending || error.length > 0)
-            attention()
+            revealRequested()
     }
 
     objectName: "hotkey-" + index
@@ -57,7 +57,7 @@ Item {
         background: RowBackground {
             control: button
             theme: row.theme
-            // The keyboard does not navigate the sheet while the question is open.
+            // Keys do not navigate the sheet while a conflict awaits confirmation.
             showsRing: !row.isPending
             isFirst: row.isFirst
             isLast: row.isLast
@@ -74,7 +74,7 @@ Item {
         Accessible.onPressAction: button.clicked()
     }
     Label {
-        id: title_
+        id: titleLabel
         x: Tokens.space3
         width: Math.min(implicitWidth, parent.width - x - 44)
         height: row.isStacked ? 32 : 40
@@ -106,7 +106,7 @@ Item {
         foreground: down || hovered ? theme.text : theme.dimText
         iconName: cancels ? "x" : "rotate-ccw"
         name: cancels ? qsTr("Cancel recording") : qsTr("Reset %1").arg(row.title)
-        // The recording takes all keys.
+        // Recording consumes all keys.
         focusPolicy: cancels ? Qt.NoFocus : Qt.TabFocus
         onClicked: cancels ? row.rows.cancelCapture() : row.rows.reset(row.index)
     }

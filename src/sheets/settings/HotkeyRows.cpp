@@ -17,10 +17,10 @@ std::optional<HotkeyAction> actionAt(int row)
 
 } // namespace
 
-HotkeyRows::HotkeyRows(HotkeyRebinding &rebinding, Vocabulary words, QObject *parent)
-    : QAbstractListModel(parent), m_rebinding(rebinding), m_words(std::move(words))
+HotkeyRows::HotkeyRows(HotkeyRebinding &rebinding, Vocabulary vocabulary, QObject *parent)
+    : QAbstractListModel(parent), m_rebinding(rebinding), m_vocabulary(std::move(vocabulary))
 {
-    // No reset of the model: the view keeps its focus and scroll position.
+    // Do not reset the model, so that the view keeps its focus and scroll position.
     connect(&rebinding, &HotkeyRebinding::changed, this,
             [this] { Q_EMIT dataChanged(index(0), index(rowCount() - 1)); });
 }
@@ -44,7 +44,7 @@ QVariant HotkeyRows::data(const QModelIndex &index, int role) const
     case TitleRole:
         return m_rebinding.title(action);
     case ComboRole:
-        return HotkeyCombo::displayString(combo, m_words);
+        return HotkeyCombo::displayString(combo, m_vocabulary);
     case ChangedRole:
         return combo != m_rebinding.configFileHotkeys()[action];
     case CapturingRole:
@@ -58,7 +58,7 @@ QVariant HotkeyRows::data(const QModelIndex &index, int role) const
                    ? QStringLiteral("This may conflict with ") + conflict->featureName
                    : QString();
     case ConflictComboRole:
-        return isCapturing && conflict ? HotkeyCombo::displayString(conflict->combo, m_words)
+        return isCapturing && conflict ? HotkeyCombo::displayString(conflict->combo, m_vocabulary)
                                        : QString();
     default:
         return {};

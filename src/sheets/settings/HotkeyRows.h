@@ -9,8 +9,8 @@ namespace quellora {
 
 class HotkeyRebinding;
 
-/// The rows of the hot-key settings: one per action, in the order of hotkeyActions. Main thread
-/// only.
+/// List model of the hotkey settings: one row per action, in the order of hotkeyActions. Main
+/// thread only.
 class HotkeyRows : public QAbstractListModel
 {
     Q_OBJECT
@@ -19,28 +19,28 @@ class HotkeyRows : public QAbstractListModel
 public:
     enum Role {
         TitleRole = Qt::UserRole + 1,
-        /// Display form of the combo in force.
+        /// Display form of the current combo.
         ComboRole,
-        /// Whether the combo differs from the file's.
+        /// Whether the combo differs from that of the configuration file.
         ChangedRole,
         CapturingRole,
-        /// Why a recorded combo was refused; empty without an error.
+        /// Why the recorded combo was rejected; empty without an error.
         ErrorRole,
-        /// "This may conflict with …" while a combo awaits confirmation, else empty.
+        /// "This may conflict with …" while a combo is pending confirmation, else empty.
         ConflictRole,
-        /// Display form of that combo.
+        /// Display form of the pending combo.
         ConflictComboRole,
     };
 
     /// @param rebinding must outlive the model
-    /// @param words names the keys
-    HotkeyRows(HotkeyRebinding &rebinding, Vocabulary words, QObject *parent = nullptr);
+    /// @param vocabulary platform-specific key names
+    HotkeyRows(HotkeyRebinding &rebinding, Vocabulary vocabulary, QObject *parent = nullptr);
 
     int rowCount(const QModelIndex &parent = {}) const override;
     QVariant data(const QModelIndex &index, int role) const override;
     QHash<int, QByteArray> roleNames() const override;
 
-    // Rows out of range are ignored.
+    // Invalid rows are ignored.
     Q_INVOKABLE void beginCapture(int row);
     Q_INVOKABLE void cancelCapture();
     Q_INVOKABLE void confirmConflict();
@@ -50,7 +50,7 @@ public:
 
 private:
     HotkeyRebinding &m_rebinding;
-    Vocabulary m_words;
+    Vocabulary m_vocabulary;
 };
 
 } // namespace quellora

@@ -2,7 +2,7 @@ import QtQuick
 import Quellora.Sheets
 import Quellora.Ui
 
-/// The available models as radio rows.
+/// Selects one of the available models.
 Card {
     id: modelCard
 
@@ -12,7 +12,7 @@ Card {
     implicitHeight: Math.max(44, 44 * rows.count)
 
     ChoiceGroup {
-        id: order
+        id: choiceGroup
         choices: rows
         current: {
             void rows.count
@@ -41,12 +41,12 @@ Card {
 
                 card: modelCard
                 count: rows.count
-                group: order
+                group: choiceGroup
                 minimumNameWidth: modelCard.compact ? 0 : 88
                 objectName: "model-" + modelId
                 name: displayName
                 hint: descriptor
-                // Also the one in use: it may be the backend's choice, and becomes the user's.
+                // Even if already selected: this turns the backend's choice into the user's.
                 onPicked: modelCard.settings.models.choose(modelId)
             }
         }

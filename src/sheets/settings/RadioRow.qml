@@ -1,15 +1,15 @@
 import QtQuick
 import Quellora.Ui
 
-/// One of several exclusive choices as a row of a card: mark, name, hint.
+/// A choice as a row of a card, with radio mark, name and hint.
 Choice {
     id: row
 
-    /// The card that contains the rows.
+    /// The card that contains the row.
     required property Card card
     /// Number of rows in the card.
     required property int count
-    /// Minimum x of the hint, so that the hints of short names are aligned.
+    /// Minimum width of the name, so that the hints of short names are aligned.
     property real minimumNameWidth: 0
 
     theme: card.theme
@@ -25,7 +25,7 @@ Choice {
         outerRadius: row.card.radius
     }
 
-    // The radio mark: a ring, filled with a hole if chosen.
+    // The radio mark: a ring, thick if chosen.
     Rectangle {
         x: Tokens.space3
         anchors.verticalCenter: parent.verticalCenter
@@ -38,7 +38,7 @@ Choice {
         border.color: row.chosen ? row.theme.accent : row.theme.outline
     }
     Label {
-        id: words
+        id: nameLabel
         x: 40
         width: Math.min(Math.max(row.minimumNameWidth, implicitWidth),
                         row.width - x - Tokens.space3)
@@ -51,7 +51,7 @@ Choice {
         Accessible.ignored: true
     }
     Label {
-        x: words.x + words.width + Tokens.space3
+        x: nameLabel.x + nameLabel.width + Tokens.space3
         width: Math.max(0, row.width - x - Tokens.space3)
         height: parent.height
         text: row.hint

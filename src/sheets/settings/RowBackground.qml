@@ -2,8 +2,8 @@ import QtQuick
 import QtQuick.Controls.Basic as Basic
 import Quellora.Ui
 
-/// Fill and focus ring of a row inside a card, with a line below; the outer rows keep the card's
-/// round corners.
+/// Background, focus ring and separator of a row in a card. The first and last rows follow the card's
+/// rounded corners.
 Item {
     id: fill
 
@@ -24,7 +24,7 @@ Item {
         clip: fill.isFirst !== fill.isLast
 
         Rectangle {
-            // At inner edges the round corners are clipped.
+            // Extended at inner edges, so that the rounded corners are clipped there.
             y: fill.isFirst ? 0 : -radius
             width: parent.width
             height: parent.height + (fill.isFirst ? 0 : radius) + (fill.isLast ? 0 : radius)

@@ -11,7 +11,7 @@ Card {
     implicitHeight: 44 * rows.count
 
     ChoiceGroup {
-        id: order
+        id: choiceGroup
         choices: rows
         current: screenCard.settings.stored.captureAllScreens ? 1 : 0
     }
@@ -27,7 +27,7 @@ Card {
 
                 card: screenCard
                 count: rows.count
-                group: order
+                group: choiceGroup
                 objectName: "captureScreens-" + index
                 name: modelData
                 onPicked: screenCard.settings.stored.captureAllScreens = index === 1

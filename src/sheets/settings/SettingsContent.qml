@@ -2,7 +2,7 @@ import QtQuick
 import Quellora.Sheets
 import Quellora.Ui
 
-/// The sections of the settings in a column.
+/// The sections of the settings sheet.
 Column {
     id: content
 
@@ -10,8 +10,8 @@ Column {
     property ThemeTokens theme: Tokens.sheetDark
     property bool compact: false
 
-    /// An item of the content should be scrolled into view.
-    signal attention(Item item)
+    /// Requests scrolling @p item into view.
+    signal revealRequested(Item item)
 
     spacing: Tokens.space6
 
@@ -75,11 +75,11 @@ Column {
             theme: content.theme
         }
     }
-    // Created only if offered, so that assistive technology does not find it otherwise.
+    // Created only if offered, to hide it from assistive technology otherwise.
     Loader {
         id: screens
 
-        // Inside the section, "content" would be the section's own property.
+        // Inside SettingsSection, "content" would refer to its own property.
         readonly property SettingsModel settings: content.settings
         readonly property ThemeTokens theme: content.theme
 
@@ -151,7 +151,7 @@ Column {
 
         HotkeyList {
             id: hotkeys
-            onAttention: row => content.attention(row)
+            onRevealRequested: row => content.revealRequested(row)
             width: parent.width
             settings: content.settings
             theme: content.theme

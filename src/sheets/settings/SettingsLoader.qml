@@ -25,7 +25,7 @@ Loader {
         compact: loader.compact
         cornerRadius: loader.cornerRadius
         opener: loader.opener
-        // After creation, so that the opening is animated.
+        // Bound after creation, so that opening is animated.
         Component.onCompleted: open = Qt.binding(() => loader.isOpen)
         // Queued, because the sheet must not be destroyed in its own signal handler.
         onClosed: Qt.callLater(() => loader.isNeeded = loader.isOpen)

@@ -9,12 +9,12 @@
 namespace quellora {
 
 SettingsModel::SettingsModel(Settings &settings, ModelListModel &models, HotkeyRebinding &rebinding,
-                             Vocabulary words, QObject *parent)
+                             Vocabulary vocabulary, QObject *parent)
     : QObject(parent)
     , m_settings(settings)
     , m_models(models)
-    , m_words(std::move(words))
-    , m_hotkeyRows(rebinding, m_words)
+    , m_vocabulary(std::move(vocabulary))
+    , m_hotkeyRows(rebinding, m_vocabulary)
 {
     connect(&m_models, &ModelListModel::selectedChanged, this, &SettingsModel::modelHintChanged);
     connect(&m_settings, &Settings::responseTextColorHexChanged, this,
@@ -52,7 +52,7 @@ QString SettingsModel::appearanceHint() const
 {
     return QStringLiteral("Match your background: dark theme over dark apps, light theme over "
                           "documents or bright UIs. System follows ") +
-           m_words.appearanceSetting + u'.';
+           m_vocabulary.appearanceSetting + u'.';
 }
 
 void SettingsModel::setCaptureNote(const QString &note)
@@ -96,7 +96,7 @@ QString SettingsModel::textColorHex() const
 void SettingsModel::storeTextColor(const QString &hex)
 {
     m_settings.setResponseTextColorHex(hex.isEmpty() ? std::nullopt : std::optional(hex));
-    // Also when it is the colour in force already.
+    // Needed even if the colour is unchanged, because then showTextColor() is not called.
     restoreHexInput();
 }
 

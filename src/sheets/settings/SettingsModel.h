@@ -11,8 +11,9 @@
 
 namespace quellora {
 
-/// What the settings sheet shows beside the stored settings themselves, which its views bind to and
-/// write at once. The owner sets the inputs and connects the signals. Main thread only.
+/// View model of the settings sheet. Its views bind directly to the stored settings, which take
+/// effect immediately; this class adds everything else. The owner sets the inputs and handles the
+/// request signals. Main thread only.
 class SettingsModel : public QObject
 {
     Q_OBJECT
@@ -35,46 +36,47 @@ class SettingsModel : public QObject
 
 public:
     /// All references must outlive the model.
-    /// @param models the models on offer, shared with the picker
-    /// @param words in which keys and the system's own settings are named
+    /// @param models the available models, shared with the model picker
+    /// @param vocabulary platform-specific names of keys and system settings
     SettingsModel(Settings &settings, ModelListModel &models, HotkeyRebinding &rebinding,
-                  Vocabulary words, QObject *parent = nullptr);
+                  Vocabulary vocabulary, QObject *parent = nullptr);
 
     // Inputs set by the owner.
-    /// Opening starts with the hex field showing the colour in force and no error.
+    /// Opening resets the hex field to the current colour.
     void setOpen(bool isOpen);
     void setLightTheme(bool isLight);
-    /// What this desktop cannot give, in the user's words; empty when there is nothing to say.
+    /// User-facing note about limitations of this desktop; empty for none.
     void setCaptureNote(const QString &note);
-    /// There are several screens, and the capture tool can take one or all of them.
+    /// Set if there are several screens and the capture tool can capture one or all of them.
     void setScreenChoiceOffered(bool isOffered);
 
     bool isOpen() const { return m_isOpen; }
     bool isLightTheme() const { return m_isLight; }
-    /// Names the maker of the models, unless another one's are on offer.
+    /// Includes the maker's name only if the default maker's models are available.
     QString modelHint() const;
     QString appearanceHint() const;
     QString captureNote() const { return m_captureNote; }
     Settings *stored() { return &m_settings; }
     ModelListModel *models() { return &m_models; }
     TextColors *textColors() { return &m_textColors; }
-    /// What stands in the hex field.
+    /// Text of the hex field.
     QString hexInput() const { return m_hexInput; }
     void setHexInput(const QString &text);
-    /// Why the field's text is no colour; empty when nothing is wrong.
+    /// Error text of the hex field; empty if there is none.
     QString hexError() const { return m_hexError; }
     bool isScreenChoiceOffered() const { return m_isScreenChoiceOffered; }
     HotkeyRows *hotkeyRows() { return &m_hotkeyRows; }
 
-    // What the view asks for.
+    // Called by the view.
     Q_INVOKABLE void close();
     /// Stores the colour of a row of textColors().
     Q_INVOKABLE void chooseTextColor(int row);
-    /// Stores the field's text as the colour, or says what is wrong with it.
+    /// Stores the hex field's text as the colour or sets hexError().
     Q_INVOKABLE void commitHexInput();
-    /// The field was left: as commitHexInput(), but an empty field silently reverts.
+    /// Call when the hex field loses the focus: like commitHexInput(), but an empty field silently
+    /// reverts.
     Q_INVOKABLE void leaveHexInput();
-    /// Discards what was typed: the field shows the colour in force.
+    /// Reverts the hex field to the current colour.
     Q_INVOKABLE void restoreHexInput();
     Q_INVOKABLE void openHelp() { Q_EMIT helpRequested(); }
 
@@ -91,7 +93,7 @@ Q_SIGNALS:
     void isScreenChoiceOfferedChanged();
 
 private:
-    /// The colour in force; empty for the theme's own, also where no colour is stored.
+    /// The stored colour; empty for the theme's own or if the stored value is invalid.
     QString textColorHex() const;
     void storeTextColor(const QString &hex);
     void showTextColor();
@@ -99,7 +101,7 @@ private:
 
     Settings &m_settings;
     ModelListModel &m_models;
-    Vocabulary m_words;
+    Vocabulary m_vocabulary;
     TextColors m_textColors;
     HotkeyRows m_hotkeyRows;
     bool m_isOpen = false;

@@ -1,7 +1,7 @@
 import QtQuick
 import Quellora.Ui
 
-/// A section with a heading, a hint and its controls.
+/// A section with a heading, an optional hint and controls.
 Item {
     id: section
 
@@ -24,7 +24,7 @@ Item {
         Accessible.role: Accessible.Heading
     }
     Label {
-        id: words
+        id: hintLabel
         y: heading.height + 2
         width: parent.width
         visible: section.hint.length > 0
@@ -35,7 +35,7 @@ Item {
     }
     Item {
         id: body
-        y: words.visible ? words.y + words.height + 10 : heading.height + 8
+        y: hintLabel.visible ? hintLabel.y + hintLabel.height + 10 : heading.height + 8
         width: parent.width
         height: childrenRect.height
     }

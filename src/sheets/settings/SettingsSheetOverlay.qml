@@ -3,8 +3,8 @@ import QtQuick.Controls.Basic as Basic
 import Quellora.Sheets
 import Quellora.Ui
 
-/// The settings sheet; covers everything below the control bar. Tab stays inside; Escape closes it, and
-/// the focus returns to `opener`.
+/// The settings sheet, which covers everything below the control bar. Traps Tab. Escape closes it and
+/// returns the focus to `opener`.
 SheetHost {
     id: sheet
 
@@ -13,7 +13,7 @@ SheetHost {
     /// The control that opened the sheet.
     property Item opener
     property bool byKeyboard: false
-    property bool isFocusDue: false
+    property bool isFocusPending: false
     readonly property Item firstControl: closeButton
     readonly property int pad: compact ? Tokens.space3 : Tokens.space5
     readonly property int headerHeight: compact ? 40 : 48
@@ -21,11 +21,11 @@ SheetHost {
     /// The closing animation has finished.
     signal closed()
 
-    /// Deferred, because hidden or disabled items cannot take the focus.
+    /// Takes the pending focus as soon as the sheet is visible and enabled.
     function takeFocus() {
-        if (!isFocusDue || !visible || !enabled)
+        if (!isFocusPending || !visible || !enabled)
             return
-        isFocusDue = false
+        isFocusPending = false
         closeButton.forceActiveFocus(byKeyboard ? Qt.TabFocusReason : Qt.OtherFocusReason)
     }
     /// Scrolls an item of the content into view.
@@ -48,12 +48,12 @@ SheetHost {
     theme: Tokens.sheet(!settings.isLightTheme)
     onCloseRequested: {
         byKeyboard = true
-        // Discards a partly typed colour; losing the focus would apply it.
+        // Discard a partly typed colour, which focus loss would apply.
         settings.restoreHexInput()
         settings.close()
     }
     onOpenChanged: {
-        isFocusDue = open
+        isFocusPending = open
         if (open) {
             byKeyboard = opener !== null && opener.visualFocus
             takeFocus()
@@ -152,7 +152,7 @@ SheetHost {
         width: sheet.width
         height: sheet.height - y
         clip: true
-        // Scrolled by wheel and scrollbar only; dragging selects text.
+        // Scroll by wheel and scroll bar only, because dragging selects text.
         interactive: false
         contentHeight: sections.height + 2 * sections.y
         onRangeChanged: scrollBy(0)
@@ -170,8 +170,8 @@ SheetHost {
             settings: sheet.settings
             theme: sheet.theme
             compact: sheet.compact
-            // After the new item is laid out.
-            onAttention: item => Qt.callLater(sheet.reveal, item)
+            // Deferred until the item has been laid out.
+            onRevealRequested: item => Qt.callLater(sheet.reveal, item)
         }
         Basic.ScrollBar.vertical: Basic.ScrollBar {
             id: bar

@@ -1,12 +1,12 @@
 import QtQuick
 import Quellora.Ui
 
-/// A switch with its title and a hint; the whole row toggles.
+/// A switch with a title and a hint; the whole row toggles.
 Toggle {
     id: row
 
     property string hint
-    /// The stored value; the row requests a change and shows the result.
+    /// The stored value. Toggling only emits toggledByUser(); the owner updates the value.
     property bool on: false
     property bool isFirst: false
     property bool isLast: false
@@ -17,12 +17,12 @@ Toggle {
     theme: Tokens.sheetDark
     trailing: true
     checked: on
-    // The switch is next to the title.
+    // Aligns the switch with the title.
     leftPadding: Tokens.space3
     rightPadding: Tokens.space3
     topPadding: 5
     bottomPadding: height - topPadding - 28
-    implicitHeight: words.y + words.height + 11
+    implicitHeight: hintLabel.y + hintLabel.height + 11
     onToggled: {
         toggledByUser()
         checked = Qt.binding(() => row.on)
@@ -51,7 +51,7 @@ Toggle {
         Accessible.ignored: true
     }
     Label {
-        id: words
+        id: hintLabel
         x: Tokens.space3
         y: title.y + title.height + 2
         width: title.width

@@ -2,14 +2,14 @@ import QtQuick
 import Quellora.Sheets
 import Quellora.Ui
 
-/// Swatches and a field for a custom colour.
+/// Selects the response text colour: swatches and a hex field for a custom colour.
 Item {
     id: choice
 
     required property SettingsModel settings
     property ThemeTokens theme: Tokens.sheetDark
     readonly property int perRow: Math.max(1, Math.floor((swatchSpace + 8) / 36))
-    /// Side by side if both fit, else the field is below.
+    /// Whether swatches and field fit side by side; otherwise the field is below.
     readonly property bool isWide: width >= buttons.count * 36 - 8 + 24 + field.width
     readonly property real swatchSpace: isWide ? width - field.width - 24 : width
     readonly property int swatchLines: Math.ceil(buttons.count / perRow)
@@ -18,7 +18,7 @@ Item {
     height: field.y + field.height + (error.visible ? error.height + 6 : 0)
 
     ChoiceGroup {
-        id: order
+        id: choiceGroup
         choices: buttons
         current: choice.settings.textColors.chosenRow
     }
@@ -36,7 +36,7 @@ Item {
                                              + 0.114 * shownColor.b > 0.55
 
             theme: choice.theme
-            group: order
+            group: choiceGroup
             objectName: "swatch-" + swatchId
             name: qsTr("Text color: %1").arg(colorName)
             x: (index % choice.perRow) * 36
@@ -112,18 +112,18 @@ Item {
         objectName: "hexError"
         x: choice.isWide ? choice.width - width : 0
         y: field.y + field.height + 6
-        height: words.height
+        height: errorLabel.height
         spacing: 6
         visible: choice.settings.hexError.length > 0
 
         Icon {
-            y: (words.height - height) / 2
+            y: (errorLabel.height - height) / 2
             name: "triangle-alert"
             size: 14
             color: choice.theme.dangerText
         }
         Label {
-            id: words
+            id: errorLabel
             width: Math.min(implicitWidth, choice.width - 20)
             text: choice.settings.hexError
             type: Tokens.hint

@@ -12,13 +12,14 @@ struct Swatch
 {
     const char *id;
     const char *name;
-    /// Empty: no override.
+    /// The stored value; empty for no override.
     const char *hex;
+    /// Colours shown in the two themes.
     QRgb dark;
     QRgb light;
 };
 
-// The blue one shows the sheet's accent, whatever it stores.
+// The blue swatch shows the theme's accent colour, which may differ from the stored value.
 constexpr std::array<Swatch, 9> swatches{{
     {"theme", "Theme", "", 0xffe8e8ea, 0xff1c1e24},
     {"white", "White", "#ffffff", 0xffffffff, 0xffffffff},
@@ -33,10 +34,10 @@ constexpr std::array<Swatch, 9> swatches{{
 
 } // namespace
 
-std::optional<QString> TextColors::normalizedHex(const QString &typed)
+std::optional<QString> TextColors::normalizedHex(const QString &input)
 {
     static const QRegularExpression sixDigits(QStringLiteral("\\A[0-9a-fA-F]{6}\\z"));
-    QString digits = typed.trimmed();
+    QString digits = input.trimmed();
     if (digits.startsWith(u'#'))
         digits.remove(0, 1);
     if (!sixDigits.match(digits).hasMatch())
@@ -93,11 +94,10 @@ void TextColors::setChosenHex(const QString &hex)
 
 int TextColors::chosenRow() const
 {
-    const QString wanted = m_chosenHex.toLower();
+    const QString hex = m_chosenHex.toLower();
     const auto *found =
-        std::find_if(swatches.begin(), swatches.end(), [&wanted](const Swatch &swatch) {
-            return QLatin1StringView(swatch.hex) == wanted;
-        });
+        std::find_if(swatches.begin(), swatches.end(),
+                     [&hex](const Swatch &swatch) { return QLatin1StringView(swatch.hex) == hex; });
     return found == swatches.end() ? -1 : int(found - swatches.begin());
 }
 

@@ -8,20 +8,21 @@
 
 namespace quellora {
 
-/// The colours offered for the response text and which of them is chosen. Main thread only.
+/// List model of the swatches for the response text colour, with the current choice. Main thread
+/// only.
 class TextColors : public QAbstractListModel
 {
     Q_OBJECT
     QML_ELEMENT
     QML_UNCREATABLE("Provided by the settings' model")
-    /// Row of the chosen swatch; -1 for a colour of the user's own.
+    /// Row of the chosen swatch; -1 for a custom colour.
     Q_PROPERTY(int chosenRow READ chosenRow NOTIFY chosenRowChanged)
 public:
     enum Role { IdRole = Qt::UserRole + 1, NameRole, HexRole, ColorRole };
 
-    /// Turns what was typed into "#rrggbb" in lower case; nothing when it is no colour. Blanks
-    /// around it and one leading "#" do not count.
-    static std::optional<QString> normalizedHex(const QString &typed);
+    /// Normalises user input to "#rrggbb" in lower case; nullopt if it is not a colour of six hex
+    /// digits. Surrounding white space and one leading "#" are ignored.
+    static std::optional<QString> normalizedHex(const QString &input);
 
     using QAbstractListModel::QAbstractListModel;
 
@@ -29,12 +30,12 @@ public:
     QVariant data(const QModelIndex &index, int role) const override;
     QHash<int, QByteArray> roleNames() const override;
 
-    /// The theme's own colours are part of the list.
+    /// Selects the theme whose colours are shown.
     void setLightTheme(bool isLight);
-    /// The override in force; empty for none.
+    /// Sets the current override; empty for none.
     void setChosenHex(const QString &hex);
     int chosenRow() const;
-    /// What choosing a row stores; empty for the theme's colour.
+    /// The value to store for a row; empty for the theme's colour.
     QString hexAt(int row) const;
 
 Q_SIGNALS:
