@@ -79,7 +79,7 @@ class TestEmergencyExit : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void endsWithEverythingStored_data()
+    void savesDataBeforeExit_data()
     {
         QTest::addColumn<int>("status");
         QTest::addColumn<QByteArray>("notes");
