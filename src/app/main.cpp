@@ -6,6 +6,7 @@
 #include "platform/Platform.h"
 
 #include <QApplication>
+#include <QQuickWindow>
 
 #include <chrono>
 #include <cstdio>
@@ -42,6 +43,10 @@ int main(int argc, char **argv)
     if (instance->claim() == SingleInstance::Claim::Taken)
         return activateRunningInstance(*instance);
 
+    if (Platform::prefersSoftwareRendering()) {
+        Log::event(QStringLiteral("[main] No graphics processor, rendering in software"));
+        QQuickWindow::setSceneGraphBackend(QStringLiteral("software"));
+    }
     Platform::prepareProcess();
     prepareWebEngine();
     QApplication application(argc, argv);

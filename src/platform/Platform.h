@@ -290,6 +290,9 @@ public:
     /// Sets the environment variables and attributes that Qt's platform plugin reads at start-up.
     /// Call before creating the application object.
     static void prepareProcess();
+    /// Whether the interface should be drawn without OpenGL: there is no usable graphics processor
+    /// and the environment does not select a renderer. Call before prepareProcess().
+    static bool prefersSoftwareRendering();
     /// Sets the function to call when the connection to the display is lost. It is called on any
     /// thread, possibly on several at once, and must not return. Requires the application object.
     /// No effect on systems that quit programs before the display goes away.

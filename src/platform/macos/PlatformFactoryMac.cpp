@@ -43,6 +43,11 @@ void Platform::prepareProcess()
     QSurfaceFormat::setDefaultFormat(format);
 }
 
+bool Platform::prefersSoftwareRendering()
+{
+    return false;
+}
+
 void Platform::setDisplayLossHandler(void (*)())
 {
     // At logout the system asks every program to quit first.

@@ -11,6 +11,8 @@
 #include <QSysInfo>
 #include <QtTest>
 
+#include <array>
+
 using namespace quellora;
 
 namespace {
@@ -67,6 +69,9 @@ private Q_SLOTS:
     void keepsPlatformPluginElsewhere_data();
     void keepsPlatformPluginElsewhere();
     void requestsAlphaChannel();
+    void environmentSelectsRenderer_data();
+    void environmentSelectsRenderer();
+    void loadsNoOpenGLForSoftwareRendering();
 };
 
 void PlatformLinuxTest::offscreenUsesNullPort()
@@ -217,6 +222,48 @@ void PlatformLinuxTest::requestsAlphaChannel()
     QSurfaceFormat::setDefaultFormat({});
     Platform::prepareProcess();
     QCOMPARE(QSurfaceFormat::defaultFormat().alphaBufferSize(), 8);
+}
+
+namespace {
+
+constexpr std::array rendererVariables{"QT_QUICK_BACKEND", "QSG_RHI_BACKEND", "QMLSCENE_DEVICE",
+                                       "QT_XCB_GL_INTEGRATION"};
+
+} // namespace
+
+void PlatformLinuxTest::environmentSelectsRenderer_data()
+{
+    QTest::addColumn<QByteArray>("variable");
+    for (const char *name : rendererVariables)
+        QTest::newRow(name) << QByteArray(name);
+}
+
+void PlatformLinuxTest::environmentSelectsRenderer()
+{
+    QFETCH(QByteArray, variable);
+    Environment environment;
+    for (const char *name : rendererVariables)
+        environment.unset(name);
+    environment.set(variable.constData(), "rhi");
+    QVERIFY(!Platform::prefersSoftwareRendering());
+    Platform::prepareProcess();
+    Platform::create();
+    QCOMPARE(qgetenv(variable.constData()), QByteArray("rhi"));
+}
+
+void PlatformLinuxTest::loadsNoOpenGLForSoftwareRendering()
+{
+    Environment environment;
+    for (const char *name : rendererVariables)
+        environment.unset(name);
+    const bool isSoftware = Platform::prefersSoftwareRendering();
+    if (!QFile::exists(QStringLiteral("/dev/dri")))
+        QVERIFY(isSoftware);
+    Platform::prepareProcess();
+    QCOMPARE(qgetenv("QT_XCB_GL_INTEGRATION"), isSoftware ? QByteArray("none") : QByteArray());
+    // Child processes must not inherit the variable.
+    Platform::create();
+    QVERIFY(!qEnvironmentVariableIsSet("QT_XCB_GL_INTEGRATION"));
 }
 
 QUELLORA_TEST(QGuiApplication, PlatformLinuxTest)
