@@ -139,8 +139,11 @@ std::unique_ptr<LoginPresenter> Application::makeLogin()
 std::unique_ptr<OverlayPresenter> Application::makeOverlay(const VantiroConfig &config)
 {
     auto view = std::make_unique<ResponseView>();
-    connect(view.get(), &ResponseView::engineStarted, this,
-            [this] { m_emergencyExit.registerExitHandlers(); });
+    // The engine and code that has run for the first time have registered destructors since, which
+    // must not run before the handlers.
+    const auto registerAgain = [this] { m_emergencyExit.registerExitHandlers(); };
+    connect(view.get(), &ResponseView::engineStarted, this, registerAgain);
+    connect(view.get(), &PageSurface::loadFinished, this, registerAgain);
     return std::make_unique<OverlayWindowController>(
         config,
         OverlayWindowController::Collaborators{

@@ -43,10 +43,8 @@ int main(int argc, char **argv)
     if (instance->claim() == SingleInstance::Claim::Taken)
         return activateRunningInstance(*instance);
 
-    if (Platform::prefersSoftwareRendering()) {
-        Log::event(QStringLiteral("[main] No graphics processor, rendering in software"));
+    if (Platform::prefersSoftwareRendering())
         QQuickWindow::setSceneGraphBackend(QStringLiteral("software"));
-    }
     Platform::prepareProcess();
     prepareWebEngine();
     QApplication application(argc, argv);

@@ -56,7 +56,7 @@ class KeptThreadsTest(StoredThreadsCase):
         self.type_prompt(text)
         self.access.press("Add note")
         self.running.wait_for_line(PREFIX + "Note added to current session", since=mark)
-        self.access.click("Write a message")
+        self.running.focus_prompt()
         self.desktop.press("ctrl+a")
         self.desktop.press("delete")
         wait_until(lambda: self.running.stored_defaults()["userPrompt"] == "",

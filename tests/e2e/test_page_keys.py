@@ -16,7 +16,7 @@ class PageKeysTest(SignedInCase):
         """A thread with a note, a picture and a prompt that is clamped."""
         self.desktop.fill_root((90, 120, 150))
         access = self.shared_app.access
-        access.click("Write a message")
+        self.shared_app.focus_prompt()
         self.desktop.type_text("a note")
         access.press("Add note")
         access.wait_for("Delete note", BUTTON)

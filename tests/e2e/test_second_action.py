@@ -122,7 +122,7 @@ class SecondActionTest(SignedInCase):
         self.ask_on("one")
         self.replace_prompt("remember")
         self.access.press("Add note")
-        self.assertIn("remember", self.access.wait_for_page_text("first half of one"))
+        self.assertIn("first half of one", self.access.wait_for_page_text("remember"))
         self.release("one")
         page = self.access.wait_for_page_text("second half of one")
         self.assertIn("remember", page)

@@ -65,7 +65,7 @@ class SecretsTest(E2ECase):
         server.on(QUERY, HostileServer.status(500, b"third-secret-answer"))
         self.ask(app, "third-secret-prompt")
         app.wait_for_line(PREFIX + "ERROR: Proxy HTTP 500")
-        app.access.click("Write a message")
+        app.focus_prompt()
         self.desktop.press("ctrl+a")
         server.on(QUERY, HostileServer.status(429, b'{"resetInSeconds": 1}'))
         self.ask(app, "fourth-secret-prompt")
@@ -74,7 +74,7 @@ class SecretsTest(E2ECase):
 
         app.access.press("New thread")
         app.wait_for_line(PREFIX + "New thread started")
-        app.access.click("Write a message")
+        app.focus_prompt()
         self.desktop.press("ctrl+a")
         self.desktop.type_text("a note to keep")
         app.access.press("Add note")
