@@ -1,6 +1,7 @@
 #include "app/AppDelegate.h"
 
 #include "app/MenuBarController.h"
+#include "app/RemoteCommand.h"
 #include "backend/HeartbeatService.h"
 #include "backend/NotificationCenter.h"
 #include "backend/SessionManager.h"
@@ -103,7 +104,27 @@ void AppDelegate::deleteLoginLater()
         Qt::QueuedConnection);
 }
 
-void AppDelegate::startedAgain()
+QString AppDelegate::handleCommand(const RemoteCommand &command)
+{
+    switch (command.kind) {
+    case RemoteCommand::Kind::Show:
+        bringToFront();
+        return {};
+    case RemoteCommand::Kind::Quit:
+        log(QStringLiteral("Command: quit"));
+        m_collaborators.quit();
+        return {};
+    case RemoteCommand::Kind::Action:
+        break;
+    }
+    if (!m_overlay)
+        return QStringLiteral("sign in first");
+    log(QStringLiteral("Command: ") + QLatin1StringView(command.name));
+    handleHotkey(command.action);
+    return {};
+}
+
+void AppDelegate::bringToFront()
 {
     log(QStringLiteral("Started once more — bringing the window to the front"));
     if (m_overlay)

@@ -21,6 +21,7 @@ class PermissionChecker;
 class SessionManager;
 class UserDefaults;
 enum class HotkeyAction;
+struct RemoteCommand;
 
 /// The application's life cycle: launch, login window, overlay between sign-in and sign-out, and
 /// termination. Main thread only.
@@ -44,6 +45,8 @@ public:
         std::function<std::unique_ptr<MenuBarController>()> makeMenuBar;
         /// Starts an asynchronous upload of the log file; may be empty.
         std::function<void(const QString &sessionToken)> shipLogs;
+        /// Quits the program once control returns to the event loop.
+        std::function<void()> quit;
     };
 
     explicit AppDelegate(Collaborators collaborators, QObject *parent = nullptr);
@@ -53,8 +56,8 @@ public:
     void applicationDidFinishLaunching();
     /// Clears the session and unregisters every hot key.
     void applicationWillTerminate();
-    /// Raises the current window after the program was started a second time.
-    void startedAgain();
+    /// Runs a command from another process. Returns why it is refused, or an empty text.
+    QString handleCommand(const RemoteCommand &command);
 
     const std::optional<VantiroConfig> &config() const { return m_config; }
     LoginPresenter *loginWindow() const { return m_login.get(); }
@@ -64,6 +67,7 @@ public:
 private:
     void setupEditMenu();
     void handleHotkey(HotkeyAction action);
+    void bringToFront();
     void showLogin();
     void deleteLoginLater();
     void startOverlay();

@@ -92,7 +92,8 @@ int Application::run()
 {
     connect(qApp, &QCoreApplication::aboutToQuit, this,
             [this] { m_delegate->applicationWillTerminate(); });
-    m_instance->listen([this] { m_delegate->startedAgain(); });
+    m_instance->listen(
+        [this](const RemoteCommand &command) { return m_delegate->handleCommand(command); });
     QMetaObject::invokeMethod(
         this,
         [this] {
@@ -119,6 +120,7 @@ AppDelegate::Collaborators Application::collaborators()
         [this](const VantiroConfig &config) { return makeOverlay(config); },
         [this] { return makeMenuBar(); },
         [this](const QString &token) { m_logShipper.shipLogs(token); },
+        [] { QMetaObject::invokeMethod(qApp, &QCoreApplication::quit, Qt::QueuedConnection); },
     };
 }
 

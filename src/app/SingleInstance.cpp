@@ -10,14 +10,32 @@
 #include <QThread>
 #include <QTimer>
 
+#include <algorithm>
 #include <utility>
 
 namespace quellora {
 
 namespace {
 
-const QByteArray activateCommand = QByteArrayLiteral("activate\n");
-const QByteArray okReply = QByteArrayLiteral("ok\n");
+const QByteArray okReply = QByteArrayLiteral("ok");
+const QByteArray refusalReply = QByteArrayLiteral("refused: ");
+/// Longest reply read, in bytes.
+constexpr qsizetype maxReply = 1024;
+
+qsizetype maxCommandLine()
+{
+    qsizetype longest = 0;
+    for (const RemoteCommand &command : remoteCommands)
+        longest = std::max(longest, QByteArrayView(command.name).size());
+    return longest + 1;
+}
+
+bool isStartOfCommand(const QByteArray &text)
+{
+    return std::any_of(remoteCommands.begin(), remoteCommands.end(), [&](const auto &command) {
+        return QByteArray(command.name).startsWith(text);
+    });
+}
 
 void log(const QString &message)
 {
@@ -65,7 +83,8 @@ SingleInstance::Claim SingleInstance::claim()
     return Claim::Acquired;
 }
 
-bool SingleInstance::activateRunningInstance(std::chrono::milliseconds timeout)
+SingleInstance::Reply SingleInstance::send(const RemoteCommand &command,
+                                           std::chrono::milliseconds timeout)
 {
     const QDeadlineTimer deadline(timeout);
     QLocalSocket socket;
@@ -75,22 +94,26 @@ bool SingleInstance::activateRunningInstance(std::chrono::milliseconds timeout)
         if (socket.waitForConnected(remainingMs(deadline)))
             break;
         if (deadline.hasExpired())
-            return false;
+            return {};
         QThread::msleep(20);
     }
-    socket.write(activateCommand);
-    QByteArray received;
-    while (received.size() < okReply.size()) {
-        if (socket.bytesAvailable() == 0 && !socket.waitForReadyRead(remainingMs(deadline)))
-            return false;
-        received += socket.read(okReply.size());
+    socket.write(command.name);
+    socket.write("\n");
+    while (!socket.canReadLine()) {
+        if (socket.bytesAvailable() > maxReply || !socket.waitForReadyRead(remainingMs(deadline)))
+            return {};
     }
-    return received == okReply;
+    const QByteArray line = socket.readLine().chopped(1);
+    if (line == okReply)
+        return {true, {}};
+    if (line.startsWith(refusalReply))
+        return {true, QString::fromUtf8(line.mid(refusalReply.size()))};
+    return {};
 }
 
-void SingleInstance::listen(std::function<void()> onActivate)
+void SingleInstance::listen(Handler handler)
 {
-    m_onActivate = std::move(onActivate);
+    m_handler = std::move(handler);
     if (!m_lock.isLocked())
         return;
     // Remove a socket left by a crash; holding the lock means that no other instance listens on it.
@@ -108,7 +131,7 @@ void SingleInstance::acceptConnections()
             continue;
         }
         ++m_connections;
-        connection->setReadBufferSize(activateCommand.size() + 1);
+        connection->setReadBufferSize(maxCommandLine() + 1);
         connect(connection, &QObject::destroyed, this, [this] { --m_connections; });
         connect(connection, &QLocalSocket::disconnected, connection, &QObject::deleteLater);
         connect(connection, &QLocalSocket::readyRead, this,
@@ -124,19 +147,22 @@ void SingleInstance::acceptConnections()
 
 void SingleInstance::readCommand(QLocalSocket &connection)
 {
-    if (connection.bytesAvailable() < activateCommand.size()) {
+    if (!connection.canReadLine()) {
         // Wait for the rest of a partial command; drop anything else.
-        if (!activateCommand.startsWith(connection.peek(activateCommand.size())))
+        if (!isStartOfCommand(connection.peek(maxCommandLine())))
             connection.abort();
         return;
     }
-    if (connection.read(activateCommand.size() + 1) != activateCommand) {
+    const RemoteCommand *command = findRemoteCommand(connection.readLine().chopped(1));
+    if (!command || connection.bytesAvailable() > 0) {
         connection.abort();
         return;
     }
-    connection.write(okReply);
+    const QString refusal = m_handler(*command);
+    connection.write((refusal.isEmpty() ? okReply : refusalReply + refusal.toUtf8()) + '\n');
+    // At once: the command may end the event loop.
+    connection.flush();
     connection.disconnectFromServer();
-    m_onActivate();
 }
 
 } // namespace quellora

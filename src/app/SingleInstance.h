@@ -1,5 +1,7 @@
 #pragma once
 
+#include "app/RemoteCommand.h"
+
 #include <QLocalServer>
 #include <QLockFile>
 #include <QObject>
@@ -13,11 +15,11 @@ class QLocalSocket;
 namespace quellora {
 
 /// Allows one running instance per user and display session. The first instance holds a lock file
-/// and listens on a private socket; later ones ask it to raise its window and exit. Main thread
-/// only.
+/// and listens on a private socket; later ones send it a command and exit. Main thread only.
 ///
-/// Data received on the socket is untrusted: only the command "activate" is accepted, anything else
-/// closes the connection. Received data is never logged.
+/// Protocol: one line with the name of a remote command; the reply is "ok", or "refused: " and the
+/// reason. Data received on the socket is untrusted: anything but one known command closes the
+/// connection. Received data is never logged.
 class SingleInstance : public QObject
 {
     Q_OBJECT
@@ -41,13 +43,21 @@ public:
     /// Tries to lock the session, taking over the lock of a process that has ended. Logs a warning
     /// and returns Acquired if no lock can be created.
     Claim claim();
-    /// Asks the running instance to raise its window. Blocks until it has replied; returns false if
-    /// it has not done so within @p timeout. Needs no application object.
-    bool activateRunningInstance(std::chrono::milliseconds timeout);
-    /// Starts listening for later instances; @p onActivate is called from the event loop. Requires
+    struct Reply
+    {
+        bool hasArrived = false;
+        /// Why the running instance does not do it; empty if it does.
+        QString refusal;
+    };
+    /// Sends a command to the running instance. Blocks until it has replied or @p timeout has
+    /// passed. Needs no application object.
+    Reply send(const RemoteCommand &command, std::chrono::milliseconds timeout);
+    /// Runs a command; returns why it is refused, in one line, or an empty text.
+    using Handler = std::function<QString(const RemoteCommand &command)>;
+    /// Starts listening for later instances; @p handler is called from the event loop. Requires
     /// the application object. Does nothing unless claim() has locked the session; logs a warning
     /// if listening fails.
-    void listen(std::function<void()> onActivate);
+    void listen(Handler handler);
 
     QString socketPath() const { return m_path + QStringLiteral(".socket"); }
 
@@ -63,7 +73,7 @@ private:
     QLockFile m_lock;
     QLocalServer m_server;
     int m_connections = 0;
-    std::function<void()> m_onActivate;
+    Handler m_handler;
 };
 
 } // namespace quellora

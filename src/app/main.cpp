@@ -1,4 +1,5 @@
 #include "app/Application.h"
+#include "app/CommandLine.h"
 #include "app/SingleInstance.h"
 #include "base/AppConfig.h"
 #include "base/Log.h"
@@ -10,27 +11,67 @@
 
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
+#include <optional>
 #include <utility>
 
 namespace {
 
+using namespace quellora;
+using namespace std::chrono_literals;
+
 /// Asks the running instance to raise its window; returns the exit code of this process.
-int activateRunningInstance(quellora::SingleInstance &instance)
+int raiseRunningInstance(SingleInstance &instance)
 {
-    using namespace std::chrono_literals;
-    const bool hasReplied = instance.activateRunningInstance(2s);
-    quellora::Log::event(
-        hasReplied ? QStringLiteral("[main] Already running; that window was brought to the front")
+    const bool hasReplied = instance.send(*findRemoteCommand("show"), 2s).hasArrived;
+    Log::event(hasReplied
+                   ? QStringLiteral("[main] Already running; that window was brought to the front")
                    : QStringLiteral("[main] ERROR: Already running, but it does not answer"));
     return hasReplied ? 0 : 1;
+}
+
+int fail(const QByteArray &text, int code)
+{
+    std::fputs(text.constData(), stderr);
+    return code;
+}
+
+/// Sends a command to the running instance; returns the exit code of this process, or nullopt if
+/// none runs.
+std::optional<int> sendCommand(const RemoteCommand &command)
+{
+    SingleInstance instance(SingleInstance::runtimeFolder(), Platform::displaySession());
+    if (instance.claim() == SingleInstance::Claim::Acquired)
+        return std::nullopt;
+    const SingleInstance::Reply reply = instance.send(command, 2s);
+    if (!reply.hasArrived)
+        return fail("quellora: the running Quellora does not answer\n", EXIT_FAILURE);
+    if (!reply.refusal.isEmpty())
+        return fail("quellora: refused: " + reply.refusal.toUtf8() + '\n', EXIT_FAILURE);
+    return 0;
 }
 
 } // namespace
 
 int main(int argc, char **argv)
 {
-    using namespace quellora;
+    const CommandLine line = CommandLine::parse(QByteArrayList(argv + 1, argv + argc));
+    switch (line.mode) {
+    case CommandLine::Mode::Print:
+        std::fputs(line.text.constData(), stdout);
+        return 0;
+    case CommandLine::Mode::Refuse:
+        return fail(line.text, CommandLine::usageError);
+    case CommandLine::Mode::Send:
+        if (const std::optional<int> code = sendCommand(*line.command))
+            return *code;
+        if (!line.startsIfNotRunning)
+            return fail("quellora: Quellora is not running\n", CommandLine::notRunning);
+        break;
+    case CommandLine::Mode::Run:
+        break;
+    }
 
     Platform::prepareOutput();
     // Unbuffered, so that log lines reach the console or file immediately.
@@ -41,7 +82,7 @@ int main(int argc, char **argv)
     auto instance = std::make_unique<SingleInstance>(SingleInstance::runtimeFolder(),
                                                      Platform::displaySession());
     if (instance->claim() == SingleInstance::Claim::Taken)
-        return activateRunningInstance(*instance);
+        return raiseRunningInstance(*instance);
 
     if (Platform::prefersSoftwareRendering())
         QQuickWindow::setSceneGraphBackend(QStringLiteral("software"));

@@ -1,5 +1,6 @@
 #include "app/AppDelegate.h"
 #include "app/MenuBarController.h"
+#include "app/RemoteCommand.h"
 #include "backend/HeartbeatService.h"
 #include "backend/NotificationCenter.h"
 #include "backend/SessionManager.h"
@@ -170,7 +171,8 @@ struct Fixture
                         statusBar, session, notifications, workspace, QUrl("http://host/account"),
                         [this] { ++quits; });
                 },
-                [this](const QString &token) { shippedTokens << token; }};
+                [this](const QString &token) { shippedTokens << token; },
+                [this] { ++quits; }};
     }
 
     void launch() { delegate->applicationDidFinishLaunching(); }
@@ -179,6 +181,9 @@ struct Fixture
         auth.setSession("token", response);
         lastLogin->onLoginSuccess();
     }
+
+    /// Sends a command as another process does; returns the refusal.
+    QString command(const char *name) { return delegate->handleCommand(*findRemoteCommand(name)); }
 
     LogCapture log;
     NullShell shell;
@@ -270,6 +275,38 @@ private Q_SLOTS:
         QCOMPARE(f.calls, (QStringList{"triggerCaptureAndSend", "clearContent", "toggleVisibility",
                                        "adjustOpacity 0.1", "adjustOpacity -0.1", "captureNoSend",
                                        "startNewThread"}));
+    }
+
+    void commandsAreRefusedBeforeSignIn()
+    {
+        Fixture f;
+        f.launch();
+        for (const RemoteCommand &command : remoteCommands) {
+            if (command.kind == RemoteCommand::Kind::Action)
+                QCOMPARE(f.command(command.name), QString("sign in first"));
+        }
+        QVERIFY(f.calls.isEmpty());
+        QCOMPARE(f.command("quit"), QString());
+        QCOMPARE(f.quits, 1);
+    }
+
+    void commandsTriggerOverlayActions()
+    {
+        Fixture f;
+        f.launch();
+        f.signIn(account());
+        f.calls.clear();
+        f.log.clear();
+        for (const RemoteCommand &command : remoteCommands)
+            QCOMPARE(f.command(command.name), QString());
+        QCOMPARE(f.calls, (QStringList{"triggerCaptureAndSend", "captureNoSend", "toggleVisibility",
+                                       "clearContent", "startNewThread", "adjustOpacity 0.1",
+                                       "adjustOpacity -0.1", "show"}));
+        QCOMPARE(f.quits, 1);
+        QVERIFY(f.log.lines.contains("[AppDelegate] Command: capture"));
+        // The session may end at any time.
+        Q_EMIT f.notifications.sessionExpired();
+        QCOMPARE(f.command("capture"), QString("sign in first"));
     }
 
     void overlayStartSequence()
@@ -454,16 +491,16 @@ private Q_SLOTS:
     void secondStartRaisesCurrentWindow()
     {
         Fixture f;
-        f.delegate->startedAgain();
+        QCOMPARE(f.command("show"), QString());
         f.launch();
-        f.delegate->startedAgain();
+        QCOMPARE(f.command("show"), QString());
         QCOMPARE(f.lastLogin->broughtToFront, 1);
         f.signIn(account());
         f.calls.clear();
-        f.delegate->startedAgain();
+        QCOMPARE(f.command("show"), QString());
         QCOMPARE(f.calls, QStringList{"show"});
         Q_EMIT f.notifications.sessionExpired();
-        f.delegate->startedAgain();
+        QCOMPARE(f.command("show"), QString());
         QCOMPARE(f.lastLogin->broughtToFront, 1);
     }
 

@@ -17,6 +17,16 @@ using namespace std::chrono_literals;
 
 namespace {
 
+const RemoteCommand &show()
+{
+    return *findRemoteCommand("show");
+}
+
+QString accept(const RemoteCommand &)
+{
+    return {};
+}
+
 /// Runs a second instance on its own thread, without an event loop like the real one. Returns
 /// whether the first one has replied.
 bool activateFromThread(const QString &folder, const QString &session,
@@ -25,7 +35,7 @@ bool activateFromThread(const QString &folder, const QString &session,
     bool isDone = false;
     bool hasReplied = false;
     QThreadPool::globalInstance()->start([&] {
-        hasReplied = SingleInstance(folder, session).activateRunningInstance(timeout);
+        hasReplied = SingleInstance(folder, session).send(show(), timeout).hasArrived;
         QMetaObject::invokeMethod(
             qApp, [&isDone] { isDone = true; }, Qt::QueuedConnection);
     });
@@ -46,7 +56,10 @@ private Q_SLOTS:
         SingleInstance first(folder.path(), ":1");
         QCOMPARE(first.claim(), SingleInstance::Claim::Acquired);
         int activations = 0;
-        first.listen([&activations] { ++activations; });
+        first.listen([&activations](const RemoteCommand &) {
+            ++activations;
+            return QString();
+        });
         SingleInstance second(folder.path(), ":1");
         QCOMPARE(second.claim(), SingleInstance::Claim::Taken);
         QVERIFY(activateFromThread(folder.path(), ":1"));
@@ -55,12 +68,55 @@ private Q_SLOTS:
         QCOMPARE(activations, 2);
     }
 
+    void commandArrivesAndRefusalReturns()
+    {
+        QTemporaryDir folder;
+        SingleInstance first(folder.path(), ":1");
+        first.claim();
+        QStringList commands;
+        first.listen([&commands](const RemoteCommand &command) {
+            commands.append(command.name);
+            return command.kind == RemoteCommand::Kind::Quit ? QString()
+                                                             : QString("not now — später");
+        });
+        for (const RemoteCommand &command : remoteCommands) {
+            QLocalSocket socket;
+            socket.connectToServer(first.socketPath());
+            QVERIFY(socket.waitForConnected());
+            socket.write(QByteArray(command.name) + '\n');
+            QTRY_COMPARE(socket.state(), QLocalSocket::UnconnectedState);
+            QCOMPARE(commands.takeFirst(), QString(command.name));
+            QCOMPARE(QString::fromUtf8(socket.readAll()),
+                     QString(command.kind == RemoteCommand::Kind::Quit
+                                 ? "ok\n"
+                                 : "refused: not now — später\n"));
+        }
+    }
+
+    void sendReturnsRefusal()
+    {
+        QTemporaryDir folder;
+        SingleInstance first(folder.path(), ":1");
+        first.claim();
+        first.listen([](const RemoteCommand &) { return QString("not now — später"); });
+        bool isDone = false;
+        SingleInstance::Reply reply;
+        QThreadPool::globalInstance()->start([&] {
+            reply = SingleInstance(folder.path(), ":1").send(show(), 30s);
+            QMetaObject::invokeMethod(
+                qApp, [&isDone] { isDone = true; }, Qt::QueuedConnection);
+        });
+        QTRY_VERIFY_WITH_TIMEOUT(isDone, 40'000);
+        QVERIFY(reply.hasArrived);
+        QCOMPARE(reply.refusal, QString("not now — später"));
+    }
+
     void socketIsAccessibleOnlyToUser()
     {
         QTemporaryDir folder;
         SingleInstance first(folder.path(), ":1");
         first.claim();
-        first.listen([] {});
+        first.listen(&accept);
         const auto others = QFile::ReadGroup | QFile::WriteGroup | QFile::ReadOther |
                             QFile::WriteOther | QFile::ExeGroup | QFile::ExeOther;
         QVERIFY(QFileInfo::exists(first.socketPath()));
@@ -83,7 +139,7 @@ private Q_SLOTS:
         {
             SingleInstance first(folder.path(), ":1");
             first.claim();
-            first.listen([] {});
+            first.listen(&accept);
         }
         QCOMPARE(
             QDir(folder.path()).entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot),
@@ -111,7 +167,10 @@ private Q_SLOTS:
         file.close();
         QCOMPARE(next.claim(), SingleInstance::Claim::Acquired);
         int activations = 0;
-        next.listen([&activations] { ++activations; });
+        next.listen([&activations](const RemoteCommand &) {
+            ++activations;
+            return QString();
+        });
         QVERIFY(activateFromThread(folder.path(), ":1"));
         QCOMPARE(activations, 1);
     }
@@ -119,13 +178,15 @@ private Q_SLOTS:
     void rejectsOtherCommands_data()
     {
         QTest::addColumn<QByteArray>("sent");
-        QTest::newRow("other command") << QByteArray("quit\n");
-        QTest::newRow("repeated command") << QByteArray("activate\nactivate\n");
-        QTest::newRow("longer command") << QByteArray("activateX\n");
-        QTest::newRow("upper case") << QByteArray("ACTIVATE\n");
+        QTest::newRow("other command") << QByteArray("activate\n");
+        QTest::newRow("two commands") << QByteArray("show\nquit\n");
+        QTest::newRow("longer command") << QByteArray("showX\n");
+        QTest::newRow("shorter command") << QByteArray("capt\n");
+        QTest::newRow("upper case") << QByteArray("SHOW\n");
+        QTest::newRow("empty line") << QByteArray("\n");
         QTest::newRow("zero bytes") << QByteArray(9, '\0');
         QTest::newRow("1 MiB") << QByteArray(1 << 20, 'a');
-        QTest::newRow("argument") << QByteArray("activate /etc/passwd\n");
+        QTest::newRow("argument") << QByteArray("show /etc/passwd\n");
     }
     void rejectsOtherCommands()
     {
@@ -134,7 +195,10 @@ private Q_SLOTS:
         SingleInstance first(folder.path(), ":1");
         first.claim();
         int activations = 0;
-        first.listen([&activations] { ++activations; });
+        first.listen([&activations](const RemoteCommand &) {
+            ++activations;
+            return QString();
+        });
         LogCapture log;
         QLocalSocket socket;
         socket.connectToServer(first.socketPath());
@@ -155,11 +219,14 @@ private Q_SLOTS:
         SingleInstance first(folder.path(), ":1");
         first.claim();
         int activations = 0;
-        first.listen([&activations] { ++activations; });
+        first.listen([&activations](const RemoteCommand &) {
+            ++activations;
+            return QString();
+        });
         QLocalSocket socket;
         socket.connectToServer(first.socketPath());
         QVERIFY(socket.waitForConnected());
-        for (const char byte : QByteArray("activate\n")) {
+        for (const char byte : QByteArray("capture-no-send\n")) {
             QCOMPARE(activations, 0);
             socket.write(&byte, 1);
             socket.flush();
@@ -175,7 +242,7 @@ private Q_SLOTS:
         QTemporaryDir folder;
         SingleInstance first(folder.path(), ":1", 300ms);
         first.claim();
-        first.listen([] {});
+        first.listen(&accept);
         std::vector<std::unique_ptr<QLocalSocket>> silent;
         for (int i = 0; i < SingleInstance::maxConnections + 3; ++i) {
             silent.push_back(std::make_unique<QLocalSocket>());
@@ -203,14 +270,14 @@ private Q_SLOTS:
         QVERIFY(hung.listen(first.socketPath()));
         QElapsedTimer timer;
         timer.start();
-        QVERIFY(!SingleInstance(folder.path(), ":1").activateRunningInstance(200ms));
+        QVERIFY(!SingleInstance(folder.path(), ":1").send(show(), 200ms).hasArrived);
         QVERIFY2(timer.elapsed() < 5000, qPrintable(QString::number(timer.elapsed())));
     }
 
     void missingListenerTimesOut()
     {
         QTemporaryDir folder;
-        QVERIFY(!SingleInstance(folder.path(), ":1").activateRunningInstance(100ms));
+        QVERIFY(!SingleInstance(folder.path(), ":1").send(show(), 100ms).hasArrived);
     }
 
     void unusableFolderDoesNotPreventStart()
@@ -221,7 +288,7 @@ private Q_SLOTS:
         QCOMPARE(instance.claim(), SingleInstance::Claim::Acquired);
         QCOMPARE(log.lines, QStringList{"[SingleInstance] WARNING: No lock can be made; a second "
                                         "start will not be noticed"});
-        instance.listen([] {});
+        instance.listen(&accept);
         QCOMPARE(log.lines.size(), 1);
     }
 
@@ -233,7 +300,7 @@ private Q_SLOTS:
         LogCapture log;
         SingleInstance first(deep, ":1");
         QCOMPARE(first.claim(), SingleInstance::Claim::Acquired);
-        first.listen([] {});
+        first.listen(&accept);
         QCOMPARE(log.lines.size(), 1);
         QVERIFY(log.lines.first().startsWith(
             "[SingleInstance] WARNING: Not listening for further starts: "));

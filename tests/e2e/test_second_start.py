@@ -65,7 +65,7 @@ class SecondStartTest(E2ECase):
     def test_socket_ignores_other_messages(self):
         app = self.app(self.server()).sign_in()
         mark = app.mark()
-        for words in (b"quit\n", b"activate now\n", b"\0" * 4096, b"GET / HTTP/1.1\r\n\r\n"):
+        for words in (b"activate\n", b"show now\n", b"show\nquit\n", b"\0" * 4096, b"GET / HTTP/1.1\r\n\r\n"):
             with socket.socket(socket.AF_UNIX) as client:
                 client.settimeout(10)
                 client.connect(str(self.socket_path()))

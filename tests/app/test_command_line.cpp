@@ -1,0 +1,109 @@
+#include "app/CommandLine.h"
+#include "base/AppConfig.h"
+#include "support/TestProgram.h"
+
+#include <QTest>
+
+using namespace quellora;
+
+class TestCommandLine : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void startsWithoutArguments() { QCOMPARE(CommandLine::parse({}).mode, CommandLine::Mode::Run); }
+
+    void toolkitArgumentsStart()
+    {
+        QCOMPARE(CommandLine::parse({"-platform", "offscreen"}).mode, CommandLine::Mode::Run);
+    }
+
+    void sendsEveryCommand()
+    {
+        for (const RemoteCommand &command : remoteCommands) {
+            const CommandLine line = CommandLine::parse({command.name});
+            QCOMPARE(line.mode, CommandLine::Mode::Send);
+            QCOMPARE(line.command, &command);
+            QVERIFY(!line.startsIfNotRunning);
+        }
+    }
+
+    void everyActionHasOneCommand()
+    {
+        for (const HotkeyActionInfo &info : hotkeyActions) {
+            QCOMPARE(std::count_if(remoteCommands.begin(), remoteCommands.end(),
+                                   [&](const RemoteCommand &command) {
+                                       return command.kind == RemoteCommand::Kind::Action &&
+                                              command.action == info.action;
+                                   }),
+                     1);
+        }
+    }
+
+    void orStartStartsTheProgram()
+    {
+        for (const QByteArrayList &arguments :
+             {QByteArrayList{"--or-start", "toggle"}, QByteArrayList{"toggle", "--or-start"}}) {
+            const CommandLine line = CommandLine::parse(arguments);
+            QCOMPARE(line.mode, CommandLine::Mode::Send);
+            QVERIFY(line.startsIfNotRunning);
+        }
+    }
+
+    void printsHelpAndVersion_data()
+    {
+        QTest::addColumn<QByteArray>("option");
+        QTest::addColumn<QByteArray>("start");
+        const QByteArray version = QByteArray("quellora ") + AppConfig::appVersion + '\n';
+        QTest::newRow("--help") << QByteArray("--help") << QByteArray("Usage: quellora ");
+        QTest::newRow("-h") << QByteArray("-h") << QByteArray("Usage: quellora ");
+        QTest::newRow("--version") << QByteArray("--version") << version;
+        QTest::newRow("-v") << QByteArray("-v") << version;
+    }
+    void printsHelpAndVersion()
+    {
+        QFETCH(QByteArray, option);
+        QFETCH(QByteArray, start);
+        const CommandLine line = CommandLine::parse({option});
+        QCOMPARE(line.mode, CommandLine::Mode::Print);
+        QVERIFY(line.text.startsWith(start));
+        QCOMPARE(CommandLine::parse({"capture", option}).mode, CommandLine::Mode::Print);
+    }
+
+    void helpListsEveryCommand()
+    {
+        const QByteArray help = CommandLine::parse({"--help"}).text;
+        for (const RemoteCommand &command : remoteCommands)
+            QVERIFY(help.contains(QByteArray("  ") + command.name + ' '));
+        for (const QByteArray &line : help.split('\n'))
+            QVERIFY2(line.size() <= 100, line.constData());
+    }
+
+    void refusesOtherArguments_data()
+    {
+        QTest::addColumn<QByteArrayList>("arguments");
+        QTest::addColumn<QByteArray>("text");
+        const QByteArray end = "; see quellora --help\n";
+        QTest::newRow("unknown command")
+            << QByteArrayList{"captures"} << "quellora: unknown argument 'captures'" + end;
+        QTest::newRow("unknown option")
+            << QByteArrayList{"--capture"} << "quellora: unknown argument '--capture'" + end;
+        QTest::newRow("empty") << QByteArrayList{""} << "quellora: unknown argument ''" + end;
+        QTest::newRow("two commands")
+            << QByteArrayList{"show", "quit"} << "quellora: only one command is possible" + end;
+        QTest::newRow("option behind a command") << QByteArrayList{"show", "-platform"}
+                                                 << "quellora: unknown argument '-platform'" + end;
+        QTest::newRow("no command")
+            << QByteArrayList{"--or-start"} << "quellora: --or-start needs a command" + end;
+    }
+    void refusesOtherArguments()
+    {
+        QFETCH(QByteArrayList, arguments);
+        QFETCH(QByteArray, text);
+        const CommandLine line = CommandLine::parse(arguments);
+        QCOMPARE(line.mode, CommandLine::Mode::Refuse);
+        QCOMPARE(line.text, text);
+    }
+};
+
+QUELLORA_TEST(QCoreApplication, TestCommandLine)
+#include "test_command_line.moc"
