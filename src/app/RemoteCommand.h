@@ -22,29 +22,26 @@ struct RemoteCommand
         Quit,
     };
 
-    const char *name;
+    const char *name = nullptr;
     /// One line for `--help`.
-    const char *summary;
-    Kind kind;
+    const char *summary = nullptr;
+    Kind kind = Kind::Action;
     /// For Kind::Action.
     HotkeyAction action = HotkeyAction::Capture;
 };
 
-inline constexpr auto remoteCommands = std::to_array<RemoteCommand>({
-    {"capture", "take a screenshot and send it", RemoteCommand::Kind::Action,
-     HotkeyAction::Capture},
-    {"capture-no-send", "attach a screenshot to the next message", RemoteCommand::Kind::Action,
-     HotkeyAction::CaptureNoSend},
-    {"toggle", "show or hide the panel", RemoteCommand::Kind::Action, HotkeyAction::Toggle},
-    {"clear", "clear the response area", RemoteCommand::Kind::Action, HotkeyAction::Clear},
-    {"new-thread", "start a new thread", RemoteCommand::Kind::Action, HotkeyAction::NewThread},
-    {"opacity-up", "make the panel more opaque", RemoteCommand::Kind::Action,
-     HotkeyAction::OpacityUp},
-    {"opacity-down", "make the panel more transparent", RemoteCommand::Kind::Action,
-     HotkeyAction::OpacityDown},
-    {"show", "bring the window to the front", RemoteCommand::Kind::Show},
-    {"quit", "quit the running program", RemoteCommand::Kind::Quit},
-});
+/// The hot keys' actions in the order of hotkeyActions, then the others.
+inline constexpr auto remoteCommands = [] {
+    std::array<RemoteCommand, hotkeyActions.size() + 2> commands{};
+    auto *next = std::transform(hotkeyActions.begin(), hotkeyActions.end(), commands.begin(),
+                                [](const HotkeyActionInfo &info) {
+                                    return RemoteCommand{info.command, info.summary,
+                                                         RemoteCommand::Kind::Action, info.action};
+                                });
+    *next++ = {"show", "bring the window to the front", RemoteCommand::Kind::Show};
+    *next = {"quit", "quit the running program", RemoteCommand::Kind::Quit};
+    return commands;
+}();
 
 /// The command of that name; nullptr if there is none.
 constexpr const RemoteCommand *findRemoteCommand(QByteArrayView name)

@@ -34,6 +34,9 @@ struct HotkeyActionInfo
     const char *defaultCombo;
     /// Whether a `config.json` without this key is refused.
     bool isRequired;
+    /// Argument of the program that makes the running instance do it, and its line in `--help`.
+    const char *command;
+    const char *summary;
 
     /// The title with the name of who answers in it.
     QString titleNaming(const QString &answererName) const;
@@ -43,16 +46,19 @@ struct HotkeyActionInfo
 /// of HotkeyAction, a row here and a case where AppDelegate runs actions.
 inline constexpr auto hotkeyActions = std::to_array<HotkeyActionInfo>({
     {HotkeyAction::Capture, "capture", "Capture screen and send to Claude", "Capture",
-     "ctrl+alt+cmd+c", true},
-    {HotkeyAction::Clear, "clear", "Clear the response area", "Clear", "ctrl+alt+cmd+x", true},
-    {HotkeyAction::Toggle, "toggle", "Toggle overlay visibility", "Toggle", "ctrl+alt+cmd+t", true},
+     "ctrl+alt+cmd+c", true, "capture", "take a screenshot and send it"},
+    {HotkeyAction::Clear, "clear", "Clear the response area", "Clear", "ctrl+alt+cmd+x", true,
+     "clear", "clear the response area"},
+    {HotkeyAction::Toggle, "toggle", "Toggle overlay visibility", "Toggle", "ctrl+alt+cmd+t", true,
+     "toggle", "show or hide the panel"},
     {HotkeyAction::OpacityUp, "opacity_up", "Increase opacity", "Opacity Up", "ctrl+alt+cmd+]",
-     true},
+     true, "opacity-up", "make the panel more opaque"},
     {HotkeyAction::OpacityDown, "opacity_down", "Decrease opacity", "Opacity Down",
-     "ctrl+alt+cmd+[", true},
+     "ctrl+alt+cmd+[", true, "opacity-down", "make the panel more transparent"},
     {HotkeyAction::CaptureNoSend, "capture_no_send", "Capture (no send)", "Capture (No Send)",
-     "ctrl+alt+cmd+shift+c", false},
-    {HotkeyAction::NewThread, "new_thread", "Start a new thread", "New Thread", "cmd+n", false},
+     "ctrl+alt+cmd+shift+c", false, "capture-no-send", "attach a screenshot to the next message"},
+    {HotkeyAction::NewThread, "new_thread", "Start a new thread", "New Thread", "cmd+n", false,
+     "new-thread", "start a new thread"},
 });
 
 constexpr const HotkeyActionInfo &hotkeyAction(HotkeyAction action)

@@ -34,7 +34,7 @@ OverlaySettings::OverlaySettings(Platform &platform, Workspace &workspace, Setti
     , m_words(platform.vocabulary())
     , m_keyMonitor(platform.keyMonitor())
     , m_rebinding(hotkeys, defaults, m_keyMonitor, configFileHotkeys)
-    , m_model(settings, models, m_rebinding, m_words)
+    , m_model(settings, models, m_rebinding, m_words, platform.shortcutGuide())
 {}
 
 void OverlaySettings::attach(const Targets &targets, const BackendEndpoints &endpoints)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/ShortcutGuide.h"
 #include "platform/Vocabulary.h"
 
 #include <QFuture>
@@ -280,6 +281,7 @@ public:
     virtual CaptureTool captureTool() const = 0;
     /// Does not change while the program runs.
     virtual Vocabulary vocabulary() const = 0;
+    virtual ShortcutGuide shortcutGuide() const = 0;
     /// Per-user Application Support directory (not created).
     virtual QString applicationSupportDirectory() const = 0;
     /// The system's store for the program's preferences.

@@ -269,6 +269,7 @@ public:
     DeviceInfo &deviceInfo() override { return device; }
     CaptureTool captureTool() const override { return tool; }
     Vocabulary vocabulary() const override { return systemVocabulary; }
+    ShortcutGuide shortcutGuide() const override { return systemShortcutGuide; }
     QString applicationSupportDirectory() const override { return supportDirectory; }
     std::unique_ptr<UserDefaults> makeUserDefaults() const override
     {
@@ -288,6 +289,7 @@ public:
     FakeDeviceInfo device;
     CaptureTool tool{QStringLiteral("/nonexistent/capture"),
                      {QStringLiteral("-x"), QStringLiteral("-C")}};
+    ShortcutGuide systemShortcutGuide;
     Vocabulary systemVocabulary = Vocabulary::macOS();
     QString supportDirectory = QStringLiteral("/nonexistent/support");
     /// Folder of the file shared by all UserDefaults created here.

@@ -7,7 +7,9 @@
 #include "sheets/settings/SettingsModel.h"
 #include "support/TestProgram.h"
 
+#include <QClipboard>
 #include <QCoreApplication>
+#include <QGuiApplication>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -41,7 +43,13 @@ struct Fixture
                           [](HotkeyAction, const QString &) {}};
     HotkeyRebinding rebinding{manager, defaults, keys, {}};
     ModelListModel models{stored};
-    SettingsModel settings{stored, models, rebinding, vocabulary};
+    SettingsModel settings{stored,
+                           models,
+                           rebinding,
+                           vocabulary,
+                           {"Add these.", [](const QString &combo, const QString &command) {
+                                return combo + " = quellora " + command;
+                            }}};
 };
 
 } // namespace
@@ -89,6 +97,21 @@ private Q_SLOTS:
             QCOMPARE(f.stored.responseTextColorHex(), color);
             QCOMPARE(f.settings.hexInput(), color);
         }
+    }
+
+    void commandLinesFollowTheHotkeys()
+    {
+        Fixture f;
+        QCOMPARE(f.settings.shortcutAdvice(), "Add these.");
+        QCOMPARE(f.row(HotkeyAction::NewThread, HotkeyRows::CommandLineRole),
+                 "cmd+n = quellora new-thread");
+        f.settings.hotkeyRows()->copyCommandLine(int(HotkeyAction::OpacityUp));
+        QCOMPARE(QGuiApplication::clipboard()->text(), "ctrl+alt+cmd+] = quellora opacity-up");
+        f.settings.hotkeyRows()->copyCommandLine(99);
+        QCOMPARE(QGuiApplication::clipboard()->text(), "ctrl+alt+cmd+] = quellora opacity-up");
+
+        const SettingsModel without(f.stored, f.models, f.rebinding, f.vocabulary);
+        QVERIFY(without.shortcutAdvice().isEmpty());
     }
 
     void validColorClearsError()
@@ -338,5 +361,5 @@ private Q_SLOTS:
     }
 };
 
-QUELLORA_TEST(QCoreApplication, TestSettingsModel)
+QUELLORA_TEST(QGuiApplication, TestSettingsModel)
 #include "test_settings_model.moc"

@@ -11,6 +11,7 @@
 #include "platform/linux/PermissionsLinux.h"
 #include "platform/linux/StatusAreaLinux.h"
 #include "platform/linux/WorkspaceLinux.h"
+#include "platform/linux/ShortcutGuideLinux.h"
 
 namespace quellora {
 
@@ -32,6 +33,7 @@ public:
     DeviceInfo &deviceInfo() override { return m_deviceInfo; }
     CaptureTool captureTool() const override;
     Vocabulary vocabulary() const override { return Vocabulary::linuxDesktop(); }
+    ShortcutGuide shortcutGuide() const override { return ShortcutGuideLinux::current(); }
     QString applicationSupportDirectory() const override;
     std::unique_ptr<UserDefaults> makeUserDefaults() const override;
 

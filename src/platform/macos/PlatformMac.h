@@ -37,6 +37,7 @@ public:
     DeviceInfo &deviceInfo() override { return m_deviceInfo; }
     CaptureTool captureTool() const override;
     Vocabulary vocabulary() const override { return Vocabulary::macOS(); }
+    ShortcutGuide shortcutGuide() const override { return {}; }
     QString applicationSupportDirectory() const override;
     std::unique_ptr<UserDefaults> makeUserDefaults() const override;
 

@@ -27,6 +27,7 @@ public:
     DeviceInfo &deviceInfo() override { return *m_deviceInfo; }
     CaptureTool captureTool() const override { return m_captureTool; }
     Vocabulary vocabulary() const override { return m_vocabulary; }
+    ShortcutGuide shortcutGuide() const override { return {}; }
     QString applicationSupportDirectory() const override { return m_supportDirectory; }
     std::unique_ptr<UserDefaults> makeUserDefaults() const override;
 

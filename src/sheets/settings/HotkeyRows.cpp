@@ -3,6 +3,9 @@
 #include "hotkeys/HotkeyCombo.h"
 #include "hotkeys/HotkeyRebinding.h"
 
+#include <QClipboard>
+#include <QGuiApplication>
+
 #include <utility>
 
 namespace quellora {
@@ -17,8 +20,12 @@ std::optional<HotkeyAction> actionAt(int row)
 
 } // namespace
 
-HotkeyRows::HotkeyRows(HotkeyRebinding &rebinding, Vocabulary vocabulary, QObject *parent)
-    : QAbstractListModel(parent), m_rebinding(rebinding), m_vocabulary(std::move(vocabulary))
+HotkeyRows::HotkeyRows(HotkeyRebinding &rebinding, Vocabulary vocabulary, ShortcutGuide guide,
+                       QObject *parent)
+    : QAbstractListModel(parent)
+    , m_rebinding(rebinding)
+    , m_vocabulary(std::move(vocabulary))
+    , m_guide(std::move(guide))
 {
     // Do not reset the model, so that the view keeps its focus and scroll position.
     connect(&rebinding, &HotkeyRebinding::changed, this,
@@ -60,6 +67,9 @@ QVariant HotkeyRows::data(const QModelIndex &index, int role) const
     case ConflictComboRole:
         return isCapturing && conflict ? HotkeyCombo::displayString(conflict->combo, m_vocabulary)
                                        : QString();
+    case CommandLineRole:
+        return m_guide.line ? m_guide.line(combo, QLatin1StringView(hotkeyAction(action).command))
+                            : QString();
     default:
         return {};
     }
@@ -73,7 +83,8 @@ QHash<int, QByteArray> HotkeyRows::roleNames() const
             {CapturingRole, "isCapturing"},
             {ErrorRole, "error"},
             {ConflictRole, "conflict"},
-            {ConflictComboRole, "conflictCombo"}};
+            {ConflictComboRole, "conflictCombo"},
+            {CommandLineRole, "commandLine"}};
 }
 
 void HotkeyRows::beginCapture(int row)
@@ -106,6 +117,12 @@ void HotkeyRows::reset(int row)
 void HotkeyRows::resetAll()
 {
     m_rebinding.resetAllHotkeys();
+}
+
+void HotkeyRows::copyCommandLine(int row)
+{
+    if (actionAt(row))
+        QGuiApplication::clipboard()->setText(data(index(row), CommandLineRole).toString());
 }
 
 } // namespace quellora

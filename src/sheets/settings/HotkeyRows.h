@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/ShortcutGuide.h"
 #include "platform/Vocabulary.h"
 
 #include <QAbstractListModel>
@@ -30,11 +31,14 @@ public:
         ConflictRole,
         /// Display form of the pending combo.
         ConflictComboRole,
+        /// Text to enter in the desktop's settings to bind the action there; empty without a guide.
+        CommandLineRole,
     };
 
     /// @param rebinding must outlive the model
     /// @param vocabulary platform-specific key names
-    HotkeyRows(HotkeyRebinding &rebinding, Vocabulary vocabulary, QObject *parent = nullptr);
+    HotkeyRows(HotkeyRebinding &rebinding, Vocabulary vocabulary, ShortcutGuide guide = {},
+               QObject *parent = nullptr);
 
     int rowCount(const QModelIndex &parent = {}) const override;
     QVariant data(const QModelIndex &index, int role) const override;
@@ -47,10 +51,13 @@ public:
     Q_INVOKABLE void cancelConflict();
     Q_INVOKABLE void reset(int row);
     Q_INVOKABLE void resetAll();
+    /// Copies the CommandLineRole text to the clipboard.
+    Q_INVOKABLE void copyCommandLine(int row);
 
 private:
     HotkeyRebinding &m_rebinding;
     Vocabulary m_vocabulary;
+    ShortcutGuide m_guide;
 };
 
 } // namespace quellora

@@ -181,4 +181,26 @@ Column {
             }
         }
     }
+    Loader {
+        id: desktopShortcuts
+
+        readonly property SettingsModel settings: content.settings
+        readonly property ThemeTokens theme: content.theme
+
+        width: parent.width
+        active: settings.shortcutAdvice.length > 0
+        visible: active
+
+        sourceComponent: SettingsSection {
+            theme: desktopShortcuts.theme
+            title: qsTr("Desktop shortcuts")
+            hint: desktopShortcuts.settings.shortcutAdvice
+
+            ShortcutGuideList {
+                width: parent.width
+                settings: desktopShortcuts.settings
+                theme: desktopShortcuts.theme
+            }
+        }
+    }
 }

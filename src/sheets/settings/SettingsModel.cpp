@@ -9,12 +9,13 @@
 namespace quellora {
 
 SettingsModel::SettingsModel(Settings &settings, ModelListModel &models, HotkeyRebinding &rebinding,
-                             Vocabulary vocabulary, QObject *parent)
+                             Vocabulary vocabulary, ShortcutGuide guide, QObject *parent)
     : QObject(parent)
     , m_settings(settings)
     , m_models(models)
     , m_vocabulary(std::move(vocabulary))
-    , m_hotkeyRows(rebinding, m_vocabulary)
+    , m_shortcutAdvice(guide.advice)
+    , m_hotkeyRows(rebinding, m_vocabulary, std::move(guide))
 {
     connect(&m_models, &ModelListModel::selectedChanged, this, &SettingsModel::modelHintChanged);
     connect(&m_settings, &Settings::responseTextColorHexChanged, this,

@@ -33,13 +33,14 @@ class SettingsModel : public QObject
     Q_PROPERTY(
         bool isScreenChoiceOffered READ isScreenChoiceOffered NOTIFY isScreenChoiceOfferedChanged)
     Q_PROPERTY(quellora::HotkeyRows *hotkeyRows READ hotkeyRows CONSTANT)
+    Q_PROPERTY(QString shortcutAdvice READ shortcutAdvice CONSTANT)
 
 public:
     /// All references must outlive the model.
     /// @param models the available models, shared with the model picker
     /// @param vocabulary platform-specific names of keys and system settings
     SettingsModel(Settings &settings, ModelListModel &models, HotkeyRebinding &rebinding,
-                  Vocabulary vocabulary, QObject *parent = nullptr);
+                  Vocabulary vocabulary, ShortcutGuide guide = {}, QObject *parent = nullptr);
 
     // Inputs set by the owner.
     /// Opening resets the hex field to the current colour.
@@ -66,6 +67,8 @@ public:
     QString hexError() const { return m_hexError; }
     bool isScreenChoiceOffered() const { return m_isScreenChoiceOffered; }
     HotkeyRows *hotkeyRows() { return &m_hotkeyRows; }
+    /// Where to bind the program's commands in the desktop; empty if that is not needed.
+    QString shortcutAdvice() const { return m_shortcutAdvice; }
 
     // Called by the view.
     Q_INVOKABLE void close();
@@ -103,6 +106,7 @@ private:
     ModelListModel &m_models;
     Vocabulary m_vocabulary;
     TextColors m_textColors;
+    QString m_shortcutAdvice;
     HotkeyRows m_hotkeyRows;
     bool m_isOpen = false;
     bool m_isLight = false;

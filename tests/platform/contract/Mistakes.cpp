@@ -311,6 +311,7 @@ public:
         return tool;
     }
     Vocabulary vocabulary() const override { return m_real->vocabulary(); }
+    ShortcutGuide shortcutGuide() const override { return m_real->shortcutGuide(); }
     QString applicationSupportDirectory() const override
     {
         return m_mistake.is("supportDirectoryIsRelative") ? QStringLiteral("data")

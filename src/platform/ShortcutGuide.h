@@ -1,0 +1,20 @@
+#pragma once
+
+#include <QString>
+
+#include <functional>
+
+namespace quellora {
+
+/// How to bind this program's commands to keys in the desktop's own settings, for sessions in which
+/// the program does not receive its hot keys from every window.
+struct ShortcutGuide
+{
+    /// Why and where, in whole sentences for the user; empty if no guide is needed.
+    QString advice;
+    /// Returns the text to enter there for a key combination (as in `config.json`) and a command of
+    /// the program, e.g. "capture". Set if there is advice.
+    std::function<QString(const QString &combo, const QString &command)> line;
+};
+
+} // namespace quellora
