@@ -9,9 +9,9 @@
 #include "platform/linux/GlobalHotkeysX11.h"
 #include "platform/linux/PanelWindowX11.h"
 #include "platform/linux/PermissionsLinux.h"
+#include "platform/linux/ShortcutGuideLinux.h"
 #include "platform/linux/StatusAreaLinux.h"
 #include "platform/linux/WorkspaceLinux.h"
-#include "platform/linux/ShortcutGuideLinux.h"
 
 namespace quellora {
 
