@@ -83,6 +83,13 @@ SingleInstance::Claim SingleInstance::claim()
     return Claim::Acquired;
 }
 
+bool SingleInstance::hasListener() const
+{
+    QLocalSocket socket;
+    socket.connectToServer(socketPath());
+    return socket.waitForConnected(1000);
+}
+
 SingleInstance::Reply SingleInstance::send(const RemoteCommand &command,
                                            std::chrono::milliseconds timeout)
 {

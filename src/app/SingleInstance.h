@@ -43,6 +43,9 @@ public:
     /// Tries to lock the session, taking over the lock of a process that has ended. Logs a warning
     /// and returns Acquired if no lock can be created.
     Claim claim();
+    /// Whether an instance accepts commands. Does not lock the session, so that it cannot prevent a
+    /// start. Blocks for a moment; needs no application object.
+    bool hasListener() const;
     struct Reply
     {
         bool hasArrived = false;

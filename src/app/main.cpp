@@ -42,7 +42,7 @@ int fail(const QByteArray &text, int code)
 std::optional<int> sendCommand(const RemoteCommand &command)
 {
     SingleInstance instance(SingleInstance::runtimeFolder(), Platform::displaySession());
-    if (instance.claim() == SingleInstance::Claim::Acquired)
+    if (!instance.hasListener())
         return std::nullopt;
     const SingleInstance::Reply reply = instance.send(command, 2s);
     if (!reply.hasArrived)

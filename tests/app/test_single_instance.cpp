@@ -93,6 +93,21 @@ private Q_SLOTS:
         }
     }
 
+    void listenerIsFoundWithoutLocking()
+    {
+        QTemporaryDir folder;
+        const SingleInstance later(folder.path(), ":1");
+        QVERIFY(!later.hasListener());
+        SingleInstance first(folder.path(), ":1");
+        QCOMPARE(first.claim(), SingleInstance::Claim::Acquired);
+        QVERIFY(!later.hasListener());
+        first.listen(&accept);
+        QVERIFY(later.hasListener());
+        // A crash leaves a socket on which nobody listens.
+        QFile::rename(first.socketPath(), first.socketPath() + ".aside");
+        QVERIFY(!later.hasListener());
+    }
+
     void sendReturnsRefusal()
     {
         QTemporaryDir folder;

@@ -69,6 +69,19 @@ class CommandsTest(E2ECase):
         self.assertEqual(self.command(app, "captur"),
                          (2, "", "quellora: unknown argument 'captur'; see quellora --help\n"))
 
+    def test_settings_offer_the_desktops_lines(self):
+        app = self.app(self.server(), environment={"XDG_SESSION_TYPE": "wayland",
+                                                   "XDG_CURRENT_DESKTOP": "sway"}).sign_in()
+        app.open_settings()
+        line = f"bindsym Ctrl+Mod1+Mod4+c exec '{app.bin_dir / 'quellora'}' capture"
+        self.desktop.press("end")
+        app.access.press(f"Copy {line}")
+        self.desktop.press("escape")
+        app.access.wait_gone("Settings", "heading")
+        app.focus_prompt()
+        self.desktop.press("ctrl+v")
+        wait_until(lambda: app.stored_defaults().get("userPrompt") == line, what="the pasted line")
+
     def test_or_start_starts_the_program(self):
         app = self.app(self.server())
         app.wait_login_window()
