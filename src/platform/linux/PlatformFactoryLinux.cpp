@@ -26,14 +26,18 @@ void setVariable(const char *name, const char *value)
     ownVariables.append(name);
 }
 
-/// Whether a graphics processor can be used: one of the kernel's render nodes may be opened.
-bool hasRenderNode()
+/// Whether a graphics processor can be used: one of the kernel's render nodes, or the device of a
+/// driver without them, may be opened.
+bool hasGraphicsDevice()
 {
-    const QDir devices(QStringLiteral("/dev/dri"));
+    QStringList devices{QStringLiteral("/dev/nvidiactl"), QStringLiteral("/dev/dxg")};
+    const QDir folder(QStringLiteral("/dev/dri"));
     const QStringList nodes =
-        devices.entryList({QStringLiteral("renderD*")}, QDir::Files | QDir::System);
-    return std::any_of(nodes.begin(), nodes.end(), [&](const QString &node) {
-        return ::access(QFile::encodeName(devices.filePath(node)).constData(), R_OK | W_OK) == 0;
+        folder.entryList({QStringLiteral("renderD*")}, QDir::Files | QDir::System);
+    for (const QString &node : nodes)
+        devices.append(folder.filePath(node));
+    return std::any_of(devices.begin(), devices.end(), [](const QString &device) {
+        return ::access(QFile::encodeName(device).constData(), R_OK | W_OK) == 0;
     });
 }
 
@@ -46,7 +50,7 @@ bool Platform::prefersSoftwareRendering()
         if (qEnvironmentVariableIsSet(choice))
             return false;
     }
-    return !hasRenderNode();
+    return !hasGraphicsDevice();
 }
 
 void Platform::prepareOutput()
