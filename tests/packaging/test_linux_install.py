@@ -13,10 +13,34 @@ from paths import BUILD, LINUX, ROOT
 
 PROGRAMS = {"quellora", "quellora-backend", "quellora-screencapture", "quellora-launcher"}
 SIZES = (16, 24, 32, 48, 64, 128, 256, 512)
-FILES = ({f"lib/quellora/{name}" for name in PROGRAMS}
-         | {"bin/quellora", "share/applications/quellora.desktop",
+LINKS = {"quellora": "quellora-launcher", "quellora-screencapture": "quellora-screencapture",
+         "quellora-backend": "quellora-backend"}
+BACKEND_FILES = {"lib/quellora/quellora-backend", "bin/quellora-backend",
+                 "share/man/man1/quellora-backend.1.gz",
+                 "share/bash-completion/completions/quellora-backend"}
+FILES = (BACKEND_FILES
+         | {f"lib/quellora/{name}" for name in PROGRAMS} | {f"bin/{name}" for name in LINKS}
+         | {"share/applications/quellora.desktop",
+            "share/metainfo/com.quellora.app.metainfo.xml",
+            "share/man/man1/quellora.1.gz", "share/man/man1/quellora-screencapture.1.gz",
+            "share/bash-completion/completions/quellora",
             "share/icons/hicolor/scalable/apps/quellora.svg"}
          | {f"share/icons/hicolor/{size}x{size}/apps/quellora.png" for size in SIZES})
+
+
+def debian_files(package):
+    """What only Debian's packages contain."""
+    documents = f"share/doc/{package}"
+    return {f"{documents}/copyright", f"{documents}/changelog.gz",
+            f"{documents}/changelog.Debian.gz", f"share/lintian/overrides/{package}"}
+
+
+DEBIAN_FILES = {
+    "quellora": FILES - BACKEND_FILES | debian_files("quellora"),
+    "quellora-backend": BACKEND_FILES | debian_files("quellora-backend") | {
+        "lib/systemd/user/quellora-backend.service",
+        "share/doc/quellora-backend/examples/quellora-backend.example.toml"},
+}
 
 
 class InstallTest(unittest.TestCase):
@@ -34,7 +58,8 @@ class InstallTest(unittest.TestCase):
         self.assertEqual(found, FILES)
         for name in PROGRAMS:
             self.assertTrue(os.access(prefix / "lib/quellora" / name, os.X_OK), name)
-        self.assertEqual(os.readlink(prefix / "bin/quellora"), "../lib/quellora/quellora-launcher")
+        for name, program in LINKS.items():
+            self.assertEqual(os.readlink(prefix / "bin" / name), f"../lib/quellora/{program}")
 
     def test_install_rules(self):
         prefix = self.folder / "prefix"
@@ -54,6 +79,21 @@ class InstallTest(unittest.TestCase):
                                   env={"PATH": os.environ["PATH"], "HOME": str(self.folder)})
         self.assertEqual(output, f"started from {program}\n")
 
+    def test_the_launcher_passes_arguments_on(self):
+        """The output of such a run is the caller's: nothing is logged."""
+        program = self.folder / "quellora"
+        program.write_text('#!/bin/bash\nprintf "<%s>" "$@"\nexit 3\n')
+        program.chmod(0o755)
+        for arguments in (["toggle"], ["--version"], ["capture", "a b"]):
+            with self.subTest(arguments):
+                result = subprocess.run(
+                    [LINUX / "quellora-launcher", self.folder, *arguments], text=True, check=False,
+                    capture_output=True,
+                    env={"PATH": os.environ["PATH"], "HOME": str(self.folder)})
+                self.assertEqual((result.returncode, result.stdout),
+                                 (3, "".join(f"<{word}>" for word in arguments)))
+                self.assertFalse((self.folder / "Library").exists())
+
     def test_staging_stays_in_the_staging_folder(self):
         self.run_quietly("cmake", "--install", BUILD, "--prefix", "/opt/quellora-staging-test",
                          env=os.environ | {"DESTDIR": str(self.folder)})
@@ -71,6 +111,29 @@ class InstallTest(unittest.TestCase):
         self.assertEqual(set(members), FILES)
         for program in PROGRAMS:
             self.assertTrue(members[f"lib/quellora/{program}"].mode & stat.S_IXOTH, program)
+
+    @unittest.skipUnless(shutil.which("dpkg-deb"), "needs dpkg")
+    def test_debian_packages(self):
+        # Finding the libraries' packages takes long and is left to scripts/test-packages.
+        self.run_quietly("cpack", "-G", "DEB", "-B", self.folder,
+                         "-D", "CPACK_DEBIAN_PACKAGE_SHLIBDEPS=OFF",
+                         "--config", BUILD / "CPackConfig.cmake", cwd=self.folder)
+        packages = {path.name.split("_")[0]: path for path in self.folder.glob("*.deb")}
+        self.assertEqual(packages.keys(), DEBIAN_FILES.keys())
+        for name, path in packages.items():
+            with self.subTest(name):
+                listing = self.run_quietly("dpkg-deb", "--contents", path).splitlines()
+                found = {line.split(" ./usr/", 1)[1].split(" -> ")[0]: line for line in listing
+                         if line[0] != "d"}
+                self.assertEqual(found.keys(), DEBIAN_FILES[name])
+                for member, line in found.items():
+                    mode = "-rwxr-xr-x" if member.startswith("lib/quellora/") else "-rw-r--r--"
+                    if not member.startswith("bin/"):
+                        self.assertTrue(line.startswith(f"{mode} root/root "), line)
+                field = self.run_quietly("dpkg-deb", "--field", path, "Description")
+                self.assertNotIn("A calm", field)
+        self.assertIn("qml6-module-qtwebengine, ",
+                      self.run_quietly("dpkg-deb", "--field", packages["quellora"], "Depends"))
 
     def test_the_script_installs_and_removes_all_files(self):
         if BUILD.resolve() != (ROOT / "build/release").resolve():
