@@ -11,6 +11,7 @@ import yaml
 from paths import MACOS, ROOT
 
 WORKFLOW = ROOT / ".github" / "workflows" / "macos.yml"
+LINUX_WORKFLOW = ROOT / ".github" / "workflows" / "linux.yml"
 GUIDE = ROOT / "docs" / "RELEASE.md"
 # Names that CMake searches for, with the formulae that provide them.
 FORMULAE = {
@@ -24,7 +25,8 @@ FORMULAE = {
     "npm": "node", "rsvg-convert": "librsvg",
 }
 # Part of the system, optional, or searched for on Linux or on Debian only.
-ELSEWHERE = {"Threads", "OpenMP", "Python3", "iconutil", "png2icns", "macdeployqt", "python3", "xcb"}
+ELSEWHERE = {"Threads", "OpenMP", "Python3", "iconutil", "png2icns", "macdeployqt", "python3", "xcb",
+             "gzip"}
 LINUX_ONLY = ("tools/", "tests/tools/", "tests/e2e/", "tests/platform/", "src/platform/", "build/")
 
 
@@ -110,6 +112,24 @@ class ReleaseFilesTest(unittest.TestCase):
 
     def test_secrets_are_never_part_of_a_command(self):
         self.assertNotIn("${{", self.scripts)
+        self.assertNotIn("${{", LINUX_WORKFLOW.read_text())
+
+    def test_the_workflow_for_linux_builds_and_tests_the_packages(self):
+        self.assertEqual(self.preset("packagePresets", "linux"),
+                         {"name": "linux", "configurePreset": "release", "generators": ["DEB"]})
+        workflow = yaml.safe_load(LINUX_WORKFLOW.read_text())
+        self.assertEqual(workflow["permissions"], {"contents": "read"})
+        [job] = workflow["jobs"].values()
+        self.assertEqual(job["container"]["image"], "debian:12")
+        self.assertIn("timeout-minutes", job)
+        scripts = "\n".join(step["run"] for step in job["steps"] if "run" in step)
+        for kind, preset in commands(scripts):
+            self.assertIsNotNone(self.preset(kind, preset), f"{kind}: {preset}")
+        used = re.findall(r"^scripts/[\w-]+", scripts, re.M)
+        self.assertEqual(used, ["scripts/test-packages"] * 2)
+        self.assertTrue(os.access(ROOT / used[0], os.X_OK))
+        kept = [step["with"]["path"] for step in job["steps"] if "with" in step]
+        self.assertIn("out/packages/*.deb", kept)
 
     def test_every_dependency_has_a_formula(self):
         lines = [re.sub(r"\s*#.*", "", line) for line in (MACOS / "Brewfile").read_text().splitlines()]

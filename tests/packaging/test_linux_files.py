@@ -1,0 +1,204 @@
+"""The desktop file, metadata, manual pages, completions and unit that the packages contain."""
+
+import configparser
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+import tempfile
+import unittest
+import xml.etree.ElementTree as ElementTree
+
+from paths import BUILD, LINUX, ROOT, VERSION
+
+MANUALS = sorted((LINUX / "man").glob("*.1"))
+COMPLETIONS = sorted((LINUX / "completions").iterdir())
+VERBS = ("capture", "capture-no-send", "toggle", "clear", "new-thread", "opacity-up",
+         "opacity-down", "show", "quit")
+# QML modules of Debian by the import that needs them.
+MODULES = {
+    "QtQuick": {"qml6-module-qtqml", "qml6-module-qtqml-models",
+                "qml6-module-qtqml-workerscript", "qml6-module-qtquick"},
+    "QtQuick.Controls.Basic": {"qml6-module-qtquick-controls", "qml6-module-qtquick-templates"},
+    "QtQuick.Window": {"qml6-module-qtquick-window"},
+    "QtWebChannel": {"qml6-module-qtwebchannel"},
+    "QtWebEngine": {"qml6-module-qtwebengine"},
+}
+
+
+def needs(tool, package):
+    """Skips a test without the tool."""
+    return unittest.skipUnless(shutil.which(tool), f"needs the Debian package {package}")
+
+
+def run(*command, **options):
+    """(exit status, both outputs) of a command."""
+    done = subprocess.run([str(word) for word in command], stdout=subprocess.PIPE, check=False,
+                          stderr=subprocess.STDOUT, stdin=subprocess.DEVNULL, text=True,
+                          timeout=60, **options)
+    return done.returncode, done.stdout
+
+
+def manual(name):
+    """A manual page's text: fonts and escapes removed."""
+    text = (LINUX / "man" / f"{name}.1").read_text()
+    return re.sub(r"\\f[BIR]", "", text).replace("\\-", "-")
+
+
+def described(text, section):
+    """The first words of the tagged paragraphs in a section of a manual page."""
+    body = re.search(rf'^\.SH "?{section}"?\n(.*?)(?=^\.SH|\Z)', text, re.M | re.S).group(1)
+    tags = re.findall(r"^\.TP\n\.[BIR]+ (.*)$", body, re.M)
+    return {word.strip('",') for tag in tags for word in tag.replace('"', " ").split()}
+
+
+def complete(script, *words):
+    """What the shell offers for the last word."""
+    shell = '. /usr/share/bash-completion/bash_completion; . "$1"; shift; ' \
+        'COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); COMP_LINE="$*"; COMP_POINT=${#COMP_LINE}; ' \
+        'COMP_TYPE=9; COMP_KEY=9; f=$(complete -p "$1"); f=${f#*-F }; ${f%% *}; ' \
+        'printf "%s\\n" "${COMPREPLY[@]}"'
+    status, output = run("bash", "-c", shell, "bash", LINUX / "completions" / script, *words)
+    return set(output.split()) if status == 0 else output
+
+
+class LinuxFilesTest(unittest.TestCase):
+    def assert_quiet(self, *command):
+        status, output = run(*command)
+        self.assertEqual((status, output), (0, ""), command)
+
+    @needs("desktop-file-validate", "desktop-file-utils")
+    def test_the_desktop_file_is_valid(self):
+        self.assert_quiet("desktop-file-validate", LINUX / "quellora.desktop")
+
+    def test_desktop_actions_use_verbs(self):
+        desktop = configparser.ConfigParser(interpolation=None)
+        desktop.optionxform = str
+        desktop.read(LINUX / "quellora.desktop")
+        names = desktop["Desktop Entry"]["Actions"].rstrip(";").split(";")
+        self.assertEqual({f"Desktop Action {name}" for name in names},
+                         set(desktop.sections()) - {"Desktop Entry"})
+        self.assertEqual([desktop[f"Desktop Action {name}"]["Exec"] for name in names],
+                         ["quellora capture", "quellora capture-no-send", "quellora toggle",
+                          "quellora new-thread"])
+
+    @needs("appstreamcli", "appstream")
+    def test_the_metadata_is_valid(self):
+        status, output = run("appstreamcli", "validate", "--pedantic", "--no-net", "--no-color",
+                             LINUX / "com.quellora.app.metainfo.xml")
+        self.assertEqual(status, 0, output)
+        self.assertNotRegex(output, r"(?m)^[EWIP]: ")
+
+    def test_the_metadata_and_the_changelog_have_this_version(self):
+        metadata = ElementTree.parse(LINUX / "com.quellora.app.metainfo.xml")
+        self.assertEqual(metadata.find("releases/release").get("version"), VERSION)
+        self.assertEqual(metadata.findtext("launchable"), "quellora.desktop")
+        release = re.search(r"PACKAGE_RELEASE (\d+)\)", (LINUX / "Debian.cmake").read_text()).group(1)
+        first = (LINUX / "debian" / "changelog").read_text().splitlines()[0]
+        self.assertTrue(first.startswith(f"quellora ({VERSION}-{release}) "), first)
+
+    @needs("mandoc", "mandoc")
+    def test_manuals_have_no_mistakes(self):
+        self.assertEqual(len(MANUALS), 3)
+        for page in MANUALS:
+            with self.subTest(page.name):
+                self.assert_quiet("mandoc", "-T", "lint", "-W", "warning", page)
+
+    @needs("groff", "groff-base")
+    def test_manuals_are_formatted_without_warnings(self):
+        for page in MANUALS:
+            with self.subTest(page.name):
+                self.assert_quiet("groff", "-man", "-Tutf8", "-ww", "-z", "-rLL=100n", page)
+
+    def test_the_manual_and_the_help_of_the_backend_agree(self):
+        status, output = run(BUILD / "bin" / "quellora-backend", "--help")
+        self.assertEqual(status, 0, output)
+        options, commands = output.split("Commands:")
+        commands = set(re.findall(r"^  ([a-z][\w-]+)", commands, re.M))
+        options = set(re.findall(r"--[a-z][\w-]+", re.sub(r"  +[^-].*", "", options)))
+        self.assertGreater(len(commands), 10)
+        text = manual("quellora-backend")
+        self.assertEqual(commands - described(text, "COMMANDS"), set())
+        self.assertEqual(options - described(text, "OPTIONS"), set())
+        script = (LINUX / "completions" / "quellora-backend").read_text()
+        self.assertEqual({word for word in commands | options
+                          if not re.search(rf"(?<![\w-]){word}(?![\w-])", script)}, set())
+
+    def test_the_manual_and_the_help_of_the_capture_tool_agree(self):
+        status, output = run(BUILD / "bin" / "quellora-screencapture", "--help")
+        self.assertEqual(status, 0, output)
+        options = set(re.findall(r"^  (-[\w-]+)", output, re.M))
+        text = manual("quellora-screencapture")
+        self.assertEqual(options, described(text, "OPTIONS"))
+        statuses = set(re.findall(r"^  (\d+) ", output, re.M))
+        self.assertEqual(statuses, described(text, "EXIT STATUS"))
+
+    def test_the_manual_of_the_app_has_every_verb(self):
+        text = manual("quellora")
+        self.assertEqual(described(text, "VERBS"), set(VERBS))
+        self.assertLessEqual({"--help", "--version"}, described(text, "OPTIONS"))
+
+    def test_the_help_of_the_app_has_the_same_verbs(self):
+        if b"capture-no-send" not in (BUILD / "bin" / "quellora").read_bytes():
+            self.skipTest("the program was built without verbs")
+        with tempfile.TemporaryDirectory() as home:
+            status, output = run(BUILD / "bin" / "quellora", "--help",
+                                 env={"PATH": os.environ["PATH"], "HOME": home,
+                                      "XDG_RUNTIME_DIR": home})
+        self.assertEqual(status, 0, output)
+        verbs = set(re.findall(r"^  ([a-z][a-z-]+)\b", output, re.M))
+        self.assertEqual(verbs, set(VERBS))
+
+    def test_completions_are_correct_shell(self):
+        for script in COMPLETIONS:
+            with self.subTest(script.name):
+                self.assert_quiet("bash", "-n", script)
+
+    @needs("shellcheck", "shellcheck")
+    def test_scripts_pass_shellcheck(self):
+        self.assert_quiet("shellcheck", "-s", "bash", *COMPLETIONS)
+        self.assert_quiet("shellcheck", "-x", ROOT / "scripts" / "test-packages")
+
+    @unittest.skipUnless(pathlib.Path("/usr/share/bash-completion/bash_completion").is_file(),
+                         "needs the Debian package bash-completion")
+    def test_the_shell_completes(self):
+        self.assertEqual(complete("quellora", "quellora", ""), set(VERBS))
+        self.assertEqual(complete("quellora", "quellora", "cap"), {"capture", "capture-no-send"})
+        self.assertEqual(complete("quellora", "quellora", "--"), {"--help", "--version"})
+        self.assertEqual(complete("quellora", "quellora", "capture", ""), set())
+        self.assertEqual(complete("quellora-backend", "quellora-backend", "set-"),
+                         {"set-password", "set-cap", "set-plan"})
+        self.assertEqual(complete("quellora-backend", "quellora-backend", "serve", "--p"),
+                         {"--port", "--plan", "--password-stdin"})
+        self.assertEqual(complete("quellora-backend", "quellora-backend", "serve", ""), set())
+
+    def test_the_packages_depend_on_every_imported_module(self):
+        imports = {name for path in (ROOT / "src").rglob("*.qml")
+                   for name in re.findall(r"^import ([\w.]+)", path.read_text(), re.M)}
+        imports = {name for name in imports if not name.startswith("Quellora.")}
+        self.assertEqual(imports, MODULES.keys())
+        listed = re.search(r"QUELLORA_DEBIAN_QML_MODULES\n(.*?)\)",
+                           (LINUX / "Debian.cmake").read_text(), re.S).group(1).split()
+        self.assertEqual(set(listed), set.union(*MODULES.values()))
+
+    @needs("systemd-analyze", "systemd")
+    def test_the_unit_is_valid_and_confined(self):
+        with tempfile.TemporaryDirectory() as folder:
+            # Of the unit's program, only its existence is checked.
+            text = (LINUX / "quellora-backend.service").read_text()
+            program = BUILD / "bin" / "quellora-backend"
+            unit = pathlib.Path(folder) / "quellora-backend.service"
+            unit.write_text(re.sub(r"(?m)^Documentation=.*\n", "", text)
+                            .replace("/usr/bin/quellora-backend", str(program)))
+            status, output = run("systemd-analyze", "--user", "--man=no", "verify", unit,
+                                 env=os.environ | {"XDG_RUNTIME_DIR": folder})
+            self.assertEqual((status, output), (0, ""))
+            # Exposure from 0 to 10, times ten.
+            status, output = run("systemd-analyze", "--offline=true", "--threshold=20",
+                                 "--no-pager", "security", unit)
+            self.assertEqual(status, 0, output)
+
+
+if __name__ == "__main__":
+    unittest.main()
