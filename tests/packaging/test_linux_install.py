@@ -80,19 +80,26 @@ class InstallTest(unittest.TestCase):
         self.assertEqual(output, f"started from {program}\n")
 
     def test_the_launcher_passes_arguments_on(self):
-        """The output of such a run is the caller's: nothing is logged."""
+        """The output of a start is logged, that of other runs is the caller's alone."""
         program = self.folder / "quellora"
         program.write_text('#!/bin/bash\nprintf "<%s>" "$@"\nexit 3\n')
         program.chmod(0o755)
-        for arguments in (["toggle"], ["--version"], ["capture", "a b"]):
+        for arguments, is_logged in (
+                (["toggle"], False), (["--version"], False), (["-h"], False),
+                (["capture", "a b"], False), (["--unknown"], False), ([], True),
+                (["--or-start", "capture"], True), (["capture", "--or-start"], True),
+                (["-style", "Basic"], True)):
             with self.subTest(arguments):
+                shutil.rmtree(self.folder / "Library", ignore_errors=True)
                 result = subprocess.run(
                     [LINUX / "quellora-launcher", self.folder, *arguments], text=True, check=False,
                     capture_output=True,
                     env={"PATH": os.environ["PATH"], "HOME": str(self.folder)})
                 self.assertEqual((result.returncode, result.stdout),
-                                 (3, "".join(f"<{word}>" for word in arguments)))
-                self.assertFalse((self.folder / "Library").exists())
+                                 (3, "".join(f"<{word}>" for word in arguments or [""])))
+                log = self.folder / "Library/Logs/Vantiro/pipeline.log"
+                self.assertEqual(log.exists() and log.read_text(),
+                                 result.stdout if is_logged else False)
 
     def test_staging_stays_in_the_staging_folder(self):
         self.run_quietly("cmake", "--install", BUILD, "--prefix", "/opt/quellora-staging-test",
