@@ -81,8 +81,8 @@ class LinuxFilesTest(unittest.TestCase):
         self.assertEqual({f"Desktop Action {name}" for name in names},
                          set(desktop.sections()) - {"Desktop Entry"})
         self.assertEqual([desktop[f"Desktop Action {name}"]["Exec"] for name in names],
-                         ["quellora capture", "quellora capture-no-send", "quellora toggle",
-                          "quellora new-thread"])
+                         [f"quellora --or-start {command}" for command in
+                          ("capture", "capture-no-send", "toggle", "new-thread")])
 
     @needs("appstreamcli", "appstream")
     def test_the_metadata_is_valid(self):

@@ -31,16 +31,16 @@ QString keysymName(const QString &key)
                : key;
 }
 
-/// How a shell calls this program: by its name if that finds it, otherwise by its quoted path.
+/// How a shell calls this program: by its name if that finds it or the launcher beside it,
+/// otherwise by its quoted path.
 QString programInShell()
 {
-    const QString path = QCoreApplication::applicationFilePath();
-    const QString name = QFileInfo(path).fileName();
-    const QString found = QStandardPaths::findExecutable(name);
-    if (!found.isEmpty() &&
-        QFileInfo(found).canonicalFilePath() == QFileInfo(path).canonicalFilePath())
-        return name;
-    QString quoted = path;
+    const QFileInfo program(QCoreApplication::applicationFilePath());
+    const QString found = QStandardPaths::findExecutable(program.fileName());
+    if (!found.isEmpty() && QFileInfo(QFileInfo(found).canonicalFilePath()).path() ==
+                                QFileInfo(program.canonicalFilePath()).path())
+        return program.fileName();
+    QString quoted = program.filePath();
     return u'\'' + quoted.replace(u'\'', QLatin1StringView("'\\''")) + u'\'';
 }
 

@@ -1,6 +1,8 @@
 #include "platform/linux/ShortcutGuideLinux.h"
 #include "support/TestProgram.h"
 
+#include <QFileInfo>
+#include <QTemporaryDir>
 #include <QTest>
 
 using namespace quellora;
@@ -76,6 +78,15 @@ private Q_SLOTS:
         // The test program is not in the search path.
         QCOMPARE(guide.line(QString(), QStringLiteral("show")),
                  u'\'' + QCoreApplication::applicationFilePath() + QStringLiteral("' show"));
+        // A launcher beside the program, linked into the search path.
+        const QByteArray path = qgetenv("PATH");
+        const QTemporaryDir bin;
+        const QFileInfo program(QCoreApplication::applicationFilePath());
+        QVERIFY(QFile::link(program.filePath(), bin.filePath(program.fileName())));
+        qputenv("PATH", QFile::encodeName(bin.path()));
+        QCOMPARE(ShortcutGuideLinux::current().line(QString(), QStringLiteral("show")),
+                 program.fileName() + QStringLiteral(" show"));
+        qputenv("PATH", path);
         qputenv("WAYLAND_DISPLAY", display);
         qputenv("XDG_SESSION_TYPE", type);
     }
