@@ -30,10 +30,17 @@ const QString helpers = QStringLiteral(R"(
         }
         return copy.innerHTML;
     };
-    /// What differs while the answer grows by @p step characters, and in the end; empty if nothing.
-    window.differences = (text, step) => {
-        for (let end = step; end < text.length + step; end += step) {
-            answers.append(text.slice(end - step, end));
+    /// What differs while the answer grows by @p step characters, or by up to twice as many if there is
+    /// a @p seed, and in the end; empty if nothing.
+    window.differences = (text, step, seed) => {
+        let state = seed;
+        const nextStep = () => {
+            state = (Math.imul(state, 1664525) + 1013904223) >>> 0;
+            return seed ? 1 + (state >>> 8) % (2 * step) : step;
+        };
+        for (let start = 0, end = 0; start < text.length; start = end) {
+            end += nextStep();
+            answers.append(text.slice(start, end));
             answers.show(whole, text.slice(0, end));
             if (withoutGroups() !== whole.innerHTML)
                 return [end, withoutGroups(), whole.innerHTML].join('\n----\n');
@@ -85,10 +92,14 @@ private Q_SLOTS:
     void joinedExamples_data();
     void joinedExamples();
     void randomDocuments_data();
+    void randomParagraphs_data();
+    void randomParagraphs();
     void randomDocuments();
     void lineEndsThatComeApart();
     void finalDomIsPlain();
     void finishedBlocksStayTheSameElements();
+    void beginningOfALongParagraphIsFrozen_data();
+    void beginningOfALongParagraphIsFrozen();
     void selectionInFrozenTextStays();
     void longAnswerIsNestedInGroups();
     void longBlocksAreNestedInGroups();
@@ -117,12 +128,14 @@ private:
                            .arg(literal(text))
                            .arg(step));
     }
-    void compare(const QString &text, const QList<int> &steps)
+    void compare(const QString &text, const QList<int> &steps, quint32 seed = 0)
     {
         for (const int step : steps) {
-            QCOMPARE(
-                m_engine.text(QStringLiteral("differences(%1, %2)").arg(literal(text)).arg(step)),
-                QString());
+            QCOMPARE(m_engine.text(QStringLiteral("differences(%1, %2, %3)")
+                                       .arg(literal(text))
+                                       .arg(step)
+                                       .arg(seed)),
+                     QString());
         }
     }
 
@@ -215,6 +228,88 @@ void TestStreamingEquality::slotEqualsWholeRender_data()
                QStringLiteral("\n\n\n\n  \n\n```\nb\n");
     QTest::newRow("giant code without line breaks")
         << QStringLiteral("~~~\n") + QStringLiteral("no end ").repeated(400);
+    QTest::newRow("giant list with late open html")
+        << QStringLiteral("- b\n").repeated(70) + QStringLiteral("- <i>\n- e\n\nf\n\ng\n");
+    const QString words = QStringLiteral("The *consumer* may be `slower` than the producer. ");
+    const QString lines =
+        QStringLiteral("The **consumer** may, of a_b,\nbe slower than it.  \n").repeated(30);
+    const QString quote =
+        QStringLiteral("> Remember that the consumer\n> may be *slower* than ~~others~~ it.\n")
+            .repeated(24);
+    QTest::newRow("giant paragraph") << lines + QStringLiteral("end\n\nb\n\nc\n");
+    QTest::newRow("giant line") << words.repeated(60) + QStringLiteral("\n\nb\n\nc\n");
+    QTest::newRow("giant paragraphs")
+        << (QStringLiteral("- a\n\n") + lines + QLatin1Char('\n')).repeated(2) + words.repeated(40);
+    QTest::newRow("giant quote") << quote + QStringLiteral("\na\n\nb\n\nc\n");
+    QTest::newRow("giant quote with line separators")
+        << QStringLiteral("> The consumer\u2028may be\u2029slower.\n").repeated(70);
+    QTest::newRow("giant quote without emphasis")
+        << QStringLiteral("> The consumer may be slower.\n").repeated(400) +
+               QStringLiteral("> *a*\n\nb\n\nc\n");
+    QTest::newRow("giant paragraph without emphasis that becomes a heading")
+        << QStringLiteral("The consumer may be slower.\n").repeated(400) +
+               QStringLiteral("===\n\nb\n");
+    QTest::newRow("giant quote in lines that are continued")
+        << quote + QStringLiteral("lazy *a\n> b* c\nlazy\n===\n> d\n>\n> e\n\nf\n\ng\n");
+    QTest::newRow("giant line that begins like a list")
+        << lines.trimmed() + QStringLiteral("\n2. ") + words.repeated(30).trimmed() +
+               QStringLiteral("\n|-|-|\na\n\nb\n");
+    const struct
+    {
+        const char *opening;
+        const char *closing;
+    } pairs[]{
+        {"*", "*"},         {"**", "**"},   {"_", "_"}, {"__", "__"},
+        {"`", "`"},         {"``", "``"},   {"~", "~"}, {"~~", "~~"},
+        {"[", "](u)"},      {"[", "][r]"},  {"<", ">"}, {"<b title=\"", "\">a</b>"},
+        {"*a **", "** b*"}, {"`*", "`* *"},
+    };
+    for (const auto &[opening, closing] : pairs) {
+        for (const char *line : {"The consumer may be slower. ", "The consumer may be slower.\n",
+                                 "The consumer may be slower.\n> "}) {
+            const QString sentences = QString::fromUtf8(line);
+            const bool isQuote = sentences.endsWith(QLatin1String("> "));
+            QTest::addRow("giant %s between %s and %s",
+                          isQuote                                ? "quote"
+                          : sentences.endsWith(QLatin1Char(' ')) ? "line"
+                                                                 : "text",
+                          opening, closing)
+                << QLatin1String(isQuote ? "> " : "") + sentences.repeated(25) +
+                       QString::fromUtf8(opening) + sentences.repeated(30) +
+                       QStringLiteral("closed") + QString::fromUtf8(closing) + QLatin1Char(' ') +
+                       sentences.repeated(25) + QStringLiteral("end\n\n[r]: /u\n");
+        }
+    }
+    QTest::newRow("giant texts with character references")
+        << QStringLiteral("The consumer &amp; &#66; R&D may be slower &am ").repeated(40) +
+               words.repeated(10) + QStringLiteral("p;&am") + words + QStringLiteral("p; &amp");
+    const struct
+    {
+        const char *name;
+        const char *end;
+    } endings[]{
+        {"an underline", "a\n===\n\nb\n"},
+        {"a lower underline", "\n---\n\nb\n"},
+        {"a list", "\n2. a\n- b\n- c\n\nd\n"},
+        {"a fence", "\n```\na\n```\nb\n"},
+        {"a table", "\n|-|\n|a|b|\n|-|-|\n|c|d|\n\ne\n"},
+        {"a table row", " a | b\n|-|-|\n| c | d |\n"},
+        {"a quote", "\n> a\nb\n\nc\n"},
+        {"a heading", "\n# a\nb\n"},
+        {"a code block", "\n    a\n\n    b\n\nc\n"},
+        {"html", " <b>a</b> <i>b\n\nc</i>\n\nd\n"},
+        {"block html", "\n<div>\n\nc</div>\n\nd\n"},
+        {"a definition", " [a]\n[a]: /u\n\n[a]: /v\n\nd\n"},
+        {"breaks", "  \n  a\\\nb   \n\nc\n"},
+    };
+    for (const auto &[name, end] : endings) {
+        const QString text = QString::fromUtf8(end);
+        QTest::addRow("giant line and %s", name) << words.repeated(30) + text;
+        QTest::addRow("giant paragraph and %s", name) << lines.trimmed() + text;
+        QTest::addRow("giant quote and %s", name) << quote.trimmed() + text;
+        QTest::addRow("giant quote with %s", name)
+            << quote.trimmed() + QString(text).replace(QLatin1Char('\n'), QStringLiteral("\n> "));
+    }
     row("folded labels", "[\u1e9e] and [\u00e9]\n\nx\n\n[SS]: /ss\n\ny\n\n[\u00c9]: /e\n\nz\n");
     row("blanks before a line", "a\n\n   b\n\n# c\n    d\n\n| x |\n|---|\n\n    e\n");
     row("nothing left by the sanitizer", "a\n\nb\n\n<!DOCTYPE html>\n\nc\n");
@@ -225,7 +320,9 @@ void TestStreamingEquality::slotEqualsWholeRender_data()
 void TestStreamingEquality::slotEqualsWholeRender()
 {
     QFETCH(QString, text);
-    compare(text, text.size() > 500 ? QList<int>{17, 64, 5000} : QList<int>{1, 7});
+    compare(text, text.size() > 10000 ? QList<int>{64, 5000}
+                  : text.size() > 500 ? QList<int>{17, 64, 5000}
+                                      : QList<int>{1, 7});
     QCOMPARE(m_engine.text(QStringLiteral("typeof window.pwned")), QStringLiteral("undefined"));
 }
 
@@ -324,6 +421,67 @@ void TestStreamingEquality::randomDocuments()
     compare(text, {3});
 }
 
+void TestStreamingEquality::randomParagraphs_data()
+{
+    QTest::addColumn<quint32>("seed");
+    QTest::addColumn<bool>("isQuote");
+    for (quint32 seed = 1; seed <= 8; ++seed) {
+        QTest::addRow("paragraph %u", seed) << seed << false;
+        QTest::addRow("quote %u", seed) << seed << true;
+    }
+}
+
+/// Long paragraphs of words with delimiters anywhere, in chunks of any length.
+void TestStreamingEquality::randomParagraphs()
+{
+    QFETCH(quint32, seed);
+    QFETCH(bool, isQuote);
+    static const QStringList words{
+        QStringLiteral("word"),       QStringLiteral("The consumer"), QStringLiteral("end."),
+        QStringLiteral("snake_case"), QStringLiteral("*a b*"),        QStringLiteral("`c`"),
+        QStringLiteral("**d** e"),    QStringLiteral("R&D"),          QStringLiteral("2. f"),
+    };
+    // All of them leave something open, or close it.
+    static const QStringList delimiters{
+        QStringLiteral("*"),     QStringLiteral("**"),    QStringLiteral("_"),
+        QStringLiteral("__"),    QStringLiteral("`"),     QStringLiteral("``"),
+        QStringLiteral("~"),     QStringLiteral("~~"),    QStringLiteral("["),
+        QStringLiteral("](u)"),  QStringLiteral("[r]"),   QStringLiteral("\\"),
+        QStringLiteral("&am"),   QStringLiteral("p;"),    QStringLiteral("www.a.example"),
+        QStringLiteral("<i>"),   QStringLiteral("</i>"),  QStringLiteral("<"),
+        QStringLiteral("*g "),   QStringLiteral(" h*"),   QStringLiteral("**i "),
+        QStringLiteral(" __j "), QStringLiteral("a*b*c"), QStringLiteral("`k* "),
+        QStringLiteral(" |"),    QStringLiteral("  \n"),  QStringLiteral("***l* m** "),
+    };
+    static const QStringList lineStarts{
+        QStringLiteral("---\n"),   QStringLiteral("===\n"), QStringLiteral("- "),
+        QStringLiteral("|-|-|\n"), QStringLiteral("```"),   QStringLiteral("    "),
+        QStringLiteral("> "),      QStringLiteral("\n"),    QStringLiteral("[r]: /u\n"),
+        QStringLiteral("|-|\n"),
+    };
+    quint32 state = seed * 2654435761U;
+    const auto random = [&state](qsizetype count) {
+        state = state * 1664525U + 1013904223U;
+        return static_cast<qsizetype>(state >> 8) % count;
+    };
+    QString text;
+    while (text.size() < 4500) {
+        // Much of the text has no delimiters, so that it can be frozen before some come.
+        const bool isPlain = text.size() % 2000 < 1300;
+        if (isQuote && (isPlain || random(10) > 0))
+            text += QStringLiteral("> ");
+        if (!isPlain && random(15) == 0)
+            text += lineStarts[random(lineStarts.size())];
+        for (qsizetype left = 3 + random(9); left > 0; --left) {
+            text += !isPlain && random(4) == 0 ? delimiters[random(delimiters.size())]
+                                               : words[random(words.size())];
+            text += QLatin1String(random(12) == 0 ? "" : " ");
+        }
+        text += QLatin1String(isQuote || random(3) > 0 ? "\n" : "");
+    }
+    compare(text, {30}, seed);
+}
+
 void TestStreamingEquality::lineEndsThatComeApart()
 {
     const QString text = QStringLiteral("a\r\n\r\nb\r\r\nc\r\n- d\r\n");
@@ -400,6 +558,31 @@ void TestStreamingEquality::finishedBlocksStayTheSameElements()
     QCOMPARE(m_engine.text(QStringLiteral("(slot.firstElementChild === first) + ' ' + "
                                           "slot.innerText.replace(/\\s/g, '')")),
              QStringLiteral("true abcdef"));
+}
+
+void TestStreamingEquality::beginningOfALongParagraphIsFrozen_data()
+{
+    QTest::addColumn<QString>("line");
+    QTest::newRow("lines") << QStringLiteral("The *consumer* may be slower.\n");
+    QTest::newRow("one line") << QStringLiteral("The *consumer* may be slower. ");
+    QTest::newRow("quote") << QStringLiteral("> The *consumer* may be slower.\n");
+}
+
+/// What is rendered again is as it was; what is not keeps a change made by hand.
+void TestStreamingEquality::beginningOfALongParagraphIsFrozen()
+{
+    QFETCH(QString, line);
+    stream(line.repeated(200), 40);
+    m_engine.value(QStringLiteral("window.marks = slot.querySelectorAll('em');"
+                                  "for (const mark of marks) mark.textContent = 'changed';"));
+    m_engine.value(QStringLiteral("answers.append(%1)").arg(literal(line)));
+    QCOMPARE(m_engine.value(QStringLiteral("slot.querySelectorAll('p').length")).toInt(), 1);
+    QVERIFY(m_engine
+                .value(QStringLiteral(
+                    "[...marks].filter(mark => mark.textContent === 'changed').length"))
+                .toInt() > 150);
+    QCOMPARE(m_engine.text(QStringLiteral("slot.querySelector('em:last-of-type').textContent")),
+             QStringLiteral("consumer"));
 }
 
 void TestStreamingEquality::answerThatIsTooDeepIsShownAsText()

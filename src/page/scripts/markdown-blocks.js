@@ -120,6 +120,97 @@ const addDefinitions = (links, tokens) => {
     });
 };
 
+// ---- an unfinished paragraph ------------------------------------------------------------------------
+
+/// Length of the text of a paragraph that becomes final at once, at least.
+const textGroup = 512;
+
+/// What later text may give a meaning, or another one: emphasis without an end, code, links, HTML,
+/// cells. A "_" inside a word has none.
+const unsettled = /[*~`[<\\|]|(?<![\p{L}\p{N}])_|_(?![\p{L}\p{N}])/u;
+/// Ends between two words. Nothing reaches across them but what is unsettled, and a line with a word is
+/// neither a rule nor an underline nor the second line of a table.
+const wordEnd = /[\p{L}\p{N}][.,:;!?]?[ \n](?=[\p{L}\p{N}])/gu;
+
+/// Whether an inline token is the same whatever follows in its paragraph. Emphasis ends at the first
+/// delimiter that can end it, and code in single backticks at the next one.
+const isSettled = token => {
+    switch (token.type) {
+    case 'text':
+        return !unsettled.test(token.raw);
+    case 'codespan':
+        return /^`[^`[<\\|]*`$/.test(token.raw);
+    case 'br':
+        return token.raw.startsWith(' ');
+    case 'em':
+    case 'strong':
+    case 'del':
+        return token.tokens.every(isSettled);
+    default:
+        return false;
+    }
+};
+
+/// The paragraph that is all of a block: itself, or in a quote whose lines all begin with "> ". Its text
+/// is the block's source without these.
+const onlyParagraph = token => {
+    const isQuote = token.type === 'blockquote';
+    const paragraph = isQuote ? token.tokens[0] : token;
+    // Separators begin a line for expressions only.
+    if (/[\u2028\u2029]/.test(token.raw))
+        return null;
+    if (isQuote && (token.tokens.length !== 1 || paragraph.type !== 'paragraph' || /^(?!> \S)./m.test(token.raw)))
+        return null;
+    const source = isQuote ? token.raw.replace(/^> /gm, '') : token.raw;
+    return source.startsWith(paragraph.text) ? paragraph : null;
+};
+
+/// As containerAfter(), for the beginning of a paragraph. It ends in the text behind a number of
+/// elements, the last of the frozen ones, with @c run of that text.
+const textAfter = (token, old) => {
+    const drop = old ? old.drop : 0;
+    const paragraph = token.raw.length < drop + 2 * textGroup ? null : onlyParagraph(token);
+    if (!paragraph)
+        return null;
+    let end = 0;
+    let elements = 0;
+    let run = '';
+    let offset = 0;
+    let runStart = drop;
+    let inRun = 0;
+    for (const inner of paragraph.tokens) {
+        if (inner.type === 'text') {
+            const length = inner.raw.search(unsettled);
+            const text = length < 0 ? inner.raw : inner.raw.slice(0, length);
+            const last = [...text.matchAll(wordEnd)].pop();
+            if (last && offset + last.index + last[0].length > drop) {
+                end = offset + last.index + last[0].length;
+                elements = inRun;
+                run = paragraph.text.slice(runStart, end);
+            }
+            if (length >= 0)
+                break;
+        } else if (isSettled(inner)) {
+            ++inRun;
+            runStart = offset + inner.raw.length;
+        } else {
+            break;
+        }
+        offset += inner.raw.length;
+    }
+    if (end < drop + textGroup)
+        return null;
+    const frozen = paragraph.text.slice(0, end);
+    // As the head of a table, a line is no longer part of the paragraph and could begin another block.
+    const line = frozen.slice(frozen.lastIndexOf('\n') + 1);
+    if (line !== '' && line !== frozen && !/^\*{0,2}`?\p{L}/u.test(line))
+        return null;
+    const text = 'x' + frozen.slice(-1);
+    const quoted = source => token.type === 'paragraph' ? source : source.replace(/^(?=.)/gm, '> ');
+    return { type: token.type, elements, run, lead: quoted(text), drop: text.length,
+        size: quoted(frozen).length - (old ? old.lead.length : 0) };
+};
+
 // ---- unfinished lists and tables --------------------------------------------------------------------
 
 const bulletOf = list => /^ {0,3}([*+-]|\d{1,9}[.)])/.exec(list.items[0].raw)[1];
@@ -131,6 +222,8 @@ const standIn = (bullet, loose) => `${bullet} x\n${loose ? '\n' : ''}${bullet} x
 /// its text, and what of the result to drop. Null when that cannot be done, or is not worth it yet.
 /// @param old how it was continued so far, if it was
 const containerAfter = (token, old) => {
+    if (token.type === 'paragraph' || token.type === 'blockquote')
+        return textAfter(token, old);
     const isList = token.type === 'list';
     const pieces = isList ? token.items.slice(old ? 2 : 0).map(item => item.raw)
         : token.raw.trimEnd().split('\n').slice(2).map(line => line + '\n');
@@ -154,5 +247,13 @@ const containerAfter = (token, old) => {
         size: batch.length };
 };
 
-const containerFits = (container, token) => token && token.type === container.type &&
-    (token.type === 'list' ? token.items.length > 2 && token.loose === container.loose : token.rows.length > 0);
+const containerFits = (container, token) => {
+    if (!token || token.type !== container.type || !isSelfContained(token))
+        return false;
+    if (token.type === 'list')
+        return token.items.length > 2 && token.loose === container.loose;
+    if (token.type === 'table')
+        return token.rows.length > 0;
+    const paragraph = token.type === 'paragraph' ? token : token.tokens[0];
+    return paragraph?.type === 'paragraph' && paragraph.text.length > container.drop;
+};

@@ -5,8 +5,9 @@
 // Of the rest, only blocks whose source has changed are rendered. Three things reach back:
 // - Link definitions: frozen blocks that refer to the label are rendered again.
 // - Raw HTML that may leave elements open: nothing is frozen from there on.
-// - A long list, table or code block: its first items, rows or lines are frozen inside it. The rest of
-//   a list or table is lexed behind a stand-in for them, which is dropped from the result.
+// - A long list, table, code block or paragraph, also a paragraph in a quote: its first items, rows,
+//   lines or words are frozen inside it. The rest, but of code, is lexed behind a stand-in for them,
+//   which is dropped from the result.
 //
 // While the answer grows, frozen nodes are nested in <div class="group"> elements, so that the engine
 // lays out the last group only. No element of an answer has a class but code, so they are
@@ -99,6 +100,27 @@ const morph = (parent, old, wanted) => {
 /// The element whose children are the items or rows.
 const bodyOf = root => root.nodeName === 'TABLE' ? root.tBodies[0] : root;
 
+/// The paragraph that is the element or the first one in it.
+const paragraphIn = root => root.nodeName === 'P' ? root : root.firstElementChild;
+
+/// Makes the part of @p root behind the frozen one equal to that of @p next, which begins with a
+/// stand-in.
+const morphBehind = (container, root, next) => {
+    if (container.type === 'list' || container.type === 'table') {
+        const children = [...bodyOf(next).childNodes].slice(container.drop);
+        morph(bodyOf(root), container.lastNode.nextSibling, children);
+        return;
+    }
+    const { lastNode } = container;
+    const [paragraph, wanted] = [paragraphIn(root), paragraphIn(next)];
+    wanted.firstChild.replaceData(0, container.drop, lastNode.data.slice(0, container.length));
+    morph(paragraph, lastNode, [...wanted.childNodes]);
+    if (paragraph !== root) {
+        const children = [...next.childNodes];
+        morph(root, paragraph.nextSibling, children.slice(children.indexOf(wanted) + 1));
+    }
+};
+
 const elementOf = nodes => nodes.find(node => node.nodeType === Node.ELEMENT_NODE);
 
 /// The slot's blocks in order, nested in groups of groups.
@@ -153,6 +175,9 @@ const removeGroups = slot => {
 const longCode = 512;
 /// Length of the text of code that is frozen at once, at least.
 const codeGroup = 1024;
+
+/// Text is split behind a frozen part of this length: the engine copies the node that grows.
+const longTextNode = 8192;
 
 class GrowingAnswer {
     constructor(slot) {
@@ -260,12 +285,10 @@ class GrowingAnswer {
             blocks.push(block);
             if (block.raw !== raw || block.type !== part[0].type) {
                 const fresh = render(part);
-                if (index === 0 && container) {
-                    const children = [...bodyOf(elementOf(fresh)).childNodes].slice(container.drop);
-                    morph(bodyOf(elementOf(block.nodes)), container.lastNode.nextSibling, children);
-                } else {
+                if (index === 0 && container)
+                    morphBehind(container, elementOf(block.nodes), elementOf(fresh));
+                else
                     block.nodes = this.replace(block.nodes, fresh, previous, index >= old.length - 1);
-                }
                 block.raw = raw;
                 block.type = part[0].type;
             }
@@ -305,19 +328,26 @@ class GrowingAnswer {
         return result;
     }
 
-    /// Freezes the first @p count blocks, and the first items or rows of a list or table behind them.
+    /// Freezes the first @p count blocks, and the beginning of a long block behind them.
     freeze(tokens, count) {
         this.freezeBlocks(tokens, count);
         const left = tokens.slice(count);
         for (const [i, token] of left.entries()) {
             const block = this.tail[i];
-            if (!block || block.type !== token.type || (token.type !== 'list' && token.type !== 'table'))
+            const isText = token.type === 'paragraph' || token.type === 'blockquote';
+            if (!block || block.type !== token.type || !isText && token.type !== 'list' && token.type !== 'table')
+                continue;
+            // Text may yet become part of what is before it.
+            if (isText && left.slice(0, i).some(before => before.type !== 'space'))
                 continue;
             const next = containerAfter(token, block.container);
             if (!next)
                 continue;
             this.freezeBlocks(left, i);
-            this.freezeChildren(token, block, next);
+            if (isText)
+                this.freezeText(block, next);
+            else
+                this.freezeChildren(token, block, next);
             return;
         }
     }
@@ -355,7 +385,27 @@ class GrowingAnswer {
             });
             lastNode = group;
         }
-        block.container = { ...next, lastNode, text: (old ? old.text : '') + this.rest.slice(0, next.size) };
+        this.continueBehind(block, next, lastNode);
+    }
+
+    freezeText(block, next) {
+        const old = block.container;
+        let lastNode = old ? old.lastNode : paragraphIn(elementOf(block.nodes)).firstChild;
+        for (let left = next.elements; left > 0 && lastNode; lastNode = lastNode.nextSibling)
+            left -= lastNode.nodeType === Node.ELEMENT_NODE;
+        const length = (old && next.elements === 0 ? old.length : 0) + next.run.length;
+        // Character references are shorter in the page; then more text has to come.
+        if (lastNode?.nodeType !== Node.TEXT_NODE || !lastNode.data.slice(0, length).endsWith(next.run))
+            return;
+        const isLong = length > longTextNode;
+        this.continueBehind(block, { ...next, length: isLong ? 0 : length },
+            isLong ? lastNode.splitText(length) : lastNode);
+    }
+
+    /// The beginning of a block, which ends with or in @p lastNode, is frozen from now on.
+    continueBehind(block, next, lastNode) {
+        const text = (block.container?.text ?? '') + this.rest.slice(0, next.size);
+        block.container = { ...next, lastNode, text };
         block.raw = '';
         this.rest = this.rest.slice(next.size);
     }
