@@ -51,7 +51,8 @@ OverlayWindowController::OverlayWindowController(const VantiroConfig &config,
     , m_threads(m_collaborators.settings, m_collaborators.saver)
     , m_orchestrator(std::make_unique<QueryOrchestrator>(QueryOrchestrator::Collaborators{
           m_collaborators.session, m_collaborators.settings, m_threads, m_messages,
-          m_collaborators.service, m_stream, m_collaborators.capture, [this] {
+          m_collaborators.service, m_stream, m_collaborators.platform.desktopSession(),
+          m_collaborators.capture, [this] {
               const QString id = m_panels.models()->selectedId();
               return id.isEmpty() ? std::nullopt : std::optional(id);
           }}))

@@ -58,4 +58,13 @@ QString SessionBusLinux::address()
     return QFile::exists(socket) ? QStringLiteral("unix:path=") + socket : QString();
 }
 
+QString SessionBusLinux::systemAddress()
+{
+    const QString address = qEnvironmentVariable("DBUS_SYSTEM_BUS_ADDRESS");
+    if (!address.isEmpty())
+        return address;
+    const QString socket = QStringLiteral("/run/dbus/system_bus_socket");
+    return QFile::exists(socket) ? QStringLiteral("unix:path=") + socket : QString();
+}
+
 } // namespace quellora
