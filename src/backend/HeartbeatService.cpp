@@ -101,6 +101,15 @@ void HeartbeatService::poll()
     });
 }
 
+void HeartbeatService::resume()
+{
+    if (!m_timer->isActive() && !m_verifier)
+        return;
+    Log::event(QStringLiteral("[HeartbeatService] Woken up — polling now"));
+    m_verifier.reset();
+    poll();
+}
+
 void HeartbeatService::pollFinished(const LoginResult &result)
 {
     if (!result && result.error() == AuthError::invalidCredentials()) {

@@ -39,6 +39,10 @@ public:
     void stop();
     /// Verifies now unless a poll is in progress.
     void poll();
+    /// Call when the machine wakes up: polls at once, because the timer does not advance during
+    /// sleep. A poll in progress is repeated, since its connection did not outlast the sleep. No
+    /// effect while stopped.
+    void resume();
 
     /// Whether a poll is scheduled.
     bool isScheduled() const { return m_timer->isActive(); }

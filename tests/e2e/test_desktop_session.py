@@ -1,4 +1,4 @@
-"""The desktop's session: a locked one is not captured"""
+"""The desktop's session: a locked one is not captured; after sleep the configuration is read."""
 
 import os
 import pathlib
@@ -9,7 +9,7 @@ import unittest
 from harness import E2ECase, wait_until
 from harness.app import BIN_DIR
 from harness.messages import PREFIX, STREAM_COMPLETE
-from harness.server import QUERY
+from harness.server import QUERY, VERIFY
 from harness.services import DesktopServices
 
 LOCKED = "[DesktopSession] Session locked"
@@ -86,6 +86,16 @@ class DesktopSessionTest(E2ECase):
         self.services.unlock()
         app.wait_for_line(UNLOCKED)
         self.assertEqual(self.backend.requests(QUERY), [])
+
+    def test_configuration_is_read_after_sleep(self):
+        app = self.signed_in()
+        self.assertEqual(self.backend.requests(VERIFY), [])
+        mark = app.mark()
+        self.services.sleep()
+        self.services.wake_up()
+        app.wait_for_line("[HeartbeatService] Woken up — polling now", since=mark)
+        app.wait_for_line("[HeartbeatService] Poll succeeded, config refreshed", since=mark)
+        self.assertEqual(len(self.backend.requests(VERIFY)), 1)
 
 
 if __name__ == "__main__":
