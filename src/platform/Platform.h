@@ -24,6 +24,7 @@ class QWindow;
 namespace quellora {
 
 class DesktopSession;
+class Notifications;
 class UserDefaults;
 
 /// The outcome of a request to the platform.
@@ -280,6 +281,7 @@ public:
     virtual ApplicationShell &shell() = 0;
     virtual DeviceInfo &deviceInfo() = 0;
     virtual DesktopSession &desktopSession() = 0;
+    virtual Notifications &notifications() = 0;
     virtual CaptureTool captureTool() const = 0;
     /// Does not change while the program runs.
     virtual Vocabulary vocabulary() const = 0;

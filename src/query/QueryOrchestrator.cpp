@@ -277,6 +277,7 @@ void QueryOrchestrator::queryFinished(const ActiveQueryPtr &query, const QueryOu
     else
         queryFailed(query, outcome.error());
     Q_EMIT activityChanged();
+    Q_EMIT answerEnded(outcome.has_value());
 }
 
 bool QueryOrchestrator::recordTurn(const ActiveQueryPtr &query)

@@ -99,6 +99,9 @@ Q_SIGNALS:
     void refused();
     /// A query that is not shown failed; @p reason is user-facing text.
     void answerLost(const QString &reason);
+    /// A query is over, and what its end shows is on show. Not emitted for queries that the user
+    /// or the end of the session cancelled.
+    void answerEnded(bool isComplete);
 
 private:
     using ActiveQueryPtr = std::shared_ptr<ActiveQuery>;

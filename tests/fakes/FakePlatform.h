@@ -3,6 +3,7 @@
 #include "base/UserDefaults.h"
 #include "fakes/FakeDesktopSession.h"
 #include "fakes/FakeGlobalHotkeys.h"
+#include "fakes/FakeNotifications.h"
 #include "fakes/FakePanelWindow.h"
 #include "platform/Platform.h"
 
@@ -269,6 +270,7 @@ public:
     ApplicationShell &shell() override { return applicationShell; }
     DeviceInfo &deviceInfo() override { return device; }
     DesktopSession &desktopSession() override { return session; }
+    Notifications &notifications() override { return systemNotifications; }
     CaptureTool captureTool() const override { return tool; }
     Vocabulary vocabulary() const override { return systemVocabulary; }
     ShortcutGuide shortcutGuide() const override { return systemShortcutGuide; }
@@ -290,6 +292,7 @@ public:
     FakeShell applicationShell;
     FakeDeviceInfo device;
     FakeDesktopSession session;
+    FakeNotifications systemNotifications;
     CaptureTool tool{QStringLiteral("/nonexistent/capture"),
                      {QStringLiteral("-x"), QStringLiteral("-C")}};
     ShortcutGuide systemShortcutGuide;

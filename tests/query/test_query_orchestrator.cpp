@@ -481,6 +481,27 @@ private Q_SLOTS:
         QCOMPARE(f.service.requests.first().imageBase64, QByteArray("next").toBase64());
     }
 
+    void endOfAnswerIsReported()
+    {
+        Fixture f;
+        QList<bool> ends;
+        connect(&f.orchestrator, &QueryOrchestrator::answerEnded, this,
+                [&ends](bool isComplete) { ends << isComplete; });
+        f.orchestrator.sendPromptOnly("one");
+        f.transfer()->answer("all");
+        QCOMPARE(ends, QList<bool>());
+        f.transfer()->finish(done());
+        QCOMPARE(ends, QList<bool>{true});
+        f.orchestrator.sendPromptOnly("two");
+        f.transfer()->finish(failure(QueryError::Kind::RateLimited));
+        QCOMPARE(ends, (QList<bool>{true, false}));
+        f.orchestrator.sendPromptOnly("three");
+        f.orchestrator.stop();
+        f.orchestrator.sendPromptOnly("four");
+        f.orchestrator.cancelAll();
+        QCOMPARE(ends, (QList<bool>{true, false}));
+    }
+
     void lockedSessionIsNotCaptured()
     {
         Fixture f;

@@ -8,6 +8,7 @@
 #include "platform/linux/DesktopSessionLinux.h"
 #include "platform/linux/DeviceInfoLinux.h"
 #include "platform/linux/GlobalHotkeysX11.h"
+#include "platform/linux/NotificationsLinux.h"
 #include "platform/linux/PanelWindowX11.h"
 #include "platform/linux/PermissionsLinux.h"
 #include "platform/linux/ShortcutGuideLinux.h"
@@ -33,6 +34,7 @@ public:
     ApplicationShell &shell() override { return m_shell; }
     DeviceInfo &deviceInfo() override { return m_deviceInfo; }
     DesktopSession &desktopSession() override { return m_desktopSession; }
+    Notifications &notifications() override { return m_notifications; }
     CaptureTool captureTool() const override;
     Vocabulary vocabulary() const override { return Vocabulary::linuxDesktop(); }
     ShortcutGuide shortcutGuide() const override { return ShortcutGuideLinux::current(); }
@@ -51,6 +53,7 @@ private:
     ApplicationShellX11 m_shell;
     DeviceInfoLinux m_deviceInfo;
     DesktopSessionLinux m_desktopSession;
+    NotificationsLinux m_notifications;
 };
 
 } // namespace quellora

@@ -43,10 +43,12 @@ SessionBusLinux::~SessionBusLinux()
 void SessionBusLinux::handleConnectFinished()
 {
     m_isConnecting = false;
-    if (connection().isConnected())
+    if (connection().isConnected()) {
         Q_EMIT connected();
-    else
-        QDBusConnection::disconnectFromBus(m_name);
+        return;
+    }
+    QDBusConnection::disconnectFromBus(m_name);
+    Q_EMIT failed();
 }
 
 QString SessionBusLinux::address()

@@ -28,6 +28,8 @@ public:
 
 Q_SIGNALS:
     void connected();
+    /// The bus cannot be reached.
+    void failed();
 
 private:
     void handleConnectFinished();

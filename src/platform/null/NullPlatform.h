@@ -26,6 +26,7 @@ public:
     ApplicationShell &shell() override { return *m_shell; }
     DeviceInfo &deviceInfo() override { return *m_deviceInfo; }
     DesktopSession &desktopSession() override { return *m_desktopSession; }
+    Notifications &notifications() override { return *m_notifications; }
     CaptureTool captureTool() const override { return m_captureTool; }
     Vocabulary vocabulary() const override { return m_vocabulary; }
     ShortcutGuide shortcutGuide() const override { return {}; }
@@ -44,6 +45,7 @@ private:
     std::unique_ptr<ApplicationShell> m_shell;
     std::unique_ptr<DeviceInfo> m_deviceInfo;
     std::unique_ptr<DesktopSession> m_desktopSession;
+    std::unique_ptr<Notifications> m_notifications;
     CaptureTool m_captureTool;
     QString m_supportDirectory;
     Vocabulary m_vocabulary;

@@ -304,6 +304,7 @@ public:
     ApplicationShell &shell() override { return m_shell; }
     DeviceInfo &deviceInfo() override { return m_device; }
     DesktopSession &desktopSession() override { return m_real->desktopSession(); }
+    Notifications &notifications() override { return m_real->notifications(); }
     CaptureTool captureTool() const override
     {
         CaptureTool tool = m_real->captureTool();

@@ -1,4 +1,5 @@
 #include "platform/DesktopSession.h"
+#include "platform/Notifications.h"
 #include "platform/null/NullPlatform.h"
 #include "support/TestProgram.h"
 
@@ -83,6 +84,14 @@ private Q_SLOTS:
     {
         QVERIFY(isUnsupported(m_platform.desktopSession().isObserved()));
         QVERIFY(!m_platform.desktopSession().isLocked());
+    }
+
+    void notificationsAreUnsupported()
+    {
+        Notifications &notifications = m_platform.notifications();
+        QVERIFY(isUnsupported(notifications.support()));
+        notifications.show(QStringLiteral("Title"), QStringLiteral("Text"));
+        notifications.close();
     }
 
     void openingAndActivatingAreUnsupported()
