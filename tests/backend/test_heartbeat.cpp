@@ -169,6 +169,35 @@ private Q_SLOTS:
         QCOMPARE(f.timer->delay(), 60s);
     }
 
+    void failedPollAfterSleepIsRepeatedEarly()
+    {
+        Fixture f;
+        f.start(600);
+        f.answer(503);
+        f.heartbeat.resume();
+        for (int repeats = 0; repeats < 4; ++repeats) {
+            QTRY_VERIFY(f.timer->isActive());
+            QCOMPARE(f.timer->delay(), 15s);
+            QVERIFY(f.elapseAndPoll());
+        }
+        QTRY_VERIFY(f.timer->isActive());
+        QCOMPARE(f.timer->delay(), 600s);
+    }
+
+    void successAfterSleepEndsEarlyRepeats()
+    {
+        Fixture f;
+        f.start(600);
+        f.answer(200, goodBody());
+        f.heartbeat.resume();
+        QTRY_VERIFY(f.timer->isActive());
+        QCOMPARE(f.timer->delay(), 600s);
+        f.answer(503);
+        QVERIFY(f.elapseAndPoll());
+        QTRY_VERIFY(f.timer->isActive());
+        QCOMPARE(f.timer->delay(), 600s);
+    }
+
     void resumeWhileStoppedDoesNothing()
     {
         Fixture f;
