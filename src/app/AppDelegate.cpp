@@ -7,6 +7,7 @@
 #include "backend/SessionManager.h"
 #include "base/Log.h"
 #include "hotkeys/HotkeyManager.h"
+#include "platform/DesktopSession.h"
 #include "platform/Platform.h"
 #include "query/PermissionChecker.h"
 
@@ -49,6 +50,7 @@ void AppDelegate::applicationDidFinishLaunching()
         HotkeyBindings::loadEffective(HotkeyCombos(m_config->hotkeys), m_collaborators.defaults));
     connect(&m_collaborators.notifications, &NotificationCenter::sessionExpired, this,
             &AppDelegate::handleSessionExpired);
+    watchDesktop();
     showLogin();
     log(QStringLiteral("Login window shown, overlay deferred until sign-in"));
 }
@@ -59,6 +61,15 @@ void AppDelegate::setupEditMenu()
     log(QStringLiteral("Edit menu installed to prime standard key-equivalent shortcuts"));
     if (installed.state() == Capability::State::Unsupported)
         log(QStringLiteral("WARNING: ") + installed.reason());
+}
+
+void AppDelegate::watchDesktop()
+{
+    const Capability observed = m_collaborators.desktop.isObserved();
+    if (observed.state() == Capability::State::Unsupported)
+        log(QStringLiteral("WARNING: ") + observed.reason());
+    connect(&m_collaborators.desktop, &DesktopSession::resumed, &m_collaborators.heartbeat,
+            &HeartbeatService::resume);
 }
 
 void AppDelegate::handleHotkey(HotkeyAction action)

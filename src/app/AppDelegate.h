@@ -13,6 +13,7 @@
 namespace quellora {
 
 class ApplicationShell;
+class DesktopSession;
 class HeartbeatService;
 class HotkeyManager;
 class MenuBarController;
@@ -33,6 +34,7 @@ public:
     struct Collaborators
     {
         ApplicationShell &shell;
+        DesktopSession &desktop;
         UserDefaults &defaults;
         NotificationCenter &notifications;
         SessionManager &session;
@@ -66,6 +68,8 @@ public:
 
 private:
     void setupEditMenu();
+    /// Refreshes the configuration when the machine wakes up.
+    void watchDesktop();
     void handleHotkey(HotkeyAction action);
     void bringToFront();
     void showLogin();

@@ -109,6 +109,7 @@ AppDelegate::Collaborators Application::collaborators()
 {
     return {
         m_platform->shell(),
+        m_platform->desktopSession(),
         *m_defaults,
         m_notifications,
         m_session,

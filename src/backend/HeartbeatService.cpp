@@ -19,6 +19,9 @@ namespace {
 constexpr std::chrono::milliseconds maxTimerDelay = 480h;
 /// About 30 years; keeps the arithmetic within the clock's range.
 constexpr double maxIntervalSeconds = 1e9;
+/// After waking up, until the network is up again.
+constexpr int earlyRepeats = 4;
+constexpr double earlyRepeatSeconds = 15;
 
 } // namespace
 
@@ -49,20 +52,20 @@ void HeartbeatService::start(double intervalSeconds)
     m_intervalSeconds = intervalSeconds;
     Log::event(QStringLiteral("[HeartbeatService] Starting, interval: ") +
                decimalText(intervalSeconds) + QLatin1Char('s'));
-    scheduleNext();
+    scheduleNext(intervalSeconds);
 }
 
 void HeartbeatService::stop()
 {
     m_timer->stop();
     m_verifier.reset();
+    m_earlyRepeats = 0;
 }
 
-void HeartbeatService::scheduleNext()
+void HeartbeatService::scheduleNext(double seconds)
 {
-    const double seconds =
-        m_intervalSeconds > 0 ? std::min(m_intervalSeconds, maxIntervalSeconds) : 0;
-    m_due = m_clock() + std::chrono::milliseconds(static_cast<qint64>(seconds * 1000));
+    const double delay = seconds > 0 ? std::min(seconds, maxIntervalSeconds) : 0;
+    m_due = m_clock() + std::chrono::milliseconds(static_cast<qint64>(delay * 1000));
     waitUntilDue();
 }
 
@@ -101,6 +104,16 @@ void HeartbeatService::poll()
     });
 }
 
+void HeartbeatService::resume()
+{
+    if (!m_timer->isActive() && !m_verifier)
+        return;
+    Log::event(QStringLiteral("[HeartbeatService] Woken up — polling now"));
+    m_verifier.reset();
+    m_earlyRepeats = earlyRepeats;
+    poll();
+}
+
 void HeartbeatService::pollFinished(const LoginResult &result)
 {
     if (!result && result.error() == AuthError::invalidCredentials()) {
@@ -108,8 +121,11 @@ void HeartbeatService::pollFinished(const LoginResult &result)
         Q_EMIT m_notifications.sessionExpired();
         return;
     }
+    const bool isRepeatedEarly = !result && m_earlyRepeats > 0;
+    m_earlyRepeats = isRepeatedEarly ? m_earlyRepeats - 1 : 0;
     // Before notifying observers, which may call stop().
-    scheduleNext();
+    scheduleNext(isRepeatedEarly ? std::min(m_intervalSeconds, earlyRepeatSeconds)
+                                 : m_intervalSeconds);
     if (!result) {
         Log::event(QStringLiteral("[HeartbeatService] Poll failed (non-fatal): ") +
                    result.error().description());

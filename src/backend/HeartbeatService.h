@@ -39,12 +39,17 @@ public:
     void stop();
     /// Verifies now unless a poll is in progress.
     void poll();
+    /// Call when the machine wakes up: polls at once, because the timer does not advance during
+    /// sleep. A poll in progress is repeated, since its connection did not outlast the sleep. If
+    /// the backend cannot be reached, the network may not be up yet: the poll is then repeated a
+    /// few times at short intervals. No effect while stopped.
+    void resume();
 
     /// Whether a poll is scheduled.
     bool isScheduled() const { return m_timer->isActive(); }
 
 private:
-    void scheduleNext();
+    void scheduleNext(double seconds);
     void waitUntilDue();
     void timerFired();
     void pollFinished(const LoginResult &result);
@@ -55,6 +60,8 @@ private:
     std::unique_ptr<OneShotTimer> m_timer;
     Clock m_clock;
     double m_intervalSeconds = 0;
+    /// How often a failed poll is still repeated early.
+    int m_earlyRepeats = 0;
     std::chrono::steady_clock::time_point m_due;
     /// Set while a poll is in progress; deleting it aborts the poll.
     std::unique_ptr<AuthService> m_verifier;

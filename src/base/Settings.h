@@ -78,6 +78,9 @@ public:
     QUELLORA_SETTING(bool, hasLaunchedBefore, HasLaunchedBefore, "hasLaunchedBefore", false);
     /// A capture shows all screens instead of the one with the pointer.
     QUELLORA_SETTING(bool, captureAllScreens, CaptureAllScreens, "captureAllScreens", false);
+    /// The end of an answer is announced on the desktop while the panel is hidden.
+    QUELLORA_SETTING(bool, notifyWhenAnswerReady, NotifyWhenAnswerReady, "notifyWhenAnswerReady",
+                     false);
 
 private:
     bool stored(const char *key, bool fallback) const;

@@ -5,6 +5,7 @@
 #include "overlay/OverlayModel.h"
 #include "page/ResponseDisplay.h"
 #include "panels/BottomPanelsModel.h"
+#include "platform/Notifications.h"
 #include "platform/Platform.h"
 
 #include <QGuiApplication>
@@ -72,6 +73,8 @@ void OverlaySettings::attach(const Targets &targets, const BackendEndpoints &end
             &OverlaySettings::updateAnswererName);
     updateAnswererName();
     watchScreens();
+    m_model.setNoticeOffered(m_platform.notifications().support().state() !=
+                             Capability::State::Unsupported);
 }
 
 void OverlaySettings::watchScreens()

@@ -51,10 +51,14 @@ OverlayWindowController::OverlayWindowController(const VantiroConfig &config,
     , m_threads(m_collaborators.settings, m_collaborators.saver)
     , m_orchestrator(std::make_unique<QueryOrchestrator>(QueryOrchestrator::Collaborators{
           m_collaborators.session, m_collaborators.settings, m_threads, m_messages,
-          m_collaborators.service, m_stream, m_collaborators.capture, [this] {
+          m_collaborators.service, m_stream, m_collaborators.platform.desktopSession(),
+          m_collaborators.capture,
+          [this] {
               const QString id = m_panels.models()->selectedId();
               return id.isEmpty() ? std::nullopt : std::optional(id);
           }}))
+    , m_notice(m_collaborators.platform.notifications(), m_collaborators.settings,
+               [this] { return m_isVisible; })
 {
     if (m_collaborators.library)
         m_history = std::make_unique<OverlayHistory>(*m_collaborators.library, m_threads,
@@ -240,6 +244,11 @@ void OverlayWindowController::wirePanels()
         if (!m_isVisible)
             show();
     });
+    connect(orchestrator, &QueryOrchestrator::answerEnded, &m_notice, &AnswerNotice::answerEnded);
+    connect(&m_notice, &AnswerNotice::showRequested, this, [this] {
+        log(QStringLiteral("Notification clicked"));
+        show();
+    });
     connect(&m_panels, &BottomPanelsModel::newThreadRequested, this,
             &OverlayWindowController::startNewThread);
     connect(&m_panels, &BottomPanelsModel::attachmentRemoved, &m_threads,
@@ -255,6 +264,7 @@ void OverlayWindowController::show()
     m_placement.keepOnScreen();
     logIfNotApplied(m_collaborators.platform.panelWindow().orderFront(m_panel));
     m_isVisible = true;
+    m_notice.panelShown();
     updateClickThroughState();
     log(QStringLiteral("Window shown"));
 }

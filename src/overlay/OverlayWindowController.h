@@ -2,6 +2,7 @@
 
 #include "base/VantiroConfig.h"
 #include "history/ThreadController.h"
+#include "overlay/AnswerNotice.h"
 #include "overlay/NonFocusPanel.h"
 #include "overlay/OverlayConfig.h"
 #include "overlay/OverlayHistory.h"
@@ -137,6 +138,7 @@ private:
     ServiceMessages m_messages;
     ThreadController m_threads;
     std::unique_ptr<QueryOrchestrator> m_orchestrator;
+    AnswerNotice m_notice;
     std::unique_ptr<OverlayMirror> m_mirror;
     std::unique_ptr<OverlayConfig> m_configuration;
     bool m_isVisible = false;

@@ -23,6 +23,8 @@ class QWindow;
 
 namespace quellora {
 
+class DesktopSession;
+class Notifications;
 class UserDefaults;
 
 /// The outcome of a request to the platform.
@@ -278,6 +280,8 @@ public:
     virtual SystemSymbols &symbols() = 0;
     virtual ApplicationShell &shell() = 0;
     virtual DeviceInfo &deviceInfo() = 0;
+    virtual DesktopSession &desktopSession() = 0;
+    virtual Notifications &notifications() = 0;
     virtual CaptureTool captureTool() const = 0;
     /// Does not change while the program runs.
     virtual Vocabulary vocabulary() const = 0;

@@ -6,6 +6,7 @@
 #include "base/Text.h"
 #include "base/WhenFinished.h"
 #include "history/ThreadController.h"
+#include "platform/DesktopSession.h"
 #include "query/ActiveQuery.h"
 #include "query/AnswerDisplay.h"
 #include "query/ContextPrompt.h"
@@ -35,6 +36,8 @@ QueryOrchestrator::QueryOrchestrator(Collaborators collaborators, QObject *paren
             &QueryOrchestrator::currentThreadChanged);
     connect(&m_collaborators.messages, &ServiceMessages::aboutToShowPage, this,
             &QueryOrchestrator::leavePage);
+    connect(&m_collaborators.desktop, &DesktopSession::lockedChanged, this,
+            &QueryOrchestrator::lockedChanged);
 }
 
 QueryOrchestrator::~QueryOrchestrator()
@@ -58,6 +61,8 @@ QString QueryOrchestrator::shownPrompt() const
 
 void QueryOrchestrator::triggerCaptureAndSend()
 {
+    if (isCaptureLocked(QStringLiteral("Capture & Send")))
+        return;
     if (m_collaborators.messages.blockIfKnownOverCap()) {
         Q_EMIT refused();
         return;
@@ -74,8 +79,27 @@ void QueryOrchestrator::triggerCaptureAndSend()
     });
 }
 
+bool QueryOrchestrator::isCaptureLocked(const QString &action) const
+{
+    if (!m_collaborators.desktop.isLocked())
+        return false;
+    log(action + QStringLiteral(" ignored — the session is locked"));
+    return true;
+}
+
+void QueryOrchestrator::lockedChanged(bool isLocked)
+{
+    if (!isLocked || !isCapturing())
+        return;
+    cancelCaptures();
+    log(QStringLiteral("Capture discarded — the session was locked"));
+    Q_EMIT activityChanged();
+}
+
 void QueryOrchestrator::captureNoSend()
 {
+    if (isCaptureLocked(QStringLiteral("Capture (no send)")))
+        return;
     log(QStringLiteral("Capture (no send) triggered"));
     startCapture(
         [this](const ScreenshotCapture::Outcome &outcome) { captureNoSendFinished(outcome); });
@@ -253,6 +277,7 @@ void QueryOrchestrator::queryFinished(const ActiveQueryPtr &query, const QueryOu
     else
         queryFailed(query, outcome.error());
     Q_EMIT activityChanged();
+    Q_EMIT answerEnded(outcome.has_value());
 }
 
 bool QueryOrchestrator::recordTurn(const ActiveQueryPtr &query)

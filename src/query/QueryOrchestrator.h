@@ -18,6 +18,7 @@ namespace quellora {
 
 struct ActiveQuery;
 class AnswerDisplay;
+class DesktopSession;
 class ProxyQueryService;
 class RunningQuery;
 class ServiceMessages;
@@ -27,7 +28,8 @@ class ThreadController;
 
 /// Runs the user's actions from button or hotkey to stored turn: Capture & Send, Capture without
 /// sending, Send and Add note. Builds the context prompt, manages the running queries and sends
-/// their telemetry.
+/// their telemetry. While the desktop session is locked nothing is captured; a capture under way
+/// when it is locked is cancelled.
 ///
 /// Main thread only; captures run on a worker thread, transfers in the event loop. Several queries
 /// may run at once: the newest one of the current thread is shown, the others are buffered and
@@ -52,6 +54,7 @@ public:
         ServiceMessages &messages;
         ProxyQueryService &service;
         AnswerDisplay &display;
+        DesktopSession &desktop;
         Capture capture;
         /// Id of the selected model; nullopt lets the backend choose.
         std::function<std::optional<QString>()> model;
@@ -96,11 +99,18 @@ Q_SIGNALS:
     void refused();
     /// A query that is not shown failed; @p reason is user-facing text.
     void answerLost(const QString &reason);
+    /// A query is over, and what its end shows is on show. Not emitted for queries that the user
+    /// or the end of the session cancelled.
+    void answerEnded(bool isComplete);
 
 private:
     using ActiveQueryPtr = std::shared_ptr<ActiveQuery>;
 
     void cancelCaptures();
+    /// Whether captures are refused because the session is locked; logs it then.
+    /// @param action the user's action, for the log
+    bool isCaptureLocked(const QString &action) const;
+    void lockedChanged(bool isLocked);
     void startCapture(std::function<void(const ScreenshotCapture::Outcome &)> done);
     void captureAndSendFinished(const ScreenshotCapture::Outcome &outcome,
                                 const QDateTime &queryStart);

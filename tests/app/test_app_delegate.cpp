@@ -147,6 +147,7 @@ struct Fixture
     AppDelegate::Collaborators collaborators()
     {
         return {shell,
+                desktop,
                 defaults,
                 notifications,
                 session,
@@ -187,12 +188,18 @@ struct Fixture
 
     LogCapture log;
     NullShell shell;
+    FakeDesktopSession desktop;
     JsonUserDefaults defaults;
     NotificationCenter notifications;
     QNetworkAccessManager network;
     AuthService auth{network, BackendEndpoints("http://host"), [] { return DeviceFields(); }};
     SessionManager session{auth, notifications};
-    HeartbeatService heartbeat{session, notifications, [] { return nullptr; }};
+    HeartbeatService heartbeat{session, notifications, [this] {
+                                   ++polls;
+                                   return std::make_unique<AuthService>(
+                                       network, BackendEndpoints("http://127.0.0.1:1"),
+                                       [] { return DeviceFields(); });
+                               }};
     FakePermissions systemPermissions;
     PermissionChecker permissions{systemPermissions, Vocabulary::macOS()};
     FakeGlobalHotkeys globalHotkeys;
@@ -201,6 +208,7 @@ struct Fixture
     FakeStatusBar statusBar;
     FakeWorkspace workspace;
     VantiroConfig config;
+    int polls = 0;
     int configLoads = 0;
     int loginsAlive = 0;
     int overlaysAlive = 0;
@@ -219,6 +227,25 @@ class TestAppDelegate : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
+    void heartbeatPollsAfterSleep()
+    {
+        Fixture f;
+        f.launch();
+        f.signIn(account());
+        f.log.clear();
+        f.desktop.resume();
+        QCOMPARE(f.polls, 1);
+        QCOMPARE(f.log.lines, QStringList{"[HeartbeatService] Woken up — polling now"});
+    }
+
+    void unobservedSessionIsLogged()
+    {
+        Fixture f;
+        f.desktop.answer = Capability::unsupported("no news");
+        f.launch();
+        QVERIFY(f.log.lines.contains("[AppDelegate] WARNING: no news"));
+    }
+
     void launchSequence()
     {
         Fixture f;

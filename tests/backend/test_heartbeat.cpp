@@ -143,6 +143,73 @@ private Q_SLOTS:
             QStringList{QStringLiteral("[HeartbeatService] Starting, interval: %1s").arg(text)});
     }
 
+    void resumePollsAtOnce()
+    {
+        Fixture f;
+        f.start(60);
+        f.answer(200, goodBody());
+        f.heartbeat.resume();
+        QTRY_COMPARE(f.updated.size(), 1);
+        QCOMPARE(f.log.lines,
+                 (QStringList{"[HeartbeatService] Woken up — polling now",
+                              "[AuthService] Token verification successful", succeededLine}));
+        // The interval starts over.
+        QCOMPARE(f.timer->delay(), 60s);
+    }
+
+    void resumeRepeatsPollInProgress()
+    {
+        Fixture f;
+        f.start(60);
+        QVERIFY(f.elapseAndPoll());
+        f.heartbeat.resume();
+        QTRY_COMPARE(f.server.requests().size(), 2);
+        f.server.send(1, ScriptedHttpServer::answer(200, goodBody()));
+        QTRY_COMPARE(f.updated.size(), 1);
+        QCOMPARE(f.timer->delay(), 60s);
+    }
+
+    void failedPollAfterSleepIsRepeatedEarly()
+    {
+        Fixture f;
+        f.start(600);
+        f.answer(503);
+        f.heartbeat.resume();
+        for (int repeats = 0; repeats < 4; ++repeats) {
+            QTRY_VERIFY(f.timer->isActive());
+            QCOMPARE(f.timer->delay(), 15s);
+            QVERIFY(f.elapseAndPoll());
+        }
+        QTRY_VERIFY(f.timer->isActive());
+        QCOMPARE(f.timer->delay(), 600s);
+    }
+
+    void successAfterSleepEndsEarlyRepeats()
+    {
+        Fixture f;
+        f.start(600);
+        f.answer(200, goodBody());
+        f.heartbeat.resume();
+        QTRY_VERIFY(f.timer->isActive());
+        QCOMPARE(f.timer->delay(), 600s);
+        f.answer(503);
+        QVERIFY(f.elapseAndPoll());
+        QTRY_VERIFY(f.timer->isActive());
+        QCOMPARE(f.timer->delay(), 600s);
+    }
+
+    void resumeWhileStoppedDoesNothing()
+    {
+        Fixture f;
+        f.heartbeat.resume();
+        f.start(60);
+        f.heartbeat.stop();
+        f.heartbeat.resume();
+        QVERIFY(f.server.requests().isEmpty());
+        QVERIFY(!f.timer->isActive());
+        QCOMPARE(f.log.lines, QStringList());
+    }
+
     void firstPollIsDueAfterOneInterval()
     {
         Fixture f;

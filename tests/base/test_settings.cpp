@@ -53,9 +53,9 @@ private Q_SLOTS:
                                 << QVariant::fromValue(first) << firstStored
                                 << QVariant::fromValue(second) << secondStored;
         };
-        for (const char *name :
-             {"keepAIHistoryEnabled", "startNewThreadPerSendEnabled",
-              "dontClearPromptAfterSendEnabled", "hasLaunchedBefore", "captureAllScreens"})
+        for (const char *name : {"keepAIHistoryEnabled", "startNewThreadPerSendEnabled",
+                                 "dontClearPromptAfterSendEnabled", "hasLaunchedBefore",
+                                 "captureAllScreens", "notifyWhenAnswerReady"})
             add(name, name, false, true, true, false, false);
         add("selectedModelId", "selectedModelId", QString(), QString("m1"), "m1", QString(), "");
         using Appearance = Settings::Appearance;

@@ -310,7 +310,7 @@ class AccessTreeTest(E2ECase):
         screen = self.look(pane, scrolled=True)
         self.assertEqual([item.name for item in screen.seen if item.role == "heading"],
                          ["Settings", "Model", "Appearance", "Response text color", "Sending",
-                          "Hotkeys"])
+                          "Answers", "Hotkeys"])
         radios = [item for item in screen.seen if item.role == RADIO]
         self.assertEqual([radio.name for radio in radios],
                          ["Balanced", "Deep", "Light", "Dark", "System"]
@@ -321,7 +321,8 @@ class AccessTreeTest(E2ECase):
                          ["Balanced", "System", "Text color: Theme"])
         switches = [item for item in screen.seen if item.role == "check box"]
         self.assertEqual([item.name for item in switches],
-                         ["Start a new thread with each Send", "Don't clear prompt after sending"])
+                         ["Start a new thread with each Send", "Don't clear prompt after sending",
+                          "Notify when an answer is ready"])
         for item in switches:
             self.assert_states(item, absent=("checked",))
             self.assertTrue(item.description)

@@ -17,7 +17,7 @@ class SheetMixin:
     def close_settings(self, app):
         # The window's own close button comes first.
         app.access.find_all("Close")[-1].get_action_iface().do_action(0)
-        app.access.wait_gone("Response text color")
+        app.access.wait_gone("Settings", "panel")
 
     def wait_colour(self, app, colour, x=300, y=60):
         """Waits for a colour at a position in the panel, in logical pixels."""
@@ -36,7 +36,7 @@ class SettingsTest(SheetMixin, SignedInCase):
 
     def tearDown(self):
         app = self.shared_app
-        if app.access.find("Response text color") is not None:
+        if app.access.find("Settings", "panel") is not None:
             self.close_settings(app)
 
     def test_mouse_and_escape(self):

@@ -1,7 +1,9 @@
 #pragma once
 
 #include "base/UserDefaults.h"
+#include "fakes/FakeDesktopSession.h"
 #include "fakes/FakeGlobalHotkeys.h"
+#include "fakes/FakeNotifications.h"
 #include "fakes/FakePanelWindow.h"
 #include "platform/Platform.h"
 
@@ -267,6 +269,8 @@ public:
     SystemSymbols &symbols() override { return systemSymbols; }
     ApplicationShell &shell() override { return applicationShell; }
     DeviceInfo &deviceInfo() override { return device; }
+    DesktopSession &desktopSession() override { return session; }
+    Notifications &notifications() override { return systemNotifications; }
     CaptureTool captureTool() const override { return tool; }
     Vocabulary vocabulary() const override { return systemVocabulary; }
     ShortcutGuide shortcutGuide() const override { return systemShortcutGuide; }
@@ -287,6 +291,8 @@ public:
     FakeSymbols systemSymbols;
     FakeShell applicationShell;
     FakeDeviceInfo device;
+    FakeDesktopSession session;
+    FakeNotifications systemNotifications;
     CaptureTool tool{QStringLiteral("/nonexistent/capture"),
                      {QStringLiteral("-x"), QStringLiteral("-C")}};
     ShortcutGuide systemShortcutGuide;

@@ -99,6 +99,25 @@ private Q_SLOTS:
         QVERIFY(f().settings.isOpen());
     }
 
+    void noticeSwitchNeedsSupport()
+    {
+        open();
+        const auto words = [this] { return texts(f().find("settingsContent")); };
+        QVERIFY(!words().contains("Notify when an answer is ready"));
+        f().settings.setNoticeOffered(true);
+        for (const char *text : {"Answers", "Notify when an answer is ready",
+                                 "Only while the panel is hidden. The notification contains "
+                                 "neither your question nor the answer."})
+            QVERIFY2(words().contains(QString::fromLatin1(text)), text);
+        QCOMPARE(accessible("notifyWhenAnswerReady")->role(), QAccessible::CheckBox);
+        QVERIFY(!accessible("notifyWhenAnswerReady")->state().checked);
+        clickInContent("notifyWhenAnswerReady");
+        QCOMPARE(f().defaults.boolValue("notifyWhenAnswerReady"), true);
+        QVERIFY(accessible("notifyWhenAnswerReady")->state().checked);
+        f().settings.setNoticeOffered(false);
+        QVERIFY(!words().contains("Notify when an answer is ready"));
+    }
+
     void showsAllTexts()
     {
         open();

@@ -31,6 +31,40 @@ class TestWindowController : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
+    void answersAreAnnouncedWhileHidden()
+    {
+        ControllerFixture f;
+        f.settings.setNotifyWhenAnswerReady(true);
+        f.overlay->show();
+        Q_EMIT f.overlay->orchestrator().answerEnded(true);
+        QVERIFY(f.platform.systemNotifications.titles.isEmpty());
+        f.overlay->toggleVisibility();
+        Q_EMIT f.overlay->orchestrator().answerEnded(true);
+        QCOMPARE(f.platform.systemNotifications.titles.size(), 1);
+        QVERIFY(f.platform.systemNotifications.isShown);
+        f.platform.systemNotifications.choose();
+        QVERIFY(f.overlay->isVisible());
+        QVERIFY(!f.platform.systemNotifications.isShown);
+    }
+
+    void lockedSessionIsNotCaptured()
+    {
+        ControllerFixture f;
+        f.platform.session.setLocked(true);
+        f.overlay->triggerCaptureAndSend();
+        f.overlay->captureNoSend();
+        QVERIFY(!f.overlay->orchestrator().isCapturing());
+    }
+
+    void noticeIsOfferedIfSupported()
+    {
+        ControllerFixture f;
+        QVERIFY(f.overlay->settings().model().isNoticeOffered());
+        f.platform.systemNotifications.answer = Capability::unsupported("none");
+        f.make();
+        QVERIFY(!f.overlay->settings().model().isNoticeOffered());
+    }
+
     void constructionSequence()
     {
         VantiroConfig config;

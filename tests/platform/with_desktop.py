@@ -88,7 +88,8 @@ def main(arguments):
                 server, display = start_x_server(log)
                 children.append(server)
                 environment = dict(os.environ, DISPLAY=display, QT_QPA_PLATFORM="xcb",
-                                   XDG_RUNTIME_DIR=name, HOME=name, NO_AT_BRIDGE="1")
+                                   XDG_RUNTIME_DIR=name, HOME=name, NO_AT_BRIDGE="1",
+                                   DBUS_SYSTEM_BUS_ADDRESS=f"unix:path={name}/none")
                 for variable in ("WAYLAND_DISPLAY", "XDG_SESSION_TYPE",
                                  "DBUS_SESSION_BUS_ADDRESS"):
                     environment.pop(variable, None)

@@ -4,6 +4,7 @@
 #include "backend/SessionManager.h"
 #include "base/Settings.h"
 #include "fakes/FakeAnswerDisplay.h"
+#include "fakes/FakeDesktopSession.h"
 #include "fakes/LogCapture.h"
 #include "history/ThreadController.h"
 #include "query/PromptConfig.h"
@@ -122,14 +123,21 @@ struct OrchestratorFixture
     AuthService auth{network, BackendEndpoints("http://host"), [] { return DeviceFields(); }};
     SessionManager session{auth, notifications};
     FakeAnswerDisplay display;
+    FakeDesktopSession desktop;
     ServiceMessages messages{display, BackendEndpoints("http://host")};
     RecordingSaver saver;
     ThreadController threads;
     FakeService service{network, BackendEndpoints("http://host")};
     QPromise<ScreenshotCapture::Outcome> capturePromise;
+    /// Called when a capture starts; may be empty.
+    std::function<void()> onCapture;
     std::optional<QString> model;
-    QueryOrchestrator orchestrator{{session, settings, threads, messages, service, display,
-                                    [this] { return capturePromise.future(); },
+    QueryOrchestrator orchestrator{{session, settings, threads, messages, service, display, desktop,
+                                    [this] {
+                                        if (onCapture)
+                                            onCapture();
+                                        return capturePromise.future();
+                                    },
                                     [this] { return model; }, [this] { return now; }}};
 };
 

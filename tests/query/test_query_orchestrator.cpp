@@ -481,6 +481,88 @@ private Q_SLOTS:
         QCOMPARE(f.service.requests.first().imageBase64, QByteArray("next").toBase64());
     }
 
+    void endOfAnswerIsReported()
+    {
+        Fixture f;
+        QList<bool> ends;
+        connect(&f.orchestrator, &QueryOrchestrator::answerEnded, this,
+                [&ends](bool isComplete) { ends << isComplete; });
+        f.orchestrator.sendPromptOnly("one");
+        f.transfer()->answer("all");
+        QCOMPARE(ends, QList<bool>());
+        f.transfer()->finish(done());
+        QCOMPARE(ends, QList<bool>{true});
+        f.orchestrator.sendPromptOnly("two");
+        f.transfer()->finish(failure(QueryError::Kind::RateLimited));
+        QCOMPARE(ends, (QList<bool>{true, false}));
+        f.orchestrator.sendPromptOnly("three");
+        f.orchestrator.stop();
+        f.orchestrator.sendPromptOnly("four");
+        f.orchestrator.cancelAll();
+        QCOMPARE(ends, (QList<bool>{true, false}));
+    }
+
+    void lockedSessionIsNotCaptured()
+    {
+        Fixture f;
+        int captures = 0;
+        f.onCapture = [&captures] { ++captures; };
+        f.desktop.setLocked(true);
+        QSignalSpy refused(&f.orchestrator, &QueryOrchestrator::refused);
+        f.orchestrator.triggerCaptureAndSend();
+        f.orchestrator.captureNoSend();
+        QCOMPARE(captures, 0);
+        QCOMPARE(f.orchestrator.activity(), QueryOrchestrator::Activity::Idle);
+        QCOMPARE(f.log.lines,
+                 (QStringList{prefix + "Capture & Send ignored — the session is locked",
+                              prefix + "Capture (no send) ignored — the session is locked"}));
+        QVERIFY(refused.isEmpty());
+        QVERIFY(f.display.calls.isEmpty());
+
+        f.desktop.setLocked(false);
+        f.captureAndSend();
+        QCOMPARE(captures, 1);
+        QCOMPARE(f.service.requests.size(), 1);
+    }
+
+    void lockDiscardsCaptures()
+    {
+        Fixture f;
+        f.orchestrator.triggerCaptureAndSend();
+        f.log.clear();
+        f.desktop.setLocked(true);
+        QVERIFY(f.capturePromise.isCanceled());
+        QCOMPARE(f.orchestrator.activity(), QueryOrchestrator::Activity::Idle);
+        QCOMPARE(f.log.lines, QStringList{prefix + "Capture discarded — the session was locked"});
+        f.captureReturns(ScreenshotCapture::Result{"late", 99});
+        QVERIFY(!f.threads.currentSession());
+        QVERIFY(f.service.requests.isEmpty());
+    }
+
+    void lockDiscardsPendingCaptureResult()
+    {
+        Fixture f;
+        f.orchestrator.captureNoSend();
+        f.capturePromise.start();
+        f.capturePromise.addResult(ScreenshotCapture::Result{"late", 99});
+        f.capturePromise.finish();
+        f.desktop.setLocked(true);
+        QCoreApplication::processEvents();
+        QVERIFY(!f.threads.stagedScreenshot());
+    }
+
+    void lockLeavesAnswersAlone()
+    {
+        Fixture f;
+        f.orchestrator.sendPromptOnly("one");
+        f.log.clear();
+        f.desktop.setLocked(true);
+        QCOMPARE(f.log.lines, QStringList());
+        f.transfer()->answer("all");
+        f.transfer()->finish(done());
+        QCOMPARE(f.threads.currentSession()->turns.first().response, "all");
+    }
+
     void stopDiscardsPendingCaptureResult()
     {
         Fixture f;

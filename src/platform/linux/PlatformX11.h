@@ -5,8 +5,10 @@
 #include "platform/Platform.h"
 #include "platform/linux/AppearanceLinux.h"
 #include "platform/linux/ApplicationShellX11.h"
+#include "platform/linux/DesktopSessionLinux.h"
 #include "platform/linux/DeviceInfoLinux.h"
 #include "platform/linux/GlobalHotkeysX11.h"
+#include "platform/linux/NotificationsLinux.h"
 #include "platform/linux/PanelWindowX11.h"
 #include "platform/linux/PermissionsLinux.h"
 #include "platform/linux/ShortcutGuideLinux.h"
@@ -31,6 +33,8 @@ public:
     SystemSymbols &symbols() override { return m_symbols; }
     ApplicationShell &shell() override { return m_shell; }
     DeviceInfo &deviceInfo() override { return m_deviceInfo; }
+    DesktopSession &desktopSession() override { return m_desktopSession; }
+    Notifications &notifications() override { return m_notifications; }
     CaptureTool captureTool() const override;
     Vocabulary vocabulary() const override { return Vocabulary::linuxDesktop(); }
     ShortcutGuide shortcutGuide() const override { return ShortcutGuideLinux::current(); }
@@ -48,6 +52,8 @@ private:
     NoSystemSymbols m_symbols;
     ApplicationShellX11 m_shell;
     DeviceInfoLinux m_deviceInfo;
+    DesktopSessionLinux m_desktopSession;
+    NotificationsLinux m_notifications;
 };
 
 } // namespace quellora

@@ -43,10 +43,12 @@ SessionBusLinux::~SessionBusLinux()
 void SessionBusLinux::handleConnectFinished()
 {
     m_isConnecting = false;
-    if (connection().isConnected())
+    if (connection().isConnected()) {
         Q_EMIT connected();
-    else
-        QDBusConnection::disconnectFromBus(m_name);
+        return;
+    }
+    QDBusConnection::disconnectFromBus(m_name);
+    Q_EMIT failed();
 }
 
 QString SessionBusLinux::address()
@@ -55,6 +57,15 @@ QString SessionBusLinux::address()
     if (!address.isEmpty())
         return address;
     const QString socket = qEnvironmentVariable("XDG_RUNTIME_DIR") + QStringLiteral("/bus");
+    return QFile::exists(socket) ? QStringLiteral("unix:path=") + socket : QString();
+}
+
+QString SessionBusLinux::systemAddress()
+{
+    const QString address = qEnvironmentVariable("DBUS_SYSTEM_BUS_ADDRESS");
+    if (!address.isEmpty())
+        return address;
+    const QString socket = QStringLiteral("/run/dbus/system_bus_socket");
     return QFile::exists(socket) ? QStringLiteral("unix:path=") + socket : QString();
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/DesktopSession.h"
+#include "platform/Notifications.h"
 #include "platform/Platform.h"
 #include "platform/macos/AppearanceMac.h"
 #include "platform/macos/ApplicationShellMac.h"
@@ -35,6 +37,8 @@ public:
     SystemSymbols &symbols() override { return m_symbols; }
     ApplicationShell &shell() override { return m_shell; }
     DeviceInfo &deviceInfo() override { return m_deviceInfo; }
+    DesktopSession &desktopSession() override { return m_desktopSession; }
+    Notifications &notifications() override { return m_notifications; }
     CaptureTool captureTool() const override;
     Vocabulary vocabulary() const override { return Vocabulary::macOS(); }
     ShortcutGuide shortcutGuide() const override { return {}; }
@@ -52,6 +56,10 @@ private:
     SystemSymbolsMac m_symbols;
     ApplicationShellMac m_shell;
     DeviceInfoMac m_deviceInfo;
+    UnobservedSession m_desktopSession{
+        QStringLiteral("Locking and sleep go unnoticed on this system")};
+    NoNotifications m_notifications{
+        QStringLiteral("Notifications are not implemented on this system")};
 };
 
 } // namespace quellora

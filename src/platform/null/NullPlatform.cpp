@@ -1,8 +1,10 @@
 #include "platform/null/NullPlatform.h"
 
 #include "base/UserDefaults.h"
+#include "platform/DesktopSession.h"
 #include "platform/EventFilterKeyMonitor.h"
 #include "platform/NoSystemSymbols.h"
+#include "platform/Notifications.h"
 #include "platform/OpenRules.h"
 
 #include <QWindow>
@@ -120,6 +122,8 @@ NullPlatform::NullPlatform(std::unique_ptr<DeviceInfo> deviceInfo, CaptureTool c
     , m_symbols(std::make_unique<NoSystemSymbols>())
     , m_shell(std::make_unique<NullShell>())
     , m_deviceInfo(std::move(deviceInfo))
+    , m_desktopSession(std::make_unique<UnobservedSession>(noDesktop().reason()))
+    , m_notifications(std::make_unique<NoNotifications>(noDesktop().reason()))
     , m_captureTool(std::move(captureTool))
     , m_supportDirectory(std::move(applicationSupportDirectory))
     , m_vocabulary(std::move(vocabulary))

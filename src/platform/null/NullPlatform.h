@@ -25,6 +25,8 @@ public:
     SystemSymbols &symbols() override { return *m_symbols; }
     ApplicationShell &shell() override { return *m_shell; }
     DeviceInfo &deviceInfo() override { return *m_deviceInfo; }
+    DesktopSession &desktopSession() override { return *m_desktopSession; }
+    Notifications &notifications() override { return *m_notifications; }
     CaptureTool captureTool() const override { return m_captureTool; }
     Vocabulary vocabulary() const override { return m_vocabulary; }
     ShortcutGuide shortcutGuide() const override { return {}; }
@@ -42,6 +44,8 @@ private:
     std::unique_ptr<SystemSymbols> m_symbols;
     std::unique_ptr<ApplicationShell> m_shell;
     std::unique_ptr<DeviceInfo> m_deviceInfo;
+    std::unique_ptr<DesktopSession> m_desktopSession;
+    std::unique_ptr<Notifications> m_notifications;
     CaptureTool m_captureTool;
     QString m_supportDirectory;
     Vocabulary m_vocabulary;

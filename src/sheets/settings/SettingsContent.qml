@@ -142,6 +142,44 @@ Column {
             }
         }
     }
+    // Created only if offered, like the screens.
+    Loader {
+        id: notices
+
+        readonly property SettingsModel settings: content.settings
+        readonly property ThemeTokens theme: content.theme
+
+        width: parent.width
+        active: settings.isNoticeOffered
+        visible: active
+
+        sourceComponent: SettingsSection {
+            theme: notices.theme
+            title: qsTr("Answers")
+
+            Card {
+                id: noticeCard
+                width: parent.width
+                height: notice.height
+                theme: notices.theme
+
+                SwitchRow {
+                    id: notice
+                    objectName: "notifyWhenAnswerReady"
+                    width: parent.width
+                    theme: notices.theme
+                    isFirst: true
+                    isLast: true
+                    outerRadius: noticeCard.radius
+                    name: qsTr("Notify when an answer is ready")
+                    hint: qsTr("Only while the panel is hidden. The notification contains neither "
+                               + "your question nor the answer.")
+                    on: notices.settings.stored.notifyWhenAnswerReady
+                    onToggledByUser: notices.settings.stored.notifyWhenAnswerReady = !on
+                }
+            }
+        }
+    }
     SettingsSection {
         width: parent.width
         theme: content.theme

@@ -72,6 +72,14 @@ void SettingsModel::setScreenChoiceOffered(bool isOffered)
     Q_EMIT isScreenChoiceOfferedChanged();
 }
 
+void SettingsModel::setNoticeOffered(bool isOffered)
+{
+    if (isOffered == m_isNoticeOffered)
+        return;
+    m_isNoticeOffered = isOffered;
+    Q_EMIT isNoticeOfferedChanged();
+}
+
 void SettingsModel::setHexInput(const QString &text)
 {
     if (text == m_hexInput)

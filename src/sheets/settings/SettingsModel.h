@@ -32,6 +32,7 @@ class SettingsModel : public QObject
     Q_PROPERTY(QString hexError READ hexError NOTIFY hexErrorChanged)
     Q_PROPERTY(
         bool isScreenChoiceOffered READ isScreenChoiceOffered NOTIFY isScreenChoiceOfferedChanged)
+    Q_PROPERTY(bool isNoticeOffered READ isNoticeOffered NOTIFY isNoticeOfferedChanged)
     Q_PROPERTY(quellora::HotkeyRows *hotkeyRows READ hotkeyRows CONSTANT)
     Q_PROPERTY(QString shortcutAdvice READ shortcutAdvice CONSTANT)
 
@@ -50,6 +51,8 @@ public:
     void setCaptureNote(const QString &note);
     /// Set if there are several screens and the capture tool can capture one or all of them.
     void setScreenChoiceOffered(bool isOffered);
+    /// Set if the desktop can show notifications.
+    void setNoticeOffered(bool isOffered);
 
     bool isOpen() const { return m_isOpen; }
     bool isLightTheme() const { return m_isLight; }
@@ -66,6 +69,7 @@ public:
     /// Error text of the hex field; empty if there is none.
     QString hexError() const { return m_hexError; }
     bool isScreenChoiceOffered() const { return m_isScreenChoiceOffered; }
+    bool isNoticeOffered() const { return m_isNoticeOffered; }
     HotkeyRows *hotkeyRows() { return &m_hotkeyRows; }
     /// Where to bind the program's commands in the desktop; empty if that is not needed.
     QString shortcutAdvice() const { return m_shortcutAdvice; }
@@ -94,6 +98,7 @@ Q_SIGNALS:
     void hexInputChanged();
     void hexErrorChanged();
     void isScreenChoiceOfferedChanged();
+    void isNoticeOfferedChanged();
 
 private:
     /// The stored colour; empty for the theme's own or if the stored value is invalid.
@@ -114,6 +119,7 @@ private:
     QString m_hexInput;
     QString m_hexError;
     bool m_isScreenChoiceOffered = false;
+    bool m_isNoticeOffered = false;
 };
 
 } // namespace quellora

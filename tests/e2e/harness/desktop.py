@@ -116,6 +116,8 @@ class Desktop:
         finally:
             os.close(reader)
         self.environment["DBUS_SESSION_BUS_ADDRESS"] = address
+        # The machine's login manager must not matter: it may say that the screen is locked.
+        self.environment["DBUS_SYSTEM_BUS_ADDRESS"] = address
 
     def _start_window_manager(self):
         # openbox sets its root properties before it manages windows, and runs --startup afterwards.

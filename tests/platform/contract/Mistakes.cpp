@@ -303,6 +303,8 @@ public:
     SystemSymbols &symbols() override { return m_real->symbols(); }
     ApplicationShell &shell() override { return m_shell; }
     DeviceInfo &deviceInfo() override { return m_device; }
+    DesktopSession &desktopSession() override { return m_real->desktopSession(); }
+    Notifications &notifications() override { return m_real->notifications(); }
     CaptureTool captureTool() const override
     {
         CaptureTool tool = m_real->captureTool();

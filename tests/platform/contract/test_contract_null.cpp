@@ -1,3 +1,5 @@
+#include "platform/DesktopSession.h"
+#include "platform/Notifications.h"
 #include "platform/null/NullPlatform.h"
 #include "support/TestProgram.h"
 
@@ -76,6 +78,20 @@ private Q_SLOTS:
         m_platform.statusArea().onChanged([] { QFAIL("the null port never reports a change"); });
         QVERIFY(!m_platform.statusArea().isAvailable());
         QVERIFY(m_platform.symbols().image(QStringLiteral("gear"), 16, 1).isNull());
+    }
+
+    void sessionIsNotObserved()
+    {
+        QVERIFY(isUnsupported(m_platform.desktopSession().isObserved()));
+        QVERIFY(!m_platform.desktopSession().isLocked());
+    }
+
+    void notificationsAreUnsupported()
+    {
+        Notifications &notifications = m_platform.notifications();
+        QVERIFY(isUnsupported(notifications.support()));
+        notifications.show(QStringLiteral("Title"), QStringLiteral("Text"));
+        notifications.close();
     }
 
     void openingAndActivatingAreUnsupported()

@@ -36,30 +36,54 @@ private:
     QString m_address;
 };
 
-/// A desktop portal with two settings; registered on the bus during its lifetime.
-class FakePortal : public QDBusVirtualObject
+/// A service on a bus, with a connection of its own; registered during its lifetime. It receives
+/// the calls to an object and those below it.
+class BusService : public QDBusVirtualObject
+{
+public:
+    BusService(const QString &busAddress, const QString &service, const QString &path)
+        : m_service(service)
+    {
+        QDBusConnection bus = QDBusConnection::connectToBus(busAddress, service);
+        m_isServing = bus.isConnected() &&
+                      bus.registerVirtualObject(path, this, QDBusConnection::SubPath) &&
+                      bus.registerService(service);
+    }
+    ~BusService() override { QDBusConnection::disconnectFromBus(m_service); }
+
+    bool isServing() const { return m_isServing; }
+    QString introspect(const QString &) const override { return {}; }
+
+protected:
+    bool emitSignal(const QString &path, const QString &interface, const QString &name,
+                    const QVariantList &arguments)
+    {
+        QDBusMessage signal = QDBusMessage::createSignal(path, interface, name);
+        signal.setArguments(arguments);
+        return QDBusConnection(m_service).send(signal);
+    }
+
+private:
+    QString m_service;
+    bool m_isServing = false;
+};
+
+/// A desktop portal with two settings.
+class FakePortal : public BusService
 {
     Q_OBJECT
 public:
     explicit FakePortal(const QString &busAddress)
-    {
-        QDBusConnection bus = QDBusConnection::connectToBus(busAddress, QStringLiteral("portal"));
-        m_isServing = bus.isConnected() && bus.registerVirtualObject(objectPath(), this) &&
-                      bus.registerService(QStringLiteral("org.freedesktop.portal.Desktop"));
-    }
-    ~FakePortal() override { QDBusConnection::disconnectFromBus(QStringLiteral("portal")); }
+        : BusService(busAddress, QStringLiteral("org.freedesktop.portal.Desktop"), objectPath())
+    {}
 
-    bool isServing() const { return m_isServing; }
     /// Emits SettingChanged. Does not affect the values returned by Read.
     bool sendChange(const QString &group, const QString &key, const QVariant &newValue)
     {
-        QDBusMessage signal = QDBusMessage::createSignal(objectPath(), settingsInterface(),
-                                                         QStringLiteral("SettingChanged"));
-        signal << group << key << QVariant::fromValue(QDBusVariant(newValue));
-        return QDBusConnection(QStringLiteral("portal")).send(signal);
+        return emitSignal(objectPath(), settingsInterface(), QStringLiteral("SettingChanged"),
+                          {group, key, QVariant::fromValue(QDBusVariant(newValue))});
     }
 
-    QString introspect(const QString &) const override { return {}; }
     bool handleMessage(const QDBusMessage &message, const QDBusConnection &connection) override
     {
         if (message.interface() != settingsInterface() ||
@@ -92,8 +116,6 @@ public:
 private:
     static QString objectPath() { return QStringLiteral("/org/freedesktop/portal/desktop"); }
     static QString settingsInterface() { return QStringLiteral("org.freedesktop.portal.Settings"); }
-
-    bool m_isServing = false;
 };
 
 } // namespace quellora

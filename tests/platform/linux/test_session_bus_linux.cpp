@@ -37,9 +37,11 @@ private Q_SLOTS:
         QFETCH(QString, address);
         SessionBusLinux bus(QStringLiteral("test"), address);
         QSignalSpy connected(&bus, &SessionBusLinux::connected);
+        QSignalSpy failed(&bus, &SessionBusLinux::failed);
         QVERIFY(QThreadPool::globalInstance()->waitForDone(30'000));
         QCoreApplication::processEvents();
         QCOMPARE(connected.size(), 0);
+        QCOMPARE(failed.size(), address.isEmpty() ? 0 : 1);
         QVERIFY(!bus.connection().isConnected());
     }
 
