@@ -59,7 +59,7 @@ private:
     UnobservedSession m_desktopSession{
         QStringLiteral("Locking and sleep go unnoticed on this system")};
     NoNotifications m_notifications{
-        QStringLiteral("Notifications are not implemented on this system")};
+        QStringLiteral("Notifications are not supported on this system")};
 };
 
 } // namespace quellora
