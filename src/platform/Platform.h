@@ -8,6 +8,7 @@
 #include <QKeyCombination>
 #include <QList>
 #include <QObject>
+#include <QPointF>
 #include <QRect>
 #include <QString>
 #include <QStringList>
@@ -24,7 +25,9 @@ class QWindow;
 namespace quellora {
 
 class DesktopSession;
+class DesktopShortcuts;
 class Notifications;
+class ScreenSource;
 class UserDefaults;
 
 /// The outcome of a request to the platform.
@@ -83,6 +86,16 @@ public:
     virtual bool isCompositing() const = 0;
     /// Called on the main thread whenever isCompositing() changes.
     virtual void onCompositingChanged(std::function<void()> handler) = 0;
+    /// Calls @p onMoved with the pointer's offset since this call, in points, until
+    /// stopFollowingPointer(). For moving and resizing the window during a press.
+    /// @return Unsupported if the positions in the window's own mouse events are reliable
+    virtual Capability followPointer(QWindow &, std::function<void(QPointF)>)
+    {
+        return Capability::unsupported(
+            QStringLiteral("Mouse events have their position on the screen"));
+    }
+    /// No effect unless followPointer() was Applied.
+    virtual void stopFollowingPointer() {}
 };
 
 /// System-wide hot keys. On every system Qt::ControlModifier is Control, Qt::AltModifier Alt or
@@ -159,7 +172,7 @@ public:
     virtual void onChanged(std::function<void()> handler) = 0;
 };
 
-/// The system's colour scheme and reduced-motion setting.
+/// The system's colour scheme, reduced-motion setting and text size.
 class Appearance
 {
 public:
@@ -171,6 +184,10 @@ public:
     virtual bool reducesMotion() const = 0;
     /// Called on the main thread whenever reducesMotion() changes.
     virtual void onMotionChanged(std::function<void()> handler) = 0;
+    /// Factor by which the user wants text enlarged or reduced; 1 by default.
+    virtual double textScale() const { return 1; }
+    /// Called on the main thread whenever textScale() changes.
+    virtual void onTextScaleChanged(std::function<void()>) {}
 };
 
 /// Why an address or a file was not opened.
@@ -283,6 +300,10 @@ public:
     virtual DesktopSession &desktopSession() = 0;
     virtual Notifications &notifications() = 0;
     virtual CaptureTool captureTool() const = 0;
+    /// Takes the pictures instead of the capture tool; null where the tool takes them.
+    virtual ScreenSource *screenSource() { return nullptr; }
+    /// The desktop's own shortcuts; null where globalHotkeys() receives keys from every window.
+    virtual DesktopShortcuts *desktopShortcuts() { return nullptr; }
     /// Does not change while the program runs.
     virtual Vocabulary vocabulary() const = 0;
     virtual ShortcutGuide shortcutGuide() const = 0;
