@@ -684,10 +684,11 @@ void TestPageEngine::loadsBeforeTheViewWait()
 void TestPageEngine::largePageLoads()
 {
     CaptureSession session = CaptureSession::create();
-    session.addNote(QString(5'000'000, QLatin1Char('n')));
+    // More than the engine accepts in an address.
+    session.addNote(QString(2'200'000, QLatin1Char('n')));
     session.addTurn(QStringLiteral("p"), QStringLiteral("r"), QDateTime::currentDateTime());
     QVERIFY(finished(m_display->renderThread(session)));
-    QVERIFY(m_engine->value(QStringLiteral("document.documentElement.outerHTML.length > 5e6"))
+    QVERIFY(m_engine->value(QStringLiteral("document.documentElement.outerHTML.length > 2.2e6"))
                 .toBool());
 }
 
