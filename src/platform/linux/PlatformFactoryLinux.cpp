@@ -1,8 +1,11 @@
+#include "base/Log.h"
 #include "platform/Platform.h"
 #include "platform/linux/DeviceInfoLinux.h"
 #include "platform/linux/LinuxPaths.h"
+#include "platform/linux/PlatformChoice.h"
 #include "platform/linux/PlatformX11.h"
 #include "platform/null/NullPlatform.h"
+#include "platform/wayland/WaylandProbe.h"
 
 #include <QDir>
 #include <QRegularExpression>
@@ -11,19 +14,33 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
+#include <optional>
+#include <utility>
 
 namespace quellora {
 namespace {
 
 constexpr auto qtPlatformVariable = "QT_QPA_PLATFORM";
 constexpr auto glIntegrationVariable = "QT_XCB_GL_INTEGRATION";
-// Variables that prepareProcess() has set; create() unsets them.
-QList<const char *> ownVariables;
+// A compositor that does not answer for so long is none.
+constexpr std::chrono::seconds compositorPatience{3};
+
+// What prepareProcess() has decided.
+std::optional<PlatformChoice::Port> chosenPort;
+// Variables that prepareProcess() has set, with their values before; create() restores them.
+QList<std::pair<const char *, std::optional<QByteArray>>> ownVariables;
 
 void setVariable(const char *name, const char *value)
 {
+    ownVariables.append(
+        {name, qEnvironmentVariableIsSet(name) ? std::optional(qgetenv(name)) : std::nullopt});
     qputenv(name, value);
-    ownVariables.append(name);
+}
+
+void log(const QString &message)
+{
+    Log::event(QStringLiteral("[platform] ") + message);
 }
 
 /// Whether a graphics processor can be used: one of the kernel's render nodes, or the device of a
@@ -60,11 +77,32 @@ void Platform::prepareOutput()
 
 void Platform::prepareProcess()
 {
-    // Panels, hot keys and captures require X11, so a Wayland session uses its X server.
-    const bool hasX11 = !qEnvironmentVariableIsEmpty("DISPLAY");
-    if (hasX11 && qEnvironmentVariableIsEmpty(qtPlatformVariable) &&
-        PermissionsLinux::currentSession() == PermissionsLinux::Session::Wayland) {
-        setVariable(qtPlatformVariable, "xcb");
+    const bool isX11Session = PermissionsLinux::currentSession() == PermissionsLinux::Session::X11;
+    const PlatformChoice choice =
+        PlatformChoice::make({probeWayland(compositorPatience),
+                              qEnvironmentVariable("XDG_SESSION_TYPE") == QStringLiteral("wayland"),
+                              !qEnvironmentVariableIsEmpty("DISPLAY"), qgetenv("QUELLORA_PLATFORM"),
+                              qgetenv(qtPlatformVariable)});
+    if (!choice.warning.isEmpty())
+        log(QStringLiteral("WARNING: ") + choice.warning);
+    log(choice.reason);
+    chosenPort = choice.port;
+    switch (choice.port) {
+    case PlatformChoice::Port::Wayland:
+        // The second one serves where the toolkit has no plugin for Wayland.
+        setVariable(qtPlatformVariable, "wayland;xcb");
+        // The panel's surface is free for a role that the toolkit does not know ...
+        setVariable("QT_WAYLAND_USE_BYPASSWINDOWMANAGERHINT", "1");
+        // ... and its window has the position that it was given.
+        setVariable("QT_WAYLAND_DISABLE_FIXED_POSITIONS", "1");
+        break;
+    case PlatformChoice::Port::XWayland:
+    case PlatformChoice::Port::X11:
+        if (!isX11Session)
+            setVariable(qtPlatformVariable, "xcb");
+        break;
+    case PlatformChoice::Port::Toolkit:
+        break;
     }
     // Without it, the OpenGL emulation stays unloaded: 60 MiB and 300 ms of the start.
     if (prefersSoftwareRendering())
@@ -81,6 +119,9 @@ void Platform::setDisplayLossHandler(void (*handler)())
 
 QString Platform::displaySession()
 {
+    // The same one for every port, so that each start finds the program that runs.
+    if (const QString wayland = waylandSession(); !wayland.isEmpty())
+        return wayland;
     const QString x11 = qEnvironmentVariable("DISPLAY");
     if (x11.isEmpty())
         return qEnvironmentVariable("WAYLAND_DISPLAY");
@@ -92,10 +133,18 @@ QString Platform::displaySession()
 std::unique_ptr<Platform> Platform::create()
 {
     // Child processes must not inherit them.
-    for (const char *name : std::exchange(ownVariables, {}))
-        qunsetenv(name);
+    const auto variables = std::exchange(ownVariables, {});
+    for (const auto &[name, before] : variables) {
+        if (before)
+            qputenv(name, *before);
+        else
+            qunsetenv(name);
+    }
+    const std::optional<PlatformChoice::Port> port = std::exchange(chosenPort, std::nullopt);
     if (const std::optional<X11Connection> x11 = X11Connection::current())
-        return std::make_unique<PlatformX11>(*x11);
+        return std::make_unique<PlatformX11>(*x11, port == PlatformChoice::Port::X11
+                                                       ? PermissionsLinux::Session::X11
+                                                       : PermissionsLinux::currentSession());
     return std::make_unique<NullPlatform>(
         std::make_unique<DeviceInfoLinux>(), LinuxPaths::captureTool(),
         LinuxPaths::applicationSupportDirectory(), Vocabulary::linuxDesktop());

@@ -5,11 +5,11 @@
 
 namespace quellora {
 
-PlatformX11::PlatformX11(const X11Connection &x11)
+PlatformX11::PlatformX11(const X11Connection &x11, PermissionsLinux::Session session)
     : m_panelWindow(x11)
     , m_globalHotkeys(x11)
     , m_keyMonitor([this](quint32 scanCode) { return m_globalHotkeys.keyName(scanCode); })
-    , m_permissions(PermissionsLinux::currentSession())
+    , m_permissions(session)
     , m_statusArea(x11)
     , m_shell(x11)
 {}

@@ -21,7 +21,8 @@ namespace quellora {
 class PlatformX11 : public Platform
 {
 public:
-    explicit PlatformX11(const X11Connection &x11);
+    /// @param session whether the X server is the session's own or part of a Wayland session
+    PlatformX11(const X11Connection &x11, PermissionsLinux::Session session);
 
     PanelWindow &panelWindow() override { return m_panelWindow; }
     GlobalHotkeys &globalHotkeys() override { return m_globalHotkeys; }

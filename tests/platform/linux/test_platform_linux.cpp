@@ -9,8 +9,14 @@
 #include <QGuiApplication>
 #include <QSurfaceFormat>
 #include <QSysInfo>
+#include <QTemporaryDir>
 #include <QtTest>
 
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <array>
 
 using namespace quellora;
@@ -66,6 +72,7 @@ private Q_SLOTS:
     void permissionsAreGrantedOnX11Only();
     void selectsXcbOnWayland();
     void displaySessionIdentifiesDisplay();
+    void displaySessionIsTheCompositorThatListens();
     void keepsPlatformPluginElsewhere_data();
     void keepsPlatformPluginElsewhere();
     void requestsAlphaChannel();
@@ -175,6 +182,38 @@ void PlatformLinuxTest::displaySessionIdentifiesDisplay()
     QCOMPARE(Platform::displaySession(), QStringLiteral("wayland-7"));
     environment.unset("WAYLAND_DISPLAY");
     QCOMPARE(Platform::displaySession(), QString());
+}
+
+void PlatformLinuxTest::displaySessionIsTheCompositorThatListens()
+{
+    const QTemporaryDir runtime;
+    const int listener = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const QByteArray path = QFile::encodeName(runtime.filePath(QStringLiteral("wayland-7")));
+    std::copy(path.begin(), path.end(), address.sun_path);
+    QCOMPARE(::bind(listener, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+    QCOMPARE(::listen(listener, 4), 0);
+
+    Environment environment;
+    environment.set("XDG_RUNTIME_DIR", QFile::encodeName(runtime.path()));
+    environment.set("DISPLAY", ":3");
+    environment.set("WAYLAND_DISPLAY", "wayland-7");
+    for (const char *forced : {"", "wayland", "xwayland", "x11"}) {
+        environment.set("QUELLORA_PLATFORM", forced);
+        QCOMPARE(Platform::displaySession(), QStringLiteral("wayland-7"));
+    }
+    // The same compositor by its path.
+    environment.set("WAYLAND_DISPLAY", path);
+    QCOMPARE(Platform::displaySession(), QStringLiteral("wayland-7"));
+    environment.set("XDG_RUNTIME_DIR", "/elsewhere");
+    QCOMPARE(Platform::displaySession(), QFile::decodeName(path));
+    environment.set("WAYLAND_DISPLAY", "wayland-7");
+    QCOMPARE(Platform::displaySession(), QStringLiteral(":3"));
+    // Left over by a compositor that has ended.
+    environment.set("WAYLAND_DISPLAY", path);
+    ::close(listener);
+    QCOMPARE(Platform::displaySession(), QStringLiteral(":3"));
 }
 
 void PlatformLinuxTest::selectsXcbOnWayland()
