@@ -1,12 +1,8 @@
 """A private desktop: X server, window manager, session bus, keyboard and pointer."""
 
-import atexit
 import os
 import pathlib
 import select
-import shutil
-import subprocess
-import tempfile
 import time
 
 from Xlib import X, Xatom
@@ -15,8 +11,8 @@ from Xlib import error as xerror
 from Xlib.ext import xtest
 from Xlib.protocol import event
 
-from . import processes
 from .image import Image
+from .session import Session
 from .waiting import PATIENCE, wait_until
 
 _HERE = pathlib.Path(__file__).resolve().parent
@@ -31,36 +27,25 @@ _NAMED_KEYS = {
 _SHIFT = _NAMED_KEYS["shift"]
 
 
-class Desktop:
-    """A private X display with a window manager and a session bus.
+class Desktop(Session):
+    """A private X display with a window manager and a session bus."""
 
-    Only one per test process, because the accessibility library binds to the first bus it
-    sees. `close` ends everything, or the kernel does when the test process dies.
-    """
+    connection = None
 
     def __init__(self, width=1280, height=960, compositor=None, window_manager=True):
         """`compositor`: None, or the path of a picom configuration ("" for its default)."""
-        processes.adopt_orphans()
-        self.folder = pathlib.Path(tempfile.mkdtemp(prefix="desktop-"))
+        super().__init__()
         self.width, self.height = width, height
-        self.connection = None
-        self._children = []
-        atexit.register(self.close)
-        runtime = self.folder / "runtime"
-        runtime.mkdir(mode=0o700)
-        self.environment = {
-            "PATH": os.environ["PATH"],
-            "HOME": str(self.folder),
-            "LANG": "C.UTF-8",
-            "XDG_RUNTIME_DIR": str(runtime),
-        }
         self.name = self._start_x_server()
         self.environment["DISPLAY"] = self.name
         self.connection = xdisplay.Display(self.name)
         self.root = self.connection.screen().root
         self.root.change_attributes(event_mask=X.PropertyChangeMask)
         self.connection.sync()
-        self._start_bus()
+        self.environment["DBUS_SESSION_BUS_ADDRESS"] = self._start_bus()
+        # The machine's login manager must not matter: it may say that the screen is locked.
+        self.environment["DBUS_SYSTEM_BUS_ADDRESS"] = (
+            self.environment["DBUS_SESSION_BUS_ADDRESS"])
         self._probe = None
         if window_manager:
             self._start_window_manager()
@@ -68,32 +53,9 @@ class Desktop:
                                                   event_mask=X.PropertyChangeMask)
         if compositor is not None:
             self._start_compositor(compositor)
-        # The accessibility library reads these on first use.
-        os.environ.update(DISPLAY=self.name, XDG_RUNTIME_DIR=str(runtime),
-                          DBUS_SESSION_BUS_ADDRESS=self.environment["DBUS_SESSION_BUS_ADDRESS"])
+        self._bind_accessibility()
 
     # -- set-up ---------------------------------------------------------------------------------
-
-    def _start(self, *arguments, **options):
-        log = open(self.folder / (pathlib.Path(arguments[0]).name + ".log"), "wb")
-        with log:
-            child = processes.spawn(arguments, env=self.environment, stdout=log, stderr=log,
-                                    **options)
-        self._children.append(child)
-        return child
-
-    @staticmethod
-    def _read_line(descriptor, what):
-        """First line that a helper writes to `descriptor`."""
-        data = b""
-        deadline = time.monotonic() + PATIENCE
-        while not data.endswith(b"\n"):
-            ready, _, _ = select.select([descriptor], [], [], max(0, deadline - time.monotonic()))
-            part = os.read(descriptor, 4096) if ready else b""
-            if not part:
-                raise AssertionError(f"{what} did not start")
-            data += part
-        return data.decode().strip()
 
     def _start_x_server(self):
         reader, writer = os.pipe()
@@ -105,19 +67,6 @@ class Desktop:
             return ":" + self._read_line(reader, "the X server")
         finally:
             os.close(reader)
-
-    def _start_bus(self):
-        reader, writer = os.pipe()
-        self._start("dbus-daemon", "--session", "--nofork", "--nopidfile",
-                    f"--print-address={writer}", pass_fds=[writer])
-        os.close(writer)
-        try:
-            address = self._read_line(reader, "the session bus")
-        finally:
-            os.close(reader)
-        self.environment["DBUS_SESSION_BUS_ADDRESS"] = address
-        # The machine's login manager must not matter: it may say that the screen is locked.
-        self.environment["DBUS_SYSTEM_BUS_ADDRESS"] = address
 
     def _start_window_manager(self):
         # openbox sets its root properties before it manages windows, and runs --startup afterwards.
@@ -146,19 +95,13 @@ class Desktop:
 
     def close(self):
         """Ends every helper and removes the private folder. Idempotent."""
-        atexit.unregister(self.close)
         if self.connection is not None:
             try:
                 self.connection.close()
             except (xerror.ConnectionClosedError, OSError):
                 pass
             self.connection = None
-        for child in reversed(self._children):
-            processes.stop(child, timeout=2)
-        self._children = []
-        processes.kill_all_descendants()
-        processes.reap()
-        shutil.rmtree(self.folder, ignore_errors=True)
+        super().close()
 
     # -- windows --------------------------------------------------------------------------------
 
@@ -385,7 +328,3 @@ class Desktop:
                                   [pixmap.id])
         self.root.clear_area()
         self.connection.sync()
-
-    def run(self, *arguments, **options):
-        """Runs a helper program to completion on this desktop."""
-        return subprocess.run(arguments, env=self.environment, check=True, **options)

@@ -29,11 +29,23 @@ class Image:
         """Decodes a JPEG or PNG file with an independent program."""
         ppm = subprocess.run(["convert", f"{kind}:-", "-depth", "8", "ppm:-"], input=data,
                              stdout=subprocess.PIPE, check=True).stdout
-        fields = ppm.split(maxsplit=4)
+        return cls.from_ppm(ppm)
+
+    @classmethod
+    def from_ppm(cls, ppm):
+        """From a PPM file with one byte per channel."""
+        fields = ppm[:64].split(maxsplit=4)
         if fields[0] != b"P6" or fields[3] != b"255":
             raise ValueError("unexpected decoder output")
         width, height = int(fields[1]), int(fields[2])
         return cls(width, height, ppm[-width * height * 3:])
+
+    def part(self, x, y, width, height):
+        """A rectangle of the picture as a picture."""
+        stride = self.width * 3
+        return Image(width, height, b"".join(
+            self.rgb[row * stride + x * 3:row * stride + (x + width) * 3]
+            for row in range(y, y + height)))
 
     def pixel(self, x, y):
         """The (red, green, blue) of one pixel."""
@@ -68,6 +80,10 @@ class Image:
                 if any(abs(a - b) > tolerance for a, b in zip(mine, theirs)):
                     count += 1
         return count
+
+    def ppm(self):
+        """The picture as the bytes of a PPM file."""
+        return b"P6\n%d %d\n255\n" % (self.width, self.height) + self.rgb
 
     def png(self):
         """The picture as the bytes of a PNG file."""

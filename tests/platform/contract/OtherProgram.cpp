@@ -3,6 +3,7 @@
 #include "platform/contract/ProbeWindow.h"
 
 #include <QGuiApplication>
+#include <QPainter>
 #include <QScreen>
 #include <QSocketNotifier>
 #include <QtTest>
@@ -46,9 +47,22 @@ protected:
         const QPoint position = event->globalPosition().toPoint();
         report(QStringLiteral("click %1 %2").arg(position.x()).arg(position.y()));
     }
+    void wheelEvent(QWheelEvent *event) override
+    {
+        report(QStringLiteral("wheel %1").arg(event->angleDelta().y()));
+    }
     void paintEvent(QPaintEvent *) override
     {
-        QPainter(this).fillRect(QRect(QPoint(), size()), Qt::lightGray);
+        // Four quarters, so that pictures of the screen show where it is.
+        QPainter painter(this);
+        const QSize half = size() / 2;
+        const QSize rest = size() - half;
+        painter.fillRect(QRect(QPoint(), half), QColor(200, 60, 60));
+        painter.fillRect(QRect(QPoint(half.width(), 0), QSize(rest.width(), half.height())),
+                         QColor(60, 180, 75));
+        painter.fillRect(QRect(QPoint(0, half.height()), QSize(half.width(), rest.height())),
+                         QColor(66, 99, 216));
+        painter.fillRect(QRect(QPoint(half.width(), half.height()), rest), QColor(240, 200, 60));
     }
 
 private:
@@ -62,8 +76,13 @@ int OtherProgram::run(int argc, char **argv, const System &system)
     QGuiApplication application(argc, argv);
     ReportingWindow window(system);
     window.setFlags(Qt::FramelessWindowHint);
+    window.setTitle(QStringLiteral("Other program"));
     window.setGeometry(QGuiApplication::primaryScreen()->availableGeometry());
-    window.show();
+    // On some Wayland desktops only a full-screen window has a known position.
+    if (qEnvironmentVariableIsSet("QUELLORA_OTHER_FULL_SCREEN"))
+        window.showFullScreen();
+    else
+        window.show();
     window.raise();
     if (system.requestsActivation)
         window.requestActivate();

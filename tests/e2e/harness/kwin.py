@@ -1,0 +1,101 @@
+"""A private KWin desktop without hardware."""
+
+import os
+import pathlib
+import shutil
+import subprocess
+import sys
+import threading
+
+from .app import BIN_DIR
+from .bus import Bus
+from .image import Image
+from .wayland_desktop import WaylandDesktop
+
+_SCREENSHOT = "org.kde.KWin.ScreenShot2"
+#: KWin takes pictures only for programs that a desktop file permits to.
+_PERMITTED = """[Desktop Entry]
+Type=Application
+Name={name}
+Exec={program}
+Terminal=false
+X-KDE-DBUS-Restricted-Interfaces=org.kde.KWin.ScreenShot2
+"""
+
+
+class KWinDesktop(WaylandDesktop):
+    """KWin with one output drawn in memory."""
+
+    session_name = "KDE"
+    program = "kwin_wayland"
+
+    def __init__(self, width=1280, height=800, scale=1):
+        self.scale = scale
+        self._pixels = (width, height)
+        self.bus = None
+        super().__init__(round(width / scale), round(height / scale))
+
+    def _start_compositor(self):
+        # The installed file has a capability, which the kernel does not grant here.
+        folder = self.folder / "bin"
+        folder.mkdir()
+        program = folder / self.program
+        shutil.copyfile(shutil.which(self.program), program)
+        program.chmod(0o755)
+        home = self.folder / "kde"
+        applications = home / "applications"
+        applications.mkdir(parents=True)
+        for name, path in (("tests", sys.executable), ("quellora", BIN_DIR / "quellora")):
+            (applications / f"{name}.desktop").write_text(
+                _PERMITTED.format(name=name, program=pathlib.Path(path).resolve()))
+        self.environment |= {
+            "XDG_DATA_DIRS": f"{home}:/usr/local/share:/usr/share",
+            "KDE_FULL_SESSION": "true", "KDE_SESSION_VERSION": "5",
+        }
+        # KWin would read the desktop files too late for the first picture.
+        self.run("kbuildsycoca5", stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        width, height = self._pixels
+        self._compositor = self._start(
+            str(program), "--virtual", "--width", str(width), "--height", str(height),
+            "--scale", str(self.scale), "--no-lockscreen", "--socket", self.name,
+            environment={
+                # With the other renderer there are no pictures.
+                "KWIN_COMPOSE": "O2",
+                # Keyboard and pointer of the tests.
+                "KWIN_WAYLAND_NO_PERMISSION_CHECKS": "1",
+            })
+        self._wait_for_socket()
+        self.bus = Bus(self.environment["DBUS_SESSION_BUS_ADDRESS"])
+        self.bus.set_activation_environment(
+            {key: self.environment[key] for key in
+             ("XDG_CURRENT_DESKTOP", "XDG_SESSION_TYPE", "XDG_DATA_DIRS", "XDG_RUNTIME_DIR",
+              "KDE_FULL_SESSION", "KDE_SESSION_VERSION")} | {"WAYLAND_DISPLAY": self.name})
+
+    def _whole_picture(self):
+        reader, writer = os.pipe()
+        data = bytearray()
+
+        def read():
+            with os.fdopen(reader, "rb") as pipe:
+                data.extend(pipe.read())
+        thread = threading.Thread(target=read)
+        thread.start()
+        try:
+            result, = self.bus.call(
+                "org.kde.KWin", "/org/kde/KWin/ScreenShot2", _SCREENSHOT, "CaptureArea",
+                "(iiuua{sv}h)", 0, 0, self.width, self.height,
+                {"native-resolution": self.bus.variant("b", True)}, 0, files=[writer])
+        finally:
+            os.close(writer)
+            thread.join()
+        width, height, stride = result["width"], result["height"], result["stride"]
+        if stride != width * 4:
+            raise AssertionError(f"rows of {stride} bytes for {width} pixels")
+        return Image.from_bgrx(width, height, bytes(data))
+
+    def close(self):
+        """Ends every helper and removes the private folder. Idempotent."""
+        if self.bus is not None:
+            self.bus.close()
+            self.bus = None
+        super().close()
