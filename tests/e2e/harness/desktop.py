@@ -42,7 +42,7 @@ class Desktop(Session):
         self.root = self.connection.screen().root
         self.root.change_attributes(event_mask=X.PropertyChangeMask)
         self.connection.sync()
-        self.environment["DBUS_SESSION_BUS_ADDRESS"] = self._start_bus()
+        self.environment["DBUS_SESSION_BUS_ADDRESS"] = self._start_plain_bus()
         # The machine's login manager must not matter: it may say that the screen is locked.
         self.environment["DBUS_SYSTEM_BUS_ADDRESS"] = (
             self.environment["DBUS_SESSION_BUS_ADDRESS"])

@@ -12,6 +12,19 @@ import time
 from . import processes
 from .waiting import PATIENCE
 
+_BUS_CONFIGURATION = """<busconfig>
+  <type>session</type>
+  <listen>unix:tmpdir=/tmp</listen>
+  <servicedir>{services}</servicedir>
+  <policy context="default">
+    <allow send_destination="*" eavesdrop="true"/>
+    <allow eavesdrop="true"/>
+    <allow own="*"/>
+  </policy>
+</busconfig>
+"""
+_ACCESSIBILITY_SERVICE = pathlib.Path("/usr/share/dbus-1/services/org.a11y.Bus.service")
+
 
 class Session:
     """Folders, helper processes and a session bus of one private desktop.
@@ -59,6 +72,17 @@ class Session:
                 raise AssertionError(f"{what} did not start")
             data += part
         return data.decode().strip()
+
+    def _start_plain_bus(self):
+        """Starts a session bus that starts the accessibility bus on request, but none of the
+        machine's other services: a desktop portal would show its own dialogs. Returns its address.
+        """
+        services = self.folder / "services"
+        services.mkdir()
+        shutil.copy(_ACCESSIBILITY_SERVICE, services)
+        configuration = self.folder / "session.conf"
+        configuration.write_text(_BUS_CONFIGURATION.format(services=services), encoding="utf-8")
+        return self._start_bus(f"--config-file={configuration}")
 
     def _start_bus(self, *options):
         """Starts a message bus; returns its address."""
