@@ -4,11 +4,12 @@
 Usage: with_wayland.py sway|kwin|gnome [--scale SCALE] PROGRAM [ARGUMENT...]
 
 The program can act as the user of the desktop: the variable QUELLORA_TEST_DESKTOP_SOCKET names a
-socket on which it sends one command per line and gets "ok" or the problem:
+socket on which it sends one command per line and gets "ok", with the answer, or the problem:
 
     press COMBO         e.g. ctrl+alt+c
     click X Y           with the left button
     settle              waits until no window is being animated
+    active              process id of the active window's program, 0 if there is none
     picture FILE        writes the whole screen as a PPM file
 """
 
@@ -46,6 +47,8 @@ class Agent:
         try:
             if command == "press":
                 self._desktop.press(words[0])
+            elif command == "active":
+                return f"ok {self._desktop.active_process()}"
             elif command == "settle":
                 self._desktop.wait_settled()
             elif command == "click":

@@ -1,5 +1,7 @@
 """Calls over a private message bus."""
 
+import time
+
 
 def load():
     """Gio and GLib."""
@@ -36,6 +38,32 @@ class Bus:
             # Closes its duplicates: the reader at the other end of a pipe waits for that.
             del passed
         return result.unpack()
+
+    def serve(self, path, interface, method, signature, handler):
+        """Offers an object with one method without results; `wait_served` delivers its calls."""
+        node = self._gio.DBusNodeInfo.new_for_xml(
+            f'<node><interface name="{interface}"><method name="{method}">'
+            f'<arg type="{signature}" direction="in"/></method></interface></node>')
+
+        def call(_bus, _sender, _path, _interface, _method, arguments, invocation):
+            invocation.return_value(None)
+            handler(*arguments.unpack())
+        self._connection.register_object(path, node.interfaces[0], call, None, None)
+
+    def wait_served(self, condition, timeout=20):
+        """Delivers calls until the condition holds."""
+        context = self._glib.MainContext.default()
+        deadline = time.monotonic() + timeout
+        while not condition():
+            if time.monotonic() > deadline:
+                raise AssertionError("nobody called")
+            if not context.iteration(False):
+                time.sleep(0.002)
+
+    @property
+    def name(self):
+        """Its unique name on the bus."""
+        return self._connection.get_unique_name()
 
     def variant(self, signature, value):
         """A value with a type of its own, for dictionaries."""

@@ -150,6 +150,10 @@ class GnomeDesktop(WaylandDesktop):
             raise AssertionError(f"the shell cannot evaluate {script!r}: {value}")
         return value
 
+    def active_process(self):
+        """Id of the active window's process, or 0."""
+        return int(self.evaluate("global.display.focus_window?.get_pid() ?? 0"))
+
     def wait_settled(self):
         """Waits until no window is being animated: until then, clicks may miss it."""
         wait_until(lambda: self.evaluate(

@@ -1,5 +1,6 @@
 """A private KWin desktop without hardware."""
 
+import json
 import os
 import pathlib
 import shutil
@@ -10,8 +11,10 @@ import threading
 from .app import BIN_DIR
 from .bus import Bus
 from .image import Image
+from .waiting import PATIENCE, wait_until
 from .wayland_desktop import WaylandDesktop
 
+_KWIN = "org.kde.KWin"
 _SCREENSHOT = "org.kde.KWin.ScreenShot2"
 #: KWin takes pictures only for programs that a desktop file permits to.
 _PERMITTED = """[Desktop Entry]
@@ -66,10 +69,38 @@ class KWinDesktop(WaylandDesktop):
             })
         self._wait_for_socket()
         self.bus = Bus(self.environment["DBUS_SESSION_BUS_ADDRESS"])
+        self._answers = []
+        self.bus.serve("/answer", "quellora.Answer", "Take", "s", self._answers.append)
         self.bus.set_activation_environment(
             {key: self.environment[key] for key in
              ("XDG_CURRENT_DESKTOP", "XDG_SESSION_TYPE", "XDG_DATA_DIRS", "XDG_RUNTIME_DIR",
               "KDE_FULL_SESSION", "KDE_SESSION_VERSION")} | {"WAYLAND_DISPLAY": self.name})
+
+    def evaluate(self, expression):
+        """The value of an expression of KWin's own scripts."""
+        script = self.folder / "question.js"
+        script.write_text(f'callDBus("{self.bus.name}", "/answer", "quellora.Answer", "Take", '
+                          f'JSON.stringify({expression}));')
+        self._answers.clear()
+        number, = self.bus.call(_KWIN, "/Scripting", "org.kde.kwin.Scripting", "loadScript",
+                                "(ss)", str(script), "question")
+        try:
+            self.bus.call(_KWIN, f"/{number}", "org.kde.kwin.Script", "run")
+            self.bus.wait_served(lambda: self._answers)
+        finally:
+            self.bus.call(_KWIN, "/Scripting", "org.kde.kwin.Scripting", "unloadScript", "(s)",
+                          "question")
+        return json.loads(self._answers[0])
+
+    def active_process(self):
+        """Id of the active window's process, or 0."""
+        return self.evaluate("workspace.activeClient ? workspace.activeClient.pid : 0")
+
+    def wait_for_active(self, title, timeout=PATIENCE):
+        """Waits until a window with this title is active."""
+        wait_until(lambda: self.evaluate(
+            "workspace.activeClient ? workspace.activeClient.caption : ''") == title, timeout,
+            f"the window {title!r} to be active")
 
     def _whole_picture(self):
         reader, writer = os.pipe()
@@ -82,7 +113,7 @@ class KWinDesktop(WaylandDesktop):
         thread.start()
         try:
             result, = self.bus.call(
-                "org.kde.KWin", "/org/kde/KWin/ScreenShot2", _SCREENSHOT, "CaptureArea",
+                _KWIN, "/org/kde/KWin/ScreenShot2", _SCREENSHOT, "CaptureArea",
                 "(iiuua{sv}h)", 0, 0, self.width, self.height,
                 {"native-resolution": self.bus.variant("b", True)}, 0, files=[writer])
         finally:

@@ -130,6 +130,10 @@ class SwayDesktop(WaylandDesktop):
         visit(self._ask(_GET_TREE))
         return found
 
+    def active_process(self):
+        """Id of the active window's process, or 0."""
+        return next((window["pid"] for window in self.windows() if window["focused"]), 0)
+
     def wait_for_active(self, title, timeout=PATIENCE):
         """Waits until a window with this title has the focus; returns it."""
         def look():

@@ -111,6 +111,10 @@ class WaylandDesktop(Session):
     def wait_for_active(self, title, timeout=PATIENCE):
         """Waits until a window with this title is active, where the desktop can tell."""
 
+    def active_process(self):
+        """Id of the active window's process, or 0."""
+        raise NotImplementedError
+
     def wait_settled(self):
         """Waits until windows that were just opened or closed have reached their places."""
 

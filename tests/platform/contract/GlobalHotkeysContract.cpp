@@ -22,6 +22,7 @@ void GlobalHotkeysContract::init()
     m_ids.clear();
     m_offMainThread = 0;
     makePlatform();
+    CONTRACT_REQUIRES(Ability::GrabHotkeys);
     m_other = harness().openOther();
     QVERIFY(m_other);
     recordPresses();

@@ -101,12 +101,14 @@ int OtherProgram::run(int argc, char **argv, const System &system)
     return QGuiApplication::exec();
 }
 
-std::unique_ptr<OtherProgram> OtherProgram::start()
+std::unique_ptr<OtherProgram> OtherProgram::start(const QMap<QString, QString> &variables)
 {
     std::unique_ptr<OtherProgram> other(new OtherProgram);
     // Set by this process for itself; the other program must not inherit it.
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.remove(QStringLiteral("QT_MAC_DISABLE_FOREGROUND_APPLICATION_TRANSFORM"));
+    for (auto variable = variables.begin(); variable != variables.end(); ++variable)
+        environment.insert(variable.key(), variable.value());
     other->m_process.setProcessEnvironment(environment);
     other->m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     QObject::connect(&other->m_process, &QProcess::readyReadStandardOutput, &other->m_process,

@@ -2,6 +2,7 @@
 
 #include "platform/contract/PlatformHarness.h"
 
+#include <QMap>
 #include <QProcess>
 
 #include <functional>
@@ -31,7 +32,8 @@ public:
     static int run(int argc, char **argv, const System &system);
 
     /// Starts the program and waits until its window has the keyboard focus; null on failure.
-    static std::unique_ptr<OtherProgram> start();
+    /// @param variables of its environment that differ from this process's
+    static std::unique_ptr<OtherProgram> start(const QMap<QString, QString> &variables = {});
     ~OtherProgram() override;
 
     QStringList keys() const override { return m_keys; }

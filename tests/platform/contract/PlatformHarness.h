@@ -43,6 +43,7 @@ enum class Ability {
     ChangeCompositing,
     ChangeStatusArea,
     ChangePermissions,
+    GrabHotkeys,
     ClaimHotkeys,
     ObserveOpened,
     FailOpening,
