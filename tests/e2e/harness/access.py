@@ -103,6 +103,17 @@ class Accessibility:
                 yield child
                 yield from self.shown(child)
 
+    def windows(self):
+        """The program's windows on the screen."""
+        root = self.root()
+        if root is None:
+            return []
+        try:
+            children = [root.get_child_at_index(index) for index in range(root.get_child_count())]
+        except self.api[1].Error:
+            return []
+        return [child for child in children if child and self.has_state(child, "SHOWING")]
+
     def find(self, name, role=None):
         """The first shown control with this name (text or expression), or None."""
         for node in self.shown():

@@ -291,8 +291,7 @@ class App:
 
     def panel(self):
         """(id, x, y, width, height) of the panel on the screen, or None while it is hidden."""
-        found = self.desktop.viewable_windows("Quellora")
-        return found[0] if len(found) == 1 else None
+        return self.desktop.panel_of(self)
 
     def wait_overlay_shown(self):
         """Waits until the panel is the only window on the screen."""
@@ -300,7 +299,7 @@ class App:
 
     def wait_overlay_hidden(self):
         """Waits until no window of the program is on the screen."""
-        wait_until(lambda: not self.desktop.viewable_windows("Quellora"),
+        wait_until(lambda: not self.desktop.windows_of(self),
                    what="the panel to leave the screen")
 
     def hotkey(self, combo, fired=None):

@@ -23,6 +23,8 @@ class E2ECase(unittest.TestCase):
     #: Arguments for the Desktop.
     desktop_options = {}
     desktop = None
+    #: Folder for screenshots and logs of failed tests.
+    artifacts = ARTIFACTS
 
     @classmethod
     def setUpClass(cls):
@@ -48,12 +50,12 @@ class E2ECase(unittest.TestCase):
         """Cleanup that runs first: saves a screenshot and the logs after a failure."""
         if self._problems() == self._problems_before or self.desktop is None:
             return
-        ARTIFACTS.mkdir(parents=True, exist_ok=True)
+        self.artifacts.mkdir(parents=True, exist_ok=True)
         name = self.id().replace("__main__", pathlib.Path(sys.argv[0]).stem)
-        self.desktop.screenshot().save_png(ARTIFACTS / f"{name}.png")
+        self.desktop.screenshot().save_png(self.artifacts / f"{name}.png")
         for index, app in enumerate(self.apps):
             text = "\n".join(app.raw_lines + ["", "standard error:"] + app.error_output)
-            (ARTIFACTS / f"{name}-{index}.log").write_text(text + "\n")
+            (self.artifacts / f"{name}-{index}.log").write_text(text + "\n")
 
     def server(self, **config):
         """Starts a server that is closed at the end of the test."""

@@ -175,6 +175,18 @@ class Desktop(Session):
         visit(self.root)
         return found
 
+    def windows_of(self, _app):
+        """(id, x, y, width, height) of all windows of the program on the screen."""
+        return self.viewable_windows("Quellora")
+
+    def panel_of(self, app):
+        """(id, x, y, width, height) of the program's panel, or None while it is hidden."""
+        found = self.windows_of(app)
+        return found[0] if len(found) == 1 else None
+
+    def wait_settled(self):
+        """Windows reach their places at once."""
+
     def window_states(self, window_id):
         """Names of a window's _NET_WM_STATE atoms."""
         window = self.connection.create_resource_object("window", window_id)
@@ -305,6 +317,13 @@ class Desktop(Session):
         answer = self.root.get_image(x, y, width, height, X.ZPixmap, 0xFFFFFFFF)
         data = answer.data if isinstance(answer.data, bytes) else answer.data.encode("latin1")
         return Image.from_bgrx(width, height, data)
+
+    def wait_for_picture(self, condition, what, timeout=PATIENCE):
+        """Takes pictures until one fulfils the condition; returns that one."""
+        def look():
+            picture = self.screenshot()
+            return picture if condition(picture) else None
+        return wait_until(look, timeout, what, interval=0.05)
 
     def fill_root(self, colour):
         """Fills the root window with one colour."""

@@ -111,6 +111,15 @@ class WaylandDesktop(Session):
     def wait_for_active(self, title, timeout=PATIENCE):
         """Waits until a window with this title is active, where the desktop can tell."""
 
+    def windows_of(self, app):
+        """(node, x, y, width, height) of all windows of the program on the screen."""
+        return [(node, *app.access.bounds(node)) for node in app.access.windows()]
+
+    def panel_of(self, app):
+        """(node, x, y, width, height) of the program's panel, or None while it is hidden."""
+        found = self.windows_of(app)
+        return found[0] if len(found) == 1 else None
+
     def active_process(self):
         """Id of the active window's process, or 0."""
         raise NotImplementedError
