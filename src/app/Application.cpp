@@ -27,7 +27,7 @@ Application::Application(std::unique_ptr<SingleInstance> instance)
     , m_endpoints(AppConfig::endpoints())
     , m_defaults(m_platform->makeUserDefaults())
     , m_settings(*m_defaults)
-    , m_permissions(m_platform->permissions(), m_platform->vocabulary())
+    , m_permissions(m_platform->permissions(), m_platform->vocabulary(), m_platform->screenSource())
     , m_hotkeys(m_platform->globalHotkeys(), m_platform->vocabulary(),
                 &std::chrono::steady_clock::now,
                 [this](HotkeyAction action, const QString &line) {
@@ -153,8 +153,18 @@ std::unique_ptr<OverlayPresenter> Application::makeOverlay(const VantiroConfig &
             *m_platform, m_settings, *m_defaults, m_notifications, m_session, m_queries, m_engine,
             std::move(view), QUrl(QStringLiteral("qrc:/qt/qml/Quellora/Page/ResponseView.qml")),
             &m_saver, m_endpoints,
-            [this] { return ScreenshotCapture::captureInBackground(captureTool()); },
+            [this] { return capture(); },
             &QCoreApplication::quit, m_hotkeys, &m_library, &m_permissions});
+}
+
+QFuture<ScreenshotCapture::Outcome> Application::capture()
+{
+    if (ScreenSource *source = m_platform->screenSource())
+        return ScreenshotCapture::captureInBackground(*source,
+                                                      m_settings.captureAllScreens()
+                                                          ? ScreenSource::Area::AllScreens
+                                                          : ScreenSource::Area::OneScreen);
+    return ScreenshotCapture::captureInBackground(captureTool());
 }
 
 CaptureTool Application::captureTool() const

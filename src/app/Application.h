@@ -19,6 +19,7 @@
 #include "platform/TerminationSignals.h"
 #include "query/PermissionChecker.h"
 #include "query/ProxyQueryService.h"
+#include "query/ScreenshotCapture.h"
 
 #include <QCoreApplication>
 #include <QNetworkAccessManager>
@@ -51,6 +52,8 @@ private:
     std::unique_ptr<OverlayPresenter> makeOverlay(const VantiroConfig &config);
     std::unique_ptr<MenuBarController> makeMenuBar();
     /// The platform's capture tool with arguments for the screens selected in the settings.
+    /// Takes one picture as the settings say.
+    QFuture<ScreenshotCapture::Outcome> capture();
     CaptureTool captureTool() const;
     AppDelegate::Collaborators collaborators();
     DeviceFields deviceFields() const;

@@ -31,11 +31,19 @@ std::size_t contiguousStride(const Bitmap &bitmap)
     return stride;
 }
 
+int pixelFormat(const Bitmap &bitmap)
+{
+    if (bitmap.order == Bitmap::Order::Bgr)
+        return bitmap.channels == 4 ? TJPF_BGRX : TJPF_BGR;
+    return bitmap.channels == 4 ? TJPF_RGBX : TJPF_RGB;
+}
+
 Bitmap compacted(const Bitmap &bitmap)
 {
     Bitmap copy = Bitmap::create(bitmap.width, bitmap.height, bitmap.channels);
     if (copy.isNull())
         return copy;
+    copy.order = bitmap.order;
     std::uint8_t *out = copy.buffers.front().get();
     for (const std::uint8_t *row : bitmap.rows) {
         std::memcpy(out, row, bitmap.rowBytes());
@@ -61,8 +69,7 @@ QByteArray encodeJpeg(const Bitmap &bitmap, int quality)
     unsigned long size = 0;
     const int status = tjCompress2(encoder.get(), bitmap.rows.front(), bitmap.width,
                                    static_cast<int>(bitmap.rowBytes()), bitmap.height,
-                                   bitmap.channels == 4 ? TJPF_RGBX : TJPF_RGB, &buffer, &size,
-                                   TJSAMP_420, quality, TJFLAG_ACCURATEDCT);
+                                   pixelFormat(bitmap), &buffer, &size, TJSAMP_420, quality, TJFLAG_ACCURATEDCT);
     const std::unique_ptr<unsigned char, BufferDeleter> owner(buffer);
     if (status != 0 || buffer == nullptr)
         return {};

@@ -320,6 +320,7 @@ Bitmap resampleLanczos(const Bitmap &source, int targetWidth, int targetHeight, 
     Bitmap target = Bitmap::create(targetWidth, targetHeight, 3);
     if (target.isNull() || source.isNull())
         return {};
+    target.order = source.order;
     const auto vertical =
         LanczosTable::create(source.height, targetHeight, LanczosKernels::verticalMultiple);
     const auto horizontal =

@@ -24,8 +24,11 @@ const QString screenRecording = QStringLiteral("screen-recording");
 } // namespace
 
 PermissionChecker::PermissionChecker(Permissions &permissions, Vocabulary vocabulary,
-                                     QObject *parent)
-    : QObject(parent), m_permissions(permissions), m_vocabulary(std::move(vocabulary))
+                                     ScreenSource *screen, QObject *parent)
+    : QObject(parent)
+    , m_permissions(permissions)
+    , m_vocabulary(std::move(vocabulary))
+    , m_screen(screen)
 {
     m_permissions.onChanged([this] { retest(); });
 }
@@ -48,6 +51,8 @@ void PermissionChecker::checkAccessibility()
 
 void PermissionChecker::checkScreenRecording()
 {
+    if (m_screen)
+        return checkScreenAccess();
     const bool granted = m_permissions.isScreenRecordingGranted();
     logStatus(screenRecordingGranted, granted);
     if (granted)
@@ -56,6 +61,32 @@ void PermissionChecker::checkScreenRecording()
     setProblem(screenRecording, QStringLiteral("**Screen Recording permission not granted.** "
                                                "Captures will be blank or fail silently. ") +
                                     m_vocabulary.screenRecordingAdvice);
+}
+
+void PermissionChecker::checkScreenAccess()
+{
+    const ScreenSource::Access access = m_screen->access();
+    if (access == m_screenAccess)
+        return;
+    m_screenAccess = access;
+    switch (access) {
+    case ScreenSource::Access::Unknown:
+    case ScreenSource::Access::NotAsked:
+        // Not a problem yet: the desktop asks before the first picture.
+        setProblem(screenRecording, {});
+        break;
+    case ScreenSource::Access::Granted:
+        logStatus(screenRecordingGranted, true);
+        setProblem(screenRecording, {});
+        break;
+    case ScreenSource::Access::Refused:
+    case ScreenSource::Access::Unavailable:
+        logStatus(screenRecordingGranted, false);
+        setProblem(screenRecording,
+                   QStringLiteral("**Quellora cannot take pictures of the screen.** ") +
+                       m_screen->advice());
+        break;
+    }
 }
 
 void PermissionChecker::setProblem(const QString &subject, const QString &line)
@@ -81,7 +112,9 @@ void PermissionChecker::retest()
         logStatus(accessibilityTrusted, true);
         setProblem(accessibility, {});
     }
-    if (has(screenRecording) && m_permissions.isScreenRecordingGranted()) {
+    if (m_screen)
+        checkScreenAccess();
+    else if (has(screenRecording) && m_permissions.isScreenRecordingGranted()) {
         logStatus(screenRecordingGranted, true);
         setProblem(screenRecording, {});
     }

@@ -2,6 +2,7 @@
 
 #include "backend/Records.h"
 #include "platform/Platform.h"
+#include "platform/ScreenSource.h"
 
 #include <QList>
 #include <QObject>
@@ -18,7 +19,10 @@ class PermissionChecker : public QObject
     Q_OBJECT
 public:
     /// @param vocabulary platform-specific advice for the user
-    PermissionChecker(Permissions &permissions, Vocabulary vocabulary, QObject *parent = nullptr);
+    /// @param screen decides about the screen recording permission where pictures are taken through
+    ///        it; else null
+    PermissionChecker(Permissions &permissions, Vocabulary vocabulary,
+                      ScreenSource *screen = nullptr, QObject *parent = nullptr);
     ~PermissionChecker() override;
 
     /// Id of the message, independent of its content.
@@ -48,11 +52,14 @@ private:
         QString line;
     };
 
+    void checkScreenAccess();
     bool has(const QString &subject) const;
     void rebuild();
 
     Permissions &m_permissions;
     Vocabulary m_vocabulary;
+    ScreenSource *m_screen;
+    ScreenSource::Access m_screenAccess = ScreenSource::Access::Unknown;
     /// In order of discovery; at most one per subject.
     QList<Problem> m_problems;
     std::optional<AdminMessagePayload> m_pending;

@@ -9,6 +9,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QFutureWatcher>
 #include <QProcess>
 #include <QPromise>
 #include <QScopeGuard>
@@ -106,6 +107,31 @@ QThreadPool &capturePool()
     return *pool;
 }
 
+/// Scales, checks and encodes one picture.
+/// @param originalKind what @p originalSizeBytes counts, for the log
+Outcome encode(Bitmap original, qint64 originalSizeBytes, const QString &originalKind)
+{
+    const Bitmap bitmap = ScreenshotCapture::resizeIfNeeded(std::move(original));
+    if (ScreenshotCapture::isNearBlackFrame(bitmap)) {
+        Log::event(QStringLiteral("[ScreenshotCapture] Discarding near-black capture "
+                                  "(protected/DRM content suspected)"));
+        return tl::unexpected(CaptureError{Kind::ProtectedContent, {}, 0});
+    }
+    ScreenshotCapture::Result result;
+    result.jpegData = encodeJpeg(bitmap, jpegQuality);
+    result.originalSizeBytes = originalSizeBytes;
+    if (result.jpegData.isEmpty())
+        return tl::unexpected(CaptureError{Kind::JpegEncodeFailed, {}, 0});
+    Log::event(QStringLiteral("[ScreenshotCapture] Captured %1 bytes %2 -> %3 bytes JPEG "
+                              "(%4x%5)")
+                   .arg(result.originalSizeBytes)
+                   .arg(originalKind)
+                   .arg(result.jpegData.size())
+                   .arg(bitmap.width)
+                   .arg(bitmap.height));
+    return result;
+}
+
 /// @param png receives the tool's file: releasing a large one takes milliseconds, so the caller
 ///        does it after delivering the result
 Outcome capture(const CaptureTool &tool, const ScreenshotCapture::IsCancelled &isCancelled,
@@ -123,23 +149,29 @@ Outcome capture(const CaptureTool &tool, const ScreenshotCapture::IsCancelled &i
     auto decoded = decodePng(png.bytes);
     if (!decoded)
         return tl::unexpected(CaptureError{Kind::ImageDecodeFailed, {}, 0});
-    const Bitmap bitmap = ScreenshotCapture::resizeIfNeeded(*std::move(decoded));
-    if (ScreenshotCapture::isNearBlackFrame(bitmap)) {
-        Log::event(QStringLiteral("[ScreenshotCapture] Discarding near-black capture "
-                                  "(protected/DRM content suspected)"));
-        return tl::unexpected(CaptureError{Kind::ProtectedContent, {}, 0});
+    return encode(*std::move(decoded), png.bytes.size(), QStringLiteral("PNG"));
+}
+
+CaptureError::Kind errorKind(ScreenSource::Failure::Kind kind)
+{
+    switch (kind) {
+    case ScreenSource::Failure::Kind::Refused:
+        return Kind::Refused;
+    case ScreenSource::Failure::Kind::Unavailable:
+        return Kind::Unavailable;
+    case ScreenSource::Failure::Kind::Failed:
+        return Kind::SourceFailed;
     }
-    ScreenshotCapture::Result result;
-    result.jpegData = encodeJpeg(bitmap, jpegQuality);
-    result.originalSizeBytes = png.bytes.size();
-    if (result.jpegData.isEmpty())
-        return tl::unexpected(CaptureError{Kind::JpegEncodeFailed, {}, 0});
-    Log::event(QStringLiteral("[ScreenshotCapture] Captured %1 bytes PNG -> %2 bytes JPEG (%3x%4)")
-                   .arg(result.originalSizeBytes)
-                   .arg(result.jpegData.size())
-                   .arg(bitmap.width)
-                   .arg(bitmap.height));
-    return result;
+    Q_UNREACHABLE();
+}
+
+Outcome encodePicture(const QImage &picture)
+{
+    const qint64 pixelBytes = qint64{picture.width()} * picture.height() * picture.depth() / 8;
+    Bitmap bitmap = Bitmap::fromImage(picture);
+    if (bitmap.isNull())
+        return tl::unexpected(CaptureError{Kind::ImageDecodeFailed, {}, 0});
+    return encode(std::move(bitmap), pixelBytes, QStringLiteral("of pixels"));
 }
 
 } // namespace
@@ -159,6 +191,9 @@ QString ScreenshotCapture::CaptureError::description() const
         return QStringLiteral(
             "Captured content appears to be protected (DRM) — near-uniform black frame");
     case Kind::FileRead:
+    case Kind::Refused:
+    case Kind::Unavailable:
+    case Kind::SourceFailed:
         return detail;
     }
     Q_UNREACHABLE();
@@ -174,6 +209,38 @@ QFuture<Outcome> ScreenshotCapture::captureInBackground(const CaptureTool &tool)
             tool, [&] { return promise->isCanceled(); }, png));
         promise->finish();
     });
+    return promise->future();
+}
+
+QFuture<Outcome> ScreenshotCapture::captureInBackground(ScreenSource &source,
+                                                        ScreenSource::Area area)
+{
+    const auto promise = std::make_shared<QPromise<Outcome>>();
+    promise->start();
+    QFuture<ScreenSource::Picture> picture = source.take(area);
+    // Forwards the cancellation; deletes itself when the outcome is there.
+    auto *outcome = new QFutureWatcher<Outcome>;
+    QObject::connect(outcome, &QFutureWatcherBase::canceled, outcome,
+                     [picture]() mutable { picture.cancel(); });
+    QObject::connect(outcome, &QFutureWatcherBase::finished, outcome, &QObject::deleteLater);
+    outcome->setFuture(promise->future());
+    auto *taken = new QFutureWatcher<ScreenSource::Picture>(outcome);
+    QObject::connect(taken, &QFutureWatcherBase::finished, taken, [taken, promise] {
+        if (taken->isCanceled() || promise->isCanceled()) {
+            promise->future().cancel();
+            promise->finish();
+            return;
+        }
+        // The pixels are released after the result has been delivered, which takes milliseconds.
+        capturePool().start([promise, picture = taken->future().takeResult()] {
+            promise->addResult(picture ? encodePicture(*picture)
+                                       : tl::unexpected(CaptureError{
+                                             errorKind(picture.error().kind),
+                                             picture.error().reason, 0}));
+            promise->finish();
+        });
+    });
+    taken->setFuture(picture);
     return promise->future();
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/Platform.h"
+#include "platform/ScreenSource.h"
 #include "query/Bitmap.h"
 
 #include <QByteArray>
@@ -13,15 +14,17 @@
 
 namespace quellora {
 
-/// Takes one screenshot with the capture tool, rejects near-black frames, scales to a width of at
-/// most 1280 pixels and encodes JPEG. Stateless; several captures may run at once.
+/// Takes one screenshot with the capture tool or through the desktop, rejects near-black frames,
+/// scales to a width of at most 1280 pixels and encodes JPEG. Stateless; several captures may run at
+/// once.
 class ScreenshotCapture
 {
 public:
     struct Result
     {
         QByteArray jpegData;
-        /// Size in bytes of the PNG written by the tool.
+        /// Size in bytes of the PNG written by the tool; of a picture taken in this process, the
+        /// size of its pixels.
         qint64 originalSizeBytes = 0;
     };
 
@@ -35,6 +38,10 @@ public:
             ProtectedContent,
             /// The tool's file could not be read; `detail` is the error text.
             FileRead,
+            // Of the screen source; `detail` says in a sentence what the user can do.
+            Refused,
+            Unavailable,
+            SourceFailed,
         };
         Kind kind = Kind::ImageDecodeFailed;
         QString detail;
@@ -53,6 +60,11 @@ public:
     /// Captures on a worker thread. Thread-safe. Cancelling the future kills the tool and removes
     /// its file; the future then has no result.
     static QFuture<Outcome> captureInBackground(const CaptureTool &tool);
+
+    /// Captures through @p source, which must outlive the future; scales and encodes on a worker
+    /// thread. Main thread only. Cancelling the future cancels the picture; the future then has no
+    /// result.
+    static QFuture<Outcome> captureInBackground(ScreenSource &source, ScreenSource::Area area);
 
     /// Runs the tool, which writes @p path, and waits for it without a timeout; kills it once
     /// @p isCancelled returns true. Death by a signal is reported as an exit with the signal's

@@ -9,6 +9,19 @@
 
 using namespace quellora;
 
+namespace {
+
+class FakeScreenSource : public ScreenSource
+{
+public:
+    QFuture<Picture> take(Area) override { return {}; }
+    Access access() const override { return current; }
+    QString advice() const override { return QStringLiteral("Advice."); }
+    Access current = Access::Unknown;
+};
+
+} // namespace
+
 class TestPermissions : public QObject
 {
     Q_OBJECT
@@ -54,6 +67,38 @@ private Q_SLOTS:
         QCOMPARE(system.requests, 1);
         QVERIFY(log.contains("[PermissionChecker] Accessibility permission trusted: false"));
         QVERIFY(log.contains("[PermissionChecker] Screen Recording permission granted: false"));
+    }
+
+    void screenSourceDecidesAboutPictures()
+    {
+        using Access = ScreenSource::Access;
+        FakePermissions system;
+        system.screenRecording = false;
+        FakeScreenSource source;
+        PermissionChecker checker(system, Vocabulary::linuxDesktop(), &source);
+        LogCapture log;
+        const auto set = [&](Access access) {
+            source.current = access;
+            system.handler();
+        };
+        checker.checkScreenRecording();
+        set(Access::NotAsked);
+        // The desktop asks at the first picture.
+        QVERIFY(checker.problemLines().isEmpty() && log.lines.isEmpty());
+        const QStringList problem{"**Quellora cannot take pictures of the screen.** Advice."};
+        set(Access::Refused);
+        QCOMPARE(checker.problemLines(), problem);
+        set(Access::Refused);
+        QCOMPARE(log.lines,
+                 QStringList{"[PermissionChecker] Screen Recording permission granted: false"});
+        set(Access::Granted);
+        QVERIFY(checker.problemLines().isEmpty() && !checker.pendingAdminMessage());
+        QCOMPARE(log.lines.last(), "[PermissionChecker] Screen Recording permission granted: true");
+        set(Access::Unavailable);
+        QCOMPARE(checker.problemLines(), problem);
+        set(Access::NotAsked);
+        QVERIFY(checker.problemLines().isEmpty());
+        QCOMPARE(system.requests, 0);
     }
 
     void grantingPermissionRemovesOnlyItsLine()

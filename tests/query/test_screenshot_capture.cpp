@@ -11,11 +11,14 @@
 #include <QImageReader>
 #include <QObject>
 #include <QProcess>
+#include <QPromise>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
 
 #include <memory>
+#include <optional>
+#include <vector>
 
 using namespace quellora;
 using Kind = ScreenshotCapture::CaptureError::Kind;
@@ -26,6 +29,33 @@ namespace {
 ScreenshotCapture::Outcome capture(const CaptureTool &tool)
 {
     return ScreenshotCapture::captureInBackground(tool).result();
+}
+
+/// A screen source whose pictures the test delivers.
+class FakeScreenSource : public ScreenSource
+{
+public:
+    QFuture<Picture> take(Area area) override
+    {
+        areas << area;
+        promises.emplace_back().start();
+        return promises.back().future();
+    }
+    void deliver(std::size_t index, Picture picture)
+    {
+        promises.at(index).addResult(std::move(picture));
+        promises.at(index).finish();
+    }
+    QList<Area> areas;
+    std::vector<QPromise<Picture>> promises;
+};
+
+/// Waits for an outcome while the event loop runs.
+std::optional<ScreenshotCapture::Outcome> wait(const QFuture<ScreenshotCapture::Outcome> &future)
+{
+    if (!QTest::qWaitFor([&] { return future.isFinished(); }) || future.resultCount() == 0)
+        return std::nullopt;
+    return future.result();
 }
 
 QRgb testPattern(int x, int y)
@@ -71,6 +101,15 @@ private Q_SLOTS:
     void cancelledCaptureLeavesNoFile();
     void capturesInBackground();
     void capturesInParallel();
+    void pictureFromSource_data();
+    void pictureFromSource();
+    void sourceFailure_data();
+    void sourceFailure();
+    void darkPictureFromSource();
+    void emptyPictureFromSource();
+    void cancelledPictureFromSource();
+    void sourceThatGivesUp();
+    void severalPicturesFromSource();
 
 private:
     /// A tool that runs a shell script with the output path as $3.
@@ -141,6 +180,9 @@ void TestScreenshotCapture::descriptions_data()
     row("protected", Kind::ProtectedContent,
         "Captured content appears to be protected (DRM) — near-uniform black frame");
     row("file", Kind::FileRead, "why");
+    row("refused", Kind::Refused, "why");
+    row("unavailable", Kind::Unavailable, "why");
+    row("source", Kind::SourceFailed, "why");
 }
 
 void TestScreenshotCapture::descriptions()
@@ -455,6 +497,154 @@ void TestScreenshotCapture::capturesInParallel()
     QList<int> statuses{one.result().error().exitStatus, two.result().error().exitStatus};
     std::sort(statuses.begin(), statuses.end());
     QCOMPARE(statuses, (QList<int>{11, 12}));
+}
+
+void TestScreenshotCapture::pictureFromSource_data()
+{
+    QTest::addColumn<QImage::Format>("format");
+    QTest::addColumn<QSize>("screen");
+    QTest::addColumn<QSize>("sent");
+    QTest::addColumn<int>("pixelBytes");
+    const QSize small(1280, 800);
+    const QSize large(2560, 1600);
+    QTest::newRow("RGB32") << QImage::Format_RGB32 << small << small << 4;
+    QTest::newRow("scaled RGB32") << QImage::Format_RGB32 << large << small << 4;
+    QTest::newRow("ARGB32 premultiplied")
+        << QImage::Format_ARGB32_Premultiplied << large << small << 4;
+    QTest::newRow("RGBX8888") << QImage::Format_RGBX8888 << large << small << 4;
+    QTest::newRow("RGBA8888") << QImage::Format_RGBA8888_Premultiplied << small << small << 4;
+    QTest::newRow("RGB888") << QImage::Format_RGB888 << large << small << 3;
+    QTest::newRow("BGR888") << QImage::Format_BGR888 << large << small << 3;
+    QTest::newRow("BGR888 of one width") << QImage::Format_BGR888 << QSize(999, 9) << QSize(999, 9)
+                                         << 3;
+    QTest::newRow("converted") << QImage::Format_RGB16 << small << small << 2;
+}
+
+void TestScreenshotCapture::pictureFromSource()
+{
+    QFETCH(QImage::Format, format);
+    QFETCH(QSize, screen);
+    QFETCH(QSize, sent);
+    QFETCH(int, pixelBytes);
+    FakeScreenSource source;
+    const auto future =
+        ScreenshotCapture::captureInBackground(source, ScreenSource::Area::AllScreens);
+    QCOMPARE(source.areas, QList{ScreenSource::Area::AllScreens});
+    QImage image(screen, QImage::Format_RGB32);
+    // Red above blue: swapped channels would show.
+    image.fill(Qt::red);
+    for (int y = screen.height() / 2; y < screen.height(); ++y) {
+        for (int x = 0; x < screen.width(); ++x)
+            image.setPixel(x, y, qRgb(0, 0, 255));
+    }
+    source.deliver(0, image.convertToFormat(format));
+    const auto outcome = wait(future);
+    QVERIFY(outcome && outcome->has_value());
+    const qint64 bytes = qint64{screen.width()} * screen.height() * pixelBytes;
+    QCOMPARE((*outcome)->originalSizeBytes, bytes);
+    const QImage jpeg = QImage::fromData((*outcome)->jpegData, "JPG");
+    QCOMPARE(jpeg.size(), sent);
+    const QColor above = jpeg.pixelColor(sent.width() / 2, 1);
+    const QColor below = jpeg.pixelColor(sent.width() / 2, sent.height() - 2);
+    QVERIFY(above.red() > 240 && above.blue() < 16);
+    QVERIFY(below.blue() > 240 && below.red() < 16);
+    QCOMPARE(m_log->lines,
+             QStringList{QStringLiteral("[ScreenshotCapture] Captured %1 bytes of pixels -> %2 "
+                                        "bytes JPEG (%3x%4)")
+                             .arg(bytes)
+                             .arg((*outcome)->jpegData.size())
+                             .arg(sent.width())
+                             .arg(sent.height())});
+}
+
+void TestScreenshotCapture::sourceFailure_data()
+{
+    QTest::addColumn<int>("failure");
+    QTest::addColumn<int>("kind");
+    using Failure = ScreenSource::Failure::Kind;
+    QTest::newRow("refused") << int(Failure::Refused) << int(Kind::Refused);
+    QTest::newRow("unavailable") << int(Failure::Unavailable) << int(Kind::Unavailable);
+    QTest::newRow("failed") << int(Failure::Failed) << int(Kind::SourceFailed);
+}
+
+void TestScreenshotCapture::sourceFailure()
+{
+    QFETCH(int, failure);
+    QFETCH(int, kind);
+    FakeScreenSource source;
+    const auto future =
+        ScreenshotCapture::captureInBackground(source, ScreenSource::Area::OneScreen);
+    source.deliver(0, tl::unexpected(ScreenSource::Failure{
+                          static_cast<ScreenSource::Failure::Kind>(failure),
+                          QStringLiteral("why")}));
+    const auto outcome = wait(future);
+    QVERIFY(outcome && !outcome->has_value());
+    QCOMPARE(int(outcome->error().kind), kind);
+    QCOMPARE(outcome->error().description(), QStringLiteral("why"));
+}
+
+void TestScreenshotCapture::darkPictureFromSource()
+{
+    FakeScreenSource source;
+    const auto future =
+        ScreenshotCapture::captureInBackground(source, ScreenSource::Area::OneScreen);
+    QImage image(640, 480, QImage::Format_RGB32);
+    image.fill(Qt::black);
+    source.deliver(0, image);
+    const auto outcome = wait(future);
+    QVERIFY(outcome && !outcome->has_value());
+    QCOMPARE(outcome->error().kind, Kind::ProtectedContent);
+}
+
+void TestScreenshotCapture::emptyPictureFromSource()
+{
+    FakeScreenSource source;
+    const auto future =
+        ScreenshotCapture::captureInBackground(source, ScreenSource::Area::OneScreen);
+    source.deliver(0, QImage());
+    const auto outcome = wait(future);
+    QVERIFY(outcome && !outcome->has_value());
+    QCOMPARE(outcome->error().kind, Kind::ImageDecodeFailed);
+}
+
+void TestScreenshotCapture::cancelledPictureFromSource()
+{
+    FakeScreenSource source;
+    auto future = ScreenshotCapture::captureInBackground(source, ScreenSource::Area::OneScreen);
+    future.cancel();
+    QTRY_VERIFY(source.promises.front().isCanceled());
+    source.promises.front().finish();
+    QTRY_VERIFY(future.isFinished());
+    QCOMPARE(future.resultCount(), 0);
+    QVERIFY(m_log->lines.isEmpty());
+}
+
+void TestScreenshotCapture::sourceThatGivesUp()
+{
+    FakeScreenSource source;
+    const auto future =
+        ScreenshotCapture::captureInBackground(source, ScreenSource::Area::OneScreen);
+    source.promises.clear();
+    QTRY_VERIFY(future.isFinished());
+    QVERIFY(future.isCanceled());
+}
+
+void TestScreenshotCapture::severalPicturesFromSource()
+{
+    FakeScreenSource source;
+    QList<QFuture<ScreenshotCapture::Outcome>> futures;
+    for (int i = 0; i < 3; ++i)
+        futures << ScreenshotCapture::captureInBackground(source, ScreenSource::Area::OneScreen);
+    for (int i : {2, 0, 1}) {
+        QImage image(100 + i, 50, QImage::Format_RGB32);
+        image.fill(Qt::white);
+        source.deliver(static_cast<std::size_t>(i), image);
+    }
+    for (int i = 0; i < 3; ++i) {
+        const auto outcome = wait(futures.at(i));
+        QVERIFY(outcome && outcome->has_value());
+        QCOMPARE(QImage::fromData((*outcome)->jpegData, "JPG").width(), 100 + i);
+    }
 }
 
 QUELLORA_TEST(QCoreApplication, TestScreenshotCapture)

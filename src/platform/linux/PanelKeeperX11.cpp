@@ -12,6 +12,8 @@
 namespace quellora {
 namespace {
 
+constexpr auto opacityProperty = "_NET_WM_WINDOW_OPACITY";
+
 xcb_window_t focusedWindow(const X11Connection &x11)
 {
     const XcbPtr<xcb_get_input_focus_reply_t> reply(
@@ -53,6 +55,14 @@ void PanelKeeperX11::keepCaptureExclusion()
 {
     m_excluded = true;
     apply();
+}
+
+void PanelKeeperX11::setVeiled(bool isVeiled)
+{
+    if (m_veiled == isVeiled)
+        return;
+    m_veiled = isVeiled;
+    applyVeil();
 }
 
 void PanelKeeperX11::keepClickThrough(const QRect &responseRect)
@@ -105,6 +115,7 @@ bool PanelKeeperX11::eventFilter(QObject *watched, QEvent *event)
         break;
     case QEvent::Show:
         // Sent before the native window is mapped, while its properties still determine its state.
+        Q_EMIT showing();
         apply();
         break;
     case QEvent::Hide:
@@ -126,8 +137,23 @@ void PanelKeeperX11::apply()
         return;
     if (m_excluded)
         setCardinal(m_x11, native, captureExclusionProperty, 1);
+    if (m_veiled)
+        applyVeil();
     applyTraits();
     applyShape();
+}
+
+void PanelKeeperX11::applyVeil()
+{
+    const xcb_window_t native = nativeWindow(m_window);
+    if (native == XCB_NONE)
+        return;
+    if (m_veiled)
+        setCardinal(m_x11, native, opacityProperty, 0);
+    else
+        // The panel itself never uses the property: it draws its own opacity.
+        xcb_delete_property(m_x11.get(), native, m_x11.atom(opacityProperty));
+    m_x11.flush();
 }
 
 void PanelKeeperX11::applyTraits()

@@ -24,6 +24,11 @@ public:
 
     void keepTraits();
     void keepCaptureExclusion();
+    bool isExcludedFromCapture() const { return m_excluded; }
+    /// Makes the window fully transparent through the compositor, or visible again. It stays mapped,
+    /// so it keeps the focus, the pointer's grab and its shape. No effect without a compositor that
+    /// honours `_NET_WM_WINDOW_OPACITY`.
+    void setVeiled(bool isVeiled);
     /// @param responseRect in points; if empty, the whole window receives events
     void keepClickThrough(const QRect &responseRect);
     /// Gives the window the focus. Hiding the focused window returns the focus to the previous
@@ -37,17 +42,23 @@ public:
 
     bool eventFilter(QObject *watched, QEvent *event) override;
 
+Q_SIGNALS:
+    /// The window is about to be mapped.
+    void showing();
+
 private:
     PanelKeeperX11(const X11Connection &x11, QWindow &window);
     void apply();
     void applyTraits();
     void applyShape();
+    void applyVeil();
     void restoreFocusAfterHide();
 
     X11Connection m_x11;
     QWindow &m_window;
     bool m_traits = false;
     bool m_excluded = false;
+    bool m_veiled = false;
     QRect m_responseRect;
     bool m_shaped = false;
     xcb_window_t m_previousFocus = XCB_NONE;

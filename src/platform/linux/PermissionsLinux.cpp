@@ -1,5 +1,7 @@
 #include "platform/linux/PermissionsLinux.h"
 
+#include "platform/ScreenSource.h"
+
 #include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
@@ -23,9 +25,27 @@ PermissionsLinux::Session PermissionsLinux::currentSession()
 PermissionsLinux::PermissionsLinux(Session session, const QString &busAddress)
     : m_bus(QStringLiteral("permissions"), session == Session::Wayland ? busAddress : QString())
     , m_hasShortcuts(session == Session::X11)
-    , m_hasScreenshots(session == Session::X11)
+    , m_session(session)
 {
     connect(&m_bus, &SessionBusLinux::connected, this, &PermissionsLinux::watchPortal);
+}
+
+bool PermissionsLinux::isScreenRecordingGranted() const
+{
+    if (m_session == Session::X11)
+        return true;
+    return m_screenSource && m_screenSource->access() == ScreenSource::Access::Granted;
+}
+
+void PermissionsLinux::setScreenSource(ScreenSource *source)
+{
+    m_screenSource = source;
+    if (!source)
+        return;
+    source->onAccessChanged([this] {
+        if (m_handler)
+            m_handler();
+    });
 }
 
 void PermissionsLinux::watchPortal()
@@ -48,7 +68,6 @@ void PermissionsLinux::portalChanged(const QString &, const QString &, const QSt
 void PermissionsLinux::queryPortals()
 {
     queryPortal(QStringLiteral("org.freedesktop.portal.GlobalShortcuts"), m_hasShortcuts);
-    queryPortal(QStringLiteral("org.freedesktop.portal.Screenshot"), m_hasScreenshots);
 }
 
 void PermissionsLinux::queryPortal(const QString &portal, bool &available)

@@ -25,7 +25,10 @@ public:
     static Session currentSession();
 
     bool isAccessibilityTrusted() const override { return m_hasShortcuts; }
-    bool isScreenRecordingGranted() const override { return m_hasScreenshots; }
+    bool isScreenRecordingGranted() const override;
+    /// Takes the permission for pictures from @p source, and its handler. Without one, there is none
+    /// in a Wayland session.
+    void setScreenSource(ScreenSource *source);
     /// Does nothing: the portal prompts on each use, X11 never prompts.
     void requestScreenRecording() override {}
     void onChanged(std::function<void()> handler) override { m_handler = std::move(handler); }
@@ -42,7 +45,8 @@ private:
 
     SessionBusLinux m_bus;
     bool m_hasShortcuts;
-    bool m_hasScreenshots;
+    Session m_session;
+    ScreenSource *m_screenSource = nullptr;
     std::function<void()> m_handler;
 };
 

@@ -12,7 +12,14 @@ PlatformX11::PlatformX11(const X11Connection &x11, PermissionsLinux::Session ses
     , m_permissions(session)
     , m_statusArea(x11)
     , m_shell(x11)
-{}
+{
+    if (session == PermissionsLinux::Session::X11)
+        return;
+    m_veil = std::make_unique<PanelVeilX11>(x11);
+    m_screenSource =
+        std::make_unique<PortalScreenSource>(*m_veil, [this] { return m_veil->screenLayout(); });
+    m_permissions.setScreenSource(m_screenSource.get());
+}
 
 CaptureTool PlatformX11::captureTool() const
 {

@@ -9,8 +9,10 @@
 #include "platform/linux/DeviceInfoLinux.h"
 #include "platform/linux/GlobalHotkeysX11.h"
 #include "platform/linux/NotificationsLinux.h"
+#include "platform/linux/PanelVeilX11.h"
 #include "platform/linux/PanelWindowX11.h"
 #include "platform/linux/PermissionsLinux.h"
+#include "platform/linux/PortalScreenSource.h"
 #include "platform/linux/ShortcutGuideLinux.h"
 #include "platform/linux/StatusAreaLinux.h"
 #include "platform/linux/WorkspaceLinux.h"
@@ -37,6 +39,8 @@ public:
     DesktopSession &desktopSession() override { return m_desktopSession; }
     Notifications &notifications() override { return m_notifications; }
     CaptureTool captureTool() const override;
+    /// Of a Wayland session: the X server shows the windows of its own clients only.
+    ScreenSource *screenSource() override { return m_screenSource.get(); }
     Vocabulary vocabulary() const override { return Vocabulary::linuxDesktop(); }
     ShortcutGuide shortcutGuide() const override { return ShortcutGuideLinux::current(); }
     QString applicationSupportDirectory() const override;
@@ -47,6 +51,8 @@ private:
     GlobalHotkeysX11 m_globalHotkeys;
     EventFilterKeyMonitor m_keyMonitor;
     PermissionsLinux m_permissions;
+    std::unique_ptr<PanelVeilX11> m_veil;
+    std::unique_ptr<PortalScreenSource> m_screenSource;
     AppearanceLinux m_appearance;
     WorkspaceLinux m_workspace;
     StatusAreaLinux m_statusArea;

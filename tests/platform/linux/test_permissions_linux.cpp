@@ -1,3 +1,4 @@
+#include "platform/ScreenSource.h"
 #include "platform/linux/PermissionsLinux.h"
 #include "support/TestProgram.h"
 
@@ -17,7 +18,6 @@ namespace {
 const QString portalService = QStringLiteral("org.freedesktop.portal.Desktop");
 const QString portalPath = QStringLiteral("/org/freedesktop/portal/desktop");
 const QString shortcutsInterface = QStringLiteral("org.freedesktop.portal.GlobalShortcuts");
-const QString screenshotInterface = QStringLiteral("org.freedesktop.portal.Screenshot");
 
 /// A desktop portal that implements the interfaces in `versions`.
 class FakePortal : public QDBusVirtualObject
@@ -45,6 +45,17 @@ public:
     QMap<QString, uint> versions;
     bool isSilent = false;
     int calls = 0;
+};
+
+class FakeScreenSource : public ScreenSource
+{
+public:
+    QFuture<Picture> take(Area) override { return {}; }
+    Access access() const override { return current; }
+    void onAccessChanged(std::function<void()> newHandler) override { handler = newHandler; }
+
+    Access current = Access::Unknown;
+    std::function<void()> handler;
 };
 
 } // namespace
@@ -90,48 +101,59 @@ private Q_SLOTS:
         QThreadPool::globalInstance()->waitForDone();
         // Calls arrive in order: any call from the X11 object would have been counted, too.
         PermissionsLinux other(PermissionsLinux::Session::Wayland, m_address);
-        QTRY_COMPARE(m_portal->calls, 2);
+        QTRY_COMPARE(m_portal->calls, 1);
     }
 
-    void portalVersionsGrantPermissions_data()
+    void portalVersionGrantsShortcuts_data()
     {
         QTest::addColumn<bool>("hasShortcuts");
-        QTest::addColumn<bool>("hasScreenshots");
-        QTest::newRow("both") << true << true;
-        QTest::newRow("screenshots only") << false << true;
-        QTest::newRow("shortcuts only") << true << false;
-        QTest::newRow("neither") << false << false;
+        QTest::newRow("with") << true;
+        QTest::newRow("without") << false;
     }
-    void portalVersionsGrantPermissions()
+    void portalVersionGrantsShortcuts()
     {
         QFETCH(bool, hasShortcuts);
-        QFETCH(bool, hasScreenshots);
         if (hasShortcuts)
             m_portal->versions.insert(shortcutsInterface, 1);
-        if (hasScreenshots)
-            m_portal->versions.insert(screenshotInterface, 2);
         registerPortal();
         PermissionsLinux permissions(PermissionsLinux::Session::Wayland, m_address);
         int changes = 0;
         permissions.onChanged([&changes] { ++changes; });
         QVERIFY(!permissions.isAccessibilityTrusted());
-        QVERIFY(!permissions.isScreenRecordingGranted());
-        QTRY_COMPARE(m_portal->calls, 2);
-        QTRY_COMPARE(changes, int(hasShortcuts) + int(hasScreenshots));
+        QTRY_COMPARE(m_portal->calls, 1);
+        QTRY_COMPARE(changes, int(hasShortcuts));
         QCOMPARE(permissions.isAccessibilityTrusted(), hasShortcuts);
-        QCOMPARE(permissions.isScreenRecordingGranted(), hasScreenshots);
+    }
+
+    void sourceDecidesAboutPictures()
+    {
+        using Access = ScreenSource::Access;
+        PermissionsLinux permissions(PermissionsLinux::Session::Wayland, QString());
+        QVERIFY(!permissions.isScreenRecordingGranted());
+        FakeScreenSource source;
+        permissions.setScreenSource(&source);
+        for (const Access access :
+             {Access::Unknown, Access::NotAsked, Access::Refused, Access::Unavailable}) {
+            source.current = access;
+            QVERIFY(!permissions.isScreenRecordingGranted());
+        }
+        source.current = Access::Granted;
+        QVERIFY(permissions.isScreenRecordingGranted());
+        int changes = 0;
+        permissions.onChanged([&changes] { ++changes; });
+        source.handler();
+        QCOMPARE(changes, 1);
     }
 
     void portalStartedLaterIsQueried()
     {
-        m_portal->versions = {{shortcutsInterface, 1}, {screenshotInterface, 1}};
+        m_portal->versions = {{shortcutsInterface, 1}};
         PermissionsLinux permissions(PermissionsLinux::Session::Wayland, m_address);
         QThreadPool::globalInstance()->waitForDone();
         QCoreApplication::processEvents();
         QVERIFY(!permissions.isAccessibilityTrusted());
         registerPortal();
         QTRY_VERIFY(permissions.isAccessibilityTrusted());
-        QTRY_VERIFY(permissions.isScreenRecordingGranted());
     }
 
     void unresponsivePortalGrantsNothingWithoutBlocking()
@@ -141,7 +163,7 @@ private Q_SLOTS:
         QElapsedTimer timer;
         timer.start();
         PermissionsLinux permissions(PermissionsLinux::Session::Wayland, m_address);
-        QTRY_COMPARE(m_portal->calls, 2);
+        QTRY_COMPARE(m_portal->calls, 1);
         QVERIFY(!permissions.isAccessibilityTrusted());
         QVERIFY(timer.elapsed() < 5000);
     }
