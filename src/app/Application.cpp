@@ -152,18 +152,16 @@ std::unique_ptr<OverlayPresenter> Application::makeOverlay(const VantiroConfig &
         OverlayWindowController::Collaborators{
             *m_platform, m_settings, *m_defaults, m_notifications, m_session, m_queries, m_engine,
             std::move(view), QUrl(QStringLiteral("qrc:/qt/qml/Quellora/Page/ResponseView.qml")),
-            &m_saver, m_endpoints,
-            [this] { return capture(); },
-            &QCoreApplication::quit, m_hotkeys, &m_library, &m_permissions});
+            &m_saver, m_endpoints, [this] { return capture(); }, &QCoreApplication::quit, m_hotkeys,
+            &m_library, &m_permissions});
 }
 
 QFuture<ScreenshotCapture::Outcome> Application::capture()
 {
     if (ScreenSource *source = m_platform->screenSource())
-        return ScreenshotCapture::captureInBackground(*source,
-                                                      m_settings.captureAllScreens()
-                                                          ? ScreenSource::Area::AllScreens
-                                                          : ScreenSource::Area::OneScreen);
+        return ScreenshotCapture::captureInBackground(*source, m_settings.captureAllScreens()
+                                                                   ? ScreenSource::Area::AllScreens
+                                                                   : ScreenSource::Area::OneScreen);
     return ScreenshotCapture::captureInBackground(captureTool());
 }
 

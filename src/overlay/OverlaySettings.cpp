@@ -80,7 +80,8 @@ void OverlaySettings::attach(const Targets &targets, const BackendEndpoints &end
 void OverlaySettings::watchScreens()
 {
     const auto update = [this] {
-        m_model.setScreenChoiceOffered((m_platform.screenSource() || !m_platform.captureTool().allScreensArguments.isEmpty()) &&
+        m_model.setScreenChoiceOffered((m_platform.screenSource() ||
+                                        !m_platform.captureTool().allScreensArguments.isEmpty()) &&
                                        QGuiApplication::screens().size() > 1);
     };
     // Queued because QGuiApplication::screens() is updated after the signal.

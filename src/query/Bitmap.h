@@ -9,8 +9,8 @@
 
 namespace quellora {
 
-/// An image of interleaved 8-bit samples: three colours (3 channels) or three colours and an ignored
-/// byte (4 channels).
+/// An image of interleaved 8-bit samples: three colours (3 channels) or three colours and an
+/// ignored byte (4 channels).
 ///
 /// Rows may point into the encoded file or another owner of pixels, which the bitmap then keeps
 /// alive. Movable, not copyable.

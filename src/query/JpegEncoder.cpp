@@ -67,9 +67,10 @@ QByteArray encodeJpeg(const Bitmap &bitmap, int quality)
         return {};
     unsigned char *buffer = nullptr;
     unsigned long size = 0;
-    const int status = tjCompress2(encoder.get(), bitmap.rows.front(), bitmap.width,
-                                   static_cast<int>(bitmap.rowBytes()), bitmap.height,
-                                   pixelFormat(bitmap), &buffer, &size, TJSAMP_420, quality, TJFLAG_ACCURATEDCT);
+    const int status =
+        tjCompress2(encoder.get(), bitmap.rows.front(), bitmap.width,
+                    static_cast<int>(bitmap.rowBytes()), bitmap.height, pixelFormat(bitmap),
+                    &buffer, &size, TJSAMP_420, quality, TJFLAG_ACCURATEDCT);
     const std::unique_ptr<unsigned char, BufferDeleter> owner(buffer);
     if (status != 0 || buffer == nullptr)
         return {};

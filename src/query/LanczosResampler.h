@@ -8,8 +8,9 @@
 namespace quellora {
 
 /// Downscales @p source with a three-lobed Lanczos filter, which is stretched by the scale factor
-/// to prevent aliasing and normalised at the edges. The result has three channels in the same order; samples differ
-/// from exact arithmetic by at most one. Null if the allocation fails. Sizes are in pixels.
+/// to prevent aliasing and normalised at the edges. The result has three channels in the same
+/// order; samples differ from exact arithmetic by at most one. Null if the allocation fails. Sizes
+/// are in pixels.
 ///
 /// Processes up to @p threads bands in parallel and blocks until all are done. The target must not
 /// be wider or higher than the source.

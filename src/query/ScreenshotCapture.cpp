@@ -233,10 +233,10 @@ QFuture<Outcome> ScreenshotCapture::captureInBackground(ScreenSource &source,
         }
         // The pixels are released after the result has been delivered, which takes milliseconds.
         capturePool().start([promise, picture = taken->future().takeResult()] {
-            promise->addResult(picture ? encodePicture(*picture)
-                                       : tl::unexpected(CaptureError{
-                                             errorKind(picture.error().kind),
-                                             picture.error().reason, 0}));
+            promise->addResult(picture
+                                   ? encodePicture(*picture)
+                                   : tl::unexpected(CaptureError{errorKind(picture.error().kind),
+                                                                 picture.error().reason, 0}));
             promise->finish();
         });
     });

@@ -15,8 +15,8 @@
 namespace quellora {
 
 /// Takes one screenshot with the capture tool or through the desktop, rejects near-black frames,
-/// scales to a width of at most 1280 pixels and encodes JPEG. Stateless; several captures may run at
-/// once.
+/// scales to a width of at most 1280 pixels and encodes JPEG. Stateless; several captures may run
+/// at once.
 class ScreenshotCapture
 {
 public:

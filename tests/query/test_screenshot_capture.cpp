@@ -515,8 +515,8 @@ void TestScreenshotCapture::pictureFromSource_data()
     QTest::newRow("RGBA8888") << QImage::Format_RGBA8888_Premultiplied << small << small << 4;
     QTest::newRow("RGB888") << QImage::Format_RGB888 << large << small << 3;
     QTest::newRow("BGR888") << QImage::Format_BGR888 << large << small << 3;
-    QTest::newRow("BGR888 of one width") << QImage::Format_BGR888 << QSize(999, 9) << QSize(999, 9)
-                                         << 3;
+    QTest::newRow("BGR888 of one width")
+        << QImage::Format_BGR888 << QSize(999, 9) << QSize(999, 9) << 3;
     QTest::newRow("converted") << QImage::Format_RGB16 << small << small << 2;
 }
 
@@ -574,9 +574,9 @@ void TestScreenshotCapture::sourceFailure()
     FakeScreenSource source;
     const auto future =
         ScreenshotCapture::captureInBackground(source, ScreenSource::Area::OneScreen);
-    source.deliver(0, tl::unexpected(ScreenSource::Failure{
-                          static_cast<ScreenSource::Failure::Kind>(failure),
-                          QStringLiteral("why")}));
+    source.deliver(
+        0, tl::unexpected(ScreenSource::Failure{static_cast<ScreenSource::Failure::Kind>(failure),
+                                                QStringLiteral("why")}));
     const auto outcome = wait(future);
     QVERIFY(outcome && !outcome->has_value());
     QCOMPARE(int(outcome->error().kind), kind);

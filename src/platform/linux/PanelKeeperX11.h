@@ -25,9 +25,9 @@ public:
     void keepTraits();
     void keepCaptureExclusion();
     bool isExcludedFromCapture() const { return m_excluded; }
-    /// Makes the window fully transparent through the compositor, or visible again. It stays mapped,
-    /// so it keeps the focus, the pointer's grab and its shape. No effect without a compositor that
-    /// honours `_NET_WM_WINDOW_OPACITY`.
+    /// Makes the window fully transparent through the compositor, or visible again. It stays
+    /// mapped, so it keeps the focus, the pointer's grab and its shape. No effect without a
+    /// compositor that honours `_NET_WM_WINDOW_OPACITY`.
     void setVeiled(bool isVeiled);
     /// @param responseRect in points; if empty, the whole window receives events
     void keepClickThrough(const QRect &responseRect);

@@ -71,9 +71,8 @@ bool PanelVeilX11::isNeeded() const
 ScreenLayout PanelVeilX11::screenLayout() const
 {
     const QList<PanelKeeperX11 *> all = keepers();
-    const QScreen *chosen = all.isEmpty()
-                                ? QGuiApplication::primaryScreen()
-                                : static_cast<QWindow *>(all.first()->parent())->screen();
+    const QScreen *chosen = all.isEmpty() ? QGuiApplication::primaryScreen()
+                                          : static_cast<QWindow *>(all.first()->parent())->screen();
     ScreenLayout layout;
     const QList<QScreen *> screens = QGuiApplication::screens();
     for (const QScreen *screen : screens) {

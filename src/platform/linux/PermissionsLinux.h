@@ -26,8 +26,8 @@ public:
 
     bool isAccessibilityTrusted() const override { return m_hasShortcuts; }
     bool isScreenRecordingGranted() const override;
-    /// Takes the permission for pictures from @p source, and its handler. Without one, there is none
-    /// in a Wayland session.
+    /// Takes the permission for pictures from @p source, and its handler. Without one, there is
+    /// none in a Wayland session.
     void setScreenSource(ScreenSource *source);
     /// Does nothing: the portal prompts on each use, X11 never prompts.
     void requestScreenRecording() override {}

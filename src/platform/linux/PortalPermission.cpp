@@ -69,8 +69,9 @@ QString PortalPermission::currentAppId()
 QString PortalPermission::appId(const QByteArray &controlGroup)
 {
     // "app[-LAUNCHER]-ID-RANDOM.scope" or "app[-LAUNCHER]-ID[@RANDOM].service"
-    static const QRegularExpression unit(QStringLiteral(
-        R"(/app-(?:[A-Za-z0-9]+-)?([^/]+?)(?:-[A-Za-z0-9]*\.scope|(?:@[A-Za-z0-9]*|-autostart)?\.service)(?:/|$))"),
+    static const QRegularExpression unit(
+        QStringLiteral(
+            R"(/app-(?:[A-Za-z0-9]+-)?([^/]+?)(?:-[A-Za-z0-9]*\.scope|(?:@[A-Za-z0-9]*)?\.service)(?:/|$))"),
         QRegularExpression::MultilineOption);
     const QRegularExpressionMatch match = unit.match(QString::fromUtf8(controlGroup));
     return match.hasMatch() ? unescaped(match.captured(1)) : QString();
@@ -107,8 +108,8 @@ void PortalPermission::portalChanged(const QString &, const QString &before, con
 
 void PortalPermission::queryPortal()
 {
-    QDBusMessage get =
-        PortalRequest::call(QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"));
+    QDBusMessage get = PortalRequest::call(QStringLiteral("org.freedesktop.DBus.Properties"),
+                                           QStringLiteral("Get"));
     get << portal << QStringLiteral("version");
     auto *watcher = new QDBusPendingCallWatcher(m_bus->asyncCall(get), this);
     connect(watcher, &QDBusPendingCallWatcher::finished, this,

@@ -14,7 +14,8 @@ namespace quellora {
 
 /// The permission to take pictures through the Screenshot portal, as far as this program can know:
 /// whether the desktop has the portal, the answer that the desktop's permission store keeps
-/// (table and id "screenshot"), and the outcome of the last picture. Asynchronous. Main thread only.
+/// (table and id "screenshot"), and the outcome of the last picture. Asynchronous. Main thread
+/// only.
 class PortalPermission : public QObject
 {
     Q_OBJECT

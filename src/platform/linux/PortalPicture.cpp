@@ -87,7 +87,9 @@ QRect chosenPart(const QSize &picture, const ScreenLayout &layout)
     if (std::abs(all.height() * scale - picture.height()) > shapeTolerance)
         return whole;
     const QRect screen = layout.screens.at(layout.chosen).translated(-all.topLeft());
-    const auto scaled = [scale](int length) { return static_cast<int>(std::lround(length * scale)); };
+    const auto scaled = [scale](int length) {
+        return static_cast<int>(std::lround(length * scale));
+    };
     const QPoint corner(scaled(screen.x()), scaled(screen.y()));
     const QPoint end(scaled(screen.x() + screen.width()), scaled(screen.y() + screen.height()));
     return QRect(corner, QSize(end.x() - corner.x(), end.y() - corner.y())) & whole;

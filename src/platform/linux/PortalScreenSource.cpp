@@ -24,8 +24,8 @@ void log(const QString &message)
 
 } // namespace
 
-/// One picture, or the question for the permission. Deletes itself at the end, which shows the panel
-/// again and finishes the future.
+/// One picture, or the question for the permission. Deletes itself at the end, which shows the
+/// panel again and finishes the future.
 class PortalScreenSource::Shot : public QObject
 {
 public:
@@ -184,8 +184,8 @@ private:
                     promise->addResult(part.size() == image->size() ? *std::move(image)
                                                                     : image->copy(part));
                 } else {
-                    promise->addResult(tl::unexpected(
-                        Failure{Failure::Kind::Failed, std::move(image).error()}));
+                    promise->addResult(
+                        tl::unexpected(Failure{Failure::Kind::Failed, std::move(image).error()}));
                 }
                 promise->finish();
             });
@@ -293,9 +293,9 @@ ScreenSource::Failure PortalScreenSource::failure(Access access, const QString &
 {
     switch (access) {
     case Access::Refused:
-        return {Failure::Kind::Refused,
-                QStringLiteral("The desktop does not permit pictures of the screen. %1")
-                    .arg(advice())};
+        return {
+            Failure::Kind::Refused,
+            QStringLiteral("The desktop does not permit pictures of the screen. %1").arg(advice())};
     case Access::Unavailable:
         return {Failure::Kind::Unavailable,
                 QStringLiteral("The desktop offers no way to take a picture of the screen. %1")

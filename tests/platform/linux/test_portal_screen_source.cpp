@@ -56,12 +56,11 @@ public:
         }
         options << qdbus_cast<QVariantMap>(message.arguments().value(1));
         const QString sender = message.service().mid(1).replace(u'.', u'_');
-        handles << portalPath + QStringLiteral("/request/%1/%2")
-                                    .arg(sender, options.last()
-                                                     .value(QStringLiteral("handle_token"))
-                                                     .toString());
-        connection.send(
-            message.createReply(QVariant::fromValue(QDBusObjectPath(handles.last()))));
+        handles << portalPath +
+                       QStringLiteral("/request/%1/%2")
+                           .arg(sender,
+                                options.last().value(QStringLiteral("handle_token")).toString());
+        connection.send(message.createReply(QVariant::fromValue(QDBusObjectPath(handles.last()))));
         return true;
     }
     bool respond(uint code, const QVariantMap &results = {}, qsizetype index = -1)
@@ -87,20 +86,20 @@ public:
         if (message.member() != QStringLiteral("Lookup"))
             return false;
         ++lookups;
-        connection.send(answers.isEmpty()
-                            ? message.createErrorReply(
-                                  QStringLiteral("org.freedesktop.portal.Error.NotFound"),
-                                  QStringLiteral("nothing"))
-                            : message.createReply({QVariant::fromValue(answers), data()}));
+        connection.send(
+            answers.isEmpty()
+                ? message.createErrorReply(QStringLiteral("org.freedesktop.portal.Error.NotFound"),
+                                           QStringLiteral("nothing"))
+                : message.createReply({QVariant::fromValue(answers), data()}));
         return true;
     }
     bool change(const StoredAnswers &newAnswers, bool isDeleted = false,
                 const QString &id = QStringLiteral("screenshot"))
     {
         answers = newAnswers;
-        return emitSignal(storePath, storeService, QStringLiteral("Changed"),
-                          {QStringLiteral("screenshot"), id, isDeleted, data(),
-                           QVariant::fromValue(newAnswers)});
+        return emitSignal(
+            storePath, storeService, QStringLiteral("Changed"),
+            {QStringLiteral("screenshot"), id, isDeleted, data(), QVariant::fromValue(newAnswers)});
     }
 
     StoredAnswers answers;
@@ -136,7 +135,8 @@ protected:
         ++covers;
         done = std::move(newDone);
         if (isCoveredAtOnce)
-            QMetaObject::invokeMethod(this, [this] { finish(); }, Qt::QueuedConnection);
+            QMetaObject::invokeMethod(
+                this, [this] { finish(); }, Qt::QueuedConnection);
     }
     void uncover() override { ++uncovers; }
     void logDuration(qint64) override {}
@@ -264,8 +264,8 @@ private Q_SLOTS:
                                                             "screenshot ''");
         QTest::newRow("failed") << 2U << QStringLiteral("yes") << Kind::Failed
                                 << QStringLiteral("has not taken a picture");
-        QTest::newRow("failed for an unknown reason") << 2U << QString() << Kind::Failed
-                                                      << QStringLiteral("has not taken a picture");
+        QTest::newRow("failed for an unknown reason")
+            << 2U << QString() << Kind::Failed << QStringLiteral("has not taken a picture");
     }
     void failures()
     {
@@ -309,7 +309,8 @@ private Q_SLOTS:
     void missingBusIsUnavailable()
     {
         QFETCH(QString, address);
-        PortalScreenSource source(*m_veil, [] { return ScreenLayout(); }, address);
+        PortalScreenSource source(
+            *m_veil, [] { return ScreenLayout(); }, address);
         const auto future = source.take(ScreenSource::Area::OneScreen);
         QTRY_VERIFY(future.isFinished());
         QCOMPARE(future.result().error().kind, Kind::Unavailable);
@@ -408,11 +409,10 @@ private Q_SLOTS:
                 return false;
             }
         } forger(m_bus.address(), QStringLiteral("com.example.Forger"), QStringLiteral("/forger"));
-        QVERIFY(forger.emitSignal(m_portal->handles.last(),
-                                  QStringLiteral("org.freedesktop.portal.Request"),
-                                  QStringLiteral("Response"),
-                                  {0U, QVariantMap{{QStringLiteral("uri"),
-                                                    writePicture(QSize(5, 5))}}}));
+        QVERIFY(forger.emitSignal(
+            m_portal->handles.last(), QStringLiteral("org.freedesktop.portal.Request"),
+            QStringLiteral("Response"),
+            {0U, QVariantMap{{QStringLiteral("uri"), writePicture(QSize(5, 5))}}}));
         // Arrives after the forged one.
         QVERIFY(m_portal->respond(1));
         QTRY_VERIFY(future.isFinished());
@@ -468,9 +468,9 @@ private Q_SLOTS:
         const auto future = m_source->take(ScreenSource::Area::AllScreens);
         QTRY_COMPARE(m_portal->handles.size(), 1);
         const timespec past[2] = {{1'000'000, 0}, {1'000'000, 0}};
-        QCOMPARE(::utimensat(AT_FDCWD,
-                             QFile::encodeName(QUrl(uri).toLocalFile()).constData(), past, 0),
-                 0);
+        QCOMPARE(
+            ::utimensat(AT_FDCWD, QFile::encodeName(QUrl(uri).toLocalFile()).constData(), past, 0),
+            0);
         QVERIFY(m_portal->respond(0, {{QStringLiteral("uri"), uri}}));
         QTRY_VERIFY(future.isFinished());
         QCOMPARE(files().size(), 1);
@@ -593,7 +593,7 @@ private Q_SLOTS:
         row("escaped", "0::/a/app-gnome-org.example.Two\\x2dwords-4711.scope\n",
             "org.example.Two-words");
         row("KDE", "0::/a/app.slice/app-quellora@0a1b.service\n", "quellora");
-        row("autostart", "0::/a/app-quellora-autostart.service/x\n", "quellora");
+        row("autostart", "0::/a/app-quellora@autostart.service/x\n", "quellora");
         row("second line", "1:name=x:/\n0::/a/app-quellora-1.scope\n", "quellora");
         row("empty", "", "");
     }
@@ -621,10 +621,10 @@ private Q_SLOTS:
             << QSize(300, 100) << QList{QRect(0, 0, 100, 100), QRect(-200, 0, 200, 100)} << 1
             << QRect(0, 0, 200, 100);
         QTest::newRow("other shape") << QSize(3200, 2000) << pair << 1 << QRect(0, 0, 3200, 2000);
-        QTest::newRow("no such screen") << QSize(3200, 1080) << pair << 2
-                                        << QRect(0, 0, 3200, 1080);
-        QTest::newRow("empty screens") << QSize(3200, 1080) << QList{QRect(), QRect()} << 0
-                                       << QRect(0, 0, 3200, 1080);
+        QTest::newRow("no such screen")
+            << QSize(3200, 1080) << pair << 2 << QRect(0, 0, 3200, 1080);
+        QTest::newRow("empty screens")
+            << QSize(3200, 1080) << QList{QRect(), QRect()} << 0 << QRect(0, 0, 3200, 1080);
     }
     void chosenPart()
     {
