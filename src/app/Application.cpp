@@ -59,6 +59,7 @@ Application::Application(std::unique_ptr<SingleInstance> instance)
     initializeUi();
     prepareQmlEngine(m_engine);
     followMotion(m_engine, m_platform->appearance());
+    followTextScale(m_engine, m_platform->appearance());
     Platform::setDisplayLossHandler(&EmergencyExit::exitNow);
 }
 

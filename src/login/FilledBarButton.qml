@@ -2,7 +2,7 @@ import QtQuick
 import QtQuick.Controls.Basic as Basic
 import Quellora.Ui
 
-/// A full-width button with a filled background.
+/// A full-width button with a filled background, 40 pixels high, more with larger text.
 Basic.AbstractButton {
     id: control
 
@@ -23,6 +23,7 @@ Basic.AbstractButton {
             control.clicked()
     }
 
+    implicitHeight: 40 + Tokens.growth(20)
     hoverEnabled: true
     focusPolicy: Qt.TabFocus
 
@@ -53,7 +54,12 @@ Basic.AbstractButton {
             Label {
                 anchors.verticalCenter: parent.verticalCenter
                 text: control.text
-                type: TypeTokens { size: 14; line: 20; weight: control.weight }
+                type: TypeTokens {
+                    scale: Tokens.textScale
+                    designSize: 14
+                    designLine: 20
+                    weight: control.weight
+                }
                 // Opaque colour blended with the surface instead of a translucent text.
                 color: Tokens.blend(Tokens.login.surface, control.textColor,
                                     control.waiting ? 0.75 : control.opacityFactor)

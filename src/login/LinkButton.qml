@@ -2,7 +2,7 @@ import QtQuick
 import QtQuick.Controls.Basic as Basic
 import Quellora.Ui
 
-/// A link, 28 pixels high, optionally preceded by plain text.
+/// A link, 28 pixels high, more with larger text, optionally preceded by plain text.
 Basic.AbstractButton {
     id: control
 
@@ -14,8 +14,8 @@ Basic.AbstractButton {
     property int role: Accessible.Link
     property int weight: Font.Normal
 
-    height: 28
-    implicitHeight: 28
+    height: implicitHeight
+    implicitHeight: 28 + Tokens.growth(16)
     implicitWidth: row.implicitWidth + 4
     hoverEnabled: true
     focusPolicy: Qt.TabFocus

@@ -71,9 +71,6 @@ void LoginWindowController::createWindow()
                        Qt::WindowCloseButtonHint);
     m_window->setColor(QColor::fromRgbF(0.07451f, 0.07451f, 0.07451f));
     m_window->setResizeMode(QQuickView::SizeRootObjectToView);
-    m_window->setMinimumSize(contentSize);
-    m_window->setMaximumSize(contentSize);
-    m_window->resize(contentSize);
     // After sign-in the hidden window exists until its controller is deleted, so it must not keep
     // graphics resources.
     m_window->setPersistentGraphics(false);
@@ -83,6 +80,11 @@ void LoginWindowController::createWindow()
     m_window->setSource(QUrl(QStringLiteral("qrc:/qt/qml/Quellora/Login/LoginView.qml")));
     if (m_window->status() != QQuickView::Ready)
         qFatal("The sign-in form could not be loaded");
+    fitWindow();
+    // Larger text needs a larger form.
+    const QQuickItem *form = m_window->rootObject();
+    connect(form, &QQuickItem::implicitWidthChanged, this, &LoginWindowController::fitWindow);
+    connect(form, &QQuickItem::implicitHeightChanged, this, &LoginWindowController::fitWindow);
     const Capability ordinary = m_collaborators.shell.makeOrdinary(*m_window);
     if (ordinary.state() == Capability::State::Unsupported)
         log(QStringLiteral("WARNING: ") + ordinary.reason());
@@ -91,10 +93,28 @@ void LoginWindowController::createWindow()
     qApp->installEventFilter(this);
 }
 
+void LoginWindowController::fitWindow()
+{
+    const QQuickItem *form = m_window->rootObject();
+    QSize size = QSizeF(form->implicitWidth(), form->implicitHeight()).toSize();
+    if (const QScreen *screen = m_window->screen()) {
+        // Room for the title bar and borders of usual themes.
+        constexpr QSize frame(16, 48);
+        size = size.boundedTo((screen->availableGeometry().size() - frame).expandedTo(contentSize));
+    }
+    if (size == m_window->minimumSize() && size == m_window->maximumSize())
+        return;
+    // The limits must not contradict each other in between.
+    m_window->setMinimumSize({});
+    m_window->setMaximumSize(size);
+    m_window->setMinimumSize(size);
+    m_window->resize(size);
+}
+
 void LoginWindowController::showWindow()
 {
     if (const QScreen *screen = m_window->screen()) {
-        QRect area(QPoint(0, 0), contentSize);
+        QRect area(QPoint(0, 0), m_window->size());
         area.moveCenter(screen->availableGeometry().center());
         m_window->setPosition(area.topLeft());
     }

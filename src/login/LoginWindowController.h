@@ -41,7 +41,7 @@ public:
         std::function<void()> quit;
     };
 
-    /// Size of the window's content in logical pixels.
+    /// Size of the window's content in logical pixels at the normal text size.
     static constexpr QSize contentSize{420, 480};
 
     explicit LoginWindowController(Collaborators collaborators, QObject *parent = nullptr);
@@ -69,6 +69,8 @@ protected:
 
 private:
     void createWindow();
+    /// Gives the window the form's size, or as much of it as the screen has room for.
+    void fitWindow();
     void open(const QUrl &url);
     void openSignInPage();
     void endGoogleSignIn();

@@ -1,26 +1,44 @@
 #include "overlay/OverlayGeometry.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 
 namespace quellora {
 
-QRectF OverlayGeometry::responseRect(const QSizeF &window, double bottomPanelsHeight)
+namespace {
+
+/// Line height of the strip's controls.
+constexpr double stripLine = 16;
+/// Share of the layout that text takes: how much the compact thresholds follow the text size.
+constexpr double textShare = 0.6;
+
+} // namespace
+
+double OverlayGeometry::scaledStripHeight(double textScale)
+{
+    return stripHeight + std::max(std::round(stripLine * textScale) - stripLine, 0.0);
+}
+
+QRectF OverlayGeometry::responseRect(const QSizeF &window, double bottomPanelsHeight,
+                                     double textScale)
 {
     const double height =
-        std::max(window.height() - barHeight - stripHeight - bottomPanelsHeight, 0.0);
+        std::max(availablePanelsHeight(window, textScale) - bottomPanelsHeight, 0.0);
     return {0, window.height() - bottomPanelsHeight - height,
             std::max(window.width() - responseScrollbarWidth, 0.0), height};
 }
 
-double OverlayGeometry::availablePanelsHeight(const QSizeF &window)
+double OverlayGeometry::availablePanelsHeight(const QSizeF &window, double textScale)
 {
-    return std::max(window.height() - barHeight - stripHeight, 0.0);
+    return std::max(window.height() - barHeight - scaledStripHeight(textScale), 0.0);
 }
 
-bool OverlayGeometry::isCompact(const QSizeF &window)
+bool OverlayGeometry::isCompact(const QSizeF &window, double textScale)
 {
-    return window.width() < compactBelowWidth || window.height() < compactBelowHeight;
+    const double growth = 1 + textShare * (std::max(textScale, 1.0) - 1);
+    return window.width() < compactBelowWidth * growth ||
+           window.height() < compactBelowHeight * growth;
 }
 
 QPoint OverlayGeometry::initialPosition(const QRect &visibleArea, const QPointF &offset,

@@ -12,7 +12,7 @@
 namespace quellora {
 
 /// Layout constants and geometry of the overlay, in points, with y downward unless stated
-/// otherwise.
+/// otherwise. The constants are those of the normal text size.
 struct OverlayGeometry
 {
     static constexpr int minWindowWidth = 320;
@@ -26,10 +26,15 @@ struct OverlayGeometry
     static constexpr double compactBelowHeight = 420;
 
     /// The answer's rectangle in the window, which clicks pass through.
-    static QRectF responseRect(const QSizeF &window, double bottomPanelsHeight);
+    /// @param textScale factor of the text size, here and below
+    static QRectF responseRect(const QSizeF &window, double bottomPanelsHeight,
+                               double textScale = 1);
+    /// Height of the strip with its text.
+    static double scaledStripHeight(double textScale);
     /// Height shared by the answer and the bottom panels.
-    static double availablePanelsHeight(const QSizeF &window);
-    static bool isCompact(const QSizeF &window);
+    static double availablePanelsHeight(const QSizeF &window, double textScale = 1);
+    /// Whether the window is too small for the full layout; larger text needs a larger window.
+    static bool isCompact(const QSizeF &window, double textScale = 1);
     /// Top-left corner of a panel whose bottom-left corner is at @p offset from the bottom-left
     /// corner of the screen's available area. In @p offset, y grows upward.
     static QPoint initialPosition(const QRect &visibleArea, const QPointF &offset,

@@ -306,19 +306,35 @@ void OverlayModel::setBottomPanelsHeight(double points)
     updateClickThrough();
 }
 
+void OverlayModel::setTextScale(double factor)
+{
+    if (factor == m_textScale)
+        return;
+    m_textScale = factor;
+    // Whether the window is compact and how high the panels may be depends on it as well.
+    Q_EMIT windowSizeChanged();
+    Q_EMIT geometryChanged();
+    updateClickThrough();
+}
+
+double OverlayModel::stripHeight() const
+{
+    return OverlayGeometry::scaledStripHeight(m_textScale);
+}
+
 double OverlayModel::availablePanelsHeight() const
 {
-    return OverlayGeometry::availablePanelsHeight(m_windowSize);
+    return OverlayGeometry::availablePanelsHeight(m_windowSize, m_textScale);
 }
 
 bool OverlayModel::isCompact() const
 {
-    return OverlayGeometry::isCompact(m_windowSize);
+    return OverlayGeometry::isCompact(m_windowSize, m_textScale);
 }
 
 QRectF OverlayModel::responseRect() const
 {
-    return OverlayGeometry::responseRect(m_windowSize, m_bottomPanelsHeight);
+    return OverlayGeometry::responseRect(m_windowSize, m_bottomPanelsHeight, m_textScale);
 }
 
 QRect OverlayModel::clickThroughRect() const

@@ -48,6 +48,9 @@ class OverlayModel : public QObject
     Q_PROPERTY(bool isMenuOpen READ isMenuOpen NOTIFY isMenuOpenChanged)
     Q_PROPERTY(bool isCompact READ isCompact NOTIFY windowSizeChanged)
     Q_PROPERTY(QRectF responseRect READ responseRect NOTIFY geometryChanged)
+    /// Set by the view.
+    Q_PROPERTY(double textScale READ textScale WRITE setTextScale NOTIFY geometryChanged)
+    Q_PROPERTY(double stripHeight READ stripHeight NOTIFY geometryChanged)
 
 public:
     enum class Activity { Idle, Capturing, Waiting, Streaming };
@@ -130,6 +133,10 @@ public:
     void setWindowSize(const QSizeF &size);
     void setBottomPanelsHeight(double points);
     double bottomPanelsHeight() const { return m_bottomPanelsHeight; }
+    double textScale() const { return m_textScale; }
+    /// Factor of the text size, on which the layout depends.
+    void setTextScale(double factor);
+    double stripHeight() const;
     double availablePanelsHeight() const;
     bool isCompact() const;
     QRectF responseRect() const;
@@ -174,7 +181,7 @@ Q_SIGNALS:
     void usageChanged();
     void isMenuOpenChanged();
     void windowSizeChanged();
-    /// The window size or the height of the bottom panels has changed.
+    /// The window size, the height of the bottom panels or the text size has changed.
     void geometryChanged();
     void clickThroughRectChanged();
 
@@ -209,6 +216,7 @@ private:
     bool m_isSheetOpen = false;
     QSizeF m_windowSize;
     double m_bottomPanelsHeight = 0;
+    double m_textScale = 1;
     QRect m_lastClickThroughRect;
 };
 

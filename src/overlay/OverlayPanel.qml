@@ -116,7 +116,7 @@ FocusScope {
 
     Item {
         width: parent.width
-        height: 72
+        height: strip.y + strip.height
         clip: true
 
         Rectangle {
@@ -171,7 +171,12 @@ FocusScope {
         compact: root.compact
         y: 34
         width: parent.width
-        height: 38
+        height: root.overlay.stripHeight
+    }
+    Binding {
+        target: root.overlay
+        property: "textScale"
+        value: Tokens.textScale
     }
     Item {
         id: area
@@ -207,6 +212,11 @@ FocusScope {
             target: response.item
             property: "reducedMotion"
             value: Tokens.reducedMotion
+        }
+        Binding {
+            target: response.item
+            property: "textScale"
+            value: Tokens.textScale
         }
     }
     ResponseScrollbarView {

@@ -29,7 +29,9 @@ FocusScope {
         return notSaved.visible ? notSaved : usage.visible ? usage : back.visible ? back : stop.visible ? stop : copy.visible ? copy : null
     }
 
-    implicitHeight: 38
+    implicitHeight: overlay.stripHeight
+    /// Height of a text above the hairline.
+    readonly property real textHeight: height - 1
 
     Item {
         id: drive
@@ -42,7 +44,7 @@ FocusScope {
         visible: (isSaving || strip.overlay.saveState === OverlayModel.Saved)
                  && strip.isThreadShown && strip.overlay.title.length > 0
         x: 12
-        y: 12
+        y: Math.round((strip.textHeight - height) / 2)
         width: 14
         height: 14
         Accessible.role: Accessible.Graphic
@@ -64,7 +66,7 @@ FocusScope {
         objectName: "notSaved"
         visible: strip.overlay.saveState === OverlayModel.Failed
         x: 5
-        y: 5
+        y: Math.round((strip.height - height) / 2)
         iconName: strip.isNarrow ? "triangle-alert" : "hard-drive"
         iconSize: 14
         foreground: Tokens.frame.dangerText
@@ -78,7 +80,7 @@ FocusScope {
         objectName: "notSavedWords"
         visible: notSaved.visible && !strip.isNarrow
         x: 34
-        height: 37
+        height: strip.textHeight
         text: qsTr("Not saved")
         type: Tokens.control
         color: Tokens.frame.dangerText
@@ -90,7 +92,7 @@ FocusScope {
                  && !(strip.compact && notSaved.visible)
         x: strip.textStart
         width: Math.max(0, right.x - 12 - x)
-        height: 37
+        height: strip.textHeight
         text: strip.overlay.title.length > 0 ? strip.overlay.title : qsTr("Ready")
         color: strip.overlay.title.length > 0 ? Tokens.frame.text : Tokens.frame.dimText
         type: Tokens.body
@@ -103,13 +105,13 @@ FocusScope {
         visible: strip.isNoticeShown
         x: strip.textStart
         width: Math.max(0, right.x - 12 - x)
-        height: 37
+        height: strip.textHeight
         // Screen readers announce it when it appears; it does not take focus.
         Accessible.role: Accessible.Notification
         Accessible.name: strip.overlay.notice
 
         Icon {
-            y: 12
+            y: Math.round((parent.height - height) / 2)
             size: 14
             name: "triangle-alert"
             color: Tokens.frame.warnText
@@ -133,7 +135,7 @@ FocusScope {
                                      ? 6 : 14
         x: strip.width - width - edge
         y: 5
-        height: 28
+        height: strip.height - 10
         spacing: strip.compact ? 6 : 8
 
         UsageBadge {
@@ -170,15 +172,15 @@ FocusScope {
             Spinner {
                 visible: strip.status === OverlayModel.Capturing
                          || strip.status === OverlayModel.Waiting
-                y: 7
+                y: Math.round((parent.height - height) / 2)
             }
             LiveDot {
                 visible: strip.status === OverlayModel.Streaming
-                y: 6
+                y: Math.round((parent.height - height) / 2)
             }
             Icon {
                 visible: strip.status === OverlayModel.Blocked
-                y: 7
+                y: Math.round((parent.height - height) / 2)
                 size: 14
                 name: "lock"
                 color: Tokens.frame.dangerText
@@ -245,6 +247,7 @@ FocusScope {
             objectName: "copyAnswer"
             property bool isDone: false
 
+            y: Math.round((right.height - height) / 2)
             visible: strip.status === OverlayModel.Answer
             iconName: isDone ? "check" : "copy"
             foreground: isDone ? "#4fcf8c" : defaultForeground()

@@ -15,7 +15,7 @@ Basic.AbstractButton {
 
     objectName: "usageBadge"
     text: qsTr("Usage %1%").arg(badge.overlay.usagePercent)
-    implicitHeight: 28
+    implicitHeight: 28 + Tokens.growth(16)
     implicitWidth: 10 + label.implicitWidth + (isBarShown ? 8 + 44 : 0) + 10
     hoverEnabled: true
     focusPolicy: Qt.TabFocus

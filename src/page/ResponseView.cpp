@@ -72,6 +72,14 @@ void ResponseView::setMotionReduced(bool isReduced)
     evaluate(pagescripts::motionScript(isReduced));
 }
 
+void ResponseView::setTextScale(double factor)
+{
+    if (factor == m_textScale)
+        return;
+    m_textScale = factor;
+    Q_EMIT textScaleChanged();
+}
+
 void ResponseView::attachTo(QQuickItem *container)
 {
     if (m_container == container)

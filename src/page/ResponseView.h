@@ -44,6 +44,7 @@ class ResponseView : public PageSurface
     QML_UNCREATABLE("Created by the overlay")
     Q_PROPERTY(QObject *profile READ profile CONSTANT)
     Q_PROPERTY(QObject *bridge READ bridge CONSTANT)
+    Q_PROPERTY(double textScale READ textScale WRITE setTextScale NOTIFY textScaleChanged)
 
 public:
     explicit ResponseView(QObject *parent = nullptr);
@@ -60,6 +61,9 @@ public:
     Q_INVOKABLE QVariantList userScripts() const;
     /// Turns animations off or on, in this page and in later ones.
     Q_INVOKABLE void setMotionReduced(bool isReduced);
+    /// Factor by which this page and later ones are enlarged or reduced.
+    double textScale() const { return m_textScale; }
+    void setTextScale(double factor);
 
     /// Called by the engine's item.
     Q_INVOKABLE bool mayNavigate(const QUrl &url);
@@ -73,6 +77,7 @@ Q_SIGNALS:
     /// The engine's item has been created.
     void engineStarted();
     void userScriptsChanged();
+    void textScaleChanged();
     /// Requests to the engine's item.
     void navigateTo(const QUrl &url);
     void scriptRequested(const QString &script, double token);
@@ -110,6 +115,7 @@ private:
     QSet<LoadId> m_expectedNavigations;
     bool m_loadReported = false;
     bool m_isMotionReduced = false;
+    double m_textScale = 1;
 };
 
 } // namespace quellora

@@ -9,6 +9,8 @@ Item {
     property ResponseHost host
     /// Disables animations in the page.
     property bool reducedMotion: false
+    /// Factor by which the page is enlarged or reduced.
+    property real textScale: 1
 
     Accessible.role: Accessible.Pane
     Accessible.name: qsTr("Response")
@@ -17,10 +19,15 @@ Item {
         if (!host)
             return;
         host.setMotionReduced(reducedMotion);
+        host.textScale = textScale;
         host.attachTo(root);
     }
     onReducedMotionChanged: {
         if (host)
             host.setMotionReduced(reducedMotion);
+    }
+    onTextScaleChanged: {
+        if (host)
+            host.textScale = textScale;
     }
 }

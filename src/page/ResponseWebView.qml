@@ -11,6 +11,8 @@ WebEngineView {
 
     profile: host.profile
     backgroundColor: "transparent"
+    // The page's lengths are all in pixels, so the whole page follows the text size.
+    zoomFactor: host.textScale
     Accessible.name: qsTr("Response")
 
     settings.accelerated2dCanvasEnabled: false

@@ -1,8 +1,5 @@
 #include "panels/BottomPanelsLayout.h"
 
-#include <algorithm>
-#include <cmath>
-
 namespace quellora {
 
 namespace {
@@ -13,19 +10,33 @@ constexpr int minimumLines = 2;
 constexpr int maximumLines = 5;
 /// Maximum height of a service card as a fraction of the available height.
 constexpr double maximumCardFraction = 0.4;
-/// Two lines of 18 points and the padding below them.
-constexpr double compactCardBodyHeight = 2 * 18 + 10;
 constexpr double modelListPad = 4;
 
 } // namespace
 
 double BottomPanelsLayout::promptHeight() const
 {
+    // The buttons below the text carry text as well.
+    const double buttons = growth(16);
     if (m_compact)
-        return compactPromptHeight;
+        return compactPromptHeight + growth(normalLineHeight) + buttons;
+    const double lineHeight = scaled(normalLineHeight);
     const double lines = std::clamp(std::round(m_promptTextHeight / lineHeight),
                                     double(minimumLines), double(maximumLines));
-    return minimumPromptHeight + (lines - minimumLines) * lineHeight;
+    return minimumPromptHeight + minimumLines * growth(normalLineHeight) + buttons +
+           (lines - minimumLines) * lineHeight;
+}
+
+double BottomPanelsLayout::attachmentHeight() const
+{
+    // One line beside the picture, or two.
+    return m_compact ? std::max(36.0, scaled(16) + 12) : std::max(56.0, 2 * scaled(16) + 12);
+}
+
+/// Two lines and the padding below them.
+double BottomPanelsLayout::compactCardBodyHeight() const
+{
+    return 2 * scaled(18) + 10;
 }
 
 double BottomPanelsLayout::fixedHeight() const
@@ -44,9 +55,9 @@ double BottomPanelsLayout::naturalCardHeight() const
         return 0;
     if (m_isCardCollapsed)
         return cardHeaderHeight();
-    const double limit = m_compact ? cardHeaderHeight() + compactCardBodyHeight
+    const double limit = m_compact ? cardHeaderHeight() + compactCardBodyHeight()
                                    : std::max(std::floor(m_availableHeight * maximumCardFraction),
-                                              cardHeaderHeight() + compactCardBodyHeight);
+                                              cardHeaderHeight() + compactCardBodyHeight());
     return std::min(cardHeaderHeight() + m_cardBodyHeight, limit);
 }
 
@@ -54,7 +65,7 @@ double BottomPanelsLayout::naturalModelListHeight() const
 {
     if (!m_isModelListOpen)
         return 0;
-    return std::clamp(m_modelCount, 0, maximumModelRows) * modelRowHeight + 2 * modelListPad;
+    return std::clamp(m_modelCount, 0, maximumModelRows) * modelRowHeight() + 2 * modelListPad;
 }
 
 double BottomPanelsLayout::otherRowsHeight() const
@@ -69,7 +80,7 @@ double BottomPanelsLayout::cardHeight() const
     if (natural <= cardHeaderHeight())
         return natural;
     const double room = maximumUpperHeight() - otherRowsHeight() - gap();
-    return std::clamp(room, std::min(natural, cardHeaderHeight() + compactCardBodyHeight), natural);
+    return std::clamp(room, std::min(natural, cardHeaderHeight() + compactCardBodyHeight()), natural);
 }
 
 bool BottomPanelsLayout::areCardsShown() const
@@ -84,7 +95,7 @@ double BottomPanelsLayout::modelListHeight() const
     if (natural <= 0 || areCardsShown())
         return natural;
     const double room = maximumUpperHeight() - gap();
-    return std::clamp(room, std::min(natural, modelRowHeight + 2 * modelListPad), natural);
+    return std::clamp(room, std::min(natural, modelRowHeight() + 2 * modelListPad), natural);
 }
 
 double BottomPanelsLayout::upperContentHeight() const

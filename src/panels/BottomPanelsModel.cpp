@@ -58,13 +58,28 @@ void BottomPanelsModel::setAdminMessage(const std::optional<AdminMessagePayload>
 {
     if (!assign(m_message, message))
         return;
-    StyledMarkdown::Style compact;
-    compact.lineHeight = 18;
-    compact.paragraphGap = 6;
-    const QString markdown = message ? message->bodyMarkdown : QString();
-    m_body = StyledMarkdown::fromMarkdown(markdown);
-    m_bodyCompact = StyledMarkdown::fromMarkdown(markdown, compact);
+    styleMessage();
     Q_EMIT messageChanged();
+}
+
+void BottomPanelsModel::setTextScale(double factor)
+{
+    if (!assign(m_textScale, factor))
+        return;
+    styleMessage();
+    Q_EMIT messageChanged();
+}
+
+void BottomPanelsModel::styleMessage()
+{
+    StyledMarkdown::Style regular;
+    regular.lineHeight = qRound(regular.lineHeight * m_textScale);
+    StyledMarkdown::Style compact;
+    compact.lineHeight = qRound(18 * m_textScale);
+    compact.paragraphGap = 6;
+    const QString markdown = m_message ? m_message->bodyMarkdown : QString();
+    m_body = StyledMarkdown::fromMarkdown(markdown, regular);
+    m_bodyCompact = StyledMarkdown::fromMarkdown(markdown, compact);
 }
 
 void BottomPanelsModel::setInformationalCollapsed(bool isCollapsed)

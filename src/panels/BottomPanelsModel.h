@@ -28,6 +28,8 @@ class BottomPanelsModel : public QObject
     /// Display text of each hot key ("Ctrl+Alt+Super+C") by the JSON key of its action.
     Q_PROPERTY(QVariantMap hotkeys READ hotkeys NOTIFY hotkeysChanged)
     Q_PROPERTY(double availableHeight READ availableHeight NOTIFY availableHeightChanged)
+    /// Set by the view: factor of the text size, for the lines of the message's body.
+    Q_PROPERTY(double textScale READ textScale WRITE setTextScale NOTIFY messageChanged)
 
     Q_PROPERTY(bool hasMessage READ hasMessage NOTIFY messageChanged)
     Q_PROPERTY(bool isMessageBlocking READ isMessageBlocking NOTIFY messageChanged)
@@ -71,6 +73,8 @@ public:
 
     const QVariantMap &hotkeys() const { return m_hotkeys; }
     double availableHeight() const { return m_availableHeight; }
+    double textScale() const { return m_textScale; }
+    void setTextScale(double factor);
     bool hasMessage() const { return m_message.has_value(); }
     QString messageId() const { return m_message ? m_message->id : QString(); }
     bool isMessageBlocking() const { return m_message && m_message->isBlocking(); }
@@ -156,6 +160,8 @@ Q_SIGNALS:
     void isPromptFocusedChanged();
 
 private:
+    /// Converts the message's body.
+    void styleMessage();
     void onUserPromptChanged();
 
     Settings &m_settings;
@@ -166,6 +172,7 @@ private:
     std::optional<AdminMessagePayload> m_message;
     StyledMarkdown m_body;
     StyledMarkdown m_bodyCompact;
+    double m_textScale = 1;
     bool m_isInformationalCollapsed = false;
     bool m_isBlocked = false;
     ModelListModel m_models;

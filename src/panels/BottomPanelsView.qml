@@ -36,6 +36,7 @@ FocusScope {
     BottomPanelsLayout {
         id: layout
         compact: view.compact
+        textScale: Tokens.textScale
         availableHeight: view.panels.availableHeight
         hasCard: view.panels.hasMessage
         isCardCollapsed: view.panels.isMessageCollapsed
@@ -48,6 +49,11 @@ FocusScope {
         promptTextHeight: prompt.textHeight
     }
 
+    Binding {
+        target: view.panels
+        property: "textScale"
+        value: Tokens.textScale
+    }
     Connections {
         target: view.panels.models
         function onCountChanged() {
@@ -107,6 +113,7 @@ FocusScope {
 
                 panels: view.panels
                 compact: view.compact
+                rowHeight: layout.modelRowHeight
                 y: firstLaunch.visible ? firstLaunch.y + firstLaunch.height + layout.gap
                                        : firstLaunch.y
                 width: parent.width

@@ -24,7 +24,8 @@ Card {
         readonly property bool fits: label.implicitWidth + 12 + keyCaps.width <= width
 
         width: parent ? parent.width : 0
-        height: fits ? 20 : 42
+        height: fits ? lineHeight : lineHeight + 22 + Tokens.growth(16)
+        readonly property real lineHeight: Math.max(20, label.height)
 
         Label {
             id: label
@@ -37,20 +38,20 @@ Card {
         Row {
             id: keyCaps
             x: row.fits ? row.width - width : 0
-            y: row.fits ? 1 : 22
+            y: row.fits ? Math.round((row.lineHeight - height) / 2) : row.lineHeight + 2
             spacing: 4
         }
     }
 
     component KeyCap: Kbd {
-        height: 18
+        height: 18 + Tokens.growth(16)
         pad: 6
         visible: text.length > 0
     }
 
     Icon {
         x: 14
-        y: 10
+        y: Math.round((title.height - height) / 2)
         name: "keyboard"
         color: card.theme.text
     }
@@ -58,7 +59,7 @@ Card {
         id: title
         x: 38
         width: card.width - x - 14
-        height: 36
+        height: 36 + Tokens.growth(20)
         text: qsTr("Shortcuts to start with")
         type: Tokens.section
         elide: Text.ElideRight
@@ -67,7 +68,7 @@ Card {
     Column {
         id: content
         x: card.compact ? 14 : 38
-        y: 35
+        y: title.height - 1
         width: card.width - x - 14
         spacing: 5
 
@@ -89,7 +90,7 @@ Card {
             height: hint.height + 12
 
             Icon {
-                y: 7
+                y: 5 + Math.round((hint.type.line - height) / 2)
                 size: 14
                 name: "mouse-pointer-click"
                 color: card.theme.dimText

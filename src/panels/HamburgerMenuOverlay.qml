@@ -19,9 +19,9 @@ FocusScope {
     readonly property bool isUrgent: tier === HamburgerMenuModel.Danger
                                      || tier === HamburgerMenuModel.Exceeded
     property bool byKeyboard: false
-    /// Row height, reduced in small windows so that all rows fit.
-    readonly property int rowHeight: Math.max(28, Math.min(
-        34, Math.floor((height - 36 - 4 - 92) / rows().length)))
+    /// Row height, reduced in small windows so that all rows fit; the menu scrolls if they still do not.
+    readonly property int rowHeight: Tokens.growth(20) + Math.max(28, Math.min(
+        34, Math.floor((height - 36 - 4 - 24 - usage.height) / rows().length) - Tokens.growth(20)))
 
     function rows() {
         return [history, settings, account, upgrade, signOut].filter(row => row.available)
@@ -31,6 +31,7 @@ FocusScope {
         const at = all.findIndex(row => row.activeFocus)
         const next = at < 0 ? 0 : (at + step + all.length) % all.length
         all[next].forceActiveFocus(Qt.TabFocusReason)
+        scroller.reveal(all[next])
     }
     function isInPassage(point) {
         return point.x >= passage.left && point.x < passage.right
@@ -51,6 +52,7 @@ FocusScope {
             visible = true
             enabled = true
             byKeyboard = opener !== null && opener.visualFocus === true
+            scroller.contentY = 0
             rows()[0].forceActiveFocus(byKeyboard ? Qt.TabFocusReason : Qt.OtherFocusReason)
             return
         }
@@ -80,8 +82,8 @@ FocusScope {
         objectName: "hamburgerMenu"
         x: host.width - width - (host.compact ? 4 : 6)
         y: 36 + (host.open ? 0 : -Tokens.menuShift)
-        width: host.compact ? 232 : 248
-        height: column.height + 12
+        width: Math.min(Tokens.grown(host.compact ? 232 : 248), host.width - 8)
+        height: Math.min(column.height + 12, host.height - 36 - 4)
         radius: Tokens.radiusMenu
         color: "#242730"
         border.width: 1
@@ -109,12 +111,11 @@ FocusScope {
         Keys.onDownPressed: host.move(1)
         Keys.onPressed: event => {
             const all = host.rows()
-            if (event.key === Qt.Key_Home)
-                all[0].forceActiveFocus(Qt.TabFocusReason)
-            else if (event.key === Qt.Key_End)
-                all[all.length - 1].forceActiveFocus(Qt.TabFocusReason)
-            else
+            if (event.key !== Qt.Key_Home && event.key !== Qt.Key_End)
                 return
+            const row = all[event.key === Qt.Key_Home ? 0 : all.length - 1]
+            row.forceActiveFocus(Qt.TabFocusReason)
+            scroller.reveal(row)
             event.accepted = true
         }
 
@@ -127,138 +128,156 @@ FocusScope {
             onWheel: {}
         }
 
-        Column {
-            id: column
+        Flickable {
+            id: scroller
+            objectName: "menuScroller"
+            readonly property bool overflows: contentHeight > height + 0.5
+
+            function reveal(item) {
+                contentY = Math.max(item.y + item.height - height, Math.min(contentY, item.y))
+            }
+
             x: 6
             y: 6
             width: parent.width - 12
+            height: parent.height - 12
+            contentWidth: width
+            contentHeight: column.height
+            boundsBehavior: Flickable.StopAtBounds
+            interactive: overflows
+            clip: overflows
 
-            HamburgerMenuRow {
-                id: history
-                objectName: "menuHistory"
-                available: host.menu.historyAvailable
+            Column {
+                id: column
                 width: parent.width
-                height: host.rowHeight
-                iconName: "history"
-                text: qsTr("History")
-                onTabbed: step => host.move(step)
-                onClicked: host.run(host.menu.historyRequested)
-            }
-            HamburgerMenuRow {
-                id: settings
-                objectName: "menuSettings"
-                available: host.menu.settingsAvailable
-                width: parent.width
-                height: host.rowHeight
-                iconName: "settings"
-                text: qsTr("Settings")
-                onTabbed: step => host.move(step)
-                onClicked: host.run(host.menu.settingsRequested)
-            }
-            HamburgerMenuRow {
-                id: account
-                objectName: "menuAccount"
-                width: parent.width
-                height: host.rowHeight
-                iconName: "circle-user"
-                trailingIcon: "arrow-up-right"
-                text: qsTr("Account")
-                onTabbed: step => host.move(step)
-                onClicked: host.run(host.menu.accountRequested)
-            }
-            Item {
-                width: parent.width
-                height: 12
 
-                Rectangle {
-                    x: 4
-                    y: 6
-                    width: parent.width - 8
-                    height: 1
-                    color: "#353946"
+                HamburgerMenuRow {
+                    id: history
+                    objectName: "menuHistory"
+                    available: host.menu.historyAvailable
+                    width: parent.width
+                    height: host.rowHeight
+                    iconName: "history"
+                    text: qsTr("History")
+                    onTabbed: step => host.move(step)
+                    onClicked: host.run(host.menu.historyRequested)
                 }
-            }
-            Item {
-                id: usage
-                objectName: "menuUsage"
-                width: parent.width
-                height: 68
-                Accessible.role: Accessible.Grouping
-                Accessible.name: title.text
-                Accessible.description: figures.text
-                                        + (caption.text.length > 0 ? ", " + caption.text : "")
+                HamburgerMenuRow {
+                    id: settings
+                    objectName: "menuSettings"
+                    available: host.menu.settingsAvailable
+                    width: parent.width
+                    height: host.rowHeight
+                    iconName: "settings"
+                    text: qsTr("Settings")
+                    onTabbed: step => host.move(step)
+                    onClicked: host.run(host.menu.settingsRequested)
+                }
+                HamburgerMenuRow {
+                    id: account
+                    objectName: "menuAccount"
+                    width: parent.width
+                    height: host.rowHeight
+                    iconName: "circle-user"
+                    trailingIcon: "arrow-up-right"
+                    text: qsTr("Account")
+                    onTabbed: step => host.move(step)
+                    onClicked: host.run(host.menu.accountRequested)
+                }
+                Item {
+                    width: parent.width
+                    height: 12
 
-                Label {
-                    id: title
-                    x: 10
-                    y: 6
-                    text: qsTr("Usage")
-                    type: Tokens.control
-                    font.weight: Font.DemiBold
-                    color: "#e8e8ea"
-                    Accessible.ignored: true
+                    Rectangle {
+                        x: 4
+                        y: 6
+                        width: parent.width - 8
+                        height: 1
+                        color: "#353946"
+                    }
                 }
-                Label {
-                    id: figures
-                    objectName: "usageFigures"
-                    x: title.x + title.width + 8
-                    y: 6
-                    width: parent.width - x - 10
-                    horizontalAlignment: Text.AlignRight
-                    text: host.menu.usageText
-                    color: "#e8e8ea"
-                    elide: Text.ElideRight
-                    Accessible.ignored: true
+                Item {
+                    id: usage
+                    objectName: "menuUsage"
+                    width: parent.width
+                    height: 68 + 2 * Tokens.growth(16)
+                    Accessible.role: Accessible.Grouping
+                    Accessible.name: title.text
+                    Accessible.description: figures.text
+                                            + (caption.text.length > 0 ? ", " + caption.text : "")
+
+                    Label {
+                        id: title
+                        x: 10
+                        y: 6
+                        text: qsTr("Usage")
+                        type: Tokens.control
+                        font.weight: Font.DemiBold
+                        color: "#e8e8ea"
+                        Accessible.ignored: true
+                    }
+                    Label {
+                        id: figures
+                        objectName: "usageFigures"
+                        x: title.x + title.width + 8
+                        y: 6
+                        width: parent.width - x - 10
+                        horizontalAlignment: Text.AlignRight
+                        text: host.menu.usageText
+                        color: "#e8e8ea"
+                        elide: Text.ElideRight
+                        Accessible.ignored: true
+                    }
+                    UsageBar {
+                        x: 10
+                        y: 30 + Tokens.growth(16)
+                        width: parent.width - 20
+                        height: 6
+                        fraction: host.menu.fillFraction
+                        exceeded: host.tier === HamburgerMenuModel.Exceeded
+                        visible: host.visible
+                        track: "#454a5a"
+                        normalColor: "#2f80ed"
+                        warnColor: "#e6a660"
+                        dangerColor: "#e53935"
+                    }
+                    Label {
+                        id: caption
+                        objectName: "usageCaption"
+                        x: 10
+                        y: 42 + Tokens.growth(16)
+                        width: parent.width - 20
+                        text: host.menu.caption
+                        type: Tokens.caption
+                        color: host.isUrgent ? Tokens.frame.dangerText
+                             : host.tier === HamburgerMenuModel.Amber ? Tokens.frame.warnText
+                                                                      : "#a2a6b3"
+                        elide: Text.ElideRight
+                        Accessible.ignored: true
+                    }
                 }
-                UsageBar {
-                    x: 10
-                    y: 30
-                    width: parent.width - 20
-                    height: 6
-                    fraction: host.menu.fillFraction
-                    exceeded: host.tier === HamburgerMenuModel.Exceeded
-                    visible: host.visible
-                    track: "#454a5a"
-                    normalColor: "#2f80ed"
-                    warnColor: "#e6a660"
-                    dangerColor: "#e53935"
+                HamburgerMenuRow {
+                    id: upgrade
+                    objectName: "menuUpgrade"
+                    width: parent.width
+                    height: host.rowHeight
+                    iconName: "circle-arrow-up"
+                    text: qsTr("Upgrade")
+                    color: Tokens.frame.accentText
+                    filled: host.isUrgent
+                    onTabbed: step => host.move(step)
+                    onClicked: host.run(host.menu.upgradeRequested)
                 }
-                Label {
-                    id: caption
-                    objectName: "usageCaption"
-                    x: 10
-                    y: 42
-                    width: parent.width - 20
-                    text: host.menu.caption
-                    type: Tokens.caption
-                    color: host.isUrgent ? Tokens.frame.dangerText
-                         : host.tier === HamburgerMenuModel.Amber ? Tokens.frame.warnText
-                                                                  : "#a2a6b3"
-                    elide: Text.ElideRight
-                    Accessible.ignored: true
+                HamburgerMenuRow {
+                    id: signOut
+                    objectName: "menuSignOut"
+                    width: parent.width
+                    height: host.rowHeight
+                    iconName: "log-out"
+                    text: qsTr("Sign Out")
+                    onTabbed: step => host.move(step)
+                    onClicked: host.run(host.menu.signOutRequested)
                 }
-            }
-            HamburgerMenuRow {
-                id: upgrade
-                objectName: "menuUpgrade"
-                width: parent.width
-                height: host.rowHeight
-                iconName: "circle-arrow-up"
-                text: qsTr("Upgrade")
-                color: Tokens.frame.accentText
-                filled: host.isUrgent
-                onTabbed: step => host.move(step)
-                onClicked: host.run(host.menu.upgradeRequested)
-            }
-            HamburgerMenuRow {
-                id: signOut
-                objectName: "menuSignOut"
-                width: parent.width
-                height: host.rowHeight
-                iconName: "log-out"
-                text: qsTr("Sign Out")
-                onTabbed: step => host.move(step)
-                onClicked: host.run(host.menu.signOutRequested)
             }
         }
     }

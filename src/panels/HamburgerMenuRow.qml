@@ -19,7 +19,7 @@ Basic.AbstractButton {
     signal tabbed(int step)
 
     visible: available
-    implicitHeight: 34
+    implicitHeight: 34 + Tokens.growth(20)
     hoverEnabled: true
     focusPolicy: Qt.TabFocus
 

@@ -20,6 +20,15 @@ void LineHeight::setDocument(QQuickTextDocument *document)
     apply();
 }
 
+void LineHeight::setPixels(double pixels)
+{
+    if (pixels == m_pixels)
+        return;
+    m_pixels = pixels;
+    Q_EMIT pixelsChanged();
+    apply();
+}
+
 void LineHeight::apply()
 {
     if (!m_document || m_isApplying)

@@ -14,12 +14,14 @@ class LineHeight : public QObject
     QML_ELEMENT
     Q_PROPERTY(QQuickTextDocument *document READ document WRITE setDocument NOTIFY documentChanged)
     /// Line height in logical pixels.
-    Q_PROPERTY(double pixels MEMBER m_pixels NOTIFY pixelsChanged)
+    Q_PROPERTY(double pixels READ pixels WRITE setPixels NOTIFY pixelsChanged)
 public:
     using QObject::QObject;
 
     QQuickTextDocument *document() const { return m_document; }
     void setDocument(QQuickTextDocument *document);
+    double pixels() const { return m_pixels; }
+    void setPixels(double pixels);
 
 Q_SIGNALS:
     void documentChanged();

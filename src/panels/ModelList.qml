@@ -8,6 +8,7 @@ Card {
 
     required property BottomPanelsModel panels
     property bool compact: false
+    property real rowHeight: 36
     readonly property alias list: view
     /// Whether the keyboard is used; the focus ring of the current row is shown only then.
     property bool byKeyboard: false
@@ -65,7 +66,7 @@ Card {
             readonly property bool chosen: modelId === card.panels.models.selectedId
 
             width: view.width
-            height: 36
+            height: card.rowHeight
             Accessible.role: Accessible.ListItem
             Accessible.name: displayName
             Accessible.description: descriptor
@@ -97,7 +98,9 @@ Card {
             Label {
                 id: name
                 x: 36
-                width: Math.min(card.compact ? implicitWidth : Math.max(88, implicitWidth), 180)
+                width: Math.min(card.compact ? implicitWidth
+                                             : Math.max(Tokens.grown(88), implicitWidth),
+                                Math.max(180, parent.width / 2))
                 height: parent.height
                 text: row.displayName
                 type: Tokens.body

@@ -18,7 +18,7 @@ Basic.AbstractButton {
     readonly property ThemeTokens theme: Tokens.frame
 
     objectName: "modelPicker"
-    implicitHeight: 28
+    implicitHeight: 28 + Tokens.growth(16)
     implicitWidth: 6 + label.width + 4 + 12 + 6
     hoverEnabled: true
     focusPolicy: Qt.TabFocus

@@ -9,19 +9,19 @@ Item {
     required property BottomPanelsModel panels
     readonly property ThemeTokens theme: Tokens.frame
 
-    height: 20
+    height: Math.max(20, Tokens.body.line)
 
     Rectangle {
         y: 1
         width: remove.x + remove.width
-        height: 18
+        height: row.height - 2
         radius: Tokens.radiusKbd
         color: row.theme.hover
         antialiasing: true
     }
     Icon {
         x: 4
-        y: 4
+        y: Math.round((row.height - height) / 2)
         name: "file-text"
         size: 12
         color: row.theme.dimText
@@ -41,6 +41,7 @@ Item {
         id: remove
         objectName: "removePastedText"
         x: caption.x + caption.width + 4
+        y: Math.round((row.height - height) / 2)
         width: 20
         height: 20
         iconName: "x"

@@ -15,7 +15,11 @@ Rectangle {
     readonly property real textHeight: input.contentHeight + pasted.shownHeight
     readonly property ThemeTokens theme: Tokens.frame
     readonly property int edge: compact ? 4 : 6
-    readonly property int rowY: height - 28 - (compact ? 4 : 6)
+    /// Height of a line of the text.
+    readonly property int lineHeight: Tokens.body.line
+    readonly property int rowY: height - picker.height - (compact ? 4 : 6)
+    /// Top edge of the buttons, centred on the model picker.
+    readonly property int buttonY: rowY + Math.round((picker.height - note.height) / 2)
 
     signal modelListToggled()
 
@@ -35,7 +39,7 @@ Rectangle {
         y: 7
         width: parent.width - 4
         // Rounded down to whole lines.
-        height: Math.floor((box.rowY - y) / 20) * 20
+        height: Math.floor((box.rowY - y) / box.lineHeight) * box.lineHeight
         contentWidth: width
         contentHeight: input.implicitHeight + pasted.shownHeight
         boundsBehavior: Flickable.StopAtBounds
@@ -59,7 +63,7 @@ Rectangle {
             x: box.compact ? 8 : 10
             width: scroller.width - 2 * x
             // Fills the box, so that a press anywhere focuses the text.
-            height: Math.max(implicitHeight, (box.compact ? 20 : 40) - pasted.shownHeight)
+            height: Math.max(implicitHeight, scroller.height - pasted.shownHeight)
             focus: true
             activeFocusOnTab: true
             persistentSelection: true
@@ -70,7 +74,7 @@ Rectangle {
             selectionColor: box.theme.selection
             selectedTextColor: box.theme.text
             font.family: Tokens.family
-            font.pixelSize: 13
+            font.pixelSize: Tokens.body.size
             onTextChanged: if (isLoaded) box.panels.typedText = text
             onActiveFocusChanged: {
                 box.panels.isPromptFocused = activeFocus
@@ -134,7 +138,7 @@ Rectangle {
             }
             LineHeight {
                 document: input.textDocument
-                pixels: 20
+                pixels: box.lineHeight
             }
             Connections {
                 target: box.panels
@@ -183,7 +187,13 @@ Rectangle {
         x: box.edge
         y: box.rowY
         panels: box.panels
-        maximumLabelWidth: box.compact ? 60 : 120
+        // Larger text takes what the buttons leave.
+        maximumLabelWidth: {
+            const normal = box.compact ? 60 : 120
+            const buttons = box.compact ? 3 * (note.width + 2) : 17 + note.width + 8
+            const room = captureOnly.x - 4 - box.edge - buttons - 28
+            return Math.max(normal, Math.min(Tokens.grown(normal), room))
+        }
         isOpen: box.isModelListOpen
         onClicked: box.modelListToggled()
     }
@@ -191,7 +201,7 @@ Rectangle {
         id: divider
         visible: !box.compact
         x: picker.x + picker.width + 8
-        y: box.rowY + 6
+        y: box.buttonY + 6
         width: 1
         height: 16
         color: Qt.rgba(1, 1, 1, 0.13)
@@ -200,7 +210,7 @@ Rectangle {
         id: note
         objectName: "addNote"
         x: box.compact ? picker.x + picker.width + 2 : divider.x + 9
-        y: box.rowY
+        y: box.buttonY
         iconName: "square-pen"
         name: qsTr("Add note")
         disabledReason: qsTr("Write the note in the box first")
@@ -211,7 +221,7 @@ Rectangle {
         id: captureOnly
         objectName: "captureNoSend"
         x: captureSend.x - width - (box.compact ? 2 : 4)
-        y: box.rowY
+        y: box.buttonY
         iconName: "image-plus"
         name: qsTr("Capture without sending")
         shortcutText: box.panels.hotkeys.capture_no_send ?? ""
@@ -223,7 +233,7 @@ Rectangle {
         id: captureSend
         objectName: "captureAndSend"
         x: sendButton.x - width - (box.compact ? 6 : 12)
-        y: box.rowY
+        y: box.buttonY
         look: IconButton.Boxed
         iconName: "camera"
         name: qsTr("Capture and send")
@@ -239,7 +249,7 @@ Rectangle {
         id: sendButton
         objectName: "send"
         x: box.width - width - box.edge
-        y: box.rowY
+        y: box.buttonY
         look: IconButton.Filled
         iconName: "arrow-up"
         iconSize: 15
@@ -257,7 +267,7 @@ Rectangle {
         objectName: "compactSaveThread"
         visible: box.compact
         x: note.x + note.width + 2
-        y: box.rowY
+        y: box.buttonY
         iconName: "hard-drive"
         name: qsTr("Save thread")
         role: Accessible.CheckBox
@@ -278,7 +288,7 @@ Rectangle {
         objectName: "compactNewThread"
         visible: box.compact
         x: save.x + save.width + 2
-        y: box.rowY
+        y: box.buttonY
         iconName: "plus"
         name: qsTr("New thread")
         shortcutText: box.panels.hotkeys.new_thread ?? ""

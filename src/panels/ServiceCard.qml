@@ -13,7 +13,7 @@ Card {
     readonly property bool collapsed: panels.isMessageCollapsed
     readonly property color tone: blocking ? theme.dangerText : theme.accentText
     readonly property bool hasAction: panels.messageActionLabel.length > 0
-    readonly property real actionHeight: hasAction && !compact ? 12 + 28 : 0
+    readonly property real actionHeight: hasAction && !compact ? 12 + 28 + Tokens.growth(16) : 0
     readonly property real bottomPad: compact ? 10 : 12
     /// Preferred height of the body, including the action and the padding below.
     readonly property real bodyHeight: body.height + actionHeight + bottomPad
@@ -48,8 +48,8 @@ Card {
         objectName: "compactMessageAction"
         visible: card.compact && card.hasAction
         x: (chevron.visible ? chevron.x - 2 : card.width - 4) - width
-        y: 4
-        implicitHeight: 24
+        y: (card.headerHeight - height) / 2
+        implicitHeight: 24 + Tokens.growth(16)
         leftPadding: 10
         rightPadding: 10
         // A long label must not displace the header.
@@ -103,7 +103,7 @@ Card {
             color: card.theme.icon
             linkColor: card.theme.accentText
             font.family: Tokens.family
-            font.pixelSize: card.compact ? 12 : 13
+            font.pixelSize: card.compact ? Tokens.label.size : Tokens.body.size
             onLinkActivated: link => card.panels.openMessageLink(link)
 
             Accessible.role: Accessible.StaticText

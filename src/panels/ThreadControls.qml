@@ -8,7 +8,7 @@ Item {
 
     required property BottomPanelsModel panels
 
-    implicitHeight: 28
+    implicitHeight: 28 + Tokens.growth(16)
 
     Toggle {
         id: save
@@ -25,7 +25,7 @@ Item {
 
         Icon {
             x: 36
-            y: 7
+            y: Math.round((save.height - height) / 2)
             size: 14
             name: "hard-drive"
             color: Tokens.frame.icon
@@ -44,6 +44,7 @@ Item {
     Label {
         objectName: "sendHint"
         readonly property bool fits: row.width >= 560 - 24
+                                     && newThread.x - save.x - save.width >= implicitWidth + 16
         visible: fits && row.panels.isPromptFocused
         // Centred in the space between the two controls.
         x: Math.round((save.x + save.width + newThread.x - width) / 2)

@@ -2,8 +2,8 @@ import QtQuick
 import Quellora.Ui
 import QtQuick.Controls.Basic as Basic
 
-/// A push button with text and an optional icon. Height in logical pixels: 28, 32 in dialogs or 40 in
-/// the sign-in window (set `implicitHeight`).
+/// A push button with text and an optional icon. 28 logical pixels high and 32 in dialogs (set
+/// `implicitHeight`), more with larger text.
 Basic.AbstractButton {
     id: control
 
@@ -42,7 +42,7 @@ Basic.AbstractButton {
     readonly property color foreground: enabled || !filled ? restForeground
                       : Tokens.blend(theme.surface, restForeground, Tokens.disabledOpacity)
 
-    implicitHeight: 28
+    implicitHeight: 28 + Tokens.growth(16)
     implicitWidth: implicitContentWidth + leftPadding + rightPadding
     leftPadding: Tokens.space3
     rightPadding: Tokens.space3

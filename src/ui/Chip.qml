@@ -1,7 +1,7 @@
 import QtQuick
 import Quellora.Ui
 
-/// A key combination in a hotkey row, 24 px high. Pulses while recording.
+/// A key combination in a hotkey row, 24 px high, more with larger text. Pulses while recording.
 Rectangle {
     id: chip
 
@@ -11,7 +11,7 @@ Rectangle {
     property bool conflict: false
 
     implicitWidth: label.implicitWidth + 2 * Tokens.space2
-    implicitHeight: 24
+    implicitHeight: 24 + Tokens.growth(16)
     radius: Tokens.radiusControl
     antialiasing: true
     color: recording ? Tokens.faded(theme.accent, 0.16) : theme.input

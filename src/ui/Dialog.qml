@@ -1,7 +1,7 @@
 import QtQuick
 import Quellora.Ui
 
-/// A modal confirmation of an irreversible action: a card 320 px wide over a scrim inside the window.
+/// A modal confirmation of an irreversible action: a card 320 px wide, more with larger text, over a scrim inside the window.
 /// Cancel has the initial focus; Escape and a press outside the card cancel as well.
 FocusScope {
     id: dialog
@@ -18,8 +18,9 @@ FocusScope {
     property real cornerRadius: 0
 
     readonly property TypeTokens buttonType: TypeTokens {
-        size: 13
-        line: 20
+        scale: Tokens.textScale
+        designSize: 13
+        designLine: 20
         weight: Font.Medium
     }
 
@@ -74,7 +75,7 @@ FocusScope {
 
         objectName: "dialogCard"
         anchors.centerIn: parent
-        width: Math.min(320, dialog.width - 32)
+        width: Math.min(Tokens.grown(320), dialog.width - 32)
         height: column.height + 2 * Tokens.space5
         radius: Tokens.radiusWindow
         color: dialog.theme.raised
@@ -136,7 +137,7 @@ FocusScope {
                 Button {
                     id: cancel
                     focus: true
-                    implicitHeight: 32
+                    implicitHeight: 32 + Tokens.growth(20)
                     type: dialog.buttonType
                     leftPadding: Tokens.space4
                     rightPadding: Tokens.space4
@@ -145,7 +146,7 @@ FocusScope {
                     onClicked: dialog.cancelled()
                 }
                 Button {
-                    implicitHeight: 32
+                    implicitHeight: 32 + Tokens.growth(20)
                     type: dialog.buttonType
                     leftPadding: Tokens.space4
                     rightPadding: Tokens.space4

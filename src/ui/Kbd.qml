@@ -10,7 +10,7 @@ Rectangle {
     property int pad: 5
 
     implicitWidth: label.implicitWidth + 2 * kbd.pad
-    implicitHeight: 16
+    implicitHeight: 16 + Tokens.growth(16)
     radius: Tokens.radiusKbd
     color: Tokens.faded(kbd.theme.text, 0.08)
     border.width: 1

@@ -2,7 +2,8 @@ import QtQuick
 import QtQuick.Controls.Basic as Basic
 import Quellora.Ui
 
-/// A clickable row of a list or menu: 34, 36, 40, 44 or 48 px high (set `implicitHeight`).
+/// A clickable row of a list or menu: 34, 36, 40, 44 or 48 px high (set `implicitHeight`), more with larger
+/// text.
 /// Children are drawn above the row's background.
 Basic.AbstractButton {
     id: control
@@ -17,7 +18,7 @@ Basic.AbstractButton {
     property int role: Accessible.ListItem
     default property alias content: inner.data
 
-    implicitHeight: 36
+    implicitHeight: 36 + Tokens.growth(20)
     padding: 0
     hoverEnabled: true
     focusPolicy: Qt.TabFocus

@@ -2,8 +2,8 @@ import QtQuick
 import QtQuick.Controls.Basic as Basic
 import Quellora.Ui
 
-/// A single-line text field: 32 px high, 40 in the sign-in window (set `implicitHeight`). Focus, also by
-/// pointer, is shown as a 2-px inner border.
+/// A single-line text field: 32 px high, 40 in the sign-in window (set `implicitHeight`), more with
+/// larger text. Focus, also by pointer, is shown as a 2-px inner border.
 Basic.TextField {
     id: control
 
@@ -17,7 +17,7 @@ Basic.TextField {
     readonly property bool secret: echoMode !== TextInput.Normal
     readonly property bool focusShown: activeFocus && !readOnly
 
-    implicitHeight: 32
+    implicitHeight: 32 + Tokens.growth(20)
     implicitWidth: 160
     padding: 0
     leftPadding: 10

@@ -1,7 +1,7 @@
 import QtQuick
 import QtQuick.Controls.Basic as Basic
 
-/// A switch with a label in a row 28 px high; the whole row toggles. Bind `checked` to the model and
+/// A switch with a label in a row 28 px high, more with larger text; the whole row toggles. Bind `checked` to the model and
 /// update the model in `onToggled`.
 Basic.AbstractButton {
     id: control
@@ -27,7 +27,7 @@ Basic.AbstractButton {
     }
 
     checkable: true
-    implicitHeight: 28
+    implicitHeight: 28 + Tokens.growth(16)
     implicitWidth: 28 + (text.length > 0 ? Tokens.space2 + label.implicitWidth : 0)
     hoverEnabled: true
     focusPolicy: Qt.TabFocus

@@ -29,20 +29,65 @@ QtObject {
         return dark ? tokens.sheetDark : tokens.sheetLight
     }
 
+    /// Factor by which the desktop enlarges or reduces text.
+    property real textScale: 1
+
+    /// Scales a length in logical pixels that depends on the width of text; never reduces it.
+    function grown(pixels) {
+        return Math.round(pixels * Math.max(1, tokens.textScale))
+    }
+    /// The room that a line of @p line logical pixels needs in addition, for the height of controls. 0
+    /// for reduced text, whose controls keep their height.
+    function growth(line) {
+        return tokens.grown(line) - line
+    }
+
     readonly property string family: "Inter"
     readonly property string monoFamily: "JetBrains Mono"
-    readonly property TypeTokens caption: TypeTokens { size: 11; line: 16 }
-    readonly property TypeTokens control: TypeTokens { size: 12; line: 16; weight: Font.Medium }
-    readonly property TypeTokens label: TypeTokens { size: 12; line: 16 }
-    readonly property TypeTokens hint: TypeTokens { size: 12; line: 18 }
-    readonly property TypeTokens body: TypeTokens { size: 13; line: 20 }
-    readonly property TypeTokens section: TypeTokens { size: 13; line: 20; weight: Font.DemiBold }
-    readonly property TypeTokens title: TypeTokens { size: 15; line: 20; weight: Font.DemiBold }
-    readonly property TypeTokens heading: TypeTokens {
-        size: 26
-        line: 32
+    readonly property TypeTokens caption: TypeTokens {
+        scale: tokens.textScale
+        designSize: 11
+        designLine: 16
+    }
+    readonly property TypeTokens control: TypeTokens {
+        scale: tokens.textScale
+        designSize: 12
+        designLine: 16
+        weight: Font.Medium
+    }
+    readonly property TypeTokens label: TypeTokens {
+        scale: tokens.textScale
+        designSize: 12
+        designLine: 16
+    }
+    readonly property TypeTokens hint: TypeTokens {
+        scale: tokens.textScale
+        designSize: 12
+        designLine: 18
+    }
+    readonly property TypeTokens body: TypeTokens {
+        scale: tokens.textScale
+        designSize: 13
+        designLine: 20
+    }
+    readonly property TypeTokens section: TypeTokens {
+        scale: tokens.textScale
+        designSize: 13
+        designLine: 20
         weight: Font.DemiBold
-        spacing: -0.26
+    }
+    readonly property TypeTokens title: TypeTokens {
+        scale: tokens.textScale
+        designSize: 15
+        designLine: 20
+        weight: Font.DemiBold
+    }
+    readonly property TypeTokens heading: TypeTokens {
+        scale: tokens.textScale
+        designSize: 26
+        designLine: 32
+        weight: Font.DemiBold
+        designSpacing: -0.26
     }
 
     readonly property int space1: 4

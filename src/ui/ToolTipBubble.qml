@@ -15,6 +15,9 @@ Rectangle {
     readonly property size windowSize: parent ? Qt.size(parent.width, parent.height)
                                               : Qt.size(0, 0)
     readonly property int margin: 4
+    /// Width of what stands beside the words.
+    readonly property real extraWidth: isBlocked ? 14 + Tokens.space2
+                                                 : keys.visible ? keys.width + Tokens.space2 : 0
 
     function place() {
         const root = bubble.parent
@@ -32,11 +35,12 @@ Rectangle {
     onParentChanged: place()
     onWindowSizeChanged: place()
     onWidthChanged: place()
+    onHeightChanged: place()
     Component.onCompleted: place()
 
     z: 10000
     width: row.width + 2 * 9
-    height: 28
+    height: 12 + Math.max(16, words.height)
     radius: Tokens.radiusControl
     color: Tokens.frame.tooltip
     border.width: 1
@@ -57,12 +61,18 @@ Rectangle {
             color: Tokens.frame.dangerText
         }
         Label {
+            id: words
             anchors.verticalCenter: parent.verticalCenter
+            // Long or large text wraps inside the window.
+            width: Math.min(implicitWidth, Math.max(40, bubble.windowSize.width - 2 * bubble.margin
+                                                        - 2 * 9 - bubble.extraWidth))
+            wrapMode: Text.Wrap
             text: bubble.isBlocked ? bubble.blockedReason : bubble.text
             color: bubble.isBlocked ? Tokens.frame.dangerText : Tokens.frame.tooltipText
             Accessible.ignored: true
         }
         Kbd {
+            id: keys
             anchors.verticalCenter: parent.verticalCenter
             visible: text.length > 0 && !bubble.isBlocked
             text: bubble.shortcutText

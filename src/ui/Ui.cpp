@@ -18,16 +18,39 @@
 void qml_register_types_Quellora_Ui();
 
 namespace quellora {
+namespace {
+
+constexpr int fontSize = 13;
+
+void setApplicationFont(double textScale)
+{
+    QFont font(QStringLiteral("Inter"));
+    font.setPixelSize(qMax(1, qRound(fontSize * textScale)));
+    // Preserve the letter shapes and spacing of the design.
+    font.setHintingPreference(QFont::PreferNoHinting);
+    QGuiApplication::setFont(font);
+}
+
+/// The engine's Tokens singleton, which is only created once a component imports it.
+QObject *tokens(QQmlEngine &engine)
+{
+    QQmlComponent component(&engine);
+    component.setData("import QtQml\nimport Quellora.Ui\n"
+                      "QtObject { readonly property QtObject tokens: Tokens }",
+                      QUrl());
+    const std::unique_ptr<QObject> holder(component.create());
+    if (!holder)
+        qFatal("%s", qPrintable(component.errorString()));
+    return holder->property("tokens").value<QObject *>();
+}
+
+} // namespace
 
 void initializeUi()
 {
     if (!loadBundledFonts())
         Log::event(QStringLiteral("[Ui] WARNING: Not all bundled faces could be loaded"));
-    QFont font(QStringLiteral("Inter"));
-    font.setPixelSize(13);
-    // Preserve the letter shapes and spacing of the design.
-    font.setHintingPreference(QFont::PreferNoHinting);
-    QGuiApplication::setFont(font);
+    setApplicationFont(1);
     QGuiApplication::setWindowIcon(QIcon(QStringLiteral(":/quellora/program/icon.svg")));
     QQuickWindow::setTextRenderType(QQuickWindow::NativeTextRendering);
     installControlAccessibility();
@@ -41,20 +64,23 @@ void prepareQmlEngine(QQmlEngine &engine)
 
 void followMotion(QQmlEngine &engine, Appearance &appearance)
 {
-    // The singleton is only created once a component imports it.
-    QQmlComponent component(&engine);
-    component.setData("import QtQml\nimport Quellora.Ui\n"
-                      "QtObject { readonly property QtObject tokens: Tokens }",
-                      QUrl());
-    const std::unique_ptr<QObject> holder(component.create());
-    if (!holder)
-        qFatal("%s", qPrintable(component.errorString()));
-    const auto apply = [tokens = QPointer(holder->property("tokens").value<QObject *>()),
-                        &appearance] {
+    const auto apply = [tokens = QPointer(tokens(engine)), &appearance] {
         if (tokens)
             tokens->setProperty("reducedMotion", appearance.reducesMotion());
     };
     appearance.onMotionChanged(apply);
+    apply();
+}
+
+void followTextScale(QQmlEngine &engine, Appearance &appearance)
+{
+    const auto apply = [tokens = QPointer(tokens(engine)), &appearance] {
+        const double scale = appearance.textScale();
+        setApplicationFont(scale);
+        if (tokens)
+            tokens->setProperty("textScale", scale);
+    };
+    appearance.onTextScaleChanged(apply);
     apply();
 }
 

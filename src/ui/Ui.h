@@ -25,4 +25,8 @@ void prepareQmlEngine(QQmlEngine &engine);
 /// the motion handler of @p appearance, which must outlive the windows. Main thread.
 void followMotion(QQmlEngine &engine, Appearance &appearance);
 
+/// Applies the system's text size to @p engine and the application's font, now and on every change.
+/// Replaces the text-size handler of @p appearance, which must outlive the windows. Main thread.
+void followTextScale(QQmlEngine &engine, Appearance &appearance);
+
 } // namespace quellora

@@ -100,6 +100,20 @@ public:
         motionHandler = std::move(newHandler);
     }
 
+    double textScale() const override { return scale; }
+    void onTextScaleChanged(std::function<void()> newHandler) override
+    {
+        textScaleHandler = std::move(newHandler);
+    }
+
+    void setTextScale(double factor)
+    {
+        if (factor == scale)
+            return;
+        scale = factor;
+        if (textScaleHandler)
+            textScaleHandler();
+    }
     void setDark(bool on)
     {
         if (on == dark)
@@ -120,7 +134,9 @@ public:
     bool dark = false;
     bool reducedMotion = false;
     std::function<void()> handler;
+    double scale = 1;
     std::function<void()> motionHandler;
+    std::function<void()> textScaleHandler;
 };
 
 class FakeWorkspace : public Workspace

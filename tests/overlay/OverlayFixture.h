@@ -100,7 +100,8 @@ struct OverlayFixture
     static QUrl emptyResponse()
     {
         const char *item = "import QtQuick\nItem { objectName: \"response\"; "
-                           "property QtObject host; property bool reducedMotion }";
+                           "property QtObject host; property bool reducedMotion; "
+                           "property real textScale: 1 }";
         return QUrl(QStringLiteral("data:text/plain,") +
                     QString::fromLatin1(QByteArray(item).toPercentEncoding()));
     }

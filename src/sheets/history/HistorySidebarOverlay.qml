@@ -66,15 +66,15 @@ Item {
         theme: overlay.theme
         name: qsTr("History")
         open: overlay.history.isOpen
-        panelWidth: overlay.compact ? 0 : 300
+        panelWidth: overlay.compact ? 0 : Tokens.grown(300)
         cornerRadius: overlay.cornerRadius
         onCloseRequested: overlay.close(false)
 
         Item {
             id: body
-            width: overlay.compact ? overlay.width : 300
+            width: overlay.compact ? overlay.width : Math.min(Tokens.grown(300), overlay.width)
             height: sheet.height
-            readonly property int headerHeight: overlay.compact ? 40 : 48
+            readonly property int headerHeight: (overlay.compact ? 40 : 48) + Tokens.growth(20)
 
             Rectangle {
                 visible: !overlay.compact
@@ -166,9 +166,14 @@ Item {
                     required property string section
                     x: Tokens.space2
                     width: list.width - 2 * x
-                    height: 32
+                    height: list.headingHeight
                     text: section
-                    type: TypeTokens { size: 11; line: 16; weight: Font.DemiBold }
+                    type: TypeTokens {
+                        scale: Tokens.textScale
+                        designSize: 11
+                        designLine: 16
+                        weight: Font.DemiBold
+                    }
                     color: overlay.theme.dimText
                     verticalAlignment: Text.AlignBottom
                     bottomPadding: Tokens.space1
@@ -185,7 +190,7 @@ Item {
                 }
                 Keys.onDownPressed: overlay.focusRow(currentIndex + 1)
                 Keys.onPressed: event => {
-                    const page = Math.max(1, Math.floor(height / 48) - 1)
+                    const page = Math.max(1, Math.floor(height / list.rowHeight) - 1)
                     if (event.key === Qt.Key_Home)
                         overlay.focusRow(0)
                     else if (event.key === Qt.Key_End)

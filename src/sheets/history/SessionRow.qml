@@ -46,7 +46,8 @@ ListRow {
             row.forceActiveFocus(Qt.TabFocusReason)
     }
 
-    implicitHeight: isEditing ? 58 : 48
+    implicitHeight: isEditing ? hint.y + hint.height + 4
+                              : 48 + Tokens.growth(18) + Tokens.growth(16)
     focusPolicy: takesTab ? Qt.TabFocus : Qt.NoFocus
     name: title + ", " + time
     hint: [turns > 0 ? countText(turns, qsTr("turn"), qsTr("turns")) : "",
@@ -70,9 +71,14 @@ ListRow {
         x: Tokens.space3
         y: 7
         width: (row.usesActions ? actions.x : row.width) - x - Tokens.space2
-        height: 18
+        height: 18 + Tokens.growth(18)
         text: row.title
-        type: TypeTokens { size: 13; line: 18; weight: Font.Medium }
+        type: TypeTokens {
+            scale: Tokens.textScale
+            designSize: 13
+            designLine: 18
+            weight: Font.Medium
+        }
         theme: row.theme
         elide: Text.ElideRight
         Accessible.ignored: true
@@ -82,7 +88,7 @@ ListRow {
             active: row.matchStart >= 0
             sourceComponent: Rectangle {
                 x: before.advanceWidth
-                y: 16
+                y: titleLabel.height - 2
                 width: Math.min(match.advanceWidth, titleLabel.width - x)
                 height: 1
                 visible: x < titleLabel.width
@@ -102,12 +108,20 @@ ListRow {
         }
     }
     Row {
+        id: facts
         visible: !row.isEditing
         x: Tokens.space3
-        y: 25
+        y: titleLabel.y + titleLabel.height
         spacing: Tokens.space2
 
+        /// Width of a label at @p x that is at most @p width wide.
+        function fitting(x, width) {
+            return Math.max(0, Math.min(width, row.width - 2 * facts.x - x))
+        }
+
         Label {
+            width: facts.fitting(x, implicitWidth)
+            elide: Text.ElideRight
             text: row.time
             type: Tokens.caption
             color: row.theme.dimText
@@ -115,6 +129,8 @@ ListRow {
         }
         Label {
             visible: row.turns > 0
+            width: facts.fitting(x, implicitWidth)
+            elide: Text.ElideRight
             text: row.countText(row.turns, qsTr("turn"), qsTr("turns"))
             type: Tokens.caption
             color: row.theme.aiKind
@@ -122,6 +138,8 @@ ListRow {
         }
         Label {
             visible: row.notes > 0
+            width: facts.fitting(x, implicitWidth)
+            elide: Text.ElideRight
             text: row.countText(row.notes, qsTr("note"), qsTr("notes"))
             type: Tokens.caption
             color: row.theme.noteKind
@@ -135,7 +153,7 @@ ListRow {
         active: row.usesActions || row.takesTab
         visible: row.usesActions && !row.isEditing
         x: row.width - 63
-        y: 10
+        y: Math.round((row.height - height) / 2)
 
         sourceComponent: Row {
             readonly property bool hasFocus: rename.activeFocus || remove.activeFocus
@@ -183,9 +201,12 @@ ListRow {
         }
     }
     Label {
+        id: hint
         visible: row.isEditing
         x: 10
-        y: 38
+        y: 38 + Tokens.growth(20)
+        width: row.width - 2 * x
+        elide: Text.ElideRight
         text: qsTr("Return saves · Esc cancels")
         type: Tokens.caption
         color: row.theme.dimText

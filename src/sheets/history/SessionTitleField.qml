@@ -22,7 +22,7 @@ TextField {
             field.cancelled()
     }
 
-    implicitHeight: 28
+    implicitHeight: 28 + Tokens.growth(20)
     leftPadding: 8
     rightPadding: 8
     name: qsTr("Thread title")

@@ -1,6 +1,7 @@
 import QtQuick
 import Quellora.Panels
 import Quellora.Sheets
+import Quellora.Ui
 
 /// The list of threads. When rows are inserted or removed during loading, the focused row or, if
 /// scrolled, the top row keeps its position in the viewport.
@@ -8,6 +9,9 @@ ListView {
     id: list
 
     required property HistoryModel history
+    /// Height of a row that is not edited, and of a section heading.
+    readonly property int rowHeight: 48 + Tokens.growth(18) + Tokens.growth(16)
+    readonly property int headingHeight: 32 + Tokens.growth(16)
     /// The row whose position is preserved, or -1, and its distance from the top of the viewport.
     property int anchorRow: -1
     property real anchorOffset: 0
@@ -42,7 +46,7 @@ ListView {
         }
         // The second position skips a section heading.
         anchorRow = activeFocus && isInViewport(currentItem)
-                  ? currentIndex : Math.max(indexAt(1, contentY), indexAt(1, contentY + 32))
+                  ? currentIndex : Math.max(indexAt(1, contentY), indexAt(1, contentY + headingHeight))
         if (anchorRow < 0)
             return
         anchorOffset = itemAtIndex(anchorRow).y - contentY

@@ -10,10 +10,10 @@ Rectangle {
     property ThemeTokens theme: Tokens.sheetDark
     /// Available width; the segments shrink to fit.
     property real available: width
-    readonly property real step: Math.min(96, Math.floor((available - 4) / 3))
+    readonly property real step: Math.min(Tokens.grown(96), Math.floor((available - 4) / 3))
 
     width: 3 * step + 4
-    height: 32
+    height: 32 + Tokens.growth(16)
     radius: Tokens.radiusCard
     color: theme.raised
     border.width: 1
@@ -48,7 +48,7 @@ Rectangle {
             x: 2 + index * segment.step
             y: 2
             width: segment.step
-            height: 28
+            height: segment.height - 4
             onPicked: segment.settings.stored.appearance = modelData.value
 
             background: Item {
@@ -77,11 +77,16 @@ Rectangle {
 
                     Icon {
                         anchors.verticalCenter: parent.verticalCenter
+                        // Left out where only the words fit.
+                        visible: segment.step >= 14 + 6 + label.implicitWidth + 8
                         name: button.modelData.icon
                         size: 14
                         color: button.contentColor
                     }
                     Label {
+                        id: label
+                        width: Math.min(implicitWidth, segment.step - 8)
+                        elide: Text.ElideRight
                         anchors.verticalCenter: parent.verticalCenter
                         text: button.modelData.label
                         type: Tokens.control

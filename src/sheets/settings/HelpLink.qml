@@ -11,7 +11,7 @@ Basic.AbstractButton {
     readonly property int role: Accessible.Link
 
     implicitWidth: label.implicitWidth
-    implicitHeight: 28
+    implicitHeight: 28 + Tokens.growth(16)
     padding: 0
     hoverEnabled: true
     focusPolicy: Qt.TabFocus
@@ -36,7 +36,7 @@ Basic.AbstractButton {
             Accessible.ignored: true
         }
         Rectangle {
-            y: 21
+            y: Math.round(link.height / 2) + Math.round(label.type.line * 7 / 16)
             width: Math.min(label.implicitWidth, parent.width)
             height: 1
             color: label.color

@@ -24,7 +24,7 @@ Item {
     /// Whether the chip is below the title, for narrow windows.
     readonly property bool isStacked: Tokens.space3 + titleLabel.implicitWidth + Tokens.space3
                                       + chip.width + 44 > width
-    readonly property real topHeight: isStacked ? 64 : 40
+    readonly property real topHeight: isStacked ? chip.y + chip.height + 8 : titleLabel.height
     readonly property bool isPendingStacked: notice.x + notice.implicitWidth + Tokens.space2
                                              + choices.width + Tokens.space3 > width
 
@@ -41,9 +41,9 @@ Item {
     }
 
     objectName: "hotkey-" + index
-    implicitHeight: topHeight + (isPending ? (isPendingStacked ? noticeHeight + 38 : 38)
+    implicitHeight: topHeight + (isPending ? choices.height + 10 + (isPendingStacked ? noticeHeight : 0)
                                  : error.length > 0 ? noticeHeight + 10 : 0)
-    readonly property real noticeHeight: Math.max(18, notice.height)
+    readonly property real noticeHeight: Math.max(notice.type.line, notice.height)
 
     Basic.AbstractButton {
         id: button
@@ -77,7 +77,7 @@ Item {
         id: titleLabel
         x: Tokens.space3
         width: Math.min(implicitWidth, parent.width - x - 44)
-        height: row.isStacked ? 32 : 40
+        height: (row.isStacked ? 32 : 40) + Tokens.growth(20)
         text: row.title
         type: Tokens.body
         theme: row.theme
@@ -88,7 +88,7 @@ Item {
         id: chip
         objectName: "chip-" + row.index
         x: row.isStacked ? Tokens.space3 : parent.width - 44 - width
-        y: row.isStacked ? 32 : 8
+        y: row.isStacked ? titleLabel.height : Math.round((titleLabel.height - height) / 2)
         theme: row.theme
         text: row.isPending ? row.conflictCombo
             : row.isCapturing ? qsTr("Press a shortcut…") : row.combo
@@ -113,7 +113,7 @@ Item {
 
     Icon {
         x: Tokens.space3
-        y: notice.y + (18 - height) / 2
+        y: notice.y + (notice.type.line - height) / 2
         visible: notice.visible
         name: "triangle-alert"
         size: 14

@@ -9,7 +9,7 @@ Card {
     required property SettingsModel settings
     property bool compact: false
 
-    implicitHeight: Math.max(44, 44 * rows.count)
+    implicitHeight: Math.max(none.height, column.height)
 
     ChoiceGroup {
         id: choiceGroup
@@ -20,14 +20,16 @@ Card {
         }
     }
     Label {
+        id: none
         visible: rows.count === 0
         x: Tokens.space3
-        height: 44
+        height: 44 + Tokens.growth(20)
         text: qsTr("No models on offer")
         type: Tokens.body
         color: modelCard.theme.dimText
     }
     Column {
+        id: column
         width: parent.width
 
         Repeater {
@@ -42,7 +44,7 @@ Card {
                 card: modelCard
                 count: rows.count
                 group: choiceGroup
-                minimumNameWidth: modelCard.compact ? 0 : 88
+                minimumNameWidth: modelCard.compact ? 0 : Tokens.grown(88)
                 objectName: "model-" + modelId
                 name: displayName
                 hint: descriptor

@@ -11,10 +11,14 @@ Choice {
     required property int count
     /// Minimum width of the name, so that the hints of short names are aligned.
     property real minimumNameWidth: 0
+    /// Whether the hint stands below the name: large text does not fit beside it.
+    readonly property bool isStacked: Tokens.textScale > 1 && hint.length > 0
+                                      && nameLabel.x + nameLabel.implicitWidth + hintLabel.implicitWidth
+                                         + 2 * Tokens.space3 > width
 
     theme: card.theme
     width: card.width
-    height: 44
+    height: 44 + Tokens.growth(20) + (isStacked ? hintLabel.type.line : 0)
 
     background: RowBackground {
         control: row
@@ -42,7 +46,7 @@ Choice {
         x: 40
         width: Math.min(Math.max(row.minimumNameWidth, implicitWidth),
                         row.width - x - Tokens.space3)
-        height: parent.height
+        height: parent.height - (row.isStacked ? hintLabel.type.line : 0)
         text: row.name
         type: Tokens.body
         font.weight: Font.Medium
@@ -51,9 +55,11 @@ Choice {
         Accessible.ignored: true
     }
     Label {
-        x: nameLabel.x + nameLabel.width + Tokens.space3
+        id: hintLabel
+        x: row.isStacked ? nameLabel.x : nameLabel.x + nameLabel.width + Tokens.space3
+        y: row.isStacked ? nameLabel.height - 8 : 0
         width: Math.max(0, row.width - x - Tokens.space3)
-        height: parent.height
+        height: row.isStacked ? type.line : parent.height
         text: row.hint
         color: row.theme.dimText
         elide: Text.ElideRight

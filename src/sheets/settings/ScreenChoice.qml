@@ -8,7 +8,7 @@ Card {
 
     required property SettingsModel settings
 
-    implicitHeight: 44 * rows.count
+    implicitHeight: column.height
 
     ChoiceGroup {
         id: choiceGroup
@@ -16,6 +16,7 @@ Card {
         current: screenCard.settings.stored.captureAllScreens ? 1 : 0
     }
     Column {
+        id: column
         width: parent.width
 
         Repeater {

@@ -21,7 +21,7 @@ Column {
         visible: content.settings.captureNote.length > 0
 
         Icon {
-            y: (18 - height) / 2
+            y: (note.type.line - height) / 2
             name: "info"
             size: 14
             color: content.theme.warnText
@@ -199,7 +199,7 @@ Column {
             readonly property bool fits: resetAll.width + Tokens.space4 + help.implicitWidth <= width
             y: hotkeys.height + Tokens.space3
             width: parent.width
-            height: fits ? 28 : 60
+            height: help.y + help.height
 
             Button {
                 id: resetAll
@@ -212,7 +212,8 @@ Column {
                 id: help
                 objectName: "helpLink"
                 x: footer.fits ? footer.width - width : 0
-                y: footer.fits ? 0 : 32
+                y: footer.fits ? 0 : resetAll.height + 4
+                width: Math.min(implicitWidth, footer.width)
                 theme: content.theme
                 text: qsTr("Need help? See the Help docs ↗")
                 onClicked: content.settings.openHelp()

@@ -16,7 +16,7 @@ SheetHost {
     property bool isFocusPending: false
     readonly property Item firstControl: closeButton
     readonly property int pad: compact ? Tokens.space3 : Tokens.space5
-    readonly property int headerHeight: compact ? 40 : 48
+    readonly property int headerHeight: (compact ? 40 : 48) + Tokens.growth(20)
 
     /// The closing animation has finished.
     signal closed()

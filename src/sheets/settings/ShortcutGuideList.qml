@@ -25,7 +25,7 @@ Card {
                 required property string commandLine
 
                 width: column.width
-                height: 48
+                height: 48 + Tokens.growth(20) + Tokens.growth(16)
 
                 Rectangle {
                     width: parent.width
@@ -59,7 +59,7 @@ Card {
                     anchors.verticalCenter: parent.verticalCenter
                     anchors.right: parent.right
                     anchors.rightMargin: Tokens.space3
-                    width: 76
+                    width: Math.max(76, implicitWidth)
                     theme: card.theme
                     text: copied.running ? qsTr("Copied") : qsTr("Copy")
                     Accessible.name: qsTr("Copy %1").arg(row.commandLine)

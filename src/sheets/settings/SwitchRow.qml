@@ -21,7 +21,7 @@ Toggle {
     leftPadding: Tokens.space3
     rightPadding: Tokens.space3
     topPadding: 5
-    bottomPadding: height - topPadding - 28
+    bottomPadding: height - topPadding - 28 - Tokens.growth(20)
     implicitHeight: hintLabel.y + hintLabel.height + 11
     onToggled: {
         toggledByUser()

@@ -40,7 +40,7 @@ Item {
             objectName: "swatch-" + swatchId
             name: qsTr("Text color: %1").arg(colorName)
             x: (index % choice.perRow) * 36
-            y: Math.floor(index / choice.perRow) * 36 + (choice.isWide ? 2 : 0)
+            y: Math.floor(index / choice.perRow) * 36 + (choice.isWide ? Math.round((field.height - height) / 2) : 0)
             width: 28
             height: 28
             onPicked: choice.settings.chooseTextColor(index)
@@ -88,7 +88,7 @@ Item {
         objectName: "hexField"
         x: choice.isWide ? choice.width - width : 0
         y: choice.isWide ? 0 : choice.swatchHeight + 12
-        width: 112
+        width: Tokens.grown(112)
         theme: choice.theme
         name: qsTr("Custom text color")
         hint: choice.settings.hexError
