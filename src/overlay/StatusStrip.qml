@@ -21,6 +21,11 @@ FocusScope {
     readonly property real textStart: notSavedLabel.visible
                                       ? notSavedLabel.x + notSavedLabel.width + 10
                                       : drive.visible || notSaved.visible ? 34 : 12
+    /// Whether a compact window has no room for the words of the status beside the other controls.
+    readonly property bool isCrowded: compact
+        && (usage.visible ? usage.implicitWidth + right.spacing : 0)
+           + (stop.visible ? stop.width + right.spacing : 0)
+           + 22 + statusLabel.implicitWidth + right.edge + 12 > width
     readonly property bool isBusy: status === OverlayModel.Waiting
                                    || status === OverlayModel.Streaming
 
@@ -189,7 +194,7 @@ FocusScope {
                 id: statusLabel
                 // A compact window with other indicators shows only the icon.
                 visible: !strip.compact || strip.status === OverlayModel.Stopped
-                         || !(strip.overlay.isThreadCovered || notSaved.visible)
+                         || !(strip.overlay.isThreadCovered || notSaved.visible || strip.isCrowded)
                 x: strip.status === OverlayModel.Stopped ? 0 : 22
                 height: parent.height
                 text: strip.overlay.statusText

@@ -80,7 +80,8 @@ double BottomPanelsLayout::cardHeight() const
     if (natural <= cardHeaderHeight())
         return natural;
     const double room = maximumUpperHeight() - otherRowsHeight() - gap();
-    return std::clamp(room, std::min(natural, cardHeaderHeight() + compactCardBodyHeight()), natural);
+    return std::clamp(room, std::min(natural, cardHeaderHeight() + compactCardBodyHeight()),
+                      natural);
 }
 
 bool BottomPanelsLayout::areCardsShown() const

@@ -58,10 +58,7 @@ public:
     double promptHeight() const;
     /// Height of the thread controls' row; 0 if compact, where they are part of the prompt box.
     double controlsHeight() const { return m_compact ? 0 : 28 + growth(16); }
-    double cardHeaderHeight() const 
-    {
-        return (m_compact ? 32 : 36) + growth(normalLineHeight);
-    }
+    double cardHeaderHeight() const { return (m_compact ? 32 : 36) + growth(normalLineHeight); }
     /// Height of the service card including its header; its body scrolls if it does not fit.
     double cardHeight() const;
     double attachmentHeight() const;

@@ -21,10 +21,19 @@ Card {
 
         required property string text
         default property alias keys: keyCaps.data
-        readonly property bool fits: label.implicitWidth + 12 + keyCaps.width <= width
+        readonly property real capsWidth: {
+            let sum = 0
+            for (let i = 0; i < keyCaps.children.length; ++i) {
+                const cap = keyCaps.children[i]
+                if (cap.visible)
+                    sum += cap.width + (sum > 0 ? keyCaps.spacing : 0)
+            }
+            return sum
+        }
+        readonly property bool fits: label.implicitWidth + 12 + capsWidth <= width
 
         width: parent ? parent.width : 0
-        height: fits ? lineHeight : lineHeight + 22 + Tokens.growth(16)
+        height: fits ? lineHeight : lineHeight + 2 + keyCaps.height + 2
         readonly property real lineHeight: Math.max(20, label.height)
 
         Label {
@@ -35,9 +44,10 @@ Card {
             width: row.fits ? implicitWidth : row.width
             elide: Text.ElideRight
         }
-        Row {
+        Flow {
             id: keyCaps
             x: row.fits ? row.width - width : 0
+            width: row.fits ? row.capsWidth : row.width
             y: row.fits ? Math.round((row.lineHeight - height) / 2) : row.lineHeight + 2
             spacing: 4
         }

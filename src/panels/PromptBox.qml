@@ -63,7 +63,9 @@ Rectangle {
             x: box.compact ? 8 : 10
             width: scroller.width - 2 * x
             // Fills the box, so that a press anywhere focuses the text.
-            height: Math.max(implicitHeight, scroller.height - pasted.shownHeight)
+            height: Math.max(implicitHeight, box.lineHeight,
+                             (box.compact ? 1 : 2) * Math.max(20, box.lineHeight)
+                             - pasted.shownHeight)
             focus: true
             activeFocusOnTab: true
             persistentSelection: true

@@ -24,7 +24,79 @@ private Q_SLOTS:
     void loadingState();
     void errorState();
     void twoLineErrorShiftsFurther();
+    void followsTextSize();
 };
+
+/// The first two of the visible texts below @p item that overlap or leave the window.
+QString fault(QQuickItem *root, const QSizeF &window)
+{
+    QList<std::pair<QString, QRectF>> texts;
+    const std::function<void(QQuickItem *)> collect = [&](QQuickItem *item) {
+        for (QQuickItem *child : item->childItems()) {
+            if (!child->isVisible())
+                continue;
+            if (child->inherits("QQuickText") && !child->property("text").toString().isEmpty()) {
+                QRectF content(0, 0, child->property("contentWidth").toReal(),
+                               child->property("contentHeight").toReal());
+                content.moveCenter(QRectF({0, 0}, child->size()).center());
+                texts.append({child->property("text").toString(), child->mapRectToScene(content)});
+            }
+            collect(child);
+        }
+    };
+    collect(root);
+    for (qsizetype i = 0; i < texts.size(); ++i) {
+        if (!QRectF({0, 0}, window).contains(texts[i].second))
+            return texts[i].first + QStringLiteral(" leaves the window");
+        for (qsizetype j = 0; j < i; ++j) {
+            const QRectF common = texts[i].second & texts[j].second;
+            if (common.width() > 1 && common.height() > 2)
+                return texts[i].first + QStringLiteral(" covers ") + texts[j].first;
+        }
+    }
+    return {};
+}
+
+void TestLoginWindow::followsTextSize()
+{
+    Fixture f;
+    FakeAppearance system;
+    followTextScale(f.engine, system);
+    QVERIFY(f.show());
+    const QQuickView &window = f.controller.window();
+    const auto check = [&] {
+        for (const bool isWaiting : {false, true}) {
+            f.controller.viewModel().setGoogleLoading(isWaiting);
+            f.controller.viewModel().setErrorMessage({});
+            QCOMPARE(fault(f.root(), window.size()), QString());
+            f.controller.viewModel().setErrorMessage(
+                QStringLiteral("Sign-in failed. Please check your connection and try again."));
+            QCOMPARE(fault(f.root(), window.size()), QString());
+        }
+        f.controller.viewModel().setGoogleLoading(false);
+        f.controller.viewModel().setErrorMessage({});
+    };
+    system.setTextScale(1.25);
+    QCOMPARE(window.size(), QSize(505, 532));
+    QCOMPARE(window.maximumSize(), window.size());
+    check();
+    system.setTextScale(1.5);
+    check();
+    system.setTextScale(0.8);
+    QCOMPARE(window.size(), QSize(420, 480));
+    check();
+    // Larger than the screen: the form scrolls to the field with the focus.
+    system.setTextScale(3);
+    const QSize room = window.screen()->availableSize();
+    QVERIFY(window.height() <= room.height() && window.width() <= room.width());
+    const QQuickItem *scroller = findItem(f.root(), "objectName", QStringLiteral("loginScroller"));
+    QTRY_VERIFY(scroller->property("overflows").toBool());
+    QQuickItem *last = findItem(f.root(), "name", QStringLiteral("Don't have an account? Sign up"));
+    last->forceActiveFocus(Qt::TabFocusReason);
+    QVERIFY(QRectF({0, 0}, window.size()).contains(areaOf(last)));
+    system.setTextScale(1);
+    QCOMPARE(window.size(), QSize(420, 480));
+}
 
 void TestLoginWindow::windowProperties()
 {

@@ -40,6 +40,8 @@ private Q_SLOTS:
     void rendersMarkdownWithoutNetwork();
     void hintAndIndicator();
     void nothingMovesWhenMotionIsReduced();
+    void followsTextSize();
+    void scrollbarFollowsTextSize();
     void specialCharactersShowLiterally();
     void facesAreTheBundledOnes();
     void threadShowsEverything();
@@ -128,6 +130,40 @@ void TestPageEngine::nothingMovesWhenMotionIsReduced()
     QCOMPARE(m_engine->value(moving).toInt(), 0);
     m_engine->view.setMotionReduced(false);
     ENGINE_TRY_COMPARE(m_engine->value(moving).toInt(), 3);
+}
+
+void TestPageEngine::followsTextSize()
+{
+    const auto fontHeight = [this] {
+        return m_engine
+            ->value(QStringLiteral("document.querySelector('p').getBoundingClientRect()"
+                                   ".height * devicePixelRatio"))
+            .toDouble();
+    };
+    QVERIFY(finished(m_display->loadContent(QStringLiteral("word"))));
+    const double normal = fontHeight();
+    QVERIFY(normal > 0);
+    // Affects the current page and later ones from their first frame on, and can be undone.
+    m_engine->view.setTextScale(1.5);
+    ENGINE_TRY_COMPARE(qRound(fontHeight() / normal * 20), 30);
+    for (int i = 0; i < 3; ++i) {
+        QVERIFY(finished(m_display->loadContent(QStringLiteral("word"))));
+        QCOMPARE(qRound(fontHeight() / normal * 20), 30);
+    }
+    m_engine->view.setTextScale(1);
+    ENGINE_TRY_COMPARE(qRound(fontHeight() / normal * 20), 20);
+}
+
+void TestPageEngine::scrollbarFollowsTextSize()
+{
+    QList<double> ratios;
+    connect(m_display.get(), &ResponseDisplay::scrollPositionChanged, this,
+            [&ratios](bool, double ratio, double) { ratios << ratio; });
+    QVERIFY(finished(m_display->loadContent(QStringLiteral("line\n\n").repeated(60))));
+    QVERIFY(runUntil([&] { return !ratios.isEmpty(); }));
+    const double before = ratios.last();
+    m_engine->view.setTextScale(2);
+    QVERIFY(runUntil([&] { return ratios.last() < before * 0.7; }));
 }
 
 void TestPageEngine::specialCharactersShowLiterally()

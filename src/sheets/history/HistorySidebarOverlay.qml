@@ -230,17 +230,32 @@ Item {
                 color: overlay.theme.track
             }
 
-            HistoryEmptyState {
-                objectName: "historyEmpty"
-                history: overlay.history
-                theme: overlay.theme
+            Flickable {
+                objectName: "historyEmptyScroller"
+                readonly property bool overflows: contentHeight > height + 0.5
+
                 visible: list.count === 0 && !overlay.history.isLoading && !notice.visible
-                x: Tokens.space5
-                // The position of the icon does not depend on the items below it.
-                y: Math.max(list.y, Math.min(Math.round(parent.height * 0.464) - 14,
-                                             parent.height - height - Tokens.space2))
-                width: parent.width - 2 * x
-                onSearchCleared: search.forceActiveFocus()
+                y: list.y
+                width: parent.width
+                height: parent.height - y
+                contentWidth: width
+                contentHeight: empty.y + empty.height + Tokens.space2
+                boundsBehavior: Flickable.StopAtBounds
+                interactive: overflows
+                clip: overflows
+
+                HistoryEmptyState {
+                    id: empty
+                    objectName: "historyEmpty"
+                    history: overlay.history
+                    theme: overlay.theme
+                    x: Tokens.space5
+                    // The position of the icon does not depend on the items below it.
+                    y: Math.max(0, Math.min(Math.round(body.height * 0.464) - 14 - list.y,
+                                            body.height - list.y - height - Tokens.space2))
+                    width: parent.width - 2 * x
+                    onSearchCleared: search.forceActiveFocus()
+                }
             }
             HistoryProgress {
                 id: loading

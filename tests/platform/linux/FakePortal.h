@@ -79,7 +79,7 @@ private:
     bool m_isServing = false;
 };
 
-/// A desktop portal with two settings.
+/// A desktop portal with settings.
 class FakePortal : public BusService
 {
     Q_OBJECT
@@ -100,13 +100,23 @@ public:
         if (message.interface() != settingsInterface() ||
             message.member() != QStringLiteral("Read"))
             return false;
-        const bool isMotion =
-            message.arguments() == QVariantList{QStringLiteral("org.gnome.desktop.interface"),
-                                                QStringLiteral("enable-animations")};
-        ++(isMotion ? motionReads : reads);
-        if (!isMotion)
+        const QStringList setting{message.arguments().value(0).toString(),
+                                  message.arguments().value(1).toString()};
+        const bool isScheme = setting == QStringList{QStringLiteral("org.freedesktop.appearance"),
+                                                     QStringLiteral("color-scheme")};
+        const bool isMotion = setting == QStringList{QStringLiteral("org.gnome.desktop.interface"),
+                                                     QStringLiteral("enable-animations")};
+        if (isScheme) {
+            ++reads;
             readArguments = message.arguments();
-        const QVariant &answer = isMotion ? animations : value;
+        } else if (isMotion) {
+            ++motionReads;
+        } else {
+            otherReads << setting.join(QLatin1Char(' '));
+        }
+        const QVariant answer = isScheme   ? value
+                                : isMotion ? animations
+                                           : others.value(setting.join(QLatin1Char(' ')));
         if (refuses || !answer.isValid())
             connection.send(message.createErrorReply(QDBusError::UnknownMethod,
                                                      QStringLiteral("no such setting")));
@@ -119,10 +129,14 @@ public:
     QVariant value = 0U;
     /// Invalid if the desktop lacks the setting.
     QVariant animations;
+    /// Further settings, by "GROUP KEY".
+    QVariantMap others;
     bool refuses = false;
     int reads = 0;
     int motionReads = 0;
     QVariantList readArguments;
+    /// The further settings that were read.
+    QStringList otherReads;
 
 private:
     static QString objectPath() { return QStringLiteral("/org/freedesktop/portal/desktop"); }

@@ -4,6 +4,7 @@
 
 #include <QGuiApplication>
 #include <QPalette>
+#include <QScreen>
 #include <QtTest>
 
 using namespace quellora;
@@ -39,9 +40,19 @@ private Q_SLOTS:
     void usesPortalsMotionSetting_data();
     void usesPortalsMotionSetting();
     void followsMotionSettingChanged();
+    void followsKdesAnimations_data();
+    void followsKdesAnimations();
+    void usesPortalsTextSize_data();
+    void usesPortalsTextSize();
+    void followsTextSizeChanged();
+    void textSizeIsNotAppliedTwice_data();
+    void textSizeIsNotAppliedTwice();
+    void followsResolution();
     void findsSessionBusAddress();
 
 private:
+    /// Waits until all replies that the portal has sent so far have been handled.
+    void settle(AppearanceLinux &appearance);
     void sendChange(const QString &group, const QString &key, const QVariant &value);
 
     PrivateBus m_bus;
@@ -228,6 +239,167 @@ void AppearanceLinuxTest::followsMotionSettingChanged()
     sendChange(group, key, true);
     QTRY_COMPARE(seen, (QList<bool>{true, false}));
     QCOMPARE(schemes, 0);
+}
+
+void AppearanceLinuxTest::settle(AppearanceLinux &appearance)
+{
+    // Messages arrive in order.
+    QTRY_COMPARE(m_portal->otherReads.size(), 3);
+    bool hasScheme = false;
+    appearance.onChanged([&hasScheme] { hasScheme = true; });
+    sendChange(QStringLiteral("org.freedesktop.appearance"), QStringLiteral("color-scheme"),
+               appearance.isDark() ? 2U : 1U);
+    QTRY_VERIFY(hasScheme);
+}
+
+void AppearanceLinuxTest::followsKdesAnimations_data()
+{
+    QTest::addColumn<QVariant>("factor");
+    QTest::addColumn<bool>("reduces");
+    QTest::newRow("none") << QVariant(QStringLiteral("0")) << true;
+    QTest::newRow("none, as a number") << QVariant(0.0) << true;
+    QTest::newRow("fast") << QVariant(QStringLiteral("0.25")) << false;
+    QTest::newRow("slow") << QVariant(QStringLiteral("4")) << false;
+    QTest::newRow("not set") << QVariant() << false;
+    QTest::newRow("empty") << QVariant(QString()) << false;
+    QTest::newRow("word") << QVariant(QStringLiteral("none")) << false;
+    QTest::newRow("not a number") << QVariant(QStringLiteral("nan")) << false;
+    QTest::newRow("flag") << QVariant(false) << false;
+}
+
+void AppearanceLinuxTest::followsKdesAnimations()
+{
+    QFETCH(QVariant, factor);
+    QFETCH(bool, reduces);
+    const QString group = QStringLiteral("org.kde.kdeglobals.KDE");
+    const QString key = QStringLiteral("AnimationDurationFactor");
+    m_portal->others.insert(group + QLatin1Char(' ') + key, factor);
+    AppearanceLinux appearance(m_address);
+    settle(appearance);
+    QCOMPARE(appearance.reducesMotion(), reduces);
+    QList<bool> seen;
+    appearance.onMotionChanged([&] { seen << appearance.reducesMotion(); });
+    sendChange(group, key, QStringLiteral("1"));
+    sendChange(group, key, QStringLiteral("0"));
+    QTRY_COMPARE(seen, reduces ? (QList<bool>{false, true}) : QList<bool>{true});
+    // One of the two switches is enough.
+    sendChange(QStringLiteral("org.gnome.desktop.interface"), QStringLiteral("enable-animations"),
+               false);
+    sendChange(group, key, QStringLiteral("1"));
+    settle(appearance);
+    QVERIFY(appearance.reducesMotion());
+}
+
+void AppearanceLinuxTest::usesPortalsTextSize_data()
+{
+    QTest::addColumn<QVariant>("factor");
+    QTest::addColumn<QVariant>("font");
+    QTest::addColumn<double>("scale");
+    const auto font = [](const char *size) {
+        return QVariant(QStringLiteral("Noto Sans,%1,-1,5,50,0,0,0,0,0").arg(QLatin1String(size)));
+    };
+    QTest::newRow("normal") << QVariant(1.0) << QVariant() << 1.0;
+    QTest::newRow("large") << QVariant(1.25) << QVariant() << 1.25;
+    QTest::newRow("small") << QVariant(0.8) << QVariant() << 0.8;
+    QTest::newRow("whole number") << QVariant(2) << QVariant() << 2.0;
+    QTest::newRow("too large") << QVariant(1e300) << QVariant() << 3.0;
+    QTest::newRow("too small") << QVariant(0.01) << QVariant() << 0.5;
+    QTest::newRow("zero") << QVariant(0.0) << QVariant() << 1.0;
+    QTest::newRow("negative") << QVariant(-2.0) << QVariant() << 1.0;
+    QTest::newRow("not a number") << QVariant(qQNaN()) << QVariant() << 1.0;
+    QTest::newRow("infinite") << QVariant(qInf()) << QVariant() << 1.0;
+    QTest::newRow("word") << QVariant(QStringLiteral("huge")) << QVariant() << 1.0;
+    QTest::newRow("flag") << QVariant(true) << QVariant() << 1.0;
+    QTest::newRow("not set") << QVariant() << QVariant() << 1.0;
+    QTest::newRow("KDE's default font") << QVariant() << font("10") << 1.0;
+    QTest::newRow("KDE's larger font") << QVariant() << font("12") << 1.2;
+    QTest::newRow("KDE's fractional font") << QVariant(1.0) << font("10.5") << 1.05;
+    QTest::newRow("both") << QVariant(1.5) << font("12") << 1.5 * 1.2;
+    QTest::newRow("both too large") << QVariant(3.0) << font("30") << 3.0;
+    QTest::newRow("font in pixels") << QVariant() << font("-1") << 1.0;
+    QTest::newRow("font without size")
+        << QVariant() << QVariant(QStringLiteral("Noto Sans")) << 1.0;
+    QTest::newRow("font that is no text") << QVariant() << QVariant(12) << 1.0;
+}
+
+void AppearanceLinuxTest::usesPortalsTextSize()
+{
+    QFETCH(QVariant, factor);
+    QFETCH(QVariant, font);
+    QFETCH(double, scale);
+    m_portal->others = {{QStringLiteral("org.gnome.desktop.interface text-scaling-factor"), factor},
+                        {QStringLiteral("org.kde.kdeglobals.General font"), font}};
+    AppearanceLinux appearance(m_address);
+    QCOMPARE(appearance.textScale(), 1.0);
+    QList<double> seen;
+    appearance.onTextScaleChanged([&] { seen << appearance.textScale(); });
+    settle(appearance);
+    QCOMPARE(appearance.textScale(), scale);
+    QCOMPARE(seen.isEmpty(), scale == 1);
+}
+
+void AppearanceLinuxTest::followsTextSizeChanged()
+{
+    AppearanceLinux appearance(m_address);
+    QList<double> seen;
+    appearance.onTextScaleChanged([&] { seen << appearance.textScale(); });
+    settle(appearance);
+    const QString group = QStringLiteral("org.gnome.desktop.interface");
+    const QString key = QStringLiteral("text-scaling-factor");
+    sendChange(group, key, 1.25);
+    QTRY_COMPARE(seen, QList<double>{1.25});
+    sendChange(group, key, 1.25);
+    sendChange(QStringLiteral("org.example.interface"), key, 2.0);
+    sendChange(group, QStringLiteral("cursor-size"), 48);
+    sendChange(group, key, 1.5);
+    sendChange(group, key, QStringLiteral("hostile"));
+    QTRY_COMPARE(seen, (QList<double>{1.25, 1.5, 1.0}));
+    sendChange(QStringLiteral("org.kde.kdeglobals.General"), QStringLiteral("font"),
+               QStringLiteral("Noto Sans,14,-1,5,50,0,0,0,0,0"));
+    QTRY_COMPARE(seen, (QList<double>{1.25, 1.5, 1.0, 1.4}));
+}
+
+void AppearanceLinuxTest::textSizeIsNotAppliedTwice_data()
+{
+    QTest::addColumn<double>("factor");
+    QTest::addColumn<double>("resolution");
+    QTest::addColumn<double>("scale");
+    // The resolution in relation to 96 dots per inch.
+    QTest::newRow("resolution untouched") << 1.25 << 1.0 << 1.25;
+    QTest::newRow("in the resolution") << 1.25 << 120 / 96.0 << 1.0;
+    QTest::newRow("in the rounded resolution") << 1.1 << 105 / 96.0 << 1.0;
+    QTest::newRow("with doubled windows") << 1.25 << 240 / 96.0 << 1.0;
+    QTest::newRow("reduced text") << 0.8 << 77 / 96.0 << 1.0;
+    QTest::newRow("only the windows are doubled") << 1.25 << 2.0 << 1.25;
+    QTest::newRow("only the windows are enlarged") << 1.25 << 1.75 << 1.25;
+    QTest::newRow("normal text on enlarged windows") << 1.0 << 2.0 << 1.0;
+}
+
+void AppearanceLinuxTest::textSizeIsNotAppliedTwice()
+{
+    QFETCH(double, factor);
+    QFETCH(double, resolution);
+    QFETCH(double, scale);
+    m_portal->others.insert(QStringLiteral("org.gnome.desktop.interface text-scaling-factor"),
+                            factor);
+    AppearanceLinux appearance(m_address, [resolution] { return resolution; });
+    settle(appearance);
+    QCOMPARE(appearance.textScale(), scale);
+}
+
+void AppearanceLinuxTest::followsResolution()
+{
+    double resolution = 1;
+    m_portal->others.insert(QStringLiteral("org.gnome.desktop.interface text-scaling-factor"),
+                            1.25);
+    AppearanceLinux appearance(m_address, [&resolution] { return resolution; });
+    settle(appearance);
+    QCOMPARE(appearance.textScale(), 1.25);
+    // The desktop's own program reports the resolution a moment later.
+    resolution = 1.25;
+    Q_EMIT QGuiApplication::primaryScreen()->geometryChanged(
+        QGuiApplication::primaryScreen()->geometry());
+    QCOMPARE(appearance.textScale(), 1.0);
 }
 
 void AppearanceLinuxTest::findsSessionBusAddress()
