@@ -30,7 +30,8 @@ Item {
     }
 
     implicitWidth: Tokens.grown(340) + 2 * margin
-    implicitHeight: 480 + growth + Tokens.growth(16)
+    // Has room for an error of two lines.
+    implicitHeight: 480 + growth + Tokens.growth(16) + 2 * Tokens.growth(18)
     Keys.onReturnPressed: pressSignIn()
     Keys.onEnterPressed: pressSignIn()
 
@@ -62,7 +63,7 @@ Item {
 
         anchors.fill: parent
         contentWidth: width
-        contentHeight: Math.max(height, signUp.y + signUp.height + 16)
+        contentHeight: Math.max(height, signUp.y + signUp.height + 4)
         boundsBehavior: Flickable.StopAtBounds
         interactive: overflows
 
