@@ -142,11 +142,21 @@ bool NonFocusPanel::close()
 void NonFocusPanel::mouseDown(QPointF location)
 {
     m_dragStart = location;
+    followPointer();
 }
 
 void NonFocusPanel::beginResize(int edges)
 {
     m_resize = Resize{Qt::Edges(edges), m_pointer, geometry()};
+    followPointer();
+}
+
+void NonFocusPanel::followPointer()
+{
+    const QPointF pointer = m_pointer;
+    m_isFollowing =
+        m_platform.followPointer(*this, [this, pointer](QPointF offset) { drag(pointer + offset); })
+            .isApplied();
 }
 
 void NonFocusPanel::makeKey()
@@ -182,22 +192,27 @@ void NonFocusPanel::mousePressEvent(QMouseEvent *event)
 void NonFocusPanel::mouseMoveEvent(QMouseEvent *event)
 {
     m_pointer = event->globalPosition();
-    // Use screen coordinates: the window moves asynchronously, so a delta in window coordinates
-    // would be applied twice.
-    if (m_dragStart) {
-        m_draggedFrame = QRect((m_pointer - *m_dragStart).toPoint(), size());
-        setPosition(m_draggedFrame->topLeft());
-        event->accept();
-        return;
-    }
-    if (m_resize) {
-        m_draggedFrame = OverlayGeometry::resized(m_resize->frame, m_resize->edges,
-                                                  (m_pointer - m_resize->pointer).toPoint());
-        setGeometry(*m_draggedFrame);
+    if (m_dragStart || m_resize) {
+        // Use screen coordinates: the window moves asynchronously, so a delta in window coordinates
+        // would be applied twice.
+        if (!m_isFollowing)
+            drag(m_pointer);
         event->accept();
         return;
     }
     QQuickWindow::mouseMoveEvent(event);
+}
+
+void NonFocusPanel::drag(const QPointF &pointer)
+{
+    if (m_dragStart) {
+        m_draggedFrame = QRect((pointer - *m_dragStart).toPoint(), size());
+        setPosition(m_draggedFrame->topLeft());
+    } else if (m_resize) {
+        m_draggedFrame = OverlayGeometry::resized(m_resize->frame, m_resize->edges,
+                                                  (pointer - m_resize->pointer).toPoint());
+        setGeometry(*m_draggedFrame);
+    }
 }
 
 void NonFocusPanel::mouseReleaseEvent(QMouseEvent *event)
@@ -209,6 +224,9 @@ void NonFocusPanel::mouseReleaseEvent(QMouseEvent *event)
 
 void NonFocusPanel::endDrag()
 {
+    // First: delivers the last movement.
+    if (std::exchange(m_isFollowing, false))
+        m_platform.stopFollowingPointer();
     m_dragStart.reset();
     m_resize.reset();
     if (const auto frame = std::exchange(m_draggedFrame, std::nullopt))

@@ -103,6 +103,9 @@ private:
 
     /// Whether a press at @p location, in window coordinates, requests keyboard focus.
     bool isKeyboardTarget(const QPointF &location) const;
+    void followPointer();
+    /// Moves or resizes the panel to where @p pointer, in screen coordinates, has dragged it.
+    void drag(const QPointF &pointer);
     void endDrag();
     /// Sends an accessibility alert for the blocking message @p id, once per message; empty for
     /// none.
@@ -116,6 +119,8 @@ private:
     std::optional<Resize> m_resize;
     std::optional<QRect> m_draggedFrame;
     QPointF m_pointer;
+    /// The platform reports the pointer's movements during this drag.
+    bool m_isFollowing = false;
     bool m_isClosing = false;
     QString m_announcedMessageId;
 };

@@ -5,6 +5,7 @@
 #include "platform/linux/PlatformChoice.h"
 #include "platform/linux/PlatformX11.h"
 #include "platform/null/NullPlatform.h"
+#include "platform/wayland/PlatformWayland.h"
 #include "platform/wayland/WaylandProbe.h"
 
 #include <QDir>
@@ -91,9 +92,10 @@ void Platform::prepareProcess()
     case PlatformChoice::Port::Wayland:
         // The second one serves where the toolkit has no plugin for Wayland.
         setVariable(qtPlatformVariable, "wayland;xcb");
-        // The panel's surface is free for a role that the toolkit does not know ...
-        setVariable("QT_WAYLAND_USE_BYPASSWINDOWMANAGERHINT", "1");
-        // ... and its window has the position that it was given.
+        // Leaves the panel's surface free for a role that the toolkit does not know. Stays set: it
+        // is read each time a window is shown.
+        qputenv(PanelWindowWayland::bypassVariable, "1");
+        // Windows have the positions that they were given.
         setVariable("QT_WAYLAND_DISABLE_FIXED_POSITIONS", "1");
         break;
     case PlatformChoice::Port::XWayland:
@@ -141,6 +143,9 @@ std::unique_ptr<Platform> Platform::create()
             qunsetenv(name);
     }
     const std::optional<PlatformChoice::Port> port = std::exchange(chosenPort, std::nullopt);
+    std::unique_ptr<WaylandConnection> wayland = WaylandConnection::current();
+    if (wayland && wayland->layerShell())
+        return std::make_unique<PlatformWayland>(std::move(wayland));
     if (const std::optional<X11Connection> x11 = X11Connection::current())
         return std::make_unique<PlatformX11>(*x11, port == PlatformChoice::Port::X11
                                                        ? PermissionsLinux::Session::X11

@@ -13,11 +13,14 @@ const QString watcherPath = QStringLiteral("/StatusNotifierWatcher");
 
 } // namespace
 
-StatusAreaLinux::StatusAreaLinux(const X11Connection &x11, const QString &busAddress)
-    : m_selection(x11, "_NET_SYSTEM_TRAY_S"), m_bus(QStringLiteral("tray"), busAddress)
+StatusAreaLinux::StatusAreaLinux(const std::optional<X11Connection> &x11, const QString &busAddress)
+    : m_bus(QStringLiteral("tray"), busAddress)
 {
-    m_available = m_selection.isOwned();
-    m_selection.onChanged([this] { update(); });
+    if (x11) {
+        m_selection.emplace(*x11, "_NET_SYSTEM_TRAY_S");
+        m_selection->onChanged([this] { update(); });
+    }
+    m_available = isSelectionOwned();
     connect(&m_bus, &SessionBusLinux::connected, this, &StatusAreaLinux::watchBus);
 }
 
@@ -68,7 +71,7 @@ void StatusAreaLinux::setHostRegistered(bool registered)
 
 void StatusAreaLinux::update()
 {
-    const bool available = m_hostRegistered || m_selection.isOwned();
+    const bool available = m_hostRegistered || isSelectionOwned();
     if (available == m_available)
         return;
     m_available = available;

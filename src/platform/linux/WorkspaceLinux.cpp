@@ -1,6 +1,7 @@
 #include "platform/linux/WorkspaceLinux.h"
 
 #include "platform/OpenRules.h"
+#include "platform/wayland/PanelWindowWayland.h"
 
 #include <QFileInfo>
 #include <QProcess>
@@ -47,6 +48,10 @@ public:
         setStandardOutputFile(nullDevice());
         setStandardErrorFile(nullDevice());
         // A new session, so that signals from this program's terminal do not reach the browser.
+        // Meant for this program's panel; another program's windows would not appear.
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.remove(QString::fromLatin1(PanelWindowWayland::bypassVariable));
+        setProcessEnvironment(environment);
         setChildProcessModifier([] { ::setsid(); });
         connect(this, &QProcess::errorOccurred, this, [this](QProcess::ProcessError error) {
             if (error != QProcess::FailedToStart)

@@ -3,6 +3,7 @@
 #include "base/UserDefaults.h"
 #include "platform/DesktopSession.h"
 #include "platform/EventFilterKeyMonitor.h"
+#include "platform/NoGlobalHotkeys.h"
 #include "platform/NoSystemSymbols.h"
 #include "platform/Notifications.h"
 #include "platform/OpenRules.h"
@@ -38,18 +39,6 @@ public:
     void resignKey(QWindow &) override {}
     bool isCompositing() const override { return false; }
     void onCompositingChanged(std::function<void()>) override {}
-};
-
-class NullGlobalHotkeys : public GlobalHotkeys
-{
-public:
-    void installHandler(std::function<void(Registration)>) override {}
-    void removeHandler() override {}
-    Result registerHotkey(QKeyCombination) override
-    {
-        return tl::unexpected(Failure{Failure::Kind::Unavailable, -1});
-    }
-    void unregisterHotkey(Registration) override {}
 };
 
 class NullPermissions : public Permissions
@@ -113,7 +102,7 @@ public:
 NullPlatform::NullPlatform(std::unique_ptr<DeviceInfo> deviceInfo, CaptureTool captureTool,
                            QString applicationSupportDirectory, Vocabulary vocabulary)
     : m_panelWindow(std::make_unique<NullPanelWindow>())
-    , m_globalHotkeys(std::make_unique<NullGlobalHotkeys>())
+    , m_globalHotkeys(std::make_unique<NoGlobalHotkeys>())
     , m_keyMonitor(std::make_unique<EventFilterKeyMonitor>([](quint32) { return QString(); }))
     , m_permissions(std::make_unique<NullPermissions>())
     , m_appearance(std::make_unique<NullAppearance>())

@@ -178,6 +178,14 @@ wl_pointer *WaylandConnection::toolkitPointer()
                   : nullptr;
 }
 
+wl_seat *WaylandConnection::toolkitSeat()
+{
+    QPlatformNativeInterface *native = toolkit();
+    if (!native || !native->nativeResourceForIntegration("wl_keyboard"))
+        return nullptr;
+    return static_cast<wl_seat *>(native->nativeResourceForIntegration("wl_seat"));
+}
+
 void *WaylandConnection::wrapper(void *proxy) const
 {
     void *wrapper = wl_proxy_create_wrapper(proxy);

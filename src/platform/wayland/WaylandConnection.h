@@ -15,6 +15,7 @@ class QScreen;
 class QWindow;
 struct wl_display;
 struct wl_pointer;
+struct wl_seat;
 
 namespace quellora {
 
@@ -77,6 +78,8 @@ public:
     static wl_surface *surface(QWindow &window);
     static wl_output *toolkitOutput(QScreen &screen);
     static wl_pointer *toolkitPointer();
+    /// Null while it has no keyboard.
+    static wl_seat *toolkitSeat();
 
     /// Objects made through the wrapper send their events to the private queue until deliver().
     template <typename T>

@@ -1,0 +1,63 @@
+#pragma once
+
+#include "platform/wayland/LayerSurface.h"
+
+#include <QObject>
+#include <QRect>
+#include <QTimer>
+
+class QScreen;
+class QWindow;
+
+namespace quellora {
+
+/// Keeps one panel window above all others: gives its surface the layer role whenever it is shown,
+/// on the screen where its centre is, and lets the role follow the window's frame. The toolkit
+/// makes a new surface each time the window is shown. A child object of its window. Main thread
+/// only.
+class PanelKeeperWayland : public QObject
+{
+    Q_OBJECT
+public:
+    /// The keeper of this window; created on the first call.
+    static PanelKeeperWayland &of(const WaylandConnection &connection, QWindow &window);
+
+    /// @param responseRect in points; if empty, the whole window receives events
+    void keepClickThrough(const QRect &responseRect);
+    /// Takes the keyboard until returnKeyboard(), the user clicks another window, or the window is
+    /// hidden.
+    /// @return false while the window is not shown
+    bool takeKeyboard();
+    void returnKeyboard();
+
+    /// Makes the window invisible without hiding it, for a picture of the screen.
+    /// @return whether it is shown and covered now
+    bool cover() { return m_role.cover(); }
+    void uncover() { m_role.uncover(); }
+    /// The screen on which the window is shown; null if it is hidden.
+    QScreen *screen() const { return m_role.screen(); }
+
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
+private:
+    PanelKeeperWayland(const WaylandConnection &connection, QWindow &window);
+    void attach();
+    /// Shows the window with a new surface, on the screen where it belongs now.
+    void rehome();
+    void followFrame();
+    void followScreen(QScreen *screen);
+    void applyInputRegion();
+    void setKeyboard(LayerSurface::Keyboard keyboard);
+
+    const WaylandConnection &m_connection;
+    QWindow &m_window;
+    LayerSurface m_role;
+    QRect m_responseRect;
+    QRect m_placed;
+    QTimer m_rehomeTimer;
+    /// Applies a new size whose contents do not come.
+    QTimer m_commitTimer;
+    bool m_isRehoming = false;
+};
+
+} // namespace quellora

@@ -1,0 +1,113 @@
+#include "platform/wayland/PanelWindowWayland.h"
+
+#include "platform/wayland/PanelKeeperWayland.h"
+
+#include <QCursor>
+#include <QSurfaceFormat>
+#include <QVariant>
+#include <QWindow>
+
+#include <utility>
+
+namespace quellora {
+
+PanelWindowWayland::PanelWindowWayland(const WaylandConnection &connection)
+    : m_connection(connection), m_follower(connection)
+{}
+
+Capability PanelWindowWayland::applyPanelTraits(QWindow &window)
+{
+    // Without window manager, the toolkit leaves the surface's role to the keeper.
+    constexpr Qt::WindowFlags panelFlags =
+        Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint | Qt::NoDropShadowWindowHint |
+        Qt::WindowDoesNotAcceptFocus | Qt::BypassWindowManagerHint;
+    const Qt::WindowFlags flags = (window.flags() & ~Qt::WindowType_Mask) | panelFlags;
+    const bool wasVisible = window.isVisible();
+    if (window.flags() != flags) {
+        // The format and these flags are fixed once the native window exists.
+        window.destroy();
+        QSurfaceFormat format = window.requestedFormat();
+        format.setAlphaBufferSize(8);
+        window.setFormat(format);
+        window.setFlags(flags);
+    }
+    PanelKeeperWayland::of(m_connection, window);
+    if (!m_panels.contains(&window)) {
+        m_panels.removeIf([](const QPointer<QWindow> &panel) { return panel.isNull(); });
+        m_panels.append(&window);
+    }
+    if (wasVisible)
+        window.show();
+    return Capability::applied();
+}
+
+Capability PanelWindowWayland::excludeFromCapture(QWindow &)
+{
+    return Capability::unsupported(
+        QStringLiteral("Our own captures leave the window out, but other programs' captures "
+                       "cannot be prevented on Wayland"));
+}
+
+Capability PanelWindowWayland::setClickThrough(QWindow &window, const QRect &responseRect)
+{
+    PanelKeeperWayland::of(m_connection, window).keepClickThrough(responseRect);
+    return Capability::applied();
+}
+
+Capability PanelWindowWayland::orderFront(QWindow &window)
+{
+    window.show();
+    window.raise();
+    return Capability::applied();
+}
+
+Capability PanelWindowWayland::makeKey(QWindow &window)
+{
+    if (!PanelKeeperWayland::of(m_connection, window).takeKeyboard())
+        return Capability::bestEffort(QStringLiteral("The window is not shown yet"));
+    return Capability::applied();
+}
+
+void PanelWindowWayland::resignKey(QWindow &window)
+{
+    PanelKeeperWayland::of(m_connection, window).returnKeyboard();
+}
+
+Capability PanelWindowWayland::followPointer(QWindow &, std::function<void(QPointF)> onMoved)
+{
+    // The toolkit knows the position from the press that starts it.
+    if (!m_follower.start(QCursor::pos(), std::move(onMoved)))
+        return Capability::unsupported(
+            QStringLiteral("The compositor does not report how the pointer moves"));
+    return Capability::applied();
+}
+
+bool PanelWindowWayland::cover()
+{
+    bool isCovered = false;
+    for (const QPointer<QWindow> &panel : std::as_const(m_panels)) {
+        if (panel && PanelKeeperWayland::of(m_connection, *panel).cover())
+            isCovered = true;
+    }
+    return isCovered;
+}
+
+void PanelWindowWayland::uncover()
+{
+    for (const QPointer<QWindow> &panel : std::as_const(m_panels)) {
+        if (panel)
+            PanelKeeperWayland::of(m_connection, *panel).uncover();
+    }
+}
+
+QScreen *PanelWindowWayland::screenWithPanel() const
+{
+    for (const QPointer<QWindow> &panel : m_panels) {
+        QScreen *screen = panel ? PanelKeeperWayland::of(m_connection, *panel).screen() : nullptr;
+        if (screen)
+            return screen;
+    }
+    return nullptr;
+}
+
+} // namespace quellora
