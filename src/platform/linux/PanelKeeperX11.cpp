@@ -87,13 +87,21 @@ int PanelKeeperX11::takeFocus(xcb_timestamp_t time)
 
 void PanelKeeperX11::returnFocus(xcb_timestamp_t time)
 {
-    if (m_previousFocus != XCB_NONE && focusedWindow(m_x11) == nativeWindow(m_window))
-        setFocus(m_x11, std::exchange(m_previousFocus, XCB_NONE), time);
+    const xcb_window_t native = nativeWindow(m_window);
+    if (!m_previousFocus || native == XCB_NONE || focusedWindow(m_x11) != native)
+        return;
+    const xcb_window_t previous = *std::exchange(m_previousFocus, std::nullopt);
+    // In a Wayland session the keyboard was with a program that is no X client. Focusing the root
+    // window makes the compositor focus the window that had it before.
+    if (previous == XCB_NONE)
+        setFocus(m_x11, m_x11.root(), XCB_CURRENT_TIME);
+    else
+        setFocus(m_x11, previous, time);
 }
 
 void PanelKeeperX11::restoreFocusAfterHide()
 {
-    const xcb_window_t previous = std::exchange(m_previousFocus, XCB_NONE);
+    const xcb_window_t previous = std::exchange(m_previousFocus, std::nullopt).value_or(XCB_NONE);
     if (previous == XCB_NONE)
         return;
     // Hiding a focused window moves the focus to the root window. If another window has the focus,

@@ -5,6 +5,8 @@
 #include <QObject>
 #include <QRect>
 
+#include <optional>
+
 class QWindow;
 
 namespace quellora {
@@ -61,7 +63,8 @@ private:
     bool m_veiled = false;
     QRect m_responseRect;
     bool m_shaped = false;
-    xcb_window_t m_previousFocus = XCB_NONE;
+    /// XCB_NONE if no X window had the focus.
+    std::optional<xcb_window_t> m_previousFocus;
 };
 
 } // namespace quellora

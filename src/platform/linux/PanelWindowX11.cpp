@@ -50,6 +50,9 @@ Capability PanelWindowX11::excludeFromCapture(QWindow &window)
 Capability PanelWindowX11::setClickThrough(QWindow &window, const QRect &responseRect)
 {
     PanelKeeperX11::of(m_x11, window).keepClickThrough(responseRect);
+    if (qEnvironmentVariableIsSet("WAYLAND_DISPLAY"))
+        return Capability::bestEffort(
+            QStringLiteral("Clicks over the answer reach X programs only"));
     return Capability::applied();
 }
 

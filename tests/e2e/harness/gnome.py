@@ -152,13 +152,22 @@ class GnomeDesktop(WaylandDesktop):
 
     def active_process(self):
         """Id of the active window's process, or 0."""
-        return int(self.evaluate("global.display.focus_window?.get_pid() ?? 0"))
+        return int(self.evaluate(
+            "(w => w && !w.is_override_redirect() ? w.get_pid() : 0)(global.display.focus_window)"
+        ))
 
     def wait_settled(self):
         """Waits until no window is being animated: until then, clicks may miss it."""
         wait_until(lambda: self.evaluate(
             "Main.wm._mapping.size + Main.wm._resizing.size + Main.wm._destroying.size") == "0",
             what="the windows to come to rest")
+
+    def press(self, combo):
+        """Presses and releases a combination such as "ctrl+alt+super+c"."""
+        # Keys come over a connection of their own: what X clients asked for before comes first.
+        for _ in range(3):
+            self.evaluate("0")
+        super().press(combo)
 
     def _make_input(self):
         return RemoteInput(self.bus, self.width, self.height)

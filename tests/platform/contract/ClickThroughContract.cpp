@@ -46,6 +46,7 @@ void ClickThroughContract::wholeWindowReceivesClicksInitially()
 
 void ClickThroughContract::clicksInsidePassThrough()
 {
+    CONTRACT_REQUIRES(Ability::PassClicks);
     QVERIFY(prepareScene());
     QVERIFY(showPanel());
     const Capability result = role().setClickThrough(panel(), rect);
@@ -57,6 +58,7 @@ void ClickThroughContract::clicksInsidePassThrough()
 
 void ClickThroughContract::theEdgesAreExact()
 {
+    CONTRACT_REQUIRES(Ability::PassClicks);
     QVERIFY(prepareScene());
     QVERIFY(showPanel());
     QVERIFY(succeeded(role().setClickThrough(panel(), rect)));
@@ -70,6 +72,7 @@ void ClickThroughContract::theEdgesAreExact()
 
 void ClickThroughContract::emptyRectangleDisablesClickThrough()
 {
+    CONTRACT_REQUIRES(Ability::PassClicks);
     QVERIFY(prepareScene());
     QVERIFY(showPanel());
     QVERIFY(succeeded(role().setClickThrough(panel(), rect)));
@@ -85,6 +88,7 @@ void ClickThroughContract::emptyRectangleDisablesClickThrough()
 
 void ClickThroughContract::latestRectangleWins()
 {
+    CONTRACT_REQUIRES(Ability::PassClicks);
     QVERIFY(prepareScene());
     QVERIFY(showPanel());
     QVERIFY(succeeded(role().setClickThrough(panel(), rect)));
@@ -96,6 +100,7 @@ void ClickThroughContract::latestRectangleWins()
 
 void ClickThroughContract::rectangleMovesWithWindow()
 {
+    CONTRACT_REQUIRES(Ability::PassClicks);
     QVERIFY(prepareScene());
     QVERIFY(showPanel());
     QVERIFY(succeeded(role().setClickThrough(panel(), rect)));
@@ -111,6 +116,7 @@ void ClickThroughContract::rectangleMovesWithWindow()
 
 void ClickThroughContract::rectangleStaysInPlaceOnResize()
 {
+    CONTRACT_REQUIRES(Ability::PassClicks);
     QVERIFY(prepareScene());
     QVERIFY(showPanel());
     QVERIFY(succeeded(role().setClickThrough(panel(), rect)));
@@ -122,6 +128,7 @@ void ClickThroughContract::rectangleStaysInPlaceOnResize()
 
 void ClickThroughContract::rectangleCanCoverWholeWindow()
 {
+    CONTRACT_REQUIRES(Ability::PassClicks);
     QVERIFY(prepareScene());
     QVERIFY(showPanel());
     QVERIFY(succeeded(role().setClickThrough(panel(), {-10, -10, 900, 900})));
@@ -133,6 +140,7 @@ void ClickThroughContract::rectangleCanCoverWholeWindow()
 
 void ClickThroughContract::rectangleSurvivesHiding()
 {
+    CONTRACT_REQUIRES(Ability::PassClicks);
     QVERIFY(prepareScene());
     QVERIFY(showPanel());
     QVERIFY(succeeded(role().setClickThrough(panel(), rect)));
@@ -144,6 +152,7 @@ void ClickThroughContract::rectangleSurvivesHiding()
 
 void ClickThroughContract::rectangleSurvivesNativeWindowRecreation()
 {
+    CONTRACT_REQUIRES(Ability::PassClicks);
     QVERIFY(prepareScene());
     QVERIFY(showPanel());
     QVERIFY(succeeded(role().setClickThrough(panel(), rect)));
@@ -154,6 +163,7 @@ void ClickThroughContract::rectangleSurvivesNativeWindowRecreation()
 
 void ClickThroughContract::rectangleCanBeSetBeforeFirstShow()
 {
+    CONTRACT_REQUIRES(Ability::PassClicks);
     QVERIFY(prepareScene());
     QVERIFY(succeeded(role().setClickThrough(panel(), rect)));
     QVERIFY(showPanel());

@@ -43,6 +43,7 @@ enum class Ability {
     ChangeCompositing,
     ChangeStatusArea,
     ChangePermissions,
+    PassClicks,
     GrabHotkeys,
     ClaimHotkeys,
     ObserveOpened,

@@ -77,8 +77,10 @@ QMap<Ability, QString> WaylandHarness::missingAbilities() const
          QStringLiteral("rendering of symbols (this system has no symbol set)")},
     };
     if (m_desktop == x11OnWayland)
-        missing.insert(Ability::ChangeCompositing,
-                       QStringLiteral("changes of compositing (GNOME always composites)"));
+        missing.insert(
+            Ability::PassClicks,
+            QStringLiteral("clicks through the answer (GNOME hands them to XWayland, which "
+                           "does not hand them on to programs that are no X clients)"));
     return missing;
 }
 
