@@ -191,10 +191,9 @@ Item {
             height: orLabel.height
             visible: view.viewModel.offersGoogle
 
-            Rectangle {
+            Hairline {
                 y: parent.height / 2 - 0.5
                 width: orLabel.x - Tokens.space3
-                height: 1
                 color: view.theme.line
             }
             Label {
@@ -204,11 +203,10 @@ Item {
                 text: "or"
                 color: view.theme.muted
             }
-            Rectangle {
+            Hairline {
                 x: orLabel.x + Math.round(orLabel.width) + Tokens.space3
                 y: parent.height / 2 - 0.5
                 width: parent.width - x
-                height: 1
                 color: view.theme.line
             }
         }

@@ -81,10 +81,9 @@ Item {
 
         Accessible.description: bar.overlay.isMenuOpen ? qsTr("expanded") : qsTr("collapsed")
     }
-    Rectangle {
+    Hairline {
         y: bar.height - 1
         width: bar.width
-        height: 1
         color: Tokens.frame.line
     }
 }

@@ -139,9 +139,8 @@ FocusScope {
             radius: root.corner
             color: root.surface
         }
-        Rectangle {
+        Hairline {
             width: parent.width
-            height: 1
             color: Tokens.frame.line
         }
     }

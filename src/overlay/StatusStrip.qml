@@ -275,10 +275,9 @@ FocusScope {
             }
         }
     }
-    Rectangle {
+    Hairline {
         y: strip.height - 1
         width: strip.width
-        height: 1
         color: Tokens.frame.line
     }
 }

@@ -188,11 +188,10 @@ FocusScope {
                     width: parent.width
                     height: 12
 
-                    Rectangle {
+                    Hairline {
                         x: 4
                         y: 6
                         width: parent.width - 8
-                        height: 1
                         color: "#353946"
                     }
                 }

@@ -199,12 +199,12 @@ Rectangle {
         isOpen: box.isModelListOpen
         onClicked: box.modelListToggled()
     }
-    Rectangle {
+    Hairline {
         id: divider
         visible: !box.compact
         x: picker.x + picker.width + 8
         y: box.buttonY + 6
-        width: 1
+        isVertical: true
         height: 16
         color: Qt.rgba(1, 1, 1, 0.13)
     }

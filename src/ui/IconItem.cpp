@@ -86,9 +86,8 @@ QImage draw(const IconKey &key)
 
 } // namespace
 
-IconItem::IconItem(QQuickItem *parent) : QQuickItem(parent)
+IconItem::IconItem(QQuickItem *parent) : PixelAlignedItem(parent)
 {
-    setFlag(ItemHasContents);
     setImplicitSize(m_size, m_size);
 }
 
@@ -172,18 +171,21 @@ QSGNode *IconItem::updatePaintNode(QSGNode *node, UpdatePaintNodeData *)
         image->setFiltering(QSGTexture::Linear);
         m_dirty = true;
     }
+    const qreal ratio = window()->effectiveDevicePixelRatio();
+    const int pixels = qMax(1, qRound(edge * ratio));
     if (m_dirty) {
-        const int pixels = qMax(1, qRound(edge * window()->effectiveDevicePixelRatio()));
         image->setTexture(window()->createTextureFromImage(render(pixels)));
         m_dirty = false;
     }
-    image->setRect((width() - edge) / 2, (height() - edge) / 2, edge, edge);
+    // One pixel of the image per device pixel; otherwise it would be blurred at fractional ratios.
+    const qreal side = pixels / ratio;
+    image->setRect(aligned({(width() - side) / 2, (height() - side) / 2, side, side}));
     return image;
 }
 
 void IconItem::geometryChange(const QRectF &newGeometry, const QRectF &oldGeometry)
 {
-    QQuickItem::geometryChange(newGeometry, oldGeometry);
+    PixelAlignedItem::geometryChange(newGeometry, oldGeometry);
     if (newGeometry.size() != oldGeometry.size())
         markDirty();
 }
@@ -192,7 +194,7 @@ void IconItem::itemChange(ItemChange change, const ItemChangeData &value)
 {
     if (change == ItemDevicePixelRatioHasChanged || change == ItemSceneChange)
         markDirty();
-    QQuickItem::itemChange(change, value);
+    PixelAlignedItem::itemChange(change, value);
 }
 
 void IconItem::markDirty()

@@ -1,19 +1,20 @@
 #pragma once
 
+#include "ui/PixelAlignedItem.h"
+
 #include <QColor>
 #include <QImage>
-#include <QQuickItem>
 #include <QUrl>
 #include <QtQml/qqmlregistration.h>
 
 namespace quellora {
 
-/// A square icon rendered from an SVG in device pixels.
+/// A square icon rendered from an SVG in device pixels, on which it is aligned.
 ///
 /// `name` selects a bundled icon, which is tinted with `color`. `source` selects another SVG
 /// instead; only its `currentColor` is tinted. The implicit size is `size` logical pixels. An icon
 /// that cannot be read is logged once and draws nothing.
-class IconItem : public QQuickItem
+class IconItem : public PixelAlignedItem
 {
     Q_OBJECT
     QML_NAMED_ELEMENT(Icon)

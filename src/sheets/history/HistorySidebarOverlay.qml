@@ -76,10 +76,10 @@ Item {
             height: sheet.height
             readonly property int headerHeight: (overlay.compact ? 40 : 48) + Tokens.growth(20)
 
-            Rectangle {
+            Hairline {
                 visible: !overlay.compact
                 x: parent.width - 1
-                width: 1
+                isVertical: true
                 height: parent.height
                 color: overlay.theme.line
             }

@@ -35,10 +35,9 @@ Basic.AbstractButton {
             elide: Text.ElideRight
             Accessible.ignored: true
         }
-        Rectangle {
+        Hairline {
             y: Math.round(link.height / 2) + Math.round(label.type.line * 7 / 16)
             width: Math.min(label.implicitWidth, parent.width)
-            height: 1
             color: label.color
         }
     }

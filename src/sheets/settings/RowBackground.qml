@@ -40,11 +40,10 @@ Item {
             }
         }
     }
-    Rectangle {
+    Hairline {
         visible: !fill.isLast
         y: parent.height - 1
         width: parent.width
-        height: 1
         color: fill.theme.line
     }
     FocusRing {

@@ -131,10 +131,9 @@ SheetHost {
                 sheet.settings.close()
             }
         }
-        Rectangle {
+        Hairline {
             y: parent.height - 1
             width: parent.width
-            height: 1
             color: sheet.theme.line
         }
     }

@@ -27,9 +27,8 @@ Card {
                 width: column.width
                 height: 48 + Tokens.growth(20) + Tokens.growth(16)
 
-                Rectangle {
+                Hairline {
                     width: parent.width
-                    height: 1
                     visible: row.index > 0
                     color: card.theme.line
                 }
