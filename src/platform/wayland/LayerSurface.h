@@ -37,6 +37,8 @@ public:
     /// Ends the role: the compositor shows the surface no longer. The surface must still exist.
     void detach();
     bool isAttached() const { return m_role != nullptr; }
+    /// The surface of attach(); null without role.
+    wl_surface *surface() const { return m_surface; }
     /// The screen of attach(); null without role or if it is gone.
     QScreen *screen() const { return m_screen; }
 

@@ -14,6 +14,11 @@ namespace {
 using namespace std::chrono_literals;
 using Keyboard = LayerSurface::Keyboard;
 
+// A compositor that knows OnDemand takes the keyboard away by itself ...
+constexpr auto slowReturn = 150ms;
+// ... the others give it to every panel that is clicked. By now the click may have asked for it.
+constexpr auto quickReturn = 40ms;
+
 qint64 area(const QRect &rect)
 {
     return rect.isEmpty() ? 0 : qint64(rect.width()) * rect.height();
@@ -37,14 +42,21 @@ QScreen *screenOf(const QRect &frame)
 
 } // namespace
 
-PanelKeeperWayland &PanelKeeperWayland::of(const WaylandConnection &connection, QWindow &window)
+PanelKeeperWayland &PanelKeeperWayland::of(const WaylandConnection &connection,
+                                           const WaylandKeyboard &keyboard, QWindow &window)
 {
     auto *keeper = window.findChild<PanelKeeperWayland *>(QString(), Qt::FindDirectChildrenOnly);
-    return keeper ? *keeper : *new PanelKeeperWayland(connection, window);
+    return keeper ? *keeper : *new PanelKeeperWayland(connection, keyboard, window);
 }
 
-PanelKeeperWayland::PanelKeeperWayland(const WaylandConnection &connection, QWindow &window)
-    : QObject(&window), m_connection(connection), m_window(window), m_role(connection)
+PanelKeeperWayland::PanelKeeperWayland(const WaylandConnection &connection,
+                                       const WaylandKeyboard &keyboard, QWindow &window)
+    : QObject(&window)
+    , m_connection(connection)
+    , m_keyboard(keyboard)
+    , m_window(window)
+    , m_role(connection)
+    , m_bounce(connection, keyboard)
 {
     window.installEventFilter(this);
     // Earlier than the hide event: the surface still exists.
@@ -54,6 +66,14 @@ PanelKeeperWayland::PanelKeeperWayland(const WaylandConnection &connection, QWin
         m_role.detach();
         if (!m_isRehoming)
             m_role.setKeyboard(Keyboard::None);
+    });
+    connect(&keyboard, &WaylandKeyboard::entered, this, &PanelKeeperWayland::focusEntered);
+    connect(&keyboard, &WaylandKeyboard::left, this, &PanelKeeperWayland::focusLeft);
+    m_bounceTimer.setSingleShot(true);
+    m_bounceTimer.setInterval(m_role.hasOnDemand() ? slowReturn : quickReturn);
+    connect(&m_bounceTimer, &QTimer::timeout, this, [this] {
+        if (hasFocus() && m_role.keyboard() == Keyboard::None)
+            m_bounce.start();
     });
     m_rehomeTimer.setSingleShot(true);
     m_rehomeTimer.setInterval(0);
@@ -93,13 +113,17 @@ bool PanelKeeperWayland::takeKeyboard()
 {
     if (!m_role.isAttached())
         return false;
-    setKeyboard(Keyboard::Exclusive);
+    m_bounce.cancel();
+    if (!hasFocus() || m_role.keyboard() == Keyboard::None)
+        setKeyboard(Keyboard::Exclusive);
     return true;
 }
 
 void PanelKeeperWayland::returnKeyboard()
 {
     setKeyboard(Keyboard::None);
+    if (hasFocus())
+        m_bounceTimer.start();
 }
 
 void PanelKeeperWayland::setKeyboard(Keyboard keyboard)
@@ -108,6 +132,30 @@ void PanelKeeperWayland::setKeyboard(Keyboard keyboard)
         return;
     m_role.setKeyboard(keyboard);
     m_role.commit();
+}
+
+bool PanelKeeperWayland::hasFocus() const
+{
+    return m_role.isAttached() && m_keyboard.focus() == m_role.surface();
+}
+
+void PanelKeeperWayland::focusEntered(wl_surface *surface)
+{
+    if (surface != m_role.surface())
+        return;
+    // It was taken with Exclusive, which a click elsewhere does not end.
+    if (m_role.keyboard() == Keyboard::Exclusive && m_role.hasOnDemand())
+        setKeyboard(Keyboard::OnDemand);
+    else if (m_role.keyboard() == Keyboard::None)
+        m_bounceTimer.start();
+}
+
+void PanelKeeperWayland::focusLeft(wl_surface *surface)
+{
+    // The user has chosen another window. Some compositors give the keyboard right back to a
+    // surface that still wants it.
+    if (surface == m_role.surface())
+        setKeyboard(Keyboard::None);
 }
 
 bool PanelKeeperWayland::eventFilter(QObject *watched, QEvent *event)

@@ -1,6 +1,8 @@
 #pragma once
 
+#include "platform/wayland/FocusBounce.h"
 #include "platform/wayland/LayerSurface.h"
+#include "platform/wayland/WaylandKeyboard.h"
 
 #include <QObject>
 #include <QRect>
@@ -20,7 +22,8 @@ class PanelKeeperWayland : public QObject
     Q_OBJECT
 public:
     /// The keeper of this window; created on the first call.
-    static PanelKeeperWayland &of(const WaylandConnection &connection, QWindow &window);
+    static PanelKeeperWayland &of(const WaylandConnection &connection,
+                                  const WaylandKeyboard &keyboard, QWindow &window);
 
     /// @param responseRect in points; if empty, the whole window receives events
     void keepClickThrough(const QRect &responseRect);
@@ -40,7 +43,8 @@ public:
     bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
-    PanelKeeperWayland(const WaylandConnection &connection, QWindow &window);
+    PanelKeeperWayland(const WaylandConnection &connection, const WaylandKeyboard &keyboard,
+                       QWindow &window);
     void attach();
     /// Shows the window with a new surface, on the screen where it belongs now.
     void rehome();
@@ -48,12 +52,19 @@ private:
     void followScreen(QScreen *screen);
     void applyInputRegion();
     void setKeyboard(LayerSurface::Keyboard keyboard);
+    bool hasFocus() const;
+    void focusEntered(wl_surface *surface);
+    void focusLeft(wl_surface *surface);
 
     const WaylandConnection &m_connection;
+    const WaylandKeyboard &m_keyboard;
     QWindow &m_window;
     LayerSurface m_role;
     QRect m_responseRect;
     QRect m_placed;
+    FocusBounce m_bounce;
+    /// Until it is clear that the compositor leaves the keyboard to a panel that does not want it.
+    QTimer m_bounceTimer;
     QTimer m_rehomeTimer;
     /// Applies a new size whose contents do not come.
     QTimer m_commitTimer;

@@ -11,9 +11,15 @@
 
 namespace quellora {
 
-PanelWindowWayland::PanelWindowWayland(const WaylandConnection &connection)
-    : m_connection(connection), m_follower(connection)
+PanelWindowWayland::PanelWindowWayland(const WaylandConnection &connection,
+                                       const WaylandKeyboard &keyboard)
+    : m_connection(connection), m_keyboard(keyboard), m_follower(connection)
 {}
+
+PanelKeeperWayland &PanelWindowWayland::keeper(QWindow &window) const
+{
+    return PanelKeeperWayland::of(m_connection, m_keyboard, window);
+}
 
 Capability PanelWindowWayland::applyPanelTraits(QWindow &window)
 {
@@ -31,7 +37,7 @@ Capability PanelWindowWayland::applyPanelTraits(QWindow &window)
         window.setFormat(format);
         window.setFlags(flags);
     }
-    PanelKeeperWayland::of(m_connection, window);
+    keeper(window);
     if (!m_panels.contains(&window)) {
         m_panels.removeIf([](const QPointer<QWindow> &panel) { return panel.isNull(); });
         m_panels.append(&window);
@@ -50,7 +56,7 @@ Capability PanelWindowWayland::excludeFromCapture(QWindow &)
 
 Capability PanelWindowWayland::setClickThrough(QWindow &window, const QRect &responseRect)
 {
-    PanelKeeperWayland::of(m_connection, window).keepClickThrough(responseRect);
+    keeper(window).keepClickThrough(responseRect);
     return Capability::applied();
 }
 
@@ -63,14 +69,14 @@ Capability PanelWindowWayland::orderFront(QWindow &window)
 
 Capability PanelWindowWayland::makeKey(QWindow &window)
 {
-    if (!PanelKeeperWayland::of(m_connection, window).takeKeyboard())
+    if (!keeper(window).takeKeyboard())
         return Capability::bestEffort(QStringLiteral("The window is not shown yet"));
     return Capability::applied();
 }
 
 void PanelWindowWayland::resignKey(QWindow &window)
 {
-    PanelKeeperWayland::of(m_connection, window).returnKeyboard();
+    keeper(window).returnKeyboard();
 }
 
 Capability PanelWindowWayland::followPointer(QWindow &, std::function<void(QPointF)> onMoved)
@@ -86,7 +92,7 @@ bool PanelWindowWayland::cover()
 {
     bool isCovered = false;
     for (const QPointer<QWindow> &panel : std::as_const(m_panels)) {
-        if (panel && PanelKeeperWayland::of(m_connection, *panel).cover())
+        if (panel && keeper(*panel).cover())
             isCovered = true;
     }
     return isCovered;
@@ -96,14 +102,14 @@ void PanelWindowWayland::uncover()
 {
     for (const QPointer<QWindow> &panel : std::as_const(m_panels)) {
         if (panel)
-            PanelKeeperWayland::of(m_connection, *panel).uncover();
+            keeper(*panel).uncover();
     }
 }
 
 QScreen *PanelWindowWayland::screenWithPanel() const
 {
     for (const QPointer<QWindow> &panel : m_panels) {
-        QScreen *screen = panel ? PanelKeeperWayland::of(m_connection, *panel).screen() : nullptr;
+        QScreen *screen = panel ? keeper(*panel).screen() : nullptr;
         if (screen)
             return screen;
     }

@@ -11,6 +11,9 @@ class QScreen;
 
 namespace quellora {
 
+class PanelKeeperWayland;
+class WaylandKeyboard;
+
 /// The floating panel on Wayland: a surface in the compositor's layer above the windows,
 /// full-screen ones included, on every desktop and in no task bar or switcher. The program has to
 /// move and resize it. Neither showing nor clicking it gives it the keyboard, only makeKey() does;
@@ -21,8 +24,8 @@ public:
     /// Must be set in the environment while a panel is shown. Not for child processes.
     static constexpr auto bypassVariable = "QT_WAYLAND_USE_BYPASSWINDOWMANAGERHINT";
 
-    /// @param connection has a layer shell and must outlive the object and the windows
-    explicit PanelWindowWayland(const WaylandConnection &connection);
+    /// @param connection has a layer shell; both must outlive the object and the windows
+    PanelWindowWayland(const WaylandConnection &connection, const WaylandKeyboard &keyboard);
 
     Capability applyPanelTraits(QWindow &window) override;
     /// Always Unsupported: this program's own pictures leave the window out, but other programs'
@@ -48,7 +51,10 @@ public:
     QScreen *screenWithPanel() const;
 
 private:
+    PanelKeeperWayland &keeper(QWindow &window) const;
+
     const WaylandConnection &m_connection;
+    const WaylandKeyboard &m_keyboard;
     PointerFollower m_follower;
     QList<QPointer<QWindow>> m_panels;
 };

@@ -2,7 +2,6 @@
 
 #include "base/UserDefaults.h"
 #include "platform/linux/LinuxPaths.h"
-#include "platform/wayland/KeyNamesWayland.h"
 
 #include <utility>
 
@@ -10,9 +9,9 @@ namespace quellora {
 
 PlatformWayland::PlatformWayland(std::unique_ptr<WaylandConnection> connection)
     : m_connection(std::move(connection))
-    , m_panelWindow(*m_connection)
-    , m_keyMonitor(
-          [this](quint32 scanCode) { return KeyNamesWayland::keyName(*m_connection, scanCode); })
+    , m_keyboard(*m_connection)
+    , m_panelWindow(*m_connection, m_keyboard)
+    , m_keyMonitor([this](quint32 scanCode) { return m_keyboard.keyName(scanCode); })
     , m_permissions(PermissionsLinux::Session::Wayland)
     , m_statusArea(std::nullopt)
 {}

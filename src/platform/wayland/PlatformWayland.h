@@ -15,6 +15,7 @@
 #include "platform/wayland/ApplicationShellWayland.h"
 #include "platform/wayland/PanelWindowWayland.h"
 #include "platform/wayland/WaylandConnection.h"
+#include "platform/wayland/WaylandKeyboard.h"
 
 namespace quellora {
 
@@ -46,6 +47,7 @@ public:
 
 private:
     std::unique_ptr<WaylandConnection> m_connection;
+    WaylandKeyboard m_keyboard;
     PanelWindowWayland m_panelWindow;
     NoGlobalHotkeys m_globalHotkeys;
     EventFilterKeyMonitor m_keyMonitor;

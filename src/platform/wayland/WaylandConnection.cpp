@@ -73,6 +73,14 @@ struct WaylandConnection::Listeners
     }
     static void description(void *, wl_output *, const char *) {}
 
+    static void capabilities(void *data, wl_seat *, uint32_t capabilities)
+    {
+        self(data).m_hasKeyboard = (capabilities & WL_SEAT_CAPABILITY_KEYBOARD) != 0;
+        Q_EMIT self(data).seatChanged();
+    }
+    static void seatName(void *, wl_seat *, const char *) {}
+
+    static constexpr wl_seat_listener seat{&capabilities, &seatName};
     static constexpr wl_registry_listener registry{&global, &globalRemove};
     static constexpr wl_output_listener output{&geometry, &mode, &done,
                                                &scale,    &name, &description};
@@ -94,10 +102,10 @@ WaylandConnection::WaylandConnection(wl_display *display)
     // The second one brings the descriptions of the screens.
     roundTrip();
     roundTrip();
-    for (void *proxy :
-         std::initializer_list<void *>{m_registry.get(), m_compositor.get(), m_shm.get(),
-                                       m_layerShell.get(), m_screencopy.get(), m_viewporter.get(),
-                                       m_relativePointers.get(), m_presentation.get()}) {
+    for (void *proxy : std::initializer_list<void *>{
+             m_registry.get(), m_compositor.get(), m_shm.get(), m_seat.get(), m_layerShell.get(),
+             m_screencopy.get(), m_viewporter.get(), m_relativePointers.get(),
+             m_presentation.get()}) {
         if (proxy)
             deliver(proxy);
     }
@@ -115,6 +123,9 @@ void WaylandConnection::bind(quint32 name, const QByteArray &interface, quint32 
         bindTo(m_compositor, registry, name, wl_compositor_interface, version, 4);
     } else if (is(wl_shm_interface)) {
         bindTo(m_shm, registry, name, wl_shm_interface, version, 1);
+    } else if (is(wl_seat_interface) && !m_seat) {
+        bindTo(m_seat, registry, name, wl_seat_interface, version, 5);
+        wl_seat_add_listener(m_seat.get(), &Listeners::seat, this);
     } else if (is(zwlr_layer_shell_v1_interface)) {
         bindTo(m_layerShell, registry, name, zwlr_layer_shell_v1_interface, version, 4);
     } else if (is(zwlr_screencopy_manager_v1_interface)) {
@@ -176,14 +187,6 @@ wl_pointer *WaylandConnection::toolkitPointer()
     QPlatformNativeInterface *native = toolkit();
     return native ? static_cast<wl_pointer *>(native->nativeResourceForIntegration("wl_pointer"))
                   : nullptr;
-}
-
-wl_seat *WaylandConnection::toolkitSeat()
-{
-    QPlatformNativeInterface *native = toolkit();
-    if (!native || !native->nativeResourceForIntegration("wl_keyboard"))
-        return nullptr;
-    return static_cast<wl_seat *>(native->nativeResourceForIntegration("wl_seat"));
 }
 
 void *WaylandConnection::wrapper(void *proxy) const

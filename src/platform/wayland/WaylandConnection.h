@@ -15,7 +15,6 @@ class QScreen;
 class QWindow;
 struct wl_display;
 struct wl_pointer;
-struct wl_seat;
 
 namespace quellora {
 
@@ -70,6 +69,10 @@ public:
     zwp_relative_pointer_manager_v1 *relativePointers() const { return m_relativePointers.get(); }
     wp_presentation *presentation() const { return m_presentation.get(); }
 
+    /// The first seat.
+    wl_seat *seat() const { return m_seat.get(); }
+    bool hasKeyboard() const { return m_hasKeyboard; }
+
     const std::vector<Output> &outputs() const { return m_outputs; }
     /// The description of a screen; null if there is none by its name.
     const Output *output(const QScreen &screen) const;
@@ -78,8 +81,6 @@ public:
     static wl_surface *surface(QWindow &window);
     static wl_output *toolkitOutput(QScreen &screen);
     static wl_pointer *toolkitPointer();
-    /// Null while it has no keyboard.
-    static wl_seat *toolkitSeat();
 
     /// Objects made through the wrapper send their events to the private queue until deliver().
     template <typename T>
@@ -99,6 +100,8 @@ public:
 Q_SIGNALS:
     /// outputs() has changed.
     void outputsChanged();
+    /// hasKeyboard() may have changed.
+    void seatChanged();
 
 private:
     struct Listeners;
@@ -115,12 +118,14 @@ private:
     WaylandPtr<wl_registry> m_registry;
     WaylandPtr<wl_compositor> m_compositor;
     WaylandPtr<wl_shm> m_shm;
+    WaylandPtr<wl_seat> m_seat;
     WaylandPtr<zwlr_layer_shell_v1> m_layerShell;
     WaylandPtr<zwlr_screencopy_manager_v1> m_screencopy;
     WaylandPtr<wp_viewporter> m_viewporter;
     WaylandPtr<zwp_relative_pointer_manager_v1> m_relativePointers;
     WaylandPtr<wp_presentation> m_presentation;
     std::vector<Output> m_outputs;
+    bool m_hasKeyboard = false;
 };
 
 } // namespace quellora

@@ -24,6 +24,14 @@ void WaylandDeleter::operator()(wl_event_queue *queue) const
     wl_event_queue_destroy(queue);
 }
 
+void WaylandDeleter::operator()(wl_keyboard *proxy) const
+{
+    if (wl_keyboard_get_version(proxy) >= WL_KEYBOARD_RELEASE_SINCE_VERSION)
+        wl_keyboard_release(proxy);
+    else
+        wl_keyboard_destroy(proxy);
+}
+
 void WaylandDeleter::operator()(wl_output *proxy) const
 {
     if (wl_output_get_version(proxy) >= WL_OUTPUT_RELEASE_SINCE_VERSION)
@@ -35,6 +43,14 @@ void WaylandDeleter::operator()(wl_output *proxy) const
 void WaylandDeleter::operator()(wl_registry *proxy) const
 {
     wl_registry_destroy(proxy);
+}
+
+void WaylandDeleter::operator()(wl_seat *proxy) const
+{
+    if (wl_seat_get_version(proxy) >= WL_SEAT_RELEASE_SINCE_VERSION)
+        wl_seat_release(proxy);
+    else
+        wl_seat_destroy(proxy);
 }
 
 void WaylandDeleter::operator()(wl_shm *proxy) const

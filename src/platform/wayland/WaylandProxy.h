@@ -5,8 +5,10 @@
 struct wl_buffer;
 struct wl_compositor;
 struct wl_event_queue;
+struct wl_keyboard;
 struct wl_output;
 struct wl_registry;
+struct wl_seat;
 struct wl_shm;
 struct wl_shm_pool;
 struct wl_surface;
@@ -28,8 +30,10 @@ struct WaylandDeleter
     void operator()(wl_buffer *proxy) const;
     void operator()(wl_compositor *proxy) const;
     void operator()(wl_event_queue *queue) const;
+    void operator()(wl_keyboard *proxy) const;
     void operator()(wl_output *proxy) const;
     void operator()(wl_registry *proxy) const;
+    void operator()(wl_seat *proxy) const;
     void operator()(wl_shm *proxy) const;
     void operator()(wl_shm_pool *proxy) const;
     void operator()(wl_surface *proxy) const;
