@@ -47,6 +47,10 @@ function(quellora_install_debian_files package component)
 endfunction()
 
 quellora_install_debian_files(quellora application)
+# KWin compares its command with the path of the running program, so it is of no use below another
+# prefix; the script packaging/linux/install writes that path.
+install(FILES quellora-screenshot.desktop
+    DESTINATION share/applications COMPONENT application_debian EXCLUDE_FROM_ALL)
 set(components application application_debian)
 if(TARGET quellora-backend)
     quellora_install_debian_files(quellora-backend backend)
@@ -72,10 +76,11 @@ set(QUELLORA_DEBIAN_QML_MODULES
     qml6-module-qtquick-window
     qml6-module-qtwebchannel
     qml6-module-qtwebengine)
-# Plugins and programs: Qt's plugin for SVG images, the page engine's processes and resources,
-# xdg-open, the key names of the keyboard layouts.
+# Plugins and programs: Qt's plugins for SVG images and for Wayland, the page engine's processes and
+# resources, xdg-open, the key names of the keyboard layouts.
 set(QUELLORA_DEBIAN_PARTS
-    hicolor-icon-theme libqt6svg6 libqt6webengine6-data libqt6webenginecore6-bin xdg-utils xkb-data)
+    hicolor-icon-theme libqt6svg6 libqt6webengine6-data libqt6webenginecore6-bin qt6-wayland
+    xdg-utils xkb-data)
 
 list(JOIN QUELLORA_DEBIAN_QML_MODULES ", " qml_modules)
 list(JOIN QUELLORA_DEBIAN_PARTS ", " parts)
@@ -102,8 +107,8 @@ quellora_set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 quellora_set(CPACK_DEBIAN_APPLICATION_PACKAGE_NAME quellora)
 quellora_set(CPACK_DEBIAN_APPLICATION_PACKAGE_SECTION utils)
 quellora_set(CPACK_DEBIAN_APPLICATION_PACKAGE_DEPENDS "${qml_modules}, ${parts}")
-quellora_set(CPACK_DEBIAN_APPLICATION_PACKAGE_RECOMMENDS "quellora-backend")
-quellora_set(CPACK_DEBIAN_APPLICATION_PACKAGE_SUGGESTS "xdg-desktop-portal")
+quellora_set(CPACK_DEBIAN_APPLICATION_PACKAGE_RECOMMENDS
+    "quellora-backend, xdg-desktop-portal")
 quellora_set(CPACK_DEBIAN_APPLICATION_DESCRIPTION
 "desktop overlay assistant
 Quellora lives in a floating, translucent panel. A hot key takes a
@@ -111,8 +116,8 @@ screenshot and sends it with a question to the backend; the answer is
 streamed back as formatted text with highlighted code.
 
 The panel never takes the focus, stays above other windows and is left out
-of the screenshot. Threads can be kept, annotated and searched. It needs
-X11, or XWayland on a Wayland desktop.")
+of the screenshot. Threads can be kept, annotated and searched. It runs on
+X11 and on Wayland desktops, on GNOME's through XWayland.")
 
 quellora_set(CPACK_DEBIAN_BACKEND_PACKAGE_NAME quellora-backend)
 quellora_set(CPACK_DEBIAN_BACKEND_PACKAGE_SECTION net)

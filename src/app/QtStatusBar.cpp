@@ -4,7 +4,7 @@
 
 #include <QAction>
 #include <QFile>
-#include <QIcon>
+#include <QIconEngine>
 #include <QMap>
 #include <QMenu>
 #include <QPainter>
@@ -18,7 +18,7 @@ namespace quellora {
 
 namespace {
 
-// A light glyph with a dark outline is legible on both dark and light desktop panels.
+// A light glyph with a dark outline is legible on both dark and light bars.
 constexpr QColor outlineColor(0x12, 0x12, 0x1c);
 constexpr QColor fillColor(0xf2, 0xf3, 0xf5);
 
@@ -32,6 +32,53 @@ QString symbolFile(const QString &symbolName)
         return {};
     const QString path = QStringLiteral(":/quellora/icons/%1.svg").arg(*it);
     return QFile::exists(path) ? path : QString();
+}
+
+/// Name of the symbol in the icon theme that the desktop draws in its bar's colour.
+const QString themedSymbol = QStringLiteral("quellora-symbolic");
+
+/// Pictures with the name of a symbol in the icon theme, so that a tray that knows the name can use
+/// the symbol and others use the pictures.
+class NamedPictures : public QIconEngine
+{
+public:
+    NamedPictures(const QIcon &pictures, const QString &name) : m_pictures(pictures), m_name(name)
+    {}
+
+    void paint(QPainter *painter, const QRect &rect, QIcon::Mode mode, QIcon::State state) override
+    {
+        m_pictures.paint(painter, rect, Qt::AlignCenter, mode, state);
+    }
+    QPixmap pixmap(const QSize &size, QIcon::Mode mode, QIcon::State state) override
+    {
+        return m_pictures.pixmap(size, mode, state);
+    }
+    QSize actualSize(const QSize &size, QIcon::Mode mode, QIcon::State state) override
+    {
+        return m_pictures.actualSize(size, mode, state);
+    }
+    QList<QSize> availableSizes(QIcon::Mode mode, QIcon::State state) override
+    {
+        return m_pictures.availableSizes(mode, state);
+    }
+    QString iconName() override { return m_name; }
+    bool isNull() override { return m_pictures.isNull(); }
+    QIconEngine *clone() const override { return new NamedPictures(m_pictures, m_name); }
+
+private:
+    QIcon m_pictures;
+    QString m_name;
+};
+
+/// Whether the tray draws symbols of the icon theme in the colour of its bar, and follows changes
+/// of it. Other trays show them as they are, so that they may be dark on a dark bar. What colour
+/// the bar has is not known here: it is not always that of the windows.
+bool recoloursSymbols()
+{
+    const QStringList desktops =
+        qEnvironmentVariable("XDG_CURRENT_DESKTOP").split(QLatin1Char(':'));
+    return desktops.contains(QLatin1StringView("KDE")) ||
+           desktops.contains(QLatin1StringView("GNOME"));
 }
 
 /// Renders a single-colour SVG in a light colour with a dark outline; null on failure.
@@ -74,6 +121,19 @@ QIcon systemSymbol(const SystemSymbols &symbols, const QString &name)
     return icon;
 }
 
+/// The pictures for @p path, with the name of the theme's symbol where the desktop has a use for it
+/// and it is installed; null on failure.
+QIcon statusPictures(const QString &path)
+{
+    const QIcon pictures = renderSymbol(path);
+    if (pictures.isNull() || !recoloursSymbols())
+        return pictures;
+    // A theme without the symbol would answer with the program's coloured icon.
+    if (QIcon::fromTheme(themedSymbol).name() != themedSymbol)
+        return pictures;
+    return QIcon(new NamedPictures(pictures, themedSymbol));
+}
+
 /// Fallback icon: the first letter of the text.
 QIcon letterIcon(const QString &text)
 {
@@ -110,9 +170,7 @@ public:
 
     bool setSymbol(const QString &symbolName, const QString &description) override
     {
-        m_icon = systemSymbol(m_symbols, symbolName);
-        if (m_icon.isNull())
-            m_icon = renderSymbol(symbolFile(symbolName));
+        m_icon = QtStatusBar::symbolIcon(m_symbols, symbolName);
         m_description = description;
         const bool hasSymbol = !m_icon.isNull();
         if (!hasSymbol)
@@ -167,6 +225,12 @@ private:
 };
 
 } // namespace
+
+QIcon QtStatusBar::symbolIcon(const SystemSymbols &symbols, const QString &symbolName)
+{
+    const QIcon icon = systemSymbol(symbols, symbolName);
+    return icon.isNull() ? statusPictures(symbolFile(symbolName)) : icon;
+}
 
 std::unique_ptr<StatusItem> QtStatusBar::makeItem()
 {

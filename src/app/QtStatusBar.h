@@ -2,6 +2,8 @@
 
 #include "app/StatusBar.h"
 
+#include <QIcon>
+
 namespace quellora {
 
 class StatusArea;
@@ -19,6 +21,10 @@ public:
     {}
 
     std::unique_ptr<StatusItem> makeItem() override;
+
+    /// The icon for a symbol; null if there is none. On desktops that recolour symbols of the icon
+    /// theme for their bar, it has the name of the installed one.
+    static QIcon symbolIcon(const SystemSymbols &symbols, const QString &symbolName);
 
 private:
     StatusArea &m_area;

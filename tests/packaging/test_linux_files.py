@@ -72,6 +72,28 @@ class LinuxFilesTest(unittest.TestCase):
     @needs("desktop-file-validate", "desktop-file-utils")
     def test_the_desktop_file_is_valid(self):
         self.assert_quiet("desktop-file-validate", LINUX / "quellora.desktop")
+        self.assert_quiet("desktop-file-validate", LINUX / "quellora-screenshot.desktop")
+
+    def test_kwin_is_told_the_programs_own_path(self):
+        """Not that of the launcher, which is another program."""
+        desktop = configparser.ConfigParser(interpolation=None)
+        desktop.optionxform = str
+        desktop.read(LINUX / "quellora-screenshot.desktop")
+        entry = desktop["Desktop Entry"]
+        self.assertEqual(entry["Exec"], "/usr/lib/quellora/quellora")
+        self.assertEqual(entry["NoDisplay"], "true")
+        self.assertEqual(entry["X-KDE-DBUS-Restricted-Interfaces"], "org.kde.KWin.ScreenShot2")
+
+    def test_the_symbol_can_be_recoloured(self):
+        """Desktops recolour filled shapes of their class, but no lines."""
+        text = (ROOT / "assets/icons/quellora-symbolic.svg").read_text()
+        self.assertNotIn("stroke", text)
+        shapes = re.findall(r"<(?:path|rect|circle|ellipse|polygon)\b[^>]*>", text)
+        self.assertTrue(shapes)
+        for shape in shapes:
+            self.assertIn('class="ColorScheme-Text"', shape)
+            self.assertIn('fill="currentColor"', shape)
+        self.assertIn('id="current-color-scheme"', text)
 
     def test_desktop_actions_use_commands(self):
         desktop = configparser.ConfigParser(interpolation=None)

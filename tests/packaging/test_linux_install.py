@@ -24,7 +24,8 @@ FILES = (BACKEND_FILES
             "share/metainfo/com.quellora.app.metainfo.xml",
             "share/man/man1/quellora.1.gz", "share/man/man1/quellora-screencapture.1.gz",
             "share/bash-completion/completions/quellora",
-            "share/icons/hicolor/scalable/apps/quellora.svg"}
+            "share/icons/hicolor/scalable/apps/quellora.svg",
+            "share/icons/hicolor/symbolic/apps/quellora-symbolic.svg"}
          | {f"share/icons/hicolor/{size}x{size}/apps/quellora.png" for size in SIZES})
 
 
@@ -36,7 +37,8 @@ def debian_files(package):
 
 
 DEBIAN_FILES = {
-    "quellora": FILES - BACKEND_FILES | debian_files("quellora"),
+    "quellora": FILES - BACKEND_FILES | debian_files("quellora") | {
+        "share/applications/quellora-screenshot.desktop"},
     "quellora-backend": BACKEND_FILES | debian_files("quellora-backend") | {
         "lib/systemd/user/quellora-backend.service",
         "share/doc/quellora-backend/examples/quellora-backend.example.toml"},
@@ -139,8 +141,11 @@ class InstallTest(unittest.TestCase):
                         self.assertTrue(line.startswith(f"{mode} root/root "), line)
                 field = self.run_quietly("dpkg-deb", "--field", path, "Description")
                 self.assertNotIn("A calm", field)
-        self.assertIn("qml6-module-qtwebengine, ",
-                      self.run_quietly("dpkg-deb", "--field", packages["quellora"], "Depends"))
+        depends = self.run_quietly("dpkg-deb", "--field", packages["quellora"], "Depends")
+        for needed in ("qml6-module-qtwebengine", "qt6-wayland"):
+            self.assertIn(needed, depends.replace(",", "").split())
+        self.assertIn("xdg-desktop-portal",
+                      self.run_quietly("dpkg-deb", "--field", packages["quellora"], "Recommends"))
 
     def test_the_script_installs_and_removes_all_files(self):
         if BUILD.resolve() != (ROOT / "build/release").resolve():
@@ -148,6 +153,13 @@ class InstallTest(unittest.TestCase):
         prefix = self.folder / "a prefix"
         self.run_quietly(LINUX / "install", prefix)
         self.check_installed(prefix)
+        plain = self.folder / "plain"
+        self.run_quietly(LINUX / "install", plain)
+        permission = plain / "share/applications/quellora-screenshot.desktop"
+        self.assertIn(f"Exec={plain.resolve()}/lib/quellora/quellora",
+                      permission.read_text().splitlines())
+        self.run_quietly(LINUX / "install", "--remove", plain)
+        self.assertEqual([path for path in plain.rglob("*") if not path.is_dir()], [])
         other = prefix / "share/icons/hicolor/16x16/apps/other.png"
         other.touch()
         self.run_quietly(LINUX / "install", "--remove", prefix)
