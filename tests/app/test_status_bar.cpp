@@ -100,7 +100,7 @@ private Q_SLOTS:
             painter.drawPixmap(0, 0, icon.pixmap(QSize(size, size), 1.0));
             painter.end();
             QCOMPARE(icon.pixmap(QSize(size, size), 1.0).width(), size);
-            QVERIFY2(contrastingShare(image, bar) > 0.08,
+            QVERIFY2(contrastingShare(image, bar) > 0.06,
                      qPrintable(QString::number(contrastingShare(image, bar))));
         }
     }
