@@ -5,6 +5,7 @@
 #include "overlay/ResponseScrollbarModel.h"
 #include "panels/BottomPanelsModel.h"
 #include "panels/HamburgerMenuModel.h"
+#include "platform/PanelProperties.h"
 #include "sheets/history/HistoryModel.h"
 #include "sheets/settings/SettingsModel.h"
 #include "ui/Ui.h"
@@ -236,7 +237,8 @@ void NonFocusPanel::endDrag()
 void NonFocusPanel::hideEvent(QHideEvent *event)
 {
     // A hidden window does not receive the release event of a drag in progress.
-    endDrag();
+    if (!property(movesToScreenProperty).toBool())
+        endDrag();
     QQuickWindow::hideEvent(event);
 }
 

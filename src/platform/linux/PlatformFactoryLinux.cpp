@@ -5,6 +5,7 @@
 #include "platform/linux/PlatformChoice.h"
 #include "platform/linux/PlatformX11.h"
 #include "platform/null/NullPlatform.h"
+#include "platform/wayland/DisplayLossWayland.h"
 #include "platform/wayland/PlatformWayland.h"
 #include "platform/wayland/WaylandProbe.h"
 
@@ -117,6 +118,7 @@ void Platform::prepareProcess()
 void Platform::setDisplayLossHandler(void (*handler)())
 {
     X11Connection::setLossHandler(handler);
+    setDisplayLossHandlerWayland(handler);
 }
 
 QString Platform::displaySession()

@@ -1,8 +1,11 @@
 #include "platform/wayland/PanelKeeperWayland.h"
 
+#include "platform/PanelProperties.h"
+
 #include <QEvent>
 #include <QGuiApplication>
 #include <QScreen>
+#include <QVariant>
 #include <QWindow>
 
 #include <algorithm>
@@ -64,7 +67,7 @@ PanelKeeperWayland::PanelKeeperWayland(const WaylandConnection &connection,
         if (isVisible)
             return;
         m_role.detach();
-        if (!m_isRehoming)
+        if (!m_window.property(movesToScreenProperty).toBool())
             m_role.setKeyboard(Keyboard::None);
     });
     connect(&keyboard, &WaylandKeyboard::entered, this, &PanelKeeperWayland::focusEntered);
@@ -196,10 +199,10 @@ void PanelKeeperWayland::rehome()
 {
     if (!m_window.isVisible())
         return;
-    m_isRehoming = true;
+    m_window.setProperty(movesToScreenProperty, true);
     m_window.hide();
     m_window.show();
-    m_isRehoming = false;
+    m_window.setProperty(movesToScreenProperty, QVariant());
 }
 
 void PanelKeeperWayland::followFrame()

@@ -68,7 +68,6 @@ private:
     QTimer m_rehomeTimer;
     /// Applies a new size whose contents do not come.
     QTimer m_commitTimer;
-    bool m_isRehoming = false;
 };
 
 } // namespace quellora

@@ -40,6 +40,12 @@ struct WaylandConnection::Listeners
 {
     static WaylandConnection &self(void *data) { return *static_cast<WaylandConnection *>(data); }
 
+    /// Null for an output that is gone.
+    static Output *find(void *data, wl_output *proxy)
+    {
+        return data ? self(data).find(proxy) : nullptr;
+    }
+
     static void global(void *data, wl_registry *, uint32_t name, const char *interface,
                        uint32_t version)
     {
@@ -50,25 +56,29 @@ struct WaylandConnection::Listeners
     static void geometry(void *data, wl_output *proxy, int32_t, int32_t, int32_t, int32_t, int32_t,
                          const char *, const char *, int32_t transform)
     {
-        if (Output *output = self(data).find(proxy))
+        if (Output *output = find(data, proxy))
             output->transform = transform;
     }
     static void mode(void *data, wl_output *proxy, uint32_t flags, int32_t width, int32_t height,
                      int32_t)
     {
-        Output *output = self(data).find(proxy);
+        Output *output = find(data, proxy);
         if (output && (flags & WL_OUTPUT_MODE_CURRENT) != 0)
             output->mode = QSize(width, height);
     }
-    static void done(void *data, wl_output *) { Q_EMIT self(data).outputsChanged(); }
+    static void done(void *data, wl_output *proxy)
+    {
+        if (find(data, proxy))
+            Q_EMIT self(data).outputsChanged();
+    }
     static void scale(void *data, wl_output *proxy, int32_t factor)
     {
-        if (Output *output = self(data).find(proxy))
+        if (Output *output = find(data, proxy))
             output->scale = factor;
     }
     static void name(void *data, wl_output *proxy, const char *name)
     {
-        if (Output *output = self(data).find(proxy))
+        if (Output *output = find(data, proxy))
             output->name = QString::fromUtf8(name);
     }
     static void description(void *, wl_output *, const char *) {}
@@ -113,7 +123,21 @@ WaylandConnection::WaylandConnection(wl_display *display)
         deliver(output.proxy.get());
 }
 
-WaylandConnection::~WaylandConnection() = default;
+WaylandConnection::~WaylandConnection()
+{
+    for (Output &output : m_outputs)
+        retire(output);
+}
+
+void WaylandConnection::retire(Output &output)
+{
+    wl_output *proxy = output.proxy.release();
+    wl_output_set_user_data(proxy, nullptr);
+    // The toolkit is told of every output that its surfaces enter or leave, also of these, and does
+    // not expect one that has been destroyed.
+    static QList<wl_output *> kept;
+    kept.append(proxy);
+}
 
 void WaylandConnection::bind(quint32 name, const QByteArray &interface, quint32 version)
 {
@@ -148,9 +172,13 @@ void WaylandConnection::bind(quint32 name, const QByteArray &interface, quint32 
 
 void WaylandConnection::remove(quint32 name)
 {
-    const auto isIt = [name](const Output &output) { return output.global == name; };
-    if (std::erase_if(m_outputs, isIt) > 0)
-        Q_EMIT outputsChanged();
+    const auto found = std::find_if(m_outputs.begin(), m_outputs.end(),
+                                    [name](const Output &it) { return it.global == name; });
+    if (found == m_outputs.end())
+        return;
+    retire(*found);
+    m_outputs.erase(found);
+    Q_EMIT outputsChanged();
 }
 
 WaylandConnection::Output *WaylandConnection::find(wl_output *proxy)

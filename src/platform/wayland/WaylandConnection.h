@@ -111,6 +111,7 @@ private:
     void bind(quint32 name, const QByteArray &interface, quint32 version);
     void remove(quint32 name);
     Output *find(wl_output *proxy);
+    static void retire(Output &output);
 
     wl_display *m_display;
     // Before the proxies, which are destroyed first.
