@@ -107,6 +107,8 @@ AppearanceLinux::AppearanceLinux(const QString &busAddress, ResolutionFactor res
 void AppearanceLinux::readSettings()
 {
     QDBusConnection bus = m_bus.connection();
+    // The bus looks up the slot's types by name, which this one does not have before.
+    qRegisterMetaType<QDBusVariant>();
     // No sender: Qt would look up a named sender's owner with a blocking call. Path and interface
     // identify the portal, and the value is only a number or a flag.
     bus.connect(QString(), portalPath, settingsInterface, QStringLiteral("SettingChanged"), this,
