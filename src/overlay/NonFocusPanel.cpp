@@ -65,6 +65,10 @@ NonFocusPanel::NonFocusPanel(PanelWindow &platform, QWindow *parent)
     setFormat(translucent);
     setColor(Qt::transparent);
     setTitle(QStringLiteral("Quellora"));
+    connect(this, &QWindow::activeChanged, this, [this] {
+        if (!isActive())
+            m_isKey = false;
+    });
     setMinimumSize({OverlayGeometry::minWindowWidth, OverlayGeometry::minWindowHeight});
 }
 
@@ -162,11 +166,18 @@ void NonFocusPanel::followPointer()
 
 void NonFocusPanel::makeKey()
 {
+    m_isKey = isVisible();
     if (m_platform.makeKey(*this).state() != Capability::State::Unsupported)
         return;
     // Fallback where the platform cannot give keyboard focus without activating the window.
     setFlag(Qt::WindowDoesNotAcceptFocus, false);
     requestActivate();
+}
+
+void NonFocusPanel::resignKey()
+{
+    m_isKey = false;
+    m_platform.resignKey(*this);
 }
 
 bool NonFocusPanel::isKeyboardTarget(const QPointF &location) const
@@ -237,8 +248,10 @@ void NonFocusPanel::endDrag()
 void NonFocusPanel::hideEvent(QHideEvent *event)
 {
     // A hidden window does not receive the release event of a drag in progress.
-    if (!property(movesToScreenProperty).toBool())
+    if (!property(movesToScreenProperty).toBool()) {
         endDrag();
+        m_isKey = false;
+    }
     QQuickWindow::hideEvent(event);
 }
 

@@ -76,7 +76,10 @@ public:
     /// Requests keyboard focus; activates the window where the platform cannot do less.
     Q_INVOKABLE void makeKey();
     /// Returns keyboard focus to the window that had it before makeKey().
-    void resignKey() { m_platform.resignKey(*this); }
+    void resignKey();
+    /// Whether makeKey() was called and the focus has not gone elsewhere since. Unlike isActive(),
+    /// not true for a panel that a desktop activates for a moment because it was clicked.
+    bool isKey() const { return m_isKey; }
 
 Q_SIGNALS:
     /// An accessibility alert was sent for a new blocking message.
@@ -122,6 +125,7 @@ private:
     /// The platform reports the pointer's movements during this drag.
     bool m_isFollowing = false;
     bool m_isClosing = false;
+    bool m_isKey = false;
     QString m_announcedMessageId;
 };
 

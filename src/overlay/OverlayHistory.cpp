@@ -36,7 +36,7 @@ void OverlayHistory::attach(NonFocusPanel &panel, OverlayModel &overlay, Hamburg
 void OverlayHistory::updateKeyboardFocus(NonFocusPanel &panel)
 {
     if (m_history.isHistorySidebarOpen()) {
-        m_tookKeyboard = !panel.isActive();
+        m_tookKeyboard = !panel.isKey();
         if (m_tookKeyboard)
             panel.makeKey();
     } else if (std::exchange(m_tookKeyboard, false)) {

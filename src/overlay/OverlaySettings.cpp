@@ -113,7 +113,7 @@ void OverlaySettings::open()
     if (!m_targets || m_model.isOpen())
         return;
     Q_EMIT aboutToOpen();
-    m_tookKeyboard = !m_targets->panel.isActive();
+    m_tookKeyboard = !m_targets->panel.isKey();
     if (m_tookKeyboard)
         m_targets->panel.makeKey();
     m_targets->overlay.setSheetOpen(true);

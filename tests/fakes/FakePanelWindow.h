@@ -60,6 +60,18 @@ public:
         if (keyboardOwner() == &window)
             keyWindow = std::exchange(m_previousKeyWindow, nullptr);
     }
+    Capability followPointer(QWindow &, std::function<void(QPointF)> onMoved) override
+    {
+        calls << QStringLiteral("followPointer");
+        if (followAnswer.isApplied())
+            pointerHandler = std::move(onMoved);
+        return followAnswer;
+    }
+    void stopFollowingPointer() override
+    {
+        calls << QStringLiteral("stopFollowingPointer");
+        pointerHandler = nullptr;
+    }
     bool isCompositing() const override { return compositing; }
     void onCompositingChanged(std::function<void()> handler) override
     {
@@ -111,7 +123,10 @@ public:
     Capability traitsAnswer = Capability::applied();
     Capability exclusionAnswer = Capability::applied();
     Capability clickThroughAnswer = Capability::applied();
+    Capability followAnswer = Capability::unsupported(QStringLiteral("Mouse events suffice"));
     std::function<void()> compositingHandler;
+    /// Set while the pointer is followed.
+    std::function<void(QPointF)> pointerHandler;
 
 private:
     QPointer<QWindow> m_previousKeyWindow;

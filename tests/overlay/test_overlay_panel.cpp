@@ -1,4 +1,5 @@
 #include "OverlayDriver.h"
+#include "platform/PanelProperties.h"
 #include "support/TestProgram.h"
 
 #include <QClipboard>
@@ -165,6 +166,67 @@ private Q_SLOTS:
         QVERIFY(!f().panel.dragStart());
         QTest::mouseMove(&f().panel, start + QPoint(50, 50));
         QCOMPARE(f().panel.position(), QPoint(125, 90));
+    }
+
+    void dragFollowsTheReportedPointer()
+    {
+        show();
+        f().platform.followAnswer = Capability::applied();
+        f().panel.setPosition(100, 100);
+        QSignalSpy finished(&f().panel, &NonFocusPanel::dragFinished);
+        press({300, 50});
+        QVERIFY(f().platform.pointerHandler);
+        f().platform.pointerHandler({25, -10});
+        QCOMPARE(f().panel.position(), QPoint(125, 90));
+        // The position in the event belongs to an earlier place of the window.
+        moveTo({340, 90});
+        QCOMPARE(f().panel.position(), QPoint(125, 90));
+        QTest::mouseRelease(&f().panel, Qt::LeftButton, {}, {340, 90});
+        QVERIFY(!f().platform.pointerHandler);
+        QCOMPARE(f().platform.count(QStringLiteral("stopFollowingPointer")), 1);
+        QCOMPARE(finished.count(), 1);
+        QCOMPARE(finished.first().first().toRect(), QRect(125, 90, 624, 744));
+
+        f().panel.setGeometry(100, 100, 624, 744);
+        press({621, 400});
+        f().platform.pointerHandler({30, 9});
+        QCOMPARE(f().panel.geometry(), QRect(100, 100, 654, 744));
+        f().panel.hide();
+        QVERIFY(!f().platform.pointerHandler);
+        QCOMPARE(finished.count(), 2);
+    }
+
+    void dragGoesOnWhilePanelMovesToAnotherScreen()
+    {
+        show();
+        f().platform.followAnswer = Capability::applied();
+        f().panel.setPosition(100, 100);
+        press({300, 50});
+        f().platform.pointerHandler({25, -10});
+        f().panel.setProperty(movesToScreenProperty, true);
+        f().panel.hide();
+        f().panel.show();
+        f().panel.setProperty(movesToScreenProperty, QVariant());
+        QVERIFY(f().panel.dragStart());
+        f().platform.pointerHandler({50, 0});
+        QCOMPARE(f().panel.position(), QPoint(150, 100));
+        QTest::mouseRelease(&f().panel, Qt::LeftButton, {}, {300, 50});
+        QVERIFY(!f().panel.dragStart());
+    }
+
+    void panelIsKeyUntilTheFocusGoesElsewhere()
+    {
+        QVERIFY(!f().panel.isKey());
+        f().panel.makeKey();
+        QVERIFY(!f().panel.isKey());
+        show();
+        f().panel.makeKey();
+        QVERIFY(f().panel.isKey());
+        f().panel.resignKey();
+        QVERIFY(!f().panel.isKey());
+        f().panel.makeKey();
+        f().panel.hide();
+        QVERIFY(!f().panel.isKey());
     }
 
     void draggingControlDoesNotMovePanel()

@@ -6,6 +6,8 @@
 #include <wayland-client.h>
 #include <wlr-layer-shell-unstable-v1-client.h>
 
+#include <limits>
+
 namespace quellora {
 namespace {
 
@@ -92,9 +94,17 @@ void LayerSurface::detach()
 
 void LayerSurface::place(const QRect &frame)
 {
+    const bool isMoved = frame.topLeft() != m_frame.topLeft();
     m_frame = frame;
     if (!m_role || !m_screen)
         return;
+    if (isMoved && m_isConfigured) {
+        // sway 1.7 repaints the place that is left on the first screen only; damage makes it
+        // repaint this one as well.
+        wl_surface_damage(m_surface, 0, 0, std::numeric_limits<int32_t>::max(),
+                          std::numeric_limits<int32_t>::max());
+        wl_surface_commit(m_surface);
+    }
     const QPoint origin = m_screen->geometry().topLeft();
     zwlr_layer_surface_v1_set_size(m_role.get(), static_cast<uint32_t>(frame.width()),
                                    static_cast<uint32_t>(frame.height()));

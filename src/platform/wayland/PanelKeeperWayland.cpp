@@ -18,7 +18,7 @@ using namespace std::chrono_literals;
 using Keyboard = LayerSurface::Keyboard;
 
 // A compositor that knows OnDemand takes the keyboard away by itself ...
-constexpr auto slowReturn = 150ms;
+constexpr auto slowReturn = 1s;
 // ... the others give it to every panel that is clicked. By now the click may have asked for it.
 constexpr auto quickReturn = 40ms;
 
@@ -85,6 +85,9 @@ PanelKeeperWayland::PanelKeeperWayland(const WaylandConnection &connection,
     m_commitTimer.setInterval(50ms);
     connect(&m_commitTimer, &QTimer::timeout, &m_role, &LayerSurface::commit);
     connect(&m_role, &LayerSurface::closed, &m_rehomeTimer, qOverload<>(&QTimer::start));
+    // Queued: the toolkit hears of the same change with the events that follow.
+    connect(&connection, &WaylandConnection::outputsChanged, this, &PanelKeeperWayland::followScale,
+            Qt::QueuedConnection);
     const QList<QScreen *> screens = QGuiApplication::screens();
     for (QScreen *screen : screens)
         followScreen(screen);
@@ -104,6 +107,14 @@ void PanelKeeperWayland::followScreen(QScreen *screen)
         m_role.place(m_window.geometry());
         m_role.commit();
     });
+}
+
+void PanelKeeperWayland::followScale()
+{
+    // The toolkit does not change the scale of a surface that exists.
+    const QScreen *screen = m_role.screen();
+    if (screen && screen->devicePixelRatio() != m_scale)
+        m_rehomeTimer.start();
 }
 
 void PanelKeeperWayland::keepClickThrough(const QRect &responseRect)
@@ -190,6 +201,7 @@ void PanelKeeperWayland::attach()
 {
     QScreen *screen = screenOf(m_window.geometry());
     m_placed = m_window.geometry();
+    m_scale = screen ? screen->devicePixelRatio() : 1;
     if (screen)
         m_role.attach(WaylandConnection::surface(m_window), *screen, m_placed);
     applyInputRegion();

@@ -50,6 +50,7 @@ private:
     void rehome();
     void followFrame();
     void followScreen(QScreen *screen);
+    void followScale();
     void applyInputRegion();
     void setKeyboard(LayerSurface::Keyboard keyboard);
     bool hasFocus() const;
@@ -62,6 +63,8 @@ private:
     LayerSurface m_role;
     QRect m_responseRect;
     QRect m_placed;
+    /// Of the screen when the surface was made.
+    qreal m_scale = 1;
     FocusBounce m_bounce;
     /// Until it is clear that the compositor leaves the keyboard to a panel that does not want it.
     QTimer m_bounceTimer;
