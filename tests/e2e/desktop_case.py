@@ -77,11 +77,21 @@ class DesktopCase(E2ECase):
     def is_panel_shown(self, app, picture=None):
         """Whether the panel covers the other program at its place, as seen on the screen."""
         picture = picture or self.desktop.screenshot()
-        scale = picture.width / self.desktop.width
+        scale = self.desktop.scale
         _, x, y, width, height = app.panel()
         # The bottom panels are opaque enough to change every quarter's colour.
         column, row = int((x + width / 2) * scale), int((y + height - 40) * scale)
         return not any(picture.is_near(column, row, quarter, 14) for quarter in QUARTERS)
+
+    def drag(self, app, start, end, steps=10):
+        """Drags with the first button, at a person's pace: the program sees the press first."""
+        self.desktop.hold(*start)
+        for _ in range(3):
+            app.panel()
+        for step in range(1, steps + 1):
+            self.desktop.move_pointer(*(round(a + (b - a) * step / steps)
+                                        for a, b in zip(start, end)))
+        self.desktop.release()
 
     def focus_other(self, app, other):
         """Clicks beside the panel and waits until the other program gets the keys."""

@@ -35,7 +35,7 @@ class JourneyTest(DesktopCase):
         # The first part is on the screen while the answer still runs.
         app.access.wait_for_page_text("First part.")
         _, x, y, width, _ = app.panel()
-        scale = before.width / self.desktop.width
+        scale = self.desktop.scale
         area = [int(value * scale) for value in (x + 16, y + 90, width - 60, 120)]
         self.desktop.wait_for_picture(
             lambda now: now.differing_pixels(before, *area, tolerance=60) > 300,

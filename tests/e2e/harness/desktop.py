@@ -31,6 +31,8 @@ class Desktop(Session):
     """A private X display with a window manager and a session bus."""
 
     connection = None
+    #: Pixels of a picture per pixel of a position.
+    scale = 1
 
     def __init__(self, width=1280, height=960, compositor=None, window_manager=True):
         """`compositor`: None, or the path of a picom configuration ("" for its default)."""

@@ -48,9 +48,11 @@ class KWinDesktop(WaylandDesktop):
         home = self.folder / "kde"
         applications = home / "applications"
         applications.mkdir(parents=True)
-        for name, path in (("tests", sys.executable), ("quellora", BIN_DIR / "quellora")):
-            (applications / f"{name}.desktop").write_text(
-                _PERMITTED.format(name=name, program=pathlib.Path(path).resolve()))
+        for path in (sys.executable, BIN_DIR / "quellora"):
+            program_path = pathlib.Path(path).resolve()
+            # The name of the file that Debian's interpreter has, so that this one replaces it.
+            (applications / f"{program_path.name}.desktop").write_text(
+                _PERMITTED.format(name=program_path.name, program=program_path))
         self.environment |= {
             "XDG_DATA_DIRS": f"{home}:/usr/local/share:/usr/share",
             "KDE_FULL_SESSION": "true", "KDE_SESSION_VERSION": "5",

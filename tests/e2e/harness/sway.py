@@ -107,11 +107,6 @@ class SwayDesktop(WaylandDesktop):
         self.scale = scale
         self._resize_input()
 
-    def remove_output(self, name):
-        """Takes an output away."""
-        self.command(f"output {name} disable")
-        self._resize_input()
-
     def _resize_input(self):
         boxes = [output["rect"] for output in self.outputs()]
         self.width = max(box["x"] + box["width"] for box in boxes)

@@ -76,6 +76,8 @@ class WaylandDesktop(Session):
     session_name = ""
     #: Name of the compositor's executable.
     program = ""
+    #: Pixels of a picture per logical pixel.
+    scale = 1
     input = None
 
     def __init__(self, width=1280, height=800):

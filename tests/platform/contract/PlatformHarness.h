@@ -44,6 +44,7 @@ enum class Ability {
     ChangeStatusArea,
     ChangePermissions,
     PassClicks,
+    RaiseCovered,
     GrabHotkeys,
     ClaimHotkeys,
     ObserveOpened,

@@ -54,6 +54,7 @@ void ShellContract::activateBringsWindowToFront()
 
 void ShellContract::activateRaisesCoveredWindow()
 {
+    CONTRACT_REQUIRES(Ability::RaiseCovered);
     QVERIFY(prepareScene());
     ProbeWindow ownWindow;
     QVERIFY(activate(ownWindow));

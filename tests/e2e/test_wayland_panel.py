@@ -1,0 +1,154 @@
+"""The panel as a part of a Wayland desktop: focus, place, clicks, outputs, scale.
+
+`scripts/test-desktops` runs it on KWin, GNOME and X11 as well.
+"""
+
+import unittest
+
+from desktop_case import KIND, DesktopCase
+from harness import HostileServer, wait_until
+
+
+class PanelTest(DesktopCase):
+    """One program for all tests; each starts where the last one left the panel."""
+
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        cls.shared_server = HostileServer()
+        cls.addClassCleanup(cls.shared_server.close)
+
+    def start(self):
+        """A signed-in program above another one, in which the user works."""
+        app = self.app(self.shared_server).sign_in()
+        other = self.other()
+        wait_until(lambda: self.is_panel_shown(app), what="the panel above the other program")
+        return app, other
+
+    def assert_keyboard_in(self, other):
+        mark = other.mark()
+        self.desktop.press("k")
+        other.wait_for("key k", since=mark)
+
+    def test_hide_and_show_keep_place_and_focus(self):
+        app, other = self.start()
+        mark = other.mark()
+        self.assert_keyboard_in(other)
+        before = app.panel()[1:]
+        for _ in range(2):
+            self.command(app, "toggle")
+            app.wait_overlay_hidden()
+            self.desktop.wait_for_picture(
+                lambda now: now.is_near(int((before[0] + before[2] / 2) * self.desktop.scale),
+                                        int((before[1] + 30) * self.desktop.scale),
+                                        (200, 60, 60), 14), "the other program without the panel")
+            self.command(app, "toggle")
+            app.wait_overlay_shown()
+            wait_until(lambda: self.is_panel_shown(app), what="the panel again")
+        self.assertEqual(app.panel()[1:], before)
+        self.assert_keyboard_in(other)
+        self.assertNotIn("active 0", other.events(since=mark))
+
+    def test_click_on_a_button_leaves_the_keyboard_where_it_is(self):
+        app, other = self.start()
+        mark = app.mark()
+        app.access.click("New thread")
+        app.wait_for_line("[OverlayWindowController] New thread started", since=mark)
+
+        def keyboard_is_back():
+            here = other.mark()
+            self.desktop.press("z")
+            try:
+                other.wait_for("key z", since=here, timeout=1)
+            except AssertionError:
+                return False
+            return True
+        # KWin gives every clicked surface the keyboard; the panel gives it back.
+        wait_until(keyboard_is_back, what="the keyboard in the other program")
+
+    def test_stays_above_a_clicked_window(self):
+        app, other = self.start()
+        self.focus_other(app, other)
+        self.assertTrue(self.is_panel_shown(app))
+        second = self.other()
+        wait_until(lambda: self.is_panel_shown(app), what="the panel above the new window")
+        second.close()
+
+    @unittest.skipIf(KIND == "gnome", "XWayland does not hand clicks on to other programs")
+    def test_clicks_and_wheel_over_the_answer_reach_the_other_program(self):
+        app, other = self.start()
+        mark = other.mark()
+        _, x, y, width, _ = app.panel()
+        self.desktop.click(x + width // 2, y + 120)
+        other.wait_for(f"click {x + width // 2} {y + 120}", since=mark)
+        if KIND != "x11":
+            self.desktop.wheel(x + width // 2, y + 120, 1)
+            other.wait_for("wheel -", since=mark)
+
+    def test_dragging_the_bar_moves_the_panel_exactly(self):
+        app, _ = self.start()
+        _, x, y, width, height = app.panel()
+        self.drag(app, (x + 220, y + 17), (x + 320, y + 57))
+        wait_until(lambda: app.panel()[1:] == (x + 100, y + 40, width, height),
+                   what="the panel to have moved by (100, 40), not "
+                        f"{app.panel()[1:]} from {(x, y)}")
+        wait_until(lambda: self.is_panel_shown(app), what="the panel at its new place")
+        # The old place is uncovered.
+        scale = self.desktop.scale
+        self.desktop.wait_for_picture(
+            lambda now: now.is_near(int((x + 50) * scale), int((y + 20) * scale), (200, 60, 60), 14),
+            "the other program at the panel's old place")
+
+    def test_resizing_by_the_corner(self):
+        app, _ = self.start()
+        _, x, y, width, height = app.panel()
+        self.drag(app, (x + width - 3, y + height - 3), (x + width + 57, y + height + 37))
+        wait_until(lambda: app.panel()[1:] == (x, y, width + 60, height + 40),
+                   what=f"the panel to have grown by (60, 40) from {(width, height)}")
+
+
+@unittest.skipIf(KIND != "sway", "only sway changes the scale while it runs")
+class ScaleTest(DesktopCase):
+    """Scales other than 1."""
+
+    def test_scales(self):
+        app = self.app(self.server()).sign_in()
+        self.addCleanup(self.desktop.set_scale, 1)
+        for scale in (1.5, 2):
+            self.desktop.set_scale(scale)
+            other = self.other()
+            wait_until(lambda: self.is_panel_shown(app), what=f"the panel at scale {scale}")
+            app.focus_prompt()
+            self.desktop.type_text("x")
+            wait_until(lambda: app.stored_defaults().get("userPrompt", "").endswith("x"),
+                       what=f"typing at scale {scale}")
+            # Exactly there, also where a logical pixel has no whole number of pixels.
+            mark = other.mark()
+            _, x, y, width, _ = app.panel()
+            self.desktop.click(x + width // 2, y + 120)
+            other.wait_for(f"click {x + width // 2} {y + 120}", since=mark)
+            other.close()
+
+
+@unittest.skipIf(KIND != "sway", "only sway adds an output while it runs")
+class SecondOutputTest(DesktopCase):
+    """The last test, because sway's outputs without hardware cannot be taken away."""
+
+    def test_crossing_to_a_second_output(self):
+        server = self.server()
+        app = self.app(server).sign_in()
+        self.desktop.add_output(1280, 800, 1280, 0)
+        _, x, y, width, height = app.panel()
+        self.drag(app, (x + 220, y + 17), (x + 1600, y + 57), steps=20)
+        wait_until(lambda: app.panel()[1:] == (x + 1380, y + 40, width, height),
+                   what=f"the panel to have moved by (1380, 40) from {(x, y)}")
+        wait_until(lambda: self._covered(1), what="the panel's picture there")
+        self.assertFalse(self._covered(0), "something is left on the first output")
+
+    def _covered(self, output):
+        """Whether an output shows more than its empty background."""
+        return len(self.desktop.output_picture(output).colours()) > 20
+
+
+if __name__ == "__main__":
+    unittest.main()
