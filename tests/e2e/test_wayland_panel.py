@@ -102,9 +102,9 @@ class PanelTest(DesktopCase):
     def test_resizing_by_the_corner(self):
         app, _ = self.start()
         _, x, y, width, height = app.panel()
-        self.drag(app, (x + width - 3, y + height - 3), (x + width + 57, y + height + 37))
-        wait_until(lambda: app.panel()[1:] == (x, y, width + 60, height + 40),
-                   what=f"the panel to have grown by (60, 40) from {(width, height)}")
+        self.drag(app, (x + width - 3, y + height - 3), (x + width - 63, y + height - 43))
+        wait_until(lambda: app.panel()[1:] == (x, y, width - 60, height - 40),
+                   what=f"the panel to have shrunk by (60, 40) from {(width, height)}")
 
 
 @unittest.skipIf(KIND != "sway", "only sway changes the scale while it runs")

@@ -12,7 +12,7 @@ from .app import BIN_DIR
 from .bus import Bus
 from .image import Image
 from .waiting import PATIENCE, wait_until
-from .wayland_desktop import WaylandDesktop
+from .wayland_desktop import InputProgram, WaylandDesktop
 
 _KWIN = "org.kde.KWin"
 _SCREENSHOT = "org.kde.KWin.ScreenShot2"
@@ -24,6 +24,26 @@ Exec={program}
 Terminal=false
 X-KDE-DBUS-Restricted-Interfaces=org.kde.KWin.ScreenShot2
 """
+
+
+class KWinInput(InputProgram):
+    """Moves by offsets while a button is held: KWin reports no offsets of absolute moves."""
+
+    _position = (0, 0)
+    _held = False
+
+    def move_to(self, x, y):
+        """Moves the pointer to a position of the desktop."""
+        if self._held:
+            self.move_by(int(x) - self._position[0], int(y) - self._position[1])
+        else:
+            super().move_to(x, y)
+        self._position = (int(x), int(y))
+
+    def button(self, code, pressed):
+        """Presses or releases a button."""
+        self._held = pressed
+        super().button(code, pressed)
 
 
 class KWinDesktop(WaylandDesktop):
@@ -77,6 +97,9 @@ class KWinDesktop(WaylandDesktop):
             {key: self.environment[key] for key in
              ("XDG_CURRENT_DESKTOP", "XDG_SESSION_TYPE", "XDG_DATA_DIRS", "XDG_RUNTIME_DIR",
               "KDE_FULL_SESSION", "KDE_SESSION_VERSION")} | {"WAYLAND_DISPLAY": self.name})
+
+    def _make_input(self):
+        return KWinInput(self.environment, self.width, self.height)
 
     def evaluate(self, expression):
         """The value of an expression of KWin's own scripts."""
