@@ -1,6 +1,7 @@
 #include "wayland/FakeCompositor.h"
 
 #include <wayland-server-core.h>
+#include <wayland-server-protocol.h>
 
 #include <QFile>
 
@@ -13,6 +14,12 @@ int stop(void *display)
     return 0;
 }
 
+void bind(wl_client *client, void *, uint32_t version, uint32_t id)
+{
+    // Of any class, because no request is expected.
+    wl_resource_create(client, &wl_callback_interface, static_cast<int>(version), id);
+}
+
 } // namespace
 
 FakeCompositor::FakeCompositor(const QList<const wl_interface *> &interfaces)
@@ -22,8 +29,7 @@ FakeCompositor::FakeCompositor(const QList<const wl_interface *> &interfaces)
 {
     qputenv("XDG_RUNTIME_DIR", QFile::encodeName(m_folder.path()));
     for (const wl_interface *interface : interfaces)
-        wl_global_create(m_display, interface, 1, nullptr,
-                         [](wl_client *, void *, uint32_t, uint32_t) {});
+        wl_global_create(m_display, interface, 1, nullptr, &bind);
     qputenv("WAYLAND_DISPLAY", wl_display_add_socket_auto(m_display));
     m_thread = std::thread([this] { wl_display_run(m_display); });
 }

@@ -11,8 +11,8 @@ struct wl_interface;
 
 namespace quellora {
 
-/// A compositor that only announces interfaces, on a socket in a folder of its own and on a thread
-/// of its own. Sets WAYLAND_DISPLAY and XDG_RUNTIME_DIR until it ends.
+/// A compositor that announces interfaces and handles no request of theirs, on a socket in a folder
+/// of its own and on a thread of its own. Sets WAYLAND_DISPLAY and XDG_RUNTIME_DIR until it ends.
 class FakeCompositor
 {
 public:
