@@ -22,6 +22,7 @@ public:
 
     /// Starts; no effect while it runs. Takes some tens of milliseconds.
     void start();
+    bool isRunning() const { return m_role != nullptr; }
     /// Stops without giving the keyboard back.
     void cancel();
 

@@ -22,6 +22,9 @@ constexpr auto slowReturn = 1s;
 // ... the others give it to every panel that is clicked. By now the click may have asked for it.
 constexpr auto quickReturn = 40ms;
 
+// For the longest return of the keyboard that was seen on a busy machine, twice.
+constexpr auto bounceDuration = 500ms;
+
 qint64 area(const QRect &rect)
 {
     return rect.isEmpty() ? 0 : qint64(rect.width()) * rect.height();
@@ -127,6 +130,10 @@ bool PanelKeeperWayland::takeKeyboard()
 {
     if (!m_role.isAttached())
         return false;
+    // The keyboard that is being given back may leave only after this.
+    if (m_bounceTimer.isActive() || m_bounce.isRunning())
+        m_insistUntil = QDeadlineTimer(bounceDuration);
+    m_bounceTimer.stop();
     m_bounce.cancel();
     if (!hasFocus() || m_role.keyboard() == Keyboard::None)
         setKeyboard(Keyboard::Exclusive);
@@ -166,10 +173,14 @@ void PanelKeeperWayland::focusEntered(wl_surface *surface)
 
 void PanelKeeperWayland::focusLeft(wl_surface *surface)
 {
+    if (surface != m_role.surface())
+        return;
+    const bool insists = m_role.keyboard() == Keyboard::Exclusive && !m_insistUntil.hasExpired();
     // The user has chosen another window. Some compositors give the keyboard right back to a
     // surface that still wants it.
-    if (surface == m_role.surface())
-        setKeyboard(Keyboard::None);
+    setKeyboard(Keyboard::None);
+    if (insists)
+        setKeyboard(Keyboard::Exclusive);
 }
 
 bool PanelKeeperWayland::eventFilter(QObject *watched, QEvent *event)

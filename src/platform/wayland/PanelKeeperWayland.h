@@ -4,6 +4,7 @@
 #include "platform/wayland/LayerSurface.h"
 #include "platform/wayland/WaylandKeyboard.h"
 
+#include <QDeadlineTimer>
 #include <QObject>
 #include <QRect>
 #include <QTimer>
@@ -68,6 +69,8 @@ private:
     FocusBounce m_bounce;
     /// Until it is clear that the compositor leaves the keyboard to a panel that does not want it.
     QTimer m_bounceTimer;
+    /// Until then, a loss of the focus is that of a return that was cancelled.
+    QDeadlineTimer m_insistUntil;
     QTimer m_rehomeTimer;
     /// Applies a new size whose contents do not come.
     QTimer m_commitTimer;
