@@ -6,6 +6,7 @@
 #include "backend/NotificationCenter.h"
 #include "backend/SessionManager.h"
 #include "base/Log.h"
+#include "base/UserDefaults.h"
 #include "hotkeys/HotkeyManager.h"
 #include "platform/DesktopSession.h"
 #include "platform/Platform.h"
@@ -20,6 +21,7 @@ namespace quellora {
 namespace {
 
 constexpr double opacityStep = 0.1;
+const QString actionCommandsUsed = QString::fromLatin1(DefaultsKey::actionCommandsUsed);
 
 void log(const QString &message)
 {
@@ -44,6 +46,8 @@ void AppDelegate::applicationDidFinishLaunching()
         log(QStringLiteral("WARNING: ") + accessory.reason());
     setupEditMenu();
     connect(&m_collaborators.hotkeys, &HotkeyManager::pressed, this, &AppDelegate::handleHotkey);
+    connect(&m_collaborators.hotkeys, &HotkeyManager::deliveryChanged, this,
+            &AppDelegate::reportKeys);
     m_collaborators.permissions.checkAccessibility();
     m_collaborators.permissions.checkScreenRecording();
     m_collaborators.hotkeys.start(
@@ -95,6 +99,32 @@ void AppDelegate::handleHotkey(HotkeyAction action)
     }
 }
 
+void AppDelegate::reportKeys()
+{
+    const HotkeyManager &hotkeys = m_collaborators.hotkeys;
+    QString line;
+    // Who has used a command of the program knows.
+    if (!hotkeys.isDesktopUndecided() &&
+        !m_collaborators.defaults.boolValue(actionCommandsUsed).value_or(false)) {
+        switch (hotkeys.delivery()) {
+        case HotkeyManager::Delivery::Own:
+        case HotkeyManager::Delivery::Desktop:
+            break;
+        case HotkeyManager::Delivery::OwnPartly:
+            line = QStringLiteral(
+                "**Hotkeys work only over some windows in this session.** Settings, under Desktop "
+                "shortcuts, shows how to bind the keys in your desktop instead.");
+            break;
+        case HotkeyManager::Delivery::None:
+            line = QStringLiteral(
+                "**In this session only your desktop can bind keys.** Settings, under Desktop "
+                "shortcuts, shows how to bind them to Quellora's commands.");
+            break;
+        }
+    }
+    m_collaborators.permissions.setProblem(QStringLiteral("keys"), line);
+}
+
 void AppDelegate::showLogin()
 {
     m_login = m_collaborators.makeLogin();
@@ -131,6 +161,10 @@ QString AppDelegate::handleCommand(const RemoteCommand &command)
     if (!m_overlay)
         return QStringLiteral("sign in first");
     log(QStringLiteral("Command: ") + QLatin1StringView(command.name));
+    if (!m_collaborators.defaults.boolValue(actionCommandsUsed).value_or(false)) {
+        m_collaborators.defaults.setBool(actionCommandsUsed, true);
+        reportKeys();
+    }
     handleHotkey(command.action);
     return {};
 }
@@ -154,6 +188,8 @@ void AppDelegate::startOverlay()
     log(QStringLiteral("OverlayWindowController created"));
     m_overlay->show();
     log(QStringLiteral("Overlay window shown"));
+    // Not earlier: the desktop may ask the user, who should know by then what is asking.
+    m_collaborators.hotkeys.offerToDesktop();
     applyConfigAtStart();
 
     m_menuBar = m_collaborators.makeMenuBar();

@@ -71,6 +71,8 @@ private:
     /// Refreshes the configuration when the machine wakes up.
     void watchDesktop();
     void handleHotkey(HotkeyAction action);
+    /// Tells the user where keys are bound if hot keys do not work over every window.
+    void reportKeys();
     void bringToFront();
     void showLogin();
     void deleteLoginLater();

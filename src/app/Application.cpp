@@ -28,11 +28,12 @@ Application::Application(std::unique_ptr<SingleInstance> instance)
     , m_defaults(m_platform->makeUserDefaults())
     , m_settings(*m_defaults)
     , m_permissions(m_platform->permissions(), m_platform->vocabulary(), m_platform->screenSource())
-    , m_hotkeys(m_platform->globalHotkeys(), m_platform->vocabulary(),
-                &std::chrono::steady_clock::now,
-                [this](HotkeyAction action, const QString &line) {
-                    m_permissions.setProblem(hotkeyAction(action).jsonKey, line);
-                })
+    , m_hotkeys(
+          m_platform->globalHotkeys(), m_platform->vocabulary(), &std::chrono::steady_clock::now,
+          [this](HotkeyAction action, const QString &line) {
+              m_permissions.setProblem(hotkeyAction(action).jsonKey, line);
+          },
+          m_platform->desktopShortcuts())
     , m_auth(m_network, m_endpoints, [this] { return deviceFields(); })
     , m_session(m_auth, m_notifications)
     , m_heartbeat(m_session, m_notifications,

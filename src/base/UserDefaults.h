@@ -16,6 +16,8 @@ namespace quellora {
 /// Storage keys that are not in the table of Settings.
 namespace DefaultsKey {
 inline constexpr auto hotkeyBindings = "hotkeyBindings";
+/// Whether a command has run an action, so the user knows how to bind commands to keys.
+inline constexpr auto actionCommandsUsed = "actionCommandsUsed";
 } // namespace DefaultsKey
 
 /// The store of the user's preferences: a small typed key-value store. Settings gives its values

@@ -3,6 +3,7 @@
 #include "backend/Answerer.h"
 #include "base/Log.h"
 #include "hotkeys/HotkeyCombo.h"
+#include "platform/DesktopShortcuts.h"
 
 #include <QPointer>
 
@@ -12,14 +13,25 @@
 namespace quellora {
 
 HotkeyManager::HotkeyManager(GlobalHotkeys &platform, Vocabulary words, Clock clock,
-                             ProblemSink problemSink, QObject *parent)
+                             ProblemSink problemSink, DesktopShortcuts *desktop, QObject *parent)
     : QObject(parent)
     , m_platform(platform)
     , m_words(std::move(words))
     , m_answerer(givenAnswerer)
     , m_clock(std::move(clock))
     , m_problemSink(std::move(problemSink))
-{}
+    , m_desktop(desktop)
+{
+    if (!m_desktop)
+        return;
+    connect(m_desktop, &DesktopShortcuts::changed, this, &HotkeyManager::followDesktop);
+    connect(m_desktop, &DesktopShortcuts::activated, this, [this](const QString &id) {
+        for (const HotkeyActionInfo &row : hotkeyActions) {
+            if (id == QLatin1StringView(row.command) && m_isRunning)
+                fire(row.action);
+        }
+    });
+}
 
 HotkeyManager::~HotkeyManager()
 {
@@ -36,6 +48,7 @@ void HotkeyManager::start(const HotkeyCombos &combos)
 
 void HotkeyManager::stop()
 {
+    m_isRunning = false;
     unregisterAll();
     if (std::exchange(m_handlerInstalled, false))
         m_platform.removeHandler();
@@ -44,6 +57,7 @@ void HotkeyManager::stop()
 
 void HotkeyManager::suspendAll()
 {
+    m_isRunning = false;
     unregisterAll();
     Log::event(QStringLiteral("[HotkeyManager] Suspended all hotkeys for capture"));
 }
@@ -66,6 +80,10 @@ bool HotkeyManager::updateHotkey(const QString &jsonKey, const QString &combo)
         return false;
     }
     const HotkeyAction action = row->action;
+    if (isDesktopDelivering()) {
+        m_combos[action] = combo;
+        return true;
+    }
     const auto active = m_activeHotkeys.constFind(jsonKey);
     const std::optional<QString> previous =
         active == m_activeHotkeys.constEnd() ? std::nullopt : std::optional(*active);
@@ -76,6 +94,7 @@ bool HotkeyManager::updateHotkey(const QString &jsonKey, const QString &combo)
 
     unregisterAction(action);
     if (registerAction(action, combo)) {
+        m_combos[action] = combo;
         const QMap<HotkeyAction, Refusal> refusals = m_refusals;
         for (auto it = refusals.begin(); it != refusals.end(); ++it) {
             if (it->reason == Refusal::Reason::OwnAction && it->holder == action)
@@ -108,8 +127,20 @@ void HotkeyManager::installHandler()
 
 void HotkeyManager::registerAll(const HotkeyCombos &combos)
 {
+    m_combos = combos;
+    m_isRunning = true;
+    if (isDesktopDelivering())
+        return;
+    const bool wasUnavailable = std::exchange(m_isUnavailable, false);
+    const Delivery before = m_lastDelivery;
     for (const HotkeyActionInfo &row : hotkeyActions)
         registerAction(row.action, combos[row.action]);
+    if (m_isUnavailable && !wasUnavailable)
+        Log::event(QStringLiteral("[HotkeyManager] WARNING: This session has no hotkeys for "
+                                  "programs to register"));
+    m_lastDelivery = delivery();
+    if (m_lastDelivery != before)
+        Q_EMIT deliveryChanged();
 }
 
 bool HotkeyManager::registerAction(HotkeyAction action, const QString &combo)
@@ -136,6 +167,12 @@ bool HotkeyManager::registerAction(HotkeyAction action, const QString &combo)
                    combo);
         setRefusal(action, std::nullopt);
         return true;
+    }
+    if (m_desktop && result.error().kind == GlobalHotkeys::Failure::Kind::Unavailable) {
+        // Not a matter of this combo: logged once for all.
+        m_isUnavailable = true;
+        setRefusal(action, std::nullopt);
+        return false;
     }
     Log::event(QStringLiteral("[HotkeyManager] ERROR: Failed to register ") + name +
                QStringLiteral(" (") + combo + QStringLiteral("), OSStatus ") +
@@ -201,6 +238,75 @@ void HotkeyManager::setAnswererName(const QString &name)
         m_problemSink(it.key(), problemLine(it.key(), *it));
 }
 
+void HotkeyManager::withdrawRefusals()
+{
+    for (const HotkeyActionInfo &row : hotkeyActions) {
+        if (m_refusals.contains(row.action))
+            setRefusal(row.action, std::nullopt);
+    }
+}
+
+void HotkeyManager::offerToDesktop()
+{
+    if (!m_desktop || std::exchange(m_isOffered, true))
+        return;
+    QList<DesktopShortcuts::Action> actions;
+    for (const HotkeyActionInfo &row : hotkeyActions) {
+        QString description = QString::fromLatin1(row.summary);
+        description.front() = description.front().toUpper();
+        actions << DesktopShortcuts::Action{QString::fromLatin1(row.command), description,
+                                            HotkeyCombo::parse(m_combos[row.action])};
+    }
+    m_desktop->offer(actions);
+}
+
+bool HotkeyManager::isDesktopDelivering() const
+{
+    return m_desktop && m_desktop->state().isApplied();
+}
+
+bool HotkeyManager::isDesktopUndecided() const
+{
+    return m_desktop && m_desktop->state().state() == Capability::State::BestEffort;
+}
+
+HotkeyManager::Delivery HotkeyManager::delivery() const
+{
+    if (isDesktopDelivering())
+        return Delivery::Desktop;
+    if (m_isUnavailable && m_registrations.isEmpty())
+        return Delivery::None;
+    return m_desktop ? Delivery::OwnPartly : Delivery::Own;
+}
+
+QString HotkeyManager::desktopKey(HotkeyAction action) const
+{
+    return isDesktopDelivering()
+               ? m_desktop->trigger(QString::fromLatin1(hotkeyAction(action).command))
+               : QString();
+}
+
+QString HotkeyManager::desktopReason() const
+{
+    return m_desktop ? m_desktop->state().reason() : QString();
+}
+
+void HotkeyManager::followDesktop()
+{
+    const bool isDelivering = isDesktopDelivering();
+    m_lastDelivery = delivery();
+    if (isDelivering != m_wasDesktopDelivering) {
+        m_wasDesktopDelivering = isDelivering;
+        if (isDelivering) {
+            unregisterAll();
+            withdrawRefusals();
+        } else if (m_isRunning) {
+            registerAll(m_combos);
+        }
+    }
+    Q_EMIT deliveryChanged();
+}
+
 void HotkeyManager::unregisterAction(HotkeyAction action)
 {
     m_activeHotkeys.remove(hotkeyAction(action).jsonKey);
@@ -220,7 +326,11 @@ void HotkeyManager::handlePress(GlobalHotkeys::Registration registration)
         std::find(m_registrations.constBegin(), m_registrations.constEnd(), registration);
     if (found == m_registrations.constEnd())
         return;
-    const HotkeyAction action = found.key();
+    fire(found.key());
+}
+
+void HotkeyManager::fire(HotkeyAction action)
+{
     const QString name = hotkeyAction(action).logName;
     const std::chrono::steady_clock::time_point now = m_clock();
     const auto last = m_lastFireTime.constFind(action);

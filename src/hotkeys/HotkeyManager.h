@@ -12,8 +12,13 @@
 
 namespace quellora {
 
+class DesktopShortcuts;
+
 /// Registers every action as a system-wide hot key and reports presses with pressed(). A press that
 /// follows another one of the same action within debounceInterval is dropped. Main thread only.
+///
+/// Where the desktop has shortcuts of its own, the actions can be offered to it. While it delivers
+/// presses, no combo is registered, so that no press counts twice.
 ///
 /// A combo that cannot be registered is logged and reported to the problem sink; the other actions
 /// are not affected. The problem stands until the action has a combo that is registered.
@@ -28,10 +33,23 @@ public:
 
     static constexpr std::chrono::milliseconds debounceInterval{300};
 
+    /// Who delivers key presses at present.
+    enum class Delivery {
+        /// This program gets its combos from every window.
+        Own,
+        /// This program gets its combos from some windows only.
+        OwnPartly,
+        /// The desktop delivers the keys it assigned.
+        Desktop,
+        /// No key works.
+        None,
+    };
+
     /// @param platform outlives the manager
     /// @param words names the keys in messages to the user
+    /// @param desktop where @p platform does not get keys from every window; outlives the manager
     HotkeyManager(GlobalHotkeys &platform, Vocabulary words, Clock clock, ProblemSink problemSink,
-                  QObject *parent = nullptr);
+                  DesktopShortcuts *desktop = nullptr, QObject *parent = nullptr);
     /// Releases what is still registered, without a log line.
     ~HotkeyManager() override;
 
@@ -48,6 +66,19 @@ public:
     /// @return whether the new combo is registered
     bool updateHotkey(const QString &jsonKey, const QString &combo);
 
+    /// Offers the actions to the desktop, with the combos in force as a suggestion. Call after
+    /// start(). The desktop may ask the user. No effect after the first time and where the desktop
+    /// has no shortcuts.
+    void offerToDesktop();
+    Delivery delivery() const;
+    /// The key that the desktop assigned to an action, in its words; empty if there is none.
+    QString desktopKey(HotkeyAction action) const;
+    /// While delivery() is not Own, why the desktop does not deliver keys, in a sentence for the
+    /// user; else empty.
+    QString desktopReason() const;
+    /// Whether it is still open if the desktop will deliver keys.
+    bool isDesktopUndecided() const;
+
     /// Sets the model's name used in problem lines and reports the standing ones again.
     void setAnswererName(const QString &name);
 
@@ -57,6 +88,8 @@ public:
 Q_SIGNALS:
     /// Emitted from the event loop, after the system's handler has returned.
     void pressed(HotkeyAction action);
+    /// delivery(), the desktop's reason or one of its keys has changed.
+    void deliveryChanged();
 
 private:
     /// Why an action's combo is not registered.
@@ -79,12 +112,27 @@ private:
     void setRefusal(HotkeyAction action, const std::optional<Refusal> &refusal);
     QString problemLine(HotkeyAction action, const Refusal &refusal) const;
     void handlePress(GlobalHotkeys::Registration registration);
+    void fire(HotkeyAction action);
+    bool isDesktopDelivering() const;
+    void followDesktop();
+    void withdrawRefusals();
 
     GlobalHotkeys &m_platform;
     Vocabulary m_words;
     QString m_answerer;
     Clock m_clock;
     ProblemSink m_problemSink;
+    DesktopShortcuts *m_desktop;
+    bool m_isOffered = false;
+    /// The combos in force.
+    HotkeyCombos m_combos;
+    /// Whether combos are registered unless the desktop delivers presses.
+    bool m_isRunning = false;
+    /// Whether this session has no hot keys for programs.
+    bool m_isUnavailable = false;
+    bool m_wasDesktopDelivering = false;
+    /// As last announced.
+    Delivery m_lastDelivery = Delivery::Own;
     QMap<QString, QString> m_activeHotkeys;
     QMap<HotkeyAction, GlobalHotkeys::Registration> m_registrations;
     QMap<HotkeyAction, Refusal> m_refusals;

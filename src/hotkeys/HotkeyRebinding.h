@@ -53,6 +53,7 @@ public:
     /// Removes the key monitor; does not register the hot keys again.
     ~HotkeyRebinding() override;
 
+    const HotkeyManager &manager() const { return m_manager; }
     /// The combos in force.
     const HotkeyCombos &hotkeysConfig() const { return m_hotkeysConfig; }
     const HotkeyCombos &configFileHotkeys() const { return m_configFileHotkeys; }

@@ -1,6 +1,7 @@
 #include "overlay/OverlaySettings.h"
 
 #include "hotkeys/HotkeyCombo.h"
+#include "hotkeys/HotkeyManager.h"
 #include "overlay/NonFocusPanel.h"
 #include "overlay/OverlayModel.h"
 #include "page/ResponseDisplay.h"
@@ -15,13 +16,8 @@
 namespace quellora {
 namespace {
 
-QVariantMap displayTexts(const HotkeyCombos &combos, const Vocabulary &words)
-{
-    QVariantMap texts;
-    for (const HotkeyActionInfo &row : hotkeyActions)
-        texts.insert(row.jsonKey, HotkeyCombo::displayString(combos[row.action], words));
-    return texts;
-}
+/// Names the button when no key works.
+const QString captureButton = QStringLiteral("Capture and send");
 
 } // namespace
 
@@ -54,10 +50,12 @@ void OverlaySettings::attach(const Targets &targets, const BackendEndpoints &end
             [this] { m_targets->theme.setMode(m_settings.appearance()); });
     targets.theme.setMode(m_settings.appearance());
 
-    connect(&m_rebinding, &HotkeyRebinding::hotkeysConfigChanged, this, [this] {
+    const auto apply = [this] {
         applyHotkeys();
         m_targets->display.pushHint();
-    });
+    };
+    connect(&m_rebinding, &HotkeyRebinding::hotkeysConfigChanged, this, apply);
+    connect(&m_rebinding.manager(), &HotkeyManager::deliveryChanged, this, apply);
     applyHotkeys();
     targets.overlay.setStopShortcut(HotkeyCombo::displayString(QStringLiteral("cmd+."), m_words));
 
@@ -133,10 +131,26 @@ void OverlaySettings::close()
 
 void OverlaySettings::applyHotkeys()
 {
-    const HotkeyCombos &combos = m_rebinding.hotkeysConfig();
-    m_targets->display.setCaptureHotkey(
-        HotkeyCombo::displayString(combos[HotkeyAction::Capture], m_words));
-    m_targets->panels.setHotkeys(displayTexts(combos, m_words));
+    const QString captureKey = keyText(HotkeyAction::Capture);
+    m_targets->display.setCaptureHotkey(captureKey.isEmpty() ? captureButton : captureKey);
+    QVariantMap texts;
+    for (const HotkeyActionInfo &row : hotkeyActions)
+        texts.insert(row.jsonKey, keyText(row.action));
+    m_targets->panels.setHotkeys(texts);
+}
+
+QString OverlaySettings::keyText(HotkeyAction action) const
+{
+    switch (m_rebinding.manager().delivery()) {
+    case HotkeyManager::Delivery::Own:
+    case HotkeyManager::Delivery::OwnPartly:
+        return HotkeyCombo::displayString(m_rebinding.hotkeysConfig()[action], m_words);
+    case HotkeyManager::Delivery::Desktop:
+        return m_rebinding.manager().desktopKey(action);
+    case HotkeyManager::Delivery::None:
+        return {};
+    }
+    Q_UNREACHABLE();
 }
 
 void OverlaySettings::setTheme(AppTheme theme)

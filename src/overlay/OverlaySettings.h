@@ -68,6 +68,8 @@ Q_SIGNALS:
 
 private:
     void applyHotkeys();
+    /// The key that runs an action at present, as the user knows it; empty if there is none.
+    QString keyText(HotkeyAction action) const;
     /// Updates all texts that contain the display name of the answering model.
     void updateAnswererName();
     void setTheme(AppTheme theme);

@@ -95,6 +95,15 @@ Card {
             KeyCap { text: card.panels.hotkeys.opacity_up ?? "" }
             KeyCap { text: card.panels.hotkeys.opacity_down ?? "" }
         }
+        Label {
+            objectName: "noKeysHint"
+            width: parent.width
+            visible: !card.panels.hotkeys.capture
+            text: qsTr("No key is assigned yet: see Desktop shortcuts in Settings.")
+            type: Tokens.hint
+            color: card.theme.dimText
+            wrapMode: Text.Wrap
+        }
         Item {
             width: parent.width
             height: hint.height + 12

@@ -29,9 +29,11 @@ public:
         std::optional<QKeyCombination> preferred;
     };
 
-    /// Offers the actions to the desktop. Call once; asynchronous, see stateChanged().
+    /// Offers the actions to the desktop, which may ask the user. Call once; asynchronous, see
+    /// changed().
     virtual void offer(const QList<Action> &actions) = 0;
-    /// Applied while the desktop delivers presses, else Unsupported with the reason.
+    /// Applied while the desktop delivers presses, BestEffort until it has answered, else
+    /// Unsupported. The reason is a sentence for the user.
     virtual Capability state() const = 0;
     /// The key assigned to an action as the desktop describes it; empty if there is none.
     virtual QString trigger(const QString &id) const = 0;

@@ -6,15 +6,19 @@
 
 namespace quellora {
 
-/// How to bind this program's commands to keys in the desktop's own settings, for sessions in which
-/// the program does not receive its hot keys from every window.
+/// Where keys are bound in the desktop's own settings, for sessions in which the program does not
+/// receive its hot keys from every window.
 struct ShortcutGuide
 {
-    /// Why and where, in whole sentences for the user; empty if no guide is needed.
+    /// How to bind this program's commands, in whole sentences for the user; empty if no guide is
+    /// needed.
     QString advice;
     /// Returns the text to enter there for a key combination (as in `config.json`) and a command of
     /// the program, e.g. "capture". Set if there is advice.
-    std::function<QString(const QString &combo, const QString &command)> line;
+    std::function<QString(const QString &combo, const QString &command)> line = {};
+    /// Where the user changes keys that the desktop assigned to this program, for use within a
+    /// sentence: "System Settings → Shortcuts → Quellora".
+    QString assignedKeysPlace = {};
 };
 
 } // namespace quellora

@@ -17,7 +17,8 @@ struct Vocabulary
     QString computer;
     /// The system-wide setting for the light or dark theme, for use within a sentence.
     QString appearanceSetting;
-    /// What to do if the permission for global hot keys is missing, in whole sentences.
+    /// What to do if the permission for global hot keys is missing, in whole sentences; empty where
+    /// the system has no such permission to grant.
     QString accessibilityAdvice;
     /// What to do if the permission for screen capture is missing, in whole sentences.
     QString screenRecordingAdvice;
@@ -40,10 +41,6 @@ struct Vocabulary
 
     static Vocabulary linuxDesktop()
     {
-        // Linux desktops have no setting for either permission: both depend on the session type.
-        const QString otherSession = QStringLiteral(
-            " Log out, choose a session with X11 (also called Xorg) at the login screen, then log "
-            "in again.");
         return {
             QStringLiteral("Ctrl"),
             QStringLiteral("Alt"),
@@ -51,10 +48,11 @@ struct Vocabulary
             QStringLiteral("Shift"),
             QStringLiteral("this computer"),
             QStringLiteral("your desktop's setting"),
-            QStringLiteral("A Wayland session keeps the keys of other programs to itself.") +
-                otherSession,
-            QStringLiteral("A Wayland session keeps the windows of other programs to itself.") +
-                otherSession,
+            // Whether keys work is told by those who register them.
+            QString(),
+            QStringLiteral("A Wayland session keeps the windows of other programs to itself. Log "
+                           "out, choose a session with X11 (also called Xorg) at the login screen, "
+                           "then log in again."),
         };
     }
 };

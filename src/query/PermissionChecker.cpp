@@ -42,7 +42,8 @@ void PermissionChecker::checkAccessibility()
 {
     const bool trusted = m_permissions.isAccessibilityTrusted();
     logStatus(accessibilityTrusted, trusted);
-    if (!trusted) {
+    m_isAccessibilityMissing = !trusted;
+    if (!trusted && !m_vocabulary.accessibilityAdvice.isEmpty()) {
         setProblem(accessibility, QStringLiteral("**Accessibility permission not granted.** Global "
                                                  "hotkeys may not work reliably. ") +
                                       m_vocabulary.accessibilityAdvice);
@@ -108,7 +109,8 @@ void PermissionChecker::setProblem(const QString &subject, const QString &line)
 
 void PermissionChecker::retest()
 {
-    if (has(accessibility) && m_permissions.isAccessibilityTrusted()) {
+    if (m_isAccessibilityMissing && m_permissions.isAccessibilityTrusted()) {
+        m_isAccessibilityMissing = false;
         logStatus(accessibilityTrusted, true);
         setProblem(accessibility, {});
     }

@@ -28,7 +28,7 @@ public:
     /// Id of the message, independent of its content.
     static constexpr auto messageId = "startup-permission-issues";
 
-    /// Adds a problem if the accessibility permission is missing.
+    /// Adds a problem if the accessibility permission is missing and can be granted.
     void checkAccessibility();
     /// Requests the screen recording permission and adds a problem if it is missing.
     void checkScreenRecording();
@@ -63,6 +63,7 @@ private:
     /// In order of discovery; at most one per subject.
     QList<Problem> m_problems;
     std::optional<AdminMessagePayload> m_pending;
+    bool m_isAccessibilityMissing = false;
 };
 
 } // namespace quellora

@@ -9,6 +9,8 @@ Rectangle {
     property alias text: label.text
     property bool recording: false
     property bool conflict: false
+    /// Whether the text says that there is no key.
+    property bool vacant: false
 
     implicitWidth: label.implicitWidth + 2 * Tokens.space2
     implicitHeight: 24 + Tokens.growth(16)
@@ -41,7 +43,8 @@ Rectangle {
         id: label
         anchors.centerIn: parent
         type: Tokens.control
-        color: chip.recording ? chip.theme.accentText : chip.theme.text
+        color: chip.recording ? chip.theme.accentText
+             : chip.vacant ? chip.theme.dimText : chip.theme.text
         Accessible.ignored: true
     }
 }

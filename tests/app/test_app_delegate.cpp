@@ -7,6 +7,7 @@
 #include "base/UserDefaults.h"
 #include "fakes/FakePlatform.h"
 #include "fakes/LogCapture.h"
+#include "hotkeys/HotkeyCombo.h"
 #include "hotkeys/HotkeyManager.h"
 #include "query/PermissionChecker.h"
 #include "support/TestProgram.h"
@@ -138,7 +139,11 @@ AppConfigResponse account()
 
 struct Fixture
 {
-    Fixture()
+    /// @param desktopShortcuts shortcuts of the desktop, if it has any
+    explicit Fixture(DesktopShortcuts *desktopShortcuts = nullptr)
+        : hotkeys(
+              globalHotkeys, Vocabulary::linuxDesktop(), &std::chrono::steady_clock::now,
+              [](HotkeyAction, const QString &) {}, desktopShortcuts)
     {
         session.setHeartbeatStopper([this] { heartbeat.stop(); });
         delegate = std::make_unique<AppDelegate>(collaborators());
@@ -203,8 +208,7 @@ struct Fixture
     FakePermissions systemPermissions;
     PermissionChecker permissions{systemPermissions, Vocabulary::macOS()};
     FakeGlobalHotkeys globalHotkeys;
-    HotkeyManager hotkeys{globalHotkeys, Vocabulary::macOS(), &std::chrono::steady_clock::now,
-                          [](HotkeyAction, const QString &) {}};
+    HotkeyManager hotkeys;
     FakeStatusBar statusBar;
     FakeWorkspace workspace;
     VantiroConfig config;
@@ -236,6 +240,62 @@ private Q_SLOTS:
         f.desktop.resume();
         QCOMPARE(f.polls, 1);
         QCOMPARE(f.log.lines, QStringList{"[HeartbeatService] Woken up — polling now"});
+    }
+
+    void keysAreOfferedToTheDesktopAfterSignIn()
+    {
+        FakeDesktopShortcuts shortcuts;
+        Fixture f(&shortcuts);
+        f.launch();
+        QCOMPARE(shortcuts.offers, 0);
+        f.signIn(account());
+        QCOMPARE(shortcuts.offers, 1);
+        QCOMPARE(shortcuts.offered.size(), qsizetype(hotkeyActions.size()));
+        // No message while the desktop has not answered.
+        QVERIFY(f.permissions.problemLines().isEmpty());
+        shortcuts.answer(Capability::applied());
+        QVERIFY(f.permissions.problemLines().isEmpty());
+        shortcuts.press("toggle");
+        QTRY_COMPARE(f.calls.last(), "toggleVisibility");
+    }
+
+    void oneSentenceTellsWhereKeysAreBound_data()
+    {
+        QTest::addColumn<bool>("isUnavailable");
+        QTest::addColumn<QString>("line");
+        QTest::newRow("some windows") << false
+                                      << "**Hotkeys work only over some windows in this session.** "
+                                         "Settings, under Desktop shortcuts, shows how to bind the "
+                                         "keys in your desktop instead.";
+        QTest::newRow("no window") << true
+                                   << "**In this session only your desktop can bind keys.** "
+                                      "Settings, under Desktop shortcuts, shows how to bind them "
+                                      "to Quellora's commands.";
+    }
+    void oneSentenceTellsWhereKeysAreBound()
+    {
+        QFETCH(bool, isUnavailable);
+        QFETCH(QString, line);
+        FakeDesktopShortcuts shortcuts;
+        Fixture f(&shortcuts);
+        if (isUnavailable) {
+            for (const HotkeyActionInfo &row : hotkeyActions)
+                f.globalHotkeys.claim(*HotkeyCombo::parse(row.defaultCombo), {});
+        }
+        f.launch();
+        f.signIn(account());
+        shortcuts.answer(Capability::unsupported("No."));
+        QCOMPARE(f.permissions.problemLines(), QStringList{line});
+        shortcuts.answer(Capability::applied());
+        QVERIFY(f.permissions.problemLines().isEmpty());
+        shortcuts.answer(Capability::unsupported("No."));
+        QCOMPARE(f.permissions.problemLines(), QStringList{line});
+        // Whoever uses a command knows about them, in later runs, too.
+        QCOMPARE(f.command("toggle"), QString());
+        QVERIFY(f.permissions.problemLines().isEmpty());
+        shortcuts.answer(Capability::unsupported("Still not."));
+        QVERIFY(f.permissions.problemLines().isEmpty());
+        QCOMPARE(f.defaults.boolValue("actionCommandsUsed"), true);
     }
 
     void unobservedSessionIsLogged()

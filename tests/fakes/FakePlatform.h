@@ -2,6 +2,7 @@
 
 #include "base/UserDefaults.h"
 #include "fakes/FakeDesktopSession.h"
+#include "fakes/FakeDesktopShortcuts.h"
 #include "fakes/FakeGlobalHotkeys.h"
 #include "fakes/FakeNotifications.h"
 #include "fakes/FakePanelWindow.h"
@@ -288,6 +289,7 @@ public:
     DesktopSession &desktopSession() override { return session; }
     Notifications &notifications() override { return systemNotifications; }
     CaptureTool captureTool() const override { return tool; }
+    DesktopShortcuts *desktopShortcuts() override { return shortcuts.get(); }
     Vocabulary vocabulary() const override { return systemVocabulary; }
     ShortcutGuide shortcutGuide() const override { return systemShortcutGuide; }
     QString applicationSupportDirectory() const override { return supportDirectory; }
@@ -309,6 +311,8 @@ public:
     FakeDeviceInfo device;
     FakeDesktopSession session;
     FakeNotifications systemNotifications;
+    /// Null unless the test sets it.
+    std::unique_ptr<FakeDesktopShortcuts> shortcuts;
     CaptureTool tool{QStringLiteral("/nonexistent/capture"),
                      {QStringLiteral("-x"), QStringLiteral("-C")}};
     ShortcutGuide systemShortcutGuide;

@@ -54,11 +54,14 @@ struct ControllerFixture
     AuthService auth{network, BackendEndpoints("http://host"), [] { return DeviceFields(); }};
     SessionManager session{auth, notifications};
     ProxyQueryService service{network, BackendEndpoints("http://host")};
+    /// Undecided until the test answers.
+    FakeDesktopShortcuts shortcuts;
     HotkeyManager hotkeys{platform.hotkeys, platform.systemVocabulary,
                           &std::chrono::steady_clock::now,
                           [this](HotkeyAction action, const QString &line) {
                               permissions.setProblem(hotkeyAction(action).jsonKey, line);
-                          }};
+                          },
+                          &shortcuts};
     FakeThreadLibrary library;
     QPromise<ScreenshotCapture::Outcome> capture;
     QQmlEngine engine;

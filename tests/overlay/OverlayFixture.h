@@ -26,8 +26,14 @@ namespace quellora {
 /// The real panel and views on top of fake collaborators.
 struct OverlayFixture
 {
-    OverlayFixture()
+    /// @param hasDesktopKeys whether the desktop has shortcuts of its own; see `shortcuts`
+    explicit OverlayFixture(bool hasDesktopKeys = false)
         : panels(stored)
+        , manager(
+              hotkeys, words, &std::chrono::steady_clock::now, [](HotkeyAction, const QString &) {},
+              hasDesktopKeys ? &shortcuts : nullptr)
+        , settings(stored, *panels.models(), rebinding, words,
+                   hasDesktopKeys ? guide() : ShortcutGuide())
         , threads(stored, nullptr)
         , history(library, threads)
         , sidebar(history, threads, words, QLocale(QStringLiteral("en_US")), [this] { return now; })
@@ -54,6 +60,15 @@ struct OverlayFixture
                                   QStringLiteral("claude-balanced"));
         panel.resize(624, 744);
         manager.start(rebinding.hotkeysConfig());
+    }
+
+    static ShortcutGuide guide()
+    {
+        return {QStringLiteral("Add these lines to ~/.config/sway/config, then reload sway."),
+                [](const QString &, const QString &command) {
+                    return QStringLiteral("bindsym Ctrl+Mod1+Mod4+c exec quellora ") + command;
+                },
+                QStringLiteral("Settings → Apps → Quellora → Global Shortcuts")};
     }
 
     /// Opens and closes the settings sheet and applies the theme like OverlaySettings.
@@ -196,10 +211,10 @@ struct OverlayFixture
     ResponseScrollbarModel scrollbar;
     FakeGlobalHotkeys hotkeys;
     FakeKeyMonitor keyMonitor;
-    HotkeyManager manager{hotkeys, words, &std::chrono::steady_clock::now,
-                          [](HotkeyAction, const QString &) {}};
+    FakeDesktopShortcuts shortcuts;
+    HotkeyManager manager;
     HotkeyRebinding rebinding{manager, defaults, keyMonitor, {}};
-    SettingsModel settings{stored, *panels.models(), rebinding, words};
+    SettingsModel settings;
     QUrl responseView;
     QDateTime now = QDateTime(QDate(2025, 3, 14), QTime(15, 0));
     FakeThreadLibrary library;

@@ -30,6 +30,27 @@ void applyHotkeyState(OverlayFixture &f, const QString &state)
         f.keyMonitor.press(threeModifiers, QStringLiteral("k"));
 }
 
+/// Applies a state of the desktop's shortcuts.
+void applyDesktopKeys(OverlayFixture &f, const QString &state)
+{
+    f.settings.setOpen(true);
+    if (state == QLatin1String("desktop-keys")) {
+        f.shortcuts.answer(Capability::applied(),
+                           {{QStringLiteral("capture"), QStringLiteral("Ctrl+Alt+Meta+C")},
+                            {QStringLiteral("clear"), QStringLiteral("Press Control+Alt+Super+x")},
+                            {QStringLiteral("new-thread"), QStringLiteral("Meta+N")}});
+        return;
+    }
+    f.manager.suspendAll();
+    if (state == QLatin1String("no-keys")) {
+        for (const HotkeyActionInfo &row : hotkeyActions)
+            f.hotkeys.claim(*HotkeyCombo::parse(row.defaultCombo), {});
+    }
+    f.manager.resume({});
+    f.shortcuts.answer(
+        Capability::unsupported(QStringLiteral("This desktop does not assign keys to programs.")));
+}
+
 /// Applies one state of --state, whose states are joined with "+". Returns false if it is unknown.
 bool applyState(OverlayFixture &f, const QString &state)
 {
@@ -125,6 +146,9 @@ bool applyState(OverlayFixture &f, const QString &state)
         f.sidebar.setSearchText(state.mid(7));
     } else if (state == QLatin1String("delete")) {
         f.sidebar.requestDelete(5);
+    } else if (state == QLatin1String("desktop-keys") || state == QLatin1String("some-keys") ||
+               state == QLatin1String("no-keys")) {
+        applyDesktopKeys(f, state);
     } else if (state == QLatin1String("settings")) {
         f.stored.setDontClearPromptAfterSendEnabled(true);
         f.settings.setOpen(true);
@@ -178,7 +202,7 @@ int main(int argc, char *argv[])
           QStringLiteral("file")}});
     parser.process(app);
 
-    OverlayFixture f;
+    OverlayFixture f(parser.value(QStringLiteral("state")).contains(QStringLiteral("keys")));
     const QStringList size = parser.value(QStringLiteral("size")).split(QLatin1Char('x'));
     const QStringList at = parser.value(QStringLiteral("at")).split(QLatin1Char(','));
     f.panel.resize(size.value(0).toInt(), size.value(1).toInt());

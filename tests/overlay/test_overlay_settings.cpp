@@ -272,6 +272,32 @@ private Q_SLOTS:
         QVERIFY(f.lastScript().contains("\"Ctrl+Option+Cmd+C\""));
     }
 
+    void keysFollowTheDesktop()
+    {
+        Fixture f;
+        f.start();
+        QTRY_VERIFY(f.surface->page().contains("Hit <kbd>Ctrl+Option+Cmd+C</kbd>"));
+        const BottomPanelsModel &panels = f.overlay->panelsModel();
+        f.surface->finishLoad();
+        f.shortcuts.answer(Capability::applied(), {{"capture", "Meta+C"}});
+        QVERIFY(f.lastScript().contains("\"Meta+C\""));
+        QCOMPARE(panels.hotkeys().value("capture").toString(), "Meta+C");
+        QCOMPARE(panels.hotkeys().value("new_thread").toString(), "");
+        // Without a key, the button is named.
+        f.shortcuts.answer(Capability::applied(), {{"toggle", "Meta+T"}});
+        QVERIFY(f.lastScript().contains("\"Capture and send\""));
+        QCOMPARE(panels.hotkeys().value("toggle").toString(), "Meta+T");
+        f.shortcuts.answer(Capability::unsupported("No."));
+        QCOMPARE(panels.hotkeys().value("toggle").toString(), "Ctrl+Option+Cmd+T");
+
+        f.hotkeys.suspendAll();
+        for (const HotkeyActionInfo &row : hotkeyActions)
+            f.platform.hotkeys.claim(*HotkeyCombo::parse(row.defaultCombo), {});
+        f.hotkeys.resume({});
+        QCOMPARE(panels.hotkeys().value("toggle").toString(), "");
+        QVERIFY(f.lastScript().contains("\"Capture and send\""));
+    }
+
     void keysHavePlatformNames()
     {
         Fixture f;

@@ -144,10 +144,6 @@ private Q_SLOTS:
         checker.checkScreenRecording();
         QCOMPARE(checker.problemLines(),
                  (QStringList{
-                     "**Accessibility permission not granted.** Global hotkeys may not work "
-                     "reliably. A Wayland session keeps the keys of other programs to itself. Log "
-                     "out, choose a session with X11 (also called Xorg) at the login screen, then "
-                     "log in again.",
                      "**Screen Recording permission not granted.** Captures will be blank or fail "
                      "silently. A Wayland session keeps the windows of other programs to itself. "
                      "Log out, choose a session with X11 (also called Xorg) at the login screen, "

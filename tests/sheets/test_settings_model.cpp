@@ -2,6 +2,7 @@
 #include "base/Text.h"
 #include "fakes/FakeKeyMonitor.h"
 #include "fakes/FakePlatform.h"
+#include "hotkeys/HotkeyCombo.h"
 #include "hotkeys/HotkeyManager.h"
 #include "hotkeys/HotkeyRebinding.h"
 #include "sheets/settings/SettingsModel.h"
@@ -22,8 +23,12 @@ constexpr Qt::KeyboardModifiers modifiers =
 
 struct Fixture
 {
-    explicit Fixture(Vocabulary platformVocabulary = Vocabulary::macOS())
+    explicit Fixture(Vocabulary platformVocabulary = Vocabulary::macOS(),
+                     DesktopShortcuts *desktopShortcuts = nullptr)
         : vocabulary(std::move(platformVocabulary))
+        , manager(
+              platform, vocabulary, &std::chrono::steady_clock::now,
+              [](HotkeyAction, const QString &) {}, desktopShortcuts)
     {
         manager.start({});
         models.setOffer({{"m1", "Claude One", "first"}, {"m2", "Claude Two", "second"}}, "m1");
@@ -39,17 +44,18 @@ struct Fixture
     JsonUserDefaults defaults;
     Settings stored{defaults};
     FakeKeyMonitor keys;
-    HotkeyManager manager{platform, vocabulary, &std::chrono::steady_clock::now,
-                          [](HotkeyAction, const QString &) {}};
+    HotkeyManager manager;
     HotkeyRebinding rebinding{manager, defaults, keys, {}};
     ModelListModel models{stored};
     SettingsModel settings{stored,
                            models,
                            rebinding,
                            vocabulary,
-                           {"Add these.", [](const QString &combo, const QString &command) {
+                           {"Add these.",
+                            [](const QString &combo, const QString &command) {
                                 return combo + " = quellora " + command;
-                            }}};
+                            },
+                            "the place"}};
 };
 
 } // namespace
@@ -102,7 +108,7 @@ private Q_SLOTS:
     void commandLinesFollowTheHotkeys()
     {
         Fixture f;
-        QCOMPARE(f.settings.shortcutAdvice(), "Add these.");
+        QVERIFY(f.settings.hotkeyRows()->commandHint().endsWith("Add these."));
         QCOMPARE(f.row(HotkeyAction::NewThread, HotkeyRows::CommandLineRole),
                  "cmd+n = quellora new-thread");
         f.settings.hotkeyRows()->copyCommandLine(int(HotkeyAction::OpacityUp));
@@ -110,8 +116,92 @@ private Q_SLOTS:
         f.settings.hotkeyRows()->copyCommandLine(99);
         QCOMPARE(QGuiApplication::clipboard()->text(), "ctrl+alt+cmd+] = quellora opacity-up");
 
-        const SettingsModel without(f.stored, f.models, f.rebinding, f.vocabulary);
-        QVERIFY(without.shortcutAdvice().isEmpty());
+        QVERIFY(SettingsModel(f.stored, f.models, f.rebinding, f.vocabulary)
+                    .hotkeyRows()
+                    ->commandHint()
+                    .isEmpty());
+    }
+
+    void rowsShowTheDesktopsKeys()
+    {
+        FakeDesktopShortcuts shortcuts;
+        Fixture f(Vocabulary::linuxDesktop(), &shortcuts);
+        HotkeyRows &rows = *f.settings.hotkeyRows();
+        QSignalSpy deliveryChanged(&rows, &HotkeyRows::deliveryChanged);
+        QSignalSpy dataChanged(&rows, &HotkeyRows::dataChanged);
+        f.rebinding.beginCapturingHotkey(HotkeyAction::Clear);
+        shortcuts.answer(Capability::applied(), {{"capture", "Meta+C"}});
+        QVERIFY(!deliveryChanged.isEmpty());
+        QVERIFY(!dataChanged.isEmpty());
+        QVERIFY(rows.isListed());
+        QVERIFY(!rows.isRecordable());
+        QVERIFY(!f.rebinding.capturingHotkeyAction());
+        QCOMPARE(rows.hint(), "Your desktop assigns these keys. To change them, open the place.");
+        QCOMPARE(rows.commandHint(),
+                 "Each action is also a command, for keys of your own. Add these.");
+        QCOMPARE(f.row(HotkeyAction::Capture, HotkeyRows::ComboRole), "Meta+C");
+        QCOMPARE(f.row(HotkeyAction::Capture, HotkeyRows::KeyStateRole),
+                 "Meta+C, assigned by the desktop");
+        QCOMPARE(f.row(HotkeyAction::Toggle, HotkeyRows::ComboRole), "");
+        QCOMPARE(f.row(HotkeyAction::Toggle, HotkeyRows::KeyStateRole), "no key assigned");
+        rows.beginCapture(int(HotkeyAction::Clear));
+        QVERIFY(!f.rebinding.capturingHotkeyAction());
+
+        dataChanged.clear();
+        shortcuts.answer(Capability::applied(), {{"toggle", "Meta+T"}});
+        QVERIFY(!dataChanged.isEmpty());
+        QCOMPARE(f.row(HotkeyAction::Capture, HotkeyRows::ComboRole), "");
+        QCOMPARE(f.row(HotkeyAction::Toggle, HotkeyRows::ComboRole), "Meta+T");
+    }
+
+    void aChangedComboCannotBeResetWhileTheDesktopAssignsKeys()
+    {
+        FakeDesktopShortcuts shortcuts;
+        Fixture f(Vocabulary::linuxDesktop(), &shortcuts);
+        f.rebinding.beginCapturingHotkey(HotkeyAction::Clear);
+        f.keys.press(modifiers, "k");
+        QVERIFY(f.row(HotkeyAction::Clear, HotkeyRows::ChangedRole).toBool());
+        shortcuts.answer(Capability::applied());
+        QVERIFY(!f.row(HotkeyAction::Clear, HotkeyRows::ChangedRole).toBool());
+    }
+
+    void rowsTellWhereKeysWork()
+    {
+        FakeDesktopShortcuts shortcuts;
+        Fixture f(Vocabulary::linuxDesktop(), &shortcuts);
+        HotkeyRows &rows = *f.settings.hotkeyRows();
+        shortcuts.answer(Capability::unsupported("No keys here."));
+        QVERIFY(rows.isListed());
+        QVERIFY(rows.isRecordable());
+        QVERIFY2(rows.hint().startsWith(
+                     "No keys here. In this session these keys work only over some windows. Click"),
+                 qPrintable(rows.hint()));
+        QCOMPARE(rows.commandHint(),
+                 "Keys bound in your desktop work over all windows. Add these.");
+        QCOMPARE(f.row(HotkeyAction::NewThread, HotkeyRows::KeyStateRole),
+                 "Super+N, works over some windows");
+
+        // A session without hot keys for programs.
+        f.manager.suspendAll();
+        for (const HotkeyActionInfo &row : hotkeyActions)
+            f.platform.claim(*HotkeyCombo::parse(row.defaultCombo), {});
+        f.manager.resume({});
+        QVERIFY(!rows.isListed());
+        QVERIFY(!rows.isRecordable());
+        QCOMPARE(rows.hint(), "No keys here. In this session only the desktop can bind keys: see "
+                              "Desktop shortcuts below.");
+        QCOMPARE(f.row(HotkeyAction::NewThread, HotkeyRows::KeyStateRole), "no key works");
+        QCOMPARE(f.row(HotkeyAction::NewThread, HotkeyRows::CommandLineRole),
+                 "cmd+n = quellora new-thread");
+    }
+
+    void keysOfTheProgramNeedNoDesktop()
+    {
+        Fixture f;
+        HotkeyRows &rows = *f.settings.hotkeyRows();
+        QVERIFY(rows.isRecordable());
+        QVERIFY(rows.hint().startsWith("Click any row"));
+        QCOMPARE(f.row(HotkeyAction::NewThread, HotkeyRows::KeyStateRole), "Cmd+N");
     }
 
     void validColorClearsError()

@@ -1,20 +1,11 @@
 #include "platform/linux/PermissionsLinux.h"
 
+#include "platform/DesktopShortcuts.h"
 #include "platform/ScreenSource.h"
 
-#include <QDBusMessage>
-#include <QDBusPendingCallWatcher>
-#include <QDBusPendingReply>
-#include <QDBusVariant>
+#include <utility>
 
 namespace quellora {
-namespace {
-
-const QString portalService = QStringLiteral("org.freedesktop.portal.Desktop");
-const QString portalPath = QStringLiteral("/org/freedesktop/portal/desktop");
-
-} // namespace
-
 PermissionsLinux::Session PermissionsLinux::currentSession()
 {
     const bool wayland = qEnvironmentVariable("XDG_SESSION_TYPE") == QStringLiteral("wayland") ||
@@ -22,12 +13,23 @@ PermissionsLinux::Session PermissionsLinux::currentSession()
     return wayland ? Session::Wayland : Session::X11;
 }
 
-PermissionsLinux::PermissionsLinux(Session session, const QString &busAddress)
-    : m_bus(QStringLiteral("permissions"), session == Session::Wayland ? busAddress : QString())
-    , m_hasShortcuts(session == Session::X11)
-    , m_session(session)
+PermissionsLinux::PermissionsLinux(Session session, DesktopShortcuts *shortcuts)
+    : m_session(session), m_shortcuts(shortcuts)
 {
-    connect(&m_bus, &SessionBusLinux::connected, this, &PermissionsLinux::watchPortal);
+    if (m_shortcuts)
+        connect(m_shortcuts, &DesktopShortcuts::changed, this, &PermissionsLinux::followShortcuts);
+}
+
+bool PermissionsLinux::isAccessibilityTrusted() const
+{
+    return m_session == Session::X11 || (m_shortcuts && m_shortcuts->state().isApplied());
+}
+
+void PermissionsLinux::followShortcuts()
+{
+    const bool areDelivered = m_shortcuts->state().isApplied();
+    if (std::exchange(m_areKeysDelivered, areDelivered) != areDelivered && m_handler)
+        m_handler();
 }
 
 bool PermissionsLinux::isScreenRecordingGranted() const
@@ -46,52 +48,6 @@ void PermissionsLinux::setScreenSource(ScreenSource *source)
         if (m_handler)
             m_handler();
     });
-}
-
-void PermissionsLinux::watchPortal()
-{
-    // At login this program may start before the portal.
-    m_bus.connection().connect(QString(), QStringLiteral("/org/freedesktop/DBus"),
-                               QStringLiteral("org.freedesktop.DBus"),
-                               QStringLiteral("NameOwnerChanged"), {portalService}, QString(), this,
-                               SLOT(portalChanged(QString, QString, QString)));
-    queryPortals();
-}
-
-void PermissionsLinux::portalChanged(const QString &, const QString &, const QString &now)
-{
-    // Nothing to do if the portal exits: D-Bus activation restarts it on the next call.
-    if (!now.isEmpty())
-        queryPortals();
-}
-
-void PermissionsLinux::queryPortals()
-{
-    queryPortal(QStringLiteral("org.freedesktop.portal.GlobalShortcuts"), m_hasShortcuts);
-}
-
-void PermissionsLinux::queryPortal(const QString &portal, bool &available)
-{
-    QDBusMessage get = QDBusMessage::createMethodCall(
-        portalService, portalPath, QStringLiteral("org.freedesktop.DBus.Properties"),
-        QStringLiteral("Get"));
-    get << portal << QStringLiteral("version");
-    auto *watcher = new QDBusPendingCallWatcher(m_bus.connection().asyncCall(get), this);
-    connect(watcher, &QDBusPendingCallWatcher::finished, this,
-            [this, &available](QDBusPendingCallWatcher *finished) {
-                const QDBusPendingReply<QDBusVariant> reply = *finished;
-                setAvailable(available, !reply.isError() && reply.value().variant().toUInt() > 0);
-                finished->deleteLater();
-            });
-}
-
-void PermissionsLinux::setAvailable(bool &available, bool value)
-{
-    if (available == value)
-        return;
-    available = value;
-    if (m_handler)
-        m_handler();
 }
 
 } // namespace quellora

@@ -1,30 +1,29 @@
 #pragma once
 
 #include "platform/Platform.h"
-#include "platform/linux/SessionBusLinux.h"
 
 #include <QObject>
 
 namespace quellora {
 
 /// X11 has no permissions: every client may monitor keys and read the screen. In a Wayland session
-/// the X server sees neither the keys nor the windows of other programs, so a permission counts as
-/// granted if the desktop offers the corresponding portal. The portals are queried asynchronously;
-/// until they reply nothing is granted. Main thread only.
+/// the X server sees neither the keys nor the windows of other programs; there the keys count as
+/// permitted while the desktop delivers them, and the source of pictures tells whether it may take
+/// them. Main thread only.
 class PermissionsLinux : public QObject, public Permissions
 {
     Q_OBJECT
 public:
     enum class Session { X11, Wayland };
 
-    /// @param busAddress address of the session bus; empty if there is none
-    explicit PermissionsLinux(Session session,
-                              const QString &busAddress = SessionBusLinux::address());
+    /// @param shortcuts the desktop's keys in a Wayland session; null if there are none. Must
+    ///        outlive this object.
+    explicit PermissionsLinux(Session session, DesktopShortcuts *shortcuts = nullptr);
 
     /// The session type of this process, from its environment.
     static Session currentSession();
 
-    bool isAccessibilityTrusted() const override { return m_hasShortcuts; }
+    bool isAccessibilityTrusted() const override;
     bool isScreenRecordingGranted() const override;
     /// Takes the permission for pictures from @p source, and its handler. Without one, there is
     /// none in a Wayland session.
@@ -33,19 +32,12 @@ public:
     void requestScreenRecording() override {}
     void onChanged(std::function<void()> handler) override { m_handler = std::move(handler); }
 
-private Q_SLOTS:
-    void portalChanged(const QString &name, const QString &before, const QString &now);
-
 private:
-    void watchPortal();
-    void queryPortals();
-    /// Sets @p available if the portal has a version, i.e. if the desktop implements it.
-    void queryPortal(const QString &portal, bool &available);
-    void setAvailable(bool &available, bool value);
+    void followShortcuts();
 
-    SessionBusLinux m_bus;
-    bool m_hasShortcuts;
     Session m_session;
+    DesktopShortcuts *m_shortcuts;
+    bool m_areKeysDelivered = false;
     ScreenSource *m_screenSource = nullptr;
     std::function<void()> m_handler;
 };

@@ -9,7 +9,10 @@ PlatformX11::PlatformX11(const X11Connection &x11, PermissionsLinux::Session ses
     : m_panelWindow(x11)
     , m_globalHotkeys(x11)
     , m_keyMonitor([this](quint32 scanCode) { return m_globalHotkeys.keyName(scanCode); })
-    , m_permissions(session)
+    , m_desktopShortcuts(session == PermissionsLinux::Session::Wayland
+                             ? std::make_unique<DesktopShortcutsPortal>()
+                             : nullptr)
+    , m_permissions(session, m_desktopShortcuts.get())
     , m_statusArea(x11)
     , m_shell(x11)
 {

@@ -6,6 +6,7 @@
 #include "platform/linux/AppearanceLinux.h"
 #include "platform/linux/ApplicationShellX11.h"
 #include "platform/linux/DesktopSessionLinux.h"
+#include "platform/linux/DesktopShortcutsPortal.h"
 #include "platform/linux/DeviceInfoLinux.h"
 #include "platform/linux/GlobalHotkeysX11.h"
 #include "platform/linux/NotificationsLinux.h"
@@ -41,6 +42,8 @@ public:
     CaptureTool captureTool() const override;
     /// Of a Wayland session: the X server shows the windows of its own clients only.
     ScreenSource *screenSource() override { return m_screenSource.get(); }
+    /// Of a Wayland session: the X server sees keys over the windows of its own clients only.
+    DesktopShortcuts *desktopShortcuts() override { return m_desktopShortcuts.get(); }
     Vocabulary vocabulary() const override { return Vocabulary::linuxDesktop(); }
     ShortcutGuide shortcutGuide() const override { return ShortcutGuideLinux::current(); }
     QString applicationSupportDirectory() const override;
@@ -50,6 +53,8 @@ private:
     PanelWindowX11 m_panelWindow;
     GlobalHotkeysX11 m_globalHotkeys;
     EventFilterKeyMonitor m_keyMonitor;
+    /// Null in X11 sessions.
+    std::unique_ptr<DesktopShortcutsPortal> m_desktopShortcuts;
     PermissionsLinux m_permissions;
     std::unique_ptr<PanelVeilX11> m_veil;
     std::unique_ptr<PortalScreenSource> m_screenSource;

@@ -41,10 +41,13 @@ PortalRequest::PortalRequest(const QDBusConnection &bus, QDBusMessage call, QVar
     : QObject(parent), m_bus(bus)
 {
     const QString token = nextToken();
-    // The portal derives the handle from the caller's name and this token. Listening before the
-    // call means that no response is missed.
+    // The portal derives the handle from the caller's name and this token, but portals before
+    // version 0.9 choose another one. So this listens to all responses, before the call.
+    // No sender: Qt would look up a named sender's owner with a blocking call. The slot checks it.
+    m_bus.connect(QString(), QString(), requestInterface, responseSignal, this,
+                  SLOT(responded(QDBusMessage)));
     const QString sender = m_bus.baseService().mid(1).replace(u'.', u'_');
-    listenTo(path() + QStringLiteral("/request/") + sender + u'/' + token);
+    m_handle = path() + QStringLiteral("/request/") + sender + u'/' + token;
     options.insert(QStringLiteral("handle_token"), token);
     call << options;
     auto *watcher = new QDBusPendingCallWatcher(m_bus.asyncCall(call), this);
@@ -57,17 +60,8 @@ PortalRequest::PortalRequest(const QDBusConnection &bus, QDBusMessage call, QVar
 
 PortalRequest::~PortalRequest()
 {
-    for (const QString &handle : std::as_const(m_handles))
-        m_bus.disconnect(QString(), handle, requestInterface, responseSignal, this,
-                         SLOT(responded(QDBusMessage)));
-}
-
-void PortalRequest::listenTo(const QString &handle)
-{
-    m_handles << handle;
-    // No sender: Qt would look up a named sender's owner with a blocking call. The slot checks it.
-    m_bus.connect(QString(), handle, requestInterface, responseSignal, this,
-                  SLOT(responded(QDBusMessage)));
+    m_bus.disconnect(QString(), QString(), requestInterface, responseSignal, this,
+                     SLOT(responded(QDBusMessage)));
 }
 
 void PortalRequest::handleReply(const QDBusMessage &reply)
@@ -80,12 +74,11 @@ void PortalRequest::handleReply(const QDBusMessage &reply)
         return;
     }
     m_owner = reply.service();
-    // Portals before version 0.9 choose another handle.
     const QString handle = reply.arguments().value(0).value<QDBusObjectPath>().path();
-    if (!handle.isEmpty() && !m_handles.contains(handle))
-        listenTo(handle);
-    if (m_early && m_early->service() == m_owner)
-        finishWith(*std::exchange(m_early, std::nullopt));
+    if (!handle.isEmpty())
+        m_handle = handle;
+    for (const QDBusMessage &response : std::exchange(m_early, {}))
+        responded(response);
 }
 
 void PortalRequest::responded(const QDBusMessage &response)
@@ -93,8 +86,8 @@ void PortalRequest::responded(const QDBusMessage &response)
     if (m_isFinished)
         return;
     if (m_owner.isEmpty())
-        m_early = response;
-    else if (response.service() == m_owner)
+        m_early << response;
+    else if (response.path() == m_handle && response.service() == m_owner)
         finishWith(response);
 }
 

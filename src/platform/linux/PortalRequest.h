@@ -2,11 +2,10 @@
 
 #include <QDBusConnection>
 #include <QDBusMessage>
+#include <QList>
 #include <QObject>
 #include <QString>
 #include <QVariantMap>
-
-#include <optional>
 
 namespace quellora {
 
@@ -50,16 +49,16 @@ private Q_SLOTS:
     void responded(const QDBusMessage &response);
 
 private:
-    void listenTo(const QString &handle);
     void handleReply(const QDBusMessage &reply);
     void finishWith(const QDBusMessage &response);
 
     QDBusConnection m_bus;
-    QStringList m_handles;
+    /// Object path of the request.
+    QString m_handle;
     /// Unique bus name of the portal; empty until the call was answered.
     QString m_owner;
-    /// Arrived before the answer to the call.
-    std::optional<QDBusMessage> m_early;
+    /// Responses that arrived before the answer to the call.
+    QList<QDBusMessage> m_early;
     bool m_isFinished = false;
 };
 

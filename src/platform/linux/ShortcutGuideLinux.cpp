@@ -1,35 +1,15 @@
 #include "platform/linux/ShortcutGuideLinux.h"
 
+#include "platform/linux/KeysymNames.h"
 #include "platform/linux/PermissionsLinux.h"
 
 #include <QCoreApplication>
 #include <QFileInfo>
 #include <QStandardPaths>
 
-#include <xkbcommon/xkbcommon.h>
-
-#include <array>
-
 namespace quellora {
 
 namespace {
-
-const QString reason =
-    QStringLiteral("In a Wayland session the hotkeys above work only over some windows. ");
-
-/// Returns the X11 name of a key as in `config.json`: a character or a name such as "space".
-QString keysymName(const QString &key)
-{
-    const QList<uint> characters = key.toUcs4();
-    const xkb_keysym_t keysym =
-        characters.size() == 1
-            ? xkb_utf32_to_keysym(characters.first())
-            : xkb_keysym_from_name(key.toUtf8().constData(), XKB_KEYSYM_CASE_INSENSITIVE);
-    std::array<char, 64> name{};
-    return keysym != XKB_KEY_NoSymbol && xkb_keysym_get_name(keysym, name.data(), name.size()) > 0
-               ? QString::fromUtf8(name.data())
-               : key;
-}
 
 /// How a shell calls this program: by its name if that finds it or the launcher beside it,
 /// otherwise by its quoted path.
@@ -57,7 +37,9 @@ QString ShortcutGuideLinux::swayCombo(const QString &combo)
                      : modifier == QLatin1StringView("cmd") ? QStringLiteral("Mod4")
                                                             : QStringLiteral("Shift"));
     }
-    parts.append(keysymName(combo.mid(keyStart)));
+    const QString key = combo.mid(keyStart);
+    const QString name = KeysymNames::ofKey(key);
+    parts.append(name.isEmpty() ? key : name);
     return parts.join(u'+');
 }
 
@@ -66,27 +48,27 @@ ShortcutGuide ShortcutGuideLinux::guideFor(const QStringList &desktops, const QS
     const auto command = [program](const QString &, const QString &name) {
         return program + u' ' + name;
     };
+    const QString anyPlace = QStringLiteral("your desktop's settings");
     const auto isDesktop = [&desktops](QLatin1StringView name) {
         return desktops.contains(name, Qt::CaseInsensitive);
     };
     if (isDesktop(QLatin1StringView("sway")))
         return {
-            reason + QStringLiteral("Add these lines to ~/.config/sway/config, then reload sway."),
+            QStringLiteral("Add these lines to ~/.config/sway/config, then reload sway."),
             [program](const QString &combo, const QString &name) {
                 return QStringLiteral("bindsym %1 exec %2 %3").arg(swayCombo(combo), program, name);
-            }};
+            },
+            anyPlace};
     if (isDesktop(QLatin1StringView("GNOME")))
-        return {reason +
-                    QStringLiteral("Add these commands in Settings → Keyboard → View and Customize "
-                                   "Shortcuts → Custom Shortcuts."),
-                command};
+        return {QStringLiteral("Add these commands in Settings → Keyboard → View and Customize "
+                               "Shortcuts → Custom Shortcuts."),
+                command, QStringLiteral("Settings → Apps → Quellora → Global Shortcuts")};
     if (isDesktop(QLatin1StringView("KDE")))
-        return {reason +
-                    QStringLiteral("Add these commands in System Settings → Shortcuts → Custom "
-                                   "Shortcuts."),
-                command};
-    return {reason + QStringLiteral("Bind these commands to keys in your desktop's settings."),
-            command};
+        return {QStringLiteral("Add these commands in System Settings → Shortcuts → Custom "
+                               "Shortcuts."),
+                command, QStringLiteral("System Settings → Shortcuts → Quellora")};
+    return {QStringLiteral("Bind these commands to keys in your desktop's settings."), command,
+            anyPlace};
 }
 
 ShortcutGuide ShortcutGuideLinux::current()

@@ -12,7 +12,7 @@ PlatformWayland::PlatformWayland(std::unique_ptr<WaylandConnection> connection)
     , m_keyboard(*m_connection)
     , m_panelWindow(*m_connection, m_keyboard)
     , m_keyMonitor([this](quint32 scanCode) { return m_keyboard.keyName(scanCode); })
-    , m_permissions(PermissionsLinux::Session::Wayland)
+    , m_permissions(PermissionsLinux::Session::Wayland, &m_desktopShortcuts)
     , m_statusArea(std::nullopt)
 {}
 

@@ -6,6 +6,7 @@
 #include "platform/Platform.h"
 #include "platform/linux/AppearanceLinux.h"
 #include "platform/linux/DesktopSessionLinux.h"
+#include "platform/linux/DesktopShortcutsPortal.h"
 #include "platform/linux/DeviceInfoLinux.h"
 #include "platform/linux/NotificationsLinux.h"
 #include "platform/linux/PermissionsLinux.h"
@@ -40,6 +41,7 @@ public:
     DesktopSession &desktopSession() override { return m_desktopSession; }
     Notifications &notifications() override { return m_notifications; }
     CaptureTool captureTool() const override;
+    DesktopShortcuts *desktopShortcuts() override { return &m_desktopShortcuts; }
     Vocabulary vocabulary() const override { return Vocabulary::linuxDesktop(); }
     ShortcutGuide shortcutGuide() const override { return ShortcutGuideLinux::current(); }
     QString applicationSupportDirectory() const override;
@@ -51,6 +53,7 @@ private:
     PanelWindowWayland m_panelWindow;
     NoGlobalHotkeys m_globalHotkeys;
     EventFilterKeyMonitor m_keyMonitor;
+    DesktopShortcutsPortal m_desktopShortcuts;
     PermissionsLinux m_permissions;
     AppearanceLinux m_appearance;
     WorkspaceLinux m_workspace;

@@ -3,13 +3,15 @@ import QtQuick.Controls.Basic as Basic
 import Quellora.Sheets
 import Quellora.Ui
 
-/// An action with its shortcut. Clicking records a new one. Errors and conflicts are shown below.
+/// An action with its shortcut. Clicking records a new one, unless the desktop assigns the keys.
+/// Errors and conflicts are shown below.
 Item {
     id: row
 
     required property int index
     required property string title
     required property string combo
+    required property string keyState
     required property bool isChanged
     required property bool isCapturing
     required property string error
@@ -23,7 +25,9 @@ Item {
     readonly property bool isPending: conflict.length > 0
     /// Whether the chip is below the title, for narrow windows.
     readonly property bool isStacked: Tokens.space3 + titleLabel.implicitWidth + Tokens.space3
-                                      + chip.width + 44 > width
+                                      + chip.width + trailingSpace > width
+    /// To the right of the chip.
+    readonly property real trailingSpace: rows.isRecordable ? 44 : Tokens.space3
     readonly property real topHeight: isStacked ? chip.y + chip.height + 8 : titleLabel.height
     readonly property bool isPendingStacked: notice.x + notice.implicitWidth + Tokens.space2
                                              + choices.width + Tokens.space3 > width
@@ -51,6 +55,7 @@ Item {
         anchors.fill: parent
         padding: 0
         hoverEnabled: true
+        enabled: row.rows.isRecordable
         focusPolicy: Qt.TabFocus
         onClicked: row.rows.beginCapture(row.index)
 
@@ -67,16 +72,24 @@ Item {
         Keys.onReturnPressed: button.clicked()
         Keys.onEnterPressed: button.clicked()
 
+        Accessible.ignored: !enabled
         Accessible.role: Accessible.Button
         Accessible.name: row.title + ", " + (row.isPending ? row.conflictCombo
-                                            : row.isCapturing ? chip.text : row.combo)
+                                            : row.isCapturing ? chip.text : row.keyState)
         Accessible.description: row.isPending ? row.conflict : row.error
         Accessible.onPressAction: button.clicked()
+    }
+    // Not a changed role of the button: assistive technology keeps the first one.
+    Item {
+        anchors.fill: parent
+        visible: !button.enabled
+        Accessible.role: Accessible.StaticText
+        Accessible.name: button.Accessible.name
     }
     Label {
         id: titleLabel
         x: Tokens.space3
-        width: Math.min(implicitWidth, parent.width - x - 44)
+        width: Math.min(implicitWidth, parent.width - x - row.trailingSpace)
         height: (row.isStacked ? 32 : 40) + Tokens.growth(20)
         text: row.title
         type: Tokens.body
@@ -87,11 +100,13 @@ Item {
     Chip {
         id: chip
         objectName: "chip-" + row.index
-        x: row.isStacked ? Tokens.space3 : parent.width - 44 - width
+        x: row.isStacked ? Tokens.space3 : parent.width - row.trailingSpace - width
         y: row.isStacked ? titleLabel.height : Math.round((titleLabel.height - height) / 2)
         theme: row.theme
         text: row.isPending ? row.conflictCombo
-            : row.isCapturing ? qsTr("Press a shortcut…") : row.combo
+            : row.isCapturing ? qsTr("Press a shortcut…")
+            : row.combo.length > 0 ? row.combo : qsTr("No key assigned")
+        vacant: row.combo.length === 0
         recording: row.isCapturing && !row.isPending
         conflict: row.isPending
     }

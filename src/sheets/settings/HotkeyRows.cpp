@@ -1,6 +1,7 @@
 #include "sheets/settings/HotkeyRows.h"
 
 #include "hotkeys/HotkeyCombo.h"
+#include "hotkeys/HotkeyManager.h"
 #include "hotkeys/HotkeyRebinding.h"
 
 #include <QClipboard>
@@ -10,6 +11,8 @@
 
 namespace quellora {
 namespace {
+
+using Delivery = HotkeyManager::Delivery;
 
 std::optional<HotkeyAction> actionAt(int row)
 {
@@ -30,6 +33,60 @@ HotkeyRows::HotkeyRows(HotkeyRebinding &rebinding, Vocabulary vocabulary, Shortc
     // Do not reset the model, so that the view keeps its focus and scroll position.
     connect(&rebinding, &HotkeyRebinding::changed, this,
             [this] { Q_EMIT dataChanged(index(0), index(rowCount() - 1)); });
+    connect(&rebinding.manager(), &HotkeyManager::deliveryChanged, this,
+            &HotkeyRows::followDelivery);
+}
+
+void HotkeyRows::followDelivery()
+{
+    if (!isRecordable())
+        m_rebinding.cancelHotkeyCapture();
+    Q_EMIT dataChanged(index(0), index(rowCount() - 1));
+    Q_EMIT deliveryChanged();
+}
+
+bool HotkeyRows::isListed() const
+{
+    return m_rebinding.manager().delivery() != Delivery::None;
+}
+
+bool HotkeyRows::isRecordable() const
+{
+    const Delivery delivery = m_rebinding.manager().delivery();
+    return delivery == Delivery::Own || delivery == Delivery::OwnPartly;
+}
+
+QString HotkeyRows::hint() const
+{
+    const HotkeyManager &manager = m_rebinding.manager();
+    const QString record = QStringLiteral("Click any row to change its shortcut. New bindings save "
+                                          "instantly — no restart needed.");
+    switch (manager.delivery()) {
+    case Delivery::Own:
+        return record;
+    case Delivery::OwnPartly:
+        return manager.desktopReason() +
+               QStringLiteral(" In this session these keys work only over some windows. ") + record;
+    case Delivery::Desktop:
+        return QStringLiteral("Your desktop assigns these keys. To change them, open ") +
+               m_guide.assignedKeysPlace + u'.';
+    case Delivery::None:
+        return manager.desktopReason() +
+               QStringLiteral(
+                   " In this session only the desktop can bind keys: see Desktop shortcuts below.");
+    }
+    Q_UNREACHABLE();
+}
+
+QString HotkeyRows::commandHint() const
+{
+    if (m_guide.advice.isEmpty())
+        return {};
+    return m_rebinding.manager().delivery() == Delivery::Desktop
+               ? QStringLiteral("Each action is also a command, for keys of your own. ") +
+                     m_guide.advice
+               : QStringLiteral("Keys bound in your desktop work over all windows. ") +
+                     m_guide.advice;
 }
 
 int HotkeyRows::rowCount(const QModelIndex &parent) const
@@ -46,14 +103,31 @@ QVariant HotkeyRows::data(const QModelIndex &index, int role) const
     const bool isCapturing = m_rebinding.capturingHotkeyAction() == action;
     const auto &conflict = m_rebinding.pendingSystemConflict();
     const auto &rollback = m_rebinding.hotkeyRollbackMessage();
+    const Delivery delivery = m_rebinding.manager().delivery();
+    const QString key = delivery == Delivery::Desktop
+                            ? m_rebinding.manager().desktopKey(action)
+                            : HotkeyCombo::displayString(combo, m_vocabulary);
     switch (role) {
     case Qt::DisplayRole:
     case TitleRole:
         return m_rebinding.title(action);
     case ComboRole:
-        return HotkeyCombo::displayString(combo, m_vocabulary);
+        return key;
+    case KeyStateRole:
+        switch (delivery) {
+        case Delivery::Own:
+            return key;
+        case Delivery::OwnPartly:
+            return key + QStringLiteral(", works over some windows");
+        case Delivery::Desktop:
+            return key.isEmpty() ? QStringLiteral("no key assigned")
+                                 : key + QStringLiteral(", assigned by the desktop");
+        case Delivery::None:
+            return QStringLiteral("no key works");
+        }
+        Q_UNREACHABLE();
     case ChangedRole:
-        return combo != m_rebinding.configFileHotkeys()[action];
+        return isRecordable() && combo != m_rebinding.configFileHotkeys()[action];
     case CapturingRole:
         return isCapturing;
     case ErrorRole:
@@ -79,6 +153,7 @@ QHash<int, QByteArray> HotkeyRows::roleNames() const
 {
     return {{TitleRole, "title"},
             {ComboRole, "combo"},
+            {KeyStateRole, "keyState"},
             {ChangedRole, "isChanged"},
             {CapturingRole, "isCapturing"},
             {ErrorRole, "error"},
@@ -89,7 +164,8 @@ QHash<int, QByteArray> HotkeyRows::roleNames() const
 
 void HotkeyRows::beginCapture(int row)
 {
-    if (const auto action = actionAt(row))
+    const auto action = actionAt(row);
+    if (action && isRecordable())
         m_rebinding.beginCapturingHotkey(*action);
 }
 

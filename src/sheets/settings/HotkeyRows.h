@@ -17,11 +17,20 @@ class HotkeyRows : public QAbstractListModel
     Q_OBJECT
     QML_ELEMENT
     QML_UNCREATABLE("Provided by the settings' model")
+
+    Q_PROPERTY(bool isListed READ isListed NOTIFY deliveryChanged)
+    Q_PROPERTY(bool isRecordable READ isRecordable NOTIFY deliveryChanged)
+    Q_PROPERTY(QString hint READ hint NOTIFY deliveryChanged)
+    Q_PROPERTY(QString commandHint READ commandHint NOTIFY deliveryChanged)
+
 public:
     enum Role {
         TitleRole = Qt::UserRole + 1,
-        /// Display form of the current combo.
+        /// Display form of the current combo; while the desktop assigns the keys, its name for the
+        /// action's key, empty if there is none.
         ComboRole,
+        /// ComboRole, or that there is no key, and what is to be known about it.
+        KeyStateRole,
         /// Whether the combo differs from that of the configuration file.
         ChangedRole,
         CapturingRole,
@@ -44,6 +53,15 @@ public:
     QVariant data(const QModelIndex &index, int role) const override;
     QHash<int, QByteArray> roleNames() const override;
 
+    /// Whether there are keys to list.
+    bool isListed() const;
+    /// Whether the user can record new combos here.
+    bool isRecordable() const;
+    /// Who assigns the keys and how to change them.
+    QString hint() const;
+    /// How to bind the program's commands in the desktop; empty if that is not needed.
+    QString commandHint() const;
+
     // Invalid rows are ignored.
     Q_INVOKABLE void beginCapture(int row);
     Q_INVOKABLE void cancelCapture();
@@ -54,7 +72,12 @@ public:
     /// Copies the CommandLineRole text to the clipboard.
     Q_INVOKABLE void copyCommandLine(int row);
 
+Q_SIGNALS:
+    void deliveryChanged();
+
 private:
+    void followDelivery();
+
     HotkeyRebinding &m_rebinding;
     Vocabulary m_vocabulary;
     ShortcutGuide m_guide;

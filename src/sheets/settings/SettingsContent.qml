@@ -184,11 +184,13 @@ Column {
         width: parent.width
         theme: content.theme
         title: qsTr("Hotkeys")
-        hint: qsTr("Click any row to change its shortcut. New bindings save instantly — no restart "
-                   + "needed.")
+        hint: content.settings.hotkeyRows.hint
 
         HotkeyList {
             id: hotkeys
+            visible: content.settings.hotkeyRows.isListed
+            // A hidden item counts for the section's height, too.
+            height: visible ? implicitHeight : 0
             onRevealRequested: row => content.revealRequested(row)
             width: parent.width
             settings: content.settings
@@ -196,14 +198,16 @@ Column {
         }
         Item {
             id: footer
-            readonly property bool fits: resetAll.width + Tokens.space4 + help.implicitWidth <= width
-            y: hotkeys.height + Tokens.space3
+            readonly property real resetWidth: resetAll.visible ? resetAll.width + Tokens.space4 : 0
+            readonly property bool fits: resetWidth + help.implicitWidth <= width
+            y: hotkeys.height > 0 ? hotkeys.height + Tokens.space3 : 0
             width: parent.width
             height: help.y + help.height
 
             Button {
                 id: resetAll
                 objectName: "resetAllHotkeys"
+                visible: content.settings.hotkeyRows.isRecordable
                 theme: content.theme
                 text: qsTr("Reset all hotkeys")
                 onClicked: content.settings.hotkeyRows.resetAll()
@@ -211,7 +215,7 @@ Column {
             HelpLink {
                 id: help
                 objectName: "helpLink"
-                x: footer.fits ? footer.width - width : 0
+                x: footer.fits && resetAll.visible ? footer.width - width : 0
                 y: footer.fits ? 0 : resetAll.height + 4
                 width: Math.min(implicitWidth, footer.width)
                 theme: content.theme
@@ -227,13 +231,13 @@ Column {
         readonly property ThemeTokens theme: content.theme
 
         width: parent.width
-        active: settings.shortcutAdvice.length > 0
+        active: settings.hotkeyRows.commandHint.length > 0
         visible: active
 
         sourceComponent: SettingsSection {
             theme: desktopShortcuts.theme
             title: qsTr("Desktop shortcuts")
-            hint: desktopShortcuts.settings.shortcutAdvice
+            hint: desktopShortcuts.settings.hotkeyRows.commandHint
 
             ShortcutGuideList {
                 width: parent.width

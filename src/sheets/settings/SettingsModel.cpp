@@ -14,7 +14,6 @@ SettingsModel::SettingsModel(Settings &settings, ModelListModel &models, HotkeyR
     , m_settings(settings)
     , m_models(models)
     , m_vocabulary(std::move(vocabulary))
-    , m_shortcutAdvice(guide.advice)
     , m_hotkeyRows(rebinding, m_vocabulary, std::move(guide))
 {
     connect(&m_models, &ModelListModel::selectedChanged, this, &SettingsModel::modelHintChanged);

@@ -34,7 +34,6 @@ class SettingsModel : public QObject
         bool isScreenChoiceOffered READ isScreenChoiceOffered NOTIFY isScreenChoiceOfferedChanged)
     Q_PROPERTY(bool isNoticeOffered READ isNoticeOffered NOTIFY isNoticeOfferedChanged)
     Q_PROPERTY(quellora::HotkeyRows *hotkeyRows READ hotkeyRows CONSTANT)
-    Q_PROPERTY(QString shortcutAdvice READ shortcutAdvice CONSTANT)
 
 public:
     /// All references must outlive the model.
@@ -71,8 +70,6 @@ public:
     bool isScreenChoiceOffered() const { return m_isScreenChoiceOffered; }
     bool isNoticeOffered() const { return m_isNoticeOffered; }
     HotkeyRows *hotkeyRows() { return &m_hotkeyRows; }
-    /// Where to bind the program's commands in the desktop; empty if that is not needed.
-    QString shortcutAdvice() const { return m_shortcutAdvice; }
 
     // Called by the view.
     Q_INVOKABLE void close();
@@ -111,7 +108,6 @@ private:
     ModelListModel &m_models;
     Vocabulary m_vocabulary;
     TextColors m_textColors;
-    QString m_shortcutAdvice;
     HotkeyRows m_hotkeyRows;
     bool m_isOpen = false;
     bool m_isLight = false;

@@ -162,7 +162,7 @@ void PlatformLinuxTest::permissionsAreGrantedOnX11Only()
     const PermissionsLinux x11(PermissionsLinux::Session::X11);
     QVERIFY(x11.isAccessibilityTrusted());
     QVERIFY(x11.isScreenRecordingGranted());
-    PermissionsLinux wayland(PermissionsLinux::Session::Wayland, QString());
+    PermissionsLinux wayland(PermissionsLinux::Session::Wayland);
     wayland.requestScreenRecording();
     QVERIFY(!wayland.isAccessibilityTrusted());
     QVERIFY(!wayland.isScreenRecordingGranted());
