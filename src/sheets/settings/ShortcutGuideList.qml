@@ -25,7 +25,7 @@ Card {
                 required property string commandLine
 
                 width: column.width
-                height: 48 + Tokens.growth(20) + Tokens.growth(16)
+                height: 52 + Tokens.growth(20) + Tokens.growth(16)
 
                 Hairline {
                     width: parent.width
