@@ -8,6 +8,7 @@
 #include "login/LoginWindowController.h"
 #include "overlay/OverlayWindowController.h"
 #include "page/PreviewFiles.h"
+#include "platform/DesktopSession.h"
 #include "query/ScreenshotCapture.h"
 #include "ui/Ui.h"
 
@@ -96,6 +97,14 @@ int Application::run()
             [this] { m_delegate->applicationWillTerminate(); });
     m_instance->listen(
         [this](const RemoteCommand &command) { return m_delegate->handleCommand(command); });
+    if (ScreenSource *source = m_platform->screenSource())
+        m_instance->servePictures([this, source](ScreenSource::Area area) {
+            if (!m_platform->desktopSession().isLocked())
+                return source->take(area);
+            return QtFuture::makeReadyFuture<ScreenSource::Picture>(
+                tl::unexpected(ScreenSource::Failure{ScreenSource::Failure::Kind::Refused,
+                                                     QStringLiteral("the session is locked")}));
+        });
     QMetaObject::invokeMethod(
         this,
         [this] {
@@ -138,7 +147,7 @@ std::unique_ptr<LoginPresenter> Application::makeLogin()
     return std::make_unique<LoginWindowController>(LoginWindowController::Collaborators{
         m_engine, m_auth, m_platform->workspace(), m_platform->shell(), m_endpoints,
         std::make_unique<OAuthCallbackListener>(AppConfig::oauthCallbackPort),
-        &QCoreApplication::quit});
+        &QCoreApplication::quit, m_platform->screenSource()});
 }
 
 std::unique_ptr<OverlayPresenter> Application::makeOverlay(const VantiroConfig &config)

@@ -5,6 +5,8 @@
 #include <QCryptographicHash>
 #include <QDeadlineTimer>
 #include <QDir>
+#include <QFutureWatcher>
+#include <QImage>
 #include <QLocalSocket>
 #include <QStandardPaths>
 #include <QThread>
@@ -19,12 +21,18 @@ namespace {
 
 const QByteArray okReply = QByteArrayLiteral("ok");
 const QByteArray refusalReply = QByteArrayLiteral("refused: ");
+const QByteArray pictureRequest = QByteArrayLiteral("picture");
+const QByteArray allScreensRequest = QByteArrayLiteral("picture-all");
+/// Time for a picture and its transfer.
+constexpr std::chrono::seconds pictureTimeout{150};
+/// Bytes of a picture that are handed to the system at once.
+constexpr qsizetype pictureChunk = 1024 * 1024;
 /// Longest reply read, in bytes.
 constexpr qsizetype maxReply = 1024;
 
 qsizetype maxCommandLine()
 {
-    qsizetype longest = 0;
+    qsizetype longest = allScreensRequest.size();
     for (const RemoteCommand &command : remoteCommands)
         longest = std::max(longest, QByteArrayView(command.name).size());
     return longest + 1;
@@ -32,6 +40,8 @@ qsizetype maxCommandLine()
 
 bool isStartOfCommand(const QByteArray &text)
 {
+    if (allScreensRequest.startsWith(text))
+        return true;
     return std::any_of(remoteCommands.begin(), remoteCommands.end(), [&](const auto &command) {
         return QByteArray(command.name).startsWith(text);
     });
@@ -143,7 +153,10 @@ void SingleInstance::acceptConnections()
         connect(connection, &QLocalSocket::disconnected, connection, &QObject::deleteLater);
         connect(connection, &QLocalSocket::readyRead, this,
                 [this, connection] { readCommand(*connection); });
-        QTimer::singleShot(m_commandTimeout, connection, [connection] { connection->abort(); });
+        auto *limit = new QTimer(connection);
+        limit->setSingleShot(true);
+        connect(limit, &QTimer::timeout, connection, [connection] { connection->abort(); });
+        limit->start(m_commandTimeout);
         // Data or a disconnect may have arrived before the signals were connected.
         if (connection->bytesAvailable() > 0)
             readCommand(*connection);
@@ -160,7 +173,15 @@ void SingleInstance::readCommand(QLocalSocket &connection)
             connection.abort();
         return;
     }
-    const RemoteCommand *command = findRemoteCommand(connection.readLine().chopped(1));
+    const QByteArray line = connection.readLine().chopped(1);
+    const bool isAllScreens = line == allScreensRequest;
+    if (m_pictures && (isAllScreens || line == pictureRequest) &&
+        connection.bytesAvailable() == 0) {
+        sendPicture(connection,
+                    isAllScreens ? ScreenSource::Area::AllScreens : ScreenSource::Area::OneScreen);
+        return;
+    }
+    const RemoteCommand *command = findRemoteCommand(line);
     if (!command || connection.bytesAvailable() > 0) {
         connection.abort();
         return;
@@ -170,6 +191,73 @@ void SingleInstance::readCommand(QLocalSocket &connection)
     // At once: the command may end the event loop.
     connection.flush();
     connection.disconnectFromServer();
+}
+
+namespace {
+
+/// Sends the pixels of a picture in parts, as the reader takes them. A child of its connection.
+class PictureTransfer : public QObject
+{
+public:
+    PictureTransfer(QLocalSocket &connection, const QImage &picture)
+        : QObject(&connection), m_connection(connection), m_picture(picture)
+    {
+        connect(&connection, &QLocalSocket::bytesWritten, this, &PictureTransfer::sendNext);
+        connection.write(QByteArrayLiteral("picture %1 %2\n")
+                             .replace("%1", QByteArray::number(picture.width()))
+                             .replace("%2", QByteArray::number(picture.height())));
+    }
+
+private:
+    void sendNext()
+    {
+        const qsizetype rowBytes = qsizetype{m_picture.width()} * 4;
+        const qsizetype rows = std::max<qsizetype>(1, pictureChunk / rowBytes);
+        if (m_connection.bytesToWrite() > pictureChunk)
+            return;
+        for (qsizetype i = 0; i < rows && m_row < m_picture.height(); ++i, ++m_row)
+            m_connection.write(reinterpret_cast<const char *>(m_picture.constScanLine(m_row)),
+                               rowBytes);
+        if (m_row == m_picture.height() && m_connection.bytesToWrite() == 0)
+            m_connection.disconnectFromServer();
+    }
+
+    QLocalSocket &m_connection;
+    const QImage m_picture;
+    int m_row = 0;
+};
+
+} // namespace
+
+void SingleInstance::sendPicture(QLocalSocket &connection, ScreenSource::Area area)
+{
+    log(QStringLiteral("Picture requested by the capture tool"));
+    if (auto *limit = connection.findChild<QTimer *>())
+        limit->start(pictureTimeout);
+    // Nothing more is expected.
+    disconnect(&connection, &QLocalSocket::readyRead, this, nullptr);
+    QFuture<ScreenSource::Picture> picture = m_pictures(area);
+    auto *watcher = new QFutureWatcher<ScreenSource::Picture>(&connection);
+    connect(watcher, &QFutureWatcherBase::finished, &connection, [watcher, &connection] {
+        const bool isThere = watcher->future().resultCount() > 0;
+        const ScreenSource::Picture result =
+            isThere ? watcher->future().result()
+                    : tl::unexpected(
+                          ScreenSource::Failure{ScreenSource::Failure::Kind::Failed,
+                                                QStringLiteral("the picture was cancelled")});
+        if (!result || result->isNull()) {
+            QString reason =
+                result ? QStringLiteral("the picture is empty") : result.error().reason;
+            connection.write(refusalReply + reason.replace(u'\n', u' ').toUtf8() + '\n');
+            connection.disconnectFromServer();
+            return;
+        }
+        new PictureTransfer(connection, result->convertToFormat(QImage::Format_RGB32));
+    });
+    // A reader that leaves does not need the picture.
+    connect(&connection, &QLocalSocket::disconnected, watcher,
+            [picture]() mutable { picture.cancel(); });
+    watcher->setFuture(picture);
 }
 
 } // namespace quellora

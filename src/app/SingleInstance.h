@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/RemoteCommand.h"
+#include "platform/ScreenSource.h"
 
 #include <QLocalServer>
 #include <QLockFile>
@@ -18,8 +19,11 @@ namespace quellora {
 /// and listens on a private socket; later ones send it a command and exit. Main thread only.
 ///
 /// Protocol: one line with the name of a remote command; the reply is "ok", or "refused: " and the
-/// reason. Data received on the socket is untrusted: anything but one known command closes the
-/// connection. Received data is never logged.
+/// reason. The lines "picture" and "picture-all" ask for a picture of one screen or of all, on
+/// behalf of the capture tool: the reply is a line "picture WIDTH HEIGHT", followed by the pixels
+/// row by row, each a 32-bit word 0x??RRGGBB in the order of this machine; or "refused: ". Data
+/// received on the socket is untrusted: anything but one known command closes the connection.
+/// Received data is never logged.
 class SingleInstance : public QObject
 {
     Q_OBJECT
@@ -62,6 +66,10 @@ public:
     /// if listening fails.
     void listen(Handler handler);
 
+    using PictureHandler = std::function<QFuture<ScreenSource::Picture>(ScreenSource::Area area)>;
+    /// Lets other processes of the user ask for pictures.
+    void servePictures(PictureHandler handler) { m_pictures = std::move(handler); }
+
     QString socketPath() const { return m_path + QStringLiteral(".socket"); }
 
     /// Maximum number of simultaneous connections; further ones are refused.
@@ -70,6 +78,7 @@ public:
 private:
     void acceptConnections();
     void readCommand(QLocalSocket &connection);
+    void sendPicture(QLocalSocket &connection, ScreenSource::Area area);
 
     QString m_path;
     std::chrono::milliseconds m_commandTimeout;
@@ -77,6 +86,7 @@ private:
     QLocalServer m_server;
     int m_connections = 0;
     Handler m_handler;
+    PictureHandler m_pictures;
 };
 
 } // namespace quellora

@@ -274,4 +274,10 @@ Item {
             onClicked: view.viewModel.signupRequested()
         }
     }
+
+    Loader {
+        anchors.fill: parent
+        active: view.viewModel.pictureQuestion !== LoginViewModel.PictureQuestion.None
+        sourceComponent: PictureQuestionPage { viewModel: view.viewModel }
+    }
 }

@@ -24,6 +24,14 @@ void LoginViewModel::setGoogleLoading(bool loading)
     Q_EMIT isGoogleLoadingChanged();
 }
 
+void LoginViewModel::setPictureQuestion(PictureQuestion question)
+{
+    if (m_pictureQuestion == question)
+        return;
+    m_pictureQuestion = question;
+    Q_EMIT pictureQuestionChanged();
+}
+
 void LoginViewModel::setLoading(bool loading)
 {
     if (m_isLoading == loading)

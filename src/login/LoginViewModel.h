@@ -23,7 +23,19 @@ class LoginViewModel : public QObject
     Q_PROPERTY(bool isGoogleLoading READ isGoogleLoading NOTIFY isGoogleLoadingChanged)
     /// Whether browser sign-in is available.
     Q_PROPERTY(bool offersGoogle READ offersGoogle CONSTANT)
+    /// Whether the form is replaced by the reason for the desktop's question about pictures.
+    Q_PROPERTY(PictureQuestion pictureQuestion READ pictureQuestion NOTIFY pictureQuestionChanged)
 public:
+    /// The question whether this program may take pictures of the screen.
+    enum class PictureQuestion {
+        None,
+        /// The user reads why the desktop is going to ask.
+        Announced,
+        /// The desktop asks.
+        Asked,
+    };
+    Q_ENUM(PictureQuestion)
+
     /// @p auth outlives the model.
     LoginViewModel(AuthService &auth, bool offersGoogle, QObject *parent = nullptr);
 
@@ -31,10 +43,12 @@ public:
     bool isLoading() const { return m_isLoading; }
     bool isGoogleLoading() const { return m_isGoogleLoading; }
     bool offersGoogle() const { return m_offersGoogle; }
+    PictureQuestion pictureQuestion() const { return m_pictureQuestion; }
 
     /// An empty message hides the error.
     void setErrorMessage(const QString &message);
     void setGoogleLoading(bool loading);
+    void setPictureQuestion(PictureQuestion question);
     /// Cancels a running e-mail sign-in without any signals, because the user has signed in
     /// through the browser.
     void dropSubmit();
@@ -57,6 +71,10 @@ Q_SIGNALS:
     void signedIn();
     /// The e-mail sign-in failed; errorMessage holds the reason.
     void submitFailed();
+    void pictureQuestionChanged();
+    /// The user wants the desktop to ask now, or later.
+    void pictureQuestionConfirmed();
+    void pictureQuestionPostponed();
     void googleSignInRequested();
     void googleSignInCancelled();
     void forgotPasswordRequested();
@@ -71,6 +89,7 @@ private:
     bool m_isLoading = false;
     bool m_isGoogleLoading = false;
     bool m_offersGoogle = false;
+    PictureQuestion m_pictureQuestion = PictureQuestion::None;
     bool m_isDropped = false;
     QFuture<LoginResult> m_login;
 };

@@ -45,6 +45,10 @@ LoginWindowController::LoginWindowController(Collaborators collaborators, QObjec
             &LoginWindowController::startGoogleSignIn);
     connect(&m_viewModel, &LoginViewModel::googleSignInCancelled, this,
             &LoginWindowController::cancelGoogleSignIn);
+    connect(&m_viewModel, &LoginViewModel::pictureQuestionConfirmed, this,
+            &LoginWindowController::askForPictures);
+    connect(&m_viewModel, &LoginViewModel::pictureQuestionPostponed, this,
+            &LoginWindowController::leave);
     connect(&m_viewModel, &LoginViewModel::forgotPasswordRequested, this,
             [this] { open(m_collaborators.endpoints.forgotPassword()); });
     connect(&m_viewModel, &LoginViewModel::signupRequested, this,
@@ -55,6 +59,7 @@ LoginWindowController::LoginWindowController(Collaborators collaborators, QObjec
 
 LoginWindowController::~LoginWindowController()
 {
+    m_pictureAnswer.cancel();
     m_verification.cancel();
     if (m_collaborators.oauthListener)
         m_collaborators.oauthListener->cancel();
@@ -254,13 +259,42 @@ void LoginWindowController::handleLoginSuccess()
         return;
     log(QStringLiteral("Login successful, closing login window"));
     m_didAuthenticate = true;
-    qApp->removeEventFilter(this);
     // Cancel the other sign-in so that its result does not replace this session.
     if (m_collaborators.oauthListener)
         m_collaborators.oauthListener->cancel();
     m_verification.cancel();
     m_viewModel.dropSubmit();
     QMetaObject::invokeMethod(m_window->rootObject(), "clearFields");
+    if (m_collaborators.pictures &&
+        m_collaborators.pictures->access() == ScreenSource::Access::NotAsked) {
+        log(QStringLiteral("Announcing the desktop's question for pictures"));
+        m_viewModel.setPictureQuestion(LoginViewModel::PictureQuestion::Announced);
+        bringToFront();
+        return;
+    }
+    leave();
+}
+
+void LoginWindowController::askForPictures()
+{
+    if (m_viewModel.pictureQuestion() != LoginViewModel::PictureQuestion::Announced)
+        return;
+    m_viewModel.setPictureQuestion(LoginViewModel::PictureQuestion::Asked);
+    m_pictureAnswer = m_collaborators.pictures->ask();
+    whenFinished(m_pictureAnswer, this, [this](ScreenSource::Access access) {
+        log(access == ScreenSource::Access::Granted
+                ? QStringLiteral("The desktop permits pictures")
+                : QStringLiteral("The desktop does not permit pictures"));
+        leave();
+    });
+}
+
+void LoginWindowController::leave()
+{
+    if (std::exchange(m_hasLeft, true))
+        return;
+    qApp->removeEventFilter(this);
+    m_pictureAnswer.cancel();
     m_window->close();
     if (onLoginSuccess)
         onLoginSuccess();
@@ -277,8 +311,14 @@ bool LoginWindowController::eventFilter(QObject *watched, QEvent *event)
 
 void LoginWindowController::windowWillClose()
 {
-    if (m_didAuthenticate || m_quitting)
+    if (m_quitting)
         return;
+    if (m_didAuthenticate) {
+        // The desktop then asks at the first picture.
+        if (!m_hasLeft)
+            QMetaObject::invokeMethod(this, &LoginWindowController::leave, Qt::QueuedConnection);
+        return;
+    }
     m_quitting = true;
     log(QStringLiteral("Login window closed before sign-in — quitting"));
     m_collaborators.quit();

@@ -5,6 +5,7 @@
 #include "base/AppConfig.h"
 #include "login/LoginPresenter.h"
 #include "login/LoginViewModel.h"
+#include "platform/ScreenSource.h"
 
 #include <QObject>
 #include <QQuickView>
@@ -39,6 +40,9 @@ public:
         std::unique_ptr<BrowserSignIn> oauthListener;
         /// Quits the application.
         std::function<void()> quit;
+        /// Where pictures are taken in this process, else null. If the desktop has to ask the user
+        /// for the permission, it does after sign-in, while this window has the focus.
+        ScreenSource *pictures = nullptr;
     };
 
     /// Size of the window's content in logical pixels at the normal text size.
@@ -77,12 +81,17 @@ private:
     void failGoogleSignIn(const QString &message);
     void finishVerification(const QFuture<LoginResult> &future);
     void handleLoginSuccess();
+    void askForPictures();
+    /// Closes the window after sign-in.
+    void leave();
     void windowWillClose();
 
     Collaborators m_collaborators;
     LoginViewModel m_viewModel;
     std::unique_ptr<QQuickView> m_window;
     bool m_didAuthenticate = false;
+    bool m_hasLeft = false;
+    QFuture<ScreenSource::Access> m_pictureAnswer;
     bool m_quitting = false;
     QFuture<LoginResult> m_verification;
     /// Incremented when a browser sign-in starts or ends; callbacks of earlier attempts are stale.

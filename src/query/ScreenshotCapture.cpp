@@ -232,7 +232,8 @@ QFuture<Outcome> ScreenshotCapture::captureInBackground(ScreenSource &source,
             return;
         }
         // The pixels are released after the result has been delivered, which takes milliseconds.
-        capturePool().start([promise, picture = taken->future().takeResult()] {
+        // Not taken out of the future: the end of its promise would then count as a cancellation.
+        capturePool().start([promise, picture = taken->future().result()] {
             promise->addResult(picture
                                    ? encodePicture(*picture)
                                    : tl::unexpected(CaptureError{errorKind(picture.error().kind),

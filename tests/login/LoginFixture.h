@@ -16,11 +16,11 @@ inline const QString prefix = QStringLiteral("[LoginWindowController] ");
 /// A sign-in window with fake collaborators.
 struct Fixture
 {
-    explicit Fixture(bool withBrowser = true)
+    explicit Fixture(bool withBrowser = true, ScreenSource *pictures = nullptr)
         : controller({engine, auth, workspace, shell,
                       BackendEndpoints(QStringLiteral("https://backend.example")),
                       withBrowser ? std::make_unique<FakeBrowserSignIn>(browser) : nullptr,
-                      [this] { ++quits; }})
+                      [this] { ++quits; }, pictures})
     {
         controller.onLoginSuccess = [this] {
             ++successes;

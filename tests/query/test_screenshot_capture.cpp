@@ -1,4 +1,5 @@
 #include "PngSamples.h"
+#include "base/WhenFinished.h"
 #include "fakes/LogCapture.h"
 #include "query/ScreenshotCapture.h"
 #include "support/TestProgram.h"
@@ -15,6 +16,7 @@
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTimer>
 
 #include <memory>
 #include <optional>
@@ -45,7 +47,11 @@ public:
     {
         promises.at(index).addResult(std::move(picture));
         promises.at(index).finish();
+        // A source does not keep its promises.
+        QTimer::singleShot(0, &context, [this, index] { promises.at(index) = {}; });
     }
+    QObject context;
+
     QList<Area> areas;
     std::vector<QPromise<Picture>> promises;
 };
@@ -530,6 +536,8 @@ void TestScreenshotCapture::pictureFromSource()
     const auto future =
         ScreenshotCapture::captureInBackground(source, ScreenSource::Area::AllScreens);
     QCOMPARE(source.areas, QList{ScreenSource::Area::AllScreens});
+    int deliveries = 0;
+    whenFinished(future, this, [&deliveries](const ScreenshotCapture::Outcome &) { ++deliveries; });
     QImage image(screen, QImage::Format_RGB32);
     // Red above blue: swapped channels would show.
     image.fill(Qt::red);
@@ -540,6 +548,7 @@ void TestScreenshotCapture::pictureFromSource()
     source.deliver(0, image.convertToFormat(format));
     const auto outcome = wait(future);
     QVERIFY(outcome && outcome->has_value());
+    QTRY_COMPARE(deliveries, 1);
     const qint64 bytes = qint64{screen.width()} * screen.height() * pixelBytes;
     QCOMPARE((*outcome)->originalSizeBytes, bytes);
     const QImage jpeg = QImage::fromData((*outcome)->jpegData, "JPG");

@@ -53,6 +53,8 @@ property _QUELLORA_CAPTURE_EXCLUDE are left out: what lies beneath them is in th
   --help     show this text
   --version  show the version
 
+In a Wayland session the running Quellora takes the picture, always with the cursor; it must run.
+
 PATH is replaced in one step when the picture is complete; it gets mode 0600. On failure one
 line goes to standard error and PATH is left as it was. Exit status:
 

@@ -1,6 +1,7 @@
 #include "AtomicFile.h"
 #include "CommandLine.h"
 #include "PngWriter.h"
+#include "RunningProgram.h"
 #include "ScreenCapture.h"
 
 #include <csignal>
@@ -30,16 +31,18 @@ int print(std::string_view text)
 tl::expected<void, Failure> captureTo(const Options &options)
 {
     // Creates the file last, so that a run killed while it waits for the display leaves none.
-    return captureScreen(
-        options.includeCursor, options.allScreens,
-        [&](const Canvas &canvas) -> tl::expected<void, Failure> {
-            auto file = AtomicFile::create(options.path);
-            if (!file)
-                return tl::unexpected(file.error());
-            return writePng(canvas, [&](auto bytes) { return file->write(bytes); }).and_then([&] {
-                return file->commit();
-            });
+    const auto write = [&](const Canvas &canvas) -> tl::expected<void, Failure> {
+        auto file = AtomicFile::create(options.path);
+        if (!file)
+            return tl::unexpected(file.error());
+        return writePng(canvas, [&](auto bytes) { return file->write(bytes); }).and_then([&] {
+            return file->commit();
         });
+    };
+    // Its X server would show the windows of X programs only.
+    if (const auto session = waylandSession())
+        return pictureFromProgram(runningProgramSocket(*session), options.allScreens, write);
+    return captureScreen(options.includeCursor, options.allScreens, write);
 }
 
 } // namespace

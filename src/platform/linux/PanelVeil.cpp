@@ -37,6 +37,15 @@ std::unique_ptr<PanelVeil::Hold> PanelVeil::hold(std::function<void()> ready)
     return hold;
 }
 
+std::unique_ptr<PanelVeil::Hold> PanelVeil::holdNow()
+{
+    auto hold = std::make_unique<CountedHold>(*this);
+    m_holds.append(hold.get());
+    if (!m_isCovering && isNeeded())
+        startCovering();
+    return hold;
+}
+
 void PanelVeil::panelShown()
 {
     if (!m_isCovering && !m_holds.isEmpty())

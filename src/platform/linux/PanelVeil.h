@@ -31,6 +31,10 @@ public:
     /// longer draws it, unless the hold is destroyed before. Several holds may exist at once.
     [[nodiscard]] std::unique_ptr<Hold> hold(std::function<void()> ready);
 
+    /// Makes the panel invisible for what the caller requests next from the compositor, on the same
+    /// connection.
+    [[nodiscard]] std::unique_ptr<Hold> holdNow();
+
 protected:
     /// Whether there is a panel on the screen that must be covered.
     virtual bool isNeeded() const = 0;

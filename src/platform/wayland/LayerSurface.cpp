@@ -148,8 +148,15 @@ bool LayerSurface::cover()
     const auto fixed = [](int value) { return wl_fixed_from_int(value); };
     wp_viewport_set_source(m_viewport.get(), 0, 0, fixed(1), fixed(1));
     wp_viewport_set_destination(m_viewport.get(), m_frame.width(), m_frame.height());
+    damageAll();
     commit();
     return true;
+}
+
+void LayerSurface::damageAll()
+{
+    // Some compositors do not draw a surface again whose size stays the same.
+    wl_surface_damage(m_surface, 0, 0, INT32_MAX, INT32_MAX);
 }
 
 void LayerSurface::uncover()
@@ -158,6 +165,7 @@ void LayerSurface::uncover()
         return;
     // Also removes the source and the destination; applied with the commit.
     m_viewport.reset();
+    damageAll();
     commit();
 }
 

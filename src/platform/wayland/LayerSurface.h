@@ -68,6 +68,9 @@ Q_SIGNALS:
 private:
     struct Listeners;
 
+    /// Marks the whole surface as changed, for the next commit.
+    void damageAll();
+
     const WaylandConnection &m_connection;
     // Before the role, which is destroyed first.
     wl_surface *m_surface = nullptr;

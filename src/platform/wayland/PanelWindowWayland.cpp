@@ -106,6 +106,15 @@ void PanelWindowWayland::uncover()
     }
 }
 
+wl_surface *PanelWindowWayland::panelSurface() const
+{
+    for (const QPointer<QWindow> &panel : m_panels) {
+        if (panel && keeper(*panel).screen())
+            return WaylandConnection::surface(*panel);
+    }
+    return nullptr;
+}
+
 QScreen *PanelWindowWayland::screenWithPanel() const
 {
     for (const QPointer<QWindow> &panel : m_panels) {

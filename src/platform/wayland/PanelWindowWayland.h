@@ -49,6 +49,8 @@ public:
     void uncover();
     /// The screen with a panel; null if none is shown.
     QScreen *screenWithPanel() const;
+    /// The surface of a panel that is shown; null if none is.
+    wl_surface *panelSurface() const;
 
 private:
     PanelKeeperWayland &keeper(QWindow &window) const;

@@ -2,6 +2,12 @@
 
 #include "base/UserDefaults.h"
 #include "platform/linux/LinuxPaths.h"
+#include "platform/linux/PortalScreenSource.h"
+#include "platform/wayland/KWinScreenSource.h"
+#include "platform/wayland/WlrScreencopySource.h"
+
+#include <QGuiApplication>
+#include <QScreen>
 
 #include <utility>
 
@@ -11,10 +17,41 @@ PlatformWayland::PlatformWayland(std::unique_ptr<WaylandConnection> connection)
     : m_connection(std::move(connection))
     , m_keyboard(*m_connection)
     , m_panelWindow(*m_connection, m_keyboard)
+    , m_veil(*m_connection, m_panelWindow)
+    , m_screenSource(makeScreenSource())
     , m_keyMonitor([this](quint32 scanCode) { return m_keyboard.keyName(scanCode); })
     , m_permissions(PermissionsLinux::Session::Wayland, &m_desktopShortcuts)
     , m_statusArea(std::nullopt)
-{}
+{
+    m_permissions.setScreenSource(m_screenSource.get());
+}
+
+std::unique_ptr<ScreenSource> PlatformWayland::makeScreenSource()
+{
+    const auto panelScreen = [this] { return m_panelWindow.screenWithPanel(); };
+    if (m_connection->screencopy() && m_connection->shm())
+        return std::make_unique<WlrScreencopySource>(*m_connection, m_veil, panelScreen);
+    auto portal = std::make_unique<PortalScreenSource>(m_veil, [panelScreen] {
+        // The desktop arranges the screens in points.
+        ScreenLayout layout;
+        const QScreen *chosen = panelScreen();
+        const QList<QScreen *> screens = QGuiApplication::screens();
+        for (const QScreen *screen : screens) {
+            if (screen == chosen)
+                layout.chosen = static_cast<int>(layout.screens.size());
+            layout.screens.append(screen->geometry());
+        }
+        return layout;
+    });
+    const auto allScreens = [] {
+        QRect all;
+        const QList<QScreen *> screens = QGuiApplication::screens();
+        for (const QScreen *screen : screens)
+            all |= screen->geometry();
+        return all;
+    };
+    return std::make_unique<KWinScreenSource>(m_veil, allScreens, std::move(portal));
+}
 
 CaptureTool PlatformWayland::captureTool() const
 {

@@ -4,6 +4,7 @@
 #include "platform/NoGlobalHotkeys.h"
 #include "platform/NoSystemSymbols.h"
 #include "platform/Platform.h"
+#include "platform/ScreenSource.h"
 #include "platform/linux/AppearanceLinux.h"
 #include "platform/linux/DesktopSessionLinux.h"
 #include "platform/linux/DesktopShortcutsPortal.h"
@@ -14,6 +15,7 @@
 #include "platform/linux/StatusAreaLinux.h"
 #include "platform/linux/WorkspaceLinux.h"
 #include "platform/wayland/ApplicationShellWayland.h"
+#include "platform/wayland/PanelVeilWayland.h"
 #include "platform/wayland/PanelWindowWayland.h"
 #include "platform/wayland/WaylandConnection.h"
 #include "platform/wayland/WaylandKeyboard.h"
@@ -42,15 +44,20 @@ public:
     Notifications &notifications() override { return m_notifications; }
     CaptureTool captureTool() const override;
     DesktopShortcuts *desktopShortcuts() override { return &m_desktopShortcuts; }
+    ScreenSource *screenSource() override { return m_screenSource.get(); }
     Vocabulary vocabulary() const override { return Vocabulary::linuxDesktop(); }
     ShortcutGuide shortcutGuide() const override { return ShortcutGuideLinux::current(); }
     QString applicationSupportDirectory() const override;
     std::unique_ptr<UserDefaults> makeUserDefaults() const override;
 
 private:
+    std::unique_ptr<ScreenSource> makeScreenSource();
+
     std::unique_ptr<WaylandConnection> m_connection;
     WaylandKeyboard m_keyboard;
     PanelWindowWayland m_panelWindow;
+    PanelVeilWayland m_veil;
+    std::unique_ptr<ScreenSource> m_screenSource;
     NoGlobalHotkeys m_globalHotkeys;
     EventFilterKeyMonitor m_keyMonitor;
     DesktopShortcutsPortal m_desktopShortcuts;

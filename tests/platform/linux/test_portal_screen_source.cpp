@@ -1,5 +1,6 @@
 #include "fakes/LogCapture.h"
 #include "platform/linux/FakePortal.h"
+#include "platform/linux/FakeVeil.h"
 #include "platform/linux/PortalScreenSource.h"
 #include "support/TestProgram.h"
 
@@ -107,39 +108,6 @@ public:
 
 private:
     static QVariant data() { return QVariant::fromValue(QDBusVariant(QVariant(false))); }
-};
-
-/// A panel that is covered when the test says so.
-class FakeVeil : public PanelVeil
-{
-public:
-    void finish()
-    {
-        if (done)
-            done();
-    }
-    using PanelVeil::panelShown;
-
-    bool isVisible = true;
-    bool isCoveredAtOnce = true;
-    int covers = 0;
-    int uncovers = 0;
-    std::function<void()> done;
-
-    bool isGone() const { return covers > uncovers; }
-
-protected:
-    bool isNeeded() const override { return isVisible; }
-    void cover(std::function<void()> newDone) override
-    {
-        ++covers;
-        done = std::move(newDone);
-        if (isCoveredAtOnce)
-            QMetaObject::invokeMethod(
-                this, [this] { finish(); }, Qt::QueuedConnection);
-    }
-    void uncover() override { ++uncovers; }
-    void logDuration(qint64) override {}
 };
 
 } // namespace
