@@ -17,6 +17,8 @@ inline constexpr QByteArrayView darkCodeStyle =
 
 /// Where pages and their pictures come from.
 inline constexpr QByteArrayView pages = "quellora-page:";
+/// The typesetter of formulas, which a page loads with the first one; named in scripts/math.js too.
+inline constexpr QByteArrayView mathScript = "quellora-asset://page/math.js";
 /// The pages' own script, and the origin that serves all bundled assets.
 inline constexpr QByteArrayView pageScript = "quellora-asset://page/page.js";
 inline constexpr QByteArrayView assets = "quellora-asset://page";

@@ -1,9 +1,12 @@
 #include "page/PageRequests.h"
 
 #include "page/PageAddresses.h"
+#include "page/ResponsePage.h"
 
 #include <QBuffer>
+#include <QDir>
 #include <QFile>
+#include <QRegularExpression>
 #include <QWebEngineUrlRequestInfo>
 #include <QWebEngineUrlRequestJob>
 
@@ -29,6 +32,7 @@ constexpr std::array stands{
     Stand{pageaddress::lightCodeStyle, "github.min.css", "text/css"},
     Stand{pageaddress::darkCodeStyle, "github-dark.min.css", "text/css"},
     Stand{pageaddress::pageScript, "page.js", "text/javascript"},
+    Stand{pageaddress::mathScript, "math.js", "text/javascript"},
 };
 
 QByteArray resource(const QString &path)
@@ -44,6 +48,25 @@ QUrl assetUrl(const char *name)
     return QUrl(QStringLiteral("%1://%2/%3")
                     .arg(QLatin1StringView(pagerequests::assetScheme), QLatin1StringView(assetHost),
                          QLatin1StringView(name)));
+}
+
+/// The typesetter with its fonts and rules in it.
+QByteArray mathScript()
+{
+    QByteArray faces;
+    const QDir fonts(QStringLiteral(":/quellora/math-fonts"));
+    const QFileInfoList files = fonts.entryInfoList(QDir::Files, QDir::Name);
+    for (const QFileInfo &font : files)
+        faces += '"' + font.completeBaseName().toLatin1() + "\":\"" +
+                 resource(font.filePath()).toBase64() + "\",";
+    static const QRegularExpression fontRules(QStringLiteral("@font-face\\{[^}]*\\}"));
+    const QString rules =
+        QString::fromUtf8(resource(QStringLiteral(":/quellora/page/katex.min.css")))
+            .remove(fontRules);
+    QByteArray style = resource(QStringLiteral(":/quellora/page-scripts/math-style.js"));
+    style.replace("%faces%", faces)
+        .replace("%rules%", responsepage::escapedForJson(rules).toUtf8());
+    return resource(QStringLiteral(":/quellora/page/katex.min.js")) + '\n' + style;
 }
 
 /// Answers @p job from memory; the buffer lives as long as the job.
@@ -168,13 +191,19 @@ QByteArray AssetBytes::bytes(const QString &name)
     const QString scripts = QStringLiteral(":/quellora/page-scripts/");
     if (name == QLatin1StringView("page.js"))
         return resource(scripts + name);
+    if (name == QLatin1StringView("math.js")) {
+        if (m_typesetter.isEmpty())
+            m_typesetter = mathScript();
+        return m_typesetter;
+    }
     if (name != QLatin1StringView("marked.js"))
         return resource(folder + name);
     if (m_renderer.isEmpty()) {
         m_renderer = resource(folder + name) + '\n' +
                      resource(folder + QStringLiteral("purify.min.js")) +
                      "\n(() => {\n'use strict';\n";
-        for (const char *part : {"sanitizer.js", "markdown-blocks.js", "streamed-answer.js"})
+        for (const char *part :
+             {"sanitizer.js", "markdown-blocks.js", "math.js", "streamed-answer.js"})
             m_renderer += resource(scripts + QLatin1StringView(part));
         m_renderer += "})();\n";
     }

@@ -84,6 +84,8 @@ private:
 
     /// Markdown renderer, sanitizer library and our own scripts as one, read on first use.
     QByteArray m_renderer;
+    /// The typesetter, its fonts and rules as one, read on first use.
+    QByteArray m_typesetter;
 };
 
 } // namespace quellora

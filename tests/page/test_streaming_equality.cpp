@@ -310,6 +310,13 @@ void TestStreamingEquality::slotEqualsWholeRender_data()
         QTest::addRow("giant quote with %s", name)
             << quote.trimmed() + QString(text).replace(QLatin1Char('\n'), QStringLiteral("\n> "));
     }
+    row("formulas", "a $x$ and $y_1 + *z*$, $5 and $7\n\n$$\na\n- b\n= c\n$$\n\nd \\(e\\) f\n\n"
+                    "\\[\ng\n\\]\nh\n\n$$i\n\nj$$\n\n- $k$\n- $$\n  l\n  $$\n\nm $n\n\no$\n\np\n");
+    row("formula or another block",
+        "a\n$$\n# b\n$$\n\nc\n\n$$\nd\n---\n$$\n\n$$\n```\ne\n```\n$$\n\nf\n\ng\n");
+    QTest::newRow("long paragraph with formulas")
+        << QStringLiteral("The price $p$ rises to $5 while ").repeated(60) +
+               QStringLiteral("$q$ and\n$$\nr\n$$\n\ns\n");
     row("folded labels", "[\u1e9e] and [\u00e9]\n\nx\n\n[SS]: /ss\n\ny\n\n[\u00c9]: /e\n\nz\n");
     row("blanks before a line", "a\n\n   b\n\n# c\n    d\n\n| x |\n|---|\n\n    e\n");
     row("nothing left by the sanitizer", "a\n\nb\n\n<!DOCTYPE html>\n\nc\n");
@@ -406,6 +413,10 @@ void TestStreamingEquality::randomDocuments()
         QStringLiteral("text\n"),
         QStringLiteral("\n\n"),
         QStringLiteral("* k\n"),
+        QStringLiteral("$"),
+        QStringLiteral("$$"),
+        QStringLiteral("\n\\[\n"),
+        QStringLiteral("\\]\n"),
         QStringLiteral("<div>\n"),
         QStringLiteral("</div>\n\n"),
         QStringLiteral("\tq\n"),
@@ -452,6 +463,8 @@ void TestStreamingEquality::randomParagraphs()
         QStringLiteral("*g "),   QStringLiteral(" h*"),   QStringLiteral("**i "),
         QStringLiteral(" __j "), QStringLiteral("a*b*c"), QStringLiteral("`k* "),
         QStringLiteral(" |"),    QStringLiteral("  \n"),  QStringLiteral("***l* m** "),
+        QStringLiteral("$"),     QStringLiteral("$$"),    QStringLiteral("\\("),
+        QStringLiteral("\\)"),
     };
     static const QStringList lineStarts{
         QStringLiteral("---\n"),   QStringLiteral("===\n"), QStringLiteral("- "),

@@ -67,7 +67,7 @@ const isClosedFence = token => {
 const endsWithItsLine = token => token.type === 'hr' || isClosedFence(token) ||
     (token.type === 'heading' && /^ {0,3}#/.test(token.raw));
 
-const endsAtBlankLine = new Set(['blockquote', 'heading', 'paragraph', 'table']);
+const endsAtBlankLine = new Set(['blockquote', 'formula', 'heading', 'paragraph', 'table']);
 
 /// Number of leading tokens, of @p count, that are final. A block is final at the end of its line if
 /// nothing can continue it, at a blank line if only text directly behind can, and else at a blank line
@@ -125,9 +125,9 @@ const addDefinitions = (links, tokens) => {
 /// Length of the text of a paragraph that becomes final at once, at least.
 const textGroup = 512;
 
-/// What later text may give a meaning, or another one: emphasis without an end, code, links, HTML,
-/// cells. A "_" inside a word has none.
-const unsettled = /[*~`[<\\|]|(?<![\p{L}\p{N}])_|_(?![\p{L}\p{N}])/u;
+/// What later text may give a meaning, or another one: emphasis without an end, code, formulas, links,
+/// HTML, cells. A "_" inside a word has none.
+const unsettled = /[*~`$[<\\|]|(?<![\p{L}\p{N}])_|_(?![\p{L}\p{N}])/u;
 /// Ends between two words. Nothing reaches across them but what is unsettled, and a line with a word is
 /// neither a rule nor an underline nor the second line of a table.
 const wordEnd = /[\p{L}\p{N}][.,:;!?]?[ \n](?=[\p{L}\p{N}])/gu;

@@ -10,20 +10,21 @@
 //   which is dropped from the result.
 //
 // While the answer grows, frozen nodes are nested in <div class="group"> elements, so that the engine
-// lays out the last group only. No element of an answer has a class but code, so they are
-// unmistakable; finish() removes them.
+// lays out the last group only. No element of an answer has this class, so they are unmistakable;
+// finish() removes them.
 
 const slotId = 'streaming-response';
 
 const nodesOf = tokens => {
     const html = renderer.parser(tokens);
     const hasMore = tokens.some(token => token.type === 'text' || htmlOf(token).length > 0);
-    return hasMore ? sanitizedNodes(html) : nodesOfBlocks(html);
+    return withFormulas(hasMore ? sanitizedNodes(html) : nodesOfBlocks(html));
 };
 
 /// As nodesOf(), for what may begin with blanks or comments and follows other blocks: at the beginning
 /// of a document the sanitizer drops them.
-const nodesBehindOthers = tokens => sanitizedNodes('<p></p>' + renderer.parser(tokens)).slice(1);
+const nodesBehindOthers = tokens =>
+    withFormulas(sanitizedNodes('<p></p>' + renderer.parser(tokens)).slice(1));
 
 // ---- changing the page ------------------------------------------------------------------------------
 
