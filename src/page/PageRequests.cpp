@@ -202,8 +202,8 @@ QByteArray AssetBytes::bytes(const QString &name)
         m_renderer = resource(folder + name) + '\n' +
                      resource(folder + QStringLiteral("purify.min.js")) +
                      "\n(() => {\n'use strict';\n";
-        for (const char *part :
-             {"sanitizer.js", "markdown-blocks.js", "math.js", "streamed-answer.js"})
+        for (const char *part : {"sanitizer.js", "markdown-blocks.js", "math.js", "footnotes.js",
+                                 "streamed-answer.js"})
             m_renderer += resource(scripts + QLatin1StringView(part));
         m_renderer += "})();\n";
     }

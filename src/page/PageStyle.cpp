@@ -41,6 +41,21 @@ const QByteArrayView details =
     "outline:2px solid #7db2ff;outline-offset:2px}\n"
     "body.light :focus-visible{outline-color:#1c6ad0}\n";
 
+const QByteArrayView blocks =
+    "table{display:block;width:fit-content;max-width:100%;overflow-x:auto;border-collapse:collapse;"
+    "margin:8px 0;background:rgba(var(--pill-rgb),var(--pill-alpha))}\n"
+    "th,td{border:1px solid var(--border);padding:3px 9px;vertical-align:top;min-width:40px}\n"
+    "th{font-weight:600;background:rgba(var(--bg-input-rgb),var(--code-alpha))}\n"
+    "th:not([align]){text-align:left}\n"
+    "li input{appearance:none;width:13px;height:13px;margin:0 2px 0 -18px;vertical-align:-2px;"
+    "border:1px solid var(--text-dim);border-radius:3px}\n"
+    "li input:checked{background:var(--accent);border-color:var(--accent)}\n"
+    "li input:checked::before{content:'';display:block;width:3px;height:7px;margin:0 auto;"
+    "border:solid #fff;border-width:0 2px 2px 0;transform:rotate(45deg)}\n"
+    "#ct ::-webkit-scrollbar{width:6px;height:6px}\n"
+    "#ct ::-webkit-scrollbar-thumb{background:var(--border-strong);border-radius:3px}\n"
+    "sup,sub{font-size:0.75em;line-height:0}\n";
+
 const QByteArrayView thread =
     ".entry{padding:10px 0}\n"
     ".divider{height:1px;background:var(--border);margin:4px 0}\n"

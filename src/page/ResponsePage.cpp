@@ -96,7 +96,8 @@ QByteArray rules(const PageAppearance &appearance, QByteArrayView before, QByteA
         style += ":root{--text:" + appearance.textColorHex->toUtf8() + '}';
     style += "\n:root{--pill-alpha:" + shortestDecimal(pillAlpha(appearance.alpha)).toUtf8() +
              ";--code-alpha:" + shortestDecimal(codeAlpha(appearance.alpha)).toUtf8() + "}\n";
-    return style + after.toByteArray() + pagestyle::details.toByteArray();
+    return style + after.toByteArray() + pagestyle::details.toByteArray() +
+           pagestyle::blocks.toByteArray();
 }
 
 /// Everything up to the body's first element.

@@ -309,7 +309,7 @@ void TestPageText::singleAnswer()
 {
     const QByteArray css =
         joined({pagestyle::base, "\n\n:root{--pill-alpha:0.36;--code-alpha:0.36}\n",
-                pagestyle::singleAnswer, pagestyle::details});
+                pagestyle::singleAnswer, pagestyle::details, pagestyle::blocks});
     const QByteArray expected = joined(
         {head(css), resources(pageaddress::lightCodeStyle), "<style>", css,
          "</style></head><body class=\"light\"><div id=\"ct\"></div>\n<div id=\"ph\">Hit <kbd>"
@@ -340,8 +340,9 @@ void TestPageText::screenshotOnly()
     CaptureSession session = CaptureSession::create(noon);
     session.addScreenshot("AB", noon, noon);
     session.addScreenshot("CD", noon, noon);
-    const QByteArray css = joined({pagestyle::base, "\n\n:root{--pill-alpha:0;--code-alpha:0.15}\n",
-                                   pagestyle::screenshotOnly, pagestyle::details});
+    const QByteArray css =
+        joined({pagestyle::base, "\n\n:root{--pill-alpha:0;--code-alpha:0.15}\n",
+                pagestyle::screenshotOnly, pagestyle::details, pagestyle::blocks});
     const QByteArray expected = joined(
         {head(css), "<style>", css,
          "</style></head><body class=\"light\"><div id=\"ct\">"
@@ -393,7 +394,7 @@ void TestPageText::thread()
     // At equal times the note comes first.
     const QByteArray css =
         joined({pagestyle::base, pagestyle::thread, "\n\n:root{--pill-alpha:0;--code-alpha:0.15}\n",
-                pagestyle::details});
+                pagestyle::details, pagestyle::blocks});
     const QByteArray expected = joined(
         {head(css), resources(pageaddress::lightCodeStyle), "<style>", css,
          "</style></head><body class=\"light\"><div id=\"ct\">",

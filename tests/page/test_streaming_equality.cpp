@@ -312,6 +312,9 @@ void TestStreamingEquality::slotEqualsWholeRender_data()
     }
     row("formulas", "a $x$ and $y_1 + *z*$, $5 and $7\n\n$$\na\n- b\n= c\n$$\n\nd \\(e\\) f\n\n"
                     "\\[\ng\n\\]\nh\n\n$$i\n\nj$$\n\n- $k$\n- $$\n  l\n  $$\n\nm $n\n\no$\n\np\n");
+    row("footnotes", "a[^1] b[^note], [^x](y)\n\n[^1]: http://a.example\n[^note]: see *c* d\ne\n\n"
+                     "f\n[^2]: g\n\n[^1]\n\nh [^unfinished\n");
+    row("task list", "- [ ] a\n- [x] b\n\n  c\n- d\n\ne\n");
     row("formula or another block",
         "a\n$$\n# b\n$$\n\nc\n\n$$\nd\n---\n$$\n\n$$\n```\ne\n```\n$$\n\nf\n\ng\n");
     QTest::newRow("long paragraph with formulas")

@@ -64,7 +64,7 @@ const isClosedFence = token => {
 };
 
 /// Whether a block is final at the end of its last line, whatever follows.
-const endsWithItsLine = token => token.type === 'hr' || isClosedFence(token) ||
+const endsWithItsLine = token => token.type === 'hr' || token.type === 'footnote' || isClosedFence(token) ||
     (token.type === 'heading' && /^ {0,3}#/.test(token.raw));
 
 const endsAtBlankLine = new Set(['blockquote', 'formula', 'heading', 'paragraph', 'table']);

@@ -18,6 +18,10 @@ purify.addHook('afterSanitizeAttributes', node => {
             node.remove();
         else
             node.setAttribute('disabled', '');
+        // The box takes the place of the item's bullet.
+        const item = node.parentNode?.closest('li');
+        if (item)
+            item.style.listStyle = 'none';
     }
 });
 // Set once: options passed to each call would be parsed each time.
