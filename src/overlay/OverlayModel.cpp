@@ -116,6 +116,22 @@ void OverlayModel::showStopped()
     Q_EMIT secondsChanged();
 }
 
+void OverlayModel::setEndVisible(bool isVisible)
+{
+    // After the answer it stays on offer until the reader has seen the end.
+    const bool isOffered = !isVisible && (m_isLatestOffered || m_activity == Activity::Streaming);
+    if (isOffered == m_isLatestOffered)
+        return;
+    m_isLatestOffered = isOffered;
+    Q_EMIT isLatestOfferedChanged();
+}
+
+void OverlayModel::showLatest()
+{
+    if (m_isLatestOffered)
+        Q_EMIT latestRequested();
+}
+
 void OverlayModel::setSendingBlocked(bool isBlocked)
 {
     if (isBlocked == m_isBlocked)

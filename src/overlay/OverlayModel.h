@@ -38,6 +38,7 @@ class OverlayModel : public QObject
     Q_PROPERTY(QString statusText READ statusText NOTIFY stripChanged)
     Q_PROPERTY(QString secondsText READ secondsText NOTIFY secondsChanged)
     Q_PROPERTY(bool canStop READ canStop NOTIFY stripChanged)
+    Q_PROPERTY(bool isLatestOffered READ isLatestOffered NOTIFY isLatestOfferedChanged)
     Q_PROPERTY(QString notice READ notice NOTIFY noticeChanged)
     Q_PROPERTY(QString stopShortcut READ stopShortcut NOTIFY stripChanged)
     Q_PROPERTY(bool isThreadCovered READ isThreadCovered NOTIFY stripChanged)
@@ -108,6 +109,11 @@ public:
     QString secondsText() const;
     /// Whether there is an activity that Stop can cancel.
     bool canStop() const { return m_activity != Activity::Idle; }
+    /// Whether the reader has scrolled away from the end of an answer that grows, or that has ended
+    /// since.
+    bool isLatestOffered() const { return m_isLatestOffered; }
+    /// @param isVisible whether the end of the page is visible
+    void setEndVisible(bool isVisible);
     /// The notice currently shown; empty if none.
     QString notice() const { return m_notice; }
     /// Shows @p text, usually why a user action failed, instead of the title for noticeMs. Does not
@@ -158,6 +164,8 @@ public:
     Q_INVOKABLE void retrySaving();
     /// No effect unless isThreadCovered().
     Q_INVOKABLE void backToThread();
+    /// Scrolls to the end of the answer. No effect unless isLatestOffered().
+    Q_INVOKABLE void showLatest();
     Q_INVOKABLE void clickUsage() { Q_EMIT usageClicked(); }
 
 Q_SIGNALS:
@@ -171,12 +179,14 @@ Q_SIGNALS:
     void retrySavingRequested();
     void backToThreadRequested();
     void usageClicked();
+    void latestRequested();
 
     void currentAlphaChanged();
     void appliedThemeChanged();
     void isCompositingChanged();
     void stripChanged();
     void secondsChanged();
+    void isLatestOfferedChanged();
     void noticeChanged();
     void usageChanged();
     void isMenuOpenChanged();
@@ -206,6 +216,7 @@ private:
     qint64 m_startedAt = 0;
     qint64 m_seconds = 0;
     bool m_isStoppedShown = false;
+    bool m_isLatestOffered = false;
     bool m_isBlocked = false;
     bool m_isThreadCovered = false;
     bool m_hasAnswer = false;

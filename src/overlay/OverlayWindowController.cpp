@@ -188,6 +188,10 @@ void OverlayWindowController::wireOverlay()
             &ResponseDisplay::scrollToFraction);
     connect(&m_display, &ResponseDisplay::scrollPositionChanged, &m_scrollbar,
             &ResponseScrollbarModel::setPosition);
+    connect(&m_display, &ResponseDisplay::endVisibilityChanged, &m_overlay,
+            &OverlayModel::setEndVisible);
+    connect(&m_overlay, &OverlayModel::latestRequested, &m_display,
+            [this] { m_display.scrollToFraction(1); });
     // Pause page updates during a drag, so that the page does not jump under the pointer.
     connect(&m_scrollbar, &ResponseScrollbarModel::draggingChanged, this,
             [this] { m_collaborators.surface->setHeld(m_scrollbar.isDragging()); });

@@ -31,7 +31,7 @@ FocusScope {
 
     /// The first focusable control, or null.
     function firstControl() {
-        return notSaved.visible ? notSaved : usage.visible ? usage : back.visible ? back : stop.visible ? stop : copy.visible ? copy : null
+        return notSaved.visible ? notSaved : usage.visible ? usage : back.visible ? back : latest.visible ? latest : stop.visible ? stop : copy.visible ? copy : null
     }
 
     implicitHeight: overlay.stripHeight
@@ -135,7 +135,7 @@ FocusScope {
 
     Row {
         id: right
-        readonly property real edge: stop.visible || copy.visible
+        readonly property real edge: stop.visible || copy.visible || latest.visible && !strip.hasStatus
                                      || (usage.visible || back.visible) && !strip.hasStatus
                                      ? 6 : 14
         x: strip.width - width - edge
@@ -215,6 +215,19 @@ FocusScope {
                 color: Tokens.frame.dimText
                 Accessible.ignored: true
             }
+        }
+        Button {
+            id: latest
+            objectName: "latest"
+            visible: strip.overlay.isLatestOffered
+            text: strip.compact ? "" : qsTr("Latest")
+            iconName: "arrow-down"
+            leftPadding: strip.compact ? 0 : 6
+            rightPadding: strip.compact ? 0 : 10
+            tooltip: qsTr("Latest")
+            onClicked: strip.overlay.showLatest()
+            Accessible.name: qsTr("Latest")
+            Accessible.description: qsTr("Shows the end of the answer")
         }
         Button {
             id: stop

@@ -22,6 +22,8 @@ namespace quellora {
 
 namespace {
 
+/// The end of a page counts as visible within this distance, in pixels.
+constexpr double endMargin = 4;
 constexpr QLatin1StringView triggerLine("[OverlayWindowController] Triggering WebView load");
 constexpr QLatin1StringView
     triggerShellLine("[OverlayWindowController] Triggering streaming shell WebView load");
@@ -364,6 +366,7 @@ void ResponseDisplay::onScrollPosition(const QVariant &body)
     const double fraction = std::clamp(extent >= 1 ? *top / extent : *top, 0.0, 1.0);
     const double thumbRatio = std::clamp(*visible / std::max(*height, 1.0), 0.0, 1.0);
     Q_EMIT scrollPositionChanged(*visible < *height, thumbRatio, fraction);
+    Q_EMIT endVisibilityChanged(extent - *top <= endMargin);
 }
 
 void ResponseDisplay::onOpenScreenshot(const QVariant &body)

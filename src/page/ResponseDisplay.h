@@ -118,9 +118,11 @@ public:
 Q_SIGNALS:
     /// content() has changed.
     void contentChanged();
-    /// The page scrolled or was resized. @p enabled: the content overflows; @p thumbRatio: visible
-    /// part of the content; @p fraction: position, 0 at the top, 1 at the bottom.
+    /// The page scrolled, grew or was resized. @p enabled: the content overflows; @p thumbRatio:
+    /// visible part of the content; @p fraction: position, 0 at the top, 1 at the bottom.
     void scrollPositionChanged(bool enabled, double thumbRatio, double fraction);
+    /// Emitted with every scrollPositionChanged(): whether the end of the content is visible.
+    void endVisibilityChanged(bool isEndVisible);
     /// A picture that the user wants to open could not be written.
     void previewFailed();
     /// The user asked to delete a note. The id is well-formed but need not exist.

@@ -209,6 +209,22 @@ private Q_SLOTS:
         QVERIFY(!f().find("backToThread")->isVisible());
     }
 
+    void latestButton()
+    {
+        show();
+        f().overlay.setTitle(QStringLiteral("A thread"));
+        f().overlay.setActivity(OverlayModel::Activity::Streaming);
+        QVERIFY(!f().find("latest")->isVisible());
+        f().overlay.setEndVisible(false);
+        QVERIFY(f().find("latest")->isVisible());
+        QVERIFY(f().find("stop")->isVisible());
+        QSignalSpy requested(&f().overlay, &OverlayModel::latestRequested);
+        click("latest");
+        QCOMPARE(requested.size(), 1);
+        f().overlay.setEndVisible(true);
+        QVERIFY(!f().find("latest")->isVisible());
+    }
+
     void saveStateIndicator()
     {
         using SaveState = OverlayModel::SaveState;
@@ -248,6 +264,8 @@ private Q_SLOTS:
         f().overlay.setActivity(OverlayModel::Activity::Waiting);
         f().overlay.setSaveState(OverlayModel::SaveState::Failed, QStringLiteral("no"));
         f().overlay.setThreadCovered(true);
+        f().overlay.setActivity(OverlayModel::Activity::Streaming);
+        f().overlay.setEndVisible(false);
         show();
         centre("stop");
         QVERIFY(!f().find("notSavedWords")->isVisible());
@@ -258,6 +276,8 @@ private Q_SLOTS:
         QVERIFY(scene("notSaved").right() <= scene("usageBadge").left());
         QVERIFY(scene("usageBadge").right() <= scene("backToThread").left());
         QVERIFY(scene("backToThread").right() <= scene("status").left());
+        QVERIFY(scene("status").right() <= scene("latest").left());
+        QVERIFY(scene("latest").right() <= scene("stop").left());
         QVERIFY(scene("stop").right() <= 314);
     }
 

@@ -200,6 +200,36 @@ private Q_SLOTS:
         QCOMPARE(back.size(), 1);
     }
 
+    void latestIsOfferedAwayFromTheEndOfAnAnswer()
+    {
+        QSignalSpy changed(m_model.get(), &OverlayModel::isLatestOfferedChanged);
+        QSignalSpy requested(m_model.get(), &OverlayModel::latestRequested);
+        // An earlier answer is read anywhere.
+        m_model->setEndVisible(false);
+        m_model->setActivity(OverlayModel::Activity::Waiting);
+        m_model->setEndVisible(false);
+        m_model->showLatest();
+        QCOMPARE(changed.size() + requested.size(), 0);
+        m_model->setActivity(OverlayModel::Activity::Streaming);
+        m_model->setEndVisible(true);
+        QVERIFY(!m_model->isLatestOffered());
+        m_model->setEndVisible(false);
+        m_model->setEndVisible(false);
+        QVERIFY(m_model->isLatestOffered());
+        QCOMPARE(changed.size(), 1);
+        // Also after its end, until the end has been seen.
+        m_model->setActivity(OverlayModel::Activity::Idle);
+        m_model->setEndVisible(false);
+        QVERIFY(m_model->isLatestOffered());
+        m_model->showLatest();
+        QCOMPARE(requested.size(), 1);
+        m_model->setEndVisible(true);
+        QVERIFY(!m_model->isLatestOffered());
+        m_model->setEndVisible(false);
+        QVERIFY(!m_model->isLatestOffered());
+        QCOMPARE(changed.size(), 2);
+    }
+
     void retryNeedsFailedSave()
     {
         using SaveState = OverlayModel::SaveState;

@@ -19,6 +19,25 @@
         answers.show(document.getElementById('ct'), data.raw);
     }
 
+    // ---- keys: without a focused element, the engine would scroll the root instead of the body -----
+
+    const scrollKeys = {
+        ArrowUp: () => -40,
+        ArrowDown: () => 40,
+        PageUp: () => -0.875 * document.body.clientHeight,
+        PageDown: () => 0.875 * document.body.clientHeight,
+        Home: () => -document.body.scrollHeight,
+        End: () => document.body.scrollHeight,
+    };
+    document.addEventListener('keydown', event => {
+        const distance = scrollKeys[event.key];
+        if (!distance || event.target !== document.body || event.defaultPrevented ||
+            event.ctrlKey || event.altKey || event.metaKey || event.shiftKey)
+            return;
+        event.preventDefault();
+        document.body.scrollBy(0, distance());
+    });
+
     if (!('responses' in data))
         return;
 

@@ -478,9 +478,29 @@ const show = (element, markdown) => {
 let growing = null;
 let isFinished = false;
 
+// ---- following the end: until the reader scrolls away from it, and again once they are back ----------
+
+/// The end counts as reached within this distance, in pixels: positions are rounded.
+const endMargin = 4;
+let isFollowing = true;
+/// Position that scrollToEnd() has set last. Its event comes later, when the text may have grown again.
+let endPosition = null;
+
 const scrollToEnd = () => {
+    if (!isFollowing)
+        return;
     document.body.scrollTop = document.body.scrollHeight;
+    endPosition = document.body.scrollTop;
 };
+
+// Captured, because the event of the body's own scrolling does not bubble and there is no body yet.
+document.addEventListener('scroll', ({ target }) => {
+    const { body } = document;
+    if (target !== body || body.scrollTop === endPosition)
+        return;
+    endPosition = null;
+    isFollowing = body.scrollHeight - body.clientHeight - body.scrollTop <= endMargin;
+}, { capture: true, passive: true });
 
 Object.defineProperty(globalThis, 'answers', {
     value: Object.freeze({
