@@ -4,15 +4,21 @@
 
 #include <QStringList>
 
+#include <mutex>
+
 namespace quellora {
 
-/// Captures all log messages during its lifetime. At most one instance at a time; main thread only.
+/// Captures all log messages during its lifetime, from any thread. At most one instance at a time;
+/// use it on the main thread, and read the lines of work in other threads once that is done.
 class LogCapture
 {
 public:
     LogCapture()
     {
-        Log::setSinkForTesting([this](const QString &message) { lines.append(message); });
+        Log::setSinkForTesting([this](const QString &message) {
+            const std::scoped_lock lock(m_mutex);
+            lines.append(message);
+        });
     }
     ~LogCapture() { Log::setSinkForTesting({}); }
     LogCapture(const LogCapture &) = delete;
@@ -22,6 +28,9 @@ public:
     void clear() { lines.clear(); }
 
     QStringList lines;
+
+private:
+    std::mutex m_mutex;
 };
 
 } // namespace quellora

@@ -26,6 +26,7 @@ FORMULAE = {
 }
 # Part of the system, optional, or searched for on Linux or on Debian only.
 ELSEWHERE = {"Threads", "OpenMP", "Python3", "iconutil", "png2icns", "macdeployqt", "python3", "xcb",
+             "wayland-client", "wayland-scanner", "xkbcommon",
              "gzip"}
 LINUX_ONLY = ("tools/", "tests/tools/", "tests/e2e/", "tests/platform/", "src/platform/", "build/")
 
