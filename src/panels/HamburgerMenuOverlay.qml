@@ -31,7 +31,7 @@ FocusScope {
         const at = all.findIndex(row => row.activeFocus)
         const next = at < 0 ? 0 : (at + step + all.length) % all.length
         all[next].forceActiveFocus(Qt.TabFocusReason)
-        scroller.reveal(all[next])
+        scroller.revealFocused()
     }
     function isInPassage(point) {
         return point.x >= passage.left && point.x < passage.right
@@ -115,7 +115,7 @@ FocusScope {
                 return
             const row = all[event.key === Qt.Key_Home ? 0 : all.length - 1]
             row.forceActiveFocus(Qt.TabFocusReason)
-            scroller.reveal(row)
+            scroller.revealFocused()
             event.accepted = true
         }
 
@@ -133,9 +133,13 @@ FocusScope {
             objectName: "menuScroller"
             readonly property bool overflows: contentHeight > height + 0.5
 
-            function reveal(item) {
-                contentY = Math.max(item.y + item.height - height, Math.min(contentY, item.y))
+            function revealFocused() {
+                const row = host.rows().find(row => row.activeFocus)
+                if (row)
+                    contentY = Math.max(row.y + row.height - height, Math.min(contentY, row.y))
             }
+
+            onHeightChanged: revealFocused()
 
             x: 6
             y: 6
@@ -150,6 +154,8 @@ FocusScope {
             Column {
                 id: column
                 width: parent.width
+                // Rows get their places after a change of the text size or the window.
+                onPositioningComplete: scroller.revealFocused()
 
                 HamburgerMenuRow {
                     id: history

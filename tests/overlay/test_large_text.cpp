@@ -314,10 +314,10 @@ void TestLargeText::menuScrollsToTheFocusedRow()
     QVERIFY(!isShown("menuSignOut"));
     QTest::keyClick(&f.panel, Qt::Key_End);
     QVERIFY(f.find("menuSignOut")->hasActiveFocus());
-    QVERIFY(isShown("menuSignOut"));
+    QTRY_VERIFY(isShown("menuSignOut"));
     QTest::keyClick(&f.panel, Qt::Key_Down);
     QVERIFY(f.find("menuHistory")->hasActiveFocus());
-    QVERIFY(isShown("menuHistory"));
+    QTRY_VERIFY(isShown("menuHistory"));
 }
 
 void TestLargeText::tooltipStaysInTheWindow()
