@@ -77,9 +77,9 @@ set(QUELLORA_DEBIAN_QML_MODULES
     qml6-module-qtwebchannel
     qml6-module-qtwebengine)
 # Plugins and programs: Qt's plugins for SVG images and for Wayland, the page engine's processes and
-# resources, xdg-open, the key names of the keyboard layouts.
+# resources, xdg-open, the key names of the keyboard layouts, the message bus of the capture tool.
 set(QUELLORA_DEBIAN_PARTS
-    hicolor-icon-theme libqt6svg6 libqt6webengine6-data libqt6webenginecore6-bin qt6-wayland
+    hicolor-icon-theme libsystemd0 libqt6svg6 libqt6webengine6-data libqt6webenginecore6-bin qt6-wayland
     xdg-utils xkb-data)
 
 list(JOIN QUELLORA_DEBIAN_QML_MODULES ", " qml_modules)

@@ -205,6 +205,14 @@ class LinuxFilesTest(unittest.TestCase):
                            (LINUX / "Debian.cmake").read_text(), re.S).group(1).split()
         self.assertEqual(set(listed), set.union(*MODULES.values()))
 
+    def test_the_packages_depend_on_libraries_loaded_by_name(self):
+        loaded = {name + version for folder in ("src", "tools")
+                  for path in (ROOT / folder).rglob("*.cpp")
+                  for name, version in re.findall(r'"(lib[a-z0-9-]+)\.so\.(\d+)"',
+                                                  path.read_text())}
+        self.assertTrue(loaded)
+        self.assertLessEqual(loaded, set((LINUX / "Debian.cmake").read_text().split()))
+
     @needs("systemd-analyze", "systemd")
     def test_the_unit_is_valid_and_confined(self):
         with tempfile.TemporaryDirectory() as folder:

@@ -53,7 +53,9 @@ property _QUELLORA_CAPTURE_EXCLUDE are left out: what lies beneath them is in th
   --help     show this text
   --version  show the version
 
-In a Wayland session the running Quellora takes the picture, always with the cursor; it must run.
+In a Wayland session the running Quellora takes the picture, always with the cursor. While it does
+not run, the desktop's Screenshot portal takes it: all screens, with the cursor or without, as the
+desktop decides. The desktop may ask for permission first; it has 60 seconds for everything.
 
 PATH is replaced in one step when the picture is complete; it gets mode 0600. On failure one
 line goes to standard error and PATH is left as it was. Exit status:
@@ -69,6 +71,14 @@ line goes to standard error and PATH is left as it was. Exit status:
   8   the picture would be too large for the file format
   9   PATH cannot be written
   10  no space left for the file
+
+And for a picture from the desktop's Screenshot portal:
+
+  11  no session bus
+  12  no Screenshot portal
+  13  the desktop or its user does not permit the picture
+  14  the portal failed, or the file that it names cannot be used
+  15  the portal's file is not a PNG picture
 )";
 }
 

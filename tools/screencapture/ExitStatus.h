@@ -17,6 +17,11 @@ enum class ExitStatus : int {
     ImageTooLarge = 8,
     PathUnwritable = 9,
     DiskFull = 10,
+    NoSessionBus = 11,
+    NoPortal = 12,
+    Refused = 13,
+    PortalFailed = 14,
+    NotPng = 15,
 };
 
 /// Why the tool could not do its work: the exit status and one line for standard error.

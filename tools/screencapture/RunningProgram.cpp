@@ -127,13 +127,13 @@ std::string runningProgramSocket(const std::string &session)
                           : folder + "/quellora-" + sha256(session).substr(0, 16) + ".socket";
 }
 
-tl::expected<void, Failure>
+std::optional<tl::expected<void, Failure>>
 pictureFromProgram(const std::string &socketPath, bool allScreens,
                    const std::function<tl::expected<void, Failure>(const Canvas &)> &done)
 {
     const Socket socket(socketPath);
     if (!socket.isConnected())
-        return unreadable("Quellora does not run; in a Wayland session it takes the pictures");
+        return std::nullopt;
     socket.limit(answerSeconds);
     if (!socket.send(allScreens ? "picture-all\n" : "picture\n"))
         return unreadable("the running program does not answer");

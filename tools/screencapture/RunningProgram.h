@@ -11,8 +11,8 @@
 
 namespace quellora::screencapture {
 
-/// Pictures in a Wayland session, which only the running program can take: it alone can leave its
-/// panel out. It is asked over the socket on which it hears of further starts.
+/// Pictures in a Wayland session while the program runs: it alone can leave its panel out. It is
+/// asked over the socket on which it hears of further starts.
 
 /// The name that the running program gives this session: that of the compositor's socket, relative
 /// to the user's runtime folder. Nothing if no compositor listens.
@@ -22,9 +22,9 @@ std::optional<std::string> waylandSession();
 std::string runningProgramSocket(const std::string &session);
 
 /// Asks the program that listens at @p socketPath for a picture and passes it to @p done.
-/// @return ScreenUnreadable if no program listens, it refuses, or its answer is damaged; otherwise
-/// what @p done returns
-tl::expected<void, Failure>
+/// @return nothing if no program listens; ScreenUnreadable if it refuses or its answer is damaged;
+/// otherwise what @p done returns
+std::optional<tl::expected<void, Failure>>
 pictureFromProgram(const std::string &socketPath, bool allScreens,
                    const std::function<tl::expected<void, Failure>(const Canvas &)> &done);
 

@@ -1,9 +1,12 @@
 #include "AtomicFile.h"
 #include "CommandLine.h"
 #include "PngWriter.h"
+#include "PortalFile.h"
 #include "RunningProgram.h"
 #include "ScreenCapture.h"
+#include "ScreenshotPortal.h"
 
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -28,6 +31,27 @@ int print(std::string_view text)
     return static_cast<int>(ExitStatus::Success);
 }
 
+/// The desktop may ask the user for permission.
+constexpr std::chrono::seconds portalLimit{60};
+
+tl::expected<void, Failure> copyFromPortal(const std::string &path)
+{
+    const auto answer = askScreenshotPortal(portalLimit);
+    if (!answer)
+        return tl::unexpected(answer.error());
+    const auto picture = PortalFile::take(answer->uri, answer->request);
+    if (!picture)
+        return tl::unexpected(picture.error());
+    if (auto checked = picture->checkPng(); !checked)
+        return checked;
+    auto file = AtomicFile::create(path);
+    if (!file)
+        return tl::unexpected(file.error());
+    return picture->copy([&](auto bytes) { return file->write(bytes); }).and_then([&] {
+        return file->commit();
+    });
+}
+
 tl::expected<void, Failure> captureTo(const Options &options)
 {
     // Creates the file last, so that a run killed while it waits for the display leaves none.
@@ -40,8 +64,11 @@ tl::expected<void, Failure> captureTo(const Options &options)
         });
     };
     // Its X server would show the windows of X programs only.
-    if (const auto session = waylandSession())
-        return pictureFromProgram(runningProgramSocket(*session), options.allScreens, write);
+    if (const auto session = waylandSession()) {
+        const auto done =
+            pictureFromProgram(runningProgramSocket(*session), options.allScreens, write);
+        return done ? *done : copyFromPortal(options.path);
+    }
     return captureScreen(options.includeCursor, options.allScreens, write);
 }
 
