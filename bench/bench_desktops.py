@@ -6,6 +6,7 @@ each value with its goal; a missed goal is not a failure.
 """
 
 import argparse
+import collections
 import datetime
 import os
 import pathlib
@@ -33,6 +34,7 @@ RUNS = 15
 
 CAPTURED = re.compile(r"^\[ScreenshotCapture\] Captured ")
 GONE = re.compile(r"^\[ScreenSource\] .*panel was gone for (.*)$")
+FRAMES = re.compile(r"^(\d+) frames? \((\d+) ms")
 
 
 def log_time(line):
@@ -45,6 +47,19 @@ def show(what, values, goal=None):
     """Prints the median and the largest value."""
     print(f"    {what:<58} {statistics.median(values):6.0f} ms, at most {max(values):.0f}"
           + (f"; goal {goal}" if goal else ""), flush=True)
+
+
+def show_gone(spans):
+    """Prints how often the panel was gone for how many frames, or what the log says instead."""
+    known = [FRAMES.match(span) for span in spans]
+    if not all(known):
+        print(f"    the panel was gone for: {', '.join(sorted(set(spans)))}", flush=True)
+        return
+    counts = collections.Counter(int(match[1]) for match in known)
+    often = ", ".join(f"{frames} in {count} of {len(spans)}" for frames, count
+                      in sorted(counts.items()))
+    show("the panel was gone (log)", [int(match[2]) for match in known])
+    print(f"    {'frames without the panel':<58} {often}; goal 1", flush=True)
 
 
 class Run:
@@ -94,6 +109,8 @@ class Run:
         first = self.app.wait_for_line(re.compile(r"^\[AppDelegate\] Command: capture$"),
                                        since=mark)
         last = self.app.wait_for_line(CAPTURED, since=mark)
+        if self.kind in ("sway", "kwin"):
+            self.app.wait_for_line(GONE, since=mark)
         gone = [GONE.match(line)[1] for line in self.app.lines_since(mark) if GONE.match(line)]
         ready = log_time(self.app.raw_lines[last]) - log_time(self.app.raw_lines[first])
         return arrived, ready, gone[0] if gone else "not logged"
@@ -112,8 +129,7 @@ def measure(kind, size, goal):
     trigger = "key press" if kind == "sway" else "start of `quellora capture`"
     show(f"{trigger} to request at the server", [value[0] for value in values])
     show("command received to request ready (log)", [value[1] for value in values], goal)
-    spans = [value[2] for value in values]
-    print(f"    the panel was gone for: {', '.join(sorted(set(spans)))}", flush=True)
+    show_gone([value[2] for value in values])
 
 
 def main():

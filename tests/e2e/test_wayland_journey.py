@@ -3,13 +3,16 @@
 `scripts/test-desktops` runs it on KWin, GNOME and X11 as well.
 """
 
+import re
 import threading
 import unittest
 
-from desktop_case import DesktopCase
+from desktop_case import KIND, DesktopCase
 from harness import HostileServer, chunk_event, done_event, wait_until
 from harness.messages import STREAM_COMPLETE
 from harness.server import QUERY
+
+GONE_FOR_FRAMES = re.compile(r"^\[ScreenSource\] The panel was gone for \d+ frames? \(\d+ ms")
 
 
 class JourneyTest(DesktopCase):
@@ -28,9 +31,12 @@ class JourneyTest(DesktopCase):
         other.wait_for("key k", since=mark)
         before = self.desktop.screenshot()
 
+        logged = app.mark()
         self.trigger_capture(app)
         self.assert_shows_only_other(self.captured(server))
         self.assertTrue(self.is_panel_shown(app), "the panel did not come back")
+        if KIND == "sway":
+            app.wait_for_line(GONE_FOR_FRAMES, since=logged)
 
         # The first part is on the screen while the answer still runs.
         app.access.wait_for_page_text("First part.")

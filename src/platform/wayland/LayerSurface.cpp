@@ -149,7 +149,7 @@ bool LayerSurface::cover()
     wp_viewport_set_source(m_viewport.get(), 0, 0, fixed(1), fixed(1));
     wp_viewport_set_destination(m_viewport.get(), m_frame.width(), m_frame.height());
     damageAll();
-    commit();
+    wl_surface_commit(m_surface);
     return true;
 }
 

@@ -56,9 +56,11 @@ public:
 
     /// Makes the surface invisible, without changing its contents, its input region or the focus:
     /// the compositor shows nothing but its top left pixel, which is transparent. Applied in order
-    /// with the requests that follow on the same connection.
+    /// with the requests that follow on the same connection, and not sent before its next flush: a
+    /// frame between the two would show neither the surface nor what is requested next.
     /// @return whether it is covered
     bool cover();
+    /// Sent at once.
     void uncover();
 
 Q_SIGNALS:

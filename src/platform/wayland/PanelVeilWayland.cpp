@@ -3,9 +3,12 @@
 #include "base/Log.h"
 #include "platform/wayland/PanelWindowWayland.h"
 
-#include <presentation-time-client.h>
+#include <QScreen>
+
 #include <wayland-client.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <utility>
 
@@ -13,8 +16,10 @@ namespace quellora {
 
 namespace {
 
-/// Compositors do not report every commit.
-constexpr int presentationLimitMs = 250;
+using namespace std::chrono_literals;
+
+/// No frame is drawn while the screen is off or after the panel has been hidden.
+constexpr auto frameLimit = 500ms;
 
 } // namespace
 
@@ -27,55 +32,27 @@ struct PanelVeilWayland::Listeners
         if (const auto done = std::exchange(veil.m_done, nullptr))
             done();
     }
-    static void syncOutput(void *, struct wp_presentation_feedback *, wl_output *) {}
-    static void presented(void *data, struct wp_presentation_feedback *, uint32_t secondsHigh,
-                          uint32_t secondsLow, uint32_t nanoseconds, uint32_t refresh, uint32_t,
-                          uint32_t, uint32_t)
+    static void frameDone(void *data, wl_callback *, uint32_t milliseconds)
     {
-        auto &presentation = *static_cast<Presentation *>(data);
-        const qint64 seconds = (qint64{secondsHigh} << 32) | secondsLow;
-        presentation.time = seconds * 1'000'000'000 + nanoseconds;
-        presentation.refresh = refresh;
-        presentation.drop();
-        presentation.veil->presented();
-    }
-    static void discarded(void *data, struct wp_presentation_feedback *)
-    {
-        auto &presentation = *static_cast<Presentation *>(data);
-        presentation.drop();
-        presentation.veil->presented();
+        auto &frame = *static_cast<Frame *>(data);
+        frame.callback.reset();
+        frame.time = milliseconds;
+        frame.veil->report();
     }
 
     static constexpr wl_callback_listener sync{&syncDone};
-    static constexpr wp_presentation_feedback_listener feedback{&syncOutput, &presented,
-                                                                &discarded};
+    static constexpr wl_callback_listener frame{&frameDone};
 };
-
-void PanelVeilWayland::CallbackDeleter::operator()(wl_callback *callback) const
-{
-    wl_callback_destroy(callback);
-}
-
-void PanelVeilWayland::Presentation::drop()
-{
-    isOver = true;
-    if (auto *old = std::exchange(feedback, nullptr))
-        wp_presentation_feedback_destroy(old);
-}
 
 PanelVeilWayland::PanelVeilWayland(const WaylandConnection &connection, PanelWindowWayland &panels,
                                    QObject *parent)
     : PanelVeil(parent), m_connection(connection), m_panels(panels)
 {
-    m_presentationLimit.setSingleShot(true);
-    m_presentationLimit.setInterval(presentationLimitMs);
-    connect(&m_presentationLimit, &QTimer::timeout, this, [this] {
-        m_without.drop();
-        m_with.drop();
-        presented();
-    });
     m_without.veil = this;
     m_with.veil = this;
+    m_frameLimit.setSingleShot(true);
+    m_frameLimit.setInterval(frameLimit);
+    connect(&m_frameLimit, &QTimer::timeout, this, &PanelVeilWayland::reportNow);
 }
 
 PanelVeilWayland::~PanelVeilWayland() = default;
@@ -87,13 +64,17 @@ bool PanelVeilWayland::isNeeded() const
 
 void PanelVeilWayland::cover(std::function<void()> done)
 {
+    reportNow();
     m_done = std::move(done);
     watch(m_without);
-    m_panels.cover();
+    m_isCovered = m_panels.cover();
     // The compositor answers when it has taken over the commit: its next picture shows it.
     m_sync.reset(wl_display_sync(m_connection.display()));
     wl_callback_add_listener(m_sync.get(), &Listeners::sync, this);
-    m_connection.flush();
+    // Later, so that the commit goes out together with what the caller requests now: the panel is
+    // gone in one frame less.
+    QMetaObject::invokeMethod(
+        this, [this] { m_connection.flush(); }, Qt::QueuedConnection);
 }
 
 void PanelVeilWayland::uncover()
@@ -105,42 +86,59 @@ void PanelVeilWayland::uncover()
     m_connection.flush();
 }
 
-void PanelVeilWayland::watch(Presentation &presentation)
+void PanelVeilWayland::watch(Frame &frame)
 {
-    presentation.drop();
-    presentation.time.reset();
+    frame.callback.reset();
+    frame.time.reset();
     wl_surface *surface = m_panels.panelSurface();
-    if (!m_connection.presentation() || !surface)
+    const QScreen *screen = m_panels.screenWithPanel();
+    if (!surface || !screen)
         return;
-    presentation.isOver = false;
-    presentation.feedback = wp_presentation_feedback(m_connection.presentation(), surface);
-    wp_presentation_feedback_add_listener(presentation.feedback, &Listeners::feedback,
-                                          &presentation);
+    m_framesPerSecond = screen->refreshRate();
+    frame.callback.reset(wl_surface_frame(surface));
+    wl_callback_add_listener(frame.callback.get(), &Listeners::frame, &frame);
 }
 
 void PanelVeilWayland::logDuration(qint64 milliseconds)
 {
+    if (!m_isCovered) {
+        Log::event(QStringLiteral("[ScreenSource] WARNING: The panel is in the picture: the "
+                                  "compositor cannot cover it"));
+        return;
+    }
     m_unlogged = milliseconds;
-    m_presentationLimit.start();
-    presented();
+    m_frameLimit.start();
+    report();
 }
 
-void PanelVeilWayland::presented()
+void PanelVeilWayland::report()
 {
-    if (!m_unlogged || !m_without.isOver || !m_with.isOver)
+    // The later one tells that the other one will not be drawn any more.
+    if (!m_with.callback)
+        reportNow();
+}
+
+void PanelVeilWayland::reportNow()
+{
+    const std::optional<qint64> measured = std::exchange(m_unlogged, std::nullopt);
+    if (!measured)
         return;
-    const qint64 milliseconds = *std::exchange(m_unlogged, std::nullopt);
-    m_presentationLimit.stop();
-    // A commit that was replaced before it was shown has no time: the panel was gone for no frame,
-    // or the compositor does not tell.
-    if (!m_without.time || !m_with.time || m_with.refresh <= 0)
-        return PanelVeil::logDuration(milliseconds);
-    const qint64 gone = *m_with.time - *m_without.time;
-    Log::event(
-        QStringLiteral("[ScreenSource] The panel was gone for %1 ms (%2 frames of %3 ms)")
-            .arg(static_cast<double>(gone) / 1e6, 0, 'f', 1)
-            .arg(std::lround(static_cast<double>(gone) / static_cast<double>(m_with.refresh)))
-            .arg(static_cast<double>(m_with.refresh) / 1e6, 0, 'f', 1));
+    m_frameLimit.stop();
+    if (!m_without.time || !m_with.time || m_framesPerSecond <= 0) {
+        Log::event(QStringLiteral("[ScreenSource] The panel was gone for about %1 ms (the "
+                                  "compositor does not tell for how many frames)")
+                       .arg(*measured));
+        return;
+    }
+    // The clock may pass its largest value in between.
+    const auto gone = std::max(static_cast<qint32>(*m_with.time - *m_without.time), 0);
+    // Two frames may be drawn within one cycle of the screen, but not at the same time.
+    const long frames = std::max(std::lround(gone * m_framesPerSecond / 1000), gone > 0 ? 1L : 0L);
+    Log::event(QStringLiteral("[ScreenSource] The panel was gone for %1 %2 (%3 ms at %4 Hz)")
+                   .arg(frames)
+                   .arg(frames == 1 ? QStringLiteral("frame") : QStringLiteral("frames"))
+                   .arg(gone)
+                   .arg(QString::number(m_framesPerSecond, 'g', 4)));
 }
 
 } // namespace quellora

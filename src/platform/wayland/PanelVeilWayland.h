@@ -5,18 +5,15 @@
 
 #include <QTimer>
 
-#include <memory>
 #include <optional>
-
-struct wl_callback;
-struct wp_presentation_feedback;
 
 namespace quellora {
 
 class PanelWindowWayland;
 
-/// Covers the panel's surface with its transparent corner pixel. Where the compositor tells when it
-/// has presented a commit, the log says for how many frames the panel was gone. Main thread only.
+/// Covers the panel's surface with its transparent corner pixel. The log says for how many frames
+/// the panel was gone, from the frames that the compositor reports as drawn: the first one without
+/// and the first one with the panel. Main thread only.
 class PanelVeilWayland : public PanelVeil
 {
     Q_OBJECT
@@ -34,36 +31,33 @@ protected:
 
 private:
     struct Listeners;
-    /// When one commit of the panel was presented.
-    struct Presentation
+    /// The frame that shows one commit of the panel.
+    struct Frame
     {
         PanelVeilWayland *veil = nullptr;
-        wp_presentation_feedback *feedback = nullptr;
-        /// Nanoseconds; unset until it was presented.
-        std::optional<qint64> time;
-        qint64 refresh = 0;
-        bool isOver = true;
-
-        ~Presentation() { drop(); }
-        void drop();
-    };
-    struct CallbackDeleter
-    {
-        void operator()(wl_callback *callback) const;
+        WaylandPtr<wl_callback> callback;
+        /// Milliseconds of the compositor's clock; unset until it was drawn.
+        std::optional<quint32> time;
     };
 
-    /// Asks when the panel's next commit is presented.
-    void watch(Presentation &presentation);
-    void presented();
+    /// Asks for the frame that shows the panel's next commit.
+    void watch(Frame &frame);
+    /// Logs the duration if all that can be known of it is known.
+    void report();
+    /// Logs the duration with what is known of it.
+    void reportNow();
 
     const WaylandConnection &m_connection;
     PanelWindowWayland &m_panels;
-    std::unique_ptr<wl_callback, CallbackDeleter> m_sync;
+    WaylandPtr<wl_callback> m_sync;
     std::function<void()> m_done;
-    Presentation m_without;
-    Presentation m_with;
+    Frame m_without;
+    Frame m_with;
+    bool m_isCovered = false;
+    /// Of the panel's screen.
+    double m_framesPerSecond = 0;
     std::optional<qint64> m_unlogged;
-    QTimer m_presentationLimit;
+    QTimer m_frameLimit;
 };
 
 } // namespace quellora

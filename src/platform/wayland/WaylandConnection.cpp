@@ -5,7 +5,6 @@
 #include <QWindow>
 #include <qpa/qplatformnativeinterface.h>
 
-#include <presentation-time-client.h>
 #include <relative-pointer-unstable-v1-client.h>
 #include <viewporter-client.h>
 #include <wayland-client.h>
@@ -114,8 +113,7 @@ WaylandConnection::WaylandConnection(wl_display *display)
     roundTrip();
     for (void *proxy : std::initializer_list<void *>{
              m_registry.get(), m_compositor.get(), m_shm.get(), m_seat.get(), m_layerShell.get(),
-             m_screencopy.get(), m_viewporter.get(), m_relativePointers.get(),
-             m_presentation.get()}) {
+             m_screencopy.get(), m_viewporter.get(), m_relativePointers.get()}) {
         if (proxy)
             deliver(proxy);
     }
@@ -159,8 +157,6 @@ void WaylandConnection::bind(quint32 name, const QByteArray &interface, quint32 
     } else if (is(zwp_relative_pointer_manager_v1_interface)) {
         bindTo(m_relativePointers, registry, name, zwp_relative_pointer_manager_v1_interface,
                version, 1);
-    } else if (is(wp_presentation_interface)) {
-        bindTo(m_presentation, registry, name, wp_presentation_interface, version, 1);
     } else if (is(wl_output_interface)) {
         Output output;
         output.global = name;

@@ -67,7 +67,6 @@ public:
     zwlr_screencopy_manager_v1 *screencopy() const { return m_screencopy.get(); }
     wp_viewporter *viewporter() const { return m_viewporter.get(); }
     zwp_relative_pointer_manager_v1 *relativePointers() const { return m_relativePointers.get(); }
-    wp_presentation *presentation() const { return m_presentation.get(); }
 
     /// The first seat.
     wl_seat *seat() const { return m_seat.get(); }
@@ -124,7 +123,6 @@ private:
     WaylandPtr<zwlr_screencopy_manager_v1> m_screencopy;
     WaylandPtr<wp_viewporter> m_viewporter;
     WaylandPtr<zwp_relative_pointer_manager_v1> m_relativePointers;
-    WaylandPtr<wp_presentation> m_presentation;
     std::vector<Output> m_outputs;
     bool m_hasKeyboard = false;
 };

@@ -1,6 +1,5 @@
 #include "platform/wayland/WaylandProxy.h"
 
-#include <presentation-time-client.h>
 #include <relative-pointer-unstable-v1-client.h>
 #include <viewporter-client.h>
 #include <wayland-client.h>
@@ -12,6 +11,11 @@ namespace quellora {
 void WaylandDeleter::operator()(wl_buffer *proxy) const
 {
     wl_buffer_destroy(proxy);
+}
+
+void WaylandDeleter::operator()(wl_callback *proxy) const
+{
+    wl_callback_destroy(proxy);
 }
 
 void WaylandDeleter::operator()(wl_compositor *proxy) const
@@ -66,11 +70,6 @@ void WaylandDeleter::operator()(wl_shm_pool *proxy) const
 void WaylandDeleter::operator()(wl_surface *proxy) const
 {
     wl_surface_destroy(proxy);
-}
-
-void WaylandDeleter::operator()(wp_presentation *proxy) const
-{
-    wp_presentation_destroy(proxy);
 }
 
 void WaylandDeleter::operator()(wp_viewport *proxy) const

@@ -3,6 +3,7 @@
 #include <memory>
 
 struct wl_buffer;
+struct wl_callback;
 struct wl_compositor;
 struct wl_event_queue;
 struct wl_keyboard;
@@ -12,7 +13,6 @@ struct wl_seat;
 struct wl_shm;
 struct wl_shm_pool;
 struct wl_surface;
-struct wp_presentation;
 struct wp_viewport;
 struct wp_viewporter;
 struct zwlr_layer_shell_v1;
@@ -28,6 +28,7 @@ namespace quellora {
 struct WaylandDeleter
 {
     void operator()(wl_buffer *proxy) const;
+    void operator()(wl_callback *proxy) const;
     void operator()(wl_compositor *proxy) const;
     void operator()(wl_event_queue *queue) const;
     void operator()(wl_keyboard *proxy) const;
@@ -37,7 +38,6 @@ struct WaylandDeleter
     void operator()(wl_shm *proxy) const;
     void operator()(wl_shm_pool *proxy) const;
     void operator()(wl_surface *proxy) const;
-    void operator()(wp_presentation *proxy) const;
     void operator()(wp_viewport *proxy) const;
     void operator()(wp_viewporter *proxy) const;
     void operator()(zwlr_layer_shell_v1 *proxy) const;
