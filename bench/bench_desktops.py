@@ -49,7 +49,7 @@ def show(what, values, goal=None):
           + (f"; goal {goal}" if goal else ""), flush=True)
 
 
-def show_gone(spans):
+def show_gone(spans, goal=None):
     """Prints how often the panel was gone for how many frames, or what the log says instead."""
     known = [FRAMES.match(span) for span in spans]
     if not all(known):
@@ -59,7 +59,8 @@ def show_gone(spans):
     often = ", ".join(f"{frames} in {count} of {len(spans)}" for frames, count
                       in sorted(counts.items()))
     show("the panel was gone (log)", [int(match[2]) for match in known])
-    print(f"    {'frames without the panel':<58} {often}; goal 1", flush=True)
+    print(f"    {'frames without the panel':<58} {often}"
+          + (f"; goal {goal}" if goal else ""), flush=True)
 
 
 class Run:
@@ -129,7 +130,7 @@ def measure(kind, size, goal):
     trigger = "key press" if kind == "sway" else "start of `quellora capture`"
     show(f"{trigger} to request at the server", [value[0] for value in values])
     show("command received to request ready (log)", [value[1] for value in values], goal)
-    show_gone([value[2] for value in values])
+    show_gone([value[2] for value in values], 1 if kind == "sway" else None)
 
 
 def main():
