@@ -110,9 +110,10 @@ class Portal:
         self.send(handle, GLib.Variant("(ua{sv})", (code, results)), bus)
 
     def send(self, handle, arguments, bus=None):
-        """Sends a response with any arguments."""
+        """Sends a response with any arguments, to those who listen; another sender's to the caller,
+        who hears it without listening."""
         sender = bus or self._bus
-        sender.emit_signal(self._caller, handle, _REQUEST, "Response", arguments)
+        sender.emit_signal(self._caller if bus else None, handle, _REQUEST, "Response", arguments)
         sender.flush_sync(None)
 
     def leave(self):
