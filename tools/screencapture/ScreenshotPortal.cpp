@@ -310,8 +310,10 @@ private:
             return tl::unexpected(Failure{ExitStatus::Refused,
                                           "the desktop or its user does not permit the picture"});
         if (code != done)
+            // GNOME's portal does not tell apart a refusal that it has stored.
             return tl::unexpected(
-                portalFailure("the portal ended the request with code " + std::to_string(code)));
+                portalFailure("the portal ended the request with code " + std::to_string(code) +
+                              "; it has failed, or the user has refused earlier"));
         if (m_library.message_enter_container(message, 'a', "{sv}") < 0)
             return malformed();
         while (m_library.message_enter_container(message, 'e', "sv") > 0) {

@@ -140,7 +140,8 @@ class AnswerTest(PortalTest):
             portal.respond(handle, 2, {})
             return handle
         self.portal(answer)
-        self.assert_fails(PORTAL_FAILED, "ended the request with code 2")
+        self.assert_fails(PORTAL_FAILED, "ended the request with code 2; it has failed, or the user has refused "
+                                         "earlier")
 
     def test_error(self):
         self.portal(lambda _portal, _handle: "org.freedesktop.portal.Error.Failed")
