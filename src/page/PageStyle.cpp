@@ -52,8 +52,8 @@ const QByteArrayView blocks =
     "li input:checked{background:var(--accent);border-color:var(--accent)}\n"
     "li input:checked::before{content:'';display:block;width:3px;height:7px;margin:0 auto;"
     "border:solid #fff;border-width:0 2px 2px 0;transform:rotate(45deg)}\n"
-    "#ct ::-webkit-scrollbar{width:6px;height:6px}\n"
-    "#ct ::-webkit-scrollbar-thumb{background:var(--border-strong);border-radius:3px}\n"
+    "#ct ::-webkit-scrollbar{width:8px;height:8px}\n"
+    "#ct ::-webkit-scrollbar-thumb{background:var(--border-strong);border-radius:4px}\n"
     "sup,sub{font-size:0.75em;line-height:0}\n";
 
 const QByteArrayView thread =

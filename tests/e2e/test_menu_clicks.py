@@ -130,7 +130,7 @@ class MenuClicksTest(pointer_case.PointerCase):
         right = x + width
         # The line of code and its scrollbar.
         area = right - 450, y + 14, 300, 20
-        bar = right - 435, y + 54
+        bar = right - 435, y + 51
 
         def picture():
             return self.desktop.screenshot(*area).rgb

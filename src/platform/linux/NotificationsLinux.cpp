@@ -89,7 +89,7 @@ void NotificationsLinux::sent(const QDBusMessage &reply)
     } else {
         m_id = 0;
         logFailure(reply.type() == QDBusMessage::ErrorMessage
-                       ? reply.errorMessage()
+                       ? SessionBusLinux::errorText(reply)
                        : QStringLiteral("the answer is not a number"));
     }
     if (std::exchange(m_isCloseWanted, false))

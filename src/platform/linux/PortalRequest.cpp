@@ -1,5 +1,7 @@
 #include "platform/linux/PortalRequest.h"
 
+#include "platform/linux/SessionBusLinux.h"
+
 #include <QDBusObjectPath>
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
@@ -70,7 +72,7 @@ void PortalRequest::handleReply(const QDBusMessage &reply)
         return;
     if (reply.type() != QDBusMessage::ReplyMessage) {
         m_isFinished = true;
-        Q_EMIT finished(Outcome::Failed, {}, reply.errorMessage());
+        Q_EMIT finished(Outcome::Failed, {}, SessionBusLinux::errorText(reply));
         return;
     }
     m_owner = reply.service();

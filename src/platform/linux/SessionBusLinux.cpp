@@ -69,4 +69,11 @@ QString SessionBusLinux::systemAddress()
     return QFile::exists(socket) ? QStringLiteral("unix:path=") + socket : QString();
 }
 
+QString SessionBusLinux::errorText(const QDBusMessage &error)
+{
+    constexpr int limit = 200;
+    const QString text = error.errorMessage().simplified();
+    return text.size() > limit ? text.left(limit) + QStringLiteral("…") : text;
+}
+
 } // namespace quellora

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QDBusConnection>
+#include <QDBusMessage>
 #include <QObject>
 #include <QString>
 
@@ -22,6 +23,9 @@ public:
     static QString address();
     /// The address of the system bus; empty if there is none.
     static QString systemAddress();
+
+    /// Another program's error message for logs and users: one line of at most 200 characters.
+    static QString errorText(const QDBusMessage &error);
 
     /// Valid once connected() has been emitted.
     QDBusConnection connection() const { return QDBusConnection(m_name); }

@@ -140,7 +140,7 @@ private:
         // KWin has drawn the picture.
         m_hold.reset();
         if (reply.type() == QDBusMessage::ErrorMessage)
-            return handleError(reply.errorName(), reply.errorMessage());
+            return handleError(reply.errorName(), SessionBusLinux::errorText(reply));
         const QVariantMap results = qdbus_cast<QVariantMap>(reply.arguments().value(0));
         m_isPromiseKept = true;
         QThreadPool::globalInstance()->start(

@@ -45,6 +45,16 @@ private Q_SLOTS:
         QVERIFY(!bus.connection().isConnected());
     }
 
+    void errorTextIsOneShortLine()
+    {
+        const QString text = QStringLiteral("Traceback:\n  File \"a\"\n") + QString(5000, u'x');
+        const QString shown = SessionBusLinux::errorText(
+            QDBusMessage::createMethodCall({}, QStringLiteral("/"), {}, QStringLiteral("m"))
+                .createErrorReply(QStringLiteral("a.Failed"), text));
+        QVERIFY(shown.startsWith(QStringLiteral("Traceback: File \"a\" xxx")));
+        QCOMPARE(shown.size(), 201);
+    }
+
     void canBeDestroyedWhileConnecting()
     {
         for (int i = 0; i < 1200; ++i) {
