@@ -246,9 +246,10 @@ void KWinScreenSource::setState(State state)
 {
     if (m_state == state)
         return;
+    const Access before = access();
     m_state = state;
     Q_EMIT stateKnown();
-    if (m_handler)
+    if (m_handler && access() != before)
         m_handler();
 }
 

@@ -51,6 +51,8 @@ enum class Ability {
     FailOpening,
     RenderSymbols,
     FindCaptureTool,
+    /// Neither a click on the panel nor its keyboard makes the program the active one.
+    StayInactive,
 };
 
 /// The environment of the program in the contract tests of one system: acts as the user, as other

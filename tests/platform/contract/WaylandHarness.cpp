@@ -6,12 +6,16 @@
 #include <QGuiApplication>
 #include <QScreen>
 
+#include <tuple>
 #include <utility>
 
 namespace quellora {
 namespace {
 
 const QString x11OnWayland = QStringLiteral("gnome");
+const QString kwin = QStringLiteral("kwin");
+/// How long KWin may take to return the keyboard to another program, in milliseconds.
+constexpr int keyboardReturnTime = 600;
 
 /// The notifier of a desktop with a status bar.
 class FakeTray : public BusService
@@ -85,6 +89,11 @@ QMap<Ability, QString> WaylandHarness::missingAbilities() const
         missing.insert(Ability::RaiseCovered,
                        QStringLiteral("raising a covered window (a Wayland desktop lets no program "
                                       "without the focus do so)"));
+    if (m_desktop == kwin)
+        missing.insert(
+            Ability::StayInactive,
+            QStringLiteral("a panel that is never the active window (KWin activates what "
+                           "is clicked or has the keyboard; our panel gives it back)"));
     return missing;
 }
 
@@ -147,6 +156,9 @@ bool WaylandHarness::isProgramActive()
 
 bool WaylandHarness::press(const QList<Combo> &combos)
 {
+    // A click on the panel, or the end of its typing, moves the keyboard there and back.
+    if (m_desktop == kwin && isProgramActive())
+        std::ignore = QTest::qWaitFor([this] { return !isProgramActive(); }, keyboardReturnTime);
     return std::all_of(combos.begin(), combos.end(), [this](const Combo &combo) {
         return tell(QStringLiteral("press ") + nameOf(combo)).has_value();
     });
