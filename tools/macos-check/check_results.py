@@ -19,7 +19,7 @@ from pathlib import Path
 lists_objects = sys.argv[1] == "--list-objects"
 root, build = (Path(a).resolve() for a in sys.argv[-2:])
 # Sources and programs of other systems.
-elsewhere = ["src/platform/linux", "tools/screencapture"]
+elsewhere = ["src/platform/linux", "src/platform/wayland", "tools/screencapture"]
 
 problems = []
 # A source may belong to several targets, not all of which are built.
