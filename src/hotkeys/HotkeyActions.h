@@ -30,7 +30,7 @@ struct HotkeyActionInfo
     const char *title;
     /// Name in log lines and in messages about failed registrations.
     const char *logName;
-    /// Combo of an action that `config.json` does not name.
+    /// Combo of an action that `config.json` does not name; empty if it is unset by default.
     const char *defaultCombo;
     /// Whether a `config.json` without this key is refused.
     bool isRequired;

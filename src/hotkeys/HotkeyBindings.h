@@ -11,8 +11,8 @@ namespace quellora {
 
 class UserDefaults;
 
-/// One combo per action, as it was written, e.g. "ctrl+alt+cmd+c". A combo is not checked before it
-/// is registered.
+/// One combo per action, as it was written, e.g. "ctrl+alt+cmd+c"; empty where the action has none.
+/// A combo is not checked before it is registered.
 class HotkeyCombos
 {
 public:
@@ -37,6 +37,7 @@ namespace HotkeyBindings {
 
 /// @p fallback with every stored override applied.
 HotkeyCombos loadEffective(const HotkeyCombos &fallback, const UserDefaults &defaults);
+/// An empty combo unsets the action.
 void setOverride(const QString &combo, HotkeyAction action, UserDefaults &defaults);
 /// Leaves an empty dictionary behind when it was the last override.
 void clearOverride(HotkeyAction action, UserDefaults &defaults);

@@ -103,9 +103,8 @@ bool HotkeyManager::updateHotkey(const QString &jsonKey, const QString &combo)
         return true;
     }
     if (!previous) {
-        // Restores the problem that this attempt replaced.
-        if (standing)
-            setRefusal(action, standing);
+        // The attempt is undone: the problem before it, if any, stands again.
+        setRefusal(action, standing);
     } else {
         Log::event(QStringLiteral("[HotkeyManager] '") + combo +
                    QStringLiteral("' failed to register for ") + row->logName +
@@ -147,6 +146,10 @@ bool HotkeyManager::registerAction(HotkeyAction action, const QString &combo)
 {
     // An action has one registration at most.
     unregisterAction(action);
+    if (combo.isEmpty()) {
+        setRefusal(action, std::nullopt);
+        return true;
+    }
 
     const QString name = hotkeyAction(action).logName;
     const std::optional<QKeyCombination> parsed = HotkeyCombo::parse(combo);

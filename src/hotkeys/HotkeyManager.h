@@ -14,8 +14,9 @@ namespace quellora {
 
 class DesktopShortcuts;
 
-/// Registers every action as a system-wide hot key and reports presses with pressed(). A press that
-/// follows another one of the same action within debounceInterval is dropped. Main thread only.
+/// Registers every action that has a combo as a system-wide hot key and reports presses with
+/// pressed(). A press that follows another one of the same action within debounceInterval is
+/// dropped. Main thread only.
 ///
 /// Where the desktop has shortcuts of its own, the actions can be offered to it. While it delivers
 /// presses, no combo is registered, so that no press counts twice.
@@ -61,9 +62,10 @@ public:
     void suspendAll();
     /// Registers every action again after suspendAll().
     void resume(const HotkeyCombos &combos);
-    /// Registers a new combo for one action; on failure registers its previous combo again. An
-    /// action that was refused because of the replaced combo is registered.
-    /// @return whether the new combo is registered
+    /// Registers a new combo for one action, or none if it is empty; on failure registers its
+    /// previous combo again. An action that was refused because of the replaced combo is
+    /// registered.
+    /// @return whether the new combo is in force
     bool updateHotkey(const QString &jsonKey, const QString &combo);
 
     /// Offers the actions to the desktop, with the combos in force as a suggestion. Call after

@@ -231,6 +231,16 @@ void HotkeyRebinding::setHotkey(HotkeyAction action, const QString &combo)
     log(line + QStringLiteral(", persisted + registered live"));
 }
 
+void HotkeyRebinding::unsetHotkey(HotkeyAction action)
+{
+    if (m_hotkeysConfig[action].isEmpty())
+        return;
+    bind(action, QString(), QString());
+    HotkeyBindings::setOverride(QString(), action, m_defaults);
+    log(QStringLiteral("Hotkey ") + hotkeyAction(action).title +
+        QStringLiteral(" unset, persisted + unregistered live"));
+}
+
 void HotkeyRebinding::resetHotkey(HotkeyAction action)
 {
     const QString title = hotkeyAction(action).title;
@@ -244,7 +254,8 @@ void HotkeyRebinding::resetHotkey(HotkeyAction action)
         return;
     }
     HotkeyBindings::clearOverride(action, m_defaults);
-    log(line + QStringLiteral("config.json default (") + combo + u')');
+    log(line + QStringLiteral("config.json default (") +
+        (combo.isEmpty() ? QStringLiteral("not set") : combo) + u')');
 }
 
 void HotkeyRebinding::resetAllHotkeys()

@@ -16,7 +16,8 @@ class LocalKeyMonitor;
 class UserDefaults;
 struct KeyDown;
 
-/// Records a new combo for one action, registers it at once and stores it. Main thread only.
+/// Records a new combo for one action or unsets it, registers it at once and stores it. Main thread
+/// only.
 ///
 /// While recording, every global hot key is unregistered and the monitor receives all key presses.
 /// A combo that the system uses too has to be confirmed. A combo that cannot be registered is not
@@ -77,6 +78,8 @@ public:
     void confirmSystemConflict();
     /// Drops the combo that awaits confirmation; recording continues.
     void cancelPendingSystemConflict();
+    /// Leaves one action without a combo.
+    void unsetHotkey(HotkeyAction action);
     /// Restores the config file's combo of one action.
     void resetHotkey(HotkeyAction action);
     /// Restores the config file's combos of all actions.

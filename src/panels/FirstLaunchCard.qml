@@ -99,7 +99,7 @@ Card {
             objectName: "noKeysHint"
             width: parent.width
             visible: !card.panels.hotkeys.capture
-            text: qsTr("No key is assigned yet: see Desktop shortcuts in Settings.")
+            text: qsTr("No key captures the screen yet: see Settings.")
             type: Tokens.hint
             color: card.theme.dimText
             wrapMode: Text.Wrap

@@ -279,8 +279,10 @@ private Q_SLOTS:
         FakeDesktopShortcuts shortcuts;
         Fixture f(&shortcuts);
         if (isUnavailable) {
-            for (const HotkeyActionInfo &row : hotkeyActions)
-                f.globalHotkeys.claim(*HotkeyCombo::parse(row.defaultCombo), {});
+            for (const HotkeyActionInfo &row : hotkeyActions) {
+                if (const auto combo = HotkeyCombo::parse(row.defaultCombo))
+                    f.globalHotkeys.claim(*combo, {});
+            }
         }
         f.launch();
         f.signIn(account());

@@ -52,6 +52,7 @@ private Q_SLOTS:
     {
         HotkeyCombos combos;
         combos[HotkeyAction::Clear] = QStringLiteral("no key");
+        combos[HotkeyAction::Toggle].clear();
         m_manager->start(combos);
         QCOMPARE(m_desktop->offers, 0);
         m_manager->offerToDesktop();
@@ -64,6 +65,7 @@ private Q_SLOTS:
         QCOMPARE(capture.preferred, QKeyCombination(ctrlAltCmd, Qt::Key_C));
         QCOMPARE(m_desktop->offered.at(1).id, "clear");
         QVERIFY(!m_desktop->offered.at(1).preferred);
+        QVERIFY(!m_desktop->offered.at(2).preferred);
         for (const DesktopShortcuts::Action &action : m_desktop->offered)
             QVERIFY(!action.description.isEmpty());
     }
@@ -118,6 +120,21 @@ private Q_SLOTS:
         m_desktop->press(QStringLiteral("capture"));
         QCoreApplication::processEvents();
         QCOMPARE(m_pressed.size(), 2);
+    }
+
+    void anUnsetActionHasTheDesktopsKeyOnly()
+    {
+        HotkeyCombos combos;
+        combos[HotkeyAction::Clear].clear();
+        m_manager->start(combos);
+        m_desktop->answer(Capability::applied(), {{"clear", "Meta+X"}});
+        QCOMPARE(m_manager->desktopKey(HotkeyAction::Clear), "Meta+X");
+        m_desktop->press(QStringLiteral("clear"));
+        QCoreApplication::processEvents();
+        QCOMPARE(m_pressed, QList{HotkeyAction::Clear});
+        m_desktop->answer(Capability::unsupported(QStringLiteral("Gone.")));
+        QCOMPARE(m_platform.registered.size(), 6);
+        QVERIFY(m_problems.isEmpty());
     }
 
     void ownCombosComeBackWhenTheDesktopStops()

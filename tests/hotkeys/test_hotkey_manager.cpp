@@ -36,6 +36,11 @@ private Q_SLOTS:
     void differentActionsDoNotDebounceEachOther();
     void unsupportedCombosAreReported_data();
     void unsupportedCombosAreReported();
+    void anUnsetActionIsNoProblem();
+    void anActionIsUnsetAndSetLive();
+    void unsettingWithdrawsAProblem();
+    void unsettingFreesTheCombo();
+    void aFailedChangeOfAnUnsetActionLeavesNoProblem();
     void takenComboIsReportedAndLeavesTheOthers();
     void aKeyThatTheSystemLacksIsUnsupported();
     void stopReleasesEverything();
@@ -153,7 +158,11 @@ void HotkeyManagerTest::startRegistersTheActionsInOrder()
 
 void HotkeyManagerTest::eachPressIsReportedOnce()
 {
-    m_manager->start({});
+    HotkeyCombos hotkeys;
+    char letter = 'a';
+    for (const HotkeyActionInfo &row : hotkeyActions)
+        hotkeys[row.action] = QStringLiteral("cmd+") + QLatin1Char(letter++);
+    m_manager->start(hotkeys);
     for (const HotkeyActionInfo &row : hotkeyActions) {
         m_log.clear();
         m_pressed.clear();
@@ -243,7 +252,8 @@ void HotkeyManagerTest::unsupportedCombosAreReported_data()
     QTest::addColumn<QString>("display");
     QTest::newRow("no key") << QStringLiteral("ctrl+alt") << QStringLiteral("Ctrl+Option");
     QTest::newRow("unknown key") << QStringLiteral("ctrl+f5") << QStringLiteral("Ctrl+F5");
-    QTest::newRow("empty") << QString() << QString();
+    QTest::newRow("plus signs only") << QStringLiteral("++") << QString();
+    QTest::newRow("blank") << QStringLiteral(" ") << QStringLiteral(" ");
 }
 
 void HotkeyManagerTest::unsupportedCombosAreReported()
@@ -263,6 +273,75 @@ void HotkeyManagerTest::unsupportedCombosAreReported()
                              .arg(display)});
     QCOMPARE(m_platform.registered.size(), 6);
     QVERIFY(!m_manager->activeHotkeys().contains(QStringLiteral("capture_no_send")));
+}
+
+void HotkeyManagerTest::anUnsetActionIsNoProblem()
+{
+    HotkeyCombos hotkeys;
+    hotkeys[HotkeyAction::CaptureNoSend].clear();
+    hotkeys[HotkeyAction::Toggle].clear();
+    m_manager->start(hotkeys);
+    QCOMPARE(m_platform.attempts.size(), 5);
+    QCOMPARE(m_platform.registered.size(), 5);
+    QCOMPARE(m_problems, QStringList());
+    QCOMPARE(m_log.size(), 5);
+    QVERIFY(m_log.filter(QStringLiteral("ERROR")).isEmpty());
+    QCOMPARE(m_manager->activeHotkeys().keys(),
+             (QStringList{"capture", "clear", "new_thread", "opacity_down", "opacity_up"}));
+    // Suspending and resuming does not change it.
+    m_manager->suspendAll();
+    m_manager->resume(hotkeys);
+    QCOMPARE(m_platform.registered.size(), 5);
+    QCOMPARE(m_problems, QStringList());
+}
+
+void HotkeyManagerTest::anActionIsUnsetAndSetLive()
+{
+    m_manager->start({});
+    m_log.clear();
+    QVERIFY(m_manager->updateHotkey(QStringLiteral("toggle"), QString()));
+    QCOMPARE(m_platform.registered.size(), 6);
+    QVERIFY(!m_platform.pressCombo(ctrlAltCmd | Qt::Key_T));
+    QVERIFY(!m_manager->activeHotkeys().contains(QStringLiteral("toggle")));
+    QCOMPARE(m_log, QStringList());
+    QVERIFY(m_manager->updateHotkey(QStringLiteral("toggle"), QStringLiteral("cmd+u")));
+    QVERIFY(m_platform.pressCombo(Qt::META | Qt::Key_U));
+    QCoreApplication::processEvents();
+    QCOMPARE(m_pressed, QList{HotkeyAction::Toggle});
+    QCOMPARE(m_problems, QStringList());
+}
+
+void HotkeyManagerTest::unsettingWithdrawsAProblem()
+{
+    m_platform.claim(ctrlAltCmd | Qt::Key_T);
+    m_manager->start({});
+    QCOMPARE(m_standing.keys(), QList{HotkeyAction::Toggle});
+    QVERIFY(m_manager->updateHotkey(QStringLiteral("toggle"), QString()));
+    QVERIFY(m_standing.isEmpty());
+}
+
+void HotkeyManagerTest::unsettingFreesTheCombo()
+{
+    HotkeyCombos hotkeys;
+    hotkeys[HotkeyAction::Toggle] = hotkeys[HotkeyAction::Clear];
+    m_manager->start(hotkeys);
+    QVERIFY(m_manager->updateHotkey(QStringLiteral("clear"), QString()));
+    QVERIFY(m_standing.isEmpty());
+    QVERIFY(m_platform.pressCombo(ctrlAltCmd | Qt::Key_X));
+    QCoreApplication::processEvents();
+    QCOMPARE(m_pressed, QList{HotkeyAction::Toggle});
+}
+
+void HotkeyManagerTest::aFailedChangeOfAnUnsetActionLeavesNoProblem()
+{
+    m_platform.claim(Qt::META | Qt::Key_U);
+    HotkeyCombos hotkeys;
+    hotkeys[HotkeyAction::Clear].clear();
+    m_manager->start(hotkeys);
+    QVERIFY(!m_manager->updateHotkey(QStringLiteral("clear"), QStringLiteral("cmd+u")));
+    QCOMPARE(m_problems.size(), 1);
+    QVERIFY(m_standing.isEmpty());
+    QCOMPARE(m_platform.registered.size(), 6);
 }
 
 void HotkeyManagerTest::takenComboIsReportedAndLeavesTheOthers()

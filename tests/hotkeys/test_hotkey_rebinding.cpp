@@ -465,6 +465,82 @@ private Q_SLOTS:
         QVERIFY(!f.rebinding->hotkeyRollbackMessage());
     }
 
+    void anActionIsUnset()
+    {
+        Fixture f;
+        QSignalSpy bindings(f.rebinding.get(), &HotkeyRebinding::hotkeysConfigChanged);
+        f.rebinding->unsetHotkey(HotkeyAction::Clear);
+        QCOMPARE(f.rebinding->hotkeysConfig()[HotkeyAction::Clear], "");
+        QCOMPARE(f.stored(), (QMap<QString, QString>{{"clear", ""}}));
+        QVERIFY(!f.isRegistered("ctrl+alt+cmd+x"));
+        QCOMPARE(f.platform.registered.size(), 6);
+        QCOMPARE(bindings.size(), 1);
+        QVERIFY(!f.rebinding->hotkeyRollbackMessage());
+        QCOMPARE(f.log.lines.last(), prefix + "Hotkey Clear the response area unset, persisted + "
+                                              "unregistered live");
+        // It stays so after a restart.
+        f.make();
+        QCOMPARE(f.rebinding->hotkeysConfig()[HotkeyAction::Clear], "");
+        // The freed combo can be recorded for another action.
+        f.rebinding->beginCapturingHotkey(HotkeyAction::Toggle);
+        f.keys.press(ctrl | alt | cmd, "x");
+        QCOMPARE(f.rebinding->hotkeysConfig()[HotkeyAction::Toggle], "ctrl+alt+cmd+x");
+        QVERIFY(f.isRegistered("ctrl+alt+cmd+x"));
+    }
+
+    void unsettingTwiceDoesNothing()
+    {
+        Fixture f;
+        f.rebinding->unsetHotkey(HotkeyAction::Clear);
+        f.log.clear();
+        QSignalSpy changed(f.rebinding.get(), &HotkeyRebinding::changed);
+        f.rebinding->unsetHotkey(HotkeyAction::Clear);
+        QVERIFY(f.log.lines.isEmpty());
+        QCOMPARE(changed.size(), 0);
+    }
+
+    void unsetActionsAreNoDuplicatesAndCanBeRecorded()
+    {
+        HotkeyCombos file;
+        file[HotkeyAction::Clear].clear();
+        file[HotkeyAction::Toggle].clear();
+        Fixture f(file);
+        f.rebinding->beginCapturingHotkey(HotkeyAction::Clear);
+        f.keys.press(ctrl | alt, "m");
+        QVERIFY(!f.rebinding->hotkeyCaptureError());
+        QVERIFY(f.isRegistered("ctrl+alt+m"));
+        // Reset leaves it unset, as in the file.
+        f.rebinding->resetHotkey(HotkeyAction::Clear);
+        QCOMPARE(f.rebinding->hotkeysConfig(), file);
+        QCOMPARE(f.stored(), (QMap<QString, QString>()));
+        QVERIFY(!f.isRegistered("ctrl+alt+m"));
+        QCOMPARE(f.log.lines.last(), prefix + "Hotkey Clear the response area reset to "
+                                              "config.json default (not set)");
+    }
+
+    void aTakenComboLeavesAnUnsetActionUnset()
+    {
+        HotkeyCombos file;
+        file[HotkeyAction::Clear].clear();
+        Fixture f(file);
+        f.platform.claim(ctrl | alt | Qt::Key_M);
+        f.rebinding->beginCapturingHotkey(HotkeyAction::Clear);
+        f.keys.press(ctrl | alt, "m");
+        QVERIFY(f.rebinding->hotkeyRollbackMessage());
+        QCOMPARE(f.rebinding->hotkeysConfig(), file);
+        QVERIFY(f.stored().isEmpty());
+    }
+
+    void unsettingEndsRecording()
+    {
+        Fixture f;
+        f.rebinding->beginCapturingHotkey(HotkeyAction::Toggle);
+        f.rebinding->unsetHotkey(HotkeyAction::Clear);
+        QVERIFY(!f.rebinding->capturingHotkeyAction());
+        QVERIFY(!f.keys.isInstalled());
+        QCOMPARE(f.platform.registered.size(), 6);
+    }
+
     void resetAll()
     {
         HotkeyCombos file;

@@ -290,8 +290,10 @@ private Q_SLOTS:
         QCOMPARE(panels.hotkeys().value("toggle").toString(), "Ctrl+Option+Cmd+T");
 
         f.hotkeys.suspendAll();
-        for (const HotkeyActionInfo &row : hotkeyActions)
-            f.platform.hotkeys.claim(*HotkeyCombo::parse(row.defaultCombo), {});
+        for (const HotkeyActionInfo &row : hotkeyActions) {
+            if (const auto combo = HotkeyCombo::parse(row.defaultCombo))
+                f.platform.hotkeys.claim(*combo, {});
+        }
         f.hotkeys.resume({});
         QCOMPARE(panels.hotkeys().value("toggle").toString(), "");
         QVERIFY(f.lastScript().contains("\"Capture and send\""));

@@ -59,6 +59,14 @@ private:
                                   Q_ARG(QVariant, QVariant::fromValue(f().find(name))));
         click(name);
     }
+    /// Scrolls a control into view and moves the pointer over it.
+    void hoverInContent(const char *name)
+    {
+        f().panel.grabWindow(); // updates the layout
+        QMetaObject::invokeMethod(f().find("settingsSheet"), "reveal",
+                                  Q_ARG(QVariant, QVariant::fromValue(f().find(name))));
+        QTest::mouseMove(&f().panel, centre(name));
+    }
     double scrollOffset() { return f().find("settingsScroll")->property("contentY").toDouble(); }
     /// Share of an item's height that is inside the viewport; 1 if it is fully visible.
     double visibleShare(const char *name)
@@ -484,6 +492,56 @@ private Q_SLOTS:
         QVERIFY(!f().find("trailing-1")->isVisible());
         QVERIFY(!f().find("notice-1")->isVisible());
         QCOMPARE(f().find("hotkey-1")->height(), 40);
+    }
+
+    void hotkeyIsUnsetWithMouse()
+    {
+        open();
+        QVERIFY(!f().find("unset-1")->isVisible());
+        hoverInContent("hotkeyButton-1");
+        QTRY_VERIFY(f().find("unset-1")->isVisible());
+        QVERIFY(!f().find("unset-0")->isVisible());
+        QCOMPARE(accessible("unset-1")->text(QAccessible::Name),
+                 QString("Unset Clear the response area"));
+        clickInContent("unset-1");
+        QCOMPARE(text("chip-1"), QString("Not set"));
+        QVERIFY(f().find("chip-1")->property("vacant").toBool());
+        QVERIFY(!f().find("unset-1")->isVisible());
+        QVERIFY(!f().rebinding.capturingHotkeyAction());
+        QCOMPARE(accessible("hotkeyButton-1")->text(QAccessible::Name),
+                 QString("Clear the response area, not set"));
+        // Recording gives it a combo again.
+        clickInContent("hotkeyButton-1");
+        f().keyMonitor.press(threeModifiers, "m");
+        QCOMPARE(text("chip-1"), QString("Ctrl+Alt+Super+M"));
+        clickInContent("trailing-1");
+        QCOMPARE(text("chip-1"), QString("Ctrl+Alt+Super+X"));
+    }
+
+    void hotkeyIsUnsetWithKeys_data()
+    {
+        QTest::addColumn<int>("pressed");
+        QTest::newRow("delete") << int(Qt::Key_Delete);
+        QTest::newRow("backspace") << int(Qt::Key_Backspace);
+    }
+    void hotkeyIsUnsetWithKeys()
+    {
+        QFETCH(int, pressed);
+        open();
+        f().find("hotkeyButton-2")->forceActiveFocus(Qt::TabFocusReason);
+        QVERIFY(f().find("unset-2")->isVisible());
+        QCOMPARE(accessible("hotkeyButton-2")->text(QAccessible::Description),
+                 QString("Delete unsets it"));
+        key(Qt::Key(pressed));
+        QCOMPARE(text("chip-2"), QString("Not set"));
+        QCOMPARE(focusedObjectName(), QString("hotkeyButton-2"));
+        QCOMPARE(accessible("hotkeyButton-2")->text(QAccessible::Description), QString());
+        key(Qt::Key(pressed));
+        QCOMPARE(text("chip-2"), QString("Not set"));
+        key(Qt::Key_Tab);
+        QCOMPARE(focusedObjectName(), QString("trailing-2"));
+        key(Qt::Key_Return);
+        QCOMPARE(text("chip-2"), QString("Ctrl+Alt+Super+T"));
     }
 
     void conflictIsResolvedWithMouse()

@@ -183,8 +183,10 @@ private Q_SLOTS:
 
         // A session without hot keys for programs.
         f.manager.suspendAll();
-        for (const HotkeyActionInfo &row : hotkeyActions)
-            f.platform.claim(*HotkeyCombo::parse(row.defaultCombo), {});
+        for (const HotkeyActionInfo &row : hotkeyActions) {
+            if (const auto combo = HotkeyCombo::parse(row.defaultCombo))
+                f.platform.claim(*combo, {});
+        }
         f.manager.resume({});
         QVERIFY(!rows.isListed());
         QVERIFY(!rows.isRecordable());
@@ -202,6 +204,38 @@ private Q_SLOTS:
         QVERIFY(rows.isRecordable());
         QVERIFY(rows.hint().startsWith("Click any row"));
         QCOMPARE(f.row(HotkeyAction::NewThread, HotkeyRows::KeyStateRole), "Cmd+N");
+    }
+
+    void anActionCanBeUnset()
+    {
+        Fixture f;
+        HotkeyRows &rows = *f.settings.hotkeyRows();
+        const auto clear = HotkeyAction::Clear;
+        rows.unset(int(clear));
+        QCOMPARE(f.row(clear, HotkeyRows::ComboRole), "");
+        QCOMPARE(f.row(clear, HotkeyRows::KeyStateRole), "not set");
+        QVERIFY(f.row(clear, HotkeyRows::ChangedRole).toBool());
+        QVERIFY(f.row(clear, HotkeyRows::ErrorRole).toString().isEmpty());
+        QCOMPARE(f.row(clear, HotkeyRows::CommandLineRole), " = quellora clear");
+        rows.reset(int(clear));
+        QCOMPARE(f.row(clear, HotkeyRows::ComboRole), "Ctrl+Option+Cmd+X");
+        rows.unset(99);
+        rows.unset(-1);
+        QCOMPARE(f.rebinding.hotkeysConfig(), HotkeyCombos());
+    }
+
+    void anUnsetActionWorksOverNoWindow()
+    {
+        FakeDesktopShortcuts shortcuts;
+        Fixture f(Vocabulary::linuxDesktop(), &shortcuts);
+        shortcuts.answer(Capability::unsupported("No keys here."));
+        f.settings.hotkeyRows()->unset(int(HotkeyAction::Clear));
+        QCOMPARE(f.row(HotkeyAction::Clear, HotkeyRows::KeyStateRole), "not set");
+        shortcuts.answer(Capability::applied(), {{"toggle", "Meta+T"}});
+        // The keys are the desktop's.
+        f.settings.hotkeyRows()->unset(int(HotkeyAction::Toggle));
+        QCOMPARE(f.rebinding.hotkeysConfig()[HotkeyAction::Toggle], "ctrl+alt+cmd+t");
+        QCOMPARE(f.row(HotkeyAction::Toggle, HotkeyRows::ComboRole), "Meta+T");
     }
 
     void validColorClearsError()

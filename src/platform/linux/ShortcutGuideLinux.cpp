@@ -53,12 +53,16 @@ ShortcutGuide ShortcutGuideLinux::guideFor(const QStringList &desktops, const QS
         return desktops.contains(name, Qt::CaseInsensitive);
     };
     if (isDesktop(QLatin1StringView("sway")))
-        return {
-            QStringLiteral("Add these lines to ~/.config/sway/config, then reload sway."),
-            [program](const QString &combo, const QString &name) {
-                return QStringLiteral("bindsym %1 exec %2 %3").arg(swayCombo(combo), program, name);
-            },
-            anyPlace};
+        return {QStringLiteral("Add these lines to ~/.config/sway/config, then reload sway."),
+                [program](const QString &combo, const QString &name) {
+                    // A line without a key is an error to sway: it stays a comment until it has
+                    // one.
+                    return combo.isEmpty()
+                               ? QStringLiteral("# bindsym KEY exec %1 %2").arg(program, name)
+                               : QStringLiteral("bindsym %1 exec %2 %3")
+                                     .arg(swayCombo(combo), program, name);
+                },
+                anyPlace};
     if (isDesktop(QLatin1StringView("GNOME")))
         return {QStringLiteral("Add these commands in Settings → Keyboard → View and Customize "
                                "Shortcuts → Custom Shortcuts."),

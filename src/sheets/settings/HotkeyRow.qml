@@ -3,8 +3,8 @@ import QtQuick.Controls.Basic as Basic
 import Quellora.Sheets
 import Quellora.Ui
 
-/// An action with its shortcut. Clicking records a new one, unless the desktop assigns the keys.
-/// Errors and conflicts are shown below.
+/// An action with its shortcut. Clicking records a new one, unless the desktop assigns the keys; the
+/// pointer or the focus shows a button that unsets it. Errors and conflicts are shown below.
 Item {
     id: row
 
@@ -23,6 +23,7 @@ Item {
     property bool isLast: false
     property real outerRadius: 0
     readonly property bool isPending: conflict.length > 0
+    readonly property bool canUnset: rows.isRecordable && combo.length > 0 && !isCapturing
     /// Whether the chip is below the title, for narrow windows.
     readonly property bool isStacked: Tokens.space3 + titleLabel.implicitWidth + Tokens.space3
                                       + chip.width + trailingSpace > width
@@ -49,6 +50,7 @@ Item {
                                  : error.length > 0 ? noticeHeight + 10 : 0)
     readonly property real noticeHeight: Math.max(notice.type.line, notice.height)
 
+    HoverHandler { id: rowHover }
     Basic.AbstractButton {
         id: button
         objectName: "hotkeyButton-" + row.index
@@ -71,12 +73,21 @@ Item {
 
         Keys.onReturnPressed: button.clicked()
         Keys.onEnterPressed: button.clicked()
+        Keys.onDeletePressed: row.rows.unset(row.index)
+        Keys.onPressed: event => {
+            if (event.key !== Qt.Key_Backspace)
+                return
+            event.accepted = true
+            row.rows.unset(row.index)
+        }
 
         Accessible.ignored: !enabled
         Accessible.role: Accessible.Button
         Accessible.name: row.title + ", " + (row.isPending ? row.conflictCombo
                                             : row.isCapturing ? chip.text : row.keyState)
-        Accessible.description: row.isPending ? row.conflict : row.error
+        Accessible.description: row.isPending ? row.conflict
+                              : row.error.length > 0 ? row.error
+                              : row.canUnset ? qsTr("Delete unsets it") : ""
         Accessible.onPressAction: button.clicked()
     }
     // Not a changed role of the button: assistive technology keeps the first one.
@@ -89,7 +100,8 @@ Item {
     Label {
         id: titleLabel
         x: Tokens.space3
-        width: Math.min(implicitWidth, parent.width - x - row.trailingSpace)
+        width: Math.min(implicitWidth, (unset.visible && !row.isStacked ? unset.x
+                                        : parent.width - row.trailingSpace) - x)
         height: (row.isStacked ? 32 : 40) + Tokens.growth(20)
         text: row.title
         type: Tokens.body
@@ -105,10 +117,26 @@ Item {
         theme: row.theme
         text: row.isPending ? row.conflictCombo
             : row.isCapturing ? qsTr("Press a shortcut…")
-            : row.combo.length > 0 ? row.combo : qsTr("No key assigned")
+            : row.combo.length > 0 ? row.combo
+            : row.rows.isRecordable ? qsTr("Not set") : qsTr("No key assigned")
         vacant: row.combo.length === 0
         recording: row.isCapturing && !row.isPending
         conflict: row.isPending
+    }
+    IconButton {
+        id: unset
+        objectName: "unset-" + row.index
+        x: row.isStacked ? chip.x + chip.width + Tokens.space1 : chip.x - width - Tokens.space1
+        y: chip.y + Math.round((chip.height - height) / 2)
+        visible: row.canUnset && (rowHover.hovered || button.visualFocus)
+        theme: row.theme
+        foreground: down || hovered ? theme.text : theme.dimText
+        iconName: "x"
+        name: qsTr("Unset %1").arg(row.title)
+        shortcutText: qsTr("Delete")
+        // The Delete key on the row does the same.
+        focusPolicy: Qt.NoFocus
+        onClicked: row.rows.unset(row.index)
     }
     IconButton {
         id: trailing

@@ -116,9 +116,10 @@ QVariant HotkeyRows::data(const QModelIndex &index, int role) const
     case KeyStateRole:
         switch (delivery) {
         case Delivery::Own:
-            return key;
+            return key.isEmpty() ? QStringLiteral("not set") : key;
         case Delivery::OwnPartly:
-            return key + QStringLiteral(", works over some windows");
+            return key.isEmpty() ? QStringLiteral("not set")
+                                 : key + QStringLiteral(", works over some windows");
         case Delivery::Desktop:
             return key.isEmpty() ? QStringLiteral("no key assigned")
                                  : key + QStringLiteral(", assigned by the desktop");
@@ -182,6 +183,13 @@ void HotkeyRows::confirmConflict()
 void HotkeyRows::cancelConflict()
 {
     m_rebinding.cancelPendingSystemConflict();
+}
+
+void HotkeyRows::unset(int row)
+{
+    const auto action = actionAt(row);
+    if (action && isRecordable())
+        m_rebinding.unsetHotkey(*action);
 }
 
 void HotkeyRows::reset(int row)

@@ -27,7 +27,7 @@ public:
     enum Role {
         TitleRole = Qt::UserRole + 1,
         /// Display form of the current combo; while the desktop assigns the keys, its name for the
-        /// action's key, empty if there is none.
+        /// action's key. Empty if there is none.
         ComboRole,
         /// ComboRole, or that there is no key, and what is to be known about it.
         KeyStateRole,
@@ -67,6 +67,8 @@ public:
     Q_INVOKABLE void cancelCapture();
     Q_INVOKABLE void confirmConflict();
     Q_INVOKABLE void cancelConflict();
+    /// No effect while keys cannot be recorded.
+    Q_INVOKABLE void unset(int row);
     Q_INVOKABLE void reset(int row);
     Q_INVOKABLE void resetAll();
     /// Copies the CommandLineRole text to the clipboard.

@@ -37,6 +37,18 @@ private Q_SLOTS:
         QCOMPARE(guide.line(QStringLiteral("ctrl+alt+cmd+c"), QStringLiteral("capture")), line);
     }
 
+    void anActionWithoutComboLeavesTheKeyToTheUser()
+    {
+        const auto line = [](const char *desktop) {
+            return ShortcutGuideLinux::guideFor({desktop}, QStringLiteral("quellora"))
+                .line(QString(), QStringLiteral("toggle"));
+        };
+        // A comment until the user has put a key there.
+        QCOMPARE(line("sway"), "# bindsym KEY exec quellora toggle");
+        QCOMPARE(line("KDE"), "quellora toggle");
+        QCOMPARE(line("GNOME"), "quellora toggle");
+    }
+
     void swayCombosUseKeysymNames_data()
     {
         QTest::addColumn<QString>("combo");
