@@ -83,11 +83,9 @@ class DesktopCase(E2ECase):
         column, row = int((x + width / 2) * scale), int((y + height - 40) * scale)
         return not any(picture.is_near(column, row, quarter, 14) for quarter in QUARTERS)
 
-    def drag(self, app, start, end, steps=10):
-        """Drags with the first button, at a person's pace: the program sees the press first."""
+    def drag(self, start, end, steps=10):
+        """Drags with the first button, without a pause after the press."""
         self.desktop.hold(*start)
-        for _ in range(3):
-            app.panel()
         for step in range(1, steps + 1):
             self.desktop.move_pointer(*(round(a + (b - a) * step / steps)
                                         for a, b in zip(start, end)))

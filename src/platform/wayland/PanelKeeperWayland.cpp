@@ -226,6 +226,7 @@ void PanelKeeperWayland::rehome()
     m_window.hide();
     m_window.show();
     m_window.setProperty(movesToScreenProperty, QVariant());
+    Q_EMIT rehomed(m_placed.topLeft());
 }
 
 void PanelKeeperWayland::followFrame()

@@ -43,6 +43,10 @@ public:
 
     bool eventFilter(QObject *watched, QEvent *event) override;
 
+Q_SIGNALS:
+    /// The window has a new surface at this place of the desktop.
+    void rehomed(QPoint place);
+
 private:
     PanelKeeperWayland(const WaylandConnection &connection, const WaylandKeyboard &keyboard,
                        QWindow &window);

@@ -79,12 +79,14 @@ void PanelWindowWayland::resignKey(QWindow &window)
     keeper(window).returnKeyboard();
 }
 
-Capability PanelWindowWayland::followPointer(QWindow &, std::function<void(QPointF)> onMoved)
+Capability PanelWindowWayland::followPointer(QWindow &window, std::function<void(QPointF)> onMoved)
 {
     // The toolkit knows the position from the press that starts it.
     if (!m_follower.start(QCursor::pos(), std::move(onMoved)))
         return Capability::unsupported(
             QStringLiteral("The compositor does not report how the pointer moves"));
+    QObject::connect(&keeper(window), &PanelKeeperWayland::rehomed, &m_follower,
+                     &PointerFollower::awaitEnter, Qt::UniqueConnection);
     return Capability::applied();
 }
 

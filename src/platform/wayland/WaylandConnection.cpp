@@ -85,6 +85,7 @@ struct WaylandConnection::Listeners
     static void capabilities(void *data, wl_seat *, uint32_t capabilities)
     {
         self(data).m_hasKeyboard = (capabilities & WL_SEAT_CAPABILITY_KEYBOARD) != 0;
+        self(data).m_hasPointer = (capabilities & WL_SEAT_CAPABILITY_POINTER) != 0;
         Q_EMIT self(data).seatChanged();
     }
     static void seatName(void *, wl_seat *, const char *) {}
@@ -203,13 +204,6 @@ wl_output *WaylandConnection::toolkitOutput(QScreen &screen)
 {
     QPlatformNativeInterface *native = screen.handle() ? toolkit() : nullptr;
     return native ? static_cast<wl_output *>(native->nativeResourceForScreen("output", &screen))
-                  : nullptr;
-}
-
-wl_pointer *WaylandConnection::toolkitPointer()
-{
-    QPlatformNativeInterface *native = toolkit();
-    return native ? static_cast<wl_pointer *>(native->nativeResourceForIntegration("wl_pointer"))
                   : nullptr;
 }
 

@@ -14,7 +14,6 @@
 class QScreen;
 class QWindow;
 struct wl_display;
-struct wl_pointer;
 
 namespace quellora {
 
@@ -71,6 +70,7 @@ public:
     /// The first seat.
     wl_seat *seat() const { return m_seat.get(); }
     bool hasKeyboard() const { return m_hasKeyboard; }
+    bool hasPointer() const { return m_hasPointer; }
 
     const std::vector<Output> &outputs() const { return m_outputs; }
     /// The description of a screen; null if there is none by its name.
@@ -79,7 +79,6 @@ public:
     /// The toolkit's own objects; null if there is none.
     static wl_surface *surface(QWindow &window);
     static wl_output *toolkitOutput(QScreen &screen);
-    static wl_pointer *toolkitPointer();
 
     /// Objects made through the wrapper send their events to the private queue until deliver().
     template <typename T>
@@ -99,7 +98,7 @@ public:
 Q_SIGNALS:
     /// outputs() has changed.
     void outputsChanged();
-    /// hasKeyboard() may have changed.
+    /// hasKeyboard() or hasPointer() may have changed.
     void seatChanged();
 
 private:
@@ -125,6 +124,7 @@ private:
     WaylandPtr<zwp_relative_pointer_manager_v1> m_relativePointers;
     std::vector<Output> m_outputs;
     bool m_hasKeyboard = false;
+    bool m_hasPointer = false;
 };
 
 } // namespace quellora

@@ -44,6 +44,14 @@ void WaylandDeleter::operator()(wl_output *proxy) const
         wl_output_destroy(proxy);
 }
 
+void WaylandDeleter::operator()(wl_pointer *proxy) const
+{
+    if (wl_pointer_get_version(proxy) >= WL_POINTER_RELEASE_SINCE_VERSION)
+        wl_pointer_release(proxy);
+    else
+        wl_pointer_destroy(proxy);
+}
+
 void WaylandDeleter::operator()(wl_registry *proxy) const
 {
     wl_registry_destroy(proxy);

@@ -8,6 +8,7 @@ struct wl_compositor;
 struct wl_event_queue;
 struct wl_keyboard;
 struct wl_output;
+struct wl_pointer;
 struct wl_registry;
 struct wl_seat;
 struct wl_shm;
@@ -33,6 +34,7 @@ struct WaylandDeleter
     void operator()(wl_event_queue *queue) const;
     void operator()(wl_keyboard *proxy) const;
     void operator()(wl_output *proxy) const;
+    void operator()(wl_pointer *proxy) const;
     void operator()(wl_registry *proxy) const;
     void operator()(wl_seat *proxy) const;
     void operator()(wl_shm *proxy) const;
