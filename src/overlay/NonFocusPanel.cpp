@@ -66,8 +66,10 @@ NonFocusPanel::NonFocusPanel(PanelWindow &platform, QWindow *parent)
     setColor(Qt::transparent);
     setTitle(QStringLiteral("Quellora"));
     connect(this, &QWindow::activeChanged, this, [this] {
-        if (!isActive())
-            m_isKey = false;
+        if (isActive())
+            return;
+        m_isKey = false;
+        setLender(Lender::None);
     });
     setMinimumSize({OverlayGeometry::minWindowWidth, OverlayGeometry::minWindowHeight});
 }
@@ -111,10 +113,15 @@ void NonFocusPanel::setContent(QQmlEngine &engine, const OverlayContent &content
     m_root = qobject_cast<QQuickItem *>(object);
     if (!m_root)
         qFatal("The overlay's view is not built: %s", qPrintable(component.errorString()));
+    m_answer = m_root->findChild<QQuickItem *>(QStringLiteral("responseArea"));
     m_root->setParent(contentItem());
     m_root->setParentItem(contentItem());
     m_root->setFocus(true);
     resizeContent();
+    connect(&overlay, &OverlayModel::clicksChanged, this, [this, &overlay] {
+        if (!overlay.takesClicks())
+            leaveAnswer();
+    });
     connect(&panels, &BottomPanelsModel::messageChanged, this, [this, &panels] {
         announceBlockingMessage(panels.isMessageBlocking() ? panels.messageId() : QString());
     });
@@ -180,9 +187,35 @@ void NonFocusPanel::resignKey()
     m_platform.resignKey(*this);
 }
 
-bool NonFocusPanel::isKeyboardTarget(const QPointF &location) const
+void NonFocusPanel::leaveAnswer()
 {
-    const QQuickItem *target = pressTargetAt(contentItem(), location);
+    const Lender lender = m_lender;
+    if (lender == Lender::None)
+        return;
+    setLender(Lender::None);
+    if (lender == Lender::OtherApplication)
+        resignKey();
+    Q_EMIT answerLeft();
+}
+
+void NonFocusPanel::setLender(Lender lender)
+{
+    if (lender == m_lender)
+        return;
+    m_lender = lender;
+    Q_EMIT isKeyboardLentChanged();
+}
+
+void NonFocusPanel::setAnswerPressed(bool isPressed)
+{
+    if (isPressed == m_isAnswerPressed)
+        return;
+    m_isAnswerPressed = isPressed;
+    Q_EMIT isAnswerPressedChanged();
+}
+
+bool NonFocusPanel::isKeyboardTarget(const QQuickItem *target) const
+{
     if (target && target->flags().testFlag(QQuickItem::ItemAcceptsInputMethod))
         return true;
     // Sheets and dialogs take the keyboard on a press anywhere inside them.
@@ -196,9 +229,26 @@ bool NonFocusPanel::isKeyboardTarget(const QPointF &location) const
 void NonFocusPanel::mousePressEvent(QMouseEvent *event)
 {
     m_pointer = event->globalPosition();
-    if (event->button() == Qt::LeftButton && isKeyboardTarget(event->position()))
-        makeKey();
+    if (event->button() == Qt::LeftButton)
+        takeOrReturnKeyboard(pressTargetAt(contentItem(), event->position()));
     QQuickWindow::mousePressEvent(event);
+}
+
+void NonFocusPanel::takeOrReturnKeyboard(const QQuickItem *target)
+{
+    const bool isAnswer = m_overlay && m_overlay->takesClicks() && target && m_answer &&
+                          m_answer->isAncestorOf(target);
+    if (isAnswer) {
+        if (m_lender == Lender::None)
+            setLender(m_isKey ? Lender::Panel : Lender::OtherApplication);
+        setAnswerPressed(true);
+    } else if (isKeyboardTarget(target)) {
+        setLender(Lender::None);
+    } else {
+        leaveAnswer();
+    }
+    if (isKeyboardTarget(target))
+        makeKey();
 }
 
 void NonFocusPanel::mouseMoveEvent(QMouseEvent *event)
@@ -229,8 +279,10 @@ void NonFocusPanel::drag(const QPointF &pointer)
 
 void NonFocusPanel::mouseReleaseEvent(QMouseEvent *event)
 {
-    if (event->button() == Qt::LeftButton)
+    if (event->button() == Qt::LeftButton) {
         endDrag();
+        setAnswerPressed(false);
+    }
     QQuickWindow::mouseReleaseEvent(event);
 }
 
@@ -251,6 +303,8 @@ void NonFocusPanel::hideEvent(QHideEvent *event)
     if (!property(movesToScreenProperty).toBool()) {
         endDrag();
         m_isKey = false;
+        setAnswerPressed(false);
+        setLender(Lender::None);
     }
     QQuickWindow::hideEvent(event);
 }

@@ -43,13 +43,14 @@ struct OverlayContent
 ///
 /// A press on a text input, or anywhere inside an item whose `takesKeyboard` property is true,
 /// requests keyboard focus from the platform; any other press leaves the focus with the active
-/// application. Dragging empty areas moves the panel, dragging its edges resizes it. Escape never
+/// application. The focus that a press in the answer takes is lent: leaveAnswer() returns it. Dragging empty areas moves the panel, dragging its edges resizes it. Escape never
 /// closes it. Main thread only.
 class NonFocusPanel : public QQuickWindow
 {
     Q_OBJECT
     QML_ELEMENT
     QML_UNCREATABLE("The overlay's own window")
+    Q_PROPERTY(bool isKeyboardLent READ isKeyboardLent NOTIFY isKeyboardLentChanged)
 public:
     /// @param platform must outlive the panel; setContent() replaces its only compositing handler
     explicit NonFocusPanel(PanelWindow &platform, QWindow *parent = nullptr);
@@ -80,8 +81,19 @@ public:
     /// Whether makeKey() was called and the focus has not gone elsewhere since. Unlike isActive(),
     /// not true for a panel that a desktop activates for a moment because it was clicked.
     bool isKey() const { return m_isKey; }
+    /// Whether a press in the answer has taken the keyboard focus, which leaveAnswer() returns.
+    bool isKeyboardLent() const { return m_lender != Lender::None; }
+    /// Returns the keyboard focus that a press in the answer has taken: to the other application, or
+    /// to the prompt if the panel had the focus already. No effect unless isKeyboardLent().
+    Q_INVOKABLE void leaveAnswer();
+    /// Whether the left button is held down after a press in the answer.
+    bool isAnswerPressed() const { return m_isAnswerPressed; }
 
 Q_SIGNALS:
+    void isKeyboardLentChanged();
+    void isAnswerPressedChanged();
+    /// The keyboard focus of the answer has been returned; the prompt has it next.
+    void answerLeft();
     /// An accessibility alert was sent for a new blocking message.
     void blockingMessageAnnounced(QQuickItem *card);
     /// A drag that moved or resized the panel has ended, by release or by hiding the panel. The
@@ -104,8 +116,15 @@ private:
         QRect frame;
     };
 
-    /// Whether a press at @p location, in window coordinates, requests keyboard focus.
-    bool isKeyboardTarget(const QPointF &location) const;
+    /// Who had the keyboard focus before a press in the answer took it.
+    enum class Lender { None, OtherApplication, Panel };
+
+    /// Whether a press on @p target requests keyboard focus.
+    bool isKeyboardTarget(const QQuickItem *target) const;
+    /// Called before a left press on @p target, which may be null.
+    void takeOrReturnKeyboard(const QQuickItem *target);
+    void setLender(Lender lender);
+    void setAnswerPressed(bool isPressed);
     void followPointer();
     /// Moves or resizes the panel to where @p pointer, in screen coordinates, has dragged it.
     void drag(const QPointF &pointer);
@@ -118,6 +137,8 @@ private:
     PanelWindow &m_platform;
     QQuickItem *m_root = nullptr;
     OverlayModel *m_overlay = nullptr;
+    /// The part of the view that shows the answer.
+    QQuickItem *m_answer = nullptr;
     std::optional<QPointF> m_dragStart;
     std::optional<Resize> m_resize;
     std::optional<QRect> m_draggedFrame;
@@ -126,6 +147,8 @@ private:
     bool m_isFollowing = false;
     bool m_isClosing = false;
     bool m_isKey = false;
+    Lender m_lender = Lender::None;
+    bool m_isAnswerPressed = false;
     QString m_announcedMessageId;
 };
 

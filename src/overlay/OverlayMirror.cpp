@@ -84,6 +84,8 @@ void OverlayMirror::refreshThread()
                                                  ResponseDisplay::Content::Message &&
                                              (!isEmpty || !pendingPrompt.isEmpty()));
     m_collaborators.overlay.setHasAnswer(session && !session->turns.isEmpty());
+    m_collaborators.overlay.setPageClickable(m_collaborators.display.content() !=
+                                             ResponseDisplay::Content::Hint);
 }
 
 void OverlayMirror::refreshActivity()

@@ -132,6 +132,23 @@ void OverlayModel::showLatest()
         Q_EMIT latestRequested();
 }
 
+void OverlayModel::setTakesClicks(bool takesClicks)
+{
+    if (takesClicks == m_takesClicks)
+        return;
+    m_takesClicks = takesClicks;
+    Q_EMIT clicksChanged();
+    updateClickThrough();
+}
+
+void OverlayModel::setPageClickable(bool isClickable)
+{
+    if (isClickable == m_hasClickablePage)
+        return;
+    m_hasClickablePage = isClickable;
+    Q_EMIT clicksChanged();
+}
+
 void OverlayModel::setSendingBlocked(bool isBlocked)
 {
     if (isBlocked == m_isBlocked)
@@ -355,7 +372,7 @@ QRectF OverlayModel::responseRect() const
 
 QRect OverlayModel::clickThroughRect() const
 {
-    if (m_isMenuOpen || m_isSheetOpen)
+    if (m_isMenuOpen || m_isSheetOpen || m_takesClicks)
         return {};
     // Round inward, so that no adjacent control becomes click-through at its edge.
     const QRectF rect = responseRect();

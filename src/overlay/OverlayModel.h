@@ -39,6 +39,8 @@ class OverlayModel : public QObject
     Q_PROPERTY(QString secondsText READ secondsText NOTIFY secondsChanged)
     Q_PROPERTY(bool canStop READ canStop NOTIFY stripChanged)
     Q_PROPERTY(bool isLatestOffered READ isLatestOffered NOTIFY isLatestOfferedChanged)
+    Q_PROPERTY(bool takesClicks READ takesClicks NOTIFY clicksChanged)
+    Q_PROPERTY(bool areClicksOffered READ areClicksOffered NOTIFY clicksChanged)
     Q_PROPERTY(QString notice READ notice NOTIFY noticeChanged)
     Q_PROPERTY(QString stopShortcut READ stopShortcut NOTIFY stripChanged)
     Q_PROPERTY(bool isThreadCovered READ isThreadCovered NOTIFY stripChanged)
@@ -114,6 +116,15 @@ public:
     bool isLatestOffered() const { return m_isLatestOffered; }
     /// @param isVisible whether the end of the page is visible
     void setEndVisible(bool isVisible);
+    /// Whether clicks and the wheel act on the answer. Otherwise they pass through it to the window
+    /// underneath.
+    bool takesClicks() const { return m_takesClicks; }
+    void setTakesClicks(bool takesClicks);
+    /// Whether the strip has the switch for takesClicks(): while the page shows something to click,
+    /// and while the switch is on.
+    bool areClicksOffered() const { return m_hasClickablePage || m_takesClicks; }
+    /// @param isClickable whether the page shows more than the hint
+    void setPageClickable(bool isClickable);
     /// The notice currently shown; empty if none.
     QString notice() const { return m_notice; }
     /// Shows @p text, usually why a user action failed, instead of the title for noticeMs. Does not
@@ -147,7 +158,7 @@ public:
     bool isCompact() const;
     QRectF responseRect() const;
     /// The rectangle that clicks pass through: responseRect() rounded inward to whole points; empty
-    /// while the menu or a sheet is open.
+    /// while the menu or a sheet is open and while takesClicks().
     QRect clickThroughRect() const;
 
     // Called by the view.
@@ -166,6 +177,7 @@ public:
     Q_INVOKABLE void backToThread();
     /// Scrolls to the end of the answer. No effect unless isLatestOffered().
     Q_INVOKABLE void showLatest();
+    Q_INVOKABLE void toggleClicks() { Q_EMIT clicksToggled(); }
     Q_INVOKABLE void clickUsage() { Q_EMIT usageClicked(); }
 
 Q_SIGNALS:
@@ -180,6 +192,7 @@ Q_SIGNALS:
     void backToThreadRequested();
     void usageClicked();
     void latestRequested();
+    void clicksToggled();
 
     void currentAlphaChanged();
     void appliedThemeChanged();
@@ -187,6 +200,7 @@ Q_SIGNALS:
     void stripChanged();
     void secondsChanged();
     void isLatestOfferedChanged();
+    void clicksChanged();
     void noticeChanged();
     void usageChanged();
     void isMenuOpenChanged();
@@ -217,6 +231,8 @@ private:
     qint64 m_seconds = 0;
     bool m_isStoppedShown = false;
     bool m_isLatestOffered = false;
+    bool m_takesClicks = false;
+    bool m_hasClickablePage = false;
     bool m_isBlocked = false;
     bool m_isThreadCovered = false;
     bool m_hasAnswer = false;

@@ -62,8 +62,10 @@ FocusScope {
             settingsSheet.item.closeRequested()
         else if (isHistoryOpen)
             sidebar.item.close(true)
-        else
+        else if (bottom.isModelListOpen)
             bottom.closeModelList()
+        else
+            panelWindow.leaveAnswer()
     }
     /// Moves the focus to the next (1) or previous (-1) of prompt, strip and answer.
     function cycleFocus(direction) {
@@ -168,6 +170,7 @@ FocusScope {
         objectName: "strip"
         overlay: root.overlay
         compact: root.compact
+        clicksShortcut: root.panels.hotkeys.toggle_clicks ?? ""
         y: 34
         width: parent.width
         height: root.overlay.stripHeight
@@ -180,6 +183,7 @@ FocusScope {
     Item {
         id: area
         objectName: "responseArea"
+        readonly property bool takesKeyboard: root.overlay.takesClicks
         x: root.overlay.responseRect.x
         y: root.overlay.responseRect.y
         width: root.overlay.responseRect.width
@@ -297,7 +301,12 @@ FocusScope {
         // While a title is being edited, Escape ends the editing instead.
         sequence: "Escape"
         enabled: root.keyboardScope() !== null && !root.isRenaming || bottom.isModelListOpen
+                 || root.panelWindow.isKeyboardLent
         onActivated: root.closeTopmost()
+    }
+    Connections {
+        target: root.panelWindow
+        function onAnswerLeft() { bottom.promptItem.forceActiveFocus(Qt.OtherFocusReason) }
     }
     Connections {
         target: root.Window.window

@@ -28,6 +28,8 @@ public:
     virtual void toggleVisibility() = 0;
     virtual void adjustOpacity(double delta) = 0;
     virtual void startNewThread() = 0;
+    /// Lets clicks act on the answer or pass through it. Shows the window if it is hidden.
+    virtual void toggleClicks() = 0;
     /// Raises the window and shows a temporary notice, e.g. that an action started in the status
     /// menu failed.
     virtual void showNotice(const QString &text) = 0;

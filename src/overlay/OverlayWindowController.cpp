@@ -143,6 +143,8 @@ void OverlayWindowController::wireOverlay()
     connect(&m_overlay, &OverlayModel::sliderMoved, this, &OverlayWindowController::sliderChanged);
     connect(&m_overlay, &OverlayModel::menuToggled, this,
             &OverlayWindowController::toggleHamburgerMenu);
+    connect(&m_overlay, &OverlayModel::clicksToggled, this,
+            &OverlayWindowController::toggleClicks);
     connect(&m_overlay, &OverlayModel::usageClicked, this,
             &OverlayWindowController::toggleHamburgerMenu);
     connect(&m_overlay, &OverlayModel::stopRequested, m_orchestrator.get(),
@@ -192,9 +194,13 @@ void OverlayWindowController::wireOverlay()
             &OverlayModel::setEndVisible);
     connect(&m_overlay, &OverlayModel::latestRequested, &m_display,
             [this] { m_display.scrollToFraction(1); });
-    // Pause page updates during a drag, so that the page does not jump under the pointer.
-    connect(&m_scrollbar, &ResponseScrollbarModel::draggingChanged, this,
-            [this] { m_collaborators.surface->setHeld(m_scrollbar.isDragging()); });
+    // Pause page updates while the scrollbar or a selection in the answer is dragged, so that the
+    // page does not jump under the pointer.
+    const auto hold = [this] {
+        m_collaborators.surface->setHeld(m_scrollbar.isDragging() || m_panel.isAnswerPressed());
+    };
+    connect(&m_scrollbar, &ResponseScrollbarModel::draggingChanged, this, hold);
+    connect(&m_panel, &NonFocusPanel::isAnswerPressedChanged, this, hold);
     connect(&m_display, &ResponseDisplay::noteDeleteRequested, this, [this](const QUuid &id) {
         if (m_threads.removeNote(id))
             m_orchestrator->showCurrentThread();
@@ -281,6 +287,7 @@ void OverlayWindowController::toggleVisibility()
         show();
         return;
     }
+    m_overlay.setTakesClicks(false);
     m_panel.hide();
     m_isVisible = false;
     log(QStringLiteral("Window hidden"));
@@ -312,6 +319,15 @@ void OverlayWindowController::startNewThread()
     m_threads.startNewThread();
     clearContent();
     log(QStringLiteral("New thread started"));
+}
+
+void OverlayWindowController::toggleClicks()
+{
+    if (!m_isVisible)
+        show();
+    m_overlay.setTakesClicks(!m_overlay.takesClicks());
+    log(m_overlay.takesClicks() ? QStringLiteral("Clicks go to the answer")
+                                : QStringLiteral("Clicks go through the answer"));
 }
 
 void OverlayWindowController::adjustOpacity(double delta)

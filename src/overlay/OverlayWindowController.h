@@ -87,6 +87,7 @@ public:
     void toggleVisibility() override;
     void adjustOpacity(double delta) override;
     void startNewThread() override;
+    void toggleClicks() override;
     void showNotice(const QString &text) override;
     void applyConfigAtStart(const AppConfigResponse &config) override;
 

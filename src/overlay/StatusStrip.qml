@@ -9,6 +9,8 @@ FocusScope {
 
     required property OverlayModel overlay
     property bool compact: false
+    /// The hot key that switches the clicks, in display form; empty for none.
+    property string clicksShortcut
     readonly property int status: overlay.status
     readonly property bool hasStatus: status !== OverlayModel.Ready
                                       && status !== OverlayModel.Answer
@@ -25,13 +27,14 @@ FocusScope {
     readonly property bool isCrowded: compact
         && (usage.visible ? usage.implicitWidth + right.spacing : 0)
            + (stop.visible ? stop.width + right.spacing : 0)
+           + (clicks.visible ? clicks.width + right.spacing : 0)
            + 22 + statusLabel.implicitWidth + right.edge + 12 > width
     readonly property bool isBusy: status === OverlayModel.Waiting
                                    || status === OverlayModel.Streaming
 
     /// The first focusable control, or null.
     function firstControl() {
-        return notSaved.visible ? notSaved : usage.visible ? usage : back.visible ? back : latest.visible ? latest : stop.visible ? stop : copy.visible ? copy : null
+        return notSaved.visible ? notSaved : usage.visible ? usage : back.visible ? back : latest.visible ? latest : stop.visible ? stop : copy.visible ? copy : clicks.visible ? clicks : null
     }
 
     implicitHeight: overlay.stripHeight
@@ -135,7 +138,8 @@ FocusScope {
 
     Row {
         id: right
-        readonly property real edge: stop.visible || copy.visible || latest.visible && !strip.hasStatus
+        readonly property real edge: stop.visible || copy.visible || clicks.visible
+                                     || latest.visible && !strip.hasStatus
                                      || (usage.visible || back.visible) && !strip.hasStatus
                                      ? 6 : 14
         x: strip.width - width - edge
@@ -233,7 +237,9 @@ FocusScope {
             id: stop
             objectName: "stop"
             visible: strip.overlay.canStop
-            width: 10 + 9 + 8 + stopLabel.implicitWidth + 10
+            // The smallest window has no room for the word beside all the other controls.
+            readonly property bool isShort: strip.compact && back.visible && clicks.visible
+            width: isShort ? 28 : 10 + 9 + 8 + stopLabel.implicitWidth + 10
             text: qsTr("Stop")
             tooltip: qsTr("Stop")
             shortcutText: strip.overlay.stopShortcut
@@ -249,6 +255,7 @@ FocusScope {
                 }
                 Label {
                     id: stopLabel
+                    visible: !stop.isShort
                     x: 17
                     height: parent.height
                     text: stop.text
@@ -286,6 +293,27 @@ FocusScope {
                 interval: Tokens.copiedTime
                 onTriggered: copy.isDone = false
             }
+        }
+        IconButton {
+            id: clicks
+            objectName: "clicks"
+            y: Math.round((right.height - height) / 2)
+            visible: strip.overlay.areClicksOffered
+            role: Accessible.CheckBox
+            isSwitch: true
+            isOn: strip.overlay.takesClicks
+            active: isOn
+            iconName: isOn ? "mouse-pointer-click" : "mouse-pointer-ban"
+            name: isOn ? qsTr("Clicks: answer") : qsTr("Clicks: through")
+            label: isOn && !strip.compact && !strip.hasStatus ? name : ""
+            shortcutText: strip.clicksShortcut
+            onClicked: strip.overlay.toggleClicks()
+
+            // The state tells whether it is on; the name stays the same.
+            Accessible.name: qsTr("Clicks reach the answer")
+            Accessible.checkable: true
+            Accessible.checked: isOn
+            Accessible.onToggleAction: strip.overlay.toggleClicks()
         }
     }
     Hairline {

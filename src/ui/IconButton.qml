@@ -2,7 +2,8 @@ import QtQuick
 import Quellora.Ui
 import QtQuick.Controls.Basic as Basic
 
-/// A button that shows an icon only. `name` is its accessible name and its tooltip.
+/// A button that shows an icon and, with a `label`, a word beside it. `name` is its accessible name
+/// and its tooltip.
 ///
 /// A disabled button ignores presses. A blocked one shows a lock but accepts focus and presses, so that
 /// the action can explain the reason.
@@ -12,6 +13,7 @@ Basic.AbstractButton {
     enum Look { Plain, Boxed, Filled }
 
     property string name
+    property string label
     property string iconName
     property int iconSize: Tokens.iconSize
     property real iconStroke: Tokens.iconStroke
@@ -61,7 +63,7 @@ Basic.AbstractButton {
                                               : Tokens.faded(theme.hover, 0)
     }
 
-    implicitWidth: boxed ? 36 : 28
+    implicitWidth: boxed ? 36 : 28 + (words.visible ? words.implicitWidth + Tokens.space2 : 0)
     implicitHeight: 28
     hoverEnabled: true
     focusPolicy: Qt.TabFocus
@@ -69,7 +71,7 @@ Basic.AbstractButton {
 
     contentItem: Item {
         Icon {
-            x: Math.round((parent.width - width) / 2)
+            x: words.visible ? 6 : Math.round((parent.width - width) / 2)
             y: Math.round((parent.height - height) / 2)
             visible: !control.busy
             name: control.iconName
@@ -77,6 +79,16 @@ Basic.AbstractButton {
             strokeWidth: control.iconStroke
             fillOpacity: control.iconFillOpacity
             color: control.foreground
+        }
+        Label {
+            id: words
+            x: 6 + control.iconSize + 6
+            height: parent.height
+            visible: control.label.length > 0
+            text: control.label
+            type: Tokens.control
+            color: control.foreground
+            Accessible.ignored: true
         }
         Spinner {
             anchors.centerIn: parent

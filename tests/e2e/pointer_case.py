@@ -1,5 +1,7 @@
 """Base case for pointer tests: a signed-in panel above a focused document."""
 
+import re
+
 from harness import HostileServer, SignedInCase, wait_until
 from harness.server import QUERY
 
@@ -16,7 +18,8 @@ class PointerCase(SignedInCase):
     def setUp(self):
         self.window = self.other_window()
         super().setUp()
-        self.access = self.shared_app.access
+        self.app = self.shared_app
+        self.access = self.app.access
         self.shared_server.on(QUERY, HostileServer.answer_with("Hello from the server.",
                                                                tokensRemaining=150000))
         self.focus_document()
@@ -37,6 +40,21 @@ class PointerCase(SignedInCase):
         self.desktop.click(*self.beside())
         self.window.wait_for("press", 1, since=mark)
         self.window.wait_focus()
+
+    def in_page(self, name, role):
+        """The node of the page with this role whose name contains an expression."""
+        page = self.access.find(re.compile(""), "document web")
+        return wait_until(lambda: next((node for node in self.access.shown(page)
+                                        if node.get_role_name() == role
+                                        and re.search(name, node.get_name() or "")), None),
+                          what=f"the {role} in the page")
+
+    def bounds(self, node):
+        """Screen bounds of a page node; the engine reports window coordinates."""
+        page = self.access.bounds(self.access.find(re.compile(""), "document web"))
+        _, left, top, _, _ = self.app.panel()
+        x, y, width, height = self.access.bounds(node)
+        return x + left - page[0], y + top + 72 - page[1], width, height
 
     def type_prompt(self, text):
         self.shared_app.focus_prompt()

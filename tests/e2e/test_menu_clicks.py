@@ -1,6 +1,5 @@
 """Clicks on the answer while the menu is open: they work, and the menu stays open."""
 
-import re
 import unittest
 
 import pointer_case
@@ -16,7 +15,6 @@ ANSWER = f"A [link](https://example.com/x)\n\nand\n\nsome\n\nlines and code:\n\n
 class MenuClicksTest(pointer_case.PointerCase):
     def setUp(self):
         super().setUp()
-        self.app = self.shared_app
         self.shared_server.on(QUERY, HostileServer.answer_with(ANSWER, tokensRemaining=150000))
         self.access.click("Capture without sending")
         self.access.wait_for("Attached screenshot")
@@ -38,20 +36,6 @@ class MenuClicksTest(pointer_case.PointerCase):
         if self.access.find("Account", "menu item"):
             self.access.click("Menu")
             self.access.wait_gone("Account")
-
-    def in_page(self, name, role):
-        page = self.access.find(re.compile(""), "document web")
-        return wait_until(lambda: next((node for node in self.access.shown(page)
-                                        if node.get_role_name() == role
-                                        and re.search(name, node.get_name() or "")), None),
-                          what=f"the {role} in the page")
-
-    def bounds(self, node):
-        """Screen bounds of a page node; the engine reports window coordinates."""
-        page = self.access.bounds(self.access.find(re.compile(""), "document web"))
-        _, left, top, _, _ = self.app.panel()
-        x, y, width, height = self.access.bounds(node)
-        return x + left - page[0], y + top + 72 - page[1], width, height
 
     def place(self, node):
         """The centre of a page node, which must not be covered by the menu."""

@@ -225,6 +225,46 @@ private Q_SLOTS:
         QVERIFY(!f().find("latest")->isVisible());
     }
 
+    void clicksSwitch()
+    {
+        show();
+        f().overlay.setTitle(QStringLiteral("A thread"));
+        f().overlay.setHasAnswer(true);
+        const QQuickItem *clicks = f().find("clicks");
+        QVERIFY(!clicks->isVisible());
+        f().overlay.setPageClickable(true);
+        QVERIFY(clicks->isVisible());
+        QCOMPARE(clicks->property("name").toString(), QStringLiteral("Clicks: through"));
+        QCOMPARE(clicks->width(), 28.0);
+        QSignalSpy toggled(&f().overlay, &OverlayModel::clicksToggled);
+        click("clicks");
+        QCOMPARE(toggled.size(), 1);
+        f().overlay.setTakesClicks(true);
+        QCOMPARE(clicks->property("name").toString(), QStringLiteral("Clicks: answer"));
+        QCOMPARE(clicks->property("iconName").toString(), QStringLiteral("mouse-pointer-click"));
+        // In words where there is room for them.
+        QVERIFY(clicks->width() > 100);
+        f().overlay.setActivity(OverlayModel::Activity::Streaming);
+        QCOMPARE(clicks->width(), 28.0);
+        f().overlay.setActivity(OverlayModel::Activity::Idle);
+        f().panel.resize(320, 280);
+        QTRY_COMPARE(clicks->width(), 28.0);
+        // It stays on offer while it is on.
+        f().overlay.setPageClickable(false);
+        QVERIFY(clicks->isVisible());
+        f().overlay.setTakesClicks(false);
+        QVERIFY(!clicks->isVisible());
+    }
+
+    void clicksSwitchNamesItsHotkey()
+    {
+        show();
+        f().overlay.setPageClickable(true);
+        QCOMPARE(f().find("clicks")->property("shortcutText").toString(), QString());
+        f().panels.setHotkeys({{QStringLiteral("toggle_clicks"), QStringLiteral("Super+J")}});
+        QCOMPARE(f().find("clicks")->property("shortcutText").toString(), QStringLiteral("Super+J"));
+    }
+
     void saveStateIndicator()
     {
         using SaveState = OverlayModel::SaveState;
@@ -266,6 +306,7 @@ private Q_SLOTS:
         f().overlay.setThreadCovered(true);
         f().overlay.setActivity(OverlayModel::Activity::Streaming);
         f().overlay.setEndVisible(false);
+        f().overlay.setPageClickable(true);
         show();
         centre("stop");
         QVERIFY(!f().find("notSavedWords")->isVisible());
@@ -278,7 +319,8 @@ private Q_SLOTS:
         QVERIFY(scene("backToThread").right() <= scene("status").left());
         QVERIFY(scene("status").right() <= scene("latest").left());
         QVERIFY(scene("latest").right() <= scene("stop").left());
-        QVERIFY(scene("stop").right() <= 314);
+        QVERIFY(scene("stop").right() <= scene("clicks").left());
+        QVERIFY(scene("clicks").right() <= 314);
     }
 
     void copyButtonConfirms()

@@ -304,6 +304,43 @@ private Q_SLOTS:
         QCOMPARE(changed.size(), 2);
     }
 
+    void clickThroughEndsWhileTheAnswerTakesClicks()
+    {
+        m_model->setWindowSize({624, 744});
+        m_model->setBottomPanelsHeight(140);
+        QSignalSpy changed(m_model.get(), &OverlayModel::clickThroughRectChanged);
+        m_model->setTakesClicks(true);
+        m_model->setTakesClicks(true);
+        QVERIFY(m_model->clickThroughRect().isEmpty());
+        m_model->setMenuOpen(true);
+        m_model->setMenuOpen(false);
+        QVERIFY(m_model->clickThroughRect().isEmpty());
+        m_model->setTakesClicks(false);
+        QCOMPARE(m_model->clickThroughRect(), QRect(0, 72, 596, 532));
+        QCOMPARE(changed.size(), 2);
+    }
+
+    void clicksAreOfferedForAPageAndWhileTheyAreOn()
+    {
+        QSignalSpy changed(m_model.get(), &OverlayModel::clicksChanged);
+        QVERIFY(!m_model->areClicksOffered());
+        m_model->setTakesClicks(true);
+        QVERIFY(m_model->areClicksOffered());
+        m_model->setTakesClicks(false);
+        QVERIFY(!m_model->areClicksOffered());
+        m_model->setPageClickable(true);
+        m_model->setPageClickable(true);
+        QVERIFY(m_model->areClicksOffered());
+        QVERIFY(!m_model->takesClicks());
+        m_model->setPageClickable(false);
+        QVERIFY(!m_model->areClicksOffered());
+        QCOMPARE(changed.size(), 4);
+        QSignalSpy toggled(m_model.get(), &OverlayModel::clicksToggled);
+        m_model->toggleClicks();
+        QCOMPARE(toggled.size(), 1);
+        QVERIFY(!m_model->takesClicks());
+    }
+
     void clickThroughRectIsRoundedInward()
     {
         m_model->setWindowSize({624, 744});

@@ -67,10 +67,16 @@ private Q_SLOTS:
     void answerAndMenuHaveNamesAndRoles()
     {
         f().overlay.setHasAnswer(true);
+        f().overlay.setPageClickable(true);
         f().menu.setUsage(250000, 1000000, false);
         f().overlay.setMenuOpen(true);
         show();
         QVERIFY(find(QStringLiteral("Copy answer"), QAccessible::Button));
+        QAccessibleInterface *clicks =
+            find(QStringLiteral("Clicks reach the answer"), QAccessible::CheckBox);
+        QVERIFY(clicks && clicks->state().checkable && !clicks->state().checked);
+        f().overlay.setTakesClicks(true);
+        QVERIFY(clicks->state().checked);
         QVERIFY(find(QStringLiteral("Account"), QAccessible::MenuItem));
         QVERIFY(find(QStringLiteral("Upgrade"), QAccessible::MenuItem));
         QVERIFY(find(QStringLiteral("Sign Out"), QAccessible::MenuItem));

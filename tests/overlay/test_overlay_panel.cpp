@@ -26,6 +26,22 @@ double threadCpuSeconds()
 class TestOverlayPanel : public OverlayDriver
 {
     Q_OBJECT
+    /// Shows the panel with an answer that accepts presses, as the page does.
+    void showPressableAnswer()
+    {
+        const char *item = "import QtQuick\nMouseArea { property QtObject host; "
+                           "property bool reducedMotion; property real textScale; "
+                           "onPressed: forceActiveFocus() }";
+        f().responseView = QUrl(QStringLiteral("data:text/plain,") +
+                                QString::fromLatin1(QByteArray(item).toPercentEncoding()));
+        showActive();
+        QTRY_VERIFY(f().find("responseLoader")->property("item").value<QObject *>());
+    }
+    void pressAnswer()
+    {
+        QTest::mouseClick(&f().panel, Qt::LeftButton, {}, {200, 300});
+    }
+
 private Q_SLOTS:
     // Window
 
@@ -227,6 +243,104 @@ private Q_SLOTS:
         f().panel.makeKey();
         f().panel.hide();
         QVERIFY(!f().panel.isKey());
+    }
+
+    void pressInAnswerTakesTheKeyboardWhileItTakesClicks()
+    {
+        showPressableAnswer();
+        pressAnswer();
+        QCOMPARE(f().platform.count(QStringLiteral("makeKey")), 0);
+        QVERIFY(!f().panel.isKeyboardLent());
+        f().overlay.setTakesClicks(true);
+        pressAnswer();
+        QCOMPARE(f().platform.keyWindow.data(), static_cast<QWindow *>(&f().panel));
+        QVERIFY(f().panel.isKeyboardLent());
+        QVERIFY(f().find("responseLoader")->hasActiveFocus());
+    }
+
+    void keyboardOfTheAnswerIsReturned_data()
+    {
+        QTest::addColumn<std::function<void(TestOverlayPanel &)>>("leave");
+        const auto row = [](const char *name, std::function<void(TestOverlayPanel &)> leave) {
+            QTest::newRow(name) << leave;
+        };
+        row("escape",
+            [](auto &test) { QTest::keyClick(&test.f().panel, Qt::Key_Escape); });
+        row("press on a control", [](auto &test) { test.click("opacitySlider"); });
+        row("press beside the controls",
+            [](auto &test) { QTest::mouseClick(&test.f().panel, Qt::LeftButton, {}, {300, 50}); });
+        row("switched off", [](auto &test) { test.f().overlay.setTakesClicks(false); });
+    }
+
+    void keyboardOfTheAnswerIsReturned()
+    {
+        QFETCH(std::function<void(TestOverlayPanel &)>, leave);
+        showPressableAnswer();
+        f().overlay.setTakesClicks(true);
+        pressAnswer();
+        pressAnswer();
+        QSignalSpy left(&f().panel, &NonFocusPanel::answerLeft);
+        leave(*this);
+        QVERIFY(!f().panel.isKeyboardLent());
+        QVERIFY(!f().platform.keyWindow);
+        QVERIFY(!f().panel.isKey());
+        QVERIFY(f().find("promptInput")->hasActiveFocus());
+        QCOMPARE(left.size(), 1);
+        QTest::keyClick(&f().panel, Qt::Key_Escape);
+        QCOMPARE(left.size(), 1);
+        QCOMPARE(f().platform.count(QStringLiteral("resignKey")), 1);
+    }
+
+    void promptThatHadTheKeyboardGetsItBack()
+    {
+        showPressableAnswer();
+        f().overlay.setTakesClicks(true);
+        click("promptInput");
+        pressAnswer();
+        QVERIFY(f().find("responseLoader")->hasActiveFocus());
+        QTest::keyClick(&f().panel, Qt::Key_Escape);
+        QCOMPARE(f().platform.keyWindow.data(), static_cast<QWindow *>(&f().panel));
+        QVERIFY(f().find("promptInput")->hasActiveFocus());
+        // A press on the prompt takes the keyboard for good.
+        pressAnswer();
+        click("promptInput");
+        QVERIFY(!f().panel.isKeyboardLent());
+        click("opacitySlider");
+        QCOMPARE(f().platform.keyWindow.data(), static_cast<QWindow *>(&f().panel));
+        QCOMPARE(f().platform.count(QStringLiteral("resignKey")), 0);
+    }
+
+    void escapeClosesMenuBeforeItLeavesAnswer()
+    {
+        showPressableAnswer();
+        f().overlay.setTakesClicks(true);
+        pressAnswer();
+        f().overlay.setMenuOpen(true);
+        QTest::keyClick(&f().panel, Qt::Key_Escape);
+        QVERIFY(!f().overlay.isMenuOpen());
+        QVERIFY(f().panel.isKeyboardLent());
+        QTest::keyClick(&f().panel, Qt::Key_Escape);
+        QVERIFY(!f().panel.isKeyboardLent());
+    }
+
+    void answerIsPressedUntilReleaseOrHiding()
+    {
+        showPressableAnswer();
+        const QPoint at(200, 300);
+        press(at);
+        QVERIFY(!f().panel.isAnswerPressed());
+        QTest::mouseRelease(&f().panel, Qt::LeftButton, {}, at);
+        f().overlay.setTakesClicks(true);
+        QSignalSpy changed(&f().panel, &NonFocusPanel::isAnswerPressedChanged);
+        press(at);
+        QVERIFY(f().panel.isAnswerPressed());
+        QTest::mouseRelease(&f().panel, Qt::LeftButton, {}, at);
+        QVERIFY(!f().panel.isAnswerPressed());
+        press(at);
+        f().panel.hide();
+        QVERIFY(!f().panel.isAnswerPressed());
+        QVERIFY(!f().panel.isKeyboardLent());
+        QCOMPARE(changed.size(), 4);
     }
 
     void draggingControlDoesNotMovePanel()

@@ -204,6 +204,48 @@ private Q_SLOTS:
                      prefix + QString::fromUtf8("Hamburger button clicked — menu open=false")}));
     }
 
+    void clicksReachTheAnswerUntilThePanelIsHidden()
+    {
+        Fixture f;
+        f.overlay->show();
+        QTRY_VERIFY(f.overlay->overlayModel().bottomPanelsHeight() > 0);
+        const QRect area = f.platform.panel.clickThroughRects.last();
+        f.log.clear();
+        f.overlay->overlayModel().toggleClicks();
+        QVERIFY(f.platform.panel.clickThroughRects.last().isEmpty());
+        f.overlay->toggleClicks();
+        QCOMPARE(f.platform.panel.clickThroughRects.last(), area);
+        QCOMPARE(f.log.lines, (QStringList{prefix + "Clicks go to the answer",
+                                           prefix + "Clicks go through the answer"}));
+        f.overlay->toggleClicks();
+        f.overlay->toggleVisibility();
+        QVERIFY(!f.overlay->overlayModel().takesClicks());
+        QCOMPARE(f.platform.panel.clickThroughRects.last(), area);
+        f.overlay->show();
+        QVERIFY(!f.overlay->overlayModel().takesClicks());
+        QCOMPARE(f.platform.panel.clickThroughRects.last(), area);
+    }
+
+    void clicksOfAHiddenPanelShowIt()
+    {
+        Fixture f;
+        f.overlay->toggleClicks();
+        QVERIFY(f.overlay->isVisible());
+        QVERIFY(f.overlay->overlayModel().takesClicks());
+        QVERIFY(f.platform.panel.clickThroughRects.last().isEmpty());
+    }
+
+    void clicksAreOfferedForMoreThanTheHint()
+    {
+        Fixture f;
+        QVERIFY(!f.overlay->overlayModel().areClicksOffered());
+        f.overlay->threads().addNote("note");
+        f.overlay->orchestrator().showCurrentThread();
+        QVERIFY(f.overlay->overlayModel().areClicksOffered());
+        f.overlay->clearContent();
+        QVERIFY(!f.overlay->overlayModel().areClicksOffered());
+    }
+
     void menuLinksOpenPages()
     {
         Fixture f;

@@ -23,6 +23,9 @@ post => {
         }
     }, true);
 
+    // A drag of a link, a picture or selected text would show a window outside the panel.
+    window.addEventListener('dragstart', event => event.preventDefault(), true);
+
     // Links and buttons turn these keys into clicks, pictures do not.
     window.addEventListener('keydown', event => {
         const isPress = event.isTrusted && (event.key === 'Enter' || event.key === ' ');
