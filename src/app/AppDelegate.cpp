@@ -96,6 +96,8 @@ void AppDelegate::handleHotkey(HotkeyAction action)
         return m_overlay->captureNoSend();
     case HotkeyAction::NewThread:
         return m_overlay->startNewThread();
+    case HotkeyAction::ToggleClicks:
+        return m_overlay->toggleClicks();
     }
 }
 

@@ -18,6 +18,7 @@ enum class HotkeyAction {
     OpacityDown,
     CaptureNoSend,
     NewThread,
+    ToggleClicks,
 };
 
 /// One row of the table of actions.
@@ -59,6 +60,8 @@ inline constexpr auto hotkeyActions = std::to_array<HotkeyActionInfo>({
      "ctrl+alt+cmd+shift+c", false, "capture-no-send", "attach a screenshot to the next message"},
     {HotkeyAction::NewThread, "new_thread", "Start a new thread", "New Thread", "cmd+n", false,
      "new-thread", "start a new thread"},
+    {HotkeyAction::ToggleClicks, "toggle_clicks", "Let clicks reach the answer", "Toggle Clicks",
+     "", false, "toggle-clicks", "let clicks reach the answer, or pass through it"},
 });
 
 constexpr const HotkeyActionInfo &hotkeyAction(HotkeyAction action)

@@ -43,8 +43,9 @@ struct OverlayContent
 ///
 /// A press on a text input, or anywhere inside an item whose `takesKeyboard` property is true,
 /// requests keyboard focus from the platform; any other press leaves the focus with the active
-/// application. The focus that a press in the answer takes is lent: leaveAnswer() returns it. Dragging empty areas moves the panel, dragging its edges resizes it. Escape never
-/// closes it. Main thread only.
+/// application. The focus that a press in the answer takes is lent: leaveAnswer() returns it.
+/// Dragging empty areas moves the panel, dragging its edges resizes it. Escape never closes it.
+/// Main thread only.
 class NonFocusPanel : public QQuickWindow
 {
     Q_OBJECT
@@ -83,8 +84,8 @@ public:
     bool isKey() const { return m_isKey; }
     /// Whether a press in the answer has taken the keyboard focus, which leaveAnswer() returns.
     bool isKeyboardLent() const { return m_lender != Lender::None; }
-    /// Returns the keyboard focus that a press in the answer has taken: to the other application, or
-    /// to the prompt if the panel had the focus already. No effect unless isKeyboardLent().
+    /// Returns the keyboard focus that a press in the answer has taken: to the other application,
+    /// or to the prompt if the panel had the focus already. No effect unless isKeyboardLent().
     Q_INVOKABLE void leaveAnswer();
     /// Whether the left button is held down after a press in the answer.
     bool isAnswerPressed() const { return m_isAnswerPressed; }

@@ -143,8 +143,7 @@ void OverlayWindowController::wireOverlay()
     connect(&m_overlay, &OverlayModel::sliderMoved, this, &OverlayWindowController::sliderChanged);
     connect(&m_overlay, &OverlayModel::menuToggled, this,
             &OverlayWindowController::toggleHamburgerMenu);
-    connect(&m_overlay, &OverlayModel::clicksToggled, this,
-            &OverlayWindowController::toggleClicks);
+    connect(&m_overlay, &OverlayModel::clicksToggled, this, &OverlayWindowController::toggleClicks);
     connect(&m_overlay, &OverlayModel::usageClicked, this,
             &OverlayWindowController::toggleHamburgerMenu);
     connect(&m_overlay, &OverlayModel::stopRequested, m_orchestrator.get(),

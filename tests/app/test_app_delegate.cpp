@@ -56,6 +56,7 @@ public:
         m_calls << QStringLiteral("adjustOpacity %1").arg(delta);
     }
     void startNewThread() override { m_calls << "startNewThread"; }
+    void toggleClicks() override { m_calls << "toggleClicks"; }
     void showNotice(const QString &text) override { m_calls << "showNotice " + text; }
     void applyConfigAtStart(const AppConfigResponse &config) override
     {
@@ -363,7 +364,7 @@ private Q_SLOTS:
             Q_EMIT f.hotkeys.pressed(row.action);
         QCOMPARE(f.calls, (QStringList{"triggerCaptureAndSend", "clearContent", "toggleVisibility",
                                        "adjustOpacity 0.1", "adjustOpacity -0.1", "captureNoSend",
-                                       "startNewThread"}));
+                                       "startNewThread", "toggleClicks"}));
     }
 
     void commandsAreRefusedBeforeSignIn()
@@ -390,7 +391,7 @@ private Q_SLOTS:
             QCOMPARE(f.command(command.name), QString());
         QCOMPARE(f.calls, (QStringList{"triggerCaptureAndSend", "clearContent", "toggleVisibility",
                                        "adjustOpacity 0.1", "adjustOpacity -0.1", "captureNoSend",
-                                       "startNewThread", "show"}));
+                                       "startNewThread", "toggleClicks", "show"}));
         QCOMPARE(f.quits, 1);
         QVERIFY(f.log.lines.contains("[AppDelegate] Command: capture"));
         // The session may end at any time.

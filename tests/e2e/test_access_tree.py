@@ -168,7 +168,8 @@ class AccessTreeTest(E2ECase):
         screen = self.look()
         self.assert_states(screen.get("Save thread", "check box"), "checked")
         self.assertEqual(screen.get("Response scroll position").role, "scroll bar")
-        screen.walk_with_tab(*BOX, *BAR, "Usage 85%", "Copy answer", "Copy code",
+        screen.walk_with_tab(*BOX, *BAR, "Usage 85%", "Copy answer", "Clicks reach the answer",
+                             "Copy code",
                              "Scroll up", "Response scroll position", "Scroll down",
                              "Expand message")
 
@@ -328,6 +329,7 @@ class AccessTreeTest(E2ECase):
             self.assertTrue(item.description)
         rows = [item.name for item in screen.all(re.compile(", .*Super"), BUTTON)]
         self.assertEqual(len(rows), 7)
+        rows += [item.name for item in screen.all(re.compile(", not set$"), BUTTON)]
         self.desktop.press("tab")
         wait_until(screen.get("Balanced").has_focus, what="the focus on the first section")
         screen.walk_with_tab("System", "Text color: Theme", "Custom text color",

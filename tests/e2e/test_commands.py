@@ -42,7 +42,7 @@ class CommandsTest(E2ECase):
         mark = app.mark()
         self.assertEqual(self.command(app, "new-thread"), (0, "", ""))
         app.wait_for_line(PREFIX + "New thread started", since=mark)
-        for name in ("opacity-down", "opacity-up"):
+        for name in ("opacity-down", "opacity-up", "toggle-clicks"):
             mark = app.mark()
             self.assertEqual(self.command(app, name), (0, "", ""))
             app.wait_for_line(f"[AppDelegate] Command: {name}", since=mark)

@@ -25,12 +25,12 @@ class DesktopKeysTest(E2ECase):
         return self.app(self.server(), environment=SESSION).sign_in()
 
     def wait_delivered(self, app):
-        app.wait_for_line(
+        app.wait_for_line(re.compile(re.escape(
             "[DesktopShortcuts] The desktop delivers keys: capture = Press CTRL+ALT+LOGO+c, "
             "clear = Press CTRL+ALT+LOGO+x, toggle = Press CTRL+ALT+LOGO+t, "
             "opacity-up = Press CTRL+ALT+LOGO+bracketright, "
             "opacity-down = Press CTRL+ALT+LOGO+bracketleft, "
-            "capture-no-send = Press CTRL+ALT+LOGO+SHIFT+c, new-thread = Press LOGO+n", since=0)
+            "capture-no-send = Press CTRL+ALT+LOGO+SHIFT+c, new-thread = Press LOGO+n")), since=0)
 
     def test_desktop_keys_run_actions(self):
         portal = self.portal()

@@ -52,6 +52,7 @@ void HotkeyBindingsTest::namesTheActions()
         {"opacity_down", "Decrease opacity", "Opacity Down", "ctrl+alt+cmd+[", "required"},
         {"capture_no_send", "Capture (no send)", "Capture (No Send)", "ctrl+alt+cmd+shift+c", ""},
         {"new_thread", "Start a new thread", "New Thread", "cmd+n", ""},
+        {"toggle_clicks", "Let clicks reach the answer", "Toggle Clicks", "", ""},
     };
     QList<QStringList> actual;
     for (const HotkeyActionInfo &row : hotkeyActions)

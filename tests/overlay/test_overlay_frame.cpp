@@ -262,7 +262,8 @@ private Q_SLOTS:
         f().overlay.setPageClickable(true);
         QCOMPARE(f().find("clicks")->property("shortcutText").toString(), QString());
         f().panels.setHotkeys({{QStringLiteral("toggle_clicks"), QStringLiteral("Super+J")}});
-        QCOMPARE(f().find("clicks")->property("shortcutText").toString(), QStringLiteral("Super+J"));
+        QCOMPARE(f().find("clicks")->property("shortcutText").toString(),
+                 QStringLiteral("Super+J"));
     }
 
     void saveStateIndicator()

@@ -37,10 +37,7 @@ class TestOverlayPanel : public OverlayDriver
         showActive();
         QTRY_VERIFY(f().find("responseLoader")->property("item").value<QObject *>());
     }
-    void pressAnswer()
-    {
-        QTest::mouseClick(&f().panel, Qt::LeftButton, {}, {200, 300});
-    }
+    void pressAnswer() { QTest::mouseClick(&f().panel, Qt::LeftButton, {}, {200, 300}); }
 
 private Q_SLOTS:
     // Window
@@ -264,11 +261,11 @@ private Q_SLOTS:
         const auto row = [](const char *name, std::function<void(TestOverlayPanel &)> leave) {
             QTest::newRow(name) << leave;
         };
-        row("escape",
-            [](auto &test) { QTest::keyClick(&test.f().panel, Qt::Key_Escape); });
+        row("escape", [](auto &test) { QTest::keyClick(&test.f().panel, Qt::Key_Escape); });
         row("press on a control", [](auto &test) { test.click("opacitySlider"); });
-        row("press beside the controls",
-            [](auto &test) { QTest::mouseClick(&test.f().panel, Qt::LeftButton, {}, {300, 50}); });
+        row("press beside the controls", [](auto &test) {
+            QTest::mouseClick(&test.f().panel, Qt::LeftButton, {}, {300, 50});
+        });
         row("switched off", [](auto &test) { test.f().overlay.setTakesClicks(false); });
     }
 

@@ -242,6 +242,7 @@ private Q_SLOTS:
                                 "hotkeyButton-5",
                                 "hotkeyButton-6",
                                 "trailing-6",
+                                "hotkeyButton-7",
                                 "resetAllHotkeys",
                                 "helpLink",
                                 "settingsClose"};

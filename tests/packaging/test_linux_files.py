@@ -14,8 +14,8 @@ from paths import BUILD, LINUX, ROOT, VERSION
 
 MANUALS = sorted((LINUX / "man").glob("*.1"))
 COMPLETIONS = sorted((LINUX / "completions").iterdir())
-COMMANDS = ("capture", "capture-no-send", "toggle", "clear", "new-thread", "opacity-up",
-            "opacity-down", "show", "quit")
+COMMANDS = ("capture", "capture-no-send", "toggle", "clear", "new-thread", "toggle-clicks",
+            "opacity-up", "opacity-down", "show", "quit")
 OPTIONS = {"--help", "--version", "--or-start"}
 # QML modules of Debian by the import that needs them.
 MODULES = {
@@ -188,7 +188,7 @@ class LinuxFilesTest(unittest.TestCase):
         self.assertEqual(complete("quellora", "quellora", ""), set(COMMANDS))
         self.assertEqual(complete("quellora", "quellora", "cap"), {"capture", "capture-no-send"})
         self.assertEqual(complete("quellora", "quellora", "--"), OPTIONS)
-        self.assertEqual(complete("quellora", "quellora", "--or-start", "to"), {"toggle"})
+        self.assertEqual(complete("quellora", "quellora", "--or-start", "to"), {"toggle", "toggle-clicks"})
         self.assertEqual(complete("quellora", "quellora", "capture", ""), set())
         self.assertEqual(complete("quellora-backend", "quellora-backend", "set-"),
                          {"set-password", "set-cap", "set-plan"})
