@@ -252,7 +252,7 @@ void OverlayModel::tick()
 
 void OverlayModel::showNotice(const QString &text)
 {
-    // Clear first: screen readers announce a notice when it appears, not when its text changes.
+    // Clear first: the same notice is shown, and read out, once more.
     clearNotice();
     m_notice = text.simplified();
     if (m_notice.isEmpty())

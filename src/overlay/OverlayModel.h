@@ -128,8 +128,8 @@ public:
     /// The notice currently shown; empty if none.
     QString notice() const { return m_notice; }
     /// Shows @p text, usually why a user action failed, instead of the title for noticeMs. Does not
-    /// affect the status, Stop or the thread. Replaces the current notice; screen readers announce
-    /// it even if the text is the same. An empty text removes the notice.
+    /// affect the status, Stop or the thread. Replaces the current notice, with a change of its own
+    /// even if the text is the same. An empty text removes the notice.
     void showNotice(const QString &text);
     QString stopShortcut() const { return m_stopShortcut; }
     /// @param display shortcut that stops an answer, in display form
@@ -193,6 +193,8 @@ Q_SIGNALS:
     void usageClicked();
     void latestRequested();
     void clicksToggled();
+    /// Screen readers are to read out @p text.
+    void announced(const QString &text);
 
     void currentAlphaChanged();
     void appliedThemeChanged();

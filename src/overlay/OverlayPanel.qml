@@ -222,6 +222,10 @@ FocusScope {
             value: Tokens.textScale
         }
     }
+    Announcements {
+        overlay: root.overlay
+        y: strip.y
+    }
     ResponseScrollbarView {
         objectName: "responseScrollbar"
         scrollbar: root.scrollbar

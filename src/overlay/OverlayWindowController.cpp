@@ -8,6 +8,7 @@
 #include "platform/Platform.h"
 #include "query/PermissionChecker.h"
 
+#include <QAccessible>
 #include <QClipboard>
 #include <QDir>
 #include <QGuiApplication>
@@ -59,6 +60,8 @@ OverlayWindowController::OverlayWindowController(const VantiroConfig &config,
           }}))
     , m_notice(m_collaborators.platform.notifications(), m_collaborators.settings,
                [this] { return m_isVisible; })
+    , m_reader(
+          {m_stream, m_overlay, m_panels, &QAccessible::isActive, [this] { return m_isVisible; }})
 {
     if (m_collaborators.library)
         m_history = std::make_unique<OverlayHistory>(*m_collaborators.library, m_threads,
@@ -289,6 +292,7 @@ void OverlayWindowController::toggleVisibility()
     m_overlay.setTakesClicks(false);
     m_panel.hide();
     m_isVisible = false;
+    m_reader.hush();
     log(QStringLiteral("Window hidden"));
 }
 

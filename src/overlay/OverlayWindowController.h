@@ -3,6 +3,7 @@
 #include "base/VantiroConfig.h"
 #include "history/ThreadController.h"
 #include "overlay/AnswerNotice.h"
+#include "overlay/AnswerReader.h"
 #include "overlay/NonFocusPanel.h"
 #include "overlay/OverlayConfig.h"
 #include "overlay/OverlayHistory.h"
@@ -140,6 +141,7 @@ private:
     ThreadController m_threads;
     std::unique_ptr<QueryOrchestrator> m_orchestrator;
     AnswerNotice m_notice;
+    AnswerReader m_reader;
     std::unique_ptr<OverlayMirror> m_mirror;
     std::unique_ptr<OverlayConfig> m_configuration;
     bool m_isVisible = false;

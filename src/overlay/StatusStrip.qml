@@ -114,8 +114,8 @@ FocusScope {
         x: strip.textStart
         width: Math.max(0, right.x - 12 - x)
         height: strip.textHeight
-        // Screen readers announce it when it appears; it does not take focus.
-        Accessible.role: Accessible.Notification
+        // It is announced to screen readers as well; it does not take focus.
+        Accessible.role: Accessible.StaticText
         Accessible.name: strip.overlay.notice
 
         Icon {
@@ -174,7 +174,7 @@ FocusScope {
             width: (statusLabel.visible ? statusLabel.x + statusLabel.width : 14)
                    + (seconds.visible ? seconds.width + seconds.gap : 0)
             height: parent.height
-            // Screen readers announce changes; it does not take focus.
+            // Changes are announced to screen readers; it does not take focus.
             Accessible.role: Accessible.StatusBar
             Accessible.name: strip.overlay.statusText
 

@@ -42,6 +42,14 @@ void StreamingRenderer::handleStreamStart(
 {
     Log::event(QStringLiteral("[OverlayWindowController] Stream start received"));
     loadShell(session, prompt, queryStart, screenshot);
+    Q_EMIT answerStarted(QString());
+}
+
+void StreamingRenderer::loadContent(const QString &markdown)
+{
+    m_display.loadContent(markdown);
+    if (m_display.content() == ResponseDisplay::Content::Message)
+        Q_EMIT messageShown(markdown);
 }
 
 void StreamingRenderer::resumeStream(const std::optional<CaptureSession> &session,
@@ -54,13 +62,14 @@ void StreamingRenderer::resumeStream(const std::optional<CaptureSession> &sessio
     loadShell(session, prompt, queryStart, screenshot);
     m_answer = answer;
     m_queuedChunks = answer.isEmpty() ? 0 : 1;
+    Q_EMIT answerStarted(answer);
 }
 
 void StreamingRenderer::loadShell(const std::optional<CaptureSession> &session,
                                   const QString &prompt, const QDateTime &queryStart,
                                   const std::optional<CaptureSession::Screenshot> &screenshot)
 {
-    abandonStream();
+    forgetStream();
     Log::event(QStringLiteral("[OverlayWindowController] loadStreamingThreadShell() — building "
                               "shell HTML"));
     m_question = {session.value_or(CaptureSession()), prompt, indexOf(screenshot)};
@@ -68,6 +77,12 @@ void StreamingRenderer::loadShell(const std::optional<CaptureSession> &session,
 }
 
 void StreamingRenderer::abandonStream()
+{
+    forgetStream();
+    Q_EMIT answerLeft();
+}
+
+void StreamingRenderer::forgetStream()
 {
     m_question = {};
     m_answer.clear();
@@ -91,6 +106,7 @@ void StreamingRenderer::handleStreamChunk(const QString &text)
         m_sent = {};
     }
     m_answer += text;
+    Q_EMIT answerGrew(text);
     if (!m_isShellReady) {
         ++m_queuedChunks;
         Log::event(QStringLiteral("[OverlayWindowController] Chunk queued (shell not ready yet), "
@@ -110,6 +126,7 @@ void StreamingRenderer::handleStreamEnd()
                    .arg(characterCount(m_answer)));
     m_isFinished = true;
     update();
+    Q_EMIT answerEnded();
     Log::event(QStringLiteral("[OverlayWindowController] Stream complete, buffer cleared"));
 }
 
@@ -149,7 +166,7 @@ void StreamingRenderer::onPageFinished(ResponseDisplay::PageId page)
 {
     if (m_isFinished && page > m_shell) {
         // Another page has taken over.
-        abandonStream();
+        forgetStream();
         return;
     }
     if (m_shell == 0 || page != m_shell)

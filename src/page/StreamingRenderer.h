@@ -22,7 +22,7 @@ public:
     /// @param display must outlive this object
     explicit StreamingRenderer(ResponseDisplay &display, QObject *parent = nullptr);
 
-    void loadContent(const QString &markdown) override { m_display.loadContent(markdown); }
+    void loadContent(const QString &markdown) override;
     /// Keeps the page if it shows just this thread with the finished answer.
     void renderThread(const CaptureSession &session) override;
     /// Discards an answer that is still under way.
@@ -43,6 +43,15 @@ public:
 Q_SIGNALS:
     /// The window is to be brought to the front without activating the application.
     void showWindowRequested();
+    /// An answer is shown from now on.
+    /// @param soFar what has arrived of it already
+    void answerStarted(const QString &soFar);
+    void answerGrew(const QString &piece);
+    void answerEnded();
+    /// The page leaves an answer that is still under way.
+    void answerLeft();
+    /// A text that is no answer is shown, e.g. an error.
+    void messageShown(const QString &markdown);
 
 private:
     /// What the shell page shows besides the answer.
@@ -60,6 +69,7 @@ private:
         bool turn = false;
     };
 
+    void forgetStream();
     void loadShell(const std::optional<CaptureSession> &session, const QString &prompt,
                    const QDateTime &queryStart,
                    const std::optional<CaptureSession::Screenshot> &screenshot);

@@ -87,15 +87,31 @@ private Q_SLOTS:
         QVERIFY(find(QStringLiteral("Menu"), QAccessible::ButtonMenu)->state().expanded);
     }
 
-    void noticeIsNotification()
+    void noticeIsText()
     {
         show();
-        QVERIFY(!find(QStringLiteral("Nobody answers"), QAccessible::Notification));
+        QVERIFY(!find(QStringLiteral("Nobody answers"), QAccessible::StaticText));
         f().overlay.showNotice(QStringLiteral("Nobody answers"));
         QAccessibleInterface *notice =
-            find(QStringLiteral("Nobody answers"), QAccessible::Notification);
-        QVERIFY(notice);
-        QVERIFY(!notice->state().invisible && !notice->state().focusable);
+            find(QStringLiteral("Nobody answers"), QAccessible::StaticText);
+        QVERIFY(notice && !notice->state().invisible);
+    }
+
+    void announcementsAreNotifications()
+    {
+        show();
+        QStringList texts;
+        for (int i = 0; i < 20; ++i) {
+            texts << QStringLiteral("Sentence %1.").arg(i);
+            Q_EMIT f().overlay.announced(texts.last());
+            QVERIFY(find(texts.last(), QAccessible::Notification));
+        }
+        // A slow screen reader still finds the latest ones, as they were.
+        for (const QString &text : texts.last(8)) {
+            const QAccessibleInterface *item = find(text, QAccessible::Notification);
+            QVERIFY(item && !item->state().focusable);
+        }
+        QVERIFY(!find(texts.first(), QAccessible::Notification));
     }
 
     void stripExposesSaveState()
