@@ -36,6 +36,7 @@ const QByteArrayView base =
     "padding-top:4px;padding-right:8px;padding-bottom:4px}\n";
 
 const QByteArrayView details =
+    "a{color:#7db2ff}body.light a{color:#1257ae}\n"
     "hr{height:1px;border:none;background:var(--border);margin:10px 0}\n"
     "a:focus-visible,.thumb:focus-visible,.note-delete:focus-visible,.truncatable:focus-visible{"
     "outline:2px solid #7db2ff;outline-offset:2px}\n"

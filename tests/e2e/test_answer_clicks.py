@@ -17,6 +17,11 @@ ON, OFF = PREFIX + "Clicks go to the answer", PREFIX + "Clicks go through the an
 
 
 class AnswerClicksTest(pointer_case.PointerCase):
+    app_options = {"config": {"hotkeys": {
+        "capture": "ctrl+alt+cmd+c", "clear": "ctrl+alt+cmd+x", "toggle": "ctrl+alt+cmd+t",
+        "opacity_up": "ctrl+alt+cmd+]", "opacity_down": "ctrl+alt+cmd+[",
+        "toggle_clicks": "ctrl+alt+cmd+j"}}}
+
     def setUp(self):
         super().setUp()
         self.lines = self.app.mark()
@@ -239,6 +244,24 @@ class AnswerClicksTest(pointer_case.PointerCase):
         self.app.wait_overlay_shown()
         self.assertFalse(self.is_on())
         self.assert_clicks_pass()
+
+    def test_hotkey(self):
+        self.show()
+        self.app.hotkey("ctrl+alt+super+j", "Toggle Clicks")
+        self.app.wait_for_line(OFF, since=self.lines)
+        self.assert_clicks_pass()
+        self.app.hotkey("ctrl+alt+super+t", "Toggle")
+        self.app.wait_overlay_hidden()
+        mark = self.app.mark()
+        # It shows the panel as well.
+        self.app.hotkey("ctrl+alt+super+j", "Toggle Clicks")
+        self.app.wait_for_line(ON, since=mark)
+        self.app.wait_overlay_shown()
+        wait_until(self.is_on, what="the switch")
+        self.presses = self.window.mark()
+        self.desktop.click(*self.text("alphabet"))
+        self.wait_keyboard()
+        self.assert_nothing_went_through()
 
     def test_switching_off_lets_clicks_pass_again(self):
         self.show()

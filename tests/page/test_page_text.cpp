@@ -149,7 +149,8 @@ constexpr const char *screenshotOnlyRules =
 )";
 
 constexpr const char *detailRules =
-    R"(hr{height:1px;border:none;background:var(--border);margin:10px 0}
+    R"(a{color:#7db2ff}body.light a{color:#1257ae}
+hr{height:1px;border:none;background:var(--border);margin:10px 0}
 a:focus-visible,.thumb:focus-visible,.note-delete:focus-visible,.truncatable:focus-visible{outline:2px solid #7db2ff;outline-offset:2px}
 body.light :focus-visible{outline-color:#1c6ad0}
 )";
