@@ -98,6 +98,8 @@ void AppDelegate::handleHotkey(HotkeyAction action)
         return m_overlay->startNewThread();
     case HotkeyAction::ToggleClicks:
         return m_overlay->toggleClicks();
+    case HotkeyAction::Retry:
+        return m_overlay->retry();
     }
 }
 

@@ -25,6 +25,29 @@ QList<T> selectKept(const QList<T> &list, qint64 stored, const std::optional<qin
     return kept;
 }
 
+/// The versions of a turn that are kept on disk; nullopt if none is. On show is the same one or,
+/// where that is not kept, the newest of them.
+std::optional<CaptureSession::Turn> keptVersions(const CaptureSession::Turn &turn, bool isTurnKept)
+{
+    using Keeping = CaptureSession::Keeping;
+    const QList<CaptureSession::TurnVersion> versions = turn.versions();
+    QList<CaptureSession::TurnVersion> kept;
+    std::optional<qsizetype> shown;
+    for (qsizetype position = 0; position < versions.size(); ++position) {
+        const Keeping keeping = versions.at(position).keeping;
+        if (keeping != Keeping::Always && (keeping == Keeping::Never || !isTurnKept))
+            continue;
+        if (position == turn.shownVersion)
+            shown = kept.size();
+        kept.append(versions.at(position));
+    }
+    if (kept.isEmpty())
+        return std::nullopt;
+    CaptureSession::Turn result = turn;
+    result.setVersions(kept, shown.value_or(kept.size() - 1));
+    return result;
+}
+
 /// Adjusts @p position after the element at index @p removed has been removed.
 void shiftAfterRemoval(qint64 &position, qsizetype removed)
 {
@@ -33,6 +56,31 @@ void shiftAfterRemoval(qint64 &position, qsizetype removed)
 }
 
 } // namespace
+
+QList<CaptureSession::TurnVersion> CaptureSession::Turn::versions() const
+{
+    QList<TurnVersion> all = otherVersions;
+    all.insert(shownVersion, {prompt, response, createdAt, screenshot, keeping});
+    return all;
+}
+
+void CaptureSession::Turn::setVersions(QList<TurnVersion> versions, qsizetype shown)
+{
+    const TurnVersion version = versions.takeAt(shown);
+    prompt = version.prompt;
+    response = version.response;
+    createdAt = version.createdAt;
+    screenshot = version.screenshot;
+    keeping = version.keeping;
+    otherVersions = std::move(versions);
+    shownVersion = shown;
+}
+
+QDateTime CaptureSession::Turn::askedAt() const
+{
+    return otherVersions.isEmpty() ? createdAt
+                                   : std::min(createdAt, otherVersions.constFirst().createdAt);
+}
 
 std::optional<QUuid> uuidFromText(const QString &text)
 {
@@ -94,6 +142,47 @@ void CaptureSession::addTurn(const QString &prompt, const QString &response,
     updatedAt = now;
 }
 
+const CaptureSession::Turn *CaptureSession::findTurn(const QUuid &turnId) const
+{
+    const auto found = std::find_if(turns.cbegin(), turns.cend(),
+                                    [&turnId](const Turn &turn) { return turn.id == turnId; });
+    return found == turns.cend() ? nullptr : &*found;
+}
+
+bool CaptureSession::addVersion(const QUuid &turnId, TurnVersion version, bool isShown,
+                                const QDateTime &now)
+{
+    const Turn *turn = findTurn(turnId);
+    if (!turn || turn->versionCount() >= maximumVersions)
+        return false;
+    const qsizetype position = turn - turns.constData();
+    QList<TurnVersion> versions = turn->versions();
+    // By its time the screenshot of the earlier version would be found no longer.
+    if (!turn->screenshot) {
+        const auto screenshot = screenshotOfTurn(*this, turnId);
+        versions[turn->shownVersion].screenshot =
+            TurnScreenshot{screenshot ? std::optional(screenshot->index) : std::nullopt};
+    }
+    const bool isKept = turnPersistenceCursor.has_value();
+    version.keeping = isKept == isTurnKept(position) ? Keeping::ByTurn
+                      : isKept                       ? Keeping::Always
+                                                     : Keeping::Never;
+    const qsizetype shown = isShown ? versions.size() : turn->shownVersion;
+    versions.append(std::move(version));
+    turns[position].setVersions(std::move(versions), shown);
+    updatedAt = now;
+    return true;
+}
+
+bool CaptureSession::showVersion(const QUuid &turnId, qsizetype position)
+{
+    const Turn *turn = findTurn(turnId);
+    if (!turn || position < 0 || position >= turn->versionCount() || position == turn->shownVersion)
+        return false;
+    turns[turn - turns.constData()].setVersions(turn->versions(), position);
+    return true;
+}
+
 bool CaptureSession::addNote(const QString &text, const QDateTime &now)
 {
     if (text.trimmed().isEmpty())
@@ -139,8 +228,20 @@ void CaptureSession::beginPersistingTurns(const std::optional<qint64> &stagedInd
     turnPersistenceCursor = cursor;
 }
 
+bool CaptureSession::isTurnKept(qsizetype position) const
+{
+    return (storedPart && position < storedPart->turns) ||
+           (turnPersistenceCursor && position >= turnPersistenceCursor->sinceTurnIndex);
+}
+
 void CaptureSession::resumeTurnPersistingFromDisk()
 {
+    // The whole thread is kept, its versions included.
+    for (Turn &turn : turns) {
+        turn.keeping = Keeping::ByTurn;
+        for (TurnVersion &version : turn.otherVersions)
+            version.keeping = Keeping::ByTurn;
+    }
     turnPersistenceCursor = TurnPersistenceCursor{0, 0};
 }
 
@@ -154,13 +255,11 @@ CaptureSession::KeptPart CaptureSession::keptPart() const
     const StoredPart stored = storedPart.value_or(StoredPart());
     std::optional<qint64> sinceScreenshot;
     std::optional<qint64> sinceNote;
-    std::optional<qint64> sinceTurn;
     if (notePersistenceCursor) {
         sinceNote = notePersistenceCursor->sinceNoteIndex;
         sinceScreenshot = notePersistenceCursor->sinceScreenshotIndex;
     }
     if (turnPersistenceCursor) {
-        sinceTurn = turnPersistenceCursor->sinceTurnIndex;
         sinceScreenshot =
             std::min(sinceScreenshot.value_or(turnPersistenceCursor->sinceScreenshotIndex),
                      turnPersistenceCursor->sinceScreenshotIndex);
@@ -168,13 +267,18 @@ CaptureSession::KeptPart CaptureSession::keptPart() const
 
     KeptPart kept;
     kept.notes = selectKept(notes, stored.notes, sinceNote);
-    kept.turns = selectKept(turns, stored.turns, sinceTurn);
+    for (qsizetype position = 0; position < turns.size(); ++position) {
+        if (const auto turn = keptVersions(turns.at(position), isTurnKept(position)))
+            kept.turns.append(*turn);
+    }
     // The screenshot of a kept turn is kept too, even if the question was sent before persistence
     // began.
     QSet<qint64> sent;
     for (const Turn &turn : std::as_const(kept.turns)) {
-        if (turn.screenshot && turn.screenshot->index)
-            sent.insert(*turn.screenshot->index);
+        for (const TurnVersion &version : turn.versions()) {
+            if (version.screenshot && version.screenshot->index)
+                sent.insert(*version.screenshot->index);
+        }
     }
     for (qsizetype position = 0; position < screenshots.size(); ++position) {
         const Screenshot &screenshot = screenshots.at(position);
@@ -201,6 +305,27 @@ QString CaptureSession::firstLine(const QString &text)
     return text.trimmed().section(lineBreak, 0, 0);
 }
 
+std::optional<CaptureSession::Screenshot> screenshotOfTurn(const CaptureSession &session,
+                                                           const QUuid &turnId)
+{
+    QDateTime previousEnd;
+    for (const CaptureSession::Turn &turn : session.turns) {
+        if (turn.id != turnId) {
+            previousEnd = turn.createdAt;
+            continue;
+        }
+        std::optional<CaptureSession::Screenshot> found;
+        for (const CaptureSession::Screenshot &screenshot : session.screenshots) {
+            const bool isInTime = (!previousEnd.isValid() || screenshot.capturedAt > previousEnd) &&
+                                  screenshot.capturedAt <= turn.createdAt;
+            if (turn.screenshot ? turn.screenshot->index == screenshot.index : isInTime)
+                found = screenshot;
+        }
+        return found;
+    }
+    return std::nullopt;
+}
+
 QList<ThreadEntry> chronologicalEntries(const CaptureSession &session)
 {
     QList<ThreadEntry> entries;
@@ -210,7 +335,8 @@ QList<ThreadEntry> chronologicalEntries(const CaptureSession &session)
     for (const auto &turn : session.turns)
         entries.append(turn);
     const auto timeOf = [](const ThreadEntry &entry) {
-        return std::visit([](const auto &item) { return item.createdAt; }, entry);
+        const auto *turn = std::get_if<CaptureSession::Turn>(&entry);
+        return turn ? turn->askedAt() : std::get<CaptureSession::Note>(entry).createdAt;
     };
     // A stable sort keeps notes before turns at equal times.
     std::stable_sort(

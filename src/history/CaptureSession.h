@@ -47,6 +47,30 @@ struct CaptureSession
 
         bool operator==(const TurnScreenshot &) const = default;
     };
+    /// Whether a version of a turn is kept on disk. Not stored.
+    enum class Keeping {
+        /// As its turn is.
+        ByTurn,
+        /// It was added to a kept turn while nothing more was to be kept.
+        Never,
+        /// It was added, while everything is kept, to a turn from before.
+        Always,
+    };
+    /// One question and its answer. The same question asked again, or an edited one in its place,
+    /// gives another version of the turn.
+    struct TurnVersion
+    {
+        QString prompt;
+        QString response;
+        QDateTime createdAt;
+        /// nullopt in threads stored before this field existed.
+        std::optional<TurnScreenshot> screenshot = std::nullopt;
+        Keeping keeping = Keeping::ByTurn;
+
+        bool operator==(const TurnVersion &) const = default;
+    };
+    /// The most versions that a turn may have.
+    static constexpr qsizetype maximumVersions = 100;
     struct Turn
     {
         QUuid id;
@@ -55,6 +79,20 @@ struct CaptureSession
         QDateTime createdAt;
         /// nullopt in threads stored before this field existed.
         std::optional<TurnScreenshot> screenshot = std::nullopt;
+        Keeping keeping = Keeping::ByTurn;
+        /// The versions that are not on show, oldest first. The fields above are those of the one
+        /// on show, so that whoever knows nothing of versions sees just that one.
+        QList<TurnVersion> otherVersions = {};
+        /// Position of the version on show among all versions.
+        qsizetype shownVersion = 0;
+
+        qsizetype versionCount() const { return otherVersions.size() + 1; }
+        /// All versions, oldest first.
+        QList<TurnVersion> versions() const;
+        /// Replaces all versions; @p versions is not empty, @p shown is a position in it.
+        void setVersions(QList<TurnVersion> versions, qsizetype shown);
+        /// The time of the oldest version, which is the turn's place among the thread's entries.
+        QDateTime askedAt() const;
 
         bool operator==(const Turn &) const = default;
     };
@@ -123,6 +161,16 @@ struct CaptureSession
     void addTurn(const QString &prompt, const QString &response, const QDateTime &createdAt,
                  const QDateTime &now = QDateTime::currentDateTime(),
                  const std::optional<TurnScreenshot> &screenshot = std::nullopt);
+    /// Adds the newest version of a turn. It is kept on disk if further entries are, whatever
+    /// happens to the earlier versions. Returns false if there is no such turn or it has the most
+    /// versions already.
+    /// @param isShown puts it on show
+    bool addVersion(const QUuid &turnId, TurnVersion version, bool isShown,
+                    const QDateTime &now = QDateTime::currentDateTime());
+    /// Puts the version at @p position on show; returns false if there is none, or it is on show.
+    bool showVersion(const QUuid &turnId, qsizetype position);
+    /// The turn with this id; nullptr if there is none.
+    const Turn *findTurn(const QUuid &turnId) const;
     /// Appends a note unless @p text is blank; starts note persistence from the beginning of the
     /// thread. Returns whether a note was added.
     bool addNote(const QString &text, const QDateTime &now = QDateTime::currentDateTime());
@@ -152,13 +200,22 @@ struct CaptureSession
     static QString firstLine(const QString &text);
 
 private:
+    /// Whether the stored part and the cursors select the turn at @p position.
+    bool isTurnKept(qsizetype position) const;
     QList<Screenshot>::const_iterator findScreenshot(const std::optional<qint64> &index) const;
 };
 
 /// One entry of a thread's page.
 using ThreadEntry = std::variant<CaptureSession::Note, CaptureSession::Turn>;
 
-/// Notes and turns in time order; at equal times notes come first.
+/// The screenshot that went with a turn. Where that was not recorded, the latest one taken after
+/// the turn before it was finished and before it was finished itself. Nothing for a turn that is
+/// not in the thread.
+std::optional<CaptureSession::Screenshot> screenshotOfTurn(const CaptureSession &session,
+                                                           const QUuid &turnId);
+
+/// Notes and turns in time order; at equal times notes come first. A turn stays in its place
+/// whichever version is on show.
 QList<ThreadEntry> chronologicalEntries(const CaptureSession &session);
 
 } // namespace quellora

@@ -83,8 +83,10 @@ qint64 freeScreenshotIndex(const SessionFile &file, const QString &folder)
     for (const auto &screenshot : file.screenshots)
         taken.append(screenshot.index);
     for (const auto &turn : file.turns) {
-        if (turn.screenshot && turn.screenshot->index)
-            taken.append(*turn.screenshot->index);
+        for (const auto &version : turn.versions()) {
+            if (version.screenshot && version.screenshot->index)
+                taken.append(*version.screenshot->index);
+        }
     }
     qint64 index = 0;
     for (const qint64 other : std::as_const(taken)) {

@@ -14,6 +14,20 @@ QString dateText(const QDateTime &date)
     return date.toUTC().toString(Qt::ISODate);
 }
 
+/// The keys that a turn and each of its other versions have in common.
+template <typename T>
+QJsonObject answerObject(const T &turn)
+{
+    QJsonObject object{{QStringLiteral("prompt"), turn.prompt},
+                       {QStringLiteral("response"), turn.response},
+                       {QStringLiteral("createdAt"), dateText(turn.createdAt)}};
+    if (turn.screenshot) {
+        const auto &index = turn.screenshot->index;
+        object.insert(QStringLiteral("screenshotIndex"), index ? QJsonValue(*index) : QJsonValue());
+    }
+    return object;
+}
+
 /// Reads the members of one object and records the first error.
 class Reader
 {
@@ -69,6 +83,27 @@ public:
         return CaptureSession::TurnScreenshot{integer(key)};
     }
 
+    /// The versions of a turn; absent if it has one.
+    void versions(CaptureSession::Turn &turn)
+    {
+        const QJsonValue value = m_object.value(QLatin1String("versions"));
+        if (value.isUndefined())
+            return;
+        Reader versions(value, m_error);
+        turn.shownVersion = versions.integer("shown");
+        const QJsonArray others = versions.array("others");
+        if (turn.shownVersion < 0 || turn.shownVersion > others.size() ||
+            others.size() >= CaptureSession::maximumVersions) {
+            fail(QStringLiteral("the versions of a turn are out of range"));
+            return;
+        }
+        for (const QJsonValue &other : others) {
+            Reader version(other, m_error);
+            turn.otherVersions.append({version.text("prompt"), version.text("response"),
+                                       version.date("createdAt"), version.screenshotIndex()});
+        }
+    }
+
     QJsonArray array(const char *key)
     {
         const QJsonValue value = m_object.value(QLatin1String(key));
@@ -108,14 +143,15 @@ QByteArray SessionFile::encode() const
     }
     QJsonArray turnObjects;
     for (const auto &turn : turns) {
-        QJsonObject turnObject{{QStringLiteral("id"), uuidText(turn.id)},
-                               {QStringLiteral("prompt"), turn.prompt},
-                               {QStringLiteral("response"), turn.response},
-                               {QStringLiteral("createdAt"), dateText(turn.createdAt)}};
-        if (turn.screenshot) {
-            const auto &index = turn.screenshot->index;
-            turnObject.insert(QStringLiteral("screenshotIndex"),
-                              index ? QJsonValue(*index) : QJsonValue());
+        QJsonObject turnObject = answerObject(turn);
+        turnObject.insert(QStringLiteral("id"), uuidText(turn.id));
+        if (!turn.otherVersions.isEmpty()) {
+            QJsonArray others;
+            for (const auto &version : turn.otherVersions)
+                others.append(answerObject(version));
+            turnObject.insert(QStringLiteral("versions"),
+                              QJsonObject{{QStringLiteral("shown"), turn.shownVersion},
+                                          {QStringLiteral("others"), others}});
         }
         turnObjects.append(turnObject);
     }
@@ -160,6 +196,7 @@ tl::expected<SessionFile, QString> SessionFile::decode(const QByteArray &json)
         Reader turn(value, error);
         file.turns.append({turn.uuid("id"), turn.text("prompt"), turn.text("response"),
                            turn.date("createdAt"), turn.screenshotIndex()});
+        turn.versions(file.turns.last());
     }
     for (const QJsonValue &value : reader.array("screenshots")) {
         Reader screenshot(value, error);

@@ -103,6 +103,11 @@ CaptureSession ThreadController::threadForQuery()
     if (m_endsAtNextSend && m_settings.startNewThreadPerSendEnabled())
         beginNextThread();
     m_endsAtNextSend = false;
+    return threadForRetry();
+}
+
+CaptureSession ThreadController::threadForRetry()
+{
     CaptureSession session = takeOrCreate();
     markForQuery(session);
     return session;
@@ -192,13 +197,44 @@ bool ThreadController::addTurn(const QUuid &threadId, const QString &prompt,
                                const QString &response,
                                const std::optional<CaptureSession::Screenshot> &screenshot)
 {
-    const auto addTo = [&, now = m_clock()](CaptureSession &session) {
+    return addAnswer(threadId, screenshot, [&, now = m_clock()](auto &session, const auto &link) {
+        session.addTurn(prompt, response, now, now, link);
+    });
+}
+
+bool ThreadController::addVersion(const QUuid &threadId, const QUuid &turnId, const QString &prompt,
+                                  const QString &response,
+                                  const std::optional<CaptureSession::Screenshot> &screenshot,
+                                  bool isShown)
+{
+    return addAnswer(threadId, screenshot, [&, now = m_clock()](auto &session, const auto &link) {
+        if (!session.addVersion(turnId, {prompt, response, now, link}, isShown, now))
+            session.addTurn(prompt, response, now, now, link);
+    });
+}
+
+bool ThreadController::showVersion(const QUuid &turnId, qsizetype position)
+{
+    if (!m_current)
+        return false;
+    CaptureSession session = *m_current;
+    if (!session.showVersion(turnId, position))
+        return false;
+    setCurrentSession(session);
+    return true;
+}
+
+bool ThreadController::addAnswer(
+    const QUuid &threadId, const std::optional<CaptureSession::Screenshot> &screenshot,
+    const std::function<void(CaptureSession &, const CaptureSession::TurnScreenshot &)> &add)
+{
+    const auto addTo = [&](CaptureSession &session) {
         CaptureSession::TurnScreenshot link;
         if (screenshot) {
             session.restoreScreenshot(*screenshot);
             link.index = screenshot->index;
         }
-        session.addTurn(prompt, response, now, now, link);
+        add(session, link);
     };
     if (m_current && m_current->id == threadId) {
         CaptureSession session = *m_current;

@@ -43,6 +43,9 @@ public:
     /// endThreadAtNextSend() was called, a new one that takes over the staged screenshot. Marked
     /// for persistence if history keeping is on.
     CaptureSession threadForQuery();
+    /// The current thread, or a new one if there is none, for a question to be asked again: as
+    /// threadForQuery(), but it never starts a new thread in place of the current one.
+    CaptureSession threadForRetry();
     /// Replaces the current thread and saves it if it is marked for persistence.
     void setCurrentSession(const CaptureSession &session);
 
@@ -60,6 +63,15 @@ public:
     /// @param screenshot the screenshot sent with the question, if any
     bool addTurn(const QUuid &threadId, const QString &prompt, const QString &response,
                  const std::optional<CaptureSession::Screenshot> &screenshot = std::nullopt);
+    /// Adds a finished answer as the newest version of a turn, as addTurn() does; as a new turn if
+    /// the thread does not have that turn any longer.
+    /// @param isShown puts the version on show
+    bool addVersion(const QUuid &threadId, const QUuid &turnId, const QString &prompt,
+                    const QString &response,
+                    const std::optional<CaptureSession::Screenshot> &screenshot, bool isShown);
+    /// Puts a version of a turn of the current thread on show; returns false if there is none at
+    /// @p position, or it is on show.
+    bool showVersion(const QUuid &turnId, qsizetype position);
     /// Keeps a thread available for addTurn() after it ends, while an answer is streaming. Calls
     /// are counted; each must be matched by release().
     void retain(const QUuid &threadId);
@@ -128,6 +140,11 @@ private:
         QString failurePrefix;
     };
 
+    /// Adds an answer to the thread @p threadId by @p add, which gets the link to the screenshot
+    /// sent with the question; as addTurn().
+    bool addAnswer(
+        const QUuid &threadId, const std::optional<CaptureSession::Screenshot> &screenshot,
+        const std::function<void(CaptureSession &, const CaptureSession::TurnScreenshot &)> &add);
     void markForPersistence();
     void markForQuery(CaptureSession &session) const;
     std::optional<qint64> stagedIndex() const;

@@ -96,10 +96,16 @@ struct Entry
     std::string_view otherKey;
     /// Key of the optional screenshot number.
     std::string_view screenshotKey;
+    bool hasId = true;
+    /// Key of the optional other versions.
+    std::string_view versionsKey = {};
 };
 
 constexpr Entry noteEntry{"text", {}, {}};
-constexpr Entry turnEntry{"prompt", "response", "screenshotIndex"};
+constexpr Entry turnEntry{"prompt", "response", "screenshotIndex", true, "versions"};
+constexpr Entry versionEntry{"prompt", "response", "screenshotIndex", false};
+
+void requireVersions(ondemand::value value);
 
 /// Validates all entries; returns their number and the first one's title text.
 std::pair<qint64, QString> readEntries(ondemand::value value, const Entry &entry)
@@ -107,7 +113,8 @@ std::pair<qint64, QString> readEntries(ondemand::value value, const Entry &entry
     qint64 count = 0;
     QString title;
     for (auto element : require(value.get_array())) {
-        bool hasId = false;
+        bool hasId = !entry.hasId;
+        bool hasVersions = false;
         bool hasDate = false;
         bool hasTitle = false;
         bool hasOther = entry.otherKey.empty();
@@ -115,7 +122,7 @@ std::pair<qint64, QString> readEntries(ondemand::value value, const Entry &entry
         for (auto result : object) {
             ondemand::field field = require(std::move(result));
             const std::string_view key = require(field.unescaped_key());
-            if (key == "id") {
+            if (key == "id" && entry.hasId) {
                 hasId = isUuid(require(field.value().get_string()));
             } else if (key == "createdAt") {
                 parseDate(require(field.value().get_string()));
@@ -131,6 +138,10 @@ std::pair<qint64, QString> readEntries(ondemand::value value, const Entry &entry
                 requireString(field.value());
             } else if (!entry.screenshotKey.empty() && key == entry.screenshotKey) {
                 requireIntegerOrNull(field.value());
+            } else if (!entry.versionsKey.empty() && key == entry.versionsKey) {
+                if (std::exchange(hasVersions, true))
+                    throw UnexpectedForm();
+                requireVersions(field.value());
             }
         }
         if (!hasId || !hasDate || !hasTitle || !hasOther)
@@ -138,6 +149,26 @@ std::pair<qint64, QString> readEntries(ondemand::value value, const Entry &entry
         ++count;
     }
     return {count, title};
+}
+
+/// Validates the other versions of a turn.
+void requireVersions(ondemand::value value)
+{
+    int64_t shown = -1;
+    qint64 others = -1;
+    ondemand::object object = require(value.get_object());
+    for (auto result : object) {
+        ondemand::field field = require(std::move(result));
+        const std::string_view key = require(field.unescaped_key());
+        if (key == "shown")
+            shown = require(field.value().get_int64());
+        else if (key == "others" && others < 0)
+            others = readEntries(field.value(), versionEntry).first;
+        else
+            throw UnexpectedForm();
+    }
+    if (shown < 0 || shown > others || others >= CaptureSession::maximumVersions)
+        throw UnexpectedForm();
 }
 
 QList<qint64> readScreenshots(ondemand::value value)

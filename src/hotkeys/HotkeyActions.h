@@ -19,6 +19,7 @@ enum class HotkeyAction {
     CaptureNoSend,
     NewThread,
     ToggleClicks,
+    Retry,
 };
 
 /// One row of the table of actions.
@@ -62,6 +63,8 @@ inline constexpr auto hotkeyActions = std::to_array<HotkeyActionInfo>({
      "new-thread", "start a new thread"},
     {HotkeyAction::ToggleClicks, "toggle_clicks", "Let clicks reach the answer", "Toggle Clicks",
      "", false, "toggle-clicks", "let clicks reach the answer, or pass through it"},
+    {HotkeyAction::Retry, "retry", "Ask the last question again", "Retry", "", false, "retry",
+     "ask the last question again"},
 });
 
 constexpr const HotkeyActionInfo &hotkeyAction(HotkeyAction action)

@@ -44,6 +44,8 @@ OverlayMirror::OverlayMirror(const Collaborators &collaborators) : m_collaborato
     });
     connect(&m_collaborators.orchestrator, &QueryOrchestrator::activityChanged, this,
             &OverlayMirror::refreshActivity);
+    connect(&m_collaborators.orchestrator.lastQuestion(), &LastQuestion::changed, this,
+            &OverlayMirror::refreshQuestion);
     connect(&m_collaborators.display, &ResponseDisplay::contentChanged, this,
             &OverlayMirror::refreshThread);
     refreshMessages();
@@ -83,9 +85,25 @@ void OverlayMirror::refreshThread()
     m_collaborators.overlay.setThreadCovered(m_collaborators.display.content() ==
                                                  ResponseDisplay::Content::Message &&
                                              (!isEmpty || !pendingPrompt.isEmpty()));
-    m_collaborators.overlay.setHasAnswer(session && !session->turns.isEmpty());
     m_collaborators.overlay.setPageClickable(m_collaborators.display.content() !=
                                              ResponseDisplay::Content::Hint);
+    const bool hasAnswer = session && !session->turns.isEmpty();
+    m_collaborators.overlay.setHasAnswer(hasAnswer);
+    if (hasAnswer)
+        m_collaborators.overlay.setVersions(int(session->turns.constLast().shownVersion),
+                                            int(session->turns.constLast().versionCount()));
+    else
+        m_collaborators.overlay.setVersions(0, 1);
+    refreshQuestion();
+}
+
+void OverlayMirror::refreshQuestion()
+{
+    const LastQuestion &last = m_collaborators.orchestrator.lastQuestion();
+    const auto question = last.question();
+    m_collaborators.overlay.setQuestionKnown(question && !last.isEditing());
+    m_collaborators.panels.setEditing(last.isEditing(),
+                                      last.isEditing() && question && question->screenshot);
 }
 
 void OverlayMirror::refreshActivity()

@@ -35,6 +35,7 @@ public:
 private:
     void refreshMessages();
     void refreshThread();
+    void refreshQuestion();
     void refreshActivity();
 
     Collaborators m_collaborators;

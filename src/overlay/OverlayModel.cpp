@@ -173,6 +173,51 @@ void OverlayModel::setHasAnswer(bool hasAnswer)
     Q_EMIT stripChanged();
 }
 
+bool OverlayModel::canAskAgain() const
+{
+    return m_isQuestionKnown && m_activity == Activity::Idle && !m_isBlocked;
+}
+
+void OverlayModel::setQuestionKnown(bool isKnown)
+{
+    if (isKnown == m_isQuestionKnown)
+        return;
+    m_isQuestionKnown = isKnown;
+    Q_EMIT stripChanged();
+}
+
+int OverlayModel::versionCount() const
+{
+    return m_activity == Activity::Idle ? m_versionCount : 1;
+}
+
+void OverlayModel::setVersions(int shown, int count)
+{
+    if (shown == m_shownVersion && count == m_versionCount)
+        return;
+    m_shownVersion = shown;
+    m_versionCount = count;
+    Q_EMIT stripChanged();
+}
+
+void OverlayModel::retry()
+{
+    if (canAskAgain())
+        Q_EMIT retryRequested();
+}
+
+void OverlayModel::editQuestion()
+{
+    if (canAskAgain())
+        Q_EMIT editRequested();
+}
+
+void OverlayModel::showVersion(int position)
+{
+    if (position >= 0 && position < versionCount() && position != m_shownVersion)
+        Q_EMIT versionRequested(position);
+}
+
 OverlayModel::Status OverlayModel::status() const
 {
     switch (m_activity) {

@@ -41,6 +41,9 @@ class OverlayModel : public QObject
     Q_PROPERTY(bool isLatestOffered READ isLatestOffered NOTIFY isLatestOfferedChanged)
     Q_PROPERTY(bool takesClicks READ takesClicks NOTIFY clicksChanged)
     Q_PROPERTY(bool areClicksOffered READ areClicksOffered NOTIFY clicksChanged)
+    Q_PROPERTY(bool canAskAgain READ canAskAgain NOTIFY stripChanged)
+    Q_PROPERTY(int shownVersion READ shownVersion NOTIFY stripChanged)
+    Q_PROPERTY(int versionCount READ versionCount NOTIFY stripChanged)
     Q_PROPERTY(QString notice READ notice NOTIFY noticeChanged)
     Q_PROPERTY(QString stopShortcut READ stopShortcut NOTIFY stripChanged)
     Q_PROPERTY(bool isThreadCovered READ isThreadCovered NOTIFY stripChanged)
@@ -103,6 +106,16 @@ public:
     bool isThreadCovered() const { return m_isThreadCovered; }
     void setThreadCovered(bool isCovered);
     void setHasAnswer(bool hasAnswer);
+    /// Whether the last question can be asked again or edited: nothing is under way and sending is
+    /// not blocked.
+    bool canAskAgain() const;
+    void setQuestionKnown(bool isKnown);
+    /// Position of the version of the last turn that is on show, from 0.
+    int shownVersion() const { return m_shownVersion; }
+    /// Number of versions of the last turn; versions are offered if there are several and nothing
+    /// is under way.
+    int versionCount() const;
+    void setVersions(int shown, int count);
     /// What the right end of the strip shows, in order of precedence: activity, "Stopped", blocked
     /// sending, the copy button of an answer, nothing.
     Status status() const;
@@ -178,6 +191,11 @@ public:
     /// Scrolls to the end of the answer. No effect unless isLatestOffered().
     Q_INVOKABLE void showLatest();
     Q_INVOKABLE void toggleClicks() { Q_EMIT clicksToggled(); }
+    /// Asks the last question again. No effect unless canAskAgain(), like editQuestion().
+    Q_INVOKABLE void retry();
+    Q_INVOKABLE void editQuestion();
+    /// Shows the version of the last turn at @p position; no effect if there is none.
+    Q_INVOKABLE void showVersion(int position);
     Q_INVOKABLE void clickUsage() { Q_EMIT usageClicked(); }
 
 Q_SIGNALS:
@@ -195,6 +213,9 @@ Q_SIGNALS:
     void clicksToggled();
     /// Screen readers are to read out @p text.
     void announced(const QString &text);
+    void retryRequested();
+    void editRequested();
+    void versionRequested(int position);
 
     void currentAlphaChanged();
     void appliedThemeChanged();
@@ -238,6 +259,9 @@ private:
     bool m_isBlocked = false;
     bool m_isThreadCovered = false;
     bool m_hasAnswer = false;
+    bool m_isQuestionKnown = false;
+    int m_shownVersion = 0;
+    int m_versionCount = 1;
     QString m_notice;
     QString m_stopShortcut;
     std::optional<double> m_usage;

@@ -64,8 +64,10 @@ FocusScope {
             sidebar.item.close(true)
         else if (bottom.isModelListOpen)
             bottom.closeModelList()
-        else
+        else if (panelWindow.isKeyboardLent)
             panelWindow.leaveAnswer()
+        else
+            panels.cancelEditing()
     }
     /// Moves the focus to the next (1) or previous (-1) of prompt, strip and answer.
     function cycleFocus(direction) {
@@ -171,6 +173,7 @@ FocusScope {
         overlay: root.overlay
         compact: root.compact
         clicksShortcut: root.panels.hotkeys.toggle_clicks ?? ""
+        retryShortcut: root.panels.hotkeys.retry ?? ""
         y: 34
         width: parent.width
         height: root.overlay.stripHeight
@@ -305,7 +308,7 @@ FocusScope {
         // While a title is being edited, Escape ends the editing instead.
         sequence: "Escape"
         enabled: root.keyboardScope() !== null && !root.isRenaming || bottom.isModelListOpen
-                 || root.panelWindow.isKeyboardLent
+                 || root.panelWindow.isKeyboardLent || root.panels.isEditing
         onActivated: root.closeTopmost()
     }
     Connections {

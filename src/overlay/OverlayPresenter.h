@@ -30,6 +30,8 @@ public:
     virtual void startNewThread() = 0;
     /// Lets clicks act on the answer or pass through it. Shows the window if it is hidden.
     virtual void toggleClicks() = 0;
+    /// Asks the last question of the thread again.
+    virtual void retry() = 0;
     /// Raises the window and shows a temporary notice, e.g. that an action started in the status
     /// menu failed.
     virtual void showNotice(const QString &text) = 0;

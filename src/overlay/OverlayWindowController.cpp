@@ -178,6 +178,16 @@ void OverlayWindowController::wireOverlay()
     });
     connect(&m_overlay, &OverlayModel::copyAnswerRequested, this,
             &OverlayWindowController::copyAnswer);
+    connect(&m_overlay, &OverlayModel::retryRequested, m_orchestrator.get(),
+            &QueryOrchestrator::retry);
+    connect(&m_overlay, &OverlayModel::editRequested, this,
+            &OverlayWindowController::editLastQuestion);
+    connect(&m_overlay, &OverlayModel::versionRequested, this,
+            &OverlayWindowController::showVersionOfLastTurn);
+    connect(&m_display, &ResponseDisplay::versionRequested, m_orchestrator.get(),
+            &QueryOrchestrator::showVersion);
+    connect(m_orchestrator.get(), &QueryOrchestrator::nothingToRetry, this,
+            [this] { showNotice(QStringLiteral("There is no question to ask again.")); });
     connect(&m_workspace, &OverlayWorkspace::failed, &m_overlay, &OverlayModel::showNotice);
     connect(&m_overlay, &OverlayModel::clickThroughRectChanged, this,
             &OverlayWindowController::updateClickThroughState);
@@ -263,6 +273,8 @@ void OverlayWindowController::wirePanels()
     });
     connect(&m_panels, &BottomPanelsModel::newThreadRequested, this,
             &OverlayWindowController::startNewThread);
+    connect(&m_panels, &BottomPanelsModel::editCancelled, &orchestrator->lastQuestion(),
+            &LastQuestion::cancelEditing);
     connect(&m_panels, &BottomPanelsModel::attachmentRemoved, &m_threads,
             &ThreadController::removeStagedScreenshot);
     connect(&m_panels, &BottomPanelsModel::informationalCollapseToggled, &m_messages,
@@ -315,6 +327,8 @@ void OverlayWindowController::clearContent()
     m_orchestrator->leavePage();
     m_display.loadContent(QString());
     m_overlay.setHasAnswer(false);
+    m_overlay.setQuestionKnown(false);
+    m_overlay.setVersions(0, 1);
 }
 
 void OverlayWindowController::startNewThread()
@@ -385,6 +399,21 @@ void OverlayWindowController::updateClickThroughState()
     if (m_isVisible)
         m_collaborators.platform.panelWindow().setClickThrough(m_panel,
                                                                m_overlay.clickThroughRect());
+}
+
+void OverlayWindowController::editLastQuestion()
+{
+    log(QStringLiteral("Edit question clicked"));
+    m_orchestrator->editLastQuestion();
+    m_panels.focusPrompt();
+    m_panel.makeKey();
+}
+
+void OverlayWindowController::showVersionOfLastTurn(int position)
+{
+    const auto &session = m_threads.currentSession();
+    if (session && !session->turns.isEmpty())
+        m_orchestrator->showVersion(session->turns.constLast().id, position);
 }
 
 void OverlayWindowController::copyAnswer()

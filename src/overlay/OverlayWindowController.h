@@ -89,6 +89,7 @@ public:
     void adjustOpacity(double delta) override;
     void startNewThread() override;
     void toggleClicks() override;
+    void retry() override { m_orchestrator->retry(); }
     void showNotice(const QString &text) override;
     void applyConfigAtStart(const AppConfigResponse &config) override;
 
@@ -120,6 +121,8 @@ private:
     void applyOpacity(double alpha);
     void updateClickThroughState();
     void copyAnswer();
+    void editLastQuestion();
+    void showVersionOfLastTurn(int position);
 
     Collaborators m_collaborators;
     VantiroConfig m_config;

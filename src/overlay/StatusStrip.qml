@@ -11,6 +11,8 @@ FocusScope {
     property bool compact: false
     /// The hot key that switches the clicks, in display form; empty for none.
     property string clicksShortcut
+    /// That which asks the last question again.
+    property string retryShortcut
     readonly property int status: overlay.status
     readonly property bool hasStatus: status !== OverlayModel.Ready
                                       && status !== OverlayModel.Answer
@@ -34,7 +36,8 @@ FocusScope {
 
     /// The first focusable control, or null.
     function firstControl() {
-        return notSaved.visible ? notSaved : usage.visible ? usage : back.visible ? back : latest.visible ? latest : stop.visible ? stop : copy.visible ? copy : clicks.visible ? clicks : null
+        return [notSaved, usage, back, latest, stop, earlier, later, edit, copy, clicks]
+            .find(control => control.visible && control.enabled) ?? null
     }
 
     implicitHeight: overlay.stripHeight
@@ -139,6 +142,7 @@ FocusScope {
     Row {
         id: right
         readonly property real edge: stop.visible || copy.visible || clicks.visible
+                                     || retry.visible
                                      || latest.visible && !strip.hasStatus
                                      || (usage.visible || back.visible) && !strip.hasStatus
                                      ? 6 : 14
@@ -266,6 +270,74 @@ FocusScope {
             leftPadding: 10
             rightPadding: 10
             Accessible.description: shortcutText
+        }
+        Row {
+            id: versions
+            objectName: "versions"
+            visible: strip.overlay.versionCount > 1
+
+            /// Shows the next version in a direction. At the end the keyboard focus goes to the
+            /// button that leads back.
+            function step(direction, pressed, opposite) {
+                const hadFocus = pressed.activeFocus
+                strip.overlay.showVersion(strip.overlay.shownVersion + direction)
+                if (hadFocus && !pressed.enabled)
+                    opposite.forceActiveFocus(Qt.TabFocusReason)
+            }
+
+            y: Math.round((right.height - height) / 2)
+
+            IconButton {
+                id: earlier
+                objectName: "earlierVersion"
+                width: 22
+                iconName: "chevron-left"
+                name: qsTr("Earlier answer")
+                enabled: strip.overlay.shownVersion > 0
+                onClicked: versions.step(-1, earlier, later)
+            }
+            Label {
+                objectName: "versionWords"
+                readonly property string words: qsTr("%1 of %2").arg(strip.overlay.shownVersion + 1)
+                                                                .arg(strip.overlay.versionCount)
+                height: earlier.height
+                text: strip.compact ? words.replace(" of ", "/") : words
+                type: Tokens.label
+                color: Tokens.frame.dimText
+                Accessible.role: Accessible.StatusBar
+                Accessible.name: qsTr("Version %1").arg(words)
+            }
+            IconButton {
+                id: later
+                objectName: "laterVersion"
+                width: 22
+                iconName: "chevron-right"
+                name: qsTr("Later answer")
+                enabled: strip.overlay.shownVersion < strip.overlay.versionCount - 1
+                onClicked: versions.step(1, later, earlier)
+            }
+        }
+        Row {
+            visible: strip.overlay.canAskAgain
+            y: Math.round((right.height - height) / 2)
+
+            IconButton {
+                id: edit
+                objectName: "editQuestion"
+                iconName: "pencil"
+                iconSize: 14
+                name: qsTr("Edit question")
+                onClicked: strip.overlay.editQuestion()
+            }
+            IconButton {
+                id: retry
+                objectName: "retry"
+                iconName: "rotate-ccw"
+                iconSize: 14
+                name: qsTr("Retry")
+                shortcutText: strip.retryShortcut
+                onClicked: strip.overlay.retry()
+            }
         }
         IconButton {
             id: copy

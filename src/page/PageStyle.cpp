@@ -38,8 +38,8 @@ const QByteArrayView base =
 const QByteArrayView details =
     "a{color:#7db2ff}body.light a{color:#1257ae}\n"
     "hr{height:1px;border:none;background:var(--border);margin:10px 0}\n"
-    "a:focus-visible,.thumb:focus-visible,.note-delete:focus-visible,.truncatable:focus-visible{"
-    "outline:2px solid #7db2ff;outline-offset:2px}\n"
+    "a:focus-visible,.thumb:focus-visible,.note-delete:focus-visible,.version:focus-visible,"
+    ".truncatable:focus-visible{outline:2px solid #7db2ff;outline-offset:2px}\n"
     "body.light :focus-visible{outline-color:#1c6ad0}\n";
 
 const QByteArrayView blocks =
@@ -62,6 +62,11 @@ const QByteArrayView thread =
     ".divider{height:1px;background:var(--border);margin:4px 0}\n"
     ".entry-timestamp{font-size:10px;font-weight:600;letter-spacing:0.04em;"
     "text-transform:uppercase;color:var(--text-dim);margin-bottom:6px}\n"
+    ".versions{margin-left:8px;text-transform:none;letter-spacing:0;white-space:nowrap}\n"
+    ".version{background:transparent;border:none;color:var(--text-dim);font:inherit;"
+    "font-size:13px;line-height:1;cursor:pointer;padding:2px 7px;border-radius:4px}\n"
+    ".version:hover{color:var(--text)}\n"
+    ".version:disabled{opacity:0.35;cursor:default;color:var(--text-dim)}\n"
     ".note-entry{position:relative;border-left:3px solid var(--note);padding-left:12px;"
     "color:var(--text);background:rgba(var(--pill-rgb),var(--pill-alpha));"
     "border-radius:0 4px 4px 0;padding-top:4px;padding-right:8px;padding-bottom:4px}\n"

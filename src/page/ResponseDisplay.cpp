@@ -89,6 +89,17 @@ std::optional<qint64> wholeNumber(const QVariantMap &map, const QString &key)
                : std::nullopt;
 }
 
+/// An id out of a page message.
+std::optional<QUuid> wellFormedId(const QVariant &value)
+{
+    static const QRegularExpression hyphenated(QStringLiteral(
+        "\\A[0-9a-fA-F]{8}-[0-9a-fA-F]{4}-[0-9a-fA-F]{4}-[0-9a-fA-F]{4}-[0-9a-fA-F]{12}\\z"));
+    const QString text = value.toString();
+    return value.typeId() == QMetaType::QString && hyphenated.match(text).hasMatch()
+               ? std::optional(QUuid::fromString(text))
+               : std::nullopt;
+}
+
 QByteArray randomKey()
 {
     std::array<quint32, 4> words;
@@ -231,13 +242,14 @@ ResponseDisplay::PageId ResponseDisplay::renderThread(const CaptureSession &sess
 ResponseDisplay::PageId
 ResponseDisplay::loadStreamingShell(const std::optional<CaptureSession> &session,
                                     const QString &prompt, const QDateTime &queryStart,
-                                    const std::optional<CaptureSession::Screenshot> &screenshot)
+                                    const std::optional<CaptureSession::Screenshot> &screenshot,
+                                    const QUuid &replaced)
 {
     return show(
         Content::Thread, session ? session->id : QUuid(),
         [=](const auto &appearance, const auto &address) {
             return responsepage::streamingShellPage(session, prompt, queryStart, screenshot,
-                                                    appearance, address);
+                                                    appearance, address, replaced);
         },
         triggerShellLine);
 }
@@ -350,6 +362,8 @@ void ResponseDisplay::onMessage(const QString &name, const QVariant &body)
         onOpenScreenshot(body);
     else if (name == QLatin1StringView("noteDelete"))
         onNoteDelete(body);
+    else if (name == QLatin1StringView("showVersion"))
+        onShowVersion(body);
 }
 
 void ResponseDisplay::onScrollPosition(const QVariant &body)
@@ -397,14 +411,22 @@ void ResponseDisplay::onOpenScreenshot(const QVariant &body)
 
 void ResponseDisplay::onNoteDelete(const QVariant &body)
 {
-    static const QRegularExpression hyphenated(QStringLiteral(
-        "\\A[0-9a-fA-F]{8}-[0-9a-fA-F]{4}-[0-9a-fA-F]{4}-[0-9a-fA-F]{4}-[0-9a-fA-F]{12}\\z"));
-    const QString text = body.toString();
-    if (body.typeId() != QMetaType::QString || !hyphenated.match(text).hasMatch()) {
+    const auto id = wellFormedId(body);
+    if (id)
+        Q_EMIT noteDeleteRequested(*id);
+    else
         logMalformed(QStringLiteral("noteDelete"), body);
-        return;
-    }
-    Q_EMIT noteDeleteRequested(QUuid::fromString(text));
+}
+
+void ResponseDisplay::onShowVersion(const QVariant &body)
+{
+    const QVariantMap map = body.toMap();
+    const auto turn = wellFormedId(map.value(QStringLiteral("turn")));
+    const auto position = wholeNumber(map, QStringLiteral("version"));
+    if (turn && position)
+        Q_EMIT versionRequested(*turn, *position);
+    else
+        logMalformed(QStringLiteral("showVersion"), body);
 }
 
 void ResponseDisplay::onLinkActivated(const QString &address)

@@ -80,9 +80,11 @@ public:
     /// Writes the log line of a page that has finished loading.
     static void logPageFinished();
     /// Shows the thread so far with a new question and an empty answer slot.
+    /// @param replaced the turn whose place they take, if any
     PageId loadStreamingShell(const std::optional<CaptureSession> &session, const QString &prompt,
                               const QDateTime &queryStart,
-                              const std::optional<CaptureSession::Screenshot> &screenshot);
+                              const std::optional<CaptureSession::Screenshot> &screenshot,
+                              const QUuid &replaced = {});
     /// The page requested last.
     PageId latestPage() const { return m_latestPage; }
     /// Removes a deleted thread's pictures from the temporary folder.
@@ -127,6 +129,9 @@ Q_SIGNALS:
     void previewFailed();
     /// The user asked to delete a note. The id is well-formed but need not exist.
     void noteDeleteRequested(const QUuid &noteId);
+    /// The user asked for another version of a turn. The id is well-formed; neither it nor the
+    /// position need exist.
+    void versionRequested(const QUuid &turnId, qint64 position);
     /// A page requested here has finished loading.
     void pageFinished(quellora::ResponseDisplay::PageId page);
 
@@ -148,6 +153,7 @@ private:
     void onScrollPosition(const QVariant &body);
     void onOpenScreenshot(const QVariant &body);
     void onNoteDelete(const QVariant &body);
+    void onShowVersion(const QVariant &body);
     void onLinkActivated(const QString &address);
 
     PageSurface &m_surface;

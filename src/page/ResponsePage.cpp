@@ -108,9 +108,37 @@ QByteArray pageStart(const PageAppearance &appearance, const QByteArray &resourc
            (appearance.theme == AppTheme::Light ? "light" : "") + "\">";
 }
 
+QByteArray timestampHTML(const QByteArray &content)
+{
+    return "<div class=\"entry-timestamp\">" + content + "</div>";
+}
+
 QByteArray timestampHTML(const QDateTime &time)
 {
-    return "<div class=\"entry-timestamp\">" + threadTimestamp(time).toUtf8() + "</div>";
+    return timestampHTML(threadTimestamp(time).toUtf8());
+}
+
+/// A button that puts another version of a turn on show; disabled where there is none.
+QByteArray versionButtonHTML(const CaptureSession::Turn &turn, qsizetype position,
+                             QByteArrayView name, QByteArrayView icon)
+{
+    const bool isThere = position >= 0 && position < turn.versionCount();
+    return "<button class=\"version\" aria-label=\"" + name.toByteArray() + "\" data-turn=\"" +
+           uuidText(turn.id).toLatin1() + "\" data-version=\"" + QByteArray::number(position) +
+           (isThere ? "\">" : "\" disabled>") + icon.toByteArray() + "</button>";
+}
+
+/// The time of a turn and, if it has several versions, which one is on show.
+QByteArray turnTimeHTML(const CaptureSession::Turn &turn)
+{
+    QByteArray html = threadTimestamp(turn.createdAt).toUtf8();
+    if (turn.versionCount() == 1)
+        return html;
+    return html + "<span class=\"versions\">" +
+           versionButtonHTML(turn, turn.shownVersion - 1, "Earlier version", "\u2039") +
+           QByteArray::number(turn.shownVersion + 1) + " of " +
+           QByteArray::number(turn.versionCount()) +
+           versionButtonHTML(turn, turn.shownVersion + 1, "Later version", "\u203a") + "</span>";
 }
 
 /// Image element of a screenshot.
@@ -165,15 +193,22 @@ QByteArray pageOfEntries(const QByteArray &entriesHtml, const QList<Response> &r
 }
 
 /// Entries with dividers between them; fills @p responses.
+/// @param replaced a turn that @p replacement takes the place of
 QByteArray entriesHTML(const CaptureSession &session, const PictureAddress &address,
-                       QList<Response> &responses)
+                       QList<Response> &responses, const QUuid &replaced = {},
+                       const QByteArray &replacement = {})
 {
     QByteArray html;
     for (const ThreadEntry &entry : chronologicalEntries(session)) {
         if (!html.isEmpty())
             html += divider;
+        const auto *turn = std::get_if<CaptureSession::Turn>(&entry);
+        if (turn && turn->id == replaced) {
+            html += replacement;
+            continue;
+        }
         html += entryBodyHTML(entry, session, address);
-        if (const auto *turn = std::get_if<CaptureSession::Turn>(&entry))
+        if (turn)
             responses.append({responseElementId(*turn), turn->response});
     }
     return html;
@@ -257,27 +292,6 @@ QString thinkingText(const QString &answererName)
     return QStringLiteral("⏳ ") + answererName + QStringLiteral(" is thinking...");
 }
 
-std::optional<CaptureSession::Screenshot> screenshotOfTurn(const CaptureSession &session,
-                                                           const QUuid &turnId)
-{
-    QDateTime previousEnd;
-    for (const CaptureSession::Turn &turn : session.turns) {
-        if (turn.id != turnId) {
-            previousEnd = turn.createdAt;
-            continue;
-        }
-        std::optional<CaptureSession::Screenshot> found;
-        for (const CaptureSession::Screenshot &screenshot : session.screenshots) {
-            const bool isInTime = (!previousEnd.isValid() || screenshot.capturedAt > previousEnd) &&
-                                  screenshot.capturedAt <= turn.createdAt;
-            if (turn.screenshot ? turn.screenshot->index == screenshot.index : isInTime)
-                found = screenshot;
-        }
-        return found;
-    }
-    return std::nullopt;
-}
-
 QByteArray singleAnswerPage(const QString &markdown, const PageAppearance &appearance)
 {
     QByteArray page = pageStart(appearance, headResources(appearance.theme),
@@ -317,20 +331,20 @@ QByteArray threadPage(const CaptureSession &session, const PageAppearance &appea
 QByteArray streamingShellPage(const std::optional<CaptureSession> &session, const QString &prompt,
                               const QDateTime &queryStart,
                               const std::optional<CaptureSession::Screenshot> &screenshot,
-                              const PageAppearance &appearance, const PictureAddress &address)
+                              const PageAppearance &appearance, const PictureAddress &address,
+                              const QUuid &replaced)
 {
     const CaptureSession thread = session.value_or(CaptureSession{});
+    const QByteArray question =
+        "<div class=\"entry turn-entry\">" + timestampHTML(queryStart) +
+        turnPromptHTML(prompt, screenshot, address) + "<div class=\"turn-response\" id=\"" +
+        streamingElementId + "\"><div id=\"loading\" style=\"" + dotsStyle.toByteArray() +
+        "\"><div class=\"dot\"></div><div class=\"dot\"></div><div class=\"dot\"></div></div>"
+        "</div></div>";
     QList<Response> responses;
-    QByteArray entries = entriesHTML(thread, address, responses);
-    if (!entries.isEmpty())
-        entries += divider;
-    entries += "<div class=\"entry turn-entry\">" + timestampHTML(queryStart) +
-               turnPromptHTML(prompt, screenshot, address) + "<div class=\"turn-response\" id=\"" +
-               streamingElementId + "\">";
-    entries +=
-        "<div id=\"loading\" style=\"" + dotsStyle.toByteArray() +
-        "\"><div class=\"dot\"></div><div class=\"dot\"></div><div class=\"dot\"></div></div>";
-    entries += "</div></div>";
+    QByteArray entries = entriesHTML(thread, address, responses, replaced, question);
+    if (!thread.findTurn(replaced))
+        entries += (entries.isEmpty() ? QByteArray() : divider.toByteArray()) + question;
     return pageOfEntries(entries, responses, appearance);
 }
 
@@ -345,7 +359,7 @@ QByteArray entryBodyHTML(const ThreadEntry &entry, const CaptureSession &session
                escapedForHtml(note->text).toUtf8() + "</div></div></div>";
     }
     const auto &turn = std::get<CaptureSession::Turn>(entry);
-    return "<div class=\"entry turn-entry\">" + timestampHTML(turn.createdAt) +
+    return "<div class=\"entry turn-entry\">" + timestampHTML(turnTimeHTML(turn)) +
            turnPromptHTML(turn.prompt, screenshotOfTurn(session, turn.id), address) +
            "<div class=\"turn-response\" id=\"" + responseElementId(turn) + "\"></div></div>";
 }
@@ -403,10 +417,10 @@ QString streamFinishScript()
 QString streamedTurnScript(const CaptureSession::Turn &turn)
 {
     return QStringLiteral("(function(slot){slot.id=\"%1\";slot.parentNode.querySelector("
-                          "'.entry-timestamp').textContent=\"%2\";})"
+                          "'.entry-timestamp').innerHTML=\"%2\";})"
                           "(document.getElementById('%3'));")
         .arg(QLatin1StringView(responseElementId(turn)),
-             escapedForJson(threadTimestamp(turn.createdAt)),
+             escapedForJson(QString::fromUtf8(turnTimeHTML(turn))),
              QLatin1StringView(streamingElementId));
 }
 

@@ -55,12 +55,6 @@ double codeAlpha(double windowAlpha);
 /// A moment as a thread page shows it, in local time: "Nov 21, 9:05 AM".
 QString threadTimestamp(const QDateTime &time);
 
-/// The screenshot that went with a turn. Where that was not recorded, the latest one taken after
-/// the turn before it was finished and before it was finished itself. Nothing for a turn that is
-/// not in the thread.
-std::optional<CaptureSession::Screenshot> screenshotOfTurn(const CaptureSession &session,
-                                                           const QUuid &turnId);
-
 /// What the hint says after the capture hot key.
 QString hintEnd(const QString &answererName);
 /// What the thinking indicator says.
@@ -75,10 +69,12 @@ QByteArray screenshotOnlyPage(const CaptureSession &session, const PageAppearanc
 QByteArray threadPage(const CaptureSession &session, const PageAppearance &appearance,
                       const PictureAddress &address);
 /// The thread so far, if any, with the new question and an empty slot for its answer.
+/// @param replaced the turn whose place they take; a turn that is not in the thread for the end
 QByteArray streamingShellPage(const std::optional<CaptureSession> &session, const QString &prompt,
                               const QDateTime &queryStart,
                               const std::optional<CaptureSession::Screenshot> &screenshot,
-                              const PageAppearance &appearance, const PictureAddress &address);
+                              const PageAppearance &appearance, const PictureAddress &address,
+                              const QUuid &replaced = {});
 
 /// One entry of a thread page, without the divider.
 QByteArray entryBodyHTML(const ThreadEntry &entry, const CaptureSession &session,

@@ -16,13 +16,16 @@ std::optional<qint64> indexOf(const std::optional<CaptureSession::Screenshot> &s
     return screenshot ? std::optional(screenshot->index) : std::nullopt;
 }
 
-/// Whether the turns of @p thread have the same pictures in @p other, which may have more turns.
-bool haveSamePictures(const CaptureSession &thread, const CaptureSession &other)
+/// Whether the turns of @p thread but @p replaced have the same pictures in @p other, which may
+/// have more turns.
+bool haveSamePictures(const CaptureSession &thread, const CaptureSession &other,
+                      const QUuid &replaced)
 {
     // For turns without a recorded picture it follows from all screenshots and times.
     return std::all_of(thread.turns.begin(), thread.turns.end(), [&](const auto &turn) {
-        return turn.screenshot || indexOf(responsepage::screenshotOfTurn(thread, turn.id)) ==
-                                      indexOf(responsepage::screenshotOfTurn(other, turn.id));
+        return turn.id == replaced || turn.screenshot ||
+               indexOf(screenshotOfTurn(thread, turn.id)) ==
+                   indexOf(screenshotOfTurn(other, turn.id));
     });
 }
 
@@ -38,10 +41,11 @@ StreamingRenderer::StreamingRenderer(ResponseDisplay &display, QObject *parent)
 
 void StreamingRenderer::handleStreamStart(
     const std::optional<CaptureSession> &session, const QString &prompt,
-    const QDateTime &queryStart, const std::optional<CaptureSession::Screenshot> &screenshot)
+    const QDateTime &queryStart, const std::optional<CaptureSession::Screenshot> &screenshot,
+    const QUuid &replaced)
 {
     Log::event(QStringLiteral("[OverlayWindowController] Stream start received"));
-    loadShell(session, prompt, queryStart, screenshot);
+    loadShell(session, prompt, queryStart, screenshot, replaced);
     Q_EMIT answerStarted(QString());
 }
 
@@ -55,11 +59,11 @@ void StreamingRenderer::loadContent(const QString &markdown)
 void StreamingRenderer::resumeStream(const std::optional<CaptureSession> &session,
                                      const QString &prompt, const QDateTime &queryStart,
                                      const std::optional<CaptureSession::Screenshot> &screenshot,
-                                     const QString &answer)
+                                     const QString &answer, const QUuid &replaced)
 {
     Log::event(QStringLiteral("[OverlayWindowController] Stream resumed (%1 chars)")
                    .arg(characterCount(answer)));
-    loadShell(session, prompt, queryStart, screenshot);
+    loadShell(session, prompt, queryStart, screenshot, replaced);
     m_answer = answer;
     m_queuedChunks = answer.isEmpty() ? 0 : 1;
     Q_EMIT answerStarted(answer);
@@ -67,13 +71,14 @@ void StreamingRenderer::resumeStream(const std::optional<CaptureSession> &sessio
 
 void StreamingRenderer::loadShell(const std::optional<CaptureSession> &session,
                                   const QString &prompt, const QDateTime &queryStart,
-                                  const std::optional<CaptureSession::Screenshot> &screenshot)
+                                  const std::optional<CaptureSession::Screenshot> &screenshot,
+                                  const QUuid &replaced)
 {
     forgetStream();
     Log::event(QStringLiteral("[OverlayWindowController] loadStreamingThreadShell() — building "
                               "shell HTML"));
-    m_question = {session.value_or(CaptureSession()), prompt, indexOf(screenshot)};
-    m_shell = m_display.loadStreamingShell(session, prompt, queryStart, screenshot);
+    m_question = {session.value_or(CaptureSession()), prompt, indexOf(screenshot), replaced};
+    m_shell = m_display.loadStreamingShell(session, prompt, queryStart, screenshot, replaced);
 }
 
 void StreamingRenderer::abandonStream()
@@ -133,7 +138,7 @@ void StreamingRenderer::handleStreamEnd()
 void StreamingRenderer::renderThread(const CaptureSession &session)
 {
     if (isPageOf(session)) {
-        m_display.renderThread(session, [self = QPointer(this), turn = session.turns.last()] {
+        m_display.renderThread(session, [self = QPointer(this), turn = *answeredTurn(session)] {
             if (self)
                 self->keepPage(turn);
         });
@@ -142,18 +147,36 @@ void StreamingRenderer::renderThread(const CaptureSession &session)
     }
 }
 
-/// Whether the page shows this thread with the finished answer as its last turn.
+/// The turn of the thread that the question's answer would have become; nullptr if there is none.
+const CaptureSession::Turn *StreamingRenderer::answeredTurn(const CaptureSession &session) const
+{
+    if (m_question.thread.findTurn(m_question.replaced))
+        return session.findTurn(m_question.replaced);
+    return session.turns.isEmpty() ? nullptr : &session.turns.constLast();
+}
+
+/// Whether the page shows this thread with the finished answer as the question's turn.
 bool StreamingRenderer::isPageOf(const CaptureSession &session) const
 {
-    if (!m_isFinished || !m_isShellReady || m_turn || m_shell != m_display.latestPage() ||
-        session.turns.isEmpty())
+    if (!m_isFinished || !m_isShellReady || m_turn || m_shell != m_display.latestPage())
         return false;
-    const CaptureSession::Turn &turn = session.turns.last();
+    const CaptureSession::Turn *answered = answeredTurn(session);
+    if (!answered)
+        return false;
+    const CaptureSession::Turn &turn = *answered;
     QList<ThreadEntry> entries = chronologicalEntries(m_question.thread);
-    entries.append(turn);
+    const auto replaced = std::find_if(entries.begin(), entries.end(), [&](const auto &entry) {
+        const auto *earlier = std::get_if<CaptureSession::Turn>(&entry);
+        return earlier && earlier->id == turn.id;
+    });
+    if (replaced == entries.end())
+        entries.append(turn);
+    else
+        *replaced = turn;
     return turn.prompt == m_question.prompt && turn.response == m_answer &&
-           indexOf(responsepage::screenshotOfTurn(session, turn.id)) == m_question.screenshot &&
-           entries == chronologicalEntries(session) && haveSamePictures(m_question.thread, session);
+           indexOf(screenshotOfTurn(session, turn.id)) == m_question.screenshot &&
+           entries == chronologicalEntries(session) &&
+           haveSamePictures(m_question.thread, session, m_question.replaced);
 }
 
 void StreamingRenderer::keepPage(const CaptureSession::Turn &turn)

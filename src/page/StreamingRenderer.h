@@ -28,11 +28,12 @@ public:
     /// Discards an answer that is still under way.
     void handleStreamStart(const std::optional<CaptureSession> &session, const QString &prompt,
                            const QDateTime &queryStart,
-                           const std::optional<CaptureSession::Screenshot> &screenshot) override;
+                           const std::optional<CaptureSession::Screenshot> &screenshot,
+                           const QUuid &replaced = {}) override;
     void resumeStream(const std::optional<CaptureSession> &session, const QString &prompt,
                       const QDateTime &queryStart,
                       const std::optional<CaptureSession::Screenshot> &screenshot,
-                      const QString &answer) override;
+                      const QString &answer, const QUuid &replaced = {}) override;
     void handleStreamChunk(const QString &text) override;
     /// Completes the answer in the page, with highlighted code.
     void handleStreamEnd() override;
@@ -60,6 +61,8 @@ private:
         CaptureSession thread;
         QString prompt;
         std::optional<qint64> screenshot;
+        /// The turn whose place it takes; null if it is at the end.
+        QUuid replaced;
     };
     /// What the page on show has been sent.
     struct Sent
@@ -72,10 +75,12 @@ private:
     void forgetStream();
     void loadShell(const std::optional<CaptureSession> &session, const QString &prompt,
                    const QDateTime &queryStart,
-                   const std::optional<CaptureSession::Screenshot> &screenshot);
+                   const std::optional<CaptureSession::Screenshot> &screenshot,
+                   const QUuid &replaced);
     void onPageFinished(ResponseDisplay::PageId page);
     void onRenderProcessTerminated();
     void hideLoadingDots();
+    const CaptureSession::Turn *answeredTurn(const CaptureSession &session) const;
     bool isPageOf(const CaptureSession &session) const;
     void keepPage(const CaptureSession::Turn &turn);
     void update(std::function<void()> hasRun = nullptr);

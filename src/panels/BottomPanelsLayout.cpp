@@ -71,7 +71,7 @@ double BottomPanelsLayout::naturalModelListHeight() const
 double BottomPanelsLayout::otherRowsHeight() const
 {
     return row(m_hasFirstLaunchCard ? m_firstLaunchCardHeight : 0) + row(naturalModelListHeight()) +
-           row(m_hasAttachment ? attachmentHeight() : 0);
+           row(m_hasAttachment ? attachmentHeight() : 0) + row(m_isEditing ? editingHeight() : 0);
 }
 
 double BottomPanelsLayout::cardHeight() const

@@ -26,6 +26,7 @@ class BottomPanelsLayout : public QObject
     Q_PROPERTY(bool hasFirstLaunchCard MEMBER m_hasFirstLaunchCard NOTIFY changed)
     Q_PROPERTY(double firstLaunchCardHeight MEMBER m_firstLaunchCardHeight NOTIFY changed)
     Q_PROPERTY(bool hasAttachment MEMBER m_hasAttachment NOTIFY changed)
+    Q_PROPERTY(bool isEditing MEMBER m_isEditing NOTIFY changed)
     Q_PROPERTY(bool isModelListOpen MEMBER m_isModelListOpen NOTIFY changed)
     Q_PROPERTY(int modelCount MEMBER m_modelCount NOTIFY changed)
     Q_PROPERTY(double promptTextHeight MEMBER m_promptTextHeight NOTIFY changed)
@@ -38,6 +39,7 @@ class BottomPanelsLayout : public QObject
     Q_PROPERTY(double cardHeaderHeight READ cardHeaderHeight NOTIFY changed)
     Q_PROPERTY(double cardHeight READ cardHeight NOTIFY changed)
     Q_PROPERTY(double attachmentHeight READ attachmentHeight NOTIFY changed)
+    Q_PROPERTY(double editingHeight READ editingHeight NOTIFY changed)
     Q_PROPERTY(double modelListHeight READ modelListHeight NOTIFY changed)
     Q_PROPERTY(bool areCardsShown READ areCardsShown NOTIFY changed)
     Q_PROPERTY(double upperContentHeight READ upperContentHeight NOTIFY changed)
@@ -62,6 +64,8 @@ public:
     /// Height of the service card including its header; its body scrolls if it does not fit.
     double cardHeight() const;
     double attachmentHeight() const;
+    /// Height of the row that says that the last question is edited; one line.
+    double editingHeight() const { return 20 + growth(16) + 16; }
     double modelListHeight() const;
     /// False while an open model list needs the space of the other rows.
     bool areCardsShown() const;
@@ -96,6 +100,7 @@ private:
     bool m_hasFirstLaunchCard = false;
     double m_firstLaunchCardHeight = 0;
     bool m_hasAttachment = false;
+    bool m_isEditing = false;
     bool m_isModelListOpen = false;
     int m_modelCount = 0;
     double m_promptTextHeight = normalLineHeight;

@@ -27,6 +27,7 @@ BottomPanelsModel::BottomPanelsModel(Settings &settings, QObject *parent)
     : QObject(parent), m_settings(settings), m_models(settings, this), m_screenshot(this)
 {
     connect(&m_screenshot, &StagedScreenshot::changed, this, &BottomPanelsModel::attachmentChanged);
+    connect(this, &BottomPanelsModel::attachmentChanged, this, &BottomPanelsModel::editingChanged);
     connect(&m_settings, &Settings::userPromptChanged, this,
             &BottomPanelsModel::onUserPromptChanged);
     connect(this, &BottomPanelsModel::messageChanged, this,
@@ -101,6 +102,19 @@ void BottomPanelsModel::setStagedScreenshotData(const std::optional<QByteArray> 
     m_screenshot.setData(jpeg.value_or(QByteArray()));
     if (hasChanged)
         Q_EMIT attachmentChanged();
+}
+
+void BottomPanelsModel::setEditing(bool isEditing, bool hasScreenshot)
+{
+    const bool hasStarted = assign(m_isEditing, isEditing);
+    if (assign(m_hasEditedScreenshot, hasScreenshot) || hasStarted)
+        Q_EMIT editingChanged();
+}
+
+void BottomPanelsModel::cancelEditing()
+{
+    if (m_isEditing)
+        Q_EMIT editCancelled();
 }
 
 void BottomPanelsModel::setCapturing(bool isCapturing)

@@ -49,6 +49,8 @@ class BottomPanelsModel : public QObject
     Q_PROPERTY(QImage attachmentImage READ attachmentImage NOTIFY attachmentChanged)
     Q_PROPERTY(bool hasAttachmentFailed READ hasAttachmentFailed NOTIFY attachmentChanged)
     Q_PROPERTY(QString attachmentCaption READ attachmentCaption NOTIFY attachmentChanged)
+    Q_PROPERTY(bool isEditing READ isEditing NOTIFY editingChanged)
+    Q_PROPERTY(bool isScreenshotKept READ isScreenshotKept NOTIFY editingChanged)
     Q_PROPERTY(bool isCapturing READ isCapturing NOTIFY isCapturingChanged)
 
     Q_PROPERTY(QString typedText READ typedText WRITE setTypedText NOTIFY promptTextChanged)
@@ -70,6 +72,8 @@ public:
     /// The staged JPEG; nullopt if no screenshot is staged.
     void setStagedScreenshotData(const std::optional<QByteArray> &jpeg);
     void setCapturing(bool isCapturing);
+    /// @param hasScreenshot whether the edited question was sent with a screenshot
+    void setEditing(bool isEditing, bool hasScreenshot);
 
     const QVariantMap &hotkeys() const { return m_hotkeys; }
     double availableHeight() const { return m_availableHeight; }
@@ -98,6 +102,10 @@ public:
     bool hasAttachmentFailed() const;
     QString attachmentCaption() const;
     bool isCapturing() const { return m_isCapturing; }
+    /// Whether the prompt box holds the last question, to be sent in its place.
+    bool isEditing() const { return m_isEditing; }
+    /// Whether the edited question goes with the screenshot that it was sent with.
+    bool isScreenshotKept() const { return m_hasEditedScreenshot && !m_hasAttachedScreenshot; }
     /// The whole prompt.
     QString promptText() const;
     /// The part of the prompt shown in the field, i.e. without a pasted text too long for it.
@@ -126,6 +134,8 @@ public:
     Q_INVOKABLE void captureAndSend();
     Q_INVOKABLE void captureNoSend();
     Q_INVOKABLE void removeAttachment();
+    /// Gives the edited question up.
+    Q_INVOKABLE void cancelEditing();
     Q_INVOKABLE void startNewThread();
     /// Ignored for a blocking message.
     Q_INVOKABLE void toggleMessageCollapsed();
@@ -140,6 +150,7 @@ public:
 Q_SIGNALS:
     void newThreadRequested();
     void attachmentRemoved();
+    void editCancelled();
     void noteRequested(const QString &text);
     void sendRequested(const QString &text);
     void captureAndSendRequested();
@@ -156,6 +167,7 @@ Q_SIGNALS:
     void blockedReasonChanged();
     void attachmentChanged();
     void isCapturingChanged();
+    void editingChanged();
     void promptTextChanged();
     void isPromptFocusedChanged();
 
@@ -179,6 +191,8 @@ private:
     bool m_hasAttachedScreenshot = false;
     StagedScreenshot m_screenshot;
     bool m_isCapturing = false;
+    bool m_isEditing = false;
+    bool m_hasEditedScreenshot = false;
     bool m_isPromptFocused = false;
 };
 

@@ -44,6 +44,7 @@ FocusScope {
         hasFirstLaunchCard: !view.panels.settings.hasLaunchedBefore
         firstLaunchCardHeight: firstLaunch.implicitHeight
         hasAttachment: view.panels.hasAttachedScreenshot
+        isEditing: view.panels.isEditing
         isModelListOpen: view.isModelListOpen
         modelCount: view.panels.models.count
         promptTextHeight: prompt.textHeight
@@ -131,6 +132,7 @@ FocusScope {
                 }
             }
             AttachmentRow {
+                id: attachment
                 objectName: "attachmentRow"
                 panels: view.panels
                 compact: view.compact
@@ -138,6 +140,15 @@ FocusScope {
                 y: modelList.visible ? modelList.y + modelList.height + layout.gap : modelList.y
                 width: parent.width
                 height: layout.attachmentHeight
+            }
+            EditingRow {
+                objectName: "editingRow"
+                panels: view.panels
+                visible: layout.isEditing && layout.areCardsShown
+                y: attachment.visible ? attachment.y + attachment.height + layout.gap
+                                      : attachment.y
+                width: parent.width
+                height: layout.editingHeight
             }
         }
         ScrollMark {

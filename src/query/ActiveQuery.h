@@ -18,10 +18,16 @@ class RunningQuery;
 /// State of one running query: its request, its thread and the answer received so far.
 struct ActiveQuery
 {
+    /// Later queries have higher numbers.
+    quint64 number = 0;
     QUuid threadId;
     QString turnPrompt;
     /// Content of the prompt box when the query was sent.
     std::optional<QString> promptBoxText;
+    /// Whether the prompt is the content of the prompt box.
+    bool isFromPromptBox = true;
+    /// The turn that the answer is another version of; null for a new turn.
+    QUuid replacedTurn;
     std::optional<CaptureSession::Screenshot> screenshot;
     QString answer;
     std::optional<QString> model;

@@ -23,15 +23,17 @@ public:
 
     /// Shows the thread with an additional entry that is waiting for its answer.
     /// @param screenshot the image sent with the prompt, if any
+    /// @param replaced the turn whose place the entry takes, if the question was asked before
     virtual void handleStreamStart(const std::optional<CaptureSession> &session,
                                    const QString &prompt, const QDateTime &queryStart,
-                                   const std::optional<CaptureSession::Screenshot> &screenshot) = 0;
+                                   const std::optional<CaptureSession::Screenshot> &screenshot,
+                                   const QUuid &replaced = {}) = 0;
     /// Shows a running answer again after another page was shown or its thread changed: like
     /// handleStreamStart(), including the text received so far.
     virtual void resumeStream(const std::optional<CaptureSession> &session, const QString &prompt,
                               const QDateTime &queryStart,
                               const std::optional<CaptureSession::Screenshot> &screenshot,
-                              const QString &answer) = 0;
+                              const QString &answer, const QUuid &replaced = {}) = 0;
     virtual void handleStreamChunk(const QString &text) = 0;
     virtual void handleStreamEnd() = 0;
     /// Detaches the display from the running stream; handleStreamEnd() will not follow.

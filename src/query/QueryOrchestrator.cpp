@@ -30,7 +30,9 @@ void log(const QString &message)
 } // namespace
 
 QueryOrchestrator::QueryOrchestrator(Collaborators collaborators, QObject *parent)
-    : QObject(parent), m_collaborators(std::move(collaborators))
+    : QObject(parent)
+    , m_collaborators(std::move(collaborators))
+    , m_lastQuestion(m_collaborators.threads, m_collaborators.settings)
 {
     connect(&m_collaborators.threads, &ThreadController::sessionChanged, this,
             &QueryOrchestrator::currentThreadChanged);
@@ -140,12 +142,16 @@ void QueryOrchestrator::captureAndSendFinished(const ScreenshotCapture::Outcome 
                                                  m_collaborators.session.currentConfig());
     // A staged screenshot is not sent with this query, but stays in its thread.
     m_collaborators.threads.clearStagedScreenshot();
-    CaptureSession session = m_collaborators.threads.threadForQuery();
-    const QString apiPrompt = contextAugmentedPrompt(prompt, session);
+    const auto edited = m_lastQuestion.takeEdited();
+    const QUuid replaced = edited ? edited->turnId : QUuid();
+    CaptureSession session = edited ? m_collaborators.threads.threadForRetry()
+                                    : m_collaborators.threads.threadForQuery();
+    const QString apiPrompt = contextAugmentedPrompt(prompt, session, replaced);
     session.addScreenshot(outcome->jpegData, m_collaborators.clock(), m_collaborators.clock());
     m_collaborators.threads.setCurrentSession(session);
     Q_EMIT captureSucceeded();
-    runQuery(apiPrompt, prompt, queryStart, session.screenshots.constLast());
+    runQuery(apiPrompt, {session.id, prompt, session.screenshots.constLast(), replaced}, queryStart,
+             !edited);
 }
 
 void QueryOrchestrator::captureNoSendFinished(const ScreenshotCapture::Outcome &outcome)
@@ -190,13 +196,72 @@ void QueryOrchestrator::sendPromptOnly(const QString &text)
         return;
     }
     log(QStringLiteral("Send button clicked — prompt-only query"));
+    if (auto edited = m_lastQuestion.takeEdited()) {
+        edited->prompt = text;
+        if (const auto &staged = m_collaborators.threads.stagedScreenshot())
+            edited->screenshot = staged;
+        m_collaborators.threads.clearStagedScreenshot();
+        askAgain(*edited, false);
+        return;
+    }
     const CaptureSession session = m_collaborators.threads.threadForQuery();
     const QString apiPrompt = contextAugmentedPrompt(text, session);
     m_collaborators.threads.setCurrentSession(session);
     const std::optional<CaptureSession::Screenshot> staged =
         m_collaborators.threads.stagedScreenshot();
     m_collaborators.threads.clearStagedScreenshot();
-    runQuery(apiPrompt, text, m_collaborators.clock(), staged);
+    runQuery(apiPrompt, {session.id, text, staged, {}}, m_collaborators.clock());
+}
+
+void QueryOrchestrator::retry()
+{
+    if (m_shownQuery) {
+        log(QStringLiteral("Retry ignored — an answer is under way"));
+        return;
+    }
+    const auto question = m_lastQuestion.question();
+    if (!question) {
+        log(QStringLiteral("Retry ignored — nothing has been asked"));
+        Q_EMIT nothingToRetry();
+        return;
+    }
+    if (m_collaborators.messages.blockIfKnownOverCap()) {
+        Q_EMIT refused();
+        return;
+    }
+    if (m_collaborators.messages.isBlocked()) {
+        log(QStringLiteral("Retry blocked — isBlocked is true"));
+        Q_EMIT refused();
+        return;
+    }
+    log(QStringLiteral("Retry triggered"));
+    // A failed question is still in the prompt box, unless the user has written another one.
+    askAgain(*question, m_lastQuestion.isUnanswered() && !m_lastQuestion.isEditing() &&
+                            m_collaborators.settings.userPrompt() == question->prompt);
+}
+
+void QueryOrchestrator::editLastQuestion()
+{
+    if (!m_shownQuery)
+        m_lastQuestion.beginEditing();
+}
+
+void QueryOrchestrator::showVersion(const QUuid &turnId, qsizetype position)
+{
+    if (!m_collaborators.threads.showVersion(turnId, position))
+        return;
+    // From now on the last question is the one that the version answers.
+    m_lastQuestion.forget(m_collaborators.threads.currentSession()->id);
+    log(QStringLiteral("Version %1 on show").arg(position + 1));
+    showCurrentThread();
+}
+
+void QueryOrchestrator::askAgain(const AskedQuestion &question, bool isFromPromptBox)
+{
+    CaptureSession session = m_collaborators.threads.threadForRetry();
+    const QString apiPrompt = contextAugmentedPrompt(question.prompt, session, question.turnId);
+    m_collaborators.threads.setCurrentSession(session);
+    runQuery(apiPrompt, question, m_collaborators.clock(), isFromPromptBox);
 }
 
 void QueryOrchestrator::addNote(const QString &text)
@@ -207,36 +272,41 @@ void QueryOrchestrator::addNote(const QString &text)
     log(QStringLiteral("Note added to current session"));
 }
 
-void QueryOrchestrator::runQuery(const QString &apiPrompt, const QString &turnPrompt,
-                                 const QDateTime &queryStart,
-                                 const std::optional<CaptureSession::Screenshot> &screenshot)
+void QueryOrchestrator::runQuery(const QString &apiPrompt, const AskedQuestion &question,
+                                 const QDateTime &queryStart, bool isFromPromptBox)
 {
     const auto token = m_collaborators.session.sessionToken();
     if (!token) {
+        m_lastQuestion.setUnanswered(question);
         log(QStringLiteral("ERROR: No session token — not logged in"));
         showErrorPage(QStringLiteral("Error"),
                       QStringLiteral("No session token found. Make sure you are logged in."));
         return;
     }
     auto query = std::make_shared<ActiveQuery>();
-    query->turnPrompt = turnPrompt;
+    query->number = ++m_queryCount;
+    m_lastAsked.insert(question.threadId, query->number);
+    query->threadId = question.threadId;
+    query->turnPrompt = question.prompt;
     query->promptBoxText = m_collaborators.settings.userPrompt();
-    query->screenshot = screenshot;
-    query->promptCharacters = characterCount(turnPrompt);
-    query->hasImage = screenshot.has_value();
+    query->isFromPromptBox = isFromPromptBox;
+    query->screenshot = question.screenshot;
+    query->replacedTurn = question.turnId;
+    query->promptCharacters = characterCount(question.prompt);
+    query->hasImage = question.screenshot.has_value();
     query->tokensUsedBefore = m_collaborators.messages.tokensUsed();
     query->queryStart = queryStart;
     query->model = m_collaborators.model();
-    if (const auto &session = m_collaborators.threads.currentSession())
-        query->threadId = session->id;
+    m_lastQuestion.forget(query->threadId);
     m_collaborators.threads.retain(query->threadId);
 
     m_stopped = false;
     m_shownQuery = query;
     m_isShownOnPage = true;
     m_queries.append(query);
-    m_collaborators.display.handleStreamStart(m_collaborators.threads.currentSession(), turnPrompt,
-                                              queryStart, screenshot);
+    m_collaborators.display.handleStreamStart(m_collaborators.threads.currentSession(),
+                                              question.prompt, queryStart, question.screenshot,
+                                              question.turnId);
     m_collaborators.display.showWindow();
     runQueryOnMain(query, apiPrompt, *token);
     Q_EMIT activityChanged();
@@ -280,10 +350,14 @@ void QueryOrchestrator::queryFinished(const ActiveQueryPtr &query, const QueryOu
     Q_EMIT answerEnded(outcome.has_value());
 }
 
-bool QueryOrchestrator::recordTurn(const ActiveQueryPtr &query)
+bool QueryOrchestrator::recordTurn(const ActiveQueryPtr &query, bool isCutOff)
 {
-    const bool isCurrent = m_collaborators.threads.addTurn(query->threadId, query->turnPrompt,
-                                                           query->answer, query->screenshot);
+    ThreadController &threads = m_collaborators.threads;
+    const bool isCurrent =
+        query->replacedTurn.isNull()
+            ? threads.addTurn(query->threadId, query->turnPrompt, query->answer, query->screenshot)
+            : threads.addVersion(query->threadId, query->replacedTurn, query->turnPrompt,
+                                 query->answer, query->screenshot, !isCutOff);
     // Keep the shown thread current until the next send: the user may still copy from it or add
     // notes to it.
     if (isCurrent && !m_shownQuery && m_collaborators.settings.startNewThreadPerSendEnabled())
@@ -301,7 +375,7 @@ void QueryOrchestrator::recordFinishedTurn(const ActiveQueryPtr &query)
 void QueryOrchestrator::clearSentPrompt(const ActiveQueryPtr &query)
 {
     // Keep the box if the user has typed a new prompt.
-    if (!m_collaborators.settings.dontClearPromptAfterSendEnabled() &&
+    if (query->isFromPromptBox && !m_collaborators.settings.dontClearPromptAfterSendEnabled() &&
         m_collaborators.settings.userPrompt() == query->promptBoxText)
         m_collaborators.settings.setUserPrompt(QString());
 }
@@ -341,6 +415,13 @@ void QueryOrchestrator::removeQuery(const ActiveQueryPtr &query)
     }
 }
 
+void QueryOrchestrator::rememberUnanswered(const ActiveQueryPtr &query)
+{
+    if (m_lastAsked.value(query->threadId) == query->number)
+        m_lastQuestion.setUnanswered(
+            {query->threadId, query->turnPrompt, query->screenshot, query->replacedTurn});
+}
+
 void QueryOrchestrator::querySucceeded(const ActiveQueryPtr &query, const DoneInfo &info)
 {
     if (query == m_shownQuery && m_isShownOnPage)
@@ -362,7 +443,9 @@ void QueryOrchestrator::queryFailed(const ActiveQueryPtr &query, const QueryErro
         leavePage();
     removeQuery(query);
     // Keep the text received so far. Keep the prompt as well, so that the user can send it again.
-    const bool joinedCurrentThread = !query->answer.isEmpty() && recordTurn(query);
+    const bool joinedCurrentThread = !query->answer.isEmpty() && recordTurn(query, true);
+    if (query->answer.isEmpty() || !query->replacedTurn.isNull())
+        rememberUnanswered(query);
     m_collaborators.threads.release(query->threadId);
 
     const auto report = failureReport(error);
@@ -412,6 +495,7 @@ void QueryOrchestrator::stop()
     if (query->answer.isEmpty()) {
         leavePage();
         removeQuery(query);
+        rememberUnanswered(query);
         showCurrentThread();
     } else {
         if (m_isShownOnPage)
@@ -426,6 +510,7 @@ void QueryOrchestrator::stop()
 
 void QueryOrchestrator::discardAnswers(const QUuid &threadId)
 {
+    m_lastQuestion.forget(threadId);
     const QList<ActiveQueryPtr> queries = m_queries;
     for (const ActiveQueryPtr &query : queries) {
         if (query->threadId != threadId)
@@ -445,6 +530,7 @@ void QueryOrchestrator::cancelAll()
 {
     m_isShutDown = true;
     cancelCaptures();
+    m_lastQuestion.abandonEditing();
     const QList<ActiveQueryPtr> queries = std::exchange(m_queries, {});
     m_shownQuery.reset();
     m_isShownOnPage = false;
@@ -454,7 +540,7 @@ void QueryOrchestrator::cancelAll()
         if (!query->answer.isEmpty()) {
             log(QStringLiteral("Answer cut off by the end of the session (%1 chars kept)")
                     .arg(characterCount(query->answer)));
-            recordTurn(query);
+            recordTurn(query, true);
             clearSentPrompt(query);
         }
         m_collaborators.threads.release(query->threadId);
@@ -468,7 +554,7 @@ void QueryOrchestrator::showCurrentThread()
         m_isShownOnPage = true;
         m_collaborators.display.resumeStream(session, m_shownQuery->turnPrompt,
                                              m_shownQuery->queryStart, m_shownQuery->screenshot,
-                                             m_shownQuery->answer);
+                                             m_shownQuery->answer, m_shownQuery->replacedTurn);
     } else if (session) {
         m_collaborators.display.renderThread(*session);
     }

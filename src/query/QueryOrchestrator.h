@@ -1,6 +1,7 @@
 #pragma once
 
 #include "history/CaptureSession.h"
+#include "query/LastQuestion.h"
 #include "query/QueryTypes.h"
 #include "query/ScreenshotCapture.h"
 
@@ -27,9 +28,9 @@ class Settings;
 class ThreadController;
 
 /// Runs the user's actions from button or hotkey to stored turn: Capture & Send, Capture without
-/// sending, Send and Add note. Builds the context prompt, manages the running queries and sends
-/// their telemetry. While the desktop session is locked nothing is captured; a capture under way
-/// when it is locked is cancelled.
+/// sending, Send, Retry, editing the last question and Add note. Builds the context prompt, manages
+/// the running queries and sends their telemetry. While the desktop session is locked nothing is
+/// captured; a capture under way when it is locked is cancelled.
 ///
 /// Main thread only; captures run on a worker thread, transfers in the event loop. Several queries
 /// may run at once: the newest one of the current thread is shown, the others are buffered and
@@ -68,8 +69,20 @@ public:
     void triggerCaptureAndSend();
     /// Captures the screen and stages the image for the next send. Works while queries are blocked.
     void captureNoSend();
-    /// Sends @p text with the staged screenshot, if any.
+    /// Sends @p text with the staged screenshot, if any. While the last question is edited, @p text
+    /// takes its place, with its screenshot unless another one is staged.
     void sendPromptOnly(const QString &text);
+    /// Asks the last question again, with the same screenshot and the selected model. The answer
+    /// becomes another version of its turn. No effect while an answer is shown that is under way.
+    void retry();
+    /// Puts the last question into the prompt box, so that the next send takes its place. No effect
+    /// while an answer is shown that is under way.
+    void editLastQuestion();
+    LastQuestion &lastQuestion() { return m_lastQuestion; }
+    const LastQuestion &lastQuestion() const { return m_lastQuestion; }
+    /// Shows another version of a turn of the current thread; ignored if there is none at
+    /// @p position.
+    void showVersion(const QUuid &turnId, qsizetype position);
     /// Adds a note to the current thread; blank text is ignored.
     void addNote(const QString &text);
     /// Cancels the shown query and stores the text received so far as a turn; without any text, the
@@ -95,6 +108,8 @@ Q_SIGNALS:
     void activityChanged();
     /// A capture succeeded, so the first-launch hint is no longer needed.
     void captureSucceeded();
+    /// There is no question that Retry could ask again.
+    void nothingToRetry();
     /// An action was rejected; the current service message has the reason.
     void refused();
     /// A query that is not shown failed; @p reason is user-facing text.
@@ -121,10 +136,14 @@ private:
                        const QString &step);
     void showErrorPage(const QString &title, const QString &text);
 
-    /// @param apiPrompt the text to send, with context; @p turnPrompt is stored and shown
-    /// @param screenshot sent with the prompt
-    void runQuery(const QString &apiPrompt, const QString &turnPrompt, const QDateTime &queryStart,
-                  const std::optional<CaptureSession::Screenshot> &screenshot);
+    /// Asks @p question in place of its turn, if it has one.
+    /// @param isFromPromptBox whether its prompt is the content of the prompt box
+    void askAgain(const AskedQuestion &question, bool isFromPromptBox);
+    /// @param apiPrompt the text to send, with context
+    /// @param question stored and shown; its thread is the current one
+    /// @param isFromPromptBox whether its prompt is the content of the prompt box
+    void runQuery(const QString &apiPrompt, const AskedQuestion &question,
+                  const QDateTime &queryStart, bool isFromPromptBox = true);
     void runQueryOnMain(const ActiveQueryPtr &query, const QString &apiPrompt,
                         const QString &token);
     void chunkReceived(const ActiveQueryPtr &query, const QString &text);
@@ -133,18 +152,26 @@ private:
     void queryFailed(const ActiveQueryPtr &query, const QueryError &error);
     /// Adds the text received so far to the query's thread; returns whether that is the current
     /// one.
-    bool recordTurn(const ActiveQueryPtr &query);
+    /// @param isCutOff leaves on show what the answer would have replaced, if anything
+    bool recordTurn(const ActiveQueryPtr &query, bool isCutOff = false);
     /// Calls recordTurn(), updates the display and clears the prompt box.
     void recordFinishedTurn(const ActiveQueryPtr &query);
     void clearSentPrompt(const ActiveQueryPtr &query);
     void removeQuery(const ActiveQueryPtr &query);
+    /// Remembers the question of a query that ended without a whole answer, if it is the last one
+    /// of its thread.
+    void rememberUnanswered(const ActiveQueryPtr &query);
     ActiveQueryPtr newestQueryOfCurrentThread() const;
     void currentThreadChanged();
     void fireTelemetry(const ActiveQueryPtr &query, const DoneInfo &info, qint64 usedAfter);
 
     Collaborators m_collaborators;
+    LastQuestion m_lastQuestion;
     /// All running queries, oldest first.
     QList<ActiveQueryPtr> m_queries;
+    /// Number of the last question of each thread.
+    QHash<QUuid, quint64> m_lastAsked;
+    quint64 m_queryCount = 0;
     /// The newest one of the current thread: activity() reports it and stop() cancels it.
     ActiveQueryPtr m_shownQuery;
     /// Whether its text is streamed into the page; false while another page is shown.

@@ -57,6 +57,7 @@ public:
     }
     void startNewThread() override { m_calls << "startNewThread"; }
     void toggleClicks() override { m_calls << "toggleClicks"; }
+    void retry() override { m_calls << "retry"; }
     void showNotice(const QString &text) override { m_calls << "showNotice " + text; }
     void applyConfigAtStart(const AppConfigResponse &config) override
     {
@@ -364,7 +365,7 @@ private Q_SLOTS:
             Q_EMIT f.hotkeys.pressed(row.action);
         QCOMPARE(f.calls, (QStringList{"triggerCaptureAndSend", "clearContent", "toggleVisibility",
                                        "adjustOpacity 0.1", "adjustOpacity -0.1", "captureNoSend",
-                                       "startNewThread", "toggleClicks"}));
+                                       "startNewThread", "toggleClicks", "retry"}));
     }
 
     void commandsAreRefusedBeforeSignIn()
@@ -391,7 +392,7 @@ private Q_SLOTS:
             QCOMPARE(f.command(command.name), QString());
         QCOMPARE(f.calls, (QStringList{"triggerCaptureAndSend", "clearContent", "toggleVisibility",
                                        "adjustOpacity 0.1", "adjustOpacity -0.1", "captureNoSend",
-                                       "startNewThread", "toggleClicks", "show"}));
+                                       "startNewThread", "toggleClicks", "retry", "show"}));
         QCOMPARE(f.quits, 1);
         QVERIFY(f.log.lines.contains("[AppDelegate] Command: capture"));
         // The session may end at any time.

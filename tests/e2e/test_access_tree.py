@@ -168,10 +168,9 @@ class AccessTreeTest(E2ECase):
         screen = self.look()
         self.assert_states(screen.get("Save thread", "check box"), "checked")
         self.assertEqual(screen.get("Response scroll position").role, "scroll bar")
-        screen.walk_with_tab(*BOX, *BAR, "Usage 85%", "Copy answer", "Clicks reach the answer",
-                             "Copy code",
-                             "Scroll up", "Response scroll position", "Scroll down",
-                             "Expand message")
+        screen.walk_with_tab(*BOX, *BAR, "Usage 85%", "Edit question", "Retry", "Copy answer",
+                             "Clicks reach the answer", "Copy code", "Scroll up",
+                             "Response scroll position", "Scroll down", "Expand message")
 
     def streaming(self):
         gate = threading.Event()

@@ -57,7 +57,8 @@ class KeyboardTest(SignedInCase):
         self.access.wait_for("Copy answer")
         wait_until(lambda: self.stored("userPrompt") == "", what="the empty box")
         self.type_prompt("x")
-        for name in IN_THE_BOX + ABOVE + ["Usage 85%", "Copy answer", CLICKS, ""]:
+        for name in IN_THE_BOX + ABOVE + ["Usage 85%", "Edit question", "Retry", "Copy answer",
+                                          CLICKS, ""]:
             self.key("tab", name)
         self.key("shift+tab", CLICKS)
 
@@ -153,7 +154,8 @@ class KeyboardTest(SignedInCase):
         self.wait_answer()
         self.access.wait_for("Copy answer")
         self.key("f6", "Usage 85%")
-        self.key("tab", "Copy answer")
+        for name in ("Edit question", "Retry", "Copy answer"):
+            self.key("tab", name)
         self.desktop.press("return")
         self.shared_app.focus_prompt()
         self.desktop.press("ctrl+v")

@@ -21,10 +21,11 @@ public:
         rendered.append(session);
     }
     void handleStreamStart(const std::optional<CaptureSession> &session, const QString &prompt,
-                           const QDateTime &,
-                           const std::optional<CaptureSession::Screenshot> &shot) override
+                           const QDateTime &, const std::optional<CaptureSession::Screenshot> &shot,
+                           const QUuid &replaced = {}) override
     {
         calls.append(QStringLiteral("streamStart"));
+        streamReplaced = replaced;
         streamSession = session;
         streamPrompt = prompt;
         streamScreenshot = shot;
@@ -32,9 +33,10 @@ public:
     }
     void resumeStream(const std::optional<CaptureSession> &session, const QString &prompt,
                       const QDateTime &, const std::optional<CaptureSession::Screenshot> &shot,
-                      const QString &answer) override
+                      const QString &answer, const QUuid &replaced = {}) override
     {
         calls.append(QStringLiteral("resumeStream"));
+        streamReplaced = replaced;
         streamSession = session;
         streamPrompt = prompt;
         streamScreenshot = shot;
@@ -51,6 +53,7 @@ public:
     std::optional<CaptureSession> streamSession;
     std::optional<CaptureSession::Screenshot> streamScreenshot;
     QString streamPrompt;
+    QUuid streamReplaced;
     QString streamed;
 };
 

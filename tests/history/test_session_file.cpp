@@ -1,5 +1,6 @@
 #include "history/SessionFile.h"
 #include "history/StoreFixture.h"
+#include "history/ThreadSummaryReader.h"
 #include "support/TestProgram.h"
 
 #include <QCoreApplication>
@@ -207,6 +208,96 @@ private Q_SLOTS:
         QVERIFY2(decoded, decoded ? "" : qPrintable(decoded.error()));
         for (int i = 0; i < 3; ++i)
             QCOMPARE(decoded->turns.at(i).screenshot, links[i]);
+    }
+
+    void versionsRoundTrip()
+    {
+        SessionFile file;
+        file.id = QUuid::createUuid();
+        file.createdAt = file.updatedAt = t0;
+        const QDateTime day = QDateTime::fromString("2026-03-01T10:00:00Z", Qt::ISODate);
+        CaptureSession::Turn turn{QUuid::createUuid(), {}, {}, {}};
+        const QList<CaptureSession::TurnVersion> versions{
+            {"p", "one", day, CaptureSession::TurnScreenshot{4}},
+            {"q", "two", day.addSecs(1), CaptureSession::TurnScreenshot{}},
+            {"r", "three", day.addSecs(2)}};
+        for (qsizetype shown = 0; shown < versions.size(); ++shown) {
+            turn.setVersions(versions, shown);
+            file.turns.append(turn);
+        }
+        turn.setVersions({versions.first()}, 0);
+        file.turns.append(turn);
+        const QJsonArray turns = QJsonDocument::fromJson(file.encode()).object()["turns"].toArray();
+        // A reader that does not know of versions sees the one on show.
+        QCOMPARE(turns[1]["prompt"], "q");
+        QCOMPARE(turns[1]["response"], "two");
+        QCOMPARE(turns[1]["versions"]["shown"], 1);
+        QCOMPARE(turns[1]["versions"]["others"][0]["screenshotIndex"], 4);
+        QVERIFY(!turns[3].toObject().contains("versions"));
+        const auto decoded = SessionFile::decode(file.encode());
+        QVERIFY2(decoded, decoded ? "" : qPrintable(decoded.error()));
+        QCOMPARE(decoded->turns, file.turns);
+        for (qsizetype shown = 0; shown < versions.size(); ++shown)
+            QCOMPARE(decoded->turns.at(shown).versions(), versions);
+    }
+
+    void invalidVersionsAreReported_data()
+    {
+        QTest::addColumn<QJsonValue>("versions");
+        QTest::addColumn<bool>("isValid");
+        const QJsonObject version{
+            {"prompt", "p"}, {"response", "r"}, {"createdAt", "2026-03-01T14:05:09Z"}};
+        const auto list = [&version](int count) {
+            QJsonArray others;
+            while (others.size() < count)
+                others.append(version);
+            return others;
+        };
+        const auto row = [](const char *name, const QJsonValue &versions, bool isValid = false) {
+            QTest::newRow(name) << versions << isValid;
+        };
+        row("valid", QJsonObject{{"shown", 1}, {"others", list(1)}}, true);
+        row("none", QJsonObject{{"shown", 0}, {"others", list(0)}}, true);
+        row("the most", QJsonObject{{"shown", 99}, {"others", list(99)}}, true);
+        row("too many", QJsonObject{{"shown", 0}, {"others", list(100)}});
+        row("past the end", QJsonObject{{"shown", 2}, {"others", list(1)}});
+        row("negative", QJsonObject{{"shown", -1}, {"others", list(1)}});
+        row("fraction", QJsonObject{{"shown", 0.5}, {"others", list(1)}});
+        row("huge", QJsonObject{{"shown", 1e300}, {"others", list(1)}});
+        row("no position", QJsonObject{{"others", list(1)}});
+        row("no list", QJsonObject{{"shown", 0}});
+        row("list", list(1));
+        row("null", QJsonValue());
+        row("numbers", QJsonObject{{"shown", 0}, {"others", QJsonArray{7}}});
+        for (const char *key : {"prompt", "response", "createdAt", "screenshotIndex"}) {
+            QJsonObject wrong = version;
+            wrong[QLatin1String(key)] = true;
+            row(key, QJsonObject{{"shown", 0}, {"others", QJsonArray{wrong}}});
+        }
+    }
+    void invalidVersionsAreReported()
+    {
+        QFETCH(QJsonValue, versions);
+        QFETCH(bool, isValid);
+        QJsonObject description = validDescription();
+        QJsonObject turn = description["turns"][0].toObject();
+        turn["versions"] = versions;
+        description["turns"] = QJsonArray{turn};
+        const auto file = SessionFile::decode(bytes(description));
+        QCOMPARE(file.has_value(), isValid);
+
+        // The list shows just the threads that can be opened.
+        StoreFixture f;
+        description["screenshots"] = QJsonArray();
+        const QUuid id(description["id"].toString());
+        QVERIFY(QDir().mkpath(f.folder(id)));
+        writeFile(f.description(id), bytes(description));
+        const auto summary = ThreadSummaryReader(*f.store.sessionsRoot()).read(id);
+        QCOMPARE(summary.has_value(), isValid);
+        if (isValid)
+            QCOMPARE(summary->turns, 1);
+        else
+            QCOMPARE(summary.error(), file.error());
     }
 
     void indexRoundTrips()

@@ -53,6 +53,7 @@ void HotkeyBindingsTest::namesTheActions()
         {"capture_no_send", "Capture (no send)", "Capture (No Send)", "ctrl+alt+cmd+shift+c", ""},
         {"new_thread", "Start a new thread", "New Thread", "cmd+n", ""},
         {"toggle_clicks", "Let clicks reach the answer", "Toggle Clicks", "", ""},
+        {"retry", "Ask the last question again", "Retry", "", ""},
     };
     QList<QStringList> actual;
     for (const HotkeyActionInfo &row : hotkeyActions)

@@ -102,6 +102,34 @@ private Q_SLOTS:
         QVERIFY(!f().find("attachmentRow")->isVisible());
     }
 
+    void editedQuestionIsNamed()
+    {
+        showActive();
+        QVERIFY(!f().find("editingRow")->isVisible());
+        const double height = f().find("bottomPanels")->height();
+        QSignalSpy cancelled(&f().panels, &BottomPanelsModel::editCancelled);
+        QTest::keyClick(&f().panel, Qt::Key_Escape);
+        QVERIFY(cancelled.isEmpty());
+        f().panels.setEditing(true, true);
+        QVERIFY(f().find("editingRow")->isVisible());
+        QCOMPARE(f().find("bottomPanels")->height(), height + 36 + 8);
+        QCOMPARE(text("editingWords"), QStringLiteral("Editing the last question \u00b7 with its "
+                                                      "screenshot"));
+        // A staged screenshot goes instead.
+        f().panels.setStagedScreenshotData(OverlayFixture::screenshot());
+        QCOMPARE(text("editingWords"), QStringLiteral("Editing the last question"));
+        f().panel.grabWindow();
+        QVERIFY(f().find("editingRow")->y() >=
+                f().find("attachmentRow")->y() + f().find("attachmentRow")->height());
+        click("cancelEditing");
+        QCOMPARE(cancelled.size(), 1);
+        QVERIFY(f().find("promptInput")->hasActiveFocus());
+        QTest::keyClick(&f().panel, Qt::Key_Escape);
+        QCOMPARE(cancelled.size(), 2);
+        f().panels.setEditing(false, false);
+        QVERIFY(!f().find("editingRow")->isVisible());
+    }
+
     void disabledActionsIgnorePresses()
     {
         show();

@@ -266,6 +266,76 @@ private Q_SLOTS:
                  QStringLiteral("Super+J"));
     }
 
+    void questionButtons()
+    {
+        f().overlay.setTitle(QStringLiteral("What does this chart show?"));
+        f().overlay.setHasAnswer(true);
+        f().panels.setHotkeys({{QStringLiteral("retry"), QStringLiteral("Ctrl+R")}});
+        showActive();
+        for (const char *name : {"retry", "editQuestion", "versions"})
+            QVERIFY(!f().find(name)->isVisible());
+        f().overlay.setQuestionKnown(true);
+        QSignalSpy retried(&f().overlay, &OverlayModel::retryRequested);
+        QSignalSpy edited(&f().overlay, &OverlayModel::editRequested);
+        click("retry");
+        click("editQuestion");
+        QCOMPARE(retried.size(), 1);
+        QCOMPARE(edited.size(), 1);
+        f().find("retry")->forceActiveFocus(Qt::TabFocusReason);
+        QTest::keyClick(&f().panel, Qt::Key_Return);
+        QCOMPARE(retried.size(), 2);
+        QCOMPARE(f().find("retry")->property("shortcutText").toString(), QStringLiteral("Ctrl+R"));
+    }
+
+    void versionButtons()
+    {
+        f().overlay.setQuestionKnown(true);
+        f().overlay.setVersions(1, 3);
+        connect(&f().overlay, &OverlayModel::versionRequested, &f().overlay,
+                [this](int position) { f().overlay.setVersions(position, 3); });
+        showActive();
+        QCOMPARE(text("versionWords"), QStringLiteral("2 of 3"));
+        click("earlierVersion");
+        QCOMPARE(text("versionWords"), QStringLiteral("1 of 3"));
+        click("earlierVersion");
+        QCOMPARE(text("versionWords"), QStringLiteral("1 of 3"));
+        f().find("laterVersion")->forceActiveFocus(Qt::TabFocusReason);
+        QTest::keyClick(&f().panel, Qt::Key_Return);
+        QTest::keyClick(&f().panel, Qt::Key_Return);
+        QCOMPARE(text("versionWords"), QStringLiteral("3 of 3"));
+        // At the end the focus goes to the button that leads back.
+        QVERIFY(f().find("earlierVersion")->hasActiveFocus());
+        QTest::keyClick(&f().panel, Qt::Key_Space);
+        QCOMPARE(text("versionWords"), QStringLiteral("2 of 3"));
+        f().overlay.setActivity(OverlayModel::Activity::Waiting);
+        QVERIFY(!f().find("versions")->isVisible());
+        QVERIFY(!f().find("retry")->isVisible());
+    }
+
+    void questionControlsFitSmallestWindow()
+    {
+        f().overlay.setTitle(QStringLiteral("What does this chart show?"));
+        f().overlay.setHasAnswer(true);
+        f().overlay.setQuestionKnown(true);
+        f().overlay.setVersions(9, 10);
+        f().overlay.setPageClickable(true);
+        f().panel.resize(320, 280);
+        show();
+        QTRY_COMPARE(text("versionWords"), QStringLiteral("10/10"));
+        f().panel.grabWindow();
+        const auto scene = [this](const char *name) {
+            const QQuickItem *item = f().find(name);
+            return item->mapRectToScene(QRectF(0, 0, item->width(), item->height()));
+        };
+        QVERIFY(scene("threadTitle").width() >= 60);
+        QVERIFY(scene("threadTitle").right() <= scene("versions").left());
+        QVERIFY(scene("versions").right() <= scene("editQuestion").left());
+        QVERIFY(scene("editQuestion").right() <= scene("retry").left());
+        QVERIFY(scene("retry").right() <= scene("copyAnswer").left());
+        QVERIFY(scene("copyAnswer").right() <= scene("clicks").left());
+        QVERIFY(scene("clicks").right() <= 320);
+    }
+
     void saveStateIndicator()
     {
         using SaveState = OverlayModel::SaveState;

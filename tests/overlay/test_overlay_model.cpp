@@ -187,6 +187,58 @@ private Q_SLOTS:
         QCOMPARE(copied.size(), 1);
     }
 
+    void askingAgainNeedsAnIdleQuestion()
+    {
+        QSignalSpy retried(m_model.get(), &OverlayModel::retryRequested);
+        QSignalSpy edited(m_model.get(), &OverlayModel::editRequested);
+        const auto press = [this] {
+            m_model->retry();
+            m_model->editQuestion();
+        };
+        press();
+        QVERIFY(!m_model->canAskAgain());
+        m_model->setQuestionKnown(true);
+        QVERIFY(m_model->canAskAgain());
+        press();
+        QCOMPARE(retried.size(), 1);
+        QCOMPARE(edited.size(), 1);
+        for (const auto activity :
+             {OverlayModel::Activity::Capturing, OverlayModel::Activity::Waiting,
+              OverlayModel::Activity::Streaming}) {
+            m_model->setActivity(activity);
+            press();
+        }
+        m_model->setActivity(OverlayModel::Activity::Idle);
+        m_model->setSendingBlocked(true);
+        press();
+        QCOMPARE(retried.size(), 1);
+        QCOMPARE(edited.size(), 1);
+        m_model->setSendingBlocked(false);
+        m_model->showStopped();
+        press();
+        QCOMPARE(retried.size(), 2);
+    }
+
+    void versionsAreShownWhileIdle()
+    {
+        QSignalSpy requested(m_model.get(), &OverlayModel::versionRequested);
+        QCOMPARE(m_model->versionCount(), 1);
+        m_model->showVersion(0);
+        m_model->setVersions(1, 3);
+        QCOMPARE(m_model->shownVersion(), 1);
+        QCOMPARE(m_model->versionCount(), 3);
+        for (const int position : {-1, 1, 3})
+            m_model->showVersion(position);
+        QVERIFY(requested.isEmpty());
+        m_model->showVersion(2);
+        QCOMPARE(requested.size(), 1);
+        QCOMPARE(requested[0][0].toInt(), 2);
+        m_model->setActivity(OverlayModel::Activity::Waiting);
+        QCOMPARE(m_model->versionCount(), 1);
+        m_model->showVersion(2);
+        QCOMPARE(requested.size(), 1);
+    }
+
     void backToThreadNeedsCoveredThread()
     {
         QSignalSpy changed(m_model.get(), &OverlayModel::stripChanged);

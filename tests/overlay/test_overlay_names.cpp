@@ -68,15 +68,21 @@ private Q_SLOTS:
     {
         f().overlay.setHasAnswer(true);
         f().overlay.setPageClickable(true);
+        f().overlay.setQuestionKnown(true);
+        f().overlay.setVersions(1, 3);
+        f().panels.setEditing(true, false);
         f().menu.setUsage(250000, 1000000, false);
         f().overlay.setMenuOpen(true);
         show();
-        QVERIFY(find(QStringLiteral("Copy answer"), QAccessible::Button));
         QAccessibleInterface *clicks =
             find(QStringLiteral("Clicks reach the answer"), QAccessible::CheckBox);
         QVERIFY(clicks && clicks->state().checkable && !clicks->state().checked);
         f().overlay.setTakesClicks(true);
         QVERIFY(clicks->state().checked);
+        for (const char *name : {"Copy answer", "Retry", "Edit question", "Earlier answer",
+                                 "Later answer", "Cancel editing"})
+            QVERIFY2(find(QLatin1String(name), QAccessible::Button), name);
+        QVERIFY(find(QStringLiteral("Version 2 of 3"), QAccessible::StatusBar));
         QVERIFY(find(QStringLiteral("Account"), QAccessible::MenuItem));
         QVERIFY(find(QStringLiteral("Upgrade"), QAccessible::MenuItem));
         QVERIFY(find(QStringLiteral("Sign Out"), QAccessible::MenuItem));

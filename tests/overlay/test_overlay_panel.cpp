@@ -581,6 +581,11 @@ private Q_SLOTS:
         QCOMPARE(focusName(), QStringLiteral("Write a message"));
         QTest::keyClick(&f().panel, Qt::Key_F6, Qt::ShiftModifier);
         QCOMPARE(focusName(), QStringLiteral("Copy answer"));
+        f().overlay.setQuestionKnown(true);
+        QTest::keyClick(&f().panel, Qt::Key_F6);
+        QTest::keyClick(&f().panel, Qt::Key_F6);
+        QCOMPARE(focusName(), QStringLiteral("Edit question"));
+        f().overlay.setQuestionKnown(false);
         f().overlay.setHasAnswer(false);
         QTest::keyClick(&f().panel, Qt::Key_F6);
         QCOMPARE(focusName(), QStringLiteral("Write a message"));

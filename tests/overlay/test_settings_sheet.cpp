@@ -243,6 +243,7 @@ private Q_SLOTS:
                                 "hotkeyButton-6",
                                 "trailing-6",
                                 "hotkeyButton-7",
+                                "hotkeyButton-8",
                                 "resetAllHotkeys",
                                 "helpLink",
                                 "settingsClose"};

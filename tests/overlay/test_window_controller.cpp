@@ -335,6 +335,45 @@ private Q_SLOTS:
         QVERIFY(f.overlay->threads().currentSession()->notes.isEmpty());
     }
 
+    void lastQuestionIsOffered()
+    {
+        Fixture f;
+        OverlayModel &overlay = f.overlay->overlayModel();
+        BottomPanelsModel &panels = f.overlay->panelsModel();
+        f.overlay->retry();
+        QCOMPARE(overlay.notice(), "There is no question to ask again.");
+        QVERIFY(!overlay.canAskAgain());
+
+        CaptureSession session = CaptureSession::create();
+        session.addTurn("q", "one", QDateTime::currentDateTime());
+        session.addVersion(session.turns[0].id, {"q2", "two", QDateTime::currentDateTime()}, true);
+        f.overlay->threads().setCurrentSession(session);
+        QVERIFY(overlay.canAskAgain());
+        QCOMPARE(overlay.versionCount(), 2);
+        QCOMPARE(overlay.shownVersion(), 1);
+        overlay.showVersion(0);
+        QCOMPARE(overlay.shownVersion(), 0);
+        QCOMPARE(f.overlay->threads().currentSession()->turns[0].response, "one");
+
+        f.settings.setUserPrompt("draft");
+        QSignalSpy focused(&panels, &BottomPanelsModel::promptFocusRequested);
+        overlay.editQuestion();
+        QVERIFY(panels.isEditing() && !panels.isScreenshotKept());
+        QCOMPARE(panels.promptText(), "q");
+        QCOMPARE(focused.size(), 1);
+        QVERIFY(!overlay.canAskAgain());
+        panels.cancelEditing();
+        QVERIFY(!panels.isEditing());
+        QCOMPARE(panels.promptText(), "draft");
+        QVERIFY(overlay.canAskAgain());
+
+        f.overlay->clearContent();
+        QVERIFY(!overlay.canAskAgain());
+        QCOMPARE(overlay.versionCount(), 1);
+        f.overlay->startNewThread();
+        QVERIFY(!overlay.canAskAgain());
+    }
+
     void modelSelectionFallsBack()
     {
         Fixture f;

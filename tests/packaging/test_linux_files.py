@@ -15,7 +15,7 @@ from paths import BUILD, LINUX, ROOT, VERSION
 MANUALS = sorted((LINUX / "man").glob("*.1"))
 COMPLETIONS = sorted((LINUX / "completions").iterdir())
 COMMANDS = ("capture", "capture-no-send", "toggle", "clear", "new-thread", "toggle-clicks",
-            "opacity-up", "opacity-down", "show", "quit")
+            "retry", "opacity-up", "opacity-down", "show", "quit")
 OPTIONS = {"--help", "--version", "--or-start"}
 # QML modules of Debian by the import that needs them.
 MODULES = {

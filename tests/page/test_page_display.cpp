@@ -47,6 +47,7 @@ private Q_SLOTS:
     void previewsGoWithTheirThread();
     void tellsWhatIsOnThePage();
     void noteDelete();
+    void showVersion();
     void links_data();
     void links();
 
@@ -383,6 +384,18 @@ void TestPageDisplay::malformedMessages_data()
     row("delete no id", "noteDelete", QStringLiteral("123"), "123");
     row("delete braces", "noteDelete", QStringLiteral("{0A1B2C3D-0000-4000-8000-00000000ABCD}"),
         "{0A1B2C3D-0000-4000-8000-00000000ABCD}");
+    const auto version = [](const QVariant &turn, const QVariant &position) {
+        return QVariantMap{{QStringLiteral("turn"), turn}, {QStringLiteral("version"), position}};
+    };
+    const QString id = QStringLiteral("0A1B2C3D-0000-4000-8000-00000000ABCD");
+    row("version number", "showVersion", 3, "3");
+    row("version of no id", "showVersion", version(QStringLiteral("1"), 0),
+        "{\"turn\":\"1\",\"version\":0}");
+    row("version of a number", "showVersion", version(7, 0), "{\"turn\":7,\"version\":0}");
+    row("version text", "showVersion", version(id, QStringLiteral("0")),
+        "{\"turn\":\"0A1B2C3D-0000-4000-8000-00000000ABCD\",\"version\":\"0\"}");
+    row("version fraction", "showVersion", version(id, 0.5),
+        "{\"turn\":\"0A1B2C3D-0000-4000-8000-00000000ABCD\",\"version\":0.5}");
 }
 
 void TestPageDisplay::malformedMessages()
@@ -392,6 +405,7 @@ void TestPageDisplay::malformedMessages()
     QFETCH(QString, logged);
     QSignalSpy scrolled(m_display.get(), &ResponseDisplay::scrollPositionChanged);
     QSignalSpy deleted(m_display.get(), &ResponseDisplay::noteDeleteRequested);
+    QSignalSpy requested(m_display.get(), &ResponseDisplay::versionRequested);
     m_surface->post(name, body);
     QCOMPARE(m_log->lines,
              QStringList{QStringLiteral("[OverlayWindowController] ERROR: Received malformed %1 "
@@ -399,6 +413,7 @@ void TestPageDisplay::malformedMessages()
                              .arg(name, logged)});
     QVERIFY(scrolled.isEmpty());
     QVERIFY(deleted.isEmpty());
+    QVERIFY(requested.isEmpty());
     QVERIFY(m_workspace->files.isEmpty());
 }
 
@@ -511,6 +526,18 @@ void TestPageDisplay::noteDelete()
     m_surface->post(QStringLiteral("noteDelete"), uuidText(id));
     QCOMPARE(deleted.size(), 1);
     QCOMPARE(deleted[0][0].toUuid(), id);
+}
+
+void TestPageDisplay::showVersion()
+{
+    QSignalSpy requested(m_display.get(), &ResponseDisplay::versionRequested);
+    const QUuid id = QUuid::createUuid();
+    m_surface->post(
+        QStringLiteral("showVersion"),
+        QVariantMap{{QStringLiteral("turn"), uuidText(id)}, {QStringLiteral("version"), 2}});
+    QCOMPARE(requested.size(), 1);
+    QCOMPARE(requested[0][0].toUuid(), id);
+    QCOMPARE(requested[0][1].toLongLong(), 2);
 }
 
 void TestPageDisplay::links_data()

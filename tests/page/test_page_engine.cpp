@@ -198,6 +198,7 @@ void TestPageEngine::threadShowsEverything()
     session.addTurn(QStringLiteral("what's this?"), sample, start.addSecs(2));
     session.addTurn(QStringLiteral("again"), QStringLiteral("```js\nlet x;\n```"),
                     start.addSecs(3));
+    session.addVersion(session.turns[0].id, {QStringLiteral("what's this?"), sample, start}, true);
     QSignalSpy deleted(m_display.get(), &ResponseDisplay::noteDeleteRequested);
     QVERIFY(finished(m_display->renderThread(session)));
     QCOMPARE(m_engine->text(QStringLiteral("document.querySelector('.note-text').innerText")),
@@ -220,6 +221,11 @@ void TestPageEngine::threadShowsEverything()
     QVERIFY(m_engine->click(QStringLiteral("document.querySelector('.note-delete')")));
     ENGINE_TRY_COMPARE(deleted.size(), 1);
     QCOMPARE(deleted[0][0].toUuid(), session.notes[0].id);
+    QSignalSpy versions(m_display.get(), &ResponseDisplay::versionRequested);
+    QVERIFY(m_engine->click(QStringLiteral("document.querySelector('[data-version=\"0\"]')")));
+    ENGINE_TRY_COMPARE(versions.size(), 1);
+    QCOMPARE(versions[0][0].toUuid(), session.turns[0].id);
+    QCOMPARE(versions[0][1].toLongLong(), 0);
     QVERIFY(m_engine->click(QStringLiteral("document.querySelector('img.thumb')")));
     ENGINE_TRY_COMPARE(m_workspace.files.size(), 1);
     QFile preview(m_workspace.files[0]);

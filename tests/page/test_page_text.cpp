@@ -119,6 +119,10 @@ blockquote{border-left:3px solid var(--accent);padding-left:10px;color:var(--tex
 constexpr const char *threadRules = R"(.entry{padding:10px 0}
 .divider{height:1px;background:var(--border);margin:4px 0}
 .entry-timestamp{font-size:10px;font-weight:600;letter-spacing:0.04em;text-transform:uppercase;color:var(--text-dim);margin-bottom:6px}
+.versions{margin-left:8px;text-transform:none;letter-spacing:0;white-space:nowrap}
+.version{background:transparent;border:none;color:var(--text-dim);font:inherit;font-size:13px;line-height:1;cursor:pointer;padding:2px 7px;border-radius:4px}
+.version:hover{color:var(--text)}
+.version:disabled{opacity:0.35;cursor:default;color:var(--text-dim)}
 .note-entry{position:relative;border-left:3px solid var(--note);padding-left:12px;color:var(--text);background:rgba(var(--pill-rgb),var(--pill-alpha));border-radius:0 4px 4px 0;padding-top:4px;padding-right:8px;padding-bottom:4px}
 .note-body{display:flex;align-items:flex-start;gap:8px}
 .note-text{white-space:pre-wrap;font-size:13px}
@@ -151,7 +155,7 @@ constexpr const char *screenshotOnlyRules =
 constexpr const char *detailRules =
     R"(a{color:#7db2ff}body.light a{color:#1257ae}
 hr{height:1px;border:none;background:var(--border);margin:10px 0}
-a:focus-visible,.thumb:focus-visible,.note-delete:focus-visible,.truncatable:focus-visible{outline:2px solid #7db2ff;outline-offset:2px}
+a:focus-visible,.thumb:focus-visible,.note-delete:focus-visible,.version:focus-visible,.truncatable:focus-visible{outline:2px solid #7db2ff;outline-offset:2px}
 body.light :focus-visible{outline-color:#1c6ad0}
 )";
 
@@ -175,6 +179,8 @@ private Q_SLOTS:
     void screenshotOnly();
     void noteEntry();
     void turnEntry();
+    void turnWithVersions();
+    void shellInPlaceOfATurn();
     void thread();
     void shellWithoutThread();
     void shellAfterEntries();
@@ -269,7 +275,7 @@ void TestPageText::scripts()
     answered.id = QUuid(QStringLiteral("0a1b2c3d-0000-4000-8000-00000000abcd"));
     QCOMPARE(streamedTurnScript(answered),
              QStringLiteral("(function(slot){slot.id=\"resp-0A1B2C3D-0000-4000-8000-00000000ABCD\";"
-                            "slot.parentNode.querySelector('.entry-timestamp').textContent="
+                            "slot.parentNode.querySelector('.entry-timestamp').innerHTML="
                             "\"Nov 21, 12:00 PM\";})"
                             "(document.getElementById('streaming-response'));"));
     QCOMPARE(scrollByScript(-60), QStringLiteral("document.body.scrollBy(0, -60.0);"));
@@ -383,6 +389,54 @@ void TestPageText::turnEntry()
                         "<div class=\"prompt-text truncatable\">a &amp; b</div></div>"
                         "<div class=\"turn-response\" id=\"resp-0A1B2C3D-0000-4000-8000-"
                         "00000000ABCD\"></div></div>"));
+}
+
+void TestPageText::turnWithVersions()
+{
+    CaptureSession session = CaptureSession::create(noon);
+    CaptureSession::Turn item = turn("p", "one", noon);
+    item.id = QUuid(QStringLiteral("0a1b2c3d-0000-4000-8000-00000000abcd"));
+    session.turns.append(item);
+    const auto button = [](const char *name, int position, const char *text, bool isThere) {
+        return QStringLiteral("<button class=\"version\" aria-label=\"%1\" data-turn=\"0A1B2C3D-"
+                              "0000-4000-8000-00000000ABCD\" data-version=\"%2\"%3>%4</button>")
+            .arg(QString::fromUtf8(name), QString::number(position),
+                 isThere ? QString() : QStringLiteral(" disabled"), QString::fromUtf8(text));
+    };
+    QVERIFY(session.addVersion(item.id, {"p", "two", noon.addSecs(60)}, true, noon));
+    QVERIFY(session.addVersion(item.id, {"p", "three", noon.addSecs(120)}, true, noon));
+    const QStringList times{QStringLiteral("12:00 PM"), QStringLiteral("12:01 PM"),
+                            QStringLiteral("12:02 PM")};
+    for (int shown = 2; shown >= 0; --shown) {
+        session.showVersion(item.id, shown);
+        const QString time =
+            QStringLiteral("Nov 21, %1<span class=\"versions\">%2%3 of 3%4</span>")
+                .arg(times[shown], button("Earlier version", shown - 1, "\u2039", shown > 0),
+                     QString::number(shown + 1),
+                     button("Later version", shown + 1, "\u203a", shown < 2));
+        QVERIFY(QString::fromUtf8(entryBodyHTML(session.turns[0], session, addressOf))
+                    .contains("<div class=\"entry-timestamp\">" + time + "</div>"));
+        QVERIFY(streamedTurnScript(session.turns[0]).contains(escapedForJson(time)));
+    }
+}
+
+/// The question takes the place of its turn, also above a later note.
+void TestPageText::shellInPlaceOfATurn()
+{
+    CaptureSession session = CaptureSession::create(noon);
+    session.turns = {turn("p1", "r1", noon), turn("p2", "r2", noon.addSecs(60))};
+    session.notes = {{QUuid::createUuid(), QStringLiteral("later"), noon.addSecs(120)}};
+    const QByteArray page =
+        streamingShellPage(session, QStringLiteral("again"), noon.addSecs(180), std::nullopt,
+                           light(1), addressOf, session.turns[1].id);
+    QVERIFY(page.contains("r1") && !page.contains("p2") && !page.contains("r2"));
+    QVERIFY(page.indexOf("p1") < page.indexOf("again"));
+    QVERIFY(page.indexOf("again") < page.indexOf("later"));
+    QCOMPARE(page.count("<div class=\"divider\">"), 2);
+    QCOMPARE(
+        streamingShellPage(session, QStringLiteral("q"), noon, std::nullopt, light(1), addressOf,
+                           QUuid::createUuid()),
+        streamingShellPage(session, QStringLiteral("q"), noon, std::nullopt, light(1), addressOf));
 }
 
 void TestPageText::thread()

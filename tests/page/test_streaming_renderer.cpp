@@ -64,6 +64,7 @@ private Q_SLOTS:
     void finishedAnswerStaysAsTheTurn();
     void otherThreadIsLoaded_data();
     void otherThreadIsLoaded();
+    void answerInPlaceOfATurnStays();
     void pageThatIsNotReadyIsLoaded();
     void newQuestionTakesThePlaceOfAKeptPage();
 
@@ -527,6 +528,45 @@ void TestStreamingRenderer::otherThreadIsLoaded()
     change(session);
     m_renderer->renderThread(session);
     QVERIFY(shown(2));
+    QVERIFY(m_surface->scripts.isEmpty());
+}
+
+/// An answer in the place of a turn stays where it is, also above a later note.
+void TestStreamingRenderer::answerInPlaceOfATurnStays()
+{
+    const QDateTime now = QDateTime::currentDateTime();
+    CaptureSession session = CaptureSession::create(now.addSecs(-90));
+    session.addTurn(QStringLiteral("before"), QStringLiteral("b"), now.addSecs(-80));
+    session.addTurn(QStringLiteral("q"), QStringLiteral("one"), now.addSecs(-60));
+    session.addNote(QStringLiteral("note"), now.addSecs(-30));
+    const QUuid replaced = session.turns[1].id;
+    const auto stream = [&] {
+        const auto before = static_cast<int>(m_surface->loads.size());
+        m_renderer->handleStreamStart(session, QStringLiteral("q"), now, std::nullopt, replaced);
+        if (!shown(before + 1))
+            qFatal("the shell page is not loaded");
+        m_surface->finishLoad();
+        m_renderer->handleStreamChunk(QStringLiteral("two"));
+        m_renderer->handleStreamEnd();
+        m_surface->scripts.clear();
+    };
+    stream();
+    CaptureSession answered = session;
+    QVERIFY(answered.addVersion(replaced, {QStringLiteral("q"), QStringLiteral("two"), now}, true));
+    m_renderer->renderThread(answered);
+    QTRY_COMPARE(m_surface->scripts,
+                 QStringList{responsepage::streamedTurnScript(answered.turns[1])});
+    QCOMPARE(m_surface->loads.size(), 1);
+
+    // The earlier version is on show, or the turn has gone.
+    stream();
+    answered.showVersion(replaced, 0);
+    m_renderer->renderThread(answered);
+    QVERIFY(shown(3));
+    stream();
+    answered.turns.removeLast();
+    m_renderer->renderThread(answered);
+    QVERIFY(shown(5));
     QVERIFY(m_surface->scripts.isEmpty());
 }
 

@@ -126,11 +126,12 @@ private Q_SLOTS:
         set("firstLaunchCardHeight", 185.0);
         set("cardBodyHeight", 400.0);
         set("promptTextHeight", 200.0);
-        for (int bits = 0; bits < 16; ++bits) {
+        for (int bits = 0; bits < 32; ++bits) {
             set("hasCard", (bits & 1) != 0);
             set("hasFirstLaunchCard", (bits & 2) != 0);
             set("hasAttachment", (bits & 4) != 0);
             set("isModelListOpen", (bits & 8) != 0);
+            set("isEditing", (bits & 16) != 0);
             QVERIFY2(availableIn(windowHeight) - m_layout->totalHeight() >= 48,
                      qPrintable(QString::number(bits)));
             if (bits & 8)

@@ -288,6 +288,25 @@ private Q_SLOTS:
         QCOMPARE(m_model->promptText(), PromptConfig::builtIn());
     }
 
+    void editingIsShown()
+    {
+        QSignalSpy changed(m_model.get(), &BottomPanelsModel::editingChanged);
+        QSignalSpy cancelled(m_model.get(), &BottomPanelsModel::editCancelled);
+        m_model->cancelEditing();
+        QVERIFY(cancelled.isEmpty());
+        m_model->setEditing(true, true);
+        m_model->setEditing(true, true);
+        QCOMPARE(changed.size(), 1);
+        QVERIFY(m_model->isEditing() && m_model->isScreenshotKept());
+        m_model->setStagedScreenshotData(jpegOf({10, 10}));
+        QVERIFY(!m_model->isScreenshotKept());
+        QVERIFY(changed.size() > 1);
+        m_model->cancelEditing();
+        QCOMPARE(cancelled.size(), 1);
+        m_model->setEditing(false, false);
+        QVERIFY(!m_model->isEditing() && !m_model->isScreenshotKept());
+    }
+
     void unchangedHeightIsNotReported()
     {
         QSignalSpy reported(m_model.get(), &BottomPanelsModel::heightChanged);

@@ -9,7 +9,7 @@ post => {
 
     window.addEventListener('click', event => {
         const target = event.isTrusted && event.target instanceof Element &&
-            event.target.closest('a[href], [data-picture], [data-note]');
+            event.target.closest('a[href], [data-picture], [data-note], [data-version]');
         if (!target)
             return;
         if (target.hasAttribute('href')) {
@@ -18,6 +18,10 @@ post => {
             post('link', target.getAttribute('href'));
         } else if (target.hasAttribute('data-picture')) {
             openPicture(target);
+        } else if (target.hasAttribute('data-version')) {
+            post('showVersion', {
+                turn: target.getAttribute('data-turn'), version: Number(target.getAttribute('data-version')),
+            });
         } else {
             post('noteDelete', target.getAttribute('data-note'));
         }
