@@ -76,11 +76,11 @@ set(QUELLORA_DEBIAN_QML_MODULES
     qml6-module-qtquick-window
     qml6-module-qtwebchannel
     qml6-module-qtwebengine)
-# Plugins and programs: Qt's plugins for SVG images and for Wayland, the page engine's processes and
+# Plugins and programs: Qt's plugins for SVG and WebP images and for Wayland, the page engine's processes and
 # resources, xdg-open, the key names of the keyboard layouts, the message bus of the capture tool.
 set(QUELLORA_DEBIAN_PARTS
-    hicolor-icon-theme libsystemd0 libqt6svg6 libqt6webengine6-data libqt6webenginecore6-bin qt6-wayland
-    xdg-utils xkb-data)
+    hicolor-icon-theme libsystemd0 libqt6svg6 libqt6webengine6-data libqt6webenginecore6-bin qt6-image-formats-plugins
+    qt6-wayland xdg-utils xkb-data)
 
 list(JOIN QUELLORA_DEBIAN_QML_MODULES ", " qml_modules)
 list(JOIN QUELLORA_DEBIAN_PARTS ", " parts)

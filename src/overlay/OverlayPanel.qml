@@ -285,6 +285,12 @@ FocusScope {
         passage: settingsSheet.isOpen || root.isHistoryOpen ? Qt.rect(0, 0, 0, 0)
                                                             : root.overlay.responseRect
     }
+    PictureDrop {
+        objectName: "pictureDrop"
+        anchors.fill: parent
+        panels: root.panels
+        enabled: root.keyboardScope() === null
+    }
     ResizeHandles {
         anchors.fill: parent
         panelWindow: root.panelWindow

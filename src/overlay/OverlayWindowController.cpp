@@ -5,6 +5,7 @@
 #include "base/Log.h"
 #include "base/Settings.h"
 #include "base/Text.h"
+#include "base/WhenFinished.h"
 #include "platform/Platform.h"
 #include "query/PermissionChecker.h"
 
@@ -273,6 +274,9 @@ void OverlayWindowController::wirePanels()
     });
     connect(&m_panels, &BottomPanelsModel::newThreadRequested, this,
             &OverlayWindowController::startNewThread);
+    connect(&m_panels, &BottomPanelsModel::pictureOffered, this,
+            &OverlayWindowController::attachPicture);
+    connect(&m_panels, &BottomPanelsModel::pictureRefused, &m_overlay, &OverlayModel::showNotice);
     connect(&m_panels, &BottomPanelsModel::editCancelled, &orchestrator->lastQuestion(),
             &LastQuestion::cancelEditing);
     connect(&m_panels, &BottomPanelsModel::attachmentRemoved, &m_threads,
@@ -407,6 +411,20 @@ void OverlayWindowController::editLastQuestion()
     m_orchestrator->editLastQuestion();
     m_panels.focusPrompt();
     m_panel.makeKey();
+}
+
+void OverlayWindowController::attachPicture(const OfferedPicture &picture)
+{
+    log(QStringLiteral("Picture pasted or dropped"));
+    whenFinished(PictureImport::importInBackground(picture), this,
+                 [this](const PictureImport::Outcome &outcome) {
+                     if (outcome) {
+                         m_threads.stageScreenshot(*outcome);
+                         return;
+                     }
+                     log(QStringLiteral("ERROR: Picture not attached: ") + outcome.error());
+                     m_overlay.showNotice(outcome.error());
+                 });
 }
 
 void OverlayWindowController::showVersionOfLastTurn(int position)

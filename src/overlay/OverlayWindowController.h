@@ -19,6 +19,7 @@
 #include "page/StreamingRenderer.h"
 #include "panels/BottomPanelsModel.h"
 #include "panels/HamburgerMenuModel.h"
+#include "query/PictureImport.h"
 #include "query/QueryOrchestrator.h"
 #include "query/ServiceMessages.h"
 
@@ -122,6 +123,7 @@ private:
     void updateClickThroughState();
     void copyAnswer();
     void editLastQuestion();
+    void attachPicture(const OfferedPicture &picture);
     void showVersionOfLastTurn(int position);
 
     Collaborators m_collaborators;

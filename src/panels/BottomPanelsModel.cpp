@@ -1,11 +1,15 @@
 #include "panels/BottomPanelsModel.h"
 
+#include "panels/PictureOffer.h"
 #include "query/PromptConfig.h"
 
 #include <QClipboard>
 #include <QGuiApplication>
 #include <QLocale>
+#include <QMimeData>
 #include <QUrl>
+
+#include <algorithm>
 
 namespace quellora {
 
@@ -207,6 +211,50 @@ void BottomPanelsModel::removePastedText()
 {
     m_prompt.removePasted();
     setPromptText(m_prompt.fullText());
+}
+
+bool BottomPanelsModel::pastePicture()
+{
+    const QMimeData *offer = QGuiApplication::clipboard()->mimeData();
+    if (!offer)
+        return false;
+    const QString file = pictureoffer::localFile(offer->urls());
+    if (pictureoffer::isPictureName(file)) {
+        Q_EMIT pictureOffered({{}, file});
+        return true;
+    }
+    if (offer->hasText() || !pictureoffer::hasPictureData(offer->formats()))
+        return false;
+    const QString format = pictureoffer::format(offer->formats());
+    if (format.isEmpty())
+        Q_EMIT pictureRefused(PictureImport::formatProblem());
+    else
+        Q_EMIT pictureOffered({offer->data(format), {}});
+    return true;
+}
+
+bool BottomPanelsModel::acceptsDrop(const QStringList &formats, const QList<QUrl> &urls) const
+{
+    return pictureoffer::hasPictureData(formats) ||
+           std::any_of(urls.begin(), urls.end(), [](const QUrl &url) { return url.isLocalFile(); });
+}
+
+QString BottomPanelsModel::droppedFormat(const QStringList &formats, const QList<QUrl> &urls) const
+{
+    return pictureoffer::localFile(urls).isEmpty() ? pictureoffer::format(formats) : QString();
+}
+
+void BottomPanelsModel::drop(const QList<QUrl> &urls, const QByteArray &data)
+{
+    const QString file = pictureoffer::localFile(urls);
+    if (!file.isEmpty())
+        Q_EMIT pictureOffered({{}, file});
+    else if (urls.size() > 1)
+        Q_EMIT pictureRefused(QStringLiteral("Only one picture can be attached at a time."));
+    else if (data.isEmpty())
+        Q_EMIT pictureRefused(PictureImport::formatProblem());
+    else
+        Q_EMIT pictureOffered({data, {}});
 }
 
 void BottomPanelsModel::setPromptFocused(bool isFocused)

@@ -6,6 +6,7 @@
 #include "panels/PromptText.h"
 #include "panels/StagedScreenshot.h"
 #include "panels/StyledMarkdown.h"
+#include "query/PictureImport.h"
 
 #include <QObject>
 #include <QVariantMap>
@@ -125,6 +126,14 @@ public:
     /// false if it is not; the field then pastes itself.
     Q_INVOKABLE bool pasteLongText(int start, int end, bool fromSelection);
     Q_INVOKABLE void removePastedText();
+    /// Offers the picture on the clipboard, if there is one and no text. Returns false if not.
+    Q_INVOKABLE bool pastePicture();
+    /// Whether a drag of these formats and addresses can be dropped: data of a picture or files.
+    Q_INVOKABLE bool acceptsDrop(const QStringList &formats, const QList<QUrl> &urls) const;
+    /// The format of the data to take from the drop; empty if its file is taken.
+    Q_INVOKABLE QString droppedFormat(const QStringList &formats, const QList<QUrl> &urls) const;
+    /// Offers a dropped picture, whose content is @p data unless it is a file.
+    Q_INVOKABLE void drop(const QList<QUrl> &urls, const QByteArray &data);
     /// Sends the prompt. Ignored if it is empty, except while blocked, when the owner shows the
     /// reason.
     Q_INVOKABLE void send();
@@ -151,6 +160,11 @@ Q_SIGNALS:
     void newThreadRequested();
     void attachmentRemoved();
     void editCancelled();
+    /// The user has pasted or dropped a picture to go with the next message.
+    void pictureOffered(const quellora::OfferedPicture &picture);
+    /// What the user has pasted or dropped cannot be attached; @p reason is a sentence for the
+    /// user.
+    void pictureRefused(const QString &reason);
     void noteRequested(const QString &text);
     void sendRequested(const QString &text);
     void captureAndSendRequested();

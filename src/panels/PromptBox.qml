@@ -96,7 +96,8 @@ Rectangle {
             }
             Keys.onPressed: event => {
                 if (event.matches(StandardKey.Paste))
-                    event.accepted = input.pasteLongText(selectionStart, selectionEnd, false)
+                    event.accepted = box.panels.pastePicture()
+                            || input.pasteLongText(selectionStart, selectionEnd, false)
             }
             Keys.onReturnPressed: event => box.returnPressed(event)
             Keys.onEnterPressed: event => box.returnPressed(event)

@@ -1,7 +1,9 @@
 #include "OverlayDriver.h"
 #include "support/TestProgram.h"
 
+#include <QClipboard>
 #include <QGuiApplication>
+#include <QMimeData>
 
 using namespace quellora;
 
@@ -128,6 +130,57 @@ private Q_SLOTS:
         QCOMPARE(cancelled.size(), 2);
         f().panels.setEditing(false, false);
         QVERIFY(!f().find("editingRow")->isVisible());
+    }
+
+    void picturesArePasted()
+    {
+        showActive();
+        QSignalSpy offered(&f().panels, &BottomPanelsModel::pictureOffered);
+        auto *clip = new QMimeData;
+        clip->setData(QStringLiteral("image/webp"), "webp");
+        QGuiApplication::clipboard()->setMimeData(clip);
+        QTest::keyClick(&f().panel, Qt::Key_V, Qt::ControlModifier);
+        QCOMPARE(offered.size(), 1);
+        QCOMPARE(offered[0][0].value<OfferedPicture>().bytes, QByteArray("webp"));
+        QGuiApplication::clipboard()->setText(QStringLiteral("words"));
+        QTest::keyClick(&f().panel, Qt::Key_V, Qt::ControlModifier);
+        QCOMPARE(f().panels.promptText(), QStringLiteral("words"));
+        QCOMPARE(offered.size(), 1);
+    }
+
+    void picturesAreDropped()
+    {
+        show();
+        QSignalSpy offered(&f().panels, &BottomPanelsModel::pictureOffered);
+        const QPoint at = centre("promptBox");
+        QMimeData data;
+        data.setData(QStringLiteral("image/png"), "png");
+        QDragEnterEvent enter(at, Qt::CopyAction, &data, Qt::LeftButton, {});
+        QCoreApplication::sendEvent(&f().panel, &enter);
+        QVERIFY(enter.isAccepted());
+        QVERIFY(f().find("dropMark")->isVisible());
+        QDragLeaveEvent leave;
+        QCoreApplication::sendEvent(&f().panel, &leave);
+        QVERIFY(!f().find("dropMark")->isVisible());
+        QDragEnterEvent again(at, Qt::CopyAction, &data, Qt::LeftButton, {});
+        QCoreApplication::sendEvent(&f().panel, &again);
+        QDropEvent drop(at, Qt::CopyAction, &data, Qt::LeftButton, {});
+        QCoreApplication::sendEvent(&f().panel, &drop);
+        QVERIFY(drop.isAccepted());
+        QVERIFY(!f().find("dropMark")->isVisible());
+        QCOMPARE(offered.size(), 1);
+        QCOMPARE(offered[0][0].value<OfferedPicture>().bytes, QByteArray("png"));
+
+        QMimeData words;
+        words.setText(QStringLiteral("words"));
+        QDragEnterEvent other(at, Qt::CopyAction, &words, Qt::LeftButton, {});
+        QCoreApplication::sendEvent(&f().panel, &other);
+        QVERIFY(!other.isAccepted());
+        // Not onto the menu.
+        f().overlay.setMenuOpen(true);
+        QDragEnterEvent covered(at, Qt::CopyAction, &data, Qt::LeftButton, {});
+        QCoreApplication::sendEvent(&f().panel, &covered);
+        QVERIFY(!covered.isAccepted());
     }
 
     void disabledActionsIgnorePresses()

@@ -6,7 +6,9 @@
 #include "support/TestProgram.h"
 
 #include <QBuffer>
+#include <QClipboard>
 #include <QGuiApplication>
+#include <QMimeData>
 #include <QSignalSpy>
 #include <QTest>
 #include <QUrl>
@@ -305,6 +307,85 @@ private Q_SLOTS:
         QCOMPARE(cancelled.size(), 1);
         m_model->setEditing(false, false);
         QVERIFY(!m_model->isEditing() && !m_model->isScreenshotKept());
+    }
+
+    void clipboardPictures_data()
+    {
+        QTest::addColumn<QByteArrayList>("formats");
+        QTest::addColumn<QList<QUrl>>("urls");
+        QTest::addColumn<bool>("isTaken");
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<QString>("file");
+        const auto row = [](const char *name, const QByteArrayList &formats,
+                            const QList<QUrl> &urls, bool isTaken, const QByteArray &bytes = {},
+                            const QString &file = {}) {
+            QTest::newRow(name) << formats << urls << isTaken << bytes << file;
+        };
+        row("png", {"image/png"}, {}, true, "image/png");
+        row("jpeg", {"image/jpeg"}, {}, true, "image/jpeg");
+        row("webp", {"image/webp"}, {}, true, "image/webp");
+        row("png of several", {"image/bmp", "image/jpeg", "image/png", "text/html"}, {}, true,
+            "image/png");
+        row("other picture", {"image/bmp"}, {}, true);
+        row("picture and text", {"image/png", "text/plain"}, {}, false);
+        row("text", {"text/plain"}, {}, false);
+        row("nothing", {}, {}, false);
+        const QUrl file(QStringLiteral("file:///a/b%20c.PNG"));
+        row("file", {"text/plain"}, {file}, true, {}, QStringLiteral("/a/b c.PNG"));
+        row("other picture's file", {}, {QUrl(QStringLiteral("file:///a.gif"))}, true, {},
+            QStringLiteral("/a.gif"));
+        row("other file", {"text/plain"}, {QUrl(QStringLiteral("file:///a.txt"))}, false);
+        row("several files", {"text/plain"}, {file, file}, false);
+        row("address", {"text/plain"}, {QUrl(QStringLiteral("https://host/a.png"))}, false);
+    }
+    void clipboardPictures()
+    {
+        QFETCH(QByteArrayList, formats);
+        QFETCH(QList<QUrl>, urls);
+        QFETCH(bool, isTaken);
+        QFETCH(QByteArray, bytes);
+        QFETCH(QString, file);
+        auto *clip = new QMimeData;
+        for (const QByteArray &format : formats)
+            clip->setData(QString::fromLatin1(format), format);
+        if (!urls.isEmpty())
+            clip->setUrls(urls);
+        QGuiApplication::clipboard()->setMimeData(clip);
+        QSignalSpy offered(m_model.get(), &BottomPanelsModel::pictureOffered);
+        QSignalSpy refused(m_model.get(), &BottomPanelsModel::pictureRefused);
+        QCOMPARE(m_model->pastePicture(), isTaken);
+        const bool isOffered = !bytes.isEmpty() || !file.isEmpty();
+        QCOMPARE(offered.size(), isOffered ? 1 : 0);
+        QCOMPARE(refused.size(), isTaken && !isOffered ? 1 : 0);
+        if (isOffered)
+            QCOMPARE(offered[0][0].value<OfferedPicture>(), (OfferedPicture{bytes, file}));
+    }
+
+    void droppedPictures()
+    {
+        QSignalSpy offered(m_model.get(), &BottomPanelsModel::pictureOffered);
+        QSignalSpy refused(m_model.get(), &BottomPanelsModel::pictureRefused);
+        const QUrl file(QStringLiteral("file:///a/b.png"));
+        const QUrl address(QStringLiteral("https://host/a.png"));
+        QVERIFY(m_model->acceptsDrop({"image/png"}, {}));
+        QVERIFY(m_model->acceptsDrop({"image/bmp"}, {}));
+        QVERIFY(m_model->acceptsDrop({"text/uri-list"}, {file}));
+        QVERIFY(m_model->acceptsDrop({"image/png"}, {address}));
+        QVERIFY(!m_model->acceptsDrop({"text/uri-list", "text/plain"}, {address}));
+        QVERIFY(!m_model->acceptsDrop({"text/plain"}, {}));
+        QVERIFY(!m_model->acceptsDrop({}, {}));
+        QCOMPARE(m_model->droppedFormat({"image/jpeg"}, {address}), "image/jpeg");
+        QCOMPARE(m_model->droppedFormat({"image/jpeg"}, {file}), "");
+        m_model->drop({file}, {});
+        QCOMPARE(offered.last()[0].value<OfferedPicture>(), (OfferedPicture{{}, "/a/b.png"}));
+        m_model->drop({address}, "bytes");
+        QCOMPARE(offered.last()[0].value<OfferedPicture>(), (OfferedPicture{"bytes", {}}));
+        QCOMPARE(offered.size(), 2);
+        m_model->drop({}, {});
+        QCOMPARE(refused.last()[0].toString(), PictureImport::formatProblem());
+        m_model->drop({file, file}, {});
+        QCOMPARE(refused.last()[0].toString(), "Only one picture can be attached at a time.");
+        QCOMPARE(offered.size(), 2);
     }
 
     void unchangedHeightIsNotReported()
