@@ -20,7 +20,8 @@ class AnswerClicksTest(pointer_case.PointerCase):
     app_options = {"config": {"hotkeys": {
         "capture": "ctrl+alt+cmd+c", "clear": "ctrl+alt+cmd+x", "toggle": "ctrl+alt+cmd+t",
         "opacity_up": "ctrl+alt+cmd+]", "opacity_down": "ctrl+alt+cmd+[",
-        "toggle_clicks": "ctrl+alt+cmd+j"}}}
+        "toggle_clicks": "ctrl+alt+cmd+j"}, "overlay": {
+            "x": 40, "y": 80, "width": 624, "height": 744, "default_opacity": 0.88}}}
 
     def setUp(self):
         super().setUp()
