@@ -49,6 +49,7 @@ Application::Application(std::unique_ptr<SingleInstance> instance)
     , m_emergencyExit([this] { emergencyShutdown(); })
     , m_logShipper(m_network, m_endpoints.logsUpload())
     , m_statusBar(m_platform->statusArea(), m_platform->symbols())
+    , m_exportDialog(m_platform->shell())
     , m_delegate(std::make_unique<AppDelegate>(collaborators()))
 {
     m_session.setHeartbeatStopper([this] { m_heartbeat.stop(); });
@@ -164,7 +165,7 @@ std::unique_ptr<OverlayPresenter> Application::makeOverlay(const VantiroConfig &
             *m_platform, m_settings, *m_defaults, m_notifications, m_session, m_queries, m_engine,
             std::move(view), QUrl(QStringLiteral("qrc:/qt/qml/Quellora/Page/ResponseView.qml")),
             &m_saver, m_endpoints, [this] { return capture(); }, &QCoreApplication::quit, m_hotkeys,
-            &m_library, &m_permissions});
+            &m_library, &m_permissions, &m_exportDialog});
 }
 
 QFuture<ScreenshotCapture::Outcome> Application::capture()

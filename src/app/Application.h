@@ -2,6 +2,7 @@
 
 #include "app/AppDelegate.h"
 #include "app/EmergencyExit.h"
+#include "app/ExportDialog.h"
 #include "app/LogShipper.h"
 #include "app/QtStatusBar.h"
 #include "app/SingleInstance.h"
@@ -79,6 +80,7 @@ private:
     LogShipper m_logShipper;
     QtStatusBar m_statusBar;
     QQmlEngine m_engine;
+    ExportDialog m_exportDialog;
     std::unique_ptr<AppDelegate> m_delegate;
     TerminationSignals m_terminationSignals{&QCoreApplication::quit};
 };

@@ -1,5 +1,6 @@
 #include "app/Application.h"
 #include "app/CommandLine.h"
+#include "app/ExportCommand.h"
 #include "app/SingleInstance.h"
 #include "base/AppConfig.h"
 #include "base/Log.h"
@@ -15,6 +16,9 @@
 #include <memory>
 #include <optional>
 #include <utility>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace {
 
@@ -52,6 +56,29 @@ std::optional<int> sendCommand(const RemoteCommand &command)
     return 0;
 }
 
+/// Runs `quellora export`; returns the exit code of this process.
+int exportThread(const ExportRequest &request, int argc, char **argv)
+{
+    Log::silence();
+    // The page engine has a lot to say; standard error is for this command's one line.
+    const int standardError = ::dup(STDERR_FILENO);
+    const int nothing = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+    ::dup2(nothing, STDERR_FILENO);
+    QQuickWindow::setSceneGraphBackend(QStringLiteral("software"));
+    Platform::prepareWithoutDisplay();
+    prepareWebEngine();
+    ExportCommand::Outcome outcome;
+    {
+        QGuiApplication application(argc, argv);
+        const CaptureSessionStore store(Platform::create()->applicationSupportDirectory());
+        ThreadExporter exporter;
+        outcome = ExportCommand(store, exporter).run(request);
+    }
+    ::dup2(standardError, STDERR_FILENO);
+    std::fputs(outcome.output.constData(), stdout);
+    return outcome.error.isEmpty() ? outcome.status : fail(outcome.error, outcome.status);
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -63,6 +90,8 @@ int main(int argc, char **argv)
         return 0;
     case CommandLine::Mode::Refuse:
         return fail(line.text, CommandLine::usageError);
+    case CommandLine::Mode::Export:
+        return exportThread(line.exportRequest, argc, argv);
     case CommandLine::Mode::Send:
         if (const std::optional<int> code = sendCommand(*line.command))
             return *code;

@@ -7,7 +7,7 @@ namespace quellora {
 
 namespace {
 
-std::function<void(const QString &)> &testSink()
+std::function<void(const QString &)> &sinkInPlace()
 {
     static std::function<void(const QString &)> sink;
     return sink;
@@ -23,7 +23,7 @@ QString Log::formatLine(const QDateTime &localTime, const QString &message)
 
 void Log::event(const QString &message)
 {
-    if (const auto &sink = testSink()) {
+    if (const auto &sink = sinkInPlace()) {
         sink(message);
         return;
     }
@@ -33,9 +33,14 @@ void Log::event(const QString &message)
     std::fwrite(line.constData(), 1, static_cast<size_t>(line.size()), stdout);
 }
 
+void Log::silence()
+{
+    sinkInPlace() = [](const QString &) {};
+}
+
 void Log::setSinkForTesting(std::function<void(const QString &)> sink)
 {
-    testSink() = std::move(sink);
+    sinkInPlace() = std::move(sink);
 }
 
 } // namespace quellora

@@ -17,6 +17,9 @@ public:
     /// Writes one line now. Callable from any thread.
     static void event(const QString &message);
 
+    /// Writes nothing from now on: for commands whose standard output is theirs. Call first.
+    static void silence();
+
     /// The text of a log line, without the line feed.
     static QString formatLine(const QDateTime &localTime, const QString &message);
 

@@ -297,9 +297,20 @@ void OverlayModel::tick()
 
 void OverlayModel::showNotice(const QString &text)
 {
+    startNotice(text, true);
+}
+
+void OverlayModel::showProgress(const QString &text)
+{
+    startNotice(text, false);
+}
+
+void OverlayModel::startNotice(const QString &text, bool isWarning)
+{
     // Clear first: the same notice is shown, and read out, once more.
     clearNotice();
     m_notice = text.simplified();
+    m_isNoticeWarning = isWarning;
     if (m_notice.isEmpty())
         return;
     m_noticeTimer.start();

@@ -45,6 +45,7 @@ class OverlayModel : public QObject
     Q_PROPERTY(int shownVersion READ shownVersion NOTIFY stripChanged)
     Q_PROPERTY(int versionCount READ versionCount NOTIFY stripChanged)
     Q_PROPERTY(QString notice READ notice NOTIFY noticeChanged)
+    Q_PROPERTY(bool isNoticeWarning READ isNoticeWarning NOTIFY noticeChanged)
     Q_PROPERTY(QString stopShortcut READ stopShortcut NOTIFY stripChanged)
     Q_PROPERTY(bool isThreadCovered READ isThreadCovered NOTIFY stripChanged)
     Q_PROPERTY(UsageTier usageTier READ usageTier NOTIFY usageChanged)
@@ -144,6 +145,9 @@ public:
     /// affect the status, Stop or the thread. Replaces the current notice, with a change of its own
     /// even if the text is the same. An empty text removes the notice.
     void showNotice(const QString &text);
+    /// As showNotice(), for what the user asked for and what goes well.
+    void showProgress(const QString &text);
+    bool isNoticeWarning() const { return m_isNoticeWarning; }
     QString stopShortcut() const { return m_stopShortcut; }
     /// @param display shortcut that stops an answer, in display form
     void setStopShortcut(const QString &display);
@@ -236,6 +240,7 @@ private:
     bool isAnswering() const;
     void tick();
     void scheduleTick();
+    void startNotice(const QString &text, bool isWarning);
     void clearNotice();
     /// Emits clickThroughRectChanged() if the rectangle differs from the last one reported.
     void updateClickThrough();
@@ -263,6 +268,7 @@ private:
     int m_shownVersion = 0;
     int m_versionCount = 1;
     QString m_notice;
+    bool m_isNoticeWarning = true;
     QString m_stopShortcut;
     std::optional<double> m_usage;
     bool m_isMenuOpen = false;

@@ -280,7 +280,9 @@ FocusScope {
         compact: root.compact
         open: root.overlay.isMenuOpen
         opener: settingsSheet.isOpen ? settingsSheet.firstControl
-              : root.isHistoryOpen ? sidebar.item.firstControl : bar.menuButton
+              : root.isHistoryOpen ? (root.menu.isExportShown && sidebar.item.exportSource || sidebar.item.firstControl)
+              : bar.menuButton
+        exportCorner: root.isHistoryOpen ? sidebar.item.exportCorner : Qt.point(-1, -1)
         // Presses pass through to the answer, but not to a sheet that covers it.
         passage: settingsSheet.isOpen || root.isHistoryOpen ? Qt.rect(0, 0, 0, 0)
                                                             : root.overlay.responseRect

@@ -74,6 +74,8 @@ OverlayWindowController::OverlayWindowController(const VantiroConfig &config,
     m_configuration = std::make_unique<OverlayConfig>(
         OverlayConfig::Collaborators{m_collaborators.session, m_messages, *m_orchestrator,
                                      *m_panels.models(), m_collaborators.permissions});
+    if (m_collaborators.fileChooser)
+        setupExport();
     connect(&m_collaborators.notifications, &NotificationCenter::configDidUpdate,
             m_configuration.get(), &OverlayConfig::applyConfig);
     connect(qGuiApp, &QGuiApplication::applicationStateChanged, this,
@@ -372,8 +374,33 @@ void OverlayWindowController::applyOpacity(double alpha)
     m_display.pushPillAlphaLiveThrottled();
 }
 
+void OverlayWindowController::setupExport()
+{
+    m_export = std::make_unique<OverlayExport>(OverlayExport::Collaborators{
+        m_threads, m_collaborators.library, m_menu, m_overlay, *m_collaborators.fileChooser,
+        [this](bool isOpen) { makeRoomForDialog(isOpen); }});
+    if (!m_history)
+        return;
+    connect(&m_history->model(), &HistoryModel::exportRequested, m_export.get(),
+            &OverlayExport::showFor);
+    // The outcome is shown in the strip.
+    connect(m_export.get(), &OverlayExport::chosen, m_history.get(), &OverlayHistory::close);
+}
+
+void OverlayWindowController::makeRoomForDialog(bool isOpen)
+{
+    if (isOpen && m_isVisible && m_collaborators.platform.panelWindow().coversDialogs()) {
+        m_isHiddenForDialog = true;
+        toggleVisibility();
+    } else if (!isOpen && std::exchange(m_isHiddenForDialog, false) && !m_isVisible) {
+        show();
+    }
+}
+
 void OverlayWindowController::toggleHamburgerMenu()
 {
+    if (!m_overlay.isMenuOpen())
+        m_menu.showMain();
     m_overlay.setMenuOpen(!m_overlay.isMenuOpen());
     log(QStringLiteral("Hamburger button clicked — menu open=%1")
             .arg(m_overlay.isMenuOpen() ? QStringLiteral("true") : QStringLiteral("false")));

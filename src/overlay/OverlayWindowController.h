@@ -6,6 +6,7 @@
 #include "overlay/AnswerReader.h"
 #include "overlay/NonFocusPanel.h"
 #include "overlay/OverlayConfig.h"
+#include "overlay/OverlayExport.h"
 #include "overlay/OverlayHistory.h"
 #include "overlay/OverlayMirror.h"
 #include "overlay/OverlayModel.h"
@@ -75,6 +76,8 @@ public:
         ThreadLibrary *library = nullptr;
         /// Problems found at start-up; may be null.
         PermissionChecker *permissions = nullptr;
+        /// Asks for the files of exports; without it nothing is exported.
+        FileChooser *fileChooser = nullptr;
     };
 
     OverlayWindowController(const VantiroConfig &config, Collaborators collaborators);
@@ -125,6 +128,9 @@ private:
     void editLastQuestion();
     void attachPicture(const OfferedPicture &picture);
     void showVersionOfLastTurn(int position);
+    void setupExport();
+    /// Gets the panel out of the way of a dialog that it would cover, and back.
+    void makeRoomForDialog(bool isOpen);
 
     Collaborators m_collaborators;
     VantiroConfig m_config;
@@ -149,7 +155,10 @@ private:
     AnswerReader m_reader;
     std::unique_ptr<OverlayMirror> m_mirror;
     std::unique_ptr<OverlayConfig> m_configuration;
+    /// Null without a file chooser.
+    std::unique_ptr<OverlayExport> m_export;
     bool m_isVisible = false;
+    bool m_isHiddenForDialog = false;
 };
 
 } // namespace quellora

@@ -124,8 +124,8 @@ FocusScope {
         Icon {
             y: Math.round((parent.height - height) / 2)
             size: 14
-            name: "triangle-alert"
-            color: Tokens.frame.warnText
+            name: strip.overlay.isNoticeWarning ? "triangle-alert" : "share"
+            color: strip.overlay.isNoticeWarning ? Tokens.frame.warnText : Tokens.frame.accentText
         }
         Label {
             objectName: "noticeWords"
@@ -133,7 +133,7 @@ FocusScope {
             width: Math.max(0, parent.width - x)
             height: parent.height
             text: strip.overlay.notice
-            color: Tokens.frame.warnText
+            color: strip.overlay.isNoticeWarning ? Tokens.frame.warnText : Tokens.frame.text
             elide: Text.ElideRight
             Accessible.ignored: true
         }

@@ -33,6 +33,30 @@ void HamburgerMenuModel::setSettingsAvailable(bool isAvailable)
     Q_EMIT rowsChanged();
 }
 
+void HamburgerMenuModel::setExportAvailable(bool isAvailable)
+{
+    if (m_exportAvailable == isAvailable)
+        return;
+    m_exportAvailable = isAvailable;
+    Q_EMIT rowsChanged();
+}
+
+void HamburgerMenuModel::showExport(const QString &threadTitle, bool hasAnswer)
+{
+    m_isExportShown = true;
+    m_exportTitle = threadTitle;
+    m_answerAvailable = hasAnswer;
+    Q_EMIT pageChanged();
+}
+
+void HamburgerMenuModel::showMain()
+{
+    if (!m_isExportShown)
+        return;
+    m_isExportShown = false;
+    Q_EMIT pageChanged();
+}
+
 double HamburgerMenuModel::usagePercent() const
 {
     return hasCap() ? double(m_tokensUsed) / double(m_tokenCap) * 100.0 : 0.0;

@@ -15,6 +15,10 @@ class HamburgerMenuModel : public QObject
 
     Q_PROPERTY(bool historyAvailable READ historyAvailable NOTIFY rowsChanged)
     Q_PROPERTY(bool settingsAvailable READ settingsAvailable NOTIFY rowsChanged)
+    Q_PROPERTY(bool exportAvailable READ exportAvailable NOTIFY rowsChanged)
+    Q_PROPERTY(bool isExportShown READ isExportShown NOTIFY pageChanged)
+    Q_PROPERTY(QString exportTitle READ exportTitle NOTIFY pageChanged)
+    Q_PROPERTY(bool answerAvailable READ answerAvailable NOTIFY pageChanged)
     Q_PROPERTY(Tier tier READ tier NOTIFY usageChanged)
     Q_PROPERTY(double fillFraction READ fillFraction NOTIFY usageChanged)
     Q_PROPERTY(QString usageText READ usageText NOTIFY usageChanged)
@@ -25,6 +29,10 @@ public:
     enum class Tier { Normal, Amber, Danger, Exceeded };
     Q_ENUM(Tier)
 
+    /// What can be done with a thread on the menu's second page.
+    enum class ExportChoice { MarkdownFile, WebPage, Pdf, CopyMarkdown, CopyRichText, CopyAnswer };
+    Q_ENUM(ExportChoice)
+
     static constexpr double amberThreshold = 80.0;
     static constexpr double dangerThreshold = 95.0;
 
@@ -34,9 +42,20 @@ public:
     void setUsage(qint64 tokensUsed, qint64 tokenCap, bool capExceeded);
     void setHistoryAvailable(bool isAvailable);
     void setSettingsAvailable(bool isAvailable);
+    /// Whether there is a thread on show to export or copy.
+    void setExportAvailable(bool isAvailable);
+    /// Shows the second page, with what can be done with a thread.
+    /// @param hasAnswer its latest answer can be copied alone
+    void showExport(const QString &threadTitle, bool hasAnswer);
+    /// Shows the first page.
+    void showMain();
 
     bool historyAvailable() const { return m_historyAvailable; }
     bool settingsAvailable() const { return m_settingsAvailable; }
+    bool exportAvailable() const { return m_exportAvailable; }
+    bool isExportShown() const { return m_isExportShown; }
+    QString exportTitle() const { return m_exportTitle; }
+    bool answerAvailable() const { return m_answerAvailable; }
     Tier tier() const;
     /// Filled fraction of the bar, 0 to 1; 1 if the cap is exceeded.
     double fillFraction() const;
@@ -48,6 +67,9 @@ public:
 Q_SIGNALS:
     void closeRequested();
     void historyRequested();
+    /// The second page is wanted for the thread on show.
+    void exportRequested();
+    void exportChosen(quellora::HamburgerMenuModel::ExportChoice choice);
     void settingsRequested();
     void accountRequested();
     void upgradeRequested();
@@ -55,6 +77,7 @@ Q_SIGNALS:
 
     void usageChanged();
     void rowsChanged();
+    void pageChanged();
 
 private:
     bool hasCap() const { return m_tokenCap >= 1; }
@@ -66,6 +89,10 @@ private:
     bool m_capExceeded = false;
     bool m_historyAvailable = false;
     bool m_settingsAvailable = false;
+    bool m_exportAvailable = false;
+    bool m_isExportShown = false;
+    QString m_exportTitle;
+    bool m_answerAvailable = false;
 };
 
 } // namespace quellora

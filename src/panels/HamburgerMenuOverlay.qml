@@ -14,6 +14,8 @@ FocusScope {
     property Item opener
     /// Area in which presses reach the items below and do not close the menu.
     property rect passage
+    /// Where the top right corner of the second page is wanted; below the menu button if negative.
+    property point exportCorner: Qt.point(-1, -1)
 
     readonly property int tier: menu.tier
     readonly property bool isUrgent: tier === HamburgerMenuModel.Danger
@@ -21,10 +23,17 @@ FocusScope {
     property bool byKeyboard: false
     /// Row height, reduced in small windows so that all rows fit; the menu scrolls if they still do not.
     readonly property int rowHeight: Tokens.growth(20) + Math.max(28, Math.min(
-        34, Math.floor((height - 36 - 4 - 24 - usage.height) / rows().length) - Tokens.growth(20)))
+        34, Math.floor((height - 36 - 4 - 24 - (menu.isExportShown ? exportTitle.height : usage.height))
+                       / rows().length) - Tokens.growth(20)))
 
     function rows() {
-        return [history, settings, account, upgrade, signOut].filter(row => row.available)
+        return (menu.isExportShown ? [markdownFile, webPage, pdf, copyMarkdown, copyRichText, copyAnswer]
+                                   : [history, exportThread, settings, account, upgrade, signOut])
+               .filter(row => row.available)
+    }
+    /// Makes a choice on the second page.
+    function choose(choice) {
+        host.run(() => host.menu.exportChosen(choice))
     }
     function move(step) {
         const all = host.rows()
@@ -46,6 +55,15 @@ FocusScope {
         action()
     }
 
+    Connections {
+        target: host.menu
+        function onPageChanged() {
+            if (host.open) {
+                scroller.contentY = 0
+                host.rows()[0].forceActiveFocus(host.byKeyboard ? Qt.TabFocusReason : Qt.OtherFocusReason)
+            }
+        }
+    }
     onOpenChanged: {
         if (open) {
             // Before focusing: hidden or disabled items cannot take the focus.
@@ -80,8 +98,12 @@ FocusScope {
     Rectangle {
         id: card
         objectName: "hamburgerMenu"
-        x: host.width - width - (host.compact ? 4 : 6)
-        y: 36 + (host.open ? 0 : -Tokens.menuShift)
+        readonly property bool isAtCorner: host.menu.isExportShown && host.exportCorner.x >= 0
+
+        x: isAtCorner ? Math.max(4, Math.min(host.exportCorner.x, host.width - 4) - width)
+                      : host.width - width - (host.compact ? 4 : 6)
+        y: (isAtCorner ? Math.max(36, Math.min(host.exportCorner.y, host.height - 4 - height)) : 36)
+           + (host.open ? 0 : -Tokens.menuShift)
         width: Math.min(Tokens.grown(host.compact ? 232 : 248), host.width - 8)
         height: Math.min(column.height + 12, host.height - 36 - 4)
         radius: Tokens.radiusMenu
@@ -157,10 +179,106 @@ FocusScope {
                 // Rows get their places after a change of the text size or the window.
                 onPositioningComplete: scroller.revealFocused()
 
+                Item {
+                    id: exportTitle
+                    visible: host.menu.isExportShown
+                    width: parent.width
+                    height: 30 + Tokens.growth(16)
+
+                    Label {
+                        objectName: "exportTitle"
+                        x: 10
+                        width: parent.width - 20
+                        height: parent.height
+                        text: host.menu.exportTitle
+                        type: Tokens.caption
+                        color: "#a2a6b3"
+                        elide: Text.ElideRight
+                        Accessible.role: Accessible.Heading
+                    }
+                }
+                HamburgerMenuRow {
+                    id: markdownFile
+                    objectName: "exportMarkdownFile"
+                    available: host.menu.isExportShown
+                    width: parent.width
+                    height: host.rowHeight
+                    iconName: "file-text"
+                    text: qsTr("Export as Markdown…")
+                    onTabbed: step => host.move(step)
+                    onClicked: host.choose(HamburgerMenuModel.MarkdownFile)
+                }
+                HamburgerMenuRow {
+                    id: webPage
+                    objectName: "exportWebPage"
+                    available: host.menu.isExportShown
+                    width: parent.width
+                    height: host.rowHeight
+                    iconName: "globe"
+                    text: qsTr("Export as web page…")
+                    onTabbed: step => host.move(step)
+                    onClicked: host.choose(HamburgerMenuModel.WebPage)
+                }
+                HamburgerMenuRow {
+                    id: pdf
+                    objectName: "exportPdf"
+                    available: host.menu.isExportShown
+                    width: parent.width
+                    height: host.rowHeight
+                    iconName: "file-down"
+                    text: qsTr("Export as PDF…")
+                    onTabbed: step => host.move(step)
+                    onClicked: host.choose(HamburgerMenuModel.Pdf)
+                }
+                Item {
+                    visible: host.menu.isExportShown
+                    width: parent.width
+                    height: 12
+
+                    Hairline {
+                        x: 4
+                        y: 6
+                        width: parent.width - 8
+                        color: "#353946"
+                    }
+                }
+                HamburgerMenuRow {
+                    id: copyMarkdown
+                    objectName: "copyMarkdown"
+                    available: host.menu.isExportShown
+                    width: parent.width
+                    height: host.rowHeight
+                    iconName: "copy"
+                    text: qsTr("Copy as Markdown")
+                    onTabbed: step => host.move(step)
+                    onClicked: host.choose(HamburgerMenuModel.CopyMarkdown)
+                }
+                HamburgerMenuRow {
+                    id: copyRichText
+                    objectName: "copyRichText"
+                    available: host.menu.isExportShown
+                    width: parent.width
+                    height: host.rowHeight
+                    iconName: "copy"
+                    text: qsTr("Copy as rich text")
+                    onTabbed: step => host.move(step)
+                    onClicked: host.choose(HamburgerMenuModel.CopyRichText)
+                }
+                HamburgerMenuRow {
+                    id: copyAnswer
+                    objectName: "copyAnswerRichText"
+                    available: host.menu.isExportShown && host.menu.answerAvailable
+                    width: parent.width
+                    height: host.rowHeight
+                    iconName: "copy"
+                    text: qsTr("Copy answer as rich text")
+                    onTabbed: step => host.move(step)
+                    onClicked: host.choose(HamburgerMenuModel.CopyAnswer)
+                }
                 HamburgerMenuRow {
                     id: history
                     objectName: "menuHistory"
-                    available: host.menu.historyAvailable
+                    available: host.menu.historyAvailable && !host.menu.isExportShown
                     width: parent.width
                     height: host.rowHeight
                     iconName: "history"
@@ -169,9 +287,24 @@ FocusScope {
                     onClicked: host.run(host.menu.historyRequested)
                 }
                 HamburgerMenuRow {
+                    id: exportThread
+                    objectName: "menuExport"
+                    available: host.menu.exportAvailable && !host.menu.isExportShown
+                    width: parent.width
+                    height: host.rowHeight
+                    iconName: "share"
+                    trailingIcon: "chevron-right"
+                    text: qsTr("Export or copy thread")
+                    onTabbed: step => host.move(step)
+                    onClicked: {
+                        host.byKeyboard = visualFocus
+                        host.menu.exportRequested()
+                    }
+                }
+                HamburgerMenuRow {
                     id: settings
                     objectName: "menuSettings"
-                    available: host.menu.settingsAvailable
+                    available: host.menu.settingsAvailable && !host.menu.isExportShown
                     width: parent.width
                     height: host.rowHeight
                     iconName: "settings"
@@ -182,6 +315,7 @@ FocusScope {
                 HamburgerMenuRow {
                     id: account
                     objectName: "menuAccount"
+                    available: !host.menu.isExportShown
                     width: parent.width
                     height: host.rowHeight
                     iconName: "circle-user"
@@ -191,6 +325,7 @@ FocusScope {
                     onClicked: host.run(host.menu.accountRequested)
                 }
                 Item {
+                    visible: !host.menu.isExportShown
                     width: parent.width
                     height: 12
 
@@ -204,6 +339,7 @@ FocusScope {
                 Item {
                     id: usage
                     objectName: "menuUsage"
+                    visible: !host.menu.isExportShown
                     width: parent.width
                     height: 68 + 2 * Tokens.growth(16)
                     Accessible.role: Accessible.Grouping
@@ -264,6 +400,7 @@ FocusScope {
                 HamburgerMenuRow {
                     id: upgrade
                     objectName: "menuUpgrade"
+                    available: !host.menu.isExportShown
                     width: parent.width
                     height: host.rowHeight
                     iconName: "circle-arrow-up"
@@ -276,6 +413,7 @@ FocusScope {
                 HamburgerMenuRow {
                     id: signOut
                     objectName: "menuSignOut"
+                    available: !host.menu.isExportShown
                     width: parent.width
                     height: host.rowHeight
                     iconName: "log-out"

@@ -96,6 +96,8 @@ public:
     }
     /// No effect unless followPointer() was Applied.
     virtual void stopFollowingPointer() {}
+    /// Whether the panel stays above this program's own dialogs too, whatever they ask for.
+    virtual bool coversDialogs() const { return false; }
 };
 
 /// System-wide hot keys. On every system Qt::ControlModifier is Control, Qt::AltModifier Alt or
@@ -317,6 +319,8 @@ public:
     /// Sets the environment variables and attributes that Qt's platform plugin reads at start-up.
     /// Call before creating the application object.
     static void prepareProcess();
+    /// As prepareProcess(), for a command that shows nothing and needs no display.
+    static void prepareWithoutDisplay();
     /// Whether the interface should be drawn without OpenGL: there is no usable graphics processor
     /// and the environment does not select a renderer. Call before prepareProcess().
     static bool prefersSoftwareRendering();

@@ -1,5 +1,6 @@
 #include "app/CommandLine.h"
 #include "base/AppConfig.h"
+#include "history/CaptureSession.h"
 #include "support/TestProgram.h"
 
 #include <QTest>
@@ -78,6 +79,33 @@ private Q_SLOTS:
             QVERIFY2(line.size() <= 100, line.constData());
     }
 
+    void exports()
+    {
+        const QUuid id = QUuid::createUuid();
+        const QByteArray text = uuidText(id).toLatin1();
+        const CommandLine line =
+            CommandLine::parse({"export", text, "--format", "pdf", "a b.x", "--force"});
+        QCOMPARE(line.mode, CommandLine::Mode::Export);
+        QCOMPARE(line.exportRequest.thread, id);
+        QCOMPARE(line.exportRequest.format, ExportFormat::Pdf);
+        QCOMPARE(line.exportRequest.path, QStringLiteral("a b.x"));
+        QVERIFY(line.exportRequest.replacesFile);
+        QVERIFY(!line.exportRequest.listsThreads);
+
+        const CommandLine latest =
+            CommandLine::parse({"export", "--format=md", "latest", "--", "-x.html"});
+        QCOMPARE(latest.mode, CommandLine::Mode::Export);
+        QVERIFY(!latest.exportRequest.thread);
+        QCOMPARE(latest.exportRequest.format, ExportFormat::Markdown);
+        QCOMPARE(latest.exportRequest.path, QStringLiteral("-x.html"));
+        QVERIFY(!latest.exportRequest.replacesFile);
+
+        QCOMPARE(CommandLine::parse({"export", text.toLower(), "x.HTML"}).exportRequest.format,
+                 ExportFormat::Html);
+        QVERIFY(CommandLine::parse({"export", "--list"}).exportRequest.listsThreads);
+        QCOMPARE(CommandLine::parse({"export", "--help"}).mode, CommandLine::Mode::Print);
+    }
+
     void refusesOtherArguments_data()
     {
         QTest::addColumn<QByteArrayList>("arguments");
@@ -92,6 +120,28 @@ private Q_SLOTS:
             << QByteArrayList{"show", "quit"} << "quellora: only one command is possible" + end;
         QTest::newRow("option behind a command") << QByteArrayList{"show", "-platform"}
                                                  << "quellora: unknown argument '-platform'" + end;
+        const auto exportRow = [&](const char *tag, QByteArrayList arguments, const char *reason) {
+            arguments.prepend("export");
+            QTest::newRow(tag) << arguments << "quellora: " + QByteArray(reason) + end;
+        };
+        exportRow("export nothing", {}, "export needs the ID of a thread and a file");
+        exportRow("export no file", {"latest"}, "export needs the ID of a thread and a file");
+        exportRow("export empty file", {"latest", ""},
+                  "export needs the ID of a thread and a file");
+        exportRow("export too much", {"latest", "a", "b"},
+                  "export needs the ID of a thread and a file");
+        exportRow("export no ID", {"12", "a.md"}, "'12' is no ID of a thread");
+        exportRow("export no format", {"latest", "a"}, "export needs --format md, html or pdf");
+        exportRow("export other format", {"latest", "a", "--format", "doc"},
+                  "unknown format 'doc'");
+        exportRow("export format of nothing", {"latest", "a", "--format"},
+                  "--format needs md, html or pdf");
+        exportRow("export other option", {"latest", "a.md", "--quick"},
+                  "unknown argument '--quick'");
+        exportRow("list and more", {"--list", "latest"}, "--list takes nothing else");
+        QTest::newRow("export behind a command")
+            << QByteArrayList{"show", "export"}
+            << "quellora: export comes first and takes no command" + end;
         QTest::newRow("no command")
             << QByteArrayList{"--or-start"} << "quellora: --or-start needs a command" + end;
     }

@@ -216,13 +216,14 @@ class AccessTreeTest(E2ECase):
         self.assert_states(self.look().get("Menu", BUTTON), "expanded")
         screen = self.look(self.access.find("Menu", "popup menu"))
         self.assertEqual(screen.controls(), [(name, "menu item") for name in
-                                             ("History", "Settings", "Account", "Upgrade",
-                                              "Sign Out")])
+                                             ("History", "Export or copy thread", "Settings",
+                                              "Account", "Upgrade", "Sign Out")])
         self.assertEqual(screen.get("Usage").role, "panel")
         self.assertIn("85% used", screen.get("Usage").description)
         wait_until(screen.get("History").has_focus, what="the focus on the first row")
-        screen.walk_with_tab("Settings", "Account", "Upgrade", "Sign Out")
-        screen.walk_with_tab("Sign Out", "Upgrade", "Account", "Settings", key="shift+tab")
+        screen.walk_with_tab("Export or copy thread", "Settings", "Account", "Upgrade", "Sign Out")
+        screen.walk_with_tab("Sign Out", "Upgrade", "Account", "Settings",
+                             "Export or copy thread", key="shift+tab")
         self.desktop.press("escape")
         self.access.wait_gone("Account")
         self.access.wait_for("Menu", focused=True)
@@ -258,10 +259,12 @@ class AccessTreeTest(E2ECase):
         self.desktop.press("tab")
         wait_until(rows[0].has_focus, what="the focus on the first row")
         screen = self.pane()
-        screen.walk_with_tab("Rename thread", "Delete thread", "Close", "Search threads")
+        screen.walk_with_tab("Export or copy thread", "Rename thread", "Delete thread", "Close",
+                             "Search threads")
         self.desktop.press("down")
         wait_until(rows[1].has_focus, what="the focus on the second row")
-        self.pane().walk_with_tab("Rename thread", "Delete thread", "Close", "Search threads")
+        self.pane().walk_with_tab("Export or copy thread", "Rename thread", "Delete thread", "Close",
+                                  "Search threads")
 
     def no_match(self):
         self.access.click("Search threads")

@@ -72,6 +72,7 @@ public:
         calls << QStringLiteral("stopFollowingPointer");
         pointerHandler = nullptr;
     }
+    bool coversDialogs() const override { return coversOthers; }
     bool isCompositing() const override { return compositing; }
     void onCompositingChanged(std::function<void()> handler) override
     {
@@ -120,6 +121,7 @@ public:
     QPointer<QWindow> keyWindow;
     bool shownBeforeExclusion = false;
     bool compositing = true;
+    bool coversOthers = false;
     Capability traitsAnswer = Capability::applied();
     Capability exclusionAnswer = Capability::applied();
     Capability clickThroughAnswer = Capability::applied();

@@ -3,6 +3,7 @@
 #include "backend/NotificationCenter.h"
 #include "backend/SessionManager.h"
 #include "base/Settings.h"
+#include "fakes/FakeFileChooser.h"
 #include "fakes/FakePlatform.h"
 #include "fakes/FakeThreadLibrary.h"
 #include "fakes/LogCapture.h"
@@ -40,7 +41,7 @@ struct ControllerFixture
                         platform, settings, defaults, notifications, session, service, engine,
                         std::move(pageSurface), QUrl(), nullptr, BackendEndpoints("http://host"),
                         [this] { return capture.future(); }, [this] { ++quits; }, hotkeys, &library,
-                        &permissions});
+                        &permissions, &chooser});
     }
 
     VantiroConfig config;
@@ -63,6 +64,7 @@ struct ControllerFixture
                           },
                           &shortcuts};
     FakeThreadLibrary library;
+    FakeFileChooser chooser;
     QPromise<ScreenshotCapture::Outcome> capture;
     QQmlEngine engine;
     FakePageSurface *surface = nullptr;

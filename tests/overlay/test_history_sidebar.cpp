@@ -71,6 +71,8 @@ private Q_SLOTS:
         key(Qt::Key_Tab);
         QCOMPARE(focusedRow(), 0);
         key(Qt::Key_Tab);
+        QCOMPARE(focusName(), QStringLiteral("Export or copy thread"));
+        key(Qt::Key_Tab);
         QCOMPARE(focusName(), QStringLiteral("Rename thread"));
         key(Qt::Key_Tab);
         QCOMPARE(focusName(), QStringLiteral("Delete thread"));

@@ -71,6 +71,61 @@ private Q_SLOTS:
         QCOMPARE(history.size(), 1);
     }
 
+    void secondPageOfTheMenu()
+    {
+        show();
+        click("menuButton");
+        QVERIFY(!f().find("menuExport")->isVisible());
+        f().menu.setExportAvailable(true);
+        QSignalSpy requested(&f().menu, &HamburgerMenuModel::exportRequested);
+        click("menuExport");
+        QCOMPARE(requested.size(), 1);
+        QVERIFY(f().overlay.isMenuOpen());
+
+        f().menu.showExport(QStringLiteral("A thread"), true);
+        QVERIFY(!f().find("menuExport")->isVisible());
+        QVERIFY(!f().find("menuUsage")->isVisible());
+        QVERIFY(f().find("copyAnswerRichText")->isVisible());
+        QCOMPARE(f().find("exportTitle")->property("text").toString(), QStringLiteral("A thread"));
+        QVERIFY(f().find("exportMarkdownFile")->hasActiveFocus());
+        QTRY_COMPARE(f().find("hamburgerMenu")->height(), 258.0);
+        QSignalSpy chosen(&f().menu, &HamburgerMenuModel::exportChosen);
+        QTest::keyClick(&f().panel, Qt::Key_Down);
+        QTest::keyClick(&f().panel, Qt::Key_Down);
+        QTest::keyClick(&f().panel, Qt::Key_Return);
+        QCOMPARE(chosen.size(), 1);
+        QCOMPARE(chosen.last().first().value<HamburgerMenuModel::ExportChoice>(),
+                 HamburgerMenuModel::ExportChoice::Pdf);
+        QVERIFY(!f().overlay.isMenuOpen());
+
+        f().menu.showMain();
+        f().menu.showExport(QStringLiteral("Another"), false);
+        f().overlay.setMenuOpen(true);
+        QVERIFY(!f().find("copyAnswerRichText")->isVisible());
+        const std::pair<const char *, HamburgerMenuModel::ExportChoice> rows[]{
+            {"exportMarkdownFile", HamburgerMenuModel::ExportChoice::MarkdownFile},
+            {"exportWebPage", HamburgerMenuModel::ExportChoice::WebPage},
+            {"copyMarkdown", HamburgerMenuModel::ExportChoice::CopyMarkdown},
+            {"copyRichText", HamburgerMenuModel::ExportChoice::CopyRichText}};
+        for (const auto &[row, choice] : rows) {
+            f().overlay.setMenuOpen(true);
+            click(row);
+            QCOMPARE(chosen.last().first().value<HamburgerMenuModel::ExportChoice>(), choice);
+        }
+    }
+
+    void secondPageFitsSmallestWindow()
+    {
+        f().panel.resize(320, 280);
+        show();
+        f().menu.showExport(QStringLiteral("A thread with a long title that is elided"), true);
+        f().overlay.setMenuOpen(true);
+        const QQuickItem *card = f().find("hamburgerMenu");
+        QTRY_COMPARE(card->y(), 36.0);
+        QVERIFY(card->y() + card->height() <= 276);
+        QVERIFY(f().find("copyAnswerRichText")->height() >= 28);
+    }
+
     void menuFitsSmallestWindow()
     {
         f().panel.resize(320, 280);

@@ -1,6 +1,7 @@
 """The desktop file, metadata, manual pages, completions and unit that the packages contain."""
 
 import configparser
+import json
 import os
 import pathlib
 import re
@@ -8,6 +9,7 @@ import shutil
 import subprocess
 import tempfile
 import unittest
+import unittest.mock
 import xml.etree.ElementTree as ElementTree
 
 from paths import BUILD, LINUX, ROOT, VERSION
@@ -15,8 +17,9 @@ from paths import BUILD, LINUX, ROOT, VERSION
 MANUALS = sorted((LINUX / "man").glob("*.1"))
 COMPLETIONS = sorted((LINUX / "completions").iterdir())
 COMMANDS = ("capture", "capture-no-send", "toggle", "clear", "new-thread", "toggle-clicks",
-            "retry", "opacity-up", "opacity-down", "show", "quit")
+            "retry", "opacity-up", "opacity-down", "show", "quit", "export")
 OPTIONS = {"--help", "--version", "--or-start"}
+EXPORT_OPTIONS = {"--format", "--force", "--list"}
 # QML modules of Debian by the import that needs them.
 MODULES = {
     "QtQuick": {"qml6-module-qtqml", "qml6-module-qtqml-models",
@@ -160,7 +163,8 @@ class LinuxFilesTest(unittest.TestCase):
     def test_the_manual_of_the_app_has_every_command(self):
         text = manual("quellora")
         self.assertEqual(described(text, "COMMANDS"), set(COMMANDS))
-        self.assertEqual(described(text, "OPTIONS"), OPTIONS | {"-h", "-v"})
+        self.assertEqual(described(text, "OPTIONS"),
+                         OPTIONS | EXPORT_OPTIONS | {"-h", "-v"})
 
     def test_the_help_of_the_app_has_the_same_commands(self):
         with tempfile.TemporaryDirectory() as home:
@@ -169,7 +173,7 @@ class LinuxFilesTest(unittest.TestCase):
                                       "XDG_RUNTIME_DIR": home})
         self.assertEqual(status, 0, output)
         self.assertEqual(set(re.findall(r"^  ([a-z][a-z-]+)\b", output, re.M)), set(COMMANDS))
-        self.assertEqual(set(re.findall(r"--[a-z-]+", output)), OPTIONS)
+        self.assertEqual(set(re.findall(r"--[a-z-]+", output)), OPTIONS | EXPORT_OPTIONS)
 
     def test_completions_are_correct_shell(self):
         for script in COMPLETIONS:
@@ -190,6 +194,23 @@ class LinuxFilesTest(unittest.TestCase):
         self.assertEqual(complete("quellora", "quellora", "--"), OPTIONS)
         self.assertEqual(complete("quellora", "quellora", "--or-start", "to"), {"toggle", "toggle-clicks"})
         self.assertEqual(complete("quellora", "quellora", "capture", ""), set())
+        with tempfile.TemporaryDirectory() as home:
+            name = "11111111-2222-4333-8444-555555555555"
+            folder = pathlib.Path(home) / "Quellora" / "sessions" / name
+            folder.mkdir(parents=True)
+            stamp = "2026-01-03T10:00:00Z"
+            (folder / "session.json").write_text(json.dumps(
+                {"id": name, "createdAt": stamp, "updatedAt": stamp, "notes": [], "turns": [],
+                 "screenshots": []}))
+            path = f"{BUILD / 'bin'}:{os.environ['PATH']}"
+            with unittest.mock.patch.dict(os.environ, {"XDG_DATA_HOME": home, "PATH": path}):
+                self.assertEqual(complete("quellora", "quellora", "export", ""),
+                                 {name, "latest", "--list"})
+        self.assertEqual(complete("quellora", "quellora", "export", "latest", "--"),
+                         {"--format", "--force"})
+        self.assertEqual(complete("quellora", "quellora", "export", "x", "--format", ""),
+                         {"md", "html", "pdf"})
+        self.assertEqual(complete("quellora", "quellora", "export", "--list", ""), set())
         self.assertEqual(complete("quellora-backend", "quellora-backend", "set-"),
                          {"set-password", "set-cap", "set-plan"})
         self.assertEqual(complete("quellora-backend", "quellora-backend", "serve", "--p"),

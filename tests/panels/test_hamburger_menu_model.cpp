@@ -91,6 +91,28 @@ private Q_SLOTS:
         QVERIFY(menu.settingsAvailable());
     }
 
+    void secondPageIsForOneThread()
+    {
+        HamburgerMenuModel menu;
+        QVERIFY(!menu.exportAvailable());
+        menu.setExportAvailable(true);
+        QVERIFY(menu.exportAvailable());
+        QVERIFY(!menu.isExportShown());
+        QSignalSpy changed(&menu, &HamburgerMenuModel::pageChanged);
+        menu.showMain();
+        QCOMPARE(changed.size(), 0);
+        menu.showExport(QStringLiteral("A thread"), true);
+        QVERIFY(menu.isExportShown());
+        QVERIFY(menu.answerAvailable());
+        QCOMPARE(menu.exportTitle(), QStringLiteral("A thread"));
+        menu.showExport(QStringLiteral("Another"), false);
+        QVERIFY(!menu.answerAvailable());
+        QCOMPARE(changed.size(), 2);
+        menu.showMain();
+        QVERIFY(!menu.isExportShown());
+        QCOMPARE(changed.size(), 3);
+    }
+
     void unchangedUsageIsNotSignalled()
     {
         HamburgerMenuModel menu;

@@ -15,17 +15,18 @@ ALLOWED = {
     "history": ["base", "platform"],
     "query": ["base", "platform", "backend", "history"],
     "page": ["base", "platform", "backend", "history", "query"],
+    "export": ["base", "history", "page"],
     "ui": ["base", "platform"],
     "panels": ["base", "backend", "query"],
     "sheets": ["base", "platform", "backend", "hotkeys", "history", "panels"],
     "login": ["base", "platform", "backend", "ui"],
-    "overlay": ["base", "platform", "backend", "hotkeys", "history", "query", "page", "ui",
-                "panels", "sheets"],
-    "app": ["base", "platform", "backend", "hotkeys", "history", "query", "page", "ui", "login",
-            "overlay"],
+    "overlay": ["base", "platform", "backend", "hotkeys", "history", "query", "page", "export",
+                "ui", "panels", "sheets"],
+    "app": ["base", "platform", "backend", "hotkeys", "history", "query", "page", "export", "ui",
+            "login", "overlay"],
 }
 # Folders with views; the others are tested without a screen.
-WITH_VIEWS = {"page", "ui", "panels", "sheets", "login", "overlay", "app"}
+WITH_VIEWS = {"page", "export", "ui", "panels", "sheets", "login", "overlay", "app"}
 VIEW_HEADER = re.compile(r"#include <(QQml|QQuick|QtQml|QtQuick|QWebEngine|QtWebEngine|QWebChannel)")
 INCLUDE = re.compile(r'^#(?:include|import) "([^"]+)"', re.MULTILINE)
 OF_ONE_SYSTEM = re.compile(r"^\s*#\s*(?:if|elif).*(?:Q_OS_|__APPLE__|__linux__|_WIN32)",

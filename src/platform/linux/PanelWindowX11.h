@@ -25,6 +25,8 @@ public:
     /// BestEffort while the window is not visible.
     Capability makeKey(QWindow &window) override;
     void resignKey(QWindow &window) override;
+    /// Window managers raise managed windows below unmanaged ones.
+    bool coversDialogs() const override { return true; }
     bool isCompositing() const override { return m_compositor.isOwned(); }
     void onCompositingChanged(std::function<void()> handler) override;
 

@@ -115,6 +115,12 @@ void Platform::prepareProcess()
     QSurfaceFormat::setDefaultFormat(format);
 }
 
+void Platform::prepareWithoutDisplay()
+{
+    setVariable(qtPlatformVariable, "offscreen");
+    setVariable(glIntegrationVariable, "none");
+}
+
 void Platform::setDisplayLossHandler(void (*handler)())
 {
     X11Connection::setLossHandler(handler);

@@ -43,6 +43,12 @@ void Platform::prepareProcess()
     QSurfaceFormat::setDefaultFormat(format);
 }
 
+void Platform::prepareWithoutDisplay()
+{
+    // The desktop is always there; what is never shown never becomes part of it.
+    setDefault("QT_MAC_DISABLE_FOREGROUND_APPLICATION_TRANSFORM", "1");
+}
+
 bool Platform::prefersSoftwareRendering()
 {
     return false;

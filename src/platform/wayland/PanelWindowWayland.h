@@ -41,6 +41,8 @@ public:
     void onCompositingChanged(std::function<void()>) override {}
     Capability followPointer(QWindow &window, std::function<void(QPointF)> onMoved) override;
     void stopFollowingPointer() override { m_follower.stop(); }
+    /// The layers are above all windows.
+    bool coversDialogs() const override { return true; }
 
     /// Makes the panels invisible for a picture, without hiding them. What follows on the same
     /// connection sees none of them.

@@ -234,6 +234,12 @@ void HistoryModel::rename(int row, const QString &title)
         m_history.renameSession(at(row).id, title);
 }
 
+void HistoryModel::requestExport(int row)
+{
+    if (row >= 0 && row < count())
+        Q_EMIT exportRequested(at(row).id, index(row).data(TitleRole).toString());
+}
+
 void HistoryModel::requestDelete(int row)
 {
     if (row < 0 || row >= count())

@@ -80,6 +80,8 @@ public:
     Q_INVOKABLE void rename(int row, const QString &title);
     /// Call when a title field is opened or closed.
     Q_INVOKABLE void setRenaming(bool isRenaming);
+    /// Asks for the choices of exporting and copying a thread.
+    Q_INVOKABLE void requestExport(int row);
     Q_INVOKABLE void requestDelete(int row);
     Q_INVOKABLE void cancelDelete();
     Q_INVOKABLE void confirmDelete();
@@ -94,6 +96,7 @@ Q_SIGNALS:
     void progressChanged();
     void noticeChanged();
     void pendingDeleteChanged();
+    void exportRequested(const QUuid &id, const QString &title);
     /// The user has deleted the thread of this row, which is no longer in the model.
     void rowDeleted(int row);
 

@@ -15,6 +15,9 @@ Item {
     /// Receives the focus when the sidebar closes.
     property Item opener
     property bool closedByKey: false
+    /// Where the choices for a thread were wanted last, and by which item.
+    property point exportCorner: Qt.point(-1, -1)
+    property Item exportSource
     /// The item that contains the keyboard focus while the sidebar is open.
     readonly property Item keyboardScope: history.isDeletePending ? dialog : sheet
     readonly property Item firstControl: search
@@ -216,6 +219,12 @@ Item {
                         if (isEditing)
                             list.currentIndex = index
                         overlay.history.setRenaming(isEditing)
+                    }
+                    onExportRequested: (corner, source) => {
+                        list.currentIndex = index
+                        overlay.exportSource = source
+                        overlay.exportCorner = mapToItem(overlay, corner)
+                        overlay.history.requestExport(index)
                     }
                     onDeleteRequested: {
                         list.currentIndex = index

@@ -3,7 +3,7 @@ import Quellora.Panels
 import Quellora.Sheets
 import Quellora.Ui
 
-/// A stored thread. Clicking opens it; it can be renamed in place and deleted.
+/// A stored thread. Clicking opens it; it can be exported, renamed in place and deleted.
 ListRow {
     id: row
 
@@ -25,6 +25,8 @@ ListRow {
     signal renamed(string title)
     signal editingChanged(bool isEditing)
     signal deleteRequested()
+    /// The choices for the thread are wanted below @p corner, in the row's coordinates, by @p source.
+    signal exportRequested(point corner, Item source)
 
     /// "3 turns"
     function countText(count, one, many) {
@@ -60,6 +62,8 @@ ListRow {
             row.edit()
         else if (event.key === Qt.Key_Delete || event.key === Qt.Key_Backspace)
             row.deleteRequested()
+        else if (event.key === Qt.Key_Menu)
+            row.exportRequested(Qt.point(row.width - 4, row.height), row)
         else
             return
         event.accepted = true
@@ -152,15 +156,24 @@ ListRow {
         id: actions
         active: row.usesActions || row.takesTab
         visible: row.usesActions && !row.isEditing
-        x: row.width - 63
+        x: row.width - 93
         y: Math.round((row.height - height) / 2)
 
         sourceComponent: Row {
-            readonly property bool hasFocus: rename.activeFocus || remove.activeFocus
+            readonly property bool hasFocus: take.activeFocus || rename.activeFocus || remove.activeFocus
 
             onHasFocusChanged: row.hasActionFocus = hasFocus
             spacing: 2
 
+            IconButton {
+                id: take
+                objectName: "exportThread"
+                focusPolicy: row.takesTab ? Qt.TabFocus : Qt.NoFocus
+                name: qsTr("Export or copy thread")
+                iconName: "share"
+                theme: row.theme
+                onClicked: row.exportRequested(Qt.point(row.width - 4, row.height), take)
+            }
             IconButton {
                 id: rename
                 objectName: "renameThread"
