@@ -137,7 +137,7 @@ QByteArray ofThread(const CaptureSession &thread, const RenderedAnswers &answers
         const auto &turn = std::get<CaptureSession::Turn>(entry);
         page += "<section class=\"turn\">\n<div class=\"question\">\n" +
                 heading("Question", turn.createdAt);
-        if (const auto screenshot = responsepage::screenshotOfTurn(thread, turn.id))
+        if (const auto screenshot = screenshotOfTurn(thread, turn.id))
             page += picture(*screenshot);
         if (!turn.prompt.trimmed().isEmpty())
             page += "<div class=\"typed\">" + escapedForHtml(turn.prompt).toUtf8() + "</div>\n";

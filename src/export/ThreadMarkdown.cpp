@@ -1,7 +1,5 @@
 #include "export/ThreadMarkdown.h"
 
-#include "page/ResponsePage.h"
-
 #include <QLocale>
 #include <QRegularExpression>
 #include <QStringList>
@@ -184,7 +182,7 @@ QString ofThread(const CaptureSession &thread, const PictureLink &link)
         }
         const auto &turn = std::get<CaptureSession::Turn>(entry);
         text += QStringLiteral("**Question** · %1\n").arg(dateText(turn.createdAt));
-        if (const auto screenshot = responsepage::screenshotOfTurn(thread, turn.id))
+        if (const auto screenshot = screenshotOfTurn(thread, turn.id))
             text += pictureMarkdown(*screenshot, link);
         if (!turn.prompt.trimmed().isEmpty())
             text += QLatin1Char('\n') + quoted(escaped(turn.prompt)) + QLatin1Char('\n');
