@@ -234,7 +234,8 @@ Item {
                 objectName: "historyEmptyScroller"
                 readonly property bool overflows: contentHeight > height + 0.5
 
-                visible: list.count === 0 && !overlay.history.isLoading && !notice.visible
+                visible: list.count === 0 && !overlay.history.isLoading
+                         && !overlay.history.isSearching && !notice.visible
                 y: list.y
                 width: parent.width
                 height: parent.height - y
