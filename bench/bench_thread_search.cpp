@@ -45,9 +45,10 @@ struct StoredThreads
     StoredThreads()
     {
         const QStringList words =
-            QStringLiteral("the export rows of a region are stored in local time but queried by day "
-                           "which skips what falls between two zones pass bounds and test with both "
-                           "**code** `value` return function index budget märz façade")
+            QStringLiteral(
+                "the export rows of a region are stored in local time but queried by day "
+                "which skips what falls between two zones pass bounds and test with both "
+                "**code** `value` return function index budget märz façade")
                 .split(QLatin1Char(' '));
         std::mt19937 random(7);
         const auto text = [&](int length, bool isAccented) {
@@ -254,8 +255,7 @@ int main(int argc, char **argv)
     for (const QString &text : {rareWord, QStringLiteral("facade"), QStringLiteral("zzz")}) {
         const double time = fastestMilliseconds(runs, [&] { search(stored, text); });
         std::printf("  search for %-23s %8.1f ms   ratio %.2f   %lld threads\n",
-                    qUtf8Printable(text), time, time / reading,
-                    search(stored, text));
+                    qUtf8Printable(text), time, time / reading, search(stored, text));
     }
     require(search(stored, rareWord) == threadCount / 500);
 

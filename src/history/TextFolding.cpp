@@ -75,8 +75,8 @@ std::string_view TextFolding::reduce(std::string_view character)
 {
     if (character.size() > 3 || (character.size() == 1 && !isAscii(character.front())))
         return character;
-    const char16_t code = character.size() == 1 ? static_cast<char16_t>(character.front())
-                                                : decoded(character);
+    const char16_t code =
+        character.size() == 1 ? static_cast<char16_t>(character.front()) : decoded(character);
     Reduced &known = m_reduced[code];
     if (known.state == Reduced::unknown) {
         const QByteArray form = reducedForm(code);
@@ -161,8 +161,7 @@ TextRange TextFolding::sourceOf(std::string_view utf8, const TextRange &part)
 }
 
 SearchText::SearchText(const QString &text, const QLocale &locale)
-    : m_folding(locale)
-    , m_matcher(m_folding.fold(text.toUtf8().toStdString()).trimmed())
+    : m_folding(locale), m_matcher(m_folding.fold(text.toUtf8().toStdString()).trimmed())
 {}
 
 std::optional<TextRange> SearchText::findIn(std::string_view utf8)

@@ -18,8 +18,7 @@ void ThreadSearch::run(const CaptureSessionStore &store, const ThreadQuery &quer
     const qsizetype count = query.threads.size();
     const auto searchBatch = [&](ThreadTextReader &reader, qsizetype number) {
         const qsizetype begin = number == 0 ? 0 : sizes.first + (number - 1) * sizes.later;
-        const qsizetype end =
-            std::min(count, begin + (number == 0 ? sizes.first : sizes.later));
+        const qsizetype end = std::min(count, begin + (number == 0 ? sizes.first : sizes.later));
         ThreadHits hits;
         for (qsizetype i = begin; i < end; ++i) {
             if (promise.isCanceled())

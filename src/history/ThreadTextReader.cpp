@@ -78,11 +78,9 @@ ThreadHit hitIn(std::string_view utf8, const TextRange &range, Place place)
     while (lead.startsWith(QLatin1Char(' ')))
         lead.remove(0, 1);
     lead.prepend(ellipsis(before.size() < size_t(range.start)));
-    const QString occurrence =
-        lineOf(utf8.substr(size_t(range.start), size_t(range.length)));
+    const QString occurrence = lineOf(utf8.substr(size_t(range.start), size_t(range.length)));
     return {place,
-            lead + occurrence + lineOf(after) +
-                ellipsis(size_t(end) + after.size() < utf8.size()),
+            lead + occurrence + lineOf(after) + ellipsis(size_t(end) + after.size() < utf8.size()),
             lead.size(),
             occurrence.size(),
             {}};

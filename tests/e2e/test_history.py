@@ -65,7 +65,7 @@ class HistoryTest(StoredThreadsCase):
                 ("Another thread", "1 turn, 1 note, Note: Buy a TORCH"),
                 ("Third", "1 turn, Question: Third with a torch in its question")):
             row = app.access.wait_for(re.compile(f"^{title}, "))
-            wait_until(lambda: row.description == description,  # pylint: disable=W0640
+            wait_until(lambda: row.get_description() == description,  # pylint: disable=W0640
                        what=f"the hit {description}")
         self.desktop.press("ctrl+a")
         self.desktop.type_text("creme BRULEE NEEDS")

@@ -183,7 +183,8 @@ private:
     QSet<QUuid> changes()
     {
         QSet<QUuid> threads;
-        for (const auto &arguments : std::exchange(static_cast<QList<QVariantList> &>(*m_changed), {}))
+        for (const auto &arguments :
+             std::exchange(static_cast<QList<QVariantList> &>(*m_changed), {}))
             threads.unite(arguments.first().value<QSet<QUuid>>());
         return threads;
     }

@@ -13,7 +13,8 @@ std::string_view view(const QByteArray &bytes)
 }
 
 /// The part of @p text that @p searched finds; null if it finds nothing.
-QString found(const QString &text, const QString &searched, const QLocale &locale = QLocale("en_US"))
+QString found(const QString &text, const QString &searched,
+              const QLocale &locale = QLocale("en_US"))
 {
     const QByteArray bytes = text.toUtf8();
     const auto range = SearchText(searched, locale).findIn(view(bytes));
@@ -30,21 +31,34 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("text");
         QTest::addColumn<QString>("reduced");
-        QTest::newRow("empty") << "" << "";
-        QTest::newRow("case") << "Nightly EXPORT" << "nightly export";
-        QTest::newRow("accents") << "Éclair ÜBER façade" << "eclair uber facade";
-        QTest::newRow("accents of their own") << "e\u0301a\u0308" << "ea";
-        QTest::newRow("several accents") << "Ầ" << "a";
-        QTest::newRow("longer form") << "Straße ﬃ" << "strasse ffi";
-        QTest::newRow("much longer form") << "\uFDFA" << QString("\uFDFA").normalized(
-                                                            QString::NormalizationForm_KD);
-        QTest::newRow("white space") << "a \n\t b\u00a0c\u3000d" << "a b c d";
-        QTest::newRow("full width") << "ＡＢＣ" << "abc";
-        QTest::newRow("Greek") << "ΌΔΟΣ οδός" << "οδοσ οδοσ";
-        QTest::newRow("Cyrillic") << "Ёлка" << "елка";
-        QTest::newRow("Hangul") << "한국" << "한국";
-        QTest::newRow("beyond the basic plane") << "a😀B" << "a😀b";
-        QTest::newRow("dotted I") << "İ" << "i";
+        QTest::newRow("empty") << ""
+                               << "";
+        QTest::newRow("case") << "Nightly EXPORT"
+                              << "nightly export";
+        QTest::newRow("accents") << "Éclair ÜBER façade"
+                                 << "eclair uber facade";
+        QTest::newRow("accents of their own") << "e\u0301a\u0308"
+                                              << "ea";
+        QTest::newRow("several accents") << "Ầ"
+                                         << "a";
+        QTest::newRow("longer form") << "Straße ﬃ"
+                                     << "strasse ffi";
+        QTest::newRow("much longer form")
+            << "\uFDFA" << QString("\uFDFA").normalized(QString::NormalizationForm_KD);
+        QTest::newRow("white space") << "a \n\t b\u00a0c\u3000d"
+                                     << "a b c d";
+        QTest::newRow("full width") << "ＡＢＣ"
+                                    << "abc";
+        QTest::newRow("Greek") << "ΌΔΟΣ οδός"
+                               << "οδοσ οδοσ";
+        QTest::newRow("Cyrillic") << "Ёлка"
+                                  << "елка";
+        QTest::newRow("Hangul") << "한국"
+                                << "한국";
+        QTest::newRow("beyond the basic plane") << "a😀B"
+                                                << "a😀b";
+        QTest::newRow("dotted I") << "İ"
+                                  << "i";
     }
     void reducesTexts()
     {
@@ -71,17 +85,38 @@ private Q_SLOTS:
         QTest::addColumn<QString>("text");
         QTest::addColumn<QString>("searched");
         QTest::addColumn<QString>("part");
-        QTest::newRow("beginning") << "Export rows" << "export" << "Export";
-        QTest::newRow("end") << "The last EXPORT" << "export" << "EXPORT";
-        QTest::newRow("after accents") << "àéîõü Zoë!" << "zoe" << "Zoë";
-        QTest::newRow("accent belongs to its letter") << "ae\u0301b" << "ae" << "ae\u0301";
-        QTest::newRow("accent in the search text") << "resume" << "résumé" << "resume";
-        QTest::newRow("half of a longer form") << "Maße" << "as" << "aß";
-        QTest::newRow("over a line break") << "one\n\n  two" << "one two" << "one\n\n  two";
-        QTest::newRow("surrounded by spaces") << "a b c" << "  b  " << "b";
-        QTest::newRow("twice: the first") << "bar Bar" << "BAR" << "bar";
-        QTest::newRow("absent") << "export" << "import" << QString();
-        QTest::newRow("emoji") << "a😀B😀c" << "b😀" << "B😀";
+        QTest::newRow("beginning") << "Export rows"
+                                   << "export"
+                                   << "Export";
+        QTest::newRow("end") << "The last EXPORT"
+                             << "export"
+                             << "EXPORT";
+        QTest::newRow("after accents") << "àéîõü Zoë!"
+                                       << "zoe"
+                                       << "Zoë";
+        QTest::newRow("accent belongs to its letter") << "ae\u0301b"
+                                                      << "ae"
+                                                      << "ae\u0301";
+        QTest::newRow("accent in the search text") << "resume"
+                                                   << "résumé"
+                                                   << "resume";
+        QTest::newRow("half of a longer form") << "Maße"
+                                               << "as"
+                                               << "aß";
+        QTest::newRow("over a line break") << "one\n\n  two"
+                                           << "one two"
+                                           << "one\n\n  two";
+        QTest::newRow("surrounded by spaces") << "a b c"
+                                              << "  b  "
+                                              << "b";
+        QTest::newRow("twice: the first") << "bar Bar"
+                                          << "BAR"
+                                          << "bar";
+        QTest::newRow("absent") << "export"
+                                << "import" << QString();
+        QTest::newRow("emoji") << "a😀B😀c"
+                               << "b😀"
+                               << "B😀";
     }
     void findsTheSourceOfTheOccurrence()
     {

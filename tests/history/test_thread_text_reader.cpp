@@ -93,8 +93,9 @@ private Q_SLOTS:
         // A word longer than the part before the occurrence, in characters of several bytes.
         QCOMPARE(f.snippet(f.saveTurn("q", QString("ü").repeated(99) + "needle"), "needle"),
                  "…" + QString("ü").repeated(10) + "[needle]");
-        QCOMPARE(f.snippet(f.saveTurn("q", QString("x\U0001F600").repeated(9) + "needle"), "needle"),
-                 "…" + QString("x\U0001F600").repeated(4) + "[needle]");
+        QCOMPARE(
+            f.snippet(f.saveTurn("q", QString("x\U0001F600").repeated(9) + "needle"), "needle"),
+            "…" + QString("x\U0001F600").repeated(4) + "[needle]");
         QCOMPARE(f.snippet(f.saveTurn("q", "needle" + QString("😀").repeated(99)), "needle"),
                  "[needle]" + QString("😀").repeated(50) + "…");
         QCOMPARE(f.snippet(f.saveTurn("q", "one\n\ntwo"), "one two"), "[one two]");
@@ -139,11 +140,13 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("json");
         QTest::newRow("empty") << QByteArray();
         QTest::newRow("not JSON") << QByteArray("needle");
-        QTest::newRow("cut off") << QByteArray("{\"turns\": [{\"prompt\": \"p\", \"response\": \"need");
+        QTest::newRow("cut off") << QByteArray(
+            "{\"turns\": [{\"prompt\": \"p\", \"response\": \"need");
         QTest::newRow("array") << QByteArray("[\"needle\"]");
         QTest::newRow("turns of another type") << QByteArray("{\"turns\": \"needle\"}");
         QTest::newRow("turn of another type") << QByteArray("{\"turns\": [\"needle\"]}");
-        QTest::newRow("text of another type") << QByteArray("{\"turns\": [{\"prompt\": [\"needle\"]}]}");
+        QTest::newRow("text of another type")
+            << QByteArray("{\"turns\": [{\"prompt\": [\"needle\"]}]}");
         QTest::newRow("not UTF-8") << QByteArray("{\"turns\": [{\"prompt\": \"\xff needle\"}]}");
         QTest::newRow("deep") << QByteArray("{\"turns\": ") + QByteArray(5000, '[');
     }

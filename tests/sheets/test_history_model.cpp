@@ -187,8 +187,8 @@ private Q_SLOTS:
     {
         QList<CaptureSession> sessions;
         for (int i = 0; i < 50; ++i)
-            sessions.append(m_library->add(i % 7 == 3 ? "the x" : QString::number(i),
-                                           noon.addSecs(-i)));
+            sessions.append(
+                m_library->add(i % 7 == 3 ? "the x" : QString::number(i), noon.addSecs(-i)));
         open();
         m_library->holdsSearch = true;
         m_model->setSearchText("x");

@@ -125,8 +125,7 @@ QVariant HistoryModel::data(const QModelIndex &index, int role) const
 
 QVariant HistoryModel::snippetData(const ThreadSummary &thread, int role) const
 {
-    const auto hit =
-        matchInTitle(thread) ? std::nullopt : m_history.search().hitIn(thread.id);
+    const auto hit = matchInTitle(thread) ? std::nullopt : m_history.search().hitIn(thread.id);
     switch (role) {
     case SnippetStartRole:
         return hit ? int(hit->start) : 0;

@@ -31,6 +31,13 @@ Item {
         list.itemAtIndex(row).forceActiveFocus(Qt.TabFocusReason)
         list.currentIndex = row
     }
+    /// Moves the focus into the search field, unless a dialog has it.
+    function startSearch() {
+        if (history.isDeletePending)
+            return
+        search.forceActiveFocus(Qt.ShortcutFocusReason)
+        search.selectAll()
+    }
     function close(byKey) {
         closedByKey = byKey
         history.close()
