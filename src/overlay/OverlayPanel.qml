@@ -16,6 +16,8 @@ FocusScope {
     required property NonFocusPanel panelWindow
     /// Null in a panel without settings.
     property SettingsModel settings
+    /// Null in a panel that cannot find text.
+    property FindModel find
     property url responseView
     property QtObject responseHost
     /// Set after the panel's first frame: creating the web view late makes the panel appear sooner.
@@ -64,6 +66,8 @@ FocusScope {
             sidebar.item.close(true)
         else if (bottom.isModelListOpen)
             bottom.closeModelList()
+        else if (strip.isFinding)
+            strip.closeFind()
         else if (panelWindow.isKeyboardLent)
             panelWindow.leaveAnswer()
         else
@@ -174,6 +178,8 @@ FocusScope {
         compact: root.compact
         clicksShortcut: root.panels.hotkeys.toggle_clicks ?? ""
         retryShortcut: root.panels.hotkeys.retry ?? ""
+        find: root.find
+        prompt: bottom.promptItem
         y: 34
         width: parent.width
         height: root.overlay.stripHeight
@@ -313,10 +319,19 @@ FocusScope {
         onActivated: root.cycleFocus(-1)
     }
     Shortcut {
+        sequences: [StandardKey.Find]
+        onActivated: {
+            if (root.isHistoryOpen)
+                sidebar.item.startSearch()
+            else if (root.keyboardScope() === null && root.find)
+                strip.startFind()
+        }
+    }
+    Shortcut {
         // While a title is being edited, Escape ends the editing instead.
         sequence: "Escape"
         enabled: root.keyboardScope() !== null && !root.isRenaming || bottom.isModelListOpen
-                 || root.panelWindow.isKeyboardLent || root.panels.isEditing
+                 || root.panelWindow.isKeyboardLent || root.panels.isEditing || strip.isFinding
         onActivated: root.closeTopmost()
     }
     Connections {

@@ -124,7 +124,7 @@ void OverlayWindowController::setupContentView()
     m_panel.setContent(m_collaborators.engine,
                        {m_overlay, m_panels, m_menu, m_scrollbar, m_collaborators.responseView,
                         m_collaborators.surface.get(), m_history ? &m_history->model() : nullptr,
-                        &m_settings.model()});
+                        &m_settings.model(), &m_find});
     m_display.loadContent(QString());
     log(QStringLiteral("Content view built and attached (WebView + control bar + bottom panels)"));
 }
@@ -191,6 +191,7 @@ void OverlayWindowController::wireOverlay()
             &QueryOrchestrator::showVersion);
     connect(m_orchestrator.get(), &QueryOrchestrator::nothingToRetry, this,
             [this] { showNotice(QStringLiteral("There is no question to ask again.")); });
+    m_find.attach(m_display);
     connect(&m_workspace, &OverlayWorkspace::failed, &m_overlay, &OverlayModel::showNotice);
     connect(&m_overlay, &OverlayModel::clickThroughRectChanged, this,
             &OverlayWindowController::updateClickThroughState);

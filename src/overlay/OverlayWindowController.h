@@ -4,6 +4,7 @@
 #include "history/ThreadController.h"
 #include "overlay/AnswerNotice.h"
 #include "overlay/AnswerReader.h"
+#include "overlay/FindModel.h"
 #include "overlay/NonFocusPanel.h"
 #include "overlay/OverlayConfig.h"
 #include "overlay/OverlayExport.h"
@@ -137,6 +138,7 @@ private:
     /// Opens all URLs and files for the panel.
     OverlayWorkspace m_workspace;
     OverlayModel m_overlay;
+    FindModel m_find;
     BottomPanelsModel m_panels;
     HamburgerMenuModel m_menu;
     ResponseScrollbarModel m_scrollbar;
