@@ -31,8 +31,8 @@ Application::Application(std::unique_ptr<SingleInstance> instance)
     , m_permissions(m_platform->permissions(), m_platform->vocabulary(), m_platform->screenSource())
     , m_hotkeys(
           m_platform->globalHotkeys(), m_platform->vocabulary(), &std::chrono::steady_clock::now,
-          [this](HotkeyAction action, const QString &line) {
-              m_permissions.setProblem(hotkeyAction(action).jsonKey, line);
+          [this](const HotkeyId &id, const QString &line) {
+              m_permissions.setProblem(id.jsonKey(), line);
           },
           m_platform->desktopShortcuts())
     , m_auth(m_network, m_endpoints, [this] { return deviceFields(); })

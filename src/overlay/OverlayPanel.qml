@@ -61,11 +61,11 @@ FocusScope {
         if (overlay.isMenuOpen)
             menuView.close(true)
         else if (settingsSheet.isOpen)
-            settingsSheet.item.closeRequested()
+            settingsSheet.item.closeTopmost()
         else if (isHistoryOpen)
             sidebar.item.close(true)
-        else if (bottom.isModelListOpen)
-            bottom.closeModelList()
+        else if (bottom.isListOpen)
+            bottom.closeLists()
         else if (strip.isFinding)
             strip.closeFind()
         else if (panelWindow.isKeyboardLent)
@@ -228,7 +228,8 @@ FocusScope {
         Binding {
             target: response.item
             property: "textScale"
-            value: Tokens.textScale
+            // The page takes factors from 0.25 to 5.
+            value: Math.max(0.25, Math.min(5, Tokens.textScale * root.overlay.answerTextScale))
         }
     }
     Announcements {
@@ -311,6 +312,18 @@ FocusScope {
         onActivated: root.overlay.stop()
     }
     Shortcut {
+        sequences: ["Ctrl++", "Ctrl+="]
+        onActivated: root.overlay.changeAnswerText(1)
+    }
+    Shortcut {
+        sequence: "Ctrl+-"
+        onActivated: root.overlay.changeAnswerText(-1)
+    }
+    Shortcut {
+        sequence: "Ctrl+0"
+        onActivated: root.overlay.changeAnswerText(0)
+    }
+    Shortcut {
         sequence: "F6"
         onActivated: root.cycleFocus(1)
     }
@@ -330,7 +343,7 @@ FocusScope {
     Shortcut {
         // While a title is being edited, Escape ends the editing instead.
         sequence: "Escape"
-        enabled: root.keyboardScope() !== null && !root.isRenaming || bottom.isModelListOpen
+        enabled: root.keyboardScope() !== null && !root.isRenaming || bottom.isListOpen
                  || root.panelWindow.isKeyboardLent || root.panels.isEditing || strip.isFinding
         onActivated: root.closeTopmost()
     }

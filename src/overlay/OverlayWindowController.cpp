@@ -46,6 +46,8 @@ OverlayWindowController::OverlayWindowController(const VantiroConfig &config,
                  HotkeyCombos(config.hotkeys))
     , m_panel(m_collaborators.platform.panelWindow())
     , m_placement(m_panel, config.overlay)
+    , m_memory(m_collaborators.defaults)
+    , m_answerTextSize(m_collaborators.settings)
     , m_theme(m_collaborators.platform.appearance())
     , m_display(*m_collaborators.surface, m_workspace, QDir::tempPath())
     , m_stream(m_display)
@@ -109,14 +111,20 @@ void OverlayWindowController::configurePanel()
     m_settings.setCaptureExclusion(exclusion);
     logIfNotApplied(platform.applyPanelTraits(m_panel));
     m_placement.placeInitially();
+    m_arrangement = m_memory.arrangement();
+    if (const auto place = recalledPlace())
+        m_placement.restore(place->frame);
 }
 
 void OverlayWindowController::setupContentView()
 {
     log(QStringLiteral("Building content view (bounds: (0.0, 0.0, %1, %2))")
             .arg(decimalText(m_panel.width()), decimalText(m_panel.height())));
-    m_overlay.setCurrentAlpha(m_config.overlay.defaultOpacity);
-    m_display.setCurrentAlpha(m_config.overlay.defaultOpacity);
+    const auto place = recalledPlace();
+    const double alpha = place ? place->opacity : m_config.overlay.defaultOpacity;
+    m_overlay.setCurrentAlpha(alpha);
+    m_display.setCurrentAlpha(alpha);
+    m_overlay.setAnswerTextScale(m_answerTextSize.factor());
     m_settings.attach({m_panel, m_overlay, m_panels, m_theme, m_display},
                       m_collaborators.endpoints);
     wireOverlay();
@@ -146,6 +154,19 @@ void OverlayWindowController::wireOverlay()
     connect(&m_stream, &StreamingRenderer::showWindowRequested, this,
             &OverlayWindowController::show);
     connect(&m_panel, &NonFocusPanel::dragFinished, &m_placement, &PanelPlacement::setUserFrame);
+    connect(&m_placement, &PanelPlacement::userFrameChanged, this,
+            &OverlayWindowController::rememberPlace);
+    connect(&m_placement, &PanelPlacement::screensChanged, this,
+            &OverlayWindowController::followScreens);
+    connect(&m_collaborators.settings, &Settings::startsWhereLeftChanged, this,
+            &OverlayWindowController::rememberPlace);
+    connect(&m_overlay, &OverlayModel::answerTextRequested, &m_answerTextSize,
+            [this](int direction) {
+                m_answerTextSize.change(direction);
+                showAnswerTextSize();
+            });
+    connect(&m_answerTextSize, &AnswerTextSize::changed, &m_overlay,
+            [this] { m_overlay.setAnswerTextScale(m_answerTextSize.factor()); });
     connect(&m_overlay, &OverlayModel::sliderMoved, this, &OverlayWindowController::sliderChanged);
     connect(&m_overlay, &OverlayModel::menuToggled, this,
             &OverlayWindowController::toggleHamburgerMenu);
@@ -373,6 +394,35 @@ void OverlayWindowController::applyOpacity(double alpha)
     m_overlay.setCurrentAlpha(alpha);
     m_display.setCurrentAlpha(alpha);
     m_display.pushPillAlphaLiveThrottled();
+    rememberPlace();
+}
+
+std::optional<PanelMemory::Place> OverlayWindowController::recalledPlace() const
+{
+    return m_collaborators.settings.startsWhereLeft() ? m_memory.recall() : std::nullopt;
+}
+
+void OverlayWindowController::rememberPlace()
+{
+    if (m_collaborators.settings.startsWhereLeft())
+        m_memory.remember({m_placement.requestedFrame(), m_overlay.currentAlpha()});
+}
+
+void OverlayWindowController::followScreens()
+{
+    const QString arrangement = m_memory.arrangement();
+    if (std::exchange(m_arrangement, arrangement) == arrangement)
+        return;
+    const auto place = recalledPlace();
+    if (!place)
+        return;
+    m_placement.restore(place->frame);
+    applyOpacity(place->opacity);
+}
+
+void OverlayWindowController::showAnswerTextSize()
+{
+    m_overlay.showNotice(QStringLiteral("Answer text %1%").arg(m_answerTextSize.percent()));
 }
 
 void OverlayWindowController::setupExport()

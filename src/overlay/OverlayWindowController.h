@@ -4,6 +4,7 @@
 #include "history/ThreadController.h"
 #include "overlay/AnswerNotice.h"
 #include "overlay/AnswerReader.h"
+#include "overlay/AnswerTextSize.h"
 #include "overlay/FindModel.h"
 #include "overlay/NonFocusPanel.h"
 #include "overlay/OverlayConfig.h"
@@ -14,6 +15,7 @@
 #include "overlay/OverlayPresenter.h"
 #include "overlay/OverlaySettings.h"
 #include "overlay/OverlayWorkspace.h"
+#include "overlay/PanelMemory.h"
 #include "overlay/PanelPlacement.h"
 #include "overlay/ResponseScrollbarModel.h"
 #include "page/AppTheme.h"
@@ -57,7 +59,7 @@ public:
     {
         Platform &platform;
         Settings &settings;
-        /// Stores the hot keys.
+        /// Stores the hot keys, the prompts and the panel's places.
         UserDefaults &defaults;
         NotificationCenter &notifications;
         SessionManager &session;
@@ -89,6 +91,10 @@ public:
     void finishAtOnce() override;
     void triggerCaptureAndSend() override { m_orchestrator->triggerCaptureAndSend(); }
     void captureNoSend() override { m_orchestrator->captureNoSend(); }
+    void captureAndSendPrompt(const QString &prompt) override
+    {
+        m_orchestrator->captureAndSendPrompt(prompt);
+    }
     void clearContent() override;
     void toggleVisibility() override;
     void adjustOpacity(double delta) override;
@@ -124,6 +130,11 @@ private:
     void wireOverlay();
     void wirePanels();
     void applyOpacity(double alpha);
+    /// Where the panel was with the present screens, unless the user wants it as configured.
+    std::optional<PanelMemory::Place> recalledPlace() const;
+    void rememberPlace();
+    void followScreens();
+    void showAnswerTextSize();
     void updateClickThroughState();
     void copyAnswer();
     void editLastQuestion();
@@ -147,6 +158,10 @@ private:
     /// Declared after the models its view shows, so that it is destroyed before them.
     NonFocusPanel m_panel;
     PanelPlacement m_placement;
+    PanelMemory m_memory;
+    /// Of the screens, as last seen.
+    QString m_arrangement;
+    AnswerTextSize m_answerTextSize;
     ThemeController m_theme;
     ResponseDisplay m_display;
     StreamingRenderer m_stream;

@@ -31,8 +31,8 @@ struct OverlayFixture
     explicit OverlayFixture(bool hasDesktopKeys = false)
         : panels(stored)
         , manager(
-              hotkeys, words, &std::chrono::steady_clock::now, [](HotkeyAction, const QString &) {},
-              hasDesktopKeys ? &shortcuts : nullptr)
+              hotkeys, words, &std::chrono::steady_clock::now,
+              [](const HotkeyId &, const QString &) {}, hasDesktopKeys ? &shortcuts : nullptr)
         , settings(stored, *panels.models(), rebinding, words,
                    hasDesktopKeys ? guide() : ShortcutGuide())
         , threads(stored, nullptr)
