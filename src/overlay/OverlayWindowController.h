@@ -2,6 +2,7 @@
 
 #include "base/VantiroConfig.h"
 #include "history/ThreadController.h"
+#include "overlay/AccountVisit.h"
 #include "overlay/AnswerNotice.h"
 #include "overlay/AnswerReader.h"
 #include "overlay/NonFocusPanel.h"
@@ -75,6 +76,8 @@ public:
         ThreadLibrary *library = nullptr;
         /// Problems found at start-up; may be null.
         PermissionChecker *permissions = nullptr;
+        /// Asks the backend for a new configuration; may be empty.
+        std::function<void()> refreshConfiguration = {};
     };
 
     OverlayWindowController(const VantiroConfig &config, Collaborators collaborators);
@@ -119,6 +122,7 @@ private:
     void setupContentView();
     void wireOverlay();
     void wirePanels();
+    void openAccountPage();
     void applyOpacity(double alpha);
     void updateClickThroughState();
     void copyAnswer();
@@ -148,6 +152,7 @@ private:
     AnswerNotice m_notice;
     AnswerReader m_reader;
     std::unique_ptr<OverlayMirror> m_mirror;
+    AccountVisit m_accountVisit;
     std::unique_ptr<OverlayConfig> m_configuration;
     bool m_isVisible = false;
 };

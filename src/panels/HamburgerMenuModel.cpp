@@ -33,6 +33,14 @@ void HamburgerMenuModel::setSettingsAvailable(bool isAvailable)
     Q_EMIT rowsChanged();
 }
 
+void HamburgerMenuModel::setConnectAvailable(bool isAvailable)
+{
+    if (m_connectAvailable == isAvailable)
+        return;
+    m_connectAvailable = isAvailable;
+    Q_EMIT rowsChanged();
+}
+
 double HamburgerMenuModel::usagePercent() const
 {
     return hasCap() ? double(m_tokensUsed) / double(m_tokenCap) * 100.0 : 0.0;

@@ -15,6 +15,7 @@ class HamburgerMenuModel : public QObject
 
     Q_PROPERTY(bool historyAvailable READ historyAvailable NOTIFY rowsChanged)
     Q_PROPERTY(bool settingsAvailable READ settingsAvailable NOTIFY rowsChanged)
+    Q_PROPERTY(bool connectAvailable READ connectAvailable NOTIFY rowsChanged)
     Q_PROPERTY(Tier tier READ tier NOTIFY usageChanged)
     Q_PROPERTY(double fillFraction READ fillFraction NOTIFY usageChanged)
     Q_PROPERTY(QString usageText READ usageText NOTIFY usageChanged)
@@ -34,9 +35,12 @@ public:
     void setUsage(qint64 tokensUsed, qint64 tokenCap, bool capExceeded);
     void setHistoryAvailable(bool isAvailable);
     void setSettingsAvailable(bool isAvailable);
+    /// Whether the menu leads to connecting a model.
+    void setConnectAvailable(bool isAvailable);
 
     bool historyAvailable() const { return m_historyAvailable; }
     bool settingsAvailable() const { return m_settingsAvailable; }
+    bool connectAvailable() const { return m_connectAvailable; }
     Tier tier() const;
     /// Filled fraction of the bar, 0 to 1; 1 if the cap is exceeded.
     double fillFraction() const;
@@ -50,6 +54,7 @@ Q_SIGNALS:
     void historyRequested();
     void settingsRequested();
     void accountRequested();
+    void connectRequested();
     void upgradeRequested();
     void signOutRequested();
 
@@ -66,6 +71,7 @@ private:
     bool m_capExceeded = false;
     bool m_historyAvailable = false;
     bool m_settingsAvailable = false;
+    bool m_connectAvailable = false;
 };
 
 } // namespace quellora

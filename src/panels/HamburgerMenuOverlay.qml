@@ -24,7 +24,7 @@ FocusScope {
         34, Math.floor((height - 36 - 4 - 24 - usage.height) / rows().length) - Tokens.growth(20)))
 
     function rows() {
-        return [history, settings, account, upgrade, signOut].filter(row => row.available)
+        return [history, settings, account, connectModel, upgrade, signOut].filter(row => row.available)
     }
     function move(step) {
         const all = host.rows()
@@ -189,6 +189,19 @@ FocusScope {
                     text: qsTr("Account")
                     onTabbed: step => host.move(step)
                     onClicked: host.run(host.menu.accountRequested)
+                }
+                HamburgerMenuRow {
+                    id: connectModel
+                    objectName: "menuConnectModel"
+                    available: host.menu.connectAvailable
+                    width: parent.width
+                    height: host.rowHeight
+                    iconName: "plug"
+                    trailingIcon: "arrow-up-right"
+                    text: qsTr("Connect a model")
+                    color: Tokens.frame.accentText
+                    onTabbed: step => host.move(step)
+                    onClicked: host.run(host.menu.connectRequested)
                 }
                 Item {
                     width: parent.width

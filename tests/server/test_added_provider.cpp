@@ -108,7 +108,7 @@ TEST_F(AddedProvider, ErrorsNameItsTableKeysAndSettings)
 TEST_F(AddedProvider, IsNamedInHelpTexts)
 {
     RunningServer server(configured("", {}), clock);
-    EXPECT_NE(server.client().Get("/help")->body.find("Set <code>ECHO_NAME</code> for an echo, or "
+    EXPECT_NE(server.client().Get("/help")->body.find("set <code>ECHO_NAME</code> for an echo, or "
                                                       "<code>ANTHROPIC_API_KEY</code>, or"),
               std::string::npos);
     EXPECT_NE(answerText(server.query(server.token(), "Why?")->body)
