@@ -179,7 +179,9 @@ on its command line; usage is shown in the app's menu.</p>
 std::string seconds(std::chrono::milliseconds time)
 {
     char text[32];
-    std::snprintf(text, sizeof text, "%.1f s", static_cast<double>(time.count()) / 1000.0);
+    // "0.0 s" would look like a mistake.
+    std::snprintf(text, sizeof text, "%.1f s",
+                  std::max(0.1, static_cast<double>(time.count()) / 1000.0));
     return text;
 }
 
@@ -274,10 +276,13 @@ std::string chooseHtml(const SetupView &view)
         "<details" + std::string(view.rows.empty() ? " open" : "") +
         "><summary>Not in the list?</summary>\n<label>The model's name, as the server calls "
         "it<input type=\"text\" name=\"name\" maxlength=\"200\" spellcheck=\"false\"></label>\n" +
-        button("apply", "Add", plain) + "</details>\n<div class=\"actions\">\n" +
-        button("save", "Save") + button("test", "Test", plain) + button("cancel", "Cancel", plain) +
-        "</div>\n</form>\n";
-    return html;
+        button("apply", "Add", plain) + "</details>\n<div class=\"actions\">\n";
+    // Without a model there is nothing to save or to test yet.
+    if (!view.rows.empty())
+        html += button("save", "Save") + button("test", "Test", plain);
+    if (!view.rows.empty() || view.listProblem.empty())
+        html += button("cancel", "Cancel", plain);
+    return html + "</div>\n</form>\n";
 }
 
 } // namespace

@@ -50,7 +50,8 @@ button:hover { background: var(--hover); } button:active { background: var(--pre
 .good { color: var(--good); } .bad { color: var(--danger); } .warn { color: var(--warn); }
 .note { padding: 10px 12px; margin: 0 0 16px; border-radius: 8px; background: var(--raised); border-left: 3px solid var(--accent); color: var(--text); }
 .note.bad { border-color: var(--danger); } .note.bad, .note.good { color: var(--text); } .note.good { border-color: var(--good); }
-details { margin-top: 12px; } summary { cursor: pointer; color: var(--accent); }
+details { margin-top: 12px; } details[open] > summary { margin-bottom: 8px; }
+input[type=radio] { accent-color: var(--fill); } summary { cursor: pointer; color: var(--accent); }
 a { color: var(--accent); }
 .danger { background: #b3261e; } .danger:hover { background: #c4342b; } .danger:active { background: #9c1f18; }
 .inline { margin: 8px 0 0; } .inline button { margin-top: 4px; }

@@ -97,7 +97,6 @@ private Q_SLOTS:
         f().panel.resize(320, 280);
         f().menu.setHistoryAvailable(true);
         f().menu.setSettingsAvailable(true);
-        f().menu.setConnectAvailable(true);
         show();
         f().overlay.setMenuOpen(true);
         const QQuickItem *card = f().find("hamburgerMenu");

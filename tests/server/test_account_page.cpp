@@ -534,9 +534,10 @@ TEST_F(AccountPage, NothingChosenOrTooMuchIsNotSaved)
 TEST_F(AccountPage, ModelsOutsideTheListCanBeNamed)
 {
     models.set(models.onList, FakeModels::reply("{}", 404));
-    connected();
+    EXPECT_FALSE(contains(connected(), "value=\"save\""));
     act("apply", {{"name", " my/model:1 "}});
     EXPECT_TRUE(contains(settled(), "my/model:1"));
+    EXPECT_TRUE(contains(settled(), "value=\"save\""));
     act("apply", {{"m0", "on"}, {"name", "two\nlines"}});
     EXPECT_TRUE(contains(settled(), "That is no name of a model."));
     act("save", {{"m0", "on"}});
