@@ -165,7 +165,7 @@ std::unique_ptr<OverlayPresenter> Application::makeOverlay(const VantiroConfig &
             *m_platform, m_settings, *m_defaults, m_notifications, m_session, m_queries, m_engine,
             std::move(view), QUrl(QStringLiteral("qrc:/qt/qml/Quellora/Page/ResponseView.qml")),
             &m_saver, m_endpoints, [this] { return capture(); }, &QCoreApplication::quit, m_hotkeys,
-            &m_library, &m_permissions, &m_exportDialog});
+            &m_library, &m_permissions, &m_exportDialog, [this] { m_heartbeat.poll(); }});
 }
 
 QFuture<ScreenshotCapture::Outcome> Application::capture()

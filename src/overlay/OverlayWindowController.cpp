@@ -65,6 +65,7 @@ OverlayWindowController::OverlayWindowController(const VantiroConfig &config,
                [this] { return m_isVisible; })
     , m_reader(
           {m_stream, m_overlay, m_panels, &QAccessible::isActive, [this] { return m_isVisible; }})
+    , m_accountVisit(m_panel)
 {
     if (m_collaborators.library)
         m_history = std::make_unique<OverlayHistory>(*m_collaborators.library, m_threads,
@@ -73,9 +74,13 @@ OverlayWindowController::OverlayWindowController(const VantiroConfig &config,
     setupContentView();
     m_mirror = std::make_unique<OverlayMirror>(OverlayMirror::Collaborators{
         m_messages, m_threads, *m_orchestrator, m_display, m_overlay, m_panels, m_menu});
-    m_configuration = std::make_unique<OverlayConfig>(
-        OverlayConfig::Collaborators{m_collaborators.session, m_messages, *m_orchestrator,
-                                     *m_panels.models(), m_collaborators.permissions});
+    m_configuration = std::make_unique<OverlayConfig>(OverlayConfig::Collaborators{
+        m_collaborators.session, m_messages, *m_orchestrator, *m_panels.models(), m_menu,
+        m_accountVisit, m_collaborators.permissions});
+    m_panels.models()->setBackend(QUrl(m_collaborators.endpoints.baseURL()));
+    if (m_collaborators.refreshConfiguration)
+        connect(&m_accountVisit, &AccountVisit::returned, this,
+                m_collaborators.refreshConfiguration);
     if (m_collaborators.fileChooser)
         setupExport();
     connect(&m_collaborators.notifications, &NotificationCenter::configDidUpdate,
@@ -263,7 +268,11 @@ void OverlayWindowController::wireOverlay()
     connect(&m_menu, &HamburgerMenuModel::settingsRequested, &m_settings, &OverlaySettings::open);
     connect(&m_menu, &HamburgerMenuModel::accountRequested, this, [this] {
         log(QStringLiteral("Account link clicked"));
-        m_workspace.openUrl(m_collaborators.endpoints.account());
+        openAccountPage();
+    });
+    connect(&m_menu, &HamburgerMenuModel::connectRequested, this, [this] {
+        log(QStringLiteral("Connect a model clicked"));
+        openAccountPage();
     });
     connect(&m_menu, &HamburgerMenuModel::upgradeRequested, this, [this] {
         log(QStringLiteral("Usage row Upgrade link clicked"));
@@ -271,6 +280,12 @@ void OverlayWindowController::wireOverlay()
     });
     connect(&m_menu, &HamburgerMenuModel::signOutRequested, this,
             &OverlayWindowController::signOutClicked);
+}
+
+void OverlayWindowController::openAccountPage()
+{
+    m_workspace.openUrl(m_collaborators.endpoints.account());
+    m_accountVisit.begin();
 }
 
 void OverlayWindowController::wirePanels()

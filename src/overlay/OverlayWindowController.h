@@ -2,6 +2,7 @@
 
 #include "base/VantiroConfig.h"
 #include "history/ThreadController.h"
+#include "overlay/AccountVisit.h"
 #include "overlay/AnswerNotice.h"
 #include "overlay/AnswerReader.h"
 #include "overlay/AnswerTextSize.h"
@@ -81,6 +82,8 @@ public:
         PermissionChecker *permissions = nullptr;
         /// Asks for the files of exports; without it nothing is exported.
         FileChooser *fileChooser = nullptr;
+        /// Asks the backend for a new configuration; may be empty.
+        std::function<void()> refreshConfiguration = {};
     };
 
     OverlayWindowController(const VantiroConfig &config, Collaborators collaborators);
@@ -129,6 +132,7 @@ private:
     void setupContentView();
     void wireOverlay();
     void wirePanels();
+    void openAccountPage();
     void applyOpacity(double alpha);
     /// Where the panel was with the present screens, unless the user wants it as configured.
     std::optional<PanelMemory::Place> recalledPlace() const;
@@ -171,6 +175,7 @@ private:
     AnswerNotice m_notice;
     AnswerReader m_reader;
     std::unique_ptr<OverlayMirror> m_mirror;
+    AccountVisit m_accountVisit;
     std::unique_ptr<OverlayConfig> m_configuration;
     /// Null without a file chooser.
     std::unique_ptr<OverlayExport> m_export;

@@ -134,6 +134,35 @@ private Q_SLOTS:
         QVERIFY(!f.overlay->orchestrator().isCapturing());
     }
 
+    void connectingAModelOpensTheAccountPage()
+    {
+        ControllerFixture f;
+        AppConfigResponse config = account();
+        f.overlay->applyConfigAtStart(config);
+        QVERIFY(!f.overlay->menuModel().connectAvailable());
+        config.connectModel = true;
+        Q_EMIT f.notifications.configDidUpdate(config);
+        QVERIFY(f.overlay->menuModel().connectAvailable());
+        f.log.lines.clear();
+        Q_EMIT f.overlay->menuModel().connectRequested();
+        QCOMPARE(f.log.lines, QStringList{prefix + "Connect a model clicked"});
+        QCOMPARE(f.platform.systemWorkspace.urls, QList<QUrl>{QUrl("http://host/account")});
+        // Another backend says nothing about it.
+        config.connectModel = false;
+        Q_EMIT f.notifications.configDidUpdate(config);
+        QVERIFY(!f.overlay->menuModel().connectAvailable());
+    }
+
+    void hostsOfModelsAreSeenFromTheUser()
+    {
+        ControllerFixture f;
+        AppConfigResponse config = account();
+        config.availableModels = {{"m1", "One", "d", "127.0.0.1"}};
+        f.overlay->applyConfigAtStart(config);
+        const QModelIndex row = f.overlay->panelsModel().models()->index(0, 0);
+        QCOMPARE(row.data(ModelListModel::DestinationRole).toString(), "host");
+    }
+
     void noticeIsOfferedIfSupported()
     {
         ControllerFixture f;
