@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <memory>
@@ -7,25 +8,43 @@
 
 namespace quellora::server {
 
-/// Tells work on any thread to stop. Copies share one state; a default-constructed token is never
-/// stopped. (Shipped versions of libc++ lack std::stop_token.)
+/// Tells work on any thread to stop, on request or at a deadline. Copies share one state; a
+/// default-constructed token is never stopped. (Shipped versions of libc++ lack std::stop_token.)
 class StopToken
 {
 public:
+    using Moment = std::chrono::steady_clock::time_point;
+
     StopToken() = default;
 
+    /// A copy that counts as stopped from @p moment on, too.
+    StopToken before(Moment moment) const
+    {
+        StopToken token = *this;
+        token.m_deadline = std::min(moment, m_deadline);
+        return token;
+    }
     bool stopRequested() const
     {
         const std::lock_guard lock(m_state->mutex);
-        return m_state->isRequested;
+        return m_state->isRequested || expired();
     }
-    /// Blocks until a stop is requested or @p until returns true. Every wake() re-evaluates
-    /// @p until.
+    /// Whether the deadline has passed.
+    bool expired() const
+    {
+        return m_deadline != Moment::max() && std::chrono::steady_clock::now() >= m_deadline;
+    }
+    /// Blocks until a stop is requested, the deadline has passed or @p until returns true. Every
+    /// wake() re-evaluates @p until.
     template <typename Condition>
     void waitForStop(Condition until) const
     {
         std::unique_lock lock(m_state->mutex);
-        m_state->changed.wait(lock, [&] { return m_state->isRequested || until(); });
+        const auto isOver = [&] { return m_state->isRequested || until(); };
+        if (m_deadline == Moment::max())
+            m_state->changed.wait(lock, isOver);
+        else
+            m_state->changed.wait_until(lock, m_deadline, isOver);
     }
     /// Blocks for @p time or until @p until returns true. Ignores stop requests.
     template <typename Condition>
@@ -53,6 +72,7 @@ protected:
     };
 
     std::shared_ptr<State> m_state = std::make_shared<State>();
+    Moment m_deadline = Moment::max();
 };
 
 /// Requests the stop.

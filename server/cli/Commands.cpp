@@ -2,7 +2,9 @@
 
 #include "base/JsonAccess.h"
 #include "base/Text.h"
+#include "providers/UpstreamSettings.h"
 #include "store/Accounts.h"
+#include "store/Connections.h"
 #include "store/Sessions.h"
 #include "store/UsageLedger.h"
 
@@ -176,6 +178,17 @@ void checkConfig(const Options &, const Config &config, CommandContext &context)
     for (const ConfiguredProvider &provider : config.providers) {
         if (!provider.summary.empty())
             context.out << provider.name << ": " << provider.summary << '\n';
+    }
+    const auto connections = ConnectionFile(config.connectionFile()).load();
+    if (!connections) {
+        context.out << "connected models cannot be read: " << connections.error() << '\n';
+        return;
+    }
+    for (const Connection &connection : *connections) {
+        for (const ConnectedModel &model : connection.models)
+            context.out << "connected on the account page: " << model.name << " ("
+                        << connection.provider << ", " << hostOfUrl(connection.baseUrl)
+                        << (config.takesConnections ? ")\n" : "), ignored offline\n");
     }
 }
 

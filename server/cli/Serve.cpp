@@ -48,14 +48,6 @@ void waitForSignal()
     }
 }
 
-std::string modelSummary(const Config &config)
-{
-    std::string text;
-    for (const ModelSettings &model : config.models)
-        text += (text.empty() ? "" : ", ") + model.id;
-    return text;
-}
-
 } // namespace
 
 int serve(const Config &config, CommandContext &context)
@@ -76,8 +68,7 @@ int serve(const Config &config, CommandContext &context)
     if (config.server.allowRemote)
         Log::event("[Serve] WARNING: Connections are not encrypted; put a TLS proxy in front "
                    "before letting other machines in");
-    Log::event("[Serve] Data file " + config.dataFile.string() +
-               ", models: " + modelSummary(config) + ", default " + config.defaultModel);
+    Log::event("[Serve] Data file " + config.dataFile.string() + ", models: " + server.models());
     std::thread serving([&server] { server.run(); });
     context.out << "listening on " << server.address() << std::endl;
 

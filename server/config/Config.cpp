@@ -104,6 +104,8 @@ const ConfiguredProvider *providerNamed(const Config &config, const std::string 
 /// Adds a model with its empty fields filled in.
 void addModel(Config &config, ModelSettings model)
 {
+    if (const ConfiguredProvider *provider = providerNamed(config, model.provider))
+        model.destination = provider->destination;
     if (model.upstream.empty())
         model.upstream = model.id;
     if (model.displayName.empty())
@@ -124,6 +126,7 @@ void useOnly(Config &config, const ConfiguredProvider &provider)
     config.models.clear();
     addModelsOf(config, provider);
     config.defaultModel = config.models.front().id;
+    config.takesConnections = false;
 }
 
 void readModels(TomlReader &root, Config &config)
@@ -204,6 +207,18 @@ ServiceSettings::ServiceSettings()
                     "pressure.\n"
                     "Do not add explanations outside this format.")
 {}
+
+std::filesystem::path Config::connectionFile() const
+{
+    return dataFile.parent_path() / "connections.json";
+}
+
+bool Config::hasOnlyFallback() const
+{
+    return std::all_of(models.begin(), models.end(), [this](const ModelSettings &model) {
+        return model.provider == providers.back().name;
+    });
+}
 
 void Config::useFallbackProvider()
 {

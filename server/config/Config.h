@@ -111,6 +111,8 @@ struct Config
     /// Never empty after parsing; the first is the default unless defaultModel says otherwise.
     std::vector<ModelSettings> models;
     std::string defaultModel;
+    /// Whether models connected on the account page are offered; not when only the fallback may be.
+    bool takesConnections = true;
     std::filesystem::path dataFile;
 
     /// Reads @p file (all keys optional, unknown keys are errors) and applies @p environment.
@@ -122,6 +124,10 @@ struct Config
     static tl::expected<Config, std::string>
     parse(const std::string &toml, const std::string &name, const Environment &environment,
           const std::vector<Provider> &providers = builtInProviders());
+    /// Whether no model but those of the provider that needs no configuration is configured.
+    bool hasOnlyFallback() const;
+    /// The file with the models connected on the account page, beside the data file.
+    std::filesystem::path connectionFile() const;
     /// Offers only the models of the provider that needs no configuration.
     void useFallbackProvider();
     /// The settings that switch a provider on, as a phrase such as "A, or B for a local server".

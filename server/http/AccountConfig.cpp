@@ -5,13 +5,15 @@
 namespace quellora::server {
 namespace {
 
-nlohmann::json modelList(const Config &config)
+nlohmann::json modelList(const ModelCatalog &catalog)
 {
     nlohmann::json models = nlohmann::json::array();
-    for (const ModelSettings &model : config.models) {
+    for (const ModelSettings &model : catalog.models()) {
         models.push_back({{"id", model.id},
                           {"displayName", model.displayName},
                           {"descriptor", model.descriptor}});
+        if (!model.destination.empty())
+            models.back()["destination"] = model.destination;
     }
     return models;
 }
@@ -31,12 +33,13 @@ nlohmann::json messageRecord(const AdminMessage &message)
     return record;
 }
 
-nlohmann::json configRecord(Services &services, const Account &account)
+nlohmann::json configRecord(Services &services, const Account &account, bool isOwner)
 {
+    const auto catalog = services.models.current();
     const ServiceSettings &service = services.config.service;
     const UsageFigures figures = services.usage.figures(account);
-    nlohmann::json record = {{"model", services.config.defaultModel},
-                             {"availableModels", modelList(services.config)},
+    nlohmann::json record = {{"model", catalog->defaultModel()},
+                             {"availableModels", modelList(*catalog)},
                              {"defaultPrompt", service.defaultPrompt},
                              {"minimumAppVersion", service.minimumAppVersion},
                              {"tokensUsed", figures.used},
@@ -47,6 +50,8 @@ nlohmann::json configRecord(Services &services, const Account &account)
                              {"plan", account.plan},
                              {"subscriptionStatus", "active"},
                              {"heartbeatIntervalSeconds", service.heartbeatIntervalSeconds}};
+    if (isOwner && catalog->lacksModel())
+        record["connectModel"] = true;
     if (service.adminMessage)
         record["adminMessage"] = messageRecord(*service.adminMessage);
     if (service.requestLogs)
@@ -59,10 +64,11 @@ nlohmann::json configRecord(Services &services, const Account &account)
 } // namespace
 
 std::string loginResponse(Services &services, const Account &account, const std::string &token,
-                          const std::string &sessionId)
+                          const std::string &sessionId, bool isOwner)
 {
-    return compactJson(
-        {{"token", token}, {"sessionId", sessionId}, {"config", configRecord(services, account)}});
+    return compactJson({{"token", token},
+                        {"sessionId", sessionId},
+                        {"config", configRecord(services, account, isOwner)}});
 }
 
 } // namespace quellora::server

@@ -59,7 +59,8 @@ void AuthRoutes::login(const httplib::Request &request, httplib::Response &respo
         const IssuedSession session = m_services.sessions.issue(result.account->id);
         Log::event("[AuthRoutes] Signed in account " + std::to_string(result.account->id));
         replyJson(response, 200,
-                  loginResponse(m_services, *result.account, session.token, session.id));
+                  loginResponse(m_services, *result.account, session.token, session.id,
+                                m_guard.isOwner(request)));
         return;
     }
     switch (result.refusal) {
@@ -96,7 +97,8 @@ void AuthRoutes::verify(const httplib::Request &request, httplib::Response &resp
             Log::event("[AuthRoutes] Browser sign-in completed for account " +
                        std::to_string(account->id));
             replyJson(response, 200,
-                      loginResponse(m_services, *account, session.token, session.id));
+                      loginResponse(m_services, *account, session.token, session.id,
+                                    m_guard.isOwner(request)));
         } else {
             replyError(response, 403, "the account is suspended");
         }
@@ -107,7 +109,8 @@ void AuthRoutes::verify(const httplib::Request &request, httplib::Response &resp
         return;
     const auto session = m_services.sessions.find(*token);
     replyJson(response, 200,
-              loginResponse(m_services, *account, *token, session ? session->id : ""));
+              loginResponse(m_services, *account, *token, session ? session->id : "",
+                            m_guard.isOwner(request)));
 }
 
 } // namespace quellora::server

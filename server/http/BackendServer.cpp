@@ -19,16 +19,17 @@ constexpr std::chrono::seconds writeTimeout(30);
 } // namespace
 
 BackendServer::BackendServer(Config config, Database &database, const PasswordHasher &hasher,
-                             const Clock &clock, PageRoutes::OwnUserCheck ownUser)
-    : m_services(std::move(config), database, hasher, clock)
+                             const Clock &clock, OwnUserCheck ownUser)
+    : m_services(std::move(config), database, hasher, clock,
+                 ownUser ? std::move(ownUser) : OwnUserCheck([this](const httplib::Request &r) {
+                     return peerIsOwnUser(r.remote_addr, r.remote_port, m_port);
+                 }))
     , m_guard(m_services)
     , m_auth(m_services)
     , m_query(m_services)
     , m_uploads(m_services)
-    , m_pages(m_services, ownUser ? std::move(ownUser)
-                                  : PageRoutes::OwnUserCheck([this](const httplib::Request &r) {
-                                        return peerIsOwnUser(r.remote_addr, r.remote_port, m_port);
-                                    }))
+    , m_pages(m_services)
+    , m_account(m_services)
 {
     hasher.verifyNobody("");
     configure();
@@ -126,15 +127,28 @@ void BackendServer::registerRoutes()
     });
     page("/login",
          [this](const auto &request, auto &response) { m_pages.loginPage(request, response); });
+    page("/account",
+         [this](const auto &request, auto &response) { m_account.overview(request, response); });
+    page("/account/connect",
+         [this](const auto &request, auto &response) { m_account.setupPage(request, response); });
+    for (const auto &[path, action] : {std::pair("/account/connect", &AccountRoutes::connect),
+                                       std::pair("/account/connect/models", &AccountRoutes::choose),
+                                       std::pair("/account/change", &AccountRoutes::change)}) {
+        post(path, smallBody,
+             [this, action](const auto &request, auto &response, const auto &body) {
+                 (m_account.*action)(request, response, body);
+             });
+    }
     for (const std::string path :
-         {"/", "/account", "/account/billing", "/reset-password", "/signup", "/pricing", "/help"}) {
+         {"/", "/account/billing", "/reset-password", "/signup", "/pricing", "/help"}) {
         page(path,
              [this, path](const auto &, auto &response) { m_pages.fixedPage(path, response); });
     }
     page("/style.css", [](const auto &, auto &response) { PageRoutes::styleSheet(response); });
     page("/healthz", [this](const auto &, auto &response) {
         replyJson(response, 200,
-                  compactJson({{"status", "ok"}, {"model", m_services.config.defaultModel}}));
+                  compactJson(
+                      {{"status", "ok"}, {"model", m_services.models.current()->defaultModel()}}));
     });
 }
 
@@ -159,6 +173,15 @@ std::string BackendServer::address() const
     return "http://" + (v6 ? "[" + host + "]" : host) + ":" + std::to_string(m_port);
 }
 
+std::string BackendServer::models() const
+{
+    const auto catalog = m_services.models.current();
+    std::string text;
+    for (const ModelSettings &model : catalog->models())
+        text += (text.empty() ? "" : ", ") + model.id;
+    return text + ", default " + catalog->defaultModel();
+}
+
 void BackendServer::run()
 {
     m_server.listen_after_bind();
@@ -168,6 +191,7 @@ void BackendServer::run()
 void BackendServer::stop()
 {
     m_services.stopping.requestStop();
+    m_account.stop();
     if (!m_services.streams.waitForNone(m_services.config.timing.stopGrace))
         Log::event("[BackendServer] WARNING: some answers did not end in time");
     // httplib::Server::stop() has no effect before its loop runs.

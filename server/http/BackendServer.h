@@ -1,5 +1,6 @@
 #pragma once
 
+#include "http/AccountRoutes.h"
 #include "http/AuthRoutes.h"
 #include "http/PageRoutes.h"
 #include "http/QueryRoutes.h"
@@ -20,12 +21,14 @@ class BackendServer
 {
 public:
     BackendServer(Config config, Database &database, const PasswordHasher &hasher,
-                  const Clock &clock, PageRoutes::OwnUserCheck ownUser = {});
+                  const Clock &clock, OwnUserCheck ownUser = {});
 
     /// Starts listening. Returns the port, or why it failed.
     tl::expected<int, std::string> bind();
     /// "http://host:port", once bound.
     std::string address() const;
+    /// The ids of the models on offer and the default one, for the log.
+    std::string models() const;
     /// Serves until stop().
     void run();
     void stop();
@@ -45,6 +48,7 @@ private:
     QueryRoutes m_query;
     UploadRoutes m_uploads;
     PageRoutes m_pages;
+    AccountRoutes m_account;
     httplib::Server m_server;
     int m_port = 0;
     std::atomic<bool> m_finished{false};

@@ -2,59 +2,14 @@
 
 #include "base/Log.h"
 #include "base/Text.h"
+#include "http/PageReplies.h"
 #include "http/PageText.h"
 
 namespace quellora::server {
-namespace {
 
-/// The text of the page's h1 element.
-std::string titleOf(const std::string &body)
-{
-    const std::size_t begin = body.find("<h1>");
-    const std::size_t end = body.find("</h1>");
-    if (begin == std::string::npos || end == std::string::npos)
-        return "Quellora";
-    return body.substr(begin + 4, end - begin - 4);
-}
-
-void replyPage(httplib::Response &response, int status, const std::string &body)
-{
-    response.status = status;
-    // Browsers also apply form-action to the redirect after a submission, so it has to allow the
-    // app's listener.
-    response.set_header("Content-Security-Policy",
-                        "default-src 'none'; style-src 'self'; base-uri 'none'; "
-                        "frame-ancestors 'none'; form-action 'self' http://127.0.0.1:9877");
-    response.set_header("X-Frame-Options", "DENY");
-    response.set_header("Cache-Control", "no-store");
-    response.set_content(pageHtml(titleOf(body), body), "text/html; charset=utf-8");
-}
-
-std::string field(const std::map<std::string, std::string> &fields, const std::string &name)
-{
-    const auto found = fields.find(name);
-    return found == fields.end() ? std::string() : found->second;
-}
-
-std::string hidden(const std::string &name, const std::string &value)
-{
-    return "<input type=\"hidden\" name=\"" + name + "\" value=\"" + htmlEscaped(value) + "\">\n";
-}
-
-} // namespace
-
-PageRoutes::PageRoutes(Services &services, OwnUserCheck ownUser)
-    : m_services(services)
-    , m_guard(services)
-    , m_signIn(services)
-    , m_ownUser(std::move(ownUser))
-    , m_nonces(services.clock)
+PageRoutes::PageRoutes(Services &services)
+    : m_services(services), m_guard(services), m_signIn(services), m_nonces(services.clock)
 {}
-
-bool PageRoutes::oneClick(const httplib::Request &request) const
-{
-    return m_services.config.server.oneClickSignIn && m_ownUser(request);
-}
 
 void PageRoutes::showLogin(const httplib::Request &request, httplib::Response &response, int status,
                            const std::string &problem)
@@ -65,7 +20,7 @@ void PageRoutes::showLogin(const httplib::Request &request, httplib::Response &r
                        "<p>This signs in the Quellora app on this computer.</p>\n";
     if (!problem.empty())
         body += "<p class=\"problem\" role=\"alert\">" + htmlEscaped(problem) + "</p>\n";
-    if (oneClick(request)) {
+    if (m_guard.isOwner(request)) {
         for (const Account &account : m_services.accounts.all()) {
             if (account.suspended)
                 continue;
@@ -84,7 +39,7 @@ void PageRoutes::showLogin(const httplib::Request &request, httplib::Response &r
             "<button type=\"submit\">Sign in</button>\n</form>\n"
             "<p><a href=\"/reset-password\">Forgot password?</a> · "
             "<a href=\"/signup\">Create an account</a></p>";
-    replyPage(response, status, body);
+    replyPage(response, status, body, FormTargets::AppListener);
 }
 
 void PageRoutes::loginPage(const httplib::Request &request, httplib::Response &response)
@@ -122,7 +77,7 @@ void PageRoutes::loginSubmit(const httplib::Request &request, httplib::Response 
     if (!field(fields, "account").empty()) {
         const auto id = parseCount(field(fields, "account"));
         const auto account = id ? m_services.accounts.find(*id) : std::nullopt;
-        if (!oneClick(request) || !account || account->suspended) {
+        if (!m_guard.isOwner(request) || !account || account->suspended) {
             showLogin(request, response, 403, "Please sign in with your password.");
             return;
         }
@@ -150,9 +105,7 @@ void PageRoutes::redirectWithToken(httplib::Response &response, const Account &a
 {
     Log::event("[PageRoutes] Browser sign-in for account " + std::to_string(account.id));
     const IssuedSession handover = m_services.sessions.issueHandover(account.id);
-    response.status = 303;
-    response.set_header("Cache-Control", "no-store");
-    response.set_header("Location", std::string(callback) + "?token=" + urlEncoded(handover.token));
+    replySeeOther(response, std::string(callback) + "?token=" + urlEncoded(handover.token));
 }
 
 void PageRoutes::fixedPage(const std::string &path, httplib::Response &response) const
@@ -167,7 +120,7 @@ void PageRoutes::fixedPage(const std::string &path, httplib::Response &response)
 void PageRoutes::styleSheet(httplib::Response &response)
 {
     response.status = 200;
-    response.set_header("Cache-Control", "max-age=3600");
+    response.set_header("Cache-Control", "no-cache");
     response.set_content(std::string(pageStyle()), "text/css; charset=utf-8");
 }
 

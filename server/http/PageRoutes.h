@@ -3,8 +3,6 @@
 #include "http/AuthRoutes.h"
 #include "http/FormNonces.h"
 
-#include <functional>
-
 namespace quellora::server {
 
 /// The pages for browsers: sign-in for the app, and static pages for the links that the app opens.
@@ -13,10 +11,7 @@ class PageRoutes
 public:
     /// The only address that receives tokens: the app's listener on this machine.
     static constexpr const char *callback = "http://127.0.0.1:9877/oauth-callback";
-    /// Whether a request comes from the user running the server.
-    using OwnUserCheck = std::function<bool(const httplib::Request &)>;
-
-    PageRoutes(Services &services, OwnUserCheck ownUser);
+    explicit PageRoutes(Services &services);
 
     void loginPage(const httplib::Request &request, httplib::Response &response);
     void loginSubmit(const httplib::Request &request, httplib::Response &response,
@@ -28,13 +23,11 @@ public:
 private:
     void showLogin(const httplib::Request &request, httplib::Response &response, int status,
                    const std::string &problem);
-    bool oneClick(const httplib::Request &request) const;
     void redirectWithToken(httplib::Response &response, const Account &account);
 
     Services &m_services;
     RequestGuard m_guard;
     PasswordSignIn m_signIn;
-    OwnUserCheck m_ownUser;
     FormNonces m_nonces;
 };
 

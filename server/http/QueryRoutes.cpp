@@ -99,12 +99,15 @@ void QueryRoutes::query(const httplib::Request &request, httplib::Response &resp
         replyRateLimited(response, busyWait);
         return;
     }
-    ChosenModel model = m_services.models.choose(query.model);
+    const auto catalog = m_services.models.current();
+    ChosenModel model = catalog->choose(query.model);
     ModelRequest question;
     question.prompt =
         trimmed(query.prompt).empty() ? m_services.config.service.defaultPrompt : query.prompt;
     question.jpeg = std::move(query.jpeg);
     question.model = model.upstreamName;
+    if (catalog->lacksModel() && m_guard.isOwner(request))
+        question.connectPage = "http://" + request.get_header_value("Host") + "/account";
     Log::event("[QueryRoutes] Query from account " + std::to_string(account->id) + " to model \"" +
                model.id + "\", picture: " + (question.jpeg.empty() ? "no" : "yes"));
     const auto stream = std::make_shared<QueryStream>(m_services, *account, std::move(model),

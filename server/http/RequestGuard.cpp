@@ -2,6 +2,7 @@
 
 #include "base/Text.h"
 #include "http/Replies.h"
+#include "providers/UpstreamSettings.h"
 
 #include <algorithm>
 
@@ -43,6 +44,18 @@ bool RequestGuard::originAllowed(const httplib::Request &request, httplib::Respo
     if (!ownSite || !ownOrigin)
         replyError(response, 403, "requests from other web pages are refused");
     return ownSite && ownOrigin;
+}
+
+bool RequestGuard::isOwner(const httplib::Request &request) const
+{
+    // A proxy's connections belong to the proxy's user, whoever is behind it.
+    const bool isForwarded = request.has_header("Forwarded") ||
+                             request.has_header("X-Forwarded-For") ||
+                             request.has_header("X-Forwarded-Host") ||
+                             request.has_header("X-Real-IP") || request.has_header("Via");
+    return m_services.config.server.oneClickSignIn && !isForwarded &&
+           isLoopbackHost(hostName(request.get_header_value("Host"))) &&
+           m_services.ownUser(request);
 }
 
 bool RequestGuard::jsonBody(const httplib::Request &request, httplib::Response &response) const

@@ -19,6 +19,8 @@ public:
     bool hostAllowed(const httplib::Request &request, httplib::Response &response) const;
     /// The request was not sent by a web page of another origin.
     bool originAllowed(const httplib::Request &request, httplib::Response &response) const;
+    /// The request comes from the user running the server, who may do without a password.
+    bool isOwner(const httplib::Request &request) const;
     /// The body is declared as JSON, which other origins cannot send without a preflight request.
     bool jsonBody(const httplib::Request &request, httplib::Response &response) const;
     /// The account of the bearer token: 401 without a valid session, 403 when suspended.

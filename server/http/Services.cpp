@@ -15,7 +15,7 @@ int streamThreads(std::size_t threads)
 } // namespace
 
 Services::Services(Config settings, Database &database, const PasswordHasher &hasher,
-                   const Clock &wallClock)
+                   const Clock &wallClock, OwnUserCheck ownUserCheck)
     : config(std::move(settings))
     , clock(wallClock)
     , accounts(database, hasher, wallClock)
@@ -24,7 +24,8 @@ Services::Services(Config settings, Database &database, const PasswordHasher &ha
     , usage(database, wallClock)
     , telemetry(database, wallClock)
     , logs(config.dataFile.parent_path() / "app-logs", wallClock, config.limits.keptLogs)
-    , models(config)
+    , models(config, ConnectionFile(config.connectionFile()))
+    , ownUser(std::move(ownUserCheck))
     , queryRate(wallClock, config.limits.queriesPerMinute, seconds(60))
     , loginFailures(wallClock, config.limits.loginFailures, config.limits.loginWindow)
     , authRate(wallClock, config.limits.authRequestsPerMinute, seconds(60))

@@ -12,13 +12,20 @@
 #include "store/UploadedLogs.h"
 #include "store/UsageLedger.h"
 
+#include <httplib.h>
+
+#include <functional>
+
 namespace quellora::server {
+
+/// Whether a request comes from the user running the server.
+using OwnUserCheck = std::function<bool(const httplib::Request &)>;
 
 /// What the request handlers share; owned by the server. All members are thread-safe.
 struct Services
 {
     Services(Config settings, Database &database, const PasswordHasher &hasher,
-             const Clock &wallClock);
+             const Clock &wallClock, OwnUserCheck ownUserCheck);
 
     Config config;
     const Clock &clock;
@@ -27,7 +34,8 @@ struct Services
     UsageLedger usage;
     Telemetry telemetry;
     UploadedLogs logs;
-    ModelCatalog models;
+    ModelOffers models;
+    OwnUserCheck ownUser;
     RateLimiter queryRate;
     RateLimiter loginFailures;
     RateLimiter authRate;

@@ -19,6 +19,37 @@ struct ModelRequest
     std::string jpeg;
     /// The provider's name for the model.
     std::string model;
+    /// Address of the page on which whoever asks may connect a model; empty when they may not.
+    std::string connectPage = {};
+};
+
+/// What went wrong between this server and a provider.
+struct UpstreamProblem
+{
+    enum class Kind {
+        /// The provider's address cannot be used.
+        Address,
+        /// No connection: unknown host, nothing listening, no network.
+        Unreachable,
+        /// The server's certificate is not trusted.
+        Certificate,
+        /// No word within the time allowed.
+        Silent,
+        /// Answered with the HTTP error `status`, or with an error inside its stream (`status` 0).
+        Refused,
+        /// Answered something else than what was asked for.
+        Malformed,
+        /// Sent more than is accepted.
+        TooLong,
+        /// The connection broke.
+        Interrupted
+    };
+
+    Kind kind = Kind::Interrupted;
+    int status = 0;
+    /// The provider's own words, bounded and without control characters. Only for whoever sets the
+    /// provider up: never logged.
+    std::string words = {};
 };
 
 /// How an answer ended.
@@ -39,13 +70,16 @@ struct AnswerOutcome
     /// What went wrong, for the log. Contains nothing of the prompt or the answer.
     std::string reason;
     std::chrono::seconds retryAfter{0};
+    /// Details of RateLimited and Failed.
+    UpstreamProblem problem = {};
     /// The provider's own count, if it sent one.
     std::optional<TokenCount> tokens;
 
-    static AnswerOutcome failed(std::string why)
+    static AnswerOutcome failed(std::string why, UpstreamProblem details = {})
     {
         AnswerOutcome outcome;
         outcome.reason = std::move(why);
+        outcome.problem = std::move(details);
         return outcome;
     }
 };

@@ -2,10 +2,11 @@
 
 #include "config/Config.h"
 #include "model/Answer.h"
+#include "store/Connections.h"
 
 #include <map>
-#include <optional>
-#include <string>
+#include <memory>
+#include <mutex>
 
 namespace quellora::server {
 
@@ -19,19 +20,60 @@ struct ChosenModel
     bool usedFallback = false;
 };
 
-/// Finds the model for a query. Immutable, so usable from any thread.
+/// The models on offer: the configured ones, then the connected ones. Immutable, so usable from any
+/// thread.
 class ModelCatalog
 {
 public:
-    /// Sets up each provider that @p config lists models of.
-    explicit ModelCatalog(const Config &config);
+    /// Sets up each provider that @p config lists models of, and each of @p connections. Where a
+    /// model is connected, the models of the provider that needs no configuration stay away.
+    ModelCatalog(const Config &config, const std::vector<Connection> &connections);
+
+    /// The models in the order of the app's list. Never empty; ids are unique.
+    const std::vector<ModelSettings> &models() const { return m_models; }
+    const std::string &defaultModel() const { return m_default; }
+    /// Whether nothing but the provider that needs no configuration answers, although a model could
+    /// be connected.
+    bool lacksModel() const { return m_lacksModel; }
 
     /// The model with that id; the default one when none is named or the id is unknown.
     ChosenModel choose(const std::optional<std::string> &id) const;
 
 private:
-    std::map<std::string, ChosenModel> m_models;
+    void add(ModelSettings model, AnswerFunction answer);
+    void addConfigured(const Config &config);
+    void addConnected(const Config &config, const Connection &connection);
+
+    std::vector<ModelSettings> m_models;
+    std::map<std::string, AnswerFunction> m_answers;
     std::string m_default;
+    bool m_lacksModel = false;
+};
+
+/// The catalog in force. Thread-safe; whoever holds a catalog keeps it while another is put in
+/// force.
+class ModelOffers
+{
+public:
+    /// @p config must outlive this object. Reads the stored connections; what is wrong with them is
+    /// in problem().
+    ModelOffers(const Config &config, ConnectionFile file);
+
+    std::shared_ptr<const ModelCatalog> current() const;
+    std::vector<Connection> connections() const;
+    /// Why the stored connections could not be read; empty when they could.
+    std::string problem() const;
+    /// Stores @p connections and puts them in force. Nothing, or why everything stays as it was. A
+    /// file that could not be read is kept under another name.
+    std::optional<std::string> replace(std::vector<Connection> connections);
+
+private:
+    const Config &m_config;
+    const ConnectionFile m_file;
+    mutable std::mutex m_mutex;
+    std::string m_problem;
+    std::vector<Connection> m_connections;
+    std::shared_ptr<const ModelCatalog> m_current;
 };
 
 } // namespace quellora::server

@@ -1,7 +1,9 @@
 #include "model/UpstreamTransfer.h"
 
+#include "base/JsonAccess.h"
 #include "base/Text.h"
 #include "model/EventStreamReader.h"
+#include "model/ProviderWords.h"
 
 #include <httplib.h>
 
@@ -16,6 +18,8 @@ namespace {
 
 constexpr std::int64_t defaultRetrySeconds = 30;
 constexpr std::int64_t longestRetrySeconds = 3600;
+/// How much of an error's body is read for its message.
+constexpr std::size_t errorBytes = 16U * 1024U;
 
 /// Retry-After in seconds. The date form and unreadable values count as absent.
 std::chrono::seconds retryAfter(const httplib::Response &response)
@@ -58,64 +62,179 @@ private:
     std::thread m_thread;
 };
 
-AnswerOutcome outcomeOfStatus(const httplib::Response &response)
+AnswerOutcome outcomeOfStatus(const httplib::Response &response, const std::string &body)
 {
+    using Kind = UpstreamProblem::Kind;
+    const UpstreamProblem problem{Kind::Refused, response.status, providerWords(body)};
     if (response.status == 429) {
         AnswerOutcome outcome;
         outcome.kind = AnswerOutcome::Kind::RateLimited;
         outcome.retryAfter = retryAfter(response);
         outcome.reason = "the provider limits the rate";
+        outcome.problem = problem;
         return outcome;
     }
     if (response.status == 401 || response.status == 403)
         return AnswerOutcome::failed("the provider refused the API key (HTTP " +
-                                     std::to_string(response.status) + ")");
-    return AnswerOutcome::failed("the provider answered HTTP " + std::to_string(response.status));
+                                         std::to_string(response.status) + ")",
+                                     problem);
+    return AnswerOutcome::failed("the provider answered HTTP " + std::to_string(response.status),
+                                 problem);
+}
+
+/// What a failed transfer of at most @p silence without a byte means.
+UpstreamProblem problemOf(httplib::Error error, std::chrono::steady_clock::duration lastSilence,
+                          std::chrono::milliseconds silence)
+{
+    using Kind = UpstreamProblem::Kind;
+    switch (error) {
+    case httplib::Error::Connection:
+    case httplib::Error::SSLConnection:
+        return {Kind::Unreachable};
+    case httplib::Error::SSLLoadingCerts:
+    case httplib::Error::SSLServerVerification:
+        return {Kind::Certificate};
+    case httplib::Error::ConnectionTimeout:
+        return {Kind::Silent};
+    default:
+        return {lastSilence >= silence ? Kind::Silent : Kind::Interrupted};
+    }
+}
+
+/// A base address split for the HTTP library.
+struct Upstream
+{
+    std::string server;
+    std::string prefix;
+
+    explicit Upstream(std::string baseUrl)
+    {
+        while (!baseUrl.empty() && baseUrl.back() == '/')
+            baseUrl.pop_back();
+        const std::size_t path =
+            std::min(baseUrl.find('/', baseUrl.find("://") + 3), baseUrl.size());
+        server = baseUrl.substr(0, path);
+        prefix = baseUrl.substr(path);
+    }
+    /// The library throws for other schemes.
+    bool isHttp() const
+    {
+        return server.rfind("http://", 0) == 0 || server.rfind("https://", 0) == 0;
+    }
+};
+
+void prepare(httplib::Client &client, std::chrono::milliseconds connect,
+             std::chrono::milliseconds silence)
+{
+    client.set_connection_timeout(connect);
+    client.set_read_timeout(silence);
+    client.set_write_timeout(silence);
+    client.set_keep_alive(false);
+    client.set_tcp_nodelay(true);
 }
 
 } // namespace
 
-AnswerOutcome postForEvents(std::string baseUrl, const std::string &path, const Headers &headers,
-                            const std::string &body, const TimingSettings &timing,
-                            const EventHandler &onEvent, const StopToken &stop)
+tl::expected<std::string, UpstreamProblem>
+getDocument(const std::string &baseUrl, const std::string &path, const Headers &headers,
+            const DocumentLimits &limits, const StopToken &stop)
 {
-    while (!baseUrl.empty() && baseUrl.back() == '/')
-        baseUrl.pop_back();
-    const std::size_t prefix = std::min(baseUrl.find('/', baseUrl.find("://") + 3), baseUrl.size());
-    httplib::Client client(baseUrl.substr(0, prefix));
+    using Kind = UpstreamProblem::Kind;
+    const Upstream upstream(baseUrl);
+    if (!upstream.isHttp())
+        return tl::make_unexpected(UpstreamProblem{Kind::Address});
+    httplib::Client client(upstream.server);
     if (!client.is_valid())
-        return AnswerOutcome::failed("the provider's address cannot be used");
-    client.set_connection_timeout(timing.connect);
-    client.set_read_timeout(timing.stall);
-    client.set_write_timeout(timing.stall);
-    client.set_keep_alive(false);
-    client.set_tcp_nodelay(true);
+        return tl::make_unexpected(UpstreamProblem{Kind::Address});
+    prepare(client, limits.connect, limits.total);
+
+    httplib::Request request;
+    request.method = "GET";
+    request.path = upstream.prefix + path;
+    for (const auto &[name, value] : headers)
+        request.headers.emplace(name, value);
+    request.headers.emplace("Accept", "application/json");
+    std::string body;
+    int status = 0;
+    bool isTooLong = false;
+    request.response_handler = [&](const httplib::Response &response) {
+        status = response.status;
+        return true;
+    };
+    request.content_receiver = [&](const char *data, std::size_t length, auto, auto) {
+        isTooLong = body.size() + length > limits.bytes;
+        if (!isTooLong)
+            body.append(data, length);
+        return !isTooLong;
+    };
+    const StopToken limited = stop.before(std::chrono::steady_clock::now() + limits.total);
+    const httplib::Result result = [&] {
+        const Canceller canceller(client, limited);
+        return client.send(request);
+    }();
+    if (status > 0 && status != 200)
+        return tl::make_unexpected(UpstreamProblem{Kind::Refused, status, providerWords(body)});
+    if (isTooLong)
+        return tl::make_unexpected(UpstreamProblem{Kind::TooLong});
+    if (limited.expired())
+        return tl::make_unexpected(UpstreamProblem{Kind::Silent});
+    if (!result)
+        return tl::make_unexpected(problemOf(result.error(), {}, limits.total));
+    return body;
+}
+
+AnswerOutcome postForEvents(const std::string &baseUrl, const std::string &path,
+                            const Headers &headers, const std::string &body,
+                            const TimingSettings &timing, const EventHandler &onEvent,
+                            const StopToken &stop)
+{
+    using Kind = UpstreamProblem::Kind;
+    const AnswerOutcome unusable =
+        AnswerOutcome::failed("the provider's address cannot be used", {Kind::Address});
+    const Upstream upstream(baseUrl);
+    if (!upstream.isHttp())
+        return unusable;
+    httplib::Client client(upstream.server);
+    if (!client.is_valid())
+        return unusable;
+    prepare(client, timing.connect, timing.stall);
 
     StreamStep step = StreamStep::Continue;
+    std::string brokenEvent;
     EventStreamReader reader([&](std::string_view data) {
         step = onEvent(data);
+        if (step == StreamStep::Broken || step == StreamStep::RateLimited)
+            brokenEvent = data;
         return step == StreamStep::Continue;
     });
     bool tooLong = false;
-    int status = 0;
+    // Status and headers as soon as they have arrived; status -1 before.
+    httplib::Response response;
+    std::string errorBody;
+    auto lastByte = std::chrono::steady_clock::now();
 
     httplib::Request request;
     request.method = "POST";
-    request.path = baseUrl.substr(prefix) + path;
+    request.path = upstream.prefix + path;
     request.body = body;
     for (const auto &[name, value] : headers)
         request.headers.emplace(name, value);
     request.headers.emplace("Content-Type", "application/json");
     request.headers.emplace("Accept", "text/event-stream");
-    request.response_handler = [&](const httplib::Response &response) {
-        status = response.status;
+    request.response_handler = [&](const httplib::Response &head) {
+        response.headers = head.headers;
+        response.status = head.status;
+        lastByte = std::chrono::steady_clock::now();
         return !stop.stopRequested();
     };
     request.content_receiver = [&](const char *data, std::size_t length, auto, auto) {
         if (stop.stopRequested())
             return false;
-        if (status != 200)
-            return true;
+        lastByte = std::chrono::steady_clock::now();
+        if (response.status != 200) {
+            errorBody.append(data, std::min(length, errorBytes - errorBody.size()));
+            return errorBody.size() < errorBytes;
+        }
         if (reader.feed(std::string_view(data, length)))
             return true;
         tooLong = step == StreamStep::Continue;
@@ -126,7 +245,7 @@ AnswerOutcome postForEvents(std::string baseUrl, const std::string &path, const 
         const Canceller canceller(client, stop);
         return client.send(request);
     }();
-    if (result && status == 200 && step == StreamStep::Continue)
+    if (result && response.status == 200 && step == StreamStep::Continue)
         reader.finish();
 
     AnswerOutcome outcome;
@@ -138,16 +257,24 @@ AnswerOutcome postForEvents(std::string baseUrl, const std::string &path, const 
         outcome.kind = AnswerOutcome::Kind::RateLimited;
         outcome.retryAfter = std::chrono::seconds(defaultRetrySeconds);
         outcome.reason = "the provider limits the rate";
-    } else if (status != 0 && status != 200 && result) {
-        outcome = outcomeOfStatus(*result);
+        outcome.problem = {Kind::Refused, 429, providerWords(brokenEvent)};
+    } else if (response.status > 0 && response.status != 200) {
+        outcome = outcomeOfStatus(response, errorBody);
     } else if (step == StreamStep::Broken) {
         outcome.reason = "the provider reported an error in its stream";
+        outcome.problem = parsedObject(brokenEvent)
+                              ? UpstreamProblem{Kind::Refused, 0, providerWords(brokenEvent)}
+                              : UpstreamProblem{Kind::Malformed};
     } else if (tooLong) {
         outcome.reason = "the provider sent an event that is too long";
+        outcome.problem = {Kind::TooLong};
     } else if (!result) {
         outcome.reason = "the transfer failed: " + httplib::to_string(result.error());
+        outcome.problem =
+            problemOf(result.error(), std::chrono::steady_clock::now() - lastByte, timing.stall);
     } else {
         outcome.reason = "the provider's stream ended early";
+        outcome.problem = {Kind::Malformed};
     }
     return outcome;
 }

@@ -9,6 +9,8 @@
 namespace quellora::server {
 namespace {
 
+constexpr const char *defaultBaseUrl = "https://api.anthropic.com";
+
 std::string requestBody(const ModelRequest &request, int maxTokens)
 {
     nlohmann::json content = nlohmann::json::array();
@@ -82,24 +84,42 @@ private:
     std::optional<TokenCount> m_tokens;
 };
 
+Headers identification(const UpstreamSettings &settings)
+{
+    return {{"x-api-key", settings.apiKey}, {"anthropic-version", "2023-06-01"}};
+}
+
 AnswerOutcome answer(const UpstreamSettings &settings, const TimingSettings &timing,
                      const ModelRequest &request, const TextSink &sink, const StopToken &stop)
 {
     Reader reader(sink);
     AnswerOutcome outcome = postForEvents(
-        settings.baseUrl, "/v1/messages",
-        {{"x-api-key", settings.apiKey}, {"anthropic-version", "2023-06-01"}},
+        settings.baseUrl, "/v1/messages", identification(settings),
         requestBody(request, settings.maxOutputTokens), timing,
         [&reader](std::string_view data) { return reader.read(data); }, stop);
     outcome.tokens = reader.tokens();
     return outcome;
 }
 
+AnswerFunction answerFunction(const UpstreamSettings &settings, const TimingSettings &timing)
+{
+    return std::bind_front(answer, settings, timing);
+}
+
+tl::expected<std::vector<OfferedModel>, UpstreamProblem>
+listModels(const UpstreamSettings &settings, const DocumentLimits &limits, const StopToken &stop)
+{
+    return getDocument(settings.baseUrl, "/v1/models?limit=1000", identification(settings), limits,
+                       stop)
+        .and_then(
+            [](const std::string &document) { return listedModels(document, "display_name"); });
+}
+
 ConfiguredProvider configure(TomlReader &table, const Environment &environment)
 {
-    const UpstreamSettings settings =
-        readUpstream(table, environment, "ANTHROPIC", "https://api.anthropic.com");
+    const UpstreamSettings settings = readUpstream(table, environment, "ANTHROPIC", defaultBaseUrl);
     ConfiguredProvider provider;
+    provider.destination = hostOfUrl(settings.baseUrl);
     provider.setupVariable = "ANTHROPIC_API_KEY";
     if (settings.apiKey.empty())
         provider.missing = "anthropic.api_key or ANTHROPIC_API_KEY";
@@ -112,8 +132,10 @@ ConfiguredProvider configure(TomlReader &table, const Environment &environment)
     else
         provider.models = {{settings.model, settings.model, "Anthropic"}};
     provider.makeAnswer = [settings](const Config &config) {
-        return std::bind_front(answer, settings, config.timing);
+        return answerFunction(settings, config.timing);
     };
+    provider.connector =
+        Connector{{{"anthropic", "Anthropic", defaultBaseUrl, true}}, listModels, answerFunction};
     return provider;
 }
 

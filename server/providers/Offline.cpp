@@ -12,9 +12,8 @@ namespace quellora::server {
 namespace {
 
 const std::string heading = "## No model is configured\n\n";
-const std::string footerStart =
-    "\n---\n\nThis answer was made on this machine, without a model. For real answers set ";
-const std::string footerEnd = ", and start `quellora-backend` again.\n";
+const std::string footer =
+    "\n---\n\nThis answer was made on this machine, without a model. For real answers ";
 
 std::size_t lineCount(const ReadPage &page)
 {
@@ -104,7 +103,7 @@ bool looksLikeCode(const ReadBlock &block)
     return block.lines.size() >= 2 && static_cast<std::size_t>(code) * 2 >= block.lines.size();
 }
 
-AnswerOutcome answer(const std::shared_ptr<TextRecognizer> &recognizer, const std::string &footer,
+AnswerOutcome answer(const std::shared_ptr<TextRecognizer> &recognizer, const std::string &setup,
                      const ModelRequest &request, const TextSink &sink, const StopToken &stop)
 {
     AnswerOutcome outcome;
@@ -129,7 +128,10 @@ AnswerOutcome answer(const std::shared_ptr<TextRecognizer> &recognizer, const st
     } else {
         pieces.push_back("The screenshot could not be decoded.\n");
     }
-    pieces.push_back(footer);
+    pieces.push_back(footer + (request.connectPage.empty()
+                                   ? "set " + setup + ", and start `quellora-backend` again.\n"
+                                   : "choose **Connect a model** in the menu, or open <" +
+                                         request.connectPage + ">.\n"));
     for (const std::string &piece : pieces) {
         if (stop.stopRequested() || !sink(piece))
             return cancelled();
@@ -148,11 +150,12 @@ ConfiguredProvider configure(TomlReader &table, const Environment &)
     table.read("budget_milliseconds", budget, 100, 600000);
     settings.budget = std::chrono::milliseconds(budget);
 
+    provider.destination = "localhost";
     provider.models = {
         {"offline", "Offline reader", "Reads the screenshot's text on this machine"}};
     provider.makeAnswer = [settings](const Config &config) {
         return std::bind_front(answer, std::make_shared<TextRecognizer>(settings),
-                               footerStart + config.setupHint("`", "`") + footerEnd);
+                               config.setupHint("`", "`"));
     };
     return provider;
 }

@@ -4,6 +4,8 @@
 #include "model/UpstreamTransfer.h"
 #include "providers/UpstreamSettings.h"
 
+#include <algorithm>
+#include <array>
 #include <functional>
 
 namespace quellora::server {
@@ -19,7 +21,9 @@ std::string withoutVersion(std::string url)
     return url;
 }
 
-std::string requestBody(const ModelRequest &request, int maxTokens)
+constexpr const char *openAiBaseUrl = "https://api.openai.com";
+
+std::string requestBody(const ModelRequest &request, const UpstreamSettings &settings)
 {
     nlohmann::json content = request.prompt;
     if (!request.jpeg.empty()) {
@@ -29,8 +33,12 @@ std::string requestBody(const ModelRequest &request, int maxTokens)
             {{"type", "image_url"},
              {"image_url", {{"url", "data:image/jpeg;base64," + base64Encoded(request.jpeg)}}}});
     }
+    // The service refuses the older name for its newer models; other servers know only that one.
+    const char *limit = hostOfUrl(settings.baseUrl) == hostOfUrl(openAiBaseUrl)
+                            ? "max_completion_tokens"
+                            : "max_tokens";
     return compactJson({{"model", request.model},
-                        {"max_tokens", maxTokens},
+                        {limit, settings.maxOutputTokens},
                         {"stream", true},
                         {"stream_options", {{"include_usage", true}}},
                         {"messages", {{{"role", "user"}, {"content", content}}}}});
@@ -77,22 +85,85 @@ private:
     bool m_finishReason = false;
 };
 
+Headers identification(const UpstreamSettings &settings)
+{
+    Headers headers;
+    if (!settings.apiKey.empty())
+        headers.emplace_back("Authorization", "Bearer " + settings.apiKey);
+    return headers;
+}
+
 AnswerOutcome answer(const UpstreamSettings &settings, const TimingSettings &timing,
                      const ModelRequest &request, const TextSink &sink, const StopToken &stop)
 {
     Reader reader(sink);
-    Headers headers;
-    if (!settings.apiKey.empty())
-        headers.emplace_back("Authorization", "Bearer " + settings.apiKey);
     AnswerOutcome outcome = postForEvents(
-        withoutVersion(settings.baseUrl), "/v1/chat/completions", headers,
-        requestBody(request, settings.maxOutputTokens), timing,
+        withoutVersion(settings.baseUrl), "/v1/chat/completions", identification(settings),
+        requestBody(request, settings), timing,
         [&reader](std::string_view data) { return reader.read(data); }, stop);
     // Some servers close the stream after the finish reason without the "[DONE]" line.
     if (outcome.kind == AnswerOutcome::Kind::Failed && reader.sawFinishReason())
         outcome.kind = AnswerOutcome::Kind::Complete;
     outcome.tokens = reader.tokens();
     return outcome;
+}
+
+AnswerFunction answerFunction(const UpstreamSettings &settings, const TimingSettings &timing)
+{
+    return std::bind_front(answer, settings, timing);
+}
+
+/// Whether a model of that name answers questions. Lists also hold models for other tasks.
+bool isForQuestions(const OfferedModel &model)
+{
+    static constexpr std::array<std::string_view, 13> others = {
+        "embed",     "whisper",   "tts",  "dall-e",  "moderation", "transcribe", "realtime",
+        "gpt-image", "gpt-audio", "sora", "babbage", "davinci",    "rerank"};
+    const std::string name = lowered(model.name);
+    return std::none_of(others.begin(), others.end(), [&](std::string_view other) {
+        return name.find(other) != std::string::npos;
+    });
+}
+
+/// The file's name without folder and ending when a server names a model after its file.
+std::string fileTitle(const std::string &name)
+{
+    static constexpr std::string_view ending = ".gguf";
+    if (name.size() <= ending.size() || !lowered(name).ends_with(ending))
+        return name;
+    const std::size_t folder = name.find_last_of("/\\");
+    const std::string file = folder == std::string::npos ? name : name.substr(folder + 1);
+    return file.substr(0, file.size() - ending.size());
+}
+
+tl::expected<std::vector<OfferedModel>, UpstreamProblem>
+listModels(const UpstreamSettings &settings, const DocumentLimits &limits, const StopToken &stop)
+{
+    auto models = getDocument(withoutVersion(settings.baseUrl), "/v1/models",
+                              identification(settings), limits, stop)
+                      .and_then([](const std::string &document) {
+                          return listedModels(document, "display_name");
+                      });
+    if (models) {
+        std::erase_if(*models, [](const OfferedModel &model) { return !isForQuestions(model); });
+        for (OfferedModel &model : *models) {
+            if (model.title == model.name)
+                model.title = fileTitle(model.name);
+        }
+        std::stable_sort(models->begin(), models->end(), [](const auto &a, const auto &b) {
+            return lowered(a.title) < lowered(b.title);
+        });
+    }
+    return models;
+}
+
+std::vector<ConnectChoice> choices()
+{
+    return {{"openai", "OpenAI", openAiBaseUrl, true},
+            {"server", "Another server"},
+            {"llama.cpp", "llama.cpp", "http://127.0.0.1:8080", false, true},
+            {"ollama", "Ollama", "http://127.0.0.1:11434", false, true},
+            {"lm-studio", "LM Studio", "http://127.0.0.1:1234", false, true}};
 }
 
 ConfiguredProvider configure(TomlReader &table, const Environment &environment)
@@ -108,12 +179,14 @@ ConfiguredProvider configure(TomlReader &table, const Environment &environment)
     else
         provider.summary =
             settings.baseUrl + ", key " + (settings.apiKey.empty() ? "not set" : "set");
+    provider.destination = hostOfUrl(settings.baseUrl);
     const std::string model = settings.model.empty() ? "default" : settings.model;
     provider.models = {{model, model, "OpenAI-compatible server"}};
     provider.offersAdditionally = !settings.model.empty();
     provider.makeAnswer = [settings](const Config &config) {
-        return std::bind_front(answer, settings, config.timing);
+        return answerFunction(settings, config.timing);
     };
+    provider.connector = Connector{choices(), listModels, answerFunction};
     return provider;
 }
 

@@ -3,13 +3,19 @@
 #include "base/Environment.h"
 #include "model/Answer.h"
 
+#include <tl/expected.hpp>
+
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace quellora::server {
 
 struct Config;
+struct DocumentLimits;
+struct TimingSettings;
+struct UpstreamSettings;
 class TomlReader;
 
 /// One model of the app's picker and the provider that answers for it.
@@ -22,6 +28,40 @@ struct ModelSettings
     std::string upstream = {};
     /// Name of the provider.
     std::string provider = {};
+    /// The host that gets the questions and pictures, as this server sees it.
+    std::string destination = {};
+};
+
+/// A server that the account page offers to connect.
+struct ConnectChoice
+{
+    /// Names it in forms.
+    std::string id;
+    std::string title;
+    /// Empty when the owner is asked for it.
+    std::string baseUrl = {};
+    bool needsKey = false;
+    /// Offered only while a model server answers at baseUrl, which is on this machine.
+    bool isLocal = false;
+};
+
+/// A model in a provider's own list.
+struct OfferedModel
+{
+    std::string name;
+    std::string title;
+};
+
+/// How the account page connects models of a provider.
+struct Connector
+{
+    std::vector<ConnectChoice> choices;
+    /// Asks for the provider's list. Blocks; the time limit is in @p stop and @p limits.
+    std::function<tl::expected<std::vector<OfferedModel>, UpstreamProblem>(
+        const UpstreamSettings &settings, const DocumentLimits &limits, const StopToken &stop)>
+        listModels;
+    std::function<AnswerFunction(const UpstreamSettings &settings, const TimingSettings &timing)>
+        makeAnswer;
 };
 
 /// A provider after its configuration has been read.
@@ -37,14 +77,18 @@ struct ConfiguredProvider
     bool offersAdditionally = false;
     /// Whether the models of all other providers are ignored.
     bool isExclusive = false;
+    /// The host that gets the questions and pictures.
+    std::string destination = {};
     /// Printed by `check-config`; empty for no line.
     std::string summary = {};
     /// The environment variable that switches the provider on and a remark that follows it, for
     /// help texts. Empty when there is none.
     std::string setupVariable = {};
     std::string setupRemark = {};
-    /// Creates the function that answers for its models, once per server.
+    /// Creates the function that answers for its models.
     std::function<AnswerFunction(const Config &config)> makeAnswer = {};
+    /// How the account page connects it; absent when it cannot.
+    std::optional<Connector> connector = {};
 };
 
 /// Something that answers questions. All knowledge of one provider is in its own source file;

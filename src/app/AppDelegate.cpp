@@ -31,7 +31,9 @@ void log(const QString &message)
 } // namespace
 
 AppDelegate::AppDelegate(Collaborators collaborators, QObject *parent)
-    : QObject(parent), m_collaborators(std::move(collaborators))
+    : QObject(parent)
+    , m_collaborators(std::move(collaborators))
+    , m_prompts(m_collaborators.defaults)
 {}
 
 AppDelegate::~AppDelegate() = default;
@@ -46,6 +48,11 @@ void AppDelegate::applicationDidFinishLaunching()
         log(QStringLiteral("WARNING: ") + accessory.reason());
     setupEditMenu();
     connect(&m_collaborators.hotkeys, &HotkeyManager::pressed, this, &AppDelegate::handleHotkey);
+    connect(&m_collaborators.hotkeys, &HotkeyManager::promptPressed, this,
+            &AppDelegate::handlePrompt);
+    connect(&m_prompts, &PromptPresets::changed, this,
+            [this] { m_collaborators.hotkeys.setPrompts(m_prompts.list()); });
+    m_collaborators.hotkeys.setPrompts(m_prompts.list());
     connect(&m_collaborators.hotkeys, &HotkeyManager::deliveryChanged, this,
             &AppDelegate::reportKeys);
     m_collaborators.permissions.checkAccessibility();
@@ -101,6 +108,13 @@ void AppDelegate::handleHotkey(HotkeyAction action)
     case HotkeyAction::Retry:
         return m_overlay->retry();
     }
+}
+
+void AppDelegate::handlePrompt(const QString &promptId)
+{
+    const auto prompt = m_prompts.find(promptId);
+    if (m_overlay && prompt)
+        m_overlay->captureAndSendPrompt(prompt->text);
 }
 
 void AppDelegate::reportKeys()

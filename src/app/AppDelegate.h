@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/PromptPresets.h"
 #include "base/VantiroConfig.h"
 #include "login/LoginPresenter.h"
 #include "overlay/OverlayPresenter.h"
@@ -71,6 +72,8 @@ private:
     /// Refreshes the configuration when the machine wakes up.
     void watchDesktop();
     void handleHotkey(HotkeyAction action);
+    /// Captures and sends with one of the user's prompts.
+    void handlePrompt(const QString &promptId);
     /// Tells the user where keys are bound if hot keys do not work over every window.
     void reportKeys();
     void bringToFront();
@@ -81,6 +84,7 @@ private:
     void handleSessionExpired();
 
     Collaborators m_collaborators;
+    PromptPresets m_prompts;
     std::optional<VantiroConfig> m_config;
     std::unique_ptr<LoginPresenter> m_login;
     std::unique_ptr<OverlayPresenter> m_overlay;

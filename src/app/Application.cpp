@@ -31,8 +31,8 @@ Application::Application(std::unique_ptr<SingleInstance> instance)
     , m_permissions(m_platform->permissions(), m_platform->vocabulary(), m_platform->screenSource())
     , m_hotkeys(
           m_platform->globalHotkeys(), m_platform->vocabulary(), &std::chrono::steady_clock::now,
-          [this](HotkeyAction action, const QString &line) {
-              m_permissions.setProblem(hotkeyAction(action).jsonKey, line);
+          [this](const HotkeyId &id, const QString &line) {
+              m_permissions.setProblem(id.jsonKey(), line);
           },
           m_platform->desktopShortcuts())
     , m_auth(m_network, m_endpoints, [this] { return deviceFields(); })
@@ -165,7 +165,7 @@ std::unique_ptr<OverlayPresenter> Application::makeOverlay(const VantiroConfig &
             *m_platform, m_settings, *m_defaults, m_notifications, m_session, m_queries, m_engine,
             std::move(view), QUrl(QStringLiteral("qrc:/qt/qml/Quellora/Page/ResponseView.qml")),
             &m_saver, m_endpoints, [this] { return capture(); }, &QCoreApplication::quit, m_hotkeys,
-            &m_library, &m_permissions, &m_exportDialog});
+            &m_library, &m_permissions, &m_exportDialog, [this] { m_heartbeat.poll(); }});
 }
 
 QFuture<ScreenshotCapture::Outcome> Application::capture()

@@ -3,7 +3,9 @@
 #include <QHash>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QRegularExpression>
 
+#include <algorithm>
 #include <cmath>
 
 namespace quellora {
@@ -107,6 +109,26 @@ void insertIfPresent(QJsonObject &object, const char *key, const std::optional<T
         object.insert(QLatin1String(key), *value);
 }
 
+/// Whether @p text is a host name or address and nothing else. Longer or other texts could pretend
+/// to be a part of the panel.
+bool isHostName(const QString &text)
+{
+    constexpr qsizetype longest = 253;
+    return !text.isEmpty() && text.size() <= longest &&
+           std::all_of(text.begin(), text.end(), [](QChar c) {
+               return (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z') ||
+                      (c >= u'0' && c <= u'9') || QStringLiteral(".-_:[]").contains(c);
+           });
+}
+
+bool isLoopbackHost(const QString &host)
+{
+    static const QRegularExpression loopback(
+        QStringLiteral("^(localhost|127(\\.[0-9]{1,3}){3}|::1|\\[::1\\])$"),
+        QRegularExpression::CaseInsensitiveOption | QRegularExpression::DontCaptureOption);
+    return loopback.match(host).hasMatch();
+}
+
 QJsonObject deviceObject(const DeviceFields &device)
 {
     QJsonObject hotkeys;
@@ -126,19 +148,35 @@ Decoded<ModelOption> ModelOption::fromJson(const QJsonValue &value)
     reader.required("id", model.id);
     reader.required("displayName", model.displayName);
     reader.required("descriptor", model.descriptor);
+    // A backend's mistake in this hint must not cost the sign-in.
+    const QString destination = reader.value("destination").toString();
+    if (isHostName(destination))
+        model.destination = destination.toLower();
     return finish(reader, model);
 }
 
 QJsonObject ModelOption::toJson() const
 {
-    return {{QStringLiteral("id"), id},
-            {QStringLiteral("displayName"), displayName},
-            {QStringLiteral("descriptor"), descriptor}};
+    QJsonObject object{{QStringLiteral("id"), id},
+                       {QStringLiteral("displayName"), displayName},
+                       {QStringLiteral("descriptor"), descriptor}};
+    if (!destination.isEmpty())
+        object.insert(QStringLiteral("destination"), destination);
+    return object;
+}
+
+QString destinationName(const QString &host, const QUrl &backend)
+{
+    if (host.isEmpty() || !isLoopbackHost(host))
+        return host;
+    // The backend's own machine.
+    const QString place = backend.host();
+    return place.isEmpty() || isLoopbackHost(place) ? QStringLiteral("this machine") : place;
 }
 
 size_t qHash(const ModelOption &model, size_t seed) noexcept
 {
-    return qHashMulti(seed, model.id, model.displayName, model.descriptor);
+    return qHashMulti(seed, model.id, model.displayName, model.descriptor, model.destination);
 }
 
 Decoded<AdminMessagePayload> AdminMessagePayload::fromJson(const QJsonValue &value)
@@ -203,6 +241,7 @@ Decoded<AppConfigResponse> AppConfigResponse::fromJson(const QJsonValue &value)
     }
     reader.optional("requestLogs", config.requestLogs);
     reader.optional("debugLogging", config.debugLogging);
+    config.connectModel = reader.value("connectModel").toBool();
     return finish(reader, config);
 }
 
@@ -229,6 +268,8 @@ QJsonObject AppConfigResponse::toJson() const
         object.insert(QStringLiteral("adminMessage"), adminMessage->toJson());
     insertIfPresent(object, "requestLogs", requestLogs);
     insertIfPresent(object, "debugLogging", debugLogging);
+    if (connectModel)
+        object.insert(QStringLiteral("connectModel"), true);
     return object;
 }
 

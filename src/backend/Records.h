@@ -5,6 +5,7 @@
 #include <QMap>
 #include <QMetaType>
 #include <QString>
+#include <QUrl>
 
 #include <tl/expected.hpp>
 
@@ -27,11 +28,18 @@ struct ModelOption
     QString id;
     QString displayName;
     QString descriptor;
+    /// The host that gets the questions and pictures, as the backend sees it; empty if the backend
+    /// does not tell or tells something that is no host name.
+    QString destination = {};
 
     bool operator==(const ModelOption &) const = default;
     static Decoded<ModelOption> fromJson(const QJsonValue &value);
     QJsonObject toJson() const;
 };
+
+/// Where @p host of a model is for the user of the backend at @p backend: "this machine", a host
+/// name, or empty if unknown.
+QString destinationName(const QString &host, const QUrl &backend);
 
 size_t qHash(const ModelOption &model, size_t seed = 0) noexcept;
 
@@ -72,6 +80,8 @@ struct AppConfigResponse
     std::optional<AdminMessagePayload> adminMessage;
     std::optional<bool> requestLogs;
     std::optional<bool> debugLogging;
+    /// Whether nothing but a reader answers and this user can connect a model on the account page.
+    bool connectModel = false;
 
     bool operator==(const AppConfigResponse &) const = default;
     static Decoded<AppConfigResponse> fromJson(const QJsonValue &value);

@@ -81,6 +81,11 @@ public:
     /// The end of an answer is announced on the desktop while the panel is hidden.
     QUELLORA_SETTING(bool, notifyWhenAnswerReady, NotifyWhenAnswerReady, "notifyWhenAnswerReady",
                      false);
+    /// The panel starts where it was with the same screens, in that size and opacity.
+    QUELLORA_SETTING(bool, startsWhereLeft, StartsWhereLeft, "startsWhereLeft", true);
+    /// Size of the answer's text in percent; empty for the normal size. The store may hold a text
+    /// that is no size.
+    QUELLORA_SETTING(QString, answerTextSize, AnswerTextSize, "answerTextSize", QString());
 
 private:
     bool stored(const char *key, bool fallback) const;

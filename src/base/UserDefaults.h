@@ -16,6 +16,10 @@ namespace quellora {
 /// Storage keys that are not in the table of Settings.
 namespace DefaultsKey {
 inline constexpr auto hotkeyBindings = "hotkeyBindings";
+/// Where the panel was, by arrangement of the screens.
+inline constexpr auto panelPlaces = "panelPlaces";
+/// The user's prompts: a JSON list as text.
+inline constexpr auto promptPresets = "promptPresets";
 /// Whether a command has run an action, so the user knows how to bind commands to keys.
 inline constexpr auto actionCommandsUsed = "actionCommandsUsed";
 } // namespace DefaultsKey

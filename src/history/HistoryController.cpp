@@ -21,7 +21,7 @@ constexpr int changesPerIteration = 32;
 
 HistoryController::HistoryController(ThreadLibrary &library, ThreadController &threads,
                                      QObject *parent)
-    : QObject(parent), m_library(library), m_threads(threads)
+    : QObject(parent), m_library(library), m_threads(threads), m_search(library)
 {
     m_continueTimer.setSingleShot(true);
     m_continueTimer.setInterval(0);

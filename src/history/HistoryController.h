@@ -1,5 +1,6 @@
 #pragma once
 
+#include "history/HistorySearch.h"
 #include "history/ListedThreads.h"
 #include "history/ThreadLibrary.h"
 
@@ -33,6 +34,8 @@ public:
     qsizetype threadsRead() const { return m_threadsRead; }
     qsizetype threadsInAll() const { return m_totalThreads; }
     const QList<ThreadSummary> &historySessions() const { return m_listed.threads(); }
+    /// The search in the threads' texts.
+    HistorySearch &search() { return m_search; }
     /// The last action's error for the user; empty if there was none.
     const QString &notice() const { return m_notice; }
 
@@ -92,6 +95,7 @@ private:
     ThreadController &m_threads;
     std::unique_ptr<ListWatcher> m_listing;
     ListedThreads m_listed;
+    HistorySearch m_search;
     /// Continues applying changes in the next event loop iteration.
     QTimer m_continueTimer;
     bool m_isOpen = false;

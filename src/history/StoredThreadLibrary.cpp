@@ -1,6 +1,7 @@
 #include "history/StoredThreadLibrary.h"
 
 #include "history/ThreadListing.h"
+#include "history/ThreadSearch.h"
 
 #include <QPromise>
 
@@ -14,15 +15,19 @@ StoredThreadLibrary::StoredThreadLibrary(const CaptureSessionStore &store,
     : m_store(store), m_saver(saver)
 {
     m_readers.setMaxThreadCount(1);
+    m_searchers.setMaxThreadCount(1);
 }
 
 StoredThreadLibrary::~StoredThreadLibrary()
 {
     for (auto &list : m_lists)
         list.cancel();
+    for (auto &search : m_searches)
+        search.cancel();
     // Queued jobs refer to this object.
     m_saver.flush();
     m_readers.waitForDone();
+    m_searchers.waitForDone();
 }
 
 template <typename T>
@@ -52,6 +57,19 @@ QFuture<StoredThreadLibrary::Result<ThreadBatch>> StoredThreadLibrary::list()
             ThreadListing::read(m_store, *promise);
             promise->finish();
         });
+    });
+    return promise->future();
+}
+
+QFuture<ThreadHits> StoredThreadLibrary::search(const ThreadQuery &query)
+{
+    auto promise = std::make_shared<QPromise<ThreadHits>>();
+    promise->start();
+    m_searches.removeIf([](const auto &search) { return search.isFinished(); });
+    m_searches.append(promise->future());
+    m_searchers.start([this, promise, query] {
+        ThreadSearch::run(m_store, query, *promise);
+        promise->finish();
     });
     return promise->future();
 }

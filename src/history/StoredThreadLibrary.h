@@ -9,15 +9,17 @@ namespace quellora {
 
 /// ThreadLibrary over the store. Loading, renaming and deleting run in the saver's queue after
 /// earlier saves; lists are then read on a separate worker, so that a long one does not block it.
+/// Searches have a worker of their own.
 class StoredThreadLibrary : public ThreadLibrary
 {
 public:
     /// Both borrowed.
     StoredThreadLibrary(const CaptureSessionStore &store, BackgroundThreadSaver &saver);
-    /// Cancels running lists and blocks until all other work is done.
+    /// Cancels running lists and searches and blocks until all other work is done.
     ~StoredThreadLibrary() override;
 
     QFuture<Result<ThreadBatch>> list() override;
+    QFuture<ThreadHits> search(const ThreadQuery &query) override;
     QFuture<Result<CaptureSession>> load(const QUuid &id) override;
     QFuture<Result<void>> remove(const QUuid &id) override;
     QFuture<Result<void>> updateTitle(const QUuid &id,
@@ -30,7 +32,9 @@ private:
     const CaptureSessionStore &m_store;
     BackgroundThreadSaver &m_saver;
     QList<QFuture<Result<ThreadBatch>>> m_lists;
+    QList<QFuture<ThreadHits>> m_searches;
     QThreadPool m_readers;
+    QThreadPool m_searchers;
 };
 
 } // namespace quellora

@@ -1,9 +1,11 @@
 #pragma once
 
 #include "history/CaptureSessionStore.h"
+#include "history/ThreadHit.h"
 #include "history/ThreadSummary.h"
 
 #include <QFuture>
+#include <QLocale>
 
 namespace quellora {
 
@@ -26,7 +28,18 @@ struct ThreadBatch
     qsizetype total = 0;
 };
 
-/// Lists, loads, renames and deletes the stored threads.
+/// A text to look for in the notes, questions and answers of threads.
+struct ThreadQuery
+{
+    /// Not blank.
+    QString text;
+    /// Decides on the lower case of letters.
+    QLocale locale;
+    /// The threads to search, in the order in which hits are wanted.
+    QList<QUuid> threads;
+};
+
+/// Lists, searches, loads, renames and deletes the stored threads.
 ///
 /// Called on the main thread; disk access happens on a worker. Operations run in call order and
 /// after the saves requested before them.
@@ -41,6 +54,10 @@ public:
     /// All threads in batches, roughly newest first; a single error if the folder cannot be read.
     /// Cancelling the future stops the reading.
     virtual QFuture<Result<ThreadBatch>> list() = 0;
+    /// The first occurrence in each thread that has one, in batches roughly in the query's order.
+    /// Reads the files as they are and skips those that cannot be read; does not wait for saves.
+    /// Cancelling the future stops the search.
+    virtual QFuture<ThreadHits> search(const ThreadQuery &query) = 0;
     virtual QFuture<Result<CaptureSession>> load(const QUuid &id) = 0;
     /// Succeeds for an unknown thread.
     virtual QFuture<Result<void>> remove(const QUuid &id) = 0;

@@ -1,14 +1,13 @@
 #include "history/ThreadListing.h"
 
 #include "history/ThreadSummaryReader.h"
+#include "history/TwoWorkers.h"
 #include "platform/FileStatus.h"
 
 #include <QFile>
-#include <QThread>
 
 #include <algorithm>
-#include <atomic>
-#include <thread>
+#include <memory>
 
 namespace quellora {
 
@@ -20,27 +19,6 @@ struct Candidate
     /// Modification time of the description.
     qint64 modified = 0;
 };
-
-/// Calls the functor that @p makeWork creates per worker with 0 to @p count - 1, each number once
-/// and roughly in order: on the calling thread and, given more than one number and processor, on a
-/// second one.
-template <typename MakeWork>
-void forEachOnTwoWorkers(qsizetype count, MakeWork makeWork)
-{
-    std::atomic<qsizetype> next = 0;
-    const auto run = [&] {
-        auto work = makeWork();
-        for (qsizetype i = next++; i < count; i = next++)
-            work(i);
-    };
-    if (count < 2 || QThread::idealThreadCount() < 2) {
-        run();
-        return;
-    }
-    std::thread second(run);
-    run();
-    second.join();
-}
 
 /// Sorts the threads by the modification time of their description, newest first.
 void sortByModificationTime(QList<Candidate> &candidates, const QByteArray &root,

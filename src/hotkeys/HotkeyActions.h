@@ -6,6 +6,8 @@
 #include <QString>
 
 #include <array>
+#include <optional>
+#include <tuple>
 
 namespace quellora {
 
@@ -71,6 +73,40 @@ constexpr const HotkeyActionInfo &hotkeyAction(HotkeyAction action)
 {
     return hotkeyActions.at(static_cast<std::size_t>(action));
 }
+
+/// What a hot key does: an action of the table, or to capture and send with one of the user's
+/// prompts.
+class HotkeyId
+{
+public:
+    // NOLINTNEXTLINE(google-explicit-constructor): every action is one.
+    HotkeyId(HotkeyAction action) : m_action(action) {}
+    static HotkeyId prompt(const QString &promptId);
+    /// The one with this key in the stored overrides; nothing for other texts.
+    static std::optional<HotkeyId> fromJsonKey(const QString &key);
+
+    /// Whether it is one of the user's prompts.
+    bool isPrompt() const { return !m_promptId.isEmpty(); }
+    /// Of the table; only unless isPrompt().
+    HotkeyAction action() const { return m_action; }
+    /// Empty unless isPrompt().
+    const QString &promptId() const { return m_promptId; }
+    /// Key in the stored overrides and in the record sent at sign-in.
+    QString jsonKey() const;
+    /// Name in the desktop's shortcuts.
+    QString command() const;
+
+    bool operator==(const HotkeyId &) const = default;
+    /// The order of the table; prompts by id.
+    bool operator<(const HotkeyId &other) const
+    {
+        return std::tie(m_action, m_promptId) < std::tie(other.m_action, other.m_promptId);
+    }
+
+private:
+    HotkeyAction m_action;
+    QString m_promptId;
+};
 
 /// The keys that `config.json` may have for the actions.
 QList<VantiroConfig::HotkeyKey> hotkeyConfigKeys();

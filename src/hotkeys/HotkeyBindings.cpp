@@ -28,20 +28,27 @@ HotkeyCombos::HotkeyCombos(const VantiroConfig::Hotkeys &configured) : HotkeyCom
     replace(configured);
 }
 
-const QString &HotkeyCombos::operator[](HotkeyAction action) const
+const QString &HotkeyCombos::operator[](const HotkeyId &id) const
 {
-    return m_combos.at(static_cast<std::size_t>(action));
+    static const QString none;
+    if (!id.isPrompt())
+        return m_combos.at(static_cast<std::size_t>(id.action()));
+    const auto found = m_promptCombos.constFind(id.promptId());
+    return found == m_promptCombos.constEnd() ? none : *found;
 }
 
-QString &HotkeyCombos::operator[](HotkeyAction action)
+QString &HotkeyCombos::operator[](const HotkeyId &id)
 {
-    return m_combos.at(static_cast<std::size_t>(action));
+    return id.isPrompt() ? m_promptCombos[id.promptId()]
+                         : m_combos.at(static_cast<std::size_t>(id.action()));
 }
 
 void HotkeyCombos::replace(const QMap<QString, QString> &combos)
 {
-    for (const HotkeyActionInfo &row : hotkeyActions)
-        (*this)[row.action] = combos.value(row.jsonKey, (*this)[row.action]);
+    for (auto it = combos.begin(); it != combos.end(); ++it) {
+        if (const auto id = HotkeyId::fromJsonKey(it.key()))
+            (*this)[*id] = it.value();
+    }
 }
 
 HotkeyCombos HotkeyBindings::loadEffective(const HotkeyCombos &fallback,
@@ -52,17 +59,17 @@ HotkeyCombos HotkeyBindings::loadEffective(const HotkeyCombos &fallback,
     return effective;
 }
 
-void HotkeyBindings::setOverride(const QString &combo, HotkeyAction action, UserDefaults &defaults)
+void HotkeyBindings::setOverride(const QString &combo, const HotkeyId &id, UserDefaults &defaults)
 {
     QMap<QString, QString> stored = storedBindings(defaults);
-    stored.insert(hotkeyAction(action).jsonKey, combo);
+    stored.insert(id.jsonKey(), combo);
     defaults.setStringDictionary(storedBindingsKey(), stored);
 }
 
-void HotkeyBindings::clearOverride(HotkeyAction action, UserDefaults &defaults)
+void HotkeyBindings::clearOverride(const HotkeyId &id, UserDefaults &defaults)
 {
     QMap<QString, QString> stored = storedBindings(defaults);
-    stored.remove(hotkeyAction(action).jsonKey);
+    stored.remove(id.jsonKey());
     defaults.setStringDictionary(storedBindingsKey(), stored);
 }
 

@@ -4,6 +4,7 @@
 
 #include <QMap>
 #include <QString>
+#include <QStringList>
 
 #include <array>
 
@@ -11,8 +12,8 @@ namespace quellora {
 
 class UserDefaults;
 
-/// One combo per action, as it was written, e.g. "ctrl+alt+cmd+c"; empty where the action has none.
-/// A combo is not checked before it is registered.
+/// One combo per action and prompt, as it was written, e.g. "ctrl+alt+cmd+c"; empty where the
+/// action has none. A combo is not checked before it is registered.
 class HotkeyCombos
 {
 public:
@@ -21,8 +22,12 @@ public:
     /// The default combos replaced by those of `config.json`.
     explicit HotkeyCombos(const VantiroConfig::Hotkeys &configured);
 
-    const QString &operator[](HotkeyAction action) const;
-    QString &operator[](HotkeyAction action);
+    /// Empty for a prompt that has no combo.
+    const QString &operator[](const HotkeyId &id) const;
+    QString &operator[](const HotkeyId &id);
+    /// The prompts that have a combo, also those that exist no longer.
+    QStringList promptIds() const { return m_promptCombos.keys(); }
+    void removePrompt(const QString &promptId) { m_promptCombos.remove(promptId); }
     /// Takes over the combos of a map by JSON key; ignores keys of no action.
     void replace(const QMap<QString, QString> &combos);
 
@@ -30,6 +35,8 @@ public:
 
 private:
     std::array<QString, hotkeyActions.size()> m_combos;
+    /// By the prompt's id.
+    QMap<QString, QString> m_promptCombos;
 };
 
 /// The user's own bindings, stored per action over those of `config.json`. Main thread only.
@@ -38,9 +45,9 @@ namespace HotkeyBindings {
 /// @p fallback with every stored override applied.
 HotkeyCombos loadEffective(const HotkeyCombos &fallback, const UserDefaults &defaults);
 /// An empty combo unsets the action.
-void setOverride(const QString &combo, HotkeyAction action, UserDefaults &defaults);
+void setOverride(const QString &combo, const HotkeyId &id, UserDefaults &defaults);
 /// Leaves an empty dictionary behind when it was the last override.
-void clearOverride(HotkeyAction action, UserDefaults &defaults);
+void clearOverride(const HotkeyId &id, UserDefaults &defaults);
 
 } // namespace HotkeyBindings
 

@@ -26,9 +26,9 @@ HotkeyManager::HotkeyManager(GlobalHotkeys &platform, Vocabulary words, Clock cl
         return;
     connect(m_desktop, &DesktopShortcuts::changed, this, &HotkeyManager::followDesktop);
     connect(m_desktop, &DesktopShortcuts::activated, this, [this](const QString &id) {
-        for (const HotkeyActionInfo &row : hotkeyActions) {
-            if (id == QLatin1StringView(row.command) && m_isRunning)
-                fire(row.action);
+        for (const HotkeyId &each : ids()) {
+            if (id == each.command() && m_isRunning)
+                fire(each);
         }
     });
 }
@@ -38,6 +38,80 @@ HotkeyManager::~HotkeyManager()
     unregisterAll();
     if (m_handlerInstalled)
         m_platform.removeHandler();
+}
+
+void HotkeyManager::setPrompts(const QList<PromptPreset> &prompts)
+{
+    if (prompts == m_prompts)
+        return;
+    const QList<HotkeyId> before = ids();
+    m_prompts = prompts;
+    const QList<HotkeyId> now = ids();
+    for (const HotkeyId &id : before) {
+        if (now.contains(id))
+            continue;
+        unregisterAction(id);
+        m_combos.removePrompt(id.promptId());
+        if (m_refusals.contains(id))
+            setRefusal(id, std::nullopt);
+        registerRefusedBy(id);
+    }
+    if (m_isRunning && !isDesktopDelivering()) {
+        for (const HotkeyId &id : now) {
+            if (!before.contains(id))
+                registerAction(id, std::as_const(m_combos)[id]);
+        }
+    }
+    // The lines contain the prompts' names.
+    reportStandingProblems();
+    Q_EMIT promptsChanged();
+}
+
+void HotkeyManager::registerRefusedBy(const HotkeyId &holder)
+{
+    const QMap<HotkeyId, Refusal> refusals = m_refusals;
+    for (auto it = refusals.begin(); it != refusals.end(); ++it) {
+        if (it->reason == Refusal::Reason::OwnAction && it->holder == holder)
+            registerAction(it.key(), it->combo);
+    }
+}
+
+void HotkeyManager::reportStandingProblems()
+{
+    for (auto it = m_refusals.cbegin(); it != m_refusals.cend(); ++it)
+        m_problemSink(it.key(), problemLine(it.key(), *it));
+}
+
+QList<HotkeyId> HotkeyManager::ids() const
+{
+    QList<HotkeyId> ids;
+    ids.reserve(qsizetype(hotkeyActions.size()) + m_prompts.size());
+    for (const HotkeyActionInfo &row : hotkeyActions)
+        ids << row.action;
+    for (const PromptPreset &prompt : m_prompts)
+        ids << HotkeyId::prompt(prompt.id);
+    return ids;
+}
+
+QString HotkeyManager::title(const HotkeyId &id, const QString &answererName) const
+{
+    return id.isPrompt() ? QStringLiteral("Capture and send: ") + promptName(id)
+                         : hotkeyAction(id.action()).titleNaming(answererName);
+}
+
+QString HotkeyManager::logName(const HotkeyId &id) const
+{
+    // The prompt's name is the user's own text, which log lines leave out.
+    return id.isPrompt() ? QStringLiteral("Prompt ") + id.promptId()
+                         : QString::fromLatin1(hotkeyAction(id.action()).logName);
+}
+
+QString HotkeyManager::promptName(const HotkeyId &id) const
+{
+    const auto found =
+        std::find_if(m_prompts.begin(), m_prompts.end(),
+                     [&id](const PromptPreset &each) { return each.id == id.promptId(); });
+    return found == m_prompts.end() ? QString() : found->name;
 }
 
 void HotkeyManager::start(const HotkeyCombos &combos)
@@ -70,16 +144,14 @@ void HotkeyManager::resume(const HotkeyCombos &combos)
 
 bool HotkeyManager::updateHotkey(const QString &jsonKey, const QString &combo)
 {
-    const auto *const row =
-        std::find_if(hotkeyActions.begin(), hotkeyActions.end(),
-                     [&jsonKey](const HotkeyActionInfo &each) { return jsonKey == each.jsonKey; });
-    if (row == hotkeyActions.end()) {
+    const std::optional<HotkeyId> found = HotkeyId::fromJsonKey(jsonKey);
+    if (!found || !ids().contains(*found)) {
         Log::event(
             QStringLiteral("[HotkeyManager] ERROR: updateHotkey called with unknown jsonKey '") +
             jsonKey + u'\'');
         return false;
     }
-    const HotkeyAction action = row->action;
+    const HotkeyId &action = *found;
     if (isDesktopDelivering()) {
         m_combos[action] = combo;
         return true;
@@ -95,11 +167,7 @@ bool HotkeyManager::updateHotkey(const QString &jsonKey, const QString &combo)
     unregisterAction(action);
     if (registerAction(action, combo)) {
         m_combos[action] = combo;
-        const QMap<HotkeyAction, Refusal> refusals = m_refusals;
-        for (auto it = refusals.begin(); it != refusals.end(); ++it) {
-            if (it->reason == Refusal::Reason::OwnAction && it->holder == action)
-                registerAction(it.key(), it->combo);
-        }
+        registerRefusedBy(action);
         return true;
     }
     if (!previous) {
@@ -107,7 +175,7 @@ bool HotkeyManager::updateHotkey(const QString &jsonKey, const QString &combo)
         setRefusal(action, standing);
     } else {
         Log::event(QStringLiteral("[HotkeyManager] '") + combo +
-                   QStringLiteral("' failed to register for ") + row->logName +
+                   QStringLiteral("' failed to register for ") + logName(action) +
                    QStringLiteral(" — rolling back to previous combo '") + *previous + u'\'');
         registerAction(action, *previous);
     }
@@ -132,8 +200,8 @@ void HotkeyManager::registerAll(const HotkeyCombos &combos)
         return;
     const bool wasUnavailable = std::exchange(m_isUnavailable, false);
     const Delivery before = m_lastDelivery;
-    for (const HotkeyActionInfo &row : hotkeyActions)
-        registerAction(row.action, combos[row.action]);
+    for (const HotkeyId &id : ids())
+        registerAction(id, combos[id]);
     if (m_isUnavailable && !wasUnavailable)
         Log::event(QStringLiteral("[HotkeyManager] WARNING: This session has no hotkeys for "
                                   "programs to register"));
@@ -142,7 +210,7 @@ void HotkeyManager::registerAll(const HotkeyCombos &combos)
         Q_EMIT deliveryChanged();
 }
 
-bool HotkeyManager::registerAction(HotkeyAction action, const QString &combo)
+bool HotkeyManager::registerAction(const HotkeyId &action, const QString &combo)
 {
     // An action has one registration at most.
     unregisterAction(action);
@@ -151,7 +219,7 @@ bool HotkeyManager::registerAction(HotkeyAction action, const QString &combo)
         return true;
     }
 
-    const QString name = hotkeyAction(action).logName;
+    const QString name = logName(action);
     const std::optional<QKeyCombination> parsed = HotkeyCombo::parse(combo);
     if (!parsed) {
         Log::event(
@@ -165,7 +233,7 @@ bool HotkeyManager::registerAction(HotkeyAction action, const QString &combo)
     const GlobalHotkeys::Result result = m_platform.registerHotkey(*parsed);
     if (result) {
         m_registrations.insert(action, *result);
-        m_activeHotkeys.insert(hotkeyAction(action).jsonKey, combo);
+        m_activeHotkeys.insert(action.jsonKey(), combo);
         Log::event(QStringLiteral("[HotkeyManager] Registered ") + name + QStringLiteral(" -> ") +
                    combo);
         setRefusal(action, std::nullopt);
@@ -185,23 +253,23 @@ bool HotkeyManager::registerAction(HotkeyAction action, const QString &combo)
         setRefusal(action, Refusal{combo, Refusal::Reason::UnsupportedKey});
         return false;
     }
-    const std::optional<HotkeyAction> holder = holderOf(*parsed);
+    const std::optional<HotkeyId> holder = holderOf(*parsed);
     setRefusal(action, holder ? Refusal{combo, Refusal::Reason::OwnAction, *holder}
                               : Refusal{combo, Refusal::Reason::OtherProgram});
     return false;
 }
 
-std::optional<HotkeyAction> HotkeyManager::holderOf(QKeyCombination combo) const
+std::optional<HotkeyId> HotkeyManager::holderOf(QKeyCombination combo) const
 {
-    for (const HotkeyActionInfo &row : hotkeyActions) {
-        const auto active = m_activeHotkeys.constFind(row.jsonKey);
+    for (const HotkeyId &id : ids()) {
+        const auto active = m_activeHotkeys.constFind(id.jsonKey());
         if (active != m_activeHotkeys.constEnd() && HotkeyCombo::parse(*active) == combo)
-            return row.action;
+            return id;
     }
     return std::nullopt;
 }
 
-void HotkeyManager::setRefusal(HotkeyAction action, const std::optional<Refusal> &refusal)
+void HotkeyManager::setRefusal(const HotkeyId &action, const std::optional<Refusal> &refusal)
 {
     if (refusal)
         m_refusals.insert(action, *refusal);
@@ -210,9 +278,9 @@ void HotkeyManager::setRefusal(HotkeyAction action, const std::optional<Refusal>
     m_problemSink(action, refusal ? problemLine(action, *refusal) : QString());
 }
 
-QString HotkeyManager::problemLine(HotkeyAction action, const Refusal &refusal) const
+QString HotkeyManager::problemLine(const HotkeyId &action, const Refusal &refusal) const
 {
-    const QString name = hotkeyAction(action).logName;
+    const QString name = logName(action);
     const QString display = HotkeyCombo::displayString(refusal.combo, m_words);
     const QString unavailable = QStringLiteral("**") + display + QStringLiteral(" (") + name +
                                 QStringLiteral(") is unavailable** — already ");
@@ -225,8 +293,7 @@ QString HotkeyManager::problemLine(HotkeyAction action, const Refusal &refusal) 
                QStringLiteral("in use by another app. Use the Prompt panel buttons instead, or "
                               "free up that shortcut and relaunch.");
     case Refusal::Reason::OwnAction:
-        return unavailable + QStringLiteral("used by ") +
-               hotkeyAction(refusal.holder).titleNaming(m_answerer) +
+        return unavailable + QStringLiteral("used by ") + title(refusal.holder, m_answerer) +
                QStringLiteral(". Choose another shortcut for one of the two in Settings.");
     }
     Q_UNREACHABLE();
@@ -237,15 +304,14 @@ void HotkeyManager::setAnswererName(const QString &name)
     if (name == m_answerer)
         return;
     m_answerer = name;
-    for (auto it = m_refusals.begin(); it != m_refusals.end(); ++it)
-        m_problemSink(it.key(), problemLine(it.key(), *it));
+    reportStandingProblems();
 }
 
 void HotkeyManager::withdrawRefusals()
 {
-    for (const HotkeyActionInfo &row : hotkeyActions) {
-        if (m_refusals.contains(row.action))
-            setRefusal(row.action, std::nullopt);
+    for (const HotkeyId &id : ids()) {
+        if (m_refusals.contains(id))
+            setRefusal(id, std::nullopt);
     }
 }
 
@@ -254,11 +320,13 @@ void HotkeyManager::offerToDesktop()
     if (!m_desktop || std::exchange(m_isOffered, true))
         return;
     QList<DesktopShortcuts::Action> actions;
-    for (const HotkeyActionInfo &row : hotkeyActions) {
-        QString description = QString::fromLatin1(row.summary);
+    for (const HotkeyId &id : ids()) {
+        QString description = id.isPrompt()
+                                  ? title(id, m_answerer)
+                                  : QString::fromLatin1(hotkeyAction(id.action()).summary);
         description.front() = description.front().toUpper();
-        actions << DesktopShortcuts::Action{QString::fromLatin1(row.command), description,
-                                            HotkeyCombo::parse(m_combos[row.action])};
+        actions << DesktopShortcuts::Action{id.command(), description,
+                                            HotkeyCombo::parse(std::as_const(m_combos)[id])};
     }
     m_desktop->offer(actions);
 }
@@ -282,11 +350,9 @@ HotkeyManager::Delivery HotkeyManager::delivery() const
     return m_desktop ? Delivery::OwnPartly : Delivery::Own;
 }
 
-QString HotkeyManager::desktopKey(HotkeyAction action) const
+QString HotkeyManager::desktopKey(const HotkeyId &id) const
 {
-    return isDesktopDelivering()
-               ? m_desktop->trigger(QString::fromLatin1(hotkeyAction(action).command))
-               : QString();
+    return isDesktopDelivering() ? m_desktop->trigger(id.command()) : QString();
 }
 
 QString HotkeyManager::desktopReason() const
@@ -310,17 +376,17 @@ void HotkeyManager::followDesktop()
     Q_EMIT deliveryChanged();
 }
 
-void HotkeyManager::unregisterAction(HotkeyAction action)
+void HotkeyManager::unregisterAction(const HotkeyId &action)
 {
-    m_activeHotkeys.remove(hotkeyAction(action).jsonKey);
+    m_activeHotkeys.remove(action.jsonKey());
     if (const GlobalHotkeys::Registration registration = m_registrations.take(action))
         m_platform.unregisterHotkey(registration);
 }
 
 void HotkeyManager::unregisterAll()
 {
-    for (const HotkeyActionInfo &row : hotkeyActions)
-        unregisterAction(row.action);
+    for (const HotkeyId &id : ids())
+        unregisterAction(id);
 }
 
 void HotkeyManager::handlePress(GlobalHotkeys::Registration registration)
@@ -332,9 +398,9 @@ void HotkeyManager::handlePress(GlobalHotkeys::Registration registration)
     fire(found.key());
 }
 
-void HotkeyManager::fire(HotkeyAction action)
+void HotkeyManager::fire(const HotkeyId &action)
 {
-    const QString name = hotkeyAction(action).logName;
+    const QString name = logName(action);
     const std::chrono::steady_clock::time_point now = m_clock();
     const auto last = m_lastFireTime.constFind(action);
     if (last != m_lastFireTime.constEnd() && now - *last < debounceInterval) {
@@ -345,7 +411,14 @@ void HotkeyManager::fire(HotkeyAction action)
     m_lastFireTime.insert(action, now);
     Log::event(QStringLiteral("[HotkeyManager] Fired: ") + name);
     QMetaObject::invokeMethod(
-        this, [this, action] { Q_EMIT pressed(action); }, Qt::QueuedConnection);
+        this,
+        [this, action] {
+            if (action.isPrompt())
+                Q_EMIT promptPressed(action.promptId());
+            else
+                Q_EMIT pressed(action.action());
+        },
+        Qt::QueuedConnection);
 }
 
 } // namespace quellora

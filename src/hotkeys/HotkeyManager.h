@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/PromptPresets.h"
 #include "hotkeys/HotkeyBindings.h"
 #include "platform/Platform.h"
 
@@ -30,7 +31,7 @@ public:
     /// A monotonic clock, so that setting the system time never silences a hot key.
     using Clock = std::function<std::chrono::steady_clock::time_point()>;
     /// Receives what to tell the user about an action's combo; an empty line once it is registered.
-    using ProblemSink = std::function<void(HotkeyAction action, const QString &markdownLine)>;
+    using ProblemSink = std::function<void(const HotkeyId &id, const QString &markdownLine)>;
 
     static constexpr std::chrono::milliseconds debounceInterval{300};
 
@@ -54,6 +55,14 @@ public:
     /// Releases what is still registered, without a log line.
     ~HotkeyManager() override;
 
+    /// The user's prompts, which are actions, too: those that are new are registered with their
+    /// combos in force, those that are gone are unregistered.
+    void setPrompts(const QList<PromptPreset> &prompts);
+    /// Every action: those of the table, then the prompts in their order.
+    QList<HotkeyId> ids() const;
+    /// Title of an action in the settings; with @p answererName in place of who answers.
+    QString title(const HotkeyId &id, const QString &answererName) const;
+
     /// Installs the handler and registers every action.
     void start(const HotkeyCombos &combos);
     /// Unregisters everything and removes the handler.
@@ -74,7 +83,7 @@ public:
     void offerToDesktop();
     Delivery delivery() const;
     /// The key that the desktop assigned to an action, in its words; empty if there is none.
-    QString desktopKey(HotkeyAction action) const;
+    QString desktopKey(const HotkeyId &id) const;
     /// While delivery() is not Own, why the desktop does not deliver keys, in a sentence for the
     /// user; else empty.
     QString desktopReason() const;
@@ -90,6 +99,10 @@ public:
 Q_SIGNALS:
     /// Emitted from the event loop, after the system's handler has returned.
     void pressed(HotkeyAction action);
+    /// Likewise for one of the user's prompts.
+    void promptPressed(const QString &promptId);
+    /// ids() or their titles have changed.
+    void promptsChanged();
     /// delivery(), the desktop's reason or one of its keys has changed.
     void deliveryChanged();
 
@@ -101,20 +114,26 @@ private:
         QString combo;
         Reason reason = Reason::UnsupportedKey;
         /// Who has the combo, for Reason::OwnAction.
-        HotkeyAction holder = HotkeyAction::Capture;
+        HotkeyId holder = HotkeyAction::Capture;
     };
 
     void installHandler();
     void registerAll(const HotkeyCombos &combos);
-    bool registerAction(HotkeyAction action, const QString &combo);
-    void unregisterAction(HotkeyAction action);
+    bool registerAction(const HotkeyId &id, const QString &combo);
+    void unregisterAction(const HotkeyId &id);
     void unregisterAll();
+    /// Registers the actions that were refused because of an action's combo, which is free now.
+    void registerRefusedBy(const HotkeyId &holder);
+    void reportStandingProblems();
     /// The action that has registered this combination.
-    std::optional<HotkeyAction> holderOf(QKeyCombination combo) const;
-    void setRefusal(HotkeyAction action, const std::optional<Refusal> &refusal);
-    QString problemLine(HotkeyAction action, const Refusal &refusal) const;
+    std::optional<HotkeyId> holderOf(QKeyCombination combo) const;
+    void setRefusal(const HotkeyId &id, const std::optional<Refusal> &refusal);
+    QString problemLine(const HotkeyId &id, const Refusal &refusal) const;
+    /// Name in log lines and problem lines.
+    QString logName(const HotkeyId &id) const;
+    QString promptName(const HotkeyId &id) const;
     void handlePress(GlobalHotkeys::Registration registration);
-    void fire(HotkeyAction action);
+    void fire(const HotkeyId &id);
     bool isDesktopDelivering() const;
     void followDesktop();
     void withdrawRefusals();
@@ -136,10 +155,11 @@ private:
     /// As last announced.
     Delivery m_lastDelivery = Delivery::Own;
     QMap<QString, QString> m_activeHotkeys;
-    QMap<HotkeyAction, GlobalHotkeys::Registration> m_registrations;
-    QMap<HotkeyAction, Refusal> m_refusals;
+    QMap<HotkeyId, GlobalHotkeys::Registration> m_registrations;
+    QMap<HotkeyId, Refusal> m_refusals;
     bool m_handlerInstalled = false;
-    QMap<HotkeyAction, std::chrono::steady_clock::time_point> m_lastFireTime;
+    QMap<HotkeyId, std::chrono::steady_clock::time_point> m_lastFireTime;
+    QList<PromptPreset> m_prompts;
 };
 
 } // namespace quellora

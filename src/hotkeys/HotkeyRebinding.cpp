@@ -87,6 +87,7 @@ HotkeyRebinding::HotkeyRebinding(HotkeyManager &manager, UserDefaults &defaults,
     , m_answerer(givenAnswerer)
 {
     m_manager.setAnswererName(m_answerer);
+    connect(&m_manager, &HotkeyManager::promptsChanged, this, &HotkeyRebinding::followPrompts);
 }
 
 HotkeyRebinding::~HotkeyRebinding()
@@ -95,7 +96,7 @@ HotkeyRebinding::~HotkeyRebinding()
         m_monitor.remove();
 }
 
-void HotkeyRebinding::beginCapturingHotkey(HotkeyAction action)
+void HotkeyRebinding::beginCapturingHotkey(const HotkeyId &action)
 {
     cancelHotkeyCapture();
     m_capturing = action;
@@ -105,7 +106,7 @@ void HotkeyRebinding::beginCapturingHotkey(HotkeyAction action)
     m_manager.suspendAll();
     m_monitor.install([this](const KeyDown &key) { handleCaptureKeyDown(key); },
                       [this] { cancelHotkeyCapture(); });
-    log(QStringLiteral("Hotkey capture started for ") + hotkeyAction(action).title);
+    log(QStringLiteral("Hotkey capture started for ") + logTitle(action));
     Q_EMIT changed();
 }
 
@@ -122,7 +123,7 @@ void HotkeyRebinding::handleCaptureKeyDown(const KeyDown &key)
     const std::optional<QString> combo = captureComboString(key);
     if (!combo)
         return;
-    const HotkeyAction action = *m_capturing;
+    const HotkeyId action = *m_capturing;
     m_takenBy = ownerOf(*combo, action);
     if (m_takenBy) {
         Q_EMIT changed();
@@ -139,15 +140,13 @@ void HotkeyRebinding::handleCaptureKeyDown(const KeyDown &key)
     setHotkey(action, *combo);
 }
 
-std::optional<HotkeyAction> HotkeyRebinding::ownerOf(const QString &combo,
-                                                     HotkeyAction except) const
+std::optional<HotkeyId> HotkeyRebinding::ownerOf(const QString &combo, const HotkeyId &except) const
 {
     const std::optional<QKeyCombination> wanted = HotkeyCombo::parse(combo);
-    for (const HotkeyActionInfo &other : hotkeyActions) {
-        const QString &held = m_hotkeysConfig[other.action];
-        if (other.action != except &&
-            (held == combo || (wanted && HotkeyCombo::parse(held) == wanted)))
-            return other.action;
+    for (const HotkeyId &other : m_manager.ids()) {
+        const QString &held = std::as_const(m_hotkeysConfig)[other];
+        if (other != except && (held == combo || (wanted && HotkeyCombo::parse(held) == wanted)))
+            return other;
     }
     return std::nullopt;
 }
@@ -160,9 +159,32 @@ std::optional<QString> HotkeyRebinding::hotkeyCaptureError() const
            QStringLiteral(". Try a different combo.");
 }
 
-QString HotkeyRebinding::title(HotkeyAction action) const
+QString HotkeyRebinding::title(const HotkeyId &id) const
 {
-    return hotkeyAction(action).titleNaming(m_answerer);
+    return m_manager.title(id, m_answerer);
+}
+
+QString HotkeyRebinding::logTitle(const HotkeyId &id) const
+{
+    // The prompt's name is the user's own text, which log lines leave out.
+    return id.isPrompt() ? QStringLiteral("Prompt ") + id.promptId()
+                         : QString::fromLatin1(hotkeyAction(id.action()).title);
+}
+
+void HotkeyRebinding::followPrompts()
+{
+    const QList<HotkeyId> ids = m_manager.ids();
+    if (m_capturing && !ids.contains(*m_capturing))
+        cancelHotkeyCapture();
+    HotkeyCombos combos = m_hotkeysConfig;
+    for (const QString &promptId : m_hotkeysConfig.promptIds()) {
+        const HotkeyId id = HotkeyId::prompt(promptId);
+        if (ids.contains(id))
+            continue;
+        combos.removePrompt(promptId);
+        HotkeyBindings::clearOverride(id, m_defaults);
+    }
+    setHotkeysConfig(combos);
 }
 
 void HotkeyRebinding::setAnswererName(const QString &name)
@@ -202,10 +224,10 @@ void HotkeyRebinding::cancelHotkeyCapture()
     Q_EMIT changed();
 }
 
-bool HotkeyRebinding::bind(HotkeyAction action, const QString &combo, const QString &failure)
+bool HotkeyRebinding::bind(const HotkeyId &action, const QString &combo, const QString &failure)
 {
     cancelHotkeyCapture();
-    if (!m_manager.updateHotkey(hotkeyAction(action).jsonKey, combo)) {
+    if (!m_manager.updateHotkey(action.jsonKey(), combo)) {
         m_rollback = Rollback{action, failure};
         Q_EMIT changed();
         return false;
@@ -217,9 +239,9 @@ bool HotkeyRebinding::bind(HotkeyAction action, const QString &combo, const QStr
     return true;
 }
 
-void HotkeyRebinding::setHotkey(HotkeyAction action, const QString &combo)
+void HotkeyRebinding::setHotkey(const HotkeyId &action, const QString &combo)
 {
-    const QString title = hotkeyAction(action).title;
+    const QString title = logTitle(action);
     const bool isBound = bind(
         action, combo, QStringLiteral("Couldn't register that combo — kept your previous one."));
     const QString line = QStringLiteral("Hotkey ") + title + QStringLiteral(" -> ") + combo;
@@ -231,20 +253,20 @@ void HotkeyRebinding::setHotkey(HotkeyAction action, const QString &combo)
     log(line + QStringLiteral(", persisted + registered live"));
 }
 
-void HotkeyRebinding::unsetHotkey(HotkeyAction action)
+void HotkeyRebinding::unsetHotkey(const HotkeyId &action)
 {
-    if (m_hotkeysConfig[action].isEmpty())
+    if (std::as_const(m_hotkeysConfig)[action].isEmpty())
         return;
     bind(action, QString(), QString());
     HotkeyBindings::setOverride(QString(), action, m_defaults);
-    log(QStringLiteral("Hotkey ") + hotkeyAction(action).title +
+    log(QStringLiteral("Hotkey ") + logTitle(action) +
         QStringLiteral(" unset, persisted + unregistered live"));
 }
 
-void HotkeyRebinding::resetHotkey(HotkeyAction action)
+void HotkeyRebinding::resetHotkey(const HotkeyId &action)
 {
-    const QString title = hotkeyAction(action).title;
-    const QString combo = m_configFileHotkeys[action];
+    const QString title = logTitle(action);
+    const QString combo = std::as_const(m_configFileHotkeys)[action];
     const bool isBound =
         bind(action, combo,
              QStringLiteral("Couldn't register the default combo — kept your previous one."));

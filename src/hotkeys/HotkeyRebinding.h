@@ -36,7 +36,7 @@ public:
     /// Why the last change of an action failed.
     struct Rollback
     {
-        HotkeyAction action;
+        HotkeyId action;
         QString message;
         bool operator==(const Rollback &) const = default;
     };
@@ -59,19 +59,19 @@ public:
     const HotkeyCombos &hotkeysConfig() const { return m_hotkeysConfig; }
     const HotkeyCombos &configFileHotkeys() const { return m_configFileHotkeys; }
     /// The action that is being recorded.
-    const std::optional<HotkeyAction> &capturingHotkeyAction() const { return m_capturing; }
+    const std::optional<HotkeyId> &capturingHotkeyAction() const { return m_capturing; }
     /// Why the combo recorded last was refused.
     std::optional<QString> hotkeyCaptureError() const;
     const std::optional<Conflict> &pendingSystemConflict() const { return m_conflict; }
     const std::optional<Rollback> &hotkeyRollbackMessage() const { return m_rollback; }
 
     /// Title of an action's row in the settings.
-    QString title(HotkeyAction action) const;
+    QString title(const HotkeyId &id) const;
     /// Sets the model's name used in titles.
     void setAnswererName(const QString &name);
 
     /// Starts recording; cancels a recording under way.
-    void beginCapturingHotkey(HotkeyAction action);
+    void beginCapturingHotkey(const HotkeyId &id);
     /// Ends recording without a change and registers every hot key again; without effect when idle.
     void cancelHotkeyCapture();
     /// Applies the combo that awaits confirmation.
@@ -79,9 +79,9 @@ public:
     /// Drops the combo that awaits confirmation; recording continues.
     void cancelPendingSystemConflict();
     /// Leaves one action without a combo.
-    void unsetHotkey(HotkeyAction action);
+    void unsetHotkey(const HotkeyId &id);
     /// Restores the config file's combo of one action.
-    void resetHotkey(HotkeyAction action);
+    void resetHotkey(const HotkeyId &id);
     /// Restores the config file's combos of all actions.
     void resetAllHotkeys();
 
@@ -93,12 +93,16 @@ Q_SIGNALS:
 
 private:
     void handleCaptureKeyDown(const KeyDown &key);
-    void setHotkey(HotkeyAction action, const QString &combo);
+    void setHotkey(const HotkeyId &id, const QString &combo);
     /// Registers the combo; on failure keeps @p failure as the row's message.
-    bool bind(HotkeyAction action, const QString &combo, const QString &failure);
+    bool bind(const HotkeyId &id, const QString &combo, const QString &failure);
     void setHotkeysConfig(const HotkeyCombos &combos);
     /// The other action with this combo, compared by meaning rather than by text.
-    std::optional<HotkeyAction> ownerOf(const QString &combo, HotkeyAction except) const;
+    std::optional<HotkeyId> ownerOf(const QString &combo, const HotkeyId &except) const;
+    /// Title in log lines.
+    QString logTitle(const HotkeyId &id) const;
+    /// Forgets the combos of prompts that are gone.
+    void followPrompts();
 
     HotkeyManager &m_manager;
     UserDefaults &m_defaults;
@@ -106,9 +110,9 @@ private:
     HotkeyCombos m_configFileHotkeys;
     HotkeyCombos m_hotkeysConfig;
     QString m_answerer;
-    std::optional<HotkeyAction> m_capturing;
+    std::optional<HotkeyId> m_capturing;
     /// The action that already has the combo recorded last.
-    std::optional<HotkeyAction> m_takenBy;
+    std::optional<HotkeyId> m_takenBy;
     std::optional<Conflict> m_conflict;
     std::optional<Rollback> m_rollback;
 };

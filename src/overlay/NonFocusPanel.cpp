@@ -1,5 +1,6 @@
 #include "overlay/NonFocusPanel.h"
 
+#include "overlay/FindModel.h"
 #include "overlay/OverlayGeometry.h"
 #include "overlay/OverlayModel.h"
 #include "overlay/ResponseScrollbarModel.h"
@@ -109,7 +110,8 @@ void NonFocusPanel::setContent(QQmlEngine &engine, const OverlayContent &content
          {QStringLiteral("panelWindow"), QVariant::fromValue(this)},
          {QStringLiteral("responseView"), content.responseView},
          {QStringLiteral("responseHost"), QVariant::fromValue(content.responseHost)},
-         {QStringLiteral("settings"), QVariant::fromValue(content.settings)}});
+         {QStringLiteral("settings"), QVariant::fromValue(content.settings)},
+         {QStringLiteral("find"), QVariant::fromValue(content.find)}});
     m_root = qobject_cast<QQuickItem *>(object);
     if (!m_root)
         qFatal("The overlay's view is not built: %s", qPrintable(component.errorString()));

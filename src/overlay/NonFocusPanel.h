@@ -17,6 +17,7 @@ namespace quellora {
 class BottomPanelsModel;
 class HamburgerMenuModel;
 class HistoryModel;
+class FindModel;
 class OverlayModel;
 class ResponseScrollbarModel;
 class SettingsModel;
@@ -36,6 +37,8 @@ struct OverlayContent
     HistoryModel *history = nullptr;
     /// Model of the settings sheet; null for a panel without settings.
     SettingsModel *settings = nullptr;
+    /// Model of the find bar; null for a panel without one.
+    FindModel *find = nullptr;
 };
 
 /// The floating panel: a frameless, always-on-top window that is not activated when shown or

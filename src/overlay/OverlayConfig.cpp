@@ -1,6 +1,8 @@
 #include "overlay/OverlayConfig.h"
 
 #include "backend/SessionManager.h"
+#include "overlay/AccountVisit.h"
+#include "panels/HamburgerMenuModel.h"
 #include "panels/ModelListModel.h"
 #include "query/PermissionChecker.h"
 #include "query/QueryOrchestrator.h"
@@ -18,7 +20,7 @@ OverlayConfig::OverlayConfig(const Collaborators &collaborators) : m_collaborato
 void OverlayConfig::applyConfigAtStart(const AppConfigResponse &config)
 {
     m_collaborators.messages.updateUsage(config.tokensUsed, config.tokenCap);
-    m_collaborators.models.setOffer(config.availableModels, config.model);
+    applyModels(config);
     // A local problem prevents use of the program altogether, so it takes precedence.
     const auto local = m_collaborators.permissions
                            ? m_collaborators.permissions->pendingAdminMessage()
@@ -34,7 +36,7 @@ void OverlayConfig::applyConfig(const AppConfigResponse &config)
     using Page = ServiceMessages::OutOfCreditsPage;
     m_collaborators.messages.updateUsage(config.tokensUsed, config.tokenCap,
                                          isAnswering ? Page::Withhold : Page::Show);
-    m_collaborators.models.setOffer(config.availableModels, config.model);
+    applyModels(config);
     if (config.adminMessage) {
         m_collaborators.messages.setCurrentAdminMessage(config.adminMessage);
         return;
@@ -46,6 +48,13 @@ void OverlayConfig::applyConfig(const AppConfigResponse &config)
         m_collaborators.messages.setCurrentAdminMessage(
             m_collaborators.permissions ? m_collaborators.permissions->pendingAdminMessage()
                                         : std::nullopt);
+}
+
+void OverlayConfig::applyModels(const AppConfigResponse &config)
+{
+    m_collaborators.models.setOffer(config.availableModels, config.model);
+    m_collaborators.menu.setConnectAvailable(config.connectModel);
+    m_collaborators.accountVisit.setLasting(config.connectModel);
 }
 
 void OverlayConfig::handleAppDidBecomeActive()

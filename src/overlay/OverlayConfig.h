@@ -6,6 +6,8 @@
 
 namespace quellora {
 
+class AccountVisit;
+class HamburgerMenuModel;
 class ModelListModel;
 class PermissionChecker;
 class QueryOrchestrator;
@@ -26,6 +28,8 @@ public:
         ServiceMessages &messages;
         QueryOrchestrator &orchestrator;
         ModelListModel &models;
+        HamburgerMenuModel &menu;
+        AccountVisit &accountVisit;
         /// Problems found at start-up; may be null.
         PermissionChecker *permissions = nullptr;
     };
@@ -40,6 +44,7 @@ public:
     void handleAppDidBecomeActive();
 
 private:
+    void applyModels(const AppConfigResponse &config);
     void startupMessageChanged();
 
     Collaborators m_collaborators;

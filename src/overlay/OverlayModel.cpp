@@ -406,6 +406,14 @@ void OverlayModel::setTextScale(double factor)
     updateClickThrough();
 }
 
+void OverlayModel::setAnswerTextScale(double factor)
+{
+    if (factor == m_answerTextScale)
+        return;
+    m_answerTextScale = factor;
+    Q_EMIT answerTextScaleChanged();
+}
+
 double OverlayModel::stripHeight() const
 {
     return OverlayGeometry::scaledStripHeight(m_textScale);

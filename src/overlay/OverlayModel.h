@@ -57,6 +57,8 @@ class OverlayModel : public QObject
     Q_PROPERTY(QRectF responseRect READ responseRect NOTIFY geometryChanged)
     /// Set by the view.
     Q_PROPERTY(double textScale READ textScale WRITE setTextScale NOTIFY geometryChanged)
+    /// Factor of the answer's text size, beside that of the desktop.
+    Q_PROPERTY(double answerTextScale READ answerTextScale NOTIFY answerTextScaleChanged)
     Q_PROPERTY(double stripHeight READ stripHeight NOTIFY geometryChanged)
 
 public:
@@ -170,6 +172,8 @@ public:
     double textScale() const { return m_textScale; }
     /// Factor of the text size, on which the layout depends.
     void setTextScale(double factor);
+    double answerTextScale() const { return m_answerTextScale; }
+    void setAnswerTextScale(double factor);
     double stripHeight() const;
     double availablePanelsHeight() const;
     bool isCompact() const;
@@ -200,6 +204,8 @@ public:
     Q_INVOKABLE void editQuestion();
     /// Shows the version of the last turn at @p position; no effect if there is none.
     Q_INVOKABLE void showVersion(int position);
+    /// Requests larger (1), smaller (-1) or normal (0) text in the answer.
+    Q_INVOKABLE void changeAnswerText(int direction) { Q_EMIT answerTextRequested(direction); }
     Q_INVOKABLE void clickUsage() { Q_EMIT usageClicked(); }
 
 Q_SIGNALS:
@@ -209,6 +215,8 @@ Q_SIGNALS:
     void sliderMoved(double value);
     void menuToggled();
     void stopRequested();
+    void answerTextRequested(int direction);
+    void answerTextScaleChanged();
     void copyAnswerRequested();
     void retrySavingRequested();
     void backToThreadRequested();
@@ -276,6 +284,7 @@ private:
     QSizeF m_windowSize;
     double m_bottomPanelsHeight = 0;
     double m_textScale = 1;
+    double m_answerTextScale = 1;
     QRect m_lastClickThroughRect;
 };
 

@@ -16,6 +16,8 @@ FocusScope {
     required property NonFocusPanel panelWindow
     /// Null in a panel without settings.
     property SettingsModel settings
+    /// Null in a panel that cannot find text.
+    property FindModel find
     property url responseView
     property QtObject responseHost
     /// Set after the panel's first frame: creating the web view late makes the panel appear sooner.
@@ -59,11 +61,13 @@ FocusScope {
         if (overlay.isMenuOpen)
             menuView.close(true)
         else if (settingsSheet.isOpen)
-            settingsSheet.item.closeRequested()
+            settingsSheet.item.closeTopmost()
         else if (isHistoryOpen)
             sidebar.item.close(true)
-        else if (bottom.isModelListOpen)
-            bottom.closeModelList()
+        else if (bottom.isListOpen)
+            bottom.closeLists()
+        else if (strip.isFinding)
+            strip.closeFind()
         else if (panelWindow.isKeyboardLent)
             panelWindow.leaveAnswer()
         else
@@ -174,6 +178,8 @@ FocusScope {
         compact: root.compact
         clicksShortcut: root.panels.hotkeys.toggle_clicks ?? ""
         retryShortcut: root.panels.hotkeys.retry ?? ""
+        find: root.find
+        prompt: bottom.promptItem
         y: 34
         width: parent.width
         height: root.overlay.stripHeight
@@ -222,7 +228,8 @@ FocusScope {
         Binding {
             target: response.item
             property: "textScale"
-            value: Tokens.textScale
+            // The page takes factors from 0.25 to 5.
+            value: Math.max(0.25, Math.min(5, Tokens.textScale * root.overlay.answerTextScale))
         }
     }
     Announcements {
@@ -305,6 +312,18 @@ FocusScope {
         onActivated: root.overlay.stop()
     }
     Shortcut {
+        sequences: ["Ctrl++", "Ctrl+="]
+        onActivated: root.overlay.changeAnswerText(1)
+    }
+    Shortcut {
+        sequence: "Ctrl+-"
+        onActivated: root.overlay.changeAnswerText(-1)
+    }
+    Shortcut {
+        sequence: "Ctrl+0"
+        onActivated: root.overlay.changeAnswerText(0)
+    }
+    Shortcut {
         sequence: "F6"
         onActivated: root.cycleFocus(1)
     }
@@ -313,10 +332,19 @@ FocusScope {
         onActivated: root.cycleFocus(-1)
     }
     Shortcut {
+        sequences: [StandardKey.Find]
+        onActivated: {
+            if (root.isHistoryOpen)
+                sidebar.item.startSearch()
+            else if (root.keyboardScope() === null && root.find)
+                strip.startFind()
+        }
+    }
+    Shortcut {
         // While a title is being edited, Escape ends the editing instead.
         sequence: "Escape"
-        enabled: root.keyboardScope() !== null && !root.isRenaming || bottom.isModelListOpen
-                 || root.panelWindow.isKeyboardLent || root.panels.isEditing
+        enabled: root.keyboardScope() !== null && !root.isRenaming || bottom.isListOpen
+                 || root.panelWindow.isKeyboardLent || root.panels.isEditing || strip.isFinding
         onActivated: root.closeTopmost()
     }
     Connections {

@@ -23,6 +23,8 @@ public:
 
     virtual void triggerCaptureAndSend() = 0;
     virtual void captureNoSend() = 0;
+    /// Captures and sends with this prompt instead of the one in the box.
+    virtual void captureAndSendPrompt(const QString &prompt) = 0;
     /// Clears the response area; the thread is kept.
     virtual void clearContent() = 0;
     virtual void toggleVisibility() = 0;

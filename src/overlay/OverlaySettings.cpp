@@ -31,8 +31,11 @@ OverlaySettings::OverlaySettings(Platform &platform, Workspace &workspace, Setti
     , m_words(platform.vocabulary())
     , m_keyMonitor(platform.keyMonitor())
     , m_rebinding(hotkeys, defaults, m_keyMonitor, configFileHotkeys)
+    , m_prompts(defaults)
     , m_model(settings, models, m_rebinding, m_words, platform.shortcutGuide())
-{}
+{
+    m_model.setPrompts(m_prompts);
+}
 
 void OverlaySettings::attach(const Targets &targets, const BackendEndpoints &endpoints)
 {
@@ -50,12 +53,17 @@ void OverlaySettings::attach(const Targets &targets, const BackendEndpoints &end
             [this] { m_targets->theme.setMode(m_settings.appearance()); });
     targets.theme.setMode(m_settings.appearance());
 
+    const auto listPrompts = [this] { m_targets->panels.prompts()->setPrompts(m_prompts.list()); };
+    connect(&m_prompts, &PromptPresets::changed, this, listPrompts);
+    listPrompts();
+
     const auto apply = [this] {
         applyHotkeys();
         m_targets->display.pushHint();
     };
     connect(&m_rebinding, &HotkeyRebinding::hotkeysConfigChanged, this, apply);
     connect(&m_rebinding.manager(), &HotkeyManager::deliveryChanged, this, apply);
+    connect(&m_rebinding.manager(), &HotkeyManager::promptsChanged, this, apply);
     applyHotkeys();
     targets.overlay.setStopShortcut(HotkeyCombo::displayString(QStringLiteral("cmd+."), m_words));
 
@@ -134,19 +142,19 @@ void OverlaySettings::applyHotkeys()
     const QString captureKey = keyText(HotkeyAction::Capture);
     m_targets->display.setCaptureHotkey(captureKey.isEmpty() ? captureButton : captureKey);
     QVariantMap texts;
-    for (const HotkeyActionInfo &row : hotkeyActions)
-        texts.insert(row.jsonKey, keyText(row.action));
+    for (const HotkeyId &id : m_rebinding.manager().ids())
+        texts.insert(id.jsonKey(), keyText(id));
     m_targets->panels.setHotkeys(texts);
 }
 
-QString OverlaySettings::keyText(HotkeyAction action) const
+QString OverlaySettings::keyText(const HotkeyId &id) const
 {
     switch (m_rebinding.manager().delivery()) {
     case HotkeyManager::Delivery::Own:
     case HotkeyManager::Delivery::OwnPartly:
-        return HotkeyCombo::displayString(m_rebinding.hotkeysConfig()[action], m_words);
+        return HotkeyCombo::displayString(m_rebinding.hotkeysConfig()[id], m_words);
     case HotkeyManager::Delivery::Desktop:
-        return m_rebinding.manager().desktopKey(action);
+        return m_rebinding.manager().desktopKey(id);
     case HotkeyManager::Delivery::None:
         return {};
     }

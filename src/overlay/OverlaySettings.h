@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/AppConfig.h"
+#include "base/PromptPresets.h"
 #include "base/VantiroConfig.h"
 #include "hotkeys/HotkeyRebinding.h"
 #include "overlay/PanelKeyMonitor.h"
@@ -43,7 +44,7 @@ public:
     };
 
     /// @param workspace opens the help page
-    /// @param defaults stores the hot keys
+    /// @param defaults stores the hot keys and the prompts
     /// @param configFileHotkeys hot keys restored by a reset
     OverlaySettings(Platform &platform, Workspace &workspace, Settings &settings,
                     UserDefaults &defaults, HotkeyManager &hotkeys, ModelListModel &models,
@@ -69,7 +70,7 @@ Q_SIGNALS:
 private:
     void applyHotkeys();
     /// The key that runs an action at present, as the user knows it; empty if there is none.
-    QString keyText(HotkeyAction action) const;
+    QString keyText(const HotkeyId &id) const;
     /// Updates all texts that contain the display name of the answering model.
     void updateAnswererName();
     void setTheme(AppTheme theme);
@@ -83,6 +84,7 @@ private:
     Vocabulary m_words;
     PanelKeyMonitor m_keyMonitor;
     HotkeyRebinding m_rebinding;
+    PromptPresets m_prompts;
     SettingsModel m_model;
     std::optional<Targets> m_targets;
     /// Whether opening the sheet took keyboard focus from another application.

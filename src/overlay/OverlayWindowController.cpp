@@ -46,6 +46,8 @@ OverlayWindowController::OverlayWindowController(const VantiroConfig &config,
                  HotkeyCombos(config.hotkeys))
     , m_panel(m_collaborators.platform.panelWindow())
     , m_placement(m_panel, config.overlay)
+    , m_memory(m_collaborators.defaults)
+    , m_answerTextSize(m_collaborators.settings)
     , m_theme(m_collaborators.platform.appearance())
     , m_display(*m_collaborators.surface, m_workspace, QDir::tempPath())
     , m_stream(m_display)
@@ -63,6 +65,7 @@ OverlayWindowController::OverlayWindowController(const VantiroConfig &config,
                [this] { return m_isVisible; })
     , m_reader(
           {m_stream, m_overlay, m_panels, &QAccessible::isActive, [this] { return m_isVisible; }})
+    , m_accountVisit(m_panel)
 {
     if (m_collaborators.library)
         m_history = std::make_unique<OverlayHistory>(*m_collaborators.library, m_threads,
@@ -71,9 +74,13 @@ OverlayWindowController::OverlayWindowController(const VantiroConfig &config,
     setupContentView();
     m_mirror = std::make_unique<OverlayMirror>(OverlayMirror::Collaborators{
         m_messages, m_threads, *m_orchestrator, m_display, m_overlay, m_panels, m_menu});
-    m_configuration = std::make_unique<OverlayConfig>(
-        OverlayConfig::Collaborators{m_collaborators.session, m_messages, *m_orchestrator,
-                                     *m_panels.models(), m_collaborators.permissions});
+    m_configuration = std::make_unique<OverlayConfig>(OverlayConfig::Collaborators{
+        m_collaborators.session, m_messages, *m_orchestrator, *m_panels.models(), m_menu,
+        m_accountVisit, m_collaborators.permissions});
+    m_panels.models()->setBackend(QUrl(m_collaborators.endpoints.baseURL()));
+    if (m_collaborators.refreshConfiguration)
+        connect(&m_accountVisit, &AccountVisit::returned, this,
+                m_collaborators.refreshConfiguration);
     if (m_collaborators.fileChooser)
         setupExport();
     connect(&m_collaborators.notifications, &NotificationCenter::configDidUpdate,
@@ -109,14 +116,20 @@ void OverlayWindowController::configurePanel()
     m_settings.setCaptureExclusion(exclusion);
     logIfNotApplied(platform.applyPanelTraits(m_panel));
     m_placement.placeInitially();
+    m_arrangement = m_memory.arrangement();
+    if (const auto place = recalledPlace())
+        m_placement.restore(place->frame);
 }
 
 void OverlayWindowController::setupContentView()
 {
     log(QStringLiteral("Building content view (bounds: (0.0, 0.0, %1, %2))")
             .arg(decimalText(m_panel.width()), decimalText(m_panel.height())));
-    m_overlay.setCurrentAlpha(m_config.overlay.defaultOpacity);
-    m_display.setCurrentAlpha(m_config.overlay.defaultOpacity);
+    const auto place = recalledPlace();
+    const double alpha = place ? place->opacity : m_config.overlay.defaultOpacity;
+    m_overlay.setCurrentAlpha(alpha);
+    m_display.setCurrentAlpha(alpha);
+    m_overlay.setAnswerTextScale(m_answerTextSize.factor());
     m_settings.attach({m_panel, m_overlay, m_panels, m_theme, m_display},
                       m_collaborators.endpoints);
     wireOverlay();
@@ -124,7 +137,7 @@ void OverlayWindowController::setupContentView()
     m_panel.setContent(m_collaborators.engine,
                        {m_overlay, m_panels, m_menu, m_scrollbar, m_collaborators.responseView,
                         m_collaborators.surface.get(), m_history ? &m_history->model() : nullptr,
-                        &m_settings.model()});
+                        &m_settings.model(), &m_find});
     m_display.loadContent(QString());
     log(QStringLiteral("Content view built and attached (WebView + control bar + bottom panels)"));
 }
@@ -146,6 +159,19 @@ void OverlayWindowController::wireOverlay()
     connect(&m_stream, &StreamingRenderer::showWindowRequested, this,
             &OverlayWindowController::show);
     connect(&m_panel, &NonFocusPanel::dragFinished, &m_placement, &PanelPlacement::setUserFrame);
+    connect(&m_placement, &PanelPlacement::userFrameChanged, this,
+            &OverlayWindowController::rememberPlace);
+    connect(&m_placement, &PanelPlacement::screensChanged, this,
+            &OverlayWindowController::followScreens);
+    connect(&m_collaborators.settings, &Settings::startsWhereLeftChanged, this,
+            &OverlayWindowController::rememberPlace);
+    connect(&m_overlay, &OverlayModel::answerTextRequested, &m_answerTextSize,
+            [this](int direction) {
+                m_answerTextSize.change(direction);
+                showAnswerTextSize();
+            });
+    connect(&m_answerTextSize, &AnswerTextSize::changed, &m_overlay,
+            [this] { m_overlay.setAnswerTextScale(m_answerTextSize.factor()); });
     connect(&m_overlay, &OverlayModel::sliderMoved, this, &OverlayWindowController::sliderChanged);
     connect(&m_overlay, &OverlayModel::menuToggled, this,
             &OverlayWindowController::toggleHamburgerMenu);
@@ -191,6 +217,7 @@ void OverlayWindowController::wireOverlay()
             &QueryOrchestrator::showVersion);
     connect(m_orchestrator.get(), &QueryOrchestrator::nothingToRetry, this,
             [this] { showNotice(QStringLiteral("There is no question to ask again.")); });
+    m_find.attach(m_display);
     connect(&m_workspace, &OverlayWorkspace::failed, &m_overlay, &OverlayModel::showNotice);
     connect(&m_overlay, &OverlayModel::clickThroughRectChanged, this,
             &OverlayWindowController::updateClickThroughState);
@@ -241,7 +268,11 @@ void OverlayWindowController::wireOverlay()
     connect(&m_menu, &HamburgerMenuModel::settingsRequested, &m_settings, &OverlaySettings::open);
     connect(&m_menu, &HamburgerMenuModel::accountRequested, this, [this] {
         log(QStringLiteral("Account link clicked"));
-        m_workspace.openUrl(m_collaborators.endpoints.account());
+        openAccountPage();
+    });
+    connect(&m_menu, &HamburgerMenuModel::connectRequested, this, [this] {
+        log(QStringLiteral("Connect a model clicked"));
+        openAccountPage();
     });
     connect(&m_menu, &HamburgerMenuModel::upgradeRequested, this, [this] {
         log(QStringLiteral("Usage row Upgrade link clicked"));
@@ -249,6 +280,12 @@ void OverlayWindowController::wireOverlay()
     });
     connect(&m_menu, &HamburgerMenuModel::signOutRequested, this,
             &OverlayWindowController::signOutClicked);
+}
+
+void OverlayWindowController::openAccountPage()
+{
+    m_workspace.openUrl(m_collaborators.endpoints.account());
+    m_accountVisit.begin();
 }
 
 void OverlayWindowController::wirePanels()
@@ -372,6 +409,35 @@ void OverlayWindowController::applyOpacity(double alpha)
     m_overlay.setCurrentAlpha(alpha);
     m_display.setCurrentAlpha(alpha);
     m_display.pushPillAlphaLiveThrottled();
+    rememberPlace();
+}
+
+std::optional<PanelMemory::Place> OverlayWindowController::recalledPlace() const
+{
+    return m_collaborators.settings.startsWhereLeft() ? m_memory.recall() : std::nullopt;
+}
+
+void OverlayWindowController::rememberPlace()
+{
+    if (m_collaborators.settings.startsWhereLeft())
+        m_memory.remember({m_placement.requestedFrame(), m_overlay.currentAlpha()});
+}
+
+void OverlayWindowController::followScreens()
+{
+    const QString arrangement = m_memory.arrangement();
+    if (std::exchange(m_arrangement, arrangement) == arrangement)
+        return;
+    const auto place = recalledPlace();
+    if (!place)
+        return;
+    m_placement.restore(place->frame);
+    applyOpacity(place->opacity);
+}
+
+void OverlayWindowController::showAnswerTextSize()
+{
+    m_overlay.showNotice(QStringLiteral("Answer text %1%").arg(m_answerTextSize.percent()));
 }
 
 void OverlayWindowController::setupExport()

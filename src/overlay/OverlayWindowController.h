@@ -2,8 +2,11 @@
 
 #include "base/VantiroConfig.h"
 #include "history/ThreadController.h"
+#include "overlay/AccountVisit.h"
 #include "overlay/AnswerNotice.h"
 #include "overlay/AnswerReader.h"
+#include "overlay/AnswerTextSize.h"
+#include "overlay/FindModel.h"
 #include "overlay/NonFocusPanel.h"
 #include "overlay/OverlayConfig.h"
 #include "overlay/OverlayExport.h"
@@ -13,6 +16,7 @@
 #include "overlay/OverlayPresenter.h"
 #include "overlay/OverlaySettings.h"
 #include "overlay/OverlayWorkspace.h"
+#include "overlay/PanelMemory.h"
 #include "overlay/PanelPlacement.h"
 #include "overlay/ResponseScrollbarModel.h"
 #include "page/AppTheme.h"
@@ -56,7 +60,7 @@ public:
     {
         Platform &platform;
         Settings &settings;
-        /// Stores the hot keys.
+        /// Stores the hot keys, the prompts and the panel's places.
         UserDefaults &defaults;
         NotificationCenter &notifications;
         SessionManager &session;
@@ -78,6 +82,8 @@ public:
         PermissionChecker *permissions = nullptr;
         /// Asks for the files of exports; without it nothing is exported.
         FileChooser *fileChooser = nullptr;
+        /// Asks the backend for a new configuration; may be empty.
+        std::function<void()> refreshConfiguration = {};
     };
 
     OverlayWindowController(const VantiroConfig &config, Collaborators collaborators);
@@ -88,6 +94,10 @@ public:
     void finishAtOnce() override;
     void triggerCaptureAndSend() override { m_orchestrator->triggerCaptureAndSend(); }
     void captureNoSend() override { m_orchestrator->captureNoSend(); }
+    void captureAndSendPrompt(const QString &prompt) override
+    {
+        m_orchestrator->captureAndSendPrompt(prompt);
+    }
     void clearContent() override;
     void toggleVisibility() override;
     void adjustOpacity(double delta) override;
@@ -122,7 +132,13 @@ private:
     void setupContentView();
     void wireOverlay();
     void wirePanels();
+    void openAccountPage();
     void applyOpacity(double alpha);
+    /// Where the panel was with the present screens, unless the user wants it as configured.
+    std::optional<PanelMemory::Place> recalledPlace() const;
+    void rememberPlace();
+    void followScreens();
+    void showAnswerTextSize();
     void updateClickThroughState();
     void copyAnswer();
     void editLastQuestion();
@@ -137,6 +153,7 @@ private:
     /// Opens all URLs and files for the panel.
     OverlayWorkspace m_workspace;
     OverlayModel m_overlay;
+    FindModel m_find;
     BottomPanelsModel m_panels;
     HamburgerMenuModel m_menu;
     ResponseScrollbarModel m_scrollbar;
@@ -145,6 +162,10 @@ private:
     /// Declared after the models its view shows, so that it is destroyed before them.
     NonFocusPanel m_panel;
     PanelPlacement m_placement;
+    PanelMemory m_memory;
+    /// Of the screens, as last seen.
+    QString m_arrangement;
+    AnswerTextSize m_answerTextSize;
     ThemeController m_theme;
     ResponseDisplay m_display;
     StreamingRenderer m_stream;
@@ -154,6 +175,7 @@ private:
     AnswerNotice m_notice;
     AnswerReader m_reader;
     std::unique_ptr<OverlayMirror> m_mirror;
+    AccountVisit m_accountVisit;
     std::unique_ptr<OverlayConfig> m_configuration;
     /// Null without a file chooser.
     std::unique_ptr<OverlayExport> m_export;

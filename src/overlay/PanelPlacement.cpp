@@ -35,7 +35,10 @@ PanelPlacement::PanelPlacement(QWindow &window, const VantiroConfig::Overlay &ov
     // Coalesces screen changes and runs after the list of screens has been updated.
     m_refitTimer.setSingleShot(true);
     m_refitTimer.setInterval(0);
-    connect(&m_refitTimer, &QTimer::timeout, this, &PanelPlacement::refit);
+    connect(&m_refitTimer, &QTimer::timeout, this, [this] {
+        Q_EMIT screensChanged();
+        refit();
+    });
     const QList<QScreen *> screens = QGuiApplication::screens();
     for (QScreen *screen : screens)
         watchScreen(screen);
@@ -73,6 +76,24 @@ void PanelPlacement::placeInitially()
                  decimalText(area.height())));
 }
 
+void PanelPlacement::restore(const QRect &frame)
+{
+    if (m_isZoomedLarge) {
+        // It stays zoomed, and is there afterwards.
+        m_placementBeforeZoom = placementFor(frame);
+        m_placement.frame = m_placementBeforeZoom->frame;
+        return;
+    }
+    m_placement = placementFor(frame);
+    const QRect fitted = fittedFrame(m_placement);
+    animateTo(fitted);
+    log(QStringLiteral("Panel placed where it was left at (%1, %2), %3x%4")
+            .arg(fitted.x())
+            .arg(fitted.y())
+            .arg(fitted.width())
+            .arg(fitted.height()));
+}
+
 QRect PanelPlacement::fittedFrame(const Placement &placement) const
 {
     if (const std::optional<QRect> area = placement.fillsScreen ? visibleArea() : std::nullopt)
@@ -105,6 +126,7 @@ void PanelPlacement::setUserFrame(const QRect &frame)
     m_placement = placementFor(frame);
     if (fittedFrame(m_placement) != frame)
         moveOntoScreen(fittedFrame(m_placement));
+    Q_EMIT userFrameChanged();
 }
 
 void PanelPlacement::keepOnScreen()

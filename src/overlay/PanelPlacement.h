@@ -28,6 +28,9 @@ public:
     /// Sizes the panel and moves it to its configured position on the primary screen, or as close
     /// to it as the screen allows. Logs the position.
     void placeInitially();
+    /// Moves the panel to @p frame, adjusted so that the control bar is on a screen. Logs the
+    /// position.
+    void restore(const QRect &frame);
     /// Remembers @p frame, to which the user has moved or resized the panel, adjusted so that the
     /// control bar is on a screen.
     void setUserFrame(const QRect &frame);
@@ -35,8 +38,16 @@ public:
     void keepOnScreen();
     /// Toggles between the screen's available area and the frame before zooming.
     void handleZoomButton();
+    /// The requested frame; that before zooming while the panel fills the screen.
+    QRect requestedFrame() const { return m_placement.frame; }
     /// The end frame of the running animation, else the window's frame.
     QRect targetFrame() const;
+
+Q_SIGNALS:
+    /// The user has moved or resized the panel.
+    void userFrameChanged();
+    /// The screens have changed; emitted before the panel is moved because of it.
+    void screensChanged();
 
 private:
     struct Placement

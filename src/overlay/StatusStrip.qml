@@ -13,6 +13,13 @@ FocusScope {
     property string clicksShortcut
     /// That which asks the last question again.
     property string retryShortcut
+    /// Null in a panel that cannot find text.
+    property FindModel find: null
+    /// Receives the focus from the find bar if the item that had it before is gone.
+    property Item prompt: null
+    readonly property bool isFinding: find !== null && find.isOpen
+    /// The find bar takes the place of the title, in a narrow window also that of everything else.
+    readonly property bool isFindAlone: isFinding && (compact || width < Tokens.grown(600))
     readonly property int status: overlay.status
     readonly property bool hasStatus: status !== OverlayModel.Ready
                                       && status !== OverlayModel.Answer
@@ -40,6 +47,13 @@ FocusScope {
             .find(control => control.visible && control.enabled) ?? null
     }
 
+    function startFind() {
+        findBar.item.start()
+    }
+    function closeFind() {
+        findBar.item.close()
+    }
+
     implicitHeight: overlay.stripHeight
     /// Height of a text above the hairline.
     readonly property real textHeight: height - 1
@@ -52,7 +66,8 @@ FocusScope {
         readonly property bool isSaving: strip.overlay.saveState === OverlayModel.Saving
 
         objectName: "drive"
-        visible: (isSaving || strip.overlay.saveState === OverlayModel.Saved)
+        visible: !strip.isFindAlone
+                 && (isSaving || strip.overlay.saveState === OverlayModel.Saved)
                  && strip.isThreadShown && strip.overlay.title.length > 0
         x: 12
         y: Math.round((strip.textHeight - height) / 2)
@@ -76,6 +91,7 @@ FocusScope {
         id: notSaved
         objectName: "notSaved"
         visible: strip.overlay.saveState === OverlayModel.Failed
+                 && !strip.isFindAlone
         x: 5
         y: Math.round((strip.height - height) / 2)
         iconName: strip.isNarrow ? "triangle-alert" : "hard-drive"
@@ -99,7 +115,7 @@ FocusScope {
     }
     Label {
         objectName: "threadTitle"
-        visible: strip.isThreadShown && !strip.isNoticeShown
+        visible: strip.isThreadShown && !strip.isNoticeShown && !strip.isFinding
                  && !(strip.compact && notSaved.visible)
         x: strip.textStart
         width: Math.max(0, right.x - 12 - x)
@@ -113,7 +129,7 @@ FocusScope {
 
     Item {
         objectName: "notice"
-        visible: strip.isNoticeShown
+        visible: strip.isNoticeShown && !strip.isFinding
         x: strip.textStart
         width: Math.max(0, right.x - 12 - x)
         height: strip.textHeight
@@ -139,8 +155,23 @@ FocusScope {
         }
     }
 
+    Loader {
+        id: findBar
+        active: strip.find !== null
+        x: strip.isFindAlone ? 6 : strip.textStart
+        width: Math.max(0, (strip.isFindAlone ? strip.width - 6 : right.x - 12) - x)
+        height: strip.textHeight
+
+        sourceComponent: FindBar {
+            objectName: "findBar"
+            find: strip.find
+            compact: strip.isFindAlone
+            fallback: strip.prompt
+        }
+    }
     Row {
         id: right
+        visible: !strip.isFindAlone
         readonly property real edge: stop.visible || copy.visible || clicks.visible
                                      || retry.visible
                                      || latest.visible && !strip.hasStatus

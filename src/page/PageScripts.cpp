@@ -24,7 +24,7 @@ QByteArray source(const char *name)
 QByteArray bridgeScript()
 {
     const QByteArrayList parts{source("scroll-position").trimmed(), source("presses").trimmed(),
-                               source("copy-buttons").trimmed()};
+                               source("copy-buttons").trimmed(), source("find").trimmed()};
     return source("bridge").replace("%parts%", parts.join(",\n"));
 }
 

@@ -48,6 +48,9 @@ public:
     /// Runs a script in the page shown; its result and its errors are ignored.
     void evaluate(const QString &script);
 
+    /// As evaluate(), in the world of the bridge script, which the page's scripts cannot reach.
+    void evaluateInBridge(const QString &script) { runBridgeScript(script); }
+
     /// As evaluate(), for the updates of a stream: one script runs at a time, is made just before
     /// it runs, and is followed by a pause if it was slow. A request replaces one that waits. A
     /// load that starts or finishes drops them.
@@ -78,6 +81,7 @@ protected:
     virtual void startLoad(LoadId id, const PageContent &page) = 0;
     /// Runs a script and afterwards calls scriptDone() with @p token, unless it is 0.
     virtual void runScript(const QString &script, quint64 token) = 0;
+    virtual void runBridgeScript(const QString &script) = 0;
     /// Starts the latest load again, in a new process.
     virtual void restartLoad() = 0;
 

@@ -16,6 +16,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <limits>
 #include <utility>
 
 namespace quellora {
@@ -311,6 +312,8 @@ void ResponseDisplay::onLoadFinished(PageSurface::LoadId id)
     if (m_builtAppearance.captureHotkey != m_appearance.captureHotkey ||
         m_builtAppearance.answererName != m_appearance.answererName)
         pushHint();
+    if (m_findText)
+        pushFind(false);
     Q_EMIT pageFinished(m_loadingPage);
 }
 
@@ -364,6 +367,8 @@ void ResponseDisplay::onMessage(const QString &name, const QVariant &body)
         onNoteDelete(body);
     else if (name == QLatin1StringView("showVersion"))
         onShowVersion(body);
+    else if (name == QLatin1StringView("findResult"))
+        onFindResult(body);
 }
 
 void ResponseDisplay::onScrollPosition(const QVariant &body)
@@ -427,6 +432,55 @@ void ResponseDisplay::onShowVersion(const QVariant &body)
         Q_EMIT versionRequested(*turn, *position);
     else
         logMalformed(QStringLiteral("showVersion"), body);
+}
+
+void ResponseDisplay::find(const QString &text)
+{
+    m_findText = text;
+    pushFind(true);
+}
+
+void ResponseDisplay::pushFind(bool isTyped)
+{
+    const QByteArray text = QJsonDocument(QJsonArray{*m_findText}).toJson(QJsonDocument::Compact);
+    m_surface.evaluateInBridge(QStringLiteral("finding.search(...%1, %2)")
+                                   .arg(QString::fromUtf8(text), isTyped
+                                                                     ? QStringLiteral("true")
+                                                                     : QStringLiteral("false")));
+}
+
+void ResponseDisplay::findNext()
+{
+    if (m_findText)
+        m_surface.evaluateInBridge(QStringLiteral("finding.step(1)"));
+}
+
+void ResponseDisplay::findPrevious()
+{
+    if (m_findText)
+        m_surface.evaluateInBridge(QStringLiteral("finding.step(-1)"));
+}
+
+void ResponseDisplay::endFind()
+{
+    m_findText.reset();
+    m_surface.evaluateInBridge(QStringLiteral("finding.end()"));
+}
+
+void ResponseDisplay::onFindResult(const QVariant &body)
+{
+    const QVariantMap map = body.toMap();
+    const auto page = wholeNumber(map, QStringLiteral("page"));
+    const auto current = wholeNumber(map, QStringLiteral("current"));
+    const auto total = wholeNumber(map, QStringLiteral("total"));
+    if (!page || !current || !total || *current < 0 || *current > *total ||
+        *total > std::numeric_limits<int>::max()) {
+        logMalformed(QStringLiteral("findResult"), body);
+        return;
+    }
+    // A page that has been replaced may still answer.
+    if (m_findText && static_cast<PageSurface::LoadId>(*page) == m_loadId)
+        Q_EMIT findResultChanged(int(*current), int(*total));
 }
 
 void ResponseDisplay::onLinkActivated(const QString &address)

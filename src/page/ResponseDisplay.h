@@ -114,6 +114,16 @@ public:
     Q_INVOKABLE void scrollByPixels(double pixels);
     Q_INVOKABLE void scrollToFraction(double fraction);
 
+    /// Marks a text's occurrences in the page and in the pages that replace it, and scrolls to the
+    /// first one from the visible part on; a blank text has none. Answered by findResultChanged(),
+    /// again when the page grows.
+    void find(const QString &text);
+    /// Scrolls to the next or previous occurrence, around the ends.
+    void findNext();
+    void findPrevious();
+    /// Removes the marks.
+    void endFind();
+
     /// The surface, for scripts of the streaming render.
     PageSurface &surface() { return m_surface; }
 
@@ -125,6 +135,8 @@ Q_SIGNALS:
     void scrollPositionChanged(bool enabled, double thumbRatio, double fraction);
     /// Emitted with every scrollPositionChanged(): whether the end of the content is visible.
     void endVisibilityChanged(bool isEndVisible);
+    /// @param current number of the occurrence scrolled to, from 1 on; 0 without one
+    void findResultChanged(int current, int total);
     /// A picture that the user wants to open could not be written.
     void previewFailed();
     /// The user asked to delete a note. The id is well-formed but need not exist.
@@ -154,6 +166,8 @@ private:
     void onOpenScreenshot(const QVariant &body);
     void onNoteDelete(const QVariant &body);
     void onShowVersion(const QVariant &body);
+    void onFindResult(const QVariant &body);
+    void pushFind(bool isTyped);
     void onLinkActivated(const QString &address);
 
     PageSurface &m_surface;
@@ -166,6 +180,8 @@ private:
     /// Appearance with which the page being loaded or shown was built.
     responsepage::PageAppearance m_builtAppearance;
     Content m_content = Content::Hint;
+    /// The text to find; nothing while nothing is being found.
+    std::optional<QString> m_findText;
     PageId m_latestPage = 0;
     PageId m_loadingPage = 0;
     PageSurface::LoadId m_loadId = 0;

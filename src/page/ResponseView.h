@@ -81,10 +81,12 @@ Q_SIGNALS:
     /// Requests to the engine's item.
     void navigateTo(const QUrl &url);
     void scriptRequested(const QString &script, double token);
+    void bridgeScriptRequested(const QString &script);
 
 protected:
     void startLoad(LoadId id, const PageContent &page) override;
     void runScript(const QString &script, quint64 token) override;
+    void runBridgeScript(const QString &script) override { Q_EMIT bridgeScriptRequested(script); }
     void restartLoad() override;
 
 private:

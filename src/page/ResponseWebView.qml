@@ -61,6 +61,9 @@ WebEngineView {
         function onNavigateTo(url) {
             view.url = url;
         }
+        function onBridgeScriptRequested(script) {
+            view.runJavaScript(script, WebEngineScript.ApplicationWorld);
+        }
         function onScriptRequested(script, token) {
             if (token === 0)
                 view.runJavaScript(script);

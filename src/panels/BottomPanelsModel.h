@@ -3,6 +3,7 @@
 #include "backend/Records.h"
 #include "base/Settings.h"
 #include "panels/ModelListModel.h"
+#include "panels/PromptListModel.h"
 #include "panels/PromptText.h"
 #include "panels/StagedScreenshot.h"
 #include "panels/StyledMarkdown.h"
@@ -45,6 +46,7 @@ class BottomPanelsModel : public QObject
 
     Q_PROPERTY(quellora::Settings *settings READ settings CONSTANT)
     Q_PROPERTY(quellora::ModelListModel *models READ models CONSTANT)
+    Q_PROPERTY(quellora::PromptListModel *prompts READ prompts CONSTANT)
 
     Q_PROPERTY(bool hasAttachedScreenshot READ hasAttachedScreenshot NOTIFY attachmentChanged)
     Q_PROPERTY(QImage attachmentImage READ attachmentImage NOTIFY attachmentChanged)
@@ -98,6 +100,8 @@ public:
     QString blockedReason() const;
     Settings *settings() { return &m_settings; }
     ModelListModel *models() { return &m_models; }
+    /// The user's prompts, set by the owner.
+    PromptListModel *prompts() { return &m_prompts; }
     bool hasAttachedScreenshot() const { return m_hasAttachedScreenshot; }
     QImage attachmentImage() const { return m_screenshot.preview(); }
     bool hasAttachmentFailed() const;
@@ -202,6 +206,7 @@ private:
     bool m_isInformationalCollapsed = false;
     bool m_isBlocked = false;
     ModelListModel m_models;
+    PromptListModel m_prompts;
     bool m_hasAttachedScreenshot = false;
     StagedScreenshot m_screenshot;
     bool m_isCapturing = false;

@@ -9,13 +9,78 @@ FocusScope {
     required property BottomPanelsModel panels
     property bool compact: false
     property bool isModelListOpen: false
+    property bool isPromptListOpen: false
+    /// Whether the list of prompts is open because of a slash in the prompt box, which keeps the
+    /// focus.
+    property bool isPromptTyped: false
+    /// Set when the user has closed that list, until the text begins with no slash any more.
+    property bool isSlashText: false
+    property bool isInserting: false
+    readonly property bool isListOpen: isModelListOpen || isPromptListOpen
     readonly property alias layout: layout
     readonly property Item promptItem: prompt.textItem
 
     function focusPrompt(reason) {
         prompt.focusInput(reason)
     }
+    function openPromptList() {
+        closeModelList()
+        panels.prompts.showAll()
+        isPromptTyped = false
+        promptList.byKeyboard = prompt.promptsItem.visualFocus
+        promptList.list.currentIndex = 0
+        isPromptListOpen = true
+        promptList.list.forceActiveFocus(Qt.PopupFocusReason)
+    }
+    function closePromptList() {
+        const hadFocus = promptList.list.activeFocus
+        isPromptListOpen = false
+        isPromptTyped = false
+        if (hadFocus)
+            prompt.promptsItem.forceActiveFocus(promptList.byKeyboard ? Qt.TabFocusReason
+                                                                      : Qt.OtherFocusReason)
+    }
+    function choosePrompt(row) {
+        const text = panels.prompts.textAt(row)
+        const replacesAll = isPromptTyped
+        isPromptListOpen = false
+        isPromptTyped = false
+        isInserting = true
+        if (text.length > 0)
+            prompt.insert(text, replacesAll)
+        isInserting = false
+        // A prompt that begins with a slash asks for no other one.
+        isSlashText = prompt.textItem.text.startsWith("/")
+        prompt.focusInput(Qt.OtherFocusReason)
+    }
+    /// Lists the prompts that the text asks for.
+    function followSlash(text) {
+        if (isInserting)
+            return
+        if (!text.startsWith("/"))
+            isSlashText = false
+        const isAsking = text.startsWith("/") && !isSlashText && prompt.textItem.activeFocus
+                         && panels.prompts.showMatches(text)
+        if (isAsking && !isPromptTyped) {
+            closeModelList()
+            promptList.byKeyboard = false
+            isPromptTyped = true
+            isPromptListOpen = true
+        } else if (!isAsking && isPromptTyped) {
+            closePromptList()
+        }
+        if (isAsking)
+            promptList.list.currentIndex = 0
+    }
+    /// Closes an open list; one that a slash has opened stays closed for this text.
+    function closeLists() {
+        if (isPromptTyped)
+            isSlashText = true
+        closeModelList()
+        closePromptList()
+    }
     function openModelList() {
+        closePromptList()
         modelList.byKeyboard = prompt.pickerItem.visualFocus
         modelList.list.currentIndex = panels.models.rowOf(panels.models.selectedId)
         view.isModelListOpen = true
@@ -45,8 +110,8 @@ FocusScope {
         firstLaunchCardHeight: firstLaunch.implicitHeight
         hasAttachment: view.panels.hasAttachedScreenshot
         isEditing: view.panels.isEditing
-        isModelListOpen: view.isModelListOpen
-        modelCount: view.panels.models.count
+        isModelListOpen: view.isListOpen
+        modelCount: view.isPromptListOpen ? view.panels.prompts.count : view.panels.models.count
         promptTextHeight: prompt.textHeight
     }
 
@@ -60,6 +125,20 @@ FocusScope {
         function onCountChanged() {
             if (view.panels.models.count === 0)
                 view.closeModelList()
+        }
+    }
+    Connections {
+        target: prompt.textItem
+        function onActiveFocusChanged() {
+            if (!prompt.textItem.activeFocus && view.isPromptTyped)
+                view.closePromptList()
+        }
+    }
+    Connections {
+        target: view.panels.prompts
+        function onCountChanged() {
+            if (view.panels.prompts.count === 0)
+                view.closePromptList()
         }
     }
 
@@ -110,7 +189,7 @@ FocusScope {
                 id: modelList
                 objectName: "modelCard"
 
-                property real progress: layout.isModelListOpen ? 1 : 0
+                property real progress: view.isModelListOpen ? 1 : 0
 
                 panels: view.panels
                 compact: view.compact
@@ -119,7 +198,7 @@ FocusScope {
                                        : firstLaunch.y
                 width: parent.width
                 height: layout.modelListHeight
-                visible: layout.isModelListOpen
+                visible: view.isModelListOpen
                 opacity: Tokens.opacityStep(progress)
                 onClosed: view.closeModelList()
 
@@ -131,13 +210,27 @@ FocusScope {
                     }
                 }
             }
+            PromptList {
+                id: promptList
+                objectName: "promptCard"
+                panels: view.panels
+                compact: view.compact
+                rowHeight: layout.modelRowHeight
+                followsTyping: view.isPromptTyped
+                y: modelList.y
+                width: parent.width
+                height: layout.modelListHeight
+                visible: view.isPromptListOpen
+                onChosen: row => view.choosePrompt(row)
+                onClosed: view.closePromptList()
+            }
             AttachmentRow {
                 id: attachment
                 objectName: "attachmentRow"
                 panels: view.panels
                 compact: view.compact
                 visible: layout.hasAttachment && layout.areCardsShown
-                y: modelList.visible ? modelList.y + modelList.height + layout.gap : modelList.y
+                y: view.isListOpen ? modelList.y + modelList.height + layout.gap : modelList.y
                 width: parent.width
                 height: layout.attachmentHeight
             }
@@ -162,6 +255,22 @@ FocusScope {
             panels: view.panels
             compact: view.compact
             isModelListOpen: view.isModelListOpen
+            isPromptListOpen: view.isPromptListOpen
+            isOfferingPrompt: view.isPromptTyped
+            offeredPrompt: view.isPromptTyped && promptList.list.currentItem
+                           ? promptList.list.currentItem.name : ""
+            onEdited: text => view.followSlash(text)
+            onOfferedPromptMoved: rows => {
+                const list = promptList.list
+                list.currentIndex = Math.max(0, Math.min(list.count - 1, list.currentIndex + rows))
+            }
+            onOfferedPromptChosen: view.choosePrompt(promptList.list.currentIndex)
+            onPromptListToggled: {
+                if (view.isPromptListOpen)
+                    view.closePromptList()
+                else
+                    view.openPromptList()
+            }
             y: layout.pad + layout.upperHeight
             width: parent.width
             height: layout.promptHeight

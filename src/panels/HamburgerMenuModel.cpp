@@ -57,6 +57,14 @@ void HamburgerMenuModel::showMain()
     Q_EMIT pageChanged();
 }
 
+void HamburgerMenuModel::setConnectAvailable(bool isAvailable)
+{
+    if (m_connectAvailable == isAvailable)
+        return;
+    m_connectAvailable = isAvailable;
+    Q_EMIT rowsChanged();
+}
+
 double HamburgerMenuModel::usagePercent() const
 {
     return hasCap() ? double(m_tokensUsed) / double(m_tokenCap) * 100.0 : 0.0;

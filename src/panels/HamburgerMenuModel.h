@@ -19,6 +19,7 @@ class HamburgerMenuModel : public QObject
     Q_PROPERTY(bool isExportShown READ isExportShown NOTIFY pageChanged)
     Q_PROPERTY(QString exportTitle READ exportTitle NOTIFY pageChanged)
     Q_PROPERTY(bool answerAvailable READ answerAvailable NOTIFY pageChanged)
+    Q_PROPERTY(bool connectAvailable READ connectAvailable NOTIFY rowsChanged)
     Q_PROPERTY(Tier tier READ tier NOTIFY usageChanged)
     Q_PROPERTY(double fillFraction READ fillFraction NOTIFY usageChanged)
     Q_PROPERTY(QString usageText READ usageText NOTIFY usageChanged)
@@ -49,6 +50,8 @@ public:
     void showExport(const QString &threadTitle, bool hasAnswer);
     /// Shows the first page.
     void showMain();
+    /// Whether the menu leads to connecting a model.
+    void setConnectAvailable(bool isAvailable);
 
     bool historyAvailable() const { return m_historyAvailable; }
     bool settingsAvailable() const { return m_settingsAvailable; }
@@ -56,6 +59,7 @@ public:
     bool isExportShown() const { return m_isExportShown; }
     QString exportTitle() const { return m_exportTitle; }
     bool answerAvailable() const { return m_answerAvailable; }
+    bool connectAvailable() const { return m_connectAvailable; }
     Tier tier() const;
     /// Filled fraction of the bar, 0 to 1; 1 if the cap is exceeded.
     double fillFraction() const;
@@ -72,6 +76,7 @@ Q_SIGNALS:
     void exportChosen(quellora::HamburgerMenuModel::ExportChoice choice);
     void settingsRequested();
     void accountRequested();
+    void connectRequested();
     void upgradeRequested();
     void signOutRequested();
 
@@ -93,6 +98,7 @@ private:
     bool m_isExportShown = false;
     QString m_exportTitle;
     bool m_answerAvailable = false;
+    bool m_connectAvailable = false;
 };
 
 } // namespace quellora

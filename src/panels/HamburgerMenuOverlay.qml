@@ -27,8 +27,9 @@ FocusScope {
                        / rows().length) - Tokens.growth(20)))
 
     function rows() {
-        return (menu.isExportShown ? [markdownFile, webPage, pdf, copyMarkdown, copyRichText, copyAnswer]
-                                   : [history, exportThread, settings, account, upgrade, signOut])
+        return (menu.isExportShown
+                ? [markdownFile, webPage, pdf, copyMarkdown, copyRichText, copyAnswer]
+                : [history, exportThread, settings, account, connectModel, upgrade, signOut])
                .filter(row => row.available)
     }
     /// Makes a choice on the second page.
@@ -323,6 +324,19 @@ FocusScope {
                     text: qsTr("Account")
                     onTabbed: step => host.move(step)
                     onClicked: host.run(host.menu.accountRequested)
+                }
+                HamburgerMenuRow {
+                    id: connectModel
+                    objectName: "menuConnectModel"
+                    available: host.menu.connectAvailable && !host.menu.isExportShown
+                    width: parent.width
+                    height: host.rowHeight
+                    iconName: "plug"
+                    trailingIcon: "arrow-up-right"
+                    text: qsTr("Connect a model")
+                    color: Tokens.frame.accentText
+                    onTabbed: step => host.move(step)
+                    onClicked: host.run(host.menu.connectRequested)
                 }
                 Item {
                     visible: !host.menu.isExportShown

@@ -63,13 +63,15 @@ Card {
             required property string modelId
             required property string displayName
             required property string descriptor
+            required property string destination
+            required property string pictureHint
             readonly property bool chosen: modelId === card.panels.models.selectedId
 
             width: view.width
             height: card.rowHeight
             Accessible.role: Accessible.ListItem
             Accessible.name: displayName
-            Accessible.description: descriptor
+            Accessible.description: [descriptor, pictureHint].filter(text => text).join(". ")
             Accessible.selectable: true
             Accessible.selected: chosen
             Accessible.onPressAction: card.choose(row.index)
@@ -110,12 +112,25 @@ Card {
             }
             Label {
                 x: name.x + name.width + 10
-                width: parent.width - x - 10
+                width: Math.max(0, place.x - x - (place.text ? 10 : 0))
                 height: parent.height
                 text: row.descriptor
                 type: Tokens.label
                 color: card.theme.dimText
                 elide: Text.ElideRight
+                Accessible.ignored: true
+            }
+            Label {
+                id: place
+                objectName: "destination"
+                x: parent.width - width - 10
+                // The end of a host name tells whose it is.
+                width: Math.min(implicitWidth, parent.width - name.x - name.width - 20)
+                height: parent.height
+                text: row.destination
+                type: Tokens.label
+                color: card.theme.dimText
+                elide: Text.ElideLeft
                 Accessible.ignored: true
             }
             MouseArea {

@@ -30,6 +30,15 @@ QVariant ModelListModel::data(const QModelIndex &index, int role) const
         return model.displayName;
     case DescriptorRole:
         return model.descriptor;
+    case DestinationRole:
+        return destinationName(model.destination, m_backend);
+    case PictureHintRole: {
+        const QString place = destinationName(model.destination, m_backend);
+        if (place.isEmpty())
+            return QString();
+        return (place == model.destination ? tr("Pictures go to %1") : tr("Pictures stay on %1"))
+            .arg(place);
+    }
     default:
         return {};
     }
@@ -37,7 +46,11 @@ QVariant ModelListModel::data(const QModelIndex &index, int role) const
 
 QHash<int, QByteArray> ModelListModel::roleNames() const
 {
-    return {{IdRole, "modelId"}, {DisplayNameRole, "displayName"}, {DescriptorRole, "descriptor"}};
+    return {{IdRole, "modelId"},
+            {DisplayNameRole, "displayName"},
+            {DescriptorRole, "descriptor"},
+            {DestinationRole, "destination"},
+            {PictureHintRole, "pictureHint"}};
 }
 
 void ModelListModel::setOffer(const QList<ModelOption> &models, const QString &backendDefaultId)

@@ -4,6 +4,7 @@
 #include "base/Settings.h"
 
 #include <QAbstractListModel>
+#include <QUrl>
 #include <QtQml/qqmlregistration.h>
 
 namespace quellora {
@@ -20,7 +21,13 @@ class ModelListModel : public QAbstractListModel
     Q_PROPERTY(QString selectedName READ selectedName NOTIFY selectedChanged)
     Q_PROPERTY(QString answererName READ answererName NOTIFY selectedChanged)
 public:
-    enum Role { IdRole = Qt::UserRole + 1, DisplayNameRole, DescriptorRole };
+    enum Role {
+        IdRole = Qt::UserRole + 1,
+        DisplayNameRole,
+        DescriptorRole,
+        DestinationRole,
+        PictureHintRole
+    };
 
     /// @param settings must outlive the model
     explicit ModelListModel(Settings &settings, QObject *parent = nullptr);
@@ -30,6 +37,8 @@ public:
     QHash<int, QByteArray> roleNames() const override;
 
     int count() const { return int(m_models.size()); }
+    /// The backend that the list comes from: its own machine is the user's only if this is local.
+    void setBackend(const QUrl &backend) { m_backend = backend; }
     /// Replaces the list; the model is not reset if the list is unchanged.
     /// @param backendDefaultId id of the model used if the user has chosen none
     void setOffer(const QList<ModelOption> &models, const QString &backendDefaultId);
@@ -54,6 +63,7 @@ private:
     Settings &m_settings;
     QList<ModelOption> m_models;
     QString m_backendDefaultId;
+    QUrl m_backend;
 };
 
 } // namespace quellora

@@ -10,8 +10,14 @@ Rectangle {
     required property BottomPanelsModel panels
     property bool compact: false
     property bool isModelListOpen: false
+    property bool isPromptListOpen: false
+    /// Whether Return and the arrow keys choose from the list of prompts.
+    property bool isOfferingPrompt: false
+    /// The prompt that Return would choose.
+    property string offeredPrompt
     readonly property alias textItem: input
     readonly property alias pickerItem: picker
+    readonly property alias promptsItem: promptsButton
     readonly property real textHeight: input.contentHeight + pasted.shownHeight
     readonly property ThemeTokens theme: Tokens.frame
     readonly property int edge: compact ? 4 : 6
@@ -22,9 +28,22 @@ Rectangle {
     readonly property int buttonY: rowY + Math.round((picker.height - note.height) / 2)
 
     signal modelListToggled()
+    signal promptListToggled()
+    /// The user has changed the text.
+    signal edited(string text)
+    signal offeredPromptMoved(int rows)
+    signal offeredPromptChosen()
 
     function focusInput(reason) {
         input.forceActiveFocus(reason)
+    }
+    /// Inserts at the cursor, over the selection; @p replacesAll replaces the typed text instead.
+    function insert(text, replacesAll) {
+        if (replacesAll)
+            input.remove(0, input.length)
+        else
+            input.remove(input.selectionStart, input.selectionEnd)
+        input.insert(input.cursorPosition, text)
     }
 
     radius: Tokens.radiusMenu
@@ -77,7 +96,13 @@ Rectangle {
             selectedTextColor: box.theme.text
             font.family: Tokens.family
             font.pixelSize: Tokens.body.size
-            onTextChanged: if (isLoaded) box.panels.typedText = text
+            onTextChanged: {
+                if (!isLoaded)
+                    return
+                box.panels.typedText = text
+                if (!isLoading)
+                    box.edited(text)
+            }
             onActiveFocusChanged: {
                 box.panels.isPromptFocused = activeFocus
                 if (activeFocus)
@@ -87,6 +112,9 @@ Rectangle {
 
             Accessible.role: Accessible.EditableText
             Accessible.name: placeholder.text
+            Accessible.description: box.offeredPrompt.length > 0
+                                    ? qsTr("Return inserts the prompt “%1”").arg(box.offeredPrompt)
+                                    : ""
             Accessible.multiLine: true
             Accessible.focusable: true
 
@@ -99,6 +127,8 @@ Rectangle {
                     event.accepted = box.panels.pastePicture()
                             || input.pasteLongText(selectionStart, selectionEnd, false)
             }
+            Keys.onUpPressed: event => box.moveOffered(event, -1)
+            Keys.onDownPressed: event => box.moveOffered(event, 1)
             Keys.onReturnPressed: event => box.returnPressed(event)
             Keys.onEnterPressed: event => box.returnPressed(event)
             Keys.onTabPressed: input.nextItemInFocusChain(true).forceActiveFocus(Qt.TabFocusReason)
@@ -114,7 +144,9 @@ Rectangle {
             function load() {
                 if (input.text === box.panels.typedText)
                     return
+                isLoading = true
                 input.text = box.panels.typedText
+                isLoading = false
                 input.cursorPosition = input.length
             }
             function pasteLongText(start, end, fromSelection) {
@@ -125,6 +157,8 @@ Rectangle {
             }
             // Prevents the initial empty text from being stored.
             property bool isLoaded: false
+            /// The text is being replaced by the stored one.
+            property bool isLoading: false
             Component.onCompleted: {
                 load()
                 isLoaded = true
@@ -182,7 +216,15 @@ Rectangle {
             event.accepted = false
             return
         }
-        box.panels.send()
+        if (box.isOfferingPrompt)
+            box.offeredPromptChosen()
+        else
+            box.panels.send()
+    }
+    function moveOffered(event, rows) {
+        event.accepted = box.isOfferingPrompt && event.modifiers === Qt.NoModifier
+        if (event.accepted)
+            box.offeredPromptMoved(rows)
     }
 
     ModelPicker {
@@ -193,17 +235,33 @@ Rectangle {
         // Larger text takes what the buttons leave.
         maximumLabelWidth: {
             const normal = box.compact ? 60 : 120
-            const buttons = box.compact ? 3 * (note.width + 2) : 17 + note.width + 8
+            const buttons = (box.compact ? 3 * (note.width + 2) : 17 + note.width + 8)
+                          + (promptsButton.visible ? promptsButton.width + 2 : 0)
             const room = captureOnly.x - 4 - box.edge - buttons - 28
-            return Math.max(normal, Math.min(Tokens.grown(normal), room))
+            const wanted = Math.min(Tokens.grown(normal), room)
+            // In the smallest window, the name gives way to the button of the prompts.
+            return Math.max(promptsButton.visible ? Math.min(normal, 40) : normal, wanted)
         }
         isOpen: box.isModelListOpen
         onClicked: box.modelListToggled()
     }
+    IconButton {
+        id: promptsButton
+        objectName: "prompts"
+        visible: box.panels.prompts.isAvailable
+        x: picker.x + picker.width + 2
+        y: box.buttonY
+        iconName: "square-slash"
+        name: qsTr("Prompts")
+        shortcutText: qsTr("/")
+        active: box.isPromptListOpen
+        onClicked: box.promptListToggled()
+    }
     Hairline {
         id: divider
+        readonly property Item before: promptsButton.visible ? promptsButton : picker
         visible: !box.compact
-        x: picker.x + picker.width + 8
+        x: before.x + before.width + 8
         y: box.buttonY + 6
         isVertical: true
         height: 16
@@ -212,7 +270,7 @@ Rectangle {
     IconButton {
         id: note
         objectName: "addNote"
-        x: box.compact ? picker.x + picker.width + 2 : divider.x + 9
+        x: box.compact ? divider.before.x + divider.before.width + 2 : divider.x + 9
         y: box.buttonY
         iconName: "square-pen"
         name: qsTr("Add note")

@@ -63,6 +63,16 @@ QString QueryOrchestrator::shownPrompt() const
 
 void QueryOrchestrator::triggerCaptureAndSend()
 {
+    startCaptureAndSend(std::nullopt);
+}
+
+void QueryOrchestrator::captureAndSendPrompt(const QString &prompt)
+{
+    startCaptureAndSend(prompt);
+}
+
+void QueryOrchestrator::startCaptureAndSend(const std::optional<QString> &ownPrompt)
+{
     if (isCaptureLocked(QStringLiteral("Capture & Send")))
         return;
     if (m_collaborators.messages.blockIfKnownOverCap()) {
@@ -76,8 +86,8 @@ void QueryOrchestrator::triggerCaptureAndSend()
     }
     log(QStringLiteral("Capture & Send triggered"));
     const QDateTime queryStart = m_collaborators.clock();
-    startCapture([this, queryStart](const ScreenshotCapture::Outcome &outcome) {
-        captureAndSendFinished(outcome, queryStart);
+    startCapture([this, queryStart, ownPrompt](const ScreenshotCapture::Outcome &outcome) {
+        captureAndSendFinished(outcome, queryStart, ownPrompt);
     });
 }
 
@@ -131,18 +141,22 @@ void QueryOrchestrator::cancelCaptures()
 }
 
 void QueryOrchestrator::captureAndSendFinished(const ScreenshotCapture::Outcome &outcome,
-                                               const QDateTime &queryStart)
+                                               const QDateTime &queryStart,
+                                               const std::optional<QString> &ownPrompt)
 {
     if (!outcome) {
         captureFailed(outcome.error(), QStringLiteral("Capture & Send"),
                       QStringLiteral("Screenshot capture"));
         return;
     }
-    const QString prompt = PromptConfig::current(m_collaborators.settings.userPrompt(),
-                                                 m_collaborators.session.currentConfig());
+    const QString prompt = ownPrompt
+                               ? *ownPrompt
+                               : PromptConfig::current(m_collaborators.settings.userPrompt(),
+                                                       m_collaborators.session.currentConfig());
     // A staged screenshot is not sent with this query, but stays in its thread.
     m_collaborators.threads.clearStagedScreenshot();
-    const auto edited = m_lastQuestion.takeEdited();
+    // A prompt of its own is a new question.
+    const auto edited = ownPrompt ? std::nullopt : m_lastQuestion.takeEdited();
     const QUuid replaced = edited ? edited->turnId : QUuid();
     CaptureSession session = edited ? m_collaborators.threads.threadForRetry()
                                     : m_collaborators.threads.threadForQuery();
@@ -151,7 +165,7 @@ void QueryOrchestrator::captureAndSendFinished(const ScreenshotCapture::Outcome 
     m_collaborators.threads.setCurrentSession(session);
     Q_EMIT captureSucceeded();
     runQuery(apiPrompt, {session.id, prompt, session.screenshots.constLast(), replaced}, queryStart,
-             !edited);
+             !edited && !ownPrompt);
 }
 
 void QueryOrchestrator::captureNoSendFinished(const ScreenshotCapture::Outcome &outcome)

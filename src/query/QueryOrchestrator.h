@@ -67,6 +67,8 @@ public:
 
     /// Captures the screen and sends the image with the user's prompt.
     void triggerCaptureAndSend();
+    /// The same with @p prompt instead of the prompt box's text, which stays in the box.
+    void captureAndSendPrompt(const QString &prompt);
     /// Captures the screen and stages the image for the next send. Works while queries are blocked.
     void captureNoSend();
     /// Sends @p text with the staged screenshot, if any. While the last question is edited, @p text
@@ -127,8 +129,11 @@ private:
     bool isCaptureLocked(const QString &action) const;
     void lockedChanged(bool isLocked);
     void startCapture(std::function<void(const ScreenshotCapture::Outcome &)> done);
+    /// @param ownPrompt sent instead of the prompt box's text
+    void startCaptureAndSend(const std::optional<QString> &ownPrompt);
     void captureAndSendFinished(const ScreenshotCapture::Outcome &outcome,
-                                const QDateTime &queryStart);
+                                const QDateTime &queryStart,
+                                const std::optional<QString> &ownPrompt);
     void captureNoSendFinished(const ScreenshotCapture::Outcome &outcome);
     /// @param action the user's action, for the log
     /// @param step the step of it that failed, for the log

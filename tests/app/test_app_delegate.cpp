@@ -49,6 +49,10 @@ public:
     void show() override { m_calls << "show"; }
     void triggerCaptureAndSend() override { m_calls << "triggerCaptureAndSend"; }
     void captureNoSend() override { m_calls << "captureNoSend"; }
+    void captureAndSendPrompt(const QString &prompt) override
+    {
+        m_calls << "captureAndSendPrompt " + prompt;
+    }
     void clearContent() override { m_calls << "clearContent"; }
     void toggleVisibility() override { m_calls << "toggleVisibility"; }
     void adjustOpacity(double delta) override
@@ -145,7 +149,7 @@ struct Fixture
     explicit Fixture(DesktopShortcuts *desktopShortcuts = nullptr)
         : hotkeys(
               globalHotkeys, Vocabulary::linuxDesktop(), &std::chrono::steady_clock::now,
-              [](HotkeyAction, const QString &) {}, desktopShortcuts)
+              [](const HotkeyId &, const QString &) {}, desktopShortcuts)
     {
         session.setHeartbeatStopper([this] { heartbeat.stop(); });
         delegate = std::make_unique<AppDelegate>(collaborators());
@@ -252,7 +256,7 @@ private Q_SLOTS:
         QCOMPARE(shortcuts.offers, 0);
         f.signIn(account());
         QCOMPARE(shortcuts.offers, 1);
-        QCOMPARE(shortcuts.offered.size(), qsizetype(hotkeyActions.size()));
+        QCOMPARE(shortcuts.offered.size(), f.hotkeys.ids().size());
         // No message while the desktop has not answered.
         QVERIFY(f.permissions.problemLines().isEmpty());
         shortcuts.answer(Capability::applied());
@@ -366,6 +370,31 @@ private Q_SLOTS:
         QCOMPARE(f.calls, (QStringList{"triggerCaptureAndSend", "clearContent", "toggleVisibility",
                                        "adjustOpacity 0.1", "adjustOpacity -0.1", "captureNoSend",
                                        "startNewThread", "toggleClicks", "retry"}));
+    }
+
+    void promptsHaveHotkeys()
+    {
+        Fixture f;
+        f.defaults.setStringDictionary("hotkeyBindings", {{"prompt.explain", "ctrl+alt+e"}});
+        f.launch();
+        const auto press = [&f] {
+            const bool isRegistered =
+                f.globalHotkeys.pressCombo(Qt::ControlModifier | Qt::AltModifier | Qt::Key_E);
+            QCoreApplication::processEvents();
+            return isRegistered;
+        };
+        // Without effect before sign-in.
+        QVERIFY(press());
+        QVERIFY(f.calls.filter("captureAndSendPrompt").isEmpty());
+        f.signIn(account());
+        f.calls.clear();
+        Q_EMIT f.hotkeys.promptPressed("explain");
+        Q_EMIT f.hotkeys.promptPressed("unknown");
+        QCOMPARE(f.calls,
+                 QStringList{"captureAndSendPrompt " + PromptPresets::builtIn().first().text});
+        // A prompt that is deleted has no key.
+        f.defaults.setString("promptPresets", "[]");
+        QVERIFY(!press());
     }
 
     void commandsAreRefusedBeforeSignIn()

@@ -42,6 +42,66 @@ class TestRecords : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
+    void destinationsAreHostNamesOrNothing()
+    {
+        const auto destination = [](const QJsonValue &value) {
+            QJsonObject object{{"id", "m"}, {"displayName", "n"}, {"descriptor", "d"}};
+            if (!value.isUndefined())
+                object["destination"] = value;
+            const auto model = ModelOption::fromJson(object);
+            return model ? model->destination : QStringLiteral("not decoded");
+        };
+        QCOMPARE(destination(QJsonValue::Undefined), "");
+        QCOMPARE(destination(QJsonValue::Null), "");
+        QCOMPARE(destination("API.Example.com"), "api.example.com");
+        QCOMPARE(destination("[::1]"), "[::1]");
+        QCOMPARE(destination(QString(253, 'a')), QString(253, 'a'));
+        // A hostile backend's texts are left out, and cost nothing else.
+        for (const QJsonValue &bad :
+             {QJsonValue(5), QJsonValue(true), QJsonValue(QJsonArray()), QJsonValue(QJsonObject()),
+              QJsonValue(QString(254, 'a')), QJsonValue("two words"), QJsonValue("a<b>"),
+              QJsonValue("line\n"), QJsonValue(QString::fromUtf8("\u202Egro.elpmaxe")),
+              QJsonValue(QString::fromUtf8("b\u00fccher.de")), QJsonValue("a/b"), QJsonValue("a@b"),
+              QJsonValue(QString(1 << 20, 'x'))})
+            QCOMPARE(destination(bad), "");
+    }
+
+    void destinationIsKeptInTheRecord()
+    {
+        const ModelOption model{"m", "n", "d", "api.example.com"};
+        QCOMPARE(ModelOption::fromJson(model.toJson()).value(), model);
+        QVERIFY(!ModelOption({"m", "n", "d"}).toJson().contains("destination"));
+        QVERIFY(qHash(model) != qHash(ModelOption{"m", "n", "d", "other.example.com"}));
+    }
+
+    void destinationNames()
+    {
+        const QUrl local("http://127.0.0.1:9878");
+        QCOMPARE(destinationName({}, local), "");
+        QCOMPARE(destinationName("api.example.com", local), "api.example.com");
+        for (const char *host : {"localhost", "127.0.0.1", "127.9.9.9", "[::1]", "::1"}) {
+            QCOMPARE(destinationName(host, local), "this machine");
+            QCOMPARE(destinationName(host, QUrl("http://[::1]:9878")), "this machine");
+            QCOMPARE(destinationName(host, QUrl("https://team.example.com/x")), "team.example.com");
+        }
+        QCOMPARE(destinationName("127.0.0.1.example.com", local), "127.0.0.1.example.com");
+    }
+
+    void connectModelIsOptional()
+    {
+        QVERIFY(!AppConfigResponse::fromJson(configObject())->connectModel);
+        for (const QJsonValue &value : {QJsonValue(true), QJsonValue(false), QJsonValue("yes"),
+                                        QJsonValue(1), QJsonValue(QJsonValue::Null)}) {
+            QJsonObject object = configObject();
+            object["connectModel"] = value;
+            const auto config = AppConfigResponse::fromJson(object);
+            QVERIFY(config);
+            QCOMPARE(config->connectModel, value == QJsonValue(true));
+            QCOMPARE(AppConfigResponse::fromJson(config->toJson()).value(), *config);
+            QCOMPARE(config->toJson().contains("connectModel"), config->connectModel);
+        }
+    }
+
     void decodesFullConfiguration()
     {
         QJsonObject object = configObject();

@@ -15,8 +15,8 @@ NEWS = {"id": "m1", "type": "INFORMATIONAL", "headerText": "Maintenance",
         "bodyMarkdown": "Back **soon**.", "actionLabel": "Read more",
         "actionUrl": "https://status.example/more"}
 ANSWER = "A line of the answer.\n\n" * 40 + "```\ncode\n```\n"
-BOX = ["Model", "Add note", "Capture without sending", "Capture and send", "Send", "Save thread",
-       "New thread"]
+BOX = ["Model", "Prompts", "Add note", "Capture without sending", "Capture and send", "Send",
+       "Save thread", "New thread"]
 BAR = ["Close", "Minimize", "Zoom", "Opacity", "Menu"]
 BUTTON, ITEM, RADIO = "push button", "list item", "radio button"
 SIGN_UP = "Don't have an account? Sign up"
@@ -313,7 +313,7 @@ class AccessTreeTest(E2ECase):
         screen = self.look(pane, scrolled=True)
         self.assertEqual([item.name for item in screen.seen if item.role == "heading"],
                          ["Settings", "Model", "Appearance", "Response text color", "Sending",
-                          "Answers", "Hotkeys"])
+                          "Panel", "Prompts", "Answers", "Hotkeys"])
         radios = [item for item in screen.seen if item.role == RADIO]
         self.assertEqual([radio.name for radio in radios],
                          ["Balanced", "Deep", "Light", "Dark", "System"]
@@ -325,17 +325,29 @@ class AccessTreeTest(E2ECase):
         switches = [item for item in screen.seen if item.role == "check box"]
         self.assertEqual([item.name for item in switches],
                          ["Start a new thread with each Send", "Don't clear prompt after sending",
-                          "Notify when an answer is ready"])
+                          "Start where I left it", "Notify when an answer is ready"])
         for item in switches:
-            self.assert_states(item, absent=("checked",))
+            if item.name == "Start where I left it":
+                self.assert_states(item, "checked")
+            else:
+                self.assert_states(item, absent=("checked",))
             self.assertTrue(item.description)
-        rows = [item.name for item in screen.all(re.compile(", .*Super"), BUTTON)]
-        self.assertEqual(len(rows), 7)
-        rows += [item.name for item in screen.all(re.compile(", not set$"), BUTTON)]
+        rows = [item.name for item in screen.all(re.compile(", (.*Super.*|not set)$"), BUTTON)]
+        self.assertEqual(len([row for row in rows if "Super" in row]), 7)
+        prompts = ["Prompt Explain", "Prompt Fix the error", "Prompt Translate"]
+        self.assertEqual([f"Capture and send: {name[7:]}, not set" for name in prompts], rows[-3:])
+        # The buttons of a prompt appear with the focus.
+        prompt_walk = [name for prompt in prompts
+                       for name in (prompt, *(tool for tool in (
+                           f"Move {prompt[7:]} up", f"Move {prompt[7:]} down",
+                           f"Delete {prompt[7:]}")
+                           if tool not in ("Move Explain up", "Move Translate down")))]
+        before = [item.name for item in switches if item.name != "Notify when an answer is ready"]
         self.desktop.press("tab")
         wait_until(screen.get("Balanced").has_focus, what="the focus on the first section")
         screen.walk_with_tab("System", "Text color: Theme", "Custom text color",
-                             *[item.name for item in switches], *rows, "Reset all hotkeys",
+                             *before, *prompt_walk, "Add a prompt",
+                             "Notify when an answer is ready", *rows, "Reset all hotkeys",
                              "Need help? See the Help docs ↗", "Close")
         self.desktop.press("escape")
         self.access.wait_gone("Response text color")

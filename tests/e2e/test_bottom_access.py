@@ -9,7 +9,8 @@ from harness.server import QUERY
 
 
 #: Name and role of everything always shown in the regular size.
-ALWAYS = [("Write a message", "text"), ("Model", "combo box"), ("Add note", "push button"),
+ALWAYS = [("Write a message", "text"), ("Model", "combo box"),
+          ("Prompts", "push button"), ("Add note", "push button"),
           ("Capture without sending", "push button"), ("Capture and send", "push button"),
           ("Send", "push button"), ("Save thread", "check box"), ("New thread", "push button"),
           ("Close", "push button"), ("Minimize", "push button"), ("Zoom", "push button"),

@@ -9,8 +9,8 @@ from harness.server import QUERY
 
 MODELS = [{"id": f"m{number}", "displayName": f"Model {number}", "descriptor": f"Number {number}"}
           for number in range(8)]
-IN_THE_BOX = ["Model", "Add note", "Capture without sending", "Capture and send", "Send",
-              "Save thread", "New thread"]
+IN_THE_BOX = ["Model", "Prompts", "Add note", "Capture without sending", "Capture and send",
+              "Send", "Save thread", "New thread"]
 ABOVE = ["Close", "Minimize", "Zoom", "Opacity", "Menu"]
 CLICKS = "Clicks reach the answer"
 

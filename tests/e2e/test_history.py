@@ -48,6 +48,32 @@ class HistoryTest(StoredThreadsCase):
         self.assertLess(older[1], newer[1], "the thread that was continued comes first")
         app.access.wait_for("Today", role="heading")
 
+    def test_search_looks_into_questions_answers_and_notes(self):
+        _, app = self.app_to_start()
+        stamp = "2026-01-0{}T10:00:00Z"
+        self.store("Plain title", "The Crème brûlée\n\nneeds a torch.", stamp.format(3))
+        self.store("Another thread", "Nothing here.", stamp.format(2), notes=["Buy a TORCH"])
+        self.store("Third\nwith a torch in its question", "Nothing here.", stamp.format(1))
+        damaged = self.store("Damaged", "torch", stamp.format(4))
+        (self.root / damaged / "session.json").write_text('{"turns": [{"prompt": "torch"')
+        app.start().sign_in()
+        self.open_history(app)
+        app.access.wait_for("Search threads", focused=True)
+        self.desktop.type_text("torch")
+        for title, description in (
+                ("Plain title", "1 turn, Answer: …brûlée needs a torch."),
+                ("Another thread", "1 turn, 1 note, Note: Buy a TORCH"),
+                ("Third", "1 turn, Question: Third with a torch in its question")):
+            row = app.access.wait_for(re.compile(f"^{title}, "))
+            wait_until(lambda: row.get_description() == description,  # pylint: disable=W0640
+                       what=f"the hit {description}")
+        self.desktop.press("ctrl+a")
+        self.desktop.type_text("creme BRULEE NEEDS")
+        app.access.wait_gone(re.compile("^Third, "))
+        app.access.wait_gone(re.compile("^Another thread, "))
+        self.desktop.press("return")
+        app.access.wait_for_page_text("needs a torch.")
+
     def test_rename_and_delete_by_keys(self):
         _, app = self.app_with_threads(
             ("Keep me", "answer", "2026-01-02T10:00:00Z"),

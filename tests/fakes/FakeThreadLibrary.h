@@ -1,5 +1,6 @@
 #pragma once
 
+#include "history/TextFolding.h"
 #include "history/ThreadLibrary.h"
 
 #include <QMap>
@@ -39,6 +40,24 @@ public:
         }
         promise->finish();
         return future;
+    }
+    QFuture<ThreadHits> search(const ThreadQuery &query) override
+    {
+        auto promise = std::make_shared<QPromise<ThreadHits>>();
+        promise->start();
+        searches.append(query);
+        if (holdsSearch) {
+            heldSearch = promise;
+            return promise->future();
+        }
+        ThreadHits hits;
+        for (const QUuid &id : query.threads) {
+            if (const auto it = sessions.constFind(id); it != sessions.constEnd())
+                addHit(*it, query.text.trimmed(), hits);
+        }
+        promise->addResult(hits);
+        promise->finish();
+        return promise->future();
     }
     QFuture<Result<CaptureSession>> load(const QUuid &id) override
     {
@@ -84,6 +103,14 @@ public:
         return thread;
     }
 
+    /// A hit whose snippet is the whole of @p text.
+    static ThreadHit hit(ThreadHit::Place place, const QString &text, const QString &part)
+    {
+        const qsizetype start = text.indexOf(part);
+        return {place, text, start, part.size(),
+                SearchText(QString(), QLocale::c()).reduced(text.mid(start))};
+    }
+
     /// Stores a new thread with one turn.
     CaptureSession add(const QString &prompt, const QDateTime &updatedAt)
     {
@@ -102,11 +129,31 @@ public:
     bool holdsList = false;
     /// Promise of the last pending list().
     std::shared_ptr<Batches> held;
+    /// The queries of all calls of search().
+    QList<ThreadQuery> searches;
+    /// Whether search() leaves its future pending.
+    bool holdsSearch = false;
+    /// Promise of the last pending search().
+    std::shared_ptr<QPromise<ThreadHits>> heldSearch;
     /// Number of calls of list().
     int lists = 0;
     QStringList calls;
 
 private:
+    static void addHit(const CaptureSession &session, const QString &part, ThreadHits &hits)
+    {
+        const auto add = [&](ThreadHit::Place place, const QString &text) {
+            if (text.contains(part))
+                hits.insert(session.id, hit(place, text, part));
+        };
+        for (const auto &turn : session.turns) {
+            add(ThreadHit::Place::Question, turn.prompt);
+            add(ThreadHit::Place::Answer, turn.response);
+        }
+        for (const auto &note : session.notes)
+            add(ThreadHit::Place::Note, note.text);
+    }
+
     template <typename T>
     static QFuture<Result<T>> ready(Result<T> value)
     {

@@ -154,11 +154,11 @@ private Q_SLOTS:
     {
         m_platform.claim(ctrlAltCmd | Qt::Key_T);
         m_manager->start({});
-        QCOMPARE(m_problems.keys(), QList{HotkeyAction::Toggle});
+        QCOMPARE(m_problems.keys(), QList<HotkeyId>{HotkeyAction::Toggle});
         m_desktop->answer(Capability::applied());
         QVERIFY(m_problems.isEmpty());
         m_desktop->answer(Capability::unsupported(QStringLiteral("Gone.")));
-        QCOMPARE(m_problems.keys(), QList{HotkeyAction::Toggle});
+        QCOMPARE(m_problems.keys(), QList<HotkeyId>{HotkeyAction::Toggle});
     }
 
     void startingAgainRegistersNothingWhileTheDesktopDelivers()
@@ -247,7 +247,7 @@ private:
     }
     HotkeyManager::ProblemSink problemSink()
     {
-        return [this](HotkeyAction action, const QString &line) {
+        return [this](const HotkeyId &action, const QString &line) {
             if (line.isEmpty())
                 m_problems.remove(action);
             else
@@ -258,7 +258,7 @@ private:
     FakeGlobalHotkeys m_platform;
     std::unique_ptr<FakeDesktopShortcuts> m_desktop;
     std::chrono::steady_clock::time_point m_now{1000s};
-    QMap<HotkeyAction, QString> m_problems;
+    QMap<HotkeyId, QString> m_problems;
     QList<HotkeyAction> m_pressed;
     LogCapture m_log;
     std::unique_ptr<HotkeyManager> m_manager;

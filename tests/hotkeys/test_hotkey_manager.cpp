@@ -73,7 +73,7 @@ private:
     /// Every problem that was ever reported.
     QStringList m_problems;
     /// Those that stand.
-    QMap<HotkeyAction, QString> m_standing;
+    QMap<HotkeyId, QString> m_standing;
     QStringList m_log;
     QList<HotkeyAction> m_pressed;
     std::unique_ptr<HotkeyManager> m_manager;
@@ -109,7 +109,7 @@ void HotkeyManagerTest::press(HotkeyAction action)
 
 HotkeyManager::ProblemSink HotkeyManagerTest::problemSink()
 {
-    return [this](HotkeyAction action, const QString &line) {
+    return [this](const HotkeyId &action, const QString &line) {
         if (line.isEmpty()) {
             m_standing.remove(action);
         } else {
@@ -315,7 +315,7 @@ void HotkeyManagerTest::unsettingWithdrawsAProblem()
 {
     m_platform.claim(ctrlAltCmd | Qt::Key_T);
     m_manager->start({});
-    QCOMPARE(m_standing.keys(), QList{HotkeyAction::Toggle});
+    QCOMPARE(m_standing.keys(), QList<HotkeyId>{HotkeyAction::Toggle});
     QVERIFY(m_manager->updateHotkey(QStringLiteral("toggle"), QString()));
     QVERIFY(m_standing.isEmpty());
 }
@@ -540,7 +540,7 @@ void HotkeyManagerTest::aComboOfOurOwnIsNamedByItsRow()
     hotkeys[HotkeyAction::Toggle] = hotkeys[HotkeyAction::Clear];
     m_manager->start(hotkeys);
     QCOMPARE(m_standing,
-             (QMap<HotkeyAction, QString>{
+             (QMap<HotkeyId, QString>{
                  {HotkeyAction::Toggle,
                   QStringLiteral("**Ctrl+Option+Cmd+X (Toggle) is unavailable** — already used by "
                                  "Clear the response area. Choose another shortcut for one of the "
@@ -602,14 +602,14 @@ void HotkeyManagerTest::aSolvedProblemIsWithdrawn()
     m_platform.claim(ctrlAltCmd | Qt::Key_T);
     m_platform.claim(ctrlAltCmd | Qt::Key_X);
     m_manager->start({});
-    QCOMPARE(m_standing.keys(), (QList{HotkeyAction::Clear, HotkeyAction::Toggle}));
+    QCOMPARE(m_standing.keys(), (QList<HotkeyId>{HotkeyAction::Clear, HotkeyAction::Toggle}));
     // The one gets another combo, the other program lets go of the other.
     QVERIFY(m_manager->updateHotkey(QStringLiteral("toggle"), QStringLiteral("cmd+u")));
-    QCOMPARE(m_standing.keys(), QList{HotkeyAction::Clear});
+    QCOMPARE(m_standing.keys(), QList<HotkeyId>{HotkeyAction::Clear});
     m_platform.release(ctrlAltCmd | Qt::Key_X);
     m_manager->suspendAll();
     m_manager->resume({});
-    QCOMPARE(m_standing.keys(), QList{HotkeyAction::Toggle});
+    QCOMPARE(m_standing.keys(), QList<HotkeyId>{HotkeyAction::Toggle});
     m_platform.release(ctrlAltCmd | Qt::Key_T);
     m_manager->stop();
     m_manager->start({});
@@ -641,7 +641,7 @@ void HotkeyManagerTest::aFreedComboGoesToWhoeverLackedIt()
     hotkeys[HotkeyAction::Clear] = hotkeys[HotkeyAction::Capture];
     hotkeys[HotkeyAction::NewThread] = hotkeys[HotkeyAction::Capture];
     m_manager->start(hotkeys);
-    QCOMPARE(m_standing.keys(), (QList{HotkeyAction::Clear, HotkeyAction::NewThread}));
+    QCOMPARE(m_standing.keys(), (QList<HotkeyId>{HotkeyAction::Clear, HotkeyAction::NewThread}));
     m_log.clear();
     QVERIFY(m_manager->updateHotkey(QStringLiteral("capture"), QStringLiteral("cmd+u")));
     QCOMPARE(m_log.first(), QStringLiteral("[HotkeyManager] Registered Capture -> cmd+u"));
@@ -649,7 +649,7 @@ void HotkeyManagerTest::aFreedComboGoesToWhoeverLackedIt()
     QVERIFY(m_platform.pressCombo(ctrlAltCmd | Qt::Key_C));
     QCoreApplication::processEvents();
     QCOMPARE(m_pressed, QList{HotkeyAction::Clear});
-    QCOMPARE(m_standing.keys(), QList{HotkeyAction::NewThread});
+    QCOMPARE(m_standing.keys(), QList<HotkeyId>{HotkeyAction::NewThread});
     QVERIFY(m_standing.first().contains(QStringLiteral("already used by Clear the response area")));
 }
 

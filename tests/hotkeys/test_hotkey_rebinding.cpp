@@ -51,7 +51,7 @@ struct Fixture
     FakeKeyMonitor keys;
     HotkeyCombos file;
     HotkeyManager manager{platform, Vocabulary::macOS(), &std::chrono::steady_clock::now,
-                          [](HotkeyAction, const QString &) {}};
+                          [](const HotkeyId &, const QString &) {}};
     std::unique_ptr<HotkeyRebinding> rebinding;
 };
 

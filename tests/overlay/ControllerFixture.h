@@ -59,8 +59,8 @@ struct ControllerFixture
     FakeDesktopShortcuts shortcuts;
     HotkeyManager hotkeys{platform.hotkeys, platform.systemVocabulary,
                           &std::chrono::steady_clock::now,
-                          [this](HotkeyAction action, const QString &line) {
-                              permissions.setProblem(hotkeyAction(action).jsonKey, line);
+                          [this](const HotkeyId &action, const QString &line) {
+                              permissions.setProblem(action.jsonKey(), line);
                           },
                           &shortcuts};
     FakeThreadLibrary library;

@@ -8,6 +8,7 @@
 #include "history/ThreadController.h"
 #include "hotkeys/HotkeyManager.h"
 #include "hotkeys/HotkeyRebinding.h"
+#include "overlay/FindModel.h"
 #include "overlay/NonFocusPanel.h"
 #include "overlay/OverlayModel.h"
 #include "overlay/ResponseScrollbarModel.h"
@@ -30,8 +31,8 @@ struct OverlayFixture
     explicit OverlayFixture(bool hasDesktopKeys = false)
         : panels(stored)
         , manager(
-              hotkeys, words, &std::chrono::steady_clock::now, [](HotkeyAction, const QString &) {},
-              hasDesktopKeys ? &shortcuts : nullptr)
+              hotkeys, words, &std::chrono::steady_clock::now,
+              [](const HotkeyId &, const QString &) {}, hasDesktopKeys ? &shortcuts : nullptr)
         , settings(stored, *panels.models(), rebinding, words,
                    hasDesktopKeys ? guide() : ShortcutGuide())
         , threads(stored, nullptr)
@@ -91,8 +92,8 @@ struct OverlayFixture
 
     void show()
     {
-        panel.setContent(
-            engine, {overlay, panels, menu, scrollbar, responseView, nullptr, &sidebar, &settings});
+        panel.setContent(engine, {overlay, panels, menu, scrollbar, responseView, nullptr, &sidebar,
+                                  &settings, &finding});
         panel.show();
     }
 
@@ -215,6 +216,7 @@ struct OverlayFixture
     HotkeyManager manager;
     HotkeyRebinding rebinding{manager, defaults, keyMonitor, {}};
     SettingsModel settings;
+    FindModel finding;
     QUrl responseView;
     QDateTime now = QDateTime(QDate(2025, 3, 14), QTime(15, 0));
     FakeThreadLibrary library;

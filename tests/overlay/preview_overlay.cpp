@@ -43,8 +43,10 @@ void applyDesktopKeys(OverlayFixture &f, const QString &state)
     }
     f.manager.suspendAll();
     if (state == QLatin1String("no-keys")) {
-        for (const HotkeyActionInfo &row : hotkeyActions)
-            f.hotkeys.claim(*HotkeyCombo::parse(row.defaultCombo), {});
+        for (const HotkeyActionInfo &row : hotkeyActions) {
+            if (const auto combo = HotkeyCombo::parse(row.defaultCombo))
+                f.hotkeys.claim(*combo, {});
+        }
     }
     f.manager.resume({});
     f.shortcuts.answer(

@@ -116,7 +116,8 @@ private Q_SLOTS:
         type("zzz");
         QVERIFY(empty->isVisible());
         QVERIFY(texts().contains(QStringLiteral("No matching threads")));
-        QVERIFY(texts().contains(QStringLiteral("Search looks at thread titles only.")));
+        QVERIFY(texts().contains(
+            QStringLiteral("Search looks at titles, questions, answers and notes.")));
         f().sidebar.setSearchText({});
         QVERIFY(!empty->isVisible());
     }

@@ -251,6 +251,14 @@ void TestLargeText::textSizeIsFollowedLive()
     QCOMPARE(f.overlay.responseRect().top(), 76.0);
     QCOMPARE(f.overlay.bottomPanelsHeight(), panels + 2 * 5 + 4 + 4);
     QCOMPARE(f.find("response")->property("textScale").toReal(), 1.25);
+    f.overlay.setAnswerTextScale(2);
+    QCOMPARE(f.find("response")->property("textScale").toReal(), 2.5);
+    QCOMPARE(title->property("font").value<QFont>().pixelSize(), 16);
+    system.setTextScale(3);
+    QCOMPARE(f.find("response")->property("textScale").toReal(), 5.0);
+    system.setTextScale(1.25);
+    f.overlay.setAnswerTextScale(1);
+    QCOMPARE(f.find("response")->property("textScale").toReal(), 1.25);
     QCOMPARE(QGuiApplication::font().pixelSize(), 16);
     // The answer's area follows, and with it the part of the window that clicks pass through.
     QCOMPARE(QRectF(f.overlay.clickThroughRect()), f.overlay.responseRect());

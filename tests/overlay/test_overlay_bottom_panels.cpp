@@ -261,6 +261,44 @@ private Q_SLOTS:
         QCOMPARE(f().overlay.bottomPanelsHeight(), 140.0);
     }
 
+    void modelListTellsWherePicturesGo()
+    {
+        const QString host = QString(180, 'a') + ".evil.example";
+        f().panels.models()->setOffer({{"one", "One", "Short", "127.0.0.1"},
+                                       {"two", "Two", QString(300, 'd'), host},
+                                       {"three", "Three", "Old backend"}},
+                                      "one");
+        show();
+        for (const QSize size : {QSize(624, 744), QSize(320, 280)}) {
+            f().panel.resize(size);
+            click("modelPicker");
+            f().panel.grabWindow();
+            auto *list = f().find("modelList");
+            QStringList shown;
+            for (int row = 0; row < 3; ++row) {
+                QQuickItem *item = nullptr;
+                QMetaObject::invokeMethod(list, "itemAtIndex", Q_RETURN_ARG(QQuickItem *, item),
+                                          Q_ARG(int, row));
+                if (!item)
+                    continue; // scrolled out
+                const auto *place = OverlayFixture::findIn(item, QLatin1String("destination"));
+                QVERIFY(place);
+                shown << place->property("text").toString();
+                // Whatever the host is called, it stays in its row beside the name.
+                QVERIFY(place->x() + place->width() <= item->width());
+                QVERIFY(place->x() >= 36);
+                const QAccessibleInterface *access = QAccessible::queryAccessibleInterface(item);
+                const QString text = access->text(QAccessible::Description);
+                QCOMPARE(text, QStringList({"Short. Pictures stay on this machine",
+                                            QString(300, 'd') + ". Pictures go to " + host,
+                                            "Old backend"})
+                                   .at(row));
+            }
+            QVERIFY(shown.contains("this machine"));
+            click("modelPicker");
+        }
+    }
+
     void modelListClosesWithoutModels()
     {
         show();

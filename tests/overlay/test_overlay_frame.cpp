@@ -56,6 +56,27 @@ private Q_SLOTS:
         QVERIFY(!f().overlay.isMenuOpen());
     }
 
+    void menuLeadsToConnectingAModelOnlyWhenNoneAnswers()
+    {
+        showActive();
+        QVERIFY(!f().find("menuConnectModel")->isVisible());
+        f().menu.setConnectAvailable(true);
+        QSignalSpy connectModel(&f().menu, &HamburgerMenuModel::connectRequested);
+        f().find("menuButton")->forceActiveFocus(Qt::TabFocusReason);
+        QTest::keyClick(&f().panel, Qt::Key_Return);
+        QTest::keyClick(&f().panel, Qt::Key_Down);
+        QCOMPARE(focusName(), QStringLiteral("Connect a model"));
+        QTest::keyClick(&f().panel, Qt::Key_Return);
+        QCOMPARE(connectModel.size(), 1);
+        QVERIFY(!f().overlay.isMenuOpen());
+        click("menuButton");
+        click("menuConnectModel");
+        QCOMPARE(connectModel.size(), 2);
+        f().menu.setConnectAvailable(false);
+        f().overlay.setMenuOpen(true);
+        QTRY_VERIFY(!f().find("menuConnectModel")->isVisible());
+    }
+
     void unavailableMenuRowsAreHidden()
     {
         show();

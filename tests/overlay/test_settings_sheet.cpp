@@ -80,6 +80,16 @@ private:
     }
 
 private Q_SLOTS:
+    void startIsChosen()
+    {
+        open();
+        QCOMPARE(accessible("startsWhereLeft")->role(), QAccessible::CheckBox);
+        QVERIFY(accessible("startsWhereLeft")->state().checked);
+        clickInContent("startsWhereLeft");
+        QCOMPARE(f().defaults.boolValue("startsWhereLeft"), false);
+        QVERIFY(!accessible("startsWhereLeft")->state().checked);
+    }
+
     void screenChoiceNeedsSeveralScreens()
     {
         open();
@@ -234,6 +244,7 @@ private Q_SLOTS:
                                 "hexField",
                                 "startNewThreadPerSend",
                                 "dontClearPromptAfterSend",
+                                "startsWhereLeft",
                                 "hotkeyButton-0",
                                 "hotkeyButton-1",
                                 "hotkeyButton-2",

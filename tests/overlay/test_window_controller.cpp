@@ -47,6 +47,84 @@ private Q_SLOTS:
         QVERIFY(!f.platform.systemNotifications.isShown);
     }
 
+    void thePanelStartsWhereItWasLeft()
+    {
+        ControllerFixture f;
+        const QRect area = QGuiApplication::primaryScreen()->availableGeometry();
+        const QRect frame(area.x() + 60, area.y() + 70, 400, 450);
+        f.overlay->panel().setGeometry(frame);
+        Q_EMIT f.overlay->panel().dragFinished(frame);
+        f.overlay->adjustOpacity(-0.5);
+        f.make();
+        QCOMPARE(f.overlay->panel().geometry(), frame);
+        QCOMPARE(f.overlay->overlayModel().currentAlpha(), 0.38);
+        QVERIFY(f.log.lines.contains(prefix + QStringLiteral("Panel placed where it was left at "
+                                                             "(%1, %2), 400x450")
+                                                  .arg(frame.x())
+                                                  .arg(frame.y())));
+        // Zooming is not remembered, the frame before it is.
+        f.overlay->sliderChanged(0.25);
+        Q_EMIT f.overlay->overlayModel().zoomRequested();
+        f.overlay->sliderChanged(0.5);
+        f.make();
+        QCOMPARE(f.overlay->panel().geometry(), frame);
+        QCOMPARE(f.overlay->overlayModel().currentAlpha(), 0.5);
+    }
+
+    void thePanelStartsAsConfiguredIfWanted()
+    {
+        ControllerFixture f;
+        const QRect configured = f.overlay->panel().geometry();
+        const QRect frame = configured.adjusted(0, 0, -50, -60);
+        f.settings.setStartsWhereLeft(false);
+        Q_EMIT f.overlay->panel().dragFinished(frame);
+        f.overlay->adjustOpacity(-0.5);
+        QVERIFY(!f.defaults.stringDictionary("panelPlaces"));
+        // Switching it on remembers the present place.
+        f.settings.setStartsWhereLeft(true);
+        QCOMPARE(f.defaults.stringDictionary("panelPlaces")->size(), 1);
+        f.settings.setStartsWhereLeft(false);
+        f.make();
+        QCOMPARE(f.overlay->panel().geometry(), configured);
+        QCOMPARE(f.overlay->overlayModel().currentAlpha(), 0.88);
+        // The present place is the one that counts from now on.
+        f.settings.setStartsWhereLeft(true);
+        f.make();
+        QCOMPARE(f.overlay->panel().geometry(), configured);
+    }
+
+    void aPlaceThatFitsNoLongerIsBroughtBack()
+    {
+        ControllerFixture f;
+        PanelMemory(f.defaults).remember({QRect(50000, 50000, 9000, 400), 0.3});
+        f.make();
+        const QRect area = QGuiApplication::primaryScreen()->availableGeometry();
+        const QRect frame = f.overlay->panel().geometry();
+        QVERIFY(frame.width() <= std::max(area.width(), 320));
+        QVERIFY(area.contains(frame.topLeft()));
+        QCOMPARE(f.overlay->overlayModel().currentAlpha(), 0.3);
+    }
+
+    void theAnswersTextSizeIsRemembered()
+    {
+        ControllerFixture f;
+        OverlayModel &overlay = f.overlay->overlayModel();
+        QCOMPARE(overlay.answerTextScale(), 1.0);
+        overlay.changeAnswerText(1);
+        QCOMPARE(overlay.answerTextScale(), 1.1);
+        QCOMPARE(overlay.notice(), "Answer text 110%");
+        overlay.changeAnswerText(1);
+        f.make();
+        QCOMPARE(f.overlay->overlayModel().answerTextScale(), 1.25);
+        f.overlay->overlayModel().changeAnswerText(-1);
+        f.overlay->overlayModel().changeAnswerText(0);
+        QCOMPARE(f.overlay->overlayModel().answerTextScale(), 1.0);
+        // The last size says so, too.
+        for (int i = 0; i < 20; ++i)
+            f.overlay->overlayModel().changeAnswerText(-1);
+        QCOMPARE(f.overlay->overlayModel().notice(), "Answer text 50%");
+    }
+
     void lockedSessionIsNotCaptured()
     {
         ControllerFixture f;
@@ -54,6 +132,35 @@ private Q_SLOTS:
         f.overlay->triggerCaptureAndSend();
         f.overlay->captureNoSend();
         QVERIFY(!f.overlay->orchestrator().isCapturing());
+    }
+
+    void connectingAModelOpensTheAccountPage()
+    {
+        ControllerFixture f;
+        AppConfigResponse config = account();
+        f.overlay->applyConfigAtStart(config);
+        QVERIFY(!f.overlay->menuModel().connectAvailable());
+        config.connectModel = true;
+        Q_EMIT f.notifications.configDidUpdate(config);
+        QVERIFY(f.overlay->menuModel().connectAvailable());
+        f.log.lines.clear();
+        Q_EMIT f.overlay->menuModel().connectRequested();
+        QCOMPARE(f.log.lines, QStringList{prefix + "Connect a model clicked"});
+        QCOMPARE(f.platform.systemWorkspace.urls, QList<QUrl>{QUrl("http://host/account")});
+        // Another backend says nothing about it.
+        config.connectModel = false;
+        Q_EMIT f.notifications.configDidUpdate(config);
+        QVERIFY(!f.overlay->menuModel().connectAvailable());
+    }
+
+    void hostsOfModelsAreSeenFromTheUser()
+    {
+        ControllerFixture f;
+        AppConfigResponse config = account();
+        config.availableModels = {{"m1", "One", "d", "127.0.0.1"}};
+        f.overlay->applyConfigAtStart(config);
+        const QModelIndex row = f.overlay->panelsModel().models()->index(0, 0);
+        QCOMPARE(row.data(ModelListModel::DestinationRole).toString(), "host");
     }
 
     void noticeIsOfferedIfSupported()

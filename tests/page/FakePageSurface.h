@@ -37,6 +37,7 @@ public:
     /// Loads that have started.
     QList<QPair<LoadId, PageContent>> loads;
     QStringList scripts;
+    QStringList bridgeScripts;
     QList<quint64> tokens;
     /// Loads that were started again.
     int restarts = 0;
@@ -55,6 +56,7 @@ protected:
         if (runsAtOnce)
             scriptDone(token);
     }
+    void runBridgeScript(const QString &script) override { bridgeScripts.append(script); }
     void restartLoad() override { ++restarts; }
 };
 

@@ -40,6 +40,7 @@ private Q_SLOTS:
     void scrollCommands();
     void scrollPosition_data();
     void scrollPosition();
+    void findsInThePageOnShow();
     void malformedMessages_data();
     void malformedMessages();
     void longBodiesAreCut();
@@ -345,6 +346,52 @@ void TestPageDisplay::scrollPosition()
     QTEST(changed[0][2].toDouble(), "fraction");
 }
 
+void TestPageDisplay::findsInThePageOnShow()
+{
+    QSignalSpy results(m_display.get(), &ResponseDisplay::findResultChanged);
+    const auto post = [this](double page) {
+        m_surface->post(QStringLiteral("findResult"), QVariantMap{{QStringLiteral("page"), page},
+                                                                  {QStringLiteral("current"), 1},
+                                                                  {QStringLiteral("total"), 2}});
+    };
+    m_display->loadContent(QStringLiteral("x"));
+    QTRY_COMPARE(m_surface->loads.size(), 1);
+    m_surface->finishLoad();
+    // Nothing is being found.
+    m_display->findNext();
+    m_display->findPrevious();
+    QVERIFY(m_surface->bridgeScripts.isEmpty());
+    post(double(m_surface->loads.last().first));
+    QVERIFY(results.isEmpty());
+
+    m_display->find(QStringLiteral("\"a\" \\ %1\n"));
+    QCOMPARE(m_surface->bridgeScripts.takeLast(),
+             QStringLiteral("finding.search(...[\"\\\"a\\\" \\\\ %1\\n\"], true)"));
+    m_display->findNext();
+    m_display->findPrevious();
+    QCOMPARE(m_surface->bridgeScripts,
+             QStringList({QStringLiteral("finding.step(1)"), QStringLiteral("finding.step(-1)")}));
+    m_surface->bridgeScripts.clear();
+    post(double(m_surface->loads.last().first) + 1);
+    QVERIFY(results.isEmpty());
+    post(double(m_surface->loads.last().first));
+    QCOMPARE(results.size(), 1);
+    QCOMPARE(results.last(), QVariantList({1, 2}));
+
+    m_display->loadContent(QStringLiteral("y"));
+    QTRY_COMPARE(m_surface->loads.size(), 2);
+    m_surface->finishLoad();
+    QCOMPARE(m_surface->bridgeScripts.size(), 1);
+    QVERIFY(m_surface->bridgeScripts.takeLast().endsWith(QStringLiteral("false)")));
+
+    m_display->endFind();
+    QCOMPARE(m_surface->bridgeScripts.takeLast(), QStringLiteral("finding.end()"));
+    m_surface->finishLoad();
+    QVERIFY(m_surface->bridgeScripts.isEmpty());
+    post(double(m_surface->loads.last().first));
+    QCOMPARE(results.size(), 1);
+}
+
 void TestPageDisplay::malformedMessages_data()
 {
     QTest::addColumn<QString>("name");
@@ -396,6 +443,22 @@ void TestPageDisplay::malformedMessages_data()
         "{\"turn\":\"0A1B2C3D-0000-4000-8000-00000000ABCD\",\"version\":\"0\"}");
     row("version fraction", "showVersion", version(id, 0.5),
         "{\"turn\":\"0A1B2C3D-0000-4000-8000-00000000ABCD\",\"version\":0.5}");
+    const auto found = [](const QVariant &current, const QVariant &total) {
+        return QVariantMap{{QStringLiteral("page"), 1},
+                           {QStringLiteral("current"), current},
+                           {QStringLiteral("total"), total}};
+    };
+    row("found text", "findResult", QStringLiteral("3 of 12"), "3 of 12");
+    row("found incomplete", "findResult", QVariantMap{{QStringLiteral("total"), 1}},
+        "{\"total\":1}");
+    row("found beyond the end", "findResult", found(3, 2),
+        "{\"current\":3,\"page\":1,\"total\":2}");
+    row("found negative", "findResult", found(-1, 2), "{\"current\":-1,\"page\":1,\"total\":2}");
+    row("found fraction", "findResult", found(1, 1.5), "{\"current\":1,\"page\":1,\"total\":1.5}");
+    row("found texts", "findResult", found(QStringLiteral("1"), 2),
+        "{\"current\":\"1\",\"page\":1,\"total\":2}");
+    row("found too many", "findResult", found(1, 3e9),
+        "{\"current\":1,\"page\":1,\"total\":3000000000}");
 }
 
 void TestPageDisplay::malformedMessages()

@@ -89,6 +89,11 @@ private Q_SLOTS:
         QCOMPARE(changed.size(), 2);
         QVERIFY(menu.historyAvailable());
         QVERIFY(menu.settingsAvailable());
+        QVERIFY(!menu.connectAvailable());
+        menu.setConnectAvailable(true);
+        menu.setConnectAvailable(true);
+        QCOMPARE(changed.size(), 3);
+        QVERIFY(menu.connectAvailable());
     }
 
     void secondPageIsForOneThread()

@@ -25,6 +25,28 @@ private Q_SLOTS:
         QCOMPARE(m_list.rowOf("x"), -1);
     }
 
+    void tellsWherePicturesGo()
+    {
+        const auto offer = [this](const QString &destination) {
+            m_list.setOffer({{"f", "Fast", "Quick answers", destination}}, "f");
+            const QModelIndex row = m_list.index(0);
+            return row.data(ModelListModel::DestinationRole).toString() + '|' +
+                   row.data(ModelListModel::PictureHintRole).toString();
+        };
+        QCOMPARE(offer({}), "|");
+        QCOMPARE(offer("api.example.com"), "api.example.com|Pictures go to api.example.com");
+        QCOMPARE(offer("127.0.0.1"), "this machine|Pictures stay on this machine");
+        m_list.setBackend(QUrl("https://team.example.com"));
+        QCOMPARE(offer("localhost"), "team.example.com|Pictures stay on team.example.com");
+    }
+
+    void changedDestinationIsShown()
+    {
+        m_list.setOffer({{"f", "Fast", "d", "a.org"}}, "f");
+        m_list.setOffer({{"f", "Fast", "d", "b.org"}}, "f");
+        QCOMPARE(m_list.index(0).data(ModelListModel::DestinationRole).toString(), "b.org");
+    }
+
     void unchangedListDoesNotReset()
     {
         m_list.setOffer(m_offer, "f");

@@ -104,6 +104,26 @@ private Q_SLOTS:
                                                            {"platform", "mac"}}));
     }
 
+    void aPromptOfItsOwnLeavesTheBox()
+    {
+        Fixture f;
+        f.defaults.setString("userPrompt", "Typed");
+        f.orchestrator.captureAndSendPrompt("Explain it.");
+        QCOMPARE(f.log.lines, QStringList{prefix + "Capture & Send triggered"});
+        f.captureReturns(ScreenshotCapture::Result{"jpeg", 99});
+        QCOMPARE(f.service.requests.first().prompt, "Explain it.");
+        QCOMPARE(f.service.requests.first().imageBase64, QByteArray("jpeg").toBase64());
+        f.transfer()->answer("Hello");
+        f.transfer()->finish(done());
+        QCOMPARE(f.threads.currentSession()->turns.first().prompt, "Explain it.");
+        QCOMPARE(f.defaults.stringValue("userPrompt"), "Typed");
+        // The next one without is the box's again.
+        f.captureAndSend();
+        QVERIFY(f.service.requests.last().prompt.endsWith("Current message:\nTyped"));
+        f.transfer()->finish(done());
+        QCOMPARE(f.defaults.stringValue("userPrompt"), "");
+    }
+
     void emptyPromptSendsDefault()
     {
         Fixture f;

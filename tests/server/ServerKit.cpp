@@ -58,7 +58,7 @@ AnswerOutcome completed(std::int64_t input, std::int64_t output)
 }
 
 RunningServer::RunningServer(Config config, const Clock &clock, AnswerFunction answer,
-                             PageRoutes::OwnUserCheck ownUser)
+                             OwnUserCheck ownUser)
     : m_hasher(config.security.passwordCost)
     , m_database(config.dataFile)
     , m_accounts(m_database, m_hasher, clock)

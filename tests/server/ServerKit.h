@@ -67,7 +67,7 @@ public:
 
     /// @p answer replaces the answers of all providers.
     explicit RunningServer(Config config, const Clock &clock, AnswerFunction answer = {},
-                           PageRoutes::OwnUserCheck ownUser = {});
+                           OwnUserCheck ownUser = {});
     ~RunningServer();
     RunningServer(const RunningServer &) = delete;
     RunningServer &operator=(const RunningServer &) = delete;

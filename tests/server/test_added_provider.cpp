@@ -107,8 +107,10 @@ TEST_F(AddedProvider, ErrorsNameItsTableKeysAndSettings)
 
 TEST_F(AddedProvider, IsNamedInHelpTexts)
 {
-    RunningServer server(configured("", {}), clock);
-    EXPECT_NE(server.client().Get("/help")->body.find("Set <code>ECHO_NAME</code> for an echo, or "
+    // Answers to the user who runs the server name the account page instead.
+    RunningServer server(configured("", {}), clock, {},
+                         [](const httplib::Request &) { return false; });
+    EXPECT_NE(server.client().Get("/help")->body.find("set <code>ECHO_NAME</code> for an echo, or "
                                                       "<code>ANTHROPIC_API_KEY</code>, or"),
               std::string::npos);
     EXPECT_NE(answerText(server.query(server.token(), "Why?")->body)

@@ -44,7 +44,7 @@ struct Answer
 AnswerFunction offlineAnswer(const std::string &toml = "")
 {
     const auto config = Config::parse(toml, "test", environmentOf({})).value();
-    return ModelCatalog(config).choose(std::nullopt).answer;
+    return ModelCatalog(config, {}).choose(std::nullopt).answer;
 }
 
 Answer ask(const ModelRequest &request, const std::string &toml = "")

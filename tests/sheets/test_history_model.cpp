@@ -92,13 +92,150 @@ private Q_SLOTS:
         QCOMPARE(titles(), QStringList("Nightly EXPORT rows"));
         QCOMPARE(value(0, HistoryModel::MatchStartRole).toInt(), 8);
         QCOMPARE(value(0, HistoryModel::MatchLengthRole).toInt(), 6);
-        // "An answer." occurs in both threads, but not in their titles.
-        m_model->setSearchText("answer");
+        m_model->setSearchText("nothing");
         QCOMPARE(m_model->rowCount(), 0);
         QVERIFY(m_model->hasThreads());
         m_model->setSearchText("   ");
         QCOMPARE(m_model->rowCount(), 2);
         QCOMPARE(value(0, HistoryModel::MatchStartRole).toInt(), -1);
+    }
+
+    void searchIgnoresAccents()
+    {
+        m_library->add(QString::fromUtf8("Le résumé\nsecond line"), noon);
+        open();
+        m_model->setSearchText("RESUME");
+        QCOMPARE(m_model->rowCount(), 1);
+        QCOMPARE(value(0, HistoryModel::MatchStartRole).toInt(), 3);
+        QCOMPARE(value(0, HistoryModel::MatchLengthRole).toInt(), 6);
+    }
+
+    void textsAreSearchedInTheBackground()
+    {
+        const CaptureSession inAnswer = m_library->add("Blue", noon);
+        const CaptureSession inNote = m_library->add("Green", noon.addSecs(-60));
+        m_library->add("Title with needle", noon.addSecs(-120));
+        open();
+        m_library->holdsSearch = true;
+        QSignalSpy searching(m_model.get(), &HistoryModel::searchingChanged);
+        m_model->setSearchText(" needle ");
+        // Titles are found at once.
+        QCOMPARE(titles(), QStringList("Title with needle"));
+        QCOMPARE(value(0, HistoryModel::SnippetRole).toString(), QString());
+        QVERIFY(m_model->isSearching());
+        QCOMPARE(m_library->searches.size(), 1);
+        QCOMPARE(m_library->searches.first().threads.size(), 3);
+        m_library->heldSearch->addResult(ThreadHits{
+            {inNote.id, {ThreadHit::Place::Note, "with a needle", 7, 6}},
+            {inAnswer.id, {ThreadHit::Place::Answer, "the needle", 4, 6}},
+            {QUuid::createUuid(), {ThreadHit::Place::Answer, "of a thread not listed", 0, 2}}});
+        QCoreApplication::processEvents();
+        QCOMPARE(titles(), QStringList({"Blue", "Green", "Title with needle"}));
+        QCOMPARE(value(0, HistoryModel::MatchStartRole).toInt(), -1);
+        QCOMPARE(value(0, HistoryModel::SnippetRole).toString(), QString("the needle"));
+        QCOMPARE(value(0, HistoryModel::SnippetStartRole).toInt(), 4);
+        QCOMPARE(value(0, HistoryModel::SnippetLengthRole).toInt(), 6);
+        QCOMPARE(column(HistoryModel::SnippetPlaceRole), QStringList({"Answer", "Note", ""}));
+        m_library->heldSearch->finish();
+        QCoreApplication::processEvents();
+        QVERIFY(!m_model->isSearching());
+        QCOMPARE(searching.size(), 2);
+        m_model->setSearchText("");
+        QCOMPARE(m_model->rowCount(), 3);
+        QCOMPARE(value(0, HistoryModel::SnippetRole).toString(), QString());
+    }
+
+    void hitInTheTitleShowsNoSnippet()
+    {
+        const CaptureSession session = m_library->add("A needle", noon);
+        open();
+        m_model->setSearchText("needle");
+        QVERIFY(m_history->search().isRunning());
+        QTRY_VERIFY(!m_history->search().isRunning());
+        QVERIFY(m_history->search().hitIn(session.id));
+        QCOMPARE(value(0, HistoryModel::MatchStartRole).toInt(), 2);
+        QCOMPARE(value(0, HistoryModel::SnippetRole).toString(), QString());
+        // Without it in the title, the question is shown.
+        m_model->rename(0, "Other");
+        QCOMPARE(titles(), QStringList("Other"));
+        QCOMPARE(value(0, HistoryModel::SnippetPlaceRole).toString(), QString("Question"));
+    }
+
+    void hitsOfTheNextLetterReplaceRows()
+    {
+        const CaptureSession stays = m_library->add("Blue", noon);
+        const CaptureSession goes = m_library->add("Green", noon.addSecs(-60));
+        open();
+        m_library->holdsSearch = true;
+        m_model->setSearchText("e");
+        m_library->heldSearch->addResult(
+            ThreadHits{{stays.id, FakeThreadLibrary::hit(ThreadHit::Place::Answer, "export", "e")},
+                       {goes.id, FakeThreadLibrary::hit(ThreadHit::Place::Answer, "extra", "e")}});
+        m_library->heldSearch->finish();
+        QCoreApplication::processEvents();
+        m_model->setSearchText("exp");
+        QCOMPARE(titles(), QStringList("Blue"));
+        QCOMPARE(value(0, HistoryModel::SnippetLengthRole).toInt(), 3);
+        // The file has changed meanwhile.
+        m_library->heldSearch->finish();
+        QCoreApplication::processEvents();
+        QCOMPARE(m_model->rowCount(), 0);
+        QVERIFY(m_model->hasThreads());
+    }
+
+    void manyHitsBecomeRowsInOrder()
+    {
+        QList<CaptureSession> sessions;
+        for (int i = 0; i < 50; ++i)
+            sessions.append(
+                m_library->add(i % 7 == 3 ? "the x" : QString::number(i), noon.addSecs(-i)));
+        open();
+        m_library->holdsSearch = true;
+        m_model->setSearchText("x");
+        for (const int part : {1, 0, 2}) {
+            ThreadHits hits;
+            for (int i = part; i < 50; i += 3) {
+                if (i % 5 != 0)
+                    hits.insert(sessions.at(i).id, {ThreadHit::Place::Answer, "x", 0, 1});
+            }
+            m_library->heldSearch->addResult(hits, part);
+            QCoreApplication::processEvents();
+        }
+        QStringList expected;
+        for (int i = 0; i < 50; ++i) {
+            if (i % 7 == 3 || i % 5 != 0)
+                expected.append(i % 7 == 3 ? "the x" : QString::number(i));
+        }
+        QCOMPARE(titles(), expected);
+    }
+
+    void threadsReadDuringASearchAreSearched()
+    {
+        m_library->holdsList = true;
+        m_history->historyButtonClicked();
+        m_model->setSearchText("answer");
+        const CaptureSession session = m_library->add("Late", noon);
+        ThreadBatch batch;
+        batch.threads = {FakeThreadLibrary::summary(session)};
+        batch.total = 1;
+        m_library->held->addResult(batch);
+        QTRY_COMPARE(titles(), QStringList("Late"));
+        QCOMPARE(value(0, HistoryModel::SnippetRole).toString(), QString("An answer."));
+        // A thread that is deleted leaves the list, though its hit is known.
+        m_history->deleteSession(session.id);
+        QTRY_COMPARE(m_model->rowCount(), 0);
+    }
+
+    void closingStopsTheSearch()
+    {
+        m_library->add("Blue", noon);
+        open();
+        m_library->holdsSearch = true;
+        m_model->setSearchText("needle");
+        m_model->close();
+        QVERIFY(!m_model->isSearching());
+        QVERIFY(m_library->heldSearch->isCanceled());
+        QCOMPARE(m_model->searchText(), QString());
     }
 
     void searchUsesLocaleCaseRules()

@@ -28,7 +28,7 @@ struct Fixture
         : vocabulary(std::move(platformVocabulary))
         , manager(
               platform, vocabulary, &std::chrono::steady_clock::now,
-              [](HotkeyAction, const QString &) {}, desktopShortcuts)
+              [](const HotkeyId &, const QString &) {}, desktopShortcuts)
     {
         manager.start({});
         models.setOffer({{"m1", "Claude One", "first"}, {"m2", "Claude Two", "second"}}, "m1");

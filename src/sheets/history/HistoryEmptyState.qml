@@ -35,7 +35,7 @@ Column {
         width: parent.width
         horizontalAlignment: Text.AlignHCenter
         text: empty.isSearch
-              ? qsTr("Search looks at thread titles only.")
+              ? qsTr("Search looks at titles, questions, answers and notes.")
               : qsTr("Turn on “Save thread” below the prompt to keep a thread here.")
         type: Tokens.hint
         color: empty.theme.dimText

@@ -8,6 +8,23 @@
 
 namespace quellora {
 
+namespace {
+
+QString placeText(ThreadHit::Place place)
+{
+    switch (place) {
+    case ThreadHit::Place::Note:
+        return QStringLiteral("Note");
+    case ThreadHit::Place::Question:
+        return QStringLiteral("Question");
+    case ThreadHit::Place::Answer:
+        return QStringLiteral("Answer");
+    }
+    Q_UNREACHABLE();
+}
+
+} // namespace
+
 HistoryModel::HistoryModel(HistoryController &history, const ThreadController &threads,
                            Vocabulary vocabulary, const QLocale &locale, Clock clock,
                            QObject *parent)
@@ -18,20 +35,24 @@ HistoryModel::HistoryModel(HistoryController &history, const ThreadController &t
     , m_locale(locale)
     , m_timeFormat(locale.timeFormat(QLocale::ShortFormat).remove(QStringLiteral(":ss")))
     , m_clock(std::move(clock))
+    , m_needle(QString(), locale)
 {
     connect(&history, &HistoryController::openChanged, this, &HistoryModel::openStateChanged);
     connect(&history, &HistoryController::progressChanged, this, &HistoryModel::progressChanged);
     connect(&history, &HistoryController::noticeChanged, this, &HistoryModel::noticeChanged);
-    connect(&history, &HistoryController::sessionsReset, this, &HistoryModel::rebuild);
+    connect(&history, &HistoryController::sessionsReset, this, &HistoryModel::readTitles);
     connect(&history, &HistoryController::sessionsInserted, this, &HistoryModel::threadsInserted);
     connect(&history, &HistoryController::sessionsRemoved, this, &HistoryModel::threadsRemoved);
     connect(&history, &HistoryController::sessionDeleted, this, &HistoryModel::threadDeleted);
     connect(&history, &HistoryController::sessionChanged, this, &HistoryModel::threadChanged);
+    connect(&history.search(), &HistorySearch::runningChanged, this,
+            &HistoryModel::searchingChanged);
+    connect(&history.search(), &HistorySearch::hitsChanged, this, &HistoryModel::hitsChanged);
     connect(&threads, &ThreadController::sessionChanged, this, [this] {
         if (isOpen() && !m_visible.isEmpty())
             Q_EMIT dataChanged(index(0), index(count() - 1), {IsCurrentRole});
     });
-    rebuild();
+    readTitles();
 }
 
 int HistoryModel::rowCount(const QModelIndex &parent) const
@@ -42,9 +63,18 @@ int HistoryModel::rowCount(const QModelIndex &parent) const
 QHash<int, QByteArray> HistoryModel::roleNames() const
 {
     return {
-        {TitleRole, "title"}, {MatchStartRole, "matchStart"}, {MatchLengthRole, "matchLength"},
-        {TimeRole, "time"},   {TurnsRole, "turns"},           {NotesRole, "notes"},
-        {DayRole, "day"},     {IsCurrentRole, "isCurrent"},
+        {TitleRole, "title"},
+        {MatchStartRole, "matchStart"},
+        {MatchLengthRole, "matchLength"},
+        {SnippetRole, "snippet"},
+        {SnippetStartRole, "snippetStart"},
+        {SnippetLengthRole, "snippetLength"},
+        {SnippetPlaceRole, "snippetPlace"},
+        {TimeRole, "time"},
+        {TurnsRole, "turns"},
+        {NotesRole, "notes"},
+        {DayRole, "day"},
+        {IsCurrentRole, "isCurrent"},
     };
 }
 
@@ -65,10 +95,19 @@ QVariant HistoryModel::data(const QModelIndex &index, int role) const
     case Qt::DisplayRole:
     case TitleRole:
         return thread.title().replace(QLatin1Char('\n'), QLatin1Char(' '));
-    case MatchStartRole:
-        return m_needle.isEmpty() ? -1 : int(m_locale.toLower(thread.title()).indexOf(m_needle));
-    case MatchLengthRole:
-        return int(m_needle.size());
+    case MatchStartRole: {
+        const auto match = matchInTitle(thread);
+        return match ? int(match->start) : -1;
+    }
+    case MatchLengthRole: {
+        const auto match = matchInTitle(thread);
+        return match ? int(match->length) : 0;
+    }
+    case SnippetRole:
+    case SnippetStartRole:
+    case SnippetLengthRole:
+    case SnippetPlaceRole:
+        return snippetData(thread, role);
     case TimeRole:
         return m_locale.toString(thread.updatedAt.toLocalTime().time(), m_timeFormat);
     case TurnsRole:
@@ -84,9 +123,38 @@ QVariant HistoryModel::data(const QModelIndex &index, int role) const
     }
 }
 
-bool HistoryModel::matches(const ThreadSummary &thread) const
+QVariant HistoryModel::snippetData(const ThreadSummary &thread, int role) const
 {
-    return m_needle.isEmpty() || m_locale.toLower(thread.title()).contains(m_needle);
+    const auto hit = matchInTitle(thread) ? std::nullopt : m_history.search().hitIn(thread.id);
+    switch (role) {
+    case SnippetStartRole:
+        return hit ? int(hit->start) : 0;
+    case SnippetLengthRole:
+        return hit ? int(hit->length) : 0;
+    case SnippetPlaceRole:
+        return hit ? placeText(hit->place) : QString();
+    default:
+        return hit ? hit->snippet : QString();
+    }
+}
+
+/// In UTF-16 units.
+std::optional<TextRange> HistoryModel::matchInTitle(const ThreadSummary &thread) const
+{
+    if (m_needle.isEmpty())
+        return std::nullopt;
+    const QByteArray title = thread.title().toUtf8();
+    const auto match = m_needle.findIn({title.constData(), size_t(title.size())});
+    if (!match)
+        return std::nullopt;
+    return TextRange{QString::fromUtf8(title.constData(), match->start).size(),
+                     QString::fromUtf8(title.constData() + match->start, match->length).size()};
+}
+
+bool HistoryModel::matches(qsizetype position) const
+{
+    return m_needle.isEmpty() || m_needle.isInReduced(m_titles.at(position)) ||
+           m_history.search().hasHitIn(m_history.historySessions().at(position).id);
 }
 
 void HistoryModel::setSearchText(const QString &text)
@@ -95,10 +163,72 @@ void HistoryModel::setSearchText(const QString &text)
         return;
     m_searchText = text;
     Q_EMIT searchTextChanged();
-    const QString needle = m_locale.toLower(text.trimmed());
+    const SearchText needle(text, m_locale);
     if (needle == m_needle)
         return;
     m_needle = needle;
+    searchTexts();
+    rebuild();
+}
+
+void HistoryModel::searchTexts()
+{
+    HistorySearch &search = m_history.search();
+    if (m_needle.isEmpty()) {
+        search.stop();
+        return;
+    }
+    ThreadQuery query{m_searchText, m_locale, {}};
+    const QList<ThreadSummary> &threads = m_history.historySessions();
+    query.threads.reserve(threads.size());
+    for (const ThreadSummary &thread : threads)
+        query.threads.append(thread.id);
+    search.start(query);
+}
+
+bool HistoryModel::isVisibleAt(int row, qsizetype position) const
+{
+    return row < count() && m_visible.at(row) == position;
+}
+
+void HistoryModel::hitsChanged(const QSet<QUuid> &changed)
+{
+    const QList<ThreadSummary> &threads = m_history.historySessions();
+    const int before = count();
+    qsizetype left = changed.size();
+    for (qsizetype position = 0; position < threads.size() && left > 0; ++position) {
+        if (!changed.contains(threads.at(position).id))
+            continue;
+        --left;
+        const int row = firstRowFrom(position);
+        if (!matches(position)) {
+            if (isVisibleAt(row, position))
+                removeVisibleRows(row, 1);
+            continue;
+        }
+        if (isVisibleAt(row, position)) {
+            Q_EMIT dataChanged(index(row), index(row));
+            continue;
+        }
+        // Threads that follow each other are inserted at once.
+        QList<qsizetype> added{position};
+        const qsizetype end = row < count() ? m_visible.at(row) : threads.size();
+        while (position + 1 < end && changed.contains(threads.at(position + 1).id) &&
+               matches(position + 1)) {
+            added.append(++position);
+            --left;
+        }
+        insertVisibleRows(row, added);
+    }
+    if (count() != before)
+        Q_EMIT countChanged();
+}
+
+void HistoryModel::readTitles()
+{
+    m_titles.clear();
+    for (const ThreadSummary &thread : m_history.historySessions())
+        m_titles.append(m_needle.reduced(thread.title()));
     rebuild();
 }
 
@@ -108,7 +238,7 @@ void HistoryModel::rebuild()
     m_visible.clear();
     const QList<ThreadSummary> &threads = m_history.historySessions();
     for (qsizetype position = 0; position < threads.size(); ++position) {
-        if (matches(threads.at(position)))
+        if (matches(position))
             m_visible.append(position);
     }
     endResetModel();
@@ -146,12 +276,21 @@ void HistoryModel::threadsInserted(qsizetype first, qsizetype count)
     const int row = firstRowFrom(first);
     std::for_each(m_visible.begin() + row, m_visible.end(),
                   [count](qsizetype &later) { later += count; });
+    m_titles.insert(first, count, QByteArray());
+    for (qsizetype position = first; position < first + count; ++position)
+        m_titles[position] = m_needle.reduced(m_history.historySessions().at(position).title());
     QList<qsizetype> added;
     for (qsizetype position = first; position < first + count; ++position) {
-        if (matches(m_history.historySessions().at(position)))
+        if (matches(position))
             added.append(position);
     }
     insertVisibleRows(row, added);
+    if (!m_needle.isEmpty()) {
+        QList<QUuid> ids;
+        for (qsizetype position = first; position < first + count; ++position)
+            ids.append(m_history.historySessions().at(position).id);
+        m_history.search().add(ids);
+    }
     Q_EMIT countChanged();
 }
 
@@ -161,6 +300,7 @@ void HistoryModel::threadsRemoved(qsizetype first, qsizetype count)
     const int end = firstRowFrom(first + count);
     std::for_each(m_visible.begin() + end, m_visible.end(),
                   [count](qsizetype &later) { later -= count; });
+    m_titles.remove(first, count);
     removeVisibleRows(row, end - row);
     Q_EMIT countChanged();
 }
@@ -168,7 +308,7 @@ void HistoryModel::threadsRemoved(qsizetype first, qsizetype count)
 void HistoryModel::threadDeleted(qsizetype position)
 {
     const int row = firstRowFrom(position);
-    const bool isShown = row < count() && m_visible.at(row) == position;
+    const bool isShown = isVisibleAt(row, position);
     threadsRemoved(position, 1);
     if (isShown)
         Q_EMIT rowDeleted(row);
@@ -177,8 +317,11 @@ void HistoryModel::threadDeleted(qsizetype position)
 void HistoryModel::threadChanged(qsizetype position)
 {
     const int row = firstRowFrom(position);
-    const bool isShown = row < count() && m_visible.at(row) == position;
-    const bool shouldBeShown = matches(m_history.historySessions().at(position));
+    const bool isShown = isVisibleAt(row, position);
+    m_titles[position] = m_needle.reduced(m_history.historySessions().at(position).title());
+    if (!m_needle.isEmpty())
+        m_history.search().add({m_history.historySessions().at(position).id});
+    const bool shouldBeShown = matches(position);
     if (isShown && shouldBeShown)
         Q_EMIT dataChanged(index(row), index(row));
     else if (isShown)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "history/HistoryController.h"
+#include "history/TextFolding.h"
 #include "platform/Vocabulary.h"
 
 #include <QAbstractListModel>
@@ -12,8 +13,9 @@
 
 namespace quellora {
 
-/// View model of the History sidebar: the stored threads that match the search, newest first, with
-/// day labels. Main thread only.
+/// View model of the History sidebar: the stored threads that match the search in title or text,
+/// newest first, with day labels. Titles are searched at once, texts in the background. Main thread
+/// only.
 ///
 /// Texts are generated on demand, so that the cost depends on the visible rows, not on the number
 /// of threads.
@@ -25,6 +27,7 @@ class HistoryModel : public QAbstractListModel
 
     Q_PROPERTY(bool isOpen READ isOpen NOTIFY openChanged)
     Q_PROPERTY(bool isRenaming READ isRenaming NOTIFY renamingChanged)
+    Q_PROPERTY(bool isSearching READ isSearching NOTIFY searchingChanged)
     Q_PROPERTY(QString searchText READ searchText WRITE setSearchText NOTIFY searchTextChanged)
     Q_PROPERTY(bool hasThreads READ hasThreads NOTIFY countChanged)
     Q_PROPERTY(bool isLoading READ isLoading NOTIFY progressChanged)
@@ -37,9 +40,15 @@ class HistoryModel : public QAbstractListModel
 public:
     enum Role {
         TitleRole = Qt::UserRole + 1,
-        /// Position of the search text in the title in UTF-16 units; -1 without a search.
+        /// Position of the search text in the title in UTF-16 units; -1 if it is not in the title.
         MatchStartRole,
         MatchLengthRole,
+        /// A line of the thread's text with the search text, its position in UTF-16 units, and the
+        /// kind of text; empty if the search text is in the title.
+        SnippetRole,
+        SnippetStartRole,
+        SnippetLengthRole,
+        SnippetPlaceRole,
         TimeRole,
         TurnsRole,
         NotesRole,
@@ -63,6 +72,8 @@ public:
     bool isRenaming() const { return m_history.isRenamingHistoryRow(); }
     QString searchText() const { return m_searchText; }
     void setSearchText(const QString &text);
+    /// Whether texts are being searched, so that further rows may come.
+    bool isSearching() const { return m_history.search().isRunning(); }
     bool hasThreads() const { return !m_history.historySessions().isEmpty(); }
     bool isLoading() const { return m_history.isLoading(); }
     /// Loaded fraction of the list, 0 to 1.
@@ -92,6 +103,7 @@ Q_SIGNALS:
     void openChanged();
     void renamingChanged();
     void searchTextChanged();
+    void searchingChanged();
     void countChanged();
     void progressChanged();
     void noticeChanged();
@@ -103,8 +115,15 @@ Q_SIGNALS:
 private:
     int count() const { return int(m_visible.size()); }
     const ThreadSummary &at(int row) const;
-    bool matches(const ThreadSummary &thread) const;
+    QVariant snippetData(const ThreadSummary &thread, int role) const;
+    std::optional<TextRange> matchInTitle(const ThreadSummary &thread) const;
+    bool matches(qsizetype position) const;
+    /// Follows a controller whose list has been replaced.
+    void readTitles();
     void rebuild();
+    void searchTexts();
+    void hitsChanged(const QSet<QUuid> &threads);
+    bool isVisibleAt(int row, qsizetype position) const;
     // Positions refer to the controller's list, rows to the filtered one.
 
     /// The first row whose position is at least @p position.
@@ -127,8 +146,10 @@ private:
     /// Positions of the visible threads in the controller's list, ascending.
     QList<qsizetype> m_visible;
     QString m_searchText;
-    /// The search text, trimmed and lower-cased by the locale.
-    QString m_needle;
+    /// Searches titles; changes its buffers only.
+    mutable SearchText m_needle;
+    /// The titles in the controller's list in reduced form.
+    QList<QByteArray> m_titles;
     std::optional<QUuid> m_pendingDelete;
     QString m_deleteText;
     QString m_deleteTitle;

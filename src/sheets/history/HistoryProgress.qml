@@ -3,7 +3,7 @@ import Quellora.Panels
 import Quellora.Sheets
 import Quellora.Ui
 
-/// Loading progress of the thread list, shown only if loading takes longer than 250 ms.
+/// Progress of loading or searching the threads, shown only if it takes longer than 250 ms.
 Column {
     id: loading
 
@@ -13,8 +13,7 @@ Column {
     bottomPadding: Tokens.space3
     spacing: Tokens.space1
 
-    readonly property bool isReading: loading.history.isLoading
-                                      && loading.history.isOpen
+    readonly property bool isReading: (history.isLoading || history.isSearching) && history.isOpen
     property bool isLong: false
     onIsReadingChanged: isLong = false
 
@@ -25,12 +24,13 @@ Column {
     }
     Label {
         width: parent.width
-        text: loading.history.progressText
+        text: loading.history.isLoading ? loading.history.progressText : qsTr("Searching…")
         type: Tokens.caption
         color: loading.theme.dimText
         elide: Text.ElideRight
     }
     Rectangle {
+        visible: loading.history.isLoading
         width: parent.width
         height: 2
         radius: 1

@@ -34,6 +34,13 @@ Item {
         list.itemAtIndex(row).forceActiveFocus(Qt.TabFocusReason)
         list.currentIndex = row
     }
+    /// Moves the focus into the search field, unless a dialog has it.
+    function startSearch() {
+        if (history.isDeletePending)
+            return
+        search.forceActiveFocus(Qt.ShortcutFocusReason)
+        search.selectAll()
+    }
     function close(byKey) {
         closedByKey = byKey
         history.close()
@@ -243,7 +250,8 @@ Item {
                 objectName: "historyEmptyScroller"
                 readonly property bool overflows: contentHeight > height + 0.5
 
-                visible: list.count === 0 && !overlay.history.isLoading && !notice.visible
+                visible: list.count === 0 && !overlay.history.isLoading
+                         && !overlay.history.isSearching && !notice.visible
                 y: list.y
                 width: parent.width
                 height: parent.height - y

@@ -11,6 +11,10 @@ ListRow {
     required property string title
     required property int matchStart
     required property int matchLength
+    required property string snippet
+    required property int snippetStart
+    required property int snippetLength
+    required property string snippetPlace
     required property string time
     required property int turns
     required property int notes
@@ -50,10 +54,12 @@ ListRow {
 
     implicitHeight: isEditing ? hint.y + hint.height + 4
                               : 48 + Tokens.growth(18) + Tokens.growth(16)
+                                + (snippetLine.active ? 16 + Tokens.growth(16) : 0)
     focusPolicy: takesTab ? Qt.TabFocus : Qt.NoFocus
     name: title + ", " + time
     hint: [turns > 0 ? countText(turns, qsTr("turn"), qsTr("turns")) : "",
-           notes > 0 ? countText(notes, qsTr("note"), qsTr("notes")) : ""]
+           notes > 0 ? countText(notes, qsTr("note"), qsTr("notes")) : "",
+           snippet.length > 0 ? snippetPlace + ": " + snippet : ""]
           .filter(part => part.length > 0).join(", ")
     selected: isCurrent && !isEditing
     showsBar: true
@@ -87,26 +93,50 @@ ListRow {
         elide: Text.ElideRight
         Accessible.ignored: true
 
-        // Underlines the search text.
         Loader {
             active: row.matchStart >= 0
-            sourceComponent: Rectangle {
-                x: before.advanceWidth
-                y: titleLabel.height - 2
-                width: Math.min(match.advanceWidth, titleLabel.width - x)
-                height: 1
-                visible: x < titleLabel.width
-                color: row.theme.accentText
+            sourceComponent: SearchMark {
+                label: titleLabel
+                theme: row.theme
+                start: row.matchStart
+                length: row.matchLength
+            }
+        }
+    }
+    Loader {
+        id: snippetLine
+        active: row.snippet.length > 0
+        visible: !row.isEditing
+        x: Tokens.space3
+        y: titleLabel.y + titleLabel.height
+        width: titleLabel.width
+        height: active ? 16 + Tokens.growth(16) : 0
 
-                TextMetrics {
-                    id: before
-                    font: titleLabel.font
-                    text: row.title.substring(0, Math.max(0, row.matchStart))
-                }
-                TextMetrics {
-                    id: match
-                    font: titleLabel.font
-                    text: row.title.substring(row.matchStart, row.matchStart + row.matchLength)
+        sourceComponent: Item {
+            Label {
+                id: place
+                height: parent.height
+                text: row.snippetPlace
+                type: Tokens.caption
+                color: row.snippetPlace === "Note" ? row.theme.noteKind : row.theme.aiKind
+                Accessible.ignored: true
+            }
+            Label {
+                id: snippetLabel
+                x: place.width + Tokens.space2
+                width: parent.width - x
+                height: parent.height
+                text: row.snippet
+                type: Tokens.caption
+                color: row.theme.dimText
+                elide: Text.ElideRight
+                Accessible.ignored: true
+
+                SearchMark {
+                    label: snippetLabel
+                    theme: row.theme
+                    start: row.snippetStart
+                    length: row.snippetLength
                 }
             }
         }
@@ -115,7 +145,7 @@ ListRow {
         id: facts
         visible: !row.isEditing
         x: Tokens.space3
-        y: titleLabel.y + titleLabel.height
+        y: titleLabel.y + titleLabel.height + snippetLine.height
         spacing: Tokens.space2
 
         /// Width of a label at @p x that is at most @p width wide.

@@ -74,6 +74,8 @@ ListView {
 
     model: history
     clip: true
+    // Rows out of view are not worth the time that creating them takes while the user types.
+    cacheBuffer: 0
     boundsBehavior: Flickable.StopAtBounds
     highlightFollowsCurrentItem: false
     keyNavigationEnabled: false

@@ -14,13 +14,6 @@ namespace {
 
 using Delivery = HotkeyManager::Delivery;
 
-std::optional<HotkeyAction> actionAt(int row)
-{
-    if (row < 0 || row >= int(hotkeyActions.size()))
-        return std::nullopt;
-    return hotkeyActions.at(std::size_t(row)).action;
-}
-
 } // namespace
 
 HotkeyRows::HotkeyRows(HotkeyRebinding &rebinding, Vocabulary vocabulary, ShortcutGuide guide,
@@ -29,12 +22,31 @@ HotkeyRows::HotkeyRows(HotkeyRebinding &rebinding, Vocabulary vocabulary, Shortc
     , m_rebinding(rebinding)
     , m_vocabulary(std::move(vocabulary))
     , m_guide(std::move(guide))
+    , m_ids(rebinding.manager().ids())
 {
     // Do not reset the model, so that the view keeps its focus and scroll position.
     connect(&rebinding, &HotkeyRebinding::changed, this,
             [this] { Q_EMIT dataChanged(index(0), index(rowCount() - 1)); });
     connect(&rebinding.manager(), &HotkeyManager::deliveryChanged, this,
             &HotkeyRows::followDelivery);
+    connect(&rebinding.manager(), &HotkeyManager::promptsChanged, this, &HotkeyRows::followPrompts);
+}
+
+std::optional<HotkeyId> HotkeyRows::actionAt(int row) const
+{
+    return row < 0 || row >= rowCount() ? std::nullopt : std::optional(m_ids.at(row));
+}
+
+void HotkeyRows::followPrompts()
+{
+    const QList<HotkeyId> ids = m_rebinding.manager().ids();
+    if (ids == m_ids) {
+        Q_EMIT dataChanged(index(0), index(rowCount() - 1));
+        return;
+    }
+    beginResetModel();
+    m_ids = ids;
+    endResetModel();
 }
 
 void HotkeyRows::followDelivery()
@@ -91,14 +103,14 @@ QString HotkeyRows::commandHint() const
 
 int HotkeyRows::rowCount(const QModelIndex &parent) const
 {
-    return parent.isValid() ? 0 : int(hotkeyActions.size());
+    return parent.isValid() ? 0 : int(m_ids.size());
 }
 
 QVariant HotkeyRows::data(const QModelIndex &index, int role) const
 {
     if (!checkIndex(index, CheckIndexOption::IndexIsValid | CheckIndexOption::ParentIsInvalid))
         return {};
-    const HotkeyAction action = *actionAt(index.row());
+    const HotkeyId action = *actionAt(index.row());
     const QString &combo = m_rebinding.hotkeysConfig()[action];
     const bool isCapturing = m_rebinding.capturingHotkeyAction() == action;
     const auto &conflict = m_rebinding.pendingSystemConflict();
@@ -143,8 +155,9 @@ QVariant HotkeyRows::data(const QModelIndex &index, int role) const
         return isCapturing && conflict ? HotkeyCombo::displayString(conflict->combo, m_vocabulary)
                                        : QString();
     case CommandLineRole:
-        return m_guide.line ? m_guide.line(combo, QLatin1StringView(hotkeyAction(action).command))
-                            : QString();
+        // Prompts have no command.
+        return m_guide.line && !action.isPrompt() ? m_guide.line(combo, action.command())
+                                                  : QString();
     default:
         return {};
     }

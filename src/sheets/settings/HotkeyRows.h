@@ -1,16 +1,20 @@
 #pragma once
 
+#include "hotkeys/HotkeyActions.h"
 #include "platform/ShortcutGuide.h"
 #include "platform/Vocabulary.h"
 
 #include <QAbstractListModel>
 #include <QtQml/qqmlregistration.h>
 
+#include <optional>
+
 namespace quellora {
 
 class HotkeyRebinding;
 
-/// List model of the hotkey settings: one row per action, in the order of hotkeyActions. Main
+/// List model of the hotkey settings: one row per action, those of the user's prompts
+/// last. Main
 /// thread only.
 class HotkeyRows : public QAbstractListModel
 {
@@ -79,10 +83,14 @@ Q_SIGNALS:
 
 private:
     void followDelivery();
+    void followPrompts();
+    std::optional<HotkeyId> actionAt(int row) const;
 
     HotkeyRebinding &m_rebinding;
     Vocabulary m_vocabulary;
     ShortcutGuide m_guide;
+    /// The actions of the rows.
+    QList<HotkeyId> m_ids;
 };
 
 } // namespace quellora

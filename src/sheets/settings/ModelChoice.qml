@@ -40,6 +40,7 @@ Card {
                 required property string modelId
                 required property string displayName
                 required property string descriptor
+                required property string destination
 
                 card: modelCard
                 count: rows.count
@@ -47,7 +48,7 @@ Card {
                 minimumNameWidth: modelCard.compact ? 0 : Tokens.grown(88)
                 objectName: "model-" + modelId
                 name: displayName
-                hint: descriptor
+                hint: [descriptor, destination].filter(text => text).join(" · ")
                 // Even if already selected: this turns the backend's choice into the user's.
                 onPicked: modelCard.settings.models.choose(modelId)
             }

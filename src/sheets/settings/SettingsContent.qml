@@ -142,6 +142,63 @@ Column {
             }
         }
     }
+    SettingsSection {
+        width: parent.width
+        theme: content.theme
+        title: qsTr("Panel")
+        hint: qsTr("The answer's text grows and shrinks with %1 and %2; %3 makes it normal again.")
+              .arg("Ctrl++").arg("Ctrl+-").arg("Ctrl+0")
+
+        Card {
+            id: panelCard
+            width: parent.width
+            height: whereLeft.height
+            theme: content.theme
+
+            SwitchRow {
+                id: whereLeft
+                objectName: "startsWhereLeft"
+                width: parent.width
+                theme: content.theme
+                isFirst: true
+                isLast: true
+                outerRadius: panelCard.radius
+                name: qsTr("Start where I left it")
+                hint: qsTr("Place, size and opacity of the panel, for each arrangement of your "
+                           + "screens. Off: it starts as config.json says.")
+                on: content.settings.stored.startsWhereLeft
+                onToggledByUser: content.settings.stored.startsWhereLeft = !on
+            }
+        }
+    }
+    Loader {
+        id: prompts
+
+        readonly property SettingsModel settings: content.settings
+        readonly property ThemeTokens theme: content.theme
+
+        function reveal(item) {
+            content.revealRequested(item)
+        }
+
+        width: parent.width
+        active: settings.promptRows !== null
+        visible: active
+
+        sourceComponent: SettingsSection {
+            theme: prompts.theme
+            title: qsTr("Prompts")
+            hint: qsTr("Kept in the menu beside the model, and listed when a message begins with "
+                       + "“/”. Give one a hotkey below to capture and send with it.")
+
+            PromptSettings {
+                width: parent.width
+                rows: prompts.settings.promptRows
+                theme: prompts.theme
+                onRevealRequested: item => prompts.reveal(item)
+            }
+        }
+    }
     // Created only if offered, like the screens.
     Loader {
         id: notices

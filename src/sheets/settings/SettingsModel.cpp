@@ -22,10 +22,18 @@ SettingsModel::SettingsModel(Settings &settings, ModelListModel &models, HotkeyR
     showTextColor();
 }
 
+void SettingsModel::setPrompts(PromptPresets &presets)
+{
+    m_promptRows = std::make_unique<PromptRows>(presets);
+    Q_EMIT promptRowsChanged();
+}
+
 void SettingsModel::setOpen(bool isOpen)
 {
     if (isOpen == m_isOpen)
         return;
+    if (!isOpen && m_promptRows)
+        m_promptRows->cancel();
     if (isOpen)
         restoreHexInput();
     m_isOpen = isOpen;

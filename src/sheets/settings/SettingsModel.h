@@ -4,10 +4,13 @@
 #include "panels/ModelListModel.h"
 #include "platform/Vocabulary.h"
 #include "sheets/settings/HotkeyRows.h"
+#include "sheets/settings/PromptRows.h"
 #include "sheets/settings/TextColors.h"
 
 #include <QObject>
 #include <QtQml/qqmlregistration.h>
+
+#include <memory>
 
 namespace quellora {
 
@@ -34,6 +37,7 @@ class SettingsModel : public QObject
         bool isScreenChoiceOffered READ isScreenChoiceOffered NOTIFY isScreenChoiceOfferedChanged)
     Q_PROPERTY(bool isNoticeOffered READ isNoticeOffered NOTIFY isNoticeOfferedChanged)
     Q_PROPERTY(quellora::HotkeyRows *hotkeyRows READ hotkeyRows CONSTANT)
+    Q_PROPERTY(quellora::PromptRows *promptRows READ promptRows NOTIFY promptRowsChanged)
 
 public:
     /// All references must outlive the model.
@@ -53,6 +57,9 @@ public:
     /// Set if the desktop can show notifications.
     void setNoticeOffered(bool isOffered);
 
+    /// Offers the user's prompts for editing; @p presets must outlive the model.
+    void setPrompts(PromptPresets &presets);
+
     bool isOpen() const { return m_isOpen; }
     bool isLightTheme() const { return m_isLight; }
     /// Includes the maker's name only if the default maker's models are available.
@@ -70,6 +77,8 @@ public:
     bool isScreenChoiceOffered() const { return m_isScreenChoiceOffered; }
     bool isNoticeOffered() const { return m_isNoticeOffered; }
     HotkeyRows *hotkeyRows() { return &m_hotkeyRows; }
+    /// Null until setPrompts().
+    PromptRows *promptRows() { return m_promptRows.get(); }
 
     // Called by the view.
     Q_INVOKABLE void close();
@@ -96,6 +105,7 @@ Q_SIGNALS:
     void hexErrorChanged();
     void isScreenChoiceOfferedChanged();
     void isNoticeOfferedChanged();
+    void promptRowsChanged();
 
 private:
     /// The stored colour; empty for the theme's own or if the stored value is invalid.
@@ -109,6 +119,7 @@ private:
     Vocabulary m_vocabulary;
     TextColors m_textColors;
     HotkeyRows m_hotkeyRows;
+    std::unique_ptr<PromptRows> m_promptRows;
     bool m_isOpen = false;
     bool m_isLight = false;
     QString m_captureNote;

@@ -21,6 +21,14 @@ SheetHost {
     /// The closing animation has finished.
     signal closed()
 
+    /// Ends what is being edited or, if nothing is, closes the sheet.
+    function closeTopmost() {
+        const prompts = sheet.settings.promptRows
+        if (prompts && prompts.isBusy)
+            prompts.cancel()
+        else
+            sheet.closeRequested()
+    }
     /// Takes the pending focus as soon as the sheet is visible and enabled.
     function takeFocus() {
         if (!isFocusPending || !visible || !enabled)

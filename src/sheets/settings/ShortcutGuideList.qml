@@ -25,7 +25,8 @@ Card {
                 required property string commandLine
 
                 width: column.width
-                height: 52 + Tokens.growth(20) + Tokens.growth(16)
+                height: visible ? 52 + Tokens.growth(20) + Tokens.growth(16) : 0
+                visible: commandLine.length > 0
 
                 Hairline {
                     width: parent.width

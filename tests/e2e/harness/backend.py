@@ -17,10 +17,10 @@ _LISTENING = re.compile(r"listening on (http://127\.0\.0\.1:\d+)")
 class Backend:
     """One `quellora-backend` on a free loopback port, with a private data folder.
 
-    Always offline, regardless of providers in the user's environment.
+    Knows nothing of providers in the user's environment; offline unless told otherwise.
     """
 
-    def __init__(self, desktop_environment, bin_dir=None):
+    def __init__(self, desktop_environment, bin_dir=None, offline=True):
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="backend-"))
         self._program = str(pathlib.Path(bin_dir or BIN_DIR) / "quellora-backend")
         self._environment = {key: value for key, value in desktop_environment.items()
@@ -30,6 +30,7 @@ class Backend:
             "XDG_DATA_HOME": str(self.folder / "data"),
             "TMPDIR": str(self.folder),
         }
+        self._options = ["--offline"] if offline else []
         self.url = None
         self.lines = []
         self._process = None
@@ -49,7 +50,7 @@ class Backend:
     def start(self):
         """Starts the server and waits for its address."""
         self._process = processes.spawn(
-            [self._program, "serve", "--port", "0", "--offline"], env=self._environment,
+            [self._program, "serve", "--port", "0", *self._options], env=self._environment,
             stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
         listening = threading.Event()
 

@@ -118,15 +118,31 @@ class Browser:
         wait_until(lambda: text in (self.text or ""),
                    what=f"{text!r} in the browser; it says {self.text!r}")
 
-    def click_button(self, caption):
-        """Clicks the middle of the button with this caption."""
+    def click_button(self, caption, last=False):
+        """Clicks the middle of the button with this caption, the first or the last of equal ones."""
+        self.click_text("button", caption, last)
+
+    def click_text(self, selector, text, last=False):
+        """Clicks the middle of the shown element that a selector finds and whose text this is."""
+        self._click(f"element => element.innerText.trim() === {json.dumps(text)}", selector, last,
+                    f"the {selector} {text!r}")
+
+    def type_into(self, name, text, last=False):
+        """Clicks a field and types a text into it."""
+        self._click("() => true", f'input[name="{name}"]', last, f"the field {name!r}")
+        self._call("Input.insertText", {"text": text})
+
+    def _click(self, condition, selector, last, what):
         place = wait_until(lambda: self.evaluate(
-            "(() => { for (const button of document.querySelectorAll('button')) {"
-            f" if (button.innerText !== {json.dumps(caption)}) continue;"
-            " button.scrollIntoView({block: 'center', behavior: 'instant'});"
-            " const box = button.getBoundingClientRect();"
-            " return [box.x + box.width / 2, box.y + box.height / 2]; } return null; })()"),
-            what=f"the button {caption!r}")
+            # Before the style sheet has arrived, everything is somewhere else.
+            "(() => { if (document.readyState !== 'complete') return null;"
+            f" const found = [...document.querySelectorAll({json.dumps(selector)})]"
+            f".filter(element => element.checkVisibility()).filter({condition});"
+            f" const element = found.at({-1 if last else 0}); if (!element) return null;"
+            " element.scrollIntoView({block: 'center', behavior: 'instant'});"
+            " const box = element.getBoundingClientRect();"
+            " return [box.x + box.width / 2, box.y + box.height / 2]; })()"),
+            what=what)
         # A page accepts no input before its first paint.
         self._call("Runtime.evaluate", {"awaitPromise": True, "expression":
                                         "new Promise(done => requestAnimationFrame(() =>"

@@ -1,0 +1,56 @@
+#pragma once
+
+#include "connect/ModelSetup.h"
+#include "http/FormNonces.h"
+#include "http/RequestGuard.h"
+
+namespace quellora::server {
+
+/// The account page. The user running the server connects models on it; everybody else gets a text.
+/// Submissions need a token from the page; keys never appear in pages, addresses and the log.
+class AccountRoutes
+{
+public:
+    explicit AccountRoutes(Services &services);
+
+    /// GET /account
+    void overview(const httplib::Request &request, httplib::Response &response);
+    /// GET /account/connect: the connection being set up.
+    void setupPage(const httplib::Request &request, httplib::Response &response);
+    /// POST /account/connect: begins to set up a connection.
+    void connect(const httplib::Request &request, httplib::Response &response,
+                 const std::string &body);
+    /// POST /account/connect/models: choose, test, save or cancel.
+    void choose(const httplib::Request &request, httplib::Response &response,
+                const std::string &body);
+    /// POST /account/change: changes or removes a connection.
+    void change(const httplib::Request &request, httplib::Response &response,
+                const std::string &body);
+    /// Ends running transfers.
+    void stop() { m_setup.stop(); }
+
+private:
+    using Fields = std::map<std::string, std::string>;
+    struct Entered
+    {
+        std::string choice;
+        std::string address;
+    };
+
+    void showOverview(const httplib::Request &request, httplib::Response &response, int status,
+                      const std::string &problem, const Entered &entered = {});
+    /// Whether the submission may be handled; else the reply is written.
+    bool admitted(const httplib::Request &request, httplib::Response &response,
+                  const Fields &fields, bool wantsNonce);
+    void disconnect(httplib::Response &response, const Connection &connection);
+    void notify(std::string notice);
+
+    Services &m_services;
+    RequestGuard m_guard;
+    FormNonces m_nonces;
+    ModelSetup m_setup;
+    std::mutex m_noticeMutex;
+    std::string m_notice;
+};
+
+} // namespace quellora::server

@@ -1,0 +1,56 @@
+#include "http/PageReplies.h"
+
+#include "base/Text.h"
+#include "http/PageText.h"
+
+namespace quellora::server {
+namespace {
+
+/// The text of the page's h1 element.
+std::string titleOf(const std::string &body)
+{
+    const std::size_t begin = body.find("<h1>");
+    const std::size_t end = body.find("</h1>");
+    if (begin == std::string::npos || end == std::string::npos)
+        return "Quellora";
+    return body.substr(begin + 4, end - begin - 4);
+}
+
+} // namespace
+
+void replyPage(httplib::Response &response, int status, const std::string &body,
+               FormTargets targets, bool again)
+{
+    response.status = status;
+    // Browsers also apply form-action to the redirect after a submission, so the sign-in page has
+    // to allow the app's listener.
+    response.set_header("Content-Security-Policy",
+                        std::string("default-src 'none'; style-src 'self'; base-uri 'none'; "
+                                    "frame-ancestors 'none'; form-action 'self'") +
+                            (targets == FormTargets::AppListener ? " http://127.0.0.1:9877" : ""));
+    response.set_header("X-Frame-Options", "DENY");
+    response.set_header("Cache-Control", "no-store");
+    if (again)
+        response.set_header("Refresh", "1");
+    response.set_content(pageHtml(titleOf(body), body), "text/html; charset=utf-8");
+}
+
+void replySeeOther(httplib::Response &response, const std::string &location)
+{
+    response.status = 303;
+    response.set_header("Cache-Control", "no-store");
+    response.set_header("Location", location);
+}
+
+std::string field(const std::map<std::string, std::string> &fields, const std::string &name)
+{
+    const auto found = fields.find(name);
+    return found == fields.end() ? std::string() : found->second;
+}
+
+std::string hidden(const std::string &name, const std::string &value)
+{
+    return "<input type=\"hidden\" name=\"" + name + "\" value=\"" + htmlEscaped(value) + "\">\n";
+}
+
+} // namespace quellora::server

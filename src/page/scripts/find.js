@@ -1,0 +1,298 @@
+// Part of the bridge script: finds a text in the page's questions, answers and notes, and marks it in a
+// separate layer, so that the page's own elements, which may be growing, stay as they are. The host calls
+// the functions in this world; the page's scripts cannot reach them.
+post => {
+    'use strict';
+    const threadTexts = '.prompt-text, .turn-response, .note-text';
+    /// The text of a page without a thread.
+    const message = '#ct';
+    /// Time between two searches of a page that changes, in milliseconds and in durations of a search.
+    const pause = 250;
+    const pauseFactor = 10;
+    /// Most marks at once; more do not fit into a view.
+    const mostMarks = 400;
+    const margin = 24;
+    const sheet = `
+        :host { all: initial; position: fixed; inset: 0; overflow: hidden; pointer-events: none;
+            z-index: 2147483646; }
+        i { position: absolute; border-radius: 2px; background: rgba(230, 180, 40, 0.36); }
+        i.current { background: rgba(255, 140, 0, 0.46); outline: 2px solid #ffb340; }
+        .light i { background: rgba(255, 200, 0, 0.42); }
+        .light i.current { background: rgba(255, 150, 0, 0.5); outline-color: #b35c00; }
+    `;
+
+    let wanted = '';
+    /// The searched text in reduced form, and where each of its characters comes from.
+    let text = '', nodes = [], nodeOf = [], offsetOf = [];
+    /// Positions of the occurrences in the reduced text.
+    let matches = [], current = -1;
+    let layer = null, reported = '', timer = 0, isPlacing = false, lastDuration = 0;
+
+    // ---- comparing: without case, accents and amounts of white space --------------------------------
+
+    const reducedForms = new Map();
+    const reduced = character => {
+        let form = reducedForms.get(character);
+        if (form === undefined) {
+            form = /\s/u.test(character) ? ' '
+                : character.toLowerCase().normalize('NFKD').replace(/\p{M}/gu, '').toLowerCase()
+                    .replaceAll('ß', 'ss').replaceAll('ς', 'σ');
+            reducedForms.set(character, form);
+        }
+        return form;
+    };
+    const reducedText = value => Array.from(value, reduced).join('').replace(/ +/g, ' ').trim();
+
+    /// Whether an element begins a line of its own; null if it is not shown at all.
+    const kindOf = element => {
+        const { display } = getComputedStyle(element);
+        if (display === 'none' || element.matches('.katex-mathml'))
+            return null;
+        return !display.startsWith('inline') || element.localName === 'br';
+    };
+
+    const readText = () => {
+        const parts = [];
+        nodes = [];
+        nodeOf = [];
+        offsetOf = [];
+        let last = '\n';
+        const put = (form, node, offset) => {
+            for (const unit of form) {
+                if (unit === ' ' && last === ' ')
+                    continue;
+                last = unit;
+                parts.push(unit);
+                for (let i = 0; i < unit.length; i++) {
+                    nodeOf.push(node);
+                    offsetOf.push(offset);
+                }
+            }
+        };
+        // Not found in any text, so that no occurrence crosses it.
+        const separate = () => {
+            if (last !== '\n')
+                put('\n', -1, 0);
+        };
+        const visit = node => {
+            if (node.nodeType === Node.TEXT_NODE) {
+                const at = nodes.push(node) - 1;
+                let offset = 0;
+                for (const character of node.data) {
+                    put(reduced(character), at, offset);
+                    offset += character.length;
+                }
+            } else if (node.nodeType === Node.ELEMENT_NODE) {
+                const isBlock = kindOf(node);
+                if (isBlock === null)
+                    return;
+                if (isBlock)
+                    separate();
+                for (const child of node.childNodes)
+                    visit(child);
+                if (isBlock)
+                    separate();
+            }
+        };
+        const texts = document.querySelectorAll(threadTexts);
+        for (const root of texts.length > 0 ? texts : document.querySelectorAll(message))
+            visit(root);
+        text = parts.join('');
+    };
+
+    const search = () => {
+        const start = performance.now();
+        matches = [];
+        if (wanted !== '' && document.body) {
+            readText();
+            for (let at = text.indexOf(wanted); at >= 0; at = text.indexOf(wanted, at + wanted.length))
+                matches.push(at);
+        }
+        current = Math.min(current, matches.length - 1);
+        lastDuration = performance.now() - start;
+    };
+
+    const rangeOf = match => {
+        const start = matches[match];
+        const end = start + wanted.length - 1;
+        const range = new Range();
+        const first = nodes[nodeOf[start]], last = nodes[nodeOf[end]];
+        // The page may have changed since the search.
+        range.setStart(first, Math.min(offsetOf[start], first.length));
+        const isPair = last.data.codePointAt(offsetOf[end]) > 0xffff;
+        range.setEnd(last, Math.min(offsetOf[end] + (isPair ? 2 : 1), last.length));
+        return range;
+    };
+
+    // ---- marking ------------------------------------------------------------------------------------
+
+    const boxOf = match => rangeOf(match).getBoundingClientRect();
+
+    /// The first occurrence whose end is below @p y, or the number of occurrences.
+    const firstBelow = y => {
+        let low = 0, high = matches.length;
+        while (low < high) {
+            const middle = (low + high) >> 1;
+            if (boxOf(middle).bottom > y)
+                high = middle;
+            else
+                low = middle + 1;
+        }
+        return low;
+    };
+
+    /// The part of the view in which an element's text can be seen.
+    const clipOf = (element, known) => {
+        if (!element || element === document.body)
+            return { left: 0, top: 0, right: innerWidth, bottom: innerHeight };
+        if (!known.has(element)) {
+            const outer = clipOf(element.parentElement, known);
+            const style = getComputedStyle(element);
+            const box = style.overflowX === 'visible' ? null : element.getBoundingClientRect();
+            known.set(element, box ? {
+                left: Math.max(outer.left, box.left), top: Math.max(outer.top, box.top),
+                right: Math.min(outer.right, box.right), bottom: Math.min(outer.bottom, box.bottom),
+            } : outer);
+        }
+        return known.get(element);
+    };
+
+    const place = () => {
+        isPlacing = false;
+        if (wanted === '' || !layer)
+            return;
+        const clips = new Map();
+        const boxes = [];
+        for (let match = firstBelow(0); match < matches.length && boxes.length < mostMarks; match++) {
+            const range = rangeOf(match);
+            if (range.getBoundingClientRect().top > innerHeight)
+                break;
+            const clip = clipOf(range.startContainer.parentElement, clips);
+            for (const box of range.getClientRects()) {
+                const left = Math.max(box.left, clip.left), top = Math.max(box.top, clip.top);
+                const width = Math.min(box.right, clip.right) - left;
+                const height = Math.min(box.bottom, clip.bottom) - top;
+                if (width > 0 && height > 0)
+                    boxes.push({ left, top, width, height, isCurrent: match === current });
+            }
+        }
+        layer.className = document.body.classList.contains('light') ? 'light' : '';
+        while (layer.childElementCount > boxes.length)
+            layer.lastChild.remove();
+        boxes.forEach((box, i) => {
+            const mark = layer.children[i] || layer.appendChild(document.createElement('i'));
+            for (const side of ['left', 'top', 'width', 'height'])
+                mark.style[side] = `${box[side]}px`;
+            mark.className = box.isCurrent ? 'current' : '';
+        });
+    };
+    const schedulePlacing = () => {
+        if (isPlacing || wanted === '')
+            return;
+        isPlacing = true;
+        requestAnimationFrame(place);
+    };
+
+    const report = () => {
+        const result = { page: Number(location.pathname), current: current + 1, total: matches.length };
+        const now = JSON.stringify(result);
+        if (wanted !== '' && now !== reported)
+            post('findResult', result);
+        reported = now;
+    };
+
+    /// Scrolls the current occurrence into view, if it is not there.
+    const reveal = () => {
+        if (current < 0)
+            return;
+        const element = rangeOf(current).startContainer.parentElement;
+        const clamped = element.closest('.truncatable:not(.expanded)');
+        if (clamped) {
+            clamped.scrollTop = 0;
+            if (boxOf(current).bottom > clamped.getBoundingClientRect().bottom)
+                clamped.classList.add('expanded');
+        }
+        for (let outer = element; outer && outer !== document.body; outer = outer.parentElement) {
+            const box = boxOf(current), frame = outer.getBoundingClientRect();
+            if (outer.scrollWidth > outer.clientWidth && (box.left < frame.left || box.right > frame.right))
+                outer.scrollLeft += box.left - frame.left - outer.clientWidth / 3;
+        }
+        const box = boxOf(current);
+        if (box.top < margin || box.bottom > innerHeight - margin)
+            document.body.scrollTop += box.top - innerHeight / 3;
+    };
+
+    const show = () => {
+        report();
+        schedulePlacing();
+    };
+
+    // Streamed text and expanded texts change the page.
+    const changed = () => {
+        if (wanted === '' || timer)
+            return;
+        timer = setTimeout(() => {
+            timer = 0;
+            search();
+            if (current < 0 && matches.length > 0)
+                current = 0;
+            show();
+        }, Math.max(pause, pauseFactor * lastDuration));
+    };
+
+    globalThis.finding = Object.freeze({
+        /// Marks all occurrences. The first one in view becomes the current one.
+        /// @param isTyped whether to scroll to it
+        search(value, isTyped) {
+            wanted = reducedText(value);
+            reported = '';
+            search();
+            const first = firstBelow(0);
+            current = first < matches.length ? first
+                : isTyped && matches.length > 0 ? 0 : matches.length - 1;
+            if (isTyped)
+                reveal();
+            if (wanted === '' && layer)
+                layer.replaceChildren();
+            show();
+            if (wanted === '')
+                post('findResult', { page: Number(location.pathname), current: 0, total: 0 });
+        },
+        /// Goes to the next (1) or previous (-1) occurrence, around the ends.
+        step(direction) {
+            if (wanted === '')
+                return;
+            search();
+            const count = matches.length;
+            current = count === 0 ? -1 : (Math.max(current, direction > 0 ? -1 : 0) + direction + count) % count;
+            reveal();
+            show();
+        },
+        end() {
+            wanted = '';
+            matches = [];
+            current = -1;
+            reported = '';
+            if (layer)
+                layer.replaceChildren();
+        },
+    });
+
+    window.addEventListener('DOMContentLoaded', () => {
+        const host = document.createElement('div');
+        const root = host.attachShadow({ mode: 'closed' });
+        // Not an element: the page's policy admits no styles but its own.
+        const style = new CSSStyleSheet();
+        style.replaceSync(sheet);
+        root.adoptedStyleSheets = [style];
+        layer = root.appendChild(document.createElement('div'));
+        host.setAttribute('aria-hidden', 'true');
+        document.documentElement.append(host);
+        new MutationObserver(changed).observe(document.body, {
+            subtree: true, childList: true, characterData: true,
+            attributes: true, attributeFilter: ['class'],
+        });
+        window.addEventListener('scroll', schedulePlacing, { passive: true, capture: true });
+        window.addEventListener('resize', schedulePlacing, { passive: true });
+    });
+}

@@ -1,0 +1,311 @@
+#include "page/EnginePageTest.h"
+#include "page/StreamingRenderer.h"
+#include "support/TestProgram.h"
+
+#include <QImage>
+
+using namespace quellora;
+
+namespace {
+
+const QDateTime noon(QDate(2026, 3, 1), QTime(12, 0));
+
+} // namespace
+
+/// Finding text in the page. The marks' layer is closed, so they are seen in pictures only.
+class TestPageFind : public EnginePageTest
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void countsOccurrences_data();
+    void countsOccurrences();
+    void searchesOnlyTheThreadsTexts();
+    void stepsGoAround();
+    void currentOccurrenceIsScrolledTo();
+    void clampedTextIsExpanded();
+    void wideCodeIsScrolled();
+    void marksAreShownAndRemoved();
+    void pageItselfStaysAsItIs();
+    void growingAnswerIsCountedAndNotDisturbed();
+    void nextPageIsSearched();
+    void pageScriptsCannotReachIt();
+
+private:
+    void listen()
+    {
+        m_result.clear();
+        connect(m_display.get(), &ResponseDisplay::findResultChanged, this,
+                [this](int current, int total) {
+                    m_result = QStringLiteral("%1/%2").arg(current).arg(total);
+                });
+    }
+    bool show(const QString &markdown)
+    {
+        listen();
+        return finished(m_display->loadContent(markdown));
+    }
+    bool showThread(const CaptureSession &session)
+    {
+        listen();
+        return finished(m_display->renderThread(session));
+    }
+    /// Finds a text; returns "current/total".
+    QString find(const QString &text)
+    {
+        m_result.clear();
+        m_display->find(text);
+        runUntil([this] { return !m_result.isEmpty(); });
+        return m_result;
+    }
+    QString next()
+    {
+        m_result.clear();
+        m_display->findNext();
+        runUntil([this] { return !m_result.isEmpty(); });
+        return m_result;
+    }
+    double position()
+    {
+        return m_engine->value(QStringLiteral("document.body.scrollTop")).toDouble();
+    }
+    /// Number of reddish or yellowish pixels, which nothing but marks has.
+    int markedPixels()
+    {
+        m_engine->painted();
+        const QImage picture = m_engine->window().grabWindow();
+        int count = 0;
+        for (int y = 0; y < picture.height(); ++y) {
+            for (int x = 0; x < picture.width(); ++x) {
+                const QColor color = picture.pixelColor(x, y);
+                count += color.red() > color.blue() + 60 && color.red() > 80 ? 1 : 0;
+            }
+        }
+        return count;
+    }
+
+    QString m_result;
+};
+
+void TestPageFind::countsOccurrences_data()
+{
+    QTest::addColumn<QString>("markdown");
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QString>("result");
+    QTest::newRow("plain") << "one two one"
+                           << "one"
+                           << "1/2";
+    QTest::newRow("case") << "One oNE"
+                          << "onE"
+                          << "1/2";
+    QTest::newRow("accents") << "resume résumé re\u0301sume\u0301"
+                             << "Résumé"
+                             << "1/3";
+    QTest::newRow("longer form") << "Straße"
+                                 << "strasse"
+                                 << "1/1";
+    QTest::newRow("across markup") << "a **bold** word"
+                                   << "a bold w"
+                                   << "1/1";
+    QTest::newRow("within a word's markup") << "b*ol*d"
+                                            << "bold"
+                                            << "1/1";
+    QTest::newRow("across a line break") << "one\ntwo"
+                                         << "one two"
+                                         << "1/1";
+    QTest::newRow("not across paragraphs") << "one\n\ntwo"
+                                           << "one two"
+                                           << "0/0";
+    QTest::newRow("not across list items") << "- one\n- two"
+                                           << "onetwo"
+                                           << "0/0";
+    QTest::newRow("in code") << "```js\nlet  value = 1;\n```"
+                             << "let value"
+                             << "1/1";
+    QTest::newRow("not overlapping") << "aaaa"
+                                     << "aa"
+                                     << "1/2";
+    QTest::newRow("surrounding spaces") << "one two"
+                                        << "  two "
+                                        << "1/1";
+    QTest::newRow("emoji") << "a 😀 b 😀"
+                           << "😀"
+                           << "1/2";
+    QTest::newRow("expressions are texts") << "a.c abc $1"
+                                           << "a.c"
+                                           << "1/1";
+    QTest::newRow("quotes") << "say \"hi\" \\ </script>"
+                            << "\"hi\" \\"
+                            << "1/1";
+    QTest::newRow("markup as text") << "`<b>x</b>`"
+                                    << "<b>x"
+                                    << "1/1";
+    QTest::newRow("absent") << "one"
+                            << "two"
+                            << "0/0";
+    QTest::newRow("blank") << "one"
+                           << "  "
+                           << "0/0";
+    QTest::newRow("empty") << "one"
+                           << ""
+                           << "0/0";
+}
+
+void TestPageFind::countsOccurrences()
+{
+    QFETCH(QString, markdown);
+    QFETCH(QString, text);
+    QFETCH(QString, result);
+    QVERIFY(show(markdown));
+    QCOMPARE(find(text), result);
+}
+
+void TestPageFind::searchesOnlyTheThreadsTexts()
+{
+    CaptureSession session = CaptureSession::create(noon);
+    session.addTurn(QStringLiteral("a copy?"), QStringLiteral("```js\ncopy()\n```"), noon, noon);
+    session.addNote(QStringLiteral("the copy"), noon);
+    QVERIFY(showThread(session));
+    QVERIFY(m_engine->painted());
+    // Neither the Copy button nor the times and labels of the page.
+    QCOMPARE(find(QStringLiteral("copy")).section(u'/', 1), QStringLiteral("3"));
+    QCOMPARE(find(QStringLiteral("12:00")), QStringLiteral("0/0"));
+}
+
+void TestPageFind::stepsGoAround()
+{
+    QVERIFY(show(QStringLiteral("x one x two x")));
+    QCOMPARE(find(QStringLiteral("x")), QStringLiteral("1/3"));
+    QCOMPARE(next(), QStringLiteral("2/3"));
+    QCOMPARE(next(), QStringLiteral("3/3"));
+    QCOMPARE(next(), QStringLiteral("1/3"));
+    m_display->findPrevious();
+    ENGINE_TRY_COMPARE(m_result, QStringLiteral("3/3"));
+    // Without an occurrence nothing happens.
+    QCOMPARE(find(QStringLiteral("y")), QStringLiteral("0/0"));
+    m_display->findNext();
+    QCOMPARE(find(QStringLiteral("two")), QStringLiteral("1/1"));
+    QCOMPARE(m_log->lines.filter(QStringLiteral("malformed")), QStringList());
+}
+
+void TestPageFind::currentOccurrenceIsScrolledTo()
+{
+    QVERIFY(show(QStringLiteral("needle\n\n") + QStringLiteral("line\n\n").repeated(60) +
+                 QStringLiteral("needle\n\n") + QStringLiteral("line\n\n").repeated(60)));
+    m_engine->value(QStringLiteral("document.body.scrollTop = 0"));
+    QCOMPARE(find(QStringLiteral("needle")), QStringLiteral("1/2"));
+    QCOMPARE(position(), 0.0);
+    QCOMPARE(next(), QStringLiteral("2/2"));
+    const double second = position();
+    QVERIFY(second > 500);
+    QVERIFY(m_engine
+                ->value(QStringLiteral("(() => { const p = [...document.querySelectorAll('p')]"
+                                       ".filter(e => e.textContent === 'needle')[1]"
+                                       ".getBoundingClientRect();"
+                                       "return p.top > 0 && p.bottom < innerHeight; })()"))
+                .toBool());
+    // The search starts with what is in view.
+    QCOMPARE(find(QStringLiteral("needl")), QStringLiteral("2/2"));
+    QCOMPARE(position(), second);
+    QCOMPARE(next(), QStringLiteral("1/2"));
+    QVERIFY(position() < 50);
+}
+
+void TestPageFind::clampedTextIsExpanded()
+{
+    CaptureSession session = CaptureSession::create(noon);
+    session.addTurn(QStringLiteral("first line needle ") +
+                        QStringLiteral("many words ").repeated(100) + QStringLiteral("hidden"),
+                    QStringLiteral("answer"), noon, noon);
+    QVERIFY(showThread(session));
+    const QString isExpanded =
+        QStringLiteral("document.querySelector('.prompt-text').classList.contains('expanded')");
+    QCOMPARE(find(QStringLiteral("needle")), QStringLiteral("1/1"));
+    QVERIFY(!m_engine->value(isExpanded).toBool());
+    QCOMPARE(find(QStringLiteral("hidden")), QStringLiteral("1/1"));
+    QVERIFY(m_engine->value(isExpanded).toBool());
+}
+
+void TestPageFind::wideCodeIsScrolled()
+{
+    QVERIFY(show(QStringLiteral("```\n") + QStringLiteral("x").repeated(300) +
+                 QStringLiteral(" needle\n```")));
+    QCOMPARE(find(QStringLiteral("needle")), QStringLiteral("1/1"));
+    QVERIFY(m_engine
+                ->value(QStringLiteral("[...document.querySelectorAll('pre, pre *')]"
+                                       ".some(e => e.scrollLeft > 500)"))
+                .toBool());
+}
+
+void TestPageFind::marksAreShownAndRemoved()
+{
+    QVERIFY(show(QStringLiteral("a needle and a needle")));
+    QCOMPARE(markedPixels(), 0);
+    QCOMPARE(find(QStringLiteral("needle")), QStringLiteral("1/2"));
+    QVERIFY(runUntil([this] { return markedPixels() > 200; }));
+    QCOMPARE(find(QString()), QStringLiteral("0/0"));
+    QVERIFY(runUntil([this] { return markedPixels() == 0; }));
+    QCOMPARE(find(QStringLiteral("needle")), QStringLiteral("1/2"));
+    QVERIFY(runUntil([this] { return markedPixels() > 200; }));
+    m_display->endFind();
+    QVERIFY(runUntil([this] { return markedPixels() == 0; }));
+}
+
+void TestPageFind::pageItselfStaysAsItIs()
+{
+    QVERIFY(show(QStringLiteral("a **needle** and\n\n- a needle")));
+    const QString body = m_engine->text(QStringLiteral("document.body.outerHTML"));
+    QCOMPARE(find(QStringLiteral("needle")), QStringLiteral("1/2"));
+    QVERIFY(m_engine->painted());
+    QCOMPARE(m_engine->text(QStringLiteral("document.body.outerHTML")), body);
+    QCOMPARE(m_engine->text(QStringLiteral("String(getSelection())")), QString());
+}
+
+void TestPageFind::growingAnswerIsCountedAndNotDisturbed()
+{
+    listen();
+    StreamingRenderer renderer(*m_display);
+    renderer.handleStreamStart(std::nullopt, QStringLiteral("q"), noon, std::nullopt);
+    QVERIFY(finished(m_display->latestPage()));
+    for (int i = 0; i < 60; ++i)
+        renderer.handleStreamChunk(QStringLiteral("a needle here\n\n"));
+    const auto paragraphs = [this] {
+        return m_engine->value(QStringLiteral("document.querySelectorAll('#ct p').length")).toInt();
+    };
+    ENGINE_TRY_COMPARE(paragraphs(), 60);
+    QVERIFY(find(QStringLiteral("needle")).endsWith(QStringLiteral("/60")));
+    QString current = m_result.section(u'/', 0, 0);
+    m_display->scrollToFraction(0.3);
+    QVERIFY(runUntil([this] { return position() > 10; }));
+    QVERIFY(m_engine->painted());
+    const double before = position();
+    for (int i = 0; i < 40; ++i)
+        renderer.handleStreamChunk(QStringLiteral("a needle here\n\n"));
+    ENGINE_TRY_COMPARE(m_result, current + QStringLiteral("/100"));
+    QCOMPARE(paragraphs(), 100);
+    QCOMPARE(position(), before);
+}
+
+void TestPageFind::nextPageIsSearched()
+{
+    QVERIFY(show(QStringLiteral("one needle")));
+    QCOMPARE(find(QStringLiteral("needle")), QStringLiteral("1/1"));
+    QVERIFY(finished(m_display->loadContent(QStringLiteral("needle needle needle"))));
+    ENGINE_TRY_COMPARE(m_result, QStringLiteral("1/3"));
+    m_display->endFind();
+    m_result.clear();
+    QVERIFY(finished(m_display->loadContent(QStringLiteral("needle"))));
+    QVERIFY(m_engine->painted());
+    QCOMPARE(m_result, QString());
+}
+
+void TestPageFind::pageScriptsCannotReachIt()
+{
+    QVERIFY(show(QStringLiteral("one needle")));
+    QCOMPARE(m_engine->text(QStringLiteral("typeof finding")), QStringLiteral("undefined"));
+    QCOMPARE(m_engine->text(QStringLiteral("typeof window.finding")), QStringLiteral("undefined"));
+}
+
+QUELLORA_TEST_MAIN(runEngineTest<TestPageFind>)
+
+#include "test_page_find.moc"
