@@ -90,7 +90,7 @@ void AppDelegate::handleHotkey(HotkeyAction action)
         return;
     switch (action) {
     case HotkeyAction::Capture:
-        return m_overlay->triggerCaptureAndSend();
+        return m_overlay->triggerCaptureAndSend(CaptureTarget::Screen);
     case HotkeyAction::Clear:
         return m_overlay->clearContent();
     case HotkeyAction::Toggle:
@@ -103,6 +103,12 @@ void AppDelegate::handleHotkey(HotkeyAction action)
         return m_overlay->captureNoSend();
     case HotkeyAction::NewThread:
         return m_overlay->startNewThread();
+    case HotkeyAction::CaptureWindow:
+        return m_overlay->triggerCaptureAndSend(CaptureTarget::FrontWindow);
+    case HotkeyAction::CaptureRegion:
+        return m_overlay->triggerCaptureAndSend(CaptureTarget::Region);
+    case HotkeyAction::CaptureLastRegion:
+        return m_overlay->triggerCaptureAndSend(CaptureTarget::LastRegion);
     case HotkeyAction::ToggleClicks:
         return m_overlay->toggleClicks();
     case HotkeyAction::Retry:

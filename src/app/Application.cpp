@@ -50,6 +50,9 @@ Application::Application(std::unique_ptr<SingleInstance> instance)
     , m_logShipper(m_network, m_endpoints.logsUpload())
     , m_statusBar(m_platform->statusArea(), m_platform->symbols())
     , m_exportDialog(m_platform->shell())
+    , m_regions({[this] { return freezeScreens(); }, [this] { return m_platform->screenLayout(); },
+                 m_platform->panelWindow(), m_settings,
+                 [this] { return m_platform->appearance().textScale(); }})
     , m_delegate(std::make_unique<AppDelegate>(collaborators()))
 {
     m_session.setHeartbeatStopper([this] { m_heartbeat.stop(); });
@@ -164,11 +167,50 @@ std::unique_ptr<OverlayPresenter> Application::makeOverlay(const VantiroConfig &
         OverlayWindowController::Collaborators{
             *m_platform, m_settings, *m_defaults, m_notifications, m_session, m_queries, m_engine,
             std::move(view), QUrl(QStringLiteral("qrc:/qt/qml/Quellora/Page/ResponseView.qml")),
-            &m_saver, m_endpoints, [this] { return capture(); }, &QCoreApplication::quit, m_hotkeys,
-            &m_library, &m_permissions, &m_exportDialog, [this] { m_heartbeat.poll(); }});
+            &m_saver, m_endpoints, [this](CaptureTarget target) { return capture(target); },
+            &QCoreApplication::quit, m_hotkeys, &m_library, &m_permissions, &m_exportDialog,
+            [this] { m_heartbeat.poll(); }});
 }
 
-QFuture<ScreenshotCapture::Outcome> Application::capture()
+QFuture<ScreenshotCapture::Outcome> Application::capture(CaptureTarget target)
+{
+    switch (target) {
+    case CaptureTarget::Screen:
+        return captureScreen();
+    case CaptureTarget::FrontWindow:
+        return captureFrontWindow();
+    case CaptureTarget::Region:
+        return m_regions.capture(false);
+    case CaptureTarget::LastRegion:
+        return m_regions.capture(true);
+    }
+    Q_UNREACHABLE();
+}
+
+QFuture<ScreenshotCapture::Outcome> Application::captureFrontWindow()
+{
+    if (ScreenSource *source = m_platform->screenSource())
+        return ScreenshotCapture::captureInBackground(*source, ScreenSource::Area::FrontWindow);
+    CaptureTool tool = m_platform->captureTool();
+    if (tool.windowArguments.isEmpty())
+        return QtFuture::makeReadyFuture<ScreenshotCapture::Outcome>(
+            tl::unexpected(ScreenshotCapture::CaptureError{
+                ScreenshotCapture::CaptureError::Kind::Unavailable,
+                QStringLiteral("The window in front cannot be captured on this system. Capture a "
+                               "region instead"),
+                0}));
+    tool.arguments = tool.windowArguments;
+    return ScreenshotCapture::captureInBackground(tool);
+}
+
+QFuture<ScreenshotCapture::Frozen> Application::freezeScreens()
+{
+    if (ScreenSource *source = m_platform->screenSource())
+        return ScreenshotCapture::freezeInBackground(*source);
+    return ScreenshotCapture::freezeInBackground(m_platform->captureTool());
+}
+
+QFuture<ScreenshotCapture::Outcome> Application::captureScreen()
 {
     if (ScreenSource *source = m_platform->screenSource())
         return ScreenshotCapture::captureInBackground(*source, m_settings.captureAllScreens()

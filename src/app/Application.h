@@ -16,8 +16,10 @@
 #include "history/StoredThreadLibrary.h"
 #include "hotkeys/HotkeyManager.h"
 #include "page/ResponseView.h"
+#include "picker/RegionCapture.h"
 #include "platform/Platform.h"
 #include "platform/TerminationSignals.h"
+#include "query/CaptureTarget.h"
 #include "query/PermissionChecker.h"
 #include "query/ProxyQueryService.h"
 #include "query/ScreenshotCapture.h"
@@ -52,9 +54,13 @@ private:
     std::unique_ptr<LoginPresenter> makeLogin();
     std::unique_ptr<OverlayPresenter> makeOverlay(const VantiroConfig &config);
     std::unique_ptr<MenuBarController> makeMenuBar();
+    /// Takes one picture; of screens as the settings say.
+    QFuture<ScreenshotCapture::Outcome> capture(CaptureTarget target);
+    QFuture<ScreenshotCapture::Outcome> captureScreen();
+    QFuture<ScreenshotCapture::Outcome> captureFrontWindow();
+    /// Takes the picture of all screens of which the user chooses a part.
+    QFuture<ScreenshotCapture::Frozen> freezeScreens();
     /// The platform's capture tool with arguments for the screens selected in the settings.
-    /// Takes one picture as the settings say.
-    QFuture<ScreenshotCapture::Outcome> capture();
     CaptureTool captureTool() const;
     AppDelegate::Collaborators collaborators();
     DeviceFields deviceFields() const;
@@ -79,6 +85,7 @@ private:
     EmergencyExit m_emergencyExit;
     LogShipper m_logShipper;
     QtStatusBar m_statusBar;
+    RegionCapture m_regions;
     QQmlEngine m_engine;
     ExportDialog m_exportDialog;
     std::unique_ptr<AppDelegate> m_delegate;

@@ -22,18 +22,18 @@ QByteArray helpText()
                       "\n"
                       "Commands for the running Quellora:\n";
     for (const RemoteCommand &command : remoteCommands)
-        text += "  " + QByteArray(command.name).leftJustified(17) + command.summary + '\n';
+        text += "  " + QByteArray(command.name).leftJustified(21) + command.summary + '\n';
     text += "\n"
             "Commands for the stored threads, with or without a running Quellora:\n"
             "  export ID --format md|html|pdf [--force] FILE\n"
-            "                   write a thread to FILE; ID may be \"latest\"\n"
-            "  export --list    print ID, time and title of every thread\n"
+            "                       write a thread to FILE; ID may be \"latest\"\n"
+            "  export --list        print ID, time and title of every thread\n"
             "\n"
             "Options:\n"
-            "  --or-start       with a command: start Quellora if it is not running\n"
-            "  --force          with export: replace FILE if it is there\n"
-            "  -h, --help       print this help\n"
-            "  -v, --version    print the version\n"
+            "  --or-start           with a command: start Quellora if it is not running\n"
+            "  --force              with export: replace FILE if it is there\n"
+            "  -h, --help           print this help\n"
+            "  -v, --version        print the version\n"
             "\n"
             "Exit status: 0 done, 1 failed, refused or no reply, 2 wrong usage, 3 Quellora is not "
             "running,\n"

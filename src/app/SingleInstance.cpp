@@ -13,6 +13,7 @@
 #include <QTimer>
 
 #include <algorithm>
+#include <array>
 #include <utility>
 
 namespace quellora {
@@ -21,8 +22,16 @@ namespace {
 
 const QByteArray okReply = QByteArrayLiteral("ok");
 const QByteArray refusalReply = QByteArrayLiteral("refused: ");
-const QByteArray pictureRequest = QByteArrayLiteral("picture");
-const QByteArray allScreensRequest = QByteArrayLiteral("picture-all");
+struct PictureRequest
+{
+    QByteArray line;
+    ScreenSource::Area area;
+};
+const std::array<PictureRequest, 3> pictureRequests{{
+    {QByteArrayLiteral("picture"), ScreenSource::Area::OneScreen},
+    {QByteArrayLiteral("picture-all"), ScreenSource::Area::AllScreens},
+    {QByteArrayLiteral("picture-window"), ScreenSource::Area::FrontWindow},
+}};
 /// Time for a picture and its transfer.
 constexpr std::chrono::seconds pictureTimeout{150};
 /// Bytes of a picture that are handed to the system at once.
@@ -32,7 +41,9 @@ constexpr qsizetype maxReply = 1024;
 
 qsizetype maxCommandLine()
 {
-    qsizetype longest = allScreensRequest.size();
+    qsizetype longest = 0;
+    for (const PictureRequest &request : pictureRequests)
+        longest = std::max(longest, request.line.size());
     for (const RemoteCommand &command : remoteCommands)
         longest = std::max(longest, QByteArrayView(command.name).size());
     return longest + 1;
@@ -40,7 +51,8 @@ qsizetype maxCommandLine()
 
 bool isStartOfCommand(const QByteArray &text)
 {
-    if (allScreensRequest.startsWith(text))
+    if (std::any_of(pictureRequests.begin(), pictureRequests.end(),
+                    [&](const PictureRequest &request) { return request.line.startsWith(text); }))
         return true;
     return std::any_of(remoteCommands.begin(), remoteCommands.end(), [&](const auto &command) {
         return QByteArray(command.name).startsWith(text);
@@ -174,11 +186,11 @@ void SingleInstance::readCommand(QLocalSocket &connection)
         return;
     }
     const QByteArray line = connection.readLine().chopped(1);
-    const bool isAllScreens = line == allScreensRequest;
-    if (m_pictures && (isAllScreens || line == pictureRequest) &&
-        connection.bytesAvailable() == 0) {
-        sendPicture(connection,
-                    isAllScreens ? ScreenSource::Area::AllScreens : ScreenSource::Area::OneScreen);
+    const auto picture =
+        std::find_if(pictureRequests.begin(), pictureRequests.end(),
+                     [&line](const PictureRequest &request) { return request.line == line; });
+    if (m_pictures && picture != pictureRequests.end() && connection.bytesAvailable() == 0) {
+        sendPicture(connection, picture->area);
         return;
     }
     const RemoteCommand *command = findRemoteCommand(line);

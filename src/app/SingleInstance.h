@@ -19,11 +19,11 @@ namespace quellora {
 /// and listens on a private socket; later ones send it a command and exit. Main thread only.
 ///
 /// Protocol: one line with the name of a remote command; the reply is "ok", or "refused: " and the
-/// reason. The lines "picture" and "picture-all" ask for a picture of one screen or of all, on
-/// behalf of the capture tool: the reply is a line "picture WIDTH HEIGHT", followed by the pixels
-/// row by row, each a 32-bit word 0x??RRGGBB in the order of this machine; or "refused: ". Data
-/// received on the socket is untrusted: anything but one known command closes the connection.
-/// Received data is never logged.
+/// reason. The lines "picture", "picture-all" and "picture-window" ask for a picture of one screen,
+/// of all or of the window in front, on behalf of the capture tool: the reply is a line "picture
+/// WIDTH HEIGHT", followed by the pixels row by row, each a 32-bit word 0x??RRGGBB in the order of
+/// this machine; or "refused: ". Data received on the socket is untrusted: anything but one known
+/// command closes the connection. Received data is never logged.
 class SingleInstance : public QObject
 {
     Q_OBJECT

@@ -78,6 +78,10 @@ public:
     QUELLORA_SETTING(bool, hasLaunchedBefore, HasLaunchedBefore, "hasLaunchedBefore", false);
     /// A capture shows all screens instead of the one with the pointer.
     QUELLORA_SETTING(bool, captureAllScreens, CaptureAllScreens, "captureAllScreens", false);
+    /// "Look before sending": a capture is shown before it is sent.
+    QUELLORA_SETTING(bool, lookBeforeSending, LookBeforeSending, "lookBeforeSending", false);
+    /// The part of a screen that was captured last, as its owner writes it; empty for none.
+    QUELLORA_SETTING(QString, lastCaptureRegion, LastCaptureRegion, "lastCaptureRegion", QString());
     /// The end of an answer is announced on the desktop while the panel is hidden.
     QUELLORA_SETTING(bool, notifyWhenAnswerReady, NotifyWhenAnswerReady, "notifyWhenAnswerReady",
                      false);

@@ -8,6 +8,7 @@
 #include "panels/HamburgerMenuModel.h"
 #include "platform/PanelProperties.h"
 #include "sheets/history/HistoryModel.h"
+#include "sheets/look/LookModel.h"
 #include "sheets/settings/SettingsModel.h"
 #include "ui/Ui.h"
 
@@ -111,7 +112,8 @@ void NonFocusPanel::setContent(QQmlEngine &engine, const OverlayContent &content
          {QStringLiteral("responseView"), content.responseView},
          {QStringLiteral("responseHost"), QVariant::fromValue(content.responseHost)},
          {QStringLiteral("settings"), QVariant::fromValue(content.settings)},
-         {QStringLiteral("find"), QVariant::fromValue(content.find)}});
+         {QStringLiteral("find"), QVariant::fromValue(content.find)},
+         {QStringLiteral("look"), QVariant::fromValue(content.look)}});
     m_root = qobject_cast<QQuickItem *>(object);
     if (!m_root)
         qFatal("The overlay's view is not built: %s", qPrintable(component.errorString()));

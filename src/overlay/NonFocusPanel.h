@@ -18,6 +18,7 @@ class BottomPanelsModel;
 class HamburgerMenuModel;
 class HistoryModel;
 class FindModel;
+class LookModel;
 class OverlayModel;
 class ResponseScrollbarModel;
 class SettingsModel;
@@ -39,6 +40,8 @@ struct OverlayContent
     SettingsModel *settings = nullptr;
     /// Model of the find bar; null for a panel without one.
     FindModel *find = nullptr;
+    /// Model of the question before a picture is sent; null for a panel without it.
+    LookModel *look = nullptr;
 };
 
 /// The floating panel: a frameless, always-on-top window that is not activated when shown or

@@ -376,6 +376,12 @@ void OverlayModel::setSheetOpen(bool isOpen)
     updateClickThrough();
 }
 
+void OverlayModel::setLooking(bool isLooking)
+{
+    m_isLooking = isLooking;
+    updateClickThrough();
+}
+
 void OverlayModel::setWindowSize(const QSizeF &size)
 {
     if (size == m_windowSize)
@@ -436,7 +442,7 @@ QRectF OverlayModel::responseRect() const
 
 QRect OverlayModel::clickThroughRect() const
 {
-    if (m_isMenuOpen || m_isSheetOpen || m_takesClicks)
+    if (m_isMenuOpen || m_isSheetOpen || m_isLooking || m_takesClicks)
         return {};
     // Round inward, so that no adjacent control becomes click-through at its edge.
     const QRectF rect = responseRect();

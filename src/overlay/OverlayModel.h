@@ -164,6 +164,8 @@ public:
     void setMenuOpen(bool isOpen);
     /// Whether a sheet covers the answer, which disables click-through.
     void setSheetOpen(bool isOpen);
+    /// Whether the question for a captured picture covers the panel, which does the same.
+    void setLooking(bool isLooking);
 
     /// Size of the panel in points.
     void setWindowSize(const QSizeF &size);
@@ -281,6 +283,7 @@ private:
     std::optional<double> m_usage;
     bool m_isMenuOpen = false;
     bool m_isSheetOpen = false;
+    bool m_isLooking = false;
     QSizeF m_windowSize;
     double m_bottomPanelsHeight = 0;
     double m_textScale = 1;

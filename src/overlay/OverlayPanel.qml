@@ -18,6 +18,8 @@ FocusScope {
     property SettingsModel settings
     /// Null in a panel that cannot find text.
     property FindModel find
+    /// Null in a panel that never asks before it sends.
+    property LookModel look
     property url responseView
     property QtObject responseHost
     /// Set after the panel's first frame: creating the web view late makes the panel appear sooner.
@@ -28,6 +30,7 @@ FocusScope {
                                                            : Tokens.frame.opaqueBackground
 
     readonly property bool isHistoryOpen: history !== null && history.isOpen
+    readonly property bool isLooking: look !== null && look.isOpen
     readonly property bool isRenaming: history !== null && history.isRenaming
 
     onIsResponseActiveChanged: {
@@ -37,6 +40,8 @@ FocusScope {
 
     /// The topmost open sheet, dialog or menu that confines the keyboard focus, or null.
     function keyboardScope() {
+        if (isLooking)
+            return lookDialog.item
         if (overlay.isMenuOpen)
             return menuView
         if (settingsSheet.isOpen)
@@ -58,7 +63,9 @@ FocusScope {
     }
     /// Closes the topmost sheet, dialog or menu.
     function closeTopmost() {
-        if (overlay.isMenuOpen)
+        if (isLooking)
+            look.drop()
+        else if (overlay.isMenuOpen)
             menuView.close(true)
         else if (settingsSheet.isOpen)
             settingsSheet.item.closeTopmost()
@@ -299,6 +306,19 @@ FocusScope {
         anchors.fill: parent
         panels: root.panels
         enabled: root.keyboardScope() === null
+    }
+    Loader {
+        id: lookDialog
+        anchors.fill: parent
+        active: root.look !== null
+
+        sourceComponent: LookDialog {
+            objectName: "lookDialog"
+            look: root.look
+            theme: Tokens.sheet(!root.overlay.isLightTheme)
+            compact: root.compact
+            cornerRadius: root.corner
+        }
     }
     ResizeHandles {
         anchors.fill: parent

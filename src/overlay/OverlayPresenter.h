@@ -1,6 +1,7 @@
 #pragma once
 
 #include "backend/Records.h"
+#include "query/CaptureTarget.h"
 
 #include <QString>
 
@@ -21,7 +22,7 @@ public:
     /// Shows and raises the window without activating it. Logs "Window shown".
     virtual void show() = 0;
 
-    virtual void triggerCaptureAndSend() = 0;
+    virtual void triggerCaptureAndSend(CaptureTarget target) = 0;
     virtual void captureNoSend() = 0;
     /// Captures and sends with this prompt instead of the one in the box.
     virtual void captureAndSendPrompt(const QString &prompt) = 0;

@@ -137,7 +137,7 @@ void OverlayWindowController::setupContentView()
     m_panel.setContent(m_collaborators.engine,
                        {m_overlay, m_panels, m_menu, m_scrollbar, m_collaborators.responseView,
                         m_collaborators.surface.get(), m_history ? &m_history->model() : nullptr,
-                        &m_settings.model(), &m_find});
+                        &m_settings.model(), &m_find, &m_look.model()});
     m_display.loadContent(QString());
     log(QStringLiteral("Content view built and attached (WebView + control bar + bottom panels)"));
 }
@@ -264,6 +264,12 @@ void OverlayWindowController::wireOverlay()
         connect(&m_settings, &OverlaySettings::aboutToOpen, m_history.get(),
                 &OverlayHistory::close);
     }
+    m_look.attach(m_panel, m_overlay, *m_orchestrator);
+    m_menu.setCapturesAvailable(true);
+    connect(&m_menu, &HamburgerMenuModel::captureWindowRequested, m_orchestrator.get(),
+            [this] { m_orchestrator->triggerCaptureAndSend(CaptureTarget::FrontWindow); });
+    connect(&m_menu, &HamburgerMenuModel::captureRegionRequested, m_orchestrator.get(),
+            [this] { m_orchestrator->triggerCaptureAndSend(CaptureTarget::Region); });
     m_menu.setSettingsAvailable(true);
     connect(&m_menu, &HamburgerMenuModel::settingsRequested, &m_settings, &OverlaySettings::open);
     connect(&m_menu, &HamburgerMenuModel::accountRequested, this, [this] {
@@ -292,9 +298,9 @@ void OverlayWindowController::wirePanels()
 {
     QueryOrchestrator *orchestrator = m_orchestrator.get();
     connect(&m_panels, &BottomPanelsModel::captureAndSendRequested, orchestrator,
-            &QueryOrchestrator::triggerCaptureAndSend);
+            [orchestrator] { orchestrator->triggerCaptureAndSend(); });
     connect(&m_panels, &BottomPanelsModel::captureNoSendRequested, orchestrator,
-            &QueryOrchestrator::captureNoSend);
+            [orchestrator] { orchestrator->captureNoSend(); });
     connect(&m_panels, &BottomPanelsModel::sendRequested, orchestrator,
             &QueryOrchestrator::sendPromptOnly);
     connect(&m_panels, &BottomPanelsModel::noteRequested, orchestrator,

@@ -11,6 +11,7 @@
 #include "overlay/OverlayConfig.h"
 #include "overlay/OverlayExport.h"
 #include "overlay/OverlayHistory.h"
+#include "overlay/OverlayLook.h"
 #include "overlay/OverlayMirror.h"
 #include "overlay/OverlayModel.h"
 #include "overlay/OverlayPresenter.h"
@@ -92,7 +93,10 @@ public:
     void show() override;
     void closeWindow() override;
     void finishAtOnce() override;
-    void triggerCaptureAndSend() override { m_orchestrator->triggerCaptureAndSend(); }
+    void triggerCaptureAndSend(CaptureTarget target) override
+    {
+        m_orchestrator->triggerCaptureAndSend(target);
+    }
     void captureNoSend() override { m_orchestrator->captureNoSend(); }
     void captureAndSendPrompt(const QString &prompt) override
     {
@@ -119,6 +123,7 @@ public:
     BottomPanelsModel &panelsModel() { return m_panels; }
     HamburgerMenuModel &menuModel() { return m_menu; }
     OverlaySettings &settings() { return m_settings; }
+    OverlayLook &look() { return m_look; }
     ServiceMessages &messages() { return m_messages; }
     /// Null without a library.
     OverlayHistory *history() { return m_history.get(); }
@@ -159,6 +164,7 @@ private:
     ResponseScrollbarModel m_scrollbar;
     std::unique_ptr<OverlayHistory> m_history;
     OverlaySettings m_settings;
+    OverlayLook m_look;
     /// Declared after the models its view shows, so that it is destroyed before them.
     NonFocusPanel m_panel;
     PanelPlacement m_placement;

@@ -65,6 +65,14 @@ void HamburgerMenuModel::setConnectAvailable(bool isAvailable)
     Q_EMIT rowsChanged();
 }
 
+void HamburgerMenuModel::setCapturesAvailable(bool isAvailable)
+{
+    if (m_capturesAvailable == isAvailable)
+        return;
+    m_capturesAvailable = isAvailable;
+    Q_EMIT rowsChanged();
+}
+
 double HamburgerMenuModel::usagePercent() const
 {
     return hasCap() ? double(m_tokensUsed) / double(m_tokenCap) * 100.0 : 0.0;

@@ -20,6 +20,7 @@ class HamburgerMenuModel : public QObject
     Q_PROPERTY(QString exportTitle READ exportTitle NOTIFY pageChanged)
     Q_PROPERTY(bool answerAvailable READ answerAvailable NOTIFY pageChanged)
     Q_PROPERTY(bool connectAvailable READ connectAvailable NOTIFY rowsChanged)
+    Q_PROPERTY(bool capturesAvailable READ capturesAvailable NOTIFY rowsChanged)
     Q_PROPERTY(Tier tier READ tier NOTIFY usageChanged)
     Q_PROPERTY(double fillFraction READ fillFraction NOTIFY usageChanged)
     Q_PROPERTY(QString usageText READ usageText NOTIFY usageChanged)
@@ -52,6 +53,8 @@ public:
     void showMain();
     /// Whether the menu leads to connecting a model.
     void setConnectAvailable(bool isAvailable);
+    /// The rows that capture a window or a region.
+    void setCapturesAvailable(bool isAvailable);
 
     bool historyAvailable() const { return m_historyAvailable; }
     bool settingsAvailable() const { return m_settingsAvailable; }
@@ -60,6 +63,7 @@ public:
     QString exportTitle() const { return m_exportTitle; }
     bool answerAvailable() const { return m_answerAvailable; }
     bool connectAvailable() const { return m_connectAvailable; }
+    bool capturesAvailable() const { return m_capturesAvailable; }
     Tier tier() const;
     /// Filled fraction of the bar, 0 to 1; 1 if the cap is exceeded.
     double fillFraction() const;
@@ -75,6 +79,8 @@ Q_SIGNALS:
     void exportRequested();
     void exportChosen(quellora::HamburgerMenuModel::ExportChoice choice);
     void settingsRequested();
+    void captureWindowRequested();
+    void captureRegionRequested();
     void accountRequested();
     void connectRequested();
     void upgradeRequested();
@@ -99,6 +105,7 @@ private:
     QString m_exportTitle;
     bool m_answerAvailable = false;
     bool m_connectAvailable = false;
+    bool m_capturesAvailable = false;
 };
 
 } // namespace quellora

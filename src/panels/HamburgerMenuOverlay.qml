@@ -29,7 +29,8 @@ FocusScope {
     function rows() {
         return (menu.isExportShown
                 ? [markdownFile, webPage, pdf, copyMarkdown, copyRichText, copyAnswer]
-                : [history, exportThread, settings, account, connectModel, upgrade, signOut])
+                : [history, exportThread, settings, captureWindow, captureRegion, account, connectModel,
+                   upgrade, signOut])
                .filter(row => row.available)
     }
     /// Makes a choice on the second page.
@@ -312,6 +313,28 @@ FocusScope {
                     text: qsTr("Settings")
                     onTabbed: step => host.move(step)
                     onClicked: host.run(host.menu.settingsRequested)
+                }
+                HamburgerMenuRow {
+                    id: captureWindow
+                    objectName: "menuCaptureWindow"
+                    available: host.menu.capturesAvailable
+                    width: parent.width
+                    height: host.rowHeight
+                    iconName: "app-window"
+                    text: qsTr("Capture window")
+                    onTabbed: step => host.move(step)
+                    onClicked: host.run(host.menu.captureWindowRequested)
+                }
+                HamburgerMenuRow {
+                    id: captureRegion
+                    objectName: "menuCaptureRegion"
+                    available: host.menu.capturesAvailable
+                    width: parent.width
+                    height: host.rowHeight
+                    iconName: "scan"
+                    text: qsTr("Capture region")
+                    onTabbed: step => host.move(step)
+                    onClicked: host.run(host.menu.captureRegionRequested)
                 }
                 HamburgerMenuRow {
                     id: account

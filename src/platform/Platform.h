@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/ScreenLayout.h"
 #include "platform/ShortcutGuide.h"
 #include "platform/Vocabulary.h"
 
@@ -281,6 +282,12 @@ struct CaptureTool
     QStringList arguments;
     /// The arguments for capturing all screens instead of one; empty if the tool cannot.
     QStringList allScreensArguments = {};
+    /// The arguments for capturing the window in front; empty if the tool cannot.
+    QStringList windowArguments = {};
+    /// The tool's exit status if no window is in front.
+    int noWindowStatus = 0;
+    /// The arguments for one picture of Platform::screenLayout(), without the pointer.
+    QStringList choiceArguments = {};
 };
 
 /// All platform interfaces of one system. Created once at start-up; outlives its users. In every
@@ -304,6 +311,9 @@ public:
     virtual CaptureTool captureTool() const = 0;
     /// Takes the pictures instead of the capture tool; null where the tool takes them.
     virtual ScreenSource *screenSource() { return nullptr; }
+    /// The screens as they lie in a picture of all of them, in the toolkit's order; those at its
+    /// end may be missing if they cannot be in it.
+    virtual ScreenLayout screenLayout() const { return ScreenLayout::inPoints(); }
     /// The desktop's own shortcuts; null where globalHotkeys() receives keys from every window.
     virtual DesktopShortcuts *desktopShortcuts() { return nullptr; }
     /// Does not change while the program runs.

@@ -19,6 +19,10 @@ public:
         /// The screen with the pointer, or with the panel where the pointer's is unknown.
         OneScreen,
         AllScreens,
+        /// All screens without the pointer, to choose a part of.
+        AllScreensForChoice,
+        /// The window in front that is not this program's.
+        FrontWindow,
     };
 
     struct Failure
@@ -26,7 +30,7 @@ public:
         enum class Kind {
             /// The user or the desktop has refused the permission.
             Refused,
-            /// The desktop offers no way to take pictures.
+            /// The desktop offers no way to take such pictures, or there is no window in front.
             Unavailable,
             Failed,
         };

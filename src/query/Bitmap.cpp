@@ -66,4 +66,21 @@ Bitmap Bitmap::fromImage(QImage image)
     return bitmap;
 }
 
+QImage Bitmap::toImage() const
+{
+    if (isNull())
+        return {};
+    QImage copy(width, height, QImage::Format_RGB32);
+    if (copy.isNull())
+        return {};
+    const std::ptrdiff_t red = order == Order::Rgb ? 0 : 2;
+    for (int y = 0; y < height; ++y) {
+        const std::uint8_t *sample = rows[static_cast<std::size_t>(y)];
+        auto *pixel = reinterpret_cast<QRgb *>(copy.scanLine(y));
+        for (int x = 0; x < width; ++x, sample += channels)
+            pixel[x] = qRgb(sample[red], sample[1], sample[2 - red]);
+    }
+    return copy;
+}
+
 } // namespace quellora

@@ -43,6 +43,9 @@ struct Bitmap
     /// The pixels of @p image, which are not copied in the usual formats of 24 and 32 bits; opacity
     /// is ignored. Null if the image is null or the allocation fails.
     static Bitmap fromImage(QImage image);
+    /// A copy of the pixels in the format that is painted fastest, RGB32. Null if the bitmap is
+    /// null or the allocation fails.
+    QImage toImage() const;
 };
 
 } // namespace quellora

@@ -27,6 +27,28 @@ void log(const QString &message)
     Log::event(QStringLiteral("[OverlayWindowController] ") + message);
 }
 
+/// What is captured, for the log; empty for the screen.
+QString targetText(CaptureTarget target)
+{
+    switch (target) {
+    case CaptureTarget::Screen:
+        break;
+    case CaptureTarget::FrontWindow:
+        return QStringLiteral(" window");
+    case CaptureTarget::Region:
+        return QStringLiteral(" region");
+    case CaptureTarget::LastRegion:
+        return QStringLiteral(" last region");
+    }
+    return {};
+}
+
+/// Whether the user may take time to choose what is captured.
+bool isChosen(CaptureTarget target)
+{
+    return target == CaptureTarget::Region || target == CaptureTarget::LastRegion;
+}
+
 } // namespace
 
 QueryOrchestrator::QueryOrchestrator(Collaborators collaborators, QObject *parent)
@@ -61,34 +83,44 @@ QString QueryOrchestrator::shownPrompt() const
     return m_shownQuery ? m_shownQuery->turnPrompt : QString();
 }
 
-void QueryOrchestrator::triggerCaptureAndSend()
+void QueryOrchestrator::triggerCaptureAndSend(CaptureTarget target)
 {
-    startCaptureAndSend(std::nullopt);
+    startCaptureAndSend(target, std::nullopt);
 }
 
 void QueryOrchestrator::captureAndSendPrompt(const QString &prompt)
 {
-    startCaptureAndSend(prompt);
+    startCaptureAndSend(CaptureTarget::Screen, prompt);
 }
 
-void QueryOrchestrator::startCaptureAndSend(const std::optional<QString> &ownPrompt)
+void QueryOrchestrator::startCaptureAndSend(CaptureTarget target,
+                                            const std::optional<QString> &ownPrompt)
 {
-    if (isCaptureLocked(QStringLiteral("Capture & Send")))
+    const QString action =
+        QStringLiteral("Capture") + targetText(target) + QStringLiteral(" & Send");
+    if (isCaptureLocked(action) || isRefused(action))
         return;
+    log(action + QStringLiteral(" triggered"));
+    const QDateTime queryStart = m_collaborators.clock();
+    startCapture(target, [this, action, target, queryStart, ownPrompt](const auto &outcome) {
+        // The time in which the user chooses is none of the answer's.
+        captureAndSendFinished(outcome, action,
+                               isChosen(target) ? m_collaborators.clock() : queryStart, ownPrompt);
+    });
+}
+
+bool QueryOrchestrator::isRefused(const QString &action)
+{
     if (m_collaborators.messages.blockIfKnownOverCap()) {
         Q_EMIT refused();
-        return;
+        return true;
     }
     if (m_collaborators.messages.isBlocked()) {
-        log(QStringLiteral("Capture & Send blocked — isBlocked is true"));
+        log(action + QStringLiteral(" blocked — isBlocked is true"));
         Q_EMIT refused();
-        return;
+        return true;
     }
-    log(QStringLiteral("Capture & Send triggered"));
-    const QDateTime queryStart = m_collaborators.clock();
-    startCapture([this, queryStart, ownPrompt](const ScreenshotCapture::Outcome &outcome) {
-        captureAndSendFinished(outcome, queryStart, ownPrompt);
-    });
+    return false;
 }
 
 bool QueryOrchestrator::isCaptureLocked(const QString &action) const
@@ -101,7 +133,7 @@ bool QueryOrchestrator::isCaptureLocked(const QString &action) const
 
 void QueryOrchestrator::lockedChanged(bool isLocked)
 {
-    if (!isLocked || !isCapturing())
+    if (!isLocked || (m_captures.isEmpty() && m_choices.isEmpty()))
         return;
     cancelCaptures();
     log(QStringLiteral("Capture discarded — the session was locked"));
@@ -113,20 +145,24 @@ void QueryOrchestrator::captureNoSend()
     if (isCaptureLocked(QStringLiteral("Capture (no send)")))
         return;
     log(QStringLiteral("Capture (no send) triggered"));
-    startCapture(
-        [this](const ScreenshotCapture::Outcome &outcome) { captureNoSendFinished(outcome); });
+    startCapture(CaptureTarget::Screen, [this](const ScreenshotCapture::Outcome &outcome) {
+        captureNoSendFinished(outcome);
+    });
 }
 
-void QueryOrchestrator::startCapture(std::function<void(const ScreenshotCapture::Outcome &)> done)
+void QueryOrchestrator::startCapture(CaptureTarget target,
+                                     std::function<void(const ScreenshotCapture::Outcome &)> done)
 {
     const quint64 number = ++m_lastCapture;
-    const QFuture<ScreenshotCapture::Outcome> capture = m_collaborators.capture();
-    m_captures.insert(number, capture);
+    const QFuture<ScreenshotCapture::Outcome> capture = m_collaborators.capture(target);
+    Captures &running = isChosen(target) ? m_choices : m_captures;
+    running.insert(number, capture);
     m_stopped = false;
     Q_EMIT activityChanged();
     whenFinished(capture, this,
-                 [this, number, done = std::move(done)](const ScreenshotCapture::Outcome &outcome) {
-                     m_captures.remove(number);
+                 [this, number, &running,
+                  done = std::move(done)](const ScreenshotCapture::Outcome &outcome) {
+                     running.remove(number);
                      if (!m_isShutDown)
                          done(outcome);
                      Q_EMIT activityChanged();
@@ -135,20 +171,73 @@ void QueryOrchestrator::startCapture(std::function<void(const ScreenshotCapture:
 
 void QueryOrchestrator::cancelCaptures()
 {
-    const auto captures = std::exchange(m_captures, {});
-    for (QFuture<ScreenshotCapture::Outcome> capture : captures)
-        capture.cancel();
+    for (Captures *running : {&m_choices, &m_captures}) {
+        const Captures captures = std::exchange(*running, {});
+        for (QFuture<ScreenshotCapture::Outcome> capture : captures)
+            capture.cancel();
+    }
 }
 
 void QueryOrchestrator::captureAndSendFinished(const ScreenshotCapture::Outcome &outcome,
-                                               const QDateTime &queryStart,
+                                               const QString &action, const QDateTime &queryStart,
                                                const std::optional<QString> &ownPrompt)
 {
     if (!outcome) {
-        captureFailed(outcome.error(), QStringLiteral("Capture & Send"),
-                      QStringLiteral("Screenshot capture"));
+        captureFailed(outcome.error(), action, QStringLiteral("Screenshot capture"));
         return;
     }
+    if (outcome->isForLater) {
+        stageCapture(outcome->jpegData);
+        m_collaborators.display.showWindow();
+        return;
+    }
+    if (!m_collaborators.settings.lookBeforeSending()) {
+        sendCapture(outcome->jpegData, queryStart, ownPrompt);
+        return;
+    }
+    m_lookedAt = outcome->jpegData;
+    m_lookedAtPrompt = ownPrompt;
+    Q_EMIT captureSucceeded();
+    Q_EMIT lookRequested(m_lookedAt);
+    m_collaborators.display.showWindow();
+    Q_EMIT lookShown();
+}
+
+QByteArray QueryOrchestrator::takeLookedAt()
+{
+    const QByteArray jpeg = std::exchange(m_lookedAt, QByteArray());
+    if (!jpeg.isEmpty())
+        Q_EMIT lookRequested({});
+    return jpeg;
+}
+
+void QueryOrchestrator::sendLookedAt()
+{
+    const QByteArray jpeg = takeLookedAt();
+    if (jpeg.isEmpty())
+        return;
+    // Refused meanwhile: the picture is not lost.
+    if (isRefused(QStringLiteral("Send of the capture")))
+        stageCapture(jpeg);
+    else
+        sendCapture(jpeg, m_collaborators.clock(), m_lookedAtPrompt);
+}
+
+void QueryOrchestrator::attachLookedAt()
+{
+    if (const QByteArray jpeg = takeLookedAt(); !jpeg.isEmpty())
+        stageCapture(jpeg);
+}
+
+void QueryOrchestrator::dropLookedAt()
+{
+    if (!takeLookedAt().isEmpty())
+        log(QStringLiteral("Capture dropped by the user"));
+}
+
+void QueryOrchestrator::sendCapture(const QByteArray &jpeg, const QDateTime &queryStart,
+                                    const std::optional<QString> &ownPrompt)
+{
     const QString prompt = ownPrompt
                                ? *ownPrompt
                                : PromptConfig::current(m_collaborators.settings.userPrompt(),
@@ -161,7 +250,7 @@ void QueryOrchestrator::captureAndSendFinished(const ScreenshotCapture::Outcome 
     CaptureSession session = edited ? m_collaborators.threads.threadForRetry()
                                     : m_collaborators.threads.threadForQuery();
     const QString apiPrompt = contextAugmentedPrompt(prompt, session, replaced);
-    session.addScreenshot(outcome->jpegData, m_collaborators.clock(), m_collaborators.clock());
+    session.addScreenshot(jpeg, m_collaborators.clock(), m_collaborators.clock());
     m_collaborators.threads.setCurrentSession(session);
     Q_EMIT captureSucceeded();
     runQuery(apiPrompt, {session.id, prompt, session.screenshots.constLast(), replaced}, queryStart,
@@ -175,13 +264,22 @@ void QueryOrchestrator::captureNoSendFinished(const ScreenshotCapture::Outcome &
                       QStringLiteral("Capture (no send)"));
         return;
     }
-    m_collaborators.threads.stageScreenshot(outcome->jpegData);
+    stageCapture(outcome->jpegData);
+}
+
+void QueryOrchestrator::stageCapture(const QByteArray &jpeg)
+{
+    m_collaborators.threads.stageScreenshot(jpeg);
     Q_EMIT captureSucceeded();
 }
 
 void QueryOrchestrator::captureFailed(const ScreenshotCapture::CaptureError &error,
                                       const QString &action, const QString &step)
 {
+    if (error.kind == ScreenshotCapture::CaptureError::Kind::Dismissed) {
+        log(action + QStringLiteral(" given up — nothing was chosen"));
+        return;
+    }
     if (error.kind == ScreenshotCapture::CaptureError::Kind::ProtectedContent) {
         log(action + QStringLiteral(" aborted — near-black frame (protected content suspected)"));
         m_collaborators.messages.handleProtectedContentCapture();
@@ -545,6 +643,7 @@ void QueryOrchestrator::cancelAll()
     m_isShutDown = true;
     cancelCaptures();
     m_lastQuestion.abandonEditing();
+    m_lookedAt.clear();
     const QList<ActiveQueryPtr> queries = std::exchange(m_queries, {});
     m_shownQuery.reset();
     m_isShownOnPage = false;

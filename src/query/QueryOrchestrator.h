@@ -1,6 +1,7 @@
 #pragma once
 
 #include "history/CaptureSession.h"
+#include "query/CaptureTarget.h"
 #include "query/LastQuestion.h"
 #include "query/QueryTypes.h"
 #include "query/ScreenshotCapture.h"
@@ -43,7 +44,7 @@ public:
     enum class Activity { Idle, Capturing, Waiting, Streaming, Stopped };
     Q_ENUM(Activity)
 
-    using Capture = std::function<QFuture<ScreenshotCapture::Outcome>()>;
+    using Capture = std::function<QFuture<ScreenshotCapture::Outcome>(CaptureTarget target)>;
     using Clock = std::function<QDateTime()>;
 
     /// The references must outlive the orchestrator.
@@ -65,12 +66,20 @@ public:
     explicit QueryOrchestrator(Collaborators collaborators, QObject *parent = nullptr);
     ~QueryOrchestrator() override;
 
-    /// Captures the screen and sends the image with the user's prompt.
-    void triggerCaptureAndSend();
-    /// The same with @p prompt instead of the prompt box's text, which stays in the box.
+    /// Captures @p target and sends the image with the user's prompt; after lookRequested(), if the
+    /// settings say so. A region may be staged instead, as the user chooses it.
+    void triggerCaptureAndSend(CaptureTarget target = CaptureTarget::Screen);
+    /// Captures the screen and sends it with @p prompt instead of the prompt box's text, which
+    /// stays in the box.
     void captureAndSendPrompt(const QString &prompt);
     /// Captures the screen and stages the image for the next send. Works while queries are blocked.
     void captureNoSend();
+    /// Sends the image of lookRequested() with the prompt as it is now. No effect without one.
+    void sendLookedAt();
+    /// Stages the image of lookRequested() for the next send.
+    void attachLookedAt();
+    /// Drops the image of lookRequested(); nothing of it is kept.
+    void dropLookedAt();
     /// Sends @p text with the staged screenshot, if any. While the last question is edited, @p text
     /// takes its place, with its screenshot unless another one is staged.
     void sendPromptOnly(const QString &text);
@@ -102,6 +111,7 @@ public:
     void leavePage();
 
     Activity activity() const;
+    /// Not while the user chooses what is captured.
     bool isCapturing() const { return !m_captures.isEmpty(); }
     /// The prompt of the shown query; empty if none is running.
     QString shownPrompt() const;
@@ -112,6 +122,11 @@ Q_SIGNALS:
     void captureSucceeded();
     /// There is no question that Retry could ask again.
     void nothingToRetry();
+    /// The user is to look at a captured image before it is sent; an empty one if there is none any
+    /// more. A newer capture replaces it.
+    void lookRequested(const QByteArray &jpeg);
+    /// The window with that image has been shown.
+    void lookShown();
     /// An action was rejected; the current service message has the reason.
     void refused();
     /// A query that is not shown failed; @p reason is user-facing text.
@@ -128,13 +143,22 @@ private:
     /// @param action the user's action, for the log
     bool isCaptureLocked(const QString &action) const;
     void lockedChanged(bool isLocked);
-    void startCapture(std::function<void(const ScreenshotCapture::Outcome &)> done);
+    /// Whether a query must not start; logs it then and shows the reason.
+    /// @param action the user's action, for the log
+    bool isRefused(const QString &action);
+    void startCapture(CaptureTarget target,
+                      std::function<void(const ScreenshotCapture::Outcome &)> done);
     /// @param ownPrompt sent instead of the prompt box's text
-    void startCaptureAndSend(const std::optional<QString> &ownPrompt);
-    void captureAndSendFinished(const ScreenshotCapture::Outcome &outcome,
+    void startCaptureAndSend(CaptureTarget target, const std::optional<QString> &ownPrompt);
+    void captureAndSendFinished(const ScreenshotCapture::Outcome &outcome, const QString &action,
                                 const QDateTime &queryStart,
                                 const std::optional<QString> &ownPrompt);
     void captureNoSendFinished(const ScreenshotCapture::Outcome &outcome);
+    void stageCapture(const QByteArray &jpeg);
+    /// Ends the look; returns its image, or an empty one.
+    QByteArray takeLookedAt();
+    void sendCapture(const QByteArray &jpeg, const QDateTime &queryStart,
+                     const std::optional<QString> &ownPrompt);
     /// @param action the user's action, for the log
     /// @param step the step of it that failed, for the log
     void captureFailed(const ScreenshotCapture::CaptureError &error, const QString &action,
@@ -181,9 +205,15 @@ private:
     ActiveQueryPtr m_shownQuery;
     /// Whether its text is streamed into the page; false while another page is shown.
     bool m_isShownOnPage = false;
-    /// All running captures by number.
-    QHash<quint64, QFuture<ScreenshotCapture::Outcome>> m_captures;
+    using Captures = QHash<quint64, QFuture<ScreenshotCapture::Outcome>>;
+    /// All running captures by number: those that the user makes, and the others.
+    Captures m_choices;
+    Captures m_captures;
     quint64 m_lastCapture = 0;
+    /// The image at which the user is looking; empty for none.
+    QByteArray m_lookedAt;
+    /// The prompt of its own with which that image is sent, if any.
+    std::optional<QString> m_lookedAtPrompt;
     bool m_stopped = false;
     /// Set by cancelAll(): late capture results are ignored.
     bool m_isShutDown = false;

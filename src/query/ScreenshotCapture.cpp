@@ -33,7 +33,9 @@ using CaptureError = ScreenshotCapture::CaptureError;
 using Kind = CaptureError::Kind;
 
 constexpr int maxWidth = 1280;
-constexpr int samplingStep = 16;
+/// Width in pixels of the grid on which a whole screen is sampled, and a chosen part.
+constexpr int screenStep = 16;
+constexpr int partStep = 1;
 constexpr int darkThreshold = 8;
 constexpr double darkFraction = 0.999;
 constexpr int jpegQuality = 85;
@@ -109,10 +111,12 @@ QThreadPool &capturePool()
 
 /// Scales, checks and encodes one picture.
 /// @param originalKind what @p originalSizeBytes counts, for the log
-Outcome encode(Bitmap original, qint64 originalSizeBytes, const QString &originalKind)
+/// @param step see isNearBlackFrame()
+Outcome encode(Bitmap original, qint64 originalSizeBytes, const QString &originalKind,
+               int step = screenStep)
 {
     const Bitmap bitmap = ScreenshotCapture::resizeIfNeeded(std::move(original));
-    if (ScreenshotCapture::isNearBlackFrame(bitmap)) {
+    if (ScreenshotCapture::isNearBlackFrame(bitmap, step)) {
         Log::event(QStringLiteral("[ScreenshotCapture] Discarding near-black capture "
                                   "(protected/DRM content suspected)"));
         return tl::unexpected(CaptureError{Kind::ProtectedContent, {}, 0});
@@ -132,16 +136,23 @@ Outcome encode(Bitmap original, qint64 originalSizeBytes, const QString &origina
     return result;
 }
 
-/// @param png receives the tool's file: releasing a large one takes milliseconds, so the caller
-///        does it after delivering the result
-Outcome capture(const CaptureTool &tool, const ScreenshotCapture::IsCancelled &isCancelled,
-                CaptureFile &png)
+/// Runs the tool and decodes its file.
+/// @param png receives the file: releasing a large one takes milliseconds, so the caller does it
+///        after delivering the result
+tl::expected<Bitmap, CaptureError> takePicture(const CaptureTool &tool,
+                                               const ScreenshotCapture::IsCancelled &isCancelled,
+                                               CaptureFile &png)
 {
     const QString path = temporaryPath();
     const auto remove = qScopeGuard([&path] { QFile::remove(path); });
 
-    if (const auto run = ScreenshotCapture::runScreencapture(tool, path, isCancelled); !run)
+    if (const auto run = ScreenshotCapture::runScreencapture(tool, path, isCancelled); !run) {
+        if (run.error().kind == Kind::NonZeroExit && tool.noWindowStatus != 0 &&
+            run.error().exitStatus == tool.noWindowStatus)
+            return tl::unexpected(
+                CaptureError{Kind::Unavailable, QStringLiteral("No window is in front"), 0});
         return tl::unexpected(run.error());
+    }
     auto read = readCapture(path);
     if (!read)
         return tl::unexpected(read.error());
@@ -149,7 +160,77 @@ Outcome capture(const CaptureTool &tool, const ScreenshotCapture::IsCancelled &i
     auto decoded = decodePng(png.bytes);
     if (!decoded)
         return tl::unexpected(CaptureError{Kind::ImageDecodeFailed, {}, 0});
-    return encode(*std::move(decoded), png.bytes.size(), QStringLiteral("PNG"));
+    return *std::move(decoded);
+}
+
+Outcome capture(const CaptureTool &tool, const ScreenshotCapture::IsCancelled &isCancelled,
+                CaptureFile &png)
+{
+    auto taken = takePicture(tool, isCancelled, png);
+    if (!taken)
+        return tl::unexpected(std::move(taken).error());
+    return encode(*std::move(taken), png.bytes.size(), QStringLiteral("PNG"));
+}
+
+ScreenshotCapture::Frozen
+freeze(const CaptureTool &tool, const ScreenshotCapture::IsCancelled &isCancelled, CaptureFile &png)
+{
+    const auto taken = takePicture(tool, isCancelled, png);
+    if (!taken)
+        return tl::unexpected(taken.error());
+    QImage image = taken->toImage();
+    if (image.isNull())
+        return tl::unexpected(CaptureError{Kind::ImageDecodeFailed, {}, 0});
+    return image;
+}
+
+/// Passes the picture of a source to @p finish on a worker thread, which fulfils the promise of the
+/// returned future. Cancelling that one cancels the picture.
+template <typename Result>
+QFuture<Result> relay(QFuture<ScreenSource::Picture> picture,
+                      void (*finish)(QPromise<Result> &, const ScreenSource::Picture &))
+{
+    const auto promise = std::make_shared<QPromise<Result>>();
+    promise->start();
+    // Forwards the cancellation; deletes itself when the result is there.
+    auto *outcome = new QFutureWatcher<Result>;
+    QObject::connect(outcome, &QFutureWatcherBase::canceled, outcome,
+                     [picture]() mutable { picture.cancel(); });
+    QObject::connect(outcome, &QFutureWatcherBase::finished, outcome, &QObject::deleteLater);
+    outcome->setFuture(promise->future());
+    auto *taken = new QFutureWatcher<ScreenSource::Picture>(outcome);
+    QObject::connect(taken, &QFutureWatcherBase::finished, taken, [taken, promise, finish] {
+        if (taken->isCanceled() || promise->isCanceled()) {
+            promise->future().cancel();
+            promise->finish();
+            return;
+        }
+        // The pixels are released after the result has been delivered, which takes milliseconds.
+        // Not taken out of the future: the end of its promise would then count as a cancellation.
+        capturePool().start([promise, finish, picture = taken->future().result()] {
+            finish(*promise, picture);
+            promise->finish();
+        });
+    });
+    taken->setFuture(picture);
+    return promise->future();
+}
+
+/// Runs @p work with the tool on a worker thread.
+template <typename Result>
+QFuture<Result> runTool(const CaptureTool &tool,
+                        Result (*work)(const CaptureTool &, const ScreenshotCapture::IsCancelled &,
+                                       CaptureFile &))
+{
+    const auto promise = std::make_shared<QPromise<Result>>();
+    promise->start();
+    capturePool().start([promise, tool, work] {
+        CaptureFile png;
+        promise->addResult(work(
+            tool, [&] { return promise->isCanceled(); }, png));
+        promise->finish();
+    });
+    return promise->future();
 }
 
 CaptureError::Kind errorKind(ScreenSource::Failure::Kind kind)
@@ -165,13 +246,18 @@ CaptureError::Kind errorKind(ScreenSource::Failure::Kind kind)
     Q_UNREACHABLE();
 }
 
-Outcome encodePicture(const QImage &picture)
+CaptureError sourceError(const ScreenSource::Failure &failure)
+{
+    return {errorKind(failure.kind), failure.reason, 0};
+}
+
+Outcome encodePicture(const QImage &picture, int step = screenStep)
 {
     const qint64 pixelBytes = qint64{picture.width()} * picture.height() * picture.depth() / 8;
     Bitmap bitmap = Bitmap::fromImage(picture);
     if (bitmap.isNull())
         return tl::unexpected(CaptureError{Kind::ImageDecodeFailed, {}, 0});
-    return encode(std::move(bitmap), pixelBytes, QStringLiteral("of pixels"));
+    return encode(std::move(bitmap), pixelBytes, QStringLiteral("of pixels"), step);
 }
 
 } // namespace
@@ -195,18 +281,40 @@ QString ScreenshotCapture::CaptureError::description() const
     case Kind::Unavailable:
     case Kind::SourceFailed:
         return detail;
+    case Kind::Dismissed:
+        return QStringLiteral("Nothing was chosen");
     }
     Q_UNREACHABLE();
 }
 
 QFuture<Outcome> ScreenshotCapture::captureInBackground(const CaptureTool &tool)
 {
+    return runTool(tool, &capture);
+}
+
+QFuture<ScreenshotCapture::Frozen> ScreenshotCapture::freezeInBackground(const CaptureTool &tool)
+{
+    CaptureTool all = tool;
+    all.arguments = tool.choiceArguments;
+    return runTool(all, &freeze);
+}
+
+QFuture<ScreenshotCapture::Frozen> ScreenshotCapture::freezeInBackground(ScreenSource &source)
+{
+    return relay<Frozen>(source.take(ScreenSource::Area::AllScreensForChoice),
+                         [](QPromise<Frozen> &promise, const ScreenSource::Picture &picture) {
+                             promise.addResult(
+                                 picture ? Frozen(*picture)
+                                         : Frozen(tl::unexpected(sourceError(picture.error()))));
+                         });
+}
+
+QFuture<Outcome> ScreenshotCapture::encodeInBackground(const QImage &part)
+{
     const auto promise = std::make_shared<QPromise<Outcome>>();
     promise->start();
-    capturePool().start([promise, tool] {
-        CaptureFile png;
-        promise->addResult(capture(
-            tool, [&] { return promise->isCanceled(); }, png));
+    capturePool().start([promise, part] {
+        promise->addResult(encodePicture(part, partStep));
         promise->finish();
     });
     return promise->future();
@@ -215,34 +323,11 @@ QFuture<Outcome> ScreenshotCapture::captureInBackground(const CaptureTool &tool)
 QFuture<Outcome> ScreenshotCapture::captureInBackground(ScreenSource &source,
                                                         ScreenSource::Area area)
 {
-    const auto promise = std::make_shared<QPromise<Outcome>>();
-    promise->start();
-    QFuture<ScreenSource::Picture> picture = source.take(area);
-    // Forwards the cancellation; deletes itself when the outcome is there.
-    auto *outcome = new QFutureWatcher<Outcome>;
-    QObject::connect(outcome, &QFutureWatcherBase::canceled, outcome,
-                     [picture]() mutable { picture.cancel(); });
-    QObject::connect(outcome, &QFutureWatcherBase::finished, outcome, &QObject::deleteLater);
-    outcome->setFuture(promise->future());
-    auto *taken = new QFutureWatcher<ScreenSource::Picture>(outcome);
-    QObject::connect(taken, &QFutureWatcherBase::finished, taken, [taken, promise] {
-        if (taken->isCanceled() || promise->isCanceled()) {
-            promise->future().cancel();
-            promise->finish();
-            return;
-        }
-        // The pixels are released after the result has been delivered, which takes milliseconds.
-        // Not taken out of the future: the end of its promise would then count as a cancellation.
-        capturePool().start([promise, picture = taken->future().result()] {
-            promise->addResult(picture
-                                   ? encodePicture(*picture)
-                                   : tl::unexpected(CaptureError{errorKind(picture.error().kind),
-                                                                 picture.error().reason, 0}));
-            promise->finish();
+    return relay<Outcome>(
+        source.take(area), [](QPromise<Outcome> &promise, const ScreenSource::Picture &picture) {
+            promise.addResult(picture ? encodePicture(*picture)
+                                      : tl::unexpected(sourceError(picture.error())));
         });
-    });
-    taken->setFuture(picture);
-    return promise->future();
 }
 
 tl::expected<void, CaptureError> ScreenshotCapture::runScreencapture(const CaptureTool &tool,
@@ -280,15 +365,15 @@ Bitmap ScreenshotCapture::resizeIfNeeded(Bitmap bitmap)
     return resized.isNull() ? std::move(bitmap) : std::move(resized);
 }
 
-bool ScreenshotCapture::isNearBlackFrame(const Bitmap &bitmap)
+bool ScreenshotCapture::isNearBlackFrame(const Bitmap &bitmap, int step)
 {
     if (bitmap.isNull())
         return false;
     qint64 sampled = 0;
     qint64 dark = 0;
-    for (int y = 0; y < bitmap.height; y += samplingStep) {
+    for (int y = 0; y < bitmap.height; y += step) {
         const std::uint8_t *row = bitmap.rows[static_cast<std::size_t>(y)];
-        for (int x = 0; x < bitmap.width; x += samplingStep) {
+        for (int x = 0; x < bitmap.width; x += step) {
             const std::uint8_t *pixel = row + std::ptrdiff_t{x} * bitmap.channels;
             ++sampled;
             if (pixel[0] <= darkThreshold && pixel[1] <= darkThreshold && pixel[2] <= darkThreshold)

@@ -26,6 +26,8 @@ public:
         /// Size in bytes of the PNG written by the tool; of a picture taken in this process, the
         /// size of its pixels.
         qint64 originalSizeBytes = 0;
+        /// The user has chosen to keep it for the next message instead of sending it at once.
+        bool isForLater = false;
     };
 
     struct CaptureError
@@ -42,6 +44,8 @@ public:
             Refused,
             Unavailable,
             SourceFailed,
+            /// The user has chosen nothing: no reason for a message.
+            Dismissed,
         };
         Kind kind = Kind::ImageDecodeFailed;
         QString detail;
@@ -66,6 +70,17 @@ public:
     /// result.
     static QFuture<Outcome> captureInBackground(ScreenSource &source, ScreenSource::Area area);
 
+    /// Pixels as they were captured.
+    using Frozen = tl::expected<QImage, CaptureError>;
+
+    /// Takes the picture of all screens of which the user chooses a part, like
+    /// captureInBackground().
+    static QFuture<Frozen> freezeInBackground(const CaptureTool &tool);
+    static QFuture<Frozen> freezeInBackground(ScreenSource &source);
+    /// Checks, scales and encodes a part of such a picture on a worker thread. Thread-safe. The
+    /// check for protected content looks at every pixel, because a part may be small.
+    static QFuture<Outcome> encodeInBackground(const QImage &part);
+
     /// Runs the tool, which writes @p path, and waits for it without a timeout; kills it once
     /// @p isCancelled returns true. Death by a signal is reported as an exit with the signal's
     /// number. Files that the tool creates are private to the user.
@@ -75,9 +90,10 @@ public:
     /// Scales to a width of at most 1280 pixels, keeping the aspect ratio. Returns @p bitmap itself
     /// if it is narrow enough or cannot be scaled.
     static Bitmap resizeIfNeeded(Bitmap bitmap);
-    /// Whether at least 99.9 % of the samples on a 16-pixel grid are black or nearly black, as when
-    /// the system blanks protected content.
-    static bool isNearBlackFrame(const Bitmap &bitmap);
+    /// Whether at least 99.9 % of the samples on a grid are black or nearly black, as when the
+    /// system blanks protected content.
+    /// @param step width of the grid in pixels
+    static bool isNearBlackFrame(const Bitmap &bitmap, int step = 16);
 };
 
 } // namespace quellora

@@ -47,7 +47,11 @@ public:
     void closeWindow() override { m_calls << "closeWindow"; }
     void finishAtOnce() override { m_calls << "finishAtOnce"; }
     void show() override { m_calls << "show"; }
-    void triggerCaptureAndSend() override { m_calls << "triggerCaptureAndSend"; }
+    void triggerCaptureAndSend(CaptureTarget target) override
+    {
+        const QStringList names{QString(), " window", " region", " last region"};
+        m_calls << "triggerCaptureAndSend" + names.at(static_cast<int>(target));
+    }
     void captureNoSend() override { m_calls << "captureNoSend"; }
     void captureAndSendPrompt(const QString &prompt) override
     {
@@ -367,9 +371,12 @@ private Q_SLOTS:
         f.calls.clear();
         for (const HotkeyActionInfo &row : hotkeyActions)
             Q_EMIT f.hotkeys.pressed(row.action);
-        QCOMPARE(f.calls, (QStringList{"triggerCaptureAndSend", "clearContent", "toggleVisibility",
-                                       "adjustOpacity 0.1", "adjustOpacity -0.1", "captureNoSend",
-                                       "startNewThread", "toggleClicks", "retry"}));
+        QCOMPARE(f.calls,
+                 (QStringList{"triggerCaptureAndSend", "clearContent", "toggleVisibility",
+                              "adjustOpacity 0.1", "adjustOpacity -0.1", "captureNoSend",
+                              "startNewThread", "triggerCaptureAndSend window",
+                              "triggerCaptureAndSend region", "triggerCaptureAndSend last region",
+                              "toggleClicks", "retry"}));
     }
 
     void promptsHaveHotkeys()
@@ -419,9 +426,12 @@ private Q_SLOTS:
         f.log.clear();
         for (const RemoteCommand &command : remoteCommands)
             QCOMPARE(f.command(command.name), QString());
-        QCOMPARE(f.calls, (QStringList{"triggerCaptureAndSend", "clearContent", "toggleVisibility",
-                                       "adjustOpacity 0.1", "adjustOpacity -0.1", "captureNoSend",
-                                       "startNewThread", "toggleClicks", "retry", "show"}));
+        QCOMPARE(f.calls,
+                 (QStringList{"triggerCaptureAndSend", "clearContent", "toggleVisibility",
+                              "adjustOpacity 0.1", "adjustOpacity -0.1", "captureNoSend",
+                              "startNewThread", "triggerCaptureAndSend window",
+                              "triggerCaptureAndSend region", "triggerCaptureAndSend last region",
+                              "toggleClicks", "retry", "show"}));
         QCOMPARE(f.quits, 1);
         QVERIFY(f.log.lines.contains("[AppDelegate] Command: capture"));
         // The session may end at any time.

@@ -217,13 +217,15 @@ class AccessTreeTest(E2ECase):
         screen = self.look(self.access.find("Menu", "popup menu"))
         self.assertEqual(screen.controls(), [(name, "menu item") for name in
                                              ("History", "Export or copy thread", "Settings",
-                                              "Account", "Upgrade", "Sign Out")])
+                                              "Capture window", "Capture region", "Account",
+                                              "Upgrade", "Sign Out")])
         self.assertEqual(screen.get("Usage").role, "panel")
         self.assertIn("85% used", screen.get("Usage").description)
         wait_until(screen.get("History").has_focus, what="the focus on the first row")
-        screen.walk_with_tab("Export or copy thread", "Settings", "Account", "Upgrade", "Sign Out")
-        screen.walk_with_tab("Sign Out", "Upgrade", "Account", "Settings",
-                             "Export or copy thread", key="shift+tab")
+        rows = ("Export or copy thread", "Settings", "Capture window", "Capture region", "Account",
+                "Upgrade", "Sign Out")
+        screen.walk_with_tab(*rows)
+        screen.walk_with_tab(*reversed(rows), key="shift+tab")
         self.desktop.press("escape")
         self.access.wait_gone("Account")
         self.access.wait_for("Menu", focused=True)

@@ -52,6 +52,9 @@ void HotkeyBindingsTest::namesTheActions()
         {"opacity_down", "Decrease opacity", "Opacity Down", "ctrl+alt+cmd+[", "required"},
         {"capture_no_send", "Capture (no send)", "Capture (No Send)", "ctrl+alt+cmd+shift+c", ""},
         {"new_thread", "Start a new thread", "New Thread", "cmd+n", ""},
+        {"capture_window", "Capture the window in front and send", "Capture Window", "", ""},
+        {"capture_region", "Capture a region and send", "Capture Region", "", ""},
+        {"capture_last_region", "Capture the last region and send", "Capture Last Region", "", ""},
         {"toggle_clicks", "Let clicks reach the answer", "Toggle Clicks", "", ""},
         {"retry", "Ask the last question again", "Retry", "", ""},
     };

@@ -40,8 +40,11 @@ struct ControllerFixture
             config, OverlayWindowController::Collaborators{
                         platform, settings, defaults, notifications, session, service, engine,
                         std::move(pageSurface), QUrl(), nullptr, BackendEndpoints("http://host"),
-                        [this] { return capture.future(); }, [this] { ++quits; }, hotkeys, &library,
-                        &permissions, &chooser});
+                        [this](CaptureTarget target) {
+                            targets << target;
+                            return capture.future();
+                        },
+                        [this] { ++quits; }, hotkeys, &library, &permissions, &chooser});
     }
 
     VantiroConfig config;
@@ -66,6 +69,7 @@ struct ControllerFixture
     FakeThreadLibrary library;
     FakeFileChooser chooser;
     QPromise<ScreenshotCapture::Outcome> capture;
+    QList<CaptureTarget> targets;
     QQmlEngine engine;
     FakePageSurface *surface = nullptr;
     int quits = 0;

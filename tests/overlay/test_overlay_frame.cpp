@@ -147,6 +147,27 @@ private Q_SLOTS:
         QVERIFY(f().find("copyAnswerRichText")->height() >= 28);
     }
 
+    void menuCaptures()
+    {
+        show();
+        f().menu.setHistoryAvailable(true);
+        f().menu.setSettingsAvailable(true);
+        f().overlay.setMenuOpen(true);
+        QVERIFY(!f().find("menuCaptureWindow")->isVisible());
+        QVERIFY(!f().find("menuCaptureRegion")->isVisible());
+        f().menu.setCapturesAvailable(true);
+        QTRY_COMPARE(f().find("hamburgerMenu")->height(), 330.0);
+        QSignalSpy window(&f().menu, &HamburgerMenuModel::captureWindowRequested);
+        click("menuCaptureWindow");
+        QCOMPARE(window.size(), 1);
+        QVERIFY(!f().overlay.isMenuOpen());
+        QSignalSpy region(&f().menu, &HamburgerMenuModel::captureRegionRequested);
+        f().overlay.setMenuOpen(true);
+        click("menuCaptureRegion");
+        QCOMPARE(region.size(), 1);
+        QVERIFY(!f().overlay.isMenuOpen());
+    }
+
     void menuFitsSmallestWindow()
     {
         f().panel.resize(320, 280);

@@ -244,6 +244,7 @@ private Q_SLOTS:
                                 "hexField",
                                 "startNewThreadPerSend",
                                 "dontClearPromptAfterSend",
+                                "lookBeforeSending",
                                 "startsWhereLeft",
                                 "hotkeyButton-0",
                                 "hotkeyButton-1",
@@ -255,6 +256,9 @@ private Q_SLOTS:
                                 "trailing-6",
                                 "hotkeyButton-7",
                                 "hotkeyButton-8",
+                                "hotkeyButton-9",
+                                "hotkeyButton-10",
+                                "hotkeyButton-11",
                                 "resetAllHotkeys",
                                 "helpLink",
                                 "settingsClose"};

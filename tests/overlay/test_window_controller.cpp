@@ -129,7 +129,7 @@ private Q_SLOTS:
     {
         ControllerFixture f;
         f.platform.session.setLocked(true);
-        f.overlay->triggerCaptureAndSend();
+        f.overlay->triggerCaptureAndSend(CaptureTarget::Screen);
         f.overlay->captureNoSend();
         QVERIFY(!f.overlay->orchestrator().isCapturing());
     }

@@ -16,8 +16,9 @@ from paths import BUILD, LINUX, ROOT, VERSION
 
 MANUALS = sorted((LINUX / "man").glob("*.1"))
 COMPLETIONS = sorted((LINUX / "completions").iterdir())
-COMMANDS = ("capture", "capture-no-send", "toggle", "clear", "new-thread", "toggle-clicks",
-            "retry", "opacity-up", "opacity-down", "show", "quit", "export")
+COMMANDS = ("capture", "capture-no-send", "capture-window", "capture-region",
+            "capture-last-region", "toggle", "clear", "new-thread", "toggle-clicks", "retry",
+            "opacity-up", "opacity-down", "show", "quit", "export")
 OPTIONS = {"--help", "--version", "--or-start"}
 EXPORT_OPTIONS = {"--format", "--force", "--list"}
 # QML modules of Debian by the import that needs them.
@@ -190,7 +191,7 @@ class LinuxFilesTest(unittest.TestCase):
                          "needs the Debian package bash-completion")
     def test_the_shell_completes(self):
         self.assertEqual(complete("quellora", "quellora", ""), set(COMMANDS))
-        self.assertEqual(complete("quellora", "quellora", "cap"), {"capture", "capture-no-send"})
+        self.assertEqual(complete("quellora", "quellora", "cap"), {word for word in COMMANDS if word.startswith("capture")})
         self.assertEqual(complete("quellora", "quellora", "--"), OPTIONS)
         self.assertEqual(complete("quellora", "quellora", "--or-start", "to"), {"toggle", "toggle-clicks"})
         self.assertEqual(complete("quellora", "quellora", "capture", ""), set())

@@ -86,7 +86,11 @@ private Q_SLOTS:
         menu.setHistoryAvailable(true);
         menu.setSettingsAvailable(true);
         menu.setSettingsAvailable(true);
-        QCOMPARE(changed.size(), 2);
+        QVERIFY(!menu.capturesAvailable());
+        menu.setCapturesAvailable(true);
+        menu.setCapturesAvailable(true);
+        QVERIFY(menu.capturesAvailable());
+        QCOMPARE(changed.size(), 3);
         QVERIFY(menu.historyAvailable());
         QVERIFY(menu.settingsAvailable());
         QVERIFY(!menu.connectAvailable());

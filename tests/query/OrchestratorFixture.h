@@ -129,11 +129,14 @@ struct OrchestratorFixture
     ThreadController threads;
     FakeService service{network, BackendEndpoints("http://host")};
     QPromise<ScreenshotCapture::Outcome> capturePromise;
+    /// What was captured.
+    QList<CaptureTarget> targets;
     /// Called when a capture starts; may be empty.
     std::function<void()> onCapture;
     std::optional<QString> model;
     QueryOrchestrator orchestrator{{session, settings, threads, messages, service, display, desktop,
-                                    [this] {
+                                    [this](CaptureTarget target) {
+                                        targets << target;
                                         if (onCapture)
                                             onCapture();
                                         return capturePromise.future();

@@ -265,6 +265,230 @@ private Q_SLOTS:
         QCOMPARE(f.messages.currentAdminMessage()->id, "local_credits_exhausted");
     }
 
+    void targetIsPassedOnAndLogged_data()
+    {
+        QTest::addColumn<CaptureTarget>("target");
+        QTest::addColumn<QString>("action");
+        QTest::newRow("screen") << CaptureTarget::Screen << "Capture & Send";
+        QTest::newRow("window") << CaptureTarget::FrontWindow << "Capture window & Send";
+        QTest::newRow("region") << CaptureTarget::Region << "Capture region & Send";
+        QTest::newRow("last region") << CaptureTarget::LastRegion << "Capture last region & Send";
+    }
+    void targetIsPassedOnAndLogged()
+    {
+        QFETCH(CaptureTarget, target);
+        QFETCH(QString, action);
+        Fixture f;
+        f.orchestrator.triggerCaptureAndSend(target);
+        QCOMPARE(f.targets, QList<CaptureTarget>{target});
+        QCOMPARE(f.log.lines, QStringList{prefix + action + " triggered"});
+        f.captureReturns(ScreenshotCapture::Result{"jpeg", 99});
+        QCOMPARE(f.service.requests.first().imageBase64, QByteArray("jpeg").toBase64());
+        QCOMPARE(f.threads.currentSession()->screenshots.first().imageData, "jpeg");
+
+        f.desktop.setLocked(true);
+        f.log.clear();
+        f.orchestrator.triggerCaptureAndSend(target);
+        QCOMPARE(f.log.lines, QStringList{prefix + action +
+                                          QString::fromUtf8(" ignored — the session is locked")});
+        QCOMPARE(f.targets.size(), 1);
+    }
+
+    void timeOfChoiceDoesNotCount_data()
+    {
+        QTest::addColumn<CaptureTarget>("target");
+        QTest::addColumn<double>("milliseconds");
+        QTest::newRow("window") << CaptureTarget::FrontWindow << 9000.0;
+        QTest::newRow("region") << CaptureTarget::Region << 1000.0;
+        QTest::newRow("last region") << CaptureTarget::LastRegion << 1000.0;
+    }
+    void timeOfChoiceDoesNotCount()
+    {
+        QFETCH(CaptureTarget, target);
+        QFETCH(double, milliseconds);
+        Fixture f;
+        f.orchestrator.triggerCaptureAndSend(target);
+        f.now = f.now.addSecs(8);
+        f.captureReturns(ScreenshotCapture::Result{"jpeg", 99});
+        f.now = f.now.addSecs(1);
+        f.transfer()->answer("x");
+        f.transfer()->finish(done());
+        QCOMPARE(f.service.telemetry.first().value("response_time_ms").toDouble(), milliseconds);
+    }
+
+    void dismissedChoiceShowsNothing()
+    {
+        Fixture f;
+        f.orchestrator.triggerCaptureAndSend(CaptureTarget::Region);
+        f.captureReturns(captureFailure(CaptureKind::Dismissed));
+        QVERIFY(f.display.calls.isEmpty());
+        QVERIFY(f.display.pages.isEmpty());
+        QVERIFY(f.service.requests.isEmpty());
+        QVERIFY(!f.threads.currentSession());
+        QCOMPARE(f.orchestrator.activity(), QueryOrchestrator::Activity::Idle);
+        QCOMPARE(f.log.lines.last(),
+                 prefix + QString::fromUtf8("Capture region & Send given up — nothing was chosen"));
+    }
+
+    void choiceLeavesThePanelAsItIs()
+    {
+        Fixture f;
+        f.orchestrator.triggerCaptureAndSend(CaptureTarget::Region);
+        QVERIFY(!f.orchestrator.isCapturing());
+        QCOMPARE(f.orchestrator.activity(), QueryOrchestrator::Activity::Idle);
+        f.captureReturns(ScreenshotCapture::Result{"jpeg", 99});
+        QCOMPARE(f.orchestrator.activity(), QueryOrchestrator::Activity::Waiting);
+    }
+
+    void lockedSessionEndsChoice()
+    {
+        Fixture f;
+        f.capturePromise.start();
+        f.orchestrator.triggerCaptureAndSend(CaptureTarget::Region);
+        QVERIFY(!f.capturePromise.isCanceled());
+        f.desktop.setLocked(true);
+        QVERIFY(f.capturePromise.isCanceled());
+        QVERIFY(f.log.contains(prefix +
+                               QString::fromUtf8("Capture discarded — the session was locked")));
+        f.capturePromise.finish();
+    }
+
+    void regionForLaterIsStaged()
+    {
+        Fixture f;
+        f.settings.setLookBeforeSending(true);
+        f.orchestrator.triggerCaptureAndSend(CaptureTarget::Region);
+        f.captureReturns(ScreenshotCapture::Result{"part", 1, true});
+        QVERIFY(f.service.requests.isEmpty());
+        QCOMPARE(f.threads.stagedScreenshot()->imageData, "part");
+        // The panel shows that it is attached.
+        QCOMPARE(f.display.calls, QStringList{"showWindow"});
+    }
+
+    void lookComesBeforeSending()
+    {
+        Fixture f;
+        f.settings.setLookBeforeSending(true);
+        f.defaults.setString("userPrompt", "What?");
+        QSignalSpy looks(&f.orchestrator, &QueryOrchestrator::lookRequested);
+        QSignalSpy shown(&f.orchestrator, &QueryOrchestrator::lookShown);
+        QSignalSpy succeeded(&f.orchestrator, &QueryOrchestrator::captureSucceeded);
+        f.captureAndSend("jpeg");
+        QCOMPARE(looks.takeFirst().first().toByteArray(), "jpeg");
+        QCOMPARE(shown.size(), 1);
+        QCOMPARE(succeeded.size(), 1);
+        QCOMPARE(f.display.calls, QStringList{"showWindow"});
+        QVERIFY(f.service.requests.isEmpty());
+        QVERIFY(!f.threads.currentSession());
+        QVERIFY(!f.orchestrator.isCapturing());
+
+        // The time of the look is none of the answer's.
+        f.now = f.now.addSecs(30);
+        f.orchestrator.sendLookedAt();
+        QCOMPARE(looks.takeFirst().first().toByteArray(), QByteArray());
+        QCOMPARE(f.service.requests.first().imageBase64, QByteArray("jpeg").toBase64());
+        QCOMPARE(f.service.requests.first().prompt, "What?");
+        QCOMPARE(f.threads.currentSession()->screenshots.first().imageData, "jpeg");
+        f.now = f.now.addSecs(1);
+        f.transfer()->answer("x");
+        f.transfer()->finish(done());
+        QCOMPARE(f.service.telemetry.first().value("response_time_ms").toDouble(), 1000.0);
+        // Once only.
+        f.orchestrator.sendLookedAt();
+        QCOMPARE(f.service.requests.size(), 1);
+        QVERIFY(looks.isEmpty());
+    }
+
+    void lookKeepsPromptOfItsOwn()
+    {
+        Fixture f;
+        f.settings.setLookBeforeSending(true);
+        f.defaults.setString("userPrompt", "In the box");
+        f.orchestrator.captureAndSendPrompt("Explain");
+        f.captureReturns(ScreenshotCapture::Result{"jpeg", 1});
+        f.orchestrator.sendLookedAt();
+        QCOMPARE(f.service.requests.first().prompt, "Explain");
+        f.transfer()->finish(done());
+        QCOMPARE(f.defaults.stringValue("userPrompt"), "In the box");
+    }
+
+    void lookIsDropped()
+    {
+        Fixture f;
+        f.settings.setLookBeforeSending(true);
+        QSignalSpy looks(&f.orchestrator, &QueryOrchestrator::lookRequested);
+        f.captureAndSend("jpeg");
+        f.orchestrator.dropLookedAt();
+        QCOMPARE(looks.last().first().toByteArray(), QByteArray());
+        QVERIFY(f.log.contains(prefix + "Capture dropped by the user"));
+        f.orchestrator.sendLookedAt();
+        f.orchestrator.attachLookedAt();
+        f.orchestrator.dropLookedAt();
+        QVERIFY(f.service.requests.isEmpty());
+        QVERIFY(!f.threads.hasAttachedScreenshot());
+        QVERIFY(!f.threads.currentSession());
+        QCOMPARE(looks.size(), 2);
+    }
+
+    void lookedAtIsAttached()
+    {
+        Fixture f;
+        f.settings.setLookBeforeSending(true);
+        f.captureAndSend("jpeg");
+        f.orchestrator.attachLookedAt();
+        QVERIFY(f.service.requests.isEmpty());
+        QCOMPARE(f.threads.stagedScreenshot()->imageData, "jpeg");
+        f.orchestrator.sendLookedAt();
+        QVERIFY(f.service.requests.isEmpty());
+    }
+
+    void lookIsNotNeededWithoutSending()
+    {
+        Fixture f;
+        f.settings.setLookBeforeSending(true);
+        QSignalSpy looks(&f.orchestrator, &QueryOrchestrator::lookRequested);
+        f.orchestrator.captureNoSend();
+        f.captureReturns(ScreenshotCapture::Result{"jpeg", 1});
+        QVERIFY(looks.isEmpty());
+        QVERIFY(f.threads.hasAttachedScreenshot());
+    }
+
+    void newerCaptureReplacesLook()
+    {
+        Fixture f;
+        f.settings.setLookBeforeSending(true);
+        QSignalSpy looks(&f.orchestrator, &QueryOrchestrator::lookRequested);
+        f.captureAndSend("old");
+        f.captureAndSend("new");
+        QCOMPARE(looks.size(), 2);
+        f.orchestrator.sendLookedAt();
+        QCOMPARE(f.service.requests.size(), 1);
+        QCOMPARE(f.service.requests.first().imageBase64, QByteArray("new").toBase64());
+    }
+
+    void lookedAtIsKeptIfSendingIsBlocked()
+    {
+        Fixture f;
+        f.settings.setLookBeforeSending(true);
+        f.captureAndSend("jpeg");
+        QSignalSpy refused(&f.orchestrator, &QueryOrchestrator::refused);
+        f.messages.updateUsage(1000, 1000);
+        f.orchestrator.sendLookedAt();
+        QCOMPARE(refused.size(), 1);
+        QVERIFY(f.service.requests.isEmpty());
+        QCOMPARE(f.threads.stagedScreenshot()->imageData, "jpeg");
+    }
+
+    void endOfSessionDropsLook()
+    {
+        Fixture f;
+        f.settings.setLookBeforeSending(true);
+        f.captureAndSend("jpeg");
+        f.orchestrator.cancelAll();
+        f.orchestrator.sendLookedAt();
+        QVERIFY(f.service.requests.isEmpty());
+    }
+
     void missingTokenShowsErrorPage()
     {
         Fixture f;

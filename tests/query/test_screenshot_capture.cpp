@@ -116,6 +116,14 @@ private Q_SLOTS:
     void cancelledPictureFromSource();
     void sourceThatGivesUp();
     void severalPicturesFromSource();
+    void noWindowInFront();
+    void frozenPictureOfTool();
+    void frozenPictureOfFailingTool();
+    void frozenPictureOfSource();
+    void frozenPictureIsCancelled();
+    void partIsEncoded();
+    void bitmapBecomesImage_data();
+    void bitmapBecomesImage();
 
 private:
     /// A tool that runs a shell script with the output path as $3.
@@ -654,6 +662,121 @@ void TestScreenshotCapture::severalPicturesFromSource()
         QVERIFY(outcome && outcome->has_value());
         QCOMPARE(QImage::fromData((*outcome)->jpegData, "JPG").width(), 100 + i);
     }
+}
+
+void TestScreenshotCapture::noWindowInFront()
+{
+    CaptureTool failing = tool("exit 16");
+    QCOMPARE(capture(failing).error().kind, Kind::NonZeroExit);
+    failing.noWindowStatus = 16;
+    QCOMPARE(capture(failing).error().kind, Kind::Unavailable);
+    QCOMPARE(capture(failing).error().description(), "No window is in front");
+    failing.noWindowStatus = 15;
+    QCOMPARE(capture(failing).error().kind, Kind::NonZeroExit);
+}
+
+void TestScreenshotCapture::frozenPictureOfTool()
+{
+    QImage image(1500, 3, QImage::Format_RGB888);
+    for (int y = 0; y < image.height(); ++y) {
+        for (int x = 0; x < image.width(); ++x)
+            image.setPixel(x, y, testPattern(x, y));
+    }
+    QByteArray png;
+    QBuffer buffer(&png);
+    QVERIFY(buffer.open(QIODevice::WriteOnly) && image.save(&buffer, "PNG"));
+    CaptureTool writing = toolThatWrites(png);
+    // The path is the third argument.
+    writing.choiceArguments = {"one", "two"};
+    writing.arguments = {"wrong"};
+    const auto frozen = ScreenshotCapture::freezeInBackground(writing).result();
+    QVERIFY(frozen);
+    // Neither scaled nor compressed.
+    QCOMPARE(frozen->size(), image.size());
+    QCOMPARE(frozen->format(), QImage::Format_RGB32);
+    QCOMPARE(*frozen, image.convertToFormat(QImage::Format_RGB32));
+}
+
+void TestScreenshotCapture::frozenPictureOfFailingTool()
+{
+    CaptureTool failing = tool("exit 3");
+    failing.choiceArguments = failing.arguments;
+    QCOMPARE(ScreenshotCapture::freezeInBackground(failing).result().error(),
+             (CaptureError{Kind::NonZeroExit, {}, 3}));
+    CaptureTool damaged = toolThatWrites("no picture");
+    damaged.choiceArguments = damaged.arguments;
+    QCOMPARE(ScreenshotCapture::freezeInBackground(damaged).result().error().kind,
+             Kind::ImageDecodeFailed);
+}
+
+void TestScreenshotCapture::frozenPictureOfSource()
+{
+    FakeScreenSource source;
+    const auto future = ScreenshotCapture::freezeInBackground(source);
+    QCOMPARE(source.areas, QList{ScreenSource::Area::AllScreensForChoice});
+    QImage image(2000, 3, QImage::Format_RGB32);
+    image.fill(Qt::red);
+    source.deliver(0, image);
+    QVERIFY(QTest::qWaitFor([&] { return future.isFinished(); }));
+    QCOMPARE(*future.result(), image);
+
+    const auto refused = ScreenshotCapture::freezeInBackground(source);
+    source.deliver(1, tl::unexpected(ScreenSource::Failure{ScreenSource::Failure::Kind::Refused,
+                                                           QStringLiteral("no")}));
+    QVERIFY(QTest::qWaitFor([&] { return refused.isFinished(); }));
+    QCOMPARE(refused.result().error(), (CaptureError{Kind::Refused, QStringLiteral("no"), 0}));
+}
+
+void TestScreenshotCapture::frozenPictureIsCancelled()
+{
+    FakeScreenSource source;
+    auto future = ScreenshotCapture::freezeInBackground(source);
+    future.cancel();
+    QTRY_VERIFY(source.promises.front().isCanceled());
+    source.promises.front().finish();
+    QTRY_VERIFY(future.isFinished());
+    QCOMPARE(future.resultCount(), 0);
+}
+
+void TestScreenshotCapture::partIsEncoded()
+{
+    QImage part(300, 200, QImage::Format_RGB32);
+    part.fill(Qt::black);
+    QCOMPARE(ScreenshotCapture::encodeInBackground(part).result().error().kind,
+             Kind::ProtectedContent);
+    // A single line of text would be overlooked on the grid of a screen.
+    for (int x = 1; x < part.width(); x += 2) {
+        if (x % 16 != 0)
+            part.setPixel(x, 5, qRgb(220, 220, 220));
+    }
+    const auto encoded = ScreenshotCapture::encodeInBackground(part).result();
+    QVERIFY(encoded);
+    QVERIFY(!encoded->isForLater);
+    QCOMPARE(encoded->originalSizeBytes, qint64{300} * 200 * 4);
+    QCOMPARE(QImage::fromData(encoded->jpegData).size(), part.size());
+    QCOMPARE(ScreenshotCapture::encodeInBackground(QImage()).result().error().kind,
+             Kind::ImageDecodeFailed);
+}
+
+void TestScreenshotCapture::bitmapBecomesImage_data()
+{
+    QTest::addColumn<QImage::Format>("format");
+    QTest::newRow("RGB32") << QImage::Format_RGB32;
+    QTest::newRow("RGBA8888") << QImage::Format_RGBA8888;
+    QTest::newRow("RGB888") << QImage::Format_RGB888;
+    QTest::newRow("BGR888") << QImage::Format_BGR888;
+}
+
+void TestScreenshotCapture::bitmapBecomesImage()
+{
+    QFETCH(QImage::Format, format);
+    QImage image(5, 3, QImage::Format_RGB32);
+    for (int y = 0; y < image.height(); ++y) {
+        for (int x = 0; x < image.width(); ++x)
+            image.setPixel(x, y, qRgb(x * 50, y * 90, 7));
+    }
+    QCOMPARE(Bitmap::fromImage(image.convertToFormat(format)).toImage(), image);
+    QVERIFY(Bitmap().toImage().isNull());
 }
 
 QUELLORA_TEST(QCoreApplication, TestScreenshotCapture)

@@ -382,13 +382,15 @@ private Q_SLOTS:
             shown << rows->data(rows->index(row), HotkeyRows::TitleRole).toString() + ": " +
                          rows->data(rows->index(row), HotkeyRows::ComboRole).toString();
         QCOMPARE(shown,
-                 (QStringList{
-                     "Capture screen and send to Claude: Ctrl+Option+Cmd+C",
-                     "Clear the response area: Ctrl+Option+Cmd+X",
-                     "Toggle overlay visibility: Ctrl+Option+Cmd+T",
-                     "Increase opacity: Ctrl+Option+Cmd+]", "Decrease opacity: Ctrl+Option+Cmd+[",
-                     "Capture (no send): Ctrl+Option+Cmd+Shift+C", "Start a new thread: Cmd+N",
-                     "Let clicks reach the answer: ", "Ask the last question again: "}));
+                 (QStringList{"Capture screen and send to Claude: Ctrl+Option+Cmd+C",
+                              "Clear the response area: Ctrl+Option+Cmd+X",
+                              "Toggle overlay visibility: Ctrl+Option+Cmd+T",
+                              "Increase opacity: Ctrl+Option+Cmd+]",
+                              "Decrease opacity: Ctrl+Option+Cmd+[",
+                              "Capture (no send): Ctrl+Option+Cmd+Shift+C",
+                              "Start a new thread: Cmd+N", "Capture the window in front and send: ",
+                              "Capture a region and send: ", "Capture the last region and send: ",
+                              "Let clicks reach the answer: ", "Ask the last question again: "}));
     }
 
     void keyAndSettingNamesArePlatformSpecific()

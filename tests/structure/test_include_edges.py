@@ -14,6 +14,7 @@ ALLOWED = {
     "hotkeys": ["base", "platform", "backend"],
     "history": ["base", "platform"],
     "query": ["base", "platform", "backend", "history"],
+    "picker": ["base", "platform", "query"],
     "page": ["base", "platform", "backend", "history", "query"],
     "export": ["base", "history", "page"],
     "ui": ["base", "platform"],
@@ -22,7 +23,8 @@ ALLOWED = {
     "login": ["base", "platform", "backend", "ui"],
     "overlay": ["base", "platform", "backend", "hotkeys", "history", "query", "page", "export",
                 "ui", "panels", "sheets"],
-    "app": ["base", "platform", "backend", "hotkeys", "history", "query", "page", "export", "ui",
+    "app": ["base", "platform", "backend", "hotkeys", "history", "query", "picker", "page",
+            "export", "ui",
             "login", "overlay"],
 }
 # Folders with views; the others are tested without a screen.

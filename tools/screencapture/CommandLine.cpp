@@ -16,7 +16,9 @@ tl::expected<Options, Failure> parseCommandLine(std::span<const char *const> arg
             } else if (argument == "-C") {
                 options.includeCursor = true;
             } else if (argument == "--all") {
-                options.allScreens = true;
+                options.area = Options::Area::AllScreens;
+            } else if (argument == "--window") {
+                options.area = Options::Area::FrontWindow;
             } else if (argument == "--help") {
                 options.action = Options::Action::ShowHelp;
                 return options;
@@ -42,7 +44,7 @@ tl::expected<Options, Failure> parseCommandLine(std::span<const char *const> arg
 
 std::string_view helpText()
 {
-    return R"(Usage: quellora-screencapture [-x] [-C] [--all] PATH
+    return R"(Usage: quellora-screencapture [-x] [-C] [--all | --window] PATH
 
 Writes one PNG picture of the screen with the mouse pointer to PATH. Windows that carry the
 property _QUELLORA_CAPTURE_EXCLUDE are left out: what lies beneath them is in the picture.
@@ -50,6 +52,7 @@ property _QUELLORA_CAPTURE_EXCLUDE are left out: what lies beneath them is in th
   -x         silent (there is no sound to switch off; accepted for compatibility)
   -C         include the mouse cursor
   --all      all screens in one picture, as they lie beside each other
+  --window   the window in front, as far as it is on the screens
   --help     show this text
   --version  show the version
 
@@ -71,6 +74,7 @@ line goes to standard error and PATH is left as it was. Exit status:
   8   the picture would be too large for the file format
   9   PATH cannot be written
   10  no space left for the file
+  16  no window is in front
 
 And for a picture from the desktop's Screenshot portal:
 

@@ -17,8 +17,15 @@ struct Options
 
     Action action = Action::Capture;
     bool includeCursor = false;
-    /// All screens in one picture; otherwise the one with the pointer.
-    bool allScreens = false;
+    /// What the picture shows.
+    enum class Area {
+        PointedScreen,
+        /// All screens in one picture.
+        AllScreens,
+        FrontWindow,
+    };
+
+    Area area = Area::PointedScreen;
     /// The file to write; never empty for Action::Capture.
     std::string path;
 };

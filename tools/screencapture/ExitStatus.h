@@ -22,6 +22,7 @@ enum class ExitStatus : int {
     Refused = 13,
     PortalFailed = 14,
     NotPng = 15,
+    NoWindow = 16,
 };
 
 /// Why the tool could not do its work: the exit status and one line for standard error.

@@ -30,6 +30,19 @@ tl::unexpected<Failure> unreadable(std::string message)
     return tl::unexpected(Failure{ExitStatus::ScreenUnreadable, std::move(message)});
 }
 
+std::string_view requestFor(Options::Area area)
+{
+    switch (area) {
+    case Options::Area::PointedScreen:
+        break;
+    case Options::Area::AllScreens:
+        return "picture-all\n";
+    case Options::Area::FrontWindow:
+        return "picture-window\n";
+    }
+    return "picture\n";
+}
+
 class Socket
 {
 public:
@@ -128,14 +141,14 @@ std::string runningProgramSocket(const std::string &session)
 }
 
 std::optional<tl::expected<void, Failure>>
-pictureFromProgram(const std::string &socketPath, bool allScreens,
+pictureFromProgram(const std::string &socketPath, Options::Area area,
                    const std::function<tl::expected<void, Failure>(const Canvas &)> &done)
 {
     const Socket socket(socketPath);
     if (!socket.isConnected())
         return std::nullopt;
     socket.limit(answerSeconds);
-    if (!socket.send(allScreens ? "picture-all\n" : "picture\n"))
+    if (!socket.send(requestFor(area)))
         return unreadable("the running program does not answer");
     std::string header;
     for (char next = 0; socket.read(&next, 1) && next != '\n' && header.size() < maxHeader;)

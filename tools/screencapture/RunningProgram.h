@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Canvas.h"
+#include "CommandLine.h"
 #include "ExitStatus.h"
 
 #include <tl/expected.hpp>
@@ -25,7 +26,7 @@ std::string runningProgramSocket(const std::string &session);
 /// @return nothing if no program listens; ScreenUnreadable if it refuses or its answer is damaged;
 /// otherwise what @p done returns
 std::optional<tl::expected<void, Failure>>
-pictureFromProgram(const std::string &socketPath, bool allScreens,
+pictureFromProgram(const std::string &socketPath, Options::Area area,
                    const std::function<tl::expected<void, Failure>(const Canvas &)> &done);
 
 } // namespace quellora::screencapture

@@ -2,6 +2,7 @@
 
 #include "CapturePlan.h"
 #include "CursorOverlay.h"
+#include "FrontWindow.h"
 #include "ImageReader.h"
 #include "PngWriter.h"
 #include "RootBackground.h"
@@ -157,7 +158,7 @@ void leaveOursOut(const XConnection &x, const Canvas &canvas, std::span<const To
 } // namespace
 
 tl::expected<void, Failure>
-captureScreen(bool includeCursor, bool allScreens,
+captureScreen(bool includeCursor, Options::Area wanted,
               const std::function<tl::expected<void, Failure>(const Canvas &)> &consume)
 {
     auto connection = XConnection::open();
@@ -174,8 +175,14 @@ captureScreen(bool includeCursor, bool allScreens,
     const Rect pointer = takePointer(*x, pointerCookie);
     if (!root)
         return tl::unexpected(unreadable(*x, "its size is unknown"));
-    const Rect area = allScreens ? captureArea(root->width, root->height, monitors)
-                                 : pointedMonitor(root->width, root->height, monitors, pointer);
+    const Rect all = captureArea(root->width, root->height, monitors);
+    Rect area = all;
+    if (wanted == Options::Area::PointedScreen)
+        area = pointedMonitor(root->width, root->height, monitors, pointer);
+    else if (wanted == Options::Area::FrontWindow)
+        area = intersected(frontWindow(*x).value_or(Rect()), all);
+    if (area.isEmpty())
+        return tl::unexpected(Failure{ExitStatus::NoWindow, "no window is in front"});
     if (auto fits = checkImageSize(area.width, area.height); !fits)
         return fits;
     const auto format = x->format(x->screen().root_depth, x->screen().root_visual);

@@ -65,11 +65,16 @@ tl::expected<void, Failure> captureTo(const Options &options)
     };
     // Its X server would show the windows of X programs only.
     if (const auto session = waylandSession()) {
-        const auto done =
-            pictureFromProgram(runningProgramSocket(*session), options.allScreens, write);
-        return done ? *done : copyFromPortal(options.path);
+        const auto done = pictureFromProgram(runningProgramSocket(*session), options.area, write);
+        if (done)
+            return *done;
+        if (options.area == Options::Area::FrontWindow)
+            return tl::unexpected(Failure{ExitStatus::NoWindow,
+                                          "in a Wayland session only the running Quellora knows "
+                                          "which window is in front"});
+        return copyFromPortal(options.path);
     }
-    return captureScreen(options.includeCursor, options.allScreens, write);
+    return captureScreen(options.includeCursor, options.area, write);
 }
 
 } // namespace

@@ -4,6 +4,12 @@
 #include <QDir>
 
 namespace quellora {
+namespace {
+
+/// Exit status of the tool if no window is in front.
+constexpr int noWindowStatus = 16;
+
+} // namespace
 
 QString LinuxPaths::applicationSupportDirectory()
 {
@@ -16,7 +22,10 @@ CaptureTool LinuxPaths::captureTool()
 {
     return {QCoreApplication::applicationDirPath() + QStringLiteral("/quellora-screencapture"),
             {QStringLiteral("-x"), QStringLiteral("-C")},
-            {QStringLiteral("-x"), QStringLiteral("-C"), QStringLiteral("--all")}};
+            {QStringLiteral("-x"), QStringLiteral("-C"), QStringLiteral("--all")},
+            {QStringLiteral("-x"), QStringLiteral("-C"), QStringLiteral("--window")},
+            noWindowStatus,
+            {QStringLiteral("-x"), QStringLiteral("--all")}};
 }
 
 } // namespace quellora

@@ -73,15 +73,9 @@ ScreenLayout PanelVeilX11::screenLayout() const
     const QList<PanelKeeperX11 *> all = keepers();
     const QScreen *chosen = all.isEmpty() ? QGuiApplication::primaryScreen()
                                           : static_cast<QWindow *>(all.first()->parent())->screen();
-    ScreenLayout layout;
-    const QList<QScreen *> screens = QGuiApplication::screens();
-    for (const QScreen *screen : screens) {
-        if (screen == chosen)
-            layout.chosen = static_cast<int>(layout.screens.size());
-        // The toolkit divides the size by the scale, but not the position.
-        layout.screens.append({screen->geometry().topLeft(),
-                               (QSizeF(screen->size()) * screen->devicePixelRatio()).toSize()});
-    }
+    ScreenLayout layout = ScreenLayout::inPixels();
+    layout.chosen =
+        static_cast<int>(std::max<qsizetype>(0, QGuiApplication::screens().indexOf(chosen)));
     return layout;
 }
 

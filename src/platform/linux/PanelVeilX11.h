@@ -1,7 +1,7 @@
 #pragma once
 
+#include "platform/ScreenLayout.h"
 #include "platform/linux/PanelVeil.h"
-#include "platform/linux/PortalPicture.h"
 #include "platform/linux/X11Connection.h"
 
 #include <QAbstractNativeEventFilter>

@@ -42,6 +42,7 @@ public:
     CaptureTool captureTool() const override;
     /// Of a Wayland session: the X server shows the windows of its own clients only.
     ScreenSource *screenSource() override { return m_screenSource.get(); }
+    ScreenLayout screenLayout() const override { return ScreenLayout::inPixels(); }
     /// Of a Wayland session: the X server sees keys over the windows of its own clients only.
     DesktopShortcuts *desktopShortcuts() override { return m_desktopShortcuts.get(); }
     Vocabulary vocabulary() const override { return Vocabulary::linuxDesktop(); }

@@ -10,14 +10,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cmath>
-#include <cstdlib>
-
 namespace quellora {
 namespace {
-
-/// Deviation in pixels of a picture's height from what its width says.
-constexpr int shapeTolerance = 4;
 
 QString openFailure()
 {
@@ -72,28 +66,6 @@ void removeOwn(const QByteArray &path, const struct stat &status, const timespec
 }
 
 } // namespace
-
-QRect chosenPart(const QSize &picture, const ScreenLayout &layout)
-{
-    const QRect whole({}, picture);
-    if (layout.screens.size() < 2 || layout.chosen < 0 || layout.chosen >= layout.screens.size())
-        return whole;
-    QRect all;
-    for (const QRect &screen : layout.screens)
-        all |= screen;
-    if (all.isEmpty() || picture.isEmpty())
-        return whole;
-    const double scale = static_cast<double>(picture.width()) / all.width();
-    if (std::abs(all.height() * scale - picture.height()) > shapeTolerance)
-        return whole;
-    const QRect screen = layout.screens.at(layout.chosen).translated(-all.topLeft());
-    const auto scaled = [scale](int length) {
-        return static_cast<int>(std::lround(length * scale));
-    };
-    const QPoint corner(scaled(screen.x()), scaled(screen.y()));
-    const QPoint end(scaled(screen.x() + screen.width()), scaled(screen.y() + screen.height()));
-    return QRect(corner, QSize(end.x() - corner.x(), end.y() - corner.y())) & whole;
-}
 
 timespec PortalPicture::now()
 {

@@ -1,8 +1,6 @@
 #pragma once
 
 #include <QImage>
-#include <QList>
-#include <QRect>
 #include <QString>
 
 #include <tl/expected.hpp>
@@ -10,19 +8,6 @@
 #include <time.h>
 
 namespace quellora {
-
-/// The screens as they lie beside each other, in the units of the picture or multiples of them.
-struct ScreenLayout
-{
-    QList<QRect> screens;
-    /// The screen that a picture of one screen shows.
-    int chosen = 0;
-};
-
-/// The part of a picture of all screens that shows the chosen one. The picture is taken to cover
-/// the rectangle around all screens, with the same number of pixels per unit everywhere.
-/// @return the whole picture if its shape says otherwise, or there is one screen only
-QRect chosenPart(const QSize &picture, const ScreenLayout &layout);
 
 /// The files in which the Screenshot portal leaves its pictures. Thread-safe; for worker threads.
 namespace PortalPicture {

@@ -257,6 +257,11 @@ PortalScreenSource::~PortalScreenSource()
 
 QFuture<ScreenSource::Picture> PortalScreenSource::take(Area area)
 {
+    if (area == Area::FrontWindow)
+        return QtFuture::makeReadyFuture<Picture>(tl::unexpected(
+            Failure{Failure::Kind::Unavailable,
+                    QStringLiteral("This desktop takes no pictures of single windows for other "
+                                   "programs. Capture a region instead")}));
     return (new Shot(*this, area, false))->future();
 }
 

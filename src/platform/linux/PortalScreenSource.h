@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/ScreenLayout.h"
 #include "platform/ScreenSource.h"
 #include "platform/linux/PanelVeil.h"
 #include "platform/linux/PortalPermission.h"

@@ -11,8 +11,11 @@ QString MacPaths::applicationSupportDirectory()
 
 CaptureTool MacPaths::captureTool()
 {
-    return {QStringLiteral("/usr/sbin/screencapture"),
-            {QStringLiteral("-x"), QStringLiteral("-C")}};
+    CaptureTool tool{QStringLiteral("/usr/sbin/screencapture"),
+                     {QStringLiteral("-x"), QStringLiteral("-C")}};
+    // The main screen.
+    tool.choiceArguments = {QStringLiteral("-x")};
+    return tool;
 }
 
 } // namespace quellora

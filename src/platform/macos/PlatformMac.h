@@ -40,6 +40,7 @@ public:
     DesktopSession &desktopSession() override { return m_desktopSession; }
     Notifications &notifications() override { return m_notifications; }
     CaptureTool captureTool() const override;
+    ScreenLayout screenLayout() const override;
     Vocabulary vocabulary() const override { return Vocabulary::macOS(); }
     ShortcutGuide shortcutGuide() const override { return {}; }
     QString applicationSupportDirectory() const override;

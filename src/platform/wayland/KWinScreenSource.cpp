@@ -99,6 +99,9 @@ private:
         if (m_source.m_state == State::Unusable)
             return useFallback();
         m_limit.start(m_source.m_limits.answer);
+        // The picture of a window shows nothing above it.
+        if (m_area == Area::FrontWindow)
+            return send();
         m_hold = m_source.m_veil.hold([this] { send(); });
     }
     void send()
@@ -109,13 +112,19 @@ private:
         m_pipe = std::make_shared<Descriptor>(ends[0]);
         QDBusUnixFileDescriptor writeEnd;
         writeEnd.giveFileDescriptor(ends[1]);
-        const QVariantMap options{{QStringLiteral("include-cursor"), true},
-                                  {QStringLiteral("native-resolution"), true}};
+        const QVariantMap options{
+            {QStringLiteral("include-cursor"), m_area != Area::AllScreensForChoice},
+            {QStringLiteral("include-decoration"), true},
+            {QStringLiteral("include-shadow"), false},
+            {QStringLiteral("native-resolution"), true}};
         QDBusMessage call;
         if (m_area == Area::OneScreen) {
             // KWin knows where the pointer is.
             call = QDBusMessage::createMethodCall(service, path, interface,
                                                   QStringLiteral("CaptureActiveScreen"));
+        } else if (m_area == Area::FrontWindow) {
+            call = QDBusMessage::createMethodCall(service, path, interface,
+                                                  QStringLiteral("CaptureActiveWindow"));
         } else {
             const QRect area = m_source.m_allScreens();
             call = QDBusMessage::createMethodCall(service, path, interface,
@@ -155,6 +164,8 @@ private:
     {
         Log::event(QStringLiteral("[ScreenSource] WARNING: No picture from KWin: %1 (%2)")
                        .arg(message, name));
+        if (name == QStringLiteral("org.kde.KWin.ScreenShot2.Error.InvalidWindow"))
+            return fail(QStringLiteral("No window is in front"), Failure::Kind::Unavailable);
         if (!isDefinite(name))
             return fail(QStringLiteral("KWin has not taken a picture: %1").arg(message));
         if (m_source.m_state != State::Unusable) {
@@ -182,11 +193,11 @@ private:
         });
         watcher->setFuture(m_fallback);
     }
-    void fail(const QString &reason)
+    void fail(const QString &reason, Failure::Kind kind = Failure::Kind::Failed)
     {
         m_hold.reset();
         if (!std::exchange(m_isPromiseKept, true)) {
-            m_promise.addResult(tl::unexpected(Failure{Failure::Kind::Failed, reason}));
+            m_promise.addResult(tl::unexpected(Failure{kind, reason}));
             m_promise.finish();
         }
         deleteLater();

@@ -15,6 +15,13 @@ namespace {
 constexpr auto purpose = "quellora";
 // A compositor answers the first commit with the next events.
 constexpr int maxRoundTrips = 5;
+
+quint32 layerOf(LayerSurface::Order order)
+{
+    return order == LayerSurface::Order::InFront ? ZWLR_LAYER_SHELL_V1_LAYER_OVERLAY
+                                                 : ZWLR_LAYER_SHELL_V1_LAYER_TOP;
+}
+
 // Places over the whole screen, whatever panels reserve.
 constexpr int ignoreReserved = -1;
 
@@ -59,9 +66,9 @@ bool LayerSurface::attach(wl_surface *surface, QScreen &screen, const QRect &fra
     m_screen = &screen;
     m_isConfigured = false;
     m_isClosed = false;
-    m_role.reset(zwlr_layer_shell_v1_get_layer_surface(
-        m_connection.waiting(m_connection.layerShell()).get(), surface, output,
-        ZWLR_LAYER_SHELL_V1_LAYER_OVERLAY, purpose));
+    m_role.reset(
+        zwlr_layer_shell_v1_get_layer_surface(m_connection.waiting(m_connection.layerShell()).get(),
+                                              surface, output, layerOf(m_order), purpose));
     zwlr_layer_surface_v1_add_listener(m_role.get(), &Listeners::role, this);
     zwlr_layer_surface_v1_set_anchor(m_role.get(), ZWLR_LAYER_SURFACE_V1_ANCHOR_TOP |
                                                        ZWLR_LAYER_SURFACE_V1_ANCHOR_LEFT);
@@ -137,6 +144,18 @@ void LayerSurface::setKeyboard(Keyboard keyboard)
     else if (keyboard != Keyboard::None)
         interactivity = ZWLR_LAYER_SURFACE_V1_KEYBOARD_INTERACTIVITY_EXCLUSIVE;
     zwlr_layer_surface_v1_set_keyboard_interactivity(m_role.get(), interactivity);
+}
+
+void LayerSurface::setOrder(Order order)
+{
+    if (order == m_order)
+        return;
+    m_order = order;
+    if (!m_role || zwlr_layer_surface_v1_get_version(m_role.get()) <
+                       ZWLR_LAYER_SURFACE_V1_SET_LAYER_SINCE_VERSION)
+        return;
+    zwlr_layer_surface_v1_set_layer(m_role.get(), layerOf(order));
+    commit();
 }
 
 bool LayerSurface::cover()

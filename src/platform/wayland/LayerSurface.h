@@ -26,6 +26,13 @@ public:
         OnDemand,
     };
 
+    /// Among the surfaces of this program.
+    enum class Order {
+        InFront,
+        /// Below those in front, above ordinary windows.
+        Behind,
+    };
+
     explicit LayerSurface(const WaylandConnection &connection, QObject *parent = nullptr);
     ~LayerSurface() override;
 
@@ -54,6 +61,10 @@ public:
     /// Kept when the role ends.
     void setKeyboard(Keyboard keyboard);
 
+    /// Kept when the role ends. A compositor may draw the surfaces of one layer in any order. No
+    /// effect on compositors of which a surface cannot change its layer.
+    void setOrder(Order order);
+
     /// Makes the surface invisible, without changing its contents, its input region or the focus:
     /// the compositor shows nothing but its top left pixel, which is transparent. Applied in order
     /// with the requests that follow on the same connection, and not sent before its next flush: a
@@ -81,6 +92,7 @@ private:
     QPointer<QScreen> m_screen;
     QRect m_frame;
     Keyboard m_keyboard = Keyboard::None;
+    Order m_order = Order::InFront;
     bool m_isConfigured = false;
     bool m_isClosed = false;
 };

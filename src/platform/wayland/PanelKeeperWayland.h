@@ -34,6 +34,9 @@ public:
     bool takeKeyboard();
     void returnKeyboard();
 
+    /// Above this program's other windows in the same layer, or below them.
+    void setOrder(LayerSurface::Order order) { m_role.setOrder(order); }
+
     /// Makes the window invisible without hiding it, for a picture of the screen.
     /// @return whether it is shown and covered now
     bool cover() { return m_role.cover(); }

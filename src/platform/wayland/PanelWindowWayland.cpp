@@ -41,6 +41,14 @@ Capability PanelWindowWayland::applyPanelTraits(QWindow &window)
     if (!m_panels.contains(&window)) {
         m_panels.removeIf([](const QPointer<QWindow> &panel) { return panel.isNull(); });
         m_panels.append(&window);
+        // The one below comes to the front again.
+        QObject::connect(&window, &QWindow::visibleChanged, &window, [this](bool isVisible) {
+            for (qsizetype i = m_panels.size() - 1; !isVisible && i >= 0; --i) {
+                const QPointer<QWindow> &panel = m_panels.at(i);
+                if (panel && panel->isVisible())
+                    return keepInFront(*panel);
+            }
+        });
     }
     if (wasVisible)
         window.show();
@@ -60,8 +68,18 @@ Capability PanelWindowWayland::setClickThrough(QWindow &window, const QRect &res
     return Capability::applied();
 }
 
+void PanelWindowWayland::keepInFront(QWindow &front) const
+{
+    keeper(front).setOrder(LayerSurface::Order::InFront);
+    for (const QPointer<QWindow> &panel : m_panels) {
+        if (panel && panel != &front && panel->geometry().intersects(front.geometry()))
+            keeper(*panel).setOrder(LayerSurface::Order::Behind);
+    }
+}
+
 Capability PanelWindowWayland::orderFront(QWindow &window)
 {
+    keepInFront(window);
     window.show();
     window.raise();
     return Capability::applied();

@@ -56,6 +56,8 @@ public:
 
 private:
     PanelKeeperWayland &keeper(QWindow &window) const;
+    /// Puts one panel in front of those that it covers.
+    void keepInFront(QWindow &front) const;
 
     const WaylandConnection &m_connection;
     const WaylandKeyboard &m_keyboard;

@@ -9,6 +9,7 @@
 #include <QGuiApplication>
 #include <QScreen>
 
+#include <algorithm>
 #include <utility>
 
 namespace quellora {
@@ -33,14 +34,9 @@ std::unique_ptr<ScreenSource> PlatformWayland::makeScreenSource()
         return std::make_unique<WlrScreencopySource>(*m_connection, m_veil, panelScreen);
     auto portal = std::make_unique<PortalScreenSource>(m_veil, [panelScreen] {
         // The desktop arranges the screens in points.
-        ScreenLayout layout;
-        const QScreen *chosen = panelScreen();
-        const QList<QScreen *> screens = QGuiApplication::screens();
-        for (const QScreen *screen : screens) {
-            if (screen == chosen)
-                layout.chosen = static_cast<int>(layout.screens.size());
-            layout.screens.append(screen->geometry());
-        }
+        ScreenLayout layout = ScreenLayout::inPoints();
+        layout.chosen = static_cast<int>(
+            std::max<qsizetype>(0, QGuiApplication::screens().indexOf(panelScreen())));
         return layout;
     });
     const auto allScreens = [] {

@@ -1,6 +1,8 @@
 #include "platform/wayland/WlrScreencopySource.h"
 
+#include "base/WhenFinished.h"
 #include "platform/wayland/ScreenCopyFrame.h"
+#include "platform/wayland/SwayWindow.h"
 
 #include <QFutureWatcher>
 #include <QGuiApplication>
@@ -9,18 +11,37 @@
 #include <QThreadPool>
 #include <QTimer>
 
+#include <cmath>
 #include <memory>
 #include <utility>
 #include <vector>
 
 namespace quellora {
+namespace {
+
+/// The pixels of a picture of a screen that show @p window.
+/// @param window, screen in points, on the desktop
+QRect partShowing(const QRect &window, const QRect &screen, const QSize &picture)
+{
+    const QRect shown = (window & screen).translated(-screen.topLeft());
+    const double scale = static_cast<double>(picture.width()) / screen.width();
+    const auto scaled = [scale](int length) {
+        return static_cast<int>(std::lround(length * scale));
+    };
+    const QPoint corner(scaled(shown.x()), scaled(shown.y()));
+    const QPoint end(scaled(shown.x() + shown.width()), scaled(shown.y() + shown.height()));
+    return QRect(corner, QSize(end.x() - corner.x(), end.y() - corner.y())) &
+           QRect(QPoint(), picture);
+}
+
+} // namespace
 
 /// One picture. Deletes itself at the end, which uncovers the panel and finishes the future.
 class WlrScreencopySource::Shot : public QObject
 {
 public:
-    Shot(WlrScreencopySource &source, const QList<QScreen *> &screens)
-        : QObject(&source), m_source(source)
+    Shot(WlrScreencopySource &source, Area area)
+        : QObject(&source), m_source(source), m_hasCursor(area != Area::AllScreensForChoice)
     {
         source.m_shots.append(this);
         m_promise.start();
@@ -30,7 +51,7 @@ public:
         connect(&m_limit, &QTimer::timeout, this,
                 [this] { end(QStringLiteral("The compositor has not taken a picture in time")); });
         m_limit.start(source.m_limit);
-        begin(screens);
+        start(area);
     }
     ~Shot() override
     {
@@ -46,9 +67,40 @@ public:
     QFuture<Picture> future() { return m_promise.future(); }
 
 private:
+    void start(Area area)
+    {
+        switch (area) {
+        case Area::OneScreen: {
+            QScreen *screen = m_source.m_panelScreen();
+            return begin({screen ? screen : QGuiApplication::primaryScreen()});
+        }
+        case Area::AllScreens:
+        case Area::AllScreensForChoice:
+            return begin(QGuiApplication::screens());
+        case Area::FrontWindow:
+            return findWindow();
+        }
+    }
+    void findWindow()
+    {
+        whenFinished(SwayWindow::find(SwayWindow::socketPath()), this,
+                     [this](const SwayWindow::Place &place) {
+                         if (m_isOver)
+                             return;
+                         if (!place)
+                             return end(place.error(), Failure::Kind::Unavailable);
+                         QScreen *screen = QGuiApplication::screenAt(place->center());
+                         if (!screen)
+                             return end(QStringLiteral("The window in front is on no screen"));
+                         m_window = *place;
+                         begin({screen});
+                     });
+    }
     void begin(const QList<QScreen *> &screens)
     {
         for (QScreen *screen : screens) {
+            if (!screen)
+                continue;
             const WaylandConnection::Output *output = m_source.m_connection.output(*screen);
             wl_output *proxy =
                 output ? output->proxy.get() : WaylandConnection::toolkitOutput(*screen);
@@ -59,7 +111,7 @@ private:
             copied.transform = output ? output->transform : 0;
             m_screens.append(copied);
             m_frames.push_back(std::make_unique<ScreenCopyFrame>(
-                m_source.m_connection, proxy, true,
+                m_source.m_connection, proxy, m_hasCursor,
                 ScreenCopyFrame::Handlers{[this] { handlePrepared(); }, [this] { handleCopied(); },
                                           [this](const QString &reason) { end(reason); }}));
             connect(screen, &QObject::destroyed, this, &Shot::handleScreenGone);
@@ -98,36 +150,42 @@ private:
     {
         m_isPromiseKept = true;
         const CopiedScreen &first = m_screens.first();
-        if (m_screens.size() == 1 && first.transform == 0 && !first.isUpsideDown) {
+        if (m_screens.size() == 1 && first.transform == 0 && !first.isUpsideDown &&
+            m_window.isEmpty()) {
             m_promise.addResult(first.image);
             m_promise.finish();
             return;
         }
         QThreadPool::globalInstance()->start(
             [promise = std::make_shared<QPromise<Picture>>(std::move(m_promise)),
-             screens = m_screens] {
+             screens = m_screens, window = m_window] {
                 QImage image = composeScreens(screens);
+                if (!window.isEmpty())
+                    image = image.copy(partShowing(window, screens.first().place, image.size()));
                 if (image.isNull())
                     promise->addResult(tl::unexpected(
                         Failure{Failure::Kind::Failed,
-                                QStringLiteral("The picture of all screens is too large")}));
+                                QStringLiteral("The picture of the screens is too large")}));
                 else
                     promise->addResult(std::move(image));
                 promise->finish();
             });
     }
-    void end(const QString &reason)
+    void end(const QString &reason, Failure::Kind kind = Failure::Kind::Failed)
     {
         if (std::exchange(m_isOver, true))
             return;
         m_hold.reset();
         m_isPromiseKept = true;
-        m_promise.addResult(tl::unexpected(Failure{Failure::Kind::Failed, reason}));
+        m_promise.addResult(tl::unexpected(Failure{kind, reason}));
         m_promise.finish();
         deleteLater();
     }
 
     WlrScreencopySource &m_source;
+    const bool m_hasCursor;
+    /// In points, on the desktop; empty unless the picture shows a window.
+    QRect m_window;
     QPromise<Picture> m_promise;
     QFutureWatcher<Picture> m_cancellation;
     QTimer m_limit;
@@ -157,13 +215,7 @@ WlrScreencopySource::~WlrScreencopySource()
 
 QFuture<ScreenSource::Picture> WlrScreencopySource::take(Area area)
 {
-    QList<QScreen *> screens = QGuiApplication::screens();
-    if (area == Area::OneScreen) {
-        QScreen *screen = m_panelScreen();
-        screens = {screen ? screen : QGuiApplication::primaryScreen()};
-        screens.removeAll(nullptr);
-    }
-    return (new Shot(*this, screens))->future();
+    return (new Shot(*this, area))->future();
 }
 
 } // namespace quellora

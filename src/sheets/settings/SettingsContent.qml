@@ -131,13 +131,23 @@ Column {
                     objectName: "dontClearPromptAfterSend"
                     width: parent.width
                     theme: content.theme
-                    isLast: true
                     outerRadius: sending.radius
                     name: qsTr("Don't clear prompt after sending")
                     hint: qsTr("Keep your prompt in the box after Send or Capture & Send, so you "
                                + "can capture something new and ask again. Notes still clear.")
                     on: content.settings.stored.dontClearPromptAfterSendEnabled
                     onToggledByUser: content.settings.stored.dontClearPromptAfterSendEnabled = !on
+                }
+                SwitchRow {
+                    objectName: "lookBeforeSending"
+                    width: parent.width
+                    theme: content.theme
+                    isLast: true
+                    outerRadius: sending.radius
+                    name: qsTr("Look before sending")
+                    hint: qsTr("A capture is shown first: Return sends it, Escape drops it.")
+                    on: content.settings.stored.lookBeforeSending
+                    onToggledByUser: content.settings.stored.lookBeforeSending = !on
                 }
             }
         }

@@ -51,6 +51,8 @@ class SwayDesktop(WaylandDesktop):
             width=width, height=height, scale=self.scale,
             background=f"#{red:02x}{green:02x}{blue:02x}") + self._config)
         self._socket_path = f"{runtime}/sway.sock"
+        # As sway sets it for the programs that it starts.
+        self.environment["SWAYSOCK"] = self._socket_path
         self._compositor = self._start(
             "sway", "--config", str(config), environment={
                 "WLR_BACKENDS": "headless", "WLR_RENDERER": "pixman",

@@ -312,6 +312,10 @@ public:
             tool.arguments.removeFirst();
         return tool;
     }
+    ScreenLayout screenLayout() const override
+    {
+        return m_mistake.is("screenLayoutIsEmpty") ? ScreenLayout() : m_real->screenLayout();
+    }
     Vocabulary vocabulary() const override { return m_real->vocabulary(); }
     ShortcutGuide shortcutGuide() const override { return m_real->shortcutGuide(); }
     QString applicationSupportDirectory() const override
@@ -387,6 +391,7 @@ QMap<QString, QString> injectableMistakes()
         {"osVersionHasTwoLines", "SystemFactsContract::osVersionIsOneLine"},
         {"cpuArchIsUnknown", "SystemFactsContract::cpuArchIsKnown"},
         {"captureToolMakesSound", "SystemFactsContract::captureToolHasFixedArguments"},
+        {"screenLayoutIsEmpty", "SystemFactsContract::screenLayoutHoldsTheFirstScreens"},
         {"supportDirectoryIsRelative",
          "SystemFactsContract::supportDirectoryIsAbsoluteAndNotCreated"},
         {"preferencesAreNotPersisted", "UserDefaultsContract::secondInstanceReadsFlushedValues"},

@@ -2,6 +2,8 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QGuiApplication>
+#include <QScreen>
 
 namespace quellora {
 
@@ -31,6 +33,24 @@ void SystemFactsContract::captureToolExists()
     CONTRACT_REQUIRES(Ability::FindCaptureTool);
     const QFileInfo tool(harness().installedPath(platform().captureTool().program));
     QVERIFY2(tool.isFile() && tool.isExecutable(), qPrintable(tool.filePath()));
+}
+
+void SystemFactsContract::screenLayoutHoldsTheFirstScreens()
+{
+    const QList<QRect> places = platform().screenLayout().screens;
+    const QList<QScreen *> screens = QGuiApplication::screens();
+    QVERIFY(!places.isEmpty());
+    QVERIFY(places.size() <= screens.size());
+    for (qsizetype i = 0; i < places.size(); ++i) {
+        // Points or pixels.
+        const QSizeF points = screens.at(i)->size();
+        QVERIFY(!places.at(i).isEmpty());
+        QVERIFY2(qAbs(places.at(i).width() * points.height() -
+                      places.at(i).height() * points.width()) <= points.width() + points.height(),
+                 "the shape is another one");
+        for (qsizetype other = 0; other < i; ++other)
+            QVERIFY(places.at(i) == places.at(other) || !places.at(i).intersects(places.at(other)));
+    }
 }
 
 void SystemFactsContract::supportDirectoryIsAbsoluteAndNotCreated()

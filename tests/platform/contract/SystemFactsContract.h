@@ -16,6 +16,7 @@ private Q_SLOTS:
     void cpuArchIsKnown();
     void captureToolHasFixedArguments();
     void captureToolExists();
+    void screenLayoutHoldsTheFirstScreens();
     void supportDirectoryIsAbsoluteAndNotCreated();
     void unknownSymbolsAreNull();
     void symbolsAreRenderedAtScale();

@@ -139,6 +139,8 @@ void PlatformLinuxTest::captureToolIsBesideProgram()
              QCoreApplication::applicationDirPath() + QStringLiteral("/quellora-screencapture"));
     QCOMPARE(tool.arguments, (QStringList{QStringLiteral("-x"), QStringLiteral("-C")}));
     QCOMPARE(tool.allScreensArguments, tool.arguments + QStringList{QStringLiteral("--all")});
+    QCOMPARE(tool.windowArguments, tool.arguments + QStringList{QStringLiteral("--window")});
+    QCOMPARE(tool.choiceArguments, (QStringList{QStringLiteral("-x"), QStringLiteral("--all")}));
 }
 
 void PlatformLinuxTest::sessionTypeComesFromEnvironment()

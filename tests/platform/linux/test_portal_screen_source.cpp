@@ -201,6 +201,15 @@ private Q_SLOTS:
         QCOMPARE(future.result()->size(), QSize(120, 80));
     }
 
+    void windowsAreUnavailable()
+    {
+        const auto future = m_source->take(ScreenSource::Area::FrontWindow);
+        QVERIFY(future.isFinished());
+        QCOMPARE(future.result().error().kind, ScreenSource::Failure::Kind::Unavailable);
+        QVERIFY(future.result().error().reason.contains(QStringLiteral("Capture a region")));
+        QVERIFY(!m_veil->isGone());
+    }
+
     void severalAtOnce()
     {
         const auto first = m_source->take(ScreenSource::Area::AllScreens);

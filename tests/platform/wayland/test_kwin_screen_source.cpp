@@ -5,6 +5,7 @@
 #include "support/TestProgram.h"
 
 #include <QCoreApplication>
+#include <QDBusArgument>
 #include <QDBusUnixFileDescriptor>
 #include <QPromise>
 #include <QThreadPool>
@@ -152,6 +153,46 @@ private Q_SLOTS:
         m_kwin->send(2, 64, 0xff0000ff);
         QTRY_VERIFY(future.isFinished());
         QCOMPARE(future.result()->pixelColor(2, 1), QColor(Qt::blue));
+    }
+
+    void takesWindowInFront()
+    {
+        const auto future = m_source->take(ScreenSource::Area::FrontWindow);
+        QTRY_COMPARE(m_kwin->calls.size(), 1);
+        // KWin leaves out what is above the window.
+        QVERIFY(!m_veil->isGone());
+        QCOMPARE(m_kwin->calls.last().member, QStringLiteral("CaptureActiveWindow"));
+        m_kwin->answer(20, 10, 80, QImage::Format_ARGB32_Premultiplied);
+        m_kwin->send(10, 80, 0xff00ff00);
+        QTRY_VERIFY(future.isFinished());
+        QCOMPARE(future.result()->size(), QSize(20, 10));
+    }
+
+    void pictureForChoiceHasNoPointer()
+    {
+        const auto cursorIsIncluded = [this] {
+            QVariantMap options;
+            for (const QVariant &argument : std::as_const(m_kwin->calls.last().arguments)) {
+                if (argument.canConvert<QDBusArgument>())
+                    options = qdbus_cast<QVariantMap>(argument);
+            }
+            if (options.isEmpty())
+                qFatal("no options");
+            return options.value(QStringLiteral("include-cursor")).toBool();
+        };
+        const auto choice = m_source->take(ScreenSource::Area::AllScreensForChoice);
+        QTRY_COMPARE(m_kwin->calls.size(), 1);
+        QCOMPARE(m_kwin->calls.last().member, QStringLiteral("CaptureArea"));
+        QVERIFY(!cursorIsIncluded());
+        m_kwin->answer(1, 1, 4, QImage::Format_RGB32);
+        m_kwin->send(1, 4, 0xff00ff00);
+        QTRY_VERIFY(choice.isFinished());
+        const auto all = m_source->take(ScreenSource::Area::AllScreens);
+        QTRY_COMPARE(m_kwin->calls.size(), 2);
+        QVERIFY(cursorIsIncluded());
+        m_kwin->answer(1, 1, 4, QImage::Format_RGB32);
+        m_kwin->send(1, 4, 0xff00ff00);
+        QTRY_VERIFY(all.isFinished());
     }
 
     void damagedPictures_data()

@@ -65,6 +65,9 @@ private Q_SLOTS:
         QTest::addColumn<ScreenSource::Area>("area");
         QTest::newRow("one screen") << ScreenSource::Area::OneScreen;
         QTest::newRow("all screens") << ScreenSource::Area::AllScreens;
+        QTest::newRow("for a choice") << ScreenSource::Area::AllScreensForChoice;
+        // The window of this test fills the screen.
+        QTest::newRow("window") << ScreenSource::Area::FrontWindow;
     }
     void screenIsCopied()
     {

@@ -46,9 +46,12 @@ private Q_SLOTS:
 
     void capturesOneScreenByDefault()
     {
-        QVERIFY(!parse({"-x", "-C", "picture.png"})->allScreens);
-        QVERIFY(parse({"-x", "-C", "--all", "picture.png"})->allScreens);
-        QVERIFY(parse({"picture.png", "--all"})->allScreens);
+        using Area = Options::Area;
+        QVERIFY(parse({"-x", "-C", "picture.png"})->area == Area::PointedScreen);
+        QVERIFY(parse({"-x", "-C", "--all", "picture.png"})->area == Area::AllScreens);
+        QVERIFY(parse({"picture.png", "--all"})->area == Area::AllScreens);
+        QVERIFY(parse({"-x", "--window", "picture.png"})->area == Area::FrontWindow);
+        QVERIFY(parse({"--all", "--window", "picture.png"})->area == Area::FrontWindow);
         QCOMPARE(parse({"--", "--all"})->path, std::string("--all"));
     }
 
