@@ -317,7 +317,7 @@ FocusScope {
                 HamburgerMenuRow {
                     id: captureWindow
                     objectName: "menuCaptureWindow"
-                    available: host.menu.capturesAvailable
+                    available: host.menu.capturesAvailable && !host.menu.isExportShown
                     width: parent.width
                     height: host.rowHeight
                     iconName: "app-window"
@@ -328,7 +328,7 @@ FocusScope {
                 HamburgerMenuRow {
                     id: captureRegion
                     objectName: "menuCaptureRegion"
-                    available: host.menu.capturesAvailable
+                    available: host.menu.capturesAvailable && !host.menu.isExportShown
                     width: parent.width
                     height: host.rowHeight
                     iconName: "scan"
