@@ -103,7 +103,7 @@ post => {
     const search = () => {
         const start = performance.now();
         matches = [];
-        if (wanted !== '' && document.body) {
+        if (wanted !== '') {
             readText();
             for (let at = text.indexOf(wanted); at >= 0; at = text.indexOf(wanted, at + wanted.length))
                 matches.push(at);
@@ -240,23 +240,59 @@ post => {
         }, Math.max(pause, pauseFactor * lastDuration));
     };
 
+    const observer = new MutationObserver(changed);
+
+    /// Adds the layer, which is there only while a text is being found.
+    const begin = () => {
+        const host = document.createElement('div');
+        const root = host.attachShadow({ mode: 'closed' });
+        // Not an element: the page's policy admits no styles but its own.
+        const style = new CSSStyleSheet();
+        style.replaceSync(sheet);
+        root.adoptedStyleSheets = [style];
+        layer = root.appendChild(document.createElement('div'));
+        host.setAttribute('aria-hidden', 'true');
+        document.documentElement.append(host);
+        observer.observe(document.body, {
+            subtree: true, childList: true, characterData: true,
+            attributes: true, attributeFilter: ['class'],
+        });
+        window.addEventListener('scroll', schedulePlacing, { passive: true, capture: true });
+        window.addEventListener('resize', schedulePlacing, { passive: true });
+    };
+
+    const end = () => {
+        wanted = '';
+        matches = [];
+        current = -1;
+        reported = '';
+        if (!layer)
+            return;
+        observer.disconnect();
+        window.removeEventListener('scroll', schedulePlacing, { capture: true });
+        window.removeEventListener('resize', schedulePlacing);
+        layer.getRootNode().host.remove();
+        layer = null;
+    };
+
     globalThis.finding = Object.freeze({
         /// Marks all occurrences. The first one in view becomes the current one.
         /// @param isTyped whether to scroll to it
         search(value, isTyped) {
+            end();
             wanted = reducedText(value);
-            reported = '';
+            if (wanted === '' || !document.body) {
+                post('findResult', { page: Number(location.pathname), current: 0, total: 0 });
+                return;
+            }
+            begin();
             search();
             const first = firstBelow(0);
             current = first < matches.length ? first
                 : isTyped && matches.length > 0 ? 0 : matches.length - 1;
             if (isTyped)
                 reveal();
-            if (wanted === '' && layer)
-                layer.replaceChildren();
             show();
-            if (wanted === '')
-                post('findResult', { page: Number(location.pathname), current: 0, total: 0 });
         },
         /// Goes to the next (1) or previous (-1) occurrence, around the ends.
         step(direction) {
@@ -268,31 +304,6 @@ post => {
             reveal();
             show();
         },
-        end() {
-            wanted = '';
-            matches = [];
-            current = -1;
-            reported = '';
-            if (layer)
-                layer.replaceChildren();
-        },
-    });
-
-    window.addEventListener('DOMContentLoaded', () => {
-        const host = document.createElement('div');
-        const root = host.attachShadow({ mode: 'closed' });
-        // Not an element: the page's policy admits no styles but its own.
-        const style = new CSSStyleSheet();
-        style.replaceSync(sheet);
-        root.adoptedStyleSheets = [style];
-        layer = root.appendChild(document.createElement('div'));
-        host.setAttribute('aria-hidden', 'true');
-        document.documentElement.append(host);
-        new MutationObserver(changed).observe(document.body, {
-            subtree: true, childList: true, characterData: true,
-            attributes: true, attributeFilter: ['class'],
-        });
-        window.addEventListener('scroll', schedulePlacing, { passive: true, capture: true });
-        window.addEventListener('resize', schedulePlacing, { passive: true });
+        end,
     });
 }
