@@ -49,10 +49,10 @@ Application::Application(std::unique_ptr<SingleInstance> instance)
     , m_emergencyExit([this] { emergencyShutdown(); })
     , m_logShipper(m_network, m_endpoints.logsUpload())
     , m_statusBar(m_platform->statusArea(), m_platform->symbols())
-    , m_exportDialog(m_platform->shell())
     , m_regions({[this] { return freezeScreens(); }, [this] { return m_platform->screenLayout(); },
                  m_platform->panelWindow(), m_settings,
                  [this] { return m_platform->appearance().textScale(); }})
+    , m_exportDialog(m_platform->shell())
     , m_delegate(std::make_unique<AppDelegate>(collaborators()))
 {
     m_session.setHeartbeatStopper([this] { m_heartbeat.stop(); });
