@@ -361,6 +361,10 @@ private Q_SLOTS:
             return item->mapToScene({item->property("leftPadding").toReal(), 0}).x();
         };
         QCOMPARE(left(field), left(f().find("promptName")));
+        // The row ends below the buttons.
+        const QQuickItem *save = f().find("promptSave");
+        const double end = save->mapToItem(f().find("prompt-0"), QPointF(0, save->height())).y();
+        QCOMPARE(f().find("prompt-0")->height(), end + 12);
         f().find("promptText")->forceActiveFocus();
         key(Qt::Key_End, Qt::ControlModifier);
         for (int line = 0; line < 9; ++line)

@@ -174,6 +174,12 @@ Item {
             onClicked: row.rows.remove()
         }
     }
+    Hairline {
+        y: row.height - 1
+        width: row.width
+        visible: row.isEditing && !row.isLast
+        color: row.theme.line
+    }
     Loader {
         id: editor
         width: row.width
