@@ -96,7 +96,7 @@ private Q_SLOTS:
         QVERIFY(!menu.connectAvailable());
         menu.setConnectAvailable(true);
         menu.setConnectAvailable(true);
-        QCOMPARE(changed.size(), 3);
+        QCOMPARE(changed.size(), 4);
         QVERIFY(menu.connectAvailable());
     }
 

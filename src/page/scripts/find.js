@@ -26,7 +26,7 @@ post => {
     let text = '', nodes = [], nodeOf = [], offsetOf = [];
     /// Positions of the occurrences in the reduced text.
     let matches = [], current = -1;
-    let layer = null, reported = '', timer = 0, isPlacing = false, lastDuration = 0;
+    let layer = null, observer = null, reported = '', timer = 0, isPlacing = false, lastDuration = 0;
 
     // ---- comparing: without case, accents and amounts of white space --------------------------------
 
@@ -240,8 +240,6 @@ post => {
         }, Math.max(pause, pauseFactor * lastDuration));
     };
 
-    const observer = new MutationObserver(changed);
-
     /// Adds the layer, which is there only while a text is being found.
     const begin = () => {
         const host = document.createElement('div');
@@ -253,6 +251,7 @@ post => {
         layer = root.appendChild(document.createElement('div'));
         host.setAttribute('aria-hidden', 'true');
         document.documentElement.append(host);
+        observer = new MutationObserver(changed);
         observer.observe(document.body, {
             subtree: true, childList: true, characterData: true,
             attributes: true, attributeFilter: ['class'],

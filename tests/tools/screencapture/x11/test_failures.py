@@ -73,7 +73,7 @@ class CommandLineTest(FailureTest):
         result = run(["--help"], self.environment)
         self.assertEqual((result.returncode, result.stderr), (0, ""))
         self.assertTrue(result.stdout.startswith(
-            "Usage: quellora-screencapture [-x] [-C] [--all] PATH\n"))
+            "Usage: quellora-screencapture [-x] [-C] [--all | --window] PATH\n"))
         for status in range(11):
             self.assertIn("\n  %-3d " % status, result.stdout)
         result = run(["--version"], self.environment)
