@@ -24,6 +24,8 @@ Item {
         model: 8
 
         Item {
+            id: item
+
             property string text
 
             visible: false
@@ -31,6 +33,13 @@ Item {
             height: 1
             Accessible.role: Accessible.Notification
             Accessible.name: text
+
+            // What was read out is not found again among the controls.
+            Timer {
+                interval: 10000
+                running: item.visible
+                onTriggered: item.visible = false
+            }
         }
     }
 }

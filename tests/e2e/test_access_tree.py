@@ -327,7 +327,8 @@ class AccessTreeTest(E2ECase):
         switches = [item for item in screen.seen if item.role == "check box"]
         self.assertEqual([item.name for item in switches],
                          ["Start a new thread with each Send", "Don't clear prompt after sending",
-                          "Start where I left it", "Notify when an answer is ready"])
+                          "Look before sending", "Start where I left it",
+                          "Notify when an answer is ready"])
         for item in switches:
             if item.name == "Start where I left it":
                 self.assert_states(item, "checked")

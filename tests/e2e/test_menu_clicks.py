@@ -9,7 +9,8 @@ from harness.server import QUERY
 LONG = "many words that go on for line after line " * 16
 CODE = "wide = '" + "0123456789" * 20 + "'"
 # The lines between the two leave the code below the menu.
-ANSWER = f"A [link](https://example.com/x)\n\nand\n\nsome\n\nlines and code:\n\n```python\n{CODE}\n```"
+ANSWER = ("A [link](https://example.com/x)\n\nand\n\nsome\n\nmore\n\nof\n\nthe\n\nlines and code:\n\n"
+          f"```python\n{CODE}\n```")
 
 
 class MenuClicksTest(pointer_case.PointerCase):

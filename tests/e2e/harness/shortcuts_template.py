@@ -67,8 +67,9 @@ def BindShortcuts(self, session, shortcuts, _window, options, sender=None):
         if self.is_declining:
             return _respond(self, "request", options, sender, 1, {})
         for name, properties in shortcuts:
+            suggested = properties.get("preferred_trigger")
             self.stored.setdefault(str(name), (str(properties["description"]),
-                                               "Press " + properties["preferred_trigger"]))
+                                               "Press " + suggested if suggested else ""))
     self.is_bound = True
     return _respond(self, "request", options, sender, 0, {"shortcuts": _shortcuts(self)})
 
