@@ -4,7 +4,7 @@ import importlib.util
 import re
 import unittest
 
-from harness import E2ECase
+from harness import E2ECase, wait_until
 from harness.messages import PREFIX
 from harness.shortcuts import ShortcutsPortal
 
@@ -31,6 +31,12 @@ class DesktopKeysTest(E2ECase):
             "opacity-up = Press CTRL+ALT+LOGO+bracketright, "
             "opacity-down = Press CTRL+ALT+LOGO+bracketleft, "
             "capture-no-send = Press CTRL+ALT+LOGO+SHIFT+c, new-thread = Press LOGO+n")), since=0)
+
+    def scroll_to(self, app, name, role):
+        """Scrolls the settings up from their end until a row is in sight."""
+        self.desktop.press("end")
+        wait_until(lambda: app.access.find(name, role) or self.desktop.press("up"),
+                   what=f"the row {name}")
 
     def test_desktop_keys_run_actions(self):
         portal = self.portal()
@@ -73,8 +79,7 @@ class DesktopKeysTest(E2ECase):
         app = self.start()
         self.wait_delivered(app)
         app.open_settings()
-        self.desktop.press("end")
-        app.access.wait_for(f"{TOGGLE}, Press CTRL+ALT+LOGO+t, assigned by the desktop", "label")
+        self.scroll_to(app, f"{TOGGLE}, Press CTRL+ALT+LOGO+t, assigned by the desktop", "label")
         # Above the visible part of the sheet.
         self.assertIn("Your desktop assigns these keys. To change them, open Settings → Apps → "
                       "Quellora → Global Shortcuts.",
@@ -87,6 +92,7 @@ class DesktopKeysTest(E2ECase):
         # The portal ends; the program's own combinations work over some windows.
         portal.close()
         app.access.wait_for(f"{TOGGLE}, Ctrl+Alt+Super+T, works over some windows", "push button")
+        self.desktop.press("end")
         app.access.wait_for("Reset all hotkeys")
 
     def test_declined_keys(self):
@@ -99,8 +105,7 @@ class DesktopKeysTest(E2ECase):
         app.hotkey("ctrl+alt+super+x", "Clear")
         app.wait_for_line(PREFIX + "Content cleared")
         app.open_settings()
-        self.desktop.press("end")
-        app.access.wait_for(f"{TOGGLE}, Ctrl+Alt+Super+T, works over some windows", "push button")
+        self.scroll_to(app, f"{TOGGLE}, Ctrl+Alt+Super+T, works over some windows", "push button")
         self.assertEqual(portal.dialogs(), 1)
 
 

@@ -31,7 +31,8 @@ void TestPageScripts::sendsInvokeMessages()
 
     QJSEngine engine;
     engine.evaluate(QStringLiteral(
-        "var sent = []; var listeners = {}; var window = this; var location = {pathname: '12'};"
+        "var globalThis = this; var sent = []; var listeners = {}; var window = this; var location "
+        "= {pathname: '12'};"
         "var listen = (type, f) => { (listeners[type] = listeners[type] || []).push(f); };"
         "window.addEventListener = listen;"
         "var Element = class { constructor(name, value) { this.name = name; this.value = value; }"
