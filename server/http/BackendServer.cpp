@@ -135,7 +135,7 @@ void BackendServer::registerRoutes()
                                        std::pair("/account/connect/models", &AccountRoutes::choose),
                                        std::pair("/account/change", &AccountRoutes::change)}) {
         post(path, smallBody,
-             [this, action](const auto &request, auto &response, const auto &body) {
+             [this, action = action](const auto &request, auto &response, const auto &body) {
                  (m_account.*action)(request, response, body);
              });
     }
