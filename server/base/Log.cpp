@@ -5,8 +5,23 @@
 #include <cstdio>
 #include <ctime>
 #include <string>
+#include <utility>
 
 namespace quellora::server {
+namespace {
+
+thread_local std::string currentRequest;
+
+} // namespace
+
+Log::RequestScope::RequestScope(std::string id)
+    : m_before(std::exchange(currentRequest, std::move(id)))
+{}
+
+Log::RequestScope::~RequestScope()
+{
+    currentRequest = std::move(m_before);
+}
 
 void Log::event(std::string_view message)
 {
@@ -22,6 +37,8 @@ void Log::event(std::string_view message)
                   local.tm_sec, static_cast<int>(millis));
     std::string line = stamp;
     line += message;
+    if (!currentRequest.empty())
+        line += " (request " + currentRequest + ')';
     // Prevents untrusted values from forging log lines.
     std::replace_if(
         line.begin(), line.end(), [](char c) { return c == '\n' || c == '\r'; }, ' ');

@@ -18,6 +18,8 @@ std::string lowered(std::string_view text);
 std::string htmlEscaped(std::string_view text);
 /// Percent-encoding of everything but unreserved characters.
 std::string urlEncoded(std::string_view text);
+/// Reverses percent-encoding. What is no encoding stays as it is.
+std::string percentDecoded(std::string_view text);
 /// Fields of an application/x-www-form-urlencoded body; the first of equal names wins.
 std::map<std::string, std::string> formFields(std::string_view body);
 /// Bytes of standard base64 (padding required, no line breaks), or nothing.

@@ -20,7 +20,7 @@ void readServer(TomlReader reader, ServerSettings &server)
     reader.read("allow_remote", server.allowRemote);
     reader.read("allowed_hosts", server.allowedHosts);
     reader.read("one_click_sign_in", server.oneClickSignIn);
-    reader.read("threads", server.threads, 8, 512);
+    reader.read("threads", server.threads, 4, 512);
     reader.finish();
 }
 
@@ -28,6 +28,8 @@ void readLimits(TomlReader reader, LimitSettings &limits)
 {
     reader.read("queries_per_minute", limits.queriesPerMinute, 1, 100000);
     reader.read("concurrent_queries", limits.concurrentQueries, 1, 64);
+    reader.read("running_answers", limits.runningAnswers, 1, 100000);
+    reader.read("connections", limits.connections, 16, 1000000);
     reader.read("login_failures", limits.loginFailures, 1, 100000);
     reader.readSeconds("login_window_seconds", limits.loginWindow, 1, 24 * 3600);
     reader.read("auth_requests_per_minute", limits.authRequestsPerMinute, 1, 1000000);
@@ -78,6 +80,7 @@ void readTiming(TomlReader reader, TimingSettings &timing)
     reader.readSeconds("keep_alive_seconds", timing.keepAlive, 1, 10);
     reader.readSeconds("connect_seconds", timing.connect, 1, 60);
     reader.readSeconds("stall_seconds", timing.stall, 1, 3600);
+    reader.readSeconds("idle_seconds", timing.idle, 1, 3600);
     reader.readSeconds("stop_grace_seconds", timing.stopGrace, 0, 60);
     reader.finish();
 }

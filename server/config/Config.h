@@ -27,8 +27,9 @@ struct ServerSettings
     std::vector<std::string> allowedHosts;
     /// Whether /login offers sign-in without a password to the user running the server.
     bool oneClickSignIn = true;
-    /// Worker threads; each running answer occupies one.
-    std::size_t threads = 48;
+    /// Worker threads for what may block: the data file, pages and the like. Running answers and
+    /// idle connections occupy none.
+    std::size_t threads = 16;
 
     /// Whether the server may listen on its host: a loopback address, unless allowRemote is set.
     bool isHostPermitted() const;
@@ -48,6 +49,10 @@ struct LimitSettings
 {
     int queriesPerMinute = 30;
     int concurrentQueries = 4;
+    /// Running answers of all accounts together.
+    int runningAnswers = 1000;
+    /// Open connections, those between two requests included.
+    std::size_t connections = 12000;
     int loginFailures = 10;
     std::chrono::seconds loginWindow = std::chrono::minutes(5);
     int authRequestsPerMinute = 240;
@@ -93,6 +98,8 @@ struct TimingSettings
     std::chrono::milliseconds connect = std::chrono::seconds(5);
     /// Longest silence of a model before its answer fails.
     std::chrono::milliseconds stall = std::chrono::seconds(180);
+    /// How long a connection without a request is kept.
+    std::chrono::milliseconds idle = std::chrono::seconds(75);
     /// How long a shutdown waits for running answers to end.
     std::chrono::milliseconds stopGrace = std::chrono::seconds(3);
 };

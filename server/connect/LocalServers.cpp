@@ -18,8 +18,9 @@ std::vector<ConnectChoice> connectChoices(const Config &config)
     return choices;
 }
 
-std::vector<LocalServer>
-answeringLocalServers(const Config &config, std::chrono::milliseconds limit, const StopToken &stop)
+std::vector<LocalServer> answeringLocalServers(const Config &config, EventLoop &loop,
+                                               std::chrono::milliseconds limit,
+                                               const StopToken &stop)
 {
     struct Probe
     {
@@ -39,10 +40,10 @@ answeringLocalServers(const Config &config, std::chrono::milliseconds limit, con
     }
     const DocumentLimits limits{limit, limit, 1024U * 1024U};
     for (Probe &probe : probes) {
-        probe.thread = std::thread([&probe, &limits, &stop] {
+        probe.thread = std::thread([&probe, &loop, &limits, &stop] {
             UpstreamSettings settings;
             settings.baseUrl = probe.choice.baseUrl;
-            if (const auto models = probe.connector->listModels(settings, limits, stop))
+            if (const auto models = probe.connector->listModels(loop, settings, limits, stop))
                 probe.modelCount = models->size();
         });
     }

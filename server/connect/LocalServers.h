@@ -19,8 +19,10 @@ struct LocalServer
 std::vector<ConnectChoice> connectChoices(const Config &config);
 
 /// Asks the local choices of @p config for their models, all at the same time and each in a thread
-/// of its own. Returns those that answered with a list, within @p limit.
-std::vector<LocalServer>
-answeringLocalServers(const Config &config, std::chrono::milliseconds limit, const StopToken &stop);
+/// of its own. Returns those that answered with a list, within @p limit. The
+/// connections are on @p loop.
+std::vector<LocalServer> answeringLocalServers(const Config &config, EventLoop &loop,
+                                               std::chrono::milliseconds limit,
+                                               const StopToken &stop);
 
 } // namespace quellora::server

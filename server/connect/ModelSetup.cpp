@@ -4,6 +4,7 @@
 #include "base/Secrets.h"
 #include "base/Text.h"
 #include "connect/PlainWords.h"
+#include "model/BlockingAnswer.h"
 #include "model/ProviderWords.h"
 #include "model/UpstreamTransfer.h"
 
@@ -41,18 +42,18 @@ struct Reply
     std::chrono::milliseconds time{0};
 };
 
-Reply ask(const AnswerFunction &answer, const std::string &model, const std::string &jpeg,
-          const StopToken &stop)
+Reply ask(const AnswerSource &answer, const std::string &model, const std::string &jpeg,
+          const StopToken &stop, const AnswerPlace &place)
 {
     Reply reply;
     const auto begin = Steady::now();
-    reply.outcome = answer(
-        ModelRequest{question, jpeg, model},
+    reply.outcome = waitForAnswer(
+        answer, ModelRequest{question, jpeg, model},
         [&reply](std::string_view text) {
             reply.text += text;
             return reply.text.size() < wantedAnswerBytes;
         },
-        stop);
+        stop, place);
     reply.time = std::chrono::duration_cast<std::chrono::milliseconds>(Steady::now() - begin);
     // Enough text ends the transfer early.
     if (reply.outcome.kind == AnswerOutcome::Kind::Cancelled && !stop.stopRequested())
@@ -83,13 +84,13 @@ std::string nameOf(const Connection &connection)
     return isLoopbackHost(host) ? connection.title : host;
 }
 
-ModelTest tested(const AnswerFunction &answer, const Connection &connection,
-                 const std::string &model, const StopToken &stop)
+ModelTest tested(const AnswerSource &answer, const Connection &connection, const std::string &model,
+                 const StopToken &stop, const AnswerPlace &place)
 {
     const std::string host = hostOfUrl(connection.baseUrl);
     const auto limit = isLoopbackHost(host) ? std::chrono::seconds(localTestTime) : remoteTestTime;
     const Reply reply = ask(answer, model, base64Decoded(redPicture).value_or(""),
-                            stop.before(Steady::now() + limit));
+                            stop.before(Steady::now() + limit), place);
     const auto words = [&](const AnswerOutcome &outcome) {
         return plainWords(outcome.problem, Asked::Answer, nameOf(connection), connection.apiKey);
     };
@@ -102,7 +103,7 @@ ModelTest tested(const AnswerFunction &answer, const Connection &connection,
         return {TestKind::Failed, nameOf(connection) + " ended its answer without any text.",
                 reply.time};
     if (mayDislikePicture(reply.outcome)) {
-        const Reply plain = ask(answer, model, "", stop.before(Steady::now() + limit));
+        const Reply plain = ask(answer, model, "", stop.before(Steady::now() + limit), place);
         if (isAnswer(plain))
             return {TestKind::TextOnly, words(reply.outcome), plain.time};
     }
@@ -118,8 +119,9 @@ bool SetupView::isVisible(const SetupRow &row) const
                std::string::npos;
 }
 
-ModelSetup::ModelSetup(const Config &config, ModelOffers &offers)
-    : m_config(config), m_offers(offers)
+ModelSetup::ModelSetup(const Config &config, ModelOffers &offers, EventLoops &loops,
+                       WorkerPool &workers)
+    : m_config(config), m_offers(offers), m_loops(loops), m_workers(workers)
 {}
 
 ModelSetup::~ModelSetup()
@@ -203,12 +205,12 @@ void ModelSetup::list()
     m_view.phase = Phase::Listing;
     m_view.listProblem.clear();
     m_view.hint.clear();
-    start([connector = m_connector, connection = m_connection](const StopToken &stop,
-                                                               const auto &update) {
+    start([connector = m_connector, connection = m_connection,
+           &loop = m_loops.next()](const StopToken &stop, const auto &update) {
         UpstreamSettings settings;
         settings.baseUrl = connection.baseUrl;
         settings.apiKey = connection.apiKey;
-        auto models = connector->listModels(settings, DocumentLimits(), stop);
+        auto models = connector->listModels(loop, settings, DocumentLimits(), stop);
         update([&](SetupView &view) {
             view.phase = Phase::Choosing;
             if (!models) {
@@ -325,11 +327,12 @@ void ModelSetup::test(const std::string &id)
     TimingSettings timing = m_config.timing;
     timing.stall = localTestTime;
     // One after the other: a local server would have to hold them all in memory at once.
-    start([models, connection = m_connection, answer = m_connector->makeAnswer(settings, timing)](
-              const StopToken &stop, const auto &update) {
+    start([models, connection = m_connection, answer = m_connector->makeAnswer(settings, timing),
+           place = AnswerPlace{m_loops.next(), m_workers}](const StopToken &stop,
+                                                           const auto &update) {
         for (const auto &[row, name] : models) {
             update([at = row](SetupView &view) { view.rows[at].test.kind = TestKind::Running; });
-            const ModelTest result = tested(answer, connection, name, stop);
+            const ModelTest result = tested(answer, connection, name, stop, place);
             update([&, at = row](SetupView &view) { view.rows[at].test = result; });
         }
         update([](SetupView &view) { view.phase = Phase::Choosing; });

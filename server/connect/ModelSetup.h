@@ -1,7 +1,9 @@
 #pragma once
 
 #include "base/Stop.h"
+#include "base/WorkerPool.h"
 #include "config/Config.h"
+#include "model/EventLoop.h"
 #include "model/ModelCatalog.h"
 #include "providers/UpstreamSettings.h"
 
@@ -77,8 +79,8 @@ public:
     static constexpr std::size_t mostChosen = 24;
     static constexpr std::size_t mostConnections = 12;
 
-    /// Both must outlive this object.
-    ModelSetup(const Config &config, ModelOffers &offers);
+    /// All must outlive this object. The transfers run on @p loops.
+    ModelSetup(const Config &config, ModelOffers &offers, EventLoops &loops, WorkerPool &workers);
     ~ModelSetup();
     ModelSetup(const ModelSetup &) = delete;
     ModelSetup &operator=(const ModelSetup &) = delete;
@@ -121,6 +123,8 @@ private:
 
     const Config &m_config;
     ModelOffers &m_offers;
+    EventLoops &m_loops;
+    WorkerPool &m_workers;
     mutable std::mutex m_mutex;
     mutable std::condition_variable m_changed;
     SetupView m_view;

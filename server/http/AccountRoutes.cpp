@@ -73,7 +73,7 @@ AccountRoutes::AccountRoutes(Services &services)
     : m_services(services)
     , m_guard(services)
     , m_nonces(services.clock)
-    , m_setup(services.config, services.models)
+    , m_setup(services.config, services.models, services.loops, services.answerWorkers)
 {}
 
 void AccountRoutes::notify(std::string notice)
@@ -98,8 +98,8 @@ void AccountRoutes::showOverview(const Request &request, Response &response, int
     // Other sites can make the browser load this address as a picture or the like.
     const std::string purpose = request.header("Sec-Fetch-Dest");
     if (!view.isOffline && (purpose.empty() || purpose == "document"))
-        view.local =
-            answeringLocalServers(m_services.config, probeTime, m_services.stopping.token());
+        view.local = answeringLocalServers(m_services.config, m_services.loops.next(), probeTime,
+                                           m_services.stopping.token());
     {
         const std::lock_guard lock(m_noticeMutex);
         view.notice = std::exchange(m_notice, {});

@@ -5,76 +5,17 @@
 #include "http/LoopbackPeer.h"
 #include "http/Replies.h"
 
-#include <sys/socket.h>
-
-#include <thread>
-
 namespace quellora::server {
 namespace {
 
 constexpr std::size_t smallBody = 64U * 1024U;
-constexpr std::chrono::seconds readTimeout(15);
-constexpr std::chrono::seconds writeTimeout(30);
 
-Request requestOf(const httplib::Request &from, int localPort)
+HttpLimits limitsOf(const Config &config)
 {
-    Request request;
-    request.method = from.method;
-    request.path = from.path;
-    for (const auto &[name, value] : from.params)
-        request.parameters.emplace(name, value);
-    for (const auto &[name, value] : from.headers)
-        request.headers.add(name, value);
-    request.peerAddress = from.remote_addr;
-    request.peerPort = from.remote_port;
-    request.localPort = localPort;
-    request.id = randomUuid();
-    return request;
-}
-
-void send(Response &&from, httplib::Response &to)
-{
-    to.status = from.status;
-    const std::string type = from.headers.value("Content-Type");
-    for (const auto &[name, value] : from.headers) {
-        if (name != "Content-Type")
-            to.set_header(name.c_str(), value);
-    }
-    if (from.stream) {
-        to.set_chunked_content_provider(
-            type, [stream = std::move(from.stream)](std::size_t, httplib::DataSink &sink) {
-                BodySink body{[&sink](std::string_view bytes) {
-                                  return sink.write(bytes.data(), bytes.size());
-                              },
-                              [&sink] { sink.done(); }};
-                return stream(body);
-            });
-    } else if (!type.empty()) {
-        to.set_content(std::move(from.body), type.c_str());
-    }
-}
-
-/// Reads a request body of up to @p limit bytes. False, with a 413 or 400 reply, when that fails.
-/// A longer body is read to its end, because the client reads the reply only then.
-bool readBody(const httplib::ContentReader &reader, const httplib::Response &to, std::size_t limit,
-              std::string &body, Response &response)
-{
-    bool isTooLong = false;
-    const bool complete = reader([&](const char *data, std::size_t length) {
-        isTooLong = isTooLong || body.size() + length > limit;
-        if (isTooLong)
-            std::string().swap(body);
-        else
-            body.append(data, length);
-        return true;
-    });
-    if (complete && !isTooLong)
-        return true;
-    // The library itself sets 413 when Content-Length exceeds the limit of all routes.
-    isTooLong = isTooLong || to.status == 413;
-    replyError(response, isTooLong ? 413 : 400,
-               isTooLong ? "the body is too long" : "the body could not be read");
-    return false;
+    HttpLimits limits;
+    limits.idle = config.timing.idle;
+    limits.connections = config.limits.connections;
+    return limits;
 }
 
 } // namespace
@@ -91,83 +32,37 @@ BackendServer::BackendServer(Config config, Database &database, const PasswordHa
     , m_uploads(m_services)
     , m_pages(m_services)
     , m_account(m_services)
+    , m_http({m_router, m_services.loops, m_services.workers, m_services.passwordWorkers,
+              m_services.metrics, limitsOf(m_services.config)})
 {
     hasher.verifyNobody("");
-    configure();
     registerRoutes();
 }
 
-void BackendServer::configure()
+BackendServer::~BackendServer()
 {
-    const std::size_t threads = m_services.config.server.threads;
-    m_server.new_task_queue = [threads] { return new httplib::ThreadPool(threads); };
-    // One request per connection: an idle kept-alive connection would occupy a thread, and the
-    // unread body of a rejected request could be parsed as the next request.
-    m_server.set_keep_alive_max_count(1);
-    m_server.set_read_timeout(readTimeout);
-    m_server.set_write_timeout(writeTimeout);
-    m_server.set_tcp_nodelay(true);
-    m_server.set_payload_max_length(
-        std::max(m_services.config.limits.queryBytes, m_services.config.limits.logBytes));
-    // The library's default (SO_REUSEPORT) lets two servers share a port.
-    m_server.set_socket_options([](socket_t socket) {
-        const int yes = 1;
-        ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
-    });
-    m_server.set_default_headers({{"X-Content-Type-Options", "nosniff"},
-                                  {"Referrer-Policy", "same-origin"},
-                                  {"Cross-Origin-Resource-Policy", "same-origin"}});
-    m_server.set_exception_handler(
-        [](const httplib::Request &, httplib::Response &response, std::exception_ptr problem) {
-            std::string reason = "unknown";
-            try {
-                std::rethrow_exception(problem);
-            } catch (const DatabaseError &error) {
-                reason = error.what();
-            } catch (const std::exception &error) {
-                reason = typeid(error).name();
-            } catch (...) {
-                reason = "not an exception object";
-            }
-            Log::event("[BackendServer] ERROR: request failed: " + reason);
-            Response reply;
-            replyError(reply, 500, "internal error");
-            send(std::move(reply), response);
-        });
-    m_server.set_error_handler([](const httplib::Request &, httplib::Response &response) {
-        if (!response.body.empty())
-            return;
-        Response reply;
-        replyError(reply, response.status, "HTTP " + std::to_string(response.status));
-        send(std::move(reply), response);
-    });
+    if (!m_isStopped)
+        stop();
 }
 
 void BackendServer::page(const std::string &path, Handler handler)
 {
-    m_server.Get(path, [this, handler = std::move(handler)](const httplib::Request &from,
-                                                            httplib::Response &to) {
-        const Request request = requestOf(from, m_port);
-        Response response;
-        if (m_guard.hostAllowed(request, response))
-            handler(request, response);
-        send(std::move(response), to);
-    });
+    m_router.get(path,
+                 [this, handler = std::move(handler)](const Request &request, Response &response) {
+                     if (m_guard.hostAllowed(request, response))
+                         handler(request, response);
+                 });
 }
 
-void BackendServer::post(const std::string &path, std::size_t limit, Handler handler)
+void BackendServer::post(const std::string &path, std::size_t limit, Handler handler, Lane lane)
 {
-    m_server.Post(path, [this, limit, handler = std::move(handler)](
-                            const httplib::Request &from, httplib::Response &to,
-                            const httplib::ContentReader &reader) {
-        Request request = requestOf(from, m_port);
-        Response response;
-        const bool isRead = readBody(reader, to, limit, request.body, response);
-        if (isRead && m_guard.hostAllowed(request, response) &&
-            m_guard.originAllowed(request, response))
-            handler(request, response);
-        send(std::move(response), to);
-    });
+    m_router.post(
+        path, limit,
+        [this, handler = std::move(handler)](const Request &request, Response &response) {
+            if (m_guard.hostAllowed(request, response) && m_guard.originAllowed(request, response))
+                handler(request, response);
+        },
+        lane);
 }
 
 void BackendServer::registerRoutes()
@@ -214,14 +109,11 @@ void BackendServer::registerRoutes()
 tl::expected<int, std::string> BackendServer::bind()
 {
     const ServerSettings &server = m_services.config.server;
-    if (server.port == 0) {
-        m_port = m_server.bind_to_any_port(server.host);
-    } else {
-        m_port = m_server.bind_to_port(server.host, server.port) ? server.port : -1;
-    }
-    if (m_port <= 0)
+    const auto port = m_http.listen(server.host, server.port);
+    if (!port)
         return tl::make_unexpected("cannot listen on " + server.host + " port " +
                                    std::to_string(server.port) + ": is it taken?");
+    m_port = *port;
     return m_port;
 }
 
@@ -243,20 +135,25 @@ std::string BackendServer::models() const
 
 void BackendServer::run()
 {
-    m_server.listen_after_bind();
-    m_finished = true;
+    m_stopped.get_future().wait();
 }
 
 void BackendServer::stop()
 {
+    m_isStopped = true;
     m_services.stopping.requestStop();
     m_account.stop();
+    m_http.beginStop();
     if (!m_services.streams.waitForNone(m_services.config.timing.stopGrace))
         Log::event("[BackendServer] WARNING: some answers did not end in time");
-    // httplib::Server::stop() has no effect before its loop runs.
-    while (!m_server.is_running() && !m_finished)
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    m_server.stop();
+    m_http.closeAll();
+    m_services.workers.stop();
+    m_services.passwordWorkers.stop();
+    m_services.answerWorkers.stop();
+    // Takes the replies of the last handlers, whose connections are closed.
+    m_http.closeAll();
+    m_services.loops.stop();
+    m_stopped.set_value();
 }
 
 } // namespace quellora::server

@@ -2,46 +2,50 @@
 
 #include "http/AccountRoutes.h"
 #include "http/AuthRoutes.h"
-#include "http/Message.h"
+#include "http/HttpServer.h"
 #include "http/PageRoutes.h"
 #include "http/QueryRoutes.h"
 #include "http/Services.h"
 #include "http/UploadRoutes.h"
 
-#include <httplib.h>
 #include <tl/expected.hpp>
 
-#include <atomic>
+#include <future>
 #include <string>
 
 namespace quellora::server {
 
-/// The HTTP server with all its routes. Call bind(), then run() on its own thread; stop() from any
-/// other thread ends running answers and makes run() return.
+/// The HTTP server with all its routes. It serves from bind() on, on threads of its own; run()
+/// waits until stop() was called.
 class BackendServer
 {
 public:
     BackendServer(Config config, Database &database, const PasswordHasher &hasher,
                   const Clock &clock, OwnUserCheck ownUser = {});
+    /// Stops the server if stop() was not called.
+    ~BackendServer();
+    BackendServer(const BackendServer &) = delete;
+    BackendServer &operator=(const BackendServer &) = delete;
 
-    /// Starts listening. Returns the port, or why it failed.
+    /// Starts listening and serving. Returns the port, or why it failed.
     tl::expected<int, std::string> bind();
     /// "http://host:port", once bound.
     std::string address() const;
     /// The ids of the models on offer and the default one, for the log.
     std::string models() const;
-    /// Serves until stop().
+    /// Returns once stop() has ended everything.
     void run();
+    /// Ends running answers, within the configured grace, and all threads. To be called once, from
+    /// any thread.
     void stop();
 
 private:
-    using Handler = std::function<void(const Request &, Response &)>;
-    void configure();
     void registerRoutes();
     /// Serves GET and HEAD of @p path.
     void page(const std::string &path, Handler handler);
     /// Serves POST of @p path with a body of at most @p limit bytes.
-    void post(const std::string &path, std::size_t limit, Handler handler);
+    void post(const std::string &path, std::size_t limit, Handler handler,
+              Lane lane = Lane::Requests);
 
     Services m_services;
     RequestGuard m_guard;
@@ -50,9 +54,11 @@ private:
     UploadRoutes m_uploads;
     PageRoutes m_pages;
     AccountRoutes m_account;
-    httplib::Server m_server;
+    Router m_router;
+    HttpServer m_http;
     int m_port = 0;
-    std::atomic<bool> m_finished{false};
+    bool m_isStopped = false;
+    std::promise<void> m_stopped;
 };
 
 } // namespace quellora::server

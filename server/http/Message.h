@@ -1,8 +1,8 @@
 #pragma once
 
 #include <cstddef>
-#include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -10,6 +10,8 @@
 #include <vector>
 
 namespace quellora::server {
+
+class ResponseStream;
 
 /// The fields of an HTTP head, in their order. Names are compared without regard to case; a name
 /// may stand several times.
@@ -55,24 +57,14 @@ struct Request
     std::optional<std::string> parameter(const std::string &name) const;
 };
 
-/// Takes the pieces of a streamed body. Called from the thread that writes them.
-struct BodySink
-{
-    /// Returns whether the client is still connected.
-    std::function<bool(std::string_view bytes)> write;
-    /// Ends the body.
-    std::function<void()> done;
-};
-
-/// The reply to a request. A plain value; a handler fills it in.
+/// The reply to a request; a handler fills it in.
 struct Response
 {
     int status = 200;
     HeaderFields headers;
     std::string body;
-    /// Replaces `body` by one that is written as it grows: called again and again until it ends the
-    /// body or returns false. Empty for a reply that is complete.
-    std::function<bool(BodySink &sink)> stream;
+    /// Replaces all of the above by a reply that grows; null for a reply that is complete.
+    std::shared_ptr<ResponseStream> stream;
 
     /// Sets body and type.
     void setBody(std::string content, const std::string &type);

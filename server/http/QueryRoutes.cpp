@@ -108,15 +108,10 @@ void QueryRoutes::query(const Request &request, Response &response) const
         question.connectPage = "http://" + request.header("Host") + "/account";
     Log::event("[QueryRoutes] Query from account " + std::to_string(account->id) + " to model \"" +
                model.id + "\", picture: " + (question.jpeg.empty() ? "no" : "yes"));
-    const auto stream = std::make_shared<QueryStream>(m_services, *account, std::move(model),
-                                                      std::move(question), std::move(slot));
-    if (!stream->open(response))
-        return;
-    response.status = 200;
-    response.headers.set("Cache-Control", "no-store");
-    response.headers.set("X-Accel-Buffering", "no");
-    response.headers.set("Content-Type", "text/event-stream");
-    response.stream = [stream](BodySink &sink) { return stream->pump(sink); };
+    const std::size_t promptBytes = question.prompt.size();
+    response.stream = std::make_shared<QueryStream>(
+        m_services, AnswerAccounting(m_services, *account, model.id, promptBytes),
+        model.usedFallback, model.answer(std::move(question)), std::move(slot), request.id);
 }
 
 } // namespace quellora::server

@@ -22,6 +22,12 @@ void replyRateLimited(Response &response, std::chrono::seconds wait)
     replyJson(response, 429, compactJson({{"resetInSeconds", wait.count()}}));
 }
 
+void replyOverloaded(Response &response, std::chrono::seconds wait)
+{
+    response.headers.set("Retry-After", std::to_string(wait.count()));
+    replyError(response, 503, "the server has too much to do");
+}
+
 void replySpent(Response &response, std::int64_t tokensRemaining)
 {
     replyJson(response, 429, compactJson({{"tokensRemaining", tokensRemaining}}));

@@ -15,6 +15,8 @@ void replyJson(Response &response, int status, const std::string &json);
 void replyError(Response &response, int status, const std::string &text);
 /// 429 that asks to wait.
 void replyRateLimited(Response &response, std::chrono::seconds wait);
+/// 503 of a server that has too much to do.
+void replyOverloaded(Response &response, std::chrono::seconds wait);
 /// 429 for a spent allowance.
 void replySpent(Response &response, std::int64_t tokensRemaining);
 

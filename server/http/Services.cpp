@@ -1,16 +1,19 @@
 #include "http/Services.h"
 
+#include <algorithm>
+#include <thread>
+
 namespace quellora::server {
 namespace {
 
 using std::chrono::seconds;
 constexpr int uploadsPerMinute = 120;
 
-/// How many threads streams may occupy; the others remain free for short requests.
-int streamThreads(std::size_t threads)
-{
-    return static_cast<int>(threads - threads / 4);
-}
+/// How many requests may wait for each worker.
+constexpr std::size_t queuePerWorker = 32;
+/// As many as the hasher lets run at a time.
+constexpr std::size_t passwordThreads = 2;
+constexpr std::size_t answerThreads = 4;
 
 } // namespace
 
@@ -18,6 +21,10 @@ Services::Services(Config settings, Database &database, const PasswordHasher &ha
                    const Clock &wallClock, OwnUserCheck ownUserCheck)
     : config(std::move(settings))
     , clock(wallClock)
+    , loops(std::max(1U, std::thread::hardware_concurrency()))
+    , workers(config.server.threads, config.server.threads * queuePerWorker)
+    , passwordWorkers(passwordThreads, passwordThreads * queuePerWorker)
+    , answerWorkers(answerThreads, answerThreads * queuePerWorker)
     , accounts(database, hasher, wallClock)
     , sessions(database, wallClock, config.security.sessionLifetime,
                config.security.handoverLifetime)
@@ -30,7 +37,7 @@ Services::Services(Config settings, Database &database, const PasswordHasher &ha
     , loginFailures(wallClock, config.limits.loginFailures, config.limits.loginWindow)
     , authRate(wallClock, config.limits.authRequestsPerMinute, seconds(60))
     , uploadRate(wallClock, uploadsPerMinute, seconds(60))
-    , streams(config.limits.concurrentQueries, streamThreads(config.server.threads))
+    , streams(config.limits.concurrentQueries, config.limits.runningAnswers)
 {}
 
 } // namespace quellora::server

@@ -1,11 +1,14 @@
 #pragma once
 
 #include "base/Clock.h"
+#include "base/Metrics.h"
 #include "base/Stop.h"
+#include "base/WorkerPool.h"
 #include "config/Config.h"
 #include "http/Message.h"
 #include "http/RateLimiter.h"
 #include "http/StreamSlots.h"
+#include "model/EventLoop.h"
 #include "model/ModelCatalog.h"
 #include "store/Accounts.h"
 #include "store/Sessions.h"
@@ -28,6 +31,14 @@ struct Services
 
     Config config;
     const Clock &clock;
+    Metrics metrics;
+    EventLoops loops;
+    /// For requests.
+    WorkerPool workers;
+    /// For requests that check a password, which takes a while and much memory.
+    WorkerPool passwordWorkers;
+    /// For answers that are made on this machine.
+    WorkerPool answerWorkers;
     Accounts accounts;
     Sessions sessions;
     UsageLedger usage;

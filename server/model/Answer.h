@@ -1,15 +1,18 @@
 #pragma once
 
-#include "base/Stop.h"
 #include "store/UsageLedger.h"
 
 #include <chrono>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 
 namespace quellora::server {
+
+class EventLoop;
+class WorkerPool;
 
 /// One question for a model.
 struct ModelRequest
@@ -63,7 +66,9 @@ struct AnswerOutcome
         /// Refused, unreachable, malformed, interrupted or stalled; reason says which.
         Failed,
         /// Stopped by the server or the client.
-        Cancelled
+        Cancelled,
+        /// Not begun, because this machine has too much to do; retryAfter says when to ask again.
+        Overloaded
     };
 
     Kind kind = Kind::Failed;
@@ -84,12 +89,45 @@ struct AnswerOutcome
     }
 };
 
-/// Receives pieces of answer text in order; returns false when no more is wanted.
-using TextSink = std::function<bool(std::string_view text)>;
+/// Receives one answer, on the loop that it runs on. No call comes from inside the function that
+/// starts the answer, from resume() or from the answer's destructor.
+class AnswerSink
+{
+public:
+    virtual ~AnswerSink() = default;
+    /// A piece of text. The answer may be paused here but not destroyed.
+    virtual void answerGrows(std::string_view text) = 0;
+    /// The last call; the answer may be destroyed in it.
+    virtual void answerEnds(const AnswerOutcome &outcome) = 0;
+};
 
-/// Answers one question. Blocks its thread until the answer has ended, may run on several threads
-/// at once, and returns soon after @p stop is requested.
-using AnswerFunction =
-    std::function<AnswerOutcome(const ModelRequest &request, const TextSink &sink, StopToken stop)>;
+/// An answer under way. To be used on its loop only. Its destruction cancels it, down to the
+/// connection to the provider, without a further call.
+class RunningAnswer
+{
+public:
+    virtual ~RunningAnswer() = default;
+    /// Asks for no more text until resume(). A few kilobytes may still come.
+    virtual void pause() = 0;
+    virtual void resume() = 0;
+};
+
+/// Where an answer runs.
+struct AnswerPlace
+{
+    /// Its callbacks and connections.
+    EventLoop &loop;
+    /// Work that blocks.
+    WorkerPool &workers;
+};
+
+/// Starts an answer on the loop of @p place, in whose thread it must be called. The sink must
+/// outlive the answer. Each call is a new attempt at the same question.
+using AnswerStart =
+    std::function<std::unique_ptr<RunningAnswer>(AnswerSink &sink, const AnswerPlace &place)>;
+
+/// Makes a question ready to be sent. That may take milliseconds for a large picture, so it belongs
+/// on a worker. Callable from several threads at once.
+using AnswerSource = std::function<AnswerStart(ModelRequest request)>;
 
 } // namespace quellora::server

@@ -25,7 +25,7 @@ ModelCatalog::ModelCatalog(const Config &config, const std::vector<Connection> &
 void ModelCatalog::addConfigured(const Config &config)
 {
     for (const ConfiguredProvider &provider : config.providers) {
-        AnswerFunction answer;
+        AnswerSource answer;
         for (const ModelSettings &model : config.models) {
             if (model.provider != provider.name)
                 continue;
@@ -50,7 +50,7 @@ void ModelCatalog::addConnected(const Config &config, const Connection &connecti
     UpstreamSettings settings;
     settings.baseUrl = connection.baseUrl;
     settings.apiKey = connection.apiKey;
-    const AnswerFunction answer = provider->connector->makeAnswer(settings, config.timing);
+    const AnswerSource answer = provider->connector->makeAnswer(settings, config.timing);
     for (const ConnectedModel &model : connection.models) {
         add({model.name, model.title, connection.title, model.name, connection.provider,
              hostOfUrl(connection.baseUrl)},
@@ -58,7 +58,7 @@ void ModelCatalog::addConnected(const Config &config, const Connection &connecti
     }
 }
 
-void ModelCatalog::add(ModelSettings model, AnswerFunction answer)
+void ModelCatalog::add(ModelSettings model, AnswerSource answer)
 {
     const std::string wanted = model.id;
     for (int copy = 1; m_answers.count(model.id) > 0; ++copy)

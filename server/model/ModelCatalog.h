@@ -13,7 +13,7 @@ namespace quellora::server {
 /// The model that answers a query.
 struct ChosenModel
 {
-    AnswerFunction answer;
+    AnswerSource answer;
     std::string upstreamName;
     std::string id;
     /// The query named another model, which does not exist.
@@ -40,12 +40,12 @@ public:
     ChosenModel choose(const std::optional<std::string> &id) const;
 
 private:
-    void add(ModelSettings model, AnswerFunction answer);
+    void add(ModelSettings model, AnswerSource answer);
     void addConfigured(const Config &config);
     void addConnected(const Config &config, const Connection &connection);
 
     std::vector<ModelSettings> m_models;
-    std::map<std::string, AnswerFunction> m_answers;
+    std::map<std::string, AnswerSource> m_answers;
     std::string m_default;
     bool m_lacksModel = false;
 };

@@ -2,15 +2,15 @@
 
 #include "base/JsonAccess.h"
 #include "base/Text.h"
+#include "model/EventLoop.h"
 #include "model/EventStreamReader.h"
 #include "model/ProviderWords.h"
 
-#include <httplib.h>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/steady_timer.hpp>
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
-#include <thread>
 #include <utility>
 
 namespace quellora::server {
@@ -20,263 +20,271 @@ constexpr std::int64_t defaultRetrySeconds = 30;
 constexpr std::int64_t longestRetrySeconds = 3600;
 /// How much of an error's body is read for its message.
 constexpr std::size_t errorBytes = 16U * 1024U;
+/// How long the end of a reply is awaited after its last event.
+constexpr std::chrono::milliseconds endGrace(100);
 
 /// Retry-After in seconds. The date form and unreadable values count as absent.
-std::chrono::seconds retryAfter(const httplib::Response &response)
+std::chrono::seconds retryAfter(const std::string &value)
 {
-    const auto seconds = parseCount(trimmed(response.get_header_value("Retry-After")));
+    const auto seconds = parseCount(value);
     return std::chrono::seconds(
         std::clamp<std::int64_t>(seconds.value_or(defaultRetrySeconds), 1, longestRetrySeconds));
 }
 
-/// Closes the client's socket once a stop is requested, which ends a read that waits for the
-/// provider. Repeats this, because the socket may be opened after the stop request.
-class Canceller
-{
-public:
-    Canceller(httplib::Client &client, StopToken stop)
-        : m_stop(std::move(stop)), m_thread([this, &client] { run(client); })
-    {}
-    ~Canceller()
-    {
-        m_finished = true;
-        m_stop.wake();
-        m_thread.join();
-    }
-    Canceller(const Canceller &) = delete;
-    Canceller &operator=(const Canceller &) = delete;
-
-private:
-    void run(httplib::Client &client)
-    {
-        const auto finished = [this] { return m_finished.load(); };
-        m_stop.waitForStop(finished);
-        while (!m_finished) {
-            client.stop();
-            m_stop.waitFor(std::chrono::milliseconds(50), finished);
-        }
-    }
-
-    StopToken m_stop;
-    std::atomic<bool> m_finished = false;
-    std::thread m_thread;
-};
-
-AnswerOutcome outcomeOfStatus(const httplib::Response &response, const std::string &body)
+AnswerOutcome outcomeOfStatus(int status, const std::string &body, std::chrono::seconds wait)
 {
     using Kind = UpstreamProblem::Kind;
-    const UpstreamProblem problem{Kind::Refused, response.status, providerWords(body)};
-    if (response.status == 429) {
+    const UpstreamProblem problem{Kind::Refused, status, providerWords(body)};
+    if (status == 429) {
         AnswerOutcome outcome;
         outcome.kind = AnswerOutcome::Kind::RateLimited;
-        outcome.retryAfter = retryAfter(response);
+        outcome.retryAfter = wait;
         outcome.reason = "the provider limits the rate";
         outcome.problem = problem;
         return outcome;
     }
-    if (response.status == 401 || response.status == 403)
-        return AnswerOutcome::failed("the provider refused the API key (HTTP " +
-                                         std::to_string(response.status) + ")",
-                                     problem);
-    return AnswerOutcome::failed("the provider answered HTTP " + std::to_string(response.status),
-                                 problem);
+    if (status == 401 || status == 403)
+        return AnswerOutcome::failed(
+            "the provider refused the API key (HTTP " + std::to_string(status) + ")", problem);
+    return AnswerOutcome::failed("the provider answered HTTP " + std::to_string(status), problem);
 }
 
-/// What a failed transfer of at most @p silence without a byte means.
-UpstreamProblem problemOf(httplib::Error error, std::chrono::steady_clock::duration lastSilence,
-                          std::chrono::milliseconds silence)
+UpstreamProblem problemOf(const TransferEnd &end)
 {
     using Kind = UpstreamProblem::Kind;
-    switch (error) {
-    case httplib::Error::Connection:
-    case httplib::Error::SSLConnection:
+    switch (end.kind) {
+    case TransferEnd::Kind::Address:
+        return {Kind::Address};
+    case TransferEnd::Kind::Unreachable:
         return {Kind::Unreachable};
-    case httplib::Error::SSLLoadingCerts:
-    case httplib::Error::SSLServerVerification:
+    case TransferEnd::Kind::Certificate:
         return {Kind::Certificate};
-    case httplib::Error::ConnectionTimeout:
+    case TransferEnd::Kind::Silent:
         return {Kind::Silent};
     default:
-        return {lastSilence >= silence ? Kind::Silent : Kind::Interrupted};
+        return {Kind::Interrupted};
     }
 }
 
-/// A base address split for the HTTP library.
-struct Upstream
+std::string joined(std::string baseUrl, const std::string &path)
 {
-    std::string server;
-    std::string prefix;
+    while (!baseUrl.empty() && baseUrl.back() == '/')
+        baseUrl.pop_back();
+    return baseUrl + path;
+}
 
-    explicit Upstream(std::string baseUrl)
+/// The provider's answer to one attempt.
+class StreamedAnswer : public RunningAnswer, private TransferReceiver
+{
+public:
+    StreamedAnswer(AnswerSink &sink, std::unique_ptr<AnswerEvents> events, EventLoop &loop,
+                   TransferRequest request)
+        : m_sink(&sink)
+        , m_events(std::move(events))
+        , m_reader([this](std::string_view data) { return takeEvent(data); })
+        , m_grace(loop.context())
+        , m_transfer(loop.transfers().start(std::move(request), *this))
+    {}
+
+    void pause() override
     {
-        while (!baseUrl.empty() && baseUrl.back() == '/')
-            baseUrl.pop_back();
-        const std::size_t path =
-            std::min(baseUrl.find('/', baseUrl.find("://") + 3), baseUrl.size());
-        server = baseUrl.substr(0, path);
-        prefix = baseUrl.substr(path);
+        if (m_transfer)
+            m_transfer->pause();
     }
-    /// The library throws for other schemes.
-    bool isHttp() const
+    void resume() override
     {
-        return server.rfind("http://", 0) == 0 || server.rfind("https://", 0) == 0;
+        if (m_transfer)
+            m_transfer->resume();
     }
+
+private:
+    void replyBegins(int status, const Headers &headers) override
+    {
+        m_status = status;
+        const auto field = std::find_if(headers.begin(), headers.end(), [](const auto &header) {
+            return header.first == "retry-after";
+        });
+        m_retryAfter = retryAfter(field == headers.end() ? "" : field->second);
+    }
+
+    bool replyGrows(std::string_view bytes) override
+    {
+        if (m_status != 200) {
+            m_errorBody.append(bytes.substr(0, errorBytes - m_errorBody.size()));
+            return m_errorBody.size() < errorBytes;
+        }
+        // What follows the last event is of no use, but a reply read to its end leaves a
+        // connection for the next question.
+        if (m_step == StreamStep::Finished || m_reader.feed(bytes))
+            return true;
+        m_isTooLong = m_step == StreamStep::Continue;
+        if (m_step == StreamStep::Finished)
+            awaitEnd();
+        return m_step == StreamStep::Finished;
+    }
+
+    void transferEnds(const TransferEnd &end) override
+    {
+        if (end.kind == TransferEnd::Kind::Complete && m_status == 200 &&
+            m_step == StreamStep::Continue)
+            m_reader.finish();
+        AnswerOutcome outcome = outcomeOf(end);
+        outcome.tokens = m_events->tokens();
+        // This object may be destroyed in the call.
+        m_sink->answerEnds(outcome);
+    }
+
+    bool takeEvent(std::string_view data)
+    {
+        m_step = m_events->read(data, [this](std::string_view text) { m_sink->answerGrows(text); });
+        if (m_step == StreamStep::Broken || m_step == StreamStep::RateLimited)
+            m_brokenEvent = data;
+        return m_step == StreamStep::Continue;
+    }
+
+    void awaitEnd()
+    {
+        m_grace.expires_after(endGrace);
+        m_grace.async_wait([this, alive = std::weak_ptr(m_alive)](const auto &error) {
+            if (error || alive.expired())
+                return;
+            m_transfer.reset();
+            transferEnds({TransferEnd::Kind::Complete});
+        });
+    }
+
+    AnswerOutcome outcomeOf(const TransferEnd &end) const
+    {
+        using Kind = UpstreamProblem::Kind;
+        AnswerOutcome outcome;
+        if (m_step == StreamStep::Finished) {
+            outcome.kind = AnswerOutcome::Kind::Complete;
+        } else if (m_step == StreamStep::RateLimited) {
+            outcome.kind = AnswerOutcome::Kind::RateLimited;
+            outcome.retryAfter = std::chrono::seconds(defaultRetrySeconds);
+            outcome.reason = "the provider limits the rate";
+            outcome.problem = {Kind::Refused, 429, providerWords(m_brokenEvent)};
+        } else if (m_status > 0 && m_status != 200) {
+            outcome = outcomeOfStatus(m_status, m_errorBody, m_retryAfter);
+        } else if (m_step == StreamStep::Broken) {
+            outcome.reason = "the provider reported an error in its stream";
+            outcome.problem = parsedObject(m_brokenEvent)
+                                  ? UpstreamProblem{Kind::Refused, 0, providerWords(m_brokenEvent)}
+                                  : UpstreamProblem{Kind::Malformed};
+        } else if (m_isTooLong) {
+            outcome.reason = "the provider sent an event that is too long";
+            outcome.problem = {Kind::TooLong};
+        } else if (end.kind != TransferEnd::Kind::Complete) {
+            outcome.reason = end.reason;
+            outcome.problem = problemOf(end);
+        } else {
+            outcome.reason = "the provider's stream ended early";
+            outcome.problem = {Kind::Malformed};
+        }
+        if (outcome.kind == AnswerOutcome::Kind::Failed && m_events->isWhole())
+            outcome.kind = AnswerOutcome::Kind::Complete;
+        return outcome;
+    }
+
+    AnswerSink *m_sink;
+    std::unique_ptr<AnswerEvents> m_events;
+    EventStreamReader m_reader;
+    StreamStep m_step = StreamStep::Continue;
+    std::string m_brokenEvent;
+    std::string m_errorBody;
+    /// 0 before the reply has begun.
+    int m_status = 0;
+    std::chrono::seconds m_retryAfter{0};
+    bool m_isTooLong = false;
+    boost::asio::steady_timer m_grace;
+    std::shared_ptr<bool> m_alive = std::make_shared<bool>();
+    std::unique_ptr<Transfer> m_transfer;
 };
 
-void prepare(httplib::Client &client, std::chrono::milliseconds connect,
-             std::chrono::milliseconds silence)
+/// Collects a small document for another thread.
+class Document : public TransferReceiver
 {
-    client.set_connection_timeout(connect);
-    client.set_read_timeout(silence);
-    client.set_write_timeout(silence);
-    client.set_keep_alive(false);
-    client.set_tcp_nodelay(true);
-}
+public:
+    Document(std::size_t limit, const StopToken &stop) : m_limit(limit), m_stop(stop) {}
+
+    void replyBegins(int code, const Headers &) override { status = code; }
+    bool replyGrows(std::string_view bytes) override
+    {
+        isTooLong = body.size() + bytes.size() > m_limit;
+        if (!isTooLong)
+            body += bytes;
+        return !isTooLong;
+    }
+    void transferEnds(const TransferEnd &how) override
+    {
+        end = how;
+        m_isOver = true;
+        m_stop.wake();
+    }
+    /// Waits until the transfer has ended or the stop; then nothing changes any more once the
+    /// transfer is destroyed.
+    void wait() const
+    {
+        m_stop.waitForStop([this] { return m_isOver.load(); });
+    }
+
+    int status = 0;
+    std::string body;
+    bool isTooLong = false;
+    TransferEnd end;
+
+private:
+    std::size_t m_limit;
+    const StopToken &m_stop;
+    std::atomic<bool> m_isOver{false};
+};
 
 } // namespace
 
 tl::expected<std::string, UpstreamProblem>
-getDocument(const std::string &baseUrl, const std::string &path, const Headers &headers,
-            const DocumentLimits &limits, const StopToken &stop)
+getDocument(EventLoop &loop, const std::string &baseUrl, const std::string &path,
+            const Headers &headers, const DocumentLimits &limits, const StopToken &stop)
 {
     using Kind = UpstreamProblem::Kind;
-    const Upstream upstream(baseUrl);
-    if (!upstream.isHttp())
-        return tl::make_unexpected(UpstreamProblem{Kind::Address});
-    httplib::Client client(upstream.server);
-    if (!client.is_valid())
-        return tl::make_unexpected(UpstreamProblem{Kind::Address});
-    prepare(client, limits.connect, limits.total);
-
-    httplib::Request request;
-    request.method = "GET";
-    request.path = upstream.prefix + path;
-    for (const auto &[name, value] : headers)
-        request.headers.emplace(name, value);
-    request.headers.emplace("Accept", "application/json");
-    std::string body;
-    int status = 0;
-    bool isTooLong = false;
-    request.response_handler = [&](const httplib::Response &response) {
-        status = response.status;
-        return true;
-    };
-    request.content_receiver = [&](const char *data, std::size_t length, auto, auto) {
-        isTooLong = body.size() + length > limits.bytes;
-        if (!isTooLong)
-            body.append(data, length);
-        return !isTooLong;
-    };
+    TransferRequest request;
+    request.url = joined(baseUrl, path);
+    request.headers = headers;
+    request.headers.emplace_back("Accept", "application/json");
+    request.connect = limits.connect;
+    request.silence = limits.total;
     const StopToken limited = stop.before(std::chrono::steady_clock::now() + limits.total);
-    const httplib::Result result = [&] {
-        const Canceller canceller(client, limited);
-        return client.send(request);
-    }();
-    if (status > 0 && status != 200)
-        return tl::make_unexpected(UpstreamProblem{Kind::Refused, status, providerWords(body)});
-    if (isTooLong)
+    Document document(limits.bytes, limited);
+    std::unique_ptr<Transfer> transfer;
+    loop.postAndWait([&] { transfer = loop.transfers().start(std::move(request), document); });
+    document.wait();
+    loop.postAndWait([&] { transfer.reset(); });
+    if (document.status > 0 && document.status != 200)
+        return tl::make_unexpected(
+            UpstreamProblem{Kind::Refused, document.status, providerWords(document.body)});
+    if (document.isTooLong)
         return tl::make_unexpected(UpstreamProblem{Kind::TooLong});
     if (limited.expired())
         return tl::make_unexpected(UpstreamProblem{Kind::Silent});
-    if (!result)
-        return tl::make_unexpected(problemOf(result.error(), {}, limits.total));
-    return body;
+    if (document.end.kind != TransferEnd::Kind::Complete)
+        return tl::make_unexpected(problemOf(document.end));
+    return std::move(document.body);
 }
 
-AnswerOutcome postForEvents(const std::string &baseUrl, const std::string &path,
-                            const Headers &headers, const std::string &body,
-                            const TimingSettings &timing, const EventHandler &onEvent,
-                            const StopToken &stop)
+AnswerStart streamedAnswer(ProviderRequest request,
+                           std::function<std::unique_ptr<AnswerEvents>()> makeEvents)
 {
-    using Kind = UpstreamProblem::Kind;
-    const AnswerOutcome unusable =
-        AnswerOutcome::failed("the provider's address cannot be used", {Kind::Address});
-    const Upstream upstream(baseUrl);
-    if (!upstream.isHttp())
-        return unusable;
-    httplib::Client client(upstream.server);
-    if (!client.is_valid())
-        return unusable;
-    prepare(client, timing.connect, timing.stall);
-
-    StreamStep step = StreamStep::Continue;
-    std::string brokenEvent;
-    EventStreamReader reader([&](std::string_view data) {
-        step = onEvent(data);
-        if (step == StreamStep::Broken || step == StreamStep::RateLimited)
-            brokenEvent = data;
-        return step == StreamStep::Continue;
-    });
-    bool tooLong = false;
-    // Status and headers as soon as they have arrived; status -1 before.
-    httplib::Response response;
-    std::string errorBody;
-    auto lastByte = std::chrono::steady_clock::now();
-
-    httplib::Request request;
-    request.method = "POST";
-    request.path = upstream.prefix + path;
-    request.body = body;
-    for (const auto &[name, value] : headers)
-        request.headers.emplace(name, value);
-    request.headers.emplace("Content-Type", "application/json");
-    request.headers.emplace("Accept", "text/event-stream");
-    request.response_handler = [&](const httplib::Response &head) {
-        response.headers = head.headers;
-        response.status = head.status;
-        lastByte = std::chrono::steady_clock::now();
-        return !stop.stopRequested();
-    };
-    request.content_receiver = [&](const char *data, std::size_t length, auto, auto) {
-        if (stop.stopRequested())
-            return false;
-        lastByte = std::chrono::steady_clock::now();
-        if (response.status != 200) {
-            errorBody.append(data, std::min(length, errorBytes - errorBody.size()));
-            return errorBody.size() < errorBytes;
-        }
-        if (reader.feed(std::string_view(data, length)))
-            return true;
-        tooLong = step == StreamStep::Continue;
-        return false;
-    };
-
-    const httplib::Result result = [&] {
-        const Canceller canceller(client, stop);
-        return client.send(request);
-    }();
-    if (result && response.status == 200 && step == StreamStep::Continue)
-        reader.finish();
-
-    AnswerOutcome outcome;
-    if (step == StreamStep::Finished) {
-        outcome.kind = AnswerOutcome::Kind::Complete;
-    } else if (stop.stopRequested() || step == StreamStep::Stopped) {
-        outcome.kind = AnswerOutcome::Kind::Cancelled;
-    } else if (step == StreamStep::RateLimited) {
-        outcome.kind = AnswerOutcome::Kind::RateLimited;
-        outcome.retryAfter = std::chrono::seconds(defaultRetrySeconds);
-        outcome.reason = "the provider limits the rate";
-        outcome.problem = {Kind::Refused, 429, providerWords(brokenEvent)};
-    } else if (response.status > 0 && response.status != 200) {
-        outcome = outcomeOfStatus(response, errorBody);
-    } else if (step == StreamStep::Broken) {
-        outcome.reason = "the provider reported an error in its stream";
-        outcome.problem = parsedObject(brokenEvent)
-                              ? UpstreamProblem{Kind::Refused, 0, providerWords(brokenEvent)}
-                              : UpstreamProblem{Kind::Malformed};
-    } else if (tooLong) {
-        outcome.reason = "the provider sent an event that is too long";
-        outcome.problem = {Kind::TooLong};
-    } else if (!result) {
-        outcome.reason = "the transfer failed: " + httplib::to_string(result.error());
-        outcome.problem =
-            problemOf(result.error(), std::chrono::steady_clock::now() - lastByte, timing.stall);
-    } else {
-        outcome.reason = "the provider's stream ended early";
-        outcome.problem = {Kind::Malformed};
-    }
-    return outcome;
+    TransferRequest transfer;
+    transfer.url = joined(request.baseUrl, request.path);
+    transfer.headers = std::move(request.headers);
+    transfer.headers.emplace_back("Content-Type", "application/json");
+    transfer.headers.emplace_back("Accept", "text/event-stream");
+    transfer.body = std::make_shared<const std::string>(std::move(request.body));
+    transfer.connect = request.timing.connect;
+    transfer.silence = request.timing.stall;
+    return
+        [transfer, makeEvents = std::move(makeEvents)](AnswerSink &sink, const AnswerPlace &place) {
+            return std::make_unique<StreamedAnswer>(sink, makeEvents(), place.loop, transfer);
+        };
 }
 
 } // namespace quellora::server

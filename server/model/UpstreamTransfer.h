@@ -3,32 +3,54 @@
 #include "base/Stop.h"
 #include "config/Config.h"
 #include "model/Answer.h"
+#include "model/Transfers.h"
 
 #include <tl/expected.hpp>
 
 #include <chrono>
 #include <cstddef>
 #include <functional>
+#include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
-#include <vector>
 
 namespace quellora::server {
 
 /// What one event of a provider's stream means for the transfer.
-enum class StreamStep { Continue, Finished, Broken, RateLimited, Stopped };
+enum class StreamStep { Continue, Finished, Broken, RateLimited };
 
-using Headers = std::vector<std::pair<std::string, std::string>>;
-using EventHandler = std::function<StreamStep(std::string_view data)>;
+/// Interprets the events of one answer. Used on the answer's loop only.
+class AnswerEvents
+{
+public:
+    using Text = std::function<void(std::string_view text)>;
 
-/// Posts @p body as JSON to @p baseUrl (scheme, host, optional port and path prefix) plus @p path
-/// and passes each event of the answer to @p onEvent until one is Finished. Blocks; every failure
-/// becomes an outcome. The outcome carries no token counts.
-AnswerOutcome postForEvents(const std::string &baseUrl, const std::string &path,
-                            const Headers &headers, const std::string &body,
-                            const TimingSettings &timing, const EventHandler &onEvent,
-                            const StopToken &stop);
+    virtual ~AnswerEvents() = default;
+    /// Takes the data of one event and passes the text in it to @p text.
+    virtual StreamStep read(std::string_view data, const Text &text) = 0;
+    /// The provider's own count, once it has sent one.
+    virtual std::optional<TokenCount> tokens() const = 0;
+    /// Whether a stream that ends here holds the whole answer, although its last event is missing.
+    virtual bool isWhole() const { return false; }
+};
+
+/// A question in a provider's format.
+struct ProviderRequest
+{
+    /// Scheme, host, optional port and path prefix.
+    std::string baseUrl;
+    std::string path;
+    Headers headers;
+    /// JSON.
+    std::string body;
+    TimingSettings timing;
+};
+
+/// Posts a question and interprets the stream of events that is the answer. Every failure becomes
+/// an outcome. @p makeEvents is called for each attempt.
+AnswerStart streamedAnswer(ProviderRequest request,
+                           std::function<std::unique_ptr<AnswerEvents>()> makeEvents);
 
 /// Bounds of a small download.
 struct DocumentLimits
@@ -40,9 +62,10 @@ struct DocumentLimits
 };
 
 /// Gets @p baseUrl plus @p path; redirects are not followed, because they would carry the key to
-/// another host. Blocks until the document is complete, at most for the time of @p limits.
+/// another host. Blocks until the document is complete, at most for the time of @p limits. The
+/// transfer runs on @p loop, in whose thread this must not be called.
 tl::expected<std::string, UpstreamProblem>
-getDocument(const std::string &baseUrl, const std::string &path, const Headers &headers,
-            const DocumentLimits &limits, const StopToken &stop);
+getDocument(EventLoop &loop, const std::string &baseUrl, const std::string &path,
+            const Headers &headers, const DocumentLimits &limits, const StopToken &stop);
 
 } // namespace quellora::server

@@ -31,12 +31,10 @@ std::string requestBody(const ModelRequest &request, int maxTokens)
 }
 
 /// Interprets the events of one answer.
-class Reader
+class Reader : public AnswerEvents
 {
 public:
-    explicit Reader(const TextSink &sink) : m_sink(sink) {}
-
-    StreamStep read(std::string_view data)
+    StreamStep read(std::string_view data, const Text &text) override
     {
         const auto event = parsedObject(data);
         if (!event)
@@ -53,19 +51,18 @@ public:
                        ? StreamStep::RateLimited
                        : StreamStep::Broken;
         else if (type == "content_block_delta")
-            return takeText(memberOf(*event, "delta"));
+            takeText(memberOf(*event, "delta"), text);
         return StreamStep::Continue;
     }
 
-    std::optional<TokenCount> tokens() const { return m_tokens; }
+    std::optional<TokenCount> tokens() const override { return m_tokens; }
 
 private:
-    StreamStep takeText(const nlohmann::json &delta)
+    static void takeText(const nlohmann::json &delta, const Text &sink)
     {
         const auto text = textOf(delta, "text");
-        if (textOf(delta, "type") != "text_delta" || !text || text->empty())
-            return StreamStep::Continue;
-        return m_sink(*text) ? StreamStep::Continue : StreamStep::Stopped;
+        if (textOf(delta, "type") == "text_delta" && text && !text->empty())
+            sink(*text);
     }
 
     void takeUsage(const nlohmann::json &usage)
@@ -80,7 +77,6 @@ private:
         m_tokens = count;
     }
 
-    const TextSink &m_sink;
     std::optional<TokenCount> m_tokens;
 };
 
@@ -89,28 +85,21 @@ Headers identification(const UpstreamSettings &settings)
     return {{"x-api-key", settings.apiKey}, {"anthropic-version", "2023-06-01"}};
 }
 
-AnswerOutcome answer(const UpstreamSettings &settings, const TimingSettings &timing,
-                     const ModelRequest &request, const TextSink &sink, const StopToken &stop)
+AnswerSource answerSource(const UpstreamSettings &settings, const TimingSettings &timing)
 {
-    Reader reader(sink);
-    AnswerOutcome outcome = postForEvents(
-        settings.baseUrl, "/v1/messages", identification(settings),
-        requestBody(request, settings.maxOutputTokens), timing,
-        [&reader](std::string_view data) { return reader.read(data); }, stop);
-    outcome.tokens = reader.tokens();
-    return outcome;
-}
-
-AnswerFunction answerFunction(const UpstreamSettings &settings, const TimingSettings &timing)
-{
-    return std::bind_front(answer, settings, timing);
+    return [settings, timing](const ModelRequest &request) {
+        return streamedAnswer({settings.baseUrl, "/v1/messages", identification(settings),
+                               requestBody(request, settings.maxOutputTokens), timing},
+                              [] { return std::make_unique<Reader>(); });
+    };
 }
 
 tl::expected<std::vector<OfferedModel>, UpstreamProblem>
-listModels(const UpstreamSettings &settings, const DocumentLimits &limits, const StopToken &stop)
+listModels(EventLoop &loop, const UpstreamSettings &settings, const DocumentLimits &limits,
+           const StopToken &stop)
 {
-    return getDocument(settings.baseUrl, "/v1/models?limit=1000", identification(settings), limits,
-                       stop)
+    return getDocument(loop, settings.baseUrl, "/v1/models?limit=1000", identification(settings),
+                       limits, stop)
         .and_then(
             [](const std::string &document) { return listedModels(document, "display_name"); });
 }
@@ -132,10 +121,10 @@ ConfiguredProvider configure(TomlReader &table, const Environment &environment)
     else
         provider.models = {{settings.model, settings.model, "Anthropic"}};
     provider.makeAnswer = [settings](const Config &config) {
-        return answerFunction(settings, config.timing);
+        return answerSource(settings, config.timing);
     };
     provider.connector =
-        Connector{{{"anthropic", "Anthropic", defaultBaseUrl, true}}, listModels, answerFunction};
+        Connector{{{"anthropic", "Anthropic", defaultBaseUrl, true}}, listModels, answerSource};
     return provider;
 }
 

@@ -2,6 +2,7 @@
 
 #include "config/Config.h"
 #include "config/TomlReader.h"
+#include "model/BlockingAnswer.h"
 
 #include <algorithm>
 #include <array>
@@ -154,8 +155,8 @@ ConfiguredProvider configure(TomlReader &table, const Environment &)
     provider.models = {
         {"offline", "Offline reader", "Reads the screenshot's text on this machine"}};
     provider.makeAnswer = [settings](const Config &config) {
-        return std::bind_front(answer, std::make_shared<TextRecognizer>(settings),
-                               config.setupHint("`", "`"));
+        return answerOnWorkers(std::bind_front(answer, std::make_shared<TextRecognizer>(settings),
+                                               config.setupHint("`", "`")));
     };
     return provider;
 }

@@ -45,12 +45,10 @@ std::string requestBody(const ModelRequest &request, const UpstreamSettings &set
 }
 
 /// Interprets the events of one answer.
-class Reader
+class Reader : public AnswerEvents
 {
 public:
-    explicit Reader(const TextSink &sink) : m_sink(sink) {}
-
-    StreamStep read(std::string_view data)
+    StreamStep read(std::string_view data, const Text &sink) override
     {
         if (trimmed(data) == "[DONE]")
             return StreamStep::Finished;
@@ -63,13 +61,14 @@ public:
             return StreamStep::Continue;
         m_finishReason = m_finishReason || memberOf(choices.front(), "finish_reason").is_string();
         const auto text = textOf(memberOf(choices.front(), "delta"), "content");
-        if (!text || text->empty())
-            return StreamStep::Continue;
-        return m_sink(*text) ? StreamStep::Continue : StreamStep::Stopped;
+        if (text && !text->empty())
+            sink(*text);
+        return StreamStep::Continue;
     }
 
-    std::optional<TokenCount> tokens() const { return m_tokens; }
-    bool sawFinishReason() const { return m_finishReason; }
+    std::optional<TokenCount> tokens() const override { return m_tokens; }
+    /// Some servers close the stream after the finish reason without the "[DONE]" line.
+    bool isWhole() const override { return m_finishReason; }
 
 private:
     void takeUsage(const nlohmann::json &usage)
@@ -80,7 +79,6 @@ private:
             m_tokens = TokenCount{*input, *output};
     }
 
-    const TextSink &m_sink;
     std::optional<TokenCount> m_tokens;
     bool m_finishReason = false;
 };
@@ -93,24 +91,13 @@ Headers identification(const UpstreamSettings &settings)
     return headers;
 }
 
-AnswerOutcome answer(const UpstreamSettings &settings, const TimingSettings &timing,
-                     const ModelRequest &request, const TextSink &sink, const StopToken &stop)
+AnswerSource answerSource(const UpstreamSettings &settings, const TimingSettings &timing)
 {
-    Reader reader(sink);
-    AnswerOutcome outcome = postForEvents(
-        withoutVersion(settings.baseUrl), "/v1/chat/completions", identification(settings),
-        requestBody(request, settings), timing,
-        [&reader](std::string_view data) { return reader.read(data); }, stop);
-    // Some servers close the stream after the finish reason without the "[DONE]" line.
-    if (outcome.kind == AnswerOutcome::Kind::Failed && reader.sawFinishReason())
-        outcome.kind = AnswerOutcome::Kind::Complete;
-    outcome.tokens = reader.tokens();
-    return outcome;
-}
-
-AnswerFunction answerFunction(const UpstreamSettings &settings, const TimingSettings &timing)
-{
-    return std::bind_front(answer, settings, timing);
+    return [settings, timing](const ModelRequest &request) {
+        return streamedAnswer({withoutVersion(settings.baseUrl), "/v1/chat/completions",
+                               identification(settings), requestBody(request, settings), timing},
+                              [] { return std::make_unique<Reader>(); });
+    };
 }
 
 /// Whether a model of that name answers questions. Lists also hold models for other tasks.
@@ -137,9 +124,10 @@ std::string fileTitle(const std::string &name)
 }
 
 tl::expected<std::vector<OfferedModel>, UpstreamProblem>
-listModels(const UpstreamSettings &settings, const DocumentLimits &limits, const StopToken &stop)
+listModels(EventLoop &loop, const UpstreamSettings &settings, const DocumentLimits &limits,
+           const StopToken &stop)
 {
-    auto models = getDocument(withoutVersion(settings.baseUrl), "/v1/models",
+    auto models = getDocument(loop, withoutVersion(settings.baseUrl), "/v1/models",
                               identification(settings), limits, stop)
                       .and_then([](const std::string &document) {
                           return listedModels(document, "display_name");
@@ -184,9 +172,9 @@ ConfiguredProvider configure(TomlReader &table, const Environment &environment)
     provider.models = {{model, model, "OpenAI-compatible server"}};
     provider.offersAdditionally = !settings.model.empty();
     provider.makeAnswer = [settings](const Config &config) {
-        return answerFunction(settings, config.timing);
+        return answerSource(settings, config.timing);
     };
-    provider.connector = Connector{choices(), listModels, answerFunction};
+    provider.connector = Connector{choices(), listModels, answerSource};
     return provider;
 }
 

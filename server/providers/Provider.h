@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/Environment.h"
+#include "base/Stop.h"
 #include "model/Answer.h"
 
 #include <tl/expected.hpp>
@@ -56,11 +57,13 @@ struct OfferedModel
 struct Connector
 {
     std::vector<ConnectChoice> choices;
-    /// Asks for the provider's list. Blocks; the time limit is in @p stop and @p limits.
+    /// Asks for the provider's list over a connection on @p loop. Blocks; the time limit is in @p
+    /// stop and @p limits.
     std::function<tl::expected<std::vector<OfferedModel>, UpstreamProblem>(
-        const UpstreamSettings &settings, const DocumentLimits &limits, const StopToken &stop)>
+        EventLoop &loop, const UpstreamSettings &settings, const DocumentLimits &limits,
+        const StopToken &stop)>
         listModels;
-    std::function<AnswerFunction(const UpstreamSettings &settings, const TimingSettings &timing)>
+    std::function<AnswerSource(const UpstreamSettings &settings, const TimingSettings &timing)>
         makeAnswer;
 };
 
@@ -85,8 +88,8 @@ struct ConfiguredProvider
     /// help texts. Empty when there is none.
     std::string setupVariable = {};
     std::string setupRemark = {};
-    /// Creates the function that answers for its models.
-    std::function<AnswerFunction(const Config &config)> makeAnswer = {};
+    /// Creates what answers for its models.
+    std::function<AnswerSource(const Config &config)> makeAnswer = {};
     /// How the account page connects it; absent when it cannot.
     std::optional<Connector> connector = {};
 };

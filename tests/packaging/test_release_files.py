@@ -18,6 +18,7 @@ FORMULAE = {
     "Qt6": "qt", "PkgConfig": "pkgconf", "tl-expected": "tl-expected", "simdjson": "simdjson",
     "spng": "libspng", "libspng": "libspng", "libturbojpeg": "jpeg-turbo",
     "libdeflate": "libdeflate", "nlohmann_json": "nlohmann-json", "OpenSSL": "openssl@3",
+    "Boost": "boost", "CURL": "curl",
     "cpp-httplib": "cpp-httplib", "httplib": "cpp-httplib", "libsodium": "libsodium", "sqlite3": "sqlite",
     "tesseract": "tesseract", "lept": "leptonica", "tomlplusplus": "tomlplusplus",
     "CLI11": "cli11",

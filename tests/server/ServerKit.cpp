@@ -68,7 +68,7 @@ RunningServer::RunningServer(Config config, const Clock &clock, AnswerFunction a
 {
     if (answer) {
         for (ConfiguredProvider &provider : config.providers)
-            provider.makeAnswer = [answer](const Config &) { return answer; };
+            provider.makeAnswer = [answer](const Config &) { return answerOnWorkers(answer); };
     }
     m_server = std::make_unique<BackendServer>(std::move(config), m_database, m_hasher, clock,
                                                std::move(ownUser));

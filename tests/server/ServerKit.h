@@ -2,6 +2,7 @@
 
 #include "base/JsonAccess.h"
 #include "http/BackendServer.h"
+#include "model/BlockingAnswer.h"
 
 #include <gtest/gtest.h>
 #include <httplib.h>

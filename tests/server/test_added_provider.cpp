@@ -25,12 +25,13 @@ Provider echoProvider()
                 provider.setupVariable = "ECHO_NAME";
                 provider.setupRemark = " for an echo";
                 provider.models = {{"echo-1", "Echo One", "Repeats"}};
-                provider.makeAnswer = [greeting, name](const Config &) -> AnswerFunction {
-                    return [text = greeting + " " + name.value_or("")](
-                               const ModelRequest &request, const TextSink &sink, StopToken) {
-                        sink(text + ", " + request.model + ": " + request.prompt);
-                        return completed(3, 4);
-                    };
+                provider.makeAnswer = [greeting, name](const Config &) {
+                    return answerOnWorkers(
+                        [text = greeting + " " + name.value_or("")](
+                            const ModelRequest &request, const TextSink &sink, StopToken) {
+                            sink(text + ", " + request.model + ": " + request.prompt);
+                            return completed(3, 4);
+                        });
                 };
                 return provider;
             }};

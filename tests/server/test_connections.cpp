@@ -267,7 +267,8 @@ void send(int connection, const std::string &text)
 
 TEST(Document, ASlowTrickleEndsAtTheTimeLimit)
 {
-    for (const std::string begin : {"", "HTTP/1.1 200 OK\r\n\r\n"}) {
+    EventLoop loop;
+    for (const std::string begin : {"HTTP/1.1 200 OK\r\nX: ", "HTTP/1.1 200 OK\r\n\r\n"}) {
         const RawServer server([begin](int connection) {
             send(connection, begin);
             // A byte now and then defeats every limit on silence alone.
@@ -279,7 +280,7 @@ TEST(Document, ASlowTrickleEndsAtTheTimeLimit)
         DocumentLimits limits;
         limits.total = milliseconds(200);
         const auto start = std::chrono::steady_clock::now();
-        const auto document = getDocument(server.url(), "/", {}, limits, StopToken());
+        const auto document = getDocument(loop, server.url(), "/", {}, limits, StopToken());
         ASSERT_FALSE(document);
         EXPECT_EQ(document.error().kind, Kind::Silent);
         EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
@@ -288,8 +289,9 @@ TEST(Document, ASlowTrickleEndsAtTheTimeLimit)
 
 TEST(Document, OtherFailuresHaveTheirKind)
 {
-    const auto kind = [](const std::string &url) {
-        const auto document = getDocument(url, "/", {}, DocumentLimits(), StopToken());
+    EventLoop loop;
+    const auto kind = [&loop](const std::string &url) {
+        const auto document = getDocument(loop, url, "/", {}, DocumentLimits(), StopToken());
         return document ? std::string("none") : std::to_string(int(document.error().kind));
     };
     EXPECT_EQ(kind("http://127.0.0.1:1"), std::to_string(int(Kind::Unreachable)));
@@ -303,6 +305,7 @@ TEST(Document, OtherFailuresHaveTheirKind)
 
 TEST(Document, AStopEndsTheTransfer)
 {
+    EventLoop loop;
     StopSource source;
     const RawServer server([&source](int connection) {
         source.requestStop();
@@ -310,7 +313,7 @@ TEST(Document, AStopEndsTheTransfer)
         while (::recv(connection, &byte, 1, 0) > 0) {
         }
     });
-    EXPECT_FALSE(getDocument(server.url(), "/", {}, DocumentLimits(), source.token()));
+    EXPECT_FALSE(getDocument(loop, server.url(), "/", {}, DocumentLimits(), source.token()));
 }
 
 } // namespace

@@ -40,8 +40,8 @@ struct Answer
     std::string text;
 };
 
-/// The answer function of the offline provider, configured with @p toml.
-AnswerFunction offlineAnswer(const std::string &toml = "")
+/// The answers of the offline provider, configured with @p toml.
+AnswerSource offlineAnswer(const std::string &toml = "")
 {
     const auto config = Config::parse(toml, "test", environmentOf({})).value();
     return ModelCatalog(config, {}).choose(std::nullopt).answer;
@@ -50,14 +50,15 @@ AnswerFunction offlineAnswer(const std::string &toml = "")
 Answer ask(const ModelRequest &request, const std::string &toml = "")
 {
     Answer answer;
-    answer.outcome = offlineAnswer(toml)(
-        request,
-        [&](std::string_view piece) {
-            answer.pieces.emplace_back(piece);
-            answer.text += piece;
-            return true;
-        },
-        StopToken());
+    EventLoop loop;
+    WorkerPool workers(1, 1);
+    answer.outcome = waitForAnswer(offlineAnswer(toml), request,
+                                   [&](std::string_view piece) {
+                                       answer.pieces.emplace_back(piece);
+                                       answer.text += piece;
+                                       return true;
+                                   },
+                                   StopToken(), {loop, workers});
     return answer;
 }
 
@@ -151,8 +152,11 @@ TEST(Offline, ReadingStopsWhenItsBudgetIsSpent)
 
 TEST(Offline, StopsWhenTheSinkReturnsFalse)
 {
-    const AnswerOutcome outcome = offlineAnswer()(
-        {"p", "", ""}, [](std::string_view) { return false; }, StopToken());
+    EventLoop loop;
+    WorkerPool workers(1, 1);
+    const AnswerOutcome outcome =
+        waitForAnswer(offlineAnswer(), {"p", "", ""}, [](std::string_view) { return false; },
+                      StopToken(), {loop, workers});
     EXPECT_EQ(outcome.kind, AnswerOutcome::Kind::Cancelled);
 }
 

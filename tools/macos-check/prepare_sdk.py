@@ -18,7 +18,7 @@ arch_headers = headers / "x86_64-linux-gnu"
 
 # Headers included by our sources and by these libraries.
 libraries = """
-    CLI brotli gtest httplib.h leptonica libdeflate.h nlohmann simdjson.h sodium sodium.h spng.h
+    CLI boost brotli gtest httplib.h leptonica libdeflate.h nlohmann simdjson.h sodium sodium.h spng.h
     sqlite3.h tesseract tl toml++ turbojpeg.h zlib.h png.h pngconf.h pnglibconf.h zconf.h GL KHR
 """.split()
 # Included by Qt's headers only.
@@ -30,6 +30,7 @@ def link_headers(folder):
     folder.mkdir(parents=True)
     for name in libraries:
         (folder / name).symlink_to(headers / name)
+    (folder / "curl").symlink_to(arch_headers / "curl")
     (folder / "openssl").mkdir()
     for source in [*headers.glob("openssl/*"), *arch_headers.glob("openssl/*")]:
         (folder / "openssl" / source.name).symlink_to(source)

@@ -1,0 +1,71 @@
+#pragma once
+
+#include "base/Metrics.h"
+#include "base/WorkerPool.h"
+#include "http/Router.h"
+#include "model/EventLoop.h"
+
+#include <tl/expected.hpp>
+
+#include <chrono>
+#include <cstddef>
+#include <memory>
+#include <string>
+
+namespace quellora::server {
+
+/// Bounds of connections.
+struct HttpLimits
+{
+    /// Longest head of a request, in bytes.
+    std::size_t headBytes = 16U * 1024U;
+    /// Longest time from the first byte of a head to its last.
+    std::chrono::milliseconds head = std::chrono::seconds(15);
+    /// Longest silence within a body, and longest time for a whole body.
+    std::chrono::milliseconds bodySilence = std::chrono::seconds(15);
+    std::chrono::milliseconds body = std::chrono::minutes(10);
+    /// Longest time that a client takes nothing of what waits for it.
+    std::chrono::milliseconds writeSilence = std::chrono::seconds(30);
+    /// Longest time between two requests.
+    std::chrono::milliseconds idle = std::chrono::seconds(75);
+    /// How long the rest of a refused body is read, so that the client gets to see the reply.
+    std::chrono::milliseconds linger = std::chrono::seconds(30);
+    std::size_t requestsPerConnection = 1000;
+    std::size_t connections = 12000;
+};
+
+/// What connections share; owned by whoever owns the server and outliving it.
+struct HttpContext
+{
+    const Router &router;
+    EventLoops &loops;
+    WorkerPool &workers;
+    WorkerPool &passwordWorkers;
+    Metrics &metrics;
+    HttpLimits limits;
+};
+
+/// Serves HTTP/1.1 on event loops: connections are kept for further requests and cost no thread.
+/// Handlers run on the workers.
+class HttpServer
+{
+public:
+    explicit HttpServer(HttpContext context);
+    ~HttpServer();
+    HttpServer(const HttpServer &) = delete;
+    HttpServer &operator=(const HttpServer &) = delete;
+
+    /// Starts listening and serving; port 0 picks a free one. Returns the port, or why it failed.
+    tl::expected<int, std::string> listen(const std::string &host, int port);
+    /// Stops accepting, closes idle connections and tells running streams to end. Connections
+    /// close after the reply that they are busy with.
+    void beginStop();
+    /// Closes all connections. The loops must still run.
+    void closeAll();
+
+private:
+    class Listener;
+    std::shared_ptr<Listener> m_listener;
+};
+
+} // namespace quellora::server
