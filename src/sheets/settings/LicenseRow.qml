@@ -16,7 +16,7 @@ Item {
     property bool isFirst: false
     property bool isLast: false
     property real outerRadius: 0
-    property bool isOpen: false
+    readonly property bool isOpen: button.checked
     readonly property real titleHeight: 40 + Tokens.growth(20)
 
     implicitHeight: isOpen ? titleHeight + body.height + Tokens.space3 : titleHeight
@@ -29,7 +29,7 @@ Item {
         padding: 0
         hoverEnabled: true
         focusPolicy: Qt.TabFocus
-        onClicked: row.isOpen = !row.isOpen
+        checkable: true
 
         background: RowBackground {
             control: button
@@ -40,15 +40,13 @@ Item {
         }
         HoverHandler { cursorShape: Qt.PointingHandCursor }
 
-        Keys.onReturnPressed: button.clicked()
-        Keys.onEnterPressed: button.clicked()
+        Keys.onReturnPressed: button.toggle()
+        Keys.onEnterPressed: button.toggle()
 
         Accessible.role: Accessible.Button
         Accessible.name: qsTr("License of %1").arg(row.name)
         Accessible.description: row.license
-        Accessible.checkable: true
-        Accessible.checked: row.isOpen
-        Accessible.onPressAction: button.clicked()
+        Accessible.onPressAction: button.toggle()
     }
     Label {
         id: title
