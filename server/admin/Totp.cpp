@@ -102,9 +102,8 @@ std::optional<std::int64_t> acceptedStep(std::string_view secret, std::string_vi
     std::optional<std::int64_t> accepted;
     for (std::int64_t step = current - 1; step <= current + 1; ++step) {
         const std::string expected = code(secret, step);
-        const bool isEqual =
-            entered.size() == expected.size() &&
-            sodium_memcmp(entered.data(), expected.data(), expected.size()) == 0;
+        const bool isEqual = entered.size() == expected.size() &&
+                             sodium_memcmp(entered.data(), expected.data(), expected.size()) == 0;
         if (isEqual && step > lastStep && !accepted)
             accepted = step;
     }

@@ -94,7 +94,9 @@ void Log::event(std::string_view message)
         source = rest.substr(1, end - 1);
         rest.remove_prefix(end + 2);
     }
-    const char *level = take(rest, "ERROR: ") ? "error" : take(rest, "WARNING: ") ? "warning" : "info";
+    const char *level = take(rest, "ERROR: ")     ? "error"
+                        : take(rest, "WARNING: ") ? "warning"
+                                                  : "info";
     write(record(level, source, rest));
 }
 
@@ -127,12 +129,12 @@ const std::string &LoggedRequest::current()
 
 std::string LoggedRequest::idFor(std::string_view offered)
 {
-    const bool isPlain =
-        offered.size() >= 8 && offered.size() <= 36 &&
-        std::all_of(offered.begin(), offered.end(), [](char c) {
-            return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F') ||
-                   c == '-' || c == ':' || c == '_' || c == '.';
-        });
+    const bool isPlain = offered.size() >= 8 && offered.size() <= 36 &&
+                         std::all_of(offered.begin(), offered.end(), [](char c) {
+                             return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') ||
+                                    (c >= 'A' && c <= 'F') || c == '-' || c == ':' || c == '_' ||
+                                    c == '.';
+                         });
     return isPlain ? std::string(offered) : randomUuid();
 }
 

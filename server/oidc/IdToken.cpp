@@ -32,8 +32,7 @@ tl::unexpected<std::string> refused(const char *why)
 std::optional<std::string> headerOf(const Signature &signature, const char *name)
 {
     cjose_err error{};
-    const char *value =
-        cjose_header_get(cjose_jws_get_protected(signature.get()), name, &error);
+    const char *value = cjose_header_get(cjose_jws_get_protected(signature.get()), name, &error);
     return value ? std::optional<std::string>(value) : std::nullopt;
 }
 
@@ -82,9 +81,9 @@ std::optional<json> payloadOf(const Signature &signature)
 bool isForClient(const json &claims, const std::string &clientId)
 {
     const json &audience = memberOf(claims, "aud");
-    const bool isNamed =
-        audience == clientId ||
-        (audience.is_array() && std::find(audience.begin(), audience.end(), clientId) != audience.end());
+    const bool isNamed = audience == clientId ||
+                         (audience.is_array() &&
+                          std::find(audience.begin(), audience.end(), clientId) != audience.end());
     const bool isShared = audience.is_array() && audience.size() > 1;
     const json &party = memberOf(claims, "azp");
     return isNamed && (party.is_null() ? !isShared : party == clientId);
@@ -110,9 +109,8 @@ std::optional<std::int64_t> secondsOf(const json &claims, const char *name)
 
 } // namespace
 
-tl::expected<IdTokenClaims, std::string> verifiedIdToken(const std::string &token,
-                                                         const json &keySet,
-                                                         const IdTokenExpectation &expected)
+tl::expected<IdTokenClaims, std::string>
+verifiedIdToken(const std::string &token, const json &keySet, const IdTokenExpectation &expected)
 {
     if (token.size() > longestToken)
         return refused("the token is too long");

@@ -27,8 +27,8 @@ struct IdTokenClaims
     bool isEmailVerified = false;
 };
 
-/// Verifies an ID token (OpenID Connect Core 1.0, 3.1.3.7) with the keys of @p keySet, a JSON Web Key
-/// Set. Only RS256 with at least 2048 bits and ES256 are accepted. The error says which check
+/// Verifies an ID token (OpenID Connect Core 1.0, 3.1.3.7) with the keys of @p keySet, a JSON Web
+/// Key Set. Only RS256 with at least 2048 bits and ES256 are accepted. The error says which check
 /// failed and contains nothing of the token.
 tl::expected<IdTokenClaims, std::string> verifiedIdToken(const std::string &token,
                                                          const nlohmann::json &keySet,

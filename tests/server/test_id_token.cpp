@@ -22,7 +22,8 @@ public:
     static SigningKey rsa(std::size_t bits, const std::string &id)
     {
         const std::uint8_t exponent[] = {1, 0, 1};
-        return SigningKey(cjose_jwk_create_RSA_random(bits, exponent, sizeof exponent, nullptr), id);
+        return SigningKey(cjose_jwk_create_RSA_random(bits, exponent, sizeof exponent, nullptr),
+                          id);
     }
     static SigningKey ec(cjose_jwk_ec_curve curve, const std::string &id)
     {
@@ -42,15 +43,16 @@ public:
         cjose_get_dealloc()(text);
         return key;
     }
-    std::string sign(const char *algorithm, const std::string &claims, const char *keyId = nullptr) const
+    std::string sign(const char *algorithm, const std::string &claims,
+                     const char *keyId = nullptr) const
     {
         cjose_header_t *header = cjose_header_new(nullptr);
         cjose_header_set(header, CJOSE_HDR_ALG, algorithm, nullptr);
         if (keyId)
             cjose_header_set(header, CJOSE_HDR_KID, keyId, nullptr);
-        cjose_jws_t *signature =
-            cjose_jws_sign(m_key.get(), header, reinterpret_cast<const std::uint8_t *>(claims.data()),
-                           claims.size(), nullptr);
+        cjose_jws_t *signature = cjose_jws_sign(
+            m_key.get(), header, reinterpret_cast<const std::uint8_t *>(claims.data()),
+            claims.size(), nullptr);
         const char *text = nullptr;
         EXPECT_TRUE(signature && cjose_jws_export(signature, &text, nullptr));
         const std::string token = text ? text : "";
@@ -94,9 +96,14 @@ protected:
     }
     static json claims()
     {
-        return {{"iss", "https://id.example.org"}, {"aud", "quellora"},   {"sub", "u-1"},
-                {"exp", now + 300},                {"iat", now - 1},      {"nonce", "n-1"},
-                {"email", "ann@example.org"},      {"email_verified", true}};
+        return {{"iss", "https://id.example.org"},
+                {"aud", "quellora"},
+                {"sub", "u-1"},
+                {"exp", now + 300},
+                {"iat", now - 1},
+                {"nonce", "n-1"},
+                {"email", "ann@example.org"},
+                {"email_verified", true}};
     }
     static json with(const char *name, const json &value)
     {
@@ -111,9 +118,9 @@ protected:
     static tl::expected<IdTokenClaims, std::string> verified(const std::string &token,
                                                              const json &keySet = keys())
     {
-        return verifiedIdToken(token, keySet,
-                               {"https://id.example.org", "quellora", "n-1",
-                                TimePoint(std::chrono::seconds(now))});
+        return verifiedIdToken(
+            token, keySet,
+            {"https://id.example.org", "quellora", "n-1", TimePoint(std::chrono::seconds(now))});
     }
     /// Why the claims, signed properly, are refused; empty when they are accepted.
     static std::string refusal(const json &said)
@@ -131,9 +138,9 @@ std::unique_ptr<SigningKey> IdToken::ecKey;
 
 TEST_F(IdToken, BothAlgorithmsAreAccepted)
 {
-    for (const auto &token : {rsaKey->sign("RS256", claims().dump(), "r1"),
-                              ecKey->sign("ES256", claims().dump(), "e1"),
-                              rsaKey->sign("RS256", claims().dump())}) {
+    for (const auto &token :
+         {rsaKey->sign("RS256", claims().dump(), "r1"), ecKey->sign("ES256", claims().dump(), "e1"),
+          rsaKey->sign("RS256", claims().dump())}) {
         const auto result = verified(token);
         ASSERT_TRUE(result) << result.error();
         EXPECT_EQ(result->subject, "u-1");
@@ -147,8 +154,8 @@ TEST_F(IdToken, AChangedTokenIsRefused)
     const std::string token = ecKey->sign("ES256", claims().dump(), "e1");
     const std::size_t first = token.find('.');
     const std::size_t second = token.rfind('.');
-    const std::string other = token.substr(0, first + 1) +
-                              url64(with("sub", "u-2").dump()) + token.substr(second);
+    const std::string other =
+        token.substr(0, first + 1) + url64(with("sub", "u-2").dump()) + token.substr(second);
     EXPECT_EQ(verified(other).error(), "its signature is not the provider's");
     EXPECT_FALSE(verified(token.substr(0, second + 1)));
     EXPECT_FALSE(verified(token.substr(0, second)));
@@ -181,8 +188,7 @@ TEST_F(IdToken, UnsignedAndSharedSecretTokensAreRefused)
     for (const char *algorithm : {"none", "None", "NONE", "nOnE"}) {
         const std::string header = json({{"alg", algorithm}, {"typ", "JWT"}}).dump();
         for (const char *signature : {"", "AAAA"})
-            EXPECT_FALSE(
-                verified(url64(header) + "." + url64(claims().dump()) + "." + signature));
+            EXPECT_FALSE(verified(url64(header) + "." + url64(claims().dump()) + "." + signature));
     }
     // The public key taken for a shared secret.
     const std::string secret = rsaKey->publicKey().dump();
@@ -195,7 +201,8 @@ TEST_F(IdToken, UnsignedAndSharedSecretTokensAreRefused)
 TEST_F(IdToken, WeakKeysAreRefused)
 {
     const SigningKey weak = SigningKey::rsa(1024, "w");
-    EXPECT_FALSE(verified(weak.sign("RS256", claims().dump(), "w"), {{"keys", {weak.publicKey()}}}));
+    EXPECT_FALSE(
+        verified(weak.sign("RS256", claims().dump(), "w"), {{"keys", {weak.publicKey()}}}));
     const SigningKey other = SigningKey::rsa(2048, "w");
     EXPECT_TRUE(
         verified(other.sign("RS256", claims().dump(), "w"), {{"keys", {other.publicKey()}}}));
@@ -203,8 +210,8 @@ TEST_F(IdToken, WeakKeysAreRefused)
 
 TEST_F(IdToken, TheIssuerIsCompared)
 {
-    for (const json &issuer : {json("https://id.example.org/"), json("https://evil.example"), json(""),
-                               json(nullptr), json(7)})
+    for (const json &issuer : {json("https://id.example.org/"), json("https://evil.example"),
+                               json(""), json(nullptr), json(7)})
         EXPECT_EQ(refusal(with("iss", issuer)), "it is of another issuer") << issuer;
 }
 
@@ -226,8 +233,8 @@ TEST_F(IdToken, ItsTimeIsChecked)
 {
     EXPECT_EQ(refusal(with("exp", now - 59)), "");
     EXPECT_EQ(refusal(with("exp", now + 0.5)), "");
-    for (const json &expiry : {json(now - 60), json(0), json(nullptr), json("2100-01-01"), json(-1),
-                               json(1e300)})
+    for (const json &expiry :
+         {json(now - 60), json(0), json(nullptr), json("2100-01-01"), json(-1), json(1e300)})
         EXPECT_EQ(refusal(with("exp", expiry)), "it has expired") << expiry;
     EXPECT_EQ(refusal(with("iat", now + 60)), "");
     EXPECT_EQ(refusal(with("iat", now + 61)), "it is not valid yet");
@@ -250,12 +257,13 @@ TEST_F(IdToken, ItNamesSomebody)
 TEST_F(IdToken, AnAddressIsVerifiedOnlyWhenTheProviderSaysSo)
 {
     for (const json &flag : {json(false), json("false"), json(nullptr), json(1)}) {
-        const auto result = verified(ecKey->sign("ES256", with("email_verified", flag).dump(), "e1"));
+        const auto result =
+            verified(ecKey->sign("ES256", with("email_verified", flag).dump(), "e1"));
         ASSERT_TRUE(result);
         EXPECT_FALSE(result->isEmailVerified) << flag;
     }
-    EXPECT_TRUE(
-        verified(ecKey->sign("ES256", with("email_verified", "true").dump(), "e1"))->isEmailVerified);
+    EXPECT_TRUE(verified(ecKey->sign("ES256", with("email_verified", "true").dump(), "e1"))
+                    ->isEmailVerified);
     EXPECT_EQ(verified(ecKey->sign("ES256", with("email", nullptr).dump(), "e1"))->email, "");
 }
 

@@ -45,16 +45,14 @@ TEST(LogFormat, JsonTellsLevelSourceAndMessageApart)
 
 TEST(LogFormat, WhateverIsLoggedStaysOneLine)
 {
-    const std::string lines = logged(Log::Format::Json, [] {
-        Log::event("[A] one\n{\"level\":\"error\"}\r\"quoted\" \xFF");
-    });
+    const std::string lines = logged(
+        Log::Format::Json, [] { Log::event("[A] one\n{\"level\":\"error\"}\r\"quoted\" \xFF"); });
     EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), 1);
     EXPECT_EQ(json::parse(lines).at("message"),
               "one {\"level\":\"error\"} \"quoted\" \xEF\xBF\xBD");
-    const std::string text =
-        logged(Log::Format::Text, [] { Log::event("[A] one\n[B] two"); });
-    EXPECT_TRUE(std::regex_match(
-        text, std::regex(R"(\[\d\d:\d\d:\d\d\.\d{3}\] \[A\] one \[B\] two\n)")));
+    const std::string text = logged(Log::Format::Text, [] { Log::event("[A] one\n[B] two"); });
+    EXPECT_TRUE(
+        std::regex_match(text, std::regex(R"(\[\d\d:\d\d:\d\d\.\d{3}\] \[A\] one \[B\] two\n)")));
 }
 
 TEST(LogFormat, LinesNameTheRequestOfTheirThread)

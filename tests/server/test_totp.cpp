@@ -18,12 +18,11 @@ TimePoint at(std::int64_t seconds)
 TEST(Totp, CodesAreThoseOfTheStandard)
 {
     // RFC 6238, appendix B, the last six of eight digits.
-    for (const auto &[seconds, code] : {std::pair(59LL, "287082"), std::pair(1111111109LL, "081804"),
-                                        std::pair(1111111111LL, "050471"),
-                                        std::pair(1234567890LL, "005924"),
-                                        std::pair(2000000000LL, "279037"),
-                                        std::pair(20000000000LL, "353130")})
-        EXPECT_EQ(totp::code(key, totp::stepOf(at(seconds))), code);
+    for (const auto &[seconds, code] :
+         {std::pair(59LL, "287082"), std::pair(1111111109LL, "081804"),
+          std::pair(1111111111LL, "050471"), std::pair(1234567890LL, "005924"),
+          std::pair(2000000000LL, "279037"), std::pair(20000000000LL, "353130")})
+        EXPECT_EQ(totp::code(key, seconds / 30), code);
 }
 
 TEST(Totp, OneStepOfDriftIsAcceptedAndNoMore)
@@ -68,8 +67,8 @@ TEST(Totp, Base32IsThatOfTheStandard)
 {
     // RFC 4648, section 10.
     for (const auto &[bytes, text] :
-         {std::pair("", ""), std::pair("f", "MY"), std::pair("fo", "MZXQ"), std::pair("foo", "MZXW6"),
-          std::pair("foob", "MZXW6YQ"), std::pair("fooba", "MZXW6YTB"),
+         {std::pair("", ""), std::pair("f", "MY"), std::pair("fo", "MZXQ"),
+          std::pair("foo", "MZXW6"), std::pair("foob", "MZXW6YQ"), std::pair("fooba", "MZXW6YTB"),
           std::pair("foobar", "MZXW6YTBOI")}) {
         EXPECT_EQ(totp::base32(bytes), text);
         EXPECT_EQ(totp::base32Decoded(text), bytes);
