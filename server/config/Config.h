@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/Environment.h"
+#include "base/Log.h"
 #include "base/Secrets.h"
 #include "providers/Provider.h"
 
@@ -30,6 +31,8 @@ struct ServerSettings
     /// Worker threads for what may block: the data file, pages and the like. Running answers and
     /// idle connections occupy none.
     std::size_t threads = 16;
+    /// Admits monitoring from other machines to /metrics; empty admits this machine only.
+    std::string metricsToken;
 
     /// Whether the server may listen on its host: a loopback address, unless allowRemote is set.
     bool isHostPermitted() const;
@@ -113,6 +116,7 @@ struct Config
     LimitSettings limits;
     ServiceSettings service;
     TimingSettings timing;
+    Log::Format logFormat = Log::Format::Text;
     /// All providers, including those that miss settings.
     std::vector<ConfiguredProvider> providers;
     /// Never empty after parsing; the first is the default unless defaultModel says otherwise.

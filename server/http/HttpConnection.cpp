@@ -1,7 +1,6 @@
 #include "http/HttpConnection.h"
 
 #include "base/Log.h"
-#include "base/Secrets.h"
 #include "base/Text.h"
 #include "http/Replies.h"
 #include "store/Database.h"
@@ -37,15 +36,6 @@ constexpr std::chrono::seconds overloadWait(1);
 constexpr const char *commonFields = "X-Content-Type-Options: nosniff\r\n"
                                      "Referrer-Policy: same-origin\r\n"
                                      "Cross-Origin-Resource-Policy: same-origin\r\n";
-
-/// Whether @p id may name a request: another server in front of this one may have named it.
-bool isRequestId(const std::string &id)
-{
-    return id.size() >= 8 && id.size() <= 64 && std::all_of(id.begin(), id.end(), [](char c) {
-               return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-                      c == '-';
-           });
-}
 
 /// A value that cannot end its line.
 std::string oneLine(std::string value)
@@ -197,6 +187,7 @@ void HttpConnection::parse()
 {
     if (m_phase == Phase::Idle) {
         m_phase = Phase::Head;
+        m_requestBegin = Steady::now();
         setDeadline(m_context.limits.head);
         m_parser = std::make_unique<Parser>();
         m_parser->header_limit(static_cast<std::uint32_t>(m_context.limits.headBytes));
@@ -208,9 +199,11 @@ void HttpConnection::parse()
         ErrorCode error;
         const std::size_t taken = m_parser->put(asio::buffer(m_in), error);
         m_in.erase(0, taken);
-        if (error == http::error::need_more)
+        const bool isHeadTooLong =
+            m_phase == Phase::Head && m_in.size() >= m_context.limits.headBytes;
+        if (error == http::error::need_more && !isHeadTooLong)
             break;
-        if (error == http::error::header_limit) {
+        if (error == http::error::header_limit || error == http::error::need_more) {
             refuse(431, "the head of the request is too long", true);
             return;
         }
@@ -259,10 +252,10 @@ void HttpConnection::onHead()
     m_request.peerAddress = peer.address().to_string();
     m_request.peerPort = peer.port();
     m_request.localPort = m_socket.local_endpoint(ignored).port();
-    const std::string given = m_request.header("X-Request-Id");
-    m_requestId = isRequestId(given) ? given : randomUuid();
+    m_requestId = LoggedRequest::idFor(m_request.header("X-Request-Id"));
     m_request.id = m_requestId;
-    m_isHead = m_request.method == "HEAD";
+    m_method = m_request.method;
+    m_isHead = m_method == "HEAD";
     m_isHttp10 = message.version() == 10;
     m_closesAfterReply = m_closesAfterReply || m_isHttp10 || !message.keep_alive() ||
                          ++m_requests >= m_context.limits.requestsPerConnection;
@@ -332,7 +325,7 @@ void HttpConnection::dispatch()
     const auto held = std::make_shared<std::shared_ptr<HttpConnection>>(shared_from_this());
     const auto request = std::make_shared<Request>(std::move(m_request));
     const bool isTaken = pool.post([held, request, &route] {
-        const Log::RequestScope scope(request->id);
+        const LoggedRequest scope(request->id);
         const auto response = std::make_shared<Response>();
         handle(route, *request, *response);
         *request = Request();
@@ -370,7 +363,7 @@ void HttpConnection::refuse(int status, const std::string &text, bool isLast)
 {
     m_parser.reset();
     if (m_requestId.empty())
-        m_requestId = randomUuid();
+        m_requestId = LoggedRequest::idFor("");
     if (isLast) {
         m_closesAfterReply = true;
         m_lingersAfterReply = true;
@@ -407,8 +400,11 @@ std::string HttpConnection::head(const Response &response, const std::string &fr
 
 void HttpConnection::count(int status)
 {
-    m_context.metrics.requests.add(
-        {m_routeName.empty() ? std::string("other") : m_routeName, std::to_string(status)});
+    const std::string route = m_routeName.empty() ? "other" : m_routeName;
+    m_context.metrics.requests.add({route, std::to_string(status)});
+    const LoggedRequest logged(m_requestId);
+    Log::request(m_method, route, status,
+                 std::chrono::duration<double>(Steady::now() - m_requestBegin).count());
 }
 
 void HttpConnection::reply(Response response)
@@ -511,6 +507,7 @@ void HttpConnection::nextRequest()
 {
     if (m_phase != Phase::Replying)
         return;
+    m_method.clear();
     m_routeName.clear();
     m_requestId.clear();
     m_isHead = false;

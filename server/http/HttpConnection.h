@@ -79,7 +79,9 @@ private:
     std::unique_ptr<Parser> m_parser;
     const Route *m_route = nullptr;
     Request m_request;
+    std::string m_method;
     std::string m_routeName;
+    Steady::time_point m_requestBegin;
     std::string m_requestId;
     std::string m_in;
     std::string m_out;

@@ -250,7 +250,7 @@ void QueryStream::finish()
 
 void QueryStream::log(const std::string &text) const
 {
-    const Log::RequestScope scope(m_requestId);
+    const LoggedRequest scope(m_requestId);
     Log::event("[QueryStream] " + text);
 }
 
