@@ -258,7 +258,7 @@ void OverlayWindowController::wireOverlay()
             toggleHamburgerMenu();
     });
     if (m_history) {
-        m_history->attach(m_panel, m_overlay, m_menu, *m_orchestrator);
+        m_history->attach(m_panel, m_overlay, m_menu, *m_orchestrator, m_find);
         connect(&m_history->controller(), &HistoryController::threadDeleted, &m_display,
                 &ResponseDisplay::removePreviews);
         connect(m_history.get(), &OverlayHistory::currentThreadDeleted, this,
