@@ -2,6 +2,8 @@
 #include "page/StreamingRenderer.h"
 #include "support/TestProgram.h"
 
+#include <cmath>
+
 using namespace quellora;
 
 /// Formulas in answers.
@@ -19,6 +21,7 @@ private Q_SLOTS:
     void refusedFormulasShowTheirSource();
     void formulasHaveTheirSizesAndFonts();
     void formulaStaysInItsPlace();
+    void displayFormulasAreCentred();
     void unfinishedFormulaIsText();
     void formulaReadsAsItsSource();
     void hiddenClassInAnswerMeansNothing();
@@ -204,6 +207,33 @@ void TestPageMath::formulaStaysInItsPlace()
                 ->value(QStringLiteral("[...document.querySelectorAll('.formula')].every(f => "
                                        "f.offsetWidth <= document.body.clientWidth)"))
                 .toBool());
+}
+
+void TestPageMath::displayFormulasAreCentred()
+{
+    const QString wide = QStringLiteral("aaaaaaaaa+").repeated(20) + QStringLiteral("a");
+    QVERIFY(show(QStringLiteral("so\n\n$$\na = b\n$$\n\n$$\n%1\n$$\n\nand $c$").arg(wide)));
+    QVERIFY(typeset(3));
+    // Distances of what is drawn from both sides of the formula's line.
+    const auto distances = [&](int at) {
+        return m_engine
+            ->value(
+                QStringLiteral("(() => { const line = document.querySelectorAll('.formula')[%1];"
+                               "const boxes = [...line.querySelectorAll('.katex-html .base')]"
+                               ".map(base => base.getBoundingClientRect());"
+                               "const frame = line.getBoundingClientRect();"
+                               "return [boxes[0].left - frame.left,"
+                               "frame.right - boxes[boxes.length - 1].right]; })()")
+                    .arg(at))
+            .toList();
+    };
+    const QVariantList narrow = distances(0);
+    QVERIFY(narrow[0].toDouble() > 50);
+    QVERIFY(std::abs(narrow[0].toDouble() - narrow[1].toDouble()) < 2);
+    // A wide one begins at the left and is scrolled.
+    const QVariantList scrolled = distances(1);
+    QVERIFY(scrolled[0].toDouble() >= 0 && scrolled[0].toDouble() < 10);
+    QVERIFY(scrolled[1].toDouble() < 0);
 }
 
 void TestPageMath::unfinishedFormulaIsText()

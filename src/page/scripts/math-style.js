@@ -16,8 +16,7 @@
     style.replaceSync("%rules%" + `
         .formula { display: inline-block; max-width: 100%; contain: paint; padding: 1px 2px; }
         .formula.display { display: block; overflow: auto hidden; padding: 4px 2px; }
-        .formula .katex-display { margin: 0; text-align: left; }
-        .formula .katex-display > .katex { text-align: left; }
+        .formula .katex-display { margin: 0; }
     `);
     document.adoptedStyleSheets = [...document.adoptedStyleSheets, style];
 })();
