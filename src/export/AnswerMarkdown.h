@@ -2,7 +2,8 @@
 
 #include <QStringList>
 
-/// Answers' Markdown as parts of one document. Pure functions without state, usable from any thread.
+/// Answers' Markdown as parts of one document. Pure functions without state, usable from any
+/// thread.
 namespace quellora::answermarkdown {
 
 /// The answers with links in place of pictures from elsewhere and with HTML that could fetch

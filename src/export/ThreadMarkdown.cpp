@@ -194,7 +194,8 @@ QString ofThread(const CaptureSession &thread, const PictureLink &link)
             text += pictureMarkdown(*screenshot, link);
         if (!turn.prompt.trimmed().isEmpty())
             text += QLatin1Char('\n') + quoted(escaped(turn.prompt)) + QLatin1Char('\n');
-        text += QStringLiteral("\n**Answer**\n\n") + closed(answers.takeFirst()) + QLatin1Char('\n');
+        text +=
+            QStringLiteral("\n**Answer**\n\n") + closed(answers.takeFirst()) + QLatin1Char('\n');
     }
     return text;
 }

@@ -14,10 +14,9 @@ class BottomPanelsModel;
 class StreamingRenderer;
 
 /// Reads answers out to screen readers as they arrive, sentence by sentence, and says what changes
-/// in the strip: the status, notices, a failed save, usage, where clicks go, which version is on show,
-/// Retry after a failure. A blocking message and
-/// an attached screenshot are said as well. Does nothing unless a screen reader runs and the panel
-/// is visible. Main thread only.
+/// in the strip: the status, notices, a failed save, usage, where clicks go, which version is on
+/// show, Retry after a failure. A blocking message and an attached screenshot are said as well.
+/// Does nothing unless a screen reader runs and the panel is visible. Main thread only.
 class AnswerReader : public QObject
 {
     Q_OBJECT
