@@ -199,14 +199,15 @@ void SingleInstance::readCommand(QLocalSocket &connection)
         return;
     }
     const qsizetype blank = line.indexOf(' ');
-    const RemoteCommand *command = findRemoteCommand(blank < 0 ? line : line.left(blank));
-    const QString operand = blank < 0 ? QString() : QString::fromUtf8(line.mid(blank + 1));
-    if (!command || connection.bytesAvailable() > 0 ||
-        command->takesOperand() == operand.isEmpty()) {
+    const bool hasOperand = blank >= 0;
+    const QByteArray operand = hasOperand ? line.mid(blank + 1) : QByteArray();
+    const RemoteCommand *command = findRemoteCommand(hasOperand ? line.left(blank) : line);
+    if (!command || connection.bytesAvailable() > 0 || command->takesOperand() != hasOperand ||
+        hasOperand == operand.isEmpty() || operand.size() > RemoteCommand::maximumOperand) {
         connection.abort();
         return;
     }
-    const QString refusal = m_handler(*command, operand);
+    const QString refusal = m_handler(*command, QString::fromUtf8(operand));
     connection.write((refusal.isEmpty() ? okReply : refusalReply + refusal.toUtf8()) + '\n');
     // At once: the command may end the event loop.
     connection.flush();

@@ -57,6 +57,43 @@ FocusScope {
         action()
     }
 
+    /// The fading end of rows that continue, with a chevron.
+    component Continuation: Rectangle {
+        id: continuation
+
+        required property Flickable flickable
+        property bool isAtTop: false
+
+        visible: flickable.contentHeight > flickable.height + 0.5
+                 && !(isAtTop ? flickable.atYBeginning : flickable.atYEnd)
+        x: 1
+        width: parent.width - 2
+        height: 30
+        radius: Tokens.radiusMenu - 1
+        gradient: Gradient {
+            GradientStop {
+                position: continuation.isAtTop ? 1 : 0
+                color: "#00242730"
+            }
+            GradientStop {
+                position: continuation.isAtTop ? 0.4 : 0.6
+                color: "#f0242730"
+            }
+            GradientStop {
+                position: continuation.isAtTop ? 0 : 1
+                color: "#242730"
+            }
+        }
+
+        Icon {
+            x: Math.round((continuation.width - width) / 2)
+            y: continuation.isAtTop ? 2 : continuation.height - height - 2
+            size: 14
+            name: continuation.isAtTop ? "chevron-up" : "chevron-down"
+            color: "#e8e8ea"
+        }
+    }
+
     Connections {
         target: host.menu
         function onPageChanged() {
@@ -460,46 +497,15 @@ FocusScope {
                 }
             }
         }
-        // Rows continue where a chevron stands.
-        component Continuation: Rectangle {
-            id: continuation
-            property bool isAtTop: false
-
-            visible: scroller.overflows && !(isAtTop ? scroller.atYBeginning : scroller.atYEnd)
-            x: 1
-            width: card.width - 2
-            height: 30
-            radius: Tokens.radiusMenu - 1
-            gradient: Gradient {
-                GradientStop {
-                    position: continuation.isAtTop ? 1 : 0
-                    color: "#00242730"
-                }
-                GradientStop {
-                    position: continuation.isAtTop ? 0.6 : 0.4
-                    color: "#f0242730"
-                }
-                GradientStop {
-                    position: continuation.isAtTop ? 0 : 1
-                    color: "#242730"
-                }
-            }
-
-            Icon {
-                x: Math.round((continuation.width - width) / 2)
-                y: continuation.isAtTop ? 3 : continuation.height - height - 3
-                size: 14
-                name: continuation.isAtTop ? "chevron-up" : "chevron-down"
-                color: "#e8e8ea"
-            }
-        }
         Continuation {
             objectName: "menuContinuesAbove"
+            flickable: scroller
             isAtTop: true
             y: 1
         }
         Continuation {
             objectName: "menuContinuesBelow"
+            flickable: scroller
             y: card.height - height - 1
         }
         Item {

@@ -22,7 +22,7 @@ const RemoteCommand &show()
     return *findRemoteCommand("show");
 }
 
-QString accept(const RemoteCommand &)
+QString accept(const RemoteCommand &, const QString &)
 {
     return {};
 }

@@ -216,7 +216,7 @@ private Q_SLOTS:
         f.said.clear();
         f.overlay.setActivity(Activity::Idle);
         f.overlay.setVersions(3, 4);
-        QCOMPARE(heard(), "Answer complete Version 4 of 4");
+        QCOMPARE(heard(), "Answer complete. Version 4 of 4");
     }
 
     void readsBlockingMessagesAndAttachments()

@@ -120,6 +120,9 @@ private Q_SLOTS:
         QVERIFY(!f().find("editingWords")->property("truncated").toBool());
         f().panel.resize(320, 400);
         f().panel.grabWindow();
+        QVERIFY(!f().find("editingWords")->property("truncated").toBool());
+        // Where the words have less room, fewer are used.
+        f().find("editingRow")->setProperty("width", 240);
         QCOMPARE(text("editingWords"), QStringLiteral("Editing \u00b7 with its screenshot"));
         QVERIFY(!f().find("editingWords")->property("truncated").toBool());
         // A staged screenshot goes instead.

@@ -214,26 +214,26 @@ void TestPageMath::displayFormulasAreCentred()
     const QString wide = QStringLiteral("aaaaaaaaa+").repeated(20) + QStringLiteral("a");
     QVERIFY(show(QStringLiteral("so\n\n$$\na = b\n$$\n\n$$\n%1\n$$\n\nand $c$").arg(wide)));
     QVERIFY(typeset(3));
-    // Distances of what is drawn from both sides of the formula's line.
-    const auto distances = [&](int at) {
+    // Distance of what is drawn from a side of the formula's line.
+    const auto distance = [&](int at, const char *value) {
         return m_engine
             ->value(
                 QStringLiteral("(() => { const line = document.querySelectorAll('.formula')[%1];"
                                "const boxes = [...line.querySelectorAll('.katex-html .base')]"
                                ".map(base => base.getBoundingClientRect());"
-                               "const frame = line.getBoundingClientRect();"
-                               "return [boxes[0].left - frame.left,"
-                               "frame.right - boxes[boxes.length - 1].right]; })()")
-                    .arg(at))
-            .toList();
+                               "const first = boxes[0], last = boxes[boxes.length - 1];"
+                               "const frame = line.getBoundingClientRect(); return %2; })()")
+                    .arg(at)
+                    .arg(QLatin1StringView(value)))
+            .toDouble();
     };
-    const QVariantList narrow = distances(0);
-    QVERIFY(narrow[0].toDouble() > 50);
-    QVERIFY(std::abs(narrow[0].toDouble() - narrow[1].toDouble()) < 2);
+    constexpr auto left = "first.left - frame.left";
+    constexpr auto right = "frame.right - last.right";
+    QVERIFY(distance(0, left) > 50);
+    QVERIFY(std::abs(distance(0, left) - distance(0, right)) < 2);
     // A wide one begins at the left and is scrolled.
-    const QVariantList scrolled = distances(1);
-    QVERIFY(scrolled[0].toDouble() >= 0 && scrolled[0].toDouble() < 10);
-    QVERIFY(scrolled[1].toDouble() < 0);
+    QVERIFY(distance(1, left) >= 0 && distance(1, left) < 10);
+    QVERIFY(distance(1, right) < 0);
 }
 
 void TestPageMath::unfinishedFormulaIsText()
