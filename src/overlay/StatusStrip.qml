@@ -2,8 +2,9 @@ import QtQuick
 import Quellora.Overlay
 import Quellora.Ui
 
-/// The strip below the control bar: the thread at the left, the status at the right. A notice
-/// temporarily replaces the thread title but not the controls at the right.
+/// The strip below the control bar: the thread at the left, the status at the right. A notice, or
+/// what was removed and can be brought back, temporarily replaces the thread title but not the
+/// controls at the right.
 FocusScope {
     id: strip
 
@@ -25,9 +26,14 @@ FocusScope {
                                       && status !== OverlayModel.Answer
     readonly property bool isThreadShown: !compact || !hasStatus
     readonly property bool isNoticeShown: overlay.notice.length > 0
+    readonly property bool isUndoOffered: overlay.undoText.length > 0
+    /// Whether the title has given way to other words.
+    readonly property bool isTitleReplaced: isNoticeShown || isUndoOffered
     /// True if a compact window has room for only one text.
-    readonly property bool isNarrow: compact && (hasStatus || isNoticeShown
+    readonly property bool isNarrow: compact && (hasStatus || isTitleReplaced
                                                  || overlay.isThreadCovered)
+    /// A compact window has room for the undo only without the controls of the last question.
+    readonly property bool isUndoCramped: compact && isUndoOffered
     /// Left edge of the title and the notice, after the save indicator.
     readonly property real textStart: notSavedLabel.visible
                                       ? notSavedLabel.x + notSavedLabel.width + 10
@@ -43,7 +49,7 @@ FocusScope {
 
     /// The first focusable control, or null.
     function firstControl() {
-        return [notSaved, usage, back, latest, stop, earlier, later, edit, copy, clicks]
+        return [notSaved, undo, usage, back, latest, stop, earlier, later, edit, copy, clicks]
             .find(control => control.visible && control.enabled) ?? null
     }
 
@@ -115,7 +121,7 @@ FocusScope {
     }
     Label {
         objectName: "threadTitle"
-        visible: strip.isThreadShown && !strip.isNoticeShown && !strip.isFinding
+        visible: strip.isThreadShown && !strip.isTitleReplaced && !strip.isFinding
                  && !(strip.compact && notSaved.visible)
         x: strip.textStart
         width: Math.max(0, right.x - 12 - x)
@@ -155,6 +161,33 @@ FocusScope {
         }
     }
 
+    Item {
+        objectName: "removed"
+        visible: strip.isUndoOffered && !strip.isNoticeShown && !strip.isFinding
+        x: strip.textStart
+        width: Math.max(0, right.x - 12 - x)
+        height: strip.textHeight
+        Accessible.role: Accessible.StaticText
+        Accessible.name: strip.overlay.undoText
+
+        Icon {
+            y: Math.round((parent.height - height) / 2)
+            size: 14
+            name: "trash-2"
+            color: Tokens.frame.dimText
+        }
+        Label {
+            objectName: "removedWords"
+            x: 22
+            width: Math.max(0, parent.width - x)
+            height: parent.height
+            text: strip.overlay.undoText
+            color: Tokens.frame.text
+            elide: Text.ElideRight
+            Accessible.ignored: true
+        }
+    }
+
     Loader {
         id: findBar
         active: strip.find !== null
@@ -173,7 +206,7 @@ FocusScope {
         id: right
         visible: !strip.isFindAlone
         readonly property real edge: stop.visible || copy.visible || clicks.visible
-                                     || retry.visible
+                                     || retry.visible || undo.visible && !strip.hasStatus
                                      || latest.visible && !strip.hasStatus
                                      || (usage.visible || back.visible) && !strip.hasStatus
                                      ? 6 : 14
@@ -186,9 +219,24 @@ FocusScope {
             id: usage
             // Hidden in a compact window while a notice is shown.
             visible: strip.overlay.isUsageShown
-                     && (!strip.compact || !strip.isNoticeShown || activeFocus)
+                     && (!strip.compact || !strip.isTitleReplaced || activeFocus)
             overlay: strip.overlay
             isBarShown: !strip.compact || !strip.hasStatus
+        }
+        Button {
+            id: undo
+            objectName: "undoInStrip"
+            visible: strip.isUndoOffered
+            text: qsTr("Undo")
+            onClicked: strip.overlay.undo()
+            onVisibleChanged: {
+                if (visible || !focus)
+                    return
+                focus = false
+                if (strip.prompt)
+                    strip.prompt.forceActiveFocus(Qt.OtherFocusReason)
+            }
+            Accessible.description: strip.overlay.undoText
         }
         Button {
             id: back
@@ -205,7 +253,7 @@ FocusScope {
         }
         Item {
             objectName: "status"
-            visible: strip.hasStatus && (!strip.compact || !strip.isNoticeShown)
+            visible: strip.hasStatus && (!strip.compact || !strip.isTitleReplaced)
             width: (statusLabel.visible ? statusLabel.x + statusLabel.width : 14)
                    + (seconds.visible ? seconds.width + seconds.gap : 0)
             height: parent.height
@@ -305,7 +353,7 @@ FocusScope {
         Row {
             id: versions
             objectName: "versions"
-            visible: strip.overlay.versionCount > 1
+            visible: strip.overlay.versionCount > 1 && !strip.isUndoCramped
 
             /// Shows the next version in a direction. At the end the keyboard focus goes to the
             /// button that leads back.
@@ -349,7 +397,7 @@ FocusScope {
             }
         }
         Row {
-            visible: strip.overlay.canAskAgain
+            visible: strip.overlay.canAskAgain && !strip.isUndoCramped
             y: Math.round((right.height - height) / 2)
 
             IconButton {

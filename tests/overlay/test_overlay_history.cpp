@@ -28,7 +28,8 @@ struct Fixture : OrchestratorFixture
     CaptureSession stored;
     OverlayModel overlay;
     HamburgerMenuModel menu;
-    OverlayHistory history{library, threads, Vocabulary::linuxDesktop()};
+    PendingRemovals removals;
+    OverlayHistory history{library, threads, removals, Vocabulary::linuxDesktop()};
     FakePanelWindow window;
     NonFocusPanel panel{window};
 };

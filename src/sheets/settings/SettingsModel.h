@@ -6,6 +6,7 @@
 #include "sheets/settings/HotkeyRows.h"
 #include "sheets/settings/PromptRows.h"
 #include "sheets/settings/TextColors.h"
+#include "sheets/settings/ThreadStorage.h"
 
 #include <QObject>
 #include <QtQml/qqmlregistration.h>
@@ -38,6 +39,7 @@ class SettingsModel : public QObject
     Q_PROPERTY(bool isNoticeOffered READ isNoticeOffered NOTIFY isNoticeOfferedChanged)
     Q_PROPERTY(quellora::HotkeyRows *hotkeyRows READ hotkeyRows CONSTANT)
     Q_PROPERTY(quellora::PromptRows *promptRows READ promptRows NOTIFY promptRowsChanged)
+    Q_PROPERTY(quellora::ThreadStorage *threads READ threads NOTIFY threadsChanged)
 
 public:
     /// All references must outlive the model.
@@ -59,6 +61,8 @@ public:
 
     /// Offers the user's prompts for editing; @p presets must outlive the model.
     void setPrompts(PromptPresets &presets);
+    /// Offers what concerns the stored threads; both must outlive the model.
+    void setThreads(ThreadLibrary &library, HistoryController &history);
 
     bool isOpen() const { return m_isOpen; }
     bool isLightTheme() const { return m_isLight; }
@@ -79,6 +83,8 @@ public:
     HotkeyRows *hotkeyRows() { return &m_hotkeyRows; }
     /// Null until setPrompts().
     PromptRows *promptRows() { return m_promptRows.get(); }
+    /// Null until setThreads().
+    ThreadStorage *threads() { return m_threads.get(); }
 
     // Called by the view.
     Q_INVOKABLE void close();
@@ -106,6 +112,7 @@ Q_SIGNALS:
     void isScreenChoiceOfferedChanged();
     void isNoticeOfferedChanged();
     void promptRowsChanged();
+    void threadsChanged();
 
 private:
     /// The stored colour; empty for the theme's own or if the stored value is invalid.
@@ -120,6 +127,7 @@ private:
     TextColors m_textColors;
     HotkeyRows m_hotkeyRows;
     std::unique_ptr<PromptRows> m_promptRows;
+    std::unique_ptr<ThreadStorage> m_threads;
     bool m_isOpen = false;
     bool m_isLight = false;
     QString m_captureNote;
