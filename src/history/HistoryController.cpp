@@ -258,10 +258,9 @@ void HistoryController::startDeletion(const Deletion &deletion, const QString &t
 void HistoryController::commit(const Deletion &deletion)
 {
     // The threads stay set aside until their files are removed.
-    whenFinished(m_library.remove(deletion.ids), this,
-                 [this, deletion](const RemovedThreads &outcome) {
-                     deletionFinished(deletion, outcome);
-                 });
+    whenFinished(
+        m_library.remove(deletion.ids), this,
+        [this, deletion](const RemovedThreads &outcome) { deletionFinished(deletion, outcome); });
 }
 
 void HistoryController::deletionFinished(const Deletion &deletion, const RemovedThreads &outcome)

@@ -60,7 +60,10 @@ public:
     void clear();
 
 private:
-    bool isLeftOut(const QUuid &id) const { return m_hidden.contains(id) || m_removed.contains(id); }
+    bool isLeftOut(const QUuid &id) const
+    {
+        return m_hidden.contains(id) || m_removed.contains(id);
+    }
     std::optional<Change> applyIncoming();
     std::optional<Change> updateKnown(ThreadSummary thread);
     std::optional<Change> insertRun();

@@ -65,8 +65,8 @@ void PendingRemovals::scheduleCommit()
         m_timer.stop();
         return;
     }
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(
-        m_pending.constFirst().deadline - m_clock());
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(m_pending.constFirst().deadline - m_clock());
     m_timer.start(std::max(left, std::chrono::milliseconds(0)));
 }
 

@@ -265,8 +265,14 @@ void ThreadController::retain(const QUuid &threadId)
 
 void ThreadController::release(const QUuid &threadId)
 {
-    if (auto it = m_retained.find(threadId); it != m_retained.end() && --it->users == 0)
-        m_retained.erase(it);
+    const auto it = m_retained.find(threadId);
+    if (it == m_retained.end() || --it->users > 0)
+        return;
+    // What was added meanwhile comes back with the thread.
+    if (const auto aside = m_aside.find(threadId);
+        it->ended && aside != m_aside.end() && aside->current)
+        aside->current->session = *it->ended;
+    m_retained.erase(it);
 }
 
 bool ThreadController::addNote(const QString &text)

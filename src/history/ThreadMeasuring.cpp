@@ -59,9 +59,8 @@ ThreadMeasuring::measure(const CaptureSessionStore &store)
                 if (!bytes)
                     continue;
                 const auto summary = reader->read(id);
-                measured[i] = MeasuredThread{id, *bytes,
-                                             summary ? std::optional(summary->updatedAt)
-                                                     : std::nullopt};
+                measured[i] = MeasuredThread{
+                    id, *bytes, summary ? std::optional(summary->updatedAt) : std::nullopt};
             }
         };
     });

@@ -15,7 +15,8 @@ constexpr std::chrono::minutes tolerance{5};
 } // namespace
 
 ThreadRetention::ThreadRetention(const Settings &settings, ThreadLibrary &library,
-                                 HistoryController &history, RetentionClocks clocks, QObject *parent)
+                                 HistoryController &history, RetentionClocks clocks,
+                                 QObject *parent)
     : QObject(parent)
     , m_settings(settings)
     , m_library(library)
@@ -70,8 +71,9 @@ void ThreadRetention::look()
                                   "threads stay for another hour"));
         return;
     }
-    whenFinished(m_library.removeOlder(now.time.addDays(-*days), m_history.threadsInUse()), this,
-                 [this](const ThreadLibrary::Result<RemovedThreads> &outcome) { removed(outcome); });
+    whenFinished(
+        m_library.removeOlder(now.time.addDays(-*days), m_history.threadsInUse()), this,
+        [this](const ThreadLibrary::Result<RemovedThreads> &outcome) { removed(outcome); });
 }
 
 void ThreadRetention::removed(const ThreadLibrary::Result<RemovedThreads> &outcome)
@@ -88,8 +90,8 @@ void ThreadRetention::removed(const ThreadLibrary::Result<RemovedThreads> &outco
                        .arg(outcome->failed.constFirst().description()));
     if (outcome->removed.isEmpty())
         return;
-    Log::event(QStringLiteral("[ThreadRetention] %1 old session(s) deleted")
-                   .arg(outcome->removed.size()));
+    Log::event(
+        QStringLiteral("[ThreadRetention] %1 old session(s) deleted").arg(outcome->removed.size()));
     m_history.refresh();
 }
 

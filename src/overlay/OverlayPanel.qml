@@ -187,6 +187,7 @@ FocusScope {
         retryShortcut: root.panels.hotkeys.retry ?? ""
         find: root.find
         prompt: bottom.promptItem
+        isCovered: settingsSheet.isOpen || root.isHistoryOpen
         y: 34
         width: parent.width
         height: root.overlay.stripHeight

@@ -68,8 +68,8 @@ OverlayWindowController::OverlayWindowController(const VantiroConfig &config,
     , m_accountVisit(m_panel)
 {
     if (m_collaborators.library) {
-        m_history = std::make_unique<OverlayHistory>(*m_collaborators.library, m_threads, m_removals,
-                                                     m_collaborators.platform.vocabulary());
+        m_history = std::make_unique<OverlayHistory>(
+            *m_collaborators.library, m_threads, m_removals, m_collaborators.platform.vocabulary());
         m_settings.setThreads(*m_collaborators.library, m_history->controller());
         m_retention = std::make_unique<ThreadRetention>(
             m_collaborators.settings, *m_collaborators.library, m_history->controller());
@@ -534,7 +534,8 @@ void OverlayWindowController::deleteNote(const QUuid &noteId)
     if (!m_threads.setNoteAside(noteId))
         return;
     m_orchestrator->showCurrentThread();
-    m_removals.add({QStringLiteral("Deleted a note"), [this, noteId] { m_threads.removeNote(noteId); },
+    m_removals.add({QStringLiteral("Deleted a note"),
+                    [this, noteId] { m_threads.removeNote(noteId); },
                     [this, noteId] {
                         if (m_threads.restoreNote(noteId) &&
                             m_display.content() != ResponseDisplay::Content::Message)

@@ -26,7 +26,9 @@ FocusScope {
                                       && status !== OverlayModel.Answer
     readonly property bool isThreadShown: !compact || !hasStatus
     readonly property bool isNoticeShown: overlay.notice.length > 0
-    readonly property bool isUndoOffered: overlay.undoText.length > 0
+    /// Whether a sheet covers the strip; it offers the undo itself.
+    property bool isCovered: false
+    readonly property bool isUndoOffered: overlay.undoText.length > 0 && !isCovered
     /// Whether the title has given way to other words.
     readonly property bool isTitleReplaced: isNoticeShown || isUndoOffered
     /// True if a compact window has room for only one text.

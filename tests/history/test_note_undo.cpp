@@ -166,8 +166,7 @@ private Q_SLOTS:
             QCOMPARE(changed.size(), 1);
             QCOMPARE(f.onDisk(), isUndone ? QStringList({"one", "two", "three"})
                                           : QStringList({"one", "three"}));
-            QCOMPARE(f.threads.threadsInUse(),
-                     QSet<QUuid>{f.threads.currentSession()->id});
+            QCOMPARE(f.threads.threadsInUse(), QSet<QUuid>{f.threads.currentSession()->id});
         }
     }
 
@@ -187,8 +186,8 @@ private Q_SLOTS:
                 QVERIFY(f.threads.restoreNote(note));
             else
                 QVERIFY(f.threads.removeNote(note));
-            const QStringList expected = isUndone ? QStringList({"one", "two", "three"})
-                                                  : QStringList({"one", "three"});
+            const QStringList expected =
+                isUndone ? QStringList({"one", "two", "three"}) : QStringList({"one", "three"});
             QCOMPARE(f.shown(), expected);
             QCOMPARE(f.onDisk(), expected);
         }

@@ -20,7 +20,8 @@ struct Fixture
     void start()
     {
         retention = std::make_unique<ThreadRetention>(
-            settings, library, history, RetentionClocks{[this] { return now; }, [this] { return steady; }});
+            settings, library, history,
+            RetentionClocks{[this] { return now; }, [this] { return steady; }});
     }
     QUuid add(const QString &title, int daysAgo)
     {
@@ -211,8 +212,8 @@ private Q_SLOTS:
         f.library.listError = StoreError{StoreError::Kind::File, {}, 0, "no folder"};
         f.retention->look();
         QCoreApplication::processEvents();
-        QVERIFY(f.log.contains(
-            "[ThreadRetention] ERROR: Failed to look for old threads: no folder"));
+        QVERIFY(
+            f.log.contains("[ThreadRetention] ERROR: Failed to look for old threads: no folder"));
     }
 };
 

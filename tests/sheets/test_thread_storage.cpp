@@ -45,7 +45,8 @@ struct Fixture
     ThreadController threads{settings, nullptr};
     PendingRemovals removals;
     HistoryController history{library, threads, removals};
-    ThreadStorage storage{settings,        library, history, Vocabulary::linuxDesktop(),
+    ThreadStorage storage{settings,         library,
+                          history,          Vocabulary::linuxDesktop(),
                           QLocale("en_US"), [] { return noon; }};
 };
 

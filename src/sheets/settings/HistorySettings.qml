@@ -41,10 +41,6 @@ Item {
                 height: (error.visible ? error.y + error.height : field.y + field.height)
                         + Tokens.space2
 
-                Hairline {
-                    width: parent.width
-                    color: settings.theme.line
-                }
                 Label {
                     x: Tokens.space3
                     y: field.y
@@ -124,6 +120,11 @@ Item {
         enabled: settings.storage.hasThreads
         text: qsTr("Delete all threads")
         onClicked: settings.storage.deleteAll()
+        // The focus goes on instead of getting lost.
+        onEnabledChanged: {
+            if (!enabled && focus)
+                field.forceActiveFocus(Qt.TabFocusReason)
+        }
     }
     Label {
         objectName: "storageSpace"

@@ -18,7 +18,7 @@ SheetHost {
     property bool isFocusPending: false
     readonly property Item firstControl: closeButton
     readonly property bool isAsking: settings.threads !== null && settings.threads.isAsking
-    /// What had the focus when the question came.
+    /// What had the focus before a question.
     property Item asker
     readonly property int pad: compact ? Tokens.space3 : Tokens.space5
     readonly property int headerHeight: (compact ? 40 : 48) + Tokens.growth(20)
@@ -115,8 +115,12 @@ SheetHost {
     Connections {
         target: sheet.Window.window
         function onActiveFocusItemChanged() {
-            if (sheet.Window.activeFocusItem)
-                sheet.reveal(sheet.Window.activeFocusItem)
+            const item = sheet.Window.activeFocusItem
+            if (!item)
+                return
+            sheet.reveal(item)
+            if (!sheet.isAsking)
+                sheet.asker = item
         }
     }
 
@@ -220,10 +224,8 @@ SheetHost {
         onUndone: sheet.undone()
     }
     onIsAskingChanged: {
-        if (isAsking)
-            asker = Window.activeFocusItem
-        else if (asker)
-            asker.forceActiveFocus(Qt.OtherFocusReason)
+        if (!isAsking && asker)
+            asker.forceActiveFocus(Qt.TabFocusReason)
     }
     Dialog {
         objectName: "deleteThreadsQuestion"

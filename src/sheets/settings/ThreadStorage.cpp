@@ -67,7 +67,8 @@ void ThreadStorage::measure(std::function<void(const Threads &)> then)
 ThreadStorage::Threads ThreadStorage::listed() const
 {
     Threads threads = m_threads.value_or(Threads());
-    threads.removeIf([this](const MeasuredThread &thread) { return m_history.isHidden(thread.id); });
+    threads.removeIf(
+        [this](const MeasuredThread &thread) { return m_history.isHidden(thread.id); });
     return threads;
 }
 
@@ -177,11 +178,11 @@ void ThreadStorage::deleteAll()
         QList<QUuid> ids;
         for (const MeasuredThread &thread : threads)
             ids.append(thread.id);
-        ask(Question{QStringLiteral("Delete all threads?"),
-                     sizeText(threads) +
-                         QStringLiteral(", will be permanently removed from %1.")
-                             .arg(m_vocabulary.computer),
-                     [this, ids] { m_history.deleteThreads(ids); }});
+        ask(Question{
+            QStringLiteral("Delete all threads?"),
+            sizeText(threads) +
+                QStringLiteral(", will be permanently removed from %1.").arg(m_vocabulary.computer),
+            [this, ids] { m_history.deleteThreads(ids); }});
     });
 }
 
