@@ -315,7 +315,7 @@ class AccessTreeTest(E2ECase):
         screen = self.look(pane, scrolled=True)
         self.assertEqual([item.name for item in screen.seen if item.role == "heading"],
                          ["Settings", "Model", "Appearance", "Response text color", "Sending",
-                          "Panel", "Prompts", "Answers", "History", "Hotkeys"])
+                          "Panel", "Prompts", "Answers", "History", "Hotkeys", "About"])
         radios = [item for item in screen.seen if item.role == RADIO]
         self.assertEqual([radio.name for radio in radios],
                          ["Balanced", "Deep", "Light", "Dark", "System"]
@@ -345,6 +345,8 @@ class AccessTreeTest(E2ECase):
                            f"Move {prompt[7:]} up", f"Move {prompt[7:]} down",
                            f"Delete {prompt[7:]}")
                            if tool not in ("Move Explain up", "Move Translate down")))]
+        licenses = [item.name for item in screen.seen if item.name.startswith("License of ")]
+        self.assertIn("License of marked", licenses)
         after = ["Notify when an answer is ready", "Keep threads for 30 days"]
         before = [item.name for item in switches if item.name not in after]
         self.desktop.press("tab")
@@ -353,7 +355,7 @@ class AccessTreeTest(E2ECase):
                              *before, *prompt_walk, "Add a prompt",
                              *after, "Days to keep threads", "Delete all threads", *rows,
                              "Reset all hotkeys",
-                             "Need help? See the Help docs ↗", "Close")
+                             "Need help? See the Help docs ↗", *licenses, "Close")
         self.desktop.press("escape")
         self.access.wait_gone("Response text color")
         self.access.wait_for("Menu", focused=True)

@@ -80,8 +80,9 @@ class UndoTest(StoredThreadsCase):
         self.open_history(app)
         self.desktop.press("down")
         self.desktop.press("delete")
-        self.access.wait_focused("Cancel")
+        self.access.wait_for("Cancel", focused=True)
         self.desktop.press("tab")
+        self.access.wait_for("Delete", focused=True)
         self.desktop.press("return")
         self.access.wait_for("Deleted “Budget question”")
         wait_until(lambda: "The budget answer." not in self.access.page_text(),
@@ -121,7 +122,7 @@ class UndoTest(StoredThreadsCase):
         self.desktop.press("escape")
         self.access.wait_gone("Search threads")
         self.access.press("Menu")
-        self.access.press("Sign out")
+        self.access.press("Sign Out")
         wait_until(lambda: not (self.root / self.name).exists(), what="the end of the thread")
 
     def test_a_note_comes_back(self):
@@ -142,15 +143,23 @@ class UndoTest(StoredThreadsCase):
         wait_until(lambda: [note["text"] for note in self.description(self.name)["notes"]]
                    == ["second note"], what="the note's end on disk")
 
+    def open_storage(self, app):
+        """Opens the settings and moves the focus to "Delete all threads", which scrolls there."""
+        app.open_settings()
+        while (before := app.access.focused_name()) != "Delete all threads":
+            self.desktop.press("tab")
+            wait_until(lambda: app.access.focused_name() != before, what="the next Tab stop")
+
     def test_all_threads(self):
         app = self.start()
         (self.root / "my notes").mkdir()
-        app.open_settings()
+        self.open_storage(app)
         self.access.wait_for(re.compile(r"^2 threads, [\d.]+ kB$"))
         self.access.press("Delete all threads")
         self.access.wait_for("Delete all threads?")
+        self.access.wait_for("Cancel", focused=True)
         self.desktop.press("tab")
-        self.access.wait_focused("Delete")
+        self.access.wait_for("Delete", focused=True)
         self.desktop.press("return")
         self.access.wait_for("No saved threads")
         self.access.press("Undo")
@@ -165,7 +174,7 @@ class UndoTest(StoredThreadsCase):
         app = self.start()
         today = self.store("New question", "A new answer.",
                            time.strftime("%Y-%m-%dT%H:%M:%SZ", time.gmtime()))
-        app.open_settings()
+        self.open_storage(app)
         self.access.press("Keep threads for 30 days")
         self.access.wait_for(re.compile(r"^2 threads, [\d.]+ kB, unchanged for more than 30 days, "
                                         r"will be permanently removed from this computer\. "

@@ -335,4 +335,15 @@ Column {
             }
         }
     }
+    SettingsSection {
+        width: parent.width
+        theme: content.theme
+        title: qsTr("About")
+
+        AboutProgram {
+            width: parent.width
+            settings: content.settings
+            theme: content.theme
+        }
+    }
 }

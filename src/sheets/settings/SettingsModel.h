@@ -4,6 +4,7 @@
 #include "panels/ModelListModel.h"
 #include "platform/Vocabulary.h"
 #include "sheets/settings/HotkeyRows.h"
+#include "sheets/settings/LicenseRows.h"
 #include "sheets/settings/PromptRows.h"
 #include "sheets/settings/TextColors.h"
 #include "sheets/settings/ThreadStorage.h"
@@ -40,6 +41,8 @@ class SettingsModel : public QObject
     Q_PROPERTY(quellora::HotkeyRows *hotkeyRows READ hotkeyRows CONSTANT)
     Q_PROPERTY(quellora::PromptRows *promptRows READ promptRows NOTIFY promptRowsChanged)
     Q_PROPERTY(quellora::ThreadStorage *threads READ threads NOTIFY threadsChanged)
+    Q_PROPERTY(QString programVersion READ programVersion CONSTANT)
+    Q_PROPERTY(quellora::LicenseRows *licenses READ licenses CONSTANT)
 
 public:
     /// All references must outlive the model.
@@ -85,6 +88,9 @@ public:
     PromptRows *promptRows() { return m_promptRows.get(); }
     /// Null until setThreads().
     ThreadStorage *threads() { return m_threads.get(); }
+    /// "Quellora" and the version.
+    QString programVersion() const;
+    LicenseRows *licenses() { return &m_licenses; }
 
     // Called by the view.
     Q_INVOKABLE void close();
@@ -125,6 +131,7 @@ private:
     ModelListModel &m_models;
     Vocabulary m_vocabulary;
     TextColors m_textColors;
+    LicenseRows m_licenses;
     HotkeyRows m_hotkeyRows;
     std::unique_ptr<PromptRows> m_promptRows;
     std::unique_ptr<ThreadStorage> m_threads;
