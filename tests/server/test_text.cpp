@@ -1,3 +1,4 @@
+#include "base/JsonAccess.h"
 #include "base/Secrets.h"
 #include "base/Text.h"
 
@@ -15,6 +16,31 @@ TEST(Text, FormFieldsAreDecodedAndTheFirstOfEqualNamesWins)
     EXPECT_EQ(fields.at("b"), "A%zz");
     EXPECT_EQ(fields.at("c"), "");
     EXPECT_EQ(fields.at("d"), "e=f");
+}
+
+TEST(JsonAccess, NothingMayFollowTheObject)
+{
+    EXPECT_TRUE(parsedObject("{\"a\":1} \n"));
+    EXPECT_FALSE(parsedObject("{\"a\":1} x"));
+    EXPECT_FALSE(parsedObject(std::string_view("{\"a\":1}\0 x", 10)));
+    EXPECT_FALSE(parsedObject(std::string_view("{\"a\":1}\0", 8)));
+}
+
+TEST(JsonAccess, CountsAreWholeAndBounded)
+{
+    const auto count = [](const std::string &number) {
+        return countOf(parsedObject("{\"n\":" + number + "}").value(), "n");
+    };
+    EXPECT_EQ(count("0"), 0);
+    EXPECT_EQ(count("7"), 7);
+    EXPECT_EQ(count("1000000000"), 1'000'000'000);
+    EXPECT_EQ(count("9223372036854775807"), 1'000'000'000);
+    EXPECT_EQ(count("18446744073709551615"), 1'000'000'000);
+    EXPECT_FALSE(count("-1"));
+    EXPECT_FALSE(count("1.5"));
+    EXPECT_FALSE(count("1e30"));
+    EXPECT_FALSE(count("\"7\""));
+    EXPECT_FALSE(countOf(parsedObject("{}").value(), "n"));
 }
 
 TEST(Text, HtmlIsEscaped)
