@@ -93,26 +93,6 @@ TEST(JsonSuite, ValuesOfUnknownKeysAreTakenAsTheStandardSays)
         false);
 }
 
-TEST(JsonSuite, RequestBodies)
-{
-    const TemporaryDirectory directory;
-    const ManualClock clock;
-    RunningServer server(testConfig(directory, "[limits]\nauth_requests_per_minute = 100000\n"),
-                         clock);
-    const std::string token = server.token();
-    httplib::Client client = server.client();
-    client.set_keep_alive(true);
-    expectVerdicts(
-        [&](const std::string &text) {
-            const auto result =
-                client.Post("/api/auth/app-verify", {{"Authorization", "Bearer " + token}},
-                            R"({"osVersion":"o","new":)" + text + "}", "application/json");
-            EXPECT_TRUE(result);
-            return result && result->status == 200;
-        },
-        false);
-}
-
 TEST(JsonSuite, StoredConnections)
 {
     const TemporaryDirectory directory;
