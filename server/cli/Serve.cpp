@@ -56,6 +56,7 @@ int serve(const Config &config, CommandContext &context)
         context.err << "quellora-backend: cannot watch for signals\n";
         return exitFailure;
     }
+    Log::setFormat(config.logFormat);
     const SystemClock clock;
     const PasswordHasher hasher(config.security.passwordCost);
     Database database(config.dataFile);
