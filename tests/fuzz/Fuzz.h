@@ -1,8 +1,11 @@
 #pragma once
 
+#include <simdjson.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <string>
 #include <string_view>
 
 /// Called with each input by libFuzzer.
@@ -20,6 +23,12 @@ inline void require(bool holds)
 inline std::string_view view(const std::uint8_t *data, std::size_t size)
 {
     return {reinterpret_cast<const char *>(data), size};
+}
+
+/// Whether @p text is valid UTF-8, by another reader than the one under test.
+inline bool isUtf8(const std::string &text)
+{
+    return simdjson::validate_utf8(text);
 }
 
 /// Takes decisions from the beginning of an input.

@@ -146,7 +146,7 @@ const QString oracle = QStringLiteral(R"(
         'SEARCH', 'SECTION', 'SHADOW', 'SMALL', 'SPACER', 'SPAN', 'STRIKE', 'STRONG', 'SUB', 'SUMMARY',
         'SUP', 'TABLE', 'TBODY', 'TD', 'TFOOT', 'TH', 'THEAD', 'TIME', 'TR', 'TT', 'U', 'UL', 'VAR', 'WBR']);
     window.refused = new Set(['id', 'name', 'srcset', 'srcdoc', 'formaction', 'action', 'ping', 'background',
-        'contenteditable', 'accesskey', 'popover', 'is', 'slot', 'autofocus', 'usemap', 'http-equiv']);
+        'contenteditable', 'accesskey', 'popover', 'is', 'autofocus', 'usemap', 'http-equiv']);
     window.violation = root => {
         for (const element of root.querySelectorAll('*')) {
             if (element.parentNode.closest?.('.formula'))

@@ -18,6 +18,16 @@ TEST(Text, FormFieldsAreDecodedAndTheFirstOfEqualNamesWins)
     EXPECT_EQ(fields.at("d"), "e=f");
 }
 
+TEST(Text, FormFieldsAreValidUtf8)
+{
+    const auto fields = formFields("a=%C3%A9&b=x%FFy%C3&%80=%F0%9F%98%80&c=%ED%A0%80&d=%C0%AF");
+    EXPECT_EQ(fields.at("a"), "\xC3\xA9");
+    EXPECT_EQ(fields.at("b"), "x\xEF\xBF\xBDy\xEF\xBF\xBD");
+    EXPECT_EQ(fields.at("\xEF\xBF\xBD"), "\xF0\x9F\x98\x80");
+    EXPECT_EQ(fields.at("c"), "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD");
+    EXPECT_EQ(fields.at("d"), "\xEF\xBF\xBD\xEF\xBF\xBD");
+}
+
 TEST(JsonAccess, NothingMayFollowTheObject)
 {
     EXPECT_TRUE(parsedObject("{\"a\":1} \n"));
@@ -53,6 +63,7 @@ TEST(Text, Base64AcceptsOnlyThePaddedStandardForm)
     const std::string bytes("\x00\xFF\x10z", 4);
     EXPECT_EQ(base64Decoded(base64Encoded(bytes)), bytes);
     EXPECT_EQ(base64Decoded(""), "");
+    EXPECT_FALSE(base64Decoded("L\xEF\xBF\xBD"));
     EXPECT_FALSE(base64Decoded("AP8Q"
                                "eg"));
     EXPECT_FALSE(base64Decoded("AP8Q\neg=="));
