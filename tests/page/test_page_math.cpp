@@ -219,7 +219,7 @@ void TestPageMath::displayFormulasAreCentred()
         return m_engine
             ->value(
                 QStringLiteral("(() => { const line = document.querySelectorAll('.formula')[%1];"
-                               "const boxes = [...line.querySelectorAll('.katex-html .base')]"
+                               "const boxes = [...line.querySelectorAll('.katex-base')]"
                                ".map(base => base.getBoundingClientRect());"
                                "const first = boxes[0], last = boxes[boxes.length - 1];"
                                "const frame = line.getBoundingClientRect(); return %2; })()")
