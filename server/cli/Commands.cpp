@@ -5,6 +5,7 @@
 #include "providers/UpstreamSettings.h"
 #include "store/Accounts.h"
 #include "store/Connections.h"
+#include "store/OpenDatabase.h"
 #include "store/Sessions.h"
 #include "store/UsageLedger.h"
 
@@ -28,6 +29,7 @@ struct Options
 {
     std::optional<std::string> config;
     std::optional<std::string> data;
+    std::optional<std::string> database;
     std::optional<std::string> host;
     std::optional<int> port;
     bool offline = false;
@@ -46,16 +48,16 @@ struct Store
 {
     explicit Store(const Config &config)
         : hasher(config.security.passwordCost)
-        , database(config.dataFile)
-        , accounts(database, hasher, clock)
-        , sessions(database, clock, config.security.sessionLifetime,
+        , database(openDatabase(config))
+        , accounts(*database, hasher, clock)
+        , sessions(*database, clock, config.security.sessionLifetime,
                    config.security.handoverLifetime)
-        , usage(database, clock)
+        , usage(*database, clock)
     {}
 
     SystemClock clock;
     PasswordHasher hasher;
-    Database database;
+    std::unique_ptr<Database> database;
     Accounts accounts;
     Sessions sessions;
     UsageLedger usage;
@@ -170,7 +172,7 @@ void listAccounts(const Options &options, const Config &config, CommandContext &
 void checkConfig(const Options &, const Config &config, CommandContext &context)
 {
     context.out << "listen: " << config.server.host << " port " << config.server.port << '\n'
-                << "data file: " << config.dataFile.string() << '\n'
+                << "store: " << describeDatabase(config) << '\n'
                 << "default model: " << config.defaultModel << '\n';
     for (const ModelSettings &model : config.models)
         context.out << "model: " << model.id << " (" << model.provider << ", " << model.upstream
@@ -199,8 +201,12 @@ Config loadConfig(const Options &options, const CommandContext &context)
     auto config = Config::load(file, context.environment, context.providers);
     if (!config)
         throw std::runtime_error(config.error());
-    if (options.data)
+    if (options.data) {
         config->dataFile = *options.data;
+        config->postgres.url.clear();
+    }
+    if (options.database && !config->useDatabase(*options.database))
+        throw std::runtime_error("--database takes \"sqlite:PATH\" or \"postgresql://…\"");
     config->server.port = options.port.value_or(config->server.port);
     config->server.host = options.host.value_or(config->server.host);
     if (!config->server.isHostPermitted())
@@ -294,6 +300,9 @@ int runCommand(const std::vector<std::string> &words, CommandContext &context)
     app.add_option("--data", options.data,
                    "SQLite file (default: $XDG_DATA_HOME/Quellora/backend.sqlite)")
         ->type_name("FILE");
+    app.add_option("--database", options.database,
+                   "sqlite:PATH or postgresql://…; before --data and the environment")
+        ->type_name("ADDRESS");
     app.add_option("--host", options.host, "listen there (default 127.0.0.1)")
         ->type_name("ADDRESS");
     app.add_option("--port", options.port, "listen there (default 9878, 0 picks a free port)")

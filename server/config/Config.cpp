@@ -96,6 +96,15 @@ void readTiming(TomlReader reader, TimingSettings &timing)
     reader.finish();
 }
 
+void readPostgres(TomlReader reader, PostgresSettings &postgres)
+{
+    reader.read("direct_url", postgres.directUrl);
+    reader.read("connections", postgres.connections, 1, 200);
+    reader.readSeconds("connect_seconds", postgres.connect, 2, 60);
+    reader.readSeconds("statement_seconds", postgres.statement, 1, 600);
+    reader.finish();
+}
+
 /// "a", "b" or "c": the names that [[models]] accepts.
 std::string quotedNames(const std::vector<ConfiguredProvider> &providers)
 {
@@ -222,6 +231,20 @@ ServiceSettings::ServiceSettings()
                     "Do not add explanations outside this format.")
 {}
 
+bool Config::useDatabase(const std::string &address)
+{
+    const std::string file = "sqlite:";
+    if (address.rfind(file, 0) == 0 && address.size() > file.size()) {
+        dataFile = address.substr(file.size());
+        postgres.url.clear();
+        return true;
+    }
+    if (address.rfind("postgresql://", 0) != 0 && address.rfind("postgres://", 0) != 0)
+        return false;
+    postgres.url = address;
+    return true;
+}
+
 std::filesystem::path Config::connectionFile() const
 {
     return dataFile.parent_path() / "connections.json";
@@ -268,7 +291,10 @@ tl::expected<Config, std::string> Config::parse(const std::string &toml, const s
     std::string dataFile;
     std::int64_t sessionDays = 30;
     TomlReader root(&document, "", error);
+    std::string database;
     root.read("data_file", dataFile);
+    root.read("database", database);
+    readPostgres(root.table("postgresql"), config.postgres);
     root.read("default_model", config.defaultModel);
     readLogFormat(root, config.logFormat);
     readServer(root.table("server"), config.server);
@@ -289,7 +315,12 @@ tl::expected<Config, std::string> Config::parse(const std::string &toml, const s
     root.finish();
 
     config.security.sessionLifetime = std::chrono::hours(24 * sessionDays);
-    dataFile = environment("QUELLORA_BACKEND_DATA").value_or(dataFile);
+    if (const auto named = environment("QUELLORA_BACKEND_DATABASE")) {
+        database = *named;
+    } else if (const auto file = environment("QUELLORA_BACKEND_DATA")) {
+        dataFile = *file;
+        database.clear();
+    }
     if (!dataFile.empty()) {
         config.dataFile = dataFile;
     } else if (const auto data = environment("XDG_DATA_HOME")) {
@@ -298,6 +329,9 @@ tl::expected<Config, std::string> Config::parse(const std::string &toml, const s
         config.dataFile =
             std::filesystem::path(*home) / ".local" / "share" / "Quellora" / "backend.sqlite";
     }
+    // The address may contain a password, so that no message repeats it.
+    if (!database.empty() && !config.useDatabase(database) && error.empty())
+        error = "database: must be \"sqlite:PATH\" or \"postgresql://…\"";
     complete(config, error);
     if (!error.empty())
         return tl::make_unexpected(name + ": " + error);

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "connect/ModelSetup.h"
-#include "http/FormNonces.h"
+#include "store/FormNonces.h"
 #include "http/RequestGuard.h"
 
 namespace quellora::server {

@@ -8,7 +8,7 @@
 namespace quellora::server {
 
 PageRoutes::PageRoutes(Services &services)
-    : m_services(services), m_guard(services), m_signIn(services), m_nonces(services.clock)
+    : m_services(services), m_guard(services), m_signIn(services), m_nonces(services.database, services.clock, "sign-in")
 {}
 
 void PageRoutes::showLogin(const Request &request, Response &response, int status,
@@ -84,7 +84,7 @@ void PageRoutes::loginSubmit(const Request &request, Response &response)
         redirectWithToken(response, *account);
         return;
     }
-    if (const auto wait = m_services.authRate.acquire(request.peerAddress)) {
+    if (const auto wait = m_services.authRate->acquire(request.peerAddress)) {
         showLogin(request, response, 429, "Too many attempts. Please wait a minute.");
         return;
     }

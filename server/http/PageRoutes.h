@@ -1,7 +1,7 @@
 #pragma once
 
 #include "http/AuthRoutes.h"
-#include "http/FormNonces.h"
+#include "store/FormNonces.h"
 
 namespace quellora::server {
 

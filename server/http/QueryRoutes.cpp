@@ -69,7 +69,7 @@ bool QueryRoutes::admitted(const Request &request, Response &response, const Acc
         replySpent(response, figures.remaining);
         return false;
     }
-    if (const auto wait = m_services.queryRate.acquire(std::to_string(account.id))) {
+    if (const auto wait = m_services.queryRate->acquire(std::to_string(account.id))) {
         Log::event("[QueryRoutes] Query refused: account " + std::to_string(account.id) +
                    " asks too often");
         replyRateLimited(response, *wait);
