@@ -138,9 +138,8 @@ AdminActions::Done AdminActions::setPlan(std::int64_t id, const std::string &pla
 {
     if (plan.empty() || plan.size() > longestName || !isStorableText(plan))
         return refused("A plan's name has 1 to 60 characters.");
-    return change(id, "set-plan", plan, [&](const Account &account) {
-        m_store.accounts.setPlan(account.email, plan);
-    });
+    return change(id, "set-plan", plan,
+                  [&](const Account &account) { m_store.accounts.setPlan(account.email, plan); });
 }
 
 AdminActions::Result<int> AdminActions::signOut(std::int64_t id) const
@@ -163,9 +162,8 @@ AdminActions::Done AdminActions::remove(std::int64_t id) const
 AdminActions::Result<std::string> AdminActions::exportPerson(std::int64_t id) const
 {
     std::string text;
-    const Done done = change(id, "export", "", [&](const Account &account) {
-        text = personRecord(m_store, account);
-    });
+    const Done done = change(
+        id, "export", "", [&](const Account &account) { text = personRecord(m_store, account); });
     if (!done)
         return refused(done.error());
     return text;

@@ -20,8 +20,8 @@ constexpr const char *hiddenModels = "hidden_models";
 constexpr const char *requestLogs = "request_logs";
 } // namespace settingNames
 
-/// What administrators do to accounts, messages and settings. Each action and its entry in the audit
-/// trail are one transaction. Errors are sentences for the administrator. Thread-safe.
+/// What administrators do to accounts, messages and settings. Each action and its entry in the
+/// audit trail are one transaction. Errors are sentences for the administrator. Thread-safe.
 class AdminActions
 {
 public:
@@ -35,8 +35,7 @@ public:
     static constexpr std::size_t longestPassword = 1024;
 
     /// @p actor is the administrator's name in the trail, or "command line".
-    AdminActions(AdminStore &store, std::string actor)
-        : m_store(store), m_actor(std::move(actor))
+    AdminActions(AdminStore &store, std::string actor) : m_store(store), m_actor(std::move(actor))
     {}
 
     /// An invited account and the token of its link.

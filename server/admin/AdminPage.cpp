@@ -104,7 +104,8 @@ std::string topBar(const std::string &path, const Visit &visit)
         html.append("<a href=\"").append(entry.path).append("\"");
         html.append(isHere ? " aria-current=\"page\">" : ">").append(entry.name).append("</a>\n");
     }
-    html += "<a href=\"/admin/me\"" + std::string(path == "/admin/me" ? " aria-current=\"page\"" : "") +
+    html += "<a href=\"/admin/me\"" +
+            std::string(path == "/admin/me" ? " aria-current=\"page\"" : "") +
             ">Your sign-in</a>\n</nav>\n";
     return html + formStart(visit, "/admin/sign-out") + submit("Sign out", "", plainButton) +
            "</form>\n</header>\n";

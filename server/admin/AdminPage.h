@@ -73,8 +73,8 @@ void addLogPages(AdminPages &all);
 void addAuditPages(AdminPages &all);
 void addOwnPages(AdminPages &all);
 
-/// A complete page. @p path is the one shown, for the navigation; without @p visit it is the page of
-/// somebody who is not signed in.
+/// A complete page. @p path is the one shown, for the navigation; without @p visit it is the page
+/// of somebody who is not signed in.
 std::string adminHtml(const std::string &title, const std::string &body, const std::string &path,
                       const Visit *visit);
 /// The style sheet of the pages, in addition to the one of all pages.

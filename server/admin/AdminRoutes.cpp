@@ -12,7 +12,6 @@ namespace quellora::server {
 namespace {
 
 constexpr const char *home = "/admin/people";
-constexpr const char *signInPath = "/admin/sign-in";
 constexpr const char *signOutPath = "/admin/sign-out";
 constexpr const char *stylePath = "/admin/style.css";
 constexpr const char *cookieName = "quellora_admin";
@@ -128,8 +127,8 @@ void AdminRoutes::signIn(const Request &request, Response &response)
                    "Too many attempts. Please wait " + std::to_string(wait->count()) + " seconds.");
         return;
     }
-    const auto administrator = m_store.administrators.authenticate(
-        email, field(fields, "password"), field(fields, "code"));
+    const auto administrator = m_store.administrators.authenticate(email, field(fields, "password"),
+                                                                   field(fields, "code"));
     if (!administrator) {
         m_failures->record(email);
         Log::event("[AdminRoutes] WARNING: Sign-in of an administrator refused");
@@ -165,7 +164,7 @@ void AdminRoutes::show(const Request &request, Response &response)
         return;
     }
     const auto visit = visitOf(request);
-    if (request.path == signInPath && !visit) {
+    if (request.path == signInPath) {
         showSignIn(response, 200, "");
         return;
     }
@@ -222,8 +221,7 @@ void AdminRoutes::send(const Request &request, Response &response, const Visit &
                          "text/html; charset=utf-8");
         return;
     }
-    response.headers.set("Content-Disposition",
-                         "attachment; filename=\"" + reply.fileName + "\"");
+    response.headers.set("Content-Disposition", "attachment; filename=\"" + reply.fileName + "\"");
     response.setBody(std::move(reply.body), reply.fileType);
 }
 

@@ -15,6 +15,8 @@ namespace quellora::server {
 class AdminRoutes
 {
 public:
+    static constexpr const char *signInPath = "/admin/sign-in";
+
     /// @p store must outlive this object.
     AdminRoutes(Services &services, AdminStore &store);
 
@@ -29,7 +31,8 @@ private:
     void showSignIn(Response &response, int status, const std::string &problem);
     void signIn(const Request &request, Response &response);
     void signOut(const Request &request, Response &response);
-    static void send(const Request &request, Response &response, const Visit &visit, PageReply reply);
+    static void send(const Request &request, Response &response, const Visit &visit,
+                     PageReply reply);
 
     Services &m_services;
     AdminStore &m_store;

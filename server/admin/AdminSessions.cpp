@@ -22,12 +22,12 @@ std::optional<std::int64_t> AdminSessions::find(const std::string &token)
         return std::nullopt;
     const TimePoint now = m_clock.now();
     std::optional<std::int64_t> administrator;
-    m_database.query("UPDATE admin_sessions SET seen_at = ?"
-                     " WHERE fingerprint = ? AND created_at > ? AND seen_at > ?"
-                     " RETURNING admin_id",
-                     {toSeconds(now), tokenFingerprint(token), toSeconds(now - longest),
-                      toSeconds(now - idle)},
-                     [&](const Database::Row &row) { administrator = row.integer(0); });
+    m_database.query(
+        "UPDATE admin_sessions SET seen_at = ?"
+        " WHERE fingerprint = ? AND created_at > ? AND seen_at > ?"
+        " RETURNING admin_id",
+        {toSeconds(now), tokenFingerprint(token), toSeconds(now - longest), toSeconds(now - idle)},
+        [&](const Database::Row &row) { administrator = row.integer(0); });
     return administrator;
 }
 

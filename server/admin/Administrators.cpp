@@ -35,7 +35,8 @@ Enrolment Administrators::enrol(const std::string &email, const std::string &pas
     enrolment.uri = totp::uri(issuer, email, secret);
     m_database.transaction([&] {
         m_database.execute(
-            "INSERT INTO admins(email, name, password_hash, totp_secret, totp_last_step, created_at)"
+            "INSERT INTO admins(email, name, password_hash, totp_secret, totp_last_step, "
+            "created_at)"
             " VALUES(?, ?, ?, ?, 0, ?) ON CONFLICT(email) DO UPDATE SET"
             " password_hash = excluded.password_hash, totp_secret = excluded.totp_secret,"
             " totp_pending = '', totp_last_step = 0",

@@ -22,9 +22,9 @@ std::string personCell(const std::string &name, const std::map<std::string, std:
 /// The name in the trail of whoever was searched for: an address, a pseudonym or "command line".
 std::string wantedName(const std::string &entered, const std::map<std::string, std::string> &names)
 {
-    const auto found =
-        std::find_if(names.begin(), names.end(),
-                     [&](const auto &entry) { return entry.second == lowered(entered); });
+    const auto found = std::find_if(names.begin(), names.end(), [&](const auto &entry) {
+        return entry.second == lowered(entered);
+    });
     return found == names.end() ? entered : found->first;
 }
 
@@ -50,21 +50,22 @@ PageReply audit(const Visit &visit)
         htmlEscaped(known == names.end() ? who : known->second) +
         "\"></label>\n<button type=\"submit\"" + plainButton + ">Show</button></form>\n";
     if (entries.empty())
-        return PageReply::page("Audit trail",
-                               body + "<p>" +
-                                   (who.empty() && before == 0 ? "Nothing has been done yet."
-                                                               : "No entry.") +
-                                   "</p>\n");
+        return PageReply::page(
+            "Audit trail",
+            body + "<p>" +
+                (who.empty() && before == 0 ? "Nothing has been done yet." : "No entry.") +
+                "</p>\n");
     body += "<div class=\"scroll cards\"><table><thead><tr><th scope=\"col\">Time (UTC)</th><th "
             "scope=\"col\">By</th><th scope=\"col\">Action</th><th scope=\"col\">About</th><th "
             "scope=\"col\">Detail</th></tr></thead><tbody>\n";
     for (const AuditEntry &entry : entries)
-        body += "<tr><td class=\"time\">" + shortTime(entry.at) + "</td><td data-name=\"By\">" +
-                personCell(entry.actor, names) + "</td><td data-name=\"Action\">" +
-                htmlEscaped(entry.action) +
-                "</td><td data-name=\"About\">" + personCell(entry.subject, names) + "</td><td" +
-                (entry.detail.empty() ? ">" : " data-name=\"Detail\">" + htmlEscaped(entry.detail)) +
-                "</td></tr>\n";
+        body +=
+            "<tr><td class=\"time\">" + shortTime(entry.at) + "</td><td data-name=\"By\">" +
+            personCell(entry.actor, names) + "</td><td data-name=\"Action\">" +
+            htmlEscaped(entry.action) + "</td><td data-name=\"About\">" +
+            personCell(entry.subject, names) + "</td><td" +
+            (entry.detail.empty() ? ">" : " data-name=\"Detail\">" + htmlEscaped(entry.detail)) +
+            "</td></tr>\n";
     body += "</tbody></table></div>\n";
     const std::string filter = name.empty() ? "" : "who=" + urlEncoded(name) + "&amp;";
     body += "<p class=\"pages\"><span>" +

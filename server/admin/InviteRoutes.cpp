@@ -18,22 +18,22 @@ void InviteRoutes::form(Response &response, int status, const std::string &token
                   "replaced by a newer one. Ask whoever invited you for another.</p>");
         return;
     }
-    replyPage(response, status,
-              "<h1>Welcome to Quellora</h1>\n" +
-                  (problem.empty() ? ""
-                                   : "<p class=\"note bad\" role=\"alert\">" +
-                                         htmlEscaped(problem) + "</p>\n") +
-                  "<p>Choose a password for <b>" + htmlEscaped(account->email) +
-                  "</b>.</p>\n<form method=\"post\" action=\"/invite\">\n" +
-                  hidden("token", token) +
-                  "<input type=\"hidden\" name=\"email\" autocomplete=\"username\" value=\"" +
-                  htmlEscaped(account->email) +
-                  "\">\n<label>Password, at least 8 characters<input type=\"password\" "
-                  "name=\"password\" autocomplete=\"new-password\" minlength=\"8\" "
-                  "maxlength=\"1024\" required></label>\n<label>The same again<input "
-                  "type=\"password\" name=\"again\" autocomplete=\"new-password\" "
-                  "minlength=\"8\" maxlength=\"1024\" required></label>\n"
-                  "<button type=\"submit\">Set password</button>\n</form>\n");
+    replyPage(
+        response, status,
+        "<h1>Welcome to Quellora</h1>\n" +
+            (problem.empty()
+                 ? ""
+                 : "<p class=\"note bad\" role=\"alert\">" + htmlEscaped(problem) + "</p>\n") +
+            "<p>Choose a password for <b>" + htmlEscaped(account->email) +
+            "</b>.</p>\n<form method=\"post\" action=\"/invite\">\n" + hidden("token", token) +
+            "<input type=\"hidden\" name=\"email\" autocomplete=\"username\" value=\"" +
+            htmlEscaped(account->email) +
+            "\">\n<label>Password, at least 8 characters<input type=\"password\" "
+            "name=\"password\" autocomplete=\"new-password\" minlength=\"8\" "
+            "maxlength=\"1024\" required></label>\n<label>The same again<input "
+            "type=\"password\" name=\"again\" autocomplete=\"new-password\" "
+            "minlength=\"8\" maxlength=\"1024\" required></label>\n"
+            "<button type=\"submit\">Set password</button>\n</form>\n");
 }
 
 void InviteRoutes::show(const Request &request, Response &response)

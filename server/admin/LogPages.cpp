@@ -16,7 +16,8 @@ constexpr std::size_t shownBytes = 256U * 1024U;
 
 std::string size(std::int64_t bytes)
 {
-    return bytes < 1024 ? std::to_string(bytes) + " bytes" : grouped((bytes + 1023) / 1024) + " KiB";
+    return bytes < 1024 ? std::to_string(bytes) + " bytes"
+                        : grouped((bytes + 1023) / 1024) + " KiB";
 }
 
 /// The end of @p text, from the beginning of a line, without bytes that browsers show oddly.
@@ -36,9 +37,8 @@ std::string shownPart(const std::string &text)
 
 std::string requestForm(const Visit &visit)
 {
-    const ModelChoices choices = modelChoices(visit.store.settings, visit.store.config.service, {},
-                                              visit.store.config.defaultModel);
-    const bool isOn = choices.requestLogs.value_or(false);
+    const bool isOn =
+        requestedLogs(visit.store.settings, visit.store.config.service).value_or(false);
     return "<h2>Ask for logs</h2>\n<p>" +
            std::string(isOn ? "The apps are asked to upload their log each time they ask for "
                               "their configuration."
@@ -69,8 +69,9 @@ PageReply logs(const Visit &visit)
                 "</td><td><a href=\"/admin/person?id=" + std::to_string(log.accountId) + "\">" +
                 htmlEscaped(names[log.accountId]) +
                 "</a></td><td class=\"num\" data-name=\"Size\">" + size(log.bytes) +
-                "</td><td><a href=\"/admin/log?id=" + number + "\">Read<span class=\"hidden\"> the log of " +
-                htmlEscaped(names[log.accountId]) + "</span></a></td></tr>\n";
+                "</td><td><a href=\"/admin/log?id=" + number +
+                "\">Read<span class=\"hidden\"> the log of " + htmlEscaped(names[log.accountId]) +
+                "</span></a></td></tr>\n";
     }
     body += rows.empty()
                 ? "<p>No log has been uploaded.</p>\n"
@@ -107,8 +108,7 @@ PageReply log(const Visit &visit)
                    formStart(visit, "/admin/log") + hidden("id", std::to_string(id)) +
                    submit("Download", "download", plainButton) +
                    "</form>\n<p></p>\n<pre tabindex=\"0\" aria-label=\"Log\">" +
-                   htmlEscaped(shown) +
-                   "</pre>\n<p><a href=\"/admin/logs\">All logs</a></p>\n");
+                   htmlEscaped(shown) + "</pre>\n<p><a href=\"/admin/logs\">All logs</a></p>\n");
 }
 
 PageReply download(const Visit &visit)

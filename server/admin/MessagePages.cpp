@@ -81,9 +81,9 @@ PageReply messages(const Visit &visit, const std::string &problem = "")
 {
     const std::vector<Account> accounts = visit.store.accounts.all();
     const auto audience = [&](const StoredMessage &stored) -> std::string {
-        const auto found = std::find_if(
-            accounts.begin(), accounts.end(),
-            [&](const Account &account) { return account.id == stored.accountId; });
+        const auto found =
+            std::find_if(accounts.begin(), accounts.end(),
+                         [&](const Account &account) { return account.id == stored.accountId; });
         return !stored.accountId ? "everybody" : found == accounts.end() ? "" : found->email;
     };
     std::string shown;
@@ -99,9 +99,9 @@ PageReply messages(const Visit &visit, const std::string &problem = "")
         heading("Messages") + problemNote(problem) + doneNote(visit) +
             "<div class=\"columns\"><section>\n<h2>Shown now</h2>\n" +
             (shown.empty() ? "<p>No message is shown.</p>\n" : shown) +
-            (withdrawn.empty()
-                 ? ""
-                 : "<details><summary>Withdrawn messages</summary>\n" + withdrawn + "</details>\n") +
+            (withdrawn.empty() ? ""
+                               : "<details><summary>Withdrawn messages</summary>\n" + withdrawn +
+                                     "</details>\n") +
             "</section><section>\n" + sendForm(visit, accounts) + "</section></div>\n",
         problem.empty() ? 200 : 400);
 }

@@ -37,13 +37,16 @@ ModelChoices modelChoices(StoredSettings &settings, const ServiceSettings &servi
         choices.offered = models;
     choices.defaultModel = value(settingNames::defaultModel).value_or(configuredDefault);
     if (!choices.offers(choices.defaultModel))
-        choices.defaultModel = choices.offers(configuredDefault) ? configuredDefault
-                                                                 : choices.offered.front().id;
+        choices.defaultModel =
+            choices.offers(configuredDefault) ? configuredDefault : choices.offered.front().id;
     choices.defaultPrompt = value(settingNames::defaultPrompt).value_or(service.defaultPrompt);
-    choices.requestLogs = service.requestLogs;
-    if (const auto wanted = value(settingNames::requestLogs))
-        choices.requestLogs = *wanted == "true";
     return choices;
+}
+
+std::optional<bool> requestedLogs(StoredSettings &settings, const ServiceSettings &service)
+{
+    const auto wanted = settings.get(settingNames::requestLogs);
+    return wanted ? *wanted == "true" : service.requestLogs;
 }
 
 } // namespace quellora::server

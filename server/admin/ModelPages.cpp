@@ -22,15 +22,14 @@ std::string modelForm(const Visit &visit, const std::vector<ModelSettings> &all,
                        "<ul class=\"list choices\">\n";
     for (std::size_t i = 0; i < all.size(); ++i) {
         const ModelSettings &model = all[i];
-        html += "<li><label><input type=\"checkbox\" name=\"m" + std::to_string(i) +
-                "\" value=\"" + htmlEscaped(model.id) + "\"" +
-                (choices.offers(model.id) ? " checked" : "") + "><span class=\"grow\">" +
-                htmlEscaped(model.displayName) + "<span class=\"dim\">" + htmlEscaped(model.id) +
-                (model.destination.empty()
-                     ? ""
-                     : isLoopbackHost(model.destination)
-                           ? " · pictures stay on the server"
-                           : " · pictures go to " + htmlEscaped(model.destination)) +
+        html += "<li><label><input type=\"checkbox\" name=\"m" + std::to_string(i) + "\" value=\"" +
+                htmlEscaped(model.id) + "\"" + (choices.offers(model.id) ? " checked" : "") +
+                "><span class=\"grow\">" + htmlEscaped(model.displayName) + "<span class=\"dim\">" +
+                htmlEscaped(model.id) +
+                (model.destination.empty() ? ""
+                 : isLoopbackHost(model.destination)
+                     ? " · pictures stay on the server"
+                     : " · pictures go to " + htmlEscaped(model.destination)) +
                 "</span></span></label></li>\n";
     }
     html += "</ul>\n<label>The model that answers unless the user picks another<select "
@@ -64,9 +63,9 @@ PageReply models(const Visit &visit, const std::string &problem = "")
     const ModelChoices choices = inForce(visit, all);
     return PageReply::page("Models",
                            heading("Models") + problemNote(problem) + doneNote(visit) +
-                               "<div class=\"columns\"><section>\n" +
-                               promptForm(visit, choices) + "</section><section>\n" +
-                               modelForm(visit, all, choices) + "</section></div>\n",
+                               "<div class=\"columns\"><section>\n" + promptForm(visit, choices) +
+                               "</section><section>\n" + modelForm(visit, all, choices) +
+                               "</section></div>\n",
                            problem.empty() ? 200 : 400);
 }
 
@@ -100,9 +99,9 @@ PageReply saveModels(const Visit &visit)
         for (const auto &result :
              {actions.set(settingNames::hiddenModels,
                           hidden.empty() ? std::nullopt : std::optional(hidden)),
-              actions.set(settingNames::defaultModel,
-                          wanted == visit.store.config.defaultModel ? std::nullopt
-                                                                    : std::optional(wanted))}) {
+              actions.set(settingNames::defaultModel, wanted == visit.store.config.defaultModel
+                                                          ? std::nullopt
+                                                          : std::optional(wanted))}) {
             if (!result)
                 problem = result.error();
         }
@@ -119,9 +118,8 @@ PageReply save(const Visit &visit)
     std::erase(prompt, '\r');
     if (action == "prompt" && trimmed(prompt).empty())
         return models(visit, "The default prompt must not be empty.");
-    const auto done = visit.actions().set(settingNames::defaultPrompt,
-                                          action == "prompt" ? std::optional(prompt)
-                                                             : std::nullopt);
+    const auto done = visit.actions().set(
+        settingNames::defaultPrompt, action == "prompt" ? std::optional(prompt) : std::nullopt);
     return done ? PageReply::to("/admin/models?done=prompt") : models(visit, done.error());
 }
 

@@ -17,9 +17,12 @@ std::string codeField(const char *label)
 std::string secretIn(const std::string &uri)
 {
     const std::size_t begin = uri.find("secret=") + 7;
-    std::string secret = uri.substr(begin, uri.find('&', begin) - begin);
-    for (std::size_t at = 4; at < secret.size(); at += 5)
-        secret.insert(at, " ");
+    std::string secret;
+    for (std::size_t at = begin; at < uri.size() && uri[at] != '&'; ++at) {
+        if (at > begin && (at - begin) % 4 == 0)
+            secret += ' ';
+        secret += uri[at];
+    }
     return secret;
 }
 
@@ -47,8 +50,8 @@ PageReply own(const Visit &visit, const std::string &problem = "")
             renewal(visit) + "<h2>Recovery codes</h2>\n<p>" + std::to_string(left) +
             (left == 1 ? " is" : " are") +
             " left. Setting up an app gives new ones.</p>\n<h2>Sessions</h2>\n" +
-            formStart(visit, "/admin/me") +
-            submit("End my other sessions", "others", plainButton) + "</form>\n",
+            formStart(visit, "/admin/me") + submit("End my other sessions", "others", plainButton) +
+            "</form>\n",
         problem.empty() ? 200 : 400);
 }
 

@@ -71,19 +71,17 @@ PageReply people(const Visit &visit, const std::string &problem = "")
         return account.email.find(wanted) == std::string::npos &&
                lowered(account.plan).find(wanted) == std::string::npos;
     });
-    std::sort(found.begin(), found.end(), [](const Account &left, const Account &right) {
-        return left.email < right.email;
-    });
+    std::sort(found.begin(), found.end(),
+              [](const Account &left, const Account &right) { return left.email < right.email; });
     const std::size_t pages = std::max<std::size_t>(1, (found.size() + perPage - 1) / perPage);
-    const std::size_t page = static_cast<std::size_t>(
-        std::clamp<std::int64_t>(visit.fields.empty() ? visit.number("page", 1) : 1, 1,
-                                 static_cast<std::int64_t>(pages)));
+    const std::size_t page = static_cast<std::size_t>(std::clamp<std::int64_t>(
+        visit.fields.empty() ? visit.number("page", 1) : 1, 1, static_cast<std::int64_t>(pages)));
     std::string body = heading("People") + problemNote(problem) + doneNote(visit) +
                        "<div class=\"columns\"><section>\n" + searchForm(wanted);
     if (found.empty())
-        body += everybody == 0 ? "<p>Nobody has an account yet.</p>\n"
-                               : "<p>Nobody’s address or plan contains “" + htmlEscaped(wanted) +
-                                     "”.</p>\n";
+        body += everybody == 0
+                    ? "<p>Nobody has an account yet.</p>\n"
+                    : "<p>Nobody’s address or plan contains “" + htmlEscaped(wanted) + "”.</p>\n";
     else
         body += "<div class=\"scroll cards\"><table><thead><tr><th scope=\"col\">Person</th><th "
                 "scope=\"col\">Plan</th><th scope=\"col\" class=\"num\">Used this month</th><th "
@@ -91,19 +89,19 @@ PageReply people(const Visit &visit, const std::string &problem = "")
     for (std::size_t i = (page - 1) * perPage; i < std::min(found.size(), page * perPage); ++i) {
         const Account &account = found[i];
         const std::int64_t used = visit.store.usage.current(account.id).total();
-        body += "<tr><td>" + personLink(account) + tags(account) +
-                "</td><td data-name=\"Plan\">" + htmlEscaped(account.plan) +
+        body += "<tr><td>" + personLink(account) + tags(account) + "</td><td data-name=\"Plan\">" +
+                htmlEscaped(account.plan) +
                 "</td><td class=\"num\" data-name=\"Used this month\">" + grouped(used) +
                 (account.tokenCap > 0 ? " of " + grouped(account.tokenCap) : "") +
                 allowanceBar(used, account.tokenCap) +
-                "</td><td class=\"time\" data-name=\"Last seen\">" +
-                shortTime(account.lastSeenAt) + "</td></tr>\n";
+                "</td><td class=\"time\" data-name=\"Last seen\">" + shortTime(account.lastSeenAt) +
+                "</td></tr>\n";
     }
     if (!found.empty())
         body += "</tbody></table></div>\n";
-    const std::string address =
-        "<a href=\"/admin/people?" + (wanted.empty() ? "" : "q=" + urlEncoded(wanted) + "&amp;") +
-        "page=";
+    const std::string address = "<a href=\"/admin/people?" +
+                                (wanted.empty() ? "" : "q=" + urlEncoded(wanted) + "&amp;") +
+                                "page=";
     if (pages > 1)
         body += "<p class=\"pages\"><span>" +
                 (page > 1 ? address + std::to_string(page - 1) + "\">Previous</a>" : "") +
@@ -181,13 +179,13 @@ std::string personForms(const Visit &visit, const Account &account)
         "</form>\n" + start + submit("Sign out everywhere", "sign-out", plainButton) + "</form>\n";
     if (account.isInvited)
         html += start + submit("New invitation link", "invite", plainButton) + "</form>\n";
-    html += start + submit("Export everything", "export", plainButton) +
-            "</form>\n</div>\n<p class=\"actions\"><a href=\"/admin/messages?to=" + id +
-            "\">Send a message</a> · <a href=\"/admin/logs?id=" + id + "\">Uploaded logs</a></p>\n" +
-            "<details><summary>Delete</summary>\n<p>Removes the account with its sessions, usage, "
-            "messages and logs. This cannot be undone.</p>\n" +
-            start + submit("Delete " + account.email, "delete", dangerButton) +
-            "</form></details>\n";
+    html +=
+        start + submit("Export everything", "export", plainButton) +
+        "</form>\n</div>\n<p class=\"actions\"><a href=\"/admin/messages?to=" + id +
+        "\">Send a message</a> · <a href=\"/admin/logs?id=" + id + "\">Uploaded logs</a></p>\n" +
+        "<details><summary>Delete</summary>\n<p>Removes the account with its sessions, usage, "
+        "messages and logs. This cannot be undone.</p>\n" +
+        start + submit("Delete " + account.email, "delete", dangerButton) + "</form></details>\n";
     return html;
 }
 

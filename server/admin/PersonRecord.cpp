@@ -82,8 +82,7 @@ Json messagesOf(AdminStore &store, std::int64_t id)
 Json trailOf(AdminStore &store, const std::string &person)
 {
     Json list = Json::array();
-    for (const AuditEntry &entry :
-         store.audit.list(std::numeric_limits<int>::max(), 0, person))
+    for (const AuditEntry &entry : store.audit.list(std::numeric_limits<int>::max(), 0, person))
         list.push_back({{"at", timeOf(entry.at)},
                         {"actor", entry.actor},
                         {"action", entry.action},

@@ -78,13 +78,15 @@ std::vector<DayFigure> tokensPerDay(const std::vector<DailyUsage> &usage,
 
 std::string grouped(std::int64_t number)
 {
-    std::string digits = std::to_string(number);
+    const std::string digits = std::to_string(number);
     const std::size_t sign = number < 0 ? 1 : 0;
-    for (std::size_t at = digits.size(); at > sign + 3;) {
-        at -= 3;
-        digits.insert(at, ",");
+    std::string text;
+    for (std::size_t at = 0; at < digits.size(); ++at) {
+        if (at > sign && (digits.size() - at) % 3 == 0)
+            text += ',';
+        text += digits[at];
     }
-    return digits;
+    return text;
 }
 
 std::string barChart(const std::string &caption, const std::vector<DayFigure> &figures,
@@ -96,18 +98,17 @@ std::string barChart(const std::string &caption, const std::vector<DayFigure> &f
         std::max_element(figures.begin(), figures.end(), [](const auto &left, const auto &right) {
             return left.value < right.value;
         });
-    const std::int64_t sum =
-        std::accumulate(figures.begin(), figures.end(), std::int64_t{0},
-                        [](std::int64_t total, const auto &figure) { return total + figure.value; });
-    const std::string summary =
-        sum == 0 ? "none" : grouped(sum) + " " + unit + ", most on " + highest->day + " with " +
-                                grouped(highest->value);
-    std::string html = "<figure class=\"chart\"><figcaption>" + htmlEscaped(caption) +
-                       " <span class=\"dim\">" + htmlEscaped(summary) +
-                       "</span></figcaption>\n<svg role=\"img\" aria-label=\"" +
-                       htmlEscaped(caption + ": " + summary) + "\" viewBox=\"0 0 " +
-                       std::to_string(figures.size() * 10) +
-                       " 100\" preserveAspectRatio=\"none\">\n";
+    const std::int64_t sum = std::accumulate(
+        figures.begin(), figures.end(), std::int64_t{0},
+        [](std::int64_t total, const auto &figure) { return total + figure.value; });
+    const std::string summary = sum == 0 ? "none"
+                                         : grouped(sum) + " " + unit + ", most on " + highest->day +
+                                               " with " + grouped(highest->value);
+    std::string html =
+        "<figure class=\"chart\"><figcaption>" + htmlEscaped(caption) + " <span class=\"dim\">" +
+        htmlEscaped(summary) + "</span></figcaption>\n<svg role=\"img\" aria-label=\"" +
+        htmlEscaped(caption + ": " + summary) + "\" viewBox=\"0 0 " +
+        std::to_string(figures.size() * 10) + " 100\" preserveAspectRatio=\"none\">\n";
     for (std::size_t i = 0; i < figures.size(); ++i) {
         const DayFigure &figure = figures[i];
         // A day with any use shows at least a line.
@@ -119,9 +120,8 @@ std::string barChart(const std::string &caption, const std::vector<DayFigure> &f
         html += "<g><title>" + figure.day + ": " + grouped(figure.value) + " " + unit +
                 "</title><rect class=\"ground\" x=\"" + std::to_string(i * 10) +
                 "\" y=\"0\" width=\"10\" height=\"100\"/><rect class=\"bar\" x=\"" +
-                std::to_string(i * 10 + 1) + "\" y=\"" +
-                number(static_cast<double>(height) - bar) + "\" width=\"8\" height=\"" +
-                number(bar) + "\"/></g>\n";
+                std::to_string(i * 10 + 1) + "\" y=\"" + number(static_cast<double>(height) - bar) +
+                "\" width=\"8\" height=\"" + number(bar) + "\"/></g>\n";
     }
     return html + "</svg>\n<div class=\"axis\" aria-hidden=\"true\"><span>" + figures.front().day +
            "</span><span>" + figures.back().day + "</span></div></figure>\n";

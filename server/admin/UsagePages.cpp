@@ -43,7 +43,8 @@ std::string table(const std::string &caption, const std::string &column, const S
         std::stable_sort(rows.begin(), rows.end(), [](const auto &left, const auto &right) {
             return left.second.tokens.total() > right.second.tokens.total();
         });
-    std::string html = "<h2>" + caption + "</h2>\n<div class=\"scroll\"><table><thead><tr><th "
+    std::string html = "<h2>" + caption +
+                       "</h2>\n<div class=\"scroll\"><table><thead><tr><th "
                        "scope=\"col\">" +
                        column +
                        "</th><th scope=\"col\" class=\"num\">Questions</th><th scope=\"col\" "

@@ -9,8 +9,8 @@
 #include "store/OpenDatabase.h"
 
 #include <iomanip>
-#include <iterator>
 #include <istream>
+#include <iterator>
 #include <ostream>
 #include <stdexcept>
 
@@ -120,11 +120,11 @@ void listAdministrators(const CommandOptions &options, OpenStore &open, CommandC
 {
     Json list = Json::array();
     for (const Administrator &administrator : open.store.administrators.all()) {
-        list.push_back({{"email", administrator.email},
-                        {"name", administrator.name},
-                        {"since", isoSeconds(administrator.createdAt)},
-                        {"recoveryCodesLeft",
-                         open.store.administrators.recoveryCodesLeft(administrator.id)}});
+        list.push_back(
+            {{"email", administrator.email},
+             {"name", administrator.name},
+             {"since", isoSeconds(administrator.createdAt)},
+             {"recoveryCodesLeft", open.store.administrators.recoveryCodesLeft(administrator.id)}});
         if (!options.json)
             context.out << std::left << std::setw(32) << administrator.email << "  "
                         << administrator.name << '\n';
@@ -154,8 +154,7 @@ void invite(const CommandOptions &options, OpenStore &open, CommandContext &cont
     const auto invited =
         existing && existing->isInvited
             ? orFail(open.actions.inviteAgain(existing->id))
-            : orFail(open.actions.invite(options.email,
-                                         options.plan.value_or(service.defaultPlan),
+            : orFail(open.actions.invite(options.email, options.plan.value_or(service.defaultPlan),
                                          options.cap.value_or(service.defaultTokenCap)));
     const std::string path = "/invite?token=" + invited.token;
     if (options.json)
@@ -175,8 +174,7 @@ void usage(const CommandOptions &options, OpenStore &open, CommandContext &conte
     for (const Account &account : open.store.accounts.all())
         names[account.id] = account.email;
     Json list = Json::array();
-    for (const DailyUsage &entry :
-         open.store.usage.daily(first, isoTime(now).substr(0, 10), id)) {
+    for (const DailyUsage &entry : open.store.usage.daily(first, isoTime(now).substr(0, 10), id)) {
         list.push_back({{"day", entry.day},
                         {"email", names[entry.accountId]},
                         {"model", entry.model},
@@ -184,10 +182,10 @@ void usage(const CommandOptions &options, OpenStore &open, CommandContext &conte
                         {"inputTokens", entry.tokens.input},
                         {"outputTokens", entry.tokens.output}});
         if (!options.json)
-            context.out << entry.day << "  " << std::left << std::setw(32)
-                        << names[entry.accountId] << "  " << std::setw(24) << entry.model << "  "
-                        << entry.queries << " queries, " << entry.tokens.input << " in, "
-                        << entry.tokens.output << " out\n";
+            context.out << entry.day << "  " << std::left << std::setw(32) << names[entry.accountId]
+                        << "  " << std::setw(24) << entry.model << "  " << entry.queries
+                        << " queries, " << entry.tokens.input << " in, " << entry.tokens.output
+                        << " out\n";
     }
     if (options.json)
         print(context, list);
@@ -289,9 +287,8 @@ void offerModels(const CommandOptions &options, OpenStore &open, CommandContext 
 
 void showPrompt(const CommandOptions &options, OpenStore &open, CommandContext &context)
 {
-    const std::string prompt =
-        open.store.settings.get(settingNames::defaultPrompt)
-            .value_or(open.store.config.service.defaultPrompt);
+    const std::string prompt = open.store.settings.get(settingNames::defaultPrompt)
+                                   .value_or(open.store.config.service.defaultPrompt);
     if (options.json)
         print(context, {{"defaultPrompt", prompt}});
     else

@@ -16,6 +16,7 @@ struct CommandOptions
 {
     std::optional<std::string> config;
     std::optional<std::string> data;
+    std::optional<std::string> database;
     std::optional<std::string> host;
     std::optional<int> port;
     bool offline = false;

@@ -3,6 +3,7 @@
 #include "base/Environment.h"
 #include "base/Log.h"
 #include "base/Secrets.h"
+#include "config/OidcSettings.h"
 #include "providers/Provider.h"
 
 #include <tl/expected.hpp>
@@ -123,6 +124,7 @@ struct Config
     LimitSettings limits;
     ServiceSettings service;
     TimingSettings timing;
+    OidcSettings oidc;
     Log::Format logFormat = Log::Format::Text;
     /// All providers, including those that miss settings.
     std::vector<ConfiguredProvider> providers;

@@ -14,9 +14,9 @@ int streamThreads(std::size_t threads)
 
 } // namespace
 
-Services::Services(Config settings, Database &store, const PasswordHasher &hasher,
+Services::Services(Config configuration, Database &store, const PasswordHasher &hasher,
                    const Clock &wallClock, OwnUserCheck ownUserCheck)
-    : config(std::move(settings))
+    : config(std::move(configuration))
     , database(store)
     , clock(wallClock)
     , accounts(database, hasher, wallClock)
@@ -25,11 +25,16 @@ Services::Services(Config settings, Database &store, const PasswordHasher &hashe
     , usage(database, wallClock)
     , telemetry(database, wallClock)
     , logs(database, wallClock, config.limits.keptLogs)
+    , messages(database, wallClock)
+    , settings(database, wallClock)
     , models(config, ConnectionFile(config.connectionFile()))
     , ownUser(std::move(ownUserCheck))
-    , queryRate(makeRateLimiter(database, wallClock, "query", config.limits.queriesPerMinute, seconds(60)))
-    , loginFailures(makeRateLimiter(database, wallClock, "login failure", config.limits.loginFailures, config.limits.loginWindow))
-    , authRate(makeRateLimiter(database, wallClock, "sign-in", config.limits.authRequestsPerMinute, seconds(60)))
+    , queryRate(makeRateLimiter(database, wallClock, "query", config.limits.queriesPerMinute,
+                                seconds(60)))
+    , loginFailures(makeRateLimiter(database, wallClock, "login failure",
+                                    config.limits.loginFailures, config.limits.loginWindow))
+    , authRate(makeRateLimiter(database, wallClock, "sign-in", config.limits.authRequestsPerMinute,
+                               seconds(60)))
     , uploadRate(makeRateLimiter(database, wallClock, "upload", uploadsPerMinute, seconds(60)))
     , streams(config.limits.concurrentQueries, streamThreads(config.server.threads))
 {}

@@ -29,7 +29,10 @@ std::string formOf(const std::vector<std::pair<std::string, std::string>> &field
 {
     std::string text;
     for (const auto &[name, value] : fields)
-        text += (text.empty() ? "" : "&") + urlEncoded(name) + "=" + urlEncoded(value);
+        text.append(text.empty() ? "" : "&")
+            .append(urlEncoded(name))
+            .append("=")
+            .append(urlEncoded(value));
     return text;
 }
 
@@ -117,8 +120,7 @@ OidcProvider::Result<std::string> OidcProvider::authorizeUrl(const OidcAttempt &
     const auto provider = description();
     if (!provider)
         return tl::make_unexpected(provider.error());
-    return provider->authorize +
-           (provider->authorize.find('?') == std::string::npos ? "?" : "&") +
+    return provider->authorize + (provider->authorize.find('?') == std::string::npos ? "?" : "&") +
            formOf({{"response_type", "code"},
                    {"client_id", m_settings.clientId},
                    {"redirect_uri", attempt.redirect},
@@ -133,11 +135,10 @@ OidcProvider::Result<std::string> OidcProvider::exchange(const Description &prov
                                                          const OidcAttempt &attempt,
                                                          const std::string &code)
 {
-    std::vector<std::pair<std::string, std::string>> form = {
-        {"grant_type", "authorization_code"},
-        {"code", code},
-        {"redirect_uri", attempt.redirect},
-        {"code_verifier", attempt.verifier}};
+    std::vector<std::pair<std::string, std::string>> form = {{"grant_type", "authorization_code"},
+                                                             {"code", code},
+                                                             {"redirect_uri", attempt.redirect},
+                                                             {"code_verifier", attempt.verifier}};
     std::vector<std::pair<std::string, std::string>> headers;
     if (m_settings.clientSecret.empty() || provider.wantsSecretInForm)
         form.emplace_back("client_id", m_settings.clientId);
@@ -157,9 +158,9 @@ OidcProvider::Result<std::string> OidcProvider::exchange(const Description &prov
     return *token;
 }
 
-OidcProvider::Result<IdTokenClaims>
-OidcProvider::finish(const OidcAttempt &attempt, const std::string &code,
-                     const std::optional<std::string> &issuer)
+OidcProvider::Result<IdTokenClaims> OidcProvider::finish(const OidcAttempt &attempt,
+                                                         const std::string &code,
+                                                         const std::optional<std::string> &issuer)
 {
     const auto provider = description();
     if (!provider)

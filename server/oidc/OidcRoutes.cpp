@@ -66,8 +66,8 @@ void OidcRoutes::begin(const Request &request, Response &response)
 
 void OidcRoutes::done(const Request &request, Response &response)
 {
-    const auto attempt = m_signIns.end(request.parameter("state").value_or(""),
-                                       cookieValue(request, cookieName));
+    const auto attempt =
+        m_signIns.end(request.parameter("state").value_or(""), cookieValue(request, cookieName));
     response.headers.set("Set-Cookie", std::string(cookieName) +
                                            "=; Path=/login/team; HttpOnly; SameSite=Lax; "
                                            "Max-Age=0");

@@ -9,8 +9,8 @@
 
 namespace quellora::server {
 
-/// The sign-in of the app at the team's provider: GET /login/team begins it, GET /login/team/done is
-/// where the provider sends the browser back. It ends like the sign-in by password, at the app's
+/// The sign-in of the app at the team's provider: GET /login/team begins it, GET /login/team/done
+/// is where the provider sends the browser back. It ends like the sign-in by password, at the app's
 /// listener on the user's machine.
 class OidcRoutes
 {

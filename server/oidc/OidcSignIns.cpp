@@ -21,8 +21,7 @@ std::optional<OidcAttempt> OidcSignIns::end(const std::string &state, const std:
     std::optional<OidcAttempt> attempt;
     m_database.query("DELETE FROM oidc_sign_ins WHERE state = ? AND browser = ? AND expires_at > ?"
                      " RETURNING nonce, verifier, redirect",
-                     {tokenFingerprint(state), tokenFingerprint(browser),
-                      toSeconds(m_clock.now())},
+                     {tokenFingerprint(state), tokenFingerprint(browser), toSeconds(m_clock.now())},
                      [&](const Database::Row &row) {
                          attempt = OidcAttempt{state, row.text(0), row.text(1), row.text(2)};
                      });
