@@ -82,8 +82,8 @@ void AccountRoutes::notify(std::string notice)
     m_notice = std::move(notice);
 }
 
-void AccountRoutes::showOverview(const httplib::Request &request, httplib::Response &response,
-                                 int status, const std::string &problem, const Entered &entered)
+void AccountRoutes::showOverview(const Request &request, Response &response, int status,
+                                 const std::string &problem, const Entered &entered)
 {
     AccountView view;
     view.nonce = m_nonces.issue();
@@ -96,7 +96,7 @@ void AccountRoutes::showOverview(const httplib::Request &request, httplib::Respo
     view.connections = m_services.models.connections();
     view.choices = connectChoices(m_services.config);
     // Other sites can make the browser load this address as a picture or the like.
-    const std::string purpose = request.get_header_value("Sec-Fetch-Dest");
+    const std::string purpose = request.header("Sec-Fetch-Dest");
     if (!view.isOffline && (purpose.empty() || purpose == "document"))
         view.local =
             answeringLocalServers(m_services.config, probeTime, m_services.stopping.token());
@@ -107,7 +107,7 @@ void AccountRoutes::showOverview(const httplib::Request &request, httplib::Respo
     replyPage(response, status, accountBody(view));
 }
 
-void AccountRoutes::overview(const httplib::Request &request, httplib::Response &response)
+void AccountRoutes::overview(const Request &request, Response &response)
 {
     if (m_guard.isOwner(request))
         showOverview(request, response, 200, "");
@@ -115,7 +115,7 @@ void AccountRoutes::overview(const httplib::Request &request, httplib::Response 
         replyPage(response, 200, foreignAccountBody());
 }
 
-void AccountRoutes::setupPage(const httplib::Request &request, httplib::Response &response)
+void AccountRoutes::setupPage(const Request &request, Response &response)
 {
     const SetupView view = m_setup.view();
     if (!m_guard.isOwner(request) || view.phase == SetupView::Phase::None) {
@@ -126,8 +126,8 @@ void AccountRoutes::setupPage(const httplib::Request &request, httplib::Response
     replyPage(response, 200, setupBody(view), FormTargets::OwnPages, isBusy);
 }
 
-bool AccountRoutes::admitted(const httplib::Request &request, httplib::Response &response,
-                             const Fields &fields, bool wantsNonce)
+bool AccountRoutes::admitted(const Request &request, Response &response, const Fields &fields,
+                             bool wantsNonce)
 {
     if (!m_guard.isOwner(request)) {
         replyPage(response, 403, foreignAccountBody());
@@ -141,10 +141,9 @@ bool AccountRoutes::admitted(const httplib::Request &request, httplib::Response 
     return true;
 }
 
-void AccountRoutes::connect(const httplib::Request &request, httplib::Response &response,
-                            const std::string &body)
+void AccountRoutes::connect(const Request &request, Response &response)
 {
-    const Fields fields = formFields(body);
+    const Fields fields = formFields(request.body);
     if (!admitted(request, response, fields, true))
         return;
     const Entered entered{field(fields, "choice"), field(fields, "address")};
@@ -189,10 +188,9 @@ void AccountRoutes::connect(const httplib::Request &request, httplib::Response &
     }
 }
 
-void AccountRoutes::choose(const httplib::Request &request, httplib::Response &response,
-                           const std::string &body)
+void AccountRoutes::choose(const Request &request, Response &response)
 {
-    const Fields fields = formFields(body);
+    const Fields fields = formFields(request.body);
     if (!admitted(request, response, fields, false))
         return;
     const std::string id = field(fields, "setup");
@@ -247,10 +245,9 @@ void AccountRoutes::choose(const httplib::Request &request, httplib::Response &r
     replySeeOther(response, setupPath);
 }
 
-void AccountRoutes::change(const httplib::Request &request, httplib::Response &response,
-                           const std::string &body)
+void AccountRoutes::change(const Request &request, Response &response)
 {
-    const Fields fields = formFields(body);
+    const Fields fields = formFields(request.body);
     if (!admitted(request, response, fields, true))
         return;
     const std::vector<Connection> all = m_services.models.connections();
@@ -274,7 +271,7 @@ void AccountRoutes::change(const httplib::Request &request, httplib::Response &r
     replySeeOther(response, setupPath);
 }
 
-void AccountRoutes::disconnect(httplib::Response &response, const Connection &connection)
+void AccountRoutes::disconnect(Response &response, const Connection &connection)
 {
     std::vector<Connection> rest = m_services.models.connections();
     std::erase(rest, connection);

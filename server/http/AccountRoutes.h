@@ -1,8 +1,8 @@
 #pragma once
 
 #include "connect/ModelSetup.h"
-#include "store/FormNonces.h"
 #include "http/RequestGuard.h"
+#include "store/FormNonces.h"
 
 namespace quellora::server {
 
@@ -14,18 +14,15 @@ public:
     explicit AccountRoutes(Services &services);
 
     /// GET /account
-    void overview(const httplib::Request &request, httplib::Response &response);
+    void overview(const Request &request, Response &response);
     /// GET /account/connect: the connection being set up.
-    void setupPage(const httplib::Request &request, httplib::Response &response);
+    void setupPage(const Request &request, Response &response);
     /// POST /account/connect: begins to set up a connection.
-    void connect(const httplib::Request &request, httplib::Response &response,
-                 const std::string &body);
+    void connect(const Request &request, Response &response);
     /// POST /account/connect/models: choose, test, save or cancel.
-    void choose(const httplib::Request &request, httplib::Response &response,
-                const std::string &body);
+    void choose(const Request &request, Response &response);
     /// POST /account/change: changes or removes a connection.
-    void change(const httplib::Request &request, httplib::Response &response,
-                const std::string &body);
+    void change(const Request &request, Response &response);
     /// Ends running transfers.
     void stop() { m_setup.stop(); }
 
@@ -37,12 +34,12 @@ private:
         std::string address;
     };
 
-    void showOverview(const httplib::Request &request, httplib::Response &response, int status,
+    void showOverview(const Request &request, Response &response, int status,
                       const std::string &problem, const Entered &entered = {});
     /// Whether the submission may be handled; else the reply is written.
-    bool admitted(const httplib::Request &request, httplib::Response &response,
-                  const Fields &fields, bool wantsNonce);
-    void disconnect(httplib::Response &response, const Connection &connection);
+    bool admitted(const Request &request, Response &response, const Fields &fields,
+                  bool wantsNonce);
+    void disconnect(Response &response, const Connection &connection);
     void notify(std::string notice);
 
     Services &m_services;

@@ -31,23 +31,22 @@ AuthRoutes::AuthRoutes(Services &services)
     : m_services(services), m_guard(services), m_signIn(services)
 {}
 
-bool AuthRoutes::admitted(const httplib::Request &request, httplib::Response &response) const
+bool AuthRoutes::admitted(const Request &request, Response &response) const
 {
     if (!m_guard.jsonBody(request, response))
         return false;
-    if (const auto wait = m_services.authRate->acquire(request.remote_addr)) {
+    if (const auto wait = m_services.authRate->acquire(request.peerAddress)) {
         replyRateLimited(response, *wait);
         return false;
     }
     return true;
 }
 
-void AuthRoutes::login(const httplib::Request &request, httplib::Response &response,
-                       const std::string &body) const
+void AuthRoutes::login(const Request &request, Response &response) const
 {
     if (!admitted(request, response))
         return;
-    const auto record = parsedObject(body);
+    const auto record = parsedObject(request.body);
     const auto email = record ? textOf(*record, "email") : std::nullopt;
     const auto password = record ? textOf(*record, "password") : std::nullopt;
     if (!email || !password) {
@@ -79,12 +78,11 @@ void AuthRoutes::login(const httplib::Request &request, httplib::Response &respo
     }
 }
 
-void AuthRoutes::verify(const httplib::Request &request, httplib::Response &response,
-                        const std::string &body) const
+void AuthRoutes::verify(const Request &request, Response &response) const
 {
     if (!admitted(request, response))
         return;
-    if (!parsedObject(body)) {
+    if (!parsedObject(request.body)) {
         replyError(response, 400, "the body must be a JSON object");
         return;
     }

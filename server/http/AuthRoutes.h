@@ -31,13 +31,11 @@ class AuthRoutes
 public:
     explicit AuthRoutes(Services &services);
 
-    void login(const httplib::Request &request, httplib::Response &response,
-               const std::string &body) const;
-    void verify(const httplib::Request &request, httplib::Response &response,
-                const std::string &body) const;
+    void login(const Request &request, Response &response) const;
+    void verify(const Request &request, Response &response) const;
 
 private:
-    bool admitted(const httplib::Request &request, httplib::Response &response) const;
+    bool admitted(const Request &request, Response &response) const;
 
     Services &m_services;
     RequestGuard m_guard;

@@ -16,13 +16,74 @@ constexpr std::size_t smallBody = 64U * 1024U;
 constexpr std::chrono::seconds readTimeout(15);
 constexpr std::chrono::seconds writeTimeout(30);
 
+Request requestOf(const httplib::Request &from, int localPort)
+{
+    Request request;
+    request.method = from.method;
+    request.path = from.path;
+    for (const auto &[name, value] : from.params)
+        request.parameters.emplace(name, value);
+    for (const auto &[name, value] : from.headers)
+        request.headers.add(name, value);
+    request.peerAddress = from.remote_addr;
+    request.peerPort = from.remote_port;
+    request.localPort = localPort;
+    request.id = randomUuid();
+    return request;
+}
+
+void send(Response &&from, httplib::Response &to)
+{
+    to.status = from.status;
+    const std::string type = from.headers.value("Content-Type");
+    for (const auto &[name, value] : from.headers) {
+        if (name != "Content-Type")
+            to.set_header(name.c_str(), value);
+    }
+    if (from.stream) {
+        to.set_chunked_content_provider(
+            type, [stream = std::move(from.stream)](std::size_t, httplib::DataSink &sink) {
+                BodySink body{[&sink](std::string_view bytes) {
+                                  return sink.write(bytes.data(), bytes.size());
+                              },
+                              [&sink] { sink.done(); }};
+                return stream(body);
+            });
+    } else if (!type.empty()) {
+        to.set_content(std::move(from.body), type.c_str());
+    }
+}
+
+/// Reads a request body of up to @p limit bytes. False, with a 413 or 400 reply, when that fails.
+/// A longer body is read to its end, because the client reads the reply only then.
+bool readBody(const httplib::ContentReader &reader, const httplib::Response &to, std::size_t limit,
+              std::string &body, Response &response)
+{
+    bool isTooLong = false;
+    const bool complete = reader([&](const char *data, std::size_t length) {
+        isTooLong = isTooLong || body.size() + length > limit;
+        if (isTooLong)
+            std::string().swap(body);
+        else
+            body.append(data, length);
+        return true;
+    });
+    if (complete && !isTooLong)
+        return true;
+    // The library itself sets 413 when Content-Length exceeds the limit of all routes.
+    isTooLong = isTooLong || to.status == 413;
+    replyError(response, isTooLong ? 413 : 400,
+               isTooLong ? "the body is too long" : "the body could not be read");
+    return false;
+}
+
 } // namespace
 
 BackendServer::BackendServer(Config config, Database &database, const PasswordHasher &hasher,
                              const Clock &clock, OwnUserCheck ownUser)
     : m_services(std::move(config), database, hasher, clock,
-                 ownUser ? std::move(ownUser) : OwnUserCheck([this](const httplib::Request &r) {
-                     return peerIsOwnUser(r.remote_addr, r.remote_port, m_port);
+                 ownUser ? std::move(ownUser) : OwnUserCheck([](const Request &r) {
+                     return peerIsOwnUser(r.peerAddress, r.peerPort, r.localPort);
                  }))
     , m_guard(m_services)
     , m_auth(m_services)
@@ -69,33 +130,43 @@ void BackendServer::configure()
                 reason = "not an exception object";
             }
             Log::event("[BackendServer] ERROR: request failed: " + reason);
-            replyError(response, 500, "internal error");
+            Response reply;
+            replyError(reply, 500, "internal error");
+            send(std::move(reply), response);
         });
     m_server.set_error_handler([](const httplib::Request &, httplib::Response &response) {
-        if (response.body.empty())
-            replyError(response, response.status, "HTTP " + std::to_string(response.status));
+        if (!response.body.empty())
+            return;
+        Response reply;
+        replyError(reply, response.status, "HTTP " + std::to_string(response.status));
+        send(std::move(reply), response);
     });
 }
 
-void BackendServer::page(const std::string &path,
-                         std::function<void(const httplib::Request &, httplib::Response &)> handler)
+void BackendServer::page(const std::string &path, Handler handler)
 {
-    m_server.Get(path, [this, handler = std::move(handler)](const httplib::Request &request,
-                                                            httplib::Response &response) {
+    m_server.Get(path, [this, handler = std::move(handler)](const httplib::Request &from,
+                                                            httplib::Response &to) {
+        const Request request = requestOf(from, m_port);
+        Response response;
         if (m_guard.hostAllowed(request, response))
             handler(request, response);
+        send(std::move(response), to);
     });
 }
 
-void BackendServer::post(const std::string &path, std::size_t limit, BodyHandler handler)
+void BackendServer::post(const std::string &path, std::size_t limit, Handler handler)
 {
     m_server.Post(path, [this, limit, handler = std::move(handler)](
-                            const httplib::Request &request, httplib::Response &response,
+                            const httplib::Request &from, httplib::Response &to,
                             const httplib::ContentReader &reader) {
-        const auto body = readBody(reader, response, limit);
-        if (body && m_guard.hostAllowed(request, response) &&
+        Request request = requestOf(from, m_port);
+        Response response;
+        const bool isRead = readBody(reader, to, limit, request.body, response);
+        if (isRead && m_guard.hostAllowed(request, response) &&
             m_guard.originAllowed(request, response))
-            handler(request, response, *body);
+            handler(request, response);
+        send(std::move(response), to);
     });
 }
 
@@ -103,28 +174,17 @@ void BackendServer::registerRoutes()
 {
     const LimitSettings &limits = m_services.config.limits;
     post("/api/auth/app-login", smallBody,
-         [this](const auto &request, auto &response, const auto &body) {
-             m_auth.login(request, response, body);
-         });
+         [this](const auto &request, auto &response) { m_auth.login(request, response); });
     post("/api/auth/app-verify", smallBody,
-         [this](const auto &request, auto &response, const auto &body) {
-             m_auth.verify(request, response, body);
-         });
+         [this](const auto &request, auto &response) { m_auth.verify(request, response); });
     post("/api/proxy/query", limits.queryBytes,
-         [this](const auto &request, auto &response, const auto &body) {
-             m_query.query(request, response, body);
-         });
+         [this](const auto &request, auto &response) { m_query.query(request, response); });
     post("/api/telemetry/query", smallBody,
-         [this](const auto &request, auto &response, const auto &body) {
-             m_uploads.telemetry(request, response, body);
-         });
+         [this](const auto &request, auto &response) { m_uploads.telemetry(request, response); });
     post("/api/logs/app", limits.logBytes,
-         [this](const auto &request, auto &response, const auto &body) {
-             m_uploads.logs(request, response, body);
-         });
-    post("/login", smallBody, [this](const auto &request, auto &response, const auto &body) {
-        m_pages.loginSubmit(request, response, body);
-    });
+         [this](const auto &request, auto &response) { m_uploads.logs(request, response); });
+    post("/login", smallBody,
+         [this](const auto &request, auto &response) { m_pages.loginSubmit(request, response); });
     page("/login",
          [this](const auto &request, auto &response) { m_pages.loginPage(request, response); });
     page("/account",
@@ -134,10 +194,9 @@ void BackendServer::registerRoutes()
     for (const auto &[path, action] : {std::pair("/account/connect", &AccountRoutes::connect),
                                        std::pair("/account/connect/models", &AccountRoutes::choose),
                                        std::pair("/account/change", &AccountRoutes::change)}) {
-        post(path, smallBody,
-             [this, action = action](const auto &request, auto &response, const auto &body) {
-                 (m_account.*action)(request, response, body);
-             });
+        post(path, smallBody, [this, action = action](const auto &request, auto &response) {
+            (m_account.*action)(request, response);
+        });
     }
     for (const std::string path :
          {"/", "/account/billing", "/reset-password", "/signup", "/pricing", "/help"}) {

@@ -2,6 +2,7 @@
 
 #include "http/AccountRoutes.h"
 #include "http/AuthRoutes.h"
+#include "http/Message.h"
 #include "http/PageRoutes.h"
 #include "http/QueryRoutes.h"
 #include "http/Services.h"
@@ -34,13 +35,13 @@ public:
     void stop();
 
 private:
-    using BodyHandler =
-        std::function<void(const httplib::Request &, httplib::Response &, const std::string &body)>;
+    using Handler = std::function<void(const Request &, Response &)>;
     void configure();
     void registerRoutes();
-    void page(const std::string &path,
-              std::function<void(const httplib::Request &, httplib::Response &)> handler);
-    void post(const std::string &path, std::size_t limit, BodyHandler handler);
+    /// Serves GET and HEAD of @p path.
+    void page(const std::string &path, Handler handler);
+    /// Serves POST of @p path with a body of at most @p limit bytes.
+    void post(const std::string &path, std::size_t limit, Handler handler);
 
     Services m_services;
     RequestGuard m_guard;

@@ -18,28 +18,28 @@ std::string titleOf(const std::string &body)
 
 } // namespace
 
-void replyPage(httplib::Response &response, int status, const std::string &body,
-               FormTargets targets, bool again)
+void replyPage(Response &response, int status, const std::string &body, FormTargets targets,
+               bool again)
 {
     response.status = status;
     // Browsers also apply form-action to the redirect after a submission, so the sign-in page has
     // to allow the app's listener.
-    response.set_header("Content-Security-Policy",
-                        std::string("default-src 'none'; style-src 'self'; base-uri 'none'; "
-                                    "frame-ancestors 'none'; form-action 'self'") +
-                            (targets == FormTargets::AppListener ? " http://127.0.0.1:9877" : ""));
-    response.set_header("X-Frame-Options", "DENY");
-    response.set_header("Cache-Control", "no-store");
+    response.headers.set("Content-Security-Policy",
+                         std::string("default-src 'none'; style-src 'self'; base-uri 'none'; "
+                                     "frame-ancestors 'none'; form-action 'self'") +
+                             (targets == FormTargets::AppListener ? " http://127.0.0.1:9877" : ""));
+    response.headers.set("X-Frame-Options", "DENY");
+    response.headers.set("Cache-Control", "no-store");
     if (again)
-        response.set_header("Refresh", "1");
-    response.set_content(pageHtml(titleOf(body), body), "text/html; charset=utf-8");
+        response.headers.set("Refresh", "1");
+    response.setBody(pageHtml(titleOf(body), body), "text/html; charset=utf-8");
 }
 
-void replySeeOther(httplib::Response &response, const std::string &location)
+void replySeeOther(Response &response, const std::string &location)
 {
     response.status = 303;
-    response.set_header("Cache-Control", "no-store");
-    response.set_header("Location", location);
+    response.headers.set("Cache-Control", "no-store");
+    response.headers.set("Location", location);
 }
 
 std::string field(const std::map<std::string, std::string> &fields, const std::string &name)

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <httplib.h>
+#include "http/Message.h"
 
 #include <map>
 #include <string>
@@ -13,10 +13,10 @@ enum class FormTargets { OwnPages, AppListener };
 /// Replies with a page around the HTML in @p body. The browser runs no script in it, loads nothing
 /// but the style sheet, shows it in no frame and keeps no copy. With @p again the browser asks for
 /// the page again after a second.
-void replyPage(httplib::Response &response, int status, const std::string &body,
+void replyPage(Response &response, int status, const std::string &body,
                FormTargets targets = FormTargets::OwnPages, bool again = false);
 /// Leads the browser to another page of this server after a submission.
-void replySeeOther(httplib::Response &response, const std::string &location);
+void replySeeOther(Response &response, const std::string &location);
 /// The field's value, empty when it is missing.
 std::string field(const std::map<std::string, std::string> &fields, const std::string &name);
 /// A hidden field of a form.

@@ -8,10 +8,13 @@
 namespace quellora::server {
 
 PageRoutes::PageRoutes(Services &services)
-    : m_services(services), m_guard(services), m_signIn(services), m_nonces(services.database, services.clock, "sign-in")
+    : m_services(services)
+    , m_guard(services)
+    , m_signIn(services)
+    , m_nonces(services.database, services.clock, "sign-in")
 {}
 
-void PageRoutes::showLogin(const httplib::Request &request, httplib::Response &response, int status,
+void PageRoutes::showLogin(const Request &request, Response &response, int status,
                            const std::string &problem)
 {
     const std::string form =
@@ -42,15 +45,16 @@ void PageRoutes::showLogin(const httplib::Request &request, httplib::Response &r
     replyPage(response, status, body, FormTargets::AppListener);
 }
 
-void PageRoutes::loginPage(const httplib::Request &request, httplib::Response &response)
+void PageRoutes::loginPage(const Request &request, Response &response)
 {
-    if (!request.has_param("callback")) {
+    const auto wanted = request.parameter("callback");
+    if (!wanted) {
         replyPage(response, 200,
                   "<h1>Sign in to Quellora</h1>\n<p>Signing in starts in the app: choose the "
                   "browser sign-in in its login window.</p>\n<p><a href=\"/help\">Help</a></p>");
         return;
     }
-    if (request.get_param_value("callback") != callback) {
+    if (*wanted != callback) {
         Log::event("[PageRoutes] WARNING: Sign-in page refused a foreign callback address");
         replyPage(response, 400,
                   "<h1>Sign-in refused</h1>\n<p>The address that asked for this sign-in is not "
@@ -60,12 +64,11 @@ void PageRoutes::loginPage(const httplib::Request &request, httplib::Response &r
     showLogin(request, response, 200, "");
 }
 
-void PageRoutes::loginSubmit(const httplib::Request &request, httplib::Response &response,
-                             const std::string &body)
+void PageRoutes::loginSubmit(const Request &request, Response &response)
 {
     if (!m_guard.originAllowed(request, response))
         return;
-    const auto fields = formFields(body);
+    const auto fields = formFields(request.body);
     if (field(fields, "callback") != callback) {
         replyPage(response, 400, "<h1>Sign-in refused</h1>\n<p>Start again from the app.</p>");
         return;
@@ -84,7 +87,7 @@ void PageRoutes::loginSubmit(const httplib::Request &request, httplib::Response 
         redirectWithToken(response, *account);
         return;
     }
-    if (const auto wait = m_services.authRate->acquire(request.remote_addr)) {
+    if (const auto wait = m_services.authRate->acquire(request.peerAddress)) {
         showLogin(request, response, 429, "Too many attempts. Please wait a minute.");
         return;
     }
@@ -101,14 +104,14 @@ void PageRoutes::loginSubmit(const httplib::Request &request, httplib::Response 
         showLogin(request, response, 401, "Wrong e-mail or password.");
 }
 
-void PageRoutes::redirectWithToken(httplib::Response &response, const Account &account)
+void PageRoutes::redirectWithToken(Response &response, const Account &account)
 {
     Log::event("[PageRoutes] Browser sign-in for account " + std::to_string(account.id));
     const IssuedSession handover = m_services.sessions.issueHandover(account.id);
     replySeeOther(response, std::string(callback) + "?token=" + urlEncoded(handover.token));
 }
 
-void PageRoutes::fixedPage(const std::string &path, httplib::Response &response) const
+void PageRoutes::fixedPage(const std::string &path, Response &response) const
 {
     const std::string body = fixedPageBody(path, m_services.config.setupHint("<code>", "</code>"));
     if (body.empty())
@@ -117,11 +120,11 @@ void PageRoutes::fixedPage(const std::string &path, httplib::Response &response)
         replyPage(response, 200, body);
 }
 
-void PageRoutes::styleSheet(httplib::Response &response)
+void PageRoutes::styleSheet(Response &response)
 {
     response.status = 200;
-    response.set_header("Cache-Control", "no-cache");
-    response.set_content(std::string(pageStyle()), "text/css; charset=utf-8");
+    response.headers.set("Cache-Control", "no-cache");
+    response.setBody(std::string(pageStyle()), "text/css; charset=utf-8");
 }
 
 } // namespace quellora::server

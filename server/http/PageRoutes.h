@@ -13,17 +13,16 @@ public:
     static constexpr const char *callback = "http://127.0.0.1:9877/oauth-callback";
     explicit PageRoutes(Services &services);
 
-    void loginPage(const httplib::Request &request, httplib::Response &response);
-    void loginSubmit(const httplib::Request &request, httplib::Response &response,
-                     const std::string &body);
+    void loginPage(const Request &request, Response &response);
+    void loginSubmit(const Request &request, Response &response);
     /// Page of a fixed path such as "/help"; 404 when there is none.
-    void fixedPage(const std::string &path, httplib::Response &response) const;
-    static void styleSheet(httplib::Response &response);
+    void fixedPage(const std::string &path, Response &response) const;
+    static void styleSheet(Response &response);
 
 private:
-    void showLogin(const httplib::Request &request, httplib::Response &response, int status,
+    void showLogin(const Request &request, Response &response, int status,
                    const std::string &problem);
-    void redirectWithToken(httplib::Response &response, const Account &account);
+    void redirectWithToken(Response &response, const Account &account);
 
     Services &m_services;
     RequestGuard m_guard;

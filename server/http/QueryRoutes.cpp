@@ -54,10 +54,9 @@ ParsedQuery parsedQuery(const std::string &body)
 
 } // namespace
 
-bool QueryRoutes::admitted(const httplib::Request &request, httplib::Response &response,
-                           const Account &account) const
+bool QueryRoutes::admitted(const Request &request, Response &response, const Account &account) const
 {
-    const std::string version = request.get_header_value("X-App-Version");
+    const std::string version = request.header("X-App-Version");
     if (!version.empty() &&
         compareVersions(version, m_services.config.service.minimumAppVersion) < 0) {
         replyError(response, 426, "this version of the app is no longer accepted");
@@ -79,15 +78,14 @@ bool QueryRoutes::admitted(const httplib::Request &request, httplib::Response &r
     return true;
 }
 
-void QueryRoutes::query(const httplib::Request &request, httplib::Response &response,
-                        const std::string &body) const
+void QueryRoutes::query(const Request &request, Response &response) const
 {
     if (!m_guard.jsonBody(request, response))
         return;
     const auto account = m_guard.account(request, response);
     if (!account)
         return;
-    ParsedQuery query = parsedQuery(body);
+    ParsedQuery query = parsedQuery(request.body);
     if (!query.error.empty()) {
         replyError(response, 400, query.error);
         return;
@@ -107,7 +105,7 @@ void QueryRoutes::query(const httplib::Request &request, httplib::Response &resp
     question.jpeg = std::move(query.jpeg);
     question.model = model.upstreamName;
     if (catalog->lacksModel() && m_guard.isOwner(request))
-        question.connectPage = "http://" + request.get_header_value("Host") + "/account";
+        question.connectPage = "http://" + request.header("Host") + "/account";
     Log::event("[QueryRoutes] Query from account " + std::to_string(account->id) + " to model \"" +
                model.id + "\", picture: " + (question.jpeg.empty() ? "no" : "yes"));
     const auto stream = std::make_shared<QueryStream>(m_services, *account, std::move(model),
@@ -115,11 +113,10 @@ void QueryRoutes::query(const httplib::Request &request, httplib::Response &resp
     if (!stream->open(response))
         return;
     response.status = 200;
-    response.set_header("Cache-Control", "no-store");
-    response.set_header("X-Accel-Buffering", "no");
-    response.set_chunked_content_provider(
-        "text/event-stream",
-        [stream](std::size_t, httplib::DataSink &sink) { return stream->pump(sink); });
+    response.headers.set("Cache-Control", "no-store");
+    response.headers.set("X-Accel-Buffering", "no");
+    response.headers.set("Content-Type", "text/event-stream");
+    response.stream = [stream](BodySink &sink) { return stream->pump(sink); };
 }
 
 } // namespace quellora::server

@@ -10,12 +10,10 @@ class QueryRoutes
 public:
     explicit QueryRoutes(Services &services) : m_services(services), m_guard(services) {}
 
-    void query(const httplib::Request &request, httplib::Response &response,
-               const std::string &body) const;
+    void query(const Request &request, Response &response) const;
 
 private:
-    bool admitted(const httplib::Request &request, httplib::Response &response,
-                  const Account &account) const;
+    bool admitted(const Request &request, Response &response, const Account &account) const;
 
     Services &m_services;
     RequestGuard m_guard;

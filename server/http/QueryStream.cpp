@@ -41,7 +41,7 @@ QueryStream::~QueryStream()
     }
 }
 
-bool QueryStream::open(httplib::Response &response)
+bool QueryStream::open(Response &response)
 {
     const auto deadline = Steady::now() + m_services.config.timing.keepAlive;
     while (!m_answer.waitFor(tick) && Steady::now() < deadline &&
@@ -59,10 +59,9 @@ bool QueryStream::open(httplib::Response &response)
     return false;
 }
 
-bool QueryStream::pump(httplib::DataSink &sink)
+bool QueryStream::pump(BodySink &sink)
 {
-    const SseWriter writer(
-        [&sink](std::string_view bytes) { return sink.write(bytes.data(), bytes.size()); });
+    const SseWriter writer([&sink](std::string_view bytes) { return sink.write(bytes); });
     const auto keepAlive = m_services.config.timing.keepAlive;
     const auto item = m_answer.next(std::min(tick, keepAlive));
     if (m_services.stopping.stopRequested()) {
@@ -82,8 +81,7 @@ bool QueryStream::pump(httplib::DataSink &sink)
     return end(writer, std::get<AnswerOutcome>(*item), sink);
 }
 
-bool QueryStream::writeText(const SseWriter &writer, const std::string &text,
-                            httplib::DataSink &sink)
+bool QueryStream::writeText(const SseWriter &writer, const std::string &text, BodySink &sink)
 {
     m_answerBytes += text.size();
     if (!writer.chunk(text))
@@ -99,8 +97,7 @@ bool QueryStream::writeText(const SseWriter &writer, const std::string &text,
     return written;
 }
 
-bool QueryStream::end(const SseWriter &writer, const AnswerOutcome &outcome,
-                      httplib::DataSink &sink)
+bool QueryStream::end(const SseWriter &writer, const AnswerOutcome &outcome, BodySink &sink)
 {
     if (outcome.kind != AnswerOutcome::Kind::Complete) {
         // Without a "done" event the client reports an unexpected end of the answer.

@@ -3,8 +3,6 @@
 #include "http/AnswerStream.h"
 #include "http/Services.h"
 
-#include <httplib.h>
-
 #include <chrono>
 #include <string>
 
@@ -23,15 +21,15 @@ public:
 
     /// Waits for the model's first text or failure, at most for the keep-alive time. True when the
     /// answer is to be streamed; false after writing an error reply.
-    bool open(httplib::Response &response);
+    bool open(Response &response);
     /// Writes the next item or a keep-alive. False when the client has disconnected. Between calls
     /// the library detects silently closed connections and destroys this object, which cancels the
     /// model.
-    bool pump(httplib::DataSink &sink);
+    bool pump(BodySink &sink);
 
 private:
-    bool writeText(const class SseWriter &writer, const std::string &text, httplib::DataSink &sink);
-    bool end(const class SseWriter &writer, const AnswerOutcome &outcome, httplib::DataSink &sink);
+    bool writeText(const class SseWriter &writer, const std::string &text, BodySink &sink);
+    bool end(const class SseWriter &writer, const AnswerOutcome &outcome, BodySink &sink);
     TokenCount estimated() const;
     void settle(const std::optional<TokenCount> &tokens);
 

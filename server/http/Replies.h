@@ -1,8 +1,7 @@
 #pragma once
 
 #include "base/Clock.h"
-
-#include <httplib.h>
+#include "http/Message.h"
 
 #include <chrono>
 #include <cstdint>
@@ -11,12 +10,12 @@
 namespace quellora::server {
 
 /// Sets status and JSON body.
-void replyJson(httplib::Response &response, int status, const std::string &json);
+void replyJson(Response &response, int status, const std::string &json);
 /// {"error": text}. The app does not show the text; it helps users of other clients.
-void replyError(httplib::Response &response, int status, const std::string &text);
+void replyError(Response &response, int status, const std::string &text);
 /// 429 that asks to wait.
-void replyRateLimited(httplib::Response &response, std::chrono::seconds wait);
+void replyRateLimited(Response &response, std::chrono::seconds wait);
 /// 429 for a spent allowance.
-void replySpent(httplib::Response &response, std::int64_t tokensRemaining);
+void replySpent(Response &response, std::int64_t tokensRemaining);
 
 } // namespace quellora::server

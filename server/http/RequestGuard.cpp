@@ -20,25 +20,25 @@ std::string hostName(const std::string &host)
 
 } // namespace
 
-bool RequestGuard::hostAllowed(const httplib::Request &request, httplib::Response &response) const
+bool RequestGuard::hostAllowed(const Request &request, Response &response) const
 {
-    const std::string name = hostName(request.get_header_value("Host"));
+    const std::string name = hostName(request.header("Host"));
     const ServerSettings &server = m_services.config.server;
     const bool known = name == "127.0.0.1" || name == "localhost" || name == "[::1]" ||
                        name == lowered(server.host) ||
                        std::any_of(server.allowedHosts.begin(), server.allowedHosts.end(),
                                    [&](const std::string &host) { return lowered(host) == name; });
-    if (!known || request.get_header_value_count("Host") != 1)
+    if (!known || request.headers.count("Host") != 1)
         replyError(response, 421, "this server does not answer under that host name");
-    return known && request.get_header_value_count("Host") == 1;
+    return known && request.headers.count("Host") == 1;
 }
 
-bool RequestGuard::originAllowed(const httplib::Request &request, httplib::Response &response) const
+bool RequestGuard::originAllowed(const Request &request, Response &response) const
 {
-    const std::string site = request.get_header_value("Sec-Fetch-Site");
-    const std::string origin = request.get_header_value("Origin");
+    const std::string site = request.header("Sec-Fetch-Site");
+    const std::string origin = request.header("Origin");
     const bool ownSite = site.empty() || site == "same-origin" || site == "none";
-    const std::string host = request.get_header_value("Host");
+    const std::string host = request.header("Host");
     const bool ownOrigin =
         origin.empty() || origin == "http://" + host || origin == "https://" + host;
     if (!ownSite || !ownOrigin)
@@ -46,30 +46,29 @@ bool RequestGuard::originAllowed(const httplib::Request &request, httplib::Respo
     return ownSite && ownOrigin;
 }
 
-bool RequestGuard::isOwner(const httplib::Request &request) const
+bool RequestGuard::isOwner(const Request &request) const
 {
     // A proxy's connections belong to the proxy's user, whoever is behind it.
-    const bool isForwarded = request.has_header("Forwarded") ||
-                             request.has_header("X-Forwarded-For") ||
-                             request.has_header("X-Forwarded-Host") ||
-                             request.has_header("X-Real-IP") || request.has_header("Via");
+    const bool isForwarded = request.headers.has("Forwarded") ||
+                             request.headers.has("X-Forwarded-For") ||
+                             request.headers.has("X-Forwarded-Host") ||
+                             request.headers.has("X-Real-IP") || request.headers.has("Via");
     return m_services.config.server.oneClickSignIn && !isForwarded &&
-           isLoopbackHost(hostName(request.get_header_value("Host"))) &&
-           m_services.ownUser(request);
+           isLoopbackHost(hostName(request.header("Host"))) && m_services.ownUser(request);
 }
 
-bool RequestGuard::jsonBody(const httplib::Request &request, httplib::Response &response) const
+bool RequestGuard::jsonBody(const Request &request, Response &response) const
 {
-    const std::string type = lowered(request.get_header_value("Content-Type"));
+    const std::string type = lowered(request.header("Content-Type"));
     const bool json = trimmed(type.substr(0, type.find(';'))) == "application/json";
     if (!json)
         replyError(response, 415, "the body must be application/json");
     return json;
 }
 
-std::optional<std::string> RequestGuard::bearerToken(const httplib::Request &request)
+std::optional<std::string> RequestGuard::bearerToken(const Request &request)
 {
-    const std::string value = request.get_header_value("Authorization");
+    const std::string value = request.header("Authorization");
     if (lowered(value.substr(0, 7)) != "bearer ")
         return std::nullopt;
     const std::string token = trimmed(value.substr(7));
@@ -78,14 +77,13 @@ std::optional<std::string> RequestGuard::bearerToken(const httplib::Request &req
     return token;
 }
 
-std::optional<Account> RequestGuard::account(const httplib::Request &request,
-                                             httplib::Response &response) const
+std::optional<Account> RequestGuard::account(const Request &request, Response &response) const
 {
     const auto token = bearerToken(request);
     const auto session = token ? m_services.sessions.find(*token) : std::nullopt;
     const auto account = session ? m_services.accounts.find(session->accountId) : std::nullopt;
     if (!account) {
-        response.set_header("WWW-Authenticate", "Bearer");
+        response.headers.set("WWW-Authenticate", "Bearer");
         replyError(response, 401, "the session token is unknown or has expired");
         return std::nullopt;
     }
@@ -94,28 +92,6 @@ std::optional<Account> RequestGuard::account(const httplib::Request &request,
         return std::nullopt;
     }
     return account;
-}
-
-std::optional<std::string> readBody(const httplib::ContentReader &reader,
-                                    httplib::Response &response, std::size_t limit)
-{
-    std::string body;
-    bool tooLong = false;
-    const bool complete = reader([&](const char *data, std::size_t length) {
-        tooLong = tooLong || body.size() + length > limit;
-        if (tooLong)
-            std::string().swap(body);
-        else
-            body.append(data, length);
-        return true;
-    });
-    if (complete && !tooLong)
-        return body;
-    // The library itself sets 413 when Content-Length exceeds the limit of all routes.
-    const bool oversized = tooLong || response.status == 413;
-    replyError(response, oversized ? 413 : 400,
-               oversized ? "the body is too long" : "the body could not be read");
-    return std::nullopt;
 }
 
 } // namespace quellora::server

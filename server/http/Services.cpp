@@ -27,9 +27,12 @@ Services::Services(Config settings, Database &store, const PasswordHasher &hashe
     , logs(database, wallClock, config.limits.keptLogs)
     , models(config, ConnectionFile(config.connectionFile()))
     , ownUser(std::move(ownUserCheck))
-    , queryRate(makeRateLimiter(database, wallClock, "query", config.limits.queriesPerMinute, seconds(60)))
-    , loginFailures(makeRateLimiter(database, wallClock, "login failure", config.limits.loginFailures, config.limits.loginWindow))
-    , authRate(makeRateLimiter(database, wallClock, "sign-in", config.limits.authRequestsPerMinute, seconds(60)))
+    , queryRate(makeRateLimiter(database, wallClock, "query", config.limits.queriesPerMinute,
+                                seconds(60)))
+    , loginFailures(makeRateLimiter(database, wallClock, "login failure",
+                                    config.limits.loginFailures, config.limits.loginWindow))
+    , authRate(makeRateLimiter(database, wallClock, "sign-in", config.limits.authRequestsPerMinute,
+                               seconds(60)))
     , uploadRate(makeRateLimiter(database, wallClock, "upload", uploadsPerMinute, seconds(60)))
     , streams(config.limits.concurrentQueries, streamThreads(config.server.threads))
 {}

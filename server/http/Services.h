@@ -3,6 +3,7 @@
 #include "base/Clock.h"
 #include "base/Stop.h"
 #include "config/Config.h"
+#include "http/Message.h"
 #include "http/StreamSlots.h"
 #include "model/ModelCatalog.h"
 #include "store/Accounts.h"
@@ -12,21 +13,19 @@
 #include "store/UploadedLogs.h"
 #include "store/UsageLedger.h"
 
-#include <httplib.h>
-
 #include <functional>
 #include <memory>
 
 namespace quellora::server {
 
 /// Whether a request comes from the user running the server.
-using OwnUserCheck = std::function<bool(const httplib::Request &)>;
+using OwnUserCheck = std::function<bool(const Request &)>;
 
 /// What the request handlers share; owned by the server. All members are thread-safe.
 struct Services
 {
-    Services(Config settings, Database &store, const PasswordHasher &hasher,
-             const Clock &wallClock, OwnUserCheck ownUserCheck);
+    Services(Config settings, Database &store, const PasswordHasher &hasher, const Clock &wallClock,
+             OwnUserCheck ownUserCheck);
 
     Config config;
     Database &database;

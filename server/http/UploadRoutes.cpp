@@ -51,8 +51,7 @@ bool fits(const nlohmann::json &value, FieldType type)
 
 } // namespace
 
-std::optional<Account> UploadRoutes::admitted(const httplib::Request &request,
-                                              httplib::Response &response) const
+std::optional<Account> UploadRoutes::admitted(const Request &request, Response &response) const
 {
     auto account = m_guard.account(request, response);
     if (!account)
@@ -64,15 +63,14 @@ std::optional<Account> UploadRoutes::admitted(const httplib::Request &request,
     return account;
 }
 
-void UploadRoutes::telemetry(const httplib::Request &request, httplib::Response &response,
-                             const std::string &body) const
+void UploadRoutes::telemetry(const Request &request, Response &response) const
 {
     if (!m_guard.jsonBody(request, response))
         return;
     const auto account = admitted(request, response);
     if (!account)
         return;
-    const auto record = parsedObject(body);
+    const auto record = parsedObject(request.body);
     // Unknown fields are not stored: they could contain private data.
     nlohmann::ordered_json kept;
     for (const Field &field : telemetryFields) {
@@ -88,21 +86,20 @@ void UploadRoutes::telemetry(const httplib::Request &request, httplib::Response 
     response.status = 202;
 }
 
-void UploadRoutes::logs(const httplib::Request &request, httplib::Response &response,
-                        const std::string &body) const
+void UploadRoutes::logs(const Request &request, Response &response) const
 {
     const auto account = admitted(request, response);
     if (!account)
         return;
-    if (body.empty()) {
+    if (request.body.empty()) {
         replyError(response, 400, "the log is empty");
         return;
     }
-    if (!m_services.logs.store(account->id, body)) {
+    if (!m_services.logs.store(account->id, request.body)) {
         replyError(response, 500, "the log could not be stored");
         return;
     }
-    Log::event("[UploadRoutes] Stored a log of " + std::to_string(body.size()) +
+    Log::event("[UploadRoutes] Stored a log of " + std::to_string(request.body.size()) +
                " bytes from account " + std::to_string(account->id));
     response.status = 202;
 }

@@ -10,14 +10,11 @@ class UploadRoutes
 public:
     explicit UploadRoutes(Services &services) : m_services(services), m_guard(services) {}
 
-    void telemetry(const httplib::Request &request, httplib::Response &response,
-                   const std::string &body) const;
-    void logs(const httplib::Request &request, httplib::Response &response,
-              const std::string &body) const;
+    void telemetry(const Request &request, Response &response) const;
+    void logs(const Request &request, Response &response) const;
 
 private:
-    std::optional<Account> admitted(const httplib::Request &request,
-                                    httplib::Response &response) const;
+    std::optional<Account> admitted(const Request &request, Response &response) const;
 
     Services &m_services;
     RequestGuard m_guard;

@@ -31,10 +31,10 @@ enum class AnswerRefusal {
 /// reserved; they are settled once, when the answer ends. Settled and reserved tokens of an account
 /// together stay below 125 % of its cap, whichever instances its answers run on.
 ///
-/// A running answer is leased: its instance renews the lease. An answer whose lease has expired, since
-/// its instance died or was cut off, no longer counts as running, and its reservation counts as
-/// usage: the estimate as input and the rest as output. When its instance settles it after all, the
-/// figures are put right. An answer counts for the month and the day in which it began.
+/// A running answer is leased: its instance renews the lease. An answer whose lease has expired,
+/// since its instance died or was cut off, no longer counts as running, and its reservation counts
+/// as usage: the estimate as input and the rest as output. When its instance settles it after all,
+/// the figures are put right. An answer counts for the month and the day in which it began.
 ///
 /// Thread-safe.
 class AnswerLedger

@@ -92,9 +92,9 @@ public:
     /// Runs one statement and passes each row to @p onRow.
     virtual void query(const std::string &sql, const std::vector<Value> &values,
                        const OnRow &onRow) = 0;
-    /// Runs @p work as one unit: committed when it returns, rolled back when it throws. The work may
-    /// run more than once until it is committed. Inside another transaction of the same thread it
-    /// belongs to that one. A statement that fails inside makes the whole unit fail.
+    /// Runs @p work as one unit: committed when it returns, rolled back when it throws. The work
+    /// may run more than once until it is committed. Inside another transaction of the same thread
+    /// it belongs to that one. A statement that fails inside makes the whole unit fail.
     virtual void transaction(const std::function<void()> &work, Work kind = Work::Once) = 0;
     /// Runs @p work on one unchanging state of the store. It must not write.
     virtual void snapshot(const std::function<void()> &work) = 0;
@@ -102,7 +102,8 @@ public:
     virtual void lockKey(const std::string &key) = 0;
     /// Inside a transaction: like lockKey(), but false instead of waiting.
     virtual bool tryLockKey(const std::string &key) = 0;
-    /// Inside a transaction: wakes the listeners of all instances with @p topic once it is committed.
+    /// Inside a transaction: wakes the listeners of all instances with @p topic once it is
+    /// committed.
     virtual void announce(const std::string &topic) = 0;
 
     virtual const Dialect &dialect() const = 0;

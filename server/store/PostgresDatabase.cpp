@@ -71,10 +71,9 @@ public:
     explicit Lease(PostgresDatabase &database) : m_database(database)
     {
         std::unique_lock lock(database.m_mutex);
-        const bool isFree =
-            database.m_returned.wait_for(lock, database.m_settings.statement, [&] {
-                return database.m_used < database.m_settings.connections;
-            });
+        const bool isFree = database.m_returned.wait_for(lock, database.m_settings.statement, [&] {
+            return database.m_used < database.m_settings.connections;
+        });
         if (!isFree)
             throw DatabaseError("all connections with PostgreSQL are in use", Kind::Unavailable);
         ++database.m_used;

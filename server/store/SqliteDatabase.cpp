@@ -16,14 +16,13 @@ namespace {
 
 constexpr int busyMilliseconds = 5000;
 
-const Dialect sqliteDialect{
-    "INTEGER PRIMARY KEY",
-    "BLOB",
-    "lower(hex(randomblob(16)))",
-    {"CREATE TRIGGER audit_unchanged BEFORE UPDATE ON audit"
-     " BEGIN SELECT RAISE(ABORT, 'the audit trail only grows'); END",
-     "CREATE TRIGGER audit_kept BEFORE DELETE ON audit"
-     " BEGIN SELECT RAISE(ABORT, 'the audit trail only grows'); END"}};
+const Dialect sqliteDialect{"INTEGER PRIMARY KEY",
+                            "BLOB",
+                            "lower(hex(randomblob(16)))",
+                            {"CREATE TRIGGER audit_unchanged BEFORE UPDATE ON audit"
+                             " BEGIN SELECT RAISE(ABORT, 'the audit trail only grows'); END",
+                             "CREATE TRIGGER audit_kept BEFORE DELETE ON audit"
+                             " BEGIN SELECT RAISE(ABORT, 'the audit trail only grows'); END"}};
 
 /// Creates the file with mode 0600; the library would create it with the default mode.
 void prepareFile(const std::filesystem::path &file)
@@ -127,9 +126,8 @@ public:
         // The conversion to bytes must precede asking for their number.
         const void *data = sqlite3_column_blob(m_statement, column);
         const int length = sqlite3_column_bytes(m_statement, column);
-        return data
-                   ? std::string(static_cast<const char *>(data), static_cast<std::size_t>(length))
-                   : std::string();
+        return data ? std::string(static_cast<const char *>(data), static_cast<std::size_t>(length))
+                    : std::string();
     }
 
 private:

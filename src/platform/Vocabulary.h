@@ -50,9 +50,10 @@ struct Vocabulary
             QStringLiteral("your desktop's setting"),
             // Whether keys work is told by those who register them.
             QString(),
-            QStringLiteral("A Wayland session keeps the windows of other programs to itself. Log "
-                           "out, choose a session with X11 (also called Xorg) at the login screen, "
-                           "then log in again."),
+            // Only without a display that takes the panel; the ports advise for themselves.
+            QStringLiteral("Start Quellora in an X11 or Wayland session. Where a Wayland desktop "
+                           "takes no panels from programs, as GNOME's, XWayland must be "
+                           "installed."),
         };
     }
 };

@@ -145,9 +145,9 @@ private Q_SLOTS:
         QCOMPARE(checker.problemLines(),
                  (QStringList{
                      "**Screen Recording permission not granted.** Captures will be blank or fail "
-                     "silently. A Wayland session keeps the windows of other programs to itself. "
-                     "Log out, choose a session with X11 (also called Xorg) at the login screen, "
-                     "then log in again."}));
+                     "silently. Start Quellora in an X11 or Wayland session. Where a Wayland "
+                     "desktop takes no panels from programs, as GNOME's, XWayland must be "
+                     "installed."}));
     }
 
     void eachSubjectHasAtMostOneLine()

@@ -133,8 +133,7 @@ protected:
     void start()
     {
         server = std::make_unique<RunningServer>(
-            config, clock, AnswerFunction(),
-            [this](const httplib::Request &) { return ownUser.load(); });
+            config, clock, AnswerFunction(), [this](const Request &) { return ownUser.load(); });
     }
     void SetUp() override { start(); }
 

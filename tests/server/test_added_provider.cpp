@@ -108,8 +108,7 @@ TEST_F(AddedProvider, ErrorsNameItsTableKeysAndSettings)
 TEST_F(AddedProvider, IsNamedInHelpTexts)
 {
     // Answers to the user who runs the server name the account page instead.
-    RunningServer server(configured("", {}), clock, {},
-                         [](const httplib::Request &) { return false; });
+    RunningServer server(configured("", {}), clock, {}, [](const Request &) { return false; });
     EXPECT_NE(server.client().Get("/help")->body.find("set <code>ECHO_NAME</code> for an echo, or "
                                                       "<code>ANTHROPIC_API_KEY</code>, or"),
               std::string::npos);

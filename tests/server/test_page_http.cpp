@@ -19,8 +19,8 @@ protected:
 
     std::unique_ptr<RunningServer> start()
     {
-        return std::make_unique<RunningServer>(
-            config, clock, AnswerFunction(), [this](const httplib::Request &) { return ownUser; });
+        return std::make_unique<RunningServer>(config, clock, AnswerFunction(),
+                                               [this](const Request &) { return ownUser; });
     }
 
     /// Value of a hidden field of the form that holds @p marker, "" when there is none.
