@@ -57,6 +57,7 @@ int serve(const Config &config, CommandContext &context)
         context.err << "quellora-backend: cannot watch for signals\n";
         return exitFailure;
     }
+    Log::setFormat(config.logFormat);
     const SystemClock clock;
     const PasswordHasher hasher(config.security.passwordCost);
     const auto database = openDatabase(config);

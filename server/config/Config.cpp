@@ -11,6 +11,7 @@ namespace quellora::server {
 namespace {
 
 constexpr std::int64_t year = 365LL * 24 * 3600;
+constexpr std::size_t shortestMetricsToken = 16;
 constexpr std::int64_t mebibyte = 1024LL * 1024;
 
 void readServer(TomlReader reader, ServerSettings &server)
@@ -21,6 +22,9 @@ void readServer(TomlReader reader, ServerSettings &server)
     reader.read("allowed_hosts", server.allowedHosts);
     reader.read("one_click_sign_in", server.oneClickSignIn);
     reader.read("threads", server.threads, 8, 512);
+    reader.read("metrics_token", server.metricsToken);
+    if (!server.metricsToken.empty() && server.metricsToken.size() < shortestMetricsToken)
+        reader.fail("metrics_token", "must have at least 16 characters");
     reader.finish();
 }
 
@@ -71,6 +75,16 @@ void readService(TomlReader reader, ServiceSettings &service)
     reader.read("debug_logging", service.debugLogging);
     readAdminMessage(reader.table("admin_message"), service);
     reader.finish();
+}
+
+void readLogFormat(TomlReader &root, Log::Format &format)
+{
+    std::string name = "text";
+    root.read("log_format", name);
+    if (name == "json")
+        format = Log::Format::Json;
+    else if (name != "text")
+        root.fail("log_format", "must be \"text\" or \"json\"");
 }
 
 void readTiming(TomlReader reader, TimingSettings &timing)
@@ -282,6 +296,7 @@ tl::expected<Config, std::string> Config::parse(const std::string &toml, const s
     root.read("database", database);
     readPostgres(root.table("postgresql"), config.postgres);
     root.read("default_model", config.defaultModel);
+    readLogFormat(root, config.logFormat);
     readServer(root.table("server"), config.server);
     readLimits(root.table("limits"), config.limits);
     readService(root.table("service"), config.service);

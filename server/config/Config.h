@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/Environment.h"
+#include "base/Log.h"
 #include "base/Secrets.h"
 #include "providers/Provider.h"
 
@@ -29,6 +30,8 @@ struct ServerSettings
     bool oneClickSignIn = true;
     /// Worker threads; each running answer occupies one.
     std::size_t threads = 48;
+    /// Admits monitoring from other machines to /metrics; empty admits this machine only.
+    std::string metricsToken;
 
     /// Whether the server may listen on its host: a loopback address, unless allowRemote is set.
     bool isHostPermitted() const;
@@ -120,6 +123,7 @@ struct Config
     LimitSettings limits;
     ServiceSettings service;
     TimingSettings timing;
+    Log::Format logFormat = Log::Format::Text;
     /// All providers, including those that miss settings.
     std::vector<ConfiguredProvider> providers;
     /// Never empty after parsing; the first is the default unless defaultModel says otherwise.

@@ -32,7 +32,7 @@ $as "$bin/postgres" -D "$directory/data" -k "$directory" -c listen_addresses= -c
     -c max_connections=200 </dev/null >"$directory/postgres.log" 2>&1 &
 server=$!
 cat >"$directory/ended" || true
-$as "$bin/pg_ctl" stop -m immediate -D "$directory/data" >/dev/null 2>&1
+$as "$bin/pg_ctl" stop -W -m immediate -D "$directory/data" >/dev/null 2>&1
 wait $server || true
 )sh";
 
