@@ -23,6 +23,7 @@ Services::Services(Config settings, Database &store, const PasswordHasher &hashe
     , sessions(database, wallClock, config.security.sessionLifetime,
                config.security.handoverLifetime)
     , usage(database, wallClock)
+    , answers(database, wallClock, randomUuid(), config.limits.concurrentQueries)
     , telemetry(database, wallClock)
     , logs(database, wallClock, config.limits.keptLogs)
     , models(config, ConnectionFile(config.connectionFile()))

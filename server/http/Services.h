@@ -7,6 +7,7 @@
 #include "http/StreamSlots.h"
 #include "model/ModelCatalog.h"
 #include "store/Accounts.h"
+#include "store/AnswerLedger.h"
 #include "store/RateLimiter.h"
 #include "store/Sessions.h"
 #include "store/Telemetry.h"
@@ -33,6 +34,7 @@ struct Services
     Accounts accounts;
     Sessions sessions;
     UsageLedger usage;
+    AnswerLedger answers;
     Telemetry telemetry;
     UploadedLogs logs;
     ModelOffers models;

@@ -82,14 +82,14 @@ AnswerLedger::Room AnswerLedger::room(std::int64_t accountId, const std::string 
     return room;
 }
 
-tl::expected<RunningAnswer, AnswerRefusal> AnswerLedger::begin(std::int64_t accountId,
-                                                               const std::string &model,
-                                                               std::int64_t estimate,
-                                                               std::int64_t wanted)
+tl::expected<AdmittedAnswer, AnswerRefusal> AnswerLedger::begin(std::int64_t accountId,
+                                                                const std::string &model,
+                                                                std::int64_t estimate,
+                                                                std::int64_t wanted)
 {
     const auto now = m_clock.now();
     const std::string period = billingPeriod(now);
-    tl::expected<RunningAnswer, AnswerRefusal> result;
+    tl::expected<AdmittedAnswer, AnswerRefusal> result;
     m_database.transaction(
         [&] {
             m_database.lockKey(lockOf(accountId));
@@ -105,8 +105,8 @@ tl::expected<RunningAnswer, AnswerRefusal> AnswerLedger::begin(std::int64_t acco
             if (!room.hasAccount || room.isSpent || room.running >= m_concurrent ||
                 room.left <= estimate)
                 return;
-            const RunningAnswer answer{randomUuid(),
-                                       std::min(std::max(wanted, estimate + 1), room.left)};
+            const AdmittedAnswer answer{randomUuid(),
+                                        std::min(std::max(wanted, estimate + 1), room.left)};
             m_database.execute(
                 "INSERT INTO answers(id, account_id, model, instance, state, period, day,"
                 " started_at, expires_at, estimate, reserved)"

@@ -44,6 +44,10 @@ struct Dialect
     const char *randomKey;
     /// Statements that let rows of the table "audit" be added only.
     std::vector<const char *> appendOnlyAudit;
+    /// Query for the names of the tables, each after those that it refers to.
+    const char *tables;
+    /// Query for names and types of the columns of the table "?".
+    const char *columns;
 };
 
 /// The backend's store: SQLite in one file, or PostgreSQL shared by several instances. Statements
@@ -109,6 +113,10 @@ public:
     virtual const Dialect &dialect() const = 0;
     /// Whether several instances may use the store at a time.
     virtual bool isShared() const = 0;
+    /// After rows were inserted with their numbers: new rows get greater ones.
+    virtual void continueNumbers(const std::string &table) = 0;
+    /// Takes deleted rows out of the files as well, as far as the program can.
+    virtual void forgetDeleted() = 0;
     /// Number of the last migration that was applied; 0 for an empty store.
     virtual std::int64_t schemaVersion() = 0;
     virtual void setSchemaVersion(std::int64_t version) = 0;

@@ -16,13 +16,18 @@ namespace {
 
 constexpr int busyMilliseconds = 5000;
 
-const Dialect sqliteDialect{"INTEGER PRIMARY KEY",
-                            "BLOB",
-                            "lower(hex(randomblob(16)))",
-                            {"CREATE TRIGGER audit_unchanged BEFORE UPDATE ON audit"
-                             " BEGIN SELECT RAISE(ABORT, 'the audit trail only grows'); END",
-                             "CREATE TRIGGER audit_kept BEFORE DELETE ON audit"
-                             " BEGIN SELECT RAISE(ABORT, 'the audit trail only grows'); END"}};
+const Dialect sqliteDialect{
+    "INTEGER PRIMARY KEY",
+    "BLOB",
+    "lower(hex(randomblob(16)))",
+    {"CREATE TRIGGER audit_unchanged BEFORE UPDATE ON audit"
+     " BEGIN SELECT RAISE(ABORT, 'the audit trail only grows'); END",
+     "CREATE TRIGGER audit_kept BEFORE DELETE ON audit"
+     " BEGIN SELECT RAISE(ABORT, 'the audit trail only grows'); END"},
+    // In the order of their creation.
+    "SELECT name FROM sqlite_master WHERE type = 'table' AND name NOT LIKE 'sqlite_%'"
+    " ORDER BY rowid",
+    "SELECT name, type FROM pragma_table_info(?) ORDER BY cid"};
 
 /// Creates the file with mode 0600; the library would create it with the default mode.
 void prepareFile(const std::filesystem::path &file)
@@ -168,6 +173,12 @@ SqliteDatabase::~SqliteDatabase()
 const Dialect &SqliteDatabase::dialect() const
 {
     return sqliteDialect;
+}
+
+void SqliteDatabase::forgetDeleted()
+{
+    // The rows were overwritten in the file; the log of changes has them still.
+    query("PRAGMA wal_checkpoint(TRUNCATE)", {}, [](const Row &) {});
 }
 
 std::int64_t SqliteDatabase::schemaVersion()

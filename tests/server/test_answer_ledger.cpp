@@ -73,7 +73,7 @@ TEST_P(AnswerLedgerTest, FailedAnswerCostsNothing)
 TEST_P(AnswerLedgerTest, RunningAnswersAreLimitedAcrossInstances)
 {
     const Account account = ann(0);
-    std::vector<RunningAnswer> running;
+    std::vector<AdmittedAnswer> running;
     for (int i = 0; i < 4; ++i)
         running.push_back(*(i % 2 == 0 ? first : second).begin(account.id, "m", 1, 1));
     EXPECT_EQ(first.begin(account.id, "m", 1, 1).error(), AnswerRefusal::Busy);
