@@ -25,6 +25,7 @@ quellora_license_text(QUELLORA_LICENSE_INTER ${modules}/@fontsource/inter/LICENS
 quellora_license_text(QUELLORA_LICENSE_MONO ${modules}/@fontsource/jetbrains-mono/LICENSE)
 quellora_license_text(QUELLORA_LICENSE_MARKED ${modules}/marked/LICENSE)
 quellora_license_text(QUELLORA_LICENSE_HIGHLIGHT ${modules}/@highlightjs/cdn-assets/LICENSE)
+quellora_license_text(QUELLORA_LICENSE_KATEX ${modules}/katex/LICENSE)
 configure_file(debian/copyright.in ${CMAKE_CURRENT_BINARY_DIR}/debian/copyright.application @ONLY)
 configure_file(debian/copyright-backend.in ${CMAKE_CURRENT_BINARY_DIR}/debian/copyright.backend
     @ONLY)

@@ -422,10 +422,6 @@ void addAdminCommands(CLI::App &app, CommandOptions &options, CommandContext &co
         ->add_option("NUMBER", options.tokens)
         ->required()
         ->transform(wholeNumber(mostTokens));
-    addForEmail(app, "export-account", "everything stored of a person, as JSON",
-                [](const CommandOptions &given, OpenStore &open, CommandContext &out) {
-                    out.out << orFail(open.actions.exportPerson(open.account(given.email).id));
-                });
     addAbout("audit", "the audit trail, newest first (--count N)", audit);
 }
 

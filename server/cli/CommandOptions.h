@@ -28,6 +28,9 @@ struct CommandOptions
     std::string email;
     std::int64_t tokens = 0;
     std::string planName;
+    std::string file;
+    std::string from;
+    std::string to;
     // The administrators' commands.
     std::optional<std::string> toEmail;
     std::string id;

@@ -7,9 +7,12 @@
 #include "cli/CommandOptions.h"
 #include "providers/UpstreamSettings.h"
 #include "store/Accounts.h"
+#include "store/AuditTrail.h"
 #include "store/Connections.h"
+#include "store/Migrations.h"
 #include "store/OpenDatabase.h"
 #include "store/Sessions.h"
+#include "store/StoreCopy.h"
 #include "store/UsageLedger.h"
 
 #include <iomanip>
@@ -164,6 +167,72 @@ void checkConfig(const Options &, const Config &config, CommandContext &context)
                         << connection.provider << ", " << hostOfUrl(connection.baseUrl)
                         << (config.takesConnections ? ")\n" : "), ignored offline\n");
     }
+}
+
+void migrateStore(const Options &, const Config &config, CommandContext &context)
+{
+    // Opening migrates.
+    const auto database = openDatabase(config);
+    context.out << "schema " << database->schemaVersion() << " in " << describeDatabase(config)
+                << '\n';
+}
+
+void printCounts(std::ostream &out, const RowCounts &counts)
+{
+    for (const auto &[table, rows] : counts)
+        out << table << ": " << rows << '\n';
+}
+
+void backUpStore(const Options &options, const Config &config, CommandContext &context)
+{
+    printCounts(context.out, backUp(*openDatabase(config), options.file));
+}
+
+void restoreStore(const Options &options, const Config &config, CommandContext &context)
+{
+    printCounts(context.out, restore(*openDatabase(config), options.file));
+}
+
+void copyBetweenStores(const Options &options, const Config &config, CommandContext &context)
+{
+    const auto placed = [&config](const std::string &address) {
+        Config place = config;
+        if (!place.useDatabase(address))
+            throw std::runtime_error("a store is \"sqlite:PATH\" or \"postgresql://…\"");
+        return place;
+    };
+    const Config from = placed(options.from);
+    const Config to = placed(options.to);
+    // Opening would create it.
+    if (from.postgres.url.empty() && !std::filesystem::exists(from.dataFile))
+        throw std::runtime_error("there is no file " + from.dataFile.string());
+    printCounts(context.out, copyStore(*openDatabase(from), *openDatabase(to)));
+}
+
+void exportOnePerson(const Options &options, const Config &config, CommandContext &context)
+{
+    const Store store(config);
+    const auto account =
+        Accounts(*store.database, store.hasher, store.clock).findByEmail(options.email);
+    if (!account)
+        failWithoutAccount(options.email);
+    exportPerson(*store.database, account->id, options.file);
+    context.out << "exported: " << options.email << '\n';
+}
+
+void deletePerson(const Options &options, const Config &config, CommandContext &context)
+{
+    Store store(config);
+    store.database->transaction([&] {
+        const auto account = store.accounts.findByEmail(options.email);
+        if (!account)
+            failWithoutAccount(options.email);
+        AuditTrail(*store.database, store.clock)
+            .add("command line", "delete-person", account->person);
+        store.accounts.remove(options.email);
+    });
+    store.database->forgetDeleted();
+    context.out << "delete-person: " << options.email << '\n';
 }
 
 Config loadConfig(const Options &options, const CommandContext &context)
@@ -325,6 +394,27 @@ int runCommand(const std::vector<std::string> &words, CommandContext &context)
     addChange("delete-account", "remove it with its usage and telemetry",
               [](AdminActions &actions, std::int64_t id) { return actions.remove(id); });
     add("list-accounts", "accounts with this month's usage", listAccounts);
+    add("migrate", "bring the store to this version's schema, as every start does", migrateStore);
+    add("backup", "write the whole store to the new FILE, also while it is served", backUpStore)
+        ->add_option("FILE", options.file)
+        ->required();
+    add("restore", "fill the empty store from a backup", restoreStore)
+        ->add_option("FILE", options.file)
+        ->required();
+    CLI::App *copy = add("migrate-store",
+                         "copy a store into an empty one (sqlite:PATH or\n"
+                         "postgresql://…)",
+                         copyBetweenStores);
+    copy->add_option("FROM", options.from)->required();
+    copy->add_option("TO", options.to)->required();
+    addForEmail("export-person", "write everything of one person to the new FILE, as JSON",
+                exportOnePerson)
+        ->add_option("FILE", options.file)
+        ->required();
+    addForEmail("delete-person",
+                "delete everything of one person; the audit trail knows a\n"
+                "pseudonym only",
+                deletePerson);
     add("check-config", "read the configuration and say what is in force", checkConfig);
 
     app.add_option("--days", options.days, "for usage: how many days (default 30)")

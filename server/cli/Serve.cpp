@@ -1,6 +1,7 @@
 #include "base/Log.h"
 #include "cli/Commands.h"
 #include "http/BackendServer.h"
+#include "store/Housekeeping.h"
 #include "store/OpenDatabase.h"
 
 #include <unistd.h>
@@ -61,6 +62,8 @@ int serve(const Config &config, CommandContext &context)
     const SystemClock clock;
     const PasswordHasher hasher(config.security.passwordCost);
     const auto database = openDatabase(config);
+    UploadedLogs(*database, clock, config.limits.keptLogs)
+        .adopt(config.dataFile.parent_path() / "app-logs");
     BackendServer server(config, *database, hasher, clock);
     const auto port = server.bind();
     if (!port) {
@@ -71,6 +74,7 @@ int serve(const Config &config, CommandContext &context)
         Log::event("[Serve] WARNING: Connections are not encrypted; put a TLS proxy in front "
                    "before letting other machines in");
     Log::event("[Serve] Store: " + describeDatabase(config) + ", models: " + server.models());
+    const Housekeeping housekeeping(*database, clock, server.answers(), config.retention);
     std::thread serving([&server] { server.run(); });
     context.out << "listening on " << server.address() << std::endl;
 

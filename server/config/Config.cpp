@@ -131,6 +131,14 @@ void readPostgres(TomlReader reader, PostgresSettings &postgres)
     reader.finish();
 }
 
+void readRetention(TomlReader reader, RetentionSettings &retention)
+{
+    reader.read("telemetry_days", retention.telemetryDays, 0, 36500);
+    reader.read("log_days", retention.logDays, 0, 36500);
+    reader.read("answer_days", retention.answerDays, 1, 36500);
+    reader.finish();
+}
+
 /// "a", "b" or "c": the names that [[models]] accepts.
 std::string quotedNames(const std::vector<ConfiguredProvider> &providers)
 {
@@ -326,6 +334,7 @@ tl::expected<Config, std::string> Config::parse(const std::string &toml, const s
     root.read("data_file", dataFile);
     root.read("database", database);
     readPostgres(root.table("postgresql"), config.postgres);
+    readRetention(root.table("retention"), config.retention);
     root.read("default_model", config.defaultModel);
     readLogFormat(root, config.logFormat);
     readServer(root.table("server"), config.server);

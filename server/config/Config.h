@@ -101,6 +101,15 @@ struct TimingSettings
     std::chrono::milliseconds stopGrace = std::chrono::seconds(3);
 };
 
+/// How many days things are kept; 0 keeps them.
+struct RetentionSettings
+{
+    int telemetryDays = 90;
+    int logDays = 90;
+    /// Ended answers, by which one that is counted twice is recognised.
+    int answerDays = 35;
+};
+
 /// A PostgreSQL server that several instances share as their store.
 struct PostgresSettings
 {
@@ -136,6 +145,7 @@ struct Config
     /// The SQLite file. What belongs to this machine alone stays beside it with any store.
     std::filesystem::path dataFile;
     PostgresSettings postgres;
+    RetentionSettings retention;
 
     /// Reads @p file (all keys optional, unknown keys are errors) and applies @p environment.
     /// Without a file only defaults and environment count. The error is ready for the user.

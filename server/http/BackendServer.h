@@ -32,6 +32,8 @@ public:
     std::string address() const;
     /// The ids of the models on offer and the default one, for the log.
     std::string models() const;
+    /// The running answers, whose leases are to be renewed.
+    AnswerLedger &answers() { return m_services.answers; }
     /// Serves until stop().
     void run();
     void stop();

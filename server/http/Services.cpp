@@ -23,6 +23,7 @@ Services::Services(Config configuration, Database &store, const PasswordHasher &
     , sessions(database, wallClock, config.security.sessionLifetime,
                config.security.handoverLifetime)
     , usage(database, wallClock)
+    , answers(database, wallClock, randomUuid(), config.limits.concurrentQueries)
     , telemetry(database, wallClock)
     , logs(database, wallClock, config.limits.keptLogs)
     , messages(database, wallClock)

@@ -8,6 +8,7 @@
 #include "http/StreamSlots.h"
 #include "model/ModelCatalog.h"
 #include "store/Accounts.h"
+#include "store/AnswerLedger.h"
 #include "store/Messages.h"
 #include "store/RateLimiter.h"
 #include "store/Sessions.h"
@@ -37,6 +38,7 @@ struct Services
     Accounts accounts;
     Sessions sessions;
     UsageLedger usage;
+    AnswerLedger answers;
     Telemetry telemetry;
     UploadedLogs logs;
     Messages messages;

@@ -12,10 +12,9 @@ constexpr std::int64_t seenExactness = 300;
 
 Account accountOf(const Database::Row &row)
 {
-    return Account{row.integer(0),     row.text(1),    row.text(2),
-                   row.integer(3),     row.integer(4) != 0, row.text(5),
-                   row.integer(6),     row.integer(7), row.text(8).empty(),
-                   row.text(9),        row.text(10)};
+    return Account{row.integer(0),      row.text(1), row.text(2),    row.integer(3),
+                   row.integer(4) != 0, row.text(5), row.integer(6), row.integer(7),
+                   row.text(8).empty(), row.text(9), row.text(10)};
 }
 
 } // namespace
@@ -28,8 +27,9 @@ std::optional<Account> Accounts::insert(const std::string &email, const std::str
                                         const std::string &plan, std::int64_t tokenCap)
 {
     const int added = m_database.execute(
-        std::string("INSERT INTO accounts(email, password_hash, plan, token_cap, created_at, person)"
-                    " VALUES(?, ?, ?, ?, ?, 'person-' || ") +
+        std::string(
+            "INSERT INTO accounts(email, password_hash, plan, token_cap, created_at, person)"
+            " VALUES(?, ?, ?, ?, ?, 'person-' || ") +
             m_database.dialect().randomKey + ") ON CONFLICT(email) DO NOTHING",
         {email, passwordHash, plan, tokenCap, toSeconds(m_clock.now())});
     if (added == 0)
@@ -97,8 +97,7 @@ std::optional<Account> Accounts::authenticate(const std::string &email, const st
     return findByEmail(email);
 }
 
-bool Accounts::changed(const std::string &email,
-                       const std::function<void(std::int64_t id)> &change)
+bool Accounts::changed(const std::string &email, const std::function<void(std::int64_t id)> &change)
 {
     std::optional<Account> account;
     m_database.transaction([&] {

@@ -82,14 +82,14 @@ AnswerLedger::Room AnswerLedger::room(std::int64_t accountId, const std::string 
     return room;
 }
 
-tl::expected<RunningAnswer, AnswerRefusal> AnswerLedger::begin(std::int64_t accountId,
-                                                               const std::string &model,
-                                                               std::int64_t estimate,
-                                                               std::int64_t wanted)
+tl::expected<AdmittedAnswer, AnswerRefusal> AnswerLedger::begin(std::int64_t accountId,
+                                                                const std::string &model,
+                                                                std::int64_t estimate,
+                                                                std::int64_t wanted)
 {
     const auto now = m_clock.now();
     const std::string period = billingPeriod(now);
-    tl::expected<RunningAnswer, AnswerRefusal> result;
+    tl::expected<AdmittedAnswer, AnswerRefusal> result;
     m_database.transaction(
         [&] {
             m_database.lockKey(lockOf(accountId));
@@ -105,8 +105,8 @@ tl::expected<RunningAnswer, AnswerRefusal> AnswerLedger::begin(std::int64_t acco
             if (!room.hasAccount || room.isSpent || room.running >= m_concurrent ||
                 room.left <= estimate)
                 return;
-            const RunningAnswer answer{randomUuid(),
-                                       std::min(std::max(wanted, estimate + 1), room.left)};
+            const AdmittedAnswer answer{randomUuid(),
+                                        std::min(std::max(wanted, estimate + 1), room.left)};
             m_database.execute(
                 "INSERT INTO answers(id, account_id, model, instance, state, period, day,"
                 " started_at, expires_at, estimate, reserved)"
@@ -126,8 +126,9 @@ std::optional<AnswerLedger::Entry> AnswerLedger::find(const std::string &id)
     m_database.query("SELECT account_id, model, state, period, day, estimate, reserved,"
                      " input_tokens, output_tokens FROM answers WHERE id = ?",
                      {id}, [&](const Database::Row &row) {
-                         entry = Entry{row.integer(0), row.text(1),    row.text(2),
-                                       row.text(3),    row.text(4),    row.integer(5),
+                         entry = Entry{row.integer(0), row.text(1),
+                                       row.text(2),    row.text(3),
+                                       row.text(4),    row.integer(5),
                                        row.integer(6), {row.integer(7), row.integer(8)}};
                      });
     return entry;
@@ -171,10 +172,10 @@ bool AnswerLedger::close(const std::string &id, TokenCount tokens, const char *s
     const bool wasCounted = entry->state == "expired";
     const TokenCount more{tokens.input - entry->counted.input,
                           tokens.output - entry->counted.output};
-    m_database.execute("UPDATE answers SET state = ?, expires_at = ?, reserved = 0,"
-                       " input_tokens = ?, output_tokens = ? WHERE id = ?",
-                       {std::string(state), toSeconds(m_clock.now()), tokens.input, tokens.output,
-                        id});
+    m_database.execute(
+        "UPDATE answers SET state = ?, expires_at = ?, reserved = 0,"
+        " input_tokens = ?, output_tokens = ? WHERE id = ?",
+        {std::string(state), toSeconds(m_clock.now()), tokens.input, tokens.output, id});
     m_usage.count(entry->accountId, entry->period, entry->day, entry->model, more,
                   queries - (wasCounted ? 1 : 0));
     return true;
@@ -195,9 +196,8 @@ void AnswerLedger::release(const std::string &id)
 
 void AnswerLedger::renew()
 {
-    m_database.execute(
-        "UPDATE answers SET expires_at = ? WHERE instance = ? AND state = 'running'",
-        {leaseEnd(), m_instance});
+    m_database.execute("UPDATE answers SET expires_at = ? WHERE instance = ? AND state = 'running'",
+                       {leaseEnd(), m_instance});
 }
 
 int AnswerLedger::expire(std::int64_t accountId)
@@ -216,12 +216,12 @@ int AnswerLedger::expire(std::int64_t accountId)
             m_database.lockKey(lockOf(known->accountId));
             // The lease may have been renewed meanwhile.
             std::optional<TokenCount> reserved;
-            m_database.query("SELECT estimate, reserved FROM answers WHERE id = ?"
-                             " AND state = 'running' AND expires_at <= ?",
-                             {id, toSeconds(m_clock.now())}, [&](const Database::Row &row) {
-                                 reserved = TokenCount{row.integer(0),
-                                                       row.integer(1) - row.integer(0)};
-                             });
+            m_database.query(
+                "SELECT estimate, reserved FROM answers WHERE id = ?"
+                " AND state = 'running' AND expires_at <= ?",
+                {id, toSeconds(m_clock.now())}, [&](const Database::Row &row) {
+                    reserved = TokenCount{row.integer(0), row.integer(1) - row.integer(0)};
+                });
             if (reserved && close(id, *reserved, "expired", 1))
                 ++ended;
         });

@@ -11,7 +11,7 @@
 namespace quellora::server {
 
 /// An answer that may run, and the tokens that are reserved for it.
-struct RunningAnswer
+struct AdmittedAnswer
 {
     std::string id;
     std::int64_t reserved = 0;
@@ -31,10 +31,10 @@ enum class AnswerRefusal {
 /// reserved; they are settled once, when the answer ends. Settled and reserved tokens of an account
 /// together stay below 125 % of its cap, whichever instances its answers run on.
 ///
-/// A running answer is leased: its instance renews the lease. An answer whose lease has expired, since
-/// its instance died or was cut off, no longer counts as running, and its reservation counts as
-/// usage: the estimate as input and the rest as output. When its instance settles it after all, the
-/// figures are put right. An answer counts for the month and the day in which it began.
+/// A running answer is leased: its instance renews the lease. An answer whose lease has expired,
+/// since its instance died or was cut off, no longer counts as running, and its reservation counts
+/// as usage: the estimate as input and the rest as output. When its instance settles it after all,
+/// the figures are put right. An answer counts for the month and the day in which it began.
 ///
 /// Thread-safe.
 class AnswerLedger
@@ -49,9 +49,9 @@ public:
 
     /// Admits an answer whose question has about @p estimate tokens, and reserves up to @p wanted
     /// tokens, more than the estimate at least.
-    tl::expected<RunningAnswer, AnswerRefusal> begin(std::int64_t accountId,
-                                                     const std::string &model,
-                                                     std::int64_t estimate, std::int64_t wanted);
+    tl::expected<AdmittedAnswer, AnswerRefusal> begin(std::int64_t accountId,
+                                                      const std::string &model,
+                                                      std::int64_t estimate, std::int64_t wanted);
     /// Raises the reservation of a running answer up to @p wanted and returns it; nothing when less
     /// than @p needed is left, or when the answer is no longer running.
     std::optional<std::int64_t> extend(const std::string &id, std::int64_t needed,

@@ -26,8 +26,8 @@ struct AuditEntry
 };
 
 /// A trail that only grows: the store itself refuses to change or remove entries. People are in it
-/// by their `person` alone, so that it names nobody whose account was deleted; an entry's detail must
-/// not name them either. Thread-safe; may be used inside a transaction.
+/// by their `person` alone, so that it names nobody whose account was deleted; an entry's detail
+/// must not name them either. Thread-safe; may be used inside a transaction.
 class AuditTrail
 {
 public:
@@ -35,8 +35,8 @@ public:
 
     void add(const std::string &actor, const std::string &action, const std::string &subject,
              const std::string &detail = "");
-    /// Up to @p most entries, newest first; those before entry @p before when it is not 0, and those
-    /// about or by @p person when it is not empty.
+    /// Up to @p most entries, newest first; those before entry @p before when it is not 0, and
+    /// those about or by @p person when it is not empty.
     std::vector<AuditEntry> list(int most, std::int64_t before = 0, const std::string &person = "");
 
 private:

@@ -44,6 +44,10 @@ struct Dialect
     const char *randomKey;
     /// Statements that let rows of the table "audit" be added only.
     std::vector<const char *> appendOnlyAudit;
+    /// Query for the names of the tables, each after those that it refers to.
+    const char *tables;
+    /// Query for names and types of the columns of the table "?".
+    const char *columns;
 };
 
 /// The backend's store: SQLite in one file, or PostgreSQL shared by several instances. Statements
@@ -92,9 +96,9 @@ public:
     /// Runs one statement and passes each row to @p onRow.
     virtual void query(const std::string &sql, const std::vector<Value> &values,
                        const OnRow &onRow) = 0;
-    /// Runs @p work as one unit: committed when it returns, rolled back when it throws. The work may
-    /// run more than once until it is committed. Inside another transaction of the same thread it
-    /// belongs to that one. A statement that fails inside makes the whole unit fail.
+    /// Runs @p work as one unit: committed when it returns, rolled back when it throws. The work
+    /// may run more than once until it is committed. Inside another transaction of the same thread
+    /// it belongs to that one. A statement that fails inside makes the whole unit fail.
     virtual void transaction(const std::function<void()> &work, Work kind = Work::Once) = 0;
     /// Runs @p work on one unchanging state of the store. It must not write.
     virtual void snapshot(const std::function<void()> &work) = 0;
@@ -102,12 +106,17 @@ public:
     virtual void lockKey(const std::string &key) = 0;
     /// Inside a transaction: like lockKey(), but false instead of waiting.
     virtual bool tryLockKey(const std::string &key) = 0;
-    /// Inside a transaction: wakes the listeners of all instances with @p topic once it is committed.
+    /// Inside a transaction: wakes the listeners of all instances with @p topic once it is
+    /// committed.
     virtual void announce(const std::string &topic) = 0;
 
     virtual const Dialect &dialect() const = 0;
     /// Whether several instances may use the store at a time.
     virtual bool isShared() const = 0;
+    /// After rows were inserted with their numbers: new rows get greater ones.
+    virtual void continueNumbers(const std::string &table) = 0;
+    /// Takes deleted rows out of the files as well, as far as the program can.
+    virtual void forgetDeleted() = 0;
     /// Number of the last migration that was applied; 0 for an empty store.
     virtual std::int64_t schemaVersion() = 0;
     virtual void setSchemaVersion(std::int64_t version) = 0;

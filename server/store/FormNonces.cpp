@@ -16,8 +16,7 @@ std::string FormNonces::issue()
                                {toMilliseconds(now), most, most - 1});
             m_database.execute(
                 "INSERT INTO form_nonces(fingerprint, scope, expires_at) VALUES(?, ?, ?)",
-                {tokenFingerprint(nonce), m_scope,
-                 toMilliseconds(now + std::chrono::minutes(10))});
+                {tokenFingerprint(nonce), m_scope, toMilliseconds(now + std::chrono::minutes(10))});
         },
         Database::Work::Relaxed);
     return nonce;

@@ -72,8 +72,7 @@ std::vector<StoredMessage> Messages::list(const std::string &rest,
     m_database.query("SELECT id, account_id, type, header, body, action_label, action_url,"
                      " force_update_minutes, created_at, withdrawn_at FROM messages " +
                          rest,
-                     values,
-                     [&](const Database::Row &row) { messages.push_back(messageOf(row)); });
+                     values, [&](const Database::Row &row) { messages.push_back(messageOf(row)); });
     return messages;
 }
 

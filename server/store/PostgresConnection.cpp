@@ -145,12 +145,18 @@ PostgresConnection::PostgresConnection(const std::string &url, const PostgresSet
     const std::string connect = std::to_string(settings.connect.count());
     // A server whose machine is gone does not answer the system's probes either.
     const std::string silence = std::to_string(m_statement.count());
-    const std::array<const char *, 9> names = {
-        "fallback_application_name", "client_encoding", "connect_timeout", "keepalives_idle",
-        "keepalives_interval",       "keepalives_count", "tcp_user_timeout", "dbname", nullptr};
+    const std::array<const char *, 9> names = {"fallback_application_name",
+                                               "client_encoding",
+                                               "connect_timeout",
+                                               "keepalives_idle",
+                                               "keepalives_interval",
+                                               "keepalives_count",
+                                               "tcp_user_timeout",
+                                               "dbname",
+                                               nullptr};
     const std::array<const char *, 9> values = {
-        "quellora-backend", "UTF8", connect.c_str(), "10", "5", "3", silence.c_str(), url.c_str(),
-        nullptr};
+        "quellora-backend", "UTF8",      connect.c_str(), "10", "5", "3",
+        silence.c_str(),    url.c_str(), nullptr};
     m_connection = PQconnectdbParams(names.data(), values.data(), 1);
     if (!m_connection || PQstatus(m_connection) != CONNECTION_OK ||
         PQsetnonblocking(m_connection, 1) != 0) {

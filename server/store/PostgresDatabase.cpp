@@ -27,7 +27,12 @@ const Dialect postgresDialect{
      "CREATE TRIGGER audit_unchanged BEFORE UPDATE OR DELETE ON audit"
      " FOR EACH ROW EXECUTE FUNCTION audit_only_grows()",
      "CREATE TRIGGER audit_kept BEFORE TRUNCATE ON audit"
-     " FOR EACH STATEMENT EXECUTE FUNCTION audit_only_grows()"}};
+     " FOR EACH STATEMENT EXECUTE FUNCTION audit_only_grows()"},
+    // In the order of their creation.
+    "SELECT relname FROM pg_class WHERE relkind = 'r' AND relname <> 'schema_version'"
+    " AND relnamespace = current_schema()::regnamespace ORDER BY oid",
+    "SELECT column_name, data_type FROM information_schema.columns"
+    " WHERE table_schema = current_schema() AND table_name = ? ORDER BY ordinal_position"};
 
 /// The connections whose transactions run on this thread.
 thread_local std::map<const PostgresDatabase *, PostgresConnection *> transactions;
@@ -71,10 +76,9 @@ public:
     explicit Lease(PostgresDatabase &database) : m_database(database)
     {
         std::unique_lock lock(database.m_mutex);
-        const bool isFree =
-            database.m_returned.wait_for(lock, database.m_settings.statement, [&] {
-                return database.m_used < database.m_settings.connections;
-            });
+        const bool isFree = database.m_returned.wait_for(lock, database.m_settings.statement, [&] {
+            return database.m_used < database.m_settings.connections;
+        });
         if (!isFree)
             throw DatabaseError("all connections with PostgreSQL are in use", Kind::Unavailable);
         ++database.m_used;
@@ -257,6 +261,13 @@ bool PostgresDatabase::tryLockKey(const std::string &key)
 void PostgresDatabase::announce(const std::string &topic)
 {
     query("SELECT pg_notify(?, ?)", {std::string(channel), topic}, [](const Row &) {});
+}
+
+void PostgresDatabase::continueNumbers(const std::string &table)
+{
+    query("SELECT setval(pg_get_serial_sequence(?, 'id'), (SELECT coalesce(max(id), 0) + 1 FROM " +
+              table + "), false)",
+          {table}, [](const Row &) {});
 }
 
 std::int64_t PostgresDatabase::schemaVersion()

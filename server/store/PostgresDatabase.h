@@ -30,6 +30,9 @@ public:
     void announce(const std::string &topic) override;
     const Dialect &dialect() const override;
     bool isShared() const override { return true; }
+    void continueNumbers(const std::string &table) override;
+    /// The server reuses the place by itself.
+    void forgetDeleted() override {}
     std::int64_t schemaVersion() override;
     void setSchemaVersion(std::int64_t version) override;
 

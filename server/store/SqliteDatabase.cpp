@@ -23,7 +23,11 @@ const Dialect sqliteDialect{
     {"CREATE TRIGGER audit_unchanged BEFORE UPDATE ON audit"
      " BEGIN SELECT RAISE(ABORT, 'the audit trail only grows'); END",
      "CREATE TRIGGER audit_kept BEFORE DELETE ON audit"
-     " BEGIN SELECT RAISE(ABORT, 'the audit trail only grows'); END"}};
+     " BEGIN SELECT RAISE(ABORT, 'the audit trail only grows'); END"},
+    // In the order of their creation.
+    "SELECT name FROM sqlite_master WHERE type = 'table' AND name NOT LIKE 'sqlite_%'"
+    " ORDER BY rowid",
+    "SELECT name, type FROM pragma_table_info(?) ORDER BY cid"};
 
 /// Creates the file with mode 0600; the library would create it with the default mode.
 void prepareFile(const std::filesystem::path &file)
@@ -127,9 +131,8 @@ public:
         // The conversion to bytes must precede asking for their number.
         const void *data = sqlite3_column_blob(m_statement, column);
         const int length = sqlite3_column_bytes(m_statement, column);
-        return data
-                   ? std::string(static_cast<const char *>(data), static_cast<std::size_t>(length))
-                   : std::string();
+        return data ? std::string(static_cast<const char *>(data), static_cast<std::size_t>(length))
+                    : std::string();
     }
 
 private:
@@ -170,6 +173,12 @@ SqliteDatabase::~SqliteDatabase()
 const Dialect &SqliteDatabase::dialect() const
 {
     return sqliteDialect;
+}
+
+void SqliteDatabase::forgetDeleted()
+{
+    // The rows were overwritten in the file; the log of changes has them still.
+    query("PRAGMA wal_checkpoint(TRUNCATE)", {}, [](const Row &) {});
 }
 
 std::int64_t SqliteDatabase::schemaVersion()

@@ -32,6 +32,9 @@ public:
     void announce(const std::string &) override {}
     const Dialect &dialect() const override;
     bool isShared() const override { return false; }
+    /// New numbers follow the greatest one anyway.
+    void continueNumbers(const std::string &) override {}
+    void forgetDeleted() override;
     std::int64_t schemaVersion() override;
     void setSchemaVersion(std::int64_t version) override;
 

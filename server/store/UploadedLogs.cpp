@@ -65,12 +65,12 @@ std::vector<UploadedLog> UploadedLogs::select(const std::string &condition,
                                               const std::vector<Database::Value> &values)
 {
     std::vector<UploadedLog> logs;
-    m_database.query("SELECT id, account_id, received_at, size FROM uploaded_logs WHERE " +
-                         condition + " ORDER BY received_at DESC, id DESC",
-                     values, [&](const Database::Row &row) {
-                         logs.push_back(
-                             {row.integer(0), row.integer(1), row.integer(2), row.integer(3)});
-                     });
+    m_database.query(
+        "SELECT id, account_id, received_at, size FROM uploaded_logs WHERE " + condition +
+            " ORDER BY received_at DESC, id DESC",
+        values, [&](const Database::Row &row) {
+            logs.push_back({row.integer(0), row.integer(1), row.integer(2), row.integer(3)});
+        });
     return logs;
 }
 

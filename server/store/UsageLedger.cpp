@@ -13,23 +13,21 @@ UsageLedger::UsageLedger(Database &database, const Clock &clock)
 void UsageLedger::add(std::int64_t accountId, TokenCount tokens, const std::string &model)
 {
     const auto now = m_clock.now();
-    m_database.transaction([&] {
-        count(accountId, billingPeriod(now), isoDay(now), model, tokens, 1);
-    });
+    m_database.transaction(
+        [&] { count(accountId, billingPeriod(now), isoDay(now), model, tokens, 1); });
 }
 
 void UsageLedger::count(std::int64_t accountId, const std::string &period, const std::string &day,
                         const std::string &model, TokenCount tokens, std::int64_t queries)
 {
     // Counts nothing when the account was deleted while its answer was running.
-    m_database.execute(
-        "INSERT INTO usage(account_id, period, input_tokens, output_tokens, queries)"
-        " SELECT id, ?, ?, ?, ? FROM accounts WHERE id = ?"
-        " ON CONFLICT(account_id, period) DO UPDATE SET"
-        " input_tokens = usage.input_tokens + excluded.input_tokens,"
-        " output_tokens = usage.output_tokens + excluded.output_tokens,"
-        " queries = usage.queries + excluded.queries",
-        {period, tokens.input, tokens.output, queries, accountId});
+    m_database.execute("INSERT INTO usage(account_id, period, input_tokens, output_tokens, queries)"
+                       " SELECT id, ?, ?, ?, ? FROM accounts WHERE id = ?"
+                       " ON CONFLICT(account_id, period) DO UPDATE SET"
+                       " input_tokens = usage.input_tokens + excluded.input_tokens,"
+                       " output_tokens = usage.output_tokens + excluded.output_tokens,"
+                       " queries = usage.queries + excluded.queries",
+                       {period, tokens.input, tokens.output, queries, accountId});
     m_database.execute(
         "INSERT INTO usage_daily(account_id, day, model, input_tokens, output_tokens, queries)"
         " SELECT id, ?, ?, ?, ?, ? FROM accounts WHERE id = ?"

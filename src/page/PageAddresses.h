@@ -9,11 +9,11 @@ namespace quellora::pageaddress {
 inline constexpr QByteArrayView markedScript =
     "https://cdn.jsdelivr.net/npm/marked/lib/marked.umd.js";
 inline constexpr QByteArrayView highlightScript =
-    "https://cdn.jsdelivr.net/gh/highlightjs/cdn-release@11.9.0/build/highlight.min.js";
+    "https://cdn.jsdelivr.net/gh/highlightjs/cdn-release@11.12.0/build/highlight.min.js";
 inline constexpr QByteArrayView lightCodeStyle =
-    "https://cdn.jsdelivr.net/gh/highlightjs/cdn-release@11.9.0/build/styles/github.min.css";
+    "https://cdn.jsdelivr.net/gh/highlightjs/cdn-release@11.12.0/build/styles/github.min.css";
 inline constexpr QByteArrayView darkCodeStyle =
-    "https://cdn.jsdelivr.net/gh/highlightjs/cdn-release@11.9.0/build/styles/github-dark.min.css";
+    "https://cdn.jsdelivr.net/gh/highlightjs/cdn-release@11.12.0/build/styles/github-dark.min.css";
 
 /// Where pages and their pictures come from.
 inline constexpr QByteArrayView pages = "quellora-page:";

@@ -315,7 +315,7 @@ class AccessTreeTest(E2ECase):
         screen = self.look(pane, scrolled=True)
         self.assertEqual([item.name for item in screen.seen if item.role == "heading"],
                          ["Settings", "Model", "Appearance", "Response text color", "Sending",
-                          "Panel", "Prompts", "Answers", "Hotkeys"])
+                          "Panel", "Prompts", "Answers", "Hotkeys", "About"])
         radios = [item for item in screen.seen if item.role == RADIO]
         self.assertEqual([radio.name for radio in radios],
                          ["Balanced", "Deep", "Light", "Dark", "System"]
@@ -345,13 +345,15 @@ class AccessTreeTest(E2ECase):
                            f"Move {prompt[7:]} up", f"Move {prompt[7:]} down",
                            f"Delete {prompt[7:]}")
                            if tool not in ("Move Explain up", "Move Translate down")))]
+        licenses = [item.name for item in screen.seen if item.name.startswith("License of ")]
+        self.assertIn("License of marked", licenses)
         before = [item.name for item in switches if item.name != "Notify when an answer is ready"]
         self.desktop.press("tab")
         wait_until(screen.get("Balanced").has_focus, what="the focus on the first section")
         screen.walk_with_tab("System", "Text color: Theme", "Custom text color",
                              *before, *prompt_walk, "Add a prompt",
                              "Notify when an answer is ready", *rows, "Reset all hotkeys",
-                             "Need help? See the Help docs ↗", "Close")
+                             "Need help? See the Help docs ↗", *licenses, "Close")
         self.desktop.press("escape")
         self.access.wait_gone("Response text color")
         self.access.wait_for("Menu", focused=True)

@@ -170,6 +170,9 @@ private Q_SLOTS:
             "Ctrl+Alt+Super+C",
             "Reset all hotkeys",
             "Need help? See the Help docs ↗",
+            "About",
+            "Quellora 1.0.0",
+            "OFL-1.1",
         };
         for (const QString &text : expected)
             QVERIFY2(shown.contains(text), qPrintable(text));
@@ -261,6 +264,13 @@ private Q_SLOTS:
                                 "hotkeyButton-11",
                                 "resetAllHotkeys",
                                 "helpLink",
+                                "license-0",
+                                "license-1",
+                                "license-2",
+                                "license-3",
+                                "license-4",
+                                "license-5",
+                                "license-6",
                                 "settingsClose"};
         QCOMPARE(focusedObjectName(), order.first());
         for (const QString &next : order.mid(1)) {
@@ -270,7 +280,31 @@ private Q_SLOTS:
                 QVERIFY2(visibleShare(qPrintable(next)) > 0.999, qPrintable(next));
         }
         key(Qt::Key_Tab, Qt::ShiftModifier);
-        QCOMPARE(focusedObjectName(), QString("helpLink"));
+        QCOMPARE(focusedObjectName(), QString("license-6"));
+    }
+
+    void licensesOpenAndClose()
+    {
+        open();
+        QQuickItem *content = f().find("settingsContent");
+        QVERIFY(!texts(content).join(QChar(32)).contains("Permission is hereby granted"));
+        f().find("license-6")->forceActiveFocus(Qt::TabFocusReason);
+        QAccessibleInterface *row = accessible("license-6");
+        QCOMPARE(row->text(QAccessible::Name), QString("License of marked"));
+        QCOMPARE(row->text(QAccessible::Description), QString("MIT"));
+        QVERIFY(!row->state().checked);
+        QQuickItem *const item = f().find("license-6")->parentItem();
+        const double closed = item->height();
+        key(Qt::Key_Return);
+        QVERIFY(row->state().checked);
+        QVERIFY(f().find("licenseText-6")
+                    ->property("text")
+                    .toString()
+                    .contains("Permission is hereby granted"));
+        QVERIFY(item->height() > closed + 200);
+        key(Qt::Key_Space);
+        QVERIFY(!row->state().checked);
+        QCOMPARE(item->height(), closed);
     }
 
     void arrowKeysSelectModel()

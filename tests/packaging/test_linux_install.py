@@ -25,7 +25,8 @@ FILES = (BACKEND_FILES
             "share/man/man1/quellora.1.gz", "share/man/man1/quellora-screencapture.1.gz",
             "share/bash-completion/completions/quellora",
             "share/icons/hicolor/scalable/apps/quellora.svg",
-            "share/icons/hicolor/symbolic/apps/quellora-symbolic.svg"}
+            "share/icons/hicolor/symbolic/apps/quellora-symbolic.svg",
+            "share/doc/quellora/quellora.cdx.json"}
          | {f"share/icons/hicolor/{size}x{size}/apps/quellora.png" for size in SIZES})
 
 

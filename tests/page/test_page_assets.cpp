@@ -25,7 +25,7 @@ void TestPageAssets::pageFilesAreThere_data()
 {
     QTest::addColumn<QByteArray>("marker");
     QTest::newRow("marked.js") << QByteArray("marked v18.2.1");
-    QTest::newRow("highlight.min.js") << QByteArray("Highlight.js v11.9.0");
+    QTest::newRow("highlight.min.js") << QByteArray("Highlight.js v11.12.0");
     QTest::newRow("github.min.css") << QByteArray(".hljs");
     QTest::newRow("github-dark.min.css") << QByteArray(".hljs");
     QTest::newRow("purify.min.js") << QByteArray("DOMPurify");

@@ -21,23 +21,19 @@ public:
     PostgresCluster(const PostgresCluster &) = delete;
     PostgresCluster &operator=(const PostgresCluster &) = delete;
 
-    /// Address of a new database with the newest schema.
-    std::string newDatabase();
     /// Address of a new database without tables.
-    std::string emptyDatabase();
+    std::string newDatabase();
     /// Breaks all connections with the databases, as a restart does.
     void dropConnections();
 
 private:
     std::string url(const std::string &database) const;
-    std::string create(const std::string &origin);
     void run(const std::string &statement);
 
     std::filesystem::path m_directory;
     int m_lifeline = -1;
     int m_supervisor = -1;
     int m_created = 0;
-    bool m_hasTemplate = false;
 };
 
 } // namespace quellora::server

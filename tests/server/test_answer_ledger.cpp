@@ -31,10 +31,7 @@ protected:
             made.postgres.url = PostgresCluster::shared().newDatabase();
         return made;
     }
-    Account ann(std::int64_t cap)
-    {
-        return *accounts.createInvited("ann@x.org", "local", cap);
-    }
+    Account ann(std::int64_t cap) { return *accounts.createInvited("ann@x.org", "local", cap); }
     std::int64_t used(const Account &account) { return usage.current(account.id).total(); }
 };
 
@@ -76,7 +73,7 @@ TEST_P(AnswerLedgerTest, FailedAnswerCostsNothing)
 TEST_P(AnswerLedgerTest, RunningAnswersAreLimitedAcrossInstances)
 {
     const Account account = ann(0);
-    std::vector<RunningAnswer> running;
+    std::vector<AdmittedAnswer> running;
     for (int i = 0; i < 4; ++i)
         running.push_back(*(i % 2 == 0 ? first : second).begin(account.id, "m", 1, 1));
     EXPECT_EQ(first.begin(account.id, "m", 1, 1).error(), AnswerRefusal::Busy);

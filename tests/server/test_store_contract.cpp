@@ -240,7 +240,7 @@ TEST_P(StoreContract, NewerSchemaIsRefused)
 TEST_P(StoreContract, ParallelMigrationsApplyOnce)
 {
     if (std::string(GetParam()) == "postgresql")
-        config.postgres.url = PostgresCluster::shared().emptyDatabase();
+        config.postgres.url = PostgresCluster::shared().newDatabase();
     else
         config.dataFile = directory.path() / "parallel.sqlite";
     std::vector<std::future<std::int64_t>> starts;

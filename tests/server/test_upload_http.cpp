@@ -58,11 +58,11 @@ TEST_F(UploadHttp, TelemetryIsStoredWithoutUnknownFields)
     record["prompt"] = "private words";
     EXPECT_EQ(server.postJson("/api/telemetry/query", server.token(), record)->status, 202);
     EXPECT_EQ(storedRecords(), 1);
-    std::ifstream file(config.dataFile, std::ios::binary);
-    std::ostringstream bytes;
-    bytes << file.rdbuf();
-    EXPECT_NE(bytes.str().find("1234.5"), std::string::npos);
-    EXPECT_EQ(bytes.str().find("private words"), std::string::npos);
+    std::string stored;
+    server.database().query("SELECT record FROM telemetry", {},
+                            [&](const Database::Row &row) { stored = row.text(0); });
+    EXPECT_NE(stored.find("1234.5"), std::string::npos);
+    EXPECT_EQ(stored.find("private words"), std::string::npos);
 }
 
 TEST_F(UploadHttp, IntegersAreAcceptedAsDoubles)

@@ -313,4 +313,15 @@ Column {
             }
         }
     }
+    SettingsSection {
+        width: parent.width
+        theme: content.theme
+        title: qsTr("About")
+
+        AboutProgram {
+            width: parent.width
+            settings: content.settings
+            theme: content.theme
+        }
+    }
 }

@@ -1,6 +1,7 @@
 #include "sheets/settings/SettingsModel.h"
 
 #include "backend/Answerer.h"
+#include "base/AppConfig.h"
 #include "base/Text.h"
 
 #include <optional>
@@ -61,6 +62,11 @@ QString SettingsModel::appearanceHint() const
     return QStringLiteral("Match your background: dark theme over dark apps, light theme over "
                           "documents or bright UIs. System follows ") +
            m_vocabulary.appearanceSetting + u'.';
+}
+
+QString SettingsModel::programVersion() const
+{
+    return QStringLiteral("Quellora ") + QLatin1StringView(AppConfig::appVersion);
 }
 
 void SettingsModel::setCaptureNote(const QString &note)

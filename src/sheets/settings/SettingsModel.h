@@ -4,6 +4,7 @@
 #include "panels/ModelListModel.h"
 #include "platform/Vocabulary.h"
 #include "sheets/settings/HotkeyRows.h"
+#include "sheets/settings/LicenseRows.h"
 #include "sheets/settings/PromptRows.h"
 #include "sheets/settings/TextColors.h"
 
@@ -38,6 +39,8 @@ class SettingsModel : public QObject
     Q_PROPERTY(bool isNoticeOffered READ isNoticeOffered NOTIFY isNoticeOfferedChanged)
     Q_PROPERTY(quellora::HotkeyRows *hotkeyRows READ hotkeyRows CONSTANT)
     Q_PROPERTY(quellora::PromptRows *promptRows READ promptRows NOTIFY promptRowsChanged)
+    Q_PROPERTY(QString programVersion READ programVersion CONSTANT)
+    Q_PROPERTY(quellora::LicenseRows *licenses READ licenses CONSTANT)
 
 public:
     /// All references must outlive the model.
@@ -79,6 +82,9 @@ public:
     HotkeyRows *hotkeyRows() { return &m_hotkeyRows; }
     /// Null until setPrompts().
     PromptRows *promptRows() { return m_promptRows.get(); }
+    /// "Quellora" and the version.
+    QString programVersion() const;
+    LicenseRows *licenses() { return &m_licenses; }
 
     // Called by the view.
     Q_INVOKABLE void close();
@@ -118,6 +124,7 @@ private:
     ModelListModel &m_models;
     Vocabulary m_vocabulary;
     TextColors m_textColors;
+    LicenseRows m_licenses;
     HotkeyRows m_hotkeyRows;
     std::unique_ptr<PromptRows> m_promptRows;
     bool m_isOpen = false;
