@@ -1,8 +1,10 @@
 #pragma once
 
+#include "admin/TeamRoutes.h"
 #include "http/AccountRoutes.h"
 #include "http/AuthRoutes.h"
 #include "http/HttpServer.h"
+#include "http/OperationRoutes.h"
 #include "http/PageRoutes.h"
 #include "http/QueryRoutes.h"
 #include "http/Services.h"
@@ -33,6 +35,8 @@ public:
     std::string address() const;
     /// The ids of the models on offer and the default one, for the log.
     std::string models() const;
+    /// The running answers, whose leases are to be renewed.
+    AnswerLedger &answers() { return m_services.answers; }
     /// Returns once stop() has ended everything.
     void run();
     /// Ends running answers, within the configured grace, and all threads. To be called once, from
@@ -54,6 +58,8 @@ private:
     UploadRoutes m_uploads;
     PageRoutes m_pages;
     AccountRoutes m_account;
+    OperationRoutes m_operation;
+    TeamRoutes m_team;
     Router m_router;
     HttpServer m_http;
     int m_port = 0;

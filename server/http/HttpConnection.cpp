@@ -188,6 +188,7 @@ void HttpConnection::parse()
     if (m_phase == Phase::Idle) {
         m_phase = Phase::Head;
         m_requestBegin = Steady::now();
+        m_headBytes = 0;
         setDeadline(m_context.limits.head);
         m_parser = std::make_unique<Parser>();
         m_parser->header_limit(static_cast<std::uint32_t>(m_context.limits.headBytes));
@@ -199,11 +200,15 @@ void HttpConnection::parse()
         ErrorCode error;
         const std::size_t taken = m_parser->put(asio::buffer(m_in), error);
         m_in.erase(0, taken);
+        // The parser's own limit holds for the part that it has not taken yet.
+        if (m_phase == Phase::Head)
+            m_headBytes += taken;
         const bool isHeadTooLong =
-            m_phase == Phase::Head && m_in.size() >= m_context.limits.headBytes;
+            m_phase == Phase::Head && m_headBytes + (m_parser->is_header_done() ? 0 : m_in.size()) >
+                                          m_context.limits.headBytes;
         if (error == http::error::need_more && !isHeadTooLong)
             break;
-        if (error == http::error::header_limit || error == http::error::need_more) {
+        if (isHeadTooLong || error == http::error::header_limit) {
             refuse(431, "the head of the request is too long", true);
             return;
         }

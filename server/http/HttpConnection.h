@@ -86,6 +86,7 @@ private:
     std::string m_in;
     std::string m_out;
     std::size_t m_written = 0;
+    std::size_t m_headBytes = 0;
     bool m_waitsForBytes = false;
     bool m_waitsForRoom = false;
     bool m_isHead = false;

@@ -17,9 +17,10 @@ constexpr std::size_t answerThreads = 4;
 
 } // namespace
 
-Services::Services(Config settings, Database &database, const PasswordHasher &hasher,
+Services::Services(Config configuration, Database &store, const PasswordHasher &hasher,
                    const Clock &wallClock, OwnUserCheck ownUserCheck)
-    : config(std::move(settings))
+    : config(std::move(configuration))
+    , database(store)
     , clock(wallClock)
     , loops(std::max(1U, std::thread::hardware_concurrency()))
     , workers(config.server.threads, config.server.threads * queuePerWorker)
@@ -29,14 +30,20 @@ Services::Services(Config settings, Database &database, const PasswordHasher &ha
     , sessions(database, wallClock, config.security.sessionLifetime,
                config.security.handoverLifetime)
     , usage(database, wallClock)
+    , answers(database, wallClock, randomUuid(), config.limits.concurrentQueries)
     , telemetry(database, wallClock)
-    , logs(config.dataFile.parent_path() / "app-logs", wallClock, config.limits.keptLogs)
+    , logs(database, wallClock, config.limits.keptLogs)
+    , messages(database, wallClock)
+    , settings(database, wallClock)
     , models(config, ConnectionFile(config.connectionFile()))
     , ownUser(std::move(ownUserCheck))
-    , queryRate(wallClock, config.limits.queriesPerMinute, seconds(60))
-    , loginFailures(wallClock, config.limits.loginFailures, config.limits.loginWindow)
-    , authRate(wallClock, config.limits.authRequestsPerMinute, seconds(60))
-    , uploadRate(wallClock, uploadsPerMinute, seconds(60))
+    , queryRate(makeRateLimiter(database, wallClock, "query", config.limits.queriesPerMinute,
+                                seconds(60)))
+    , loginFailures(makeRateLimiter(database, wallClock, "login failure",
+                                    config.limits.loginFailures, config.limits.loginWindow))
+    , authRate(makeRateLimiter(database, wallClock, "sign-in", config.limits.authRequestsPerMinute,
+                               seconds(60)))
+    , uploadRate(makeRateLimiter(database, wallClock, "upload", uploadsPerMinute, seconds(60)))
     , streams(config.limits.concurrentQueries, config.limits.runningAnswers)
 {}
 

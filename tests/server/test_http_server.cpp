@@ -530,10 +530,10 @@ TEST_F(HttpServing, AStreamIsToldWhenItsBufferIsEmptyAgain)
     std::size_t written = 0;
     onStream([&written](StreamOutput &output) {
         output.begin(Response());
-        while (output.buffered() == 0) {
+        do {
             output.write(std::string(16384, 'x'));
             written += 16384;
-        }
+        } while (output.buffered() == 0);
     });
     auto reply = std::async(std::launch::async, [&client] { return client.readReply(); });
     while (watch->drains == 0)
