@@ -228,9 +228,8 @@ void AnswerLedger::renew()
     }
     for (const Ended &ended : unsettled)
         endAtLast(ended);
-    m_database.execute(
-        "UPDATE answers SET expires_at = ? WHERE instance = ? AND state = 'running'",
-        {leaseEnd(), m_instance});
+    m_database.execute("UPDATE answers SET expires_at = ? WHERE instance = ? AND state = 'running'",
+                       {leaseEnd(), m_instance});
 }
 
 int AnswerLedger::expire(std::int64_t accountId)

@@ -185,9 +185,8 @@ void PostgresConnection::breakOff(const std::string &reason, Kind kind)
 bool PostgresConnection::isStale()
 {
     pollfd descriptor = {PQsocket(m_connection), POLLIN, 0};
-    if (::poll(&descriptor, 1, 0) > 0)
-        PQconsumeInput(m_connection);
-    return m_isBroken || PQstatus(m_connection) != CONNECTION_OK;
+    // A server says nothing to a connection without work, but that it is ending.
+    return m_isBroken || ::poll(&descriptor, 1, 0) > 0 || PQstatus(m_connection) != CONNECTION_OK;
 }
 
 PostgresConnection::Result PostgresConnection::run(const std::string &sql,
