@@ -1,7 +1,10 @@
 #include "cli/Commands.h"
 
+#include "admin/AdminActions.h"
 #include "base/JsonAccess.h"
 #include "base/Text.h"
+#include "cli/AdminCommands.h"
+#include "cli/CommandOptions.h"
 #include "providers/UpstreamSettings.h"
 #include "store/Accounts.h"
 #include "store/AuditTrail.h"
@@ -12,8 +15,6 @@
 #include "store/StoreCopy.h"
 #include "store/UsageLedger.h"
 
-#include <CLI/CLI.hpp>
-
 #include <iomanip>
 #include <istream>
 #include <ostream>
@@ -22,32 +23,9 @@
 namespace quellora::server {
 namespace {
 
-constexpr std::size_t shortestPassword = 8;
-constexpr std::size_t longestPassword = 1024;
-constexpr std::int64_t mostTokens = 1000000000000LL;
 constexpr const char *firstAccount = "me@localhost";
 
-/// The values on the command line.
-struct Options
-{
-    std::optional<std::string> config;
-    std::optional<std::string> data;
-    std::optional<std::string> database;
-    std::optional<std::string> host;
-    std::optional<int> port;
-    bool offline = false;
-    std::optional<std::int64_t> cap;
-    std::optional<std::string> plan;
-    bool passwordStdin = false;
-    bool generate = false;
-    bool json = false;
-    std::string email;
-    std::int64_t tokens = 0;
-    std::string planName;
-    std::string file;
-    std::string from;
-    std::string to;
-};
+using Options = CommandOptions;
 
 /// The stored data that the account commands work on.
 struct Store
@@ -59,7 +37,12 @@ struct Store
         , sessions(*database, clock, config.security.sessionLifetime,
                    config.security.handoverLifetime)
         , usage(*database, clock)
+        , admin(config, *database, hasher, clock, {})
+        , actions(admin, "command line")
     {}
+
+    /// The id of an existing account.
+    std::int64_t idOf(const std::string &email);
 
     SystemClock clock;
     PasswordHasher hasher;
@@ -67,35 +50,21 @@ struct Store
     Accounts accounts;
     Sessions sessions;
     UsageLedger usage;
+    AdminStore admin;
+    AdminActions actions;
 };
-
-struct ChosenPassword
-{
-    std::string password;
-    bool generated = false;
-};
-
-ChosenPassword choosePassword(const Options &options, CommandContext &context)
-{
-    if (options.generate == options.passwordStdin)
-        throw CLI::ValidationError("give either --generate or --password-stdin");
-    if (options.generate) {
-        initializeCrypto();
-        return {randomPassword(), true};
-    }
-    ChosenPassword chosen;
-    std::getline(context.in, chosen.password);
-    if (!chosen.password.empty() && chosen.password.back() == '\r')
-        chosen.password.pop_back();
-    if (chosen.password.size() < shortestPassword || chosen.password.size() > longestPassword)
-        throw std::runtime_error("a password has " + std::to_string(shortestPassword) + " to " +
-                                 std::to_string(longestPassword) + " bytes");
-    return chosen;
-}
 
 [[noreturn]] void failWithoutAccount(const std::string &email)
 {
     throw std::runtime_error("there is no account " + email);
+}
+
+std::int64_t Store::idOf(const std::string &email)
+{
+    const auto account = accounts.findByEmail(email);
+    if (!account)
+        failWithoutAccount(email);
+    return account->id;
 }
 
 void printAccount(std::ostream &out, const std::string &email, const ChosenPassword &chosen)
@@ -124,7 +93,7 @@ void ensureAccount(const Options &options, const Config &config, CommandContext 
 
 void createAccount(const Options &options, const Config &config, CommandContext &context)
 {
-    const ChosenPassword chosen = choosePassword(options, context);
+    const ChosenPassword chosen = choosePassword(options, context.in);
     Store store(config);
     if (!store.accounts.create(options.email, chosen.password,
                                options.plan.value_or(config.service.defaultPlan),
@@ -135,7 +104,7 @@ void createAccount(const Options &options, const Config &config, CommandContext 
 
 void setPassword(const Options &options, const Config &config, CommandContext &context)
 {
-    const ChosenPassword chosen = choosePassword(options, context);
+    const ChosenPassword chosen = choosePassword(options, context.in);
     Store store(config);
     if (!store.accounts.setPassword(options.email, chosen.password))
         failWithoutAccount(options.email);
@@ -145,10 +114,10 @@ void setPassword(const Options &options, const Config &config, CommandContext &c
 void signOut(const Options &options, const Config &config, CommandContext &context)
 {
     Store store(config);
-    const auto account = store.accounts.findByEmail(options.email);
-    if (!account)
-        failWithoutAccount(options.email);
-    context.out << "ended " << store.sessions.revokeAll(account->id) << " sessions\n";
+    const auto ended = store.actions.signOut(store.idOf(options.email));
+    if (!ended)
+        throw std::runtime_error(ended.error());
+    context.out << "ended " << *ended << " sessions\n";
 }
 
 void listAccounts(const Options &options, const Config &config, CommandContext &context)
@@ -290,34 +259,6 @@ Config loadConfig(const Options &options, const CommandContext &context)
     return *config;
 }
 
-/// Accepts decimal numbers up to @p most and removes leading zeros, which the library would take
-/// for octal.
-CLI::Validator wholeNumber(std::int64_t most)
-{
-    return CLI::Validator(
-        [most](std::string &text) {
-            const auto number = parseCount(text);
-            if (!number || *number > most)
-                return "\"" + text + "\" is not a whole number up to " + std::to_string(most);
-            text = std::to_string(*number);
-            return std::string();
-        },
-        "");
-}
-
-CLI::Validator emailAddress()
-{
-    return CLI::Validator(
-        [](std::string &text) {
-            const auto email = normalizedEmail(text);
-            if (!email)
-                return "\"" + text + "\" is not an e-mail address";
-            text = *email;
-            return std::string();
-        },
-        "");
-}
-
 /// Lists each command with its arguments.
 class HelpFormatter : public CLI::Formatter
 {
@@ -389,7 +330,7 @@ int runCommand(const std::vector<std::string> &words, CommandContext &context)
     app.add_flag("--password-stdin", options.passwordStdin,
                  "read the password from the first line of standard input");
     app.add_flag("--generate", options.generate, "make up a password and print it once");
-    app.add_flag("--json", options.json, "for list-accounts: print JSON");
+    app.add_flag("--json", options.json, "for commands that list or create: print JSON");
 
     const auto add = [&](const char *name, const char *description, auto work) {
         CLI::App *command = app.add_subcommand(name, description)->group("Commands");
@@ -409,8 +350,9 @@ int runCommand(const std::vector<std::string> &words, CommandContext &context)
             name, description,
             [&, name, change](const Options &, const Config &config, CommandContext &) {
                 Store store(config);
-                if (!change(store.accounts))
-                    failWithoutAccount(options.email);
+                const auto done = change(store.actions, store.idOf(options.email));
+                if (!done)
+                    throw std::runtime_error(done.error());
                 context.out << name << ": " << options.email << '\n';
             });
     };
@@ -429,23 +371,28 @@ int runCommand(const std::vector<std::string> &words, CommandContext &context)
                 createAccount);
     addForEmail("set-password", "new password, same options; ends the account's sessions",
                 setPassword);
-    addChange(
-        "set-cap", "tokens per calendar month, 0 for no cap",
-        [&](Accounts &accounts) { return accounts.setTokenCap(options.email, options.tokens); })
+    addChange("set-cap", "tokens per calendar month, 0 for no cap",
+              [&](AdminActions &actions, std::int64_t id) {
+                  return actions.setTokenCap(id, options.tokens);
+              })
         ->add_option("TOKENS", options.tokens)
         ->required()
         ->transform(wholeNumber(mostTokens));
     addChange("set-plan", "the plan's name as the app shows it",
-              [&](Accounts &accounts) { return accounts.setPlan(options.email, options.planName); })
+              [&](AdminActions &actions, std::int64_t id) {
+                  return actions.setPlan(id, options.planName);
+              })
         ->add_option("NAME", options.planName)
         ->required();
-    addChange("suspend", "refuse the account from now on",
-              [&](Accounts &accounts) { return accounts.setSuspended(options.email, true); });
-    addChange("resume", "accept it again",
-              [&](Accounts &accounts) { return accounts.setSuspended(options.email, false); });
+    addChange(
+        "suspend", "refuse the account from now on",
+        [](AdminActions &actions, std::int64_t id) { return actions.setSuspended(id, true); });
+    addChange("resume", "accept it again", [](AdminActions &actions, std::int64_t id) {
+        return actions.setSuspended(id, false);
+    });
     addForEmail("sign-out", "end all its sessions", signOut);
     addChange("delete-account", "remove it with its usage and telemetry",
-              [&](Accounts &accounts) { return accounts.remove(options.email); });
+              [](AdminActions &actions, std::int64_t id) { return actions.remove(id); });
     add("list-accounts", "accounts with this month's usage", listAccounts);
     add("migrate", "bring the store to this version's schema, as every start does", migrateStore);
     add("backup", "write the whole store to the new FILE, also while it is served", backUpStore)
@@ -469,6 +416,28 @@ int runCommand(const std::vector<std::string> &words, CommandContext &context)
                 "pseudonym only",
                 deletePerson);
     add("check-config", "read the configuration and say what is in force", checkConfig);
+
+    app.add_option("--days", options.days, "for usage: how many days (default 30)")
+        ->type_name("N")
+        ->check(CLI::Range(1, 400));
+    app.add_option("--count", options.count, "for audit: how many entries (default 50)")
+        ->type_name("N")
+        ->check(CLI::Range(1, 100000));
+    app.add_option("--title", options.title, "for send-message")->type_name("TEXT");
+    app.add_option("--text", options.text, "for send-message, Markdown")->type_name("TEXT");
+    app.add_option("--kind", options.kind, "for send-message: information or blocking")
+        ->type_name("KIND")
+        ->check(CLI::IsMember({"information", "blocking"}));
+    app.add_option("--minutes", options.minutes, "for send-message: until a forced update")
+        ->type_name("N")
+        ->transform(wholeNumber(mostTokens));
+    app.add_option("--label", options.label, "for send-message: caption of a button")
+        ->type_name("TEXT");
+    app.add_option("--url", options.url, "for send-message: what the button opens")
+        ->type_name("URL");
+    app.add_flag("--reset", options.reset, "for set-prompt: back to the configured prompt");
+    addAdminCommands(app, options, context,
+                     [&run](std::function<void(const Config &)> work) { run = std::move(work); });
 
     // App::help() would describe the given command only.
     const auto help = [&app] {

@@ -1,6 +1,8 @@
 #include "config/Config.h"
 
+#include "base/Text.h"
 #include "config/TomlReader.h"
+#include "providers/UpstreamSettings.h"
 
 #include <algorithm>
 #include <fstream>
@@ -75,6 +77,30 @@ void readService(TomlReader reader, ServiceSettings &service)
     reader.read("debug_logging", service.debugLogging);
     readAdminMessage(reader.table("admin_message"), service);
     reader.finish();
+}
+
+void readOidc(TomlReader reader, OidcSettings &oidc)
+{
+    std::string secretFile;
+    reader.read("issuer", oidc.issuer);
+    reader.read("client_id", oidc.clientId);
+    reader.read("client_secret", oidc.clientSecret);
+    reader.read("client_secret_file", secretFile);
+    reader.read("allowed_domains", oidc.allowedDomains);
+    reader.read("name", oidc.name);
+    reader.finish();
+    if (!secretFile.empty()) {
+        std::ifstream file(secretFile);
+        if (!std::getline(file, oidc.clientSecret) || trimmed(oidc.clientSecret).empty())
+            reader.fail("client_secret_file", "cannot be read or is empty");
+        oidc.clientSecret = trimmed(oidc.clientSecret);
+    }
+    if (!oidc.isOn())
+        return;
+    if (!isTrustworthyUrl(oidc.issuer))
+        reader.fail("issuer", "must begin with https://");
+    if (oidc.clientId.empty())
+        reader.fail("client_id", "is required");
 }
 
 void readLogFormat(TomlReader &root, Log::Format &format)
@@ -218,6 +244,11 @@ void complete(Config &config, std::string &error)
 
 } // namespace
 
+bool isTrustworthyUrl(const std::string &url)
+{
+    return isHttpUrl(url) && (url.rfind("https://", 0) == 0 || isLoopbackHost(hostOfUrl(url)));
+}
+
 bool ServerSettings::isHostPermitted() const
 {
     return allowRemote || host == "127.0.0.1" || host == "localhost" || host == "::1";
@@ -316,6 +347,7 @@ tl::expected<Config, std::string> Config::parse(const std::string &toml, const s
         config.providers.back().name = provider.name;
         table.finish();
     }
+    readOidc(root.table("oidc"), config.oidc);
     TomlReader security = root.table("security");
     security.read("session_days", sessionDays, 1, 3650);
     security.readSeconds("browser_sign_in_seconds", config.security.handoverLifetime, 10, 3600);

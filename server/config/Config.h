@@ -3,6 +3,7 @@
 #include "base/Environment.h"
 #include "base/Log.h"
 #include "base/Secrets.h"
+#include "config/OidcSettings.h"
 #include "providers/Provider.h"
 
 #include <tl/expected.hpp>
@@ -132,6 +133,7 @@ struct Config
     LimitSettings limits;
     ServiceSettings service;
     TimingSettings timing;
+    OidcSettings oidc;
     Log::Format logFormat = Log::Format::Text;
     /// All providers, including those that miss settings.
     std::vector<ConfiguredProvider> providers;

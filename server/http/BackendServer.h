@@ -1,8 +1,10 @@
 #pragma once
 
+#include "admin/TeamRoutes.h"
 #include "http/AccountRoutes.h"
 #include "http/AuthRoutes.h"
 #include "http/Message.h"
+#include "http/OperationRoutes.h"
 #include "http/PageRoutes.h"
 #include "http/QueryRoutes.h"
 #include "http/Services.h"
@@ -52,6 +54,8 @@ private:
     UploadRoutes m_uploads;
     PageRoutes m_pages;
     AccountRoutes m_account;
+    OperationRoutes m_operation;
+    TeamRoutes m_team;
     httplib::Server m_server;
     int m_port = 0;
     std::atomic<bool> m_finished{false};

@@ -14,9 +14,9 @@ int streamThreads(std::size_t threads)
 
 } // namespace
 
-Services::Services(Config settings, Database &store, const PasswordHasher &hasher,
+Services::Services(Config configuration, Database &store, const PasswordHasher &hasher,
                    const Clock &wallClock, OwnUserCheck ownUserCheck)
-    : config(std::move(settings))
+    : config(std::move(configuration))
     , database(store)
     , clock(wallClock)
     , accounts(database, hasher, wallClock)
@@ -26,6 +26,8 @@ Services::Services(Config settings, Database &store, const PasswordHasher &hashe
     , answers(database, wallClock, randomUuid(), config.limits.concurrentQueries)
     , telemetry(database, wallClock)
     , logs(database, wallClock, config.limits.keptLogs)
+    , messages(database, wallClock)
+    , settings(database, wallClock)
     , models(config, ConnectionFile(config.connectionFile()))
     , ownUser(std::move(ownUserCheck))
     , queryRate(makeRateLimiter(database, wallClock, "query", config.limits.queriesPerMinute,

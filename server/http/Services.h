@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/Clock.h"
+#include "base/Metrics.h"
 #include "base/Stop.h"
 #include "config/Config.h"
 #include "http/Message.h"
@@ -8,8 +9,10 @@
 #include "model/ModelCatalog.h"
 #include "store/Accounts.h"
 #include "store/AnswerLedger.h"
+#include "store/Messages.h"
 #include "store/RateLimiter.h"
 #include "store/Sessions.h"
+#include "store/StoredSettings.h"
 #include "store/Telemetry.h"
 #include "store/UploadedLogs.h"
 #include "store/UsageLedger.h"
@@ -25,18 +28,21 @@ using OwnUserCheck = std::function<bool(const Request &)>;
 /// What the request handlers share; owned by the server. All members are thread-safe.
 struct Services
 {
-    Services(Config settings, Database &store, const PasswordHasher &hasher, const Clock &wallClock,
-             OwnUserCheck ownUserCheck);
+    Services(Config configuration, Database &store, const PasswordHasher &hasher,
+             const Clock &wallClock, OwnUserCheck ownUserCheck);
 
     Config config;
     Database &database;
     const Clock &clock;
+    Metrics metrics;
     Accounts accounts;
     Sessions sessions;
     UsageLedger usage;
     AnswerLedger answers;
     Telemetry telemetry;
     UploadedLogs logs;
+    Messages messages;
+    StoredSettings settings;
     ModelOffers models;
     OwnUserCheck ownUser;
     std::unique_ptr<RateLimiter> queryRate;

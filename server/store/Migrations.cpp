@@ -85,8 +85,31 @@ Statements shared(const Dialect &dialect)
     return statements;
 }
 
+/// Administrators with their sessions, invitations, and sign-ins at a team's provider.
+Statements administration(const Dialect &dialect)
+{
+    const std::string administrator =
+        "admin_id BIGINT NOT NULL REFERENCES admins(id) ON DELETE CASCADE";
+    return {
+        std::string("CREATE TABLE admins(id ") + dialect.key +
+            ", email TEXT NOT NULL UNIQUE, name TEXT NOT NULL UNIQUE, password_hash TEXT NOT NULL,"
+            " totp_secret TEXT NOT NULL, totp_pending TEXT NOT NULL DEFAULT '',"
+            " totp_last_step BIGINT NOT NULL, created_at BIGINT NOT NULL)",
+        "CREATE TABLE admin_recovery(fingerprint TEXT PRIMARY KEY, " + administrator + ")",
+        "CREATE TABLE admin_sessions(fingerprint TEXT PRIMARY KEY, " + administrator +
+            ", created_at BIGINT NOT NULL, seen_at BIGINT NOT NULL)",
+        "CREATE TABLE invitations(fingerprint TEXT PRIMARY KEY,"
+        " account_id BIGINT NOT NULL REFERENCES accounts(id) ON DELETE CASCADE,"
+        " expires_at BIGINT NOT NULL)",
+        "CREATE TABLE oidc_sign_ins(state TEXT PRIMARY KEY, browser TEXT NOT NULL,"
+        " nonce TEXT NOT NULL, verifier TEXT NOT NULL, redirect TEXT NOT NULL,"
+        " expires_at BIGINT NOT NULL)",
+    };
+}
+
 /// The migrations in order; new ones are appended and landed ones stay as they are.
-constexpr std::array<Statements (*)(const Dialect &), 2> migrations = {first, shared};
+constexpr std::array<Statements (*)(const Dialect &), 3> migrations = {first, shared,
+                                                                       administration};
 
 } // namespace
 

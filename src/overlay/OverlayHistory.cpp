@@ -1,5 +1,6 @@
 #include "overlay/OverlayHistory.h"
 
+#include "overlay/FindModel.h"
 #include "overlay/NonFocusPanel.h"
 #include "overlay/OverlayModel.h"
 #include "panels/HamburgerMenuModel.h"
@@ -10,15 +11,15 @@
 namespace quellora {
 
 OverlayHistory::OverlayHistory(ThreadLibrary &library, ThreadController &threads,
-                               const Vocabulary &words)
-    : m_history(library, threads), m_model(m_history, threads, words)
+                               PendingRemovals &removals, const Vocabulary &words)
+    : m_history(library, threads, removals), m_model(m_history, threads, words)
 {
     connect(&m_history, &HistoryController::currentThreadDeleted, this,
             &OverlayHistory::currentThreadDeleted);
 }
 
 void OverlayHistory::attach(NonFocusPanel &panel, OverlayModel &overlay, HamburgerMenuModel &menu,
-                            QueryOrchestrator &orchestrator)
+                            QueryOrchestrator &orchestrator, FindModel &find)
 {
     menu.setHistoryAvailable(true);
     connect(&menu, &HamburgerMenuModel::historyRequested, this,
@@ -29,8 +30,22 @@ void OverlayHistory::attach(NonFocusPanel &panel, OverlayModel &overlay, Hamburg
             [this, &panel] { updateKeyboardFocus(panel); });
     connect(&m_history, &HistoryController::threadOpened, &orchestrator,
             &QueryOrchestrator::showCurrentThread);
-    connect(&m_history, &HistoryController::threadDeleted, &orchestrator,
+    connect(&m_history, &HistoryController::hitOpened, &find,
+            [&orchestrator, &find](const FoundText &found) {
+                if (found.version)
+                    orchestrator.showVersion(found.entry, *found.version);
+                find.openAt(found.text, found.entry);
+            });
+    connect(&m_history, &HistoryController::currentThreadRestored, &orchestrator,
+            &QueryOrchestrator::showCurrentThread);
+    connect(&m_history, &HistoryController::threadsDeleted, &orchestrator,
             &QueryOrchestrator::discardAnswers);
+    // An open sidebar shows its own notice.
+    connect(&m_history, &HistoryController::deletionFailed, &overlay,
+            [this, &overlay](const QString &reason) {
+                if (!m_history.isHistorySidebarOpen())
+                    overlay.showNotice(reason);
+            });
 }
 
 void OverlayHistory::updateKeyboardFocus(NonFocusPanel &panel)

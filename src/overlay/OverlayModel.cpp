@@ -188,7 +188,7 @@ void OverlayModel::setQuestionKnown(bool isKnown)
 
 int OverlayModel::versionCount() const
 {
-    return m_activity == Activity::Idle ? m_versionCount : 1;
+    return m_activity == Activity::Idle && !m_isThreadCovered ? m_versionCount : 1;
 }
 
 void OverlayModel::setVersions(int shown, int count)
@@ -476,6 +476,21 @@ void OverlayModel::backToThread()
 {
     if (m_isThreadCovered)
         Q_EMIT backToThreadRequested();
+}
+
+void OverlayModel::setUndoText(const QString &text)
+{
+    const QString singleLine = text.left(maximumTitleLength).simplified();
+    if (singleLine == m_undoText)
+        return;
+    m_undoText = singleLine;
+    Q_EMIT undoTextChanged();
+}
+
+void OverlayModel::undo()
+{
+    if (!m_undoText.isEmpty())
+        Q_EMIT undoRequested();
 }
 
 void OverlayModel::retrySaving()

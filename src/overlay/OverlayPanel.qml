@@ -187,6 +187,7 @@ FocusScope {
         retryShortcut: root.panels.hotkeys.retry ?? ""
         find: root.find
         prompt: bottom.promptItem
+        isCovered: settingsSheet.isOpen || root.isHistoryOpen
         y: 34
         width: parent.width
         height: root.overlay.stripHeight
@@ -251,6 +252,14 @@ FocusScope {
         width: 28
         height: root.overlay.responseRect.height
     }
+    NoticeBubble {
+        objectName: "noticeBubble"
+        visible: strip.isNoticeShown && strip.isFinding
+        overlay: root.overlay
+        x: 12
+        y: strip.y + strip.height + 6
+        maximumWidth: root.width - 2 * x
+    }
 
     Loader {
         id: sidebar
@@ -260,6 +269,8 @@ FocusScope {
         sourceComponent: HistorySidebarOverlay {
             objectName: "historySidebar"
             history: root.history
+            undoText: root.overlay.undoText
+            onUndone: root.overlay.undo()
             theme: Tokens.sheet(!root.overlay.isLightTheme)
             compact: root.compact
             cornerRadius: root.corner
@@ -269,6 +280,8 @@ FocusScope {
     SettingsLoader {
         id: settingsSheet
         settings: root.settings
+        undoText: root.overlay.undoText
+        onUndone: root.overlay.undo()
         y: 34
         width: parent.width
         height: parent.height - y
@@ -342,6 +355,12 @@ FocusScope {
     Shortcut {
         sequence: "Ctrl+0"
         onActivated: root.overlay.changeAnswerText(0)
+    }
+    Shortcut {
+        // A text that has the focus undoes its own changes instead.
+        sequences: [StandardKey.Undo]
+        enabled: root.overlay.undoText.length > 0
+        onActivated: root.overlay.undo()
     }
     Shortcut {
         sequence: "F6"

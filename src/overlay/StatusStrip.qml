@@ -2,8 +2,9 @@ import QtQuick
 import Quellora.Overlay
 import Quellora.Ui
 
-/// The strip below the control bar: the thread at the left, the status at the right. A notice
-/// temporarily replaces the thread title but not the controls at the right.
+/// The strip below the control bar: the thread at the left, the status at the right. A notice, or
+/// what was removed and can be brought back, temporarily replaces the thread title but not the
+/// controls at the right.
 FocusScope {
     id: strip
 
@@ -18,16 +19,24 @@ FocusScope {
     /// Receives the focus from the find bar if the item that had it before is gone.
     property Item prompt: null
     readonly property bool isFinding: find !== null && find.isOpen
-    /// The find bar takes the place of the title, in a narrow window also that of everything else.
+    /// The find bar takes the place of the title, in a narrow window also that of everything else but
+    /// the status's sign and Stop.
     readonly property bool isFindAlone: isFinding && (compact || width < Tokens.grown(600))
     readonly property int status: overlay.status
     readonly property bool hasStatus: status !== OverlayModel.Ready
                                       && status !== OverlayModel.Answer
     readonly property bool isThreadShown: !compact || !hasStatus
     readonly property bool isNoticeShown: overlay.notice.length > 0
+    /// Whether a sheet covers the strip; it offers the undo itself.
+    property bool isCovered: false
+    readonly property bool isUndoOffered: overlay.undoText.length > 0 && !isCovered
+    /// Whether the title has given way to other words.
+    readonly property bool isTitleReplaced: isNoticeShown || isUndoOffered
     /// True if a compact window has room for only one text.
-    readonly property bool isNarrow: compact && (hasStatus || isNoticeShown
+    readonly property bool isNarrow: compact && (hasStatus || isTitleReplaced
                                                  || overlay.isThreadCovered)
+    /// A compact window has room for the undo only without the controls of the last question.
+    readonly property bool isUndoCramped: compact && isUndoOffered
     /// Left edge of the title and the notice, after the save indicator.
     readonly property real textStart: notSavedLabel.visible
                                       ? notSavedLabel.x + notSavedLabel.width + 10
@@ -38,12 +47,13 @@ FocusScope {
            + (stop.visible ? stop.width + right.spacing : 0)
            + (clicks.visible ? clicks.width + right.spacing : 0)
            + 22 + statusLabel.implicitWidth + right.edge + 12 > width
+    readonly property bool isRightEmpty: isFindAlone && !stop.visible && !hasStatus
     readonly property bool isBusy: status === OverlayModel.Waiting
                                    || status === OverlayModel.Streaming
 
     /// The first focusable control, or null.
     function firstControl() {
-        return [notSaved, usage, back, latest, stop, earlier, later, edit, copy, clicks]
+        return [notSaved, undo, usage, back, latest, stop, earlier, later, edit, copy, clicks]
             .find(control => control.visible && control.enabled) ?? null
     }
 
@@ -115,7 +125,7 @@ FocusScope {
     }
     Label {
         objectName: "threadTitle"
-        visible: strip.isThreadShown && !strip.isNoticeShown && !strip.isFinding
+        visible: strip.isThreadShown && !strip.isTitleReplaced && !strip.isFinding
                  && !(strip.compact && notSaved.visible)
         x: strip.textStart
         width: Math.max(0, right.x - 12 - x)
@@ -155,11 +165,39 @@ FocusScope {
         }
     }
 
+    Item {
+        objectName: "removed"
+        visible: strip.isUndoOffered && !strip.isNoticeShown && !strip.isFinding
+        x: strip.textStart
+        width: Math.max(0, right.x - 12 - x)
+        height: strip.textHeight
+        Accessible.role: Accessible.StaticText
+        Accessible.name: strip.overlay.undoText
+
+        Icon {
+            y: Math.round((parent.height - height) / 2)
+            size: 14
+            name: "trash-2"
+            color: Tokens.frame.dimText
+        }
+        Label {
+            objectName: "removedWords"
+            x: 22
+            width: Math.max(0, parent.width - x)
+            height: parent.height
+            text: strip.overlay.undoText
+            color: Tokens.frame.text
+            elide: Text.ElideRight
+            Accessible.ignored: true
+        }
+    }
+
     Loader {
         id: findBar
         active: strip.find !== null
         x: strip.isFindAlone ? 6 : strip.textStart
-        width: Math.max(0, (strip.isFindAlone ? strip.width - 6 : right.x - 12) - x)
+        width: Math.max(0, (strip.isRightEmpty ? strip.width - 6
+                                               : right.x - (strip.isFindAlone ? 6 : 12)) - x)
         height: strip.textHeight
 
         sourceComponent: FindBar {
@@ -171,9 +209,9 @@ FocusScope {
     }
     Row {
         id: right
-        visible: !strip.isFindAlone
+        visible: !strip.isRightEmpty
         readonly property real edge: stop.visible || copy.visible || clicks.visible
-                                     || retry.visible
+                                     || retry.visible || undo.visible && !strip.hasStatus
                                      || latest.visible && !strip.hasStatus
                                      || (usage.visible || back.visible) && !strip.hasStatus
                                      ? 6 : 14
@@ -185,15 +223,30 @@ FocusScope {
         UsageBadge {
             id: usage
             // Hidden in a compact window while a notice is shown.
-            visible: strip.overlay.isUsageShown
-                     && (!strip.compact || !strip.isNoticeShown || activeFocus)
+            visible: strip.overlay.isUsageShown && !strip.isFindAlone
+                     && (!strip.compact || !strip.isTitleReplaced || activeFocus)
             overlay: strip.overlay
             isBarShown: !strip.compact || !strip.hasStatus
         }
         Button {
+            id: undo
+            objectName: "undoInStrip"
+            visible: strip.isUndoOffered && !strip.isFindAlone
+            text: qsTr("Undo")
+            onClicked: strip.overlay.undo()
+            onVisibleChanged: {
+                if (visible || !focus)
+                    return
+                focus = false
+                if (strip.prompt)
+                    strip.prompt.forceActiveFocus(Qt.OtherFocusReason)
+            }
+            Accessible.description: strip.overlay.undoText
+        }
+        Button {
             id: back
             objectName: "backToThread"
-            visible: strip.overlay.isThreadCovered
+            visible: strip.overlay.isThreadCovered && !strip.isFindAlone
             text: strip.compact ? "" : qsTr("Back to thread")
             iconName: "chevron-left"
             leftPadding: 6
@@ -205,7 +258,8 @@ FocusScope {
         }
         Item {
             objectName: "status"
-            visible: strip.hasStatus && (!strip.compact || !strip.isNoticeShown)
+            visible: strip.hasStatus
+                     && (!strip.compact || !strip.isTitleReplaced || strip.isFinding)
             width: (statusLabel.visible ? statusLabel.x + statusLabel.width : 14)
                    + (seconds.visible ? seconds.width + seconds.gap : 0)
             height: parent.height
@@ -232,8 +286,9 @@ FocusScope {
             Label {
                 id: statusLabel
                 // A compact window with other indicators shows only the icon.
-                visible: !strip.compact || strip.status === OverlayModel.Stopped
-                         || !(strip.overlay.isThreadCovered || notSaved.visible || strip.isCrowded)
+                visible: strip.status === OverlayModel.Stopped || !strip.isFindAlone
+                         && (!strip.compact || !(strip.overlay.isThreadCovered || notSaved.visible
+                                                 || strip.isCrowded))
                 x: strip.status === OverlayModel.Stopped ? 0 : 22
                 height: parent.height
                 text: strip.overlay.statusText
@@ -246,7 +301,7 @@ FocusScope {
             Label {
                 id: seconds
                 readonly property int gap: strip.status === OverlayModel.Streaming ? 8 : 4
-                visible: strip.isBusy && !strip.compact
+                visible: strip.isBusy && !strip.compact && !strip.isFindAlone
                 x: statusLabel.x + statusLabel.width + gap
                 height: parent.height
                 text: strip.overlay.secondsText
@@ -258,7 +313,7 @@ FocusScope {
         Button {
             id: latest
             objectName: "latest"
-            visible: strip.overlay.isLatestOffered
+            visible: strip.overlay.isLatestOffered && !strip.isFindAlone
             text: strip.compact ? "" : qsTr("Latest")
             iconName: "arrow-down"
             leftPadding: strip.compact ? 0 : 6
@@ -273,7 +328,8 @@ FocusScope {
             objectName: "stop"
             visible: strip.overlay.canStop
             // The smallest window has no room for the word beside all the other controls.
-            readonly property bool isShort: strip.compact && back.visible && clicks.visible
+            readonly property bool isShort: strip.isFindAlone
+                                            || strip.compact && back.visible && clicks.visible
             width: isShort ? 28 : 10 + 9 + 8 + stopLabel.implicitWidth + 10
             text: qsTr("Stop")
             tooltip: qsTr("Stop")
@@ -305,7 +361,7 @@ FocusScope {
         Row {
             id: versions
             objectName: "versions"
-            visible: strip.overlay.versionCount > 1
+            visible: strip.overlay.versionCount > 1 && !strip.isFindAlone && !strip.isUndoCramped
 
             /// Shows the next version in a direction. At the end the keyboard focus goes to the
             /// button that leads back.
@@ -349,7 +405,7 @@ FocusScope {
             }
         }
         Row {
-            visible: strip.overlay.canAskAgain
+            visible: strip.overlay.canAskAgain && !strip.isFindAlone && !strip.isUndoCramped
             y: Math.round((right.height - height) / 2)
 
             IconButton {
@@ -376,7 +432,7 @@ FocusScope {
             property bool isDone: false
 
             y: Math.round((right.height - height) / 2)
-            visible: strip.status === OverlayModel.Answer
+            visible: strip.status === OverlayModel.Answer && !strip.isFindAlone
             iconName: isDone ? "check" : "copy"
             foreground: isDone ? "#4fcf8c" : defaultForeground()
             name: isDone ? qsTr("Copied") : qsTr("Copy answer")
@@ -401,7 +457,7 @@ FocusScope {
             id: clicks
             objectName: "clicks"
             y: Math.round((right.height - height) / 2)
-            visible: strip.overlay.areClicksOffered
+            visible: strip.overlay.areClicksOffered && !strip.isFindAlone
             role: Accessible.CheckBox
             isSwitch: true
             isOn: strip.overlay.takesClicks

@@ -28,7 +28,8 @@ private Q_SLOTS:
         m_defaults = std::make_unique<JsonUserDefaults>();
         m_settings = std::make_unique<Settings>(*m_defaults);
         m_threads = std::make_unique<ThreadController>(*m_settings, nullptr);
-        m_history = std::make_unique<HistoryController>(*m_library, *m_threads);
+        m_removals = std::make_unique<PendingRemovals>();
+        m_history = std::make_unique<HistoryController>(*m_library, *m_threads, *m_removals);
         m_model = std::make_unique<HistoryModel>(*m_history, *m_threads, Vocabulary::macOS(),
                                                  QLocale("en_US"), [] { return noon; });
         m_tester = std::make_unique<QAbstractItemModelTester>(
@@ -161,6 +162,70 @@ private Q_SLOTS:
         QCOMPARE(value(0, HistoryModel::SnippetPlaceRole).toString(), QString("Question"));
     }
 
+    void rowsThatFillAViewComeInPortions()
+    {
+        QStringList all;
+        for (int i = 0; i < 50; ++i) {
+            all.append(QStringLiteral("match %1").arg(i));
+            m_library->add(all.last(), noon.addSecs(-i));
+        }
+        open();
+        m_library->holdsSearch = true;
+        QList<int> portions;
+        connect(
+            m_model.get(), &HistoryModel::rowsInserted, this,
+            [&](const QModelIndex &, int first, int last) { portions.append(last - first + 1); });
+        m_model->setSearchText("match");
+        QCOMPARE(titles(), all.mid(0, 4));
+        QTRY_COMPARE(m_model->rowCount(), 50);
+        QCOMPARE(titles(), all);
+        QCOMPARE(portions, QList<int>({4, 4, 4, 34}));
+        // A text that only some have leaves nothing of the others behind.
+        m_model->setSearchText("match 1");
+        m_model->setSearchText("match 49");
+        QTest::qWait(0);
+        QTRY_COMPARE(titles(), QStringList("match 49"));
+    }
+
+    void hitsThatFillAViewComeInPortions()
+    {
+        ThreadHits hits;
+        QStringList all;
+        for (int i = 0; i < 30; ++i) {
+            all.append(QString::number(i));
+            hits.insert(m_library->add(all.last(), noon.addSecs(-i)).id,
+                        {ThreadHit::Place::Answer, "x", 0, 1});
+        }
+        open();
+        m_library->holdsSearch = true;
+        m_model->setSearchText("x");
+        m_library->heldSearch->addResult(hits);
+        QTRY_COMPARE(m_model->rowCount(), 4);
+        QTRY_COMPARE(titles(), all);
+    }
+
+    void openedRowTellsItsHit()
+    {
+        const CaptureSession session = m_library->add("Blue", noon);
+        open();
+        QSignalSpy opened(m_history.get(), &HistoryController::hitOpened);
+        m_library->holdsSearch = true;
+        m_model->setSearchText("needle");
+        const QUuid turn = QUuid::createUuid();
+        m_library->heldSearch->addResult(
+            ThreadHits{{session.id, {ThreadHit::Place::Answer, "the needle", 4, 6, {}, turn, 1}}});
+        QTRY_COMPARE(m_model->rowCount(), 1);
+        QCOMPARE(value(0, HistoryModel::SnippetPlaceRole).toString(), QString("Version 2"));
+        m_model->open(0);
+        QTRY_COMPARE(opened.size(), 1);
+        QCOMPARE(opened.first().first().value<FoundText>(), (FoundText{"needle", turn, 1}));
+        // Without a search there is no hit.
+        open();
+        m_model->open(0);
+        QTRY_VERIFY(!m_history->isHistorySidebarOpen());
+        QCOMPARE(opened.size(), 1);
+    }
+
     void hitsOfTheNextLetterReplaceRows()
     {
         const CaptureSession stays = m_library->add("Blue", noon);
@@ -206,7 +271,7 @@ private Q_SLOTS:
             if (i % 7 == 3 || i % 5 != 0)
                 expected.append(i % 7 == 3 ? "the x" : QString::number(i));
         }
-        QCOMPARE(titles(), expected);
+        QTRY_COMPARE(titles(), expected);
     }
 
     void threadsReadDuringASearchAreSearched()
@@ -346,6 +411,31 @@ private Q_SLOTS:
         QCOMPARE(deleted.size(), 1);
     }
 
+    void undoneDeletionIsFilteredLikeAnyThread()
+    {
+        m_library->add("apple", noon);
+        m_library->add("pear", noon.addDays(-1));
+        open();
+        QSignalSpy restored(m_model.get(), &HistoryModel::rowRestored);
+        m_model->setSearchText("pear");
+        m_model->requestDelete(0);
+        m_model->confirmDelete();
+        QCOMPARE(m_model->rowCount(), 0);
+        // Under another search it comes back without a row, but is found later.
+        m_model->setSearchText("apple");
+        m_removals->undo();
+        QCOMPARE(titles(), QStringList("apple"));
+        QVERIFY(restored.isEmpty());
+        QTRY_VERIFY(!m_history->isLoading());
+        m_model->setSearchText("pear");
+        QCOMPARE(titles(), QStringList("pear"));
+        m_model->requestDelete(0);
+        m_model->confirmDelete();
+        m_removals->undo();
+        QCOMPARE(restored.size(), 1);
+        QCOMPARE(titles(), QStringList("pear"));
+    }
+
     void closingClearsSearch()
     {
         m_library->add("thread", noon);
@@ -401,8 +491,7 @@ private Q_SLOTS:
         HistoryModel linuxModel(*m_history, *m_threads, Vocabulary::linuxDesktop());
         linuxModel.requestDelete(0);
         QCOMPARE(linuxModel.deleteText(),
-                 QStringLiteral("\"thread\" will be permanently removed from this computer. This "
-                                "can't be undone."));
+                 QStringLiteral("\"thread\" will be permanently removed from this computer."));
     }
 
     void deletionRequiresConfirmation()
@@ -412,8 +501,7 @@ private Q_SLOTS:
         m_model->requestDelete(0);
         QVERIFY(m_model->isDeletePending());
         QCOMPARE(m_model->deleteText(),
-                 QStringLiteral("\"Tax \"2025\"\" will be permanently removed from your Mac. This "
-                                "can't be undone."));
+                 QStringLiteral("\"Tax \"2025\"\" will be permanently removed from your Mac."));
         m_model->cancelDelete();
         m_model->confirmDelete();
         QVERIFY(m_library->calls.isEmpty());
@@ -425,7 +513,9 @@ private Q_SLOTS:
         open();
         m_model->requestDelete(1);
         m_model->confirmDelete();
-        QTRY_COMPARE(titles(), QStringList("newer"));
+        QCOMPARE(titles(), QStringList("newer"));
+        QVERIFY(m_library->sessions.contains(thread.id));
+        m_removals->commitAll();
         QVERIFY(!m_library->sessions.contains(thread.id));
     }
 
@@ -492,6 +582,7 @@ private:
     }
 
     std::unique_ptr<FakeThreadLibrary> m_library;
+    std::unique_ptr<PendingRemovals> m_removals;
     std::unique_ptr<JsonUserDefaults> m_defaults;
     std::unique_ptr<Settings> m_settings;
     std::unique_ptr<ThreadController> m_threads;
