@@ -120,6 +120,52 @@ std::string urlEncoded(std::string_view text)
     return out;
 }
 
+std::pair<char32_t, std::size_t> firstCharacter(std::string_view text)
+{
+    const auto byte = [&text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+    const unsigned char first = byte(0);
+    const std::size_t length = first < 0x80   ? 1
+                               : first < 0xC2 ? 0
+                               : first < 0xE0 ? 2
+                               : first < 0xF0 ? 3
+                               : first < 0xF5 ? 4
+                                              : 0;
+    if (length == 0 || text.size() < length)
+        return {0, 0};
+    char32_t value = length == 1 ? first : first & (0xFFU >> (length + 1));
+    for (std::size_t i = 1; i < length; ++i) {
+        if ((byte(i) & 0xC0U) != 0x80U)
+            return {0, 0};
+        value = (value << 6U) | (byte(i) & 0x3FU);
+    }
+    const bool isOverlong = (length == 3 && value < 0x800) || (length == 4 && value < 0x10000);
+    const bool isForbidden = (value >= 0xD800 && value <= 0xDFFF) || value > 0x10FFFF;
+    if (isOverlong || isForbidden)
+        return {0, 0};
+    return {value, length};
+}
+
+std::string validUtf8(std::string text)
+{
+    constexpr std::string_view replacement = "\xEF\xBF\xBD";
+    std::size_t at = 0;
+    while (at < text.size()) {
+        const std::size_t length = firstCharacter(std::string_view(text).substr(at)).second;
+        if (length == 0)
+            break;
+        at += length;
+    }
+    if (at == text.size())
+        return text;
+    std::string repaired = text.substr(0, at);
+    for (std::string_view rest = std::string_view(text).substr(at); !rest.empty();) {
+        const std::size_t length = firstCharacter(rest).second;
+        repaired += length == 0 ? replacement : rest.substr(0, length);
+        rest.remove_prefix(std::max<std::size_t>(length, 1));
+    }
+    return repaired;
+}
+
 std::map<std::string, std::string> formFields(std::string_view body)
 {
     std::map<std::string, std::string> fields;
@@ -130,7 +176,8 @@ std::map<std::string, std::string> formFields(std::string_view body)
         const std::string_view value =
             equals < pair.size() ? pair.substr(equals + 1) : std::string_view();
         if (!pair.empty())
-            fields.emplace(formDecoded(pair.substr(0, equals)), formDecoded(value));
+            fields.emplace(validUtf8(formDecoded(pair.substr(0, equals))),
+                           validUtf8(formDecoded(value)));
         body.remove_prefix(std::min(end + 1, body.size()));
     }
     return fields;
@@ -138,6 +185,9 @@ std::map<std::string, std::string> formFields(std::string_view body)
 
 std::optional<std::string> base64Decoded(std::string_view text)
 {
+    // The library takes bytes beyond ASCII for digits.
+    if (std::any_of(text.begin(), text.end(), [](char c) { return (c & 0x80) != 0; }))
+        return std::nullopt;
     std::string bytes(text.size() / 4 * 3 + 3, '\0');
     std::size_t length = 0;
     if (sodium_base642bin(reinterpret_cast<unsigned char *>(bytes.data()), bytes.size(),
@@ -192,6 +242,11 @@ int compareVersions(std::string_view left, std::string_view right)
 std::string billingPeriod(TimePoint time)
 {
     return isoTime(time).substr(0, 7);
+}
+
+std::string isoDay(TimePoint time)
+{
+    return isoTime(time).substr(0, 10);
 }
 
 std::string isoTime(TimePoint time)

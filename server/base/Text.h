@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace quellora::server {
 
@@ -18,7 +19,13 @@ std::string lowered(std::string_view text);
 std::string htmlEscaped(std::string_view text);
 /// Percent-encoding of everything but unreserved characters.
 std::string urlEncoded(std::string_view text);
-/// Fields of an application/x-www-form-urlencoded body; the first of equal names wins.
+/// The first character of @p text, which is not empty, and its length in bytes; 0 bytes where it is
+/// not valid UTF-8.
+std::pair<char32_t, std::size_t> firstCharacter(std::string_view text);
+/// @p text with U+FFFD in place of each byte that is not part of valid UTF-8.
+std::string validUtf8(std::string text);
+/// Fields of an application/x-www-form-urlencoded body as valid UTF-8; the first of equal names
+/// wins.
 std::map<std::string, std::string> formFields(std::string_view body);
 /// Bytes of standard base64 (padding required, no line breaks), or nothing.
 std::optional<std::string> base64Decoded(std::string_view text);
@@ -32,6 +39,8 @@ std::int64_t estimatedTokens(std::size_t bytes);
 int compareVersions(std::string_view left, std::string_view right);
 /// The billing period of @p time, "YYYY-MM" in UTC.
 std::string billingPeriod(TimePoint time);
+/// The day of @p time, "YYYY-MM-DD" in UTC.
+std::string isoDay(TimePoint time);
 /// "YYYY-MM-DDTHH:MM:SSZ".
 std::string isoTime(TimePoint time);
 /// A plausible e-mail address as stored (trimmed, lower case), or nothing.

@@ -1,6 +1,13 @@
 #include "model/EventStreamReader.h"
 
+#include <utility>
+
 namespace quellora::server {
+namespace {
+
+constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
+
+} // namespace
 
 EventStreamReader::EventStreamReader(Handler handler, std::size_t maxEventBytes)
     : m_handler(std::move(handler)), m_maxEventBytes(maxEventBytes)
@@ -33,9 +40,11 @@ bool EventStreamReader::endLine()
 {
     std::string line;
     line.swap(m_line);
-    if (line.empty())
-        return dispatch();
     std::string_view view = line;
+    if (std::exchange(m_isFirstLine, false) && view.starts_with(byteOrderMark))
+        view.remove_prefix(byteOrderMark.size());
+    if (view.empty())
+        return dispatch();
     if (view.rfind("data:", 0) != 0)
         return true;
     view.remove_prefix(5);

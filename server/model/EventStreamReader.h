@@ -8,8 +8,8 @@
 namespace quellora::server {
 
 /// Parses a server-sent event stream, fed in pieces of any size. Lines end at LF, CR or CRLF;
-/// several "data:" lines of one event are joined by line feeds; comments and other fields are
-/// skipped.
+/// several "data:" lines of one event are joined by line feeds; comments, other fields and a byte
+/// order mark at the beginning are skipped.
 class EventStreamReader
 {
 public:
@@ -32,6 +32,7 @@ private:
     std::string m_line;
     std::string m_data;
     bool m_hasData = false;
+    bool m_isFirstLine = true;
     bool m_afterCarriageReturn = false;
 };
 

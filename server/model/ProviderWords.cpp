@@ -10,32 +10,6 @@ namespace {
 
 constexpr std::size_t longestWords = 400;
 
-/// One code point of valid UTF-8 and its length in bytes; 0 bytes at an invalid sequence.
-std::pair<std::uint32_t, std::size_t> codePoint(std::string_view text)
-{
-    const auto byte = [&text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-    const unsigned char first = byte(0);
-    const std::size_t length = first < 0x80   ? 1
-                               : first < 0xC2 ? 0
-                               : first < 0xE0 ? 2
-                               : first < 0xF0 ? 3
-                               : first < 0xF5 ? 4
-                                              : 0;
-    if (length == 0 || text.size() < length)
-        return {0, 0};
-    std::uint32_t value = length == 1 ? first : first & (0xFFU >> (length + 1));
-    for (std::size_t i = 1; i < length; ++i) {
-        if ((byte(i) & 0xC0U) != 0x80U)
-            return {0, 0};
-        value = (value << 6U) | (byte(i) & 0x3FU);
-    }
-    const bool isOverlong = (length == 3 && value < 0x800) || (length == 4 && value < 0x10000);
-    const bool isForbidden = (value >= 0xD800 && value <= 0xDFFF) || value > 0x10FFFF;
-    if (isOverlong || isForbidden)
-        return {0, 0};
-    return {value, length};
-}
-
 /// Characters that change how the text around them is shown.
 bool isDirecting(std::uint32_t c)
 {
@@ -50,7 +24,7 @@ std::string displayText(std::string_view text, std::size_t most)
     std::string out;
     bool hasGap = false;
     while (!text.empty()) {
-        const auto [c, length] = codePoint(text);
+        const auto [c, length] = firstCharacter(text);
         const std::string_view piece = text.substr(0, length);
         text.remove_prefix(std::max<std::size_t>(length, 1));
         if (length == 0 || c <= 0x20 || (c >= 0x7F && c <= 0xA0) || isDirecting(c)) {

@@ -60,7 +60,7 @@ QByteArray page(const PageTexts &texts)
 /// Percent-decoded text; nothing if the bytes are not valid UTF-8.
 std::optional<QString> decoded(const QString &encoded)
 {
-    QStringDecoder decode(QStringDecoder::Utf8);
+    QStringDecoder decode(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
     const QString text = decode(QByteArray::fromPercentEncoding(encoded.toLatin1()));
     return decode.hasError() ? std::nullopt : std::optional(text);
 }
@@ -191,7 +191,7 @@ void OAuthCallbackListener::stop()
 
 std::optional<QString> OAuthCallbackListener::tokenFrom(const QByteArray &request)
 {
-    QStringDecoder decode(QStringDecoder::Utf8);
+    QStringDecoder decode(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
     const QString text = decode(request);
     if (request.isEmpty() || decode.hasError())
         return std::nullopt;

@@ -1,5 +1,7 @@
 #include "backend/Records.h"
 
+#include "base/Json.h"
+
 #include <QHash>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -290,13 +292,10 @@ Decoded<LoginResponse> LoginResponse::fromJson(const QJsonValue &value)
 
 Decoded<LoginResponse> LoginResponse::decode(const QByteArray &body)
 {
-    QJsonParseError parseError;
-    const QJsonDocument document = QJsonDocument::fromJson(body, &parseError);
-    if (parseError.error != QJsonParseError::NoError)
-        return tl::unexpected(DecodingError{parseError.errorString()});
-    if (!document.isObject())
-        return tl::unexpected(DecodingError{QStringLiteral("the response is not an object")});
-    return fromJson(document.object());
+    const auto object = parseJsonObject(body);
+    if (!object)
+        return tl::unexpected(DecodingError{object.error()});
+    return fromJson(*object);
 }
 
 QJsonObject LoginResponse::toJson() const

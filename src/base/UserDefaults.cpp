@@ -1,5 +1,6 @@
 #include "base/UserDefaults.h"
 
+#include "base/Json.h"
 #include "base/Log.h"
 
 #include <QDir>
@@ -99,15 +100,11 @@ void JsonUserDefaults::load()
     QString reason;
     if (!file.open(QIODevice::ReadOnly)) {
         reason = file.errorString();
+    } else if (const auto values = parseJsonObject(file.readAll())) {
+        m_values = *values;
+        return;
     } else {
-        QJsonParseError parseError;
-        const QJsonDocument document = QJsonDocument::fromJson(file.readAll(), &parseError);
-        if (document.isObject()) {
-            m_values = document.object();
-            return;
-        }
-        reason = parseError.error == QJsonParseError::NoError ? QStringLiteral("not a JSON object")
-                                                              : parseError.errorString();
+        reason = values.error();
     }
     file.close();
     const QString aside = m_path + QStringLiteral(".damaged");

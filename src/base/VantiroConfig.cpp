@@ -1,10 +1,10 @@
 #include "base/VantiroConfig.h"
 
+#include "base/Json.h"
 #include "base/Log.h"
 #include "base/ProjectPaths.h"
 
 #include <QFile>
-#include <QJsonDocument>
 #include <QJsonObject>
 
 namespace quellora {
@@ -67,13 +67,12 @@ std::optional<VantiroConfig>
 VantiroConfig::decode(const QByteArray &json, const QList<HotkeyKey> &hotkeyKeys, QString *error)
 {
     error->clear();
-    QJsonParseError parseError;
-    const QJsonDocument document = QJsonDocument::fromJson(json, &parseError);
-    if (parseError.error != QJsonParseError::NoError) {
-        *error = parseError.errorString();
+    const auto parsed = parseJsonObject(json);
+    if (!parsed) {
+        *error = parsed.error();
         return std::nullopt;
     }
-    const QJsonObject root = document.object();
+    const QJsonObject &root = *parsed;
     for (const char *section : {"hotkeys", "overlay"}) {
         if (!root.value(QLatin1String(section)).isObject()) {
             *error = QStringLiteral("the key \"%1\" is missing or not an object").arg(section);

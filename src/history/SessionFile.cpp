@@ -1,5 +1,7 @@
 #include "history/SessionFile.h"
 
+#include "base/Json.h"
+
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -175,16 +177,13 @@ QByteArray SessionFile::encode() const
 
 tl::expected<SessionFile, QString> SessionFile::decode(const QByteArray &json)
 {
-    QJsonParseError parseError;
-    const QJsonDocument document = QJsonDocument::fromJson(json, &parseError);
-    if (parseError.error != QJsonParseError::NoError)
-        return tl::unexpected(parseError.errorString());
-    if (!document.isObject())
-        return tl::unexpected(QStringLiteral("not a JSON object"));
+    const auto object = parseJsonObject(json);
+    if (!object)
+        return tl::unexpected(object.error());
 
     QString error;
     SessionFile file;
-    Reader reader(document.object(), error);
+    Reader reader(*object, error);
     file.id = reader.uuid("id");
     file.createdAt = reader.date("createdAt");
     file.updatedAt = reader.date("updatedAt");

@@ -142,6 +142,9 @@ std::pair<qint64, QString> readEntries(ondemand::value value, const Entry &entry
                 if (std::exchange(hasVersions, true))
                     throw UnexpectedForm();
                 requireVersions(field.value());
+            } else {
+                // The fast parser does not look into values that it skips.
+                throw UnexpectedForm();
             }
         }
         if (!hasId || !hasDate || !hasTitle || !hasOther)
@@ -189,6 +192,8 @@ QList<qint64> readScreenshots(ondemand::value value)
             } else if (key == "capturedAt") {
                 parseDate(require(field.value().get_string()));
                 hasDate = true;
+            } else {
+                throw UnexpectedForm();
             }
         }
         if (!hasIndex || !hasDate)

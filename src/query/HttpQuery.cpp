@@ -1,9 +1,9 @@
 #include "query/HttpQuery.h"
 
 #include "backend/Http.h"
+#include "base/Json.h"
 #include "base/Log.h"
 
-#include <QJsonDocument>
 #include <QJsonObject>
 #include <QTimer>
 
@@ -256,7 +256,7 @@ void HttpQuery::finishRejection()
 {
     const QJsonObject object = m_rejection.size() > maxRejectionBytes
                                    ? QJsonObject()
-                                   : QJsonDocument::fromJson(m_rejection).object();
+                                   : parseJsonObject(m_rejection).value_or(QJsonObject());
     QueryError error;
     if (const auto seconds = toInteger(object.value(QLatin1String("resetInSeconds")))) {
         Log::event(QStringLiteral("[ProxyQueryService] Proxy returned 429 (rate limited) — "

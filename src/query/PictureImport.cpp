@@ -12,6 +12,7 @@
 #include <QPainter>
 #include <QPromise>
 #include <QThreadPool>
+#include <QtEndian>
 
 #include <memory>
 #include <utility>
@@ -49,6 +50,23 @@ QByteArray formatOf(const QByteArray &bytes)
     if (bytes.startsWith("RIFF") && bytes.mid(8, 4) == "WEBP")
         return "webp";
     return {};
+}
+
+/// Whether the chunks of a PNG, up to its end, lie within the file. The decoding library reserves
+/// as much memory as a chunk claims to need: a gigabyte for a file of 57 bytes.
+bool hasWholeChunks(const QByteArray &png)
+{
+    constexpr qsizetype signatureBytes = 8;
+    constexpr qsizetype chunkOverhead = 12;
+    for (qsizetype at = signatureBytes; png.size() - at >= chunkOverhead;) {
+        const auto length = qFromBigEndian<quint32>(png.constData() + at);
+        if (length > png.size() - at - chunkOverhead)
+            return false;
+        if (QByteArrayView(png).sliced(at + 4, 4) == "IEND")
+            return true;
+        at += chunkOverhead + length;
+    }
+    return false;
 }
 
 tl::unexpected<QString> tooLarge()
@@ -119,13 +137,16 @@ PictureImport::Outcome PictureImport::convert(const OfferedPicture &picture)
     if (format.isEmpty() || !QImageReader::supportedImageFormats().contains(format))
         return tl::unexpected(formatProblem());
 
+    const auto damaged = tl::unexpected(QStringLiteral("The picture is damaged."));
+    if (format == "png" && !hasWholeChunks(*bytes))
+        return damaged;
+
     QBuffer buffer(&*bytes);
     buffer.open(QIODevice::ReadOnly);
     QImageReader reader(&buffer, format);
     reader.setDecideFormatFromContent(false);
     reader.setAutoTransform(true);
     QImageReader::setAllocationLimit(allocationLimit);
-    const auto damaged = tl::unexpected(QStringLiteral("The picture is damaged."));
     const QSize size = reader.size();
     if (!size.isValid() || size.isEmpty())
         return damaged;

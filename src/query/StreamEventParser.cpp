@@ -1,5 +1,7 @@
 #include "query/StreamEventParser.h"
 
+#include "base/Json.h"
+
 #include <QByteArray>
 #include <QJsonDocument>
 #include <QString>
@@ -159,6 +161,26 @@ std::optional<StreamEvent> toEvent(simdjson::dom::object object)
     return std::nullopt;
 }
 
+/// Puts U+FFFD in place of the lone surrogates in @p json, which QJsonDocument has written: it
+/// escapes no others.
+QByteArray withoutSurrogateEscapes(const QByteArray &json)
+{
+    constexpr qsizetype escapeLength = 6;
+    QByteArray result;
+    qsizetype from = 0;
+    for (qsizetype at = json.indexOf('\\'); at >= 0; at = json.indexOf('\\', at)) {
+        if (json[at + 1] != 'u' || json[at + 2] != 'd' || json[at + 3] < '8') {
+            at += 2;
+            continue;
+        }
+        result += QByteArrayView(json).sliced(from, at - from);
+        result += "\xEF\xBF\xBD";
+        at += escapeLength;
+        from = at;
+    }
+    return from == 0 ? json : result + json.mid(from);
+}
+
 } // namespace
 
 /// Decodes payloads and owns the buffers that the returned views refer to.
@@ -176,15 +198,19 @@ struct StreamEventParser::Decoder
         if (document.error() == simdjson::UTF8_ERROR) {
             repaired =
                 QString::fromUtf8(payload.data(), static_cast<qsizetype>(payload.size())).toUtf8();
-            document =
-                parser.parse(repaired.constData(), static_cast<std::size_t>(repaired.size()));
+            payload = {repaired.constData(), static_cast<std::size_t>(repaired.size())};
+            document = parser.parse(payload.data(), payload.size());
         }
-        if (document.error() == simdjson::NUMBER_ERROR) {
-            // simdjson rejects numbers out of range, which are valid JSON. QJsonDocument accepts
-            // them and serialises them in range.
-            const QJsonDocument lenient = QJsonDocument::fromJson(
-                QByteArray(payload.data(), static_cast<qsizetype>(payload.size())));
-            repaired = lenient.toJson(QJsonDocument::Compact);
+        if (document.error() == simdjson::NUMBER_ERROR ||
+            document.error() == simdjson::STRING_ERROR) {
+            // simdjson rejects numbers out of range and lone surrogates in escapes, which are valid
+            // JSON. QJsonDocument accepts both and serialises the numbers in range.
+            const auto object =
+                parseJsonObject(QByteArray(payload.data(), static_cast<qsizetype>(payload.size())));
+            if (!object)
+                return std::nullopt;
+            repaired =
+                withoutSurrogateEscapes(QJsonDocument(*object).toJson(QJsonDocument::Compact));
             document =
                 parser.parse(repaired.constData(), static_cast<std::size_t>(repaired.size()));
         }

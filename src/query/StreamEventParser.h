@@ -26,8 +26,8 @@ struct StreamEvent
 ///
 /// Input may be split anywhere. A line ends at LF, CR or CRLF only; in particular U+2028, which may
 /// occur inside the JSON, does not end it. Lines without the prefix, invalid JSON, other JSON
-/// values and unknown event types are silently skipped. Invalid UTF-8 is decoded as U+FFFD. Of
-/// duplicate keys, the last one wins.
+/// values and unknown event types are silently skipped. Invalid UTF-8 and lone surrogates in
+/// escapes are decoded as U+FFFD. Of duplicate keys, the last one wins.
 ///
 /// An integer field accepts a JSON number with an integral value that fits 64 bits (42 and 42.0,
 /// not "42", 42.5 or true); a boolean field accepts only true and false.

@@ -97,6 +97,7 @@ private Q_SLOTS:
         target("cut percent code", "/?token=a%2");
         target("percent code in another item", "/?x=%&token=abc");
         target("percent code that is no UTF-8", "/?token=%ff%fe");
+        target("percent code of an unfinished character", "/?token=a%c3");
         target("character that no URL has", "/?token=a<b>");
         target("impossible port", ":99999999/?token=abc");
         row("other method and path", "DELETE /whatever?token=p HTTP/1.0\r\n\r\n", "p");
@@ -109,6 +110,7 @@ private Q_SLOTS:
         row("bare line feeds", "GET /?token=abc\nHost: x\n\n");
         row("not UTF-8", QByteArray("GET /?token=\xff\xfe HTTP/1.1\r\n\r\n"));
         row("not UTF-8 in a later line", QByteArray("GET /?token=a HTTP/1.1\r\nX: \xff\r\n\r\n"));
+        row("unfinished character", QByteArray("GET /?token=a HTTP/1.1\r\nX: \xc3"));
         row("zero byte", QByteArray("GET /?token=a\0b HTTP/1.1\r\n\r\n", 28));
         row("zero bytes only", QByteArray(100, '\0'));
         row("nothing", "");

@@ -1,5 +1,6 @@
 #include "page/EngineWindow.h"
 #include "page/ResponsePage.h"
+#include "page/StreamedSlot.h"
 #include "page/WebEngineSetup.h"
 #include "support/TestProgram.h"
 
@@ -10,47 +11,6 @@
 using namespace quellora;
 
 namespace {
-
-/// Compares the slot with a render of everything it has been given, without highlighted code.
-const QString helpers = QStringLiteral(R"(
-    window.slot = document.getElementById('streaming-response');
-    window.whole = document.createElement('div');
-    window.hljs = { highlightElement() {} };
-    window.withoutGroups = () => {
-        if (!slot.querySelector('.group'))
-            return slot.innerHTML;
-        const copy = slot.cloneNode(true);
-        for (const group of [...copy.querySelectorAll('.group')].reverse()) {
-            if (group.parentNode.nodeName === 'PRE') {
-                group.parentNode.lastChild.prepend(...group.firstChild.childNodes);
-                group.remove();
-            } else {
-                group.replaceWith(...group.childNodes);
-            }
-        }
-        return copy.innerHTML;
-    };
-    /// What differs while the answer grows by @p step characters, or by up to twice as many if there is
-    /// a @p seed, and in the end; empty if nothing.
-    window.differences = (text, step, seed) => {
-        let state = seed;
-        const nextStep = () => {
-            state = (Math.imul(state, 1664525) + 1013904223) >>> 0;
-            return seed ? 1 + (state >>> 8) % (2 * step) : step;
-        };
-        for (let start = 0, end = 0; start < text.length; start = end) {
-            end += nextStep();
-            answers.append(text.slice(start, end));
-            answers.show(whole, text.slice(0, end));
-            if (withoutGroups() !== whole.innerHTML)
-                return [end, withoutGroups(), whole.innerHTML].join('\n----\n');
-        }
-        answers.finish();
-        const isSame = slot.childNodes.length === whole.childNodes.length &&
-            [...slot.childNodes].every((node, i) => node.isEqualNode(whole.childNodes[i]));
-        return isSame ? '' : 'the final tree is another one';
-    };
-)");
 
 /// The examples of the CommonMark specification by section.
 QList<QPair<QString, QStringList>> examples()
@@ -112,7 +72,7 @@ private:
         PageContent page{responsepage::streamingShellPage(
             std::nullopt, QStringLiteral("q"), QDateTime::currentDateTime(), std::nullopt, {}, {})};
         const bool isLoaded = m_engine.load(page);
-        m_engine.value(helpers);
+        m_engine.value(streamedSlotHelpers);
         return isLoaded;
     }
     QString literal(const QString &text) const

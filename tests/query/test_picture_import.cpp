@@ -137,6 +137,7 @@ private Q_SLOTS:
         QTest::newRow("signature") << png.left(8);
         QTest::newRow("half a PNG") << png.left(png.size() / 2);
         QTest::newRow("garbled PNG") << png.left(40) + QByteArray(png.size() - 40, 'x');
+        QTest::newRow("PNG without its end") << png.left(png.size() - 12);
         QTest::newRow("start of a JPEG") << QByteArray("\xff\xd8\xff\xe0");
         QTest::newRow("JPEG without a side") << jpegOfSize(0, 100);
         QTest::newRow("head of a WebP") << QByteArray("RIFF\4\0\0\0WEBP", 12);
@@ -147,6 +148,26 @@ private Q_SLOTS:
     {
         QFETCH(QByteArray, bytes);
         QCOMPARE(problem(bytes), damaged);
+    }
+
+    /// A file of 57 bytes, one chunk of which claims to have a gigabyte.
+    void chunksThatAreLongerThanTheFileReserveNoMemory()
+    {
+        const auto peak = [] {
+            QFile status(QStringLiteral("/proc/self/status"));
+            if (!status.open(QIODevice::ReadOnly))
+                return -1;
+            const QByteArray text = status.readAll();
+            const qsizetype at = text.indexOf("VmHWM:") + 6;
+            return text.mid(at, text.indexOf("kB", at) - at).trimmed().toInt();
+        };
+        const int before = peak();
+        QCOMPARE(problem(QByteArray::fromBase64("iVBORw0KGgoAAAANSUhEUgAAAAEAAAABAQMAAAAl21bKP"
+                                                "////2lUWHQp1YOAAAAAAElFTkSuQmCC")),
+                 damaged);
+        if (before < 0)
+            QSKIP("This system does not tell how much memory was used");
+        QVERIFY(peak() - before < 200'000);
     }
 
     void sizesAreLimited()

@@ -138,6 +138,16 @@ void TestStreamEventParser::parsesPayloads_data()
         "b\xc3\"}",
         chunk(QStringLiteral("a\ufffdb\ufffd")));
 
+    row("invalid UTF-8 and a huge number",
+        R"(data: {"n":123456789012345678901234567890,"type":"chunk","text":"a)"
+        "\xff\"}",
+        chunk(QStringLiteral("a\ufffd")));
+    row("lone surrogate", chunkLine(R"(a\ud83d)"), chunk(QStringLiteral("a\ufffd")));
+    row("lone surrogates among escapes", chunkLine(R"(\\ud83d\uDC00\ud83d\ude00\"\ud800\ud800\n)"),
+        chunk(QStringLiteral("\\ud83d\ufffd\U0001F600\"\ufffd\ufffd\n")));
+    row("lone surrogate in a key", R"(data: {"\udfff":1,"type":"chunk","text":"x"})",
+        chunk(QStringLiteral("x")));
+
     row("no space after the colon", R"(data:{"type":"chunk","text":"x"})", none);
     row("upper-case prefix", R"(DATA: {"type":"chunk","text":"x"})", none);
     row("leading space", R"( data: {"type":"chunk","text":"x"})", none);
@@ -163,6 +173,13 @@ void TestStreamEventParser::parsesPayloads_data()
     row("bad escape", R"(data: {"type":"chunk","text":"\q"})", none);
     row("single quotes", "data: {'type':'chunk','text':'x'}", none);
     row("control character", chunkLine("a\tb"), none);
+    row("NUL in a text", chunkLine(QByteArray("a\0b", 3)), none);
+    row("NUL after the object", chunkLine("a") + QByteArray("\0", 1), none);
+    row("NUL before the prefix", QByteArray("\0", 1) + chunkLine("a"), none);
+    row("comment", ": " + chunkLine("a"), none);
+    row("number that only the lenient parser takes",
+        R"(data: {"type":"chunk","text":"x","n":123456789012345678901234567890,"m":1.})", none);
+    row("escape beside a lone surrogate", chunkLine(R"(\ud800\x)"), none);
 
     row("done",
         R"(data: {"type":"done","tokensRemaining":900,"usageWarning75":true,)"

@@ -31,6 +31,23 @@ TEST(EventStreamReader, ParsesPiecesOfAnySizeAndAllLineEndings)
         EXPECT_EQ(read(stream, piece), expected) << piece;
 }
 
+TEST(EventStreamReader, SkipsOneByteOrderMarkAtTheBeginningOnly)
+{
+    const std::string mark = "\xEF\xBB\xBF";
+    for (const std::size_t piece : {1U, 2U, 1000U}) {
+        EXPECT_EQ(read(mark + "data: 1\n\n" + mark + "data: 2\n\ndata: 3\n\n", piece),
+                  (std::vector<std::string>{"1", "3"}));
+        EXPECT_EQ(read(mark + mark + "data: 1\n\ndata: 2\n\n", piece),
+                  (std::vector<std::string>{"2"}));
+    }
+}
+
+TEST(EventStreamReader, KeepsNulsInData)
+{
+    const std::string data("a\0b", 3);
+    EXPECT_EQ(read("data: " + data + "\n\n", 1), (std::vector<std::string>{data}));
+}
+
 TEST(EventStreamReader, StopsWhenTheHandlerReturnsFalse)
 {
     int count = 0;

@@ -1,3 +1,4 @@
+#include "base/JsonAccess.h"
 #include "base/Secrets.h"
 #include "base/Text.h"
 
@@ -17,6 +18,41 @@ TEST(Text, FormFieldsAreDecodedAndTheFirstOfEqualNamesWins)
     EXPECT_EQ(fields.at("d"), "e=f");
 }
 
+TEST(Text, FormFieldsAreValidUtf8)
+{
+    const auto fields = formFields("a=%C3%A9&b=x%FFy%C3&%80=%F0%9F%98%80&c=%ED%A0%80&d=%C0%AF");
+    EXPECT_EQ(fields.at("a"), "\xC3\xA9");
+    EXPECT_EQ(fields.at("b"), "x\xEF\xBF\xBDy\xEF\xBF\xBD");
+    EXPECT_EQ(fields.at("\xEF\xBF\xBD"), "\xF0\x9F\x98\x80");
+    EXPECT_EQ(fields.at("c"), "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD");
+    EXPECT_EQ(fields.at("d"), "\xEF\xBF\xBD\xEF\xBF\xBD");
+}
+
+TEST(JsonAccess, NothingMayFollowTheObject)
+{
+    EXPECT_TRUE(parsedObject("{\"a\":1} \n"));
+    EXPECT_FALSE(parsedObject("{\"a\":1} x"));
+    EXPECT_FALSE(parsedObject(std::string_view("{\"a\":1}\0 x", 10)));
+    EXPECT_FALSE(parsedObject(std::string_view("{\"a\":1}\0", 8)));
+}
+
+TEST(JsonAccess, CountsAreWholeAndBounded)
+{
+    const auto count = [](const std::string &number) {
+        return countOf(parsedObject("{\"n\":" + number + "}").value(), "n");
+    };
+    EXPECT_EQ(count("0"), 0);
+    EXPECT_EQ(count("7"), 7);
+    EXPECT_EQ(count("1000000000"), 1'000'000'000);
+    EXPECT_EQ(count("9223372036854775807"), 1'000'000'000);
+    EXPECT_EQ(count("18446744073709551615"), 1'000'000'000);
+    EXPECT_FALSE(count("-1"));
+    EXPECT_FALSE(count("1.5"));
+    EXPECT_FALSE(count("1e30"));
+    EXPECT_FALSE(count("\"7\""));
+    EXPECT_FALSE(countOf(parsedObject("{}").value(), "n"));
+}
+
 TEST(Text, HtmlIsEscaped)
 {
     EXPECT_EQ(htmlEscaped("<a href=\"x\">&'"), "&lt;a href=&quot;x&quot;&gt;&amp;&#39;");
@@ -27,6 +63,7 @@ TEST(Text, Base64AcceptsOnlyThePaddedStandardForm)
     const std::string bytes("\x00\xFF\x10z", 4);
     EXPECT_EQ(base64Decoded(base64Encoded(bytes)), bytes);
     EXPECT_EQ(base64Decoded(""), "");
+    EXPECT_FALSE(base64Decoded("L\xEF\xBF\xBD"));
     EXPECT_FALSE(base64Decoded("AP8Q"
                                "eg"));
     EXPECT_FALSE(base64Decoded("AP8Q\neg=="));

@@ -134,7 +134,9 @@ const withFormulas = nodes => {
     for (const node of nodes) {
         if (node.nodeType !== Node.ELEMENT_NODE)
             continue;
-        for (const code of node.querySelectorAll(`code[class^="${mathLanguage}"]`)) {
+        // An answer may name any language; what follows the prefix becomes a class of the page.
+        for (const code of node.querySelectorAll(
+            `code[class="${mathLanguage}inline"], code[class="${mathLanguage}display"]`)) {
             if (code.parentNode.nodeName === 'PRE')
                 continue;
             const source = code.textContent;
