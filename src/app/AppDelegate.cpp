@@ -169,7 +169,7 @@ void AppDelegate::deleteLoginLater()
         Qt::QueuedConnection);
 }
 
-QString AppDelegate::handleCommand(const RemoteCommand &command)
+QString AppDelegate::handleCommand(const RemoteCommand &command, const QString &operand)
 {
     switch (command.kind) {
     case RemoteCommand::Kind::Show:
@@ -179,17 +179,27 @@ QString AppDelegate::handleCommand(const RemoteCommand &command)
         log(QStringLiteral("Command: quit"));
         m_collaborators.quit();
         return {};
+    case RemoteCommand::Kind::Prompt:
     case RemoteCommand::Kind::Action:
         break;
     }
     if (!m_overlay)
         return QStringLiteral("sign in first");
+    std::optional<PromptPreset> prompt;
+    if (command.kind == RemoteCommand::Kind::Prompt) {
+        prompt = m_prompts.named(operand);
+        if (!prompt)
+            return QStringLiteral("no prompt has this name");
+    }
     log(QStringLiteral("Command: ") + QLatin1StringView(command.name));
     if (!m_collaborators.defaults.boolValue(actionCommandsUsed).value_or(false)) {
         m_collaborators.defaults.setBool(actionCommandsUsed, true);
         reportKeys();
     }
-    handleHotkey(command.action);
+    if (prompt)
+        m_overlay->captureAndSendPrompt(prompt->text);
+    else
+        handleHotkey(command.action);
     return {};
 }
 

@@ -60,7 +60,7 @@ public:
     /// Clears the session and unregisters every hot key.
     void applicationWillTerminate();
     /// Runs a command from another process. Returns why it is refused, or an empty text.
-    QString handleCommand(const RemoteCommand &command);
+    QString handleCommand(const RemoteCommand &command, const QString &operand = {});
 
     const std::optional<VantiroConfig> &config() const { return m_config; }
     LoginPresenter *loginWindow() const { return m_login.get(); }

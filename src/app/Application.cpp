@@ -99,8 +99,9 @@ int Application::run()
 {
     connect(qApp, &QCoreApplication::aboutToQuit, this,
             [this] { m_delegate->applicationWillTerminate(); });
-    m_instance->listen(
-        [this](const RemoteCommand &command) { return m_delegate->handleCommand(command); });
+    m_instance->listen([this](const RemoteCommand &command, const QString &operand) {
+        return m_delegate->handleCommand(command, operand);
+    });
     if (ScreenSource *source = m_platform->screenSource())
         m_instance->servePictures([this, source](ScreenSource::Area area) {
             if (!m_platform->desktopSession().isLocked())

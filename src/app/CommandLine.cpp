@@ -21,8 +21,12 @@ QByteArray helpText()
                       "is running.\n"
                       "\n"
                       "Commands for the running Quellora:\n";
-    for (const RemoteCommand &command : remoteCommands)
-        text += "  " + QByteArray(command.name).leftJustified(21) + command.summary + '\n';
+    for (const RemoteCommand &command : remoteCommands) {
+        QByteArray usage = command.name;
+        if (command.takesOperand())
+            usage += " NAME";
+        text += "  " + usage.leftJustified(21) + command.summary + '\n';
+    }
     text += "\n"
             "Commands for the stored threads, with or without a running Quellora:\n"
             "  export ID --format md|html|pdf [--force] FILE\n"
@@ -43,7 +47,10 @@ QByteArray helpText()
 
 CommandLine refusal(const QByteArray &reason)
 {
-    return {CommandLine::Mode::Refuse, nullptr, false,
+    return {CommandLine::Mode::Refuse,
+            nullptr,
+            {},
+            false,
             "quellora: " + reason + "; see quellora --help\n"};
 }
 
@@ -52,9 +59,12 @@ std::optional<CommandLine> informationFor(const QByteArray &argument)
 {
     using Mode = CommandLine::Mode;
     if (argument == "-h" || argument == "--help")
-        return CommandLine{Mode::Print, nullptr, false, helpText()};
+        return CommandLine{Mode::Print, nullptr, {}, false, helpText()};
     if (argument == "-v" || argument == "--version")
-        return CommandLine{Mode::Print, nullptr, false,
+        return CommandLine{Mode::Print,
+                           nullptr,
+                           {},
+                           false,
                            QByteArray("quellora ") + AppConfig::appVersion + '\n'};
     return std::nullopt;
 }
@@ -119,7 +129,8 @@ CommandLine CommandLine::parse(const QByteArrayList &arguments)
     if (arguments.value(0) == exportCommand)
         return parseExport(arguments.mid(1));
     CommandLine line;
-    for (const QByteArray &argument : arguments) {
+    for (qsizetype i = 0; i < arguments.size(); ++i) {
+        const QByteArray &argument = arguments[i];
         if (const auto information = informationFor(argument))
             return *information;
         if (argument == startOption) {
@@ -137,6 +148,14 @@ CommandLine CommandLine::parse(const QByteArrayList &arguments)
             return refusal("only one command is possible");
         line.command = command;
         line.mode = Mode::Send;
+        if (!command->takesOperand())
+            continue;
+        // As on the wire: one line of UTF-8.
+        line.operand = QString::fromLocal8Bit(arguments.value(++i)).simplified().toUtf8();
+        if (line.operand.isEmpty())
+            return refusal(QByteArray(command->name) + " needs a name");
+        if (line.operand.size() > RemoteCommand::maximumOperand)
+            return refusal("the name is too long");
     }
     if (line.startsIfNotRunning && !line.command)
         return refusal(QByteArray(startOption) + " needs a command");

@@ -51,6 +51,8 @@ struct CommandLine
 
     Mode mode = Mode::Run;
     const RemoteCommand *command = nullptr;
+    /// Of the command, in UTF-8; empty if it takes none.
+    QByteArray operand = {};
     /// Start the program if the command finds none running.
     bool startsIfNotRunning = false;
     QByteArray text;

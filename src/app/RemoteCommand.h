@@ -16,6 +16,8 @@ struct RemoteCommand
     enum class Kind {
         /// Runs a hot key's action.
         Action,
+        /// Captures and sends with the prompt at hand of this name, the command's operand.
+        Prompt,
         /// Brings the current window to the front.
         Show,
         /// Quits as the menu does.
@@ -23,21 +25,27 @@ struct RemoteCommand
     };
 
     const char *name = nullptr;
-    /// One line for `--help`.
+    /// One line for `--help`, with the operand if there is one.
     const char *summary = nullptr;
     Kind kind = Kind::Action;
     /// For Kind::Action.
     HotkeyAction action = HotkeyAction::Capture;
+
+    /// The command is followed by one operand, which is not empty.
+    constexpr bool takesOperand() const { return kind == Kind::Prompt; }
+    /// Longest operand, in bytes of UTF-8.
+    static constexpr qsizetype maximumOperand = 200;
 };
 
 /// The hot keys' actions in the order of hotkeyActions, then the others.
 inline constexpr auto remoteCommands = [] {
-    std::array<RemoteCommand, hotkeyActions.size() + 2> commands{};
+    std::array<RemoteCommand, hotkeyActions.size() + 3> commands{};
     auto *next = std::transform(hotkeyActions.begin(), hotkeyActions.end(), commands.begin(),
                                 [](const HotkeyActionInfo &info) {
                                     return RemoteCommand{info.command, info.summary,
                                                          RemoteCommand::Kind::Action, info.action};
                                 });
+    *next++ = {"prompt", "capture and send with the prompt NAME", RemoteCommand::Kind::Prompt};
     *next++ = {"show", "bring the window to the front", RemoteCommand::Kind::Show};
     *next = {"quit", "quit the running program", RemoteCommand::Kind::Quit};
     return commands;

@@ -44,8 +44,10 @@ qsizetype maxCommandLine()
     qsizetype longest = 0;
     for (const PictureRequest &request : pictureRequests)
         longest = std::max(longest, request.line.size());
-    for (const RemoteCommand &command : remoteCommands)
-        longest = std::max(longest, QByteArrayView(command.name).size());
+    for (const RemoteCommand &command : remoteCommands) {
+        const qsizetype operand = command.takesOperand() ? 1 + RemoteCommand::maximumOperand : 0;
+        longest = std::max(longest, QByteArrayView(command.name).size() + operand);
+    }
     return longest + 1;
 }
 
@@ -55,7 +57,8 @@ bool isStartOfCommand(const QByteArray &text)
                     [&](const PictureRequest &request) { return request.line.startsWith(text); }))
         return true;
     return std::any_of(remoteCommands.begin(), remoteCommands.end(), [&](const auto &command) {
-        return QByteArray(command.name).startsWith(text);
+        const QByteArray name(command.name);
+        return name.startsWith(text) || (command.takesOperand() && text.startsWith(name + ' '));
     });
 }
 
@@ -112,7 +115,7 @@ bool SingleInstance::hasListener() const
     return socket.waitForConnected(1000);
 }
 
-SingleInstance::Reply SingleInstance::send(const RemoteCommand &command,
+SingleInstance::Reply SingleInstance::send(const RemoteCommand &command, const QByteArray &operand,
                                            std::chrono::milliseconds timeout)
 {
     const QDeadlineTimer deadline(timeout);
@@ -127,6 +130,8 @@ SingleInstance::Reply SingleInstance::send(const RemoteCommand &command,
         QThread::msleep(20);
     }
     socket.write(command.name);
+    if (!operand.isEmpty())
+        socket.write(' ' + operand);
     socket.write("\n");
     while (!socket.canReadLine()) {
         if (socket.bytesAvailable() > maxReply || !socket.waitForReadyRead(remainingMs(deadline)))
@@ -193,12 +198,16 @@ void SingleInstance::readCommand(QLocalSocket &connection)
         sendPicture(connection, picture->area);
         return;
     }
-    const RemoteCommand *command = findRemoteCommand(line);
-    if (!command || connection.bytesAvailable() > 0) {
+    const qsizetype blank = line.indexOf(' ');
+    const bool hasOperand = blank >= 0;
+    const QByteArray operand = hasOperand ? line.mid(blank + 1) : QByteArray();
+    const RemoteCommand *command = findRemoteCommand(hasOperand ? line.left(blank) : line);
+    if (!command || connection.bytesAvailable() > 0 || command->takesOperand() != hasOperand ||
+        hasOperand == operand.isEmpty() || operand.size() > RemoteCommand::maximumOperand) {
         connection.abort();
         return;
     }
-    const QString refusal = m_handler(*command);
+    const QString refusal = m_handler(*command, QString::fromUtf8(operand));
     connection.write((refusal.isEmpty() ? okReply : refusalReply + refusal.toUtf8()) + '\n');
     // At once: the command may end the event loop.
     connection.flush();

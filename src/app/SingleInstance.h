@@ -18,7 +18,8 @@ namespace quellora {
 /// Allows one running instance per user and display session. The first instance holds a lock file
 /// and listens on a private socket; later ones send it a command and exit. Main thread only.
 ///
-/// Protocol: one line with the name of a remote command; the reply is "ok", or "refused: " and the
+/// Protocol: one line with the name of a remote command and, behind a blank, its operand in UTF-8
+/// if it takes one; the reply is "ok", or "refused: " and the
 /// reason. The lines "picture", "picture-all" and "picture-window" ask for a picture of one screen,
 /// of all or of the window in front, on behalf of the capture tool: the reply is a line "picture
 /// WIDTH HEIGHT", followed by the pixels row by row, each a 32-bit word 0x??RRGGBB in the order of
@@ -58,9 +59,11 @@ public:
     };
     /// Sends a command to the running instance. Blocks until it has replied or @p timeout has
     /// passed. Needs no application object.
-    Reply send(const RemoteCommand &command, std::chrono::milliseconds timeout);
+    /// @param operand in UTF-8, one line; empty if the command takes none
+    Reply send(const RemoteCommand &command, const QByteArray &operand,
+               std::chrono::milliseconds timeout);
     /// Runs a command; returns why it is refused, in one line, or an empty text.
-    using Handler = std::function<QString(const RemoteCommand &command)>;
+    using Handler = std::function<QString(const RemoteCommand &command, const QString &operand)>;
     /// Starts listening for later instances; @p handler is called from the event loop. Requires
     /// the application object. Does nothing unless claim() has locked the session; logs a warning
     /// if listening fails.

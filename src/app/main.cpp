@@ -28,7 +28,7 @@ using namespace std::chrono_literals;
 /// Asks the running instance to raise its window; returns the exit code of this process.
 int raiseRunningInstance(SingleInstance &instance)
 {
-    const bool hasReplied = instance.send(*findRemoteCommand("show"), 2s).hasArrived;
+    const bool hasReplied = instance.send(*findRemoteCommand("show"), {}, 2s).hasArrived;
     Log::event(hasReplied
                    ? QStringLiteral("[main] Already running; that window was brought to the front")
                    : QStringLiteral("[main] ERROR: Already running, but it does not answer"));
@@ -43,12 +43,12 @@ int fail(const QByteArray &text, int code)
 
 /// Sends a command to the running instance; returns the exit code of this process, or nullopt if
 /// none runs.
-std::optional<int> sendCommand(const RemoteCommand &command)
+std::optional<int> sendCommand(const CommandLine &line)
 {
     SingleInstance instance(SingleInstance::runtimeFolder(), Platform::displaySession());
     if (!instance.hasListener())
         return std::nullopt;
-    const SingleInstance::Reply reply = instance.send(command, 2s);
+    const SingleInstance::Reply reply = instance.send(*line.command, line.operand, 2s);
     if (!reply.hasArrived)
         return fail("quellora: the running Quellora does not answer\n", EXIT_FAILURE);
     if (!reply.refusal.isEmpty())
@@ -93,7 +93,7 @@ int main(int argc, char **argv)
     case CommandLine::Mode::Export:
         return exportThread(line.exportRequest, argc, argv);
     case CommandLine::Mode::Send:
-        if (const std::optional<int> code = sendCommand(*line.command))
+        if (const std::optional<int> code = sendCommand(line))
             return *code;
         if (!line.startsIfNotRunning)
             return fail("quellora: Quellora is not running\n", CommandLine::notRunning);

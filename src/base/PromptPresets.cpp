@@ -109,6 +109,16 @@ std::optional<PromptPreset> PromptPresets::find(const QString &id) const
     return index < 0 ? std::nullopt : std::optional(m_list.at(index));
 }
 
+std::optional<PromptPreset> PromptPresets::named(const QString &name) const
+{
+    const QString wanted = cleanName(name);
+    for (const PromptPreset &prompt : m_list) {
+        if (prompt.name.compare(wanted, Qt::CaseInsensitive) == 0)
+            return prompt;
+    }
+    return find(wanted);
+}
+
 QString PromptPresets::cleanName(const QString &name)
 {
     return name.simplified();

@@ -43,6 +43,8 @@ public:
 
     const QList<PromptPreset> &list() const { return m_list; }
     std::optional<PromptPreset> find(const QString &id) const;
+    /// The prompt of this name in any case, else the one with this id.
+    std::optional<PromptPreset> named(const QString &name) const;
     bool isFull() const { return m_list.size() >= maximumCount; }
 
     /// Name and text as they are stored: the name in one line, neither blank at its ends.

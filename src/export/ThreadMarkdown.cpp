@@ -1,5 +1,7 @@
 #include "export/ThreadMarkdown.h"
 
+#include "export/AnswerMarkdown.h"
+
 #include <QLocale>
 #include <QRegularExpression>
 #include <QStringList>
@@ -173,6 +175,12 @@ QString ofThread(const CaptureSession &thread, const PictureLink &link)
         for (const CaptureSession::Screenshot &screenshot : thread.screenshots)
             text += pictureMarkdown(screenshot, link);
     }
+    QStringList answers;
+    for (const ThreadEntry &entry : entries) {
+        if (const auto *turn = std::get_if<CaptureSession::Turn>(&entry))
+            answers.append(turn->response);
+    }
+    answers = answermarkdown::withOwnFootnotes(answermarkdown::withoutPictures(answers));
     for (const ThreadEntry &entry : entries) {
         text += QStringLiteral("\n---\n\n");
         if (const auto *note = std::get_if<CaptureSession::Note>(&entry)) {
@@ -186,7 +194,8 @@ QString ofThread(const CaptureSession &thread, const PictureLink &link)
             text += pictureMarkdown(*screenshot, link);
         if (!turn.prompt.trimmed().isEmpty())
             text += QLatin1Char('\n') + quoted(escaped(turn.prompt)) + QLatin1Char('\n');
-        text += QStringLiteral("\n**Answer**\n\n") + closed(turn.response) + QLatin1Char('\n');
+        text +=
+            QStringLiteral("\n**Answer**\n\n") + closed(answers.takeFirst()) + QLatin1Char('\n');
     }
     return text;
 }

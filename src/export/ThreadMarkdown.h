@@ -25,7 +25,8 @@ QString escaped(const QString &text);
 QString closed(const QString &answer);
 
 /// A whole thread: the title, then notes, questions with their pictures, and answers in the order
-/// of their times. Ends with a line feed.
+/// of their times. Ends with a line feed. Of pictures it shows only the thread's own, see
+/// answermarkdown.
 QString ofThread(const CaptureSession &thread, const PictureLink &link);
 
 } // namespace quellora::threadmarkdown

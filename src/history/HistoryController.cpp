@@ -155,25 +155,25 @@ void HistoryController::finishLoading()
     Q_EMIT progressChanged();
 }
 
-void HistoryController::loadSession(const QUuid &id)
+void HistoryController::loadSession(const QUuid &id, const std::optional<FoundText> &found)
 {
     setNotice({});
     if (const auto &current = m_threads.currentSession(); current && current->id == id) {
         m_threads.continueThread();
-        onThreadOpened(*current);
+        onThreadOpened(*current, found);
         return;
     }
     m_requestedId = id;
     m_isRequestStale = false;
     whenFinished(m_library.load(id), this,
-                 [this, id](const ThreadLibrary::Result<CaptureSession> &session) {
+                 [this, id, found](const ThreadLibrary::Result<CaptureSession> &session) {
                      if (m_requestedId != id)
                          return;
                      m_requestedId = {};
                      // The thread changed while it was loading; its next save would lose the
                      // change.
                      if (m_isRequestStale) {
-                         loadSession(id);
+                         loadSession(id, found);
                          return;
                      }
                      if (!session) {
@@ -183,14 +183,17 @@ void HistoryController::loadSession(const QUuid &id)
                          return;
                      }
                      m_threads.openFromHistory(*session);
-                     onThreadOpened(*session);
+                     onThreadOpened(*session, found);
                  });
 }
 
-void HistoryController::onThreadOpened(const CaptureSession &session)
+void HistoryController::onThreadOpened(const CaptureSession &session,
+                                       const std::optional<FoundText> &found)
 {
     close();
     Q_EMIT threadOpened();
+    if (found)
+        Q_EMIT hitOpened(*found);
     log(QStringLiteral("Session %1 loaded from History (%2 notes, %3 turns, %4 screenshots)")
             .arg(uuidText(session.id))
             .arg(session.notes.size())

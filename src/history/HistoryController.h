@@ -45,7 +45,8 @@ public:
     void close();
     /// Makes a stored thread current and closes the sidebar. If it is the current thread already,
     /// it is not reloaded, so that its unsaved entries are not lost.
-    void loadSession(const QUuid &id);
+    /// @param found the text of the search for whose hit the thread is opened, if any
+    void loadSession(const QUuid &id, const std::optional<FoundText> &found = std::nullopt);
     /// Deletes a thread permanently and ends it if it is current. Nothing changes if its files
     /// cannot be removed.
     void deleteSession(const QUuid &id);
@@ -70,6 +71,8 @@ Q_SIGNALS:
 
     /// A stored thread became current and must be shown.
     void threadOpened();
+    /// Emitted after threadOpened() if the thread was opened for this hit.
+    void hitOpened(const quellora::FoundText &found);
     /// A thread has been deleted and is about to be forgotten; handlers must drop their references
     /// so that it is not saved again.
     void threadDeleted(const QUuid &id);
@@ -87,7 +90,7 @@ private:
     void applyChanges();
     void setNotice(const QString &notice);
     void logOpen() const;
-    void onThreadOpened(const CaptureSession &session);
+    void onThreadOpened(const CaptureSession &session, const std::optional<FoundText> &found);
     void onThreadDeleted(const QUuid &id);
     void applyTitle(const QUuid &id, const std::optional<QString> &title);
 

@@ -29,8 +29,8 @@ void HistorySearch::add(const QList<QUuid> &threads)
 {
     const bool wasRunning = isRunning();
     for (const QUuid &thread : threads) {
-        if (m_hits.contains(thread))
-            m_unconfirmed.insert(thread);
+        if (const auto known = m_hits.find(thread); known != m_hits.end())
+            known->search = 0;
     }
     if (m_added.isEmpty() && !threads.isEmpty())
         QMetaObject::invokeMethod(this, &HistorySearch::runAdded, Qt::QueuedConnection);
@@ -49,7 +49,6 @@ void HistorySearch::stop()
     const bool wasRunning = isRunning();
     cancel();
     m_hits.clear();
-    m_unconfirmed.clear();
     if (wasRunning)
         Q_EMIT runningChanged();
 }
@@ -59,8 +58,8 @@ std::optional<ThreadHit> HistorySearch::hitIn(const QUuid &thread) const
     const auto found = m_hits.constFind(thread);
     if (found == m_hits.constEnd())
         return std::nullopt;
-    ThreadHit hit = *found;
-    if (m_unconfirmed.contains(thread)) {
+    ThreadHit hit = found->hit;
+    if (found->search != m_search) {
         const std::string rest = hit.snippet.mid(hit.start).toStdString();
         if (const auto range = m_text->findIn(rest))
             hit.length = QString::fromUtf8(rest.data(), range->length).size();
@@ -98,18 +97,12 @@ void HistorySearch::run(const QList<QUuid> &threads)
 void HistorySearch::keepMatching(const ThreadQuery &query)
 {
     m_text.emplace(query.text, query.locale);
-    if (m_hits.isEmpty())
-        return;
+    ++m_search;
     const QByteArray reduced = m_text->reduced();
-    ThreadHits kept;
-    // What is not searched cannot be confirmed.
-    for (const QUuid &thread : query.threads) {
-        const auto hit = m_hits.constFind(thread);
-        if (hit != m_hits.constEnd() && hit->reduced.startsWith(reduced))
-            kept.insert(thread, *hit);
-    }
-    m_hits = std::move(kept);
-    m_unconfirmed = {m_hits.keyBegin(), m_hits.keyEnd()};
+    // In place, because there may be a hit in each of thousands of threads.
+    m_hits.removeIf([&](const auto &known) {
+        return query.threads.isEmpty() || !known.value().hit.reduced.startsWith(reduced);
+    });
 }
 
 void HistorySearch::batchFound(const ThreadHits &hits)
@@ -117,8 +110,7 @@ void HistorySearch::batchFound(const ThreadHits &hits)
     QSet<QUuid> changed;
     for (auto hit = hits.begin(); hit != hits.end(); ++hit) {
         const bool isKnown = hitIn(hit.key()) == *hit;
-        m_unconfirmed.remove(hit.key());
-        m_hits.insert(hit.key(), *hit);
+        m_hits.insert(hit.key(), {*hit, m_search});
         if (!isKnown)
             changed.insert(hit.key());
     }
@@ -134,9 +126,13 @@ void HistorySearch::finished(Watcher *watcher)
     m_running.erase(done);
     if (isRunning())
         return;
-    const QSet<QUuid> dropped = std::exchange(m_unconfirmed, {});
-    for (const QUuid &thread : dropped)
-        m_hits.remove(thread);
+    QSet<QUuid> dropped;
+    m_hits.removeIf([&](const auto &known) {
+        const bool isDropped = known.value().search != m_search;
+        if (isDropped)
+            dropped.insert(known.key());
+        return isDropped;
+    });
     if (!dropped.isEmpty())
         Q_EMIT hitsChanged(dropped);
     Q_EMIT runningChanged();

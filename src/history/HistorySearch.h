@@ -44,6 +44,14 @@ Q_SIGNALS:
 private:
     using Watcher = QFutureWatcher<ThreadHits>;
 
+    struct KnownHit
+    {
+        ThreadHit hit;
+        /// The search that found it last; 0 for one that is being searched again. The length of a
+        /// hit that the present search has not confirmed is that of an earlier text.
+        quint64 search = 0;
+    };
+
     void cancel();
     void run(const QList<QUuid> &threads);
     void runAdded();
@@ -55,10 +63,8 @@ private:
     ThreadQuery m_query;
     /// Marks hits of an earlier search; changes its buffers only.
     mutable std::optional<SearchText> m_text;
-    /// The lengths of unconfirmed ones are those of an earlier search.
-    ThreadHits m_hits;
-    /// Threads whose known hit the running searches have not confirmed.
-    QSet<QUuid> m_unconfirmed;
+    QHash<QUuid, KnownHit> m_hits;
+    quint64 m_search = 0;
     std::vector<std::unique_ptr<Watcher>> m_running;
     /// Threads to search in the next event loop iteration; a list being read adds many in a row.
     QList<QUuid> m_added;

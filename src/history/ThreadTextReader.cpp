@@ -98,6 +98,71 @@ constexpr std::array textKeys{TextKey{"notes", "text", Place::Note},
                               TextKey{"turns", "prompt", Place::Question},
                               TextKey{"turns", "response", Place::Answer}};
 
+/// Nothing if the member is no text that is searched.
+std::optional<Place> placeOf(std::string_view array, std::string_view key)
+{
+    const auto kind = std::find_if(textKeys.begin(), textKeys.end(), [&](const TextKey &each) {
+        return each.array == array && each.key == key;
+    });
+    return kind == textKeys.end() ? std::nullopt : std::optional(kind->place);
+}
+
+/// The hit in the versions of a turn that are not on show.
+template <typename Find>
+std::optional<ThreadHit> hitInVersions(ondemand::object versions, const Find &find)
+{
+    std::optional<ThreadHit> hit;
+    qsizetype position = 0;
+    qsizetype shown = 0;
+    for (ondemand::field member : versions) {
+        const std::string_view key = member.unescaped_key();
+        if (key == "shown") {
+            shown = qsizetype(int64_t(member.value().get_int64()));
+        } else if (key == "others") {
+            for (ondemand::object version : member.value().get_array()) {
+                for (ondemand::field text : version) {
+                    const auto place = placeOf("turns", text.unescaped_key());
+                    if (hit || !place)
+                        continue;
+                    hit = find(text.value().get_string(), *place);
+                    if (hit)
+                        hit->version = position;
+                }
+                ++position;
+            }
+        }
+    }
+    if (hit && *hit->version >= shown)
+        ++*hit->version;
+    return hit;
+}
+
+/// The hit in a note or a turn.
+template <typename Find>
+std::optional<ThreadHit> hitInEntry(ondemand::object entry, std::string_view array,
+                                    const Find &find)
+{
+    std::optional<ThreadHit> hit;
+    std::optional<ThreadHit> hitInOther;
+    std::string_view id;
+    for (ondemand::field member : entry) {
+        const std::string_view key = member.unescaped_key();
+        if (key == "id") {
+            id = member.value().get_string();
+        } else if (array == "turns" && key == "versions") {
+            if (!hit)
+                hitInOther = hitInVersions(member.value().get_object(), find);
+        } else if (const auto place = placeOf(array, key); place && !hit) {
+            hit = find(member.value().get_string(), *place);
+        }
+    }
+    if (!hit)
+        hit = std::move(hitInOther);
+    if (hit)
+        hit->entry = uuidFromText(textOf(id)).value_or(QUuid());
+    return hit;
+}
+
 } // namespace
 
 struct ThreadTextReader::Buffers
@@ -136,31 +201,31 @@ std::optional<ThreadHit> ThreadTextReader::find(const QUuid &id)
         return std::nullopt;
     std::fill_n(json.data() + *size, padding, '\0');
     try {
-        auto document = m_buffers->parser.iterate(
-            simdjson::padded_string_view(json.constData(), size_t(*size), size_t(json.size())));
-        for (ondemand::field field : document.get_object()) {
-            const std::string_view arrayKey = field.unescaped_key();
-            if (arrayKey != "notes" && arrayKey != "turns")
-                continue;
-            for (ondemand::object entry : field.value().get_array()) {
-                for (ondemand::field member : entry) {
-                    const std::string_view key = member.unescaped_key();
-                    const auto kind =
-                        std::find_if(textKeys.begin(), textKeys.end(), [&](const TextKey &each) {
-                            return each.array == arrayKey && each.key == key;
-                        });
-                    if (kind == textKeys.end())
-                        continue;
-                    if (auto hit = findIn(member.value().get_string(), kind->place))
-                        return hit;
-                }
-            }
-        }
-        return std::nullopt;
+        return findQuickly(*size);
     } catch (const simdjson::simdjson_error &) {
         // Not in the form that the program writes.
         return findStrictly(QByteArray::fromRawData(json.constData(), *size));
     }
+}
+
+/// Searches the description in the buffer, which has @p size bytes. Throws if it is not as
+/// expected.
+std::optional<ThreadHit> ThreadTextReader::findQuickly(qsizetype size)
+{
+    const QByteArray &json = m_buffers->json;
+    const auto find = [this](std::string_view text, Place place) { return findIn(text, place); };
+    auto document = m_buffers->parser.iterate(
+        simdjson::padded_string_view(json.constData(), size_t(size), size_t(json.size())));
+    for (ondemand::field field : document.get_object()) {
+        const std::string_view arrayKey = field.unescaped_key();
+        if (arrayKey != "notes" && arrayKey != "turns")
+            continue;
+        for (ondemand::object entry : field.value().get_array()) {
+            if (auto hit = hitInEntry(entry, arrayKey, find))
+                return hit;
+        }
+    }
+    return std::nullopt;
 }
 
 /// Decodes like loading a thread does.
@@ -170,14 +235,31 @@ std::optional<ThreadHit> ThreadTextReader::findStrictly(const QByteArray &json)
     if (!file)
         return std::nullopt;
     for (const auto &note : file->notes) {
-        if (auto hit = findIn(note.text.toStdString(), Place::Note))
+        if (auto hit = findIn(note.text.toStdString(), Place::Note)) {
+            hit->entry = note.id;
             return hit;
+        }
     }
     for (const auto &turn : file->turns) {
-        if (auto hit = findIn(turn.prompt.toStdString(), Place::Question))
+        // The version on show first.
+        QList<qsizetype> positions{turn.shownVersion};
+        for (qsizetype position = 0; position < turn.versionCount(); ++position) {
+            if (position != turn.shownVersion)
+                positions.append(position);
+        }
+        const QList<CaptureSession::TurnVersion> versions = turn.versions();
+        for (const qsizetype position : positions) {
+            const CaptureSession::TurnVersion &version = versions.at(position);
+            auto hit = findIn(version.prompt.toStdString(), Place::Question);
+            if (!hit)
+                hit = findIn(version.response.toStdString(), Place::Answer);
+            if (!hit)
+                continue;
+            hit->entry = turn.id;
+            if (position != turn.shownVersion)
+                hit->version = position;
             return hit;
-        if (auto hit = findIn(turn.response.toStdString(), Place::Answer))
-            return hit;
+        }
     }
     return std::nullopt;
 }

@@ -8,7 +8,8 @@
 
 namespace quellora {
 
-/// Searches the notes, questions and answers of stored threads. Opens no images.
+/// Searches the notes, questions and answers of stored threads, in turns with several versions
+/// first the one on show. Opens no images.
 ///
 /// Blocking; for use on a worker. Not reentrant, because buffers are reused between calls.
 class ThreadTextReader
@@ -28,6 +29,7 @@ public:
 private:
     struct Buffers;
 
+    std::optional<ThreadHit> findQuickly(qsizetype size);
     std::optional<ThreadHit> findStrictly(const QByteArray &json);
     std::optional<ThreadHit> findIn(std::string_view utf8, ThreadHit::Place place);
 

@@ -64,6 +64,8 @@ void HotkeyManager::setPrompts(const QList<PromptPreset> &prompts)
     }
     // The lines contain the prompts' names.
     reportStandingProblems();
+    if (m_isOffered)
+        offer();
     Q_EMIT promptsChanged();
 }
 
@@ -317,9 +319,14 @@ void HotkeyManager::withdrawRefusals()
 
 void HotkeyManager::offerToDesktop()
 {
-    if (!m_desktop || std::exchange(m_isOffered, true))
-        return;
+    if (m_desktop && !m_isOffered)
+        offer();
+}
+
+void HotkeyManager::offer()
+{
     QList<DesktopShortcuts::Action> actions;
+    QMap<QString, QString> names;
     for (const HotkeyId &id : ids()) {
         QString description = id.isPrompt()
                                   ? title(id, m_answerer)
@@ -327,7 +334,12 @@ void HotkeyManager::offerToDesktop()
         description.front() = description.front().toUpper();
         actions << DesktopShortcuts::Action{id.command(), description,
                                             HotkeyCombo::parse(std::as_const(m_combos)[id])};
+        names.insert(id.command(), description);
     }
+    // Their order is of no interest to the desktop.
+    if (std::exchange(m_isOffered, true) && names == m_offered)
+        return;
+    m_offered = names;
     m_desktop->offer(actions);
 }
 

@@ -77,9 +77,9 @@ public:
     /// @return whether the new combo is in force
     bool updateHotkey(const QString &jsonKey, const QString &combo);
 
-    /// Offers the actions to the desktop, with the combos in force as a suggestion. Call after
-    /// start(). The desktop may ask the user. No effect after the first time and where the desktop
-    /// has no shortcuts.
+    /// Offers the actions to the desktop, with the combos in force as a suggestion, and from then
+    /// on again whenever a prompt is added, renamed or removed. Call after start(). The desktop may
+    /// ask the user. No effect after the first time and where the desktop has no shortcuts.
     void offerToDesktop();
     Delivery delivery() const;
     /// The key that the desktop assigned to an action, in its words; empty if there is none.
@@ -134,6 +134,8 @@ private:
     QString promptName(const HotkeyId &id) const;
     void handlePress(GlobalHotkeys::Registration registration);
     void fire(const HotkeyId &id);
+    /// Unless the desktop knows the actions already.
+    void offer();
     bool isDesktopDelivering() const;
     void followDesktop();
     void withdrawRefusals();
@@ -145,6 +147,8 @@ private:
     ProblemSink m_problemSink;
     DesktopShortcuts *m_desktop;
     bool m_isOffered = false;
+    /// The descriptions offered, by the action's command.
+    QMap<QString, QString> m_offered;
     /// The combos in force.
     HotkeyCombos m_combos;
     /// Whether combos are registered unless the desktop delivers presses.

@@ -70,15 +70,28 @@ void AnswerReader::hush()
 void AnswerReader::readStrip()
 {
     const OverlayModel &overlay = m_collaborators.overlay;
-    const Strip before = std::exchange(m_strip, {overlay.status(), overlay.saveState(),
-                                                 overlay.usageTier(), overlay.takesClicks()});
+    const Strip before =
+        std::exchange(m_strip, {overlay.status(), overlay.saveState(), overlay.usageTier(),
+                                overlay.takesClicks(), overlay.canAskAgain()});
+    QString version = m_version;
+    // While an answer arrives or a message covers the thread, the version stays the same.
+    if (overlay.versionCount() > 1)
+        version = QStringLiteral("Version %1 of %2")
+                      .arg(overlay.shownVersion() + 1)
+                      .arg(overlay.versionCount());
+    const bool isOtherVersion = std::exchange(m_version, version) != version;
     if (!isActive())
         return;
     if (m_strip.status != before.status) {
         const bool isComplete = before.status == OverlayModel::Status::Streaming &&
                                 m_strip.status == OverlayModel::Status::Answer;
         m_announcer.sayState(isComplete ? QStringLiteral("Answer complete") : overlay.statusText());
+        const bool hasFailed = before.status == OverlayModel::Status::Waiting && !isComplete;
+        if (hasFailed && m_strip.canAskAgain && !before.canAskAgain)
+            m_announcer.say({QStringLiteral("Retry is offered")});
     }
+    if (isOtherVersion)
+        m_announcer.say({m_version});
     if (m_strip.saveState != before.saveState &&
         m_strip.saveState == OverlayModel::SaveState::Failed)
         m_announcer.say({QStringLiteral("Not saved: ") + overlay.saveProblem()});

@@ -14,9 +14,9 @@ class BottomPanelsModel;
 class StreamingRenderer;
 
 /// Reads answers out to screen readers as they arrive, sentence by sentence, and says what changes
-/// in the strip: the status, notices, a failed save, usage, where clicks go. A blocking message and
-/// an attached screenshot are said as well. Does nothing unless a screen reader runs and the panel
-/// is visible. Main thread only.
+/// in the strip: the status, notices, a failed save, usage, where clicks go, which version is on
+/// show, Retry after a failure. A blocking message and an attached screenshot are said as well.
+/// Does nothing unless a screen reader runs and the panel is visible. Main thread only.
 class AnswerReader : public QObject
 {
     Q_OBJECT
@@ -49,6 +49,7 @@ private:
         OverlayModel::SaveState saveState = OverlayModel::SaveState::None;
         OverlayModel::UsageTier usage = OverlayModel::UsageTier::Grey;
         bool takesClicks = false;
+        bool canAskAgain = false;
     };
 
     bool isActive() const;
@@ -62,6 +63,8 @@ private:
     /// The answer that arrives is being read out.
     bool m_isReading = false;
     Strip m_strip;
+    /// The version on show as said last; empty if there was none to choose.
+    QString m_version;
     QString m_messageId;
     bool m_isAttached = false;
 };

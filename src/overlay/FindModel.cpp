@@ -7,6 +7,7 @@ namespace quellora {
 void FindModel::attach(ResponseDisplay &display)
 {
     connect(this, &FindModel::findRequested, &display, &ResponseDisplay::find);
+    connect(this, &FindModel::findInNextPageRequested, &display, &ResponseDisplay::findInNextPage);
     connect(this, &FindModel::nextRequested, &display, &ResponseDisplay::findNext);
     connect(this, &FindModel::previousRequested, &display, &ResponseDisplay::findPrevious);
     connect(this, &FindModel::ended, &display, &ResponseDisplay::endFind);
@@ -48,6 +49,17 @@ void FindModel::open()
     m_isOpen = true;
     Q_EMIT isOpenChanged();
     Q_EMIT findRequested(m_text);
+}
+
+void FindModel::openAt(const QString &text, const QUuid &entry)
+{
+    m_text = text;
+    m_isAnswered = false;
+    m_isOpen = true;
+    Q_EMIT textChanged();
+    Q_EMIT resultChanged();
+    Q_EMIT isOpenChanged();
+    Q_EMIT findInNextPageRequested(text, entry);
 }
 
 void FindModel::close()

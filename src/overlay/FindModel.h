@@ -2,6 +2,7 @@
 
 #include <QObject>
 #include <QString>
+#include <QUuid>
 #include <QtQml/qqmlregistration.h>
 
 namespace quellora {
@@ -39,6 +40,9 @@ public:
     /// Opens the bar with the text searched last; no effect while it is open.
     Q_INVOKABLE void open();
     Q_INVOKABLE void close();
+    /// Opens the bar with a text whose occurrence in an entry of the thread is to be shown as soon
+    /// as the page that is being loaded is there.
+    void openAt(const QString &text, const QUuid &entry);
     /// No effect without matches.
     Q_INVOKABLE void next();
     Q_INVOKABLE void previous();
@@ -50,6 +54,7 @@ Q_SIGNALS:
 
     // Requests to the page.
     void findRequested(const QString &text);
+    void findInNextPageRequested(const QString &text, const QUuid &entry);
     void nextRequested();
     void previousRequested();
     void ended();

@@ -1,5 +1,6 @@
 #include "overlay/OverlayHistory.h"
 
+#include "overlay/FindModel.h"
 #include "overlay/NonFocusPanel.h"
 #include "overlay/OverlayModel.h"
 #include "panels/HamburgerMenuModel.h"
@@ -18,7 +19,7 @@ OverlayHistory::OverlayHistory(ThreadLibrary &library, ThreadController &threads
 }
 
 void OverlayHistory::attach(NonFocusPanel &panel, OverlayModel &overlay, HamburgerMenuModel &menu,
-                            QueryOrchestrator &orchestrator)
+                            QueryOrchestrator &orchestrator, FindModel &find)
 {
     menu.setHistoryAvailable(true);
     connect(&menu, &HamburgerMenuModel::historyRequested, this,
@@ -29,6 +30,12 @@ void OverlayHistory::attach(NonFocusPanel &panel, OverlayModel &overlay, Hamburg
             [this, &panel] { updateKeyboardFocus(panel); });
     connect(&m_history, &HistoryController::threadOpened, &orchestrator,
             &QueryOrchestrator::showCurrentThread);
+    connect(&m_history, &HistoryController::hitOpened, &find,
+            [&orchestrator, &find](const FoundText &found) {
+                if (found.version)
+                    orchestrator.showVersion(found.entry, *found.version);
+                find.openAt(found.text, found.entry);
+            });
     connect(&m_history, &HistoryController::threadDeleted, &orchestrator,
             &QueryOrchestrator::discardAnswers);
 }

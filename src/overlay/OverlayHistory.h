@@ -7,6 +7,7 @@
 
 namespace quellora {
 
+class FindModel;
 class HamburgerMenuModel;
 class NonFocusPanel;
 class OverlayModel;
@@ -23,7 +24,7 @@ public:
     /// Adds History to the menu and connects the sidebar. Call once. All arguments must outlive
     /// this object, except @p panel, which must be destroyed before the model it shows.
     void attach(NonFocusPanel &panel, OverlayModel &overlay, HamburgerMenuModel &menu,
-                QueryOrchestrator &orchestrator);
+                QueryOrchestrator &orchestrator, FindModel &find);
     /// Toggles the sidebar, which has keyboard focus while open.
     void historyButtonClicked();
     void close() { m_history.close(); }

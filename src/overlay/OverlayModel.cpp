@@ -188,7 +188,7 @@ void OverlayModel::setQuestionKnown(bool isKnown)
 
 int OverlayModel::versionCount() const
 {
-    return m_activity == Activity::Idle ? m_versionCount : 1;
+    return m_activity == Activity::Idle && !m_isThreadCovered ? m_versionCount : 1;
 }
 
 void OverlayModel::setVersions(int shown, int count)

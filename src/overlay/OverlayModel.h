@@ -115,8 +115,8 @@ public:
     void setQuestionKnown(bool isKnown);
     /// Position of the version of the last turn that is on show, from 0.
     int shownVersion() const { return m_shownVersion; }
-    /// Number of versions of the last turn; versions are offered if there are several and nothing
-    /// is under way.
+    /// Number of versions of the last turn; versions are offered if there are several, nothing is
+    /// under way and no message covers the thread.
     int versionCount() const;
     void setVersions(int shown, int count);
     /// What the right end of the strip shows, in order of precedence: activity, "Stopped", blocked

@@ -251,6 +251,14 @@ FocusScope {
         width: 28
         height: root.overlay.responseRect.height
     }
+    NoticeBubble {
+        objectName: "noticeBubble"
+        visible: strip.isNoticeShown && strip.isFinding
+        overlay: root.overlay
+        x: 12
+        y: strip.y + strip.height + 6
+        maximumWidth: root.width - 2 * x
+    }
 
     Loader {
         id: sidebar

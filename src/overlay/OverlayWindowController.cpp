@@ -6,6 +6,7 @@
 #include "base/Settings.h"
 #include "base/Text.h"
 #include "base/WhenFinished.h"
+#include "platform/PanelProperties.h"
 #include "platform/Platform.h"
 #include "query/PermissionChecker.h"
 
@@ -172,6 +173,10 @@ void OverlayWindowController::wireOverlay()
             });
     connect(&m_answerTextSize, &AnswerTextSize::changed, &m_overlay,
             [this] { m_overlay.setAnswerTextScale(m_answerTextSize.factor()); });
+    connect(&m_overlay, &OverlayModel::announced, &m_panel, [this](const QString &text) {
+        m_panel.setProperty(announcementProperty, QVariant());
+        m_panel.setProperty(announcementProperty, text);
+    });
     connect(&m_overlay, &OverlayModel::sliderMoved, this, &OverlayWindowController::sliderChanged);
     connect(&m_overlay, &OverlayModel::menuToggled, this,
             &OverlayWindowController::toggleHamburgerMenu);
@@ -253,7 +258,7 @@ void OverlayWindowController::wireOverlay()
             toggleHamburgerMenu();
     });
     if (m_history) {
-        m_history->attach(m_panel, m_overlay, m_menu, *m_orchestrator);
+        m_history->attach(m_panel, m_overlay, m_menu, *m_orchestrator, m_find);
         connect(&m_history->controller(), &HistoryController::threadDeleted, &m_display,
                 &ResponseDisplay::removePreviews);
         connect(m_history.get(), &OverlayHistory::currentThreadDeleted, this,

@@ -18,7 +18,8 @@ FocusScope {
     /// Receives the focus from the find bar if the item that had it before is gone.
     property Item prompt: null
     readonly property bool isFinding: find !== null && find.isOpen
-    /// The find bar takes the place of the title, in a narrow window also that of everything else.
+    /// The find bar takes the place of the title, in a narrow window also that of everything else but
+    /// the status's sign and Stop.
     readonly property bool isFindAlone: isFinding && (compact || width < Tokens.grown(600))
     readonly property int status: overlay.status
     readonly property bool hasStatus: status !== OverlayModel.Ready
@@ -38,6 +39,7 @@ FocusScope {
            + (stop.visible ? stop.width + right.spacing : 0)
            + (clicks.visible ? clicks.width + right.spacing : 0)
            + 22 + statusLabel.implicitWidth + right.edge + 12 > width
+    readonly property bool isRightEmpty: isFindAlone && !stop.visible && !hasStatus
     readonly property bool isBusy: status === OverlayModel.Waiting
                                    || status === OverlayModel.Streaming
 
@@ -159,7 +161,8 @@ FocusScope {
         id: findBar
         active: strip.find !== null
         x: strip.isFindAlone ? 6 : strip.textStart
-        width: Math.max(0, (strip.isFindAlone ? strip.width - 6 : right.x - 12) - x)
+        width: Math.max(0, (strip.isRightEmpty ? strip.width - 6
+                                               : right.x - (strip.isFindAlone ? 6 : 12)) - x)
         height: strip.textHeight
 
         sourceComponent: FindBar {
@@ -171,7 +174,7 @@ FocusScope {
     }
     Row {
         id: right
-        visible: !strip.isFindAlone
+        visible: !strip.isRightEmpty
         readonly property real edge: stop.visible || copy.visible || clicks.visible
                                      || retry.visible
                                      || latest.visible && !strip.hasStatus
@@ -185,7 +188,7 @@ FocusScope {
         UsageBadge {
             id: usage
             // Hidden in a compact window while a notice is shown.
-            visible: strip.overlay.isUsageShown
+            visible: strip.overlay.isUsageShown && !strip.isFindAlone
                      && (!strip.compact || !strip.isNoticeShown || activeFocus)
             overlay: strip.overlay
             isBarShown: !strip.compact || !strip.hasStatus
@@ -193,7 +196,7 @@ FocusScope {
         Button {
             id: back
             objectName: "backToThread"
-            visible: strip.overlay.isThreadCovered
+            visible: strip.overlay.isThreadCovered && !strip.isFindAlone
             text: strip.compact ? "" : qsTr("Back to thread")
             iconName: "chevron-left"
             leftPadding: 6
@@ -205,7 +208,8 @@ FocusScope {
         }
         Item {
             objectName: "status"
-            visible: strip.hasStatus && (!strip.compact || !strip.isNoticeShown)
+            visible: strip.hasStatus
+                     && (!strip.compact || !strip.isNoticeShown || strip.isFinding)
             width: (statusLabel.visible ? statusLabel.x + statusLabel.width : 14)
                    + (seconds.visible ? seconds.width + seconds.gap : 0)
             height: parent.height
@@ -232,8 +236,9 @@ FocusScope {
             Label {
                 id: statusLabel
                 // A compact window with other indicators shows only the icon.
-                visible: !strip.compact || strip.status === OverlayModel.Stopped
-                         || !(strip.overlay.isThreadCovered || notSaved.visible || strip.isCrowded)
+                visible: strip.status === OverlayModel.Stopped || !strip.isFindAlone
+                         && (!strip.compact || !(strip.overlay.isThreadCovered || notSaved.visible
+                                                 || strip.isCrowded))
                 x: strip.status === OverlayModel.Stopped ? 0 : 22
                 height: parent.height
                 text: strip.overlay.statusText
@@ -246,7 +251,7 @@ FocusScope {
             Label {
                 id: seconds
                 readonly property int gap: strip.status === OverlayModel.Streaming ? 8 : 4
-                visible: strip.isBusy && !strip.compact
+                visible: strip.isBusy && !strip.compact && !strip.isFindAlone
                 x: statusLabel.x + statusLabel.width + gap
                 height: parent.height
                 text: strip.overlay.secondsText
@@ -258,7 +263,7 @@ FocusScope {
         Button {
             id: latest
             objectName: "latest"
-            visible: strip.overlay.isLatestOffered
+            visible: strip.overlay.isLatestOffered && !strip.isFindAlone
             text: strip.compact ? "" : qsTr("Latest")
             iconName: "arrow-down"
             leftPadding: strip.compact ? 0 : 6
@@ -273,7 +278,8 @@ FocusScope {
             objectName: "stop"
             visible: strip.overlay.canStop
             // The smallest window has no room for the word beside all the other controls.
-            readonly property bool isShort: strip.compact && back.visible && clicks.visible
+            readonly property bool isShort: strip.isFindAlone
+                                            || strip.compact && back.visible && clicks.visible
             width: isShort ? 28 : 10 + 9 + 8 + stopLabel.implicitWidth + 10
             text: qsTr("Stop")
             tooltip: qsTr("Stop")
@@ -305,7 +311,7 @@ FocusScope {
         Row {
             id: versions
             objectName: "versions"
-            visible: strip.overlay.versionCount > 1
+            visible: strip.overlay.versionCount > 1 && !strip.isFindAlone
 
             /// Shows the next version in a direction. At the end the keyboard focus goes to the
             /// button that leads back.
@@ -349,7 +355,7 @@ FocusScope {
             }
         }
         Row {
-            visible: strip.overlay.canAskAgain
+            visible: strip.overlay.canAskAgain && !strip.isFindAlone
             y: Math.round((right.height - height) / 2)
 
             IconButton {
@@ -376,7 +382,7 @@ FocusScope {
             property bool isDone: false
 
             y: Math.round((right.height - height) / 2)
-            visible: strip.status === OverlayModel.Answer
+            visible: strip.status === OverlayModel.Answer && !strip.isFindAlone
             iconName: isDone ? "check" : "copy"
             foreground: isDone ? "#4fcf8c" : defaultForeground()
             name: isDone ? qsTr("Copied") : qsTr("Copy answer")
@@ -401,7 +407,7 @@ FocusScope {
             id: clicks
             objectName: "clicks"
             y: Math.round((right.height - height) / 2)
-            visible: strip.overlay.areClicksOffered
+            visible: strip.overlay.areClicksOffered && !strip.isFindAlone
             role: Accessible.CheckBox
             isSwitch: true
             isOn: strip.overlay.takesClicks

@@ -312,8 +312,11 @@ void ResponseDisplay::onLoadFinished(PageSurface::LoadId id)
     if (m_builtAppearance.captureHotkey != m_appearance.captureHotkey ||
         m_builtAppearance.answererName != m_appearance.answererName)
         pushHint();
-    if (m_findText)
-        pushFind(false);
+    if (m_findText) {
+        const bool isNewest = m_loadingPage == m_latestPage;
+        const QUuid entry = isNewest ? std::exchange(m_findEntry, {}) : QUuid();
+        pushFind(!entry.isNull(), entry);
+    }
     Q_EMIT pageFinished(m_loadingPage);
 }
 
@@ -437,16 +440,24 @@ void ResponseDisplay::onShowVersion(const QVariant &body)
 void ResponseDisplay::find(const QString &text)
 {
     m_findText = text;
+    m_findEntry = {};
     pushFind(true);
 }
 
-void ResponseDisplay::pushFind(bool isTyped)
+void ResponseDisplay::findInNextPage(const QString &text, const QUuid &entry)
 {
-    const QByteArray text = QJsonDocument(QJsonArray{*m_findText}).toJson(QJsonDocument::Compact);
-    m_surface.evaluateInBridge(QStringLiteral("finding.search(...%1, %2)")
-                                   .arg(QString::fromUtf8(text), isTyped
-                                                                     ? QStringLiteral("true")
-                                                                     : QStringLiteral("false")));
+    m_findText = text;
+    m_findEntry = entry;
+}
+
+void ResponseDisplay::pushFind(bool isScrolledTo, const QUuid &entry)
+{
+    QJsonArray arguments{*m_findText, isScrolledTo};
+    if (!entry.isNull())
+        arguments.append(uuidText(entry));
+    m_surface.evaluateInBridge(
+        QStringLiteral("finding.search(...%1)")
+            .arg(QString::fromUtf8(QJsonDocument(arguments).toJson(QJsonDocument::Compact))));
 }
 
 void ResponseDisplay::findNext()

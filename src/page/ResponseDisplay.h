@@ -118,6 +118,9 @@ public:
     /// first one from the visible part on; a blank text has none. Answered by findResultChanged(),
     /// again when the page grows.
     void find(const QString &text);
+    /// As find() from the page on that is being loaded, which scrolls to the first occurrence in
+    /// the note or turn @p entry; without one there, to the entry.
+    void findInNextPage(const QString &text, const QUuid &entry);
     /// Scrolls to the next or previous occurrence, around the ends.
     void findNext();
     void findPrevious();
@@ -167,7 +170,7 @@ private:
     void onNoteDelete(const QVariant &body);
     void onShowVersion(const QVariant &body);
     void onFindResult(const QVariant &body);
-    void pushFind(bool isTyped);
+    void pushFind(bool isScrolledTo, const QUuid &entry = {});
     void onLinkActivated(const QString &address);
 
     PageSurface &m_surface;
@@ -182,6 +185,8 @@ private:
     Content m_content = Content::Hint;
     /// The text to find; nothing while nothing is being found.
     std::optional<QString> m_findText;
+    /// The entry to scroll to in the page that is being loaded.
+    QUuid m_findEntry;
     PageId m_latestPage = 0;
     PageId m_loadingPage = 0;
     PageSurface::LoadId m_loadId = 0;

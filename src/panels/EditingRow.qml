@@ -18,14 +18,22 @@ Card {
         color: row.theme.accentText
     }
     Label {
+        id: words
         objectName: "editingWords"
         x: 34
         width: cancel.x - x - 8
         height: row.height
-        text: row.panels.isScreenshotKept ? qsTr("Editing the last question · with its screenshot")
-                                          : qsTr("Editing the last question")
+        text: !row.panels.isScreenshotKept ? qsTr("Editing the last question")
+              : withScreenshot.advanceWidth <= width ? withScreenshot.text
+                                                     : qsTr("Editing · with its screenshot")
         type: Tokens.control
         elide: Text.ElideRight
+
+        TextMetrics {
+            id: withScreenshot
+            font: words.font
+            text: qsTr("Editing the last question · with its screenshot")
+        }
     }
     IconButton {
         id: cancel

@@ -57,6 +57,43 @@ FocusScope {
         action()
     }
 
+    /// The fading end of rows that continue, with a chevron.
+    component Continuation: Rectangle {
+        id: continuation
+
+        required property Flickable flickable
+        property bool isAtTop: false
+
+        visible: flickable.contentHeight > flickable.height + 0.5
+                 && !(isAtTop ? flickable.atYBeginning : flickable.atYEnd)
+        x: 1
+        width: parent.width - 2
+        height: 30
+        radius: Tokens.radiusMenu - 1
+        gradient: Gradient {
+            GradientStop {
+                position: continuation.isAtTop ? 1 : 0
+                color: "#00242730"
+            }
+            GradientStop {
+                position: continuation.isAtTop ? 0.4 : 0.6
+                color: "#f0242730"
+            }
+            GradientStop {
+                position: continuation.isAtTop ? 0 : 1
+                color: "#242730"
+            }
+        }
+
+        Icon {
+            x: Math.round((continuation.width - width) / 2)
+            y: continuation.isAtTop ? 2 : continuation.height - height - 2
+            size: 14
+            name: continuation.isAtTop ? "chevron-up" : "chevron-down"
+            color: "#e8e8ea"
+        }
+    }
+
     Connections {
         target: host.menu
         function onPageChanged() {
@@ -458,6 +495,27 @@ FocusScope {
                     onTabbed: step => host.move(step)
                     onClicked: host.run(host.menu.signOutRequested)
                 }
+            }
+        }
+        Continuation {
+            objectName: "menuContinuesAbove"
+            flickable: scroller
+            isAtTop: true
+            y: 1
+        }
+        Continuation {
+            objectName: "menuContinuesBelow"
+            flickable: scroller
+            y: card.height - height - 1
+        }
+        Item {
+            x: card.width - 5
+            y: scroller.y
+            height: scroller.height
+
+            ScrollMark {
+                objectName: "menuScrollMark"
+                flickable: scroller
             }
         }
     }

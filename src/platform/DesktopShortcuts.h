@@ -27,10 +27,12 @@ public:
         QString description;
         /// Suggested to the desktop, which may ignore it.
         std::optional<QKeyCombination> preferred;
+
+        bool operator==(const Action &) const = default;
     };
 
-    /// Offers the actions to the desktop, which may ask the user. Call once; asynchronous, see
-    /// changed().
+    /// Offers the actions to the desktop, which may ask the user; again whenever there are others,
+    /// which replace them. Asynchronous, see changed().
     virtual void offer(const QList<Action> &actions) = 0;
     /// Applied while the desktop delivers presses, BestEffort until it has answered, else
     /// Unsupported. The reason is a sentence for the user.

@@ -424,8 +424,10 @@ private Q_SLOTS:
         f.signIn(account());
         f.calls.clear();
         f.log.clear();
-        for (const RemoteCommand &command : remoteCommands)
-            QCOMPARE(f.command(command.name), QString());
+        for (const RemoteCommand &command : remoteCommands) {
+            if (!command.takesOperand())
+                QCOMPARE(f.command(command.name), QString());
+        }
         QCOMPARE(f.calls,
                  (QStringList{"triggerCaptureAndSend", "clearContent", "toggleVisibility",
                               "adjustOpacity 0.1", "adjustOpacity -0.1", "captureNoSend",
@@ -437,6 +439,36 @@ private Q_SLOTS:
         // The session may end at any time.
         Q_EMIT f.notifications.sessionExpired();
         QCOMPARE(f.command("capture"), QString("sign in first"));
+    }
+
+    void commandSendsAPromptByItsName()
+    {
+        Fixture f;
+        f.launch();
+        const auto send = [&](const QString &name) {
+            return f.delegate->handleCommand(*findRemoteCommand("prompt"), name);
+        };
+        const PromptPreset explain = PromptPresets::builtIn().first();
+        QCOMPARE(send(explain.name), QString("sign in first"));
+        f.signIn(account());
+        f.calls.clear();
+        f.log.clear();
+        const QStringList sent{"captureAndSendPrompt " + explain.text};
+        for (const QString &name : {explain.name, explain.name.toUpper(), explain.id}) {
+            QCOMPARE(send(name), QString());
+            QCOMPARE(std::exchange(f.calls, {}), sent);
+        }
+        QCOMPARE(send("Nothing"), QString("no prompt has this name"));
+        QVERIFY(f.calls.isEmpty());
+        // Prompts' names are the user's.
+        QVERIFY(f.log.lines.contains("[AppDelegate] Command: prompt"));
+        QVERIFY(!f.log.lines.join('\n').contains(explain.name));
+        // A name comes before an id.
+        f.defaults.setString(
+            "promptPresets",
+            R"([{"id":"a","name":"b","text":"A"},{"id":"b","name":"c","text":"B"}])");
+        QCOMPARE(send("b"), QString());
+        QCOMPARE(f.calls, QStringList("captureAndSendPrompt A"));
     }
 
     void overlayStartSequence()

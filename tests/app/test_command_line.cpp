@@ -21,11 +21,32 @@ private Q_SLOTS:
     void sendsEveryCommand()
     {
         for (const RemoteCommand &command : remoteCommands) {
-            const CommandLine line = CommandLine::parse({command.name});
+            QByteArrayList arguments{command.name};
+            if (command.takesOperand())
+                arguments.append("Explain");
+            const CommandLine line = CommandLine::parse(arguments);
             QCOMPARE(line.mode, CommandLine::Mode::Send);
             QCOMPARE(line.command, &command);
+            QCOMPARE(line.operand, arguments.value(1));
             QVERIFY(!line.startsIfNotRunning);
         }
+    }
+
+    void operandIsOneLineOfText()
+    {
+        const CommandLine line =
+            CommandLine::parse({"--or-start", "prompt", "  F\xc3\xbcr\n  mich "});
+        QCOMPARE(line.operand, QByteArray("F\xc3\xbcr mich"));
+        QVERIFY(line.startsIfNotRunning);
+        // A prompt may be named like a command or an option.
+        QCOMPARE(CommandLine::parse({"prompt", "capture"}).operand, QByteArray("capture"));
+        QCOMPARE(CommandLine::parse({"prompt", "--or-start"}).operand, QByteArray("--or-start"));
+        for (const QByteArrayList &wrong :
+             {QByteArrayList{"prompt"},
+              {"prompt", " "},
+              {"prompt", "a", "b"},
+              {"prompt", QByteArray(RemoteCommand::maximumOperand + 1, 'x')}})
+            QCOMPARE(CommandLine::parse(wrong).mode, CommandLine::Mode::Refuse);
     }
 
     void everyActionHasOneCommand()

@@ -22,7 +22,7 @@ const RemoteCommand &show()
     return *findRemoteCommand("show");
 }
 
-QString accept(const RemoteCommand &)
+QString accept(const RemoteCommand &, const QString &)
 {
     return {};
 }
@@ -35,7 +35,7 @@ bool activateFromThread(const QString &folder, const QString &session,
     bool isDone = false;
     bool hasReplied = false;
     QThreadPool::globalInstance()->start([&] {
-        hasReplied = SingleInstance(folder, session).send(show(), timeout).hasArrived;
+        hasReplied = SingleInstance(folder, session).send(show(), {}, timeout).hasArrived;
         QMetaObject::invokeMethod(
             qApp, [&isDone] { isDone = true; }, Qt::QueuedConnection);
     });
@@ -56,7 +56,7 @@ private Q_SLOTS:
         SingleInstance first(folder.path(), ":1");
         QCOMPARE(first.claim(), SingleInstance::Claim::Acquired);
         int activations = 0;
-        first.listen([&activations](const RemoteCommand &) {
+        first.listen([&activations](const RemoteCommand &, const QString &) {
             ++activations;
             return QString();
         });
@@ -74,8 +74,10 @@ private Q_SLOTS:
         SingleInstance first(folder.path(), ":1");
         first.claim();
         QStringList commands;
-        first.listen([&commands](const RemoteCommand &command) {
+        first.listen([&commands](const RemoteCommand &command, const QString &operand) {
             commands.append(command.name);
+            if (!operand.isEmpty())
+                commands.last() += ' ' + operand;
             return command.kind == RemoteCommand::Kind::Quit ? QString()
                                                              : QString("not now — später");
         });
@@ -83,14 +85,48 @@ private Q_SLOTS:
             QLocalSocket socket;
             socket.connectToServer(first.socketPath());
             QVERIFY(socket.waitForConnected());
-            socket.write(QByteArray(command.name) + '\n');
+            const QByteArray line =
+                QByteArray(command.name) + (command.takesOperand() ? " Für mich" : "");
+            socket.write(line + '\n');
             QTRY_COMPARE(socket.state(), QLocalSocket::UnconnectedState);
-            QCOMPARE(commands.takeFirst(), QString(command.name));
+            QCOMPARE(commands.takeFirst(), QString::fromUtf8(line));
             QCOMPARE(QString::fromUtf8(socket.readAll()),
                      QString(command.kind == RemoteCommand::Kind::Quit
                                  ? "ok\n"
                                  : "refused: not now — später\n"));
         }
+    }
+
+    void operandsComeWithTheirCommandsOnly()
+    {
+        QTemporaryDir folder;
+        SingleInstance first(folder.path(), ":1");
+        first.claim();
+        QStringList operands;
+        first.listen([&operands](const RemoteCommand &, const QString &operand) {
+            operands.append(operand);
+            return QString();
+        });
+        const QByteArray longest(RemoteCommand::maximumOperand, 'x');
+        for (const QByteArray &line :
+             {QByteArray("prompt"), QByteArray("prompt "), QByteArray("capture x"),
+              QByteArray("capture "), "prompt " + longest + 'x', QByteArray("prompting x")}) {
+            QLocalSocket socket;
+            socket.connectToServer(first.socketPath());
+            QVERIFY(socket.waitForConnected());
+            socket.write(line + '\n');
+            QTRY_COMPARE(socket.state(), QLocalSocket::UnconnectedState);
+            QCOMPARE(socket.readAll(), QByteArray());
+        }
+        QVERIFY(operands.isEmpty());
+        QLocalSocket socket;
+        socket.connectToServer(first.socketPath());
+        QVERIFY(socket.waitForConnected());
+        socket.write("prompt " + longest.left(100));
+        QVERIFY(socket.waitForBytesWritten());
+        QTest::qWait(0);
+        socket.write(longest.mid(100) + '\n');
+        QTRY_COMPARE(operands, QStringList(longest));
     }
 
     void listenerIsFoundWithoutLocking()
@@ -113,11 +149,12 @@ private Q_SLOTS:
         QTemporaryDir folder;
         SingleInstance first(folder.path(), ":1");
         first.claim();
-        first.listen([](const RemoteCommand &) { return QString("not now — später"); });
+        first.listen(
+            [](const RemoteCommand &, const QString &) { return QString("not now — später"); });
         bool isDone = false;
         SingleInstance::Reply reply;
         QThreadPool::globalInstance()->start([&] {
-            reply = SingleInstance(folder.path(), ":1").send(show(), 30s);
+            reply = SingleInstance(folder.path(), ":1").send(show(), {}, 30s);
             QMetaObject::invokeMethod(
                 qApp, [&isDone] { isDone = true; }, Qt::QueuedConnection);
         });
@@ -182,7 +219,7 @@ private Q_SLOTS:
         file.close();
         QCOMPARE(next.claim(), SingleInstance::Claim::Acquired);
         int activations = 0;
-        next.listen([&activations](const RemoteCommand &) {
+        next.listen([&activations](const RemoteCommand &, const QString &) {
             ++activations;
             return QString();
         });
@@ -210,7 +247,7 @@ private Q_SLOTS:
         SingleInstance first(folder.path(), ":1");
         first.claim();
         int activations = 0;
-        first.listen([&activations](const RemoteCommand &) {
+        first.listen([&activations](const RemoteCommand &, const QString &) {
             ++activations;
             return QString();
         });
@@ -234,7 +271,7 @@ private Q_SLOTS:
         SingleInstance first(folder.path(), ":1");
         first.claim();
         int activations = 0;
-        first.listen([&activations](const RemoteCommand &) {
+        first.listen([&activations](const RemoteCommand &, const QString &) {
             ++activations;
             return QString();
         });
@@ -285,14 +322,14 @@ private Q_SLOTS:
         QVERIFY(hung.listen(first.socketPath()));
         QElapsedTimer timer;
         timer.start();
-        QVERIFY(!SingleInstance(folder.path(), ":1").send(show(), 200ms).hasArrived);
+        QVERIFY(!SingleInstance(folder.path(), ":1").send(show(), {}, 200ms).hasArrived);
         QVERIFY2(timer.elapsed() < 5000, qPrintable(QString::number(timer.elapsed())));
     }
 
     void missingListenerTimesOut()
     {
         QTemporaryDir folder;
-        QVERIFY(!SingleInstance(folder.path(), ":1").send(show(), 100ms).hasArrived);
+        QVERIFY(!SingleInstance(folder.path(), ":1").send(show(), {}, 100ms).hasArrived);
     }
 
     void unusableFolderDoesNotPreventStart()

@@ -32,9 +32,10 @@ class DesktopCase(E2ECase):
         if KIND == "gnome":
             E2ECase.desktop.grant_pictures()
 
-    def other(self):
+    def other(self, dragged_picture=None):
         """Another program that fills the screen and has the focus."""
-        program = OtherProgram(self.desktop, full_screen=KIND in ("kwin", "gnome"))
+        program = OtherProgram(self.desktop, full_screen=KIND in ("kwin", "gnome"),
+                               dragged_picture=dragged_picture)
         self.addCleanup(program.close)
         return program
 

@@ -64,6 +64,20 @@ class FindTest(StoredThreadsCase):
         access.wait_gone("Find in thread")
         access.wait_focused("")
 
+    def test_hit_of_history_is_shown(self):
+        self.start("First needle.\n\n" + LINES + "\n\nAnother needle.\n\n" + LINES)
+        access = self.app.access
+        access.press("Menu")
+        access.press("History")
+        access.wait_for("Search threads", focused=True)
+        self.desktop.type_text("another nee")
+        access.press(re.compile("^Where is the needle[?], "))
+        # The only one; the page shows the thread's end without it.
+        access.wait_for("1 of 1")
+        access.wait_for("Find in thread")
+        access.press("Close find")
+        access.wait_gone("Find in thread")
+
     def test_streaming_answer_is_counted(self):
         server = self.start(LINES)
         access = self.app.access

@@ -61,13 +61,70 @@ private Q_SLOTS:
         session.addTurn("And blue?", "Copper \"oxide\".", t0, t0);
         session.addNote("Ask about green", t0);
         const QUuid id = f.save(session);
-        QCOMPARE(f.find(id, "GREEN"), (ThreadHit{Place::Note, "Ask about green", 10, 5, "green"}));
-        QCOMPARE(f.find(id, "blue"), (ThreadHit{Place::Question, "And blue?", 4, 4, "blue?"}));
+        const QUuid note = session.notes.first().id;
+        const QUuid red = session.turns.first().id;
+        const QUuid blue = session.turns.last().id;
+        QCOMPARE(f.find(id, "GREEN"),
+                 (ThreadHit{Place::Note, "Ask about green", 10, 5, "green", note}));
+        QCOMPARE(f.find(id, "blue"),
+                 (ThreadHit{Place::Question, "And blue?", 4, 4, "blue?", blue}));
         QCOMPARE(f.find(id, "Îron"),
-                 (ThreadHit{Place::Answer, "Because of iron.", 11, 4, "iron."}));
+                 (ThreadHit{Place::Answer, "Because of iron.", 11, 4, "iron.", red}));
         QCOMPARE(f.find(id, "\"oxide"),
-                 (ThreadHit{Place::Answer, "Copper \"oxide\".", 7, 6, "\"oxide\"."}));
+                 (ThreadHit{Place::Answer, "Copper \"oxide\".", 7, 6, "\"oxide\".", blue}));
         QVERIFY(!f.find(id, "yellow"));
+    }
+
+    void findsVersionsThatAreNotOnShow_data()
+    {
+        QTest::addColumn<bool>("isStrict");
+        QTest::newRow("as the program writes it") << false;
+        QTest::newRow("as other programs may write it") << true;
+    }
+
+    void findsVersionsThatAreNotOnShow()
+    {
+        QFETCH(bool, isStrict);
+        TextFixture f;
+        CaptureSession session = CaptureSession::create(t0);
+        session.addTurn("Why red?", "Because of iron.", t0, t0);
+        const QUuid turn = session.turns.first().id;
+        for (const char *answer : {"Because of copper.", "Because of iron oxide."})
+            session.addVersion(turn, {"Why so red?", answer, t0}, true, t0);
+        session.addTurn("And copper?", "It is green.", t0, t0);
+        const QUuid later = session.turns.last().id;
+        const auto found = [&](const QString &text) {
+            const QUuid id = f.save(session);
+            if (isStrict) {
+                // Duplicate members are valid; the last one counts.
+                QByteArray json = contentOf(f.description(id));
+                json.replace("\"turns\": [", "\"turns\": 0, \"turns\": [");
+                writeFile(f.description(id), json);
+            }
+            return f.find(id, text);
+        };
+        const auto hit = [&](const QString &text) {
+            const auto result = found(text);
+            return result ? std::pair(result->entry, result->version)
+                          : std::pair(QUuid(), std::optional<qsizetype>());
+        };
+        using Version = std::optional<qsizetype>;
+        const std::optional<qsizetype> onShow;
+        // The third version is on show, and the thread's turns come one after the other.
+        QCOMPARE(hit("why red"), std::pair(turn, Version(0)));
+        QCOMPARE(hit("copper"), std::pair(turn, Version(1)));
+        QCOMPARE(hit("iron"), std::pair(turn, onShow));
+        QCOMPARE(hit("why so"), std::pair(turn, onShow));
+        QCOMPARE(hit("and copper"), std::pair(later, onShow));
+        QVERIFY(session.showVersion(turn, 1));
+        QCOMPARE(hit("iron"), std::pair(turn, Version(0)));
+        QCOMPARE(hit("oxide"), std::pair(turn, Version(2)));
+        QCOMPARE(hit("why so"), std::pair(turn, onShow));
+        QVERIFY(session.showVersion(turn, 0));
+        QCOMPARE(hit("copper"), std::pair(turn, Version(1)));
+        QCOMPARE(found("copper")->place, Place::Answer);
+        QCOMPARE(found("why so")->place, Place::Question);
+        QVERIFY(!found("blue"));
     }
 
     void looksOnlyAtTexts()

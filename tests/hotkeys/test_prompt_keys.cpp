@@ -230,6 +230,33 @@ private Q_SLOTS:
         QCOMPARE(f.prompts, QStringList{"sum-up"});
     }
 
+    void theDesktopIsToldOfChangedPrompts()
+    {
+        FakeDesktopShortcuts desktop;
+        Fixture f({{"prompt.explain", "ctrl+alt+e"}}, &desktop);
+        // Not before the first offer.
+        f.manager.setPrompts({explain});
+        QCOMPARE(desktop.offers, 0);
+        f.manager.offerToDesktop();
+        desktop.answer(Capability::applied());
+        f.manager.setPrompts({explain, sumUp});
+        QCOMPARE(desktop.offers, 2);
+        QCOMPARE(desktop.offered.last().id, "prompt-sum-up");
+        desktop.press("prompt-sum-up");
+        QCoreApplication::processEvents();
+        QCOMPARE(f.prompts, QStringList{"sum-up"});
+        // The desktop shows names, neither texts nor the order.
+        f.manager.setPrompts({sumUp, {explain.id, explain.name, "Other text"}});
+        QCOMPARE(desktop.offers, 2);
+        f.manager.setPrompts({{sumUp.id, "Shorten", sumUp.text}, explain});
+        QCOMPARE(desktop.offers, 3);
+        QCOMPARE(desktop.offered.at(desktop.offered.size() - 2).description,
+                 "Capture and send: Shorten");
+        f.manager.setPrompts({explain});
+        QCOMPARE(desktop.offers, 4);
+        QCOMPARE(desktop.offered.last().id, "prompt-explain");
+    }
+
     void hostileStoredKeysAreNoActions()
     {
         Fixture f({{"prompt.", "ctrl+alt+e"}, {"prompt.../x", "ctrl+alt+w"}});

@@ -186,6 +186,39 @@ private Q_SLOTS:
         QCOMPARE(heard(), "Copied");
     }
 
+    void readsVersionsAndRetry()
+    {
+        using Activity = OverlayModel::Activity;
+        Fixture f;
+        const auto heard = [&f] {
+            f.heard();
+            return std::exchange(f.said, {}).join('|');
+        };
+        f.overlay.setQuestionKnown(true);
+        f.overlay.setHasAnswer(true);
+        QCOMPARE(heard(), "");
+        f.overlay.setVersions(2, 3);
+        QCOMPARE(heard(), "Version 3 of 3");
+        f.overlay.setVersions(1, 3);
+        QCOMPARE(heard(), "Version 2 of 3");
+        // Asking again says neither that versions are gone nor, after a failure, that they are
+        // back.
+        f.overlay.setActivity(Activity::Waiting);
+        QCOMPARE(heard(), QString::fromUtf8("Waiting for answer…"));
+        f.overlay.setActivity(Activity::Idle);
+        f.overlay.setThreadCovered(true);
+        QCOMPARE(heard(), "Retry is offered");
+        f.overlay.setThreadCovered(false);
+        QCOMPARE(heard(), "");
+        f.overlay.setActivity(Activity::Waiting);
+        f.overlay.setActivity(Activity::Streaming);
+        f.heard();
+        f.said.clear();
+        f.overlay.setActivity(Activity::Idle);
+        f.overlay.setVersions(3, 4);
+        QCOMPARE(heard(), "Answer complete. Version 4 of 4");
+    }
+
     void readsBlockingMessagesAndAttachments()
     {
         Fixture f;

@@ -114,22 +114,62 @@ private Q_SLOTS:
         QVERIFY(f().find("promptInput")->hasActiveFocus());
     }
 
-    void compactPanelHasRoomForIt()
+    void narrowPanelHasRoomForItAndStop_data()
     {
-        f().panel.resize(320, 400);
+        QTest::addColumn<int>("width");
+        QTest::newRow("compact") << 320;
+        QTest::newRow("narrow") << 560;
+    }
+
+    void narrowPanelHasRoomForItAndStop()
+    {
+        QFETCH(int, width);
+        f().panel.resize(width, 400);
         showActive();
+        f().overlay.setTakesClicks(true);
         f().overlay.setActivity(OverlayModel::Activity::Streaming);
         key(Qt::Key_F, Qt::ControlModifier);
         QVERIFY(f().finding.isOpen());
         type("a");
         f().finding.setResult(3, 12);
         f().panel.grabWindow();
-        QVERIFY(f().find("findField")->width() > 150);
-        QVERIFY(!f().find("stop")->isVisible());
+        QVERIFY(f().find("findField")->width() > 120);
+        const QQuickItem *bar = f().find("findBar");
+        const QQuickItem *status = f().find("status");
+        const QQuickItem *stop = f().find("stop");
+        QVERIFY(bar->mapToScene({bar->width(), 0}).x() <= status->mapToScene({}).x());
+        QVERIFY(status->isVisible());
+        QVERIFY(stop->mapToScene({stop->width(), 0}).x() <= width);
+        QVERIFY(!f().find("clicks")->isVisible());
+        QSignalSpy stopped(&f().overlay, &OverlayModel::stopRequested);
+        click("stop");
+        QCOMPARE(stopped.size(), 1);
+        // The whole width is the bar's again.
+        f().overlay.setActivity(OverlayModel::Activity::Idle);
+        f().panel.grabWindow();
         const QQuickItem *close = f().find("findClose");
-        QVERIFY(close->mapToScene({close->width(), 0}).x() <= 320);
+        QVERIFY(close->mapToScene({close->width(), 0}).x() >= width - 10);
+        QVERIFY(close->mapToScene({close->width(), 0}).x() <= width);
+    }
+
+    void noticeIsShownBelowTheBar()
+    {
+        f().panel.resize(320, 400);
+        openBar();
+        const QQuickItem *bubble = f().find("noticeBubble");
+        QVERIFY(!bubble->isVisible());
+        f().overlay.showNotice(QStringLiteral("The note can't be deleted: the disk with the "
+                                              "threads of this program is full"));
+        f().panel.grabWindow();
+        QVERIFY(bubble->isVisible());
+        QVERIFY(!f().find("notice")->isVisible());
+        const QQuickItem *strip = f().find("strip");
+        QVERIFY(bubble->y() >= strip->y() + strip->height());
+        QVERIFY(bubble->x() + bubble->width() <= 320);
+        QVERIFY(!f().find("noticeBubbleWords")->property("truncated").toBool());
         key(Qt::Key_Escape);
-        QVERIFY(f().find("stop")->isVisible());
+        QVERIFY(!bubble->isVisible());
+        QVERIFY(f().find("notice")->isVisible());
     }
 
     void openMenuKeepsTheKeyboard()

@@ -320,9 +320,14 @@ void TestLargeText::menuScrollsToTheFocusedRow()
     };
     QVERIFY(isShown("menuHistory"));
     QVERIFY(!isShown("menuSignOut"));
+    QVERIFY(f.find("menuContinuesBelow")->isVisible());
+    QVERIFY(!f.find("menuContinuesAbove")->isVisible());
     QTest::keyClick(&f.panel, Qt::Key_End);
     QVERIFY(f.find("menuSignOut")->hasActiveFocus());
     QTRY_VERIFY(isShown("menuSignOut"));
+    QTRY_VERIFY(!f.find("menuContinuesBelow")->isVisible());
+    QVERIFY(f.find("menuContinuesAbove")->isVisible());
+    QVERIFY(f.find("menuScrollMark")->isVisible());
     QTest::keyClick(&f.panel, Qt::Key_Down);
     QVERIFY(f.find("menuHistory")->hasActiveFocus());
     QTRY_VERIFY(isShown("menuHistory"));

@@ -117,6 +117,14 @@ private Q_SLOTS:
         QCOMPARE(f().find("bottomPanels")->height(), height + 36 + 8);
         QCOMPARE(text("editingWords"), QStringLiteral("Editing the last question \u00b7 with its "
                                                       "screenshot"));
+        QVERIFY(!f().find("editingWords")->property("truncated").toBool());
+        f().panel.resize(320, 400);
+        f().panel.grabWindow();
+        QVERIFY(!f().find("editingWords")->property("truncated").toBool());
+        // Where the words have less room, fewer are used.
+        f().find("editingRow")->setProperty("width", 240);
+        QCOMPARE(text("editingWords"), QStringLiteral("Editing \u00b7 with its screenshot"));
+        QVERIFY(!f().find("editingWords")->property("truncated").toBool());
         // A staged screenshot goes instead.
         f().panels.setStagedScreenshotData(OverlayFixture::screenshot());
         QCOMPARE(text("editingWords"), QStringLiteral("Editing the last question"));

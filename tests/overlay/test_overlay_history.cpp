@@ -1,5 +1,6 @@
 #include "fakes/FakePlatform.h"
 #include "fakes/FakeThreadLibrary.h"
+#include "overlay/FindModel.h"
 #include "overlay/NonFocusPanel.h"
 #include "overlay/OverlayHistory.h"
 #include "overlay/OverlayModel.h"
@@ -20,7 +21,7 @@ struct Fixture : OrchestratorFixture
     Fixture()
     {
         overlay.setWindowSize(QSizeF(624, 744));
-        history.attach(panel, overlay, menu, orchestrator);
+        history.attach(panel, overlay, menu, orchestrator, find);
         stored = library.add("stored", now);
     }
 
@@ -28,6 +29,7 @@ struct Fixture : OrchestratorFixture
     CaptureSession stored;
     OverlayModel overlay;
     HamburgerMenuModel menu;
+    FindModel find;
     OverlayHistory history{library, threads, Vocabulary::linuxDesktop()};
     FakePanelWindow window;
     NonFocusPanel panel{window};
@@ -75,6 +77,40 @@ private Q_SLOTS:
         QTRY_COMPARE(f.display.rendered.size(), 1);
         QCOMPARE(f.display.rendered.last().id, f.stored.id);
         QVERIFY(!f.history.model().isOpen());
+    }
+
+    void openedHitIsFoundInTheThread()
+    {
+        Fixture f;
+        QSignalSpy requested(&f.find, &FindModel::findInNextPageRequested);
+        const QUuid turn = f.stored.turns.first().id;
+        f.history.controller().loadSession(f.stored.id, FoundText{"needle", turn, {}});
+        QTRY_COMPARE(f.display.rendered.size(), 1);
+        QVERIFY(f.find.isOpen());
+        QCOMPARE(f.find.text(), QString("needle"));
+        QCOMPARE(requested.takeLast(), QVariantList({"needle", turn}));
+        // Without a hit, the bar stays as it is.
+        f.find.close();
+        f.history.controller().loadSession(f.stored.id);
+        QVERIFY(!f.find.isOpen());
+    }
+
+    void versionOfTheOpenedHitIsShown()
+    {
+        Fixture f;
+        const QUuid turn = f.stored.turns.first().id;
+        f.stored.addVersion(turn, {"stored", "other", f.now}, true, f.now);
+        f.library.sessions[f.stored.id] = f.stored;
+        f.history.controller().loadSession(f.stored.id, FoundText{"needle", turn, 0});
+        QTRY_VERIFY(f.threads.currentSession());
+        QCOMPARE(f.threads.currentSession()->turns.first().shownVersion, 0);
+        QCOMPARE(f.display.rendered.last().turns.first().shownVersion, 0);
+        QVERIFY(f.find.isOpen());
+        // The current thread is not loaded again, and what its file said need not hold any more.
+        f.find.close();
+        f.history.controller().loadSession(f.stored.id, FoundText{"needle", turn, 7});
+        QCOMPARE(f.threads.currentSession()->turns.first().shownVersion, 0);
+        QVERIFY(f.find.isOpen());
     }
 
     void pendingAnswerStaysWithItsThread()

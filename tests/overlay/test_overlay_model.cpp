@@ -237,6 +237,13 @@ private Q_SLOTS:
         QCOMPARE(m_model->versionCount(), 1);
         m_model->showVersion(2);
         QCOMPARE(requested.size(), 1);
+        m_model->setActivity(OverlayModel::Activity::Idle);
+        QCOMPARE(m_model->versionCount(), 3);
+        // A message that covers the thread.
+        m_model->setThreadCovered(true);
+        QCOMPARE(m_model->versionCount(), 1);
+        m_model->showVersion(2);
+        QCOMPARE(requested.size(), 1);
     }
 
     void backToThreadNeedsCoveredThread()

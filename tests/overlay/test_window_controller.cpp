@@ -1,4 +1,5 @@
 #include "ControllerFixture.h"
+#include "platform/PanelProperties.h"
 #include "support/TestProgram.h"
 
 #include <QClipboard>
@@ -440,6 +441,27 @@ private Q_SLOTS:
         QCOMPARE(f.log.lines.last(), prefix + "New thread started");
         QVERIFY(f.overlay->threads().currentSession()->id != id);
         QVERIFY(f.overlay->threads().currentSession()->notes.isEmpty());
+    }
+
+    void announcementsReachThePort()
+    {
+        Fixture f;
+        struct Watch : QObject
+        {
+            bool eventFilter(QObject *watched, QEvent *event) override
+            {
+                if (event->type() == QEvent::DynamicPropertyChange)
+                    texts << watched->property(announcementProperty).toString();
+                return false;
+            }
+            QStringList texts;
+        } watch;
+        f.overlay->panel().installEventFilter(&watch);
+        // The same text counts twice.
+        Q_EMIT f.overlay->overlayModel().announced("Done.");
+        Q_EMIT f.overlay->overlayModel().announced("Done.");
+        watch.texts.removeAll(QString());
+        QCOMPARE(watch.texts, QStringList({"Done.", "Done."}));
     }
 
     void lastQuestionIsOffered()

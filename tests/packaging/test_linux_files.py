@@ -18,7 +18,7 @@ MANUALS = sorted((LINUX / "man").glob("*.1"))
 COMPLETIONS = sorted((LINUX / "completions").iterdir())
 COMMANDS = ("capture", "capture-no-send", "capture-window", "capture-region",
             "capture-last-region", "toggle", "clear", "new-thread", "toggle-clicks", "retry",
-            "opacity-up", "opacity-down", "show", "quit", "export")
+            "opacity-up", "opacity-down", "prompt", "show", "quit", "export")
 OPTIONS = {"--help", "--version", "--or-start"}
 EXPORT_OPTIONS = {"--format", "--force", "--list"}
 # QML modules of Debian by the import that needs them.

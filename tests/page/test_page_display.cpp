@@ -366,7 +366,7 @@ void TestPageDisplay::findsInThePageOnShow()
 
     m_display->find(QStringLiteral("\"a\" \\ %1\n"));
     QCOMPARE(m_surface->bridgeScripts.takeLast(),
-             QStringLiteral("finding.search(...[\"\\\"a\\\" \\\\ %1\\n\"], true)"));
+             QStringLiteral("finding.search(...[\"\\\"a\\\" \\\\ %1\\n\",true])"));
     m_display->findNext();
     m_display->findPrevious();
     QCOMPARE(m_surface->bridgeScripts,
@@ -382,7 +382,20 @@ void TestPageDisplay::findsInThePageOnShow()
     QTRY_COMPARE(m_surface->loads.size(), 2);
     m_surface->finishLoad();
     QCOMPARE(m_surface->bridgeScripts.size(), 1);
-    QVERIFY(m_surface->bridgeScripts.takeLast().endsWith(QStringLiteral("false)")));
+    QVERIFY(m_surface->bridgeScripts.takeLast().endsWith(QStringLiteral("false])")));
+
+    // For the page that is being loaded, once.
+    const QUuid entry = QUuid::createUuid();
+    m_display->loadContent(QStringLiteral("z"));
+    m_display->findInNextPage(QStringLiteral("b"), entry);
+    m_surface->finishLoad();
+    QVERIFY(m_surface->bridgeScripts.takeLast().endsWith(QStringLiteral("[\"b\",false])")));
+    QTRY_COMPARE(m_surface->loads.size(), 3);
+    m_surface->finishLoad();
+    QCOMPARE(m_surface->bridgeScripts.takeLast(),
+             QStringLiteral("finding.search(...[\"b\",true,\"%1\"])").arg(uuidText(entry)));
+    m_surface->finishLoad();
+    QVERIFY(m_surface->bridgeScripts.takeLast().endsWith(QStringLiteral("[\"b\",false])")));
 
     m_display->endFind();
     QCOMPARE(m_surface->bridgeScripts.takeLast(), QStringLiteral("finding.end()"));

@@ -29,6 +29,7 @@ private Q_SLOTS:
     void pageItselfStaysAsItIs();
     void growingAnswerIsCountedAndNotDisturbed();
     void nextPageIsSearched();
+    void entryOfAHitIsShown();
     void pageScriptsCannotReachIt();
 
 private:
@@ -297,6 +298,49 @@ void TestPageFind::nextPageIsSearched()
     QVERIFY(finished(m_display->loadContent(QStringLiteral("needle"))));
     QVERIFY(m_engine->painted());
     QCOMPARE(m_result, QString());
+}
+
+void TestPageFind::entryOfAHitIsShown()
+{
+    const QString filler = QStringLiteral("\n\nA line of text.").repeated(60);
+    CaptureSession session = CaptureSession::create(noon);
+    for (int i = 0; i < 5; ++i)
+        session.addTurn(QStringLiteral("Where is the needle?"), QStringLiteral("Here.") + filler,
+                        noon.addSecs(60 * i), noon);
+    session.addTurn(QStringLiteral("And then?"),
+                    QStringLiteral("[Nothing](https://a.example/needle)"), noon.addSecs(400), noon);
+    session.addNote(QStringLiteral("A needle"), noon.addSecs(500));
+    const auto show = [&](const QUuid &entry) {
+        m_result.clear();
+        listen();
+        const auto page = m_display->renderThread(session);
+        m_display->findInNextPage(QStringLiteral("needle"), entry);
+        return finished(page) && runUntil([this] { return !m_result.isEmpty(); });
+    };
+    const auto top = [&](const CaptureSession::Turn &turn) {
+        return m_engine
+            ->value(QStringLiteral("document.getElementById('resp-%1').closest('.entry')"
+                                   ".getBoundingClientRect().top")
+                        .arg(uuidText(turn.id)))
+            .toDouble();
+    };
+    QVERIFY(show(session.turns.at(2).id));
+    QCOMPARE(m_result, QStringLiteral("3/6"));
+    QVERIFY(top(session.turns.at(2)) > -10 && top(session.turns.at(2)) < 300);
+    QVERIFY(show(session.notes.first().id));
+    QCOMPARE(m_result, QStringLiteral("6/6"));
+    // In the source of an answer, but not in what the page shows of it.
+    QVERIFY(show(session.turns.at(5).id));
+    QCOMPARE(m_result, QStringLiteral("6/6"));
+    QVERIFY(top(session.turns.at(5)) > -10);
+    // The thread has changed since it was searched.
+    QVERIFY(show(QUuid::createUuid()));
+    QCOMPARE(m_result, QStringLiteral("6/6"));
+    // The next page is searched where it stands.
+    m_result.clear();
+    QVERIFY(finished(m_display->renderThread(session)));
+    QVERIFY(runUntil([this] { return !m_result.isEmpty(); }));
+    QCOMPARE(m_result, QStringLiteral("6/6"));
 }
 
 void TestPageFind::pageScriptsCannotReachIt()

@@ -2,6 +2,8 @@
 #include "page/StreamingRenderer.h"
 #include "support/TestProgram.h"
 
+#include <cmath>
+
 using namespace quellora;
 
 /// Formulas in answers.
@@ -19,6 +21,7 @@ private Q_SLOTS:
     void refusedFormulasShowTheirSource();
     void formulasHaveTheirSizesAndFonts();
     void formulaStaysInItsPlace();
+    void displayFormulasAreCentred();
     void unfinishedFormulaIsText();
     void formulaReadsAsItsSource();
     void hiddenClassInAnswerMeansNothing();
@@ -204,6 +207,33 @@ void TestPageMath::formulaStaysInItsPlace()
                 ->value(QStringLiteral("[...document.querySelectorAll('.formula')].every(f => "
                                        "f.offsetWidth <= document.body.clientWidth)"))
                 .toBool());
+}
+
+void TestPageMath::displayFormulasAreCentred()
+{
+    const QString wide = QStringLiteral("aaaaaaaaa+").repeated(20) + QStringLiteral("a");
+    QVERIFY(show(QStringLiteral("so\n\n$$\na = b\n$$\n\n$$\n%1\n$$\n\nand $c$").arg(wide)));
+    QVERIFY(typeset(3));
+    // Distance of what is drawn from a side of the formula's line.
+    const auto distance = [&](int at, const char *value) {
+        return m_engine
+            ->value(
+                QStringLiteral("(() => { const line = document.querySelectorAll('.formula')[%1];"
+                               "const boxes = [...line.querySelectorAll('.katex-base')]"
+                               ".map(base => base.getBoundingClientRect());"
+                               "const first = boxes[0], last = boxes[boxes.length - 1];"
+                               "const frame = line.getBoundingClientRect(); return %2; })()")
+                    .arg(at)
+                    .arg(QLatin1StringView(value)))
+            .toDouble();
+    };
+    constexpr auto left = "first.left - frame.left";
+    constexpr auto right = "frame.right - last.right";
+    QVERIFY(distance(0, left) > 50);
+    QVERIFY(std::abs(distance(0, left) - distance(0, right)) < 2);
+    // A wide one begins at the left and is scrolled.
+    QVERIFY(distance(1, left) >= 0 && distance(1, left) < 10);
+    QVERIFY(distance(1, right) < 0);
 }
 
 void TestPageMath::unfinishedFormulaIsText()

@@ -161,6 +161,70 @@ private Q_SLOTS:
         QCOMPARE(value(0, HistoryModel::SnippetPlaceRole).toString(), QString("Question"));
     }
 
+    void rowsThatFillAViewComeInPortions()
+    {
+        QStringList all;
+        for (int i = 0; i < 50; ++i) {
+            all.append(QStringLiteral("match %1").arg(i));
+            m_library->add(all.last(), noon.addSecs(-i));
+        }
+        open();
+        m_library->holdsSearch = true;
+        QList<int> portions;
+        connect(
+            m_model.get(), &HistoryModel::rowsInserted, this,
+            [&](const QModelIndex &, int first, int last) { portions.append(last - first + 1); });
+        m_model->setSearchText("match");
+        QCOMPARE(titles(), all.mid(0, 4));
+        QTRY_COMPARE(m_model->rowCount(), 50);
+        QCOMPARE(titles(), all);
+        QCOMPARE(portions, QList<int>({4, 4, 4, 34}));
+        // A text that only some have leaves nothing of the others behind.
+        m_model->setSearchText("match 1");
+        m_model->setSearchText("match 49");
+        QTest::qWait(0);
+        QTRY_COMPARE(titles(), QStringList("match 49"));
+    }
+
+    void hitsThatFillAViewComeInPortions()
+    {
+        ThreadHits hits;
+        QStringList all;
+        for (int i = 0; i < 30; ++i) {
+            all.append(QString::number(i));
+            hits.insert(m_library->add(all.last(), noon.addSecs(-i)).id,
+                        {ThreadHit::Place::Answer, "x", 0, 1});
+        }
+        open();
+        m_library->holdsSearch = true;
+        m_model->setSearchText("x");
+        m_library->heldSearch->addResult(hits);
+        QTRY_COMPARE(m_model->rowCount(), 4);
+        QTRY_COMPARE(titles(), all);
+    }
+
+    void openedRowTellsItsHit()
+    {
+        const CaptureSession session = m_library->add("Blue", noon);
+        open();
+        QSignalSpy opened(m_history.get(), &HistoryController::hitOpened);
+        m_library->holdsSearch = true;
+        m_model->setSearchText("needle");
+        const QUuid turn = QUuid::createUuid();
+        m_library->heldSearch->addResult(
+            ThreadHits{{session.id, {ThreadHit::Place::Answer, "the needle", 4, 6, {}, turn, 1}}});
+        QTRY_COMPARE(m_model->rowCount(), 1);
+        QCOMPARE(value(0, HistoryModel::SnippetPlaceRole).toString(), QString("Version 2"));
+        m_model->open(0);
+        QTRY_COMPARE(opened.size(), 1);
+        QCOMPARE(opened.first().first().value<FoundText>(), (FoundText{"needle", turn, 1}));
+        // Without a search there is no hit.
+        open();
+        m_model->open(0);
+        QTRY_VERIFY(!m_history->isHistorySidebarOpen());
+        QCOMPARE(opened.size(), 1);
+    }
+
     void hitsOfTheNextLetterReplaceRows()
     {
         const CaptureSession stays = m_library->add("Blue", noon);
@@ -206,7 +270,7 @@ private Q_SLOTS:
             if (i % 7 == 3 || i % 5 != 0)
                 expected.append(i % 7 == 3 ? "the x" : QString::number(i));
         }
-        QCOMPARE(titles(), expected);
+        QTRY_COMPARE(titles(), expected);
     }
 
     void threadsReadDuringASearchAreSearched()

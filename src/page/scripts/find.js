@@ -227,6 +227,13 @@ post => {
         schedulePlacing();
     };
 
+    /// The element of a note or turn of the thread.
+    const elementOf = entry => {
+        const part = document.getElementById(`resp-${entry}`)
+            ?? document.querySelector(`[data-note="${CSS.escape(entry)}"]`);
+        return part ? part.closest('.entry') : null;
+    };
+
     // Streamed text and expanded texts change the page.
     const changed = () => {
         if (wanted === '' || timer)
@@ -276,8 +283,9 @@ post => {
 
     globalThis.finding = Object.freeze({
         /// Marks all occurrences. The first one in view becomes the current one.
-        /// @param isTyped whether to scroll to it
-        search(value, isTyped) {
+        /// @param isScrolledTo whether to scroll to it
+        /// @param entry the note or turn that comes into view before that, if any
+        search(value, isScrolledTo, entry) {
             end();
             wanted = reducedText(value);
             if (wanted === '' || !document.body) {
@@ -286,10 +294,14 @@ post => {
             }
             begin();
             search();
-            const first = firstBelow(0);
+            const element = entry ? elementOf(entry) : null;
+            if (element)
+                element.scrollIntoView();
+            const first = firstBelow(element ? element.getBoundingClientRect().top : 0);
             current = first < matches.length ? first
-                : isTyped && matches.length > 0 ? 0 : matches.length - 1;
-            if (isTyped)
+                : isScrolledTo && matches.length > 0 ? 0 : matches.length - 1;
+            // What was found in the entry's source need not be in what the page shows of it.
+            if (isScrolledTo && (!element || current >= 0 && element.contains(nodes[nodeOf[matches[current]]])))
                 reveal();
             show();
         },

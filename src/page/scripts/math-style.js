@@ -15,9 +15,9 @@
     // A formula cannot draw over what is around it.
     style.replaceSync("%rules%" + `
         .formula { display: inline-block; max-width: 100%; contain: paint; padding: 1px 2px; }
-        .formula.display { display: block; overflow: auto hidden; padding: 4px 2px; }
-        .formula .katex-display { margin: 0; text-align: left; }
-        .formula .katex-display > .katex { text-align: left; }
+        /* As wide as the answer, though paragraphs are as wide as their text. */
+        .formula.display { display: block; width: 100vw; overflow: auto hidden; padding: 4px 2px; }
+        .formula .katex-display { margin: 0; }
     `);
     document.adoptedStyleSheets = [...document.adoptedStyleSheets, style];
 })();

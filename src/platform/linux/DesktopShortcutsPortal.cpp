@@ -145,6 +145,13 @@ void DesktopShortcutsPortal::offer(const QList<Action> &actions)
 {
     m_actions = actions;
     m_isOffered = true;
+    if (m_isDeclined)
+        return;
+    // The user may be answering the question.
+    m_isOutdated = m_request || m_isAsking;
+    if (m_isOutdated)
+        return;
+    closeSession();
     switch (m_busState) {
     case BusState::None:
         return abandon(QStringLiteral("There is no session bus."));
@@ -174,6 +181,15 @@ void DesktopShortcutsPortal::busConnected()
                 SLOT(sessionClosed(QDBusMessage)));
     if (m_isOffered)
         begin();
+}
+
+void DesktopShortcutsPortal::closeSession()
+{
+    if (m_session.isEmpty())
+        return;
+    m_bus.connection().send(QDBusMessage::createMethodCall(m_owner, m_session, sessionInterface,
+                                                           QStringLiteral("Close")));
+    m_session.clear();
 }
 
 void DesktopShortcutsPortal::begin()
@@ -362,10 +378,7 @@ void DesktopShortcutsPortal::recover(const QString &reason)
 void DesktopShortcutsPortal::handleDeclined()
 {
     m_isDeclined = true;
-    if (!m_session.isEmpty()) {
-        m_bus.connection().send(QDBusMessage::createMethodCall(m_owner, m_session, sessionInterface,
-                                                               QStringLiteral("Close")));
-    }
+    closeSession();
     abandon(QStringLiteral("The keys were declined in the desktop's dialog; Quellora asks again "
                            "when it is started the next time."));
 }
@@ -374,6 +387,7 @@ void DesktopShortcutsPortal::abandon(const QString &reason)
 {
     m_request.reset();
     m_session.clear();
+    m_isOutdated = false;
     setState(Capability::unsupported(reason), {});
 }
 
@@ -389,6 +403,8 @@ void DesktopShortcutsPortal::setDelivering(const PortalShortcuts &shortcuts)
                                 .left(maximumTextLength));
     }
     setState(Capability::applied(), triggers);
+    if (std::exchange(m_isOutdated, false))
+        offer(m_actions);
 }
 
 void DesktopShortcutsPortal::setState(const Capability &state,

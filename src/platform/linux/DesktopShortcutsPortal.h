@@ -69,6 +69,8 @@ private:
     enum class BusState { None, Connecting, Connected, Failed };
 
     void busConnected();
+    /// Gives the keys back, because a session takes actions only once.
+    void closeSession();
     /// Asks for the portal's version and binds the actions.
     void begin();
     void createSession();
@@ -105,6 +107,8 @@ private:
     bool m_isBound = false;
     /// Whether the question for the portal's version is not answered yet.
     bool m_isAsking = false;
+    /// Whether other actions have been offered since the attempt under way began.
+    bool m_isOutdated = false;
     /// Counts the attempts to bind, so that replies to earlier ones are ignored.
     int m_attempt = 0;
     int m_recoveriesLeft;

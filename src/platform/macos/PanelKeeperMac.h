@@ -10,7 +10,8 @@ namespace quellora {
 
 /// Reapplies the traits, the capture exclusion, the click-through area and the keyboard focus of
 /// one panel window, which Qt resets when it sets the window's flags, when the program is activated
-/// and with every new native window. A child object of its window. Main thread only.
+/// and with every new native window. Has the texts of announcementProperty said. A child object of
+/// its window. Main thread only.
 class PanelKeeperMac : public QObject
 {
     Q_OBJECT
@@ -34,6 +35,8 @@ private:
     /// Creates the native window as a non-activating panel if necessary.
     /// @return whether the window has one
     bool createNative();
+    /// Has VoiceOver say a text. No effect while there is no native window.
+    void announce(const QString &text);
     void apply();
     void applyTraits();
     void setAcceptsKeyboard(bool accepts);

@@ -1,5 +1,6 @@
 #include "platform/macos/PanelKeeperMac.h"
 
+#include "platform/PanelProperties.h"
 #include "platform/macos/CaptureExclusion.h"
 #include "platform/macos/Cocoa.h"
 #include "platform/macos/NonactivatingPanelMac.h"
@@ -7,6 +8,7 @@
 #include <QEvent>
 #include <QOperatingSystemVersion>
 #include <QPlatformSurfaceEvent>
+#include <QVariant>
 #include <QWindow>
 
 #include <utility>
@@ -103,6 +105,19 @@ Capability PanelKeeperMac::orderFront()
     return Capability::applied();
 }
 
+void PanelKeeperMac::announce(const QString &text)
+{
+    NSWindow *native = Cocoa::window(m_window);
+    if (!native || text.isEmpty())
+        return;
+    // Read after what is being said.
+    NSAccessibilityPostNotificationWithUserInfo(
+        native, NSAccessibilityAnnouncementRequestedNotification, @{
+            NSAccessibilityAnnouncementKey : text.toNSString(),
+            NSAccessibilityPriorityKey : [NSNumber numberWithInteger:NSAccessibilityPriorityMedium]
+        });
+}
+
 Capability PanelKeeperMac::takeKeyboard()
 {
     NSWindow *native = Cocoa::window(m_window);
@@ -170,6 +185,11 @@ bool PanelKeeperMac::eventFilter(QObject *watched, QEvent *event)
     case QEvent::Move:
     case QEvent::Resize:
         m_pointer.windowChanged();
+        break;
+    case QEvent::DynamicPropertyChange:
+        if (static_cast<QDynamicPropertyChangeEvent *>(event)->propertyName() ==
+            announcementProperty)
+            announce(m_window.property(announcementProperty).toString());
         break;
     default:
         break;

@@ -10,9 +10,18 @@ namespace quellora {
 
 namespace {
 
-QString placeText(ThreadHit::Place place)
+/// A search gets its first rows in portions, because a view takes about a millisecond to create
+/// each row that it shows.
+constexpr int rowsPerPortion = 4;
+constexpr int rowsInView = 16;
+/// A frame, in milliseconds.
+constexpr int portionInterval = 16;
+
+QString placeText(const ThreadHit &hit)
 {
-    switch (place) {
+    if (hit.version)
+        return QStringLiteral("Version %1").arg(*hit.version + 1);
+    switch (hit.place) {
     case ThreadHit::Place::Note:
         return QStringLiteral("Note");
     case ThreadHit::Place::Question:
@@ -52,6 +61,9 @@ HistoryModel::HistoryModel(HistoryController &history, const ThreadController &t
         if (isOpen() && !m_visible.isEmpty())
             Q_EMIT dataChanged(index(0), index(count() - 1), {IsCurrentRole});
     });
+    m_fillTimer.setSingleShot(true);
+    m_fillTimer.setInterval(portionInterval);
+    connect(&m_fillTimer, &QTimer::timeout, this, &HistoryModel::addMissingRows);
     readTitles();
 }
 
@@ -132,7 +144,7 @@ QVariant HistoryModel::snippetData(const ThreadSummary &thread, int role) const
     case SnippetLengthRole:
         return hit ? int(hit->length) : 0;
     case SnippetPlaceRole:
-        return hit ? placeText(hit->place) : QString();
+        return hit ? placeText(*hit) : QString();
     default:
         return hit ? hit->snippet : QString();
     }
@@ -195,6 +207,8 @@ void HistoryModel::hitsChanged(const QSet<QUuid> &changed)
 {
     const QList<ThreadSummary> &threads = m_history.historySessions();
     const int before = count();
+    const bool isFilling = m_fillTimer.isActive() || before < rowsInView;
+    bool isMissing = false;
     qsizetype left = changed.size();
     for (qsizetype position = 0; position < threads.size() && left > 0; ++position) {
         if (!changed.contains(threads.at(position).id))
@@ -210,6 +224,10 @@ void HistoryModel::hitsChanged(const QSet<QUuid> &changed)
             Q_EMIT dataChanged(index(row), index(row));
             continue;
         }
+        if (isFilling) {
+            isMissing = true;
+            continue;
+        }
         // Threads that follow each other are inserted at once.
         QList<qsizetype> added{position};
         const qsizetype end = row < count() ? m_visible.at(row) : threads.size();
@@ -219,6 +237,36 @@ void HistoryModel::hitsChanged(const QSet<QUuid> &changed)
             --left;
         }
         insertVisibleRows(row, added);
+    }
+    if (count() != before)
+        Q_EMIT countChanged();
+    if (isMissing && !m_fillTimer.isActive())
+        addMissingRows();
+}
+
+void HistoryModel::addMissingRows()
+{
+    const QList<ThreadSummary> &threads = m_history.historySessions();
+    const int before = count();
+    qsizetype left = before < rowsInView ? rowsPerPortion : threads.size();
+    int row = 0;
+    for (qsizetype position = 0; position < threads.size(); ++row) {
+        const qsizetype end = row < count() ? m_visible.at(row) : threads.size();
+        QList<qsizetype> added;
+        for (; position < end && added.size() <= left; ++position) {
+            if (matches(position))
+                added.append(position);
+        }
+        if (added.size() > left) {
+            added.removeLast();
+            m_fillTimer.start();
+            position = threads.size();
+        }
+        insertVisibleRows(row, added);
+        left -= added.size();
+        row += int(added.size());
+        // The row that was there already.
+        ++position;
     }
     if (count() != before)
         Q_EMIT countChanged();
@@ -236,10 +284,15 @@ void HistoryModel::rebuild()
 {
     beginResetModel();
     m_visible.clear();
+    m_fillTimer.stop();
     const QList<ThreadSummary> &threads = m_history.historySessions();
-    for (qsizetype position = 0; position < threads.size(); ++position) {
-        if (matches(position))
+    for (qsizetype position = 0; position < threads.size() && !m_fillTimer.isActive(); ++position) {
+        if (!matches(position))
+            continue;
+        if (m_visible.size() < rowsPerPortion)
             m_visible.append(position);
+        else
+            m_fillTimer.start();
     }
     endResetModel();
     Q_EMIT countChanged();
@@ -358,8 +411,12 @@ QString HistoryModel::progressText() const
 
 void HistoryModel::open(int row)
 {
-    if (row >= 0 && row < count())
-        m_history.loadSession(at(row).id);
+    if (row < 0 || row >= count())
+        return;
+    const QUuid id = at(row).id;
+    const auto hit = m_history.search().hitIn(id);
+    m_history.loadSession(id, hit ? std::optional(FoundText{m_searchText, hit->entry, hit->version})
+                                  : std::nullopt);
 }
 
 void HistoryModel::setRenaming(bool isRenaming)

@@ -6,6 +6,7 @@
 
 #include <QAbstractListModel>
 #include <QLocale>
+#include <QTimer>
 #include <QtQml/qqmlregistration.h>
 
 #include <functional>
@@ -87,6 +88,7 @@ public:
     QString deleteTitle() const { return m_deleteTitle; }
 
     Q_INVOKABLE void close() { m_history.close(); }
+    /// Opens the thread, at the hit if the search found its text.
     Q_INVOKABLE void open(int row);
     Q_INVOKABLE void rename(int row, const QString &title);
     /// Call when a title field is opened or closed.
@@ -123,6 +125,8 @@ private:
     void rebuild();
     void searchTexts();
     void hitsChanged(const QSet<QUuid> &threads);
+    /// Adds the rows that are missing, only some at a time until there are enough to fill a view.
+    void addMissingRows();
     bool isVisibleAt(int row, qsizetype position) const;
     // Positions refer to the controller's list, rows to the filtered one.
 
@@ -145,6 +149,8 @@ private:
     Clock m_clock;
     /// Positions of the visible threads in the controller's list, ascending.
     QList<qsizetype> m_visible;
+    /// Adds further missing rows after the view has created the last ones.
+    QTimer m_fillTimer;
     QString m_searchText;
     /// Searches titles; changes its buffers only.
     mutable SearchText m_needle;

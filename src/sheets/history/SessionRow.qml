@@ -181,9 +181,11 @@ ListRow {
         }
     }
     // Created only for the hovered or focused row, because creating the buttons takes longer than the
-    // rest of the row.
+    // rest of the row; for the row that Tab would reach in slices, as it changes with every letter of a
+    // search.
     Loader {
         id: actions
+        asynchronous: !row.usesActions
         active: row.usesActions || row.takesTab
         visible: row.usesActions && !row.isEditing
         x: row.width - 93

@@ -14,10 +14,11 @@ QUARTERS = ((200, 60, 60), (60, 180, 75), (66, 99, 216), (240, 200, 60))
 class OtherProgram:
     """The test program `other_program`: fills the screen, has the focus, reports its input.
 
-    Events are the lines it writes: "key k", "click 10 20", "wheel -120", "active 1".
+    Events are the lines it writes: "key k", "click 10 20", "wheel -120", "active 1". The PNG
+    `dragged_picture` is dragged from its window: "drag", then "dropped 1" if somebody took it.
     """
 
-    def __init__(self, desktop, full_screen=False):
+    def __init__(self, desktop, full_screen=False, dragged_picture=None):
         self._events = []
         self._changed = threading.Condition()
         environment = desktop.environment | {
@@ -25,6 +26,8 @@ class OtherProgram:
         }
         if full_screen:
             environment["QUELLORA_OTHER_FULL_SCREEN"] = "1"
+        if dragged_picture:
+            environment["QUELLORA_OTHER_DRAGS"] = str(dragged_picture)
         self.process = processes.spawn(
             [str(TOOLS / "other_program")], env=environment, stdin=subprocess.PIPE,
             stdout=subprocess.PIPE, text=True)

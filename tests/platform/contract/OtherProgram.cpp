@@ -2,7 +2,10 @@
 
 #include "platform/contract/ProbeWindow.h"
 
+#include <QDrag>
+#include <QFile>
 #include <QGuiApplication>
+#include <QMimeData>
 #include <QPainter>
 #include <QScreen>
 #include <QSocketNotifier>
@@ -47,6 +50,24 @@ protected:
         const QPoint position = event->globalPosition().toPoint();
         report(QStringLiteral("click %1 %2").arg(position.x()).arg(position.y()));
     }
+    void mouseMoveEvent(QMouseEvent *event) override
+    {
+        // The picture in this file is dragged with the first button.
+        const QString path = qEnvironmentVariable("QUELLORA_OTHER_DRAGS");
+        if (path.isEmpty() || m_isDragging || !(event->buttons() & Qt::LeftButton))
+            return;
+        QFile file(path);
+        if (!file.open(QIODevice::ReadOnly))
+            return;
+        auto *content = new QMimeData;
+        content->setData(QStringLiteral("image/png"), file.readAll());
+        auto *drag = new QDrag(this);
+        drag->setMimeData(content);
+        m_isDragging = true;
+        report(QStringLiteral("drag"));
+        report(QStringLiteral("dropped %1").arg(int(drag->exec(Qt::CopyAction))));
+        m_isDragging = false;
+    }
     void wheelEvent(QWheelEvent *event) override
     {
         report(QStringLiteral("wheel %1").arg(event->angleDelta().y()));
@@ -67,6 +88,7 @@ protected:
 
 private:
     const OtherProgram::System &m_system;
+    bool m_isDragging = false;
 };
 
 } // namespace

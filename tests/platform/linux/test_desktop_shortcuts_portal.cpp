@@ -488,6 +488,47 @@ private Q_SLOTS:
             "[DesktopShortcuts] The desktop delivers keys: capture = none, toggle = Meta+T"));
     }
 
+    void otherActionsAreBoundInANewSession()
+    {
+        m_portal->assign(assigned);
+        make(Binding::Always);
+        QTRY_VERIFY(m_shortcuts->state().isApplied());
+        const QString before = m_portal->session;
+        m_portal->assign({{"capture", "Meta+C"}, {"prompt-new", "Meta+N"}});
+        m_shortcuts->offer({{"capture", "Capture", {}}, {"prompt-new", "New", {}}});
+        QTRY_COMPARE(m_shortcuts->trigger("prompt-new"), "Meta+N");
+        QCOMPARE(m_portal->closedSession, before);
+        QCOMPARE(m_portal->count("CreateSession"), 2);
+        QCOMPARE(m_portal->boundShortcuts.last().id, "prompt-new");
+        QVERIFY(m_shortcuts->trigger("toggle").isEmpty());
+        QSignalSpy activated(m_shortcuts.get(), &DesktopShortcuts::activated);
+        QVERIFY(m_portal->activate("toggle"));
+        QVERIFY(m_portal->activate("prompt-new"));
+        QTRY_COMPARE(activated, QList<QVariantList>{{"prompt-new"}});
+    }
+
+    void actionsOfferedDuringTheQuestionFollowItsAnswer()
+    {
+        m_portal->bound.code.reset();
+        make(Binding::Always);
+        QTRY_COMPARE(m_portal->count("BindShortcuts"), 1);
+        m_shortcuts->offer({{"capture", "Capture", {}}, {"prompt-new", "New", {}}});
+        QTest::qWait(0);
+        QCOMPARE(m_portal->count("CreateSession"), 1);
+        m_portal->bound.code = 0;
+        m_portal->release(0);
+        QTRY_COMPARE(m_portal->count("BindShortcuts"), 2);
+        QCOMPARE(m_portal->boundShortcuts.last().id, "prompt-new");
+        QTRY_VERIFY(m_shortcuts->state().isApplied());
+        // Declined once, the desktop is not asked about others either.
+        m_portal->bound.code = 1;
+        m_shortcuts->offer({{"capture", "Capture", {}}});
+        QTRY_COMPARE(m_shortcuts->state().state(), Capability::State::Unsupported);
+        m_shortcuts->offer({{"toggle", "Toggle", {}}});
+        QTest::qWait(0);
+        QCOMPARE(m_portal->count("BindShortcuts"), 3);
+    }
+
     void keyNamesAreShownInOneShortLine()
     {
         m_portal->assign({{"capture", "Press\n  <b>Ctrl</b>"}, {"toggle", QString(5000, 'x')}});

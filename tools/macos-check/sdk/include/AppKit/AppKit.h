@@ -34,6 +34,15 @@ typedef NSString *NSBitmapImageRepPropertyKey;
 typedef NSString *NSColorSpaceName;
 typedef NSString *NSAppearanceName;
 typedef CGFloat NSFontWeight;
+typedef NSString *NSAccessibilityNotificationName;
+typedef NSString *NSAccessibilityNotificationUserInfoKey;
+SDK_ENUM(NSInteger, NSAccessibilityPriorityLevel){NSAccessibilityPriorityMedium = 50};
+SDK_EXTERN NSAccessibilityNotificationName const NSAccessibilityAnnouncementRequestedNotification;
+SDK_EXTERN NSAccessibilityNotificationUserInfoKey const NSAccessibilityAnnouncementKey;
+SDK_EXTERN NSAccessibilityNotificationUserInfoKey const NSAccessibilityPriorityKey;
+SDK_EXTERN void NSAccessibilityPostNotificationWithUserInfo(
+    id element, NSAccessibilityNotificationName notification,
+    NSDictionary<NSAccessibilityNotificationUserInfoKey, id> *_Nullable userInfo);
 SDK_EXTERN NSAppearanceName const NSAppearanceNameAqua;
 SDK_EXTERN NSAppearanceName const NSAppearanceNameDarkAqua;
 SDK_EXTERN NSColorSpaceName const NSDeviceRGBColorSpace;

@@ -147,6 +147,7 @@ __attribute__((objc_root_class))
 @end
 @interface NSNumber : NSObject
 + (NSNumber *)numberWithBool:(BOOL)value;
++ (NSNumber *)numberWithInteger:(NSInteger)value;
 @end
 @interface NSData : NSObject
 @property (readonly) const void *bytes;
