@@ -222,7 +222,7 @@ struct Sidebar
         : saver(stored.store)
         , library(stored.store, saver)
         , threads(settings, nullptr)
-        , history(library, threads)
+        , history(library, threads, removals)
         , model(history, threads, Vocabulary::linuxDesktop())
     {}
 
@@ -253,6 +253,7 @@ struct Sidebar
     BackgroundThreadSaver saver;
     StoredThreadLibrary library;
     ThreadController threads;
+    PendingRemovals removals;
     HistoryController history;
     HistoryModel model;
 };

@@ -1,12 +1,14 @@
 // Searches 10,000 stored threads of about 15 KB from the real History sidebar: the time from a
 // letter to the first and the last row, compared with reading the same files on two threads, and
-// the longest step of the main thread while ten letters a second are typed.
+// the longest step of the main thread while ten letters a second are typed. Then measures the
+// threads' space and deletes all of them, with and without undoing it.
 
 #include "BenchClock.h"
 #include "base/Settings.h"
 #include "history/SessionFile.h"
 #include "history/StoredThreadLibrary.h"
 #include "history/ThreadController.h"
+#include "history/ThreadMeasuring.h"
 #include "history/ThreadSearch.h"
 #include "history/TwoWorkers.h"
 #include "platform/FileStatus.h"
@@ -169,7 +171,7 @@ struct Sidebar
         : saver(stored.store)
         , library(stored.store, saver)
         , threads(settings, nullptr)
-        , history(library, threads)
+        , history(library, threads, removals)
         , model(history, threads, Vocabulary::linuxDesktop())
     {
         qml_register_types_Quellora_Sheets();
@@ -234,11 +236,23 @@ struct Sidebar
             QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
     }
 
+    /// Runs @p work from the event loop until @p isDone.
+    template <typename Work, typename IsDone>
+    void run(Work work, IsDone isDone)
+    {
+        QMetaObject::invokeMethod(&model, work, Qt::QueuedConnection);
+        QCoreApplication::processEvents();
+        while (!isDone())
+            QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+        rest();
+    }
+
     JsonUserDefaults defaults;
     Settings settings{defaults};
     BackgroundThreadSaver saver;
     StoredThreadLibrary library;
     ThreadController threads;
+    PendingRemovals removals;
     HistoryController history;
     HistoryModel model;
     QQuickView view;
@@ -283,5 +297,28 @@ int main(int argc, char **argv)
         std::printf("  %-20s longest step %5.1f ms\n", qUtf8Printable(text),
                     application.longestStep());
     }
+    sidebar.model.setSearchText({});
+
+    const double measuring =
+        fastestMilliseconds(runs, [&] { require(ThreadMeasuring::measure(stored.store).has_value()); });
+    std::printf("  %-34s %8.1f ms   ratio %.2f\n", "measuring the threads' space", measuring,
+                measuring / reading);
+    std::printf("Deleting all threads (goal: no step of the main thread over 16 ms)\n");
+    const auto report = [&](const char *what, auto work, auto isDone) {
+        application.steps.clear();
+        sidebar.run(work, isDone);
+        std::printf("  %-20s longest step %5.1f ms\n", what, application.longestStep());
+    };
+    const auto deleteAll = [&] { sidebar.history.deleteThreads(stored.ids); };
+    const auto isEmpty = [&] { return sidebar.model.rowCount() == 0; };
+    report("hiding", deleteAll, isEmpty);
+    report(
+        "undo", [&] { sidebar.removals.undo(); },
+        [&] { return sidebar.model.rowCount() == threadCount && !sidebar.history.isLoading(); });
+    report("hiding again", deleteAll, isEmpty);
+    report(
+        "removing", [&] { sidebar.removals.commitAll(); },
+        [&] { return !sidebar.history.isHidden(stored.ids.constLast()); });
+    require(stored.store.list()->isEmpty());
     return 0;
 }

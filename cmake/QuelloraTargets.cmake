@@ -1,6 +1,7 @@
 # Target-scoped helpers shared by every folder.
 #
-#   quellora_configure_target(target)            warnings, sanitizers, include root
+#   quellora_configure_target(target)            warnings, hardening, sanitizers, include root
+#   quellora_build_unoptimized(target)           for tests, which spend more time compiling than running
 #   quellora_add_library(name SOURCES … DEPENDS …)    one static library per folder
 #   quellora_add_qml_module(name URI … SOURCES … QML_FILES … [IMPORTS …] DEPENDS …)
 #                                                one static library that is also a QML module
@@ -9,13 +10,31 @@
 #   quellora_add_tests(program NAMES … [LABELS …] [TIMEOUT …] [ENVIRONMENT …] [RUNNER …])
 #                                                adds test_<name>.cpp and runs it offscreen by ctest
 
+# What Debian's own packages are hardened with, and checked containers. The first needs optimisation.
+set(optimized $<AND:$<CONFIG:Release>,$<NOT:$<BOOL:$<TARGET_PROPERTY:QUELLORA_UNOPTIMIZED>>>>)
+set(QUELLORA_HARDENING_OPTIONS
+    $<${optimized}:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>
+    $<$<CONFIG:Release>:-fstack-protector-strong;-D_GLIBCXX_ASSERTIONS>)
+set(QUELLORA_HARDENING_LINK_OPTIONS "")
+if(NOT APPLE)
+    # The loader resolves every function at the start and makes the tables read-only.
+    set(QUELLORA_HARDENING_LINK_OPTIONS -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
+endif()
+
+function(quellora_build_unoptimized target)
+    set_target_properties(${target} PROPERTIES QUELLORA_UNOPTIMIZED ON)
+    target_compile_options(${target} PRIVATE $<$<CONFIG:Release>:-O0>)
+endfunction()
+
 function(quellora_configure_target target)
     target_compile_options(${target} PRIVATE
         -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Wold-style-cast
         -Woverloaded-virtual -Wcast-align -Wunused -Wconversion -Wno-sign-conversion
         -Wformat=2 -Wimplicit-fallthrough
         $<$<CXX_COMPILER_ID:GNU>:-Wduplicated-cond -Wlogical-op -Wuseless-cast>
-        $<$<BOOL:${QUELLORA_WERROR}>:-Werror>)
+        $<$<BOOL:${QUELLORA_WERROR}>:-Werror>
+        ${QUELLORA_HARDENING_OPTIONS})
+    target_link_options(${target} PRIVATE ${QUELLORA_HARDENING_LINK_OPTIONS})
     target_compile_definitions(${target} PRIVATE
         QT_NO_CAST_TO_ASCII QT_NO_URL_CAST_FROM_STRING QT_NO_NARROWING_CONVERSIONS_IN_CONNECT
         QT_DEPRECATED_WARNINGS)
@@ -62,7 +81,7 @@ function(quellora_add_precompiled_headers)
         set(target quellora_precompiled_${kind})
         if(kind MATCHES "tests$")
             add_executable(${target} ${nothing})
-            target_compile_options(${target} PRIVATE $<$<CONFIG:Release>:-O0>)
+            quellora_build_unoptimized(${target})
         else()
             add_library(${target} STATIC ${nothing})
         endif()
@@ -147,8 +166,7 @@ function(quellora_add_test_program name)
     set_target_properties(${name} PROPERTIES
         AUTOMOC ON RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
     quellora_configure_target(${name})
-    # Unoptimised: tests spend more time compiling than running.
-    target_compile_options(${name} PRIVATE $<$<CONFIG:Release>:-O0>)
+    quellora_build_unoptimized(${name})
     target_include_directories(${name} PRIVATE
         ${PROJECT_SOURCE_DIR}/tests ${CMAKE_CURRENT_SOURCE_DIR})
     target_link_libraries(${name} PRIVATE ${arg_DEPENDS} Qt6::Test)

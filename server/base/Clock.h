@@ -29,4 +29,10 @@ inline std::int64_t toSeconds(TimePoint time)
     return std::chrono::duration_cast<std::chrono::seconds>(time.time_since_epoch()).count();
 }
 
+/// Milliseconds since the epoch.
+inline std::int64_t toMilliseconds(TimePoint time)
+{
+    return std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()).count();
+}
+
 } // namespace quellora::server

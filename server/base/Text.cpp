@@ -244,6 +244,11 @@ std::string billingPeriod(TimePoint time)
     return isoTime(time).substr(0, 7);
 }
 
+std::string isoDay(TimePoint time)
+{
+    return isoTime(time).substr(0, 10);
+}
+
 std::string isoTime(TimePoint time)
 {
     const std::tm fields = utc(time);

@@ -39,6 +39,8 @@ std::int64_t estimatedTokens(std::size_t bytes);
 int compareVersions(std::string_view left, std::string_view right);
 /// The billing period of @p time, "YYYY-MM" in UTC.
 std::string billingPeriod(TimePoint time);
+/// The day of @p time, "YYYY-MM-DD" in UTC.
+std::string isoDay(TimePoint time);
 /// "YYYY-MM-DDTHH:MM:SSZ".
 std::string isoTime(TimePoint time);
 /// A plausible e-mail address as stored (trimmed, lower case), or nothing.

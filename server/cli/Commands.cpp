@@ -1,14 +1,19 @@
 #include "cli/Commands.h"
 
+#include "admin/AdminActions.h"
 #include "base/JsonAccess.h"
 #include "base/Text.h"
+#include "cli/AdminCommands.h"
+#include "cli/CommandOptions.h"
 #include "providers/UpstreamSettings.h"
 #include "store/Accounts.h"
+#include "store/AuditTrail.h"
 #include "store/Connections.h"
+#include "store/Migrations.h"
+#include "store/OpenDatabase.h"
 #include "store/Sessions.h"
+#include "store/StoreCopy.h"
 #include "store/UsageLedger.h"
-
-#include <CLI/CLI.hpp>
 
 #include <iomanip>
 #include <istream>
@@ -18,76 +23,48 @@
 namespace quellora::server {
 namespace {
 
-constexpr std::size_t shortestPassword = 8;
-constexpr std::size_t longestPassword = 1024;
-constexpr std::int64_t mostTokens = 1000000000000LL;
 constexpr const char *firstAccount = "me@localhost";
 
-/// The values on the command line.
-struct Options
-{
-    std::optional<std::string> config;
-    std::optional<std::string> data;
-    std::optional<std::string> host;
-    std::optional<int> port;
-    bool offline = false;
-    std::optional<std::int64_t> cap;
-    std::optional<std::string> plan;
-    bool passwordStdin = false;
-    bool generate = false;
-    bool json = false;
-    std::string email;
-    std::int64_t tokens = 0;
-    std::string planName;
-};
+using Options = CommandOptions;
 
 /// The stored data that the account commands work on.
 struct Store
 {
     explicit Store(const Config &config)
         : hasher(config.security.passwordCost)
-        , database(config.dataFile)
-        , accounts(database, hasher, clock)
-        , sessions(database, clock, config.security.sessionLifetime,
+        , database(openDatabase(config))
+        , accounts(*database, hasher, clock)
+        , sessions(*database, clock, config.security.sessionLifetime,
                    config.security.handoverLifetime)
-        , usage(database, clock)
+        , usage(*database, clock)
+        , admin(config, *database, hasher, clock, {})
+        , actions(admin, "command line")
     {}
+
+    /// The id of an existing account.
+    std::int64_t idOf(const std::string &email);
 
     SystemClock clock;
     PasswordHasher hasher;
-    Database database;
+    std::unique_ptr<Database> database;
     Accounts accounts;
     Sessions sessions;
     UsageLedger usage;
+    AdminStore admin;
+    AdminActions actions;
 };
-
-struct ChosenPassword
-{
-    std::string password;
-    bool generated = false;
-};
-
-ChosenPassword choosePassword(const Options &options, CommandContext &context)
-{
-    if (options.generate == options.passwordStdin)
-        throw CLI::ValidationError("give either --generate or --password-stdin");
-    if (options.generate) {
-        initializeCrypto();
-        return {randomPassword(), true};
-    }
-    ChosenPassword chosen;
-    std::getline(context.in, chosen.password);
-    if (!chosen.password.empty() && chosen.password.back() == '\r')
-        chosen.password.pop_back();
-    if (chosen.password.size() < shortestPassword || chosen.password.size() > longestPassword)
-        throw std::runtime_error("a password has " + std::to_string(shortestPassword) + " to " +
-                                 std::to_string(longestPassword) + " bytes");
-    return chosen;
-}
 
 [[noreturn]] void failWithoutAccount(const std::string &email)
 {
     throw std::runtime_error("there is no account " + email);
+}
+
+std::int64_t Store::idOf(const std::string &email)
+{
+    const auto account = accounts.findByEmail(email);
+    if (!account)
+        failWithoutAccount(email);
+    return account->id;
 }
 
 void printAccount(std::ostream &out, const std::string &email, const ChosenPassword &chosen)
@@ -116,7 +93,7 @@ void ensureAccount(const Options &options, const Config &config, CommandContext 
 
 void createAccount(const Options &options, const Config &config, CommandContext &context)
 {
-    const ChosenPassword chosen = choosePassword(options, context);
+    const ChosenPassword chosen = choosePassword(options, context.in);
     Store store(config);
     if (!store.accounts.create(options.email, chosen.password,
                                options.plan.value_or(config.service.defaultPlan),
@@ -127,7 +104,7 @@ void createAccount(const Options &options, const Config &config, CommandContext 
 
 void setPassword(const Options &options, const Config &config, CommandContext &context)
 {
-    const ChosenPassword chosen = choosePassword(options, context);
+    const ChosenPassword chosen = choosePassword(options, context.in);
     Store store(config);
     if (!store.accounts.setPassword(options.email, chosen.password))
         failWithoutAccount(options.email);
@@ -137,10 +114,10 @@ void setPassword(const Options &options, const Config &config, CommandContext &c
 void signOut(const Options &options, const Config &config, CommandContext &context)
 {
     Store store(config);
-    const auto account = store.accounts.findByEmail(options.email);
-    if (!account)
-        failWithoutAccount(options.email);
-    context.out << "ended " << store.sessions.revokeAll(account->id) << " sessions\n";
+    const auto ended = store.actions.signOut(store.idOf(options.email));
+    if (!ended)
+        throw std::runtime_error(ended.error());
+    context.out << "ended " << *ended << " sessions\n";
 }
 
 void listAccounts(const Options &options, const Config &config, CommandContext &context)
@@ -170,7 +147,7 @@ void listAccounts(const Options &options, const Config &config, CommandContext &
 void checkConfig(const Options &, const Config &config, CommandContext &context)
 {
     context.out << "listen: " << config.server.host << " port " << config.server.port << '\n'
-                << "data file: " << config.dataFile.string() << '\n'
+                << "store: " << describeDatabase(config) << '\n'
                 << "default model: " << config.defaultModel << '\n';
     for (const ModelSettings &model : config.models)
         context.out << "model: " << model.id << " (" << model.provider << ", " << model.upstream
@@ -192,6 +169,72 @@ void checkConfig(const Options &, const Config &config, CommandContext &context)
     }
 }
 
+void migrateStore(const Options &, const Config &config, CommandContext &context)
+{
+    // Opening migrates.
+    const auto database = openDatabase(config);
+    context.out << "schema " << database->schemaVersion() << " in " << describeDatabase(config)
+                << '\n';
+}
+
+void printCounts(std::ostream &out, const RowCounts &counts)
+{
+    for (const auto &[table, rows] : counts)
+        out << table << ": " << rows << '\n';
+}
+
+void backUpStore(const Options &options, const Config &config, CommandContext &context)
+{
+    printCounts(context.out, backUp(*openDatabase(config), options.file));
+}
+
+void restoreStore(const Options &options, const Config &config, CommandContext &context)
+{
+    printCounts(context.out, restore(*openDatabase(config), options.file));
+}
+
+void copyBetweenStores(const Options &options, const Config &config, CommandContext &context)
+{
+    const auto placed = [&config](const std::string &address) {
+        Config place = config;
+        if (!place.useDatabase(address))
+            throw std::runtime_error("a store is \"sqlite:PATH\" or \"postgresql://…\"");
+        return place;
+    };
+    const Config from = placed(options.from);
+    const Config to = placed(options.to);
+    // Opening would create it.
+    if (from.postgres.url.empty() && !std::filesystem::exists(from.dataFile))
+        throw std::runtime_error("there is no file " + from.dataFile.string());
+    printCounts(context.out, copyStore(*openDatabase(from), *openDatabase(to)));
+}
+
+void exportOnePerson(const Options &options, const Config &config, CommandContext &context)
+{
+    const Store store(config);
+    const auto account =
+        Accounts(*store.database, store.hasher, store.clock).findByEmail(options.email);
+    if (!account)
+        failWithoutAccount(options.email);
+    exportPerson(*store.database, account->id, options.file);
+    context.out << "exported: " << options.email << '\n';
+}
+
+void deletePerson(const Options &options, const Config &config, CommandContext &context)
+{
+    Store store(config);
+    store.database->transaction([&] {
+        const auto account = store.accounts.findByEmail(options.email);
+        if (!account)
+            failWithoutAccount(options.email);
+        AuditTrail(*store.database, store.clock)
+            .add("command line", "delete-person", account->person);
+        store.accounts.remove(options.email);
+    });
+    store.database->forgetDeleted();
+    context.out << "delete-person: " << options.email << '\n';
+}
+
 Config loadConfig(const Options &options, const CommandContext &context)
 {
     const auto file = options.config ? std::filesystem::path(*options.config)
@@ -199,8 +242,12 @@ Config loadConfig(const Options &options, const CommandContext &context)
     auto config = Config::load(file, context.environment, context.providers);
     if (!config)
         throw std::runtime_error(config.error());
-    if (options.data)
+    if (options.data) {
         config->dataFile = *options.data;
+        config->postgres.url.clear();
+    }
+    if (options.database && !config->useDatabase(*options.database))
+        throw std::runtime_error("--database takes \"sqlite:PATH\" or \"postgresql://…\"");
     config->server.port = options.port.value_or(config->server.port);
     config->server.host = options.host.value_or(config->server.host);
     if (!config->server.isHostPermitted())
@@ -210,34 +257,6 @@ Config loadConfig(const Options &options, const CommandContext &context)
     if (options.offline)
         config->useFallbackProvider();
     return *config;
-}
-
-/// Accepts decimal numbers up to @p most and removes leading zeros, which the library would take
-/// for octal.
-CLI::Validator wholeNumber(std::int64_t most)
-{
-    return CLI::Validator(
-        [most](std::string &text) {
-            const auto number = parseCount(text);
-            if (!number || *number > most)
-                return "\"" + text + "\" is not a whole number up to " + std::to_string(most);
-            text = std::to_string(*number);
-            return std::string();
-        },
-        "");
-}
-
-CLI::Validator emailAddress()
-{
-    return CLI::Validator(
-        [](std::string &text) {
-            const auto email = normalizedEmail(text);
-            if (!email)
-                return "\"" + text + "\" is not an e-mail address";
-            text = *email;
-            return std::string();
-        },
-        "");
 }
 
 /// Lists each command with its arguments.
@@ -294,6 +313,9 @@ int runCommand(const std::vector<std::string> &words, CommandContext &context)
     app.add_option("--data", options.data,
                    "SQLite file (default: $XDG_DATA_HOME/Quellora/backend.sqlite)")
         ->type_name("FILE");
+    app.add_option("--database", options.database,
+                   "sqlite:PATH or postgresql://…; before --data and the environment")
+        ->type_name("ADDRESS");
     app.add_option("--host", options.host, "listen there (default 127.0.0.1)")
         ->type_name("ADDRESS");
     app.add_option("--port", options.port, "listen there (default 9878, 0 picks a free port)")
@@ -308,7 +330,7 @@ int runCommand(const std::vector<std::string> &words, CommandContext &context)
     app.add_flag("--password-stdin", options.passwordStdin,
                  "read the password from the first line of standard input");
     app.add_flag("--generate", options.generate, "make up a password and print it once");
-    app.add_flag("--json", options.json, "for list-accounts: print JSON");
+    app.add_flag("--json", options.json, "for commands that list or create: print JSON");
 
     const auto add = [&](const char *name, const char *description, auto work) {
         CLI::App *command = app.add_subcommand(name, description)->group("Commands");
@@ -328,8 +350,9 @@ int runCommand(const std::vector<std::string> &words, CommandContext &context)
             name, description,
             [&, name, change](const Options &, const Config &config, CommandContext &) {
                 Store store(config);
-                if (!change(store.accounts))
-                    failWithoutAccount(options.email);
+                const auto done = change(store.actions, store.idOf(options.email));
+                if (!done)
+                    throw std::runtime_error(done.error());
                 context.out << name << ": " << options.email << '\n';
             });
     };
@@ -348,25 +371,73 @@ int runCommand(const std::vector<std::string> &words, CommandContext &context)
                 createAccount);
     addForEmail("set-password", "new password, same options; ends the account's sessions",
                 setPassword);
-    addChange(
-        "set-cap", "tokens per calendar month, 0 for no cap",
-        [&](Accounts &accounts) { return accounts.setTokenCap(options.email, options.tokens); })
+    addChange("set-cap", "tokens per calendar month, 0 for no cap",
+              [&](AdminActions &actions, std::int64_t id) {
+                  return actions.setTokenCap(id, options.tokens);
+              })
         ->add_option("TOKENS", options.tokens)
         ->required()
         ->transform(wholeNumber(mostTokens));
     addChange("set-plan", "the plan's name as the app shows it",
-              [&](Accounts &accounts) { return accounts.setPlan(options.email, options.planName); })
+              [&](AdminActions &actions, std::int64_t id) {
+                  return actions.setPlan(id, options.planName);
+              })
         ->add_option("NAME", options.planName)
         ->required();
-    addChange("suspend", "refuse the account from now on",
-              [&](Accounts &accounts) { return accounts.setSuspended(options.email, true); });
-    addChange("resume", "accept it again",
-              [&](Accounts &accounts) { return accounts.setSuspended(options.email, false); });
+    addChange(
+        "suspend", "refuse the account from now on",
+        [](AdminActions &actions, std::int64_t id) { return actions.setSuspended(id, true); });
+    addChange("resume", "accept it again", [](AdminActions &actions, std::int64_t id) {
+        return actions.setSuspended(id, false);
+    });
     addForEmail("sign-out", "end all its sessions", signOut);
     addChange("delete-account", "remove it with its usage and telemetry",
-              [&](Accounts &accounts) { return accounts.remove(options.email); });
+              [](AdminActions &actions, std::int64_t id) { return actions.remove(id); });
     add("list-accounts", "accounts with this month's usage", listAccounts);
+    add("migrate", "bring the store to this version's schema, as every start does", migrateStore);
+    add("backup", "write the whole store to the new FILE, also while it is served", backUpStore)
+        ->add_option("FILE", options.file)
+        ->required();
+    add("restore", "fill the empty store from a backup", restoreStore)
+        ->add_option("FILE", options.file)
+        ->required();
+    CLI::App *copy = add("migrate-store",
+                         "copy a store into an empty one (sqlite:PATH or\n"
+                         "postgresql://…)",
+                         copyBetweenStores);
+    copy->add_option("FROM", options.from)->required();
+    copy->add_option("TO", options.to)->required();
+    addForEmail("export-person", "write everything of one person to the new FILE, as JSON",
+                exportOnePerson)
+        ->add_option("FILE", options.file)
+        ->required();
+    addForEmail("delete-person",
+                "delete everything of one person; the audit trail knows a\n"
+                "pseudonym only",
+                deletePerson);
     add("check-config", "read the configuration and say what is in force", checkConfig);
+
+    app.add_option("--days", options.days, "for usage: how many days (default 30)")
+        ->type_name("N")
+        ->check(CLI::Range(1, 400));
+    app.add_option("--count", options.count, "for audit: how many entries (default 50)")
+        ->type_name("N")
+        ->check(CLI::Range(1, 100000));
+    app.add_option("--title", options.title, "for send-message")->type_name("TEXT");
+    app.add_option("--text", options.text, "for send-message, Markdown")->type_name("TEXT");
+    app.add_option("--kind", options.kind, "for send-message: information or blocking")
+        ->type_name("KIND")
+        ->check(CLI::IsMember({"information", "blocking"}));
+    app.add_option("--minutes", options.minutes, "for send-message: until a forced update")
+        ->type_name("N")
+        ->transform(wholeNumber(mostTokens));
+    app.add_option("--label", options.label, "for send-message: caption of a button")
+        ->type_name("TEXT");
+    app.add_option("--url", options.url, "for send-message: what the button opens")
+        ->type_name("URL");
+    app.add_flag("--reset", options.reset, "for set-prompt: back to the configured prompt");
+    addAdminCommands(app, options, context,
+                     [&run](std::function<void(const Config &)> work) { run = std::move(work); });
 
     // App::help() would describe the given command only.
     const auto help = [&app] {

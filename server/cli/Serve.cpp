@@ -1,6 +1,8 @@
 #include "base/Log.h"
 #include "cli/Commands.h"
 #include "http/BackendServer.h"
+#include "store/Housekeeping.h"
+#include "store/OpenDatabase.h"
 
 #include <unistd.h>
 
@@ -59,8 +61,10 @@ int serve(const Config &config, CommandContext &context)
     Log::setFormat(config.logFormat);
     const SystemClock clock;
     const PasswordHasher hasher(config.security.passwordCost);
-    Database database(config.dataFile);
-    BackendServer server(config, database, hasher, clock);
+    const auto database = openDatabase(config);
+    UploadedLogs(*database, clock, config.limits.keptLogs)
+        .adopt(config.dataFile.parent_path() / "app-logs");
+    BackendServer server(config, *database, hasher, clock);
     const auto port = server.bind();
     if (!port) {
         context.err << "quellora-backend: " << port.error() << '\n';
@@ -69,7 +73,8 @@ int serve(const Config &config, CommandContext &context)
     if (config.server.allowRemote)
         Log::event("[Serve] WARNING: Connections are not encrypted; put a TLS proxy in front "
                    "before letting other machines in");
-    Log::event("[Serve] Data file " + config.dataFile.string() + ", models: " + server.models());
+    Log::event("[Serve] Store: " + describeDatabase(config) + ", models: " + server.models());
+    const Housekeeping housekeeping(*database, clock, server.answers(), config.retention);
     std::thread serving([&server] { server.run(); });
     context.out << "listening on " << server.address() << std::endl;
 

@@ -1,6 +1,8 @@
 #include "config/Config.h"
 
+#include "base/Text.h"
 #include "config/TomlReader.h"
+#include "providers/UpstreamSettings.h"
 
 #include <algorithm>
 #include <fstream>
@@ -77,6 +79,30 @@ void readService(TomlReader reader, ServiceSettings &service)
     reader.finish();
 }
 
+void readOidc(TomlReader reader, OidcSettings &oidc)
+{
+    std::string secretFile;
+    reader.read("issuer", oidc.issuer);
+    reader.read("client_id", oidc.clientId);
+    reader.read("client_secret", oidc.clientSecret);
+    reader.read("client_secret_file", secretFile);
+    reader.read("allowed_domains", oidc.allowedDomains);
+    reader.read("name", oidc.name);
+    reader.finish();
+    if (!secretFile.empty()) {
+        std::ifstream file(secretFile);
+        if (!std::getline(file, oidc.clientSecret) || trimmed(oidc.clientSecret).empty())
+            reader.fail("client_secret_file", "cannot be read or is empty");
+        oidc.clientSecret = trimmed(oidc.clientSecret);
+    }
+    if (!oidc.isOn())
+        return;
+    if (!isTrustworthyUrl(oidc.issuer))
+        reader.fail("issuer", "must begin with https://");
+    if (oidc.clientId.empty())
+        reader.fail("client_id", "is required");
+}
+
 void readLogFormat(TomlReader &root, Log::Format &format)
 {
     std::string name = "text";
@@ -93,6 +119,23 @@ void readTiming(TomlReader reader, TimingSettings &timing)
     reader.readSeconds("connect_seconds", timing.connect, 1, 60);
     reader.readSeconds("stall_seconds", timing.stall, 1, 3600);
     reader.readSeconds("stop_grace_seconds", timing.stopGrace, 0, 60);
+    reader.finish();
+}
+
+void readPostgres(TomlReader reader, PostgresSettings &postgres)
+{
+    reader.read("direct_url", postgres.directUrl);
+    reader.read("connections", postgres.connections, 1, 200);
+    reader.readSeconds("connect_seconds", postgres.connect, 2, 60);
+    reader.readSeconds("statement_seconds", postgres.statement, 1, 600);
+    reader.finish();
+}
+
+void readRetention(TomlReader reader, RetentionSettings &retention)
+{
+    reader.read("telemetry_days", retention.telemetryDays, 0, 36500);
+    reader.read("log_days", retention.logDays, 0, 36500);
+    reader.read("answer_days", retention.answerDays, 1, 36500);
     reader.finish();
 }
 
@@ -201,6 +244,11 @@ void complete(Config &config, std::string &error)
 
 } // namespace
 
+bool isTrustworthyUrl(const std::string &url)
+{
+    return isHttpUrl(url) && (url.rfind("https://", 0) == 0 || isLoopbackHost(hostOfUrl(url)));
+}
+
 bool ServerSettings::isHostPermitted() const
 {
     return allowRemote || host == "127.0.0.1" || host == "localhost" || host == "::1";
@@ -221,6 +269,20 @@ ServiceSettings::ServiceSettings()
                     "pressure.\n"
                     "Do not add explanations outside this format.")
 {}
+
+bool Config::useDatabase(const std::string &address)
+{
+    const std::string file = "sqlite:";
+    if (address.rfind(file, 0) == 0 && address.size() > file.size()) {
+        dataFile = address.substr(file.size());
+        postgres.url.clear();
+        return true;
+    }
+    if (address.rfind("postgresql://", 0) != 0 && address.rfind("postgres://", 0) != 0)
+        return false;
+    postgres.url = address;
+    return true;
+}
 
 std::filesystem::path Config::connectionFile() const
 {
@@ -268,7 +330,11 @@ tl::expected<Config, std::string> Config::parse(const std::string &toml, const s
     std::string dataFile;
     std::int64_t sessionDays = 30;
     TomlReader root(&document, "", error);
+    std::string database;
     root.read("data_file", dataFile);
+    root.read("database", database);
+    readPostgres(root.table("postgresql"), config.postgres);
+    readRetention(root.table("retention"), config.retention);
     root.read("default_model", config.defaultModel);
     readLogFormat(root, config.logFormat);
     readServer(root.table("server"), config.server);
@@ -281,6 +347,7 @@ tl::expected<Config, std::string> Config::parse(const std::string &toml, const s
         config.providers.back().name = provider.name;
         table.finish();
     }
+    readOidc(root.table("oidc"), config.oidc);
     TomlReader security = root.table("security");
     security.read("session_days", sessionDays, 1, 3650);
     security.readSeconds("browser_sign_in_seconds", config.security.handoverLifetime, 10, 3600);
@@ -289,7 +356,12 @@ tl::expected<Config, std::string> Config::parse(const std::string &toml, const s
     root.finish();
 
     config.security.sessionLifetime = std::chrono::hours(24 * sessionDays);
-    dataFile = environment("QUELLORA_BACKEND_DATA").value_or(dataFile);
+    if (const auto named = environment("QUELLORA_BACKEND_DATABASE")) {
+        database = *named;
+    } else if (const auto file = environment("QUELLORA_BACKEND_DATA")) {
+        dataFile = *file;
+        database.clear();
+    }
     if (!dataFile.empty()) {
         config.dataFile = dataFile;
     } else if (const auto data = environment("XDG_DATA_HOME")) {
@@ -298,6 +370,9 @@ tl::expected<Config, std::string> Config::parse(const std::string &toml, const s
         config.dataFile =
             std::filesystem::path(*home) / ".local" / "share" / "Quellora" / "backend.sqlite";
     }
+    // The address may contain a password, so that no message repeats it.
+    if (!database.empty() && !config.useDatabase(database) && error.empty())
+        error = "database: must be \"sqlite:PATH\" or \"postgresql://…\"";
     complete(config, error);
     if (!error.empty())
         return tl::make_unexpected(name + ": " + error);

@@ -3,6 +3,7 @@
 #include "base/Environment.h"
 #include "base/Log.h"
 #include "base/Secrets.h"
+#include "config/OidcSettings.h"
 #include "providers/Provider.h"
 
 #include <tl/expected.hpp>
@@ -100,6 +101,29 @@ struct TimingSettings
     std::chrono::milliseconds stopGrace = std::chrono::seconds(3);
 };
 
+/// How many days things are kept; 0 keeps them.
+struct RetentionSettings
+{
+    int telemetryDays = 90;
+    int logDays = 90;
+    /// Ended answers, by which one that is counted twice is recognised.
+    int answerDays = 35;
+};
+
+/// A PostgreSQL server that several instances share as their store.
+struct PostgresSettings
+{
+    /// "postgresql://…"; may lead to a pooler that assigns a server per transaction. Empty: the
+    /// store is the SQLite file.
+    std::string url;
+    /// Leads past the pooler, for the one connection that listens; empty: the same as url.
+    std::string directUrl;
+    int connections = 8;
+    std::chrono::seconds connect{5};
+    /// Longest duration of a statement, and of a silence within a transaction.
+    std::chrono::seconds statement{10};
+};
+
 /// Everything that can be configured: built-in defaults, overridden by the file, overridden by the
 /// environment.
 struct Config
@@ -109,6 +133,7 @@ struct Config
     LimitSettings limits;
     ServiceSettings service;
     TimingSettings timing;
+    OidcSettings oidc;
     Log::Format logFormat = Log::Format::Text;
     /// All providers, including those that miss settings.
     std::vector<ConfiguredProvider> providers;
@@ -117,7 +142,10 @@ struct Config
     std::string defaultModel;
     /// Whether models connected on the account page are offered; not when only the fallback may be.
     bool takesConnections = true;
+    /// The SQLite file. What belongs to this machine alone stays beside it with any store.
     std::filesystem::path dataFile;
+    PostgresSettings postgres;
+    RetentionSettings retention;
 
     /// Reads @p file (all keys optional, unknown keys are errors) and applies @p environment.
     /// Without a file only defaults and environment count. The error is ready for the user.
@@ -128,6 +156,8 @@ struct Config
     static tl::expected<Config, std::string>
     parse(const std::string &toml, const std::string &name, const Environment &environment,
           const std::vector<Provider> &providers = builtInProviders());
+    /// Takes "sqlite:PATH" or "postgresql://…" as the store. False when it is neither.
+    bool useDatabase(const std::string &address);
     /// Whether no model but those of the provider that needs no configuration is configured.
     bool hasOnlyFallback() const;
     /// The file with the models connected on the account page, beside the data file.

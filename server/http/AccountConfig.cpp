@@ -1,14 +1,15 @@
 #include "http/AccountConfig.h"
 
+#include "admin/ModelChoices.h"
 #include "base/JsonAccess.h"
 
 namespace quellora::server {
 namespace {
 
-nlohmann::json modelList(const ModelCatalog &catalog)
+nlohmann::json modelList(const std::vector<ModelSettings> &offered)
 {
     nlohmann::json models = nlohmann::json::array();
-    for (const ModelSettings &model : catalog.models()) {
+    for (const ModelSettings &model : offered) {
         models.push_back({{"id", model.id},
                           {"displayName", model.displayName},
                           {"descriptor", model.descriptor}});
@@ -37,10 +38,12 @@ nlohmann::json configRecord(Services &services, const Account &account, bool isO
 {
     const auto catalog = services.models.current();
     const ServiceSettings &service = services.config.service;
+    const ModelChoices choices =
+        modelChoices(services.settings, service, catalog->models(), catalog->defaultModel());
     const UsageFigures figures = services.usage.figures(account);
-    nlohmann::json record = {{"model", catalog->defaultModel()},
-                             {"availableModels", modelList(*catalog)},
-                             {"defaultPrompt", service.defaultPrompt},
+    nlohmann::json record = {{"model", choices.defaultModel},
+                             {"availableModels", modelList(choices.offered)},
+                             {"defaultPrompt", choices.defaultPrompt},
                              {"minimumAppVersion", service.minimumAppVersion},
                              {"tokensUsed", figures.used},
                              {"tokensRemaining", figures.remaining},
@@ -52,10 +55,12 @@ nlohmann::json configRecord(Services &services, const Account &account, bool isO
                              {"heartbeatIntervalSeconds", service.heartbeatIntervalSeconds}};
     if (isOwner && catalog->lacksModel())
         record["connectModel"] = true;
-    if (service.adminMessage)
-        record["adminMessage"] = messageRecord(*service.adminMessage);
-    if (service.requestLogs)
-        record["requestLogs"] = *service.requestLogs;
+    // What an administrator wrote comes before the message of the configuration file.
+    const auto written = services.messages.forAccount(account.id);
+    if (const auto &message = written ? written : service.adminMessage)
+        record["adminMessage"] = messageRecord(*message);
+    if (const auto wanted = requestedLogs(services.settings, service))
+        record["requestLogs"] = *wanted;
     if (service.debugLogging)
         record["debugLogging"] = *service.debugLogging;
     return record;

@@ -72,7 +72,7 @@ bool hasServer(const std::string &url)
 AccountRoutes::AccountRoutes(Services &services)
     : m_services(services)
     , m_guard(services)
-    , m_nonces(services.clock)
+    , m_nonces(services.database, services.clock, "account")
     , m_setup(services.config, services.models)
 {}
 

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "connect/ModelSetup.h"
-#include "http/FormNonces.h"
 #include "http/RequestGuard.h"
+#include "store/FormNonces.h"
 
 namespace quellora::server {
 

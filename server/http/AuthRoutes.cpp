@@ -14,14 +14,14 @@ PasswordSignIn::Result PasswordSignIn::attempt(const std::string &email,
     // Unknown addresses are throttled like known ones, so that throttling does not reveal which
     // exist.
     const std::string address = normalizedEmail(email).value_or(lowered(email.substr(0, 254)));
-    if (const auto wait = m_services.loginFailures.wait(address))
+    if (const auto wait = m_services.loginFailures->wait(address))
         return Result{std::nullopt, SignInRefusal::Throttled, *wait};
     const auto account = m_services.accounts.authenticate(address, password);
     if (!account) {
-        m_services.loginFailures.record(address);
+        m_services.loginFailures->record(address);
         return Result{};
     }
-    m_services.loginFailures.reset(address);
+    m_services.loginFailures->reset(address);
     if (account->suspended)
         return Result{std::nullopt, SignInRefusal::Suspended, {}};
     return Result{account, {}, {}};
@@ -35,7 +35,7 @@ bool AuthRoutes::admitted(const Request &request, Response &response) const
 {
     if (!m_guard.jsonBody(request, response))
         return false;
-    if (const auto wait = m_services.authRate.acquire(request.peerAddress)) {
+    if (const auto wait = m_services.authRate->acquire(request.peerAddress)) {
         replyRateLimited(response, *wait);
         return false;
     }

@@ -91,6 +91,8 @@ BackendServer::BackendServer(Config config, Database &database, const PasswordHa
     , m_uploads(m_services)
     , m_pages(m_services)
     , m_account(m_services)
+    , m_operation(m_services)
+    , m_team(m_services, hasher)
 {
     hasher.verifyNobody("");
     configure();
@@ -203,7 +205,25 @@ void BackendServer::registerRoutes()
         page(path,
              [this, path](const auto &, auto &response) { m_pages.fixedPage(path, response); });
     }
+    m_team.addTo(
+        [this](const std::string &path, Handler handler) { page(path, std::move(handler)); },
+        [this](const std::string &path, Handler handler, bool) {
+            post(path, smallBody, std::move(handler));
+        });
     page("/style.css", [](const auto &, auto &response) { PageRoutes::styleSheet(response); });
+    // Load balancers ask under whatever name they know the server by.
+    const auto probe = [this](const std::string &path, auto method) {
+        m_server.Get(path, [this, method](const httplib::Request &from, httplib::Response &to) {
+            Response response;
+            (m_operation.*method)(requestOf(from, m_port), response);
+            send(std::move(response), to);
+        });
+    };
+    probe("/livez", &OperationRoutes::live);
+    probe("/readyz", &OperationRoutes::ready);
+    probe("/metrics", &OperationRoutes::metrics);
+    page("/openapi.json",
+         [this](const auto &request, auto &response) { m_operation.contract(request, response); });
     page("/healthz", [this](const auto &, auto &response) {
         replyJson(response, 200,
                   compactJson(

@@ -1,8 +1,10 @@
 #pragma once
 
+#include "admin/TeamRoutes.h"
 #include "http/AccountRoutes.h"
 #include "http/AuthRoutes.h"
 #include "http/Message.h"
+#include "http/OperationRoutes.h"
 #include "http/PageRoutes.h"
 #include "http/QueryRoutes.h"
 #include "http/Services.h"
@@ -30,6 +32,8 @@ public:
     std::string address() const;
     /// The ids of the models on offer and the default one, for the log.
     std::string models() const;
+    /// The running answers, whose leases are to be renewed.
+    AnswerLedger &answers() { return m_services.answers; }
     /// Serves until stop().
     void run();
     void stop();
@@ -50,6 +54,8 @@ private:
     UploadRoutes m_uploads;
     PageRoutes m_pages;
     AccountRoutes m_account;
+    OperationRoutes m_operation;
+    TeamRoutes m_team;
     httplib::Server m_server;
     int m_port = 0;
     std::atomic<bool> m_finished{false};

@@ -3,6 +3,8 @@
 #include "base/Text.h"
 #include "http/PageText.h"
 
+#include <algorithm>
+
 namespace quellora::server {
 namespace {
 
@@ -46,6 +48,19 @@ std::string field(const std::map<std::string, std::string> &fields, const std::s
 {
     const auto found = fields.find(name);
     return found == fields.end() ? std::string() : found->second;
+}
+
+std::string cookieValue(const Request &request, const std::string &name)
+{
+    const std::string header = request.header("Cookie");
+    for (std::size_t begin = 0; begin < header.size();) {
+        const std::size_t end = std::min(header.find(';', begin), header.size());
+        const std::string pair = trimmed(std::string_view(header).substr(begin, end - begin));
+        if (pair.rfind(name + "=", 0) == 0)
+            return pair.substr(name.size() + 1);
+        begin = end + 1;
+    }
+    return "";
 }
 
 std::string hidden(const std::string &name, const std::string &value)

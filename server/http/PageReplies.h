@@ -19,6 +19,8 @@ void replyPage(Response &response, int status, const std::string &body,
 void replySeeOther(Response &response, const std::string &location);
 /// The field's value, empty when it is missing.
 std::string field(const std::map<std::string, std::string> &fields, const std::string &name);
+/// The value of the request's cookie @p name; empty when there is none.
+std::string cookieValue(const Request &request, const std::string &name);
 /// A hidden field of a form.
 std::string hidden(const std::string &name, const std::string &value);
 

@@ -8,7 +8,10 @@
 namespace quellora::server {
 
 PageRoutes::PageRoutes(Services &services)
-    : m_services(services), m_guard(services), m_signIn(services), m_nonces(services.clock)
+    : m_services(services)
+    , m_guard(services)
+    , m_signIn(services)
+    , m_nonces(services.database, services.clock, "sign-in")
 {}
 
 void PageRoutes::showLogin(const Request &request, Response &response, int status,
@@ -20,6 +23,10 @@ void PageRoutes::showLogin(const Request &request, Response &response, int statu
                        "<p>This signs in the Quellora app on this computer.</p>\n";
     if (!problem.empty())
         body += "<p class=\"problem\" role=\"alert\">" + htmlEscaped(problem) + "</p>\n";
+    const OidcSettings &team = m_services.config.oidc;
+    if (team.isOn())
+        body += "<p><a class=\"button\" href=\"/login/team?callback=" + urlEncoded(callback) +
+                "\">Sign in with " + htmlEscaped(team.name) + "</a></p>\n";
     if (m_guard.isOwner(request)) {
         for (const Account &account : m_services.accounts.all()) {
             if (account.suspended)
@@ -29,8 +36,9 @@ void PageRoutes::showLogin(const Request &request, Response &response, int statu
                     "<button type=\"submit\">Continue as " + htmlEscaped(account.email) +
                     "</button>\n</form>\n";
         }
-        body += "<h2>Or use a password</h2>\n";
     }
+    if (team.isOn() || m_guard.isOwner(request))
+        body += "<h2>Or use a password</h2>\n";
     body += form + hidden("nonce", m_nonces.issue()) +
             "<label>Email<input type=\"email\" name=\"email\" autocomplete=\"username\" "
             "required></label>\n"
@@ -81,16 +89,16 @@ void PageRoutes::loginSubmit(const Request &request, Response &response)
             showLogin(request, response, 403, "Please sign in with your password.");
             return;
         }
-        redirectWithToken(response, *account);
+        redirectWithToken(m_services, response, *account);
         return;
     }
-    if (const auto wait = m_services.authRate.acquire(request.peerAddress)) {
+    if (const auto wait = m_services.authRate->acquire(request.peerAddress)) {
         showLogin(request, response, 429, "Too many attempts. Please wait a minute.");
         return;
     }
     const auto result = m_signIn.attempt(field(fields, "email"), field(fields, "password"));
     if (result.account)
-        redirectWithToken(response, *result.account);
+        redirectWithToken(m_services, response, *result.account);
     else if (result.refusal == SignInRefusal::Throttled)
         showLogin(request, response, 429,
                   "Too many attempts. Please wait " + std::to_string(result.wait.count()) +
@@ -101,10 +109,10 @@ void PageRoutes::loginSubmit(const Request &request, Response &response)
         showLogin(request, response, 401, "Wrong e-mail or password.");
 }
 
-void PageRoutes::redirectWithToken(Response &response, const Account &account)
+void PageRoutes::redirectWithToken(Services &services, Response &response, const Account &account)
 {
     Log::event("[PageRoutes] Browser sign-in for account " + std::to_string(account.id));
-    const IssuedSession handover = m_services.sessions.issueHandover(account.id);
+    const IssuedSession handover = services.sessions.issueHandover(account.id);
     replySeeOther(response, std::string(callback) + "?token=" + urlEncoded(handover.token));
 }
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "http/AuthRoutes.h"
-#include "http/FormNonces.h"
+#include "store/FormNonces.h"
 
 namespace quellora::server {
 
@@ -17,12 +17,13 @@ public:
     void loginSubmit(const Request &request, Response &response);
     /// Page of a fixed path such as "/help"; 404 when there is none.
     void fixedPage(const std::string &path, Response &response) const;
+    /// Ends a sign-in: leads the browser to the app's listener with a token for one exchange.
+    static void redirectWithToken(Services &services, Response &response, const Account &account);
     static void styleSheet(Response &response);
 
 private:
     void showLogin(const Request &request, Response &response, int status,
                    const std::string &problem);
-    void redirectWithToken(Response &response, const Account &account);
 
     Services &m_services;
     RequestGuard m_guard;

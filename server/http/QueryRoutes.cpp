@@ -1,5 +1,6 @@
 #include "http/QueryRoutes.h"
 
+#include "admin/ModelChoices.h"
 #include "base/JsonAccess.h"
 #include "base/Log.h"
 #include "base/Text.h"
@@ -69,7 +70,7 @@ bool QueryRoutes::admitted(const Request &request, Response &response, const Acc
         replySpent(response, figures.remaining);
         return false;
     }
-    if (const auto wait = m_services.queryRate.acquire(std::to_string(account.id))) {
+    if (const auto wait = m_services.queryRate->acquire(std::to_string(account.id))) {
         Log::event("[QueryRoutes] Query refused: account " + std::to_string(account.id) +
                    " asks too often");
         replyRateLimited(response, *wait);
@@ -98,10 +99,13 @@ void QueryRoutes::query(const Request &request, Response &response) const
         return;
     }
     const auto catalog = m_services.models.current();
-    ChosenModel model = catalog->choose(query.model);
+    const ModelChoices choices = modelChoices(m_services.settings, m_services.config.service,
+                                              catalog->models(), catalog->defaultModel());
+    const bool isOffered = query.model && choices.offers(*query.model);
+    ChosenModel model = catalog->choose(isOffered ? *query.model : choices.defaultModel);
+    model.usedFallback = query.model && !isOffered;
     ModelRequest question;
-    question.prompt =
-        trimmed(query.prompt).empty() ? m_services.config.service.defaultPrompt : query.prompt;
+    question.prompt = trimmed(query.prompt).empty() ? choices.defaultPrompt : query.prompt;
     question.jpeg = std::move(query.jpeg);
     question.model = model.upstreamName;
     if (catalog->lacksModel() && m_guard.isOwner(request))

@@ -46,15 +46,21 @@ bool RequestGuard::originAllowed(const Request &request, Response &response) con
     return ownSite && ownOrigin;
 }
 
-bool RequestGuard::isOwner(const Request &request) const
+bool RequestGuard::isLocal(const Request &request) const
 {
     // A proxy's connections belong to the proxy's user, whoever is behind it.
     const bool isForwarded = request.headers.has("Forwarded") ||
                              request.headers.has("X-Forwarded-For") ||
                              request.headers.has("X-Forwarded-Host") ||
                              request.headers.has("X-Real-IP") || request.headers.has("Via");
-    return m_services.config.server.oneClickSignIn && !isForwarded &&
-           isLoopbackHost(hostName(request.header("Host"))) && m_services.ownUser(request);
+    return !isForwarded && isLoopbackHost(request.peerAddress) &&
+           isLoopbackHost(hostName(request.header("Host")));
+}
+
+bool RequestGuard::isOwner(const Request &request) const
+{
+    return m_services.config.server.oneClickSignIn && isLocal(request) &&
+           m_services.ownUser(request);
 }
 
 bool RequestGuard::jsonBody(const Request &request, Response &response) const

@@ -17,6 +17,8 @@ public:
     bool hostAllowed(const Request &request, Response &response) const;
     /// The request was not sent by a web page of another origin.
     bool originAllowed(const Request &request, Response &response) const;
+    /// The request comes from this machine, under a loopback name and without a proxy in between.
+    bool isLocal(const Request &request) const;
     /// The request comes from the user running the server, who may do without a password.
     bool isOwner(const Request &request) const;
     /// The body is declared as JSON, which other origins cannot send without a preflight request.

@@ -14,22 +14,29 @@ int streamThreads(std::size_t threads)
 
 } // namespace
 
-Services::Services(Config settings, Database &database, const PasswordHasher &hasher,
+Services::Services(Config configuration, Database &store, const PasswordHasher &hasher,
                    const Clock &wallClock, OwnUserCheck ownUserCheck)
-    : config(std::move(settings))
+    : config(std::move(configuration))
+    , database(store)
     , clock(wallClock)
     , accounts(database, hasher, wallClock)
     , sessions(database, wallClock, config.security.sessionLifetime,
                config.security.handoverLifetime)
     , usage(database, wallClock)
+    , answers(database, wallClock, randomUuid(), config.limits.concurrentQueries)
     , telemetry(database, wallClock)
-    , logs(config.dataFile.parent_path() / "app-logs", wallClock, config.limits.keptLogs)
+    , logs(database, wallClock, config.limits.keptLogs)
+    , messages(database, wallClock)
+    , settings(database, wallClock)
     , models(config, ConnectionFile(config.connectionFile()))
     , ownUser(std::move(ownUserCheck))
-    , queryRate(wallClock, config.limits.queriesPerMinute, seconds(60))
-    , loginFailures(wallClock, config.limits.loginFailures, config.limits.loginWindow)
-    , authRate(wallClock, config.limits.authRequestsPerMinute, seconds(60))
-    , uploadRate(wallClock, uploadsPerMinute, seconds(60))
+    , queryRate(makeRateLimiter(database, wallClock, "query", config.limits.queriesPerMinute,
+                                seconds(60)))
+    , loginFailures(makeRateLimiter(database, wallClock, "login failure",
+                                    config.limits.loginFailures, config.limits.loginWindow))
+    , authRate(makeRateLimiter(database, wallClock, "sign-in", config.limits.authRequestsPerMinute,
+                               seconds(60)))
+    , uploadRate(makeRateLimiter(database, wallClock, "upload", uploadsPerMinute, seconds(60)))
     , streams(config.limits.concurrentQueries, streamThreads(config.server.threads))
 {}
 

@@ -1,19 +1,24 @@
 #pragma once
 
 #include "base/Clock.h"
+#include "base/Metrics.h"
 #include "base/Stop.h"
 #include "config/Config.h"
 #include "http/Message.h"
-#include "http/RateLimiter.h"
 #include "http/StreamSlots.h"
 #include "model/ModelCatalog.h"
 #include "store/Accounts.h"
+#include "store/AnswerLedger.h"
+#include "store/Messages.h"
+#include "store/RateLimiter.h"
 #include "store/Sessions.h"
+#include "store/StoredSettings.h"
 #include "store/Telemetry.h"
 #include "store/UploadedLogs.h"
 #include "store/UsageLedger.h"
 
 #include <functional>
+#include <memory>
 
 namespace quellora::server {
 
@@ -23,22 +28,27 @@ using OwnUserCheck = std::function<bool(const Request &)>;
 /// What the request handlers share; owned by the server. All members are thread-safe.
 struct Services
 {
-    Services(Config settings, Database &database, const PasswordHasher &hasher,
+    Services(Config configuration, Database &store, const PasswordHasher &hasher,
              const Clock &wallClock, OwnUserCheck ownUserCheck);
 
     Config config;
+    Database &database;
     const Clock &clock;
+    Metrics metrics;
     Accounts accounts;
     Sessions sessions;
     UsageLedger usage;
+    AnswerLedger answers;
     Telemetry telemetry;
     UploadedLogs logs;
+    Messages messages;
+    StoredSettings settings;
     ModelOffers models;
     OwnUserCheck ownUser;
-    RateLimiter queryRate;
-    RateLimiter loginFailures;
-    RateLimiter authRate;
-    RateLimiter uploadRate;
+    std::unique_ptr<RateLimiter> queryRate;
+    std::unique_ptr<RateLimiter> loginFailures;
+    std::unique_ptr<RateLimiter> authRate;
+    std::unique_ptr<RateLimiter> uploadRate;
     StreamSlots streams;
     /// Requested at shutdown; running answers end.
     StopSource stopping;

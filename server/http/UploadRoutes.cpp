@@ -56,7 +56,7 @@ std::optional<Account> UploadRoutes::admitted(const Request &request, Response &
     auto account = m_guard.account(request, response);
     if (!account)
         return std::nullopt;
-    if (const auto wait = m_services.uploadRate.acquire(std::to_string(account->id))) {
+    if (const auto wait = m_services.uploadRate->acquire(std::to_string(account->id))) {
         replyRateLimited(response, *wait);
         return std::nullopt;
     }

@@ -7,12 +7,15 @@ Telemetry::Telemetry(Database &database, const Clock &clock) : m_database(databa
 
 void Telemetry::add(std::int64_t accountId, const std::string &record)
 {
-    m_database.transaction([&] {
-        m_database.execute("INSERT INTO telemetry(account_id, received_at, record) VALUES(?, ?, ?)",
-                           {accountId, toSeconds(m_clock.now()), record});
-        m_database.execute("DELETE FROM telemetry WHERE id <= (SELECT max(id) FROM telemetry) - ?",
-                           {keptRecords});
-    });
+    m_database.execute("INSERT INTO telemetry(account_id, received_at, record) VALUES(?, ?, ?)",
+                       {accountId, toSeconds(m_clock.now()), record});
+}
+
+void Telemetry::trim(TimePoint before)
+{
+    m_database.execute("DELETE FROM telemetry WHERE received_at < ? OR id IN"
+                       " (SELECT id FROM telemetry ORDER BY id DESC LIMIT ? OFFSET ?)",
+                       {toSeconds(before), std::int64_t{1000000000}, keptRecords});
 }
 
 } // namespace quellora::server

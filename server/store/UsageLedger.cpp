@@ -10,16 +10,50 @@ UsageLedger::UsageLedger(Database &database, const Clock &clock)
     : m_database(database), m_clock(clock)
 {}
 
-void UsageLedger::add(std::int64_t accountId, TokenCount tokens)
+void UsageLedger::add(std::int64_t accountId, TokenCount tokens, const std::string &model)
+{
+    const auto now = m_clock.now();
+    m_database.transaction(
+        [&] { count(accountId, billingPeriod(now), isoDay(now), model, tokens, 1); });
+}
+
+void UsageLedger::count(std::int64_t accountId, const std::string &period, const std::string &day,
+                        const std::string &model, TokenCount tokens, std::int64_t queries)
 {
     // Counts nothing when the account was deleted while its answer was running.
+    m_database.execute("INSERT INTO usage(account_id, period, input_tokens, output_tokens, queries)"
+                       " SELECT id, ?, ?, ?, ? FROM accounts WHERE id = ?"
+                       " ON CONFLICT(account_id, period) DO UPDATE SET"
+                       " input_tokens = usage.input_tokens + excluded.input_tokens,"
+                       " output_tokens = usage.output_tokens + excluded.output_tokens,"
+                       " queries = usage.queries + excluded.queries",
+                       {period, tokens.input, tokens.output, queries, accountId});
     m_database.execute(
-        "INSERT INTO usage(account_id, period, input_tokens, output_tokens, queries)"
-        " SELECT id, ?, ?, ?, 1 FROM accounts WHERE id = ?"
-        " ON CONFLICT(account_id, period) DO UPDATE SET"
-        " input_tokens = input_tokens + excluded.input_tokens,"
-        " output_tokens = output_tokens + excluded.output_tokens, queries = queries + 1",
-        {billingPeriod(m_clock.now()), tokens.input, tokens.output, accountId});
+        "INSERT INTO usage_daily(account_id, day, model, input_tokens, output_tokens, queries)"
+        " SELECT id, ?, ?, ?, ?, ? FROM accounts WHERE id = ?"
+        " ON CONFLICT(account_id, day, model) DO UPDATE SET"
+        " input_tokens = usage_daily.input_tokens + excluded.input_tokens,"
+        " output_tokens = usage_daily.output_tokens + excluded.output_tokens,"
+        " queries = usage_daily.queries + excluded.queries",
+        {day, model, tokens.input, tokens.output, queries, accountId});
+}
+
+std::vector<DailyUsage> UsageLedger::daily(const std::string &firstDay, const std::string &lastDay,
+                                           std::int64_t accountId)
+{
+    std::vector<DailyUsage> list;
+    m_database.query(
+        "SELECT account_id, day, model, input_tokens, output_tokens, queries FROM usage_daily"
+        " WHERE day >= ? AND day <= ? AND (account_id = ? OR ? = 0)"
+        " ORDER BY day, account_id, model",
+        {firstDay, lastDay, accountId, accountId}, [&](const Database::Row &row) {
+            list.push_back({row.integer(0),
+                            row.text(1),
+                            row.text(2),
+                            {row.integer(3), row.integer(4)},
+                            row.integer(5)});
+        });
+    return list;
 }
 
 TokenCount UsageLedger::current(std::int64_t accountId)

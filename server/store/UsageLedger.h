@@ -5,6 +5,8 @@
 #include "store/Database.h"
 
 #include <cstdint>
+#include <string>
+#include <vector>
 
 namespace quellora::server {
 
@@ -15,6 +17,7 @@ struct TokenCount
     std::int64_t output = 0;
 
     std::int64_t total() const { return input + output; }
+    bool operator==(const TokenCount &) const = default;
 };
 
 /// Usage as sent to the app.
@@ -27,7 +30,21 @@ struct UsageFigures
     bool warning90 = false;
 };
 
-/// Counts tokens per account and billing period (calendar month, UTC). Thread-safe.
+/// What an account used of one model on one day (UTC).
+struct DailyUsage
+{
+    std::int64_t accountId = 0;
+    /// "YYYY-MM-DD".
+    std::string day;
+    std::string model;
+    TokenCount tokens;
+    std::int64_t queries = 0;
+
+    bool operator==(const DailyUsage &) const = default;
+};
+
+/// Counts tokens per account and billing period (calendar month, UTC), and per model and day.
+/// Thread-safe.
 class UsageLedger
 {
 public:
@@ -37,11 +54,19 @@ public:
 
     UsageLedger(Database &database, const Clock &clock);
 
-    void add(std::int64_t accountId, TokenCount tokens);
+    /// Counts an answer of now. Nothing for an account that no longer exists.
+    void add(std::int64_t accountId, TokenCount tokens, const std::string &model = "");
+    /// Adds to the figures of that period and day; negative numbers take away.
+    void count(std::int64_t accountId, const std::string &period, const std::string &day,
+               const std::string &model, TokenCount tokens, std::int64_t queries);
     TokenCount current(std::int64_t accountId);
     std::int64_t queries(std::int64_t accountId);
     /// Figures of the account in the current period.
     UsageFigures figures(const Account &account);
+    /// All figures from @p firstDay to @p lastDay ("YYYY-MM-DD"), by day, account and model; those
+    /// of one account when @p accountId is not 0.
+    std::vector<DailyUsage> daily(const std::string &firstDay, const std::string &lastDay,
+                                  std::int64_t accountId = 0);
     /// Whether a capped account has nothing left.
     static bool spent(const Account &account, std::int64_t used);
     /// Whether a capped account has exceeded its cap by more than the tolerated quarter.

@@ -90,6 +90,9 @@ public:
     /// Size of the answer's text in percent; empty for the normal size. The store may hold a text
     /// that is no size.
     QUELLORA_SETTING(QString, answerTextSize, AnswerTextSize, "answerTextSize", QString());
+    /// Stored threads are deleted after this many days without a change; empty for never. The store
+    /// may hold a text that is no number of days.
+    QUELLORA_SETTING(QString, keepThreadsDays, KeepThreadsDays, "keepThreadsDays", QString());
 
 private:
     bool stored(const char *key, bool fallback) const;

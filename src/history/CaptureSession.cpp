@@ -208,6 +208,15 @@ bool CaptureSession::removeNote(const QUuid &noteId)
     return true;
 }
 
+void CaptureSession::restoreNote(const Note &note, qsizetype position, bool wasStored)
+{
+    const bool isStored = wasStored && storedPart;
+    const qsizetype end = isStored ? storedPart->notes : notes.size();
+    notes.insert(std::clamp<qsizetype>(position, 0, end), note);
+    if (isStored)
+        ++storedPart->notes;
+}
+
 void CaptureSession::beginPersistingNotes()
 {
     // The first note marks the whole thread for persistence, including earlier entries.

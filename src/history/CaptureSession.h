@@ -176,6 +176,14 @@ struct CaptureSession
     bool addNote(const QString &text, const QDateTime &now = QDateTime::currentDateTime());
     /// Removes a note; returns false if there is none with this id.
     bool removeNote(const QUuid &noteId);
+    /// Whether the note at @p position was loaded from disk.
+    bool isNoteStored(qsizetype position) const
+    {
+        return storedPart && position < storedPart->notes;
+    }
+    /// Puts a removed note back at its former position, or as near to it as there are notes.
+    /// @param wasStored whether isNoteStored() was true of it
+    void restoreNote(const Note &note, qsizetype position, bool wasStored);
 
     void beginPersistingNotes();
     /// Keeps future turns and screenshots in addition to those already kept.

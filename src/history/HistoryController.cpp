@@ -4,6 +4,9 @@
 #include "base/WhenFinished.h"
 #include "history/ThreadController.h"
 
+#include <QLocale>
+#include <QPointer>
+
 namespace quellora {
 
 namespace {
@@ -17,11 +20,22 @@ void log(const QString &message)
 /// visible, but threads restored from a backup can be in any order and cause thousands of changes.
 constexpr int changesPerIteration = 32;
 
+/// "312 threads"
+QString threadCountText(qsizetype count)
+{
+    return count == 1 ? QStringLiteral("1 thread")
+                      : QLocale().toString(count) + QStringLiteral(" threads");
+}
+
 } // namespace
 
 HistoryController::HistoryController(ThreadLibrary &library, ThreadController &threads,
-                                     QObject *parent)
-    : QObject(parent), m_library(library), m_threads(threads), m_search(library)
+                                     PendingRemovals &removals, QObject *parent)
+    : QObject(parent)
+    , m_library(library)
+    , m_threads(threads)
+    , m_removals(removals)
+    , m_search(library)
 {
     m_continueTimer.setSingleShot(true);
     m_continueTimer.setInterval(0);
@@ -203,33 +217,116 @@ void HistoryController::onThreadOpened(const CaptureSession &session,
 
 void HistoryController::deleteSession(const QUuid &id)
 {
-    setNotice({});
-    if (m_requestedId == id)
-        m_requestedId = {};
-    // The thread and its answers stay until its files are removed.
-    m_threads.suspendSaving(id);
-    whenFinished(m_library.remove(id), this,
-                 [this, id](const ThreadLibrary::Result<void> &removed) {
-                     if (!removed) {
-                         m_threads.resumeSaving(id);
-                         log(QStringLiteral("ERROR: Failed to delete session %1: %2")
-                                 .arg(uuidText(id), removed.error().description()));
-                         setNotice(QStringLiteral("This thread can't be deleted."));
-                         return;
-                     }
-                     Q_EMIT threadDeleted(id);
-                     if (m_threads.forget(id))
-                         Q_EMIT currentThreadDeleted();
-                     onThreadDeleted(id);
-                     log(QStringLiteral("Session %1 deleted").arg(uuidText(id)));
-                 });
+    const qsizetype position = m_listed.positionOf(id);
+    if (position < 0)
+        return;
+    const ThreadSummary &thread = historySessions().at(position);
+    startDeletion({{id}, thread}, QStringLiteral("Deleted “%1”").arg(thread.title().simplified()));
 }
 
-void HistoryController::onThreadDeleted(const QUuid &id)
+void HistoryController::deleteThreads(const QList<QUuid> &ids)
 {
-    const qsizetype position = m_listed.remove(id);
-    if (position >= 0)
+    if (!ids.isEmpty())
+        startDeletion({ids, {}}, QStringLiteral("Deleted ") + threadCountText(ids.size()));
+}
+
+void HistoryController::startDeletion(const Deletion &deletion, const QString &text)
+{
+    setNotice({});
+    bool wasCurrent = false;
+    for (const QUuid &id : deletion.ids) {
+        if (m_requestedId == id)
+            m_requestedId = {};
+        wasCurrent = m_threads.setAside(id) || wasCurrent;
+    }
+    const qsizetype position = m_listed.hide(deletion.ids);
+    if (deletion.listed)
         Q_EMIT sessionDeleted(position);
+    else
+        Q_EMIT sessionsReset();
+    if (wasCurrent)
+        Q_EMIT currentThreadDeleted();
+    m_removals.add({text,
+                    [self = QPointer(this), deletion] {
+                        if (self)
+                            self->commit(deletion);
+                    },
+                    [self = QPointer(this), deletion] {
+                        if (self)
+                            self->restore(deletion);
+                    }});
+    Q_EMIT storedThreadsChanged();
+}
+
+void HistoryController::commit(const Deletion &deletion)
+{
+    // The threads stay set aside until their files are removed.
+    whenFinished(
+        m_library.remove(deletion.ids), this,
+        [this, deletion](const RemovedThreads &outcome) { deletionFinished(deletion, outcome); });
+}
+
+void HistoryController::deletionFinished(const Deletion &deletion, const RemovedThreads &outcome)
+{
+    if (!outcome.removed.isEmpty()) {
+        Q_EMIT threadsDeleted({outcome.removed.cbegin(), outcome.removed.cend()});
+        for (const QUuid &id : outcome.removed)
+            m_threads.forget(id);
+        m_listed.forgetHidden(outcome.removed);
+        log(outcome.removed.size() == 1
+                ? QStringLiteral("Session %1 deleted").arg(uuidText(outcome.removed.constFirst()))
+                : QStringLiteral("%1 sessions deleted").arg(outcome.removed.size()));
+    }
+    if (!outcome.failed.isEmpty()) {
+        const StoreError &error = outcome.failed.constFirst();
+        log(QStringLiteral("ERROR: Failed to delete session %1: %2")
+                .arg(uuidText(error.id), error.description()));
+        Deletion back{{}, deletion.listed};
+        for (const StoreError &failed : outcome.failed)
+            back.ids.append(failed.id);
+        restore(back);
+        const QString reason =
+            deletion.ids.size() == 1
+                ? QStringLiteral("This thread can't be deleted.")
+                : threadCountText(back.ids.size()) + QStringLiteral(" can't be deleted.");
+        setNotice(reason);
+        Q_EMIT deletionFailed(reason);
+        return;
+    }
+    Q_EMIT storedThreadsChanged();
+}
+
+void HistoryController::restore(const Deletion &deletion)
+{
+    bool isCurrent = false;
+    for (const QUuid &id : deletion.ids)
+        isCurrent = m_threads.bringBack(id) || isCurrent;
+    if (deletion.listed) {
+        const qsizetype position = m_listed.show(*deletion.listed);
+        Q_EMIT sessionsInserted(position, 1);
+        Q_EMIT sessionRestored(position);
+    } else {
+        m_listed.show(deletion.ids);
+    }
+    // Lists several again, and what has changed in the meantime.
+    refresh();
+    if (isCurrent)
+        Q_EMIT currentThreadRestored();
+}
+
+void HistoryController::refresh()
+{
+    if (m_isOpen)
+        loadAllSessions();
+    Q_EMIT storedThreadsChanged();
+}
+
+QSet<QUuid> HistoryController::threadsInUse() const
+{
+    QSet<QUuid> threads = m_threads.threadsInUse();
+    if (!m_requestedId.isNull())
+        threads.insert(m_requestedId);
+    return threads;
 }
 
 void HistoryController::renameSession(const QUuid &id, const QString &title)

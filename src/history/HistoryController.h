@@ -2,10 +2,12 @@
 
 #include "history/HistorySearch.h"
 #include "history/ListedThreads.h"
+#include "history/PendingRemovals.h"
 #include "history/ThreadLibrary.h"
 
 #include <QFutureWatcher>
 #include <QObject>
+#include <QSet>
 #include <QTimer>
 
 #include <memory>
@@ -20,8 +22,9 @@ class HistoryController : public QObject
 {
     Q_OBJECT
 public:
-    /// Both borrowed.
-    HistoryController(ThreadLibrary &library, ThreadController &threads, QObject *parent = nullptr);
+    /// All borrowed.
+    HistoryController(ThreadLibrary &library, ThreadController &threads, PendingRemovals &removals,
+                      QObject *parent = nullptr);
     ~HistoryController() override;
 
     bool isHistorySidebarOpen() const { return m_isOpen; }
@@ -47,9 +50,17 @@ public:
     /// it is not reloaded, so that its unsaved entries are not lost.
     /// @param found the text of the search for whose hit the thread is opened, if any
     void loadSession(const QUuid &id, const std::optional<FoundText> &found = std::nullopt);
-    /// Deletes a thread permanently and ends it if it is current. Nothing changes if its files
-    /// cannot be removed.
+    /// Deletes a listed thread and ends it if it is current. Its files are removed when that can no
+    /// longer be undone; if they cannot be removed, the thread is listed again.
     void deleteSession(const QUuid &id);
+    /// As deleteSession(), for all of these threads with one undo.
+    void deleteThreads(const QList<QUuid> &ids);
+    /// Whether a thread is left out of the list because its deletion can be undone or is under way.
+    bool isHidden(const QUuid &id) const { return m_listed.isHidden(id); }
+    /// The threads that nothing but the user may delete: those in use and the one being loaded.
+    QSet<QUuid> threadsInUse() const;
+    /// The stored threads have changed by other means than this object: reads an open list again.
+    void refresh();
     /// Sets a thread's custom title; a blank one restores the derived title.
     void renameSession(const QUuid &id, const QString &title);
 
@@ -68,19 +79,34 @@ Q_SIGNALS:
     void sessionChanged(qsizetype position);
     /// The user deleted the thread at this position.
     void sessionDeleted(qsizetype position);
+    /// The thread at this position, which sessionsInserted() has announced, is back.
+    void sessionRestored(qsizetype position);
+    /// The stored threads, or those of them that are hidden, are others than before.
+    void storedThreadsChanged();
 
     /// A stored thread became current and must be shown.
     void threadOpened();
     /// Emitted after threadOpened() if the thread was opened for this hit.
     void hitOpened(const quellora::FoundText &found);
-    /// A thread has been deleted and is about to be forgotten; handlers must drop their references
-    /// so that it is not saved again.
-    void threadDeleted(const QUuid &id);
+    /// Threads have been removed from the disk and are about to be forgotten; handlers must drop
+    /// their references so that they are not saved again.
+    void threadsDeleted(const QSet<QUuid> &ids);
     /// The current thread has been deleted; the answer area must be cleared.
     void currentThreadDeleted();
+    /// A deleted thread is current again and must be shown.
+    void currentThreadRestored();
+    /// Threads are back because their files cannot be removed; @p reason is shown to the user.
+    void deletionFailed(const QString &reason);
 
 private:
     using ListWatcher = QFutureWatcher<ThreadLibrary::Result<ThreadBatch>>;
+    /// Threads deleted with one undo.
+    struct Deletion
+    {
+        QList<QUuid> ids;
+        /// What was listed of a single thread.
+        std::optional<ThreadSummary> listed;
+    };
 
     void loadAllSessions();
     void stopLoading();
@@ -91,11 +117,15 @@ private:
     void setNotice(const QString &notice);
     void logOpen() const;
     void onThreadOpened(const CaptureSession &session, const std::optional<FoundText> &found);
-    void onThreadDeleted(const QUuid &id);
+    void startDeletion(const Deletion &deletion, const QString &text);
+    void commit(const Deletion &deletion);
+    void deletionFinished(const Deletion &deletion, const RemovedThreads &outcome);
+    void restore(const Deletion &deletion);
     void applyTitle(const QUuid &id, const std::optional<QString> &title);
 
     ThreadLibrary &m_library;
     ThreadController &m_threads;
+    PendingRemovals &m_removals;
     std::unique_ptr<ListWatcher> m_listing;
     ListedThreads m_listed;
     HistorySearch m_search;

@@ -74,7 +74,7 @@ std::optional<ListedThreads::Change> ListedThreads::applyIncoming()
 {
     while (m_next < m_incoming.size()) {
         const QUuid id = m_incoming.at(m_next).id;
-        if (m_removed.contains(id)) {
+        if (isLeftOut(id)) {
             ++m_next;
             continue;
         }
@@ -119,7 +119,7 @@ std::optional<ListedThreads::Change> ListedThreads::insertRun()
         const ThreadSummary &thread = m_incoming.at(m_next);
         const bool belongs = isNewer(run.constLast(), thread) &&
                              (isAtEnd || isNewer(thread, m_threads.at(position)));
-        if (!belongs || m_stale.contains(thread.id) || m_removed.contains(thread.id))
+        if (!belongs || m_stale.contains(thread.id) || isLeftOut(thread.id))
             break;
         run.append(incoming(m_next));
     }
@@ -151,17 +151,47 @@ std::optional<ListedThreads::Change> ListedThreads::removeStale()
     return std::nullopt;
 }
 
-qsizetype ListedThreads::remove(const QUuid &id)
+qsizetype ListedThreads::hide(const QList<QUuid> &ids)
 {
-    m_removed.insert(id);
-    m_stale.remove(id);
-    const qsizetype position = positionOf(id);
+    for (const QUuid &id : ids) {
+        m_hidden.insert(id);
+        m_stale.remove(id);
+    }
+    if (ids.size() != 1) {
+        // At once: one by one, many threads would take long.
+        m_threads.removeIf([this](const ThreadSummary &thread) { return isHidden(thread.id); });
+        m_sweepEnd = std::min(m_sweepEnd, m_threads.size());
+        return -1;
+    }
+    const qsizetype position = positionOf(ids.constFirst());
     if (position < 0)
         return position;
     m_threads.removeAt(position);
     if (position < m_sweepEnd && m_sweepEnd <= m_threads.size())
         --m_sweepEnd;
     return position;
+}
+
+qsizetype ListedThreads::show(const ThreadSummary &thread)
+{
+    m_hidden.remove(thread.id);
+    const qsizetype position = lowerBound(thread);
+    m_threads.insert(position, thread);
+    return position;
+}
+
+void ListedThreads::show(const QList<QUuid> &ids)
+{
+    for (const QUuid &id : ids)
+        m_hidden.remove(id);
+}
+
+void ListedThreads::forgetHidden(const QList<QUuid> &ids)
+{
+    for (const QUuid &id : ids) {
+        m_hidden.remove(id);
+        m_removed.insert(id);
+    }
 }
 
 qsizetype ListedThreads::setTitle(const QUuid &id, const std::optional<QString> &title)

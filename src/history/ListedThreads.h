@@ -43,15 +43,27 @@ public:
     /// Applies the next pending change and returns it; nullopt if there is none.
     std::optional<Change> applyNext();
 
-    /// Removes a thread that the user deleted, even if the running reload has already read it.
-    /// Returns its former position or -1.
-    qsizetype remove(const QUuid &id);
+    /// Leaves threads out of the list, also of reloads, until show(). Returns the former position
+    /// if it is a single thread and was listed, otherwise -1.
+    qsizetype hide(const QList<QUuid> &ids);
+    /// Lists a hidden thread again, as it was; returns its position. A running reload must be begun
+    /// again afterwards, because it may have passed the thread.
+    qsizetype show(const ThreadSummary &thread);
+    /// Hidden threads are listed again by the next reload.
+    void show(const QList<QUuid> &ids);
+    /// Hidden threads have been deleted; the running reload may still deliver them.
+    void forgetHidden(const QList<QUuid> &ids);
+    bool isHidden(const QUuid &id) const { return m_hidden.contains(id); }
     /// Sets a title, which also overrides the one read by the running reload. Returns the thread's
     /// position or -1.
     qsizetype setTitle(const QUuid &id, const std::optional<QString> &title);
     void clear();
 
 private:
+    bool isLeftOut(const QUuid &id) const
+    {
+        return m_hidden.contains(id) || m_removed.contains(id);
+    }
     std::optional<Change> applyIncoming();
     std::optional<Change> updateKnown(ThreadSummary thread);
     std::optional<Change> insertRun();
@@ -68,6 +80,9 @@ private:
     QHash<QUuid, QDateTime> m_stale;
     /// Positions from here on have been searched for stale threads.
     qsizetype m_sweepEnd = 0;
+    /// Threads whose deletion can be undone or is under way.
+    QSet<QUuid> m_hidden;
+    /// Threads deleted during the running reload.
     QSet<QUuid> m_removed;
     QHash<QUuid, std::optional<QString>> m_titles;
 };

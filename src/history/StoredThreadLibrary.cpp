@@ -1,7 +1,9 @@
 #include "history/StoredThreadLibrary.h"
 
 #include "history/ThreadListing.h"
+#include "history/ThreadMeasuring.h"
 #include "history/ThreadSearch.h"
+#include "history/ThreadSummaryReader.h"
 
 #include <QPromise>
 
@@ -9,6 +11,22 @@
 #include <utility>
 
 namespace quellora {
+
+namespace {
+
+RemovedThreads removeAll(const CaptureSessionStore &store, const QList<QUuid> &ids)
+{
+    RemovedThreads outcome;
+    for (const QUuid &id : ids) {
+        if (const auto removed = store.remove(id); removed)
+            outcome.removed.append(id);
+        else
+            outcome.failed.append(removed.error());
+    }
+    return outcome;
+}
+
+} // namespace
 
 StoredThreadLibrary::StoredThreadLibrary(const CaptureSessionStore &store,
                                          BackgroundThreadSaver &saver)
@@ -31,17 +49,22 @@ StoredThreadLibrary::~StoredThreadLibrary()
 }
 
 template <typename T>
-QFuture<StoredThreadLibrary::Result<T>>
-StoredThreadLibrary::afterSaves(std::function<Result<T>()> work)
+QFuture<T> StoredThreadLibrary::afterSaves(std::function<T()> work,
+                                           std::function<void(const T &)> done)
 {
-    auto promise = std::make_shared<QPromise<Result<T>>>();
+    auto promise = std::make_shared<QPromise<T>>();
     promise->start();
     // A failed save may belong to the requested thread, so retry it first.
     m_saver.retryFailed();
-    m_saver.runAfterSaves([promise, work = std::move(work)] {
-        promise->addResult(work());
-        promise->finish();
-    });
+    m_saver.runAfterSaves(
+        [promise, work = std::move(work)] {
+            promise->addResult(work());
+            promise->finish();
+        },
+        [result = promise->future(), done = std::move(done)] {
+            if (done)
+                done(result.result());
+        });
     return promise->future();
 }
 
@@ -74,26 +97,67 @@ QFuture<ThreadHits> StoredThreadLibrary::search(const ThreadQuery &query)
     return promise->future();
 }
 
-QFuture<StoredThreadLibrary::Result<CaptureSession>> StoredThreadLibrary::load(const QUuid &id)
+QFuture<StoredThreadLibrary::Result<QList<MeasuredThread>>> StoredThreadLibrary::measure()
 {
-    return afterSaves<CaptureSession>([this, id] { return m_store.load(id); });
+    auto promise = std::make_shared<QPromise<Result<QList<MeasuredThread>>>>();
+    promise->start();
+    m_saver.runAfterSaves([this, promise] {
+        m_readers.start([this, promise] {
+            promise->addResult(ThreadMeasuring::measure(m_store));
+            promise->finish();
+        });
+    });
+    return promise->future();
 }
 
-QFuture<StoredThreadLibrary::Result<void>> StoredThreadLibrary::remove(const QUuid &id)
+QFuture<StoredThreadLibrary::Result<CaptureSession>> StoredThreadLibrary::load(const QUuid &id)
 {
-    auto removed = afterSaves<void>([this, id] { return m_store.remove(id); });
-    m_saver.runAfterSaves([] {},
-                          [this, id, removed] {
-                              if (removed.result())
-                                  m_saver.forget(id);
-                          });
-    return removed;
+    return afterSaves<Result<CaptureSession>>([this, id] { return m_store.load(id); });
+}
+
+QFuture<RemovedThreads> StoredThreadLibrary::remove(const QList<QUuid> &ids)
+{
+    return afterSaves<RemovedThreads>(
+        [this, ids] { return removeAll(m_store, ids); },
+        [this](const RemovedThreads &outcome) { forget(outcome.removed); });
+}
+
+QFuture<StoredThreadLibrary::Result<RemovedThreads>>
+StoredThreadLibrary::removeOlder(const QDateTime &limit, const QSet<QUuid> &kept)
+{
+    return afterSaves<Result<RemovedThreads>>(
+        [this, limit, kept]() -> Result<RemovedThreads> {
+            const auto root = m_store.sessionsRoot();
+            if (!root)
+                return tl::unexpected(root.error());
+            auto ids = m_store.list();
+            if (!ids)
+                return tl::unexpected(ids.error());
+            ThreadSummaryReader reader(*root);
+            ids->removeIf([&](const QUuid &id) {
+                if (kept.contains(id))
+                    return true;
+                const auto summary = reader.read(id);
+                return !summary || !(summary->updatedAt < limit);
+            });
+            return removeAll(m_store, *ids);
+        },
+        [this](const Result<RemovedThreads> &outcome) {
+            if (outcome)
+                forget(outcome->removed);
+        });
+}
+
+void StoredThreadLibrary::forget(const QList<QUuid> &ids)
+{
+    for (const QUuid &id : ids)
+        m_saver.forget(id);
 }
 
 QFuture<StoredThreadLibrary::Result<void>>
 StoredThreadLibrary::updateTitle(const QUuid &id, const std::optional<QString> &customTitle)
 {
-    return afterSaves<void>(
+    return afterSaves<Result<void>>(
         [this, id, customTitle] { return m_store.updateTitle(id, customTitle); });
 }
 

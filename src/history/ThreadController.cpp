@@ -68,10 +68,12 @@ void ThreadController::restoreNotes(const QString &reason)
     for (auto it = removed.crbegin(); it != removed.crend(); ++it) {
         if (it->threadId != session.id)
             continue;
-        session.notes.insert(std::clamp<qsizetype>(it->position, 0, session.notes.size()),
-                             it->note);
-        if (session.storedPart)
-            session.storedPart->notes = it->storedNotes;
+        session.restoreNote(it->note, it->position, it->wasStored);
+        // Notes set aside later were counted without it.
+        for (RemovedNote &aside : m_asideNotes) {
+            if (aside.threadId == session.id && aside.position >= it->position)
+                ++aside.position;
+        }
         isRestored = true;
     }
     if (!isRestored)
@@ -126,6 +128,7 @@ void ThreadController::beginNextThread()
         saveIfNeeded(next, saveFailure);
     }
     saveIfNeeded(ending, commitFailure);
+    m_current = ending;
     resetCurrentThread();
     m_current = next;
     Q_EMIT sessionChanged();
@@ -158,6 +161,11 @@ void ThreadController::setCurrentSession(const CaptureSession &session)
 void ThreadController::setSessionAfterRemoval(const CaptureSession &session)
 {
     setCurrentSession(session);
+    saveAfterRemoval(session);
+}
+
+void ThreadController::saveAfterRemoval(const CaptureSession &session)
+{
     // Deletions are saved even while additions are not.
     if (m_saver && session.storedPart && !session.isMarkedForPersistence())
         save(session, saveFailure);
@@ -257,8 +265,14 @@ void ThreadController::retain(const QUuid &threadId)
 
 void ThreadController::release(const QUuid &threadId)
 {
-    if (auto it = m_retained.find(threadId); it != m_retained.end() && --it->users == 0)
-        m_retained.erase(it);
+    const auto it = m_retained.find(threadId);
+    if (it == m_retained.end() || --it->users > 0)
+        return;
+    // What was added meanwhile comes back with the thread.
+    if (const auto aside = m_aside.find(threadId);
+        it->ended && aside != m_aside.end() && aside->current)
+        aside->current->session = *it->ended;
+    m_retained.erase(it);
 }
 
 bool ThreadController::addNote(const QString &text)
@@ -271,47 +285,140 @@ bool ThreadController::addNote(const QString &text)
     return true;
 }
 
-bool ThreadController::removeNote(const QUuid &noteId)
+const CaptureSession *ThreadController::find(const QUuid &threadId) const
+{
+    if (m_current && m_current->id == threadId)
+        return &*m_current;
+    const auto it = m_retained.constFind(threadId);
+    return it != m_retained.cend() && it->ended ? &*it->ended : nullptr;
+}
+
+void ThreadController::replaceAndSave(const CaptureSession &session)
+{
+    if (m_current && m_current->id == session.id) {
+        setSessionAfterRemoval(session);
+        return;
+    }
+    m_retained[session.id].ended = session;
+    saveIfNeeded(session, saveFailure);
+    saveAfterRemoval(session);
+    Q_EMIT endedThreadChanged(session.id);
+}
+
+bool ThreadController::setNoteAside(const QUuid &noteId)
 {
     if (!m_current)
         return false;
-    CaptureSession session = *m_current;
+    const QList<CaptureSession::Note> &notes = m_current->notes;
     const auto note =
-        std::find_if(session.notes.cbegin(), session.notes.cend(),
+        std::find_if(notes.cbegin(), notes.cend(),
                      [&noteId](const CaptureSession::Note &each) { return each.id == noteId; });
-    if (note == session.notes.cend())
+    if (note == notes.cend())
         return false;
-    const RemovedNote removed{session.id, std::distance(session.notes.cbegin(), note), *note,
-                              session.storedPart ? session.storedPart->notes : 0};
-    session.removeNote(noteId);
-    if (m_saver && (session.isMarkedForPersistence() || session.storedPart))
-        m_removedNotes.append(removed);
-    setSessionAfterRemoval(session);
+    const qsizetype position = std::distance(notes.cbegin(), note);
+    m_asideNotes.append({m_current->id, position, *note, m_current->isNoteStored(position)});
+    retain(m_current->id);
+    m_current->removeNote(noteId);
+    Q_EMIT sessionChanged();
     return true;
 }
 
-void ThreadController::suspendSaving(const QUuid &threadId)
+std::optional<ThreadController::RemovedNote> ThreadController::takeAsideNote(const QUuid &noteId)
 {
-    m_suspended.insert(threadId, m_suspended.value(threadId));
+    for (auto it = m_asideNotes.begin(); it != m_asideNotes.end(); ++it) {
+        if (it->note.id == noteId) {
+            RemovedNote aside = *it;
+            m_asideNotes.erase(it);
+            return aside;
+        }
+    }
+    return std::nullopt;
 }
 
-void ThreadController::resumeSaving(const QUuid &threadId)
+bool ThreadController::restoreNote(const QUuid &noteId)
 {
-    if (const auto deferred = m_suspended.take(threadId))
-        save(deferred->session, deferred->failurePrefix);
+    const auto aside = takeAsideNote(noteId);
+    if (!aside)
+        return false;
+    if (const CaptureSession *thread = find(aside->threadId)) {
+        CaptureSession session = *thread;
+        session.restoreNote(aside->note, aside->position, aside->wasStored);
+        replaceAndSave(session);
+    }
+    release(aside->threadId);
+    return m_current && m_current->id == aside->threadId;
 }
 
-bool ThreadController::forget(const QUuid &threadId)
+bool ThreadController::removeNote(const QUuid &noteId)
 {
-    m_suspended.remove(threadId);
-    if (auto it = m_retained.find(threadId); it != m_retained.end())
-        it->ended.reset();
+    setNoteAside(noteId);
+    const auto aside = takeAsideNote(noteId);
+    if (!aside)
+        return false;
+    if (const CaptureSession *thread = find(aside->threadId)) {
+        const CaptureSession session = *thread;
+        if (m_saver && (session.isMarkedForPersistence() || session.storedPart))
+            m_removedNotes.append(*aside);
+        replaceAndSave(session);
+    }
+    release(aside->threadId);
+    return true;
+}
+
+bool ThreadController::setAside(const QUuid &threadId)
+{
+    SetAside &aside = m_aside[threadId];
     if (!m_current || m_current->id != threadId)
         return false;
+    aside.current = Current{*m_current, m_staged, m_loadedFromHistory, m_endsAtNextSend};
     resetCurrentThread();
     clearStagedScreenshot();
     Q_EMIT sessionChanged();
     return true;
+}
+
+bool ThreadController::canReplaceCurrent() const
+{
+    return !m_current || (m_current->notes.isEmpty() && m_current->turns.isEmpty() &&
+                          m_current->screenshots.isEmpty() && !m_retained.contains(m_current->id));
+}
+
+bool ThreadController::bringBack(const QUuid &threadId)
+{
+    const SetAside aside = m_aside.take(threadId);
+    if (aside.save)
+        save(aside.save->session, aside.save->failurePrefix);
+    if (!aside.current || !canReplaceCurrent())
+        return false;
+    // An answer may have been added since.
+    const CaptureSession *ended = find(threadId);
+    const CaptureSession session = ended ? *ended : aside.current->session;
+    resetCurrentThread();
+    m_current = session;
+    m_loadedFromHistory = aside.current->isLoadedFromHistory;
+    m_endsAtNextSend = aside.current->endsAtNextSend;
+    m_staged = aside.current->staged;
+    Q_EMIT sessionChanged();
+    if (m_staged)
+        Q_EMIT stagedScreenshotChanged();
+    return true;
+}
+
+void ThreadController::forget(const QUuid &threadId)
+{
+    m_aside.remove(threadId);
+    if (auto it = m_retained.find(threadId); it != m_retained.end())
+        it->ended.reset();
+}
+
+QSet<QUuid> ThreadController::threadsInUse() const
+{
+    QSet<QUuid> threads{m_aside.keyBegin(), m_aside.keyEnd()};
+    for (auto it = m_retained.keyBegin(); it != m_retained.keyEnd(); ++it)
+        threads.insert(*it);
+    if (m_current)
+        threads.insert(m_current->id);
+    return threads;
 }
 
 void ThreadController::setCustomTitle(const QUuid &threadId, const std::optional<QString> &title)
@@ -329,6 +436,11 @@ void ThreadController::openFromHistory(const CaptureSession &session)
     endCurrentThread();
     CaptureSession opened = session;
     opened.markAsStored();
+    for (RemovedNote &aside : m_asideNotes) {
+        // On disk it is still in its thread.
+        if (aside.threadId == opened.id && opened.removeNote(aside.note.id))
+            aside.wasStored = true;
+    }
     opened.nextScreenshotIndex =
         std::max(opened.nextScreenshotIndex, m_nextScreenshotIndex.value(opened.id));
     if (m_settings.keepAIHistoryEnabled())
@@ -340,11 +452,8 @@ void ThreadController::openFromHistory(const CaptureSession &session)
 
 void ThreadController::endCurrentThread()
 {
-    if (m_current) {
+    if (m_current)
         saveIfNeeded(*m_current, commitFailure);
-        if (auto it = m_retained.find(m_current->id); it != m_retained.end())
-            it->ended = *m_current;
-    }
     resetCurrentThread();
     clearStagedScreenshot();
     Q_EMIT sessionChanged();
@@ -352,8 +461,11 @@ void ThreadController::endCurrentThread()
 
 void ThreadController::resetCurrentThread()
 {
-    if (m_current)
+    if (m_current) {
         m_nextScreenshotIndex.insert(m_current->id, m_current->nextScreenshotIndex);
+        if (auto it = m_retained.find(m_current->id); it != m_retained.end())
+            it->ended = *m_current;
+    }
     m_current.reset();
     m_loadedFromHistory = false;
     m_endsAtNextSend = false;
@@ -382,12 +494,18 @@ void ThreadController::saveIfNeeded(const CaptureSession &session, const QString
         save(session, failurePrefix);
 }
 
-void ThreadController::save(const CaptureSession &session, const QString &failurePrefix)
+void ThreadController::save(CaptureSession session, const QString &failurePrefix)
 {
-    if (const auto deferred = m_suspended.find(session.id); deferred != m_suspended.end())
-        *deferred = DeferredSave{session, failurePrefix};
-    else
-        m_saver->save(session, failurePrefix);
+    if (const auto aside = m_aside.find(session.id); aside != m_aside.end()) {
+        aside->save = DeferredSave{std::move(session), failurePrefix};
+        return;
+    }
+    // In reverse order of removal, so that each recorded position is valid again.
+    for (auto it = m_asideNotes.crbegin(); it != m_asideNotes.crend(); ++it) {
+        if (it->threadId == session.id)
+            session.restoreNote(it->note, it->position, it->wasStored);
+    }
+    m_saver->save(session, failurePrefix);
 }
 
 } // namespace quellora

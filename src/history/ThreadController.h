@@ -7,6 +7,7 @@
 #include <QHash>
 #include <QMap>
 #include <QObject>
+#include <QSet>
 
 #include <functional>
 #include <optional>
@@ -79,18 +80,30 @@ public:
 
     /// Appends a note to the current thread, created if needed. Returns false for a blank text.
     bool addNote(const QString &text);
-    /// Removes a note of the current thread; returns false if there is none with this id. If saving
-    /// the thread fails, the note is restored and noteDeletionFailed() emitted.
+    /// Takes a note out of the current thread while its removal can be undone; saves write it back
+    /// in until then. Returns false if there is none with this id. Must be followed by removeNote()
+    /// or restoreNote(), also if the thread ends.
+    bool setNoteAside(const QUuid &noteId);
+    /// Puts a note that was set aside back into its thread. Returns whether that is current.
+    bool restoreNote(const QUuid &noteId);
+    /// Removes a note that was set aside or is in the current thread; returns false if there is
+    /// none with this id. If saving the current thread fails, the note is restored and
+    /// noteDeletionFailed() emitted.
     bool removeNote(const QUuid &noteId);
 
-    /// Defers saves of a thread that is being deleted, because a later save would create it again.
-    /// Must be followed by forget() or resumeSaving().
-    void suspendSaving(const QUuid &threadId);
-    /// The deletion failed: performs the deferred save, if any.
-    void resumeSaving(const QUuid &threadId);
-    /// Drops a deleted thread without saving it, including answers still streaming for it. Returns
-    /// whether it was the current one.
-    bool forget(const QUuid &threadId);
+    /// Takes a thread away while its deletion can be undone and until its files are removed: it is
+    /// no longer current, and its saves are deferred, because one would create it again. Must be
+    /// followed by bringBack() or forget(). Returns whether it was current.
+    bool setAside(const QUuid &threadId);
+    /// Returns a thread that was set aside and performs its deferred save, if any. It becomes
+    /// current again, with its staged screenshot, if it was and there is no other thread with
+    /// entries by now. Returns whether it did.
+    bool bringBack(const QUuid &threadId);
+    /// Drops a deleted thread that was set aside, including answers still streaming for it.
+    void forget(const QUuid &threadId);
+    /// The threads that must stay on disk: the current one, those that still get an answer or can
+    /// lose a note, and those set aside.
+    QSet<QUuid> threadsInUse() const;
     /// Sets the title on all copies of the thread in memory, so that later saves keep it.
     void setCustomTitle(const QUuid &threadId, const std::optional<QString> &title);
 
@@ -131,13 +144,27 @@ private:
         QUuid threadId;
         qsizetype position = 0;
         CaptureSession::Note note;
-        /// Number of stored notes before the removal.
-        qint64 storedNotes = 0;
+        bool wasStored = false;
     };
     struct DeferredSave
     {
         CaptureSession session;
         QString failurePrefix;
+    };
+    /// The current thread with its state.
+    struct Current
+    {
+        CaptureSession session;
+        std::optional<CaptureSession::Screenshot> staged;
+        bool isLoadedFromHistory = false;
+        bool endsAtNextSend = false;
+    };
+    struct SetAside
+    {
+        /// The latest save since.
+        std::optional<DeferredSave> save;
+        /// If it was current.
+        std::optional<Current> current;
     };
 
     /// Adds an answer to the thread @p threadId by @p add, which gets the link to the screenshot
@@ -145,14 +172,22 @@ private:
     bool addAnswer(
         const QUuid &threadId, const std::optional<CaptureSession::Screenshot> &screenshot,
         const std::function<void(CaptureSession &, const CaptureSession::TurnScreenshot &)> &add);
+    /// The thread if it is current or retained and ended; nullptr otherwise.
+    const CaptureSession *find(const QUuid &threadId) const;
+    /// Replaces a thread that find() finds and saves it, also if only deletions from it are saved.
+    void replaceAndSave(const CaptureSession &session);
+    /// Forgets that a note is set aside; nothing if it is not.
+    std::optional<RemovedNote> takeAsideNote(const QUuid &noteId);
     void markForPersistence();
     void markForQuery(CaptureSession &session) const;
     std::optional<qint64> stagedIndex() const;
     void beginNextThread();
     void setSessionAfterRemoval(const CaptureSession &session);
+    void saveAfterRemoval(const CaptureSession &session);
+    bool canReplaceCurrent() const;
     void resetCurrentThread();
     void saveIfNeeded(const CaptureSession &session, const QString &failurePrefix);
-    void save(const CaptureSession &session, const QString &failurePrefix);
+    void save(CaptureSession session, const QString &failurePrefix);
     void onSaveStateChanged(const QUuid &threadId);
     void restoreNotes(const QString &reason);
 
@@ -165,10 +200,11 @@ private:
     /// Next screenshot number of threads that were current before. Not derivable from the disk once
     /// the last screenshot is removed.
     QHash<QUuid, qint64> m_nextScreenshotIndex;
+    /// Notes whose removal can be undone, in the order of removal. Their threads are retained.
+    QList<RemovedNote> m_asideNotes;
     /// Notes whose removal is not saved yet, in the order of removal.
     QList<RemovedNote> m_removedNotes;
-    /// Threads being deleted, each with its latest deferred save.
-    QMap<QUuid, std::optional<DeferredSave>> m_suspended;
+    QHash<QUuid, SetAside> m_aside;
     bool m_loadedFromHistory = false;
     bool m_endsAtNextSend = false;
 };

@@ -6,6 +6,7 @@
 
 #include <QFuture>
 #include <QLocale>
+#include <QSet>
 
 namespace quellora {
 
@@ -39,7 +40,25 @@ struct ThreadQuery
     QList<QUuid> threads;
 };
 
-/// Lists, searches, loads, renames and deletes the stored threads.
+/// What became of threads that were to be removed from the disk.
+struct RemovedThreads
+{
+    QList<QUuid> removed;
+    /// Why the others are still there, each with its thread.
+    QList<StoreError> failed;
+};
+
+/// A stored thread and the space it takes.
+struct MeasuredThread
+{
+    QUuid id;
+    /// Size of its files in bytes.
+    qint64 bytes = 0;
+    /// Nothing for a thread that cannot be read.
+    std::optional<QDateTime> updatedAt;
+};
+
+/// Lists, searches, measures, loads, renames and deletes the stored threads.
 ///
 /// Called on the main thread; disk access happens on a worker. Operations run in call order and
 /// after the saves requested before them.
@@ -59,8 +78,14 @@ public:
     /// Cancelling the future stops the search.
     virtual QFuture<ThreadHits> search(const ThreadQuery &query) = 0;
     virtual QFuture<Result<CaptureSession>> load(const QUuid &id) = 0;
-    /// Succeeds for an unknown thread.
-    virtual QFuture<Result<void>> remove(const QUuid &id) = 0;
+    /// All threads, also those that cannot be read. Folders that are links are none.
+    virtual QFuture<Result<QList<MeasuredThread>>> measure() = 0;
+    /// Removes threads in one go; an unknown one counts as removed.
+    virtual QFuture<RemovedThreads> remove(const QList<QUuid> &ids) = 0;
+    /// Removes, in one go, the threads that were last updated before @p limit except those in
+    /// @p kept. What cannot be read stays.
+    virtual QFuture<Result<RemovedThreads>> removeOlder(const QDateTime &limit,
+                                                        const QSet<QUuid> &kept) = 0;
     /// Changes only the custom title; nullopt removes it.
     virtual QFuture<Result<void>> updateTitle(const QUuid &id,
                                               const std::optional<QString> &customTitle) = 0;

@@ -1,5 +1,6 @@
 #include "overlay/AnswerReader.h"
 
+#include "history/PendingRemovals.h"
 #include "page/StreamingRenderer.h"
 #include "panels/BottomPanelsModel.h"
 
@@ -65,6 +66,13 @@ void AnswerReader::hush()
 {
     m_isReading = false;
     m_announcer.clear();
+}
+
+void AnswerReader::readRemoval(const QString &text)
+{
+    if (isActive())
+        m_announcer.say({text, QStringLiteral("Undo is offered for %1 seconds")
+                                   .arg(PendingRemovals::undoTime.count())});
 }
 
 void AnswerReader::readStrip()

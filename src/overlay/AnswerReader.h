@@ -38,6 +38,9 @@ public:
 
     explicit AnswerReader(Collaborators collaborators);
 
+    /// Says that the user has removed something and can undo it.
+    /// @param text what was removed
+    void readRemoval(const QString &text);
     /// The panel has been hidden: drops what has not been announced.
     void hush();
 

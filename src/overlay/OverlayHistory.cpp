@@ -11,8 +11,8 @@
 namespace quellora {
 
 OverlayHistory::OverlayHistory(ThreadLibrary &library, ThreadController &threads,
-                               const Vocabulary &words)
-    : m_history(library, threads), m_model(m_history, threads, words)
+                               PendingRemovals &removals, const Vocabulary &words)
+    : m_history(library, threads, removals), m_model(m_history, threads, words)
 {
     connect(&m_history, &HistoryController::currentThreadDeleted, this,
             &OverlayHistory::currentThreadDeleted);
@@ -36,8 +36,16 @@ void OverlayHistory::attach(NonFocusPanel &panel, OverlayModel &overlay, Hamburg
                     orchestrator.showVersion(found.entry, *found.version);
                 find.openAt(found.text, found.entry);
             });
-    connect(&m_history, &HistoryController::threadDeleted, &orchestrator,
+    connect(&m_history, &HistoryController::currentThreadRestored, &orchestrator,
+            &QueryOrchestrator::showCurrentThread);
+    connect(&m_history, &HistoryController::threadsDeleted, &orchestrator,
             &QueryOrchestrator::discardAnswers);
+    // An open sidebar shows its own notice.
+    connect(&m_history, &HistoryController::deletionFailed, &overlay,
+            [this, &overlay](const QString &reason) {
+                if (!m_history.isHistorySidebarOpen())
+                    overlay.showNotice(reason);
+            });
 }
 
 void OverlayHistory::updateKeyboardFocus(NonFocusPanel &panel)

@@ -19,7 +19,9 @@ class OverlayHistory : public QObject
 {
     Q_OBJECT
 public:
-    OverlayHistory(ThreadLibrary &library, ThreadController &threads, const Vocabulary &words);
+    /// All but @p words must outlive this object.
+    OverlayHistory(ThreadLibrary &library, ThreadController &threads, PendingRemovals &removals,
+                   const Vocabulary &words);
 
     /// Adds History to the menu and connects the sidebar. Call once. All arguments must outlive
     /// this object, except @p panel, which must be destroyed before the model it shows.

@@ -478,6 +478,21 @@ void OverlayModel::backToThread()
         Q_EMIT backToThreadRequested();
 }
 
+void OverlayModel::setUndoText(const QString &text)
+{
+    const QString singleLine = text.left(maximumTitleLength).simplified();
+    if (singleLine == m_undoText)
+        return;
+    m_undoText = singleLine;
+    Q_EMIT undoTextChanged();
+}
+
+void OverlayModel::undo()
+{
+    if (!m_undoText.isEmpty())
+        Q_EMIT undoRequested();
+}
+
 void OverlayModel::retrySaving()
 {
     if (m_saveState == SaveState::Failed)

@@ -46,6 +46,7 @@ class OverlayModel : public QObject
     Q_PROPERTY(int versionCount READ versionCount NOTIFY stripChanged)
     Q_PROPERTY(QString notice READ notice NOTIFY noticeChanged)
     Q_PROPERTY(bool isNoticeWarning READ isNoticeWarning NOTIFY noticeChanged)
+    Q_PROPERTY(QString undoText READ undoText NOTIFY undoTextChanged)
     Q_PROPERTY(QString stopShortcut READ stopShortcut NOTIFY stripChanged)
     Q_PROPERTY(bool isThreadCovered READ isThreadCovered NOTIFY stripChanged)
     Q_PROPERTY(UsageTier usageTier READ usageTier NOTIFY usageChanged)
@@ -150,6 +151,9 @@ public:
     /// As showNotice(), for what the user asked for and what goes well.
     void showProgress(const QString &text);
     bool isNoticeWarning() const { return m_isNoticeWarning; }
+    /// What the user has removed and can bring back by undo(); empty for nothing.
+    QString undoText() const { return m_undoText; }
+    void setUndoText(const QString &text);
     QString stopShortcut() const { return m_stopShortcut; }
     /// @param display shortcut that stops an answer, in display form
     void setStopShortcut(const QString &display);
@@ -208,6 +212,8 @@ public:
     Q_INVOKABLE void showVersion(int position);
     /// Requests larger (1), smaller (-1) or normal (0) text in the answer.
     Q_INVOKABLE void changeAnswerText(int direction) { Q_EMIT answerTextRequested(direction); }
+    /// Brings back what was removed last. No effect without an undoText().
+    Q_INVOKABLE void undo();
     Q_INVOKABLE void clickUsage() { Q_EMIT usageClicked(); }
 
 Q_SIGNALS:
@@ -239,6 +245,8 @@ Q_SIGNALS:
     void isLatestOfferedChanged();
     void clicksChanged();
     void noticeChanged();
+    void undoRequested();
+    void undoTextChanged();
     void usageChanged();
     void isMenuOpenChanged();
     void windowSizeChanged();
@@ -279,6 +287,7 @@ private:
     int m_versionCount = 1;
     QString m_notice;
     bool m_isNoticeWarning = true;
+    QString m_undoText;
     QString m_stopShortcut;
     std::optional<double> m_usage;
     bool m_isMenuOpen = false;

@@ -187,6 +187,7 @@ FocusScope {
         retryShortcut: root.panels.hotkeys.retry ?? ""
         find: root.find
         prompt: bottom.promptItem
+        isCovered: settingsSheet.isOpen || root.isHistoryOpen
         y: 34
         width: parent.width
         height: root.overlay.stripHeight
@@ -268,6 +269,8 @@ FocusScope {
         sourceComponent: HistorySidebarOverlay {
             objectName: "historySidebar"
             history: root.history
+            undoText: root.overlay.undoText
+            onUndone: root.overlay.undo()
             theme: Tokens.sheet(!root.overlay.isLightTheme)
             compact: root.compact
             cornerRadius: root.corner
@@ -277,6 +280,8 @@ FocusScope {
     SettingsLoader {
         id: settingsSheet
         settings: root.settings
+        undoText: root.overlay.undoText
+        onUndone: root.overlay.undo()
         y: 34
         width: parent.width
         height: parent.height - y
@@ -350,6 +355,12 @@ FocusScope {
     Shortcut {
         sequence: "Ctrl+0"
         onActivated: root.overlay.changeAnswerText(0)
+    }
+    Shortcut {
+        // A text that has the focus undoes its own changes instead.
+        sequences: [StandardKey.Undo]
+        enabled: root.overlay.undoText.length > 0
+        onActivated: root.overlay.undo()
     }
     Shortcut {
         sequence: "F6"

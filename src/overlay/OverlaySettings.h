@@ -60,6 +60,12 @@ public:
     /// before.
     void close();
 
+    /// Offers what concerns the stored threads; both must outlive this object.
+    void setThreads(ThreadLibrary &library, HistoryController &history)
+    {
+        m_model.setThreads(library, history);
+    }
+
     SettingsModel &model() { return m_model; }
     HotkeyRebinding &rebinding() { return m_rebinding; }
 

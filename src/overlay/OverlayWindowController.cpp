@@ -68,9 +68,13 @@ OverlayWindowController::OverlayWindowController(const VantiroConfig &config,
           {m_stream, m_overlay, m_panels, &QAccessible::isActive, [this] { return m_isVisible; }})
     , m_accountVisit(m_panel)
 {
-    if (m_collaborators.library)
-        m_history = std::make_unique<OverlayHistory>(*m_collaborators.library, m_threads,
-                                                     m_collaborators.platform.vocabulary());
+    if (m_collaborators.library) {
+        m_history = std::make_unique<OverlayHistory>(
+            *m_collaborators.library, m_threads, m_removals, m_collaborators.platform.vocabulary());
+        m_settings.setThreads(*m_collaborators.library, m_history->controller());
+        m_retention = std::make_unique<ThreadRetention>(
+            m_collaborators.settings, *m_collaborators.library, m_history->controller());
+    }
     configurePanel();
     setupContentView();
     m_mirror = std::make_unique<OverlayMirror>(OverlayMirror::Collaborators{
@@ -97,6 +101,7 @@ OverlayWindowController::OverlayWindowController(const VantiroConfig &config,
 OverlayWindowController::~OverlayWindowController()
 {
     m_orchestrator->cancelAll();
+    m_removals.commitAll();
 }
 
 OverlayWindowController::Collaborators OverlayWindowController::logInit(Collaborators collaborators)
@@ -248,10 +253,7 @@ void OverlayWindowController::wireOverlay()
     };
     connect(&m_scrollbar, &ResponseScrollbarModel::draggingChanged, this, hold);
     connect(&m_panel, &NonFocusPanel::isAnswerPressedChanged, this, hold);
-    connect(&m_display, &ResponseDisplay::noteDeleteRequested, this, [this](const QUuid &id) {
-        if (m_threads.removeNote(id))
-            m_orchestrator->showCurrentThread();
-    });
+    setupUndo();
 
     connect(&m_menu, &HamburgerMenuModel::closeRequested, this, [this] {
         if (m_overlay.isMenuOpen())
@@ -259,7 +261,7 @@ void OverlayWindowController::wireOverlay()
     });
     if (m_history) {
         m_history->attach(m_panel, m_overlay, m_menu, *m_orchestrator, m_find);
-        connect(&m_history->controller(), &HistoryController::threadDeleted, &m_display,
+        connect(&m_history->controller(), &HistoryController::threadsDeleted, &m_display,
                 &ResponseDisplay::removePreviews);
         connect(m_history.get(), &OverlayHistory::currentThreadDeleted, this,
                 &OverlayWindowController::clearContent);
@@ -365,6 +367,7 @@ void OverlayWindowController::toggleVisibility()
 void OverlayWindowController::closeWindow()
 {
     m_orchestrator->cancelAll();
+    m_removals.commitAll();
     m_isVisible = false;
     m_panel.close();
 }
@@ -372,6 +375,7 @@ void OverlayWindowController::closeWindow()
 void OverlayWindowController::finishAtOnce()
 {
     m_orchestrator->cancelAll();
+    m_removals.commitAll();
     m_display.removeAllPreviews();
 }
 
@@ -515,6 +519,33 @@ void OverlayWindowController::editLastQuestion()
     m_orchestrator->editLastQuestion();
     m_panels.focusPrompt();
     m_panel.makeKey();
+}
+
+void OverlayWindowController::setupUndo()
+{
+    connect(&m_display, &ResponseDisplay::noteDeleteRequested, this,
+            &OverlayWindowController::deleteNote);
+    connect(&m_removals, &PendingRemovals::changed, &m_overlay,
+            [this] { m_overlay.setUndoText(m_removals.text()); });
+    connect(&m_removals, &PendingRemovals::added, &m_reader, &AnswerReader::readRemoval);
+    connect(&m_overlay, &OverlayModel::undoRequested, this, [this] {
+        log(QStringLiteral("Undo clicked"));
+        m_removals.undo();
+    });
+}
+
+void OverlayWindowController::deleteNote(const QUuid &noteId)
+{
+    if (!m_threads.setNoteAside(noteId))
+        return;
+    m_orchestrator->showCurrentThread();
+    m_removals.add({QStringLiteral("Deleted a note"),
+                    [this, noteId] { m_threads.removeNote(noteId); },
+                    [this, noteId] {
+                        if (m_threads.restoreNote(noteId) &&
+                            m_display.content() != ResponseDisplay::Content::Message)
+                            m_orchestrator->showCurrentThread();
+                    }});
 }
 
 void OverlayWindowController::attachPicture(const OfferedPicture &picture)

@@ -1,7 +1,9 @@
 #pragma once
 
 #include "base/VantiroConfig.h"
+#include "history/PendingRemovals.h"
 #include "history/ThreadController.h"
+#include "history/ThreadRetention.h"
 #include "overlay/AccountVisit.h"
 #include "overlay/AnswerNotice.h"
 #include "overlay/AnswerReader.h"
@@ -147,6 +149,9 @@ private:
     void updateClickThroughState();
     void copyAnswer();
     void editLastQuestion();
+    /// Offers an undo of what the user removes.
+    void setupUndo();
+    void deleteNote(const QUuid &noteId);
     void attachPicture(const OfferedPicture &picture);
     void showVersionOfLastTurn(int position);
     void setupExport();
@@ -162,7 +167,10 @@ private:
     BottomPanelsModel m_panels;
     HamburgerMenuModel m_menu;
     ResponseScrollbarModel m_scrollbar;
+    PendingRemovals m_removals;
     std::unique_ptr<OverlayHistory> m_history;
+    /// Null without a library.
+    std::unique_ptr<ThreadRetention> m_retention;
     OverlaySettings m_settings;
     OverlayLook m_look;
     /// Declared after the models its view shows, so that it is destroyed before them.

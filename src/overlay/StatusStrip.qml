@@ -2,8 +2,9 @@ import QtQuick
 import Quellora.Overlay
 import Quellora.Ui
 
-/// The strip below the control bar: the thread at the left, the status at the right. A notice
-/// temporarily replaces the thread title but not the controls at the right.
+/// The strip below the control bar: the thread at the left, the status at the right. A notice, or
+/// what was removed and can be brought back, temporarily replaces the thread title but not the
+/// controls at the right.
 FocusScope {
     id: strip
 
@@ -26,9 +27,16 @@ FocusScope {
                                       && status !== OverlayModel.Answer
     readonly property bool isThreadShown: !compact || !hasStatus
     readonly property bool isNoticeShown: overlay.notice.length > 0
+    /// Whether a sheet covers the strip; it offers the undo itself.
+    property bool isCovered: false
+    readonly property bool isUndoOffered: overlay.undoText.length > 0 && !isCovered
+    /// Whether the title has given way to other words.
+    readonly property bool isTitleReplaced: isNoticeShown || isUndoOffered
     /// True if a compact window has room for only one text.
-    readonly property bool isNarrow: compact && (hasStatus || isNoticeShown
+    readonly property bool isNarrow: compact && (hasStatus || isTitleReplaced
                                                  || overlay.isThreadCovered)
+    /// A compact window has room for the undo only without the controls of the last question.
+    readonly property bool isUndoCramped: compact && isUndoOffered
     /// Left edge of the title and the notice, after the save indicator.
     readonly property real textStart: notSavedLabel.visible
                                       ? notSavedLabel.x + notSavedLabel.width + 10
@@ -45,7 +53,7 @@ FocusScope {
 
     /// The first focusable control, or null.
     function firstControl() {
-        return [notSaved, usage, back, latest, stop, earlier, later, edit, copy, clicks]
+        return [notSaved, undo, usage, back, latest, stop, earlier, later, edit, copy, clicks]
             .find(control => control.visible && control.enabled) ?? null
     }
 
@@ -117,7 +125,7 @@ FocusScope {
     }
     Label {
         objectName: "threadTitle"
-        visible: strip.isThreadShown && !strip.isNoticeShown && !strip.isFinding
+        visible: strip.isThreadShown && !strip.isTitleReplaced && !strip.isFinding
                  && !(strip.compact && notSaved.visible)
         x: strip.textStart
         width: Math.max(0, right.x - 12 - x)
@@ -157,6 +165,33 @@ FocusScope {
         }
     }
 
+    Item {
+        objectName: "removed"
+        visible: strip.isUndoOffered && !strip.isNoticeShown && !strip.isFinding
+        x: strip.textStart
+        width: Math.max(0, right.x - 12 - x)
+        height: strip.textHeight
+        Accessible.role: Accessible.StaticText
+        Accessible.name: strip.overlay.undoText
+
+        Icon {
+            y: Math.round((parent.height - height) / 2)
+            size: 14
+            name: "trash-2"
+            color: Tokens.frame.dimText
+        }
+        Label {
+            objectName: "removedWords"
+            x: 22
+            width: Math.max(0, parent.width - x)
+            height: parent.height
+            text: strip.overlay.undoText
+            color: Tokens.frame.text
+            elide: Text.ElideRight
+            Accessible.ignored: true
+        }
+    }
+
     Loader {
         id: findBar
         active: strip.find !== null
@@ -176,7 +211,7 @@ FocusScope {
         id: right
         visible: !strip.isRightEmpty
         readonly property real edge: stop.visible || copy.visible || clicks.visible
-                                     || retry.visible
+                                     || retry.visible || undo.visible && !strip.hasStatus
                                      || latest.visible && !strip.hasStatus
                                      || (usage.visible || back.visible) && !strip.hasStatus
                                      ? 6 : 14
@@ -189,9 +224,24 @@ FocusScope {
             id: usage
             // Hidden in a compact window while a notice is shown.
             visible: strip.overlay.isUsageShown && !strip.isFindAlone
-                     && (!strip.compact || !strip.isNoticeShown || activeFocus)
+                     && (!strip.compact || !strip.isTitleReplaced || activeFocus)
             overlay: strip.overlay
             isBarShown: !strip.compact || !strip.hasStatus
+        }
+        Button {
+            id: undo
+            objectName: "undoInStrip"
+            visible: strip.isUndoOffered && !strip.isFindAlone
+            text: qsTr("Undo")
+            onClicked: strip.overlay.undo()
+            onVisibleChanged: {
+                if (visible || !focus)
+                    return
+                focus = false
+                if (strip.prompt)
+                    strip.prompt.forceActiveFocus(Qt.OtherFocusReason)
+            }
+            Accessible.description: strip.overlay.undoText
         }
         Button {
             id: back
@@ -209,7 +259,7 @@ FocusScope {
         Item {
             objectName: "status"
             visible: strip.hasStatus
-                     && (!strip.compact || !strip.isNoticeShown || strip.isFinding)
+                     && (!strip.compact || !strip.isTitleReplaced || strip.isFinding)
             width: (statusLabel.visible ? statusLabel.x + statusLabel.width : 14)
                    + (seconds.visible ? seconds.width + seconds.gap : 0)
             height: parent.height
@@ -311,7 +361,7 @@ FocusScope {
         Row {
             id: versions
             objectName: "versions"
-            visible: strip.overlay.versionCount > 1 && !strip.isFindAlone
+            visible: strip.overlay.versionCount > 1 && !strip.isFindAlone && !strip.isUndoCramped
 
             /// Shows the next version in a direction. At the end the keyboard focus goes to the
             /// button that leads back.
@@ -355,7 +405,7 @@ FocusScope {
             }
         }
         Row {
-            visible: strip.overlay.canAskAgain && !strip.isFindAlone
+            visible: strip.overlay.canAskAgain && !strip.isFindAlone && !strip.isUndoCramped
             y: Math.round((right.height - height) / 2)
 
             IconButton {

@@ -159,9 +159,12 @@ ResponseDisplay::~ResponseDisplay()
     removeAllPreviews();
 }
 
-void ResponseDisplay::removePreviews(const QUuid &threadId)
+void ResponseDisplay::removePreviews(const QSet<QUuid> &threads)
 {
-    m_builder.start([files = m_files, threadId] { files->removeThread(threadId); });
+    m_builder.start([files = m_files, threads] {
+        for (const QUuid &id : threads)
+            files->removeThread(id);
+    });
 }
 
 void ResponseDisplay::removePreview(const QUuid &threadId, qint64 index)

@@ -87,8 +87,8 @@ public:
                               const QUuid &replaced = {});
     /// The page requested last.
     PageId latestPage() const { return m_latestPage; }
-    /// Removes a deleted thread's pictures from the temporary folder.
-    void removePreviews(const QUuid &threadId);
+    /// Removes the pictures of deleted threads from the temporary folder.
+    void removePreviews(const QSet<QUuid> &threads);
     /// Removes a picture that is no longer in its thread from the temporary folder.
     void removePreview(const QUuid &threadId, qint64 index);
     /// Removes every picture from the temporary folder; blocks until that is done.

@@ -620,19 +620,20 @@ void QueryOrchestrator::stop()
     Q_EMIT activityChanged();
 }
 
-void QueryOrchestrator::discardAnswers(const QUuid &threadId)
+void QueryOrchestrator::discardAnswers(const QSet<QUuid> &threads)
 {
-    m_lastQuestion.forget(threadId);
+    for (const QUuid &id : threads)
+        m_lastQuestion.forget(id);
     const QList<ActiveQueryPtr> queries = m_queries;
     for (const ActiveQueryPtr &query : queries) {
-        if (query->threadId != threadId)
+        if (!threads.contains(query->threadId))
             continue;
         if (query->transfer)
             query->transfer->cancel();
         if (query == m_shownQuery)
             leavePage();
         removeQuery(query);
-        m_collaborators.threads.release(threadId);
+        m_collaborators.threads.release(query->threadId);
         log(QStringLiteral("Answer given up with its thread"));
     }
     Q_EMIT activityChanged();

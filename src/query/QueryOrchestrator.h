@@ -101,8 +101,8 @@ public:
     void stop();
     /// Shows the current thread including its running answer, if any.
     void showCurrentThread();
-    /// Cancels the queries of a thread that is being deleted and discards their answers.
-    void discardAnswers(const QUuid &threadId);
+    /// Cancels the queries of threads that are being deleted and discards their answers.
+    void discardAnswers(const QSet<QUuid> &threads);
     /// Shuts down at the end of the session: cancels all queries, storing the text received so far,
     /// and all captures. Does not touch the display.
     void cancelAll();

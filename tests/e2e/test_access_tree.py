@@ -315,7 +315,7 @@ class AccessTreeTest(E2ECase):
         screen = self.look(pane, scrolled=True)
         self.assertEqual([item.name for item in screen.seen if item.role == "heading"],
                          ["Settings", "Model", "Appearance", "Response text color", "Sending",
-                          "Panel", "Prompts", "Answers", "Hotkeys", "About"])
+                          "Panel", "Prompts", "Answers", "History", "Hotkeys", "About"])
         radios = [item for item in screen.seen if item.role == RADIO]
         self.assertEqual([radio.name for radio in radios],
                          ["Balanced", "Deep", "Light", "Dark", "System"]
@@ -328,7 +328,7 @@ class AccessTreeTest(E2ECase):
         self.assertEqual([item.name for item in switches],
                          ["Start a new thread with each Send", "Don't clear prompt after sending",
                           "Look before sending", "Start where I left it",
-                          "Notify when an answer is ready"])
+                          "Notify when an answer is ready", "Keep threads for 30 days"])
         for item in switches:
             if item.name == "Start where I left it":
                 self.assert_states(item, "checked")
@@ -347,12 +347,14 @@ class AccessTreeTest(E2ECase):
                            if tool not in ("Move Explain up", "Move Translate down")))]
         licenses = [item.name for item in screen.seen if item.name.startswith("License of ")]
         self.assertIn("License of marked", licenses)
-        before = [item.name for item in switches if item.name != "Notify when an answer is ready"]
+        after = ["Notify when an answer is ready", "Keep threads for 30 days"]
+        before = [item.name for item in switches if item.name not in after]
         self.desktop.press("tab")
         wait_until(screen.get("Balanced").has_focus, what="the focus on the first section")
         screen.walk_with_tab("System", "Text color: Theme", "Custom text color",
                              *before, *prompt_walk, "Add a prompt",
-                             "Notify when an answer is ready", *rows, "Reset all hotkeys",
+                             *after, "Days to keep threads", "Delete all threads", *rows,
+                             "Reset all hotkeys",
                              "Need help? See the Help docs ↗", *licenses, "Close")
         self.desktop.press("escape")
         self.access.wait_gone("Response text color")

@@ -63,29 +63,52 @@ public:
     {
         calls.append(QStringLiteral("load"));
         if (failure)
-            return ready<CaptureSession>(tl::unexpected(*failure));
+            return ready(Result<CaptureSession>(tl::unexpected(*failure)));
         const auto it = sessions.constFind(id);
         if (it == sessions.constEnd())
-            return ready<CaptureSession>(
-                tl::unexpected(StoreError{StoreError::Kind::SessionNotFound, id, 0, {}}));
-        return ready<CaptureSession>(*it);
+            return ready(Result<CaptureSession>(
+                tl::unexpected(StoreError{StoreError::Kind::SessionNotFound, id, 0, {}})));
+        return ready(Result<CaptureSession>(*it));
     }
-    QFuture<Result<void>> remove(const QUuid &id) override
+    QFuture<Result<QList<MeasuredThread>>> measure() override
+    {
+        calls.append(QStringLiteral("measure"));
+        if (listError)
+            return ready(Result<QList<MeasuredThread>>(tl::unexpected(*listError)));
+        QList<MeasuredThread> threads;
+        for (const CaptureSession &session : std::as_const(sessions))
+            threads.append({session.id, bytesPerThread, session.updatedAt});
+        for (const SkippedThread &thread : std::as_const(skipped))
+            threads.append({thread.id, bytesPerThread, std::nullopt});
+        return ready(Result<QList<MeasuredThread>>(threads));
+    }
+    QFuture<RemovedThreads> remove(const QList<QUuid> &ids) override
     {
         calls.append(QStringLiteral("remove"));
-        if (failure)
-            return ready<void>(tl::unexpected(*failure));
-        sessions.remove(id);
-        return ready<void>({});
+        return ready(removeThreads(ids));
+    }
+    QFuture<Result<RemovedThreads>> removeOlder(const QDateTime &limit,
+                                                const QSet<QUuid> &kept) override
+    {
+        calls.append(QStringLiteral("removeOlder"));
+        limits.append(limit);
+        if (listError)
+            return ready(Result<RemovedThreads>(tl::unexpected(*listError)));
+        QList<QUuid> old;
+        for (const CaptureSession &session : std::as_const(sessions)) {
+            if (session.updatedAt < limit && !kept.contains(session.id))
+                old.append(session.id);
+        }
+        return ready(Result<RemovedThreads>(removeThreads(old)));
     }
     QFuture<Result<void>> updateTitle(const QUuid &id,
                                       const std::optional<QString> &customTitle) override
     {
         calls.append(QStringLiteral("updateTitle"));
         if (failure)
-            return ready<void>(tl::unexpected(*failure));
+            return ready(Result<void>(tl::unexpected(*failure)));
         sessions[id].customTitle = customTitle;
-        return ready<void>({});
+        return ready(Result<void>());
     }
 
     static ThreadSummary summary(const CaptureSession &session)
@@ -123,8 +146,13 @@ public:
     QMap<QUuid, CaptureSession> sessions;
     QList<SkippedThread> skipped;
     std::optional<StoreError> listError;
-    /// If set, load(), remove() and updateTitle() fail with it.
+    /// If set, load(), remove(), removeOlder() and updateTitle() fail with it, those that remove
+    /// for its thread or, if it names none, for each.
     std::optional<StoreError> failure;
+    /// Space that each thread takes.
+    qint64 bytesPerThread = 1000;
+    /// The limits of all calls of removeOlder().
+    QList<QDateTime> limits;
     /// Whether list() leaves its future pending.
     bool holdsList = false;
     /// Promise of the last pending list().
@@ -154,10 +182,26 @@ private:
             add(ThreadHit::Place::Note, note.text);
     }
 
-    template <typename T>
-    static QFuture<Result<T>> ready(Result<T> value)
+    RemovedThreads removeThreads(const QList<QUuid> &ids)
     {
-        QPromise<Result<T>> promise;
+        RemovedThreads outcome;
+        for (const QUuid &id : ids) {
+            if (failure && (failure->id.isNull() || failure->id == id)) {
+                StoreError error = *failure;
+                error.id = id;
+                outcome.failed.append(error);
+                continue;
+            }
+            sessions.remove(id);
+            outcome.removed.append(id);
+        }
+        return outcome;
+    }
+
+    template <typename T>
+    static QFuture<T> ready(T value)
+    {
+        QPromise<T> promise;
         promise.start();
         auto future = promise.future();
         promise.addResult(std::move(value));

@@ -372,20 +372,27 @@ private Q_SLOTS:
         QVERIFY(threads.addNote("one"));
         saver.flush();
         const QUuid id = threads.currentSession()->id;
-        threads.suspendSaving(id);
-        QVERIFY(threads.addNote("two"));
-        QVERIFY(threads.addNote("three"));
+        settings.setKeepAIHistoryEnabled(true);
         saver.flush();
-        QCOMPARE(f.store.load(id)->notes.size(), 1);
-        threads.resumeSaving(id);
+        // An answer is on its way.
+        threads.retain(id);
+        QVERIFY(threads.setAside(id));
+        QVERIFY(!threads.currentSession());
+        QVERIFY(!threads.addTurn(id, "two", "answer"));
+        QVERIFY(!threads.addTurn(id, "three", "answer"));
         saver.flush();
-        QCOMPARE(f.store.load(id)->notes.size(), 3);
+        QVERIFY(f.store.load(id)->turns.isEmpty());
+        QVERIFY(threads.bringBack(id));
+        saver.flush();
+        QCOMPARE(f.store.load(id)->turns.size(), 2);
+        QCOMPARE(threads.currentSession()->turns.size(), 2);
 
-        threads.suspendSaving(id);
-        QVERIFY(threads.addNote("four"));
+        QVERIFY(threads.setAside(id));
+        QVERIFY(!threads.addTurn(id, "four", "answer"));
         QVERIFY(f.store.remove(id));
-        QVERIFY(threads.forget(id));
-        threads.resumeSaving(id);
+        threads.forget(id);
+        QVERIFY(!threads.bringBack(id));
+        QVERIFY(!threads.addTurn(id, "five", "answer"));
         saver.flush();
         QVERIFY(!f.store.load(id));
     }

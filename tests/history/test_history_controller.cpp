@@ -41,7 +41,8 @@ private Q_SLOTS:
         m_defaults = std::make_unique<JsonUserDefaults>();
         m_settings = std::make_unique<Settings>(*m_defaults);
         m_threads = std::make_unique<ThreadController>(*m_settings, m_saver.get());
-        m_history = std::make_unique<HistoryController>(*m_library, *m_threads);
+        m_removals = std::make_unique<PendingRemovals>();
+        m_history = std::make_unique<HistoryController>(*m_library, *m_threads, *m_removals);
         m_log = std::make_unique<LogCapture>();
     }
     void cleanup()
@@ -211,7 +212,8 @@ private Q_SLOTS:
         m_library->holdsList = true;
         m_history->historyButtonClicked();
         m_history->deleteSession(deleted.id);
-        QTRY_COMPARE(titles(), QStringList("other"));
+        m_removals->commitAll();
+        QTRY_VERIFY(!m_history->isHidden(deleted.id));
         m_history->renameSession(other.id, "renamed");
         ThreadBatch batch;
         batch.threads = {FakeThreadLibrary::summary(deleted), FakeThreadLibrary::summary(other)};
@@ -361,71 +363,202 @@ private Q_SLOTS:
                                      " from History: No saved session found for " + uuidText(id))));
     }
 
-    void deletesThread()
+    void deletedThreadIsRemovedWhenItsTimeIsOver()
     {
         const auto deleted = m_library->add("deleted", noon);
         m_library->add("other", noon.addDays(-1));
         open();
-        QSignalSpy announced(m_history.get(), &HistoryController::threadDeleted);
+        QSignalSpy announced(m_history.get(), &HistoryController::threadsDeleted);
         QSignalSpy emptied(m_history.get(), &HistoryController::currentThreadDeleted);
         m_history->deleteSession(deleted.id);
-        QTRY_COMPARE(titles(), QStringList("other"));
-        QCOMPARE(announced.size(), 1);
+        QCOMPARE(titles(), QStringList("other"));
+        QCOMPARE(m_removals->text(), QString("Deleted “deleted”"));
+        // Until then nothing is lost, and reading the list again shows no more of it.
+        reopen();
+        QCOMPARE(titles(), QStringList("other"));
+        QVERIFY(m_library->sessions.contains(deleted.id));
+        QVERIFY(announced.isEmpty());
+        m_removals->commitAll();
+        QTRY_COMPARE(announced.size(), 1);
+        QCOMPARE(announced.first().first().value<QSet<QUuid>>(), QSet<QUuid>{deleted.id});
+        QVERIFY(!m_library->sessions.contains(deleted.id));
         QVERIFY(m_log->contains(line("Session " + uuidText(deleted.id) + " deleted")));
         QVERIFY(emptied.isEmpty());
+        QVERIFY(!m_history->isHidden(deleted.id));
+    }
+
+    void undoneDeletionChangesNothing()
+    {
+        const auto stored = m_library->add("back", noon);
+        m_library->add("newer", noon.addDays(1));
+        m_library->add("older", noon.addDays(-1));
+        open();
+        QSignalSpy restored(m_history.get(), &HistoryController::sessionRestored);
+        m_history->deleteSession(stored.id);
+        QCOMPARE(titles(), QStringList({"newer", "older"}));
+        m_removals->undo();
+        QCOMPARE(titles(), QStringList({"newer", "back", "older"}));
+        QCOMPARE(restored.size(), 1);
+        QCOMPARE(restored.first().first().toLongLong(), 1);
+        QTRY_VERIFY(!m_history->isLoading());
+        QCOMPARE(titles(), QStringList({"newer", "back", "older"}));
+        m_removals->commitAll();
+        QVERIFY(!m_library->calls.contains("remove"));
+    }
+
+    void undoDuringReloadListsThreadOnce()
+    {
+        const auto stored = m_library->add("back", noon);
+        const auto other = m_library->add("other", noon.addDays(-1));
+        open();
+        m_history->deleteSession(stored.id);
+        m_history->historyButtonClicked();
+        m_library->holdsList = true;
+        m_history->historyButtonClicked();
+        ThreadBatch batch;
+        batch.threads = {FakeThreadLibrary::summary(stored), FakeThreadLibrary::summary(other)};
+        batch.total = 2;
+        m_library->held->addResult(batch);
+        QTRY_COMPARE(m_history->threadsRead(), 2);
+        m_library->holdsList = false;
+        m_removals->undo();
+        QTRY_VERIFY(!m_history->isLoading());
+        QCOMPARE(titles(), QStringList({"back", "other"}));
+    }
+
+    void deletionsAreUndoneInReverseOrder()
+    {
+        const auto first = m_library->add("first", noon);
+        const auto second = m_library->add("second", noon.addDays(-1));
+        open();
+        m_history->deleteSession(first.id);
+        m_history->deleteSession(second.id);
+        QCOMPARE(m_removals->text(), QString("Deleted “second”"));
+        m_removals->undo();
+        QCOMPARE(titles(), QStringList("second"));
+        QCOMPARE(m_removals->text(), QString("Deleted “first”"));
+        m_removals->undo();
+        QTRY_COMPARE(titles(), QStringList({"first", "second"}));
+        QVERIFY(m_removals->isEmpty());
     }
 
     void deletesCurrentThread()
     {
-        m_settings->setKeepAIHistoryEnabled(true);
-        const auto stored = m_library->add("question", noon);
-        open();
-        m_history->loadSession(stored.id);
-        QTRY_VERIFY(m_threads->currentSession());
+        const QUuid id = openStored("question");
         m_threads->stageScreenshot("jpeg");
-        m_threads->retain(stored.id);
+        m_threads->retain(id);
         open();
         m_saver->saved.clear();
         QSignalSpy emptied(m_history.get(), &HistoryController::currentThreadDeleted);
-        m_history->deleteSession(stored.id);
-        // An answer that arrives during the deletion must not be saved afterwards.
-        m_threads->addTurn(stored.id, "meanwhile", "answer");
-        QTRY_COMPARE(emptied.size(), 1);
+        m_history->deleteSession(id);
+        QCOMPARE(emptied.size(), 1);
         QVERIFY(!m_threads->currentSession());
         QVERIFY(!m_threads->isSessionLoadedFromHistory());
         QVERIFY(!m_threads->hasAttachedScreenshot());
+        // An answer that arrives meanwhile must not be saved afterwards.
+        QVERIFY(!m_threads->addTurn(id, "meanwhile", "answer"));
+        m_removals->commitAll();
+        QSignalSpy announced(m_history.get(), &HistoryController::threadsDeleted);
+        QTRY_COMPARE(announced.size(), 1);
         // A late answer must not create the thread again.
-        QVERIFY(!m_threads->addTurn(stored.id, "late", "answer"));
+        QVERIFY(!m_threads->addTurn(id, "late", "answer"));
         m_threads->endCurrentThread();
         QVERIFY(m_saver->saved.isEmpty());
-        QTRY_VERIFY(titles().isEmpty());
+        QVERIFY(titles().isEmpty());
+    }
+
+    void undoBringsCurrentThreadBack()
+    {
+        const QUuid id = openStored("question");
+        m_threads->stageScreenshot("jpeg");
+        m_threads->retain(id);
+        open();
+        m_history->deleteSession(id);
+        m_threads->addTurn(id, "meanwhile", "answer");
+        m_saver->saved.clear();
+        QSignalSpy shown(m_history.get(), &HistoryController::currentThreadRestored);
+        QSignalSpy staged(m_threads.get(), &ThreadController::stagedScreenshotChanged);
+        m_removals->undo();
+        QCOMPARE(shown.size(), 1);
+        QCOMPARE(m_threads->currentSession()->id, id);
+        QVERIFY(m_threads->isSessionLoadedFromHistory());
+        QCOMPARE(m_threads->currentSession()->turns.last().prompt, QString("meanwhile"));
+        QCOMPARE(m_threads->stagedScreenshot()->imageData, QByteArray("jpeg"));
+        QCOMPARE(staged.size(), 1);
+        // The answer that came meanwhile is saved now.
+        QCOMPARE(m_saver->saved.size(), 1);
+        QCOMPARE(m_saver->saved.first().turns.last().prompt, QString("meanwhile"));
+    }
+
+    void undoLeavesTheNextThreadCurrent()
+    {
+        const QUuid id = openStored("question");
+        open();
+        m_history->deleteSession(id);
+        QVERIFY(m_threads->addNote("something else"));
+        QSignalSpy shown(m_history.get(), &HistoryController::currentThreadRestored);
+        m_removals->undo();
+        QVERIFY(shown.isEmpty());
+        QCOMPARE(m_threads->currentSession()->notes.size(), 1);
+        QTRY_COMPARE(titles(), QStringList("question"));
+    }
+
+    void undoReplacesAnEmptyThreadUnlessItAwaitsItsAnswer()
+    {
+        const QUuid id = openStored("question");
+        open();
+        m_history->deleteSession(id);
+        m_threads->startNewThread();
+        m_removals->undo();
+        QCOMPARE(m_threads->currentSession()->id, id);
+        m_history->deleteSession(id);
+        m_threads->startNewThread();
+        const QUuid next = m_threads->currentSession()->id;
+        m_threads->retain(next);
+        m_removals->undo();
+        QCOMPARE(m_threads->currentSession()->id, next);
     }
 
     void lateAnswerDoesNotRestoreDeletedThread()
     {
-        m_settings->setKeepAIHistoryEnabled(true);
-        const auto stored = m_library->add("question", noon);
-        open();
-        m_history->loadSession(stored.id);
-        QTRY_VERIFY(m_threads->currentSession());
-        m_threads->retain(stored.id);
+        const QUuid id = openStored("question");
+        m_threads->retain(id);
         m_threads->startNewThread();
         open();
-        m_history->deleteSession(stored.id);
+        m_history->deleteSession(id);
         m_saver->saved.clear();
-        m_threads->addTurn(stored.id, "late", "answer");
-        QTRY_VERIFY(titles().isEmpty());
-        m_threads->addTurn(stored.id, "later", "answer");
+        m_threads->addTurn(id, "late", "answer");
+        m_removals->commitAll();
+        QSignalSpy announced(m_history.get(), &HistoryController::threadsDeleted);
+        QTRY_COMPARE(announced.size(), 1);
+        m_threads->addTurn(id, "later", "answer");
         QVERIFY(m_saver->saved.isEmpty());
     }
 
-    void failedDeletionKeepsThreadListed()
+    void threadBeingLoadedIsNotOpenedAfterItsDeletion()
+    {
+        const auto stored = m_library->add("question", noon);
+        open();
+        m_history->loadSession(stored.id);
+        QCOMPARE(m_history->threadsInUse(), QSet<QUuid>{stored.id});
+        m_history->deleteSession(stored.id);
+        QCoreApplication::processEvents();
+        QVERIFY(!m_threads->currentSession());
+        // What can be undone is in use, too.
+        QCOMPARE(m_history->threadsInUse(), QSet<QUuid>{stored.id});
+    }
+
+    void failedDeletionListsThreadAgain()
     {
         const auto stored = m_library->add("stays", noon);
         open();
         m_library->failure = StoreError{StoreError::Kind::File, stored.id, 0, "not permitted"};
+        QSignalSpy failed(m_history.get(), &HistoryController::deletionFailed);
         m_history->deleteSession(stored.id);
+        QVERIFY(titles().isEmpty());
+        m_removals->commitAll();
         QTRY_COMPARE(m_history->notice(), QStringLiteral("This thread can't be deleted."));
+        QCOMPARE(failed.size(), 1);
         QVERIFY(m_log->contains(
             line("ERROR: Failed to delete session " + uuidText(stored.id) + ": not permitted")));
         QCOMPARE(titles(), QStringList("stays"));
@@ -434,27 +567,73 @@ private Q_SLOTS:
 
     void failedDeletionKeepsCurrentThread()
     {
-        m_settings->setKeepAIHistoryEnabled(true);
-        const auto stored = m_library->add("stays", noon);
-        open();
-        m_history->loadSession(stored.id);
-        QTRY_VERIFY(m_threads->currentSession());
-        m_threads->retain(stored.id);
+        const QUuid id = openStored("stays");
+        m_threads->retain(id);
         open();
         m_saver->saved.clear();
-        QSignalSpy announced(m_history.get(), &HistoryController::threadDeleted);
-        QSignalSpy emptied(m_history.get(), &HistoryController::currentThreadDeleted);
-        m_library->failure = StoreError{StoreError::Kind::File, stored.id, 0, "not permitted"};
-        m_history->deleteSession(stored.id);
-        QVERIFY(m_threads->addTurn(stored.id, "meanwhile", "answer"));
+        QSignalSpy announced(m_history.get(), &HistoryController::threadsDeleted);
+        QSignalSpy shown(m_history.get(), &HistoryController::currentThreadRestored);
+        m_library->failure = StoreError{StoreError::Kind::File, id, 0, "not permitted"};
+        m_history->deleteSession(id);
+        m_removals->commitAll();
+        m_threads->addTurn(id, "meanwhile", "answer");
         QTRY_COMPARE(m_history->notice(), QStringLiteral("This thread can't be deleted."));
-        QVERIFY(announced.isEmpty() && emptied.isEmpty());
-        QCOMPARE(m_threads->currentSession()->id, stored.id);
+        QVERIFY(announced.isEmpty());
+        QCOMPARE(shown.size(), 1);
+        QCOMPARE(m_threads->currentSession()->id, id);
         QCOMPARE(m_threads->currentSession()->turns.size(), 2);
         // The deferred save is performed after the failure.
         QCOMPARE(m_saver->saved.last().turns.size(), 2);
-        QVERIFY(m_threads->addTurn(stored.id, "after", "answer"));
+        QVERIFY(m_threads->addTurn(id, "after", "answer"));
         QCOMPARE(m_saver->saved.last().turns.size(), 3);
+    }
+
+    void allThreadsAreDeletedAndUndoneTogether()
+    {
+        const QUuid id = openStored("current");
+        const auto other = m_library->add("other", noon.addDays(-1));
+        m_history->deleteThreads({id, other.id});
+        QVERIFY(!m_threads->currentSession());
+        QCOMPARE(m_removals->text(), QString("Deleted 2 threads"));
+        open();
+        QVERIFY(titles().isEmpty());
+        m_removals->undo();
+        QCOMPARE(m_threads->currentSession()->id, id);
+        QTRY_COMPARE(titles(), QStringList({"current", "other"}));
+
+        m_history->deleteThreads({id, other.id});
+        QVERIFY(titles().isEmpty());
+        QSignalSpy announced(m_history.get(), &HistoryController::threadsDeleted);
+        m_removals->commitAll();
+        QCOMPARE(m_library->calls.count("remove"), 1);
+        QTRY_COMPARE(announced.size(), 1);
+        QVERIFY(m_library->sessions.isEmpty());
+        QVERIFY(m_log->contains(line("2 sessions deleted")));
+        m_history->deleteThreads({});
+        QVERIFY(m_removals->isEmpty());
+    }
+
+    void whatCannotBeDeletedOfAllIsListedAgain()
+    {
+        m_library->add("goes", noon);
+        const auto stays = m_library->add("stays", noon.addDays(-1));
+        open();
+        m_library->failure = StoreError{StoreError::Kind::File, stays.id, 0, "not permitted"};
+        m_history->deleteThreads(m_library->sessions.keys());
+        m_removals->commitAll();
+        QTRY_COMPARE(m_history->notice(), QStringLiteral("1 thread can't be deleted."));
+        QTRY_COMPARE(titles(), QStringList("stays"));
+        QVERIFY(!m_history->isHidden(stays.id));
+    }
+
+    void removalOutlivesTheController()
+    {
+        const auto stored = m_library->add("stays", noon);
+        open();
+        m_history->deleteSession(stored.id);
+        m_history.reset();
+        m_removals->commitAll();
+        QVERIFY(m_library->sessions.contains(stored.id));
     }
 
     void renamesThread()
@@ -553,6 +732,21 @@ private Q_SLOTS:
     }
 
 private:
+    /// Stores a thread, makes it current and returns its id; history keeping is on.
+    QUuid openStored(const QString &prompt)
+    {
+        m_settings->setKeepAIHistoryEnabled(true);
+        const QUuid id = m_library->add(prompt, noon).id;
+        open();
+        m_history->loadSession(id);
+        [this] { QTRY_VERIFY(m_threads->currentSession()); }();
+        return id;
+    }
+    void reopen()
+    {
+        m_history->historyButtonClicked();
+        open();
+    }
     void open()
     {
         m_history->historyButtonClicked();
@@ -590,6 +784,7 @@ private:
     }
 
     std::unique_ptr<FakeThreadLibrary> m_library;
+    std::unique_ptr<PendingRemovals> m_removals;
     std::unique_ptr<CountingSaver> m_saver;
     std::unique_ptr<JsonUserDefaults> m_defaults;
     std::unique_ptr<Settings> m_settings;

@@ -146,8 +146,9 @@ private Q_SLOTS:
         readAll(listed, {stored(1, 9), stored(2, 8)});
         listed.beginReading();
         listed.add({stored(1, 9), stored(2, 8), stored(3, 7), stored(4, 6)});
-        QCOMPARE(listed.remove(stored(1, 9).id), 0);
-        QCOMPARE(listed.remove(stored(3, 7).id), -1);
+        QCOMPARE(listed.hide({stored(1, 9).id}), 0);
+        QCOMPARE(listed.hide({stored(3, 7).id}), -1);
+        listed.forgetHidden({stored(1, 9).id, stored(3, 7).id});
         QCOMPARE(listed.setTitle(stored(2, 8).id, "mine"), 0);
         QCOMPARE(listed.setTitle(stored(4, 6).id, "too"), -1);
         QCOMPARE(applyAll(listed), QList<Change>({{Kind::Inserted, 1, 1}}));
@@ -165,9 +166,51 @@ private Q_SLOTS:
         listed.add({stored(2, 8), stored(4, 6)});
         listed.endReading();
         QCOMPARE(*listed.applyNext(), (Change{Kind::Removed, 4, 1}));
-        QCOMPARE(listed.remove(stored(2, 8).id), 1);
+        QCOMPARE(listed.hide({stored(2, 8).id}), 1);
         QCOMPARE(applyAll(listed), QList<Change>({{Kind::Removed, 0, 2}}));
         QCOMPARE(titles(listed), QStringList("4"));
+    }
+
+    void hiddenThreadsStayOutOfReloads()
+    {
+        ListedThreads listed;
+        readAll(listed, {stored(1, 9), stored(2, 8), stored(3, 7)});
+        QCOMPARE(listed.hide({stored(2, 8).id}), 1);
+        QVERIFY(listed.isHidden(stored(2, 8).id));
+        readAll(listed, {stored(1, 9), stored(2, 8), stored(3, 7)});
+        readAll(listed, {stored(1, 9), stored(2, 8), stored(3, 7)});
+        QCOMPARE(titles(listed), QStringList({"1", "3"}));
+        QCOMPARE(listed.show(stored(2, 8)), 1);
+        QCOMPARE(titles(listed), QStringList({"1", "2", "3"}));
+        readAll(listed, {stored(1, 9), stored(2, 8), stored(3, 7)});
+        QCOMPARE(titles(listed), QStringList({"1", "2", "3"}));
+    }
+
+    void threadShownDuringAReloadIsListedOnce()
+    {
+        ListedThreads listed;
+        readAll(listed, {stored(1, 9), stored(2, 8), stored(3, 7)});
+        listed.hide({stored(2, 8).id});
+        listed.beginReading();
+        listed.add({stored(1, 9), stored(2, 8), stored(3, 7)});
+        applyAll(listed);
+        // The reload has passed it; another process changed it before the next one.
+        listed.show(stored(2, 8));
+        readAll(listed, {stored(2, 10), stored(1, 9), stored(3, 7)});
+        QCOMPARE(titles(listed), QStringList({"2", "1", "3"}));
+    }
+
+    void severalAreHiddenAtOnce()
+    {
+        ListedThreads listed;
+        readAll(listed, {stored(1, 9), stored(2, 8), stored(3, 7), stored(4, 6)});
+        const QList<QUuid> ids{stored(1, 9).id, stored(3, 7).id, stored(4, 6).id};
+        QCOMPARE(listed.hide(ids), -1);
+        QCOMPARE(titles(listed), QStringList("2"));
+        listed.show(ids);
+        QCOMPARE(titles(listed), QStringList("2"));
+        readAll(listed, {stored(1, 9), stored(2, 8), stored(3, 7), stored(4, 6)});
+        QCOMPARE(titles(listed), QStringList({"1", "2", "3", "4"}));
     }
 
     void duplicateIsListedOnce()

@@ -36,7 +36,7 @@ struct OverlayFixture
         , settings(stored, *panels.models(), rebinding, words,
                    hasDesktopKeys ? guide() : ShortcutGuide())
         , threads(stored, nullptr)
-        , history(library, threads)
+        , history(library, threads, removals)
         , sidebar(history, threads, words, QLocale(QStringLiteral("en_US")), [this] { return now; })
         , panel(platform)
     {
@@ -83,6 +83,14 @@ struct OverlayFixture
         });
         QObject::connect(&stored, &Settings::appearanceChanged, &settings,
                          [this] { setLight(stored.appearance() == Settings::Appearance::Light); });
+    }
+    /// Offers what concerns stored threads, and the undo of removals, like the window controller.
+    void connectRemovals()
+    {
+        settings.setThreads(library, history);
+        QObject::connect(&removals, &PendingRemovals::changed, &overlay,
+                         [this] { overlay.setUndoText(removals.text()); });
+        QObject::connect(&overlay, &OverlayModel::undoRequested, &removals, &PendingRemovals::undo);
     }
     void setLight(bool isLight)
     {
@@ -221,6 +229,7 @@ struct OverlayFixture
     QDateTime now = QDateTime(QDate(2025, 3, 14), QTime(15, 0));
     FakeThreadLibrary library;
     ThreadController threads;
+    PendingRemovals removals;
     HistoryController history;
     HistoryModel sidebar;
     NonFocusPanel panel;

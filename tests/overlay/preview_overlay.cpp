@@ -148,6 +148,23 @@ bool applyState(OverlayFixture &f, const QString &state)
         f.sidebar.setSearchText(state.mid(7));
     } else if (state == QLatin1String("delete")) {
         f.sidebar.requestDelete(5);
+    } else if (state == QLatin1String("removed")) {
+        f.sidebar.requestDelete(1);
+        f.sidebar.confirmDelete();
+    } else if (state == QLatin1String("removed-note")) {
+        f.removals.add({QStringLiteral("Deleted a note"), [] {}, [] {}});
+    } else if (state == QLatin1String("asked")) {
+        f.overlay.setQuestionKnown(true);
+        f.overlay.setPageClickable(true);
+    } else if (state == QLatin1String("limited")) {
+        f.stored.setKeepThreadsDays(QStringLiteral("30"));
+    } else if (state == QLatin1String("badday")) {
+        f.settings.threads()->commitDays(QStringLiteral("soon"));
+    } else if (state == QLatin1String("delete-all") || state == QLatin1String("deleted-all")) {
+        f.settings.threads()->deleteAll();
+        QCoreApplication::processEvents();
+        if (state == QLatin1String("deleted-all"))
+            f.settings.threads()->confirm();
     } else if (state == QLatin1String("desktop-keys") || state == QLatin1String("some-keys") ||
                state == QLatin1String("no-keys")) {
         applyDesktopKeys(f, state);
@@ -211,6 +228,8 @@ int main(int argc, char *argv[])
     f.panel.setPosition(at.value(0).toInt(), at.value(1).toInt());
     f.overlay.setCurrentAlpha(parser.value(QStringLiteral("alpha")).toDouble());
     f.connectSettings();
+    f.connectRemovals();
+    f.library.bytesPerThread = 3'900'000;
     if (parser.value(QStringLiteral("theme")) == QLatin1String("light"))
         f.stored.setAppearance(Settings::Appearance::Light);
     QObject::connect(&f.overlay, &OverlayModel::sliderMoved, &f.overlay,

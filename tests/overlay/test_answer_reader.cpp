@@ -73,6 +73,16 @@ private Q_SLOTS:
         QVERIFY(f.heard().endsWith("line. The end"));
     }
 
+    void saysWhatCanBeUndone()
+    {
+        Fixture f;
+        f.reader.readRemoval("Deleted a note");
+        QCOMPARE(f.heard(), "Deleted a note. Undo is offered for 10 seconds");
+        f.isHeard = false;
+        f.reader.readRemoval("Deleted a note");
+        QCOMPARE(f.heard(), "Deleted a note. Undo is offered for 10 seconds");
+    }
+
     void aResumedAnswerGoesOnWhereItWas()
     {
         Fixture f;

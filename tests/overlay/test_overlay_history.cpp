@@ -25,12 +25,20 @@ struct Fixture : OrchestratorFixture
         stored = library.add("stored", now);
     }
 
+    /// Opens the sidebar again, whose list has been read then.
+    void openAgain()
+    {
+        history.historyButtonClicked();
+        QTRY_VERIFY(!history.controller().isLoading());
+    }
+
     FakeThreadLibrary library;
     CaptureSession stored;
     OverlayModel overlay;
     HamburgerMenuModel menu;
     FindModel find;
-    OverlayHistory history{library, threads, Vocabulary::linuxDesktop()};
+    PendingRemovals removals;
+    OverlayHistory history{library, threads, removals, Vocabulary::linuxDesktop()};
     FakePanelWindow window;
     NonFocusPanel panel{window};
 };
@@ -140,11 +148,51 @@ private Q_SLOTS:
         const QPointer<FakeTransfer> transfer = f.transfer();
         transfer->answer("half");
         QSignalSpy deleted(&f.history, &OverlayHistory::currentThreadDeleted);
+        f.openAgain();
         f.history.controller().deleteSession(f.stored.id);
-        QTRY_COMPARE(deleted.size(), 1);
-        QVERIFY(!transfer || transfer->cancelled);
+        QCOMPARE(deleted.size(), 1);
+        // While it can be undone, the answer goes on unseen.
+        QVERIFY(transfer && !transfer->cancelled);
+        QCOMPARE(f.orchestrator.activity(), QueryOrchestrator::Activity::Idle);
+        f.removals.commitAll();
+        QTRY_VERIFY(!transfer || transfer->cancelled);
         QCOMPARE(f.orchestrator.activity(), QueryOrchestrator::Activity::Idle);
         QVERIFY(!f.threads.currentSession());
+    }
+
+    void undoneDeletionShowsTheAnswerThatGoesOn()
+    {
+        Fixture f;
+        f.history.historyButtonClicked();
+        f.history.controller().loadSession(f.stored.id);
+        QTRY_VERIFY(f.threads.currentSession());
+        f.orchestrator.sendPromptOnly("question");
+        f.transfer()->answer("half");
+        f.openAgain();
+        f.history.controller().deleteSession(f.stored.id);
+        f.transfer()->answer(" an answer");
+        f.display.streamed.clear();
+        f.removals.undo();
+        QCOMPARE(f.orchestrator.activity(), QueryOrchestrator::Activity::Streaming);
+        QCOMPARE(f.display.streamed, "half an answer");
+        f.transfer()->finish(done());
+        QCOMPARE(f.threads.currentSession()->turns.last().response, "half an answer");
+    }
+
+    void answerThatEndsMeanwhileComesBackWithItsThread()
+    {
+        Fixture f;
+        f.history.historyButtonClicked();
+        f.history.controller().loadSession(f.stored.id);
+        QTRY_VERIFY(f.threads.currentSession());
+        f.orchestrator.sendPromptOnly("question");
+        f.openAgain();
+        f.history.controller().deleteSession(f.stored.id);
+        f.transfer()->answer("whole");
+        f.transfer()->finish(done());
+        f.removals.undo();
+        QCOMPARE(f.threads.currentSession()->turns.last().response, "whole");
+        QCOMPARE(f.display.rendered.last().turns.last().response, "whole");
     }
 
     void failedDeletionKeepsAnswer()
@@ -157,7 +205,9 @@ private Q_SLOTS:
         const QPointer<FakeTransfer> transfer = f.transfer();
         transfer->answer("half");
         f.library.failure = StoreError{StoreError::Kind::File, f.stored.id, 0, "not permitted"};
+        f.openAgain();
         f.history.controller().deleteSession(f.stored.id);
+        f.removals.commitAll();
         QTRY_VERIFY(!f.history.controller().notice().isEmpty());
         QVERIFY(!transfer->cancelled);
         QCOMPARE(f.orchestrator.activity(), QueryOrchestrator::Activity::Streaming);

@@ -464,6 +464,90 @@ private Q_SLOTS:
         QCOMPARE(watch.texts, QStringList({"Done.", "Done."}));
     }
 
+    void removedNoteCanBeBroughtBack()
+    {
+        Fixture f;
+        OverlayModel &overlay = f.overlay->overlayModel();
+        ThreadController &threads = f.overlay->threads();
+        threads.addNote("first note");
+        threads.addNote("second note");
+        f.overlay->orchestrator().showCurrentThread();
+        QTRY_VERIFY(f.surface->page().contains("second note"));
+        const auto notes = threads.currentSession()->notes;
+        f.surface->post(QStringLiteral("noteDelete"),
+                        notes.at(0).id.toString(QUuid::WithoutBraces));
+        QCOMPARE(threads.currentSession()->notes.size(), 1);
+        QCOMPARE(overlay.undoText(), "Deleted a note");
+        QTRY_VERIFY(!f.surface->page().contains("first note"));
+        // A second press on a page that has not been replaced yet.
+        f.surface->post(QStringLiteral("noteDelete"),
+                        notes.at(0).id.toString(QUuid::WithoutBraces));
+        overlay.undo();
+        QCOMPARE(threads.currentSession()->notes, notes);
+        QCOMPARE(overlay.undoText(), QString());
+        QTRY_VERIFY(f.surface->page().contains("first note"));
+        overlay.undo();
+        QCOMPARE(threads.currentSession()->notes, notes);
+    }
+
+    void removalsAreForGoodAtTheEnd_data()
+    {
+        QTest::addColumn<int>("end");
+        QTest::newRow("sign out") << 0;
+        QTest::newRow("display lost") << 1;
+        QTest::newRow("quit") << 2;
+    }
+    void removalsAreForGoodAtTheEnd()
+    {
+        QFETCH(const int, end);
+        Fixture f;
+        const QUuid id = f.library.add("gone", QDateTime::currentDateTime()).id;
+        HistoryController &history = f.overlay->history()->controller();
+        history.historyButtonClicked();
+        QTRY_COMPARE(history.historySessions().size(), 1);
+        history.deleteSession(id);
+        QCOMPARE(f.overlay->overlayModel().undoText(), "Deleted “gone”");
+        QVERIFY(f.library.sessions.contains(id));
+        if (end == 0)
+            f.overlay->closeWindow();
+        else if (end == 1)
+            f.overlay->finishAtOnce();
+        else
+            f.overlay.reset();
+        QVERIFY(!f.library.sessions.contains(id));
+    }
+
+    void deletedThreadOnShowCanBeBroughtBack()
+    {
+        Fixture f;
+        const QUuid id = f.library.add("question", QDateTime::currentDateTime()).id;
+        HistoryController &history = f.overlay->history()->controller();
+        history.historyButtonClicked();
+        QTRY_COMPARE(history.historySessions().size(), 1);
+        history.loadSession(id);
+        QTRY_VERIFY(f.surface->page().contains("An answer."));
+        history.historyButtonClicked();
+        history.deleteSession(id);
+        QTRY_VERIFY(!f.surface->page().contains("An answer."));
+        f.overlay->overlayModel().undo();
+        QTRY_VERIFY(f.surface->page().contains("An answer."));
+        QCOMPARE(f.overlay->threads().currentSession()->id, id);
+    }
+
+    void failedDeletionIsToldWhereTheUserIs()
+    {
+        Fixture f;
+        const QUuid id = f.library.add("stays", QDateTime::currentDateTime()).id;
+        HistoryController &history = f.overlay->history()->controller();
+        history.historyButtonClicked();
+        QTRY_COMPARE(history.historySessions().size(), 1);
+        history.deleteSession(id);
+        history.close();
+        f.library.failure = StoreError{StoreError::Kind::File, id, 0, "not permitted"};
+        f.overlay->finishAtOnce();
+        QTRY_COMPARE(f.overlay->overlayModel().notice(), "This thread can't be deleted.");
+    }
+
     void lastQuestionIsOffered()
     {
         Fixture f;

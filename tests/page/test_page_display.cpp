@@ -566,7 +566,7 @@ void TestPageDisplay::previewsGoWithTheirThread()
     m_display->removePreview(session.id, 0);
     QTRY_VERIFY(!QFile::exists(path));
     QVERIFY(open());
-    m_display->removePreviews(session.id);
+    m_display->removePreviews({session.id});
     QTRY_VERIFY(!QFile::exists(path));
     QVERIFY(open());
     // At sign-out and at quit.

@@ -63,8 +63,9 @@ private Q_SLOTS:
         doomed->answer("half");
         f.display.calls.clear();
 
-        f.orchestrator.discardAnswers(doomedThread);
-        QVERIFY(f.threads.forget(doomedThread));
+        QVERIFY(f.threads.setAside(doomedThread));
+        f.orchestrator.discardAnswers({doomedThread});
+        f.threads.forget(doomedThread);
         QVERIFY(doomed->cancelled && !kept->cancelled);
         QCOMPARE(f.display.calls, QStringList{"abandonStream"});
         QCOMPARE(f.orchestrator.activity(), Activity::Idle);

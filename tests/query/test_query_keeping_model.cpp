@@ -356,9 +356,10 @@ private:
         if (!id)
             return;
         actions << "delete thread " + m_fixture.stored(*id);
-        m_fixture.f.orchestrator.discardAnswers(*id);
-        if (m_fixture.f.threads.forget(*id))
+        if (m_fixture.f.threads.setAside(*id))
             m_staged.clear();
+        m_fixture.f.orchestrator.discardAnswers({*id});
+        m_fixture.f.threads.forget(*id);
         if (!m_fixture.disk.store.remove(*id))
             qFatal("The thread could not be removed");
         m_pendingQueries.removeIf([&](const PendingQuery &query) { return query.thread == *id; });

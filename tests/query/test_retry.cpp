@@ -487,7 +487,8 @@ private Q_SLOTS:
         k.f.transfer()->finish(failure(QueryError::Kind::HttpError, {}, 500));
         const QUuid id = k.current().id;
         k.f.orchestrator.editLastQuestion();
-        k.f.orchestrator.discardAnswers(id);
+        k.f.threads.setAside(id);
+        k.f.orchestrator.discardAnswers({id});
         k.f.threads.forget(id);
         QVERIFY(!k.f.orchestrator.lastQuestion().question());
         QVERIFY(!k.f.orchestrator.lastQuestion().isEditing());

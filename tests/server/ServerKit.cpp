@@ -60,17 +60,17 @@ AnswerOutcome completed(std::int64_t input, std::int64_t output)
 RunningServer::RunningServer(Config config, const Clock &clock, AnswerFunction answer,
                              OwnUserCheck ownUser)
     : m_hasher(config.security.passwordCost)
-    , m_database(config.dataFile)
-    , m_accounts(m_database, m_hasher, clock)
-    , m_sessions(m_database, clock, config.security.sessionLifetime,
+    , m_database(openDatabase(config))
+    , m_accounts(*m_database, m_hasher, clock)
+    , m_sessions(*m_database, clock, config.security.sessionLifetime,
                  config.security.handoverLifetime)
-    , m_usage(m_database, clock)
+    , m_usage(*m_database, clock)
 {
     if (answer) {
         for (ConfiguredProvider &provider : config.providers)
             provider.makeAnswer = [answer](const Config &) { return answer; };
     }
-    m_server = std::make_unique<BackendServer>(std::move(config), m_database, m_hasher, clock,
+    m_server = std::make_unique<BackendServer>(std::move(config), *m_database, m_hasher, clock,
                                                std::move(ownUser));
     m_accounts.create(email, password, "local", 0);
     m_port = m_server->bind().value();

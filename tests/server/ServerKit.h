@@ -2,6 +2,8 @@
 
 #include "base/JsonAccess.h"
 #include "http/BackendServer.h"
+#include "store/OpenDatabase.h"
+#include "store/SqliteDatabase.h"
 
 #include <gtest/gtest.h>
 #include <httplib.h>
@@ -78,6 +80,7 @@ public:
     Accounts &accounts() { return m_accounts; }
     Sessions &sessions() { return m_sessions; }
     UsageLedger &usage() { return m_usage; }
+    Database &database() { return *m_database; }
     Account account();
     /// A new session token of the account, issued directly in the database.
     std::string token();
@@ -92,7 +95,7 @@ public:
 
 private:
     PasswordHasher m_hasher;
-    Database m_database;
+    std::unique_ptr<Database> m_database;
     Accounts m_accounts;
     Sessions m_sessions;
     UsageLedger m_usage;

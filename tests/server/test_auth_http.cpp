@@ -298,7 +298,7 @@ TEST_F(AuthHttp, BindingATakenPortFails)
     RunningServer first(config, clock);
     config.server.port = first.port();
     const PasswordHasher hasher(weakCost());
-    Database database(config.dataFile);
+    SqliteDatabase database(config.dataFile);
     BackendServer second(config, database, hasher, clock);
     const auto port = second.bind();
     ASSERT_FALSE(port);
@@ -309,7 +309,7 @@ TEST_F(AuthHttp, DatabaseErrorIsAnInternalErrorWithoutDetails)
 {
     RunningServer server(config, clock);
     {
-        Database other(config.dataFile);
+        SqliteDatabase other(config.dataFile);
         other.execute("DROP TABLE sessions");
     }
     const auto answer = server.verify("any");

@@ -57,7 +57,7 @@ protected:
     {
         const SystemClock clock;
         const PasswordHasher hasher(weakCost());
-        Database database(dataFile());
+        SqliteDatabase database(dataFile());
         return Accounts(database, hasher, clock).authenticate(email, password).has_value();
     }
 };
@@ -152,7 +152,7 @@ TEST_F(Cli, SignOutEndsAllSessions)
     run({"ensure-account", "a@x.org"});
     {
         const SystemClock clock;
-        Database database(dataFile());
+        SqliteDatabase database(dataFile());
         Sessions(database, clock, std::chrono::hours(1), std::chrono::minutes(1)).issue(1);
     }
     EXPECT_EQ(run({"sign-out", "a@x.org"}).out, "ended 1 sessions\n");

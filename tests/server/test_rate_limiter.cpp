@@ -8,7 +8,7 @@ using std::chrono::seconds;
 TEST(RateLimiter, ReturnsTheWaitTimeWhenTheLimitIsReached)
 {
     ManualClock clock;
-    RateLimiter limiter(clock, 2, seconds(60));
+    MemoryRateLimiter limiter(clock, 2, seconds(60));
     EXPECT_FALSE(limiter.acquire("a"));
     clock.advance(seconds(10));
     EXPECT_FALSE(limiter.acquire("a"));
@@ -22,7 +22,7 @@ TEST(RateLimiter, ReturnsTheWaitTimeWhenTheLimitIsReached)
 TEST(RateLimiter, RecordsBeyondTheLimitUntilReset)
 {
     ManualClock clock;
-    RateLimiter limiter(clock, 1, seconds(60));
+    MemoryRateLimiter limiter(clock, 1, seconds(60));
     limiter.record("a");
     clock.advance(seconds(30));
     limiter.record("a");

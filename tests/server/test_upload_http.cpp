@@ -37,7 +37,7 @@ protected:
     std::int64_t storedRecords() const
     {
         std::int64_t count = 0;
-        Database(config.dataFile)
+        SqliteDatabase(config.dataFile)
             .query("SELECT count(*) FROM telemetry", {},
                    [&](const Database::Row &row) { count = row.integer(0); });
         return count;
@@ -58,11 +58,11 @@ TEST_F(UploadHttp, TelemetryIsStoredWithoutUnknownFields)
     record["prompt"] = "private words";
     EXPECT_EQ(server.postJson("/api/telemetry/query", server.token(), record)->status, 202);
     EXPECT_EQ(storedRecords(), 1);
-    std::ifstream file(config.dataFile, std::ios::binary);
-    std::ostringstream bytes;
-    bytes << file.rdbuf();
-    EXPECT_NE(bytes.str().find("1234.5"), std::string::npos);
-    EXPECT_EQ(bytes.str().find("private words"), std::string::npos);
+    std::string stored;
+    server.database().query("SELECT record FROM telemetry", {},
+                            [&](const Database::Row &row) { stored = row.text(0); });
+    EXPECT_NE(stored.find("1234.5"), std::string::npos);
+    EXPECT_EQ(stored.find("private words"), std::string::npos);
 }
 
 TEST_F(UploadHttp, IntegersAreAcceptedAsDoubles)
@@ -99,15 +99,14 @@ TEST_F(UploadHttp, LogsAreAcceptedWith202AndStoredVerbatim)
     RunningServer server(config, clock);
     const std::string text = "[09:05:03.007] x\n\xE2\x9C\x93 \n";
     EXPECT_EQ(upload(server, server.token(), text)->status, 202);
-    std::vector<std::filesystem::path> files;
-    for (const auto &entry :
-         std::filesystem::directory_iterator(config.dataFile.parent_path() / "app-logs"))
-        files.push_back(entry.path());
-    ASSERT_EQ(files.size(), 1U);
-    std::ifstream file(files.front(), std::ios::binary);
-    std::ostringstream stored;
-    stored << file.rdbuf();
-    EXPECT_EQ(stored.str(), text);
+    UploadedLogs logs(server.database(), clock, 1);
+    ASSERT_EQ(logs.list(server.account().id).size(), 1U);
+    std::string stored;
+    logs.read(logs.list().front().id, [&](std::string_view piece) {
+        stored += piece;
+        return true;
+    });
+    EXPECT_EQ(stored, text);
 }
 
 TEST_F(UploadHttp, LogsNeedASessionAndABodyWithinTheLimit)
@@ -136,10 +135,10 @@ TEST_F(UploadHttp, UploadsAreRateLimited)
     EXPECT_EQ(accepted, 120);
 }
 
-TEST_F(UploadHttp, UnwritableLogDirectoryIsAServerError)
+TEST_F(UploadHttp, LogThatCannotBeStoredIsAServerError)
 {
     RunningServer server(config, clock);
-    std::ofstream(config.dataFile.parent_path() / "app-logs") << "in the way";
+    server.database().execute("DROP TABLE uploaded_log_parts");
     EXPECT_EQ(upload(server, server.token(), "x")->status, 500);
 }
 

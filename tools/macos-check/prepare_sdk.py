@@ -36,6 +36,8 @@ def link_headers(folder):
     (folder / "OpenGL").mkdir()
     for name, source in drawing.items():
         (folder / "OpenGL" / name).symlink_to(headers / source)
+    for name in ("libpq-fe.h", "postgres_ext.h", "pg_config_ext.h"):
+        (folder / name).symlink_to(headers / "postgresql" / name)
     missing = [str(p) for p in folder.rglob("*") if p.is_symlink() and not p.exists()]
     if missing:
         sys.exit(f"prepare_sdk: not installed: {', '.join(missing)}")

@@ -53,6 +53,7 @@ HistoryModel::HistoryModel(HistoryController &history, const ThreadController &t
     connect(&history, &HistoryController::sessionsInserted, this, &HistoryModel::threadsInserted);
     connect(&history, &HistoryController::sessionsRemoved, this, &HistoryModel::threadsRemoved);
     connect(&history, &HistoryController::sessionDeleted, this, &HistoryModel::threadDeleted);
+    connect(&history, &HistoryController::sessionRestored, this, &HistoryModel::threadRestored);
     connect(&history, &HistoryController::sessionChanged, this, &HistoryModel::threadChanged);
     connect(&history.search(), &HistorySearch::runningChanged, this,
             &HistoryModel::searchingChanged);
@@ -367,6 +368,13 @@ void HistoryModel::threadDeleted(qsizetype position)
         Q_EMIT rowDeleted(row);
 }
 
+void HistoryModel::threadRestored(qsizetype position)
+{
+    const int row = firstRowFrom(position);
+    if (isVisibleAt(row, position))
+        Q_EMIT rowRestored(row);
+}
+
 void HistoryModel::threadChanged(qsizetype position)
 {
     const int row = firstRowFrom(position);
@@ -448,7 +456,7 @@ void HistoryModel::requestDelete(int row)
     m_deleteTitle = index(row).data(TitleRole).toString();
     m_deleteText = QLatin1Char('"') + m_deleteTitle +
                    QStringLiteral("\" will be permanently removed from ") + m_vocabulary.computer +
-                   QStringLiteral(". This can't be undone.");
+                   QLatin1Char('.');
     Q_EMIT pendingDeleteChanged();
 }
 

@@ -113,6 +113,8 @@ Q_SIGNALS:
     void exportRequested(const QUuid &id, const QString &title);
     /// The user has deleted the thread of this row, which is no longer in the model.
     void rowDeleted(int row);
+    /// The deleted thread of this row is back.
+    void rowRestored(int row);
 
 private:
     int count() const { return int(m_visible.size()); }
@@ -135,6 +137,7 @@ private:
     void threadsInserted(qsizetype first, qsizetype count);
     void threadsRemoved(qsizetype first, qsizetype count);
     void threadDeleted(qsizetype position);
+    void threadRestored(qsizetype position);
     void threadChanged(qsizetype position);
     void insertVisibleRows(int row, const QList<qsizetype> &positions);
     void removeVisibleRows(int row, int count);

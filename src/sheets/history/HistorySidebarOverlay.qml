@@ -8,6 +8,8 @@ Item {
     id: overlay
 
     required property HistoryModel history
+    /// What was removed and can be brought back; empty for nothing.
+    property string undoText
     property ThemeTokens theme: Tokens.sheetDark
     property bool compact: false
     /// Radius of the window's bottom corners.
@@ -15,12 +17,16 @@ Item {
     /// Receives the focus when the sidebar closes.
     property Item opener
     property bool closedByKey: false
+    /// Undo was pressed by key, so the focus goes to what comes back.
+    property bool focusesRestored: false
     /// Where the choices for a thread were wanted last, and by which item.
     property point exportCorner: Qt.point(-1, -1)
     property Item exportSource
     /// The item that contains the keyboard focus while the sidebar is open.
     readonly property Item keyboardScope: history.isDeletePending ? dialog : sheet
     readonly property Item firstControl: search
+
+    signal undone()
 
     /// Focuses a row, or the search field if there is none.
     function focusRow(row) {
@@ -64,6 +70,10 @@ Item {
         }
         function onRowDeleted(row) {
             Qt.callLater(overlay.focusRow, row)
+        }
+        function onRowRestored(row) {
+            if (overlay.focusesRestored)
+                Qt.callLater(overlay.focusRow, row)
         }
     }
 
@@ -168,7 +178,7 @@ Item {
                 y: search.y + search.height + Tokens.space2
                    + (notice.visible ? notice.implicitHeight + Tokens.space1 : 0)
                 width: parent.width - 2 * x
-                height: parent.height - y - (loading.visible ? loading.height : 0)
+                height: parent.height - y - undoBar.height - (loading.visible ? loading.height : 0)
                 bottomMargin: Tokens.space2
                 onFocusedRowRemoved: row => overlay.focusRow(row)
                 section.property: "day"
@@ -254,7 +264,7 @@ Item {
                          && !overlay.history.isSearching && !notice.visible
                 y: list.y
                 width: parent.width
-                height: parent.height - y
+                height: parent.height - y - undoBar.height
                 contentWidth: width
                 contentHeight: empty.y + empty.height + Tokens.space2
                 boundsBehavior: Flickable.StopAtBounds
@@ -280,8 +290,24 @@ Item {
                 history: overlay.history
                 theme: overlay.theme
                 x: Tokens.space4
-                y: parent.height - height
+                y: parent.height - undoBar.height - height
                 width: parent.width - 2 * x
+            }
+            UndoBar {
+                id: undoBar
+                objectName: "historyUndo"
+                y: parent.height - height
+                width: parent.width - (overlay.compact ? 0 : 1)
+                height: implicitHeight
+                theme: overlay.theme
+                cornerRadius: overlay.cornerRadius
+                text: overlay.undoText
+                fallback: search
+                onUndone: byKey => {
+                    overlay.focusesRestored = byKey
+                    overlay.undone()
+                    overlay.focusesRestored = false
+                }
             }
 
             // Last in the Tab order.

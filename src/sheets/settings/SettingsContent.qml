@@ -247,6 +247,28 @@ Column {
             }
         }
     }
+    // Created only if threads can be stored.
+    Loader {
+        id: threads
+
+        readonly property SettingsModel settings: content.settings
+        readonly property ThemeTokens theme: content.theme
+
+        width: parent.width
+        active: settings.threads !== null
+        visible: active
+
+        sourceComponent: SettingsSection {
+            theme: threads.theme
+            title: qsTr("History")
+
+            HistorySettings {
+                width: parent.width
+                storage: threads.settings.threads
+                theme: threads.theme
+            }
+        }
+    }
     SettingsSection {
         width: parent.width
         theme: content.theme

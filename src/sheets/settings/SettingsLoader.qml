@@ -6,6 +6,7 @@ Loader {
     id: loader
 
     property SettingsModel settings
+    property string undoText
     property bool compact: false
     property real cornerRadius: 0
     property Item opener
@@ -13,6 +14,8 @@ Loader {
     /// The initially focused control.
     readonly property Item firstControl: item ? item.firstControl : null
     property bool isNeeded: false
+
+    signal undone()
 
     onIsOpenChanged: {
         if (isOpen)
@@ -22,11 +25,13 @@ Loader {
     active: isNeeded && settings !== null
     sourceComponent: SettingsSheetOverlay {
         settings: loader.settings
+        undoText: loader.undoText
         compact: loader.compact
         cornerRadius: loader.cornerRadius
         opener: loader.opener
         // Bound after creation, so that opening is animated.
         Component.onCompleted: open = Qt.binding(() => loader.isOpen)
+        onUndone: loader.undone()
         // Queued, because the sheet must not be destroyed in its own signal handler.
         onClosed: Qt.callLater(() => loader.isNeeded = loader.isOpen)
     }

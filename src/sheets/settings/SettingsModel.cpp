@@ -29,6 +29,12 @@ void SettingsModel::setPrompts(PromptPresets &presets)
     Q_EMIT promptRowsChanged();
 }
 
+void SettingsModel::setThreads(ThreadLibrary &library, HistoryController &history)
+{
+    m_threads = std::make_unique<ThreadStorage>(m_settings, library, history, m_vocabulary);
+    Q_EMIT threadsChanged();
+}
+
 void SettingsModel::setOpen(bool isOpen)
 {
     if (isOpen == m_isOpen)
@@ -37,6 +43,8 @@ void SettingsModel::setOpen(bool isOpen)
         m_promptRows->cancel();
     if (isOpen)
         restoreHexInput();
+    if (m_threads)
+        m_threads->setOpen(isOpen);
     m_isOpen = isOpen;
     Q_EMIT isOpenChanged();
 }

@@ -7,6 +7,7 @@
 #include "sheets/settings/LicenseRows.h"
 #include "sheets/settings/PromptRows.h"
 #include "sheets/settings/TextColors.h"
+#include "sheets/settings/ThreadStorage.h"
 
 #include <QObject>
 #include <QtQml/qqmlregistration.h>
@@ -39,6 +40,7 @@ class SettingsModel : public QObject
     Q_PROPERTY(bool isNoticeOffered READ isNoticeOffered NOTIFY isNoticeOfferedChanged)
     Q_PROPERTY(quellora::HotkeyRows *hotkeyRows READ hotkeyRows CONSTANT)
     Q_PROPERTY(quellora::PromptRows *promptRows READ promptRows NOTIFY promptRowsChanged)
+    Q_PROPERTY(quellora::ThreadStorage *threads READ threads NOTIFY threadsChanged)
     Q_PROPERTY(QString programVersion READ programVersion CONSTANT)
     Q_PROPERTY(quellora::LicenseRows *licenses READ licenses CONSTANT)
 
@@ -62,6 +64,8 @@ public:
 
     /// Offers the user's prompts for editing; @p presets must outlive the model.
     void setPrompts(PromptPresets &presets);
+    /// Offers what concerns the stored threads; both must outlive the model.
+    void setThreads(ThreadLibrary &library, HistoryController &history);
 
     bool isOpen() const { return m_isOpen; }
     bool isLightTheme() const { return m_isLight; }
@@ -82,6 +86,8 @@ public:
     HotkeyRows *hotkeyRows() { return &m_hotkeyRows; }
     /// Null until setPrompts().
     PromptRows *promptRows() { return m_promptRows.get(); }
+    /// Null until setThreads().
+    ThreadStorage *threads() { return m_threads.get(); }
     /// "Quellora" and the version.
     QString programVersion() const;
     LicenseRows *licenses() { return &m_licenses; }
@@ -112,6 +118,7 @@ Q_SIGNALS:
     void isScreenChoiceOfferedChanged();
     void isNoticeOfferedChanged();
     void promptRowsChanged();
+    void threadsChanged();
 
 private:
     /// The stored colour; empty for the theme's own or if the stored value is invalid.
@@ -127,6 +134,7 @@ private:
     LicenseRows m_licenses;
     HotkeyRows m_hotkeyRows;
     std::unique_ptr<PromptRows> m_promptRows;
+    std::unique_ptr<ThreadStorage> m_threads;
     bool m_isOpen = false;
     bool m_isLight = false;
     QString m_captureNote;

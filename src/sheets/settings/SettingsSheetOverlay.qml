@@ -9,22 +9,30 @@ SheetHost {
     id: sheet
 
     required property SettingsModel settings
+    /// What was removed and can be brought back; empty for nothing.
+    property string undoText
     property bool compact: false
     /// The control that opened the sheet.
     property Item opener
     property bool byKeyboard: false
     property bool isFocusPending: false
     readonly property Item firstControl: closeButton
+    readonly property bool isAsking: settings.threads !== null && settings.threads.isAsking
+    /// What had the focus before a question.
+    property Item asker
     readonly property int pad: compact ? Tokens.space3 : Tokens.space5
     readonly property int headerHeight: (compact ? 40 : 48) + Tokens.growth(20)
 
     /// The closing animation has finished.
     signal closed()
+    signal undone()
 
     /// Ends what is being edited or, if nothing is, closes the sheet.
     function closeTopmost() {
         const prompts = sheet.settings.promptRows
-        if (prompts && prompts.isBusy)
+        if (sheet.isAsking)
+            sheet.settings.threads.cancel()
+        else if (prompts && prompts.isBusy)
             prompts.cancel()
         else
             sheet.closeRequested()
@@ -107,8 +115,12 @@ SheetHost {
     Connections {
         target: sheet.Window.window
         function onActiveFocusItemChanged() {
-            if (sheet.Window.activeFocusItem)
-                sheet.reveal(sheet.Window.activeFocusItem)
+            const item = sheet.Window.activeFocusItem
+            if (!item)
+                return
+            sheet.reveal(item)
+            if (!sheet.isAsking)
+                sheet.asker = item
         }
     }
 
@@ -157,7 +169,7 @@ SheetHost {
 
         y: header.height
         width: sheet.width
-        height: sheet.height - y
+        height: sheet.height - y - undoBar.height
         clip: true
         // Scroll by wheel and scroll bar only, because dragging selects text.
         interactive: false
@@ -198,5 +210,32 @@ SheetHost {
                 color: Tokens.faded(sheet.theme.outline, bar.pressed || bar.hovered ? 1 : 0.75)
             }
         }
+    }
+    UndoBar {
+        id: undoBar
+        objectName: "settingsUndo"
+        y: sheet.height - height
+        width: sheet.width
+        height: implicitHeight
+        theme: sheet.theme
+        cornerRadius: sheet.cornerRadius
+        text: sheet.undoText
+        fallback: closeButton
+        onUndone: sheet.undone()
+    }
+    onIsAskingChanged: {
+        if (!isAsking && asker)
+            asker.forceActiveFocus(Qt.TabFocusReason)
+    }
+    Dialog {
+        objectName: "deleteThreadsQuestion"
+        theme: sheet.theme
+        cornerRadius: sheet.cornerRadius
+        title: sheet.settings.threads?.questionTitle ?? ""
+        text: sheet.settings.threads?.questionText ?? ""
+        confirmText: qsTr("Delete")
+        open: sheet.isAsking
+        onCancelled: sheet.settings.threads.cancel()
+        onConfirmed: sheet.settings.threads.confirm()
     }
 }

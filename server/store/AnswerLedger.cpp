@@ -1,0 +1,248 @@
+#include "store/AnswerLedger.h"
+
+#include "base/Secrets.h"
+#include "base/Text.h"
+#include "store/Changes.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace quellora::server {
+namespace {
+
+std::string lockOf(std::int64_t accountId)
+{
+    return topics::account(accountId);
+}
+
+} // namespace
+
+/// A row of the answers.
+struct AnswerLedger::Entry
+{
+    std::int64_t accountId = 0;
+    std::string model;
+    std::string state;
+    std::string period;
+    std::string day;
+    std::int64_t estimate = 0;
+    std::int64_t reserved = 0;
+    TokenCount counted;
+};
+
+struct AnswerLedger::Room
+{
+    bool hasAccount = false;
+    bool isSpent = false;
+    int running = 0;
+    std::int64_t others = 0;
+    /// The most that one answer may reserve now.
+    std::int64_t left = std::numeric_limits<std::int64_t>::max();
+};
+
+AnswerLedger::AnswerLedger(Database &database, const Clock &clock, std::string instance,
+                           int concurrent)
+    : m_database(database)
+    , m_clock(clock)
+    , m_usage(database, clock)
+    , m_instance(std::move(instance))
+    , m_concurrent(concurrent)
+{}
+
+std::int64_t AnswerLedger::leaseEnd() const
+{
+    return toSeconds(m_clock.now() + lease);
+}
+
+AnswerLedger::Room AnswerLedger::room(std::int64_t accountId, const std::string &period,
+                                      const std::string &except)
+{
+    Room room;
+    std::int64_t cap = 0;
+    m_database.query("SELECT token_cap FROM accounts WHERE id = ? AND suspended = 0", {accountId},
+                     [&](const Database::Row &row) {
+                         room.hasAccount = true;
+                         cap = row.integer(0);
+                     });
+    m_database.query("SELECT count(*), coalesce(sum(CASE WHEN period = ? THEN reserved ELSE 0 END),"
+                     " 0) FROM answers WHERE account_id = ? AND state = 'running' AND id <> ?",
+                     {period, accountId, except}, [&](const Database::Row &row) {
+                         room.running = static_cast<int>(row.integer(0));
+                         room.others = row.integer(1);
+                     });
+    if (cap == 0)
+        return room;
+    std::int64_t used = 0;
+    m_database.query(
+        "SELECT input_tokens + output_tokens FROM usage WHERE account_id = ? AND period = ?",
+        {accountId, period}, [&](const Database::Row &row) { used = row.integer(0); });
+    room.isSpent = used >= cap;
+    // One below the quarter at which an answer is stopped.
+    room.left = cap + cap / 4 - 1 - used - room.others;
+    return room;
+}
+
+tl::expected<AdmittedAnswer, AnswerRefusal> AnswerLedger::begin(std::int64_t accountId,
+                                                                const std::string &model,
+                                                                std::int64_t estimate,
+                                                                std::int64_t wanted)
+{
+    const auto now = m_clock.now();
+    const std::string period = billingPeriod(now);
+    tl::expected<AdmittedAnswer, AnswerRefusal> result;
+    m_database.transaction(
+        [&] {
+            m_database.lockKey(lockOf(accountId));
+            expire(accountId);
+            const Room room = this->room(accountId, period, "");
+            result = tl::make_unexpected(AnswerRefusal::Spent);
+            if (!room.hasAccount)
+                result = tl::make_unexpected(AnswerRefusal::NoAccount);
+            else if (!room.isSpent &&
+                     (room.running >= m_concurrent ||
+                      (room.left <= estimate && room.left + room.others > estimate)))
+                result = tl::make_unexpected(AnswerRefusal::Busy);
+            if (!room.hasAccount || room.isSpent || room.running >= m_concurrent ||
+                room.left <= estimate)
+                return;
+            const AdmittedAnswer answer{randomUuid(),
+                                        std::min(std::max(wanted, estimate + 1), room.left)};
+            m_database.execute(
+                "INSERT INTO answers(id, account_id, model, instance, state, period, day,"
+                " started_at, expires_at, estimate, reserved)"
+                " VALUES(?, ?, ?, ?, 'running', ?, ?, ?, ?, ?, ?)",
+                {answer.id, accountId, model, m_instance, period, isoDay(now), toSeconds(now),
+                 leaseEnd(), estimate, answer.reserved});
+            result = answer;
+        },
+        // What a power failure takes away here ends with it.
+        Database::Work::Relaxed);
+    return result;
+}
+
+std::optional<AnswerLedger::Entry> AnswerLedger::find(const std::string &id)
+{
+    std::optional<Entry> entry;
+    m_database.query("SELECT account_id, model, state, period, day, estimate, reserved,"
+                     " input_tokens, output_tokens FROM answers WHERE id = ?",
+                     {id}, [&](const Database::Row &row) {
+                         entry = Entry{row.integer(0), row.text(1),
+                                       row.text(2),    row.text(3),
+                                       row.text(4),    row.integer(5),
+                                       row.integer(6), {row.integer(7), row.integer(8)}};
+                     });
+    return entry;
+}
+
+std::optional<std::int64_t> AnswerLedger::extend(const std::string &id, std::int64_t needed,
+                                                 std::int64_t wanted)
+{
+    std::optional<std::int64_t> reserved;
+    m_database.transaction(
+        [&] {
+            reserved.reset();
+            const auto known = find(id);
+            if (!known)
+                return;
+            m_database.lockKey(lockOf(known->accountId));
+            const auto entry = find(id);
+            if (!entry || entry->state != "running")
+                return;
+            const Room room = this->room(entry->accountId, entry->period, id);
+            if (!room.hasAccount || room.left < needed)
+                return;
+            reserved = std::max(entry->reserved, std::min(std::max(wanted, needed), room.left));
+            m_database.execute("UPDATE answers SET reserved = ?, expires_at = ? WHERE id = ?",
+                               {*reserved, leaseEnd(), id});
+        },
+        Database::Work::Relaxed);
+    return reserved;
+}
+
+bool AnswerLedger::close(const std::string &id, TokenCount tokens, const char *state, int queries)
+{
+    const auto known = find(id);
+    if (!known || known->state == "settled")
+        return false;
+    m_database.lockKey(lockOf(known->accountId));
+    const auto entry = find(id);
+    if (!entry || entry->state == "settled" || entry->state == state)
+        return false;
+    // An expired answer was counted with what was reserved for it.
+    const bool wasCounted = entry->state == "expired";
+    const TokenCount more{tokens.input - entry->counted.input,
+                          tokens.output - entry->counted.output};
+    m_database.execute(
+        "UPDATE answers SET state = ?, expires_at = ?, reserved = 0,"
+        " input_tokens = ?, output_tokens = ? WHERE id = ?",
+        {std::string(state), toSeconds(m_clock.now()), tokens.input, tokens.output, id});
+    m_usage.count(entry->accountId, entry->period, entry->day, entry->model, more,
+                  queries - (wasCounted ? 1 : 0));
+    return true;
+}
+
+bool AnswerLedger::settle(const std::string &id, TokenCount tokens)
+{
+    bool isCounted = false;
+    m_database.transaction([&] { isCounted = close(id, tokens, "settled", 1); },
+                           Database::Work::Repeatable);
+    return isCounted;
+}
+
+void AnswerLedger::release(const std::string &id)
+{
+    m_database.transaction([&] { close(id, {}, "settled", 0); }, Database::Work::Repeatable);
+}
+
+void AnswerLedger::renew()
+{
+    m_database.execute("UPDATE answers SET expires_at = ? WHERE instance = ? AND state = 'running'",
+                       {leaseEnd(), m_instance});
+}
+
+int AnswerLedger::expire(std::int64_t accountId)
+{
+    std::vector<std::string> ids;
+    m_database.query("SELECT id FROM answers WHERE state = 'running' AND expires_at <= ?"
+                     " AND (account_id = ? OR ? = 0)",
+                     {toSeconds(m_clock.now()), accountId, accountId},
+                     [&](const Database::Row &row) { ids.push_back(row.text(0)); });
+    int ended = 0;
+    for (const std::string &id : ids) {
+        m_database.transaction([&] {
+            const auto known = find(id);
+            if (!known)
+                return;
+            m_database.lockKey(lockOf(known->accountId));
+            // The lease may have been renewed meanwhile.
+            std::optional<TokenCount> reserved;
+            m_database.query(
+                "SELECT estimate, reserved FROM answers WHERE id = ?"
+                " AND state = 'running' AND expires_at <= ?",
+                {id, toSeconds(m_clock.now())}, [&](const Database::Row &row) {
+                    reserved = TokenCount{row.integer(0), row.integer(1) - row.integer(0)};
+                });
+            if (reserved && close(id, *reserved, "expired", 1))
+                ++ended;
+        });
+    }
+    return ended;
+}
+
+int AnswerLedger::running(std::int64_t accountId)
+{
+    std::int64_t count = 0;
+    m_database.query("SELECT count(*) FROM answers WHERE account_id = ? AND state = 'running'"
+                     " AND expires_at > ?",
+                     {accountId, toSeconds(m_clock.now())},
+                     [&](const Database::Row &row) { count = row.integer(0); });
+    return static_cast<int>(count);
+}
+
+int AnswerLedger::forget(TimePoint before)
+{
+    return m_database.execute("DELETE FROM answers WHERE state <> 'running' AND expires_at < ?",
+                              {toSeconds(before)});
+}
+
+} // namespace quellora::server
