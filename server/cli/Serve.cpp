@@ -4,6 +4,7 @@
 #include "store/Housekeeping.h"
 #include "store/OpenDatabase.h"
 
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -43,6 +44,17 @@ bool watchSignals()
     return true;
 }
 
+/// Each connection needs a file descriptor, and the usual soft limit of 1024 is too low for that.
+void allowManyConnections()
+{
+    struct rlimit files = {};
+    if (::getrlimit(RLIMIT_NOFILE, &files) != 0)
+        return;
+    files.rlim_cur = files.rlim_max;
+    // Where it is refused, connections beyond the limit wait.
+    ::setrlimit(RLIMIT_NOFILE, &files);
+}
+
 void waitForSignal()
 {
     char byte = 0;
@@ -58,6 +70,7 @@ int serve(const Config &config, CommandContext &context)
         context.err << "quellora-backend: cannot watch for signals\n";
         return exitFailure;
     }
+    allowManyConnections();
     Log::setFormat(config.logFormat);
     const SystemClock clock;
     const PasswordHasher hasher(config.security.passwordCost);

@@ -85,7 +85,8 @@ public:
         /// Doing it twice has the effect of doing it once, so it is repeated whenever the
         /// connection breaks.
         Repeatable,
-        /// Like Once; after a power failure of this machine a SQLite file may lack it.
+        /// Like Once; after a power failure of this machine a SQLite file may lack it, unless
+        /// flush() came between.
         Relaxed,
     };
 
@@ -117,6 +118,8 @@ public:
     virtual void continueNumbers(const std::string &table) = 0;
     /// Takes deleted rows out of the files as well, as far as the program can.
     virtual void forgetDeleted() = 0;
+    /// Makes all relaxed work outlast a power failure.
+    virtual void flush() = 0;
     /// Number of the last migration that was applied; 0 for an empty store.
     virtual std::int64_t schemaVersion() = 0;
     virtual void setSchemaVersion(std::int64_t version) = 0;

@@ -59,6 +59,7 @@ void Housekeeping::run()
     bool isFailing = false;
     while (!m_stop.stopRequested()) {
         try {
+            m_database.flush();
             m_answers.renew();
             const int expired = m_answers.expire();
             if (expired > 0)

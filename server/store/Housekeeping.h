@@ -14,8 +14,9 @@ namespace quellora::server {
 /// whether this one did.
 bool deleteOutdated(Database &database, const Clock &clock, const RetentionSettings &retention);
 
-/// The store's recurring work on a thread of its own: renews the leases of this instance's answers,
-/// settles those of instances that died, and deletes what is outdated once an hour.
+/// The store's recurring work on a thread of its own: every AnswerLedger::renewal it flushes the
+/// store, renews the leases of this instance's answers and settles those of instances that died;
+/// once an hour it deletes what is outdated.
 class Housekeeping
 {
 public:

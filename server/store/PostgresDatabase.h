@@ -33,6 +33,8 @@ public:
     void continueNumbers(const std::string &table) override;
     /// The server reuses the place by itself.
     void forgetDeleted() override {}
+    /// The server flushes every commit.
+    void flush() override {}
     std::int64_t schemaVersion() override;
     void setSchemaVersion(std::int64_t version) override;
 

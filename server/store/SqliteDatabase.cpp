@@ -181,6 +181,11 @@ void SqliteDatabase::forgetDeleted()
     query("PRAGMA wal_checkpoint(TRUNCATE)", {}, [](const Row &) {});
 }
 
+void SqliteDatabase::flush()
+{
+    query("PRAGMA wal_checkpoint(PASSIVE)", {}, [](const Row &) {});
+}
+
 std::int64_t SqliteDatabase::schemaVersion()
 {
     std::int64_t version = 0;

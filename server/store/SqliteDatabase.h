@@ -35,6 +35,7 @@ public:
     /// New numbers follow the greatest one anyway.
     void continueNumbers(const std::string &) override {}
     void forgetDeleted() override;
+    void flush() override;
     std::int64_t schemaVersion() override;
     void setSchemaVersion(std::int64_t version) override;
 

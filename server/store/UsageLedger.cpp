@@ -13,8 +13,10 @@ UsageLedger::UsageLedger(Database &database, const Clock &clock)
 void UsageLedger::add(std::int64_t accountId, TokenCount tokens, const std::string &model)
 {
     const auto now = m_clock.now();
+    // The end of an answer waits for this, which a disk's flush would make many times longer.
     m_database.transaction(
-        [&] { count(accountId, billingPeriod(now), isoDay(now), model, tokens, 1); });
+        [&] { count(accountId, billingPeriod(now), isoDay(now), model, tokens, 1); },
+        Database::Work::Relaxed);
 }
 
 void UsageLedger::count(std::int64_t accountId, const std::string &period, const std::string &day,

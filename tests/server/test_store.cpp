@@ -80,6 +80,22 @@ TEST_F(SqliteFile, DataSurvivesReopening)
     EXPECT_TRUE(Accounts(again, hasher, clock).findByEmail("ann@x.org"));
 }
 
+TEST_F(SqliteFile, FlushBringsTheUsageIntoTheFileItself)
+{
+    const Account account = ann();
+    database.flush();
+    UsageLedger(database, clock).add(account.id, {1, 2});
+    const auto usageInTheFileAlone = [&] {
+        const auto copied = directory.path() / "copy.sqlite";
+        std::filesystem::copy_file(file, copied, std::filesystem::copy_options::overwrite_existing);
+        SqliteDatabase copy(copied);
+        return UsageLedger(copy, clock).current(account.id).total();
+    };
+    EXPECT_EQ(usageInTheFileAlone(), 0);
+    database.flush();
+    EXPECT_EQ(usageInTheFileAlone(), 3);
+}
+
 TEST_F(SqliteFile, FileContainsNoSecrets)
 {
     const Account account = *accounts.create("ann@x.org", "open sesame", "local", 0);
