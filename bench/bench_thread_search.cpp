@@ -299,8 +299,8 @@ int main(int argc, char **argv)
     }
     sidebar.model.setSearchText({});
 
-    const double measuring =
-        fastestMilliseconds(runs, [&] { require(ThreadMeasuring::measure(stored.store).has_value()); });
+    const double measuring = fastestMilliseconds(
+        runs, [&] { require(ThreadMeasuring::measure(stored.store).has_value()); });
     std::printf("  %-34s %8.1f ms   ratio %.2f\n", "measuring the threads' space", measuring,
                 measuring / reading);
     std::printf("Deleting all threads (goal: no step of the main thread over 16 ms)\n");

@@ -1,5 +1,6 @@
 #include "store/AnswerLedger.h"
 
+#include "base/Log.h"
 #include "base/Secrets.h"
 #include "base/Text.h"
 #include "store/Changes.h"
@@ -181,21 +182,52 @@ bool AnswerLedger::close(const std::string &id, TokenCount tokens, const char *s
     return true;
 }
 
-bool AnswerLedger::settle(const std::string &id, TokenCount tokens)
+bool AnswerLedger::end(const Ended &ended)
 {
     bool isCounted = false;
-    m_database.transaction([&] { isCounted = close(id, tokens, "settled", 1); },
-                           Database::Work::Repeatable);
+    m_database.transaction(
+        [&] { isCounted = close(ended.id, ended.tokens, "settled", ended.queries); },
+        Database::Work::Repeatable);
     return isCounted;
+}
+
+bool AnswerLedger::endAtLast(const Ended &ended)
+{
+    try {
+        return end(ended);
+    } catch (const DatabaseError &problem) {
+        Log::event(std::string("[AnswerLedger] WARNING: An answer is counted later: ") +
+                   problem.what());
+        const std::lock_guard lock(m_mutex);
+        m_unsettled.push_back(ended);
+        return false;
+    }
+}
+
+bool AnswerLedger::settle(const std::string &id, TokenCount tokens)
+{
+    return end({id, tokens, 1});
+}
+
+bool AnswerLedger::settleAtLast(const std::string &id, TokenCount tokens)
+{
+    return endAtLast({id, tokens, 1});
 }
 
 void AnswerLedger::release(const std::string &id)
 {
-    m_database.transaction([&] { close(id, {}, "settled", 0); }, Database::Work::Repeatable);
+    endAtLast({id, {}, 0});
 }
 
 void AnswerLedger::renew()
 {
+    std::vector<Ended> unsettled;
+    {
+        const std::lock_guard lock(m_mutex);
+        unsettled.swap(m_unsettled);
+    }
+    for (const Ended &ended : unsettled)
+        endAtLast(ended);
     m_database.execute("UPDATE answers SET expires_at = ? WHERE instance = ? AND state = 'running'",
                        {leaseEnd(), m_instance});
 }

@@ -5,8 +5,10 @@
 #include <tl/expected.hpp>
 
 #include <chrono>
+#include <mutex>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace quellora::server {
 
@@ -59,9 +61,14 @@ public:
     /// Counts the answer, and ends its reservation. Returns whether it was counted now; doing it
     /// again changes nothing.
     bool settle(const std::string &id, TokenCount tokens);
-    /// Ends the reservation of an answer that failed before it cost anything.
+    /// Like settle(), but a store that cannot be reached is tried again by each renew(). Returns
+    /// whether it was counted now.
+    bool settleAtLast(const std::string &id, TokenCount tokens);
+    /// Ends the reservation of an answer that failed before it cost anything; tried again like
+    /// settleAtLast().
     void release(const std::string &id);
-    /// Renews the leases of this instance's running answers.
+    /// Settles what could not be settled before, and renews the leases of this instance's running
+    /// answers.
     void renew();
     /// Settles the answers whose leases have expired, of one account when given. Returns their
     /// number.
@@ -79,6 +86,15 @@ private:
     struct Room;
     Room room(std::int64_t accountId, const std::string &period, const std::string &except);
     bool close(const std::string &id, TokenCount tokens, const char *state, int queries);
+    /// An ended answer that the store does not know of yet.
+    struct Ended
+    {
+        std::string id;
+        TokenCount tokens;
+        int queries = 1;
+    };
+    bool end(const Ended &ended);
+    bool endAtLast(const Ended &ended);
     std::int64_t leaseEnd() const;
 
     Database &m_database;
@@ -86,6 +102,8 @@ private:
     UsageLedger m_usage;
     std::string m_instance;
     int m_concurrent;
+    std::mutex m_mutex;
+    std::vector<Ended> m_unsettled;
 };
 
 } // namespace quellora::server

@@ -96,10 +96,12 @@ bool meansElsewhere(const std::string &state)
     return state == "25006" || state == "53300" || state == "57P03";
 }
 
-/// Whether a reply is the last on this connection: the server or the pooler is stopping.
+/// Whether a reply is the last on this connection: the server or the pooler is stopping, or the
+/// transaction was silent for too long.
 bool meansEnd(const std::string &state)
 {
-    return state.empty() || state.rfind("08", 0) == 0 || state.rfind("57P", 0) == 0;
+    return state.empty() || state.rfind("08", 0) == 0 || state.rfind("57P", 0) == 0 ||
+           state == "25P03";
 }
 
 /// Whether the server undid the work so that others could go on; doing it again helps.
@@ -183,9 +185,8 @@ void PostgresConnection::breakOff(const std::string &reason, Kind kind)
 bool PostgresConnection::isStale()
 {
     pollfd descriptor = {PQsocket(m_connection), POLLIN, 0};
-    if (::poll(&descriptor, 1, 0) > 0)
-        PQconsumeInput(m_connection);
-    return m_isBroken || PQstatus(m_connection) != CONNECTION_OK;
+    // A server says nothing to a connection without work, but that it is ending.
+    return m_isBroken || ::poll(&descriptor, 1, 0) > 0 || PQstatus(m_connection) != CONNECTION_OK;
 }
 
 PostgresConnection::Result PostgresConnection::run(const std::string &sql,

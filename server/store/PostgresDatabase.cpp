@@ -76,7 +76,7 @@ public:
     explicit Lease(PostgresDatabase &database) : m_database(database)
     {
         std::unique_lock lock(database.m_mutex);
-        const bool isFree = database.m_returned.wait_for(lock, database.m_settings.statement, [&] {
+        const bool isFree = database.m_returned.wait_for(lock, database.m_settings.connect, [&] {
             return database.m_used < database.m_settings.connections;
         });
         if (!isFree)

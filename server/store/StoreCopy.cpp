@@ -19,8 +19,8 @@ using nlohmann::json;
 
 constexpr const char *formatName = "quellora-backup";
 constexpr int formatVersion = 1;
-const std::set<std::string> shortLived = {"rate_events", "form_nonces", "changes",
-                                          "admin_sessions", "oidc_sign_ins"};
+const std::set<std::string> shortLived = {"rate_events", "form_nonces", "changes", "admin_sessions",
+                                          "oidc_sign_ins"};
 const std::set<std::string> secretColumns = {"fingerprint", "password_hash", "totp_secret", "csrf",
                                              "hash"};
 

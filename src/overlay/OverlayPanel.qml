@@ -258,7 +258,8 @@ FocusScope {
         overlay: root.overlay
         x: 12
         y: strip.y + strip.height + 6
-        maximumWidth: root.width - 2 * x
+        // Beside the scrollbar.
+        maximumWidth: root.width - 28 - 2 * x
     }
 
     Loader {

@@ -85,6 +85,10 @@ bool applyState(OverlayFixture &f, const QString &state)
         setPrompt(question);
     } else if (state == QLatin1String("stopped")) {
         f.overlay.showStopped();
+    } else if (state == QLatin1String("find")) {
+        f.finding.setText(QStringLiteral("export"));
+        f.finding.open();
+        f.finding.setResult(3, 12);
     } else if (state == QLatin1String("notice")) {
         f.overlay.showNotice(
             QStringLiteral("Could not open the browser: xdg-open is not installed"));

@@ -106,7 +106,7 @@ std::string PostgresCluster::newDatabase()
 
 void PostgresCluster::dropConnections()
 {
-    run("SELECT pg_terminate_backend(pid) FROM pg_stat_activity"
+    run("SELECT pg_terminate_backend(pid, 10000) FROM pg_stat_activity"
         " WHERE backend_type = 'client backend' AND pid <> pg_backend_pid()");
 }
 

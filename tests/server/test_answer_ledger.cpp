@@ -195,6 +195,24 @@ TEST_P(AnswerLedgerTest, AnswerCountsForTheMonthInWhichItBegan)
     EXPECT_EQ(usage.daily("2026-01-15", "2026-01-15").at(0).tokens.output, 500);
 }
 
+TEST_P(AnswerLedgerTest, AnswerThatCannotBeCountedNowIsCountedLater)
+{
+    const Account account = ann(0);
+    const auto answer = first.begin(account.id, "m", 10, 100);
+    const auto failed = first.begin(account.id, "m", 10, 100);
+    firstDatabase->execute("ALTER TABLE usage RENAME TO hidden");
+    EXPECT_FALSE(first.settleAtLast(answer->id, {20, 30}));
+    EXPECT_NO_THROW(first.release(failed->id));
+    EXPECT_EQ(first.running(account.id), 2);
+    firstDatabase->execute("ALTER TABLE hidden RENAME TO usage");
+    first.renew();
+    EXPECT_EQ(usage.current(account.id), (TokenCount{20, 30}));
+    EXPECT_EQ(usage.queries(account.id), 1);
+    EXPECT_EQ(first.running(account.id), 0);
+    first.renew();
+    EXPECT_EQ(usage.queries(account.id), 1);
+}
+
 TEST_P(AnswerLedgerTest, EndedAnswersAreForgottenAfterAWhile)
 {
     const Account account = ann(0);

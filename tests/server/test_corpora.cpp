@@ -138,7 +138,7 @@ TEST(NaughtyStrings, EmailsAndPasswords)
 {
     const TemporaryDirectory directory;
     const ManualClock clock;
-    Database database(directory.path() / "backend.sqlite");
+    SqliteDatabase database(directory.path() / "backend.sqlite");
     const PasswordHasher hasher(weakCost());
     Accounts accounts(database, hasher, clock);
     std::size_t count = 0;

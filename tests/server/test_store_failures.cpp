@@ -130,12 +130,15 @@ TEST_F(PostgresFailures, FailureHiddenInATransactionUndoesIt)
 
 TEST_F(PostgresFailures, ExhaustedPoolIsAnErrorAfterAWhile)
 {
+    config.postgres.statement = seconds(60);
+    config.postgres.connect = seconds(1);
+    PostgresDatabase small(config.postgres);
     std::promise<void> held;
     std::promise<void> release;
     auto released = release.get_future().share();
     std::atomic<int> holders{0};
     const auto hold = [&] {
-        database.transaction([&] {
+        small.transaction([&] {
             if (++holders == 2)
                 held.set_value();
             released.wait();
@@ -144,7 +147,7 @@ TEST_F(PostgresFailures, ExhaustedPoolIsAnErrorAfterAWhile)
     auto first = std::async(std::launch::async, hold);
     auto second = std::async(std::launch::async, hold);
     held.get_future().wait();
-    EXPECT_THROW(accounts.createInvited("a@x.org", "local", 0), DatabaseError);
+    EXPECT_THROW(small.execute("DELETE FROM accounts"), DatabaseError);
     release.set_value();
     first.get();
     second.get();
