@@ -3,6 +3,8 @@
 #include "base/Text.h"
 #include "http/Services.h"
 
+#include <algorithm>
+
 namespace quellora::server {
 
 AnswerAccounting::AnswerAccounting(Services &services, Account account, std::string model,
@@ -28,8 +30,8 @@ AnswerAccounting::Settlement AnswerAccounting::settle(const std::optional<TokenC
                                                       std::size_t answerBytes)
 {
     const TokenCount counted = tokens.value_or(estimated(answerBytes));
-    m_services.usage.add(m_account.id, counted);
-    const auto amount = [](std::int64_t count) { return static_cast<std::uint64_t>(count); };
+    m_services.usage.add(m_account.id, counted, m_model);
+    const auto amount = [](std::int64_t count) { return static_cast<std::uint64_t>(std::max<std::int64_t>(count, 0)); };
     m_services.metrics.tokens.add({m_model, "input"}, amount(counted.input));
     m_services.metrics.tokens.add({m_model, "output"}, amount(counted.output));
     const Account account = m_services.accounts.find(m_account.id).value_or(m_account);

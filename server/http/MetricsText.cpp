@@ -101,12 +101,6 @@ std::string metricsText(const Metrics &metrics, const std::map<std::string, std:
                   std::to_string(metrics.runningAnswers.load()));
     writer.single("quellora_connections", "gauge", "Open connections of clients.",
                   std::to_string(metrics.connections.load()));
-    writer.single("quellora_provider_transfers_begun_total", "counter",
-                  "Transfers begun at model providers.",
-                  std::to_string(metrics.transfersBegun.load()));
-    writer.single("quellora_provider_transfers_ended_total", "counter",
-                  "Transfers at model providers that have ended, complete or not.",
-                  std::to_string(metrics.transfersEnded.load()));
     writer.family("quellora_tokens_total", "Tokens counted, by model and direction.",
                   metrics.tokens, {"model", "direction"});
     writer.family("quellora_provider_errors_total",
