@@ -31,7 +31,9 @@ AnswerAccounting::Settlement AnswerAccounting::settle(const std::optional<TokenC
 {
     const TokenCount counted = tokens.value_or(estimated(answerBytes));
     m_services.usage.add(m_account.id, counted, m_model);
-    const auto amount = [](std::int64_t count) { return static_cast<std::uint64_t>(std::max<std::int64_t>(count, 0)); };
+    const auto amount = [](std::int64_t count) {
+        return static_cast<std::uint64_t>(std::max<std::int64_t>(count, 0));
+    };
     m_services.metrics.tokens.add({m_model, "input"}, amount(counted.input));
     m_services.metrics.tokens.add({m_model, "output"}, amount(counted.output));
     const Account account = m_services.accounts.find(m_account.id).value_or(m_account);
