@@ -2,6 +2,7 @@
 
 import http.client
 import json
+import resource
 import sqlite3
 import threading
 import time
@@ -59,6 +60,14 @@ api_key = "canary-key-7f"
         store.execute("ALTER TABLE gone RENAME TO accounts")
         store.commit()
         self.assertEqual(self.visitor().get("/readyz").status, 200)
+
+    @unittest.skipUnless(hasattr(resource, "prlimit"), "limits of another process are unknown")
+    def test_as_many_files_as_the_system_allows(self):
+        soft, hard = resource.getrlimit(resource.RLIMIT_NOFILE)
+        self.addCleanup(resource.setrlimit, resource.RLIMIT_NOFILE, (soft, hard))
+        resource.setrlimit(resource.RLIMIT_NOFILE, (min(256, hard), hard))
+        self.start()
+        self.assertEqual(resource.prlimit(self.process.pid, resource.RLIMIT_NOFILE), (hard, hard))
 
     def test_counters_follow_an_answer(self):
         self.start()
