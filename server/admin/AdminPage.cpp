@@ -22,10 +22,12 @@ body { padding-top: 0; }
 .bar-top form button { padding: 5px 12px; }
 main.wide { max-width: 1040px; }
 .columns { display: grid; grid-template-columns: minmax(0, 3fr) minmax(0, 2fr); gap: 0 32px; align-items: start; }
+.columns > section > h2:first-child, .columns > section > form + h2 { margin-top: 0; }
 .scroll { overflow-x: auto; margin: 0 0 12px; border: 1px solid var(--line); border-radius: 8px; }
 table { width: 100%; border-collapse: collapse; } th, td { padding: 8px 12px; text-align: left; vertical-align: top; }
 th { color: var(--dim); font-size: 13px; font-weight: 500; white-space: nowrap; }
-tbody tr { border-top: 1px solid var(--line); } td { color: var(--text); overflow-wrap: anywhere; }
+tbody tr { border-top: 1px solid var(--line); } td { color: var(--text); overflow-wrap: break-word; }
+td a { overflow-wrap: anywhere; } td:has(a) { min-width: 130px; }
 .num { text-align: right; font-variant-numeric: tabular-nums; white-space: nowrap; overflow-wrap: normal; }
 .time { white-space: nowrap; font-variant-numeric: tabular-nums; }
 .tag { display: inline-block; padding: 0 7px; border: 1px solid var(--outline); border-radius: 9px; font-size: 12px; line-height: 18px;
@@ -59,6 +61,7 @@ pre { margin: 0 0 12px; padding: 12px; max-height: 60vh; overflow: auto; backgro
 .card .meta { color: var(--dim); font-size: 13px; margin: 0 0 8px; }
 @media (max-width: 720px) { .columns { grid-template-columns: minmax(0, 1fr); } }
 @media (max-width: 480px) { .bar-top { margin-bottom: 0; } main.wide { padding-top: 16px; }
+  .scroll:not(.cards) th, .scroll:not(.cards) td { padding: 6px 8px; }
   .scroll.cards { border: 0; overflow: visible; } .cards table, .cards tbody, .cards tr, .cards td { display: block; width: 100%; }
   .cards thead { position: absolute; left: -9999px; } .cards tr { padding: 8px 0; } .cards td { padding: 2px 0; text-align: left; }
   .cards td[data-name]::before { content: attr(data-name) ": "; color: var(--dim); }

@@ -51,9 +51,10 @@ std::string table(const std::string &caption, const std::string &column, const S
                        "class=\"num\">Tokens in</th><th scope=\"col\" class=\"num\">Tokens "
                        "out</th></tr></thead><tbody>\n";
     for (const auto &[name, sum] : rows)
-        html += "<tr><td>" + name + "</td><td class=\"num\">" + grouped(sum.queries) +
-                "</td><td class=\"num\">" + grouped(sum.tokens.input) + "</td><td class=\"num\">" +
-                grouped(sum.tokens.output) + "</td></tr>\n";
+        html += std::string(byName ? "<tr><td class=\"time\">" : "<tr><td>") + name +
+                "</td><td class=\"num\">" + grouped(sum.queries) + "</td><td class=\"num\">" +
+                grouped(sum.tokens.input) + "</td><td class=\"num\">" + grouped(sum.tokens.output) +
+                "</td></tr>\n";
     return html + "</tbody></table></div>\n";
 }
 

@@ -16,6 +16,57 @@ constexpr std::size_t smallBody = 64U * 1024U;
 constexpr std::chrono::seconds readTimeout(15);
 constexpr std::chrono::seconds writeTimeout(30);
 
+/// What the thread serves now, for the log and the counters.
+struct Served
+{
+    /// As registered, never the address, which may contain a token.
+    std::string route = "other";
+    std::string id;
+    std::chrono::steady_clock::time_point begun;
+    std::optional<LoggedRequest> logged;
+};
+
+thread_local Served served;
+
+void begin(const httplib::Request &request)
+{
+    served.route = "other";
+    served.id = LoggedRequest::idFor(request.get_header_value("X-Request-Id"));
+    served.begun = std::chrono::steady_clock::now();
+    served.logged.emplace(served.id);
+}
+
+void end(Metrics &metrics, const std::string &method, int status)
+{
+    const std::chrono::duration<double> time = std::chrono::steady_clock::now() - served.begun;
+    metrics.requests.add({served.route, std::to_string(status)});
+    Log::request(method, served.route, status, time.count());
+    served.logged.reset();
+}
+
+/// Counts the connections that wait for a thread and those that have one.
+class CountingPool final : public httplib::ThreadPool
+{
+public:
+    CountingPool(std::size_t threads, std::atomic<std::size_t> &waiting, Metrics &metrics)
+        : ThreadPool(threads), m_waiting(waiting), m_metrics(metrics)
+    {}
+    void enqueue(std::function<void()> job) override
+    {
+        ++m_waiting;
+        ThreadPool::enqueue([this, job = std::move(job)] {
+            --m_waiting;
+            ++m_metrics.connections;
+            job();
+            --m_metrics.connections;
+        });
+    }
+
+private:
+    std::atomic<std::size_t> &m_waiting;
+    Metrics &m_metrics;
+};
+
 Request requestOf(const httplib::Request &from, int localPort)
 {
     Request request;
@@ -28,7 +79,7 @@ Request requestOf(const httplib::Request &from, int localPort)
     request.peerAddress = from.remote_addr;
     request.peerPort = from.remote_port;
     request.localPort = localPort;
-    request.id = randomUuid();
+    request.id = served.id;
     return request;
 }
 
@@ -91,7 +142,7 @@ BackendServer::BackendServer(Config config, Database &database, const PasswordHa
     , m_uploads(m_services)
     , m_pages(m_services)
     , m_account(m_services)
-    , m_operation(m_services)
+    , m_operation(m_services, m_waiting)
     , m_team(m_services, hasher)
 {
     hasher.verifyNobody("");
@@ -102,7 +153,19 @@ BackendServer::BackendServer(Config config, Database &database, const PasswordHa
 void BackendServer::configure()
 {
     const std::size_t threads = m_services.config.server.threads;
-    m_server.new_task_queue = [threads] { return new httplib::ThreadPool(threads); };
+    m_server.new_task_queue = [this, threads] {
+        return new CountingPool(threads, m_waiting, m_services.metrics);
+    };
+    m_server.set_pre_routing_handler([](const httplib::Request &request, httplib::Response &) {
+        begin(request);
+        return httplib::Server::HandlerResponse::Unhandled;
+    });
+    m_server.set_post_routing_handler([](const httplib::Request &, httplib::Response &response) {
+        response.set_header("X-Request-Id", served.id);
+    });
+    m_server.set_logger([this](const httplib::Request &request, const httplib::Response &response) {
+        end(m_services.metrics, request.method, response.status);
+    });
     // One request per connection: an idle kept-alive connection would occupy a thread, and the
     // unread body of a rejected request could be parsed as the next request.
     m_server.set_keep_alive_max_count(1);
@@ -147,8 +210,9 @@ void BackendServer::configure()
 
 void BackendServer::page(const std::string &path, Handler handler)
 {
-    m_server.Get(path, [this, handler = std::move(handler)](const httplib::Request &from,
-                                                            httplib::Response &to) {
+    m_server.Get(path, [this, path, handler = std::move(handler)](const httplib::Request &from,
+                                                                  httplib::Response &to) {
+        served.route = path;
         const Request request = requestOf(from, m_port);
         Response response;
         if (m_guard.hostAllowed(request, response))
@@ -159,9 +223,10 @@ void BackendServer::page(const std::string &path, Handler handler)
 
 void BackendServer::post(const std::string &path, std::size_t limit, Handler handler)
 {
-    m_server.Post(path, [this, limit, handler = std::move(handler)](
+    m_server.Post(path, [this, path, limit, handler = std::move(handler)](
                             const httplib::Request &from, httplib::Response &to,
                             const httplib::ContentReader &reader) {
+        served.route = path;
         Request request = requestOf(from, m_port);
         Response response;
         const bool isRead = readBody(reader, to, limit, request.body, response);
@@ -213,11 +278,13 @@ void BackendServer::registerRoutes()
     page("/style.css", [](const auto &, auto &response) { PageRoutes::styleSheet(response); });
     // Load balancers ask under whatever name they know the server by.
     const auto probe = [this](const std::string &path, auto method) {
-        m_server.Get(path, [this, method](const httplib::Request &from, httplib::Response &to) {
-            Response response;
-            (m_operation.*method)(requestOf(from, m_port), response);
-            send(std::move(response), to);
-        });
+        m_server.Get(path,
+                     [this, path, method](const httplib::Request &from, httplib::Response &to) {
+                         served.route = path;
+                         Response response;
+                         (m_operation.*method)(requestOf(from, m_port), response);
+                         send(std::move(response), to);
+                     });
     };
     probe("/livez", &OperationRoutes::live);
     probe("/readyz", &OperationRoutes::ready);

@@ -54,6 +54,7 @@ private:
     UploadRoutes m_uploads;
     PageRoutes m_pages;
     AccountRoutes m_account;
+    std::atomic<std::size_t> m_waiting{0};
     OperationRoutes m_operation;
     TeamRoutes m_team;
     httplib::Server m_server;

@@ -101,20 +101,11 @@ std::string metricsText(const Metrics &metrics, const std::map<std::string, std:
                   std::to_string(metrics.runningAnswers.load()));
     writer.single("quellora_connections", "gauge", "Open connections of clients.",
                   std::to_string(metrics.connections.load()));
-    writer.single("quellora_provider_transfers_begun_total", "counter",
-                  "Transfers begun at model providers.",
-                  std::to_string(metrics.transfersBegun.load()));
-    writer.single("quellora_provider_transfers_ended_total", "counter",
-                  "Transfers at model providers that have ended, complete or not.",
-                  std::to_string(metrics.transfersEnded.load()));
     writer.family("quellora_tokens_total", "Tokens counted, by model and direction.",
                   metrics.tokens, {"model", "direction"});
     writer.family("quellora_provider_errors_total",
                   "Answers that a model provider failed, by model and kind.",
                   metrics.providerErrors, {"model", "kind"});
-    writer.single("quellora_requests_refused_for_load_total", "counter",
-                  "Requests refused because too many waited for a worker.",
-                  std::to_string(metrics.refusedForLoad.load()));
     writer.begin("quellora_worker_queue_jobs", "gauge", "Jobs that wait for a thread, by pool.");
     for (const auto &[pool, waiting] : queues)
         writer.sample(std::to_string(waiting), {"pool"}, {pool});

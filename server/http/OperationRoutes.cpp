@@ -23,7 +23,7 @@ void OperationRoutes::ready(const Request &, Response &response) const
         return;
     }
     try {
-        m_services.database.query("SELECT 1", {}, [](const Database::Row &) {});
+        m_services.database.query("SELECT id FROM accounts LIMIT 1", {}, [](const Database::Row &) {});
     } catch (const DatabaseError &problem) {
         Log::event(std::string("[OperationRoutes] ERROR: Not ready: ") + problem.what());
         replyJson(response, 503, compactJson({{"status", "store-unreachable"}}));
@@ -48,7 +48,7 @@ void OperationRoutes::metrics(const Request &request, Response &response) const
         return;
     }
     response.headers.set("Cache-Control", "no-store");
-    response.setBody(metricsText(m_services.metrics, {}),
+    response.setBody(metricsText(m_services.metrics, {{"requests", m_waiting.load()}}),
                      "text/plain; version=0.0.4; charset=utf-8");
 }
 

@@ -2,6 +2,9 @@
 
 #include "http/RequestGuard.h"
 
+#include <atomic>
+#include <cstddef>
+
 namespace quellora::server {
 
 /// What load balancers and monitoring ask: /livez, /readyz, /metrics, and the contract at
@@ -9,7 +12,10 @@ namespace quellora::server {
 class OperationRoutes
 {
 public:
-    explicit OperationRoutes(Services &services) : m_services(services), m_guard(services) {}
+    /// @p waiting: how many connections wait for a thread.
+    OperationRoutes(Services &services, const std::atomic<std::size_t> &waiting)
+        : m_services(services), m_guard(services), m_waiting(waiting)
+    {}
 
     /// 200 as long as the process answers.
     void live(const Request &request, Response &response) const;
@@ -25,6 +31,7 @@ private:
 
     Services &m_services;
     RequestGuard m_guard;
+    const std::atomic<std::size_t> &m_waiting;
 };
 
 } // namespace quellora::server

@@ -25,12 +25,16 @@ QueryStream::QueryStream(Services &services, Account account, ChosenModel model,
     , m_model(std::move(model))
     , m_promptBytes(request.prompt.size())
     , m_usedBefore(services.usage.current(m_account.id).total())
-    , m_lastWrite(Steady::now())
+    , m_begun(Steady::now())
+    , m_lastWrite(m_begun)
     , m_answer(m_model.answer, std::move(request))
-{}
+{
+    ++m_services.metrics.runningAnswers;
+}
 
 QueryStream::~QueryStream()
 {
+    --m_services.metrics.runningAnswers;
     if (!m_settled && m_answerBytes > 0) {
         Log::event("[QueryStream] Client left before the end of its answer");
         try {
@@ -52,6 +56,7 @@ bool QueryStream::open(Response &response)
         return true;
     Log::event("[QueryStream] ERROR: Model \"" + m_model.id + "\": " + ended->reason);
     m_settled = true;
+    countFailure(*ended);
     if (ended->kind == AnswerOutcome::Kind::RateLimited)
         replyRateLimited(response, ended->retryAfter);
     else
@@ -83,6 +88,9 @@ bool QueryStream::pump(BodySink &sink)
 
 bool QueryStream::writeText(const SseWriter &writer, const std::string &text, BodySink &sink)
 {
+    if (m_answerBytes == 0)
+        m_services.metrics.firstText.record(
+            std::chrono::duration<double>(Steady::now() - m_begun).count());
     m_answerBytes += text.size();
     if (!writer.chunk(text))
         return false;
@@ -103,6 +111,7 @@ bool QueryStream::end(const SseWriter &writer, const AnswerOutcome &outcome, Bod
         // Without a "done" event the client reports an unexpected end of the answer.
         Log::event("[QueryStream] ERROR: Model \"" + m_model.id +
                    "\" broke off: " + outcome.reason);
+        countFailure(outcome);
         if (m_answerBytes > 0 || outcome.tokens)
             settle(outcome.tokens);
         m_settled = true;
@@ -128,7 +137,21 @@ void QueryStream::settle(const std::optional<TokenCount> &tokens)
     if (m_settled)
         return;
     m_settled = true;
-    m_services.usage.add(m_account.id, tokens.value_or(estimated()));
+    const TokenCount counted = tokens.value_or(estimated());
+    m_services.usage.add(m_account.id, counted, m_model.id);
+    const auto amount = [](std::int64_t count) {
+        return static_cast<std::uint64_t>(std::max<std::int64_t>(count, 0));
+    };
+    m_services.metrics.tokens.add({m_model.id, "input"}, amount(counted.input));
+    m_services.metrics.tokens.add({m_model.id, "output"}, amount(counted.output));
+}
+
+void QueryStream::countFailure(const AnswerOutcome &outcome)
+{
+    if (outcome.kind == AnswerOutcome::Kind::RateLimited)
+        m_services.metrics.providerErrors.add({m_model.id, "rate-limited"});
+    else if (outcome.kind == AnswerOutcome::Kind::Failed)
+        m_services.metrics.providerErrors.add({m_model.id, "failed"});
 }
 
 } // namespace quellora::server

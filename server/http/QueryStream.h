@@ -31,6 +31,7 @@ private:
     bool writeText(const class SseWriter &writer, const std::string &text, BodySink &sink);
     bool end(const class SseWriter &writer, const AnswerOutcome &outcome, BodySink &sink);
     TokenCount estimated() const;
+    void countFailure(const AnswerOutcome &outcome);
     void settle(const std::optional<TokenCount> &tokens);
 
     Services &m_services;
@@ -41,6 +42,7 @@ private:
     std::int64_t m_usedBefore;
     std::size_t m_answerBytes = 0;
     bool m_settled = false;
+    const std::chrono::steady_clock::time_point m_begun;
     std::chrono::steady_clock::time_point m_lastWrite;
     AnswerStream m_answer;
 };

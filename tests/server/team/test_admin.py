@@ -386,7 +386,7 @@ provider = "openai"
         self.assertEqual(self.boss.get("/admin/log?id=77").status, 404)
         self.assertEqual(self.run_command("read-log", number), log)
         self.assertEqual(self.run_json("list-logs")[0]["email"], "ann@example.org")
-        self.assertEqual([name for name, _ in self.trail()].count("read-log"), 3)
+        self.assertEqual([name for name, _ in self.trail()].count("read-log"), 4)
         self.boss.submit("/admin/logs", "Ask all apps", "ask")
         self.assertIs(self.config_of_ann()["requestLogs"], True)
         self.boss.submit("/admin/logs", "Stop asking", "stop")

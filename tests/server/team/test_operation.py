@@ -2,6 +2,7 @@
 
 import http.client
 import json
+import sqlite3
 import threading
 import time
 import unittest
@@ -48,11 +49,16 @@ api_key = "canary-key-7f"
 
     def test_a_store_that_does_not_answer_is_not_ready(self):
         self.start()
-        data = next(self.folder.rglob("backend.sqlite"))
-        data.write_bytes(b"no database any more" * 1000)
+        store = sqlite3.connect(next(self.folder.rglob("backend.sqlite")))
+        self.addCleanup(store.close)
+        store.execute("ALTER TABLE accounts RENAME TO gone")
+        store.commit()
         reply = self.visitor().get("/readyz")
         self.assertEqual((reply.status, reply.json), (503, {"status": "store-unreachable"}))
         self.assertEqual(self.visitor().get("/livez").status, 200)
+        store.execute("ALTER TABLE gone RENAME TO accounts")
+        store.commit()
+        self.assertEqual(self.visitor().get("/readyz").status, 200)
 
     def test_counters_follow_an_answer(self):
         self.start()
