@@ -27,7 +27,8 @@ main.wide { max-width: 1040px; }
 table { width: 100%; border-collapse: collapse; } th, td { padding: 8px 12px; text-align: left; vertical-align: top; }
 th { color: var(--dim); font-size: 13px; font-weight: 500; white-space: nowrap; }
 tbody tr { border-top: 1px solid var(--line); } td { color: var(--text); overflow-wrap: break-word; }
-td a { overflow-wrap: anywhere; } td:has(a) { min-width: 130px; }
+td a { overflow-wrap: anywhere; } td:has(a) { min-width: 150px; }
+form + .dim { margin-top: 12px; }
 .num { text-align: right; font-variant-numeric: tabular-nums; white-space: nowrap; overflow-wrap: normal; }
 .time { white-space: nowrap; font-variant-numeric: tabular-nums; }
 .tag { display: inline-block; padding: 0 7px; border: 1px solid var(--outline); border-radius: 9px; font-size: 12px; line-height: 18px;
@@ -59,8 +60,9 @@ pre { margin: 0 0 12px; padding: 12px; max-height: 60vh; overflow: auto; backgro
 .card { padding: 12px; margin: 0 0 12px; border: 1px solid var(--line); border-radius: 8px; } .card p { white-space: pre-wrap; }
 .card h3 { margin: 0 0 4px; font-size: 14px; line-height: 20px; font-weight: 600; overflow-wrap: anywhere; }
 .card .meta { color: var(--dim); font-size: 13px; margin: 0 0 8px; }
-@media (max-width: 720px) { .columns { grid-template-columns: minmax(0, 1fr); } }
+@media (max-width: 720px) { .columns { grid-template-columns: minmax(0, 1fr); gap: 28px 0; } }
 @media (max-width: 480px) { .bar-top { margin-bottom: 0; } main.wide { padding-top: 16px; }
+  td:has(a) { min-width: 96px; }
   .scroll:not(.cards) th, .scroll:not(.cards) td { padding: 6px 8px; }
   .scroll.cards { border: 0; overflow: visible; } .cards table, .cards tbody, .cards tr, .cards td { display: block; width: 100%; }
   .cards thead { position: absolute; left: -9999px; } .cards tr { padding: 8px 0; } .cards td { padding: 2px 0; text-align: left; }

@@ -23,7 +23,8 @@ void OperationRoutes::ready(const Request &, Response &response) const
         return;
     }
     try {
-        m_services.database.query("SELECT id FROM accounts LIMIT 1", {}, [](const Database::Row &) {});
+        m_services.database.query("SELECT id FROM accounts LIMIT 1", {},
+                                  [](const Database::Row &) {});
     } catch (const DatabaseError &problem) {
         Log::event(std::string("[OperationRoutes] ERROR: Not ready: ") + problem.what());
         replyJson(response, 503, compactJson({{"status", "store-unreachable"}}));
