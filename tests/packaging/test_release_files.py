@@ -22,14 +22,14 @@ FORMULAE = {
     "cpp-httplib": "cpp-httplib", "httplib": "cpp-httplib", "libsodium": "libsodium", "cjose": "cjose",
     "jansson": "jansson", "libqrencode": "qrencode", "libpq": "libpq", "sqlite3": "sqlite",
     "tesseract": "tesseract", "lept": "leptonica", "tomlplusplus": "tomlplusplus",
-    "CLI11": "cli11",
+    "CLI11": "cli11", "libpq": "libpq", "cjose": "cjose", "jansson": "jansson", "libqrencode": "qrencode",
     "GTest": "googletest", "libpng": "libpng", "benchmark": "google-benchmark",
     "npm": "node", "rsvg-convert": "librsvg",
 }
 # Part of the system, optional, or searched for on Linux or on Debian only.
 ELSEWHERE = {"Threads", "OpenMP", "Python3", "iconutil", "png2icns", "macdeployqt", "python3", "xcb",
              "wayland-client", "wayland-scanner", "xkbcommon",
-             "gzip"}
+             "gzip", "libcurl"}
 LINUX_ONLY = ("tools/", "tests/tools/", "tests/e2e/", "tests/platform/", "src/platform/", "build/")
 
 
