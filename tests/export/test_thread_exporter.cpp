@@ -108,7 +108,7 @@ private Q_SLOTS:
                 .toString()
                 .startsWith(QStringLiteral("KaTeX_Main")));
         QVERIFY(
-            value(QStringLiteral("document.querySelector('.katex .strut').offsetHeight")).toInt() >
+            value(QStringLiteral("document.querySelector('.katex-strut').offsetHeight")).toInt() >
             5);
     }
 

@@ -213,7 +213,7 @@ class LinuxFilesTest(unittest.TestCase):
                          {"md", "html", "pdf"})
         self.assertEqual(complete("quellora", "quellora", "export", "--list", ""), set())
         self.assertEqual(complete("quellora-backend", "quellora-backend", "set-"),
-                         {"set-password", "set-cap", "set-plan"})
+                         {"set-password", "set-cap", "set-plan", "set-prompt"})
         self.assertEqual(complete("quellora-backend", "quellora-backend", "serve", "--p"),
                          {"--port", "--plan", "--password-stdin"})
         self.assertEqual(complete("quellora-backend", "quellora-backend", "serve", ""), set())
