@@ -16,7 +16,7 @@ Item {
     property bool isFirst: false
     property bool isLast: false
     property real outerRadius: 0
-    readonly property bool isOpen: button.checked
+    property bool isOpen: false
     readonly property real titleHeight: 40 + Tokens.growth(20)
 
     implicitHeight: isOpen ? titleHeight + body.height + Tokens.space3 : titleHeight
@@ -29,7 +29,7 @@ Item {
         padding: 0
         hoverEnabled: true
         focusPolicy: Qt.TabFocus
-        checkable: true
+        onClicked: row.isOpen = !row.isOpen
 
         background: RowBackground {
             control: button
@@ -40,13 +40,13 @@ Item {
         }
         HoverHandler { cursorShape: Qt.PointingHandCursor }
 
-        Keys.onReturnPressed: button.toggle()
-        Keys.onEnterPressed: button.toggle()
+        Keys.onReturnPressed: button.clicked()
+        Keys.onEnterPressed: button.clicked()
 
         Accessible.role: Accessible.Button
         Accessible.name: qsTr("License of %1").arg(row.name)
-        Accessible.description: row.license
-        Accessible.onPressAction: button.toggle()
+        Accessible.description: row.isOpen ? qsTr("%1, shown below").arg(row.license) : row.license
+        Accessible.onPressAction: button.clicked()
     }
     Label {
         id: title
