@@ -198,7 +198,9 @@ private:
     }
     static void sendChunk(int socket)
     {
-        sendAll(socket, chunk(event("@" + std::to_string(nanoseconds()) + "@ some words ")));
+        std::string text("@");
+        text.append(std::to_string(nanoseconds())).append("@ some words ");
+        sendAll(socket, chunk(event(text)));
     }
     void sendDue()
     {
