@@ -18,8 +18,9 @@ arch_headers = headers / "x86_64-linux-gnu"
 
 # Headers included by our sources and by these libraries.
 libraries = """
-    CLI boost brotli gtest httplib.h leptonica libdeflate.h nlohmann simdjson.h sodium sodium.h spng.h
-    sqlite3.h tesseract tl toml++ turbojpeg.h zlib.h png.h pngconf.h pnglibconf.h zconf.h GL KHR
+    CLI boost brotli cjose gtest httplib.h jansson.h jansson_config.h leptonica libdeflate.h nlohmann
+    simdjson.h sodium sodium.h spng.h
+    sqlite3.h tesseract tl toml++ turbojpeg.h zlib.h png.h pngconf.h pnglibconf.h qrencode.h zconf.h GL KHR
 """.split()
 # Included by Qt's headers only.
 drawing = {"gl.h": "GL/gl.h", "gl3.h": "GL/glcorearb.h", "glext.h": "GL/glext.h"}

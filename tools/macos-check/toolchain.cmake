@@ -37,7 +37,7 @@ string(CONCAT c_flags
     " -isystem ${libc}/any-macos-any -isystem ${QUELLORA_MACOS_SDK}/libraries")
 string(CONCAT cxx_flags
     "-stdlib=libc++ -isystem ${QUELLORA_MACOS_SDK}/libc/lib/libcxx/include"
-    " ${c_flags} -D_LIBCPP_ABI_VERSION=1 -D_LIBCPP_ABI_NAMESPACE=__1"
+    " ${c_flags} -D_LIBCPP_ABI_VERSION=1 -D_LIBCPP_ABI_NAMESPACE=__1 -DBOOST_ASIO_HAS_STD_INVOKE_RESULT=1"
     " -D_LIBCPP_HAS_NO_VENDOR_AVAILABILITY_ANNOTATIONS")
 set(declarations " -isystem ${CMAKE_CURRENT_LIST_DIR}/sdk/include -DSDK_STRICT")
 set(CMAKE_C_FLAGS_INIT "${c_flags}")

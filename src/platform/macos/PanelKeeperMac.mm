@@ -113,7 +113,7 @@ void PanelKeeperMac::announce(const QString &text)
     // Read after what is being said.
     NSAccessibilityPostNotificationWithUserInfo(
         native, NSAccessibilityAnnouncementRequestedNotification, @{
-            NSAccessibilityAnnouncementKey : text.toNSString(),
+            NSAccessibilityAnnouncementKey : Cocoa::string(text),
             NSAccessibilityPriorityKey : [NSNumber numberWithInteger:NSAccessibilityPriorityMedium]
         });
 }
