@@ -275,7 +275,8 @@ TEST_F(QueryHttp, StoppingTheServerEndsRunningStreams)
     server->stop();
     EXPECT_LT(std::chrono::steady_clock::now() - begin, config.timing.stopGrace);
     EXPECT_TRUE(answer.get());
-    EXPECT_EQ(lastType(body), "chunk");
+    EXPECT_EQ(answerText(body), "first words");
+    EXPECT_EQ(lastType(body), "error");
 }
 
 TEST_F(QueryHttp, EventStreamIsNotCompressed)
