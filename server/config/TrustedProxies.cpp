@@ -32,8 +32,9 @@ bool haveCommonBits(const std::string &a, const std::string &b, std::size_t bits
     if (a.compare(0, whole, b, 0, whole) != 0)
         return false;
     const unsigned mask = 0xFF00U >> (bits % 8) & 0xFFU;
-    return bits % 8 == 0 || ((static_cast<unsigned char>(a[whole]) ^
-                              static_cast<unsigned char>(b[whole])) & mask) == 0;
+    return bits % 8 == 0 ||
+           ((static_cast<unsigned char>(a[whole]) ^ static_cast<unsigned char>(b[whole])) & mask) ==
+               0;
 }
 
 } // namespace
