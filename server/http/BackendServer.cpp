@@ -10,6 +10,8 @@ namespace quellora::server {
 namespace {
 
 constexpr std::size_t smallBody = 64U * 1024U;
+/// How long answers that were told to end may take for it.
+constexpr std::chrono::seconds endOfAnswers(3);
 
 HttpLimits limitsOf(const Config &config)
 {
@@ -167,12 +169,15 @@ void BackendServer::run()
 void BackendServer::stop()
 {
     m_isStopped = true;
-    m_changes.reset();
     m_services.stopping.requestStop();
     m_account.stop();
     m_http.beginStop();
     if (!m_services.streams.waitForNone(m_services.config.timing.stopGrace))
+        Log::event("[BackendServer] Ending the answers that still run");
+    m_http.endStreams();
+    if (!m_services.streams.waitForNone(endOfAnswers))
         Log::event("[BackendServer] WARNING: some answers did not end in time");
+    m_changes.reset();
     m_http.closeAll();
     m_services.workers.stop();
     m_services.passwordWorkers.stop();

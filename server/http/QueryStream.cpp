@@ -318,7 +318,7 @@ void QueryStream::serverStops()
         return;
     Response response;
     replyOverloaded(response, stopWait);
-    endEarly("The server is stopping. Please ask again in a moment.", std::move(response));
+    endEarly("The server is being restarted. Please ask again.", std::move(response));
 }
 
 void QueryStream::endRevoked()

@@ -40,7 +40,18 @@ std::vector<RunningStreams::Stream> RunningStreams::ofAccount(std::int64_t accou
 bool RunningStreams::waitForNone(std::chrono::milliseconds timeout)
 {
     std::unique_lock lock(m_mutex);
-    return m_released.wait_for(lock, timeout, [this] { return m_streams.empty(); });
+    m_released.wait_for(lock, timeout, [this] { return m_streams.empty() || m_isInterrupted; });
+    m_isInterrupted = false;
+    return m_streams.empty();
+}
+
+void RunningStreams::interrupt()
+{
+    {
+        const std::lock_guard lock(m_mutex);
+        m_isInterrupted = true;
+    }
+    m_released.notify_all();
 }
 
 } // namespace quellora::server

@@ -46,8 +46,10 @@ public:
     /// Lets ofAccount() find the stream in @p place.
     void add(const Place &place, Stream stream);
     std::vector<Stream> ofAccount(std::int64_t accountId) const;
-    /// Waits until no stream runs; false after @p timeout.
+    /// Waits until no stream runs; false after @p timeout or interrupt().
     bool waitForNone(std::chrono::milliseconds timeout);
+    /// Ends the running waitForNone(), else the next one.
+    void interrupt();
 
     /// Counts the news about accounts, so that whoever was looking at one while it changed can
     /// tell.
@@ -60,6 +62,7 @@ private:
     mutable std::mutex m_mutex;
     std::condition_variable m_released;
     std::set<Stream *> m_streams;
+    bool m_isInterrupted = false;
 };
 
 } // namespace quellora::server
