@@ -35,7 +35,7 @@ bool AuthRoutes::admitted(const Request &request, Response &response) const
 {
     if (!m_guard.jsonBody(request, response))
         return false;
-    if (const auto wait = m_services.authRate->acquire(request.peerAddress)) {
+    if (const auto wait = m_services.throttle(request)) {
         replyRateLimited(response, *wait);
         return false;
     }

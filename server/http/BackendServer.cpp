@@ -9,6 +9,8 @@ namespace quellora::server {
 namespace {
 
 constexpr std::size_t smallBody = 64U * 1024U;
+/// How long answers that were told to end may take for it.
+constexpr std::chrono::seconds endOfAnswers(3);
 
 HttpLimits limitsOf(const Config &config)
 {
@@ -164,6 +166,9 @@ void BackendServer::stop()
     m_account.stop();
     m_http.beginStop();
     if (!m_services.streams.waitForNone(m_services.config.timing.stopGrace))
+        Log::event("[BackendServer] Ending the answers that still run");
+    m_http.endStreams();
+    if (!m_services.streams.waitForNone(endOfAnswers))
         Log::event("[BackendServer] WARNING: some answers did not end in time");
     m_http.closeAll();
     m_services.workers.stop();

@@ -39,9 +39,11 @@ public:
     AnswerLedger &answers() { return m_services.answers; }
     /// Returns once stop() has ended everything.
     void run();
-    /// Ends running answers, within the configured grace, and all threads. To be called once, from
-    /// any thread.
+    /// Accepts nothing more, lets running answers go on for the configured grace, then ends them
+    /// with an error event, and ends all threads. To be called once, from any thread.
     void stop();
+    /// Ends the grace of stop(). May be called from another thread, at any time.
+    void hurry() { m_services.streams.interrupt(); }
 
 private:
     void registerRoutes();

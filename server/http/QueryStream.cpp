@@ -204,15 +204,23 @@ void QueryStream::serverStops()
         return;
     dropAnswer();
     if (m_answerBytes > 0) {
-        settle(std::nullopt, [this](const auto &) { finish(); });
+        settle(std::nullopt, [this](const auto &) { finishStopped(); });
     } else if (m_isOpen) {
-        finish();
+        finishStopped();
     } else {
         AnswerOutcome outcome;
         outcome.kind = AnswerOutcome::Kind::Overloaded;
         outcome.retryAfter = stopWait;
         replyToFailure(outcome);
     }
+}
+
+void QueryStream::finishStopped()
+{
+    write([](const SseWriter &writer) {
+        writer.error("The server is being restarted. Please ask again.");
+    });
+    finish();
 }
 
 void QueryStream::dropAnswer()

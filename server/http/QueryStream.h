@@ -51,6 +51,8 @@ private:
     void settle(const std::optional<TokenCount> &tokens,
                 std::function<void(const std::optional<Settlement> &)> then);
     void finish();
+    /// Tells the client why its answer ends here.
+    void finishStopped();
     void log(const std::string &text) const;
 
     Services &m_services;

@@ -1,5 +1,7 @@
 #include "http/Services.h"
 
+#include "base/Text.h"
+
 #include <algorithm>
 #include <thread>
 
@@ -46,5 +48,15 @@ Services::Services(Config configuration, Database &store, const PasswordHasher &
     , uploadRate(makeRateLimiter(database, wallClock, "upload", uploadsPerMinute, seconds(60)))
     , streams(config.limits.concurrentQueries, config.limits.runningAnswers)
 {}
+
+std::optional<seconds> Services::throttle(const Request &request) const
+{
+    std::vector<std::string> forwarded;
+    for (const auto &[name, value] : request.headers) {
+        if (lowered(name) == "x-forwarded-for")
+            forwarded.push_back(value);
+    }
+    return authRate->acquire(config.server.trustedProxies.clientOf(request.peerAddress, forwarded));
+}
 
 } // namespace quellora::server

@@ -59,8 +59,11 @@ struct Services
     std::unique_ptr<RateLimiter> authRate;
     std::unique_ptr<RateLimiter> uploadRate;
     StreamSlots streams;
-    /// Requested at shutdown; running answers end.
+    /// Requested at shutdown.
     StopSource stopping;
+
+    /// Counts an attempt to sign in from the client's address; the wait when there were too many.
+    std::optional<std::chrono::seconds> throttle(const Request &request) const;
 };
 
 } // namespace quellora::server

@@ -32,11 +32,23 @@ public:
         });
     }
 
-    /// Waits until no stream runs; false after @p timeout.
+    /// Waits until no stream runs; false after @p timeout or interrupt().
     bool waitForNone(std::chrono::milliseconds timeout)
     {
         std::unique_lock lock(m_mutex);
-        return m_released.wait_for(lock, timeout, [this] { return m_all == 0; });
+        m_released.wait_for(lock, timeout, [this] { return m_all == 0 || m_isInterrupted; });
+        m_isInterrupted = false;
+        return m_all == 0;
+    }
+
+    /// Ends the running waitForNone(), else the next one.
+    void interrupt()
+    {
+        {
+            const std::lock_guard lock(m_mutex);
+            m_isInterrupted = true;
+        }
+        m_released.notify_all();
     }
 
 private:
@@ -55,6 +67,7 @@ private:
     int m_perAccount;
     int m_total;
     int m_all = 0;
+    bool m_isInterrupted = false;
     std::map<std::int64_t, int> m_running;
     std::mutex m_mutex;
     std::condition_variable m_released;

@@ -149,6 +149,26 @@ TEST_F(AuthHttp, AuthRequestsAreRateLimited)
     EXPECT_EQ(server.verify(token)->status, 429);
 }
 
+TEST_F(AuthHttp, BehindATrustedProxyEachClientHasItsOwnRate)
+{
+    config.limits.authRequestsPerMinute = 1;
+    for (const bool isTrusted : {false, true}) {
+        if (isTrusted)
+            config.server.trustedProxies.add("127.0.0.1");
+        RunningServer server(config, clock);
+        const auto statusFor = [&](const std::string &client) {
+            return server.client()
+                .Post("/api/auth/app-verify",
+                      {{"Authorization", "Bearer " + server.token()}, {"X-Forwarded-For", client}},
+                      "{}", "application/json")
+                ->status;
+        };
+        EXPECT_EQ(statusFor("1.2.3.4"), 200);
+        EXPECT_EQ(statusFor("5.6.7.8"), isTrusted ? 200 : 429);
+        EXPECT_EQ(statusFor("9.9.9.9, 1.2.3.4"), 429);
+    }
+}
+
 TEST_F(AuthHttp, VerifyKeepsTheTokenAndRefreshesTheConfiguration)
 {
     RunningServer server(config, clock);

@@ -188,7 +188,28 @@ api_key = "canary-key-7f"
                 status = 503
         self.assertEqual(status, 503)
         self.model.hold.set()
-        threading.Thread(target=answer.read, daemon=True).start()
+        self.assertIn(b'"type":"done"', answer.read())
+        self.assertEqual(self.process.wait(PATIENCE), 0)
+
+    def test_a_second_signal_ends_the_grace(self):
+        with self.config.open("a") as config:
+            config.write("[timing]\nstop_grace_seconds = 3600\n")
+        self.start()
+        token = self.token()
+        self.model.hold.clear()
+        connection = http.client.HTTPConnection(self.url.split("//")[1], timeout=PATIENCE)
+        connection.request("POST", "/api/proxy/query", '{"prompt":"?"}',
+                           {"Content-Type": "application/json", "Authorization": f"Bearer {token}"})
+        answer = connection.getresponse()
+        self.assertIn(b"canary", answer.readline())
+        self.process.terminate()
+        deadline = time.monotonic() + PATIENCE
+        while any("Stopping" in line for line in self.lines) is False:
+            self.assertLess(time.monotonic(), deadline)
+            time.sleep(0.02)
+        self.process.terminate()
+        self.assertIn(b"restarted", answer.read())
+        self.assertEqual(self.process.wait(PATIENCE), 0)
 
 
 if __name__ == "__main__":
