@@ -1,8 +1,11 @@
 """The configurations that docs/TEAM.md shows."""
 
+import os
 import pathlib
 import re
 
+# Where Debian installs the servers that they are for; ordinary users do not have it in their path.
+os.environ["PATH"] += os.pathsep + "/usr/sbin"
 GUIDE = pathlib.Path(__file__).resolve().parents[3] / "docs" / "TEAM.md"
 
 
