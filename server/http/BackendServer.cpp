@@ -4,6 +4,7 @@
 #include "base/Log.h"
 #include "http/LoopbackPeer.h"
 #include "http/Replies.h"
+#include "store/Changes.h"
 
 namespace quellora::server {
 namespace {
@@ -130,6 +131,12 @@ void BackendServer::registerRoutes()
 tl::expected<int, std::string> BackendServer::bind()
 {
     const ServerSettings &server = m_services.config.server;
+    m_changes =
+        std::make_unique<ChangeFeed>(m_services.database, m_services.clock,
+                                     m_services.config.postgres, [this](const std::string &topic) {
+                                         if (const auto account = topics::accountOf(topic))
+                                             m_query.accountChanged(account);
+                                     });
     const auto port = m_http.listen(server.host, server.port);
     if (!port)
         return tl::make_unexpected("cannot listen on " + server.host + " port " +
@@ -170,6 +177,7 @@ void BackendServer::stop()
     m_http.endStreams();
     if (!m_services.streams.waitForNone(endOfAnswers))
         Log::event("[BackendServer] WARNING: some answers did not end in time");
+    m_changes.reset();
     m_http.closeAll();
     m_services.workers.stop();
     m_services.passwordWorkers.stop();

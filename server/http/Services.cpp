@@ -46,7 +46,7 @@ Services::Services(Config configuration, Database &store, const PasswordHasher &
     , authRate(makeRateLimiter(database, wallClock, "sign-in", config.limits.authRequestsPerMinute,
                                seconds(60)))
     , uploadRate(makeRateLimiter(database, wallClock, "upload", uploadsPerMinute, seconds(60)))
-    , streams(config.limits.concurrentQueries, config.limits.runningAnswers)
+    , streams(static_cast<std::size_t>(config.limits.runningAnswers))
 {}
 
 std::optional<seconds> Services::throttle(const Request &request) const
