@@ -85,7 +85,8 @@ def _judge(question, delivered, row, pieces):
     if row.state == "expired":
         most = TOKENS_PER_PIECE * delivered.pieces + RESERVED_AHEAD
         right = least <= row.output <= most
-        return "lease over, as reserved", None if right else "is counted out of bounds"
+        kind = "lease over, as reserved" if delivered.pieces else "lease over before any text"
+        return kind, None if right else "is counted out of bounds"
     if delivered.whole and exact:
         return "whole, exact", None
     right = least <= row.output <= TOKENS_PER_PIECE * delivered.pieces

@@ -105,8 +105,9 @@ class Clients:
             question = self._ask(account, token)
             if question.outcome == "HTTP 401":
                 self.lost_sessions.append(account)
-            # Somebody whose allowance is spent looks in less often.
-            pause = 3 if question.outcome == "spent" else random.uniform(0.2, 1)
+            # Told to wait, or that the allowance is spent.
+            is_refused = question.outcome in ("spent", "HTTP 429")
+            pause = 3 if is_refused else random.uniform(0.2, 1)
             self.stopping.wait(pause)
 
         def verified():
