@@ -73,8 +73,10 @@ void BackendServer::post(const std::string &path, std::size_t limit, Handler han
 void BackendServer::registerRoutes()
 {
     const LimitSettings &limits = m_services.config.limits;
-    post("/api/auth/app-login", smallBody,
-         [this](const auto &request, auto &response) { m_auth.login(request, response); });
+    post(
+        "/api/auth/app-login", smallBody,
+        [this](const auto &request, auto &response) { m_auth.login(request, response); },
+        Lane::Passwords);
     post("/api/auth/app-verify", smallBody,
          [this](const auto &request, auto &response) { m_auth.verify(request, response); });
     post("/api/proxy/query", limits.queryBytes,
@@ -83,8 +85,10 @@ void BackendServer::registerRoutes()
          [this](const auto &request, auto &response) { m_uploads.telemetry(request, response); });
     post("/api/logs/app", limits.logBytes,
          [this](const auto &request, auto &response) { m_uploads.logs(request, response); });
-    post("/login", smallBody,
-         [this](const auto &request, auto &response) { m_pages.loginSubmit(request, response); });
+    post(
+        "/login", smallBody,
+        [this](const auto &request, auto &response) { m_pages.loginSubmit(request, response); },
+        Lane::Passwords);
     page("/login",
          [this](const auto &request, auto &response) { m_pages.loginPage(request, response); });
     page("/account",
