@@ -252,10 +252,10 @@ class PostgresBackupTest(BackupTest):
         small = self.memory_of("--database", self.source.address, "list-accounts")
         file = self.folder / "backup"
         target = self.store("sqlite")
-        for arguments in (("--database", self.source.address, "backup", str(file)),
+        for arguments in (("backup", str(file), "--database", self.source.address),
                           ("migrate-store", self.source.address, target.address)):
             used = self.memory_of(*arguments)
-            print(f"{arguments[-3]}: {used:.0f} MiB for {pieces} MiB, {small:.0f} MiB for nothing")
+            print(f"{arguments[0]}: {used:.0f} MiB for {pieces} MiB, {small:.0f} MiB for nothing")
             self.assertLess(used - small, pieces)
         self.assertEqual(len(target.rows("uploaded_log_parts")), pieces)
 
