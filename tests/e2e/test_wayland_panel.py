@@ -151,7 +151,9 @@ class AnswerClicksTest(DesktopCase):
         self.assertFalse([event for event in other.events(since=mark)
                           if event.startswith("click")])
         self.focus_other(app, other)
+        mark = other.mark()
         self.desktop.click(*at)
+        other.wait_for("active 0", since=mark)
         self.desktop.press("escape")
 
         def types():
