@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -165,8 +166,10 @@ protected:
                 hasFailed = disk.repair();
             }
             verify(folder(), outcomes, "call " + std::to_string(calls));
-            if (!hasFailed || HasFailure())
+            if (!hasFailed || HasFailure()) {
+                std::printf("calls tried: %d\n", calls / step);
                 return calls;
+            }
         }
     }
 
@@ -233,6 +236,7 @@ TEST_F(StoreOnDisk, NothingIsLostByAPowerCut)
         }
     }
     EXPECT_GT(states, 20);
+    std::printf("states tried: %d\n", states);
 }
 
 } // namespace quellora::server
