@@ -307,10 +307,4 @@ int AnswerLedger::running(std::int64_t accountId)
     return static_cast<int>(count);
 }
 
-int AnswerLedger::forget(TimePoint before)
-{
-    return m_database.execute("DELETE FROM answers WHERE state <> 'running' AND expires_at < ?",
-                              {toSeconds(before)});
-}
-
 } // namespace quellora::server

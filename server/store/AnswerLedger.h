@@ -76,8 +76,6 @@ public:
     int expire(std::int64_t accountId = 0);
     /// Running answers of an account.
     int running(std::int64_t accountId);
-    /// Forgets the answers that were settled before @p before.
-    int forget(TimePoint before);
 
 private:
     struct Entry;
