@@ -97,6 +97,7 @@ std::optional<Account> RequestGuard::account(const Request &request, Response &r
         replyError(response, 403, "the account is suspended");
         return std::nullopt;
     }
+    m_services.accounts.touch(*account);
     return account;
 }
 
