@@ -83,7 +83,7 @@ std::optional<std::string> RequestGuard::bearerToken(const Request &request)
     return token;
 }
 
-std::optional<Account> RequestGuard::account(const Request &request, Response &response) const
+std::optional<Caller> RequestGuard::caller(const Request &request, Response &response) const
 {
     const auto token = bearerToken(request);
     const auto session = token ? m_services.sessions.find(*token) : std::nullopt;
@@ -98,7 +98,7 @@ std::optional<Account> RequestGuard::account(const Request &request, Response &r
         return std::nullopt;
     }
     m_services.accounts.touch(*account);
-    return account;
+    return Caller{*account, session->id};
 }
 
 } // namespace quellora::server

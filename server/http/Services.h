@@ -6,7 +6,7 @@
 #include "base/WorkerPool.h"
 #include "config/Config.h"
 #include "http/Message.h"
-#include "http/StreamSlots.h"
+#include "http/RunningStreams.h"
 #include "model/EventLoop.h"
 #include "model/ModelCatalog.h"
 #include "store/Accounts.h"
@@ -58,7 +58,7 @@ struct Services
     std::unique_ptr<RateLimiter> loginFailures;
     std::unique_ptr<RateLimiter> authRate;
     std::unique_ptr<RateLimiter> uploadRate;
-    StreamSlots streams;
+    RunningStreams streams;
     /// Requested at shutdown.
     StopSource stopping;
 

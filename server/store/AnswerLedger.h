@@ -54,10 +54,11 @@ public:
     tl::expected<AdmittedAnswer, AnswerRefusal> begin(std::int64_t accountId,
                                                       const std::string &model,
                                                       std::int64_t estimate, std::int64_t wanted);
-    /// Raises the reservation of a running answer up to @p wanted and returns it; nothing when less
-    /// than @p needed is left, or when the answer is no longer running.
-    std::optional<std::int64_t> extend(const std::string &id, std::int64_t needed,
-                                       std::int64_t wanted);
+    /// Raises the reservation of a running answer up to @p wanted and returns it: Spent when less
+    /// than @p needed is left, NoAccount also when the answer has been settled. One whose lease
+    /// expired though it still runs gets a new lease.
+    tl::expected<std::int64_t, AnswerRefusal> extend(const std::string &id, std::int64_t needed,
+                                                     std::int64_t wanted);
     /// Counts the answer, and ends its reservation. Returns whether it was counted now; doing it
     /// again changes nothing.
     bool settle(const std::string &id, TokenCount tokens);
@@ -68,7 +69,7 @@ public:
     /// settleAtLast().
     void release(const std::string &id);
     /// Settles what could not be settled before, and renews the leases of this instance's running
-    /// answers.
+    /// answers. What fails is tried again by the next call.
     void renew();
     /// Settles the answers whose leases have expired, of one account when given. Returns their
     /// number.
@@ -85,6 +86,8 @@ private:
     /// than @p except; nothing without a cap.
     struct Room;
     Room room(std::int64_t accountId, const std::string &period, const std::string &except);
+    /// Takes back that an expired answer was counted, and lets it run with what it was counted for.
+    void reopen(const std::string &id, Entry &entry);
     bool close(const std::string &id, TokenCount tokens, const char *state, int queries);
     /// An ended answer that the store does not know of yet.
     struct Ended
@@ -95,6 +98,7 @@ private:
     };
     bool end(const Ended &ended);
     bool endAtLast(const Ended &ended);
+    void endLater(const Ended &ended);
     std::int64_t leaseEnd() const;
 
     Database &m_database;

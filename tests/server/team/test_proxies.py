@@ -3,8 +3,6 @@
 import http.client
 import json
 import os
-import pathlib
-import re
 import shutil
 import socket
 import ssl
@@ -12,26 +10,11 @@ import subprocess
 import time
 import unittest
 
+from guide import example, replaced
 from team_case import FakeModel, PATIENCE, TeamCase
 
-GUIDE = pathlib.Path(__file__).resolve().parents[3] / "docs" / "TEAM.md"
 NAME = "quellora.example.org"
 PASSWORD = "correct horse"
-
-
-def example(language):
-    """The guide's only block of that language."""
-    blocks = re.findall(rf"^```{language}\n(.*?)^```", GUIDE.read_text(), re.M | re.S)
-    assert len(blocks) == 1, language
-    return blocks[0]
-
-
-def replaced(text, replacements):
-    """Text with each key, which it must contain, replaced."""
-    for old, new in replacements.items():
-        assert old in text, old
-        text = text.replace(old, str(new))
-    return text
 
 
 def free_port():
