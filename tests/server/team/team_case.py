@@ -130,8 +130,6 @@ class FakeModel(http.server.ThreadingHTTPServer):
         super().__init__(("127.0.0.1", 0), _ModelHandler)
         self.answer = answer
         self.status = 200
-        #: Whether an answer fails after its first words.
-        self.break_off = False
         self.hold = threading.Event()
         self.hold.set()
         self.questions = []
@@ -167,9 +165,6 @@ class _ModelHandler(http.server.BaseHTTPRequestHandler):
         try:
             event({"choices": [{"delta": {"content": self.server.answer}}]})
             self.server.hold.wait(PATIENCE)
-            if self.server.break_off:
-                event({"error": {"message": "overloaded", "type": "server_error"}})
-                return
             event({"choices": [], "usage": {"prompt_tokens": 12, "completion_tokens": 7}})
             self.wfile.write(b"data: [DONE]\n\n")
         except OSError:
