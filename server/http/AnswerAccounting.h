@@ -33,6 +33,10 @@ public:
     /// that never came to a text is not counted by not calling it. Throws DatabaseError.
     Settlement settle(const std::optional<TokenCount> &tokens, std::size_t answerBytes);
 
+    /// The model that answers, when it is another one than was asked. Before settle() and not
+    /// during it.
+    void setModel(const std::string &model) { m_model = model; }
+
     const Account &account() const { return m_account; }
     const std::string &model() const { return m_model; }
 

@@ -107,7 +107,6 @@ void QueryRoutes::query(const Request &request, Response &response) const
     ModelRequest question;
     question.prompt = trimmed(query.prompt).empty() ? choices.defaultPrompt : query.prompt;
     question.jpeg = std::move(query.jpeg);
-    question.model = model.upstreamName;
     if (catalog->lacksModel() && m_guard.isOwner(request))
         question.connectPage = "http://" + request.header("Host") + "/account";
     Log::event("[QueryRoutes] Query from account " + std::to_string(account->id) + " to model \"" +

@@ -6,7 +6,6 @@
 
 #include <boost/asio/io_context.hpp>
 
-#include <array>
 #include <utility>
 
 namespace quellora::server {
@@ -17,18 +16,6 @@ using Steady = std::chrono::steady_clock;
 /// How much text may wait for a slow client before the model is paused.
 constexpr std::size_t mostBuffered = 32U * 1024U;
 constexpr std::chrono::seconds stopWait(1);
-
-/// The failure's name in the metrics.
-std::string kindOf(const AnswerOutcome &outcome)
-{
-    static constexpr std::array names = {"address", "unreachable", "certificate", "silent",
-                                         "refused", "malformed",   "too_long",    "interrupted"};
-    if (outcome.kind == AnswerOutcome::Kind::RateLimited)
-        return "rate_limited";
-    if (outcome.kind == AnswerOutcome::Kind::Overloaded)
-        return "overloaded";
-    return names.at(static_cast<std::size_t>(outcome.problem.kind));
-}
 
 } // namespace
 
@@ -101,6 +88,31 @@ void QueryStream::write(const std::function<void(const SseWriter &writer)> &even
     }));
 }
 
+void QueryStream::attemptFails(const FailedAttempt &attempt)
+{
+    using Next = FailedAttempt::Next;
+    Metrics &metrics = m_services.metrics;
+    if (!attempt.wasSpared)
+        metrics.providerErrors.add({attempt.model, handlingOf(attempt.outcome).name});
+    if (attempt.next == Next::Retry)
+        metrics.retries.add({attempt.model});
+    else if (attempt.next == Next::Fallback)
+        metrics.fallbacks.add({attempt.model});
+    log("ERROR: Model \"" + attempt.model + "\"" + (m_answerBytes > 0 ? " broke off: " : ": ") +
+        attempt.outcome.reason +
+        (attempt.next == Next::Retry      ? "; it is asked again"
+         : attempt.next == Next::Fallback ? "; another one is asked"
+                                          : ""));
+}
+
+void QueryStream::answeredBy(const std::string &model)
+{
+    if (model == m_accounting.model())
+        return;
+    m_usedFallback = true;
+    m_accounting.setModel(model);
+}
+
 void QueryStream::answerGrows(std::string_view text)
 {
     if (m_isOver)
@@ -137,8 +149,6 @@ void QueryStream::answerEnds(const AnswerOutcome &outcome)
         return;
     dropAnswer();
     const bool isComplete = outcome.kind == AnswerOutcome::Kind::Complete;
-    if (!isComplete)
-        m_services.metrics.providerErrors.add({m_accounting.model(), kindOf(outcome)});
     if (isComplete) {
         settle(outcome.tokens, [this](const std::optional<Settlement> &settlement) {
             // Without a "done" event the client reports an unexpected end of the answer.
@@ -151,10 +161,8 @@ void QueryStream::answerEnds(const AnswerOutcome &outcome)
             finish();
         });
     } else if (!m_isOpen) {
-        log("ERROR: Model \"" + m_accounting.model() + "\": " + outcome.reason);
         replyToFailure(outcome);
     } else {
-        log("ERROR: Model \"" + m_accounting.model() + "\" broke off: " + outcome.reason);
         if (m_answerBytes > 0 || outcome.tokens)
             settle(outcome.tokens, [this](const auto &) { finish(); });
         else
@@ -170,7 +178,7 @@ void QueryStream::replyToFailure(const AnswerOutcome &outcome)
     else if (outcome.kind == AnswerOutcome::Kind::Overloaded)
         replyOverloaded(response, outcome.retryAfter);
     else
-        replyError(response, 502, "the model could not be asked");
+        replyError(response, 502, handlingOf(outcome).forUser);
     m_timer->cancel();
     m_slot.reset();
     std::exchange(m_output, nullptr)->reply(std::move(response));
