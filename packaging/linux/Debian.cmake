@@ -55,8 +55,10 @@ install(FILES quellora-screenshot.desktop
 set(components application application_debian)
 if(TARGET quellora-backend)
     quellora_install_debian_files(quellora-backend backend)
-    # Names the program by its path in the package, so it is of no use below another prefix.
+    # They name the program by its path in the package, so they are of no use below another prefix.
     install(FILES quellora-backend.service DESTINATION lib/systemd/user
+        COMPONENT backend_debian EXCLUDE_FROM_ALL)
+    install(FILES system/quellora-backend.service DESTINATION lib/systemd/system
         COMPONENT backend_debian EXCLUDE_FROM_ALL)
     install(FILES ${PROJECT_SOURCE_DIR}/server/quellora-backend.example.toml
         DESTINATION share/doc/quellora-backend/examples
@@ -128,9 +130,10 @@ quellora_set(CPACK_DEBIAN_BACKEND_PACKAGE_SUGGESTS "quellora")
 quellora_set(CPACK_DEBIAN_BACKEND_DESCRIPTION
 "local backend of the Quellora assistant
 Answers the requests of the Quellora app on one machine: accounts, sessions,
-questions with screenshots and usage, in one SQLite file.
+questions with screenshots and usage, in an SQLite file or in PostgreSQL.
 
 With a model configured it forwards questions to it and streams the answer.
 Without one it works offline and shows the text that it reads in the
-screenshot. A systemd unit for the user's own service manager is included
-and not enabled by itself.")
+screenshot. Systemd units are included, one for the user's own service
+manager and one for the system's, which serves a team. None is enabled by
+itself.")

@@ -1,8 +1,8 @@
 #include "admin/AdminActions.h"
 
-#include "admin/PersonRecord.h"
 #include "base/Text.h"
 #include "providers/UpstreamSettings.h"
+#include "store/StoreCopy.h"
 
 #include <algorithm>
 
@@ -80,6 +80,30 @@ AdminActions::Done AdminActions::change(std::int64_t id, const std::string &acti
     return done;
 }
 
+AdminActions::Result<Account> AdminActions::create(const std::string &email,
+                                                   const std::string &password,
+                                                   const std::string &plan,
+                                                   std::int64_t tokenCap) const
+{
+    std::optional<Account> created;
+    m_store.database.transaction([&] {
+        created = m_store.accounts.create(email, password, plan, tokenCap);
+        if (created)
+            m_store.audit.add(m_actor, "create-account", created->person,
+                              plan + ", " + tokens(tokenCap));
+    });
+    if (!created)
+        return refused("there is already an account " + email);
+    return *std::move(created);
+}
+
+AdminActions::Done AdminActions::setPassword(std::int64_t id, const std::string &password) const
+{
+    return change(id, "set-password", "", [&](const Account &account) {
+        m_store.accounts.setPassword(account.email, password);
+    });
+}
+
 AdminActions::Result<AdminActions::Invited>
 AdminActions::invite(const std::string &email, const std::string &plan, std::int64_t tokenCap) const
 {
@@ -155,18 +179,19 @@ AdminActions::Result<int> AdminActions::signOut(std::int64_t id) const
 
 AdminActions::Done AdminActions::remove(std::int64_t id) const
 {
-    return change(id, "delete", "",
-                  [&](const Account &account) { m_store.accounts.remove(account.email); });
+    const Done done = change(
+        id, "delete", "", [&](const Account &account) { m_store.accounts.remove(account.email); });
+    m_store.database.forgetDeleted();
+    return done;
 }
 
 AdminActions::Result<std::string> AdminActions::exportPerson(std::int64_t id) const
 {
-    std::string text;
-    const Done done = change(
-        id, "export", "", [&](const Account &account) { text = personRecord(m_store, account); });
+    // The entry comes first, so that it is in the record.
+    const Done done = change(id, "export", "", [](const Account &) {});
     if (!done)
         return refused(done.error());
-    return text;
+    return personRecord(m_store.database, id);
 }
 
 AdminActions::Result<std::string> AdminActions::sendMessage(AdminMessage message,

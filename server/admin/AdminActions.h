@@ -38,6 +38,11 @@ public:
     AdminActions(AdminStore &store, std::string actor) : m_store(store), m_actor(std::move(actor))
     {}
 
+    /// An account with a password, for the person @p email. The password has been checked.
+    Result<Account> create(const std::string &email, const std::string &password,
+                           const std::string &plan, std::int64_t tokenCap) const;
+    /// A new password, which has been checked; ends all sessions.
+    Done setPassword(std::int64_t id, const std::string &password) const;
     /// An invited account and the token of its link.
     struct Invited
     {
@@ -55,7 +60,7 @@ public:
     Result<int> signOut(std::int64_t id) const;
     /// Deletes the account with everything of that person. The trail keeps the pseudonym.
     Done remove(std::int64_t id) const;
-    /// Everything stored of that person, as JSON.
+    /// Everything stored of that person, as JSON without secrets.
     Result<std::string> exportPerson(std::int64_t id) const;
 
     /// Shows a message to an account, or to all, and returns its id.

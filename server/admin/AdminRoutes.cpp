@@ -119,7 +119,7 @@ void AdminRoutes::signIn(const Request &request, Response &response)
     const std::string email = normalizedEmail(field(fields, "email")).value_or("");
     auto wait = m_failures->wait(email);
     if (!wait)
-        wait = m_services.authRate->acquire(request.peerAddress);
+        wait = m_services.throttle(request);
     if (wait) {
         Log::event("[AdminRoutes] WARNING: Sign-in throttled after repeated failures");
         response.headers.set("Retry-After", std::to_string(wait->count()));

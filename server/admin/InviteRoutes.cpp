@@ -45,7 +45,7 @@ void InviteRoutes::submit(const Request &request, Response &response)
 {
     const auto fields = formFields(request.body);
     const std::string token = field(fields, "token");
-    if (m_services.authRate->acquire(request.peerAddress)) {
+    if (m_services.throttle(request)) {
         form(response, 429, token, "Too many attempts. Please wait a minute.");
         return;
     }

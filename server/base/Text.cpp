@@ -139,7 +139,7 @@ std::pair<char32_t, std::size_t> firstCharacter(std::string_view text)
         return {0, 0};
     char32_t value = length == 1 ? first : first & (0xFFU >> (length + 1));
     for (std::size_t i = 1; i < length; ++i) {
-        if ((byte(i) & 0xC0U) != 0x80U)
+        if (!isContinuationByte(static_cast<char>(byte(i))))
             return {0, 0};
         value = (value << 6U) | (byte(i) & 0x3FU);
     }
@@ -224,7 +224,7 @@ std::optional<std::int64_t> parseCount(std::string_view text)
 
 std::int64_t estimatedTokens(std::size_t bytes)
 {
-    return static_cast<std::int64_t>((bytes + 3) / 4);
+    return static_cast<std::int64_t>((bytes + bytesPerToken - 1) / bytesPerToken);
 }
 
 int compareVersions(std::string_view left, std::string_view right)

@@ -35,7 +35,14 @@ std::optional<std::string> base64Decoded(std::string_view text);
 std::string base64Encoded(std::string_view bytes);
 /// Whole non-negative decimal number, or nothing.
 std::optional<std::int64_t> parseCount(std::string_view text);
-/// Rough token count of @p bytes bytes of text: a quarter, rounded up.
+/// Whether a byte of UTF-8 is not the first one of its character.
+inline bool isContinuationByte(char byte)
+{
+    return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U;
+}
+/// About as many bytes of text as a token has.
+constexpr std::size_t bytesPerToken = 4;
+/// Rough token count of @p bytes bytes of text, rounded up.
 std::int64_t estimatedTokens(std::size_t bytes);
 /// Compares dotted version numbers: -1, 0 or 1. Missing and unreadable parts count as 0.
 int compareVersions(std::string_view left, std::string_view right);

@@ -329,13 +329,13 @@ void listLogs(const CommandOptions &options, OpenStore &open, CommandContext &co
 
 void audit(const CommandOptions &options, OpenStore &open, CommandContext &context)
 {
-    std::string person;
+    AuditFilter filter{"", options.action, options.before};
     if (options.toEmail) {
         const auto administrator = open.store.administrators.findByEmail(*options.toEmail);
-        person = administrator ? administrator->name : open.account(*options.toEmail).person;
+        filter.person = administrator ? administrator->name : open.account(*options.toEmail).person;
     }
     Json list = Json::array();
-    for (const AuditEntry &entry : open.store.audit.list(options.count, 0, person)) {
+    for (const AuditEntry &entry : open.store.audit.list(options.count, filter)) {
         list.push_back({{"id", entry.id},
                         {"at", isoSeconds(entry.at)},
                         {"actor", entry.actor},
@@ -422,7 +422,8 @@ void addAdminCommands(CLI::App &app, CommandOptions &options, CommandContext &co
         ->add_option("NUMBER", options.tokens)
         ->required()
         ->transform(wholeNumber(mostTokens));
-    addAbout("audit", "the audit trail, newest first (--count N)", audit);
+    addAbout("audit", "the audit trail, newest first (--count N, --action NAME, --before ID)",
+             audit);
 }
 
 } // namespace quellora::server

@@ -36,6 +36,8 @@ struct CommandOptions
     std::string id;
     int days = 30;
     int count = 50;
+    std::string action;
+    std::int64_t before = 0;
     std::string kind = "information";
     std::string title;
     std::string text;

@@ -7,10 +7,10 @@
 #include "cli/CommandOptions.h"
 #include "providers/UpstreamSettings.h"
 #include "store/Accounts.h"
-#include "store/AuditTrail.h"
 #include "store/Connections.h"
 #include "store/Migrations.h"
 #include "store/OpenDatabase.h"
+#include "store/PrivateFile.h"
 #include "store/Sessions.h"
 #include "store/StoreCopy.h"
 #include "store/UsageLedger.h"
@@ -84,7 +84,7 @@ void ensureAccount(const Options &options, const Config &config, CommandContext 
     }
     const std::string email = options.email.empty() ? firstAccount : options.email;
     const ChosenPassword chosen{randomPassword(), true};
-    const bool created = store.accounts
+    const bool created = store.actions
                              .create(email, chosen.password, config.service.defaultPlan,
                                      config.service.defaultTokenCap)
                              .has_value();
@@ -95,10 +95,11 @@ void createAccount(const Options &options, const Config &config, CommandContext 
 {
     const ChosenPassword chosen = choosePassword(options, context.in);
     Store store(config);
-    if (!store.accounts.create(options.email, chosen.password,
-                               options.plan.value_or(config.service.defaultPlan),
-                               options.cap.value_or(config.service.defaultTokenCap)))
-        throw std::runtime_error("there is already an account " + options.email);
+    const auto created = store.actions.create(options.email, chosen.password,
+                                              options.plan.value_or(config.service.defaultPlan),
+                                              options.cap.value_or(config.service.defaultTokenCap));
+    if (!created)
+        throw std::runtime_error(created.error());
     printAccount(context.out, options.email, chosen);
 }
 
@@ -106,8 +107,9 @@ void setPassword(const Options &options, const Config &config, CommandContext &c
 {
     const ChosenPassword chosen = choosePassword(options, context.in);
     Store store(config);
-    if (!store.accounts.setPassword(options.email, chosen.password))
-        failWithoutAccount(options.email);
+    const auto set = store.actions.setPassword(store.idOf(options.email), chosen.password);
+    if (!set)
+        throw std::runtime_error(set.error());
     printAccount(context.out, options.email, chosen);
 }
 
@@ -209,30 +211,16 @@ void copyBetweenStores(const Options &options, const Config &config, CommandCont
     printCounts(context.out, copyStore(*openDatabase(from), *openDatabase(to)));
 }
 
-void exportOnePerson(const Options &options, const Config &config, CommandContext &context)
-{
-    const Store store(config);
-    const auto account =
-        Accounts(*store.database, store.hasher, store.clock).findByEmail(options.email);
-    if (!account)
-        failWithoutAccount(options.email);
-    exportPerson(*store.database, account->id, options.file);
-    context.out << "exported: " << options.email << '\n';
-}
-
-void deletePerson(const Options &options, const Config &config, CommandContext &context)
+void exportPerson(const Options &options, const Config &config, CommandContext &context)
 {
     Store store(config);
-    store.database->transaction([&] {
-        const auto account = store.accounts.findByEmail(options.email);
-        if (!account)
-            failWithoutAccount(options.email);
-        AuditTrail(*store.database, store.clock)
-            .add("command line", "delete-person", account->person);
-        store.accounts.remove(options.email);
-    });
-    store.database->forgetDeleted();
-    context.out << "delete-person: " << options.email << '\n';
+    PrivateFile file(options.file);
+    const auto record = store.actions.exportPerson(store.idOf(options.email));
+    if (!record)
+        throw std::runtime_error(record.error());
+    file.write(*record);
+    file.finish();
+    context.out << "exported: " << options.email << '\n';
 }
 
 Config loadConfig(const Options &options, const CommandContext &context)
@@ -391,8 +379,6 @@ int runCommand(const std::vector<std::string> &words, CommandContext &context)
         return actions.setSuspended(id, false);
     });
     addForEmail("sign-out", "end all its sessions", signOut);
-    addChange("delete-account", "remove it with its usage and telemetry",
-              [](AdminActions &actions, std::int64_t id) { return actions.remove(id); });
     add("list-accounts", "accounts with this month's usage", listAccounts);
     add("migrate", "bring the store to this version's schema, as every start does", migrateStore);
     add("backup", "write the whole store to the new FILE, also while it is served", backUpStore)
@@ -408,13 +394,14 @@ int runCommand(const std::vector<std::string> &words, CommandContext &context)
     copy->add_option("FROM", options.from)->required();
     copy->add_option("TO", options.to)->required();
     addForEmail("export-person", "write everything of one person to the new FILE, as JSON",
-                exportOnePerson)
+                exportPerson)
         ->add_option("FILE", options.file)
         ->required();
-    addForEmail("delete-person",
-                "delete everything of one person; the audit trail knows a\n"
-                "pseudonym only",
-                deletePerson);
+    addChange("delete-person",
+              "delete everything of one person; the audit trail knows a\n"
+              "pseudonym only",
+              [](AdminActions &actions, std::int64_t id) { return actions.remove(id); })
+        ->alias("delete-account");
     add("check-config", "read the configuration and say what is in force", checkConfig);
 
     app.add_option("--days", options.days, "for usage: how many days (default 30)")
@@ -423,6 +410,10 @@ int runCommand(const std::vector<std::string> &words, CommandContext &context)
     app.add_option("--count", options.count, "for audit: how many entries (default 50)")
         ->type_name("N")
         ->check(CLI::Range(1, 100000));
+    app.add_option("--action", options.action, "for audit: only this action")->type_name("NAME");
+    app.add_option("--before", options.before, "for audit: only entries older than this one")
+        ->type_name("ID")
+        ->transform(wholeNumber(mostTokens));
     app.add_option("--title", options.title, "for send-message")->type_name("TEXT");
     app.add_option("--text", options.text, "for send-message, Markdown")->type_name("TEXT");
     app.add_option("--kind", options.kind, "for send-message: information or blocking")

@@ -95,11 +95,17 @@ int serve(const Config &config, CommandContext &context)
     Log::event("[Serve] Stopping");
     // Name resolution cannot be interrupted and must not delay the exit.
     std::thread([grace = config.timing.stopGrace] {
-        std::this_thread::sleep_for(grace + std::chrono::seconds(5));
+        std::this_thread::sleep_for(grace + std::chrono::seconds(8));
         std::_Exit(exitSuccess);
     }).detach();
+    std::thread impatient([&server] {
+        waitForSignal();
+        server.hurry();
+    });
     server.stop();
     serving.join();
+    onSignal(0);
+    impatient.join();
     Log::event("[Serve] Stopped");
     return exitSuccess;
 }

@@ -23,6 +23,12 @@ void readServer(TomlReader reader, ServerSettings &server)
     reader.read("port", server.port, 0, 65535);
     reader.read("allow_remote", server.allowRemote);
     reader.read("allowed_hosts", server.allowedHosts);
+    std::vector<std::string> proxies;
+    reader.read("trusted_proxies", proxies);
+    for (const std::string &proxy : proxies) {
+        if (!server.trustedProxies.add(proxy))
+            reader.fail("trusted_proxies", "\"" + proxy + "\" is no address or network");
+    }
     reader.read("one_click_sign_in", server.oneClickSignIn);
     reader.read("threads", server.threads, 4, 512);
     reader.read("metrics_token", server.metricsToken);
@@ -129,7 +135,7 @@ void readTiming(TomlReader reader, TimingSettings &timing)
         timing.retry = std::chrono::milliseconds(*retry);
     reader.readSeconds("longest_retry_seconds", timing.longestRetry, 0, 60);
     reader.readSeconds("idle_seconds", timing.idle, 1, 3600);
-    reader.readSeconds("stop_grace_seconds", timing.stopGrace, 0, 60);
+    reader.readSeconds("stop_grace_seconds", timing.stopGrace, 0, 3600);
     if (timing.answer < timing.firstByte || timing.answer < timing.stall)
         reader.fail("answer_seconds", "must not be less than first_byte_seconds and stall_seconds");
     reader.finish();

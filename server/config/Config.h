@@ -4,6 +4,7 @@
 #include "base/Log.h"
 #include "base/Secrets.h"
 #include "config/OidcSettings.h"
+#include "config/TrustedProxies.h"
 #include "providers/Provider.h"
 
 #include <tl/expected.hpp>
@@ -25,6 +26,8 @@ struct ServerSettings
     int port = 9878;
     /// Must be set to listen anywhere but on the loopback interface.
     bool allowRemote = false;
+    /// Proxies whose word about the client's address is taken.
+    TrustedProxies trustedProxies;
     /// Host header names accepted besides the loopback names and `host`.
     std::vector<std::string> allowedHosts;
     /// Whether /login offers sign-in without a password to the user running the server.
@@ -117,7 +120,7 @@ struct TimingSettings
     std::chrono::milliseconds longestRetry = std::chrono::seconds(5);
     /// How long a connection without a request is kept.
     std::chrono::milliseconds idle = std::chrono::seconds(75);
-    /// How long a shutdown waits for running answers to end.
+    /// How long a shutdown lets running answers go on.
     std::chrono::milliseconds stopGrace = std::chrono::seconds(3);
 };
 

@@ -35,7 +35,7 @@ bool AuthRoutes::admitted(const Request &request, Response &response) const
 {
     if (!m_guard.jsonBody(request, response))
         return false;
-    if (const auto wait = m_services.authRate->acquire(request.peerAddress)) {
+    if (const auto wait = m_services.throttle(request)) {
         replyRateLimited(response, *wait);
         return false;
     }
@@ -102,12 +102,11 @@ void AuthRoutes::verify(const Request &request, Response &response) const
         }
         return;
     }
-    const auto account = m_guard.account(request, response);
-    if (!account)
+    const auto caller = m_guard.caller(request, response);
+    if (!caller)
         return;
-    const auto session = m_services.sessions.find(*token);
     replyJson(response, 200,
-              loginResponse(m_services, *account, *token, session ? session->id : "",
+              loginResponse(m_services, caller->account, *token, caller->sessionId,
                             m_guard.isOwner(request)));
 }
 

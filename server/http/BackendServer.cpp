@@ -4,11 +4,14 @@
 #include "base/Log.h"
 #include "http/LoopbackPeer.h"
 #include "http/Replies.h"
+#include "store/Changes.h"
 
 namespace quellora::server {
 namespace {
 
 constexpr std::size_t smallBody = 64U * 1024U;
+/// How long answers that were told to end may take for it.
+constexpr std::chrono::seconds endOfAnswers(3);
 
 HttpLimits limitsOf(const Config &config)
 {
@@ -70,8 +73,10 @@ void BackendServer::post(const std::string &path, std::size_t limit, Handler han
 void BackendServer::registerRoutes()
 {
     const LimitSettings &limits = m_services.config.limits;
-    post("/api/auth/app-login", smallBody,
-         [this](const auto &request, auto &response) { m_auth.login(request, response); });
+    post(
+        "/api/auth/app-login", smallBody,
+        [this](const auto &request, auto &response) { m_auth.login(request, response); },
+        Lane::Passwords);
     post("/api/auth/app-verify", smallBody,
          [this](const auto &request, auto &response) { m_auth.verify(request, response); });
     post("/api/proxy/query", limits.queryBytes,
@@ -80,8 +85,10 @@ void BackendServer::registerRoutes()
          [this](const auto &request, auto &response) { m_uploads.telemetry(request, response); });
     post("/api/logs/app", limits.logBytes,
          [this](const auto &request, auto &response) { m_uploads.logs(request, response); });
-    post("/login", smallBody,
-         [this](const auto &request, auto &response) { m_pages.loginSubmit(request, response); });
+    post(
+        "/login", smallBody,
+        [this](const auto &request, auto &response) { m_pages.loginSubmit(request, response); },
+        Lane::Passwords);
     page("/login",
          [this](const auto &request, auto &response) { m_pages.loginPage(request, response); });
     page("/account",
@@ -128,6 +135,12 @@ void BackendServer::registerRoutes()
 tl::expected<int, std::string> BackendServer::bind()
 {
     const ServerSettings &server = m_services.config.server;
+    m_changes =
+        std::make_unique<ChangeFeed>(m_services.database, m_services.clock,
+                                     m_services.config.postgres, [this](const std::string &topic) {
+                                         if (const auto account = topics::accountOf(topic))
+                                             m_query.accountChanged(account);
+                                     });
     const auto port = m_http.listen(server.host, server.port);
     if (!port)
         return tl::make_unexpected("cannot listen on " + server.host + " port " +
@@ -164,7 +177,11 @@ void BackendServer::stop()
     m_account.stop();
     m_http.beginStop();
     if (!m_services.streams.waitForNone(m_services.config.timing.stopGrace))
+        Log::event("[BackendServer] Ending the answers that still run");
+    m_http.endStreams();
+    if (!m_services.streams.waitForNone(endOfAnswers))
         Log::event("[BackendServer] WARNING: some answers did not end in time");
+    m_changes.reset();
     m_http.closeAll();
     m_services.workers.stop();
     m_services.passwordWorkers.stop();

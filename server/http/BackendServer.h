@@ -9,10 +9,12 @@
 #include "http/QueryRoutes.h"
 #include "http/Services.h"
 #include "http/UploadRoutes.h"
+#include "store/ChangeFeed.h"
 
 #include <tl/expected.hpp>
 
 #include <future>
+#include <memory>
 #include <string>
 
 namespace quellora::server {
@@ -29,7 +31,8 @@ public:
     BackendServer(const BackendServer &) = delete;
     BackendServer &operator=(const BackendServer &) = delete;
 
-    /// Starts listening and serving. Returns the port, or why it failed.
+    /// Starts listening and serving, and following changes in the store. Returns the port, or why
+    /// it failed. Throws DatabaseError.
     tl::expected<int, std::string> bind();
     /// "http://host:port", once bound.
     std::string address() const;
@@ -39,9 +42,11 @@ public:
     AnswerLedger &answers() { return m_services.answers; }
     /// Returns once stop() has ended everything.
     void run();
-    /// Ends running answers, within the configured grace, and all threads. To be called once, from
-    /// any thread.
+    /// Accepts nothing more, lets running answers go on for the configured grace, then ends them
+    /// with an error event, and ends all threads. To be called once, from any thread.
     void stop();
+    /// Ends the grace of stop(). May be called from another thread, at any time.
+    void hurry() { m_services.streams.interrupt(); }
 
 private:
     void registerRoutes();
@@ -62,6 +67,7 @@ private:
     TeamRoutes m_team;
     Router m_router;
     HttpServer m_http;
+    std::unique_ptr<ChangeFeed> m_changes;
     int m_port = 0;
     bool m_isStopped = false;
     std::promise<void> m_stopped;

@@ -101,11 +101,15 @@ void HttpConnection::start()
 
 void HttpConnection::beginStop()
 {
-    m_isStopping = true;
     m_closesAfterReply = true;
     if (m_phase == Phase::Idle)
         close();
-    else if (m_stream)
+}
+
+void HttpConnection::endStream()
+{
+    m_endsStreams = true;
+    if (m_stream)
         m_stream->serverStops();
 }
 
@@ -359,8 +363,8 @@ void HttpConnection::onHandled(Response response)
         awaitBytes();
     const auto stream = m_stream;
     stream->start(*this, m_loop);
-    // A stop that came while the handler ran has not reached the stream.
-    if (m_stream && m_isStopping)
+    // An end that came while the handler ran has not reached the stream.
+    if (m_stream && m_endsStreams)
         stream->serverStops();
 }
 

@@ -31,8 +31,10 @@ public:
     HttpConnection &operator=(const HttpConnection &) = delete;
 
     void start();
-    /// Closes the connection when it is idle, ends its stream, or closes it after its reply.
+    /// Closes the connection when it is idle, else after the reply or stream that it is busy with.
     void beginStop();
+    /// Tells its stream to end, or the one that the running handler attaches.
+    void endStream();
     void close();
 
 private:
@@ -94,7 +96,7 @@ private:
     bool m_isHttp10 = false;
     bool m_closesAfterReply = false;
     bool m_lingersAfterReply = false;
-    bool m_isStopping = false;
+    bool m_endsStreams = false;
     bool m_isEnded = false;
     bool m_wasFull = false;
     std::size_t m_requests = 0;

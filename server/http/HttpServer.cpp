@@ -69,6 +69,11 @@ public:
         forEach([](HttpConnection &connection) { connection.beginStop(); });
     }
 
+    void endStreams()
+    {
+        forEach([](HttpConnection &connection) { connection.endStream(); });
+    }
+
     void closeAll()
     {
         forEach([](HttpConnection &connection) { connection.close(); });
@@ -194,6 +199,11 @@ tl::expected<int, std::string> HttpServer::listen(const std::string &host, int p
 void HttpServer::beginStop()
 {
     m_listener->beginStop();
+}
+
+void HttpServer::endStreams()
+{
+    m_listener->endStreams();
 }
 
 void HttpServer::closeAll()

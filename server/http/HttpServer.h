@@ -57,9 +57,11 @@ public:
 
     /// Starts listening and serving; port 0 picks a free one. Returns the port, or why it failed.
     tl::expected<int, std::string> listen(const std::string &host, int port);
-    /// Stops accepting, closes idle connections and tells running streams to end. Connections
-    /// close after the reply that they are busy with.
+    /// Stops accepting and closes idle connections. Others close after the reply or stream that
+    /// they are busy with.
     void beginStop();
+    /// Tells running streams to end, after beginStop().
+    void endStreams();
     /// Closes all connections. The loops must still run.
     void closeAll();
 

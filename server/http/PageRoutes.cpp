@@ -92,7 +92,7 @@ void PageRoutes::loginSubmit(const Request &request, Response &response)
         redirectWithToken(m_services, response, *account);
         return;
     }
-    if (const auto wait = m_services.authRate->acquire(request.peerAddress)) {
+    if (const auto wait = m_services.throttle(request)) {
         showLogin(request, response, 429, "Too many attempts. Please wait a minute.");
         return;
     }

@@ -55,46 +55,68 @@ ParsedQuery parsedQuery(const std::string &body)
 
 } // namespace
 
-bool QueryRoutes::admitted(const Request &request, Response &response, const Account &account) const
+std::optional<std::int64_t> QueryRoutes::admitted(const Request &request, Response &response,
+                                                  const Account &account) const
 {
     const std::string version = request.header("X-App-Version");
     if (!version.empty() &&
         compareVersions(version, m_services.config.service.minimumAppVersion) < 0) {
         replyError(response, 426, "this version of the app is no longer accepted");
-        return false;
+        return std::nullopt;
     }
     const UsageFigures figures = m_services.usage.figures(account);
     if (UsageLedger::spent(account, figures.used)) {
         Log::event("[QueryRoutes] Query refused: allowance of account " +
                    std::to_string(account.id) + " is spent");
         replySpent(response, figures.remaining);
-        return false;
+        return std::nullopt;
     }
     if (const auto wait = m_services.queryRate->acquire(std::to_string(account.id))) {
         Log::event("[QueryRoutes] Query refused: account " + std::to_string(account.id) +
                    " asks too often");
         replyRateLimited(response, *wait);
-        return false;
+        return std::nullopt;
     }
-    return true;
+    return figures.used;
+}
+
+void QueryRoutes::replyRefused(Response &response, const Account &account, std::int64_t used,
+                               AnswerRefusal refusal)
+{
+    const std::string name = "account " + std::to_string(account.id);
+    switch (refusal) {
+    case AnswerRefusal::NoAccount:
+        replyError(response, 403, "the account is suspended");
+        return;
+    case AnswerRefusal::Spent:
+        Log::event("[QueryRoutes] Query refused: too long for what is left to " + name);
+        replySpent(response, UsageLedger::figures(account, used).remaining);
+        return;
+    case AnswerRefusal::Busy:
+        Log::event("[QueryRoutes] Query refused: " + name + " has too many running answers");
+        replyRateLimited(response, busyWait);
+    }
 }
 
 void QueryRoutes::query(const Request &request, Response &response) const
 {
     if (!m_guard.jsonBody(request, response))
         return;
-    const auto account = m_guard.account(request, response);
-    if (!account)
+    const auto changesBefore = m_services.streams.changes();
+    const auto caller = m_guard.caller(request, response);
+    if (!caller)
         return;
+    const Account &account = caller->account;
     ParsedQuery query = parsedQuery(request.body);
     if (!query.error.empty()) {
         replyError(response, 400, query.error);
         return;
     }
-    if (!admitted(request, response, *account))
+    const auto used = admitted(request, response, account);
+    if (!used)
         return;
-    StreamSlots::Slot slot = m_services.streams.acquire(account->id);
-    if (!slot) {
+    auto place = m_services.streams.acquire();
+    if (!place) {
         replyRateLimited(response, busyWait);
         return;
     }
@@ -109,12 +131,46 @@ void QueryRoutes::query(const Request &request, Response &response) const
     question.jpeg = std::move(query.jpeg);
     if (catalog->lacksModel() && m_guard.isOwner(request))
         question.connectPage = "http://" + request.header("Host") + "/account";
-    Log::event("[QueryRoutes] Query from account " + std::to_string(account->id) + " to model \"" +
-               model.id + "\", picture: " + (question.jpeg.empty() ? "no" : "yes"));
+    const bool hasPicture = !question.jpeg.empty();
     const std::size_t promptBytes = question.prompt.size();
-    response.stream = std::make_shared<QueryStream>(
-        m_services, AnswerAccounting(m_services, *account, model.id, promptBytes),
-        model.usedFallback, model.answer(std::move(question)), std::move(slot), request.id);
+    AnswerStart answer = model.answer(std::move(question));
+    auto accounting = AnswerAccounting::begin(m_services, account, model.id, promptBytes, *used);
+    if (!accounting) {
+        replyRefused(response, account, *used, accounting.error());
+        return;
+    }
+    Log::event("[QueryRoutes] Query from account " + std::to_string(account.id) + " to model \"" +
+               model.id + "\", picture: " + (hasPicture ? "yes" : "no"));
+    const auto stream =
+        std::make_shared<QueryStream>(m_services, *std::move(accounting), model.usedFallback,
+                                      std::move(answer), place, request.id);
+    response.stream = stream;
+    m_services.streams.add(place, {account.id, caller->sessionId, QueryStream::revoker(stream)});
+    // A change that was told before the stream could be found was looked for in vain.
+    if (m_services.streams.changes() != changesBefore)
+        revoke(account.id);
+}
+
+void QueryRoutes::accountChanged(std::int64_t accountId) const
+{
+    m_services.streams.countChange();
+    revoke(accountId);
+}
+
+void QueryRoutes::revoke(std::int64_t accountId) const
+{
+    const auto streams = m_services.streams.ofAccount(accountId);
+    if (streams.empty())
+        return;
+    const auto account = m_services.accounts.find(accountId);
+    for (const RunningStreams::Stream &stream : streams) {
+        if (!account)
+            stream.revoke(Revocation::Deleted);
+        else if (account->suspended)
+            stream.revoke(Revocation::Suspended);
+        else if (!m_services.sessions.exists(stream.sessionId))
+            stream.revoke(Revocation::SignedOut);
+    }
 }
 
 } // namespace quellora::server

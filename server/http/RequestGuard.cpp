@@ -83,7 +83,7 @@ std::optional<std::string> RequestGuard::bearerToken(const Request &request)
     return token;
 }
 
-std::optional<Account> RequestGuard::account(const Request &request, Response &response) const
+std::optional<Caller> RequestGuard::caller(const Request &request, Response &response) const
 {
     const auto token = bearerToken(request);
     const auto session = token ? m_services.sessions.find(*token) : std::nullopt;
@@ -97,7 +97,7 @@ std::optional<Account> RequestGuard::account(const Request &request, Response &r
         replyError(response, 403, "the account is suspended");
         return std::nullopt;
     }
-    return account;
+    return Caller{*account, session->id};
 }
 
 } // namespace quellora::server

@@ -7,6 +7,13 @@
 
 namespace quellora::server {
 
+/// Who sends a request.
+struct Caller
+{
+    Account account;
+    std::string sessionId;
+};
+
 /// Checks that run before the handlers. A failing check writes the error reply.
 class RequestGuard
 {
@@ -23,8 +30,8 @@ public:
     bool isOwner(const Request &request) const;
     /// The body is declared as JSON, which other origins cannot send without a preflight request.
     bool jsonBody(const Request &request, Response &response) const;
-    /// The account of the bearer token: 401 without a valid session, 403 when suspended.
-    std::optional<Account> account(const Request &request, Response &response) const;
+    /// Whose bearer token it is: 401 without a valid session, 403 when suspended.
+    std::optional<Caller> caller(const Request &request, Response &response) const;
     /// The bearer token, or nothing.
     static std::optional<std::string> bearerToken(const Request &request);
 

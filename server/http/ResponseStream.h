@@ -38,7 +38,7 @@ public:
     virtual void drained() = 0;
     /// The client has closed the connection or stopped reading.
     virtual void clientGone() = 0;
-    /// The server shuts down: the stream ends now.
+    /// The server shuts down and waits no longer: the stream ends now.
     virtual void serverStops() = 0;
 };
 

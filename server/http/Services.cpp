@@ -1,5 +1,7 @@
 #include "http/Services.h"
 
+#include "base/Text.h"
+
 #include <algorithm>
 #include <thread>
 
@@ -11,8 +13,9 @@ constexpr int uploadsPerMinute = 120;
 
 /// How many requests may wait for each worker.
 constexpr std::size_t queuePerWorker = 32;
-/// As many as the hasher lets run at a time.
+/// As many as the hasher lets run at a time, and about ten seconds of sign-ins that wait.
 constexpr std::size_t passwordThreads = 2;
+constexpr std::size_t passwordQueue = 128;
 constexpr std::size_t answerThreads = 4;
 
 } // namespace
@@ -24,7 +27,7 @@ Services::Services(Config configuration, Database &store, const PasswordHasher &
     , clock(wallClock)
     , loops(std::max(1U, std::thread::hardware_concurrency()))
     , workers(config.server.threads, config.server.threads * queuePerWorker)
-    , passwordWorkers(passwordThreads, passwordThreads * queuePerWorker)
+    , passwordWorkers(passwordThreads, passwordQueue)
     , answerWorkers(answerThreads, answerThreads * queuePerWorker)
     , accounts(database, hasher, wallClock)
     , sessions(database, wallClock, config.security.sessionLifetime,
@@ -44,7 +47,17 @@ Services::Services(Config configuration, Database &store, const PasswordHasher &
     , authRate(makeRateLimiter(database, wallClock, "sign-in", config.limits.authRequestsPerMinute,
                                seconds(60)))
     , uploadRate(makeRateLimiter(database, wallClock, "upload", uploadsPerMinute, seconds(60)))
-    , streams(config.limits.concurrentQueries, config.limits.runningAnswers)
+    , streams(static_cast<std::size_t>(config.limits.runningAnswers))
 {}
+
+std::optional<seconds> Services::throttle(const Request &request) const
+{
+    std::vector<std::string> forwarded;
+    for (const auto &[name, value] : request.headers) {
+        if (lowered(name) == "x-forwarded-for")
+            forwarded.push_back(value);
+    }
+    return authRate->acquire(config.server.trustedProxies.clientOf(request.peerAddress, forwarded));
+}
 
 } // namespace quellora::server

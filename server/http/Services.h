@@ -6,7 +6,7 @@
 #include "base/WorkerPool.h"
 #include "config/Config.h"
 #include "http/Message.h"
-#include "http/StreamSlots.h"
+#include "http/RunningStreams.h"
 #include "model/EventLoop.h"
 #include "model/ModelCatalog.h"
 #include "store/Accounts.h"
@@ -58,9 +58,12 @@ struct Services
     std::unique_ptr<RateLimiter> loginFailures;
     std::unique_ptr<RateLimiter> authRate;
     std::unique_ptr<RateLimiter> uploadRate;
-    StreamSlots streams;
-    /// Requested at shutdown; running answers end.
+    RunningStreams streams;
+    /// Requested at shutdown.
     StopSource stopping;
+
+    /// Counts an attempt to sign in from the client's address; the wait when there were too many.
+    std::optional<std::chrono::seconds> throttle(const Request &request) const;
 };
 
 } // namespace quellora::server

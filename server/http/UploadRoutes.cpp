@@ -53,14 +53,14 @@ bool fits(const nlohmann::json &value, FieldType type)
 
 std::optional<Account> UploadRoutes::admitted(const Request &request, Response &response) const
 {
-    auto account = m_guard.account(request, response);
-    if (!account)
+    const auto caller = m_guard.caller(request, response);
+    if (!caller)
         return std::nullopt;
-    if (const auto wait = m_services.uploadRate->acquire(std::to_string(account->id))) {
+    if (const auto wait = m_services.uploadRate->acquire(std::to_string(caller->account.id))) {
         replyRateLimited(response, *wait);
         return std::nullopt;
     }
-    return account;
+    return caller->account;
 }
 
 void UploadRoutes::telemetry(const Request &request, Response &response) const

@@ -42,7 +42,7 @@ void OidcRoutes::begin(const Request &request, Response &response)
         refuse(response, 400, "Signing in starts in the app.");
         return;
     }
-    if (m_services.authRate->acquire(request.peerAddress)) {
+    if (m_services.throttle(request)) {
         refuse(response, 429, "Too many attempts. Please wait a minute.");
         return;
     }

@@ -1,6 +1,7 @@
 #include "store/Accounts.h"
 
 #include "store/Changes.h"
+#include "store/RateLimiter.h"
 
 namespace quellora::server {
 namespace {
@@ -164,6 +165,9 @@ bool Accounts::remove(const std::string &email)
 {
     return changed(email, [&](std::int64_t id) {
         m_database.execute("DELETE FROM accounts WHERE id = ?", {id});
+        // A fingerprint of an address can be compared with that of a guessed one.
+        for (const std::string &key : {email, std::to_string(id)})
+            forgetRates(m_database, key);
     });
 }
 

@@ -90,34 +90,39 @@ tl::expected<AdmittedAnswer, AnswerRefusal> AnswerLedger::begin(std::int64_t acc
 {
     const auto now = m_clock.now();
     const std::string period = billingPeriod(now);
+    const std::string id = randomUuid();
     tl::expected<AdmittedAnswer, AnswerRefusal> result;
-    m_database.transaction(
-        [&] {
-            m_database.lockKey(lockOf(accountId));
-            expire(accountId);
-            const Room room = this->room(accountId, period, "");
-            result = tl::make_unexpected(AnswerRefusal::Spent);
-            if (!room.hasAccount)
-                result = tl::make_unexpected(AnswerRefusal::NoAccount);
-            else if (!room.isSpent &&
-                     (room.running >= m_concurrent ||
-                      (room.left <= estimate && room.left + room.others > estimate)))
-                result = tl::make_unexpected(AnswerRefusal::Busy);
-            if (!room.hasAccount || room.isSpent || room.running >= m_concurrent ||
-                room.left <= estimate)
-                return;
-            const AdmittedAnswer answer{randomUuid(),
-                                        std::min(std::max(wanted, estimate + 1), room.left)};
-            m_database.execute(
-                "INSERT INTO answers(id, account_id, model, instance, state, period, day,"
-                " started_at, expires_at, estimate, reserved)"
-                " VALUES(?, ?, ?, ?, 'running', ?, ?, ?, ?, ?, ?)",
-                {answer.id, accountId, model, m_instance, period, isoDay(now), toSeconds(now),
-                 leaseEnd(), estimate, answer.reserved});
-            result = answer;
-        },
+    const auto admit = [&] {
+        m_database.lockKey(lockOf(accountId));
+        expire(accountId);
+        const Room room = this->room(accountId, period, "");
+        result = tl::make_unexpected(AnswerRefusal::Spent);
+        if (!room.hasAccount)
+            result = tl::make_unexpected(AnswerRefusal::NoAccount);
+        else if (!room.isSpent && (room.running >= m_concurrent ||
+                                   (room.left <= estimate && room.left + room.others > estimate)))
+            result = tl::make_unexpected(AnswerRefusal::Busy);
+        if (!room.hasAccount || room.isSpent || room.running >= m_concurrent ||
+            room.left <= estimate)
+            return;
+        const AdmittedAnswer answer{id, std::min(std::max(wanted, estimate + 1), room.left)};
+        m_database.execute(
+            "INSERT INTO answers(id, account_id, model, instance, state, period, day,"
+            " started_at, expires_at, estimate, reserved)"
+            " VALUES(?, ?, ?, ?, 'running', ?, ?, ?, ?, ?, ?)",
+            {id, accountId, model, m_instance, period, isoDay(now), toSeconds(now), leaseEnd(),
+             estimate, answer.reserved});
+        result = answer;
+    };
+    try {
         // What a power failure takes away here ends with it.
-        Database::Work::Relaxed);
+        m_database.transaction(admit, Database::Work::Relaxed);
+    } catch (const DatabaseError &problem) {
+        // The store may have it, and this instance would renew its lease.
+        if (problem.kind() == DatabaseError::Kind::Uncertain)
+            endLater({id, {}, 0});
+        throw;
+    }
     return result;
 }
 
@@ -135,59 +140,80 @@ std::optional<AnswerLedger::Entry> AnswerLedger::find(const std::string &id)
     return entry;
 }
 
-std::optional<std::int64_t> AnswerLedger::extend(const std::string &id, std::int64_t needed,
-                                                 std::int64_t wanted)
+tl::expected<std::int64_t, AnswerRefusal>
+AnswerLedger::extend(const std::string &id, std::int64_t needed, std::int64_t wanted)
 {
-    std::optional<std::int64_t> reserved;
+    tl::expected<std::int64_t, AnswerRefusal> result;
     m_database.transaction(
         [&] {
-            reserved.reset();
+            result = tl::make_unexpected(AnswerRefusal::NoAccount);
             const auto known = find(id);
             if (!known)
                 return;
             m_database.lockKey(lockOf(known->accountId));
-            const auto entry = find(id);
-            if (!entry || entry->state != "running")
+            auto entry = find(id);
+            if (!entry || entry->state == "settled")
                 return;
+            if (entry->state == "expired")
+                reopen(id, *entry);
             const Room room = this->room(entry->accountId, entry->period, id);
-            if (!room.hasAccount || room.left < needed)
+            if (!room.hasAccount)
                 return;
-            reserved = std::max(entry->reserved, std::min(std::max(wanted, needed), room.left));
+            result = tl::make_unexpected(AnswerRefusal::Spent);
+            if (room.left < needed)
+                return;
+            result = std::max(entry->reserved, std::min(std::max(wanted, needed), room.left));
             m_database.execute("UPDATE answers SET reserved = ?, expires_at = ? WHERE id = ?",
-                               {*reserved, leaseEnd(), id});
+                               {*result, leaseEnd(), id});
         },
-        Database::Work::Relaxed);
-    return reserved;
+        Database::Work::RelaxedRepeatable);
+    return result;
 }
 
-bool AnswerLedger::close(const std::string &id, TokenCount tokens, const char *state, int queries)
+void AnswerLedger::takeBack(const Entry &entry)
 {
-    const auto known = find(id);
+    const TokenCount less{-entry.counted.input, -entry.counted.output};
+    m_usage.count(entry.accountId, entry.period, entry.day, entry.model, less, -1);
+}
+
+void AnswerLedger::reopen(const std::string &id, Entry &entry)
+{
+    takeBack(entry);
+    entry.state = "running";
+    entry.reserved = entry.counted.total();
+    entry.counted = {};
+    m_database.execute("UPDATE answers SET state = 'running', reserved = ?, expires_at = ?,"
+                       " input_tokens = 0, output_tokens = 0 WHERE id = ?",
+                       {entry.reserved, leaseEnd(), id});
+}
+
+bool AnswerLedger::close(const Ended &ended, const char *state)
+{
+    const auto known = find(ended.id);
     if (!known || known->state == "settled")
         return false;
     m_database.lockKey(lockOf(known->accountId));
-    const auto entry = find(id);
+    auto entry = find(ended.id);
     if (!entry || entry->state == "settled" || entry->state == state)
         return false;
     // An expired answer was counted with what was reserved for it.
-    const bool wasCounted = entry->state == "expired";
-    const TokenCount more{tokens.input - entry->counted.input,
-                          tokens.output - entry->counted.output};
-    m_database.execute(
-        "UPDATE answers SET state = ?, expires_at = ?, reserved = 0,"
-        " input_tokens = ?, output_tokens = ? WHERE id = ?",
-        {std::string(state), toSeconds(m_clock.now()), tokens.input, tokens.output, id});
-    m_usage.count(entry->accountId, entry->period, entry->day, entry->model, more,
-                  queries - (wasCounted ? 1 : 0));
+    if (entry->state == "expired")
+        takeBack(*entry);
+    const std::string &model = ended.model.empty() ? entry->model : ended.model;
+    const TokenCount &tokens = ended.tokens;
+    m_database.execute("UPDATE answers SET state = ?, expires_at = ?, reserved = 0,"
+                       " input_tokens = ?, output_tokens = ?, model = ? WHERE id = ?",
+                       {std::string(state), toSeconds(m_clock.now()), tokens.input, tokens.output,
+                        model, ended.id});
+    m_usage.count(entry->accountId, entry->period, entry->day, model, tokens, ended.queries);
     return true;
 }
 
 bool AnswerLedger::end(const Ended &ended)
 {
     bool isCounted = false;
-    m_database.transaction(
-        [&] { isCounted = close(ended.id, ended.tokens, "settled", ended.queries); },
-        Database::Work::Repeatable);
+    m_database.transaction([&] { isCounted = close(ended, "settled"); },
+                           Database::Work::RelaxedRepeatable);
     return isCounted;
 }
 
@@ -198,10 +224,15 @@ bool AnswerLedger::endAtLast(const Ended &ended)
     } catch (const DatabaseError &problem) {
         Log::event(std::string("[AnswerLedger] WARNING: An answer is counted later: ") +
                    problem.what());
-        const std::lock_guard lock(m_mutex);
-        m_unsettled.push_back(ended);
+        endLater(ended);
         return false;
     }
+}
+
+void AnswerLedger::endLater(const Ended &ended)
+{
+    const std::lock_guard lock(m_mutex);
+    m_unsettled.push_back(ended);
 }
 
 bool AnswerLedger::settle(const std::string &id, TokenCount tokens)
@@ -209,9 +240,9 @@ bool AnswerLedger::settle(const std::string &id, TokenCount tokens)
     return end({id, tokens, 1});
 }
 
-bool AnswerLedger::settleAtLast(const std::string &id, TokenCount tokens)
+bool AnswerLedger::settleAtLast(const std::string &id, TokenCount tokens, const std::string &model)
 {
-    return endAtLast({id, tokens, 1});
+    return endAtLast({id, tokens, 1, model});
 }
 
 void AnswerLedger::release(const std::string &id)
@@ -221,15 +252,24 @@ void AnswerLedger::release(const std::string &id)
 
 void AnswerLedger::renew()
 {
+    m_database.execute("UPDATE answers SET expires_at = ? WHERE instance = ? AND state = 'running'",
+                       {leaseEnd(), m_instance});
     std::vector<Ended> unsettled;
     {
         const std::lock_guard lock(m_mutex);
         unsettled.swap(m_unsettled);
     }
-    for (const Ended &ended : unsettled)
-        endAtLast(ended);
-    m_database.execute("UPDATE answers SET expires_at = ? WHERE instance = ? AND state = 'running'",
-                       {leaseEnd(), m_instance});
+    for (std::size_t i = 0; i < unsettled.size(); ++i) {
+        try {
+            end(unsettled[i]);
+        } catch (const DatabaseError &) {
+            const std::lock_guard lock(m_mutex);
+            // Behind the others, lest it always keeps them waiting.
+            m_unsettled.insert(m_unsettled.end(), unsettled.begin() + i + 1, unsettled.end());
+            m_unsettled.push_back(unsettled[i]);
+            throw;
+        }
+    }
 }
 
 int AnswerLedger::expire(std::int64_t accountId)
@@ -254,7 +294,7 @@ int AnswerLedger::expire(std::int64_t accountId)
                 {id, toSeconds(m_clock.now())}, [&](const Database::Row &row) {
                     reserved = TokenCount{row.integer(0), row.integer(1) - row.integer(0)};
                 });
-            if (reserved && close(id, *reserved, "expired", 1))
+            if (reserved && close({id, *reserved, 1}, "expired"))
                 ++ended;
         });
     }

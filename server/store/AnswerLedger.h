@@ -54,21 +54,22 @@ public:
     tl::expected<AdmittedAnswer, AnswerRefusal> begin(std::int64_t accountId,
                                                       const std::string &model,
                                                       std::int64_t estimate, std::int64_t wanted);
-    /// Raises the reservation of a running answer up to @p wanted and returns it; nothing when less
-    /// than @p needed is left, or when the answer is no longer running.
-    std::optional<std::int64_t> extend(const std::string &id, std::int64_t needed,
-                                       std::int64_t wanted);
+    /// Raises the reservation of a running answer up to @p wanted and returns it: Spent when less
+    /// than @p needed is left, NoAccount also when the answer has been settled. One whose lease
+    /// expired though it still runs gets a new lease.
+    tl::expected<std::int64_t, AnswerRefusal> extend(const std::string &id, std::int64_t needed,
+                                                     std::int64_t wanted);
     /// Counts the answer, and ends its reservation. Returns whether it was counted now; doing it
     /// again changes nothing.
     bool settle(const std::string &id, TokenCount tokens);
     /// Like settle(), but a store that cannot be reached is tried again by each renew(). Returns
-    /// whether it was counted now.
-    bool settleAtLast(const std::string &id, TokenCount tokens);
+    /// whether it was counted now. @p model has answered; empty: the one of begin().
+    bool settleAtLast(const std::string &id, TokenCount tokens, const std::string &model = "");
     /// Ends the reservation of an answer that failed before it cost anything; tried again like
     /// settleAtLast().
     void release(const std::string &id);
     /// Settles what could not be settled before, and renews the leases of this instance's running
-    /// answers.
+    /// answers. What fails is tried again by the next call.
     void renew();
     /// Settles the answers whose leases have expired, of one account when given. Returns their
     /// number.
@@ -85,16 +86,22 @@ private:
     /// than @p except; nothing without a cap.
     struct Room;
     Room room(std::int64_t accountId, const std::string &period, const std::string &except);
-    bool close(const std::string &id, TokenCount tokens, const char *state, int queries);
+    /// Takes back that an expired answer was counted.
+    void takeBack(const Entry &entry);
+    /// Takes it back and lets it run with what it was counted for.
+    void reopen(const std::string &id, Entry &entry);
     /// An ended answer that the store does not know of yet.
     struct Ended
     {
         std::string id;
         TokenCount tokens;
         int queries = 1;
+        std::string model = {};
     };
+    bool close(const Ended &ended, const char *state);
     bool end(const Ended &ended);
     bool endAtLast(const Ended &ended);
+    void endLater(const Ended &ended);
     std::int64_t leaseEnd() const;
 
     Database &m_database;

@@ -25,6 +25,16 @@ struct AuditEntry
     bool operator==(const AuditEntry &) const = default;
 };
 
+/// Which entries are wanted; what is empty or 0 does not restrict them.
+struct AuditFilter
+{
+    /// Those about or by this person, or by "command line".
+    std::string person;
+    std::string action;
+    /// Those older than this entry.
+    std::int64_t before = 0;
+};
+
 /// A trail that only grows: the store itself refuses to change or remove entries. People are in it
 /// by their `person` alone, so that it names nobody whose account was deleted; an entry's detail
 /// must not name them either. Thread-safe; may be used inside a transaction.
@@ -35,9 +45,10 @@ public:
 
     void add(const std::string &actor, const std::string &action, const std::string &subject,
              const std::string &detail = "");
-    /// Up to @p most entries, newest first; those before entry @p before when it is not 0, and
-    /// those about or by @p person when it is not empty.
-    std::vector<AuditEntry> list(int most, std::int64_t before = 0, const std::string &person = "");
+    /// Up to @p most entries that @p filter lets through, newest first.
+    std::vector<AuditEntry> list(int most, const AuditFilter &filter = {});
+    /// The actions that occur in the trail, in alphabetical order.
+    std::vector<std::string> actions();
 
 private:
     Database &m_database;

@@ -104,16 +104,20 @@ void ChangeFeed::run()
 void ChangeFeed::look(bool isFirst)
 {
     std::set<std::int64_t> recent;
-    std::vector<std::string> fresh;
+    std::vector<std::pair<std::int64_t, std::string>> fresh;
     m_database.query("SELECT id, topic FROM changes WHERE at >= ? ORDER BY id",
                      {toSeconds(m_clock.now() - window)}, [&](const Database::Row &row) {
-                         recent.insert(row.integer(0));
-                         if (!isFirst && m_seen.count(row.integer(0)) == 0)
-                             fresh.push_back(row.text(1));
+                         if (isFirst || m_seen.count(row.integer(0)) != 0)
+                             recent.insert(row.integer(0));
+                         else
+                             fresh.emplace_back(row.integer(0), row.text(1));
                      });
     m_seen = std::move(recent);
-    for (const std::string &topic : fresh)
+    // What fails is told again by the next look.
+    for (const auto &[id, topic] : fresh) {
         m_onChange(topic);
+        m_seen.insert(id);
+    }
 }
 
 } // namespace quellora::server

@@ -21,7 +21,8 @@ public:
     using OnChange = std::function<void(const std::string &topic)>;
     static constexpr std::chrono::milliseconds pause{500};
 
-    /// Calls @p onChange on a thread of its own for each change after now, until destroyed.
+    /// Calls @p onChange on a thread of its own for each change after now, until destroyed. It may
+    /// throw DatabaseError and is called again then.
     ChangeFeed(Database &database, const Clock &clock, PostgresSettings postgres,
                OnChange onChange);
     ~ChangeFeed();

@@ -1,12 +1,9 @@
 #include "store/Database.h"
 
+#include "base/Text.h"
+
 namespace quellora::server {
 namespace {
-
-bool isContinuation(unsigned char byte)
-{
-    return (byte & 0xC0U) == 0x80U;
-}
 
 /// Length of the UTF-8 sequence at @p at, or 0 when there is none.
 std::size_t sequenceLength(const std::string &text, std::size_t at)
@@ -19,7 +16,7 @@ std::size_t sequenceLength(const std::string &text, std::size_t at)
         return 1;
     const std::size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
     for (std::size_t i = 1; i < length; ++i) {
-        if (!isContinuation(static_cast<unsigned char>(byte(at + i))))
+        if (!isContinuationByte(static_cast<char>(byte(at + i))))
             return 0;
     }
     const unsigned next = byte(at + 1);

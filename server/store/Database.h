@@ -88,6 +88,8 @@ public:
         /// Like Once; after a power failure of this machine a SQLite file may lack it, unless
         /// flush() came between.
         Relaxed,
+        /// Like Repeatable, and may be lacking like Relaxed.
+        RelaxedRepeatable,
     };
 
     virtual ~Database() = default;

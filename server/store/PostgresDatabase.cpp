@@ -222,7 +222,8 @@ void PostgresDatabase::unit(const std::string &begin, const std::function<void()
     repeated(attempt, [&](const DatabaseError &problem) {
         if (problem.kind() == Kind::Failed)
             return false;
-        return kind == Work::Repeatable || !isCommitting || problem.kind() == Kind::Unavailable;
+        return kind == Work::Repeatable || kind == Work::RelaxedRepeatable || !isCommitting ||
+               problem.kind() == Kind::Unavailable;
     });
 }
 

@@ -137,6 +137,11 @@ void StoredRateLimiter::insert(const std::string &name)
         Database::Work::Relaxed);
 }
 
+void forgetRates(Database &database, const std::string &key)
+{
+    database.execute("DELETE FROM rate_events WHERE name = ?", {tokenFingerprint(key)});
+}
+
 std::unique_ptr<RateLimiter> makeRateLimiter(Database &database, const Clock &clock,
                                              const std::string &scope, int limit,
                                              std::chrono::seconds window)

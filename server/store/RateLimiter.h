@@ -80,6 +80,9 @@ private:
     std::chrono::milliseconds m_window;
 };
 
+/// Removes the events of a key from all limiters of the store.
+void forgetRates(Database &database, const std::string &key);
+
 /// The limiter that suits @p database.
 std::unique_ptr<RateLimiter> makeRateLimiter(Database &database, const Clock &clock,
                                              const std::string &scope, int limit,

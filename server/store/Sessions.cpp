@@ -1,6 +1,7 @@
 #include "store/Sessions.h"
 
 #include "base/Secrets.h"
+#include "store/Changes.h"
 
 namespace quellora::server {
 
@@ -49,6 +50,14 @@ std::optional<Session> Sessions::find(const std::string &token)
     return session;
 }
 
+bool Sessions::exists(const std::string &id)
+{
+    bool isThere = false;
+    m_database.query("SELECT 1 FROM sessions WHERE id = ?", {id},
+                     [&](const Database::Row &) { isThere = true; });
+    return isThere;
+}
+
 std::optional<std::int64_t> Sessions::redeem(const std::string &token)
 {
     std::optional<std::int64_t> account;
@@ -61,7 +70,12 @@ std::optional<std::int64_t> Sessions::redeem(const std::string &token)
 
 int Sessions::revokeAll(std::int64_t accountId)
 {
-    return m_database.execute("DELETE FROM sessions WHERE account_id = ?", {accountId});
+    int ended = 0;
+    m_database.transaction([&] {
+        ended = m_database.execute("DELETE FROM sessions WHERE account_id = ?", {accountId});
+        publishChange(m_database, m_clock, topics::account(accountId));
+    });
+    return ended;
 }
 
 void Sessions::purgeExpired()

@@ -37,9 +37,11 @@ public:
     IssuedSession issueHandover(std::int64_t accountId);
     /// The session of @p token, or nothing when unknown or expired.
     std::optional<Session> find(const std::string &token);
+    /// Whether the session was not ended.
+    bool exists(const std::string &id);
     /// Invalidates a handover token and returns its account.
     std::optional<std::int64_t> redeem(const std::string &token);
-    /// Ends all sessions of an account and returns their number.
+    /// Ends all sessions of an account and returns their number. All instances learn of it.
     int revokeAll(std::int64_t accountId);
 
 private:

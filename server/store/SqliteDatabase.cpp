@@ -15,6 +15,8 @@ namespace quellora::server {
 namespace {
 
 constexpr int busyMilliseconds = 5000;
+/// More statements than the program has.
+constexpr std::size_t mostKept = 256;
 
 const Dialect sqliteDialect{
     "INTEGER PRIMARY KEY",
@@ -28,6 +30,12 @@ const Dialect sqliteDialect{
     "SELECT name FROM sqlite_master WHERE type = 'table' AND name NOT LIKE 'sqlite_%'"
     " ORDER BY rowid",
     "SELECT name, type FROM pragma_table_info(?) ORDER BY cid"};
+
+DatabaseError::Kind kindOf(int code)
+{
+    return code == SQLITE_BUSY || code == SQLITE_LOCKED ? DatabaseError::Kind::Unavailable
+                                                        : DatabaseError::Kind::Failed;
+}
 
 /// Creates the file with mode 0600; the library would create it with the default mode.
 void prepareFile(const std::filesystem::path &file)
@@ -46,72 +54,6 @@ void prepareFile(const std::filesystem::path &file)
     ::fchmod(descriptor, S_IRUSR | S_IWUSR);
     ::close(descriptor);
 }
-
-/// One prepared statement, finalised at the end of its scope.
-class Statement
-{
-public:
-    Statement(sqlite3 *connection, const std::string &sql,
-              const std::vector<Database::Value> &values)
-        : m_connection(connection)
-    {
-        check(sqlite3_prepare_v2(connection, sql.c_str(), -1, &m_statement, nullptr));
-        int index = 1;
-        for (const Database::Value &value : values)
-            check(bind(index++, value));
-    }
-    ~Statement() { sqlite3_finalize(m_statement); }
-    Statement(const Statement &) = delete;
-    Statement &operator=(const Statement &) = delete;
-
-    bool step()
-    {
-        const int code = sqlite3_step(m_statement);
-        if (code == SQLITE_ROW)
-            return true;
-        check(code);
-        return false;
-    }
-    sqlite3_stmt *handle() const { return m_statement; }
-
-private:
-    int bind(int index, const Database::Value &value)
-    {
-        if (const auto *number = std::get_if<std::int64_t>(&value))
-            return sqlite3_bind_int64(m_statement, index, *number);
-        if (const auto *text = std::get_if<std::string>(&value)) {
-            if (!isStorableText(*text))
-                fail("a text is not valid UTF-8");
-            return sqlite3_bind_text64(m_statement, index, text->data(), text->size(),
-                                       SQLITE_STATIC, SQLITE_UTF8);
-        }
-        if (const auto *bytes = std::get_if<Database::Bytes>(&value))
-            return sqlite3_bind_blob64(m_statement, index, bytes->bytes.data(), bytes->bytes.size(),
-                                       SQLITE_STATIC);
-        return sqlite3_bind_null(m_statement, index);
-    }
-
-    void check(int code)
-    {
-        if (code == SQLITE_OK || code == SQLITE_DONE)
-            return;
-        const auto kind = code == SQLITE_BUSY || code == SQLITE_LOCKED
-                              ? DatabaseError::Kind::Unavailable
-                              : DatabaseError::Kind::Failed;
-        fail(sqlite3_errmsg(m_connection), kind);
-    }
-
-    [[noreturn]] void fail(const std::string &reason,
-                           DatabaseError::Kind kind = DatabaseError::Kind::Failed)
-    {
-        sqlite3_finalize(m_statement);
-        m_statement = nullptr;
-        throw DatabaseError(reason, kind);
-    }
-
-    sqlite3 *m_connection;
-    sqlite3_stmt *m_statement = nullptr;
-};
 
 class SqliteRow : public Database::Row
 {
@@ -141,6 +83,72 @@ private:
 
 } // namespace
 
+/// One use of a prepared statement, which is kept for the next one unless it fails.
+class SqliteDatabase::Statement
+{
+public:
+    Statement(SqliteDatabase &database, const std::string &sql, const std::vector<Value> &values)
+        : m_database(database), m_sql(sql), m_statement(database.take(sql))
+    {
+        int index = 1;
+        for (const Value &value : values)
+            check(bind(index++, value));
+    }
+    ~Statement()
+    {
+        if (m_statement)
+            m_database.keep(m_sql, m_statement);
+    }
+    Statement(const Statement &) = delete;
+    Statement &operator=(const Statement &) = delete;
+
+    bool step()
+    {
+        const int code = sqlite3_step(m_statement);
+        if (code == SQLITE_ROW)
+            return true;
+        check(code);
+        return false;
+    }
+    sqlite3_stmt *handle() const { return m_statement; }
+
+private:
+    int bind(int index, const Value &value)
+    {
+        if (const auto *number = std::get_if<std::int64_t>(&value))
+            return sqlite3_bind_int64(m_statement, index, *number);
+        if (const auto *text = std::get_if<std::string>(&value)) {
+            if (!isStorableText(*text))
+                fail("a text is not valid UTF-8");
+            return sqlite3_bind_text64(m_statement, index, text->data(), text->size(),
+                                       SQLITE_STATIC, SQLITE_UTF8);
+        }
+        if (const auto *bytes = std::get_if<Bytes>(&value))
+            return sqlite3_bind_blob64(m_statement, index, bytes->bytes.data(), bytes->bytes.size(),
+                                       SQLITE_STATIC);
+        return sqlite3_bind_null(m_statement, index);
+    }
+
+    void check(int code)
+    {
+        if (code == SQLITE_OK || code == SQLITE_DONE)
+            return;
+        fail(sqlite3_errmsg(m_database.m_connection), kindOf(code));
+    }
+
+    [[noreturn]] void fail(const std::string &reason,
+                           DatabaseError::Kind kind = DatabaseError::Kind::Failed)
+    {
+        sqlite3_finalize(m_statement);
+        m_statement = nullptr;
+        throw DatabaseError(reason, kind);
+    }
+
+    SqliteDatabase &m_database;
+    const std::string &m_sql;
+    sqlite3_stmt *m_statement;
+};
+
 SqliteDatabase::SqliteDatabase(const std::filesystem::path &file)
 {
     if (file.empty())
@@ -160,14 +168,44 @@ SqliteDatabase::SqliteDatabase(const std::filesystem::path &file)
         execute("PRAGMA synchronous = FULL");
         migrate(*this);
     } catch (const DatabaseError &problem) {
-        sqlite3_close(m_connection);
+        close();
         throw DatabaseError("cannot use " + file.string() + ": " + problem.what(), problem.kind());
     }
 }
 
 SqliteDatabase::~SqliteDatabase()
 {
+    close();
+}
+
+void SqliteDatabase::close()
+{
+    for (const auto &[sql, statement] : m_statements)
+        sqlite3_finalize(statement);
     sqlite3_close(m_connection);
+}
+
+sqlite3_stmt *SqliteDatabase::take(const std::string &sql)
+{
+    if (const auto kept = m_statements.extract(sql))
+        return kept.mapped();
+    sqlite3_stmt *statement = nullptr;
+    const int code = sqlite3_prepare_v2(m_connection, sql.c_str(), -1, &statement, nullptr);
+    if (code != SQLITE_OK)
+        throw DatabaseError(sqlite3_errmsg(m_connection), kindOf(code));
+    return statement;
+}
+
+void SqliteDatabase::keep(const std::string &sql, sqlite3_stmt *statement)
+{
+    sqlite3_reset(statement);
+    sqlite3_clear_bindings(statement);
+    // Settings of the connection may take effect while they are prepared. A callback may have used
+    // the same statement meanwhile.
+    const bool isSetting = sql.rfind("PRAGMA", 0) == 0;
+    if (isSetting || m_statements.size() >= mostKept ||
+        !m_statements.emplace(sql, statement).second)
+        sqlite3_finalize(statement);
 }
 
 const Dialect &SqliteDatabase::dialect() const
@@ -201,7 +239,7 @@ void SqliteDatabase::setSchemaVersion(std::int64_t version)
 int SqliteDatabase::execute(const std::string &sql, const std::vector<Value> &values)
 {
     const std::lock_guard lock(m_mutex);
-    Statement statement(m_connection, sql, values);
+    Statement statement(*this, sql, values);
     while (statement.step()) {
     }
     return sqlite3_changes(m_connection);
@@ -211,7 +249,7 @@ void SqliteDatabase::query(const std::string &sql, const std::vector<Value> &val
                            const OnRow &onRow)
 {
     const std::lock_guard lock(m_mutex);
-    Statement statement(m_connection, sql, values);
+    Statement statement(*this, sql, values);
     while (statement.step())
         onRow(SqliteRow(statement.handle()));
 }
@@ -238,7 +276,7 @@ void SqliteDatabase::transaction(const std::function<void()> &work, Work kind)
         work();
         return;
     }
-    if (kind != Work::Relaxed) {
+    if (kind != Work::Relaxed && kind != Work::RelaxedRepeatable) {
         run("BEGIN IMMEDIATE", work);
         return;
     }

@@ -4,8 +4,11 @@
 
 #include <filesystem>
 #include <mutex>
+#include <string>
+#include <unordered_map>
 
 struct sqlite3;
+struct sqlite3_stmt;
 
 namespace quellora::server {
 
@@ -40,11 +43,19 @@ public:
     void setSchemaVersion(std::int64_t version) override;
 
 private:
+    /// The prepared statement of @p sql, taken out of the kept ones or made.
+    sqlite3_stmt *take(const std::string &sql);
+    /// Keeps a statement for the next use.
+    void keep(const std::string &sql, sqlite3_stmt *statement);
+    void close();
+    class Statement;
     void run(const char *begin, const std::function<void()> &work);
 
     std::recursive_mutex m_mutex;
     sqlite3 *m_connection = nullptr;
     bool m_inTransaction = false;
+    /// Preparing a statement takes longer than most of them run.
+    std::unordered_map<std::string, sqlite3_stmt *> m_statements;
 };
 
 } // namespace quellora::server

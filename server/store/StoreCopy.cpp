@@ -254,6 +254,31 @@ private:
     std::ifstream m_file;
 };
 
+/// A row for a person to read, without secrets.
+json legible(const Table &table, const Database::Row &row)
+{
+    const Cells cells = cellsOf(table, row);
+    json record = json::object();
+    for (std::size_t i = 0; i < cells.size(); ++i) {
+        const std::string &name = table.columns[i].name;
+        const auto *number = std::get_if<std::int64_t>(&cells[i]);
+        if (secretColumns.count(name) > 0)
+            continue;
+        const bool isTime = number && (name == "at" || name.ends_with("_at"));
+        // Messages are dated to the millisecond.
+        const std::int64_t unit = table.name == "messages" ? 1000 : 1;
+        if (isTime && *number == 0)
+            record[name] = nullptr;
+        else if (isTime)
+            record[name] = isoTime(TimePoint(std::chrono::seconds(*number / unit)));
+        else if (table.name == "telemetry" && name == "record")
+            record[name] = json::parse(row.text(static_cast<int>(i)), nullptr, false);
+        else
+            record[name] = jsonOf(cells[i]);
+    }
+    return record;
+}
+
 } // namespace
 
 RowCounts backUp(Database &database, const std::filesystem::path &file)
@@ -346,46 +371,40 @@ RowCounts copyStore(Database &from, Database &to)
     return counts;
 }
 
-void exportPerson(Database &database, std::int64_t accountId, const std::filesystem::path &file)
+std::string personRecord(Database &database, std::int64_t accountId)
 {
+    json person = json::object();
     database.snapshot([&] {
-        PrivateFile output(file);
-        json person = json::object();
+        person = json::object();
         const auto add = [&](const Table &table, const std::string &condition,
                              const Cells &values) {
             json rows = json::array();
             database.query(table.select() + " WHERE " + condition, values,
-                           [&](const Database::Row &row) {
-                               const Cells cells = cellsOf(table, row);
-                               json record = json::object();
-                               for (std::size_t i = 0; i < cells.size(); ++i) {
-                                   const std::string &name = table.columns[i].name;
-                                   if (secretColumns.count(name) == 0)
-                                       record[name] = jsonOf(cells[i]);
-                               }
-                               rows.push_back(record);
-                           });
+                           [&](const Database::Row &row) { rows.push_back(legible(table, row)); });
             person[table.name] = rows;
         };
         for (const Table &table : tablesOf(database)) {
             if (table.name == "accounts")
                 add(table, "id = ?", {accountId});
-            else if (table.name == "uploaded_log_parts")
-                add(table, "log_id IN (SELECT id FROM uploaded_logs WHERE account_id = ?)",
-                    {accountId});
             else if (table.name == "audit")
                 add(table,
                     "subject = (SELECT person FROM accounts WHERE id = ?) OR"
-                    " actor = (SELECT person FROM accounts WHERE id = ?)",
+                    " actor = (SELECT person FROM accounts WHERE id = ?) ORDER BY id",
                     {accountId, accountId});
             else if (table.has("account_id"))
                 add(table, "account_id = ?", {accountId});
             else if (table.has("email") && table.name != "admins")
                 add(table, "email = (SELECT email FROM accounts WHERE id = ?)", {accountId});
         }
-        output.write(person.dump(2, ' ', false, json::error_handler_t::replace) + "\n");
-        output.finish();
+        for (json &log : person["uploaded_logs"]) {
+            std::string text;
+            database.query("SELECT content FROM uploaded_log_parts WHERE log_id = ? ORDER BY part",
+                           {log["id"].get<std::int64_t>()},
+                           [&](const Database::Row &row) { text += row.bytes(0); });
+            log["text"] = text;
+        }
     });
+    return person.dump(2, ' ', false, json::error_handler_t::replace) + "\n";
 }
 
 } // namespace quellora::server

@@ -25,7 +25,8 @@ RowCounts restore(Database &database, const std::filesystem::path &file);
 /// Copies one store into another, which must be empty, and compares the counts.
 RowCounts copyStore(Database &from, Database &to);
 
-/// Everything about one account as JSON, without secrets, to @p file (mode 0600).
-void exportPerson(Database &database, std::int64_t accountId, const std::filesystem::path &file);
+/// Everything about one account as JSON, by table, without secrets. Times are written as text, and
+/// a log's pieces as one.
+std::string personRecord(Database &database, std::int64_t accountId);
 
 } // namespace quellora::server

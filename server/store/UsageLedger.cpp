@@ -80,8 +80,13 @@ std::int64_t UsageLedger::queries(std::int64_t accountId)
 
 UsageFigures UsageLedger::figures(const Account &account)
 {
+    return figures(account, current(account.id).total());
+}
+
+UsageFigures UsageLedger::figures(const Account &account, std::int64_t used)
+{
     UsageFigures figures;
-    figures.used = current(account.id).total();
+    figures.used = used;
     figures.cap = account.tokenCap > 0 ? account.tokenCap : unlimitedAllowance;
     figures.remaining = std::max<std::int64_t>(figures.cap - figures.used, 0);
     if (account.tokenCap > 0) {

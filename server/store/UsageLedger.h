@@ -63,6 +63,8 @@ public:
     std::int64_t queries(std::int64_t accountId);
     /// Figures of the account in the current period.
     UsageFigures figures(const Account &account);
+    /// Figures of the account when it has used that many tokens.
+    static UsageFigures figures(const Account &account, std::int64_t used);
     /// All figures from @p firstDay to @p lastDay ("YYYY-MM-DD"), by day, account and model; those
     /// of one account when @p accountId is not 0.
     std::vector<DailyUsage> daily(const std::string &firstDay, const std::string &lastDay,

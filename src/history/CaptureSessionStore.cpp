@@ -169,7 +169,6 @@ CaptureSessionStore::Result<void> CaptureSessionStore::save(const CaptureSession
     if (!root)
         return tl::unexpected(root.error());
     const QString folder = folderOf(session.id);
-    const bool isNew = !QFileInfo::exists(descriptionFileOf(session.id));
     if (const auto made = m_files->createFolder(folder); !made)
         return fileError(session.id, folder, made.error());
     m_files->removeLeftovers(folder);
@@ -187,12 +186,10 @@ CaptureSessionStore::Result<void> CaptureSessionStore::save(const CaptureSession
     file.turns = kept.turns;
     file.customTitle = session.customTitle;
     auto saved = replaceFile(*m_files, session.id, descriptionFileOf(session.id), file.encode());
-    if (saved && isNew) {
-        m_files->syncFolder(folder);
-        m_files->syncFolder(*root);
-    }
     if (!saved)
         return saved;
+    // The description must be durable before images that the former one refers to are removed.
+    m_files->syncFolder(folder);
     return removeOtherImages(session.id, kept.screenshots);
 }
 
@@ -301,6 +298,8 @@ CaptureSessionStore::Result<void> CaptureSessionStore::removeFolder(const QUuid 
     // Rename first, then delete file by file, so that the thread leaves the list atomically.
     const QString folder = folderOf(id);
     const QString deletedFolder = m_root + QLatin1Char('/') + deletedPrefix + uuidText(id);
+    // What an interrupted deletion of an earlier thread with this id has left is in the way.
+    QDir(deletedFolder).removeRecursively();
     std::error_code error;
     std::filesystem::rename(nativePath(folder), nativePath(deletedFolder), error);
     const auto failure = [&] {
@@ -315,6 +314,7 @@ CaptureSessionStore::Result<void> CaptureSessionStore::removeFolder(const QUuid 
         std::filesystem::rename(nativePath(deletedFolder), nativePath(folder), ignored);
         return failure();
     }
+    m_files->syncFolder(m_root);
     QDir(deletedFolder).removeRecursively();
     return {};
 }
@@ -326,7 +326,10 @@ CaptureSessionStore::updateTitle(const QUuid &id, const std::optional<QString> &
     if (!file)
         return tl::unexpected(file.error());
     file->customTitle = customTitle;
-    return replaceFile(*m_files, id, descriptionFileOf(id), file->encode());
+    auto saved = replaceFile(*m_files, id, descriptionFileOf(id), file->encode());
+    if (saved)
+        m_files->syncFolder(folderOf(id));
+    return saved;
 }
 
 } // namespace quellora

@@ -89,6 +89,7 @@ ThreadFiles::Result DiskThreadFiles::createFolder(const QString &path)
     }
     if (const QString error = makePrivateFolder(path); !error.isEmpty())
         return tl::unexpected(error);
+    syncFolder(info.absolutePath());
     return {};
 }
 

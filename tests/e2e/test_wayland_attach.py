@@ -5,7 +5,7 @@ import shutil
 import subprocess
 import unittest
 
-from desktop_case import DesktopCase
+from desktop_case import KIND, DesktopCase
 from harness import Image, processes
 from harness.server import QUERY
 from test_attach import png
@@ -34,6 +34,7 @@ class WaylandAttachTest(DesktopCase):
         self.assertEqual((image.width, image.height), size)
         self.assertTrue(image.is_near(size[0] // 2, size[1] // 2, RED, 14))
 
+    @unittest.skipIf(KIND == "x11", "the clipboard of X11 has tests of its own")
     @unittest.skipUnless(shutil.which("wl-copy"), "needs the Debian package wl-clipboard")
     def test_pasted_picture(self):
         app, server = self.start()

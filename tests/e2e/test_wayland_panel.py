@@ -7,6 +7,7 @@ import unittest
 
 from desktop_case import KIND, DesktopCase
 from harness import HostileServer, wait_until
+from harness.server import QUERY
 
 
 class PanelTest(DesktopCase):
@@ -105,6 +106,92 @@ class PanelTest(DesktopCase):
         self.drag((x + width - 3, y + height - 3), (x + width - 63, y + height - 43))
         wait_until(lambda: app.panel()[1:] == (x, y, width - 60, height - 40),
                    what=f"the panel to have shrunk by (60, 40) from {(width, height)}")
+
+
+class AnswerClicksTest(DesktopCase):
+    """Clicks on the answer, once they are switched on."""
+
+    SWITCH = "Clicks reach the answer"
+
+    def switch(self, app, line):
+        mark = app.mark()
+        app.access.settled_bounds(self.SWITCH, "check box")
+        app.access.click(self.SWITCH, "check box")
+        app.wait_for_line("[OverlayWindowController] " + line, since=mark)
+
+    def test_text_is_selected_and_the_keyboard_given_back(self):
+        server = self.server()
+        server.on(QUERY, HostileServer.answer_with("alphabet " * 600))
+        app = self.app(server).sign_in()
+        other = self.other()
+        app.send_prompt("question")
+        app.access.wait_for_page_text("alphabet")
+        wait_until(lambda: self.is_panel_shown(app), what="the panel above the other program")
+        self.focus_other(app, other)
+        self.switch(app, "Clicks go to the answer")
+        mark = other.mark()
+        _, x, y, width, _ = app.panel()
+        at = (x + width // 2, y + 200)
+
+        def is_copied():
+            self.desktop.click(*at)
+            self.desktop.click(*at)
+            self.desktop.press("ctrl+c")
+            app.focus_prompt()
+            self.desktop.press("ctrl+a")
+            self.desktop.press("ctrl+v")
+            try:
+                wait_until(lambda: app.stored_defaults().get("userPrompt", "").strip() == "alphabet",
+                           5, "the pasted word")
+            except AssertionError:
+                return False
+            return True
+        # A press takes the keyboard; the compositor may need a moment to move it.
+        wait_until(is_copied, what="the selected word in the prompt box")
+        self.assertFalse([event for event in other.events(since=mark)
+                          if event.startswith("click")])
+        self.focus_other(app, other)
+        mark = other.mark()
+        self.desktop.click(*at)
+        other.wait_for("active 0", since=mark)
+        self.desktop.press("escape")
+
+        def types():
+            here = other.mark()
+            self.desktop.press("k")
+            try:
+                other.wait_for("key k", since=here, timeout=2)
+            except AssertionError:
+                return False
+            return True
+        wait_until(types, what="the keyboard back in the other program")
+        self.switch(app, "Clicks go through the answer")
+        if KIND != "gnome":  # XWayland does not hand clicks on to other programs.
+            mark = other.mark()
+            self.desktop.click(*at)
+            other.wait_for(f"click {at[0]} {at[1]}", since=mark)
+
+
+class RememberedPlaceTest(DesktopCase):
+    """A later start."""
+
+    def test_the_panel_starts_where_it_was_left(self):
+        app = self.app(self.server()).sign_in()
+        other = self.other()
+        wait_until(lambda: self.is_panel_shown(app), what="the panel above the other program")
+        before = app.panel()[1:]
+        _, x, y, width, height = app.panel()
+        self.drag((x + 220, y + 17), (x + 290, y + 57))
+        wait_until(lambda: app.panel()[1:] == (x + 70, y + 40, width, height),
+                   what="the panel to have moved")
+        wait_until(lambda: "panelPlaces" in app.stored_defaults(), what="the stored place")
+        defaults = app.stored_defaults()
+        app.close()
+        later = self.app(self.server(), defaults=defaults).sign_in()
+        wait_until(lambda: later.panel()[1:] == (x + 70, y + 40, width, height),
+                   what=f"the panel where it was left, not {before}")
+        wait_until(lambda: self.is_panel_shown(later), what="the panel on the screen there")
+        other.close()
 
 
 @unittest.skipIf(KIND != "sway", "only sway changes the scale while it runs")

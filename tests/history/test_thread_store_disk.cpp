@@ -1,6 +1,6 @@
 // The store on full and read-only disks, and with writers killed during a save.
 
-#include "history/GrowingThread.h"
+#include "history/BusySession.h"
 #include "support/TestProgram.h"
 
 #include <QElapsedTimer>
@@ -229,47 +229,56 @@ private Q_SLOTS:
         QVERIFY(disk.f.store.list()->isEmpty());
     }
 
+    /// QUELLORA_KILLS sets the number of kills.
     void killedWriters()
     {
-        constexpr int threadCount = 5;
-        constexpr int roundsPerThread = 9;
+        const int kills = qEnvironmentVariableIsSet("QUELLORA_KILLS")
+                              ? qEnvironmentVariableIntValue("QUELLORA_KILLS")
+                              : 50;
         const StoreFixture f(std::make_shared<DiskThreadFiles>(), QDir::tempPath());
+        QVERIFY(f.store.sessionsRoot());
+        const QString foreign = f.support.filePath(QStringLiteral("Quellora/sessions/notes.txt"));
+        writeFile(foreign, "not ours");
         QRandomGenerator random(20261121);
-        int saves = 0;
-        for (int thread = 0; thread < threadCount; ++thread) {
-            const QUuid id = QUuid::createUuid();
-            for (int round = 0; round < roundsPerThread; ++round) {
-                const int acknowledged =
-                    killDuringSave(f, id, random.bounded(1, 12), random.bounded(4'000));
-                QVERIFY(acknowledged >= 0);
-                verifySavedState(f, id, acknowledged, saves);
-                if (QTest::currentTestFailed())
-                    return;
-            }
-            // Repeating the interrupted save leaves no temporary files. Its image may already
-            // exist, complete but not yet in the description.
-            CaptureSession session = growingThread(id);
-            while (session.turns.size() <= saves)
-                grow(session);
-            QVERIFY(f.store.save(session));
-            QVERIFY(f.names(id).filter("saving").isEmpty());
-            QCOMPARE(f.names(id).size(), session.screenshots.size() + 1);
-            QCOMPARE(*f.store.load(id), asStored(session));
+        int steps = 0;
+        for (int kill = 0; kill < kills; ++kill) {
+            const int stored =
+                killDuringStep(f, steps, random.bounded(1, 12), random.bounded(4'000));
+            QVERIFY(stored >= steps);
+            steps = stepsOnDisk(f, stored);
+            QVERIFY2(steps >= 0, qPrintable(QStringLiteral("kill %1: neither the state after %2 "
+                                                           "steps nor the next one")
+                                                .arg(kill)
+                                                .arg(stored)));
         }
-        QCOMPARE(f.store.list()->size(), threadCount);
+        QVERIFY(steps > kills);
+        QCOMPARE(contentOf(foreign), QByteArray("not ours"));
+        // Further saves leave no temporary files.
+        BusySession session = BusySession::after(steps);
+        for (const int end = steps + 21; steps < end; ++steps)
+            QVERIFY(session.take(steps, &f.store));
+        QCOMPARE(stepsOnDisk(f, steps), steps);
+        for (std::size_t i = 0; i < session.threads.size(); ++i) {
+            const auto &thread = session.threads.at(i);
+            QCOMPARE(f.names(BusySession::idOf(i)).size(),
+                     thread ? thread->screenshots.size() + 1 : 0);
+        }
     }
 
 private:
-    /// Starts a writer, waits for @p reports saves and kills it @p microseconds later.
-    /// @return the number of turns last reported as stored; -1 on failure
-    static int killDuringSave(const StoreFixture &f, const QUuid &id, int reports, int microseconds)
+    /// Starts a writer after @p steps, waits for @p reports and kills it @p microseconds later.
+    /// @return the number of steps last reported as stored; -1 on failure
+    static int killDuringStep(const StoreFixture &f, int steps, int reports, int microseconds)
     {
         QProcess writer;
-        writer.start(QUELLORA_THREAD_STORE_WRITER, {f.support.path(), uuidText(id)});
+        writer.start(QUELLORA_THREAD_STORE_WRITER, {f.support.path(), QString::number(steps)});
         QByteArray output;
         while (output.count('\n') < reports) {
-            if (!writer.waitForReadyRead(10'000))
+            if (!writer.waitForReadyRead(10'000)) {
+                qWarning("The writer stopped after %s: %s", output.constData(),
+                         writer.readAllStandardError().constData());
                 return -1;
+            }
             output += writer.readAllStandardOutput();
         }
         QElapsedTimer timer;
@@ -284,25 +293,28 @@ private:
         return lines.last().toInt();
     }
 
-    static void verifySavedState(const StoreFixture &f, const QUuid &id, int acknowledged,
-                                 int &saves)
+    static bool isStored(const StoreFixture &f, std::size_t thread, const BusySession &session)
     {
-        const auto loaded = f.store.load(id);
-        if (!loaded) {
-            // Killed before the first save finished.
-            QCOMPARE(loaded.error().kind, StoreError::Kind::SessionNotFound);
-            QCOMPARE(acknowledged, 0);
-            saves = 0;
-            return;
+        const auto loaded = f.store.load(BusySession::idOf(thread));
+        const auto &expected = session.threads.at(thread);
+        if (!loaded)
+            return !expected && loaded.error().kind == StoreError::Kind::SessionNotFound;
+        return expected &&
+               withoutReservedNumbers(*loaded) == withoutReservedNumbers(asStored(*expected));
+    }
+
+    /// Whether the disk has the state after @p stored steps, or after one more.
+    /// @return which; -1 if neither
+    static int stepsOnDisk(const StoreFixture &f, int stored)
+    {
+        const BusySession now = BusySession::after(stored);
+        const BusySession next = BusySession::after(stored + 1);
+        const std::size_t changing = BusySession::threadOf(stored);
+        for (std::size_t i = 0; i < now.threads.size(); ++i) {
+            if (i != changing && !isStored(f, i, now))
+                return -1;
         }
-        saves = static_cast<int>(loaded->turns.size());
-        QVERIFY(saves == acknowledged || saves == acknowledged + 1);
-        CaptureSession expected = growingThread(id);
-        while (expected.turns.size() < saves)
-            grow(expected);
-        QCOMPARE(withoutReservedNumbers(*loaded), asStored(expected));
-        // At most one temporary file is left.
-        QVERIFY(f.names(id).filter("saving").size() <= 1);
+        return isStored(f, changing, now) ? stored : isStored(f, changing, next) ? stored + 1 : -1;
     }
 };
 

@@ -126,21 +126,21 @@ private Q_SLOTS:
         const QString folder = uuidText(session.id);
         QVERIFY(f.store.save(session));
         // The folder is synced before the description refers to the images.
-        QCOMPARE(
-            files->fault.journal,
-            (QStringList{"folder sessions", "folder Quellora",
-                         "folder " + QFileInfo(f.support.path()).fileName(), "folder " + folder,
-                         "folder sessions", "open screenshot-0.png", "write screenshot-0.png",
-                         "commit screenshot-0.png", "open screenshot-1.png",
-                         "write screenshot-1.png", "commit screenshot-1.png", "sync " + folder,
-                         "open session.json", "write session.json", "commit session.json",
-                         "sync " + folder, "sync sessions"}));
+        const QString support = QFileInfo(f.support.path()).fileName();
+        QCOMPARE(files->fault.journal,
+                 (QStringList{"folder sessions", "folder Quellora", "folder " + support,
+                              "sync " + support, "sync Quellora", "folder " + folder,
+                              "folder sessions", "sync sessions", "open screenshot-0.png",
+                              "write screenshot-0.png", "commit screenshot-0.png",
+                              "open screenshot-1.png", "write screenshot-1.png",
+                              "commit screenshot-1.png", "sync " + folder, "open session.json",
+                              "write session.json", "commit session.json", "sync " + folder}));
         // A later save writes only the description.
         files->fault.journal.clear();
         QVERIFY(f.store.save(session));
         QCOMPARE(files->fault.journal,
                  (QStringList{"folder sessions", "folder " + folder, "open session.json",
-                              "write session.json", "commit session.json"}));
+                              "write session.json", "commit session.json", "sync " + folder}));
     }
 
     void failureAtAnyStepOfLaterSave()
@@ -182,9 +182,10 @@ private Q_SLOTS:
         session.removeScreenshot(0);
         files->fault.journal.clear();
         QVERIFY(f.store.save(session));
-        // The image is removed after the description that referred to it is replaced.
-        QCOMPARE(files->fault.journal.mid(files->fault.journal.size() - 2),
-                 (QStringList{"commit session.json", "remove screenshot-0.png"}));
+        // The image is removed after the description that referred to it is replaced for good.
+        QCOMPARE(files->fault.journal.mid(files->fault.journal.size() - 3),
+                 (QStringList{"commit session.json", "sync " + uuidText(session.id),
+                              "remove screenshot-0.png"}));
 
         session.removeScreenshot(1);
         files->fault = Fault::at(5, 0);

@@ -1,7 +1,6 @@
-// Saves a growing thread in a loop until it is killed. Prints the number of stored turns after each
-// save.
+// Takes the steps of a busy session until it is killed. Prints the number of steps that are stored.
 
-#include "history/GrowingThread.h"
+#include "history/BusySession.h"
 
 #include <QCoreApplication>
 
@@ -15,18 +14,13 @@ int main(int argc, char *argv[])
     if (app.arguments().size() != 3)
         return 2;
     const CaptureSessionStore store(app.arguments().at(1));
-    const QUuid id(app.arguments().at(2));
-    CaptureSession session = growingThread(id);
-    if (const auto stored = store.load(id)) {
-        while (session.turns.size() < stored->turns.size())
-            grow(session);
-    }
+    int steps = app.arguments().at(2).toInt();
+    BusySession session = BusySession::after(steps);
     std::setvbuf(stdout, nullptr, _IONBF, 0);
-    std::printf("%d\n", static_cast<int>(session.turns.size()));
+    std::printf("%d\n", steps);
     for (;;) {
-        grow(session);
-        if (!store.save(session))
+        if (!session.take(steps, &store))
             return 1;
-        std::printf("%d\n", static_cast<int>(session.turns.size()));
+        std::printf("%d\n", ++steps);
     }
 }

@@ -185,7 +185,7 @@ class LinuxFilesTest(unittest.TestCase):
     def test_scripts_pass_shellcheck(self):
         self.assert_quiet("shellcheck", "-s", "bash", *COMPLETIONS)
         self.assert_quiet("shellcheck", "-x", "scripts/test-packages",
-                          "tests/packaging/user-service")
+                          "tests/packaging/user-service", "tests/packaging/system-service")
 
     @unittest.skipUnless(pathlib.Path("/usr/share/bash-completion/bash_completion").is_file(),
                          "needs the Debian package bash-completion")
@@ -236,21 +236,34 @@ class LinuxFilesTest(unittest.TestCase):
         self.assertLessEqual(loaded, set((LINUX / "Debian.cmake").read_text().split()))
 
     @needs("systemd-analyze", "systemd")
-    def test_the_unit_is_valid_and_confined(self):
+    def test_the_units_are_valid_and_confined(self):
+        for manager, folder in (("--user", LINUX), ("--system", LINUX / "system")):
+            with self.subTest(manager):
+                self.check_unit(manager, (folder / "quellora-backend.service").read_text())
+
+    def check_unit(self, manager, text):
         with tempfile.TemporaryDirectory() as folder:
             # Of the unit's program, only its existence is checked.
-            text = (LINUX / "quellora-backend.service").read_text()
             program = BUILD / "bin" / "quellora-backend"
             unit = pathlib.Path(folder) / "quellora-backend.service"
             unit.write_text(re.sub(r"(?m)^Documentation=.*\n", "", text)
                             .replace("/usr/bin/quellora-backend", str(program)))
-            status, output = run("systemd-analyze", "--user", "--man=no", "verify", unit,
+            status, output = run("systemd-analyze", manager, "--man=no", "verify", unit,
                                  env=os.environ | {"XDG_RUNTIME_DIR": folder})
             self.assertEqual((status, output), (0, ""))
             # Exposure from 0 to 10, times ten.
             status, output = run("systemd-analyze", "--offline=true", "--threshold=20",
                                  "--no-pager", "security", unit)
             self.assertEqual(status, 0, output)
+
+    def test_the_systems_unit_waits_longer_than_the_longest_grace_of_the_guide(self):
+        unit = (LINUX / "system" / "quellora-backend.service").read_text()
+        patience = int(re.search(r"TimeoutStopSec=(\d+)", unit).group(1))
+        graces = [int(seconds) for seconds in re.findall(
+            r"stop_grace_seconds = (\d+)", (ROOT / "docs" / "TEAM.md").read_text())]
+        self.assertTrue(graces)
+        # Answers that outlast the grace take a moment to end.
+        self.assertGreaterEqual(patience, max(graces) + 10)
 
 
 if __name__ == "__main__":

@@ -42,6 +42,7 @@ DEBIAN_FILES = {
         "share/applications/quellora-screenshot.desktop"},
     "quellora-backend": BACKEND_FILES | debian_files("quellora-backend") | {
         "lib/systemd/user/quellora-backend.service",
+        "lib/systemd/system/quellora-backend.service",
         "share/doc/quellora-backend/examples/quellora-backend.example.toml"},
 }
 

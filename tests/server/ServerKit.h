@@ -93,6 +93,8 @@ public:
                           nlohmann::json extra = nlohmann::json::object()) const;
     /// Stops the server before the destructor does.
     void stop();
+    /// Ends the grace that stop() gives to running answers.
+    void hurry() { m_server->hurry(); }
 
 private:
     PasswordHasher m_hasher;

@@ -103,10 +103,13 @@ struct Record : AnswerSink
     std::vector<std::string> failures;
     std::promise<AnswerOutcome> ended;
     std::promise<void> started;
+    std::promise<void> failed;
     int ends = 0;
 
     void attemptFails(const FailedAttempt &attempt) override
     {
+        if (failures.empty())
+            failed.set_value();
         failures.push_back(attempt.model + (attempt.wasSpared ? " spared" : "") +
                            (attempt.next == Next::Retry      ? " retry"
                             : attempt.next == Next::Fallback ? " fallback"
@@ -385,6 +388,7 @@ TEST_F(AnswerChain, DroppedAnswerAsksNobodyAgain)
     limits.random = [] { return 0.99; };
     a.steps = {{"", refused(ProviderFault::Overloaded)}};
     begin({a.link(), b.link()});
+    record.failed.get_future().wait();
     loop.postAndWait([] {});
     EXPECT_EQ(record.failures, Strings{"a retry"});
     drop();
@@ -396,10 +400,16 @@ TEST_F(AnswerChain, DroppedAnswerAsksNobodyAgain)
 TEST_F(AnswerChain, DroppedAnswerIgnoresAQuestionThatIsBeingMadeReady)
 {
     std::promise<void> hold;
-    ASSERT_TRUE(workers.post([held = hold.get_future().share()] { held.wait(); }));
+    std::promise<void> holding;
+    ASSERT_TRUE(workers.post([&, held = hold.get_future().share()] {
+        holding.set_value();
+        held.wait();
+    }));
+    holding.get_future().wait();
     a.steps = {{"", refused(ProviderFault::Billing)}};
     b.steps = {{"Hello", complete()}};
     begin({a.link(), b.link()});
+    record.failed.get_future().wait();
     loop.postAndWait([] {});
     drop();
     hold.set_value();

@@ -58,6 +58,22 @@ TEST_P(AnswerLedgerTest, AnswerIsCountedOnce)
     EXPECT_FALSE(first.settle("unknown", {1, 1}));
 }
 
+TEST_P(AnswerLedgerTest, AnswerIsCountedForTheModelThatGaveIt)
+{
+    const Account account = ann(0);
+    const auto answer = first.begin(account.id, "asked", 10, 100);
+    // Until then it counts for the model that was asked.
+    clock.advance(AnswerLedger::lease);
+    EXPECT_EQ(second.expire(), 1);
+    EXPECT_TRUE(first.settleAtLast(answer->id, {20, 30}, "other"));
+    EXPECT_EQ(usage.current(account.id), (TokenCount{20, 30}));
+    EXPECT_EQ(usage.queries(account.id), 1);
+    for (const DailyUsage &day : usage.daily("2026-01-15", "2026-01-15")) {
+        EXPECT_EQ(day.queries, day.model == "other" ? 1 : 0) << day.model;
+        EXPECT_EQ(day.tokens.total(), day.model == "other" ? 50 : 0) << day.model;
+    }
+}
+
 TEST_P(AnswerLedgerTest, FailedAnswerCostsNothing)
 {
     const Account account = ann(1000);
@@ -152,7 +168,6 @@ TEST_P(AnswerLedgerTest, AnswersOfADeadInstanceExpireWithTheirReservation)
     EXPECT_EQ(second.expire(), 0);
     EXPECT_EQ(usage.current(account.id), (TokenCount{100, 300}));
     EXPECT_EQ(usage.queries(account.id), 1);
-    EXPECT_FALSE(first.extend(dead->id, 401, 500));
     // It was cut off only; the figures are put right, once.
     EXPECT_TRUE(first.settle(dead->id, {90, 10}));
     EXPECT_FALSE(first.settle(dead->id, {90, 10}));
@@ -160,6 +175,24 @@ TEST_P(AnswerLedgerTest, AnswersOfADeadInstanceExpireWithTheirReservation)
     EXPECT_EQ(usage.queries(account.id), 1);
     EXPECT_TRUE(second.settle(living->id, {1, 1}));
     EXPECT_EQ(usage.queries(account.id), 2);
+}
+
+TEST_P(AnswerLedgerTest, ExpiredAnswerGoesOnWhenItsInstanceIsBack)
+{
+    const Account account = ann(1000);
+    const auto answer = first.begin(account.id, "m", 100, 400);
+    clock.advance(AnswerLedger::lease);
+    EXPECT_EQ(second.expire(), 1);
+    // What it had reserved stays reserved, also when there is no more for it.
+    EXPECT_EQ(first.extend(answer->id, 1250, 1300), tl::make_unexpected(AnswerRefusal::Spent));
+    EXPECT_EQ(used(account), 0);
+    EXPECT_EQ(second.running(account.id), 1);
+    EXPECT_EQ(second.begin(account.id, "m", 848, 2000)->reserved, 849);
+    EXPECT_EQ(first.extend(answer->id, 300, 500), 400);
+    EXPECT_TRUE(first.settle(answer->id, {100, 250}));
+    EXPECT_EQ(used(account), 350);
+    EXPECT_EQ(usage.queries(account.id), 1);
+    EXPECT_EQ(first.extend(answer->id, 1, 1), tl::make_unexpected(AnswerRefusal::NoAccount));
 }
 
 TEST_P(AnswerLedgerTest, ExpiredAnswerThatFailedIsTakenBack)

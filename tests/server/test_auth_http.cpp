@@ -1,4 +1,7 @@
+#include "RawClient.h"
 #include "ServerKit.h"
+
+#include <future>
 
 namespace quellora::server {
 namespace {
@@ -147,6 +150,48 @@ TEST_F(AuthHttp, AuthRequestsAreRateLimited)
     for (int i = 0; i < 3; ++i)
         EXPECT_EQ(server.verify(token)->status, 200);
     EXPECT_EQ(server.verify(token)->status, 429);
+}
+
+TEST_F(AuthHttp, SignInsHoldUpNoOtherRequest)
+{
+    config.security.passwordCost = PasswordCost();
+    config.server.threads = 2;
+    RunningServer server(config, clock);
+    const std::string body = R"({"email":"ann@example.org","password":"correct horse"})";
+    std::vector<std::future<int>> signIns;
+    for (int i = 0; i < 24; ++i) {
+        RawClient client(server.port());
+        client.send("POST /api/auth/app-login HTTP/1.1\r\nHost: localhost\r\n"
+                    "Content-Type: application/json\r\nContent-Length: " +
+                    std::to_string(body.size()) + "\r\n\r\n" + body);
+        signIns.push_back(std::async(std::launch::async, [client = std::move(client)]() mutable {
+            return client.readReply().status;
+        }));
+    }
+    EXPECT_EQ(server.client().Get("/readyz")->status, 200);
+    EXPECT_EQ(signIns.back().wait_for(std::chrono::seconds(0)), std::future_status::timeout);
+    for (auto &signIn : signIns)
+        EXPECT_EQ(signIn.get(), 200);
+}
+
+TEST_F(AuthHttp, BehindATrustedProxyEachClientHasItsOwnRate)
+{
+    config.limits.authRequestsPerMinute = 1;
+    for (const bool isTrusted : {false, true}) {
+        if (isTrusted)
+            config.server.trustedProxies.add("127.0.0.1");
+        RunningServer server(config, clock);
+        const auto statusFor = [&](const std::string &client) {
+            return server.client()
+                .Post("/api/auth/app-verify",
+                      {{"Authorization", "Bearer " + server.token()}, {"X-Forwarded-For", client}},
+                      "{}", "application/json")
+                ->status;
+        };
+        EXPECT_EQ(statusFor("1.2.3.4"), 200);
+        EXPECT_EQ(statusFor("5.6.7.8"), isTrusted ? 200 : 429);
+        EXPECT_EQ(statusFor("9.9.9.9, 1.2.3.4"), 429);
+    }
 }
 
 TEST_F(AuthHttp, VerifyKeepsTheTokenAndRefreshesTheConfiguration)

@@ -155,6 +155,7 @@ INSTANTIATE_TEST_SUITE_P(
         BadConfig{"[server]\nhost = 1", "server.host: must be a text"},
         BadConfig{"[server]\nallow_remote = 1", "must be true or false"},
         BadConfig{"[server]\nallowed_hosts = [1]", "must be a list of texts"},
+        BadConfig{"[server]\ntrusted_proxies = ['10.0.0.0/33']", "is no address or network"},
         BadConfig{"[server]\nhost = '0.0.0.0'", "server.allow_remote = true"},
         BadConfig{"server = 1", "server: must be a table"}, BadConfig{"x = ", "line 1"},
         BadConfig{"[timing]\nkeep_alive_seconds = 30", "from 1 to 10"},

@@ -595,7 +595,7 @@ TEST_F(HttpServing, ConnectionsBeyondTheLimitWait)
     EXPECT_LE(metrics.connections, 2);
 }
 
-TEST_F(HttpServing, AStopClosesIdleConnectionsAndEndsStreams)
+TEST_F(HttpServing, AStopClosesIdleConnectionsAndLetsStreamsGoOn)
 {
     start();
     RawClient idle(port);
@@ -609,11 +609,32 @@ TEST_F(HttpServing, AStopClosesIdleConnectionsAndEndsStreams)
     });
     server().beginStop();
     EXPECT_EQ(idle.readAll(), "");
-    EXPECT_EQ(watch->stops, 1);
-    EXPECT_EQ(streaming.readReply().body, "half");
-    EXPECT_EQ(streaming.readAll(), "");
     RawClient late(port);
     EXPECT_TRUE(!late.isConnected() || !late.send(get) || late.readAll().empty());
+    EXPECT_EQ(watch->stops, 0);
+    onStream([](StreamOutput &output) { output.write(" whole"); });
+    server().endStreams();
+    EXPECT_EQ(watch->stops, 1);
+    EXPECT_EQ(streaming.readReply().body, "half whole");
+    EXPECT_EQ(streaming.readAll(), "");
+}
+
+TEST_F(HttpServing, AStreamThatBeginsAfterTheEndIsTold)
+{
+    router.get("/late", [this](const Request &, Response &response) {
+        entered.set_value();
+        released.wait();
+        response.stream = std::make_shared<TestStream>(watch);
+    });
+    start();
+    RawClient client(port);
+    client.send("GET /late HTTP/1.1\r\nHost: x\r\n\r\n");
+    entered.get_future().wait();
+    server().beginStop();
+    server().endStreams();
+    release.set_value();
+    client.readAll();
+    EXPECT_EQ(watch->stops, 1);
 }
 
 } // namespace

@@ -246,36 +246,91 @@ TEST_F(QueryHttp, DisconnectedClientCancelsTheModelAndIsCharged)
     EXPECT_GT(server->usage().current(server->account().id).total(), 0);
 }
 
-TEST_F(QueryHttp, StoppingTheServerEndsRunningStreams)
+/// A query in the background that tells of its first bytes.
+class RunningQuery
 {
+public:
+    explicit RunningQuery(RunningServer &server) : m_client(server.client())
+    {
+        m_request.method = "POST";
+        m_request.path = "/api/proxy/query";
+        m_request.body = R"({"prompt":"p"})";
+        m_request.headers = {{"Content-Type", "application/json"},
+                             {"Authorization", "Bearer " + server.token()}};
+        m_request.content_receiver = [this](const char *data, size_t length, auto, auto) {
+            if (m_body.empty())
+                m_begun.set_value();
+            m_body.append(data, length);
+            return true;
+        };
+        m_sent = std::async(std::launch::async, [this] { return bool(m_client.send(m_request)); });
+    }
+    void waitForText() { m_begun.get_future().wait(); }
+    /// The whole stream; empty when its end was broken off.
+    std::string stream() { return m_sent.get() ? m_body : ""; }
+
+private:
+    httplib::Client m_client;
+    httplib::Request m_request;
+    std::string m_body;
+    std::promise<void> m_begun;
+    std::future<bool> m_sent;
+};
+
+TEST_F(QueryHttp, AStoppingServerLetsAnswersEnd)
+{
+    config.timing.stopGrace = std::chrono::minutes(5);
+    std::promise<void> stopping;
+    const auto server = start([&](auto &, const TextSink &sink, StopToken) {
+        sink("first words");
+        stopping.get_future().wait();
+        sink(", last words");
+        return completed(3, 4);
+    });
+    RunningQuery query(*server);
+    query.waitForText();
+    auto stopped = std::async(std::launch::async, [&] { server->stop(); });
+    // It accepts nothing more.
+    while (server->client().Get("/livez")) {
+    }
+    stopping.set_value();
+    const std::string stream = query.stream();
+    EXPECT_EQ(answerText(stream), "first words, last words");
+    EXPECT_EQ(lastType(stream), "done");
+    stopped.get();
+    EXPECT_EQ(server->usage().current(server->account().id).total(), 7);
+}
+
+TEST_F(QueryHttp, AnswersThatOutlastTheGraceEndWithAnError)
+{
+    config.timing.stopGrace = std::chrono::milliseconds(0);
     const auto server = start([](auto &, const TextSink &sink, StopToken stop) {
         sink("first words");
         stop.waitForStop([] { return false; });
         return AnswerOutcome{};
     });
-    std::promise<void> received;
-    std::string body;
-    httplib::Request request;
-    request.method = "POST";
-    request.path = "/api/proxy/query";
-    request.body = R"({"prompt":"p"})";
-    request.headers = {{"Content-Type", "application/json"},
-                       {"Authorization", "Bearer " + server->token()}};
-    request.content_receiver = [&](const char *data, size_t length, auto, auto) {
-        const bool first = body.empty();
-        body.append(data, length);
-        if (first)
-            received.set_value();
-        return true;
-    };
-    auto client = server->client();
-    auto answer = std::async(std::launch::async, [&] { return bool(client.send(request)); });
-    received.get_future().wait();
-    const auto begin = std::chrono::steady_clock::now();
+    RunningQuery query(*server);
+    query.waitForText();
     server->stop();
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, config.timing.stopGrace);
-    EXPECT_TRUE(answer.get());
-    EXPECT_EQ(lastType(body), "chunk");
+    const std::string stream = query.stream();
+    EXPECT_EQ(answerText(stream), "first words");
+    EXPECT_EQ(lastType(stream), "error");
+    EXPECT_GT(server->usage().current(server->account().id).total(), 0);
+}
+
+TEST_F(QueryHttp, TheGraceCanBeCutShort)
+{
+    config.timing.stopGrace = std::chrono::hours(1);
+    const auto server = start([](auto &, const TextSink &sink, StopToken stop) {
+        sink("first words");
+        stop.waitForStop([] { return false; });
+        return AnswerOutcome{};
+    });
+    RunningQuery query(*server);
+    query.waitForText();
+    server->hurry();
+    server->stop();
+    EXPECT_EQ(lastType(query.stream()), "error");
 }
 
 TEST_F(QueryHttp, EventStreamIsNotCompressed)

@@ -31,18 +31,26 @@ TEST(RateLimiter, RecordsBeyondTheLimitUntilReset)
     EXPECT_FALSE(limiter.wait("a"));
 }
 
-TEST(StreamSlots, LimitsPerAccountAndInTotal)
+TEST(RunningStreams, LimitsTheirNumberAndFindsThoseOfAnAccount)
 {
-    StreamSlots slots(1, 2);
-    auto first = slots.acquire(1);
-    EXPECT_TRUE(first);
-    EXPECT_FALSE(slots.acquire(1));
-    const auto second = slots.acquire(2);
-    EXPECT_TRUE(second);
-    EXPECT_FALSE(slots.acquire(3));
-    EXPECT_FALSE(slots.waitForNone(std::chrono::milliseconds(0)));
+    RunningStreams streams(2);
+    auto first = streams.acquire();
+    const auto second = streams.acquire();
+    ASSERT_TRUE(first && second);
+    EXPECT_FALSE(streams.acquire());
+    std::vector<Revocation> revoked;
+    const auto note = [&revoked](Revocation why) { revoked.push_back(why); };
+    streams.add(first, {1, "a", note});
+    streams.add(second, {2, "b", note});
+    const auto found = streams.ofAccount(1);
+    ASSERT_EQ(found.size(), 1U);
+    EXPECT_EQ(found[0].sessionId, "a");
+    found[0].revoke(Revocation::SignedOut);
+    EXPECT_EQ(revoked, std::vector<Revocation>{Revocation::SignedOut});
+    EXPECT_FALSE(streams.waitForNone(std::chrono::milliseconds(0)));
     first.reset();
-    EXPECT_TRUE(slots.acquire(3));
+    EXPECT_TRUE(streams.ofAccount(1).empty());
+    EXPECT_TRUE(streams.acquire());
 }
 
 } // namespace

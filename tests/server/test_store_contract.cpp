@@ -524,14 +524,17 @@ TEST_P(StoreContract, AuditTrailOnlyGrowsAndOutlivesPeople)
     EXPECT_THROW(database.execute("UPDATE audit SET actor = 'nobody'"), DatabaseError);
     EXPECT_THROW(database.execute("DELETE FROM audit"), DatabaseError);
     accounts.remove("ann@x.org");
-    const auto about = trail.list(10, 0, account.person);
+    const auto about = trail.list(10, {account.person, "", 0});
     ASSERT_EQ(about.size(), 2U);
     EXPECT_EQ(about[0].action, "suspend");
     EXPECT_EQ(about[0].detail, "reason");
     const auto latest = trail.list(1);
     ASSERT_EQ(latest.size(), 1U);
     EXPECT_EQ(latest[0].subject, "default_prompt");
-    EXPECT_EQ(trail.list(10, latest[0].id).size(), 2U);
+    EXPECT_EQ(trail.list(10, {"", "", latest[0].id}).size(), 2U);
+    EXPECT_EQ(trail.list(10, {"", "suspend", 0}), std::vector<AuditEntry>{about[0]});
+    EXPECT_TRUE(trail.list(10, {"admin-1", "create", 0}).empty());
+    EXPECT_EQ(trail.actions(), (std::vector<std::string>{"create", "setting", "suspend"}));
 }
 
 TEST_P(StoreContract, UploadedLogsAreUnchangedAndTheOldestAreDeleted)

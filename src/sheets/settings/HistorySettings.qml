@@ -120,9 +120,9 @@ Item {
         enabled: settings.storage.hasThreads
         text: qsTr("Delete all threads")
         onClicked: settings.storage.deleteAll()
-        // The focus goes on instead of getting lost.
+        // The focus goes on instead of getting lost, but not into a sheet that is being closed.
         onEnabledChanged: {
-            if (!enabled && focus)
+            if (!enabled && focus && settings.enabled)
                 field.forceActiveFocus(Qt.TabFocusReason)
         }
     }

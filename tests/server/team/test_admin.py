@@ -1,5 +1,6 @@
 """An administrator's day: signing in with a second factor, and every page and command."""
 
+import html
 import json
 import re
 import unittest
@@ -284,8 +285,8 @@ provider = "openai"
         self.assertIn(person, page)
         self.assertEqual(self.run_json("list-accounts"), [])
         about = self.boss.get(f"/admin/audit?who={person}").text
-        self.assertIn("suspend", about)
-        self.assertNotIn("admin-sign-in", about)
+        self.assertIn(">suspend</td>", about)
+        self.assertNotIn(">admin-sign-in</td>", about)
 
     def test_exporting_everything_of_a_person(self):
         token = self.log_in("ann@example.org", self.password).json["token"]
@@ -294,9 +295,9 @@ provider = "openai"
         reply = self.act("export", "Export everything")
         self.assertIn("attachment", reply.headers["Content-Disposition"])
         record = reply.json
-        self.assertEqual(record["account"]["email"], "ann@example.org")
-        self.assertEqual(record["logs"][0]["text"], "a line of the log")
-        self.assertEqual(record["usage"][0]["outputTokens"], 7)
+        self.assertEqual(record["accounts"][0]["email"], "ann@example.org")
+        self.assertEqual(record["uploaded_logs"][0]["text"], "a line of the log")
+        self.assertEqual(record["usage_daily"][0]["output_tokens"], 7)
         self.assertEqual(len(record["sessions"]), 1)
         self.assertNotIn(token, reply.text)
         self.assertNotIn("argon2", reply.text)
@@ -398,12 +399,52 @@ provider = "openai"
         first = self.boss.get("/admin/audit").text
         self.assertIn("plan 59", first)
         self.assertNotIn("plan 3<", first)
-        older = re.search(r'href="(/admin/audit\?before=\d+)">Older', first)[1]
-        self.assertIn("plan 3<", self.boss.get(older).text)
+        older = re.search(r'href="([^"]*)">Older', first)[1]
+        self.assertIn("plan 3<", self.boss.get(html.unescape(older)).text)
         mine = self.boss.get("/admin/audit?who=BOSS%40example.org").text
-        self.assertIn("admin-sign-in", mine)
+        self.assertIn(">admin-sign-in</td>", mine)
         self.assertNotIn("plan 59", mine)
         self.assertIn("No entry.", self.boss.get("/admin/audit?who=eve").text)
+
+    def test_the_trail_by_action(self):
+        for number in range(60):
+            self.run_command("set-plan", "ann@example.org", f"plan {number}")
+            if number % 10 == 0:
+                self.run_command("set-cap", "ann@example.org", str(number))
+        page = self.boss.get("/admin/audit?who=ann%40example.org&action=set-plan").text
+        self.assertIn('<option selected>set-plan</option>', page)
+        self.assertNotIn("tokens a month", page)
+        self.assertIn("plan 10<", page)
+        older = html.unescape(re.search(r'href="([^"]*)">Older', page)[1])
+        page = self.boss.get(older).text
+        self.assertIn("plan 9<", page)
+        self.assertNotIn("plan 10<", page)
+        self.assertNotIn("tokens a month", page)
+        self.assertNotIn("Older", page)
+        newest = html.unescape(re.search(r'href="([^"]*)">Newest', page)[1])
+        self.assertIn("plan 59<", self.boss.get(newest).text)
+        self.assertIn("No entry.", self.boss.get("/admin/audit?action=%3Cnone").text)
+        caps = self.run_json("audit", "--action", "set-allowance")
+        self.assertEqual([entry["detail"] for entry in caps],
+                         [f"{number} tokens a month" for number in (50, 40, 30, 20, 10)] + ["no limit"])
+        rest = self.run_json("audit", "--action", "set-allowance", "--before", str(caps[1]["id"]),
+                             "--count", "2")
+        self.assertEqual(rest, caps[2:4])
+
+    def test_accounts_and_passwords_of_the_command_line_are_in_the_trail(self):
+        self.run_command("ensure-account", "bob@example.org")
+        self.run_command("ensure-account", "bob@example.org")
+        self.run_command("set-password", "bob@example.org", "--generate")
+        self.run_command("set-password", "eve@example.org", "--generate", status=1)
+        self.run_command("create-account", "bob@example.org", "--generate", status=1)
+        self.run_command("create-account", "cat@example.org", "--generate", "--plan", "team",
+                         "--cap", "5")
+        trail = self.run_json("audit", "--count", "3")
+        self.assertEqual([(entry["action"], entry["detail"]) for entry in trail],
+                         [("create-account", "team, 5 tokens a month"), ("set-password", ""),
+                          ("create-account", "local, no limit")])
+        self.assertEqual(trail[1]["subject"], trail[2]["subject"])
+        self.assertEqual({entry["actor"] for entry in trail}, {"command line"})
 
     def test_search_among_people(self):
         for number in range(60):

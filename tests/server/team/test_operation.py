@@ -93,7 +93,11 @@ api_key = "canary-key-7f"
         self.model.status = 500
         self.assertEqual(self.visitor().post_json("/api/proxy/query", {"prompt": "?"},
                                                   self.token()).status, 502)
-        self.assertEqual(sum(self.metrics()["quellora_provider_errors_total"][1].values()), 1)
+        metrics = self.metrics()
+        self.assertEqual(sum(metrics["quellora_provider_errors_total"][1].values()), 3)
+        self.assertEqual(sum(metrics["quellora_retries_total"][1].values()), 2)
+        self.assertEqual([dict(labels)["state"] for _, labels in
+                          metrics["quellora_model_breaker_info"][1]], ["closed"])
 
     def test_counters_are_for_this_machine_or_with_the_token(self):
         self.start()
@@ -188,7 +192,28 @@ api_key = "canary-key-7f"
                 status = 503
         self.assertEqual(status, 503)
         self.model.hold.set()
-        threading.Thread(target=answer.read, daemon=True).start()
+        self.assertIn(b'"type":"done"', answer.read())
+        self.assertEqual(self.process.wait(PATIENCE), 0)
+
+    def test_a_second_signal_ends_the_grace(self):
+        with self.config.open("a") as config:
+            config.write("[timing]\nstop_grace_seconds = 3600\n")
+        self.start()
+        token = self.token()
+        self.model.hold.clear()
+        connection = http.client.HTTPConnection(self.url.split("//")[1], timeout=PATIENCE)
+        connection.request("POST", "/api/proxy/query", '{"prompt":"?"}',
+                           {"Content-Type": "application/json", "Authorization": f"Bearer {token}"})
+        answer = connection.getresponse()
+        self.assertIn(b"canary", answer.readline())
+        self.process.terminate()
+        deadline = time.monotonic() + PATIENCE
+        while any("Stopping" in line for line in self.lines) is False:
+            self.assertLess(time.monotonic(), deadline)
+            time.sleep(0.02)
+        self.process.terminate()
+        self.assertIn(b"restarted", answer.read())
+        self.assertEqual(self.process.wait(PATIENCE), 0)
 
 
 if __name__ == "__main__":
