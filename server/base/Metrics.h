@@ -82,9 +82,6 @@ struct Metrics
     DurationHistogram firstText;
     std::atomic<std::int64_t> runningAnswers{0};
     std::atomic<std::int64_t> connections{0};
-    /// Transfers that were begun at providers and that have ended, whether complete or not.
-    std::atomic<std::uint64_t> transfersBegun{0};
-    std::atomic<std::uint64_t> transfersEnded{0};
     /// Labels: model, "input" or "output".
     CounterFamily tokens;
     /// Labels: model, kind of the failure.

@@ -105,6 +105,9 @@ public:
     virtual void transaction(const std::function<void()> &work, Work kind = Work::Once) = 0;
     /// Runs @p work on one unchanging state of the store. It must not write.
     virtual void snapshot(const std::function<void()> &work) = 0;
+    /// Inside a snapshot: like query() for a SELECT with however many rows; few of them are in
+    /// memory at a time.
+    virtual void scan(const std::string &sql, const OnRow &onRow) = 0;
     /// Inside a transaction: waits until no other one holds @p key, and holds it to its end.
     virtual void lockKey(const std::string &key) = 0;
     /// Inside a transaction: like lockKey(), but false instead of waiting.

@@ -242,6 +242,9 @@ PostgresConnection::Result PostgresConnection::finish()
         }
         last = std::move(result);
     }
+    // A pooler may pass on what another client of its connection listens for.
+    while (PGnotify *note = PQnotifies(m_connection))
+        PQfreemem(note);
     if (problem.empty())
         return last;
     if (m_isBroken)

@@ -25,6 +25,7 @@ public:
                const OnRow &onRow) override;
     void transaction(const std::function<void()> &work, Work kind = Work::Once) override;
     void snapshot(const std::function<void()> &work) override;
+    void scan(const std::string &sql, const OnRow &onRow) override;
     void lockKey(const std::string &key) override;
     bool tryLockKey(const std::string &key) override;
     void announce(const std::string &topic) override;

@@ -28,6 +28,7 @@ public:
                const OnRow &onRow) override;
     void transaction(const std::function<void()> &work, Work kind = Work::Once) override;
     void snapshot(const std::function<void()> &work) override;
+    void scan(const std::string &sql, const OnRow &onRow) override { query(sql, {}, onRow); }
     /// Transactions follow one another, so that nothing is left to lock.
     void lockKey(const std::string &) override {}
     bool tryLockKey(const std::string &) override { return true; }

@@ -301,7 +301,7 @@ RowCounts backUp(Database &database, const std::filesystem::path &file)
             for (const Column &column : table.columns)
                 columns.push_back(column.name);
             write({{"table", table.name}, {"columns", columns}});
-            database.query(table.select(), {}, [&](const Database::Row &row) {
+            database.scan(table.select(), [&](const Database::Row &row) {
                 json cells = json::array();
                 for (const Database::Value &cell : cellsOf(table, row))
                     cells.push_back(jsonOf(cell));
@@ -356,7 +356,7 @@ RowCounts copyStore(Database &from, Database &to)
                 for (const Column &column : table.columns)
                     columns.push_back(column.name);
                 filling.begin(table.name, columns);
-                from.query(table.select(), {}, [&](const Database::Row &row) {
+                from.scan(table.select(), [&](const Database::Row &row) {
                     filling.add(cellsOf(table, row));
                     ++read[table.name];
                 });

@@ -10,15 +10,6 @@ UsageLedger::UsageLedger(Database &database, const Clock &clock)
     : m_database(database), m_clock(clock)
 {}
 
-void UsageLedger::add(std::int64_t accountId, TokenCount tokens, const std::string &model)
-{
-    const auto now = m_clock.now();
-    // The end of an answer waits for this, which a disk's flush would make many times longer.
-    m_database.transaction(
-        [&] { count(accountId, billingPeriod(now), isoDay(now), model, tokens, 1); },
-        Database::Work::Relaxed);
-}
-
 void UsageLedger::count(std::int64_t accountId, const std::string &period, const std::string &day,
                         const std::string &model, TokenCount tokens, std::int64_t queries)
 {

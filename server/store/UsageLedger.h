@@ -54,9 +54,8 @@ public:
 
     UsageLedger(Database &database, const Clock &clock);
 
-    /// Counts an answer of now. Nothing for an account that no longer exists.
-    void add(std::int64_t accountId, TokenCount tokens, const std::string &model = "");
-    /// Adds to the figures of that period and day; negative numbers take away.
+    /// Adds to the figures of that period and day, in the running transaction; negative numbers
+    /// take away. Counts nothing for an account that no longer exists.
     void count(std::int64_t accountId, const std::string &period, const std::string &day,
                const std::string &model, TokenCount tokens, std::int64_t queries);
     TokenCount current(std::int64_t accountId);

@@ -151,6 +151,10 @@ class AnswerClicksTest(DesktopCase):
         self.assertFalse([event for event in other.events(since=mark)
                           if event.startswith("click")])
         self.focus_other(app, other)
+        # Qt notices on X11 only after 400 ms that another window has the focus.
+        wait_until(lambda: not any(app.access.has_state(window, "ACTIVE")
+                                   for window in app.access.windows()),
+                   what="the panel to know that it has no focus")
         mark = other.mark()
         self.desktop.click(*at)
         other.wait_for("active 0", since=mark)

@@ -159,6 +159,7 @@ private Q_SLOTS:
                 return;
         }
         QVERIFY(calls > 40);
+        qInfo("calls tried: %d", calls);
     }
 
     void powerCuts()
@@ -225,6 +226,7 @@ private:
             }
         }
         QVERIFY(states > int(operations.size()) * 5);
+        qInfo("states tried: %d", states);
     }
 
     void verify(const Allowed &allowed, const QString &where, bool withForeignFiles = true)

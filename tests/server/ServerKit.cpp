@@ -1,5 +1,7 @@
 #include "ServerKit.h"
 
+#include "base/Text.h"
+
 #include <cstdlib>
 #include <sstream>
 
@@ -48,6 +50,12 @@ Config testConfig(const TemporaryDirectory &directory, const std::string &toml,
 std::string fakeJpeg()
 {
     return std::string("\xFF\xD8\xFF\xE0 not really a picture");
+}
+
+void addUsage(UsageLedger &usage, const Clock &clock, std::int64_t accountId, TokenCount tokens,
+              const std::string &model)
+{
+    usage.count(accountId, billingPeriod(clock.now()), isoDay(clock.now()), model, tokens, 1);
 }
 
 AnswerOutcome completed(std::int64_t input, std::int64_t output)

@@ -58,6 +58,10 @@ Config testConfig(const TemporaryDirectory &directory, const std::string &toml =
 /// Bytes that start like a JPEG.
 std::string fakeJpeg();
 
+/// Counts an answer of now.
+void addUsage(UsageLedger &usage, const Clock &clock, std::int64_t accountId, TokenCount tokens,
+              const std::string &model = "");
+
 /// A complete outcome with token counts.
 AnswerOutcome completed(std::int64_t input, std::int64_t output);
 
@@ -93,6 +97,8 @@ public:
                           nlohmann::json extra = nlohmann::json::object()) const;
     /// Stops the server before the destructor does.
     void stop();
+    /// The running answers of this server.
+    AnswerLedger &answers() { return m_server->answers(); }
     /// Ends the grace that stop() gives to running answers.
     void hurry() { m_server->hurry(); }
 

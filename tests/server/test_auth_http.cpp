@@ -27,7 +27,7 @@ TEST_F(AuthHttp, LoginReturnsTheCompleteRecord)
         AdminMessage{"m1", "BLOCKING", "Head", "Body", "Go", "http://x.example", 5};
     RunningServer server(config, clock);
     server.accounts().setTokenCap(RunningServer::email, 1000);
-    server.usage().add(server.account().id, {500, 260});
+    addUsage(server.usage(), clock, server.account().id, {500, 260});
 
     const auto answer = server.login(" Ann@Example.org ", RunningServer::password);
     ASSERT_TRUE(answer);

@@ -84,7 +84,8 @@ TEST_F(SqliteFile, FlushBringsTheUsageIntoTheFileItself)
 {
     const Account account = ann();
     database.flush();
-    UsageLedger(database, clock).add(account.id, {1, 2});
+    UsageLedger usage(database, clock);
+    addUsage(usage, clock, account.id, {1, 2});
     const auto usageInTheFileAlone = [&] {
         const auto copied = directory.path() / "copy.sqlite";
         std::filesystem::copy_file(file, copied, std::filesystem::copy_options::overwrite_existing);

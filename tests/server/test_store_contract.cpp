@@ -139,7 +139,7 @@ TEST_P(StoreContract, DeletingAnAccountDeletesItsData)
 {
     const Account account = ann();
     const IssuedSession session = sessions.issue(account.id);
-    usage.add(account.id, {1, 2});
+    addUsage(usage, clock, account.id, {1, 2});
     Telemetry telemetry(database, clock);
     telemetry.add(account.id, "{}");
     EXPECT_TRUE(accounts.remove("ann@x.org"));
@@ -147,14 +147,14 @@ TEST_P(StoreContract, DeletingAnAccountDeletesItsData)
     EXPECT_EQ(rowsOf("telemetry"), 0);
     EXPECT_EQ(usage.current(account.id).total(), 0);
     // An answer may end after its account was deleted.
-    EXPECT_NO_THROW(usage.add(account.id, {1, 2}));
+    EXPECT_NO_THROW(addUsage(usage, clock, account.id, {1, 2}));
 }
 
 TEST_P(StoreContract, UsageIsCountedPerMonth)
 {
     const Account account = ann();
-    usage.add(account.id, {10, 5});
-    usage.add(account.id, {1, 1});
+    addUsage(usage, clock, account.id, {10, 5});
+    addUsage(usage, clock, account.id, {1, 1});
     EXPECT_EQ(usage.current(account.id).input, 11);
     EXPECT_EQ(usage.current(account.id).total(), 17);
     EXPECT_EQ(usage.queries(account.id), 2);
@@ -166,7 +166,7 @@ TEST_P(StoreContract, FiguresDependOnTheCap)
 {
     const Account account = ann(1000);
     const auto after = [&](std::int64_t more) {
-        usage.add(account.id, {more, 0});
+        addUsage(usage, clock, account.id, {more, 0});
         return usage.figures(account);
     };
     UsageFigures figures = after(749);
@@ -190,7 +190,7 @@ TEST_P(StoreContract, FiguresDependOnTheCap)
 TEST_P(StoreContract, AccountWithoutCapIsNeverSpent)
 {
     const Account account = ann(0);
-    usage.add(account.id, {UsageLedger::unlimitedAllowance * 2, 0});
+    addUsage(usage, clock, account.id, {UsageLedger::unlimitedAllowance * 2, 0});
     const UsageFigures figures = usage.figures(account);
     EXPECT_GT(figures.cap, 0);
     EXPECT_GT(figures.remaining, 0);
@@ -385,11 +385,11 @@ TEST_P(StoreContract, UsageIsCountedPerModelAndDay)
 {
     const Account account = ann();
     const Account other = *accounts.createInvited("b@x.org", "local", 0);
-    usage.add(account.id, {1, 2}, "small");
-    usage.add(account.id, {3, 4}, "small");
-    usage.add(account.id, {5, 6}, "large");
+    addUsage(usage, clock, account.id, {1, 2}, "small");
+    addUsage(usage, clock, account.id, {3, 4}, "small");
+    addUsage(usage, clock, account.id, {5, 6}, "large");
     clock.advance(hours(24));
-    usage.add(other.id, {7, 8}, "small");
+    addUsage(usage, clock, other.id, {7, 8}, "small");
     const std::vector<DailyUsage> all = {{account.id, "2026-01-15", "large", {5, 6}, 1},
                                          {account.id, "2026-01-15", "small", {4, 6}, 2},
                                          {other.id, "2026-01-16", "small", {7, 8}, 1}};

@@ -48,7 +48,8 @@ protected:
         const Account ann = *accounts.create("ann@x.org", "secret", "team", 5000);
         accounts.createInvited("bob@x.org", "local", 0);
         token = Sessions(*from, clock, hours(24), seconds(60)).issue(ann.id).token;
-        UsageLedger(*from, clock).add(ann.id, {3, 4}, "small");
+        UsageLedger usage(*from, clock);
+        addUsage(usage, clock, ann.id, {3, 4}, "small");
         AnswerLedger(*from, clock, "gone", 4).begin(ann.id, "small", 10, 100);
         UploadedLogs(*from, clock, 3).store(ann.id, std::string("\0\xFF log", 6));
         Messages(*from, clock).add({"m", "BLOCKING", "H", "B", {}, {}, {}}, ann.id);

@@ -175,10 +175,13 @@ void DiskImage::writeTo(const std::string &folder) const
 {
     for (const auto &entry : fs::directory_iterator(folder))
         fs::remove_all(entry.path());
-    for (const std::string &path : folders)
-        fs::create_directories(fs::path(folder) / path);
+    // What was in a folder that is lost is lost as well. Folders come before what they contain.
+    for (const std::string &path : folders) {
+        const fs::path place = fs::path(folder) / path;
+        if (fs::is_directory(place.parent_path()))
+            fs::create_directory(place);
+    }
     for (const auto &[path, content] : files) {
-        // A file whose folder was lost is lost as well.
         const fs::path place = fs::path(folder) / path;
         if (fs::is_directory(place.parent_path()))
             std::ofstream(place, std::ios::binary) << content;
@@ -210,6 +213,8 @@ public:
                 return std::nullopt;
             whole = m_folder + opened->second.path + '/' + path;
         }
+        if (whole + '/' == m_folder)
+            return std::string();
         if (!whole.starts_with(m_folder))
             return std::nullopt;
         std::string relative = whole.substr(m_folder.size());

@@ -17,7 +17,7 @@ from counting_provider import REPORTED_PER_PIECE, TOKENS_PER_PIECE
 from team_clients import SHORTEST_PROMPT
 
 # What is reserved ahead of the text, at most.
-RESERVED_AHEAD = 1024
+RESERVED_AHEAD = 512
 # Pieces that the system of an instance may have acknowledged although it was told to stop reading.
 IN_FLIGHT = 3
 
@@ -82,12 +82,13 @@ def _judge(question, delivered, row, pieces):
         right = exact and question.tokens == row.total and delivered.pieces == pieces
         return "whole, exact", None if right else "was whole and is counted otherwise"
     least = question.text_bytes // 4
+    # The last piece may have arrived although its connection broke before the provider knew.
+    most = TOKENS_PER_PIECE * (delivered.pieces + 1)
     if row.state == "expired":
-        most = TOKENS_PER_PIECE * delivered.pieces + RESERVED_AHEAD
-        right = least <= row.output <= most
+        right = least <= row.output <= most + RESERVED_AHEAD
         kind = "lease over, as reserved" if delivered.pieces else "lease over before any text"
         return kind, None if right else "is counted out of bounds"
     if delivered.whole and exact:
         return "whole, exact", None
-    right = least <= row.output <= TOKENS_PER_PIECE * delivered.pieces
+    right = least <= row.output <= most
     return "cut off, as far as it came", None if right else "is counted out of bounds"

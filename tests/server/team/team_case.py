@@ -1,6 +1,8 @@
 """What the tests of the team's pages share: the real backend, a browser without a screen, codes."""
 
+import atexit
 import base64
+import functools
 import hashlib
 import hmac
 import html
@@ -19,10 +21,20 @@ import time
 import unittest
 import urllib.parse
 
+from stores import Cluster
+
 PROGRAM = os.environ.get("QUELLORA_BACKEND_PROGRAM") or str(
     pathlib.Path(os.environ["QUELLORA_BIN_DIR"]) / "quellora-backend")
 PATIENCE = 30
 CALLBACK = "http://127.0.0.1:9877/oauth-callback"
+
+
+@functools.cache
+def shared_cluster():
+    """The PostgreSQL server of the tests that run with another store than usual."""
+    cluster = Cluster()
+    atexit.register(cluster.close)
+    return cluster
 
 
 def one_time_code(secret, step_offset=0, now=None):
@@ -171,6 +183,8 @@ class TeamCase(unittest.TestCase):
         self.config.write_text(self.CONFIG)
         self.environment = {"PATH": os.environ["PATH"], "HOME": str(self.folder),
                             "LANG": "C.UTF-8", "TMPDIR": str(self.folder)}
+        if os.environ.get("QUELLORA_TEAM_STORE") == "postgresql":
+            self.environment["QUELLORA_BACKEND_DATABASE"] = shared_cluster().new_store().address
         self.lines = []
         self.process = None
         self.url = None

@@ -94,15 +94,15 @@ class BooksTest(unittest.TestCase):
     def test_cut_off(self):
         self.cut_off()
         self.assert_right("cut off, as far as it came")
-        for output in (4 * TOKENS_PER_PIECE - 1, 5 * TOKENS_PER_PIECE + 1):
+        for output in (4 * TOKENS_PER_PIECE - 1, 6 * TOKENS_PER_PIECE + 1):
             self.row.output = output
             self.assert_wrong("out of bounds")
 
     def test_the_lease_is_over(self):
         self.cut_off("expired")
-        self.row.output = 5 * TOKENS_PER_PIECE + RESERVED_AHEAD
+        self.row.output = 6 * TOKENS_PER_PIECE + RESERVED_AHEAD
         self.assert_right("lease over, as reserved")
-        for output in (4 * TOKENS_PER_PIECE - 1, 5 * TOKENS_PER_PIECE + RESERVED_AHEAD + 1):
+        for output in (4 * TOKENS_PER_PIECE - 1, 6 * TOKENS_PER_PIECE + RESERVED_AHEAD + 1):
             self.row.output = output
             self.assert_wrong("out of bounds")
 

@@ -4,6 +4,7 @@ import base64
 import concurrent.futures
 import hashlib
 import json
+import os
 import re
 import sqlite3
 import stat
@@ -231,6 +232,32 @@ class BackupTest(KeepingCase):
 
 class PostgresBackupTest(BackupTest):
     KIND = "postgresql"
+
+    def memory_of(self, *arguments):
+        """Runs a command; returns the most memory that it had, in MiB."""
+        process = subprocess.Popen([PROGRAM, "--config", self.config, *arguments],
+                                   env=self.environment, stdin=subprocess.DEVNULL,
+                                   stdout=subprocess.DEVNULL)
+        _, status, used = os.wait4(process.pid, 0)
+        process.returncode = os.waitstatus_to_exitcode(status)
+        self.assertEqual(process.returncode, 0)
+        return used.ru_maxrss / 1024
+
+    def test_a_large_store_passes_through_little_memory(self):
+        self.on(self.source, "ensure-account")
+        self.source.run("INSERT INTO uploaded_logs(account_id, received_at, size) SELECT id, 1, 1 FROM accounts")
+        pieces = 80
+        self.source.run("INSERT INTO uploaded_log_parts(log_id, part, content) SELECT id, n,"
+                        f" decode(repeat('ab', 1048576), 'hex') FROM uploaded_logs, generate_series(1, {pieces}) n")
+        small = self.memory_of("--database", self.source.address, "list-accounts")
+        file = self.folder / "backup"
+        target = self.store("sqlite")
+        for arguments in (("backup", str(file), "--database", self.source.address),
+                          ("migrate-store", self.source.address, target.address)):
+            used = self.memory_of(*arguments)
+            print(f"{arguments[0]}: {used:.0f} MiB for {pieces} MiB, {small:.0f} MiB for nothing")
+            self.assertLess(used - small, pieces)
+        self.assertEqual(len(target.rows("uploaded_log_parts")), pieces)
 
 
 class MigrateStoreTest(KeepingCase):
