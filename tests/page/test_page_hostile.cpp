@@ -24,6 +24,7 @@ private Q_SLOTS:
     void canaryHears();
     void markupDoesNotRun_data();
     void markupDoesNotRun();
+    void everyAnswerIsHarmless();
     void answerShowsNoPictures();
     void answersAreShownAsSent_data();
     void answersAreShownAsSent();
@@ -172,6 +173,50 @@ void TestPageHostile::markupDoesNotRun()
     settle();
     QCOMPARE(m_engine->text(safe), expected);
     verifyUntouched();
+}
+
+/// The answers of hostile_answers.txt, one per line: each alone in the page, and all in one thread.
+void TestPageHostile::everyAnswerIsHarmless()
+{
+    QFile file(QStringLiteral(HOSTILE_ANSWERS));
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    const QStringList answers =
+        QString::fromUtf8(file.readAll()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    // What the page itself makes of code, formulas and tables is no attack.
+    const QString bad = QStringLiteral(
+        "(() => { const roots = [...document.querySelectorAll('.turn-response')];"
+        "if (!roots.length) roots.push(document.getElementById('ct'));"
+        "const found = roots.flatMap(root => [...root.querySelectorAll('*')]).filter(e => {"
+        "if (e.closest('.katex, .code-block-copy, .copy-code')) return false;"
+        "if (/^(script|style|iframe|frame|object|embed|applet|form|meta|base|link|svg|math|video|"
+        "audio|template|noscript|portal|fencedframe|dialog)$/i.test(e.localName)) return true;"
+        "return [...e.attributes].some(a => "
+        // The page marks its own task lists.
+        "a.name === 'style' ? a.value !== 'list-style: none;' : "
+        "/^on|^(srcset|srcdoc|ping|poster|background|action|formaction|attributionsrc|autofocus|"
+        "contenteditable|accesskey)$/i.test(a.name)"
+        "|| a.name === 'href' && !/^(https?:|mailto:|#)/i.test(a.value)"
+        // Pictures by address stay elements; the page's policy loads none.
+        "|| a.name === 'src' && /^(blob|javascript):/i.test(a.value)); });"
+        "return (typeof window.pwned) + ' ' + document.baseURI.startsWith('quellora-page:') + ' ' "
+        "+ "
+        "found.map(e => e.outerHTML.slice(0, 200)).join(' ; '); })()");
+    const QString expected = QStringLiteral("undefined true ");
+
+    CaptureSession session = CaptureSession::create();
+    for (const QString &answer : answers) {
+        const QString markdown = aimed(answer);
+        session.addTurn(QStringLiteral("q"), markdown, QDateTime::currentDateTime());
+        QVERIFY(finished(m_display->loadContent(markdown)));
+        QVERIFY2(m_engine->text(bad) == expected,
+                 qPrintable(answer + QStringLiteral("\n") + m_engine->text(bad)));
+        QVERIFY2(m_hits == 0, qPrintable(answer));
+    }
+    QVERIFY(finished(m_display->renderThread(session)));
+    settle();
+    QCOMPARE(m_engine->text(bad), expected);
+    verifyUntouched();
+    QVERIFY2(answers.size() >= 150, qPrintable(QString::number(answers.size())));
 }
 
 /// An answer cannot show pictures by address, neither those of its own page nor of another one.

@@ -59,6 +59,22 @@ TEST_P(AnswerLedgerTest, AnswerIsCountedOnce)
     EXPECT_FALSE(first.settle("unknown", {1, 1}));
 }
 
+TEST_P(AnswerLedgerTest, AnswerIsCountedForTheModelThatGaveIt)
+{
+    const Account account = ann(0);
+    const auto answer = first.begin(account.id, "asked", 10, 100);
+    // Until then it counts for the model that was asked.
+    clock.advance(AnswerLedger::lease);
+    EXPECT_EQ(second.expire(), 1);
+    EXPECT_TRUE(first.settleAtLast(answer->id, {20, 30}, "other"));
+    EXPECT_EQ(usage.current(account.id), (TokenCount{20, 30}));
+    EXPECT_EQ(usage.queries(account.id), 1);
+    for (const DailyUsage &day : usage.daily("2026-01-15", "2026-01-15")) {
+        EXPECT_EQ(day.queries, day.model == "other" ? 1 : 0) << day.model;
+        EXPECT_EQ(day.tokens.total(), day.model == "other" ? 50 : 0) << day.model;
+    }
+}
+
 TEST_P(AnswerLedgerTest, FailedAnswerCostsNothing)
 {
     const Account account = ann(1000);
