@@ -251,7 +251,9 @@ provider = "openai"
 
         def verify():
             return self.visitor().post_json("/api/auth/app-verify", {}, token).status
+        self.assertRegex(self.boss.get("/admin/people").text, 'data-name="Last seen">never')
         self.assertEqual(verify(), 200)
+        self.assertRegex(self.boss.get("/admin/people").text, r'data-name="Last seen">\d{4}-')
         self.assertEqual(self.act("suspend", "Suspend").status, 303)
         self.assertEqual(verify(), 403)
         self.assertIn("Suspended", self.boss.get("/admin/people").text)
@@ -343,6 +345,9 @@ provider = "openai"
                 "label": "", "address": ""}
         for change in ({"header": " "}, {"body": ""}, {"label": "Go"},
                        {"label": "Go", "address": "javascript:alert(1)"}, {"kind": "update"},
+                       {"label": "Go", "address": "https://"},
+                       {"label": "Go", "address": "https://a.example/ b"},
+                       {"label": "Go", "address": "https://bank.example@evil.example/"},
                        {"minutes": "5"}, {"to": "77"}, {"header": "x" * 121},
                        {"kind": "update", "minutes": "9999999"}):
             reply = self.boss.submit("/admin/messages", "Send", "send", **(good | change))
