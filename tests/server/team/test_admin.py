@@ -310,7 +310,8 @@ provider = "openai"
             self.visitor().post_json("/api/proxy/query", {"prompt": "What?", "model": model}, token)
         page = self.boss.get("/admin/usage").text
         self.assertRegex(page, r'aria-label="Tokens per day: 57 tokens, most on [\d-]+ with 57"')
-        self.assertRegex(page, r"second</td><td class=\"num\">2</td><td class=\"num\">24</td>")
+        self.assertRegex(page, r'second</td><td class="num" data-name="Questions">2</td>'
+                               r'<td class="num" data-name="Tokens in">24</td>')
         one = self.boss.get("/admin/usage?model=first&days=7").text
         self.assertIn("19 tokens", one)
         self.assertEqual(self.boss.get("/admin/usage?days=99999&id=77&model=%3Cx").status, 200)
