@@ -1,5 +1,6 @@
 """The backend among people who mean it harm: hostile bytes, browsers, words and guesses."""
 
+import base64
 import html.parser
 import itertools
 import json
@@ -18,7 +19,7 @@ import urllib.parse
 import prometheus
 from fake_provider import CLIENT, SECRET, FakeProvider
 from raw_client import RawClient, ask
-from team_case import CALLBACK, PATIENCE, FakeModel, TeamCase
+from team_case import CALLBACK, PATIENCE, PROGRAM, FakeModel, TeamCase
 
 PAGES = ["/", "/login", "/account", "/account/connect", "/account/billing", "/reset-password", "/signup",
          "/pricing", "/help", "/style.css", "/openapi.json", "/healthz", "/invite", "/login/team",
@@ -467,7 +468,7 @@ allowed_domains = ["example.org"]
             for path, fields in (("/api/auth/app-login", {"email": word, "password": word, "osVersion": word,
                                                           "hotkeys": {word: word}, "cpuArch": word}),
                                  ("/api/auth/app-verify", {word: word}),
-                                 ("/api/proxy/query", {"prompt": "", "model": word, "image": word, "sessionId": word,
+                                 ("/api/proxy/query", {"prompt": "", "model": word, "imageBase64": word, "sessionId": word,
                                                        "queryId": word, "history": word}),
                                  ("/api/telemetry/query", {"model_used": word, "platform": word, word: word})):
                 reply = self.visitor().post_json(path, fields, None if "login" in path else token)
@@ -624,6 +625,82 @@ class GuessingTest(MaliceCase):
         known, unknown = (statistics.median(times[email]) * 1000 for email in times)
         print(f"\nsign-in refused: known address {known:.1f} ms, unknown {unknown:.1f} ms (medians of 20), "
               f"ratio {unknown / known:.3f}; processor ticks {list(spent.values())}")
+
+
+class SecretsTest(MaliceCase):
+    """A whole journey, and every place where something of it could stay."""
+
+    PROMPT, ANSWER, LOG = "canary-prompt-91", "canary-answer-92", "canary-log-93"
+    PASSWORD, KEY = "canary-password-94", "canary-key-95"
+
+    def watch(self):
+        """Reads what every user of the machine may see of running programs until the test ends."""
+        while not self.ended.is_set():
+            for entry in pathlib.Path("/proc").glob("[0-9]*"):
+                try:
+                    self.seen.add((entry / "cmdline").read_bytes())
+                    parent = int((entry / "stat").read_text().rsplit(")", 1)[1].split()[1])
+                    if int(entry.name) == self.process.pid or parent == self.process.pid:
+                        self.seen.add((entry / "environ").read_bytes())
+                        self.seen.add((entry / "comm").read_bytes())
+                except OSError:
+                    continue
+            self.looks += 1
+
+    def test_nothing_private_stays_where_it_does_not_belong(self):
+        model = FakeModel(self.ANSWER)
+        self.addCleanup(model.close)
+        self.run_command("create-account", "ann@example.org", "--password-stdin", given=self.PASSWORD + "\n")
+        admin = self.add_admin()
+        self.start()
+        self.seen, self.looks, self.ended = set(), 0, threading.Event()
+        watcher = threading.Thread(target=self.watch)
+        watcher.start()
+        try:
+            boss, _ = self.sign_in(admin)
+            session = boss.cookies["quellora_admin"]
+            boss.submit("/account", 'inputmode="url"', target="/account/connect", address=model.url, key=self.KEY)
+            boss.submit("/account/connect", "Save", "save", target="/account/connect/models", m0="on")
+            token = self.log_in("ann@example.org", self.PASSWORD).json["token"]
+            login = "/login?callback=" + urllib.parse.quote(CALLBACK, safe="")
+            reply = self.visitor().submit(login, "password", email="ann@example.org", password=self.PASSWORD)
+            handover = urllib.parse.unquote(reply.location.split("token=")[1])
+            exchanged = self.visitor().post_json("/api/auth/app-verify", {}, handover).json["token"]
+            picture = base64.b64encode(b"\xff\xd8\xff" + bytes(range(200)) * 20).decode()
+            reply = self.visitor().post_json("/api/proxy/query", {"prompt": self.PROMPT, "imageBase64": picture},
+                                             token)
+            self.assertIn(self.ANSWER, reply.text)
+            self.assertIn(picture.encode(), model.questions[-1])
+            picture = picture[100:160]
+            reply = self.visitor().post_json("/api/proxy/query", {"prompt": self.PROMPT}, token)
+            self.assertIn(self.ANSWER, reply.text)
+            self.assertTrue([question for question in model.questions if self.PROMPT.encode() in question])
+            self.visitor().post_json("/api/logs/app", self.LOG, token)
+            invitation = re.search(r"token=([\w-]+)", self.run_command("invite", "bob@example.org"))[1]
+            self.visitor().submit("/invite?token=" + invitation, "Set password", password=self.PASSWORD,
+                                  again=self.PASSWORD)
+            model.status = 500
+            self.visitor().post_json("/api/proxy/query", {"prompt": self.PROMPT}, token)
+            boss.post("/admin/sign-out", boss.form_fields("/admin/people", "Sign out"))
+        finally:
+            self.ended.set()
+            watcher.join()
+        private = {self.PROMPT, self.ANSWER, self.PASSWORD, self.KEY, picture, token, handover, exchanged, session,
+                   invitation, admin["password"], *admin["recoveryCodes"]}
+        files = {path: path.read_bytes() for path in self.folder.rglob("*") if path.is_file()}
+        self.stop()
+        places = {"log": "\n".join(self.lines).encode(), "names": "\n".join(map(str, files)).encode(),
+                  "processes": b"\n".join(self.seen)}
+        for secret in private | {self.LOG, admin["secret"]}:
+            for place, content in places.items():
+                self.assertNotIn(secret.encode(), content, place)
+        # In files only the key, in its own one, which nobody else may read.
+        holding = {path.name for path, content in files.items() for secret in private if secret.encode() in content}
+        self.assertEqual(holding, {"connections.json"})
+        self.assertEqual(next(self.folder.rglob("connections.json")).stat().st_mode & 0o777, 0o600)
+        self.assertTrue([line for line in self.seen if line.startswith(str(PROGRAM).encode())])
+        print(f"\nsecrets: {len(private) + 2} searched in {len(files)} files and their names, {len(self.lines)} lines "
+              f"and what {self.looks} looks saw of processes; the key in connections.json alone")
 
 
 if __name__ == "__main__":
