@@ -1,7 +1,6 @@
 #include "admin/AdminActions.h"
 
 #include "base/Text.h"
-#include "providers/UpstreamSettings.h"
 #include "store/StoreCopy.h"
 
 #include <algorithm>
@@ -19,6 +18,18 @@ constexpr std::int64_t longestCountdown = 60LL * 24 * 365;
 tl::unexpected<std::string> refused(std::string why)
 {
     return tl::make_unexpected(std::move(why));
+}
+
+/// Whether a text is a link to a page: http or https, a host without user name, no blanks.
+bool isLink(const std::string &text)
+{
+    const std::size_t scheme = text.rfind("https://", 0) == 0  ? 8
+                               : text.rfind("http://", 0) == 0 ? 7
+                                                               : 0;
+    const std::string host = text.substr(scheme, text.find_first_of("/?#", scheme) - scheme);
+    return scheme > 0 && !host.empty() && host.find('@') == std::string::npos &&
+           std::none_of(text.begin(), text.end(),
+                        [](char c) { return static_cast<unsigned char>(c) <= 0x20 || c == 0x7F; });
 }
 
 std::string tokens(std::int64_t cap)
@@ -43,7 +54,7 @@ std::string messageProblem(const AdminMessage &message)
     if (message.actionLabel && message.actionLabel->size() > longestLabel)
         return "The button's caption is too long.";
     if (message.actionUrl &&
-        (message.actionUrl->size() > longestAddress || !isHttpUrl(*message.actionUrl)))
+        (message.actionUrl->size() > longestAddress || !isLink(*message.actionUrl)))
         return "The button's address must begin with http:// or https://.";
     if (message.forceUpdateInMinutes &&
         (*message.forceUpdateInMinutes < 0 || *message.forceUpdateInMinutes > longestCountdown))

@@ -60,8 +60,10 @@ pre { margin: 0 0 12px; padding: 12px; max-height: 60vh; overflow: auto; backgro
 .card { padding: 12px; margin: 0 0 12px; border: 1px solid var(--line); border-radius: 8px; } .card p { white-space: pre-wrap; }
 .card h3 { margin: 0 0 4px; font-size: 14px; line-height: 20px; font-weight: 600; overflow-wrap: anywhere; }
 .card .meta { color: var(--dim); font-size: 13px; margin: 0 0 8px; }
-@media (max-width: 720px) { .columns { grid-template-columns: minmax(0, 1fr); gap: 28px 0; } }
-@media (max-width: 480px) { .bar-top { margin-bottom: 0; } main.wide { padding-top: 16px; }
+.jump { display: none; }
+@media (max-width: 720px) { .columns { grid-template-columns: minmax(0, 1fr); gap: 28px 0; } .jump { display: block; } }
+@media (max-width: 480px) { .bar-top { margin-bottom: 0; } .bar-top b { flex: 1; } .bar-top nav { order: 1; flex-basis: 100%; margin: 0 -10px; }
+  main.wide { padding-top: 16px; }
   td:has(a) { min-width: 96px; }
   .scroll:not(.cards) th, .scroll:not(.cards) td { padding: 6px 8px; }
   .scroll.cards { border: 0; overflow: visible; } .cards table, .cards tbody, .cards tr, .cards td { display: block; width: 100%; }

@@ -51,7 +51,8 @@ std::string sendForm(const Visit &visit, const std::vector<Account> &accounts)
         return "<option value=\"" + std::string(value) + "\"" +
                (kind == value ? " selected>" : ">") + text + "</option>\n";
     };
-    std::string html = "<h2>Send a message</h2>\n" + formStart(visit, "/admin/messages") +
+    std::string html = "<h2 id=\"send\">Send a message</h2>\n" +
+                       formStart(visit, "/admin/messages") +
                        "<label>To<select name=\"to\"><option value=\"0\">Everybody</option>\n";
     for (const Account &account : accounts)
         html += "<option value=\"" + std::to_string(account.id) + "\"" +
@@ -97,7 +98,8 @@ PageReply messages(const Visit &visit, const std::string &problem = "")
     return PageReply::page(
         "Messages",
         heading("Messages") + problemNote(problem) + doneNote(visit) +
-            "<div class=\"columns\"><section>\n<h2>Shown now</h2>\n" +
+            "<p class=\"jump\"><a href=\"#send\">Send a message</a></p>\n<div "
+            "class=\"columns\"><section>\n<h2>Shown now</h2>\n" +
             (shown.empty() ? "<p>No message is shown.</p>\n" : shown) +
             (withdrawn.empty() ? ""
                                : "<details><summary>Withdrawn messages</summary>\n" + withdrawn +

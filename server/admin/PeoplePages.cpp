@@ -41,7 +41,7 @@ std::string inviteForm(const Visit &visit)
     const auto entered = [&](const char *name, const std::string &otherwise) {
         return htmlEscaped(visit.fields.count(name) > 0 ? visit.field(name) : otherwise);
     };
-    return "<h2>Invite somebody</h2>\n" + formStart(visit, "/admin/people") +
+    return "<h2 id=\"invite\">Invite somebody</h2>\n" + formStart(visit, "/admin/people") +
            "<label>E-mail address<input type=\"email\" name=\"email\" required maxlength=\"254\" "
            "value=\"" +
            entered("email", "") +
@@ -77,7 +77,9 @@ PageReply people(const Visit &visit, const std::string &problem = "")
     const std::size_t page = static_cast<std::size_t>(std::clamp<std::int64_t>(
         visit.fields.empty() ? visit.number("page", 1) : 1, 1, static_cast<std::int64_t>(pages)));
     std::string body = heading("People") + problemNote(problem) + doneNote(visit) +
-                       "<div class=\"columns\"><section>\n" + searchForm(wanted);
+                       "<p class=\"jump\"><a href=\"#invite\">Invite somebody</a></p>\n<div "
+                       "class=\"columns\"><section>\n" +
+                       searchForm(wanted);
     if (found.empty())
         body += everybody == 0
                     ? "<p>Nobody has an account yet.</p>\n"

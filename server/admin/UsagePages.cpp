@@ -43,17 +43,19 @@ std::string table(const std::string &caption, const std::string &column, const S
         std::stable_sort(rows.begin(), rows.end(), [](const auto &left, const auto &right) {
             return left.second.tokens.total() > right.second.tokens.total();
         });
-    std::string html = "<h2>" + caption +
-                       "</h2>\n<div class=\"scroll\"><table><thead><tr><th "
-                       "scope=\"col\">" +
+    // Addresses do not fit a phone beside three columns.
+    const bool isLinked = column == "Person";
+    std::string html = "<h2>" + caption + "</h2>\n<div class=\"scroll" +
+                       (isLinked ? " cards" : "") + "\"><table><thead><tr><th scope=\"col\">" +
                        column +
                        "</th><th scope=\"col\" class=\"num\">Questions</th><th scope=\"col\" "
                        "class=\"num\">Tokens in</th><th scope=\"col\" class=\"num\">Tokens "
                        "out</th></tr></thead><tbody>\n";
     for (const auto &[name, sum] : rows)
         html += std::string(byName ? "<tr><td class=\"time\">" : "<tr><td>") + name +
-                "</td><td class=\"num\">" + grouped(sum.queries) + "</td><td class=\"num\">" +
-                grouped(sum.tokens.input) + "</td><td class=\"num\">" + grouped(sum.tokens.output) +
+                "</td><td class=\"num\" data-name=\"Questions\">" + grouped(sum.queries) +
+                "</td><td class=\"num\" data-name=\"Tokens in\">" + grouped(sum.tokens.input) +
+                "</td><td class=\"num\" data-name=\"Tokens out\">" + grouped(sum.tokens.output) +
                 "</td></tr>\n";
     return html + "</tbody></table></div>\n";
 }

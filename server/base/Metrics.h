@@ -86,6 +86,10 @@ struct Metrics
     CounterFamily tokens;
     /// Labels: model, kind of the failure.
     CounterFamily providerErrors;
+    /// Failed attempts that were made up for, by asking the model again or by asking another one.
+    /// Label: the model that failed.
+    CounterFamily retries;
+    CounterFamily fallbacks;
     /// Requests refused because too many waited for a worker.
     std::atomic<std::uint64_t> refusedForLoad{0};
 };

@@ -14,6 +14,7 @@ namespace {
 
 constexpr std::int64_t year = 365LL * 24 * 3600;
 constexpr std::size_t shortestMetricsToken = 16;
+constexpr std::size_t mostFallbacks = 4;
 constexpr std::int64_t mebibyte = 1024LL * 1024;
 
 void readServer(TomlReader reader, ServerSettings &server)
@@ -41,6 +42,7 @@ void readLimits(TomlReader reader, LimitSettings &limits)
     reader.read("queries_per_minute", limits.queriesPerMinute, 1, 100000);
     reader.read("concurrent_queries", limits.concurrentQueries, 1, 64);
     reader.read("running_answers", limits.runningAnswers, 1, 100000);
+    reader.read("retries", limits.retries, 0, 5);
     reader.read("connections", limits.connections, 16, 1000000);
     reader.read("login_failures", limits.loginFailures, 1, 100000);
     reader.readSeconds("login_window_seconds", limits.loginWindow, 1, 24 * 3600);
@@ -125,9 +127,17 @@ void readTiming(TomlReader reader, TimingSettings &timing)
 {
     reader.readSeconds("keep_alive_seconds", timing.keepAlive, 1, 10);
     reader.readSeconds("connect_seconds", timing.connect, 1, 60);
+    reader.readSeconds("tls_seconds", timing.tls, 1, 60);
+    reader.readSeconds("first_byte_seconds", timing.firstByte, 1, 3600);
     reader.readSeconds("stall_seconds", timing.stall, 1, 3600);
+    reader.readSeconds("answer_seconds", timing.answer, 1, 24 * 3600);
+    if (const auto retry = reader.integer("retry_milliseconds", 1, 60000))
+        timing.retry = std::chrono::milliseconds(*retry);
+    reader.readSeconds("longest_retry_seconds", timing.longestRetry, 0, 60);
     reader.readSeconds("idle_seconds", timing.idle, 1, 3600);
     reader.readSeconds("stop_grace_seconds", timing.stopGrace, 0, 3600);
+    if (timing.answer < timing.firstByte || timing.answer < timing.stall)
+        reader.fail("answer_seconds", "must not be less than first_byte_seconds and stall_seconds");
     reader.finish();
 }
 
@@ -165,6 +175,13 @@ const ConfiguredProvider *providerNamed(const Config &config, const std::string 
     const auto found = std::find_if(config.providers.begin(), config.providers.end(),
                                     [&](const auto &provider) { return provider.name == name; });
     return found == config.providers.end() ? nullptr : &*found;
+}
+
+const ModelSettings *modelNamed(const Config &config, const std::string &id)
+{
+    const auto found = std::find_if(config.models.begin(), config.models.end(),
+                                    [&](const auto &model) { return model.id == id; });
+    return found == config.models.end() ? nullptr : &*found;
 }
 
 /// Adds a model with its empty fields filled in.
@@ -205,12 +222,48 @@ void readModels(TomlReader &root, Config &config)
         reader.read("upstream", model.upstream);
         reader.read("display_name", model.displayName);
         reader.read("descriptor", model.descriptor);
+        reader.read("fallback", model.fallback);
+        if (model.fallback.size() > mostFallbacks)
+            reader.fail("fallback",
+                        "must name at most " + std::to_string(mostFallbacks) + " models");
         reader.finish();
         if (model.id.empty() || !seen.insert(model.id).second)
             reader.fail("id", "is required and must be unique");
         if (!providerNamed(config, model.provider))
             reader.fail("provider", "must be " + quotedNames(config.providers));
         addModel(config, std::move(model));
+    }
+}
+
+/// What is wrong with the models that may take over; empty when nothing is. The lists are not
+/// followed from model to model, so that two models may stand in for each other.
+std::string fallbackProblem(const Config &config)
+{
+    for (const ModelSettings &model : config.models) {
+        std::set<std::string> seen = {model.id};
+        for (const std::string &next : model.fallback) {
+            if (!modelNamed(config, next))
+                return "models: \"" + model.id + "\" falls back to \"" + next +
+                       "\", which is not one of the models";
+            if (!seen.insert(next).second)
+                return "models: \"" + model.id + "\" falls back to \"" + next + "\" in a circle";
+        }
+    }
+    return "";
+}
+
+/// Lets the list of models say where a picture may go besides its model's own destination.
+void describeFallbacks(Config &config)
+{
+    for (ModelSettings &model : config.models) {
+        std::set<std::string> named = {model.destination};
+        for (const std::string &next : model.fallback) {
+            const std::string &host = modelNamed(config, next)->destination;
+            if (!named.insert(host).second)
+                continue;
+            model.descriptor += model.descriptor.empty() ? "Falls back to " : ", falls back to ";
+            model.descriptor += isLoopbackHost(host) ? "the server itself" : host;
+        }
     }
 }
 
@@ -246,9 +299,12 @@ void complete(Config &config, std::string &error)
     }
     if (config.defaultModel.empty())
         config.defaultModel = config.models.front().id;
-    if (std::none_of(config.models.begin(), config.models.end(),
-                     [&](const auto &m) { return m.id == config.defaultModel; }))
+    if (!modelNamed(config, config.defaultModel))
         fail("default_model: \"" + config.defaultModel + "\" is not one of the models");
+    if (const std::string problem = fallbackProblem(config); !problem.empty())
+        fail(problem);
+    else
+        describeFallbacks(config);
 }
 
 } // namespace

@@ -58,6 +58,8 @@ struct LimitSettings
     int concurrentQueries = 4;
     /// Running answers of all accounts together.
     int runningAnswers = 1000;
+    /// How often a model that fails is asked again for the same answer.
+    int retries = 2;
     /// Open connections, those between two requests included.
     std::size_t connections = 12000;
     int loginFailures = 10;
@@ -102,9 +104,20 @@ struct TimingSettings
     /// Longest time without a byte to the client. Until it has passed, a failing model still
     /// causes an HTTP error; after it the stream has begun.
     std::chrono::milliseconds keepAlive = std::chrono::seconds(8);
+    /// Longest time for finding a provider's address and connecting to it.
     std::chrono::milliseconds connect = std::chrono::seconds(5);
-    /// Longest silence of a model before its answer fails.
+    /// Longest time for the encryption to be agreed on afterwards.
+    std::chrono::milliseconds tls = std::chrono::seconds(5);
+    /// Longest time from a question that has been sent to the first byte of the reply.
+    std::chrono::milliseconds firstByte = std::chrono::seconds(180);
+    /// Longest silence of a model between two bytes before its answer fails.
     std::chrono::milliseconds stall = std::chrono::seconds(180);
+    /// Longest time from a question to the end of its answer, all attempts included.
+    std::chrono::milliseconds answer = std::chrono::hours(1);
+    /// Upper bound of the random wait before a model is asked again; doubles each time.
+    std::chrono::milliseconds retry = std::chrono::milliseconds(500);
+    /// Longest wait before that. A provider that asks for more is not asked again.
+    std::chrono::milliseconds longestRetry = std::chrono::seconds(5);
     /// How long a connection without a request is kept.
     std::chrono::milliseconds idle = std::chrono::seconds(75);
     /// How long a shutdown lets running answers go on.

@@ -3,37 +3,44 @@
 namespace quellora::server {
 namespace {
 
-std::string refusal(int status, Asked asked, bool hasKey)
+std::string refusal(const UpstreamProblem &problem, Asked asked, bool hasKey)
 {
-    const std::string code = " (HTTP " + std::to_string(status) + ")";
-    switch (status) {
-    case 0:
-        return " refused the question.";
-    case 401:
+    const std::string code =
+        problem.status > 0 ? " (HTTP " + std::to_string(problem.status) + ")" : "";
+    switch (problem.fault) {
+    case ProviderFault::Authentication:
         return hasKey ? " does not accept the key" + code + "." : " wants a key" + code + ".";
-    case 403:
+    case ProviderFault::Permission:
         return hasKey ? " does not allow this with the key" + code + "."
                       : " does not allow this without a key" + code + ".";
-    case 402:
+    case ProviderFault::Billing:
         return " wants to be paid first" + code + ".";
-    case 404:
+    case ProviderFault::UnknownModel:
         return asked == Asked::ModelList ? " has no list of models at this address" + code + "."
                                          : " does not know this model" + code + ".";
-    case 408:
-    case 504:
+    case ProviderFault::TimedOut:
         return " took too long" + code + ". Try again.";
-    case 413:
+    case ProviderFault::TooLarge:
         return " finds the picture too large" + code + ".";
-    case 429:
+    case ProviderFault::ContextTooLong:
+        return " finds the question too long for this model" + code + ".";
+    case ProviderFault::Filtered:
+        return " refuses the question because of its content" + code + ".";
+    case ProviderFault::RateLimited:
         return " refuses for now: too many questions, or no credit left" + code + ".";
-    default:
+    case ProviderFault::Overloaded:
+        return " has too much to do" + code + ". Try again later.";
+    case ProviderFault::ServerError:
+        return " has a problem of its own" + code + ". Try again later.";
+    case ProviderFault::InvalidRequest:
+    case ProviderFault::Other:
         break;
     }
-    if (status >= 300 && status < 400)
+    if (problem.status >= 300 && problem.status < 400)
         return " points to another address" + code + ". Enter that one.";
-    if (status >= 500)
-        return " has a problem of its own" + code + ". Try again later.";
-    return " refused the request" + code + ".";
+    return problem.fault == ProviderFault::Other && problem.status == 0
+               ? " refused the question."
+               : " refused the request" + code + ".";
 }
 
 std::string whatHappened(const UpstreamProblem &problem, Asked asked, bool hasKey)
@@ -50,13 +57,15 @@ std::string whatHappened(const UpstreamProblem &problem, Asked asked, bool hasKe
     case Kind::Silent:
         return " did not answer in time. Try again.";
     case Kind::Refused:
-        return refusal(problem.status, asked, hasKey);
+        return refusal(problem, asked, hasKey);
     case Kind::Malformed:
         return asked == Asked::ModelList ? " sent something that is no list of models. Check the "
                                            "address."
                                          : " sent something that is no answer.";
     case Kind::TooLong:
         return " sent more than is accepted.";
+    case Kind::Internal:
+        return " was not asked: this server had a problem of its own. Try again.";
     case Kind::Interrupted:
         break;
     }

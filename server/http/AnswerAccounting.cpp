@@ -82,7 +82,7 @@ AnswerAccounting::Settlement AnswerAccounting::settle(const std::optional<TokenC
                                                       std::size_t answerBytes)
 {
     const TokenCount counted = tokens.value_or(estimated(answerBytes));
-    m_services->answers.settleAtLast(m_id, counted);
+    m_services->answers.settleAtLast(m_id, counted, m_model);
     const auto amount = [](std::int64_t count) {
         return static_cast<std::uint64_t>(std::max<std::int64_t>(count, 0));
     };

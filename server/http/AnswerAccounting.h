@@ -49,6 +49,10 @@ public:
     /// Ends an answer that cost nothing; later, when the store fails.
     void release();
 
+    /// The model that answers, when it is another one than was asked. Before settle() and not
+    /// during it.
+    void setModel(const std::string &model) { m_model = model; }
+
     const Account &account() const { return m_account; }
     const std::string &model() const { return m_model; }
 

@@ -30,6 +30,19 @@ std::string decimal(double value)
     return text.data();
 }
 
+std::string stateName(CircuitBreaker::State state)
+{
+    switch (state) {
+    case CircuitBreaker::State::Open:
+        return "open";
+    case CircuitBreaker::State::HalfOpen:
+        return "half-open";
+    case CircuitBreaker::State::Closed:
+        break;
+    }
+    return "closed";
+}
+
 /// Collects the text, one metric after the other.
 class Writer
 {
@@ -87,7 +100,8 @@ private:
 
 } // namespace
 
-std::string metricsText(const Metrics &metrics, const std::map<std::string, std::size_t> &queues)
+std::string metricsText(const Metrics &metrics, const std::map<std::string, std::size_t> &queues,
+                        const std::vector<ModelStanding> &models)
 {
     Writer writer;
     writer.begin("quellora_build_info", "gauge", "Version of the program; always 1.");
@@ -106,6 +120,20 @@ std::string metricsText(const Metrics &metrics, const std::map<std::string, std:
     writer.family("quellora_provider_errors_total",
                   "Answers that a model provider failed, by model and kind.",
                   metrics.providerErrors, {"model", "kind"});
+    writer.family("quellora_retries_total",
+                  "Failed attempts after which the model was asked again.", metrics.retries,
+                  {"model"});
+    writer.family("quellora_fallbacks_total",
+                  "Answers for which another model was asked, by the model that failed.",
+                  metrics.fallbacks, {"model"});
+    writer.begin("quellora_model_breaker_info", "gauge",
+                 "How the circuit breaker of a model stands; always 1.");
+    for (const ModelStanding &model : models)
+        writer.sample("1", {"model", "state"}, {model.model, stateName(model.breaker.state)});
+    writer.begin("quellora_model_breaker_openings_total", "counter",
+                 "How often the circuit breaker of a model has opened.");
+    for (const ModelStanding &model : models)
+        writer.sample(std::to_string(model.breaker.openings), {"model"}, {model.model});
     writer.single("quellora_requests_refused_for_load_total", "counter",
                   "Requests refused because too many waited for a worker.",
                   std::to_string(metrics.refusedForLoad.load()));

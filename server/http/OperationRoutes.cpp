@@ -49,11 +49,12 @@ void OperationRoutes::metrics(const Request &request, Response &response) const
         return;
     }
     response.headers.set("Cache-Control", "no-store");
-    response.setBody(
-        metricsText(m_services.metrics, {{"requests", m_services.workers.waiting()},
-                                         {"passwords", m_services.passwordWorkers.waiting()},
-                                         {"answers", m_services.answerWorkers.waiting()}}),
-        "text/plain; version=0.0.4; charset=utf-8");
+    response.setBody(metricsText(m_services.metrics,
+                                 {{"requests", m_services.workers.waiting()},
+                                  {"passwords", m_services.passwordWorkers.waiting()},
+                                  {"answers", m_services.answerWorkers.waiting()}},
+                                 m_services.models.current()->standings()),
+                     "text/plain; version=0.0.4; charset=utf-8");
 }
 
 void OperationRoutes::contract(const Request &, Response &response) const

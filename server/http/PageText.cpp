@@ -23,7 +23,7 @@ constexpr std::string_view style = R"(
 body { margin: 0; min-height: 100vh; padding: 8vh 0 48px; background: var(--ground); color: var(--text);
   font: 14px/20px Inter, system-ui, sans-serif; }
 main { width: calc(100% - 32px); max-width: 560px; margin: 0 auto; padding: 24px;
-  background: var(--card); border: 1px solid var(--line); border-radius: 12px; }
+  background: var(--card); border: 1px solid var(--line); border-radius: 12px; overflow-wrap: anywhere; }
 h1 { margin: 0 0 8px; font-size: 22px; line-height: 28px; font-weight: 600; }
 h2 { margin: 24px 0 8px; font-size: 15px; line-height: 20px; font-weight: 600; }
 p, li { color: var(--dim); } p { margin: 0 0 12px; }

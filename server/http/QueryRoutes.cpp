@@ -129,7 +129,6 @@ void QueryRoutes::query(const Request &request, Response &response) const
     ModelRequest question;
     question.prompt = trimmed(query.prompt).empty() ? choices.defaultPrompt : query.prompt;
     question.jpeg = std::move(query.jpeg);
-    question.model = model.upstreamName;
     if (catalog->lacksModel() && m_guard.isOwner(request))
         question.connectPage = "http://" + request.header("Host") + "/account";
     const bool hasPicture = !question.jpeg.empty();

@@ -8,7 +8,6 @@
 #include <boost/asio/io_context.hpp>
 
 #include <algorithm>
-#include <array>
 #include <utility>
 
 namespace quellora::server {
@@ -23,18 +22,6 @@ constexpr int mostStoreFailures = 4;
 constexpr std::chrono::seconds stopWait(1);
 /// In bytes.
 constexpr std::size_t longestCharacter = 4;
-
-/// The failure's name in the metrics.
-std::string kindOf(const AnswerOutcome &outcome)
-{
-    static constexpr std::array names = {"address", "unreachable", "certificate", "silent",
-                                         "refused", "malformed",   "too_long",    "interrupted"};
-    if (outcome.kind == AnswerOutcome::Kind::RateLimited)
-        return "rate_limited";
-    if (outcome.kind == AnswerOutcome::Kind::Overloaded)
-        return "overloaded";
-    return names.at(static_cast<std::size_t>(outcome.problem.kind));
-}
 
 } // namespace
 
@@ -138,6 +125,33 @@ void QueryStream::write(const std::function<void(const SseWriter &writer)> &even
         m_output->write(bytes);
         return true;
     }));
+}
+
+void QueryStream::attemptFails(const FailedAttempt &attempt)
+{
+    using Next = FailedAttempt::Next;
+    if (m_isOver)
+        return;
+    Metrics &metrics = m_services.metrics;
+    if (!attempt.wasSpared)
+        metrics.providerErrors.add({attempt.model, handlingOf(attempt.outcome).name});
+    if (attempt.next == Next::Retry)
+        metrics.retries.add({attempt.model});
+    else if (attempt.next == Next::Fallback)
+        metrics.fallbacks.add({attempt.model});
+    log("ERROR: Model \"" + attempt.model + "\"" + (m_hasText ? " broke off: " : ": ") +
+        attempt.outcome.reason +
+        (attempt.next == Next::Retry      ? "; it is asked again"
+         : attempt.next == Next::Fallback ? "; another one is asked"
+                                          : ""));
+}
+
+void QueryStream::answeredBy(const std::string &model)
+{
+    if (model == m_accounting.model())
+        return;
+    m_usedFallback = true;
+    m_accounting.setModel(model);
 }
 
 void QueryStream::answerGrows(std::string_view text)
@@ -270,9 +284,6 @@ void QueryStream::answerEnds(const AnswerOutcome &outcome)
         });
         return;
     }
-    m_services.metrics.providerErrors.add({m_accounting.model(), kindOf(outcome)});
-    log("ERROR: Model \"" + m_accounting.model() + "\"" + (m_isOpen ? " broke off: " : ": ") +
-        outcome.reason);
     close(outcome.tokens, [this, response = replyTo(outcome)] {
         if (m_isOpen)
             // Without a "done" event the client reports an unexpected end of the answer.
@@ -290,7 +301,7 @@ Response QueryStream::replyTo(const AnswerOutcome &outcome)
     else if (outcome.kind == AnswerOutcome::Kind::Overloaded)
         replyOverloaded(response, outcome.retryAfter);
     else
-        replyError(response, 502, "the model could not be asked");
+        replyError(response, 502, handlingOf(outcome).forUser);
     return response;
 }
 

@@ -43,6 +43,8 @@ public:
 private:
     using Settlement = AnswerAccounting::Settlement;
 
+    void attemptFails(const FailedAttempt &attempt) override;
+    void answeredBy(const std::string &model) override;
     void answerGrows(std::string_view text) override;
     void answerEnds(const AnswerOutcome &outcome) override;
     void open();

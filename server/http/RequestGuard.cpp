@@ -97,6 +97,11 @@ std::optional<Caller> RequestGuard::caller(const Request &request, Response &res
         replyError(response, 403, "the account is suspended");
         return std::nullopt;
     }
+    try {
+        m_services.accounts.touch(*account);
+    } catch (const DatabaseError &) {
+        // The next request notes it.
+    }
     return Caller{*account, session->id};
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "model/ProviderFault.h"
 #include "store/UsageLedger.h"
 
 #include <chrono>
@@ -45,11 +46,15 @@ struct UpstreamProblem
         /// Sent more than is accepted.
         TooLong,
         /// The connection broke.
-        Interrupted
+        Interrupted,
+        /// The provider was not to blame.
+        Internal
     };
 
-    Kind kind = Kind::Interrupted;
+    Kind kind = Kind::Internal;
     int status = 0;
+    /// What Refused is about.
+    ProviderFault fault = ProviderFault::Other;
     /// The provider's own words, bounded and without control characters. Only for whoever sets the
     /// provider up: never logged.
     std::string words = {};
@@ -74,6 +79,7 @@ struct AnswerOutcome
     Kind kind = Kind::Failed;
     /// What went wrong, for the log. Contains nothing of the prompt or the answer.
     std::string reason;
+    /// 0 when nobody has said how long.
     std::chrono::seconds retryAfter{0};
     /// Details of RateLimited and Failed.
     UpstreamProblem problem = {};
@@ -89,12 +95,37 @@ struct AnswerOutcome
     }
 };
 
+/// An attempt at an answer that failed.
+struct FailedAttempt
+{
+    enum class Next {
+        /// The outcome is passed on.
+        GiveUp,
+        /// The same model is asked again.
+        Retry,
+        /// Another model is asked.
+        Fallback
+    };
+
+    /// The id of the model.
+    const std::string &model;
+    const AnswerOutcome &outcome;
+    Next next;
+    /// Whether the model was not asked, because it has failed too often.
+    bool wasSpared;
+};
+
 /// Receives one answer, on the loop that it runs on. No call comes from inside the function that
 /// starts the answer, from resume() or from the answer's destructor.
 class AnswerSink
 {
 public:
     virtual ~AnswerSink() = default;
+    /// An attempt failed; answerEnds() follows only where it is given up.
+    virtual void attemptFails(const FailedAttempt &) {}
+    /// The model with the id @p model answers. Called once, before the first text or the end of an
+    /// answer without text.
+    virtual void answeredBy(const std::string & /*model*/) {}
     /// A piece of text. The answer may be paused here but not destroyed.
     virtual void answerGrows(std::string_view text) = 0;
     /// The last call; the answer may be destroyed in it.

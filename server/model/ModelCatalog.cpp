@@ -7,37 +7,46 @@
 
 namespace quellora::server {
 
-ModelCatalog::ModelCatalog(const Config &config, const std::vector<Connection> &connections)
+ModelCatalog::ModelCatalog(const Config &config, const std::vector<Connection> &connections,
+                           CircuitBreakers &breakers)
 {
+    m_limits.retries = config.limits.retries;
+    m_limits.firstWait = config.timing.retry;
+    m_limits.longestWait = config.timing.longestRetry;
+    m_limits.answer = config.timing.answer;
     const bool isReplaceable = config.takesConnections && config.hasOnlyFallback();
     if (!isReplaceable)
-        addConfigured(config);
+        addConfigured(config, breakers);
     if (config.takesConnections) {
         for (const Connection &connection : connections)
-            addConnected(config, connection);
+            addConnected(config, connection, breakers);
     }
     m_lacksModel = m_models.empty();
     if (m_lacksModel)
-        addConfigured(config);
+        addConfigured(config, breakers);
     m_default = isReplaceable && !m_lacksModel ? m_models.front().id : config.defaultModel;
 }
 
-void ModelCatalog::addConfigured(const Config &config)
+void ModelCatalog::addConfigured(const Config &config, CircuitBreakers &breakers)
 {
     for (const ConfiguredProvider &provider : config.providers) {
+        // The last provider is this machine.
+        const bool isRemote = &provider != &config.providers.back();
         AnswerSource answer;
         for (const ModelSettings &model : config.models) {
             if (model.provider != provider.name)
                 continue;
             if (!answer)
                 answer = provider.makeAnswer(config);
-            m_answers[model.id] = answer;
+            m_links[model.id] = {model.id, model.upstream, answer,
+                                 isRemote ? breakers.of(provider.name, model.upstream) : nullptr};
         }
     }
     m_models = config.models;
 }
 
-void ModelCatalog::addConnected(const Config &config, const Connection &connection)
+void ModelCatalog::addConnected(const Config &config, const Connection &connection,
+                                CircuitBreakers &breakers)
 {
     const auto provider = std::find_if(
         config.providers.begin(), config.providers.end(),
@@ -54,18 +63,29 @@ void ModelCatalog::addConnected(const Config &config, const Connection &connecti
     for (const ConnectedModel &model : connection.models) {
         add({model.name, model.title, connection.title, model.name, connection.provider,
              hostOfUrl(connection.baseUrl)},
-            answer);
+            answer, breakers.of(connection.baseUrl, model.name));
     }
 }
 
-void ModelCatalog::add(ModelSettings model, AnswerSource answer)
+void ModelCatalog::add(ModelSettings model, AnswerSource answer,
+                       std::shared_ptr<CircuitBreaker> breaker)
 {
     const std::string wanted = model.id;
-    for (int copy = 1; m_answers.count(model.id) > 0; ++copy)
+    for (int copy = 1; m_links.count(model.id) > 0; ++copy)
         model.id = wanted + "@" + model.destination +
                    (copy > 1 ? std::string("#").append(std::to_string(copy)) : "");
-    m_answers[model.id] = std::move(answer);
+    m_links[model.id] = {model.id, model.upstream, std::move(answer), std::move(breaker)};
     m_models.push_back(std::move(model));
+}
+
+std::vector<ModelStanding> ModelCatalog::standings() const
+{
+    std::vector<ModelStanding> all;
+    for (const ModelSettings &model : m_models) {
+        if (const auto &breaker = m_links.at(model.id).breaker)
+            all.push_back({model.id, breaker->standing()});
+    }
+    return all;
 }
 
 ChosenModel ModelCatalog::choose(const std::optional<std::string> &id) const
@@ -76,7 +96,10 @@ ChosenModel ModelCatalog::choose(const std::optional<std::string> &id) const
     };
     const auto found = id ? named(*id) : m_models.end();
     const ModelSettings &model = found != m_models.end() ? *found : *named(m_default);
-    return {m_answers.at(model.id), model.upstream, model.id, id && found == m_models.end()};
+    std::vector<ChainLink> links = {m_links.at(model.id)};
+    for (const std::string &next : model.fallback)
+        links.push_back(m_links.at(next));
+    return {answerChain(std::move(links), m_limits), model.id, id && found == m_models.end()};
 }
 
 ModelOffers::ModelOffers(const Config &config, ConnectionFile file)
@@ -88,7 +111,7 @@ ModelOffers::ModelOffers(const Config &config, ConnectionFile file)
         m_problem = stored.error();
         Log::event("[ModelOffers] ERROR: Connected models are not available: " + m_problem);
     }
-    m_current = std::make_shared<const ModelCatalog>(m_config, m_connections);
+    m_current = std::make_shared<const ModelCatalog>(m_config, m_connections, m_breakers);
 }
 
 std::shared_ptr<const ModelCatalog> ModelOffers::current() const
@@ -122,7 +145,7 @@ std::optional<std::string> ModelOffers::replace(std::vector<Connection> connecti
     }
     m_problem.clear();
     m_connections = std::move(connections);
-    m_current = std::make_shared<const ModelCatalog>(m_config, m_connections);
+    m_current = std::make_shared<const ModelCatalog>(m_config, m_connections, m_breakers);
     return std::nullopt;
 }
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "config/Config.h"
-#include "model/Answer.h"
+#include "model/AnswerChain.h"
 #include "store/Connections.h"
 
 #include <map>
@@ -13,11 +13,18 @@ namespace quellora::server {
 /// The model that answers a query.
 struct ChosenModel
 {
+    /// Sets the model of the request itself.
     AnswerSource answer;
-    std::string upstreamName;
     std::string id;
     /// The query named another model, which does not exist.
     bool usedFallback = false;
+};
+
+/// How the breaker of a model stands.
+struct ModelStanding
+{
+    std::string model;
+    CircuitBreaker::Standing breaker;
 };
 
 /// The models on offer: the configured ones, then the connected ones. Immutable, so usable from any
@@ -27,7 +34,9 @@ class ModelCatalog
 public:
     /// Sets up each provider that @p config lists models of, and each of @p connections. Where a
     /// model is connected, the models of the provider that needs no configuration stay away.
-    ModelCatalog(const Config &config, const std::vector<Connection> &connections);
+    /// @p breakers is used here only.
+    ModelCatalog(const Config &config, const std::vector<Connection> &connections,
+                 CircuitBreakers &breakers);
 
     /// The models in the order of the app's list. Never empty; ids are unique.
     const std::vector<ModelSettings> &models() const { return m_models; }
@@ -36,16 +45,21 @@ public:
     /// be connected.
     bool lacksModel() const { return m_lacksModel; }
 
+    /// Those that may be spared, in the order of models().
+    std::vector<ModelStanding> standings() const;
+
     /// The model with that id; the default one when none is named or the id is unknown.
     ChosenModel choose(const std::optional<std::string> &id) const;
 
 private:
-    void add(ModelSettings model, AnswerSource answer);
-    void addConfigured(const Config &config);
-    void addConnected(const Config &config, const Connection &connection);
+    void add(ModelSettings model, AnswerSource answer, std::shared_ptr<CircuitBreaker> breaker);
+    void addConfigured(const Config &config, CircuitBreakers &breakers);
+    void addConnected(const Config &config, const Connection &connection,
+                      CircuitBreakers &breakers);
 
     std::vector<ModelSettings> m_models;
-    std::map<std::string, AnswerSource> m_answers;
+    std::map<std::string, ChainLink> m_links;
+    ChainLimits m_limits;
     std::string m_default;
     bool m_lacksModel = false;
 };
@@ -70,6 +84,7 @@ public:
 private:
     const Config &m_config;
     const ConnectionFile m_file;
+    CircuitBreakers m_breakers;
     mutable std::mutex m_mutex;
     std::string m_problem;
     std::vector<Connection> m_connections;

@@ -10,10 +10,14 @@
 
 #include <curl/curl.h>
 
+#include <sys/socket.h>
+
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
+#include <optional>
 #include <unordered_map>
 
 namespace quellora::server {
@@ -63,6 +67,15 @@ TransferEnd endOf(CURLcode code, bool wasConnected)
     }
 }
 
+/// Whether @p socket has a peer on the network. The library also reads from a pipe to its resolver.
+bool isConnected(curl_socket_t socket)
+{
+    sockaddr_storage peer = {};
+    socklen_t length = sizeof peer;
+    return ::getpeername(socket, reinterpret_cast<sockaddr *>(&peer), &length) == 0 &&
+           (peer.ss_family == AF_INET || peer.ss_family == AF_INET6);
+}
+
 /// A line "name: value" for the library.
 std::string headerLine(const std::string &name, const std::string &value)
 {
@@ -110,11 +123,7 @@ private:
         explicit Watched(asio::io_context &context) : descriptor(context) {}
     };
 
-    static int onSocket(CURL *, curl_socket_t socket, int what, void *engine, void *)
-    {
-        static_cast<Engine *>(engine)->watch(socket, what);
-        return 0;
-    }
+    static int onSocket(CURL *easy, curl_socket_t socket, int what, void *engine, void *);
 
     static int onTimer(CURLM *, long milliseconds, void *engine)
     {
@@ -214,10 +223,10 @@ public:
     Running(std::shared_ptr<Engine> engine, TransferRequest request, TransferReceiver &receiver)
         : m_engine(std::move(engine))
         , m_receiver(&receiver)
-        , m_silence(request.silence)
+        , m_limits{request.connect, request.tls, request.firstByte, request.silence}
         , m_body(std::move(request.body))
         , m_easy(curl_easy_init())
-        , m_silenceTimer(m_engine->context())
+        , m_phaseTimer(m_engine->context())
     {
         configure(request);
     }
@@ -234,7 +243,7 @@ public:
 
     void begin()
     {
-        m_lastByte = Steady::now();
+        m_begin = m_lastByte = Steady::now();
         m_isAdded = m_isUsable && m_engine->add(m_easy);
         if (!m_isAdded) {
             asio::post(m_engine->context(), [weak = weak_from_this()] {
@@ -243,7 +252,7 @@ public:
             });
             return;
         }
-        watchSilence();
+        watchPhase();
     }
 
     /// Ends the transfer without a further call to the receiver.
@@ -273,6 +282,14 @@ public:
             if (self && self->m_isAdded && !self->m_isPaused)
                 curl_easy_pause(self->m_easy, CURLPAUSE_CONT);
         });
+    }
+
+    void connected()
+    {
+        if (m_connected)
+            return;
+        m_connected = m_lastByte = Steady::now();
+        watchPhase();
     }
 
     void finished(CURLcode code)
@@ -309,7 +326,8 @@ private:
         set(CURLOPT_NOSIGNAL, 1L);
         // Without this, giving up a name that is being resolved waits for the resolver.
         set(CURLOPT_QUICK_EXIT, 1L);
-        set<long>(CURLOPT_CONNECTTIMEOUT_MS, request.connect.count());
+        // Covers both phases, which the timer tells apart.
+        set<long>(CURLOPT_CONNECTTIMEOUT_MS, (request.connect + request.tls).count());
         set(CURLOPT_BUFFERSIZE, readBytes);
         set(CURLOPT_UPLOAD_BUFFERSIZE, uploadBytes);
         if (isLoopbackHost(hostOfUrl(request.url)))
@@ -332,19 +350,69 @@ private:
         set(CURLOPT_HTTPHEADER, m_fields);
     }
 
-    void watchSilence()
+    /// What a transfer is waiting for.
+    enum class Phase { Connecting, Securing, Sending, Answering, Receiving };
+
+    struct Limits
     {
-        m_silenceTimer.expires_at(m_lastByte + m_silence);
-        m_silenceTimer.async_wait([weak = weak_from_this()](const auto &error) {
+        std::chrono::milliseconds connect;
+        std::chrono::milliseconds tls;
+        std::chrono::milliseconds firstByte;
+        std::chrono::milliseconds silence;
+    };
+
+    Phase phase() const
+    {
+        if (m_headBytes > 0)
+            return Phase::Receiving;
+        if (m_body && m_sent > 0)
+            return m_sent == m_body->size() ? Phase::Answering : Phase::Sending;
+        curl_off_t untilRequest = 0;
+        curl_easy_getinfo(m_easy, CURLINFO_PRETRANSFER_TIME_T, &untilRequest);
+        if (untilRequest > 0)
+            return m_body ? Phase::Sending : Phase::Answering;
+        return m_connected ? Phase::Securing : Phase::Connecting;
+    }
+
+    Steady::time_point deadlineOf(Phase phase) const
+    {
+        switch (phase) {
+        case Phase::Connecting:
+            return m_begin + m_limits.connect;
+        case Phase::Securing:
+            return *m_connected + m_limits.tls;
+        case Phase::Answering:
+            return m_lastByte + m_limits.firstByte;
+        case Phase::Sending:
+        case Phase::Receiving:
+            break;
+        }
+        return m_lastByte + m_limits.silence;
+    }
+
+    static std::string reasonOf(Phase phase)
+    {
+        static constexpr std::array names = {"no connection", "no encryption", "request not taken",
+                                             "no reply", "silence"};
+        return std::string("the transfer failed: ") + names.at(static_cast<std::size_t>(phase)) +
+               " within the time allowed";
+    }
+
+    /// Sets the timer for the current phase. To be called when another one has begun.
+    void watchPhase()
+    {
+        m_phaseTimer.expires_at(deadlineOf(phase()));
+        m_phaseTimer.async_wait([weak = weak_from_this()](const auto &error) {
             const auto self = weak.lock();
             if (error || !self || !self->m_isAdded)
                 return;
             if (self->m_isPaused)
                 self->m_lastByte = Steady::now();
-            if (Steady::now() < self->m_lastByte + self->m_silence)
-                self->watchSilence();
+            const Phase phase = self->phase();
+            if (Steady::now() < self->deadlineOf(phase))
+                self->watchPhase();
             else
-                self->end({Kind::Silent, "the transfer failed: silence for too long"});
+                self->end({Kind::Silent, reasonOf(phase)});
         });
     }
 
@@ -353,7 +421,7 @@ private:
         if (!m_isAdded)
             return;
         m_isAdded = false;
-        m_silenceTimer.cancel();
+        m_phaseTimer.cancel();
         m_engine->remove(m_easy);
         m_body.reset();
     }
@@ -386,14 +454,20 @@ private:
         auto *self = static_cast<Running *>(running);
         if (!self->m_body)
             return CURL_SEEKFUNC_FAIL;
+        // Begins anew on another connection.
         self->m_sent = static_cast<std::size_t>(offset);
+        self->m_begin = Steady::now();
+        self->m_connected.reset();
         return CURL_SEEKFUNC_OK;
     }
 
     bool takeHeader(std::string_view line)
     {
         m_lastByte = Steady::now();
+        const bool isFirst = m_headBytes == 0;
         m_headBytes += line.size();
+        if (isFirst)
+            watchPhase();
         if (m_headBytes > longestHead)
             return false;
         if (line.rfind("HTTP/", 0) == 0) {
@@ -435,6 +509,8 @@ private:
         std::memcpy(buffer, m_body->data() + m_sent, length);
         m_sent += length;
         releaseBody();
+        if (m_sent == length || (m_body && m_sent == m_body->size()))
+            watchPhase();
         return length;
     }
 
@@ -448,12 +524,14 @@ private:
 
     std::shared_ptr<Engine> m_engine;
     TransferReceiver *m_receiver;
-    std::chrono::milliseconds m_silence;
+    Limits m_limits;
     std::shared_ptr<const std::string> m_body;
     std::size_t m_sent = 0;
     CURL *m_easy;
     curl_slist *m_fields = nullptr;
-    asio::steady_timer m_silenceTimer;
+    asio::steady_timer m_phaseTimer;
+    Steady::time_point m_begin;
+    std::optional<Steady::time_point> m_connected;
     Steady::time_point m_lastByte;
     Headers m_replyFields;
     std::size_t m_headBytes = 0;
@@ -463,6 +541,18 @@ private:
     bool m_isPaused = false;
     bool m_wasRefused = false;
 };
+
+int Transfers::Engine::onSocket(CURL *easy, curl_socket_t socket, int what, void *engine, void *)
+{
+    static_cast<Engine *>(engine)->watch(socket, what);
+    Running *running = nullptr;
+    curl_easy_getinfo(easy, CURLINFO_PRIVATE, &running);
+    // The first thing to be read on a connection that is to be encrypted is the other side's part
+    // in that.
+    if (running && (what & CURL_POLL_IN) != 0 && isConnected(socket))
+        running->connected();
+    return 0;
+}
 
 void Transfers::Engine::reportEnds()
 {

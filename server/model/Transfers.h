@@ -24,9 +24,13 @@ struct TransferRequest
     Headers headers;
     /// The body of a POST; null for a GET. Released as soon as it has been sent.
     std::shared_ptr<const std::string> body;
-    /// Longest time until the connection stands, name resolution and encryption included.
+    /// Longest time until the connection stands, name resolution included.
     std::chrono::milliseconds connect = std::chrono::seconds(5);
-    /// Longest time without a byte in either direction afterwards.
+    /// Longest time for the encryption to be agreed on afterwards.
+    std::chrono::milliseconds tls = std::chrono::seconds(5);
+    /// Longest time from the end of the request to the first byte of the reply.
+    std::chrono::milliseconds firstByte = std::chrono::seconds(60);
+    /// Longest time without a byte while the request is sent, and between two bytes of the reply.
     std::chrono::milliseconds silence = std::chrono::seconds(60);
 };
 

@@ -16,37 +16,30 @@
 namespace quellora::server {
 namespace {
 
-constexpr std::int64_t defaultRetrySeconds = 30;
 constexpr std::int64_t longestRetrySeconds = 3600;
 /// How much of an error's body is read for its message.
 constexpr std::size_t errorBytes = 16U * 1024U;
 /// How long the end of a reply is awaited after its last event.
 constexpr std::chrono::milliseconds endGrace(100);
 
-/// Retry-After in seconds. The date form and unreadable values count as absent.
+/// Retry-After in seconds. The date form and unreadable values count as absent: 0.
 std::chrono::seconds retryAfter(const std::string &value)
 {
     const auto seconds = parseCount(value);
-    return std::chrono::seconds(
-        std::clamp<std::int64_t>(seconds.value_or(defaultRetrySeconds), 1, longestRetrySeconds));
+    return std::chrono::seconds(seconds ? std::clamp<std::int64_t>(*seconds, 1, longestRetrySeconds)
+                                        : 0);
 }
 
-AnswerOutcome outcomeOfStatus(int status, const std::string &body, std::chrono::seconds wait)
+/// @p status is 0 for an error inside a stream.
+AnswerOutcome outcomeOfRefusal(ProviderFault fault, int status, std::string_view body)
 {
-    using Kind = UpstreamProblem::Kind;
-    const UpstreamProblem problem{Kind::Refused, status, providerWords(body)};
-    if (status == 429) {
-        AnswerOutcome outcome;
+    AnswerOutcome outcome = AnswerOutcome::failed(
+        handlingOf(fault).reason + (status > 0 ? " (HTTP " + std::to_string(status) + ")"
+                                               : std::string(" (in its stream)")),
+        {UpstreamProblem::Kind::Refused, status, fault, providerWords(body)});
+    if (fault == ProviderFault::RateLimited)
         outcome.kind = AnswerOutcome::Kind::RateLimited;
-        outcome.retryAfter = wait;
-        outcome.reason = "the provider limits the rate";
-        outcome.problem = problem;
-        return outcome;
-    }
-    if (status == 401 || status == 403)
-        return AnswerOutcome::failed(
-            "the provider refused the API key (HTTP " + std::to_string(status) + ")", problem);
-    return AnswerOutcome::failed("the provider answered HTTP " + std::to_string(status), problem);
+    return outcome;
 }
 
 UpstreamProblem problemOf(const TransferEnd &end)
@@ -130,6 +123,9 @@ private:
             m_reader.finish();
         AnswerOutcome outcome = outcomeOf(end);
         outcome.tokens = m_events->tokens();
+        const std::string_view words = endingWords(m_events->ending());
+        if (outcome.kind == AnswerOutcome::Kind::Complete && !words.empty())
+            m_sink->answerGrows(words);
         // This object may be destroyed in the call.
         m_sink->answerEnds(outcome);
     }
@@ -137,7 +133,7 @@ private:
     bool takeEvent(std::string_view data)
     {
         m_step = m_events->read(data, [this](std::string_view text) { m_sink->answerGrows(text); });
-        if (m_step == StreamStep::Broken || m_step == StreamStep::RateLimited)
+        if (m_step == StreamStep::Broken)
             m_brokenEvent = data;
         return m_step == StreamStep::Continue;
     }
@@ -159,18 +155,16 @@ private:
         AnswerOutcome outcome;
         if (m_step == StreamStep::Finished) {
             outcome.kind = AnswerOutcome::Kind::Complete;
-        } else if (m_step == StreamStep::RateLimited) {
-            outcome.kind = AnswerOutcome::Kind::RateLimited;
-            outcome.retryAfter = std::chrono::seconds(defaultRetrySeconds);
-            outcome.reason = "the provider limits the rate";
-            outcome.problem = {Kind::Refused, 429, providerWords(m_brokenEvent)};
         } else if (m_status > 0 && m_status != 200) {
-            outcome = outcomeOfStatus(m_status, m_errorBody, m_retryAfter);
+            outcome =
+                outcomeOfRefusal(m_events->faultOf(m_status, m_errorBody), m_status, m_errorBody);
+            outcome.retryAfter = m_retryAfter;
         } else if (m_step == StreamStep::Broken) {
-            outcome.reason = "the provider reported an error in its stream";
-            outcome.problem = parsedObject(m_brokenEvent)
-                                  ? UpstreamProblem{Kind::Refused, 0, providerWords(m_brokenEvent)}
-                                  : UpstreamProblem{Kind::Malformed};
+            if (parsedObject(m_brokenEvent))
+                outcome = outcomeOfRefusal(m_events->faultOf(0, m_brokenEvent), 0, m_brokenEvent);
+            else
+                outcome = AnswerOutcome::failed("the provider sent an event that cannot be read",
+                                                {Kind::Malformed});
         } else if (m_isTooLong) {
             outcome.reason = "the provider sent an event that is too long";
             outcome.problem = {Kind::TooLong};
@@ -181,7 +175,7 @@ private:
             outcome.reason = "the provider's stream ended early";
             outcome.problem = {Kind::Malformed};
         }
-        if (outcome.kind == AnswerOutcome::Kind::Failed && m_events->isWhole())
+        if (m_events->isWhole())
             outcome.kind = AnswerOutcome::Kind::Complete;
         return outcome;
     }
@@ -251,6 +245,8 @@ getDocument(EventLoop &loop, const std::string &baseUrl, const std::string &path
     request.headers = headers;
     request.headers.emplace_back("Accept", "application/json");
     request.connect = limits.connect;
+    request.tls = limits.connect;
+    request.firstByte = limits.total;
     request.silence = limits.total;
     const StopToken limited = stop.before(std::chrono::steady_clock::now() + limits.total);
     Document document(limits.bytes, limited);
@@ -259,8 +255,9 @@ getDocument(EventLoop &loop, const std::string &baseUrl, const std::string &path
     document.wait();
     loop.postAndWait([&] { transfer.reset(); });
     if (document.status > 0 && document.status != 200)
-        return tl::make_unexpected(
-            UpstreamProblem{Kind::Refused, document.status, providerWords(document.body)});
+        return tl::make_unexpected(UpstreamProblem{Kind::Refused, document.status,
+                                                   faultOfStatus(document.status),
+                                                   providerWords(document.body)});
     if (document.isTooLong)
         return tl::make_unexpected(UpstreamProblem{Kind::TooLong});
     if (limited.expired())
@@ -280,6 +277,8 @@ AnswerStart streamedAnswer(ProviderRequest request,
     transfer.headers.emplace_back("Accept", "text/event-stream");
     transfer.body = std::make_shared<const std::string>(std::move(request.body));
     transfer.connect = request.timing.connect;
+    transfer.tls = request.timing.tls;
+    transfer.firstByte = request.timing.firstByte;
     transfer.silence = request.timing.stall;
     return
         [transfer, makeEvents = std::move(makeEvents)](AnswerSink &sink, const AnswerPlace &place) {

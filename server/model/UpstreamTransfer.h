@@ -3,6 +3,7 @@
 #include "base/Stop.h"
 #include "config/Config.h"
 #include "model/Answer.h"
+#include "model/AnswerEvents.h"
 #include "model/Transfers.h"
 
 #include <tl/expected.hpp>
@@ -11,29 +12,9 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
-#include <string_view>
 
 namespace quellora::server {
-
-/// What one event of a provider's stream means for the transfer.
-enum class StreamStep { Continue, Finished, Broken, RateLimited };
-
-/// Interprets the events of one answer. Used on the answer's loop only.
-class AnswerEvents
-{
-public:
-    using Text = std::function<void(std::string_view text)>;
-
-    virtual ~AnswerEvents() = default;
-    /// Takes the data of one event and passes the text in it to @p text.
-    virtual StreamStep read(std::string_view data, const Text &text) = 0;
-    /// The provider's own count, once it has sent one.
-    virtual std::optional<TokenCount> tokens() const = 0;
-    /// Whether a stream that ends here holds the whole answer, although its last event is missing.
-    virtual bool isWhole() const { return false; }
-};
 
 /// A question in a provider's format.
 struct ProviderRequest

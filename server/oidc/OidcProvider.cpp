@@ -78,8 +78,11 @@ OidcProvider::Result<OidcProvider::Description> OidcProvider::description()
     found.namesItself =
         memberOf(*document, "authorization_response_iss_parameter_supported") == true;
     const json &methods = memberOf(*document, "token_endpoint_auth_methods_supported");
-    found.wantsSecretInForm =
-        !contains(methods, "client_secret_basic") && contains(methods, "client_secret_post");
+    // In the header, providers disagree on whether special characters are encoded.
+    const bool isPlain = urlEncoded(m_settings.clientId + m_settings.clientSecret) ==
+                         m_settings.clientId + m_settings.clientSecret;
+    found.wantsSecretInForm = contains(methods, "client_secret_post") &&
+                              (!isPlain || !contains(methods, "client_secret_basic"));
     for (const std::string *url : {&found.authorize, &found.token, &found.keys}) {
         if (!isTrustworthyUrl(*url))
             return tl::make_unexpected(

@@ -2,6 +2,7 @@
 #include "base/Text.h"
 #include "config/Config.h"
 #include "model/UpstreamTransfer.h"
+#include "providers/AnthropicEvents.h"
 #include "providers/UpstreamSettings.h"
 
 #include <functional>
@@ -30,56 +31,6 @@ std::string requestBody(const ModelRequest &request, int maxTokens)
                         {"messages", {{{"role", "user"}, {"content", content}}}}});
 }
 
-/// Interprets the events of one answer.
-class Reader : public AnswerEvents
-{
-public:
-    StreamStep read(std::string_view data, const Text &text) override
-    {
-        const auto event = parsedObject(data);
-        if (!event)
-            return StreamStep::Broken;
-        const std::string type = textOf(*event, "type").value_or("");
-        if (type == "message_start")
-            takeUsage(memberOf(memberOf(*event, "message"), "usage"));
-        else if (type == "message_delta")
-            takeUsage(memberOf(*event, "usage"));
-        else if (type == "message_stop")
-            return StreamStep::Finished;
-        else if (type == "error")
-            return textOf(memberOf(*event, "error"), "type") == "rate_limit_error"
-                       ? StreamStep::RateLimited
-                       : StreamStep::Broken;
-        else if (type == "content_block_delta")
-            takeText(memberOf(*event, "delta"), text);
-        return StreamStep::Continue;
-    }
-
-    std::optional<TokenCount> tokens() const override { return m_tokens; }
-
-private:
-    static void takeText(const nlohmann::json &delta, const Text &sink)
-    {
-        const auto text = textOf(delta, "text");
-        if (textOf(delta, "type") == "text_delta" && text && !text->empty())
-            sink(*text);
-    }
-
-    void takeUsage(const nlohmann::json &usage)
-    {
-        if (!usage.is_object())
-            return;
-        TokenCount count = m_tokens.value_or(TokenCount{});
-        if (const auto input = countOf(usage, "input_tokens"))
-            count.input = *input;
-        if (const auto output = countOf(usage, "output_tokens"))
-            count.output = *output;
-        m_tokens = count;
-    }
-
-    std::optional<TokenCount> m_tokens;
-};
-
 Headers identification(const UpstreamSettings &settings)
 {
     return {{"x-api-key", settings.apiKey}, {"anthropic-version", "2023-06-01"}};
@@ -90,7 +41,7 @@ AnswerSource answerSource(const UpstreamSettings &settings, const TimingSettings
     return [settings, timing](const ModelRequest &request) {
         return streamedAnswer({settings.baseUrl, "/v1/messages", identification(settings),
                                requestBody(request, settings.maxOutputTokens), timing},
-                              [] { return std::make_unique<Reader>(); });
+                              &anthropicEvents);
     };
 }
 

@@ -2,6 +2,7 @@
 #include "base/Text.h"
 #include "config/Config.h"
 #include "model/UpstreamTransfer.h"
+#include "providers/OpenAiEvents.h"
 #include "providers/UpstreamSettings.h"
 
 #include <algorithm>
@@ -44,45 +45,6 @@ std::string requestBody(const ModelRequest &request, const UpstreamSettings &set
                         {"messages", {{{"role", "user"}, {"content", content}}}}});
 }
 
-/// Interprets the events of one answer.
-class Reader : public AnswerEvents
-{
-public:
-    StreamStep read(std::string_view data, const Text &sink) override
-    {
-        if (trimmed(data) == "[DONE]")
-            return StreamStep::Finished;
-        const auto event = parsedObject(data);
-        if (!event || memberOf(*event, "error").is_object())
-            return StreamStep::Broken;
-        takeUsage(memberOf(*event, "usage"));
-        const nlohmann::json &choices = memberOf(*event, "choices");
-        if (!choices.is_array() || choices.empty())
-            return StreamStep::Continue;
-        m_finishReason = m_finishReason || memberOf(choices.front(), "finish_reason").is_string();
-        const auto text = textOf(memberOf(choices.front(), "delta"), "content");
-        if (text && !text->empty())
-            sink(*text);
-        return StreamStep::Continue;
-    }
-
-    std::optional<TokenCount> tokens() const override { return m_tokens; }
-    /// Some servers close the stream after the finish reason without the "[DONE]" line.
-    bool isWhole() const override { return m_finishReason; }
-
-private:
-    void takeUsage(const nlohmann::json &usage)
-    {
-        const auto input = countOf(usage, "prompt_tokens");
-        const auto output = countOf(usage, "completion_tokens");
-        if (input && output)
-            m_tokens = TokenCount{*input, *output};
-    }
-
-    std::optional<TokenCount> m_tokens;
-    bool m_finishReason = false;
-};
-
 Headers identification(const UpstreamSettings &settings)
 {
     Headers headers;
@@ -96,7 +58,7 @@ AnswerSource answerSource(const UpstreamSettings &settings, const TimingSettings
     return [settings, timing](const ModelRequest &request) {
         return streamedAnswer({withoutVersion(settings.baseUrl), "/v1/chat/completions",
                                identification(settings), requestBody(request, settings), timing},
-                              [] { return std::make_unique<Reader>(); });
+                              &openAiEvents);
     };
 }
 

@@ -31,6 +31,8 @@ struct ModelSettings
     std::string provider = {};
     /// The host that gets the questions and pictures, as this server sees it.
     std::string destination = {};
+    /// The ids of the models that answer, in this order, while this one cannot.
+    std::vector<std::string> fallback = {};
 };
 
 /// A server that the account page offers to connect.

@@ -154,11 +154,11 @@ bool Accounts::setOidc(const std::string &email, const std::string &issuer,
     return isSet;
 }
 
-void Accounts::touch(std::int64_t id)
+void Accounts::touch(const Account &account)
 {
     const std::int64_t now = toSeconds(m_clock.now());
-    m_database.execute("UPDATE accounts SET last_seen_at = ? WHERE id = ? AND last_seen_at <= ?",
-                       {now, id, now - seenExactness});
+    if (account.lastSeenAt <= now - seenExactness)
+        m_database.execute("UPDATE accounts SET last_seen_at = ? WHERE id = ?", {now, account.id});
 }
 
 bool Accounts::remove(const std::string &email)

@@ -63,7 +63,7 @@ public:
     /// False also when another account has that name at the issuer.
     bool setOidc(const std::string &email, const std::string &issuer, const std::string &subject);
     /// Notes that the account was used; exact to five minutes.
-    void touch(std::int64_t id);
+    void touch(const Account &account);
     /// Removes the account with everything of that person, except entries of the audit trail.
     bool remove(const std::string &email);
 

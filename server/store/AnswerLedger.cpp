@@ -170,10 +170,15 @@ AnswerLedger::extend(const std::string &id, std::int64_t needed, std::int64_t wa
     return result;
 }
 
-void AnswerLedger::reopen(const std::string &id, Entry &entry)
+void AnswerLedger::takeBack(const Entry &entry)
 {
     const TokenCount less{-entry.counted.input, -entry.counted.output};
     m_usage.count(entry.accountId, entry.period, entry.day, entry.model, less, -1);
+}
+
+void AnswerLedger::reopen(const std::string &id, Entry &entry)
+{
+    takeBack(entry);
     entry.state = "running";
     entry.reserved = entry.counted.total();
     entry.counted = {};
@@ -182,34 +187,33 @@ void AnswerLedger::reopen(const std::string &id, Entry &entry)
                        {entry.reserved, leaseEnd(), id});
 }
 
-bool AnswerLedger::close(const std::string &id, TokenCount tokens, const char *state, int queries)
+bool AnswerLedger::close(const Ended &ended, const char *state)
 {
-    const auto known = find(id);
+    const auto known = find(ended.id);
     if (!known || known->state == "settled")
         return false;
     m_database.lockKey(lockOf(known->accountId));
-    const auto entry = find(id);
+    auto entry = find(ended.id);
     if (!entry || entry->state == "settled" || entry->state == state)
         return false;
     // An expired answer was counted with what was reserved for it.
-    const bool wasCounted = entry->state == "expired";
-    const TokenCount more{tokens.input - entry->counted.input,
-                          tokens.output - entry->counted.output};
-    m_database.execute(
-        "UPDATE answers SET state = ?, expires_at = ?, reserved = 0,"
-        " input_tokens = ?, output_tokens = ? WHERE id = ?",
-        {std::string(state), toSeconds(m_clock.now()), tokens.input, tokens.output, id});
-    m_usage.count(entry->accountId, entry->period, entry->day, entry->model, more,
-                  queries - (wasCounted ? 1 : 0));
+    if (entry->state == "expired")
+        takeBack(*entry);
+    const std::string &model = ended.model.empty() ? entry->model : ended.model;
+    const TokenCount &tokens = ended.tokens;
+    m_database.execute("UPDATE answers SET state = ?, expires_at = ?, reserved = 0,"
+                       " input_tokens = ?, output_tokens = ?, model = ? WHERE id = ?",
+                       {std::string(state), toSeconds(m_clock.now()), tokens.input, tokens.output,
+                        model, ended.id});
+    m_usage.count(entry->accountId, entry->period, entry->day, model, tokens, ended.queries);
     return true;
 }
 
 bool AnswerLedger::end(const Ended &ended)
 {
     bool isCounted = false;
-    m_database.transaction(
-        [&] { isCounted = close(ended.id, ended.tokens, "settled", ended.queries); },
-        Database::Work::RelaxedRepeatable);
+    m_database.transaction([&] { isCounted = close(ended, "settled"); },
+                           Database::Work::RelaxedRepeatable);
     return isCounted;
 }
 
@@ -236,9 +240,9 @@ bool AnswerLedger::settle(const std::string &id, TokenCount tokens)
     return end({id, tokens, 1});
 }
 
-bool AnswerLedger::settleAtLast(const std::string &id, TokenCount tokens)
+bool AnswerLedger::settleAtLast(const std::string &id, TokenCount tokens, const std::string &model)
 {
-    return endAtLast({id, tokens, 1});
+    return endAtLast({id, tokens, 1, model});
 }
 
 void AnswerLedger::release(const std::string &id)
@@ -290,7 +294,7 @@ int AnswerLedger::expire(std::int64_t accountId)
                 {id, toSeconds(m_clock.now())}, [&](const Database::Row &row) {
                     reserved = TokenCount{row.integer(0), row.integer(1) - row.integer(0)};
                 });
-            if (reserved && close(id, *reserved, "expired", 1))
+            if (reserved && close({id, *reserved, 1}, "expired"))
                 ++ended;
         });
     }
@@ -305,12 +309,6 @@ int AnswerLedger::running(std::int64_t accountId)
                      {accountId, toSeconds(m_clock.now())},
                      [&](const Database::Row &row) { count = row.integer(0); });
     return static_cast<int>(count);
-}
-
-int AnswerLedger::forget(TimePoint before)
-{
-    return m_database.execute("DELETE FROM answers WHERE state <> 'running' AND expires_at < ?",
-                              {toSeconds(before)});
 }
 
 } // namespace quellora::server

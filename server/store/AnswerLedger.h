@@ -63,8 +63,8 @@ public:
     /// again changes nothing.
     bool settle(const std::string &id, TokenCount tokens);
     /// Like settle(), but a store that cannot be reached is tried again by each renew(). Returns
-    /// whether it was counted now.
-    bool settleAtLast(const std::string &id, TokenCount tokens);
+    /// whether it was counted now. @p model has answered; empty: the one of begin().
+    bool settleAtLast(const std::string &id, TokenCount tokens, const std::string &model = "");
     /// Ends the reservation of an answer that failed before it cost anything; tried again like
     /// settleAtLast().
     void release(const std::string &id);
@@ -76,8 +76,6 @@ public:
     int expire(std::int64_t accountId = 0);
     /// Running answers of an account.
     int running(std::int64_t accountId);
-    /// Forgets the answers that were settled before @p before.
-    int forget(TimePoint before);
 
 private:
     struct Entry;
@@ -86,16 +84,19 @@ private:
     /// than @p except; nothing without a cap.
     struct Room;
     Room room(std::int64_t accountId, const std::string &period, const std::string &except);
-    /// Takes back that an expired answer was counted, and lets it run with what it was counted for.
+    /// Takes back that an expired answer was counted.
+    void takeBack(const Entry &entry);
+    /// Takes it back and lets it run with what it was counted for.
     void reopen(const std::string &id, Entry &entry);
-    bool close(const std::string &id, TokenCount tokens, const char *state, int queries);
     /// An ended answer that the store does not know of yet.
     struct Ended
     {
         std::string id;
         TokenCount tokens;
         int queries = 1;
+        std::string model = {};
     };
+    bool close(const Ended &ended, const char *state);
     bool end(const Ended &ended);
     bool endAtLast(const Ended &ended);
     void endLater(const Ended &ended);

@@ -1,7 +1,8 @@
 #include "Fuzz.h"
-#include "base/JsonAccess.h"
 #include "model/EventStreamReader.h"
 #include "model/ProviderWords.h"
+#include "providers/AnthropicEvents.h"
+#include "providers/OpenAiEvents.h"
 #include "providers/UpstreamSettings.h"
 
 using namespace quellora::server;
@@ -30,27 +31,35 @@ std::vector<std::string> read(std::string_view stream, std::size_t piece)
     return events;
 }
 
-/// What the providers look at in an event.
-void look(std::string_view data)
+/// The events as those of one answer, up to its end as a transfer sees it.
+void answer(const std::vector<std::string> &events, const std::unique_ptr<AnswerEvents> &reader)
 {
-    require(isUtf8(providerWords(data)));
-    const auto event = parsedObject(data);
-    if (!event)
-        return;
-    const nlohmann::json &choices = memberOf(*event, "choices");
-    if (choices.is_array() && !choices.empty())
-        require(isUtf8(textOf(memberOf(choices.front(), "delta"), "content").value_or("")));
-    require(isUtf8(textOf(memberOf(*event, "delta"), "text").value_or("")));
-    for (const char *key : {"prompt_tokens", "input_tokens"}) {
-        const auto count = countOf(memberOf(*event, "usage"), key);
-        require(!count || (*count >= 0 && *count <= 1'000'000'000));
+    constexpr std::int64_t mostTokens = 3'000'000'000;
+    StreamStep step = StreamStep::Continue;
+    std::string_view last;
+    for (const std::string &event : events) {
+        step = reader->read(event, [](std::string_view text) {
+            require(!text.empty());
+            require(isUtf8(std::string(text)));
+        });
+        last = event;
+        if (step != StreamStep::Continue)
+            break;
     }
+    const auto tokens = reader->tokens().value_or(TokenCount{});
+    require(tokens.input >= 0 && tokens.input <= mostTokens);
+    require(tokens.output >= 0 && tokens.output <= mostTokens);
+    require(reader->ending() == AnswerEnding::Whole || reader->isWhole());
+    // Whatever the event is, its refusal has a name.
+    for (const int status : {0, 400, 429, 500})
+        require(handlingOf(reader->faultOf(status, last)).name[0] != '\0');
+    require(isUtf8(providerWords(last)));
 }
 
 } // namespace
 
-/// The input as what a provider sends: a stream, which gives the same events wherever it is split,
-/// and a list of models.
+/// The input as what a provider sends: a stream, which gives the same events wherever it is split
+/// and is an answer of either format, and a list of models.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
     Choices choices(view(data, size));
@@ -60,8 +69,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     // A limit is noticed at the end of a piece, so later events may be lost with it.
     if (events.back() == "end")
         require(read(choices.rest(), piece) == events);
-    for (const std::string &event : events)
-        look(event);
+    answer(events, anthropicEvents());
+    answer(events, openAiEvents());
     const auto models = listedModels(std::string(choices.rest()), "display_name");
     for (const OfferedModel &model : models.value_or(std::vector<OfferedModel>())) {
         require(!model.name.empty() && !model.title.empty());

@@ -42,6 +42,7 @@ Config testConfig(const TemporaryDirectory &directory, const std::string &toml,
     config.server.port = 0;
     config.server.threads = 16;
     config.security.passwordCost = weakCost();
+    config.timing.retry = std::chrono::milliseconds(1);
     config.dataFile = directory.path() / "data" / "backend.sqlite";
     return config;
 }

@@ -2,6 +2,7 @@
 #include "ServerKit.h"
 
 #include "store/AnswerLedger.h"
+#include "store/Housekeeping.h"
 
 namespace quellora::server {
 namespace {
@@ -56,6 +57,22 @@ TEST_P(AnswerLedgerTest, AnswerIsCountedOnce)
     ASSERT_EQ(daily.size(), 1U);
     EXPECT_EQ(daily[0].model, "small");
     EXPECT_FALSE(first.settle("unknown", {1, 1}));
+}
+
+TEST_P(AnswerLedgerTest, AnswerIsCountedForTheModelThatGaveIt)
+{
+    const Account account = ann(0);
+    const auto answer = first.begin(account.id, "asked", 10, 100);
+    // Until then it counts for the model that was asked.
+    clock.advance(AnswerLedger::lease);
+    EXPECT_EQ(second.expire(), 1);
+    EXPECT_TRUE(first.settleAtLast(answer->id, {20, 30}, "other"));
+    EXPECT_EQ(usage.current(account.id), (TokenCount{20, 30}));
+    EXPECT_EQ(usage.queries(account.id), 1);
+    for (const DailyUsage &day : usage.daily("2026-01-15", "2026-01-15")) {
+        EXPECT_EQ(day.queries, day.model == "other" ? 1 : 0) << day.model;
+        EXPECT_EQ(day.tokens.total(), day.model == "other" ? 50 : 0) << day.model;
+    }
 }
 
 TEST_P(AnswerLedgerTest, FailedAnswerCostsNothing)
@@ -236,10 +253,21 @@ TEST_P(AnswerLedgerTest, EndedAnswersAreForgottenAfterAWhile)
     const auto ended = first.begin(account.id, "m", 1, 1);
     const auto running = first.begin(account.id, "m", 1, 1);
     first.settle(ended->id, {1, 1});
+    RetentionSettings retention;
+    retention.answerDays = 2;
+    const auto kept = [&] {
+        std::int64_t count = 0;
+        EXPECT_TRUE(deleteOutdated(*firstDatabase, clock, retention));
+        firstDatabase->query("SELECT count(*) FROM answers", {},
+                             [&](const Database::Row &row) { count = row.integer(0); });
+        return count;
+    };
     clock.advance(hours(24));
     first.renew();
-    EXPECT_EQ(first.forget(clock.now() - hours(25)), 0);
-    EXPECT_EQ(first.forget(clock.now()), 1);
+    EXPECT_EQ(kept(), 2);
+    clock.advance(hours(25));
+    first.renew();
+    EXPECT_EQ(kept(), 1);
     EXPECT_TRUE(first.settle(running->id, {1, 1}));
 }
 

@@ -201,5 +201,59 @@ TEST(Config, FindsTheDefaultFileInTheConfigDirectory)
               "/named.toml");
 }
 
+TEST(Config, FallbacksNameOtherModels)
+{
+    const std::string base =
+        "[anthropic]\napi_key = 'k'\n[openai]\nbase_url = 'http://127.0.0.1:1'\n";
+    const auto model = [](const std::string &id, const std::string &provider,
+                          const std::string &fallback) {
+        return "[[models]]\nid = '" + id + "'\nprovider = '" + provider + "'\nfallback = [" +
+               fallback + "]\n";
+    };
+    // Two models may stand in for each other.
+    const auto config = parse(base + model("a", "anthropic", "'b', 'c'") +
+                              model("b", "openai", "'a'") + model("c", "anthropic", ""));
+    ASSERT_TRUE(config) << config.error();
+    EXPECT_EQ(config->models[0].fallback, (std::vector<std::string>{"b", "c"}));
+    // The list of models says where a picture may go, too.
+    EXPECT_EQ(config->models[0].descriptor, "Falls back to the server itself");
+    EXPECT_EQ(config->models[1].descriptor, "Falls back to api.anthropic.com");
+    EXPECT_EQ(config->models[2].descriptor, "");
+
+    const auto error = [&](const std::string &fallback) {
+        const auto broken =
+            parse(base + model("a", "anthropic", fallback) + model("b", "openai", ""));
+        return broken ? "" : broken.error();
+    };
+    EXPECT_EQ(error("'x'"),
+              "test.toml: models: \"a\" falls back to \"x\", which is not one of the models");
+    EXPECT_EQ(error("'a'"), "test.toml: models: \"a\" falls back to \"a\" in a circle");
+    EXPECT_EQ(error("'b', 'b'"), "test.toml: models: \"a\" falls back to \"b\" in a circle");
+    EXPECT_EQ(error("'b', 'b', 'b', 'b', 'b'"),
+              "test.toml: models.fallback: must name at most 4 models");
+    EXPECT_EQ(error("7"), "test.toml: models.fallback: must be a list of texts");
+}
+
+TEST(Config, TimeLimitsOfAnswersAreReadAndChecked)
+{
+    const auto config =
+        parse("[timing]\ntls_seconds = 7\nfirst_byte_seconds = 8\nstall_seconds = 9\n"
+              "answer_seconds = 10\nretry_milliseconds = 11\n"
+              "longest_retry_seconds = 12\n[limits]\nretries = 0");
+    ASSERT_TRUE(config) << config.error();
+    EXPECT_EQ(config->timing.tls, std::chrono::seconds(7));
+    EXPECT_EQ(config->timing.firstByte, std::chrono::seconds(8));
+    EXPECT_EQ(config->timing.stall, std::chrono::seconds(9));
+    EXPECT_EQ(config->timing.answer, std::chrono::seconds(10));
+    EXPECT_EQ(config->timing.retry, std::chrono::milliseconds(11));
+    EXPECT_EQ(config->timing.longestRetry, std::chrono::seconds(12));
+    EXPECT_EQ(config->limits.retries, 0);
+    for (const char *line : {"tls_seconds = 0", "first_byte_seconds = 3601", "answer_seconds = 0",
+                             "retry_milliseconds = 0", "longest_retry_seconds = 61",
+                             "answer_seconds = 179", "answer_seconds = 3600\nstall_seconds = 3601"})
+        EXPECT_FALSE(parse(std::string("[timing]\n") + line)) << line;
+    EXPECT_FALSE(parse("[limits]\nretries = 6"));
+}
+
 } // namespace
 } // namespace quellora::server

@@ -117,7 +117,8 @@ protected:
 
     ModelCatalog catalog(const std::string &toml, const std::vector<Connection> &connections)
     {
-        return ModelCatalog(testConfig(directory, toml), connections);
+        CircuitBreakers breakers;
+        return ModelCatalog(testConfig(directory, toml), connections, breakers);
     }
     static std::string ids(const ModelCatalog &catalog)
     {
@@ -135,7 +136,8 @@ TEST_F(Catalog, ConnectedModelsReplaceTheReader)
     const ModelCatalog both = catalog("", {first, second});
     EXPECT_EQ(ids(both), "a(127.0.0.1) b(127.0.0.1) a@x.org(x.org) default a");
     EXPECT_FALSE(both.lacksModel());
-    EXPECT_EQ(both.choose("a@x.org").upstreamName, "a");
+    EXPECT_EQ(both.choose("a@x.org").id, "a@x.org");
+    EXPECT_EQ(both.models().back().upstream, "a");
     EXPECT_FALSE(both.choose("b").usedFallback);
     EXPECT_EQ(both.choose("offline").id, "a");
     EXPECT_TRUE(both.choose("offline").usedFallback);

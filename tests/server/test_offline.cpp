@@ -44,7 +44,8 @@ struct Answer
 AnswerSource offlineAnswer(const std::string &toml = "")
 {
     const auto config = Config::parse(toml, "test", environmentOf({})).value();
-    return ModelCatalog(config, {}).choose(std::nullopt).answer;
+    CircuitBreakers breakers;
+    return ModelCatalog(config, {}, breakers).choose(std::nullopt).answer;
 }
 
 Answer ask(const ModelRequest &request, const std::string &toml = "")

@@ -371,13 +371,13 @@ TEST_P(StoreContract, LastUseIsExactToFiveMinutes)
 {
     const Account account = ann();
     EXPECT_EQ(account.lastSeenAt, 0);
-    accounts.touch(account.id);
+    accounts.touch(account);
     const std::int64_t first = toSeconds(clock.now());
     clock.advance(minutes(4));
-    accounts.touch(account.id);
+    accounts.touch(*accounts.find(account.id));
     EXPECT_EQ(accounts.find(account.id)->lastSeenAt, first);
     clock.advance(minutes(1));
-    accounts.touch(account.id);
+    accounts.touch(*accounts.find(account.id));
     EXPECT_EQ(accounts.find(account.id)->lastSeenAt, first + 300);
 }
 

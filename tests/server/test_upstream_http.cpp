@@ -7,6 +7,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <fstream>
 
 namespace quellora::server {
@@ -291,14 +292,16 @@ TEST_P(Upstream, NonHttpPeerIsABadGateway)
     ASSERT_EQ(::listen(listener, 4), 0);
     ::getsockname(listener, reinterpret_cast<sockaddr *>(&address), &length);
     std::thread peer([listener] {
-        const int connection = ::accept(listener, nullptr, nullptr);
-        char buffer[65536];
-        [[maybe_unused]] const auto got = ::read(connection, buffer, sizeof buffer);
-        [[maybe_unused]] const auto sent = ::write(connection, "SSH-2.0-hello\r\n", 15);
-        ::close(connection);
+        for (int connection; (connection = ::accept(listener, nullptr, nullptr)) >= 0;) {
+            char buffer[65536];
+            [[maybe_unused]] const auto got = ::read(connection, buffer, sizeof buffer);
+            [[maybe_unused]] const auto sent = ::write(connection, "SSH-2.0-hello\r\n", 15);
+            ::close(connection);
+        }
     });
     const auto server = serverFor("http://127.0.0.1:" + std::to_string(ntohs(address.sin_port)));
     EXPECT_EQ(server->query(server->token())->status, 502);
+    ::shutdown(listener, SHUT_RDWR);
     peer.join();
     ::close(listener);
 }
@@ -389,6 +392,109 @@ TEST_P(Upstream, DisconnectedClientCancelsTheTransfer)
     EXPECT_FALSE(client->send(request));
     client.reset();
     EXPECT_EQ(left.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
+}
+
+TEST_P(Upstream, PassingFailureIsRepeatedBeforeTheFirstText)
+{
+    std::atomic<int> requests{0};
+    const std::string whole = wholeAnswer();
+    const FakeProvider provider([&](const httplib::Request &, httplib::Response &response) {
+        if (++requests == 1) {
+            response.status = 529;
+            response.set_header("Retry-After", "1");
+        } else {
+            response.set_content(whole, "text/event-stream");
+        }
+    });
+    const auto server = serverFor(provider.url());
+    const auto begin = std::chrono::steady_clock::now();
+    const auto answer = server->query(server->token());
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::seconds(1));
+    EXPECT_EQ(answerText(answer->body), "Hello");
+    EXPECT_EQ(events(answer->body).back().at("usedFallback"), false);
+    EXPECT_EQ(requests, 2);
+    EXPECT_EQ(server->usage().queries(server->account().id), 1);
+}
+
+TEST_P(Upstream, AnotherModelAnswersAndIsCounted)
+{
+    std::vector<std::string> asked;
+    const std::string whole = wholeAnswer();
+    const FakeProvider provider([&](const httplib::Request &request, httplib::Response &response) {
+        asked.push_back(json::parse(request.body).at("model"));
+        if (asked.back() == "upstream-n")
+            response.set_content(whole, "text/event-stream");
+        else
+            response.status = 404;
+    });
+    const auto server = serverWith(
+        "base_url = '" + provider.url() +
+        "'\napi_key = 'k'\n[[models]]\nid = 'first'\nfallback = ['m', 'n']\nprovider = '" +
+        GetParam() + "'\n[[models]]\nid = 'n'\nupstream = 'upstream-n'\nprovider = '" + GetParam() +
+        "'\n");
+    const auto answer = server->query(server->token(), "Why?", {{"model", "first"}});
+    EXPECT_EQ(answerText(answer->body), "Hello");
+    EXPECT_EQ(events(answer->body).back().at("usedFallback"), true);
+    EXPECT_EQ(asked, (std::vector<std::string>{"first", "upstream-m", "upstream-n"}));
+    const auto counted = server->usage().daily("2000-01-01", "2100-01-01");
+    ASSERT_EQ(counted.size(), 1U);
+    EXPECT_EQ(counted.front().model, "n");
+    EXPECT_EQ(counted.front().queries, 1);
+}
+
+TEST_P(Upstream, CutAnswersSayWhy)
+{
+    const std::string end =
+        anthropic() ? "data: {\"type\":\"message_delta\",\"delta\":{\"stop_reason\":"
+                      "\"max_tokens\"}}\n\ndata: {\"type\":\"message_stop\"}\n\n"
+                    : "data: {\"choices\":[{\"delta\":{},\"finish_reason\":\"length\"}]}"
+                      "\n\ndata: [DONE]\n\n";
+    const FakeProvider provider(streaming(startedAnswer() + end));
+    const auto server = serverFor(provider.url());
+    const auto answer = server->query(server->token());
+    EXPECT_EQ(answerText(answer->body),
+              "Hel\n\n*The answer ends here: it reached the length limit.*");
+    EXPECT_EQ(lastType(answer->body), "done");
+}
+
+TEST_P(Upstream, BrokenOffAnswerIsCountedByItsText)
+{
+    const std::string text(4000, 'x');
+    const std::string event = anthropic()
+                                  ? json({{"type", "content_block_delta"},
+                                          {"delta", {{"type", "text_delta"}, {"text", text}}}})
+                                        .dump()
+                                  : json({{"choices", {{{"delta", {{"content", text}}}}}}}).dump();
+    const FakeProvider provider(streaming(startedAnswer() + "data: " + event + "\n\n"));
+    const auto server = serverFor(provider.url());
+    EXPECT_EQ(lastType(server->query(server->token())->body), "chunk");
+    EXPECT_GE(server->usage().current(server->account().id).output, 1000);
+}
+
+TEST_P(Upstream, ZeroTokensAreNotBelieved)
+{
+    const std::string end = anthropic()
+                                ? "data: {\"type\":\"message_delta\",\"usage\":{\"input_tokens\":0,"
+                                  "\"output_tokens\":0}}\n\ndata: {\"type\":\"message_stop\"}\n\n"
+                                : "data: {\"choices\":[],\"usage\":{\"prompt_tokens\":0,"
+                                  "\"completion_tokens\":0}}\n\ndata: [DONE]\n\n";
+    const FakeProvider provider(streaming(startedAnswer() + end));
+    const auto server = serverFor(provider.url());
+    const auto answer = server->query(server->token(), std::string(40, 'p'));
+    EXPECT_EQ(events(answer->body).back().at("tokensUsed"), 11);
+    EXPECT_EQ(server->usage().current(server->account().id).total(), 11);
+}
+
+TEST_P(Upstream, SilenceAfterTheRequestIsABadGateway)
+{
+    config.timing.firstByte = std::chrono::milliseconds(100);
+    std::promise<void> over;
+    auto ended = over.get_future().share();
+    const FakeProvider provider(
+        [ended](const httplib::Request &, httplib::Response &) { ended.wait(); });
+    const auto server = serverFor(provider.url());
+    EXPECT_EQ(server->query(server->token())->status, 502);
+    over.set_value();
 }
 
 INSTANTIATE_TEST_SUITE_P(Providers, Upstream, testing::Values("anthropic", "openai"),

@@ -46,6 +46,8 @@ class Browser:
         os.close(events)
         self._changed = threading.Condition()
         self._answers = {}
+        #: URLs that the pages asked for, redirects and parts of pages included.
+        self.requests = []
         self._ended = False
         self._number = 0
         self._session = None
@@ -54,6 +56,7 @@ class Browser:
         target = wait_until(self._first_page, what="the browser's tab")
         self._session = self._call("Target.attachToTarget",
                                    {"targetId": target, "flatten": True})["sessionId"]
+        self._call("Network.enable")
 
     def _first_page(self):
         for info in self._call("Target.getTargets")["targetInfos"]:
@@ -70,6 +73,8 @@ class Browser:
             *messages, pending = (pending + part).split(b"\0")
             for raw in messages:
                 message = json.loads(raw)
+                if message.get("method") == "Network.requestWillBeSent":
+                    self.requests.append(message["params"]["request"]["url"])
                 if "id" in message:
                     with self._changed:
                         self._answers[message["id"]] = message
@@ -88,6 +93,9 @@ class Browser:
         with self._changed:
             self._changed.wait_for(lambda: number in self._answers or self._ended, PATIENCE)
             answer = self._answers.pop(number, None)
+        if method == "Runtime.evaluate" and "navigated" in str((answer or {}).get("error")):
+            # The page has just been left; the next one is asked.
+            return self._call(method, parameters)
         if answer is None or "result" not in answer:
             raise AssertionError(f"the browser did not do {method}: {answer}")
         return answer["result"]
@@ -102,6 +110,14 @@ class Browser:
         self._call("Page.navigate", {"url": url})
         wait_until(lambda: self.evaluate("document.readyState") == "complete"
                    and self.url != "about:blank", what="the page")
+
+    def show_at(self, width, height, scheme):
+        """Lays the page out for a screen of that size, with the "light" or "dark" theme."""
+        self._call("Emulation.setDeviceMetricsOverride", {
+            "width": width, "height": height, "screenWidth": width, "screenHeight": height,
+            "deviceScaleFactor": 1, "mobile": width < 600})
+        self._call("Emulation.setEmulatedMedia", {
+            "features": [{"name": "prefers-color-scheme", "value": scheme}]})
 
     @property
     def url(self):
@@ -157,9 +173,10 @@ class Browser:
         self.evaluate(f"document.forms[document.forms.length - 1].elements[{json.dumps(name)}]"
                       f".value = {json.dumps(value)}")
 
-    def screenshot(self, path):
-        """Saves a picture of the page."""
-        picture = self._call("Page.captureScreenshot", {"format": "png"})["data"]
+    def screenshot(self, path, whole=False):
+        """Saves a picture of what is in view, or of the whole page."""
+        picture = self._call("Page.captureScreenshot", {
+            "format": "png", "captureBeyondViewport": whole})["data"]
         pathlib.Path(path).write_bytes(base64.b64decode(picture))
 
     def close(self):

@@ -4,6 +4,7 @@ import base64
 import hashlib
 import http.server
 import json
+import pathlib
 import re
 import subprocess
 import tempfile
@@ -28,6 +29,12 @@ class SigningKey:
         subprocess.run(["openssl", "genpkey", "-algorithm", "RSA", "-pkeyopt",
                         "rsa_keygen_bits:2048", "-out", self._file.name],
                        check=True, capture_output=True)
+
+    def pem(self):
+        """The private and the public key as text."""
+        public = subprocess.run(["openssl", "rsa", "-in", self._file.name, "-pubout"], check=True,
+                                capture_output=True, text=True).stdout
+        return pathlib.Path(self._file.name).read_text(encoding="ascii"), public
 
     def public(self):
         modulus = subprocess.run(["openssl", "rsa", "-in", self._file.name, "-noout", "-modulus"],
@@ -59,6 +66,7 @@ class FakeProvider(http.server.ThreadingHTTPServer):
         self.description = {}
         self.codes = {}
         self.requests = []
+        self.secret_in = None
         threading.Thread(target=self.serve_forever, daemon=True).start()
 
     @property
@@ -115,7 +123,13 @@ class _Handler(http.server.BaseHTTPRequestHandler):
         credentials = base64.b64encode(
             f"{CLIENT}:{urllib.parse.quote(SECRET, safe='')}".encode()).decode()
         challenge = url64(hashlib.sha256(form.get("code_verifier", "").encode()).digest())
-        if (asked is None or self.headers["Authorization"] != f"Basic {credentials}"
+        if self.headers["Authorization"] == f"Basic {credentials}":
+            provider.secret_in = "header"
+        elif (form.get("client_id"), form.get("client_secret")) == (CLIENT, SECRET):
+            provider.secret_in = "form"
+        else:
+            provider.secret_in = None
+        if (asked is None or provider.secret_in is None
                 or challenge != asked["code_challenge"]
                 or form["redirect_uri"] != asked["redirect_uri"]):
             self._reply({"error": "invalid_grant"}, 400)

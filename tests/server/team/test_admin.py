@@ -251,7 +251,9 @@ provider = "openai"
 
         def verify():
             return self.visitor().post_json("/api/auth/app-verify", {}, token).status
+        self.assertRegex(self.boss.get("/admin/people").text, 'data-name="Last seen">never')
         self.assertEqual(verify(), 200)
+        self.assertRegex(self.boss.get("/admin/people").text, r'data-name="Last seen">\d{4}-')
         self.assertEqual(self.act("suspend", "Suspend").status, 303)
         self.assertEqual(verify(), 403)
         self.assertIn("Suspended", self.boss.get("/admin/people").text)
@@ -308,7 +310,8 @@ provider = "openai"
             self.visitor().post_json("/api/proxy/query", {"prompt": "What?", "model": model}, token)
         page = self.boss.get("/admin/usage").text
         self.assertRegex(page, r'aria-label="Tokens per day: 57 tokens, most on [\d-]+ with 57"')
-        self.assertRegex(page, r"second</td><td class=\"num\">2</td><td class=\"num\">24</td>")
+        self.assertRegex(page, r'second</td><td class="num" data-name="Questions">2</td>'
+                               r'<td class="num" data-name="Tokens in">24</td>')
         one = self.boss.get("/admin/usage?model=first&days=7").text
         self.assertIn("19 tokens", one)
         self.assertEqual(self.boss.get("/admin/usage?days=99999&id=77&model=%3Cx").status, 200)
@@ -343,6 +346,9 @@ provider = "openai"
                 "label": "", "address": ""}
         for change in ({"header": " "}, {"body": ""}, {"label": "Go"},
                        {"label": "Go", "address": "javascript:alert(1)"}, {"kind": "update"},
+                       {"label": "Go", "address": "https://"},
+                       {"label": "Go", "address": "https://a.example/ b"},
+                       {"label": "Go", "address": "https://bank.example@evil.example/"},
                        {"minutes": "5"}, {"to": "77"}, {"header": "x" * 121},
                        {"kind": "update", "minutes": "9999999"}):
             reply = self.boss.submit("/admin/messages", "Send", "send", **(good | change))

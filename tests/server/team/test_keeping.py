@@ -113,9 +113,9 @@ class KeepingCase(TeamCase):
     def assert_is_complete(self, store):
         """Everything of fill() is in the store."""
         contents = store.contents()
-        counts = {table: len(rows) for table, rows in contents.items() if table != "answers"}
+        counts = {table: len(rows) for table, rows in contents.items()}
         self.assertEqual({table: count for table, count in counts.items() if count}, {
-            "accounts": 3, "sessions": 2, "usage": 2, "usage_daily": 2, "telemetry": 2,
+            "accounts": 3, "sessions": 2, "usage": 2, "usage_daily": 2, "telemetry": 2, "answers": 2,
             "uploaded_logs": 2, "uploaded_log_parts": 4, "messages": 2, "settings": 1, "audit": 7,
             "admins": 1, "admin_recovery": 10, "invitations": 1})
         return contents
@@ -131,7 +131,8 @@ class BackupTest(KeepingCase):
         wait_until(lambda: len(self.model.questions) == 3)
         printed = self.on(self.source, "backup", str(file))
         self.assertEqual(stat.S_IMODE(file.stat().st_mode), 0o600)
-        self.assertIn("accounts: 3\n", printed)
+        self.assertIn("accounts: 3\nadmin", printed)
+        self.assertEqual(file.read_text().count('"running"'), 1)
         self.model.hold.set()
         self.assertIn("It is red.", asking.result(PATIENCE))
         self.wait_for_usage(3)
@@ -415,10 +416,10 @@ class PersonTest(KeepingCase):
         self.assertEqual(stat.S_IMODE(file.stat().st_mode), 0o600)
         text = file.read_text()
         record = json.loads(text)
-        counts = {table: len(rows) for table, rows in record.items() if table != "answers"}
+        counts = {table: len(rows) for table, rows in record.items()}
         self.assertEqual({table: count for table, count in counts.items() if count}, {
             "accounts": 1, "sessions": 1, "usage": 1, "usage_daily": 1, "telemetry": 1,
-            "uploaded_logs": 1, "messages": 1, "audit": 3})
+            "answers": 1, "uploaded_logs": 1, "messages": 1, "audit": 3})
         self.assertEqual(record["accounts"][0]["email"], "ann@example.org")
         self.assertEqual(record["telemetry"][0]["record"], TELEMETRY | {"app_version": "of ann"})
         self.assertEqual(record["messages"][0]["body"], "For Ann alone.")

@@ -5,6 +5,7 @@ import time
 import unittest
 import urllib.parse
 
+import real_provider
 from fake_provider import CLIENT, SECRET, FakeProvider, SigningKey, url64
 from team_case import CALLBACK, TeamCase
 
@@ -79,6 +80,18 @@ name = "Example <Ltd>"
         self.assertEqual(self.visitor().get(_BEGIN).status, 404)
         self.assertNotIn("Sign in with",
                          self.visitor().get("/login?callback=" + CALLBACK).text)
+
+    def test_the_secret_goes_where_the_provider_wants_it(self):
+        for methods, place in ((None, "header"), (["client_secret_basic"], "header"),
+                               (["client_secret_post"], "form"),
+                               # Special characters are unambiguous in the form only.
+                               (["client_secret_basic", "client_secret_post"], "form")):
+            self.provider.description = (
+                {"token_endpoint_auth_methods_supported": methods} if methods else {})
+            self.start()
+            self.signed_in_as(self.sign_in())
+            self.assertEqual(self.provider.secret_in, place)
+            self.stop()
 
     def test_only_the_app_may_begin(self):
         self.start()
@@ -226,6 +239,83 @@ name = "Example <Ltd>"
                            ('isuer = "x"', "isuer")):
             self.config.write_text("[oidc]\n" + text + "\n")
             self.assertIn(word, self.run_command("check-config", status=1))
+
+
+@unittest.skipUnless(real_provider.PROGRAM, "needs the Debian package glewlwyd")
+class RealProviderTest(TeamCase):
+    """The same with a provider that nobody here wrote."""
+
+    def setUp(self):
+        super().setUp()
+        port = real_provider.free_port()
+        self.provider = real_provider.RealProvider(f"http://127.0.0.1:{port}/login/team/done")
+        self.addCleanup(self.provider.close)
+        self.configure(real_provider.SECRET)
+        self.start("--port", str(port))
+
+    def configure(self, secret):
+        self.config.write_text(f"""
+[oidc]
+issuer = "{self.provider.issuer}"
+client_id = "{real_provider.CLIENT}"
+client_secret = "{secret}"
+allowed_domains = ["example.org"]
+""")
+
+    def come_back(self, name, password, visitor=None):
+        """Signs in at the provider and consents; what the backend replies to the browser then."""
+        visitor = visitor or self.visitor()
+        session = real_provider.Session(self.provider)
+        begun = visitor.get(_BEGIN)
+        self.assertEqual(begun.status, 303, begun.text)
+        login = session.authorize(begun.location)
+        self.assertNotIn("code=", urllib.parse.urlsplit(login).query.split("callback_url")[0])
+        session.sign_in(name, password)
+        session.grant("openid email")
+        back = session.go_on(login)
+        self.assertTrue(back.startswith(self.url + "/login/team/done?"), back)
+        self.back = back[len(self.url):]
+        return visitor.get(self.back)
+
+    def email_of(self, reply):
+        self.assertEqual(reply.status, 303, reply.text)
+        self.assertTrue(reply.location.startswith(CALLBACK + "?token="), reply.location)
+        token = urllib.parse.parse_qs(urllib.parse.urlsplit(reply.location).query)["token"][0]
+        verified = self.visitor().post_json("/api/auth/app-verify", {}, token)
+        self.assertEqual(verified.status, 200)
+        self.assertEqual(self.visitor().post_json("/api/auth/app-verify", {}, token).status, 401)
+        return [account["email"] for account in self.run_json("list-accounts")]
+
+    def test_it_ends_at_the_apps_listener(self):
+        password = self.provider.add_person("ann", "Ann@Example.org", True)
+        visitor = self.visitor()
+        self.assertEqual(self.email_of(self.come_back("ann", password, visitor)),
+                         ["ann@example.org"])
+        # Neither the browser nor anybody else can use the answer again.
+        for again in (visitor, self.visitor()):
+            self.assertEqual(again.get(self.back).status, 400)
+        self.assertEqual(self.email_of(self.come_back("ann", password)), ["ann@example.org"])
+        self.assertEqual([entry["action"] for entry in self.run_json("audit")],
+                         ["first-team-sign-in"])
+
+    def test_an_address_must_be_verified_and_of_the_team(self):
+        for name, email, is_verified in (("bob", "bob@example.org", False),
+                                         ("carl", "carl@elsewhere.example", True)):
+            password = self.provider.add_person(name, email, is_verified)
+            reply = self.come_back(name, password)
+            self.assertEqual(reply.status, 403, reply.text)
+        self.assertEqual(self.run_json("list-accounts"), [])
+
+    def test_a_wrong_secret_signs_nobody_in(self):
+        password = self.provider.add_person("ann", "ann@example.org", True)
+        port = self.url.rsplit(":", 1)[1]
+        self.stop()
+        self.configure("another secret")
+        self.start("--port", port)
+        self.assertEqual(self.come_back("ann", password).status, 502)
+        self.assertTrue(any("exchange of the code" in line for line in self.lines), self.lines)
+        self.assertNotIn("another secret", "\n".join(self.lines))
+        self.assertEqual(self.run_json("list-accounts"), [])
 
 
 if __name__ == "__main__":

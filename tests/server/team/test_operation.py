@@ -93,7 +93,11 @@ api_key = "canary-key-7f"
         self.model.status = 500
         self.assertEqual(self.visitor().post_json("/api/proxy/query", {"prompt": "?"},
                                                   self.token()).status, 502)
-        self.assertEqual(sum(self.metrics()["quellora_provider_errors_total"][1].values()), 1)
+        metrics = self.metrics()
+        self.assertEqual(sum(metrics["quellora_provider_errors_total"][1].values()), 3)
+        self.assertEqual(sum(metrics["quellora_retries_total"][1].values()), 2)
+        self.assertEqual([dict(labels)["state"] for _, labels in
+                          metrics["quellora_model_breaker_info"][1]], ["closed"])
 
     def test_counters_are_for_this_machine_or_with_the_token(self):
         self.start()
