@@ -287,7 +287,8 @@ void TestLyingBackend::deepNestingIsNotFollowed()
         QCOMPARE(recorder.events.at(1), QStringLiteral("a"));
     }
     m_server->answerWith(
-        ScriptedHttpServer::answer(429, R"({"resetInSeconds":1,"x":)" + value.left(60'000) + "}"),
+        ScriptedHttpServer::answer(429, R"({"resetInSeconds":1,"x":)" + value.left(60'000) + "}",
+                                   "Connection: close\r\n"),
         Ending::Close);
     {
         QueryRecorder recorder(start());
