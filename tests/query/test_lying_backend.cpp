@@ -88,11 +88,10 @@ void TestLyingBackend::redirectReachesNobody()
     location.replace("SAME", m_server->baseUrl().toUtf8());
     location.replace("OTHERHOST", elsewhere.baseUrl().mid(7).toUtf8());
     location.replace("OTHER", elsewhere.baseUrl().toUtf8());
-    m_server->answerWith(
-        ScriptedHttpServer::answer(status, chunkLine("a") + doneLine,
-                                   "Location: " + location + "\r\nRefresh: 0;url=" + location +
-                                       "\r\n"),
-        Ending::KeepOpen);
+    m_server->answerWith(ScriptedHttpServer::answer(status, chunkLine("a") + doneLine,
+                                                    "Location: " + location +
+                                                        "\r\nRefresh: 0;url=" + location + "\r\n"),
+                         Ending::KeepOpen);
     QueryRecorder recorder(start());
     QVERIFY(recorder.waitForOutcome());
     QueryError error = queryError(Kind::HttpError);
@@ -189,10 +188,10 @@ void TestLyingBackend::wrongLength()
 
 void TestLyingBackend::bytesAfterDoneAreNotRead()
 {
-    m_server->answerWith(ScriptedHttpServer::streamHeader() + chunkLine("a") + doneLine +
-                             chunkLine("late") + "data: {\"type\":\"error\",\"message\":\"late\"}\n" +
-                             QByteArray(4'000'000, 'x'),
-                         Ending::KeepOpen);
+    m_server->answerWith(
+        ScriptedHttpServer::streamHeader() + chunkLine("a") + doneLine + chunkLine("late") +
+            "data: {\"type\":\"error\",\"message\":\"late\"}\n" + QByteArray(4'000'000, 'x'),
+        Ending::KeepOpen);
     QueryRecorder recorder(start());
     QVERIFY(recorder.waitForOutcome());
     QVERIFY(recorder.outcome->has_value());
@@ -224,9 +223,8 @@ void TestLyingBackend::endlessAnswerIsEnded()
 void TestLyingBackend::packedAnswerIsNotDecompressed()
 {
     const QByteArray packed = qCompress((chunkLine("packed") + doneLine).repeated(1000)).mid(4);
-    m_server->answerWith(
-        ScriptedHttpServer::answer(200, packed, "Content-Encoding: deflate\r\n"),
-        Ending::KeepOpen);
+    m_server->answerWith(ScriptedHttpServer::answer(200, packed, "Content-Encoding: deflate\r\n"),
+                         Ending::KeepOpen);
     QueryRecorder recorder(start());
     QVERIFY(recorder.waitForOutcome());
     QCOMPARE(recorder.outcome->error(), queryError(Kind::StreamEndedUnexpectedly));
