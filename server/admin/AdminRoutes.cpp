@@ -117,9 +117,10 @@ void AdminRoutes::signIn(const Request &request, Response &response)
         return;
     }
     const std::string email = normalizedEmail(field(fields, "email")).value_or("");
-    auto wait = m_failures->wait(email);
+    auto wait = m_services.throttle(request);
+    // Counted before it is known to be a failure: attempts side by side do not exceed the limit.
     if (!wait)
-        wait = m_services.throttle(request);
+        wait = m_failures->acquire(email);
     if (wait) {
         Log::event("[AdminRoutes] WARNING: Sign-in throttled after repeated failures");
         response.headers.set("Retry-After", std::to_string(wait->count()));
@@ -130,7 +131,6 @@ void AdminRoutes::signIn(const Request &request, Response &response)
     const auto administrator = m_store.administrators.authenticate(email, field(fields, "password"),
                                                                    field(fields, "code"));
     if (!administrator) {
-        m_failures->record(email);
         Log::event("[AdminRoutes] WARNING: Sign-in of an administrator refused");
         showSignIn(response, 401,
                    "Wrong address, password or code. Each code works once; wait for the next one.");

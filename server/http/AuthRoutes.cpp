@@ -14,13 +14,12 @@ PasswordSignIn::Result PasswordSignIn::attempt(const std::string &email,
     // Unknown addresses are throttled like known ones, so that throttling does not reveal which
     // exist.
     const std::string address = normalizedEmail(email).value_or(lowered(email.substr(0, 254)));
-    if (const auto wait = m_services.loginFailures->wait(address))
+    // Counted before it is known to be one, so that attempts side by side do not exceed the limit.
+    if (const auto wait = m_services.loginFailures->acquire(address))
         return Result{std::nullopt, SignInRefusal::Throttled, *wait};
     const auto account = m_services.accounts.authenticate(address, password);
-    if (!account) {
-        m_services.loginFailures->record(address);
+    if (!account)
         return Result{};
-    }
     m_services.loginFailures->reset(address);
     if (account->suspended)
         return Result{std::nullopt, SignInRefusal::Suspended, {}};

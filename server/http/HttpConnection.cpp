@@ -52,6 +52,24 @@ std::string reasonOf(int status)
     return {reason.data(), reason.size()};
 }
 
+/// Whether a line of @p text ends without a carriage return.
+bool hasBareLineFeed(std::string_view text)
+{
+    for (std::size_t at = text.find('\n'); at != std::string_view::npos;
+         at = text.find('\n', at + 1)) {
+        if (at == 0 || text[at - 1] != '\r')
+            return true;
+    }
+    return false;
+}
+
+/// Whether a field of @p head goes on in the next line, which servers read differently.
+bool hasFoldedField(std::string_view head)
+{
+    return head.find("\n ") != std::string_view::npos ||
+           head.find("\n\t") != std::string_view::npos;
+}
+
 /// Runs the handler. What it throws becomes an error reply.
 void handle(const Route &route, const Request &request, Response &response)
 {
@@ -203,14 +221,23 @@ void HttpConnection::parse()
     while (!m_in.empty()) {
         ErrorCode error;
         const std::size_t taken = m_parser->put(asio::buffer(m_in), error);
+        const bool isFolded =
+            m_phase == Phase::Head && hasFoldedField(std::string_view(m_in).substr(0, taken));
         m_in.erase(0, taken);
+        if (m_phase == Phase::Body)
+            m_bodyBytes += taken;
         // The parser's own limit holds for the part that it has not taken yet.
         if (m_phase == Phase::Head)
             m_headBytes += taken;
         const bool isHeadTooLong =
             m_phase == Phase::Head && m_headBytes + (m_parser->is_header_done() ? 0 : m_in.size()) >
                                           m_context.limits.headBytes;
-        if (error == http::error::need_more && !isHeadTooLong)
+        // What waits for more is the head, the size of a chunk or what follows the chunks.
+        const bool isWaiting = error == http::error::need_more && !isHeadTooLong;
+        const bool isUnreadable =
+            isFolded ||
+            (isWaiting && (hasBareLineFeed(m_in) || m_in.size() > m_context.limits.headBytes));
+        if (isWaiting && !isUnreadable)
             break;
         if (isHeadTooLong || error == http::error::header_limit) {
             refuse(431, "the head of the request is too long", true);
@@ -220,7 +247,7 @@ void HttpConnection::parse()
             refuse(413, "the body is too long", true);
             return;
         }
-        if (error) {
+        if (error || isUnreadable) {
             refuse(400, "the request is malformed", true);
             return;
         }
@@ -237,10 +264,19 @@ void HttpConnection::parse()
             break;
     }
     if (m_phase == Phase::Body)
-        setDeadline(std::clamp(
-            std::chrono::duration_cast<std::chrono::milliseconds>(m_bodyDeadline - Steady::now()),
-            std::chrono::milliseconds(0), m_context.limits.bodySilence));
+        setDeadline(timeForBody());
     awaitBytes();
+}
+
+std::chrono::milliseconds HttpConnection::timeForBody() const
+{
+    using std::chrono::milliseconds;
+    const HttpLimits &limits = m_context.limits;
+    // A byte now and then does not keep the connection.
+    const auto earned = limits.bodySilence + milliseconds(m_bodyBytes * 1000 / limits.bodyRate);
+    const auto end = m_bodyBegin + std::min<milliseconds>(limits.body, earned);
+    return std::clamp(std::chrono::duration_cast<milliseconds>(end - Steady::now()),
+                      milliseconds(0), limits.bodySilence);
 }
 
 void HttpConnection::onHead()
@@ -290,7 +326,8 @@ void HttpConnection::onHead()
         return;
     }
     m_phase = Phase::Body;
-    m_bodyDeadline = Steady::now() + m_context.limits.body;
+    m_bodyBegin = Steady::now();
+    m_bodyBytes = 0;
     m_parser->body_limit(m_route->bodyLimit);
     m_parser->eager(true);
     if (!expected.empty() && !m_isHttp10 && !m_parser->is_done() && m_in.empty()) {
@@ -305,9 +342,13 @@ std::optional<int> HttpConnection::refusalOfHead() const
     if (message.version() != 10 && message.version() != 11)
         return 505;
     // Two servers that read such heads differently take one's body for the other's next request.
+    const std::size_t hosts = m_request.headers.count("Host");
     const std::size_t lengths = m_request.headers.count("Content-Length");
     const std::size_t encodings = m_request.headers.count("Transfer-Encoding");
-    if (lengths > 1 || (lengths > 0 && encodings > 0))
+    if (hosts > 1 || (hosts == 0 && !m_isHttp10) || lengths > 1 || (lengths > 0 && encodings > 0))
+        return 400;
+    // "3, 3" is a list to some and a number to others.
+    if (m_request.header("Content-Length").find_first_not_of("0123456789") != std::string::npos)
         return 400;
     if (encodings > 0 && (encodings > 1 || m_isHttp10 ||
                           lowered(trimmed(m_request.header("Transfer-Encoding"))) != "chunked"))

@@ -54,6 +54,8 @@ private:
     void onBytes();
     /// Parses what has arrived.
     void parse();
+    /// How long the next bytes of the body may take.
+    std::chrono::milliseconds timeForBody() const;
     void onHead();
     /// Why the head just read is refused: a status, or nothing.
     std::optional<int> refusalOfHead() const;
@@ -89,6 +91,7 @@ private:
     std::string m_out;
     std::size_t m_written = 0;
     std::size_t m_headBytes = 0;
+    std::size_t m_bodyBytes = 0;
     bool m_waitsForBytes = false;
     bool m_waitsForRoom = false;
     bool m_isHead = false;
@@ -103,7 +106,7 @@ private:
     std::shared_ptr<ResponseStream> m_stream;
     boost::asio::steady_timer m_timer;
     Steady::time_point m_deadline = Steady::time_point::max();
-    Steady::time_point m_bodyDeadline = Steady::time_point::max();
+    Steady::time_point m_bodyBegin;
     Steady::time_point m_timerSetTo = Steady::time_point::max();
 };
 

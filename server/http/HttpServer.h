@@ -24,6 +24,8 @@ struct HttpLimits
     /// Longest silence within a body, and longest time for a whole body.
     std::chrono::milliseconds bodySilence = std::chrono::seconds(15);
     std::chrono::milliseconds body = std::chrono::minutes(10);
+    /// Slowest average of a body, in bytes per second; bodySilence is added to its time.
+    std::size_t bodyRate = 1000;
     /// Longest time that a client takes nothing of what waits for it.
     std::chrono::milliseconds writeSilence = std::chrono::seconds(30);
     /// Longest time between two requests.

@@ -9,13 +9,16 @@
 namespace quellora::server {
 namespace {
 
-/// "name:port" or "[v6]:port" without the port, lower case.
+/// "name:port" or "[v6]:port" without the port, lower case; nothing when it has another form.
 std::string hostName(const std::string &host)
 {
-    const std::string name = lowered(trimmed(host));
-    if (!name.empty() && name.front() == '[')
-        return name.substr(0, std::min(name.find(']'), name.size() - 1) + 1);
-    return name.substr(0, name.find(':'));
+    const std::string text = lowered(trimmed(host));
+    const std::size_t bracket = text.starts_with('[') ? text.find(']') : 0;
+    const std::size_t colon = std::min(text.find(':', bracket), text.size());
+    const bool isPort = text.size() <= colon + 6 &&
+                        text.find_first_not_of("0123456789", colon + 1) == std::string::npos &&
+                        (bracket == 0 || (bracket != std::string::npos && colon == bracket + 1));
+    return isPort ? text.substr(0, colon) : "";
 }
 
 } // namespace
@@ -28,9 +31,9 @@ bool RequestGuard::hostAllowed(const Request &request, Response &response) const
                        name == lowered(server.host) ||
                        std::any_of(server.allowedHosts.begin(), server.allowedHosts.end(),
                                    [&](const std::string &host) { return lowered(host) == name; });
-    if (!known || request.headers.count("Host") != 1)
+    if (!known)
         replyError(response, 421, "this server does not answer under that host name");
-    return known && request.headers.count("Host") == 1;
+    return known;
 }
 
 bool RequestGuard::originAllowed(const Request &request, Response &response) const

@@ -20,18 +20,6 @@ RateLimiter::Wait MemoryRateLimiter::acquire(const std::string &key)
     return std::nullopt;
 }
 
-RateLimiter::Wait MemoryRateLimiter::wait(const std::string &key)
-{
-    const std::lock_guard lock(m_mutex);
-    return waitOf(recent(key));
-}
-
-void MemoryRateLimiter::record(const std::string &key)
-{
-    const std::lock_guard lock(m_mutex);
-    recent(key).push_back(m_clock.now());
-}
-
 void MemoryRateLimiter::reset(const std::string &key)
 {
     const std::lock_guard lock(m_mutex);
@@ -89,16 +77,6 @@ RateLimiter::Wait StoredRateLimiter::acquire(const std::string &key)
         },
         Database::Work::Relaxed);
     return wait;
-}
-
-RateLimiter::Wait StoredRateLimiter::wait(const std::string &key)
-{
-    return waitOf(tokenFingerprint(key));
-}
-
-void StoredRateLimiter::record(const std::string &key)
-{
-    insert(tokenFingerprint(key));
 }
 
 void StoredRateLimiter::reset(const std::string &key)

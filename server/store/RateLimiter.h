@@ -22,10 +22,6 @@ public:
     virtual ~RateLimiter() = default;
     /// Counts an event, or returns the time to wait when the limit is reached.
     virtual Wait acquire(const std::string &key) = 0;
-    /// The time to wait, without counting an event.
-    virtual Wait wait(const std::string &key) = 0;
-    /// Counts an event whether or not the limit is reached.
-    virtual void record(const std::string &key) = 0;
     /// Forgets the events of @p key.
     virtual void reset(const std::string &key) = 0;
 };
@@ -38,8 +34,6 @@ public:
     MemoryRateLimiter(const Clock &clock, int limit, std::chrono::seconds window);
 
     Wait acquire(const std::string &key) override;
-    Wait wait(const std::string &key) override;
-    void record(const std::string &key) override;
     void reset(const std::string &key) override;
 
 private:
@@ -65,8 +59,6 @@ public:
                       std::chrono::seconds window);
 
     Wait acquire(const std::string &key) override;
-    Wait wait(const std::string &key) override;
-    void record(const std::string &key) override;
     void reset(const std::string &key) override;
 
 private:

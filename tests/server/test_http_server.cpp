@@ -281,6 +281,7 @@ TEST_F(HttpServing, HeadsThatServersReadDifferentlyAreRefused)
              "Content-Length: 0\r\nContent-Length: 3\r\n\r\n",
              "Content-Length: 3\r\nContent-Length: 3\r\n\r\nabc",
              "Content-Length: 0, 3\r\n\r\n",
+             "Content-Length: 3, 3\r\n\r\nabc",
              "Content-Length: +3\r\n\r\nabc",
              "Content-Length: -3\r\n\r\nabc",
              "Content-Length: 0x3\r\n\r\nabc",
@@ -297,12 +298,24 @@ TEST_F(HttpServing, HeadsThatServersReadDifferentlyAreRefused)
              "Transfer-Encoding: chunked\r\n\r\n-1\r\nabc\r\n0\r\n\r\n",
              "X\x01Y: 1\r\n\r\n",
              "No colon\r\n\r\n",
+             "X: a\r\n b\r\n\r\n",
+             "X: a\r\n\tb\r\n\r\n",
+             "Content-Length:\r\n 3\r\n\r\nabc",
+             "Host: x\r\n\r\n",
+             "X: a\nY: b",
+             "\n",
+             "Transfer-Encoding: chunked\r\n\r\n3\nabc\n0\n\n",
+             "Transfer-Encoding: chunked\r\n\r\n0\r\nX: a\n\n",
          }) {
         RawClient client(port);
         client.send("POST /echo HTTP/1.1\r\nHost: x\r\n" + fields + hidden);
         EXPECT_EQ(client.readReply().status, 400) << fields;
         EXPECT_EQ(client.readAll(), "") << fields;
     }
+    RawClient nameless(port);
+    nameless.send("GET /echo HTTP/1.1\r\n\r\n" + hidden);
+    EXPECT_EQ(nameless.readReply().status, 400);
+    EXPECT_EQ(nameless.readAll(), "");
     RawClient old(port);
     old.send("POST /echo HTTP/1.0\r\nTransfer-Encoding: chunked\r\n\r\n0\r\n\r\n" + hidden);
     EXPECT_EQ(old.readReply().status, 400);
@@ -343,6 +356,24 @@ TEST_F(HttpServing, EndlessHeadsAreRefused)
     EXPECT_EQ(handled, 0);
 }
 
+TEST_F(HttpServing, EndlessLinesBetweenChunksAreRefused)
+{
+    limits.headBytes = 4096;
+    start();
+    for (const std::string begin : {"3;", "0\r\nX: ", "3\r\nabc\r\n3;x="}) {
+        RawClient client(port);
+        client.send("POST /echo HTTP/1.1\r\nHost: x\r\nTransfer-Encoding: chunked\r\n\r\n" + begin +
+                    std::string(5000, 'y'));
+        EXPECT_EQ(client.readReply().status, 400) << begin;
+        EXPECT_EQ(client.readAll(), "");
+    }
+    RawClient fitting(port);
+    fitting.send("POST /echo HTTP/1.1\r\nHost: x\r\nTransfer-Encoding: chunked\r\n\r\n3;x=" +
+                 std::string(1000, 'y') + "\r\nabc\r\n0\r\nX: y\r\n\r\n");
+    EXPECT_EQ(fitting.readReply().body, "POST abc");
+    EXPECT_EQ(handled, 1);
+}
+
 TEST_F(HttpServing, ASlowHeadAndASlowBodyTimeOut)
 {
     limits.head = milliseconds(150);
@@ -376,6 +407,22 @@ TEST_F(HttpServing, ABodyThatTricklesForeverTimesOut)
     auto trickle = std::async(std::launch::async, [&client] {
         while (client.send("y"))
             std::this_thread::sleep_for(milliseconds(10));
+    });
+    EXPECT_EQ(client.readReply().status, 408);
+    client.endSending();
+    trickle.get();
+    EXPECT_EQ(handled, 0);
+}
+
+TEST_F(HttpServing, ABodyThatIsSlowerThanItsRateTimesOut)
+{
+    limits.bodySilence = milliseconds(300);
+    start();
+    RawClient client(port);
+    client.send("POST /echo HTTP/1.1\r\nHost: x\r\nContent-Length: 900\r\n\r\n");
+    auto trickle = std::async(std::launch::async, [&client] {
+        while (client.send("y"))
+            std::this_thread::sleep_for(milliseconds(50));
     });
     EXPECT_EQ(client.readReply().status, 408);
     client.endSending();

@@ -149,6 +149,13 @@ class _ModelHandler(http.server.BaseHTTPRequestHandler):
     def log_message(self, *_arguments):
         pass
 
+    def do_GET(self):
+        body = b'{"data":[{"id":"seeing-1"}]}'
+        self.send_response(200)
+        self.send_header("Content-Length", str(len(body)))
+        self.end_headers()
+        self.wfile.write(body)
+
     def do_POST(self):
         self.server.questions.append(self.rfile.read(int(self.headers["Content-Length"])))
         self.send_response(self.server.status)
