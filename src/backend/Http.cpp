@@ -58,6 +58,8 @@ QNetworkRequest request(const QUrl &url, std::chrono::milliseconds inactivityTim
     request.setAttribute(QNetworkRequest::CacheSaveControlAttribute, false);
     // Aborting must close the socket; an HTTP/2 connection is shared and would stay open.
     request.setAttribute(QNetworkRequest::Http2AllowedAttribute, false);
+    // Turns decompression off: a small body must not grow without bounds.
+    request.setRawHeader("Accept-Encoding", "identity");
     return request;
 }
 
@@ -83,6 +85,14 @@ QNetworkReply *postOnce(QNetworkAccessManager &network, QNetworkRequest request,
     QNetworkReply *reply = network.post(request, device);
     device->setParent(reply);
     return reply;
+}
+
+void boundUnreadData(QNetworkReply *reply)
+{
+    constexpr qint64 limit = 64 * 1024;
+    // Queued: the reply ignores the size until its transfer has started in the event loop.
+    QMetaObject::invokeMethod(
+        reply, [reply] { reply->setReadBufferSize(limit); }, Qt::QueuedConnection);
 }
 
 bool isBroken(const QNetworkReply &reply)

@@ -13,7 +13,7 @@
 namespace quellora::http {
 
 /// A request whose credentials are sent to @p url only: redirects are not followed, and cookies,
-/// stored credentials and credential prompts are disabled.
+/// stored credentials and credential prompts are disabled. Bodies are never decompressed.
 /// @param inactivityTimeout the request fails after this time without network activity
 QNetworkRequest request(const QUrl &url, std::chrono::milliseconds inactivityTimeout);
 
@@ -28,6 +28,9 @@ QString badTokenText();
 QNetworkReply *postOnce(QNetworkAccessManager &network, QNetworkRequest request,
                         const QByteArray &body);
 
+/// Stops receiving while 64 KiB of the body of @p reply, which must have just been started, are
+/// unread.
+void boundUnreadData(QNetworkReply *reply);
 /// Whether the transfer of a finished reply failed. HTTP error statuses do not count.
 bool isBroken(const QNetworkReply &reply);
 /// Error text of a failed reply.

@@ -8,19 +8,10 @@
 
 namespace quellora {
 
-namespace {
-
-/// Bounds the memory used by unread data.
-constexpr qint64 readBufferBytes = 64 * 1024;
-
-} // namespace
-
 HttpExchange::HttpExchange(QNetworkReply *reply, Limits limits, QObject *parent)
     : QObject(parent), m_reply(reply), m_limits(limits)
 {
-    // Queued: the reply ignores the size until its transfer has started in the event loop.
-    QMetaObject::invokeMethod(
-        reply, [reply] { reply->setReadBufferSize(readBufferBytes); }, Qt::QueuedConnection);
+    http::boundUnreadData(reply);
     connect(reply, &QNetworkReply::metaDataChanged, this, &HttpExchange::readHeader);
     connect(reply, &QNetworkReply::readyRead, this, &HttpExchange::readBody);
     connect(reply, &QNetworkReply::finished, this, &HttpExchange::replyFinished);

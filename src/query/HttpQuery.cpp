@@ -41,6 +41,7 @@ HttpQuery::HttpQuery(const QueryError &error)
 
 HttpQuery::HttpQuery(QNetworkReply *reply) : m_reply(reply)
 {
+    http::boundUnreadData(reply);
     connect(reply, &QNetworkReply::metaDataChanged, this, &HttpQuery::readResponse);
     connect(reply, &QNetworkReply::readyRead, this, &HttpQuery::readAvailable);
     connect(reply, &QNetworkReply::finished, this, &HttpQuery::replyFinished);
@@ -159,6 +160,11 @@ bool HttpQuery::deliverEvents(int &budget)
             QString::fromUtf8(event->text.data(), static_cast<qsizetype>(event->text.size()));
         switch (event->type) {
         case StreamEvent::Type::Chunk:
+            m_answerBytes += static_cast<qint64>(event->text.size());
+            if (m_answerBytes > maxAnswerBytes) {
+                failOversized(QStringLiteral("The answer is longer than 8 MiB"));
+                return false;
+            }
             if (!deliverChunk(text))
                 return false;
             break;
@@ -172,9 +178,7 @@ bool HttpQuery::deliverEvents(int &budget)
         }
     }
     if (m_parser.isLineTooLong()) {
-        const QString text = QStringLiteral("The answer contains a line longer than 16 MiB");
-        Log::event(QStringLiteral("[ProxyQueryService] ERROR: ") + text);
-        fail({QueryError::Kind::Transport, 0, {}, 0, text});
+        failOversized(QStringLiteral("The answer contains a line longer than 16 MiB"));
         return false;
     }
     m_delivering = false;
@@ -270,6 +274,12 @@ void HttpQuery::finishRejection()
         error.tokensRemaining = toInteger(object.value(QLatin1String("tokensRemaining")));
     }
     fail(std::move(error));
+}
+
+void HttpQuery::failOversized(const QString &text)
+{
+    Log::event(QStringLiteral("[ProxyQueryService] ERROR: ") + text);
+    fail({QueryError::Kind::Transport, 0, {}, 0, text});
 }
 
 void HttpQuery::fail(QueryError error)

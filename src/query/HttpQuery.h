@@ -23,6 +23,9 @@ public:
     /// Maximum number of events delivered and bytes read per batch.
     static constexpr int maxEventsPerBatch = 256;
     static constexpr qint64 maxBytesPerBatch = 256 * 1024;
+    /// Maximum length of an answer's text; a longer one fails. The text is held several times over,
+    /// by the page too.
+    static constexpr qint64 maxAnswerBytes = qint64{8} * 1024 * 1024;
     /// Delay between two batches.
     static constexpr std::chrono::milliseconds delayBetweenBatches{1};
 
@@ -49,6 +52,7 @@ private:
     void replyFinished();
     void replyDestroyed();
     void finishRejection();
+    void failOversized(const QString &text);
     void fail(QueryError error);
     void finish(const QueryOutcome &outcome);
     /// Aborts the transfer and disposes of the reply.
@@ -57,6 +61,7 @@ private:
     QPointer<QNetworkReply> m_reply;
     StreamEventParser m_parser;
     QByteArray m_rejection;
+    qint64 m_answerBytes = 0;
     Body m_body = Body::Unknown;
     bool m_firstByteSeen = false;
     bool m_delivering = false;

@@ -152,6 +152,7 @@ void ProxyQueryService::sendTelemetry(const QString &sessionToken, const QJsonOb
     QNetworkReply *reply =
         http::postOnce(*network, makeRequest(m_endpoints.telemetry(), token, m_timeouts.telemetry),
                        QJsonDocument(record).toJson(QJsonDocument::Compact));
+    http::boundUnreadData(reply);
     auto *listener = new QObject(reply);
     QObject::connect(reply, &QNetworkReply::readyRead, listener,
                      [reply, network, listener, discarded = qint64{0}]() mutable {

@@ -206,16 +206,16 @@ private Q_SLOTS:
         QTRY_VERIFY(f.server.requests().first().disconnected);
     }
 
-    void limitAppliesToDecompressedBody()
+    void bodyIsNotDecompressed()
     {
         Fixture f;
-        // Four million spaces.
-        const QByteArray packed = qCompress(QByteArray(4'000'000, ' '), 9).mid(4);
+        const QByteArray packed = qCompress(QByteArray(100'000, ' '), 9).mid(4);
         f.server.answerWith(
             ScriptedHttpServer::answer(200, packed, "Content-Encoding: deflate\r\n"),
             Ending::KeepOpen);
         f.post();
-        QVERIFY(f.wait().isTooLong);
+        QCOMPARE(f.wait().body, packed);
+        QCOMPARE(f.server.requests().first().header("Accept-Encoding"), "identity");
     }
 
     void inactivityTimesOut()
