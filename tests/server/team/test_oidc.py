@@ -8,6 +8,7 @@ import urllib.parse
 import real_provider
 from fake_provider import CLIENT, SECRET, FakeProvider, SigningKey, url64
 from team_case import CALLBACK, TeamCase
+from team_parts import wait_until
 
 _BEGIN = "/login/team?callback=" + urllib.parse.quote(CALLBACK, safe="")
 
@@ -313,7 +314,9 @@ allowed_domains = ["example.org"]
         self.configure("another secret")
         self.start("--port", port)
         self.assertEqual(self.come_back("ann", password).status, 502)
-        self.assertTrue(any("exchange of the code" in line for line in self.lines), self.lines)
+        # The log is read beside the replies.
+        wait_until(lambda: any("exchange of the code" in line for line in self.lines),
+                   "the log's line")
         self.assertNotIn("another secret", "\n".join(self.lines))
         self.assertEqual(self.run_json("list-accounts"), [])
 
