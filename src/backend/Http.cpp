@@ -89,7 +89,9 @@ QNetworkReply *postOnce(QNetworkAccessManager &network, QNetworkRequest request,
 
 void boundUnreadData(QNetworkReply *reply)
 {
-    constexpr qint64 limit = 64 * 1024;
+    // More than an answer may have: when a connection closes while Qt holds back, it sometimes reports
+    // the rest as lost.
+    constexpr qint64 limit = 16 * 1024 * 1024;
     // Queued: the reply ignores the size until its transfer has started in the event loop.
     QMetaObject::invokeMethod(
         reply, [reply] { reply->setReadBufferSize(limit); }, Qt::QueuedConnection);

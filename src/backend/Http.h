@@ -28,7 +28,7 @@ QString badTokenText();
 QNetworkReply *postOnce(QNetworkAccessManager &network, QNetworkRequest request,
                         const QByteArray &body);
 
-/// Stops receiving while 64 KiB of the body of @p reply, which must have just been started, are
+/// Stops receiving while 16 MiB of the body of @p reply, which must have just been started, are
 /// unread.
 void boundUnreadData(QNetworkReply *reply);
 /// Whether the transfer of a finished reply failed. HTTP error statuses do not count.
