@@ -89,8 +89,8 @@ QNetworkReply *postOnce(QNetworkAccessManager &network, QNetworkRequest request,
 
 void boundUnreadData(QNetworkReply *reply)
 {
-    // More than an answer may have: when a connection closes while Qt holds back, it sometimes reports
-    // the rest as lost.
+    // More than an answer may have: when a connection closes while Qt holds back, it sometimes
+    // reports the rest as lost.
     constexpr qint64 limit = 16 * 1024 * 1024;
     // Queued: the reply ignores the size until its transfer has started in the event loop.
     QMetaObject::invokeMethod(
