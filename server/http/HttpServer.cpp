@@ -137,12 +137,16 @@ private:
     bool isFull() const
     {
         const std::lock_guard lock(m_mutex);
-        return m_connections.size() >= m_context.limits.connections;
+        return m_connections.size() + m_accepted >= m_context.limits.connections;
     }
 
     void add(EventLoop &loop, tcp::socket socket)
     {
         const auto moved = std::make_shared<tcp::socket>(std::move(socket));
+        {
+            const std::lock_guard lock(m_mutex);
+            ++m_accepted;
+        }
         loop.post([self = shared_from_this(), &loop, moved] {
             // The connection outlives neither this object nor the entry.
             const auto key = std::make_shared<const HttpConnection *>(nullptr);
@@ -154,6 +158,7 @@ private:
             *key = connection.get();
             {
                 const std::lock_guard lock(self->m_mutex);
+                --self->m_accepted;
                 self->m_connections[connection.get()] = {connection, &loop};
                 self->m_context.metrics.connections =
                     static_cast<std::int64_t>(self->m_connections.size());
@@ -183,6 +188,8 @@ private:
     bool m_wasFull = false;
     mutable std::mutex m_mutex;
     std::map<const HttpConnection *, Entry> m_connections;
+    /// Connections on their way to their loop, which count already.
+    std::size_t m_accepted = 0;
 };
 
 HttpServer::HttpServer(HttpContext context)
