@@ -369,6 +369,8 @@ int hold(int port, const std::string &path, int answers, int idle, int body,
         sendAll(socket,
                 question(path, "<<100000 1 " + std::string(static_cast<std::size_t>(body), 'x'),
                          tokens[static_cast<std::size_t>(i) % tokens.size()]));
+        // Questions that come all at once are refused when too many wait for a worker.
+        ::usleep(3000);
     }
     for (std::size_t i = sockets.size() - static_cast<std::size_t>(answers); i < sockets.size();
          ++i) {
