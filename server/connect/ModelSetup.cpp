@@ -126,9 +126,16 @@ ModelSetup::ModelSetup(const Config &config, ModelOffers &offers, EventLoops &lo
 
 ModelSetup::~ModelSetup()
 {
+    finish();
+}
+
+void ModelSetup::finish()
+{
     stop();
-    for (const auto &job : m_jobs)
-        job->thread.join();
+    for (const auto &job : m_jobs) {
+        if (job->thread.joinable())
+            job->thread.join();
+    }
 }
 
 void ModelSetup::stop()

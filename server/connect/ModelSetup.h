@@ -104,6 +104,10 @@ public:
 
     /// Ends the running transfers. Nothing can be started afterwards.
     void stop();
+    /// Like stop(), and returns when nothing runs any more. Nobody may call anything else
+    /// meanwhile. The event loops must still run, because a question that is being stopped waits
+    /// for its own.
+    void finish();
 
 private:
     struct Job

@@ -25,6 +25,8 @@ public:
     void change(const Request &request, Response &response);
     /// Ends running transfers.
     void stop() { m_setup.stop(); }
+    /// Waits until nothing that it began runs. Call before the event loops stop.
+    void finish() { m_setup.finish(); }
 
 private:
     using Fields = std::map<std::string, std::string>;

@@ -186,6 +186,7 @@ void BackendServer::stop()
     m_services.workers.stop();
     m_services.passwordWorkers.stop();
     m_services.answerWorkers.stop();
+    m_account.finish();
     // Takes the replies of the last handlers, whose connections are closed.
     m_http.closeAll();
     m_services.loops.stop();
