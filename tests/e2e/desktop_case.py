@@ -98,12 +98,15 @@ class DesktopCase(E2ECase):
         _, x, y, width, _ = app.panel()
         self.desktop.click(x + width + 60, y + 100)
         other.wait_for("click", since=mark)
+        self.wait_types_into(other)
 
+    def wait_types_into(self, other):
+        """Waits until the other program gets the keys. A desktop takes its time to hand them over."""
         def types():
             here = other.mark()
-            self.desktop.press("z")
+            self.desktop.press("k")
             try:
-                other.wait_for("key z", since=here, timeout=2)
+                other.wait_for("key k", since=here, timeout=2)
             except AssertionError:
                 return False
             return True

@@ -55,17 +55,8 @@ class PanelTest(DesktopCase):
         mark = app.mark()
         app.access.click("New thread")
         app.wait_for_line("[OverlayWindowController] New thread started", since=mark)
-
-        def keyboard_is_back():
-            here = other.mark()
-            self.desktop.press("z")
-            try:
-                other.wait_for("key z", since=here, timeout=1)
-            except AssertionError:
-                return False
-            return True
         # KWin gives every clicked surface the keyboard; the panel gives it back.
-        wait_until(keyboard_is_back, what="the keyboard in the other program")
+        self.wait_types_into(other)
 
     def test_stays_above_a_clicked_window(self):
         app, other = self.start()
@@ -159,16 +150,7 @@ class AnswerClicksTest(DesktopCase):
         self.desktop.click(*at)
         other.wait_for("active 0", since=mark)
         self.desktop.press("escape")
-
-        def types():
-            here = other.mark()
-            self.desktop.press("k")
-            try:
-                other.wait_for("key k", since=here, timeout=2)
-            except AssertionError:
-                return False
-            return True
-        wait_until(types, what="the keyboard back in the other program")
+        self.wait_types_into(other)
         self.switch(app, "Clicks go through the answer")
         if KIND != "gnome":  # XWayland does not hand clicks on to other programs.
             mark = other.mark()

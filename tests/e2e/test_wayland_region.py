@@ -32,17 +32,6 @@ class WaylandRegionTest(DesktopCase):
         # It is shown before it has the keyboard, which the desktop gives it.
         app.access.wait_for(PICKER, focused=True)
 
-    def assert_types_into(self, other):
-        def types():
-            here = other.mark()
-            self.desktop.press("k")
-            try:
-                other.wait_for("key k", since=here, timeout=2)
-            except AssertionError:
-                return False
-            return True
-        wait_until(types, what="the keyboard in the other program")
-
     def test_region_drawn_and_adjusted(self):
         server, app, other = self.start()
         _, x, y, width, height = app.panel()
@@ -67,7 +56,7 @@ class WaylandRegionTest(DesktopCase):
         self.assertLessEqual(abs(image.height - size[1]), 1)
         self.assertTrue(image.is_near(image.width // 2, image.height // 2, RED, 16))
         app.access.wait_gone(PICKER)
-        self.assert_types_into(other)
+        self.wait_types_into(other)
         self.assertEqual(other.events("click", since=mark), [])
         wait_until(lambda: self.is_panel_shown(app), what="the panel after the choice")
         # The same region again, without a choice.
@@ -82,7 +71,7 @@ class WaylandRegionTest(DesktopCase):
         self.open_picker(app)
         self.desktop.press("escape")
         app.access.wait_gone(PICKER)
-        self.assert_types_into(other)
+        self.wait_types_into(other)
         self.assertEqual(server.requests(QUERY), [])
 
     def test_window_in_front(self):
