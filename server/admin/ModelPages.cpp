@@ -81,7 +81,7 @@ PageReply saveModels(const Visit &visit)
         const std::string &id = all[i].id;
         const bool isTicked =
             std::any_of(visit.fields.begin(), visit.fields.end(), [&](const auto &entry) {
-                return entry.first.front() == 'm' && entry.second == id;
+                return entry.first.starts_with('m') && entry.second == id;
             });
         isOffered = isOffered || (isTicked && id == wanted);
         count += isTicked ? 1 : 0;

@@ -358,7 +358,8 @@ provider = "openai"
 
     def test_models_and_the_default_prompt(self):
         self.assertEqual(self.config_of_ann()["model"], "first")
-        reply = self.boss.submit("/admin/models", "name=\"default\"", "models", m1="second", default="second")
+        reply = self.boss.submit("/admin/models", "name=\"default\"", "models",
+                                 **{"": "second", "m1": "second", "default": "second"})
         self.assertEqual(reply.location, "/admin/models?done=models")
         config = self.config_of_ann()
         self.assertEqual([model["id"] for model in config["availableModels"]], ["second"])
