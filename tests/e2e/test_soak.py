@@ -32,12 +32,15 @@ JUDGES_MEMORY = not os.environ.get("QUELLORA_SOAK_SANITIZED")
 FIGURES = os.environ.get("QUELLORA_SOAK_FIGURES")
 #: Idle threads of a pool end after half a minute.
 SETTLED = 60
+#: Shorter runs measure in each round.
+MANY = 80
 #: A hot key is ignored for this time after it was pressed.
 DEBOUNCE = 0.31
 
 EXPIRED = "[AppDelegate] sessionExpired received — tearing down overlay, showing login window"
 LOADED = re.compile(r"^\[OverlayWindowController\] Session \S+ loaded from History ")
 MODES = ((1280, 720), (1366, 768))
+PANEL_HEIGHT = 744
 
 
 class Sample:
@@ -53,8 +56,8 @@ class Sample:
             "threads": self._threads(app.process.pid),
             "processes of the page engine": collections.Counter({"process": len(engine)}),
             "windows": collections.Counter(self._windows(desktop, desktop.root)),
-            "temporary files": collections.Counter(
-                re.sub(r"[0-9A-Za-z]{6,}$", "*", name) for name in app.temporary_files()),
+            "temporary files": self._names(app.temporary),
+            "files of the backend": self._names(backend.folder),
             "descriptors of the backend": self._descriptors(backend.pid),
             "threads of the backend": self._threads(backend.pid),
         }
@@ -72,11 +75,15 @@ class Sample:
         return total
 
     @staticmethod
+    def _names(folder):
+        return collections.Counter(str(path.relative_to(folder)) for path in folder.rglob("*"))
+
+    @staticmethod
     def _descriptors(pid):
         found = collections.Counter()
         for entry in pathlib.Path(f"/proc/{pid}/fd").iterdir():
             try:
-                found[os.readlink(entry).split(":")[0]] += 1
+                found[re.sub(r"^(/dev/shm/)\S*", r"\1", os.readlink(entry).split(":")[0])] += 1
             except FileNotFoundError:
                 continue
         return found
@@ -97,10 +104,16 @@ class Sample:
         for child in window.query_tree().children:
             yield from self._windows(desktop, child)
 
-    def more_than(self, other):
-        """What there is more of than in another sample, by kind and name."""
-        return {kind: dict(names - other.counts[kind]) for kind, names in self.counts.items()
-                if names.total() > other.counts[kind].total()}
+    def more_than(self, others):
+        """What there is more of than in any of the other samples, by kind and name."""
+        found = {}
+        for kind, names in self.counts.items():
+            most = collections.Counter()
+            for other in others:
+                most |= other.counts[kind]
+            if more := names - most:
+                found[kind] = dict(more)
+        return found
 
 
 class SoakTest(ScreensCase):
@@ -172,8 +185,8 @@ model = "seeing-1"
         width, height = MODES[self.done["display changes"] % 2]
         self.use_mode(width, height)
         wait_until(lambda: self.quellora.panel() and
-                   self.quellora.panel()[2] + self.quellora.panel()[4] <= height,
-                   what="the panel on the screen")
+                   self.quellora.panel()[4] == min(height, PANEL_HEIGHT),
+                   what="the panel as high as the screen allows")
 
     def kill_page_process(self):
         app, mark = self.quellora, self.quellora.mark()
@@ -185,7 +198,7 @@ model = "seeing-1"
         app.access.wait_for_page_text("It is red.")
 
     def restart_backend(self):
-        self.backend.stop()
+        self.assertEqual(self.backend.stop(), 0, self.backend.lines[-20:])
         self.backend.start()
 
     def sample(self):
@@ -206,7 +219,7 @@ model = "seeing-1"
                 for _ in range(is_due(what)):
                     step()
                     self.done[what] += 1
-            if is_due("page processes killed") or rounds < 20:
+            if is_due("page processes killed") or rounds < MANY:
                 self.capture()
                 self.done["captures and answers"] += 1
                 self.asked += len(self.models.questions)
@@ -225,7 +238,7 @@ model = "seeing-1"
         samples = self.work()
         seconds = round(time.monotonic() - begin)
         fifth = len(samples) // 5
-        early = samples[fifth]
+        early = samples[fifth:fifth + 3]
 
         def late():
             return self.sample().more_than(early)
@@ -235,17 +248,18 @@ model = "seeing-1"
             self.assertEqual(late(), {}, "there is more than after a fifth of the work")
 
         memory = {}
-        for name in early.memory:
+        for name in early[0].memory:
             before, after = (statistics.median(sample.memory[name] for sample in some)
-                             for some in (samples[fifth:fifth + 3], samples[-3:]))
+                             for some in (early, samples[-3:]))
             memory[name] = (before, after, 100 * (after - before) / before)
         wait_until(lambda: len(self.quellora.turns()) == self.asked, what="all answers on disk")
+        self.assertEqual(self.backend.stop(), 0, self.backend.lines[-20:])
         self.tray.choose("Quit")
         self.assertEqual(self.quellora.wait_exit(), 0, self.quellora.describe("ended"))
         if FIGURES:
             pathlib.Path(FIGURES).write_text(json.dumps({
                 "done": self.done, "seconds": seconds, "memory": memory,
-                "counts": {kind: names.total() for kind, names in early.counts.items()}}))
+                "counts": {kind: names.total() for kind, names in early[0].counts.items()}}))
         if JUDGES_MEMORY:
             for name, (before, after, growth) in memory.items():
                 self.assertLessEqual(growth, GROWTH, f"{name}: {before} KiB, then {after} KiB")

@@ -81,12 +81,14 @@ class Backend:
         return self._process.pid
 
     def stop(self):
-        """Stops the server; start() goes on with the same data."""
-        if self._process is not None:
-            self._process.terminate()
-            self._reader.join(PATIENCE)
-            processes.stop(self._process)
-        self._process = None
+        """Stops the server and returns its exit status; start() goes on with the same data."""
+        if self._process is None:
+            return None
+        self._process.terminate()
+        self._reader.join(PATIENCE)
+        processes.stop(self._process)
+        status, self._process = self._process.returncode, None
+        return status
 
     def close(self):
         """Stops the backend and removes its data."""
