@@ -132,10 +132,9 @@ ModelSetup::~ModelSetup()
 void ModelSetup::finish()
 {
     stop();
-    for (const auto &job : m_jobs) {
-        if (job->thread.joinable())
-            job->thread.join();
-    }
+    for (const auto &job : m_jobs)
+        job->thread.join();
+    m_jobs.clear();
 }
 
 void ModelSetup::stop()

@@ -487,6 +487,28 @@ TEST_F(AccountPage, TestRunsInTheBackgroundAndCanBeStopped)
     EXPECT_FALSE(contains(settled(), "HTTP 500"));
 }
 
+TEST_F(AccountPage, StoppingTheServerWaitsForAProviderThatStopsLate)
+{
+    server.reset();
+    std::promise<void> listing;
+    for (ConfiguredProvider &provider : config.providers) {
+        if (provider.name == "openai")
+            provider.connector->listModels = [&listing](auto &, auto &, auto &,
+                                                        const StopToken &stop)
+                -> tl::expected<std::vector<OfferedModel>, UpstreamProblem> {
+                listing.set_value();
+                stop.waitForStop([] { return false; });
+                // Until the server waits for it.
+                std::this_thread::sleep_for(milliseconds(300));
+                return {};
+            };
+    }
+    start();
+    connect({{"choice", "keyed"}, {"key", key}});
+    listing.get_future().wait();
+    server.reset();
+}
+
 TEST_F(AccountPage, StoppingTheServerEndsARunningTest)
 {
     std::promise<void> release;
