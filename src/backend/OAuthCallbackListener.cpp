@@ -150,8 +150,21 @@ void OAuthCallbackListener::drop(CallbackConnection *connection)
     connection->deleteLater();
 }
 
+void OAuthCallbackListener::refuse(CallbackConnection *connection)
+{
+    log(QStringLiteral("WARNING: Refused a request of another web page"));
+    // Counted until it is answered.
+    connect(connection, &CallbackConnection::answered, this,
+            [this, connection] { m_connections.removeOne(connection); });
+    connection->answer(answer(false));
+}
+
 void OAuthCallbackListener::decide(CallbackConnection *connection, const QByteArray &request)
 {
+    if (isForeign(request)) {
+        refuse(connection);
+        return;
+    }
     const std::optional<QString> token = tokenFrom(request);
     // All other connections are closed.
     m_connections.removeOne(connection);
@@ -211,6 +224,35 @@ std::optional<QString> OAuthCallbackListener::tokenFrom(const QByteArray &reques
         return end < 0 ? std::nullopt : decoded(item.mid(end + 1));
     }
     return std::nullopt;
+}
+
+bool OAuthCallbackListener::isForeign(const QByteArray &request)
+{
+    static const QList<QByteArray> ownHosts{"127.0.0.1", "localhost", "[::1]"};
+    bool isOwn = true;
+    for (qsizetype begin = request.indexOf("\r\n") + 2; begin >= 2 && isOwn;) {
+        const qsizetype end = request.indexOf("\r\n", begin);
+        // The end of the header, or a line that is not complete yet.
+        if (end <= begin)
+            break;
+        const QByteArray line = request.mid(begin, end - begin);
+        const QByteArray name = line.left(line.indexOf(':')).trimmed().toLower();
+        const QByteArray value = line.mid(line.indexOf(':') + 1).trimmed().toLower();
+        if (name == "host") {
+            const qsizetype port = value.lastIndexOf(':');
+            bool isPort = false;
+            value.mid(port + 1).toUShort(&isPort);
+            isOwn = ownHosts.contains(value) || (isPort && ownHosts.contains(value.left(port)));
+        } else if (name == "origin") {
+            isOwn = value == "null";
+        } else if (name == "sec-fetch-mode") {
+            isOwn = value == "navigate";
+        } else if (name == "sec-fetch-dest") {
+            isOwn = value == "document";
+        }
+        begin = end + 2;
+    }
+    return !isOwn;
 }
 
 QByteArray OAuthCallbackListener::answer(bool hasToken)

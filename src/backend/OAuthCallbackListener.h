@@ -18,7 +18,8 @@ namespace quellora {
 /// responds with a small page, stops listening and reports the token.
 ///
 /// The first request is final, whether or not it has a token. A connection that sends nothing is
-/// closed after a time-out and ignored, because browsers open spare connections. Main thread.
+/// closed after a time-out and ignored, because browsers open spare connections. Requests that
+/// another web page makes the browser send are refused and ignored. Main thread.
 class OAuthCallbackListener : public QObject, public BrowserSignIn
 {
     Q_OBJECT
@@ -43,6 +44,10 @@ public:
     /// The percent-decoded value, possibly empty, of the first query item "token" in the request
     /// target. Nothing without such an item or if the request is malformed.
     static std::optional<QString> tokenFrom(const QByteArray &request);
+    /// Whether what has arrived of the header shows that a web page sends this, not a browser that
+    /// the sign-in page has led here: a name of another host (DNS rebinding), an origin, or a
+    /// request for anything but a page of its own.
+    static bool isForeign(const QByteArray &request);
     /// The HTTP response sent to the browser.
     static QByteArray answer(bool hasToken);
 
@@ -50,6 +55,7 @@ private:
     void takeConnections();
     void drop(CallbackConnection *connection);
     void decide(CallbackConnection *connection, const QByteArray &request);
+    void refuse(CallbackConnection *connection);
     void report(const std::optional<QString> &token);
     void stop();
 

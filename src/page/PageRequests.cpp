@@ -155,6 +155,12 @@ void PageBytes::setPage(quint64 loadId, const PageContent &page)
     m_served = false;
 }
 
+void PageBytes::showPlain()
+{
+    // The renderer script looks for it. The page's text has no other "<html": it is escaped.
+    m_page.html.replace("<html>", "<html data-plain>");
+}
+
 void PageBytes::requestStarted(QWebEngineUrlRequestJob *job)
 {
     const QUrl url = job->requestUrl();
@@ -175,6 +181,7 @@ void PageBytes::requestStarted(QWebEngineUrlRequestJob *job)
 
 void AssetBytes::requestStarted(QWebEngineUrlRequestJob *job)
 {
+    Q_EMIT requested();
     const QUrl url = job->requestUrl();
     for (const Stand &stand : stands) {
         if (job->requestMethod() == "GET" && url == assetUrl(stand.asset)) {

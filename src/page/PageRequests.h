@@ -60,6 +60,8 @@ public:
     void setPage(quint64 loadId, const PageContent &page);
     /// The page is about to be loaded again.
     void rewind() { m_served = false; }
+    /// The page shows its answers as text from now on.
+    void showPlain();
     /// Whether the engine has asked for the current page since it was set.
     bool wasServed() const { return m_served; }
     void requestStarted(QWebEngineUrlRequestJob *job) override;
@@ -78,6 +80,10 @@ class AssetBytes : public QWebEngineUrlSchemeHandler
 public:
     using QWebEngineUrlSchemeHandler::QWebEngineUrlSchemeHandler;
     void requestStarted(QWebEngineUrlRequestJob *job) override;
+
+Q_SIGNALS:
+    /// A page wants an asset.
+    void requested();
 
 private:
     QByteArray bytes(const QString &name);

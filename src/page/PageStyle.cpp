@@ -55,7 +55,8 @@ const QByteArrayView blocks =
     "border:solid #fff;border-width:0 2px 2px 0;transform:rotate(45deg)}\n"
     "#ct ::-webkit-scrollbar{width:8px;height:8px}\n"
     "#ct ::-webkit-scrollbar-thumb{background:var(--border-strong);border-radius:4px}\n"
-    "sup,sub{font-size:0.75em;line-height:0}\n";
+    "sup,sub{font-size:0.75em;line-height:0}\n"
+    ".as-text{white-space:pre-wrap;overflow-wrap:anywhere}\n";
 
 const QByteArrayView thread =
     ".entry{padding:10px 0}\n"

@@ -19,13 +19,23 @@ PageSurface::PageSurface(QObject *parent) : PageSurface(monotonicNow, parent) {}
 
 PageSurface::PageSurface(Clock clock, QObject *parent)
     : QObject(parent)
-    , m_pacer(clock, [this](const QString &script, quint64 token) { runScript(script, token); })
+    , m_pacer(clock,
+              [this](const QString &script, quint64 token) {
+                  runScript(script, token);
+                  m_silence.begin();
+              })
     , m_restarts(clock)
     , m_messages(std::move(clock))
+    , m_silence({[this](quint64 number) { ask(number); }, [this] { return isSeen(); },
+                 [this] { endSilentProcess(); }})
 {
     // The first listener: a script that was sent while the page was loading may never report, and
     // later ones would wait for it.
-    connect(this, &PageSurface::loadFinished, this, [this] { m_pacer.drop(); });
+    connect(this, &PageSurface::loadFinished, this, [this] {
+        m_pacer.drop();
+        m_silence.setLoading(false);
+    });
+    connect(this, &PageSurface::loadFailed, this, [this] { m_silence.setLoading(false); });
 }
 
 PageSurface::LoadId PageSurface::load(const PageContent &page, const QString &logLine)
@@ -36,7 +46,9 @@ PageSurface::LoadId PageSurface::load(const PageContent &page, const QString &lo
         m_pacer.drop();
         m_startedLoad = id;
         m_isPageLost = false;
+        m_wasSilent = false;
         startLoad(id, page);
+        m_silence.setLoading(true);
     };
     QMetaObject::invokeMethod(this, &PageSurface::startLatestLoad, Qt::QueuedConnection);
     return id;
@@ -53,6 +65,13 @@ void PageSurface::startLatestLoad()
 void PageSurface::evaluate(const QString &script)
 {
     runScript(script, 0);
+    m_silence.begin();
+}
+
+void PageSurface::evaluateInBridge(const QString &script)
+{
+    runBridgeScript(script);
+    m_silence.begin();
 }
 
 void PageSurface::evaluatePaced(ScriptPacer::Maker script, std::function<void()> hasRun)
@@ -80,9 +99,18 @@ bool PageSurface::admitsMessage()
     return verdict == MessageBudget::Verdict::Taken;
 }
 
+void PageSurface::endSilentProcess()
+{
+    Log::event(QStringLiteral("[ResponseView] ERROR: The page does not answer any more, ending its "
+                              "process"));
+    m_wasSilent = true;
+    endProcess();
+}
+
 void PageSurface::renderProcessEnded(const QString &how)
 {
     m_pacer.drop();
+    m_silence.forget();
     const bool isShown = m_startedLoad != 0;
     m_isPageLost = isShown && !m_restarts.take();
     QString next;
@@ -98,8 +126,10 @@ void PageSurface::renderProcessEnded(const QString &how)
         QMetaObject::invokeMethod(
             this,
             [this, id = m_startedLoad] {
-                if (id == m_startedLoad)
-                    restartLoad();
+                if (id != m_startedLoad)
+                    return;
+                restartLoad(m_wasSilent);
+                m_silence.setLoading(true);
             },
             Qt::QueuedConnection);
     }

@@ -3,6 +3,7 @@
 #include "page/MessageBudget.h"
 #include "page/RestartBudget.h"
 #include "page/ScriptPacer.h"
+#include "page/SilenceWatch.h"
 
 #include <QByteArray>
 #include <QHash>
@@ -49,7 +50,7 @@ public:
     void evaluate(const QString &script);
 
     /// As evaluate(), in the world of the bridge script, which the page's scripts cannot reach.
-    void evaluateInBridge(const QString &script) { runBridgeScript(script); }
+    void evaluateInBridge(const QString &script);
 
     /// As evaluate(), for the updates of a stream: one script runs at a time, is made just before
     /// it runs, and is followed by a pause if it was slow. A request replaces one that waits. A
@@ -83,10 +84,23 @@ protected:
     virtual void runScript(const QString &script, quint64 token) = 0;
     virtual void runBridgeScript(const QString &script) = 0;
     /// Starts the latest load again, in a new process.
-    virtual void restartLoad() = 0;
+    /// @param asText answers are shown as text, because rendering them took too long
+    virtual void restartLoad(bool asText) = 0;
+    /// Runs an empty script and afterwards calls heard() with @p number.
+    virtual void ask(quint64 number) = 0;
+    /// Whether the page is on the screen.
+    virtual bool isSeen() const = 0;
+    /// Ends the process that runs the page; renderProcessEnded() follows.
+    virtual void endProcess() = 0;
 
     /// Call when the script given with @p token has run or can no longer run.
     void scriptDone(quint64 token) { m_pacer.done(token); }
+    /// Call when the script of ask() has run.
+    void heard(quint64 number) { m_silence.heard(number); }
+    /// Call when the page gets onto the screen.
+    void watch() { m_silence.begin(); }
+    /// A second of watching is over; for tests.
+    void tickSilence() { m_silence.tick(); }
     /// Call for each message of the page; returns whether to forward it. Most messages of a flood
     /// are refused; the flood is logged once.
     bool admitsMessage();
@@ -95,6 +109,7 @@ protected:
 
 private:
     void startLatestLoad();
+    void endSilentProcess();
 
     LoadId m_latestLoad = 0;
     LoadId m_startedLoad = 0;
@@ -103,6 +118,8 @@ private:
     ScriptPacer m_pacer;
     RestartBudget m_restarts;
     MessageBudget m_messages;
+    SilenceWatch m_silence;
+    bool m_wasSilent = false;
     bool m_isHeld = false;
     bool m_isPageLost = false;
 };

@@ -9,9 +9,11 @@
 #include <QQmlEngine>
 #include <QQuickItem>
 #include <QQuickWebEngineProfile>
+#include <QQuickWindow>
 
 #include <algorithm>
 #include <chrono>
+#include <csignal>
 #include <utility>
 
 void qml_register_types_Quellora_Page();
@@ -32,6 +34,8 @@ ResponseView::ResponseView(QObject *parent) : PageSurface(parent)
     static const bool registered = (qml_register_types_Quellora_Page(), true);
     Q_UNUSED(registered)
     connect(&m_bridge, &PageBridge::posted, this, &ResponseView::onPosted);
+    // A page that fetches its scripts has begun to run, even if it gets stuck in the first of them.
+    connect(&m_assetBytes, &AssetBytes::requested, this, [this] { heard(0); });
     m_navigationWatch.setSingleShot(true);
     connect(&m_navigationWatch, &QTimer::timeout, this, &ResponseView::navigateAgain);
 }
@@ -129,10 +133,21 @@ void ResponseView::finishCreation()
         m_item = nullptr;
         m_component.reset();
     });
+    connect(m_item, &QQuickItem::visibleChanged, this, &ResponseView::watch);
+    connect(m_item, &QQuickItem::windowChanged, this, &ResponseView::watchWindow);
+    watchWindow(m_item->window());
     fitIntoContainer();
     Q_EMIT engineStarted();
     if (m_currentLoad != 0)
         navigate();
+}
+
+void ResponseView::watchWindow(QQuickWindow *window)
+{
+    if (!window)
+        return;
+    connect(window, &QWindow::visibleChanged, this, &ResponseView::watch, Qt::UniqueConnection);
+    watch();
 }
 
 void ResponseView::fitIntoContainer()
@@ -248,8 +263,29 @@ void ResponseView::onRenderProcessTerminated(int status, int exitCode)
     renderProcessEnded(QStringLiteral("status %1, code %2").arg(status).arg(exitCode));
 }
 
-void ResponseView::restartLoad()
+void ResponseView::ask(quint64 number)
 {
+    if (m_item)
+        Q_EMIT asked(static_cast<double>(number));
+}
+
+bool ResponseView::isSeen() const
+{
+    return m_item && m_item->isVisible() && m_item->window() && m_item->window()->isVisible();
+}
+
+void ResponseView::endProcess()
+{
+    const qint64 pid = m_item ? m_item->property("renderProcessPid").toLongLong() : 0;
+    // Stopped processes end as well.
+    if (pid > 1)
+        ::kill(static_cast<pid_t>(pid), SIGKILL);
+}
+
+void ResponseView::restartLoad(bool asText)
+{
+    if (asText)
+        m_pageBytes.showPlain();
     m_loadReported = false;
     m_underWay = 0;
     m_pageBytes.rewind();

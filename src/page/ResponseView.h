@@ -14,6 +14,7 @@
 class QQmlComponent;
 class QQmlEngine;
 class QQuickWebEngineProfile;
+class QQuickWindow;
 
 namespace quellora {
 
@@ -71,6 +72,7 @@ public:
     Q_INVOKABLE void onLoadFailed(const QUrl &url, const QString &description);
     Q_INVOKABLE void onLoadStopped(const QUrl &url);
     Q_INVOKABLE void onScriptDone(double token) { scriptDone(static_cast<quint64>(token)); }
+    Q_INVOKABLE void onHeard(double number) { heard(static_cast<quint64>(number)); }
     Q_INVOKABLE void onRenderProcessTerminated(int status, int exitCode);
 
 Q_SIGNALS:
@@ -82,16 +84,21 @@ Q_SIGNALS:
     void navigateTo(const QUrl &url);
     void scriptRequested(const QString &script, double token);
     void bridgeScriptRequested(const QString &script);
+    void asked(double number);
 
 protected:
     void startLoad(LoadId id, const PageContent &page) override;
     void runScript(const QString &script, quint64 token) override;
     void runBridgeScript(const QString &script) override { Q_EMIT bridgeScriptRequested(script); }
-    void restartLoad() override;
+    void restartLoad(bool asText) override;
+    void ask(quint64 number) override;
+    bool isSeen() const override;
+    void endProcess() override;
 
 private:
     void createItem(QQmlEngine &engine);
     void finishCreation();
+    void watchWindow(QQuickWindow *window);
     void fitIntoContainer();
     void navigate();
     void navigateAgain();

@@ -64,6 +64,9 @@ WebEngineView {
         function onBridgeScriptRequested(script) {
             view.runJavaScript(script, WebEngineScript.ApplicationWorld);
         }
+        function onAsked(number) {
+            view.runJavaScript("0", WebEngineScript.ApplicationWorld, () => view.host.onHeard(number));
+        }
         function onScriptRequested(script, token) {
             if (token === 0)
                 view.runJavaScript(script);

@@ -168,6 +168,63 @@ private Q_SLOTS:
         }
     }
 
+    void hostileBodies_data()
+    {
+        QTest::addColumn<QByteArray>("body");
+        constexpr qsizetype depth = 100'000;
+        const QByteArray open(depth, '[');
+        const QByteArray arrays = open + QByteArray(depth, ']');
+        const QByteArray objects =
+            QByteArray("{\"a\":").repeated(depth) + "1" + QByteArray(depth, '}');
+        const QByteArray good = goodBody();
+        const auto with = [&good](const char *key, const QByteArray &value) {
+            QByteArray body = good;
+            const QByteArray name = '"' + QByteArray(key) + "\":";
+            const qsizetype begin = body.indexOf(name) + name.size();
+            qsizetype end = begin;
+            for (int levels = 0; levels > 0 || (body[end] != ',' && body[end] != '}'); ++end)
+                levels +=
+                    (body[end] == '[' || body[end] == '{') - (body[end] == ']' || body[end] == '}');
+            return body.replace(begin, end - begin, value);
+        };
+        QVERIFY(with("token", "\"fresh\"") == good);
+        QTest::newRow("open arrays") << open;
+        QTest::newRow("arrays") << arrays;
+        QTest::newRow("objects") << objects;
+        QTest::newRow("unknown key") << "{\"new\":" + arrays + ',' + good.mid(1);
+        for (const char *key : {"token", "config", "availableModels", "tokensUsed"}) {
+            for (const QByteArray &value :
+                 {arrays, objects, QByteArray("[[]]"), QByteArray("{\"x\":[]}"),
+                  QByteArray("1e999"), QByteArray("-1e-999x"),
+                  QByteArray("123456789012345678901234567890"), QByteArray("0.5"),
+                  QByteArray("\"\xff\"")}) {
+                QTest::addRow("%s: %s", key, value.left(12).toPercentEncoding().constData())
+                    << with(key, value);
+            }
+        }
+        for (const char *model : {"[1]", "[[]]", "[{}]", "[null]", "[{\"id\":1}]",
+                                  "[{\"id\":\"a\",\"displayName\":\"b\",\"descriptor\":[]}]"})
+            QTest::addRow("models %s", model) << with("availableModels", model);
+        QTest::newRow("a million models")
+            << with("availableModels", '[' + QByteArray("{},").repeated(1'000'000) + "{}]");
+    }
+    /// Nothing of them is followed or believed: a word each, and the session is as before.
+    void hostileBodies()
+    {
+        QFETCH(QByteArray, body);
+        Fixture f;
+        f.auth.setSession("kept", {});
+        f.answer(200, body);
+        const LoginResult login = wait(f.auth.login("e", "p"));
+        const LoginResult refresh = wait(f.auth.verify("t"));
+        for (const LoginResult &result : {login, refresh}) {
+            QVERIFY(!result);
+            QCOMPARE(result.error(), AuthError::decodingError());
+        }
+        QCOMPARE(f.auth.sessionToken(), "kept");
+        QCOMPARE(f.log.lines.size(), 2);
+    }
+
     void transportFailureHasStatusMinusOne()
     {
         QTcpServer closed;

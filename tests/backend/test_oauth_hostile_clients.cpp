@@ -3,14 +3,18 @@
 #include "support/TestProgram.h"
 
 #include <QCoreApplication>
+#include <QElapsedTimer>
 #include <QRegularExpression>
 #include <QTcpSocket>
 #include <QTest>
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <memory>
 #include <vector>
 
@@ -157,7 +161,7 @@ private Q_SLOTS:
     {
         Fixture f;
         Client client(f.port);
-        client.send("GET /?token=abc HTTP/1.1\r\nHost: x\r\n");
+        client.send("GET /?token=abc HTTP/1.1\r\nHost: 127.0.0.1\r\n");
         QVERIFY(f.waitForToken());
         QTRY_COMPARE(client.answer, OAuthCallbackListener::answer(true));
         // Closing with this data unread would reset the connection.
@@ -172,7 +176,7 @@ private Q_SLOTS:
     {
         Fixture f({10s, 50ms});
         Client client(f.port);
-        client.send("GET /?token=abc HTTP/1.1\r\nHost: x\r\n");
+        client.send("GET /?token=abc HTTP/1.1\r\nHost: 127.0.0.1\r\n");
         QVERIFY(f.waitForToken());
         QVERIFY(client.waitForEnd());
         QCOMPARE(client.answer, OAuthCallbackListener::answer(true));
@@ -340,6 +344,188 @@ private Q_SLOTS:
         QCOMPARE(f.listener.connectionCount(), 0);
         for (const auto &client : crowd)
             QVERIFY(client->waitForEnd());
+    }
+
+    void thousandsOfConnections()
+    {
+        Fixture f;
+        rlimit before{};
+        getrlimit(RLIMIT_NOFILE, &before);
+        const rlimit most{std::min<rlim_t>(before.rlim_max, 8192), before.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &most);
+        const int wanted = most.rlim_cur > 5000 ? 3000 : static_cast<int>(most.rlim_cur / 2);
+        std::vector<int> crowd;
+        int mostHeld = 0;
+        QElapsedTimer longest;
+        qint64 longestTurn = 0;
+        for (int i = 0; i < wanted; ++i) {
+            sockaddr_in address{};
+            address.sin_family = AF_INET;
+            address.sin_port = htons(f.port);
+            address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+            const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
+            QVERIFY(socket >= 0);
+            ::connect(socket, reinterpret_cast<sockaddr *>(&address), sizeof address);
+            crowd.push_back(socket);
+            if (i % 50 == 0) {
+                longest.start();
+                QCoreApplication::processEvents();
+                longestTurn = std::max(longestTurn, longest.elapsed());
+            }
+            mostHeld = std::max(mostHeld, f.listener.connectionCount());
+        }
+        Client browser(f.port);
+        browser.send(good);
+        QVERIFY(f.waitForToken());
+        QCOMPARE(f.tokens, Tokens{"abc"});
+        QVERIFY(mostHeld <= OAuthCallbackListener::maxConnections);
+        QVERIFY(browser.waitForEnd());
+        QCOMPARE(browser.answer, OAuthCallbackListener::answer(true));
+        for (const int socket : crowd)
+            ::close(socket);
+        setrlimit(RLIMIT_NOFILE, &before);
+        qInfo("listener connections tried: %d, held at once: %d, longest turn: %lld ms", wanted,
+              mostHeld, longestTurn);
+    }
+
+    void requestsOfWebPages_data()
+    {
+        QTest::addColumn<QByteArray>("headers");
+        QTest::addColumn<bool>("isForeign");
+        const auto row = [](const char *name, const QByteArray &headers, bool isForeign) {
+            QTest::newRow(name) << headers << isForeign;
+        };
+        const QByteArray host = "Host: 127.0.0.1:9877\r\n";
+        row("browser",
+            host + "Sec-Fetch-Site: cross-site\r\nSec-Fetch-Mode: navigate\r\n"
+                   "Sec-Fetch-User: ?1\r\nSec-Fetch-Dest: document\r\n",
+            false);
+        row("older browser", host, false);
+        row("name of this machine", "HOST:localhost:9877\r\n", false);
+        row("address of version 6", "Host: [::1]:9877\r\n", false);
+        row("without port", "Host: 127.0.0.1\r\n", false);
+        row("origin that is none", host + "Origin: null\r\n", false);
+        row("nothing", "", false);
+        row("rebound name", "Host: evil.example:9877\r\n", true);
+        row("rebound name, no port", "Host: evil.example\r\n", true);
+        row("two hosts", host + "Host: evil.example\r\n", true);
+        row("two hosts, the other first", "Host: evil.example\r\n" + host, true);
+        row("no host", "Host:\r\n", true);
+        row("address in a name", "Host: 127.0.0.1.evil.example:9877\r\n", true);
+        row("user before a name", "Host: 127.0.0.1:80@evil.example\r\n", true);
+        row("not a port", "Host: 127.0.0.1:x\r\n", true);
+        row("other address", "Host: 10.0.0.1:9877\r\n", true);
+        row("origin", host + "Origin: https://evil.example\r\n", true);
+        row("origin of another port", host + "Origin: http://127.0.0.1:1\r\n", true);
+        row("origin, lower case", host + "origin: https://evil.example\r\n", true);
+        for (const char *mode : {"cors", "no-cors", "same-origin", "websocket"})
+            QTest::addRow("mode %s", mode) << host + "Sec-Fetch-Mode: " + mode + "\r\n" << true;
+        for (const char *kind : {"image", "script", "iframe", "empty", "object"})
+            QTest::addRow("for %s", kind)
+                << host + "Sec-Fetch-Mode: navigate\r\nSec-Fetch-Dest: " + kind + "\r\n"
+                << true;
+    }
+    /// They neither sign in with the token they bring nor end the sign-in under way.
+    void requestsOfWebPages()
+    {
+        QFETCH(QByteArray, headers);
+        QFETCH(bool, isForeign);
+        Fixture f({200ms, 200ms});
+        Client page(f.port);
+        page.send("GET /oauth-callback?token=of-an-attacker HTTP/1.1\r\n" + headers + "\r\n");
+        QVERIFY(page.waitForEnd());
+        QCOMPARE(page.answer, OAuthCallbackListener::answer(!isForeign));
+        if (!isForeign) {
+            QCOMPARE(f.tokens, Tokens{"of-an-attacker"});
+            return;
+        }
+        QCOMPARE(f.tokens, Tokens());
+        QCOMPARE(f.listener.connectionCount(), 0);
+        QCOMPARE(
+            f.log.lines,
+            QStringList{prefix + QStringLiteral("WARNING: Refused a request of another web page")});
+        Client browser(f.port);
+        browser.send(good);
+        QVERIFY(f.waitForToken());
+        QCOMPARE(f.tokens, Tokens{"abc"});
+    }
+
+    void onlyWholeLinesTellAWebPage()
+    {
+        const QByteArray begin = "GET /?token=abc HTTP/1.1\r\nHost: 127.0.0.1\r\n";
+        for (const char *rest :
+             {"Host: evil.example", "Sec-Fetch-Mode: nav", "\r\nHost: evil.example\r\n"})
+            QVERIFY(!OAuthCallbackListener::isForeign(begin + rest));
+        QVERIFY(OAuthCallbackListener::isForeign(begin + "Host: evil.example\r\n"));
+    }
+
+    void smuggledAndStuffedRequests_data()
+    {
+        QTest::addColumn<QByteArray>("request");
+        QTest::addColumn<bool>("found");
+        const QByteArray line = "GET /oauth-callback?token=abc HTTP/1.1\r\nHost: 127.0.0.1\r\n";
+        const auto row = [](const char *name, const QByteArray &request, bool found) {
+            QTest::newRow(name) << request << found;
+        };
+        row("thousands of headers", line + QByteArray("X: y\r\n").repeated(5000) + "\r\n", true);
+        row("one long header", line + "X: " + QByteArray(100'000, 'y') + "\r\n\r\n", true);
+        row("two lengths", line + "Content-Length: 0\r\nContent-Length: 50\r\n\r\n" + good, true);
+        row("length and chunks",
+            line +
+                "Content-Length: 4\r\nTransfer-Encoding: chunked\r\n\r\n"
+                "0\r\n\r\n" +
+                good,
+            true);
+        row("second request in the body",
+            "POST / HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Length: 99\r\n\r\n" + good, false);
+        row("folded line", "GET / HTTP/1.1\r\n ?token=abc\r\n\r\n", false);
+        row("address as a whole", "GET http://evil.example/?token=abc HTTP/1.1\r\n\r\n", true);
+        row("connect", "CONNECT evil.example:443 HTTP/1.1\r\n\r\n", false);
+        row("preface of version 2", "PRI * HTTP/2.0\r\n\r\nSM\r\n\r\n", false);
+        row("encryption",
+            QByteArray::fromHex("16030100c8010000c40303") + QByteArray(190, 'x') + "\r\n", false);
+        row("same code twice", "GET /?token=abc&token=abc HTTP/1.1\r\n\r\n", true);
+    }
+    void smuggledAndStuffedRequests()
+    {
+        QFETCH(QByteArray, request);
+        QFETCH(bool, found);
+        Fixture f({500ms, 50ms});
+        Client client(f.port);
+        client.send(request);
+        QVERIFY(f.waitForToken());
+        QCOMPARE(f.tokens, found ? Tokens{"abc"} : Tokens{std::nullopt});
+        QVERIFY(client.waitForEnd());
+        // One answer at most: what follows is nobody's request.
+        QVERIFY(client.answer.count("HTTP/1.1 200 OK") <= 1);
+        QCOMPARE(f.listener.listeningPort(), 0);
+    }
+
+    void sameCodeTwice()
+    {
+        Fixture f;
+        Client first(f.port);
+        Client second(f.port);
+        first.send(good);
+        second.send(good);
+        QVERIFY(f.waitForToken());
+        QVERIFY(first.waitForEnd());
+        QVERIFY(second.waitForEnd());
+        QCOMPARE(f.tokens.size(), 1);
+        QCOMPARE(first.answer.isEmpty(), !second.answer.isEmpty());
+    }
+
+    void tokensAreNotLogged()
+    {
+        for (const char *target : {"/?token=secret-code", "/?x=secret-code", "secret-code",
+                                   "/?token=secret-code%ff", "/secret-code?token=%"}) {
+            Fixture f({50ms, 50ms});
+            Client client(f.port);
+            client.send(QByteArray("GET ") + target + " HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n");
+            QVERIFY(f.waitForToken());
+            QVERIFY(client.waitForEnd());
+            QVERIFY(!f.log.lines.join(QLatin1Char('\n')).contains(QStringLiteral("secret-code")));
+        }
     }
 
     void oneOfManyRequestsIsAnswered()

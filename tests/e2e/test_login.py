@@ -289,6 +289,48 @@ class BrowserSignInTest(E2ECase):
         self.assert_port_is_free()
         self.assertEqual(server.requests(VERIFY), [])
 
+    @staticmethod
+    def ask(head):
+        """What the listener answers to these bytes."""
+        with socket.create_connection(("127.0.0.1", PORT), timeout=15) as connection:
+            connection.sendall(head)
+            answer = b""
+            while block := connection.recv(65536):
+                answer += block
+        return answer
+
+    def test_crowd_and_foreign_pages_do_not_spoil_the_sign_in(self):
+        server = self.server()
+        app = self.start(server)
+        crowd = []
+        for _ in range(800):
+            stranger = socket.create_connection(("127.0.0.1", PORT), timeout=10)
+            crowd.append(stranger)
+            self.addCleanup(stranger.close)
+        for headers in (b"Host: evil.example:9877\r\n",
+                        b"Host: 127.0.0.1:9877\r\nOrigin: https://evil.example\r\n",
+                        b"Host: 127.0.0.1:9877\r\nSec-Fetch-Mode: no-cors\r\n"):
+            self.assertIn(b"Sign-in failed", self.ask(
+                b"GET /oauth-callback?token=of-an-attacker HTTP/1.1\r\n" + headers + b"\r\n"))
+        # The window answers meanwhile.
+        app.access.click("Email")
+        self.desktop.type_text("typed")
+        app.access.wait_for("Cancel")
+        self.assertIn("You're signed in", self.visit("?token=mine"))
+        app.wait_for_line(RUNNING)
+        self.assertEqual([request.header("Authorization") for request in server.requests(VERIFY)],
+                         ["Bearer mine"])
+        self.assert_port_is_free()
+        output = "\n".join(app.raw_lines + app.error_output)
+        for secret in ("of-an-attacker", "=mine", "Bearer"):
+            self.assertNotIn(secret, output)
+
+    def test_port_is_free_after_cancelling(self):
+        app = self.start(self.server())
+        app.access.press("Cancel")
+        app.wait_for_line("[LoginWindowController] Google sign-in cancelled")
+        self.assert_port_is_free()
+
     def test_other_connections_do_not_block_the_browser(self):
         server = self.server()
         app = self.start(server)

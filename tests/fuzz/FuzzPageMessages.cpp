@@ -26,7 +26,10 @@ protected:
     void startLoad(LoadId, const PageContent &) override {}
     void runScript(const QString &, quint64) override {}
     void runBridgeScript(const QString &) override {}
-    void restartLoad() override {}
+    void restartLoad(bool) override {}
+    void ask(quint64) override {}
+    bool isSeen() const override { return false; }
+    void endProcess() override {}
 };
 
 /// Nothing but the pictures of the page may be opened, and it shows none.

@@ -32,6 +32,15 @@ struct Fixture : OrchestratorFixture
         QTRY_VERIFY(!history.controller().isLoading());
     }
 
+    /// Opens the stored thread and asks a question in it.
+    void askInStored()
+    {
+        history.historyButtonClicked();
+        history.controller().loadSession(stored.id);
+        QTRY_VERIFY(threads.currentSession());
+        orchestrator.sendPromptOnly("question");
+    }
+
     FakeThreadLibrary library;
     CaptureSession stored;
     OverlayModel overlay;
@@ -141,10 +150,7 @@ private Q_SLOTS:
     void deletingCurrentThreadCancelsItsAnswer()
     {
         Fixture f;
-        f.history.historyButtonClicked();
-        f.history.controller().loadSession(f.stored.id);
-        QTRY_VERIFY(f.threads.currentSession());
-        f.orchestrator.sendPromptOnly("question");
+        f.askInStored();
         const QPointer<FakeTransfer> transfer = f.transfer();
         transfer->answer("half");
         QSignalSpy deleted(&f.history, &OverlayHistory::currentThreadDeleted);
@@ -163,10 +169,7 @@ private Q_SLOTS:
     void undoneDeletionShowsTheAnswerThatGoesOn()
     {
         Fixture f;
-        f.history.historyButtonClicked();
-        f.history.controller().loadSession(f.stored.id);
-        QTRY_VERIFY(f.threads.currentSession());
-        f.orchestrator.sendPromptOnly("question");
+        f.askInStored();
         f.transfer()->answer("half");
         f.openAgain();
         f.history.controller().deleteSession(f.stored.id);
@@ -182,10 +185,7 @@ private Q_SLOTS:
     void answerThatEndsMeanwhileComesBackWithItsThread()
     {
         Fixture f;
-        f.history.historyButtonClicked();
-        f.history.controller().loadSession(f.stored.id);
-        QTRY_VERIFY(f.threads.currentSession());
-        f.orchestrator.sendPromptOnly("question");
+        f.askInStored();
         f.openAgain();
         f.history.controller().deleteSession(f.stored.id);
         f.transfer()->answer("whole");
@@ -198,10 +198,7 @@ private Q_SLOTS:
     void failedDeletionKeepsAnswer()
     {
         Fixture f;
-        f.history.historyButtonClicked();
-        f.history.controller().loadSession(f.stored.id);
-        QTRY_VERIFY(f.threads.currentSession());
-        f.orchestrator.sendPromptOnly("question");
+        f.askInStored();
         const QPointer<FakeTransfer> transfer = f.transfer();
         transfer->answer("half");
         f.library.failure = StoreError{StoreError::Kind::File, f.stored.id, 0, "not permitted"};

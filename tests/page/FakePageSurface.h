@@ -26,6 +26,10 @@ public:
     }
     /// The page's process dies.
     void crash() { renderProcessEnded(QStringLiteral("killed")); }
+    /// The page answers the question asked last.
+    void answer() { heard(questions.last()); }
+    /// A second passes.
+    void passSecond() { tickSilence(); }
     /// The script given with a token last has run.
     void finishScript() { scriptDone(tokens.last()); }
 
@@ -41,6 +45,10 @@ public:
     QList<quint64> tokens;
     /// Loads that were started again.
     int restarts = 0;
+    bool wasRestartedAsText = false;
+    /// Numbers of the questions whether the page still runs.
+    QList<quint64> questions;
+    bool isOnScreen = false;
     std::chrono::nanoseconds now{0};
     /// Whether scripts run at once; otherwise finishScript() ends them.
     bool runsAtOnce = true;
@@ -57,7 +65,14 @@ protected:
             scriptDone(token);
     }
     void runBridgeScript(const QString &script) override { bridgeScripts.append(script); }
-    void restartLoad() override { ++restarts; }
+    void restartLoad(bool asText) override
+    {
+        ++restarts;
+        wasRestartedAsText = asText;
+    }
+    void ask(quint64 number) override { questions.append(number); }
+    bool isSeen() const override { return isOnScreen; }
+    void endProcess() override { renderProcessEnded(QStringLiteral("killed")); }
 };
 
 } // namespace quellora

@@ -8,7 +8,7 @@ namespace quellora {
 inline const QString streamedSlotHelpers = QStringLiteral(R"(
     window.slot = document.getElementById('streaming-response');
     window.whole = document.createElement('div');
-    window.hljs = { highlightElement() {} };
+    window.hljs = { highlightElement() {}, highlightAuto() { return {}; }, getLanguage() {} };
     window.withoutGroups = () => {
         if (!slot.querySelector('.group'))
             return slot.innerHTML;

@@ -8,6 +8,13 @@
 
 using namespace quellora;
 
+namespace {
+
+/// Whether to try also what takes long.
+const bool triesAll = qEnvironmentVariableIsSet("QUELLORA_HOSTILE_ALL");
+
+} // namespace
+
 /// The process that runs the page ends unexpectedly.
 class TestPageProcess : public EnginePageTest
 {
@@ -18,9 +25,16 @@ private Q_SLOTS:
     void streamGoesOnWhenThePageProcessEnds();
     void pageArrivesWhenItsProcessEndsInMidLoad();
     void processThatKeepsEndingIsLeftAloneUntilTheNextPage();
+    void silentPageIsShownAsText_data();
+    void silentPageIsShownAsText();
+    void silentPageDuringAnAnswer();
+    void codeThatTrapsTheHighlighter_data();
+    void codeThatTrapsTheHighlighter();
+    void deepNesting_data();
+    void deepNesting();
 
 private:
-    void killPageProcess();
+    void killPageProcess(const QString &signal = QStringLiteral("-KILL"));
 };
 
 void TestPageProcess::pageIsLoadedAgainWhenItsProcessEnds()
@@ -38,12 +52,11 @@ void TestPageProcess::pageIsLoadedAgainWhenItsProcessEnds()
 }
 
 /// Kills the process that runs the page, a child of this one.
-void TestPageProcess::killPageProcess()
+void TestPageProcess::killPageProcess(const QString &signal)
 {
     const qint64 pid = m_engine->view.item()->property("renderProcessPid").toLongLong();
     QVERIFY(pid > 1);
-    QVERIFY(QProcess::startDetached(QStringLiteral("/bin/kill"),
-                                    {QStringLiteral("-KILL"), QString::number(pid)}));
+    QVERIFY(QProcess::startDetached(QStringLiteral("/bin/kill"), {signal, QString::number(pid)}));
 }
 
 void TestPageProcess::streamGoesOnWhenThePageProcessEnds()
@@ -117,6 +130,129 @@ void TestPageProcess::processThatKeepsEndingIsLeftAloneUntilTheNextPage()
     QVERIFY(finished(m_display->loadContent(QStringLiteral("next"))));
     QVERIFY(!m_engine->view.isPageLost());
     QCOMPARE(m_engine->text(QStringLiteral("document.getElementById('ct').innerText.trim()")),
+             QStringLiteral("next"));
+}
+
+void TestPageProcess::silentPageIsShownAsText_data()
+{
+    QTest::addColumn<bool>("isStopped");
+    QTest::newRow("stopped process") << true;
+    QTest::newRow("endless script") << false;
+}
+
+void TestPageProcess::silentPageIsShownAsText()
+{
+    QFETCH(bool, isStopped);
+    const QString answer = QStringLiteral("**plain** <b>text</b>\n\n- of\n- lines");
+    QVERIFY(finished(m_display->loadContent(answer)));
+    QSignalSpy ended(&m_engine->view, &PageSurface::renderProcessTerminated);
+    QSignalSpy loaded(&m_engine->view, &PageSurface::loadFinished);
+    if (isStopped)
+        killPageProcess(QStringLiteral("-STOP"));
+    else
+        m_engine->view.evaluate(QStringLiteral("for (;;) {}"));
+    ENGINE_TRY_COMPARE(ended.size(), 1);
+    ENGINE_TRY_COMPARE(loaded.size(), 1);
+    QCOMPARE(m_engine->text(QStringLiteral("document.getElementById('ct').innerText")), answer);
+    // The next page is rendered.
+    QVERIFY(finished(m_display->loadContent(QStringLiteral("**next**"))));
+    QCOMPARE(m_engine->text(QStringLiteral("document.querySelector('#ct strong').innerText")),
+             QStringLiteral("next"));
+    QCOMPARE(ended.size(), 1);
+}
+
+void TestPageProcess::silentPageDuringAnAnswer()
+{
+    const QString slot = QStringLiteral("document.getElementById('streaming-response').innerText");
+    CaptureSession session = CaptureSession::create();
+    session.addTurn(QStringLiteral("q"), QStringLiteral("*earlier*"), QDateTime::currentDateTime());
+    StreamingRenderer renderer(*m_display);
+    renderer.handleStreamStart(session, QStringLiteral("q"), QDateTime::currentDateTime(),
+                               std::nullopt);
+    QVERIFY(finished(m_display->latestPage()));
+    renderer.handleStreamChunk(QStringLiteral("first *part*\n"));
+    ENGINE_TRY_COMPARE(m_engine->text(slot).trimmed(), QStringLiteral("first part"));
+    QSignalSpy loaded(&m_engine->view, &PageSurface::loadFinished);
+    m_engine->view.evaluate(QStringLiteral("for (;;) {}"));
+    renderer.handleStreamChunk(QStringLiteral("and *more*\n"));
+    ENGINE_TRY_COMPARE(loaded.size(), 1);
+    renderer.handleStreamChunk(QStringLiteral("```c\nint last;"));
+    renderer.handleStreamEnd();
+    ENGINE_TRY_COMPARE(m_engine->text(slot), QStringLiteral("first *part*\nand *more*\n"
+                                                            "```c\nint last;"));
+    QCOMPARE(m_engine->text(QStringLiteral("document.querySelector('.turn-response').innerText")),
+             QStringLiteral("*earlier*"));
+}
+
+void TestPageProcess::codeThatTrapsTheHighlighter_data()
+{
+    QTest::addColumn<QString>("language");
+    QTest::addColumn<QString>("unit");
+    // What costs most of some hundred patterns, among the languages that cost most.
+    QTest::newRow("typescript") << "typescript"
+                                << "a";
+    QTest::newRow("unknown") << ""
+                             << "A";
+    if (!triesAll)
+        return;
+    QTest::newRow("bash") << "bash"
+                          << "_0";
+    QTest::newRow("csharp") << "csharp"
+                            << "func ";
+    QTest::newRow("ini") << "ini"
+                         << "__";
+    QTest::newRow("java") << "java"
+                          << "_";
+    QTest::newRow("typescript, lines") << "typescript"
+                                       << "a\n";
+}
+
+/// 512 KiB of code for which the highlighter would take minutes: the page stays and shows all of
+/// it.
+void TestPageProcess::codeThatTrapsTheHighlighter()
+{
+    QFETCH(QString, language);
+    QFETCH(QString, unit);
+    const QString code = unit.repeated(512 * 1024 / unit.size());
+    QSignalSpy ended(&m_engine->view, &PageSurface::renderProcessTerminated);
+    QElapsedTimer clock;
+    clock.start();
+    QVERIFY(finished(m_display->loadContent("```" + language + '\n' + code + "\n```")));
+    qInfo("512 KiB of %s: %lld ms", QTest::currentDataTag(), clock.elapsed());
+    QCOMPARE(
+        m_engine->value(QStringLiteral("document.querySelector('pre code').textContent.length"))
+            .toInt(),
+        code.size() + 1);
+    QCOMPARE(ended.size(), 0);
+}
+
+void TestPageProcess::deepNesting_data()
+{
+    QTest::addColumn<QString>("answer");
+    constexpr int depth = 100'000;
+    QTest::newRow("quotes") << QStringLiteral("> ").repeated(depth) + 'x';
+    QTest::newRow("emphasis") << QStringLiteral("*a_").repeated(depth);
+    if (!triesAll)
+        return;
+    QTest::newRow("lists") << QStringLiteral("- ").repeated(depth) + 'x';
+    QTest::newRow("brackets") << QStringLiteral("[").repeated(depth);
+    QTest::newRow("elements") << QStringLiteral("<b>").repeated(depth) + 'x';
+    QTest::newRow("many elements") << QStringLiteral("<i></i>").repeated(depth) + 'x';
+}
+
+/// Rendered or, if that takes too long, as text: shown in the end, and so is the next page.
+void TestPageProcess::deepNesting()
+{
+    QFETCH(QString, answer);
+    QSignalSpy ended(&m_engine->view, &PageSurface::renderProcessTerminated);
+    QElapsedTimer clock;
+    clock.start();
+    QVERIFY(finished(m_display->loadContent(answer)));
+    qInfo("%s: %lld ms, restarts: %lld", QTest::currentDataTag(), clock.elapsed(), ended.size());
+    QVERIFY(m_engine->value(QStringLiteral("document.getElementById('ct').textContent.length > 0"))
+                .toBool());
+    QVERIFY(finished(m_display->loadContent(QStringLiteral("**next**"))));
+    QCOMPARE(m_engine->text(QStringLiteral("document.querySelector('#ct strong').innerText")),
              QStringLiteral("next"));
 }
 

@@ -35,7 +35,110 @@ private Q_SLOTS:
     void processWithoutAPageIsNotRestarted();
     void scriptLostWhileLoadingHoldsNobodyUp();
     void floodOfMessagesIsLoggedOnce();
+    void silentPageIsShownAsText();
+    void pageThatAnswersIsLeftAlone();
+    void onlyPagesAtWorkOrInSightAreAsked();
+    void processMayTakeLongToStart();
 };
+
+void TestPageSurface::silentPageIsShownAsText()
+{
+    LogCapture log;
+    FakePageSurface surface;
+    surface.load({"page"}, QStringLiteral("load"));
+    QCoreApplication::processEvents();
+    surface.passSecond();
+    surface.answer();
+    surface.finishLoad();
+    surface.evaluate(QStringLiteral("stuck"));
+    QSignalSpy ended(&surface, &PageSurface::renderProcessTerminated);
+    for (int second = 0; second <= SilenceWatch::patience; ++second) {
+        QCOMPARE(ended.size(), 0);
+        surface.passSecond();
+    }
+    QCOMPARE(ended.size(), 1);
+    QCOMPARE(surface.restarts, 0);
+    QCoreApplication::processEvents();
+    QCOMPARE(surface.restarts, 1);
+    QVERIFY(surface.wasRestartedAsText);
+    QCOMPARE(log.lines.value(1), QStringLiteral("[ResponseView] ERROR: The page does not answer "
+                                                "any more, ending its process"));
+    // Only this page: one that merely lost its process is rendered again.
+    surface.load({"next"}, QStringLiteral("load"));
+    QCoreApplication::processEvents();
+    surface.finishLoad();
+    surface.crash();
+    QCoreApplication::processEvents();
+    QCOMPARE(surface.restarts, 2);
+    QVERIFY(!surface.wasRestartedAsText);
+}
+
+void TestPageSurface::pageThatAnswersIsLeftAlone()
+{
+    LogCapture log;
+    FakePageSurface surface;
+    surface.isOnScreen = true;
+    surface.load({"page"}, QStringLiteral("load"));
+    QCoreApplication::processEvents();
+    for (int second = 0; second < 100; ++second) {
+        surface.passSecond();
+        // Slow, but alive.
+        if (second % SilenceWatch::patience == SilenceWatch::patience - 1)
+            surface.answer();
+    }
+    QCOMPARE(surface.questions.size(), 100);
+    QCOMPARE(log.lines, QStringList{QStringLiteral("load")});
+}
+
+void TestPageSurface::onlyPagesAtWorkOrInSightAreAsked()
+{
+    LogCapture log;
+    FakePageSurface surface;
+    surface.load({"page"}, QStringLiteral("load"));
+    QCoreApplication::processEvents();
+    surface.passSecond();
+    surface.answer();
+    // A page that loads may lose the question, so it is asked again.
+    surface.passSecond();
+    QCOMPARE(surface.questions.size(), 2);
+    surface.answer();
+    surface.finishLoad();
+    surface.passSecond();
+    QCOMPARE(surface.questions.size(), 3);
+    surface.answer();
+    surface.passSecond();
+    QCOMPARE(surface.questions.size(), 3);
+    for (const bool isBridge : {false, true}) {
+        const auto asked = surface.questions.size();
+        if (isBridge)
+            surface.evaluateInBridge(QStringLiteral("script"));
+        else
+            surface.evaluate(QStringLiteral("script"));
+        surface.passSecond();
+        QCOMPARE(surface.questions.size(), asked + 1);
+        surface.answer();
+        surface.passSecond();
+        QCOMPARE(surface.questions.size(), asked + 1);
+    }
+    surface.isOnScreen = true;
+    surface.passSecond();
+    surface.passSecond();
+    QCOMPARE(surface.questions.size(), 7);
+}
+
+void TestPageSurface::processMayTakeLongToStart()
+{
+    LogCapture log;
+    FakePageSurface surface;
+    surface.load({"page"}, QStringLiteral("load"));
+    QCoreApplication::processEvents();
+    QSignalSpy ended(&surface, &PageSurface::renderProcessTerminated);
+    for (int second = 0; second < SilenceWatch::startPatience; ++second)
+        surface.passSecond();
+    QCOMPARE(ended.size(), 0);
+    surface.passSecond();
+    QCOMPARE(ended.size(), 1);
+}
 
 void TestPageSurface::loadsWithTheNextTurn()
 {

@@ -102,7 +102,7 @@ void RunningServer::stop()
 httplib::Client RunningServer::client() const
 {
     httplib::Client client("127.0.0.1", m_port);
-    client.set_read_timeout(std::chrono::seconds(10));
+    client.set_read_timeout(std::chrono::seconds(60));
     return client;
 }
 

@@ -8,6 +8,7 @@
 #include <mutex>
 #include <regex>
 #include <sstream>
+#include <stdexcept>
 
 namespace quellora::server {
 namespace {
@@ -152,6 +153,8 @@ protected:
     {
         for (int i = 0; i < 1000; ++i) {
             const auto page = server->client().Get("/account/connect");
+            if (!page)
+                return "no reply: " + httplib::to_string(page.error());
             pages += page->body;
             if (!page->has_header("Refresh"))
                 return page->body;
@@ -169,6 +172,9 @@ protected:
                          const httplib::Headers &headers = {})
     {
         auto result = server->client().Post(path, headers, fields);
+        // Ends the test; callers read the result.
+        if (!result)
+            throw std::runtime_error("no reply: " + httplib::to_string(result.error()));
         pages += result->body;
         return result;
     }

@@ -171,6 +171,18 @@ protected:
         EXPECT_EQ(record.ends, 1);
         return outcome;
     }
+    /// Occupies the worker until the promise is kept.
+    std::promise<void> heldWorker()
+    {
+        std::promise<void> hold;
+        std::promise<void> holding;
+        EXPECT_TRUE(workers.post([&, held = hold.get_future().share()] {
+            holding.set_value();
+            held.wait();
+        }));
+        holding.get_future().wait();
+        return hold;
+    }
     std::shared_ptr<CircuitBreaker> opened(const AnswerOutcome &outcome)
     {
         auto breaker = breakers.of("x", "m");
@@ -399,13 +411,7 @@ TEST_F(AnswerChain, DroppedAnswerAsksNobodyAgain)
 
 TEST_F(AnswerChain, DroppedAnswerIgnoresAQuestionThatIsBeingMadeReady)
 {
-    std::promise<void> hold;
-    std::promise<void> holding;
-    ASSERT_TRUE(workers.post([&, held = hold.get_future().share()] {
-        holding.set_value();
-        held.wait();
-    }));
-    holding.get_future().wait();
+    std::promise<void> hold = heldWorker();
     a.steps = {{"", refused(ProviderFault::Billing)}};
     b.steps = {{"Hello", complete()}};
     begin({a.link(), b.link()});
@@ -421,13 +427,7 @@ TEST_F(AnswerChain, DroppedAnswerIgnoresAQuestionThatIsBeingMadeReady)
 
 TEST_F(AnswerChain, FullWorkersAreAFailureOfThisMachine)
 {
-    std::promise<void> hold;
-    std::promise<void> holding;
-    ASSERT_TRUE(workers.post([&, held = hold.get_future().share()] {
-        holding.set_value();
-        held.wait();
-    }));
-    holding.get_future().wait();
+    std::promise<void> hold = heldWorker();
     ASSERT_TRUE(workers.post([] {}));
     a.steps = {{"", refused(ProviderFault::Billing)}};
     b.breaker = breakers.of("x", "m");

@@ -7,6 +7,13 @@ namespace {
 
 using nlohmann::json;
 
+AnswerOutcome answerUntilStopped(const ModelRequest &, const TextSink &sink, const StopToken &stop)
+{
+    sink("first words");
+    stop.waitForStop([] { return false; });
+    return {};
+}
+
 class QueryHttp : public testing::Test
 {
 protected:
@@ -304,11 +311,7 @@ TEST_F(QueryHttp, AStoppingServerLetsAnswersEnd)
 TEST_F(QueryHttp, AnswersThatOutlastTheGraceEndWithAnError)
 {
     config.timing.stopGrace = std::chrono::milliseconds(0);
-    const auto server = start([](auto &, const TextSink &sink, StopToken stop) {
-        sink("first words");
-        stop.waitForStop([] { return false; });
-        return AnswerOutcome{};
-    });
+    const auto server = start(answerUntilStopped);
     RunningQuery query(*server);
     query.waitForText();
     server->stop();
@@ -321,11 +324,7 @@ TEST_F(QueryHttp, AnswersThatOutlastTheGraceEndWithAnError)
 TEST_F(QueryHttp, TheGraceCanBeCutShort)
 {
     config.timing.stopGrace = std::chrono::hours(1);
-    const auto server = start([](auto &, const TextSink &sink, StopToken stop) {
-        sink("first words");
-        stop.waitForStop([] { return false; });
-        return AnswerOutcome{};
-    });
+    const auto server = start(answerUntilStopped);
     RunningQuery query(*server);
     query.waitForText();
     server->hurry();

@@ -170,6 +170,113 @@ const removeGroups = slot => {
     slot.normalize();
 };
 
+// ---- what the renderer or the highlighter cannot cope with ---------------------------------------------
+
+/// Set by the host when rendering this page has taken too long before.
+const isPlainPage = document.documentElement.hasAttribute('data-plain');
+
+/// Length of a piece of plain text: the engine takes quadratic time to break a very long line.
+const textPiece = 4096;
+
+/// Appends to an element that shows text. Only lines longer than half a piece are parted.
+const addText = (element, text) => {
+    let rest = text;
+    while (rest !== '') {
+        let last = element.lastElementChild;
+        const isFull = !last || last.textContent.length >= textPiece ||
+            last.textContent.length >= textPiece / 2 && last.textContent.endsWith('\n');
+        if (isFull) {
+            last = document.createElement('div');
+            element.append(last);
+        }
+        const { length } = last.textContent;
+        const lineEnd = rest.indexOf('\n', Math.max(0, textPiece / 2 - length)) + 1;
+        const room = textPiece - length;
+        let end = lineEnd > 0 && lineEnd < room ? lineEnd : room;
+        if (end > 1 && end < rest.length && /[\ud800-\udbff]/.test(rest[end - 1]))
+            --end;
+        last.append(rest.slice(0, end));
+        last.normalize();
+        rest = rest.slice(end);
+    }
+};
+
+const showAsText = (element, text) => {
+    element.classList.add('as-text');
+    element.textContent = '';
+    addText(element, text);
+};
+
+// ---- highlighting -----------------------------------------------------------------------------------
+// The highlighter's rules take quadratic time for some texts. Pieces of long code are tried first: they
+// show whether all of it can be highlighted at once. If not, they stand, and what the task has no time for
+// stays plain.
+
+/// Length of a piece, and of the beginning by which the language of code is found.
+const pieceLength = 4096;
+const detectedLength = 2048;
+/// What one task may spend, in milliseconds; it then finishes the piece that it is at.
+const highlightTime = 2000;
+let highlightSpent = 0;
+
+/// Length of the first piece of @p text, which ends at a blank line or, failing that, with a line.
+const firstPiece = text => {
+    if (text.length <= pieceLength)
+        return text.length;
+    for (const end of ['\n\n', '\n']) {
+        const at = text.lastIndexOf(end, pieceLength - end.length);
+        if (at > 0)
+            return at + end.length;
+    }
+    return pieceLength - /[\ud800-\udbff]/.test(text[pieceLength - 1]);
+};
+
+const highlightLongCode = (code, language) => {
+    const highlighted = text => hljs.highlight(text, { language, ignoreIllegals: true }).value;
+    const text = code.textContent;
+    const parts = [];
+    let rest = text;
+    let slowest = 0;
+    const begin = performance.now();
+    const spent = () => highlightSpent + performance.now() - begin;
+    while (rest !== '' && spent() < highlightTime) {
+        const piece = rest.slice(0, firstPiece(rest));
+        rest = rest.slice(piece.length);
+        const before = spent();
+        parts.push(highlighted(piece));
+        slowest = Math.max(slowest, spent() - before);
+    }
+    const isCheap = rest === '' && spent() + parts.length ** 2 * slowest < highlightTime;
+    code.innerHTML = isCheap ? highlighted(text) : parts.join('');
+    code.append(rest);
+    code.classList.add('hljs', `language-${language}`);
+};
+
+const highlightBlock = code => {
+    const name = /\blang(?:uage)?-([\w-]+)/i.exec(code.className)?.[1];
+    const { length } = code.textContent;
+    if (length <= (name ? pieceLength : detectedLength)) {
+        hljs.highlightElement(code);
+        return;
+    }
+    const language = name ?? hljs.highlightAuto(code.textContent.slice(0, detectedLength)).language ?? 'plaintext';
+    if (hljs.getLanguage(language))
+        highlightLongCode(code, language);
+};
+
+const highlightCode = root => {
+    if (highlightSpent === 0)
+        setTimeout(() => { highlightSpent = 0; });
+    for (const code of root.querySelectorAll('pre code')) {
+        const begin = performance.now();
+        if (highlightSpent < highlightTime)
+            highlightBlock(code);
+        else
+            code.classList.add('hljs');
+        highlightSpent += performance.now() - begin;
+    }
+};
+
 // ---- the growing answer -----------------------------------------------------------------------------
 
 /// An unfinished code block shorter than this is rendered like any block.
@@ -198,12 +305,15 @@ class GrowingAnswer {
         this.tail = [];
         this.code = null;
         this.isShownAsText = false;
+        slot.classList.remove('as-text');
+        if (isPlainPage)
+            this.showAsText();
     }
 
     append(added) {
         this.text += added;
         if (this.isShownAsText) {
-            this.slot.append(added);
+            addText(this.slot, added);
             return;
         }
         try {
@@ -218,14 +328,13 @@ class GrowingAnswer {
 
     finish() {
         removeGroups(this.slot);
-        for (const code of this.slot.querySelectorAll('pre code'))
-            hljs.highlightElement(code);
+        highlightCode(this.slot);
     }
 
     /// Nested too deeply for the renderer: the answer is shown as it was written.
     showAsText() {
         this.isShownAsText = true;
-        this.slot.textContent = this.text;
+        showAsText(this.slot, this.text);
     }
 
     /// Returns @p added with all line ends as line feeds; the two characters of one may come apart.
@@ -465,14 +574,18 @@ class GrowingAnswer {
 
 /// Shows a whole answer.
 const show = (element, markdown) => {
+    if (isPlainPage) {
+        showAsText(element, markdown);
+        return;
+    }
     try {
         element.replaceChildren(...nodesOf(lex(markdown, {})));
         element.normalize();
     } catch {
-        // As GrowingAnswer.showAsText(): the other answers of the thread are shown at all.
-        element.textContent = markdown;
+        // The other answers of the thread are shown at all.
+        showAsText(element, markdown);
     }
-    element.querySelectorAll('pre code').forEach(code => hljs.highlightElement(code));
+    highlightCode(element);
 };
 
 let growing = null;

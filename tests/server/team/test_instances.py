@@ -13,6 +13,7 @@ import unittest
 
 from stores import Cluster, PostgresStore
 from team_case import PATIENCE, PROGRAM, FakeModel, TeamCase, Visitor
+from team_parts import wait_until
 
 CLUSTER = None
 POOLER = None
@@ -46,7 +47,7 @@ unix_socket_dir = {self.folder}
                 [shutil.which("pgbouncer") or "/usr/sbin/pgbouncer", *user,
                  self.folder / "pgbouncer.ini"],
                 stdin=subprocess.DEVNULL, stdout=log, stderr=log)
-        wait_until(lambda: (self.folder / ".s.PGSQL.6432").exists())
+        wait_until((self.folder / ".s.PGSQL.6432").exists, "socket of the pooler")
 
     def address(self, database):
         return f"postgresql://quellora@/{database}?host={self.folder}&port=6432"
@@ -62,14 +63,6 @@ def setUpModule():
     unittest.addModuleCleanup(CLUSTER.close)
     POOLER = Pooler(CLUSTER)
     unittest.addModuleCleanup(POOLER.close)
-
-
-def wait_until(condition):
-    deadline = time.monotonic() + PATIENCE
-    while not condition():
-        if time.monotonic() > deadline:
-            raise AssertionError("it did not happen")
-        time.sleep(0.02)
 
 
 class EndlessModel(http.server.ThreadingHTTPServer):
@@ -210,7 +203,7 @@ model = "seeing-1"
               f"which took {1000 * (changed - begin):.0f} ms")
         self.assertEqual(event["type"], "error")
         self.assertIn(message, event["message"])
-        wait_until(lambda: not self.running())
+        wait_until(lambda: not self.running(), "end of all answers")
 
 
 class InstancesTest(InstancesCase):
@@ -307,7 +300,7 @@ class InstancesTest(InstancesCase):
         # The next change is told after that one.
         self.run_command("create-account", "bob@example.org", "--generate")
         self.run_command("suspend", "bob@example.org")
-        wait_until(lambda: len(self.store.rows("changes")) == 2)
+        wait_until(lambda: len(self.store.rows("changes")) == 2, "two changes")
         model.hold.set()
         self.assertIn(b'"type":"done"', answer.read())
 

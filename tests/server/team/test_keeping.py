@@ -9,11 +9,11 @@ import re
 import sqlite3
 import stat
 import subprocess
-import time
 import unittest
 
 from stores import Cluster, SqliteStore
 from team_case import PATIENCE, PROGRAM, FakeModel, TeamCase
+from team_parts import wait_until
 
 CLUSTER = None
 TELEMETRY = {"model_used": "seeing-1", "used_fallback": False, "prompt_chars": 5,
@@ -32,14 +32,6 @@ def setUpModule():
 def checksum(lines):
     digest = hashlib.blake2b("".join(line + "\n" for line in lines).encode(), digest_size=32)
     return '{"checksum":"' + base64.b64encode(digest.digest()).decode() + '"}'
-
-
-def wait_until(condition):
-    deadline = time.monotonic() + PATIENCE
-    while not condition():
-        if time.monotonic() > deadline:
-            raise AssertionError("it did not happen")
-        time.sleep(0.02)
 
 
 class KeepingCase(TeamCase):
@@ -105,7 +97,7 @@ class KeepingCase(TeamCase):
 
     def wait_for_usage(self, queries):
         wait_until(lambda: sum(entry["queries"] for entry in self.source.rows("usage_daily"))
-                   == queries and not self.is_answering())
+                   == queries and not self.is_answering(), "counted answers")
 
     def is_answering(self):
         return any(row["state"] == "running" for row in self.source.rows("answers"))
@@ -128,7 +120,7 @@ class BackupTest(KeepingCase):
         # An answer is running meanwhile.
         self.model.hold.clear()
         asking = concurrent.futures.ThreadPoolExecutor().submit(self.ask, self.tokens["ann"])
-        wait_until(lambda: len(self.model.questions) == 3)
+        wait_until(lambda: len(self.model.questions) == 3, "three questions")
         printed = self.on(self.source, "backup", str(file))
         self.assertEqual(stat.S_IMODE(file.stat().st_mode), 0o600)
         self.assertIn("accounts: 3\nadmin", printed)
@@ -382,7 +374,7 @@ class RetentionTest(KeepingCase):
         self.age("uploaded_logs", "received_at", 3)
         self.config.write_text("[retention]\ntelemetry_days = 2\nlog_days = 2\n")
         self.serve(self.source)
-        wait_until(lambda: len(self.source.rows("telemetry")) == 1)
+        wait_until(lambda: len(self.source.rows("telemetry")) == 1, "telemetry")
         self.assertEqual(self.source.mentions("of ann"), set())
         self.assertEqual(self.source.mentions("of bob"), {"telemetry", "uploaded_log_parts"})
         self.assertEqual(len(self.source.rows("uploaded_logs")), 1)
@@ -396,7 +388,7 @@ class RetentionTest(KeepingCase):
         self.age("uploaded_logs", "received_at", 3)
         self.config.write_text("[retention]\ntelemetry_days = 0\nlog_days = 2\n")
         self.serve(self.source)
-        wait_until(lambda: len(self.source.rows("uploaded_logs")) == 1)
+        wait_until(lambda: len(self.source.rows("uploaded_logs")) == 1, "log")
         self.assertEqual(len(self.source.rows("telemetry")), 2)
 
 

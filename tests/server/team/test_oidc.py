@@ -13,7 +13,20 @@ from team_parts import wait_until
 _BEGIN = "/login/team?callback=" + urllib.parse.quote(CALLBACK, safe="")
 
 
-class TeamSignInTest(TeamCase):
+class SignInCase(TeamCase):
+    def signed_in_as(self, reply):
+        """The app's configuration after the browser has come to its listener."""
+        self.assertEqual(reply.status, 303, reply.text)
+        self.assertTrue(reply.location.startswith(CALLBACK + "?token="), reply.location)
+        token = urllib.parse.parse_qs(urllib.parse.urlsplit(reply.location).query)["token"][0]
+        verified = self.visitor().post_json("/api/auth/app-verify", {}, token)
+        self.assertEqual(verified.status, 200)
+        # The token in the address is good for one exchange.
+        self.assertEqual(self.visitor().post_json("/api/auth/app-verify", {}, token).status, 401)
+        return verified.json
+
+
+class TeamSignInTest(SignInCase):
     def setUp(self):
         super().setUp()
         self.provider = FakeProvider()
@@ -40,17 +53,6 @@ name = "Example <Ltd>"
         _, answer = self.begin(visitor)
         answer = {name: value for name, value in (answer | changes).items() if value is not None}
         return visitor.get("/login/team/done?" + urllib.parse.urlencode(answer))
-
-    def signed_in_as(self, reply):
-        """The app's configuration after the browser has come to its listener."""
-        self.assertEqual(reply.status, 303, reply.text)
-        self.assertTrue(reply.location.startswith(CALLBACK + "?token="), reply.location)
-        token = urllib.parse.parse_qs(urllib.parse.urlsplit(reply.location).query)["token"][0]
-        verified = self.visitor().post_json("/api/auth/app-verify", {}, token)
-        self.assertEqual(verified.status, 200)
-        # The token in the address is good for one exchange.
-        self.assertEqual(self.visitor().post_json("/api/auth/app-verify", {}, token).status, 401)
-        return verified.json
 
     def refused(self, status, **changes):
         reply = self.sign_in(**changes)
@@ -243,7 +245,7 @@ name = "Example <Ltd>"
 
 
 @unittest.skipUnless(real_provider.PROGRAM, "needs the Debian package glewlwyd")
-class RealProviderTest(TeamCase):
+class RealProviderTest(SignInCase):
     """The same with a provider that nobody here wrote."""
 
     def setUp(self):
@@ -279,12 +281,7 @@ allowed_domains = ["example.org"]
         return visitor.get(self.back)
 
     def email_of(self, reply):
-        self.assertEqual(reply.status, 303, reply.text)
-        self.assertTrue(reply.location.startswith(CALLBACK + "?token="), reply.location)
-        token = urllib.parse.parse_qs(urllib.parse.urlsplit(reply.location).query)["token"][0]
-        verified = self.visitor().post_json("/api/auth/app-verify", {}, token)
-        self.assertEqual(verified.status, 200)
-        self.assertEqual(self.visitor().post_json("/api/auth/app-verify", {}, token).status, 401)
+        self.signed_in_as(reply)
         return [account["email"] for account in self.run_json("list-accounts")]
 
     def test_it_ends_at_the_apps_listener(self):

@@ -5,11 +5,11 @@ import json
 import resource
 import sqlite3
 import threading
-import time
 import unittest
 
 import prometheus
 from team_case import FakeModel, PATIENCE, TeamCase
+from team_parts import wait_until
 
 CANARIES = {"prompt": "canary-prompt-7a", "answer": "canary-answer-7b", "password": "canary-password-7c",
             "log": "canary-log-7d", "message": "canary-message-7e"}
@@ -167,10 +167,12 @@ api_key = "canary-key-7f"
         self.assertEqual([(entry["method"], entry["route"], entry["status"]) for entry in answered],
                          [("POST", "/api/proxy/query", 200)])
 
-    def test_a_draining_instance_is_not_ready(self):
+    def stop_during_an_answer(self, grace):
+        """The reply that goes on while the program, told to stop, grants it GRACE seconds."""
         with self.config.open("a") as config:
-            config.write("[timing]\nstop_grace_seconds = 20\n")
+            config.write(f"[timing]\nstop_grace_seconds = {grace}\n")
         self.start()
+        self.assertEqual(self.visitor().get("/readyz").json, {"status": "ready"})
         token = self.token()
         self.model.hold.clear()
         connection = http.client.HTTPConnection(self.url.split("//")[1], timeout=PATIENCE)
@@ -178,39 +180,26 @@ api_key = "canary-key-7f"
                            {"Content-Type": "application/json", "Authorization": f"Bearer {token}"})
         answer = connection.getresponse()
         self.assertIn(b"canary", answer.readline())
-        watcher = http.client.HTTPConnection(self.url.split("//")[1], timeout=PATIENCE)
-        watcher.request("GET", "/readyz")
-        self.assertEqual(watcher.getresponse().read(), b'{"status":"ready"}')
         self.process.terminate()
-        deadline = time.monotonic() + PATIENCE
-        status = 200
-        while status == 200 and time.monotonic() < deadline:
-            try:
-                status = self.visitor().get("/readyz").status
-            except OSError:
-                # It accepts nothing any more, which balancers see, too.
-                status = 503
-        self.assertEqual(status, 503)
+        return answer
+
+    def is_refusing(self):
+        try:
+            return self.visitor().get("/readyz").status == 503
+        except OSError:
+            # It accepts nothing any more, which balancers see, too.
+            return True
+
+    def test_a_draining_instance_is_not_ready(self):
+        answer = self.stop_during_an_answer(20)
+        wait_until(self.is_refusing, "refusal")
         self.model.hold.set()
         self.assertIn(b'"type":"done"', answer.read())
         self.assertEqual(self.process.wait(PATIENCE), 0)
 
     def test_a_second_signal_ends_the_grace(self):
-        with self.config.open("a") as config:
-            config.write("[timing]\nstop_grace_seconds = 3600\n")
-        self.start()
-        token = self.token()
-        self.model.hold.clear()
-        connection = http.client.HTTPConnection(self.url.split("//")[1], timeout=PATIENCE)
-        connection.request("POST", "/api/proxy/query", '{"prompt":"?"}',
-                           {"Content-Type": "application/json", "Authorization": f"Bearer {token}"})
-        answer = connection.getresponse()
-        self.assertIn(b"canary", answer.readline())
-        self.process.terminate()
-        deadline = time.monotonic() + PATIENCE
-        while any("Stopping" in line for line in self.lines) is False:
-            self.assertLess(time.monotonic(), deadline)
-            time.sleep(0.02)
+        answer = self.stop_during_an_answer(3600)
+        wait_until(lambda: any("Stopping" in line for line in self.lines), "line of the stop")
         self.process.terminate()
         self.assertIn(b"restarted", answer.read())
         self.assertEqual(self.process.wait(PATIENCE), 0)

@@ -1,0 +1,55 @@
+// What the sanitizers' runtimes read when an instrumented program starts. It is linked into each of
+// them, because tests start programs with an environment of their own.
+
+#include "Suppressions.h"
+
+#include <dlfcn.h>
+
+#define EXPORTED extern "C" __attribute__((visibility("default"))) const char *
+
+#ifdef __SANITIZE_ADDRESS__
+
+EXPORTED __asan_default_options()
+{
+    return "log_path=" QUELLORA_SANITIZER_REPORTS "/address:log_exe_name=1"
+           ":detect_stack_use_after_return=1:strict_string_checks=1:check_initialization_order=1"
+           ":strict_init_order=1";
+}
+
+EXPORTED __lsan_default_suppressions()
+{
+    return leakSuppressions;
+}
+
+EXPORTED __ubsan_default_options()
+{
+    return "log_exe_name=1:print_stacktrace=1";
+}
+
+// Beside the address sanitizer, the library of this one does not look for a path itself, and its
+// function is hidden by the other's of the same name.
+__attribute__((constructor)) static void setPathOfUndefined()
+{
+    void *const library = ::dlopen("libubsan.so.1", RTLD_LAZY | RTLD_NOLOAD);
+    void *const function = library ? ::dlsym(library, "__sanitizer_set_report_path") : nullptr;
+    if (function)
+        reinterpret_cast<void (*)(const char *)>(function)(QUELLORA_SANITIZER_REPORTS "/undefined");
+}
+
+#endif
+
+#ifdef __SANITIZE_THREAD__
+
+EXPORTED __tsan_default_options()
+{
+    return "log_path=" QUELLORA_SANITIZER_REPORTS "/thread:log_exe_name=1"
+           // Memory of libraries that are not instrumented is not watched; what they hand over is.
+           ":ignore_noninstrumented_modules=1:second_deadlock_stack=1:history_size=4";
+}
+
+EXPORTED __tsan_default_suppressions()
+{
+    return threadSuppressions;
+}
+
+#endif
