@@ -139,7 +139,7 @@ std::optional<std::string> ModelOffers::replace(std::vector<Connection> connecti
         std::error_code ignored;
         std::filesystem::rename(m_file.path(), m_file.path().string() + ".unreadable", ignored);
     }
-    if (const auto why = m_file.save(connections)) {
+    if (auto why = m_file.save(connections)) {
         Log::event("[ModelOffers] ERROR: " + *why);
         return why;
     }
