@@ -4,6 +4,7 @@
 #include "page/StreamedSlot.h"
 #include "support/TestProgram.h"
 
+#include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QGuiApplication>
@@ -187,6 +188,7 @@ private Q_SLOTS:
     void initTestCase();
     void oracleNotices_data();
     void oracleNotices();
+    void earlierFindings();
     void madeUpAnswers();
 
 private:
@@ -238,6 +240,18 @@ void TestPageFuzz::oracleNotices()
                                       "violation(node) }")
                            .arg(responsepage::escapedForJson(html)))
                  .isEmpty());
+}
+
+void TestPageFuzz::earlierFindings()
+{
+    const QFileInfoList files =
+        QDir(QStringLiteral(QUELLORA_FUZZ_CORPUS)).entryInfoList(QDir::Files);
+    QVERIFY(!files.isEmpty());
+    for (const QFileInfo &info : files) {
+        QFile file(info.filePath());
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QCOMPARE(problemOf(QString::fromUtf8(file.readAll()), 1), QString());
+    }
 }
 
 QString TestPageFuzz::madeUp(QRandomGenerator &random) const

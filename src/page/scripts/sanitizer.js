@@ -33,7 +33,7 @@ purify.setConfig({
         'area', 'marquee', 'template', 'slot', 'base', 'link', 'meta',
     ],
     FORBID_ATTR: ['style', 'id', 'name', 'background', 'usemap', 'srcset', 'tabindex', 'accesskey',
-        'contenteditable', 'autofocus', 'popover', 'popovertarget'],
+        'contenteditable', 'autofocus', 'popover', 'popovertarget', 'action', 'method'],
     ALLOW_DATA_ATTR: false,
     ALLOW_ARIA_ATTR: false,
     ALLOW_UNKNOWN_PROTOCOLS: false,
