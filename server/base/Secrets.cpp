@@ -80,13 +80,24 @@ std::string randomPassword()
 
 std::string tokenFingerprint(const std::string &token)
 {
+    return keyedFingerprint("", token);
+}
+
+std::string keyedFingerprint(const std::string &key, const std::string &text)
+{
     std::array<unsigned char, 32> digest{};
     crypto_generichash(digest.data(), digest.size(),
-                       reinterpret_cast<const unsigned char *>(token.data()), token.size(), nullptr,
-                       0);
+                       reinterpret_cast<const unsigned char *>(text.data()), text.size(),
+                       reinterpret_cast<const unsigned char *>(key.data()), key.size());
     std::array<char, 65> hex{};
     sodium_bin2hex(hex.data(), hex.size(), digest.data(), digest.size());
     return std::string(hex.data());
+}
+
+bool isSameSecret(const std::string &given, const std::string &expected)
+{
+    return given.size() == expected.size() &&
+           sodium_memcmp(given.data(), expected.data(), expected.size()) == 0;
 }
 
 PasswordHasher::PasswordHasher(PasswordCost cost) : m_cost(cost)

@@ -19,6 +19,11 @@ std::string randomPassword();
 /// One-way fingerprint stored instead of a token (BLAKE2b-256, hex).
 std::string tokenFingerprint(const std::string &token);
 
+/// As tokenFingerprint(), and impossible to make without @p key, of 16 to 64 bytes.
+std::string keyedFingerprint(const std::string &key, const std::string &text);
+/// Compares in a time that does not depend on where the texts differ.
+bool isSameSecret(const std::string &given, const std::string &expected);
+
 /// Work factors of argon2id. The defaults are libsodium's for interactive use.
 struct PasswordCost
 {

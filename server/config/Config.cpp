@@ -44,6 +44,7 @@ void readLimits(TomlReader reader, LimitSettings &limits)
     reader.read("running_answers", limits.runningAnswers, 1, 100000);
     reader.read("retries", limits.retries, 0, 5);
     reader.read("connections", limits.connections, 16, 1000000);
+    reader.read("connections_per_address", limits.connectionsPerPeer, 4, 1000000);
     reader.read("login_failures", limits.loginFailures, 1, 100000);
     reader.readSeconds("login_window_seconds", limits.loginWindow, 1, 24 * 3600);
     reader.read("auth_requests_per_minute", limits.authRequestsPerMinute, 1, 1000000);

@@ -62,6 +62,8 @@ struct LimitSettings
     int retries = 2;
     /// Open connections, those between two requests included.
     std::size_t connections = 12000;
+    /// Of these, those from one address that is neither a trusted proxy nor this machine.
+    std::size_t connectionsPerPeer = 1000;
     int loginFailures = 10;
     std::chrono::seconds loginWindow = std::chrono::minutes(5);
     int authRequestsPerMinute = 240;

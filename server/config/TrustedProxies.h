@@ -15,6 +15,8 @@ public:
     /// Who asks: @p peer, or, as long as that is a trusted proxy, whom it names. @p forwarded has
     /// the values of X-Forwarded-For in their order, each with one address or several.
     std::string clientOf(const std::string &peer, const std::vector<std::string> &forwarded) const;
+    /// Whether @p address is one of them.
+    bool contains(const std::string &address) const;
 
 private:
     struct Network
@@ -23,8 +25,6 @@ private:
         std::string address;
         std::size_t bits = 0;
     };
-    bool contains(const std::string &address) const;
-
     std::vector<Network> m_networks;
 };
 

@@ -18,6 +18,11 @@ HttpLimits limitsOf(const Config &config)
     HttpLimits limits;
     limits.idle = config.timing.idle;
     limits.connections = config.limits.connections;
+    limits.connectionsPerPeer = config.limits.connectionsPerPeer;
+    limits.proxies = config.server.trustedProxies;
+    // A proxy on the same machine need not be named.
+    limits.proxies.add("127.0.0.1");
+    limits.proxies.add("::1");
     return limits;
 }
 

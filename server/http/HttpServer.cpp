@@ -140,14 +140,32 @@ private:
         return m_connections.size() + m_accepted >= m_context.limits.connections;
     }
 
+    /// Counts a connection of @p peer; false when it has too many.
+    bool admit(const std::string &peer)
+    {
+        const std::size_t most = m_context.limits.connectionsPerPeer;
+        const std::lock_guard lock(m_mutex);
+        std::size_t &count = m_peers[peer];
+        if (most == 0 || count < most || m_context.limits.proxies.contains(peer)) {
+            ++count;
+            ++m_accepted;
+            return true;
+        }
+        if (!m_hadGreedyPeer)
+            Log::event("[HttpServer] WARNING: One address has too many connections; further ones "
+                       "are closed");
+        m_hadGreedyPeer = true;
+        return false;
+    }
+
     void add(EventLoop &loop, tcp::socket socket)
     {
+        ErrorCode ignored;
+        const std::string peer = socket.remote_endpoint(ignored).address().to_string();
+        if (!admit(peer))
+            return;
         const auto moved = std::make_shared<tcp::socket>(std::move(socket));
-        {
-            const std::lock_guard lock(m_mutex);
-            ++m_accepted;
-        }
-        loop.post([self = shared_from_this(), &loop, moved] {
+        loop.post([self = shared_from_this(), &loop, moved, peer] {
             // The connection outlives neither this object nor the entry.
             const auto key = std::make_shared<const HttpConnection *>(nullptr);
             const auto connection = std::make_shared<HttpConnection>(
@@ -159,7 +177,7 @@ private:
             {
                 const std::lock_guard lock(self->m_mutex);
                 --self->m_accepted;
-                self->m_connections[connection.get()] = {connection, &loop};
+                self->m_connections[connection.get()] = {connection, &loop, peer};
                 self->m_context.metrics.connections =
                     static_cast<std::int64_t>(self->m_connections.size());
             }
@@ -170,7 +188,12 @@ private:
     void remove(const HttpConnection *connection)
     {
         const std::lock_guard lock(m_mutex);
-        m_connections.erase(connection);
+        if (const auto found = m_connections.find(connection); found != m_connections.end()) {
+            const auto peer = m_peers.find(found->second.peer);
+            if (--peer->second == 0)
+                m_peers.erase(peer);
+            m_connections.erase(found);
+        }
         m_context.metrics.connections = static_cast<std::int64_t>(m_connections.size());
     }
 
@@ -178,6 +201,7 @@ private:
     {
         std::weak_ptr<HttpConnection> connection;
         EventLoop *loop = nullptr;
+        std::string peer;
     };
 
     HttpContext m_context;
@@ -186,8 +210,11 @@ private:
     asio::steady_timer m_pause;
     bool m_isStopping = false;
     bool m_wasFull = false;
+    bool m_hadGreedyPeer = false;
     mutable std::mutex m_mutex;
     std::map<const HttpConnection *, Entry> m_connections;
+    /// Connections by address.
+    std::map<std::string, std::size_t> m_peers;
     /// Connections on their way to their loop, which count already.
     std::size_t m_accepted = 0;
 };

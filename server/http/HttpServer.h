@@ -2,6 +2,7 @@
 
 #include "base/Metrics.h"
 #include "base/WorkerPool.h"
+#include "config/TrustedProxies.h"
 #include "http/Router.h"
 #include "model/EventLoop.h"
 
@@ -34,6 +35,10 @@ struct HttpLimits
     std::chrono::milliseconds linger = std::chrono::seconds(30);
     std::size_t requestsPerConnection = 1000;
     std::size_t connections = 12000;
+    /// Of these, those from one address; 0 for no limit. Further ones are closed at once.
+    std::size_t connectionsPerPeer = 0;
+    /// Addresses without that limit, because they connect for many.
+    TrustedProxies proxies;
 };
 
 /// What connections share; owned by whoever owns the server and outliving it.

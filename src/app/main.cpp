@@ -5,6 +5,7 @@
 #include "base/AppConfig.h"
 #include "base/Log.h"
 #include "page/WebEngineSetup.h"
+#include "platform/CoreDumps.h"
 #include "platform/Platform.h"
 
 #include <QApplication>
@@ -83,6 +84,7 @@ int exportThread(const ExportRequest &request, int argc, char **argv)
 
 int main(int argc, char **argv)
 {
+    keepMemoryOutOfCoreDumps();
     const CommandLine line = CommandLine::parse(QByteArrayList(argv + 1, argv + argc));
     switch (line.mode) {
     case CommandLine::Mode::Print:

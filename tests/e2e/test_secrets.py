@@ -6,6 +6,7 @@ import unittest
 
 from harness import E2ECase, HostileServer, login_response, wait_until
 from harness.messages import PREFIX, STREAM_COMPLETE
+from harness.processes import descendants
 from harness.server import LOGIN, LOGS, QUERY, VERIFY
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
@@ -28,6 +29,19 @@ class SecretsTest(E2ECase):
         """Clears the form after a failed sign-in."""
         app.access.click("Email")
         self.desktop.press("ctrl+a")
+
+    def test_core_dumps_hold_no_memory(self):
+        app = self.app(self.server()).sign_in()
+        app.send_prompt("question")
+        app.access.wait_for_page_text("Hello from the server.")
+        pids = [app.process.pid, *descendants(app.process.pid)]
+        names = [pathlib.Path(f"/proc/{pid}/comm").read_text() for pid in pids]
+        self.assertIn("QtWebEngineProc\n", names)
+        for pid in pids:
+            limits = pathlib.Path(f"/proc/{pid}/limits").read_text()
+            self.assertEqual(re.search(r"Max core file size +(\S+)", limits)[1], "0")
+            # What a collecting program gets, which the limit does not stop.
+            self.assertEqual(int(pathlib.Path(f"/proc/{pid}/coredump_filter").read_text(), 16), 0)
 
     def test_no_flow_writes_secrets(self):
         server = self.server(heartbeatIntervalSeconds=2)

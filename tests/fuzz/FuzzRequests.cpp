@@ -40,8 +40,6 @@ Config configIn(const std::filesystem::path &folder)
     config.dataFile = folder / "backend.sqlite";
     // Nothing is asked for over the network.
     config.takesConnections = false;
-    // A client that asks to keep its connection waits this long for the end.
-    config.timing.idle = std::chrono::milliseconds(50);
     LimitSettings &limits = config.limits;
     for (int *limit :
          {&limits.queriesPerMinute, &limits.loginFailures, &limits.authRequestsPerMinute})
@@ -140,8 +138,8 @@ public:
         return result;
     }
 
-    /// What comes back for @p bytes. The client takes everything and hangs up when it @p hangsUp,
-    /// else waits for the server to do so.
+    /// What comes back for @p bytes. The client hangs up at once when it @p hangsUp, else with the
+    /// reply.
     std::string replies(std::string_view bytes, bool hangsUp) const
     {
         const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -166,8 +164,14 @@ public:
         char buffer[16384];
         ssize_t length = 0;
         while ((length = uninterrupted([&] { return ::recv(socket, buffer, sizeof buffer, 0); })) >
-               0)
+               0) {
             arrived.append(buffer, static_cast<std::size_t>(length));
+            // The request may have asked to keep the connection.
+            if (!hangsUp && arrived.find("\r\nContent-Length: ") != std::string::npos) {
+                hangsUp = true;
+                ::shutdown(socket, SHUT_WR);
+            }
+        }
         // It closes every connection, or resets it when bytes of a refused request are left.
         require(length == 0 || errno == ECONNRESET);
         ::close(socket);

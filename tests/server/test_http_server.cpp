@@ -642,6 +642,43 @@ TEST_F(HttpServing, ConnectionsBeyondTheLimitWait)
     EXPECT_LE(metrics.connections, 2);
 }
 
+TEST_F(HttpServing, OneAddressHasOnlySoManyConnections)
+{
+    limits.connectionsPerPeer = 2;
+    start();
+    auto first = std::make_unique<RawClient>(port);
+    RawClient second(port);
+    for (RawClient *client : {first.get(), &second}) {
+        client->send(get);
+        EXPECT_EQ(client->readReply().status, 200);
+    }
+    EXPECT_EQ(RawClient(port).readAll(), "");
+    first.reset();
+    // The place is free once the server has noticed.
+    int status = 0;
+    for (int i = 0; i < 1000 && status == 0; ++i) {
+        RawClient next(port);
+        next.send(get);
+        status = next.readReply().status;
+    }
+    EXPECT_EQ(status, 200);
+    second.send(get);
+    EXPECT_EQ(second.readReply().status, 200);
+}
+
+TEST_F(HttpServing, ProxiesHaveAsManyConnectionsAsTheyNeed)
+{
+    limits.connectionsPerPeer = 2;
+    limits.proxies.add("127.0.0.0/8");
+    start();
+    std::vector<std::unique_ptr<RawClient>> clients;
+    for (int i = 0; i < 8; ++i) {
+        clients.push_back(std::make_unique<RawClient>(port));
+        clients.back()->send(get);
+        EXPECT_EQ(clients.back()->readReply().status, 200);
+    }
+}
+
 TEST_F(HttpServing, AStopClosesIdleConnectionsAndLetsStreamsGoOn)
 {
     start();

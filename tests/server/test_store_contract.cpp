@@ -415,19 +415,53 @@ TEST_P(StoreContract, FormNoncesServeOnceInTheirScopeOnAnyInstance)
     EXPECT_FALSE(here.consume("\xFF"));
 }
 
-TEST_P(StoreContract, OnlyTheNewestFormNoncesAreKept)
+TEST_P(StoreContract, FormNoncesOfOthersInvalidateNobodys)
+{
+    FormNonces nonces(database, clock, "admin-sign-in");
+    const std::string first = nonces.issue();
+    for (int i = 0; i < 10000; ++i)
+        nonces.issue();
+    EXPECT_EQ(rowsOf("form_nonces"), 0);
+    EXPECT_TRUE(nonces.consume(first));
+    EXPECT_EQ(rowsOf("form_nonces"), 1);
+}
+
+TEST_P(StoreContract, FormNoncesCannotBeMade)
 {
     FormNonces nonces(database, clock, "sign-in");
-    const std::string first = nonces.issue();
-    clock.advance(seconds(1));
-    std::string last;
+    const std::string nonce = nonces.issue();
+    for (std::size_t i = 0; i < nonce.size(); ++i) {
+        std::string forged = nonce;
+        forged[i] = forged[i] == '7' ? '8' : '7';
+        EXPECT_FALSE(nonces.consume(forged)) << i;
+        EXPECT_FALSE(nonces.consume(nonce.substr(0, i))) << i;
+    }
+    EXPECT_FALSE(nonces.consume(nonce + "0"));
+    EXPECT_FALSE(nonces.consume(".."));
+    EXPECT_FALSE(nonces.consume("9" + nonce));
+    EXPECT_TRUE(nonces.consume(nonce));
+}
+
+TEST_P(StoreContract, OnlySoManyUsedFormNoncesAreKept)
+{
+    FormNonces nonces(database, clock, "sign-in");
+    FormNonces elsewhere(database, clock, "admin-sign-in");
+    const std::string kept = elsewhere.issue();
+    EXPECT_TRUE(elsewhere.consume(kept));
     database.transaction([&] {
-        for (int i = 0; i < 4096; ++i)
-            last = nonces.issue();
+        for (int i = 0; i < 4100; ++i)
+            database.execute(
+                "INSERT INTO form_nonces(fingerprint, scope, expires_at) VALUES(?, ?, ?)",
+                {std::to_string(i), "sign-in", toMilliseconds(clock.now() + minutes(5))});
     });
-    EXPECT_EQ(rowsOf("form_nonces"), 4096);
-    EXPECT_FALSE(nonces.consume(first));
-    EXPECT_TRUE(nonces.consume(last));
+    const std::string newest = nonces.issue();
+    EXPECT_TRUE(nonces.consume(newest));
+    EXPECT_FALSE(nonces.consume(newest));
+    EXPECT_EQ(rowsOf("form_nonces"), 4097);
+    EXPECT_FALSE(elsewhere.consume(kept));
+    clock.advance(minutes(10));
+    EXPECT_TRUE(nonces.consume(nonces.issue()));
+    EXPECT_EQ(rowsOf("form_nonces"), 1);
 }
 
 TEST_P(StoreContract, RatesAreCountedForAllInstancesTogether)

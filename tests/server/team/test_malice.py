@@ -647,6 +647,14 @@ class SecretsTest(MaliceCase):
                     continue
             self.looks += 1
 
+    def test_core_dumps_hold_no_memory(self):
+        self.start()
+        process = pathlib.Path(f"/proc/{self.process.pid}")
+        self.assertEqual(re.search(r"Max core file size +(\S+) +(\S+)", (process / "limits").read_text()).groups(),
+                         ("0", "0"))
+        # What a collecting program gets, which the limit does not stop.
+        self.assertEqual(int((process / "coredump_filter").read_text(), 16), 0)
+
     def test_nothing_private_stays_where_it_does_not_belong(self):
         model = FakeModel(self.ANSWER)
         self.addCleanup(model.close)

@@ -214,13 +214,16 @@ class FlowTest(UpstreamCase):
 
 
 class TlsTest(UpstreamCase):
-    def provider(self, name):
+    def provider(self, name, has_expired=False):
         """A provider with a certificate of its own for a name; returns it and the file."""
         key, certificate = self.folder / "key.pem", self.folder / "certificate.pem"
         subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256",
                         "-nodes", "-days", "2", "-subj", "/CN=provider", "-addext",
                         f"subjectAltName={name}", "-keyout", key, "-out", certificate],
                        check=True, capture_output=True)
+        if has_expired:
+            subprocess.run(["openssl", "x509", "-in", certificate, "-signkey", key, "-days", "-1",
+                            "-out", certificate], check=True, capture_output=True)
         context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
         context.load_cert_chain(certificate, key)
         provider = Provider(context)
@@ -245,6 +248,35 @@ class TlsTest(UpstreamCase):
         token = self.serve(provider.url, SSL_CERT_FILE=certificate)
         self.assertIn('"type":"done"', self.ask(token).text)
         self.assertEqual(provider.asked, ["/v1/chat/completions"])
+
+    def test_a_trusted_certificate_that_has_expired_is_refused(self):
+        provider, certificate = self.provider("IP:127.0.0.1", has_expired=True)
+        self.assert_refused(provider, self.serve(provider.url, SSL_CERT_FILE=certificate))
+
+    def test_a_handshake_that_is_cut_or_none(self):
+        received = []
+        listener = socket.create_server(("127.0.0.1", 0))
+        self.addCleanup(listener.close)
+        answers = [b"", bytes.fromhex("160303007a0200"), b"\xff" * 600, b"HTTP/1.1 200 OK\r\n\r\n"]
+
+        def run():
+            # Failures that could pass are tried again.
+            while True:
+                try:
+                    client, _ = listener.accept()
+                except OSError:
+                    return
+                with client:
+                    received.append(client.recv(65536))
+                    client.sendall(answers[len(received) % len(answers)])
+        threading.Thread(target=run, daemon=True).start()
+        token = self.serve(f"https://127.0.0.1:{listener.getsockname()[1]}/v1")
+        for _ in answers:
+            self.assertGreaterEqual(self.ask(token).status, 429)
+        self.assertGreaterEqual(len(received), len(answers))
+        for hello in received:
+            self.assertNotIn(b"prompt", hello)
+            self.assertNotIn(b"HTTP/", hello)
 
     def test_a_trusted_certificate_for_another_name_is_refused(self):
         provider, certificate = self.provider("DNS:provider.example")
