@@ -190,8 +190,8 @@ AdminActions::Result<int> AdminActions::signOut(std::int64_t id) const
 
 AdminActions::Done AdminActions::remove(std::int64_t id) const
 {
-    const Done done = change(
-        id, "delete", "", [&](const Account &account) { m_store.accounts.remove(account.email); });
+    Done done = change(id, "delete", "",
+                       [&](const Account &account) { m_store.accounts.remove(account.email); });
     m_store.database.forgetDeleted();
     return done;
 }

@@ -92,7 +92,7 @@ std::optional<Administrator> Administrators::authenticate(const std::string &ema
                                                           const std::string &password,
                                                           const std::string &code)
 {
-    const auto found = findByEmail(email);
+    auto found = findByEmail(email);
     if (!found) {
         m_hasher.verifyNobody(password);
         return std::nullopt;

@@ -30,7 +30,7 @@ ModelChoices modelChoices(StoredSettings &settings, const ServiceSettings &servi
 
     ModelChoices choices;
     for (const ModelSettings &model : models) {
-        if (hidden.count(model.id) == 0)
+        if (!hidden.contains(model.id))
             choices.offered.push_back(model);
     }
     if (choices.offered.empty())

@@ -76,9 +76,9 @@ PageReply saveModels(const Visit &visit)
     std::string hidden;
     bool isOffered = false;
     std::size_t count = 0;
-    for (std::size_t i = 0; i < all.size(); ++i) {
+    for (const ModelSettings &model : all) {
         // The value names the model, so that a list that has changed meanwhile mixes up nothing.
-        const std::string &id = all[i].id;
+        const std::string &id = model.id;
         const bool isTicked =
             std::any_of(visit.fields.begin(), visit.fields.end(), [&](const auto &entry) {
                 return entry.first.starts_with('m') && entry.second == id;

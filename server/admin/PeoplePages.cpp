@@ -39,7 +39,7 @@ std::string inviteForm(const Visit &visit)
 {
     const ServiceSettings &service = visit.store.config.service;
     const auto entered = [&](const char *name, const std::string &otherwise) {
-        return htmlEscaped(visit.fields.count(name) > 0 ? visit.field(name) : otherwise);
+        return htmlEscaped(visit.fields.contains(name) ? visit.field(name) : otherwise);
     };
     return "<h2 id=\"invite\">Invite somebody</h2>\n" + formStart(visit, "/admin/people") +
            "<label>E-mail address<input type=\"email\" name=\"email\" required maxlength=\"254\" "

@@ -8,6 +8,7 @@
 #include <map>
 #include <numeric>
 #include <optional>
+#include <string_view>
 
 namespace quellora::server {
 namespace {
@@ -20,13 +21,17 @@ constexpr std::int64_t height = 100;
 
 std::optional<Days> parsed(const std::string &day)
 {
-    int year = 0;
-    unsigned month = 0;
-    unsigned date = 0;
-    if (std::sscanf(day.c_str(), "%4d-%2u-%2u", &year, &month, &date) != 3)
+    if (day.size() != 10 || day[4] != '-' || day[7] != '-')
         return std::nullopt;
-    const std::chrono::year_month_day parts{std::chrono::year(year), std::chrono::month(month),
-                                            std::chrono::day(date)};
+    const std::string_view text = day;
+    const auto year = parseCount(text.substr(0, 4));
+    const auto month = parseCount(text.substr(5, 2));
+    const auto date = parseCount(text.substr(8, 2));
+    if (!year || !month || !date)
+        return std::nullopt;
+    const std::chrono::year_month_day parts{std::chrono::year(static_cast<int>(*year)),
+                                            std::chrono::month(static_cast<unsigned>(*month)),
+                                            std::chrono::day(static_cast<unsigned>(*date))};
     return parts.ok() ? std::optional<Days>(parts) : std::nullopt;
 }
 

@@ -20,7 +20,7 @@ void write(std::string line)
 {
     line += '\n';
     // One call per line, so that lines of several threads do not mix.
-    std::fwrite(line.data(), 1, line.size(), stderr);
+    static_cast<void>(std::fwrite(line.data(), 1, line.size(), stderr));
 }
 
 /// The time as "HH:MM:SS.mmm", local, or as "YYYY-MM-DDTHH:MM:SS.mmmZ", UTC.

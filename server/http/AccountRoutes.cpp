@@ -206,7 +206,7 @@ void AccountRoutes::choose(const Request &request, Response &response)
     if (action == "apply" || action == "test" || action == "save") {
         SetupInput input;
         for (std::size_t i = 0; i < view.rows.size(); ++i) {
-            if (fields.count(std::string("m").append(std::to_string(i))) > 0)
+            if (fields.contains(std::string("m").append(std::to_string(i))))
                 input.ticked.push_back(i);
         }
         input.name = field(fields, "name");

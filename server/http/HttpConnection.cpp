@@ -387,7 +387,7 @@ void HttpConnection::dispatch()
     ++m_context.metrics.refusedForLoad;
     Response response;
     replyOverloaded(response, overloadWait);
-    send(std::move(response));
+    send(response);
 }
 
 void HttpConnection::onHandled(Response response)
@@ -395,7 +395,7 @@ void HttpConnection::onHandled(Response response)
     if (m_phase == Phase::Closed)
         return;
     if (!response.stream) {
-        send(std::move(response));
+        send(response);
         return;
     }
     m_phase = Phase::Streaming;
@@ -421,10 +421,10 @@ void HttpConnection::refuse(int status, const std::string &text, bool isLast)
     }
     Response response;
     replyError(response, status, text);
-    send(std::move(response));
+    send(response);
 }
 
-void HttpConnection::send(Response response)
+void HttpConnection::send(const Response &response)
 {
     m_phase = Phase::Replying;
     m_isEnded = true;
@@ -463,7 +463,7 @@ void HttpConnection::reply(Response response)
         return;
     // The stream is the caller.
     asio::post(m_loop.context(), [stream = std::move(m_stream)] {});
-    send(std::move(response));
+    send(response);
 }
 
 void HttpConnection::begin(const Response &response)

@@ -44,7 +44,7 @@ private:
 
     // StreamOutput
     void reply(Response response) override;
-    void begin(const Response &head) override;
+    void begin(const Response &response) override;
     void write(std::string_view bytes) override;
     std::size_t buffered() const override { return m_out.size() - m_written; }
     void finish() override;
@@ -63,7 +63,7 @@ private:
     void onHandled(Response response);
     /// Replies without a handler. The connection is closed afterwards when @p isLast.
     void refuse(int status, const std::string &text, bool isLast);
-    void send(Response response);
+    void send(const Response &response);
     std::string head(const Response &response, const std::string &framing) const;
     void flush();
     void onRoom();

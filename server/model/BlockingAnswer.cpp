@@ -158,7 +158,7 @@ AnswerOutcome waitForAnswer(const AnswerSource &source, ModelRequest request, co
     Waiting waiting(sink, stop);
     std::unique_ptr<RunningAnswer> answer;
     place.loop.postAndWait([&] { answer = start(waiting, place); });
-    const AnswerOutcome outcome = waiting.wait();
+    AnswerOutcome outcome = waiting.wait();
     place.loop.postAndWait([&] { answer.reset(); });
     return outcome;
 }

@@ -71,7 +71,7 @@ void ModelCatalog::add(ModelSettings model, AnswerSource answer,
                        std::shared_ptr<CircuitBreaker> breaker)
 {
     const std::string wanted = model.id;
-    for (int copy = 1; m_links.count(model.id) > 0; ++copy)
+    for (int copy = 1; m_links.contains(model.id); ++copy)
         model.id = wanted + "@" + model.destination +
                    (copy > 1 ? std::string("#").append(std::to_string(copy)) : "");
     m_links[model.id] = {model.id, model.upstream, std::move(answer), std::move(breaker)};
@@ -139,7 +139,7 @@ std::optional<std::string> ModelOffers::replace(std::vector<Connection> connecti
         std::error_code ignored;
         std::filesystem::rename(m_file.path(), m_file.path().string() + ".unreadable", ignored);
     }
-    if (const auto why = m_file.save(connections)) {
+    if (auto why = m_file.save(connections)) {
         Log::event("[ModelOffers] ERROR: " + *why);
         return why;
     }

@@ -196,7 +196,8 @@ bool TextRecognizer::load()
     return true;
 }
 
-tl::expected<ReadPage, ReadError> TextRecognizer::read(const std::string &jpeg, StopToken stop)
+tl::expected<ReadPage, ReadError> TextRecognizer::read(const std::string &jpeg,
+                                                       const StopToken &stop)
 {
     const std::lock_guard lock(m_mutex);
     const auto deadline = Clock::now() + m_settings.budget;

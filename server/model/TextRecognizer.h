@@ -69,7 +69,7 @@ public:
     ~TextRecognizer();
 
     /// Blocks until the text is recognised or a stop is requested.
-    tl::expected<ReadPage, ReadError> read(const std::string &jpeg, StopToken stop);
+    tl::expected<ReadPage, ReadError> read(const std::string &jpeg, const StopToken &stop);
 
 private:
     bool load();

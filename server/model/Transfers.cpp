@@ -15,7 +15,6 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
-#include <cstring>
 #include <mutex>
 #include <optional>
 #include <unordered_map>
@@ -506,7 +505,7 @@ private:
         if (!m_body)
             return 0;
         const std::size_t length = std::min(room, m_body->size() - m_sent);
-        std::memcpy(buffer, m_body->data() + m_sent, length);
+        std::copy_n(m_body->data() + m_sent, length, buffer);
         m_sent += length;
         releaseBody();
         if (m_sent == length || (m_body && m_sent == m_body->size()))

@@ -67,7 +67,9 @@ tl::expected<std::vector<OfferedModel>, UpstreamProblem> listedModels(const std:
         if (name.empty() || name != displayText(name, longestName) || !seen.insert(name).second)
             continue;
         std::string title = displayText(textOf(entry, titleKey).value_or(""), longestTitle);
-        models.push_back({name, title.empty() ? name : std::move(title)});
+        if (title.empty())
+            title = name;
+        models.push_back({name, std::move(title)});
     }
     return models;
 }

@@ -107,7 +107,7 @@ void ChangeFeed::look(bool isFirst)
     std::vector<std::pair<std::int64_t, std::string>> fresh;
     m_database.query("SELECT id, topic FROM changes WHERE at >= ? ORDER BY id",
                      {toSeconds(m_clock.now() - window)}, [&](const Database::Row &row) {
-                         if (isFirst || m_seen.count(row.integer(0)) != 0)
+                         if (isFirst || m_seen.contains(row.integer(0)))
                              recent.insert(row.integer(0));
                          else
                              fresh.emplace_back(row.integer(0), row.text(1));

@@ -40,7 +40,7 @@ StoredMessage messageOf(const Database::Row &row)
 
 std::string Messages::add(const AdminMessage &message, std::optional<std::int64_t> accountId)
 {
-    const std::string id = message.id.empty() ? "message-" + randomUuid() : message.id;
+    std::string id = message.id.empty() ? "message-" + randomUuid() : message.id;
     m_database.transaction([&] {
         m_database.execute(
             "INSERT INTO messages(id, account_id, type, header, body, action_label, action_url,"

@@ -1,6 +1,7 @@
 #include "store/PostgresDatabase.h"
 
 #include "base/Log.h"
+#include "base/Text.h"
 #include "store/Migrations.h"
 
 #include <libpq-fe.h>
@@ -166,7 +167,8 @@ int PostgresDatabase::execute(const std::string &sql, const std::vector<Value> &
     int changed = 0;
     const auto run = [&](PostgresConnection &connection) {
         const auto result = connection.run(sql, values);
-        changed = std::atoi(PQcmdTuples(result.get()));
+        // Empty for a statement that changes no rows.
+        changed = static_cast<int>(parseCount(PQcmdTuples(result.get())).value_or(0));
     };
     if (PostgresConnection *connection = ofThisThread()) {
         run(*connection);

@@ -55,7 +55,7 @@ std::vector<Table> tablesOf(Database &database)
 {
     std::vector<Table> tables;
     database.query(database.dialect().tables, {}, [&](const Database::Row &row) {
-        if (shortLived.count(row.text(0)) == 0)
+        if (!shortLived.contains(row.text(0)))
             tables.push_back({row.text(0), {}});
     });
     for (Table &table : tables) {
@@ -262,7 +262,7 @@ json legible(const Table &table, const Database::Row &row)
     for (std::size_t i = 0; i < cells.size(); ++i) {
         const std::string &name = table.columns[i].name;
         const auto *number = std::get_if<std::int64_t>(&cells[i]);
-        if (secretColumns.count(name) > 0)
+        if (secretColumns.contains(name))
             continue;
         const bool isTime = number && (name == "at" || name.ends_with("_at"));
         // Messages are dated to the millisecond.

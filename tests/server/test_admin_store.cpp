@@ -134,6 +134,9 @@ TEST(UsageChart, DaysAreThoseOfTheCalendar)
     EXPECT_EQ(daysBetween("2028-02-28", "2028-03-01").size(), 3U);
     EXPECT_TRUE(daysBetween("2026-13-01", "2026-01-01").empty());
     EXPECT_TRUE(daysBetween("x", "y").empty());
+    EXPECT_TRUE(daysBetween("2026-01-01x", "2026-01-02").empty());
+    EXPECT_TRUE(daysBetween("2026-1-1", "2026-01-02").empty());
+    EXPECT_TRUE(daysBetween("2026-01--1", "2026-01-02").empty());
     EXPECT_EQ(daysBetween("2000-01-01", "2026-01-01").size(), 400U);
     EXPECT_EQ(dayBefore("2026-03-01", 1), "2026-02-28");
     EXPECT_EQ(dayBefore("2026-01-01", 364), "2025-01-02");
