@@ -53,8 +53,8 @@ EXPORTED __tsan_default_suppressions()
     return threadSuppressions;
 }
 
-// Not among the options: the library would make the folder before it is ready itself, by the mkdir()
-// that some tests replace.
+// Not among the options: the library would make the folder before it is ready itself, by the
+// mkdir() that some tests replace.
 __attribute__((constructor)) static void setPath()
 {
     ::__sanitizer_set_report_path(QUELLORA_SANITIZER_REPORTS "/thread");
