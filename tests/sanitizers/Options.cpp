@@ -4,6 +4,7 @@
 #include "Suppressions.h"
 
 #include <dlfcn.h>
+#include <sanitizer/common_interface_defs.h>
 
 #define EXPORTED extern "C" __attribute__((visibility("default"))) const char *
 
@@ -42,7 +43,7 @@ __attribute__((constructor)) static void setPathOfUndefined()
 
 EXPORTED __tsan_default_options()
 {
-    return "log_path=" QUELLORA_SANITIZER_REPORTS "/thread:log_exe_name=1"
+    return "log_exe_name=1"
            // Memory of libraries that are not instrumented is not watched; what they hand over is.
            ":ignore_noninstrumented_modules=1:second_deadlock_stack=1:history_size=4";
 }
@@ -50,6 +51,13 @@ EXPORTED __tsan_default_options()
 EXPORTED __tsan_default_suppressions()
 {
     return threadSuppressions;
+}
+
+// Not among the options: the library would make the folder before it is ready itself, by the
+// mkdir() that some tests replace.
+__attribute__((constructor)) static void setPath()
+{
+    ::__sanitizer_set_report_path(QUELLORA_SANITIZER_REPORTS "/thread");
 }
 
 #endif
