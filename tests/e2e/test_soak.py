@@ -144,10 +144,22 @@ model = "seeing-1"
         self.quellora.wait_login_window()
 
     def sign_in(self):
-        app, mark = self.quellora, self.quellora.mark()
+        app = self.quellora
+        ended = re.compile("|".join(map(re.escape, (RUNNING, "[AuthService] Login failed"))))
+        mark = app.mark()
         app.fill_login(*self.account)
         self.desktop.press("return")
-        app.wait_for_line(RUNNING, since=mark)
+        while app.lines[mark := app.wait_for_line(ended, since=mark)] != RUNNING:
+            # A busy machine may have lost a key.
+            self.done["sign-ins typed again"] += 1
+            app.access.wait_for("Password", focused=True)
+            app.access.click("Email")
+            for text in self.account:
+                self.desktop.press("ctrl+a")
+                self.desktop.type_text(text + "\t")
+            app.access.click("Password")
+            self.desktop.press("return")
+            mark += 1
         app.wait_overlay_shown()
         self.tray.wait_item()
 
