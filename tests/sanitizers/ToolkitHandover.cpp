@@ -12,7 +12,9 @@
 #include <QThreadPool>
 
 #include <dlfcn.h>
+#include <sched.h>
 
+#include <cstdarg>
 #include <functional>
 #include <utility>
 
@@ -49,6 +51,23 @@ const bool isWatchingEvents =
     QInternal::registerCallback(QInternal::EventNotifyCallback, takeEvent);
 
 } // namespace
+
+extern "C" int __clone(int (*)(void *), void *, int, void *, ...) noexcept;
+
+// Qt starts programs by a clone() that shares the memory until the new program runs. The
+// sanitizer's own clone() takes this for a fork(): it watches the program no longer, and ends it at
+// its next thread.
+extern "C" __attribute__((visibility("default"))) int clone(int (*function)(void *), void *stack,
+                                                            int flags, void *argument, ...) noexcept
+{
+    va_list rest;
+    va_start(rest, argument);
+    void *const parentId = va_arg(rest, void *);
+    void *const storage = va_arg(rest, void *);
+    void *const childId = va_arg(rest, void *);
+    va_end(rest);
+    return __clone(function, stack, flags, argument, parentId, storage, childId);
+}
 
 void QThreadPool::start(std::function<void()> work, int priority)
 {
