@@ -33,13 +33,17 @@ void SilenceWatch::heard(quint64 number)
 {
     m_hasAnswered = true;
     m_unanswered = 0;
-    if (number >= m_awaited)
-        m_awaited = 0;
+    if (number < m_awaited)
+        return;
+    m_awaited = 0;
+    if (!m_isLoading)
+        m_isReplaced = false;
 }
 
 void SilenceWatch::forget()
 {
     m_hasAnswered = false;
+    m_isReplaced = true;
     m_isLoading = false;
     m_awaited = 0;
     m_seconds.stop();
@@ -51,7 +55,7 @@ void SilenceWatch::tick()
         m_seconds.stop();
         return;
     }
-    if (m_unanswered >= (m_hasAnswered ? patience : startPatience)) {
+    if (m_unanswered >= (m_hasAnswered && !m_isReplaced ? patience : startPatience)) {
         m_seconds.stop();
         m_page.isSilent();
         return;

@@ -15,7 +15,8 @@ class SilenceWatch
 {
 public:
     /// Unanswered questions after which a page is silent, and after which a process is that has not
-    /// answered at all: it may take long to start.
+    /// answered at all, or that loads the page of one that has ended: it may take long to start,
+    /// and long texts take long even as text.
     static constexpr int patience = 5;
     static constexpr int startPatience = 30;
 
@@ -51,6 +52,8 @@ private:
     int m_unanswered = 0;
     bool m_isLoading = false;
     bool m_hasAnswered = false;
+    /// The process has not yet loaded the page of the one before it.
+    bool m_isReplaced = false;
 };
 
 } // namespace quellora

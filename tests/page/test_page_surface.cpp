@@ -39,6 +39,7 @@ private Q_SLOTS:
     void pageThatAnswersIsLeftAlone();
     void onlyPagesAtWorkOrInSightAreAsked();
     void processMayTakeLongToStart();
+    void longTextMayTakeLongAfterARestart();
 };
 
 void TestPageSurface::silentPageIsShownAsText()
@@ -137,6 +138,32 @@ void TestPageSurface::processMayTakeLongToStart()
         surface.passSecond();
     QCOMPARE(ended.size(), 0);
     surface.passSecond();
+    QCOMPARE(ended.size(), 1);
+}
+
+void TestPageSurface::longTextMayTakeLongAfterARestart()
+{
+    LogCapture log;
+    FakePageSurface surface;
+    surface.load({"page"}, QStringLiteral("load"));
+    QCoreApplication::processEvents();
+    surface.crash();
+    QCoreApplication::processEvents();
+    QSignalSpy ended(&surface, &PageSurface::renderProcessTerminated);
+    surface.passSecond();
+    surface.answer();
+    for (int second = 0; second < SilenceWatch::startPatience; ++second)
+        surface.passSecond();
+    QCOMPARE(ended.size(), 0);
+    surface.answer();
+    surface.finishLoad();
+    surface.passSecond();
+    surface.answer();
+    surface.evaluate(QStringLiteral("stuck"));
+    for (int second = 0; second <= SilenceWatch::patience; ++second) {
+        QCOMPARE(ended.size(), 0);
+        surface.passSecond();
+    }
     QCOMPARE(ended.size(), 1);
 }
 
