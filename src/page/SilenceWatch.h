@@ -6,18 +6,18 @@
 
 namespace quellora {
 
-/// Notices that a page no longer runs scripts: asks it for a sign of life once a second, and tells
-/// when none has come for five. Main thread only.
+/// Notices that a page no longer runs scripts: asks it once a second, and tells when it has not
+/// answered for five. Main thread only.
 ///
 /// Seconds are counted by questions, so time in which this thread is busy or the machine sleeps is
 /// no silence of the page.
 class SilenceWatch
 {
 public:
-    /// Unanswered questions after which a page is silent, and after which a process is that has not
-    /// answered at all, or that loads the page of one that has ended: it may take long to start,
-    /// and long texts take long even as text.
+    /// Unanswered questions after which a page counts as silent.
     static constexpr int patience = 5;
+    /// The same for a process that has not answered yet, because it may take long to start, and for
+    /// one that replaces another, until it has loaded the page: long texts take long even as text.
     static constexpr int startPatience = 30;
 
     struct Page

@@ -1,5 +1,5 @@
-"""Hours of work in a minute: captures and answers, threads, sign-ins, screens, ended page processes
-and backends. Nothing may grow. scripts/soak runs it at full length."""
+"""Many captures and answers, threads, sign-ins, display changes, killed page processes and backend
+restarts, after which nothing may have grown. scripts/soak runs it at full length."""
 
 import collections
 import json
