@@ -1,5 +1,6 @@
 """Configuring finds nothing that only the tests' packages bring, so that ./run can do it alone."""
 
+import collections
 import pathlib
 import re
 import shutil
@@ -19,17 +20,20 @@ def listed(text):
 
 
 def found_paths(cache):
-    """Files of the system that the cache of a configured build names."""
-    paths = re.findall(r"^[^#/\n][^=\n]*=(/usr/[^;\n]+)$", cache, re.MULTILINE)
-    return {path for path in paths if pathlib.Path(path).is_file()}
+    """What the cache of a configured build names of the system's files and folders."""
+    return set(re.findall(r"^[^#/\n][^=\n]*=(/usr/[^;\n]+)$", cache, re.MULTILINE))
 
 
 def owners(paths):
-    """The packages that installed the files."""
+    """The packages that installed each of the files and folders."""
     done = subprocess.run(["dpkg-query", "-S", *sorted(paths)], capture_output=True, text=True,
                           check=False)
-    return {name.split(":")[0] for line in done.stdout.splitlines() if not line.startswith("diversion")
-            for name in line.rsplit(": ", 1)[0].split(", ")}
+    found = collections.defaultdict(set)
+    for line in done.stdout.splitlines():
+        names, _, path = line.rpartition(": ")
+        if not line.startswith("diversion "):
+            found[path] |= {name.split(":")[0] for name in names.split(", ")}
+    return found
 
 
 def with_dependencies(packages):
@@ -48,20 +52,25 @@ class ConfigurePackagesTest(unittest.TestCase):
         self.first = with_dependencies(listed((folder / "packages.txt").read_text()) |
                                        {"cmake", "g++", "nodejs", "npm"})
         self.tests_only = with_dependencies(
-            listed((folder / "packages-test.txt").read_text())) - self.first
+            listed((folder / "packages-test.txt").read_text())) - self.first - OPTIONAL
+
+    def of_tests_only(self, cache):
+        """Paths in the cache that only packages of the tests brought."""
+        found = owners(found_paths(cache))
+        return {path for path, names in found.items()
+                if not names & self.first and names & self.tests_only}
 
     def test_nothing_of_the_tests_packages_is_needed(self):
-        paths = found_paths((BUILD / "CMakeCache.txt").read_text())
-        needed = owners(paths)
-        self.assertIn("qt6-base-dev", needed)
-        self.assertEqual(needed & self.tests_only - OPTIONAL, set())
+        cache = (BUILD / "CMakeCache.txt").read_text()
+        self.assertIn("qt6-base-dev", set().union(*owners(found_paths(cache)).values()))
+        self.assertEqual(self.of_tests_only(cache), set())
 
-    def test_a_tool_of_the_tests_packages_is_seen(self):
+    def test_what_the_tests_packages_bring_is_seen(self):
         sway = shutil.which("sway")
         self.assertIsNotNone(sway)
-        paths = found_paths(f"# comment\n//text\nTOOL:FILEPATH={sway}\nOTHER:PATH=/usr\n")
-        self.assertEqual(paths, {sway})
-        self.assertEqual(owners(paths) & self.tests_only, {"sway"})
+        self.assertEqual(
+            self.of_tests_only(f"# comment\n//text\nTOOL:FILEPATH={sway}\nOTHER:PATH=/usr/bin\n"),
+            {sway})
 
 
 if __name__ == "__main__":
