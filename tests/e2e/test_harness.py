@@ -1,6 +1,7 @@
 """The harness itself: what the other tests rely on."""
 
 import os
+import re
 import select
 import socket
 import subprocess
@@ -102,6 +103,12 @@ class DesktopTest(E2ECase):
         self.desktop.click(30, 40)
         press = window.wait_for("press", 1)
         self.assertEqual((press.x, press.y), (30, 40))
+
+    def test_held_keys_do_not_repeat(self):
+        settings = subprocess.run(["xset", "q"], capture_output=True, text=True, check=True,
+                                  env=self.desktop.environment).stdout
+        delay = re.search(r"auto repeat delay: +(\d+)", settings)[1]
+        self.assertGreaterEqual(int(delay), 60_000)
 
     def test_focus_changes_are_recorded_but_grabs_are_not(self):
         first = self.other_window(title="First")

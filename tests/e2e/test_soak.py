@@ -186,13 +186,16 @@ model = "seeing-1"
         app.access.press("Menu")
         app.access.press("History")
         app.access.wait_for("Search threads", focused=True)
+        # Keys have nowhere to go while the list is read.
+        app.access.wait_for(re.compile(r"^What is this\?"), "list item")
+
         def is_loaded():
             for key in ("down", "down", "return"):
                 self.desktop.press(key)
             try:
                 app.wait_for_line(LOADED, since=mark, timeout=5)
             except AssertionError:
-                # A page that finishes loading at this moment may take them.
+                # A busy machine may have lost a key.
                 self.done["keys pressed again"] += 1
                 return False
             return True

@@ -48,8 +48,10 @@ def start(arguments, **options):
 
 def start_x_server(log):
     reading, writing = os.pipe()
+    # A key that a busy machine holds for long must not repeat.
     server = start(["Xvfb", "-displayfd", str(writing), "-screen", "0", "1280x960x24",
-                    "-nolisten", "tcp", "-noreset"], pass_fds=[writing], stdout=log, stderr=log)
+                    "-nolisten", "tcp", "-noreset", "-ardelay", "60000"], pass_fds=[writing],
+                   stdout=log, stderr=log)
     os.close(writing)
     with os.fdopen(reading) as pipe:
         if not select.select([pipe], [], [], START_TIMEOUT)[0]:

@@ -61,9 +61,11 @@ class Desktop(Session):
 
     def _start_x_server(self):
         reader, writer = os.pipe()
+        # On a busy machine a key may stay down for long between its press and its release, and must
+        # not repeat.
         self._start("Xvfb", "-displayfd", str(writer), "-screen", "0",
                     f"{self.width}x{self.height}x24", "-nolisten", "tcp", "-noreset",
-                    "-dpi", "96", pass_fds=[writer])
+                    "-dpi", "96", "-ardelay", "60000", pass_fds=[writer])
         os.close(writer)
         try:
             return ":" + self._read_line(reader, "the X server")
