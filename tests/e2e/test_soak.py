@@ -187,7 +187,7 @@ model = "seeing-1"
         app.access.press("History")
         app.access.wait_for("Search threads", focused=True)
         # Keys have nowhere to go while the list is read.
-        app.access.wait_for(re.compile(r"^What is this\?"), "list item")
+        app.access.wait_for(re.compile(", "), "list item")
 
         def is_loaded():
             for key in ("down", "down", "return"):
