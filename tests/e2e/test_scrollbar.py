@@ -6,6 +6,7 @@ import unittest
 from harness import HostileServer, SignedInCase, chunk_event, done_event, wait_until
 from harness.messages import STREAM_COMPLETE
 from harness.server import QUERY
+from harness.waiting import ALLOWANCE
 
 LINES = "\n\n".join(f"line {number}" for number in range(120))
 BAR = "Response scroll position"
@@ -166,7 +167,7 @@ class ScrollbarTest(SignedInCase):
             self.desktop.move_pointer(column, grip - 20)
             try:
                 wait_until(lambda: abs(self.thumb()[0] - (top - 20)) <= 1, what="the thumb to follow",
-                           timeout=5)
+                           timeout=5 * ALLOWANCE)
                 return top, grip
             except AssertionError:
                 self.desktop.release()

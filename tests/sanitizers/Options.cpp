@@ -17,6 +17,8 @@ EXPORTED __asan_default_options()
     return "log_path=" QUELLORA_SANITIZER_REPORTS "/address:log_exe_name=1"
            ":detect_stack_use_after_return=1:check_initialization_order=1"
            ":strict_init_order=1"
+           // Freed memory that is held back counts for the tests' limits of memory.
+           ":quarantine_size_mb=128"
            // The page engine deletes objects by another size than theirs. In our code the compiler
            // warns of it: -Wnon-virtual-dtor, -Wdelete-non-virtual-dtor.
            ":new_delete_type_mismatch=0";

@@ -3,7 +3,7 @@
 import os
 import time
 
-#: How much more time the programs may take, for instance because they are instrumented.
+#: How much more time and memory the programs may take, for instance because they are instrumented.
 ALLOWANCE = float(os.environ.get("QUELLORA_TEST_ALLOWANCE", 1))
 
 #: Default timeout in seconds. Generous, because it costs time only when a test fails.
