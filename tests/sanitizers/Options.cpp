@@ -13,8 +13,17 @@
 EXPORTED __asan_default_options()
 {
     return "log_path=" QUELLORA_SANITIZER_REPORTS "/address:log_exe_name=1"
-           ":detect_stack_use_after_return=1:strict_string_checks=1:check_initialization_order=1"
-           ":strict_init_order=1";
+           ":detect_stack_use_after_return=1:check_initialization_order=1"
+           ":strict_init_order=1"
+           // The page engine deletes objects by another size than theirs. In our code the compiler
+           // warns of it: -Wnon-virtual-dtor, -Wdelete-non-virtual-dtor.
+           ":new_delete_type_mismatch=0";
+}
+
+EXPORTED __lsan_default_options()
+{
+    // A list of what was left out would pass for a report.
+    return "print_suppressions=0";
 }
 
 EXPORTED __lsan_default_suppressions()

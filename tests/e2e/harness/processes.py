@@ -6,6 +6,8 @@ import signal
 import subprocess
 import time
 
+from .waiting import ALLOWANCE
+
 _libc = ctypes.CDLL(None, use_errno=True)
 _PR_SET_PDEATHSIG = 1
 _PR_SET_CHILD_SUBREAPER = 36
@@ -78,7 +80,7 @@ def stop(process, timeout=5.0):
     if process.poll() is None:
         process.terminate()
         try:
-            process.wait(timeout)
+            process.wait(timeout * ALLOWANCE)
         except subprocess.TimeoutExpired:
             process.kill()
             process.wait()

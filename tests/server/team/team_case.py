@@ -25,7 +25,9 @@ from stores import Cluster
 
 PROGRAM = os.environ.get("QUELLORA_BACKEND_PROGRAM") or str(
     pathlib.Path(os.environ["QUELLORA_BIN_DIR"]) / "quellora-backend")
-PATIENCE = 30
+#: How much more time and memory the program may take, for instance because it is instrumented.
+ALLOWANCE = float(os.environ.get("QUELLORA_TEST_ALLOWANCE", 1))
+PATIENCE = 30 * ALLOWANCE
 CALLBACK = "http://127.0.0.1:9877/oauth-callback"
 
 

@@ -13,7 +13,7 @@ import unittest
 DEMO = pathlib.Path(__file__).resolve().parents[3] / "scripts" / "team-demo"
 PROGRAM = os.environ.get("QUELLORA_BACKEND_PROGRAM") or str(
     pathlib.Path(os.environ["QUELLORA_BIN_DIR"]) / "quellora-backend")
-PATIENCE = 60
+PATIENCE = 60 * float(os.environ.get("QUELLORA_TEST_ALLOWANCE", 1))
 
 
 def processes():
