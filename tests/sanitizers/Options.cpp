@@ -6,6 +6,8 @@
 #include <dlfcn.h>
 #include <sanitizer/common_interface_defs.h>
 
+#include <cstdint>
+
 #define EXPORTED extern "C" __attribute__((visibility("default"))) const char *
 
 #ifdef __SANITIZE_ADDRESS__
@@ -34,6 +36,17 @@ EXPORTED __lsan_default_suppressions()
 EXPORTED __ubsan_default_options()
 {
     return "log_exe_name=1:print_stacktrace=1";
+}
+
+// Items of the page engine have no information on their type, which would pass for a fault.
+extern "C" __attribute__((visibility("default"))) void
+__ubsan_handle_dynamic_type_cache_miss_abort(void *data, void *object, std::uintptr_t hash)
+{
+    using Handler = void(void *, void *, std::uintptr_t);
+    static auto *const original = reinterpret_cast<Handler *>(::dlsym(RTLD_NEXT, __func__));
+    // It stands before the functions of the table that the object begins with.
+    if (object && (*static_cast<void ***>(object))[-1])
+        original(data, object, hash);
 }
 
 // Beside the address sanitizer, the library of this one does not look for a path itself, and its

@@ -29,6 +29,28 @@ void overflow()
     most = most + 1;
 }
 
+class Animal
+{
+public:
+    virtual ~Animal() = default;
+    virtual int legs() const { return 4; }
+};
+
+class Plant
+{
+public:
+    virtual ~Plant() = default;
+    virtual int leaves() const { return 2; }
+};
+
+void takeForAnother()
+{
+    Plant plant;
+    static volatile int value = 0;
+    void *const place = &plant;
+    value = static_cast<Animal *>(place)->legs();
+}
+
 void race()
 {
     int value = 0;
@@ -48,6 +70,8 @@ int main(int argc, char **argv)
         leak();
     else if (kind == "undefined")
         overflow();
+    else if (kind == "type")
+        takeForAnother();
     else if (kind == "race")
         race();
     else
