@@ -24,7 +24,8 @@ struct Fixture
     QStringList stored()
     {
         QStringList names;
-        for (const PromptPreset &preset : PromptPresets(defaults).list())
+        const PromptPresets read(defaults);
+        for (const PromptPreset &preset : read.list())
             names << preset.name;
         return names;
     }
