@@ -49,8 +49,11 @@ class Sample:
     def __init__(self, desktop, app, backend):
         engine = [pid for pid, name in processes.descendants(app.process.pid).items()
                   if name == "QtWebEngineProc"]
-        self.memory = {"program": self._memory([app.process.pid]), "page engine": self._memory(engine),
-                       "backend": self._memory([backend.pid])}
+        self.memory, self.resident = {}, {}
+        for name, pids in (("program", [app.process.pid]), ("page engine", engine),
+                           ("backend", [backend.pid])):
+            self.memory[name] = self._memory(pids, "Pss_Anon", "Pss_Shmem")
+            self.resident[name] = self._memory(pids, "Pss")
         self.counts = {
             "descriptors": self._descriptors(app.process.pid),
             "threads": self._threads(app.process.pid),
@@ -63,15 +66,16 @@ class Sample:
         }
 
     @staticmethod
-    def _memory(pids):
-        """Proportional set size in KiB."""
+    def _memory(pids, *kinds):
+        """Proportional set size in KiB. Without "Pss_File": what is mapped of files comes and goes as
+        the system needs its memory."""
         total = 0
         for pid in pids:
             try:
                 text = pathlib.Path(f"/proc/{pid}/smaps_rollup").read_text(encoding="ascii")
             except (FileNotFoundError, ProcessLookupError):
                 continue
-            total += int(re.search(r"^Pss:\s+(\d+)", text, re.M)[1])
+            total += sum(int(re.search(rf"^{kind}:\s+(\d+)", text, re.M)[1]) for kind in kinds)
         return total
 
     @staticmethod
@@ -254,6 +258,16 @@ model = "seeing-1"
                 self.done["backend restarts"] += 1
         return samples
 
+    @staticmethod
+    def growth(early, samples, kind):
+        """By name: KiB before, KiB at the end, and percent."""
+        found = {}
+        for name in getattr(early[0], kind):
+            before, after = (statistics.median(getattr(sample, kind)[name] for sample in some)
+                             for some in (early, samples[-3:]))
+            found[name] = (before, after, 100 * (after - before) / before)
+        return found
+
     def test_nothing_grows(self):
         self.sign_in()
         begin = time.monotonic()
@@ -269,18 +283,15 @@ model = "seeing-1"
         except AssertionError:
             self.assertEqual(late(), {}, "there is more than after a fifth of the work")
 
-        memory = {}
-        for name in early[0].memory:
-            before, after = (statistics.median(sample.memory[name] for sample in some)
-                             for some in (early, samples[-3:]))
-            memory[name] = (before, after, 100 * (after - before) / before)
+        memory, resident = self.growth(early, samples, "memory"), self.growth(early, samples, "resident")
         wait_until(lambda: len(self.quellora.turns()) == self.asked, what="all answers on disk")
         self.assertEqual(self.backend.stop(), 0, self.backend.lines[-20:])
         self.tray.choose("Quit")
         self.assertEqual(self.quellora.wait_exit(), 0, self.quellora.describe("ended"))
         if FIGURES:
             pathlib.Path(FIGURES).write_text(json.dumps({
-                "done": self.done, "seconds": seconds, "memory": memory,
+                "done": self.done, "seconds": seconds, "memory": memory, "resident": resident,
+                "samples": [sample.memory for sample in samples],
                 "counts": {kind: names.total() for kind, names in early[0].counts.items()}}))
         if JUDGES_MEMORY:
             for name, (before, after, growth) in memory.items():
