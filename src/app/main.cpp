@@ -106,7 +106,7 @@ int main(int argc, char **argv)
 
     Platform::prepareOutput();
     // Unbuffered, so that log lines reach the console or file immediately.
-    std::setvbuf(stdout, nullptr, _IONBF, 0);
+    static_cast<void>(std::setvbuf(stdout, nullptr, _IONBF, 0));
     Log::event(QStringLiteral("[main] Process started, launching NSApplication"));
     AppConfig::backendBaseURL();
 

@@ -30,7 +30,7 @@ void Log::event(const QString &message)
     QByteArray line = formatLine(QDateTime::currentDateTime(), message).toUtf8();
     line.append('\n');
     // One call per line: stdio locks the stream for its duration, so lines never interleave.
-    std::fwrite(line.constData(), 1, static_cast<size_t>(line.size()), stdout);
+    static_cast<void>(std::fwrite(line.constData(), 1, static_cast<size_t>(line.size()), stdout));
 }
 
 void Log::silence()

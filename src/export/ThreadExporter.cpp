@@ -53,9 +53,9 @@ void finish(QPromise<T> &promise, T result)
 
 } // namespace
 
-ThreadExporter::ThreadExporter(std::shared_ptr<ThreadFiles> files, QPageLayout layout,
+ThreadExporter::ThreadExporter(std::shared_ptr<ThreadFiles> files, const QPageLayout &layout,
                                QObject *parent)
-    : QObject(parent), m_files(std::move(files)), m_layout(std::move(layout))
+    : QObject(parent), m_files(std::move(files)), m_layout(layout)
 {
     m_worker.setMaxThreadCount(1);
 }

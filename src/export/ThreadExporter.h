@@ -36,7 +36,7 @@ public:
     /// @param layout the paper of PDF files
     explicit ThreadExporter(
         std::shared_ptr<ThreadFiles> files = std::make_shared<DiskThreadFiles>(),
-        QPageLayout layout = exportformat::pageLayout(exportformat::paperLocale()),
+        const QPageLayout &layout = exportformat::pageLayout(exportformat::paperLocale()),
         QObject *parent = nullptr);
     /// Waits for a file that is being written.
     ~ThreadExporter() override;

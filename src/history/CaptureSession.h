@@ -158,7 +158,7 @@ struct CaptureSession
     void restoreScreenshot(const Screenshot &screenshot);
     /// Removes the screenshot with number @p index; returns false if there is none.
     bool removeScreenshot(qint64 index);
-    void addTurn(const QString &prompt, const QString &response, const QDateTime &createdAt,
+    void addTurn(const QString &prompt, const QString &response, const QDateTime &turnTime,
                  const QDateTime &now = QDateTime::currentDateTime(),
                  const std::optional<TurnScreenshot> &screenshot = std::nullopt);
     /// Adds the newest version of a turn. It is kept on disk if further entries are, whatever

@@ -103,7 +103,7 @@ void TextFolding::fold(std::string_view utf8, QByteArray &folded)
     char last = '\0';
     for (size_t at = 0; at < utf8.size();) {
         const char c = utf8[at];
-        if (const char plain = isAscii(c) ? m_ascii[static_cast<size_t>(c)] : '\0') {
+        if (const char plain = isAscii(c) ? m_ascii[static_cast<unsigned char>(c)] : '\0') {
             // Overwritten by the next one if it is the second of two spaces.
             out[size] = plain;
             size += plain == ' ' && last == ' ' ? 0 : 1;

@@ -8,6 +8,7 @@
 #include <simdjson.h>
 
 #include <algorithm>
+#include <exception>
 #include <tuple>
 #include <utility>
 
@@ -20,7 +21,7 @@ using simdjson::simdjson_result;
 
 /// Thrown when the description is not exactly in the form that the program writes; the strict
 /// reader is used then.
-struct UnexpectedForm
+struct UnexpectedForm : std::exception
 {};
 
 template <typename T>

@@ -119,21 +119,21 @@ private:
 
     void installHandler();
     void registerAll(const HotkeyCombos &combos);
-    bool registerAction(const HotkeyId &id, const QString &combo);
-    void unregisterAction(const HotkeyId &id);
+    bool registerAction(const HotkeyId &action, const QString &combo);
+    void unregisterAction(const HotkeyId &action);
     void unregisterAll();
     /// Registers the actions that were refused because of an action's combo, which is free now.
     void registerRefusedBy(const HotkeyId &holder);
     void reportStandingProblems();
     /// The action that has registered this combination.
     std::optional<HotkeyId> holderOf(QKeyCombination combo) const;
-    void setRefusal(const HotkeyId &id, const std::optional<Refusal> &refusal);
-    QString problemLine(const HotkeyId &id, const Refusal &refusal) const;
+    void setRefusal(const HotkeyId &action, const std::optional<Refusal> &refusal);
+    QString problemLine(const HotkeyId &action, const Refusal &refusal) const;
     /// Name in log lines and problem lines.
     QString logName(const HotkeyId &id) const;
     QString promptName(const HotkeyId &id) const;
     void handlePress(GlobalHotkeys::Registration registration);
-    void fire(const HotkeyId &id);
+    void fire(const HotkeyId &action);
     /// Unless the desktop knows the actions already.
     void offer();
     bool isDesktopDelivering() const;

@@ -71,7 +71,7 @@ public:
     void setAnswererName(const QString &name);
 
     /// Starts recording; cancels a recording under way.
-    void beginCapturingHotkey(const HotkeyId &id);
+    void beginCapturingHotkey(const HotkeyId &action);
     /// Ends recording without a change and registers every hot key again; without effect when idle.
     void cancelHotkeyCapture();
     /// Applies the combo that awaits confirmation.
@@ -79,9 +79,9 @@ public:
     /// Drops the combo that awaits confirmation; recording continues.
     void cancelPendingSystemConflict();
     /// Leaves one action without a combo.
-    void unsetHotkey(const HotkeyId &id);
+    void unsetHotkey(const HotkeyId &action);
     /// Restores the config file's combo of one action.
-    void resetHotkey(const HotkeyId &id);
+    void resetHotkey(const HotkeyId &action);
     /// Restores the config file's combos of all actions.
     void resetAllHotkeys();
 
@@ -93,9 +93,9 @@ Q_SIGNALS:
 
 private:
     void handleCaptureKeyDown(const KeyDown &key);
-    void setHotkey(const HotkeyId &id, const QString &combo);
+    void setHotkey(const HotkeyId &action, const QString &combo);
     /// Registers the combo; on failure keeps @p failure as the row's message.
-    bool bind(const HotkeyId &id, const QString &combo, const QString &failure);
+    bool bind(const HotkeyId &action, const QString &combo, const QString &failure);
     void setHotkeysConfig(const HotkeyCombos &combos);
     /// The other action with this combo, compared by meaning rather than by text.
     std::optional<HotkeyId> ownerOf(const QString &combo, const HotkeyId &except) const;

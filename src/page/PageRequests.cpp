@@ -22,8 +22,8 @@ constexpr QByteArrayView assetHost = "page";
 struct Stand
 {
     QByteArrayView address;
-    const char *asset;
-    const char *mimeType;
+    const char *asset = nullptr;
+    const char *mimeType = nullptr;
 };
 
 constexpr std::array stands{

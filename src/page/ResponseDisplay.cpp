@@ -103,7 +103,7 @@ std::optional<QUuid> wellFormedId(const QVariant &value)
 
 QByteArray randomKey()
 {
-    std::array<quint32, 4> words;
+    std::array<quint32, 4> words = {};
     QRandomGenerator::system()->fillRange(words.data(), words.size());
     return QByteArray(reinterpret_cast<const char *>(words.data()), sizeof words).toHex();
 }

@@ -16,8 +16,8 @@ void keepMemoryOutOfCoreDumps()
     }
     // Linux gives dumps to a collecting program in spite of the limit. Without memory then.
     if (std::FILE *filter = std::fopen("/proc/self/coredump_filter", "we")) {
-        std::fputs("0", filter);
-        std::fclose(filter);
+        static_cast<void>(std::fputs("0", filter));
+        static_cast<void>(std::fclose(filter));
     }
 }
 

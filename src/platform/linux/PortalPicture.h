@@ -5,7 +5,7 @@
 
 #include <tl/expected.hpp>
 
-#include <time.h>
+#include <ctime>
 
 namespace quellora {
 

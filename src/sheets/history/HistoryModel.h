@@ -126,7 +126,7 @@ private:
     void readTitles();
     void rebuild();
     void searchTexts();
-    void hitsChanged(const QSet<QUuid> &threads);
+    void hitsChanged(const QSet<QUuid> &changed);
     /// Adds the rows that are missing, only some at a time until there are enough to fill a view.
     void addMissingRows();
     bool isVisibleAt(int row, qsizetype position) const;
