@@ -39,6 +39,7 @@ DEBOUNCE = 0.31
 
 EXPIRED = "[AppDelegate] sessionExpired received — tearing down overlay, showing login window"
 LOADED = re.compile(r"^\[OverlayWindowController\] Session \S+ loaded from History ")
+ENDED = re.compile("The page's process ended")
 MODES = ((1280, 720), (1366, 768))
 PANEL_HEIGHT = 744
 
@@ -216,11 +217,19 @@ model = "seeing-1"
 
     def kill_page_process(self):
         app, mark = self.quellora, self.quellora.mark()
-        for pid, name in processes.descendants(app.process.pid).items():
-            command = pathlib.Path(f"/proc/{pid}/cmdline").read_bytes()
-            if name == "QtWebEngineProc" and b"--type=renderer" in command:
-                os.kill(pid, signal.SIGKILL)
-        app.wait_for_line(re.compile("The page's process ended"), since=mark)
+
+        def is_noticed():
+            # While one process takes over from another, only the old one may bear the name yet.
+            for pid, name in processes.descendants(app.process.pid).items():
+                command = pathlib.Path(f"/proc/{pid}/cmdline").read_bytes()
+                if name == "QtWebEngineProc" and b"--type=renderer" in command:
+                    os.kill(pid, signal.SIGKILL)
+            try:
+                return app.wait_for_line(ENDED, since=mark, timeout=5) is not None
+            except AssertionError:
+                self.done["page processes killed again"] += 1
+                return False
+        wait_until(is_noticed, what="the program to notice that its page ended")
         app.access.wait_for_page_text("It is red.")
 
     def restart_backend(self):
