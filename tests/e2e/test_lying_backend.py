@@ -57,7 +57,7 @@ class Memory:
 
 
 class LyingCase(SignedInCase):
-    def lie(self, name, handler, page, growth=80):
+    def lie(self, name, handler, page, growth=48):
         """Asks, reads the error, and asks again."""
         app = self.shared_app
         memory = Memory(app)
