@@ -169,7 +169,9 @@ const QString oracle = QStringLiteral(R"(
         return window.pwned === undefined ? '' : 'a script ran';
     };
     /// What is wrong with this answer, streamed in pieces; empty if nothing.
-    window.tried = (text, seed) => differences(text, 12, seed) || violation(slot) || violation(whole);
+    window.tried = function* (text, seed) {
+        return (yield* differences(text, 12, seed)) || violation(slot) || violation(whole);
+    };
 )");
 
 } // namespace
@@ -194,7 +196,8 @@ private Q_SLOTS:
 private:
     QString problemOf(const QString &text, quint32 seed)
     {
-        return m_engine.text(
+        return comparisonResult(
+            m_engine,
             QStringLiteral("tried(\"%1\", %2)").arg(responsepage::escapedForJson(text)).arg(seed));
     }
     QString madeUp(QRandomGenerator &random) const;
