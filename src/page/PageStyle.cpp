@@ -56,7 +56,8 @@ const QByteArrayView blocks =
     "#ct ::-webkit-scrollbar{width:8px;height:8px}\n"
     "#ct ::-webkit-scrollbar-thumb{background:var(--border-strong);border-radius:4px}\n"
     "sup,sub{font-size:0.75em;line-height:0}\n"
-    ".as-text{white-space:pre-wrap;overflow-wrap:anywhere}\n";
+    ".as-text{white-space:pre-wrap;overflow-wrap:anywhere}\n"
+    ".as-text>div{content-visibility:auto;contain-intrinsic-size:auto 1000px}\n";
 
 const QByteArrayView thread =
     ".entry{padding:10px 0}\n"

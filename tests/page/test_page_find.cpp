@@ -23,6 +23,7 @@ private Q_SLOTS:
     void searchesOnlyTheThreadsTexts();
     void stepsGoAround();
     void currentOccurrenceIsScrolledTo();
+    void veryLongTextIsSearched();
     void clampedTextIsExpanded();
     void wideCodeIsScrolled();
     void marksAreShownAndRemoved();
@@ -210,6 +211,36 @@ void TestPageFind::currentOccurrenceIsScrolledTo()
     QCOMPARE(position(), second);
     QCOMPARE(next(), QStringLiteral("1/2"));
     QVERIFY(position() < 50);
+}
+
+/// As long as an answer may be. The engine has not laid out what is far away.
+void TestPageFind::veryLongTextIsSearched()
+{
+    const QString line = QStringLiteral("- a *line* of a very long answer, and `more`\n");
+    const qsizetype half = (4 << 20) / line.size();
+    QSignalSpy ended(&m_engine->view, &PageSurface::renderProcessTerminated);
+    const QString text = line.repeated(half) + QStringLiteral("a *needle*\n") +
+                         line.repeated(half) + QStringLiteral("another needle");
+    QVERIFY(show(text));
+    QCOMPARE(m_engine->value(QStringLiteral("document.getElementById('ct').textContent.length"))
+                 .toLongLong(),
+             text.size());
+    m_engine->value(QStringLiteral("document.body.scrollTop = 0"));
+    QCOMPARE(find(QStringLiteral("*needle")), QStringLiteral("1/1"));
+    const QString isSeen = QStringLiteral(R"((() => {
+        const piece = [...document.querySelectorAll('.as-text > div')]
+            .find(e => e.textContent.includes('*needle*'));
+        const range = new Range();
+        range.setStart(piece.firstChild, piece.firstChild.data.indexOf('needle'));
+        range.setEnd(piece.firstChild, piece.firstChild.data.indexOf('needle') + 6);
+        const { top, bottom } = range.getBoundingClientRect();
+        return top > 0 && bottom < innerHeight; })())");
+    QVERIFY(runUntil([&] { return m_engine->value(isSeen).toBool(); }));
+    QVERIFY(runUntil([this] { return markedPixels() > 100; }));
+    QVERIFY(m_engine->value(isSeen).toBool());
+    QCOMPARE(find(QStringLiteral("needle")), QStringLiteral("1/2"));
+    QCOMPARE(next(), QStringLiteral("2/2"));
+    QCOMPARE(ended.size(), 0);
 }
 
 void TestPageFind::clampedTextIsExpanded()

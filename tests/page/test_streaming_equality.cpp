@@ -64,6 +64,7 @@ private Q_SLOTS:
     void longAnswerIsNestedInGroups();
     void longBlocksAreNestedInGroups();
     void answerThatIsTooDeepIsShownAsText();
+    void answerThatIsTooLongIsShownAsText();
     void chunkAfterTheEndBeginsAnotherAnswer();
 
 private:
@@ -569,6 +570,33 @@ void TestStreamingEquality::answerThatIsTooDeepIsShownAsText()
     QVERIFY(m_engine.text(QStringLiteral("slot.textContent")) == quotes + QStringLiteral("*end*"));
     QCOMPARE(m_engine.value(QStringLiteral("slot.querySelectorAll(':not(div)').length")).toInt(),
              0);
+}
+
+void TestStreamingEquality::answerThatIsTooLongIsShownAsText()
+{
+    const QString state = QStringLiteral("[slot, whole].map(e => e.classList.contains('as-text') + "
+                                         "' ' + e.textContent.length).join()");
+    const QString showWhole = QStringLiteral("answers.show(whole, %1);");
+    constexpr int count = 8192;
+    // 64 characters, of which the page shows 61.
+    const QString paragraph =
+        QStringLiteral("*This* answer has many paragraphs, so it is exactly as long as\n\n");
+    const QString longest = paragraph.repeated(count);
+    QCOMPARE(longest.size(), 512 * 1024);
+    const QString rendered = QStringLiteral("false %1").arg(61 * count);
+    const QString asText = QStringLiteral("true %1").arg(longest.size() + 1);
+    stream(longest, 1 << 17);
+    m_engine.value(showWhole.arg(literal(longest)));
+    QCOMPARE(m_engine.text(state), rendered + QLatin1Char(',') + rendered);
+    m_engine.value(QStringLiteral("answers.append('!')"));
+    m_engine.value(showWhole.arg(literal(longest + QLatin1Char('!'))));
+    QCOMPARE(m_engine.text(state), asText + QLatin1Char(',') + asText);
+    m_engine.value(QStringLiteral("answers.append('?'); answers.finish();"));
+    QVERIFY(m_engine.text(QStringLiteral("slot.textContent")) == longest + QStringLiteral("!?"));
+    // The same element shows the next answer as before.
+    m_engine.value(showWhole.arg(QStringLiteral("'*a*'")) +
+                   QStringLiteral("answers.append('*a*'); answers.finish();"));
+    QCOMPARE(m_engine.text(state), QStringLiteral("false 2,false 2"));
 }
 
 void TestStreamingEquality::chunkAfterTheEndBeginsAnotherAnswer()

@@ -175,6 +175,9 @@ const removeGroups = slot => {
 /// Set by the host when rendering this page has taken too long before.
 const isPlainPage = document.documentElement.hasAttribute('data-plain');
 
+/// Longer answers are shown as text: some take the renderer and the engine five seconds per million characters.
+const longestRendered = 512 * 1024;
+
 /// Length of a piece of plain text: the engine takes quadratic time to break a very long line.
 const textPiece = 4096;
 
@@ -316,6 +319,10 @@ class GrowingAnswer {
             addText(this.slot, added);
             return;
         }
+        if (this.text.length > longestRendered) {
+            this.showAsText();
+            return;
+        }
         try {
             const text = this.withLineFeeds(added);
             this.rest += text;
@@ -331,7 +338,7 @@ class GrowingAnswer {
         highlightCode(this.slot);
     }
 
-    /// Nested too deeply for the renderer: the answer is shown as it was written.
+    /// Too much for the renderer: the answer is shown as it was written.
     showAsText() {
         this.isShownAsText = true;
         showAsText(this.slot, this.text);
@@ -574,7 +581,8 @@ class GrowingAnswer {
 
 /// Shows a whole answer.
 const show = (element, markdown) => {
-    if (isPlainPage) {
+    element.classList.remove('as-text');
+    if (isPlainPage || markdown.length > longestRendered) {
         showAsText(element, markdown);
         return;
     }
