@@ -3,6 +3,7 @@
 #include "base/Log.h"
 #include "page/PageScripts.h"
 
+#include <QAccessible>
 #include <QClipboard>
 #include <QGuiApplication>
 #include <QQmlComponent>
@@ -25,6 +26,21 @@ namespace {
 /// How long the engine may take to request a page before the navigation is repeated.
 constexpr std::chrono::milliseconds navigationPatience{300};
 constexpr std::chrono::milliseconds maxNavigationPatience{4000};
+
+/// Deletes the plain objects below @p parent that stood for nodes of a page's accessibility tree.
+/// The engine (Qt WebEngine 6.4, and 6.9 still) creates one for each node while assistive
+/// technology is connected, and never deletes it.
+void deleteAbandoned(const QObject &parent)
+{
+    const QObjectList children = parent.children();
+    for (QObject *child : children) {
+        if (child->metaObject() != &QObject::staticMetaObject)
+            continue;
+        deleteAbandoned(*child);
+        if (child->children().isEmpty() && !QAccessible::queryAccessibleInterface(child))
+            delete child;
+    }
+}
 
 } // namespace
 
@@ -201,6 +217,8 @@ void ResponseView::navigationEnded(const QUrl &url)
     if (pagerequests::loadIdOf(url) != m_underWay)
         return;
     m_underWay = 0;
+    // Not within the engine's own notification.
+    QMetaObject::invokeMethod(this, &ResponseView::deleteAbandonedNodes, Qt::QueuedConnection);
     if (m_loadReported) {
         m_navigationWatch.stop();
         return;
@@ -213,6 +231,13 @@ void ResponseView::navigationEnded(const QUrl &url)
                 navigate();
         },
         Qt::QueuedConnection);
+}
+
+/// The page that has been replaced took its nodes with it.
+void ResponseView::deleteAbandonedNodes()
+{
+    if (m_item)
+        deleteAbandoned(*m_item);
 }
 
 bool ResponseView::mayNavigate(const QUrl &url)
