@@ -166,6 +166,8 @@ SqliteDatabase::SqliteDatabase(const std::filesystem::path &file)
         // Commits append to a log: one that need not outlive a power failure costs no disk flush.
         execute("PRAGMA journal_mode = WAL");
         execute("PRAGMA synchronous = FULL");
+        // In KiB. The system caches the file as well, so a long history needs no more memory here.
+        execute("PRAGMA cache_size = -512");
         migrate(*this);
     } catch (const DatabaseError &problem) {
         close();
