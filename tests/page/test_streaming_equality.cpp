@@ -577,13 +577,10 @@ void TestStreamingEquality::answerThatIsTooLongIsShownAsText()
     const QString state = QStringLiteral("[slot, whole].map(e => e.classList.contains('as-text') + "
                                          "' ' + e.textContent.length).join()");
     const QString showWhole = QStringLiteral("answers.show(whole, %1);");
-    constexpr int count = 8192;
-    // 64 characters, of which the page shows 61.
-    const QString paragraph =
-        QStringLiteral("*This* answer has many paragraphs, so it is exactly as long as\n\n");
-    const QString longest = paragraph.repeated(count);
-    QCOMPARE(longest.size(), 512 * 1024);
-    const QString rendered = QStringLiteral("false %1").arg(61 * count);
+    const QString longest =
+        QStringLiteral("words and words ").repeated(48 * 1024).chopped(1) + QLatin1Char('.');
+    QCOMPARE(longest.size(), 768 * 1024);
+    const QString rendered = QStringLiteral("false %1").arg(longest.size() + 1);
     const QString asText = QStringLiteral("true %1").arg(longest.size() + 1);
     stream(longest, 1 << 17);
     m_engine.value(showWhole.arg(literal(longest)));

@@ -176,7 +176,7 @@ const removeGroups = slot => {
 const isPlainPage = document.documentElement.hasAttribute('data-plain');
 
 /// Longer answers are shown as text: some take the renderer and the engine five seconds per million characters.
-const longestRendered = 512 * 1024;
+const longestRendered = 768 * 1024;
 
 /// Length of a piece of plain text: the engine takes quadratic time to break a very long line.
 const textPiece = 4096;
