@@ -32,6 +32,7 @@ constexpr std::chrono::milliseconds maxNavigationPatience{4000};
 /// technology is connected, and never deletes it.
 void deleteAbandoned(const QObject &parent)
 {
+    // The original loses those that are deleted. NOLINTNEXTLINE(*-unnecessary-copy-initialization)
     const QObjectList children = parent.children();
     for (QObject *child : children) {
         if (child->metaObject() != &QObject::staticMetaObject)
