@@ -27,12 +27,12 @@ namespace {
 constexpr std::chrono::milliseconds navigationPatience{300};
 constexpr std::chrono::milliseconds maxNavigationPatience{4000};
 
-/// Deletes the plain objects below @p parent that stood for nodes of a page's accessibility tree.
+/// Deletes the plain objects below @p parent whose nodes in a page's accessibility tree are gone.
 /// The engine (Qt WebEngine 6.4, and 6.9 still) creates one for each node while assistive
 /// technology is connected, and never deletes it.
 void deleteAbandoned(const QObject &parent)
 {
-    // The original loses those that are deleted. NOLINTNEXTLINE(*-unnecessary-copy-initialization)
+    // A copy, because deletion changes the list. NOLINTNEXTLINE(*-unnecessary-copy-initialization)
     const QObjectList children = parent.children();
     for (QObject *child : children) {
         if (child->metaObject() != &QObject::staticMetaObject)
@@ -219,7 +219,13 @@ void ResponseView::navigationEnded(const QUrl &url)
         return;
     m_underWay = 0;
     // Not within the engine's own notification.
-    QMetaObject::invokeMethod(this, &ResponseView::deleteAbandonedNodes, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(
+        this,
+        [this] {
+            if (m_item)
+                deleteAbandoned(*m_item);
+        },
+        Qt::QueuedConnection);
     if (m_loadReported) {
         m_navigationWatch.stop();
         return;
@@ -232,13 +238,6 @@ void ResponseView::navigationEnded(const QUrl &url)
                 navigate();
         },
         Qt::QueuedConnection);
-}
-
-/// The page that has been replaced took its nodes with it.
-void ResponseView::deleteAbandonedNodes()
-{
-    if (m_item)
-        deleteAbandoned(*m_item);
 }
 
 bool ResponseView::mayNavigate(const QUrl &url)

@@ -103,7 +103,6 @@ private:
     void navigate();
     void navigateAgain();
     void navigationEnded(const QUrl &url);
-    void deleteAbandonedNodes();
     void onPosted(const QString &name, const QVariant &body);
 
     PageBridge m_bridge;

@@ -73,6 +73,27 @@ TEST_F(SqliteFile, InvalidAndNewerFilesAreRejected)
     EXPECT_THROW(SqliteDatabase{std::filesystem::path()}, DatabaseError);
 }
 
+TEST_F(SqliteFile, MemoryStaysSmallForALargeFile)
+{
+    const auto cached = [] {
+        sqlite3_int64 bytes = 0;
+        sqlite3_int64 peak = 0;
+        sqlite3_status64(SQLITE_STATUS_PAGECACHE_OVERFLOW, &bytes, &peak, 0);
+        return bytes;
+    };
+    SqliteDatabase large(directory.path() / "large.sqlite");
+    large.execute("INSERT INTO settings(name, value) WITH RECURSIVE n(i) AS "
+                  "(SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 400) "
+                  "SELECT 'name' || i, hex(zeroblob(4096)) FROM n");
+    const auto before = cached();
+    std::int64_t length = 0;
+    large.query("SELECT SUM(LENGTH(value) + INSTR(value, 'x')) FROM settings", {},
+                [&](const Database::Row &row) { length = row.integer(0); });
+    EXPECT_EQ(length, 400 * 8192);
+    EXPECT_LT(before, 1 << 20);
+    EXPECT_LT(cached(), 1 << 20);
+}
+
 TEST_F(SqliteFile, DataSurvivesReopening)
 {
     ann();

@@ -175,7 +175,7 @@ const removeGroups = slot => {
 /// Set by the host when rendering this page has taken too long before.
 const isPlainPage = document.documentElement.hasAttribute('data-plain');
 
-/// Longer answers are shown as text: some take the renderer and the engine five seconds per million characters.
+/// Longer answers are shown as text: rendering takes up to five seconds per million characters.
 const longestRendered = 768 * 1024;
 
 /// Length of a piece of plain text: the engine takes quadratic time to break a very long line.
