@@ -57,7 +57,8 @@ const QByteArrayView blocks =
     "#ct ::-webkit-scrollbar-thumb{background:var(--border-strong);border-radius:4px}\n"
     "sup,sub{font-size:0.75em;line-height:0}\n"
     ".as-text{white-space:pre-wrap;overflow-wrap:anywhere}\n"
-    ".as-text>div{content-visibility:auto;contain-intrinsic-size:auto 1000px}\n";
+    // Full pieces of a long text; the last one, a short text's only one, is always laid out.
+    ".as-text>div:not(:last-child){content-visibility:auto;contain-intrinsic-size:auto 1000px}\n";
 
 const QByteArrayView thread =
     ".entry{padding:10px 0}\n"

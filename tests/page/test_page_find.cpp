@@ -240,6 +240,11 @@ void TestPageFind::veryLongTextIsSearched()
     QVERIFY(m_engine->value(isSeen).toBool());
     QCOMPARE(find(QStringLiteral("needle")), QStringLiteral("1/2"));
     QCOMPARE(next(), QStringLiteral("2/2"));
+    // Copied with what has not been laid out.
+    m_engine->value(
+        QStringLiteral("getSelection().selectAllChildren(document.getElementById('ct'))"));
+    QCOMPARE(m_engine->value(QStringLiteral("String(getSelection()).length")).toLongLong(),
+             text.size());
     QCOMPARE(ended.size(), 0);
 }
 
