@@ -511,9 +511,14 @@ void PanelWindowX11Test::accessoryWindowsSkipTaskBar()
     QCOMPARE(shell.becomeAccessory().state(), Capability::State::BestEffort);
     QVERIFY(shell.installEditMenu().isApplied());
     m_window->show();
-    QTRY_VERIFY(states().contains(panelStates.at(2)));
-    QTRY_VERIFY(states().contains(panelStates.at(3)));
-    QVERIFY(!states().contains(panelStates.at(0)));
+    QVERIFY(QTest::qWaitForWindowExposed(m_window.get()));
+    // Read once for all: the window manager replaces the states while it maps the window.
+    QStringList shown;
+    QVERIFY(QTest::qWaitFor([&] {
+        shown = states();
+        return shown.contains(panelStates.at(2)) && shown.contains(panelStates.at(3));
+    }));
+    QVERIFY(!shown.contains(panelStates.at(0)));
 }
 
 void PanelWindowX11Test::accessoryWindowsSkipTaskBarAfterQuickReshow()
