@@ -17,8 +17,16 @@ struct Plane
     int height = 0;
     std::vector<double> samples;
 
-    double &at(int x, int y) { return samples[static_cast<std::size_t>(y * width + x)]; }
-    double at(int x, int y) const { return samples[static_cast<std::size_t>(y * width + x)]; }
+    double &at(int x, int y)
+    {
+        return samples[static_cast<std::size_t>(y) * static_cast<std::size_t>(width) +
+                       static_cast<std::size_t>(x)];
+    }
+    double at(int x, int y) const
+    {
+        return samples[static_cast<std::size_t>(y) * static_cast<std::size_t>(width) +
+                       static_cast<std::size_t>(x)];
+    }
 };
 
 inline Plane emptyPlane(int width, int height)

@@ -182,8 +182,8 @@ private:
             return;
         // The prompt stands in quotation marks behind its key, in either format.
         const std::size_t prompt = request.find("<<", head);
-        const int chunks = std::atoi(request.c_str() + prompt + 2);
-        const int rate = std::atoi(std::strchr(request.c_str() + prompt, ' '));
+        const int chunks = std::stoi(request.substr(prompt + 2));
+        const int rate = std::stoi(request.substr(request.find(' ', prompt)));
         m_requests.erase(socket);
         sendAll(socket, "HTTP/1.1 200 OK\r\nContent-Type: text/event-stream\r\n"
                         "Transfer-Encoding: chunked\r\n\r\n");
@@ -400,7 +400,7 @@ int main(int argc, char **argv)
     files.rlim_cur = files.rlim_max;
     ::setrlimit(RLIMIT_NOFILE, &files);
     const std::vector<std::string> words(argv + 1, argv + argc);
-    const auto number = [&words](std::size_t at) { return std::atoi(words.at(at).c_str()); };
+    const auto number = [&words](std::size_t at) { return std::stoi(words.at(at)); };
     const auto rest = [&words](std::size_t at) {
         return std::vector<std::string>(words.begin() + static_cast<std::ptrdiff_t>(at),
                                         words.end());

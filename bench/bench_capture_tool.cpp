@@ -31,8 +31,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-extern char **environ;
-
 namespace {
 
 using namespace quellora::screencapture;
@@ -44,6 +42,7 @@ constexpr int rounds = 25;
 pid_t start(std::vector<std::string> command)
 {
     std::vector<char *> arguments;
+    arguments.reserve(command.size() + 1);
     for (std::string &word : command)
         arguments.push_back(word.data());
     arguments.push_back(nullptr);
@@ -143,7 +142,8 @@ void paintDesktop(const XConnection &x, int width, int height)
         const int lines = std::min(strip, height - top);
         for (int y = 0; y < lines; ++y) {
             for (int column = 0; column < width; ++column)
-                pixels[static_cast<std::size_t>(y * width + column)] =
+                pixels[static_cast<std::size_t>(y) * static_cast<std::size_t>(width) +
+                       static_cast<std::size_t>(column)] =
                     desktopPixel(column, top + y, width, height);
         }
         xcb_put_image(c, XCB_IMAGE_FORMAT_Z_PIXMAP, pixmap, gc, static_cast<std::uint16_t>(width),
@@ -215,13 +215,15 @@ bool grabInProcess(const XConnection &x, ImageReader &reader, const Rect &area,
     std::FILE *file = std::fopen(path.c_str(), "wb");
     if (file == nullptr)
         return false;
-    std::setvbuf(file, nullptr, _IONBF, 0);
-    const auto done = writePng({reinterpret_cast<std::uint32_t *>(reader.data()), area,
-                                static_cast<std::size_t>(area.width)},
-                               [file](auto bytes) -> tl::expected<void, Failure> {
-                                   std::fwrite(bytes.data(), 1, bytes.size(), file);
-                                   return {};
-                               });
+    if (std::setvbuf(file, nullptr, _IONBF, 0) != 0)
+        return false;
+    const auto done =
+        writePng({reinterpret_cast<std::uint32_t *>(reader.data()), area,
+                  static_cast<std::size_t>(area.width)},
+                 [file](auto bytes) -> tl::expected<void, Failure> {
+                     static_cast<void>(std::fwrite(bytes.data(), 1, bytes.size(), file));
+                     return {};
+                 });
     return std::fclose(file) == 0 && done.has_value();
 }
 

@@ -121,8 +121,8 @@ int main(int argc, char **argv)
                 "with new question", "main thread away", "memory");
     struct Row
     {
-        int turns;
-        int screenshots;
+        int turns = 0;
+        int screenshots = 0;
         QList<double> pages = {};
         QList<double> shells = {};
         double longestBlock = 0;

@@ -161,7 +161,7 @@ void print(const char *name, qsizetype kilobytes, const Result &append, const Re
     std::printf("%-12s %5lld KB %12.1f %12.1f %8.2f %8.2f %8.2f %8.2f\n", name, kilobytes,
                 append.total, render.total, render.median, render.p99, render.worst,
                 render.total / append.total);
-    std::fflush(stdout);
+    static_cast<void>(std::fflush(stdout));
 }
 
 void measurePage(EngineWindow &engine, bool onlyUsual)
@@ -286,7 +286,7 @@ void measureStream(EngineWindow &engine)
         std::printf(
             "%-12s %5lld KB %12.1f %12.3f %12.2f %12d %10.0f %%\n", name, text.size() / 1024, busy,
             busy * charactersPerFrame / static_cast<double>(text.size()), worst, renders, pageBusy);
-        std::fflush(stdout);
+        static_cast<void>(std::fflush(stdout));
     };
     for (const qsizetype kilobytes : {4, 32, 128, 512})
         stream("usual", answer(kilobytes * 1024));

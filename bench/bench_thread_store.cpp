@@ -82,14 +82,14 @@ const Disk &disk()
 
 void saveOfOneMoreTurn(benchmark::State &state)
 {
-    for (auto _ : state)
+    for ([[maybe_unused]] const auto &_ : state)
         disk().saveAgain();
 }
 BENCHMARK(saveOfOneMoreTurn)->Unit(benchmark::kMicrosecond);
 
 void plainSaveFile(benchmark::State &state)
 {
-    for (auto _ : state)
+    for ([[maybe_unused]] const auto &_ : state)
         disk().writePlainFile();
 }
 BENCHMARK(plainSaveFile)->Unit(benchmark::kMicrosecond);

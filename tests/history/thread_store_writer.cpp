@@ -11,12 +11,13 @@ using namespace quellora;
 int main(int argc, char *argv[])
 {
     const QCoreApplication app(argc, argv);
-    if (app.arguments().size() != 3)
+    if (QCoreApplication::arguments().size() != 3)
         return 2;
-    const CaptureSessionStore store(app.arguments().at(1));
-    int steps = app.arguments().at(2).toInt();
+    const CaptureSessionStore store(QCoreApplication::arguments().at(1));
+    int steps = QCoreApplication::arguments().at(2).toInt();
     BusySession session = BusySession::after(steps);
-    std::setvbuf(stdout, nullptr, _IONBF, 0);
+    if (std::setvbuf(stdout, nullptr, _IONBF, 0) != 0)
+        return 2;
     std::printf("%d\n", steps);
     for (;;) {
         if (!session.take(steps, &store))

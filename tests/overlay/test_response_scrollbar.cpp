@@ -175,7 +175,7 @@ private Q_SLOTS:
         m_bar->mouseDragged(m_bar->thumbRect().center() - QPointF(0, 118));
         const QRectF before = m_bar->thumbRect();
         QSignalSpy fraction(m_bar.get(), &ResponseScrollbarModel::thumbFractionChanged);
-        for (double height = 1200; height < 5000; height += 100)
+        for (int height = 1200; height < 5000; height += 100)
             reportPosition(*m_bar, height - 532, height, 532);
         QCOMPARE(m_bar->thumbRect(), before);
         QCOMPARE(fraction.size(), 0);

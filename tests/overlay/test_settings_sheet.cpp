@@ -711,7 +711,7 @@ private Q_SLOTS:
         QCOMPARE(f().find("swatch-white")->x() - f().find("swatch-theme")->x(), 36);
         f().panel.resize(1440, 900);
         QTRY_COMPARE(f().find("settingsContent")->width(), 640);
-        QTRY_COMPARE(f().find("settingsContent")->mapToScene(QPointF()).x(), (1440 - 640) / 2);
+        QTRY_COMPARE(f().find("settingsContent")->mapToScene(QPointF()).x(), (1440 - 640) / 2.0);
         f().panel.resize(320, 280);
         QTRY_COMPARE(f().find("settingsScroll")->mapToScene(QPointF()).y(), 34 + 40);
         QCOMPARE(f().find("settingsScroll")->width(), 320);

@@ -77,6 +77,7 @@ const QStringList &ownPieces()
             "]]>",
             "<!DOCTYPE ",
             "<?",
+            // NOLINTNEXTLINE(misc-misleading-bidirectional): escaped
             "\u202e",
             "\u2028",
             "\ufeff",

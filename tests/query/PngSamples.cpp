@@ -51,14 +51,15 @@ QByteArray write(const PngSample &sample, std::vector<QByteArray> rows)
     if (sample.filters >= 0)
         png_set_filter(png, 0, sample.filters);
     if (sample.colour == PNG_COLOR_TYPE_PALETTE) {
-        std::vector<png_color> palette;
-        for (int i = 0; i < 1 << sample.depth; ++i)
-            palette.push_back({static_cast<png_byte>(i * 7), static_cast<png_byte>(255 - i),
-                               static_cast<png_byte>(i * 31)});
+        std::vector<png_color> palette(std::size_t{1} << sample.depth);
+        for (std::size_t i = 0; i < palette.size(); ++i)
+            palette[i] = {static_cast<png_byte>(i * 7), static_cast<png_byte>(255 - i),
+                          static_cast<png_byte>(i * 31)};
         png_set_PLTE(png, info, palette.data(), static_cast<int>(palette.size()));
     }
     png_write_info(png, info);
     std::vector<png_bytep> pointers;
+    pointers.reserve(std::size(rows));
     for (QByteArray &row : rows)
         pointers.push_back(static_cast<png_bytep>(static_cast<void *>(row.data())));
     png_write_image(png, pointers.data());
@@ -117,6 +118,7 @@ QByteArray readWithLibpng(const QByteArray &file)
     Source source{file};
     QByteArray pixels;
     std::vector<png_bytep> rows;
+    // The library reports errors in no other way. NOLINTNEXTLINE(cert-err52-cpp)
     if (setjmp(png_jmpbuf(png)) == 0) {
         png_set_read_fn(png, &source, readBytes);
         png_read_info(png, info);

@@ -61,6 +61,7 @@ QByteArray referenceLanczos(const Bitmap &source, int width, int height)
         }
         for (int y = 0; y < height; ++y) {
             std::vector<double> row;
+            row.reserve(columns.size());
             for (const auto &column : columns)
                 row.push_back(column[static_cast<std::size_t>(y)]);
             const std::vector<double> scaled = scaleAxis(row, width);
@@ -179,7 +180,8 @@ void TestImagePipeline::kernelsProduceIdenticalResults()
     const auto horizontal = LanczosTable::create(width, target, LanczosKernels::horizontalMultiple);
     const auto &portable = LanczosKernels::portable();
     const auto &best = LanczosKernels::best();
-    const auto capacity = static_cast<std::size_t>(samples + horizontal.taps * channels + 64);
+    const auto capacity =
+        static_cast<std::size_t>(qsizetype{samples} + horizontal.taps * qsizetype{channels} + 64);
     std::vector<std::int16_t> middle(capacity);
     std::vector<std::int16_t> bestMiddle(capacity);
     portable.vertical(pointers.data(), vertical.weights.data(), 10, samples, middle.data());

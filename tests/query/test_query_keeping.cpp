@@ -269,7 +269,7 @@ private:
     static void verifyTurns(Fixture &k, const QStringList &expected)
     {
         const QUuid id = k.current().id;
-        const auto turns = [&k] { return k.text(k.current()).section('|', 0, 0).trimmed(); };
+        const auto turns = [&k] { return Fixture::text(k.current()).section('|', 0, 0).trimmed(); };
         QCOMPARE(turns(), expected.join(' '));
         k.f.threads.startNewThread();
         k.open(id);

@@ -66,7 +66,7 @@ AnswerOutcome completed(std::int64_t input, std::int64_t output)
     return outcome;
 }
 
-RunningServer::RunningServer(Config config, const Clock &clock, AnswerFunction answer,
+RunningServer::RunningServer(Config config, const Clock &clock, const AnswerFunction &answer,
                              OwnUserCheck ownUser)
     : m_hasher(config.security.passwordCost)
     , m_database(openDatabase(config))

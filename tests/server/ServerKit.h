@@ -73,7 +73,7 @@ public:
     static constexpr const char *password = "correct horse";
 
     /// @p answer replaces the answers of all providers.
-    explicit RunningServer(Config config, const Clock &clock, AnswerFunction answer = {},
+    explicit RunningServer(Config config, const Clock &clock, const AnswerFunction &answer = {},
                            OwnUserCheck ownUser = {});
     ~RunningServer();
     RunningServer(const RunningServer &) = delete;

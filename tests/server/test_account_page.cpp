@@ -54,7 +54,8 @@ public:
         m_thread.join();
     }
 
-    static Handler reply(std::string body, int status = 200, std::string type = "application/json")
+    static Handler reply(const std::string &body, int status = 200,
+                         const std::string &type = "application/json")
     {
         return [=](const httplib::Request &, httplib::Response &response) {
             response.status = status;
@@ -97,7 +98,8 @@ private:
 };
 
 /// Answers pictures with @p pictures and bare questions with @p questions.
-FakeModels::Handler bySort(FakeModels::Handler pictures, FakeModels::Handler questions)
+FakeModels::Handler bySort(const FakeModels::Handler &pictures,
+                           const FakeModels::Handler &questions)
 {
     return [=](const httplib::Request &request, httplib::Response &response) {
         const bool hasPicture =
@@ -328,16 +330,17 @@ TEST_F(AccountPage, FailuresOfTheListAreToldInPlainWords)
         {FakeModels::reply(R"({"data":[]})"), {"It offers no models."}},
         {FakeModels::reply(R"({"error":"a)" + std::string(key) + R"(b"})", 401), {"“a…b”"}},
         {FakeModels::reply("no way", 401, "text/plain"), {"It says: “no way”"}},
+        // NOLINTNEXTLINE(misc-misleading-bidirectional): escaped
         {FakeModels::reply("{\"message\":\"x\u202E\\u0007y\"}", 401), {"“x y”"}},
     };
     for (const Row &row : rows) {
         models.set(models.onList, row.list);
         std::string page = connected();
         // Every message of the list also names the way out.
-        for (const std::string &text : row.expected)
-            EXPECT_TRUE(contains(page, text) ||
-                        contains(page, std::regex_replace(text, std::regex("127.0.0.1"), "Keyed")))
-                << text << "\n"
+        for (const std::string &part : row.expected)
+            EXPECT_TRUE(contains(page, part) ||
+                        contains(page, std::regex_replace(part, std::regex("127.0.0.1"), "Keyed")))
+                << part << "\n"
                 << page;
         act("cancel");
     }
@@ -434,8 +437,8 @@ TEST_F(AccountPage, TestsTellWhatEachModelCanDo)
         connected();
         models.set(models.onAsk, row.ask);
         const std::string page = tested();
-        for (const std::string &text : row.expected)
-            EXPECT_TRUE(contains(page, text)) << text << "\n" << page;
+        for (const std::string &part : row.expected)
+            EXPECT_TRUE(contains(page, part)) << part << "\n" << page;
         // A failed test does not forbid to save.
         EXPECT_TRUE(contains(page, "value=\"save\""));
         act("cancel");

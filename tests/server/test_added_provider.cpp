@@ -28,7 +28,7 @@ Provider echoProvider()
                 provider.makeAnswer = [greeting, name](const Config &) {
                     return answerOnWorkers(
                         [text = greeting + " " + name.value_or("")](
-                            const ModelRequest &request, const TextSink &sink, StopToken) {
+                            const ModelRequest &request, const TextSink &sink, const StopToken &) {
                             sink(text + ", " + request.model + ": " + request.prompt);
                             return completed(3, 4);
                         });

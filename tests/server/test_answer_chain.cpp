@@ -137,13 +137,15 @@ using Strings = std::vector<std::string>;
 
 class AnswerChain : public testing::Test
 {
+public:
+    ~AnswerChain() override { drop(); }
+
 protected:
     AnswerChain()
     {
         limits.firstWait = milliseconds(1);
         limits.random = [] { return 0.0; };
     }
-    ~AnswerChain() override { drop(); }
 
     ModelRequest question() const
     {

@@ -91,6 +91,7 @@ TEST_P(AnswerLedgerTest, RunningAnswersAreLimitedAcrossInstances)
 {
     const Account account = ann(0);
     std::vector<AdmittedAnswer> running;
+    running.reserve(4);
     for (int i = 0; i < 4; ++i)
         running.push_back(*(i % 2 == 0 ? first : second).begin(account.id, "m", 1, 1));
     EXPECT_EQ(first.begin(account.id, "m", 1, 1).error(), AnswerRefusal::Busy);
@@ -277,11 +278,13 @@ TEST_P(AnswerLedgerTest, ParallelAnswersNeverPassTheTolerance)
     const Account account = ann(cap);
     constexpr int clients = 12;
     std::vector<std::unique_ptr<Database>> databases;
+    databases.reserve(3);
     for (int i = 0; i < 3; ++i)
         databases.push_back(openDatabase(config));
     std::atomic<std::int64_t> spent{0};
     std::atomic<int> most{0};
     std::vector<std::future<void>> work;
+    work.reserve(clients);
     for (int client = 0; client < clients; ++client)
         work.push_back(std::async(std::launch::async, [&, client] {
             const std::string name = "instance" + std::to_string(client % 3);

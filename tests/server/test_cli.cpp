@@ -14,8 +14,6 @@
 #include <map>
 #include <sstream>
 
-extern char **environ;
-
 namespace quellora::server {
 namespace {
 

@@ -187,6 +187,7 @@ TEST(Destinations, AreTheHostsOfAddresses)
 TEST(DisplayText, IsOneBoundedLineWithoutTricks)
 {
     EXPECT_EQ(displayText(" a\r\n\tb ", 10), "a b");
+    // NOLINTNEXTLINE(misc-misleading-bidirectional): escaped
     EXPECT_EQ(displayText("a\u202Eb\u200Bc\u2066d\uFEFF", 20), "abcd");
     EXPECT_EQ(displayText("a\x01\x7F\xC2\x85z", 10), "a z");
     EXPECT_EQ(displayText("\xFF\xC0\x80ok\xE2\x82", 10), "ok");
@@ -239,7 +240,7 @@ public:
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         socklen_t length = sizeof address;
-        ::bind(m_listener, reinterpret_cast<sockaddr *>(&address), length);
+        EXPECT_EQ(::bind(m_listener, reinterpret_cast<sockaddr *>(&address), length), 0);
         ::listen(m_listener, 4);
         ::getsockname(m_listener, reinterpret_cast<sockaddr *>(&address), &length);
         m_port = ntohs(address.sin_port);

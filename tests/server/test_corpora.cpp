@@ -114,12 +114,13 @@ TEST(NaughtyStrings, PromptsReachTheModelAndAnswersTheApp)
     std::string heard;
     Config config = testConfig(directory, "[limits]\nqueries_per_minute = 100000\n");
     const std::string standard = config.service.defaultPrompt;
-    RunningServer server(std::move(config), clock,
-                         [&heard](const ModelRequest &request, const TextSink &sink, StopToken) {
-                             heard = request.prompt;
-                             sink(request.prompt);
-                             return completed(1, 1);
-                         });
+    RunningServer server(
+        std::move(config), clock,
+        [&heard](const ModelRequest &request, const TextSink &sink, const StopToken &) {
+            heard = request.prompt;
+            sink(request.prompt);
+            return completed(1, 1);
+        });
     const std::string token = server.token();
     const auto strings = naughtyStrings();
     ASSERT_EQ(strings.size(), 485U);

@@ -506,6 +506,7 @@ TEST_F(HttpServing, RequestsBeyondTheQueueAreSentAway)
     for (int i = 0; i < 3; ++i)
         others.emplace_back(port).send(wait);
     std::vector<std::future<RawReply>> replies;
+    replies.reserve(others.size());
     for (RawClient &client : others)
         replies.push_back(std::async(std::launch::async, [&client] { return client.readReply(); }));
     while (metrics.refusedForLoad < 2)

@@ -41,7 +41,7 @@ protected:
     }
 
     static httplib::Result submit(const RunningServer &server, const httplib::Params &fields,
-                                  httplib::Headers headers = {})
+                                  const httplib::Headers &headers = {})
     {
         return server.client().Post("/login", headers, fields);
     }

@@ -288,7 +288,7 @@ TEST_F(QueryHttp, AStoppingServerLetsAnswersEnd)
 {
     config.timing.stopGrace = std::chrono::minutes(5);
     std::promise<void> stopping;
-    const auto server = start([&](auto &, const TextSink &sink, StopToken) {
+    const auto server = start([&](auto &, const TextSink &sink, const StopToken &) {
         sink("first words");
         stopping.get_future().wait();
         sink(", last words");

@@ -59,7 +59,7 @@ TEST_F(QueryLimits, AccountWithoutCapIsNeverRejectedForUsage)
 TEST_F(QueryLimits, AnswerFarBeyondTheCapEndsWithAnErrorEvent)
 {
     std::atomic<bool> stopped{false};
-    const auto server = start([&stopped](auto &, const TextSink &sink, StopToken) {
+    const auto server = start([&stopped](auto &, const TextSink &sink, const StopToken &) {
         for (int i = 0; i < 100000; ++i) {
             if (!sink(std::string(400, 'x'))) {
                 stopped = true;
@@ -79,7 +79,7 @@ TEST_F(QueryLimits, AnswerFarBeyondTheCapEndsWithAnErrorEvent)
 
 TEST_F(QueryLimits, AnswerIsCutBetweenCharactersWhereTheReservationEnds)
 {
-    const auto server = start([](auto &, const TextSink &sink, StopToken) {
+    const auto server = start([](auto &, const TextSink &sink, const StopToken &) {
         std::string text;
         for (int i = 0; i < 5000; ++i)
             text += "\xE2\x9C\x93";
@@ -102,7 +102,7 @@ TEST_F(QueryLimits, AnswerIsCutBetweenCharactersWhereTheReservationEnds)
 TEST_F(QueryLimits, LongAnswerThatIsCoveredArrivesWhole)
 {
     const std::string text(300000, 'x');
-    const auto server = start([&text](auto &, const TextSink &sink, StopToken) {
+    const auto server = start([&text](auto &, const TextSink &sink, const StopToken &) {
         sink(text);
         AnswerOutcome outcome;
         outcome.kind = AnswerOutcome::Kind::Complete;

@@ -244,6 +244,7 @@ TEST_P(StoreContract, ParallelMigrationsApplyOnce)
     else
         config.dataFile = directory.path() / "parallel.sqlite";
     std::vector<std::future<std::int64_t>> starts;
+    starts.reserve(6);
     for (int i = 0; i < 6; ++i)
         starts.push_back(std::async(std::launch::async,
                                     [this] { return openDatabase(config)->schemaVersion(); }));
@@ -488,10 +489,12 @@ TEST_P(StoreContract, ParallelRequestsDoNotExceedARate)
 {
     constexpr int limit = 20;
     std::vector<std::unique_ptr<Database>> instances;
+    instances.reserve(4);
     for (int i = 0; i < 4; ++i)
         instances.push_back(openDatabase(config));
     std::atomic<int> admitted{0};
     std::vector<std::future<void>> clients;
+    clients.reserve(16);
     for (int client = 0; client < 16; ++client)
         clients.push_back(std::async(std::launch::async, [&, client] {
             StoredRateLimiter limiter(*instances[static_cast<std::size_t>(client % 4)], clock,

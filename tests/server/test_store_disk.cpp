@@ -177,7 +177,7 @@ protected:
     DiskImage emptyStore()
     {
         DiskImage().writeTo(folder());
-        Store(m_directory.path());
+        const Store store(m_directory.path());
         return DiskImage::of(folder());
     }
 

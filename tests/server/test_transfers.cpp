@@ -55,7 +55,8 @@ public:
         for (int i = 0; i < 16; ++i) {
             const int client = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
             m_clients.push_back(client);
-            ::connect(client, reinterpret_cast<const sockaddr *>(&m_address), sizeof m_address);
+            static_cast<void>(::connect(client, reinterpret_cast<const sockaddr *>(&m_address),
+                                        sizeof m_address));
             pollfd ready = {client, POLLOUT, 0};
             if (::poll(&ready, 1, 200) == 0)
                 return;

@@ -66,7 +66,7 @@ FakeProvider::Handler streaming(std::string stream)
     };
 }
 
-FakeProvider::Handler status(int code, httplib::Headers headers = {})
+FakeProvider::Handler status(int code, const httplib::Headers &headers = {})
 {
     return [code, headers](const httplib::Request &, httplib::Response &response) {
         response.status = code;

@@ -431,7 +431,7 @@ private Q_SLOTS:
         QSignalSpy rebuilt(rows, &QAbstractItemModel::modelReset);
         const auto clear = HotkeyAction::Clear;
         rows->beginCapture(int(clear));
-        QVERIFY(changed.size() > 0);
+        QVERIFY(!changed.isEmpty());
         QCOMPARE(f.row(clear, HotkeyRows::CapturingRole), true);
         QCOMPARE(f.row(HotkeyAction::Toggle, HotkeyRows::CapturingRole), false);
         QCOMPARE(f.row(clear, HotkeyRows::ErrorRole), QString());

@@ -511,7 +511,7 @@ int moveName(Step::Kind kind, int fromDirectory, const char *from, int toDirecto
     } else {
         // A nameless file gets its name by a link from its descriptor's entry in /proc.
         const std::string name = from;
-        const int descriptor = std::atoi(name.substr(name.rfind('/') + 1).c_str());
+        const int descriptor = std::stoi(name.substr(name.rfind('/') + 1));
         if (auto *const opened = calls->opened(descriptor)) {
             opened->path = *target;
             calls->add({.kind = Step::Kind::Create, .path = *target, .node = opened->node});

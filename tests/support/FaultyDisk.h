@@ -21,6 +21,7 @@ struct DiskImage
     /// Replaces all that is below @p folder.
     void writeTo(const std::string &folder) const;
 
+    // NOLINTNEXTLINE(modernize-use-nullptr): mistakes the comparison with 0 for a pointer
     auto operator<=>(const DiskImage &) const = default;
 };
 

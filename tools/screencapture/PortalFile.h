@@ -11,7 +11,7 @@
 #include <string>
 #include <string_view>
 
-#include <time.h>
+#include <ctime>
 
 namespace quellora::screencapture {
 

@@ -79,6 +79,7 @@ class BusLibrary
     }
 
 public:
+// The name cannot stand in parentheses. NOLINTNEXTLINE(bugprone-macro-parentheses)
 #define BUS_FUNCTION(name)                                                                         \
     decltype(&sd_bus_##name) name = symbol<decltype(&sd_bus_##name)>("sd_bus_" #name)
     BUS_FUNCTION(open_user);

@@ -7,7 +7,7 @@
 #include <chrono>
 #include <string>
 
-#include <time.h>
+#include <ctime>
 
 namespace quellora::screencapture {
 

@@ -155,6 +155,7 @@ void readShapes(const XConnection &x, std::vector<TopLevel> &windows)
         xcb_shape_get_rectangles_cookie_t rectangles;
     };
     std::vector<Pending> pending;
+    pending.reserve(windows.size());
     for (const TopLevel &window : windows)
         pending.push_back({xcb_shape_query_extents(c, window.window),
                            xcb_shape_get_rectangles(c, window.window, XCB_SHAPE_SK_BOUNDING)});

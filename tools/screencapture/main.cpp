@@ -21,13 +21,13 @@ using namespace quellora::screencapture;
 int fail(const Failure &failure)
 {
     const std::string line = errorLine(failure.message);
-    std::fwrite(line.data(), 1, line.size(), stderr);
+    static_cast<void>(std::fwrite(line.data(), 1, line.size(), stderr));
     return static_cast<int>(failure.status);
 }
 
 int print(std::string_view text)
 {
-    std::fwrite(text.data(), 1, text.size(), stdout);
+    static_cast<void>(std::fwrite(text.data(), 1, text.size(), stdout));
     return static_cast<int>(ExitStatus::Success);
 }
 

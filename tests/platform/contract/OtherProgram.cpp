@@ -21,7 +21,7 @@ namespace {
 void report(const QString &line)
 {
     std::fputs(qPrintable(line + u'\n'), stdout);
-    std::fflush(stdout);
+    static_cast<void>(std::fflush(stdout));
 }
 
 /// Reports its input events on standard output.
@@ -163,7 +163,7 @@ void OtherProgram::read()
     while (m_process.canReadLine()) {
         const QStringList words =
             QString::fromLocal8Bit(m_process.readLine()).trimmed().split(u' ');
-        const QString what = words.first();
+        const QString &what = words.first();
         const QString value = words.value(1);
         if (what == QStringLiteral("window"))
             m_window = value.toULongLong();

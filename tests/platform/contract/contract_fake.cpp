@@ -8,5 +8,5 @@ int main(int argc, char **argv)
 {
     QGuiApplication application(argc, argv);
     quellora::FakeHarness fakes;
-    return quellora::ContractSuite::runAll(fakes, application.arguments());
+    return quellora::ContractSuite::runAll(fakes, QCoreApplication::arguments());
 }

@@ -13,5 +13,5 @@ int main(int argc, char **argv)
     Platform::prepareProcess();
     QGuiApplication application(argc, argv);
     X11Harness desktop;
-    return ContractSuite::runAll(desktop, application.arguments());
+    return ContractSuite::runAll(desktop, QCoreApplication::arguments());
 }

@@ -20,13 +20,13 @@ class OtherClient : public QObject
 public:
     struct Key
     {
-        int keycode;
-        quint16 state;
+        int keycode = 0;
+        quint16 state = 0;
         bool operator==(const Key &) const = default;
     };
     struct Button
     {
-        int button;
+        int button = 0;
         /// Screen position in pixels.
         QPoint position;
         bool operator==(const Button &) const = default;
@@ -60,7 +60,7 @@ public:
     /// The 32-bit values of a property; empty if it does not exist.
     QList<quint32> property(xcb_window_t window, const QByteArray &name) const;
     /// The names of the atoms in a property.
-    QStringList atomNames(xcb_window_t window, const QByteArray &property) const;
+    QStringList atomNames(xcb_window_t window, const QByteArray &name) const;
     /// The rectangles of a window's input shape.
     QList<QRect> inputShape(xcb_window_t window) const;
     /// The windows managed by the window manager and listed by task bars.

@@ -25,7 +25,7 @@ int loseCompositor(int argc, char **argv)
     const QGuiApplication application(argc, argv);
     Platform::setDisplayLossHandler([] { std::_Exit(handlerExitCode); });
     std::puts("connected");
-    std::fflush(stdout);
+    static_cast<void>(std::fflush(stdout));
     return QGuiApplication::exec();
 }
 
