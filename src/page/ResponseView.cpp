@@ -30,7 +30,7 @@ constexpr std::chrono::milliseconds maxNavigationPatience{4000};
 /// How many pages in succession have one address. The engine (Qt WebEngine 6.4) keeps several KiB
 /// for each address until the program ends; on the other hand it starts a process for each, and one
 /// that shows many pages fills with garbage.
-constexpr int pagesPerAddress = 10;
+constexpr int pagesPerAddress = 25;
 
 /// When abandoned objects are deleted after a load. The engine learns some time after it that the
 /// nodes of the page before are gone; the pauses double.
@@ -313,6 +313,8 @@ void ResponseView::onRenderProcessTerminated(int status, int exitCode)
 {
     m_navigationWatch.stop();
     m_underWay = 0;
+    // The next process has no garbage yet.
+    m_pagesAtAddress = 0;
     renderProcessEnded(QStringLiteral("status %1, code %2").arg(status).arg(exitCode));
 }
 

@@ -72,7 +72,7 @@ private Q_SLOTS:
                      QStringLiteral("page %1").arg(number));
             addresses += engine.text(QStringLiteral("location.href"));
         }
-        // More than three if the engine was so slow that it was asked again.
+        // More than two if the engine was so slow that it was asked again.
         QVERIFY2(addresses.size() < 15, qPrintable(addresses.values().join(u' ')));
         QVERIFY(addresses.size() > 1);
     }
