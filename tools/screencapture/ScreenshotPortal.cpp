@@ -79,9 +79,10 @@ class BusLibrary
     }
 
 public:
-// The name cannot stand in parentheses. NOLINTNEXTLINE(bugprone-macro-parentheses)
+// NOLINTBEGIN(bugprone-macro-parentheses): a name that is declared
 #define BUS_FUNCTION(name)                                                                         \
     decltype(&sd_bus_##name) name = symbol<decltype(&sd_bus_##name)>("sd_bus_" #name)
+    // NOLINTEND(bugprone-macro-parentheses)
     BUS_FUNCTION(open_user);
     BUS_FUNCTION(is_ready);
     BUS_FUNCTION(close_unref);
