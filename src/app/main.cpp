@@ -6,6 +6,7 @@
 #include "base/Log.h"
 #include "page/WebEngineSetup.h"
 #include "platform/CoreDumps.h"
+#include "platform/FreedMemory.h"
 #include "platform/Platform.h"
 
 #include <QApplication>
@@ -85,6 +86,7 @@ int exportThread(const ExportRequest &request, int argc, char **argv)
 int main(int argc, char **argv)
 {
     keepMemoryOutOfCoreDumps();
+    giveBackFreedMemory();
     const CommandLine line = CommandLine::parse(QByteArrayList(argv + 1, argv + argc));
     switch (line.mode) {
     case CommandLine::Mode::Print:

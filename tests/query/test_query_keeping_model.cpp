@@ -176,7 +176,7 @@ public:
             if (current->screenshots.size() != model.screenshots.size() ||
                 current->turns.size() != model.turns.size() ||
                 current->notes.size() != model.notes.size())
-                problems << "in memory: " + m_fixture.text(*current);
+                problems << "in memory: " + KeepingFixture::text(*current);
         }
         if (m_fixture.f.threads.hasAttachedScreenshot() == m_staged.isEmpty())
             problems << "attachment";

@@ -12,9 +12,9 @@ protected:
     ManualClock clock;
     Config config = testConfig(directory);
 
-    std::unique_ptr<RunningServer> start(AnswerFunction answer)
+    std::unique_ptr<RunningServer> start(const AnswerFunction &answer)
     {
-        return std::make_unique<RunningServer>(config, clock, std::move(answer));
+        return std::make_unique<RunningServer>(config, clock, answer);
     }
 };
 

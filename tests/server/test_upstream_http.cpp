@@ -258,8 +258,8 @@ TEST_P(Upstream, OtherStatusesAreABadGateway)
 
 TEST_P(Upstream, RateLimitsAreForwarded)
 {
-    const auto seconds = [&](httplib::Headers headers) {
-        const FakeProvider provider(status(429, std::move(headers)));
+    const auto seconds = [&](const httplib::Headers &headers) {
+        const FakeProvider provider(status(429, headers));
         const auto server = serverFor(provider.url());
         const auto answer = server->query(server->token());
         EXPECT_EQ(answer->status, 429);
