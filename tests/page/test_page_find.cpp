@@ -142,6 +142,17 @@ void TestPageFind::countsOccurrences_data()
     QTest::newRow("markup as text") << "`<b>x</b>`"
                                     << "<b>x"
                                     << "1/1";
+    QTest::newRow("amounts of white space") << "```\n a \t b\n\n  c  d\n```"
+                                            << "a b c d"
+                                            << "1/1";
+    QTest::newRow("accents among plain words") << "a plan naïve plan"
+                                               << "plan naive plan"
+                                               << "1/1";
+    QTest::newRow("many words") << QStringLiteral("w ").repeated(1200) + QStringLiteral("end")
+                                << "w w w end"
+                                << "1/1";
+    QTest::newRow("all of many words") << QStringLiteral("w ").repeated(1200) << "w w"
+                                       << "1/600";
     QTest::newRow("absent") << "one"
                             << "two"
                             << "0/0";

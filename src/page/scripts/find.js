@@ -22,8 +22,12 @@ post => {
     `;
 
     let wanted = '';
-    /// The searched text in reduced form, and where each of its characters comes from.
-    let text = '', nodes = [], nodeOf = [], offsetOf = [];
+    /// The searched text in reduced form, and in order the stretches that it is made of: where each begins,
+    /// the text node that it is from, and where its characters are there, one after another from
+    /// `offset` or at `offsets`.
+    let text = '', stretches = [];
+    /// Whether the page has changed since its text was read.
+    let isStale = false;
     /// Positions of the occurrences in the reduced text.
     let matches = [], current = -1;
     let layer = null, observer = null, reported = '', timer = 0, isPlacing = false, lastDuration = 0;
@@ -51,37 +55,54 @@ post => {
         return !display.startsWith('inline') || element.localName === 'br';
     };
 
+    /// Words whose characters stay in place when they are reduced.
+    const plainWords = /[!-~]+(?:[ \t\n][!-~]+){0,500}/g;
+
     const readText = () => {
         const parts = [];
-        nodes = [];
-        nodeOf = [];
-        offsetOf = [];
-        let last = '\n';
-        const put = (form, node, offset) => {
-            for (const unit of form) {
-                if (unit === ' ' && last === ' ')
-                    continue;
-                last = unit;
-                parts.push(unit);
-                for (let i = 0; i < unit.length; i++) {
-                    nodeOf.push(node);
-                    offsetOf.push(offset);
-                }
-            }
+        stretches = [];
+        let length = 0, last = '\n';
+        const add = (form, stretch) => {
+            parts.push(form);
+            stretches.push({ at: length, ...stretch });
+            length += form.length;
+            last = form.at(-1);
         };
         // Not found in any text, so that no occurrence crosses it.
         const separate = () => {
             if (last !== '\n')
-                put('\n', -1, 0);
+                add('\n', { node: null, offset: 0 });
+        };
+        const addCharacters = (node, from, to) => {
+            const offsets = [];
+            let form = '', before = last;
+            for (let offset = from; offset < to;) {
+                const character = String.fromCodePoint(node.data.codePointAt(offset));
+                for (const unit of reduced(character)) {
+                    if (unit === ' ' && before === ' ')
+                        continue;
+                    before = unit;
+                    form += unit;
+                    for (let i = 0; i < unit.length; i++)
+                        offsets.push(offset);
+                }
+                offset += character.length;
+            }
+            if (form !== '')
+                add(form, { node, offsets });
+        };
+        const addText = node => {
+            let end = 0;
+            for (const { 0: words, index } of node.data.matchAll(plainWords)) {
+                addCharacters(node, end, index);
+                add(words.toLowerCase().replace(/[\t\n]/g, ' '), { node, offset: index });
+                end = index + words.length;
+            }
+            addCharacters(node, end, node.data.length);
         };
         const visit = node => {
             if (node.nodeType === Node.TEXT_NODE) {
-                const at = nodes.push(node) - 1;
-                let offset = 0;
-                for (const character of node.data) {
-                    put(reduced(character), at, offset);
-                    offset += character.length;
-                }
+                addText(node);
             } else if (node.nodeType === Node.ELEMENT_NODE) {
                 const isBlock = kindOf(node);
                 if (isBlock === null)
@@ -100,8 +121,23 @@ post => {
         text = parts.join('');
     };
 
+    /// Where a character of the searched text is in the page.
+    const placeOf = position => {
+        let low = 0, high = stretches.length;
+        while (high - low > 1) {
+            const middle = (low + high) >> 1;
+            if (stretches[middle].at <= position)
+                low = middle;
+            else
+                high = middle;
+        }
+        const { at, node, offset, offsets } = stretches[low];
+        return { node, offset: offsets ? offsets[position - at] : offset + position - at };
+    };
+
     const search = () => {
         const start = performance.now();
+        isStale = false;
         matches = [];
         if (wanted !== '') {
             readText();
@@ -113,14 +149,12 @@ post => {
     };
 
     const rangeOf = match => {
-        const start = matches[match];
-        const end = start + wanted.length - 1;
+        const start = placeOf(matches[match]), end = placeOf(matches[match] + wanted.length - 1);
         const range = new Range();
-        const first = nodes[nodeOf[start]], last = nodes[nodeOf[end]];
         // The page may have changed since the search.
-        range.setStart(first, Math.min(offsetOf[start], first.length));
-        const isPair = last.data.codePointAt(offsetOf[end]) > 0xffff;
-        range.setEnd(last, Math.min(offsetOf[end] + (isPair ? 2 : 1), last.length));
+        range.setStart(start.node, Math.min(start.offset, start.node.length));
+        const isPair = end.node.data.codePointAt(end.offset) > 0xffff;
+        range.setEnd(end.node, Math.min(end.offset + (isPair ? 2 : 1), end.node.length));
         return range;
     };
 
@@ -236,6 +270,7 @@ post => {
 
     // Streamed text and expanded texts change the page.
     const changed = () => {
+        isStale = true;
         if (wanted === '' || timer)
             return;
         timer = setTimeout(() => {
@@ -261,7 +296,7 @@ post => {
         observer = new MutationObserver(changed);
         observer.observe(document.body, {
             subtree: true, childList: true, characterData: true,
-            attributes: true, attributeFilter: ['class'],
+            attributes: true, attributeFilter: ['class', 'open'],
         });
         window.addEventListener('scroll', schedulePlacing, { passive: true, capture: true });
         window.addEventListener('resize', schedulePlacing, { passive: true });
@@ -301,7 +336,7 @@ post => {
             current = first < matches.length ? first
                 : isScrolledTo && matches.length > 0 ? 0 : matches.length - 1;
             // What was found in the entry's source need not be in what the page shows of it.
-            if (isScrolledTo && (!element || current >= 0 && element.contains(nodes[nodeOf[matches[current]]])))
+            if (isScrolledTo && (!element || current >= 0 && element.contains(placeOf(matches[current]).node)))
                 reveal();
             show();
         },
@@ -309,7 +344,8 @@ post => {
         step(direction) {
             if (wanted === '')
                 return;
-            search();
+            if (isStale || observer.takeRecords().length > 0)
+                search();
             const count = matches.length;
             current = count === 0 ? -1 : (Math.max(current, direction > 0 ? -1 : 0) + direction + count) % count;
             reveal();
