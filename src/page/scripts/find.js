@@ -62,16 +62,16 @@ post => {
         const parts = [];
         stretches = [];
         let length = 0, last = '\n';
-        const add = (form, stretch) => {
+        const add = (form, node, offset, offsets = null) => {
             parts.push(form);
-            stretches.push({ at: length, ...stretch });
+            stretches.push({ at: length, node, offset, offsets });
             length += form.length;
             last = form.at(-1);
         };
         // Not found in any text, so that no occurrence crosses it.
         const separate = () => {
             if (last !== '\n')
-                add('\n', { node: null, offset: 0 });
+                add('\n', null, 0);
         };
         const addCharacters = (node, from, to) => {
             const offsets = [];
@@ -89,13 +89,13 @@ post => {
                 offset += character.length;
             }
             if (form !== '')
-                add(form, { node, offsets });
+                add(form, node, from, offsets);
         };
         const addText = node => {
             let end = 0;
             for (const { 0: words, index } of node.data.matchAll(plainWords)) {
                 addCharacters(node, end, index);
-                add(words.toLowerCase().replace(/[\t\n]/g, ' '), { node, offset: index });
+                add(words.toLowerCase().replace(/[\t\n]/g, ' '), node, index);
                 end = index + words.length;
             }
             addCharacters(node, end, node.data.length);
