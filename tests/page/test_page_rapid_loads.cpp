@@ -4,7 +4,6 @@
 #include "support/TestProgram.h"
 
 #include <QGuiApplication>
-#include <QSet>
 
 using namespace quellora;
 
@@ -59,22 +58,6 @@ private Q_SLOTS:
             QCOMPARE(engine.text(QStringLiteral("document.body.innerText.trim()")),
                      QStringLiteral("page %1").arg(number));
         }
-    }
-
-    /// The engine never gives back what it keeps for an address.
-    void severalPagesHaveOneAddress()
-    {
-        EngineWindow engine;
-        QSet<QString> addresses;
-        for (int number = 0; number < 30; ++number) {
-            QVERIFY(engine.load({page(number)}));
-            QCOMPARE(engine.text(QStringLiteral("document.body.innerText.trim()")),
-                     QStringLiteral("page %1").arg(number));
-            addresses += engine.text(QStringLiteral("location.href"));
-        }
-        // More than two if the engine was so slow that it was asked again.
-        QVERIFY2(addresses.size() < 15, qPrintable(addresses.values().join(u' ')));
-        QVERIFY(addresses.size() > 1);
     }
 
     /// The same page again is loaded again, from its beginning.
