@@ -27,9 +27,9 @@ namespace {
 constexpr std::chrono::milliseconds navigationPatience{300};
 constexpr std::chrono::milliseconds maxNavigationPatience{4000};
 
-/// How many pages in succession have one address, and so one process. A process that shows many pages
-/// holds the garbage of all (about 3 MiB each); on the other hand the engine (Qt WebEngine 6.4) keeps
-/// several KiB for each address until the program ends.
+/// How many pages in succession have one address, and so one process. A process that shows many
+/// holds the garbage of all (some 3 MiB each); on the other hand the engine (Qt WebEngine 6.4)
+/// keeps several KiB for each address until the program ends.
 constexpr int pagesPerAddress = 1;
 
 /// When abandoned objects are deleted after a load. The engine learns some time after it that the
