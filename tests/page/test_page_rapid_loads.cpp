@@ -59,23 +59,6 @@ private Q_SLOTS:
                      QStringLiteral("page %1").arg(number));
         }
     }
-
-    /// The same page again is loaded again, from its beginning.
-    void samePageIsLoadedAgain()
-    {
-        EngineWindow engine;
-        const QByteArray text = "<!DOCTYPE html><html><body>" +
-                                QByteArray("<p>line</p>").repeated(200) + "</body></html>";
-        for (int round = 0; round < 3; ++round) {
-            QVERIFY(engine.load({text}));
-            QCOMPARE(engine.value(QStringLiteral("scrollY")).toInt(), 0);
-            QCOMPARE(engine.text(QStringLiteral("typeof window.left")),
-                     QStringLiteral("undefined"));
-            engine.value(QStringLiteral("window.left = 1; scrollTo(0, 500)"));
-            QVERIFY(engine.painted());
-            QVERIFY(engine.value(QStringLiteral("scrollY")).toInt() > 100);
-        }
-    }
 };
 
 QUELLORA_TEST_MAIN(runEngineTest<TestPageRapidLoads>)

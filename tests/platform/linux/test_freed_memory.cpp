@@ -37,8 +37,8 @@ private Q_SLOTS:
     void largeBlocksGoBackHoweverOftenTheyAreUsed()
     {
         const Block first = block(std::size_t{64} << 20);
-        if (separateBlocks() == 0)
-            QSKIP("Another allocator than the C library's");
+        QVERIFY(first);
+        QVERIFY(separateBlocks() > 0);
         giveBackFreedMemory();
         // The library would keep blocks of this size from now on.
         block(std::size_t{16} << 20).reset();
