@@ -21,7 +21,7 @@ namespace quellora {
 
 namespace {
 
-constexpr quint64 onlyLoad = 1;
+constexpr quint64 onlyPage = 1;
 
 QString renderScript()
 {
@@ -56,7 +56,7 @@ public:
 protected:
     bool acceptNavigationRequest(const QUrl &url, NavigationType, bool isMainFrame) override
     {
-        return isMainFrame && pagerequests::loadIdOf(url) == onlyLoad;
+        return isMainFrame && pagerequests::pageNumberOf(url) == onlyPage;
     }
     QWebEnginePage *createWindow(WebWindowType) override { return nullptr; }
     void javaScriptConsoleMessage(JavaScriptConsoleMessageLevel, const QString &, int,
@@ -76,8 +76,10 @@ public:
         QObject *parent)
         : QObject(parent), m_onFailure(std::move(onFailure)), m_profile(new QWebEngineProfile(this))
     {
-        m_filter.setCurrentLoad(onlyLoad, content.pictureKey);
-        m_bytes.setPage(onlyLoad, content);
+        m_filter.setPageNumber(onlyPage);
+        m_filter.setPictureKey(content.pictureKey);
+        m_bytes.setPage(onlyPage, content);
+        m_bytes.beginNavigation(onlyPage);
         m_profile->setUrlRequestInterceptor(&m_filter);
         m_profile->installUrlSchemeHandler(pagerequests::pageScheme.toByteArray(), &m_bytes);
         m_profile->installUrlSchemeHandler(pagerequests::assetScheme.toByteArray(), &m_assets);
@@ -117,7 +119,7 @@ public:
             else
                 fail(QStringLiteral("the page engine can't load the page"));
         });
-        m_page->load(pagerequests::pageUrl(onlyLoad));
+        m_page->load(pagerequests::pageUrl(onlyPage));
     }
     const QString &readyTitle() const { return m_readyTitle; }
     QWebEnginePage &page() { return *m_page; }

@@ -271,6 +271,8 @@ void NonFocusPanel::mouseMoveEvent(QMouseEvent *event)
 
 void NonFocusPanel::drag(const QPointF &pointer)
 {
+    if (!m_draggedFrame && (m_dragStart || m_resize))
+        Q_EMIT dragBegan();
     if (m_dragStart) {
         m_draggedFrame = QRect((pointer - *m_dragStart).toPoint(), size());
         setPosition(m_draggedFrame->topLeft());

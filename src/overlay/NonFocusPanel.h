@@ -103,6 +103,8 @@ Q_SIGNALS:
     void answerLeft();
     /// An accessibility alert was sent for a new blocking message.
     void blockingMessageAnnounced(QQuickItem *card);
+    /// A drag is about to move or resize the panel.
+    void dragBegan();
     /// A drag that moved or resized the panel has ended, by release or by hiding the panel. The
     /// window's geometry() may not have reached @p frame yet.
     void dragFinished(const QRect &frame);

@@ -164,6 +164,7 @@ void OverlayWindowController::wireOverlay()
             &PanelPlacement::handleZoomButton);
     connect(&m_stream, &StreamingRenderer::showWindowRequested, this,
             &OverlayWindowController::show);
+    connect(&m_panel, &NonFocusPanel::dragBegan, &m_placement, &PanelPlacement::stopMoving);
     connect(&m_panel, &NonFocusPanel::dragFinished, &m_placement, &PanelPlacement::setUserFrame);
     connect(&m_placement, &PanelPlacement::userFrameChanged, this,
             &OverlayWindowController::rememberPlace);

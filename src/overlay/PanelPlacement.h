@@ -31,6 +31,8 @@ public:
     /// Moves the panel to @p frame, adjusted so that the control bar is on a screen. Logs the
     /// position.
     void restore(const QRect &frame);
+    /// Leaves the panel where its running animation has brought it, for the user who moves it.
+    void stopMoving() { m_animation.stop(); }
     /// Remembers @p frame, to which the user has moved or resized the panel, adjusted so that the
     /// control bar is on a screen.
     void setUserFrame(const QRect &frame);

@@ -82,18 +82,18 @@ void reply(QWebEngineUrlRequestJob *job, const QByteArray &mimeType, const QByte
 
 namespace pagerequests {
 
-QUrl pageUrl(quint64 loadId)
+QUrl pageUrl(quint64 number)
 {
-    return QUrl(QStringLiteral("%1:%2").arg(QLatin1StringView(pageScheme)).arg(loadId));
+    return QUrl(QStringLiteral("%1:%2").arg(QLatin1StringView(pageScheme)).arg(number));
 }
 
-std::optional<quint64> loadIdOf(const QUrl &url)
+std::optional<quint64> pageNumberOf(const QUrl &url)
 {
     if (url.scheme() != QLatin1StringView(pageScheme) || url.hasQuery())
         return std::nullopt;
     bool ok = false;
-    const quint64 id = url.path().toULongLong(&ok);
-    return ok && id != 0 ? std::optional(id) : std::nullopt;
+    const quint64 number = url.path().toULongLong(&ok);
+    return ok && number != 0 ? std::optional(number) : std::nullopt;
 }
 
 QString pictureAddress(const QByteArray &key, qint64 index)
@@ -129,7 +129,7 @@ void PageRequestFilter::interceptRequest(QWebEngineUrlRequestInfo &info)
     const QUrl url = info.requestUrl();
     const bool get = info.requestMethod() == "GET";
     if (get && info.resourceType() == QWebEngineUrlRequestInfo::ResourceTypeMainFrame &&
-        pagerequests::loadIdOf(url) == m_currentLoad)
+        pagerequests::pageNumberOf(url) == m_number)
         return;
     if (get && info.resourceType() == QWebEngineUrlRequestInfo::ResourceTypeImage &&
         pagerequests::pictureIndexOf(url, m_pictureKey))
@@ -148,25 +148,31 @@ void PageRequestFilter::interceptRequest(QWebEngineUrlRequestInfo &info)
     info.block(true);
 }
 
-void PageBytes::setPage(quint64 loadId, const PageContent &page)
+void PageBytes::setPage(PageSurface::LoadId load, const PageContent &page)
 {
-    m_loadId = loadId;
+    m_load = load;
     m_page = page;
-    m_served = false;
+    m_page.html.replace("<html", "<html data-load=\"" + QByteArray::number(load) + '"');
+}
+
+void PageBytes::beginNavigation(quint64 number)
+{
+    m_number = number;
+    m_servedLoad = 0;
 }
 
 void PageBytes::showPlain()
 {
-    // The renderer script looks for it. The page's text has no other "<html": it is escaped.
-    m_page.html.replace("<html>", "<html data-plain>");
+    // The renderer script looks for it.
+    m_page.html.replace("<html", "<html data-plain");
 }
 
 void PageBytes::requestStarted(QWebEngineUrlRequestJob *job)
 {
     const QUrl url = job->requestUrl();
     const bool get = job->requestMethod() == "GET";
-    if (get && pagerequests::loadIdOf(url) == m_loadId) {
-        m_served = true;
+    if (get && pagerequests::pageNumberOf(url) == m_number) {
+        m_servedLoad = m_load;
         reply(job, "text/html", m_page.html);
         return;
     }

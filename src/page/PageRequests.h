@@ -17,10 +17,10 @@ namespace pagerequests {
 inline constexpr QByteArrayView pageScheme = "quellora-page";
 inline constexpr QByteArrayView assetScheme = "quellora-asset";
 
-/// Address under which a page is loaded.
-QUrl pageUrl(quint64 loadId);
+/// Address under which a page is loaded. @p number is not 0.
+QUrl pageUrl(quint64 number);
 /// Reverse of pageUrl(), ignoring a fragment; nothing for any other address.
-std::optional<quint64> loadIdOf(const QUrl &url);
+std::optional<quint64> pageNumberOf(const QUrl &url);
 /// Address of a picture of the page with that key.
 QString pictureAddress(const QByteArray &key, qint64 index);
 /// Reverse of pictureAddress(); nothing for any other address.
@@ -38,15 +38,12 @@ class PageRequestFilter : public QWebEngineUrlRequestInterceptor
 
 public:
     using QWebEngineUrlRequestInterceptor::QWebEngineUrlRequestInterceptor;
-    void setCurrentLoad(quint64 loadId, const QByteArray &pictureKey)
-    {
-        m_currentLoad = loadId;
-        m_pictureKey = pictureKey;
-    }
+    void setPageNumber(quint64 number) { m_number = number; }
+    void setPictureKey(const QByteArray &key) { m_pictureKey = key; }
     void interceptRequest(QWebEngineUrlRequestInfo &info) override;
 
 private:
-    quint64 m_currentLoad = 0;
+    quint64 m_number = 0;
     QByteArray m_pictureKey;
 };
 
@@ -57,19 +54,22 @@ class PageBytes : public QWebEngineUrlSchemeHandler
 
 public:
     using QWebEngineUrlSchemeHandler::QWebEngineUrlSchemeHandler;
-    void setPage(quint64 loadId, const PageContent &page);
-    /// The page is about to be loaded again.
-    void rewind() { m_served = false; }
+    /// Serves @p page from now on, whichever page was asked for first. @p load is not 0; the page
+    /// has it as data-load of its first element, for what it posts.
+    void setPage(PageSurface::LoadId load, const PageContent &page);
+    /// A navigation to the address with that number begins.
+    void beginNavigation(quint64 number);
     /// The page shows its answers as text from now on.
     void showPlain();
-    /// Whether the engine has asked for the current page since it was set.
-    bool wasServed() const { return m_served; }
+    /// The load whose page the latest navigation was served; 0 before.
+    PageSurface::LoadId servedLoad() const { return m_servedLoad; }
     void requestStarted(QWebEngineUrlRequestJob *job) override;
 
 private:
-    quint64 m_loadId = 0;
+    PageSurface::LoadId m_load = 0;
     PageContent m_page;
-    bool m_served = false;
+    quint64 m_number = 0;
+    PageSurface::LoadId m_servedLoad = 0;
 };
 
 /// Serves the bundled page assets.

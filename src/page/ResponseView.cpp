@@ -27,6 +27,16 @@ namespace {
 constexpr std::chrono::milliseconds navigationPatience{300};
 constexpr std::chrono::milliseconds maxNavigationPatience{4000};
 
+/// How many pages in succession have one address, and so one process. The engine (Qt WebEngine 6.4)
+/// keeps several KiB for each address until the program ends; on the other hand a process that
+/// shows many pages holds the garbage of all, some 3 MiB each.
+constexpr int pagesPerAddress = 16;
+
+/// When abandoned objects are deleted after a load. The engine learns some time after it that the
+/// nodes of the page before are gone; the pauses double.
+constexpr std::chrono::milliseconds firstSweep{500};
+constexpr std::chrono::milliseconds lastSweep{8000};
+
 /// Deletes the plain objects below @p parent whose nodes in a page's accessibility tree are gone.
 /// The engine (Qt WebEngine 6.4, and 6.9 still) creates one for each node while assistive
 /// technology is connected, and never deletes it.
@@ -55,6 +65,13 @@ ResponseView::ResponseView(QObject *parent) : PageSurface(parent)
     connect(&m_assetBytes, &AssetBytes::requested, this, [this] { heard(0); });
     m_navigationWatch.setSingleShot(true);
     connect(&m_navigationWatch, &QTimer::timeout, this, &ResponseView::navigateAgain);
+    m_sweep.setSingleShot(true);
+    connect(&m_sweep, &QTimer::timeout, this, [this] {
+        if (m_item)
+            deleteAbandoned(*m_item);
+        if (m_sweep.intervalAsDuration() < lastSweep)
+            m_sweep.start(m_sweep.intervalAsDuration() * 2);
+    });
 }
 
 ResponseView::~ResponseView()
@@ -180,10 +197,11 @@ void ResponseView::startLoad(LoadId id, const PageContent &page)
     m_currentLoad = id;
     m_loadReported = false;
     m_pageBytes.setPage(id, page);
-    m_filter.setCurrentLoad(id, page.pictureKey);
+    m_filter.setPictureKey(page.pictureKey);
     m_navigationWatch.setInterval(navigationPatience);
     if (!m_item)
         return;
+    // A navigation that has not asked for its page yet is served this one.
     if (m_underWay == 0)
         navigate();
     else
@@ -192,9 +210,18 @@ void ResponseView::startLoad(LoadId id, const PageContent &page)
 
 void ResponseView::navigate()
 {
+    // What is still reported on a navigation that is replaced must not be taken for this one's.
+    const bool isAddressFree = m_underWay == 0;
+    if (!isAddressFree || m_pagesAtAddress == pagesPerAddress) {
+        ++m_pageNumber;
+        m_pagesAtAddress = 0;
+    }
+    ++m_pagesAtAddress;
     m_underWay = m_currentLoad;
-    m_expectedNavigations.insert(m_currentLoad);
-    Q_EMIT navigateTo(pagerequests::pageUrl(m_currentLoad));
+    m_filter.setPageNumber(m_pageNumber);
+    m_pageBytes.beginNavigation(m_pageNumber);
+    m_expectedNavigations.insert(m_pageNumber);
+    Q_EMIT navigateTo(pagerequests::pageUrl(m_pageNumber));
     m_navigationWatch.start();
 }
 
@@ -203,7 +230,7 @@ void ResponseView::navigateAgain()
 {
     if (!m_item || m_loadReported)
         return;
-    const bool isOwnPageArriving = m_underWay == m_currentLoad && m_pageBytes.wasServed();
+    const bool isOwnPageArriving = m_underWay != 0 && m_pageBytes.servedLoad() == m_currentLoad;
     const auto patience = m_navigationWatch.intervalAsDuration();
     // A busy machine or a large page may just take longer.
     m_navigationWatch.setInterval(std::min(patience * 2, maxNavigationPatience));
@@ -213,19 +240,16 @@ void ResponseView::navigateAgain()
         navigate();
 }
 
-void ResponseView::navigationEnded(const QUrl &url)
+/// Whether a report on that address is on the navigation under way.
+bool ResponseView::isUnderWay(const QUrl &url) const
 {
-    if (pagerequests::loadIdOf(url) != m_underWay)
-        return;
+    return m_underWay != 0 && pagerequests::pageNumberOf(url) == m_pageNumber;
+}
+
+void ResponseView::navigationEnded()
+{
     m_underWay = 0;
-    // Not within the engine's own notification.
-    QMetaObject::invokeMethod(
-        this,
-        [this] {
-            if (m_item)
-                deleteAbandoned(*m_item);
-        },
-        Qt::QueuedConnection);
+    m_sweep.start(firstSweep);
     if (m_loadReported) {
         m_navigationWatch.stop();
         return;
@@ -244,8 +268,8 @@ bool ResponseView::mayNavigate(const QUrl &url)
 {
     // A navigation that has been replaced is accepted as well, because refusing it would stop its
     // replacement; it is served no bytes.
-    const auto id = pagerequests::loadIdOf(url);
-    return id && m_expectedNavigations.remove(*id);
+    const auto number = pagerequests::pageNumberOf(url);
+    return number && m_expectedNavigations.remove(*number);
 }
 
 void ResponseView::runScript(const QString &script, quint64 token)
@@ -258,33 +282,39 @@ void ResponseView::runScript(const QString &script, quint64 token)
 
 void ResponseView::onLoadSucceeded(const QUrl &url)
 {
-    const bool isCurrent = pagerequests::loadIdOf(url) == m_currentLoad;
-    const bool isNews = isCurrent && !std::exchange(m_loadReported, true);
-    navigationEnded(url);
+    const LoadId loaded = m_pageBytes.servedLoad();
+    if (!isUnderWay(url) || loaded == 0)
+        return;
+    const bool isNews = loaded == m_currentLoad && !std::exchange(m_loadReported, true);
+    navigationEnded();
     if (isNews)
         Q_EMIT loadFinished(m_currentLoad);
 }
 
 void ResponseView::onLoadFailed(const QUrl &url, const QString &description)
 {
-    const bool isCurrent = pagerequests::loadIdOf(url) == m_currentLoad;
-    const bool isNews = isCurrent && !std::exchange(m_loadReported, true);
-    navigationEnded(url);
+    if (!isUnderWay(url))
+        return;
+    const LoadId served = m_pageBytes.servedLoad();
+    const LoadId failed = served == 0 ? m_underWay : served;
+    const bool isNews = failed == m_currentLoad && !std::exchange(m_loadReported, true);
+    navigationEnded();
     if (isNews)
-        Q_EMIT loadFailed(m_currentLoad, description, !m_pageBytes.wasServed());
+        Q_EMIT loadFailed(m_currentLoad, description, served == 0);
 }
 
 void ResponseView::onLoadStopped(const QUrl &url)
 {
-    if (pagerequests::loadIdOf(url) == m_currentLoad && !m_loadReported)
-        m_pageBytes.rewind();
-    navigationEnded(url);
+    if (isUnderWay(url))
+        navigationEnded();
 }
 
 void ResponseView::onRenderProcessTerminated(int status, int exitCode)
 {
     m_navigationWatch.stop();
     m_underWay = 0;
+    // The next process has no garbage yet.
+    m_pagesAtAddress = 0;
     renderProcessEnded(QStringLiteral("status %1, code %2").arg(status).arg(exitCode));
 }
 
@@ -313,7 +343,6 @@ void ResponseView::restartLoad(bool asText)
         m_pageBytes.showPlain();
     m_loadReported = false;
     m_underWay = 0;
-    m_pageBytes.rewind();
     m_navigationWatch.setInterval(navigationPatience);
     if (m_item)
         navigate();

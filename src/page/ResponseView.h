@@ -102,7 +102,8 @@ private:
     void fitIntoContainer();
     void navigate();
     void navigateAgain();
-    void navigationEnded(const QUrl &url);
+    bool isUnderWay(const QUrl &url) const;
+    void navigationEnded();
     void onPosted(const QString &name, const QVariant &body);
 
     PageBridge m_bridge;
@@ -114,15 +115,20 @@ private:
     QQuickItem *m_item = nullptr;
     QPointer<QQuickItem> m_container;
     LoadId m_currentLoad = 0;
+    /// Of the page's address, and how many pages it has been given to.
+    quint64 m_pageNumber = 1;
+    int m_pagesAtAddress = 0;
     /// Runs from a navigation until the engine asks for the page.
     QTimer m_navigationWatch;
-    /// The load the engine was given last and has not reported on; 0 if there is none. The next
-    /// load waits for it, because the engine can lose a page that replaces another one while it
-    /// loads.
+    /// The load for which the navigation began that the engine has not reported on; 0 if there is
+    /// none. The next one waits for it, because the engine can lose a page that replaces another
+    /// one while it loads.
     LoadId m_underWay = 0;
     /// Navigations of ours that the engine has not announced yet.
-    QSet<LoadId> m_expectedNavigations;
+    QSet<quint64> m_expectedNavigations;
     bool m_loadReported = false;
+    /// Runs after a navigation.
+    QTimer m_sweep;
     bool m_isMotionReduced = false;
     double m_textScale = 1;
 };

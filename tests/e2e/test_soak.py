@@ -44,17 +44,41 @@ MODES = ((1280, 720), (1366, 768))
 PANEL_HEIGHT = 744
 
 
-class Sample:
-    """What a program holds at one moment."""
+def page_engine(app):
+    """The processes of the page engine."""
+    return [pid for pid, name in processes.descendants(app.process.pid).items()
+            if name == "QtWebEngineProc"]
 
-    def __init__(self, desktop, app, backend):
-        engine = [pid for pid, name in processes.descendants(app.process.pid).items()
-                  if name == "QtWebEngineProc"]
-        self.memory, self.resident = {}, {}
-        for name, pids in (("program", [app.process.pid]), ("page engine", engine),
-                           ("backend", [backend.pid])):
-            self.memory[name] = self._memory(pids, "Pss_Anon", "Pss_Shmem")
-            self.resident[name] = self._memory(pids, "Pss")
+
+class Held:
+    """Memory of processes in KiB, the proportional set size: what they have themselves, and with what
+    is mapped of files, which comes and goes as the system needs its memory."""
+
+    def __init__(self, pids):
+        self.memory = self.resident = 0
+        for pid in pids:
+            try:
+                text = pathlib.Path(f"/proc/{pid}/smaps_rollup").read_text(encoding="ascii")
+            except (FileNotFoundError, ProcessLookupError):
+                continue
+            sizes = {kind: int(size) for kind, size in re.findall(r"^(\w+):\s+(\d+)", text, re.M)}
+            self.memory += sizes["Pss_Anon"] + sizes["Pss_Shmem"]
+            self.resident += sizes["Pss"]
+
+
+class Sample:
+    """What the programs hold at one moment; of the page engine's memory, which rises with each page
+    and falls with each new process, the mean of what it held after each answer before."""
+
+    def __init__(self, desktop, app, backend, engine_after_answers):
+        engine = page_engine(app)
+        held = {"program": [Held([app.process.pid])],
+                "page engine": engine_after_answers or [Held(engine)],
+                "backend": [Held([backend.pid])]}
+        self.memory = {name: statistics.fmean(each.memory for each in some)
+                       for name, some in held.items()}
+        self.resident = {name: statistics.fmean(each.resident for each in some)
+                         for name, some in held.items()}
         self.counts = {
             "descriptors": self._descriptors(app.process.pid),
             "threads": self._threads(app.process.pid),
@@ -65,19 +89,6 @@ class Sample:
             "descriptors of the backend": self._descriptors(backend.pid),
             "threads of the backend": self._threads(backend.pid),
         }
-
-    @staticmethod
-    def _memory(pids, *kinds):
-        """Proportional set size in KiB. Without "Pss_File": what is mapped of files comes and goes as
-        the system needs its memory."""
-        total = 0
-        for pid in pids:
-            try:
-                text = pathlib.Path(f"/proc/{pid}/smaps_rollup").read_text(encoding="ascii")
-            except (FileNotFoundError, ProcessLookupError):
-                continue
-            total += sum(int(re.search(rf"^{kind}:\s+(\d+)", text, re.M)[1]) for kind in kinds)
-        return total
 
     @staticmethod
     def _names(folder):
@@ -144,6 +155,8 @@ model = "seeing-1"
         self.done = collections.Counter()
         self.asked = 0
         self.pressed = 0
+        #: Of the page engine, after each answer since the last sample.
+        self.engine = []
         self.quellora = self.app(self.backend, defaults={
             "hasLaunchedBefore": True, "keepAIHistoryEnabled": True, "userPrompt": "What is this?"})
         self.quellora.wait_login_window()
@@ -173,6 +186,9 @@ model = "seeing-1"
         self.pressed = time.monotonic()
         app.hotkey("ctrl+alt+super+c", "Capture")
         app.wait_for_line(STREAM_COMPLETE, since=mark)
+        # Of the answer's page. While it loads, no process shows it yet.
+        app.wait_for_line(PREFIX + "WebView finished loading")
+        self.engine.append(Held(page_engine(app)))
 
     def open_a_thread(self):
         """Opens another thread than the current one from the sidebar, then begins a new one."""
@@ -209,7 +225,9 @@ model = "seeing-1"
         self.backend.start()
 
     def sample(self):
-        return Sample(self.desktop, self.quellora, self.backend)
+        found = Sample(self.desktop, self.quellora, self.backend, self.engine)
+        self.engine.clear()
+        return found
 
     def work(self):
         """Everything in turn, evenly; returns what was held each time that a page process was about

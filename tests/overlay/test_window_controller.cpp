@@ -8,6 +8,7 @@
 #include <QScreen>
 #include <QSignalSpy>
 #include <QTest>
+#include <QVariantAnimation>
 
 using namespace quellora;
 
@@ -988,6 +989,35 @@ private Q_SLOTS:
         QTRY_COMPARE(panel.position(), area.bottomLeft() + QPoint(10, -100));
         drop(area.bottomLeft() + QPoint(10, 300));
         QTRY_COMPARE(panel.position(), area.bottomLeft() + QPoint(10, 1 - 34));
+    }
+
+    void panelFollowsThePointerWhileItReturns()
+    {
+        Fixture f;
+        f.overlay->show();
+        NonFocusPanel &panel = f.overlay->panel();
+        const QRect area = panel.screen()->availableGeometry();
+        const auto dragTo = [&](const QPoint &position) {
+            panel.mouseDown({5, 5});
+            QTest::mouseMove(&panel, position - panel.position() + QPoint(5, 5));
+        };
+        const auto drop = [&] { QTest::mouseRelease(&panel, Qt::LeftButton, {}, {5, 5}); };
+        dragTo(area.topLeft() + QPoint(-300, -20));
+        drop();
+        QVERIFY(panel.position() != area.topLeft());
+
+        const QPoint wanted = area.topLeft() + QPoint(50, 60);
+        dragTo(wanted);
+        // It would have returned by then.
+        QVariantAnimation returning;
+        returning.setDuration(300);
+        returning.setStartValue(0);
+        returning.setEndValue(1);
+        returning.start();
+        QTRY_COMPARE(returning.state(), QAbstractAnimation::Stopped);
+        QCOMPARE(panel.position(), wanted);
+        drop();
+        QCOMPARE(panel.position(), wanted);
     }
 
     void unzoomRestoresUserFrame()

@@ -4,6 +4,7 @@
 #include "support/TestProgram.h"
 
 #include <QGuiApplication>
+#include <QSet>
 
 using namespace quellora;
 
@@ -57,6 +58,39 @@ private Q_SLOTS:
             QCOMPARE(finished, last);
             QCOMPARE(engine.text(QStringLiteral("document.body.innerText.trim()")),
                      QStringLiteral("page %1").arg(number));
+        }
+    }
+
+    /// The engine never gives back what it keeps for an address.
+    void severalPagesHaveOneAddress()
+    {
+        EngineWindow engine;
+        QSet<QString> addresses;
+        for (int number = 0; number < 30; ++number) {
+            QVERIFY(engine.load({page(number)}));
+            QCOMPARE(engine.text(QStringLiteral("document.body.innerText.trim()")),
+                     QStringLiteral("page %1").arg(number));
+            addresses += engine.text(QStringLiteral("location.href"));
+        }
+        // More than two if the engine was so slow that it was asked again.
+        QVERIFY2(addresses.size() < 15, qPrintable(addresses.values().join(u' ')));
+        QVERIFY(addresses.size() > 1);
+    }
+
+    /// The same page again is loaded again, from its beginning.
+    void samePageIsLoadedAgain()
+    {
+        EngineWindow engine;
+        const QByteArray text = "<!DOCTYPE html><html><body>" +
+                                QByteArray("<p>line</p>").repeated(200) + "</body></html>";
+        for (int round = 0; round < 3; ++round) {
+            QVERIFY(engine.load({text}));
+            QCOMPARE(engine.value(QStringLiteral("scrollY")).toInt(), 0);
+            QCOMPARE(engine.text(QStringLiteral("typeof window.left")),
+                     QStringLiteral("undefined"));
+            engine.value(QStringLiteral("window.left = 1; scrollTo(0, 500)"));
+            QVERIFY(engine.painted());
+            QVERIFY(engine.value(QStringLiteral("scrollY")).toInt() > 100);
         }
     }
 };

@@ -31,15 +31,16 @@ void TestPageScripts::sendsInvokeMessages()
 
     QJSEngine engine;
     engine.evaluate(QStringLiteral(
-        "var globalThis = this; var sent = []; var listeners = {}; var window = this; var location "
-        "= {pathname: '12'};"
+        "var globalThis = this; var sent = []; var listeners = {}; var window = this; var history "
+        "= {};"
         "var listen = (type, f) => { (listeners[type] = listeners[type] || []).push(f); };"
         "window.addEventListener = listen;"
         "var Element = class { constructor(name, value) { this.name = name; this.value = value; }"
         "hasAttribute(name) { return name === this.name; } getAttribute() { return this.value; }"
         "closest() { return this; } };"
         "var ResizeObserver = class { observe() {} };"
-        "var document = { body: { scrollTop: 1.5, scrollHeight: 2, clientHeight: 3,"
+        "var document = { documentElement: { dataset: { load: '12' } }, body: { scrollTop: 1.5, "
+        "scrollHeight: 2, clientHeight: 3,"
         "children: [{}], addEventListener: listen } };"
         "var happen = (type, isTrusted, target, key) => listeners[type][0]({ isTrusted, target, "
         "key,"

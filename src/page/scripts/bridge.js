@@ -2,6 +2,8 @@
 // page's scripts, but no objects. Only this world can post messages.
 (() => {
     'use strict';
+    // To the engine, a page with the address of the one before is that page, loaded again.
+    history.scrollRestoration = 'manual';
     const transport = qt.webChannelTransport;
     const send = transport.send.bind(transport);
     const invokeMethod = 6;

@@ -228,7 +228,7 @@ post => {
     };
 
     const report = () => {
-        const result = { page: Number(location.pathname), current: current + 1, total: matches.length };
+        const result = { page: Number(document.documentElement.dataset.load), current: current + 1, total: matches.length };
         const now = JSON.stringify(result);
         if (wanted !== '' && now !== reported)
             post('findResult', result);
@@ -324,7 +324,7 @@ post => {
             end();
             wanted = reducedText(value);
             if (wanted === '' || !document.body) {
-                post('findResult', { page: Number(location.pathname), current: 0, total: 0 });
+                post('findResult', { page: Number(document.documentElement.dataset.load), current: 0, total: 0 });
                 return;
             }
             begin();

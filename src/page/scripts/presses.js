@@ -4,7 +4,7 @@ post => {
     'use strict';
     // The page's number tells its pictures from those of a page that is replacing it.
     const openPicture = element => post('openScreenshot', {
-        page: Number(location.pathname), index: Number(element.getAttribute('data-picture')),
+        page: Number(document.documentElement.dataset.load), index: Number(element.getAttribute('data-picture')),
     });
 
     window.addEventListener('click', event => {
