@@ -102,6 +102,8 @@ OverlayWindowController::~OverlayWindowController()
 {
     m_orchestrator->cancelAll();
     m_removals.commitAll();
+    // It listens to the panel, which is destroyed first.
+    m_settings.rebinding().cancelHotkeyCapture();
 }
 
 OverlayWindowController::Collaborators OverlayWindowController::logInit(Collaborators collaborators)

@@ -18,4 +18,6 @@ Text {
     verticalAlignment: Text.AlignVCenter
     Accessible.role: Accessible.StaticText
     Accessible.name: text
+    // Qt takes static text for focusable, and a heading as well if it was static text for a moment.
+    Accessible.focusable: false
 }

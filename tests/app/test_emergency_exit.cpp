@@ -67,7 +67,7 @@ int runChild(const QString &scenario)
         for (int i = 0; i < 8; ++i)
             startThread(i % 2 == 0 ? std::function<void()>(&EmergencyExit::exitNow)
                                    : [] { std::exit(ordinaryExitCode); });
-        QTimer::singleShot(0, qApp, [] { std::exit(ordinaryExitCode); });
+        QTimer::singleShot(0, QCoreApplication::instance(), [] { std::exit(ordinaryExitCode); });
     }
     return QCoreApplication::exec();
 }

@@ -37,7 +37,7 @@ bool activateFromThread(const QString &folder, const QString &session,
     QThreadPool::globalInstance()->start([&] {
         hasReplied = SingleInstance(folder, session).send(show(), {}, timeout).hasArrived;
         QMetaObject::invokeMethod(
-            qApp, [&isDone] { isDone = true; }, Qt::QueuedConnection);
+            QCoreApplication::instance(), [&isDone] { isDone = true; }, Qt::QueuedConnection);
     });
     [&isDone] { QTRY_VERIFY_WITH_TIMEOUT(isDone, 40'000); }();
     QThreadPool::globalInstance()->waitForDone();
@@ -156,7 +156,7 @@ private Q_SLOTS:
         QThreadPool::globalInstance()->start([&] {
             reply = SingleInstance(folder.path(), ":1").send(show(), {}, 30s);
             QMetaObject::invokeMethod(
-                qApp, [&isDone] { isDone = true; }, Qt::QueuedConnection);
+                QCoreApplication::instance(), [&isDone] { isDone = true; }, Qt::QueuedConnection);
         });
         QTRY_VERIFY_WITH_TIMEOUT(isDone, 40'000);
         QVERIFY(reply.hasArrived);
