@@ -30,7 +30,7 @@ constexpr std::chrono::milliseconds maxNavigationPatience{4000};
 /// How many pages in succession have one address, and so one process. The engine (Qt WebEngine 6.4)
 /// keeps several KiB for each address until the program ends; on the other hand a process that
 /// shows many pages holds the garbage of all, some 3 MiB each.
-constexpr int pagesPerAddress = 16;
+constexpr int pagesPerAddress = 32;
 
 /// When abandoned objects are deleted after a load. The engine learns some time after it that the
 /// nodes of the page before are gone; the pauses double.

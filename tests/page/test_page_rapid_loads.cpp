@@ -66,7 +66,7 @@ private Q_SLOTS:
     {
         EngineWindow engine;
         QSet<QString> addresses;
-        for (int number = 0; number < 30; ++number) {
+        for (int number = 0; number < 40; ++number) {
             QVERIFY(engine.load({page(number)}));
             QCOMPARE(engine.text(QStringLiteral("document.body.innerText.trim()")),
                      QStringLiteral("page %1").arg(number));
