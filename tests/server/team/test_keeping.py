@@ -231,8 +231,7 @@ class PostgresBackupTest(BackupTest):
         # In an instrumented program, freed memory that is held back would count.
         process = subprocess.Popen([PROGRAM, "--config", self.config, *arguments],
                                    env=self.environment | {"ASAN_OPTIONS": "quarantine_size_mb=1"},
-                                   stdin=subprocess.DEVNULL,
-                                   stdout=subprocess.DEVNULL)
+                                   stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL)
         _, status, used = os.wait4(process.pid, 0)
         process.returncode = os.waitstatus_to_exitcode(status)
         self.assertEqual(process.returncode, 0)
