@@ -120,12 +120,16 @@ void BackendServer::registerRoutes()
         });
     page("/style.css", [](const auto &, auto &response) { PageRoutes::styleSheet(response); });
     // Load balancers ask under whatever name they know the server by.
-    const auto probe = [this](const std::string &path, auto method) {
-        m_router.get(path, [this, method](const Request &request, Response &response) {
-            (m_operation.*method)(request, response);
-        });
+    const auto probe = [this](const std::string &path, auto method, Lane lane = Lane::Requests) {
+        m_router.get(
+            path,
+            [this, method](const Request &request, Response &response) {
+                (m_operation.*method)(request, response);
+            },
+            lane);
     };
-    probe("/livez", &OperationRoutes::live);
+    // A server that has much to do must not be taken for a dead one.
+    probe("/livez", &OperationRoutes::live, Lane::Immediate);
     probe("/readyz", &OperationRoutes::ready);
     probe("/metrics", &OperationRoutes::metrics);
     page("/openapi.json",

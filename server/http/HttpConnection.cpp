@@ -368,6 +368,16 @@ void HttpConnection::dispatch()
     if (m_in.empty())
         giveBack(m_in);
     const Route &route = *m_route;
+    if (route.lane == Lane::Immediate) {
+        Response response;
+        {
+            const LoggedRequest scope(m_requestId);
+            handle(route, m_request, response);
+        }
+        m_request = Request();
+        onHandled(std::move(response));
+        return;
+    }
     WorkerPool &pool =
         route.lane == Lane::Passwords ? m_context.passwordWorkers : m_context.workers;
     // The job's copy of the reference must not be the last one, because sockets belong to the

@@ -53,7 +53,7 @@ struct HttpContext
 };
 
 /// Serves HTTP/1.1 on event loops: connections are kept for further requests and cost no thread.
-/// Handlers run on the workers.
+/// Handlers run where their lanes say.
 class HttpServer
 {
 public:

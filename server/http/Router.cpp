@@ -2,9 +2,9 @@
 
 namespace quellora::server {
 
-void Router::get(const std::string &path, Handler handler)
+void Router::get(const std::string &path, Handler handler, Lane lane)
 {
-    m_get[path] = Route{path, std::move(handler)};
+    m_get[path] = Route{path, std::move(handler), 0, lane};
 }
 
 void Router::post(const std::string &path, std::size_t bodyLimit, Handler handler, Lane lane)

@@ -9,14 +9,17 @@
 
 namespace quellora::server {
 
-/// Fills in the reply to a request. Runs on a worker, so it may block; several run at a time.
+/// Fills in the reply to a request. Runs where its lane says; several run at a time.
 using Handler = std::function<void(const Request &, Response &)>;
 
-/// Which workers a handler occupies.
+/// Where a handler runs.
 enum class Lane {
+    /// On a worker, so it may block. Refused when too many requests wait for one.
     Requests,
     /// For handlers that check passwords: few run at a time, so that they keep no others waiting.
-    Passwords
+    Passwords,
+    /// At once, on the connection's event loop, so it must not block. Never refused.
+    Immediate
 };
 
 /// A path that is served.
@@ -36,7 +39,7 @@ class Router
 public:
     /// Serves GET and HEAD. A @p path that ends with a slash and an asterisk stands for all paths
     /// below it that are not registered themselves.
-    void get(const std::string &path, Handler handler);
+    void get(const std::string &path, Handler handler, Lane lane = Lane::Requests);
     /// Serves POST with a body of at most @p bodyLimit bytes.
     void post(const std::string &path, std::size_t bodyLimit, Handler handler,
               Lane lane = Lane::Requests);

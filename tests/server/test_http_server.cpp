@@ -83,6 +83,10 @@ protected:
                              "text/plain");
         });
         router.get("/throw", [](const Request &, Response &) { throw std::runtime_error("x"); });
+        router.get(
+            "/immediate",
+            [](const Request &, Response &response) { response.setBody("at once", "text/plain"); },
+            Lane::Immediate);
         router.get("/wait", [this](const Request &, Response &response) {
             if (++handled == 1)
                 entered.set_value();
@@ -511,6 +515,11 @@ TEST_F(HttpServing, RequestsBeyondTheQueueAreSentAway)
         replies.push_back(std::async(std::launch::async, [&client] { return client.readReply(); }));
     while (metrics.refusedForLoad < 2)
         std::this_thread::yield();
+    RawClient probe(port);
+    probe.send(
+        "GET /immediate HTTP/1.1\r\nHost: x\r\n\r\nHEAD /immediate HTTP/1.1\r\nHost: x\r\n\r\n");
+    EXPECT_EQ(probe.readReply().body, "at once");
+    EXPECT_EQ(probe.readReply(false).status, 200);
     release.set_value();
     int refused = 0;
     for (auto &reply : replies) {

@@ -8,6 +8,8 @@
 #include <QVariant>
 #include <QWindow>
 
+#include <qpa/qwindowsysteminterface.h>
+
 #include <algorithm>
 #include <chrono>
 
@@ -164,6 +166,10 @@ void PanelKeeperWayland::focusEntered(wl_surface *surface)
 {
     if (surface != m_role.surface())
         return;
+    // The toolkit takes the window for active only after another answer of the compositor. Until
+    // then no shortcut works.
+    QWindowSystemInterface::handleWindowActivated<QWindowSystemInterface::SynchronousDelivery>(
+        &m_window, Qt::OtherFocusReason);
     // It was taken with Exclusive, which a click elsewhere does not end.
     if (m_role.keyboard() == Keyboard::Exclusive && m_role.hasOnDemand())
         setKeyboard(Keyboard::OnDemand);
