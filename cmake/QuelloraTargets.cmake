@@ -164,6 +164,14 @@ function(quellora_add_qml_module name)
     set_source_files_properties(${sources} PROPERTIES COMPILE_OPTIONS -w)
 endfunction()
 
+# Lets the thread sanitizer know where the toolkit hands work from thread to thread.
+function(quellora_tell_handovers name)
+    if("thread" IN_LIST QUELLORA_SANITIZE)
+        target_sources(${name} PRIVATE $<TARGET_OBJECTS:quellora_sanitizer_handover>)
+        target_link_libraries(${name} PRIVATE ${CMAKE_DL_LIBS})
+    endif()
+endfunction()
+
 function(quellora_add_test_program name)
     cmake_parse_arguments(arg "VIEWS" "" "SOURCES;DEPENDS" ${ARGN})
     add_executable(${name} ${PROJECT_SOURCE_DIR}/tests/support/TestProgram.cpp
@@ -175,10 +183,7 @@ function(quellora_add_test_program name)
     target_include_directories(${name} PRIVATE
         ${PROJECT_SOURCE_DIR}/tests ${CMAKE_CURRENT_SOURCE_DIR})
     target_link_libraries(${name} PRIVATE ${arg_DEPENDS} Qt6::Test)
-    if("thread" IN_LIST QUELLORA_SANITIZE)
-        target_sources(${name} PRIVATE $<TARGET_OBJECTS:quellora_sanitizer_handover>)
-        target_link_libraries(${name} PRIVATE ${CMAKE_DL_LIBS})
-    endif()
+    quellora_tell_handovers(${name})
     if(arg_VIEWS)
         quellora_precompile(${name} VIEWS)
     else()
