@@ -6,6 +6,7 @@
 #include "platform/wayland/KWinScreenSource.h"
 #include "platform/wayland/WlrScreencopySource.h"
 
+#include <QClipboard>
 #include <QGuiApplication>
 #include <QScreen>
 
@@ -23,6 +24,7 @@ PlatformWayland::PlatformWayland(std::unique_ptr<WaylandConnection> connection)
     , m_keyMonitor([this](quint32 scanCode) { return m_keyboard.keyName(scanCode); })
     , m_permissions(PermissionsLinux::Session::Wayland, &m_desktopShortcuts)
     , m_statusArea(std::nullopt)
+    , m_clipboardData(*QGuiApplication::clipboard())
 {
     m_permissions.setScreenSource(m_screenSource.get());
 }

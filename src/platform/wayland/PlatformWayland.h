@@ -15,6 +15,7 @@
 #include "platform/linux/StatusAreaLinux.h"
 #include "platform/linux/WorkspaceLinux.h"
 #include "platform/wayland/ApplicationShellWayland.h"
+#include "platform/wayland/ClipboardDataWayland.h"
 #include "platform/wayland/PanelVeilWayland.h"
 #include "platform/wayland/PanelWindowWayland.h"
 #include "platform/wayland/WaylandConnection.h"
@@ -70,6 +71,7 @@ private:
     DeviceInfoLinux m_deviceInfo;
     DesktopSessionLinux m_desktopSession;
     NotificationsLinux m_notifications;
+    ClipboardDataWayland m_clipboardData;
 };
 
 } // namespace quellora

@@ -3,6 +3,7 @@
 #include "support/TestProgram.h"
 
 #include <QCoreApplication>
+#include <QSemaphore>
 #include <QSignalSpy>
 #include <QThreadPool>
 
@@ -19,9 +20,16 @@ private Q_SLOTS:
 
     void connectsOnWorkerThread()
     {
+        // While the workers are busy, nothing connects.
+        QThreadPool &workers = *QThreadPool::globalInstance();
+        QSemaphore busy;
+        for (int i = 0; i < workers.maxThreadCount(); ++i)
+            workers.start([&busy] { busy.acquire(); });
         SessionBusLinux bus(QStringLiteral("test"), m_bus.address());
         QSignalSpy connected(&bus, &SessionBusLinux::connected);
-        QVERIFY(!bus.connection().isConnected());
+        const bool isEarly = bus.connection().isConnected();
+        busy.release(workers.maxThreadCount());
+        QVERIFY(!isEarly);
         QTRY_COMPARE(connected.size(), 1);
         QVERIFY(bus.connection().isConnected());
     }
