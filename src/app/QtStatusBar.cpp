@@ -164,7 +164,12 @@ public:
     {
         m_area.onChanged([this] { show(); });
     }
-    ~QtStatusItem() override { m_area.onChanged({}); }
+    ~QtStatusItem() override
+    {
+        m_area.onChanged({});
+        // A menu that is destroyed with its items leaves those of the tray behind.
+        m_menu.clear();
+    }
 
     bool hasButton() const override { return m_area.isAvailable(); }
 

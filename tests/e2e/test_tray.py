@@ -58,6 +58,7 @@ class TrayTest(E2ECase):
         mark = app.mark()
         tray.choose("Usage")
         tray.choose("Settings")
+        former = [number for number, _ in tray.rows()]
         tray.choose("Sign Out")
         app.wait_for_line(MENU_LOG + "Sign Out clicked", since=mark)
         self.assertEqual([line for line in app.lines_since(mark) if line.startswith(MENU_LOG)],
@@ -71,6 +72,8 @@ class TrayTest(E2ECase):
         self.desktop.press("return")
         app.wait_for_line(RUNNING, since=mark)
         tray.wait_item()
+        now = [number for number, _ in tray.rows()]
+        self.assertEqual(tray.known(former + now), now, "rows of the former menu are kept")
         tray.choose("Quit")
         app.wait_for_line(MENU_LOG + "Quit clicked, terminating application")
         self.assertEqual(app.wait_exit(), 0)

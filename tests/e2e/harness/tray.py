@@ -151,6 +151,12 @@ class TrayHost:
             self.property("Menu"), MENU, "GetLayout", self._glib.Variant("(iias)", (0, -1, [])))
         return [(number, properties) for number, properties, _ in children]
 
+    def known(self, numbers):
+        """Those of these ids under which the program still keeps a menu row."""
+        found, = self._call(self.property("Menu"), MENU, "GetGroupProperties",
+                            self._glib.Variant("(aias)", (numbers, [])))
+        return [number for number, _ in found]
+
     def choose(self, label):
         """Chooses a menu row."""
         number = next(number for number, properties in self.rows()
