@@ -78,8 +78,10 @@ public:
             [&] { return !finished.isEmpty() && finished.last().first().toULongLong() == id; });
     }
 
-    /// Value of an expression in the page's world; invalid when none came.
-    QVariant value(const QString &expression)
+    /// Value of an expression in the page's world; invalid when none came in time, as from a page
+    /// whose process has ended.
+    QVariant value(const QString &expression,
+                   std::chrono::milliseconds timeout = std::chrono::seconds(60))
     {
         if (!view.item())
             return {};
@@ -93,7 +95,7 @@ public:
         if (!QMetaObject::invokeMethod(view.item(), "runJavaScript", Q_ARG(QString, expression),
                                        Q_ARG(QJSValue, callback)))
             return {};
-        if (!runUntil([&] { return slot.property(QStringLiteral("done")).toBool(); }))
+        if (!runUntil([&] { return slot.property(QStringLiteral("done")).toBool(); }, timeout))
             return {};
         return slot.property(QStringLiteral("v")).toVariant();
     }

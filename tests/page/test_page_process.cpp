@@ -3,8 +3,16 @@
 #include "page/WebEngineSetup.h"
 #include "support/TestProgram.h"
 
+#include <QDir>
+#include <QEventLoop>
+#include <QFile>
 #include <QGuiApplication>
 #include <QProcess>
+#include <QRegularExpression>
+#include <QTimer>
+
+#include <algorithm>
+#include <csignal>
 
 using namespace quellora;
 
@@ -12,6 +20,36 @@ namespace {
 
 /// Whether to try also what takes long.
 const bool triesAll = qEnvironmentVariableIsSet("QUELLORA_HOSTILE_ALL");
+
+QByteArray contentsOf(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+/// The parent of a process; 0 if it has ended.
+qint64 parentOf(qint64 pid)
+{
+    static const QRegularExpression line(QStringLiteral("^PPid:\\s*(\\d+)"),
+                                         QRegularExpression::MultilineOption);
+    const QString status =
+        QString::fromLatin1(contentsOf(QStringLiteral("/proc/%1/status").arg(pid)));
+    return line.match(status).captured(1).toLongLong();
+}
+
+/// All processes that show a page or are about to: the engine has them made by children of this
+/// one.
+QList<qint64> pageProcesses()
+{
+    QList<qint64> found;
+    const QStringList entries = QDir(QStringLiteral("/proc")).entryList(QDir::Dirs);
+    for (const QString &entry : entries) {
+        const qint64 maker = parentOf(entry.toLongLong());
+        if (maker > 0 && parentOf(maker) == QCoreApplication::applicationPid())
+            found.append(entry.toLongLong());
+    }
+    return found;
+}
 
 } // namespace
 
@@ -24,6 +62,8 @@ private Q_SLOTS:
     void pageIsLoadedAgainWhenItsProcessEnds();
     void streamGoesOnWhenThePageProcessEnds();
     void pageArrivesWhenItsProcessEndsInMidLoad();
+    void pageArrivesWheneverProcessesEnd_data();
+    void pageArrivesWheneverProcessesEnd();
     void processThatKeepsEndingIsLeftAloneUntilTheNextPage();
     void silentPageIsShownAsText_data();
     void silentPageIsShownAsText();
@@ -112,6 +152,43 @@ void TestPageProcess::pageArrivesWhenItsProcessEndsInMidLoad()
     killPageProcess();
     QVERIFY(finished(page));
     ENGINE_TRY_COMPARE(m_engine->value(QStringLiteral("document.images.length")).toInt(), 40);
+}
+
+void TestPageProcess::pageArrivesWheneverProcessesEnd_data()
+{
+    QTest::addColumn<int>("pagesBefore");
+    QTest::addColumn<int>("milliseconds");
+    // The process of the page before shows the next one, or another process begins.
+    for (const int pagesBefore : {1, 32}) {
+        for (const int milliseconds : {0, 25, 100})
+            QTest::addRow("page %d, %d ms", pagesBefore + 1, milliseconds)
+                << pagesBefore << milliseconds;
+    }
+}
+
+void TestPageProcess::pageArrivesWheneverProcessesEnd()
+{
+    QFETCH(int, pagesBefore);
+    QFETCH(int, milliseconds);
+    for (int i = 0; i < pagesBefore; ++i)
+        QVERIFY(finished(m_display->loadContent(QStringLiteral("before"))));
+    m_display->loadContent(QStringLiteral("after"));
+    QEventLoop moment;
+    QTimer::singleShot(milliseconds, Qt::PreciseTimer, &moment, &QEventLoop::quit);
+    moment.exec();
+    const QList<qint64> killed = pageProcesses();
+    QVERIFY(!killed.isEmpty());
+    for (const qint64 pid : killed)
+        ::kill(static_cast<pid_t>(pid), SIGKILL);
+    QVERIFY(runUntil([&] {
+        return std::none_of(killed.begin(), killed.end(), [](qint64 pid) {
+            return !contentsOf(QStringLiteral("/proc/%1/cmdline").arg(pid)).isEmpty();
+        });
+    }));
+    const QString shown = QStringLiteral("document.getElementById('ct')?.innerText.trim()");
+    // An ended page leaves questions without an answer.
+    ENGINE_TRY_COMPARE(m_engine->value(shown, std::chrono::seconds(1)).toString(),
+                       QStringLiteral("after"));
 }
 
 void TestPageProcess::processThatKeepsEndingIsLeftAloneUntilTheNextPage()
