@@ -249,7 +249,9 @@ bool ResponseView::isUnderWay(const QUrl &url) const
 void ResponseView::navigationEnded()
 {
     m_underWay = 0;
-    m_sweep.start(firstSweep);
+    // Pages in quick succession do not put it off.
+    if (!m_sweep.isActive() || m_sweep.intervalAsDuration() > firstSweep)
+        m_sweep.start(firstSweep);
     if (m_loadReported) {
         m_navigationWatch.stop();
         return;

@@ -4,6 +4,7 @@
 
 #include <QAccessible>
 
+#include <algorithm>
 #include <csignal>
 
 using namespace quellora;
@@ -36,6 +37,7 @@ class TestPageAccessibleNodes : public EnginePageTest
 
 private Q_SLOTS:
     void nodesGoWithTheirPage();
+    void nodesGoWhilePagesFollowQuickly();
     void nodesOfAGrowingAnswerGo();
     void nodesOfAnEndedProcessGo();
 
@@ -65,6 +67,22 @@ void TestPageAccessibleNodes::nodesGoWithTheirPage()
     }
     QVERIFY(finished(m_display->loadContent(QStringLiteral("end"))));
     QVERIFY(onlyLivingNodes(30));
+}
+
+void TestPageAccessibleNodes::nodesGoWhilePagesFollowQuickly()
+{
+    const QString text = QStringLiteral("*a* `b`\n\n").repeated(10);
+    int most = 0;
+    bool isSwept = false;
+    for (int i = 0; i < 40 && !isSwept; ++i) {
+        QVERIFY(finished(m_display->loadContent(text)));
+        // Shorter than the pause of a reader.
+        runUntil([this] { return nodes().alive > 40; }, std::chrono::milliseconds(200));
+        const int abandoned = nodes().abandoned;
+        isSwept = abandoned < most;
+        most = std::max(most, abandoned);
+    }
+    QVERIFY2(isSwept, qPrintable(QString::number(most)));
 }
 
 void TestPageAccessibleNodes::nodesOfAGrowingAnswerGo()
