@@ -50,8 +50,7 @@ private Q_SLOTS:
     }
     void selectionIsKeptApart()
     {
-        if (!m_clipboard.supportsSelection())
-            QSKIP("this desktop has no primary selection");
+        QVERIFY(m_clipboard.supportsSelection());
         const QPointer<QMimeData> copy = put(QStringLiteral("copied"));
         const QPointer<QMimeData> selected = put(QStringLiteral("selected"), QClipboard::Selection);
         QVERIFY(copy);
