@@ -37,6 +37,10 @@ def wait_until(condition, what, seconds=60):
         time.sleep(0.05)
 
 
+#: What setpriv sets tells nothing of a parent that ended before it; its number comes first.
+UNLESS_ALONE = ["sh", "-c", '[ "$PPID" = "$0" ] && exec "$@"']
+
+
 class Processes:
     """Everything that was started, with a log each; ended in reverse. Also ends when this process
     is killed."""
@@ -48,7 +52,8 @@ class Processes:
     def start(self, name, command, prefix=(), **options):
         with open(self.folder / f"{name}.log", "ab") as log:
             process = subprocess.Popen(
-                ["setpriv", "--pdeathsig", "KILL", *prefix, *map(str, command)],
+                ["setpriv", "--pdeathsig", "KILL", *prefix, *UNLESS_ALONE, str(os.getpid()),
+                 *map(str, command)],
                 stdin=subprocess.DEVNULL, stdout=log, stderr=log, **options)
         self.running.append(process)
         return process

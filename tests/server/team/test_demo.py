@@ -1,8 +1,10 @@
 """scripts/team-demo: its short form, and that nothing outlives it however it ends."""
 
+import contextlib
 import os
 import pathlib
 import re
+import shutil
 import signal
 import subprocess
 import sys
@@ -80,6 +82,33 @@ class DemoTest(unittest.TestCase):
                 family = descendants(demo.pid)
                 demo.kill()
                 self.assert_nothing_left(family)
+
+    def test_what_starts_late_does_not_outlive_a_kill(self):
+        with tempfile.TemporaryDirectory() as folder:
+            # Runs once the parent has gone.
+            late = pathlib.Path(folder, "setpriv")
+            late.write_text('#!/bin/sh\nwhile kill -0 $PPID 2> /dev/null; do sleep 0.01; done\n'
+                            f'exec {shutil.which("setpriv")} "$@"\n')
+            late.chmod(0o755)
+            parent = subprocess.run(
+                [sys.executable, "-B", "-c",
+                 "import os, pathlib, sys; from team_parts import Processes\n"
+                 "print(Processes(pathlib.Path(sys.argv[1])).start('part', ['sleep', '1d']).pid,"
+                 " flush=True)\n"
+                 "os._exit(0)", folder],
+                cwd=pathlib.Path(__file__).parent, stdout=subprocess.PIPE, text=True, check=True,
+                env=os.environ | {"PATH": f"{folder}:{os.environ['PATH']}"})
+            part = int(parent.stdout)
+            self.addCleanup(self.end, part)
+            deadline = time.monotonic() + PATIENCE
+            while any(number == part for number, _ in processes()):
+                self.assertLess(time.monotonic(), deadline)
+                time.sleep(0.05)
+
+    @staticmethod
+    def end(process):
+        with contextlib.suppress(ProcessLookupError):
+            os.kill(process, signal.SIGKILL)
 
     def test_nothing_outlives_an_interruption(self):
         demo = self.start("--loopback")
