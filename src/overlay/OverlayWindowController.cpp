@@ -6,6 +6,7 @@
 #include "base/Settings.h"
 #include "base/Text.h"
 #include "base/WhenFinished.h"
+#include "platform/FreedMemory.h"
 #include "platform/PanelProperties.h"
 #include "platform/Platform.h"
 #include "query/PermissionChecker.h"
@@ -16,11 +17,15 @@
 #include <QGuiApplication>
 
 #include <algorithm>
+#include <chrono>
 #include <utility>
 
 namespace quellora {
 
 namespace {
+
+/// After a page was shown: long enough for what it took to be freed.
+constexpr std::chrono::seconds memoryReturnDelay{5};
 
 void log(const QString &message)
 {
@@ -88,6 +93,7 @@ OverlayWindowController::OverlayWindowController(const VantiroConfig &config,
                 m_collaborators.refreshConfiguration);
     if (m_collaborators.fileChooser)
         setupExport();
+    setupMemoryReturn();
     connect(&m_collaborators.notifications, &NotificationCenter::configDidUpdate,
             m_configuration.get(), &OverlayConfig::applyConfig);
     connect(qGuiApp, &QGuiApplication::applicationStateChanged, this,
@@ -479,6 +485,20 @@ void OverlayWindowController::makeRoomForDialog(bool isOpen)
     } else if (!isOpen && std::exchange(m_isHiddenForDialog, false) && !m_isVisible) {
         show();
     }
+}
+
+void OverlayWindowController::setupMemoryReturn()
+{
+    m_memoryReturn.setObjectName(QStringLiteral("memoryReturnTimer"));
+    m_memoryReturn.setParent(this);
+    m_memoryReturn.setSingleShot(true);
+    m_memoryReturn.setInterval(memoryReturnDelay);
+    connect(&m_memoryReturn, &QTimer::timeout, this, &giveBackFreedPages);
+    // Not started again by pages that follow, so that the delay is also the least interval.
+    connect(&m_display, &ResponseDisplay::pageFinished, this, [this] {
+        if (!m_memoryReturn.isActive())
+            m_memoryReturn.start();
+    });
 }
 
 void OverlayWindowController::toggleHamburgerMenu()

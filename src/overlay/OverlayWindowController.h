@@ -32,6 +32,7 @@
 #include "query/ServiceMessages.h"
 
 #include <QObject>
+#include <QTimer>
 
 #include <functional>
 #include <memory>
@@ -157,6 +158,8 @@ private:
     void setupExport();
     /// Gets the panel out of the way of a dialog that it would cover, and back.
     void makeRoomForDialog(bool isOpen);
+    /// Gives freed memory back to the system a while after a page was shown.
+    void setupMemoryReturn();
 
     Collaborators m_collaborators;
     VantiroConfig m_config;
@@ -193,6 +196,7 @@ private:
     std::unique_ptr<OverlayConfig> m_configuration;
     /// Null without a file chooser.
     std::unique_ptr<OverlayExport> m_export;
+    QTimer m_memoryReturn;
     bool m_isVisible = false;
     bool m_isHiddenForDialog = false;
 };

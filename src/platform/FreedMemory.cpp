@@ -15,4 +15,11 @@ void giveBackFreedMemory()
 #endif
 }
 
+void giveBackFreedPages()
+{
+#ifdef __GLIBC__
+    malloc_trim(0);
+#endif
+}
+
 } // namespace quellora

@@ -1,4 +1,5 @@
 #include "platform/FreedMemory.h"
+#include "support/FreedBlocks.h"
 #include "support/TestProgram.h"
 
 #include <QCoreApplication>
@@ -46,6 +47,14 @@ private Q_SLOTS:
         const Block second = block(std::size_t{4} << 20);
         QVERIFY(second);
         QCOMPARE(separateBlocks(), before + 1);
+    }
+
+    void whatLiesAmongBlocksInUseGoesBackAtOnce()
+    {
+        const FreedBlocks blocks;
+        const std::size_t before = FreedBlocks::resident();
+        giveBackFreedPages();
+        QVERIFY(before - FreedBlocks::resident() > FreedBlocks::size / 2);
     }
 };
 
