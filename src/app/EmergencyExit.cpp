@@ -7,6 +7,14 @@
 #include <cstdlib>
 #include <utility>
 
+// Of the Itanium C++ ABI, 3.3.5. Not every standard library declares them.
+// NOLINTBEGIN(bugprone-reserved-identifier): the names are the ABI's
+extern "C" {
+int __cxa_atexit(void (*handler)(void *), void *argument, void *object) noexcept;
+void __cxa_finalize(void *object);
+}
+// NOLINTEND(bugprone-reserved-identifier)
+
 namespace quellora {
 
 namespace {
@@ -15,6 +23,11 @@ constexpr int maxExitingThreads = 16;
 
 std::atomic<EmergencyExit *> activeInstance = nullptr;
 
+/// Stands for the shared object whose handlers are taken back.
+char latestHandlers = 0;
+/// Taking handlers back calls them, on the thread that does it.
+thread_local bool isTakingBack = false;
+
 } // namespace
 
 EmergencyExit::EmergencyExit(std::function<void()> finish, std::chrono::milliseconds timeout)
@@ -22,6 +35,8 @@ EmergencyExit::EmergencyExit(std::function<void()> finish, std::chrono::millisec
 {
     Q_ASSERT(!activeInstance);
     activeInstance = this;
+    // Stays registered while others are taken back.
+    std::atexit(&EmergencyExit::onExit);
     registerExitHandlers();
 }
 
@@ -32,10 +47,15 @@ EmergencyExit::~EmergencyExit()
 
 void EmergencyExit::registerExitHandlers()
 {
-    // atexit() handlers run in reverse order of registration. Each thread that calls exit() pops
-    // one handler, so register enough that no thread gets to the libraries' handlers.
+    // The C library keeps every handler until the end. It uses the place of those again that were
+    // taken back and had none behind them.
+    isTakingBack = true;
+    __cxa_finalize(&latestHandlers);
+    isTakingBack = false;
+    // Handlers run in reverse order of registration. Each thread that calls exit() pops one, so
+    // register enough that no thread gets to the libraries' handlers.
     for (int thread = 0; thread < maxExitingThreads; ++thread)
-        std::atexit(&EmergencyExit::onExit);
+        __cxa_atexit([](void *) { onExit(); }, nullptr, &latestHandlers);
 }
 
 void EmergencyExit::exitNow()
@@ -58,7 +78,7 @@ void EmergencyExit::exitNow()
 
 void EmergencyExit::onExit()
 {
-    if (activeInstance)
+    if (activeInstance && !isTakingBack)
         exitNow();
 }
 

@@ -28,8 +28,9 @@ public:
     EmergencyExit(const EmergencyExit &) = delete;
     EmergencyExit &operator=(const EmergencyExit &) = delete;
 
-    /// Registers the exit handlers again, so that they run before atexit() handlers that libraries
-    /// have registered since.
+    /// Registers the exit handlers in place of those before, so that they run before atexit()
+    /// handlers that libraries have registered since. However often it is called, it takes memory
+    /// only when there are such. On the main thread.
     void registerExitHandlers();
     /// Runs the callback and ends the process. Thread-safe.
     [[noreturn]] static void exitNow();

@@ -52,6 +52,20 @@ int runChild(const QString &scenario)
     if (scenario == QLatin1String("handler-registered-later"))
         std::exit(ordinaryExitCode);
     guard->registerExitHandlers();
+    if (scenario == QLatin1String("registered-often")) {
+        for (int i = 0; i < 100; ++i) {
+            if (i % 3 == 0)
+                std::atexit([] { appendNote("library-handler-ran"); });
+            guard->registerExitHandlers();
+        }
+        std::exit(ordinaryExitCode);
+    }
+    if (scenario == QLatin1String("ordinary-after-registered-often")) {
+        for (int i = 0; i < 100; ++i)
+            guard->registerExitHandlers();
+        guard.reset();
+        std::exit(ordinaryExitCode);
+    }
     if (scenario == QLatin1String("exit"))
         std::exit(ordinaryExitCode);
     if (scenario == QLatin1String("exit-on-other-thread"))
@@ -85,7 +99,10 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("notes");
         const QByteArray saved("saved-on-main\n");
         QTest::newRow("ordinary") << ordinaryExitCode << QByteArray("library-handler-ran\n");
+        QTest::newRow("ordinary-after-registered-often")
+            << ordinaryExitCode << QByteArray("library-handler-ran\n");
         QTest::newRow("exit") << EXIT_FAILURE << saved;
+        QTest::newRow("registered-often") << EXIT_FAILURE << saved;
         QTest::newRow("handler-registered-later")
             << EXIT_FAILURE << "library-handler-ran\n" + saved;
         QTest::newRow("exit-on-other-thread") << EXIT_FAILURE << saved;
