@@ -87,12 +87,13 @@ class DemoTest(unittest.TestCase):
         with tempfile.TemporaryDirectory() as folder:
             # Runs once the parent has gone.
             late = pathlib.Path(folder, "setpriv")
-            late.write_text('#!/bin/sh\nwhile kill -0 $PPID 2> /dev/null; do sleep 0.01; done\n'
+            late.write_text('#!/bin/sh\nwhile kill -0 $PARENT 2> /dev/null; do sleep 0.01; done\n'
                             f'exec {shutil.which("setpriv")} "$@"\n')
             late.chmod(0o755)
             parent = subprocess.run(
                 [sys.executable, "-B", "-c",
                  "import os, pathlib, sys; from team_parts import Processes\n"
+                 "os.environ['PARENT'] = str(os.getpid())\n"
                  "print(Processes(pathlib.Path(sys.argv[1])).start('part', ['sleep', '1d']).pid,"
                  " flush=True)\n"
                  "os._exit(0)", folder],
