@@ -8,9 +8,8 @@ namespace quellora {
 /// them back anyway. Call before the first other thread starts.
 void giveBackFreedMemory();
 
-/// Gives the whole pages among the small blocks that were freed back to the system, at once: the
-/// allocator keeps them wherever a block behind them is in use. Takes about a millisecond. Any
-/// thread; does nothing with other libraries than the GNU C library.
+/// Returns free pages between blocks in use to the system, which the allocator otherwise keeps.
+/// Takes about a millisecond. Any thread. Does nothing with other libraries than the GNU C library.
 void giveBackFreedPages();
 
 } // namespace quellora

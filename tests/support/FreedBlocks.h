@@ -2,6 +2,7 @@
 
 #include <fstream>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include <unistd.h>

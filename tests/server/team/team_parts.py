@@ -37,7 +37,8 @@ def wait_until(condition, what, seconds=60):
         time.sleep(0.05)
 
 
-#: What setpriv sets tells nothing of a parent that ended before it; its number comes first.
+#: The death signal is not sent for a parent that died before setpriv asked for it. Followed by the
+#: parent's process ID and the command.
 UNLESS_ALONE = ["sh", "-c", '[ "$PPID" = "$0" ] && exec "$@"']
 
 
